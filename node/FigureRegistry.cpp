@@ -1,0 +1,18 @@
+#include "node/FigureRegistry.h"
+
+#include <algorithm>
+
+FigureRegistry& FigureRegistry::Instance() {
+  static FigureRegistry registry;
+  return registry;
+}
+
+void FigureRegistry::Add(Figure figure) {
+  const auto place = std::find_if(m_figures.begin(), m_figures.end(),
+                                  [&](const Figure& other) { return other.name == figure.name; });
+  if (place != m_figures.end()) {
+    *place = std::move(figure);
+  } else {
+    m_figures.push_back(std::move(figure));
+  }
+}

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
+
+/// How a field's bytes are read.
+enum class FieldType : std::uint8_t { kText, kUshort, kLong, kUlong, kFloat, kDouble, kUtime };
+
+/// What a field means. An identity field is `key`.
+enum class FieldMeaning : std::uint8_t { key, counter, gauge, rate, percent, duration, time, text };
+
+struct FieldLayout {
+  const char* label;
+  FieldType type;
+  std::uint16_t offset;  ///< bytes from the record's start
+  std::uint16_t width;   ///< bytes
+  FieldMeaning meaning;
+};
+
+/// The published layout of one record. Lives as long as the process.
+struct RecordLayout {
+  const char* name;        ///< "CPUP"
+  const char* structure;   ///< "recordPI_CPUP"
+  unsigned char category;  ///< '4', '3' or '7'
+  std::uint16_t size;      ///< bytes
+  std::span<const FieldLayout> fields;
+};
+
+/// A record that can be asked for, with or without a published layout.
+struct RecordListing {
+  const char* name;
+  unsigned char category;
+  bool served;
+};
+
+/// "char[40]", "ulong", "utime" and so on; the width matters for texts only.
+[[nodiscard]] const char* FieldTypeName(FieldType type);
+[[nodiscard]] const char* FieldMeaningName(FieldMeaning meaning);
+
+/// What the agent publishes of its records, so that the node can show, store and export them
+/// without knowing them.
+class LayoutRegistry {
+ public:
+  /// The process-wide registry.
+  static LayoutRegistry& Instance();
+
+  /// A second layout of the same name and category replaces the first. Not owned.
+  void Publish(const RecordLayout& layout);
+  /// Replaces the list of records that can be asked for.
+  void PublishListing(std::vector<RecordListing> listing) { m_listing = std::move(listing); }
+  /// Null if none is published. Category 0 takes the first of that name.
+  [[nodiscard]] const RecordLayout* Find(std::string_view name, unsigned char category = 0) const;
+  [[nodiscard]] const RecordListing* FindListing(std::string_view name,
+                                                 unsigned char category = 0) const;
+  [[nodiscard]] const std::vector<const RecordLayout*>& Layouts() const { return m_layouts; }
+  [[nodiscard]] const std::vector<RecordListing>& Listing() const { return m_listing; }
+
+ private:
+  std::vector<const RecordLayout*> m_layouts;
+  std::vector<RecordListing> m_listing;
+};

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/resource.h>
+#include <sys/sysinfo.h>
+#include <sys/time.h>
+#include <sys/utsname.h>
+
+#include <ctime>
+
+/// The calls of the operating system that tests replace to inject a figure or a failure. Each has
+/// the signature and the error convention of the call of its name.
+struct OsCalls {
+  int (*sysinfo)(struct ::sysinfo*);
+  int (*uname)(struct ::utsname*);
+  int (*getrlimit)(int resource, struct ::rlimit*);
+  int (*setrlimit)(int resource, const struct ::rlimit*);
+  int (*get_nprocs)();
+  int (*get_nprocs_conf)();
+  int (*getpagesize)();
+  struct ::passwd* (*getpwuid)(uid_t);
+  struct ::group* (*getgrgid)(gid_t);
+  std::time_t (*time)(std::time_t*);
+  int (*gettimeofday)(struct ::timeval*);
+};
+
+/// The table in force; the real calls unless a test has replaced some.
+[[nodiscard]] OsCalls& Os();
