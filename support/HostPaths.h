@@ -4,11 +4,11 @@
 #include <string_view>
 
 /// The place of a file of the monitored host, named by its plain absolute path: `QMT_HOST_ROOT`
-/// stands before it, empty in production.
+/// stands before it, empty in production. A path that does not begin with '/' comes back as it is.
 [[nodiscard]] std::string HostPath(std::string_view absolute);
 
 /// The place of a file of this product, named by its plain absolute path: `QMT_PRODUCT_ROOT` stands
-/// before it, empty in production.
+/// before it, empty in production. A path that does not begin with '/' comes back as it is.
 [[nodiscard]] std::string ProductPath(std::string_view absolute);
 
 /// Replace the two prefixes; they are read from the environment at first use.

@@ -8,12 +8,12 @@ class ProductOptions {
  public:
   /// The one instance, made on first use.
   static ProductOptions& Instance();
-  ProductOptions() = default;
+  ProductOptions();
   ~ProductOptions();
   ProductOptions(const ProductOptions&) = delete;
   ProductOptions& operator=(const ProductOptions&) = delete;
 
-  /// Replaces an entry in place or appends one; copies the value. Always 0.
+  /// Replaces an entry in place or appends one; copies the value, a null one as empty. Always 0.
   int Set(const char* section, const char* name, const char* value);
   /// The stored text, owned by the store, or null. Case matters.
   [[nodiscard]] const char* Get(const char* section, const char* name) const;

@@ -61,7 +61,7 @@ void Write(int number, int level, MessageKind kind, const char* file, int line, 
   std::array<Buffer, kMaxArguments> buffers;
   std::array<const char*, kMaxArguments> table{};
   std::size_t count = 0;
-  const auto put = [&](const auto& argument) {
+  [[maybe_unused]] const auto put = [&](const auto& argument) {
     buffers[count][0] = '\0';
     Put(buffers[count], argument);
     table[count] = buffers[count].data();

@@ -1,0 +1,33 @@
+#include "support/OsCalls.h"
+
+#include <unistd.h>
+
+namespace {
+
+// The library's own names for the resource argument and the time zone differ between C and C++.
+int RealGetrlimit(int resource, struct ::rlimit* limit) {
+  return ::getrlimit(static_cast<__rlimit_resource_t>(resource), limit);
+}
+int RealSetrlimit(int resource, const struct ::rlimit* limit) {
+  return ::setrlimit(static_cast<__rlimit_resource_t>(resource), limit);
+}
+int RealGettimeofday(struct ::timeval* now) { return ::gettimeofday(now, nullptr); }
+
+}  // namespace
+
+OsCalls& Os() {
+  static OsCalls calls{
+      .sysinfo = ::sysinfo,
+      .uname = ::uname,
+      .getrlimit = RealGetrlimit,
+      .setrlimit = RealSetrlimit,
+      .get_nprocs = ::get_nprocs,
+      .get_nprocs_conf = ::get_nprocs_conf,
+      .getpagesize = ::getpagesize,
+      .getpwuid = ::getpwuid,
+      .getgrgid = ::getgrgid,
+      .time = ::time,
+      .gettimeofday = RealGettimeofday,
+  };
+  return calls;
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+/// A folder of its own for one test, gone with the object. With kEnter it is the working directory
+/// meanwhile.
+class TempFolder {
+ public:
+  enum Use { kKeepPlace, kEnter };
+  explicit TempFolder(Use use = kKeepPlace) : m_before(std::filesystem::current_path()) {
+    std::string name = (std::filesystem::temp_directory_path() / "qmt-test-XXXXXX").string();
+    EXPECT_NE(::mkdtemp(name.data()), nullptr);
+    m_path = name;
+    if (use == kEnter) {
+      std::filesystem::current_path(m_path);
+    }
+  }
+  ~TempFolder() {
+    std::filesystem::current_path(m_before);
+    std::filesystem::remove_all(m_path);
+  }
+  TempFolder(const TempFolder&) = delete;
+  TempFolder& operator=(const TempFolder&) = delete;
+
+  [[nodiscard]] const std::filesystem::path& Path() const { return m_path; }
+  [[nodiscard]] std::string Read(const std::string& name) const {
+    std::ifstream file(m_path / name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+ private:
+  std::filesystem::path m_before;
+  std::filesystem::path m_path;
+};
