@@ -26,6 +26,12 @@ struct _tagMBMessageHeader {
   }
 };
 
+/// What NotifyEvent returns: the event is done with, could not be served, or is not valid for this
+/// node.
+inline constexpr int kNotifyDone = 0;
+inline constexpr int kNotifyNotServed = 63;
+inline constexpr int kNotifyNotValid = 68;
+
 /// The base of all that the loop delivers. Events are told apart by the text of IsA().
 class CMBEvent {
  public:
@@ -79,7 +85,7 @@ class CMBEventHandler : public CMBUntypedEventHandler, public virtual UntypedEve
     return std::strcmp(sample.IsA(), event->IsA()) == 0;
   }
   int _notify(CMBEvent* event) override { return NotifyEvent(static_cast<T*>(event->GetThis())); }
-  /// Returns the framework's status: 0 done, 63 could not be served, 68 not valid for this node.
+  /// Returns one of the statuses above.
   virtual int NotifyEvent(T* event) = 0;
 };
 

@@ -1,7 +1,5 @@
 #include "node/Node.h"
 
-#include <strings.h>
-
 #include <cstdarg>
 #include <cstdio>
 #include <string>
@@ -9,9 +7,6 @@
 #include "node/NodeLayer.h"
 
 namespace {
-
-constexpr int kDone = 0;
-constexpr int kNotValidForThisNode = 68;
 
 std::string FormatText(const char* format, std::va_list args) {
   std::va_list copy;
@@ -28,7 +23,7 @@ std::string FormatText(const char* format, std::va_list args) {
 
 }  // namespace
 
-int CMBEvent::Execute(CMBNode*, int, void*, _tagMBMessageHeader*, int) { return kDone; }
+int CMBEvent::Execute(CMBNode*, int, void*, _tagMBMessageHeader*, int) { return kNotifyDone; }
 
 void AcknowledgeMessage(CMBNode*, void* data, const _tagMBMessageHeader* header, int length) {
   BusService* bus = CMBNode::GetMBPointer();
@@ -54,12 +49,12 @@ const std::list<CMBRecord*>& CMBRecordRequestEvent::PreviousRecords() const {
 
 void CMBRecordRequestEvent::yield() { ActiveNodeLayer().Yield(0); }
 
-int CMBNode::Receive(_tagMBMessageHeader*, void*, int*) { return kDone; }
+int CMBNode::Receive(_tagMBMessageHeader*, void*, int*) { return kNotifyDone; }
 int CMBNode::yield(TYieldDuration duration) { return yield(duration, nullptr, 0, nullptr); }
-int CMBNode::yield(long, int*, int, int*) { return kDone; }
-int CMBNode::PreProcessEvent(CMBEvent*, int) { return kDone; }
-int CMBNode::initNodeConfig(CMBNodeConfigRequest&) { return kDone; }
-int CMBNode::updateNodeConfig(CMBNodeConfigUpdate&) { return kDone; }
+int CMBNode::yield(long, int*, int, int*) { return kNotifyDone; }
+int CMBNode::PreProcessEvent(CMBEvent*, int) { return kNotifyDone; }
+int CMBNode::initNodeConfig(CMBNodeConfigRequest&) { return kNotifyDone; }
+int CMBNode::updateNodeConfig(CMBNodeConfigUpdate&) { return kNotifyDone; }
 int CMBNode::NotifyEvent(CMBNodeConfigRequest* event) { return initNodeConfig(*event); }
 int CMBNode::NotifyEvent(CMBNodeConfigUpdate* event) { return updateNodeConfig(*event); }
 void CMBNode::GenerateAlerts(std::list<CMBRecord*>&, std::list<CMBRecord*>&, std::list<CMBRecord*>&,
@@ -68,14 +63,14 @@ int CMBNode::ShouldLogRecord(CMBRecord*) { return 1; }
 
 int CMBNode::Dispatch(CMBEvent* event) {
   if (PreProcessEvent(event, 0) != 0) {
-    return kDone;
+    return kNotifyDone;
   }
   for (CMBUntypedEventHandler* handler : Handlers()) {
     if (handler->_isInterested(event)) {
       return handler->_notify(event);
     }
   }
-  return kNotValidForThisNode;
+  return kNotifyNotValid;
 }
 
 char* CMBNode::GetLocalNodeID() { return ActiveNodeLayer().LocalNodeId(); }
@@ -106,7 +101,7 @@ int CMBRunnableNode::ScheduleEvent(CMBEvent* event, long period, int repeat, lon
 int CMBRunnableNode::NotifyEvent(CMBUnsolicitedEvent<CMBShutdown>*) {
   WriteShutdownMessage();
   ActiveNodeLayer().RequestStop(0);
-  return kDone;
+  return kNotifyDone;
 }
 void CMBRunnableNode::WriteShutdownMessage() { EventPrintf("Shutdown requested\n"); }
 int CMBRunnableNode::Run() { return ActiveNodeLayer().Run(*this); }
@@ -133,7 +128,8 @@ int CMBAgent::Init(unsigned char productId, char* instance, char* agentType, cha
                    char* buildTime) {
   AgentIdentity identity{productId, instance,  agentType, version,  subVersion,
                          osVersion, osRelease, buildDate, buildTime};
-  std::unique_ptr<CMBIniFile> iniFile = ActiveNodeLayer().OpenIniFile(m_directory, m_iniName);
+  std::unique_ptr<CMBIniFile> iniFile =
+      ActiveNodeLayer().OpenIniFile(m_directory.c_str(), m_iniName.c_str());
   if (iniFile == nullptr) {
     return -1;
   }
@@ -150,16 +146,16 @@ int CMBAgent::initNodeConfig(CMBNodeConfigRequest& request) {
 int CMBAgent::updateNodeConfig(CMBNodeConfigUpdate& update) {
   return CMBNode::updateNodeConfig(update);
 }
-int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBPQLStatement>*) { return kDone; }
-int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBCancelPQL>*) { return kDone; }
-int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBIniInfo>*) { return kDone; }
-int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBLogifStatement>*) { return kDone; }
-int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBTableBinding>*) { return kDone; }
-int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBAlarm>*) { return kDone; }
-int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBDictionary>*) { return kDone; }
-int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBAction>*) { return kDone; }
-int CMBAgent::NotifyEvent(CMBReconnectEvent*) { return kDone; }
-int CMBAgent::NotifyEvent(CMBAlarmRequestEvent*) { return kDone; }
+int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBPQLStatement>*) { return kNotifyDone; }
+int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBCancelPQL>*) { return kNotifyDone; }
+int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBIniInfo>*) { return kNotifyDone; }
+int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBLogifStatement>*) { return kNotifyDone; }
+int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBTableBinding>*) { return kNotifyDone; }
+int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBAlarm>*) { return kNotifyDone; }
+int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBDictionary>*) { return kNotifyDone; }
+int CMBAgent::NotifyEvent(CMBUnsolicitedEvent<CMBAction>*) { return kNotifyDone; }
+int CMBAgent::NotifyEvent(CMBReconnectEvent*) { return kNotifyDone; }
+int CMBAgent::NotifyEvent(CMBAlarmRequestEvent*) { return kNotifyDone; }
 void CMBAgent::GenerateAlerts(std::list<CMBRecord*>& current, std::list<CMBRecord*>& previous,
                               std::list<CMBRecord*>& alerts,
                               std::vector<CMBRecordRequest*>* requests) {

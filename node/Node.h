@@ -2,6 +2,7 @@
 
 #include <list>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "node/BusService.h"
@@ -135,8 +136,8 @@ class CMBAgent : public CMBRunnableNode,
   [[nodiscard]] CMBIniFile* GetIniFile() { return m_iniFile.get(); }
 
  private:
-  const char* m_directory;
-  const char* m_iniName;
+  std::string m_directory;
+  std::string m_iniName;
   int m_sendDirect = 1;
   std::unique_ptr<CMBIniFile> m_iniFile;
 };

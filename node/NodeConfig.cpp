@@ -6,8 +6,8 @@ CMBNodeConfigPossibleValues::CMBNodeConfigPossibleValues(std::uint16_t id, int t
   if (values == nullptr || entrySize < 1) {
     return;
   }
-  for (int offset = 0; offset + entrySize <= totalBytes; offset += entrySize) {
-    const char* entry = values + offset;
+  for (int rest = totalBytes; rest >= entrySize; rest -= entrySize) {
+    const char* entry = values + (totalBytes - rest);
     m_values.emplace_back(entry, ::strnlen(entry, static_cast<std::size_t>(entrySize)));
   }
 }

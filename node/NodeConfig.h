@@ -15,8 +15,12 @@ class CMBNodeConfigBase {
   CMBNodeConfigBase& operator=(const CMBNodeConfigBase&) = delete;
   virtual ~CMBNodeConfigBase() = default;
 
-  /// Takes ownership of the child.
-  void push_back(CMBNodeConfigBase* child) { m_children.emplace_back(child); }
+  /// Takes ownership of the child; null adds nothing.
+  void push_back(CMBNodeConfigBase* child) {
+    if (child != nullptr) {
+      m_children.emplace_back(child);
+    }
+  }
   [[nodiscard]] const std::vector<std::unique_ptr<CMBNodeConfigBase>>& Children() const {
     return m_children;
   }

@@ -1,7 +1,6 @@
 #include "node/Record.h"
 
 #include <cstring>
-#include <functional>
 
 namespace {
 constexpr int kRecordTimeOffset = 8;
