@@ -1,0 +1,55 @@
+#include "collect/Categories.h"
+
+#include <array>
+#include <vector>
+
+#include "collect/CPUSourceLINUX.h"
+#include "collect/CategoryFlags.h"
+#include "collect/Collector.h"
+#include "collect/ProcessSourceLINUX.h"
+
+// This file alone names every source, those of the floors above included.
+
+namespace {
+
+/// A run of a category whose result is a vector.
+template <class Source, auto Accessor>
+UtlError* ReadAll(Collector& collector, CategoryStep& step) {
+  auto& container = *(collector.*Accessor)();
+  Source source;
+  UtlError* error = source.readAll(&collector, container);
+  return step.Finish(error, container.size());
+}
+
+/// A category that reads nothing when it is asked for.
+constexpr UtlError* (*kNoSource)(Collector&, CategoryStep&) = nullptr;
+
+constexpr std::array kCategories{
+    Category{COLLECT_CPU, "CPU", "cpu", ReadAll<CPUSourceUser, &Collector::GetCPU>},
+    Category{COLLECT_PROCESS, "Process", "process",
+             ReadAll<ProcessSourceUser, &Collector::GetProcess>},
+    Category{COLLECT_PROTOCOL, "Protocol", "protocol", kNoSource},
+    Category{COLLECT_MESSAGES, "Messages", "messages", kNoSource},
+    Category{COLLECT_DEVICE, "Device", "device", kNoSource},
+    Category{COLLECT_SEMAPHORE, "Semaphore", "semaphore", kNoSource},
+    Category{COLLECT_SHARED_MEMORY, "Shared Memory", "shared_memory", kNoSource},
+    Category{COLLECT_IPC, "IPC", "ipc", kNoSource},
+    Category{COLLECT_MESSAGE_QUEUES, "Message Queues", "message_queues", kNoSource},
+    Category{COLLECT_SYSTEM, "System", "system", kNoSource},
+    Category{COLLECT_FILE_SYSTEM, "File System", "file_system", kNoSource},
+    Category{COLLECT_INTERFACE, "Interface", "interface", kNoSource},
+    Category{COLLECT_QUOTA, "Quota", "quota", kNoSource},
+    Category{COLLECT_STORAGE, "Storage", "storage", kNoSource},
+    Category{COLLECT_FILE_STAT, nullptr, "file_stat", kNoSource},
+    Category{COLLECT_NFS_SERVER, "NFS Server", "nfs_server", kNoSource},
+    Category{COLLECT_NFS_CLIENT, "NFS Client", "nfs_client", kNoSource},
+    Category{COLLECT_UPI, "UPI", "upi", kNoSource},
+    Category{COLLECT_UPIB, "UPIB", "upib", kNoSource},
+    Category{COLLECT_UPD, "UPD", "upd", kNoSource},
+    Category{COLLECT_UPDB, "UPDB", "updb", kNoSource},
+};
+static_assert(kCategories.size() == 21);
+
+}  // namespace
+
+std::span<const Category> Categories() { return kCategories; }

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+class Collector;
+class UtlError;
+
+/// What the agent says of one category.
+struct CategoryFigures {
+  double seconds = 0.0;        ///< how long the last run took
+  std::uint64_t errors = 0;    ///< failed runs
+  std::uint64_t entities = 0;  ///< rows after the last run
+};
+
+struct Category;
+
+/// One category's part of one run, from its start to the moment before its source is destroyed.
+class CategoryStep {
+ public:
+  CategoryStep(const Category& category, std::uint32_t flags, CategoryFigures& figures)
+      : m_category(category), m_flags(flags), m_figures(figures) {}
+  void Start() const;
+  /// Takes the source's result, owned, and the rows now held. Returns the error if it ends the run,
+  /// else null.
+  [[nodiscard]] UtlError* Finish(UtlError* error, std::size_t entities);
+
+ private:
+  const Category& m_category;
+  std::uint32_t m_flags;
+  CategoryFigures& m_figures;
+};
+
+/// One row of the table of categories.
+struct Category {
+  std::uint32_t flag;
+  const char* name;    ///< in the collector's traces; null keeps it out of them
+  const char* figure;  ///< the category's part of the names of its figures
+  /// Makes the source, runs it and ends the step; null if the category has no source.
+  UtlError* (*run)(Collector& collector, CategoryStep& step);
+};
+
+/// All categories in the order in which they are collected.
+[[nodiscard]] std::span<const Category> Categories();

@@ -1,0 +1,124 @@
+#include "collect/Collector.h"
+
+#include <chrono>
+#include <string>
+
+#include "collect/CPUSourceLINUX.h"
+#include "collect/Categories.h"
+#include "collect/CategoryFlags.h"
+#include "collect/FileStatArgs.h"
+#include "collect/ProcessSourceLINUX.h"
+#include "node/FigureRegistry.h"
+#include "support/CollectorLog.h"
+#include "support/TraceLog.h"
+#include "support/UtlError.h"
+
+namespace {
+
+/// Whether the system figures are made from those of the processors, so that asking for the former
+/// collects the latter too.
+constexpr bool SystemNeedsCPU() { return false; }
+
+bool IsAsked(const Category& category, std::uint32_t flags) {
+  if (category.flag == COLLECT_CPU && SystemNeedsCPU() && (flags & COLLECT_SYSTEM) != 0) {
+    return true;
+  }
+  return (flags & category.flag) != 0;
+}
+
+using FigureTable = std::shared_ptr<std::vector<CategoryFigures>>;
+
+void PublishFigures(const FigureTable& table) {
+  for (std::size_t index = 0; index < Categories().size(); ++index) {
+    const Category& category = Categories()[index];
+    if (category.run == nullptr) {
+      continue;
+    }
+    const std::string stem = std::string("collect_") + category.figure;
+    const std::string subject = std::string(" of the category ") + category.figure + ".";
+    FigureRegistry& registry = FigureRegistry::Instance();
+    registry.Add({stem + "_seconds", "Duration of the last collection" + subject,
+                  FigureKind::kGauge, [table, index] { return (*table)[index].seconds; }});
+    registry.Add({stem + "_errors", "Failed collections" + subject, FigureKind::kCounter,
+                  [table, index] { return static_cast<double>((*table)[index].errors); }});
+    registry.Add({stem + "_entities", "Rows held after the last collection" + subject,
+                  FigureKind::kGauge,
+                  [table, index] { return static_cast<double>((*table)[index].entities); }});
+  }
+}
+
+UtlError* RunCategory(Collector& collector, const Category& category, std::uint32_t flags,
+                      CategoryFigures& figures) {
+  CategoryStep step(category, flags, figures);
+  const auto begin = std::chrono::steady_clock::now();
+  step.Start();
+  UtlError* error = category.run(collector, step);
+  figures.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  return error;
+}
+
+}  // namespace
+
+void CategoryStep::Start() const {
+  if (m_category.name != nullptr) {
+    Trace(30, kInformation, "Start Processing %1 Category.", m_category.name);
+  }
+}
+
+UtlError* CategoryStep::Finish(UtlError* error, std::size_t entities) {
+  m_figures.entities = entities;
+  UtlErrorPtr owned(error);
+  if (owned != nullptr) {
+    ++m_figures.errors;
+    if ((m_flags & COLLECT_CONTINUE_ON_ERROR) == 0) {
+      return owned.release();
+    }
+    if (m_category.name != nullptr) {
+      Trace(20, kError, "Error occured in %2 category collection - %1", owned->GetMessage(),
+            m_category.name);
+    }
+  }
+  if (m_category.name != nullptr) {
+    Trace(20, kInformation, "Completed Processing %1 Category.", m_category.name);
+  }
+  return nullptr;
+}
+
+Collector::Collector()
+    : m_pCPU(std::make_unique<std::vector<CPU>>()),
+      m_pProcess(std::make_unique<std::vector<Process>>()),
+      m_figures(std::make_shared<std::vector<CategoryFigures>>(Categories().size())) {
+  TraceEntry("Collector::Collector");
+  CollectorLog::Instance();
+  PublishFigures(m_figures);
+  TraceExit("Collector::Collector");
+}
+
+Collector::~Collector() = default;
+
+UtlError* Collector::collect(std::uint32_t flags, int) {
+  return collect(flags, std::span<const char* const>{});
+}
+
+UtlError* Collector::collect(std::uint32_t flags, std::span<const char* const> fileStatPaths) {
+  TraceEntry("Collector::collect", Hex{flags});
+  Trace(30, kInformation, "Starting the collect routine");
+  UtlError* error = nullptr;
+  for (std::size_t index = 0; index < Categories().size() && error == nullptr; ++index) {
+    const Category& category = Categories()[index];
+    if (category.flag == COLLECT_FILE_STAT) {
+      FileStatArgs::Set(fileStatPaths);
+    }
+    if (category.run != nullptr && IsAsked(category, flags)) {
+      error = RunCategory(*this, category, flags, (*m_figures)[index]);
+    }
+  }
+  FileStatArgs::Set({});
+  if (error != nullptr) {
+    TraceExit("Collector::collect", error->GetMessage());
+    return error;
+  }
+  TraceExit("Collector::collect");
+  Trace(30, kInformation, "Completed the collect routine");
+  return nullptr;
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+class CPU;
+class Process;
+class UtlError;
+struct CategoryFigures;
+
+/// The one object through which the agent reads the operating system. It holds the latest figures
+/// of each category until the next run of the same category.
+///
+/// A category is added by a source file of its own, a member with its accessor here, and its row in
+/// Categories.cpp.
+class Collector {
+ public:
+  Collector();
+  ~Collector();
+  Collector(const Collector&) = delete;
+  Collector& operator=(const Collector&) = delete;
+
+  /// Refreshes each category whose bit of CategoryFlags.h is set, once, in the table's order. With
+  /// COLLECT_CONTINUE_ON_ERROR a failing category is traced and the result is null; without it the
+  /// first error ends the run and is returned, owned by the caller. The second argument is unused.
+  [[nodiscard]] UtlError* collect(std::uint32_t flags, int unused);
+  /// The same, with the files that the file-stat category looks at; not kept.
+  [[nodiscard]] UtlError* collect(std::uint32_t flags, std::span<const char* const> fileStatPaths);
+
+  /// The categories' figures: never null, owned by the collector, valid for its life.
+  [[nodiscard]] std::vector<CPU>* GetCPU() const { return m_pCPU.get(); }
+  [[nodiscard]] std::vector<Process>* GetProcess() const { return m_pProcess.get(); }
+
+  /// A word that the agent hands in at start; nothing in collection reads it.
+  void SetOpaque(void* opaque) { m_opaque = opaque; }
+  [[nodiscard]] void* GetOpaque() const { return m_opaque; }
+
+ private:
+  std::unique_ptr<std::vector<CPU>> m_pCPU;
+  std::unique_ptr<std::vector<Process>> m_pProcess;
+  void* m_opaque = nullptr;
+  /// Shared with the registry of figures, which may read them after the collector has gone.
+  std::shared_ptr<std::vector<CategoryFigures>> m_figures;
+};

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <grp.h>
+#include <pwd.h>
+
+/// The identity that stands for "not set".
+inline constexpr int kNoIdentity = -999;
+
+/// The name of a user: "N/S" for kNoIdentity, "N/A uid = 123" if the system knows no such user,
+/// which is asked again at each look-up. A name found once is kept until the caches are cleared.
+/// `entry` gets what the system was asked for, null where it was not asked; it may be null. The
+/// text is owned here; the "N/A" text lives until the next one.
+[[nodiscard]] const char* UserName(passwd** entry, int uid);
+/// The same of a group, with "N/A gid = 123".
+[[nodiscard]] const char* GroupName(group** entry, int gid);
+
+/// Forget all names; texts handed out are no longer valid.
+void ClearUserNames();
+void ClearGroupNames();

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+/// Takes fields from a text as the scanf directives of the C locale do, without their cost: each
+/// skips white space first. After one that does not match all that follow fail too.
+class TextScanner {
+ public:
+  /// The text ends at its first NUL, if it has one.
+  explicit TextScanner(std::string_view text) : m_rest(text.substr(0, text.find('\0'))) {}
+
+  /// "%ld", a value beyond 64 bits being the nearest one within.
+  bool Signed(std::int64_t& value);
+  /// The low 32 bits of "%ld".
+  bool Signed(std::int32_t& value);
+  /// "%lu": a minus sign negates.
+  bool Unsigned(std::uint64_t& value);
+  /// The low 32 bits of "%lu".
+  bool Unsigned(std::uint32_t& value);
+  /// " %c"
+  bool Letter(char& letter);
+  /// "%s"; the word stays in the text.
+  bool Word(std::string_view& word);
+  /// "%*d" and "%*lu", `times` times.
+  bool SkipNumbers(int times);
+  /// "%*s"
+  bool SkipWord();
+
+  /// How many values have been taken; what was skipped does not count.
+  [[nodiscard]] int Count() const { return m_count; }
+
+ private:
+  bool Number(std::uint64_t& magnitude, bool& negative, bool& overflow);
+  void SkipSpace();
+
+  std::string_view m_rest;
+  int m_count = 0;
+  bool m_failed = false;
+};

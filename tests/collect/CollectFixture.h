@@ -1,0 +1,44 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "collect/NameCache.h"
+#include "collect/ProcLib.h"
+#include "support/HostPaths.h"
+#include "support/OsCalls.h"
+#include "support/Switches.h"
+#include "tests/scripted/ProcessTree.h"
+#include "tests/scripted/ScriptedNode.h"
+
+/// A fresh node, fresh caches and the real system calls around each test. All traces are on.
+class CollectFixture : public testing::Test {
+ protected:
+  void SetUp() override {
+    ScriptedNode::Reset();
+    g_msgLogLevel = 40;
+    g_kernelVariant = 3;
+    ProcLib::ResetCaches();
+    Os().getpagesize = [] { return 4096; };
+  }
+  void TearDown() override {
+    Os() = m_calls;
+    SetHostRoot("");
+    ProcLib::ResetCaches();
+    ClearUserNames();
+    ClearGroupNames();
+    g_kernelVariant = 3;
+    g_msgLogLevel = 0;
+  }
+
+  static std::string FixturePath(const std::string& kernel) {
+    return std::string(QMT_TEST_DIR) + "/fixtures/" + kernel;
+  }
+  static std::size_t Lines(const std::string& part) {
+    return ScriptedNode::Instance().LinesWith(part).size();
+  }
+
+ private:
+  OsCalls m_calls = Os();
+};
