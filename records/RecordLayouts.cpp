@@ -1,0 +1,113 @@
+#include "records/RecordLayouts.h"
+
+#include <array>
+#include <cstddef>
+
+namespace {
+
+template <std::size_t N>
+constexpr FieldType TypeOf(const Text<N>*) {
+  return FieldType::kText;
+}
+[[maybe_unused]] constexpr FieldType TypeOf(const Ushort*) { return FieldType::kUshort; }
+constexpr FieldType TypeOf(const Long*) { return FieldType::kLong; }
+constexpr FieldType TypeOf(const Ulong*) { return FieldType::kUlong; }
+constexpr FieldType TypeOf(const Float*) { return FieldType::kFloat; }
+constexpr FieldType TypeOf(const Double*) { return FieldType::kDouble; }
+constexpr FieldType TypeOf(const Utime*) { return FieldType::kUtime; }
+
+template <class Record>
+struct Fields;
+
+#define BEGIN(structure, className, name, kind, bytes) \
+  template <>                                          \
+  struct Fields<structure> {                           \
+    using Row = structure;                             \
+    static constexpr FieldLayout kTable[] = {
+#define FIELD(type, member, label, meaning)                                               \
+  {label, TypeOf(static_cast<const type*>(nullptr)), offsetof(Row, member), sizeof(type), \
+   FieldMeaning::meaning},
+// clang-format off
+#define END() }; };
+// clang-format on
+#include "records/layout/All.def"
+
+constexpr std::size_t DescriptorRows(FieldType type) {
+  switch (type) {
+    case FieldType::kText:
+      return 0;
+    case FieldType::kUtime:
+      return 2;
+    default:
+      return 1;
+  }
+}
+
+constexpr std::uint8_t DescriptorCode(FieldType type) {
+  switch (type) {
+    case FieldType::kUshort:
+      return 3;
+    case FieldType::kFloat:
+      return 21;
+    case FieldType::kDouble:
+      return 22;
+    default:
+      return 8;
+  }
+}
+
+template <class Record>
+constexpr std::size_t CountDescriptors() {
+  std::size_t rows = 0;
+  for (const FieldLayout& field : Fields<Record>::kTable) {
+    rows += DescriptorRows(field.type);
+  }
+  return rows;
+}
+
+template <class Record>
+constexpr auto MakeDescriptors() {
+  std::array<FieldDescriptor, CountDescriptors<Record>()> table{};
+  std::size_t next = 0;
+  for (const FieldLayout& field : Fields<Record>::kTable) {
+    const std::size_t rows = DescriptorRows(field.type);
+    for (std::size_t row = 0; row < rows; ++row) {
+      const std::size_t width = field.width / rows;
+      table[next].type = DescriptorCode(field.type);
+      table[next].offset = static_cast<std::uint16_t>(field.offset + row * width);
+      table[next].width = static_cast<std::uint16_t>(width);
+      ++next;
+    }
+  }
+  return table;
+}
+
+template <class Record>
+constexpr auto kDescriptors = MakeDescriptors<Record>();
+
+template <class Record>
+constexpr RecordLayout kLayout{RecordTraits<Record>::kName, RecordTraits<Record>::kStructure,
+                               RecordTraits<Record>::kCategory, sizeof(Record),
+                               Fields<Record>::kTable};
+
+}  // namespace
+
+#define BEGIN(structure, className, name, kind, bytes)                                 \
+  const RecordLayout& RecordTraits<structure>::Layout() { return kLayout<structure>; } \
+  std::span<const FieldDescriptor> RecordTraits<structure>::Descriptors() {            \
+    return kDescriptors<structure>;                                                    \
+  }
+#include "records/layout/All.def"
+
+void TouchFieldTables() {
+  [[maybe_unused]] volatile std::uint8_t touched = 0;
+#define BEGIN(structure, className, name, kind, bytes) \
+  touched = RecordTraits<structure>::Descriptors().front().type;
+#include "records/layout/All.def"
+}
+
+void PublishLayouts() {
+#define BEGIN(structure, className, name, kind, bytes) \
+  LayoutRegistry::Instance().Publish(RecordTraits<structure>::Layout());
+#include "records/layout/All.def"
+}

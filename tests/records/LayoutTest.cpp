@@ -1,0 +1,241 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "records/RecordClasses.h"
+#include "records/RecordDump.h"
+#include "support/Switches.h"
+#include "tests/scripted/ScriptedNode.h"
+
+namespace {
+
+/// One line of the golden table: a field, and the record it belongs to.
+struct GoldenField {
+  std::string className, type, category;
+  int kind, bytes, rows, offset, width;
+  std::string label, fieldType;
+};
+
+using GoldenTable = std::map<std::string, std::vector<GoldenField>>;  // by structure
+
+GoldenTable ReadGoldenTable() {
+  GoldenTable table;
+  std::ifstream file(QMT_TEST_DIR "/records/records.tsv");
+  std::string line;
+  std::getline(file, line);  // the names of the columns
+  while (std::getline(file, line)) {
+    std::vector<std::string> cells;
+    std::istringstream text(line);
+    for (std::string cell; std::getline(text, cell, '\t');) {
+      cells.push_back(cell);
+    }
+    table[cells.at(0)].push_back({cells.at(1), cells.at(2), cells.at(3), std::stoi(cells.at(4)),
+                                  std::stoi(cells.at(5)), std::stoi(cells.at(6)),
+                                  std::stoi(cells.at(7)), std::stoi(cells.at(10)), cells.at(8),
+                                  cells.at(9)});
+  }
+  return table;
+}
+
+/// A record as the program declares it.
+struct DeclaredRecord {
+  std::string structure, className;
+  const RecordLayout& layout;
+  std::unique_ptr<CMBRecord> row;
+};
+
+std::vector<DeclaredRecord> DeclaredRecords() {
+  std::vector<DeclaredRecord> records;
+#define BEGIN(structure, className, name, kind, bytes)                            \
+  {                                                                               \
+    const structure row = NewRow<structure>(1234567890);                          \
+    records.push_back({#structure, #className, RecordTraits<structure>::Layout(), \
+                       std::make_unique<RecordTraits<structure>::Class>(&row)});  \
+  }
+#include "records/layout/All.def"
+  return records;
+}
+
+void AppendDescriptor(std::string& table, int code, int offset, int width) {
+  for (const int byte : {code, offset & 0xff, offset >> 8, width & 0xff, width >> 8}) {
+    table += static_cast<char>(byte);
+  }
+}
+
+/// The bytes of the descriptor table of a little-endian machine.
+std::string GoldenDescriptors(const std::vector<GoldenField>& fields) {
+  static const std::map<std::string, int> kCodes{{"ushort", 3}, {"long", 8},    {"ulong", 8},
+                                                 {"float", 21}, {"double", 22}, {"utime", 8}};
+  std::string table;
+  for (const GoldenField& field : fields) {
+    if (field.fieldType == "utime") {
+      AppendDescriptor(table, 8, field.offset, 4);
+      AppendDescriptor(table, 8, field.offset + 4, 4);
+    } else if (kCodes.contains(field.fieldType)) {
+      AppendDescriptor(table, kCodes.at(field.fieldType), field.offset, field.width);
+    }
+  }
+  return table;
+}
+
+void CompareFields(const RecordLayout& layout, const std::vector<GoldenField>& golden) {
+  ASSERT_EQ(layout.fields.size(), golden.size());
+  for (std::size_t i = 0; i < golden.size(); ++i) {
+    const FieldLayout& field = layout.fields[i];
+    SCOPED_TRACE(golden[i].label);
+    EXPECT_EQ(field.label, golden[i].label);
+    EXPECT_EQ(field.offset, golden[i].offset);
+    EXPECT_EQ(field.width, golden[i].width);
+    const std::string width =
+        field.type == FieldType::kText ? "[" + std::to_string(field.width) + "]" : "";
+    EXPECT_EQ(FieldTypeName(field.type) + width, golden[i].fieldType);
+  }
+}
+
+TEST(Layouts, AreThoseOfTheGoldenTable) {
+  const GoldenTable golden = ReadGoldenTable();
+  std::set<std::string> declared;
+  for (const DeclaredRecord& record : DeclaredRecords()) {
+    SCOPED_TRACE(record.structure);
+    declared.insert(record.structure);
+    ASSERT_TRUE(golden.contains(record.structure));
+    const std::vector<GoldenField>& fields = golden.at(record.structure);
+    const GoldenField& head = fields.front();
+    EXPECT_EQ(record.className, head.className);
+    EXPECT_EQ(record.layout.structure, record.structure);
+    EXPECT_EQ(record.layout.name, head.type);
+    EXPECT_EQ(record.layout.category, head.category.at(0));
+    EXPECT_EQ(record.layout.size, head.bytes);
+    EXPECT_EQ(record.row->GetRecType(), head.type);
+    EXPECT_EQ(record.row->GetDataType(), head.kind);
+    EXPECT_EQ(record.row->GetRecSize(), head.bytes);
+    EXPECT_EQ(record.row->GetRecTime(), 1234567890);
+    EXPECT_STREQ(record.row->IsA(), "CMBProductRecord");
+    EXPECT_EQ(record.row->IsProductRecord(), 1);
+    CompareFields(record.layout, fields);
+
+    ASSERT_EQ(record.row->GetFieldTypeCount(), head.rows);
+    const std::string descriptors(reinterpret_cast<const char*>(record.row->GetFieldTypeArray()),
+                                  static_cast<std::size_t>(head.rows) * sizeof(FieldDescriptor));
+    EXPECT_EQ(descriptors, GoldenDescriptors(fields));
+  }
+  for (const auto& [structure, fields] : golden) {
+    EXPECT_TRUE(fields.front().category != "4" || declared.contains(structure)) << structure;
+  }
+}
+
+TEST(Layouts, NameTheIdentityFields) {
+  const std::map<std::string, std::string> expected{
+      {"CPUP", "Processor ID;"},
+      {"DEVD", "Device Name;"},
+      {"NIND", "Interface;IP Address;"},
+      {"WGRP", "Workgroup;"},
+      {"UPI", "Trans String Key;Trans Data Key;Trans Type;"},
+      {"UPIB", "Trans String Key;Trans Data Key;Trans Type;"}};
+  std::map<std::string, std::string> found;
+  for (const DeclaredRecord& record : DeclaredRecords()) {
+    for (const FieldLayout& field : record.layout.fields) {
+      if (field.meaning == FieldMeaning::key) {
+        found[record.layout.name].append(field.label).append(";");
+      }
+    }
+  }
+  EXPECT_EQ(found, expected);
+}
+
+TEST(Layouts, ArePublishedUnderTheirNames) {
+  TouchFieldTables();
+  PublishLayouts();
+  for (const DeclaredRecord& record : DeclaredRecords()) {
+    EXPECT_EQ(LayoutRegistry::Instance().Find(record.layout.name, record.layout.category),
+              &record.layout);
+  }
+}
+
+TEST(RecordClass, HoldsACopyOrZeros) {
+  recordPI_DEVD row = NewRow<recordPI_DEVD>(7);
+  row.totalIoOps = 0x01020304U;
+  row.deviceType = "a long type of device";
+  row.deviceName = static_cast<const char*>(nullptr);
+  EXPECT_STREQ(row.deviceType.c_str(), "a lo");
+  EXPECT_STREQ(row.deviceName.c_str(), "");
+  EXPECT_EQ(row.totalIoOps, 0x01020304U);  // stands right behind the text, at an odd offset
+
+  const cmbClassPI_DEVD record(&row);
+  row.totalIoOps = 0U;
+  const auto* copy = static_cast<const recordPI_DEVD*>(record.GetRecStart());
+  EXPECT_EQ(copy->totalIoOps, 0x01020304U);
+
+  const cmbClassPI_DEVD empty(nullptr);
+  const std::string zeros(sizeof(recordPI_DEVD), '\0');
+  EXPECT_EQ(std::memcmp(empty.GetRecStart(), zeros.data(), zeros.size()), 0);
+}
+
+int Equal(const CMBRecord& a, const CMBRecord& b) { return a == b; }
+
+TEST(RecordClass, IsEqualByTypeAndIdentity) {
+  recordPI_UPI base = NewRow<recordPI_UPI>(1);
+  base.transStringKey = "key";
+  base.transType = "type";
+  base.transDataKey = 5U;
+  recordPI_UPI other = base;
+  other.recordTime = 2;
+  other.userString1 = "no part of the identity";
+  EXPECT_EQ(Equal(cmbClassPI_UPI(&base), cmbClassPI_UPI(&other)), 1);
+  for (const auto& change :
+       std::vector<void (*)(recordPI_UPI&)>{[](recordPI_UPI& row) { row.transStringKey = "keys"; },
+                                            [](recordPI_UPI& row) { row.transType = ""; },
+                                            [](recordPI_UPI& row) { row.transDataKey = 6U; },
+                                            [](recordPI_UPI& row) { row.recordType = "UPIB"; }}) {
+    recordPI_UPI changed = base;
+    change(changed);
+    EXPECT_EQ(Equal(cmbClassPI_UPI(&base), cmbClassPI_UPI(&changed)), 0);
+  }
+  // A record of another shape is never read as this one, even under the same type text.
+  CMBStringRecord text('4');
+  text.SetText("UPI");
+  EXPECT_EQ(Equal(cmbClassPI_UPI(&base), text), 0);
+
+  recordPI_NINS sums = NewRow<recordPI_NINS>(1);
+  const cmbClassPI_NINS first(&sums);
+  sums.interfaceCount = 9U;
+  EXPECT_EQ(Equal(first, cmbClassPI_NINS(&sums)), 1);
+  EXPECT_EQ(Equal(first, cmbClassPI_NINS(nullptr)), 0);
+}
+
+TEST(DumpRecord, WritesLabelsOnceAndLeavesUnlabelledFieldsOut) {
+  ScriptedNode::Reset();
+  recordPI_WGRP row = NewRow<recordPI_WGRP>(-1);
+  row.interval = 60U;
+  row.workgroup = "batch";
+  row.processCount = 4294967295U;
+  row.userCpu = tagUTIME{3, 250000};
+  row.cpuPercent = 12.5F;
+  row.arguments = "not shown";
+  row.cpuPercentCopy = 99.0F;
+  g_msgDataLevel = 39;
+  DumpRecord(row, 0);
+  EXPECT_EQ(ScriptedNode::Instance().dataTrace, "");
+  g_msgDataLevel = 40;
+  DumpRecord(row, 0);
+  DumpRecord(row, 1);
+  const std::string values =
+      "WGRP,-1,60,batch,4294967295,,,,3.250000,0.000000,12.500000,0,0,0,0,0,0,0,0,0,"
+      "0.000000,0.000000,0.000000,0.000000,0.000000\n";
+  EXPECT_EQ(ScriptedNode::Instance().dataTrace,
+            "Record Type,Record Time,Interval,Workgroup,Process Count,Users,Groups,Programs,"
+            "User CPU,System CPU,CPU %,Major Faults,Swaps,Context Switches,Real Mem Kbytes,"
+            "Virtual Mem Kbytes,Reads,Writes,Total I/O Ops,Total I/O Kbytes,Avg I/O Kbytes,"
+            "Throughput/sec,Reads/sec,Writes/sec,Total I/O Ops/sec\n" +
+                values + values);
+  ScriptedNode::Reset();
+}
+
+}  // namespace
