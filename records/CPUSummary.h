@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+
+#include "support/TimeValues.h"
+#include "support/UtlError.h"
+
+class Collector;
+
+/// All processors of one pass added up.
+class CPUSummary {
+ public:
+  /// The collector is not owned.
+  explicit CPUSummary(Collector* collector);
+
+  /// Sums the collector's processor rows, once for each `requestId`. Null, or an error that the
+  /// caller owns.
+  [[nodiscard]] UtlError* Build(std::uint32_t requestId);
+  void Clear();
+
+  // Each of the following warns at level 30 before the first Build.
+  [[nodiscard]] std::uint32_t GetCPUCount() const { return Read(m_cpuCount); }
+  [[nodiscard]] std::uint32_t GetContextSwitches() const { return Read(m_contextSwitches); }
+  [[nodiscard]] std::uint32_t GetTraps() const { return Read(m_traps); }
+  [[nodiscard]] std::uint32_t GetInterrupts() const { return Read(m_interrupts); }
+  [[nodiscard]] std::uint32_t GetSystemCalls() const { return Read(m_systemCalls); }
+  [[nodiscard]] UtlTime GetIdleTime() const { return Read(m_idleTime); }
+  [[nodiscard]] UtlTime GetUserTime() const { return Read(m_userTime); }
+  [[nodiscard]] UtlTime GetKernelTime() const { return Read(m_kernelTime); }
+  [[nodiscard]] UtlTime GetWaitTime() const { return Read(m_waitTime); }
+  [[nodiscard]] UtlTime GetTotalTime() const { return Read(m_totalTime); }
+
+ private:
+  template <class Value>
+  const Value& Read(const Value& value) const {
+    WarnUnlessBuilt();
+    return value;
+  }
+  void WarnUnlessBuilt() const;
+  void AddTime(UtlTime& field, const tagUTIME& value);
+
+  Collector* m_collector;
+  bool m_built = false;
+  std::uint32_t m_lastRequest = 0;
+  std::uint32_t m_cpuCount = 0;
+  std::uint32_t m_contextSwitches = 0;
+  std::uint32_t m_traps = 0;
+  std::uint32_t m_interrupts = 0;
+  std::uint32_t m_systemCalls = 0;
+  UtlTime m_idleTime;
+  UtlTime m_userTime;
+  UtlTime m_kernelTime;
+  UtlTime m_waitTime;
+  UtlTime m_totalTime;
+};

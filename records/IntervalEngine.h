@@ -1,0 +1,205 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "node/RecordRequest.h"
+#include "records/RecordBuilder.h"
+#include "records/RecordClasses.h"
+#include "records/RecordDump.h"
+#include "support/TimeValues.h"
+#include "support/TraceLog.h"
+#include "support/UtlError.h"
+
+/// A counter that the delta step subtracts, and its name in the trace of one that went backwards.
+template <class Record>
+struct CounterField {
+  Ulong Record::*field;
+  const char* traceName;
+};
+
+/// A rate and the counter that it is the quotient of.
+template <class Record>
+struct RateField {
+  Float Record::*rate;
+  Ulong Record::*counter;
+};
+
+/// What a rate over a zero interval costs: the rest of the build, or the one row.
+enum class RateFailure { kEndsBuild, kSkipsRow };
+
+/// What one record gives to the engine. All tables live as long as the process.
+template <class Record>
+struct IntervalFamily {
+  std::span<const CounterField<Record>> counters;
+  std::span<Utime Record::*const> times;
+  std::span<const RateField<Record>> rates;
+  /// Whether two rows are of one instance; null for a record of a single row.
+  bool (*sameInstance)(const Record&, const Record&);
+  /// The rate step's name in its error, as in "RecordBuilder::BuildRates_CPUP".
+  const char* ratesOperation;
+  RateFailure rateFailure = RateFailure::kEndsBuild;
+};
+
+/// current - previous, wrapping at 32 bits; a counter that went backwards is traced at level 20.
+[[nodiscard]] std::uint32_t CounterDelta(std::uint32_t current, std::uint32_t previous,
+                                         const char* traceName);
+[[nodiscard]] UtlErrorPtr ZeroIntervalError(const char* ratesOperation);
+/// 0 to 100; 0 if the total is zero.
+[[nodiscard]] float PercentOf(const tagUTIME& part, const tagUTIME& total);
+
+/// The current row with the previous one's counters and times subtracted and with the seconds
+/// between the two as its interval. Touches no kept row.
+template <class Record>
+[[nodiscard]] Record DeltaPI(const IntervalFamily<Record>& family, const Record& current,
+                             const Record& previous) {
+  Record row = current;
+  row.interval =
+      CounterDelta(static_cast<std::uint32_t>(current.recordTime),
+                   static_cast<std::uint32_t>(previous.recordTime), "interval");
+  for (Utime Record::*field : family.times) {
+    row.*field = UTIMEDelta4Overflow(current.*field, previous.*field);
+  }
+  for (const CounterField<Record>& counter : family.counters) {
+    row.*counter.field =
+        CounterDelta(current.*counter.field, previous.*counter.field, counter.traceName);
+  }
+  return row;
+}
+
+/// The raw rows of one record, one an instance: the cumulative figures of the last interval. Rows of
+/// instances that vanished stay.
+template <class Record>
+class RawRows {
+ public:
+  /// The difference of `current` to its instance's last raw row, or to zero where there is none;
+  /// `current` takes that row's place.
+  [[nodiscard]] Record Replace(const IntervalFamily<Record>& family, const Record& current) {
+    Record* previous = Find(family, current);
+    if (previous == nullptr) {
+      m_rows.push_back(current);
+      return DeltaPI(family, current, Record{});
+    }
+    const Record row = DeltaPI(family, current, *previous);
+    *previous = current;
+    return row;
+  }
+
+ private:
+  /// Rows come in the same order at each interval, so the search goes on where it last ended.
+  Record* Find(const IntervalFamily<Record>& family, const Record& current) {
+    for (std::size_t step = 0; step < m_rows.size(); ++step) {
+      const std::size_t place = (m_next + step) % m_rows.size();
+      if (family.sameInstance == nullptr || family.sameInstance(m_rows[place], current)) {
+        m_next = place + 1;
+        return &m_rows[place];
+      }
+    }
+    return nullptr;
+  }
+
+  std::vector<Record> m_rows;
+  std::size_t m_next = 0;
+};
+
+/// Divides the row's counters by its interval. Null, or an error for an interval of 0.
+template <class Record>
+[[nodiscard]] UtlErrorPtr BuildRates(const IntervalFamily<Record>& family, Record& row) {
+  if (row.interval == 0U) {
+    return ZeroIntervalError(family.ratesOperation);
+  }
+  const auto seconds = static_cast<float>(static_cast<std::uint32_t>(row.interval));
+  for (const RateField<Record>& rate : family.rates) {
+    const std::uint64_t counter = static_cast<std::uint32_t>(row.*rate.counter);
+    row.*rate.rate = static_cast<float>(counter) / seconds;
+  }
+  return nullptr;
+}
+
+/// One build of one record: takes rows with cumulative figures and makes finished records of them.
+template <class Record>
+class IntervalBuild {
+ public:
+  /// `first` tells that the request has not been served before; `upTime` is in seconds. All is
+  /// referred to for the life of the build.
+  IntervalBuild(const IntervalFamily<Record>& family, RawRows<Record>& rawRows,
+                CMBRecordRequestEvent& event, bool first, std::int32_t upTime)
+      : m_family(family),
+        m_rawRows(rawRows),
+        m_event(event),
+        m_first(first),
+        m_upTime(static_cast<std::uint32_t>(upTime)),
+        m_withRates(event.ShouldCalcRates() != 0) {}
+
+  /// Takes one row through mode, rates, `derive` and output. `derive(row, predecessor)` computes
+  /// percentages and averages: from the row's own figures with rates, else from the differences to
+  /// the predecessor, which may be null. Null, or the error that ends the build.
+  template <class Derive>
+  [[nodiscard]] UtlErrorPtr Add(Record row, const Derive& derive) {
+    row = InMode(row);
+    if (UtlErrorPtr error = BuildRates(m_family, row)) {
+      return Reject(std::move(error));
+    }
+    derive(row, m_withRates ? nullptr : Predecessor(row));
+    if (!m_withRates) {
+      row.interval = static_cast<std::uint32_t>(row.recordTime);
+    }
+    if (m_event.IsRealtime() != 0 || !m_first) {
+      DumpRecord(row, m_rows);
+      m_event.m_records.push_back(new typename RecordTraits<Record>::Class(&row));
+    }
+    ++m_rows;
+    return nullptr;
+  }
+
+  [[nodiscard]] bool WithRates() const { return m_withRates; }
+  /// Rows processed, output or not.
+  [[nodiscard]] int RowCount() const { return m_rows; }
+
+ private:
+  Record InMode(const Record& raw) {
+    constexpr const char* kName = RecordTraits<Record>::kName;
+    if (m_event.IsRealtime() == 0) {
+      Trace(30, kInformation, "%1 - Processing Interval Request.", kName);
+      return m_rawRows.Replace(m_family, raw);
+    }
+    Record row = raw;
+    if (m_withRates) {
+      row.interval = m_upTime;
+    } else {
+      Trace(30, kInformation, "%1 - Processing Realtime Request with no rate calculations.", kName);
+      row.interval = 1U;
+    }
+    return row;
+  }
+
+  UtlErrorPtr Reject(UtlErrorPtr error) const {
+    if (m_family.rateFailure == RateFailure::kEndsBuild) {
+      return error;
+    }
+    Trace(30, kWarning, "Unable to process %1 record: %2 : Record skipped.",
+          RecordTraits<Record>::kName, error->GetMessage());
+    return nullptr;
+  }
+
+  /// The row of the request's last answer that has the same identity; owned by the framework.
+  const Record* Predecessor(const Record& row) const {
+    const typename RecordTraits<Record>::Class sample(&row);
+    for (const CMBRecord* record : m_event.PreviousRecords()) {
+      if (record->GetRecSize() == static_cast<int>(sizeof(Record)) && sample == *record) {
+        return static_cast<const Record*>(record->GetRecStart());
+      }
+    }
+    return nullptr;
+  }
+
+  const IntervalFamily<Record>& m_family;
+  RawRows<Record>& m_rawRows;
+  CMBRecordRequestEvent& m_event;
+  bool m_first;
+  std::uint32_t m_upTime;
+  bool m_withRates;
+  int m_rows = 0;
+};

@@ -1,0 +1,51 @@
+#include <array>
+
+#include "collect/CategoryFlags.h"
+#include "records/RecordBuilder.h"
+#include "records/RecordMapping.h"
+
+namespace {
+
+/// Marks a record whose builder is still to come: a request for it is refused like an unknown one.
+constexpr RecordBuilderFunction kRefused = nullptr;
+
+constexpr std::uint32_t kInterval = '4';
+constexpr std::uint32_t kDetail = '3';
+constexpr std::uint32_t kProcesses = COLLECT_PROCESS | COLLECT_ACCT;
+
+constexpr RecordMapping kPI{
+    kInterval, "PI", COLLECT_ACCT | COLLECT_SYSTEM | COLLECT_PROTOCOL | COLLECT_CPU, 0, kRefused};
+constexpr RecordMapping kCPUP{kInterval, "CPUP", COLLECT_CPU, 0, &RecordBuilder::Build_CPUP};
+constexpr RecordMapping kDEVD{kInterval, "DEVD", COLLECT_DEVICE, 0, kRefused};
+constexpr RecordMapping kDEVS{kInterval, "DEVS", COLLECT_DEVICE, 0, kRefused};
+constexpr RecordMapping kNIND{kInterval, "NIND", COLLECT_INTERFACE, 0, kRefused};
+constexpr RecordMapping kNINS{kInterval, "NINS", COLLECT_INTERFACE, 0, kRefused};
+constexpr RecordMapping kWGRP{kInterval, "WGRP", kProcesses, 0, kRefused};
+constexpr RecordMapping kUPI{kInterval, "UPI", COLLECT_UPI, 0, kRefused};
+constexpr RecordMapping kUPIB{kInterval, "UPIB", COLLECT_UPIB, 0, kRefused};
+constexpr RecordMapping kPD{kDetail, "PD", kProcesses, 0, kRefused};
+constexpr RecordMapping kACCT{kDetail, "ACCT", COLLECT_ACCT, 0, &RecordBuilder::BuildPD_ACCT};
+constexpr RecordMapping kFSL{kDetail, "FSL", COLLECT_FILE_SYSTEM, 0, kRefused};
+constexpr RecordMapping kFSR{kDetail, "FSR", COLLECT_FILE_SYSTEM, 0, kRefused};
+constexpr RecordMapping kPDI{kDetail, "PDI", kProcesses, 0, kRefused};
+constexpr RecordMapping kPDS{kDetail, "PDS", kProcesses, 1, kRefused};
+constexpr RecordMapping kPGM{kDetail, "PGM", kProcesses, 0, kRefused};
+constexpr RecordMapping kTERM{kDetail, "TERM", kProcesses, 0, kRefused};
+constexpr RecordMapping kUFSS{kDetail, "UFSS", COLLECT_STORAGE | COLLECT_FILE_SYSTEM, 0, kRefused};
+constexpr RecordMapping kUSER{kDetail, "USER", kProcesses, 0, kRefused};
+constexpr RecordMapping kUPD{kDetail, "UPD", COLLECT_UPD, 0, kRefused};
+constexpr RecordMapping kUPDB{kDetail, "UPDB", COLLECT_UPDB, 0, kRefused};
+constexpr RecordMapping kAPP{kDetail, "APP", COLLECT_PROCESS, 0, kRefused};
+
+constexpr std::array kBaseTable{kPI,  kCPUP, kDEVD, kDEVS, kNIND, kNINS, kWGRP,
+                                kUPI, kUPIB, kPD,   kFSL,  kFSR,  kPDI,  kPDS,
+                                kPGM, kTERM, kUSER, kUPD,  kUPDB, kAPP};
+constexpr std::array kPoolTable{kPI,  kCPUP, kDEVD, kDEVS, kNIND, kNINS, kWGRP, kPD,  kACCT,
+                                kFSL, kFSR,  kPDI,  kPDS,  kPGM,  kTERM, kUFSS, kUSER};
+constexpr std::array kOptionalTable{OptionalRecord{"UFSS", kOptionalUFSS}};
+
+}  // namespace
+
+std::span<const RecordMapping> UnixBaseRecordMappings() { return kBaseTable; }
+std::span<const RecordMapping> PoolRecordMappings() { return kPoolTable; }
+std::span<const OptionalRecord> OptionalRecordTable() { return kOptionalTable; }

@@ -1,0 +1,214 @@
+#include "records/RecordBuilder.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "collect/CategoryFlags.h"
+#include "collect/ProcLib.h"
+#include "node/LayoutRegistry.h"
+#include "records/UserObjects.h"
+#include "support/OsCalls.h"
+#include "support/ProductOptions.h"
+#include "support/Switches.h"
+#include "support/TraceLog.h"
+
+namespace {
+
+constexpr std::size_t kOptionalNameLimit = 4;
+
+std::int32_t Now() { return static_cast<std::int32_t>(Os().time(nullptr)); }
+
+UtlTime WholeSeconds(std::int64_t seconds) { return {seconds, std::int64_t{0}}; }
+
+bool IsOptionOn(const char* value) {
+  return value == nullptr || value[0] == 'y' || value[0] == 'Y';
+}
+
+}  // namespace
+
+RecordBuilder::RecordBuilder(UnixAgent* agent, Collector* collector,
+                             [[maybe_unused]] const char* hostUtilPipePrefix)
+    : m_pCollector(collector),
+      m_pAgent(agent),
+      m_pCPUSummary(std::make_unique<CPUSummary>(collector)),
+      m_startTime(WholeSeconds(0)),
+      m_bootTime(WholeSeconds(0)) {}
+
+RecordBuilder::~RecordBuilder() = default;
+
+UtlError* RecordBuilder::Init() {
+  TraceEntry("RecordBuilder::Init");
+  CreateRecordMappingTable();
+  PublishListing();
+  m_bGetDiedProcess = IsOptionOn(ProductOptions::Instance().Get("Acct", "GetDiedProcess")) ? 1 : 0;
+  Trace(30, kInformation, "Initializing accounting system.");
+  m_categories = COLLECT_SYSTEM;
+  Trace(30, kInformation, "Collecting data for initialization.");
+  if (UtlErrorPtr error{m_pCollector->collect(m_categories, 0)}) {
+    error->LogError(__FILE__, __LINE__);
+    Trace(30, kWarning, "Data Collection Failed: %1.", error->GetMessage());
+    return error.release();
+  }
+  Trace(30, kInformation, "RecordBuilder data collection complete.");
+  m_startTime = WholeSeconds(Now());
+  m_bootTime = WholeSeconds(std::max(ProcLib::GetBootTime(), 0));
+  TraceExit("RecordBuilder::Init", 0);
+  return nullptr;
+}
+
+void RecordBuilder::CreateRecordMappingTable() {
+  m_pMappings = UnixBaseRecordMappings();
+  if (g_kernelVariant == 3) {
+    return;
+  }
+  const OptionalRecordChoice choice = ReadOptrecsFile();
+  m_optionalMask = choice.mask;
+  m_nOptRecCount = choice.count;
+  if (m_nOptRecCount == 0) {
+    return;
+  }
+  try {
+    AppendOptionalRows();
+    m_pMappings = m_optionalMappings;
+  } catch (const std::bad_alloc&) {
+    m_nOptRecCount = 0;
+    Trace(20, kError,
+          "The error occurred by OS API(malloc) in function (%3). (en=%1, arg1=%2)", ENOMEM,
+          "sizeof(UnixBaseRecordMappings)+((sizeof(RecordMapping)*m_nOptRecCount)+1)",
+          "RecordBuilder::CreateRecordMappingTable");
+  }
+}
+
+void RecordBuilder::AppendOptionalRows() {
+  const auto base = UnixBaseRecordMappings();
+  m_optionalMappings.assign(base.begin(), base.end());
+  for (const OptionalRecord& optional : OptionalRecordTable()) {
+    if ((m_optionalMask & optional.bit) == 0) {
+      continue;
+    }
+    std::string_view name = std::string_view(optional.name).substr(0, kOptionalNameLimit);
+    if (name.size() == kOptionalNameLimit && name.back() == ' ') {
+      name.remove_suffix(1);
+    }
+    const auto pool = PoolRecordMappings();
+    const auto row = std::find_if(pool.begin(), pool.end(), [&](const RecordMapping& candidate) {
+      return std::strlen(candidate.name) == name.size() &&
+             ::strncasecmp(candidate.name, name.data(), name.size()) == 0;
+    });
+    if (row != pool.end()) {
+      m_optionalMappings.push_back(*row);
+    }
+  }
+}
+
+void RecordBuilder::PublishListing() const {
+  std::vector<RecordListing> listing;
+  for (const RecordMapping& row : m_pMappings) {
+    listing.push_back(
+        {row.name, static_cast<unsigned char>(row.category), row.builder != nullptr});
+  }
+  for (const RecordLayout* layout : LayoutRegistry::Instance().Layouts()) {
+    const bool listed =
+        std::any_of(m_pMappings.begin(), m_pMappings.end(), [&](const RecordMapping& row) {
+          return row.category == layout->category && std::strcmp(row.name, layout->name) == 0;
+        });
+    if (!listed) {
+      listing.push_back({layout->name, layout->category, false});
+    }
+  }
+  LayoutRegistry::Instance().PublishListing(std::move(listing));
+}
+
+UtlError* RecordBuilder::Add(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  const auto row =
+      std::find_if(m_pMappings.begin(), m_pMappings.end(), [&](const RecordMapping& candidate) {
+        return candidate.category == pRequest->GetStructType() && candidate.builder != nullptr &&
+               std::strcmp(candidate.name, pRequest->GetRecordType()) == 0;
+      });
+  if (row == m_pMappings.end()) {
+    if (pRequest->GetUserObject() == nullptr) {
+      pRequest->SetUserObject(new MyMessageLogObject);
+      Message(10600, pRequest->GetRecordType(), pEvent->IsRealtime() == 0 ? 1 : 0);
+    }
+    return new UtlError("Record type not supported.", __FILE__, __LINE__);
+  }
+  m_categories |= row->collectionFlags;
+  m_extraFlags |= row->extraFlags;
+  m_queue.push_back({pEvent, pRequest, row->builder});
+  return nullptr;
+}
+
+UtlError* RecordBuilder::Build(CMBMultipleRecordRequestEvent* pEvent) {
+  TraceEntry("RecordBuilder::Build");
+  m_cycle = m_cycle == UINT32_MAX ? 1 : m_cycle + 1;
+  m_categories = COLLECT_CONTINUE_ON_ERROR;
+  m_extraFlags = 0;
+  const bool anyScheduled = QueueRequests(*pEvent);
+  UtlErrorPtr error;
+  CollectSnapshot(anyScheduled, error);
+  const std::vector<RecordQueueEntry> queue = std::move(m_queue);
+  m_queue.clear();
+  for (const RecordQueueEntry& entry : queue) {
+    BuildEntry(entry, error);
+  }
+  Trace(20, kInformation, "Processed %1 event(s).", queue.size());
+  TraceExit("RecordBuilder::Build", error ? 1 : 0);
+  return error.release();
+}
+
+bool RecordBuilder::QueueRequests(const CMBMultipleRecordRequestEvent& batch) {
+  bool anyScheduled = false;
+  for (CMBRecordRequestEvent* event : batch.m_events) {
+    anyScheduled = anyScheduled || event->IsRealtime() == 0;
+    for (CMBRecordRequest* request : event->m_requests) {
+      if (const UtlErrorPtr refusal{Add(event, request)}) {
+        Trace(20, kWarning, "Unable to process event request: %1 - %2", request->GetRecordType(),
+              refusal->GetMessage());
+      }
+    }
+  }
+  return anyScheduled;
+}
+
+void RecordBuilder::CollectSnapshot(bool anyScheduled, UtlErrorPtr& error) {
+  Trace(30, kInformation, "Collecting data...");
+  const std::time_t start = Os().time(nullptr);
+  // On-demand looks must not consume accounting data.
+  ProductOptions::Instance().Set("Acct", "UpdatePtr", anyScheduled ? "y" : "n");
+  error.reset(m_pCollector->collect(m_categories, 0));
+  if (error) {
+    error->LogError(__FILE__, __LINE__);
+    Trace(30, kInformation, "Data Collection Error: %1.", error->GetMessage());
+  }
+  m_lastCollectTime = Os().time(nullptr);
+  Trace(30, kInformation, "Data Collection Complete. (%1 secs).", m_lastCollectTime - start);
+}
+
+void RecordBuilder::BuildEntry(const RecordQueueEntry& entry, UtlErrorPtr& error) {
+  entry.event->yield();
+  error.reset((this->*entry.builder)(entry.event, entry.request));
+  if (!error) {
+    return;
+  }
+  Message(10300, entry.request->GetRecordType());
+  Trace(20, kError, "Failed to collect the record. (record=%1, detail=%2)",
+        entry.request->GetRecordType(), error->GetMessage());
+  error->LogError(__FILE__, __LINE__);
+  error.reset();
+}
+
+std::int32_t RecordBuilder::SecondsSinceStart() const { return Now() - GetStartTime(); }
+std::int32_t RecordBuilder::SecondsSinceBoot() const { return Now() - GetBootTime(); }
+
+void RecordBuilder::TraceCreated(const char* file, int line, const char* recordName, int count) {
+  Trace(20, kInformation, TraceFormat("Created %1 %2 record(s).", file, line), count, recordName);
+}
+
+UtlError* RecordBuilder::BuildPD_ACCT(CMBRecordRequestEvent*, CMBRecordRequest*) {
+  Trace(30, kInformation, "No records of type ACCT are built.");
+  return nullptr;
+}

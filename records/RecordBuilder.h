@@ -1,0 +1,108 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <typeindex>
+#include <unordered_map>
+#include <vector>
+
+#include "collect/Collector.h"
+#include "node/RecordRequest.h"
+#include "records/CPUSummary.h"
+#include "records/RecordMapping.h"
+#include "support/TimeValues.h"
+#include "support/UtlError.h"
+
+class UnixAgent;
+
+/// What one record family keeps between builds. Each family defines its own in its own file.
+class FamilyState {
+ public:
+  FamilyState() = default;
+  FamilyState(const FamilyState&) = delete;
+  FamilyState& operator=(const FamilyState&) = delete;
+  virtual ~FamilyState() = default;
+};
+
+/// Turns one event with many record requests into records: works out which categories of figures
+/// all of them need, has the collector refresh these once, then runs one builder a request on that
+/// one snapshot.
+class RecordBuilder {
+ public:
+  /// Neither pointer is owned; both outlive the builder. `hostUtilPipePrefix` is the path prefix of
+  /// the pipes to the host name helper.
+  RecordBuilder(UnixAgent* agent, Collector* collector, const char* hostUtilPipePrefix);
+  RecordBuilder(const RecordBuilder&) = delete;
+  RecordBuilder& operator=(const RecordBuilder&) = delete;
+  ~RecordBuilder();
+
+  /// Once, before the first Build: makes the table in force, collects the system's figures and notes
+  /// the start time. Null, or an error that the caller owns.
+  [[nodiscard]] UtlError* Init();
+  /// One whole batch. A failed request never stops its neighbours. Null, or an error that the
+  /// caller owns.
+  [[nodiscard]] UtlError* Build(CMBMultipleRecordRequestEvent* pEvent);
+
+  [[nodiscard]] bool HasNoOptionalRecords() const { return m_nOptRecCount < 1; }
+  [[nodiscard]] unsigned IsUFSSEnabled() const { return m_optionalMask & kOptionalUFSS; }
+
+  /// Seconds since the epoch, and whole seconds since then.
+  [[nodiscard]] std::int32_t GetStartTime() const { return m_startTime.GetSeconds(); }
+  [[nodiscard]] std::int32_t SecondsSinceStart() const;
+  [[nodiscard]] std::int32_t GetBootTime() const { return m_bootTime.GetSeconds(); }
+  [[nodiscard]] std::int32_t SecondsSinceBoot() const;
+
+  /// Builders of records, each in the file of its record.
+  UtlError* Build_CPUP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  /// Yields no record: the accounting figures travel with the processes.
+  UtlError* BuildPD_ACCT(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+
+  /// A builder's last word: how many rows it has processed, at level 20.
+  static void TraceCreated(const char* file, int line, const char* recordName, int count);
+
+ private:
+  struct RecordQueueEntry {
+    CMBRecordRequestEvent* event;
+    CMBRecordRequest* request;
+    RecordBuilderFunction builder;
+  };
+
+  /// Queues one request, or refuses it. Null, or an error that the caller owns.
+  [[nodiscard]] UtlError* Add(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  void CreateRecordMappingTable();
+  void AppendOptionalRows();
+  void PublishListing() const;
+  /// Queues what can be served; returns whether one of the events is a scheduled one.
+  bool QueueRequests(const CMBMultipleRecordRequestEvent& batch);
+  void CollectSnapshot(bool anyScheduled, UtlErrorPtr& error);
+  void BuildEntry(const RecordQueueEntry& entry, UtlErrorPtr& error);
+
+  /// The state of one family, made at its first use.
+  template <class State>
+  State& StateOf() {
+    std::unique_ptr<FamilyState>& place = m_states[std::type_index(typeid(State))];
+    if (!place) {
+      place = std::make_unique<State>();
+    }
+    return static_cast<State&>(*place);
+  }
+
+  int m_bGetDiedProcess = 1;
+  Collector* m_pCollector;
+  UnixAgent* m_pAgent;
+  std::unique_ptr<CPUSummary> m_pCPUSummary;
+  std::uint32_t m_categories = 0;
+  std::uint32_t m_extraFlags = 0;
+  std::time_t m_lastCollectTime = 0;
+  UtlTime m_startTime;
+  UtlTime m_bootTime;
+  std::vector<RecordQueueEntry> m_queue;
+  std::uint32_t m_optionalMask = 0;
+  std::int32_t m_nOptRecCount = 0;
+  std::vector<RecordMapping> m_optionalMappings;
+  std::span<const RecordMapping> m_pMappings;
+  /// Tells one batch from the next; raised by each Build and never 0.
+  std::uint32_t m_cycle = 0;
+  std::unordered_map<std::type_index, std::unique_ptr<FamilyState>> m_states;
+};

@@ -1,0 +1,147 @@
+#include "records/IntervalEngine.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+
+#include "support/Switches.h"
+#include "tests/scripted/Batch.h"
+#include "tests/scripted/ScriptedNode.h"
+
+namespace {
+
+using Row = recordPI_CPUP;
+
+constexpr std::array kCounters{CounterField<Row>{&Row::interrupts, "some_interrupts"}};
+constexpr std::array kTimes{&Row::userTime};
+constexpr std::array kRates{RateField<Row>{&Row::interruptsPerSec, &Row::interrupts}};
+
+IntervalFamily<Row> Family(RateFailure failure) {
+  return {kCounters, kTimes, kRates,
+          [](const Row& a, const Row& b) { return a.processorId == b.processorId; },
+          "RecordBuilder::BuildRates_XXX", failure};
+}
+
+Row RawRow(std::int32_t time, const char* instance, std::uint32_t interrupts,
+           std::int32_t userSeconds = 0) {
+  Row row = NewRow<Row>(time);
+  row.processorId = instance;
+  row.interrupts = interrupts;
+  row.userTime = tagUTIME{userSeconds, 0};
+  return row;
+}
+
+class IntervalEngineTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ScriptedNode::Reset();
+    g_msgLogLevel = 30;
+  }
+
+  /// One build of `rows`; the finished rows.
+  std::vector<Row> BuildRows(Asker& asker, bool first, const std::vector<Row>& rows) {
+    IntervalBuild<Row> build(m_family, m_rawRows, asker.event, first, 500);
+    m_error.reset();
+    for (const Row& row : rows) {
+      m_error = build.Add(row, [&](Row& finished, const Row* predecessor) {
+        finished.cpuPercent = predecessor == nullptr
+                                  ? -1.0F
+                                  : static_cast<float>(finished.interrupts - predecessor->interrupts);
+      });
+      if (m_error) {
+        break;
+      }
+    }
+    m_count = build.RowCount();
+    std::vector<Row> finished;
+    for (const CMBRecord* record : asker.event.m_records) {
+      finished.push_back(*static_cast<const Row*>(record->GetRecStart()));
+    }
+    asker.NextAnswer();
+    return finished;
+  }
+
+  IntervalFamily<Row> m_family = Family(RateFailure::kEndsBuild);
+  RawRows<Row> m_rawRows;
+  UtlErrorPtr m_error;
+  int m_count = 0;
+};
+
+TEST_F(IntervalEngineTest, AFirstIntervalOnlyPrimesAndLaterOnesDiffer) {
+  Asker asker("CPUP", '4', {.realtime = 0, .calcRates = 1});
+  EXPECT_TRUE(BuildRows(asker, true, {RawRow(1000, "0", 50, 7)}).empty());
+  EXPECT_EQ(m_count, 1);
+  // The second instance comes up between the intervals.
+  const auto rows = BuildRows(asker, false, {RawRow(1010, "0", 80, 9), RawRow(1010, "1", 101)});
+  ASSERT_EQ(rows.size(), 2U);
+  EXPECT_EQ(rows[0].interval, 10U);
+  EXPECT_EQ(rows[0].interrupts, 30U);
+  EXPECT_FLOAT_EQ(rows[0].interruptsPerSec, 3.0F);
+  EXPECT_EQ(tagUTIME(rows[0].userTime), (tagUTIME{2, 0}));
+  EXPECT_EQ(rows[1].interval, 1010U);
+  EXPECT_FLOAT_EQ(rows[1].interruptsPerSec, 0.1F);
+  // An instance that was away: its interval spans the gap.
+  EXPECT_EQ(BuildRows(asker, false, {RawRow(1020, "1", 111)}).at(0).interval, 10U);
+  const auto back = BuildRows(asker, false, {RawRow(1040, "1", 120), RawRow(1040, "0", 90)});
+  EXPECT_EQ(back.at(1).interval, 30U);
+  EXPECT_EQ(back.at(1).interrupts, 10U);
+}
+
+TEST_F(IntervalEngineTest, ABackwardCounterWrapsWithATrace) {
+  Asker asker("CPUP", '4', {.realtime = 0, .calcRates = 1});
+  (void)BuildRows(asker, true, {RawRow(1000, "0", 50)});
+  const auto rows = BuildRows(asker, false, {RawRow(1001, "0", 48)});
+  EXPECT_EQ(rows.at(0).interrupts, 4294967294U);
+  EXPECT_EQ(ScriptedNode::Instance()
+                .LinesWith("Current interval data for field (some_interrupts) is less than that "
+                           "during previous intervalcurrent Interval Data = 48, Previous interval "
+                           "Data = 50)")
+                .size(),
+            1U);
+}
+
+TEST_F(IntervalEngineTest, RealtimeModesNeverMoveTheRawRows) {
+  Asker schedule("CPUP", '4', {.realtime = 0, .calcRates = 1});
+  Asker look("CPUP", '4', {.realtime = 1, .calcRates = 0});
+  Asker lookWithRates("CPUP", '4', {.realtime = 1, .calcRates = 1});
+  (void)BuildRows(schedule, true, {RawRow(1000, "0", 50)});
+
+  const auto first = BuildRows(look, true, {RawRow(1004, "0", 60)});
+  ASSERT_EQ(first.size(), 1U);
+  EXPECT_EQ(first[0].interval, 1004U);
+  EXPECT_FLOAT_EQ(first[0].interruptsPerSec, 60.0F);
+  EXPECT_FLOAT_EQ(first[0].cpuPercent, -1.0F);
+  EXPECT_FLOAT_EQ(BuildRows(look, false, {RawRow(1005, "0", 75)}).at(0).cpuPercent, 15.0F);
+
+  const auto rates = BuildRows(lookWithRates, true, {RawRow(1006, "0", 100)});
+  EXPECT_EQ(rates.at(0).interval, 500U);
+  EXPECT_FLOAT_EQ(rates.at(0).interruptsPerSec, 0.2F);
+
+  EXPECT_EQ(BuildRows(schedule, false, {RawRow(1010, "0", 110)}).at(0).interrupts, 60U);
+}
+
+TEST_F(IntervalEngineTest, AZeroIntervalEndsTheBuildOrSkipsTheRow) {
+  Asker asker("CPUP", '4', {.realtime = 0, .calcRates = 1});
+  (void)BuildRows(asker, true, {RawRow(1000, "1", 50)});
+  const std::vector<Row> sample{RawRow(1000, "0", 1), RawRow(1000, "1", 60),
+                                RawRow(1000, "2", 2)};
+  EXPECT_EQ(BuildRows(asker, false, sample).size(), 1U);
+  ASSERT_NE(m_error, nullptr);
+  EXPECT_STREQ(m_error->GetMessage(),
+               "RecordBuilder::BuildRates_XXX: Attempt to calculate rates for a zero second "
+               "interval.");
+  m_family = Family(RateFailure::kSkipsRow);
+  m_rawRows = {};
+  (void)BuildRows(asker, true, {RawRow(1000, "1", 50)});
+  EXPECT_EQ(BuildRows(asker, false, sample).size(), 2U);
+  EXPECT_EQ(m_error, nullptr);
+  EXPECT_EQ(ScriptedNode::Instance().LinesWith("Unable to process CPUP record: ").size(), 1U);
+}
+
+TEST(PercentOf, IsZeroOfNothing) {
+  EXPECT_FLOAT_EQ(PercentOf({1, 500000}, {3, 0}), 50.0F);
+  EXPECT_FLOAT_EQ(PercentOf({1, 0}, {0, 0}), 0.0F);
+}
+
+}  // namespace
