@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+
+/// Sends INT, TERM and PWR to the stop handler, which notes the signal in `g_caughtSignal` and asks
+/// the run loop to leave, and ignores HUP, QUIT, ALRM, PIPE and CHLD.
+void InstallServiceSignals();
+
+/// SIGUSR2 flips `g_processTraceOn` and `g_collectorLogOn`. The handler writes nothing: it counts
+/// into a descriptor that becomes readable, so that the loop writes the trace.
+class ToggleSignal {
+ public:
+  /// Makes the descriptor and installs the handler; one object at a time.
+  ToggleSignal();
+  /// The handler stays and goes on flipping, without a descriptor.
+  ~ToggleSignal();
+  ToggleSignal(const ToggleSignal&) = delete;
+  ToggleSignal& operator=(const ToggleSignal&) = delete;
+
+  /// Whether the handler is in place.
+  [[nodiscard]] bool IsInstalled() const { return m_installed; }
+  /// Readable after a signal; -1 if it could not be made.
+  [[nodiscard]] int Descriptor() const { return m_descriptor; }
+  /// The signals that have come since the last call.
+  [[nodiscard]] std::uint64_t TakeCount();
+
+ private:
+  int m_descriptor;
+  bool m_installed;
+};

@@ -1,0 +1,37 @@
+#include "agent/StartOptions.h"
+
+#include <getopt.h>
+
+#include <cstdint>
+#include <cstdlib>
+
+#include "support/Switches.h"
+
+StartOptions ReadStartOptions(int argc, char** argv) {
+  StartOptions options;
+  opterr = 0;
+  optind = 0;  // Has getopt begin anew.
+  for (int letter = 0; (letter = ::getopt(argc, argv, "n:d:fhv?")) != -1;) {
+    if (letter == 'n') {
+      options.instanceName = std::string(optarg).substr(0, StartOptions::kMaxText);
+    } else if (letter == 'd') {
+      options.dataDirectory = std::string(optarg).substr(0, StartOptions::kMaxText);
+    }
+  }
+  return options;
+}
+
+void ReadEnvironment() {
+  g_hasUnixPmap = std::getenv("SAUNIXPMAP") == nullptr ? 0 : 1;
+  const char* collectorLog = std::getenv("APP_COLLECTOR_LOG");
+  g_collectorLogOn = collectorLog == nullptr
+                         ? 0
+                         : static_cast<std::int32_t>(std::strtol(collectorLog, nullptr, 10));
+}
+
+int KernelVariantOf(const std::string& release) {
+  if (release.find("2.4.9") != std::string::npos) {
+    return 1;
+  }
+  return release.find("2.4.21") != std::string::npos ? 2 : 3;
+}

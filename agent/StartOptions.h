@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+/// What the command line says; each text is empty where it says nothing.
+struct StartOptions {
+  static constexpr std::size_t kMaxText = 4095;
+
+  std::string instanceName;   ///< -n, cut to kMaxText
+  std::string dataDirectory;  ///< -d, cut to kMaxText
+};
+
+/// Reads the options "n:d:fhv?". All but -n and -d, known or not, are passed over in silence.
+[[nodiscard]] StartOptions ReadStartOptions(int argc, char** argv);
+
+/// Takes SAUNIXPMAP and APP_COLLECTOR_LOG into the process-wide switches.
+void ReadEnvironment();
+
+/// The kernel generation that a `uname` release belongs to: 1 with "2.4.9" in it, 2 with "2.4.21",
+/// 3 for all others.
+[[nodiscard]] int KernelVariantOf(const std::string& release);

@@ -1,0 +1,114 @@
+#include "agent/UnixAgent.h"
+
+#include <array>
+#include <cstdio>
+
+#include "node/FigureRegistry.h"
+#include "records/RecordLayouts.h"
+#include "support/ProductOptions.h"
+#include "support/TraceLog.h"
+
+namespace {
+
+constexpr int kDone = 0;
+constexpr int kCouldNotBeServed = 63;
+constexpr int kNotValidForThisNode = 68;
+
+void PublishKernelVariant() {
+  FigureRegistry::Instance().Add(
+      {"kernel_variant",
+       "The kernel generation that the agent reads: 1 is 2.4.9, 2 is 2.4.21, 3 is "
+       "2.6.9 and all later ones.",
+       FigureKind::kGauge, [] { return static_cast<double>(g_kernelVariant); }});
+}
+
+}  // namespace
+
+UnixAgent::UnixAgent(const std::string& hostUtilPrefix, const std::string& instanceName)
+    : CMBAgent(".", "qmtagt.ini"), m_recordBuilder(this, &m_collector, hostUtilPrefix.c_str()) {
+  TraceEntry("UnixAgent::UnixAgent", hostUtilPrefix, instanceName);
+  TouchFieldTables();
+  PublishLayouts();
+  PublishKernelVariant();
+  m_pSocket = std::make_unique<SASocket>(this, hostUtilPrefix + ".pipe");
+  m_collector.SetOpaque(m_collectorArg);
+  if (!m_toggleSignal.IsInstalled()) {
+    std::perror("Error setting USR2 signal handler.");
+  }
+  TraceExit("UnixAgent::UnixAgent");
+}
+
+UnixAgent::~UnixAgent() {
+  m_pSocket.reset();
+  if (m_toggleSignal.Descriptor() >= 0) {
+    CancelEvent(m_toggleSignal.Descriptor());
+  }
+}
+
+int UnixAgent::Init(char* instanceName, char* version, char* release) {
+  TraceEntry("UnixAgent::Init", instanceName, version, release);
+  if (InitConnection() < 0) {
+    Message(10200);
+    return -1;
+  }
+  if (m_toggleSignal.Descriptor() >= 0) {
+    CMBRunnableNode::ScheduleEvent(m_toggleSignal.Descriptor());
+  }
+  const char* directory = ProductOptions::Instance().Get("Agent", "DataDirectory");
+  m_dataDirectory = directory == nullptr ? "" : directory;
+  if (ConnectNode(instanceName, version, release) < 0) {
+    Message(10201);
+    return -1;
+  }
+  const int rc = InitRecords();
+  Trace(20, kInformation, "Exited the function (func=UnixAgent::Init, rc=%1)).", rc);
+  return rc;
+}
+
+int UnixAgent::InitConnection() {
+  constexpr int kSchedule = 1;
+  return m_pSocket->Connect(kSchedule) == 0 ? 1 : -1;
+}
+
+int UnixAgent::ConnectNode(char* instanceName, char* version, char* release) {
+  std::array agentType = std::to_array("QEXA/Unix/Agent");
+  std::array agentVersion = std::to_array("7.0");
+  std::array subVersion = std::to_array("0");
+  std::array buildDate = std::to_array(__DATE__);
+  std::array buildTime = std::to_array(__TIME__);
+  return CMBAgent::Init('U', instanceName, agentType.data(), agentVersion.data(), subVersion.data(),
+                        version, release, 0, 0, CMBNode::kNodeAgent, CMBAgent::kAgentCollector,
+                        buildDate.data(), buildTime.data());
+}
+
+int UnixAgent::InitRecords() {
+  const UtlErrorPtr error(m_recordBuilder.Init());
+  if (error == nullptr) {
+    return 0;
+  }
+  Trace(20, kError, "RecordBuilder initialization failed. (%1)", error->GetMessage());
+  error->LogError(__FILE__, __LINE__);
+  Message(10202);
+  Trace(20, kError, "Agent RecordBuilder Initialization Failed: %1", error->GetMessage());
+  return -1;
+}
+
+int UnixAgent::NotifyEvent(CMBRecordRequestEvent*) {
+  Trace(20, kWarning, "Illegal event received.");
+  return kNotValidForThisNode;
+}
+
+int UnixAgent::NotifyEvent(CMBMultipleRecordRequestEvent* event) {
+  const UtlErrorPtr error(m_recordBuilder.Build(event));
+  if (error == nullptr) {
+    return kDone;
+  }
+  Trace(20, kWarning, "Unable to build records to satisfy event.");
+  return kCouldNotBeServed;
+}
+
+int UnixAgent::NotifyEvent(UFSSEvent*) {
+  // There is no scan program to start yet, and nothing schedules the event.
+  Trace(20, kError, "Unable to start up UFSS data collection script.");
+  return kDone;
+}

@@ -1,0 +1,170 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "agent/UnixAgent.h"
+#include "collect/ProcLib.h"
+#include "records/RecordClasses.h"
+#include "support/HostPaths.h"
+#include "support/OsCalls.h"
+#include "support/Switches.h"
+#include "tests/scripted/Batch.h"
+#include "tests/scripted/ScriptedNode.h"
+#include "tests/support/TempFolder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::time_t g_now = 0;
+
+/// A host of two processors, and the agent on it.
+class CPUPrecordTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ScriptedNode::Reset();
+    g_msgLogLevel = 20;
+    m_realCalls = Os();
+    Os().time = [](std::time_t*) { return g_now; };
+    Os().get_nprocs = [] { return 2; };
+    Os().get_nprocs_conf = [] { return 2; };
+    SetHostRoot(m_root.Path().string());
+    SetProductRoot(m_root.Path().string());
+    ProcLib::ResetCaches();
+    fs::create_directories(m_root.Path() / "proc");
+    fs::create_directories(m_root.Path() / "opt/qmtrx/mond");
+    Write("cpuinfo",
+          "processor\t: 0\nmodel name\t: Example CPU A\n\n"
+          "processor\t: 1\nmodel name\t: Example CPU B\n\n");
+    SetSample(1'700'000'000, "100 20 30 400 5 6 7 8 0 0", "50 0 50 900 0 0 0 0 0 0", 1000, 10);
+    m_agent = std::make_unique<UnixAgent>("/opt/qmtrx/mond/qmt_hostutil_", "test");
+    std::string text = "test";
+    ASSERT_EQ(m_agent->Init(text.data(), text.data(), text.data()), 0);
+  }
+  void TearDown() override {
+    m_agent.reset();
+    Os() = m_realCalls;
+    ProcLib::ResetCaches();
+    SetHostRoot("");
+    SetProductRoot("");
+  }
+
+  void Write(const std::string& name, const std::string& text) const {
+    std::ofstream(m_root.Path() / "proc" / name) << text;
+  }
+  void SetSample(std::time_t now, const std::string& cpu0, const std::string& cpu1,
+                 int interrupts0, int interrupts1) const {
+    g_now = now;
+    Write("stat", "cpu  1 2 3 4 5 6 7 8 0 0\ncpu0 " + cpu0 + "\ncpu1 " + cpu1 +
+                      "\nintr 5\nctxt 7\nbtime 1699990000\n");
+    Write("interrupts", "            CPU0       CPU1\n   1:       " + std::to_string(interrupts0) +
+                            "         " + std::to_string(interrupts1) +
+                            "   IO-APIC   1-edge      i8042\nNMI:          0          0\n");
+  }
+
+  TempFolder m_root;
+  OsCalls m_realCalls{};
+  std::unique_ptr<UnixAgent> m_agent;
+};
+
+/// What every row of the host at `now` has.
+recordPI_CPUP CommonRow(std::int32_t now, const char* id, const char* type, const char* upTime) {
+  recordPI_CPUP row = NewRow<recordPI_CPUP>(now);
+  row.processorId = id;
+  row.type = type;
+  row.bootTime = 1'699'990'000;
+  row.upTime = upTime;
+  return row;
+}
+
+TEST_F(CPUPrecordTest, ASecondScheduledIntervalHoldsDifferences) {
+  Batch batch;
+  batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});
+  Asker& asker = *batch.entries[0];
+  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  EXPECT_TRUE(asker.event.m_records.empty());
+  EXPECT_EQ(ScriptedNode::Instance().LinesWith("Created 2 CPUP record(s).").size(), 1U);
+
+  // Ten seconds on: the first processor ran, the second has stopped.
+  SetSample(1'700'000'010, "200 120 130 1000 105 6 7 8 0 0", "50 0 50 900 0 0 0 0 0 0", 1250, 10);
+  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  ASSERT_EQ(asker.event.m_records.size(), 2U);
+
+  recordPI_CPUP first = CommonRow(1'700'000'010, "0", "Example CPU A", "0002:46:50");
+  first.interval = 10;
+  first.userTime = tagUTIME{2, 0};
+  first.systemTime = tagUTIME{1, 0};
+  first.idleTime = tagUTIME{6, 0};
+  first.waitTime = tagUTIME{1, 0};
+  first.interrupts = 250;
+  first.userPercent = 20.0F;
+  first.systemPercent = 10.0F;
+  first.idlePercent = 60.0F;
+  first.waitPercent = 10.0F;
+  first.cpuPercent = 30.0F;
+  first.interruptsPerSec = 25.0F;
+  first.status = "On Line";
+  recordPI_CPUP second = CommonRow(1'700'000'010, "1", "Example CPU B", "0002:46:50");
+  second.interval = 10;
+  second.status = "Off Line";
+
+  const CMBRecord& answer = *asker.event.m_records.front();
+  EXPECT_EQ(answer.GetRecSize(), 188);
+  EXPECT_EQ(std::memcmp(answer.GetRecStart(), &first, sizeof first), 0);
+  EXPECT_EQ(std::memcmp(asker.event.m_records.back()->GetRecStart(), &second, sizeof second), 0);
+}
+
+TEST_F(CPUPrecordTest, LooksOnDemandCompareWithTheirOwnLastAnswer) {
+  Batch batch;
+  batch.Add("CPUP", '4', {.realtime = 1, .calcRates = 0});
+  batch.Add("CPUP", '4', {.realtime = 1, .calcRates = 1});
+  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  const auto row = [&](std::size_t asker) {
+    return *static_cast<const recordPI_CPUP*>(
+        batch.entries[asker]->event.m_records.front()->GetRecStart());
+  };
+  recordPI_CPUP look = CommonRow(1'700'000'000, "0", "Example CPU A", "0002:46:40");
+  look.interval = 1'700'000'000;
+  look.userTime = tagUTIME{1, 200000};
+  look.systemTime = tagUTIME{0, 300000};
+  look.idleTime = tagUTIME{4, 0};
+  look.waitTime = tagUTIME{0, 50000};
+  look.interrupts = 1000;
+  look.interruptsPerSec = 1000.0F;
+  look.status = "Unknown";
+  const recordPI_CPUP seen = row(0);
+  EXPECT_EQ(std::memcmp(&seen, &look, sizeof look), 0);
+  EXPECT_EQ(row(1).interval, 10000U);
+  EXPECT_FLOAT_EQ(row(1).interruptsPerSec, 0.1F);
+  EXPECT_NEAR(row(1).cpuPercent, 100.0 * 1.5 / 5.55, 1e-4);
+
+  for (const auto& entry : batch.entries) {
+    entry->NextAnswer();
+  }
+  SetSample(1'700'000'001, "150 20 30 450 5 6 7 8 0 0", "10 0 50 900 0 0 0 0 0 0", 1000, 10);
+  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  EXPECT_FLOAT_EQ(row(0).cpuPercent, 50.0F);
+  EXPECT_STREQ(row(0).status.c_str(), "On Line");
+  const auto* second = static_cast<const recordPI_CPUP*>(
+      batch.entries[0]->event.m_records.back()->GetRecStart());
+  EXPECT_STREQ(second->status.c_str(), "Unknown") << "its total went backwards";
+}
+
+TEST_F(CPUPrecordTest, ASecondIntervalInTheSameSecondFailsThatRequestAlone) {
+  Batch batch;
+  batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});
+  batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});
+  batch.Add("CPUP", '4', {.realtime = 1, .calcRates = 1});
+  EXPECT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  EXPECT_EQ(ScriptedNode::Instance().CountMessages(10300), 1);
+  EXPECT_EQ(ScriptedNode::Instance()
+                .LinesWith("(record=CPUP, detail=RecordBuilder::BuildRates_CPUP: Attempt to "
+                           "calculate rates for a zero second interval.)")
+                .size(),
+            1U);
+  EXPECT_EQ(batch.entries[2]->event.m_records.size(), 2U);
+}
+
+}  // namespace

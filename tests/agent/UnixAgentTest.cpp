@@ -1,0 +1,108 @@
+#include "agent/UnixAgent.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "node/FigureRegistry.h"
+#include "support/HostPaths.h"
+#include "support/Switches.h"
+#include "tests/scripted/Batch.h"
+#include "tests/scripted/ScriptedNode.h"
+#include "tests/support/TempFolder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class UnixAgentTest : public ::testing::Test {
+ protected:
+  UnixAgentTest() {
+    ScriptedNode::Reset();
+    g_msgLogLevel = 20;
+    fs::create_directories("opt/qmtrx/mond");
+    SetProductRoot(m_root.Path().string());
+    m_agent = std::make_unique<UnixAgent>("/opt/qmtrx/mond/qmt_hostutil_", "test");
+  }
+  ~UnixAgentTest() override {
+    m_agent.reset();
+    SetProductRoot("");
+  }
+
+  /// A helper that comes and goes: from then on its pipe reads as ended.
+  void LoseHelper() {
+    const int writer = ::open("opt/qmtrx/mond/qmt_hostutil_.pipeOut", O_WRONLY | O_NONBLOCK);
+    ASSERT_GE(writer, 0);
+    ::close(writer);
+  }
+  static ScriptedNode& Node() { return ScriptedNode::Instance(); }
+
+  TempFolder m_root{TempFolder::kEnter};
+  std::unique_ptr<UnixAgent> m_agent;
+};
+
+TEST_F(UnixAgentTest, ASingleRequestIsRefusedAndYieldsNoRecord) {
+  Asker asker("CPUP", '4', {});
+  EXPECT_EQ(68, m_agent->Dispatch(&asker.event));
+  EXPECT_TRUE(asker.event.m_records.empty());
+  ASSERT_EQ(1U, Node().LinesWith("Illegal event received.").size());
+  EXPECT_EQ(2, Node().lines.back().kind);
+}
+
+TEST_F(UnixAgentTest, ADescriptorThatIsNotTheHelpersIsLeftAlone) {
+  ASSERT_EQ(1, m_agent->InitConnection());
+  LoseHelper();
+  CMBSocketEvent other(m_agent->GetSocket()->GetListenFd() + 100);
+  EXPECT_EQ(0, m_agent->Dispatch(&other));
+  EXPECT_TRUE(Node().lines.empty());
+}
+
+TEST_F(UnixAgentTest, ALostHelpersPipesAreMadeAnew) {
+  ASSERT_EQ(1, m_agent->InitConnection());
+  LoseHelper();
+  CMBSocketEvent lost(m_agent->GetSocket()->GetListenFd());
+  EXPECT_EQ(0, m_agent->Dispatch(&lost));
+  ASSERT_EQ(2U, Node().lines.size());
+  EXPECT_EQ("QMTX10100-E An error occurred in an OS API (read). (en=0, arg1=0, arg2=, arg3=)",
+            Node().lines[0].text);
+  EXPECT_EQ("Host name resolution process has been respawned", Node().lines[1].text);
+  EXPECT_EQ(std::vector<int>{m_agent->GetSocket()->GetListenFd()}, Node().watched);
+  LoseHelper();  // The new pipe has a reader.
+}
+
+TEST_F(UnixAgentTest, PipesThatCannotBeMadeAnewLoseTheHelperAndNothingElse) {
+  ASSERT_EQ(1, m_agent->InitConnection());
+  LoseHelper();
+  CMBSocketEvent lost(m_agent->GetSocket()->GetListenFd());
+  fs::remove_all("opt");
+  EXPECT_EQ(-1, m_agent->Dispatch(&lost));
+  EXPECT_EQ("Host name resolution process no longer active.", Node().lines.back().text);
+  EXPECT_TRUE(Node().watched.empty());
+  EXPECT_EQ(0, m_agent->Dispatch(&lost)) << "the descriptor is nobody's now";
+}
+
+TEST_F(UnixAgentTest, TheFileSystemScanCannotBeStarted) {
+  UFSSEvent event;
+  EXPECT_EQ(0, m_agent->Dispatch(&event));
+  ASSERT_EQ(1U, Node().lines.size());
+  EXPECT_EQ("Unable to start up UFSS data collection script.", Node().lines[0].text);
+}
+
+TEST_F(UnixAgentTest, TheKernelVariantIsAFigure) {
+  const auto& figures = FigureRegistry::Instance().Figures();
+  const auto figure = std::find_if(figures.begin(), figures.end(), [](const Figure& candidate) {
+    return candidate.name == "kernel_variant";
+  });
+  ASSERT_NE(figures.end(), figure);
+  for (const int variant : {1, 3}) {
+    g_kernelVariant = variant;
+    EXPECT_EQ(variant, figure->read());
+  }
+}
+
+}  // namespace

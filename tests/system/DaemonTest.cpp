@@ -1,0 +1,87 @@
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "tests/system/Daemon.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Texts = std::vector<std::string>;
+
+constexpr const char* kMainFlow = "[Node]\nMessage Log Level=20\n";
+
+/// The identifiers of the numbered messages, in order.
+Texts MessagesIn(const std::string& text) {
+  static const std::regex kIdentifier("QMTX[0-9]{5}-[EWI]");
+  Texts messages;
+  for (std::sregex_iterator hit(text.begin(), text.end(), kIdentifier), end; hit != end; ++hit) {
+    messages.push_back(hit->str());
+  }
+  return messages;
+}
+
+TEST(DaemonTest, EachStopSignalHasItsMessagesAndExitValue) {
+  const struct {
+    int signal;
+    int exitValue;
+    Texts messages;
+  } cases[] = {
+      {SIGTERM, 0, {"QMTX10003-I", "QMTX10503-W", "QMTX10001-I"}},
+      {SIGINT, 1, {"QMTX10003-I", "QMTX10102-E", "QMTX10004-E"}},
+      {SIGPWR, 1, {"QMTX10003-I", "QMTX10102-E", "QMTX10004-E"}},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.signal);
+    const ProductRoot root;
+    Daemon daemon(root, "errors");
+    ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+    EXPECT_TRUE(fs::is_fifo(root.PipeFolder() / "qmt_hostutil_.pipe"));
+    EXPECT_TRUE(fs::is_fifo(root.PipeFolder() / "qmt_hostutil_.pipeOut"));
+    EXPECT_TRUE(fs::exists(root.AgentFolder() / "log/version.log"));
+    daemon.Signal(row.signal);
+    EXPECT_EQ(row.exitValue, daemon.ExitValue());
+    EXPECT_EQ(row.messages, MessagesIn(daemon.Errors())) << daemon.Errors();
+    EXPECT_FALSE(fs::exists(root.PipeFolder() / "qmt_hostutil_.pipe"));
+    EXPECT_FALSE(fs::exists(root.PipeFolder() / "qmt_hostutil_.pipeOut"));
+  }
+}
+
+TEST(DaemonTest, OtherSignalsDoNotStopItAndUserSignalIsTracedByTheLoop) {
+  const ProductRoot root(kMainFlow);
+  Daemon daemon(root, "errors");
+  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  const std::size_t before = daemon.Errors().size();
+  for (const int signal : {SIGHUP, SIGQUIT, SIGALRM, SIGPIPE, SIGCHLD}) {
+    daemon.Signal(signal);
+  }
+  daemon.Signal(SIGUSR2);
+  ASSERT_TRUE(daemon.Says("USR2 signal received.")) << daemon.Errors();
+  EXPECT_TRUE(daemon.IsRunning());
+  EXPECT_EQ(Texts{}, MessagesIn(daemon.Errors().substr(before)));
+  daemon.Signal(SIGTERM);
+  EXPECT_EQ(0, daemon.ExitValue());
+}
+
+TEST(DaemonTest, ASecondStartIsRefusedAndLeavesTheFirstAlone) {
+  const ProductRoot root(kMainFlow);
+  Daemon first(root, "first");
+  ASSERT_TRUE(first.Says("QMTX10003-I")) << first.Errors();
+  Daemon second(root, "second");
+  EXPECT_EQ(1, second.ExitValue());
+  EXPECT_TRUE(second.Says("Exiting the service, to prevent double start."));
+  EXPECT_EQ((Texts{"QMTX10101-E", "QMTX10002-E"}), MessagesIn(second.Errors())) << second.Errors();
+  EXPECT_TRUE(first.IsRunning());
+  EXPECT_TRUE(fs::is_fifo(root.PipeFolder() / "qmt_hostutil_.pipe"));
+  first.Signal(SIGTERM);
+  EXPECT_EQ(0, first.ExitValue());
+
+  Daemon third(root, "third");
+  EXPECT_TRUE(third.Says("QMTX10003-I")) << "the first one's lock outlived it";
+}
+
+}  // namespace
