@@ -1,0 +1,57 @@
+#include "node/local/BatchDesk.h"
+
+#include <algorithm>
+
+#include "node/LayoutRegistry.h"
+
+RequestOutcome CheckRecord(const std::string& record, unsigned char category) {
+  const RecordListing* listing = LayoutRegistry::Instance().FindListing(record, category);
+  if (listing == nullptr) {
+    return RequestOutcome::kUnknownRecord;
+  }
+  return listing->served ? RequestOutcome::kDone : RequestOutcome::kNotServed;
+}
+
+std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
+                                            std::span<const std::shared_ptr<RecordAsker>> askers,
+                                            std::size_t refused) {
+  CMBMultipleRecordRequestEvent batch;
+  for (const std::shared_ptr<RecordAsker>& asker : askers) {
+    batch.m_events.push_back(&asker->Event());
+  }
+
+  m_failedBuilds.clear();
+  m_isSending = true;
+  const auto start = std::chrono::steady_clock::now();
+  const int status = node.Dispatch(&batch);
+  const auto end = std::chrono::steady_clock::now();
+  m_isSending = false;
+
+  std::vector<RequestOutcome> outcomes;
+  outcomes.reserve(askers.size());
+  for (const std::shared_ptr<RecordAsker>& asker : askers) {
+    RequestOutcome outcome = CheckRecord(asker->Record(), asker->Category());
+    if (outcome == RequestOutcome::kDone &&
+        (status != 0 || m_failedBuilds.contains(asker->Record()))) {
+      outcome = RequestOutcome::kBuildFailed;
+    }
+    if (outcome == RequestOutcome::kDone) {
+      asker->TakeAnswer();
+    } else {
+      asker->DropAnswer();
+    }
+    outcomes.push_back(outcome);
+  }
+
+  const auto failed = static_cast<std::size_t>(
+      std::count_if(outcomes.begin(), outcomes.end(),
+                    [](RequestOutcome outcome) { return outcome != RequestOutcome::kDone; }));
+  m_last = {end, end - start, askers.size() + refused, failed + refused};
+  return outcomes;
+}
+
+void BatchDesk::NoteFailedBuild(const std::string& record) {
+  if (m_isSending) {
+    m_failedBuilds.insert(record);
+  }
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "node/Node.h"
+#include "node/local/RecordAsker.h"
+
+/// How a request of a batch ended.
+enum class RequestOutcome { kDone, kUnknownRecord, kNotServed, kBuildFailed };
+
+/// How a batch went.
+struct BatchReport {
+  std::chrono::steady_clock::time_point end;
+  std::chrono::steady_clock::duration duration{};
+  std::size_t records = 0;  ///< records asked for
+  std::size_t errors = 0;   ///< how many of them were not built
+};
+
+/// What is known of a record before it is asked for: kDone if it is served. Category 0 is any.
+[[nodiscard]] RequestOutcome CheckRecord(const std::string& record, unsigned char category);
+
+/// Sends batches to the agent, one at a time.
+class BatchDesk {
+ public:
+  /// Delivers one batch with the request of each asker, takes the answers over and returns the
+  /// outcomes in the same order. `refused` requests were refused beforehand and only count.
+  std::vector<RequestOutcome> Send(CMBNode& node,
+                                   std::span<const std::shared_ptr<RecordAsker>> askers,
+                                   std::size_t refused);
+  /// The agent has reported, by its numbered message, that this record's builder failed.
+  void NoteFailedBuild(const std::string& record);
+  /// Nothing until a batch is done.
+  [[nodiscard]] const std::optional<BatchReport>& Last() const { return m_last; }
+
+ private:
+  std::optional<BatchReport> m_last;
+  bool m_isSending = false;
+  std::set<std::string> m_failedBuilds;
+};

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "node/local/ControlRequest.h"
+#include "node/local/RecordQueries.h"
+
+/// What the daemon says of itself.
+struct DaemonFacts {
+  std::string node;
+  std::string host;
+  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+};
+
+/// What a client may ask for: a table of operations, each with the right that it needs.
+class ControlOperations {
+ public:
+  ControlOperations(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
+                    const LastRows& lastRows);
+
+  void SetFacts(DaemonFacts facts) { m_facts = std::move(facts); }
+  /// Serves one line of a client, which is answered now or, after a batch, later. While the daemon
+  /// stops every line is refused.
+  void Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer);
+
+ private:
+  using RequestPtr = std::shared_ptr<ControlRequest>;
+  struct Operation;
+  static const Operation* FindOperation(const std::string& name);
+
+  void Records(const RequestPtr& request);
+  void Schema(const RequestPtr& request);
+  void Get(const RequestPtr& request) { m_queries.Get(request); }
+  void Last(const RequestPtr& request) { m_queries.Last(request); }
+  void Status(const RequestPtr& request);
+  void Shutdown(const RequestPtr& request);
+
+  EventLoop& m_loop;
+  BatchDesk& m_desk;
+  const ScheduleBook& m_schedule;
+  RecordQueries m_queries;
+  DaemonFacts m_facts;
+};

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <asio/posix/stream_descriptor.hpp>
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "node/Node.h"
+
+/// What waits for its turn. Both functions may be empty.
+struct LoopTask {
+  std::function<void(CMBNode&)> run;
+  std::function<void()> drop;  ///< called instead of `run` where the loop ends before its turn
+  bool isBatch = false;
+};
+
+/// The event loop of one thread. Callbacks of the I/O library only put tasks into a queue; Run
+/// takes one at a time and runs it outside the library, so that a handler may Yield in the middle
+/// of its work. Inside a Yield the waiting tasks are run, but no batch: a second batch waits until
+/// the first is done. A Yield inside a Yield does nothing.
+class EventLoop {
+ public:
+  EventLoop();
+  ~EventLoop();
+  EventLoop(const EventLoop&) = delete;
+  EventLoop& operator=(const EventLoop&) = delete;
+
+  [[nodiscard]] asio::io_context& Io() { return m_io; }
+  void Post(LoopTask task) { m_queue.push_back(std::move(task)); }
+
+  /// Runs tasks until a stop is asked for, then drops what still waits. The stop is used up by
+  /// that. What a task throws leaves Run.
+  void Run(CMBNode& node);
+  /// One turn for 0 seconds; else turns until nothing waits or the time is over. Outside a task of
+  /// Run nothing happens.
+  void Yield(long seconds);
+  /// Frees the object as soon as no task is running.
+  void Retire(std::shared_ptr<void> object);
+  /// Handles I/O alone, no task, until `isDone` or the time is over.
+  void Pump(std::chrono::steady_clock::duration limit, const std::function<bool()>& isDone);
+
+  /// Makes Run return, also one that has not begun, in this or a later loop. Async-signal-safe and
+  /// independent of any object.
+  static void RequestStop() noexcept;
+  [[nodiscard]] static bool IsStopRequested() noexcept;
+
+ private:
+  void WatchWakeUps();
+  /// Handles the I/O that is ready, within bounds; whether there was any.
+  bool PollIo();
+  bool DeliverWaiting();
+  void Deliver(LoopTask task);
+  void FreeRetired();
+  void DropWaiting();
+
+  asio::io_context m_io{1};
+  asio::executor_work_guard<asio::io_context::executor_type> m_work{m_io.get_executor()};
+  asio::posix::stream_descriptor m_wakeUp;
+  CMBNode* m_node = nullptr;
+  int m_depth = 0;  ///< 0 between tasks, 1 in a task of Run, 2 in a task of a Yield
+  std::deque<LoopTask> m_queue;
+  std::vector<std::shared_ptr<void>> m_retired;
+};

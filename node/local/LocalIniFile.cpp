@@ -1,0 +1,162 @@
+#include "node/local/LocalIniFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string_view>
+
+#include "node/local/AtomicFile.h"
+#include "node/local/Descriptor.h"
+
+namespace {
+
+const char* OrEmpty(const char* text) { return text == nullptr ? "" : text; }
+
+/// The file behind a symbolic link, so that a write replaces the file and not the link.
+std::string Resolve(const std::string& path) {
+  const std::unique_ptr<char, void (*)(void*)> real(::realpath(path.c_str(), nullptr), std::free);
+  return real == nullptr ? path : real.get();
+}
+
+bool Fail(const std::string& path, const std::string& reason, std::string& error) {
+  error = path + ": " + reason;
+  return false;
+}
+
+std::string TooLong(std::size_t limit) { return "longer than " + std::to_string(limit) + " bytes"; }
+
+bool ReadAll(int fd, std::size_t limit, std::string& text) {
+  text.resize(limit + 1);
+  std::size_t length = 0;
+  while (length < text.size()) {
+    const ssize_t got = ::read(fd, text.data() + length, text.size() - length);
+    if (got < 0 && errno == EINTR) {
+      continue;
+    }
+    if (got < 0) {
+      return false;
+    }
+    if (got == 0) {
+      break;
+    }
+    length += static_cast<std::size_t>(got);
+  }
+  text.resize(length);
+  text.shrink_to_fit();
+  return true;
+}
+
+/// A file that doesn't exist leaves `text` empty.
+bool ReadRegularFile(const std::string& path, std::size_t limit, std::string& text,
+                     std::string& error) {
+  // Without O_NONBLOCK the open of a pipe would wait for its writer.
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file.IsOpen()) {
+    return errno == ENOENT || Fail(path, std::strerror(errno), error);
+  }
+  struct stat status {};
+  if (::fstat(file.Get(), &status) != 0) {
+    return Fail(path, std::strerror(errno), error);
+  }
+  if (!S_ISREG(status.st_mode)) {
+    return Fail(path, "no regular file", error);
+  }
+  if (!ReadAll(file.Get(), limit, text)) {
+    return Fail(path, std::strerror(errno), error);
+  }
+  return text.size() <= limit || Fail(path, TooLong(limit), error);
+}
+
+std::optional<long> ParseLong(std::string_view text) {
+  if (text.starts_with('+') && !text.starts_with("+-")) {
+    text.remove_prefix(1);
+  }
+  long value = 0;
+  const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (status != std::errc{} || end != text.data() + text.size()) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+}  // namespace
+
+std::unique_ptr<LocalIniFile> LocalIniFile::Open(const std::string& directory,
+                                                 const std::string& name, std::string& error) {
+  const std::string path = Resolve(directory + '/' + name);
+  std::string text;
+  if (!ReadRegularFile(path, kMaxSize, text, error)) {
+    return nullptr;
+  }
+  return std::unique_ptr<LocalIniFile>(new LocalIniFile(path, IniText(std::move(text))));
+}
+
+int LocalIniFile::ReadString(char* out, int size, const char* key, const char* section,
+                             const char* subSection, void*, int) {
+  if (out == nullptr || size <= 0) {
+    return 0;
+  }
+  const std::optional<std::string> value =
+      m_ini.Find(OrEmpty(section), OrEmpty(subSection), OrEmpty(key));
+  const std::string_view text = value ? std::string_view{*value} : std::string_view{};
+  const std::size_t length = std::min(text.size(), static_cast<std::size_t>(size) - 1);
+  std::memcpy(out, text.data(), length);
+  out[length] = '\0';
+  return value ? 1 : 0;
+}
+
+int LocalIniFile::ReadLong(long* out, const char* key, const char* section, const char* subSection,
+                           void*) {
+  const std::optional<std::string> text =
+      m_ini.Find(OrEmpty(section), OrEmpty(subSection), OrEmpty(key));
+  const std::optional<long> value = text ? ParseLong(*text) : std::nullopt;
+  if (out == nullptr || !value) {
+    return 0;
+  }
+  *out = *value;
+  return 1;
+}
+
+int LocalIniFile::WriteString(const char* value, const char* key, const char* section,
+                              const char* subSection, void*, int) {
+  std::string error;
+  const bool isWritten = Write(value, key, section, subSection, error);
+  if (!error.empty() && m_onWriteProblem) {
+    m_onWriteProblem(error);
+  }
+  return isWritten ? 1 : 0;
+}
+
+int LocalIniFile::WriteLong(long value, const char* key, const char* section,
+                            const char* subSection, void* unused, int unused2) {
+  return WriteString(std::to_string(value).c_str(), key, section, subSection, unused, unused2);
+}
+
+bool LocalIniFile::Write(const char* value, const char* key, const char* section,
+                         const char* subSection, std::string& error) {
+  const std::string place =
+      m_path + ": can't set \"" + OrEmpty(key) + "\" of section \"" + OrEmpty(section) + "\"";
+  if (value == nullptr) {
+    return Fail(place, "there is no value", error);
+  }
+  IniText edited = m_ini;
+  std::string reason;
+  if (!edited.Set(OrEmpty(section), OrEmpty(subSection), OrEmpty(key), value, reason)) {
+    return Fail(place, reason, error);
+  }
+  if (edited.Text().size() > kMaxSize) {
+    return Fail(place, "the file would be " + TooLong(kMaxSize), error);
+  }
+  if (!ReplaceFile(m_path, edited.Text(), error)) {
+    return false;
+  }
+  m_ini = std::move(edited);
+  return true;
+}

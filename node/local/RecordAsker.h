@@ -1,0 +1,40 @@
+#pragma once
+
+#include <ctime>
+#include <list>
+#include <string>
+
+#include "node/RecordRequest.h"
+
+/// One asker's lasting request for one record: the request with its user object, the event that
+/// carries it into a batch, and the rows of its last answer.
+class RecordAsker {
+ public:
+  enum class Look { kScheduled, kOnDemand };
+
+  RecordAsker(std::string record, unsigned char category, Look look, bool calcRates);
+  ~RecordAsker();
+  RecordAsker(const RecordAsker&) = delete;
+  RecordAsker& operator=(const RecordAsker&) = delete;
+
+  [[nodiscard]] const char* Record() const { return m_request.GetRecordType(); }
+  [[nodiscard]] unsigned char Category() const { return m_request.GetStructType(); }
+  [[nodiscard]] CMBRecordRequestEvent& Event() { return m_event; }
+  /// The rows of the last answer; owned here, until the next answer. None is null.
+  [[nodiscard]] const std::list<CMBRecord*>& Rows() const { return m_rows; }
+  /// When they were built, in seconds since the epoch: what the first row says or, where no row
+  /// says it, when the answer was taken.
+  [[nodiscard]] std::time_t AnswerTime() const { return m_answerTime; }
+
+  /// Makes what the batch has put into the event the last answer, and frees the answer before.
+  void TakeAnswer();
+  /// Frees what the batch has put into the event; the last answer stays.
+  void DropAnswer();
+
+ private:
+  std::list<CMBRecord*> m_rows;
+  std::time_t m_answerTime = 0;
+  tagPQLAUI m_identity;
+  CMBRecordRequest m_request;
+  CMBRecordRequestEvent m_event;
+};

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <ctime>
+#include <map>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "node/Record.h"
+
+/// What one schedule's batch has made of one record. Valid for the call only.
+struct ScheduledRows {
+  const char* record;
+  unsigned char category;
+  std::time_t time;  ///< seconds since the epoch at which the rows were built
+  std::span<const CMBRecord* const> rows;
+};
+
+/// Takes the finished rows of the schedules, on the loop's thread.
+class RecordSink {
+ public:
+  virtual ~RecordSink() = default;
+  /// Keeps no pointer. An empty set of rows is given too.
+  virtual void Take(const ScheduledRows& rows) = 0;
+};
+
+/// The bytes of the rows that a schedule made last.
+struct KeptRows {
+  std::time_t time = 0;  ///< 0 until there are any
+  std::vector<std::vector<unsigned char>> rows;
+};
+
+/// Keeps the last rows of each record in memory.
+class LastRows : public RecordSink {
+ public:
+  void Take(const ScheduledRows& rows) override;
+  /// Null until the record has been taken once.
+  [[nodiscard]] const KeptRows* Find(const std::string& record, unsigned char category) const;
+
+ private:
+  std::map<std::pair<std::string, unsigned char>, KeptRows> m_kept;
+};

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <asio/steady_timer.hpp>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "node/local/BatchDesk.h"
+#include "node/local/EventLoop.h"
+#include "node/local/ProblemReport.h"
+#include "node/local/RecordSink.h"
+
+/// One line of the ini file's section "Schedule": record name = seconds.
+struct ScheduleLine {
+  std::string record;
+  std::string seconds;
+  std::size_t number = 0;  ///< of the line in its file, from 1
+};
+
+/// What is collected at fixed intervals. Each record has one request for the life of the book.
+/// Requests that are due together travel in one batch. A time that comes while the batch before
+/// still waits or runs, or that has passed unnoticed, is skipped and counted.
+class ScheduleBook {
+ public:
+  static constexpr long kMinSeconds = 1;
+  static constexpr long kMaxSeconds = 86400;
+
+  /// One record's schedule and how it went.
+  struct Entry {
+    std::shared_ptr<RecordAsker> asker;
+    std::chrono::seconds period{0};
+    std::chrono::steady_clock::time_point due;
+    bool isWaiting = false;  ///< its batch stands in the queue or runs
+    std::uint64_t runs = 0;
+    std::uint64_t skipped = 0;
+    std::size_t rows = 0;      ///< of the last run
+    std::time_t lastTime = 0;  ///< of the last run, seconds since the epoch
+  };
+
+  using EntryList = std::vector<std::shared_ptr<Entry>>;
+
+  ScheduleBook(EventLoop& loop, BatchDesk& desk, RecordSink& sink);
+
+  /// Takes the lines over. A bad one (seconds that are no whole number from 1 to 86400, a record
+  /// that has a line already) is reported as "path:line: ..." and left out. A record that nobody
+  /// knows is asked for all the same: the agent reports it once.
+  void Load(const std::string& path, const std::vector<ScheduleLine>& lines,
+            const ProblemReport& report);
+  /// Asks for every record at once, which gives the interval records their first sample, and then
+  /// at their times.
+  void Start();
+  void Stop() { m_timer.cancel(); }
+  /// Whether a schedule collects the record.
+  [[nodiscard]] bool Holds(const std::string& record, unsigned char category) const;
+  [[nodiscard]] const EntryList& Entries() const { return m_entries; }
+
+ private:
+  void WaitForNext();
+  void AskForDue();
+  void PostBatch(EntryList due);
+  void Collect(CMBNode& node, const EntryList& due);
+
+  EventLoop& m_loop;
+  BatchDesk& m_desk;
+  RecordSink& m_sink;
+  asio::steady_timer m_timer;
+  EntryList m_entries;
+};

@@ -1,0 +1,410 @@
+#include "node/local/LocalNode.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "node/FigureRegistry.h"
+#include "node/MessageCatalog.h"
+#include "tests/local/FakeAgent.h"
+#include "tests/local/TestClient.h"
+
+namespace {
+
+using nlohmann::json;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+/// Counts the objects that live.
+class CountedObject : public CMBUserObject {
+ public:
+  explicit CountedObject(std::atomic<int>& count) : m_count(count) { ++m_count; }
+  ~CountedObject() override { --m_count; }
+
+ private:
+  std::atomic<int>& m_count;
+};
+
+/// Each test has a working directory of its own; the node is the one that the program is linked
+/// with.
+class LocalNodeTest : public ::testing::Test {
+ protected:
+  LocalNodeTest() { PublishFakeRecords(); }
+  ~LocalNodeTest() override {
+    agent.reset();
+    MBStatTerminate();
+    MBDebugTerm();
+  }
+
+  void WriteIni(const std::string& text) { std::ofstream("qmtagt.ini") << text; }
+  std::string Log() {
+    std::ostringstream text;
+    text << std::ifstream("log/qmtdmon.log").rdbuf();
+    return text.str();
+  }
+
+  /// Runs the node while `script` plays the clients on another thread, and stops it afterwards
+  /// where the script doesn't.
+  void Serve(const std::function<void()>& script, bool scriptStops = false) {
+    ASSERT_EQ(MBDebugInit(0, "qmtdmon", "tag", 24, 'U', 'A', 'D'), 0);
+    ASSERT_EQ(MBStatInitialize('U', 'A', 'D', nullptr), 0);
+    ASSERT_EQ(agent->Connect(), 0);
+    std::thread clients([&] {
+      script();
+      if (!scriptStops) {
+        CMBRunnableNode::setSignalStatus(15);
+      }
+    });
+    EXPECT_EQ(agent->Run(), 0);
+    clients.join();
+    EXPECT_FALSE(std::filesystem::exists("run/control.sock"));
+  }
+
+  ScratchDirectory directory;
+  std::unique_ptr<FakeAgent> agent = std::make_unique<FakeAgent>();
+};
+
+void WaitFor(const std::atomic<bool>& flag) {
+  while (!flag) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+TEST_F(LocalNodeTest, AGetIsOneBatchWithEachNameInItsOrder) {
+  std::vector<std::size_t> batches;
+  std::set<CMBRecordRequest*> requests;
+  agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    batches.push_back(batch.m_events.size());
+    for (CMBRecordRequestEvent* event : batch.m_events) {
+      requests.insert(event->m_requests.at(0));
+      EXPECT_EQ(event->IsRealtime(), 1);
+      EXPECT_EQ(event->ShouldCalcRates(), 0);
+      event->m_records.push_back(new FakeRecord(static_cast<std::uint32_t>(requests.size())));
+    }
+    return kNotifyDone;
+  };
+  Serve([&] {
+    TestClient client;
+    const json first = client.Ask(
+        R"({"op":"get","id":{"n":1},"records":["NOPE",{"record":"FAKE","category":"4"},"IDLE",)"
+        R"({"record":"FAKE","category":"3"},"BARE","FAKE"]})");
+    EXPECT_EQ(first["id"], json({{"n", 1}}));
+    EXPECT_EQ(first["ok"], true);
+    std::vector<std::string> seen;
+    for (const json& result : first["results"]) {
+      seen.push_back(result["record"].get<std::string>() + " " +
+                     (result.contains("error") ? result["error"]["code"].get<std::string>()
+                                               : result["rows"][0]["Count"].dump()));
+    }
+    EXPECT_THAT(seen, ElementsAre("NOPE unknown-record", "FAKE 1", "IDLE not-served",
+                                  "FAKE unknown-record", "BARE unknown-record", "FAKE 2"));
+    EXPECT_EQ(first["results"][1]["time"], 1700000000);
+    EXPECT_EQ(first["results"][1]["category"], "4");
+    const json status = client.Ask(R"({"op":"status"})")["status"];
+    EXPECT_EQ(status["last_batch"]["records"], 6);
+    EXPECT_EQ(status["last_batch"]["errors"], 4);
+
+    json many{{"op", "get"}, {"records", std::vector<std::string>(1000, "FAKE")}};
+    EXPECT_EQ(client.Ask(many.dump())["results"].size(), 1000U);
+    EXPECT_EQ(client.Ask(R"({"op":"get","records":["NOPE"]})")["results"].size(), 1U);
+  });
+  EXPECT_THAT(batches, ElementsAre(2U, 1000U));
+  // The requests of the first batch were used again.
+  EXPECT_EQ(requests.size(), 1000U);
+}
+
+TEST_F(LocalNodeTest, AConnectionRemembersItsLastAnswerAndForgetsItAtItsEnd) {
+  std::atomic<int> objects{0};
+  std::vector<std::size_t> previous;
+  std::vector<int> rates;
+  agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    CMBRecordRequestEvent& event = *batch.m_events.at(0);
+    previous.push_back(event.PreviousRecords().size());
+    rates.push_back(event.ShouldCalcRates());
+    if (event.m_requests.at(0)->GetUserObject() == nullptr) {
+      event.m_requests.at(0)->SetUserObject(new CountedObject(objects));
+    }
+    event.m_records.push_back(new FakeRecord(1));
+    event.m_records.push_back(new FakeRecord(2));
+    return kNotifyDone;
+  };
+  Serve([&] {
+    TestClient client;
+    client.Ask(R"({"op":"get","records":["FAKE"]})");
+    client.Ask(R"({"op":"get","records":["FAKE"],"rates":false})");
+    client.Ask(R"({"op":"get","records":["FAKE"],"rates":true})");
+    EXPECT_EQ(objects, 2);
+    TestClient other;
+    other.Ask(R"({"op":"get","records":["FAKE"]})");
+    EXPECT_EQ(objects, 3);
+    client.Hangup();
+    while (objects != 1) {
+      other.Ask(R"({"op":"status"})");
+    }
+  });
+  EXPECT_THAT(previous, ElementsAre(0U, 2U, 0U, 0U));
+  EXPECT_THAT(rates, ElementsAre(0, 0, 1, 0));
+}
+
+TEST_F(LocalNodeTest, AHostileLineGetsAnErrorAndTheConnectionLivesOn) {
+  struct Case {
+    std::string line;
+    const char* code;
+    const char* field;
+  };
+  const json manyNames{{"op", "get"}, {"records", std::vector<std::string>(1025, "FAKE")}};
+  const std::vector<Case> cases{
+      {"", "bad-json", ""},
+      {"hello", "bad-json", ""},
+      {"[1]", "bad-json", ""},
+      {"{\"op\":\"status\xff\"}", "bad-json", ""},
+      {R"({"op":"status"} {})", "bad-json", ""},
+      {R"({"op":"status","id":)" + std::string(30000, '[') + std::string(30000, ']') + "}",
+       "bad-json", ""},
+      {R"({"op":"status","id":")" + std::string(70000, 'x') + "\"}", "too-long", ""},
+      {"{}", "bad-field", "op"},
+      {R"({"op":7})", "bad-field", "op"},
+      {R"({"op":"dance"})", "unknown-op", "op"},
+      {R"({"op":"status","records":[]})", "bad-field", "records"},
+      {R"({"op":"schema"})", "bad-field", "record"},
+      {R"({"op":"schema","record":"NOPE"})", "unknown-record", "record"},
+      {R"({"op":"schema","record":"FAKE","category":4})", "bad-field", "category"},
+      {R"({"op":"get","records":"FAKE"})", "bad-field", "records"},
+      {R"({"op":"get","records":[1]})", "bad-field", "records"},
+      {R"({"op":"get","records":[{"record":"FAKE","op":"x"}]})", "bad-field", "op"},
+      {R"({"op":"get","records":[{"record":"FAKE","category":"44"}]})", "bad-field", "category"},
+      {R"({"op":"get","records":["FAKE"],"rates":1})", "bad-field", "rates"},
+      {manyNames.dump(), "bad-field", "records"},
+      {R"({"op":"last","records":["FAKE","NOPE"],"rates":true})", "bad-field", "rates"},
+  };
+  Serve([&] {
+    TestClient client;
+    for (const Case& entry : cases) {
+      const json answer = client.Ask(entry.line);
+      const std::string shown = entry.line.substr(0, 60) + " -> " + answer.dump();
+      ASSERT_TRUE(answer.is_object()) << shown;
+      EXPECT_EQ(answer["ok"], false) << shown;
+      EXPECT_EQ(answer["error"]["code"], entry.code) << shown;
+      EXPECT_EQ(answer["error"].value("field", ""), entry.field) << shown;
+    }
+    EXPECT_EQ(client.Ask(R"({"op":"last","records":["FAKE"]})")["results"][0]["error"]["code"],
+              "not-scheduled");
+    EXPECT_EQ(client.Ask(R"({"op":"records","id":1})")["records"][1],
+              json({{"record", "IDLE"}, {"category", "3"}, {"served", false}, {"layout", true}}));
+    EXPECT_EQ(client.Ask(R"({"op":"schema","record":"FAKE"})")["schema"]["fields"][0],
+              json({{"label", "Record Type"},
+                    {"type", "char[8]"},
+                    {"offset", 0},
+                    {"width", 8},
+                    {"meaning", "text"}}));
+  });
+}
+
+TEST_F(LocalNodeTest, AFailedBuildIsAnErrorOfItsRecordOrOfTheWholeBatch) {
+  LayoutRegistry::Instance().PublishListing({{"FAKE", '4', true}, {"IDLE", '3', true}});
+  std::atomic<int> status{kNotifyDone};
+  agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    batch.m_events.at(0)->m_records.push_back(new FakeRecord(1));
+    const char* args[] = {"FAKE"};
+    __MBDebugPrintMsg(10300, 10, kWarning, "file.cpp", 1, "failed (record=%1)", 1, args, 0);
+    return status.load();
+  };
+  Serve([&] {
+    TestClient client;
+    const char* get = R"({"op":"get","records":["FAKE","IDLE"]})";
+    const json first = client.Ask(get)["results"];
+    EXPECT_EQ(first[0]["error"]["code"], "build-failed");
+    EXPECT_EQ(first[1]["rows"], json::array());
+    EXPECT_GT(first[1]["time"], 1700000000);
+    status = kNotifyNotServed;
+    EXPECT_EQ(client.Ask(get)["results"][1]["error"]["code"], "build-failed");
+    EXPECT_EQ(client.Ask(R"({"op":"status"})")["status"]["last_batch"]["errors"], 2);
+  });
+}
+
+TEST_F(LocalNodeTest, ABatchThatYieldsServesOthersWhileASecondBatchAndAGoneClientsRequestsWait) {
+  std::atomic<bool> isBuilding{false};
+  std::atomic<bool> mayEnd{false};
+  std::atomic<int> objects{0};
+  int pipe[2];
+  ASSERT_EQ(::pipe(pipe), 0);
+  const Descriptor reader(pipe[0]);
+  const Descriptor writer(pipe[1]);
+  int depth = 0;
+  int batches = 0;
+  int objectsAtEnd = 0;
+  bool hadSocketEvent = false;
+  agent->onSocket = [&](int descriptor) {
+    hadSocketEvent = true;
+    EXPECT_EQ(agent->CancelEvent(descriptor), 0);
+  };
+  agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    EXPECT_EQ(++depth, 1);
+    if (++batches == 1) {
+      batch.m_events.at(0)->m_requests.at(0)->SetUserObject(new CountedObject(objects));
+      EXPECT_EQ(agent->ScheduleEvent(reader.Get()), 0);
+      isBuilding = true;
+      while (!mayEnd || !hadSocketEvent) {
+        batch.m_events.at(0)->yield();
+      }
+      for (int i = 0; i < 20; ++i) {
+        batch.m_events.at(0)->yield();
+      }
+      objectsAtEnd = objects;
+    }
+    --depth;
+    return kNotifyDone;
+  };
+  Serve([&] {
+    TestClient gone;
+    EXPECT_TRUE(gone.Send(R"({"op":"get","records":["FAKE"]})"));
+    WaitFor(isBuilding);
+    TestClient second;
+    EXPECT_TRUE(second.Send(R"({"op":"get","records":["FAKE"]})"));
+    TestClient third;
+    EXPECT_TRUE(third.Ask(R"({"op":"status"})")["ok"]);
+    gone.Hangup();
+    EXPECT_TRUE(third.Ask(R"({"op":"status"})")["ok"]);
+    EXPECT_EQ(::write(writer.Get(), "x", 1), 1);
+    mayEnd = true;
+    EXPECT_TRUE(second.Receive()["ok"]);
+    while (objects != 0) {
+      third.Ask(R"({"op":"status"})");
+    }
+  });
+  EXPECT_EQ(batches, 2);
+  EXPECT_EQ(objectsAtEnd, 1);
+}
+
+TEST_F(LocalNodeTest, AShutdownAnswersThoseWhoStillWait) {
+  std::atomic<bool> isBuilding{false};
+  agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    isBuilding = true;
+    while (!EventLoop::IsStopRequested()) {
+      batch.m_events.at(0)->yield();
+    }
+    return kNotifyDone;
+  };
+  const auto script = [&] {
+    TestClient first;
+    EXPECT_TRUE(first.Send(R"({"op":"get","records":["FAKE"]})"));
+    WaitFor(isBuilding);
+    TestClient second;
+    EXPECT_TRUE(second.Send(R"({"op":"get","id":2,"records":["FAKE"]})"));
+    TestClient operatorClient;
+    EXPECT_TRUE(operatorClient.Ask(R"({"op":"status"})")["ok"]);
+    // It needs nobody who waits for the answer.
+    operatorClient.Send(R"({"op":"shutdown"})");
+    operatorClient.EndRequests();
+    EXPECT_EQ(operatorClient.Receive(), json({{"ok", true}}));
+    EXPECT_TRUE(first.Receive()["ok"]);
+    const json refused = second.Receive();
+    EXPECT_EQ(refused["id"], 2);
+    EXPECT_EQ(refused["error"]["code"], "stopping");
+    EXPECT_TRUE(second.Receive().is_null());
+  };
+  Serve(script, true);
+  EXPECT_THAT(Log(), HasSubstr("Shutdown requested"));
+}
+
+TEST_F(LocalNodeTest, TheScheduleOfTheIniFileIsServedAndItsBadLinesAreReported) {
+  WriteIni("[Schedule]\nFAKE = 1\nbroken\n# note\nIDLE = never\n");
+  FigureRegistry::Instance().Add({"kernel_variant", "Help.", FigureKind::kGauge, [] { return 3; }});
+  std::uint32_t count = 0;
+  agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    if (++count > 1) {
+      batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
+    }
+    return kNotifyDone;
+  };
+  Serve([&] {
+    TestClient client;
+    json last;
+    do {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      last = client.Ask(R"({"op":"last","records":["FAKE"]})")["results"][0];
+    } while (last["rows"].empty());
+    EXPECT_EQ(last["rows"][0]["Label"], "a\xEF\xBF\xBD");
+    const json status = client.Ask(R"({"op":"status"})")["status"];
+    const json& schedule = status["schedules"][0];
+    EXPECT_EQ(schedule["record"], "FAKE");
+    EXPECT_EQ(schedule["seconds"], 1);
+    EXPECT_GE(schedule["runs"], 2);
+    EXPECT_EQ(schedule["last_time"], 1700000000);
+    EXPECT_EQ(status["node"], "U/instance");
+    EXPECT_EQ(status["figures"][0]["value"], 3);
+    EXPECT_EQ(status["pid"], ::getpid());
+  });
+  EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:3: "));
+  EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:5: the seconds of IDLE"));
+}
+
+TEST_F(LocalNodeTest, TheSocketReplacesAStaleOneAndNothingElse) {
+  struct stat status {};
+  Serve([&] {
+    TestClient client;
+    EXPECT_TRUE(client.Ask(R"({"op":"status"})")["ok"]);
+    ASSERT_EQ(::stat("run/control.sock", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0660U);
+    // As a crashed daemon leaves it.
+    ASSERT_EQ(::link("run/control.sock", "run/stale"), 0);
+  });
+  std::filesystem::rename("run/stale", "run/control.sock");
+  EXPECT_EQ(agent->Connect(), 0);
+  MBDebugTerm();
+  ASSERT_EQ(MBDebugInit(0, "qmtdmon", "tag", 24, 'U', 'A', 'D'), 0);
+  std::ofstream("run/control.sock") << "precious";
+  EXPECT_EQ(agent->Connect(), -1);
+  EXPECT_THAT(Log(), HasSubstr("run/control.sock: "));
+  EXPECT_EQ(std::filesystem::file_size("run/control.sock"), 8U);
+}
+
+TEST(ControlServerTest, ASlowReaderAndAClientTooManyAreTurnedAway) {
+  const ScratchDirectory directory;
+  PublishFakeRecords();
+  EventLoop loop;
+  BatchDesk desk;
+  LastRows lastRows;
+  ScheduleBook schedule(loop, desk, lastRows);
+  ControlOperations operations(loop, desk, schedule, lastRows);
+  std::vector<std::string> problems;
+  ControlSettings settings;
+  settings.maxOutput = 100000;
+  settings.maxConnections = 1;
+  ControlServer server(loop, operations, settings,
+                       [&](const std::string& text) { problems.push_back(text); });
+  std::string error;
+  ASSERT_TRUE(server.Open(error)) << error;
+  std::thread clients([&] {
+    TestClient slow;
+    EXPECT_TRUE(slow.Ask(R"({"op":"status"})")["ok"]);
+    TestClient excess;
+    EXPECT_EQ(excess.Receive()["error"]["code"], "busy");
+    EXPECT_TRUE(excess.Receive().is_null());
+
+    // Answers that nobody reads, until the server has enough of it.
+    const std::string line = R"({"op":"status","id":")" + std::string(50000, 'x') + "\"}";
+    int sent = 0;
+    while (sent < 1000 && slow.Send(line)) {
+      ++sent;
+    }
+    EXPECT_LT(sent, 1000);
+    TestClient next;
+    EXPECT_TRUE(next.Ask(R"({"op":"status"})")["ok"]);
+    EventLoop::RequestStop();
+  });
+  FakeAgent agent;
+  loop.Run(agent);
+  clients.join();
+  server.Close();
+  ASSERT_EQ(problems.size(), 1U);
+  EXPECT_THAT(problems[0], HasSubstr("is dropped"));
+}
+
+}  // namespace

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "node/local/Descriptor.h"
+
+/// A client of run/control.sock that blocks, for at most ten seconds a call.
+class TestClient {
+ public:
+  TestClient() : m_socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, "run/control.sock");
+    EXPECT_EQ(::connect(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const timeval limit{10, 0};
+    ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  }
+
+  /// Whether all of the line could be sent.
+  bool Send(std::string_view line) {
+    const std::string text = std::string(line) + "\n";
+    std::size_t sent = 0;
+    while (sent < text.size()) {
+      const ssize_t count =
+          ::send(m_socket.Get(), text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+      if (count <= 0) {
+        return false;
+      }
+      sent += static_cast<std::size_t>(count);
+    }
+    return true;
+  }
+
+  /// The next answer; null at the end of the connection.
+  nlohmann::json Receive() {
+    std::size_t end = 0;
+    while ((end = m_input.find('\n')) == std::string::npos) {
+      char chunk[65536];
+      const ssize_t count = ::recv(m_socket.Get(), chunk, sizeof chunk, 0);
+      if (count <= 0) {
+        return nullptr;
+      }
+      m_input.append(chunk, static_cast<std::size_t>(count));
+    }
+    const std::string line = m_input.substr(0, end);
+    m_input.erase(0, end + 1);
+    return nlohmann::json::parse(line);
+  }
+
+  nlohmann::json Ask(std::string_view line) {
+    EXPECT_TRUE(Send(line));
+    return Receive();
+  }
+
+  void Hangup() { m_socket.Close(); }
+  void EndRequests() { ::shutdown(m_socket.Get(), SHUT_WR); }
+
+ private:
+  Descriptor m_socket;
+  std::string m_input;
+};
