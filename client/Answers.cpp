@@ -1,0 +1,203 @@
+#include "client/Answers.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "client/Errors.h"
+#include "client/Terminal.h"
+
+namespace {
+
+[[noreturn]] void FailMember(const char* name, const char* expected) {
+  throw ClientError(std::string("broken answer: \"") + name + "\" is not " + expected);
+}
+
+const Json& Member(const Json& object, const char* name) {
+  static const Json kNull;
+  const auto member = object.find(name);
+  return member == object.end() ? kNull : *member;
+}
+
+std::string Text(const Json& object, const char* name) {
+  const Json& value = Member(object, name);
+  if (!value.is_string()) {
+    FailMember(name, "a text");
+  }
+  return value.get<std::string>();
+}
+
+double Number(const Json& object, const char* name) {
+  const Json& value = Member(object, name);
+  if (!value.is_number()) {
+    FailMember(name, "a number");
+  }
+  return value.get<double>();
+}
+
+std::uint64_t Count(const Json& object, const char* name) {
+  const Json& value = Member(object, name);
+  if (!value.is_number_unsigned()) {
+    FailMember(name, "a count");
+  }
+  return value.get<std::uint64_t>();
+}
+
+std::int64_t Whole(const Json& object, const char* name) {
+  const Json& value = Member(object, name);
+  if (!value.is_number_integer() ||
+      (value.is_number_unsigned() && value.get<std::uint64_t>() > INT64_MAX)) {
+    FailMember(name, "a whole number");
+  }
+  return value.get<std::int64_t>();
+}
+
+bool Flag(const Json& object, const char* name) {
+  const Json& value = Member(object, name);
+  if (!value.is_boolean()) {
+    FailMember(name, "true or false");
+  }
+  return value.get<bool>();
+}
+
+const Json& Object(const Json& object, const char* name) {
+  const Json& value = Member(object, name);
+  if (!value.is_object()) {
+    FailMember(name, "an object");
+  }
+  return value;
+}
+
+const Json& Objects(const Json& object, const char* name) {
+  const Json& value = Member(object, name);
+  const auto isObject = [](const Json& element) { return element.is_object(); };
+  if (!value.is_array() || !std::all_of(value.begin(), value.end(), isObject)) {
+    FailMember(name, "an array of objects");
+  }
+  return value;
+}
+
+void CheckRows(const Json& rows) {
+  for (const Json& row : rows) {
+    for (const Json& value : row) {
+      if (value.is_structured()) {
+        FailMember("rows", "an array of objects of plain values");
+      }
+    }
+  }
+}
+
+std::string ErrorText(const Json& error) {
+  std::string message = Text(error, "message");
+  const std::string code = Text(error, "code");
+  return message.empty() ? code : message + " (" + code + ")";
+}
+
+std::string KernelVariant(const Json& status) {
+  for (const Json& figure : Objects(status, "figures")) {
+    if (Text(figure, "name") == "kernel_variant") {
+      const Json& value = Member(figure, "value");
+      return value.is_number() ? std::to_string(static_cast<int>(value.get<double>())) : "";
+    }
+  }
+  return "";
+}
+
+}  // namespace
+
+Json RecordName::ToJson() const {
+  return category.empty() ? Json(name) : Json{{"record", name}, {"category", category}};
+}
+
+std::string RecordName::Text() const { return category.empty() ? name : category + ":" + name; }
+
+RecordName ParseRecordName(std::string_view text) {
+  RecordName record;
+  const std::size_t colon = text.find(':');
+  if (colon != std::string_view::npos) {
+    record.category = text.substr(0, colon);
+    if (record.category != "4" && record.category != "3") {
+      throw UsageError("the category of \"" + std::string(text) + "\" is not 4 or 3");
+    }
+    text.remove_prefix(colon + 1);
+  }
+  record.name = text;
+  const auto graphic = [](char c) { return c > ' ' && c < '\x7F'; };
+  if (text.empty() || !std::all_of(text.begin(), text.end(), graphic)) {
+    throw UsageError("\"" + std::string(text) + "\" is not the name of a record");
+  }
+  return record;
+}
+
+std::vector<RecordAnswer> ReadResults(Json& answer, const std::vector<RecordName>& asked) {
+  const Json& results = Objects(answer, "results");
+  if (results.size() != asked.size()) {
+    FailMember("results", "one element for each record");
+  }
+  std::vector<RecordAnswer> records;
+  for (std::size_t i = 0; i < asked.size(); ++i) {
+    Json& result = answer["results"][i];
+    RecordAnswer& record = records.emplace_back();
+    record.record = Text(result, "record");
+    if (record.record != asked[i].name) {
+      FailMember("record", "the record that was asked");
+    }
+    if (result.contains("error")) {
+      record.error = ErrorText(Object(result, "error"));
+      continue;
+    }
+    record.category = Text(result, "category");
+    if (!asked[i].category.empty() && record.category != asked[i].category) {
+      FailMember("category", "the category that was asked");
+    }
+    record.time = Whole(result, "time");
+    CheckRows(Objects(result, "rows"));
+    record.rows = std::move(result["rows"]);
+  }
+  return records;
+}
+
+Schema ReadSchema(const Json& answer) {
+  const Json& schema = Object(answer, "schema");
+  Schema out{Text(schema, "record"),
+             Text(schema, "structure"),
+             Text(schema, "category"),
+             Count(schema, "size"),
+             {}};
+  for (const Json& field : Objects(schema, "fields")) {
+    out.fields.push_back({Text(field, "label"), Text(field, "type"), Count(field, "offset"),
+                          Count(field, "width"), Text(field, "meaning")});
+  }
+  return out;
+}
+
+std::vector<Listing> ReadListing(const Json& answer) {
+  std::vector<Listing> out;
+  for (const Json& record : Objects(answer, "records")) {
+    out.push_back({Text(record, "record"), Text(record, "category"), Flag(record, "served")});
+  }
+  return out;
+}
+
+Status ReadStatus(const Json& answer) {
+  const Json& status = Object(answer, "status");
+  Status out;
+  out.pid = Whole(status, "pid");
+  out.uptimeSeconds = Number(status, "uptime_seconds");
+  out.version = Text(status, "version");
+  out.node = Text(status, "node");
+  out.host = Text(status, "host");
+  out.kernelVariant = KernelVariant(status);
+  for (const Json& schedule : Objects(status, "schedules")) {
+    const bool ran = !Member(schedule, "last_time").is_null();
+    out.schedules.push_back({Text(schedule, "record"), Text(schedule, "category"),
+                             Number(schedule, "seconds"), Count(schedule, "runs"),
+                             Count(schedule, "rows"), ran ? Whole(schedule, "last_time") : 0,
+                             Count(schedule, "skipped")});
+  }
+  if (!Member(status, "last_batch").is_null()) {
+    const Json& batch = Object(status, "last_batch");
+    out.lastBatch = {true, Number(batch, "age_seconds"), Number(batch, "duration_seconds"),
+                     Count(batch, "records"), Count(batch, "errors")};
+  }
+  return out;
+}

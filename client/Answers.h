@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/Connection.h"
+
+/// A record as the operator names it: "CPUP", or "4:CPUP" with its category.
+struct RecordName {
+  std::string name;
+  std::string category;  ///< "4", "3", or empty for whichever has the name
+
+  /// As the control protocol writes it.
+  [[nodiscard]] Json ToJson() const;
+  [[nodiscard]] std::string Text() const;
+};
+
+/// Throws UsageError for what cannot be the name of a record.
+[[nodiscard]] RecordName ParseRecordName(std::string_view text);
+
+/// What one record was answered with: rows, or an error.
+struct RecordAnswer {
+  std::string record;
+  std::string category;
+  std::int64_t time = 0;      ///< seconds since the epoch at which the rows were built
+  Json rows = Json::array();  ///< array of objects of plain values
+  std::string error;          ///< empty if there are rows
+};
+
+struct Field {
+  std::string label;
+  std::string type;  ///< "ulong", "utime", "char[40]"
+  std::uint64_t offset = 0;
+  std::uint64_t width = 0;
+  std::string meaning;  ///< "key", "time", "percent" and so on
+};
+
+struct Schema {
+  std::string record;
+  std::string structure;
+  std::string category;
+  std::uint64_t size = 0;
+  std::vector<Field> fields;
+};
+
+struct Listing {
+  std::string record;
+  std::string category;
+  bool served = false;
+};
+
+struct Schedule {
+  std::string record;
+  std::string category;
+  double seconds = 0;
+  std::uint64_t runs = 0;
+  std::uint64_t rows = 0;
+  std::int64_t lastTime = 0;  ///< seconds since the epoch, 0 if it never ran
+  std::uint64_t skipped = 0;
+};
+
+struct LastBatch {
+  bool any = false;
+  double ageSeconds = 0;
+  double durationSeconds = 0;
+  std::uint64_t records = 0;
+  std::uint64_t errors = 0;
+};
+
+struct Status {
+  std::int64_t pid = 0;
+  double uptimeSeconds = 0;
+  std::string version;
+  std::string node;
+  std::string host;
+  std::string kernelVariant;  ///< empty if the agent does not say
+  std::vector<Schedule> schedules;
+  LastBatch lastBatch;
+};
+
+// What the daemon answered, checked member by member. Each throws ClientError, naming the member,
+// for an answer that is not what the control protocol promises.
+
+/// The results of "get" and "last", which must be those of `asked`. Takes the rows out of `answer`.
+[[nodiscard]] std::vector<RecordAnswer> ReadResults(Json& answer,
+                                                    const std::vector<RecordName>& asked);
+[[nodiscard]] Schema ReadSchema(const Json& answer);
+[[nodiscard]] std::vector<Listing> ReadListing(const Json& answer);
+[[nodiscard]] Status ReadStatus(const Json& answer);

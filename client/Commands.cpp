@@ -1,0 +1,270 @@
+#include "client/Commands.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <iterator>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "client/Connection.h"
+#include "client/Errors.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::string_view kSocketBelowRoot = "/opt/qmtrx/mond/agent/run/control.sock";
+
+std::string Indented(const Json& value) {
+  return value.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+Json SchemaRequest(const RecordName& record) {
+  Json request{{"op", "schema"}, {"record", record.name}};
+  if (!record.category.empty()) {
+    request["category"] = record.category;
+  }
+  return request;
+}
+
+/// The member `name` of an answer, once it is known to be there.
+const Json& Part(const Json& answer, const char* name) { return *answer.find(name); }
+
+std::vector<RecordName> ParseRecordNames(const std::vector<std::string>& texts) {
+  std::vector<RecordName> names;
+  std::transform(texts.begin(), texts.end(), std::back_inserter(names), ParseRecordName);
+  return names;
+}
+
+/// What one request for records came to.
+struct Sample {
+  std::vector<ShownRecord> records;  ///< those that were answered with rows, or with none
+  std::vector<std::string> notes;    ///< what the operator has to know of the others
+};
+
+/// Asks for the same records as often as wanted, over one connection.
+class RecordReader {
+ public:
+  RecordReader(const CommonOptions& common, const RecordOptions& options, const char* operation,
+               int stop = -1)
+      : m_format(options.format),
+        m_names(ParseRecordNames(options.records)),
+        m_connection(common.socket, stop) {
+    Json names = Json::array();
+    for (const RecordName& name : m_names) {
+      names.push_back(name.ToJson());
+    }
+    m_request = {{"op", operation}, {"records", std::move(names)}};
+    if (options.rates) {
+      m_request["rates"] = true;
+    }
+  }
+
+  Sample Read() {
+    Json answer = m_connection.Ask(m_request);
+    std::vector<RecordAnswer> answers = ReadResults(answer, m_names);
+    Sample sample;
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+      if (!answers[i].error.empty()) {
+        m_anyFailed = true;
+        sample.notes.push_back(m_names[i].Text() + ": " + answers[i].error);
+        continue;
+      }
+      ShownRecord record{std::move(answers[i]), {}};
+      if (m_format == Format::kTable) {
+        record.schema = SchemaOf({record.answer.record, record.answer.category});
+      }
+      // In JSON an empty array says as much.
+      const bool tells = m_format == Format::kJson || m_format == Format::kJsonLine;
+      if (record.answer.rows.empty() && !tells) {
+        sample.notes.push_back(m_names[i].Text() + ": no rows");
+      }
+      sample.records.push_back(std::move(record));
+    }
+    return sample;
+  }
+
+  /// Whether a record failed in any reading.
+  [[nodiscard]] bool AnyFailed() const { return m_anyFailed; }
+
+ private:
+  const Schema& SchemaOf(const RecordName& record) {
+    const auto [place, isNew] = m_schemas.try_emplace(record.Text());
+    if (isNew) {
+      try {
+        place->second = ReadSchema(m_connection.Ask(SchemaRequest(record)));
+      } catch (const RefusedError&) {
+        // Rows can be shown without a layout, only less nicely.
+      }
+    }
+    return place->second;
+  }
+
+  Format m_format;
+  std::vector<RecordName> m_names;
+  Json m_request;
+  Connection m_connection;
+  std::map<std::string, Schema> m_schemas;
+  bool m_anyFailed = false;
+};
+
+std::string RecordsText(std::vector<ShownRecord>& records, Format format, bool titles,
+                        const Screen& screen) {
+  if (format == Format::kJson || format == Format::kJsonLine) {
+    return JsonText(records, format == Format::kJson ? 2 : -1);
+  }
+  std::string text;
+  for (const ShownRecord& record : records) {
+    std::string part =
+        format == Format::kCsv ? CsvText(record.answer.rows) : RowsText(record, screen);
+    if (titles && format == Format::kTable) {
+      const RecordName name{record.answer.record, record.answer.category};
+      const std::string title = SafeText(name.Text()) + "  " + DateText(record.answer.time);
+      part = Emphasize(title, screen) + '\n' + part;
+    }
+    if (!text.empty() && !part.empty()) {
+      text += '\n';
+    }
+    text += part;
+  }
+  return text;
+}
+
+int RunOnce(const CommonOptions& common, const RecordOptions& options, const char* operation) {
+  RecordReader reader(common, options, operation);
+  Sample sample = reader.Read();
+  std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
+  const Screen screen = ReadScreen(common.color);
+  WriteOutput(RecordsText(sample.records, options.format, options.records.size() > 1, screen));
+  return reader.AnyFailed() ? kExitFailed : kExitDone;
+}
+
+/// Shows the samples of a watch, in place where the screen can do that.
+class SampleWriter {
+ public:
+  SampleWriter(const CommonOptions& common, Format format, int stop)
+      : m_color(common.color), m_format(format), m_stop(stop) {}
+
+  void Write(Sample& sample) {
+    const Screen screen = ReadScreen(m_color);
+    const std::string text = RecordsText(sample.records, m_format, true, screen);
+    if (m_format == Format::kTable && screen.redraws) {
+      Redraw(text, sample.notes, screen);
+    } else {
+      for (const std::string& note : sample.notes) {
+        if (m_complaints.insert(note).second) {
+          Complain(note);
+        }
+      }
+      WriteOutput((m_format == Format::kTable && !m_isFirst ? "\n" : "") + text, m_stop);
+    }
+    m_isFirst = false;
+  }
+
+  /// Leaves a redrawn screen with the cursor below, and says what would else be gone with it.
+  void Finish() const {
+    if (m_inPlace) {
+      WriteOutput("\n");
+      std::for_each(m_lastNotes.begin(), m_lastNotes.end(), Complain);
+    }
+  }
+
+ private:
+  void Redraw(std::string text, std::vector<std::string>& notes, const Screen& screen) {
+    for (const std::string& note : notes) {
+      text.insert(0, SafeText(note) + "\n");
+    }
+    m_inPlace = true;
+    m_lastNotes = std::move(notes);
+    WriteOutput(Frame(text, screen), m_stop);
+  }
+
+  ColorMode m_color;
+  Format m_format;
+  int m_stop;
+  bool m_isFirst = true;
+  bool m_inPlace = false;
+  std::vector<std::string> m_lastNotes;
+  std::set<std::string> m_complaints;  ///< a complaint is made once, not with every sample
+};
+
+/// The first beat after `now` of a pace counted from `start`: a slow answer drops beats, it does
+/// not shift those that follow.
+Clock::time_point NextBeat(Clock::time_point start, Clock::duration every, Clock::time_point now) {
+  return start + ((now - start) / every + 1) * every;
+}
+
+}  // namespace
+
+std::string DefaultSocket() {
+  const char* root = std::getenv("QMT_PRODUCT_ROOT");
+  return std::string(root == nullptr ? "" : root).append(kSocketBelowRoot);
+}
+
+int RunRecords(const CommonOptions& common, bool json) {
+  Connection connection(common.socket);
+  const Json answer = connection.Ask({{"op", "records"}});
+  const std::vector<Listing> records = ReadListing(answer);
+  WriteOutput(json ? Indented(Part(answer, "records"))
+                   : ListingText(records, ReadScreen(common.color)));
+  return kExitDone;
+}
+
+int RunGet(const CommonOptions& common, const RecordOptions& options) {
+  return RunOnce(common, options, "get");
+}
+
+int RunLast(const CommonOptions& common, const RecordOptions& options) {
+  return RunOnce(common, options, "last");
+}
+
+int RunWatch(const CommonOptions& common, const WatchOptions& options) {
+  if (!(options.everySeconds >= kShortestPace && options.everySeconds <= kLongestPace)) {
+    throw UsageError("--every takes seconds from 0.1 to 86400");
+  }
+  const auto every = std::chrono::duration_cast<Clock::duration>(
+      std::chrono::duration<double>(options.everySeconds));
+  const StopSignals stop;
+  SampleWriter writer(common, options.what.format, stop.Get());
+  try {
+    RecordReader reader(common, options.what, "get", stop.Get());
+    const Clock::time_point start = Clock::now();
+    for (std::uint64_t samples = 1;; ++samples) {
+      Sample sample = reader.Read();
+      if (sample.records.empty() && samples == 1) {
+        std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
+        return kExitFailed;
+      }
+      writer.Write(sample);
+      if (samples == options.count || stop.WaitUntil(NextBeat(start, every, Clock::now()))) {
+        const bool counted = samples == options.count;
+        writer.Finish();
+        return counted && reader.AnyFailed() ? kExitFailed : kExitDone;
+      }
+    }
+  } catch (const Interrupted&) {
+    writer.Finish();
+    return kExitDone;
+  }
+}
+
+int RunSchema(const CommonOptions& common, const std::string& record, bool json) {
+  const RecordName name = ParseRecordName(record);
+  Connection connection(common.socket);
+  const Json answer = connection.Ask(SchemaRequest(name));
+  const Schema schema = ReadSchema(answer);
+  WriteOutput(json ? Indented(Part(answer, "schema"))
+                   : SchemaText(schema, ReadScreen(common.color)));
+  return kExitDone;
+}
+
+int RunStatus(const CommonOptions& common, bool json) {
+  Connection connection(common.socket);
+  const Json answer = connection.Ask({{"op", "status"}});
+  const Status status = ReadStatus(answer);
+  WriteOutput(json ? Indented(Part(answer, "status"))
+                   : StatusText(status, ReadScreen(common.color)));
+  return kExitDone;
+}

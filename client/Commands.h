@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "client/Render.h"
+#include "client/Terminal.h"
+
+/// What holds for every command.
+struct CommonOptions {
+  std::string socket;
+  ColorMode color = ColorMode::kAuto;
+};
+
+struct RecordOptions {
+  std::vector<std::string> records;  ///< as typed
+  bool rates = false;
+  Format format = Format::kTable;
+};
+
+struct WatchOptions {
+  RecordOptions what;
+  double everySeconds = 1;
+  std::uint64_t count = 0;  ///< samples to show, 0 for no end
+};
+
+/// The shortest and the longest pace of a watch, in seconds.
+inline constexpr double kShortestPace = 0.1;
+inline constexpr double kLongestPace = 86400;
+
+/// $QMT_PRODUCT_ROOT and the daemon's socket below it.
+[[nodiscard]] std::string DefaultSocket();
+
+// One function for each command. Each prints its data and returns the exit value; failures come out
+// as the exceptions of client/Errors.h.
+
+[[nodiscard]] int RunRecords(const CommonOptions& common, bool json);
+[[nodiscard]] int RunGet(const CommonOptions& common, const RecordOptions& options);
+[[nodiscard]] int RunLast(const CommonOptions& common, const RecordOptions& options);
+[[nodiscard]] int RunWatch(const CommonOptions& common, const WatchOptions& options);
+[[nodiscard]] int RunSchema(const CommonOptions& common, const std::string& record, bool json);
+[[nodiscard]] int RunStatus(const CommonOptions& common, bool json);

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "client/Descriptor.h"
+
+/// Keeps members in the order in which they came, as labels stand in a record's own order.
+using Json = nlohmann::ordered_json;
+
+/// Within what a daemon has to answer.
+struct ConnectionLimits {
+  std::chrono::milliseconds connect = std::chrono::seconds(5);
+  std::chrono::milliseconds answer = std::chrono::seconds(30);  ///< sending the request included
+  std::size_t answerBytes = std::size_t{128} << 20;             ///< without the newline
+};
+
+/// The longest request that the daemon takes, in bytes with its newline.
+inline constexpr std::size_t kRequestBytes = 65536;
+
+/// One connection to the daemon's control socket. Requests are answered one at a time.
+class Connection {
+ public:
+  /// Connects to the Unix stream socket at `path`, of any length. `stop`, not owned, may be -1:
+  /// once it is readable, waiting ends with Interrupted. Throws ClientError.
+  explicit Connection(std::string path, int stop = -1, ConnectionLimits limits = {});
+
+  /// Sends `request`, an object, under a fresh "id" and returns the answer once it has proved to
+  /// be an object of that id with "ok" true. Throws RefusedError for an error object, UsageError
+  /// for a request that is too long, and ClientError for everything else.
+  [[nodiscard]] Json Ask(Json request);
+
+ private:
+  using TimePoint = std::chrono::steady_clock::time_point;
+
+  void Connect();
+  void Send(std::string_view line, TimePoint deadline);
+  [[nodiscard]] std::string ReceiveLine(TimePoint deadline);
+  void Await(short events, TimePoint deadline) const;
+  [[noreturn]] void FailConnect(int error) const;
+  [[nodiscard]] std::string Where() const;
+
+  std::string m_path;
+  int m_stop;
+  ConnectionLimits m_limits;
+  Descriptor m_socket;
+  std::string m_received;  ///< bytes that follow the last line taken
+  std::uint64_t m_lastId = 0;
+};
+
+/// Parses one answer line. Nesting and the number of an object's members are bounded, so that no
+/// line can take more than time and memory in its own measure. Throws ClientError.
+[[nodiscard]] Json ParseAnswer(std::string_view line);

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+/// The exit values of the program.
+enum ExitValue : int { kExitDone = 0, kExitFailed = 1, kExitUsage = 2 };
+
+/// What failed, in words for the operator. Ends the command with kExitFailed.
+class ClientError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// The daemon understood the request and answered it with an error object.
+class RefusedError : public ClientError {
+ public:
+  using ClientError::ClientError;
+};
+
+/// The command line asks for something that cannot be meant. Ends with kExitUsage.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Nobody reads the standard output any more: the command ends without a word.
+struct OutputClosed {};
+
+/// A signal asked the command to end.
+struct Interrupted {};

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "client/Descriptor.h"
+
+enum class ColorMode { kAuto, kAlways, kNever };
+
+/// What the standard output can show.
+struct Screen {
+  bool redraws = false;    ///< a terminal whose cursor can be moved
+  bool color = false;      ///< emphasis by escape sequences
+  std::size_t width = 0;   ///< columns, 0 for no limit
+  std::size_t height = 0;  ///< lines, 0 for no limit
+};
+
+/// Asks for the kind and the present size of the standard output (isatty, TIOCGWINSZ). Honours
+/// NO_COLOR and TERM=dumb unless the mode is kAlways.
+[[nodiscard]] Screen ReadScreen(ColorMode mode);
+
+/// `text` with everything that could steer a terminal written out: control characters, marks that
+/// turn the direction of writing, and bytes that are not UTF-8, as \xNN or \u{NNNN}.
+[[nodiscard]] std::string SafeText(std::string_view text);
+
+/// Columns that a text from SafeText takes on a terminal.
+[[nodiscard]] std::size_t TextWidth(std::string_view text);
+
+/// The text in bold if `screen` has colour.
+[[nodiscard]] std::string Emphasize(const std::string& text, const Screen& screen);
+
+/// The frame of a redrawn screen: cleared, lines cut to the screen's size, no newline after the
+/// last. `text` is whole lines of safe text, with emphasis.
+[[nodiscard]] std::string Frame(std::string_view text, const Screen& screen);
+
+/// SIGINT and SIGTERM turned into a readable descriptor (signalfd). They stay blocked for the rest
+/// of the process.
+class StopSignals {
+ public:
+  StopSignals();
+
+  [[nodiscard]] int Get() const { return m_descriptor.Get(); }
+  /// Waits until `time`; true if a signal came first.
+  [[nodiscard]] bool WaitUntil(std::chrono::steady_clock::time_point time) const;
+
+ private:
+  Descriptor m_descriptor;
+};
+
+/// Writes all of `text` to the standard output. Throws OutputClosed if nobody reads it, Interrupted
+/// if `stop` (-1 for none) becomes readable while the reader is slow, ClientError otherwise.
+void WriteOutput(std::string_view text, int stop = -1);
+
+/// One line for the operator on standard error, made safe, with the program's name in front.
+void Complain(std::string_view words);

@@ -1,0 +1,147 @@
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <exception>
+#include <functional>
+#include <string>
+
+#include "client/Commands.h"
+#include "client/Errors.h"
+
+namespace {
+
+/// The command line and the command that it chose.
+struct CommandLine {
+  CommonOptions common;
+  RecordOptions records;
+  WatchOptions watch;
+  bool json = false;
+  bool csv = false;
+  std::function<int()> run;
+};
+
+Format ChosenFormat(const CommandLine& line) {
+  return line.json ? Format::kJson : line.csv ? Format::kCsv : Format::kTable;
+}
+
+CLI::Option* AddJson(CLI::App* command, CommandLine& line) {
+  return command->add_flag("--json", line.json, "Print JSON");
+}
+
+CLI::Option* AddRecords(CLI::App* command, CommandLine& line) {
+  return command
+      ->add_option("RECORD", line.records.records, "Record name, as in CPUP, 4:CPUP or 3:PD")
+      ->required();
+}
+
+void AddRates(CLI::App* command, CommandLine& line) {
+  command->add_flag("--rates", line.records.rates, "Averages since the machine was started");
+}
+
+void AddRowCommands(CLI::App& app, CommandLine& line) {
+  CLI::App* get = app.add_subcommand("get", "Collect records now, all in one snapshot");
+  CLI::App* last = app.add_subcommand("last", "Show the rows that the schedule made last");
+  for (CLI::App* command : {get, last}) {
+    AddRecords(command, line);
+    CLI::Option* json = AddJson(command, line);
+    command->add_flag("--csv", line.csv, "Print comma-separated values")->excludes(json);
+  }
+  AddRates(get, line);
+  get->callback([&] {
+    line.run = [&] {
+      line.records.format = ChosenFormat(line);
+      return RunGet(line.common, line.records);
+    };
+  });
+  last->callback([&] {
+    line.run = [&] {
+      line.records.format = ChosenFormat(line);
+      return RunLast(line.common, line.records);
+    };
+  });
+}
+
+void AddWatch(CLI::App& app, CommandLine& line) {
+  CLI::App* watch = app.add_subcommand("watch", "Collect records again and again");
+  AddRecords(watch, line);
+  AddRates(watch, line);
+  AddJson(watch, line)->description("Print one JSON array a line");
+  watch
+      ->add_option("--every", line.watch.everySeconds, "Seconds from sample to sample, 0.1 or more")
+      ->required();
+  watch->add_option("--count", line.watch.count, "End after so many samples")
+      ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX));
+  watch->callback([&] {
+    line.run = [&] {
+      line.watch.what = line.records;
+      line.watch.what.format = line.json ? Format::kJsonLine : Format::kTable;
+      return RunWatch(line.common, line.watch);
+    };
+  });
+}
+
+void AddOtherCommands(CLI::App& app, CommandLine& line) {
+  CLI::App* records = app.add_subcommand("records", "List the records of the daemon");
+  AddJson(records, line);
+  records->callback([&] { line.run = [&] { return RunRecords(line.common, line.json); }; });
+
+  CLI::App* schema = app.add_subcommand("schema", "Show the layout of a record");
+  AddRecords(schema, line)->expected(1);
+  AddJson(schema, line);
+  schema->callback([&] {
+    line.run = [&] { return RunSchema(line.common, line.records.records.front(), line.json); };
+  });
+
+  CLI::App* status = app.add_subcommand("status", "Show how the daemon is doing");
+  AddJson(status, line);
+  status->callback([&] { line.run = [&] { return RunStatus(line.common, line.json); }; });
+}
+
+void AddCommonOptions(CLI::App& app, CommandLine& line) {
+  line.common.socket = DefaultSocket();
+  app.set_version_flag("--version", "qmtctl " QMT_VERSION);
+  app.add_option("--socket", line.common.socket, "The control socket of the daemon")
+      ->option_text("PATH")
+      ->check([](const std::string& path) { return path.empty() ? "the path is empty" : ""; });
+  const auto setColor = [&](const std::string& when) {
+    line.common.color = when == "always"  ? ColorMode::kAlways
+                        : when == "never" ? ColorMode::kNever
+                                          : ColorMode::kAuto;
+  };
+  app.add_option_function<std::string>("--color", setColor, "auto, always or never")
+      ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
+      ->option_text("WHEN");
+  app.require_subcommand(1);
+  app.fallthrough();
+}
+
+int RunGuarded(const CommandLine& line) {
+  try {
+    return line.run();
+  } catch (const OutputClosed&) {
+    return kExitDone;
+  } catch (const UsageError& error) {
+    Complain(error.what());
+    return kExitUsage;
+  } catch (const std::exception& error) {
+    Complain(error.what());
+    return kExitFailed;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  CommandLine line;
+  CLI::App app("Talks to the monitoring daemon qmtdmon", "qmtctl");
+  AddCommonOptions(app, line);
+  AddRowCommands(app, line);
+  AddWatch(app, line);
+  AddOtherCommands(app, line);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kExitDone : kExitUsage;
+  }
+  return RunGuarded(line);
+}

@@ -1,0 +1,267 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <chrono>
+#include <sstream>
+
+#include "client/Errors.h"
+#include "tests/client/ClientHarness.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+Json SchemaAnswer() {
+  return Json::parse(R"({"schema": {"record": "CPUP", "structure": "recordPI_CPUP",
+    "category": "4", "size": 188, "fields": [
+      {"label": "Record Time", "type": "long", "offset": 8, "width": 4, "meaning": "time"},
+      {"label": "Processor ID", "type": "char[12]", "offset": 16, "width": 12, "meaning": "key"},
+      {"label": "CPU %", "type": "float", "offset": 116, "width": 4, "meaning": "percent"}]}})");
+}
+
+Json StatusAnswer() {
+  return Json::parse(R"({"status": {"pid": 4711, "uptime_seconds": 93784.2, "version": "0.1.0",
+    "node": "n1", "host": "h\u001b1", "schedules": [{"record": "CPUP", "category": "4",
+    "seconds": 60, "runs": 3, "rows": 2, "last_time": 1700000000, "skipped": 1}],
+    "last_batch": {"age_seconds": 1.5, "duration_seconds": 0.25, "records": 8, "errors": 2},
+    "figures": [{"name": "kernel_variant", "help": "", "kind": "gauge", "value": 3.0}]}})");
+}
+
+/// One processor a row, the percentages moving from request to request.
+Json ResultOf(const std::string& record, int turn) {
+  Json result{{"record", record}};
+  if (record == "XXX") {
+    result["error"] = {{"code", "unknown-record"}, {"message", "no such record\x1b"}};
+    return result;
+  }
+  result["category"] = record == "PD" ? "3" : "4";
+  result["time"] = 1700000000;
+  result["rows"] = Json::array();
+  for (int cpu = 0; cpu < (record == "NONE" ? 0 : 2); ++cpu) {
+    result["rows"].push_back({{"Record Time", 1700000000},
+                              {"Processor ID", std::to_string(cpu)},
+                              {"CPU %", 10.5 * cpu + turn},
+                              {"Type", "A, \"B\"\n"}});
+  }
+  return result;
+}
+
+std::string Daemon(const Json& request, int turn) {
+  const std::string op = request.at("op");
+  if (op == "schema") {
+    return Answer(request, SchemaAnswer());
+  }
+  if (op == "status") {
+    return Answer(request, StatusAnswer());
+  }
+  if (op == "records") {
+    return Answer(request, Json::parse(R"({"records": [
+        {"record": "CPUP", "category": "4", "served": true, "layout": true},
+        {"record": "PD", "category": "3", "served": false, "layout": false}]})"));
+  }
+  Json results = Json::array();
+  for (const Json& name : request.at("records")) {
+    results.push_back(ResultOf(name.is_string() ? name : name.at("record"), turn));
+  }
+  return Answer(request, {{"results", std::move(results)}});
+}
+
+/// The real program against the daemon above.
+class Qmtctl : public testing::Test {
+ protected:
+  Outcome Run(std::vector<std::string> words, const RunOptions& options = {}) {
+    words.insert(words.begin(), {"--socket", m_server.Path()});
+    return RunProgram(QMTCTL_PATH, words, options);
+  }
+
+  ScratchFolder m_folder;
+  int m_turn = 0;
+  ScriptedServer m_server{m_folder.Path(), "s", [this](const Json& request) {
+                            m_turn += request.at("op") == "get" ? 1 : 0;
+                            return Daemon(request, m_turn);
+                          }};
+};
+
+TEST_F(Qmtctl, GetShowsATableOfOneSnapshot) {
+  const Outcome run = Run({"get", "CPUP", "--rates"});
+  EXPECT_EQ(run.exit, kExitDone) << run.err;
+  EXPECT_EQ(run.out,
+            "Record Time          Processor ID  CPU %  Type\n"
+            "2023-11-14 22:13:20  0               1.0  A, \"B\"\\x0A\n"
+            "2023-11-14 22:13:20  1              11.5  A, \"B\"\\x0A\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(m_server.Requests().at(0).dump(), R"({"op":"get","records":["CPUP"],"rates":true})");
+}
+
+TEST_F(Qmtctl, GetPrintsJsonInTheOrderAsked) {
+  const Outcome run = Run({"get", "3:PD", "NONE", "CPUP", "--json"});
+  EXPECT_EQ(run.exit, kExitDone);
+  EXPECT_EQ(run.err, "");
+  const Json array = Json::parse(run.out);
+  ASSERT_EQ(array.size(), 3u);
+  EXPECT_EQ(array[0]["category"], "3");
+  EXPECT_THAT(array[1]["rows"], IsEmpty());
+  EXPECT_EQ(array[2]["rows"][1].dump(),
+            R"({"Record Time":1700000000,"Processor ID":"1","CPU %":11.5,"Type":"A, \"B\"\n"})");
+  ASSERT_EQ(m_server.Requests().size(), 1u);
+}
+
+TEST_F(Qmtctl, LastPrintsCsv) {
+  const Outcome run = Run({"last", "CPUP", "--csv"});
+  EXPECT_EQ(run.exit, kExitDone);
+  EXPECT_EQ(run.out,
+            "Record Time,Processor ID,CPU %,Type\n"
+            "1700000000,0,0.0,\"A, \"\"B\"\"\n\"\n"
+            "1700000000,1,10.5,\"A, \"\"B\"\"\n\"\n");
+  EXPECT_EQ(m_server.Requests().at(0).at("op"), "last");
+}
+
+TEST_F(Qmtctl, GoodRecordsAreShownAndBadOnesNamed) {
+  const Outcome table = Run({"get", "CPUP", "XXX", "NONE"});
+  EXPECT_EQ(table.exit, kExitFailed);
+  EXPECT_THAT(table.out, HasSubstr("4:CPUP  2023-11-14 22:13:20\nRecord Time"));
+  EXPECT_EQ(table.err,
+            "qmtctl: XXX: no such record\\x1B (unknown-record)\n"
+            "qmtctl: NONE: no rows\n");
+  const Outcome json = Run({"get", "XXX", "--json"});
+  EXPECT_EQ(json.exit, kExitFailed);
+  EXPECT_EQ(json.out, "[]\n");
+}
+
+TEST_F(Qmtctl, OtherCommandsShowWhatTheDaemonSays) {
+  EXPECT_EQ(Run({"records"}).out,
+            "Record  Category  Served\n"
+            "CPUP    4         yes\n"
+            "PD      3         no\n");
+  EXPECT_THAT(Run({"schema", "4:CPUP"}).out,
+              HasSubstr("Offset  Width  Type      Label         Meaning\n"
+                        "     8      4  long      Record Time   time\n"));
+  EXPECT_THAT(m_server.Requests().back().dump(), HasSubstr(R"("record":"CPUP","category":"4")"));
+  EXPECT_EQ(Run({"status"}).out,
+            "Process         4711\n"
+            "Version         0.1.0\n"
+            "Node            n1\n"
+            "Host            h\\x1B1\n"
+            "Up time         1d 02:03:04\n"
+            "Kernel variant  3\n"
+            "Last batch      1.500 s ago, took 0.250 s, records 8, errors 2\n"
+            "\n"
+            "Schedule  Category  Seconds  Runs  Rows  Skipped  Last Time\n"
+            "CPUP      4              60     3     2        1  2023-11-14 22:13:20\n");
+  EXPECT_EQ(Json::parse(Run({"status", "--json"}).out), StatusAnswer()["status"]);
+  EXPECT_EQ(Json::parse(Run({"schema", "CPUP", "--json"}).out), SchemaAnswer()["schema"]);
+}
+
+TEST_F(Qmtctl, WatchKeepsOneConnectionAndEndsBySignal) {
+  RunOptions options;
+  options.onOutput = [](int pid, const std::string& out) {
+    if (std::count(out.begin(), out.end(), '\n') >= 3) {
+      ::kill(pid, SIGINT);
+    }
+  };
+  const Outcome run = Run({"watch", "CPUP", "--every", "0.1", "--json"}, options);
+  EXPECT_EQ(run.exit, kExitDone) << run.err;
+  std::istringstream lines(run.out);
+  std::string line;
+  for (double turn = 1; turn <= 3; ++turn) {
+    ASSERT_TRUE(std::getline(lines, line));
+    EXPECT_EQ(Json::parse(line).at(0).at("rows").at(0).at("CPU %"), turn);
+  }
+  EXPECT_EQ(m_server.Connections(), 1);
+}
+
+TEST_F(Qmtctl, WatchCountsItsSamples) {
+  const auto start = std::chrono::steady_clock::now();
+  const Outcome run = Run({"watch", "CPUP", "XXX", "--every", "0.2", "--count", "3"});
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(400));
+  EXPECT_EQ(run.exit, kExitFailed);
+  EXPECT_THAT(run.out, HasSubstr("0               2.0"));
+  EXPECT_THAT(run.out, HasSubstr("\n\n4:CPUP"));
+  EXPECT_EQ(run.err, "qmtctl: XXX: no such record\\x1B (unknown-record)\n");
+  EXPECT_EQ(Run({"watch", "XXX", "--every", "1"}).exit, kExitFailed);
+}
+
+TEST_F(Qmtctl, ATerminalGetsColourWidthAndRedrawing) {
+  RunOptions terminal;
+  terminal.terminal = true;
+  const Outcome get = Run({"get", "CPUP"}, terminal);
+  EXPECT_THAT(get.out, HasSubstr("\x1b[1mRecord Time          Processor ID  CPU %\x1b[0m\r\n"));
+  EXPECT_THAT(get.out, HasSubstr("\r\n\r\n\x1b[1mProcessor ID  Type"));
+  const Outcome watch = Run({"watch", "CPUP", "--every", "0.1", "--count", "2"}, terminal);
+  EXPECT_THAT(watch.out, testing::StartsWith("\x1b[H\x1b[J\x1b[1m4:CPUP"));
+  terminal.environment = {"NO_COLOR=1"};
+  EXPECT_THAT(Run({"get", "CPUP"}, terminal).out, Not(HasSubstr("\x1b")));
+  EXPECT_THAT(Run({"get", "CPUP", "--color", "always"}).out, HasSubstr("\x1b[1mRecord Time"));
+}
+
+TEST_F(Qmtctl, AReaderThatLeftEndsItQuietly) {
+  RunOptions options;
+  options.closedReader = true;
+  const Outcome run = Run({"watch", "CPUP", "--every", "1"}, options);
+  EXPECT_EQ(run.exit, kExitDone);
+  EXPECT_EQ(run.err, "");
+}
+
+TEST(QmtctlAlone, WrongUsageExitsWith2) {
+  const std::vector<std::string> cases[] = {
+      {},
+      {"bogus"},
+      {"get"},
+      {"get", "CPUP", "--json", "--csv"},
+      {"get", "5:CPUP"},
+      {"get", "CPUP", "--color", "pink"},
+      {"records", "CPUP"},
+      {"schema", "CPUP", "PI"},
+      {"status", "--socket", ""},
+      {"watch", "CPUP"},
+      {"watch", "CPUP", "--every", "0.05"},
+      {"watch", "CPUP", "--every", "nan"},
+      {"watch", "CPUP", "--every", "1", "--count", "0"},
+      {"watch", "CPUP", "--every", "1", "--csv"},
+  };
+  for (const auto& words : cases) {
+    const Outcome run = RunProgram(QMTCTL_PATH, words);
+    EXPECT_EQ(run.exit, kExitUsage) << testing::PrintToString(words);
+    EXPECT_EQ(run.out, "");
+    EXPECT_NE(run.err, "");
+  }
+}
+
+TEST(QmtctlAlone, SaysWhichDaemonIsMissing) {
+  const ScratchFolder folder;
+  RunOptions options;
+  options.environment = {"QMT_PRODUCT_ROOT=" + folder.Path()};
+  const Outcome run = RunProgram(QMTCTL_PATH, {"get", "CPUP"}, options);
+  EXPECT_EQ(run.exit, kExitFailed);
+  EXPECT_EQ(run.out, "");
+  EXPECT_THAT(run.err, HasSubstr(folder.Path() + "/opt/qmtrx/mond/agent/run/control.sock"));
+  EXPECT_THAT(run.err, HasSubstr("qmtdmon seems not to run"));
+
+  const Outcome version = RunProgram(QMTCTL_PATH, {"--version"});
+  EXPECT_EQ(version.exit, kExitDone);
+  EXPECT_EQ(version.out, "qmtctl " QMT_VERSION "\n");
+}
+
+TEST(QmtctlAlone, AForeignServerIsAFailureOfEveryCommand) {
+  const ScratchFolder folder;
+  const ScriptedServer server(folder.Path(), "s", [](const Json& request) {
+    return Answer(request, {{"results", 1}, {"schema", "x"}, {"status", {}}, {"records", {1}}});
+  });
+  const std::vector<std::string> cases[] = {
+      {"get", "CPUP"},    {"last", "CPUP"}, {"watch", "CPUP", "--every", "1"},
+      {"schema", "CPUP"}, {"status"},       {"records"}};
+  for (std::vector<std::string> words : cases) {
+    words.insert(words.end(), {"--socket", server.Path()});
+    const Outcome run = RunProgram(QMTCTL_PATH, words);
+    EXPECT_EQ(run.exit, kExitFailed) << words.front();
+    EXPECT_EQ(run.out, "");
+    EXPECT_THAT(run.err, HasSubstr("qmtctl: broken answer")) << words.front();
+  }
+}
+
+}  // namespace
