@@ -56,9 +56,8 @@ template <class Record>
 [[nodiscard]] Record DeltaPI(const IntervalFamily<Record>& family, const Record& current,
                              const Record& previous) {
   Record row = current;
-  row.interval =
-      CounterDelta(static_cast<std::uint32_t>(current.recordTime),
-                   static_cast<std::uint32_t>(previous.recordTime), "interval");
+  row.interval = CounterDelta(static_cast<std::uint32_t>(current.recordTime),
+                              static_cast<std::uint32_t>(previous.recordTime), "interval");
   for (Utime Record::*field : family.times) {
     row.*field = UTIMEDelta4Overflow(current.*field, previous.*field);
   }
@@ -69,8 +68,8 @@ template <class Record>
   return row;
 }
 
-/// The raw rows of one record, one an instance: the cumulative figures of the last interval. Rows of
-/// instances that vanished stay.
+/// The raw rows of one record, one an instance: the cumulative figures of the last interval. Rows
+/// of instances that vanished stay.
 template <class Record>
 class RawRows {
  public:

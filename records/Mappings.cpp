@@ -37,9 +37,8 @@ constexpr RecordMapping kUPD{kDetail, "UPD", COLLECT_UPD, 0, kRefused};
 constexpr RecordMapping kUPDB{kDetail, "UPDB", COLLECT_UPDB, 0, kRefused};
 constexpr RecordMapping kAPP{kDetail, "APP", COLLECT_PROCESS, 0, kRefused};
 
-constexpr std::array kBaseTable{kPI,  kCPUP, kDEVD, kDEVS, kNIND, kNINS, kWGRP,
-                                kUPI, kUPIB, kPD,   kFSL,  kFSR,  kPDI,  kPDS,
-                                kPGM, kTERM, kUSER, kUPD,  kUPDB, kAPP};
+constexpr std::array kBaseTable{kPI,  kCPUP, kDEVD, kDEVS, kNIND, kNINS, kWGRP, kUPI, kUPIB, kPD,
+                                kFSL, kFSR,  kPDI,  kPDS,  kPGM,  kTERM, kUSER, kUPD, kUPDB, kAPP};
 constexpr std::array kPoolTable{kPI,  kCPUP, kDEVD, kDEVS, kNIND, kNINS, kWGRP, kPD,  kACCT,
                                 kFSL, kFSR,  kPDI,  kPDS,  kPGM,  kTERM, kUFSS, kUSER};
 constexpr std::array kOptionalTable{OptionalRecord{"UFSS", kOptionalUFSS}};

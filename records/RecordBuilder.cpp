@@ -76,9 +76,8 @@ void RecordBuilder::CreateRecordMappingTable() {
     m_pMappings = m_optionalMappings;
   } catch (const std::bad_alloc&) {
     m_nOptRecCount = 0;
-    Trace(20, kError,
-          "The error occurred by OS API(malloc) in function (%3). (en=%1, arg1=%2)", ENOMEM,
-          "sizeof(UnixBaseRecordMappings)+((sizeof(RecordMapping)*m_nOptRecCount)+1)",
+    Trace(20, kError, "The error occurred by OS API(malloc) in function (%3). (en=%1, arg1=%2)",
+          ENOMEM, "sizeof(UnixBaseRecordMappings)+((sizeof(RecordMapping)*m_nOptRecCount)+1)",
           "RecordBuilder::CreateRecordMappingTable");
   }
 }
@@ -108,8 +107,7 @@ void RecordBuilder::AppendOptionalRows() {
 void RecordBuilder::PublishListing() const {
   std::vector<RecordListing> listing;
   for (const RecordMapping& row : m_pMappings) {
-    listing.push_back(
-        {row.name, static_cast<unsigned char>(row.category), row.builder != nullptr});
+    listing.push_back({row.name, static_cast<unsigned char>(row.category), row.builder != nullptr});
   }
   for (const RecordLayout* layout : LayoutRegistry::Instance().Layouts()) {
     const bool listed =

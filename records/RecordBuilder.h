@@ -37,8 +37,8 @@ class RecordBuilder {
   RecordBuilder& operator=(const RecordBuilder&) = delete;
   ~RecordBuilder();
 
-  /// Once, before the first Build: makes the table in force, collects the system's figures and notes
-  /// the start time. Null, or an error that the caller owns.
+  /// Once, before the first Build: makes the table in force, collects the system's figures and
+  /// notes the start time. Null, or an error that the caller owns.
   [[nodiscard]] UtlError* Init();
   /// One whole batch. A failed request never stops its neighbours. Null, or an error that the
   /// caller owns.

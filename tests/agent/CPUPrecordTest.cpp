@@ -54,8 +54,8 @@ class CPUPrecordTest : public ::testing::Test {
   void Write(const std::string& name, const std::string& text) const {
     std::ofstream(m_root.Path() / "proc" / name) << text;
   }
-  void SetSample(std::time_t now, const std::string& cpu0, const std::string& cpu1,
-                 int interrupts0, int interrupts1) const {
+  void SetSample(std::time_t now, const std::string& cpu0, const std::string& cpu1, int interrupts0,
+                 int interrupts1) const {
     g_now = now;
     Write("stat", "cpu  1 2 3 4 5 6 7 8 0 0\ncpu0 " + cpu0 + "\ncpu1 " + cpu1 +
                       "\nintr 5\nctxt 7\nbtime 1699990000\n");
@@ -147,8 +147,8 @@ TEST_F(CPUPrecordTest, LooksOnDemandCompareWithTheirOwnLastAnswer) {
   ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
   EXPECT_FLOAT_EQ(row(0).cpuPercent, 50.0F);
   EXPECT_STREQ(row(0).status.c_str(), "On Line");
-  const auto* second = static_cast<const recordPI_CPUP*>(
-      batch.entries[0]->event.m_records.back()->GetRecStart());
+  const auto* second =
+      static_cast<const recordPI_CPUP*>(batch.entries[0]->event.m_records.back()->GetRecStart());
   EXPECT_STREQ(second->status.c_str(), "Unknown") << "its total went backwards";
 }
 

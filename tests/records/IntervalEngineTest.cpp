@@ -18,9 +18,12 @@ constexpr std::array kTimes{&Row::userTime};
 constexpr std::array kRates{RateField<Row>{&Row::interruptsPerSec, &Row::interrupts}};
 
 IntervalFamily<Row> Family(RateFailure failure) {
-  return {kCounters, kTimes, kRates,
+  return {kCounters,
+          kTimes,
+          kRates,
           [](const Row& a, const Row& b) { return a.processorId == b.processorId; },
-          "RecordBuilder::BuildRates_XXX", failure};
+          "RecordBuilder::BuildRates_XXX",
+          failure};
 }
 
 Row RawRow(std::int32_t time, const char* instance, std::uint32_t interrupts,
@@ -45,9 +48,10 @@ class IntervalEngineTest : public ::testing::Test {
     m_error.reset();
     for (const Row& row : rows) {
       m_error = build.Add(row, [&](Row& finished, const Row* predecessor) {
-        finished.cpuPercent = predecessor == nullptr
-                                  ? -1.0F
-                                  : static_cast<float>(finished.interrupts - predecessor->interrupts);
+        finished.cpuPercent =
+            predecessor == nullptr
+                ? -1.0F
+                : static_cast<float>(finished.interrupts - predecessor->interrupts);
       });
       if (m_error) {
         break;
@@ -124,8 +128,7 @@ TEST_F(IntervalEngineTest, RealtimeModesNeverMoveTheRawRows) {
 TEST_F(IntervalEngineTest, AZeroIntervalEndsTheBuildOrSkipsTheRow) {
   Asker asker("CPUP", '4', {.realtime = 0, .calcRates = 1});
   (void)BuildRows(asker, true, {RawRow(1000, "1", 50)});
-  const std::vector<Row> sample{RawRow(1000, "0", 1), RawRow(1000, "1", 60),
-                                RawRow(1000, "2", 2)};
+  const std::vector<Row> sample{RawRow(1000, "0", 1), RawRow(1000, "1", 60), RawRow(1000, "2", 2)};
   EXPECT_EQ(BuildRows(asker, false, sample).size(), 1U);
   ASSERT_NE(m_error, nullptr);
   EXPECT_STREQ(m_error->GetMessage(),
