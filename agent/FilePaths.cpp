@@ -1,9 +1,15 @@
 #include "agent/FilePaths.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cctype>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+
+#include "support/TraceLog.h"
 
 namespace {
 
@@ -12,19 +18,23 @@ namespace fs = std::filesystem;
 /// The absolute form of a directory as the kernel names it; empty if it can't be entered or the way
 /// back is lost.
 std::string ResolveDirectory(const std::string& directory) {
+  // A descriptor finds the way back even where the working directory has been moved or removed.
+  const int home = ::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (home < 0) {
+    return {};
+  }
   std::error_code error;
-  const fs::path home = fs::current_path(error);
-  if (error) {
-    return {};
-  }
   fs::current_path(directory, error);
-  if (error) {
-    return {};
+  std::string resolved;
+  if (!error) {
+    resolved = fs::current_path(error).string();
+    if (::fchdir(home) != 0) {
+      Message(10100, "fchdir", errno, home, "", "");
+      resolved.clear();
+    }
   }
-  std::error_code lookError;
-  const fs::path resolved = fs::current_path(lookError);
-  fs::current_path(home, error);
-  return error || lookError ? std::string() : resolved.string();
+  ::close(home);
+  return error ? std::string() : resolved;
 }
 
 std::string PathBelow(const std::string& base, const std::string& path) {

@@ -209,6 +209,9 @@ void ReportStartFailure(int line, int rc) {
 }
 
 void GetHostNameForMessage(char* buffer, std::size_t size) {
+  if (size == 0) {
+    return;
+  }
   std::memset(buffer, 0, size);
   if (UtGetHostName(buffer, static_cast<int>(size)) != 0) {
     std::strncpy(buffer, "<unknown>", size - 1);
@@ -216,6 +219,9 @@ void GetHostNameForMessage(char* buffer, std::size_t size) {
 }
 
 void GetServiceNameForMessage(char* buffer, std::size_t size) {
+  if (size == 0) {
+    return;
+  }
   std::memset(buffer, 0, size);
   std::strncpy(buffer, g_localNodeId == nullptr ? "<unknown>" : g_localNodeId, size - 1);
 }

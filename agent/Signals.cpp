@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 
 #include "node/Node.h"
 #include "support/Switches.h"
@@ -58,10 +59,14 @@ void InstallServiceSignals() {
   }
 }
 
-ToggleSignal::ToggleSignal()
-    : m_descriptor(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)), m_installed(false) {
+ToggleSignal::ToggleSignal() : m_descriptor(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   g_toggleDescriptor = m_descriptor;
-  m_installed = SetHandler(SIGUSR2, ToggleHandler);
+  if (m_descriptor < 0) {
+    Message(10100, "eventfd", errno, "", "", "");
+  }
+  if (!SetHandler(SIGUSR2, ToggleHandler)) {
+    std::perror("Error setting USR2 signal handler.");
+  }
 }
 
 ToggleSignal::~ToggleSignal() {

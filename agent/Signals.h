@@ -10,15 +10,14 @@ void InstallServiceSignals();
 /// into a descriptor that becomes readable, so that the loop writes the trace.
 class ToggleSignal {
  public:
-  /// Makes the descriptor and installs the handler; one object at a time.
+  /// Makes the descriptor and installs the handler, or says on standard error why it can't; one
+  /// object at a time.
   ToggleSignal();
   /// The handler stays and goes on flipping, without a descriptor.
   ~ToggleSignal();
   ToggleSignal(const ToggleSignal&) = delete;
   ToggleSignal& operator=(const ToggleSignal&) = delete;
 
-  /// Whether the handler is in place.
-  [[nodiscard]] bool IsInstalled() const { return m_installed; }
   /// Readable after a signal; -1 if it could not be made.
   [[nodiscard]] int Descriptor() const { return m_descriptor; }
   /// The signals that have come since the last call.
@@ -26,5 +25,4 @@ class ToggleSignal {
 
  private:
   int m_descriptor;
-  bool m_installed;
 };

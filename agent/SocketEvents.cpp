@@ -16,7 +16,10 @@ constexpr std::size_t kResponseSize = 3096;
 
 int UnixAgent::NotifyEvent(CMBSocketEvent* event) {
   const int descriptor = *event;
-  if (descriptor == m_toggleSignal.Descriptor()) {
+  if (descriptor < 0) {
+    return 0;
+  }
+  if (descriptor == m_toggleSignal->Descriptor()) {
     TraceToggles();
     return 0;
   }
@@ -27,7 +30,7 @@ int UnixAgent::NotifyEvent(CMBSocketEvent* event) {
 }
 
 void UnixAgent::TraceToggles() {
-  for (std::uint64_t count = m_toggleSignal.TakeCount(); count > 0; --count) {
+  for (std::uint64_t count = m_toggleSignal->TakeCount(); count > 0; --count) {
     Trace(20, kError, "USR2 signal received.");
   }
 }
@@ -40,7 +43,7 @@ int UnixAgent::ReadHelper(int descriptor) {
     Message(10100, "read", errno, count, "", "");
     return RestoreHelper(descriptor);
   }
-  // No name is ever asked for, so an answer belongs to nobody.
+  // An answer that no request waits for is dropped.
   return 0;
 }
 

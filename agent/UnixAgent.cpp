@@ -1,7 +1,6 @@
 #include "agent/UnixAgent.h"
 
 #include <array>
-#include <cstdio>
 
 #include "node/FigureRegistry.h"
 #include "records/RecordLayouts.h"
@@ -9,10 +8,6 @@
 #include "support/TraceLog.h"
 
 namespace {
-
-constexpr int kDone = 0;
-constexpr int kCouldNotBeServed = 63;
-constexpr int kNotValidForThisNode = 68;
 
 void PublishKernelVariant() {
   FigureRegistry::Instance().Add(
@@ -32,32 +27,35 @@ UnixAgent::UnixAgent(const std::string& hostUtilPrefix, const std::string& insta
   PublishKernelVariant();
   m_pSocket = std::make_unique<SASocket>(this, hostUtilPrefix + ".pipe");
   m_collector.SetOpaque(m_collectorArg);
-  if (!m_toggleSignal.IsInstalled()) {
-    std::perror("Error setting USR2 signal handler.");
-  }
+  m_toggleSignal.emplace();
   TraceExit("UnixAgent::UnixAgent");
 }
 
 UnixAgent::~UnixAgent() {
+  TraceEntry("UnixAgent::~UnixAgent");
   m_pSocket.reset();
-  if (m_toggleSignal.Descriptor() >= 0) {
-    CancelEvent(m_toggleSignal.Descriptor());
+  TraceToggles();
+  if (m_toggleSignal->Descriptor() >= 0) {
+    CancelEvent(m_toggleSignal->Descriptor());
   }
+  TraceExit("UnixAgent::~UnixAgent");
 }
 
 int UnixAgent::Init(char* instanceName, char* version, char* release) {
   TraceEntry("UnixAgent::Init", instanceName, version, release);
   if (InitConnection() < 0) {
     Message(10200);
+    TraceExit("UnixAgent::Init", -1);
     return -1;
   }
-  if (m_toggleSignal.Descriptor() >= 0) {
-    CMBRunnableNode::ScheduleEvent(m_toggleSignal.Descriptor());
+  if (m_toggleSignal->Descriptor() >= 0) {
+    CMBRunnableNode::ScheduleEvent(m_toggleSignal->Descriptor());
   }
   const char* directory = ProductOptions::Instance().Get("Agent", "DataDirectory");
   m_dataDirectory = directory == nullptr ? "" : directory;
   if (ConnectNode(instanceName, version, release) < 0) {
     Message(10201);
+    TraceExit("UnixAgent::Init", -1);
     return -1;
   }
   const int rc = InitRecords();
@@ -95,20 +93,20 @@ int UnixAgent::InitRecords() {
 
 int UnixAgent::NotifyEvent(CMBRecordRequestEvent*) {
   Trace(20, kWarning, "Illegal event received.");
-  return kNotValidForThisNode;
+  return kNotifyNotValid;
 }
 
 int UnixAgent::NotifyEvent(CMBMultipleRecordRequestEvent* event) {
   const UtlErrorPtr error(m_recordBuilder.Build(event));
   if (error == nullptr) {
-    return kDone;
+    return kNotifyDone;
   }
   Trace(20, kWarning, "Unable to build records to satisfy event.");
-  return kCouldNotBeServed;
+  return kNotifyNotServed;
 }
 
 int UnixAgent::NotifyEvent(UFSSEvent*) {
-  // There is no scan program to start yet, and nothing schedules the event.
+  // Without a scan program every start of one fails.
   Trace(20, kError, "Unable to start up UFSS data collection script.");
-  return kDone;
+  return kNotifyDone;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "agent/FilePaths.h"
@@ -57,5 +58,6 @@ class UnixAgent : public CMBAgent,
   std::unique_ptr<SASocket> m_pSocket;
   void* m_collectorArg = nullptr;
   std::string m_dataDirectory;
-  ToggleSignal m_toggleSignal;
+  /// Made last in the constructor, so that the handler stands when all else does.
+  std::optional<ToggleSignal> m_toggleSignal;
 };

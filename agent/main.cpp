@@ -1,3 +1,25 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "agent/Service.h"
 
-int main(int argc, char** argv) { return RunService(argc, argv); }
+namespace {
+
+/// A standard descriptor that is closed at start would be given to the next file that is opened,
+/// and messages would go there.
+void HoldStandardDescriptors() {
+  int descriptor = -1;
+  do {
+    descriptor = ::open("/dev/null", O_RDWR);
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor > STDERR_FILENO) {
+    ::close(descriptor);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  HoldStandardDescriptors();
+  return RunService(argc, argv);
+}

@@ -96,7 +96,8 @@ std::string KernelVariant(const Json& status) {
   for (const Json& figure : Objects(status, "figures")) {
     if (Text(figure, "name") == "kernel_variant") {
       const Json& value = Member(figure, "value");
-      return value.is_number() ? std::to_string(static_cast<int>(value.get<double>())) : "";
+      const double variant = value.is_number() ? value.get<double>() : -1.0;
+      return variant >= 0.0 && variant <= 999.0 ? std::to_string(static_cast<int>(variant)) : "";
     }
   }
   return "";

@@ -147,7 +147,7 @@ void Connection::FailConnect(int error) const {
                         "): qmtdmon seems not to run");
     case EACCES:
     case EPERM:
-      throw ClientError("no right to use " + Where() +
+      throw ClientError("permission denied: no right to use " + Where() +
                         ": it is for root, the daemon's user and the members of its group");
     case EAGAIN:
     case ETIMEDOUT:
@@ -214,6 +214,9 @@ void Connection::Send(std::string_view line, TimePoint deadline) {
         ::send(m_socket.Get(), line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent >= 0) {
       line.remove_prefix(static_cast<std::size_t>(sent));
+    } else if (errno == EPIPE || errno == ECONNRESET) {
+      // The daemon may have said why it hung up: that line is still to be read.
+      return;
     } else if (errno != EAGAIN && errno != EINTR) {
       throw ClientError("cannot write to " + Where() + ": " + ErrnoText(errno));
     }

@@ -217,7 +217,7 @@ void WriteOutput(std::string_view text, int stop) {
     const ssize_t count = ::write(STDOUT_FILENO, text.data(), std::min(text.size(), kChunk));
     if (count >= 0) {
       text.remove_prefix(static_cast<std::size_t>(count));
-    } else if (errno == EPIPE || errno == EBADF) {
+    } else if (errno == EPIPE) {
       throw OutputClosed{};
     } else if (errno != EINTR && errno != EAGAIN) {
       throw ClientError("cannot write the output: " + std::generic_category().message(errno));

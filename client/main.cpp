@@ -2,6 +2,7 @@
 #include <csignal>
 #include <exception>
 #include <functional>
+#include <iostream>
 #include <string>
 
 #include "client/Commands.h"
@@ -141,7 +142,12 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kExitDone : kExitUsage;
+    const bool isDone = app.exit(error) == 0;
+    if (!std::cout.flush()) {
+      Complain("cannot write the output");
+      return kExitFailed;
+    }
+    return isDone ? kExitDone : kExitUsage;
   }
   return RunGuarded(line);
 }

@@ -74,8 +74,8 @@ UtlError* CategoryStep::Finish(UtlError* error, std::size_t entities) {
       return owned.release();
     }
     if (m_category.name != nullptr) {
-      Trace(20, kError, "Error occured in %2 category collection - %1", owned->GetMessage(),
-            m_category.name);
+      Trace(20, kError, "Error occured in %2 category collection - %1",
+            owned->HasMessage() ? owned->GetMessage() : "", m_category.name);
     }
   }
   if (m_category.name != nullptr) {

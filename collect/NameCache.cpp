@@ -30,7 +30,7 @@ const char* Find(Names& names, Entry** out, int id, Ask ask, NameOf nameOf) {
     name = "N/S";
   } else if (const auto known = names.find(id); known != names.end()) {
     name = known->second.c_str();
-  } else if (entry = ask(); entry != nullptr) {
+  } else if (entry = ask(); entry != nullptr && nameOf(*entry) != nullptr) {
     name = names.emplace(id, nameOf(*entry)).first->second.c_str();
   }
   if (out != nullptr) {

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "support/HostPaths.h"
+#include "support/TextFile.h"
 #include "support/TraceLog.h"
 #include "support/UtlError.h"
 
@@ -40,13 +41,12 @@ const char* ProcLib::FilePath(int index) {
              : kProcPaths[static_cast<std::size_t>(index)];
 }
 
-ProcLib::FilePtr ProcLib::Open(const char* path) {
-  return FilePtr(std::fopen(HostPath(path).c_str(), "re"));
-}
+ProcLib::FilePtr ProcLib::Open(const char* path) { return OpenTextFile(HostPath(path)); }
 
 UtlError* ProcLib::Initialize(int index) {
   TraceEntry("ProcLib::Initialize", index);
   const char* path = FilePath(index);
+  m_fp.reset();
   errno = EINVAL;
   m_fp = path == nullptr ? nullptr : Open(path);
   m_numLines = 0;
@@ -67,10 +67,11 @@ UtlError* ProcLib::Initialize(int index) {
 }
 
 std::FILE* ProcLib::GetProcFp(const char* path) {
+  m_fp.reset();
   m_fp = Open(path);
   m_numLines = 0;
   if (m_fp == nullptr) {
-    MessageAt(20, 10100, "fopen", errno, path, "r", "unused");
+    MessageAt(20, 10100, "fopen", errno, path, "r", "");
   }
   return m_fp.get();
 }

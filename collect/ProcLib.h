@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "support/TextFile.h"
+
 class UtlError;
 
 /// One line of a /proc file with its terminator. A longer line is read in pieces, each of which
@@ -90,10 +92,7 @@ class ProcLib {
     std::size_t keyLength;
     std::size_t valueLength;
   };
-  struct Close {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-  };
-  using FilePtr = std::unique_ptr<std::FILE, Close>;
+  using FilePtr = TextFilePtr;
 
   [[nodiscard]] static FilePtr Open(const char* path);
 

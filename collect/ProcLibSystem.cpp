@@ -42,7 +42,10 @@ int ProcLib::GetBootTime() {
       continue;
     }
     TextScanner scanner(line.data());
-    if (!scanner.SkipWord() || !scanner.Signed(g_bootTime)) {
+    std::int32_t seconds = 0;
+    if (scanner.SkipWord() && scanner.Signed(seconds) && seconds > 0) {
+      g_bootTime = seconds;
+    } else {
       Trace(20, kWarning, "The error occured by OS API(sscanf).(en = %1,arg1 = %2,arg2 = %3).",
             errno, line.data(), "%*s %ld");
     }

@@ -197,6 +197,9 @@ std::uint64_t ProcessSourceUser::LinkInode(const char* format, const char* pid) 
 
 std::uint64_t ProcessSourceUser::ReadLink(const char* format, const char* pid) const {
   const std::string_view text(format);
+  if (m_procDir == nullptr) {
+    return 0;
+  }
   const std::size_t place = std::min(text.find("%s"), text.size());
   const std::string_view head = text.substr(0, place);
   const std::string_view tail = text.substr(std::min(place + 2, text.size()));

@@ -123,11 +123,11 @@ CMBAgent::CMBAgent(const char* directory, const char* iniName)
 CMBAgent::~CMBAgent() = default;
 
 int CMBAgent::Init(unsigned char productId, char* instance, char* agentType, char* version,
-                   char* subVersion, char* osVersion, char* osRelease, unsigned short,
-                   unsigned short, CMBNode::TNodeType, CMBAgent::TAgentType, char* buildDate,
-                   char* buildTime) {
-  AgentIdentity identity{productId, instance,  agentType, version,  subVersion,
-                         osVersion, osRelease, buildDate, buildTime};
+                   char* subVersion, char* osVersion, char* osRelease, unsigned short major,
+                   unsigned short minor, CMBNode::TNodeType nodeType, CMBAgent::TAgentType kind,
+                   char* buildDate, char* buildTime) {
+  AgentIdentity identity{productId, instance,  agentType, version, subVersion, osVersion, osRelease,
+                         buildDate, buildTime, major,     minor,   nodeType,   kind};
   std::unique_ptr<CMBIniFile> iniFile =
       ActiveNodeLayer().OpenIniFile(m_directory.c_str(), m_iniName.c_str());
   if (iniFile == nullptr) {

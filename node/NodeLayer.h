@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <memory>
 
 #include "node/Node.h"
@@ -27,6 +28,19 @@ struct AgentIdentity {
   const char* osRelease = "";
   const char* buildDate = "";
   const char* buildTime = "";
+  unsigned short major = 0;
+  unsigned short minor = 0;
+  unsigned char nodeType = 0;
+  int agentKind = 0;
+};
+
+/// What a service registers its tracing with.
+struct ServiceRegistration {
+  int reserved = 0;
+  const char* programName = "";
+  const char* productTag = "";
+  int number = 0;
+  std::array<char, 3> letters{};
 };
 
 /// What stands behind the contract: every operation of the contract that does something outside the
@@ -35,7 +49,7 @@ class NodeLayer {
  public:
   virtual ~NodeLayer() = default;
 
-  virtual int DebugInit(const char* programName, const char* productTag) = 0;
+  virtual int DebugInit(const ServiceRegistration& registration) = 0;
   virtual int MsgLogLevel(int* level) = 0;
   virtual int MsgDataLevel(int* level) = 0;
   virtual void DebugTerm() = 0;

@@ -4,8 +4,10 @@
 
 #include "node/NodeLayer.h"
 
-int MBDebugInit(int, const char* programName, const char* productTag, int, char, char, char) {
-  return ActiveNodeLayer().DebugInit(programName, productTag);
+int MBDebugInit(int reserved, const char* programName, const char* productTag, int number,
+                char first, char second, char third) {
+  return ActiveNodeLayer().DebugInit(
+      {reserved, programName, productTag, number, {first, second, third}});
 }
 int MBDebugGetMsgLogLevel(int* level) { return ActiveNodeLayer().MsgLogLevel(level); }
 int MBDebugGetMsgDataLevel(int* level) { return ActiveNodeLayer().MsgDataLevel(level); }

@@ -100,10 +100,10 @@ void DerivePercentages(Row& row, const Row* predecessor, bool withRates) {
 }  // namespace
 
 UtlError* RecordBuilder::Build_CPUP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  TraceEntry("RecordBuilder::Build_CPUP");
+  TraceEntry("RecordBuilder::Build_CPUP", AddressOf(pEvent), AddressOf(pRequest));
   auto [statuses, first] = ClaimUserObject<MyCPUObject>(*pRequest);
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  const std::int32_t upTime = now - GetBootTime();
+  const std::int32_t upTime = GetUpTimeSeconds();
   UtlTime upTimeValue(std::int64_t{upTime}, std::int64_t{0}, UtlTime::kUtc);
   const char* upTimeText = upTimeValue.FormatDuration();
 

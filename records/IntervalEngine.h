@@ -141,10 +141,10 @@ class IntervalBuild {
     if (UtlErrorPtr error = BuildRates(m_family, row)) {
       return Reject(std::move(error));
     }
-    derive(row, m_withRates ? nullptr : Predecessor(row));
     if (!m_withRates) {
       row.interval = static_cast<std::uint32_t>(row.recordTime);
     }
+    derive(row, m_withRates ? nullptr : Predecessor(row));
     if (m_event.IsRealtime() != 0 || !m_first) {
       DumpRecord(row, m_rows);
       m_event.m_records.push_back(new typename RecordTraits<Record>::Class(&row));

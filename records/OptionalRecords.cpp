@@ -5,11 +5,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string>
 
 #include "records/RecordMapping.h"
 #include "support/HostPaths.h"
+#include "support/TextFile.h"
 #include "support/TraceLog.h"
 
 namespace {
@@ -19,30 +19,28 @@ constexpr int kLineLimit = 100;
 constexpr std::size_t kLineBuffer = 64;
 constexpr std::size_t kNameLength = 4;
 
-struct Close {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using FilePtr = std::unique_ptr<std::FILE, Close>;
+constexpr const char* kOptrecsPath = "/opt/qmtrx/mond/agent/optrecs.dat";
 
-FilePtr OpenOptrecs(const std::string& path) {
+TextFilePtr OpenOptrecs() {
+  const std::string path = ProductPath(kOptrecsPath);
   struct ::stat status {};
   if (::lstat(path.c_str(), &status) != 0) {
     Trace(20, kInformation, "Optional Mode = No. rc=%1", errno);
     return nullptr;
   }
   if (S_ISDIR(status.st_mode)) {
-    Trace(20, kError, " %1 is a directory.", path);
+    Trace(20, kError, " %1 is a directory.", kOptrecsPath);
     return nullptr;
   }
   if (status.st_size == 0) {
     Trace(20, kInformation, "Optional Mode = No. rc=%1", errno);
     return nullptr;
   }
-  FilePtr file(std::fopen(path.c_str(), "re"));
+  TextFilePtr file = OpenTextFile(path);
   if (!file) {
     Trace(20, kError,
           "The error occurred by OS API(fopen) in function (%4). (en=%1, arg1=%2, arg2=%3)", errno,
-          path, "r", kFunction);
+          kOptrecsPath, "r", kFunction);
   }
   return file;
 }
@@ -58,13 +56,13 @@ void ChooseByName(const char* name, OptionalRecordChoice& choice) {
   }
 }
 
-void TakeLine(char* line, const std::string& path, OptionalRecordChoice& choice) {
+void TakeLine(char* line, OptionalRecordChoice& choice) {
   const std::size_t length = std::strlen(line);
   if (length > 0 && line[length - 1] == '\n') {
     line[length - 1] = '\0';
   }
   if (line[0] == ' ' || line[0] == '\t' || std::strlen(line) != kNameLength) {
-    Trace(20, kWarning, "Invalid entry found in %2. Entry = %1", line, path);
+    Trace(20, kWarning, "Invalid entry found in %2. Entry = %1", line, kOptrecsPath);
     return;
   }
   ChooseByName(line, choice);
@@ -74,8 +72,7 @@ void TakeLine(char* line, const std::string& path, OptionalRecordChoice& choice)
 
 OptionalRecordChoice ReadOptrecsFile() {
   OptionalRecordChoice choice;
-  const std::string path = ProductPath("/opt/qmtrx/mond/agent/optrecs.dat");
-  const FilePtr file = OpenOptrecs(path);
+  const TextFilePtr file = OpenOptrecs();
   if (!file) {
     return choice;
   }
@@ -84,7 +81,7 @@ OptionalRecordChoice ReadOptrecsFile() {
   while (lines < kLineLimit &&
          std::fgets(line.data(), static_cast<int>(line.size()), file.get()) != nullptr) {
     ++lines;
-    TakeLine(line.data(), path, choice);
+    TakeLine(line.data(), choice);
   }
   if (lines == kLineLimit) {
     Trace(20, kWarning,
@@ -92,7 +89,7 @@ OptionalRecordChoice ReadOptrecsFile() {
           "stopped.");
   } else if (std::ferror(file.get()) != 0) {
     Trace(20, kError, "The error occurred by OS API(fgets) in function (%3). (en=%1, arg1=%2)",
-          errno, path, kFunction);
+          errno, kOptrecsPath, kFunction);
   }
   if (choice.count >= 1) {
     Trace(20, kInformation, "Optional Mode = Yes. rc=%1", errno);

@@ -22,6 +22,12 @@ constexpr std::size_t kOptionalNameLimit = 4;
 
 std::int32_t Now() { return static_cast<std::int32_t>(Os().time(nullptr)); }
 
+/// Now minus `start`, wrapping at 32 bits.
+std::int32_t SecondsFrom(std::int32_t start) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(Now()) -
+                                   static_cast<std::uint32_t>(start));
+}
+
 UtlTime WholeSeconds(std::int64_t seconds) { return {seconds, std::int64_t{0}}; }
 
 bool IsOptionOn(const char* value) {
@@ -141,7 +147,7 @@ UtlError* RecordBuilder::Add(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pR
 }
 
 UtlError* RecordBuilder::Build(CMBMultipleRecordRequestEvent* pEvent) {
-  TraceEntry("RecordBuilder::Build");
+  TraceEntry("RecordBuilder::Build", AddressOf(pEvent));
   m_cycle = m_cycle == UINT32_MAX ? 1 : m_cycle + 1;
   m_categories = COLLECT_CONTINUE_ON_ERROR;
   m_extraFlags = 0;
@@ -199,8 +205,8 @@ void RecordBuilder::BuildEntry(const RecordQueueEntry& entry, UtlErrorPtr& error
   error.reset();
 }
 
-std::int32_t RecordBuilder::SecondsSinceStart() const { return Now() - GetStartTime(); }
-std::int32_t RecordBuilder::SecondsSinceBoot() const { return Now() - GetBootTime(); }
+std::int32_t RecordBuilder::SecondsSinceStart() const { return SecondsFrom(GetStartTime()); }
+std::int32_t RecordBuilder::SecondsSinceBoot() const { return SecondsFrom(GetBootTime()); }
 
 void RecordBuilder::TraceCreated(const char* file, int line, const char* recordName, int count) {
   Trace(20, kInformation, TraceFormat("Created %1 %2 record(s).", file, line), count, recordName);

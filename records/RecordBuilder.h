@@ -52,6 +52,8 @@ class RecordBuilder {
   [[nodiscard]] std::int32_t SecondsSinceStart() const;
   [[nodiscard]] std::int32_t GetBootTime() const { return m_bootTime.GetSeconds(); }
   [[nodiscard]] std::int32_t SecondsSinceBoot() const;
+  /// The interval of a real-time row with rates.
+  [[nodiscard]] std::int32_t GetUpTimeSeconds() const { return SecondsSinceBoot(); }
 
   /// Builders of records, each in the file of its record.
   UtlError* Build_CPUP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);

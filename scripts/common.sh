@@ -1,5 +1,6 @@
 # What the scripts share; sourced, never run. Leaves the shell in the project's root.
 set -euo pipefail
+unset CDPATH
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 readonly projectRoot=$PWD
 

@@ -80,10 +80,7 @@ tagUTIME operator/(const tagUTIME& a, double n) {
   return n == 0.0 ? tagUTIME{} : Split(ToDouble(a) / n);
 }
 
-double operator/(const tagUTIME& a, const tagUTIME& b) {
-  const double divisor = ToDouble(b);
-  return divisor == 0.0 ? 0.0 : ToDouble(a) / divisor;
-}
+tagUTIME operator/(const tagUTIME& a, const tagUTIME& b) { return a / ToDouble(b); }
 
 tagUTIME operator*(const tagUTIME& a, int n) { return Split(ToDouble(a) * n); }
 tagUTIME operator*(const tagUTIME& a, float n) {
@@ -96,9 +93,11 @@ tagUTIME UTIMEDelta4Overflow(const tagUTIME& current, const tagUTIME& previous) 
   if (!(current < previous)) {
     return current - previous;
   }
-  Trace(20, kWarning,
-        "There is a possibility that overflow occurred. (%1). (Current=%2, Previous=%3).",
-        "UTIMEDelta4Overflow", PairText(current), PairText(previous));
+  if (IsTraced(20)) {
+    Trace(20, kWarning,
+          "There is a possibility that overflow occurred. (%1). (Current=%2, Previous=%3).",
+          "UTIMEDelta4Overflow", PairText(current), PairText(previous));
+  }
   static const tagUTIME wrap = TicksToUTIME(0xFFFFFFFF);
   return (current + wrap) - previous;
 }

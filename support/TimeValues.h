@@ -33,7 +33,7 @@ struct tagNTIME {
 [[nodiscard]] tagUTIME operator-(const tagUTIME& a, const tagUTIME& b);
 /// A divisor of 0 gives 0.
 [[nodiscard]] tagUTIME operator/(const tagUTIME& a, double n);
-[[nodiscard]] double operator/(const tagUTIME& a, const tagUTIME& b);
+[[nodiscard]] tagUTIME operator/(const tagUTIME& a, const tagUTIME& b);
 [[nodiscard]] tagUTIME operator*(const tagUTIME& a, int n);
 [[nodiscard]] tagUTIME operator*(const tagUTIME& a, float n);
 [[nodiscard]] float ToFloat(const tagUTIME& a);

@@ -18,6 +18,11 @@ struct Hex {
   std::uint64_t value;
 };
 
+/// An object's address as a trace argument.
+[[nodiscard]] inline Hex AddressOf(const void* object) {
+  return {reinterpret_cast<std::uintptr_t>(object)};
+}
+
 /// A trace's format text with the place that writes it. Placeholders are %1 to %5.
 struct TraceFormat {
   // Implicit, so that a trace is written with a plain text and still knows its place.

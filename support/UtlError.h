@@ -24,6 +24,8 @@ class UtlError {
 
   /// The text, or "NO MESSAGE"; closes an open stream first. Owned by the error.
   [[nodiscard]] virtual const char* GetMessage();
+  /// Whether there is a text, open or closed.
+  [[nodiscard]] bool HasMessage() const { return m_message != nullptr || m_stream != nullptr; }
   /// The file, or "NO FILE". Owned by the error.
   [[nodiscard]] virtual const char* GetFile() const;
   [[nodiscard]] virtual int GetLine() const;

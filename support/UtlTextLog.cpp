@@ -42,13 +42,15 @@ const char* BaseName(const char* file) {
 class UtlTextLog::File {
  public:
   /// Others may write to the folder of the log: whatever stands there under its name is opened
-  /// without following it, without waiting for it, and used only if it is a plain file.
+  /// without following it, without waiting for it, and used only if it is a plain file of the
+  /// agent's own.
   File()
       : m_descriptor(::open(ProductPath("/tmp/logfile").c_str(),
                             O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
                             kFileMode)) {
     struct ::stat status {};
-    m_good = m_descriptor >= 0 && ::fstat(m_descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    m_good = m_descriptor >= 0 && ::fstat(m_descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+             status.st_uid == ::geteuid() && status.st_nlink == 1;
   }
   ~File() {
     if (m_descriptor >= 0) {

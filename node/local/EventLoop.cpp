@@ -169,9 +169,10 @@ void EventLoop::FreeRetired() {
 }
 
 void EventLoop::DropWaiting() {
-  std::deque<LoopTask> tasks;
-  tasks.swap(m_queue);
-  for (LoopTask& task : tasks) {
+  // What is dropped may queue what stood behind it, such as a client's next line.
+  while (!m_queue.empty()) {
+    const LoopTask task = std::move(m_queue.front());
+    m_queue.pop_front();
     if (task.drop) {
       task.drop();
     }

@@ -5,12 +5,17 @@
 #include <asio/system_timer.hpp>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 
 namespace {
 
 // Longer times would overflow the clocks' nanoseconds.
 constexpr long kLongestPeriod = 50L * 365 * 86400;
 constexpr long kLatestTime = 8'000'000'000;
+
+bool IsBatch(const CMBEvent& event) {
+  return std::strcmp(event.IsA(), CMBMultipleRecordRequestEvent().IsA()) == 0;
+}
 
 }  // namespace
 
@@ -63,6 +68,7 @@ void EventTimers::OnDue(const std::shared_ptr<Entry>& entry) {
   if (!entry->isWaiting) {
     entry->isWaiting = true;
     LoopTask task;
+    task.isBatch = IsBatch(*entry->event);
     task.run = [weak = std::weak_ptr<Entry>(entry)](CMBNode& node) {
       const std::shared_ptr<Entry> due = weak.lock();
       if (due && !due->isCancelled) {

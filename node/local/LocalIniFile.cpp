@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -105,9 +104,8 @@ int LocalIniFile::ReadString(char* out, int size, const char* key, const char* s
   }
   const std::optional<std::string> value =
       m_ini.Find(OrEmpty(section), OrEmpty(subSection), OrEmpty(key));
-  const std::string_view text = value ? std::string_view{*value} : std::string_view{};
-  const std::size_t length = std::min(text.size(), static_cast<std::size_t>(size) - 1);
-  std::memcpy(out, text.data(), length);
+  const std::size_t length =
+      value ? value->copy(out, static_cast<std::size_t>(size) - 1) : std::size_t{0};
   out[length] = '\0';
   return value ? 1 : 0;
 }
@@ -146,7 +144,12 @@ bool LocalIniFile::Write(const char* value, const char* key, const char* section
   if (value == nullptr) {
     return Fail(place, "there is no value", error);
   }
-  IniText edited = m_ini;
+  // Others may have edited the file since it was read.
+  std::string text;
+  if (!ReadRegularFile(m_path, kMaxSize, text, error)) {
+    return false;
+  }
+  IniText edited(std::move(text));
   std::string reason;
   if (!edited.Set(OrEmpty(section), OrEmpty(subSection), OrEmpty(key), value, reason)) {
     return Fail(place, reason, error);

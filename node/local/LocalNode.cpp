@@ -55,7 +55,21 @@ void LocalNode::Report(const std::string& problem) {
   }
 }
 
-int LocalNode::DebugInit(const char*, const char*) {
+void LocalNode::ReportLevelFaults(const LocalIniFile& ini) {
+  const auto values = ini.Section("Node");
+  const auto lines = ini.SectionLines("Node");
+  for (std::size_t i = 0; i < values.size() && i < lines.size(); ++i) {
+    const auto& [key, value] = values[i];
+    if ((xlb_stricmp(key.c_str(), kLogLevelKey) == 0 ||
+         xlb_stricmp(key.c_str(), kDataLevelKey) == 0) &&
+        !IsLevel(value)) {
+      Report(std::string(kIniName) + ":" + std::to_string(lines[i]) + ": \"" + key +
+             "\" must be 0 to 999, not \"" + value + "\"");
+    }
+  }
+}
+
+int LocalNode::DebugInit(const ServiceRegistration&) {
   std::string error;
   const std::unique_ptr<LocalIniFile> ini = LocalIniFile::Open(kIniDirectory, kIniName, error);
   MessageLogSettings settings;
@@ -65,6 +79,8 @@ int LocalNode::DebugInit(const char*, const char*) {
   m_log = std::make_unique<MessageLog>(settings);
   if (ini == nullptr) {
     Report(error);
+  } else {
+    ReportLevelFaults(*ini);
   }
   return 0;
 }
@@ -120,7 +136,7 @@ void LocalNode::AssertLog(const char* expression, const char* file, int line) {
 short LocalNode::StatInitialize(char first, char second, char third) {
   m_status = std::make_unique<ServiceStatus>();
   const short result = m_status->Initialize(first, second, third);
-  if (result != 0) {
+  if (!m_status->Reason().empty()) {
     Report(m_status->Reason());
   }
   return result;

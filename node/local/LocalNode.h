@@ -28,7 +28,7 @@ class LocalNode : public NodeLayer {
   LocalNode& operator=(const LocalNode&) = delete;
 
   /// Opens the message log with the thresholds of section "Node" in qmtagt.ini.
-  int DebugInit(const char* programName, const char* productTag) override;
+  int DebugInit(const ServiceRegistration& registration) override;
   int MsgLogLevel(int* level) override;
   int MsgDataLevel(int* level) override;
   void DebugTerm() override;
@@ -79,6 +79,7 @@ class LocalNode : public NodeLayer {
 
   [[nodiscard]] LoopParts& Parts();
   void Report(const std::string& problem);
+  void ReportLevelFaults(const LocalIniFile& ini);
   void LoadSchedule();
 
   std::unique_ptr<MessageLog> m_log;

@@ -96,8 +96,15 @@ void WriteAll(int descriptor, std::string_view text) {
 }  // namespace
 
 void ReadLogLevels(CMBIniFile& ini, MessageLogSettings& settings) {
-  ReadLevel(ini, "Message Log Level", settings.logLevel);
-  ReadLevel(ini, "Message Data Level", settings.dataLevel);
+  ReadLevel(ini, kLogLevelKey, settings.logLevel);
+  ReadLevel(ini, kDataLevelKey, settings.dataLevel);
+}
+
+bool IsLevel(std::string_view text) {
+  long value = -1;
+  const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return status == std::errc{} && end == text.data() + text.size() && value >= 0 &&
+         value <= kHighestLevel;
 }
 
 MessageLog::MessageLog(MessageLogSettings settings)

@@ -28,6 +28,11 @@ struct MessageLogSettings {
 /// A value that is missing, no number or not within 0 to 999 leaves the setting as it is.
 void ReadLogLevels(CMBIniFile& ini, MessageLogSettings& settings);
 
+/// The two keys, and whether a text is a value that they may have: 0 to 999.
+inline constexpr const char* kLogLevelKey = "Message Log Level";
+inline constexpr const char* kDataLevelKey = "Message Data Level";
+[[nodiscard]] bool IsLevel(std::string_view text);
+
 /// The program's messages and traces. One line each, to standard error and to log/qmtdmon.log:
 ///
 ///     2031-05-07T09:12:44.031+02:00 4711 10 W 10300 QMTX10300-W An attempt to ... (record=PI)

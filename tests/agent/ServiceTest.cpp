@@ -177,6 +177,8 @@ TEST_F(ServiceTest, TheSignalAndTheRunsResultDecideTheExit) {
                       "Run",       "StatTerminate",  "DebugTerm"};
     EXPECT_EQ(calls, Node().calls);
     EXPECT_EQ(std::vector<short>{82}, Node().statuses);
+    EXPECT_EQ("0 qmtdmon QMT-Hostsets 24 UAD UAD U QEXA/Unix/Agent 7.0 0 00 D1",
+              Node().registration);
     EXPECT_EQ(1U, Node().LinesWith("started. (host=scripted-host, service=scripted-node)").size());
     EXPECT_TRUE(fs::is_empty("opt/qmtrx/mond")) << "the pipes are still there";
   }

@@ -1,6 +1,7 @@
 #include "collect/ProcLib.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 
@@ -95,11 +96,21 @@ TEST_F(ProcLibTest, AnEmptyFileHasNoMap) {
   EXPECT_EQ(lib.BuildProcMap(" "), -1);
   EXPECT_EQ(lib.GetNumLines(), -1);
   EXPECT_EQ(Lines("An error occured in a function (ProcLib::GetNumLines).(rc=-1)."), 1U);
-  // A directory opens, but cannot be read.
-  host.Write("/proc/vmstat/x", "");
+  // This one opens, but its first page cannot be read.
+  std::filesystem::create_symlink("/proc/self/mem", host.Path("/proc/vmstat"));
   const UtlErrorPtr error(lib.Initialize(kProcVmstat));
   EXPECT_EQ(lib.GetNumLines(), -1);
   EXPECT_EQ(Lines("(ProcLib::GetString) due to OS API (fgets) ."), 1U);
+}
+
+TEST_F(ProcLibTest, APipeOrADeviceIsNoFileToRead) {
+  ASSERT_EQ(::mkfifo(host.Path("/proc/vmstat").c_str(), 0600), 0);
+  std::filesystem::create_symlink("/dev/zero", host.Path("/proc/loadavg"));
+  ProcLib lib;
+  const UtlErrorPtr pipe(lib.Initialize(kProcVmstat));
+  const UtlErrorPtr device(lib.Initialize(kProcLoadavg));
+  EXPECT_NE(pipe, nullptr);
+  EXPECT_NE(device, nullptr);
 }
 
 TEST_F(ProcLibTest, ReadsALongLineInPieces) {

@@ -219,6 +219,15 @@ TEST(LocalIniFile, WritesThroughALinkAndKeepsTheMode) {
   EXPECT_EQ(CountFiles(folder), 2U);
 }
 
+TEST(LocalIniFile, AWriteKeepsWhatOthersHaveEditedMeanwhile) {
+  const TempFolder folder;
+  WriteFile(folder.Path() / "qmtagt.ini", "[A]\nKey=1\n");
+  const auto ini = OpenIn(folder);
+  WriteFile(folder.Path() / "qmtagt.ini", "# by hand\n[A]\nKey=1\nNew=2\n");
+  EXPECT_EQ(ini->WriteString("3", "Key", "A", nullptr, nullptr, 0), 1);
+  EXPECT_EQ(folder.Read("qmtagt.ini"), "# by hand\n[A]\nKey=3\nNew=2\n");
+}
+
 TEST(LocalIniFile, AFailedWriteLeavesFileAndMemory) {
   const TempFolder folder;
   const std::string text = "[A]\nk = 1\n# " + std::string(3000, 'x') + '\n';

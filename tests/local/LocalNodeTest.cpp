@@ -296,7 +296,11 @@ TEST_F(LocalNodeTest, AShutdownAnswersThoseWhoStillWait) {
     EXPECT_TRUE(first.Send(R"({"op":"get","records":["FAKE"]})"));
     WaitFor(isBuilding);
     TestClient second;
-    EXPECT_TRUE(second.Send(R"({"op":"get","id":2,"records":["FAKE"]})"));
+    EXPECT_TRUE(second.Send(R"({"op":"get","id":2,"records":["FAKE"]})"
+                            "\n"
+                            R"({"op":"status","id":3})"
+                            "\n"
+                            R"({"op":"status","id":4})"));
     TestClient operatorClient;
     EXPECT_TRUE(operatorClient.Ask(R"({"op":"status"})")["ok"]);
     // It needs nobody who waits for the answer.
@@ -307,6 +311,11 @@ TEST_F(LocalNodeTest, AShutdownAnswersThoseWhoStillWait) {
     const json refused = second.Receive();
     EXPECT_EQ(refused["id"], 2);
     EXPECT_EQ(refused["error"]["code"], "stopping");
+    for (const int id : {3, 4}) {
+      const json next = second.Receive();
+      EXPECT_EQ(next["id"], id);
+      EXPECT_EQ(next["error"]["code"], "stopping");
+    }
     EXPECT_TRUE(second.Receive().is_null());
   };
   Serve(script, true);
@@ -314,7 +323,8 @@ TEST_F(LocalNodeTest, AShutdownAnswersThoseWhoStillWait) {
 }
 
 TEST_F(LocalNodeTest, TheScheduleOfTheIniFileIsServedAndItsBadLinesAreReported) {
-  WriteIni("[Schedule]\nFAKE = 1\nbroken\n# note\nIDLE = never\n");
+  WriteIni(
+      "[Schedule]\nFAKE = 1\nbroken\n# note\nIDLE = never\n[Node]\nmessage log level = high\n");
   FigureRegistry::Instance().Add({"kernel_variant", "Help.", FigureKind::kGauge, [] { return 3; }});
   std::uint32_t count = 0;
   agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
@@ -343,6 +353,7 @@ TEST_F(LocalNodeTest, TheScheduleOfTheIniFileIsServedAndItsBadLinesAreReported) 
   });
   EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:3: "));
   EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:5: the seconds of IDLE"));
+  EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:7: \"message log level\" must be 0 to 999"));
 }
 
 TEST_F(LocalNodeTest, TheSocketReplacesAStaleOneAndNothingElse) {

@@ -48,6 +48,7 @@ class IntervalEngineTest : public ::testing::Test {
     m_error.reset();
     for (const Row& row : rows) {
       m_error = build.Add(row, [&](Row& finished, const Row* predecessor) {
+        m_derivedFrom = finished.interval;
         finished.cpuPercent =
             predecessor == nullptr
                 ? -1.0F
@@ -70,6 +71,7 @@ class IntervalEngineTest : public ::testing::Test {
   RawRows<Row> m_rawRows;
   UtlErrorPtr m_error;
   int m_count = 0;
+  std::uint32_t m_derivedFrom = 0;  ///< the interval that the last percentages were computed from
 };
 
 TEST_F(IntervalEngineTest, AFirstIntervalOnlyPrimesAndLaterOnesDiffer) {
@@ -114,6 +116,7 @@ TEST_F(IntervalEngineTest, RealtimeModesNeverMoveTheRawRows) {
   const auto first = BuildRows(look, true, {RawRow(1004, "0", 60)});
   ASSERT_EQ(first.size(), 1U);
   EXPECT_EQ(first[0].interval, 1004U);
+  EXPECT_EQ(m_derivedFrom, 1004U);
   EXPECT_FLOAT_EQ(first[0].interruptsPerSec, 60.0F);
   EXPECT_FLOAT_EQ(first[0].cpuPercent, -1.0F);
   EXPECT_FLOAT_EQ(BuildRows(look, false, {RawRow(1005, "0", 75)}).at(0).cpuPercent, 15.0F);

@@ -99,7 +99,10 @@ void ScriptedBus::SendAckMsg(const _tagMBMessageHeader*, const char*, const char
   sent.push_back({priority, sequence, length, data, flag});
 }
 
-int ScriptedNode::DebugInit(const char*, const char*) {
+int ScriptedNode::DebugInit(const ServiceRegistration& given) {
+  registration = std::to_string(given.reserved) + " " + given.programName + " " + given.productTag +
+                 " " + std::to_string(given.number) + " " +
+                 std::string(given.letters.begin(), given.letters.end());
   calls.emplace_back("DebugInit");
   return debugInitResult;
 }
@@ -127,7 +130,8 @@ void ScriptedNode::AssertLog(const char* expression, const char*, int) {
   lines.push_back({0, 1, 1, std::string("assertion ") + expression, ""});
 }
 
-short ScriptedNode::StatInitialize(char, char, char) {
+short ScriptedNode::StatInitialize(char first, char second, char third) {
+  registration += std::string(" ") + first + second + third;
   calls.emplace_back("StatInitialize");
   return statResult;
 }
@@ -143,7 +147,11 @@ int ScriptedNode::HostName(char* out, int size) {
   return hostNameResult;
 }
 
-int ScriptedNode::Connect(CMBAgent&, const AgentIdentity&) {
+int ScriptedNode::Connect(CMBAgent&, const AgentIdentity& given) {
+  registration += std::string(" ") + static_cast<char>(given.productId) + " " + given.agentType +
+                  " " + given.version + " " + given.subVersion + " " + std::to_string(given.major) +
+                  std::to_string(given.minor) + " " + static_cast<char>(given.nodeType) +
+                  std::to_string(given.agentKind);
   calls.emplace_back("Connect");
   return connectResult;
 }

@@ -66,6 +66,7 @@ class ScriptedNode : public NodeLayer {
   std::vector<int> watched;
   std::vector<ScheduledEvent> scheduled;
   std::vector<std::string> calls;  ///< the order of the calls that start and stop the service
+  std::string registration;  ///< what DebugInit, StatInitialize and Connect were given, by blanks
   ScriptedBus bus;
   IniValues ini;
 
@@ -88,7 +89,7 @@ class ScriptedNode : public NodeLayer {
   std::function<void(CMBRunnableNode&)> onRun;
   std::function<void()> onYield;
 
-  int DebugInit(const char* programName, const char* productTag) override;
+  int DebugInit(const ServiceRegistration& registration) override;
   int MsgLogLevel(int* level) override;
   int MsgDataLevel(int* level) override;
   void DebugTerm() override;

@@ -45,8 +45,9 @@ TEST(UTime, DividesAndMultipliesByCutting) {
   ExpectTime(value / 2.0, 1, 750000);
   ExpectTime(value / 0.0, 0, 0);
   ExpectTime(value / 1e-300, 0, 0);
-  EXPECT_DOUBLE_EQ((value / tagUTIME{1, 750000}), 2.0);
-  EXPECT_EQ((value / tagUTIME{0, 0}), 0.0);
+  ExpectTime(value / tagUTIME{1, 750000}, 2, 0);
+  ExpectTime(value / tagUTIME{2, 0}, 1, 750000);
+  ExpectTime(value / tagUTIME{0, 0}, 0, 0);
   ExpectTime(value * 3, 10, 500000);
   ExpectTime(value * 0.5F, 1, 750000);
   ExpectTime(value * -1, -3, -500000);
