@@ -5,12 +5,14 @@
 
 namespace {
 
+constexpr const char* kNullDevice = "/dev/null";
+
 /// A standard descriptor that is closed at start would be given to the next file that is opened,
 /// and messages would go there.
 void HoldStandardDescriptors() {
   int descriptor = -1;
   do {
-    descriptor = ::open("/dev/null", O_RDWR);
+    descriptor = ::open(kNullDevice, O_RDWR);
   } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
   if (descriptor > STDERR_FILENO) {
     ::close(descriptor);
