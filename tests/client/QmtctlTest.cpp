@@ -11,7 +11,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -35,7 +34,7 @@ Json StatusAnswer() {
 /// One processor a row, the percentages moving from request to request.
 Json ResultOf(const std::string& record, int turn) {
   Json result{{"record", record}};
-  if (record == "XXX") {
+  if (record == "GONE") {
     result["error"] = {{"code", "unknown-record"}, {"message", "no such record\x1b"}};
     return result;
   }
@@ -122,13 +121,13 @@ TEST_F(Qmtctl, LastPrintsCsv) {
 }
 
 TEST_F(Qmtctl, GoodRecordsAreShownAndBadOnesNamed) {
-  const Outcome table = Run({"get", "CPUP", "XXX", "NONE"});
+  const Outcome table = Run({"get", "CPUP", "GONE", "NONE"});
   EXPECT_EQ(table.exit, kExitFailed);
   EXPECT_THAT(table.out, HasSubstr("4:CPUP  2023-11-14 22:13:20\nRecord Time"));
   EXPECT_EQ(table.err,
-            "qmtctl: XXX: no such record\\x1B (unknown-record)\n"
+            "qmtctl: GONE: no such record\\x1B (unknown-record)\n"
             "qmtctl: NONE: no rows\n");
-  const Outcome json = Run({"get", "XXX", "--json"});
+  const Outcome json = Run({"get", "GONE", "--json"});
   EXPECT_EQ(json.exit, kExitFailed);
   EXPECT_EQ(json.out, "[]\n");
 }
@@ -177,13 +176,13 @@ TEST_F(Qmtctl, WatchKeepsOneConnectionAndEndsBySignal) {
 
 TEST_F(Qmtctl, WatchCountsItsSamples) {
   const auto start = std::chrono::steady_clock::now();
-  const Outcome run = Run({"watch", "CPUP", "XXX", "--every", "0.2", "--count", "3"});
+  const Outcome run = Run({"watch", "CPUP", "GONE", "--every", "0.2", "--count", "3"});
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(400));
   EXPECT_EQ(run.exit, kExitFailed);
   EXPECT_THAT(run.out, HasSubstr("0               2.0"));
   EXPECT_THAT(run.out, HasSubstr("\n\n4:CPUP"));
-  EXPECT_EQ(run.err, "qmtctl: XXX: no such record\\x1B (unknown-record)\n");
-  EXPECT_EQ(Run({"watch", "XXX", "--every", "1"}).exit, kExitFailed);
+  EXPECT_EQ(run.err, "qmtctl: GONE: no such record\\x1B (unknown-record)\n");
+  EXPECT_EQ(Run({"watch", "GONE", "--every", "1"}).exit, kExitFailed);
 }
 
 TEST_F(Qmtctl, ATerminalGetsColourWidthAndRedrawing) {

@@ -121,7 +121,7 @@ TEST_F(ProcLibTest, ReadsALongLineInPieces) {
   ASSERT_EQ(lib.BuildProcMap(" "), 0);
   EXPECT_EQ(ValueOf(lib, "k").size(), 1020U);
   EXPECT_EQ(ValueOf(lib, "z"), "1");
-  Open(lib, std::string("\0a 1\n\0\xff 2\nb 3\n", 15));
+  Open(lib, std::string("\0a 1\n\0\xff 2\nb 3\n", 14));
   ASSERT_EQ(lib.BuildProcMap(" "), 0);
   EXPECT_EQ(ValueOf(lib, "b"), "3");
 }
