@@ -6,9 +6,12 @@
 #include "collect/CPUSourceLINUX.h"
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
+#include "collect/InterfaceSourceLINUX.h"
 #include "collect/ProcessSourceLINUX.h"
+#include "collect/ProtocolSourceLINUX.h"
+#include "collect/SystemSourceLINUX.h"
 
-// This file alone names every source, those of the floors above included.
+// This file alone makes every source, those of the floors above included.
 
 namespace {
 
@@ -21,6 +24,14 @@ UtlError* ReadAll(Collector& collector, CategoryStep& step) {
   return step.Finish(error, container.size());
 }
 
+/// A run of a category whose result is one object.
+template <class Source, auto Accessor>
+UtlError* ReadOne(Collector& collector, CategoryStep& step) {
+  Source source;
+  UtlError* error = source.readOne(&collector, *(collector.*Accessor)());
+  return step.Finish(error, error == nullptr ? 1 : 0);
+}
+
 /// A category that reads nothing when it is asked for.
 constexpr UtlError* (*kNoSource)(Collector&, CategoryStep&) = nullptr;
 
@@ -28,16 +39,18 @@ constexpr std::array kCategories{
     Category{COLLECT_CPU, "CPU", "cpu", ReadAll<CPUSourceUser, &Collector::GetCPU>},
     Category{COLLECT_PROCESS, "Process", "process",
              ReadAll<ProcessSourceUser, &Collector::GetProcess>},
-    Category{COLLECT_PROTOCOL, "Protocol", "protocol", kNoSource},
+    Category{COLLECT_PROTOCOL, "Protocol", "protocol",
+             ReadOne<ProtocolSourceUser, &Collector::GetProtocol>},
     Category{COLLECT_MESSAGES, "Messages", "messages", kNoSource},
     Category{COLLECT_DEVICE, "Device", "device", kNoSource},
     Category{COLLECT_SEMAPHORE, "Semaphore", "semaphore", kNoSource},
     Category{COLLECT_SHARED_MEMORY, "Shared Memory", "shared_memory", kNoSource},
     Category{COLLECT_IPC, "IPC", "ipc", kNoSource},
     Category{COLLECT_MESSAGE_QUEUES, "Message Queues", "message_queues", kNoSource},
-    Category{COLLECT_SYSTEM, "System", "system", kNoSource},
+    Category{COLLECT_SYSTEM, "System", "system", ReadOne<SystemSourceUser, &Collector::GetSystem>},
     Category{COLLECT_FILE_SYSTEM, "File System", "file_system", kNoSource},
-    Category{COLLECT_INTERFACE, "Interface", "interface", kNoSource},
+    Category{COLLECT_INTERFACE, "Interface", "interface",
+             ReadAll<InterfaceSourceUser, &Collector::GetInterface>},
     Category{COLLECT_QUOTA, "Quota", "quota", kNoSource},
     Category{COLLECT_STORAGE, "Storage", "storage", kNoSource},
     Category{COLLECT_FILE_STAT, nullptr, "file_stat", kNoSource},

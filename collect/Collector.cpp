@@ -7,7 +7,10 @@
 #include "collect/Categories.h"
 #include "collect/CategoryFlags.h"
 #include "collect/FileStatArgs.h"
+#include "collect/InterfaceSourceLINUX.h"
 #include "collect/ProcessSourceLINUX.h"
+#include "collect/ProtocolSourceLINUX.h"
+#include "collect/SystemSourceLINUX.h"
 #include "node/FigureRegistry.h"
 #include "support/CollectorLog.h"
 #include "support/TraceLog.h"
@@ -87,6 +90,9 @@ UtlError* CategoryStep::Finish(UtlError* error, std::size_t entities) {
 Collector::Collector()
     : m_pCPU(std::make_unique<std::vector<CPU>>()),
       m_pProcess(std::make_unique<std::vector<Process>>()),
+      m_pSystem(std::make_unique<System>()),
+      m_pProtocol(std::make_unique<Protocol>()),
+      m_pInterface(std::make_unique<std::vector<Interface>>()),
       m_figures(std::make_shared<std::vector<CategoryFigures>>(Categories().size())) {
   TraceEntry("Collector::Collector");
   CollectorLog::Instance();

@@ -6,7 +6,10 @@
 #include <vector>
 
 class CPU;
+class Interface;
 class Process;
+class Protocol;
+class System;
 class UtlError;
 struct CategoryFigures;
 
@@ -32,6 +35,9 @@ class Collector {
   /// The categories' figures: never null, owned by the collector, valid for its life.
   [[nodiscard]] std::vector<CPU>* GetCPU() const { return m_pCPU.get(); }
   [[nodiscard]] std::vector<Process>* GetProcess() const { return m_pProcess.get(); }
+  [[nodiscard]] System* GetSystem() const { return m_pSystem.get(); }
+  [[nodiscard]] Protocol* GetProtocol() const { return m_pProtocol.get(); }
+  [[nodiscard]] std::vector<Interface>* GetInterface() const { return m_pInterface.get(); }
 
   /// A word that the agent hands in at start; nothing in collection reads it.
   void SetOpaque(void* opaque) { m_opaque = opaque; }
@@ -40,6 +46,9 @@ class Collector {
  private:
   std::unique_ptr<std::vector<CPU>> m_pCPU;
   std::unique_ptr<std::vector<Process>> m_pProcess;
+  std::unique_ptr<System> m_pSystem;
+  std::unique_ptr<Protocol> m_pProtocol;
+  std::unique_ptr<std::vector<Interface>> m_pInterface;
   void* m_opaque = nullptr;
   /// Shared with the registry of figures, which may read them after the collector has gone.
   std::shared_ptr<std::vector<CategoryFigures>> m_figures;

@@ -119,20 +119,20 @@ int ProcLib::BuildProcMap(const char* delim) {
   if (m_fp == nullptr) {
     return -1;
   }
-  // What an earlier call left in the stream's buffer is not read again.
-  std::fflush(m_fp.get());
-  const int numLines = GetNumLines();
-  if (numLines == -1) {
-    Trace(30, kError, "An error occured in a function (ProcLib::GetNumLines).(rc=%1).", numLines);
-    return -1;
-  }
+  // One pass makes the map and, unless an earlier call has, counts the lines.
+  const bool counted = m_numLines != 0;
+  const auto limit = static_cast<std::size_t>(m_numLines > 0 ? m_numLines : 0);
+  int numLines = 0;
   m_map.clear();
   m_mapText.clear();
+  // What an earlier call left in the stream's buffer is not read again.
+  std::fflush(m_fp.get());
   std::rewind(m_fp.get());
   ProcLine line;
-  while (m_map.size() < static_cast<std::size_t>(numLines) && GetString(line) == 0) {
+  while ((!counted || m_map.size() < limit) && GetString(line) == 0) {
     std::string_view key;
     std::string_view value;
+    ++numLines;
     if (SplitLine(line.data(), delim, key, value)) {
       key = key.substr(0, kKeyLimit);
       m_map.push_back({m_mapText.size(), key.size(), value.size()});
@@ -140,6 +140,13 @@ int ProcLib::BuildProcMap(const char* delim) {
     }
   }
   std::rewind(m_fp.get());
+  if (!counted) {
+    m_numLines = numLines < 1 ? -1 : numLines;
+  }
+  if (m_numLines == -1) {
+    Trace(30, kError, "An error occured in a function (ProcLib::GetNumLines).(rc=%1).", m_numLines);
+    return -1;
+  }
   return 0;
 }
 

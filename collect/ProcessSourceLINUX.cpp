@@ -19,7 +19,6 @@
 namespace {
 
 constexpr std::uint32_t kRecordSize = 1132;
-constexpr int kNewestKernel = 3;
 /// "/proc/", a directory name of the longest kind, a slash and the file's name.
 using ProcessPath = std::array<char, 288>;
 constexpr std::size_t kProcPrefix = 6;

@@ -40,7 +40,7 @@ std::uint64_t PageSize() { return static_cast<std::uint64_t>(Os().getpagesize())
 
 std::uint32_t FlagsOf(const x_proc& record) {
   std::uint32_t flags = record.state == kStateUninterruptible ? 0U : +kProcessInterruptible;
-  if (g_kernelVariant != 3 && (record.pid == 0 || record.pid == 5)) {
+  if (g_kernelVariant != kNewestKernel && (record.pid == 0 || record.pid == 5)) {
     flags |= kProcessSystem;
   }
   return flags;

@@ -1,11 +1,21 @@
 #include "collect/TextScanner.h"
 
+#include <charconv>
+#include <cmath>
 #include <limits>
+#include <system_error>
 
 namespace {
 
 constexpr bool IsSpace(char letter) { return letter == ' ' || (letter >= '\t' && letter <= '\r'); }
 constexpr bool IsDigit(char letter) { return letter >= '0' && letter <= '9'; }
+
+/// Whether a number that no float holds is one next to zero.
+bool IsTooSmall(const char* begin, const char* end) {
+  double wide = 1;
+  const std::from_chars_result result = std::from_chars(begin, end, wide);
+  return result.ec == std::errc{} && std::abs(wide) < 1;
+}
 
 }  // namespace
 
@@ -87,6 +97,34 @@ bool TextScanner::Unsigned(std::uint32_t& value) {
     return false;
   }
   value = static_cast<std::uint32_t>(wide);
+  return true;
+}
+
+bool TextScanner::Float(float& value) {
+  SkipSpace();
+  std::string_view text = m_rest;
+  if (text.starts_with('+')) {
+    text.remove_prefix(1);
+  }
+  // Names of no number and a second sign, both of which the conversion would take.
+  const std::size_t first = text.starts_with('-') && text.size() == m_rest.size() ? 1 : 0;
+  if (text.size() <= first || (!IsDigit(text[first]) && text[first] != '.')) {
+    m_failed = true;
+  }
+  if (m_failed) {
+    return false;
+  }
+  const char* end = text.data() + text.size();
+  const std::from_chars_result result = std::from_chars(text.data(), end, value);
+  m_failed = result.ec != std::errc{} && !IsTooSmall(text.data(), result.ptr);
+  if (m_failed) {
+    return false;
+  }
+  if (result.ec != std::errc{}) {
+    value = 0;
+  }
+  m_rest = text.substr(static_cast<std::size_t>(result.ptr - text.data()));
+  ++m_count;
   return true;
 }
 

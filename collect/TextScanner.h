@@ -17,8 +17,10 @@ class TextScanner {
   bool Signed(std::int32_t& value);
   /// "%lu": a minus sign negates.
   bool Unsigned(std::uint64_t& value);
-  /// The low 32 bits of "%lu".
+  /// "%u": the low 32 bits of "%lu".
   bool Unsigned(std::uint32_t& value);
+  /// "%f" for decimal numbers that a float can hold; others do not match.
+  bool Float(float& value);
   /// " %c"
   bool Letter(char& letter);
   /// "%s"; the word stays in the text.

@@ -1,5 +1,7 @@
 #include "support/OsCalls.h"
 
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -10,6 +12,9 @@ int RealGetrlimit(int resource, struct ::rlimit* limit) {
 }
 int RealSetrlimit(int resource, const struct ::rlimit* limit) {
   return ::setrlimit(static_cast<__rlimit_resource_t>(resource), limit);
+}
+int RealIoctl(int fd, unsigned long request, struct ::ifreq* argument) {
+  return ::ioctl(fd, request, argument);
 }
 int RealGettimeofday(struct ::timeval* now) { return ::gettimeofday(now, nullptr); }
 
@@ -26,6 +31,9 @@ OsCalls& Os() {
       .getpagesize = ::getpagesize,
       .getpwuid = ::getpwuid,
       .getgrgid = ::getgrgid,
+      .socket = ::socket,
+      .ioctl = RealIoctl,
+      .acct = ::acct,
       .time = ::time,
       .gettimeofday = RealGettimeofday,
   };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <grp.h>
+#include <net/if.h>
 #include <pwd.h>
 #include <sys/resource.h>
 #include <sys/sysinfo.h>
@@ -21,6 +22,9 @@ struct OsCalls {
   int (*getpagesize)();
   struct ::passwd* (*getpwuid)(uid_t);
   struct ::group* (*getgrgid)(gid_t);
+  int (*socket)(int domain, int type, int protocol);
+  int (*ioctl)(int fd, unsigned long request, struct ::ifreq*);
+  int (*acct)(const char* file);
   std::time_t (*time)(std::time_t*);
   int (*gettimeofday)(struct ::timeval*);
 };

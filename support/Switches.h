@@ -11,8 +11,10 @@ class UnixAgent;
 inline int g_msgLogLevel = 0;
 inline int g_msgDataLevel = 0;
 
-/// The kernel generation, set once at start from the `uname` release: 1, 2 or 3.
+/// The kernel generation, set once at start from the `uname` release: 1 (2.4.9), 2 (2.4.21) or 3.
 inline int g_kernelVariant = 3;
+/// 2.6.9 and all later kernels.
+constexpr int kNewestKernel = 3;
 
 /// 1 if the environment holds SAUNIXPMAP.
 inline unsigned char g_hasUnixPmap = 0;
