@@ -17,6 +17,7 @@ struct FieldLayout {
   std::uint16_t offset;  ///< bytes from the record's start
   std::uint16_t width;   ///< bytes
   FieldMeaning meaning;
+  const char* group = "";  ///< the heading that the field stands under; empty for none
 };
 
 /// The published layout of one record. Lives as long as the process.

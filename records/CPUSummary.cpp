@@ -3,6 +3,7 @@
 #include "collect/CPUSourceLINUX.h"
 #include "collect/Collector.h"
 #include "node/Node.h"
+#include "records/IntervalEngine.h"
 #include "support/TraceLog.h"
 
 namespace {
@@ -42,8 +43,7 @@ UtlError* CPUSummary::Build(std::uint32_t requestId) {
 }
 
 void CPUSummary::AddTime(UtlTime& field, const tagUTIME& value) {
-  const UtlTime time(std::int64_t{value.seconds}, std::int64_t{value.microseconds} * 1000,
-                     UtlTime::kUtc);
+  const UtlTime time = WideTime(value);
   field += time;
   m_totalTime += time;
 }

@@ -1,11 +1,20 @@
 #include "records/IntervalEngine.h"
 
+namespace {
+
+template <class... Values>
+void TraceBackwardCounter(const char* traceName, const Values&... values) {
+  Trace(20, kWarning,
+        "Current interval data for field (%1) is less than that during previous "
+        "intervalcurrent Interval Data = %2, Previous interval Data = %3)",
+        traceName, values...);
+}
+
+}  // namespace
+
 std::uint32_t CounterDelta(std::uint32_t current, std::uint32_t previous, const char* traceName) {
   if (current < previous) {
-    Trace(20, kWarning,
-          "Current interval data for field (%1) is less than that during previous "
-          "intervalcurrent Interval Data = %2, Previous interval Data = %3)",
-          traceName, current, previous);
+    TraceBackwardCounter(traceName, current, previous);
   }
   return current - previous;
 }
@@ -18,10 +27,18 @@ UtlErrorPtr ZeroIntervalError(const char* ratesOperation) {
   return error;
 }
 
+float FloatCounterDelta(float current, float previous, const char* traceName) {
+  const float difference = current - previous;
+  if (difference < 0.0F) {
+    TraceBackwardCounter(traceName, "non-negative");
+  }
+  return difference;
+}
+
+UtlTime WideTime(const tagUTIME& value) {
+  return {std::int64_t{value.seconds}, std::int64_t{value.microseconds} * 1000, UtlTime::kUtc};
+}
+
 float PercentOf(const tagUTIME& part, const tagUTIME& total) {
-  const auto wide = [](const tagUTIME& value) {
-    return UtlTime(std::int64_t{value.seconds}, std::int64_t{value.microseconds} * 1000,
-                   UtlTime::kUtc);
-  };
-  return wide(total).Percent(wide(part));
+  return WideTime(total).Percent(WideTime(part));
 }

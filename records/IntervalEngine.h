@@ -27,6 +27,18 @@ struct RateField {
   Ulong Record::*counter;
 };
 
+/// The same for figures that are fractions; the difference may be negative.
+template <class Record>
+struct FloatCounterField {
+  Float Record::*field;
+  const char* traceName;
+};
+template <class Record>
+struct FloatRateField {
+  Float Record::*rate;
+  Float Record::*counter;
+};
+
 /// What a rate over a zero interval costs: the rest of the build, or the one row.
 enum class RateFailure { kEndsBuild, kSkipsRow };
 
@@ -37,23 +49,32 @@ struct IntervalFamily {
   std::span<Utime Record::*const> times;
   std::span<const RateField<Record>> rates;
   /// Whether two rows are of one instance; null for a record of a single row.
-  bool (*sameInstance)(const Record&, const Record&);
+  bool (*sameInstance)(const Record&, const Record&) = nullptr;
   /// The rate step's name in its error, as in "RecordBuilder::BuildRates_CPUP".
   const char* ratesOperation;
   RateFailure rateFailure = RateFailure::kEndsBuild;
+  std::span<const FloatCounterField<Record>> floatCounters = {};
+  std::span<const FloatRateField<Record>> floatRates = {};
+  /// Ends the subtraction: may correct the difference `row` and the row `raw` that it was made from
+  /// and that is kept for the next interval. Null for none.
+  void (*amend)(Record& row, Record& raw, const Record& previous) = nullptr;
 };
 
 /// current - previous, wrapping at 32 bits; a counter that went backwards is traced at level 20.
 [[nodiscard]] std::uint32_t CounterDelta(std::uint32_t current, std::uint32_t previous,
                                          const char* traceName);
+/// current - previous; a negative difference is traced at level 20.
+[[nodiscard]] float FloatCounterDelta(float current, float previous, const char* traceName);
 [[nodiscard]] UtlErrorPtr ZeroIntervalError(const char* ratesOperation);
+/// The same length of time with 64 bits of seconds.
+[[nodiscard]] UtlTime WideTime(const tagUTIME& value);
 /// 0 to 100; 0 if the total is zero.
 [[nodiscard]] float PercentOf(const tagUTIME& part, const tagUTIME& total);
 
 /// The current row with the previous one's counters and times subtracted and with the seconds
-/// between the two as its interval. Touches no kept row.
+/// between the two as its interval. `current` changes only as the family amends it.
 template <class Record>
-[[nodiscard]] Record DeltaPI(const IntervalFamily<Record>& family, const Record& current,
+[[nodiscard]] Record DeltaPI(const IntervalFamily<Record>& family, Record& current,
                              const Record& previous) {
   Record row = current;
   row.interval = CounterDelta(static_cast<std::uint32_t>(current.recordTime),
@@ -65,6 +86,13 @@ template <class Record>
     row.*counter.field =
         CounterDelta(current.*counter.field, previous.*counter.field, counter.traceName);
   }
+  for (const FloatCounterField<Record>& counter : family.floatCounters) {
+    row.*counter.field =
+        FloatCounterDelta(current.*counter.field, previous.*counter.field, counter.traceName);
+  }
+  if (family.amend != nullptr) {
+    family.amend(row, current, previous);
+  }
   return row;
 }
 
@@ -75,16 +103,19 @@ class RawRows {
  public:
   /// The difference of `current` to its instance's last raw row, or to zero where there is none;
   /// `current` takes that row's place.
-  [[nodiscard]] Record Replace(const IntervalFamily<Record>& family, const Record& current) {
+  [[nodiscard]] Record Replace(const IntervalFamily<Record>& family, Record current) {
     Record* previous = Find(family, current);
+    const Record row = DeltaPI(family, current, previous == nullptr ? Record{} : *previous);
     if (previous == nullptr) {
       m_rows.push_back(current);
-      return DeltaPI(family, current, Record{});
+    } else {
+      *previous = current;
     }
-    const Record row = DeltaPI(family, current, *previous);
-    *previous = current;
     return row;
   }
+
+  /// The raw row of a record of a single row; a zero one before the first interval.
+  [[nodiscard]] Record Single() const { return m_rows.empty() ? Record{} : m_rows.front(); }
 
  private:
   /// Rows come in the same order at each interval, so the search goes on where it last ended.
@@ -113,6 +144,9 @@ template <class Record>
   for (const RateField<Record>& rate : family.rates) {
     const std::uint64_t counter = static_cast<std::uint32_t>(row.*rate.counter);
     row.*rate.rate = static_cast<float>(counter) / seconds;
+  }
+  for (const FloatRateField<Record>& rate : family.floatRates) {
+    row.*rate.rate = (row.*rate.counter + 0.0F) / seconds;
   }
   return nullptr;
 }

@@ -13,8 +13,9 @@ constexpr std::uint32_t kInterval = '4';
 constexpr std::uint32_t kDetail = '3';
 constexpr std::uint32_t kProcesses = COLLECT_PROCESS | COLLECT_ACCT;
 
-constexpr RecordMapping kPI{
-    kInterval, "PI", COLLECT_ACCT | COLLECT_SYSTEM | COLLECT_PROTOCOL | COLLECT_CPU, 0, kRefused};
+constexpr RecordMapping kPI{kInterval, "PI",
+                            COLLECT_ACCT | COLLECT_SYSTEM | COLLECT_PROTOCOL | COLLECT_CPU, 0,
+                            &RecordBuilder::Build_PI};
 constexpr RecordMapping kCPUP{kInterval, "CPUP", COLLECT_CPU, 0, &RecordBuilder::Build_CPUP};
 constexpr RecordMapping kDEVD{kInterval, "DEVD", COLLECT_DEVICE, 0, kRefused};
 constexpr RecordMapping kDEVS{kInterval, "DEVS", COLLECT_DEVICE, 0, kRefused};

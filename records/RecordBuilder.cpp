@@ -8,7 +8,7 @@
 #include <new>
 
 #include "collect/CategoryFlags.h"
-#include "collect/ProcLib.h"
+#include "collect/SystemSourceLINUX.h"
 #include "node/LayoutRegistry.h"
 #include "records/UserObjects.h"
 #include "support/OsCalls.h"
@@ -61,14 +61,15 @@ UtlError* RecordBuilder::Init() {
   }
   Trace(30, kInformation, "RecordBuilder data collection complete.");
   m_startTime = WholeSeconds(Now());
-  m_bootTime = WholeSeconds(std::max(ProcLib::GetBootTime(), 0));
+  m_bootTime = WholeSeconds(m_pCollector->GetSystem()->bootTime);
+  m_numCPUs = m_pCollector->GetSystem()->numCPUs;
   TraceExit("RecordBuilder::Init", 0);
   return nullptr;
 }
 
 void RecordBuilder::CreateRecordMappingTable() {
   m_pMappings = UnixBaseRecordMappings();
-  if (g_kernelVariant == 3) {
+  if (g_kernelVariant == kNewestKernel) {
     return;
   }
   const OptionalRecordChoice choice = ReadOptrecsFile();

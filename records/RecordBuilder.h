@@ -52,10 +52,13 @@ class RecordBuilder {
   [[nodiscard]] std::int32_t SecondsSinceStart() const;
   [[nodiscard]] std::int32_t GetBootTime() const { return m_bootTime.GetSeconds(); }
   [[nodiscard]] std::int32_t SecondsSinceBoot() const;
+  /// On-line processors at the start.
+  [[nodiscard]] std::uint32_t GetNumCPUs() const { return m_numCPUs; }
   /// The interval of a real-time row with rates.
   [[nodiscard]] std::int32_t GetUpTimeSeconds() const { return SecondsSinceBoot(); }
 
   /// Builders of records, each in the file of its record.
+  UtlError* Build_PI(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* Build_CPUP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Yields no record: the accounting figures travel with the processes.
   UtlError* BuildPD_ACCT(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
@@ -99,6 +102,7 @@ class RecordBuilder {
   std::time_t m_lastCollectTime = 0;
   UtlTime m_startTime;
   UtlTime m_bootTime;
+  std::uint32_t m_numCPUs = 0;
   std::vector<RecordQueueEntry> m_queue;
   std::uint32_t m_optionalMask = 0;
   std::int32_t m_nOptRecCount = 0;

@@ -1,5 +1,6 @@
 #include "records/RecordLayouts.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -23,14 +24,38 @@ struct Fields;
   template <>                                          \
   struct Fields<structure> {                           \
     using Row = structure;                             \
-    static constexpr FieldLayout kTable[] = {
+    static constexpr FieldLayout kEntries[] = {
 #define FIELD(type, member, label, meaning)                                               \
   {label, TypeOf(static_cast<const type*>(nullptr)), offsetof(Row, member), sizeof(type), \
    FieldMeaning::meaning},
+// A heading takes an entry without width.
+#define GROUP(heading) {heading, FieldType::kText, 0, 0, FieldMeaning::text},
 // clang-format off
 #define END() }; };
 // clang-format on
 #include "records/layout/All.def"
+
+template <class Record>
+constexpr auto MakeFieldTable() {
+  constexpr auto kCount = std::ranges::count_if(
+      Fields<Record>::kEntries, [](const FieldLayout& entry) { return entry.width != 0; });
+  std::array<FieldLayout, kCount> table{};
+  std::size_t next = 0;
+  const char* group = "";
+  for (const FieldLayout& entry : Fields<Record>::kEntries) {
+    if (entry.width == 0) {
+      group = entry.label;
+      continue;
+    }
+    table[next] = entry;
+    table[next].group = group;
+    ++next;
+  }
+  return table;
+}
+
+template <class Record>
+constexpr auto kFields = MakeFieldTable<Record>();
 
 constexpr std::size_t DescriptorRows(FieldType type) {
   switch (type) {
@@ -59,7 +84,7 @@ constexpr std::uint8_t DescriptorCode(FieldType type) {
 template <class Record>
 constexpr std::size_t CountDescriptors() {
   std::size_t rows = 0;
-  for (const FieldLayout& field : Fields<Record>::kTable) {
+  for (const FieldLayout& field : kFields<Record>) {
     rows += DescriptorRows(field.type);
   }
   return rows;
@@ -69,7 +94,7 @@ template <class Record>
 constexpr auto MakeDescriptors() {
   std::array<FieldDescriptor, CountDescriptors<Record>()> table{};
   std::size_t next = 0;
-  for (const FieldLayout& field : Fields<Record>::kTable) {
+  for (const FieldLayout& field : kFields<Record>) {
     const std::size_t rows = DescriptorRows(field.type);
     for (std::size_t row = 0; row < rows; ++row) {
       const std::size_t width = field.width / rows;
@@ -87,8 +112,7 @@ constexpr auto kDescriptors = MakeDescriptors<Record>();
 
 template <class Record>
 constexpr RecordLayout kLayout{RecordTraits<Record>::kName, RecordTraits<Record>::kStructure,
-                               RecordTraits<Record>::kCategory, sizeof(Record),
-                               Fields<Record>::kTable};
+                               RecordTraits<Record>::kCategory, sizeof(Record), kFields<Record>};
 
 }  // namespace
 

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+
+#include "records/RecordStructures.h"
+
+class CPUSummary;
+class Protocol;
+class System;
+
+/// What the overview remembers of the host's figures from one interval to the next.
+struct OverviewMemory {
+  std::uint32_t lastLogicalReadBytes = 0;
+  std::uint32_t lastLogicalWriteBytes = 0;
+  std::uint32_t lastRunQueueSamples = 0;
+  float lastRunQueueSum = 0;
+};
+
+/// The four CPU times of all processors.
+void FillCPUTimes(recordPI& row, const CPUSummary& summary);
+/// All that the host's row feeds but the starts and ends of processes. `raw` is the last kept row:
+/// the Mbytes read and written run on from it. `now` is in seconds since the epoch. Moves the
+/// memory's run queue.
+void FillSystemFigures(recordPI& row, const System& system, const recordPI& raw, std::int32_t now,
+                       OverviewMemory& memory);
+void FillPackets(recordPI& row, const Protocol& protocol);
+
+/// The five CPU percentages of the four times.
+void FillCPUPercentages(recordPI& row, const tagUTIME& user, const tagUTIME& kernel,
+                        const tagUTIME& idle, const tagUTIME& wait);
+/// The two cache percentages of `row` from the counters of `counts`.
+void FillCachePercentages(recordPI& row, const recordPI& counts);
