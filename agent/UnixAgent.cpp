@@ -34,6 +34,10 @@ UnixAgent::UnixAgent(const std::string& hostUtilPrefix, const std::string& insta
 UnixAgent::~UnixAgent() {
   TraceEntry("UnixAgent::~UnixAgent");
   m_pSocket.reset();
+  // A list that was never read must not replace the file.
+  if (m_areApplicationsRead) {
+    SaveApplications();
+  }
   TraceToggles();
   if (m_toggleSignal->Descriptor() >= 0) {
     CancelEvent(m_toggleSignal->Descriptor());
@@ -58,7 +62,8 @@ int UnixAgent::Init(char* instanceName, char* version, char* release) {
     TraceExit("UnixAgent::Init", -1);
     return -1;
   }
-  const int rc = InitRecords();
+  const int rc = Prepare();
+  ReadApplications();
   Trace(20, kInformation, "Exited the function (func=UnixAgent::Init, rc=%1)).", rc);
   return rc;
 }
@@ -77,6 +82,28 @@ int UnixAgent::ConnectNode(char* instanceName, char* version, char* release) {
   return CMBAgent::Init('U', instanceName, agentType.data(), agentVersion.data(), subVersion.data(),
                         version, release, 0, 0, CMBNode::kNodeAgent, CMBAgent::kAgentCollector,
                         buildDate.data(), buildTime.data());
+}
+
+int UnixAgent::Prepare() {
+  if (const int rc = InitConfiguration(); rc != 0) {
+    return rc;
+  }
+  if (const int rc = InitRecords(); rc != 0) {
+    return rc;
+  }
+  if (HasUFSS()) {
+    ScheduleUFSS();
+  }
+  return 0;
+}
+
+int UnixAgent::InitConfiguration() {
+  const int rc = ReadConfiguration();
+  if (rc != 0) {
+    Message(10201);
+    Trace(20, kError, "Failed to initialize the Agent Configuration. (rc=%1)", rc);
+  }
+  return rc;
 }
 
 int UnixAgent::InitRecords() {
@@ -105,8 +132,15 @@ int UnixAgent::NotifyEvent(CMBMultipleRecordRequestEvent* event) {
   return kNotifyNotServed;
 }
 
-int UnixAgent::NotifyEvent(UFSSEvent*) {
-  // Without a scan program every start of one fails.
-  Trace(20, kError, "Unable to start up UFSS data collection script.");
-  return kNotifyDone;
+void UnixAgent::ReadApplications() {
+  m_areApplicationsRead = true;
+  if (m_applications->read(kApplicationFile) == 0) {
+    Trace(20, kError, "qmtapp read error. (FILE=%1).", kApplicationFile);
+  }
+}
+
+void UnixAgent::SaveApplications() {
+  if (m_applications->write(kApplicationFile) == 0) {
+    Trace(20, kError, "qmtapp write error. (FILE=%1).", kApplicationFile);
+  }
 }

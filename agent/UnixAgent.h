@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
+#include "agent/ApplicationSettings.h"
 #include "agent/FilePaths.h"
 #include "agent/Signals.h"
 #include "agent/UFSSEvent.h"
@@ -37,18 +40,79 @@ class UnixAgent : public CMBAgent,
     return ::GetFilePath(m_dataDirectory, path);
   }
 
+  [[nodiscard]] const std::string& GetWorkgroupFilePath() const { return m_workgroupFilePath; }
+  /// Empty until InitEventFile has found one.
+  [[nodiscard]] const std::string& GetEventFilePath() const { return m_eventFilePath; }
+  [[nodiscard]] ApplicationSettings& GetApplications() { return *m_applications; }
+  /// Puts another list, which is not null, in place of the present one; Init then reads it.
+  void SetApplications(std::unique_ptr<ApplicationSettings> applications) {
+    m_applications = std::move(applications);
+  }
+
+  /// Reads a text of section "Agent" of the ini file into `value`, at most size - 1 characters. A
+  /// missing or empty one, and a time that isValidTime refuses, becomes the default and is written
+  /// back. 0, or -61 without a buffer or an ini file and after a failed write.
+  [[nodiscard]] int InitConfigOption(char* value, std::size_t size, const char* label,
+                                     const char* defaultValue, bool isTime);
+  /// The same for a number, which must be at least 1. `*value` is set even if the write fails.
+  [[nodiscard]] int InitConfigOption(long* value, const char* label, long defaultValue);
+
+  /// Tries to switch the system's accounting to `file`: 1 if that failed, which means that it is on
+  /// (or not ours to switch), else 0, and it is off again.
+  [[nodiscard]] int IsSystemAcctOn(const char* file);
+  /// Whether the end of the agent is the end of accounting: IsSystemAcctOn found it off, and the
+  /// configuration has it used.
+  [[nodiscard]] bool ShouldStopAccounting() const;
+  /// Takes the options of the user records from the ini file into ProductOptions. 0, or -1 without
+  /// an ini file.
+  [[nodiscard]] int ExtractUserRecordOptions();
+  /// Takes the path of the event definition file from the ini file. 0, also where none is named;
+  /// -1 without an ini file or if the event file can't be read.
+  [[nodiscard]] int InitEventFile();
+  /// Adds a text item that shows an option: from ProductOptions, else from the ini file, else the
+  /// default, else "<attribute not set>". `defaultValue` may be null. The item's identifier is
+  /// id + 101, or -id for a negative one.
+  void addConfigLine(int id, const char* label, const char* section, const char* defaultValue,
+                     const char* name, const char* help, CMBNodeConfigBase& folder);
+
   using CMBAgent::NotifyEvent;
   /// Requests come in batches; a single one is refused.
   int NotifyEvent(CMBRecordRequestEvent* event) override;
   int NotifyEvent(CMBMultipleRecordRequestEvent* event) override;
   int NotifyEvent(UFSSEvent* event) override;
+  /// Builds the configuration tree below the request.
+  int NotifyEvent(CMBNodeConfigRequest* event) override;
+  /// Changes one setting: 0 done, 1 the ini file could not be written, -36 refused, -1 without an
+  /// event or an ini file.
+  int NotifyEvent(CMBNodeConfigUpdate* event) override;
   /// The helper's pipe has something to read or has lost its writer, or SIGUSR2 has come. -1 if
   /// the helper is lost.
   int NotifyEvent(CMBSocketEvent* event) override;
 
  private:
+  class ConfigUpdates;
+
   [[nodiscard]] int ConnectNode(char* instanceName, char* version, char* release);
   [[nodiscard]] int InitRecords();
+  [[nodiscard]] int InitConfiguration();
+  /// The rest of Init once the node is connected.
+  [[nodiscard]] int Prepare();
+  [[nodiscard]] int ReadConfiguration();
+  [[nodiscard]] int ReadOption(char* value, std::size_t size, const char* label,
+                               const char* defaultValue, bool isTime);
+  [[nodiscard]] bool WriteOption(const char* label, const std::string& value);
+  void PublishConfiguration() const;
+  /// Whether the record of the daily scan of the file systems is switched on.
+  [[nodiscard]] bool HasUFSS() const {
+    return !m_recordBuilder.HasNoOptionalRecords() && m_recordBuilder.IsUFSSEnabled() != 0;
+  }
+  /// Puts the daily scan at `m_ufssTime`, and starts one at once if the last is missing. "Never"
+  /// ends the scans and removes their results.
+  void ScheduleUFSS();
+  /// Starts a scan: 0, or -1 on failure.
+  [[nodiscard]] int RunUFSS(int firstRun);
+  void ReadApplications();
+  void SaveApplications();
   [[nodiscard]] int ReadHelper(int descriptor);
   [[nodiscard]] int RestoreHelper(int descriptor);
   void TraceToggles();
@@ -57,7 +121,23 @@ class UnixAgent : public CMBAgent,
   RecordBuilder m_recordBuilder;
   std::unique_ptr<SASocket> m_pSocket;
   void* m_collectorArg = nullptr;
+  UFSSEvent* m_pUFSSEvent = nullptr;  ///< owned by the loop; null if none is scheduled
+  std::unique_ptr<ApplicationSettings> m_applications = std::make_unique<NoApplications>();
+  bool m_areApplicationsRead = false;
+  bool m_wasAccountingOn = false;
+  std::string m_ufssTime;
   std::string m_dataDirectory;
+  std::string m_eventFilePath;
+  std::string m_workgroupFilePath;
+  std::string m_messagesFile;
+  std::string m_accountingFile;
+  /// Yes or no letters.
+  std::string m_useAccounting;
+  std::string m_microstate;
+  std::string m_logDied;
+  std::string m_truncateAccounting;
+  std::string m_deviceNameCache;
+  std::string m_dataMaxCount;  ///< decimal digits
   /// Made last in the constructor, so that the handler stands when all else does.
   std::optional<ToggleSignal> m_toggleSignal;
 };

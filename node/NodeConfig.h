@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "node/Event.h"
@@ -110,12 +111,17 @@ class CMBNodeConfigUpdate : public CMBEvent {
   CMBNodeConfigUpdate(std::uint16_t id, std::string text)
       : CMBEvent(nullptr), m_id(id), m_text(std::move(text)) {}
   CMBNodeConfigUpdate(std::uint16_t id, std::uint16_t choice)
-      : CMBEvent(nullptr), m_id(id), m_choice(choice) {}
+      : CMBEvent(nullptr), m_id(id), m_choice(choice), m_hasChoice(true) {}
+  /// For who can't tell which of the two the item takes.
+  CMBNodeConfigUpdate(std::uint16_t id, std::string text, std::uint16_t choice)
+      : CMBEvent(nullptr), m_id(id), m_choice(choice), m_hasChoice(true), m_text(std::move(text)) {}
   [[nodiscard]] const char* IsA() const override { return "CMBNodeConfigUpdate"; }
   [[nodiscard]] void* GetThis() override { return this; }
 
   [[nodiscard]] std::uint16_t id() const { return m_id; }
-  /// The index of a choice.
+  /// Whether the operator chose by an index.
+  [[nodiscard]] bool HasChoice() const { return m_hasChoice; }
+  /// The index of a choice; 0 without one.
   [[nodiscard]] std::uint16_t currentValue() const { return m_choice; }
   /// The text of a text item; owned by the event.
   operator char*() { return m_text.data(); }
@@ -124,5 +130,6 @@ class CMBNodeConfigUpdate : public CMBEvent {
  private:
   std::uint16_t m_id = 0;
   std::uint16_t m_choice = 0;
+  bool m_hasChoice = false;
   std::string m_text;
 };

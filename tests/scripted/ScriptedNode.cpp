@@ -42,10 +42,12 @@ class ScriptedIni : public CMBIniFile {
   }
   int WriteString(const char* value, const char* key, const char* section, const char* subSection,
                   void*, int) override {
-    if (!ScriptedNode::Instance().iniWrites) {
+    ScriptedNode& node = ScriptedNode::Instance();
+    if (!node.iniWrites || key == node.iniRefusedKey) {
       return 0;
     }
-    ScriptedNode::Instance().ini[IniKey(key, section, subSection)] = value;
+    node.iniWritten.emplace_back(key, value);
+    node.ini[IniKey(key, section, subSection)] = value;
     return 1;
   }
   int ReadLong(long* out, const char* key, const char* section, const char* subSection,
@@ -79,6 +81,12 @@ void ScriptedNode::Reset() {
   g_processTraceOn = 0;
   g_caughtSignal = 0;
   g_localNodeId = nullptr;
+}
+
+ScriptedNode::~ScriptedNode() {
+  for (const ScheduledEvent& entry : scheduled) {
+    delete entry.event;
+  }
 }
 
 std::vector<LoggedLine> ScriptedNode::LinesWith(const std::string& part) const {

@@ -53,6 +53,11 @@ class ScriptedNode : public NodeLayer {
   static ScriptedNode& Instance();
   /// Everything back to its start, trace thresholds included.
   static void Reset();
+  ScriptedNode() = default;
+  /// Destroys the events that are still scheduled: the loop owns them.
+  ~ScriptedNode() override;
+  ScriptedNode(const ScriptedNode&) = delete;
+  ScriptedNode& operator=(const ScriptedNode&) = delete;
 
   /// The lines whose text holds `part`, in order.
   [[nodiscard]] std::vector<LoggedLine> LinesWith(const std::string& part) const;
@@ -69,6 +74,8 @@ class ScriptedNode : public NodeLayer {
   std::string registration;  ///< what DebugInit, StatInitialize and Connect were given, by blanks
   ScriptedBus bus;
   IniValues ini;
+  /// Key and value of each write into the ini file, in order.
+  std::vector<std::pair<std::string, std::string>> iniWritten;
 
   // What the calls answer.
   int debugInitResult = 0;
@@ -82,7 +89,8 @@ class ScriptedNode : public NodeLayer {
   int hostNameResult = 0;
   bool iniOpens = true;
   bool iniWrites = true;
-  int stopSignal = -1;  ///< -1 until a stop is asked for
+  std::string iniRefusedKey;  ///< a write of this key fails
+  int stopSignal = -1;        ///< -1 until a stop is asked for
   /// What MBDebugPrintDat takes of a block; negative is an error.
   std::function<int(int length)> acceptData;
   /// Called by Run, in place of an event loop, and by each yield.

@@ -1,0 +1,45 @@
+#pragma once
+
+/// The settings of the ini file, section by section; the tree shows them under the same names.
+inline constexpr const char* kAgentSection = "Agent";
+inline constexpr const char* kUFSSTimeLabel = "UFSS background collection time";
+inline constexpr const char* kMessagesFileLabel = "Messages File";
+inline constexpr const char* kWorkgroupFileLabel = "Workgroup File";
+inline constexpr const char* kAccountingFileLabel = "Accounting File";
+inline constexpr const char* kUseAccountingLabel = "Use Accounting Data";
+inline constexpr const char* kLogDiedLabel = "Log Died Processes Data";
+inline constexpr const char* kTruncateLabel = "Truncate Accounting File";
+inline constexpr const char* kMicrostateLabel = "Microstate accounting";
+inline constexpr const char* kDeviceNameCacheLabel = "Device Name Cache";
+inline constexpr const char* kDataMaxCountLabel = "User Defined Record DataMaxCount";
+
+inline constexpr const char* kAddApplicationLabel = "ADD AN APPLICATION MONITORING SETTING";
+inline constexpr const char* kDeleteApplicationLabel = "DELETE AN APPLICATION MONITORING SETTING";
+
+/// Bytes of the longest values, terminator included.
+inline constexpr unsigned kLongText = 4096;
+inline constexpr unsigned kShortText = 2048;
+
+/// Identifiers of the tree's items.
+enum ConfigItemId : unsigned short {
+  kUFSSTimeId = 3,
+  kMessagesFileId = 4,
+  kAccountingFileId = 5,
+  kUseAccountingId = 6,
+  kLogDiedId = 10,
+  kTruncateId = 11,
+  kDataMaxCountId = 15,
+  kAddApplicationId = 21,
+  kDeleteApplicationId = 22,
+  kFirstApplicationItemId = 1001,
+};
+
+/// An application item's identifier is kFirstApplicationItemId with the item in bits 0 and 1, the
+/// process in bits 2 to 5 and the application in bits 6 to 11.
+enum ApplicationItem : int { kKindItem = 0, kPatternItem = 1, kRangeItem = 2 };
+inline constexpr int kProcessShift = 2;
+inline constexpr int kProcessMask = 15;
+inline constexpr int kApplicationShift = 6;
+inline constexpr int kApplicationMask = 63;
+/// Applications that the identifiers have room for.
+inline constexpr int kMaxShownApplications = kApplicationMask + 1;

@@ -1,0 +1,127 @@
+#include <array>
+#include <cstddef>
+#include <string>
+
+#include "agent/ConfigNames.h"
+#include "agent/DayTime.h"
+#include "agent/UnixAgent.h"
+#include "support/ProductOptions.h"
+#include "support/TraceLog.h"
+
+namespace {
+
+constexpr int kOptionFailed = -61;
+constexpr std::size_t kLetter = 2;
+constexpr long kDefaultDataMaxCount = 1440;
+
+}  // namespace
+
+bool UnixAgent::WriteOption(const char* label, const std::string& value) {
+  CMBIniFile* ini = GetIniFile();
+  return ini != nullptr &&
+         ini->WriteString(value.c_str(), label, kAgentSection, nullptr, nullptr, 0) != 0;
+}
+
+int UnixAgent::InitConfigOption(char* value, std::size_t size, const char* label,
+                                const char* defaultValue, bool isTime) {
+  // The name stays what readers of these traces look for.
+  TraceEntry("UnixAgent::ShouldStopAccounting", label, defaultValue);
+  const int rc = ReadOption(value, size, label, defaultValue, isTime);
+  TraceExit("UnixAgent::InitConfigOption", rc);
+  return rc;
+}
+
+int UnixAgent::ReadOption(char* value, std::size_t size, const char* label,
+                          const char* defaultValue, bool isTime) {
+  if (value == nullptr || size == 0) {
+    Trace(30, kError, "%1: Invalid parameter pszValue(Label = %2)", "UnixAgent::InitConfigOption",
+          label);
+    return kOptionFailed;
+  }
+  if (GetIniFile() == nullptr) {
+    return kOptionFailed;
+  }
+  value[0] = '\0';
+  GetIniFile()->ReadString(value, static_cast<int>(size), label, kAgentSection, nullptr, nullptr,
+                           0);
+  const std::string found = value;
+  if (found.empty() || (isTime && isValidTime(value) == 0)) {
+    value[std::string(defaultValue).copy(value, size - 1)] = '\0';
+  } else if (found == value) {
+    return 0;
+  }
+  return WriteOption(label, value) ? 0 : kOptionFailed;
+}
+
+int UnixAgent::InitConfigOption(long* value, const char* label, long defaultValue) {
+  TraceEntry("UnixAgent::InitConfigOption", label, defaultValue);
+  int rc = kOptionFailed;
+  if (CMBIniFile* ini = GetIniFile(); ini != nullptr) {
+    rc = 0;
+    long found = 0;
+    ini->ReadLong(&found, label, kAgentSection, nullptr, nullptr);
+    if (found < 1) {
+      found = defaultValue;
+      rc =
+          ini->WriteLong(found, label, kAgentSection, nullptr, nullptr, 0) != 0 ? 0 : kOptionFailed;
+    }
+    *value = found;
+  }
+  TraceExit("UnixAgent::InitConfigOption", rc);
+  return rc;
+}
+
+int UnixAgent::ReadConfiguration() {
+  struct TextOption {
+    const char* label;
+    std::size_t size;
+    const char* defaultValue;
+    std::string UnixAgent::*member;
+    bool isTime = false;
+  };
+  static constexpr std::array kTextOptions{
+      TextOption{kUFSSTimeLabel, kShortText, "00:00", &UnixAgent::m_ufssTime, true},
+      TextOption{kMessagesFileLabel, kLongText, "", &UnixAgent::m_messagesFile},
+      TextOption{kWorkgroupFileLabel, kLongText, "wgfile", &UnixAgent::m_workgroupFilePath},
+      TextOption{kAccountingFileLabel, kLongText, "/var/adm/pacct", &UnixAgent::m_accountingFile},
+      TextOption{kUseAccountingLabel, kLetter, "Y", &UnixAgent::m_useAccounting},
+      TextOption{kLogDiedLabel, kLetter, "Y", &UnixAgent::m_logDied},
+      TextOption{kTruncateLabel, kLetter, "N", &UnixAgent::m_truncateAccounting},
+      TextOption{kMicrostateLabel, kLetter, "N", &UnixAgent::m_microstate},
+      TextOption{kDeviceNameCacheLabel, kLetter, "N", &UnixAgent::m_deviceNameCache},
+  };
+  for (const TextOption& option : kTextOptions) {
+    std::string buffer(option.size, '\0');
+    if (const int rc = InitConfigOption(buffer.data(), buffer.size(), option.label,
+                                        option.defaultValue, option.isTime);
+        rc != 0) {
+      return rc;
+    }
+    this->*option.member = buffer.substr(0, buffer.find('\0'));
+  }
+  m_workgroupFilePath = GetFilePath(m_workgroupFilePath);
+  long dataMaxCount = 0;
+  if (const int rc = InitConfigOption(&dataMaxCount, kDataMaxCountLabel, kDefaultDataMaxCount);
+      rc != 0) {
+    return rc;
+  }
+  m_dataMaxCount = std::to_string(dataMaxCount);
+  PublishConfiguration();
+  return 0;
+}
+
+void UnixAgent::PublishConfiguration() const {
+  ProductOptions& options = ProductOptions::Instance();
+  options.Set("Process", "Microstate", m_microstate.c_str());
+  options.Set("Messages", "FileName", m_messagesFile.c_str());
+  options.Set("Acct", "FileName", m_accountingFile.c_str());
+  options.Set("Acct", "GetDiedProcess", m_logDied.c_str());
+  options.Set("Acct", "Truncate", m_truncateAccounting.c_str());
+  options.Set("Device", "DeviceNameCache", m_deviceNameCache.c_str());
+  options.Set("Process", "AgentWaitTime", "");
+  options.Set("Process", "CollectorWaitTime", "");
+  options.Set("User", "DataMaxCount", m_dataMaxCount.c_str());
+  if (m_useAccounting == "n" || m_useAccounting == "N") {
+    options.Set("Acct", "UseAcct", "n");
+  }
+}

@@ -1,0 +1,88 @@
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <ctime>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <system_error>
+
+#include "agent/DayTime.h"
+#include "agent/UnixAgent.h"
+#include "support/OsCalls.h"
+#include "support/TraceLog.h"
+
+namespace {
+
+constexpr long kDay = 86400;
+constexpr int kWithoutEnd = -1;
+constexpr int kFirstRun = 1;
+constexpr int kLaterRun = 0;
+/// What the scan leaves, below the working directory.
+constexpr const char* kResultsDirectory = "./storage.d";
+
+void DiscardResults() {
+  struct stat status {};
+  if (::lstat(kResultsDirectory, &status) != 0 && errno == ENOENT) {
+    return;
+  }
+  std::error_code error;
+  std::filesystem::remove_all(kResultsDirectory, error);
+  if (error) {
+    Message(10100, "remove_all", error.value(), kResultsDirectory, "", "");
+  }
+}
+
+/// Today's or tomorrow's moment of that time of day, with the seconds of now.
+std::time_t NextRun(const DayTime& time, std::time_t now) {
+  std::tm parts{};
+  ::localtime_r(&now, &parts);
+  parts.tm_hour = time.hour;
+  parts.tm_min = time.minute;
+  const std::time_t run = std::mktime(&parts);
+  return std::difftime(run, now) < 0 ? run + kDay : run;
+}
+
+/// Whether no scan has happened since the moment that lies a day before `nextRun`.
+bool IsRunOverdue(std::time_t nextRun) {
+  struct stat status {};
+  return ::stat(kResultsDirectory, &status) != 0 || status.st_mtime < nextRun - kDay;
+}
+
+}  // namespace
+
+void UnixAgent::ScheduleUFSS() {
+  if (m_pUFSSEvent != nullptr) {
+    CancelEvent(m_pUFSSEvent, 1);
+    m_pUFSSEvent = nullptr;
+  }
+  Trace(20, kInformation, "Scheduling UFSS collection event for: %1", m_ufssTime);
+  if (IsNever(m_ufssTime.c_str())) {
+    DiscardResults();
+    return;
+  }
+  const std::optional<DayTime> time = ReadDayTime(m_ufssTime);
+  if (!time) {
+    return;
+  }
+  const std::time_t nextRun = NextRun(*time, Os().time(nullptr));
+  auto event = std::make_unique<UFSSEvent>();
+  if (ScheduleEvent(event.get(), kDay, kWithoutEnd, 0, nextRun) == 0) {
+    m_pUFSSEvent = event.release();
+  }
+  if (IsRunOverdue(nextRun) && RunUFSS(kFirstRun) != 0) {
+    Trace(20, kError, "Unable to start up UFSS data collection script.");
+  }
+}
+
+int UnixAgent::RunUFSS(int) {
+  // Without a scan program every start of one fails.
+  return -1;
+}
+
+int UnixAgent::NotifyEvent(UFSSEvent*) {
+  if (RunUFSS(kLaterRun) != 0) {
+    Trace(20, kError, "Unable to start up UFSS data collection script.");
+  }
+  return kNotifyDone;
+}

@@ -1,0 +1,79 @@
+#include <array>
+#include <cstddef>
+
+#include "agent/UnixAgent.h"
+#include "support/ProductOptions.h"
+#include "support/TextFile.h"
+#include "support/TraceLog.h"
+
+namespace {
+
+constexpr std::size_t kMaxOption = 257;
+constexpr std::size_t kEventFileSize = 512;
+
+struct UserRecord {
+  const char* name;
+  const char* section;
+};
+constexpr std::array kUserRecords{
+    UserRecord{"UPI", "Interval Records"}, UserRecord{"UPIB", "Interval Records"},
+    UserRecord{"UPD", "Detail Records"}, UserRecord{"UPDB", "Detail Records"}};
+
+struct UserOption {
+  const char* key;
+  std::size_t size;
+  const char* substitute;  ///< for an empty value; null: it is not stored
+};
+constexpr std::array kUserOptions{
+    UserOption{"Flushtime", 80, "FLUSHTIME"},     UserOption{"Datamaxcount", 80, "DATAMAXCOUNT"},
+    UserOption{"Pipedir", kMaxOption, nullptr},   UserOption{"Pipeuser", kMaxOption, nullptr},
+    UserOption{"Pipegroup", kMaxOption, nullptr}, UserOption{"Pipemode", kMaxOption, nullptr}};
+
+void TakeOption(CMBIniFile& ini, const UserRecord& record, const UserOption& option) {
+  std::array<char, kMaxOption> buffer{};
+  ini.ReadString(buffer.data(), static_cast<int>(option.size), option.key, record.section,
+                 record.name, nullptr, 0);
+  const char* value = buffer[0] == '\0' ? option.substitute : buffer.data();
+  if (value != nullptr) {
+    ProductOptions::Instance().Set(record.name, option.key, value);
+  }
+}
+
+}  // namespace
+
+int UnixAgent::ExtractUserRecordOptions() {
+  TraceEntry("UnixAgent::ExtractUserRecordOptions");
+  CMBIniFile* ini = GetIniFile();
+  if (ini != nullptr) {
+    for (const UserRecord& record : kUserRecords) {
+      for (const UserOption& option : kUserOptions) {
+        TakeOption(*ini, record, option);
+      }
+    }
+  }
+  const int rc = ini == nullptr ? -1 : 0;
+  TraceExit("UnixAgent::ExtractUserRecordOptions", rc);
+  return rc;
+}
+
+int UnixAgent::InitEventFile() {
+  constexpr const char* kKey = "Eventfile";
+  CMBIniFile* ini = GetIniFile();
+  if (ini == nullptr) {
+    Trace(20, kInformation, "GetIniFile failed");
+    return -1;
+  }
+  std::array<char, kEventFileSize> name{};
+  ini->ReadString(name.data(), static_cast<int>(name.size()), kKey, "Log Records", "MESS", nullptr,
+                  0);
+  if (name[0] == '\0') {
+    Trace(20, kError, "Failed to access the file or directory (%1).", kKey);
+    return 0;
+  }
+  m_eventFilePath = GetFilePath(name.data());
+  if (OpenTextFile(m_eventFilePath) == nullptr) {
+    Trace(20, kError, "Failed to Initialize the file for reading (%1).", m_eventFilePath);
+    return -1;
+  }
+  return 0;
+}

@@ -1,0 +1,190 @@
+#include "agent/ConfigNames.h"
+#include "agent/DayTime.h"
+#include "tests/agent/ConfigFixture.h"
+
+namespace {
+
+using Written = std::vector<std::pair<std::string, std::string>>;
+
+const Written kDefaults{
+    {"UFSS background collection time", "00:00"},
+    {"Messages File", ""},
+    {"Workgroup File", "wgfile"},
+    {"Accounting File", "/var/adm/pacct"},
+    {"Use Accounting Data", "Y"},
+    {"Log Died Processes Data", "Y"},
+    {"Truncate Accounting File", "N"},
+    {"Microstate accounting", "N"},
+    {"Device Name Cache", "N"},
+    {"User Defined Record DataMaxCount", "1440"},
+};
+
+TEST(DayTimeTest, ATimeIsNeverOrHourAndMinute) {
+  const struct {
+    const char* text;
+    int valid;
+    const char* becomes;
+  } cases[] = {
+      {"Never", 1, "Never"},
+      {"nEVER", 1, "Never"},
+      {"never ", 0, "never "},
+      {"", 0, ""},
+      {"00:00", 1, "00:00"},
+      {"23:59", 1, "23:59"},
+      {"7:5", 1, "7:5"},
+      {"07:05abc", 1, "07:05abc"},
+      {" 7 : 5", 1, " 7 : 5"},
+      {"7x5:", 1, "7x5:"},
+      {"24:00", 0, "24:00"},
+      {"23:60", 0, "23:60"},
+      {"1200", 0, "1200"},
+      {"12-30:00", 0, "12-30:00"},
+      {"12:-1", 0, "12:-1"},
+      {"12:30-", 0, "12:30-"},
+      {"a:b", 0, "a:b"},
+      {"12:", 0, "12:"},
+      {":30", 0, ":30"},
+      {":", 0, ":"},
+      {"99999999999999:0", 0, "99999999999999:0"},
+      {"12:99999999999999", 0, "12:99999999999999"},
+      {"\xFF\x01:\x02", 0, "\xFF\x01:\x02"},
+  };
+  for (const auto& row : cases) {
+    std::string text = row.text;
+    EXPECT_EQ(row.valid, isValidTime(text.data())) << row.text;
+    EXPECT_EQ(row.becomes, text);
+  }
+  EXPECT_EQ(0, isValidTime(nullptr));
+}
+
+class ConfigurationTest : public ConfigFixture {};
+
+TEST_F(ConfigurationTest, AFirstStartWritesEveryKeyInOrder) {
+  ProductOptions::Instance().Set("Acct", "UseAcct", "untouched");
+  EXPECT_EQ(0, Init());
+  EXPECT_EQ(kDefaults, Node().iniWritten);
+  EXPECT_EQ("/data/wgfile", m_agent->GetWorkgroupFilePath());
+  const struct {
+    const char* section;
+    const char* name;
+    const char* value;
+  } published[] = {
+      {"Process", "Microstate", "N"},
+      {"Messages", "FileName", ""},
+      {"Acct", "FileName", "/var/adm/pacct"},
+      {"Acct", "GetDiedProcess", "Y"},
+      {"Acct", "Truncate", "N"},
+      {"Device", "DeviceNameCache", "N"},
+      {"Process", "AgentWaitTime", ""},
+      {"Process", "CollectorWaitTime", ""},
+      {"User", "DataMaxCount", "1440"},
+      {"Acct", "UseAcct", "untouched"},
+  };
+  for (const auto& row : published) {
+    EXPECT_EQ(row.value, Option(row.section, row.name)) << row.section << row.name;
+  }
+  EXPECT_EQ(std::vector<std::string>{"read /opt/qmtrx/mond/agent/qmtapp"}, m_fileLog);
+}
+
+TEST_F(ConfigurationTest, FoundValuesAreCutToTheirBufferAndOnlyBadOnesAreWritten) {
+  for (const auto& [key, value] : kDefaults) {
+    Ini(key) = value;
+  }
+  Ini(kMessagesFileLabel) = std::string(5000, 'm');
+  Ini(kWorkgroupFileLabel) = "a\x01 b;rm";
+  Ini(kUseAccountingLabel) = "no";
+  Ini(kLogDiedLabel) = "nope";
+  const struct {
+    const char* time;
+    const char* count;
+    const char* heldCount;
+    Written written;
+  } cases[] = {
+      {"07:30", "25", "25", {}},
+      {"25:00", "25", "25", {{kUFSSTimeLabel, "00:00"}}},
+      {"a:b", "25", "25", {{kUFSSTimeLabel, "00:00"}}},
+      {"never", "25", "25", {{kUFSSTimeLabel, "Never"}}},
+      {"Never", "0", "1440", {{kDataMaxCountLabel, "1440"}}},
+      {"Never", "-5", "1440", {{kDataMaxCountLabel, "1440"}}},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.time);
+    Node().iniWritten.clear();
+    Ini(kUFSSTimeLabel) = row.time;
+    Ini(kDataMaxCountLabel) = row.count;
+    MakeAgent(0);
+    EXPECT_EQ(0, Init());
+    EXPECT_EQ(row.written, Node().iniWritten);
+    EXPECT_EQ(row.heldCount, Option("User", "DataMaxCount"));
+  }
+  EXPECT_EQ(std::string(4095, 'm'), Option("Messages", "FileName"));
+  EXPECT_EQ("/data/a\x01 b;rm", m_agent->GetWorkgroupFilePath());
+  EXPECT_EQ("n", Option("Acct", "UseAcct"));
+  EXPECT_EQ("n", Option("Acct", "GetDiedProcess"));
+}
+
+TEST_F(ConfigurationTest, AFailedWriteEndsTheStartAtThatKey) {
+  SwitchUFSSOn();
+  for (std::size_t i = 0; i < kDefaults.size(); ++i) {
+    SCOPED_TRACE(kDefaults[i].first);
+    ScriptedNode::Reset();
+    g_msgLogLevel = 20;
+    g_kernelVariant = 2;
+    Node().iniRefusedKey = kDefaults[i].first;
+    m_fileLog.clear();
+    MakeAgent(1);
+    m_applications->fileResult = 0;
+    EXPECT_EQ(-61, Init());
+    EXPECT_EQ(Written(kDefaults.begin(), kDefaults.begin() + static_cast<std::ptrdiff_t>(i)),
+              Node().iniWritten);
+    EXPECT_EQ(1, Node().CountMessages(10201));
+    EXPECT_EQ(1U, Node().LinesWith("Agent Configuration. (rc=-61)").size());
+    EXPECT_TRUE(Node().LinesWith("RecordBuilder").empty());
+    EXPECT_TRUE(Node().scheduled.empty());
+    // The applications are read all the same, and written back in the end.
+    m_agent.reset();
+    EXPECT_EQ((std::vector<std::string>{"read /opt/qmtrx/mond/agent/qmtapp",
+                                        "write /opt/qmtrx/mond/agent/qmtapp"}),
+              m_fileLog);
+    for (const char* what : {"read", "write"}) {
+      EXPECT_EQ(1U, Node()
+                        .LinesWith(std::string("qmtapp ") + what +
+                                   " error. (FILE=/opt/qmtrx/mond/agent/qmtapp).")
+                        .size());
+    }
+  }
+}
+
+TEST_F(ConfigurationTest, AnAgentThatNeverReadItsApplicationsLeavesTheFileAlone) {
+  Node().iniOpens = false;
+  EXPECT_GT(0, Init());
+  EXPECT_EQ(1, Node().CountMessages(10201));
+  m_agent.reset();
+  EXPECT_TRUE(m_fileLog.empty());
+}
+
+TEST_F(ConfigurationTest, OptionsNeedABufferAndAnIniFile) {
+  std::array<char, 4> value{"old"};
+  long number = 7;
+  EXPECT_EQ(-61, m_agent->InitConfigOption(value.data(), value.size(), "Key", "default", false));
+  EXPECT_EQ(-61, m_agent->InitConfigOption(&number, "Number", 5));
+  ASSERT_EQ(0, Init());
+  g_msgLogLevel = 40;
+  Node().lines.clear();
+  EXPECT_EQ(-61, m_agent->InitConfigOption(nullptr, 4, "Key", "default", false));
+  ASSERT_EQ(3U, Node().lines.size());
+  EXPECT_EQ(0U, Node().lines[0].text.find(
+                    "Started the function (UnixAgent::ShouldStopAccounting). (arg1=Key, "));
+  EXPECT_EQ("UnixAgent::InitConfigOption: Invalid parameter pszValue(Label = Key)",
+            Node().lines[1].text);
+  EXPECT_EQ(30, Node().lines[1].level);
+  EXPECT_EQ("Exited the function (UnixAgent::InitConfigOption). (rc=-61).", Node().lines[2].text);
+  EXPECT_EQ(0, m_agent->InitConfigOption(value.data(), value.size(), "Key", "default", false));
+  EXPECT_STREQ("def", value.data());
+  EXPECT_EQ("def", Ini("Key"));
+  Node().iniWrites = false;
+  EXPECT_EQ(-61, m_agent->InitConfigOption(&number, "Number", 5));
+  EXPECT_EQ(5, number);
+}
+
+}  // namespace
