@@ -1,12 +1,15 @@
 #include "client/Answers.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "client/Errors.h"
 #include "client/Terminal.h"
 
 namespace {
+
+constexpr std::uint64_t kLastItem = 65535;
 
 [[noreturn]] void FailMember(const char* name, const char* expected) {
   throw ClientError(std::string("broken answer: \"") + name + "\" is not " + expected);
@@ -92,6 +95,45 @@ std::string ErrorText(const Json& error) {
   return message.empty() ? code : message + " (" + code + ")";
 }
 
+std::vector<std::string> Texts(const Json& object, const char* name) {
+  const Json& value = Member(object, name);
+  const auto isText = [](const Json& element) { return element.is_string(); };
+  if (!value.is_array() || !std::all_of(value.begin(), value.end(), isText)) {
+    FailMember(name, "an array of texts");
+  }
+  return value.get<std::vector<std::string>>();
+}
+
+/// Deep trees don't come this far: the parser bounds how deep an answer is nested.
+std::vector<ConfigNode> ConfigNodes(const Json& parent) {
+  std::vector<ConfigNode> nodes;
+  for (const Json& child : Objects(parent, "children")) {
+    ConfigNode& node = nodes.emplace_back();
+    node.label = Text(child, "label");
+    node.help = Text(child, "help");
+    const std::string kind = Text(child, "kind");
+    if (kind == "folder") {
+      node.children = ConfigNodes(child);
+      continue;
+    }
+    node.id = Count(child, "id");
+    if (node.id > kLastItem) {
+      FailMember("id", "the id of an item");
+    }
+    node.value = Text(child, "value");
+    if (kind == "choice") {
+      node.kind = ConfigNode::Kind::kChoice;
+      node.current = Count(child, "current");
+      node.choices = Texts(child, "choices");
+    } else if (kind == "text") {
+      node.kind = ConfigNode::Kind::kText;
+    } else {
+      FailMember("kind", "a kind of the configuration");
+    }
+  }
+  return nodes;
+}
+
 std::string KernelVariant(const Json& status) {
   for (const Json& figure : Objects(status, "figures")) {
     if (Text(figure, "name") == "kernel_variant") {
@@ -166,7 +208,8 @@ Schema ReadSchema(const Json& answer) {
              {}};
   for (const Json& field : Objects(schema, "fields")) {
     out.fields.push_back({Text(field, "label"), Text(field, "type"), Count(field, "offset"),
-                          Count(field, "width"), Text(field, "meaning")});
+                          Count(field, "width"), Text(field, "meaning"),
+                          field.contains("group") ? Text(field, "group") : ""});
   }
   return out;
 }
@@ -201,4 +244,28 @@ Status ReadStatus(const Json& answer) {
                      Count(batch, "records"), Count(batch, "errors")};
   }
   return out;
+}
+
+std::vector<ConfigNode> ReadConfig(const Json& answer) {
+  return ConfigNodes(Object(answer, "config"));
+}
+
+ConfigOutcome ReadConfigOutcome(const Json& answer, std::uint64_t item) {
+  using Kind = ConfigOutcome::Kind;
+  static constexpr std::array<std::pair<const char*, Kind>, 4> kOutcomes{
+      {{"done", Kind::kDone},
+       {"refused", Kind::kRefused},
+       {"not-written", Kind::kNotWritten},
+       {"failed", Kind::kFailed}}};
+  const Json& result = Object(answer, "result");
+  if (Count(result, "item") != item) {
+    FailMember("item", "the item that was asked");
+  }
+  const std::string outcome = Text(result, "outcome");
+  const auto found = std::find_if(kOutcomes.begin(), kOutcomes.end(),
+                                  [&](const auto& entry) { return entry.first == outcome; });
+  if (found == kOutcomes.end()) {
+    FailMember("outcome", "the outcome of a change");
+  }
+  return {found->second, Whole(result, "code")};
 }

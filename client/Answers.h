@@ -35,6 +35,7 @@ struct Field {
   std::uint64_t offset = 0;
   std::uint64_t width = 0;
   std::string meaning;  ///< "key", "time", "percent" and so on
+  std::string group;    ///< the heading that it stands under, empty for none
 };
 
 struct Schema {
@@ -80,6 +81,28 @@ struct Status {
   LastBatch lastBatch;
 };
 
+/// A place of the daemon's configuration tree.
+struct ConfigNode {
+  enum class Kind { kFolder, kText, kChoice };
+
+  Kind kind = Kind::kFolder;
+  std::string label;
+  std::string help;
+  std::vector<ConfigNode> children;  ///< of a folder
+  std::uint64_t id = 0;              ///< of an item, 0 to 65535
+  std::string value;                 ///< of an item, empty for a choice that has none
+  std::uint64_t current = 0;         ///< of a choice, the index of its value
+  std::vector<std::string> choices;  ///< of a choice, empty if the daemon can't tell them
+};
+
+/// What came of a change.
+struct ConfigOutcome {
+  enum class Kind { kDone, kRefused, kNotWritten, kFailed };
+
+  Kind kind = Kind::kFailed;
+  std::int64_t code = 0;  ///< the agent's own number for it
+};
+
 // What the daemon answered, checked member by member. Each throws ClientError, naming the member,
 // for an answer that is not what the control protocol promises.
 
@@ -89,3 +112,7 @@ struct Status {
 [[nodiscard]] Schema ReadSchema(const Json& answer);
 [[nodiscard]] std::vector<Listing> ReadListing(const Json& answer);
 [[nodiscard]] Status ReadStatus(const Json& answer);
+/// The top of the tree.
+[[nodiscard]] std::vector<ConfigNode> ReadConfig(const Json& answer);
+/// The outcome of a change of `item`.
+[[nodiscard]] ConfigOutcome ReadConfigOutcome(const Json& answer, std::uint64_t item);

@@ -1,6 +1,7 @@
 #include "client/Commands.h"
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdlib>
 #include <iterator>
@@ -8,8 +9,10 @@
 #include <set>
 #include <utility>
 
+#include "client/ConfigText.h"
 #include "client/Connection.h"
 #include "client/Errors.h"
+#include "client/RowValues.h"
 
 namespace {
 
@@ -190,6 +193,36 @@ class SampleWriter {
   std::set<std::string> m_complaints;  ///< a complaint is made once, not with every sample
 };
 
+/// Decimal digits alone.
+std::uint16_t ParseItem(const std::string& text) {
+  std::uint16_t item = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), item);
+  if (error != std::errc{} || end != text.data() + text.size()) {
+    throw UsageError("\"" + text + "\" is not the id of an item, a whole number from 0 to 65535");
+  }
+  return item;
+}
+
+/// Tells the operator how a change went; the exit value.
+int ReportOutcome(const std::string& item, const ConfigOutcome& outcome) {
+  switch (outcome.kind) {
+    case ConfigOutcome::Kind::kDone:
+      WriteOutput("done\n");
+      return kExitDone;
+    case ConfigOutcome::Kind::kRefused:
+      Complain("refused: item " + item + " does not take this value, or there is no such item");
+      return kExitRefused;
+    case ConfigOutcome::Kind::kNotWritten:
+      Complain("not written: the daemon's file stands as it was; its message log tells why");
+      return kExitNotWritten;
+    case ConfigOutcome::Kind::kFailed:
+      break;
+  }
+  Complain("failed: the agent could not make the change (code " + std::to_string(outcome.code) +
+           ")");
+  return kExitFailed;
+}
+
 /// The first beat after `now` of a pace counted from `start`: a slow answer drops beats, it does
 /// not shift those that follow.
 Clock::time_point NextBeat(Clock::time_point start, Clock::duration every, Clock::time_point now) {
@@ -267,4 +300,19 @@ int RunStatus(const CommonOptions& common, bool json) {
   WriteOutput(json ? Indented(Part(answer, "status"))
                    : StatusText(status, ReadScreen(common.color)));
   return kExitDone;
+}
+
+int RunConfig(const CommonOptions& common, bool json) {
+  Connection connection(common.socket);
+  const Json answer = connection.Ask({{"op", "config"}});
+  const std::vector<ConfigNode> tree = ReadConfig(answer);
+  WriteOutput(json ? Indented(Part(answer, "config")) : ConfigText(tree, ReadScreen(common.color)));
+  return kExitDone;
+}
+
+int RunConfigSet(const CommonOptions& common, const std::string& item, const std::string& value) {
+  const std::uint16_t id = ParseItem(item);
+  Connection connection(common.socket);
+  const Json answer = connection.Ask({{"op", "config_set"}, {"item", id}, {"value", value}});
+  return ReportOutcome(item, ReadConfigOutcome(answer, id));
 }

@@ -41,3 +41,7 @@ inline constexpr double kLongestPace = 86400;
 [[nodiscard]] int RunWatch(const CommonOptions& common, const WatchOptions& options);
 [[nodiscard]] int RunSchema(const CommonOptions& common, const std::string& record, bool json);
 [[nodiscard]] int RunStatus(const CommonOptions& common, bool json);
+[[nodiscard]] int RunConfig(const CommonOptions& common, bool json);
+/// `item` is the identifier as typed.
+[[nodiscard]] int RunConfigSet(const CommonOptions& common, const std::string& item,
+                               const std::string& value);

@@ -61,6 +61,19 @@ void ThrowRefusal(const Json& answer) {
   throw RefusedError(words);
 }
 
+std::string RequestLine(const Json& request) {
+  std::string line;
+  try {
+    line = request.dump() + '\n';
+  } catch (const Json::type_error&) {
+    throw UsageError("the request holds a text that is not UTF-8");
+  }
+  if (line.size() > kRequestBytes) {
+    throw UsageError("the request is longer than " + std::to_string(kRequestBytes) + " bytes");
+  }
+  return line;
+}
+
 /// Bounds depth and members before the parser sees the line. What is no JSON passes or not.
 void CheckShape(std::string_view line) {
   std::array<int, kMaxDepth> members{};
@@ -161,10 +174,7 @@ void Connection::FailConnect(int error) const {
 Json Connection::Ask(Json request) {
   const std::uint64_t id = ++m_lastId;
   request["id"] = id;
-  const std::string line = request.dump() + '\n';
-  if (line.size() > kRequestBytes) {
-    throw UsageError("too many records for one request");
-  }
+  const std::string line = RequestLine(request);
   const TimePoint deadline = std::chrono::steady_clock::now() + m_limits.answer;
   Send(line, deadline);
   Json answer = ParseAnswer(ReceiveLine(deadline));

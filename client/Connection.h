@@ -30,7 +30,7 @@ class Connection {
 
   /// Sends `request`, an object, under a fresh "id" and returns the answer once it has proved to
   /// be an object of that id with "ok" true. Throws RefusedError for an error object, UsageError
-  /// for a request that is too long, and ClientError for everything else.
+  /// for a request that is too long or no UTF-8, and ClientError for everything else.
   [[nodiscard]] Json Ask(Json request);
 
  private:

@@ -4,7 +4,13 @@
 #include <string>
 
 /// The exit values of the program.
-enum ExitValue : int { kExitDone = 0, kExitFailed = 1, kExitUsage = 2 };
+enum ExitValue : int {
+  kExitDone = 0,
+  kExitFailed = 1,
+  kExitUsage = 2,
+  kExitRefused = 3,    ///< the agent refused a setting's new value
+  kExitNotWritten = 4  ///< the new value did not reach the daemon's file
+};
 
 /// What failed, in words for the operator. Ends the command with kExitFailed.
 class ClientError : public std::runtime_error {

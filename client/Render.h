@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -24,13 +23,10 @@ struct ShownRecord {
 /// as RFC 4180 has it. An empty text for no rows.
 [[nodiscard]] std::string CsvText(const Json& rows);
 
-/// The rows as a table: times as local date and time, floats with up to three decimals. An empty
-/// text for no rows.
+/// The rows as a table, or under the headings that the schema names: times as local date and time,
+/// floats with up to three decimals. An empty text for no rows.
 [[nodiscard]] std::string RowsText(const ShownRecord& record, const Screen& screen);
 
 [[nodiscard]] std::string SchemaText(const Schema& schema, const Screen& screen);
 [[nodiscard]] std::string ListingText(const std::vector<Listing>& records, const Screen& screen);
 [[nodiscard]] std::string StatusText(const Status& status, const Screen& screen);
-
-/// "2023-11-14 23:13:20" in local time; "-" for 0, the figure itself if there is no such date.
-[[nodiscard]] std::string DateText(std::int64_t seconds);

@@ -21,6 +21,7 @@
 namespace {
 
 constexpr std::string_view kBold = "\x1b[1m";
+constexpr std::string_view kDim = "\x1b[2m";
 constexpr std::string_view kPlain = "\x1b[0m";
 
 struct Character {
@@ -77,26 +78,6 @@ void AppendEscaped(std::string& out, const Character& character) {
                          ? std::snprintf(text.data(), text.size(), "\\x%02X", code)
                          : std::snprintf(text.data(), text.size(), "\\u{%04X}", code);
   out.append(text.data(), static_cast<std::size_t>(length));
-}
-
-/// The start of a line that fits into `width` columns, emphasis left whole.
-std::string_view CutLine(std::string_view line, std::size_t width) {
-  std::size_t used = 0;
-  std::size_t i = 0;
-  while (i < line.size()) {
-    const std::string_view rest = line.substr(i);
-    if (rest.starts_with(kBold) || rest.starts_with(kPlain)) {
-      i += kBold.size();
-      continue;
-    }
-    const Character character = Decode(rest);
-    used += static_cast<std::size_t>(std::max(CharacterWidth(character.code), 0));
-    if (used > width) {
-      break;
-    }
-    i += character.bytes;
-  }
-  return line.substr(0, i);
 }
 
 sigset_t StopSet() {
@@ -158,6 +139,29 @@ std::string Emphasize(const std::string& text, const Screen& screen) {
   return screen.color ? std::string(kBold) + text + std::string(kPlain) : text;
 }
 
+std::string Dim(const std::string& text, const Screen& screen) {
+  return screen.color ? std::string(kDim) + text + std::string(kPlain) : text;
+}
+
+std::string_view CutText(std::string_view text, std::size_t width) {
+  std::size_t used = 0;
+  std::size_t i = 0;
+  while (i < text.size()) {
+    const std::string_view rest = text.substr(i);
+    if (rest.starts_with(kBold) || rest.starts_with(kDim) || rest.starts_with(kPlain)) {
+      i += kBold.size();
+      continue;
+    }
+    const Character character = Decode(rest);
+    used += static_cast<std::size_t>(std::max(CharacterWidth(character.code), 0));
+    if (used > width) {
+      break;
+    }
+    i += character.bytes;
+  }
+  return text.substr(0, i);
+}
+
 std::string Frame(std::string_view text, const Screen& screen) {
   std::string out = "\x1b[H\x1b[J";
   for (std::size_t lines = 1; !text.empty(); ++lines) {
@@ -167,7 +171,7 @@ std::string Frame(std::string_view text, const Screen& screen) {
     if (lines == screen.height && !text.empty()) {
       return out + "...";
     }
-    out += CutLine(line, screen.width);
+    out += CutText(line, screen.width);
     if (screen.color) {
       out += kPlain;
     }

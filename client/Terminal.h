@@ -31,6 +31,12 @@ struct Screen {
 /// The text in bold if `screen` has colour.
 [[nodiscard]] std::string Emphasize(const std::string& text, const Screen& screen);
 
+/// The text dimmed if `screen` has colour.
+[[nodiscard]] std::string Dim(const std::string& text, const Screen& screen);
+
+/// The start of a safe text that fits into `width` columns; emphasis takes none and is left whole.
+[[nodiscard]] std::string_view CutText(std::string_view text, std::size_t width);
+
 /// The frame of a redrawn screen: cleared, lines cut to the screen's size, no newline after the
 /// last. `text` is whole lines of safe text, with emphasis.
 [[nodiscard]] std::string Frame(std::string_view text, const Screen& screen);

@@ -17,6 +17,8 @@ struct CommandLine {
   WatchOptions watch;
   bool json = false;
   bool csv = false;
+  std::string item;
+  std::string value;
   std::function<int()> run;
 };
 
@@ -97,6 +99,26 @@ void AddOtherCommands(CLI::App& app, CommandLine& line) {
   status->callback([&] { line.run = [&] { return RunStatus(line.common, line.json); }; });
 }
 
+void AddConfig(CLI::App& app, CommandLine& line) {
+  CLI::App* config = app.add_subcommand("config", "Show the agent's settings, or change one");
+  CLI::Option* json = AddJson(config, line);
+  config->require_subcommand(0, 1);
+  CLI::App* set = config->add_subcommand("set", "Change a setting");
+  set->add_option("ID", line.item, "The item's number, as `config` shows it")->required();
+  set->add_option("VALUE", line.value, "The new value; -- in front lets it begin with a dash")
+      ->required();
+  // A subcommand's callback comes before that of its command.
+  set->callback(
+      [&] { line.run = [&] { return RunConfigSet(line.common, line.item, line.value); }; });
+  config->callback([&line, json, config] {
+    if (config->get_subcommands().empty()) {
+      line.run = [&line] { return RunConfig(line.common, line.json); };
+    } else if (json->count() != 0) {
+      throw CLI::ExcludesError("--json", "set");
+    }
+  });
+}
+
 void AddCommonOptions(CLI::App& app, CommandLine& line) {
   line.common.socket = DefaultSocket();
   app.set_version_flag("--version", "qmtctl " QMT_VERSION);
@@ -139,6 +161,7 @@ int main(int argc, char** argv) {
   AddRowCommands(app, line);
   AddWatch(app, line);
   AddOtherCommands(app, line);
+  AddConfig(app, line);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -64,11 +64,15 @@ Json FiguresJson() {
 Json LayoutJson(const RecordLayout& layout) {
   Json fields = Json::array();
   for (const FieldLayout& field : layout.fields) {
-    fields.push_back(Json{{"label", field.label},
-                          {"type", FieldTypeText(field)},
-                          {"offset", field.offset},
-                          {"width", field.width},
-                          {"meaning", FieldMeaningName(field.meaning)}});
+    Json entry{{"label", field.label},
+               {"type", FieldTypeText(field)},
+               {"offset", field.offset},
+               {"width", field.width},
+               {"meaning", FieldMeaningName(field.meaning)}};
+    if (*field.group != '\0') {
+      entry["group"] = field.group;
+    }
+    fields.push_back(std::move(entry));
   }
   return Json{{"record", layout.name},
               {"structure", layout.structure},
@@ -87,12 +91,14 @@ struct ControlOperations::Operation {
 };
 
 const ControlOperations::Operation* ControlOperations::FindOperation(const std::string& name) {
-  static constexpr std::array<Operation, 6> kOperations{{
+  static constexpr std::array<Operation, 8> kOperations{{
       {"records", Rights::kRead, {"op", "id"}, &ControlOperations::Records},
       {"schema", Rights::kRead, {"op", "id", "record", "category"}, &ControlOperations::Schema},
       {"get", Rights::kRead, {"op", "id", "records", "rates"}, &ControlOperations::Get},
       {"last", Rights::kRead, {"op", "id", "records"}, &ControlOperations::Last},
       {"status", Rights::kRead, {"op", "id"}, &ControlOperations::Status},
+      {"config", Rights::kRead, {"op", "id"}, &ControlOperations::Config},
+      {"config_set", Rights::kChange, {"op", "id", "item", "value"}, &ControlOperations::ConfigSet},
       {"shutdown", Rights::kChange, {"op", "id"}, &ControlOperations::Shutdown},
   }};
   for (const Operation& operation : kOperations) {
@@ -105,7 +111,11 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
 
 ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
                                      const LastRows& lastRows)
-    : m_loop(loop), m_desk(desk), m_schedule(schedule), m_queries(loop, desk, schedule, lastRows) {}
+    : m_loop(loop),
+      m_desk(desk),
+      m_schedule(schedule),
+      m_queries(loop, desk, schedule, lastRows),
+      m_config(loop) {}
 
 void ControlOperations::Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer) {
   auto parsed = ParseRequestLine(line);
@@ -115,7 +125,7 @@ void ControlOperations::Handle(const std::string& line, const std::shared_ptr<Co
   }
   const auto request = std::make_shared<ControlRequest>(std::get<Json>(std::move(parsed)), peer);
   if (EventLoop::IsStopRequested()) {
-    request->Fail({"stopping", "the daemon is about to stop", ""});
+    request->Fail(StoppingError());
     return;
   }
   const auto op = request->Message().find("op");

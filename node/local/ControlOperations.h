@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "node/local/ConfigQueries.h"
 #include "node/local/ControlRequest.h"
 #include "node/local/RecordQueries.h"
 
@@ -21,8 +22,8 @@ class ControlOperations {
                     const LastRows& lastRows);
 
   void SetFacts(DaemonFacts facts) { m_facts = std::move(facts); }
-  /// Serves one line of a client, which is answered now or, after a batch, later. While the daemon
-  /// stops every line is refused.
+  /// Serves one line of a client, which is answered now or, after its turn in the loop, later.
+  /// While the daemon stops every line is refused.
   void Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer);
 
  private:
@@ -35,11 +36,14 @@ class ControlOperations {
   void Get(const RequestPtr& request) { m_queries.Get(request); }
   void Last(const RequestPtr& request) { m_queries.Last(request); }
   void Status(const RequestPtr& request);
+  void Config(const RequestPtr& request) { m_config.Config(request); }
+  void ConfigSet(const RequestPtr& request) { m_config.ConfigSet(request); }
   void Shutdown(const RequestPtr& request);
 
   EventLoop& m_loop;
   BatchDesk& m_desk;
   const ScheduleBook& m_schedule;
   RecordQueries m_queries;
+  ConfigQueries m_config;
   DaemonFacts m_facts;
 };

@@ -31,6 +31,8 @@ int NestingDepth(const std::string& text) {
 
 }  // namespace
 
+ControlError StoppingError() { return {"stopping", "the daemon is about to stop", ""}; }
+
 Json ErrorJson(const ControlError& error) {
   Json object{{"code", error.code}, {"message", error.message}};
   if (!error.field.empty()) {

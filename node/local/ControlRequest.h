@@ -33,6 +33,9 @@ struct ControlError {
   std::string field;
 };
 
+/// What a request is told that the end of the daemon overtakes.
+[[nodiscard]] ControlError StoppingError();
+
 /// The error as clients see it: code, message and, where there is one, field.
 [[nodiscard]] Json ErrorJson(const ControlError& error);
 

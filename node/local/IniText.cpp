@@ -199,12 +199,16 @@ bool IniText::Set(std::string_view section, std::string_view subSection, std::st
     error = "the value holds a line end or a zero byte";
     return false;
   }
+  if (TrimText(value) != value) {
+    error = "the value begins or ends with a blank";
+    return false;
+  }
   if (BreaksLine(section) || BreaksLine(subSection) || BreaksLine(key)) {
     error = "a name holds a line end or a zero byte";
     return false;
   }
   IniText edited(Edited(section, subSection, key, value));
-  if (edited.Find(section, subSection, key) != TrimText(value)) {
+  if (edited.Find(section, subSection, key) != value) {
     error = "the section or key is no possible name";
     return false;
   }
@@ -216,7 +220,14 @@ std::string IniText::Edited(std::string_view section, std::string_view subSectio
                             std::string_view key, std::string_view value) const {
   std::string text = m_text;
   if (const Entry* entry = FindEntry(section, subSection, key)) {
-    return text.replace(entry->value.begin, entry->value.end - entry->value.begin, value);
+    std::size_t begin = entry->value.begin;
+    std::size_t end = entry->value.end;
+    if (begin == end) {
+      // A value that was empty goes behind the blank that stands there, in place of further ones.
+      end = std::min(text.find_first_not_of(" \t\v\f", begin), text.size());
+      begin += begin < end ? 1U : 0U;
+    }
+    return text.replace(begin, end - begin, value);
   }
   const std::string lineEnd = LineEnd();
   const std::string line = std::string(key) + " = " + std::string(value) + lineEnd;

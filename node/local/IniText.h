@@ -25,8 +25,7 @@ struct IniFault {
 /// Names are compared without regard to (ASCII) case. Blanks around a name or a value don't belong
 /// to it; all else up to the end of the line does, '#' and quotes included. A section may stand in
 /// several places; of keys that occur more than once in a section the first one counts. Lines end
-/// in
-/// "\n" or "\r\n". A key that stands before the first section, or after a broken section line,
+/// in "\n" or "\r\n". A key that stands before the first section, or after a broken section line,
 /// belongs to no section and is a fault.
 class IniText {
  public:
@@ -44,7 +43,8 @@ class IniText {
   /// Replaces the key's value in place, or adds the key behind the last key of its section; a
   /// section that doesn't exist is added at the end. False, with the reason in `error` and nothing
   /// changed, if it would not read back: an empty name, blanks around a name, a character in a name
-  /// that means something else at its place, a line end or a zero byte anywhere.
+  /// that means something else at its place, a line end or a zero byte anywhere, a blank (also a
+  /// tab, a vertical tab or a form feed) at an end of the value.
   [[nodiscard]] bool Set(std::string_view section, std::string_view subSection,
                          std::string_view key, std::string_view value, std::string& error);
   /// The keys and values of a section in their order, repeated keys included.
@@ -54,6 +54,11 @@ class IniText {
   [[nodiscard]] std::vector<std::size_t> SectionLines(std::string_view section,
                                                       std::string_view subSection = {}) const;
 
+  [[nodiscard]] bool HasSections() const { return !m_headings.empty(); }
+  /// False for a text with ten broken lines or more that outnumber the others: some other file.
+  [[nodiscard]] bool IsMostlyUsable() const {
+    return m_faultCount < kManyFaults || m_faultCount <= m_headings.size() + m_entries.size();
+  }
   [[nodiscard]] const std::vector<IniFault>& Faults() const { return m_faults; }
   [[nodiscard]] const std::string& Text() const { return m_text; }
 
@@ -72,6 +77,7 @@ class IniText {
     Span key;
     Span value;
   };
+  static constexpr std::size_t kManyFaults = 10;
   static constexpr std::size_t kNoHeading = static_cast<std::size_t>(-1);
 
   void Parse();

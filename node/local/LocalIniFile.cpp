@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
@@ -73,14 +74,53 @@ bool ReadRegularFile(const std::string& path, std::size_t limit, std::string& te
   return text.size() <= limit || Fail(path, TooLong(limit), error);
 }
 
+/// What is no ini text is refused: nothing in it could be used, and a write would spoil a file that
+/// is something else.
+bool ReadIniText(const std::string& path, IniText& ini, std::string& error) {
+  std::string text;
+  if (!ReadRegularFile(path, LocalIniFile::kMaxSize, text, error)) {
+    return false;
+  }
+  if (text.find('\0') != std::string::npos) {
+    return Fail(path, "no text file, since it holds a zero byte", error);
+  }
+  ini = IniText(std::move(text));
+  if (ini.HasSections() ? ini.IsMostlyUsable() : ini.Faults().empty()) {
+    return true;
+  }
+  const IniFault& fault = ini.Faults().front();
+  return Fail(path + ":" + std::to_string(fault.line),
+              fault.problem + (ini.HasSections() ? "; so it is in most lines of the file"
+                                                 : "; there is no section in the file"),
+              error);
+}
+
+/// Whether the file may be replaced. The folder's permissions alone would allow that for a
+/// read-only file too, and root may write any.
+bool CheckWritable(const std::string& path, std::string& error) {
+  constexpr mode_t kWriteBits = S_IWUSR | S_IWGRP | S_IWOTH;
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) {
+    return errno == ENOENT || Fail(path, std::strerror(errno), error);
+  }
+  if ((status.st_mode & kWriteBits) == 0 ||
+      ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
+    return Fail(path, "read-only", error);
+  }
+  return true;
+}
+
 std::optional<long> ParseLong(std::string_view text) {
   if (text.starts_with('+') && !text.starts_with("+-")) {
     text.remove_prefix(1);
   }
   long value = 0;
   const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (status != std::errc{} || end != text.data() + text.size()) {
+  if (end != text.data() + text.size() || status == std::errc::invalid_argument) {
     return std::nullopt;
+  }
+  if (status == std::errc::result_out_of_range) {
+    return text.starts_with('-') ? LONG_MIN : LONG_MAX;
   }
   return value;
 }
@@ -90,11 +130,11 @@ std::optional<long> ParseLong(std::string_view text) {
 std::unique_ptr<LocalIniFile> LocalIniFile::Open(const std::string& directory,
                                                  const std::string& name, std::string& error) {
   const std::string path = Resolve(directory + '/' + name);
-  std::string text;
-  if (!ReadRegularFile(path, kMaxSize, text, error)) {
+  IniText ini;
+  if (!ReadIniText(path, ini, error)) {
     return nullptr;
   }
-  return std::unique_ptr<LocalIniFile>(new LocalIniFile(path, IniText(std::move(text))));
+  return std::unique_ptr<LocalIniFile>(new LocalIniFile(path, std::move(ini)));
 }
 
 int LocalIniFile::ReadString(char* out, int size, const char* key, const char* section,
@@ -145,11 +185,10 @@ bool LocalIniFile::Write(const char* value, const char* key, const char* section
     return Fail(place, "there is no value", error);
   }
   // Others may have edited the file since it was read.
-  std::string text;
-  if (!ReadRegularFile(m_path, kMaxSize, text, error)) {
+  IniText edited;
+  if (!ReadIniText(m_path, edited, error) || !CheckWritable(m_path, error)) {
     return false;
   }
-  IniText edited(std::move(text));
   std::string reason;
   if (!edited.Set(OrEmpty(section), OrEmpty(subSection), OrEmpty(key), value, reason)) {
     return Fail(place, reason, error);

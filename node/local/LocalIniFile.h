@@ -10,15 +10,16 @@
 #include "node/IniFile.h"
 #include "node/local/IniText.h"
 
-/// The agent's configuration file on disk. It is read once, when it is opened: what another program
-/// writes into it afterwards is neither seen nor kept by the next write.
+/// The agent's configuration file on disk. It is read when it is opened and again before each
+/// write: what another program writes into it meanwhile is kept, and seen after the next write.
 class LocalIniFile : public CMBIniFile {
  public:
   /// Bytes. A longer file isn't opened, and a write never makes it longer.
   static constexpr std::size_t kMaxSize = std::size_t{1} << 20;
 
   /// A file that doesn't exist is an empty one. Null, with path and reason in `error`, if it can't
-  /// be read, is no regular file or is too long. A symbolic link is followed, by writes too.
+  /// be read, is no regular file, is too long or is no ini text: it holds a zero byte, or lines
+  /// that can't be used and no section. A symbolic link is followed, by writes too.
   [[nodiscard]] static std::unique_ptr<LocalIniFile> Open(const std::string& directory,
                                                           const std::string& name,
                                                           std::string& error);
@@ -26,7 +27,8 @@ class LocalIniFile : public CMBIniFile {
   int ReadString(char* out, int size, const char* key, const char* section, const char* subSection,
                  void* unused, int unused2) override;
   /// Returns 1, or 0 if the value can't be written; file and memory then stand as they were, and
-  /// the reason goes to the handler of OnWriteProblem.
+  /// the reason goes to the handler of OnWriteProblem. A file that has no write permission for
+  /// anybody isn't written, whoever asks.
   [[nodiscard]] int WriteString(const char* value, const char* key, const char* section,
                                 const char* subSection, void* unused, int unused2) override;
   int ReadLong(long* out, const char* key, const char* section, const char* subSection,

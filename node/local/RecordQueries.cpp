@@ -8,8 +8,6 @@
 
 namespace {
 
-ControlError StoppingError() { return {"stopping", "the daemon is about to stop", ""}; }
-
 ControlError OutcomeError(RequestOutcome outcome, const std::string& record) {
   switch (outcome) {
     case RequestOutcome::kNotServed:

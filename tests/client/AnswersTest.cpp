@@ -42,6 +42,43 @@ TEST(Answers, ResultsAreTakenOnlyAsPromised) {
   }
 }
 
+TEST(Answers, TheConfigurationIsTakenOnlyAsPromised) {
+  const std::string good =
+      R"({"config":{"children":[{"kind":"folder","label":"F","help":"","children":[{"kind":"choice",)"
+      R"("id":65535,"label":"L","help":"","value":"","current":3,"choices":[]}]}]}})";
+  EXPECT_EQ(ReadConfig(Json::parse(good)).at(0).children.at(0).current, 3U);
+  const std::pair<const char*, const char*> broken[] = {
+      {"\"config\"", "\"tree\""},
+      {"65535", "65536"},
+      {"65535", "-1"},
+      {"\"folder\"", "\"file\""},
+      {"\"choice\"", "\"text \""},
+      {"\"L\"", "7"},
+      {"\"help\":\"\",\"v", "\"v"},
+      {"\"value\":\"\"", "\"value\":null"},
+      {"\"choices\":[]", "\"choices\":[1]"},
+      {"[{\"kind\":\"choice", "[1,{\"kind\":\"choice"},
+      {"\"current\":3", "\"current\":\"3\""}};
+  for (const auto& [from, to] : broken) {
+    std::string text = good;
+    text.replace(text.find(from), std::string_view(from).size(), to);
+    EXPECT_THROW(static_cast<void>(ReadConfig(Json::parse(text))), ClientError) << text;
+  }
+}
+
+TEST(Answers, TheOutcomeOfAChangeIsThatOfItsItem) {
+  const auto answer = [](const char* result) { return Json{{"result", Json::parse(result)}}; };
+  const ConfigOutcome outcome =
+      ReadConfigOutcome(answer(R"({"item":3,"outcome":"refused","code":-36})"), 3);
+  EXPECT_EQ(outcome.kind, ConfigOutcome::Kind::kRefused);
+  EXPECT_EQ(outcome.code, -36);
+  for (const char* broken :
+       {R"(1)", R"({})", R"({"item":4,"outcome":"done","code":0})",
+        R"({"item":3,"outcome":"perhaps","code":0})", R"({"item":3,"outcome":"done"})"}) {
+    EXPECT_THROW(static_cast<void>(ReadConfigOutcome(answer(broken), 3)), ClientError) << broken;
+  }
+}
+
 TEST(Answers, NestingAndMembersAreBounded) {
   std::string members = "{\"a\":[{";
   for (int i = 0; i < 5000; ++i) {

@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <sstream>
 
@@ -31,6 +32,22 @@ Json StatusAnswer() {
     "figures": [{"name": "kernel_variant", "help": "", "kind": "gauge", "value": 3.0}]}})");
 }
 
+Json ConfigAnswer() {
+  return Json::parse(R"({"config": {"children": [{"kind": "folder", "label": "Agent", "help": "",
+    "children": [{"kind": "text", "id": 15, "label": "Count", "help": "How many.",
+    "value": "1440", "max_length": 2048, "flags": [0, 1]}]}]}})");
+}
+
+/// What a change of each item comes to: item 1 is done, item 2 refused and so on.
+Json ConfigSetAnswer(const Json& request) {
+  static constexpr std::array kOutcomes{"done", "refused", "not-written", "failed"};
+  static constexpr std::array kCodes{0, -36, 1, -1};
+  const std::size_t item = request.at("item");
+  const std::size_t place = (item - 1) % kOutcomes.size();
+  return {
+      {"result", {{"item", item}, {"outcome", kOutcomes.at(place)}, {"code", kCodes.at(place)}}}};
+}
+
 /// One processor a row, the percentages moving from request to request.
 Json ResultOf(const std::string& record, int turn) {
   Json result{{"record", record}};
@@ -57,6 +74,12 @@ std::string Daemon(const Json& request, int turn) {
   }
   if (op == "status") {
     return Answer(request, StatusAnswer());
+  }
+  if (op == "config") {
+    return Answer(request, ConfigAnswer());
+  }
+  if (op == "config_set") {
+    return Answer(request, ConfigSetAnswer(request));
   }
   if (op == "records") {
     return Answer(request, Json::parse(R"({"records": [
@@ -156,6 +179,44 @@ TEST_F(Qmtctl, OtherCommandsShowWhatTheDaemonSays) {
   EXPECT_EQ(Json::parse(Run({"schema", "CPUP", "--json"}).out), SchemaAnswer()["schema"]);
 }
 
+TEST_F(Qmtctl, ConfigShowsTheTree) {
+  EXPECT_EQ(Run({"config"}).out,
+            "Agent\n"
+            "     15  Count: 1440\n"
+            "           How many.\n");
+  EXPECT_EQ(Json::parse(Run({"config", "--json"}).out), ConfigAnswer()["config"]);
+}
+
+TEST_F(Qmtctl, ConfigSetTellsTheOutcomeByWordAndExitValue) {
+  const struct {
+    std::vector<std::string> words;
+    const char* sent;
+    int exit;
+    const char* said;
+  } cases[] = {
+      {{"1", "07:30"}, R"("item":1,"value":"07:30")", kExitDone, "done\n"},
+      {{"2", ""}, R"("item":2,"value":"")", kExitRefused, "qmtctl: refused: "},
+      {{"3", "status"}, R"("item":3,"value":"status")", kExitNotWritten, "qmtctl: not written: "},
+      {{"4", "set"}, R"("item":4,"value":"set")", kExitFailed, "(code -1)"},
+      {{"1", "-5"}, R"("item":1,"value":"-5")", kExitDone, "done\n"},
+      {{"1", "--", "--x"}, R"("item":1,"value":"--x")", kExitDone, "done\n"},
+      {{"65533", "a b\n"}, R"("item":65533,"value":"a b\n")", kExitDone, "done\n"},
+  };
+  for (const auto& entry : cases) {
+    std::vector<std::string> words{"config", "set"};
+    words.insert(words.end(), entry.words.begin(), entry.words.end());
+    const Outcome run = Run(words);
+    EXPECT_EQ(run.exit, entry.exit) << run.err;
+    EXPECT_THAT(run.exit == kExitDone ? run.out : run.err, HasSubstr(entry.said));
+    EXPECT_THAT(m_server.Requests().back().dump(), HasSubstr(entry.sent));
+  }
+  const std::size_t before = m_server.Requests().size();
+  for (const std::string& value : {std::string("\xff"), std::string(70000, 'x')}) {
+    EXPECT_EQ(Run({"config", "set", "1", value}).exit, kExitUsage);
+  }
+  EXPECT_EQ(m_server.Requests().size(), before);
+}
+
 TEST_F(Qmtctl, WatchKeepsOneConnectionAndEndsBySignal) {
   RunOptions options;
   options.onOutput = [](int pid, const std::string& out) {
@@ -217,6 +278,14 @@ TEST(QmtctlAlone, WrongUsageExitsWith2) {
       {"records", "CPUP"},
       {"schema", "CPUP", "PI"},
       {"status", "--socket", ""},
+      {"config", "CPUP"},
+      {"config", "set"},
+      {"config", "set", "3"},
+      {"config", "set", "3", "x", "y"},
+      {"config", "set", "x", "y"},
+      {"config", "set", "-3", "y"},
+      {"config", "set", "65536", "y"},
+      {"config", "set", "3", "y", "--json"},
       {"watch", "CPUP"},
       {"watch", "CPUP", "--every", "0.05"},
       {"watch", "CPUP", "--every", "nan"},
@@ -249,11 +318,21 @@ TEST(QmtctlAlone, SaysWhichDaemonIsMissing) {
 TEST(QmtctlAlone, AForeignServerIsAFailureOfEveryCommand) {
   const ScratchFolder folder;
   const ScriptedServer server(folder.Path(), "s", [](const Json& request) {
-    return Answer(request, {{"results", 1}, {"schema", "x"}, {"status", {}}, {"records", {1}}});
+    return Answer(request, {{"results", 1},
+                            {"schema", "x"},
+                            {"status", {}},
+                            {"records", {1}},
+                            {"config", {}},
+                            {"result", {}}});
   });
-  const std::vector<std::string> cases[] = {
-      {"get", "CPUP"},    {"last", "CPUP"}, {"watch", "CPUP", "--every", "1"},
-      {"schema", "CPUP"}, {"status"},       {"records"}};
+  const std::vector<std::string> cases[] = {{"get", "CPUP"},
+                                            {"last", "CPUP"},
+                                            {"watch", "CPUP", "--every", "1"},
+                                            {"schema", "CPUP"},
+                                            {"status"},
+                                            {"records"},
+                                            {"config"},
+                                            {"config", "set", "3", "x"}};
   for (std::vector<std::string> words : cases) {
     words.insert(words.end(), {"--socket", server.Path()});
     const Outcome run = RunProgram(QMTCTL_PATH, words);

@@ -6,7 +6,13 @@
 
 namespace {
 
-Field MeaningOf(const char* label, const char* meaning) { return {label, "long", 0, 4, meaning}; }
+Field MeaningOf(const char* label, const char* meaning) {
+  return {label, "long", 0, 4, meaning, ""};
+}
+
+Field InGroup(const char* label, const char* group) {
+  return {label, "float", 0, 4, "gauge", group};
+}
 
 TEST(Csv, QuotesAsItMust) {
   const Json rows = Json::parse(R"([
@@ -34,6 +40,50 @@ TEST(Rows, ShowTimesAndFloatsForPeople) {
   // Without a layout nothing is known to be a time.
   record.schema.fields.clear();
   EXPECT_NE(RowsText(record, Screen{}).find("1700000000"), std::string::npos);
+}
+
+TEST(Rows, StandUnderTheHeadingsOfTheSchema) {
+  ::setenv("TZ", "UTC", 1);
+  ShownRecord record;
+  record.schema.fields = {MeaningOf("Record Time", "time"), InGroup("Run Queue", "Load"),
+                          InGroup("Free Mem %", "Memory"),  InGroup("Total", "Memory"),
+                          InGroup("Used", "Memory"),        InGroup("Users", "Load")};
+  record.answer.rows = Json::parse(R"([{"Record Time": 1700000000, "Run Queue": 0.25,
+    "Free Mem %": 12.5, "Total": 1024, "Used": null, "Users": 3, "New": "x\u001b"}])");
+  EXPECT_EQ(RowsText(record, Screen{}),
+            "  Record Time  2023-11-14 22:13:20    New                        x\\x1B\n"
+            "\n"
+            "Load\n"
+            "  Run Queue                   0.25    Users                          3\n"
+            "\n"
+            "Memory\n"
+            "  Free Mem %                  12.5    Used                           -\n"
+            "  Total                       1024\n");
+
+  // Too narrow for two of the widest pair: the groups of short ones keep their columns.
+  Screen narrow;
+  narrow.width = 40;
+  narrow.color = true;
+  EXPECT_EQ(RowsText(record, narrow),
+            "  Record Time  2023-11-14 22:13:20\n"
+            "  New                        x\\x1B\n"
+            "\n"
+            "\x1b[1mLoad\x1b[0m\n"
+            "  Run Queue  0.25    Users         3\n"
+            "\n"
+            "\x1b[1mMemory\x1b[0m\n"
+            "  Free Mem %  12.5    Used           -\n"
+            "  Total       1024\n");
+
+  // A second row follows below; a third column where there is room for it.
+  record.answer.rows.push_back(record.answer.rows[0]);
+  Screen wide;
+  wide.width = 106;
+  const std::string text = RowsText(record, wide);
+  EXPECT_NE(text.find("\n\n  Record Time"), std::string::npos) << text;
+  EXPECT_NE(text.find("12.5    Total                       1024    Used "), std::string::npos)
+      << text;
+  EXPECT_NE(SchemaText(record.schema, Screen{}).find("gauge    Memory\n"), std::string::npos);
 }
 
 TEST(Rows, JsonKeepsTheOrderAndTheTexts) {

@@ -8,6 +8,7 @@
 #include "node/local/LineBuffer.h"
 #include "node/local/RecordJson.h"
 #include "tests/local/FakeAgent.h"
+#include "tests/local/FakePeer.h"
 
 namespace {
 
@@ -82,21 +83,6 @@ TEST(RecordJsonTest, ValuesAreShownWithTheirOwnPrecisionAndWithinBounds) {
             "\"time\":2147483647.999999,\"double\":0.1}");
 }
 
-class FakePeer : public ControlPeer {
- public:
-  explicit FakePeer(Rights rights) : m_rights(rights) {}
-  [[nodiscard]] Rights PeerRights() const override { return m_rights; }
-  [[nodiscard]] bool IsGone() const override { return false; }
-  [[nodiscard]] std::size_t OutputLimit() const override { return 1 << 20; }
-  [[nodiscard]] RequestBook& Requests() override { return m_requests; }
-  void Answer(std::string line) override { answers.push_back(std::move(line)); }
-  std::vector<std::string> answers;
-
- private:
-  Rights m_rights;
-  RequestBook m_requests;
-};
-
 TEST(ControlOperationsTest, EachOperationNeedsItsRight) {
   EventLoop loop;
   BatchDesk desk;
@@ -120,6 +106,10 @@ TEST(ControlOperationsTest, EachOperationNeedsItsRight) {
   const char* shutdown = R"({"op":"shutdown","id":7})";
   EXPECT_TRUE(isDenied(Rights::kNone, R"({"op":"get","records":[],"id":7})"));
   EXPECT_TRUE(isDenied(Rights::kRead, shutdown));
+  const char* change = R"({"op":"config_set","id":7})";
+  EXPECT_TRUE(isDenied(Rights::kNone, R"({"op":"config","id":7})"));
+  EXPECT_TRUE(isDenied(Rights::kRead, change));
+  EXPECT_FALSE(isDenied(Rights::kChange, change));
   EXPECT_FALSE(isDenied(Rights::kChange, shutdown));
 }
 

@@ -26,6 +26,12 @@ class FakeAgent : public CMBAgent,
   int NotifyEvent(CMBMultipleRecordRequestEvent* batch) override {
     return onBatch ? onBatch(*batch) : kNotifyDone;
   }
+  int NotifyEvent(CMBNodeConfigRequest* root) override {
+    return onConfig ? onConfig(*root) : kNotifyDone;
+  }
+  int NotifyEvent(CMBNodeConfigUpdate* update) override {
+    return onUpdate ? onUpdate(*update) : kNotifyNotValid;
+  }
   int NotifyEvent(CMBSocketEvent* event) override {
     onSocket(*event);
     return kNotifyDone;
@@ -39,6 +45,8 @@ class FakeAgent : public CMBAgent,
   }
 
   std::function<int(CMBMultipleRecordRequestEvent&)> onBatch;
+  std::function<int(CMBNodeConfigRequest&)> onConfig;
+  std::function<int(CMBNodeConfigUpdate&)> onUpdate;
   std::function<void(int descriptor)> onSocket;
 };
 

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <climits>
 #include <csignal>
 #include <random>
 #include <string>
@@ -105,6 +106,10 @@ TEST(IniText, SetChangesNothingElse) {
       {"[A]\nk =\nj=3", "A", "", "l", "v", "[A]\nk =\nj=3\nl = v\n"},
       {"[A]\r\nk = 1\r\n", "A", "", "k", "2", "[A]\r\nk = 2\r\n"},
       {"[A]\r\nk = 1\r\n", "A", "", "j", "2", "[A]\r\nk = 1\r\nj = 2\r\n"},
+      {"[A]\nk = \nj=3", "A", "", "k", "v", "[A]\nk = v\nj=3"},
+      {"[A]\r\nk= \t\r\n", "A", "", "k", "v", "[A]\r\nk= v\r\n"},
+      {"[A]\nk =", "A", "", "k", "v", "[A]\nk =v"},
+      {"[A]\nk =  ", "A", "", "k", "v", "[A]\nk = v"},
       {"[A\nk = 1", "A", "", "k", "2", "[A\nk = 1\n\n[A]\nk = 2\n"},
   };
   for (const Case& c : cases) {
@@ -195,7 +200,7 @@ TEST(LocalIniFile, ReadsAsTheContractSays) {
   EXPECT_STREQ(small.data(), "some");
   EXPECT_EQ(ini->ReadString(nullptr, 5, "k", nullptr, nullptr, nullptr, 0), 0);
   const std::vector<std::pair<const char*, long>> numbers{
-      {"n", -12}, {"p", 5}, {"bad", 77}, {"big", 77}, {"sign", 77}, {"none", 77}, {"k", 77}};
+      {"n", -12}, {"p", 5}, {"bad", 77}, {"big", LONG_MAX}, {"sign", 77}, {"none", 77}, {"k", 77}};
   for (const auto& [key, expected] : numbers) {
     long value = 77;
     EXPECT_EQ(ini->ReadLong(&value, key, "A", nullptr, nullptr), expected == 77 ? 0 : 1) << key;
@@ -265,13 +270,85 @@ TEST(LocalIniFile, AFailedWriteLeavesFileAndMemory) {
   EXPECT_EQ(ReadText(*lost, "k", "A"), "");
 }
 
+TEST(LocalIniFile, AValueReadsBackAsItWasOrIsNotWritten) {
+  const struct {
+    std::string value;
+    const char* refusal;  ///< null if the value is kept
+  } cases[] = {
+      {"../../etc/passwd", nullptr},
+      {"$(touch x); `y` | z && \"q\" 'r' \\", nullptr},
+      {"# no ; comment = [here]", nullptr},
+      {"[Node]", nullptr},
+      {"a\tb\v\f\x01\x1b[31m\x7f\x9b\xff\xEF\xBB\xBF", nullptr},
+      {"\x1b]0;title\x07", nullptr},
+      {std::string(5000, 'x'), nullptr},
+      {"", nullptr},
+      {"a\nb", "line end"},
+      {"a\rb", "line end"},
+      {"a\n", "line end"},
+      {"\r\n[Node]\r\nk = v", "line end"},
+      {" a", "blank"},
+      {"a ", "blank"},
+      {" ", "blank"},
+      {"\ta", "blank"},
+      {"a\t", "blank"},
+      {"a\v", "blank"},
+      {"\fa", "blank"},
+  };
+  for (const auto& entry : cases) {
+    SCOPED_TRACE(testing::PrintToString(entry.value.substr(0, 40)));
+    const TempFolder folder;
+    const std::string before = "[A]\nk = old\n[Node]\nk = other\n";
+    WriteFile(folder.Path() / "qmtagt.ini", before);
+    const auto ini = OpenIn(folder);
+    std::string problem;
+    ini->OnWriteProblem([&problem](const std::string& text) { problem = text; });
+    const bool isKept = entry.refusal == nullptr;
+    EXPECT_EQ(ini->WriteString(entry.value.c_str(), "k", "A", nullptr, nullptr, 0), isKept ? 1 : 0);
+    EXPECT_THAT(problem, isKept ? HasSubstr("") : HasSubstr(entry.refusal));
+    std::array<char, 6000> out{};
+    const auto again = OpenIn(folder);
+    again->ReadString(out.data(), out.size(), "k", "A", nullptr, nullptr, 0);
+    EXPECT_EQ(out.data(), isKept ? entry.value : "old");
+    EXPECT_EQ(ReadText(*again, "k", "Node"), "other");
+    EXPECT_EQ(folder.Read("qmtagt.ini") == before, !isKept);
+  }
+}
+
+TEST(LocalIniFile, AReadOnlyFileIsNotWritten) {
+  const TempFolder folder;
+  WriteFile(folder.Path() / "qmtagt.ini", "[A]\nk = 1\n");
+  fs::permissions(folder.Path() / "qmtagt.ini", fs::perms{0444});
+  const auto ini = OpenIn(folder);
+  std::string problem;
+  ini->OnWriteProblem([&problem](const std::string& text) { problem = text; });
+  EXPECT_EQ(ini->WriteString("2", "k", "A", nullptr, nullptr, 0), 0);
+  EXPECT_EQ(problem, (folder.Path() / "qmtagt.ini").string() + ": read-only");
+  EXPECT_EQ(folder.Read("qmtagt.ini"), "[A]\nk = 1\n");
+}
+
 TEST(LocalIniFile, WhatIsNoIniFileIsNotOpened) {
   const TempFolder folder;
   ASSERT_EQ(::mkfifo((folder.Path() / "pipe").c_str(), 0600), 0);
   WriteFile(folder.Path() / "long", std::string(LocalIniFile::kMaxSize + 1, '\n'));
   WriteFile(folder.Path() / "limit", std::string(LocalIniFile::kMaxSize, '\n'));
+  WriteFile(folder.Path() / "binary", std::string("\x7f"
+                                                  "ELF\0[A]\nk = 1\n",
+                                                  15));
+  WriteFile(folder.Path() / "noise", "# text\n\x89PNG\x1a\n\xff\xfe=[\n");
+  std::string mixed = "[A]\nk = 1\n";
+  for (int line = 0; line < 10; ++line) {
+    mixed += "some other text\n";
+  }
+  WriteFile(folder.Path() / "mixed", mixed);
+  WriteFile(folder.Path() / "comments", "# text\n; more\n\n");
   const std::vector<std::pair<std::string, std::string>> cases{
-      {"pipe", "no regular file"}, {".", "no regular file"}, {"long", "longer than 1048576 bytes"}};
+      {"pipe", "no regular file"},
+      {".", "no regular file"},
+      {"long", "longer than 1048576 bytes"},
+      {"binary", "zero byte"},
+      {"mixed", "mixed:3: neither section, comment nor key = value; so it is in most lines"},
+      {"noise", "noise:2: neither section, comment nor key = value; there is no section"}};
   for (const auto& [name, reason] : cases) {
     std::string error;
     EXPECT_EQ(LocalIniFile::Open(folder.Path(), name, error), nullptr);
@@ -280,4 +357,10 @@ TEST(LocalIniFile, WhatIsNoIniFileIsNotOpened) {
   }
   std::string error;
   EXPECT_NE(LocalIniFile::Open(folder.Path(), "limit", error), nullptr) << error;
+  EXPECT_NE(LocalIniFile::Open(folder.Path(), "comments", error), nullptr) << error;
+  // What became something else meanwhile is not written over.
+  const auto ini = OpenIn(folder);
+  fs::rename(folder.Path() / "binary", folder.Path() / "qmtagt.ini");
+  EXPECT_EQ(ini->WriteString("2", "k", "A", nullptr, nullptr, 0), 0);
+  EXPECT_EQ(folder.Read("qmtagt.ini").size(), 15U);
 }

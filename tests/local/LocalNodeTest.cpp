@@ -282,6 +282,26 @@ TEST_F(LocalNodeTest, ABatchThatYieldsServesOthersWhileASecondBatchAndAGoneClien
   EXPECT_EQ(objectsAtEnd, 1);
 }
 
+TEST_F(LocalNodeTest, AChangeOfAClientThatHangsUpIsMadeAllTheSame) {
+  std::atomic<int> updates{0};
+  agent->onUpdate = [&](CMBNodeConfigUpdate&) {
+    ++updates;
+    return 0;
+  };
+  Serve([&] {
+    for (int i = 1; i <= 20; ++i) {
+      TestClient gone;
+      EXPECT_TRUE(gone.Send(R"({"op":"config_set","item":3,"value":"x"})"));
+      gone.Hangup();
+      TestClient next;
+      while (updates < i) {
+        ASSERT_TRUE(next.Ask(R"({"op":"config"})")["ok"]);
+      }
+    }
+  });
+  EXPECT_EQ(updates, 20);
+}
+
 TEST_F(LocalNodeTest, AShutdownAnswersThoseWhoStillWait) {
   std::atomic<bool> isBuilding{false};
   agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {

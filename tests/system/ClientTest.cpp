@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -92,6 +93,63 @@ TEST(ClientTest, WatchShowsABusyProcessorAndAScheduleKeepsItsRows) {
   const json rows = json::parse(last.output).at(0).at("rows");
   EXPECT_EQ(rows.size(), std::thread::hardware_concurrency());
   EXPECT_LE(rows.at(0).at("Interval").get<int>(), 3);
+}
+
+/// The value that the daemon's tree shows for an item; empty if it has none.
+std::string ValueOf(const json& folder, int item) {
+  for (const json& child : folder.at("children")) {
+    if (child.contains("children")) {
+      if (const std::string value = ValueOf(child, item); !value.empty()) {
+        return value;
+      }
+    } else if (child.at("id") == item) {
+      return child.at("value");
+    }
+  }
+  return "";
+}
+
+TEST(ClientTest, ASettingIsShownChangedAndKept) {
+  const ProductRoot root("[Node]\nMessage Log Level=20\n");
+  const std::string ini = "opt/qmtrx/mond/agent/qmtagt.ini";
+  Daemon daemon(root, "errors");
+  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  const auto shown = [&root](int item) {
+    return ValueOf(json::parse(AskDaemon(root, "config --json").output), item);
+  };
+  EXPECT_EQ(shown(15), "1440");
+  EXPECT_NE(AskDaemon(root, "config").output.find("15  User Defined Record DataMaxCount: 1440\n"),
+            std::string::npos);
+
+  const struct {
+    const char* words;
+    int exitValue;
+    const char* line;  ///< of the ini file afterwards
+  } cases[] = {
+      {"15 99", 0, "User Defined Record DataMaxCount = 99\n"},
+      {"15 0", 3, "User Defined Record DataMaxCount = 99\n"},
+      {"15 +5", 3, "User Defined Record DataMaxCount = 99\n"},
+      {"4 '../$(id);`x` \x1b'", 0, "Messages File = ../$(id);`x` \x1b\n"},
+      {"4 'a\n[Node]'", 4, "Messages File = ../$(id);`x` \x1b\n"},
+      {"5 ' /var/pacct'", 4, "Accounting File = /var/adm/pacct\n"},
+      {"5 ''", 3, "Accounting File = /var/adm/pacct\n"},
+      {"6 No", 3, "Use Accounting Data = Y\n"},
+      {"6 1", 0, "Use Accounting Data = N\n"},
+      {"22 Nobody", 3, "Use Accounting Data = N\n"},
+      {"1003 5-9", 3, "Use Accounting Data = N\n"},
+  };
+  for (const auto& entry : cases) {
+    const Outcome outcome = AskDaemon(root, std::string("config set ") + entry.words + " 2>&1");
+    EXPECT_EQ(outcome.exitValue, entry.exitValue) << entry.words << ": " << outcome.output;
+    EXPECT_NE(root.Read(ini).find(entry.line), std::string::npos) << entry.words;
+  }
+  EXPECT_EQ(shown(15), "99");
+  EXPECT_NE(daemon.Errors().find("the value holds a line end"), std::string::npos);
+  EXPECT_NE(daemon.Errors().find("QMTX10203-W"), std::string::npos);
+
+  std::filesystem::permissions(root.Path() / ini, std::filesystem::perms{0444});
+  EXPECT_EQ(AskDaemon(root, "config set 15 7 2>&1").exitValue, 4);
+  EXPECT_EQ(shown(15), "99");
 }
 
 }  // namespace
