@@ -146,7 +146,6 @@ TEST_F(RecordBuilderTest, OptionalRecordsFile) {
     EXPECT_EQ(builder.Init(), nullptr);
     EXPECT_EQ(builder.IsUFSSEnabled() != 0, c.enabled);
     EXPECT_EQ(builder.HasNoOptionalRecords(), !c.enabled);
-    EXPECT_EQ(LayoutRegistry::Instance().FindListing("UFSS", '3') != nullptr, c.enabled);
     if (*c.trace != '\0') {
       EXPECT_FALSE(ScriptedNode::Instance().LinesWith(c.trace).empty());
     }
