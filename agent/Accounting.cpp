@@ -1,6 +1,7 @@
 #include <cerrno>
 
 #include "agent/UnixAgent.h"
+#include "collect/AcctSourceLINUX.h"
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
@@ -19,7 +20,7 @@ int UnixAgent::IsSystemAcctOn(const char* file) {
 bool UnixAgent::ShouldStopAccounting() const {
   TraceEntry("UnixAgent::ShouldStopAccounting");
   bool shouldStop = true;
-  if (m_wasAccountingOn) {
+  if (m_wasAccountingOn || AcctSourceUser::AccountingWasOn()) {
     Trace(20, kInformation, "Accounting was enabled before Unix Agent startup.");
     shouldStop = false;
   } else if (m_useAccounting != "Y") {

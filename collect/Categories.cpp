@@ -6,6 +6,7 @@
 #include "collect/CPUSourceLINUX.h"
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
+#include "collect/DeviceSourceLINUX.h"
 #include "collect/InterfaceSourceLINUX.h"
 #include "collect/ProcessSourceLINUX.h"
 #include "collect/ProtocolSourceLINUX.h"
@@ -42,7 +43,8 @@ constexpr std::array kCategories{
     Category{COLLECT_PROTOCOL, "Protocol", "protocol",
              ReadOne<ProtocolSourceUser, &Collector::GetProtocol>},
     Category{COLLECT_MESSAGES, "Messages", "messages", kNoSource},
-    Category{COLLECT_DEVICE, "Device", "device", kNoSource},
+    Category{COLLECT_DEVICE, "Device", "device",
+             ReadAll<DeviceIOSourceUser, &Collector::GetDevice>},
     Category{COLLECT_SEMAPHORE, "Semaphore", "semaphore", kNoSource},
     Category{COLLECT_SHARED_MEMORY, "Shared Memory", "shared_memory", kNoSource},
     Category{COLLECT_IPC, "IPC", "ipc", kNoSource},

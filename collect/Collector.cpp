@@ -3,9 +3,11 @@
 #include <chrono>
 #include <string>
 
+#include "collect/AcctRecord.h"
 #include "collect/CPUSourceLINUX.h"
 #include "collect/Categories.h"
 #include "collect/CategoryFlags.h"
+#include "collect/DeviceSourceLINUX.h"
 #include "collect/FileStatArgs.h"
 #include "collect/InterfaceSourceLINUX.h"
 #include "collect/ProcessSourceLINUX.h"
@@ -90,6 +92,8 @@ UtlError* CategoryStep::Finish(UtlError* error, std::size_t entities) {
 Collector::Collector()
     : m_pCPU(std::make_unique<std::vector<CPU>>()),
       m_pProcess(std::make_unique<std::vector<Process>>()),
+      m_pAcct(std::make_unique<std::vector<Acct>>()),
+      m_pDevice(std::make_unique<std::vector<DeviceIO>>()),
       m_pSystem(std::make_unique<System>()),
       m_pProtocol(std::make_unique<Protocol>()),
       m_pInterface(std::make_unique<std::vector<Interface>>()),

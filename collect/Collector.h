@@ -5,7 +5,9 @@
 #include <span>
 #include <vector>
 
+class Acct;
 class CPU;
+class DeviceIO;
 class Interface;
 class Process;
 class Protocol;
@@ -35,6 +37,9 @@ class Collector {
   /// The categories' figures: never null, owned by the collector, valid for its life.
   [[nodiscard]] std::vector<CPU>* GetCPU() const { return m_pCPU.get(); }
   [[nodiscard]] std::vector<Process>* GetProcess() const { return m_pProcess.get(); }
+  /// Processes that ended; no category fills it.
+  [[nodiscard]] std::vector<Acct>* GetAcct() const { return m_pAcct.get(); }
+  [[nodiscard]] std::vector<DeviceIO>* GetDevice() const { return m_pDevice.get(); }
   [[nodiscard]] System* GetSystem() const { return m_pSystem.get(); }
   [[nodiscard]] Protocol* GetProtocol() const { return m_pProtocol.get(); }
   [[nodiscard]] std::vector<Interface>* GetInterface() const { return m_pInterface.get(); }
@@ -46,6 +51,8 @@ class Collector {
  private:
   std::unique_ptr<std::vector<CPU>> m_pCPU;
   std::unique_ptr<std::vector<Process>> m_pProcess;
+  std::unique_ptr<std::vector<Acct>> m_pAcct;
+  std::unique_ptr<std::vector<DeviceIO>> m_pDevice;
   std::unique_ptr<System> m_pSystem;
   std::unique_ptr<Protocol> m_pProtocol;
   std::unique_ptr<std::vector<Interface>> m_pInterface;

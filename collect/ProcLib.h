@@ -13,6 +13,7 @@
 #include "support/TextFile.h"
 
 class UtlError;
+struct DeviceId;
 
 /// One line of a /proc file with its terminator. A longer line is read in pieces, each of which
 /// counts as a line.
@@ -81,6 +82,10 @@ class ProcLib {
   [[nodiscard]] static int GetBootTime();
   /// Seconds since the start; -1 on failure.
   [[nodiscard]] static int GetUpTime();
+
+  /// Appends the whole disks of /proc/partitions, in the file's order, going by MajorTable. Returns
+  /// how many; -1 if the file cannot be opened.
+  [[nodiscard]] static int GetNumDevices(std::vector<DeviceId>& devices);
 
   /// Forgets processor count and boot time, for a process that changes its host root.
   static void ResetCaches();

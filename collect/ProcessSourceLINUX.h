@@ -107,6 +107,23 @@ class Process : public x_proc {
   [[nodiscard]] std::string_view GetCmdline() const {
     return {cmdline.data(), ::strnlen(cmdline.data(), cmdline.size())};
   }
+
+  // What the kernel's process files don't tell: zero for a process that the source has delivered.
+  std::uint32_t contextSwitches = 0;
+  std::uint32_t signals = 0;
+  std::uint32_t reads = 0;
+  std::uint32_t writes = 0;
+  std::uint32_t blockOps = 0;
+  std::uint32_t ioKbytes = 0;
+  std::int32_t snapshotTime = 0;  ///< of the list that the process stands in, since 1970
+
+  // What accounting tells of an ended process.
+  std::uint32_t died = 0;  ///< 1 for a process from the accounting list
+  tagUTIME endTime;
+  std::uint32_t accountingFlags = 0;
+  std::int32_t exitStatus = 0;
+  std::uint32_t memCharge = 0;
+  std::array<char, 9> accountingCommand{};
 };
 
 /// Walks /proc and gives one row per process, from its stat, statm, status, cmdline, cwd and root.

@@ -12,9 +12,13 @@ void TraceBackwardCounter(const char* traceName, const Values&... values) {
 
 }  // namespace
 
+void TraceCounterFell(const char* traceName, std::uint32_t current, std::uint32_t previous) {
+  TraceBackwardCounter(traceName, current, previous);
+}
+
 std::uint32_t CounterDelta(std::uint32_t current, std::uint32_t previous, const char* traceName) {
   if (current < previous) {
-    TraceBackwardCounter(traceName, current, previous);
+    TraceCounterFell(traceName, current, previous);
   }
   return current - previous;
 }

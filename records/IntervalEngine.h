@@ -38,6 +38,23 @@ struct FloatRateField {
   Float Record::*rate;
   Float Record::*counter;
 };
+template <class Record>
+struct DoubleRateField {
+  Float Record::*rate;
+  Double Record::*counter;
+};
+
+/// The record that a row is published as: the row itself, or for a row with more members than its
+/// record, which it then derives from, its `PublishedRecord`.
+template <class Row>
+struct PublishedAs {
+  using Record = Row;
+};
+template <class Row>
+requires requires { typename Row::PublishedRecord; }
+struct PublishedAs<Row> {
+  using Record = typename Row::PublishedRecord;
+};
 
 /// What a rate over a zero interval costs: the rest of the build, or the one row.
 enum class RateFailure { kEndsBuild, kSkipsRow };
@@ -55,11 +72,19 @@ struct IntervalFamily {
   RateFailure rateFailure = RateFailure::kEndsBuild;
   std::span<const FloatCounterField<Record>> floatCounters = {};
   std::span<const FloatRateField<Record>> floatRates = {};
-  /// Ends the subtraction: may correct the difference `row` and the row `raw` that it was made from
-  /// and that is kept for the next interval. Null for none.
+  /// Ends the subtraction: may correct the difference `row`, whose fields of no table still hold
+  /// their current values, and the row `raw` that it was made from and that is kept for the next
+  /// interval. Null for none.
   void (*amend)(Record& row, Record& raw, const Record& previous) = nullptr;
+  std::span<const DoubleRateField<Record>> doubleRates = {};
+  /// Whether a finished row counts less than its predecessor. A real-time row that does is dumped
+  /// but not output. Null for never.
+  bool (*movedBackwards)(const typename PublishedAs<Record>::Record& row,
+                         const typename PublishedAs<Record>::Record& predecessor) = nullptr;
 };
 
+/// Traces at level 20 that a counter went backwards.
+void TraceCounterFell(const char* traceName, std::uint32_t current, std::uint32_t previous);
 /// current - previous, wrapping at 32 bits; a counter that went backwards is traced at level 20.
 [[nodiscard]] std::uint32_t CounterDelta(std::uint32_t current, std::uint32_t previous,
                                          const char* traceName);
@@ -148,6 +173,9 @@ template <class Record>
   for (const FloatRateField<Record>& rate : family.floatRates) {
     row.*rate.rate = (row.*rate.counter + 0.0F) / seconds;
   }
+  for (const DoubleRateField<Record>& rate : family.doubleRates) {
+    row.*rate.rate = static_cast<float>((row.*rate.counter + 0.0) / static_cast<double>(seconds));
+  }
   return nullptr;
 }
 
@@ -155,6 +183,9 @@ template <class Record>
 template <class Record>
 class IntervalBuild {
  public:
+  /// What is output, and what the node hands back as the request's last answer.
+  using Published = typename PublishedAs<Record>::Record;
+
   /// `first` tells that the request has not been served before; `upTime` is in seconds. All is
   /// referred to for the life of the build.
   IntervalBuild(const IntervalFamily<Record>& family, RawRows<Record>& rawRows,
@@ -178,10 +209,16 @@ class IntervalBuild {
     if (!m_withRates) {
       row.interval = static_cast<std::uint32_t>(row.recordTime);
     }
-    derive(row, m_withRates ? nullptr : Predecessor(row));
-    if (m_event.IsRealtime() != 0 || !m_first) {
+    const bool realtime = m_event.IsRealtime() != 0;
+    const bool mayBeWithheld = realtime && m_family.movedBackwards != nullptr;
+    const Published* predecessor = !m_withRates || mayBeWithheld ? Predecessor(row) : nullptr;
+    derive(row, m_withRates ? nullptr : predecessor);
+    if (realtime || !m_first) {
       DumpRecord(row, m_rows);
-      m_event.m_records.push_back(new typename RecordTraits<Record>::Class(&row));
+      if (!mayBeWithheld || predecessor == nullptr || !m_family.movedBackwards(row, *predecessor)) {
+        m_event.m_records.push_back(new typename RecordTraits<Published>::Class(&row));
+        ++m_output;
+      }
     }
     ++m_rows;
     return nullptr;
@@ -190,10 +227,11 @@ class IntervalBuild {
   [[nodiscard]] bool WithRates() const { return m_withRates; }
   /// Rows processed, output or not.
   [[nodiscard]] int RowCount() const { return m_rows; }
+  [[nodiscard]] int OutputCount() const { return m_output; }
 
  private:
   Record InMode(const Record& raw) {
-    constexpr const char* kName = RecordTraits<Record>::kName;
+    constexpr const char* kName = RecordTraits<Published>::kName;
     if (m_event.IsRealtime() == 0) {
       Trace(30, kInformation, "%1 - Processing Interval Request.", kName);
       return m_rawRows.Replace(m_family, raw);
@@ -213,16 +251,16 @@ class IntervalBuild {
       return error;
     }
     Trace(30, kWarning, "Unable to process %1 record: %2 : Record skipped.",
-          RecordTraits<Record>::kName, error->GetMessage());
+          RecordTraits<Published>::kName, error->GetMessage());
     return nullptr;
   }
 
   /// The row of the request's last answer that has the same identity; owned by the framework.
-  const Record* Predecessor(const Record& row) const {
-    const typename RecordTraits<Record>::Class sample(&row);
+  const Published* Predecessor(const Record& row) const {
+    const typename RecordTraits<Published>::Class sample(&row);
     for (const CMBRecord* record : m_event.PreviousRecords()) {
-      if (record->GetRecSize() == static_cast<int>(sizeof(Record)) && sample == *record) {
-        return static_cast<const Record*>(record->GetRecStart());
+      if (record->GetRecSize() == static_cast<int>(sizeof(Published)) && sample == *record) {
+        return static_cast<const Published*>(record->GetRecStart());
       }
     }
     return nullptr;
@@ -235,4 +273,5 @@ class IntervalBuild {
   std::uint32_t m_upTime;
   bool m_withRates;
   int m_rows = 0;
+  int m_output = 0;
 };

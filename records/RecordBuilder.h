@@ -60,6 +60,16 @@ class RecordBuilder {
   /// Builders of records, each in the file of its record.
   UtlError* Build_PI(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* Build_CPUP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_DEVD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_DEVS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  /// Behind no row of the table of records.
+  UtlError* Build_TAPS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_PDS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_PGM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_TERM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_USER(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Yields no record: the accounting figures travel with the processes.
   UtlError* BuildPD_ACCT(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
 

@@ -34,6 +34,7 @@ OsCalls& Os() {
       .socket = ::socket,
       .ioctl = RealIoctl,
       .acct = ::acct,
+      .stat = ::stat,
       .time = ::time,
       .gettimeofday = RealGettimeofday,
   };

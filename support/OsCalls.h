@@ -4,6 +4,7 @@
 #include <net/if.h>
 #include <pwd.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
 #include <sys/utsname.h>
@@ -25,6 +26,7 @@ struct OsCalls {
   int (*socket)(int domain, int type, int protocol);
   int (*ioctl)(int fd, unsigned long request, struct ::ifreq*);
   int (*acct)(const char* file);
+  int (*stat)(const char* path, struct ::stat*);
   std::time_t (*time)(std::time_t*);
   int (*gettimeofday)(struct ::timeval*);
 };

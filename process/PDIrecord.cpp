@@ -1,0 +1,225 @@
+#include "process/PDIrecord.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "collect/Collector.h"
+#include "process/ExpandProcessList.h"
+#include "process/ProcessRow.h"
+#include "records/RecordDump.h"
+#include "records/UserObjects.h"
+#include "support/OsCalls.h"
+
+namespace {
+
+using Row = recordPD_PDI;
+constexpr std::string_view kDefunct = "<defunct>";
+
+struct PDIState : FamilyState {
+  PDIRows rows;
+};
+
+/// The process list of the request's last interval.
+class PDIObject : public CMBUserObject {
+ public:
+  struct Listed {
+    std::int32_t pid;
+    std::int32_t startTime;
+  };
+  std::vector<Listed> m_processes;
+};
+
+void SortByProcessId(ProcessList& list) {
+  std::stable_sort(list.rows.begin(), list.rows.end(),
+                   [](const Process* a, const Process* b) { return a->GetPid() < b->GetPid(); });
+}
+
+void TraceListed(std::int32_t pid, std::int32_t startTime) {
+  Trace(30, kInformation, "process %1 of start time %2", pid, startTime);
+}
+
+void TraceLists(const PDIObject& object, const ProcessList& list) {
+  if (!IsTraced(30)) {
+    return;
+  }
+  Trace(30, kInformation, "BuildPD_PDI: oldProcessList\n");
+  for (const PDIObject::Listed& listed : object.m_processes) {
+    TraceListed(listed.pid, listed.startTime);
+  }
+  Trace(30, kInformation, "BuildPD_PDI: ProcessList\n");
+  for (const Process* process : list.rows) {
+    TraceListed(process->GetPid(), process->GetStartTime().seconds);
+  }
+}
+
+void KeepList(PDIObject& object, const ProcessList& list) {
+  object.m_processes.clear();
+  object.m_processes.reserve(list.rows.size());
+  for (const Process* process : list.rows) {
+    object.m_processes.push_back({process->GetPid(), process->GetStartTime().seconds});
+  }
+}
+
+bool IsNegative(const tagUTIME& time) { return time.seconds < 0 || time.microseconds < 0; }
+
+/// The difference of a total that wraps at 4 Gbytes.
+float IoKbytesDelta(float current, float previous) {
+  constexpr double kWrapsAbove = 2097152.0;
+  constexpr double kWrap = 4194303.9990234375;
+  const float delta = current - previous;
+  if (!(delta < 0.0F)) {
+    return delta;
+  }
+  return current > kWrapsAbove ? static_cast<float>(delta + kWrap) : 0.0F;
+}
+
+/// One pass over the processes of one request.
+class PDIBuild {
+ public:
+  PDIBuild(const CMBRecordRequestEvent& event, std::uint32_t processors)
+      : m_processors(processors),
+        m_realtime(event.IsRealtime() != 0),
+        m_withRates(event.ShouldCalcRates() != 0),
+        m_previousRows(m_realtime ? &event.PreviousRecords() : nullptr) {}
+
+  /// The finished row of an interval, from a row that holds its difference.
+  void FinishInterval(Row& row) const {
+    const auto seconds = static_cast<std::int32_t>(static_cast<std::uint32_t>(row.interval));
+    SetAverageIo(row);
+    SetCpuPercent(row, CpuOf(row), seconds, m_processors);
+    SetRates(row, IoOf(row), m_withRates ? seconds : 1);
+  }
+
+  /// The finished row of a look on demand: the totals stay, `CPU %` and with rates the rate fields
+  /// are of the time since the last look or since the start.
+  void FinishLook(Row& row) const {
+    const Row* previous = m_previousRows.Find(row);
+    const Row birth = NewRow<Row>(row.startTime);
+    const Row& from = previous == nullptr ? birth : *previous;
+    const std::int64_t seconds = SecondsBetween(from.recordTime, row.recordTime);
+    SetCpuPercent(row, CpuOf(row) - CpuOf(from), seconds, m_processors);
+    if (!m_withRates) {
+      SetRates(row, IoOf(row), 1);
+      return;
+    }
+    row.interval = static_cast<std::uint32_t>(std::max<std::int64_t>(seconds, 0));
+    SetRates(row,
+             {row.reads - from.reads, row.writes - from.writes, row.totalIoOps - from.totalIoOps,
+              IoKbytesDelta(row.totalIoKbytes, from.totalIoKbytes)},
+             seconds);
+  }
+
+  [[nodiscard]] bool IsRealtime() const { return m_realtime; }
+
+ private:
+  std::uint32_t m_processors;
+  bool m_realtime;
+  bool m_withRates;
+  PreviousRows<Row> m_previousRows;
+};
+
+}  // namespace
+
+PDIFigures::PDIFigures(const recordPD_PDI& row)
+    : pid(row.pid),
+      startTime(row.startTime),
+      recordTime(row.recordTime),
+      userCpu(row.userCpu),
+      systemCpu(row.systemCpu),
+      totalIoKbytes(row.totalIoKbytes) {
+  for (std::size_t i = 0; i < kCounters.size(); ++i) {
+    counters[i] = row.*kCounters[i];
+  }
+}
+
+std::optional<PDIFigures> PDIRows::Take(std::int32_t pid, std::int32_t startTime, bool anyStart) {
+  auto row =
+      std::lower_bound(m_rows.begin(), m_rows.end(), pid,
+                       [](const Entry& entry, std::int32_t sought) { return entry.pid < sought; });
+  for (; row != m_rows.end() && row->pid == pid; ++row) {
+    if (!row->taken && (anyStart || row->startTime == startTime)) {
+      row->taken = true;
+      ++m_taken;
+      return *row;
+    }
+  }
+  return std::nullopt;
+}
+
+recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows,
+                         bool diedProcesses) {
+  const bool defunct = row.program.view().starts_with(kDefunct);
+  const std::optional<PDIFigures> found = oldRows.Take(row.pid, row.startTime, defunct);
+  if (found && defunct && !diedProcesses) {
+    row.startTime = found->startTime;
+    row.userCpu = tagUTIME{};
+    row.systemCpu = tagUTIME{};
+    row.totalIoKbytes = 0.0F;
+  }
+  PDIFigures old;
+  old.recordTime = row.startTime;
+  if (found) {
+    old = *found;
+  }
+
+  Row delta = row;
+  delta.interval =
+      static_cast<std::uint32_t>(row.recordTime) - static_cast<std::uint32_t>(old.recordTime);
+  const tagUTIME user = row.userCpu - old.userCpu;
+  const tagUTIME system = row.systemCpu - old.systemCpu;
+  const bool negative = IsNegative(user) || IsNegative(system);
+  delta.userCpu = negative ? tagUTIME{} : user;
+  delta.systemCpu = negative ? tagUTIME{} : system;
+  for (std::size_t i = 0; i < PDIFigures::kCounters.size(); ++i) {
+    Ulong& counter = delta.*PDIFigures::kCounters[i];
+    counter = counter - old.counters[i];
+  }
+  delta.totalIoKbytes = IoKbytesDelta(row.totalIoKbytes, old.totalIoKbytes);
+
+  if (row.endTime < row.startTime) {
+    newRows.Add(row);
+  }
+  return delta;
+}
+
+UtlError* RecordBuilder::BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  TraceEntry("RecordBuilder::BuildPD_PDI", AddressOf(pEvent), AddressOf(pRequest));
+  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
+  PDIObject& object = ClaimUserObject<PDIObject>(*pRequest).object;
+  ProcessList list(*m_pCollector->GetProcess());
+  SortByProcessId(list);
+  TraceLists(object, list);
+  const PDIBuild build(*pEvent, GetNumCPUs());
+  auto& kept = StateOf<PDIState>().rows;
+  auto& names = StateOf<BatchNames>();
+  names.Begin(m_cycle);
+
+  PDIRows newRows;
+  if (!build.IsRealtime()) {
+    newRows.Reserve(list.rows.size());
+  }
+  int count = 0;
+  for (const Process* process : list.rows) {
+    Row row = NewRow<Row>(now);
+    AttemptStep(kNoProcessData, *process, [&] {
+      FillProcessRow(row, *process, names);
+      if (build.IsRealtime()) {
+        build.FinishLook(row);
+      } else {
+        row = DeltaPD_PDI(row, kept, newRows, m_bGetDiedProcess != 0);
+        build.FinishInterval(row);
+      }
+    });
+    DumpRecord(row, count);
+    pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
+    ++count;
+  }
+  if (!build.IsRealtime()) {
+    kept = std::move(newRows);
+    KeepList(object, list);
+  }
+  TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, count);
+  TraceExit("RecordBuilder::BuildPD_PDI", 0);
+  return nullptr;
+}

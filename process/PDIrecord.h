@@ -1,0 +1,58 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "records/RecordStructures.h"
+
+/// The figures of a PDI row that the row of the next interval subtracts; a zero one stands for a
+/// process before its birth.
+struct PDIFigures {
+  static constexpr std::array kCounters{&recordPD_PDI::signalsRcvd,     &recordPD_PDI::majorFaults,
+                                        &recordPD_PDI::minorFaults,     &recordPD_PDI::swaps,
+                                        &recordPD_PDI::contextSwitches, &recordPD_PDI::reads,
+                                        &recordPD_PDI::writes,          &recordPD_PDI::totalIoOps};
+
+  PDIFigures() = default;
+  explicit PDIFigures(const recordPD_PDI& row);
+
+  std::int32_t pid = 0;
+  std::int32_t startTime = 0;
+  std::int32_t recordTime = 0;
+  tagUTIME userCpu;
+  tagUTIME systemCpu;
+  std::array<std::uint32_t, kCounters.size()> counters{};
+  float totalIoKbytes = 0.0F;
+};
+
+/// The cumulative figures of the processes of one interval.
+class PDIRows {
+ public:
+  /// Keeps the row's figures. Rows come by ascending process number.
+  void Add(const recordPD_PDI& row) { m_rows.emplace_back(row); }
+  /// Takes the first row of the process out; nothing if there is none. With `anyStart` a row that
+  /// has another start time counts too.
+  [[nodiscard]] std::optional<PDIFigures> Take(std::int32_t pid, std::int32_t startTime,
+                                               bool anyStart);
+  /// Rows not taken.
+  [[nodiscard]] std::size_t Size() const { return m_rows.size() - m_taken; }
+  void Reserve(std::size_t count) { m_rows.reserve(count); }
+
+ private:
+  struct Entry : PDIFigures {
+    using PDIFigures::PDIFigures;
+    bool taken = false;
+  };
+  std::vector<Entry> m_rows;
+  std::size_t m_taken = 0;
+};
+
+/// The difference of `row`, which holds cumulative figures, to the row of the same process in
+/// `oldRows`, or to its birth. The old row is taken out; `row` goes to `newRows` unless its process
+/// has ended. A row named "<defunct>" goes by its process number alone, and, unless ended processes
+/// are told of by accounting (`diedProcesses`), takes the old start time and drops CPU and I/O.
+[[nodiscard]] recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows,
+                                       bool diedProcesses);

@@ -1,0 +1,101 @@
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+
+#include "collect/Collector.h"
+#include "collect/DeviceMap.h"
+#include "process/ProcessSummary.h"
+#include "records/RecordBuilder.h"
+#include "records/RecordClasses.h"
+#include "records/RecordDump.h"
+#include "records/UserObjects.h"
+#include "support/OsCalls.h"
+#include "support/TraceLog.h"
+
+namespace {
+
+using Row = recordPD_PDS;
+
+struct PDSState : FamilyState {
+  std::unique_ptr<ProcessSummary> summary;
+  /// Kept for the accounting of ended processes.
+  std::int32_t endedProcesses = 0;
+};
+
+/// What the request's last record counted.
+class PDSUserObject : public CMBUserObject {
+ public:
+  std::int32_t previousCount = 0;
+  std::int32_t endedTotal = 0;
+  /// Of real-time requests only.
+  ProcessSamples previousProcesses;
+};
+
+constexpr std::uint32_t Unsigned(std::int32_t count) { return static_cast<std::uint32_t>(count); }
+
+void FillCounts(Row& row, const ProcessSummary& summary) {
+  row.processes = Unsigned(summary.GetProcessCount());
+  row.terminals = Unsigned(summary.GetActiveTerminalCount());
+  row.users = Unsigned(summary.GetUniqueUserCount());
+  row.activeUsers = Unsigned(summary.GetActiveUserCount());
+  row.activeUserProcesses = Unsigned(summary.GetActiveUserProcessCount());
+  row.activeSystemProcesses = Unsigned(summary.GetActiveSystemProcessCount());
+  row.memProcesses = Unsigned(summary.GetMemMgmtProcessCount());
+  row.runnableProcesses = Unsigned(summary.GetStateRunCount());
+  row.sleepingProcesses = Unsigned(summary.GetStateSleepCount());
+  row.swappedProcesses = Unsigned(summary.GetSwappedProcessCount());
+  row.zombieProcesses = Unsigned(summary.GetStateZombieCount());
+  row.stoppedProcesses = Unsigned(summary.GetStateStopCount());
+  row.daemonProcesses = Unsigned(summary.GetDaemonProcessCount());
+}
+
+/// What began and ended since the request's last record, told by the counts alone; `last` takes the
+/// new ones. With no last count nothing can be compared, so the figures of activity are 0 too.
+void FillArrivals(Row& row, std::int32_t count, PDSUserObject& last) {
+  Trace(30, kInformation, " Accounting is not effective.");
+  const std::int32_t previous = last.previousCount;
+  const std::int32_t arrived = std::max(count - previous, 0);
+  const std::int32_t ended = previous - (count - arrived);
+  if (previous == 0) {
+    row.terminals = 0U;
+    row.activeUsers = 0U;
+    row.activeUserProcesses = 0U;
+    row.activeSystemProcesses = 0U;
+  } else {
+    row.newProcesses = Unsigned(std::max(count - (previous - ended), 0));
+    row.terminatedProcesses = Unsigned(ended);
+  }
+  last.previousCount = count;
+  // The total may wrap on a host that lives long.
+  last.endedTotal = static_cast<std::int32_t>(Unsigned(last.endedTotal) + Unsigned(ended));
+}
+
+}  // namespace
+
+UtlError* RecordBuilder::BuildPD_PDS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  TraceEntry("RecordBuilder::BuildPD_PDS", AddressOf(pEvent), AddressOf(pRequest));
+  auto& state = StateOf<PDSState>();
+  if (!state.summary) {
+    state.summary = std::make_unique<ProcessSummary>(m_pCollector, &DeviceMap::Instance());
+  }
+  auto [last, first] = ClaimUserObject<PDSUserObject>(*pRequest);
+  const bool realtime = pEvent->IsRealtime() != 0;
+  if (UtlErrorPtr error{state.summary->BuildFullSummary(
+          m_cycle, pEvent->IsRealtime(), realtime && !first ? &last.previousProcesses : nullptr)}) {
+    Trace(30, kWarning, "Unable to process Accounting records: %1.", error->GetMessage());
+    TraceExit("RecordBuilder::BuildPD_PDS", 1);
+    return error.release();
+  }
+  Row row = NewRow<Row>(static_cast<std::int32_t>(Os().time(nullptr)));
+  FillCounts(row, *state.summary);
+  FillArrivals(row, state.summary->GetProcessCount(), last);
+  state.endedProcesses = last.endedTotal;
+  if (realtime) {
+    TakeSamples(*m_pCollector->GetProcess(), last.previousProcesses);
+  }
+  DumpRecord(row, 0);
+  pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
+  TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, 1);
+  TraceExit("RecordBuilder::BuildPD_PDS", 0);
+  return nullptr;
+}

@@ -1,0 +1,268 @@
+#include "process/ProcessSummary.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <unordered_map>
+
+#include "collect/Collector.h"
+#include "collect/DeviceMap.h"
+#include "collect/ProcessSourceLINUX.h"
+#include "support/TraceLog.h"
+
+namespace {
+
+constexpr std::uint32_t kInCore = kProcessInterruptible;
+/// Another bit than the one that the source sets for its system processes.
+constexpr std::uint32_t kSystem = 0x04;
+constexpr std::uint32_t kMemoryManagement = kProcessSystem;
+constexpr std::uint32_t kLastStateCode = 9;
+constexpr std::uint64_t kNoTerminal = UINT64_MAX;
+
+void SortByPid(ProcessSamples& samples) {
+  const auto isBefore = [](const ProcessSample& a, const ProcessSample& b) {
+    return a.pid < b.pid;
+  };
+  // The kernel lists processes in this order.
+  if (!std::is_sorted(samples.begin(), samples.end(), isBefore)) {
+    std::stable_sort(samples.begin(), samples.end(), isBefore);
+  }
+}
+
+ProcessSample SampleOf(const Process& process) {
+  return {.pid = process.pid,
+          .userSeconds = process.userTime.seconds,
+          .userNanoseconds = process.userTime.nanoseconds,
+          .systemSeconds = process.systemTime.seconds,
+          .systemNanoseconds = process.systemTime.nanoseconds,
+          .counters = {process.minorFaults, process.majorFaults, process.contextSwitches,
+                       process.signals, process.reads, process.writes},
+          .totalBytes = process.totalBytes,
+          .cwdInode = process.cwdInode};
+}
+
+/// The terminals of one walk: the device map is asked once for each number.
+class Terminals {
+ public:
+  explicit Terminals(DeviceMap& devices) : m_devices(devices) {}
+
+  /// The number, or kNoTerminal for one that no device file has.
+  std::uint64_t Known(std::uint64_t rdev) {
+    if (rdev == kNoTerminal) {
+      return rdev;
+    }
+    const auto [place, isNew] = m_known.try_emplace(rdev, rdev);
+    if (isNew) {
+      const char* name = m_devices.Name(rdev);
+      if (name != nullptr && std::strcmp(name, "??") == 0) {
+        place->second = kNoTerminal;
+      }
+    }
+    return place->second;
+  }
+
+ private:
+  DeviceMap& m_devices;
+  std::unordered_map<std::uint64_t, std::uint64_t> m_known;
+};
+
+}  // namespace
+
+void TakeSamples(const std::vector<Process>& processes, ProcessSamples& samples) {
+  samples.clear();
+  samples.reserve(processes.size());
+  for (const Process& process : processes) {
+    samples.push_back(SampleOf(process));
+  }
+  SortByPid(samples);
+}
+
+ProcessSummary::ProcessSummary(Collector* collector, DeviceMap* devices)
+    : m_collector(collector), m_devices(devices) {}
+
+void ProcessSummary::ClearCounters() {
+  m_counts = {};
+  m_initialised = false;
+  m_fullSummary = 0;
+  m_lastCycle = 0;
+}
+
+UtlError* ProcessSummary::BuildLiteSummary(std::uint32_t cycle) {
+  if (m_lastCycle == cycle) {
+    return nullptr;
+  }
+  ClearCounters();
+  UtlErrorPtr error{Build(0)};
+  if (error) {
+    Trace(30, kWarning, "Process Table Summary Failed:%1.", error->GetMessage());
+    return error.release();
+  }
+  m_lastCycle = cycle;
+  return nullptr;
+}
+
+UtlError* ProcessSummary::BuildFullSummary(std::uint32_t cycle, int realtime,
+                                           ProcessSamples* previous) {
+  if (m_lastCycle == cycle && m_fullSummary == 1) {
+    return nullptr;
+  }
+  ClearCounters();
+  m_fullSummary = 1;
+  if (previous != nullptr) {
+    SortByPid(*previous);
+    m_previousList.swap(*previous);
+  }
+  UtlErrorPtr error{Build(realtime)};
+  if (previous != nullptr && realtime != 0) {
+    m_previousList.swap(*previous);
+  }
+  if (error) {
+    Trace(30, kWarning, "Process Table Summary Failed:%1.", error->GetMessage());
+    return error.release();
+  }
+  m_lastCycle = cycle;
+  return nullptr;
+}
+
+UtlError* ProcessSummary::Build(int realtime) {
+  try {
+    Walk(realtime);
+  } catch (const std::bad_alloc&) {
+    return new UtlError("Out of memory for the list of processes", __FILE__, __LINE__);
+  }
+  Trace(30, kInformation, "ProcessSummary::Build() found %1 current processes.",
+        m_counts.processes);
+  m_initialised = true;
+  return nullptr;
+}
+
+void ProcessSummary::Walk(int realtime) {
+  const std::vector<Look> looks = LookAtProcesses();
+  CountUsers(looks);
+  for (const Look& look : looks) {
+    CountFlags(look);
+    CountState(look.process->state);
+    ++m_counts.processes;
+  }
+  CountTerminals(looks);
+  if (realtime == 0) {
+    TakeSamples(*m_collector->GetProcess(), m_previousList);
+  }
+}
+
+/// The current processes by user. Their activity is found before, in the order of the previous
+/// list.
+std::vector<ProcessSummary::Look> ProcessSummary::LookAtProcesses() {
+  const std::vector<Process>& processes = *m_collector->GetProcess();
+  std::vector<Look> looks;
+  looks.reserve(processes.size());
+  for (const Process& process : processes) {
+    looks.push_back({process.pid, process.euid, &process, false});
+  }
+  std::sort(looks.begin(), looks.end(), [](const Look& a, const Look& b) { return a.pid < b.pid; });
+  if (m_fullSummary == 1) {
+    m_matchFrom = 0;
+    for (Look& look : looks) {
+      look.active = ProcessActive(look.process) != 0;
+    }
+  }
+  std::sort(looks.begin(), looks.end(), [](const Look& a, const Look& b) { return a.uid < b.uid; });
+  return looks;
+}
+
+void ProcessSummary::CountUsers(const std::vector<Look>& looks) {
+  std::int32_t lastUid = -1;
+  bool userActive = false;
+  for (const Look& look : looks) {
+    if (look.uid != lastUid) {
+      ++m_counts.users;
+      userActive = false;
+      lastUid = look.uid;
+    }
+    if (look.active && !userActive) {
+      userActive = true;
+      ++m_counts.activeUsers;
+    }
+  }
+}
+
+void ProcessSummary::CountTerminals(const std::vector<Look>& looks) {
+  Terminals terminals(*m_devices);
+  std::vector<std::uint64_t> active;
+  for (const Look& look : looks) {
+    const std::uint64_t terminal = terminals.Known(look.process->tty);
+    if (terminal == kNoTerminal) {
+      ++m_counts.daemon;
+    } else if (look.active) {
+      active.push_back(terminal);
+    }
+  }
+  std::sort(active.begin(), active.end());
+  m_counts.activeTerminals =
+      static_cast<std::int32_t>(std::unique(active.begin(), active.end()) - active.begin());
+}
+
+void ProcessSummary::CountFlags(const Look& look) {
+  const std::uint32_t flags = look.process->flags;
+  const bool isSystem = (flags & kSystem) != 0;
+  m_counts.system += isSystem ? 1 : 0;
+  if (look.active) {
+    ++(isSystem ? m_counts.activeSystem : m_counts.activeUser);
+  }
+  m_counts.memMgmt += (flags & kMemoryManagement) != 0 ? 1 : 0;
+  m_counts.swapped += (flags & kInCore) == 0 ? 1 : 0;
+}
+
+void ProcessSummary::CountState(std::uint32_t state) {
+  if (state < m_counts.states.size()) {
+    ++m_counts.states[state];
+  } else if (state > kLastStateCode) {
+    ++m_counts.stateUnknown;
+  }
+}
+
+const ProcessSample* ProcessSummary::MatchProc(const Process* process) {
+  const std::size_t size = m_previousList.size();
+  if (m_matchFrom > size ||
+      (m_matchFrom > 0 && m_previousList[m_matchFrom - 1].pid >= process->pid)) {
+    m_matchFrom = 0;
+  }
+  while (m_matchFrom < size && m_previousList[m_matchFrom].pid < process->pid) {
+    ++m_matchFrom;
+  }
+  if (m_matchFrom == size || m_previousList[m_matchFrom].pid != process->pid) {
+    return nullptr;
+  }
+  return &m_previousList[m_matchFrom];
+}
+
+int ProcessSummary::ProcessActive(const Process* process) {
+  if (process == nullptr) {
+    Trace(30, kWarning, "Bad pointer passed.");
+    return 0;
+  }
+  const ProcessSample* before = MatchProc(process);
+  if (before == nullptr) {
+    return 1;
+  }
+  const ProcessSample now = SampleOf(*process);
+  const bool sameTimes = now.userSeconds == before->userSeconds &&
+                         now.userNanoseconds == before->userNanoseconds &&
+                         now.systemSeconds == before->systemSeconds &&
+                         now.systemNanoseconds == before->systemNanoseconds;
+  bool grew = false;
+  for (std::size_t i = 0; i < now.counters.size(); ++i) {
+    grew = grew || now.counters[i] > before->counters[i];
+  }
+  return !sameTimes || grew || now.totalBytes != before->totalBytes ||
+                 now.cwdInode != before->cwdInode
+             ? 1
+             : 0;
+}
+
+std::int32_t ProcessSummary::Read(std::int32_t counter) const {
+  if (!m_initialised) {
+    Trace(30, kWarning, "Retrieving data from uninitialized ProcessSummary class.");
+  }
+  return counter;
+}

@@ -1,0 +1,146 @@
+#include <array>
+#include <string_view>
+
+#include "collect/Collector.h"
+#include "records/DeviceRows.h"
+#include "records/IntervalEngine.h"
+#include "records/RecordBuilder.h"
+#include "records/UserObjects.h"
+#include "support/OsCalls.h"
+
+namespace {
+
+/// A row on its way: the record, and two times of the source that the record has no field for.
+struct DeviceRow : recordPI_DEVD {
+  using PublishedRecord = recordPI_DEVD;
+  Utime reservedTime1;
+  Utime reservedTime2;
+};
+static_assert(sizeof(DeviceRow) == 185);
+
+using Record = recordPI_DEVD;
+
+constexpr std::array kCounts{&Record::readOps, &Record::writeOps, &Record::totalIoOps,
+                             &Record::seekOps};
+constexpr std::array kMbytes{&Record::ioMbytes, &Record::readMbytes, &Record::writeMbytes};
+constexpr std::array kComparedTimes{&Record::totalServiceTime, &Record::totalWaitTime,
+                                    &Record::waitLengthTime};
+constexpr std::array<Utime DeviceRow::*, 6> kTimes{
+    &DeviceRow::totalServiceTime, &DeviceRow::totalWaitTime, &DeviceRow::waitLengthTime,
+    &DeviceRow::reservedTime1,    &DeviceRow::reservedTime2, &DeviceRow::totalBusyTime};
+constexpr std::array kRates{
+    RateField<DeviceRow>{&DeviceRow::readsPerSec, &DeviceRow::readOps},
+    RateField<DeviceRow>{&DeviceRow::writesPerSec, &DeviceRow::writeOps},
+    RateField<DeviceRow>{&DeviceRow::totalIoOpsPerSec, &DeviceRow::totalIoOps}};
+constexpr std::array kMbyteRates{
+    FloatRateField<DeviceRow>{&DeviceRow::mbytesXferdPerSec, &DeviceRow::ioMbytes}};
+
+/// Counts and Mbytes each are a group: one that went backwards makes all of its group zero.
+void SubtractPrevious(DeviceRow& row, DeviceRow& /*raw*/, const DeviceRow& previous) {
+  if (AnyBelow(row, previous, kCounts)) {
+    SetToZero(row, kCounts);
+  } else {
+    Subtract(row, previous, kCounts);
+  }
+  if (AnyBelow(row, previous, kMbytes)) {
+    TraceMbytesFell(static_cast<double>(row.ioMbytes), static_cast<double>(previous.ioMbytes));
+    SetToZero(row, kMbytes);
+  } else {
+    Subtract(row, previous, kMbytes);
+  }
+  SubtractTimes(row, previous, kTimes);
+}
+
+bool MovedBackwards(const Record& row, const Record& predecessor) {
+  return AnyBelow(row, predecessor, kCounts) || AnyBelow(row, predecessor, kMbytes) ||
+         AnyBelow(row, predecessor, kComparedTimes);
+}
+
+constexpr IntervalFamily<DeviceRow> kFamily{
+    .counters = {},
+    .times = {},
+    .rates = kRates,
+    .sameInstance = [](const DeviceRow& a,
+                       const DeviceRow& b) { return a.deviceName == b.deviceName; },
+    .ratesOperation = "RecordBuilder::BuildRatesPI_DEVD",
+    .rateFailure = RateFailure::kSkipsRow,
+    .floatRates = kMbyteRates,
+    .amend = SubtractPrevious,
+    .movedBackwards = MovedBackwards};
+
+struct DEVDState : FamilyState {
+  RawRows<DeviceRow> rawRows;
+};
+
+/// On the newest kernels the device is known by the word after its numbers; empty for none.
+std::string_view NameOf(const DeviceIO& device) {
+  const std::string_view name = device.GetName();
+  if (g_kernelVariant != kNewestKernel) {
+    return name;
+  }
+  const auto parts = ParseDeviceName(name);
+  return parts ? parts->disk : std::string_view{};
+}
+
+/// A row with the device's cumulative figures.
+DeviceRow RawRow(const DeviceIO& device, std::int32_t now) {
+  DeviceRow row{NewRow<Record>(now), {}, {}};
+  row.deviceName = NameOf(device);
+  row.deviceType = device.GetType();
+  row.readOps = device.readOps;
+  row.writeOps = device.writeOps;
+  row.totalIoOps = device.totalOps;
+  row.seekOps = device.reserved1;
+  row.queueLength = device.queueLength;
+  row.ioMbytes = device.totalMB;
+  row.readMbytes = device.readMB;
+  row.writeMbytes = device.writeMB;
+  row.totalServiceTime = WholeSeconds(device.busySeconds);
+  row.totalBusyTime = WholeSeconds(device.busySeconds);
+  row.totalWaitTime = WholeSeconds(device.serviceSeconds);
+  row.waitLengthTime = WholeSeconds(device.queueSeconds);
+  row.reservedTime1 = WholeSeconds(device.reserved4);
+  row.reservedTime2 = WholeSeconds(device.reserved6);
+  return row;
+}
+
+/// Percentages and averages of what was done since `base`: the predecessor, or a zero row where the
+/// row itself tells it.
+void FillDerived(Record& row, const Record& base) {
+  const std::uint32_t ops = CountDelta(row.totalIoOps, base.totalIoOps);
+  if (ops != 0) {
+    row.readPercent = CountPercent(CountDelta(row.readOps, base.readOps), ops);
+    row.writePercent = CountPercent(CountDelta(row.writeOps, base.writeOps), ops);
+    row.avgServiceTime = (row.totalServiceTime - base.totalServiceTime) / static_cast<double>(ops);
+    row.avgWaitTime = TimeDelta(row.totalWaitTime, base.totalWaitTime) / static_cast<double>(ops);
+  }
+  // The intervals of two rows without rates are their time stamps.
+  row.busyPercent =
+      BusyPercent(TimeDelta(row.totalBusyTime, base.totalBusyTime), row.interval - base.interval);
+}
+
+}  // namespace
+
+UtlError* RecordBuilder::Build_DEVD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  TraceEntry("RecordBuilder::Build_DEVD", AddressOf(pEvent), AddressOf(pRequest));
+  const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
+  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
+  IntervalBuild<DeviceRow> build(kFamily, StateOf<DEVDState>().rawRows, *pEvent, first,
+                                 GetUpTimeSeconds());
+  for (const DeviceIO* device : SortedDevices(*m_pCollector->GetDevice())) {
+    if (g_kernelVariant == kNewestKernel && NameOf(*device).empty()) {
+      continue;
+    }
+    // A row that fails is skipped, so no error comes back.
+    (void)build.Add(RawRow(*device, now), [&](Record& row, const Record* predecessor) {
+      if (build.WithRates()) {
+        FillDerived(row, {});
+      } else if (predecessor != nullptr) {
+        FillDerived(row, *predecessor);
+      }
+    });
+  }
+  TraceCreated(__FILE__, __LINE__, RecordTraits<Record>::kName, build.OutputCount());
+  TraceExit("RecordBuilder::Build_DEVD", 0);
+  return nullptr;
+}

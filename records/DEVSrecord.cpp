@@ -1,0 +1,102 @@
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "collect/Collector.h"
+#include "records/DeviceSummary.h"
+#include "records/RecordBuilder.h"
+#include "records/UserObjects.h"
+#include "support/OsCalls.h"
+
+namespace {
+
+using Record = recordPI_DEVS;
+using Row = DeviceSummaryRow<Record>;
+
+constexpr std::array kCounts{&Record::totalIoOps, &Record::reads, &Record::writes,
+                             &Record::seekOps};
+constexpr std::array kMbytes{&Record::ioMbytes};
+constexpr std::array<Utime Row::*, 7> kTimes{
+    &Row::totalBusyTime, &Row::totalServiceTime, &Row::totalWaitTime, &Row::totalWaitLengthTime,
+    &Row::reservedTime1, &Row::reservedTime2,    &Row::reservedTime3};
+constexpr std::array kRates{RateField<Row>{&Row::readsPerSec, &Row::reads},
+                            RateField<Row>{&Row::writesPerSec, &Row::writes},
+                            RateField<Row>{&Row::totalIoOpsPerSec, &Row::totalIoOps}};
+constexpr std::array kMbyteRates{DoubleRateField<Row>{&Row::mbytesXferdPerSec, &Row::ioMbytes}};
+
+bool MovedBackwards(const Record& row, const Record& other) {
+  return AnyBelow(row, other, kCounts) || AnyBelow(row, other, kMbytes);
+}
+
+void SubtractPrevious(Row& row, Row& /*raw*/, const Row& previous) {
+  if (MovedBackwards(row, previous)) {
+    if (AnyBelow(row, previous, kMbytes)) {
+      TraceMbytesFell(row.ioMbytes, previous.ioMbytes);
+    }
+    SetToZero(row, kCounts);
+    SetToZero(row, kMbytes);
+  } else {
+    Subtract(row, previous, kCounts);
+    Subtract(row, previous, kMbytes);
+  }
+  SubtractTimes(row, previous, kTimes);
+}
+
+constexpr IntervalFamily<Row> kFamily{.counters = {},
+                                      .times = {},
+                                      .rates = kRates,
+                                      .ratesOperation = "RecordBuilder::BuildRatesPI_DEVS",
+                                      .rateFailure = RateFailure::kSkipsRow,
+                                      .amend = SubtractPrevious,
+                                      .doubleRates = kMbyteRates,
+                                      .movedBackwards = MovedBackwards};
+
+struct DEVSState : FamilyState {
+  RawRows<Row> rawRows;
+};
+
+struct MajorRange {
+  std::uint32_t first, last;
+};
+constexpr std::array kDiskMajors{MajorRange{3, 3},   MajorRange{8, 8},    MajorRange{22, 22},
+                                 MajorRange{33, 34}, MajorRange{56, 57},  MajorRange{65, 71},
+                                 MajorRange{88, 91}, MajorRange{128, 135}};
+
+bool IsDisk(const DeviceIO& device) {
+  const auto name = ParseDeviceName(device.GetName());
+  return name && std::string_view{device.GetType()} == "disk" &&
+         std::any_of(kDiskMajors.begin(), kDiskMajors.end(), [&](const MajorRange& range) {
+           return range.first <= name->major && name->major <= range.last;
+         });
+}
+
+/// The cumulative figures of all disks.
+Row SumOfDisks(const std::vector<DeviceIO>& devices, std::int32_t now) {
+  Row sum{NewRow<Record>(now), {}, {}, {}};
+  double mbytes = 0.0;
+  for (const DeviceIO* device : SortedDevices(devices)) {
+    if (IsDisk(*device)) {
+      AddDevice(sum, *device);
+      AddTo(sum.seekOps, device->reserved1);
+      AddTo(sum.totalBusyTime, WholeSeconds(device->busySeconds));
+      mbytes += static_cast<double>(device->totalMB);
+    }
+  }
+  sum.ioMbytes = mbytes;
+  return sum;
+}
+
+}  // namespace
+
+UtlError* RecordBuilder::Build_DEVS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  TraceEntry("RecordBuilder::Build_DEVS", AddressOf(pEvent), AddressOf(pRequest));
+  const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
+  const Row sum =
+      SumOfDisks(*m_pCollector->GetDevice(), static_cast<std::int32_t>(Os().time(nullptr)));
+  const int count = FinishSummary(
+      IntervalBuild<Row>(kFamily, StateOf<DEVSState>().rawRows, *pEvent, first, GetUpTimeSeconds()),
+      sum, pEvent->IsRealtime() != 0);
+  TraceCreated(__FILE__, __LINE__, RecordTraits<Record>::kName, count);
+  TraceExit("RecordBuilder::Build_DEVS", 0);
+  return nullptr;
+}

@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+
+#include "collect/Collector.h"
+#include "collect/ProcessSourceLINUX.h"
+#include "records/RecordBuilder.h"
+#include "records/RecordClasses.h"
+#include "support/OsCalls.h"
+#include "support/Switches.h"
+#include "tests/scripted/Batch.h"
+#include "tests/scripted/ScriptedNode.h"
+
+namespace {
+
+/// The agent's builder on a process list that a test sets itself.
+class PDSrecordTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ScriptedNode::Reset();
+    g_msgLogLevel = 30;
+    m_realCalls = Os();
+    Os().time = [](std::time_t*) { return std::time_t{1'700'000'000}; };
+  }
+  void TearDown() override { Os() = m_realCalls; }
+  /// `count` sleeping daemons of one user, of which the first has had `faults` page faults.
+  void SetProcesses(int count, std::uint32_t faults = 0) {
+    std::vector<Process>& list = *m_collector.GetProcess();
+    list.clear();
+    for (int pid = 1; pid <= count; ++pid) {
+      Process& process = list.emplace_back();
+      process.pid = pid;
+      process.flags = kProcessInterruptible;
+      process.state = kStateSleeping;
+      process.tty = UINT64_MAX;
+      process.minorFaults = pid == 1 ? faults : 0;
+    }
+  }
+  recordPD_PDS Build(Asker& asker) {
+    // An empty batch: a new cycle, and nothing is collected over the list.
+    CMBMultipleRecordRequestEvent newCycle;
+    EXPECT_EQ(m_builder.Build(&newCycle), nullptr);
+    asker.NextAnswer();
+    EXPECT_EQ(m_builder.BuildPD_PDS(&asker.event, &asker.request), nullptr);
+    EXPECT_EQ(asker.event.m_records.size(), 1U);
+    return *static_cast<const recordPD_PDS*>(asker.event.m_records.back()->GetRecStart());
+  }
+
+  OsCalls m_realCalls{};
+  Collector m_collector;
+  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
+};
+
+TEST_F(PDSrecordTest, StartsAndEndsOfBothKindsOfRequest) {
+  struct Step {
+    int count;
+    std::uint32_t faults, started, ended, activeProcesses;
+  };
+  const Step steps[] = {{10, 0, 0, 0, 0}, {12, 0, 2, 0, 2}, {9, 1, 0, 3, 1}, {9, 1, 0, 0, 0}};
+  for (const int realtime : {0, 1}) {
+    SCOPED_TRACE(realtime);
+    Asker asker("PDS", '3', {.realtime = realtime, .calcRates = 0});
+    for (const Step& step : steps) {
+      SetProcesses(step.count, step.faults);
+      const recordPD_PDS row = Build(asker);
+      EXPECT_STREQ(row.recordType.c_str(), "PDS");
+      EXPECT_EQ(row.recordTime, 1'700'000'000);
+      EXPECT_EQ(row.processes, static_cast<std::uint32_t>(step.count));
+      EXPECT_EQ(row.newProcesses, step.started);
+      EXPECT_EQ(row.terminatedProcesses, step.ended);
+      EXPECT_EQ(row.activeUserProcesses, step.activeProcesses);
+      EXPECT_EQ(row.activeUsers, step.activeProcesses == 0 ? 0U : 1U);
+      EXPECT_EQ(row.activeSystemProcesses + row.terminals, 0U);
+      EXPECT_EQ(row.users, 1U);
+      EXPECT_EQ(row.daemonProcesses, row.processes);
+    }
+    EXPECT_EQ(ScriptedNode::Instance().LinesWith(" Accounting is not effective.").size(),
+              4U * (1U + static_cast<unsigned>(realtime)));
+  }
+}
+
+TEST_F(PDSrecordTest, EachCountHasItsField) {
+  SetProcesses(32);
+  Asker asker("PDS", '3', {.realtime = 0, .calcRates = 0});
+  (void)Build(asker);
+  std::vector<Process>& list = *m_collector.GetProcess();
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    list[i].state = i < 1 ? 2U : i < 3 ? 4U : i < 6 ? 5U : 1U;
+    list[i].flags = (i < 5 ? 4U : 0U) | (i < 6 ? 16U : 0U) | (i < 7 ? 0U : 1U);
+    list[i].majorFaults = i < 13 ? 1 : 0;
+  }
+  const recordPD_PDS row = Build(asker);
+  const std::vector<std::uint32_t> fields{
+      row.activeSystemProcesses, row.activeUserProcesses, row.memProcesses,
+      row.runnableProcesses,     row.sleepingProcesses,   row.swappedProcesses,
+      row.zombieProcesses,       row.stoppedProcesses,    row.daemonProcesses};
+  EXPECT_EQ(fields, (std::vector<std::uint32_t>{5, 8, 6, 1, 26, 7, 2, 3, 32}));
+}
+
+}  // namespace

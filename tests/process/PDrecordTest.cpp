@@ -1,0 +1,149 @@
+#include <gtest/gtest.h>
+
+#include <new>
+
+#include "process/ProcessRow.h"
+#include "tests/process/ProcessRecordFixture.h"
+
+namespace {
+
+class PDrecordTest : public ProcessRecordFixture {
+ protected:
+  void Build(Asker& asker) { EXPECT_EQ(m_builder.BuildPD(&asker.event, &asker.request), nullptr); }
+};
+
+TEST_F(PDrecordTest, TwoLooksByteForByte) {
+  AddProcess(Server(1, 0, 0, 0));
+  AddProcess(Server(50, 1, 1000, 500));
+  AddProcess(Server(100, 50, 0, 0));
+  AddProcess(Server(101, 50, 0, 0));
+  Collect();
+  Asker look("PD", '3', {.realtime = 1, .calcRates = 0});
+  Build(look);
+  ASSERT_EQ(look.event.m_records.size(), 4U);
+  EXPECT_EQ(Traced("Created 4 PD record(s)."), 1U);
+
+  recordPD expected = ServerRow<recordPD>(1'700'000'000, 50, 1);
+  expected.programPid = "httpd(50)";
+  expected.realGroupId = 33;
+  expected.realGroup = "N/A gid = 33";
+  expected.processGroupId = 50;
+  expected.schedulerClass = "Unavailable";
+  expected.parentProcessList = "<1<0";
+  expected.childProcessList = "100 101 ";
+  expected.userCpu = tagUTIME{10, 0};
+  expected.systemCpu = tagUTIME{5, 0};
+  expected.cpuPercentEach = 1.5F;  // 15 of 1,000 seconds
+  expected.cpuPercent = 0.75F;
+  ExpectSameBytes(RowOf<recordPD>(look, 50), expected);
+
+  // Ten seconds on it has used 3 more; process 101 gave way to another one of its number.
+  look.NextAnswer();
+  s_now += 10;
+  AddProcess(Server(50, 1, 1200, 600));
+  process_tree::ProcessFigures reused = Server(101, 50, 400, 100);
+  reused.startTicks = 1'000'500;
+  AddProcess(reused);
+  Collect();
+  Build(look);
+  expected.recordTime = expected.snapshotTime = 1'700'000'010;
+  expected.userCpu = tagUTIME{12, 0};
+  expected.systemCpu = tagUTIME{6, 0};
+  expected.cpuPercentEach = 30.0F;
+  expected.cpuPercent = 15.0F;
+  ExpectSameBytes(RowOf<recordPD>(look, 50), expected);
+  EXPECT_FLOAT_EQ(RowOf<recordPD>(look, 101).cpuPercentEach, 100.0F) << "5 seconds since its start";
+
+  Asker schedule("PD", '3', {.realtime = 0, .calcRates = 1});
+  Build(schedule);
+  EXPECT_FLOAT_EQ(RowOf<recordPD>(schedule, 50).cpuPercentEach, 100.0F * 18 / 1010);
+}
+
+TEST_F(PDrecordTest, AnEndedProcessHasItsEndAndItsRates) {
+  Process& process = AddToList(70, 1'699'999'900);
+  process.died = 1;
+  process.endTime = {1'699'999'920, 500000};
+  process.exitStatus = 9;
+  process.memCharge = 77;
+  process.accountingFlags = 3;
+  process.reads = 40;
+  process.writes = 20;
+  process.blockOps = 4;
+  process.ioKbytes = 10;
+  process.userTime = {5, 0};
+  for (const bool withRates : {true, false}) {
+    Asker schedule("PD", '3', {.realtime = 0, .calcRates = withRates ? 1 : 0});
+    Build(schedule);
+    const recordPD row = RowOf<recordPD>(schedule, 70);
+    EXPECT_EQ(static_cast<tagUTIME>(row.elapsedTime), (tagUTIME{20, 500000}));
+    EXPECT_EQ(row.endTime, 1'699'999'920);
+    EXPECT_EQ(row.snapshotTime, 1'699'999'920);
+    EXPECT_STREQ(row.exitStatus.c_str(), "9");
+    EXPECT_STREQ(row.accountingFlags.c_str(), "Forked,SU_used");
+    EXPECT_EQ(row.memCharge, 77U);
+    EXPECT_FLOAT_EQ(row.avgIoKbytes, 2.5F);
+    EXPECT_FLOAT_EQ(row.readsPerSec, withRates ? 2.0F : 40.0F);
+    EXPECT_FLOAT_EQ(row.writesPerSec, withRates ? 1.0F : 20.0F);
+    EXPECT_FLOAT_EQ(row.totalIoOpsPerSec, withRates ? 0.2F : 4.0F);
+    EXPECT_FLOAT_EQ(row.throughputPerSec, withRates ? 0.5F : 10.0F);
+    EXPECT_FLOAT_EQ(row.cpuPercentEach, 25.0F);
+  }
+}
+
+TEST_F(PDrecordTest, HostileFigures) {
+  Process& odd = AddToList(2147483647, 1'700'000'001);
+  odd.x_proc::name.fill('x');
+  odd.x_proc::name.back() = '\0';
+  odd.cmdline.fill('y');
+  odd.userTime = {-5, 0};
+  odd.sharedKB = 1e300;
+  odd.state = 4294967295U;
+  odd.ppid = 2147483647;
+  AddToList(80, 0).ppid = 4000;
+  Asker look("PD", '3', {.realtime = 1, .calcRates = 1});
+  Build(look);
+  const recordPD row = RowOf<recordPD>(look, 2147483647);
+  EXPECT_EQ(row.program.view(), std::string(255, 'x'));
+  EXPECT_EQ(row.programPid.view(), std::string(255, 'x') + "(2147483647)");
+  EXPECT_EQ(row.argumentList.view(), std::string(119, 'y'));
+  EXPECT_EQ(row.cpuPercent, 0.0F) << "it starts in the future";
+  EXPECT_EQ(row.sharedMemKbytes, 4294967295U);
+  EXPECT_STREQ(row.state.c_str(), "UNKNOWN");
+  EXPECT_STREQ(row.parentProcessList.c_str(), "<2147483647") << "its own parent";
+  EXPECT_STREQ(RowOf<recordPD>(look, 80).parentProcessList.c_str(), "<4000");
+  EXPECT_STREQ(StateText(0), "NONE");
+  EXPECT_STREQ(StateText(9), "OTHER");
+}
+
+TEST_F(PDrecordTest, AListOfChildrenIsCutWhereTheFieldEnds) {
+  std::string expected;
+  for (std::int32_t pid = 200; pid > 100; --pid) {
+    AddToList(pid, 0).ppid = 9;
+  }
+  for (int pid = 101; pid < 132; ++pid) {
+    expected += std::to_string(pid) + ' ';
+  }
+  AddToList(9, 0);
+  Asker look("PD", '3', {.realtime = 1, .calcRates = 1});
+  Build(look);
+  EXPECT_EQ(RowOf<recordPD>(look, 9).childProcessList.view(), expected + '>');
+}
+
+TEST_F(PDrecordTest, NamesThatCannotBeTold) {
+  for (const std::int32_t pid : {1, 2, 3}) {
+    Process& process = AddToList(pid, 0);
+    process.ruid = process.euid = 4711;
+  }
+  Asker look("PD", '3', {.realtime = 1, .calcRates = 1});
+  Build(look);
+  EXPECT_EQ(s_userQuestions, 1);
+  EXPECT_STREQ(RowOf<recordPD>(look, 3).user.c_str(), "N/A uid = 4711");
+
+  AddToList(5, 0).ruid = 4712;
+  Os().getpwuid = [](uid_t) -> ::passwd* { throw std::bad_alloc(); };
+  Build(look);
+  EXPECT_EQ(look.event.m_records.size(), 7U) << "a row that cannot be filled is delivered";
+  EXPECT_EQ(Traced("Unable to construct data for process id: 5."), 1U);
+}
+
+}  // namespace
