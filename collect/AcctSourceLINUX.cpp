@@ -94,14 +94,14 @@ void Fill(const AcctBytes& bytes, x_acct& record) {
 }
 
 /// To the accounts that own accounting, as far as the host has them.
-void GiveToAccounting(const std::string& path) {
+void GiveToAccounting(int fd) {
   const struct ::passwd* user = ::getpwnam("adm");
   user = user == nullptr ? ::getpwnam("root") : user;
   const struct ::group* group = ::getgrnam("adm");
   group = group == nullptr ? ::getgrnam("sys") : group;
   // Without the right to it the file stays the agent's, which serves as well.
-  [[maybe_unused]] const int rc = ::chown(path.c_str(), user == nullptr ? 0 : user->pw_uid,
-                                          group == nullptr ? 0 : group->gr_gid);
+  [[maybe_unused]] const int rc =
+      ::fchown(fd, user == nullptr ? 0 : user->pw_uid, group == nullptr ? 0 : group->gr_gid);
 }
 
 }  // namespace
@@ -112,7 +112,7 @@ AcctSourceUser::AcctSourceUser()
   TraceEntry("AcctSourceUser::AcctSourceUser");
   ++s_statistics.constructed;
   const char* file = Option("FileName");
-  initialize(file == nullptr ? kDefaultFile : file);
+  initialize(file == nullptr || *file == '\0' ? kDefaultFile : file);
   TraceExit("AcctSourceUser::AcctSourceUser");
 }
 
@@ -122,13 +122,21 @@ AcctSourceUser::~AcctSourceUser() {
 }
 
 bool AcctSourceUser::AccountingWasOn() { return State().accountingWasOn; }
-void AcctSourceUser::ResetState() { State() = AcctState{}; }
+void AcctSourceUser::ResetState() {
+  State() = AcctState{};
+  g_accountingRecords = 0;
+}
 
 void AcctSourceUser::initialize(const char* file) {
   AcctState& state = State();
   m_pendingError.reset();
   if (state.fileName != file) {
     state.fileName = file;
+    // The place in another file means nothing here.
+    state.offset = 0;
+    state.atEndOfFile = false;
+    state.prevComm = {};
+    state.prevBtime = 0;
     const char* truncate = Option("Truncate");
     state.truncateEnabled =
         truncate == nullptr ? state.truncateEnabled : BeginsWith(truncate, "yY");
@@ -159,16 +167,21 @@ void AcctSourceUser::initialize(const char* file) {
 
 bool AcctSourceUser::OpenFile(struct ::stat& status) {
   CloseFile();
-  // A pipe in the file's place must not hold the agent.
-  m_fd = ::open(HostPath(State().fileName.c_str()).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  // A pipe or a device in the file's place must neither hold the agent nor feed it without end.
+  m_fd = ::open(HostPath(State().fileName.c_str()).c_str(),
+                O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (m_fd < 1) {
     CloseFile();
     return false;
   }
-  State().opened = true;
   if (::fstat(m_fd, &status) != 0) {
     Trace(20, kError, "An error occurred in fstat. (%1) (err=%2)", State().fileName, errno);
   }
+  if (!S_ISREG(status.st_mode)) {
+    CloseFile();
+    return false;
+  }
+  State().opened = true;
   return true;
 }
 
@@ -185,7 +198,7 @@ bool AcctSourceUser::CreateFile() const {
   if (fd < 0) {
     return false;
   }
-  GiveToAccounting(path);
+  GiveToAccounting(fd);
   ::close(fd);
   return true;
 }
@@ -233,6 +246,12 @@ bool AcctSourceUser::Seek(std::int64_t place, bool tell) {
 }
 
 void AcctSourceUser::read(x_acct* record) {
+  TraceEntry("AcctSourceUser::read", AddressOf(record));
+  ReadRecord(*record);
+  TraceExit("AcctSourceUser::read");
+}
+
+void AcctSourceUser::ReadRecord(x_acct& record) {
   AcctState& state = State();
   if (m_pendingError != nullptr || !state.opened || m_fd < 0) {
     m_more = false;
@@ -257,12 +276,12 @@ void AcctSourceUser::read(x_acct* record) {
     EndOfFile();
     return;
   }
-  record->sequence = ++g_accountingRecords;
-  Fill(bytes, *record);
+  record.sequence = ++g_accountingRecords;
+  Fill(bytes, record);
   if (m_updatePtr) {
     state.offset += kRecordBytes;
     state.prevComm = CommOf(bytes);
-    state.prevBtime = record->beginTime;
+    state.prevBtime = record.beginTime;
   }
 }
 

@@ -43,6 +43,7 @@ class AcctSourceUser : public PtrSource<x_acct, Acct, std::vector<Acct>> {
   static void ResetState();
 
  private:
+  void ReadRecord(x_acct& record);
   bool OpenFile(struct ::stat& status);
   bool CreateFile() const;
   void CloseFile();

@@ -35,7 +35,7 @@ void FillIdentity(Row& row, const Process& process, BatchNames& names) {
   row.user = names.User(process.GetEuid());
   row.group = names.Group(process.GetEgid());
   row.argumentList = process.GetCmdline();
-  row.terminal = DeviceMap::Instance().Name(process.GetTty());
+  row.terminal = names.Terminal(process.GetTty());
   row.state = StateText(process.GetState());
   row.startTime = process.GetStartTime().seconds;
 }
@@ -114,6 +114,7 @@ void BatchNames::Begin(std::uint32_t cycle) {
     m_cycle = cycle;
     m_users.clear();
     m_groups.clear();
+    m_terminals.clear();
   }
 }
 
@@ -129,6 +130,14 @@ const BatchNames::Name& BatchNames::Group(std::int32_t gid) {
   const auto [place, isNew] = m_groups.try_emplace(gid);
   if (isNew) {
     place->second = GroupName(nullptr, gid);
+  }
+  return place->second;
+}
+
+const BatchNames::TerminalName& BatchNames::Terminal(std::uint64_t device) {
+  const auto [place, isNew] = m_terminals.try_emplace(device);
+  if (isNew) {
+    place->second = DeviceMap::Instance().Name(device);
   }
   return place->second;
 }

@@ -21,22 +21,25 @@
 /// "SLEEP", "RUN" and so on by the code of Process::GetState(); "UNKNOWN" for a code above 9.
 [[nodiscard]] const char* StateText(std::uint32_t state);
 
-/// User and group names, looked up once in a batch: to ask the system for an identity that it does
-/// not know costs more than all the rest of a row. Names are cut to a record's field.
+/// Names of users, groups and terminals, looked up once in a batch: to ask the system for one that
+/// it does not know costs more than all the rest of a row. Names are cut to a record's field.
 class BatchNames : public FamilyState {
  public:
   using Name = Text<36>;
+  using TerminalName = Text<40>;
 
   /// Forgets all names if `cycle` is another one than at the last call.
   void Begin(std::uint32_t cycle);
   /// Valid until the next batch begins.
   [[nodiscard]] const Name& User(std::int32_t uid);
   [[nodiscard]] const Name& Group(std::int32_t gid);
+  [[nodiscard]] const TerminalName& Terminal(std::uint64_t device);
 
  private:
   std::uint32_t m_cycle = 0;
   std::unordered_map<std::int32_t, Name> m_users;
   std::unordered_map<std::int32_t, Name> m_groups;
+  std::unordered_map<std::uint64_t, TerminalName> m_terminals;
 };
 
 /// Who is whose parent in one process list.

@@ -195,7 +195,11 @@ void RecordBuilder::CollectSnapshot(bool anyScheduled, UtlErrorPtr& error) {
 
 void RecordBuilder::BuildEntry(const RecordQueueEntry& entry, UtlErrorPtr& error) {
   entry.event->yield();
-  error.reset((this->*entry.builder)(entry.event, entry.request));
+  try {
+    error.reset((this->*entry.builder)(entry.event, entry.request));
+  } catch (const std::bad_alloc&) {
+    error = std::make_unique<UtlError>("Out of memory.", __FILE__, __LINE__);
+  }
   if (!error) {
     return;
   }

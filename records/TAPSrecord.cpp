@@ -55,7 +55,7 @@ Row SumOfTapes(const std::vector<DeviceIO>& devices, std::int32_t now) {
   Row sum{NewRow<Record>(now), {}, {}, {}};
   float mbytes = 0.0F;
   for (const DeviceIO* device : SortedDevices(devices)) {
-    if (std::string_view{device->GetType()} == "tape") {
+    if (ParseDeviceName(device->GetName()) && std::string_view{device->GetType()} == "tape") {
       AddDevice(sum, *device);
       mbytes += device->totalMB;
     }

@@ -250,11 +250,11 @@ TEST_F(DeviceRecordsTest, NamesDecideWhatCounts) {
 }
 
 TEST_F(DeviceRecordsTest, TapesWithHugeFigures) {
-  std::vector tapes(3, Device("st", "tape"));
+  std::vector tapes(3, Device("dev9-0 st", "tape"));
   Asker asker("TAPS", '4', kSchedule);
   (void)Build<recordPI_TAPS>(asker, tapes);
   g_now += 10;
-  tapes[0] = Device("st", "tape", 2);
+  tapes[0] = Device("dev9-0 st", "tape", 2);
   tapes[0].queueLength = 4;
   tapes[1].serviceSeconds = std::uint64_t{1} << 63U;  // has no low 32 bits
   tapes[2].totalMB = 1e30F;

@@ -46,13 +46,11 @@ class AcctSourceTest : public ::testing::Test {
       return s_error == 0 ? 0 : -1;
     };
     AcctSourceUser::ResetState();
-    g_accountingRecords = 0;
     SetOptions("", "", "");
     std::filesystem::create_directories(m_host.Path("/var"));
   }
   void TearDown() override {
     Os() = m_realCalls;
-    g_accountingRecords = 0;
     AcctSourceUser::ResetState();
   }
   static void SetOptions(const char* use, const char* update, const char* truncate) {
@@ -160,8 +158,15 @@ TEST_F(AcctSourceTest, SwitchesAccountingOnlyWhereItMay) {
 }
 
 TEST_F(AcctSourceTest, WhatIsNoAccountingFileEndsTheRun) {
+  m_host.Write(kFile, Record("a", 1, 1));
+  EXPECT_EQ(Run(), "a ");
+  std::filesystem::remove(m_host.Path(kFile));
+  m_host.Link(kFile, "/dev/zero");
+  EXPECT_EQ(Run(), "Can't open accounting file");
+  AcctSourceUser::ResetState();
+  std::filesystem::remove(m_host.Path(kFile));
   ASSERT_EQ(::mkfifo(m_host.Path(kFile).c_str(), 0600), 0);
-  EXPECT_EQ(Run(), "");
+  EXPECT_EQ(Run(), "Can't find or open accounting file");
   AcctSourceUser::ResetState();
   std::filesystem::remove_all(m_host.Path("/var"));
   EXPECT_EQ(Run(), "Can't find or open accounting file");
