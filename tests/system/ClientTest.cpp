@@ -1,15 +1,24 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/system/Daemon.h"
 
@@ -150,6 +159,105 @@ TEST(ClientTest, ASettingIsShownChangedAndKept) {
   std::filesystem::permissions(root.Path() / ini, std::filesystem::perms{0444});
   EXPECT_EQ(AskDaemon(root, "config set 15 7 2>&1").exitValue, 4);
   EXPECT_EQ(shown(15), "99");
+}
+
+/// Sleeping children of this process, gone with the object.
+class Children {
+ public:
+  explicit Children(int count) {
+    for (int i = 0; i < count; ++i) {
+      const pid_t pid = ::fork();
+      if (pid == 0) {
+        [[maybe_unused]] const int nice = ::nice(i);
+        ::execlp("sleep", "sleep", "120", nullptr);
+        ::_exit(127);
+      }
+      m_pids.push_back(pid);
+    }
+  }
+  ~Children() {
+    for (const pid_t pid : m_pids) {
+      ::kill(pid, SIGKILL);
+      ::waitpid(pid, nullptr, 0);
+    }
+  }
+  Children(const Children&) = delete;
+  Children& operator=(const Children&) = delete;
+  [[nodiscard]] const std::vector<pid_t>& Pids() const { return m_pids; }
+
+ private:
+  std::vector<pid_t> m_pids;
+};
+
+/// The words of a process's stat line behind its name, from its state on; empty if it has ended.
+std::vector<std::string> StatOf(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  std::getline(file, line);
+  std::istringstream words(line.substr(line.rfind(')') + 1));
+  return {std::istream_iterator<std::string>(words), {}};
+}
+
+std::set<pid_t> LiveProcesses() {
+  std::set<pid_t> pids;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const std::string name = entry.path().filename().string();
+    if (std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+      pids.insert(std::stoi(name));
+    }
+  }
+  return pids;
+}
+
+TEST(ClientTest, TheProcessListIsTheSystems) {
+  const ProductRoot root("[Node]\nMessage Log Level=20\n");
+  Daemon daemon(root, "errors");
+  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  const std::time_t begin = std::time(nullptr);
+  const Children children(5);
+  const std::set<pid_t> before = LiveProcesses();
+  const Outcome outcome = AskDaemon(root, "get PD --json");
+  const std::set<pid_t> after = LiveProcesses();
+  ASSERT_EQ(outcome.exitValue, 0);
+  std::map<pid_t, json> rows;
+  const json answer = json::parse(outcome.output);
+  for (const json& row : answer.at(0).at("rows")) {
+    rows[row.at("PID")] = row;
+    // All but those that came and went in between stand in /proc.
+    const pid_t pid = row.at("PID");
+    EXPECT_TRUE(before.contains(pid) || after.contains(pid) || row.at("Start Time") >= begin - 2)
+        << row;
+  }
+  std::size_t missing = 0;
+  for (const pid_t pid : before) {
+    missing += after.contains(pid) && !rows.contains(pid) ? 1 : 0;
+  }
+  // A process whose name holds a blank is skipped.
+  std::size_t blankNames = 0;
+  for (const pid_t pid : before) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/comm");
+    std::string name;
+    std::getline(file, name);
+    blankNames += name.find(' ') != std::string::npos ? 1 : 0;
+  }
+  EXPECT_LE(missing, blankNames);
+
+  std::ifstream uptime("/proc/uptime");
+  double seconds = 0;
+  uptime >> seconds;
+  const double boot = static_cast<double>(std::time(nullptr)) - seconds;
+  for (const pid_t pid : children.Pids()) {
+    SCOPED_TRACE(pid);
+    ASSERT_TRUE(rows.contains(pid));
+    const json& row = rows.at(pid);
+    const std::vector<std::string> stat = StatOf(pid);
+    ASSERT_GT(stat.size(), 19U);
+    EXPECT_EQ(row.at("Parent PID"), ::getpid());
+    EXPECT_EQ(row.at("User ID"), ::geteuid());
+    EXPECT_EQ(row.at("Priority"), std::stoi(stat[15]) + 60);
+    EXPECT_EQ(row.at("Niceness"), std::stoi(stat[16]));
+    EXPECT_NEAR(row.at("Start Time").get<double>(), boot + std::stod(stat[19]) / 100, 2);
+  }
 }
 
 }  // namespace
