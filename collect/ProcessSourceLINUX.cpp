@@ -163,7 +163,7 @@ bool ProcessSourceUser::ReadProcess(const char* pid, x_proc& record) {
   }
   if (g_kernelVariant == kNewestKernel) {
     if (ProcLib::IsNumberedName(record.name.data(), "kswapd") == 0) {
-      record.flags |= kProcessSystem;
+      record.flags |= kProcessMemMgmt;
     }
     record.codeKB = 0;
     record.dataKB = 0;

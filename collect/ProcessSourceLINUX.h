@@ -54,8 +54,9 @@ struct x_proc {
 };
 
 enum ProcessFlag : std::uint32_t {
-  kProcessInterruptible = 0x01,  ///< not in an uninterruptible wait
-  kProcessSystem = 0x10,         ///< a process of the kernel's memory management
+  kProcessInCore = 0x01,   ///< not in an uninterruptible wait
+  kProcessSystem = 0x04,   ///< set for none
+  kProcessMemMgmt = 0x10,  ///< a process of the kernel's memory management
 };
 
 enum ProcessState : std::uint32_t {

@@ -39,9 +39,9 @@ constexpr std::int32_t Sum(std::int32_t a, std::int32_t b) {
 std::uint64_t PageSize() { return static_cast<std::uint64_t>(Os().getpagesize()); }
 
 std::uint32_t FlagsOf(const x_proc& record) {
-  std::uint32_t flags = record.state == kStateUninterruptible ? 0U : +kProcessInterruptible;
+  std::uint32_t flags = record.state == kStateUninterruptible ? 0U : +kProcessInCore;
   if (g_kernelVariant != kNewestKernel && (record.pid == 0 || record.pid == 5)) {
-    flags |= kProcessSystem;
+    flags |= kProcessMemMgmt;
   }
   return flags;
 }

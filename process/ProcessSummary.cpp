@@ -12,10 +12,6 @@
 
 namespace {
 
-constexpr std::uint32_t kInCore = kProcessInterruptible;
-/// Another bit than the one that the source sets for its system processes.
-constexpr std::uint32_t kSystem = 0x04;
-constexpr std::uint32_t kMemoryManagement = kProcessSystem;
 constexpr std::uint32_t kLastStateCode = 9;
 constexpr std::uint64_t kNoTerminal = UINT64_MAX;
 
@@ -204,13 +200,13 @@ void ProcessSummary::CountTerminals(const std::vector<Look>& looks) {
 
 void ProcessSummary::CountFlags(const Look& look) {
   const std::uint32_t flags = look.process->flags;
-  const bool isSystem = (flags & kSystem) != 0;
+  const bool isSystem = (flags & kProcessSystem) != 0;
   m_counts.system += isSystem ? 1 : 0;
   if (look.active) {
     ++(isSystem ? m_counts.activeSystem : m_counts.activeUser);
   }
-  m_counts.memMgmt += (flags & kMemoryManagement) != 0 ? 1 : 0;
-  m_counts.swapped += (flags & kInCore) == 0 ? 1 : 0;
+  m_counts.memMgmt += (flags & kProcessMemMgmt) != 0 ? 1 : 0;
+  m_counts.swapped += (flags & kProcessInCore) == 0 ? 1 : 0;
 }
 
 void ProcessSummary::CountState(std::uint32_t state) {

@@ -243,7 +243,7 @@ TEST_F(ProcessSourceTest, KeepsTheSystemProcessesOfEachKernelApart) {
   const auto systemPids = [] {
     std::string pids;
     for (const Process& row : Read()) {
-      pids += (row.GetFlags() & kProcessSystem) != 0 ? std::to_string(row.GetPid()) + " " : "";
+      pids += (row.GetFlags() & kProcessMemMgmt) != 0 ? std::to_string(row.GetPid()) + " " : "";
     }
     return pids;
   };

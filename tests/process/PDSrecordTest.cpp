@@ -28,7 +28,7 @@ class PDSrecordTest : public ::testing::Test {
     for (int pid = 1; pid <= count; ++pid) {
       Process& process = list.emplace_back();
       process.pid = pid;
-      process.flags = kProcessInterruptible;
+      process.flags = kProcessInCore;
       process.state = kStateSleeping;
       process.tty = UINT64_MAX;
       process.minorFaults = pid == 1 ? faults : 0;
