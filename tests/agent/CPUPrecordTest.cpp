@@ -1,72 +1,37 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 
-#include "agent/UnixAgent.h"
-#include "collect/ProcLib.h"
 #include "records/RecordClasses.h"
-#include "support/HostPaths.h"
-#include "support/OsCalls.h"
-#include "support/Switches.h"
+#include "tests/agent/AgentOnHost.h"
 #include "tests/scripted/Batch.h"
-#include "tests/scripted/ScriptedNode.h"
-#include "tests/support/TempFolder.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-std::time_t g_now = 0;
-
 /// A host of two processors, and the agent on it.
-class CPUPrecordTest : public ::testing::Test {
+class CPUPrecordTest : public AgentOnHost {
  protected:
   void SetUp() override {
-    ScriptedNode::Reset();
-    g_msgLogLevel = 20;
-    m_realCalls = Os();
-    Os().time = [](std::time_t*) { return g_now; };
-    Os().get_nprocs = [] { return 2; };
-    Os().get_nprocs_conf = [] { return 2; };
-    SetHostRoot(m_root.Path().string());
-    SetProductRoot(m_root.Path().string());
-    ProcLib::ResetCaches();
-    fs::create_directories(m_root.Path() / "proc");
-    fs::create_directories(m_root.Path() / "opt/qmtrx/mond");
+    AgentOnHost::SetUp();
     Write("cpuinfo",
           "processor\t: 0\nmodel name\t: Example CPU A\n\n"
           "processor\t: 1\nmodel name\t: Example CPU B\n\n");
     SetSample(1'700'000'000, "100 20 30 400 5 6 7 8 0 0", "50 0 50 900 0 0 0 0 0 0", 1000, 10);
-    m_agent = std::make_unique<UnixAgent>("/opt/qmtrx/mond/qmt_hostutil_", "test");
-    std::string text = "test";
-    ASSERT_EQ(m_agent->Init(text.data(), text.data(), text.data()), 0);
-  }
-  void TearDown() override {
-    m_agent.reset();
-    Os() = m_realCalls;
-    ProcLib::ResetCaches();
-    SetHostRoot("");
-    SetProductRoot("");
+    StartAgent();
   }
 
   void Write(const std::string& name, const std::string& text) const {
-    std::ofstream(m_root.Path() / "proc" / name) << text;
+    m_host.Write("/proc/" + name, text);
   }
   void SetSample(std::time_t now, const std::string& cpu0, const std::string& cpu1, int interrupts0,
                  int interrupts1) const {
-    g_now = now;
+    s_now = now;
     Write("stat", "cpu  1 2 3 4 5 6 7 8 0 0\ncpu0 " + cpu0 + "\ncpu1 " + cpu1 +
                       "\nintr 5\nctxt 7\nbtime 1699990000\n");
     Write("interrupts", "            CPU0       CPU1\n   1:       " + std::to_string(interrupts0) +
                             "         " + std::to_string(interrupts1) +
                             "   IO-APIC   1-edge      i8042\nNMI:          0          0\n");
   }
-
-  TempFolder m_root;
-  OsCalls m_realCalls{};
-  std::unique_ptr<UnixAgent> m_agent;
 };
 
 /// What every row of the host at `now` has.

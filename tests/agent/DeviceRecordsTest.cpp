@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,6 +12,7 @@
 #include "support/OsCalls.h"
 #include "support/Switches.h"
 #include "tests/scripted/Batch.h"
+#include "tests/scripted/Golden.h"
 #include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
 
@@ -86,26 +85,6 @@ class DeviceRecordsTest : public ::testing::Test {
   RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
 };
 
-/// Compares a row with a table of its fields that was worked out by hand.
-template <class Row>
-void ExpectGolden(const Row& row, const std::filesystem::path& table) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(&row);
-  std::size_t offset = 0;
-  std::ifstream in(table);
-  std::string line, hex;
-  std::getline(in, line);
-  while (std::getline(in, line)) {
-    std::istringstream cells(line);
-    for (int column = 0; column < 4; ++column) {
-      std::getline(cells, hex, '\t');
-    }
-    for (std::size_t i = 0; i < hex.size() && offset < sizeof row; i += 2, ++offset) {
-      EXPECT_EQ(bytes[offset], std::stoi(hex.substr(i, 2), nullptr, 16)) << line;
-    }
-  }
-  EXPECT_EQ(offset, sizeof row);
-}
-
 TEST_F(DeviceRecordsTest, SecondScheduledRowsAreTheOnesWorkedOutByHand) {
   const std::filesystem::path fixture = std::filesystem::path(QMT_TEST_DIR) / "fixtures/devices";
   const process_tree::HostTree host;
@@ -132,8 +111,9 @@ TEST_F(DeviceRecordsTest, SecondScheduledRowsAreTheOnesWorkedOutByHand) {
   ASSERT_EQ(rows.size(), 3U);
   EXPECT_STREQ(rows[0].deviceName.c_str(), "loop0");
   EXPECT_STREQ(rows[2].deviceName.c_str(), "sdb");
-  ExpectGolden(rows[1], fixture / "DEVD.tsv");
-  ExpectGolden(Build<recordPI_DEVS>(sum).at(0), fixture / "DEVS.tsv");
+  ExpectGolden(&rows[1], sizeof rows[1], fixture / "DEVD.tsv");
+  const recordPI_DEVS total = Build<recordPI_DEVS>(sum).at(0);
+  ExpectGolden(&total, sizeof total, fixture / "DEVS.tsv");
 
   // A second build in the same second skips each row, not the request.
   EXPECT_TRUE(Build<recordPI_DEVD>(each).empty());

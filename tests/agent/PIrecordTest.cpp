@@ -3,22 +3,14 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "agent/UnixAgent.h"
-#include "collect/ProcLib.h"
 #include "node/LayoutRegistry.h"
 #include "records/RecordClasses.h"
-#include "support/HostPaths.h"
-#include "support/OsCalls.h"
-#include "support/Switches.h"
+#include "tests/agent/AgentOnHost.h"
 #include "tests/scripted/Batch.h"
-#include "tests/scripted/ProcessTree.h"
-#include "tests/scripted/ScriptedNode.h"
-#include "tests/support/TempFolder.h"
+#include "tests/scripted/Golden.h"
 
 namespace {
 
@@ -28,19 +20,13 @@ using Texts = std::vector<std::string>;
 constexpr std::time_t kFirstTime = 1'700'000'000;
 const fs::path kFixture = fs::path(QMT_TEST_DIR) / "fixtures/pi";
 
-std::time_t g_now = 0;
 unsigned long g_freePages = 0;
 
 /// A host of two processors at the first of two samples, ten seconds apart, and the agent on it.
-class PIrecordTest : public ::testing::Test {
+class PIrecordTest : public AgentOnHost {
  protected:
   void SetUp() override {
-    ScriptedNode::Reset();
-    g_msgLogLevel = 20;
-    m_realCalls = Os();
-    Os().time = [](std::time_t*) { return g_now; };
-    Os().get_nprocs = [] { return 2; };
-    Os().get_nprocs_conf = [] { return 2; };
+    AgentOnHost::SetUp();
     Os().sysinfo = [](struct ::sysinfo* info) {
       info->totalram = 1'023'811;
       info->freeram = g_freePages;
@@ -49,26 +35,15 @@ class PIrecordTest : public ::testing::Test {
       info->mem_unit = 4096;
       return 0;
     };
-    SetProductRoot(m_product.Path().string());
-    ProcLib::ResetCaches();
-    fs::create_directories(m_product.Path() / "opt/qmtrx/mond");
     m_host.CopyFrom(kFixture / "first");
-    g_now = kFirstTime;
+    s_now = kFirstTime;
     g_freePages = 300'000;
-    m_agent = std::make_unique<UnixAgent>("/opt/qmtrx/mond/qmt_hostutil_", "test");
-    std::string text = "test";
-    ASSERT_EQ(m_agent->Init(text.data(), text.data(), text.data()), 0);
-  }
-  void TearDown() override {
-    m_agent.reset();
-    Os() = m_realCalls;
-    ProcLib::ResetCaches();
-    SetProductRoot("");
+    StartAgent();
   }
 
   void TakeSecondSample() const {
     m_host.CopyFrom(kFixture / "second");
-    g_now = kFirstTime + 10;
+    s_now = kFirstTime + 10;
     g_freePages = 200'003;
   }
   /// The row of the batch's only asker, which becomes the previous one of its next answer.
@@ -86,44 +61,7 @@ class PIrecordTest : public ::testing::Test {
   static std::size_t Lines(const std::string& part) {
     return ScriptedNode::Instance().LinesWith(part).size();
   }
-
-  process_tree::HostTree m_host;
-  TempFolder m_product;
-  OsCalls m_realCalls{};
-  std::unique_ptr<UnixAgent> m_agent;
 };
-
-struct GoldenField {
-  std::string label, type, value, bytes, note;
-};
-
-std::vector<GoldenField> ReadGolden(const fs::path& path) {
-  std::ifstream in(path);
-  std::vector<GoldenField> fields;
-  std::string line;
-  std::getline(in, line);
-  while (std::getline(in, line)) {
-    std::istringstream cells(line);
-    GoldenField field;
-    std::getline(cells, field.label, '\t');
-    std::getline(cells, field.type, '\t');
-    std::getline(cells, field.value, '\t');
-    std::getline(cells, field.bytes, '\t');
-    std::getline(cells, field.note, '\t');
-    fields.push_back(field);
-  }
-  return fields;
-}
-
-std::string HexOf(const unsigned char* bytes, std::size_t count) {
-  constexpr const char* kDigits = "0123456789abcdef";
-  std::string text;
-  for (std::size_t i = 0; i < count; ++i) {
-    text += kDigits[bytes[i] >> 4U];
-    text += kDigits[bytes[i] & 15U];
-  }
-  return text;
-}
 
 TEST_F(PIrecordTest, ASecondScheduledRowIsTheOneWorkedOutByHand) {
   Batch batch;
@@ -138,16 +76,7 @@ TEST_F(PIrecordTest, ASecondScheduledRowIsTheOneWorkedOutByHand) {
   ASSERT_EQ(batch.entries[0]->event.m_records.size(), 1U);
   const CMBRecord& answer = *batch.entries[0]->event.m_records.front();
   ASSERT_EQ(answer.GetRecSize(), 516);
-  const auto* bytes = static_cast<const unsigned char*>(answer.GetRecStart());
-  std::size_t offset = 0;
-  for (const GoldenField& field : ReadGolden(kFixture / "row.tsv")) {
-    const std::size_t width = field.bytes.size() / 2;
-    ASSERT_LE(offset + width, 516U) << field.label;
-    EXPECT_EQ(HexOf(bytes + offset, width), field.bytes)
-        << field.label << " = " << field.value << ": " << field.note;
-    offset += width;
-  }
-  EXPECT_EQ(offset, 516U);
+  ExpectGolden(answer.GetRecStart(), 516, kFixture / "row.tsv");
 
   // The host's count of pages read has passed 32 bits.
   for (const std::string name : {"page_in_count", "page_in_ops"}) {
@@ -205,11 +134,11 @@ TEST_F(PIrecordTest, ALookLeavesTheDifferencesOfTheScheduleAlone) {
   schedule.Add("PI", '4', {.realtime = 0, .calcRates = 1});
   ASSERT_EQ(m_agent->NotifyEvent(&schedule.event), 0);
   TakeSecondSample();
-  g_now = kFirstTime + 4;
+  s_now = kFirstTime + 4;
   Batch look;
   look.Add("PI", '4', {.realtime = 1, .calcRates = 1});
   EXPECT_EQ(Look(look).contextSwitches, 834'567U);
-  g_now = kFirstTime + 10;
+  s_now = kFirstTime + 10;
   const recordPI row = Look(schedule);
   EXPECT_EQ(row.contextSwitches, 34'567U);
   EXPECT_EQ(row.interval, 10U);

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "agent/UnixAgent.h"
+#include "collect/ProcLib.h"
+#include "support/HostPaths.h"
+#include "support/OsCalls.h"
+#include "support/Switches.h"
+#include "tests/scripted/ProcessTree.h"
+#include "tests/scripted/ScriptedNode.h"
+#include "tests/support/TempFolder.h"
+
+/// The agent on a host of two processors that a test fills: first the host, then StartAgent().
+class AgentOnHost : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ScriptedNode::Reset();
+    g_msgLogLevel = 20;
+    m_realCalls = Os();
+    Os().time = [](std::time_t*) { return s_now; };
+    Os().get_nprocs = [] { return 2; };
+    Os().get_nprocs_conf = [] { return 2; };
+    SetProductRoot(m_product.Path().string());
+    ProcLib::ResetCaches();
+    std::filesystem::create_directories(m_product.Path() / "opt/qmtrx/mond");
+  }
+  void TearDown() override {
+    m_agent.reset();
+    Os() = m_realCalls;
+    ProcLib::ResetCaches();
+    SetProductRoot("");
+  }
+  void StartAgent() {
+    m_agent = std::make_unique<UnixAgent>("/opt/qmtrx/mond/qmt_hostutil_", "test");
+    std::string text = "test";
+    ASSERT_EQ(m_agent->Init(text.data(), text.data(), text.data()), 0);
+  }
+
+  inline static std::time_t s_now = 0;
+  process_tree::HostTree m_host;
+  TempFolder m_product;
+  OsCalls m_realCalls{};
+  std::unique_ptr<UnixAgent> m_agent;
+};
