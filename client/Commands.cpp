@@ -2,21 +2,17 @@
 
 #include <algorithm>
 #include <charconv>
-#include <chrono>
 #include <cstdlib>
-#include <iterator>
-#include <map>
 #include <set>
 #include <utility>
 
 #include "client/ConfigText.h"
 #include "client/Connection.h"
 #include "client/Errors.h"
+#include "client/Pace.h"
 #include "client/RowValues.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kSocketBelowRoot = "/opt/qmtrx/mond/agent/run/control.sock";
 
@@ -24,94 +20,8 @@ std::string Indented(const Json& value) {
   return value.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
-Json SchemaRequest(const RecordName& record) {
-  Json request{{"op", "schema"}, {"record", record.name}};
-  if (!record.category.empty()) {
-    request["category"] = record.category;
-  }
-  return request;
-}
-
 /// The member `name` of an answer, once it is known to be there.
 const Json& Part(const Json& answer, const char* name) { return *answer.find(name); }
-
-std::vector<RecordName> ParseRecordNames(const std::vector<std::string>& texts) {
-  std::vector<RecordName> names;
-  std::transform(texts.begin(), texts.end(), std::back_inserter(names), ParseRecordName);
-  return names;
-}
-
-/// What one request for records came to.
-struct Sample {
-  std::vector<ShownRecord> records;  ///< those that were answered with rows, or with none
-  std::vector<std::string> notes;    ///< what the operator has to know of the others
-};
-
-/// Asks for the same records as often as wanted, over one connection.
-class RecordReader {
- public:
-  RecordReader(const CommonOptions& common, const RecordOptions& options, const char* operation,
-               int stop = -1)
-      : m_format(options.format),
-        m_names(ParseRecordNames(options.records)),
-        m_connection(common.socket, stop) {
-    Json names = Json::array();
-    for (const RecordName& name : m_names) {
-      names.push_back(name.ToJson());
-    }
-    m_request = {{"op", operation}, {"records", std::move(names)}};
-    if (options.rates) {
-      m_request["rates"] = true;
-    }
-  }
-
-  Sample Read() {
-    Json answer = m_connection.Ask(m_request);
-    std::vector<RecordAnswer> answers = ReadResults(answer, m_names);
-    Sample sample;
-    for (std::size_t i = 0; i < answers.size(); ++i) {
-      if (!answers[i].error.empty()) {
-        m_anyFailed = true;
-        sample.notes.push_back(m_names[i].Text() + ": " + answers[i].error);
-        continue;
-      }
-      ShownRecord record{std::move(answers[i]), {}};
-      if (m_format == Format::kTable) {
-        record.schema = SchemaOf({record.answer.record, record.answer.category});
-      }
-      // In JSON an empty array says as much.
-      const bool tells = m_format == Format::kJson || m_format == Format::kJsonLine;
-      if (record.answer.rows.empty() && !tells) {
-        sample.notes.push_back(m_names[i].Text() + ": no rows");
-      }
-      sample.records.push_back(std::move(record));
-    }
-    return sample;
-  }
-
-  /// Whether a record failed in any reading.
-  [[nodiscard]] bool AnyFailed() const { return m_anyFailed; }
-
- private:
-  const Schema& SchemaOf(const RecordName& record) {
-    const auto [place, isNew] = m_schemas.try_emplace(record.Text());
-    if (isNew) {
-      try {
-        place->second = ReadSchema(m_connection.Ask(SchemaRequest(record)));
-      } catch (const RefusedError&) {
-        // Rows can be shown without a layout, only less nicely.
-      }
-    }
-    return place->second;
-  }
-
-  Format m_format;
-  std::vector<RecordName> m_names;
-  Json m_request;
-  Connection m_connection;
-  std::map<std::string, Schema> m_schemas;
-  bool m_anyFailed = false;
-};
 
 std::string RecordsText(std::vector<ShownRecord>& records, Format format, bool titles,
                         const Screen& screen) {
@@ -136,7 +46,7 @@ std::string RecordsText(std::vector<ShownRecord>& records, Format format, bool t
 }
 
 int RunOnce(const CommonOptions& common, const RecordOptions& options, const char* operation) {
-  RecordReader reader(common, options, operation);
+  RecordReader reader(common.socket, options, operation);
   Sample sample = reader.Read();
   std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
   const Screen screen = ReadScreen(common.color);
@@ -223,12 +133,6 @@ int ReportOutcome(const std::string& item, const ConfigOutcome& outcome) {
   return kExitFailed;
 }
 
-/// The first beat after `now` of a pace counted from `start`: a slow answer drops beats, it does
-/// not shift those that follow.
-Clock::time_point NextBeat(Clock::time_point start, Clock::duration every, Clock::time_point now) {
-  return start + ((now - start) / every + 1) * every;
-}
-
 }  // namespace
 
 std::string DefaultSocket() {
@@ -254,16 +158,11 @@ int RunLast(const CommonOptions& common, const RecordOptions& options) {
 }
 
 int RunWatch(const CommonOptions& common, const WatchOptions& options) {
-  if (!(options.everySeconds >= kShortestPace && options.everySeconds <= kLongestPace)) {
-    throw UsageError("--every takes seconds from 0.1 to 86400");
-  }
-  const auto every = std::chrono::duration_cast<Clock::duration>(
-      std::chrono::duration<double>(options.everySeconds));
+  const Pace pace(options.everySeconds);
   const StopSignals stop;
   SampleWriter writer(common, options.what.format, stop.Get());
   try {
-    RecordReader reader(common, options.what, "get", stop.Get());
-    const Clock::time_point start = Clock::now();
+    RecordReader reader(common.socket, options.what, "get", stop.Get());
     for (std::uint64_t samples = 1;; ++samples) {
       Sample sample = reader.Read();
       if (sample.records.empty() && samples == 1) {
@@ -271,7 +170,7 @@ int RunWatch(const CommonOptions& common, const WatchOptions& options) {
         return kExitFailed;
       }
       writer.Write(sample);
-      if (samples == options.count || stop.WaitUntil(NextBeat(start, every, Clock::now()))) {
+      if (samples == options.count || stop.WaitUntil(pace.Next())) {
         const bool counted = samples == options.count;
         writer.Finish();
         return counted && reader.AnyFailed() ? kExitFailed : kExitDone;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "client/Render.h"
+#include "client/RecordReader.h"
 #include "client/Terminal.h"
 
 /// What holds for every command.
@@ -13,21 +13,11 @@ struct CommonOptions {
   ColorMode color = ColorMode::kAuto;
 };
 
-struct RecordOptions {
-  std::vector<std::string> records;  ///< as typed
-  bool rates = false;
-  Format format = Format::kTable;
-};
-
 struct WatchOptions {
   RecordOptions what;
   double everySeconds = 1;
   std::uint64_t count = 0;  ///< samples to show, 0 for no end
 };
-
-/// The shortest and the longest pace of a watch, in seconds.
-inline constexpr double kShortestPace = 0.1;
-inline constexpr double kLongestPace = 86400;
 
 /// $QMT_PRODUCT_ROOT and the daemon's socket below it.
 [[nodiscard]] std::string DefaultSocket();

@@ -7,6 +7,7 @@
 
 #include "client/Commands.h"
 #include "client/Errors.h"
+#include "client/Top.h"
 
 namespace {
 
@@ -15,6 +16,7 @@ struct CommandLine {
   CommonOptions common;
   RecordOptions records;
   WatchOptions watch;
+  TopOptions top;
   bool json = false;
   bool csv = false;
   std::string item;
@@ -40,6 +42,17 @@ void AddRates(CLI::App* command, CommandLine& line) {
   command->add_flag("--rates", line.records.rates, "Averages since the machine was started");
 }
 
+/// Options that say which rows and columns to show; each may be given again.
+void AddChoice(CLI::App* command, CommandLine& line) {
+  ChoiceOptions& choice = line.records.choice;
+  const auto add = [command](const char* name, std::vector<std::string>& texts, const char* help) {
+    command->add_option(name, texts, help)->allow_extra_args(false);
+  };
+  add("--where", choice.where, "Rows with LABEL=VALUE, or != < <= > >= and ~ for a shell pattern");
+  add("--sort", choice.sort, "Sort by LABEL, +LABEL ascending, -LABEL descending");
+  add("--columns", choice.columns, "The columns LABEL,LABEL,... alone, in this order");
+}
+
 void AddRowCommands(CLI::App& app, CommandLine& line) {
   CLI::App* get = app.add_subcommand("get", "Collect records now, all in one snapshot");
   CLI::App* last = app.add_subcommand("last", "Show the rows that the schedule made last");
@@ -47,6 +60,7 @@ void AddRowCommands(CLI::App& app, CommandLine& line) {
     AddRecords(command, line);
     CLI::Option* json = AddJson(command, line);
     command->add_flag("--csv", line.csv, "Print comma-separated values")->excludes(json);
+    AddChoice(command, line);
   }
   AddRates(get, line);
   get->callback([&] {
@@ -67,6 +81,7 @@ void AddWatch(CLI::App& app, CommandLine& line) {
   CLI::App* watch = app.add_subcommand("watch", "Collect records again and again");
   AddRecords(watch, line);
   AddRates(watch, line);
+  AddChoice(watch, line);
   AddJson(watch, line)->description("Print one JSON array a line");
   watch
       ->add_option("--every", line.watch.everySeconds, "Seconds from sample to sample, 0.1 or more")
@@ -80,6 +95,23 @@ void AddWatch(CLI::App& app, CommandLine& line) {
       return RunWatch(line.common, line.watch);
     };
   });
+}
+
+void AddTop(CLI::App& app, CommandLine& line) {
+  CLI::App* top = app.add_subcommand("top", "Show the processes that load the machine most");
+  const auto setOrder = [&](const std::string& order) {
+    line.top.order = order == "memory" ? TopOrder::kMemory
+                     : order == "io"   ? TopOrder::kIo
+                                       : TopOrder::kCpu;
+  };
+  top->add_option_function<std::string>("--by", setOrder, "cpu (if not given), memory or io")
+      ->check(CLI::IsMember({"cpu", "memory", "io"}).description(""))
+      ->option_text("FIGURE");
+  const CLI::Range positive(std::uint64_t{1}, UINT64_MAX);
+  top->add_option("--every", line.top.everySeconds, "Seconds from look to look, 2 if not given");
+  top->add_option("--count", line.top.count, "End after so many looks")->check(positive);
+  top->add_option("--rows", line.top.rows, "Processes to show of each look")->check(positive);
+  top->callback([&] { line.run = [&] { return RunTop(line.common, line.top); }; });
 }
 
 void AddOtherCommands(CLI::App& app, CommandLine& line) {
@@ -160,6 +192,7 @@ int main(int argc, char** argv) {
   AddCommonOptions(app, line);
   AddRowCommands(app, line);
   AddWatch(app, line);
+  AddTop(app, line);
   AddOtherCommands(app, line);
   AddConfig(app, line);
   try {

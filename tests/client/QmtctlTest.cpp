@@ -67,6 +67,28 @@ Json ResultOf(const std::string& record, int turn) {
   return result;
 }
 
+/// Two processes: 7 is the greater, 8 uses half a second of CPU from request to request.
+Json ProcessesOf(int turn) {
+  Json result{{"record", "PDI"}, {"category", "3"}, {"time", 1700000000}, {"rows", Json::array()}};
+  for (int pid = 7; pid <= 8; ++pid) {
+    result["rows"].push_back({{"Record Time", 1700000000},
+                              {"PID", pid},
+                              {"Program", "p\x1b"},
+                              {"User", "root"},
+                              {"Start Time", 1699999900},
+                              {"User CPU", pid == 8 ? 0.5 * turn : 50},
+                              {"System CPU", 0.0},
+                              {"Major Faults", 0},
+                              {"Real Mem Kbytes", pid == 7 ? 900 : 100},
+                              {"Virtual Mem Kbytes", 1000},
+                              {"State", "RUN"},
+                              {"Total I/O Ops", 0},
+                              {"Total I/O Kbytes", 0.0},
+                              {"Argument List", ""}});
+  }
+  return result;
+}
+
 std::string Daemon(const Json& request, int turn) {
   const std::string op = request.at("op");
   if (op == "schema") {
@@ -88,7 +110,8 @@ std::string Daemon(const Json& request, int turn) {
   }
   Json results = Json::array();
   for (const Json& name : request.at("records")) {
-    results.push_back(ResultOf(name.is_string() ? name : name.at("record"), turn));
+    const std::string record = name.is_string() ? name : name.at("record");
+    results.push_back(record == "PDI" ? ProcessesOf(turn) : ResultOf(record, turn));
   }
   return Answer(request, {{"results", std::move(results)}});
 }
@@ -259,6 +282,40 @@ TEST_F(Qmtctl, ATerminalGetsColourWidthAndRedrawing) {
   EXPECT_THAT(Run({"get", "CPUP", "--color", "always"}).out, HasSubstr("\x1b[1mRecord Time"));
 }
 
+TEST_F(Qmtctl, ChoicesHoldForEachFormAndNeedNoRows) {
+  EXPECT_EQ(Run({"get", "CPUP", "--where", "CPU %>5", "--columns", "cpu %,Processor ID"}).out,
+            "CPU %  Processor ID\n 11.5  1\n");
+  EXPECT_EQ(Run({"last", "CPUP", "--sort", "-Processor ID", "--columns", "CPU %", "--columns",
+                 "Processor ID", "--csv"})
+                .out,
+            "CPU %,Processor ID\n11.5,1\n1.0,0\n");
+  const Outcome none = Run({"watch", "CPUP", "--every", "1", "--count", "1", "--json", "--where",
+                            "Processor ID=0", "--where", "Processor ID=1"});
+  EXPECT_THAT(none.out, HasSubstr(R"("rows":[])"));
+  const std::size_t before = m_server.Requests().size();
+  const Outcome unknown = Run({"get", "NONE", "--where", "Procesor ID=0"});
+  EXPECT_EQ(unknown.exit, kExitUsage);
+  EXPECT_THAT(unknown.err, HasSubstr("\"Procesor ID\"; did you mean \"Processor ID\"?"));
+  EXPECT_EQ(m_server.Requests().size(), before + 1) << "nothing is collected for a wrong choice";
+}
+
+TEST_F(Qmtctl, TopComparesItsLooks) {
+  const Outcome run = Run({"top", "--every", "0.5", "--count", "2", "--rows", "1"});
+  EXPECT_EQ(run.exit, kExitDone) << run.err;
+  EXPECT_THAT(run.out,
+              testing::StartsWith("2023-11-14 22:13:20  2 processes  by cpu, since start"));
+  EXPECT_THAT(run.out, HasSubstr("\n  7  root  RUN     50.0     50.00     900"));
+  EXPECT_THAT(run.out, HasSubstr("\n  8  root  RUN    "));
+  EXPECT_EQ(m_server.Connections(), 1);
+  RunOptions terminal;
+  terminal.terminal = true;
+  terminal.onOutput = [](int pid, const std::string&) { ::kill(pid, SIGINT); };
+  const Outcome redrawn = Run({"top", "--by", "memory"}, terminal);
+  EXPECT_EQ(redrawn.exit, kExitDone) << redrawn.err;
+  EXPECT_THAT(redrawn.out, testing::StartsWith("\x1b[H\x1b[J"));
+  EXPECT_THAT(redrawn.out, testing::EndsWith("\r\n"));
+}
+
 TEST_F(Qmtctl, AReaderThatLeftEndsItQuietly) {
   RunOptions options;
   options.closedReader = true;
@@ -291,6 +348,10 @@ TEST(QmtctlAlone, WrongUsageExitsWith2) {
       {"watch", "CPUP", "--every", "nan"},
       {"watch", "CPUP", "--every", "1", "--count", "0"},
       {"watch", "CPUP", "--every", "1", "--csv"},
+      {"top", "--by", "name"},
+      {"top", "--every", "0"},
+      {"top", "--count", "0"},
+      {"get", "CPUP", "--where"},
   };
   for (const auto& words : cases) {
     const Outcome run = RunProgram(QMTCTL_PATH, words);
@@ -325,14 +386,10 @@ TEST(QmtctlAlone, AForeignServerIsAFailureOfEveryCommand) {
                             {"config", {}},
                             {"result", {}}});
   });
-  const std::vector<std::string> cases[] = {{"get", "CPUP"},
-                                            {"last", "CPUP"},
-                                            {"watch", "CPUP", "--every", "1"},
-                                            {"schema", "CPUP"},
-                                            {"status"},
-                                            {"records"},
-                                            {"config"},
-                                            {"config", "set", "3", "x"}};
+  const std::vector<std::string> cases[] = {
+      {"get", "CPUP"},    {"last", "CPUP"}, {"watch", "CPUP", "--every", "1"},
+      {"schema", "CPUP"}, {"status"},       {"records"},
+      {"config"},         {"top"},          {"config", "set", "3", "x"}};
   for (std::vector<std::string> words : cases) {
     words.insert(words.end(), {"--socket", server.Path()});
     const Outcome run = RunProgram(QMTCTL_PATH, words);
