@@ -134,12 +134,15 @@ std::vector<ConfigNode> ConfigNodes(const Json& parent) {
   return nodes;
 }
 
-std::string KernelVariant(const Json& status) {
+/// A figure of the agent's that is a count; empty if it does not say.
+std::string CountFigure(const Json& status, std::string_view name) {
+  constexpr double kLargest = 4294967295.0;
   for (const Json& figure : Objects(status, "figures")) {
-    if (Text(figure, "name") == "kernel_variant") {
+    if (Text(figure, "name") == name) {
       const Json& value = Member(figure, "value");
-      const double variant = value.is_number() ? value.get<double>() : -1.0;
-      return variant >= 0.0 && variant <= 999.0 ? std::to_string(static_cast<int>(variant)) : "";
+      const double count = value.is_number() ? value.get<double>() : -1.0;
+      return count >= 0.0 && count <= kLargest ? std::to_string(static_cast<std::uint64_t>(count))
+                                               : "";
     }
   }
   return "";
@@ -230,7 +233,8 @@ Status ReadStatus(const Json& answer) {
   out.version = Text(status, "version");
   out.node = Text(status, "node");
   out.host = Text(status, "host");
-  out.kernelVariant = KernelVariant(status);
+  out.kernelVariant = CountFigure(status, "kernel_variant");
+  out.skippedProcesses = CountFigure(status, "collect_process_skipped");
   for (const Json& schedule : Objects(status, "schedules")) {
     const bool ran = !Member(schedule, "last_time").is_null();
     out.schedules.push_back({Text(schedule, "record"), Text(schedule, "category"),

@@ -76,7 +76,8 @@ struct Status {
   std::string version;
   std::string node;
   std::string host;
-  std::string kernelVariant;  ///< empty if the agent does not say
+  std::string kernelVariant;     ///< empty if the agent does not say
+  std::string skippedProcesses;  ///< that the last collection has no row for; empty likewise
   std::vector<Schedule> schedules;
   LastBatch lastBatch;
 };

@@ -147,13 +147,15 @@ std::string ListingText(const std::vector<Listing>& records, const Screen& scree
 }
 
 std::string StatusText(const Status& status, const Screen& screen) {
-  const std::array<std::pair<const char*, std::string>, 7> lines{{
+  const std::array<std::pair<const char*, std::string>, 8> lines{{
       {"Process", std::to_string(status.pid)},
       {"Version", SafeText(status.version)},
       {"Node", SafeText(status.node)},
       {"Host", SafeText(status.host)},
       {"Up time", DurationText(status.uptimeSeconds)},
       {"Kernel variant", status.kernelVariant.empty() ? "unknown" : status.kernelVariant},
+      {"Skipped",
+       status.skippedProcesses.empty() ? "unknown" : status.skippedProcesses + " processes"},
       {"Last batch", BatchText(status.lastBatch)},
   }};
   std::string text;

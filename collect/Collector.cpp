@@ -34,6 +34,11 @@ bool IsAsked(const Category& category, std::uint32_t flags) {
 using FigureTable = std::shared_ptr<std::vector<CategoryFigures>>;
 
 void PublishFigures(const FigureTable& table) {
+  FigureRegistry::Instance().Add(
+      {"collect_process_skipped",
+       "Processes without a row after the last collection, such as ones with a blank in their "
+       "name.",
+       FigureKind::kGauge, [] { return static_cast<double>(ProcessSourceUser::Skipped()); }});
   for (std::size_t index = 0; index < Categories().size(); ++index) {
     const Category& category = Categories()[index];
     if (category.run == nullptr) {

@@ -6,10 +6,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 
 #include "collect/ProcLib.h"
 #include "collect/TextScanner.h"
@@ -19,19 +20,25 @@
 namespace {
 
 constexpr std::uint32_t kRecordSize = 1132;
-/// "/proc/", a directory name of the longest kind, a slash and the file's name.
+/// "/proc/", a directory name of the longest kind, 255 bytes, a slash and the file's name.
 using ProcessPath = std::array<char, 288>;
 constexpr std::size_t kProcPrefix = 6;
 
-void FormPath(ProcessPath& path, const char* pid, const char* leaf) {
-  std::snprintf(path.data(), path.size(), "/proc/%s/%s", pid, leaf);
+/// Puts texts one behind another, as many characters as there is room for. Returns how many.
+std::size_t FormPath(ProcessPath& path, std::initializer_list<std::string_view> parts) {
+  std::size_t length = 0;
+  for (const std::string_view part : parts) {
+    length += part.copy(path.data() + length, path.size() - 1 - length);
+  }
+  path[length] = '\0';
+  return length;
 }
 
 }  // namespace
 
 /// How one of a process's files is read.
 struct ProcessSourceUser::FileOfProcess {
-  const char* leaf;
+  std::string_view leaf;
   std::size_t limit;  ///< bytes taken
   bool needsText;     ///< an empty file is a failure
   int level;          ///< of the traces of failure
@@ -68,6 +75,23 @@ constexpr ProcessSourceUser::FileOfProcess ProcessSourceUser::kStatus{
     "The error occurred by OS API(fopen). (en=%1, arg1=%2, arg2=%3)",
     "The error occurred by OS API(fread). (en=%1, arg1=%2, arg2=%3, arg3=%4)"};
 
+/// The folder of one process, whose part of the paths is formed once.
+class ProcessSourceUser::ProcessFolder {
+ public:
+  explicit ProcessFolder(const char* pid) : m_length(FormPath(m_path, {"/proc/", pid, "/"})) {}
+
+  /// The path of a file in it, valid until the next one is asked for.
+  const char* PathOf(std::string_view leaf) {
+    leaf.copy(m_path.data() + m_length, leaf.size());
+    m_path[m_length + leaf.size()] = '\0';
+    return m_path.data();
+  }
+
+ private:
+  ProcessPath m_path;
+  std::size_t m_length;
+};
+
 void ProcessSourceUser::CloseDir::operator()(DIR* directory) const {
   if (::closedir(directory) != 0) {
     Trace(20, kError, "The error occurred by OS API(closedir). (en=%1, arg1=%2)", errno, "/proc");
@@ -77,6 +101,7 @@ void ProcessSourceUser::CloseDir::operator()(DIR* directory) const {
 ProcessSourceUser::ProcessSourceUser() {
   TraceEntry("ProcessSourceUser::ProcessSourceUser");
   ++s_statistics.constructed;
+  s_skipped = 0;
   m_procDir.reset(::opendir(HostPath("/proc").c_str()));
   if (m_procDir == nullptr) {
     Trace(20, kError, "The error occurred by OS API(opendir). (en=%1, arg1=%2)", errno, "/proc");
@@ -111,15 +136,15 @@ void ProcessSourceUser::read(x_proc* record) {
   TraceExit("ProcessSourceUser::read");
 }
 
-int ProcessSourceUser::ReadFile(const char* pid, const FileOfProcess& file, char* buffer) const {
-  ProcessPath path;
-  FormPath(path, pid, file.leaf);
+int ProcessSourceUser::ReadFile(ProcessFolder& folder, const FileOfProcess& file,
+                                char* buffer) const {
+  const char* const path = folder.PathOf(file.leaf);
   // Relative to the open /proc, which spares the kernel the walk; a pipe in a captured tree must
   // not block the agent.
-  const int descriptor = ::openat(::dirfd(m_procDir.get()), path.data() + kProcPrefix,
+  const int descriptor = ::openat(::dirfd(m_procDir.get()), path + kProcPrefix,
                                   O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (descriptor < 0) {
-    Trace(file.level, kError, file.openFailed, errno, path.data(), "r");
+    Trace(file.level, kError, file.openFailed, errno, path, "r");
     return -1;
   }
   // The kernel gives such a file in one piece.
@@ -127,8 +152,7 @@ int ProcessSourceUser::ReadFile(const char* pid, const FileOfProcess& file, char
   const int code = errno;
   ::close(descriptor);
   if (length < 0 || (length == 0 && file.needsText)) {
-    Trace(file.level, kError, file.readFailed, length < 0 ? code : 0, path.data(), file.limit,
-          length);
+    Trace(file.level, kError, file.readFailed, length < 0 ? code : 0, path, file.limit, length);
     return -1;
   }
   buffer[length] = '\0';
@@ -136,18 +160,20 @@ int ProcessSourceUser::ReadFile(const char* pid, const FileOfProcess& file, char
 }
 
 bool ProcessSourceUser::ReadProcess(const char* pid, x_proc& record) {
-  if (ReadFile(pid, kStat, m_stat.data()) < 0) {
+  ProcessFolder folder(pid);
+  if (ReadFile(folder, kStat, m_stat.data()) < 0) {
     return false;
   }
-  const bool haveStatm = ReadFile(pid, kStatm, m_statm.data()) >= 0;
-  const int cmdlineLength = ReadFile(pid, kCmdline, m_cmdline.data());
-  if (ReadFile(pid, kStatus, m_status.data()) < 0) {
+  const bool haveStatm = ReadFile(folder, kStatm, m_statm.data()) >= 0;
+  const int cmdlineLength = ReadFile(folder, kCmdline, m_cmdline.data());
+  if (ReadFile(folder, kStatus, m_status.data()) < 0) {
     return false;
   }
   record = x_proc{};
   record.size = kRecordSize;
   TextScanner(pid).Signed(record.pid);
   if (Get_Stat_Info(m_stat.data(), &record) != 0) {
+    ++s_skipped;
     Trace(20, kError,
           "An error occured in a function (ProcessSourceUser::Get_Stat_Info). (rc=%1, arg1=%2, "
           "arg2=%3)",
@@ -155,6 +181,7 @@ bool ProcessSourceUser::ReadProcess(const char* pid, x_proc& record) {
     return false;
   }
   if (Get_Status_Info(m_status.data(), &record) != 0) {
+    ++s_skipped;
     Trace(20, kError,
           "An error occured in a function (ProcessSourceUser::Get_Status_Info). (rc=%1, arg1=%2, "
           "arg2=%3)",
@@ -203,8 +230,7 @@ std::uint64_t ProcessSourceUser::ReadLink(const char* format, const char* pid) c
   const std::string_view head = text.substr(0, place);
   const std::string_view tail = text.substr(std::min(place + 2, text.size()));
   ProcessPath path;
-  std::snprintf(path.data(), path.size(), "%.*s%s%.*s", static_cast<int>(head.size()), head.data(),
-                pid, static_cast<int>(tail.size()), tail.data());
+  FormPath(path, {head, pid, tail});
 
   std::array<char, 256> target;
   const ssize_t length =

@@ -137,6 +137,9 @@ class ProcessSourceUser : public PtrSource<x_proc, Process, std::vector<Process>
 
   [[nodiscard]] SourceStatistics& statistics() override { return s_statistics; }
   void read(x_proc* record) override;
+  /// Processes that the last walk could read but has no row for, as their stat line or status is
+  /// not what the kernel writes: a command name with a blank shifts the former.
+  [[nodiscard]] static std::uint32_t Skipped() { return s_skipped; }
 
   // The parsers of one file's text each: 0, or -1 if the text is not what the kernel writes.
 
@@ -161,6 +164,7 @@ class ProcessSourceUser : public PtrSource<x_proc, Process, std::vector<Process>
     void operator()(DIR* directory) const;
   };
   struct FileOfProcess;
+  class ProcessFolder;
   static const FileOfProcess kStat;
   static const FileOfProcess kStatm;
   static const FileOfProcess kCmdline;
@@ -170,9 +174,10 @@ class ProcessSourceUser : public PtrSource<x_proc, Process, std::vector<Process>
   /// ReadLink with a trace of a failure.
   [[nodiscard]] std::uint64_t LinkInode(const char* format, const char* pid) const;
   /// Bytes read into the buffer of the file, -1 on failure, which is traced.
-  [[nodiscard]] int ReadFile(const char* pid, const FileOfProcess& file, char* buffer) const;
+  [[nodiscard]] int ReadFile(ProcessFolder& folder, const FileOfProcess& file, char* buffer) const;
 
   inline static SourceStatistics s_statistics;
+  inline static std::uint32_t s_skipped = 0;
 
   std::unique_ptr<DIR, CloseDir> m_procDir;
   std::int32_t m_bootTime = 0;

@@ -1,4 +1,5 @@
 #include <array>
+#include <bit>
 #include <cstring>
 
 #include "collect/ProcessSourceLINUX.h"
@@ -53,19 +54,53 @@ constexpr std::array<std::string_view, kStatusKeys> kStatusKeyTexts{
 /// The text from each key on; no text where the key is missing.
 using StatusLines = std::array<std::string_view, kStatusKeys>;
 
+/// The first four bytes of a text as one number, which tells all keys apart.
+constexpr std::size_t kMarkSize = 4;
+constexpr std::uint32_t MarkOf(std::string_view text) {
+  std::array<char, kMarkSize> bytes{};
+  text.copy(bytes.data(), bytes.size());
+  return std::bit_cast<std::uint32_t>(bytes);
+}
+
+/// The only key that a line may have; kStatusKeys for none.
+StatusKey KeyByMark(std::string_view line) {
+  switch (MarkOf(line)) {
+    case MarkOf(kStatusKeyTexts[kName]):
+      return kName;
+    case MarkOf(kStatusKeyTexts[kUid]):
+      return kUid;
+    case MarkOf(kStatusKeyTexts[kGid]):
+      return kGid;
+    case MarkOf(kStatusKeyTexts[kVmData]):
+      return kVmData;
+    case MarkOf(kStatusKeyTexts[kVmStk]):
+      return kVmStk;
+    case MarkOf(kStatusKeyTexts[kVmExe]):
+      return kVmExe;
+    default:
+      return kStatusKeys;
+  }
+}
+
 /// Finds all keys in one pass. A key counts at the start of a line only: a name may hold any text.
 StatusLines FindKeys(std::string_view text) {
   StatusLines lines;
-  while (!text.empty()) {
-    for (std::size_t key = 0; key < kStatusKeys; ++key) {
-      if (lines[key].empty() && text.starts_with(kStatusKeyTexts[key])) {
-        lines[key] = text;
-      }
+  for (std::size_t found = 0; found < kStatusKeys && text.size() >= kMarkSize;) {
+    if (const StatusKey key = KeyByMark(text);
+        key != kStatusKeys && lines[key].empty() && text.starts_with(kStatusKeyTexts[key])) {
+      lines[key] = text;
+      ++found;
     }
     const std::size_t end = text.find('\n');
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
   }
   return lines;
+}
+
+/// A scanner of what stands behind a key, which is there. The colon that the scan begins with is
+/// all of the key's word that is left.
+TextScanner ValuesOf(const StatusLines& lines, StatusKey key) {
+  return TextScanner(lines[key].substr(kStatusKeyTexts[key].size() - 1));
 }
 
 bool TraceMissing(const StatusLines& lines, StatusKey key) {
@@ -87,7 +122,7 @@ void ScanIdentities(const StatusLines& lines, StatusKey key, std::int32_t& real,
   if (TraceMissing(lines, key)) {
     return;
   }
-  TextScanner scanner(lines[key]);
+  TextScanner scanner = ValuesOf(lines, key);
   if (!scanner.SkipWord() || !scanner.Signed(real) || !scanner.Signed(effective) ||
       !scanner.Signed(saved)) {
     TraceScan(scanner.Count(), lines[key], "%*s %d %d %d");
@@ -98,7 +133,7 @@ void ScanSize(const StatusLines& lines, StatusKey key, std::uint64_t& kilobytes)
   if (TraceMissing(lines, key)) {
     return;
   }
-  TextScanner scanner(lines[key]);
+  TextScanner scanner = ValuesOf(lines, key);
   std::int32_t size = 0;
   if (!scanner.SkipWord() || !scanner.Signed(size)) {
     TraceScan(scanner.Count(), lines[key], "%*s %d");
@@ -185,7 +220,7 @@ int ProcessSourceUser::Get_Status_Info(const char* text, x_proc* record) const {
   if (TraceMissing(lines, kName)) {
     return -1;
   }
-  TextScanner scanner(lines[kName]);
+  TextScanner scanner = ValuesOf(lines, kName);
   std::string_view name;
   if (!scanner.SkipWord() || !scanner.Word(name)) {
     TraceScan(scanner.Count(), lines[kName], "%*s %s");
@@ -202,10 +237,13 @@ int ProcessSourceUser::Get_Status_Info(const char* text, x_proc* record) const {
 }
 
 void ProcessSourceUser::Get_CmdLine_Info(char* text, int length) {
-  for (int at = 0; at < length - 1; ++at) {
-    if (text[at] == '\0') {
-      text[at] = ' ';
-    }
+  if (length < 1) {
+    return;
+  }
+  const char* const last = text + length - 1;
+  while ((text = static_cast<char*>(
+              std::memchr(text, '\0', static_cast<std::size_t>(last - text)))) != nullptr) {
+    *text = ' ';
   }
 }
 

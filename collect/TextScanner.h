@@ -9,7 +9,8 @@
 class TextScanner {
  public:
   /// The text ends at its first NUL, if it has one.
-  explicit TextScanner(std::string_view text) : m_rest(text.substr(0, text.find('\0'))) {}
+  explicit TextScanner(std::string_view text)
+      : m_at(text.data()), m_end(text.data() + text.size()) {}
 
   /// "%ld", a value beyond 64 bits being the nearest one within.
   bool Signed(std::int64_t& value);
@@ -34,10 +35,17 @@ class TextScanner {
   [[nodiscard]] int Count() const { return m_count; }
 
  private:
-  bool Number(std::uint64_t& magnitude, bool& negative, bool& overflow);
-  void SkipSpace();
+  struct Digits;
 
-  std::string_view m_rest;
+  void SkipSpace();
+  /// White space and a sign; whether this was a minus.
+  bool SkipSign();
+  Digits TakeNumber();
+
+  // A NUL before the end matches nothing, so it need not be looked for.
+  const char* m_at;
+  const char* m_end;
+  const char* m_word = nullptr;  ///< begin of the last word
   int m_count = 0;
   bool m_failed = false;
 };

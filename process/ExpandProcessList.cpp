@@ -5,6 +5,7 @@
 #include <map>
 #include <string_view>
 #include <tuple>
+#include <utility>
 
 #include "support/TraceLog.h"
 
@@ -16,10 +17,8 @@ constexpr std::uint64_t kNoTerminal = ~std::uint64_t{0};
 
 /// Start in seconds, user and group.
 using Key = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
-/// Entries of one key stay in the order of their list.
-using OldEntries = std::multimap<Key, const PreviousProcess*>;
 
-Key KeyOf(const PreviousProcess& old) { return {old.startTime.seconds, old.euid, old.egid}; }
+Key KeyOf(const Process& old) { return {old.startTime.seconds, old.euid, old.egid}; }
 Key KeyOf(const Acct& acct) {
   return {acct.GetStartTime().seconds, static_cast<std::int32_t>(acct.uid),
           static_cast<std::int32_t>(acct.gid)};
@@ -31,22 +30,58 @@ std::int64_t Hundredths(const tagUTIME& time) {
 
 tagNTIME ToNTIME(const tagUTIME& time) { return {time.seconds, time.microseconds * 1000}; }
 
-/// Of the entries with the same key a zombie must have the same user time; any other one may also
-/// have been renamed since.
-bool Matches(const PreviousProcess& old, const Acct& acct) {
-  if (Hundredths(ToUTIME(old.userTime)) == Hundredths(acct.userTime)) {
-    return true;
-  }
-  const std::string_view oldName = std::string_view(old.name).substr(0, kAcctNameSize);
-  return oldName != kDefunct && oldName != acct.GetComm();
+std::string_view ShortName(const Process& process) {
+  return std::string_view(process.GetName()).substr(0, kAcctNameSize);
 }
 
-const PreviousProcess* Find(const OldEntries& entries, const Acct& acct) {
-  const auto [begin, end] = entries.equal_range(KeyOf(acct));
-  const auto found =
-      std::find_if(begin, end, [&](const auto& entry) { return Matches(*entry.second, acct); });
-  return found == end ? nullptr : found->second;
-}
+/// An old list by what accounting tells of a process that has ended. Of the entries with the same
+/// key a zombie must have the same user time; any other one may also have been renamed since.
+class OldProcesses {
+ public:
+  explicit OldProcesses(std::span<const Process> old) {
+    for (const Process& process : old) {
+      const Key key = KeyOf(process);
+      m_byUserTime.try_emplace({key, Hundredths(process.GetUserTime())}, &process);
+      if (ShortName(process) == kDefunct) {
+        continue;
+      }
+      TwoNames& names = m_byName[key];
+      if (names.first == nullptr) {
+        names.first = &process;
+      } else if (names.other == nullptr && ShortName(process) != ShortName(*names.first)) {
+        names.other = &process;
+      }
+    }
+  }
+
+  /// The first one in the list; null if there is none.
+  [[nodiscard]] const Process* Find(const Acct& acct) const {
+    const Key key = KeyOf(acct);
+    const auto place = m_byUserTime.find({key, Hundredths(acct.userTime)});
+    const Process* const same = place == m_byUserTime.end() ? nullptr : place->second;
+    const Process* const renamed = FindRenamed(key, acct.GetComm());
+    return same == nullptr || (renamed != nullptr && renamed < same) ? renamed : same;
+  }
+
+ private:
+  /// The first process of a key, and the first one of another name: one of the two does not have
+  /// a name sought.
+  struct TwoNames {
+    const Process* first = nullptr;
+    const Process* other = nullptr;
+  };
+
+  [[nodiscard]] const Process* FindRenamed(const Key& key, std::string_view name) const {
+    const auto place = m_byName.find(key);
+    if (place == m_byName.end()) {
+      return nullptr;
+    }
+    return ShortName(*place->second.first) != name ? place->second.first : place->second.other;
+  }
+
+  std::map<std::pair<Key, std::int64_t>, const Process*> m_byUserTime;
+  std::map<Key, TwoNames> m_byName;
+};
 
 /// A process that no list has seen alive.
 Process Unseen(const Acct& acct) {
@@ -76,46 +111,6 @@ void PutEnd(Process& process, const Acct& acct) {
 
 }  // namespace
 
-PreviousProcess::PreviousProcess(const Process& process, std::int32_t snapshot)
-    : pid(process.pid),
-      euid(process.euid),
-      egid(process.egid),
-      state(process.state),
-      tty(process.tty),
-      startTime(process.startTime),
-      userTime(process.userTime),
-      systemTime(process.systemTime),
-      residentBytes(process.residentBytes),
-      virtualSize(process.virtualSize),
-      counters{},
-      snapshotTime(snapshot),
-      name(process.GetName()) {
-  for (std::size_t index = 0; index < counters.size(); ++index) {
-    counters[index] = process.*kProcessCounters[index];
-  }
-}
-
-Process PreviousProcess::Recall() const {
-  Process process;
-  process.pid = pid;
-  process.euid = euid;
-  process.egid = egid;
-  process.state = state;
-  process.tty = tty;
-  process.startTime = startTime;
-  process.userTime = userTime;
-  process.systemTime = systemTime;
-  process.residentBytes = residentBytes;
-  process.virtualSize = virtualSize;
-  for (std::size_t index = 0; index < counters.size(); ++index) {
-    process.*kProcessCounters[index] = counters[index];
-  }
-  process.snapshotTime = snapshotTime;
-  const std::size_t length = std::min(name.size(), process.x_proc::name.size() - 1);
-  std::copy_n(name.begin(), length, process.x_proc::name.begin());
-  return process;
-}
-
 ProcessList::ProcessList(const std::vector<Process>& snapshot) {
   rows.reserve(snapshot.size());
   for (const Process& process : snapshot) {
@@ -127,16 +122,13 @@ void ProcessList::AddEnded(const Process& process) {
   rows.push_back(&m_ended.emplace_back(process));
 }
 
-void ExpandProcessList(ProcessList& current, std::span<const PreviousProcess> old,
+void ExpandProcessList(ProcessList& current, std::span<const Process> old,
                        std::span<const Acct> acctList, tagUTIME& lastEndTime) {
   Trace(30, kInformation,
         "ExpandProcList()::%1 processes in current list, %2 items in Acct List, %3items in old "
         "List.",
         current.rows.size(), acctList.size(), old.size());
-  OldEntries entries;
-  for (const PreviousProcess& process : old) {
-    entries.emplace(KeyOf(process), &process);
-  }
+  const OldProcesses oldProcesses(old);
   const std::size_t sizeAtStart = current.rows.size();
   std::size_t matches = 0;
   std::size_t misses = 0;
@@ -145,9 +137,9 @@ void ExpandProcessList(ProcessList& current, std::span<const PreviousProcess> ol
       break;
     }
     lastEndTime = acct.GetEndTime();
-    const PreviousProcess* known = Find(entries, acct);
+    const Process* known = oldProcesses.Find(acct);
     ++(known == nullptr ? misses : matches);
-    Process process = known == nullptr ? Unseen(acct) : known->Recall();
+    Process process = known == nullptr ? Unseen(acct) : *known;
     process.snapshotTime = 0;
     PutEnd(process, acct);
     current.AddEnded(process);
@@ -159,7 +151,7 @@ void ExpandProcessList(ProcessList& current, std::span<const PreviousProcess> ol
   if (current.rows.size() < sizeAtStart) {
     current.rows.resize(current.rows.size() - std::min(current.rows.size(), misses + matches));
     Trace(30, kWarning,
-          "ExpandProc()::%1 items from %2 inserted to map, total insert operations=%3.",
-          entries.size(), old.size(), old.size());
+          "ExpandProc()::%1 items from %2 inserted to map, total insert operations=%3.", old.size(),
+          old.size(), old.size());
   }
 }

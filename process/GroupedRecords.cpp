@@ -4,11 +4,8 @@
 #include <cstring>
 #include <unordered_map>
 
-#include "collect/Collector.h"
-#include "collect/DeviceMap.h"
-#include "collect/NameCache.h"
-#include "process/ExpandProcessList.h"
-#include "records/RecordBuilder.h"
+#include "process/PastProcesses.h"
+#include "process/ProcessRow.h"
 #include "records/RecordClasses.h"
 #include "records/RecordDump.h"
 #include "support/OsCalls.h"
@@ -22,23 +19,31 @@ namespace {
 template <class Row>
 struct Grouping {
   bool (*less)(const Process& a, const Process& b);
-  void (*putKey)(Row& row, const Process& process);
+  void (*putKey)(Row& row, const Process& process, BatchNames& names);
 };
 
 constexpr Grouping<recordPD_PGM> kByProgram{
     [](const Process& a, const Process& b) { return std::strcmp(a.GetName(), b.GetName()) < 0; },
-    [](recordPD_PGM& row, const Process& process) { row.program = process.GetName(); }};
+    [](recordPD_PGM& row, const Process& process, BatchNames&) {
+      row.program = process.GetName();
+    }};
 constexpr Grouping<recordPD_TERM> kByTerminal{
     [](const Process& a, const Process& b) { return a.tty < b.tty; },
-    [](recordPD_TERM& row, const Process& process) {
-      row.terminal = DeviceMap::Instance().Name(process.tty);
+    [](recordPD_TERM& row, const Process& process, BatchNames& names) {
+      row.terminal = names.Terminal(process.tty);
     }};
 constexpr Grouping<recordPD_USER> kByUser{
     [](const Process& a, const Process& b) { return a.euid < b.euid; },
-    [](recordPD_USER& row, const Process& process) {
+    [](recordPD_USER& row, const Process& process, BatchNames& names) {
       row.userId = process.euid;
-      row.user = UserName(nullptr, process.euid);
+      row.user = names.User(process.euid);
     }};
+
+/// The counters of a process that a previous look is subtracted from.
+constexpr std::array<std::uint32_t Process::*, 9> kProcessCounters{
+    &Process::majorFaults,     &Process::minorFaults, &Process::swaps,
+    &Process::contextSwitches, &Process::signals,     &Process::reads,
+    &Process::writes,          &Process::blockOps,    &Process::ioKbytes};
 
 /// The fields of a row that kProcessCounters feeds, in that order.
 template <class Row>
@@ -49,22 +54,21 @@ constexpr std::array<Ulong Row::*, kProcessCounters.size()> kRowCounters{
 
 template <class Row>
 struct GroupState : FamilyState {
-  std::vector<PreviousProcess> previous;
-  tagUTIME lastEnd;
+  PastProcesses past;
 };
 
 /// The processes of a previous list by their number.
 class PreviousIndex {
  public:
-  explicit PreviousIndex(std::span<const PreviousProcess> previous) {
+  explicit PreviousIndex(std::span<const Process> previous) {
     m_byPid.reserve(previous.size());
-    for (const PreviousProcess& process : previous) {
+    for (const Process& process : previous) {
       m_byPid.try_emplace(process.pid, &process);
     }
   }
 
   /// Null too if the number now belongs to another process, which the start time tells.
-  [[nodiscard]] const PreviousProcess* Find(const Process& process) const {
+  [[nodiscard]] const Process* Find(const Process& process) const {
     const auto found = process.pid < 0 ? m_byPid.end() : m_byPid.find(process.pid);
     return found != m_byPid.end() && found->second->startTime.seconds == process.startTime.seconds
                ? found->second
@@ -72,7 +76,7 @@ class PreviousIndex {
   }
 
  private:
-  std::unordered_map<std::int32_t, const PreviousProcess*> m_byPid;
+  std::unordered_map<std::int32_t, const Process*> m_byPid;
 };
 
 double Seconds(const tagUTIME& time) { return time.seconds + time.microseconds / 1e6; }
@@ -91,14 +95,16 @@ std::uint64_t Kbytes(std::uint32_t bytes) {
 /// The sums over one group.
 class GroupTotals {
  public:
-  /// `previous` is the same process at the last interval, or null; `now` in seconds since 1970.
-  void Add(const Process& process, const PreviousProcess* previous, std::int32_t now) {
+  /// `previous` is the same process at the last interval, at `previousTime`, or null. Times are in
+  /// seconds since 1970.
+  void Add(const Process& process, const Process* previous, std::int32_t previousTime,
+           std::int32_t now) {
     const bool isKnown = previous != nullptr;
     const tagUTIME user = Elapsed(process.userTime, isKnown ? previous->userTime : tagNTIME{});
     const tagUTIME system =
         Elapsed(process.systemTime, isKnown ? previous->systemTime : tagNTIME{});
     const std::int64_t seconds =
-        std::int64_t{now} - (isKnown ? previous->snapshotTime : process.startTime.seconds);
+        SecondsBetween(isKnown ? previousTime : process.startTime.seconds, now);
     if (seconds > 0) {
       m_cpuPercent += 100 * Seconds(user + system) / static_cast<double>(seconds);
     }
@@ -106,7 +112,7 @@ class GroupTotals {
     m_systemCpu = m_systemCpu + system;
     for (std::size_t index = 0; index < m_counters.size(); ++index) {
       m_counters[index] +=
-          process.*kProcessCounters[index] - (isKnown ? previous->counters[index] : 0);
+          process.*kProcessCounters[index] - (isKnown ? previous->*kProcessCounters[index] : 0);
     }
     m_realKbytes += Kbytes(process.residentBytes);
     m_virtualKbytes += Kbytes(process.virtualSize);
@@ -142,27 +148,13 @@ class GroupTotals {
 
 /// What one build works on.
 struct GroupInput {
-  const std::vector<Process>& snapshot;
-  std::span<const Acct> ended;
+  const Collector& collector;
+  int getDiedProcess;
   std::uint32_t processors;
+  std::uint32_t cycle;
+  BatchSnapshot& snapshot;
+  BatchNames& names;
 };
-
-/// Brings the list of a scheduled request up to date: adds what has ended, keeps it for the next
-/// interval. Returns the list that was kept so far.
-template <class Row>
-std::vector<PreviousProcess> Advance(GroupState<Row>& state, ProcessList& list,
-                                     std::span<const Acct> ended, std::int32_t now) {
-  std::vector<PreviousProcess> old = std::move(state.previous);
-  state.previous.clear();
-  if (!ended.empty()) {
-    ExpandProcessList(list, old, ended, state.lastEnd);
-  }
-  state.previous.reserve(list.rows.size());
-  for (const Process* process : list.rows) {
-    state.previous.emplace_back(*process, now);
-  }
-  return old;
-}
 
 template <class Row>
 void Deliver(const Row& row, CMBRecordRequestEvent& event, int index) {
@@ -170,38 +162,37 @@ void Deliver(const Row& row, CMBRecordRequestEvent& event, int index) {
   event.m_records.push_back(new typename RecordTraits<Row>::Class(&row));
 }
 
-/// Ended processes are taken in only where the site wants them.
-GroupInput InputOf(const Collector& collector, int getDiedProcess, std::uint32_t processors) {
-  return {
-      *collector.GetProcess(),
-      getDiedProcess != 0 ? std::span<const Acct>(*collector.GetAcct()) : std::span<const Acct>{},
-      processors};
-}
-
 /// Delivers a row for each group.
 template <class Row>
-void BuildGroups(const Grouping<Row>& grouping, GroupState<Row>& state, const GroupInput& input,
+void BuildGroups(const Grouping<Row>& grouping, PastProcesses& past, const GroupInput& input,
                  CMBRecordRequestEvent& event) {
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  ProcessList list(input.snapshot);
-  std::vector<PreviousProcess> old;
-  if (event.IsRealtime() == 0) {
-    old = Advance(state, list, input.ended, now);
+  const bool realtime = event.IsRealtime() != 0;
+  const std::vector<Process>& processes = *input.collector.GetProcess();
+  ProcessList list(processes);
+  PastProcesses next;
+  if (!realtime) {
+    next = past.Advance(list, EndedProcesses(input.collector, input.getDiedProcess),
+                        input.snapshot.Take(input.cycle, processes), now);
   }
-  const PreviousIndex previous(old);
+  const PreviousIndex previous(realtime ? std::span<const Process>{} : past.Processes());
+  input.names.Begin(input.cycle);
   std::sort(list.rows.begin(), list.rows.end(),
             [&](const Process* a, const Process* b) { return grouping.less(*a, *b); });
   int rows = 0;
-  for (auto next = list.rows.begin(); next != list.rows.end(); ++rows) {
-    const Process& first = **next;
+  for (auto member = list.rows.begin(); member != list.rows.end(); ++rows) {
+    const Process& first = **member;
     GroupTotals totals;
-    for (; next != list.rows.end() && !grouping.less(first, **next); ++next) {
-      totals.Add(**next, previous.Find(**next), now);
+    for (; member != list.rows.end() && !grouping.less(first, **member); ++member) {
+      totals.Add(**member, previous.Find(**member), past.time, now);
     }
     Row row = NewRow<Row>(now);
-    grouping.putKey(row, first);
+    grouping.putKey(row, first, input.names);
     totals.PutInto(row, input.processors);
     Deliver(row, event, rows);
+  }
+  if (!realtime) {
+    past = std::move(next);
   }
   RecordBuilder::TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, rows);
 }
@@ -210,24 +201,30 @@ void BuildGroups(const Grouping<Row>& grouping, GroupState<Row>& state, const Gr
 
 UtlError* RecordBuilder::BuildPD_PGM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_PGM", AddressOf(pEvent), AddressOf(pRequest));
-  BuildGroups(kByProgram, StateOf<GroupState<recordPD_PGM>>(),
-              InputOf(*m_pCollector, m_bGetDiedProcess, m_numCPUs), *pEvent);
+  BuildGroups(kByProgram, StateOf<GroupState<recordPD_PGM>>().past,
+              {*m_pCollector, m_bGetDiedProcess, m_numCPUs, m_cycle, StateOf<BatchSnapshot>(),
+               StateOf<BatchNames>()},
+              *pEvent);
   TraceExit("RecordBuilder::BuildPD_PGM", 0);
   return nullptr;
 }
 
 UtlError* RecordBuilder::BuildPD_TERM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_TERM", AddressOf(pEvent), AddressOf(pRequest));
-  BuildGroups(kByTerminal, StateOf<GroupState<recordPD_TERM>>(),
-              InputOf(*m_pCollector, m_bGetDiedProcess, m_numCPUs), *pEvent);
+  BuildGroups(kByTerminal, StateOf<GroupState<recordPD_TERM>>().past,
+              {*m_pCollector, m_bGetDiedProcess, m_numCPUs, m_cycle, StateOf<BatchSnapshot>(),
+               StateOf<BatchNames>()},
+              *pEvent);
   TraceExit("RecordBuilder::BuildPD_TERM", 0);
   return nullptr;
 }
 
 UtlError* RecordBuilder::BuildPD_USER(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_USER", AddressOf(pEvent), AddressOf(pRequest));
-  BuildGroups(kByUser, StateOf<GroupState<recordPD_USER>>(),
-              InputOf(*m_pCollector, m_bGetDiedProcess, m_numCPUs), *pEvent);
+  BuildGroups(kByUser, StateOf<GroupState<recordPD_USER>>().past,
+              {*m_pCollector, m_bGetDiedProcess, m_numCPUs, m_cycle, StateOf<BatchSnapshot>(),
+               StateOf<BatchNames>()},
+              *pEvent);
   TraceExit("RecordBuilder::BuildPD_USER", 0);
   return nullptr;
 }

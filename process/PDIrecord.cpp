@@ -4,8 +4,7 @@
 #include <string_view>
 #include <utility>
 
-#include "collect/Collector.h"
-#include "process/ExpandProcessList.h"
+#include "process/PastProcesses.h"
 #include "process/ProcessRow.h"
 #include "records/RecordDump.h"
 #include "records/UserObjects.h"
@@ -23,11 +22,7 @@ struct PDIState : FamilyState {
 /// The process list of the request's last interval.
 class PDIObject : public CMBUserObject {
  public:
-  struct Listed {
-    std::int32_t pid;
-    std::int32_t startTime;
-  };
-  std::vector<Listed> m_processes;
+  PastProcesses m_past;
 };
 
 void SortByProcessId(ProcessList& list) {
@@ -35,29 +30,22 @@ void SortByProcessId(ProcessList& list) {
                    [](const Process* a, const Process* b) { return a->GetPid() < b->GetPid(); });
 }
 
-void TraceListed(std::int32_t pid, std::int32_t startTime) {
-  Trace(30, kInformation, "process %1 of start time %2", pid, startTime);
+void TraceListed(const Process& process) {
+  Trace(30, kInformation, "process %1 of start time %2", process.GetPid(),
+        process.GetStartTime().seconds);
 }
 
-void TraceLists(const PDIObject& object, const ProcessList& list) {
+void TraceLists(const PastProcesses& past, const ProcessList& list) {
   if (!IsTraced(30)) {
     return;
   }
   Trace(30, kInformation, "BuildPD_PDI: oldProcessList\n");
-  for (const PDIObject::Listed& listed : object.m_processes) {
-    TraceListed(listed.pid, listed.startTime);
+  for (const Process& process : past.Processes()) {
+    TraceListed(process);
   }
   Trace(30, kInformation, "BuildPD_PDI: ProcessList\n");
   for (const Process* process : list.rows) {
-    TraceListed(process->GetPid(), process->GetStartTime().seconds);
-  }
-}
-
-void KeepList(PDIObject& object, const ProcessList& list) {
-  object.m_processes.clear();
-  object.m_processes.reserve(list.rows.size());
-  for (const Process* process : list.rows) {
-    object.m_processes.push_back({process->GetPid(), process->GetStartTime().seconds});
+    TraceListed(*process);
   }
 }
 
@@ -186,11 +174,16 @@ recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows,
 UtlError* RecordBuilder::BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_PDI", AddressOf(pEvent), AddressOf(pRequest));
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  PDIObject& object = ClaimUserObject<PDIObject>(*pRequest).object;
-  ProcessList list(*m_pCollector->GetProcess());
-  SortByProcessId(list);
-  TraceLists(object, list);
+  PastProcesses& past = ClaimUserObject<PDIObject>(*pRequest).object.m_past;
   const PDIBuild build(*pEvent, GetNumCPUs());
+  ProcessList list(*m_pCollector->GetProcess());
+  PastProcesses next;
+  if (!build.IsRealtime()) {
+    next = past.Advance(list, EndedProcesses(*m_pCollector, m_bGetDiedProcess),
+                        StateOf<BatchSnapshot>().Take(m_cycle, *m_pCollector->GetProcess()), now);
+  }
+  SortByProcessId(list);
+  TraceLists(past, list);
   auto& kept = StateOf<PDIState>().rows;
   auto& names = StateOf<BatchNames>();
   names.Begin(m_cycle);
@@ -217,7 +210,7 @@ UtlError* RecordBuilder::BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordReq
   }
   if (!build.IsRealtime()) {
     kept = std::move(newRows);
-    KeepList(object, list);
+    past = std::move(next);
   }
   TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, count);
   TraceExit("RecordBuilder::BuildPD_PDI", 0);

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <new>
 
 #include "collect/Collector.h"
 #include "collect/DeviceMap.h"
@@ -22,11 +23,15 @@ struct PDSState : FamilyState {
   std::int32_t endedProcesses = 0;
 };
 
-/// What the request's last record counted.
-class PDSUserObject : public CMBUserObject {
- public:
+/// What a request's last record counted.
+struct PDSReport {
   std::int32_t previousCount = 0;
   std::int32_t endedTotal = 0;
+};
+
+class PDSUserObject : public CMBUserObject {
+ public:
+  PDSReport report;
   /// Of real-time requests only.
   ProcessSamples previousProcesses;
 };
@@ -51,7 +56,7 @@ void FillCounts(Row& row, const ProcessSummary& summary) {
 
 /// What began and ended since the request's last record, told by the counts alone; `last` takes the
 /// new ones. With no last count nothing can be compared, so the figures of activity are 0 too.
-void FillArrivals(Row& row, std::int32_t count, PDSUserObject& last) {
+void FillArrivals(Row& row, std::int32_t count, PDSReport& last) {
   Trace(30, kInformation, " Accounting is not effective.");
   const std::int32_t previous = last.previousCount;
   const std::int32_t arrived = std::max(count - previous, 0);
@@ -86,15 +91,27 @@ UtlError* RecordBuilder::BuildPD_PDS(CMBRecordRequestEvent* pEvent, CMBRecordReq
     TraceExit("RecordBuilder::BuildPD_PDS", 1);
     return error.release();
   }
-  Row row = NewRow<Row>(static_cast<std::int32_t>(Os().time(nullptr)));
-  FillCounts(row, *state.summary);
-  FillArrivals(row, state.summary->GetProcessCount(), last);
-  state.endedProcesses = last.endedTotal;
-  if (realtime) {
-    TakeSamples(*m_pCollector->GetProcess(), last.previousProcesses);
+  try {
+    Row row = NewRow<Row>(static_cast<std::int32_t>(Os().time(nullptr)));
+    FillCounts(row, *state.summary);
+    PDSReport report = last.report;
+    FillArrivals(row, state.summary->GetProcessCount(), report);
+    ProcessSamples samples;
+    if (realtime) {
+      TakeSamples(*m_pCollector->GetProcess(), samples);
+    }
+    DumpRecord(row, 0);
+    pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
+    state.endedProcesses = report.endedTotal;
+    last.report = report;
+    if (realtime) {
+      last.previousProcesses.swap(samples);
+    }
+  } catch (const std::bad_alloc& failure) {
+    Trace(30, kWarning, "Unable to get process summary information: %1.", failure.what());
+    TraceExit("RecordBuilder::BuildPD_PDS", 0);
+    return nullptr;
   }
-  DumpRecord(row, 0);
-  pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
   TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, 1);
   TraceExit("RecordBuilder::BuildPD_PDS", 0);
   return nullptr;

@@ -1,5 +1,6 @@
-#include "collect/Collector.h"
-#include "process/ExpandProcessList.h"
+#include <utility>
+
+#include "process/PastProcesses.h"
 #include "process/ProcessRow.h"
 #include "records/RecordDump.h"
 #include "support/OsCalls.h"
@@ -7,6 +8,10 @@
 namespace {
 
 using Row = recordPD;
+
+struct PDState : FamilyState {
+  PastProcesses past;
+};
 
 /// `CPU %` since the process's start, or, for a look without rates, since its `previous` row, which
 /// may be null.
@@ -39,7 +44,15 @@ UtlError* RecordBuilder::BuildPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest
   TraceEntry("RecordBuilder::BuildPD", AddressOf(pEvent), AddressOf(pRequest));
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   const bool withRates = pEvent->ShouldCalcRates() != 0;
-  const ProcessList processes(*m_pCollector->GetProcess());
+  ProcessList processes(*m_pCollector->GetProcess());
+  auto& past = StateOf<PDState>().past;
+  PastProcesses next;
+  // The rows hold totals, so the past serves to know the ended processes alone.
+  const bool keepsPast = pEvent->IsRealtime() == 0 && m_bGetDiedProcess != 0;
+  if (keepsPast) {
+    next = past.Advance(processes, EndedProcesses(*m_pCollector, m_bGetDiedProcess),
+                        StateOf<BatchSnapshot>().Take(m_cycle, *m_pCollector->GetProcess()), now);
+  }
   const PreviousRows<Row> previousRows(withRates ? nullptr : &pEvent->PreviousRecords());
   const ProcessTree tree(processes.rows);
   auto& names = StateOf<BatchNames>();
@@ -56,6 +69,9 @@ UtlError* RecordBuilder::BuildPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest
     DumpRecord(row, count);
     pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
     ++count;
+  }
+  if (keepsPast) {
+    past = std::move(next);
   }
   TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, count);
   TraceExit("RecordBuilder::BuildPD", 0);

@@ -106,7 +106,11 @@ UtlError* ProcessSummary::BuildFullSummary(std::uint32_t cycle, int realtime,
   m_fullSummary = 1;
   if (previous != nullptr) {
     SortByPid(*previous);
-    m_previousList.swap(*previous);
+    if (realtime != 0) {
+      m_previousList.swap(*previous);
+    } else {
+      m_previousList = *previous;
+    }
   }
   UtlErrorPtr error{Build(realtime)};
   if (previous != nullptr && realtime != 0) {
@@ -142,7 +146,9 @@ void ProcessSummary::Walk(int realtime) {
   }
   CountTerminals(looks);
   if (realtime == 0) {
-    TakeSamples(*m_collector->GetProcess(), m_previousList);
+    ProcessSamples samples;
+    TakeSamples(*m_collector->GetProcess(), samples);
+    m_previousList.swap(samples);
   }
 }
 

@@ -202,6 +202,7 @@ TEST_F(ProcessSourceTest, ABlankInTheCommandNameShiftsTheFigures) {
              "1 1 1 1 0 0 0 0 0 9 0 17 0\n");
   // The state is read from the name and "server)" is no number.
   EXPECT_TRUE(Read().empty());
+  EXPECT_EQ(ProcessSourceUser::Skipped(), 1U);
   host.Write("/proc/7/stat",
              "7 (a 5) S 3 7 7 0 -1 4194560 1012 0 14 0 11 22 0 0 20 0 1 0 500 4096 10 1 1 1 1 1 1 "
              "0 0 0 0 0 9 0 17 0\n");
@@ -212,6 +213,7 @@ TEST_F(ProcessSourceTest, ABlankInTheCommandNameShiftsTheFigures) {
              "1 0 0 0 0 0 9 0 17 0\n");
   const std::vector<Process> rows = Read();
   ASSERT_EQ(rows.size(), 1U);
+  EXPECT_EQ(ProcessSourceUser::Skipped(), 0U);
   EXPECT_EQ(rows[0].GetPpid(), 3);
   EXPECT_EQ(rows[0].GetSwaps(), 9U);
   EXPECT_STREQ(rows[0].GetName(), "tmux");

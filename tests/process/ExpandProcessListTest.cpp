@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 
 #include "support/Switches.h"
 #include "tests/scripted/ScriptedNode.h"
@@ -50,7 +51,8 @@ TEST(ExpandProcessListTest, AnEndedProcessIsKnownByStartUserAndGroup) {
     known.userTime = {0, 500'000'000};
     known.reads = 4;
     std::copy_n(one.name, std::strlen(one.name), known.x_proc::name.begin());
-    const std::vector<PreviousProcess> old{{known, 500}};
+    known.snapshotTime = 500;
+    const std::vector<Process> old{known};
     const std::vector<Acct> ended{Ended("long-named-job", 20, {0, one.userMicroseconds})};
     ProcessList list(snapshot);
     tagUTIME last{99, 0};
@@ -67,6 +69,36 @@ TEST(ExpandProcessListTest, AnEndedProcessIsKnownByStartUserAndGroup) {
     EXPECT_EQ(process.tty, UINT64_MAX) << "accounting gives 0 without a terminal";
     EXPECT_EQ(process.died, 1U);
     EXPECT_EQ(process.endTime, (tagUTIME{120, 250000}));
+  }
+}
+
+TEST(ExpandProcessListTest, OfManyAlikeTheFirstOneOfTheListIsTaken) {
+  constexpr const char* kNames[] = {"a", "b", "<defunct>"};
+  std::mt19937 random(7);
+  for (int round = 0; round < 500; ++round) {
+    std::vector<Process> old(random() % 8);
+    for (Process& process : old) {
+      process.pid = static_cast<std::int32_t>(&process - old.data());
+      process.euid = 33;
+      process.egid = 34;
+      process.startTime.seconds = 100 + static_cast<std::int32_t>(random() % 2);
+      process.userTime.seconds = static_cast<std::int32_t>(random() % 4);
+      const std::string name = kNames[random() % 3];
+      name.copy(process.x_proc::name.data(), name.size());
+    }
+    const std::vector<Acct> ended{
+        Ended(kNames[random() % 2], 20, {static_cast<std::int32_t>(random() % 4), 0})};
+    const auto expected = std::find_if(old.begin(), old.end(), [&](const Process& process) {
+      const std::string_view name = process.GetName();
+      return process.startTime.seconds == 100 &&
+             (process.userTime.seconds == ended[0].userTime.seconds ||
+              (name != "<defunct>" && name != ended[0].GetComm()));
+    });
+    const std::vector<Process> none;
+    ProcessList list(none);
+    tagUTIME last;
+    ExpandProcessList(list, old, ended, last);
+    EXPECT_EQ(list.rows.at(0)->pid, expected == old.end() ? -1 : expected->pid);
   }
 }
 

@@ -13,6 +13,7 @@ class GroupedRecordsTest : public ProcessRecordFixture {
  protected:
   template <class Row>
   std::vector<Row> Rows(Builder builder, Asker& asker) {
+    NewBatch();
     asker.NextAnswer();
     EXPECT_EQ((m_builder.*builder)(&asker.event, &asker.request), nullptr);
     std::vector<Row> rows;

@@ -1,26 +1,14 @@
 #include <gtest/gtest.h>
 
-#include "collect/Collector.h"
-#include "collect/ProcessSourceLINUX.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
-#include "support/OsCalls.h"
-#include "support/Switches.h"
-#include "tests/scripted/Batch.h"
-#include "tests/scripted/ScriptedNode.h"
+#include <new>
+
+#include "tests/process/ProcessRecordFixture.h"
+#include "tests/scripted/Golden.h"
 
 namespace {
 
-/// The agent's builder on a process list that a test sets itself.
-class PDSrecordTest : public ::testing::Test {
+class PDSrecordTest : public ProcessRecordFixture {
  protected:
-  void SetUp() override {
-    ScriptedNode::Reset();
-    g_msgLogLevel = 30;
-    m_realCalls = Os();
-    Os().time = [](std::time_t*) { return std::time_t{1'700'000'000}; };
-  }
-  void TearDown() override { Os() = m_realCalls; }
   /// `count` sleeping daemons of one user, of which the first has had `faults` page faults.
   void SetProcesses(int count, std::uint32_t faults = 0) {
     std::vector<Process>& list = *m_collector.GetProcess();
@@ -35,18 +23,12 @@ class PDSrecordTest : public ::testing::Test {
     }
   }
   recordPD_PDS Build(Asker& asker) {
-    // An empty batch: a new cycle, and nothing is collected over the list.
-    CMBMultipleRecordRequestEvent newCycle;
-    EXPECT_EQ(m_builder.Build(&newCycle), nullptr);
+    NewBatch();
     asker.NextAnswer();
     EXPECT_EQ(m_builder.BuildPD_PDS(&asker.event, &asker.request), nullptr);
     EXPECT_EQ(asker.event.m_records.size(), 1U);
     return *static_cast<const recordPD_PDS*>(asker.event.m_records.back()->GetRecStart());
   }
-
-  OsCalls m_realCalls{};
-  Collector m_collector;
-  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
 };
 
 TEST_F(PDSrecordTest, StartsAndEndsOfBothKindsOfRequest) {
@@ -93,6 +75,56 @@ TEST_F(PDSrecordTest, EachCountHasItsField) {
       row.runnableProcesses,     row.sleepingProcesses,   row.swappedProcesses,
       row.zombieProcesses,       row.stoppedProcesses,    row.daemonProcesses};
   EXPECT_EQ(fields, (std::vector<std::uint32_t>{5, 8, 6, 1, 26, 7, 2, 3, 32}));
+}
+
+TEST_F(PDSrecordTest, TwoIntervalsByteForByte) {
+  g_kernelVariant = kNewestKernel;
+  const auto add = [&](int pid, int uid, char state, const char* name, long ticks) {
+    AddProcess({.pid = pid,
+                .uid = uid,
+                .state = state,
+                .userTicks = ticks,
+                .name = name,
+                .commandLine = ""});
+  };
+  add(1, 0, 'S', "init", 5);
+  add(2, 0, 'S', "kswapd0", 0);
+  add(50, 33, 'R', "httpd", 100);
+  add(51, 33, 'S', "httpd", 0);
+  add(60, 1000, 'Z', "sh", 0);
+  add(61, 1000, 'T', "vi", 0);
+  add(62, 0, 'D', "dd", 9);
+  const std::filesystem::path fixture = std::filesystem::path(QMT_TEST_DIR) / "fixtures/PDS";
+  Asker schedule("PDS", '3', {.realtime = 0, .calcRates = 0});
+  Collect();
+  recordPD_PDS row = Build(schedule);
+  ExpectGolden(&row, sizeof row, fixture / "first.tsv");
+
+  s_now += 10;
+  add(50, 33, 'R', "httpd", 101);
+  for (const char* gone : {"/proc/51", "/proc/60", "/proc/61"}) {
+    m_host.Remove(gone);
+  }
+  add(70, 33, 'S', "httpd", 0);
+  Collect();
+  row = Build(schedule);
+  ExpectGolden(&row, sizeof row, fixture / "second.tsv");
+}
+
+TEST_F(PDSrecordTest, ARowThatCannotBeFilledLosesNothing) {
+  for (const int realtime : {0, 1}) {
+    Asker asker("PDS", '3', {.realtime = realtime, .calcRates = 0});
+    SetProcesses(10);
+    (void)Build(asker);
+    const auto time = Os().time;
+    Os().time = [](std::time_t*) -> std::time_t { throw std::bad_alloc(); };
+    EXPECT_EQ(m_builder.BuildPD_PDS(&asker.event, &asker.request), nullptr);
+    Os().time = time;
+    EXPECT_EQ(asker.event.m_records.size(), 1U) << "that of the build before";
+    EXPECT_GE(Traced("Unable to get process summary information: std::bad_alloc."), 1U);
+    SetProcesses(12);
+    EXPECT_EQ(Build(asker).newProcesses, 2U);
+  }
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 
 #include <new>
 
+#include "collect/AcctRecord.h"
 #include "process/ProcessRow.h"
+#include "support/ProductOptions.h"
 #include "tests/process/ProcessRecordFixture.h"
 
 namespace {
@@ -90,6 +92,59 @@ TEST_F(PDrecordTest, AnEndedProcessHasItsEndAndItsRates) {
   }
 }
 
+/// Of PD and PDI, which have a row a process.
+template <class Row>
+class RowOfAnEndedProcess : public ProcessRecordFixture {};
+using RowsOfProcesses = ::testing::Types<recordPD, recordPD_PDI>;
+TYPED_TEST_SUITE(RowOfAnEndedProcess, RowsOfProcesses);
+
+TYPED_TEST(RowOfAnEndedProcess, ComesOnceWithAllThatWasKnownWhereItIsWanted) {
+  const auto build =
+      std::is_same_v<TypeParam, recordPD> ? &RecordBuilder::BuildPD : &RecordBuilder::BuildPD_PDI;
+  const auto& rowOf = TestFixture::template RowOf<TypeParam>;
+  Acct acct;
+  acct.uid = acct.gid = 33;
+  acct.beginTime = 1'699'999'000;
+  acct.elapsedTime = {1005, 0};
+  acct.userTime = {12, 0};
+  acct.comm = {'h', 't', 't', 'p', 'd'};
+  for (const bool wanted : {false, true}) {
+    SCOPED_TRACE(wanted);
+    ProductOptions::Instance().Set("Acct", "GetDiedProcess", wanted ? "y" : "n");
+    ASSERT_EQ(this->m_builder.Init(), nullptr);
+    TestFixture::s_now = 1'700'000'000;
+    Asker schedule("", '3', {.realtime = 0, .calcRates = 1});
+    Asker look("", '3', {.realtime = 1, .calcRates = 1});
+    const auto rowsOf = [&](Asker& asker) {
+      asker.NextAnswer();
+      EXPECT_EQ((this->m_builder.*build)(&asker.event, &asker.request), nullptr);
+      return asker.event.m_records.size();
+    };
+    this->AddProcess(this->Server(80, 1, 0, 0));
+    this->AddProcess(this->Server(70, 80, 1200, 0));
+    this->Collect();
+    this->m_collector.GetAcct()->clear();
+    EXPECT_EQ(rowsOf(schedule), 2U);
+
+    TestFixture::s_now += 10;
+    this->m_host.Remove("/proc/70");
+    this->Collect();
+    this->m_collector.GetAcct()->assign(1, acct);
+    EXPECT_EQ(rowsOf(look), 1U);
+    ASSERT_EQ(rowsOf(schedule), wanted ? 2U : 1U);
+    if (wanted) {
+      const TypeParam row = rowOf(schedule, 70);
+      EXPECT_EQ(row.parentPid, 80);
+      EXPECT_STREQ(row.realUser.c_str(), "www");
+      EXPECT_STREQ(row.argumentList.c_str(), "/usr/sbin/httpd -k start");
+      EXPECT_EQ(row.priority, 80);
+      EXPECT_EQ(row.endTime, 1'700'000'005);
+    }
+    this->Collect();
+    EXPECT_EQ(rowsOf(schedule), 1U) << "it has been reported";
+  }
+}
+
 TEST_F(PDrecordTest, HostileFigures) {
   Process& odd = AddToList(2147483647, 1'700'000'001);
   odd.x_proc::name.fill('x');
@@ -100,6 +155,8 @@ TEST_F(PDrecordTest, HostileFigures) {
   odd.state = 4294967295U;
   odd.ppid = 2147483647;
   AddToList(80, 0).ppid = 4000;
+  AddToList(81, 0).ppid = 82;
+  AddToList(82, 0).ppid = 81;
   Asker look("PD", '3', {.realtime = 1, .calcRates = 1});
   Build(look);
   const recordPD row = RowOf<recordPD>(look, 2147483647);
@@ -111,6 +168,7 @@ TEST_F(PDrecordTest, HostileFigures) {
   EXPECT_STREQ(row.state.c_str(), "UNKNOWN");
   EXPECT_STREQ(row.parentProcessList.c_str(), "<2147483647") << "its own parent";
   EXPECT_STREQ(RowOf<recordPD>(look, 80).parentProcessList.c_str(), "<4000");
+  EXPECT_TRUE(RowOf<recordPD>(look, 81).parentProcessList.view().starts_with("<82<81<82<"));
   EXPECT_STREQ(StateText(0), "NONE");
   EXPECT_STREQ(StateText(9), "OTHER");
 }
@@ -136,7 +194,9 @@ TEST_F(PDrecordTest, NamesThatCannotBeTold) {
   }
   Asker look("PD", '3', {.realtime = 1, .calcRates = 1});
   Build(look);
-  EXPECT_EQ(s_userQuestions, 1);
+  Asker users("USER", '3', {.realtime = 1, .calcRates = 1});
+  EXPECT_EQ(m_builder.BuildPD_USER(&users.event, &users.request), nullptr);
+  EXPECT_EQ(s_userQuestions, 1) << "of the same batch";
   EXPECT_STREQ(RowOf<recordPD>(look, 3).user.c_str(), "N/A uid = 4711");
 
   AddToList(5, 0).ruid = 4712;

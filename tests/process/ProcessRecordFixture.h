@@ -74,7 +74,15 @@ class ProcessRecordFixture : public ::testing::Test {
     m_host.Remove("/proc/" + std::to_string(figures.pid));
     m_host.AddProcess(figures);
   }
-  void Collect() { ASSERT_EQ(m_collector.collect(COLLECT_PROCESS, 0), nullptr); }
+  /// What is kept for one batch is out of date from here on; nothing is collected.
+  void NewBatch() {
+    CMBMultipleRecordRequestEvent empty;
+    ASSERT_EQ(m_builder.Build(&empty), nullptr);
+  }
+  void Collect() {
+    NewBatch();
+    ASSERT_EQ(m_collector.collect(COLLECT_PROCESS, 0), nullptr);
+  }
   /// Figures that no file gives: the list that the next builds work on.
   Process& AddToList(std::int32_t pid, std::int32_t startTime) {
     Process& process = m_collector.GetProcess()->emplace_back();

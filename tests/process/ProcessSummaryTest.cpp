@@ -146,6 +146,10 @@ TEST_F(ProcessSummaryTest, ARealtimeLookLeavesTheOwnPictureAlone) {
   EXPECT_EQ(m_summary.MatchProc(&newest), nullptr);
   Full();
   EXPECT_EQ(Active(), 2) << "as the own picture has it";
+  past.pop_back();
+  Full(0, &past);
+  EXPECT_EQ(Active(), 3) << "2 and 3 are not in the past given";
+  EXPECT_EQ(past.size(), 1U) << "which stays the caller's";
   for (const int pid : {3, 1, 2, 1}) {
     Process sought;
     sought.pid = pid;

@@ -1,0 +1,90 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <string>
+
+#include "tests/scripted/ProcessTree.h"
+#include "tests/support/TempFolder.h"
+
+// What a process costs the walk: what a second walk adds to the first one, shared by the processes.
+// Neither figure depends on the machine's speed or load.
+
+namespace {
+
+constexpr int kProcesses = 500;
+
+class WalkCostTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_host.Write("/proc/stat", "btime 1700000000\n");
+    process_tree::ProcessFigures process;
+    process.name = "postgres";
+    process.commandLine = "/usr/lib/postgresql/bin/postgres -D /var/lib/postgresql/main";
+    process.uid = 114;
+    process.userTicks = 123'456;
+    process.startTicks = 1'234'567;
+    process.sizePages = 54'321;
+    process.residentPages = 6'543;
+    for (process.pid = 10'000; process.pid < 10'000 + kProcesses; ++process.pid) {
+      m_host.AddProcess(process);
+    }
+  }
+
+  /// Walks `times` times below a tool whose report goes into a file, and gives that file's text.
+  [[nodiscard]] std::string ReportOf(const std::string& tool, int times) const {
+    const std::string report = m_reports.Path() / "report";
+    const std::string rows = m_reports.Path() / "rows";
+    const std::string command = tool + report + " " WALK_PROBE " " + m_host.Path("/").string() +
+                                ' ' + std::to_string(times) + " >" + rows;
+    EXPECT_EQ(std::system(command.c_str()), 0) << command << "\nis the tool installed?";
+    EXPECT_EQ(m_reports.Read("rows"), std::to_string(kProcesses) + '\n');
+    return m_reports.Read("report");
+  }
+
+  process_tree::HostTree m_host;
+  TempFolder m_reports;
+};
+
+using Calls = std::map<std::string, int>;
+
+TEST_F(WalkCostTest, AProcessCostsSixteenSystemCalls) {
+  const auto count = [&](int times) {
+    Calls calls;
+    std::istringstream report(ReportOf("strace -o ", times));
+    for (std::string line; std::getline(report, line);) {
+      ++calls[line.substr(0, line.find('('))];
+    }
+    return calls;
+  };
+  Calls once = count(1);
+  Calls each;
+  for (const auto& [name, calls] : count(2)) {
+    // What a walk needs but once vanishes in the whole quotient.
+    if (const int added = (calls - once[name]) / kProcesses; added != 0) {
+      each[name] = added;
+    }
+  }
+  EXPECT_EQ(
+      each,
+      (Calls{{"close", 4}, {"newfstatat", 2}, {"openat", 4}, {"read", 4}, {"readlinkat", 2}}));
+}
+
+TEST_F(WalkCostTest, AProcessCostsTenThousandInstructionsAtMost) {
+  const auto count = [&](int times) {
+    const std::string report =
+        ReportOf("valgrind --tool=callgrind --callgrind-out-file=/dev/null --log-file=", times);
+    const std::size_t place = report.find("Collected : ");
+    return place == std::string::npos ? 0.0 : std::stod(report.substr(place + 12));
+  };
+  const double each = (count(2) - count(1)) / kProcesses;
+  EXPECT_LE(each, 10'000);
+  // Fewer than the texts have bytes cannot be: the walk was not counted.
+  EXPECT_GE(each, 1'000);
+  RecordProperty("instructions", std::to_string(each));
+}
+
+}  // namespace
