@@ -59,7 +59,7 @@ void AddTable(CMBNodeConfigBase& root, std::uint16_t id, std::size_t width,
                                    static_cast<int>(width));
 }
 
-int ShownApplications(const ApplicationSettings& applications) {
+int ShownApplications(const ApplicationMonitor& applications) {
   return std::min(applications.GetCount(), kMaxShownApplications);
 }
 
@@ -69,13 +69,13 @@ std::string ProcessLabel(int process, const char* what) {
   return label.data();
 }
 
-std::string RangeText(const ApplicationSettings& applications, int application, int process) {
+std::string RangeText(const ApplicationMonitor& applications, int application, int process) {
   const std::string text = std::to_string(applications.GetRangeMin(application, process)) + "-" +
                            std::to_string(applications.GetRangeMax(application, process));
   return text.substr(0, kRangeSize - 1);
 }
 
-void AddProcess(CMBNodeConfigBase& folder, const ApplicationSettings& applications, int application,
+void AddProcess(CMBNodeConfigBase& folder, const ApplicationMonitor& applications, int application,
                 int process) {
   const int base =
       kFirstApplicationItemId + (process << kProcessShift) + (application << kApplicationShift);
@@ -90,17 +90,17 @@ void AddProcess(CMBNodeConfigBase& folder, const ApplicationSettings& applicatio
           RangeText(applications, application, process), kRangeSize);
 }
 
-void AddApplicationFolders(CMBNodeConfigBase& parent, const ApplicationSettings& applications) {
+void AddApplicationFolders(CMBNodeConfigBase& parent, const ApplicationMonitor& applications) {
   auto& folder = Add<CMBNodeConfigRequest>(parent, "Application monitoring setting", "");
   for (int application = 0; application < ShownApplications(applications); ++application) {
     auto& own = Add<CMBNodeConfigRequest>(folder, applications.GetName(application), "");
-    for (int process = 0; process < ApplicationSettings::kProcesses; ++process) {
+    for (int process = 0; process < ApplicationMonitor::kProcesses; ++process) {
       AddProcess(own, applications, application, process);
     }
   }
 }
 
-void AddListFolder(CMBNodeConfigBase& parent, const ApplicationSettings& applications) {
+void AddListFolder(CMBNodeConfigBase& parent, const ApplicationMonitor& applications) {
   auto& folder = Add<CMBNodeConfigRequest>(parent, "ADDITION OR DELETION A SETTING", "");
   AddText(folder, kAddApplicationId, kAddApplicationLabel,
           "Input an Application monitoring setting to be ADD.", "", kAddedNameLength);
@@ -109,7 +109,7 @@ void AddListFolder(CMBNodeConfigBase& parent, const ApplicationSettings& applica
             applications.GetCount() == 0 ? 1 : 0);
 }
 
-void AddTables(CMBNodeConfigBase& root, const ApplicationSettings& applications) {
+void AddTables(CMBNodeConfigBase& root, const ApplicationMonitor& applications) {
   AddTable(root, kYesNoTable, kYesNoWidth, {"Yes", "No"});
   AddTable(root, kKindTable, kKindWidth, {"None", "Execute", "Command Line"});
   std::vector<std::string> names{"None"};
@@ -123,10 +123,10 @@ void AddTables(CMBNodeConfigBase& root, const ApplicationSettings& applications)
 
 int UnixAgent::NotifyEvent(CMBNodeConfigRequest* event) {
   Trace(20, kInformation, "Processing configuration request parameters.");
-  AddTables(*event, *m_applications);
+  AddTables(*event, m_applications);
   auto& folder = Add<CMBNodeConfigRequest>(*event, "Agent Configuration", "");
-  AddApplicationFolders(folder, *m_applications);
-  AddListFolder(folder, *m_applications);
+  AddApplicationFolders(folder, m_applications);
+  AddListFolder(folder, m_applications);
   if (HasUFSS()) {
     AddText(folder, kUFSSTimeId, kUFSSTimeLabel,
             "Daily time for PD UFSS record background data collection in the form HH:MM or "

@@ -162,11 +162,11 @@ class UnixAgent::ConfigUpdates {
       return kDone;
     }
     int rc = kDone;
-    if (agent.m_applications->add(change.text.c_str()) == 0) {
+    if (agent.m_applications.add(change.text.c_str()) == 0) {
       Trace(20, kError, "Config error. (NAME=%1)(PARAM=%2).", kAddApplicationLabel, change.text);
       rc = kRefused;
     }
-    if (agent.m_applications->GetCount() == 1) {
+    if (agent.m_applications.GetCount() == 1) {
       agent.SaveApplications();
     }
     return rc;
@@ -174,7 +174,7 @@ class UnixAgent::ConfigUpdates {
 
   static int DeleteApplication(UnixAgent& agent, const Change& change) {
     int rc = kDone;
-    if (change.choice != 0 && agent.m_applications->remove(change.choice - 1) == 0) {
+    if (change.choice != 0 && agent.m_applications.remove(change.choice - 1) == 0) {
       Trace(20, kError, "Config error. (NAME=%1)(PARAM=%2).", kDeleteApplicationLabel,
             change.choice);
       rc = kRefused;
@@ -190,10 +190,8 @@ class UnixAgent::ConfigUpdates {
     }
     const int application = (place >> kApplicationShift) & kApplicationMask;
     const int process = (place >> kProcessShift) & kProcessMask;
-    if (application < agent.m_applications->GetCount() &&
-        process < ApplicationSettings::kProcesses &&
-        SetApplicationItem(*agent.m_applications, application, process, place & kItemMask,
-                           change)) {
+    if (application < agent.m_applications.GetCount() && process < ApplicationMonitor::kProcesses &&
+        SetApplicationItem(agent.m_applications, application, process, place & kItemMask, change)) {
       return kDone;
     }
     Trace(20, kError, "Config error. (NAME=%1)(PARAM=%2).", kApplicationItemName,
@@ -201,19 +199,18 @@ class UnixAgent::ConfigUpdates {
     return RefuseApplicationItem();
   }
 
-  static bool SetApplicationItem(ApplicationSettings& applications, int application, int process,
+  static bool SetApplicationItem(ApplicationMonitor& applications, int application, int process,
                                  int item, const Change& change) {
     switch (item) {
       case kKindItem:
-        if (!change.hasChoice || change.choice > ApplicationSettings::kCommandLine) {
+        if (!change.hasChoice || change.choice > ApplicationMonitor::kCommandLine) {
           return false;
         }
         applications.SetKind(application, process,
-                             static_cast<ApplicationSettings::Kind>(change.choice));
+                             static_cast<ApplicationMonitor::Kind>(change.choice));
         return true;
       case kPatternItem:
-        applications.SetPattern(application, process, change.text.c_str());
-        return true;
+        return applications.SetPattern(application, process, change.text.c_str()) != 0;
       case kRangeItem:
         return applications.SetRange(application, process, change.text.c_str()) != 0;
       default:

@@ -4,6 +4,7 @@
 
 #include "agent/ConfigNames.h"
 #include "agent/DayTime.h"
+#include "agent/IniSettings.h"
 #include "agent/UnixAgent.h"
 #include "support/ProductOptions.h"
 #include "support/TraceLog.h"
@@ -11,8 +12,6 @@
 namespace {
 
 constexpr int kOptionFailed = -61;
-constexpr std::size_t kLetter = 2;
-constexpr long kDefaultDataMaxCount = 1440;
 
 }  // namespace
 
@@ -72,32 +71,22 @@ int UnixAgent::InitConfigOption(long* value, const char* label, long defaultValu
 }
 
 int UnixAgent::ReadConfiguration() {
-  struct TextOption {
-    const char* label;
-    std::size_t size;
-    const char* defaultValue;
-    std::string UnixAgent::*member;
-    bool isTime = false;
-  };
-  static constexpr std::array kTextOptions{
-      TextOption{kUFSSTimeLabel, kShortText, "00:00", &UnixAgent::m_ufssTime, true},
-      TextOption{kMessagesFileLabel, kLongText, "", &UnixAgent::m_messagesFile},
-      TextOption{kWorkgroupFileLabel, kLongText, "wgfile", &UnixAgent::m_workgroupFilePath},
-      TextOption{kAccountingFileLabel, kLongText, "/var/adm/pacct", &UnixAgent::m_accountingFile},
-      TextOption{kUseAccountingLabel, kLetter, "Y", &UnixAgent::m_useAccounting},
-      TextOption{kLogDiedLabel, kLetter, "Y", &UnixAgent::m_logDied},
-      TextOption{kTruncateLabel, kLetter, "N", &UnixAgent::m_truncateAccounting},
-      TextOption{kMicrostateLabel, kLetter, "N", &UnixAgent::m_microstate},
-      TextOption{kDeviceNameCacheLabel, kLetter, "N", &UnixAgent::m_deviceNameCache},
-  };
-  for (const TextOption& option : kTextOptions) {
+  // In the order of kAgentTextSettings.
+  static constexpr std::array<std::string UnixAgent::*, kAgentTextSettings.size()> kMembers{
+      &UnixAgent::m_ufssTime,           &UnixAgent::m_messagesFile,
+      &UnixAgent::m_workgroupFilePath,  &UnixAgent::m_accountingFile,
+      &UnixAgent::m_useAccounting,      &UnixAgent::m_logDied,
+      &UnixAgent::m_truncateAccounting, &UnixAgent::m_microstate,
+      &UnixAgent::m_deviceNameCache};
+  for (std::size_t i = 0; i < kMembers.size(); ++i) {
+    const AgentTextSetting& option = kAgentTextSettings[i];
     std::string buffer(option.size, '\0');
     if (const int rc = InitConfigOption(buffer.data(), buffer.size(), option.label,
                                         option.defaultValue, option.isTime);
         rc != 0) {
       return rc;
     }
-    this->*option.member = buffer.substr(0, buffer.find('\0'));
+    this->*kMembers[i] = buffer.substr(0, buffer.find('\0'));
   }
   m_workgroupFilePath = GetFilePath(m_workgroupFilePath);
   long dataMaxCount = 0;

@@ -26,6 +26,7 @@ UnixAgent::UnixAgent(const std::string& hostUtilPrefix, const std::string& insta
   PublishLayouts();
   PublishKernelVariant();
   m_pSocket = std::make_unique<SASocket>(this, hostUtilPrefix + ".pipe");
+  m_recordBuilder.SetApplications(&m_applications);
   m_collector.SetOpaque(m_collectorArg);
   m_toggleSignal.emplace();
   TraceExit("UnixAgent::UnixAgent");
@@ -47,9 +48,20 @@ UnixAgent::~UnixAgent() {
 
 int UnixAgent::Init(char* instanceName, char* version, char* release) {
   TraceEntry("UnixAgent::Init", instanceName, version, release);
+  if (const int rc = Connect(instanceName, version, release); rc != 0) {
+    ReadApplications();
+    TraceExit("UnixAgent::Init", rc);
+    return rc;
+  }
+  const int rc = Prepare();
+  ReadApplications();
+  Trace(20, kInformation, "Exited the function (func=UnixAgent::Init, rc=%1)).", rc);
+  return rc;
+}
+
+int UnixAgent::Connect(char* instanceName, char* version, char* release) {
   if (InitConnection() < 0) {
     Message(10200);
-    TraceExit("UnixAgent::Init", -1);
     return -1;
   }
   if (m_toggleSignal->Descriptor() >= 0) {
@@ -59,13 +71,9 @@ int UnixAgent::Init(char* instanceName, char* version, char* release) {
   m_dataDirectory = directory == nullptr ? "" : directory;
   if (ConnectNode(instanceName, version, release) < 0) {
     Message(10201);
-    TraceExit("UnixAgent::Init", -1);
     return -1;
   }
-  const int rc = Prepare();
-  ReadApplications();
-  Trace(20, kInformation, "Exited the function (func=UnixAgent::Init, rc=%1)).", rc);
-  return rc;
+  return 0;
 }
 
 int UnixAgent::InitConnection() {
@@ -107,6 +115,7 @@ int UnixAgent::InitConfiguration() {
 }
 
 int UnixAgent::InitRecords() {
+  m_recordBuilder.SetWorkgroupFile(m_workgroupFilePath);
   const UtlErrorPtr error(m_recordBuilder.Init());
   if (error == nullptr) {
     return 0;
@@ -134,13 +143,16 @@ int UnixAgent::NotifyEvent(CMBMultipleRecordRequestEvent* event) {
 
 void UnixAgent::ReadApplications() {
   m_areApplicationsRead = true;
-  if (m_applications->read(kApplicationFile) == 0) {
+  if (m_applications.read(kApplicationFile) == 0) {
     Trace(20, kError, "qmtapp read error. (FILE=%1).", kApplicationFile);
+  }
+  for (const FileFault& fault : m_applications.Faults()) {
+    Trace(20, kWarning, "%1:%2: %3.", kApplicationFile, fault.line, fault.text);
   }
 }
 
 void UnixAgent::SaveApplications() {
-  if (m_applications->write(kApplicationFile) == 0) {
+  if (m_applications.write(kApplicationFile) == 0) {
     Trace(20, kError, "qmtapp write error. (FILE=%1).", kApplicationFile);
   }
 }

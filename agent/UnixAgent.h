@@ -4,14 +4,13 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 
-#include "agent/ApplicationSettings.h"
 #include "agent/FilePaths.h"
 #include "agent/Signals.h"
 #include "agent/UFSSEvent.h"
 #include "collect/Collector.h"
 #include "node/Node.h"
+#include "process/ApplicationMonitor.h"
 #include "records/RecordBuilder.h"
 #include "utility/SASocket.h"
 
@@ -43,11 +42,7 @@ class UnixAgent : public CMBAgent,
   [[nodiscard]] const std::string& GetWorkgroupFilePath() const { return m_workgroupFilePath; }
   /// Empty until InitEventFile has found one.
   [[nodiscard]] const std::string& GetEventFilePath() const { return m_eventFilePath; }
-  [[nodiscard]] ApplicationSettings& GetApplications() { return *m_applications; }
-  /// Puts another list, which is not null, in place of the present one; Init then reads it.
-  void SetApplications(std::unique_ptr<ApplicationSettings> applications) {
-    m_applications = std::move(applications);
-  }
+  [[nodiscard]] ApplicationMonitor& GetApplications() { return m_applications; }
 
   /// Reads a text of section "Agent" of the ini file into `value`, at most size - 1 characters. A
   /// missing or empty one, and a time that isValidTime refuses, becomes the default and is written
@@ -66,8 +61,9 @@ class UnixAgent : public CMBAgent,
   /// Takes the options of the user records from the ini file into ProductOptions. 0, or -1 without
   /// an ini file.
   [[nodiscard]] int ExtractUserRecordOptions();
-  /// Takes the path of the event definition file from the ini file. 0, also where none is named;
-  /// -1 without an ini file or if the event file can't be read.
+  /// Reads the event definition file that the ini file names into the options Messages/EventFile1,
+  /// EventFile2 and so on, each "path*id*filter". An entry whose log file can't be opened is told
+  /// and left out. 0, also where no file is named or it can't be read; -1 without an ini file.
   [[nodiscard]] int InitEventFile();
   /// Adds a text item that shows an option: from ProductOptions, else from the ini file, else the
   /// default, else "<attribute not set>". `defaultValue` may be null. The item's identifier is
@@ -92,6 +88,8 @@ class UnixAgent : public CMBAgent,
  private:
   class ConfigUpdates;
 
+  /// The first part of Init: pipes and node. 0, or -1.
+  [[nodiscard]] int Connect(char* instanceName, char* version, char* release);
   [[nodiscard]] int ConnectNode(char* instanceName, char* version, char* release);
   [[nodiscard]] int InitRecords();
   [[nodiscard]] int InitConfiguration();
@@ -122,7 +120,7 @@ class UnixAgent : public CMBAgent,
   std::unique_ptr<SASocket> m_pSocket;
   void* m_collectorArg = nullptr;
   UFSSEvent* m_pUFSSEvent = nullptr;  ///< owned by the loop; null if none is scheduled
-  std::unique_ptr<ApplicationSettings> m_applications = std::make_unique<NoApplications>();
+  ApplicationMonitor m_applications;
   bool m_areApplicationsRead = false;
   bool m_wasAccountingOn = false;
   std::string m_ufssTime;

@@ -3,13 +3,11 @@
 
 #include "agent/UnixAgent.h"
 #include "support/ProductOptions.h"
-#include "support/TextFile.h"
 #include "support/TraceLog.h"
 
 namespace {
 
 constexpr std::size_t kMaxOption = 257;
-constexpr std::size_t kEventFileSize = 512;
 
 struct UserRecord {
   const char* name;
@@ -54,26 +52,4 @@ int UnixAgent::ExtractUserRecordOptions() {
   const int rc = ini == nullptr ? -1 : 0;
   TraceExit("UnixAgent::ExtractUserRecordOptions", rc);
   return rc;
-}
-
-int UnixAgent::InitEventFile() {
-  constexpr const char* kKey = "Eventfile";
-  CMBIniFile* ini = GetIniFile();
-  if (ini == nullptr) {
-    Trace(20, kInformation, "GetIniFile failed");
-    return -1;
-  }
-  std::array<char, kEventFileSize> name{};
-  ini->ReadString(name.data(), static_cast<int>(name.size()), kKey, "Log Records", "MESS", nullptr,
-                  0);
-  if (name[0] == '\0') {
-    Trace(20, kError, "Failed to access the file or directory (%1).", kKey);
-    return 0;
-  }
-  m_eventFilePath = GetFilePath(name.data());
-  if (OpenTextFile(m_eventFilePath) == nullptr) {
-    Trace(20, kError, "Failed to Initialize the file for reading (%1).", m_eventFilePath);
-    return -1;
-  }
-  return 0;
 }

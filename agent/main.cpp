@@ -1,6 +1,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstring>
+
+#include "agent/CheckFile.h"
 #include "agent/Service.h"
 
 namespace {
@@ -23,5 +26,8 @@ void HoldStandardDescriptors() {
 
 int main(int argc, char** argv) {
   HoldStandardDescriptors();
+  if (argc > 1 && std::strcmp(argv[1], "--check") == 0) {
+    return CheckFile(argc, argv);
+  }
   return RunService(argc, argv);
 }

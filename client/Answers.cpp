@@ -95,10 +95,14 @@ std::string ErrorText(const Json& error) {
   return message.empty() ? code : message + " (" + code + ")";
 }
 
+bool IsTexts(const Json& value) {
+  const auto isText = [](const Json& element) { return element.is_string(); };
+  return value.is_array() && std::all_of(value.begin(), value.end(), isText);
+}
+
 std::vector<std::string> Texts(const Json& object, const char* name) {
   const Json& value = Member(object, name);
-  const auto isText = [](const Json& element) { return element.is_string(); };
-  if (!value.is_array() || !std::all_of(value.begin(), value.end(), isText)) {
+  if (!IsTexts(value)) {
     FailMember(name, "an array of texts");
   }
   return value.get<std::vector<std::string>>();
@@ -252,6 +256,20 @@ Status ReadStatus(const Json& answer) {
 
 std::vector<ConfigNode> ReadConfig(const Json& answer) {
   return ConfigNodes(Object(answer, "config"));
+}
+
+ReportTable ReadReport(const Json& answer) {
+  const Json& report = Object(answer, "report");
+  ReportTable table{Texts(report, "columns"), {}, Texts(report, "notes")};
+  const Json& rows = Member(report, "rows");
+  const auto isRow = [&](const Json& row) {
+    return IsTexts(row) && row.size() == table.columns.size();
+  };
+  if (!rows.is_array() || !std::all_of(rows.begin(), rows.end(), isRow)) {
+    FailMember("rows", "an array of rows as long as the columns");
+  }
+  table.rows = rows.get<std::vector<std::vector<std::string>>>();
+  return table;
 }
 
 ConfigOutcome ReadConfigOutcome(const Json& answer, std::uint64_t item) {

@@ -104,6 +104,13 @@ struct ConfigOutcome {
   std::int64_t code = 0;  ///< the agent's own number for it
 };
 
+/// A report that the agent made: each row as long as the columns.
+struct ReportTable {
+  std::vector<std::string> columns;
+  std::vector<std::vector<std::string>> rows;
+  std::vector<std::string> notes;
+};
+
 // What the daemon answered, checked member by member. Each throws ClientError, naming the member,
 // for an answer that is not what the control protocol promises.
 
@@ -115,5 +122,6 @@ struct ConfigOutcome {
 [[nodiscard]] Status ReadStatus(const Json& answer);
 /// The top of the tree.
 [[nodiscard]] std::vector<ConfigNode> ReadConfig(const Json& answer);
+[[nodiscard]] ReportTable ReadReport(const Json& answer);
 /// The outcome of a change of `item`.
 [[nodiscard]] ConfigOutcome ReadConfigOutcome(const Json& answer, std::uint64_t item);

@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "client/Change.h"
 #include "client/ConfigText.h"
 #include "client/Connection.h"
 #include "client/Errors.h"
@@ -113,26 +114,6 @@ std::uint16_t ParseItem(const std::string& text) {
   return item;
 }
 
-/// Tells the operator how a change went; the exit value.
-int ReportOutcome(const std::string& item, const ConfigOutcome& outcome) {
-  switch (outcome.kind) {
-    case ConfigOutcome::Kind::kDone:
-      WriteOutput("done\n");
-      return kExitDone;
-    case ConfigOutcome::Kind::kRefused:
-      Complain("refused: item " + item + " does not take this value, or there is no such item");
-      return kExitRefused;
-    case ConfigOutcome::Kind::kNotWritten:
-      Complain("not written: the daemon's file stands as it was; its message log tells why");
-      return kExitNotWritten;
-    case ConfigOutcome::Kind::kFailed:
-      break;
-  }
-  Complain("failed: the agent could not make the change (code " + std::to_string(outcome.code) +
-           ")");
-  return kExitFailed;
-}
-
 }  // namespace
 
 std::string DefaultSocket() {
@@ -212,6 +193,11 @@ int RunConfig(const CommonOptions& common, bool json) {
 int RunConfigSet(const CommonOptions& common, const std::string& item, const std::string& value) {
   const std::uint16_t id = ParseItem(item);
   Connection connection(common.socket);
-  const Json answer = connection.Ask({{"op", "config_set"}, {"item", id}, {"value", value}});
-  return ReportOutcome(item, ReadConfigOutcome(answer, id));
+  const int exitValue =
+      ChangeItem(connection, id, value,
+                 "item " + item + " does not take this value, or there is no such item");
+  if (exitValue == kExitDone) {
+    WriteOutput("done\n");
+  }
+  return exitValue;
 }

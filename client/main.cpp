@@ -1,12 +1,16 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <iostream>
 #include <string>
 
+#include "client/Applications.h"
+#include "client/Check.h"
 #include "client/Commands.h"
 #include "client/Errors.h"
+#include "client/ReportText.h"
 #include "client/Top.h"
 
 namespace {
@@ -17,6 +21,10 @@ struct CommandLine {
   RecordOptions records;
   WatchOptions watch;
   TopOptions top;
+  CheckOptions check;
+  ExplainOptions explain;
+  std::uint64_t condition = 0;
+  ConditionChange change;
   bool json = false;
   bool csv = false;
   std::string item;
@@ -151,6 +159,66 @@ void AddConfig(CLI::App& app, CommandLine& line) {
   });
 }
 
+void AddCheck(CLI::App& app, CommandLine& line) {
+  CLI::App* check = app.add_subcommand("check", "Check a file that the agent reads");
+  check->add_option("FILE", line.check.file, "The file, which need not be in its place")
+      ->required();
+  check->add_option("--kind", line.check.kind, "workgroup, event, application, optional or ini")
+      ->check(
+          CLI::IsMember({"workgroup", "event", "application", "optional", "ini"}).description(""))
+      ->option_text("KIND");
+  check->add_option("--daemon", line.check.daemon, "The program qmtdmon that reads the file")
+      ->option_text("PATH");
+  check->callback([&] { line.run = [&] { return RunCheck(line.check); }; });
+}
+
+void AddWorkgroup(CLI::App& app, CommandLine& line) {
+  CLI::App* workgroup = app.add_subcommand("workgroup", "Look at the workgroups");
+  workgroup->require_subcommand(1);
+  CLI::App* explain =
+      workgroup->add_subcommand("explain", "Show which rule puts which process where");
+  explain->add_option("NAME", line.explain.name, "A workgroup; all if not given");
+  explain->add_option("--pid", line.explain.pid, "A process; all if not given")
+      ->check(CLI::NonNegativeNumber.description(""))
+      ->option_text("N");
+  explain->add_flag("--json", line.explain.json, "Print JSON");
+  explain->callback([&] { line.run = [&] { return RunExplain(line.common, line.explain); }; });
+}
+
+void AddAppSet(CLI::App& app, CommandLine& line) {
+  CLI::App* set = app.add_subcommand("set", "Change a condition of an application");
+  set->add_option("NAME", line.value, "The application")->required();
+  set->add_option("N", line.condition, "The number of the condition, 1 to 15")
+      ->required()
+      ->check(CLI::Range(1, 15).description(""));
+  set->add_option("--kind", line.change.kind, "none, execute or command-line")
+      ->check(CLI::IsMember({"none", "execute", "command-line"}).description(""))
+      ->option_text("KIND");
+  set->add_option("--name", line.change.name, "What a program or command line must match")
+      ->option_text("PATTERN");
+  set->add_option("--range", line.change.range, "How many processes there must be, as 1-3")
+      ->option_text("A-B");
+  set->callback([&] {
+    line.run = [&] { return RunAppSet(line.common, line.value, line.condition, line.change); };
+  });
+}
+
+void AddApp(CLI::App& parent, CommandLine& line) {
+  CLI::App* app =
+      parent.add_subcommand("app", "Look at the monitored applications, or change them");
+  app->require_subcommand(1);
+  app->add_subcommand("list", "Show the applications, their conditions and how they do")
+      ->callback([&] { line.run = [&] { return RunAppList(line.common); }; });
+  CLI::App* add = app->add_subcommand("add", "Add an application without conditions");
+  CLI::App* remove = app->add_subcommand("delete", "Delete an application");
+  for (CLI::App* command : {add, remove}) {
+    command->add_option("NAME", line.value, "The application")->required();
+  }
+  add->callback([&] { line.run = [&] { return RunAppAdd(line.common, line.value); }; });
+  remove->callback([&] { line.run = [&] { return RunAppDelete(line.common, line.value); }; });
+  AddAppSet(*app, line);
+}
+
 void AddCommonOptions(CLI::App& app, CommandLine& line) {
   line.common.socket = DefaultSocket();
   app.set_version_flag("--version", "qmtctl " QMT_VERSION);
@@ -195,6 +263,9 @@ int main(int argc, char** argv) {
   AddTop(app, line);
   AddOtherCommands(app, line);
   AddConfig(app, line);
+  AddApp(app, line);
+  AddWorkgroup(app, line);
+  AddCheck(app, line);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

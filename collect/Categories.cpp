@@ -8,6 +8,7 @@
 #include "collect/Collector.h"
 #include "collect/DeviceSourceLINUX.h"
 #include "collect/InterfaceSourceLINUX.h"
+#include "collect/MessagesSource.h"
 #include "collect/ProcessSourceLINUX.h"
 #include "collect/ProtocolSourceLINUX.h"
 #include "collect/SystemSourceLINUX.h"
@@ -42,7 +43,8 @@ constexpr std::array kCategories{
              ReadAll<ProcessSourceUser, &Collector::GetProcess>},
     Category{COLLECT_PROTOCOL, "Protocol", "protocol",
              ReadOne<ProtocolSourceUser, &Collector::GetProtocol>},
-    Category{COLLECT_MESSAGES, "Messages", "messages", kNoSource},
+    Category{COLLECT_MESSAGES, "Messages", "messages",
+             ReadAll<MessagesSourceUser, &Collector::GetMessages>},
     Category{COLLECT_DEVICE, "Device", "device",
              ReadAll<DeviceIOSourceUser, &Collector::GetDevice>},
     Category{COLLECT_SEMAPHORE, "Semaphore", "semaphore", kNoSource},

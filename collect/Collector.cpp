@@ -10,6 +10,7 @@
 #include "collect/DeviceSourceLINUX.h"
 #include "collect/FileStatArgs.h"
 #include "collect/InterfaceSourceLINUX.h"
+#include "collect/MessagesSource.h"
 #include "collect/ProcessSourceLINUX.h"
 #include "collect/ProtocolSourceLINUX.h"
 #include "collect/SystemSourceLINUX.h"
@@ -102,6 +103,7 @@ Collector::Collector()
       m_pSystem(std::make_unique<System>()),
       m_pProtocol(std::make_unique<Protocol>()),
       m_pInterface(std::make_unique<std::vector<Interface>>()),
+      m_pMessages(std::make_unique<std::vector<Messages>>()),
       m_figures(std::make_shared<std::vector<CategoryFigures>>(Categories().size())) {
   TraceEntry("Collector::Collector");
   CollectorLog::Instance();

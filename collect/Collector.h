@@ -9,6 +9,7 @@ class Acct;
 class CPU;
 class DeviceIO;
 class Interface;
+class Messages;
 class Process;
 class Protocol;
 class System;
@@ -43,6 +44,7 @@ class Collector {
   [[nodiscard]] System* GetSystem() const { return m_pSystem.get(); }
   [[nodiscard]] Protocol* GetProtocol() const { return m_pProtocol.get(); }
   [[nodiscard]] std::vector<Interface>* GetInterface() const { return m_pInterface.get(); }
+  [[nodiscard]] std::vector<Messages>* GetMessages() const { return m_pMessages.get(); }
 
   /// A word that the agent hands in at start; nothing in collection reads it.
   void SetOpaque(void* opaque) { m_opaque = opaque; }
@@ -56,6 +58,7 @@ class Collector {
   std::unique_ptr<System> m_pSystem;
   std::unique_ptr<Protocol> m_pProtocol;
   std::unique_ptr<std::vector<Interface>> m_pInterface;
+  std::unique_ptr<std::vector<Messages>> m_pMessages;
   void* m_opaque = nullptr;
   /// Shared with the registry of figures, which may read them after the collector has gone.
   std::shared_ptr<std::vector<CategoryFigures>> m_figures;

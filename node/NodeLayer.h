@@ -2,7 +2,9 @@
 
 #include <array>
 #include <memory>
+#include <string>
 
+#include "node/IniListing.h"
 #include "node/Node.h"
 
 /// One message or trace line on its way to the message log. All texts live only for the call.
@@ -65,6 +67,10 @@ class NodeLayer {
   virtual int Connect(CMBAgent& agent, const AgentIdentity& identity) = 0;
   /// Null if the file can't be used.
   virtual std::unique_ptr<CMBIniFile> OpenIniFile(const char* directory, const char* name) = 0;
+  /// Reads an ini file to check it, without a message; nothing is kept of it.
+  virtual IniListing ListIniFile(const char* path) {
+    return {std::string(path) + ": this node keeps no ini file on disk", {}, {}};
+  }
   virtual char* LocalNodeId() = 0;
   virtual BusService* Bus() = 0;
   virtual void EventText(const char* text) = 0;

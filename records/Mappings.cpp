@@ -21,7 +21,7 @@ constexpr RecordMapping kDEVD{kInterval, "DEVD", COLLECT_DEVICE, 0, &RecordBuild
 constexpr RecordMapping kDEVS{kInterval, "DEVS", COLLECT_DEVICE, 0, &RecordBuilder::Build_DEVS};
 constexpr RecordMapping kNIND{kInterval, "NIND", COLLECT_INTERFACE, 0, kRefused};
 constexpr RecordMapping kNINS{kInterval, "NINS", COLLECT_INTERFACE, 0, kRefused};
-constexpr RecordMapping kWGRP{kInterval, "WGRP", kProcesses, 0, kRefused};
+constexpr RecordMapping kWGRP{kInterval, "WGRP", kProcesses, 0, &RecordBuilder::Build_WGRP};
 constexpr RecordMapping kUPI{kInterval, "UPI", COLLECT_UPI, 0, kRefused};
 constexpr RecordMapping kUPIB{kInterval, "UPIB", COLLECT_UPIB, 0, kRefused};
 constexpr RecordMapping kPD{kDetail, "PD", kProcesses, 0, &RecordBuilder::BuildPD};
@@ -36,7 +36,7 @@ constexpr RecordMapping kUFSS{kDetail, "UFSS", COLLECT_STORAGE | COLLECT_FILE_SY
 constexpr RecordMapping kUSER{kDetail, "USER", kProcesses, 0, &RecordBuilder::BuildPD_USER};
 constexpr RecordMapping kUPD{kDetail, "UPD", COLLECT_UPD, 0, kRefused};
 constexpr RecordMapping kUPDB{kDetail, "UPDB", COLLECT_UPDB, 0, kRefused};
-constexpr RecordMapping kAPP{kDetail, "APP", COLLECT_PROCESS, 0, kRefused};
+constexpr RecordMapping kAPP{kDetail, "APP", COLLECT_PROCESS, 0, &RecordBuilder::BuildPD_APP};
 
 constexpr std::array kBaseTable{kPI,  kCPUP, kDEVD, kDEVS, kNIND, kNINS, kWGRP, kUPI, kUPIB, kPD,
                                 kFSL, kFSR,  kPDI,  kPDS,  kPGM,  kTERM, kUSER, kUPD, kUPDB, kAPP};

@@ -1,6 +1,7 @@
 #include <strings.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -21,8 +22,7 @@ constexpr std::size_t kNameLength = 4;
 
 constexpr const char* kOptrecsPath = "/opt/qmtrx/mond/agent/optrecs.dat";
 
-TextFilePtr OpenOptrecs() {
-  const std::string path = ProductPath(kOptrecsPath);
+TextFilePtr OpenOptrecs(const std::string& path) {
   struct ::stat status {};
   if (::lstat(path.c_str(), &status) != 0) {
     Trace(20, kInformation, "Optional Mode = No. rc=%1", errno);
@@ -45,48 +45,81 @@ TextFilePtr OpenOptrecs() {
   return file;
 }
 
-void ChooseByName(const char* name, OptionalRecordChoice& choice) {
+/// Whether there is a record of that name.
+bool ChooseByName(const char* name, OptionalRecordChoice& choice) {
+  bool isKnown = false;
   for (const OptionalRecord& row : OptionalRecordTable()) {
-    if (::strcasecmp(row.name, name) != 0 || (choice.mask & row.bit) != 0) {
+    if (::strcasecmp(row.name, name) != 0) {
       continue;
     }
-    choice.mask |= row.bit;
-    ++choice.count;
-    Trace(20, kInformation, "%1 record Option = Yes. rc=%2", row.name, errno);
+    isKnown = true;
+    if ((choice.mask & row.bit) == 0) {
+      choice.mask |= row.bit;
+      ++choice.count;
+      Trace(20, kInformation, "%1 record Option = Yes. rc=%2", row.name, errno);
+    }
   }
+  return isKnown;
 }
 
-void TakeLine(char* line, OptionalRecordChoice& choice) {
+/// What is wrong with the line; empty for a good one.
+std::string TakeLine(char* line, OptionalRecordChoice& choice) {
   const std::size_t length = std::strlen(line);
   if (length > 0 && line[length - 1] == '\n') {
     line[length - 1] = '\0';
   }
   if (line[0] == ' ' || line[0] == '\t' || std::strlen(line) != kNameLength) {
     Trace(20, kWarning, "Invalid entry found in %2. Entry = %1", line, kOptrecsPath);
-    return;
+    return std::string("\"") + line + "\" is no name of four characters";
   }
-  ChooseByName(line, choice);
+  const std::string name = line;
+  return ChooseByName(line, choice) ? "" : "no optional record \"" + name + "\"";
+}
+
+/// Reads the next piece of a line, at most kLineBuffer - 1 bytes; whether it ended a line goes to
+/// `isEnd`. False at the end of the file.
+bool ReadPiece(std::FILE* file, std::array<char, kLineBuffer>& piece, bool& isEnd) {
+  // Zero bytes of the file hide the length; the last zero byte is the terminator.
+  piece.fill('\n');
+  if (std::fgets(piece.data(), static_cast<int>(piece.size()), file) == nullptr) {
+    return false;
+  }
+  const auto terminator = std::find(piece.rbegin(), piece.rend(), '\0');
+  isEnd = terminator + 1 != piece.rend() && *(terminator + 1) == '\n';
+  return true;
 }
 
 }  // namespace
 
 OptionalRecordChoice ReadOptrecsFile() {
+  return ReadOptrecsFile(ProductPath(kOptrecsPath), nullptr);
+}
+
+OptionalRecordChoice ReadOptrecsFile(const std::string& path, const OptionalRecordFault& fault) {
   OptionalRecordChoice choice;
-  const TextFilePtr file = OpenOptrecs();
+  const TextFilePtr file = OpenOptrecs(path);
   if (!file) {
     return choice;
   }
-  std::array<char, kLineBuffer> line{};
-  int lines = 0;
-  while (lines < kLineLimit &&
-         std::fgets(line.data(), static_cast<int>(line.size()), file.get()) != nullptr) {
-    ++lines;
-    TakeLine(line.data(), choice);
+  std::array<char, kLineBuffer> piece{};
+  int pieces = 0;
+  int line = 1;
+  bool isEnd = false;
+  while (pieces < kLineLimit && ReadPiece(file.get(), piece, isEnd)) {
+    ++pieces;
+    const std::string what = TakeLine(piece.data(), choice);
+    if (fault && !what.empty()) {
+      fault(line, what);
+    }
+    line += isEnd ? 1 : 0;
   }
-  if (lines == kLineLimit) {
+  if (pieces == kLineLimit) {
     Trace(20, kWarning,
           "Completed reading first 100 Entries in optrecs.dat file. Further processing of file is "
           "stopped.");
+    if (fault && std::fgetc(file.get()) != EOF) {
+      fault(line, "only the first 100 entries are read");
+    }
   } else if (std::ferror(file.get()) != 0) {
     Trace(20, kError, "The error occurred by OS API(fgets) in function (%3). (en=%1, arg1=%2)",
           errno, kOptrecsPath, kFunction);

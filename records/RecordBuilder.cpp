@@ -8,6 +8,7 @@
 #include <new>
 
 #include "collect/CategoryFlags.h"
+#include "collect/MessagesSource.h"
 #include "collect/SystemSourceLINUX.h"
 #include "node/LayoutRegistry.h"
 #include "records/UserObjects.h"
@@ -51,6 +52,8 @@ UtlError* RecordBuilder::Init() {
   CreateRecordMappingTable();
   PublishListing();
   m_bGetDiedProcess = IsOptionOn(ProductOptions::Instance().Get("Acct", "GetDiedProcess")) ? 1 : 0;
+  Trace(30, kInformation, "Initializing messages file offset.");
+  m_pMessagesInit = std::make_unique<MessagesSourceUser>();
   Trace(30, kInformation, "Initializing accounting system.");
   m_categories = COLLECT_SYSTEM;
   Trace(30, kInformation, "Collecting data for initialization.");
@@ -63,6 +66,7 @@ UtlError* RecordBuilder::Init() {
   m_startTime = WholeSeconds(Now());
   m_bootTime = WholeSeconds(m_pCollector->GetSystem()->bootTime);
   m_numCPUs = m_pCollector->GetSystem()->numCPUs;
+  InitWorkgroups();
   TraceExit("RecordBuilder::Init", 0);
   return nullptr;
 }

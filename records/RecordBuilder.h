@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <string>
 #include <typeindex>
 #include <unordered_map>
 #include <vector>
@@ -14,6 +15,8 @@
 #include "support/TimeValues.h"
 #include "support/UtlError.h"
 
+class ApplicationMonitor;
+class MessagesSourceUser;
 class UnixAgent;
 
 /// What one record family keeps between builds. Each family defines its own in its own file.
@@ -44,6 +47,11 @@ class RecordBuilder {
   /// caller owns.
   [[nodiscard]] UtlError* Build(CMBMultipleRecordRequestEvent* pEvent);
 
+  /// The applications that APP counts processes for: not owned, null for none.
+  void SetApplications(ApplicationMonitor* applications) { m_pApplications = applications; }
+  /// The workgroup definition file, which Init reads; its path stands under no prefix.
+  void SetWorkgroupFile(const std::string& path) { m_workgroupFile = path; }
+
   [[nodiscard]] bool HasNoOptionalRecords() const { return m_nOptRecCount < 1; }
   [[nodiscard]] unsigned IsUFSSEnabled() const { return m_optionalMask & kOptionalUFSS; }
 
@@ -62,14 +70,19 @@ class RecordBuilder {
   UtlError* Build_CPUP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* Build_DEVD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* Build_DEVS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_WGRP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Behind no row of the table of records.
   UtlError* Build_TAPS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  /// Once in the process's life an error if there are no applications.
+  UtlError* BuildPD_APP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_PDS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_PGM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_TERM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_USER(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  /// Behind no row of the table of records.
+  UtlError* BuildPL_MESS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Yields no record: the accounting figures travel with the processes.
   UtlError* BuildPD_ACCT(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
 
@@ -88,6 +101,8 @@ class RecordBuilder {
   void CreateRecordMappingTable();
   void AppendOptionalRows();
   void PublishListing() const;
+  /// Reads the workgroup file; if that fails the records of workgroups stay empty.
+  void InitWorkgroups();
   /// Queues what can be served; returns whether one of the events is a scheduled one.
   bool QueueRequests(const CMBMultipleRecordRequestEvent& batch);
   void CollectSnapshot(bool anyScheduled, UtlErrorPtr& error);
@@ -106,7 +121,10 @@ class RecordBuilder {
   int m_bGetDiedProcess = 1;
   Collector* m_pCollector;
   UnixAgent* m_pAgent;
+  ApplicationMonitor* m_pApplications = nullptr;
+  std::string m_workgroupFile;
   std::unique_ptr<CPUSummary> m_pCPUSummary;
+  std::unique_ptr<MessagesSourceUser> m_pMessagesInit;
   std::uint32_t m_categories = 0;
   std::uint32_t m_extraFlags = 0;
   std::time_t m_lastCollectTime = 0;

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
+#include <string>
 
 #include "node/RecordRequest.h"
 #include "support/UtlError.h"
@@ -45,3 +47,10 @@ struct OptionalRecordChoice {
 /// Reads /opt/qmtrx/mond/agent/optrecs.dat, one name a line, at most 100 lines. A missing, empty or
 /// unreadable file chooses nothing; every fault is traced.
 [[nodiscard]] OptionalRecordChoice ReadOptrecsFile();
+
+/// What is wrong in a file of optional records, with the line, counted from 1.
+using OptionalRecordFault = std::function<void(int line, const std::string& what)>;
+
+/// The same for the file at `path`, which is taken as it is.
+[[nodiscard]] OptionalRecordChoice ReadOptrecsFile(const std::string& path,
+                                                   const OptionalRecordFault& fault);

@@ -122,6 +122,18 @@ void MessageAt(int level, const CatalogNumber& number, const Args&... args) {
   }
 }
 
+/// Writes a numbered message at its usual level and, if that is on, its copy for the common log.
+template <class... Args>
+void MessageAndCopy(const CatalogNumber& number, const Args&... args) {
+  constexpr int kCommonLog = 204;
+  const CatalogMessage& entry = *number.m_entry;
+  Message(number, args...);
+  if (IsTraced(entry.level)) {
+    trace_detail::Write(entry.number, kCommonLog, entry.kind, number.m_file, number.m_line,
+                        entry.text, args...);
+  }
+}
+
 /// The entry of a function of substance, level 40. `name` is "Class::Method".
 template <class A = const char*, class B = const char*, class C = const char*,
           class D = const char*>

@@ -91,7 +91,7 @@ struct ControlOperations::Operation {
 };
 
 const ControlOperations::Operation* ControlOperations::FindOperation(const std::string& name) {
-  static constexpr std::array<Operation, 8> kOperations{{
+  static constexpr std::array<Operation, 9> kOperations{{
       {"records", Rights::kRead, {"op", "id"}, &ControlOperations::Records},
       {"schema", Rights::kRead, {"op", "id", "record", "category"}, &ControlOperations::Schema},
       {"get", Rights::kRead, {"op", "id", "records", "rates"}, &ControlOperations::Get},
@@ -99,6 +99,10 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
       {"status", Rights::kRead, {"op", "id"}, &ControlOperations::Status},
       {"config", Rights::kRead, {"op", "id"}, &ControlOperations::Config},
       {"config_set", Rights::kChange, {"op", "id", "item", "value"}, &ControlOperations::ConfigSet},
+      {"report",
+       Rights::kRead,
+       {"op", "id", "report", "arguments"},
+       &ControlOperations::MakeReport},
       {"shutdown", Rights::kChange, {"op", "id"}, &ControlOperations::Shutdown},
   }};
   for (const Operation& operation : kOperations) {
@@ -115,7 +119,8 @@ ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, const Sch
       m_desk(desk),
       m_schedule(schedule),
       m_queries(loop, desk, schedule, lastRows),
-      m_config(loop) {}
+      m_config(loop),
+      m_reports(loop) {}
 
 void ControlOperations::Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer) {
   auto parsed = ParseRequestLine(line);

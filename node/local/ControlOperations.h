@@ -7,6 +7,7 @@
 #include "node/local/ConfigQueries.h"
 #include "node/local/ControlRequest.h"
 #include "node/local/RecordQueries.h"
+#include "node/local/ReportQueries.h"
 
 /// What the daemon says of itself.
 struct DaemonFacts {
@@ -38,6 +39,7 @@ class ControlOperations {
   void Status(const RequestPtr& request);
   void Config(const RequestPtr& request) { m_config.Config(request); }
   void ConfigSet(const RequestPtr& request) { m_config.ConfigSet(request); }
+  void MakeReport(const RequestPtr& request) { m_reports.Report(request); }
   void Shutdown(const RequestPtr& request);
 
   EventLoop& m_loop;
@@ -45,5 +47,6 @@ class ControlOperations {
   const ScheduleBook& m_schedule;
   RecordQueries m_queries;
   ConfigQueries m_config;
+  ReportQueries m_reports;
   DaemonFacts m_facts;
 };

@@ -180,17 +180,28 @@ std::vector<std::pair<std::string, std::string>> IniText::Section(
 std::vector<std::size_t> IniText::SectionLines(std::string_view section,
                                                std::string_view subSection) const {
   std::vector<std::size_t> numbers;
+  for (const IniSetting& setting : Settings()) {
+    if (IsSameName(setting.section, section) && IsSameName(setting.subSection, subSection)) {
+      numbers.push_back(setting.line);
+    }
+  }
+  return numbers;
+}
+
+std::vector<IniSetting> IniText::Settings() const {
+  std::vector<IniSetting> settings;
   std::size_t number = 1;
   std::size_t counted = 0;
   for (const Entry& entry : m_entries) {
     const std::string_view passed = View({counted, entry.key.begin});
     number += static_cast<std::size_t>(std::count(passed.begin(), passed.end(), '\n'));
     counted = entry.key.begin;
-    if (IsHeading(m_headings[entry.heading], section, subSection)) {
-      numbers.push_back(number);
-    }
+    const Heading& heading = m_headings[entry.heading];
+    settings.push_back({number, std::string(View(heading.section)),
+                        std::string(View(heading.subSection)), std::string(View(entry.key)),
+                        std::string(View(entry.value))});
   }
-  return numbers;
+  return settings;
 }
 
 bool IniText::Set(std::string_view section, std::string_view subSection, std::string_view key,

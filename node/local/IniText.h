@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "node/IniListing.h"
+
 /// A line of an ini text that can't be used. It stays in the text.
 struct IniFault {
   std::size_t line;     ///< counted from 1; 0 for what concerns no single line
@@ -53,6 +55,9 @@ class IniText {
   /// The line numbers, from 1, of what Section() gives, in the same order.
   [[nodiscard]] std::vector<std::size_t> SectionLines(std::string_view section,
                                                       std::string_view subSection = {}) const;
+
+  /// All keys in file order, repeated ones included.
+  [[nodiscard]] std::vector<IniSetting> Settings() const;
 
   [[nodiscard]] bool HasSections() const { return !m_headings.empty(); }
   /// False for a text with ten broken lines or more that outnumber the others: some other file.

@@ -48,6 +48,8 @@ class LocalIniFile : public CMBIniFile {
       const std::string& name) const {
     return m_ini.Section(name);
   }
+  /// All keys in file order.
+  [[nodiscard]] std::vector<IniSetting> Settings() const { return m_ini.Settings(); }
   /// The line numbers, from 1, of what Section() gives, in the same order.
   [[nodiscard]] std::vector<std::size_t> SectionLines(const std::string& name) const {
     return m_ini.SectionLines(name);

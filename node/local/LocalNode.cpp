@@ -6,8 +6,10 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include "node/MessageCatalog.h"
+#include "node/local/IniCheck.h"
 
 namespace {
 
@@ -55,20 +57,6 @@ void LocalNode::Report(const std::string& problem) {
   }
 }
 
-void LocalNode::ReportLevelFaults(const LocalIniFile& ini) {
-  const auto values = ini.Section("Node");
-  const auto lines = ini.SectionLines("Node");
-  for (std::size_t i = 0; i < values.size() && i < lines.size(); ++i) {
-    const auto& [key, value] = values[i];
-    if ((xlb_stricmp(key.c_str(), kLogLevelKey) == 0 ||
-         xlb_stricmp(key.c_str(), kDataLevelKey) == 0) &&
-        !IsLevel(value)) {
-      Report(std::string(kIniName) + ":" + std::to_string(lines[i]) + ": \"" + key +
-             "\" must be 0 to 999, not \"" + value + "\"");
-    }
-  }
-}
-
 int LocalNode::DebugInit(const ServiceRegistration&) {
   std::string error;
   const std::unique_ptr<LocalIniFile> ini = LocalIniFile::Open(kIniDirectory, kIniName, error);
@@ -80,7 +68,9 @@ int LocalNode::DebugInit(const ServiceRegistration&) {
   if (ini == nullptr) {
     Report(error);
   } else {
-    ReportLevelFaults(*ini);
+    for (const IniProblem& problem : LevelProblems(*ini)) {
+      Report(std::string(kIniName) + ":" + std::to_string(problem.line) + ": " + problem.text);
+    }
   }
   return 0;
 }
@@ -194,6 +184,19 @@ std::unique_ptr<CMBIniFile> LocalNode::OpenIniFile(const char* directory, const 
   return ini;
 }
 
+IniListing LocalNode::ListIniFile(const char* path) {
+  const std::filesystem::path file(path);
+  const std::filesystem::path folder = file.parent_path();
+  std::string error;
+  const std::unique_ptr<LocalIniFile> ini = LocalIniFile::Open(
+      folder.empty() ? kIniDirectory : folder.string(), file.filename().string(), error);
+  if (ini == nullptr) {
+    return {error, {}, {}};
+  }
+  LoopParts parts([](const std::string&) {});
+  return ListIni(*ini, parts.schedule);
+}
+
 void LocalNode::EventText(const char* text) {
   if (m_log != nullptr) {
     m_log->EventText(text);
@@ -215,13 +218,7 @@ void LocalNode::LoadSchedule() {
     Report(error);
     return;
   }
-  const auto pairs = ini->Section("Schedule");
-  const std::vector<std::size_t> numbers = ini->SectionLines("Schedule");
-  std::vector<ScheduleLine> lines;
-  for (std::size_t i = 0; i < pairs.size(); ++i) {
-    lines.push_back({pairs[i].first, pairs[i].second, numbers[i]});
-  }
-  Parts().schedule.Load(ini->Path(), lines,
+  Parts().schedule.Load(ini->Path(), ScheduleLines(*ini),
                         [this](const std::string& problem) { Report(problem); });
 }
 

@@ -45,6 +45,8 @@ class LocalNode : public NodeLayer {
   int Connect(CMBAgent& agent, const AgentIdentity& identity) override;
   /// Broken lines are reported to the message log as "path:line: ...".
   std::unique_ptr<CMBIniFile> OpenIniFile(const char* directory, const char* name) override;
+  /// Sections "Node" and "Schedule" are checked here and are not among the settings.
+  IniListing ListIniFile(const char* path) override;
   /// The product's letter and the instance, as in "U/some-host"; empty until Connect.
   char* LocalNodeId() override { return m_nodeId.data(); }
   /// There is no network and so no bus.
@@ -79,7 +81,6 @@ class LocalNode : public NodeLayer {
 
   [[nodiscard]] LoopParts& Parts();
   void Report(const std::string& problem);
-  void ReportLevelFaults(const LocalIniFile& ini);
   void LoadSchedule();
 
   std::unique_ptr<MessageLog> m_log;

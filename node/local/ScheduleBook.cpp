@@ -45,17 +45,24 @@ ScheduleBook::ScheduleBook(EventLoop& loop, BatchDesk& desk, RecordSink& sink)
 
 void ScheduleBook::Load(const std::string& path, const std::vector<ScheduleLine>& lines,
                         const ProblemReport& report) {
+  Load(lines, [&](std::size_t line, const std::string& problem) {
+    report(path + ":" + std::to_string(line) + ": " + problem);
+  });
+}
+
+void ScheduleBook::Load(const std::vector<ScheduleLine>& lines, const LineReport& report) {
   for (const ScheduleLine& line : lines) {
-    const std::string place = path + ":" + std::to_string(line.number) + ": ";
     const long seconds = ParseSeconds(line.seconds);
     if (seconds == 0) {
-      report(place + "the seconds of " + line.record +
-             " must be a whole number from 1 to 86400, not \"" + line.seconds + "\"");
+      report(line.number, "the seconds of " + line.record +
+                              " must be a whole number from 1 to 86400, not \"" + line.seconds +
+                              "\"");
       continue;
     }
     const unsigned char category = CategoryOf(line.record);
     if (Holds(line.record, category)) {
-      report(place + "the record " + line.record + " has a line already; this one is left out");
+      report(line.number,
+             "the record " + line.record + " has a line already; this one is left out");
       continue;
     }
     auto entry = std::make_shared<Entry>();

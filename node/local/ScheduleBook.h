@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -50,6 +51,9 @@ class ScheduleBook {
   /// knows is asked for all the same: the agent reports it once.
   void Load(const std::string& path, const std::vector<ScheduleLine>& lines,
             const ProblemReport& report);
+  /// The same, with the line and what is wrong in it told apart.
+  using LineReport = std::function<void(std::size_t line, const std::string& problem)>;
+  void Load(const std::vector<ScheduleLine>& lines, const LineReport& report);
   /// Asks for every record at once, which gives the interval records their first sample, and then
   /// at their times.
   void Start();

@@ -85,24 +85,4 @@ TEST_F(ConfigOperationsTest, UserRecordOptionsComeFromTheirSubSections) {
   }
 }
 
-TEST_F(ConfigOperationsTest, TheEventFileIsNamedByTheIniFile) {
-  EXPECT_EQ(-1, m_agent->InitEventFile());
-  ProductOptions::Instance().Set("Agent", "DataDirectory", m_root.Path().c_str());
-  ASSERT_EQ(0, Init());
-  Node().lines.clear();
-  EXPECT_EQ(0, m_agent->InitEventFile());
-  EXPECT_EQ("Failed to access the file or directory (Eventfile).", Node().lines.back().text);
-  EXPECT_EQ("", m_agent->GetEventFilePath());
-
-  Node().ini[{"Log Records", "MESS", "Eventfile"}] = "evfile";
-  const std::string path = m_root.Path().string() + "/evfile";
-  EXPECT_EQ(-1, m_agent->InitEventFile());
-  EXPECT_EQ("Failed to Initialize the file for reading (" + path + ").", Node().lines.back().text);
-  EXPECT_EQ(path, m_agent->GetEventFilePath());
-  std::ofstream(path) << "logfile = x\n";
-  Node().lines.clear();
-  EXPECT_EQ(0, m_agent->InitEventFile());
-  EXPECT_TRUE(Node().lines.empty());
-}
-
 }  // namespace

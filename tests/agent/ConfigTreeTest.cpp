@@ -74,11 +74,15 @@ TEST_F(ConfigTreeTest, WithoutApplicationsNothingCanBeDeleted) {
 
 TEST_F(ConfigTreeTest, EachApplicationHasAFolderOfFifteenProcesses) {
   SwitchUFSSOn();
-  MakeAgent(3);
+  MakeAgent(0);
+  std::ofstream file(kApplications);
+  file << "A\tapp0\nA\t" << std::string(80, 'n') << "\n";
+  for (int i = 0; i < 14; ++i) {
+    file << "P\t0\t0\t0\t\n";
+  }
+  file << "P\t2\t0\t65535\t/usr/bin/*\nA\tapp2\nP\t1\t-2147483647\t2147483647\n";
+  file.close();
   ASSERT_EQ(0, Init());
-  m_applications->list[1].name = std::string(80, 'n');
-  m_applications->list[1].processes[14] = {2, 0, 65535, "/usr/bin/*"};
-  m_applications->list[2].processes[0] = {1, -2147483647, 2147483647, ""};
   const Texts tree = Tree();
   EXPECT_EQ("table 1002|None|app0|" + std::string(63, 'n') + "|app2", tree.at(2));
   ASSERT_EQ(5U + 3 * 46 + 5, tree.size());
@@ -119,6 +123,8 @@ TEST_F(ConfigTreeTest, EachItemHasItsHelp) {
 TEST_F(ConfigTreeTest, OnlySixtyFourApplicationsAreOffered) {
   MakeAgent(70);
   ASSERT_EQ(0, Init());
+  EXPECT_EQ(1U, Node().LinesWith("qmtapp read error. (FILE=").size());
+  EXPECT_EQ(1U, Node().LinesWith("qmtapp:65: there are more than 64 applications.").size());
   const Texts tree = Tree();
   ASSERT_EQ(5U + 64 * 46 + 4, tree.size());
   EXPECT_EQ("  [app63]", tree[5 + 63 * 46]);

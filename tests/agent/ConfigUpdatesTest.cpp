@@ -30,7 +30,6 @@ class ConfigUpdatesTest : public ConfigFixture {
   void Forget() {
     Node().iniWritten.clear();
     Node().lines.clear();
-    m_fileLog.clear();
   }
 };
 
@@ -130,11 +129,10 @@ TEST_F(ConfigUpdatesTest, ChoicesBecomeLetters) {
 
 TEST_F(ConfigUpdatesTest, ApplicationsAreAddedAndDeleted) {
   using Texts = std::vector<std::string>;
-  const Texts kSaved{"write /opt/qmtrx/mond/agent/qmtapp"};
   const auto names = [this] {
     Texts texts;
-    for (const auto& application : m_applications->list) {
-      texts.push_back(application.name);
+    for (int i = 0; i < m_agent->GetApplications().GetCount(); ++i) {
+      texts.emplace_back(m_agent->GetApplications().GetName(i));
     }
     return texts;
   };
@@ -150,12 +148,12 @@ TEST_F(ConfigUpdatesTest, ApplicationsAreAddedAndDeleted) {
       {true, "", 0, 0, {"app0", "app1"}, false, ""},
       {true, "new", 0, 0, {"app0", "app1", "new"}, false, ""},
       {true,
-       "refused",
+       "app1",
        0,
        -36,
        {"app0", "app1", "new"},
        false,
-       "Config error. (NAME=ADD AN APPLICATION MONITORING SETTING)(PARAM=refused)."},
+       "Config error. (NAME=ADD AN APPLICATION MONITORING SETTING)(PARAM=app1)."},
       {false, "", 0, 0, {"app0", "app1", "new"}, true, ""},
       {false,
        "",
@@ -172,14 +170,18 @@ TEST_F(ConfigUpdatesTest, ApplicationsAreAddedAndDeleted) {
   for (const auto& row : cases) {
     SCOPED_TRACE(std::string(row.text) + std::to_string(row.choice));
     Forget();
+    std::ofstream(kApplications) << "before\n";
     EXPECT_EQ(row.result, row.isAddition ? Update(kAddApplicationId, std::string(row.text))
                                          : Update(kDeleteApplicationId, row.choice));
     EXPECT_EQ(row.names, names());
-    EXPECT_EQ(row.isSaved ? kSaved : Texts{}, m_fileLog);
+    const std::string saved = m_root.Read(kApplications);
+    EXPECT_EQ(row.isSaved, saved != "before\n");
+    EXPECT_EQ(row.isSaved && !row.names.empty(), saved.starts_with("A\t"));
     EXPECT_EQ(row.trace[0] == '\0' ? 2U : 3U, Node().lines.size());
     EXPECT_EQ(row.trace, row.trace[0] == '\0' ? "" : Node().lines.at(1).text);
   }
-  m_applications->fileResult = 0;
+  std::filesystem::remove(kApplications);
+  std::filesystem::create_directory(kApplications);
   EXPECT_EQ(0, Update(kDeleteApplicationId, std::uint16_t{0}));
   EXPECT_EQ(1U,
             Node().LinesWith("qmtapp write error. (FILE=/opt/qmtrx/mond/agent/qmtapp).").size());
@@ -192,10 +194,10 @@ TEST_F(ConfigUpdatesTest, OtherIdentifiersAreApplicationItemsOrRefused) {
   EXPECT_EQ(0, Update(item(1, 14, 0), std::uint16_t{2}));
   EXPECT_EQ(0, Update(item(1, 14, 1), std::string("java; *")));
   EXPECT_EQ(0, Update(item(1, 14, 2), std::string("5")));
-  const FakeApplications::Process& process = m_applications->list[1].processes[14];
-  EXPECT_EQ(2, process.kind);
-  EXPECT_EQ("java; *", process.pattern);
-  EXPECT_EQ(5, process.rangeMax);
+  const ApplicationMonitor& applications = m_agent->GetApplications();
+  EXPECT_EQ(2, applications.GetKind(1, 14));
+  EXPECT_STREQ("java; *", applications.GetPattern(1, 14));
+  EXPECT_EQ(5, applications.GetRangeMax(1, 14));
   for (const std::uint16_t id : std::initializer_list<std::uint16_t>{0, 1, 2, 7, 14, 23, 1000}) {
     EXPECT_EQ(0, Update(id, std::string("x"))) << id;
   }
@@ -214,14 +216,16 @@ TEST_F(ConfigUpdatesTest, OtherIdentifiersAreApplicationItemsOrRefused) {
     EXPECT_EQ(1U, Node().LinesWith("(NAME=Applicatoin Param)(PARAM=bad).").size());
   }
   EXPECT_EQ(-36, Update(item(0, 0, 0), std::uint16_t{3}));
-  EXPECT_EQ(0, m_applications->list[0].processes[0].kind);
+  EXPECT_EQ(0, applications.GetKind(0, 0));
+  EXPECT_EQ(-36, Update(item(0, 0, 1), std::string("a\nA\tb"))) << "would break the file";
 }
 
 TEST_F(ConfigUpdatesTest, WithoutApplicationsEveryItemIsRefused) {
-  m_agent->SetApplications(std::make_unique<NoApplications>());
+  MakeAgent(0);
+  ASSERT_EQ(0, Init());
   EXPECT_EQ(-36, Update(1001, std::uint16_t{1}));
   EXPECT_EQ(-36, Update(65535, std::string("x")));
-  EXPECT_EQ(-36, Update(kAddApplicationId, std::string("x")));
+  EXPECT_EQ(-36, Update(kAddApplicationId, std::string("a\tb")));
   EXPECT_EQ(0, Update(kDeleteApplicationId, std::uint16_t{0}));
 }
 

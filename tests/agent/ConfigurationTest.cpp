@@ -83,7 +83,6 @@ TEST_F(ConfigurationTest, AFirstStartWritesEveryKeyInOrder) {
   for (const auto& row : published) {
     EXPECT_EQ(row.value, Option(row.section, row.name)) << row.section << row.name;
   }
-  EXPECT_EQ(std::vector<std::string>{"read /opt/qmtrx/mond/agent/qmtapp"}, m_fileLog);
 }
 
 TEST_F(ConfigurationTest, FoundValuesAreCutToTheirBufferAndOnlyBadOnesAreWritten) {
@@ -131,9 +130,7 @@ TEST_F(ConfigurationTest, AFailedWriteEndsTheStartAtThatKey) {
     g_msgLogLevel = 20;
     g_kernelVariant = 2;
     Node().iniRefusedKey = kDefaults[i].first;
-    m_fileLog.clear();
     MakeAgent(1);
-    m_applications->fileResult = 0;
     EXPECT_EQ(-61, Init());
     EXPECT_EQ(Written(kDefaults.begin(), kDefaults.begin() + static_cast<std::ptrdiff_t>(i)),
               Node().iniWritten);
@@ -142,25 +139,42 @@ TEST_F(ConfigurationTest, AFailedWriteEndsTheStartAtThatKey) {
     EXPECT_TRUE(Node().LinesWith("RecordBuilder").empty());
     EXPECT_TRUE(Node().scheduled.empty());
     // The applications are read all the same, and written back in the end.
+    EXPECT_EQ(1, m_agent->GetApplications().GetCount());
     m_agent.reset();
-    EXPECT_EQ((std::vector<std::string>{"read /opt/qmtrx/mond/agent/qmtapp",
-                                        "write /opt/qmtrx/mond/agent/qmtapp"}),
-              m_fileLog);
-    for (const char* what : {"read", "write"}) {
-      EXPECT_EQ(1U, Node()
-                        .LinesWith(std::string("qmtapp ") + what +
-                                   " error. (FILE=/opt/qmtrx/mond/agent/qmtapp).")
-                        .size());
-    }
+    EXPECT_TRUE(m_root.Read(kApplications).starts_with("A\tapp0\nP\t0\t0\t0\t\n"));
   }
 }
 
-TEST_F(ConfigurationTest, AnAgentThatNeverReadItsApplicationsLeavesTheFileAlone) {
-  Node().iniOpens = false;
-  EXPECT_GT(0, Init());
-  EXPECT_EQ(1, Node().CountMessages(10201));
-  m_agent.reset();
-  EXPECT_TRUE(m_fileLog.empty());
+TEST_F(ConfigurationTest, NoWayOutOfTheStartLosesTheApplications) {
+  const struct {
+    const char* what;
+    void (*spoil)();
+    bool isRead;
+  } cases[] = {
+      {"no pipes", [] { std::filesystem::create_directory("opt/qmtrx/mond/qmt_hostutil_.pipe"); },
+       true},
+      {"no node", [] { Node().iniOpens = false; }, true},
+      {"unreadable",
+       [] {
+         std::filesystem::remove(kApplications);
+         std::filesystem::create_directory(kApplications);
+       },
+       false},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.what);
+    ScriptedNode::Reset();
+    g_msgLogLevel = 20;
+    MakeAgent(1);
+    row.spoil();
+    EXPECT_EQ(row.isRead, Init() != 0);
+    EXPECT_EQ(row.isRead ? 1 : 0, m_agent->GetApplications().GetCount());
+    m_agent.reset();
+    std::filesystem::remove("opt/qmtrx/mond/qmt_hostutil_.pipe");
+    EXPECT_EQ(row.isRead, std::filesystem::is_regular_file(kApplications));
+    EXPECT_EQ(row.isRead ? 0U : 1U,
+              Node().LinesWith("qmtapp read error. (FILE=/opt/qmtrx/mond/agent/qmtapp).").size());
+  }
 }
 
 TEST_F(ConfigurationTest, OptionsNeedABufferAndAnIniFile) {

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -56,6 +57,7 @@ class ServiceTest : public ::testing::Test {
   ServiceTest() {
     fs::create_directories("log");
     fs::create_directories("opt/qmtrx/mond");
+    std::ofstream("wgfile").close();
     SetHostRoot(m_root.Path().string());
     Reset();
   }

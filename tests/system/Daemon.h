@@ -20,6 +20,7 @@ class ProductRoot {
   explicit ProductRoot(const std::string& ini = "") {
     std::filesystem::create_directories(AgentFolder() / "log");
     std::ofstream(AgentFolder() / "qmtagt.ini") << ini;
+    std::ofstream(AgentFolder() / "wgfile").close();  // a missing one is reported
   }
   [[nodiscard]] const std::filesystem::path& Path() const { return m_folder.Path(); }
   [[nodiscard]] std::filesystem::path PipeFolder() const { return Path() / "opt/qmtrx/mond"; }

@@ -1,0 +1,305 @@
+#include <array>
+#include <new>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "process/PastProcesses.h"
+#include "process/WorkgroupMap.h"
+#include "process/WorkgroupReport.h"
+#include "records/IntervalEngine.h"
+#include "records/UserObjects.h"
+#include "support/OsCalls.h"
+
+namespace {
+
+using Row = recordPI_WGRP;
+
+/// What the field of a list can show.
+constexpr std::size_t kShown = sizeof(Row::users) - 1;
+
+struct WorkgroupState : FamilyState {
+  bool isReady = false;
+  WgMap map;
+  PastProcesses past;
+  RawRows<Row> rawRows;
+  std::optional<WorkgroupReport> report;  // refers to the map
+};
+
+constexpr std::array kCounters{CounterField<Row>{&Row::majorFaults, "major_faults"},
+                               CounterField<Row>{&Row::swaps, "swaps"},
+                               CounterField<Row>{&Row::contextSwitches, "context_switches"},
+                               CounterField<Row>{&Row::reads, "reads"},
+                               CounterField<Row>{&Row::writes, "writes"},
+                               CounterField<Row>{&Row::totalIoOps, "total_io_ops"},
+                               CounterField<Row>{&Row::totalIoKbytes, "total_io_kbytes"}};
+
+bool IsNegative(const tagUTIME& time) { return time.seconds < 0 || time.microseconds < 0; }
+
+/// CPU times of processes don't wrap: a sum that fell lost a process to another workgroup.
+void SubtractCpu(Row& row, Row& /*raw*/, const Row& previous) {
+  const tagUTIME user = row.userCpu - previous.userCpu;
+  const tagUTIME system = row.systemCpu - previous.systemCpu;
+  const bool isNegative = IsNegative(user) || IsNegative(system);
+  row.userCpu = isNegative ? tagUTIME{} : user;
+  row.systemCpu = isNegative ? tagUTIME{} : system;
+}
+
+constexpr IntervalFamily<Row> kFamily{
+    .counters = kCounters,
+    .times = {},
+    .rates = {},
+    .sameInstance = [](const Row& a, const Row& b) { return a.workgroup == b.workgroup; },
+    .ratesOperation = nullptr,
+    .amend = SubtractCpu};
+
+/// The figures of all workgroups as they were, put back at the end unless they are to change.
+class SavedFigures {
+ public:
+  explicit SavedFigures(WgMap& map) {
+    m_figures.reserve(map.size());
+    for (const auto& [name, group] : map) {
+      m_figures.push_back({group.get(), group->count, group->totals});
+    }
+  }
+  ~SavedFigures() {
+    for (const Figures& figures : m_figures) {
+      figures.group->count = figures.count;
+      figures.group->totals = figures.totals;
+    }
+  }
+  SavedFigures(const SavedFigures&) = delete;
+  SavedFigures& operator=(const SavedFigures&) = delete;
+  void Drop() { m_figures.clear(); }
+
+ private:
+  struct Figures {
+    WorkGroup* group;
+    std::uint32_t count;
+    WorkgroupTotals totals;
+  };
+  std::vector<Figures> m_figures;
+};
+
+/// Counts and levels are those of one pass; the other figures grow for the life of the map.
+void ClearLevels(WgMap& map) {
+  for (const auto& [name, group] : map) {
+    group->count = 0;
+    group->totals.elapsed = 0;
+    group->totals.realMemKbytes = 0;
+    group->totals.virtualMemKbytes = 0;
+  }
+}
+
+/// Two texts of a list, as one field shows them; ">" ends what is cut.
+std::string JoinLists(const char* first, const char* second) {
+  std::string text = first;
+  if (text.size() >= kShown) {
+    return text;
+  }
+  if (!text.empty() && *second != '\0') {
+    text += ',';
+  }
+  text += second;
+  if (text.size() > kShown) {
+    text.resize(kShown - 1);
+    text += '>';
+  }
+  return text;
+}
+
+/// Signed, so that a sum that fell below zero shows as negative and not as centuries.
+tagUTIME CpuTime(std::uint32_t hundredths) {
+  const auto value = static_cast<std::int32_t>(hundredths);
+  return {value / 100, value % 100 * 10000};
+}
+
+/// A row with the workgroup's figures, cumulative but for the levels.
+Row RowOf(const WorkGroup& group, std::int32_t now) {
+  const WorkgroupTotals& totals = group.totals;
+  Row row = NewRow<Row>(now);
+  row.workgroup = group.Name();
+  row.users = JoinLists(group.Users(), group.Users02());
+  row.groups = JoinLists(group.Groups(), group.Groups02());
+  row.programs = JoinLists(group.Programs(), group.Programs02());
+  row.arguments = group.Arguments02();
+  row.processCount = group.count;
+  row.reads = totals.reads;
+  row.writes = totals.writes;
+  row.swaps = totals.swaps;
+  row.contextSwitches = totals.contextSwitches;
+  row.majorFaults = totals.majorFaults;
+  row.realMemKbytes = totals.realMemKbytes;
+  row.virtualMemKbytes = totals.virtualMemKbytes;
+  row.totalIoKbytes = totals.ioKbytes;
+  row.totalIoOps = totals.reads + totals.writes;
+  row.userCpu = CpuTime(totals.userCpu);
+  row.systemCpu = CpuTime(totals.systemCpu);
+  return row;
+}
+
+/// Leaves the field as it is without I/O.
+void PutAverageIo(Row& row, const Row& from) {
+  if (const std::uint32_t ops = from.totalIoOps; ops != 0) {
+    const std::uint32_t kbytes = from.totalIoKbytes;
+    row.avgIoKbytes = static_cast<float>(kbytes) / static_cast<float>(ops);
+  }
+}
+
+void PutCpuPercent(Row& row, const Row& from, float seconds) {
+  row.cpuPercent = 100.0F * ToFloat(from.userCpu + from.systemCpu) / seconds;
+}
+
+void PutRates(Row& row, float seconds) {
+  const auto rate = [seconds](std::uint32_t total) { return static_cast<float>(total) / seconds; };
+  row.throughputPerSec = rate(row.totalIoKbytes);
+  row.readsPerSec = rate(row.reads);
+  row.writesPerSec = rate(row.writes);
+  row.totalIoOpsPerSec = rate(row.reads + row.writes);
+}
+
+float SecondsOf(const Row& row) { return static_cast<float>(std::uint32_t{row.interval}); }
+
+void FinishInterval(RawRows<Row>& rawRows, Row& row) {
+  PutAverageIo(row, row);
+  row = rawRows.Replace(kFamily, row);
+  if (row.interval != 0U) {
+    PutCpuPercent(row, row, SecondsOf(row));
+    PutRates(row, SecondsOf(row));
+  }
+  PutAverageIo(row, row);
+}
+
+/// The row of the request's last answer for the same workgroup; owned by the framework.
+const Row* Predecessor(const CMBRecordRequestEvent& event, const Row& row) {
+  const RecordTraits<Row>::Class sample(&row);
+  for (const CMBRecord* record : event.PreviousRecords()) {
+    if (record->GetRecSize() == static_cast<int>(sizeof(Row)) && sample == *record) {
+      return static_cast<const Row*>(record->GetRecStart());
+    }
+  }
+  return nullptr;
+}
+
+void FinishLook(const CMBRecordRequestEvent& event, Row& row, std::uint32_t elapsed) {
+  if (event.ShouldCalcRates() != 0) {
+    row.interval = elapsed;
+    const float seconds = elapsed == 0 ? 1.0F : SecondsOf(row);
+    PutAverageIo(row, row);
+    PutRates(row, seconds);
+    PutCpuPercent(row, row, seconds);
+    return;
+  }
+  row.interval = static_cast<std::uint32_t>(row.recordTime);
+  PutRates(row, 1.0F);
+  if (const Row* previous = Predecessor(event, row)) {
+    const Row delta = DeltaPI(kFamily, row, *previous);
+    if (delta.interval != 0U) {
+      PutCpuPercent(row, delta, SecondsOf(delta));
+    }
+    PutAverageIo(row, delta);
+  }
+}
+
+/// What one build works on.
+struct WorkgroupInput {
+  const Collector& collector;
+  int getDiedProcess;
+  std::uint32_t cycle;
+  BatchSnapshot& snapshot;
+  BatchNames& names;
+};
+
+/// Moves the workgroups on by an interval; on failure nothing has changed.
+void CountInterval(WorkgroupState& state, const WorkgroupInput& input, std::int32_t now) {
+  const std::vector<Process>& processes = *input.collector.GetProcess();
+  ProcessList list(processes);
+  PastProcesses next =
+      state.past.Advance(list, EndedProcesses(input.collector, input.getDiedProcess),
+                         input.snapshot.Take(input.cycle, processes), now);
+  if (list.rows.size() > processes.size()) {
+    // The next interval must know the ended ones too.
+    auto all = std::make_shared<std::vector<Process>>();
+    all->reserve(list.rows.size());
+    for (const Process* process : list.rows) {
+      all->push_back(*process);
+    }
+    next.snapshot = std::move(all);
+  }
+  SavedFigures saved(state.map);
+  ClearLevels(state.map);
+  UpdateWgMap(list.rows, state.past.Processes(), state.map, input.names);
+  saved.Drop();
+  state.past = std::move(next);
+}
+
+/// Gives a row for each workgroup; returns how many there are.
+int BuildRows(WorkgroupState& state, CMBRecordRequestEvent& event, bool first, std::int32_t now,
+              std::uint32_t processors) {
+  const bool realtime = event.IsRealtime() != 0;
+  int rows = 0;
+  for (const auto& [name, group] : state.map) {
+    Row row = RowOf(*group, now);
+    if (realtime) {
+      FinishLook(event, row, group->totals.elapsed);
+    } else {
+      FinishInterval(state.rawRows, row);
+    }
+    row.cpuPercentCopy = row.cpuPercent;
+    if (processors > 0) {
+      row.cpuPercent = row.cpuPercent / static_cast<float>(processors);
+    }
+    if (realtime || !first) {
+      DumpRecord(row, rows);
+      event.m_records.push_back(new RecordTraits<Row>::Class(&row));
+    }
+    ++rows;
+  }
+  return rows;
+}
+
+}  // namespace
+
+void RecordBuilder::InitWorkgroups() {
+  try {
+    auto& state = StateOf<WorkgroupState>();
+    state.map.clear();
+    state.isReady = WorkGroup::GetIniFile(state.map, m_workgroupFile.c_str()) == 0;
+    if (!state.isReady) {
+      Message(10552);
+      return;
+    }
+    state.report.emplace(state.map, *m_pCollector);
+  } catch (const std::bad_alloc&) {
+    Trace(30, kWarning, "wgmap not built.");
+  }
+}
+
+UtlError* RecordBuilder::Build_WGRP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  TraceEntry("RecordBuilder::Build_WGRP", AddressOf(pEvent), AddressOf(pRequest));
+  auto& state = StateOf<WorkgroupState>();
+  if (!state.isReady) {
+    TraceExit("RecordBuilder::Build_WGRP", 0);
+    return nullptr;
+  }
+  const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
+  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
+  auto& names = StateOf<BatchNames>();
+  names.Begin(m_cycle);
+  int rows = 0;
+  if (pEvent->IsRealtime() == 0) {
+    CountInterval(
+        state, {*m_pCollector, m_bGetDiedProcess, m_cycle, StateOf<BatchSnapshot>(), names}, now);
+    rows = BuildRows(state, *pEvent, first, now, m_numCPUs);
+  } else {
+    // A look counts on from the last interval and leaves no trace.
+    const SavedFigures saved(state.map);
+    ClearLevels(state.map);
+    UpdateWgMap(ProcessList(*m_pCollector->GetProcess()).rows, state.past.Processes(), state.map,
+                names);
+    rows = BuildRows(state, *pEvent, first, now, m_numCPUs);
+  }
+  TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, rows);
+  TraceExit("RecordBuilder::Build_WGRP", 0);
+  return nullptr;
+}

@@ -1,0 +1,142 @@
+#include "process/WorkgroupMap.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "collect/NameCache.h"
+
+namespace {
+
+constexpr std::string_view kDefunct = "<defunct>";
+constexpr std::size_t kAcctNameSize = 8;
+
+/// The processes of the last pass, in its order.
+class OldProcesses {
+ public:
+  explicit OldProcesses(std::span<const Process> old) {
+    m_byPid.reserve(old.size());
+    for (const Process& process : old) {
+      if (process.pid >= 0) {
+        m_byPid.try_emplace(process.pid, &process);
+      } else {
+        m_ended[process.startTime.seconds].push_back(&process);
+      }
+    }
+  }
+
+  /// The first one in the list; null if there is none.
+  [[nodiscard]] const Process* Find(const Process& process) const {
+    const auto place = m_byPid.find(process.pid);
+    const Process* const same = place == m_byPid.end() ? nullptr : place->second;
+    const Process* const ended = FindEnded(process);
+    return same == nullptr || (ended != nullptr && ended < same) ? ended : same;
+  }
+
+ private:
+  [[nodiscard]] const Process* FindEnded(const Process& process) const {
+    if (m_ended.empty()) {
+      return nullptr;
+    }
+    const auto place = m_ended.find(process.startTime.seconds);
+    if (place == m_ended.end()) {
+      return nullptr;
+    }
+    const auto found = std::find_if(place->second.begin(), place->second.end(),
+                                    [&](const Process* old) { return IsSameEnded(*old, process); });
+    return found == place->second.end() ? nullptr : *found;
+  }
+
+  /// Ended processes have no number any more.
+  [[nodiscard]] static bool IsSameEnded(const Process& old, const Process& process) {
+    const std::string_view name = old.GetName();
+    const tagUTIME zero;
+    if (name.starts_with(kDefunct) && (old.GetStartTime() == zero || old.GetUserTime() == zero ||
+                                       !(old.GetUserTime() == process.GetUserTime()))) {
+      return false;
+    }
+    return old.GetStartTime() == process.GetStartTime() &&
+           name.substr(0, kAcctNameSize) ==
+               std::string_view(process.GetName()).substr(0, kAcctNameSize) &&
+           old.egid == process.egid && old.euid == process.euid;
+  }
+
+  std::unordered_map<std::int32_t, const Process*> m_byPid;
+  std::unordered_map<std::int32_t, std::vector<const Process*>> m_ended;  ///< by start second
+};
+
+std::uint32_t Kbytes(std::uint32_t bytes) {
+  return static_cast<std::uint32_t>(std::llround(bytes / 1024.0));
+}
+
+/// Keeps the low 32 bits; a process number in new hands may have used less than before.
+std::uint32_t Hundredths(const tagUTIME& time) {
+  return static_cast<std::uint32_t>(std::int64_t{time.seconds} * 100 + time.microseconds / 10000);
+}
+
+WorkgroupDelta DeltaOf(const Process& process, const Process* old) {
+  static const Process kNothing;
+  const Process& before = old == nullptr ? kNothing : *old;
+  WorkgroupDelta delta;
+  delta.contextSwitches = process.contextSwitches - before.contextSwitches;
+  delta.ioKbytes = process.ioKbytes - before.ioKbytes;
+  delta.blockOps = process.blockOps - before.blockOps;
+  delta.majorFaults = process.majorFaults - before.majorFaults;
+  delta.reads = process.reads - before.reads;
+  delta.writes = process.writes - before.writes;
+  delta.realMemKbytes = Kbytes(process.residentBytes);
+  delta.virtualMemKbytes = Kbytes(process.virtualSize);
+  delta.swaps = process.swaps - before.swaps;
+  delta.systemCpu = Hundredths(process.GetSystemTime() - before.GetSystemTime());
+  delta.userCpu = Hundredths(process.GetUserTime() - before.GetUserTime());
+  delta.startTime = static_cast<std::uint32_t>(process.startTime.seconds);
+  return delta;
+}
+
+/// A name that the batch's field may have cut is asked for again; the system's answer is kept.
+const char* WholeName(const BatchNames::Name& name, const char* (*lookUp)(int), int identity) {
+  return name.view().size() + 1 < sizeof name ? name.c_str() : lookUp(identity);
+}
+
+}  // namespace
+
+ProcessSubject::ProcessSubject(const Process& process, BatchNames& names)
+    : userName(WholeName(
+          names.User(process.euid), [](int uid) { return UserName(nullptr, uid); }, process.euid)),
+      groupName(WholeName(
+          names.Group(process.egid), [](int gid) { return GroupName(nullptr, gid); },
+          process.egid)),
+      program(process.GetName()) {
+  const std::string_view text = process.GetCmdline();
+  std::copy(text.begin(), text.end(), arguments.begin());
+}
+
+void UpdateWgMap(std::span<const Process* const> current, std::span<const Process> old, WgMap& map,
+                 BatchNames& names) {
+  const OldProcesses oldProcesses(old);
+  WorkGroup* other = nullptr;
+  std::vector<WorkGroup*> groups;
+  for (const auto& [name, group] : map) {
+    if (name == kOtherWorkgroup) {
+      other = group.get();
+    } else {
+      groups.push_back(group.get());
+    }
+  }
+  for (const Process* process : current) {
+    const WorkgroupDelta delta = DeltaOf(*process, oldProcesses.Find(*process));
+    const ProcessSubject subject(*process, names);
+    bool isTaken = false;
+    for (WorkGroup* group : groups) {
+      if (subject.IsIn(*group)) {
+        group->Add(delta);
+        isTaken = true;
+      }
+    }
+    if (!isTaken && other != nullptr) {
+      other->Add(delta);
+    }
+  }
+}

@@ -1,0 +1,99 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "tests/support/TempFolder.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+struct Outcome {
+  int exitValue;
+  std::string output;  ///< both streams
+};
+
+/// What the client makes of a file in `folder`, which is the working directory.
+Outcome Check(const TempFolder& folder, const std::string& words) {
+  const std::string command = "cd '" + folder.Path().string() + "' && QMT_PRODUCT_ROOT=/none " +
+                              QMTCTL_PROGRAM + " check --daemon " + QMTDMON_PROGRAM + " " + words +
+                              " 2>&1";
+  std::FILE* pipe = ::popen(command.c_str(), "r");
+  Outcome outcome{-1, ""};
+  std::array<char, 4096> piece{};
+  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), pipe)) {
+    outcome.output.append(piece.data(), count);
+  }
+  outcome.exitValue = WEXITSTATUS(::pclose(pipe));
+  return outcome;
+}
+
+TEST(CheckFileTest, EachKindIsToldAndItsFaultsAreNamedByLine) {
+  const std::string group = "workgroup = a\nusers = b\n";
+  const struct {
+    const char* name;
+    std::string text;
+    const char* options;
+    int exitValue;
+    std::string output;  ///< part of it; of a clean file there is none
+  } cases[] = {
+      {"groups", "# no = matter\n\n" + group, "", 0, ""},
+      {"groups", "usrs = b\n" + group, "", 1, "groups:1: "},
+      {"wgfile", group + "usrs = b\n", "", 1, "wgfile:3: "},
+      {"groups", group + "regexp = {Users=[a}\n", "", 1, "groups:3: "},
+      {"events", "LogFile = /var/log/a\nid = b\nregexp = c\n", "", 0, ""},
+      {"events", "logfile = /var/log/a\nid =\n", "", 1, "events:2: "},
+      {"other", "hello\n", "", 2, "the kind of this file can't be told"},
+      {"other", "hello\n", "--kind event", 1, "other:1: "},
+      {"qmtapp", "A\tweb\nP\t1\t1\t2\thttpd\n", "", 0, ""},
+      {"qmtapp", "A\tweb\nP\tx\t1\t2\thttpd\n", "", 1, "qmtapp:2: "},
+      {"optrecs.dat", "UFSS\n", "", 0, ""},
+      {"optrecs.dat", std::string(70, 'x') + "\nUFSZ", "", 1, "dat:2: no optional record \"UFSZ\""},
+      {"my.ini", "[Agent]\nMessages File =\n[Schedule]\nPI=60\n", "--kind ini", 0, ""},
+      {"qmtagt.ini", "[Agent]\nMesages File=a\n", "", 1, "ini:2: no setting \"Mesages File\""},
+      {"qmtagt.ini", "[Agent]\nUse Accounting Data=Yes\n", "", 1, "ini:2: \"Use Accounting Data\""},
+      {"qmtagt.ini", "[Agent]\nUFSS background collection time=25:00\n", "", 1,
+       "becomes \"00:00\""},
+      {"qmtagt.ini", "[Agent]\nUser Defined Record DataMaxCount=0\n", "", 1, "becomes 1440"},
+      {"qmtagt.ini", "[Agent]\nx\n[Node]\nMessage Log Level=x\n", "", 1,
+       "ini:2: neither section, comment nor key = value (x)\nqmtagt.ini:4: \"Message Log Level\""},
+      {"qmtagt.ini", "[Schedule]\nPI=0\n", "", 1, "ini:2: the seconds of PI"},
+      {"qmtagt.ini", "[Agnet]\na=\x1b\n", "", 1, "ini:2: nothing reads the settings of [Agnet]"},
+      {"qmtagt.ini", "[Agent]\nWorkgroup File=a\nworkgroup file=b\n", "", 1, "ini:3: \"workgroup"},
+      {"qmtagt.ini", "[Interval Records/UPI]\nPipedir=/a\nPipdir=/b\n", "", 1, "ini:3: no setting"},
+      {"qmtagt.ini", std::string("\0", 1), "", 2, "holds a zero byte"},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name + (":\n" + row.text));
+    const TempFolder folder;
+    std::ofstream(folder.Path() / row.name, std::ios::binary) << row.text;
+    const Outcome outcome = Check(folder, row.name + (" " + std::string(row.options)));
+    EXPECT_EQ(outcome.exitValue, row.exitValue) << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr(row.output));
+    EXPECT_EQ(outcome.output.empty(), row.exitValue == 0) << outcome.output;
+    EXPECT_EQ(folder.Read(row.name), row.text);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.Path()), {}), 1);
+  }
+}
+
+TEST(CheckFileTest, WhatIsNoFileIsRefusedAtOnce) {
+  const TempFolder folder;
+  std::filesystem::create_directory(folder.Path() / "qmtapp");
+  ASSERT_EQ(::mkfifo((folder.Path() / "qmtagt.ini").c_str(), 0600), 0);
+  for (const char* words : {"qmtapp", "qmtagt.ini", "none", "/dev/null --kind event", "''",
+                            "qmtapp --kind x", "qmtapp --daemon /none"}) {
+    const Outcome outcome = Check(folder, words);
+    EXPECT_EQ(outcome.exitValue, 2) << words;
+    EXPECT_NE(outcome.output, "") << words;
+  }
+}
+
+}  // namespace

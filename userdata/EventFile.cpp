@@ -1,0 +1,56 @@
+#include "userdata/EventFile.h"
+
+#include <cstdio>
+
+#include "support/RegExp.h"
+
+namespace {
+
+enum EventKeyword : int { kLogfile = 1, kId = 2, kRegexp = 3 };
+
+/// Copies at most 1022 characters into a buffer of mondEvFile::kBufferSize bytes.
+void Copy(char* buffer, const std::string& text) {
+  std::snprintf(buffer, mondEvFile::kBufferSize - 1, "%s", text.c_str());
+}
+
+}  // namespace
+
+int mondEvFile::mondInitFileAnalyze(const char* path) {
+  const int rc = mondFile::mondInitFileAnalyze(path);
+  if (rc == 0) {
+    for (const char* keyword : {"logfile", "id", "regexp"}) {
+      AddKeyword(keyword);
+    }
+  }
+  return rc;
+}
+
+int mondEvFile::mondGetEvFileEntry(char* logfile, char* id, char* regexp) {
+  static constexpr std::array kKeywords{Keyword{"logfile", kLogfile}, Keyword{"id", kId},
+                                        Keyword{"regexp", kRegexp}};
+  const Entry* entry = NextEntry();
+  if (entry == nullptr) {
+    return -1;
+  }
+  *logfile = *id = *regexp = '\0';
+  std::string expressions;
+  for (const x_mondline& line : *entry) {
+    switch (Classify(line.key, kKeywords)) {
+      case kLogfile:
+        Copy(logfile, line.value);
+        break;
+      case kId:
+        Copy(id, line.value);
+        break;
+      case kRegexp:
+        expressions += (expressions.empty() ? "" : "\t") + line.value;
+        break;
+      default:
+        AddFault(line, "unknown keyword \"" + line.key + '"');
+        ReportEntryLine("Invalid line found in file (%1) at line (%2)", line);
+        return -2;
+    }
+  }
+  Copy(regexp, expressions);
+  return 0;
+}
