@@ -22,19 +22,6 @@ namespace {
 
 using nlohmann::json;
 
-/// What the client prints of the daemon below `root`; its errors if it fails.
-std::string Ask(const ProductRoot& root, const std::string& words) {
-  const std::string command =
-      "QMT_PRODUCT_ROOT='" + root.Path().string() + "' " + QMTCTL_PROGRAM + " " + words + " 2>&1";
-  std::FILE* pipe = ::popen(command.c_str(), "r");
-  std::string output;
-  std::array<char, 4096> piece{};
-  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), pipe)) {
-    output.append(piece.data(), count);
-  }
-  return WEXITSTATUS(::pclose(pipe)) == 0 ? output : "failed: " + output;
-}
-
 /// A waiting child under a name of its own, gone with the object.
 class NamedChild {
  public:
@@ -62,7 +49,7 @@ class NamedChild {
 std::string VerdictAt(const ProductRoot& root, int count) {
   json row;
   for (int attempt = 0; attempt < 100; ++attempt) {
-    row = json::parse(Ask(root, "get APP --json")).at(0).at("rows").at(0);
+    row = json::parse(ShownBy(root, "get APP --json")).at(0).at("rows").at(0);
     if (row.at("Monitor 1 Count") == count) {
       break;
     }
@@ -83,7 +70,7 @@ TEST(ApplicationTest, AnApplicationFollowsItsProcessesAndOutlivesARestart) {
     for (const std::string& words : std::initializer_list<std::string>{
              "21 web", "1001 Execute", "1002 '" + name.substr(0, 3) + "?" + name.substr(4) + "*'",
              "1003 2-2"}) {
-      ASSERT_FALSE(Ask(root, "config set " + words).starts_with("failed")) << words;
+      ASSERT_FALSE(ShownBy(root, "config set " + words).starts_with("failed")) << words;
     }
     const NamedChild first(name);
     EXPECT_EQ(VerdictAt(root, 1), "1 ABNORMAL ABNORMAL 2-2");
@@ -163,8 +150,8 @@ TEST(ApplicationTest, TheExamplesOfItsPageAreFreeOfFaults) {
        at = page.find("```\nA\t", at + 1), ++examples) {
     const std::size_t begin = at + 4;
     std::ofstream(root.Path() / "qmtapp") << page.substr(begin, page.find("```", begin) - begin);
-    EXPECT_EQ(Ask(root, std::string("check --daemon ") + QMTDMON_PROGRAM + " '" +
-                            (root.Path() / "qmtapp").string() + "'"),
+    EXPECT_EQ(ShownBy(root, std::string("check --daemon ") + QMTDMON_PROGRAM + " '" +
+                                (root.Path() / "qmtapp").string() + "'"),
               "");
   }
   EXPECT_GT(examples, 0);

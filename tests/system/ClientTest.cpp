@@ -26,26 +26,6 @@ namespace {
 
 using nlohmann::json;
 
-struct Outcome {
-  int exitValue;
-  std::string output;
-};
-
-/// What the client prints of the daemon below `root`.
-Outcome AskDaemon(const ProductRoot& root, const std::string& words) {
-  const std::string command =
-      "QMT_PRODUCT_ROOT='" + root.Path().string() + "' " + QMTCTL_PROGRAM + " " + words;
-  const auto close = [](std::FILE* pipe) { ::pclose(pipe); };
-  std::unique_ptr<std::FILE, decltype(close)> pipe(::popen(command.c_str(), "r"), close);
-  Outcome outcome{-1, ""};
-  std::array<char, 4096> piece{};
-  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), pipe.get())) {
-    outcome.output.append(piece.data(), count);
-  }
-  outcome.exitValue = WEXITSTATUS(::pclose(pipe.release()));
-  return outcome;
-}
-
 std::size_t CountOf(const std::string& text, const std::string& part) {
   std::size_t count = 0;
   for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {

@@ -5,10 +5,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -103,3 +106,30 @@ class Daemon {
   pid_t m_pid;
   int m_status = 0;
 };
+
+/// How a run of the client ended.
+struct Outcome {
+  int exitValue;
+  std::string output;
+};
+
+/// What the client prints of the daemon below `root`.
+inline Outcome AskDaemon(const ProductRoot& root, const std::string& words) {
+  const std::string command =
+      "QMT_PRODUCT_ROOT='" + root.Path().string() + "' " + QMTCTL_PROGRAM + " " + words;
+  const auto close = [](std::FILE* pipe) { ::pclose(pipe); };
+  std::unique_ptr<std::FILE, decltype(close)> pipe(::popen(command.c_str(), "r"), close);
+  Outcome outcome{-1, ""};
+  std::array<char, 4096> piece{};
+  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), pipe.get())) {
+    outcome.output.append(piece.data(), count);
+  }
+  outcome.exitValue = WEXITSTATUS(::pclose(pipe.release()));
+  return outcome;
+}
+
+/// The same, errors included, as one text.
+inline std::string ShownBy(const ProductRoot& root, const std::string& words) {
+  const Outcome outcome = AskDaemon(root, words + " 2>&1");
+  return outcome.exitValue == 0 ? outcome.output : "failed: " + outcome.output;
+}

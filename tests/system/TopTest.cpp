@@ -46,19 +46,6 @@ class BusyChild {
   pid_t m_pid;
 };
 
-/// What the client prints of the daemon below `root`, errors included.
-std::string AskDaemon(const ProductRoot& root, const std::string& words) {
-  const std::string command =
-      "QMT_PRODUCT_ROOT='" + root.Path().string() + "' " + QMTCTL_PROGRAM + " " + words + " 2>&1";
-  std::FILE* pipe = ::popen(command.c_str(), "r");
-  std::string output;
-  std::array<char, 4096> piece{};
-  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), pipe)) {
-    output.append(piece.data(), count);
-  }
-  return WEXITSTATUS(::pclose(pipe)) == 0 ? output : "failed: " + output;
-}
-
 TEST(TopTest, ABusyProcessComesFirstAndCanBeChosen) {
   const ProductRoot root;
   Daemon daemon(root, "errors");
@@ -66,7 +53,7 @@ TEST(TopTest, ABusyProcessComesFirstAndCanBeChosen) {
   const BusyChild busy;
   const std::string pid = std::to_string(busy.Pid());
 
-  const std::string top = AskDaemon(root, "top --by cpu --count 2 --every 1 --rows 3");
+  const std::string top = ShownBy(root, "top --by cpu --count 2 --every 1 --rows 3");
   const std::size_t second = top.rfind("processes  load ");
   ASSERT_NE(second, std::string::npos) << top;
   const std::string head = top.substr(second, top.find('\n', second) - second);
@@ -81,13 +68,12 @@ TEST(TopTest, ABusyProcessComesFirstAndCanBeChosen) {
   EXPECT_EQ(shown, pid) << top;
   EXPECT_GT(percent, 10) << top;
 
-  EXPECT_EQ(AskDaemon(root,
-                      "get PDI --csv --columns 'State,PID' --where 'program~system_*' "
-                      "--where PID=" +
-                          pid),
+  EXPECT_EQ(ShownBy(root,
+                    "get PDI --csv --columns 'State,PID' --where 'program~system_*' "
+                    "--where PID=" +
+                        pid),
             "State,PID\nRUN," + pid + "\n");
-  EXPECT_NE(AskDaemon(root, "get PD --sort 'CPU'").find("did you mean \"CPU %\""),
-            std::string::npos);
+  EXPECT_NE(ShownBy(root, "get PD --sort 'CPU'").find("did you mean \"CPU %\""), std::string::npos);
 }
 
 }  // namespace
