@@ -51,6 +51,7 @@ Finding CheckWorkgroups(const std::string& path) {
 
 Finding CheckEvents(const std::string& path) {
   mondEvFile file;
+  file.CheckValues();
   if (file.mondInitFileAnalyze(path.c_str()) != 0) {
     return {path + ": " + file.Faults().front().text, {}};
   }

@@ -1,6 +1,7 @@
 #include "userdata/EventFile.h"
 
 #include <cstdio>
+#include <sstream>
 
 #include "support/RegExp.h"
 
@@ -25,6 +26,30 @@ int mondEvFile::mondInitFileAnalyze(const char* path) {
   return rc;
 }
 
+void mondEvFile::CheckLength(const x_mondline& line, std::size_t length) {
+  if (m_checksValues && length > kBufferSize - 2) {
+    AddFault(line, "the text is cut to " + std::to_string(kBufferSize - 2) + " characters");
+  }
+}
+
+void mondEvFile::CheckValue(const x_mondline& line, int keyword) {
+  if (keyword != kRegexp) {
+    CheckLength(line, line.value.size());
+    if (line.value.find('*') != std::string::npos) {
+      AddFault(line, "a '*' would part the value of \"" + line.key + '"');
+    }
+    return;
+  }
+  std::istringstream pieces(line.value);
+  for (std::string piece; std::getline(pieces, piece, '\t');) {
+    const RegExp expression(piece.c_str());
+    if (piece != "*" && !expression.CompileError().empty()) {
+      AddFault(line,
+               "the expression \"" + piece + "\" does not compile: " + expression.CompileError());
+    }
+  }
+}
+
 int mondEvFile::mondGetEvFileEntry(char* logfile, char* id, char* regexp) {
   static constexpr std::array kKeywords{Keyword{"logfile", kLogfile}, Keyword{"id", kId},
                                         Keyword{"regexp", kRegexp}};
@@ -35,7 +60,11 @@ int mondEvFile::mondGetEvFileEntry(char* logfile, char* id, char* regexp) {
   *logfile = *id = *regexp = '\0';
   std::string expressions;
   for (const x_mondline& line : *entry) {
-    switch (Classify(line.key, kKeywords)) {
+    const int keyword = Classify(line.key, kKeywords);
+    if (m_checksValues) {
+      CheckValue(line, keyword);
+    }
+    switch (keyword) {
       case kLogfile:
         Copy(logfile, line.value);
         break;
@@ -44,6 +73,7 @@ int mondEvFile::mondGetEvFileEntry(char* logfile, char* id, char* regexp) {
         break;
       case kRegexp:
         expressions += (expressions.empty() ? "" : "\t") + line.value;
+        CheckLength(line, expressions.size());
         break;
       default:
         AddFault(line, "unknown keyword \"" + line.key + '"');

@@ -1,8 +1,17 @@
 #include "node/local/BatchDesk.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 
 #include "node/LayoutRegistry.h"
+
+namespace {
+
+/// The rows of a batch that are worth the allocator's walk.
+constexpr std::size_t kManyRows = 1000;
+
+}  // namespace
 
 RequestOutcome CheckRecord(const std::string& record, unsigned char category) {
   const RecordListing* listing = LayoutRegistry::Instance().FindListing(record, category);
@@ -29,6 +38,7 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
 
   std::vector<RequestOutcome> outcomes;
   outcomes.reserve(askers.size());
+  std::size_t rows = 0;
   for (const std::shared_ptr<RecordAsker>& asker : askers) {
     RequestOutcome outcome = CheckRecord(asker->Record(), asker->Category());
     if (outcome == RequestOutcome::kDone &&
@@ -37,6 +47,7 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
     }
     if (outcome == RequestOutcome::kDone) {
       asker->TakeAnswer();
+      rows += asker->Rows().size();
     } else {
       asker->DropAnswer();
     }
@@ -46,6 +57,10 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
   const auto failed = static_cast<std::size_t>(
       std::count_if(outcomes.begin(), outcomes.end(),
                     [](RequestOutcome outcome) { return outcome != RequestOutcome::kDone; }));
+  if (rows > kManyRows) {
+    // What the answers before held would else stay with the allocator, beside the present ones.
+    ::malloc_trim(0);
+  }
   m_last = {end, end - start, askers.size() + refused, failed + refused};
   return outcomes;
 }

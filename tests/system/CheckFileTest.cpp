@@ -51,6 +51,8 @@ TEST(CheckFileTest, EachKindIsToldAndItsFaultsAreNamedByLine) {
       {"groups", group + "regexp = {Users=[a}\n", "", 1, "groups:3: "},
       {"events", "LogFile = /var/log/a\nid = b\nregexp = c\n", "", 0, ""},
       {"events", "logfile = /var/log/a\nid =\n", "", 1, "events:2: "},
+      {"events", "logfile = /var/*\nregexp = b\nregexp = [c\n", "", 1,
+       "events:1: a '*' would part the value of \"logfile\"\nevents:3: the expression \"[c\""},
       {"other", "hello\n", "", 2, "the kind of this file can't be told"},
       {"other", "hello\n", "--kind event", 1, "other:1: "},
       {"qmtapp", "A\tweb\nP\t1\t1\t2\thttpd\n", "", 0, ""},
