@@ -21,6 +21,8 @@ void PrintEntryLine(const char* label, const EntryText& value) {
   }
 }
 
+std::string OptionName(int number) { return "EventFile" + std::to_string(number); }
+
 /// Stores the entries whose log files can be opened as options, which are numbered without gaps.
 void StoreEntries(mondEvFile& file, const std::string& path) {
   EntryText logfile{};
@@ -41,8 +43,12 @@ void StoreEntries(mondEvFile& file, const std::string& path) {
       continue;
     }
     const std::string value = std::string(logfile.data()) + '*' + id.data() + '*' + regexp.data();
-    const std::string name = "EventFile" + std::to_string(++count);
-    ProductOptions::Instance().Set("Messages", name.c_str(), value.c_str());
+    ProductOptions::Instance().Set("Messages", OptionName(++count).c_str(), value.c_str());
+  }
+  // An empty option ends the list: what an earlier, longer file left behind it is not read.
+  const std::string end = OptionName(count + 1);
+  if (ProductOptions::Instance().Get("Messages", end.c_str()) != nullptr) {
+    ProductOptions::Instance().Set("Messages", end.c_str(), "");
   }
 }
 

@@ -90,19 +90,31 @@ FileEvent::LineEnd FileEvent::ReadLine() {
   m_line.clear();
   // A former end of the file would hide what has been appended since.
   std::clearerr(m_stream.get());
+  if (m_isInLongLine) {
+    const LineEnd rest = ReadToNewline(0);
+    if (rest != LineEnd::kNewline) {
+      return rest == LineEnd::kTooLong ? LineEnd::kEndOfFile : rest;
+    }
+    m_isInLongLine = false;
+    m_offset = std::ftell(m_stream.get());
+  }
+  return ReadToNewline(kKeptBytes);
+}
+
+FileEvent::LineEnd FileEvent::ReadToNewline(std::size_t keptBytes) {
   for (std::size_t length = 0; length < kMaxLineBytes; ++length) {
     const int c = ::getc_unlocked(m_stream.get());
     if (c == EOF) {
       return std::ferror(m_stream.get()) != 0 ? LineEnd::kFailed : LineEnd::kEndOfFile;
     }
     if (c == '\n') {
-      break;
+      return LineEnd::kNewline;
     }
-    if (length < kKeptBytes) {
+    if (length < keptBytes) {
       m_line.push_back(static_cast<char>(c));
     }
   }
-  return LineEnd::kNewline;
+  return LineEnd::kTooLong;
 }
 
 bool FileEvent::IsTaken() const {
@@ -128,14 +140,18 @@ std::pair<bool, UtlErrorPtr> FileEvent::collect(x_messages& out, unsigned& seria
   if (end == LineEnd::kFailed) {
     failure = Failure("FileEvent::collect", "fgets", __LINE__);
   } else if (IsTaken()) {
-    Format(out, ++serial);
+    Format(out, serial + 1);
+    ++serial;
   }
+  m_isInLongLine = m_isInLongLine || end == LineEnd::kTooLong;
   m_offset = std::ftell(m_stream.get());
-  return {end == LineEnd::kNewline, std::move(failure)};
+  return {end == LineEnd::kNewline || end == LineEnd::kTooLong, std::move(failure)};
 } catch (const std::bad_alloc&) {
   Trace(20, kError,
         "error number (%3).error occurred by class function(%1).error occurred by function(%2).",
         "FileEvent::collect()", "malloc()", ENOMEM);
+  // The line is read again as a whole.
+  std::fseek(m_stream.get(), m_offset, SEEK_SET);
   errno = ENOMEM;
   return {false, Failure("FileEvent::collect", "malloc", __LINE__)};
 }

@@ -27,7 +27,7 @@ class FileEvent {
  public:
   /// Of a longer line filters see this much.
   static constexpr std::size_t kKeptBytes = std::size_t{128} << 10;
-  /// A line of this length ends here, newline or not.
+  /// A line of this length is taken without its end; the rest of it is passed over.
   static constexpr std::size_t kMaxLineBytes = std::size_t{64} << 20;
 
   /// `id` labels the messages; if it is empty the file's base name does. Opens the file.
@@ -53,10 +53,11 @@ class FileEvent {
   [[nodiscard]] long Offset() const { return m_offset; }
 
  private:
-  enum class LineEnd { kNewline, kEndOfFile, kFailed };
+  enum class LineEnd { kNewline, kTooLong, kEndOfFile, kFailed };
 
   [[nodiscard]] UtlErrorPtr Open();
   [[nodiscard]] LineEnd ReadLine();
+  [[nodiscard]] LineEnd ReadToNewline(std::size_t keptBytes);
   [[nodiscard]] bool IsTaken() const;
   void Format(x_messages& out, unsigned serial) const;
   /// `errno` is the reason.
@@ -69,6 +70,7 @@ class FileEvent {
   UtlErrorPtr m_failure;  ///< of the last opening
   TextFilePtr m_stream;   ///< null while the file is not open
   long m_offset = 0;
+  bool m_isInLongLine = false;  ///< the next bytes belong to a line that has been taken
   std::vector<std::unique_ptr<RegExp>> m_filters;
   std::string m_line;  ///< the line just read
 };

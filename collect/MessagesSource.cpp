@@ -154,7 +154,15 @@ void MessagesSourceUser::loadEventFiles() {
 
 void MessagesSourceUser::read(x_messages* record) {
   TraceEntry("MessagesSourceUser::read", AddressOf(record));
-  m_more = m_pendingError == nullptr && !IsRunOver() && initialize() == nullptr;
+  m_more = m_pendingError == nullptr && initialize() == nullptr;
+  if (m_more && IsRunOver()) {
+    m_more = false;
+    // The next run begins with the next file: one that grows faster than a run reads must not
+    // keep the others waiting.
+    if (State().cursor != State().files.end()) {
+      ++State().cursor;
+    }
+  }
   if (m_more) {
     ReadLine(*record);
   }

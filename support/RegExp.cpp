@@ -113,9 +113,20 @@ class ExpansionCounter {
   std::size_t m_last = 0;
 };
 
+bool HasBackReference(std::string_view pattern) {
+  for (std::size_t at = 0; at + 1 < pattern.size(); ++at) {
+    if (pattern[at] == '\\' && std::strchr("123456789", pattern[++at]) != nullptr) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
-RegExp::RegExp(const char* pattern) : m_pattern(pattern == nullptr ? "" : pattern) {
+RegExp::RegExp(const char* pattern)
+    : m_pattern(pattern == nullptr ? "" : pattern),
+      m_hasBackReference(HasBackReference(m_pattern)) {
   if (IgnoresCase(m_pattern)) {
     m_flags |= REG_ICASE;
   }
@@ -132,12 +143,15 @@ int RegExp::Compile(const std::string& pattern) const {
   auto expression = std::make_unique<regex_t>();
   const bool isExtended = (m_flags & REG_EXTENDED) != 0;
   int code = REG_ESPACE;
+  errno = ENOMEM;
   if (ExpansionCounter(pattern, isExtended).Count() <= pattern.size() + kMaxExpansion) {
+    errno = 0;
     code = ::regcomp(expression.get(), pattern.c_str(), m_flags);
   } else {
     // As a basic expression it would mean something else.
     m_secondCode = code;
   }
+  m_errno = errno;
   if (code == 0) {
     m_compiled.reset(expression.release());
     return 0;
@@ -168,10 +182,15 @@ int RegExp::match(const char* text) const {
     }
     if (!IsCompiled()) {
       m_failure = std::make_unique<UtlError>(__FILE__, __LINE__);
-      m_failure->GetStream() << "Unable to compile regex " << pattern << " (" << errno << ")\n";
+      m_failure->GetStream() << "Unable to compile regex " << pattern << " (" << m_errno << ")\n";
       m_failure->CloseStream();
       return 0;
     }
   }
-  return ::regexec(m_compiled.get(), text, 0, nullptr, 0) == 0 ? 1 : 0;
+  const auto matches = [this](const char* subject) {
+    return ::regexec(m_compiled.get(), subject, 0, nullptr, 0) == 0 ? 1 : 0;
+  };
+  return m_hasBackReference
+             ? matches(std::string(text, ::strnlen(text, kBackReferenceReach)).c_str())
+             : matches(text);
 }

@@ -2,6 +2,7 @@
 
 #include <regex.h>
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -12,9 +13,13 @@
 /// A pattern that does not compile is reported and tried again, as a basic expression that heeds
 /// case, at the first match; if that fails too, every match reports it and fails. An expression
 /// whose repetitions would expand to thousands of elements counts as one that does not compile:
-/// the C library would spend gigabytes on it.
+/// the C library would spend gigabytes on it. One with a back reference sees only the beginning of
+/// a text: its time may grow with a high power of the length.
 class RegExp {
  public:
+  /// What an expression with a back reference sees of a text, in bytes.
+  static constexpr std::size_t kBackReferenceReach = 256;
+
   explicit RegExp(const char* pattern);
   /// Compiles anew.
   RegExp(const RegExp& other);
@@ -46,10 +51,12 @@ class RegExp {
   [[nodiscard]] std::string PlainPattern() const;
 
   std::string m_pattern;
+  bool m_hasBackReference;
   // A match may compile.
   mutable int m_flags = REG_EXTENDED | REG_NOSUB;
   /// Of the second attempt, which gives the same each time; set where none is to be made.
   mutable int m_secondCode = 0;
+  mutable int m_errno = 0;  ///< as the last compilation left it
   mutable std::unique_ptr<regex_t, Free> m_compiled;
   mutable std::string m_compileError;
   mutable std::unique_ptr<UtlError> m_failure;

@@ -33,6 +33,10 @@ std::string Quoted(const std::string& text) { return '"' + text + '"'; }
 
 int mondFile::mondInitFileAnalyze(const char* path) {
   TraceEntry("mondFile::mondInitFileAnalyze", path);
+  m_isAtEnd = m_isAnalyzed = false;
+  m_bytesRead = m_keywordCount = m_nextEntry = 0;
+  m_entries.clear();
+  m_faults.clear();
   m_name = std::string(path == nullptr ? "" : path).substr(0, kMaxName);
   m_stream = OpenTextFile(path == nullptr ? "" : path);
   m_isGood = m_stream != nullptr;

@@ -45,7 +45,8 @@ class mondFile {
   virtual ~mondFile() = default;
 
   /// Opens a regular file by its path as it stands and keeps its name for messages, at most 4095
-  /// bytes of it. 0, or -1 if it can't be opened.
+  /// bytes of it; what an earlier file left, keywords included, is forgotten. 0, or -1 if it can't
+  /// be opened.
   [[nodiscard]] int mondInitFileAnalyze(const char* path);
   /// Keeps 15 characters of a keyword. The stored keyword, which the file owns, or null for a null
   /// argument or when 128 are stored.

@@ -244,9 +244,12 @@ int mondWgFile::AddItems(WorkGroup& group, int index, const std::string& value, 
   }
   bool isAnyAdded = false;
   for (const std::string& untrimmed : items) {
+    if (untrimmed.empty()) {
+      continue;
+    }
     const std::string item = TrimItem(untrimmed);
     if (item.empty()) {
-      continue;
+      m_badExpressions.emplace_back("an item is blank");
     }
     isAnyAdded = true;
     const RegExp* expression = group.AddItem(kind->list, item.c_str(), isRegexp);

@@ -60,7 +60,7 @@ void ScheduleBook::Load(const std::vector<ScheduleLine>& lines, const LineReport
       continue;
     }
     const unsigned char category = CategoryOf(line.record);
-    if (Holds(line.record, category)) {
+    if (!m_held.emplace(line.record, category).second) {
       report(line.number,
              "the record " + line.record + " has a line already; this one is left out");
       continue;
@@ -74,9 +74,7 @@ void ScheduleBook::Load(const std::vector<ScheduleLine>& lines, const LineReport
 }
 
 bool ScheduleBook::Holds(const std::string& record, unsigned char category) const {
-  return std::any_of(m_entries.begin(), m_entries.end(), [&](const std::shared_ptr<Entry>& entry) {
-    return record == entry->asker->Record() && category == entry->asker->Category();
-  });
+  return m_held.contains({record, category});
 }
 
 void ScheduleBook::Start() {

@@ -7,7 +7,9 @@
 #include <ctime>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "node/local/BatchDesk.h"
@@ -73,4 +75,5 @@ class ScheduleBook {
   RecordSink& m_sink;
   asio::steady_timer m_timer;
   EntryList m_entries;
+  std::set<std::pair<std::string, unsigned char>> m_held;  ///< record and category of each entry
 };

@@ -60,6 +60,9 @@ TEST_F(EventFilesTest, GoodEntriesAreStoredWithoutGaps) {
   EXPECT_EQ(Node().CountMessages(10203), 4);  // two entries, each with its copy
   EXPECT_EQ(Node().dataTrace.substr(0, Node().dataTrace.find("Regexp")),
             "Logfile = /var/log/app\nID = app\n");
+  Define("logfile = /var/log/app\n");
+  EXPECT_EQ(m_agent->InitEventFile(), 0);
+  EXPECT_EQ(Option("EventFile2"), "");
 }
 
 TEST_F(EventFilesTest, TheStartNotesTheEndOfTheMessagesFile) {

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -91,6 +92,17 @@ TEST_F(MessagesSourceTest, AnUnfinishedLineIsLostWithItsNumber) {
   Append("\nthree\n");
   EXPECT_EQ(Collect(), (Texts{"qmtdmon app: ", "qmtdmon app: three"}));
   EXPECT_EQ(m_collector.GetMessages()->front().id, id + 2);
+}
+
+TEST_F(MessagesSourceTest, AFileThatFillsARunLetsTheNextOneIn) {
+  m_host.Write("/var/log/other", "");
+  Begin("", kApp + "*long", "/var/log/other*short");
+  std::filesystem::resize_file(m_host.Path(kApp), FileEvent::kMaxLineBytes + 100);
+  Append("end\nnext\n");
+  m_host.Write("/var/log/other", "o\n");
+  EXPECT_EQ(Collect(), Texts{"qmtdmon long: "});
+  EXPECT_EQ(Collect(), Texts{"qmtdmon short: o"});
+  EXPECT_EQ(Collect(), Texts{"qmtdmon long: next"});
 }
 
 TEST_F(MessagesSourceTest, WarnsOfTheMainFileUntilTheConditionEnds) {

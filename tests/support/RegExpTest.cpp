@@ -22,6 +22,7 @@ TEST(RegExp, MatchesAsGivenAndReportsEachFailedCompilation) {
     bool matches;
     int reports;  ///< of construction and two matches
   };
+  const std::string manyAs(100'000, 'a');
   for (const Case& c : std::initializer_list<Case>{
            {"^ab+$", "abb", true, 0},
            {"^ab+$", "ABB", false, 0},
@@ -30,6 +31,9 @@ TEST(RegExp, MatchesAsGivenAndReportsEachFailedCompilation) {
            {"/i", "x", true, 0},
            {"", "x", true, 0},
            {"nothing", "^", true, 0},
+           {"(a+)\\1$", "aaaa", true, 0},
+           // Without a bound it would take hours.
+           {"(a*)\\1b", manyAs.c_str(), false, 0},
            {"[a", "^", true, 1},
            {"[a", "a", false, 3},
            {"*a(", "*a(", true, 1},  // a basic expression; "(" and the leading "*" are plain there

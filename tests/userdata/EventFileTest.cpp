@@ -36,6 +36,10 @@ TEST(EventFile, EntriesJoinTheirExpressions) {
       "9: unknown keyword \"other\"; the entry \"/c\" of line 8 is dropped\n"
       "15: the last line does not end in a newline and is not read\n",
       FaultText(file.Faults()));
+  const DefinitionText other("logfile = /f\n");
+  ASSERT_EQ(0, file.mondInitFileAnalyze(other.Path().c_str()));
+  EXPECT_EQ("/f|| ", Entries(file));
+  EXPECT_TRUE(file.Faults().empty());
 }
 
 TEST(EventFile, KeywordsAreBoundedAndCheckedAgain) {

@@ -77,7 +77,8 @@ TEST_F(WorkgroupFile, Grammar) {
            {w + "arguments_02 = \" a b \",c d \"e f\"\n", "wa(a b,c,d,e f) ", ""},
            {w + "users_02 = \"a\n" + w + "users_02 = \"a\"\"\n" + w + "users = ,,\n,\nx\n",
             "-2 -2 wU(x) ", "2 4"},
-           {w + "users_02 = \"\"\n" + w + "users_02 = \",\"\n", "-2 wu(,) ", "2"},
+           {w + "users_02 = \"\"\n" + w + "users_02 = \",\"\n" + w + "users_02 = \" \",a\n",
+            "-2 wu(,) wu(,a) ", "2 6 5"},
            // Clauses.
            {w + "regexp = {Users=ab.*},{Programs_02=\"x y\",\"z\"}, {groups=a b/i}\n",
             "wU(ab.*)G(a,b/i)p(x y,z) ", ""},
