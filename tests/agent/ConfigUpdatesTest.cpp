@@ -5,6 +5,8 @@
 
 namespace {
 
+using Texts = std::vector<std::string>;
+
 using Written = std::vector<std::pair<std::string, std::string>>;
 
 class ConfigUpdatesTest : public ConfigFixture {
@@ -128,7 +130,6 @@ TEST_F(ConfigUpdatesTest, ChoicesBecomeLetters) {
 }
 
 TEST_F(ConfigUpdatesTest, ApplicationsAreAddedAndDeleted) {
-  using Texts = std::vector<std::string>;
   const auto names = [this] {
     Texts texts;
     for (int i = 0; i < m_agent->GetApplications().GetCount(); ++i) {

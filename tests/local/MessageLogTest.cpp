@@ -59,8 +59,6 @@ MessageLine Trace(int level, const char* text) {
   return line;
 }
 
-}  // namespace
-
 TEST(LogText, PutsArgumentsIn) {
   const std::array<const char*, 3> args{"one %2 %s", "two", nullptr};
   const auto expand = [&](const char* format) { return ExpandMessage(format, 3, args.data()); };
@@ -263,3 +261,5 @@ TEST_F(MessageLogTest, LevelsComeFromTheIniFile) {
     EXPECT_EQ(settings.dataLevel, dataLevel) << text;
   }
 }
+
+}  // namespace

@@ -11,29 +11,16 @@
 #include <string>
 
 #include "tests/support/TempFolder.h"
+#include "tests/system/Daemon.h"
 
 namespace {
 
 using testing::HasSubstr;
 
-struct Outcome {
-  int exitValue;
-  std::string output;  ///< both streams
-};
-
 /// What the client makes of a file in `folder`, which is the working directory.
 Outcome Check(const TempFolder& folder, const std::string& words) {
-  const std::string command = "cd '" + folder.Path().string() + "' && QMT_PRODUCT_ROOT=/none " +
-                              QMTCTL_PROGRAM + " check --daemon " + QMTDMON_PROGRAM + " " + words +
-                              " 2>&1";
-  std::FILE* pipe = ::popen(command.c_str(), "r");
-  Outcome outcome{-1, ""};
-  std::array<char, 4096> piece{};
-  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), pipe)) {
-    outcome.output.append(piece.data(), count);
-  }
-  outcome.exitValue = WEXITSTATUS(::pclose(pipe));
-  return outcome;
+  return RunCommand("cd '" + folder.Path().string() + "' && QMT_PRODUCT_ROOT=/none " +
+                    QMTCTL_PROGRAM + " check --daemon " + QMTDMON_PROGRAM + " " + words + " 2>&1");
 }
 
 TEST(CheckFileTest, EachKindIsToldAndItsFaultsAreNamedByLine) {

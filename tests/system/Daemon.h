@@ -107,16 +107,14 @@ class Daemon {
   int m_status = 0;
 };
 
-/// How a run of the client ended.
+/// How a command ended.
 struct Outcome {
   int exitValue;
   std::string output;
 };
 
-/// What the client prints of the daemon below `root`.
-inline Outcome AskDaemon(const ProductRoot& root, const std::string& words) {
-  const std::string command =
-      "QMT_PRODUCT_ROOT='" + root.Path().string() + "' " + QMTCTL_PROGRAM + " " + words;
+/// What a command of the shell prints.
+inline Outcome RunCommand(const std::string& command) {
   const auto close = [](std::FILE* pipe) { ::pclose(pipe); };
   std::unique_ptr<std::FILE, decltype(close)> pipe(::popen(command.c_str(), "r"), close);
   Outcome outcome{-1, ""};
@@ -126,6 +124,12 @@ inline Outcome AskDaemon(const ProductRoot& root, const std::string& words) {
   }
   outcome.exitValue = WEXITSTATUS(::pclose(pipe.release()));
   return outcome;
+}
+
+/// What the client prints of the daemon below `root`.
+inline Outcome AskDaemon(const ProductRoot& root, const std::string& words) {
+  return RunCommand("QMT_PRODUCT_ROOT='" + root.Path().string() + "' " + QMTCTL_PROGRAM + " " +
+                    words);
 }
 
 /// The same, errors included, as one text.
