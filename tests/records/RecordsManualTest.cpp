@@ -1,0 +1,81 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+
+#include "records/RecordLayouts.h"
+#include "records/RecordMapping.h"
+
+namespace {
+
+constexpr const char* kManual = QMT_TEST_DIR "/../docs/records.md";
+constexpr const char* kIntro = R"(# Records
+
+Every record with all of its fields, as they lie in a row: texts are padded with zero bytes,
+numbers are little-endian, `utime` is seconds and microseconds of 32 bits each. A `key` tells the
+rows of one record apart; a `counter` grows while its source lives. `qmtctl schema RECORD` shows the
+same of a running agent.
+
+This file is made from the layouts. To renew it, run `record_builder_test` with the environment
+variable `QMT_WRITE_MANUAL=1`.
+)";
+
+bool Names(std::span<const RecordMapping> table, const RecordLayout& layout) {
+  return std::ranges::any_of(table, [&](const RecordMapping& row) {
+    return row.name == std::string(layout.name) && row.category == layout.category &&
+           row.builder != nullptr;
+  });
+}
+
+const char* HowServed(const RecordLayout& layout) {
+  if (Names(UnixBaseRecordMappings(), layout)) {
+    return "answered";
+  }
+  const bool isOptional = std::ranges::any_of(OptionalRecordTable(), [&](const auto& record) {
+    return record.name == std::string(layout.name);
+  });
+  return isOptional && Names(PoolRecordMappings(), layout) ? "answered where `optrecs.dat` names it"
+                                                           : "in no table of answered records";
+}
+
+const char* KindName(unsigned char category) {
+  return category == '4' ? "interval" : category == '3' ? "detail" : "log";
+}
+
+std::string TypeName(const FieldLayout& field) {
+  return field.type == FieldType::kText ? "text" : FieldTypeName(field.type);
+}
+
+std::string Manual() {
+  PublishLayouts();
+  std::ostringstream text;
+  text << kIntro;
+  for (const RecordLayout* layout : LayoutRegistry::Instance().Layouts()) {
+    text << "\n## " << layout->name << "\n\n`" << layout->structure << "`, "
+         << KindName(layout->category) << ", " << layout->size << " bytes, " << HowServed(*layout)
+         << ".\n\n| field | type | offset | bytes | meaning |\n|---|---|---|---|---|\n";
+    for (const FieldLayout& field : layout->fields) {
+      text << "| " << field.label << " | " << TypeName(field) << " | " << field.offset << " | "
+           << field.width << " | " << FieldMeaningName(field.meaning) << " |\n";
+    }
+  }
+  return text.str();
+}
+
+TEST(RecordsManual, ListsEveryFieldOfEveryRecord) {
+  const std::string manual = Manual();
+  EXPECT_EQ(LayoutRegistry::Instance().Layouts().size(), 32U);
+  if (std::getenv("QMT_WRITE_MANUAL") != nullptr) {
+    std::ofstream(kManual) << manual;
+  }
+  std::ifstream file(kManual);
+  const std::string written(std::istreambuf_iterator<char>(file), {});
+  EXPECT_TRUE(written == manual)
+      << "docs/records.md is out of date; its head tells how to renew it";
+}
+
+}  // namespace
