@@ -206,6 +206,25 @@ std::vector<RecordAnswer> ReadResults(Json& answer, const std::vector<RecordName
   return records;
 }
 
+HistoryPage ReadHistory(Json& answer, const RecordName& asked) {
+  Json& history = answer["history"];
+  static_cast<void>(Object(answer, "history"));
+  HistoryPage page;
+  page.answer.record = Text(history, "record");
+  page.answer.category = Text(history, "category");
+  if (page.answer.record != asked.name) {
+    FailMember("record", "the record that was asked");
+  }
+  CheckRows(Objects(history, "rows"));
+  page.answer.rows = std::move(history["rows"]);
+  const auto next = history.find("next");
+  if (next == history.end() || !(next->is_null() || next->is_array())) {
+    FailMember("next", "null or an array");
+  }
+  page.next = std::move(*next);
+  return page;
+}
+
 Schema ReadSchema(const Json& answer) {
   const Json& schema = Object(answer, "schema");
   Schema out{Text(schema, "record"),

@@ -29,6 +29,12 @@ struct RecordAnswer {
   std::string error;          ///< empty if there are rows
 };
 
+/// Some of the rows that were kept of a record.
+struct HistoryPage {
+  RecordAnswer answer;
+  Json next;  ///< what the request for the following page says as "after"; null at the end
+};
+
 struct Field {
   std::string label;
   std::string type;  ///< "ulong", "utime", "char[40]"
@@ -117,6 +123,8 @@ struct ReportTable {
 /// The results of "get" and "last", which must be those of `asked`. Takes the rows out of `answer`.
 [[nodiscard]] std::vector<RecordAnswer> ReadResults(Json& answer,
                                                     const std::vector<RecordName>& asked);
+/// A page of "history" of the record `asked`. Takes the rows out of `answer`.
+[[nodiscard]] HistoryPage ReadHistory(Json& answer, const RecordName& asked);
 [[nodiscard]] Schema ReadSchema(const Json& answer);
 [[nodiscard]] std::vector<Listing> ReadListing(const Json& answer);
 [[nodiscard]] Status ReadStatus(const Json& answer);

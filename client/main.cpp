@@ -10,6 +10,7 @@
 #include "client/Check.h"
 #include "client/Commands.h"
 #include "client/Errors.h"
+#include "client/History.h"
 #include "client/ReportText.h"
 #include "client/Top.h"
 
@@ -23,6 +24,7 @@ struct CommandLine {
   TopOptions top;
   CheckOptions check;
   ExplainOptions explain;
+  HistoryOptions history;
   std::uint64_t condition = 0;
   ConditionChange change;
   bool json = false;
@@ -61,13 +63,18 @@ void AddChoice(CLI::App* command, CommandLine& line) {
   add("--columns", choice.columns, "The columns LABEL,LABEL,... alone, in this order");
 }
 
+/// Tables if neither is given.
+void AddFormats(CLI::App* command, CommandLine& line) {
+  CLI::Option* json = AddJson(command, line);
+  command->add_flag("--csv", line.csv, "Print comma-separated values")->excludes(json);
+}
+
 void AddRowCommands(CLI::App& app, CommandLine& line) {
   CLI::App* get = app.add_subcommand("get", "Collect records now, all in one snapshot");
   CLI::App* last = app.add_subcommand("last", "Show the rows that the schedule made last");
   for (CLI::App* command : {get, last}) {
     AddRecords(command, line);
-    CLI::Option* json = AddJson(command, line);
-    command->add_flag("--csv", line.csv, "Print comma-separated values")->excludes(json);
+    AddFormats(command, line);
     AddChoice(command, line);
   }
   AddRates(get, line);
@@ -83,6 +90,35 @@ void AddRowCommands(CLI::App& app, CommandLine& line) {
       return RunLast(line.common, line.records);
     };
   });
+}
+
+void AddHistory(CLI::App& app, CommandLine& line) {
+  CLI::App* history = app.add_subcommand("history", "Show the rows that the daemon has kept");
+  CLI::App* show = app.add_subcommand("show", "Show the kept rows of the time nearest to another");
+  for (CLI::App* command : {history, show}) {
+    AddRecords(command, line)->expected(1);
+    AddFormats(command, line);
+    AddChoice(command, line);
+    command->callback([&line] {
+      line.run = [&line] {
+        line.history.what = line.records;
+        line.history.what.format = ChosenFormat(line);
+        return RunHistory(line.common, line.history);
+      };
+    });
+  }
+  const auto addTime = [](CLI::App* command, const char* name, std::string& text,
+                          const char* help) {
+    return command->add_option(name, text, help)->option_text("TIME");
+  };
+  addTime(history, "--since", line.history.since,
+          "From this time on: 90s, 30m, 6h or 2d ago, or a date as in \"2026-11-25 07:30\"");
+  addTime(history, "--until", line.history.until, "Up to this time");
+  history->add_option("--plot", line.history.plot, "Draw the field LABEL over time")
+      ->option_text("LABEL")
+      ->excludes("--json")
+      ->excludes("--csv");
+  addTime(show, "--at", line.history.at, "The time, as for history")->required();
 }
 
 void AddWatch(CLI::App& app, CommandLine& line) {
@@ -259,6 +295,7 @@ int main(int argc, char** argv) {
   CLI::App app("Talks to the monitoring daemon qmtdmon", "qmtctl");
   AddCommonOptions(app, line);
   AddRowCommands(app, line);
+  AddHistory(app, line);
   AddWatch(app, line);
   AddTop(app, line);
   AddOtherCommands(app, line);

@@ -86,12 +86,12 @@ Json LayoutJson(const RecordLayout& layout) {
 struct ControlOperations::Operation {
   const char* name;
   Rights right;
-  std::array<const char*, 4> members;
+  std::array<const char*, 8> members;
   void (ControlOperations::*serve)(const RequestPtr&);
 };
 
 const ControlOperations::Operation* ControlOperations::FindOperation(const std::string& name) {
-  static constexpr std::array<Operation, 9> kOperations{{
+  static constexpr std::array<Operation, 10> kOperations{{
       {"records", Rights::kRead, {"op", "id"}, &ControlOperations::Records},
       {"schema", Rights::kRead, {"op", "id", "record", "category"}, &ControlOperations::Schema},
       {"get", Rights::kRead, {"op", "id", "records", "rates"}, &ControlOperations::Get},
@@ -103,6 +103,10 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
        Rights::kRead,
        {"op", "id", "report", "arguments"},
        &ControlOperations::MakeReport},
+      {"history",
+       Rights::kRead,
+       {"op", "id", "record", "category", "since", "until", "at", "after"},
+       &ControlOperations::History},
       {"shutdown", Rights::kChange, {"op", "id"}, &ControlOperations::Shutdown},
   }};
   for (const Operation& operation : kOperations) {
@@ -114,13 +118,14 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
 }
 
 ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
-                                     const LastRows& lastRows)
+                                     const LastRows& lastRows, HistoryStore& history)
     : m_loop(loop),
       m_desk(desk),
       m_schedule(schedule),
       m_queries(loop, desk, schedule, lastRows),
       m_config(loop),
-      m_reports(loop) {}
+      m_reports(loop),
+      m_history(history) {}
 
 void ControlOperations::Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer) {
   auto parsed = ParseRequestLine(line);

@@ -6,6 +6,7 @@
 
 #include "node/local/ConfigQueries.h"
 #include "node/local/ControlRequest.h"
+#include "node/local/HistoryQueries.h"
 #include "node/local/RecordQueries.h"
 #include "node/local/ReportQueries.h"
 
@@ -20,7 +21,7 @@ struct DaemonFacts {
 class ControlOperations {
  public:
   ControlOperations(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
-                    const LastRows& lastRows);
+                    const LastRows& lastRows, HistoryStore& history);
 
   void SetFacts(DaemonFacts facts) { m_facts = std::move(facts); }
   /// Serves one line of a client, which is answered now or, after its turn in the loop, later.
@@ -40,6 +41,7 @@ class ControlOperations {
   void Config(const RequestPtr& request) { m_config.Config(request); }
   void ConfigSet(const RequestPtr& request) { m_config.ConfigSet(request); }
   void MakeReport(const RequestPtr& request) { m_reports.Report(request); }
+  void History(const RequestPtr& request) { m_history.History(request); }
   void Shutdown(const RequestPtr& request);
 
   EventLoop& m_loop;
@@ -48,5 +50,6 @@ class ControlOperations {
   RecordQueries m_queries;
   ConfigQueries m_config;
   ReportQueries m_reports;
+  HistoryQueries m_history;
   DaemonFacts m_facts;
 };

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "node/Trace.h"
-#include "node/local/MessageLog.h"
+#include "node/local/NodeSettings.h"
 
 namespace {
 
@@ -31,10 +31,6 @@ std::string PlaceOf(const IniSetting& setting) {
   return place;
 }
 
-bool IsLevelKey(const std::string& key) {
-  return IsSame(key, kLogLevelKey) || IsSame(key, kDataLevelKey);
-}
-
 void AddRepeated(const std::vector<IniSetting>& settings, std::vector<IniProblem>& problems) {
   std::unordered_map<std::string, std::size_t> lines;
   for (const IniSetting& setting : settings) {
@@ -49,17 +45,6 @@ void AddRepeated(const std::vector<IniSetting>& settings, std::vector<IniProblem
 }
 
 }  // namespace
-
-std::vector<IniProblem> LevelProblems(const LocalIniFile& ini) {
-  std::vector<IniProblem> problems;
-  for (const IniSetting& setting : ini.Settings()) {
-    if (IsIn(setting, kNodeSection) && IsLevelKey(setting.key) && !IsLevel(setting.value)) {
-      problems.push_back({setting.line, "\"" + setting.key + "\" must be 0 to 999, not \"" +
-                                            setting.value + "\""});
-    }
-  }
-  return problems;
-}
 
 std::vector<ScheduleLine> ScheduleLines(const LocalIniFile& ini) {
   std::vector<ScheduleLine> lines;
@@ -77,18 +62,13 @@ IniListing ListIni(const LocalIniFile& ini, ScheduleBook& book) {
     listing.problems.push_back(
         {fault.line, fault.problem + (fault.text.empty() ? "" : " (" + fault.text + ")")});
   }
-  const std::vector<IniProblem> levels = LevelProblems(ini);
-  listing.problems.insert(listing.problems.end(), levels.begin(), levels.end());
+  const std::vector<IniProblem> node = NodeProblems(ini);
+  listing.problems.insert(listing.problems.end(), node.begin(), node.end());
   book.Load(ScheduleLines(ini), [&](std::size_t line, const std::string& problem) {
     listing.problems.push_back({line, problem});
   });
   listing.settings = ini.Settings();
   AddRepeated(listing.settings, listing.problems);
-  for (const IniSetting& setting : listing.settings) {
-    if (IsIn(setting, kNodeSection) && !IsLevelKey(setting.key)) {
-      listing.problems.push_back({setting.line, "no setting \"" + setting.key + "\" in [Node]"});
-    }
-  }
   std::erase_if(listing.settings, [](const IniSetting& setting) {
     return IsIn(setting, kNodeSection) || IsIn(setting, kScheduleSection);
   });

@@ -6,9 +6,6 @@
 #include "node/local/LocalIniFile.h"
 #include "node/local/ScheduleBook.h"
 
-/// The values of section "Node" that are no thresholds.
-[[nodiscard]] std::vector<IniProblem> LevelProblems(const LocalIniFile& ini);
-
 /// The lines of section "Schedule".
 [[nodiscard]] std::vector<ScheduleLine> ScheduleLines(const LocalIniFile& ini);
 

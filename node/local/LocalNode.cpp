@@ -10,6 +10,7 @@
 
 #include "node/MessageCatalog.h"
 #include "node/local/IniCheck.h"
+#include "node/local/NodeSettings.h"
 
 namespace {
 
@@ -38,8 +39,10 @@ std::string FaultText(const std::string& path, const IniFault& fault) {
 }  // namespace
 
 LocalNode::LoopParts::LoopParts(const ProblemReport& report)
-    : schedule(loop, desk, lastRows),
-      operations(loop, desk, schedule, lastRows),
+    : history(report),
+      sinks({&lastRows, &history}),
+      schedule(loop, desk, sinks),
+      operations(loop, desk, schedule, lastRows, history),
       server(loop, operations, ControlSettings{}, report),
       watches(loop, report),
       timers(loop) {}
@@ -68,7 +71,7 @@ int LocalNode::DebugInit(const ServiceRegistration&) {
   if (ini == nullptr) {
     Report(error);
   } else {
-    for (const IniProblem& problem : LevelProblems(*ini)) {
+    for (const IniProblem& problem : NodeProblems(*ini)) {
       Report(std::string(kIniName) + ":" + std::to_string(problem.line) + ": " + problem.text);
     }
   }
@@ -209,7 +212,7 @@ void LocalNode::DebugText(const char* file, int line, const char* text) {
   }
 }
 
-void LocalNode::LoadSchedule() {
+void LocalNode::LoadSettings() {
   std::string error;
   const std::unique_ptr<LocalIniFile> ini =
       LocalIniFile::Open(m_iniDirectory.empty() ? kIniDirectory : m_iniDirectory,
@@ -218,12 +221,13 @@ void LocalNode::LoadSchedule() {
     Report(error);
     return;
   }
+  Parts().history.Configure(ReadNodeSettings(*ini).history);
   Parts().schedule.Load(ini->Path(), ScheduleLines(*ini),
                         [this](const std::string& problem) { Report(problem); });
 }
 
 int LocalNode::Run(CMBRunnableNode& node) {
-  LoadSchedule();
+  LoadSettings();
   Parts().schedule.Start();
   Parts().loop.Run(node);
   Parts().schedule.Stop();

@@ -10,6 +10,7 @@
 #include "node/local/DescriptorWatches.h"
 #include "node/local/EventLoop.h"
 #include "node/local/EventTimers.h"
+#include "node/local/HistoryStore.h"
 #include "node/local/LocalIniFile.h"
 #include "node/local/MessageLog.h"
 #include "node/local/RecordSink.h"
@@ -72,6 +73,8 @@ class LocalNode : public NodeLayer {
     EventLoop loop;
     BatchDesk desk;
     LastRows lastRows;
+    HistoryStore history;
+    RecordSinks sinks;
     ScheduleBook schedule;
     ControlOperations operations;
     ControlServer server;
@@ -81,7 +84,7 @@ class LocalNode : public NodeLayer {
 
   [[nodiscard]] LoopParts& Parts();
   void Report(const std::string& problem);
-  void LoadSchedule();
+  void LoadSettings();
 
   std::unique_ptr<MessageLog> m_log;
   std::unique_ptr<ServiceStatus> m_status;

@@ -1,5 +1,17 @@
 #include "node/local/RecordSink.h"
 
+void RecordSinks::Take(const ScheduledRows& rows) {
+  for (RecordSink* sink : m_sinks) {
+    sink->Take(rows);
+  }
+}
+
+void RecordSinks::EndBatch() {
+  for (RecordSink* sink : m_sinks) {
+    sink->EndBatch();
+  }
+}
+
 void LastRows::Take(const ScheduledRows& rows) {
   KeptRows& kept = m_kept[{rows.record, rows.category}];
   kept.time = rows.time;

@@ -24,6 +24,19 @@ class RecordSink {
   virtual ~RecordSink() = default;
   /// Keeps no pointer. An empty set of rows is given too.
   virtual void Take(const ScheduledRows& rows) = 0;
+  /// All records of the batch have been given.
+  virtual void EndBatch() {}
+};
+
+/// Hands the rows on to several sinks, which it does not own.
+class RecordSinks : public RecordSink {
+ public:
+  explicit RecordSinks(std::vector<RecordSink*> sinks) : m_sinks(std::move(sinks)) {}
+  void Take(const ScheduledRows& rows) override;
+  void EndBatch() override;
+
+ private:
+  std::vector<RecordSink*> m_sinks;
 };
 
 /// The bytes of the rows that a schedule made last.

@@ -156,4 +156,5 @@ void ScheduleBook::Collect(CMBNode& node, const EntryList& due) {
     entry.lastTime = entry.asker->AnswerTime();
     m_sink.Take({entry.asker->Record(), entry.asker->Category(), entry.lastTime, rows});
   }
+  m_sink.EndBatch();
 }

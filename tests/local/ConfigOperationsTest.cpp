@@ -60,7 +60,8 @@ class ConfigOperationsTest : public ::testing::Test {
   BatchDesk desk;
   LastRows lastRows;
   ScheduleBook schedule{loop, desk, lastRows};
-  ControlOperations operations{loop, desk, schedule, lastRows};
+  HistoryStore history{[](const std::string&) {}};
+  ControlOperations operations{loop, desk, schedule, lastRows, history};
   std::shared_ptr<FakePeer> peer = std::make_shared<FakePeer>(Rights::kChange);
   FakeAgent agent;
   int treeStatus = kNotifyDone;

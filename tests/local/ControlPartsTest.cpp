@@ -88,7 +88,8 @@ TEST(ControlOperationsTest, EachOperationNeedsItsRight) {
   BatchDesk desk;
   LastRows lastRows;
   ScheduleBook schedule(loop, desk, lastRows);
-  ControlOperations operations(loop, desk, schedule, lastRows);
+  HistoryStore history{[](const std::string&) {}};
+  ControlOperations operations(loop, desk, schedule, lastRows, history);
   const auto isDenied = [&](Rights rights, const std::string& line) {
     const auto peer = std::make_shared<FakePeer>(rights);
     operations.Handle(line, peer);

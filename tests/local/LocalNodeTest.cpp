@@ -403,7 +403,8 @@ TEST(ControlServerTest, ASlowReaderAndAClientTooManyAreTurnedAway) {
   BatchDesk desk;
   LastRows lastRows;
   ScheduleBook schedule(loop, desk, lastRows);
-  ControlOperations operations(loop, desk, schedule, lastRows);
+  HistoryStore history{[](const std::string&) {}};
+  ControlOperations operations(loop, desk, schedule, lastRows, history);
   std::vector<std::string> problems;
   ControlSettings settings;
   settings.maxOutput = 100000;

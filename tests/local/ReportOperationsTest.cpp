@@ -24,7 +24,8 @@ TEST(ReportOperationsTest, AReportComesAsATableOrFailsInWords) {
   BatchDesk desk;
   LastRows lastRows;
   ScheduleBook schedule(loop, desk, lastRows);
-  ControlOperations operations(loop, desk, schedule, lastRows);
+  HistoryStore history{[](const std::string&) {}};
+  ControlOperations operations(loop, desk, schedule, lastRows, history);
   const auto peer = std::make_shared<FakePeer>(Rights::kRead);
   FakeAgent agent;
   const std::pair<const char*, const char*> cases[] = {

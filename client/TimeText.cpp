@@ -1,0 +1,84 @@
+#include "client/TimeText.h"
+
+#include <array>
+#include <charconv>
+#include <ctime>
+#include <optional>
+#include <string_view>
+
+#include "client/Errors.h"
+
+namespace {
+
+/// A length of more than this before now can't be meant.
+constexpr std::int64_t kLongestSeconds = std::int64_t{100} * 366 * 86400;
+
+std::optional<std::int64_t> ParseWhole(std::string_view text) {
+  std::int64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return error == std::errc{} && end == text.data() + text.size() ? std::optional(value)
+                                                                  : std::nullopt;
+}
+
+std::int64_t UnitSeconds(char unit) {
+  switch (unit) {
+    case 's':
+      return 1;
+    case 'm':
+      return 60;
+    case 'h':
+      return 3600;
+    case 'd':
+      return 86400;
+    default:
+      return 0;
+  }
+}
+
+std::optional<std::int64_t> ParseLength(std::string_view text) {
+  const std::int64_t unit = text.empty() ? 0 : UnitSeconds(text.back());
+  if (unit == 0) {
+    return std::nullopt;
+  }
+  const auto count = ParseWhole(text.substr(0, text.size() - 1));
+  return count && *count >= 0 && *count <= kLongestSeconds / unit ? std::optional(*count * unit)
+                                                                  : std::nullopt;
+}
+
+std::optional<std::int64_t> ParseDate(std::string text) {
+  const bool isUniversal = text.ends_with('Z');
+  if (isUniversal) {
+    text.pop_back();
+  }
+  for (const char* format :
+       {"%Y-%m-%d", "%Y-%m-%dT%H:%M", "%Y-%m-%d %H:%M", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S"}) {
+    std::tm parts{};
+    const char* end = ::strptime(text.c_str(), format, &parts);
+    if (end == nullptr || *end != '\0') {
+      continue;
+    }
+    parts.tm_isdst = -1;
+    std::tm given = parts;
+    const std::time_t time = isUniversal ? ::timegm(&parts) : std::mktime(&parts);
+    // A day that the month does not have would be taken for one of the next.
+    return parts.tm_mday == given.tm_mday ? std::optional<std::int64_t>(time) : std::nullopt;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::int64_t ParseTime(const std::string& text, std::int64_t now) {
+  if (text.starts_with('@')) {
+    if (const auto seconds = ParseWhole(std::string_view(text).substr(1))) {
+      return *seconds;
+    }
+  } else if (const auto length = ParseLength(text)) {
+    return now - *length;
+  } else if (const auto date = ParseDate(text)) {
+    return *date;
+  }
+  throw UsageError("\"" + text +
+                   "\" is no time: write 90s, 30m, 6h, 2d, 2026-11-25, \"2026-11-25 07:30\" or "
+                   "@SECONDS");
+}

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// Seconds since the epoch for a time as an operator writes it: a length before `now` ("90s",
+/// "30m", "6h", "2d"), a local date with or without a time ("2026-11-25", "2026-11-25 07:30",
+/// "2026-11-25T07:30:15", also with "Z" for universal time), or whole seconds since the epoch
+/// ("@1700000000"). Throws UsageError.
+[[nodiscard]] std::int64_t ParseTime(const std::string& text, std::int64_t now);

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "node/local/ProblemReport.h"
+#include "node/local/RecordSink.h"
+#include "node/local/Sql.h"
+
+/// What is kept, and how much of it.
+struct HistorySettings {
+  std::string file = "records.db";  ///< below the working directory; empty: nothing is kept
+  int days = 14;
+  int megabytes = 512;
+};
+
+/// Keeps the rows of the schedules in an SQL database, a table per record (HistoryTables.h). Each
+/// batch is one transaction: a kill at any moment loses the batch at work and no more. Rows that
+/// are too old, and the oldest ones while the file is too large, go in small steps after a batch.
+///
+/// A failure is reported once and costs the batch; the next one is tried again, and the first that
+/// is written says so. A file that is no database, or a damaged one, is set aside under another
+/// name. Nothing here throws. For one thread.
+class HistoryStore : public RecordSink {
+ public:
+  explicit HistoryStore(ProblemReport report);
+  ~HistoryStore() override;
+
+  /// Closes the file at work. The new one is opened at the next batch.
+  void Configure(HistorySettings settings);
+  void Take(const ScheduledRows& rows) override;
+  void EndBatch() override;
+
+  [[nodiscard]] const HistorySettings& Settings() const { return m_settings; }
+  /// The open file; made or opened if need be. Null if there is none, or if that fails.
+  [[nodiscard]] SqlDatabase* Database();
+  /// What is wrong at the moment; empty if nothing.
+  [[nodiscard]] const std::string& Problem() const { return m_problem; }
+  /// Bytes of the file, its free pages included; 0 while it is not open.
+  [[nodiscard]] std::int64_t SizeBytes() const { return m_sizeBytes; }
+  /// Batches that could not be kept, since the start.
+  [[nodiscard]] std::uint64_t LostBatches() const { return m_lostBatches; }
+
+ private:
+  struct Table;
+
+  void Open();
+  void Close();
+  void Begin();
+  void Insert(const ScheduledRows& rows);
+  [[nodiscard]] Table* FindTable(const ScheduledRows& rows);
+  void Commit();
+  void RemoveOld();
+  void RemoveExcess();
+  void Fail(const SqlError& error);
+  void SetAside();
+
+  HistorySettings m_settings;
+  ProblemReport m_report;
+  std::unique_ptr<SqlDatabase> m_database;
+  std::map<std::pair<std::string, unsigned char>, std::unique_ptr<Table>> m_tables;
+  bool m_isBatchLost = false;  ///< nothing more of the batch at work is taken
+  std::string m_problem;
+  std::vector<std::string> m_notices;  ///< told once the batch at work is written
+  std::int64_t m_sizeBytes = 0;
+  std::uint64_t m_lostBatches = 0;
+};

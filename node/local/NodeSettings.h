@@ -1,0 +1,17 @@
+#pragma once
+
+#include <vector>
+
+#include "node/IniListing.h"
+#include "node/local/HistoryStore.h"
+#include "node/local/LocalIniFile.h"
+
+/// The settings of section "Node", apart from the levels of the message log, which reads its own.
+struct NodeSettings {
+  HistorySettings history;
+};
+
+/// A value that is missing or wrong leaves the default.
+[[nodiscard]] NodeSettings ReadNodeSettings(const LocalIniFile& ini);
+/// What is wrong in section "Node": unknown keys, and values that no setting takes.
+[[nodiscard]] std::vector<IniProblem> NodeProblems(const LocalIniFile& ini);
