@@ -111,7 +111,7 @@ UtlError* ReportNothingToWatch() {
   if (std::exchange(s_isReported, true) || !IsTraced(10)) {
     return nullptr;
   }
-  Message(10106, "", "", "", "", "");
+  MessageAndCopy(10106, "", "", "", "", "");
   return new UtlError("The information to be collected has not been set in Web Console. (PD_APP)",
                       __FILE__, __LINE__);
 }

@@ -197,6 +197,7 @@ void FinishLook(const CMBRecordRequestEvent& event, Row& row, std::uint32_t elap
     if (delta.interval != 0U) {
       PutCpuPercent(row, delta, SecondsOf(delta));
     }
+    PutAverageIo(row, row);
     PutAverageIo(row, delta);
   }
 }

