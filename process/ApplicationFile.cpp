@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -112,8 +113,14 @@ bool KeepOld(const std::string& file) {
 
 /// The whole file; false with a reason if it can't be read.
 bool Load(std::FILE* file, std::string& text, std::string& reason) {
-  text.resize(kMaxFile + 1);
-  text.resize(std::fread(text.data(), 1, text.size(), file));
+  std::array<char, 16384> piece;
+  while (text.size() <= kMaxFile) {
+    const std::size_t got = std::fread(piece.data(), 1, piece.size(), file);
+    if (got == 0) {
+      break;
+    }
+    text.append(piece.data(), got);
+  }
   if (std::ferror(file) != 0) {
     reason = std::strerror(errno);
   } else if (text.size() > kMaxFile) {

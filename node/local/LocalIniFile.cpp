@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -33,10 +35,10 @@ bool Fail(const std::string& path, const std::string& reason, std::string& error
 std::string TooLong(std::size_t limit) { return "longer than " + std::to_string(limit) + " bytes"; }
 
 bool ReadAll(int fd, std::size_t limit, std::string& text) {
-  text.resize(limit + 1);
-  std::size_t length = 0;
-  while (length < text.size()) {
-    const ssize_t got = ::read(fd, text.data() + length, text.size() - length);
+  std::array<char, 16384> piece;
+  text.clear();
+  while (text.size() <= limit) {
+    const ssize_t got = ::read(fd, piece.data(), std::min(piece.size(), limit + 1 - text.size()));
     if (got < 0 && errno == EINTR) {
       continue;
     }
@@ -46,10 +48,8 @@ bool ReadAll(int fd, std::size_t limit, std::string& text) {
     if (got == 0) {
       break;
     }
-    length += static_cast<std::size_t>(got);
+    text.append(piece.data(), static_cast<std::size_t>(got));
   }
-  text.resize(length);
-  text.shrink_to_fit();
   return true;
 }
 
