@@ -45,7 +45,8 @@ LocalNode::LoopParts::LoopParts(const ProblemReport& report)
       operations(loop, desk, schedule, lastRows, history),
       server(loop, operations, ControlSettings{}, report),
       watches(loop, report),
-      timers(loop) {}
+      timers(loop),
+      manager(loop) {}
 
 LocalNode::LoopParts& LocalNode::Parts() {
   if (m_parts == nullptr) {
@@ -229,7 +230,9 @@ void LocalNode::LoadSettings() {
 int LocalNode::Run(CMBRunnableNode& node) {
   LoadSettings();
   Parts().schedule.Start();
+  Parts().manager.Ready();
   Parts().loop.Run(node);
+  Parts().manager.Stopping();
   Parts().schedule.Stop();
   Parts().server.Close();
   return 0;

@@ -15,6 +15,7 @@
 #include "node/local/MessageLog.h"
 #include "node/local/RecordSink.h"
 #include "node/local/ScheduleBook.h"
+#include "node/local/ServiceManager.h"
 #include "node/local/ServiceStatus.h"
 
 /// The node layer of the daemon: message log, ini file, service status, event loop, schedules and
@@ -80,6 +81,7 @@ class LocalNode : public NodeLayer {
     ControlServer server;
     DescriptorWatches watches;
     EventTimers timers;
+    ServiceManager manager;
   };
 
   [[nodiscard]] LoopParts& Parts();

@@ -1,6 +1,13 @@
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <regex>
 #include <string>
@@ -65,6 +72,38 @@ TEST(DaemonTest, OtherSignalsDoNotStopItAndUserSignalIsTracedByTheLoop) {
   EXPECT_EQ(Texts{}, MessagesIn(daemon.Errors().substr(before)));
   daemon.Signal(SIGTERM);
   EXPECT_EQ(0, daemon.ExitValue());
+}
+
+TEST(DaemonTest, TheServiceManagerHearsOfStartLifeAndEnd) {
+  const ProductRoot root;
+  const std::string path = root.Path() / "notify";
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const timeval limit{30, 0};
+  ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const auto hear = [socket] {
+    std::array<char, 64> state{};
+    const ssize_t size = ::recv(socket, state.data(), state.size(), 0);
+    return std::string(state.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  };
+  ::setenv("NOTIFY_SOCKET", path.c_str(), 1);
+  ::setenv("WATCHDOG_USEC", "200000", 1);
+  Daemon daemon(root, "errors");
+  ::unsetenv("NOTIFY_SOCKET");
+  ::unsetenv("WATCHDOG_USEC");
+  EXPECT_EQ(hear(), "READY=1");
+  EXPECT_EQ(hear(), "WATCHDOG=1");
+  EXPECT_EQ(hear(), "WATCHDOG=1");
+  daemon.Signal(SIGTERM);
+  std::string last = hear();
+  while (last == "WATCHDOG=1") {
+    last = hear();
+  }
+  EXPECT_EQ(last, "STOPPING=1");
+  ::close(socket);
 }
 
 TEST(DaemonTest, ASecondStartIsRefusedAndLeavesTheFirstAlone) {
