@@ -13,6 +13,10 @@ inline constexpr const char* kMicrostateLabel = "Microstate accounting";
 inline constexpr const char* kDeviceNameCacheLabel = "Device Name Cache";
 inline constexpr const char* kDataMaxCountLabel = "User Defined Record DataMaxCount";
 
+/// Of the node's section this one alone is the agent's: seconds, 0 for no limit.
+inline constexpr const char* kNodeSection = "Node";
+inline constexpr const char* kMountTimeoutLabel = "Mount Timeout";
+
 inline constexpr const char* kAddApplicationLabel = "ADD AN APPLICATION MONITORING SETTING";
 inline constexpr const char* kDeleteApplicationLabel = "DELETE AN APPLICATION MONITORING SETTING";
 

@@ -96,7 +96,14 @@ int UnixAgent::ReadConfiguration() {
   }
   m_dataMaxCount = std::to_string(dataMaxCount);
   PublishConfiguration();
+  PublishMountTimeout();
   return 0;
+}
+
+void UnixAgent::PublishMountTimeout() {
+  long seconds = 0;
+  GetIniFile()->ReadLong(&seconds, kMountTimeoutLabel, kNodeSection, nullptr, nullptr);
+  ProductOptions::Instance().Set(kNodeSection, kMountTimeoutLabel, std::to_string(seconds).c_str());
 }
 
 void UnixAgent::PublishConfiguration() const {

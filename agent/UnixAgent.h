@@ -61,6 +61,10 @@ class UnixAgent : public CMBAgent,
   /// Takes the options of the user records from the ini file into ProductOptions. 0, or -1 without
   /// an ini file.
   [[nodiscard]] int ExtractUserRecordOptions();
+  /// Empties a file of user records, which goes by its name in their directory, under the guard
+  /// that its writers share; `id` is the number that the guard's key is made with. Does not wait.
+  /// 0, -1 with a trace, -2 if there is no such file.
+  [[nodiscard]] int truncateUserFile(int id, const char* fileName);
   /// Reads the event definition file that the ini file names into the options Messages/EventFile1,
   /// EventFile2 and so on, each "path*id*filter". An entry whose log file can't be opened is told
   /// and left out. 0, also where no file is named or it can't be read; -1 without an ini file.
@@ -100,6 +104,7 @@ class UnixAgent : public CMBAgent,
                                const char* defaultValue, bool isTime);
   [[nodiscard]] bool WriteOption(const char* label, const std::string& value);
   void PublishConfiguration() const;
+  void PublishMountTimeout();
   /// Whether the record of the daily scan of the file systems is switched on.
   [[nodiscard]] bool HasUFSS() const {
     return !m_recordBuilder.HasNoOptionalRecords() && m_recordBuilder.IsUFSSEnabled() != 0;

@@ -9,13 +9,13 @@ namespace {
 
 constexpr std::size_t kMaxOption = 257;
 
-struct UserRecord {
+struct UserSection {
   const char* name;
   const char* section;
 };
 constexpr std::array kUserRecords{
-    UserRecord{"UPI", "Interval Records"}, UserRecord{"UPIB", "Interval Records"},
-    UserRecord{"UPD", "Detail Records"}, UserRecord{"UPDB", "Detail Records"}};
+    UserSection{"UPI", "Interval Records"}, UserSection{"UPIB", "Interval Records"},
+    UserSection{"UPD", "Detail Records"}, UserSection{"UPDB", "Detail Records"}};
 
 struct UserOption {
   const char* key;
@@ -27,7 +27,7 @@ constexpr std::array kUserOptions{
     UserOption{"Pipedir", kMaxOption, nullptr},   UserOption{"Pipeuser", kMaxOption, nullptr},
     UserOption{"Pipegroup", kMaxOption, nullptr}, UserOption{"Pipemode", kMaxOption, nullptr}};
 
-void TakeOption(CMBIniFile& ini, const UserRecord& record, const UserOption& option) {
+void TakeOption(CMBIniFile& ini, const UserSection& record, const UserOption& option) {
   std::array<char, kMaxOption> buffer{};
   ini.ReadString(buffer.data(), static_cast<int>(option.size), option.key, record.section,
                  record.name, nullptr, 0);
@@ -43,7 +43,7 @@ int UnixAgent::ExtractUserRecordOptions() {
   TraceEntry("UnixAgent::ExtractUserRecordOptions");
   CMBIniFile* ini = GetIniFile();
   if (ini != nullptr) {
-    for (const UserRecord& record : kUserRecords) {
+    for (const UserSection& record : kUserRecords) {
       for (const UserOption& option : kUserOptions) {
         TakeOption(*ini, record, option);
       }

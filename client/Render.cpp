@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "client/FileSystemText.h"
 #include "client/GroupedText.h"
 #include "client/RowValues.h"
 #include "client/Table.h"
@@ -87,6 +88,9 @@ std::string CsvText(const Json& rows) {
 }
 
 std::string RowsText(const ShownRecord& record, const Screen& screen) {
+  if (AreFileSystems(record.answer)) {
+    return FileSystemText(record.answer, screen);
+  }
   const std::vector<ColumnStyle> styles = StylesOf(record.answer.rows, record.schema);
   if (styles.empty()) {
     return "";

@@ -24,7 +24,7 @@ struct ShownRecord {
 [[nodiscard]] std::string CsvText(const Json& rows);
 
 /// The rows as a table, or under the headings that the schema names: times as local date and time,
-/// floats with up to three decimals. An empty text for no rows.
+/// floats with up to three decimals; file systems as df(1) has them. An empty text for no rows.
 [[nodiscard]] std::string RowsText(const ShownRecord& record, const Screen& screen);
 
 [[nodiscard]] std::string SchemaText(const Schema& schema, const Screen& screen);

@@ -7,11 +7,15 @@
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/DeviceSourceLINUX.h"
+#include "collect/FileStatSource.h"
+#include "collect/FileSystemSource.h"
 #include "collect/InterfaceSourceLINUX.h"
 #include "collect/MessagesSource.h"
 #include "collect/ProcessSourceLINUX.h"
 #include "collect/ProtocolSourceLINUX.h"
+#include "collect/QuotaSource.h"
 #include "collect/SystemSourceLINUX.h"
+#include "collect/UserSource.h"
 
 // This file alone makes every source, those of the floors above included.
 
@@ -52,18 +56,20 @@ constexpr std::array kCategories{
     Category{COLLECT_IPC, "IPC", "ipc", kNoSource},
     Category{COLLECT_MESSAGE_QUEUES, "Message Queues", "message_queues", kNoSource},
     Category{COLLECT_SYSTEM, "System", "system", ReadOne<SystemSourceUser, &Collector::GetSystem>},
-    Category{COLLECT_FILE_SYSTEM, "File System", "file_system", kNoSource},
+    Category{COLLECT_FILE_SYSTEM, "File System", "file_system",
+             ReadAll<FileSystemSourceUser, &Collector::GetFileSystem>},
     Category{COLLECT_INTERFACE, "Interface", "interface",
              ReadAll<InterfaceSourceUser, &Collector::GetInterface>},
-    Category{COLLECT_QUOTA, "Quota", "quota", kNoSource},
+    Category{COLLECT_QUOTA, "Quota", "quota", ReadAll<QuotaSourceUser, &Collector::GetQuota>},
     Category{COLLECT_STORAGE, "Storage", "storage", kNoSource},
-    Category{COLLECT_FILE_STAT, nullptr, "file_stat", kNoSource},
+    Category{COLLECT_FILE_STAT, nullptr, "file_stat",
+             ReadAll<FileStatSourceUser, &Collector::GetFileStat>},
     Category{COLLECT_NFS_SERVER, "NFS Server", "nfs_server", kNoSource},
     Category{COLLECT_NFS_CLIENT, "NFS Client", "nfs_client", kNoSource},
-    Category{COLLECT_UPI, "UPI", "upi", kNoSource},
-    Category{COLLECT_UPIB, "UPIB", "upib", kNoSource},
-    Category{COLLECT_UPD, "UPD", "upd", kNoSource},
-    Category{COLLECT_UPDB, "UPDB", "updb", kNoSource},
+    Category{COLLECT_UPI, "UPI", "upi", ReadAll<UPISourceUser, &Collector::GetUPI>},
+    Category{COLLECT_UPIB, "UPIB", "upib", ReadAll<UPIBSourceUser, &Collector::GetUPIB>},
+    Category{COLLECT_UPD, "UPD", "upd", ReadAll<UPDSourceUser, &Collector::GetUPD>},
+    Category{COLLECT_UPDB, "UPDB", "updb", ReadAll<UPDBSourceUser, &Collector::GetUPDB>},
 };
 static_assert(kCategories.size() == 21);
 

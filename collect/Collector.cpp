@@ -9,11 +9,15 @@
 #include "collect/CategoryFlags.h"
 #include "collect/DeviceSourceLINUX.h"
 #include "collect/FileStatArgs.h"
+#include "collect/FileStatSource.h"
+#include "collect/FileSystemSource.h"
 #include "collect/InterfaceSourceLINUX.h"
 #include "collect/MessagesSource.h"
 #include "collect/ProcessSourceLINUX.h"
 #include "collect/ProtocolSourceLINUX.h"
+#include "collect/QuotaSource.h"
 #include "collect/SystemSourceLINUX.h"
+#include "collect/UserSource.h"
 #include "node/FigureRegistry.h"
 #include "support/CollectorLog.h"
 #include "support/TraceLog.h"
@@ -104,6 +108,13 @@ Collector::Collector()
       m_pProtocol(std::make_unique<Protocol>()),
       m_pInterface(std::make_unique<std::vector<Interface>>()),
       m_pMessages(std::make_unique<std::vector<Messages>>()),
+      m_pFileSystem(std::make_unique<std::vector<FileSystem>>()),
+      m_pQuota(std::make_unique<std::vector<Quota>>()),
+      m_pFileStat(std::make_unique<std::vector<FileStat>>()),
+      m_pUPI(std::make_unique<UserRecords<kUPI>>()),
+      m_pUPIB(std::make_unique<UserRecords<kUPIB>>()),
+      m_pUPD(std::make_unique<UserRecords<kUPD>>()),
+      m_pUPDB(std::make_unique<UserRecords<kUPDB>>()),
       m_figures(std::make_shared<std::vector<CategoryFigures>>(Categories().size())) {
   TraceEntry("Collector::Collector");
   CollectorLog::Instance();

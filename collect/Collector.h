@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -8,11 +9,16 @@
 class Acct;
 class CPU;
 class DeviceIO;
+class FileStat;
+class FileSystem;
 class Interface;
 class Messages;
 class Process;
 class Protocol;
+class Quota;
 class System;
+template <std::size_t kind>
+class UserRecord;
 class UtlError;
 struct CategoryFigures;
 
@@ -44,7 +50,16 @@ class Collector {
   [[nodiscard]] System* GetSystem() const { return m_pSystem.get(); }
   [[nodiscard]] Protocol* GetProtocol() const { return m_pProtocol.get(); }
   [[nodiscard]] std::vector<Interface>* GetInterface() const { return m_pInterface.get(); }
+  template <std::size_t kind>
+  using UserRecords = std::vector<UserRecord<kind>>;
+  [[nodiscard]] UserRecords<0>* GetUPI() const { return m_pUPI.get(); }
+  [[nodiscard]] UserRecords<1>* GetUPIB() const { return m_pUPIB.get(); }
+  [[nodiscard]] UserRecords<2>* GetUPD() const { return m_pUPD.get(); }
+  [[nodiscard]] UserRecords<3>* GetUPDB() const { return m_pUPDB.get(); }
   [[nodiscard]] std::vector<Messages>* GetMessages() const { return m_pMessages.get(); }
+  [[nodiscard]] std::vector<FileSystem>* GetFileSystem() const { return m_pFileSystem.get(); }
+  [[nodiscard]] std::vector<Quota>* GetQuota() const { return m_pQuota.get(); }
+  [[nodiscard]] std::vector<FileStat>* GetFileStat() const { return m_pFileStat.get(); }
 
   /// A word that the agent hands in at start; nothing in collection reads it.
   void SetOpaque(void* opaque) { m_opaque = opaque; }
@@ -59,6 +74,13 @@ class Collector {
   std::unique_ptr<Protocol> m_pProtocol;
   std::unique_ptr<std::vector<Interface>> m_pInterface;
   std::unique_ptr<std::vector<Messages>> m_pMessages;
+  std::unique_ptr<std::vector<FileSystem>> m_pFileSystem;
+  std::unique_ptr<std::vector<Quota>> m_pQuota;
+  std::unique_ptr<std::vector<FileStat>> m_pFileStat;
+  std::unique_ptr<UserRecords<0>> m_pUPI;
+  std::unique_ptr<UserRecords<1>> m_pUPIB;
+  std::unique_ptr<UserRecords<2>> m_pUPD;
+  std::unique_ptr<UserRecords<3>> m_pUPDB;
   void* m_opaque = nullptr;
   /// Shared with the registry of figures, which may read them after the collector has gone.
   std::shared_ptr<std::vector<CategoryFigures>> m_figures;

@@ -22,20 +22,20 @@ constexpr RecordMapping kDEVS{kInterval, "DEVS", COLLECT_DEVICE, 0, &RecordBuild
 constexpr RecordMapping kNIND{kInterval, "NIND", COLLECT_INTERFACE, 0, kRefused};
 constexpr RecordMapping kNINS{kInterval, "NINS", COLLECT_INTERFACE, 0, kRefused};
 constexpr RecordMapping kWGRP{kInterval, "WGRP", kProcesses, 0, &RecordBuilder::Build_WGRP};
-constexpr RecordMapping kUPI{kInterval, "UPI", COLLECT_UPI, 0, kRefused};
-constexpr RecordMapping kUPIB{kInterval, "UPIB", COLLECT_UPIB, 0, kRefused};
+constexpr RecordMapping kUPI{kInterval, "UPI", COLLECT_UPI, 0, &RecordBuilder::Build_UPI};
+constexpr RecordMapping kUPIB{kInterval, "UPIB", COLLECT_UPIB, 0, &RecordBuilder::Build_UPIB};
 constexpr RecordMapping kPD{kDetail, "PD", kProcesses, 0, &RecordBuilder::BuildPD};
 constexpr RecordMapping kACCT{kDetail, "ACCT", COLLECT_ACCT, 0, &RecordBuilder::BuildPD_ACCT};
-constexpr RecordMapping kFSL{kDetail, "FSL", COLLECT_FILE_SYSTEM, 0, kRefused};
-constexpr RecordMapping kFSR{kDetail, "FSR", COLLECT_FILE_SYSTEM, 0, kRefused};
+constexpr RecordMapping kFSL{kDetail, "FSL", COLLECT_FILE_SYSTEM, 0, &RecordBuilder::BuildPD_FSL};
+constexpr RecordMapping kFSR{kDetail, "FSR", COLLECT_FILE_SYSTEM, 0, &RecordBuilder::BuildPD_FSR};
 constexpr RecordMapping kPDI{kDetail, "PDI", kProcesses, 0, &RecordBuilder::BuildPD_PDI};
 constexpr RecordMapping kPDS{kDetail, "PDS", kProcesses, 1, &RecordBuilder::BuildPD_PDS};
 constexpr RecordMapping kPGM{kDetail, "PGM", kProcesses, 0, &RecordBuilder::BuildPD_PGM};
 constexpr RecordMapping kTERM{kDetail, "TERM", kProcesses, 0, &RecordBuilder::BuildPD_TERM};
 constexpr RecordMapping kUFSS{kDetail, "UFSS", COLLECT_STORAGE | COLLECT_FILE_SYSTEM, 0, kRefused};
 constexpr RecordMapping kUSER{kDetail, "USER", kProcesses, 0, &RecordBuilder::BuildPD_USER};
-constexpr RecordMapping kUPD{kDetail, "UPD", COLLECT_UPD, 0, kRefused};
-constexpr RecordMapping kUPDB{kDetail, "UPDB", COLLECT_UPDB, 0, kRefused};
+constexpr RecordMapping kUPD{kDetail, "UPD", COLLECT_UPD, 0, &RecordBuilder::Build_UPD};
+constexpr RecordMapping kUPDB{kDetail, "UPDB", COLLECT_UPDB, 0, &RecordBuilder::Build_UPDB};
 constexpr RecordMapping kAPP{kDetail, "APP", COLLECT_PROCESS, 0, &RecordBuilder::BuildPD_APP};
 
 constexpr std::array kBaseTable{kPI,  kCPUP, kDEVD, kDEVS, kNIND, kNINS, kWGRP, kUPI, kUPIB, kPD,

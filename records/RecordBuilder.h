@@ -71,11 +71,17 @@ class RecordBuilder {
   UtlError* Build_DEVD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* Build_DEVS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* Build_WGRP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_UPI(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_UPIB(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_UPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_UPDB(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Behind no row of the table of records.
   UtlError* Build_TAPS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Once in the process's life an error if there are no applications.
   UtlError* BuildPD_APP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_FSL(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_FSR(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_PDS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_PGM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
@@ -83,6 +89,7 @@ class RecordBuilder {
   UtlError* BuildPD_USER(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Behind no row of the table of records.
   UtlError* BuildPL_MESS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_UFSQ(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Yields no record: the accounting figures travel with the processes.
   UtlError* BuildPD_ACCT(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
 

@@ -1,6 +1,7 @@
 #include "support/OsCalls.h"
 
 #include <sys/ioctl.h>
+#include <sys/quota.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -35,8 +36,14 @@ OsCalls& Os() {
       .ioctl = RealIoctl,
       .acct = ::acct,
       .stat = ::stat,
+      .statfs64 = ::statfs64,
+      .quotactl = ::quotactl,
+      .setpwent = ::setpwent,
+      .getpwent = ::getpwent,
+      .endpwent = ::endpwent,
       .time = ::time,
       .gettimeofday = RealGettimeofday,
+      .sleep = ::sleep,
   };
   return calls;
 }

@@ -8,6 +8,7 @@
 #include <sys/sysinfo.h>
 #include <sys/time.h>
 #include <sys/utsname.h>
+#include <sys/vfs.h>
 
 #include <ctime>
 
@@ -27,8 +28,14 @@ struct OsCalls {
   int (*ioctl)(int fd, unsigned long request, struct ::ifreq*);
   int (*acct)(const char* file);
   int (*stat)(const char* path, struct ::stat*);
+  int (*statfs64)(const char* path, struct ::statfs64*);
+  int (*quotactl)(int command, const char* device, int id, char* address);
+  void (*setpwent)();
+  struct ::passwd* (*getpwent)();
+  void (*endpwent)();
   std::time_t (*time)(std::time_t*);
   int (*gettimeofday)(struct ::timeval*);
+  unsigned (*sleep)(unsigned seconds);
 };
 
 /// The table in force; the real calls unless a test has replaced some.

@@ -23,10 +23,9 @@ struct NumberKey {
   long most;
 };
 constexpr std::array kNumberKeys{
-    NumberKey{kLogLevelKey, 0, 999},
-    NumberKey{kDataLevelKey, 0, 999},
-    NumberKey{kHistoryDays, 1, 3650},
-    NumberKey{kHistoryMegabytes, 1, 1 << 20},
+    NumberKey{kLogLevelKey, 0, 999},     NumberKey{kDataLevelKey, 0, 999},
+    NumberKey{kHistoryDays, 1, 3650},    NumberKey{kHistoryMegabytes, 1, 1 << 20},
+    NumberKey{"Mount Timeout", 0, 3600},  // the agent reads it
 };
 constexpr std::array kTextKeys{kHistoryFile};
 

@@ -25,6 +25,32 @@ TEST(Csv, QuotesAsItMust) {
   EXPECT_EQ(CsvText(Json::array()), "");
 }
 
+TEST(Rows, ShowOneLookAtFileSystemsAsDfDoes) {
+  ShownRecord record;
+  record.answer.record = "FSL";
+  // The texts that df -h prints for these figures; the last but one has no size, the last no sense.
+  record.answer.rows = Json::parse(R"([
+    {"Record Time": 9, "File System": "/", "Device Name": "/dev/vda", "File System Type": "ext4",
+     "Total Size Mbytes": 258019.6, "Mbytes in Use": 22792.91, "Available Space Mbytes": 75192.6},
+    {"Record Time": 9, "File System": "/t p", "Device Name": "none", "File System Type": "tmpfs",
+     "Total Size Mbytes": 0.00390625, "Mbytes in Use": 0.001, "Available Space Mbytes": 1023.2},
+    {"Record Time": 9, "File System": "/sys", "Device Name": "sysfs", "File System Type": "sysfs",
+     "Total Size Mbytes": 0.0, "Mbytes in Use": 0.0, "Available Space Mbytes": 0.0},
+    {"Record Time": 9, "File System": "/x", "Host": "srv", "Remote File System": "/x",
+     "File System Type": "nfs", "Total Size Mbytes": 1e300, "Mbytes in Use": -1,
+     "Available Space Mbytes": null}])");
+  EXPECT_EQ(RowsText(record, Screen{}),
+            "Filesystem  Type   Size  Used  Avail  Use%  Mounted on\n"
+            "/dev/vda    ext4   252G   23G    74G   24%  /\n"
+            "none        tmpfs  4.0K  1.1K   1.0G    1%  /t p\n"
+            "sysfs       sysfs     0     0      0     -  /sys\n"
+            "srv:/x      nfs       -     -      -     -  /x\n");
+  record.answer.rows[1]["Record Time"] = 10;
+  EXPECT_EQ(RowsText(record, Screen{}).find("Filesystem"), std::string::npos);
+  record.answer.rows = Json::parse(R"([{"Record Time": 9, "File System": "/"}])");
+  EXPECT_EQ(RowsText(record, Screen{}), "Record Time  File System\n          9  /\n");
+}
+
 TEST(Rows, ShowTimesAndFloatsForPeople) {
   ::setenv("TZ", "UTC", 1);
   ShownRecord record;

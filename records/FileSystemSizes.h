@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstdint>
+
+#include "collect/FileSystemSource.h"
+#include "support/TraceLog.h"
+
+// What the records of local and of remote file systems have in common. Counts are unsigned 64-bit
+// numbers, their differences too: where more is available than free they are huge.
+
+inline double Whole(std::uint64_t count) { return static_cast<double>(count); }
+
+/// 100 * part / whole; `whole` is not 0.
+inline float PartPercent(std::uint64_t part, std::uint64_t whole) {
+  return static_cast<float>(100 * Whole(part) / Whole(whole));
+}
+
+/// Shares of blocks or inodes in per cent. What is reserved counts in neither `inUse` nor
+/// `available`: these are shares of what ordinary users may have.
+struct SpaceShares {
+  float free = 0;
+  float reserved = 0;
+  float inUse = 0;
+  float available = 0;
+};
+
+inline SpaceShares SharesOf(std::uint64_t total, std::uint64_t free, std::uint64_t available) {
+  SpaceShares shares;
+  if (total == 0) {
+    return shares;
+  }
+  const std::uint64_t reserved = free - available;
+  shares.free = PartPercent(free, total);
+  shares.reserved = PartPercent(reserved, total);
+  if (reserved < total) {
+    shares.inUse = PartPercent(total - free, total - reserved);
+    shares.available = PartPercent(available, total - reserved);
+  }
+  return shares;
+}
+
+/// Warns of a file system whose size is beyond belief.
+inline void TraceHugeSize(const FileSystem& source, double mbytes) {
+  constexpr double kMostMbytes = 17592186044416.0;
+  if (mbytes > kMostMbytes) {
+    Trace(20, kWarning, "Total Size Mbytes field is over 16Exa Bytes.");
+    Trace(20, kWarning, "File System = %1", source.GetMountPoint());
+    Trace(20, kWarning, "Total Size Mbytes = %1", mbytes);
+  }
+}
+
+/// Fills the fields of sizes but for the blocks that are available, whose name differs: these are
+/// returned.
+template <class Record>
+[[nodiscard]] double FillSizes(Record& row, const FileSystem& source) {
+  constexpr double kMbyte = 1048576.0;
+  const double mbytesEach = source.fragmentSize / kMbyte;
+  // Without a block's size there is nothing to count in.
+  const double unit =
+      source.blockSize == 0 ? 0.0 : static_cast<double>(source.fragmentSize) / source.blockSize;
+
+  row.blockSize = source.blockSize;
+  row.totalSizeMbytes = Whole(source.blocks) / kMbyte * source.fragmentSize;
+  TraceHugeSize(source, row.totalSizeMbytes);
+  row.availableSpaceMbytes = Whole(source.blocksAvail) * mbytesEach;
+  row.mbytesFree = Whole(source.blocksFree) * mbytesEach;
+  row.mbytesInUse = row.totalSizeMbytes - Whole(source.blocksFree) * mbytesEach;
+  row.mbytesRsvd = row.mbytesFree - row.availableSpaceMbytes;
+  row.totalSizeBlocks = Whole(source.blocks) * unit;
+  row.blocksFree = Whole(source.blocksFree) * unit;
+  row.blocksInUse = Whole(source.blocks - source.blocksFree) * unit;
+
+  const SpaceShares shares = SharesOf(source.blocks, source.blocksFree, source.blocksAvail);
+  row.mbytesFreePercent = shares.free;
+  row.mbytesRsvdPercent = shares.reserved;
+  row.mbytesInUsePercent = shares.inUse;
+  row.availableSpacePercent = shares.available;
+  return Whole(source.blocksAvail) * unit;
+}

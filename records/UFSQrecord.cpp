@@ -1,0 +1,58 @@
+#include <string>
+
+#include "collect/NameCache.h"
+#include "collect/QuotaSource.h"
+#include "records/RecordBuilder.h"
+#include "records/RecordClasses.h"
+#include "records/RecordDump.h"
+#include "support/OsCalls.h"
+
+namespace {
+
+/// 0 without a limit.
+float LimitPercent(std::uint32_t used, std::uint32_t limit) {
+  return limit == 0 ? 0.0F : static_cast<float>(100.0 * used / limit);
+}
+
+/// The directory that the path's last part stands in.
+std::string DirectoryOf(const std::string& path) {
+  const std::size_t slash = path.find_last_of('/');
+  const std::size_t end = path.find_last_not_of('/', slash);
+  return end == std::string::npos ? "/" : path.substr(0, end + 1);
+}
+
+recordPD_UFSQ RowOf(const Quota& source, std::int32_t now) {
+  auto row = NewRow<recordPD_UFSQ>(now);
+  row.fileSystem = DirectoryOf(source.GetPath());
+  row.fileName = source.GetPath();
+  row.userId = static_cast<std::int32_t>(source.uid);
+  row.user = UserName(nullptr, static_cast<int>(source.uid));
+  row.activeState = source.GetState();
+  row.blockLimit = source.softKB;
+  row.hardBlockLimit = source.hardKB;
+  row.blocksInUse = source.usedKB;
+  row.fileLimit = source.softFiles;
+  row.hardFileLimit = source.hardFiles;
+  row.filesInUse = source.usedFiles;
+  row.blocksInUsePercent = LimitPercent(source.usedKB, source.softKB);
+  row.hardBlocksInUsePercent = LimitPercent(source.usedKB, source.hardKB);
+  row.filesInUsePercent = LimitPercent(source.usedFiles, source.softFiles);
+  row.hardFilesInUsePercent = LimitPercent(source.usedFiles, source.hardFiles);
+  return row;
+}
+
+}  // namespace
+
+UtlError* RecordBuilder::BuildPD_UFSQ(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  TraceEntry("RecordBuilder::BuildPD_UFSQ", AddressOf(pEvent), AddressOf(pRequest));
+  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
+  int count = 0;
+  for (const Quota& source : *m_pCollector->GetQuota()) {
+    const recordPD_UFSQ row = RowOf(source, now);
+    DumpRecord(row, count++);
+    pEvent->m_records.push_back(new cmbClassPD_UFSQ(&row));
+  }
+  TraceCreated(__FILE__, __LINE__, RecordTraits<recordPD_UFSQ>::kName, count);
+  TraceExit("RecordBuilder::BuildPD_UFSQ", 0);
+  return nullptr;
+}

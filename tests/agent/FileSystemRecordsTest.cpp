@@ -1,0 +1,139 @@
+#include <gtest/gtest.h>
+#include <sys/vfs.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "collect/CategoryFlags.h"
+#include "collect/Collector.h"
+#include "collect/FileSystemSource.h"
+#include "collect/NameCache.h"
+#include "collect/QuotaSource.h"
+#include "records/RecordBuilder.h"
+#include "records/RecordClasses.h"
+#include "support/OsCalls.h"
+#include "support/Switches.h"
+#include "tests/scripted/Batch.h"
+#include "tests/scripted/Golden.h"
+#include "tests/scripted/ProcessTree.h"
+#include "tests/scripted/ScriptedNode.h"
+
+namespace {
+
+class FileSystemRecordsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ScriptedNode::Reset();
+    g_msgLogLevel = 20;
+    m_realCalls = Os();
+    Os().time = [](std::time_t*) { return std::time_t{1'700'000'000}; };
+  }
+  void TearDown() override {
+    Os() = m_realCalls;
+    ClearUserNames();
+  }
+  template <class Row>
+  std::vector<Row> Build(RecordBuilderFunction builder) {
+    Asker asker(RecordTraits<Row>::kName, '3', {.realtime = 1, .calcRates = 0});
+    EXPECT_EQ((m_builder.*builder)(&asker.event, asker.event.m_requests.front()), nullptr);
+    std::vector<Row> rows;
+    for (const CMBRecord* record : asker.event.m_records) {
+      rows.push_back(*static_cast<const Row*>(record->GetRecStart()));
+    }
+    return rows;
+  }
+  /// The local row of a file system with these counts.
+  recordPD_FSL Local(std::uint64_t total, std::uint64_t free, std::uint64_t available) {
+    FileSystem source;
+    source.mountPoint = "/big";
+    source.blockSize = source.fragmentSize = 4096;
+    source.blocks = source.files = total;
+    source.blocksFree = source.filesFree = free;
+    source.blocksAvail = source.filesAvail = available;
+    *m_collector.GetFileSystem() = {source};
+    return Build<recordPD_FSL>(&RecordBuilder::BuildPD_FSL).at(0);
+  }
+
+  OsCalls m_realCalls{};
+  Collector m_collector;
+  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
+};
+
+TEST_F(FileSystemRecordsTest, RowsAreTheOnesWorkedOutByHand) {
+  const process_tree::HostTree host;
+  host.Write("/etc/mtab",
+             "/dev/sda1 /data ext3 rw,usrquota 0 0\n192.0.2.7:/export /net/x nfs rw\n"
+             "192.0.2.777:/export /net/y nfs rw\n");
+  const v1_disk_dqblk quota{40, 0, 10, 16, 8, 4, 0, 0};
+  host.Write("/data/quota.user",
+             std::string(7 * sizeof quota, '\0') +
+                 std::string(reinterpret_cast<const char*>(&quota), sizeof quota));
+  Os().statfs64 = [](const char*, struct ::statfs64* figures) {
+    figures->f_bsize = 4096;
+    figures->f_blocks = 1'048'576;
+    figures->f_bfree = 524'288;
+    figures->f_bavail = 393'216;
+    figures->f_files = 1000;
+    figures->f_ffree = 600;
+    return 0;
+  };
+  Os().quotactl = [](int, const char*, int, char*) { return -1; };
+  static ::passwd user{};
+  static std::string name = "seven";
+  user.pw_name = name.data();
+  Os().getpwuid = [](uid_t) { return &user; };
+  Os().setpwent = [] { user.pw_uid = 6; };
+  Os().getpwent = [] { return ++user.pw_uid == 7 ? &user : nullptr; };
+  ASSERT_EQ(m_collector.collect(COLLECT_FILE_SYSTEM | COLLECT_QUOTA, 0), nullptr);
+
+  const std::filesystem::path golden = std::filesystem::path(QMT_TEST_DIR) / "fixtures/filesystems";
+  const auto local = Build<recordPD_FSL>(&RecordBuilder::BuildPD_FSL);
+  ASSERT_EQ(local.size(), 1U);
+  ExpectGolden(&local[0], sizeof local[0], golden / "FSL.tsv");
+  const auto remote = Build<recordPD_FSR>(&RecordBuilder::BuildPD_FSR);
+  ASSERT_EQ(remote.size(), 2U);
+  ExpectGolden(&remote[0], sizeof remote[0], golden / "FSR.tsv");
+  EXPECT_STREQ(remote[1].ipAddress.c_str(), "") << "no address, and not looked up";
+  const auto quotas = Build<recordPD_UFSQ>(&RecordBuilder::BuildPD_UFSQ);
+  ASSERT_EQ(quotas.size(), 1U);
+  ExpectGolden(&quotas[0], sizeof quotas[0], golden / "UFSQ.tsv");
+  EXPECT_EQ(ScriptedNode::Instance().LinesWith("Created 2 FSR record(s).").size(), 1U);
+
+  for (const auto& [path, directory] : std::vector<std::pair<const char*, const char*>>{
+           {"//aquota.user", "/"}, {"/x/", "/x"}, {"/x y/z/quota.user", "/x y/z"}, {"", "/"}}) {
+    m_collector.GetQuota()->at(0).mountPoint = path;
+    const auto row = Build<recordPD_UFSQ>(&RecordBuilder::BuildPD_UFSQ).at(0);
+    EXPECT_STREQ(row.fileSystem.c_str(), directory) << path;
+  }
+}
+
+TEST_F(FileSystemRecordsTest, CountsAreUnsignedAndNothingIsDividedByZero) {
+  const recordPD_FSL none = Local(0, 0, 0);
+  for (const float percent : {none.mbytesFreePercent, none.mbytesInUsePercent,
+                              none.availableSpacePercent, none.totalInodesInUsePercent}) {
+    EXPECT_EQ(percent, 0.0F);
+  }
+  const double wrapped = 18446744073709551616.0 - 5;
+  const recordPD_FSL more = Local(100, 50, 55);
+  EXPECT_EQ(more.mbytesInUsePercent, 0.0F);
+  EXPECT_EQ(more.availableSpacePercent, 0.0F);
+  EXPECT_EQ(more.mbytesFreePercent, 50.0F);
+  EXPECT_FLOAT_EQ(more.mbytesRsvdPercent, static_cast<float>(wrapped));
+  EXPECT_DOUBLE_EQ(more.totalInodesRsvd, wrapped);
+  EXPECT_DOUBLE_EQ(more.mbytesRsvd, -5 / 256.0);
+  EXPECT_TRUE(ScriptedNode::Instance().LinesWith("16Exa").empty());
+
+  const recordPD_FSL huge = Local(std::numeric_limits<std::uint64_t>::max(), 0, 0);
+  EXPECT_DOUBLE_EQ(huge.totalSizeMbytes, 72057594037927936.0);
+  for (const char* line : {"Total Size Mbytes field is over 16Exa Bytes.", "File System = /big",
+                           "Total Size Mbytes = 72057594037927936.000000"}) {
+    EXPECT_EQ(ScriptedNode::Instance().LinesWith(line).size(), 1U) << line;
+  }
+  m_collector.GetFileSystem()->at(0).blockSize = 0;
+  EXPECT_EQ(Build<recordPD_FSL>(&RecordBuilder::BuildPD_FSL).at(0).totalSizeBlocks, 0.0);
+}
+
+}  // namespace

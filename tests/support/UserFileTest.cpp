@@ -1,0 +1,119 @@
+#include <gtest/gtest.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+
+#include "support/OsCalls.h"
+#include "support/UserFileFormat.h"
+#include "support/UserFileSemaphore.h"
+#include "tests/support/TempFolder.h"
+
+namespace {
+
+int g_sleeps = 0;
+
+class UserFileSemaphoreTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    g_sleeps = 0;
+    Os().sleep = [](unsigned) {
+      ++g_sleeps;
+      return 0U;
+    };
+  }
+  void TearDown() override { Os() = m_calls; }
+  [[nodiscard]] bool IsSetThere() const { return ::semget(m_key, 3, 0) >= 0; }
+
+  const OsCalls m_calls = Os();
+  const TempFolder m_folder;
+  const key_t m_key = ::ftok(m_folder.Path().c_str(), 'K');
+};
+
+TEST_F(UserFileSemaphoreTest, OneAtATimeAndNoSetIsLeft) {
+  for (const key_t key : {0, -1}) {
+    EXPECT_EQ(UserFileSemaphore(key, 1).create(), -1);
+  }
+  UserFileSemaphore first(m_key, 1);
+  UserFileSemaphore second(m_key, 1);
+  ASSERT_GE(first.create(), 0);
+  ASSERT_GE(second.create(), 0);
+  EXPECT_EQ(second.unlock(), 0) << "not locked";
+  EXPECT_EQ(first.lock(false, 0), 0);
+  EXPECT_EQ(second.lock(false, 6), -1);
+  EXPECT_EQ(errno, EAGAIN);
+  EXPECT_EQ(g_sleeps, 6);
+  EXPECT_EQ(first.unlock(), 0);
+  EXPECT_EQ(second.lock(true, 0), 0);
+  EXPECT_EQ(second.unlock(), 0);
+  EXPECT_EQ(second.close(), 0);
+  EXPECT_TRUE(IsSetThere());
+  EXPECT_EQ(first.close(), 0);
+  EXPECT_FALSE(IsSetThere());
+}
+
+TEST_F(UserFileSemaphoreTest, AKilledHolderAndARemovedSetBlockNobody) {
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    UserFileSemaphore semaphore(m_key, 1);
+    const bool isHeld = semaphore.create() >= 0 && semaphore.lock(false, 0) == 0;
+    [[maybe_unused]] const ssize_t told = ::write(ready[1], isHeld ? "y" : "n", 1);
+    ::pause();
+    ::_exit(0);
+  }
+  char isHeld = 'n';
+  ASSERT_EQ(::read(ready[0], &isHeld, 1), 1);
+  EXPECT_EQ(isHeld, 'y');
+  ::close(ready[0]);
+  ::close(ready[1]);
+  {
+    UserFileSemaphore semaphore(m_key, 1);
+    ASSERT_GE(semaphore.create(), 0);
+    EXPECT_EQ(semaphore.lock(false, 2), -1);
+  }
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+  UserFileSemaphore semaphore(m_key, 1);
+  const int id = semaphore.create();
+  ASSERT_GE(id, 0);
+  EXPECT_EQ(semaphore.lock(false, 0), 0);
+  ::semctl(id, 0, IPC_RMID);
+  EXPECT_EQ(semaphore.unlock(), -1);
+  EXPECT_EQ(semaphore.close(), -1);
+  ASSERT_GE(semaphore.create(), 0) << "a new set";
+  EXPECT_EQ(semaphore.lock(false, 0), 0);
+  EXPECT_EQ(semaphore.unlock(), 0);
+  EXPECT_EQ(semaphore.close(), 0);
+  EXPECT_FALSE(IsSetThere());
+}
+
+TEST(UserFileFormatTest, FieldsStandWhereWritersPutThem) {
+  const struct {
+    const char* kind;
+    const char* label;
+    std::size_t offset;
+    std::size_t size;
+  } cases[] = {{"UPI", "User Time 1", 112, 4},      {"UPI", "User String 7", 244, 64},
+               {"UPIB", "User Long Roll 1", 68, 4}, {"UPIB", "User Unsigned Long Roll 1", 108, 4},
+               {"UPIB", "User Float 1", 128, 8},    {"UPIB", "User Time 1", 208, 4},
+               {"UPIB", "User String 11", 452, 64}, {"UPD", "User String 5", 148, 32},
+               {"UPD", "Collect Time", 44, 4},      {"UPDB", "User Float 1", 88, 8},
+               {"UPDB", "User String 6", 212, 32}};
+  for (const auto& row : cases) {
+    const UserFileKind* kind = FindUserFileKind(row.kind);
+    ASSERT_NE(kind, nullptr);
+    const auto field = std::ranges::find(kind->fields, row.label, &UserField::label);
+    ASSERT_NE(field, kind->fields.end()) << row.label;
+    EXPECT_EQ(field->offset, row.offset) << row.kind << row.label;
+    EXPECT_EQ(field->size, row.size) << row.kind << row.label;
+  }
+  EXPECT_EQ(FindUserFileKind("upi"), nullptr);
+}
+
+}  // namespace
