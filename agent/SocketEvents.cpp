@@ -5,12 +5,19 @@
 #include <cstdint>
 
 #include "agent/UnixAgent.h"
+#include "support/HostNameWire.h"
 #include "support/TraceLog.h"
 
 namespace {
 
-/// One answer of the host name helper.
-constexpr std::size_t kResponseSize = 3096;
+using Response = std::array<char, sizeof(HostNameWire)>;
+
+/// Forgets all that is in the pipe: after a piece of an answer nothing tells where the next begins.
+void Drain(int descriptor) {
+  Response rest;
+  while (::read(descriptor, rest.data(), rest.size()) > 0) {
+  }
+}
 
 }  // namespace
 
@@ -36,14 +43,25 @@ void UnixAgent::TraceToggles() {
 }
 
 int UnixAgent::ReadHelper(int descriptor) {
-  std::array<char, kResponseSize> response{};
+  Response response{};
   errno = 0;
   const ssize_t count = ::read(descriptor, response.data(), response.size());
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+    return 0;
+  }
   if (count < 1) {
     Message(10100, "read", errno, count, "", "");
-    return RestoreHelper(descriptor);
+    if (RestoreHelper(descriptor) < 0) {
+      return -1;
+    }
+  } else if (count != static_cast<ssize_t>(response.size())) {
+    Drain(descriptor);
+    response.fill('\0');
   }
-  // An answer that no request waits for is dropped.
+  if (m_hostNames.handle_request(response.data()) < 0) {
+    Trace(20, kError, "Agent cannot handle hostname response: %1", m_hostNames.GetLastError());
+    return -1;
+  }
   return 0;
 }
 
@@ -54,6 +72,8 @@ int UnixAgent::RestoreHelper(int descriptor) {
     Trace(20, kError, "Host name resolution process no longer active.");
     return -1;
   }
+  m_hostNames.connection_init(m_pSocket.get());
   Trace(20, kError, "Host name resolution process has been respawned");
+  m_hostNames.handle_request();
   return 0;
 }

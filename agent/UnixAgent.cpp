@@ -17,16 +17,23 @@ void PublishKernelVariant() {
        FigureKind::kGauge, [] { return static_cast<double>(g_kernelVariant); }});
 }
 
+/// How many answers of the host name helper are remembered, and where its program is.
+constexpr int kRememberedHosts = 500;
+constexpr const char* kHostUtil = "./qmt_hostutil";
+
 }  // namespace
 
 UnixAgent::UnixAgent(const std::string& hostUtilPrefix, const std::string& instanceName)
-    : CMBAgent(".", "qmtagt.ini"), m_recordBuilder(this, &m_collector, hostUtilPrefix.c_str()) {
+    : CMBAgent(".", "qmtagt.ini"),
+      m_recordBuilder(this, &m_collector, hostUtilPrefix.c_str()),
+      m_hostNames(this, kRememberedHosts, kHostUtil, hostUtilPrefix.c_str()) {
   TraceEntry("UnixAgent::UnixAgent", hostUtilPrefix, instanceName);
   TouchFieldTables();
   PublishLayouts();
   PublishKernelVariant();
   m_pSocket = std::make_unique<SASocket>(this, hostUtilPrefix + ".pipe");
   m_recordBuilder.SetApplications(&m_applications);
+  m_recordBuilder.SetHostNames(&m_hostNames);
   m_collector.SetOpaque(m_collectorArg);
   m_toggleSignal.emplace();
   TraceExit("UnixAgent::UnixAgent");
@@ -60,7 +67,7 @@ int UnixAgent::Init(char* instanceName, char* version, char* release) {
 }
 
 int UnixAgent::Connect(char* instanceName, char* version, char* release) {
-  if (InitConnection() < 0) {
+  if (InitConnection() < 0 || m_hostNames.connection_init(m_pSocket.get()) < 0) {
     Message(10200);
     return -1;
   }

@@ -12,6 +12,7 @@
 #include "node/Node.h"
 #include "process/ApplicationMonitor.h"
 #include "records/RecordBuilder.h"
+#include "utility/HostNameRequestManager.h"
 #include "utility/SASocket.h"
 
 /// The program's node: the one object through which every event enters. Handlers return the
@@ -123,6 +124,7 @@ class UnixAgent : public CMBAgent,
   Collector m_collector;
   RecordBuilder m_recordBuilder;
   std::unique_ptr<SASocket> m_pSocket;
+  HostNameRequestManager m_hostNames;
   void* m_collectorArg = nullptr;
   UFSSEvent* m_pUFSSEvent = nullptr;  ///< owned by the loop; null if none is scheduled
   ApplicationMonitor m_applications;

@@ -19,8 +19,8 @@ constexpr RecordMapping kPI{kInterval, "PI",
 constexpr RecordMapping kCPUP{kInterval, "CPUP", COLLECT_CPU, 0, &RecordBuilder::Build_CPUP};
 constexpr RecordMapping kDEVD{kInterval, "DEVD", COLLECT_DEVICE, 0, &RecordBuilder::Build_DEVD};
 constexpr RecordMapping kDEVS{kInterval, "DEVS", COLLECT_DEVICE, 0, &RecordBuilder::Build_DEVS};
-constexpr RecordMapping kNIND{kInterval, "NIND", COLLECT_INTERFACE, 0, kRefused};
-constexpr RecordMapping kNINS{kInterval, "NINS", COLLECT_INTERFACE, 0, kRefused};
+constexpr RecordMapping kNIND{kInterval, "NIND", COLLECT_INTERFACE, 0, &RecordBuilder::Build_NIND};
+constexpr RecordMapping kNINS{kInterval, "NINS", COLLECT_INTERFACE, 0, &RecordBuilder::Build_NINS};
 constexpr RecordMapping kWGRP{kInterval, "WGRP", kProcesses, 0, &RecordBuilder::Build_WGRP};
 constexpr RecordMapping kUPI{kInterval, "UPI", COLLECT_UPI, 0, &RecordBuilder::Build_UPI};
 constexpr RecordMapping kUPIB{kInterval, "UPIB", COLLECT_UPIB, 0, &RecordBuilder::Build_UPIB};

@@ -16,6 +16,7 @@
 #include "support/UtlError.h"
 
 class ApplicationMonitor;
+class HostNameRequestManager;
 class MessagesSourceUser;
 class UnixAgent;
 
@@ -49,6 +50,8 @@ class RecordBuilder {
 
   /// The applications that APP counts processes for: not owned, null for none.
   void SetApplications(ApplicationMonitor* applications) { m_pApplications = applications; }
+  /// Whom NIND asks for the names of networks: not owned, null for nobody.
+  void SetHostNames(HostNameRequestManager* hostNames) { m_pHostNames = hostNames; }
   /// The workgroup definition file, which Init reads; its path stands under no prefix.
   void SetWorkgroupFile(const std::string& path) { m_workgroupFile = path; }
 
@@ -75,6 +78,8 @@ class RecordBuilder {
   UtlError* Build_UPIB(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* Build_UPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* Build_UPDB(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_NIND(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_NINS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Behind no row of the table of records.
   UtlError* Build_TAPS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
@@ -129,6 +134,7 @@ class RecordBuilder {
   Collector* m_pCollector;
   UnixAgent* m_pAgent;
   ApplicationMonitor* m_pApplications = nullptr;
+  HostNameRequestManager* m_pHostNames = nullptr;
   std::string m_workgroupFile;
   std::unique_ptr<CPUSummary> m_pCPUSummary;
   std::unique_ptr<MessagesSourceUser> m_pMessagesInit;

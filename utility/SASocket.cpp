@@ -60,7 +60,7 @@ void SASocket::Accept() {
 
 int SASocket::Receive() {
   CMBNode::EventPrintf("Receiving data from utility process\n");
-  m_readLength = static_cast<int>(::read(m_talkFd, m_readBuffer.data(), m_readBuffer.size()));
+  m_readLength = static_cast<int>(::read(m_listenFd, m_readBuffer.data(), m_readBuffer.size()));
   if (m_readLength < 1) {
     CMBNode::EventPrintf("Closing connection from collector process\n");
     Close();

@@ -32,8 +32,8 @@ class SASocket {
   [[nodiscard]] int Connect(int schedule);
   /// Has the loop watch the Listen side.
   void Accept();
-  /// Reads one message from the Talk side, for GetData. With nothing to read the socket is closed.
-  /// Returns 0.
+  /// Reads one message from the Listen side, for GetData. With nothing to read the socket is
+  /// closed. Returns 0.
   int Receive();
   /// Copies the last message to `buffer`, of kMaxMessage bytes, and returns its length; -1 if there
   /// is none.

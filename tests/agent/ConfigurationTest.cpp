@@ -61,6 +61,7 @@ class ConfigurationTest : public ConfigFixture {};
 
 TEST_F(ConfigurationTest, AFirstStartWritesEveryKeyInOrder) {
   ProductOptions::Instance().Set("Acct", "UseAcct", "untouched");
+  Node().ini[{"Node", "", kMountTimeoutLabel}] = "5";
   EXPECT_EQ(0, Init());
   EXPECT_EQ(kDefaults, Node().iniWritten);
   EXPECT_EQ("/data/wgfile", m_agent->GetWorkgroupFilePath());
@@ -78,6 +79,7 @@ TEST_F(ConfigurationTest, AFirstStartWritesEveryKeyInOrder) {
       {"Process", "AgentWaitTime", ""},
       {"Process", "CollectorWaitTime", ""},
       {"User", "DataMaxCount", "1440"},
+      {"Node", "Mount Timeout", "5"},
       {"Acct", "UseAcct", "untouched"},
   };
   for (const auto& row : published) {

@@ -89,10 +89,11 @@ class ServiceTest : public ::testing::Test {
     return RunService(static_cast<int>(arguments.size()), argv.data());
   }
   static ScriptedNode& Node() { return ScriptedNode::Instance(); }
+  /// But for the one that tells that no host name helper stands here.
   static Numbers Messages() {
     Numbers numbers;
     for (const LoggedLine& line : Node().lines) {
-      if (line.number != 0) {
+      if (line.number != 0 && line.text.find("(exec)") == std::string::npos) {
         numbers.push_back(line.number);
       }
     }

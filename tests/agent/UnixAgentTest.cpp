@@ -62,15 +62,36 @@ TEST_F(UnixAgentTest, ADescriptorThatIsNotTheHelpersIsLeftAlone) {
   EXPECT_TRUE(Node().lines.empty());
 }
 
+TEST_F(UnixAgentTest, APieceOfAnAnswerIsDroppedAndNothingToReadIsNoLoss) {
+  ASSERT_EQ(1, m_agent->InitConnection());
+  const int listen = m_agent->GetSocket()->GetListenFd();
+  const int helper = ::open("opt/qmtrx/mond/qmt_hostutil_.pipeOut", O_WRONLY | O_NONBLOCK);
+  ASSERT_GE(helper, 0);
+  CMBSocketEvent event(listen);
+  EXPECT_EQ(0, m_agent->Dispatch(&event));
+  EXPECT_TRUE(Node().lines.empty());
+  const std::string piece(100, 'p');
+  ASSERT_EQ(100, ::write(helper, piece.data(), piece.size()));
+  EXPECT_EQ(-1, m_agent->Dispatch(&event));
+  ASSERT_EQ(1U, Node().lines.size());
+  EXPECT_EQ(0U, Node().lines[0].text.find("Agent cannot handle hostname response: "));
+  EXPECT_EQ(listen, m_agent->GetSocket()->GetListenFd());
+  ::close(helper);
+}
+
 TEST_F(UnixAgentTest, ALostHelpersPipesAreMadeAnew) {
   ASSERT_EQ(1, m_agent->InitConnection());
   LoseHelper();
   CMBSocketEvent lost(m_agent->GetSocket()->GetListenFd());
-  EXPECT_EQ(0, m_agent->Dispatch(&lost));
-  ASSERT_EQ(2U, Node().lines.size());
+  EXPECT_EQ(-1, m_agent->Dispatch(&lost));
+  ASSERT_EQ(4U, Node().lines.size());
   EXPECT_EQ("QMTX10100-E An error occurred in an OS API (read). (en=0, arg1=0, arg2=, arg3=)",
             Node().lines[0].text);
-  EXPECT_EQ("Host name resolution process has been respawned", Node().lines[1].text);
+  EXPECT_NE(std::string::npos, Node().lines[1].text.find("(exec)")) << "no helper stands here";
+  EXPECT_EQ("Host name resolution process has been respawned", Node().lines[2].text);
+  EXPECT_EQ(
+      "Agent cannot handle hostname response: The received response does not match any request.",
+      Node().lines[3].text);
   EXPECT_EQ(std::vector<int>{m_agent->GetSocket()->GetListenFd()}, Node().watched);
   LoseHelper();  // The new pipe has a reader.
 }

@@ -23,7 +23,9 @@ class ProductRoot {
   explicit ProductRoot(const std::string& ini = "") {
     std::filesystem::create_directories(AgentFolder() / "log");
     std::ofstream(AgentFolder() / "qmtagt.ini") << ini;
-    std::ofstream(AgentFolder() / "wgfile").close();  // a missing one is reported
+    // What is missing is reported.
+    std::ofstream(AgentFolder() / "wgfile").close();
+    std::filesystem::create_symlink(QMT_HOSTUTIL_PROGRAM, AgentFolder() / "qmt_hostutil");
   }
   [[nodiscard]] const std::filesystem::path& Path() const { return m_folder.Path(); }
   [[nodiscard]] std::filesystem::path PipeFolder() const { return Path() / "opt/qmtrx/mond"; }

@@ -85,6 +85,7 @@ TEST(FileSystemTest, LocalMountsAgreeWithDf) {
       differences = Differences(before, rows, ReadDf());
     }
     EXPECT_EQ(differences, "") << ini;
+    EXPECT_EQ(daemon.Errors().find("Mount Timeout"), std::string::npos) << daemon.Errors();
     EXPECT_EQ(ShownBy(root, "get FSL").find("Filesystem"), 0U) << ShownBy(root, "get FSL");
     EXPECT_EQ(AskDaemon(root, "get FSR 2>/dev/null").exitValue, 0);
   }

@@ -122,8 +122,9 @@ TEST_F(SASocketTest, ReceiveKeepsOneMessageAndClosesOnNone) {
   EXPECT_EQ(-1, socket.GetData(data.data()));
 
   const std::string sent(SASocket::kMaxMessage + 10, 'm');
-  ASSERT_EQ(static_cast<ssize_t>(sent.size()),
-            ::write(socket.GetTalkFd(), sent.data(), sent.size()));
+  const int peer = ::open((m_root.Path() / "x.pipeOut").c_str(), O_WRONLY | O_NONBLOCK);
+  ASSERT_EQ(static_cast<ssize_t>(sent.size()), ::write(peer, sent.data(), sent.size()));
+  ::close(peer);
   EXPECT_EQ(0, socket.Receive());
   EXPECT_EQ(4152, socket.GetData(data.data()));
   EXPECT_EQ(sent.substr(10), std::string(data.data(), data.size()));

@@ -1,0 +1,92 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "helpers/hostutil/Resolver.h"
+#include "support/HostNameWire.h"
+
+// The host name helper of the agent: takes questions from PREFIX.pipe one after the other, looks
+// them up, and puts the answers into PREFIX.pipeOut. Further questions wait in the pipe meanwhile.
+// It ends when the agent has closed its side.
+//
+//   qmt_hostutil PREFIX on|off      on: each question and its answer are told on standard error
+
+namespace {
+
+int Open(const std::string& path, int flags) {
+  const int descriptor = ::open(path.c_str(), flags | O_CLOEXEC);
+  if (descriptor < 0) {
+    std::fprintf(stderr, "qmt_hostutil: %s: %s\n", path.c_str(), std::strerror(errno));
+  }
+  return descriptor;
+}
+
+/// One record, or less: what was written with another size. 0 at the end.
+ssize_t ReadRecord(int descriptor, HostNameWire& record) {
+  ssize_t size = 0;
+  do {
+    size = ::read(descriptor, &record, sizeof record);
+  } while (size < 0 && errno == EINTR);
+  return size;
+}
+
+bool WriteRecord(int descriptor, const HostNameWire& record) {
+  ssize_t size = 0;
+  do {
+    size = ::write(descriptor, &record, sizeof record);
+  } while (size < 0 && errno == EINTR);
+  return size == sizeof record;
+}
+
+/// Answers questions until the agent has gone. The exit value.
+int Serve(int questions, int answers, bool isTelling) {
+  for (;;) {
+    HostNameWire record;
+    const ssize_t size = ReadRecord(questions, record);
+    if (size == 0) {
+      return 0;
+    }
+    if (size < 0) {
+      std::fprintf(stderr, "qmt_hostutil: the pipe can't be read: %s\n", std::strerror(errno));
+      return 1;
+    }
+    if (size != sizeof record || !record.IsTerminated()) {
+      std::fprintf(stderr, "qmt_hostutil: a malformed record of %zd bytes is refused\n", size);
+      continue;
+    }
+    Resolve(record);
+    if (isTelling) {
+      std::fprintf(stderr, "qmt_hostutil: \"%s\" is \"%s\" at \"%s\"\n", record.query.data(),
+                   record.resultName.data(), record.resultAddress.data());
+    }
+    if (!WriteRecord(answers, record)) {
+      return errno == EPIPE ? 0 : 1;
+    }
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::fprintf(stderr, "usage: qmt_hostutil PREFIX on|off\n");
+    return 2;
+  }
+  ::signal(SIGPIPE, SIG_IGN);
+  const pid_t agent = ::getppid();
+  // A look-up may outlast the agent for long.
+  ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (::getppid() != agent) {
+    return 0;
+  }
+  const std::string prefix = argv[1];
+  const int questions = Open(prefix + ".pipe", O_RDONLY);
+  const int answers = questions < 0 ? -1 : Open(prefix + ".pipeOut", O_WRONLY);
+  return answers < 0 ? 1 : Serve(questions, answers, std::strcmp(argv[2], "on") == 0);
+}

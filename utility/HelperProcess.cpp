@@ -1,0 +1,121 @@
+#include "utility/HelperProcess.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "support/HostPaths.h"
+#include "support/TraceLog.h"
+
+namespace {
+
+constexpr std::size_t kMaxArgument = 4095;
+constexpr std::chrono::seconds kLongestPause{60};
+
+/// In the child between fork and exec, where only what is safe in a signal handler may be called.
+[[noreturn]] void RunChild(const char* path, const char* argument, int report) {
+  // Ignored signals would stay ignored in the new program.
+  struct ::sigaction normal {};
+  normal.sa_handler = SIG_DFL;
+  for (const int number : {SIGPIPE, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGCHLD, SIGUSR1, SIGUSR2}) {
+    ::sigaction(number, &normal, nullptr);
+  }
+  ::sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::execl(path, path, argument, "off", static_cast<char*>(nullptr));
+  const int code = errno;
+  [[maybe_unused]] const ssize_t ignored = ::write(report, &code, sizeof code);
+  ::_exit(1);
+}
+
+/// What the child says of a failed exec; 0 if the new program has taken over.
+int ExecFailure(int report) {
+  int code = 0;
+  ssize_t size = 0;
+  do {
+    size = ::read(report, &code, sizeof code);
+  } while (size < 0 && errno == EINTR);
+  return size == sizeof code ? code : 0;
+}
+
+}  // namespace
+
+HelperProcess::HelperProcess(std::string path, std::string argument)
+    : m_path(std::move(path)), m_argument(std::move(argument)) {}
+
+bool HelperProcess::IsPaused() {
+  const auto age = Clock::now() - m_started;
+  if (m_pause.count() != 0 && age < m_pause) {
+    return true;
+  }
+  // One that has lived for long has not died at once.
+  m_pause = m_started == Clock::time_point() || age > kLongestPause
+                ? std::chrono::seconds(1)
+                : std::min(m_pause * 2, kLongestPause);
+  return false;
+}
+
+int HelperProcess::Spawn(std::string& error) {
+  if (m_childPid > 0) {
+    static_cast<void>(IsRunning());
+  }
+  if (IsPaused()) {
+    return 0;
+  }
+  m_started = Clock::now();
+  std::array<int, 2> report{};
+  if (::pipe2(report.data(), O_CLOEXEC) != 0) {
+    error = std::strerror(errno);
+    return -1;
+  }
+  const std::string argument = ProductPath(m_argument).substr(0, kMaxArgument);
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    RunChild(m_path.c_str(), argument.c_str(), report[1]);
+  }
+  const int code = errno;
+  ::close(report[1]);
+  if (pid < 0) {
+    ::close(report[0]);
+    error = std::strerror(code);
+    Trace(20, kError, "An error occurred in vfork. (%1)  (err=%2)", error, code);
+    return -1;
+  }
+  m_childPid = pid;
+  const int failure = ExecFailure(report[0]);
+  ::close(report[0]);
+  if (failure != 0) {
+    ::waitpid(pid, nullptr, 0);
+    m_childPid = -1;
+    error = std::strerror(failure);
+    Message(10100, "exec", failure, m_path, argument, "off");
+    return -1;
+  }
+  return 1;
+}
+
+bool HelperProcess::IsRunning() {
+  if (m_childPid <= 0) {
+    return false;
+  }
+  pid_t result = 0;
+  do {
+    result = ::waitpid(m_childPid, nullptr, WNOHANG);
+  } while (result < 0 && errno == EINTR);
+  if (result == 0) {
+    return true;
+  }
+  if (result < 0 && errno != ECHILD) {
+    ::kill(m_childPid, SIGKILL);
+  }
+  m_childPid = -1;
+  return false;
+}

@@ -1,0 +1,120 @@
+#include <array>
+#include <cstring>
+
+#include "collect/InterfaceSourceLINUX.h"
+#include "records/IntervalEngine.h"
+#include "records/RecordBuilder.h"
+#include "records/UserObjects.h"
+#include "support/OsCalls.h"
+#include "utility/HostAddress.h"
+#include "utility/WordList.h"
+
+namespace {
+
+using Row = recordPI_NIND;
+
+constexpr const char* kLoopback = "127.0.0.1";
+
+struct FlagWord {
+  std::uint32_t bit;
+  const char* word;
+};
+constexpr std::array kFlagWords{
+    FlagWord{0x0001, "UP"},       FlagWord{0x0002, "BROADCAST"},   FlagWord{0x0004, "DEBUG"},
+    FlagWord{0x0008, "LOOPBACK"}, FlagWord{0x0010, "POINTOPOINT"}, FlagWord{0x0020, "NOTRAILERS"},
+    FlagWord{0x0040, "RUNNING"},  FlagWord{0x0080, "NOARP"},       FlagWord{0x0100, "PROMISC"},
+    FlagWord{0x0200, "ALLMULTI"}, FlagWord{0x1000, "MULTICAST"},   FlagWord{0x0400, "MASTER"},
+    FlagWord{0x0800, "SLAVE"},    FlagWord{0x2000, "PORTSEL"},     FlagWord{0x4000, "AUTOMEDIA"}};
+
+constexpr std::array kCounters{
+    CounterField<Row>{&Row::pktsRcvd, "packets_received"},
+    CounterField<Row>{&Row::pktsXmitd, "packets_transmitted"},
+    CounterField<Row>{&Row::totalPkts, "total_packets"},
+    CounterField<Row>{&Row::totalPktErrors, "total_packet_errors"},
+    CounterField<Row>{&Row::totalXmitReceiveErrors, "total_trans_receive_errors"},
+    CounterField<Row>{&Row::pktReceiveErrors, "packet_receive_errors"},
+    CounterField<Row>{&Row::pktXmitErrors, "packet_transmit_errors"},
+    CounterField<Row>{&Row::pktCollisions, "packet_collisions"}};
+constexpr std::array kRates{RateField<Row>{&Row::pktsRcvdPerSec, &Row::pktsRcvd},
+                            RateField<Row>{&Row::pktsXmitdPerSec, &Row::pktsXmitd}};
+
+const IntervalFamily<Row> kFamily{kCounters,
+                                  {},
+                                  kRates,
+                                  [](const Row& a, const Row& b) {
+                                    return a.interface == b.interface && a.ipAddress == b.ipAddress;
+                                  },
+                                  "RecordBuilder::BuildRates_NIND"};
+
+struct NINDState : FamilyState {
+  RawRows<Row> rawRows;
+};
+
+/// The name of the interface's network; empty if it has none.
+std::string NetworkName(const Interface& source, HostNameRequestManager* hostNames) {
+  if (source.address == 0 || source.netmask == 0) {
+    return {};
+  }
+  HostAddress network(hostNames, DottedText(source.address & source.netmask));
+  network.ResolveName();
+  return network.Name();
+}
+
+void PutAddresses(Row& row, const Interface& source, HostNameRequestManager* hostNames) {
+  const std::string address = DottedText(source.address);
+  row.ipAddress = address;
+  if (address != kLoopback) {
+    row.broadcastAddress = DottedText(source.broadcast);
+  }
+  row.networkMask = DottedText(source.netmask);
+  row.networkName = NetworkName(source, hostNames);
+}
+
+void PutFlags(Row& row, std::uint32_t flags) {
+  std::array<char, sizeof(Row::flags)> words{};
+  for (const FlagWord& flag : kFlagWords) {
+    if ((flags & flag.bit) != 0) {
+      AppendWord(words, flag.word);
+    }
+  }
+  row.flags = words.data();
+}
+
+/// A row with the interface's cumulative figures.
+Row RawRow(const Interface& source, HostNameRequestManager* hostNames, std::int32_t now) {
+  Row row = NewRow<Row>(now);
+  row.interface = source.GetName();
+  row.type = source.type.data();
+  PutAddresses(row, source, hostNames);
+  PutFlags(row, source.ifFlags);
+  row.pktsRcvd = source.rxPackets;
+  row.pktsXmitd = source.txPackets;
+  row.totalPkts = source.rxPackets + source.txPackets;
+  row.pktReceiveErrors = source.rxErrors;
+  row.pktXmitErrors = source.txErrors;
+  row.pktCollisions = source.collisions;
+  row.maxTransmissionUnit = static_cast<std::uint32_t>(source.mtu);
+  row.totalPktErrors = source.collisions + source.rxErrors + source.txErrors;
+  row.totalXmitReceiveErrors = source.txErrors + source.rxErrors;
+  return row;
+}
+
+}  // namespace
+
+UtlError* RecordBuilder::Build_NIND(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  TraceEntry("RecordBuilder::Build_NIND", AddressOf(pEvent), AddressOf(pRequest));
+  const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
+  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
+  IntervalBuild<Row> build(kFamily, StateOf<NINDState>().rawRows, *pEvent, first,
+                           GetUpTimeSeconds());
+  UtlErrorPtr error;
+  for (const Interface& source : *m_pCollector->GetInterface()) {
+    error = build.Add(RawRow(source, m_pHostNames, now), [](Row&, const Row*) {});
+    if (error) {
+      break;
+    }
+  }
+  TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, build.RowCount());
+  TraceExit("RecordBuilder::Build_NIND", error ? 1 : 0);
+  return error.release();
+}
