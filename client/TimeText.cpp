@@ -45,11 +45,32 @@ std::optional<std::int64_t> ParseLength(std::string_view text) {
                                                                   : std::nullopt;
 }
 
-std::optional<std::int64_t> ParseDate(std::string text) {
-  const bool isUniversal = text.ends_with('Z');
-  if (isUniversal) {
+/// Takes "Z" or an offset off the end: seconds east of universal time; nothing if there is none.
+std::optional<std::int64_t> TakeZone(std::string& text) {
+  if (text.ends_with('Z')) {
     text.pop_back();
+    return 0;
   }
+  constexpr std::size_t kOffsetSize = 6;
+  // A date alone ends in something similar.
+  if (text.size() < kOffsetSize || text.find(':') == text.rfind(':')) {
+    return std::nullopt;
+  }
+  const std::string offset = text.substr(text.size() - kOffsetSize);
+  std::tm parts{};
+  const char* end = ::strptime(offset.c_str() + 1, "%H:%M", &parts);
+  if ((offset[0] != '+' && offset[0] != '-') || end == nullptr || *end != '\0') {
+    return std::nullopt;
+  }
+  text.resize(text.size() - kOffsetSize);
+  const std::int64_t seconds = parts.tm_hour * 3600 + parts.tm_min * 60;
+  return offset[0] == '+' ? seconds : -seconds;
+}
+
+}  // namespace
+
+std::optional<std::int64_t> ParseDate(std::string text) {
+  const std::optional<std::int64_t> zone = TakeZone(text);
   for (const char* format :
        {"%Y-%m-%d", "%Y-%m-%dT%H:%M", "%Y-%m-%d %H:%M", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S"}) {
     std::tm parts{};
@@ -58,15 +79,14 @@ std::optional<std::int64_t> ParseDate(std::string text) {
       continue;
     }
     parts.tm_isdst = -1;
-    std::tm given = parts;
-    const std::time_t time = isUniversal ? ::timegm(&parts) : std::mktime(&parts);
+    const std::tm given = parts;
+    const std::time_t time = zone ? ::timegm(&parts) : std::mktime(&parts);
     // A day that the month does not have would be taken for one of the next.
-    return parts.tm_mday == given.tm_mday ? std::optional<std::int64_t>(time) : std::nullopt;
+    return parts.tm_mday == given.tm_mday ? std::optional<std::int64_t>(time - zone.value_or(0))
+                                          : std::nullopt;
   }
   return std::nullopt;
 }
-
-}  // namespace
 
 std::int64_t ParseTime(const std::string& text, std::int64_t now) {
   if (text.starts_with('@')) {

@@ -1,7 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+
+/// Seconds since the epoch for a date with or without a time of day, as below; a time may end in
+/// "Z" or in an offset such as "+01:30". Nothing if it is none.
+[[nodiscard]] std::optional<std::int64_t> ParseDate(std::string text);
 
 /// Seconds since the epoch for a time as an operator writes it: a length before `now` ("90s",
 /// "30m", "6h", "2d"), a local date with or without a time ("2026-11-25", "2026-11-25 07:30",

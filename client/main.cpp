@@ -13,6 +13,7 @@
 #include "client/History.h"
 #include "client/ReportText.h"
 #include "client/Top.h"
+#include "client/UserData.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ struct CommandLine {
   CheckOptions check;
   ExplainOptions explain;
   HistoryOptions history;
+  UserDataOptions userData;
   std::uint64_t condition = 0;
   ConditionChange change;
   bool json = false;
@@ -255,6 +257,38 @@ void AddApp(CLI::App& parent, CommandLine& line) {
   AddAppSet(*app, line);
 }
 
+void AddUserData(CLI::App& app, CommandLine& line) {
+  CLI::App* data = app.add_subcommand("userdata", "Feed figures of your own to the agent");
+  data->require_subcommand(1);
+  UserDataOptions& options = line.userData;
+  const auto add = [&](const char* name, const char* help, bool hasFile,
+                       const std::function<int()>& run) {
+    CLI::App* command = data->add_subcommand(name, help);
+    command->add_option("KIND", options.kind, "UPI, UPIB, UPD or UPDB")->required();
+    if (hasFile) {
+      command->add_option("FILE", options.file, "Rows as CSV or JSON; - is the standard input")
+          ->required();
+      command->add_option("--limit", options.limit, "Rows that the agent takes, 1440 if not given")
+          ->option_text("N");
+    }
+    command
+        ->add_option("--wait", options.waitSeconds, "Seconds to wait for others, 10 if not given")
+        ->option_text("S")
+        ->check(CLI::Range(0, 3600).description(""));
+    command->callback([&line, run] { line.run = run; });
+    return command;
+  };
+  add("import", "Replace the records by rows", true, [&] { return RunUserImport(options); });
+  add("append", "Add rows behind the records", true, [&] { return RunUserAppend(options); });
+  add("check", "Look for faults in rows", true, [&] { return RunUserCheck(options); });
+  add("clear", "Remove all records", false, [&] { return RunUserClear(options); });
+  CLI::App* show = add("show", "Show the records", false, [&line] {
+    line.userData.format = ChosenFormat(line);
+    return RunUserShow(line.common, line.userData);
+  });
+  AddFormats(show, line);
+}
+
 void AddCommonOptions(CLI::App& app, CommandLine& line) {
   line.common.socket = DefaultSocket();
   app.set_version_flag("--version", "qmtctl " QMT_VERSION);
@@ -303,6 +337,7 @@ int main(int argc, char** argv) {
   AddApp(app, line);
   AddWorkgroup(app, line);
   AddCheck(app, line);
+  AddUserData(app, line);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

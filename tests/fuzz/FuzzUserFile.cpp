@@ -1,0 +1,39 @@
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "client/UserRows.h"
+#include "collect/UserFile.h"
+#include "support/HostPaths.h"
+#include "tests/support/TempFolder.h"
+
+// The first byte chooses between the agent's file and an operator's rows.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const TempFolder folder;
+  static const std::string root = folder.Path();
+  SetProductRoot(root);
+  if (size == 0) {
+    return 0;
+  }
+  const UserFileKind& kind = UserFileKinds()[data[0] % 4U];
+  const std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
+  if (data[0] >= 128) {
+    std::vector<UserFault> faults;
+    static_cast<void>(MakeUserRecords(kind, ReadUserTable(text, faults), 0));
+    return 0;
+  }
+  std::filesystem::create_directories(root + kUserDataDirectory);
+  const auto header = MakeUserFileHeader();
+  std::ofstream file(root + kUserDataDirectory + "/" + kind.fileName, std::ios::binary);
+  if (data[0] % 8U < 4) {
+    file.write(header.data(), header.size());
+  }
+  file << text;
+  file.close();
+  std::vector<char> records;
+  static_cast<void>(UserFile(kind).Load(records));
+  return 0;
+}
