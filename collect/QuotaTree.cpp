@@ -29,7 +29,9 @@ ssize_t ReadFully(int fd, char* buf, std::size_t size) {
   return static_cast<ssize_t>(done);
 }
 
-std::int64_t OffsetOf(std::uint32_t block) { return std::int64_t{block} * kQuotaBlock; }
+std::int64_t OffsetOf(std::uint32_t block) {
+  return std::int64_t{block} * static_cast<std::int64_t>(kQuotaBlock);
+}
 
 std::uint32_t NumberAt(const QuotaBlock& block, std::size_t offset) {
   std::uint32_t number = 0;

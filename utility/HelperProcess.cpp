@@ -64,11 +64,13 @@ bool HelperProcess::IsPaused() {
 }
 
 int HelperProcess::Spawn(std::string& error) {
-  if (m_childPid > 0) {
-    static_cast<void>(IsRunning());
-  }
+  std::erase_if(m_formerPids, [](pid_t pid) { return ::waitpid(pid, nullptr, WNOHANG) != 0; });
   if (IsPaused()) {
     return 0;
+  }
+  if (IsRunning()) {
+    // It has lost its pipes and will end once it notices.
+    m_formerPids.push_back(m_childPid);
   }
   m_started = Clock::now();
   std::array<int, 2> report{};

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 /// The host name helper as a child process. One that ends soon after its start, again and again,
 /// is started anew only after a pause that grows from 1 to 60 seconds.
@@ -33,6 +34,7 @@ class HelperProcess {
   const std::string m_path;
   const std::string m_argument;
   pid_t m_childPid = -1;
+  std::vector<pid_t> m_formerPids;  ///< still to be reaped
   Clock::time_point m_started;
   std::chrono::seconds m_pause{0};
 };
