@@ -26,6 +26,10 @@ class UserRecord : public x_user_record<kind> {
   [[nodiscard]] static const char* name() { return UserFileKinds()[kind].name; }
 };
 
+using x_upi = x_user_record<kUPI>;
+using x_upib = x_user_record<kUPIB>;
+using x_upd = x_user_record<kUPD>;
+using x_updb = x_user_record<kUPDB>;
 using UPI = UserRecord<kUPI>;
 using UPIB = UserRecord<kUPIB>;
 using UPD = UserRecord<kUPD>;

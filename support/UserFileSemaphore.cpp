@@ -143,8 +143,15 @@ int UserFileSemaphore::close() {
     return -1;
   }
   const int counter = Value(id, kCounter);
-  if (counter == kUnusedCount) {
-    return ::semctl(id, 0, IPC_RMID) == 0 ? 0 : -1;
+  if (counter == kUnusedCount && ::semctl(id, 0, IPC_RMID) == 0) {
+    return 0;
   }
-  return Apply(id, std::array{Operation(kLock, -1, SEM_UNDO)}) != 0 || counter < 0 ? -1 : 0;
+  // Only its owner may remove a set; one that stays must not stay locked.
+  const bool isRefused = counter == kUnusedCount || counter < 0;
+  const int code = errno;
+  const int result = Apply(id, std::array{Operation(kLock, -1, SEM_UNDO)});
+  if (isRefused) {
+    errno = code;
+  }
+  return isRefused ? -1 : result;
 }

@@ -1,5 +1,6 @@
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -8,14 +9,13 @@
 #include "client/UserRows.h"
 #include "collect/UserFile.h"
 #include "support/HostPaths.h"
-#include "tests/support/TempFolder.h"
 
 // The first byte chooses between the agent's file and an operator's rows.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const TempFolder folder;
-  static const std::string root = folder.Path();
+  static std::string root = (std::filesystem::temp_directory_path() / "qmtfuzz.XXXXXX").string();
+  static const bool isMade = ::mkdtemp(root.data()) != nullptr;
   SetProductRoot(root);
-  if (size == 0) {
+  if (size == 0 || !isMade) {
     return 0;
   }
   const UserFileKind& kind = UserFileKinds()[data[0] % 4U];

@@ -93,6 +93,25 @@ TEST_F(UserFileSemaphoreTest, AKilledHolderAndARemovedSetBlockNobody) {
   EXPECT_FALSE(IsSetThere());
 }
 
+TEST_F(UserFileSemaphoreTest, ASetOfAnotherUserStaysUnlocked) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root can become another user";
+  }
+  const int id = ::semget(m_key, 3, IPC_CREAT | 0666);
+  ASSERT_GE(id, 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    UserFileSemaphore semaphore(m_key, 1);
+    const bool isOther = ::setuid(65534) == 0 && semaphore.create() == id;
+    const bool isKept = semaphore.close() == -1 && errno == EPERM;
+    ::_exit(isOther && isKept && semaphore.create() == id ? 0 : 1);
+  }
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(::semctl(id, 0, IPC_RMID), 0);
+}
+
 TEST(UserFileFormatTest, FieldsStandWhereWritersPutThem) {
   const struct {
     const char* kind;
