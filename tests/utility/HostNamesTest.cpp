@@ -1,9 +1,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -42,6 +44,11 @@ class HostNamesTest : public testing::Test {
     g_second = 0;
   }
   ~HostNamesTest() override {
+    pid_t helper = 0;
+    if (std::ifstream(m_root.Path() / "pid") >> helper) {
+      ::kill(helper, SIGKILL);
+      ::waitpid(helper, nullptr, 0);
+    }
     ::close(m_questions);
     ::close(m_answers);
     Os() = m_calls;
@@ -104,7 +111,7 @@ class HostNamesTest : public testing::Test {
 };
 
 TEST_F(HostNamesTest, AnAnswerIsWaitedForTwoSecondsAndKeptIfItComesLater) {
-  Connect("exec sleep 60");
+  Connect("echo $$ >$(dirname $0)/pid; exec sleep 60");
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(Ask("10.0.0.1", 2), 0);
   const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - begin;
