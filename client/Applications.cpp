@@ -172,6 +172,11 @@ int RunAppDelete(const CommonOptions& common, const std::string& name) {
   // deletes nothing, whatever the application's name.
   const bool isPlain = std::count(item.choices.begin(), item.choices.end(), name) == 1;
   const std::string place = std::to_string(found - applications.begin() + 1);
+  if (!isPlain && std::count(item.choices.begin(), item.choices.end(), place) != 0) {
+    Complain("refused: \"" + name + "\" and the application \"" + place +
+             "\" can't be told apart; delete that one first");
+    return kExitRefused;
+  }
   return ReportDone(ChangeItem(connection, item.id, isPlain ? name : place,
                                "\"" + name + "\" could not be deleted"));
 }

@@ -108,10 +108,9 @@ std::string JoinLists(const char* first, const char* second) {
   return text;
 }
 
-/// Signed, so that a sum that fell below zero shows as negative and not as centuries.
-tagUTIME CpuTime(std::uint32_t hundredths) {
-  const auto value = static_cast<std::int32_t>(hundredths);
-  return {value / 100, value % 100 * 10000};
+tagUTIME CpuTime(std::int64_t hundredths) {
+  return {static_cast<std::int32_t>(hundredths / 100),
+          static_cast<std::int32_t>(hundredths % 100 * 10000)};
 }
 
 /// A row with the workgroup's figures, cumulative but for the levels.

@@ -71,9 +71,8 @@ std::uint32_t Kbytes(std::uint32_t bytes) {
   return static_cast<std::uint32_t>(std::llround(bytes / 1024.0));
 }
 
-/// Keeps the low 32 bits; a process number in new hands may have used less than before.
-std::uint32_t Hundredths(const tagUTIME& time) {
-  return static_cast<std::uint32_t>(std::int64_t{time.seconds} * 100 + time.microseconds / 10000);
+std::int64_t Hundredths(const tagUTIME& time) {
+  return std::int64_t{time.seconds} * 100 + time.microseconds / 10000;
 }
 
 WorkgroupDelta DeltaOf(const Process& process, const Process* old) {

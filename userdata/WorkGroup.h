@@ -13,7 +13,8 @@
 #include "support/RegExp.h"
 
 /// Figures of processes. As a delta: one process since the last pass; as totals: the sums of a
-/// workgroup. Sums wrap at 32 bits.
+/// workgroup. Counters wrap at 32 bits. CPU sums don't: as hundredths those are 497 days, soon used
+/// up by many processors. A process number in new hands can bring them below zero.
 struct WorkgroupTotals {
   std::uint32_t contextSwitches = 0;
   std::uint32_t ioKbytes = 0;
@@ -24,8 +25,8 @@ struct WorkgroupTotals {
   std::uint32_t realMemKbytes = 0;
   std::uint32_t virtualMemKbytes = 0;
   std::uint32_t swaps = 0;
-  std::uint32_t systemCpu = 0;  ///< hundredths of a second
-  std::uint32_t userCpu = 0;    ///< hundredths of a second
+  std::int64_t systemCpu = 0;   ///< hundredths of a second
+  std::int64_t userCpu = 0;     ///< hundredths of a second
   std::uint32_t startTime = 0;  ///< seconds since the epoch
   std::uint32_t elapsed = 0;    ///< seconds
 };

@@ -40,7 +40,8 @@ Json Application(const std::string& name, int place) {
 }
 
 Json Tree() {
-  const std::vector<std::string> names{"None", "ADD AN APPLICATION MONITORING SETTING", "web"};
+  const std::vector<std::string> names{
+      "None", "ADD AN APPLICATION MONITORING SETTING", "web", "twice", "4", "twice"};
   Json folders = Json::array();
   Json remove = Item("choice", 22, "DELETE AN APPLICATION MONITORING SETTING", "None");
   remove["choices"].push_back("None");
@@ -114,6 +115,8 @@ TEST_F(Applications, ChangesReachTheItemsOfTheirLabels) {
       // The first choice means that nothing is deleted.
       {{"delete", "None"}, kExitDone, "22=1 "},
       {{"delete", "WEB"}, kExitRefused, ""},
+      // By its place it would be the application "4".
+      {{"delete", "twice"}, kExitRefused, ""},
       {{"set", "web", "2", "--kind", "command-line", "--name", "a*", "--range", "1-3"},
        kExitDone,
        "1134=a* 1135=1-3 1133=Command Line "},

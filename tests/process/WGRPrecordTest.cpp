@@ -103,7 +103,10 @@ TEST_F(WGRPrecordTest, ThreePassesByteForByte) {
 TEST_F(WGRPrecordTest, LooksWithoutRatesCompareWithTheLastAnswer) {
   Asker look("WGRP", '4', {.realtime = 1, .calcRates = 0});
   AddProcess(Server(10, 1, 500, 300));
-  recordPI_WGRP row = Build(look, 10, 5, 30)["web"];
+  AddShell(20, 4'320'000'000);
+  Rows rows = Build(look, 10, 5, 30);
+  EXPECT_EQ(rows["Other"].userCpu, (tagUTIME{43'200'000, 0})) << "500 days, beyond 32 bits";
+  recordPI_WGRP row = rows["web"];
   EXPECT_EQ(row.cpuPercent + row.avgIoKbytes, 0.0F);
   s_now += 4;
   AddProcess(Server(10, 1, 600, 400));
