@@ -9,11 +9,17 @@
 #include "collect/DeviceSourceLINUX.h"
 #include "collect/FileStatSource.h"
 #include "collect/FileSystemSource.h"
+#include "collect/IPCSource.h"
 #include "collect/InterfaceSourceLINUX.h"
 #include "collect/MessagesSource.h"
+#include "collect/MsgSource.h"
+#include "collect/NFSSource.h"
 #include "collect/ProcessSourceLINUX.h"
 #include "collect/ProtocolSourceLINUX.h"
 #include "collect/QuotaSource.h"
+#include "collect/SHMSource.h"
+#include "collect/SemSource.h"
+#include "collect/StorageSource.h"
 #include "collect/SystemSourceLINUX.h"
 #include "collect/UserSource.h"
 
@@ -38,9 +44,6 @@ UtlError* ReadOne(Collector& collector, CategoryStep& step) {
   return step.Finish(error, error == nullptr ? 1 : 0);
 }
 
-/// A category that reads nothing when it is asked for.
-constexpr UtlError* (*kNoSource)(Collector&, CategoryStep&) = nullptr;
-
 constexpr std::array kCategories{
     Category{COLLECT_CPU, "CPU", "cpu", ReadAll<CPUSourceUser, &Collector::GetCPU>},
     Category{COLLECT_PROCESS, "Process", "process",
@@ -51,21 +54,27 @@ constexpr std::array kCategories{
              ReadAll<MessagesSourceUser, &Collector::GetMessages>},
     Category{COLLECT_DEVICE, "Device", "device",
              ReadAll<DeviceIOSourceUser, &Collector::GetDevice>},
-    Category{COLLECT_SEMAPHORE, "Semaphore", "semaphore", kNoSource},
-    Category{COLLECT_SHARED_MEMORY, "Shared Memory", "shared_memory", kNoSource},
-    Category{COLLECT_IPC, "IPC", "ipc", kNoSource},
-    Category{COLLECT_MESSAGE_QUEUES, "Message Queues", "message_queues", kNoSource},
+    Category{COLLECT_SEMAPHORE, "Semaphore", "semaphore",
+             ReadAll<SemSourceUser, &Collector::GetSem>},
+    Category{COLLECT_SHARED_MEMORY, "Shared Memory", "shared_memory",
+             ReadAll<SHMSourceUser, &Collector::GetSHM>},
+    Category{COLLECT_IPC, "IPC", "ipc", ReadOne<IPCSourceUser, &Collector::GetIPC>},
+    Category{COLLECT_MESSAGE_QUEUES, "Message Queues", "message_queues",
+             ReadAll<MsgSourceUser, &Collector::GetMsg>},
     Category{COLLECT_SYSTEM, "System", "system", ReadOne<SystemSourceUser, &Collector::GetSystem>},
     Category{COLLECT_FILE_SYSTEM, "File System", "file_system",
              ReadAll<FileSystemSourceUser, &Collector::GetFileSystem>},
     Category{COLLECT_INTERFACE, "Interface", "interface",
              ReadAll<InterfaceSourceUser, &Collector::GetInterface>},
     Category{COLLECT_QUOTA, "Quota", "quota", ReadAll<QuotaSourceUser, &Collector::GetQuota>},
-    Category{COLLECT_STORAGE, "Storage", "storage", kNoSource},
+    Category{COLLECT_STORAGE, "Storage", "storage",
+             ReadAll<StorageSourceUser, &Collector::GetStorage>},
     Category{COLLECT_FILE_STAT, nullptr, "file_stat",
              ReadAll<FileStatSourceUser, &Collector::GetFileStat>},
-    Category{COLLECT_NFS_SERVER, "NFS Server", "nfs_server", kNoSource},
-    Category{COLLECT_NFS_CLIENT, "NFS Client", "nfs_client", kNoSource},
+    Category{COLLECT_NFS_SERVER, "NFS Server", "nfs_server",
+             ReadOne<NFSServerTotalSourceUser, &Collector::GetNFSServerTotal>},
+    Category{COLLECT_NFS_CLIENT, "NFS Client", "nfs_client",
+             ReadOne<NFSClientTotalSourceUser, &Collector::GetNFSClientTotal>},
     Category{COLLECT_UPI, "UPI", "upi", ReadAll<UPISourceUser, &Collector::GetUPI>},
     Category{COLLECT_UPIB, "UPIB", "upib", ReadAll<UPIBSourceUser, &Collector::GetUPIB>},
     Category{COLLECT_UPD, "UPD", "upd", ReadAll<UPDSourceUser, &Collector::GetUPD>},

@@ -11,11 +11,17 @@
 #include "collect/FileStatArgs.h"
 #include "collect/FileStatSource.h"
 #include "collect/FileSystemSource.h"
+#include "collect/IPCSource.h"
 #include "collect/InterfaceSourceLINUX.h"
 #include "collect/MessagesSource.h"
+#include "collect/MsgSource.h"
+#include "collect/NFSSource.h"
 #include "collect/ProcessSourceLINUX.h"
 #include "collect/ProtocolSourceLINUX.h"
 #include "collect/QuotaSource.h"
+#include "collect/SHMSource.h"
+#include "collect/SemSource.h"
+#include "collect/StorageSource.h"
 #include "collect/SystemSourceLINUX.h"
 #include "collect/UserSource.h"
 #include "node/FigureRegistry.h"
@@ -46,9 +52,6 @@ void PublishFigures(const FigureTable& table) {
        FigureKind::kGauge, [] { return static_cast<double>(ProcessSourceUser::Skipped()); }});
   for (std::size_t index = 0; index < Categories().size(); ++index) {
     const Category& category = Categories()[index];
-    if (category.run == nullptr) {
-      continue;
-    }
     const std::string stem = std::string("collect_") + category.figure;
     const std::string subject = std::string(" of the category ") + category.figure + ".";
     FigureRegistry& registry = FigureRegistry::Instance();
@@ -110,7 +113,14 @@ Collector::Collector()
       m_pMessages(std::make_unique<std::vector<Messages>>()),
       m_pFileSystem(std::make_unique<std::vector<FileSystem>>()),
       m_pQuota(std::make_unique<std::vector<Quota>>()),
+      m_pStorage(std::make_unique<std::vector<Storage>>()),
       m_pFileStat(std::make_unique<std::vector<FileStat>>()),
+      m_pSem(std::make_unique<std::vector<Sem>>()),
+      m_pSHM(std::make_unique<std::vector<SHM>>()),
+      m_pIPC(std::make_unique<IPC>()),
+      m_pMsg(std::make_unique<std::vector<Msg>>()),
+      m_pNFSServerTotal(std::make_unique<NFSServerTotal>()),
+      m_pNFSClientTotal(std::make_unique<NFSClientTotal>()),
       m_pUPI(std::make_unique<UserRecords<kUPI>>()),
       m_pUPIB(std::make_unique<UserRecords<kUPIB>>()),
       m_pUPD(std::make_unique<UserRecords<kUPD>>()),
@@ -137,7 +147,7 @@ UtlError* Collector::collect(std::uint32_t flags, std::span<const char* const> f
     if (category.flag == COLLECT_FILE_STAT) {
       FileStatArgs::Set(fileStatPaths);
     }
-    if (category.run != nullptr && IsAsked(category, flags)) {
+    if (IsAsked(category, flags)) {
       error = RunCategory(*this, category, flags, (*m_figures)[index]);
     }
   }

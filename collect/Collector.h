@@ -11,11 +11,18 @@ class CPU;
 class DeviceIO;
 class FileStat;
 class FileSystem;
+class IPC;
 class Interface;
 class Messages;
+class Msg;
+class NFSClientTotal;
+class NFSServerTotal;
 class Process;
 class Protocol;
 class Quota;
+class SHM;
+class Sem;
+class Storage;
 class System;
 template <std::size_t kind>
 class UserRecord;
@@ -59,7 +66,14 @@ class Collector {
   [[nodiscard]] std::vector<Messages>* GetMessages() const { return m_pMessages.get(); }
   [[nodiscard]] std::vector<FileSystem>* GetFileSystem() const { return m_pFileSystem.get(); }
   [[nodiscard]] std::vector<Quota>* GetQuota() const { return m_pQuota.get(); }
+  [[nodiscard]] std::vector<Storage>* GetStorage() const { return m_pStorage.get(); }
   [[nodiscard]] std::vector<FileStat>* GetFileStat() const { return m_pFileStat.get(); }
+  [[nodiscard]] std::vector<Sem>* GetSem() const { return m_pSem.get(); }
+  [[nodiscard]] std::vector<SHM>* GetSHM() const { return m_pSHM.get(); }
+  [[nodiscard]] IPC* GetIPC() const { return m_pIPC.get(); }
+  [[nodiscard]] std::vector<Msg>* GetMsg() const { return m_pMsg.get(); }
+  [[nodiscard]] NFSServerTotal* GetNFSServerTotal() const { return m_pNFSServerTotal.get(); }
+  [[nodiscard]] NFSClientTotal* GetNFSClientTotal() const { return m_pNFSClientTotal.get(); }
 
   /// A word that the agent hands in at start; nothing in collection reads it.
   void SetOpaque(void* opaque) { m_opaque = opaque; }
@@ -76,7 +90,14 @@ class Collector {
   std::unique_ptr<std::vector<Messages>> m_pMessages;
   std::unique_ptr<std::vector<FileSystem>> m_pFileSystem;
   std::unique_ptr<std::vector<Quota>> m_pQuota;
+  std::unique_ptr<std::vector<Storage>> m_pStorage;
   std::unique_ptr<std::vector<FileStat>> m_pFileStat;
+  std::unique_ptr<std::vector<Sem>> m_pSem;
+  std::unique_ptr<std::vector<SHM>> m_pSHM;
+  std::unique_ptr<IPC> m_pIPC;
+  std::unique_ptr<std::vector<Msg>> m_pMsg;
+  std::unique_ptr<NFSServerTotal> m_pNFSServerTotal;
+  std::unique_ptr<NFSClientTotal> m_pNFSClientTotal;
   std::unique_ptr<UserRecords<0>> m_pUPI;
   std::unique_ptr<UserRecords<1>> m_pUPIB;
   std::unique_ptr<UserRecords<2>> m_pUPD;

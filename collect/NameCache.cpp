@@ -39,14 +39,23 @@ const char* Find(Names& names, Entry** out, int id, Ask ask, NameOf nameOf) {
   return name;
 }
 
+const char* FindUser(passwd** entry, int uid) {
+  return Find(
+      UserNames(), entry, uid, [uid] { return Os().getpwuid(static_cast<uid_t>(uid)); },
+      [](const passwd& found) { return found.pw_name; });
+}
+
+const char* FindGroup(group** entry, int gid) {
+  return Find(
+      GroupNames(), entry, gid, [gid] { return Os().getgrgid(static_cast<gid_t>(gid)); },
+      [](const group& found) { return found.gr_name; });
+}
+
 }  // namespace
 
 const char* UserName(passwd** entry, int uid) {
   static std::array<char, 32> unknown;
-  const char* name = Find(
-      UserNames(), entry, uid, [uid] { return Os().getpwuid(static_cast<uid_t>(uid)); },
-      [](const passwd& found) { return found.pw_name; });
-  if (name != nullptr) {
+  if (const char* name = FindUser(entry, uid); name != nullptr) {
     return name;
   }
   std::snprintf(unknown.data(), unknown.size(), "N/A uid = %i", uid);
@@ -55,15 +64,15 @@ const char* UserName(passwd** entry, int uid) {
 
 const char* GroupName(group** entry, int gid) {
   static std::array<char, 32> unknown;
-  const char* name = Find(
-      GroupNames(), entry, gid, [gid] { return Os().getgrgid(static_cast<gid_t>(gid)); },
-      [](const group& found) { return found.gr_name; });
-  if (name != nullptr) {
+  if (const char* name = FindGroup(entry, gid); name != nullptr) {
     return name;
   }
   std::snprintf(unknown.data(), unknown.size(), "N/A gid = %i", gid);
   return unknown.data();
 }
+
+const char* KnownUserName(int uid) { return FindUser(nullptr, uid); }
+const char* KnownGroupName(int gid) { return FindGroup(nullptr, gid); }
 
 void ClearUserNames() { UserNames().clear(); }
 void ClearGroupNames() { GroupNames().clear(); }

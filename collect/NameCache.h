@@ -14,6 +14,10 @@ inline constexpr int kNoIdentity = -999;
 /// The same of a group, with "N/A gid = 123".
 [[nodiscard]] const char* GroupName(group** entry, int gid);
 
+/// The same, with null for an identity that has no name.
+[[nodiscard]] const char* KnownUserName(int uid);
+[[nodiscard]] const char* KnownGroupName(int gid);
+
 /// Forget all names; texts handed out are no longer valid.
 void ClearUserNames();
 void ClearGroupNames();

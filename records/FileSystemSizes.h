@@ -10,6 +10,13 @@
 
 inline double Whole(std::uint64_t count) { return static_cast<double>(count); }
 
+inline constexpr double kMbyte = 1048576.0;
+
+/// The whole size of a file system.
+inline double TotalMbytes(const FileSystem& source) {
+  return Whole(source.blocks) / kMbyte * source.fragmentSize;
+}
+
 /// 100 * part / whole; `whole` is not 0.
 inline float PartPercent(std::uint64_t part, std::uint64_t whole) {
   return static_cast<float>(100 * Whole(part) / Whole(whole));
@@ -53,14 +60,13 @@ inline void TraceHugeSize(const FileSystem& source, double mbytes) {
 /// returned.
 template <class Record>
 [[nodiscard]] double FillSizes(Record& row, const FileSystem& source) {
-  constexpr double kMbyte = 1048576.0;
   const double mbytesEach = source.fragmentSize / kMbyte;
   // Without a block's size there is nothing to count in.
   const double unit =
       source.blockSize == 0 ? 0.0 : static_cast<double>(source.fragmentSize) / source.blockSize;
 
   row.blockSize = source.blockSize;
-  row.totalSizeMbytes = Whole(source.blocks) / kMbyte * source.fragmentSize;
+  row.totalSizeMbytes = TotalMbytes(source);
   TraceHugeSize(source, row.totalSizeMbytes);
   row.availableSpaceMbytes = Whole(source.blocksAvail) * mbytesEach;
   row.mbytesFree = Whole(source.blocksFree) * mbytesEach;

@@ -67,7 +67,8 @@ struct IntervalFamily {
   std::span<const RateField<Record>> rates;
   /// Whether two rows are of one instance; null for a record of a single row.
   bool (*sameInstance)(const Record&, const Record&) = nullptr;
-  /// The rate step's name in its error, as in "RecordBuilder::BuildRates_CPUP".
+  /// The rate step's name in its error, as in "RecordBuilder::BuildRates_CPUP"; null for a record
+  /// without rates, which an interval of 0 does not harm.
   const char* ratesOperation;
   RateFailure rateFailure = RateFailure::kEndsBuild;
   std::span<const FloatCounterField<Record>> floatCounters = {};
@@ -81,6 +82,9 @@ struct IntervalFamily {
   /// but not output. Null for never.
   bool (*movedBackwards)(const typename PublishedAs<Record>::Record& row,
                          const typename PublishedAs<Record>::Record& predecessor) = nullptr;
+  /// Ends the rate step with rates of a form of their own; the row still has the interval that they
+  /// are divided by, which is not 0. Null for none.
+  void (*moreRates)(Record& row, bool withRates) = nullptr;
 };
 
 /// Traces at level 20 that a counter went backwards.
@@ -203,8 +207,13 @@ class IntervalBuild {
   template <class Derive>
   [[nodiscard]] UtlErrorPtr Add(Record row, const Derive& derive) {
     row = InMode(row);
-    if (UtlErrorPtr error = BuildRates(m_family, row)) {
-      return Reject(std::move(error));
+    if (m_family.ratesOperation != nullptr) {
+      if (UtlErrorPtr error = BuildRates(m_family, row)) {
+        return Reject(std::move(error));
+      }
+    }
+    if (m_family.moreRates != nullptr) {
+      m_family.moreRates(row, m_withRates);
     }
     if (!m_withRates) {
       row.interval = static_cast<std::uint32_t>(row.recordTime);

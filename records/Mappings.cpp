@@ -6,9 +6,6 @@
 
 namespace {
 
-/// Marks a record whose builder is still to come: a request for it is refused like an unknown one.
-constexpr RecordBuilderFunction kRefused = nullptr;
-
 constexpr std::uint32_t kInterval = '4';
 constexpr std::uint32_t kDetail = '3';
 constexpr std::uint32_t kProcesses = COLLECT_PROCESS | COLLECT_ACCT;
@@ -32,7 +29,8 @@ constexpr RecordMapping kPDI{kDetail, "PDI", kProcesses, 0, &RecordBuilder::Buil
 constexpr RecordMapping kPDS{kDetail, "PDS", kProcesses, 1, &RecordBuilder::BuildPD_PDS};
 constexpr RecordMapping kPGM{kDetail, "PGM", kProcesses, 0, &RecordBuilder::BuildPD_PGM};
 constexpr RecordMapping kTERM{kDetail, "TERM", kProcesses, 0, &RecordBuilder::BuildPD_TERM};
-constexpr RecordMapping kUFSS{kDetail, "UFSS", COLLECT_STORAGE | COLLECT_FILE_SYSTEM, 0, kRefused};
+constexpr RecordMapping kUFSS{kDetail, "UFSS", COLLECT_STORAGE | COLLECT_FILE_SYSTEM, 0,
+                              &RecordBuilder::BuildPD_UFSS};
 constexpr RecordMapping kUSER{kDetail, "USER", kProcesses, 0, &RecordBuilder::BuildPD_USER};
 constexpr RecordMapping kUPD{kDetail, "UPD", COLLECT_UPD, 0, &RecordBuilder::Build_UPD};
 constexpr RecordMapping kUPDB{kDetail, "UPDB", COLLECT_UPDB, 0, &RecordBuilder::Build_UPDB};

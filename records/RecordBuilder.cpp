@@ -118,7 +118,7 @@ void RecordBuilder::AppendOptionalRows() {
 void RecordBuilder::PublishListing() const {
   std::vector<RecordListing> listing;
   for (const RecordMapping& row : m_pMappings) {
-    listing.push_back({row.name, static_cast<unsigned char>(row.category), row.builder != nullptr});
+    listing.push_back({row.name, static_cast<unsigned char>(row.category), true});
   }
   for (const RecordLayout* layout : LayoutRegistry::Instance().Layouts()) {
     const bool listed =
@@ -135,7 +135,7 @@ void RecordBuilder::PublishListing() const {
 UtlError* RecordBuilder::Add(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   const auto row =
       std::find_if(m_pMappings.begin(), m_pMappings.end(), [&](const RecordMapping& candidate) {
-        return candidate.category == pRequest->GetStructType() && candidate.builder != nullptr &&
+        return candidate.category == pRequest->GetStructType() &&
                std::strcmp(candidate.name, pRequest->GetRecordType()) == 0;
       });
   if (row == m_pMappings.end()) {

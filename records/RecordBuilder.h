@@ -82,6 +82,10 @@ class RecordBuilder {
   UtlError* Build_NINS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Behind no row of the table of records.
   UtlError* Build_TAPS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_NCO(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_NCD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_NSO(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_NSD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Once in the process's life an error if there are no applications.
   UtlError* BuildPD_APP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
@@ -92,9 +96,15 @@ class RecordBuilder {
   UtlError* BuildPD_PGM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_TERM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_USER(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  /// Only where the site's file of optional records names it.
+  UtlError* BuildPD_UFSS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Behind no row of the table of records.
   UtlError* BuildPL_MESS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_UFSQ(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_IPCS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_SEMD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_SHMD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_MSQD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Yields no record: the accounting figures travel with the processes.
   UtlError* BuildPD_ACCT(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
 

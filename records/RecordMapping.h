@@ -21,7 +21,7 @@ struct RecordMapping {
   const char* name;
   std::uint32_t collectionFlags;  ///< the categories of figures that the record needs
   std::uint32_t extraFlags;
-  RecordBuilderFunction builder;  ///< null: the record is refused
+  RecordBuilderFunction builder;
 };
 
 /// A record that a site may switch on by name.

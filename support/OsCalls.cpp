@@ -2,6 +2,7 @@
 
 #include <sys/ioctl.h>
 #include <sys/quota.h>
+#include <sys/sem.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,6 +17,9 @@ int RealSetrlimit(int resource, const struct ::rlimit* limit) {
 }
 int RealIoctl(int fd, unsigned long request, struct ::ifreq* argument) {
   return ::ioctl(fd, request, argument);
+}
+int RealSemctl(int id, int number, int command, void* answer) {
+  return ::semctl(id, number, command, answer);
 }
 int RealGettimeofday(struct ::timeval* now) { return ::gettimeofday(now, nullptr); }
 
@@ -38,6 +42,9 @@ OsCalls& Os() {
       .stat = ::stat,
       .statfs64 = ::statfs64,
       .quotactl = ::quotactl,
+      .semctl = RealSemctl,
+      .shmctl = ::shmctl,
+      .msgctl = ::msgctl,
       .setpwent = ::setpwent,
       .getpwent = ::getpwent,
       .endpwent = ::endpwent,

@@ -3,7 +3,9 @@
 #include <grp.h>
 #include <net/if.h>
 #include <pwd.h>
+#include <sys/msg.h>
 #include <sys/resource.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
@@ -13,7 +15,8 @@
 #include <ctime>
 
 /// The calls of the operating system that tests replace to inject a figure or a failure. Each has
-/// the signature and the error convention of the call of its name.
+/// the signature and the error convention of the call of its name; `semctl` takes what its last
+/// argument points to.
 struct OsCalls {
   int (*sysinfo)(struct ::sysinfo*);
   int (*uname)(struct ::utsname*);
@@ -30,6 +33,9 @@ struct OsCalls {
   int (*stat)(const char* path, struct ::stat*);
   int (*statfs64)(const char* path, struct ::statfs64*);
   int (*quotactl)(int command, const char* device, int id, char* address);
+  int (*semctl)(int id, int number, int command, void* answer);
+  int (*shmctl)(int id, int command, struct ::shmid_ds*);
+  int (*msgctl)(int id, int command, struct ::msqid_ds*);
   void (*setpwent)();
   struct ::passwd* (*getpwent)();
   void (*endpwent)();

@@ -12,6 +12,7 @@
 #include "collect/FileSystemSource.h"
 #include "collect/NameCache.h"
 #include "collect/QuotaSource.h"
+#include "collect/StorageSource.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "support/OsCalls.h"
@@ -22,6 +23,14 @@
 #include "tests/scripted/ScriptedNode.h"
 
 namespace {
+
+Storage Stored(const char* path, std::int32_t owner, double mbytes) {
+  Storage row;
+  row.path = path;
+  row.kind = owner;
+  row.freeMB = mbytes;
+  return row;
+}
 
 class FileSystemRecordsTest : public ::testing::Test {
  protected:
@@ -100,6 +109,12 @@ TEST_F(FileSystemRecordsTest, RowsAreTheOnesWorkedOutByHand) {
   const auto quotas = Build<recordPD_UFSQ>(&RecordBuilder::BuildPD_UFSQ);
   ASSERT_EQ(quotas.size(), 1U);
   ExpectGolden(&quotas[0], sizeof quotas[0], golden / "UFSQ.tsv");
+  *m_collector.GetStorage() = {Stored("/data", 7, 1024), Stored("/gone", -2, 3)};
+  const auto stored = Build<recordPD_UFSS>(&RecordBuilder::BuildPD_UFSS);
+  ASSERT_EQ(stored.size(), 2U);
+  ExpectGolden(&stored[0], sizeof stored[0], golden / "UFSS.tsv");
+  EXPECT_EQ(stored[1].fileSystemSizeMbytes, 0.0) << "no such mount";
+  EXPECT_EQ(stored[1].mbytesInUsePercent, 0.0F);
   EXPECT_EQ(ScriptedNode::Instance().LinesWith("Created 2 FSR record(s).").size(), 1U);
 
   for (const auto& [path, directory] : std::vector<std::pair<const char*, const char*>>{

@@ -26,8 +26,7 @@ variable `QMT_WRITE_MANUAL=1`.
 
 bool Names(std::span<const RecordMapping> table, const RecordLayout& layout) {
   return std::ranges::any_of(table, [&](const RecordMapping& row) {
-    return row.name == std::string(layout.name) && row.category == layout.category &&
-           row.builder != nullptr;
+    return row.name == std::string(layout.name) && row.category == layout.category;
   });
 }
 

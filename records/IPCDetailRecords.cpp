@@ -1,0 +1,148 @@
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "collect/MsgSource.h"
+#include "collect/NameCache.h"
+#include "collect/SHMSource.h"
+#include "collect/SemSource.h"
+#include "records/RecordBuilder.h"
+#include "records/RecordClasses.h"
+#include "records/RecordDump.h"
+#include "support/OsCalls.h"
+
+namespace {
+
+constexpr std::string_view kSemaphoreMode = "--ra-ra-ra-";
+constexpr std::string_view kReadWriteMode = "--rw-rw-rw-";
+
+const char* OrUnavailable(const char* name) { return name == nullptr ? "Unavailable" : name; }
+const char* UserText(std::uint32_t uid) {
+  return OrUnavailable(KnownUserName(static_cast<int>(uid)));
+}
+const char* GroupText(std::uint32_t gid) {
+  return OrUnavailable(KnownGroupName(static_cast<int>(gid)));
+}
+
+/// The template with a '-' for each of the nine permission bits that is not set.
+Text<12> ModeText(std::string_view all, std::uint32_t mode) {
+  std::string text(all);
+  std::size_t place = text.size();
+  for (std::uint32_t bit = 1; bit <= 0400; bit <<= 1U) {
+    --place;
+    if ((mode & bit) == 0) {
+      text[place] = '-';
+    }
+  }
+  Text<12> packed{};
+  packed = text;
+  return packed;
+}
+
+std::int32_t Seconds(const IPCTime& time) { return static_cast<std::int32_t>(time.seconds); }
+std::uint32_t Unsigned(std::int32_t figure) { return static_cast<std::uint32_t>(figure); }
+
+/// What rows of all three records have under one name.
+template <class Record, class Source>
+Record NewObjectRow(const Source& source, std::int32_t now) {
+  auto row = NewRow<Record>(now);
+  row.key = Unsigned(source.key);
+  row.creatorLoginId = source.cuid;
+  row.creatorGroupId = source.cgid;
+  row.ownerLoginId = source.uid;
+  row.ownerGroupId = source.gid;
+  return row;
+}
+
+template <class Record, class Source>
+void FillLoginNames(Record& row, const Source& source) {
+  row.creatorLoginName = UserText(source.cuid);
+  row.creatorGroupName = GroupText(source.cgid);
+  row.ownerLoginName = UserText(source.uid);
+  row.ownerGroupName = GroupText(source.gid);
+}
+
+recordPD_SEMD RowOf(const Sem& source, std::int32_t now) {
+  auto row = NewObjectRow<recordPD_SEMD>(source, now);
+  row.semnum = source.semNum;
+  row.id = Unsigned(source.semId);
+  row.creatorName = UserText(source.cuid);
+  row.creatorGroup = GroupText(source.cgid);
+  row.ownerName = UserText(source.uid);
+  row.ownerGroup = GroupText(source.gid);
+  row.mode = ModeText(kSemaphoreMode, source.mode);
+  row.changeTime = Seconds(source.changeTime);
+  row.lastOpTime = Seconds(source.opTime);
+  row.lastPid = Unsigned(source.pid);
+  row.currentValue = Unsigned(source.value);
+  row.processesWaitingOnSemaphore = Unsigned(source.nCount);
+  row.processesWaitingOnZero = Unsigned(source.zCount);
+  return row;
+}
+
+recordPD_SHMD RowOf(const SHM& source, std::int32_t now) {
+  auto row = NewObjectRow<recordPD_SHMD>(source, now);
+  FillLoginNames(row, source);
+  row.id = Unsigned(source.shmId);
+  row.mode = ModeText(kReadWriteMode, source.mode);
+  row.changedTime = Seconds(source.changeTime);
+  row.detachTime = Seconds(source.detachTime);
+  row.processesAttached = source.nAttach;
+  row.creatingPid = source.creatorPid;
+  row.lastUsedPid = source.lastPid;
+  row.segmentSize = static_cast<double>(source.segmentSize);
+  row.lastAttachedTime = Seconds(source.attachTime);
+  return row;
+}
+
+recordPD_MSQD RowOf(const Msg& source, std::int32_t now) {
+  auto row = NewObjectRow<recordPD_MSQD>(source, now);
+  FillLoginNames(row, source);
+  row.id = Unsigned(source.msqId);
+  row.mode = ModeText(kReadWriteMode, source.mode);
+  row.changeTime = Seconds(source.changeTime);
+  row.lastReceiveTime = Seconds(source.recvTime);
+  row.lastSendTime = Seconds(source.sendTime);
+  row.bytesOutstanding = source.cbytes;
+  row.messagesOutstanding = source.qnum;
+  row.maxOustandingBytes = source.qbytes;
+  row.lastSendingPid = source.lspid;
+  row.lastReceivingPid = source.lrpid;
+  return row;
+}
+
+/// One row per object of the source.
+template <class Record, class Source>
+void BuildRows(const std::vector<Source>& sources, CMBRecordRequestEvent& event) {
+  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
+  int count = 0;
+  for (const Source& source : sources) {
+    const Record row = RowOf(source, now);
+    DumpRecord(row, count++);
+    event.m_records.push_back(new typename RecordTraits<Record>::Class(&row));
+  }
+  RecordBuilder::TraceCreated(__FILE__, __LINE__, RecordTraits<Record>::kName, count);
+}
+
+}  // namespace
+
+UtlError* RecordBuilder::BuildPD_SEMD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  TraceEntry("RecordBuilder::BuildPD_SEMD", AddressOf(pEvent), AddressOf(pRequest));
+  BuildRows<recordPD_SEMD>(*m_pCollector->GetSem(), *pEvent);
+  TraceExit("RecordBuilder::BuildPD_SEMD", 0);
+  return nullptr;
+}
+
+UtlError* RecordBuilder::BuildPD_SHMD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  TraceEntry("RecordBuilder::BuildPD_SHMD", AddressOf(pEvent), AddressOf(pRequest));
+  BuildRows<recordPD_SHMD>(*m_pCollector->GetSHM(), *pEvent);
+  TraceExit("RecordBuilder::BuildPD_SHMD", 0);
+  return nullptr;
+}
+
+UtlError* RecordBuilder::BuildPD_MSQD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  TraceEntry("RecordBuilder::BuildPD_MSQD", AddressOf(pEvent), AddressOf(pRequest));
+  BuildRows<recordPD_MSQD>(*m_pCollector->GetMsg(), *pEvent);
+  TraceExit("RecordBuilder::BuildPD_MSQD", 0);
+  return nullptr;
+}

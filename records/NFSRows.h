@@ -1,0 +1,233 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "collect/NFSSource.h"
+#include "records/IntervalEngine.h"
+#include "records/UserObjects.h"
+#include "support/OsCalls.h"
+
+/// A field of an NFS record: a counter, or what is made of counters.
+template <class Record>
+struct NFSField {
+  constexpr NFSField(Ulong Record::*member, std::string_view name, FieldMeaning what)
+      : counter(member), label(name), meaning(what) {}
+  constexpr NFSField(Float Record::*member, std::string_view name, FieldMeaning what)
+      : share(member), label(name), meaning(what) {}
+
+  Ulong Record::*counter = nullptr;
+  Float Record::*share = nullptr;
+  std::string_view label;
+  FieldMeaning meaning;
+};
+
+/// The fields of a record behind its header, in layout order.
+template <class Record>
+struct NFSFields;
+
+#define HEADER()
+#define BEGIN(structure, className, name, kind, bytes) \
+  template <>                                          \
+  struct NFSFields<structure> {                        \
+    using Record = structure;                          \
+    static constexpr NFSField<Record> kFields[] = {
+#define FIELD(type, member, label, meaning) {&Record::member, label, FieldMeaning::meaning},
+// clang-format off
+#define END() }; };
+// clang-format on
+#include "records/layout/PI_NCD.def"
+#include "records/layout/PI_NCO.def"
+#include "records/layout/PI_NSD.def"
+#include "records/layout/PI_NSO.def"
+#undef HEADER
+#undef BEGIN
+#undef FIELD
+#undef END
+
+/// Subtracts all counters, wrapping at 32 bits.
+template <class Row>
+void SubtractCounters(Row& row, Row& /*raw*/, const Row& previous) {
+  for (const NFSField<Row>& field : NFSFields<Row>::kFields) {
+    if (field.meaning == FieldMeaning::counter) {
+      row.*field.counter = row.*field.counter - previous.*field.counter;
+    }
+  }
+}
+
+/// The rates of the remote calls; without rates whole calls a second.
+template <class Row>
+void BuildRpcRates(Row& row, bool withRates) {
+  const std::uint32_t calls = row.rpcCalls;
+  const std::uint32_t badCalls = row.rpcBadCalls;
+  const std::uint32_t seconds = row.interval;
+  if (!withRates) {
+    row.rpcCallsPerSec = static_cast<float>(calls / seconds);
+    row.rpcBadCallsPerSec = static_cast<float>(badCalls / seconds);
+  } else if (calls != 0) {
+    const auto divisor = static_cast<long double>(seconds);
+    row.rpcCallsPerSec = static_cast<float>(calls / divisor);
+    row.rpcBadCallsPerSec = static_cast<float>(badCalls / divisor);
+  }
+}
+
+/// Sets each percentage, which is that of the counter before it, of all operations or of all remote
+/// calls. They are taken of the row's own figures with rates, else of the differences to the
+/// predecessor; without one they are 0.
+template <class Row>
+void DeriveShares(Row& row, const Row* predecessor, bool withRates) {
+  if (!withRates && predecessor == nullptr) {
+    return;
+  }
+  const auto figure = [&](Ulong Row::*counter) -> std::uint32_t {
+    return row.*counter - (withRates ? 0U : static_cast<std::uint32_t>(predecessor->*counter));
+  };
+  const std::uint32_t operations = figure(&Row::totalOps);
+  const std::uint32_t calls = figure(&Row::rpcCalls);
+  Ulong Row::*counter = nullptr;
+  for (const NFSField<Row>& field : NFSFields<Row>::kFields) {
+    if (field.meaning == FieldMeaning::counter) {
+      counter = field.counter;
+    } else if (field.meaning != FieldMeaning::percent) {
+      continue;
+    } else if (field.label.starts_with("RPC")) {
+      if (calls != 0) {
+        row.*field.share = static_cast<float>(100.0L * figure(counter) / calls);
+      }
+    } else if (operations != 0) {
+      row.*field.share =
+          100.0F * static_cast<float>(figure(counter)) / static_cast<float>(operations);
+    }
+  }
+}
+
+/// The operations that both overviews have under one name.
+template <class Row>
+void CopyOverview(Row& row, std::uint32_t totalCalls, const NFSCallsV2& v2, const NFSCallsV3& v3) {
+  row.readOps = v2[nfs2::kRead];
+  row.writeOps = v2[nfs2::kWrite];
+  row.lookupOps = v2[nfs2::kLookup];
+  row.statfsOps = v2[nfs2::kStatfs];
+  row.nullOps = v2[nfs2::kNull];
+  row.getattrOps = v2[nfs2::kGetattr];
+  row.setattrOps = v2[nfs2::kSetattr];
+  row.rootOpsV2 = v2[nfs2::kRoot];
+  row.readlinkOps = v2[nfs2::kReadlink];
+  row.writecacheOps = v2[nfs2::kWrcache];
+  row.createOps = v2[nfs2::kCreate];
+  row.removeOps = v2[nfs2::kRemove];
+  row.renameOps = v2[nfs2::kRename];
+  row.linkOps = v2[nfs2::kLink];
+  row.symlinkOps = v2[nfs2::kSymlink];
+  row.mkdirOps = v2[nfs2::kMkdir];
+  row.rmdirOps = v2[nfs2::kRmdir];
+  row.readdirOps = v2[nfs2::kReaddir];
+  row.accessOpsV3 = v3[nfs3::kAccess];
+  row.totalOps = totalCalls;
+}
+
+/// The sum of a version's calls, wrapping at 32 bits.
+template <class Calls>
+std::uint32_t SumOf(const Calls& calls) {
+  std::uint32_t sum = 0;
+  for (const std::uint32_t count : calls) {
+    sum += count;
+  }
+  return sum;
+}
+
+/// The operations that both details have under one name.
+template <class Row>
+void CopyDetail(Row& row, const NFSCallsV2& v2, const NFSCallsV3& v3) {
+  row.readOpsV2 = v2[nfs2::kRead];
+  row.readOpsV3 = v3[nfs3::kRead];
+  row.writeOpsV2 = v2[nfs2::kWrite];
+  row.writeOpsV3 = v3[nfs3::kWrite];
+  row.lookupOpsV2 = v2[nfs2::kLookup];
+  row.lookupOpsV3 = v3[nfs3::kLookup];
+  row.statfsOpsV2 = v2[nfs2::kStatfs];
+  row.fsstatOpsV3 = v3[nfs3::kFsstat];
+  row.nullOpsV2 = v2[nfs2::kNull];
+  row.nullOpsV3 = v3[nfs3::kNull];
+  row.getattrOpsV2 = v2[nfs2::kGetattr];
+  row.getattrOpsV3 = v3[nfs3::kGetattr];
+  row.setattrOpsV2 = v2[nfs2::kSetattr];
+  row.setattrOpsV3 = v3[nfs3::kSetattr];
+  row.rootOpsV2 = v2[nfs2::kRoot];
+  row.readlinkOpsV2 = v2[nfs2::kReadlink];
+  row.readlinkOpsV3 = v3[nfs3::kReadlink];
+  row.writecacheOpsV2 = v2[nfs2::kWrcache];
+  row.commitOpsV3 = v3[nfs3::kCommit];
+  row.createOpsV2 = v2[nfs2::kCreate];
+  row.createOpsV3 = v3[nfs3::kCreate];
+  row.removeOpsV2 = v2[nfs2::kRemove];
+  row.removeOpsV3 = v3[nfs3::kRemove];
+  row.renameOpsV2 = v2[nfs2::kRename];
+  row.renameOpsV3 = v3[nfs3::kRename];
+  row.linkOpsV2 = v2[nfs2::kLink];
+  row.linkOpsV3 = v3[nfs3::kLink];
+  row.symlinkOpsV2 = v2[nfs2::kSymlink];
+  row.symlinkOpsV3 = v3[nfs3::kSymlink];
+  row.mkdirOpsV2 = v2[nfs2::kMkdir];
+  row.mkdirOpsV3 = v3[nfs3::kMkdir];
+  row.rmdirOpsV2 = v2[nfs2::kRmdir];
+  row.rmdirOpsV3 = v3[nfs3::kRmdir];
+  row.readdirOpsV2 = v2[nfs2::kReaddir];
+  row.readdirOpsV3 = v3[nfs3::kReaddir];
+  row.accessOpsV3 = v3[nfs3::kAccess];
+  row.totalOpsV2 = SumOf(v2);
+  row.totalOpsV3 = SumOf(v3);
+}
+
+/// Sets the fields that a source's reserved words feed, in the words' order.
+template <class Row>
+void CopyWords(Row& row, std::span<Ulong Row::*const> fields,
+               std::span<const std::uint32_t> words) {
+  for (std::size_t place = 0; place < fields.size(); ++place) {
+    row.*fields[place] = words[place];
+  }
+}
+
+/// An overview's family; `ratesOperation` names its rate step.
+template <class Row>
+inline constexpr RateField<Row> kOverviewRates[] = {{&Row::avgOpsPerSec, &Row::totalOps}};
+template <class Row>
+constexpr IntervalFamily<Row> OverviewFamily(const char* ratesOperation) {
+  return {.counters = {},
+          .times = {},
+          .rates = kOverviewRates<Row>,
+          .ratesOperation = ratesOperation,
+          .rateFailure = RateFailure::kSkipsRow,
+          .amend = SubtractCounters<Row>,
+          .moreRates = BuildRpcRates<Row>};
+}
+/// A detail's family: counters alone.
+template <class Row>
+constexpr IntervalFamily<Row> DetailFamily() {
+  return {.counters = {},
+          .times = {},
+          .rates = {},
+          .ratesOperation = nullptr,
+          .amend = SubtractCounters<Row>};
+}
+
+/// The last raw row of one of the records.
+template <class Row>
+struct NFSState : FamilyState {
+  RawRows<Row> rawRows;
+};
+
+/// Builds the one row from cumulative figures. `derive(row, predecessor, withRates)` completes it.
+/// Null, or the error that ends the build.
+template <class Row, class Derive>
+[[nodiscard]] UtlErrorPtr BuildNFSRow(const IntervalFamily<Row>& family, NFSState<Row>& state,
+                                      CMBRecordRequestEvent& event, CMBRecordRequest& request,
+                                      std::int32_t upTime, const Row& raw, const Derive& derive) {
+  const bool first = ClaimUserObject<MyUserObject>(request).first;
+  IntervalBuild<Row> build(family, state.rawRows, event, first, upTime);
+  UtlErrorPtr error = build.Add(
+      raw, [&](Row& row, const Row* predecessor) { derive(row, predecessor, build.WithRates()); });
+  RecordBuilder::TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, build.RowCount());
+  return error;
+}

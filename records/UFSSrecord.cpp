@@ -1,0 +1,56 @@
+#include <string_view>
+#include <unordered_map>
+
+#include "collect/FileSystemSource.h"
+#include "collect/NameCache.h"
+#include "collect/StorageSource.h"
+#include "records/FileSystemSizes.h"
+#include "records/RecordBuilder.h"
+#include "records/RecordClasses.h"
+#include "records/RecordDump.h"
+#include "support/OsCalls.h"
+
+namespace {
+
+/// File systems by mount point; of several on one the last, which hides the others.
+using MountPoints = std::unordered_map<std::string_view, const FileSystem*>;
+
+MountPoints MountPointsOf(const std::vector<FileSystem>& fileSystems) {
+  MountPoints points;
+  for (const FileSystem& fileSystem : fileSystems) {
+    points[fileSystem.GetMountPoint()] = &fileSystem;
+  }
+  return points;
+}
+
+recordPD_UFSS RowOf(const Storage& source, const MountPoints& mounts, std::int32_t now) {
+  auto row = NewRow<recordPD_UFSS>(now);
+  row.fileSystem = source.GetPath();
+  row.userId = source.kind;
+  row.user = UserName(nullptr, source.kind);
+  row.mbytesInUse = source.freeMB;
+  if (const auto mount = mounts.find(source.GetPath()); mount != mounts.end()) {
+    row.fileSystemSizeMbytes = TotalMbytes(*mount->second);
+  }
+  if (row.fileSystemSizeMbytes != 0.0) {
+    row.mbytesInUsePercent = static_cast<float>(100.0 * row.mbytesInUse / row.fileSystemSizeMbytes);
+  }
+  return row;
+}
+
+}  // namespace
+
+UtlError* RecordBuilder::BuildPD_UFSS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
+  TraceEntry("RecordBuilder::BuildPD_UFSS", AddressOf(pEvent), AddressOf(pRequest));
+  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
+  const MountPoints mounts = MountPointsOf(*m_pCollector->GetFileSystem());
+  int count = 0;
+  for (const Storage& source : *m_pCollector->GetStorage()) {
+    const recordPD_UFSS row = RowOf(source, mounts, now);
+    DumpRecord(row, count++);
+    pEvent->m_records.push_back(new cmbClassPD_UFSS(&row));
+  }
+  TraceCreated(__FILE__, __LINE__, RecordTraits<recordPD_UFSS>::kName, count);
+  TraceExit("RecordBuilder::BuildPD_UFSS", 0);
+  return nullptr;
+}

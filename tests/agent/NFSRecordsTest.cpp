@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "collect/CategoryFlags.h"
+#include "collect/Collector.h"
+#include "collect/NFSSource.h"
+#include "records/RecordBuilder.h"
+#include "records/RecordClasses.h"
+#include "support/OsCalls.h"
+#include "support/Switches.h"
+#include "tests/scripted/Batch.h"
+#include "tests/scripted/Golden.h"
+#include "tests/scripted/ProcessTree.h"
+#include "tests/scripted/ScriptedNode.h"
+
+namespace {
+
+constexpr tagPQLAUI kScheduleWithRates{.realtime = 0, .calcRates = 1};
+constexpr tagPQLAUI kScheduleWithoutRates{.realtime = 0, .calcRates = 0};
+constexpr tagPQLAUI kLookWithoutRates{.realtime = 1, .calcRates = 0};
+
+std::time_t g_passTime = 0;
+
+/// The file of a pass: each counter has grown by `step` times its place since the one before.
+std::string Line(const char* key, int count, int start, int step) {
+  std::string text = std::string(key) + ' ' + std::to_string(count);
+  for (int place = 1; place <= count; ++place) {
+    text += ' ' + std::to_string(start + step * place);
+  }
+  return text + '\n';
+}
+
+class NFSRecordsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ScriptedNode::Reset();
+    g_msgLogLevel = 30;
+    m_realCalls = Os();
+    Os().time = [](std::time_t*) { return g_passTime; };
+  }
+  void TearDown() override { Os() = m_realCalls; }
+
+  /// The host after `pass` steps, at `seconds`.
+  void Pass(unsigned pass, std::time_t seconds) {
+    g_passTime = seconds;
+    const int steps = static_cast<int>(pass);
+    const std::string text =
+        Line("proc2", 18, 1000, 10 * steps) + Line("proc3", 22, 2000, 5 * steps);
+    m_host.Write("/proc/net/rpc/nfs", text);
+    m_host.Write("/proc/net/rpc/nfsd", text);
+    ASSERT_EQ(m_collector.collect(COLLECT_NFS_CLIENT | COLLECT_NFS_SERVER, 0), nullptr);
+    FillReserved(*m_collector.GetNFSClientTotal(), pass);
+    FillReserved(*m_collector.GetNFSServerTotal(), pass);
+  }
+  /// What the kernel does not tell, so that the fields that it would feed are tested too.
+  template <class Total>
+  static void FillReserved(Total& total, unsigned pass) {
+    total.reserved = 3 * pass;
+    for (std::uint32_t word = 0; word < total.reservedV2.size(); ++word) {
+      total.reservedV2[word] = pass * (word == 0 ? 1000 : 19 * word);
+    }
+    for (std::uint32_t word = 0; word < total.reservedV3.size(); ++word) {
+      total.reservedV3[word] = pass * (word == 0 ? 500 : 7 * word);
+    }
+  }
+  template <class Row>
+  std::vector<Row> Build(Asker& asker, RecordBuilderFunction builder) {
+    EXPECT_EQ((m_builder.*builder)(&asker.event, asker.event.m_requests.front()), nullptr);
+    std::vector<Row> rows;
+    for (const CMBRecord* record : asker.event.m_records) {
+      rows.push_back(*static_cast<const Row*>(record->GetRecStart()));
+    }
+    asker.NextAnswer();
+    return rows;
+  }
+  template <class Row>
+  void ExpectSecondPass(RecordBuilderFunction builder, const std::string& golden) {
+    Asker asker(RecordTraits<Row>::kName, '4', kScheduleWithRates);
+    Pass(1, 1'700'000'000);
+    EXPECT_TRUE(Build<Row>(asker, builder).empty()) << "the first pass only primes";
+    Pass(2, 1'700'000'010);
+    const auto rows = Build<Row>(asker, builder);
+    ASSERT_EQ(rows.size(), 1U);
+    ExpectGolden(&rows[0], sizeof rows[0],
+                 std::filesystem::path(QMT_TEST_DIR) / "fixtures/nfs" / golden);
+    EXPECT_EQ(Lines("Created 1 " + std::string(RecordTraits<Row>::kName) + " record(s)."), 2U);
+  }
+  static std::size_t Lines(const std::string& part) {
+    return ScriptedNode::Instance().LinesWith(part).size();
+  }
+
+  const process_tree::HostTree m_host;
+  OsCalls m_realCalls{};
+  Collector m_collector;
+  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
+};
+
+TEST_F(NFSRecordsTest, RowsAreTheOnesWorkedOutByHand) {
+  ExpectSecondPass<recordPI_NCO>(&RecordBuilder::Build_NCO, "NCO.tsv");
+  ExpectSecondPass<recordPI_NCD>(&RecordBuilder::Build_NCD, "NCD.tsv");
+  ExpectSecondPass<recordPI_NSO>(&RecordBuilder::Build_NSO, "NSO.tsv");
+  ExpectSecondPass<recordPI_NSD>(&RecordBuilder::Build_NSD, "NSD.tsv");
+}
+
+TEST_F(NFSRecordsTest, WithoutRatesSharesAreThoseOfTheChange) {
+  Asker asker("NCO", '4', kScheduleWithoutRates);
+  Pass(1, 1'000);
+  EXPECT_TRUE(Build<recordPI_NCO>(asker, &RecordBuilder::Build_NCO).empty());
+  Pass(2, 1'010);
+  const auto second = Build<recordPI_NCO>(asker, &RecordBuilder::Build_NCO).at(0);
+  EXPECT_EQ(second.readOps, 70U);
+  EXPECT_EQ(second.readOpsPercent, 0.0F) << "no predecessor";
+  EXPECT_EQ(second.rpcCallsPerSec, 100.0F);
+  EXPECT_EQ(second.rpcBadCallsPerSec, 1.0F) << "19 in 10 s, cut to whole calls";
+  EXPECT_EQ(second.interval, 1'010U) << "the record's time";
+  Pass(4, 1'020);
+  const auto third = Build<recordPI_NCO>(asker, &RecordBuilder::Build_NCO).at(0);
+  EXPECT_EQ(third.readOps, 140U);
+  EXPECT_FLOAT_EQ(third.readOpsPercent, 100.0F * 70 / 2975) << "140 - 70 of 5950 - 2975";
+  EXPECT_FLOAT_EQ(third.rpcBadCallPercent, 1.9F);
+  Pass(5, 1'030);
+  Pass(6, 1'030);
+  const auto fourth = Build<recordPI_NCO>(asker, &RecordBuilder::Build_NCO).at(0);
+  EXPECT_EQ(fourth.readOpsPercent, 0.0F) << "as many operations as in the last interval";
+}
+
+TEST_F(NFSRecordsTest, AZeroIntervalSkipsAnOverviewAlone) {
+  Asker overview("NSO", '4', kScheduleWithRates);
+  Asker detail("NSD", '4', kScheduleWithRates);
+  for (int turn = 0; turn < 2; ++turn) {
+    Pass(7, 2'000);
+    EXPECT_TRUE(Build<recordPI_NSO>(overview, &RecordBuilder::Build_NSO).empty());
+    EXPECT_EQ(Build<recordPI_NSD>(detail, &RecordBuilder::Build_NSD).size(),
+              static_cast<std::size_t>(turn));
+  }
+  EXPECT_EQ(Lines("Unable to process NSO record: RecordBuilder::BuildRates_NSO: Attempt to "
+                  "calculate rates for a zero second interval. : Record skipped."),
+            1U);
+  EXPECT_EQ(Lines("Created 0 NSO record(s)."), 1U);
+
+  // A counter that fell wraps, and nothing says so.
+  Pass(6, 2'001);
+  EXPECT_EQ(Build<recordPI_NSD>(detail, &RecordBuilder::Build_NSD).at(0).nullOpsV2,
+            static_cast<std::uint32_t>(-10));
+  EXPECT_EQ(Lines("is less than that during previous"), 0U);
+
+  *m_collector.GetNFSServerTotal() = {};
+  Asker look("NSO", '4', kLookWithoutRates);
+  const auto empty = Build<recordPI_NSO>(look, &RecordBuilder::Build_NSO).at(0);
+  EXPECT_EQ(empty.readOpsPercent, 0.0F);
+  EXPECT_EQ(empty.rpcBadCallPercent, 0.0F);
+  EXPECT_EQ(empty.interval, 2'001U);
+}
+
+}  // namespace
