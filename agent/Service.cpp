@@ -119,7 +119,7 @@ void Prepare(Surroundings& around) {
   ProductOptions::Instance().Set("Agent", "DataDirectory", options.dataDirectory.c_str());
   RaiseOpenFilesLimit();
   ReadEnvironment();
-  g_kernelVariant = KernelVariantOf(around.system.release);
+  g_kernelVariant = KernelVariantOf(HostRelease(around.system.release));
   WriteVersionLog(options.dataDirectory, "linux2.4.21",
                   {around.system.sysname, around.system.release});
   std::string& instanceName = around.options.instanceName;

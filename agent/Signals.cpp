@@ -1,6 +1,7 @@
 #include "agent/Signals.h"
 
 #include <sys/eventfd.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -36,6 +37,14 @@ extern "C" void ToggleHandler(int) {
   errno = savedErrno;
 }
 
+// Ends that come close together are one signal.
+extern "C" void ReapHandler(int) {
+  const int savedErrno = errno;
+  while (::waitpid(0, nullptr, WNOHANG) > 0) {
+  }
+  errno = savedErrno;
+}
+
 bool SetHandler(int signal, void (*handler)(int)) {
   struct sigaction action {};
   action.sa_handler = handler;
@@ -56,6 +65,12 @@ void InstallServiceSignals() {
     if (!SetHandler(signal, SIG_IGN)) {
       Message(10100, "sigaction", errno, signal, "", "");
     }
+  }
+}
+
+void ReapChildren() {
+  if (!SetHandler(SIGCHLD, ReapHandler)) {
+    Message(10100, "sigaction", errno, SIGCHLD, "", "");
   }
 }
 

@@ -6,6 +6,9 @@
 /// the run loop to leave, and ignores HUP, QUIT, ALRM, PIPE and CHLD.
 void InstallServiceSignals();
 
+/// Has the ends of children taken as they come, instead of ignoring SIGCHLD.
+void ReapChildren();
+
 /// SIGUSR2 flips `g_processTraceOn` and `g_collectorLogOn`. The handler writes nothing: it counts
 /// into a descriptor that becomes readable, so that the loop writes the trace.
 class ToggleSignal {

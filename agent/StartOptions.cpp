@@ -2,10 +2,14 @@
 
 #include <getopt.h>
 
+#include <array>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 
+#include "support/HostPaths.h"
 #include "support/Switches.h"
+#include "support/TextFile.h"
 
 StartOptions ReadStartOptions(int argc, char** argv) {
   StartOptions options;
@@ -27,6 +31,17 @@ void ReadEnvironment() {
   g_collectorLogOn = collectorLog == nullptr
                          ? 0
                          : static_cast<std::int32_t>(std::strtol(collectorLog, nullptr, 10));
+}
+
+std::string HostRelease(const std::string& own) {
+  if (HostPath("/") == "/") {
+    return own;
+  }
+  std::array<char, 256> line{};
+  const TextFilePtr file = OpenTextFile(HostPath("/proc/sys/kernel/osrelease"));
+  return file != nullptr && std::fgets(line.data(), line.size(), file.get()) != nullptr
+             ? line.data()
+             : own;
 }
 
 int KernelVariantOf(const std::string& release) {

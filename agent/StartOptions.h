@@ -16,6 +16,10 @@ struct StartOptions {
 /// Takes SAUNIXPMAP and APP_COLLECTOR_LOG into the process-wide switches.
 void ReadEnvironment();
 
+/// The release of the monitored host's kernel: what a captured host tree says in
+/// /proc/sys/kernel/osrelease, else `own`, this machine's.
+[[nodiscard]] std::string HostRelease(const std::string& own);
+
 /// The kernel generation that a `uname` release belongs to: 1 with "2.4.9" in it, 2 with "2.4.21",
 /// 3 for all others.
 [[nodiscard]] int KernelVariantOf(const std::string& release);

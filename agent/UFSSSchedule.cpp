@@ -5,10 +5,12 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
 #include <system_error>
 
 #include "agent/DayTime.h"
 #include "agent/UnixAgent.h"
+#include "collect/StorageSource.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
 
@@ -18,18 +20,17 @@ constexpr long kDay = 86400;
 constexpr int kWithoutEnd = -1;
 constexpr int kFirstRun = 1;
 constexpr int kLaterRun = 0;
-/// What the scan leaves, below the working directory.
-constexpr const char* kResultsDirectory = "./storage.d";
 
 void DiscardResults() {
+  const std::string& directory = StorageDirectory();
   struct stat status {};
-  if (::lstat(kResultsDirectory, &status) != 0 && errno == ENOENT) {
+  if (::lstat(directory.c_str(), &status) != 0 && errno == ENOENT) {
     return;
   }
   std::error_code error;
-  std::filesystem::remove_all(kResultsDirectory, error);
+  std::filesystem::remove_all(directory, error);
   if (error) {
-    Message(10100, "remove_all", error.value(), kResultsDirectory, "", "");
+    Message(10100, "remove_all", error.value(), directory, "", "");
   }
 }
 
@@ -46,7 +47,7 @@ std::time_t NextRun(const DayTime& time, std::time_t now) {
 /// Whether no scan has happened since the moment that lies a day before `nextRun`.
 bool IsRunOverdue(std::time_t nextRun) {
   struct stat status {};
-  return ::stat(kResultsDirectory, &status) != 0 || status.st_mtime < nextRun - kDay;
+  return ::stat(StorageDirectory().c_str(), &status) != 0 || status.st_mtime < nextRun - kDay;
 }
 
 }  // namespace
@@ -70,14 +71,10 @@ void UnixAgent::ScheduleUFSS() {
   if (ScheduleEvent(event.get(), kDay, kWithoutEnd, 0, nextRun) == 0) {
     m_pUFSSEvent = event.release();
   }
-  if (IsRunOverdue(nextRun) && RunUFSS(kFirstRun) != 0) {
-    Trace(20, kError, "Unable to start up UFSS data collection script.");
+  if (IsRunOverdue(nextRun)) {
+    // A failure has told of itself, and the next day's event tries again.
+    static_cast<void>(RunUFSS(kFirstRun));
   }
-}
-
-int UnixAgent::RunUFSS(int) {
-  // Without a scan program every start of one fails.
-  return -1;
 }
 
 int UnixAgent::NotifyEvent(UFSSEvent*) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -113,7 +115,9 @@ class UnixAgent : public CMBAgent,
   /// Puts the daily scan at `m_ufssTime`, and starts one at once if the last is missing. "Never"
   /// ends the scans and removes their results.
   void ScheduleUFSS();
-  /// Starts a scan: 0, or -1 on failure.
+  /// Starts a scan by fork(2) and execl(2); ended children are taken by a handler of SIGCHLD from
+  /// then on. The child takes the lock, so that it gives way to a scan that still runs. 0, or -1 if
+  /// no child could be made.
   [[nodiscard]] int RunUFSS(int firstRun);
   void ReadApplications();
   void SaveApplications();
@@ -127,6 +131,9 @@ class UnixAgent : public CMBAgent,
   HostNameRequestManager m_hostNames;
   void* m_collectorArg = nullptr;
   UFSSEvent* m_pUFSSEvent = nullptr;  ///< owned by the loop; null if none is scheduled
+  pid_t m_ufssPid = -1;               ///< the last scan's
+  /// Below the product root.
+  std::string m_ufssLockPath = "/opt/qmtrx/mond/qmt_ufss_.lock";
   ApplicationMonitor m_applications;
   bool m_areApplicationsRead = false;
   bool m_wasAccountingOn = false;

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "support/ChildProcess.h"
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
 #include "support/ProductOptions.h"
@@ -53,28 +53,10 @@ std::chrono::seconds Limit() {
 /// kernel.
 bool HasEnded(pid_t child) { return ::waitpid(child, nullptr, WNOHANG) != 0; }
 
-/// Leaves the child nothing but `kept`: it may outlive the agent's sockets and locks by hours.
-void CloseOthers(int kept) {
-  constexpr rlim_t kMostDescriptors = 1 << 16;
-  const auto first = static_cast<unsigned>(kept);
-  if ((kept == 0 || ::close_range(0, first - 1, 0) == 0) && ::close_range(first + 1, ~0U, 0) == 0) {
-    return;
-  }
-  struct ::rlimit limit {};
-  ::getrlimit(RLIMIT_NOFILE, &limit);
-  const int end = static_cast<int>(std::min(limit.rlim_cur, kMostDescriptors));
-  for (int descriptor = 0; descriptor < end; ++descriptor) {
-    if (descriptor != kept) {
-      ::close(descriptor);
-    }
-  }
-}
-
 [[noreturn]] void AnswerAsChild(const std::string& path, int answers) {
   // The agent's handlers only note a signal for its loop, which the child does not run.
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGUSR2}) {
-    ::signal(signal, SIG_DFL);
-  }
+  ResetSignals();
+  // It may outlive the agent's sockets and locks by hours.
   CloseOthers(answers);
   Answer answer;
   answer.code = Os().statfs64(path.c_str(), &answer.figures) == 0 ? 0 : errno;

@@ -48,6 +48,7 @@ OsCalls& Os() {
       .setpwent = ::setpwent,
       .getpwent = ::getpwent,
       .endpwent = ::endpwent,
+      .fork = ::fork,
       .time = ::time,
       .gettimeofday = RealGettimeofday,
       .sleep = ::sleep,

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
+#include <sys/types.h>
 #include <sys/utsname.h>
 #include <sys/vfs.h>
 
@@ -39,6 +40,7 @@ struct OsCalls {
   void (*setpwent)();
   struct ::passwd* (*getpwent)();
   void (*endpwent)();
+  pid_t (*fork)();
   std::time_t (*time)(std::time_t*);
   int (*gettimeofday)(struct ::timeval*);
   unsigned (*sleep)(unsigned seconds);

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <utility>
 
+#include "support/ChildProcess.h"
 #include "support/HostPaths.h"
 #include "support/TraceLog.h"
 
@@ -22,14 +23,7 @@ constexpr std::chrono::seconds kLongestPause{60};
 /// In the child between fork and exec, where only what is safe in a signal handler may be called.
 [[noreturn]] void RunChild(const char* path, const char* argument, int report) {
   // Ignored signals would stay ignored in the new program.
-  struct ::sigaction normal {};
-  normal.sa_handler = SIG_DFL;
-  for (const int number : {SIGPIPE, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGCHLD, SIGUSR1, SIGUSR2}) {
-    ::sigaction(number, &normal, nullptr);
-  }
-  ::sigset_t none;
-  ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ResetSignals();
   ::execl(path, path, argument, "off", static_cast<char*>(nullptr));
   const int code = errno;
   [[maybe_unused]] const ssize_t ignored = ::write(report, &code, sizeof code);

@@ -1,7 +1,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <ctime>
+#include <thread>
 
 #include "agent/ConfigNames.h"
 #include "tests/agent/ConfigFixture.h"
@@ -31,7 +36,21 @@ class UFSSScheduleTest : public ConfigFixture {
     parts.tm_isdst = -1;
     return std::mktime(&parts);
   }
-  static std::size_t Starts() { return Node().LinesWith("Unable to start up UFSS").size(); }
+  void TearDown() override { ::signal(SIGCHLD, SIG_DFL); }
+  /// Here is no program, which each start tells.
+  static std::size_t Starts() {
+    return Node().LinesWith("OS API (execl). (en=2, arg1=./qmt_ufss").size();
+  }
+  std::string LockPath() const {
+    return (m_root.Path() / "opt/qmtrx/mond/qmt_ufss_.lock").string();
+  }
+  /// Waits until the scan, a script, has written `name` whole.
+  std::string Written(const std::string& name) const {
+    for (int turn = 0; turn < 3000 && !fs::exists(m_root.Path() / name); ++turn) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return m_root.Read(name);
+  }
 };
 
 TEST_F(UFSSScheduleTest, TheScanRunsDailyAtItsTimeWithTheSecondsOfNow) {
@@ -76,6 +95,63 @@ TEST_F(UFSSScheduleTest, AScanThatWasMissedStartsAtOnce) {
     MakeAgent(0);
     ASSERT_EQ(0, Init());
     EXPECT_EQ(starts, Starts()) << age;
+  }
+}
+
+TEST_F(UFSSScheduleTest, TheScanGetsItsLockAndNothingElseOfTheAgent) {
+  std::ofstream("qmt_ufss") << "#!/bin/sh\n"
+                               "{ echo \"$@\"; nice; umask; ls -l /proc/self/fd;"
+                               " sed -n 's/^SigIgn:\t0*/ignored /p' /proc/self/status; } >out.$$\n"
+                               "mv out.$$ out.$2\nread line <pipe\n";
+  fs::permissions("qmt_ufss", fs::perms::owner_all);
+  ASSERT_EQ(::mkfifo("pipe", 0600), 0);
+  std::ofstream("secret").close();
+  const int secret = ::open("secret", O_RDONLY);  // no CLOEXEC
+  ::signal(SIGTERM, SIG_IGN);
+  const ::mode_t mask = ::umask(027);
+  ASSERT_EQ(0, Init());
+  ::umask(mask);
+  ::signal(SIGTERM, SIG_DFL);
+  ::close(secret);
+  const std::string first = Written("out.1");
+  EXPECT_EQ(first.find(LockPath() + " 1\n19\n0027\n"), 0U) << first;
+  EXPECT_NE(first.find("-> " + LockPath() + "\n"), std::string::npos) << first;
+  EXPECT_NE(first.find("ignored \n"), std::string::npos) << first;
+  EXPECT_EQ(first.find("secret"), std::string::npos) << first;
+  EXPECT_EQ(Starts(), 0U);
+
+  // While it runs, a second one finds the lock taken.
+  UFSSEvent event;
+  EXPECT_EQ(0, m_agent->NotifyEvent(&event));
+  EXPECT_EQ(Node().LinesWith("Failed to access the file or directory (" + LockPath()).size(), 1U);
+  std::ofstream("pipe") << "end\n";
+  for (int turn = 0; turn < 3000 && !fs::exists("out."); ++turn) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    m_agent->NotifyEvent(&event);
+  }
+  EXPECT_EQ(Written("out.").substr(0, LockPath().size() + 1), LockPath() + "\n")
+      << "no further argument";
+  std::ofstream("pipe") << "end\n";
+}
+
+TEST_F(UFSSScheduleTest, AFailedStartIsTold) {
+  ASSERT_EQ(0, Init());
+  EXPECT_FALSE(fs::exists(LockPath())) << "removed where there is no program";
+  fs::create_directory(LockPath());
+  UFSSEvent event;
+  EXPECT_EQ(0, m_agent->NotifyEvent(&event));
+  EXPECT_EQ(Node().LinesWith("Failed to access the file or directory (" + LockPath()).size(), 1U);
+  Os().fork = [] {
+    errno = EAGAIN;
+    return pid_t{-1};
+  };
+  EXPECT_EQ(0, m_agent->NotifyEvent(&event));
+  for (const char* line :
+       {"QMTX10150-W An error occurred in an OS API (fork). (en=11, arg1=qmt_ufss",
+        "QMTX10300-W An attempt to collect a record failed. (record=PD_UFSS)",
+        "Failed to collect the record. (record=UFSS, detail=Fail to create qmt_ufss process.)",
+        "Unable to start up UFSS data collection script."}) {
+    EXPECT_EQ(Node().LinesWith(line).size(), 1U) << line;
   }
 }
 

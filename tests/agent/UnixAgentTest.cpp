@@ -107,13 +107,6 @@ TEST_F(UnixAgentTest, PipesThatCannotBeMadeAnewLoseTheHelperAndNothingElse) {
   EXPECT_EQ(0, m_agent->Dispatch(&lost)) << "the descriptor is nobody's now";
 }
 
-TEST_F(UnixAgentTest, TheFileSystemScanCannotBeStarted) {
-  UFSSEvent event;
-  EXPECT_EQ(0, m_agent->Dispatch(&event));
-  ASSERT_EQ(1U, Node().lines.size());
-  EXPECT_EQ("Unable to start up UFSS data collection script.", Node().lines[0].text);
-}
-
 TEST_F(UnixAgentTest, TheKernelVariantIsAFigure) {
   const auto& figures = FigureRegistry::Instance().Figures();
   const auto figure = std::find_if(figures.begin(), figures.end(), [](const Figure& candidate) {

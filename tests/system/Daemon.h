@@ -26,6 +26,7 @@ class ProductRoot {
     // What is missing is reported.
     std::ofstream(AgentFolder() / "wgfile").close();
     std::filesystem::create_symlink(QMT_HOSTUTIL_PROGRAM, AgentFolder() / "qmt_hostutil");
+    std::filesystem::create_symlink(QMT_UFSS_PROGRAM, AgentFolder() / "qmt_ufss");
   }
   [[nodiscard]] const std::filesystem::path& Path() const { return m_folder.Path(); }
   [[nodiscard]] std::filesystem::path PipeFolder() const { return Path() / "opt/qmtrx/mond"; }

@@ -1,0 +1,59 @@
+#include "support/ChildProcess.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <limits>
+
+namespace {
+
+/// Calls `each` for every descriptor from `first` on that may be open.
+template <class Each>
+void ForEachDescriptor(int first, const Each& each) {
+  constexpr rlim_t kMostDescriptors = 1 << 16;
+  struct ::rlimit limit {};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  const int end = static_cast<int>(std::min(limit.rlim_cur, kMostDescriptors));
+  for (int descriptor = first; descriptor < end; ++descriptor) {
+    each(descriptor);
+  }
+}
+
+}  // namespace
+
+void ResetSignals() {
+  struct ::sigaction normal {};
+  normal.sa_handler = SIG_DFL;
+  for (const int number :
+       {SIGPIPE, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPWR, SIGALRM, SIGCHLD, SIGUSR1, SIGUSR2}) {
+    ::sigaction(number, &normal, nullptr);
+  }
+  ::sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+void CloseOthers(int kept) {
+  const auto place = static_cast<unsigned>(kept);
+  constexpr unsigned kLast = std::numeric_limits<unsigned>::max();
+  if ((kept == 0 || ::close_range(0, place - 1, 0) == 0) &&
+      ::close_range(place + 1, kLast, 0) == 0) {
+    return;
+  }
+  ForEachDescriptor(0, [kept](int descriptor) {
+    if (descriptor != kept) {
+      ::close(descriptor);
+    }
+  });
+}
+
+void KeepAcrossExec(int kept) {
+  constexpr int kFirst = STDERR_FILENO + 1;
+  if (::close_range(kFirst, std::numeric_limits<unsigned>::max(), CLOSE_RANGE_CLOEXEC) != 0) {
+    ForEachDescriptor(kFirst, [](int descriptor) { ::fcntl(descriptor, F_SETFD, FD_CLOEXEC); });
+  }
+  ::fcntl(kept, F_SETFD, 0);
+}
