@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 
 #include "collect/AcctRecord.h"
 #include "collect/CPUSourceLINUX.h"
@@ -49,19 +50,25 @@ void PublishFigures(const FigureTable& table) {
       {"collect_process_skipped",
        "Processes without a row after the last collection, such as ones with a blank in their "
        "name.",
-       FigureKind::kGauge, [] { return static_cast<double>(ProcessSourceUser::Skipped()); }});
+       FigureKind::kGauge,
+       [] { return static_cast<double>(ProcessSourceUser::Skipped()); },
+       {}});
   for (std::size_t index = 0; index < Categories().size(); ++index) {
     const Category& category = Categories()[index];
-    const std::string stem = std::string("collect_") + category.figure;
-    const std::string subject = std::string(" of the category ") + category.figure + ".";
-    FigureRegistry& registry = FigureRegistry::Instance();
-    registry.Add({stem + "_seconds", "Duration of the last collection" + subject,
-                  FigureKind::kGauge, [table, index] { return (*table)[index].seconds; }});
-    registry.Add({stem + "_errors", "Failed collections" + subject, FigureKind::kCounter,
-                  [table, index] { return static_cast<double>((*table)[index].errors); }});
-    registry.Add({stem + "_entities", "Rows held after the last collection" + subject,
-                  FigureKind::kGauge,
-                  [table, index] { return static_cast<double>((*table)[index].entities); }});
+    const auto add = [&](const char* what, const std::string& help, FigureKind kind, auto read) {
+      FigureRegistry::Instance().Add(
+          {std::string("collect_") + category.figure + '_' + what,
+           help + " of the category " + category.figure + ".",
+           kind,
+           std::move(read),
+           {std::string("collect_") + what, "category", category.figure, help + '.'}});
+    };
+    add("seconds", "Duration of the last collection", FigureKind::kGauge,
+        [table, index] { return (*table)[index].seconds; });
+    add("errors", "Failed collections", FigureKind::kCounter,
+        [table, index] { return static_cast<double>((*table)[index].errors); });
+    add("entities", "Rows held after the last collection", FigureKind::kGauge,
+        [table, index] { return static_cast<double>((*table)[index].entities); });
   }
 }
 

@@ -12,6 +12,15 @@ struct Figure {
   std::string help;  ///< one sentence
   FigureKind kind = FigureKind::kGauge;
   std::function<double()> read;
+  /// Where several figures are one for several things: the name without the thing, what kind of
+  /// thing it is and which one, as in "collect_seconds", "category", "cpu".
+  struct Group {
+    std::string name;
+    std::string label;
+    std::string value;
+    std::string help;
+  };
+  Group group = {};
 };
 
 /// The agent's figures of itself, in the order in which they were added. Whoever adds a figure

@@ -61,6 +61,8 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
     // What the answers before held would else stay with the allocator, beside the present ones.
     ::malloc_trim(0);
   }
+  ++m_batches;
+  m_rowsMade += rows;
   m_last = {end, end - start, askers.size() + refused, failed + refused};
   return outcomes;
 }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <set>
@@ -38,9 +39,14 @@ class BatchDesk {
   void NoteFailedBuild(const std::string& record);
   /// Nothing until a batch is done.
   [[nodiscard]] const std::optional<BatchReport>& Last() const { return m_last; }
+  /// Since the start: batches, and rows that they made.
+  [[nodiscard]] std::uint64_t Batches() const { return m_batches; }
+  [[nodiscard]] std::uint64_t RowsMade() const { return m_rowsMade; }
 
  private:
   std::optional<BatchReport> m_last;
+  std::uint64_t m_batches = 0;
+  std::uint64_t m_rowsMade = 0;
   bool m_isSending = false;
   std::set<std::string> m_failedBuilds;
 };

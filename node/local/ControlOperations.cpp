@@ -91,7 +91,7 @@ struct ControlOperations::Operation {
 };
 
 const ControlOperations::Operation* ControlOperations::FindOperation(const std::string& name) {
-  static constexpr std::array<Operation, 10> kOperations{{
+  static constexpr std::array<Operation, 12> kOperations{{
       {"records", Rights::kRead, {"op", "id"}, &ControlOperations::Records},
       {"schema", Rights::kRead, {"op", "id", "record", "category"}, &ControlOperations::Schema},
       {"get", Rights::kRead, {"op", "id", "records", "rates"}, &ControlOperations::Get},
@@ -107,6 +107,14 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
        Rights::kRead,
        {"op", "id", "record", "category", "since", "until", "at", "after"},
        &ControlOperations::History},
+      {"schedule_set",
+       Rights::kChange,
+       {"op", "id", "record", "seconds"},
+       &ControlOperations::ScheduleSet},
+      {"schedule_remove",
+       Rights::kChange,
+       {"op", "id", "record"},
+       &ControlOperations::ScheduleRemove},
       {"shutdown", Rights::kChange, {"op", "id"}, &ControlOperations::Shutdown},
   }};
   for (const Operation& operation : kOperations) {
@@ -117,11 +125,12 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
   return nullptr;
 }
 
-ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
+ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleBook& schedule,
                                      const LastRows& lastRows, HistoryStore& history)
     : m_loop(loop),
       m_desk(desk),
       m_schedule(schedule),
+      m_scheduleChanges(schedule),
       m_queries(loop, desk, schedule, lastRows),
       m_config(loop),
       m_reports(loop),
@@ -195,6 +204,7 @@ void ControlOperations::Status(const RequestPtr& request) {
                                   {"version", QMT_VERSION},
                                   {"node", m_facts.node},
                                   {"host", m_facts.host},
+                                  {"http", m_facts.http},
                                   {"schedules", SchedulesJson(m_schedule)},
                                   {"last_batch", BatchJson(m_desk.Last())},
                                   {"figures", FiguresJson()}});

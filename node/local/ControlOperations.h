@@ -9,21 +9,28 @@
 #include "node/local/HistoryQueries.h"
 #include "node/local/RecordQueries.h"
 #include "node/local/ReportQueries.h"
+#include "node/local/ScheduleQueries.h"
 
 /// What the daemon says of itself.
 struct DaemonFacts {
   std::string node;
   std::string host;
+  std::string http;  ///< the address of the metrics; empty if there is none
   std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };
 
 /// What a client may ask for: a table of operations, each with the right that it needs.
 class ControlOperations {
  public:
-  ControlOperations(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
+  ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleBook& schedule,
                     const LastRows& lastRows, HistoryStore& history);
 
+  /// Where changes of the schedule are kept.
+  void SetIniFile(const std::string& directory, const std::string& name) {
+    m_scheduleChanges.SetIniFile(directory, name);
+  }
   void SetFacts(DaemonFacts facts) { m_facts = std::move(facts); }
+  void SetHttpAddress(const std::string& address) { m_facts.http = address; }
   /// Serves one line of a client, which is answered now or, after its turn in the loop, later.
   /// While the daemon stops every line is refused.
   void Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer);
@@ -42,11 +49,14 @@ class ControlOperations {
   void ConfigSet(const RequestPtr& request) { m_config.ConfigSet(request); }
   void MakeReport(const RequestPtr& request) { m_reports.Report(request); }
   void History(const RequestPtr& request) { m_history.History(request); }
+  void ScheduleSet(const RequestPtr& request) { m_scheduleChanges.Set(request); }
+  void ScheduleRemove(const RequestPtr& request) { m_scheduleChanges.Remove(request); }
   void Shutdown(const RequestPtr& request);
 
   EventLoop& m_loop;
   BatchDesk& m_desk;
   const ScheduleBook& m_schedule;
+  ScheduleQueries m_scheduleChanges;
   RecordQueries m_queries;
   ConfigQueries m_config;
   ReportQueries m_reports;

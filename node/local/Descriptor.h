@@ -22,6 +22,8 @@ class Descriptor {
   [[nodiscard]] bool IsOpen() const { return m_fd >= 0; }
   /// -1 if none is held.
   [[nodiscard]] int Get() const { return m_fd; }
+  /// Gives the ownership away.
+  [[nodiscard]] int Release() { return std::exchange(m_fd, -1); }
   void Close() {
     if (IsOpen()) {
       ::close(std::exchange(m_fd, -1));

@@ -227,6 +227,25 @@ bool IniText::Set(std::string_view section, std::string_view subSection, std::st
   return true;
 }
 
+bool IniText::Remove(std::string_view section, std::string_view subSection, std::string_view key) {
+  bool isRemoved = false;
+  while (const Entry* entry = FindEntry(section, subSection, key)) {
+    const std::size_t before = m_text.rfind('\n', entry->key.begin);
+    const std::size_t begin = before == std::string::npos ? 0 : before + 1;
+    const std::size_t end = m_text.find('\n', entry->key.begin);
+    std::string text = m_text;
+    text.erase(begin, end == std::string::npos ? end : end + 1 - begin);
+    *this = IniText(std::move(text));
+    isRemoved = true;
+  }
+  return isRemoved;
+}
+
+bool IniText::HasSection(std::string_view section) const {
+  return std::any_of(m_headings.begin(), m_headings.end(),
+                     [&](const Heading& heading) { return IsHeading(heading, section, {}); });
+}
+
 std::string IniText::Edited(std::string_view section, std::string_view subSection,
                             std::string_view key, std::string_view value) const {
   std::string text = m_text;

@@ -49,6 +49,10 @@ class IniText {
   /// tab, a vertical tab or a form feed) at an end of the value.
   [[nodiscard]] bool Set(std::string_view section, std::string_view subSection,
                          std::string_view key, std::string_view value, std::string& error);
+  /// Takes out all lines with the key; whether there were any.
+  bool Remove(std::string_view section, std::string_view subSection, std::string_view key);
+  /// Whether the section stands in the text, be it empty.
+  [[nodiscard]] bool HasSection(std::string_view section) const;
   /// The keys and values of a section in their order, repeated keys included.
   [[nodiscard]] std::vector<std::pair<std::string, std::string>> Section(
       std::string_view section, std::string_view subSection = {}) const;

@@ -184,17 +184,37 @@ bool LocalIniFile::Write(const char* value, const char* key, const char* section
   if (value == nullptr) {
     return Fail(place, "there is no value", error);
   }
+  return Change(
+      [&](IniText& edited) -> std::string {
+        std::string reason;
+        return edited.Set(OrEmpty(section), OrEmpty(subSection), OrEmpty(key), value, reason)
+                   ? ""
+                   : place + ": " + reason;
+      },
+      error);
+}
+
+bool LocalIniFile::Remove(const char* key, const char* section, std::string& error) {
+  return Change(
+      [&](IniText& edited) {
+        edited.Remove(section, {}, key);
+        return std::string();
+      },
+      error);
+}
+
+bool LocalIniFile::Change(const std::function<std::string(IniText&)>& edit, std::string& error) {
   // Others may have edited the file since it was read.
   IniText edited;
   if (!ReadIniText(m_path, edited, error) || !CheckWritable(m_path, error)) {
     return false;
   }
-  std::string reason;
-  if (!edited.Set(OrEmpty(section), OrEmpty(subSection), OrEmpty(key), value, reason)) {
-    return Fail(place, reason, error);
+  if (std::string reason = edit(edited); !reason.empty()) {
+    error = std::move(reason);
+    return false;
   }
   if (edited.Text().size() > kMaxSize) {
-    return Fail(place, "the file would be " + TooLong(kMaxSize), error);
+    return Fail(m_path, "the file would be " + TooLong(kMaxSize), error);
   }
   if (!ReplaceFile(m_path, edited.Text(), error)) {
     return false;

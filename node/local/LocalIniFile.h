@@ -36,6 +36,15 @@ class LocalIniFile : public CMBIniFile {
   [[nodiscard]] int WriteLong(long value, const char* key, const char* section,
                               const char* subSection, void* unused, int unused2) override;
 
+  /// Sets a value as WriteString does. False, with path and reason in `error`, if that fails.
+  [[nodiscard]] bool Write(const char* value, const char* key, const char* section,
+                           const char* subSection, std::string& error);
+  /// Takes out all lines with the key. False, with path and reason in `error` and nothing changed,
+  /// if the file can't be written.
+  [[nodiscard]] bool Remove(const char* key, const char* section, std::string& error);
+  /// Whether the section stands in the file, be it empty.
+  [[nodiscard]] bool HasSection(const char* section) const { return m_ini.HasSection(section); }
+
   /// Takes path and reason of a write that failed, or that may not survive a crash.
   void OnWriteProblem(std::function<void(const std::string&)> handler) {
     m_onWriteProblem = std::move(handler);
@@ -57,8 +66,9 @@ class LocalIniFile : public CMBIniFile {
 
  private:
   LocalIniFile(std::string path, IniText ini) : m_path(std::move(path)), m_ini(std::move(ini)) {}
-  [[nodiscard]] bool Write(const char* value, const char* key, const char* section,
-                           const char* subSection, std::string& error);
+  /// Reads the file anew, has `edit` change it and writes it. `edit` gives the reason of a failure,
+  /// or an empty text.
+  [[nodiscard]] bool Change(const std::function<std::string(IniText&)>& edit, std::string& error);
 
   std::string m_path;
   IniText m_ini;

@@ -10,7 +10,6 @@
 
 #include "node/MessageCatalog.h"
 #include "node/local/IniCheck.h"
-#include "node/local/NodeSettings.h"
 
 namespace {
 
@@ -44,6 +43,9 @@ LocalNode::LoopParts::LoopParts(const ProblemReport& report)
       schedule(loop, desk, sinks),
       operations(loop, desk, schedule, lastRows, history),
       server(loop, operations, ControlSettings{}, report),
+      metrics(loop, desk, schedule, history),
+      pages(metrics),
+      http(loop, [this](const auto& exchange) { pages.Serve(exchange); }),
       watches(loop, report),
       timers(loop),
       manager(loop) {}
@@ -222,9 +224,34 @@ void LocalNode::LoadSettings() {
     Report(error);
     return;
   }
-  Parts().history.Configure(ReadNodeSettings(*ini).history);
+  Parts().operations.SetIniFile(m_iniDirectory.empty() ? kIniDirectory : m_iniDirectory,
+                                m_iniName.empty() ? kIniName : m_iniName);
+  if (!ini->HasSection("Schedule") && !WriteDefaultSchedule(*ini, error)) {
+    Report(error);
+  }
+  const NodeSettings settings = ReadNodeSettings(*ini);
+  Parts().history.Configure(settings.history);
+  OpenHttp(settings);
   Parts().schedule.Load(ini->Path(), ScheduleLines(*ini),
                         [this](const std::string& problem) { Report(problem); });
+}
+
+void LocalNode::OpenHttp(const NodeSettings& settings) {
+  if (settings.httpListen.empty()) {
+    return;
+  }
+  Parts().metrics.Configure(
+      settings.httpRecords.value_or(MetricsDesk::DefaultRecords()),
+      [this, isAsked = settings.httpRecords.has_value()](const std::string& problem) {
+        if (isAsked) {
+          Report(problem);
+        }
+      });
+  std::string error;
+  if (!Parts().http.Open(settings.httpListen, error)) {
+    Report("Http Listen: " + error + "; the daemon goes on without metrics");
+  }
+  Parts().operations.SetHttpAddress(Parts().http.Address());
 }
 
 int LocalNode::Run(CMBRunnableNode& node) {
@@ -234,6 +261,7 @@ int LocalNode::Run(CMBRunnableNode& node) {
   Parts().loop.Run(node);
   Parts().manager.Stopping();
   Parts().schedule.Stop();
+  Parts().http.Close();
   Parts().server.Close();
   return 0;
 }

@@ -11,8 +11,11 @@
 #include "node/local/EventLoop.h"
 #include "node/local/EventTimers.h"
 #include "node/local/HistoryStore.h"
+#include "node/local/HttpPages.h"
+#include "node/local/HttpServer.h"
 #include "node/local/LocalIniFile.h"
 #include "node/local/MessageLog.h"
+#include "node/local/NodeSettings.h"
 #include "node/local/RecordSink.h"
 #include "node/local/ScheduleBook.h"
 #include "node/local/ServiceManager.h"
@@ -79,6 +82,9 @@ class LocalNode : public NodeLayer {
     ScheduleBook schedule;
     ControlOperations operations;
     ControlServer server;
+    MetricsDesk metrics;
+    HttpPages pages;
+    HttpServer http;
     DescriptorWatches watches;
     EventTimers timers;
     ServiceManager manager;
@@ -87,6 +93,7 @@ class LocalNode : public NodeLayer {
   [[nodiscard]] LoopParts& Parts();
   void Report(const std::string& problem);
   void LoadSettings();
+  void OpenHttp(const NodeSettings& settings);
 
   std::unique_ptr<MessageLog> m_log;
   std::unique_ptr<ServiceStatus> m_status;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdlib>
 #include <optional>
 #include <string>
 
@@ -15,6 +16,9 @@ constexpr const char* kSection = "Node";
 constexpr const char* kHistoryFile = "History File";
 constexpr const char* kHistoryDays = "History Days";
 constexpr const char* kHistoryMegabytes = "History Megabytes";
+constexpr const char* kHttpListen = "Http Listen";
+constexpr const char* kHttpRecords = "Http Records";
+constexpr const char* kHttpListenVariable = "QMT_HTTP_LISTEN";
 
 /// A setting that is a whole number.
 struct NumberKey {
@@ -27,7 +31,7 @@ constexpr std::array kNumberKeys{
     NumberKey{kHistoryDays, 1, 3650},    NumberKey{kHistoryMegabytes, 1, 1 << 20},
     NumberKey{"Mount Timeout", 0, 3600},  // the agent reads it
 };
-constexpr std::array kTextKeys{kHistoryFile};
+constexpr std::array kTextKeys{kHistoryFile, kHttpListen, kHttpRecords};
 
 bool IsSame(const std::string& left, const char* right) {
   return xlb_stricmp(left.c_str(), right) == 0;
@@ -67,11 +71,27 @@ const IniSetting* Find(const std::vector<IniSetting>& settings, const char* key)
   return found == settings.end() ? nullptr : &*found;
 }
 
+/// The words of a text, parted by blanks and commas.
+std::vector<std::string> Words(const std::string& text) {
+  constexpr const char* kBetween = " ,\t";
+  std::vector<std::string> words;
+  for (std::size_t begin = text.find_first_not_of(kBetween); begin != std::string::npos;) {
+    const std::size_t end = text.find_first_of(kBetween, begin);
+    words.push_back(text.substr(begin, end - begin));
+    begin = text.find_first_not_of(kBetween, end);
+  }
+  return words;
+}
+
 }  // namespace
 
 NodeSettings ReadNodeSettings(const LocalIniFile& ini) {
   const std::vector<IniSetting> section = SectionOf(ini);
   NodeSettings settings;
+  // For where the file is not to be changed, as in a container.
+  if (const char* listen = std::getenv(kHttpListenVariable); listen != nullptr) {
+    settings.httpListen = listen;
+  }
   const auto readNumber = [&](const char* key, int& target) {
     if (const IniSetting* setting = Find(section, key); setting != nullptr) {
       const auto value = ReadNumber(*FindNumberKey(key), setting->value);
@@ -82,6 +102,12 @@ NodeSettings ReadNodeSettings(const LocalIniFile& ini) {
   readNumber(kHistoryMegabytes, settings.history.megabytes);
   if (const IniSetting* setting = Find(section, kHistoryFile); setting != nullptr) {
     settings.history.file = setting->value;
+  }
+  if (const IniSetting* setting = Find(section, kHttpListen); setting != nullptr) {
+    settings.httpListen = setting->value;
+  }
+  if (const IniSetting* setting = Find(section, kHttpRecords); setting != nullptr) {
+    settings.httpRecords = Words(setting->value);
   }
   return settings;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "node/IniListing.h"
@@ -9,9 +11,12 @@
 /// The settings of section "Node", apart from the levels of the message log, which reads its own.
 struct NodeSettings {
   HistorySettings history;
+  std::string httpListen = "127.0.0.1:9964";            ///< empty: no HTTP
+  std::optional<std::vector<std::string>> httpRecords;  ///< the default ones if not set
 };
 
-/// A value that is missing or wrong leaves the default.
+/// A value that is missing or wrong leaves the default, which for `httpListen` is that of the
+/// environment variable QMT_HTTP_LISTEN where it is set.
 [[nodiscard]] NodeSettings ReadNodeSettings(const LocalIniFile& ini);
 /// What is wrong in section "Node": unknown keys, and values that no setting takes.
 [[nodiscard]] std::vector<IniProblem> NodeProblems(const LocalIniFile& ini);

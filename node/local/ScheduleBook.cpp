@@ -11,16 +11,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned char kIntervalCategory = '4';
 
-/// 0 if the text is no number within the limits.
-long ParseSeconds(const std::string& text) {
-  long seconds = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-  const bool isWhole = error == std::errc{} && end == text.data() + text.size();
-  return isWhole && seconds >= ScheduleBook::kMinSeconds && seconds <= ScheduleBook::kMaxSeconds
-             ? seconds
-             : 0;
-}
-
 unsigned char CategoryOf(const std::string& record) {
   const RecordListing* listing = LayoutRegistry::Instance().FindListing(record);
   return listing == nullptr ? kIntervalCategory : listing->category;
@@ -39,6 +29,13 @@ Clock::time_point NextMiddleOfSecond() {
 }
 
 }  // namespace
+
+long ScheduleBook::ParseSeconds(const std::string& text) {
+  long seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  const bool isWhole = error == std::errc{} && end == text.data() + text.size();
+  return isWhole && seconds >= kMinSeconds && seconds <= kMaxSeconds ? seconds : 0;
+}
 
 ScheduleBook::ScheduleBook(EventLoop& loop, BatchDesk& desk, RecordSink& sink)
     : m_loop(loop), m_desk(desk), m_sink(sink), m_timer(loop.Io()) {}
@@ -65,12 +62,48 @@ void ScheduleBook::Load(const std::vector<ScheduleLine>& lines, const LineReport
              "the record " + line.record + " has a line already; this one is left out");
       continue;
     }
-    auto entry = std::make_shared<Entry>();
-    entry->asker =
-        std::make_shared<RecordAsker>(line.record, category, RecordAsker::Look::kScheduled, true);
-    entry->period = std::chrono::seconds(seconds);
-    m_entries.push_back(std::move(entry));
+    Add(line.record, category, seconds);
   }
+}
+
+std::shared_ptr<ScheduleBook::Entry> ScheduleBook::Add(const std::string& record,
+                                                       unsigned char category, long seconds) {
+  auto entry = std::make_shared<Entry>();
+  entry->asker =
+      std::make_shared<RecordAsker>(record, category, RecordAsker::Look::kScheduled, true);
+  entry->period = std::chrono::seconds(seconds);
+  m_entries.push_back(entry);
+  return entry;
+}
+
+ScheduleBook::EntryList::iterator ScheduleBook::Find(const std::string& record) {
+  return std::find_if(m_entries.begin(), m_entries.end(),
+                      [&](const auto& entry) { return record == entry->asker->Record(); });
+}
+
+void ScheduleBook::Set(const std::string& record, long seconds) {
+  const auto found = Find(record);
+  const bool isNew = found == m_entries.end();
+  const unsigned char category = CategoryOf(record);
+  const std::shared_ptr<Entry> entry = isNew ? Add(record, category, seconds) : *found;
+  entry->period = std::chrono::seconds(seconds);
+  entry->due = NextMiddleOfSecond() + entry->period;
+  if (isNew) {
+    m_held.emplace(record, category);
+    PostBatch({entry});
+  }
+  WaitForNext();
+}
+
+bool ScheduleBook::Remove(const std::string& record) {
+  const auto found = Find(record);
+  if (found == m_entries.end()) {
+    return false;
+  }
+  m_held.erase({record, (*found)->asker->Category()});
+  m_entries.erase(found);
+  WaitForNext();
+  return true;
 }
 
 bool ScheduleBook::Holds(const std::string& record, unsigned char category) const {
@@ -90,6 +123,7 @@ void ScheduleBook::WaitForNext() {
   const auto next = std::min_element(m_entries.begin(), m_entries.end(),
                                      [](const auto& a, const auto& b) { return a->due < b->due; });
   if (next == m_entries.end()) {
+    m_timer.cancel();
     return;
   }
   m_timer.expires_at((*next)->due);

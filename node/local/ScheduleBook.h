@@ -56,6 +56,13 @@ class ScheduleBook {
   /// The same, with the line and what is wrong in it told apart.
   using LineReport = std::function<void(std::size_t line, const std::string& problem)>;
   void Load(const std::vector<ScheduleLine>& lines, const LineReport& report);
+  /// The same at run time: a record's schedule is made, and asks for it at once, or changed.
+  /// `seconds` lies within the limits.
+  void Set(const std::string& record, long seconds);
+  /// False if the record has no schedule. A batch at work is ended with it.
+  [[nodiscard]] bool Remove(const std::string& record);
+  /// Reads the seconds of a line; 0 if they are no whole number within the limits.
+  [[nodiscard]] static long ParseSeconds(const std::string& text);
   /// Asks for every record at once, which gives the interval records their first sample, and then
   /// at their times.
   void Start();
@@ -65,6 +72,8 @@ class ScheduleBook {
   [[nodiscard]] const EntryList& Entries() const { return m_entries; }
 
  private:
+  EntryList::iterator Find(const std::string& record);
+  std::shared_ptr<Entry> Add(const std::string& record, unsigned char category, long seconds);
   void WaitForNext();
   void AskForDue();
   void PostBatch(EntryList due);

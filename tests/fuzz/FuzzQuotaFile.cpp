@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -27,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     isAsked = true;
     return first ? &user : nullptr;
   };
-  user.pw_uid = data[1] | data[2] << 8U | data[3] << 16U | static_cast<unsigned>(data[4]) << 24U;
+  std::memcpy(&user.pw_uid, data + 1, sizeof user.pw_uid);
   const std::string_view text(reinterpret_cast<const char*>(data) + 5, size - 5);
   const char* name = data[0] % 2 == 0 ? "/quota.user" : "/aquota.user";
   host.Write("/etc/mtab", "/dev/a / ext3 usrquota 0 0\n");

@@ -376,6 +376,59 @@ TEST_F(LocalNodeTest, TheScheduleOfTheIniFileIsServedAndItsBadLinesAreReported) 
   EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:7: \"message log level\" must be 0 to 999"));
 }
 
+TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {
+  WriteIni("[Schedule]\nBARE = 60\nBARE = 7\n# note\n[Node]\nHttp Listen =\n");
+  const auto ini = [] {
+    std::ostringstream text;
+    text << std::ifstream("qmtagt.ini").rdbuf();
+    return text.str();
+  };
+  std::atomic<int> fakes = 0;
+  agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    for (CMBRecordRequestEvent* event : batch.m_events) {
+      fakes += event->m_requests.at(0)->GetRecordType() == std::string("FAKE") ? 1 : 0;
+    }
+    return kNotifyDone;
+  };
+  Serve([&] {
+    TestClient client;
+    const struct {
+      const char* members;
+      const char* code;
+    } refused[] = {{R"("schedule_set","record":"NONE","seconds":5)", "unknown-record"},
+                   {R"("schedule_set","record":"IDLE","seconds":5)", "not-served"},
+                   {R"("schedule_set","record":"FAKE","seconds":0)", "bad-field"},
+                   {R"("schedule_set","record":"FAKE","seconds":86401)", "bad-field"},
+                   {R"("schedule_set","record":"FAKE","seconds":"5")", "bad-field"},
+                   {R"("schedule_set","record":"FAKE","seconds":1.5)", "bad-field"},
+                   {R"("schedule_set","seconds":5)", "bad-field"},
+                   {R"("schedule_remove","record":"FAKE")", "not-scheduled"},
+                   {R"("schedule_remove","record":"FAKE","x":1)", "bad-field"}};
+    for (const auto& row : refused) {
+      EXPECT_EQ(client.Ask(std::string("{\"op\":") + row.members + "}")["error"]["code"], row.code)
+          << row.members;
+    }
+    ASSERT_TRUE(client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":1})")["ok"]);
+    EXPECT_EQ(ini(), "[Schedule]\nBARE = 60\nBARE = 7\nFAKE = 1\n# note\n[Node]\nHttp Listen =\n");
+    while (fakes < 3) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    ASSERT_TRUE(client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":86400})")["ok"]);
+    ASSERT_TRUE(client.Ask(R"({"op":"schedule_remove","record":"BARE"})")["ok"]);
+    EXPECT_EQ(ini(), "[Schedule]\nFAKE = 86400\n# note\n[Node]\nHttp Listen =\n");
+    const json schedules = client.Ask(R"({"op":"status"})")["status"]["schedules"];
+    ASSERT_EQ(schedules.size(), 1U);
+    EXPECT_EQ(schedules[0]["seconds"], 86400);
+    const int before = fakes;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    EXPECT_EQ(fakes, before) << "the former second is forgotten";
+    ASSERT_EQ(::chmod("qmtagt.ini", 0444), 0);
+    EXPECT_EQ(client.Ask(R"({"op":"schedule_remove","record":"FAKE"})")["error"]["code"],
+              "not-written");
+    EXPECT_EQ(client.Ask(R"({"op":"status"})")["status"]["schedules"].size(), 1U);
+  });
+}
+
 TEST_F(LocalNodeTest, TheSocketReplacesAStaleOneAndNothingElse) {
   struct stat status {};
   Serve([&] {

@@ -35,7 +35,7 @@ std::size_t CountOf(const std::string& text, const std::string& part) {
 }
 
 TEST(ClientTest, AThousandLooksInOneMessageAreOneCollection) {
-  const ProductRoot root("[Node]\nMessage Log Level=30\n");
+  const ProductRoot root("[Node]\nMessage Log Level=30\n[Schedule]\n");
   Daemon daemon(root, "errors");
   ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
   const std::size_t before = CountOf(daemon.Errors(), "Starting the collect routine");

@@ -20,7 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
-constexpr const char* kMainFlow = "[Node]\nMessage Log Level=20\n";
+constexpr const char* kMainFlow = "[Node]\nMessage Log Level=20\n[Schedule]\n";
 
 /// The identifiers of the numbered messages, in order.
 Texts MessagesIn(const std::string& text) {
