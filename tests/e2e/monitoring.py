@@ -1,0 +1,210 @@
+#!/usr/bin/env python3
+"""Two agents are scraped by a real Prometheus and a real VictoriaMetrics, and what these answer is
+compared with what qmtctl says of the same agents.
+
+  monitoring.py BUILD_DIRECTORY
+"""
+
+import json
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+import urllib.error
+import urllib.parse
+import urllib.request
+
+SCRAPE_SECONDS = 1
+LIMIT_SECONDS = 90
+
+
+def fail(text):
+    raise SystemExit(f"monitoring.py: {text}")
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def fetch(url, accept=None):
+    request = urllib.request.Request(url, headers={"Accept": accept} if accept else {})
+    with urllib.request.urlopen(request, timeout=10) as answer:
+        return answer.read().decode()
+
+
+def wait_for(what, condition):
+    """Calls `condition` until it gives something true, which is returned."""
+    end = time.monotonic() + LIMIT_SECONDS
+    last = None
+    while time.monotonic() < end:
+        try:
+            if value := condition():
+                return value
+        except (urllib.error.URLError, ConnectionError, KeyError, IndexError, ValueError) as error:
+            last = error
+        time.sleep(0.2)
+    fail(f"{what}: nothing within {LIMIT_SECONDS} s ({last})")
+
+
+class Process:
+    """A program in a folder of its own, ended with the object."""
+
+    def __init__(self, words, folder, **environment):
+        self.log = folder / "log.txt"
+        with open(self.log, "wb") as log:
+            self.process = subprocess.Popen(words, cwd=folder, stdout=log, stderr=log,
+                                            env={**os.environ, **environment})
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, *_):
+        self.process.send_signal(signal.SIGTERM)
+        try:
+            self.process.wait(20)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+        if kind is not None:
+            sys.stderr.write(f"== {self.log}\n{self.log.read_text(errors='replace')[-4000:]}\n")
+
+
+class Agent(Process):
+    """The daemon below a product root of its own, with a free port for its metrics."""
+
+    def __init__(self, build, folder):
+        self.build = build
+        self.home = folder / "opt/qmtrx/mond/agent"
+        (self.home / "log").mkdir(parents=True)
+        (self.home / "wgfile").write_text("workgroup = root\nusers = root\n")
+        (self.home / "qmtagt.ini").write_text("[Node]\nHttp Listen = 127.0.0.1:0\n[Schedule]\n")
+        for helper in ("qmt_hostutil", "qmt_ufss"):
+            (self.home / helper).symlink_to(build / "helpers" / helper)
+        super().__init__([build / "agent/qmtdmon"], self.home, QMT_PRODUCT_ROOT=str(folder))
+        self.address = wait_for("the agent", lambda: self.ask("status")["http"])
+
+    def ask(self, *words):
+        done = subprocess.run(
+            [self.build / "client/qmtctl", "--socket", "run/control.sock", *words, "--json"],
+            cwd=self.home, capture_output=True, text=True, check=False)
+        if done.returncode != 0:
+            raise ValueError(done.stderr)
+        return json.loads(done.stdout)
+
+    def row(self, record, **key):
+        rows = self.ask("get", record)[0]["rows"]
+        return next(row for row in rows if all(row[label] == key[label] for label in key))
+
+
+def check_format(agent):
+    """The text itself, as the tools of its readers see it."""
+    text = fetch(f"http://{agent.address}/metrics")
+    done = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True,
+                          text=True, check=False)
+    if done.returncode != 0 or done.stdout or done.stderr:
+        fail(f"promtool: {done.stdout}{done.stderr}")
+    opened = fetch(f"http://{agent.address}/metrics", "application/openmetrics-text")
+    if not opened.endswith("# EOF\n"):
+        fail("the OpenMetrics text has no end")
+
+
+# A metric, the record and field that qmtctl shows of it, and how much of the latter it is.
+CASES = [
+    ("qmt_pi_total_physical_mem_bytes", "PI", "Total Physical Mem Mbytes", 2**20, 0),
+    ("qmt_pi_boot_time_seconds", "PI", "Boot Time", 1, 1),
+    ("qmt_pi_context_switches_total", "PI", "Context Switches", 1, 0.05),
+    ("qmt_pi_user_mode_time_seconds_total", "PI", "Total User-Mode Time", 1, 0.05),
+    ("qmt_pds_processes", "PDS", "Processes", 1, 0.5),
+    ('qmt_fsl_total_size_bytes{file_system="/"}', "FSL", "Total Size Mbytes", 2**20, 1e-9),
+    ('qmt_cpup_idle_time_seconds_total{processor_id="0"}', "CPUP", "Idle Time", 1, 0.05),
+    ('qmt_nind_max_transmission_unit_bytes{interface="lo"}', "NIND", "Max Transmission Unit", 1, 0),
+]
+KEYS = {"FSL": {"File System": "/"}, "CPUP": {"Processor ID": "0"}, "NIND": {"Interface": "lo"}}
+
+
+def query(base, expression):
+    url = f"{base}/api/v1/query?" + urllib.parse.urlencode({"query": expression})
+    return json.loads(fetch(url))["data"]["result"]
+
+
+def check_store(name, base, agents):
+    """Everything that a store knows of each agent against that agent itself."""
+    wait_for(f"{name}: two scrapes of each agent", lambda: len(
+        query(base, "sum_over_time(up[1m]) >= 2")) >= len(agents))
+    for agent in agents:
+        for metric, record, field, scale, tolerance in CASES:
+            selector = f'instance="{agent.address}"'
+            expression = (metric[:-1] + "," + selector + "}" if metric.endswith("}")
+                          else f"{metric}{{{selector}}}")
+            answer = wait_for(f"{name}: {expression}", lambda: query(base, expression))
+            stored = float(answer[0]["value"][1])
+            shown = agent.row(record, **KEYS.get(record, {}))[field] * scale
+            # Counters have grown between the scrape and the look; all else stands still.
+            if abs(stored - shown) > tolerance * abs(shown):
+                fail(f"{name}: {expression} is {stored}, qmtctl shows {shown}")
+        built = query(base, f'qmt_agent_record_built{{instance="{agent.address}",record="PI"}}')
+        if built[0]["value"][1] != "1":
+            fail(f"{name}: the agent {agent.address} does not build PI")
+    print(f"{name}: {len(CASES)} metrics of {len(agents)} agents agree with qmtctl")
+
+
+def configuration(folder, targets, rules):
+    path = folder / "scrape.yml"
+    lines = ["global:", f"  scrape_interval: {SCRAPE_SECONDS}s", "scrape_configs:",
+             "  - job_name: qmtdmon", "    static_configs:", f"      - targets: {json.dumps(targets)}"]
+    if rules:
+        lines[2:2] = [f"rule_files: [{json.dumps(str(rules))}]"]
+    path.write_text("\n".join(lines) + "\n")
+    return path
+
+
+def run(build, work):
+    source = pathlib.Path(__file__).resolve().parents[2]
+    folders = {name: work / name for name in ("a", "b", "prometheus", "victoria")}
+    for folder in folders.values():
+        folder.mkdir()
+    shipped = source / "packaging/prometheus"
+    subprocess.run(["promtool", "check", "config", shipped / "prometheus.yml"], check=True,
+                   stdout=subprocess.DEVNULL)
+    with Agent(build, folders["a"]) as first, Agent(build, folders["b"]) as second:
+        agents = [first, second]
+        check_format(first)
+        targets = [agent.address for agent in agents]
+        port = free_port()
+        config = configuration(folders["prometheus"], targets, shipped / "qmtdmon.rules.yml")
+        with Process(["prometheus", f"--config.file={config}", "--storage.tsdb.path=data",
+                      f"--web.listen-address=127.0.0.1:{port}"], folders["prometheus"]):
+            check_store("Prometheus", f"http://127.0.0.1:{port}", agents)
+            rules = json.loads(fetch(f"http://127.0.0.1:{port}/api/v1/rules"))["data"]["groups"]
+            bad = [rule["name"] for group in rules for rule in group["rules"]
+                   if rule.get("lastError")]
+            if not rules or bad:
+                fail(f"Prometheus does not evaluate {bad or 'any rule'}")
+        port = free_port()
+        config = configuration(folders["victoria"], targets, None)
+        with Process(["victoria-metrics", f"-promscrape.config={config}", "-storageDataPath=data",
+                      f"-httpListenAddr=127.0.0.1:{port}", "-search.latencyOffset=0s"],
+                     folders["victoria"]):
+            check_store("VictoriaMetrics", f"http://127.0.0.1:{port}", agents)
+
+
+def main():
+    if len(sys.argv) != 2:
+        fail("usage: monitoring.py BUILD_DIRECTORY")
+    build = pathlib.Path(sys.argv[1]).resolve()
+    for program in ("prometheus", "promtool", "victoria-metrics"):
+        if shutil.which(program) is None:
+            fail(f"no {program}: scripts/install-deps e2e")
+    with tempfile.TemporaryDirectory(prefix="qmt-e2e-") as work:
+        run(build, pathlib.Path(work))
+
+
+if __name__ == "__main__":
+    main()
