@@ -256,6 +256,7 @@ Status ReadStatus(const Json& answer) {
   out.version = Text(status, "version");
   out.node = Text(status, "node");
   out.host = Text(status, "host");
+  out.http = status.contains("http") ? Text(status, "http") : "";
   out.kernelVariant = CountFigure(status, "kernel_variant");
   out.skippedProcesses = CountFigure(status, "collect_process_skipped");
   for (const Json& schedule : Objects(status, "schedules")) {

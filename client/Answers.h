@@ -82,6 +82,7 @@ struct Status {
   std::string version;
   std::string node;
   std::string host;
+  std::string http;              ///< the address of the metrics; empty if there is none
   std::string kernelVariant;     ///< empty if the agent does not say
   std::string skippedProcesses;  ///< that the last collection has no row for; empty likewise
   std::vector<Schedule> schedules;

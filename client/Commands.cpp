@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <set>
 #include <utility>
@@ -15,6 +16,8 @@
 
 namespace {
 
+/// A schedule has no shorter interval.
+constexpr std::chrono::milliseconds kScheduleLook{500};
 constexpr std::string_view kSocketBelowRoot = "/opt/qmtrx/mond/agent/run/control.sock";
 
 std::string Indented(const Json& value) {
@@ -114,6 +117,44 @@ std::uint16_t ParseItem(const std::string& text) {
   return item;
 }
 
+/// When each record of a sample was made.
+std::vector<std::int64_t> TimesOf(const Sample& sample) {
+  std::vector<std::int64_t> times;
+  for (const ShownRecord& record : sample.records) {
+    times.push_back(record.answer.time);
+  }
+  return times;
+}
+
+/// Shows the rows of the schedules each time that there are new ones.
+int RunWatchScheduled(const CommonOptions& common, const WatchOptions& options) {
+  const StopSignals stop;
+  SampleWriter writer(common, options.what.format, stop.Get());
+  try {
+    RecordReader reader(common.socket, options.what, "last", stop.Get());
+    std::vector<std::int64_t> shown;
+    std::uint64_t samples = 0;
+    do {
+      Sample sample = reader.Read();
+      if (sample.records.empty()) {
+        std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
+        return kExitFailed;
+      }
+      std::vector<std::int64_t> times = TimesOf(sample);
+      if (times != shown && *std::max_element(times.begin(), times.end()) != 0) {
+        shown = std::move(times);
+        writer.Write(sample);
+        ++samples;
+      }
+    } while (samples != options.count &&
+             !stop.WaitUntil(std::chrono::steady_clock::now() + kScheduleLook));
+  } catch (const Interrupted&) {
+    // The end that was asked for.
+  }
+  writer.Finish();
+  return kExitDone;
+}
+
 }  // namespace
 
 std::string DefaultSocket() {
@@ -139,6 +180,9 @@ int RunLast(const CommonOptions& common, const RecordOptions& options) {
 }
 
 int RunWatch(const CommonOptions& common, const WatchOptions& options) {
+  if (options.isScheduled) {
+    return RunWatchScheduled(common, options);
+  }
   const Pace pace(options.everySeconds);
   const StopSignals stop;
   SampleWriter writer(common, options.what.format, stop.Get());

@@ -17,6 +17,8 @@ struct WatchOptions {
   RecordOptions what;
   double everySeconds = 1;
   std::uint64_t count = 0;  ///< samples to show, 0 for no end
+  /// Show what the schedule makes as it makes it, instead of collecting.
+  bool isScheduled = false;
 };
 
 /// $QMT_PRODUCT_ROOT and the daemon's socket below it.

@@ -151,11 +151,12 @@ std::string ListingText(const std::vector<Listing>& records, const Screen& scree
 }
 
 std::string StatusText(const Status& status, const Screen& screen) {
-  const std::array<std::pair<const char*, std::string>, 8> lines{{
+  const std::array<std::pair<const char*, std::string>, 9> lines{{
       {"Process", std::to_string(status.pid)},
       {"Version", SafeText(status.version)},
       {"Node", SafeText(status.node)},
       {"Host", SafeText(status.host)},
+      {"Metrics", status.http.empty() ? "none" : "http://" + SafeText(status.http) + "/metrics"},
       {"Up time", DurationText(status.uptimeSeconds)},
       {"Kernel variant", status.kernelVariant.empty() ? "unknown" : status.kernelVariant},
       {"Skipped",
@@ -170,8 +171,12 @@ std::string StatusText(const Status& status, const Screen& screen) {
   if (status.schedules.empty()) {
     return text + Emphasize("Schedules", screen) + "       none\n";
   }
+  return text + '\n' + ScheduleText(status.schedules, screen);
+}
+
+std::string ScheduleText(const std::vector<Schedule>& schedules, const Screen& screen) {
   Table table({"Schedule", "Category", "Seconds", "Runs", "Rows", "Skipped", "Last Time"});
-  for (const Schedule& schedule : status.schedules) {
+  for (const Schedule& schedule : schedules) {
     table.AddRow({{SafeText(schedule.record)},
                   {SafeText(schedule.category)},
                   {FixedText(schedule.seconds, DecimalsOf(schedule.seconds)), true},
@@ -180,5 +185,5 @@ std::string StatusText(const Status& status, const Screen& screen) {
                   {std::to_string(schedule.skipped), true},
                   {DateText(schedule.lastTime)}});
   }
-  return text + '\n' + table.Text(screen);
+  return table.Text(screen);
 }

@@ -30,3 +30,5 @@ struct ShownRecord {
 [[nodiscard]] std::string SchemaText(const Schema& schema, const Screen& screen);
 [[nodiscard]] std::string ListingText(const std::vector<Listing>& records, const Screen& screen);
 [[nodiscard]] std::string StatusText(const Status& status, const Screen& screen);
+[[nodiscard]] std::string ScheduleText(const std::vector<Schedule>& schedules,
+                                       const Screen& screen);

@@ -12,6 +12,7 @@
 #include "client/Errors.h"
 #include "client/History.h"
 #include "client/ReportText.h"
+#include "client/Schedules.h"
 #include "client/Top.h"
 #include "client/UserData.h"
 
@@ -28,6 +29,7 @@ struct CommandLine {
   HistoryOptions history;
   UserDataOptions userData;
   std::uint64_t condition = 0;
+  long seconds = 0;
   ConditionChange change;
   bool json = false;
   bool csv = false;
@@ -129,12 +131,19 @@ void AddWatch(CLI::App& app, CommandLine& line) {
   AddRates(watch, line);
   AddChoice(watch, line);
   AddJson(watch, line)->description("Print one JSON array a line");
+  CLI::Option* every = watch->add_option("--every", line.watch.everySeconds,
+                                         "Seconds from sample to sample, 0.1 or more");
   watch
-      ->add_option("--every", line.watch.everySeconds, "Seconds from sample to sample, 0.1 or more")
-      ->required();
+      ->add_flag("--scheduled", line.watch.isScheduled,
+                 "Show what the schedule makes, as it makes it; nothing is collected for it")
+      ->excludes(every)
+      ->excludes("--rates");
   watch->add_option("--count", line.watch.count, "End after so many samples")
       ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX));
-  watch->callback([&] {
+  watch->callback([&, every] {
+    if (every->empty() && !line.watch.isScheduled) {
+      throw CLI::RequiredError("--every or --scheduled");
+    }
     line.run = [&] {
       line.watch.what = line.records;
       line.watch.what.format = line.json ? Format::kJsonLine : Format::kTable;
@@ -257,6 +266,25 @@ void AddApp(CLI::App& parent, CommandLine& line) {
   AddAppSet(*app, line);
 }
 
+void AddSchedule(CLI::App& app, CommandLine& line) {
+  CLI::App* schedule = app.add_subcommand("schedule", "Look at the schedules, or change them");
+  schedule->require_subcommand(1);
+  CLI::App* list = schedule->add_subcommand("list", "Show the schedules and how they do");
+  AddJson(list, line);
+  list->callback([&] { line.run = [&] { return RunScheduleList(line.common, line.json); }; });
+  CLI::App* add = schedule->add_subcommand("add", "Have a record collected again and again");
+  CLI::App* remove = schedule->add_subcommand("remove", "End the schedule of a record");
+  for (CLI::App* command : {add, remove}) {
+    command->add_option("RECORD", line.item, "Record name, as in CPUP")->required();
+  }
+  add->add_option("SECONDS", line.seconds, "From one collection to the next, 1 to 86400")
+      ->required()
+      ->check(CLI::Range(1, 86400).description(""));
+  add->callback(
+      [&] { line.run = [&] { return RunScheduleAdd(line.common, line.item, line.seconds); }; });
+  remove->callback([&] { line.run = [&] { return RunScheduleRemove(line.common, line.item); }; });
+}
+
 void AddUserData(CLI::App& app, CommandLine& line) {
   CLI::App* data = app.add_subcommand("userdata", "Feed figures of your own to the agent");
   data->require_subcommand(1);
@@ -333,6 +361,7 @@ int main(int argc, char** argv) {
   AddWatch(app, line);
   AddTop(app, line);
   AddOtherCommands(app, line);
+  AddSchedule(app, line);
   AddConfig(app, line);
   AddApp(app, line);
   AddWorkgroup(app, line);

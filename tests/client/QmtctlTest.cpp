@@ -26,7 +26,7 @@ Json SchemaAnswer() {
 
 Json StatusAnswer() {
   return Json::parse(R"({"status": {"pid": 4711, "uptime_seconds": 93784.2, "version": "0.1.0",
-    "node": "n1", "host": "h\u001b1", "schedules": [{"record": "CPUP", "category": "4",
+    "node": "n1", "http": "127.0.0.1:9964", "host": "h\u001b1", "schedules": [{"record": "CPUP", "category": "4",
     "seconds": 60, "runs": 3, "rows": 2, "last_time": 1700000000, "skipped": 1}],
     "last_batch": {"age_seconds": 1.5, "duration_seconds": 0.25, "records": 8, "errors": 2},
     "figures": [{"name": "kernel_variant", "help": "", "kind": "gauge", "value": 3.0},
@@ -193,6 +193,7 @@ TEST_F(Qmtctl, OtherCommandsShowWhatTheDaemonSays) {
             "Version         0.1.0\n"
             "Node            n1\n"
             "Host            h\\x1B1\n"
+            "Metrics         http://127.0.0.1:9964/metrics\n"
             "Up time         1d 02:03:04\n"
             "Kernel variant  3\n"
             "Skipped         2 processes\n"

@@ -53,6 +53,29 @@ TEST(ClientTest, AThousandLooksInOneMessageAreOneCollection) {
   EXPECT_EQ(status.at("last_batch").at("records"), 1000);
 }
 
+TEST(ClientTest, AScheduleIsAddedWatchedAndRemoved) {
+  const ProductRoot root("[Schedule]\nPI=60\n");
+  Daemon daemon(root, "errors");
+  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  EXPECT_EQ(ShownBy(root, "schedule add CPUP 1"), "");
+  EXPECT_NE(ShownBy(root, "schedule add NONE 1").find("no record"), std::string::npos);
+  EXPECT_NE(ShownBy(root, "schedule add CPUP 0").find("failed"), std::string::npos);
+  const std::string seen = ShownBy(root, "watch CPUP --scheduled --count 3 --json");
+  std::set<std::int64_t> times;
+  std::istringstream lines(seen);
+  for (std::string line; std::getline(lines, line);) {
+    times.insert(json::parse(line).at(0).at("time").get<std::int64_t>());
+  }
+  EXPECT_EQ(times.size(), 3U) << seen;
+  EXPECT_EQ(json::parse(ShownBy(root, "schedule list --json")).size(), 2U);
+  EXPECT_EQ(ShownBy(root, "schedule remove PI"), "");
+  EXPECT_NE(ShownBy(root, "schedule remove PI").find("no schedule"), std::string::npos);
+  EXPECT_EQ(ShownBy(root, "schedule list").find("PI"), std::string::npos);
+  EXPECT_EQ(root.Read("opt/qmtrx/mond/agent/qmtagt.ini").find("PI=60"), std::string::npos);
+  EXPECT_NE(ShownBy(root, "watch PI --scheduled").find("no schedule collects"), std::string::npos);
+  EXPECT_NE(ShownBy(root, "watch PI").find("--every or --scheduled"), std::string::npos);
+}
+
 TEST(ClientTest, WatchShowsABusyProcessorAndAScheduleKeepsItsRows) {
   const ProductRoot root("[Schedule]\nCPUP=1\n");
   Daemon daemon(root, "errors");
