@@ -1,5 +1,7 @@
 #include "collect/MountTable.h"
 
+#include <string_view>
+
 #include "support/HostPaths.h"
 
 namespace {
@@ -12,7 +14,7 @@ constexpr std::size_t kLineBuffer = 64 * 1024;
 
 bool MountTable::Open(const char* path) {
   m_line.resize(kLineBuffer);
-  m_stream = OpenTextFile(HostPath(path));
+  m_stream = OpenTextFile(std::string_view(path) == kMtab ? HostMountTable() : HostPath(path));
   return m_stream != nullptr;
 }
 

@@ -1,5 +1,8 @@
 #include "support/HostPaths.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdlib>
 
 namespace {
@@ -41,3 +44,14 @@ std::string HostPath(std::string_view absolute) { return Below(HostRoot(), absol
 std::string ProductPath(std::string_view absolute) { return Below(ProductRoot(), absolute); }
 void SetHostRoot(std::string root) { HostRoot() = WithoutTrailingSlash(std::move(root)); }
 void SetProductRoot(std::string root) { ProductRoot() = WithoutTrailingSlash(std::move(root)); }
+
+std::string HostMountTable() {
+  struct ::stat own {};
+  struct ::stat first {};
+  const std::string ofFirst = HostPath("/proc/1/mounts");
+  const bool isElsewhere = ::stat(HostPath("/proc/self/ns/mnt").c_str(), &own) == 0 &&
+                           ::stat(HostPath("/proc/1/ns/mnt").c_str(), &first) == 0 &&
+                           (own.st_ino != first.st_ino || own.st_dev != first.st_dev) &&
+                           ::access(ofFirst.c_str(), R_OK) == 0;
+  return isElsewhere ? ofFirst : HostPath("/etc/mtab");
+}

@@ -136,7 +136,7 @@ bool Scan(const LocalMount& mount, ProgressLine& line, Results& results) {
 
 /// The exit value.
 int ScanAll() {
-  const std::string table = HostPath("/etc/mtab");
+  const std::string table = HostMountTable();
   std::vector<LocalMount> mounts;
   if (!FindLocalMounts(table, mounts)) {
     std::fprintf(stderr, "qmt_ufss: %s: %s\n", table.c_str(), std::strerror(errno));

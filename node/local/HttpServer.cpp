@@ -264,7 +264,13 @@ void HttpServer::WaitForWork() {
 }
 
 void HttpServer::Work() {
-  MHD_run(m_daemon);
+  // The library stops listening while all places are taken, and finds out that one is free in the
+  // turn behind the one that has freed it.
+  std::size_t before = 0;
+  do {
+    before = m_connections.size();
+    MHD_run(m_daemon);
+  } while (m_connections.size() < before);
   EndLateConnections();
   MHD_UNSIGNED_LONG_LONG milliseconds = 0;
   Clock::time_point next = Clock::time_point::max();

@@ -1,7 +1,11 @@
 #include "collect/FileSystemSource.h"
 
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -12,6 +16,7 @@
 #include "collect/FileStatSource.h"
 #include "support/ProductOptions.h"
 #include "tests/collect/CollectFixture.h"
+#include "tests/support/TempFolder.h"
 
 namespace {
 
@@ -174,6 +179,41 @@ TEST_F(FileSystemSourceTest, FileStatLooksAtTheCallersPathsUntilOneFails) {
   EXPECT_EQ(row.modifyTime.seconds, status.st_mtime);
   EXPECT_EQ(collector.collect(COLLECT_FILE_STAT, 0), nullptr);
   EXPECT_TRUE(collector.GetFileStat()->empty());
+}
+
+TEST_F(FileSystemSourceTest, AMountNamespaceOfItsOwnHidesNothingOfTheHost) {
+  struct ::stat first {};
+  if (::stat("/proc/1/ns/mnt", &first) != 0) {
+    GTEST_SKIP() << "may not look at process 1";
+  }
+  // Threads share a namespace, so it is a process that gets one of its own.
+  const TempFolder folder;
+  const std::string mounted = folder.Path() / "private";
+  std::filesystem::create_directory(mounted);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("none", mounted.c_str(), "tmpfs", 0, nullptr) != 0) {
+      ::_exit(2);
+    }
+    SetHostRoot("");
+    Os().statfs64 = ::statfs64;
+    std::vector<FileSystem> rows;
+    FileSystemSourceUser source;
+    const UtlErrorPtr error(source.readAll(nullptr, rows));
+    const bool isSeen = std::any_of(rows.begin(), rows.end(), [&](const FileSystem& row) {
+      return row.GetMountPoint() == mounted;
+    });
+    ::_exit(error != nullptr || rows.empty() ? 3 : isSeen ? 1 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == 2) {
+    GTEST_SKIP() << "may make no namespace";
+  }
+  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ TEST(DaemonTest, EachStopSignalHasItsMessagesAndExitValue) {
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.signal);
-    const ProductRoot root;
+    const ProductRoot root("[Schedule]\n");
     Daemon daemon(root, "errors");
     ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
     EXPECT_TRUE(fs::is_fifo(root.PipeFolder() / "qmt_hostutil_.pipe"));

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "client/Applications.h"
+#include "client/Check.h"
+#include "client/Commands.h"
+#include "client/History.h"
+#include "client/ReportText.h"
+#include "client/Top.h"
+#include "client/UserData.h"
+
+/// The command line and the command that it chose.
+struct CommandLine {
+  CommonOptions common;
+  RecordOptions records;
+  WatchOptions watch;
+  TopOptions top;
+  CheckOptions check;
+  ExplainOptions explain;
+  HistoryOptions history;
+  UserDataOptions userData;
+  std::uint64_t condition = 0;
+  long seconds = 0;
+  ConditionChange change;
+  bool json = false;
+  bool csv = false;
+  std::string item;
+  std::string value;
+  std::function<int()> run;
+  /// The values of options that take one of a few.
+  std::map<const CLI::Option*, std::vector<std::string>> choices;
+};
+
+/// Builds all commands into `app`; both outlive its parsing, after which `line.run` is the command
+/// that was chosen.
+void BuildCommands(CLI::App& app, CommandLine& line);
+
+/// The part of it that changes things or looks at files.
+void AddChangingCommands(CLI::App& app, CommandLine& line);
+
+// What several commands have.
+
+[[nodiscard]] Format ChosenFormat(const CommandLine& line);
+CLI::Option* AddJson(CLI::App* command, CommandLine& line);
+/// Tables if neither is given.
+void AddFormats(CLI::App* command, CommandLine& line);
+/// Has the option take one of `values`, which its help names itself.
+CLI::Option* TakeOneOf(CLI::Option* option, CommandLine& line, std::vector<std::string> values);

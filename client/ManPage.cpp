@@ -1,0 +1,108 @@
+#include "client/ManPage.h"
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "client/CommandView.h"
+#include "client/Errors.h"
+
+namespace {
+
+constexpr std::array<std::pair<int, const char*>, 5> kExitTexts{{
+    {kExitDone, "Done."},
+    {kExitFailed, "Failed: no daemon, a broken answer, or a record that could not be had."},
+    {kExitUsage, "Wrong usage."},
+    {kExitRefused, "The agent refused a change."},
+    {kExitNotWritten, "A change could not be written to the daemon's file."},
+}};
+
+/// A text as it is, whatever the formatter makes of some of its characters.
+std::string Escaped(std::string_view text) {
+  std::string escaped;
+  for (const char letter : text) {
+    if (letter == '\\') {
+      escaped += "\\e";
+    } else if (letter == '-') {
+      escaped += "\\-";
+    } else {
+      // A request begins a line with one of these.
+      const bool isRequest =
+          (letter == '.' || letter == '\'') && (escaped.empty() || escaped.back() == '\n');
+      escaped += isRequest ? "\\&" : "";
+      escaped += letter;
+    }
+  }
+  return escaped;
+}
+
+std::string Bold(std::string_view text) { return "\\fB" + Escaped(text) + "\\fR"; }
+std::string Italic(std::string_view text) { return "\\fI" + Escaped(text) + "\\fR"; }
+
+std::string OptionHead(const CLI::Option& option) {
+  if (option.get_positional()) {
+    return Italic(NameOf(option));
+  }
+  const std::string value = ValueOf(option);
+  return Bold(NameOf(option)) + (value.empty() ? "" : ' ' + Italic(value));
+}
+
+/// A command and its arguments, options in brackets unless they must be there.
+std::string Synopsis(const CLI::App& command, const std::string& path) {
+  std::string line = Bold(path);
+  for (const bool arePositional : {false, true}) {
+    for (const CLI::Option* option : OptionsOf(command, arePositional)) {
+      const std::string head = OptionHead(*option);
+      const char* more = option->get_items_expected_max() > 1 ? " ..." : "";
+      line += option->get_required() ? ' ' + head + more : " [" + head + more + ']';
+    }
+  }
+  return line;
+}
+
+std::string Descriptions(const CLI::App& command) {
+  std::string text;
+  for (const bool arePositional : {true, false}) {
+    for (const CLI::Option* option : OptionsOf(command, arePositional)) {
+      text += ".TP\n" + OptionHead(*option) + '\n' + Escaped(option->get_description()) + ".\n";
+    }
+  }
+  return text;
+}
+
+/// The command and, behind it, its subcommands.
+std::string Commands(const CLI::App& command, const std::string& path) {
+  std::string text;
+  for (const CLI::App* subcommand : SubcommandsOf(command)) {
+    const std::string name = path + ' ' + subcommand->get_name();
+    text += ".SS " + Synopsis(*subcommand, name) + '\n' + Escaped(subcommand->get_description()) +
+            ".\n" + Descriptions(*subcommand) + Commands(*subcommand, name);
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string ManPage(const CLI::App& tree) {
+  const std::string name = tree.get_name();
+  std::string text = ".TH " + name + " 1 \"\" \"" + name + " " QMT_VERSION "\" \"User Commands\"\n";
+  text += ".SH NAME\n" + name + " \\- operator's client of the monitoring daemon qmtdmon\n";
+  text += ".SH SYNOPSIS\n" + Synopsis(tree, name) + ' ' + Italic("COMMAND") + " ...\n";
+  text += ".SH DESCRIPTION\n" + Escaped(tree.get_description()) +
+          ". Data goes to standard output, words for the operator to standard error.\n";
+  text += ".SH OPTIONS\nThese may also stand behind a command.\n" + Descriptions(tree);
+  text += ".SH COMMANDS\n" + Commands(tree, name);
+  text += ".SH EXIT STATUS\n";
+  for (const auto& [value, meaning] : kExitTexts) {
+    text += ".TP\n.B " + std::to_string(value) + '\n' + Escaped(meaning) + '\n';
+  }
+  text +=
+      ".SH ENVIRONMENT\n.TP\n.B QMT_PRODUCT_ROOT\n"
+      "A path that stands before those of the daemon's files.\n";
+  text +=
+      ".SH FILES\n.TP\n.I /opt/qmtrx/mond/agent/run/control.sock\nThe control socket of the "
+      "daemon.\n";
+  text += ".SH SEE ALSO\n.BR qmtdmon (8),\n.BR qmtagt.ini (5)\n";
+  return text;
+}
