@@ -280,6 +280,10 @@ void HttpServer::Work() {
   for (const auto& [connection, facts] : m_connections) {
     next = std::min(next, facts.end);
   }
+  const bool isFull = m_connections.size() >= m_settings.maxConnections;
+  if (std::exchange(m_wasFull, isFull) || isFull) {
+    next = std::min(next, Clock::now() + std::chrono::seconds(1));
+  }
   if (next == Clock::time_point::max()) {
     m_timer.cancel();
     return;

@@ -65,5 +65,6 @@ class HttpServer {
   asio::steady_timer m_timer;
   std::map<void*, Connection> m_connections;
   std::map<HttpExchange*, std::shared_ptr<HttpExchange>> m_exchanges;
+  bool m_wasFull = false;  ///< at the last turn
   std::shared_ptr<bool> m_isOpen = std::make_shared<bool>(false);
 };

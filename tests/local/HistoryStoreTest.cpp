@@ -2,11 +2,15 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <thread>
@@ -161,6 +165,45 @@ TEST_F(HistoryStoreTest, AFailureIsToldOnceAndHistoryResumesByItself) {
   EXPECT_EQ(Number("SELECT count(*) FROM FAKE", "missing/records.db"), 1);
 }
 
+TEST_F(HistoryStoreTest, AFullDiskIsToldOnceAndItsReleaseToo) {
+  std::filesystem::create_directory("small");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    // A mount of this process alone, which its end takes away.
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("none", "small", "tmpfs", 0, "size=2m") != 0) {
+      ::_exit(2);
+    }
+    std::ofstream("small/other") << std::string(1'500'000, 'x');
+    Keep({.file = "small/records.db"});
+    for (int batch = 0; batch < 100 && m_store.LostBatches() == 0; ++batch) {
+      Batch(m_now, 500);
+    }
+    Batch(m_now, 500);
+    const auto told = [this] {
+      return std::count_if(m_told.begin(), m_told.end(), [](const std::string& text) {
+        return text.starts_with("History: small/");
+      });
+    };
+    const auto toldOfFull = told();
+    const bool isFull = m_store.LostBatches() == 2 && !m_store.Problem().empty();
+    std::filesystem::remove("small/other");
+    const std::int64_t before = Number("SELECT count(*) FROM FAKE", "small/records.db");
+    Batch(m_now, 500);
+    const bool isBack = m_store.Problem().empty() && m_store.LostBatches() == 2 &&
+                        Number("SELECT count(*) FROM FAKE", "small/records.db") == before + 500;
+    ::_exit(!isFull ? 3 : !isBack ? 4 : toldOfFull != 1 ? 5 : told() != 2 ? 6 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == 2) {
+    GTEST_SKIP() << "may mount nothing";
+  }
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
 TEST_F(HistoryStoreTest, ABrokenFileIsSetAside) {
   std::ofstream("records.db") << std::string(5000, 'x');
   Keep();
@@ -193,7 +236,7 @@ TEST_F(HistoryStoreTest, AReaderDelaysABatchAndLosesNone) {
 }
 
 TEST_F(HistoryStoreTest, AKillLosesAtMostTheBatchAtWork) {
-  constexpr int kKills = 20;
+  constexpr int kKills = 200;
   std::int64_t before = 0;
   for (int kill = 0; kill < kKills; ++kill) {
     int done[2];
@@ -209,7 +252,7 @@ TEST_F(HistoryStoreTest, AKillLosesAtMostTheBatchAtWork) {
       }
     }
     ::close(done[1]);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20 + 7 * kill));
+    std::this_thread::sleep_for(std::chrono::milliseconds(5 + 3 * (kill % 20)));
     ::kill(child, SIGKILL);
     ::waitpid(child, nullptr, 0);
     std::int64_t batches = 0;
