@@ -155,6 +155,14 @@ def check_store(name, base, agents):
     print(f"{name}: {len(CASES)} metrics of {len(agents)} agents agree with qmtctl")
 
 
+def check_dashboard(name, base, shipped):
+    """Each question of the shipped dashboard is understood."""
+    panels = json.loads((shipped / "dashboard.json").read_text())["panels"]
+    for panel in panels:
+        query(base, panel["targets"][0]["expr"].replace("$instance", ".*"))
+    print(f"{name}: the {len(panels)} questions of the dashboard are understood")
+
+
 def configuration(folder, targets, rules):
     path = folder / "scrape.yml"
     lines = ["global:", f"  scrape_interval: {SCRAPE_SECONDS}s", "scrape_configs:",
@@ -182,6 +190,7 @@ def run(build, work):
         with Process(["prometheus", f"--config.file={config}", "--storage.tsdb.path=data",
                       f"--web.listen-address=127.0.0.1:{port}"], folders["prometheus"]):
             check_store("Prometheus", f"http://127.0.0.1:{port}", agents)
+            check_dashboard("Prometheus", f"http://127.0.0.1:{port}", shipped)
             rules = json.loads(fetch(f"http://127.0.0.1:{port}/api/v1/rules"))["data"]["groups"]
             bad = [rule["name"] for group in rules for rule in group["rules"]
                    if rule.get("lastError")]
@@ -193,6 +202,7 @@ def run(build, work):
                       f"-httpListenAddr=127.0.0.1:{port}", "-search.latencyOffset=0s"],
                      folders["victoria"]):
             check_store("VictoriaMetrics", f"http://127.0.0.1:{port}", agents)
+            check_dashboard("VictoriaMetrics", f"http://127.0.0.1:{port}", shipped)
 
 
 def main():

@@ -1,0 +1,84 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "client/CommandLine.h"
+#include "client/CommandView.h"
+#include "client/Completion.h"
+#include "client/ManPage.h"
+#include "tests/support/TempFolder.h"
+
+namespace {
+
+class GeneratedFilesTest : public ::testing::Test {
+ protected:
+  GeneratedFilesTest() { BuildCommands(m_app, m_line); }
+  /// What Bash prints when it runs the text; "failed" if it ends with an error.
+  std::string Bash(const std::string& text) const {
+    std::ofstream(m_folder.Path() / "script") << text;
+    const std::string command = "cd '" + m_folder.Path().string() + "' && bash script >out 2>&1";
+    return std::system(command.c_str()) == 0 ? m_folder.Read("out") : "failed";
+  }
+  /// What the completion offers behind these words, the last of which is the one at the cursor.
+  std::string Complete(const std::string& words) const {
+    return Bash(BashCompletion(m_app, m_line) + "qmtctl() { printf 'CPUP\\nPI\\n'; }\n" +
+                "COMP_WORDS=(" + words + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n" +
+                "_qmtctl; echo \"${COMPREPLY[@]}\"\n");
+  }
+  /// Whether each command and long option of the tree stands in the text, by `form` of the option.
+  void ExpectAll(const CLI::App& command, const std::string& text, const std::string& dash) {
+    for (const CLI::Option* option : OptionsOf(command, false)) {
+      const std::string name = NameOf(*option).substr(2);
+      EXPECT_NE(text.find(dash + name), std::string::npos) << name;
+    }
+    for (const CLI::App* subcommand : SubcommandsOf(command)) {
+      EXPECT_NE(text.find(subcommand->get_name()), std::string::npos) << subcommand->get_name();
+      ExpectAll(*subcommand, text, dash);
+    }
+  }
+
+  CommandLine m_line;
+  CLI::App m_app{"Talks to the monitoring daemon qmtdmon", "qmtctl"};
+  TempFolder m_folder;
+};
+
+TEST_F(GeneratedFilesTest, TellOfEveryCommandAndOption) {
+  ExpectAll(m_app, BashCompletion(m_app, m_line), "--");
+  ExpectAll(m_app, ZshCompletion(m_app, m_line), "--");
+  ExpectAll(m_app, FishCompletion(m_app, m_line), " -l ");
+  ExpectAll(m_app, ManPage(m_app), "\\-\\-");
+  EXPECT_EQ(ManPage(m_app).find("complete\\-records"), std::string::npos) << "hidden";
+}
+
+TEST_F(GeneratedFilesTest, BashOffersWhatMayStandThere) {
+  const struct {
+    const char* words;
+    const char* offered;
+  } cases[] = {{"qmtctl his", "history\n"},
+               {"qmtctl top --by m", "memory\n"},
+               {"qmtctl --color a", "auto always\n"},
+               {"qmtctl app s", "set\n"},
+               {"qmtctl app set --k", "--kind\n"},
+               {"qmtctl app set --kind c", "command-line\n"},
+               {"qmtctl get --ra", "--rates\n"},
+               {"qmtctl get C", "CPUP\n"},
+               {"qmtctl --color never schedule add P", "PI\n"},
+               {"qmtctl check scr", "script\n"},
+               {"qmtctl history CPUP --since \"\"", "\n"}};
+  for (const auto& row : cases) {
+    EXPECT_EQ(Complete(row.words), row.offered) << row.words;
+  }
+}
+
+TEST_F(GeneratedFilesTest, ThePageIsSound) {
+  if (std::system("command -v groff >/dev/null") != 0) {
+    GTEST_SKIP() << "no groff";
+  }
+  std::ofstream(m_folder.Path() / "page.1") << ManPage(m_app);
+  EXPECT_EQ(Bash("groff -man -ww -Tascii page.1 2>&1 >/dev/null"), "");
+}
+
+}  // namespace
