@@ -10,9 +10,9 @@
 namespace {
 
 /// One label of the rows; remembers where it stood.
-class Column {
+class LookColumn {
  public:
-  explicit Column(const char* label) : m_label(label) {}
+  explicit LookColumn(const char* label) : m_label(label) {}
 
   double Number(const Json& row) {
     const Json& value = Value(row);
@@ -52,20 +52,20 @@ class Column {
 
 /// The labels of PDI that a look needs.
 struct Columns {
-  Column recordTime{"Record Time"};
-  Column pid{"PID"};
-  Column program{"Program"};
-  Column user{"User"};
-  Column startTime{"Start Time"};
-  Column userCpu{"User CPU"};
-  Column systemCpu{"System CPU"};
-  Column majorFaults{"Major Faults"};
-  Column realMem{"Real Mem Kbytes"};
-  Column virtualMem{"Virtual Mem Kbytes"};
-  Column state{"State"};
-  Column ioOps{"Total I/O Ops"};
-  Column ioKbytes{"Total I/O Kbytes"};
-  Column arguments{"Argument List"};
+  LookColumn recordTime{"Record Time"};
+  LookColumn pid{"PID"};
+  LookColumn program{"Program"};
+  LookColumn user{"User"};
+  LookColumn startTime{"Start Time"};
+  LookColumn userCpu{"User CPU"};
+  LookColumn systemCpu{"System CPU"};
+  LookColumn majorFaults{"Major Faults"};
+  LookColumn realMem{"Real Mem Kbytes"};
+  LookColumn virtualMem{"Virtual Mem Kbytes"};
+  LookColumn state{"State"};
+  LookColumn ioOps{"Total I/O Ops"};
+  LookColumn ioKbytes{"Total I/O Kbytes"};
+  LookColumn arguments{"Argument List"};
 };
 
 std::int64_t ProcessId(double number) {

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr std::uint32_t kRecordSize = 1072;
+constexpr std::uint32_t kQuotaRecordSize = 1072;
 
 enum Version : int { kNoVersion = -1, kVersion1 = 1, kVersion2 = 2, kXfs = 3 };
 constexpr const char* kFileV1 = "/quota.user";
@@ -233,7 +233,7 @@ bool QuotaSourceUser::ReadFileV1(QuotaFigures& figures) const {
 
 void QuotaSourceUser::GetQuotaRecord(const QuotaFigures& figures, x_quota& record) const {
   const auto low = [](std::uint64_t figure) { return static_cast<std::uint32_t>(figure); };
-  record.size = kRecordSize;
+  record.size = kQuotaRecordSize;
   record.uid = m_currentUid;
   record.mountPoint = m_path;
   record.usedKB = low(figures.usedKB);

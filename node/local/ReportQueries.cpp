@@ -15,7 +15,7 @@ struct WantedReport {
   ReportArguments arguments;
 };
 
-std::variant<WantedReport, ControlError> ReadWanted(const Json& message) {
+std::variant<WantedReport, ControlError> ReadWantedReport(const Json& message) {
   WantedReport wanted;
   const auto name = message.find("report");
   if (name == message.end() || !name->is_string()) {
@@ -62,7 +62,7 @@ void RunReport(const ControlRequest& request, const WantedReport& wanted) {
 }  // namespace
 
 void ReportQueries::Report(const std::shared_ptr<ControlRequest>& request) {
-  auto wanted = ReadWanted(request->Message());
+  auto wanted = ReadWantedReport(request->Message());
   if (const auto* error = std::get_if<ControlError>(&wanted)) {
     request->Fail(*error);
     return;

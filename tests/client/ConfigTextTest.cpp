@@ -6,7 +6,7 @@
 
 namespace {
 
-std::vector<ConfigNode> Sample() {
+std::vector<ConfigNode> SampleTree() {
   return ReadConfig(Json::parse(R"({"config": {"children": [
     {"kind": "folder", "label": "Applications", "help": "", "children": [
       {"kind": "folder", "label": "sh\u001b", "help": "", "children": [
@@ -21,7 +21,7 @@ std::vector<ConfigNode> Sample() {
 }
 
 TEST(ConfigText, ShowsTheTreeByIndentation) {
-  EXPECT_EQ(ConfigText(Sample(), Screen{}),
+  EXPECT_EQ(ConfigText(SampleTree(), Screen{}),
             "Applications\n"
             "  sh\\x1B\n"
             "     1001  Kind: None, [Execute], Command Line\n"
@@ -39,16 +39,16 @@ TEST(ConfigText, ShowsTheTreeByIndentation) {
 TEST(ConfigText, WrapsToTheWidth) {
   Screen screen;
   screen.width = 28;
-  EXPECT_NE(ConfigText(Sample(), screen)
+  EXPECT_NE(ConfigText(SampleTree(), screen)
                 .find("     1001  Kind: None,\n"
                       "           [Execute],\n"
                       "           Command Line\n"),
             std::string::npos)
-      << ConfigText(Sample(), screen);
+      << ConfigText(SampleTree(), screen);
   screen.color = true;
-  EXPECT_NE(ConfigText(Sample(), screen).find("\x1b[2mcount\x1b[0m \x1b[2mthat\x1b[0m\n"),
+  EXPECT_NE(ConfigText(SampleTree(), screen).find("\x1b[2mcount\x1b[0m \x1b[2mthat\x1b[0m\n"),
             std::string::npos)
-      << ConfigText(Sample(), screen);
+      << ConfigText(SampleTree(), screen);
 
   // However long and deep, no line is wider than the screen and nothing is lost.
   screen.color = false;

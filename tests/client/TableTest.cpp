@@ -10,7 +10,7 @@ Screen Wide(std::size_t width) {
   return screen;
 }
 
-Table Sample() {
+Table SampleTable() {
   Table table({"Name", "Load", "Kind", "State"}, {true, false, false, false});
   table.AddRow({{"cpu0"}, {"1.5", true}, {"big"}, {"on"}});
   table.AddRow({{"c1"}, {"-"}, {"little"}, {"off"}});
@@ -19,7 +19,7 @@ Table Sample() {
 }
 
 TEST(Table, AlignsColumnsAndPutsNumbersToTheRight) {
-  EXPECT_EQ(Sample().Text(Screen{}),
+  EXPECT_EQ(SampleTable().Text(Screen{}),
             "Name  Load  Kind    State\n"
             "cpu0   1.5  big     on\n"
             "c1       -  little  off\n"
@@ -27,8 +27,8 @@ TEST(Table, AlignsColumnsAndPutsNumbersToTheRight) {
 }
 
 TEST(Table, GoesOnBelowWithItsKeysOnANarrowScreen) {
-  EXPECT_EQ(Sample().Text(Wide(25)), Sample().Text(Screen{}));
-  EXPECT_EQ(Sample().Text(Wide(18)),
+  EXPECT_EQ(SampleTable().Text(Wide(25)), SampleTable().Text(Screen{}));
+  EXPECT_EQ(SampleTable().Text(Wide(18)),
             "Name  Load  Kind\n"
             "cpu0   1.5  big\n"
             "c1       -  little\n"
@@ -39,7 +39,7 @@ TEST(Table, GoesOnBelowWithItsKeysOnANarrowScreen) {
             "c1    off\n"
             "c2    on\n");
   // Keys that would fill most of the screen are not repeated, and every column comes once at least.
-  const std::string tiny = Sample().Text(Wide(3));
+  const std::string tiny = SampleTable().Text(Wide(3));
   EXPECT_EQ(tiny.find("Name"), tiny.rfind("Name"));
   EXPECT_NE(tiny.find("\n\nState\non\n"), std::string::npos);
 }
