@@ -62,7 +62,7 @@ TEST_F(NFSSourceTest, TakesTheLinesThatAreWhole) {
                {"a longer key first", "xproc2x 18" + Numbers(18, 2) + "\n" + v2, "189 189 0"},
                {"words", "proc2 18 a b c\n" + v3, "253 0 253"},
                {"wrapping", "proc2 18 4294967295" + Numbers(17, 0) + "\n", "135 135 0"},
-               {"binary", std::string("proc2 18\0 1 2\n\xff\xfe proc3\n", 25), "0 0 0"},
+               {"binary", std::string("proc2 18\0 1 2\n\xff\xfe proc3\n", 23), "0 0 0"},
                {"no line", "proc2\nproc3 \n", "0 0 0"},
                {"nothing", "", "0 0 0"}};
   for (const auto& test : cases) {
