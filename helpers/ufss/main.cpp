@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <linux/ioprio.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -30,6 +29,11 @@ namespace {
 constexpr int kUsage = 2;
 constexpr int kFailed = 1;
 constexpr int kLowestPriority = 19;
+// From ioprio_set(2); the kernel's own header is no C++ in every version.
+constexpr int kIoPriorityWhoProcess = 1;
+constexpr int kIoPriorityIdle = 3;
+constexpr int kIoPriorityClassShift = 13;
+constexpr int kIoPriorityLowestLevel = 7;
 constexpr double kBlocksPerMbyte = 2048.0;
 
 volatile std::sig_atomic_t g_isStopped = 0;
@@ -68,8 +72,8 @@ bool TakeLock(const char* path) {
 /// Gives way to everything else on the processor and on the disks.
 void LowerPriority() {
   [[maybe_unused]] const int ignored = ::nice(kLowestPriority);
-  ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0,
-            IOPRIO_PRIO_VALUE(IOPRIO_CLASS_IDLE, IOPRIO_BE_NR - 1));
+  ::syscall(SYS_ioprio_set, kIoPriorityWhoProcess, 0,
+            (kIoPriorityIdle << kIoPriorityClassShift) | kIoPriorityLowestLevel);
 }
 
 /// Tells how far the scan is, when asked for and once a second on a terminal.
