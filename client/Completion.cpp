@@ -87,11 +87,46 @@ std::string PathCases(const std::vector<Place>& places) {
   return text;
 }
 
+/// What two shells of one syntax offer for the value of an option: the forms of a list of values
+/// and of files.
+struct ValueForms {
+  std::string (*choices)(const std::vector<std::string>& values);
+  const char* files;
+};
+
+/// The cases for the word behind an option that takes a value.
+std::string ValueCases(const CLI::App& tree, const std::vector<Place>& places,
+                       const CommandLine& line, const ValueForms& forms) {
+  std::string text;
+  for (const Place& place : places) {
+    for (const CLI::Option* option : OptionsAt(tree, place)) {
+      if (ValueOf(*option).empty()) {
+        continue;
+      }
+      const std::vector<std::string> choices = ChoicesOf(line, option);
+      text += "    " + Quoted(Joined(place.path, " ") + '/' + NameOf(*option)) + ") ";
+      text += !choices.empty() ? forms.choices(choices) : TakesFile(*option) ? forms.files : "";
+      text += "return ;;\n";
+    }
+  }
+  return text;
+}
+
+/// What the place offers besides the words of the tree.
+std::string Extras(const Place& place) {
+  return std::string(HasArgument(place, "RECORD") ? " records=1" : "") +
+         (HasArgument(place, "FILE") ? " files=1" : "") + " ;;\n";
+}
+
 }  // namespace
 
 std::string BashCompletion(const CLI::App& tree, const CommandLine& line) {
   const std::vector<Place> places = PlacesOf(tree);
-  std::string values;
+  const ValueForms forms{[](const std::vector<std::string>& values) {
+                           return "COMPREPLY=($(compgen -W " + Quoted(Joined(values, " ")) +
+                                  " -- \"$current\")); ";
+                         },
+                         "COMPREPLY=($(compgen -f -- \"$current\")); "};
   std::string words;
   for (const Place& place : places) {
     const std::string path = Joined(place.path, " ");
@@ -100,21 +135,9 @@ std::string BashCompletion(const CLI::App& tree, const CommandLine& line) {
       all.push_back(command->get_name());
     }
     for (const CLI::Option* option : OptionsAt(tree, place)) {
-      const std::string name = NameOf(*option);
-      const std::string key = "    " + Quoted(path + '/' + name) + ") ";
-      all.push_back(name);
-      if (const auto choices = ChoicesOf(line, option); !choices.empty()) {
-        values += key + "COMPREPLY=($(compgen -W " + Quoted(Joined(choices, " ")) +
-                  " -- \"$current\")); return ;;\n";
-      } else if (TakesFile(*option)) {
-        values += key + "COMPREPLY=($(compgen -f -- \"$current\")); return ;;\n";
-      } else if (!ValueOf(*option).empty()) {
-        values += key + "return ;;\n";
-      }
+      all.push_back(NameOf(*option));
     }
-    words += "    " + Quoted(path) + ") words=" + Quoted(Joined(all, " ")) +
-             (HasArgument(place, "RECORD") ? " records=1" : "") +
-             (HasArgument(place, "FILE") ? " files=1" : "") + " ;;\n";
+    words += "    " + Quoted(path) + ") words=" + Quoted(Joined(all, " ")) + Extras(place);
   }
   return "# Bash completion of qmtctl, made from its commands.\n"
          "_qmtctl() {\n"
@@ -123,8 +146,8 @@ std::string BashCompletion(const CLI::App& tree, const CommandLine& line) {
          "  COMPREPLY=()\n"
          "  for ((i = 1; i < COMP_CWORD; i++)); do\n"
          "    case \"$path/${COMP_WORDS[i]}\" in\n" +
-         PathCases(places) + "    esac\n  done\n  case \"$path/$previous\" in\n" + values +
-         "  esac\n  case \"$path\" in\n" + words +
+         PathCases(places) + "    esac\n  done\n  case \"$path/$previous\" in\n" +
+         ValueCases(tree, places, line, forms) + "  esac\n  case \"$path\" in\n" + words +
          "  esac\n"
          "  if [[ $current != -* && -n $records ]]; then\n"
          "    words+=\" $(qmtctl complete-records 2>/dev/null)\"\n"
@@ -144,7 +167,10 @@ std::string ZshCompletion(const CLI::App& tree, const CommandLine& line) {
     std::replace(description.begin(), description.end(), ':', ';');
     return ' ' + Quoted(word + ':' + description);
   };
-  std::string values;
+  const ValueForms forms{[](const std::vector<std::string>& values) {
+                           return "compadd -- " + Joined(values, " ") + "; ";
+                         },
+                         "_files; "};
   std::string words;
   for (const Place& place : places) {
     const std::string path = Joined(place.path, " ");
@@ -153,20 +179,9 @@ std::string ZshCompletion(const CLI::App& tree, const CommandLine& line) {
       all += entry(command->get_name(), command->get_description());
     }
     for (const CLI::Option* option : OptionsAt(tree, place)) {
-      const std::string name = NameOf(*option);
-      const std::string key = "    " + Quoted(path + '/' + name) + ") ";
-      all += entry(name, option->get_description());
-      if (const auto choices = ChoicesOf(line, option); !choices.empty()) {
-        values += key + "compadd -- " + Joined(choices, " ") + "; return ;;\n";
-      } else if (TakesFile(*option)) {
-        values += key + "_files; return ;;\n";
-      } else if (!ValueOf(*option).empty()) {
-        values += key + "return ;;\n";
-      }
+      all += entry(NameOf(*option), option->get_description());
     }
-    words += "    " + Quoted(path) + ") all=(" + all + ")" +
-             (HasArgument(place, "RECORD") ? " records=1" : "") +
-             (HasArgument(place, "FILE") ? " files=1" : "") + " ;;\n";
+    words += "    " + Quoted(path) + ") all=(" + all + ")" + Extras(place);
   }
   return "#compdef qmtctl\n"
          "# Zsh completion of qmtctl, made from its commands.\n"
@@ -176,7 +191,7 @@ std::string ZshCompletion(const CLI::App& tree, const CommandLine& line) {
          "  for word in \"${(@)words[2,CURRENT-1]}\"; do\n"
          "    case \"$path/$word\" in\n" +
          PathCases(places) + "    esac\n  done\n  case \"$path/${words[CURRENT-1]}\" in\n" +
-         values + "  esac\n  case \"$path\" in\n" + words +
+         ValueCases(tree, places, line, forms) + "  esac\n  case \"$path\" in\n" + words +
          "  esac\n"
          "  _describe -t commands qmtctl all\n"
          "  [[ -z $records ]] || compadd -- ${(f)\"$(qmtctl complete-records 2>/dev/null)\"}\n"

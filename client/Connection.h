@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "client/Descriptor.h"
+#include "support/Descriptor.h"
 
 /// Keeps members in the order in which they came, as labels stand in a record's own order.
 using Json = nlohmann::ordered_json;

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "client/Descriptor.h"
+#include "support/Descriptor.h"
 
 enum class ColorMode { kAuto, kAlways, kNever };
 

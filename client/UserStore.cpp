@@ -11,8 +11,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "client/Descriptor.h"
 #include "client/Errors.h"
+#include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/UserFileSemaphore.h"
 

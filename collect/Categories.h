@@ -11,6 +11,7 @@ class UtlError;
 struct CategoryFigures {
   double seconds = 0.0;        ///< how long the last run took
   std::uint64_t errors = 0;    ///< failed runs
+  bool isFailed = false;       ///< whether the last run failed
   std::uint64_t entities = 0;  ///< rows after the last run
 };
 
@@ -37,7 +38,7 @@ struct Category {
   std::uint32_t flag;
   const char* name;    ///< in the collector's traces; null keeps it out of them
   const char* figure;  ///< the category's part of the names of its figures
-  /// Makes the source, runs it and ends the step; null if the category has no source.
+  /// Makes the source, runs it and ends the step.
   UtlError* (*run)(Collector& collector, CategoryStep& step);
 };
 

@@ -67,6 +67,8 @@ void PublishFigures(const FigureTable& table) {
         [table, index] { return (*table)[index].seconds; });
     add("errors", "Failed collections", FigureKind::kCounter,
         [table, index] { return static_cast<double>((*table)[index].errors); });
+    add("failed", "Whether the last collection failed", FigureKind::kGauge,
+        [table, index] { return (*table)[index].isFailed ? 1.0 : 0.0; });
     add("entities", "Rows held after the last collection", FigureKind::kGauge,
         [table, index] { return static_cast<double>((*table)[index].entities); });
   }
@@ -92,6 +94,7 @@ void CategoryStep::Start() const {
 
 UtlError* CategoryStep::Finish(UtlError* error, std::size_t entities) {
   m_figures.entities = entities;
+  m_figures.isFailed = error != nullptr;
   UtlErrorPtr owned(error);
   if (owned != nullptr) {
     ++m_figures.errors;

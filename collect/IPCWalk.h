@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/ipc.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +14,17 @@ struct IPCTime {
   std::int64_t seconds = 0;
   std::uint64_t reserved = 0;  ///< always 0
 };
+
+/// The fields that every object has of its owner and its rights.
+template <class Record>
+void FillPermissions(Record& record, const ::ipc_perm& permissions) {
+  record.key = permissions.__key;
+  record.cuid = permissions.cuid;
+  record.cgid = permissions.cgid;
+  record.uid = permissions.uid;
+  record.gid = permissions.gid;
+  record.mode = static_cast<std::uint16_t>(permissions.mode);
+}
 
 /// One kind of System V object: its two commands, each of which returns -1 with errno on failure.
 template <class Description>

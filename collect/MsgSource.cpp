@@ -15,13 +15,8 @@ constexpr IPCKind<::msqid_ds> kQueues{
 
 void Fill(x_msg& record, const IPCWalk<::msqid_ds>::Object& queue) {
   const ::msqid_ds& description = queue.description;
-  record.key = description.msg_perm.__key;
-  record.cuid = description.msg_perm.cuid;
-  record.cgid = description.msg_perm.cgid;
-  record.uid = description.msg_perm.uid;
-  record.gid = description.msg_perm.gid;
+  FillPermissions(record, description.msg_perm);
   record.msqId = queue.id;
-  record.mode = static_cast<std::uint16_t>(description.msg_perm.mode);
   record.cbytes = static_cast<std::uint32_t>(description.__msg_cbytes);
   record.qnum = static_cast<std::uint32_t>(description.msg_qnum);
   record.qbytes = static_cast<std::uint32_t>(description.msg_qbytes);

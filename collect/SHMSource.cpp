@@ -16,13 +16,8 @@ constexpr IPCKind<::shmid_ds> kSegments{
 
 void Fill(x_shm& record, const IPCWalk<::shmid_ds>::Object& segment) {
   const ::shmid_ds& description = segment.description;
-  record.key = description.shm_perm.__key;
-  record.cuid = description.shm_perm.cuid;
-  record.cgid = description.shm_perm.cgid;
-  record.uid = description.shm_perm.uid;
-  record.gid = description.shm_perm.gid;
+  FillPermissions(record, description.shm_perm);
   record.shmId = segment.id;
-  record.mode = static_cast<std::uint16_t>(description.shm_perm.mode);
   record.nAttach = static_cast<std::uint32_t>(description.shm_nattch);
   record.creatorPid = static_cast<std::uint32_t>(description.shm_cpid);
   record.lastPid = static_cast<std::uint32_t>(description.shm_lpid);

@@ -17,14 +17,9 @@ std::int32_t Ask(int id, std::uint32_t number, int command) {
 
 void Fill(x_semaphore& record, const IPCWalk<::semid_ds>::Object& set, std::uint64_t number) {
   const ::semid_ds& description = set.description;
-  record.key = description.sem_perm.__key;
+  FillPermissions(record, description.sem_perm);
   record.semNum = static_cast<std::uint32_t>(number);
-  record.cuid = description.sem_perm.cuid;
-  record.cgid = description.sem_perm.cgid;
-  record.uid = description.sem_perm.uid;
-  record.gid = description.sem_perm.gid;
   record.semId = set.id;
-  record.mode = static_cast<std::uint16_t>(description.sem_perm.mode);
   record.pid = Ask(set.id, record.semNum, GETPID);
   record.value = Ask(set.id, record.semNum, GETVAL);
   record.nCount = Ask(set.id, record.semNum, GETNCNT);

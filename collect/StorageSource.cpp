@@ -70,19 +70,19 @@ UtlError* StorageSourceUser::initialize(const char* dir) {
   return nullptr;
 }
 
-void StorageSourceUser::getdirentry(std::string* path) {
-  path->clear();
+void StorageSourceUser::getdirentry(char* path) {
+  path[0] = '\0';
   while (const ::dirent* entry = ::readdir(m_dir.get())) {
     const std::string_view name = entry->d_name;
-    if (name == "." || name == "..") {
+    const std::string candidate = m_directory + entry->d_name;
+    if (name == "." || name == ".." || candidate.size() >= kPathSize) {
       continue;
     }
-    std::string candidate = m_directory + entry->d_name;
     struct ::stat status {};
     const bool known = Os().stat(candidate.c_str(), &status) == 0;
     m_fileTime.seconds = static_cast<std::int32_t>(known ? status.st_mtime : Os().time(nullptr));
     if (!known || status.st_size != 0) {
-      *path = std::move(candidate);
+      path[candidate.copy(path, kPathSize - 1)] = '\0';
       return;
     }
   }
@@ -90,7 +90,9 @@ void StorageSourceUser::getdirentry(std::string* path) {
 }
 
 void StorageSourceUser::OpenNextFile() {
-  getdirentry(&m_path);
+  std::array<char, kPathSize> path{};
+  getdirentry(path.data());
+  m_path = path.data();
   m_file = m_path.empty() ? nullptr : OpenTextFile(m_path);
 }
 

@@ -48,8 +48,11 @@ class StorageSourceUser : public PtrSource<x_storage, Storage, std::vector<Stora
   /// The next line without its end, from the next file where one ends; `m_more` tells whether there
   /// was one. `size` counts the terminator; a longer line ends its file and is traced.
   void getline(char* buf, int size);
-  /// The path of the next file that is not empty, and its time; empty at the end.
-  void getdirentry(std::string* path);
+  /// Bytes of a path with its terminator.
+  static constexpr std::size_t kPathSize = 4096;
+  /// Puts the path of the next file that is not empty into `path`, which has kPathSize bytes, and
+  /// notes its time; an empty text at the end. A longer path is passed over.
+  void getdirentry(char* path);
 
  private:
   struct DirectoryCloser {

@@ -42,10 +42,13 @@ Text<12> ModeText(std::string_view all, std::uint32_t mode) {
 std::int32_t Seconds(const IPCTime& time) { return static_cast<std::int32_t>(time.seconds); }
 std::uint32_t Unsigned(std::int32_t figure) { return static_cast<std::uint32_t>(figure); }
 
-/// What rows of all three records have under one name.
+/// What rows of all three records have under one name; `modeOfAll` is the mode with all rights.
 template <class Record, class Source>
-Record NewObjectRow(const Source& source, std::int32_t now) {
+Record NewObjectRow(const Source& source, std::int32_t id, std::string_view modeOfAll,
+                    std::int32_t now) {
   auto row = NewRow<Record>(now);
+  row.id = Unsigned(id);
+  row.mode = ModeText(modeOfAll, source.mode);
   row.key = Unsigned(source.key);
   row.creatorLoginId = source.cuid;
   row.creatorGroupId = source.cgid;
@@ -63,14 +66,12 @@ void FillLoginNames(Record& row, const Source& source) {
 }
 
 recordPD_SEMD RowOf(const Sem& source, std::int32_t now) {
-  auto row = NewObjectRow<recordPD_SEMD>(source, now);
+  auto row = NewObjectRow<recordPD_SEMD>(source, source.semId, kSemaphoreMode, now);
   row.semnum = source.semNum;
-  row.id = Unsigned(source.semId);
   row.creatorName = UserText(source.cuid);
   row.creatorGroup = GroupText(source.cgid);
   row.ownerName = UserText(source.uid);
   row.ownerGroup = GroupText(source.gid);
-  row.mode = ModeText(kSemaphoreMode, source.mode);
   row.changeTime = Seconds(source.changeTime);
   row.lastOpTime = Seconds(source.opTime);
   row.lastPid = Unsigned(source.pid);
@@ -81,10 +82,8 @@ recordPD_SEMD RowOf(const Sem& source, std::int32_t now) {
 }
 
 recordPD_SHMD RowOf(const SHM& source, std::int32_t now) {
-  auto row = NewObjectRow<recordPD_SHMD>(source, now);
+  auto row = NewObjectRow<recordPD_SHMD>(source, source.shmId, kReadWriteMode, now);
   FillLoginNames(row, source);
-  row.id = Unsigned(source.shmId);
-  row.mode = ModeText(kReadWriteMode, source.mode);
   row.changedTime = Seconds(source.changeTime);
   row.detachTime = Seconds(source.detachTime);
   row.processesAttached = source.nAttach;
@@ -96,10 +95,8 @@ recordPD_SHMD RowOf(const SHM& source, std::int32_t now) {
 }
 
 recordPD_MSQD RowOf(const Msg& source, std::int32_t now) {
-  auto row = NewObjectRow<recordPD_MSQD>(source, now);
+  auto row = NewObjectRow<recordPD_MSQD>(source, source.msqId, kReadWriteMode, now);
   FillLoginNames(row, source);
-  row.id = Unsigned(source.msqId);
-  row.mode = ModeText(kReadWriteMode, source.mode);
   row.changeTime = Seconds(source.changeTime);
   row.lastReceiveTime = Seconds(source.recvTime);
   row.lastSendTime = Seconds(source.sendTime);

@@ -102,9 +102,31 @@ void DeriveShares(Row& row, const Row* predecessor, bool withRates) {
   }
 }
 
-/// The operations that both overviews have under one name.
+/// The sum of a version's calls, wrapping at 32 bits.
+template <class Calls>
+std::uint32_t SumOf(const Calls& calls) {
+  std::uint32_t sum = 0;
+  for (const std::uint32_t count : calls) {
+    sum += count;
+  }
+  return sum;
+}
+
+/// Sets the fields that a source's reserved words feed, in the words' order.
 template <class Row>
-void CopyOverview(Row& row, std::uint32_t totalCalls, const NFSCallsV2& v2, const NFSCallsV3& v3) {
+void CopyWords(Row& row, std::span<Ulong Row::*const> fields,
+               std::span<const std::uint32_t> words) {
+  for (std::size_t place = 0; place < fields.size(); ++place) {
+    row.*fields[place] = words[place];
+  }
+}
+
+/// A row with what both overviews have under one name; `words` are the fields that the reserved
+/// words of version 2 feed, in their order.
+template <class Row, class Total>
+Row NewOverview(const Total& source, std::span<Ulong Row::*const> words, std::int32_t now) {
+  const NFSCallsV2& v2 = source.callsV2;
+  auto row = NewRow<Row>(now);
   row.readOps = v2[nfs2::kRead];
   row.writeOps = v2[nfs2::kWrite];
   row.lookupOps = v2[nfs2::kLookup];
@@ -123,23 +145,20 @@ void CopyOverview(Row& row, std::uint32_t totalCalls, const NFSCallsV2& v2, cons
   row.mkdirOps = v2[nfs2::kMkdir];
   row.rmdirOps = v2[nfs2::kRmdir];
   row.readdirOps = v2[nfs2::kReaddir];
-  row.accessOpsV3 = v3[nfs3::kAccess];
-  row.totalOps = totalCalls;
+  row.accessOpsV3 = source.callsV3[nfs3::kAccess];
+  row.totalOps = source.totalCalls;
+  row.totalBadOps = source.reserved;
+  CopyWords<Row>(row, words, source.reservedV2);
+  return row;
 }
 
-/// The sum of a version's calls, wrapping at 32 bits.
-template <class Calls>
-std::uint32_t SumOf(const Calls& calls) {
-  std::uint32_t sum = 0;
-  for (const std::uint32_t count : calls) {
-    sum += count;
-  }
-  return sum;
-}
-
-/// The operations that both details have under one name.
-template <class Row>
-void CopyDetail(Row& row, const NFSCallsV2& v2, const NFSCallsV3& v3) {
+/// A row with what both details have under one name; the words as above, of both versions.
+template <class Row, class Total>
+Row NewDetail(const Total& source, std::span<Ulong Row::*const> wordsV2,
+              std::span<Ulong Row::*const> wordsV3, std::int32_t now) {
+  const NFSCallsV2& v2 = source.callsV2;
+  const NFSCallsV3& v3 = source.callsV3;
+  auto row = NewRow<Row>(now);
   row.readOpsV2 = v2[nfs2::kRead];
   row.readOpsV3 = v3[nfs3::kRead];
   row.writeOpsV2 = v2[nfs2::kWrite];
@@ -178,15 +197,9 @@ void CopyDetail(Row& row, const NFSCallsV2& v2, const NFSCallsV3& v3) {
   row.accessOpsV3 = v3[nfs3::kAccess];
   row.totalOpsV2 = SumOf(v2);
   row.totalOpsV3 = SumOf(v3);
-}
-
-/// Sets the fields that a source's reserved words feed, in the words' order.
-template <class Row>
-void CopyWords(Row& row, std::span<Ulong Row::*const> fields,
-               std::span<const std::uint32_t> words) {
-  for (std::size_t place = 0; place < fields.size(); ++place) {
-    row.*fields[place] = words[place];
-  }
+  CopyWords<Row>(row, wordsV2, source.reservedV2);
+  CopyWords<Row>(row, wordsV3, source.reservedV3);
+  return row;
 }
 
 /// An overview's family; `ratesOperation` names its rate step.
@@ -218,16 +231,30 @@ struct NFSState : FamilyState {
   RawRows<Row> rawRows;
 };
 
-/// Builds the one row from cumulative figures. `derive(row, predecessor, withRates)` completes it.
-/// Null, or the error that ends the build.
-template <class Row, class Derive>
-[[nodiscard]] UtlErrorPtr BuildNFSRow(const IntervalFamily<Row>& family, NFSState<Row>& state,
-                                      CMBRecordRequestEvent& event, CMBRecordRequest& request,
-                                      std::int32_t upTime, const Row& raw, const Derive& derive) {
-  const bool first = ClaimUserObject<MyUserObject>(request).first;
-  IntervalBuild<Row> build(family, state.rawRows, event, first, upTime);
+/// What a builder hands on.
+struct NFSBuild {
+  const char* name;  ///< in the traces, as in "RecordBuilder::Build_NCO"
+  CMBRecordRequestEvent* event;
+  CMBRecordRequest* request;
+  std::int32_t upTime;  ///< seconds
+};
+
+/// Builds the one row from the cumulative figures of `make(now)`, which `derive(row, predecessor,
+/// withRates)` completes. Null, or the error that ends the build, which the caller owns.
+template <class Row, class Make, class Derive>
+[[nodiscard]] UtlError* BuildNFSRow(const NFSBuild& how, const IntervalFamily<Row>& family,
+                                    NFSState<Row>& state, const Make& make, const Derive& derive) {
+  TraceEntry(how.name, AddressOf(how.event), AddressOf(how.request));
+  const bool first = ClaimUserObject<MyUserObject>(*how.request).first;
+  IntervalBuild<Row> build(family, state.rawRows, *how.event, first, how.upTime);
   UtlErrorPtr error = build.Add(
-      raw, [&](Row& row, const Row* predecessor) { derive(row, predecessor, build.WithRates()); });
+      make(static_cast<std::int32_t>(Os().time(nullptr))),
+      [&](Row& row, const Row* predecessor) { derive(row, predecessor, build.WithRates()); });
   RecordBuilder::TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, build.RowCount());
-  return error;
+  TraceExit(how.name, error ? 1 : 0);
+  return error.release();
 }
+
+/// For a row of counters alone.
+template <class Row>
+void DeriveNothing(Row& /*row*/, const Row* /*predecessor*/, bool /*withRates*/) {}

@@ -40,43 +40,25 @@ void CopyVersion3(Row& row, const NFSCallsV3& v3) {
   row.pathconfV3 = v3[nfs3::kPathconf];
 }
 
-Overview OverviewOf(const NFSClientTotal& source, std::int32_t now) {
-  auto row = NewRow<Overview>(now);
-  CopyOverview(row, source.totalCalls, source.callsV2, source.callsV3);
-  CopyVersion3(row, source.callsV3);
-  row.totalBadOps = source.reserved;
-  CopyWords<Overview>(row, kOverviewWordsV2, source.reservedV2);
-  row.rpcInterruptsV3 = source.reservedV3[8];
-  return row;
-}
-
-Detail DetailOf(const NFSClientTotal& source, std::int32_t now) {
-  auto row = NewRow<Detail>(now);
-  CopyDetail(row, source.callsV2, source.callsV3);
-  CopyVersion3(row, source.callsV3);
-  CopyWords<Detail>(row, kDetailWordsV2, source.reservedV2);
-  CopyWords<Detail>(row, kDetailWordsV3, source.reservedV3);
-  return row;
-}
-
 }  // namespace
 
 UtlError* RecordBuilder::Build_NCO(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  TraceEntry("RecordBuilder::Build_NCO", AddressOf(pEvent), AddressOf(pRequest));
-  const Overview raw =
-      OverviewOf(*m_pCollector->GetNFSClientTotal(), static_cast<std::int32_t>(Os().time(nullptr)));
-  UtlErrorPtr error = BuildNFSRow(kOverviewFamily, StateOf<NFSState<Overview>>(), *pEvent,
-                                  *pRequest, GetUpTimeSeconds(), raw, DeriveShares<Overview>);
-  TraceExit("RecordBuilder::Build_NCO", error ? 1 : 0);
-  return error.release();
+  const auto make = [&source = *m_pCollector->GetNFSClientTotal()](std::int32_t now) {
+    auto row = NewOverview<Overview>(source, kOverviewWordsV2, now);
+    CopyVersion3(row, source.callsV3);
+    row.rpcInterruptsV3 = source.reservedV3[8];
+    return row;
+  };
+  return BuildNFSRow({"RecordBuilder::Build_NCO", pEvent, pRequest, GetUpTimeSeconds()},
+                     kOverviewFamily, StateOf<NFSState<Overview>>(), make, DeriveShares<Overview>);
 }
 
 UtlError* RecordBuilder::Build_NCD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  TraceEntry("RecordBuilder::Build_NCD", AddressOf(pEvent), AddressOf(pRequest));
-  const Detail raw =
-      DetailOf(*m_pCollector->GetNFSClientTotal(), static_cast<std::int32_t>(Os().time(nullptr)));
-  UtlErrorPtr error = BuildNFSRow(kDetailFamily, StateOf<NFSState<Detail>>(), *pEvent, *pRequest,
-                                  GetUpTimeSeconds(), raw, [](Detail&, const Detail*, bool) {});
-  TraceExit("RecordBuilder::Build_NCD", error ? 1 : 0);
-  return error.release();
+  const auto make = [&source = *m_pCollector->GetNFSClientTotal()](std::int32_t now) {
+    auto row = NewDetail<Detail>(source, kDetailWordsV2, kDetailWordsV3, now);
+    CopyVersion3(row, source.callsV3);
+    return row;
+  };
+  return BuildNFSRow({"RecordBuilder::Build_NCD", pEvent, pRequest, GetUpTimeSeconds()},
+                     kDetailFamily, StateOf<NFSState<Detail>>(), make, DeriveNothing<Detail>);
 }

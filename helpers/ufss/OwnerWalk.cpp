@@ -12,31 +12,11 @@
 #include <utility>
 #include <vector>
 
+#include "support/Descriptor.h"
+
 namespace {
 
 constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_MNT_ID;
-
-/// An open file, closed with the object.
-class Descriptor {
- public:
-  Descriptor() = default;
-  explicit Descriptor(int number) : m_number(number) {}
-  Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(m_number, other.m_number);
-    return *this;
-  }
-  ~Descriptor() {
-    if (m_number >= 0) {
-      ::close(m_number);
-    }
-  }
-  [[nodiscard]] int Number() const { return m_number; }
-  [[nodiscard]] bool IsOpen() const { return m_number >= 0; }
-
- private:
-  int m_number = -1;
-};
 
 /// A directory as reading finds it: without a mark of having been read where that is allowed, which
 /// only its owner and root may leave out.
@@ -69,7 +49,7 @@ class Walk {
     // The root itself may be reached by a link.
     m_current = Descriptor(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     struct ::statx status {};
-    if (!m_current.IsOpen() || ::statx(m_current.Number(), "", AT_EMPTY_PATH, kWanted, &status)) {
+    if (!m_current.IsOpen() || ::statx(m_current.Get(), "", AT_EMPTY_PATH, kWanted, &status)) {
       return false;
     }
     m_mount = status;
@@ -108,14 +88,14 @@ class Walk {
   }
 
   void Enter(std::string name) {
-    Descriptor next = OpenDirectory(m_current.Number(), name.c_str());
+    Descriptor next = OpenDirectory(m_current.Get(), name.c_str());
     struct ::statx status {};
     if (!next.IsOpen()) {
       m_progress.unread += errno == ENOENT || errno == ENOTDIR || errno == ELOOP ? 0 : 1;
       return;
     }
     // Something else may have been mounted there since it was looked at.
-    if (::statx(next.Number(), "", AT_EMPTY_PATH, kWanted, &status) != 0 || !IsOfMount(status)) {
+    if (::statx(next.Get(), "", AT_EMPTY_PATH, kWanted, &status) != 0 || !IsOfMount(status)) {
       return;
     }
     m_current = std::move(next);
@@ -130,10 +110,10 @@ class Walk {
     if (m_levels.empty()) {
       return;
     }
-    Descriptor parent = OpenDirectory(m_current.Number(), "..");
+    Descriptor parent = OpenDirectory(m_current.Get(), "..");
     struct ::statx status {};
     const bool isBack = parent.IsOpen() &&
-                        ::statx(parent.Number(), "", AT_EMPTY_PATH, kWanted, &status) == 0 &&
+                        ::statx(parent.Get(), "", AT_EMPTY_PATH, kWanted, &status) == 0 &&
                         IsSame(status, m_levels.back().status);
     m_current = std::move(parent);
     if (!isBack) {
@@ -147,9 +127,9 @@ class Walk {
     m_current = Descriptor(::open(m_root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     std::size_t depth = 1;
     while (m_current.IsOpen() && depth < m_levels.size()) {
-      Descriptor next = OpenDirectory(m_current.Number(), m_levels[depth].name.c_str());
+      Descriptor next = OpenDirectory(m_current.Get(), m_levels[depth].name.c_str());
       struct ::statx status {};
-      if (!next.IsOpen() || ::statx(next.Number(), "", AT_EMPTY_PATH, kWanted, &status) != 0 ||
+      if (!next.IsOpen() || ::statx(next.Get(), "", AT_EMPTY_PATH, kWanted, &status) != 0 ||
           !IsSame(status, m_levels[depth].status)) {
         break;
       }
@@ -166,7 +146,7 @@ class Walk {
   /// Counts the entries of the current directory and notes those to be walked. False if it can't be
   /// read to its end.
   bool ReadCurrent() {
-    const int copy = ::fcntl(m_current.Number(), F_DUPFD_CLOEXEC, 0);
+    const int copy = ::fcntl(m_current.Get(), F_DUPFD_CLOEXEC, 0);
     const DirectoryPtr directory(copy < 0 ? nullptr : ::fdopendir(copy));
     if (directory == nullptr) {
       if (copy >= 0) {
@@ -189,8 +169,8 @@ class Walk {
 
   void Look(const char* name) {
     struct ::statx status {};
-    if (::statx(m_current.Number(), name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, kWanted,
-                &status) != 0 ||
+    if (::statx(m_current.Get(), name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, kWanted, &status) !=
+            0 ||
         !IsOfMount(status)) {
       return;
     }

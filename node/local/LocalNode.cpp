@@ -240,13 +240,16 @@ void LocalNode::OpenHttp(const NodeSettings& settings) {
   if (settings.httpListen.empty()) {
     return;
   }
-  Parts().metrics.Configure(
-      settings.httpRecords.value_or(MetricsDesk::DefaultRecords()),
-      [this, isAsked = settings.httpRecords.has_value()](const std::string& problem) {
-        if (isAsked) {
-          Report(problem);
-        }
-      });
+  const auto report = [this](const std::string& problem) { Report(problem); };
+  if (settings.httpRecords) {
+    Parts().metrics.Configure(*settings.httpRecords, report);
+  } else {
+    std::vector<std::string> records;
+    for (const ScheduleLine& line : DefaultSchedule()) {
+      records.push_back(line.record);
+    }
+    Parts().metrics.Configure(records, [](const std::string&) {});
+  }
   std::string error;
   if (!Parts().http.Open(settings.httpListen, error)) {
     Report("Http Listen: " + error + "; the daemon goes on without metrics");

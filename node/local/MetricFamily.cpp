@@ -16,7 +16,7 @@ constexpr double kMbyte = 1048576;
 /// A word of a label that is a unit.
 struct UnitWord {
   std::string_view word;
-  double scale;
+  double factor;
 };
 constexpr std::array kByteWords{UnitWord{"mbytes", kMbyte}, UnitWord{"kbytes", kKbyte},
                                 UnitWord{"bytes", 1}};
@@ -55,7 +55,7 @@ void SetUnit(MetricFamily& family, std::string& name) {
   const FieldLayout& field = *family.field;
   if (field.meaning == FieldMeaning::percent) {
     family.unit = "ratio";
-    family.scale = 0.01;
+    family.divisor = 100;
   } else if (field.type == FieldType::kUtime || field.meaning == FieldMeaning::time) {
     family.unit = "seconds";
   } else if (std::find(kByteLabels.begin(), kByteLabels.end(), field.label) != kByteLabels.end()) {
@@ -64,7 +64,7 @@ void SetUnit(MetricFamily& family, std::string& name) {
   for (const UnitWord& unit : kByteWords) {
     if (TakeWord(name, unit.word) && *family.unit == '\0') {
       family.unit = "bytes";
-      family.scale = unit.scale;
+      family.factor = unit.factor;
     }
   }
   if (*family.unit != '\0') {

@@ -13,7 +13,9 @@ struct MetricFamily {
   std::string help;
   MetricKind kind = MetricKind::kGauge;
   const char* unit = "";  ///< "bytes", "seconds", "ratio" or empty; the name ends in it
-  double scale = 1;       ///< from the field's unit to the base unit
+  // From the field's unit to the base unit: 29 % is 29 / 100, which 29 * 0.01 is not.
+  double factor = 1;
+  double divisor = 1;
   const FieldLayout* field = nullptr;  ///< null for an info and for a figure
 };
 

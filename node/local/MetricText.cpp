@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
 #include <cstdlib>
 #include <optional>
 #include <set>
@@ -176,9 +175,7 @@ void MetricText::AddRows(const RecordMetrics& metrics, std::span<const CMBRecord
       if (family.kind == MetricKind::kInfo) {
         AppendSample(row.labels + ',' + LabelText(metrics.texts, row.bytes), 1);
       } else if (const auto value = NumberOf(*family.field, row.bytes)) {
-        // Counters of the kernel are whole bytes and seconds, which a product keeps.
-        AppendSample(row.labels, family.scale < 1 ? *value / std::round(1 / family.scale)
-                                                  : *value * family.scale);
+        AppendSample(row.labels, *value * family.factor / family.divisor);
       }
     }
   }

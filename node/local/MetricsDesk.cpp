@@ -41,11 +41,6 @@ struct MetricsDesk::Look {
   std::vector<Waiting> waiting;
 };
 
-const std::vector<std::string>& MetricsDesk::DefaultRecords() {
-  static const Names kRecords{"PI", "CPUP", "DEVD", "NIND", "WGRP", "PDS", "FSL", "APP"};
-  return kRecords;
-}
-
 MetricsDesk::MetricsDesk(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
                          const HistoryStore& history)
     : m_loop(loop), m_desk(desk), m_schedule(schedule), m_history(history) {}

@@ -24,8 +24,6 @@ class MetricsDesk {
   static constexpr std::chrono::milliseconds kShared{1000};
   /// Sets of records whose last rows are kept.
   static constexpr std::size_t kMostSets = 8;
-  /// Records that are exposed unless the settings say otherwise.
-  static const std::vector<std::string>& DefaultRecords();
 
   MetricsDesk(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
               const HistoryStore& history);

@@ -11,8 +11,9 @@
 /// The settings of section "Node", apart from the levels of the message log, which reads its own.
 struct NodeSettings {
   HistorySettings history;
-  std::string httpListen = "127.0.0.1:9964";            ///< empty: no HTTP
-  std::optional<std::vector<std::string>> httpRecords;  ///< the default ones if not set
+  std::string httpListen = "127.0.0.1:9964";  ///< empty: no HTTP
+  std::optional<std::vector<std::string>>
+      httpRecords;  ///< those of the default schedule if not set
 };
 
 /// A value that is missing or wrong leaves the default, which for `httpListen` is that of the

@@ -69,10 +69,7 @@ class DeviceRecordsTest : public ::testing::Test {
                          : std::is_same_v<Row, recordPI_DEVS> ? &RecordBuilder::Build_DEVS
                                                               : &RecordBuilder::Build_TAPS;
     EXPECT_EQ((m_builder.*builder)(&asker.event, asker.event.m_requests.front()), nullptr);
-    std::vector<Row> rows;
-    for (const CMBRecord* record : asker.event.m_records) {
-      rows.push_back(*static_cast<const Row*>(record->GetRecStart()));
-    }
+    std::vector<Row> rows = asker.Rows<Row>();
     asker.NextAnswer();
     return rows;
   }

@@ -48,11 +48,7 @@ class FileSystemRecordsTest : public ::testing::Test {
   std::vector<Row> Build(RecordBuilderFunction builder) {
     Asker asker(RecordTraits<Row>::kName, '3', {.realtime = 1, .calcRates = 0});
     EXPECT_EQ((m_builder.*builder)(&asker.event, asker.event.m_requests.front()), nullptr);
-    std::vector<Row> rows;
-    for (const CMBRecord* record : asker.event.m_records) {
-      rows.push_back(*static_cast<const Row*>(record->GetRecStart()));
-    }
-    return rows;
+    return asker.Rows<Row>();
   }
   /// The local row of a file system with these counts.
   recordPD_FSL Local(std::uint64_t total, std::uint64_t free, std::uint64_t available) {

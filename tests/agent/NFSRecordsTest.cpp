@@ -69,10 +69,7 @@ class NFSRecordsTest : public ::testing::Test {
   template <class Row>
   std::vector<Row> Build(Asker& asker, RecordBuilderFunction builder) {
     EXPECT_EQ((m_builder.*builder)(&asker.event, asker.event.m_requests.front()), nullptr);
-    std::vector<Row> rows;
-    for (const CMBRecord* record : asker.event.m_records) {
-      rows.push_back(*static_cast<const Row*>(record->GetRecStart()));
-    }
+    std::vector<Row> rows = asker.Rows<Row>();
     asker.NextAnswer();
     return rows;
   }

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "client/Connection.h"
-#include "client/Descriptor.h"
+#include "support/Descriptor.h"
 
 /// A folder of its own below the temporary folder, removed with all its content.
 class ScratchFolder {

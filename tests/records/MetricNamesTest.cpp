@@ -29,8 +29,8 @@ std::string NamesNow() {
     const RecordMetrics metrics = MetricsOf(*layout);
     for (const MetricFamily& family : metrics.families) {
       text << family.name << ' ' << KindName(family.kind);
-      if (family.scale != 1) {
-        text << " * " << family.scale;
+      if (family.factor != family.divisor) {
+        text << " * " << family.factor / family.divisor;
       }
       for (const FieldLayout* key : metrics.keys) {
         text << (key == metrics.keys.front() ? " by " : ",") << SnakeCase(key->label);

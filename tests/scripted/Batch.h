@@ -20,6 +20,15 @@ struct Asker {
   Asker(const Asker&) = delete;
   Asker& operator=(const Asker&) = delete;
 
+  /// The rows of the answer, as their record.
+  template <class Row>
+  [[nodiscard]] std::vector<Row> Rows() const {
+    std::vector<Row> rows;
+    for (const CMBRecord* record : event.m_records) {
+      rows.push_back(*static_cast<const Row*>(record->GetRecStart()));
+    }
+    return rows;
+  }
   /// The answer becomes the previous records of the next one.
   void NextAnswer() {
     Forget(previous);

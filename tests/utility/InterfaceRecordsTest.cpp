@@ -46,10 +46,7 @@ class InterfaceRecordsTest : public testing::Test {
     const auto builder = std::is_same_v<Row, recordPI_NIND> ? &RecordBuilder::Build_NIND
                                                             : &RecordBuilder::Build_NINS;
     m_error.reset((m_builder.*builder)(&asker.event, asker.event.m_requests.front()));
-    std::vector<Row> rows;
-    for (const CMBRecord* record : asker.event.m_records) {
-      rows.push_back(*static_cast<const Row*>(record->GetRecStart()));
-    }
+    std::vector<Row> rows = asker.Rows<Row>();
     asker.NextAnswer();
     return rows;
   }

@@ -10,7 +10,7 @@ class Descriptor {
  public:
   Descriptor() = default;
   /// Takes `fd`, which may be -1. One that fell onto a closed standard stream is moved above them,
-  /// so that no word for the operator ever travels to the daemon.
+  /// so that no word for the operator ever travels into a socket or file.
   explicit Descriptor(int fd) : m_fd(fd) {
     if (fd >= 0 && fd <= STDERR_FILENO) {
       m_fd = ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
