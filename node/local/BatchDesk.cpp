@@ -3,6 +3,7 @@
 #include <malloc.h>
 
 #include <algorithm>
+#include <new>
 
 #include "node/LayoutRegistry.h"
 
@@ -32,7 +33,12 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
   m_failedBuilds.clear();
   m_isSending = true;
   const auto start = std::chrono::steady_clock::now();
-  const int status = node.Dispatch(&batch);
+  int status = kNotifyNotValid;
+  try {
+    status = node.Dispatch(&batch);
+  } catch (const std::bad_alloc&) {
+    // The batch fails as a whole; its answers are dropped below.
+  }
   const auto end = std::chrono::steady_clock::now();
   m_isSending = false;
 

@@ -11,8 +11,14 @@
 #include "node/local/LineBuffer.h"
 #include "node/local/ProblemReport.h"
 
-/// One client's connection. Lines are served one after the other: while one is under way nothing
-/// more is read. Made and held by shared pointers.
+/// Bytes of answers that wait for all clients together.
+struct OutputBudget {
+  std::size_t limit;
+  std::size_t used = 0;
+};
+
+/// One client's connection. Lines are served one after the other: while one is under way, or its
+/// answer has not been taken, nothing more is read. Made and held by shared pointers.
 class ControlConnection : public ControlPeer,
                           public std::enable_shared_from_this<ControlConnection> {
  public:
@@ -23,9 +29,10 @@ class ControlConnection : public ControlPeer,
   struct Surroundings {
     EventLoop& loop;
     ControlOperations& operations;
-    std::size_t maxOutput;  ///< bytes of answers that may wait
+    OutputBudget& budget;
     ProblemReport report;
     std::function<void(ControlConnection&)> onClosed;
+    bool isStopping = false;  ///< the loop runs no task any more
   };
 
   ControlConnection(const Surroundings& surroundings, asio::local::stream_protocol::socket socket,
@@ -34,21 +41,24 @@ class ControlConnection : public ControlPeer,
   void Start();
   /// Ends the connection at once. The client's requests are freed when no task runs.
   void Close();
-  [[nodiscard]] bool HasOutput() const { return !m_isClosed && OutputSize() != 0; }
+  [[nodiscard]] bool HasOutput() const { return !m_isClosed && (OutputSize() != 0 || m_pieces); }
 
   [[nodiscard]] Rights PeerRights() const override { return m_rights; }
   [[nodiscard]] bool IsGone() const override { return m_isGone || m_isClosed; }
-  [[nodiscard]] std::size_t OutputLimit() const override { return m_around.maxOutput; }
   [[nodiscard]] RequestBook& Requests() override { return *m_requests; }
   void Answer(std::string line) override;
+  void AnswerInPieces(AnswerPieces pieces) override;
 
  private:
   void WatchHangUp();
   void Read();
   void ServeNextLine();
   void ServeLine(const std::string& line);
-  void Put(std::string line);
+  void Serve(const std::string& line);
+  void SendPiece();
+  void Put(const std::string& text);
   void Write();
+  void OnWritten();
   [[nodiscard]] std::size_t OutputSize() const { return m_pending.size() + m_inFlight.size(); }
 
   const Surroundings& m_around;
@@ -60,6 +70,7 @@ class ControlConnection : public ControlPeer,
   LineBuffer m_input{kMaxLine};
   std::string m_pending;   ///< answers that wait for the write under way
   std::string m_inFlight;  ///< what is being written
+  AnswerPieces m_pieces;   ///< the rest of an answer, if it comes in pieces
   bool m_isServing = false;
   bool m_isEnded = false;  ///< the client sends nothing more
   bool m_isGone = false;   ///< the client reads nothing more

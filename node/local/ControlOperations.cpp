@@ -143,7 +143,7 @@ void ControlOperations::Handle(const std::string& line, const std::shared_ptr<Co
     return;
   }
   const auto request = std::make_shared<ControlRequest>(std::get<Json>(std::move(parsed)), peer);
-  if (EventLoop::IsStopRequested()) {
+  if (m_isStopping || EventLoop::IsStopRequested()) {
     request->Fail(StoppingError());
     return;
   }

@@ -31,6 +31,8 @@ class ControlOperations {
   }
   void SetFacts(DaemonFacts facts) { m_facts = std::move(facts); }
   void SetHttpAddress(const std::string& address) { m_facts.http = address; }
+  /// From now on every line is refused.
+  void Stop() { m_isStopping = true; }
   /// Serves one line of a client, which is answered now or, after its turn in the loop, later.
   /// While the daemon stops every line is refused.
   void Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer);
@@ -62,4 +64,5 @@ class ControlOperations {
   ReportQueries m_reports;
   HistoryQueries m_history;
   DaemonFacts m_facts;
+  bool m_isStopping = false;
 };

@@ -33,6 +33,10 @@ int NestingDepth(const std::string& text) {
 
 ControlError StoppingError() { return {"stopping", "the daemon is about to stop", ""}; }
 
+ControlError MemoryError() {
+  return {"no-memory", "the daemon has not memory enough for this request", ""};
+}
+
 Json ErrorJson(const ControlError& error) {
   Json object{{"code", error.code}, {"message", error.message}};
   if (!error.field.empty()) {

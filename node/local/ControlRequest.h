@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -11,6 +12,11 @@
 #include "node/local/RecordJson.h"
 #include "node/local/RequestBook.h"
 
+/// Gives an answer piece by piece: puts the next piece in place of `piece`; false if it was the
+/// last one. It is called when the client has taken what went before, so an answer may be longer
+/// than what may wait.
+using AnswerPieces = std::function<bool(std::string& piece)>;
+
 /// One client of the control socket, as the operations see it.
 class ControlPeer {
  public:
@@ -18,12 +24,12 @@ class ControlPeer {
   [[nodiscard]] virtual Rights PeerRights() const = 0;
   /// Whether nobody is left to read an answer.
   [[nodiscard]] virtual bool IsGone() const = 0;
-  /// The most bytes of answers that may wait for the client.
-  [[nodiscard]] virtual std::size_t OutputLimit() const = 0;
   /// The client's lasting requests. Not to be asked for once the client is gone.
   [[nodiscard]] virtual RequestBook& Requests() = 0;
   /// Ends the request under way with one line, given without its newline.
   virtual void Answer(std::string line) = 0;
+  /// The same in pieces, the last of which ends without the newline.
+  virtual void AnswerInPieces(AnswerPieces pieces) = 0;
 };
 
 /// What a client is told when its request fails. `field` is the member at fault, empty if none is.
@@ -35,6 +41,8 @@ struct ControlError {
 
 /// What a request is told that the end of the daemon overtakes.
 [[nodiscard]] ControlError StoppingError();
+/// What a request is told that needs more memory than there is; it fails alone.
+[[nodiscard]] ControlError MemoryError();
 
 /// The error as clients see it: code, message and, where there is one, field.
 [[nodiscard]] Json ErrorJson(const ControlError& error);

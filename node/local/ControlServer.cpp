@@ -43,7 +43,8 @@ ControlServer::ControlServer(EventLoop& loop, ControlOperations& operations,
     : m_settings(std::move(settings)),
       m_path(m_settings.directory + "/" + m_settings.name),
       m_loop(loop),
-      m_surroundings{loop, operations, m_settings.maxOutput, std::move(report),
+      m_budget{m_settings.maxOutput},
+      m_surroundings{loop, operations, m_budget, std::move(report),
                      [this](ControlConnection& connection) {
                        m_connections.erase(connection.shared_from_this());
                      }},
@@ -159,6 +160,8 @@ void ControlServer::Close() {
   asio::error_code ignored;
   m_acceptor.close(ignored);
   m_pause.cancel();
+  m_surroundings.isStopping = true;
+  m_surroundings.operations.Stop();
   m_loop.Pump(kFlushTime, [this] {
     return std::none_of(m_connections.begin(), m_connections.end(),
                         [](const auto& connection) { return connection->HasOutput(); });

@@ -14,7 +14,7 @@ struct ControlSettings {
   /// is made if it is missing; its parent is not.
   std::string directory = "run";
   std::string name = "control.sock";
-  std::size_t maxOutput = std::size_t{64} << 20;  ///< bytes that may wait for one client
+  std::size_t maxOutput = std::size_t{64} << 20;  ///< bytes that may wait for all clients together
   std::size_t maxConnections = 64;
 };
 
@@ -48,6 +48,7 @@ class ControlServer {
   ControlSettings m_settings;
   std::string m_path;
   EventLoop& m_loop;
+  OutputBudget m_budget;
   ControlConnection::Surroundings m_surroundings;
   Protocol::acceptor m_acceptor;
   asio::steady_timer m_pause;

@@ -1,8 +1,19 @@
 #include "node/local/DescriptorWatches.h"
 
 #include <fcntl.h>
+#include <poll.h>
 
 #include <cerrno>
+
+namespace {
+
+/// Whether a read would not block: there are bytes, or it is the end.
+bool IsReadable(int descriptor) {
+  ::pollfd state{descriptor, POLLIN, 0};
+  return ::poll(&state, 1, 0) > 0;
+}
+
+}  // namespace
 
 struct DescriptorWatches::Entry {
   explicit Entry(asio::io_context& io) : stream(io) {}
@@ -74,6 +85,11 @@ void DescriptorWatches::OnReadable(const std::shared_ptr<Entry>& entry, asio::er
     m_report("Descriptor " + std::to_string(entry->number) +
              " can't be watched: " + error.message());
     Unwatch(entry->number);
+    return;
+  }
+  // The library may wake a descriptor with what happened to an earlier one of the same number.
+  if (!IsReadable(entry->number)) {
+    Arm(entry);
     return;
   }
   LoopTask task;

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -88,7 +89,7 @@ void EventLoop::Run(CMBNode& node) {
     const Restore<CMBNode*> restore(m_node, &node);
     while (!IsStopRequested()) {
       if (m_queue.empty()) {
-        m_io.run_one();
+        WaitForIo();
       }
       PollIo();
       if (!m_queue.empty() && !IsStopRequested()) {
@@ -100,6 +101,14 @@ void EventLoop::Run(CMBNode& node) {
   }
   DropWaiting();
   g_stopRequested.store(false);
+}
+
+void EventLoop::WaitForIo() {
+  try {
+    m_io.run_one();
+  } catch (const std::bad_alloc&) {
+    m_onNoMemory();
+  }
 }
 
 void EventLoop::Yield(long seconds) {
@@ -118,10 +127,19 @@ void EventLoop::Yield(long seconds) {
 
 bool EventLoop::PollIo() {
   int handled = 0;
-  while (handled < kCallbacksATurn && m_io.poll_one() != 0) {
+  while (handled < kCallbacksATurn && PollOne()) {
     ++handled;
   }
   return handled != 0;
+}
+
+bool EventLoop::PollOne() {
+  try {
+    return m_io.poll_one() != 0;
+  } catch (const std::bad_alloc&) {
+    m_onNoMemory();
+    return true;
+  }
 }
 
 bool EventLoop::DeliverWaiting() {
@@ -144,7 +162,11 @@ void EventLoop::Deliver(LoopTask task) {
   {
     const Restore<int> restore(m_depth, m_depth + 1);
     if (task.run) {
-      task.run(*m_node);
+      try {
+        task.run(*m_node);
+      } catch (const std::bad_alloc&) {
+        m_onNoMemory();
+      }
     }
   }
   if (m_depth == 0) {

@@ -7,6 +7,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "node/Node.h"
@@ -33,11 +34,13 @@ class EventLoop {
   void Post(LoopTask task) { m_queue.push_back(std::move(task)); }
 
   /// Runs tasks until a stop is asked for, then drops what still waits. The stop is used up by
-  /// that. What a task throws leaves Run.
+  /// that. What a task throws leaves Run, but for want of memory, which ends that task alone.
   void Run(CMBNode& node);
   /// One turn for 0 seconds; else turns until nothing waits or the time is over. Outside a task of
   /// Run nothing happens.
   void Yield(long seconds);
+  /// What to do when a task or a callback has ended for want of memory.
+  void OnNoMemory(std::function<void()> action) { m_onNoMemory = std::move(action); }
   /// Frees the object as soon as no task is running.
   void Retire(std::shared_ptr<void> object);
   /// Handles I/O alone, no task, until `isDone` or the time is over.
@@ -52,6 +55,8 @@ class EventLoop {
   void WatchWakeUps();
   /// Handles the I/O that is ready, within bounds; whether there was any.
   bool PollIo();
+  bool PollOne();
+  void WaitForIo();
   bool DeliverWaiting();
   void Deliver(LoopTask task);
   void FreeRetired();
@@ -63,5 +68,6 @@ class EventLoop {
   CMBNode* m_node = nullptr;
   int m_depth = 0;  ///< 0 between tasks, 1 in a task of Run, 2 in a task of a Yield
   std::deque<LoopTask> m_queue;
+  std::function<void()> m_onNoMemory = [] {};
   std::vector<std::shared_ptr<void>> m_retired;
 };

@@ -48,7 +48,9 @@ LocalNode::LoopParts::LoopParts(const ProblemReport& report)
       http(loop, [this](const auto& exchange) { pages.Serve(exchange); }),
       watches(loop, report),
       timers(loop),
-      manager(loop) {}
+      manager(loop) {
+  loop.OnNoMemory([report] { report("Out of memory: what was under way has been given up."); });
+}
 
 LocalNode::LoopParts& LocalNode::Parts() {
   if (m_parts == nullptr) {

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <new>
 #include <optional>
+#include <span>
 #include <utility>
 
 namespace {
@@ -83,48 +85,81 @@ std::variant<std::vector<WantedRecord>, ControlError> ReadRecords(const Json& me
   return wanted;
 }
 
-/// The answer with one result after the other, which may become long: it is cut where the client
-/// will be dropped for it anyway.
+/// The answer with one result after the other. Its text is made as the client takes it.
 class ResultsAnswer {
  public:
   explicit ResultsAnswer(const ControlRequest& request)
-      : m_request(request), m_text(request.AnswerHead() + ",\"results\":[") {}
+      : m_text(request.AnswerHead() + ",\"results\":[") {}
 
   void AddError(const std::string& record, const ControlError& error) {
-    Add(Json{{"record", record}, {"error", ErrorJson(error)}});
+    m_results.push_back({Json{{"record", record}, {"error", ErrorJson(error)}}, nullptr, {}, {}});
+  }
+  /// `owner` keeps the bytes of the rows.
+  void AddRows(const RecordLayout& layout, std::time_t time, std::shared_ptr<const void> owner,
+               std::vector<std::span<const unsigned char>> rows) {
+    m_results.push_back({Json{{"record", layout.name},
+                              {"category", std::string(1, static_cast<char>(layout.category))},
+                              {"time", time}},
+                         &layout, std::move(owner), std::move(rows)});
   }
 
-  /// `bytesOf` gives the bytes of one of `rows`.
-  template <class Rows, class Bytes>
-  void AddRows(const RecordLayout& layout, std::time_t time, const Rows& rows, Bytes bytesOf) {
-    Json list = Json::array();
-    for (const auto& row : rows) {
-      if (IsFull()) {
-        return;
-      }
-      list.push_back(RowToJson(layout, bytesOf(row)));
-    }
-    Add(Json{{"record", layout.name},
-             {"category", std::string(1, static_cast<char>(layout.category))},
-             {"time", time},
-             {"rows", std::move(list)}});
+  /// Sends what has been added; the answer is empty then.
+  static void Send(ResultsAnswer answer, ControlPeer& peer) {
+    peer.AnswerInPieces([answer = std::make_shared<ResultsAnswer>(std::move(answer))](
+                            std::string& piece) { return answer->Next(piece); });
   }
-
-  void Send() { m_request.Peer().Answer(std::move(m_text) + "]}"); }
 
  private:
-  [[nodiscard]] bool IsFull() const { return m_text.size() > m_request.Peer().OutputLimit(); }
+  static constexpr std::size_t kPieceSize = 65536;
 
-  void Add(const Json& result) {
-    if (!IsFull()) {
-      m_text += std::exchange(m_separator, ",");
-      m_text += JsonText(result);
+  struct Result {
+    Json head;
+    const RecordLayout* layout;  ///< null for an error
+    std::shared_ptr<const void> owner;
+    std::vector<std::span<const unsigned char>> rows;
+  };
+
+  bool Next(std::string& piece) {
+    while (m_text.size() < kPieceSize && m_place < m_results.size()) {
+      AddNext();
     }
+    const bool isMore = m_place < m_results.size();
+    piece = std::exchange(m_text, {});
+    if (!isMore) {
+      piece += "]}";
+    }
+    return isMore;
   }
 
-  const ControlRequest& m_request;
+  /// The head of the present result, one of its rows, or its end.
+  void AddNext() {
+    Result& result = m_results[m_place];
+    if (!std::exchange(m_isBegun, true)) {
+      m_text += m_place == 0 ? "" : ",";
+      m_text += JsonText(result.head);
+      if (result.layout != nullptr) {
+        m_text.back() = ',';
+        m_text += "\"rows\":[";
+      }
+    }
+    if (m_row < result.rows.size()) {
+      m_text += m_row == 0 ? "" : ",";
+      m_text += JsonText(RowToJson(*result.layout, result.rows[m_row]));
+      ++m_row;
+      return;
+    }
+    m_text += result.layout == nullptr ? "" : "]}";
+    result = {};
+    ++m_place;
+    m_row = 0;
+    m_isBegun = false;
+  }
+
   std::string m_text;
-  const char* m_separator = "";
+  std::vector<Result> m_results;
+  std::size_t m_place = 0;  ///< the result at work
+  std::size_t m_row = 0;    ///< its next row
+  bool m_isBegun = false;   ///< whether its head has been given
 };
 
 }  // namespace
@@ -186,6 +221,14 @@ void RecordQueries::Get(const std::shared_ptr<ControlRequest>& request) {
 }
 
 void RecordQueries::RunGet(CMBNode& node, const GetPlan& plan) {
+  try {
+    AnswerGet(node, plan);
+  } catch (const std::bad_alloc&) {
+    plan.request->Fail(MemoryError());
+  }
+}
+
+void RecordQueries::AnswerGet(CMBNode& node, const GetPlan& plan) {
   if (plan.request->Peer().IsGone()) {
     plan.request->Peer().Answer("");
     return;
@@ -203,11 +246,15 @@ void RecordQueries::RunGet(CMBNode& node, const GetPlan& plan) {
       answer.AddError(item.record, OutcomeError(outcome, item.record));
       continue;
     }
-    const RecordAsker& asker = *plan.askers[item.asker];
-    answer.AddRows(*item.resolved.layout, asker.AnswerTime(), asker.Rows(),
-                   [](const CMBRecord* row) { return RecordBytes(*row); });
+    const std::shared_ptr<RecordAsker>& asker = plan.askers[item.asker];
+    std::vector<std::span<const unsigned char>> rows;
+    rows.reserve(asker->Rows().size());
+    for (const CMBRecord* row : asker->Rows()) {
+      rows.push_back(RecordBytes(*row));
+    }
+    answer.AddRows(*item.resolved.layout, asker->AnswerTime(), asker, std::move(rows));
   }
-  answer.Send();
+  ResultsAnswer::Send(std::move(answer), plan.request->Peer());
 }
 
 void RecordQueries::Last(const std::shared_ptr<ControlRequest>& request) {
@@ -229,11 +276,8 @@ void RecordQueries::Last(const std::shared_ptr<ControlRequest>& request) {
                       {"not-scheduled", "no schedule collects the record " + wanted.record, ""});
       continue;
     }
-    static const KeptRows kNone;
-    const KeptRows* found = m_lastRows.Find(wanted.record, layout.category);
-    const KeptRows& kept = found == nullptr ? kNone : *found;
-    answer.AddRows(layout, kept.time, kept.rows,
-                   [](const std::vector<unsigned char>& row) { return std::span(row); });
+    const std::shared_ptr<const KeptRows> kept = m_lastRows.Find(wanted.record, layout.category);
+    answer.AddRows(layout, kept->time, kept, {kept->rows.begin(), kept->rows.end()});
   }
-  answer.Send();
+  ResultsAnswer::Send(std::move(answer), request->Peer());
 }

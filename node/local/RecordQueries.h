@@ -37,6 +37,7 @@ class RecordQueries {
  private:
   struct GetPlan;
   void RunGet(CMBNode& node, const GetPlan& plan);
+  void AnswerGet(CMBNode& node, const GetPlan& plan);
 
   EventLoop& m_loop;
   BatchDesk& m_desk;

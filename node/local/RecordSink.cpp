@@ -13,17 +13,18 @@ void RecordSinks::EndBatch() {
 }
 
 void LastRows::Take(const ScheduledRows& rows) {
-  KeptRows& kept = m_kept[{rows.record, rows.category}];
-  kept.time = rows.time;
-  kept.rows.clear();
-  kept.rows.reserve(rows.rows.size());
+  const auto kept = std::make_shared<KeptRows>();
+  kept->time = rows.time;
+  kept->rows.reserve(rows.rows.size());
   for (const CMBRecord* row : rows.rows) {
     const auto* start = static_cast<const unsigned char*>(row->GetRecStart());
-    kept.rows.emplace_back(start, start + row->GetRecSize());
+    kept->rows.emplace_back(start, start + row->GetRecSize());
   }
+  m_kept[{rows.record, rows.category}] = kept;
 }
 
-const KeptRows* LastRows::Find(const std::string& record, unsigned char category) const {
+std::shared_ptr<const KeptRows> LastRows::Find(const std::string& record,
+                                               unsigned char category) const {
   const auto place = m_kept.find({record, category});
-  return place == m_kept.end() ? nullptr : &place->second;
+  return place == m_kept.end() ? std::make_shared<KeptRows>() : place->second;
 }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <ctime>
 #include <map>
+#include <memory>
 #include <span>
 #include <string>
 #include <utility>
@@ -49,9 +50,11 @@ struct KeptRows {
 class LastRows : public RecordSink {
  public:
   void Take(const ScheduledRows& rows) override;
-  /// Null until the record has been taken once.
-  [[nodiscard]] const KeptRows* Find(const std::string& record, unsigned char category) const;
+  /// Never null: no rows until the record has been taken once. They stay as they are for as long as
+  /// somebody holds them.
+  [[nodiscard]] std::shared_ptr<const KeptRows> Find(const std::string& record,
+                                                     unsigned char category) const;
 
  private:
-  std::map<std::pair<std::string, unsigned char>, KeptRows> m_kept;
+  std::map<std::pair<std::string, unsigned char>, std::shared_ptr<const KeptRows>> m_kept;
 };

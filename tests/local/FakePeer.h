@@ -12,9 +12,19 @@ class FakePeer : public ControlPeer {
   explicit FakePeer(Rights rights) : m_rights(rights) {}
   [[nodiscard]] Rights PeerRights() const override { return m_rights; }
   [[nodiscard]] bool IsGone() const override { return isGone; }
-  [[nodiscard]] std::size_t OutputLimit() const override { return 1 << 20; }
   [[nodiscard]] RequestBook& Requests() override { return m_requests; }
   void Answer(std::string line) override { answers.push_back(std::move(line)); }
+  void AnswerInPieces(AnswerPieces pieces) override {
+    std::string line;
+    std::string piece;
+    bool isMore = true;
+    while (isMore) {
+      piece.clear();
+      isMore = pieces(piece);
+      line += piece;
+    }
+    Answer(line);
+  }
 
   std::vector<std::string> answers;
   bool isGone = false;

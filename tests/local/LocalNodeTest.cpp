@@ -449,47 +449,142 @@ TEST_F(LocalNodeTest, TheSocketReplacesAStaleOneAndNothingElse) {
   EXPECT_EQ(std::filesystem::file_size("run/control.sock"), 8U);
 }
 
-TEST(ControlServerTest, ASlowReaderAndAClientTooManyAreTurnedAway) {
-  const ScratchDirectory directory;
-  PublishFakeRecords();
-  EventLoop loop;
-  BatchDesk desk;
-  LastRows lastRows;
-  ScheduleBook schedule(loop, desk, lastRows);
-  HistoryStore history{[](const std::string&) {}};
-  ControlOperations operations(loop, desk, schedule, lastRows, history);
-  std::vector<std::string> problems;
+/// A control server on a loop of its own, with clients on another thread.
+class ControlServerTest : public ::testing::Test {
+ protected:
+  ControlServerTest() { PublishFakeRecords(); }
+
+  void Serve(const ControlSettings& settings, const std::function<void()>& script) {
+    ControlServer server(m_loop, m_operations, settings,
+                         [&](const std::string& text) { m_problems.push_back(text); });
+    std::string error;
+    ASSERT_TRUE(server.Open(error)) << error;
+    std::thread clients([&] {
+      script();
+      EventLoop::RequestStop();
+    });
+    m_loop.Run(m_agent);
+    clients.join();
+    server.Close();
+  }
+
+  const ScratchDirectory m_directory;
+  EventLoop m_loop;
+  BatchDesk m_desk;
+  LastRows m_lastRows;
+  ScheduleBook m_schedule{m_loop, m_desk, m_lastRows};
+  HistoryStore m_history{[](const std::string&) {}};
+  ControlOperations m_operations{m_loop, m_desk, m_schedule, m_lastRows, m_history};
+  FakeAgent m_agent;
+  std::vector<std::string> m_problems;
+};
+
+constexpr const char* kAskStatus = R"({"op":"status"})";
+constexpr const char* kGetFake = R"({"op":"get","records":["FAKE"]})";
+
+TEST_F(ControlServerTest, AClientTooManyIsTurnedAway) {
   ControlSettings settings;
-  settings.maxOutput = 100000;
   settings.maxConnections = 1;
-  ControlServer server(loop, operations, settings,
-                       [&](const std::string& text) { problems.push_back(text); });
-  std::string error;
-  ASSERT_TRUE(server.Open(error)) << error;
-  std::thread clients([&] {
-    TestClient slow;
-    EXPECT_TRUE(slow.Ask(R"({"op":"status"})")["ok"]);
+  Serve(settings, [] {
+    TestClient first;
+    EXPECT_TRUE(first.Ask(kAskStatus)["ok"]);
     TestClient excess;
     EXPECT_EQ(excess.Receive()["error"]["code"], "busy");
     EXPECT_TRUE(excess.Receive().is_null());
-
-    // Answers that nobody reads, until the server has enough of it.
-    const std::string line = R"({"op":"status","id":")" + std::string(50000, 'x') + "\"}";
-    int sent = 0;
-    while (sent < 1000 && slow.Send(line)) {
-      ++sent;
-    }
-    EXPECT_LT(sent, 1000);
-    TestClient next;
-    EXPECT_TRUE(next.Ask(R"({"op":"status"})")["ok"]);
-    EventLoop::RequestStop();
   });
-  FakeAgent agent;
-  loop.Run(agent);
-  clients.join();
-  server.Close();
-  ASSERT_EQ(problems.size(), 1U);
-  EXPECT_THAT(problems[0], HasSubstr("is dropped"));
+}
+
+TEST_F(ControlServerTest, SlowReadersHoldNoMoreThanTheSumOfAllAllows) {
+  ControlSettings settings;
+  settings.maxOutput = 100000;
+  const std::string line = R"({"op":"status","id":")" + std::string(60000, 'x') + "\"}";
+  Serve(settings, [&] {
+    TestClient slow[2];
+    std::size_t sent[2]{};
+    for (std::size_t i = 0; i < 2; ++i) {
+      // Requests are not read either while an answer waits.
+      for (TestClient other; sent[i] < 100 && slow[i].SendAtOnce(line); ++sent[i]) {
+        EXPECT_TRUE(other.Ask(kAskStatus)["ok"]);
+      }
+      EXPECT_LT(sent[i], 100U);
+    }
+    for (TestClient other; m_problems.empty();) {
+      EXPECT_TRUE(other.Ask(kAskStatus)["ok"]);
+    }
+    for (std::size_t i = 0; i < sent[0]; ++i) {
+      EXPECT_TRUE(slow[0].Receive()["ok"]);
+    }
+  });
+  ASSERT_EQ(m_problems.size(), 1U);
+  EXPECT_THAT(m_problems[0], HasSubstr("is dropped"));
+}
+
+TEST_F(ControlServerTest, AnAnswerMayBeLongerThanWhatMayWait) {
+  m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+    for (std::uint32_t count = 0; count < 20000; ++count) {
+      batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
+    }
+    return kNotifyDone;
+  };
+  ControlSettings settings;
+  settings.maxOutput = 300000;
+  Serve(settings, [] {
+    TestClient slow;
+    EXPECT_TRUE(slow.Send(kGetFake));
+    TestClient client;
+    EXPECT_EQ(client.Ask(kGetFake)["results"][0]["rows"].size(), 20000U);
+    EXPECT_EQ(slow.Receive()["results"][0]["rows"][19999]["Count"], 19999);
+  });
+  EXPECT_THAT(m_problems, ElementsAre());
+}
+
+TEST_F(ControlServerTest, AfterClientsThatVanishEveryLaterOneIsAnswered) {
+  m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+    for (std::uint32_t count = 0; count < 2000; ++count) {
+      batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
+    }
+    return kNotifyDone;
+  };
+  Serve({}, [] {
+    for (int i = 0; i < 2000; ++i) {
+      TestClient gone;
+      switch (i % 5) {
+        case 0:
+          gone.Send(kGetFake);
+          break;
+        case 1:
+          // The end finds the answer on its way.
+          gone.Send(kGetFake);
+          std::this_thread::sleep_for(std::chrono::microseconds(500));
+          break;
+        case 2:
+          gone.Send(kAskStatus);
+          gone.EndRequests();
+          break;
+        case 3:
+          gone.SendAtOnce(R"({"op":"stat)");
+          break;
+        default:
+          break;
+      }
+      gone.Hangup();
+      TestClient next;
+      ASSERT_TRUE(next.Ask(kAskStatus).is_object()) << "client " << i;
+    }
+  });
+}
+
+TEST_F(ControlServerTest, WantOfMemoryEndsTheRequestAlone) {
+  bool isScarce = true;
+  m_agent.onBatch = [&](CMBMultipleRecordRequestEvent&) -> int {
+    return isScarce ? throw std::bad_alloc() : kNotifyDone;
+  };
+  Serve({}, [&] {
+    TestClient client;
+    EXPECT_EQ(client.Ask(kGetFake)["results"][0]["error"]["code"], "build-failed");
+    isScarce = false;
+    EXPECT_TRUE(client.Ask(kGetFake)["results"][0].contains("rows"));
+  });
 }
 
 }  // namespace

@@ -41,6 +41,13 @@ class TestClient {
     return true;
   }
 
+  /// Whether all of the line went into the socket at once.
+  bool SendAtOnce(std::string_view line) {
+    const std::string text = std::string(line) + "\n";
+    return ::send(m_socket.Get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
+           static_cast<ssize_t>(text.size());
+  }
+
   /// The next answer; null at the end of the connection.
   nlohmann::json Receive() {
     std::size_t end = 0;
