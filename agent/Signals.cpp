@@ -61,7 +61,7 @@ void InstallServiceSignals() {
       Message(10100, "sigaction", errno, signal, "", "");
     }
   }
-  for (const int signal : {SIGHUP, SIGQUIT, SIGALRM, SIGPIPE, SIGCHLD}) {
+  for (const int signal : {SIGHUP, SIGQUIT, SIGALRM, SIGPIPE, SIGCHLD, SIGUSR1, SIGXFSZ}) {
     if (!SetHandler(signal, SIG_IGN)) {
       Message(10100, "sigaction", errno, signal, "", "");
     }

@@ -1,20 +1,30 @@
 #include "agent/VersionLog.h"
 
-#include <fstream>
+#include <fcntl.h>
+#include <sys/types.h>
 
+#include <cstdio>
+#include <ios>
+
+#include "support/RegularFile.h"
+#include "support/TextFile.h"
 #include "support/TraceLog.h"
 
 void WriteVersionLog(const std::string& directory, const std::string& buildEnvironment,
                      const OsIdentity& identity) {
   constexpr int kBuildBits = 32;
+  constexpr mode_t kFileMode = 0666;
   const std::string path = directory + "/log/version.log";
-  std::ofstream out(path);
-  if (!out) {
-    MessageAt(20, 10101, "open()", static_cast<int>(out.rdstate()), path, "", "");
+  const int descriptor = OpenRegularFile(path, O_WRONLY | O_CREAT | O_TRUNC, kFileMode);
+  const TextFilePtr out(descriptor < 0 ? nullptr : ::fdopen(descriptor, "w"));
+  if (out == nullptr) {
+    MessageAt(20, 10101, "open()", static_cast<int>(std::ios::failbit), path, "", "");
     return;
   }
-  out << "Build Environment \t: " << buildEnvironment << " (" << kBuildBits << "-bit)" << std::endl;
-  out << "Target OS Name\t\t: " << identity.sysname << std::endl;
-  out << "Target OS Release\t: " << identity.release << " (" << identity.bits << "-bit)"
-      << std::endl;
+  std::fprintf(out.get(),
+               "Build Environment \t: %s (%d-bit)\n"
+               "Target OS Name\t\t: %s\n"
+               "Target OS Release\t: %s (%d-bit)\n",
+               buildEnvironment.c_str(), kBuildBits, identity.sysname.c_str(),
+               identity.release.c_str(), identity.bits);
 }

@@ -27,8 +27,8 @@ void ForEachDescriptor(int first, const Each& each) {
 void ResetSignals() {
   struct ::sigaction normal {};
   normal.sa_handler = SIG_DFL;
-  for (const int number :
-       {SIGPIPE, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPWR, SIGALRM, SIGCHLD, SIGUSR1, SIGUSR2}) {
+  for (const int number : {SIGPIPE, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPWR, SIGALRM, SIGCHLD,
+                           SIGXFSZ, SIGUSR1, SIGUSR2}) {
     ::sigaction(number, &normal, nullptr);
   }
   ::sigset_t none;

@@ -1,5 +1,6 @@
 #include "support/CollectorLog.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <string>
 
 #include "support/OsCalls.h"
+#include "support/RegularFile.h"
 #include "support/TraceLog.h"
 
 namespace {
@@ -22,6 +24,13 @@ constexpr off_t kRotateSize = 0x6400000;
 constexpr std::size_t kLineSize = 4097;
 
 using Line = std::array<char, kLineSize>;
+
+/// Null if there can be no such file.
+std::FILE* OpenLog(const std::string& name) {
+  constexpr mode_t kNewFileMode = 0666;
+  const int descriptor = OpenRegularFile(name, O_RDWR | O_CREAT | O_TRUNC, kNewFileMode);
+  return descriptor < 0 ? nullptr : ::fdopen(descriptor, "w+");
+}
 
 /// "Mmm dd hh:mm:ss : "; returns its length.
 std::size_t PutTime(Line& line) {
@@ -56,7 +65,7 @@ CollectorLog& CollectorLog::Instance() {
 
 CollectorLog::CollectorLog() {
   if (g_collectorLogOn != 0) {
-    m_file.reset(std::fopen(kFileName, "w+te"));
+    m_file.reset(OpenLog(kFileName));
     if (m_file != nullptr) {
       ::fchmod(::fileno(m_file.get()), kFileMode);
     }
@@ -94,5 +103,5 @@ void CollectorLog::Rotate() {
   ++m_rotations;
   const std::string name = std::string(kFileName) + '.' + std::to_string(m_rotations);
   m_file.reset();
-  m_file.reset(std::fopen(name.c_str(), "w+te"));
+  m_file.reset(OpenLog(name));
 }

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 
 #include "node/MessageCatalog.h"
+#include "node/local/ErrorStream.h"
 #include "node/local/IniCheck.h"
 
 namespace {
@@ -114,7 +114,7 @@ void LocalNode::PrintMsg(const MessageLine& line) {
   } else if (line.level <= kOperatorLevel) {
     // Before the log is open and after its end.
     const std::string text = ExpandMessage(line.format, line.argCount, line.args);
-    std::fprintf(stderr, "%s\n", text.c_str());
+    ErrorStream(STDERR_FILENO).Write(text + '\n');
   }
 }
 

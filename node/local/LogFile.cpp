@@ -1,18 +1,24 @@
 #include "node/local/LogFile.h"
 
 #include <fcntl.h>
-#include <spdlog/pattern_formatter.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
-#include <exception>
+#include <new>
+#include <system_error>
 #include <utility>
+
+#include "support/RegularFile.h"
 
 namespace {
 
-/// Keeps the file out of the programs that this one starts.
-void CloseOnExec(const spdlog::filename_t&, std::FILE* file) {
-  const int fd = ::fileno(file);
-  ::fcntl(fd, F_SETFD, ::fcntl(fd, F_GETFD) | FD_CLOEXEC);
+constexpr mode_t kFileMode = 0644;
+
+std::string ReasonOf(int code) {
+  return code == ELOOP || code == ENXIO ? "it is a link or no regular file"
+                                        : std::generic_category().message(code);
 }
 
 }  // namespace
@@ -20,15 +26,64 @@ void CloseOnExec(const spdlog::filename_t&, std::FILE* file) {
 LogFile::LogFile(std::string path, std::size_t maxBytes, std::size_t oldFiles)
     : m_path(std::move(path)), m_maxBytes(maxBytes), m_oldFiles(oldFiles) {}
 
-LogFile::~LogFile() = default;
+int LogFile::Open() {
+  m_file = Descriptor(OpenRegularFile(m_path, O_WRONLY | O_APPEND | O_CREAT, kFileMode));
+  struct ::stat status {};
+  if (!m_file.IsOpen() || ::fstat(m_file.Get(), &status) != 0) {
+    return errno;
+  }
+  m_size = static_cast<std::size_t>(status.st_size);
+  return 0;
+}
 
-void LogFile::Open() {
-  spdlog::file_event_handlers handlers;
-  handlers.after_open = CloseOnExec;
-  m_sink = std::make_unique<spdlog::sinks::rotating_file_sink_st>(m_path, m_maxBytes, m_oldFiles,
-                                                                  false, handlers);
-  m_sink->set_formatter(std::make_unique<spdlog::pattern_formatter>(
-      "%v", spdlog::pattern_time_type::local, std::string{}));
+std::string LogFile::PathOf(std::size_t number) const {
+  if (number == 0) {
+    return m_path;
+  }
+  const std::size_t dot = m_path.rfind('.');
+  return m_path.substr(0, dot) + '.' + std::to_string(number) + m_path.substr(dot);
+}
+
+int LogFile::Rotate() {
+  m_file.Close();
+  for (std::size_t number = m_oldFiles; number > 0; --number) {
+    if (std::rename(PathOf(number - 1).c_str(), PathOf(number).c_str()) != 0 && errno != ENOENT) {
+      return errno;
+    }
+  }
+  if (m_oldFiles == 0 && ::unlink(m_path.c_str()) != 0) {
+    return errno;
+  }
+  return Open();
+}
+
+int LogFile::Append(std::string_view text) {
+  if (!m_file.IsOpen()) {
+    if (const int code = Open(); code != 0) {
+      return code;
+    }
+  }
+  if (m_size != 0 && m_size + text.size() > m_maxBytes) {
+    if (const int code = Rotate(); code != 0) {
+      return code;
+    }
+  }
+  std::size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t written = ::write(m_file.Get(), text.data() + done, text.size() - done);
+    if (written < 0 && errno == EINTR) {
+      continue;
+    }
+    if (written <= 0) {
+      const int code = written == 0 ? EIO : errno;
+      // Half a line would run into the next one.
+      [[maybe_unused]] const int cut = ::ftruncate(m_file.Get(), static_cast<off_t>(m_size));
+      return code;
+    }
+    done += static_cast<std::size_t>(written);
+  }
+  m_size += text.size();
+  return 0;
 }
 
 bool LogFile::Write(std::string_view text, std::string& problem) noexcept {
@@ -37,24 +92,18 @@ bool LogFile::Write(std::string_view text, std::string& problem) noexcept {
     return false;
   }
   try {
-    if (m_sink == nullptr) {
-      Open();
+    const int code = Append(text);
+    if (code == 0) {
+      m_failing = false;
+      return true;
     }
-    m_sink->log({spdlog::source_loc{}, spdlog::string_view_t{}, spdlog::level::info,
-                 spdlog::string_view_t{text.data(), text.size()}});
-    m_sink->flush();
-    m_failing = false;
-    return true;
-  } catch (const std::exception& failure) {
-    // A sink that failed may have lost its file and must not be used again.
-    m_sink.reset();
+    m_file.Close();
     m_retryAt = now + kRetryPause;
     if (!std::exchange(m_failing, true)) {
-      try {
-        problem = failure.what();
-      } catch (...) {
-      }
+      problem = m_path + ": " + ReasonOf(code);
     }
-    return false;
+  } catch (const std::bad_alloc&) {
+    // Without memory for a path the line is lost, and the next one tries anew.
   }
+  return false;
 }

@@ -80,19 +80,6 @@ std::string Origin(const MessageLine& line) {
   return line.number != 0 ? std::to_string(line.number) : Place(line.sourceFile, line.sourceLine);
 }
 
-void WriteAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written <= 0) {
-      return;
-    }
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-}
-
 }  // namespace
 
 void ReadLogLevels(CMBIniFile& ini, MessageLogSettings& settings) {
@@ -110,6 +97,7 @@ bool IsLevel(std::string_view text) {
 MessageLog::MessageLog(MessageLogSettings settings)
     : m_settings(std::move(settings)),
       m_isJournal(IsJournal(m_settings.errorDescriptor)),
+      m_errors(m_settings.errorDescriptor),
       m_formatter(kPattern),
       m_messages(m_settings.directory + "/log/qmtdmon.log", m_settings.maxFileBytes,
                  m_settings.oldFiles),
@@ -131,7 +119,7 @@ void MessageLog::Guarded(Action action) noexcept {
   try {
     action();
   } catch (...) {
-    WriteAll(m_settings.errorDescriptor, "A message could not be written: no memory.\n");
+    m_errors.Write("A message could not be written: no memory.\n");
   }
 }
 
@@ -197,7 +185,7 @@ void MessageLog::WriteToErrors(int level, int kind, std::string_view line) {
     out = {'<', Priority(level, kind), '>'};
   }
   // One call, so that lines of several processes don't mix.
-  WriteAll(m_settings.errorDescriptor, out.append(line));
+  m_errors.Write(out.append(line));
 }
 
 short MessageLog::PrintDat(const char* data, int length, int level, int, int* written) noexcept {

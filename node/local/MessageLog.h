@@ -8,6 +8,7 @@
 
 #include "node/IniFile.h"
 #include "node/NodeLayer.h"
+#include "node/local/ErrorStream.h"
 #include "node/local/LogFile.h"
 #include "node/local/LogText.h"
 
@@ -92,6 +93,7 @@ class MessageLog {
 
   MessageLogSettings m_settings;
   bool m_isJournal;
+  ErrorStream m_errors;
   spdlog::pattern_formatter m_formatter;
   LogFile m_messages;
   LogFile m_data;

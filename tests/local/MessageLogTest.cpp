@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "node/local/Descriptor.h"
 #include "node/local/LocalIniFile.h"
 #include "node/local/MessageLog.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/TempFolder.h"
 
 using testing::ElementsAre;
@@ -211,8 +213,12 @@ TEST_F(MessageLogTest, AFileThatCannotBeWrittenIsToldOnce) {
   writeThree("log/qmtdmon.log");
   fs::remove(folder);
   fs::create_directory(folder);
-  fs::create_symlink("/dev/full", folder / "qmtdmon.log");
-  writeThree("No space left");
+  const std::string half(3000, 'x');
+  std::ofstream(folder / "qmtdmon.log") << half;
+  // A part of the first line would fit.
+  const FileSizeLimit limit(half.size() + 20);
+  writeThree("File too large");
+  EXPECT_EQ(Log().size(), half.size());
 }
 
 TEST_F(MessageLogTest, DataTraceTakesWhatItsLevelAllows) {
@@ -260,6 +266,49 @@ TEST_F(MessageLogTest, LevelsComeFromTheIniFile) {
     EXPECT_EQ(settings.logLevel, logLevel) << text;
     EXPECT_EQ(settings.dataLevel, dataLevel) << text;
   }
+}
+
+TEST_F(MessageLogTest, AFullPipeCostsLinesAndNoTime) {
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const Descriptor reader(ends[0]);
+  const Descriptor writer(ends[1]);
+  m_settings.errorDescriptor = writer.Get();
+  MessageLog log(m_settings);
+  const std::string text(3000, 'x');
+  for (int i = 0; i < 100; ++i) {
+    log.Note(10, 2, text);
+  }
+  EXPECT_EQ(Lines("log/qmtdmon.log").size(), 100U);
+  std::string all(1 << 20, '\0');
+  const ssize_t taken = ::read(reader.Get(), all.data(), all.size());
+  ASSERT_GT(taken, 0);
+  const auto whole = std::count(all.begin(), all.begin() + taken, '\n');
+  log.Note(10, 2, "after");
+  all.resize(
+      static_cast<std::size_t>(std::max<ssize_t>(0, ::read(reader.Get(), all.data(), all.size()))));
+  EXPECT_THAT(all, HasSubstr(std::to_string(100 - whole) + " lines are lost here.\n"));
+  EXPECT_THAT(all, HasSubstr("after"));
+}
+
+TEST_F(MessageLogTest, ALinkOrAPipeInPlaceOfTheFileIsToldAndLeftAlone) {
+  const fs::path file = m_folder.Path() / "log/qmtdmon.log";
+  fs::create_directory(file.parent_path());
+  std::ofstream(m_folder.Path() / "precious") << "precious";
+  const auto plant = [&](int kind) {
+    fs::remove(file);
+    return kind == 0 ? ::symlink((m_folder.Path() / "precious").c_str(), file.c_str())
+                     : ::mkfifo(file.c_str(), 0600);
+  };
+  for (const int kind : {0, 1}) {
+    ASSERT_EQ(plant(kind), 0);
+    // As a reader of the pipe makes an open for writing succeed.
+    const Descriptor reader(kind == 0 ? -1 : ::open(file.c_str(), O_RDONLY | O_NONBLOCK));
+    MessageLog(m_settings).Note(10, 2, "line");
+    EXPECT_THAT(Errors(), HasSubstr("log/qmtdmon.log: it is a link or no regular file"));
+    ASSERT_EQ(::ftruncate(m_errorFile.Get(), 0), 0);
+  }
+  EXPECT_EQ(m_folder.Read("precious"), "precious");
 }
 
 }  // namespace

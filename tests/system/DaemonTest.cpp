@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -121,6 +122,33 @@ TEST(DaemonTest, ASecondStartIsRefusedAndLeavesTheFirstAlone) {
 
   Daemon third(root, "third");
   EXPECT_TRUE(third.Says("QMTX10003-I")) << "the first one's lock outlived it";
+}
+
+TEST(DaemonTest, NobodyWhoReadsItsErrorsCanHoldItUp) {
+  const ProductRoot root;
+  const std::string pipe = root.Path() / "stderr";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const int reader = ::open(pipe.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_GE(reader, 0);
+  const std::string block(4096, 'x');
+  while (::write(reader, block.data(), block.size()) > 0) {
+  }
+  ASSERT_EQ(::mkfifo((root.AgentFolder() / "log/version.log").c_str(), 0600), 0);
+  Daemon daemon(root, "stderr");
+  Outcome outcome{-1, ""};
+  for (int i = 0; i < 300 && outcome.exitValue != 0; ++i) {
+    outcome = AskDaemon(root, "status 2>&1");
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  EXPECT_EQ(outcome.exitValue, 0) << outcome.output;
+  // Neither stops it.
+  daemon.Signal(SIGUSR1);
+  daemon.Signal(SIGXFSZ);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_TRUE(daemon.IsRunning());
+  daemon.Signal(SIGTERM);
+  EXPECT_EQ(daemon.ExitValue(), 0);
+  ::close(reader);
 }
 
 }  // namespace
