@@ -18,11 +18,16 @@ struct HistorySettings {
   std::string file = "records.db";  ///< below the working directory; empty: nothing is kept
   int days = 14;
   int megabytes = 512;
+  int waitingMegabytes = 64;  ///< what may wait beside the file while somebody reads it
 };
 
 /// Keeps the rows of the schedules in an SQL database, a table per record (HistoryTables.h). Each
 /// batch is one transaction: a kill at any moment loses the batch at work and no more. Rows that
 /// are too old, and the oldest ones while the file is too large, go in small steps after a batch.
+///
+/// While somebody reads the file nobody can write it. Batches then go into a second one beside it,
+/// FILE-waiting, from where they are moved in small steps as soon as the readers have gone; it goes
+/// when it is empty. Beyond its limit batches are lost and told of, like those of any failure.
 ///
 /// A failure is reported once and costs the batch; the next one is tried again, and the first that
 /// is written says so. A file that is no database, or a damaged one, is set aside under another
@@ -49,22 +54,35 @@ class HistoryStore : public RecordSink {
 
  private:
   struct Table;
+  /// An open database with the statements that write it.
+  struct Book {
+    std::unique_ptr<SqlDatabase> database;
+    std::map<std::pair<std::string, unsigned char>, std::unique_ptr<Table>> tables;
+  };
 
+  [[nodiscard]] std::string WaitingFile() const { return m_settings.file + "-waiting"; }
   void Open();
   void Close();
   void Begin();
+  void BeginWaiting();
+  void MoveWaiting();
+  /// Whether there is more.
+  [[nodiscard]] bool MoveTables();
+  void NoteFit(const std::string& done);
   void Insert(const ScheduledRows& rows);
   [[nodiscard]] Table* FindTable(const ScheduledRows& rows);
   void Commit();
   void RemoveOld();
   void RemoveExcess();
   void Fail(const SqlError& error);
-  void SetAside();
+  void SetAside(const std::string& file);
 
   HistorySettings m_settings;
   ProblemReport m_report;
-  std::unique_ptr<SqlDatabase> m_database;
-  std::map<std::pair<std::string, unsigned char>, std::unique_ptr<Table>> m_tables;
+  Book m_main;
+  Book m_waiting;
+  Book* m_target = nullptr;    ///< that of the batch at work; null outside one
+  bool m_hasWaiting = false;   ///< whether rows wait to be moved
   bool m_isBatchLost = false;  ///< nothing more of the batch at work is taken
   std::string m_problem;
   std::vector<std::string> m_notices;  ///< told once the batch at work is written

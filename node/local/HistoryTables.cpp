@@ -78,7 +78,7 @@ void MakeTable(SqlDatabase& database, const RecordLayout& layout, const std::str
 
 /// Name and type of each column.
 std::map<std::string, std::string> ColumnsOf(SqlDatabase& database, const std::string& table) {
-  SqlStatement statement = database.Prepare("SELECT name, type FROM pragma_table_info(?1)");
+  SqlStatement statement = database.Prepare("SELECT name, type FROM pragma_table_info(?1, 'main')");
   statement.Bind(1, table);
   std::map<std::string, std::string> columns;
   while (statement.Step()) {
@@ -153,10 +153,25 @@ bool HasTable(SqlDatabase& database, const std::string& name) {
   return statement.Step();
 }
 
-std::vector<std::string> RecordTables(SqlDatabase& database) {
+std::string CommonColumns(SqlDatabase& database, const std::string& schema,
+                          const std::string& table) {
   SqlStatement statement = database.Prepare(
-      "SELECT name FROM sqlite_master WHERE type = 'table' AND name <> ?1 AND name NOT LIKE "
-      "'sqlite_%' ORDER BY name");
+      "SELECT name FROM pragma_table_info(?1, ?2) WHERE name IN (SELECT name FROM "
+      "pragma_table_info(?1, 'main'))");
+  statement.Bind(1, std::string_view(table));
+  statement.Bind(2, std::string_view(schema));
+  std::string columns;
+  while (statement.Step()) {
+    columns += (columns.empty() ? "" : ", ") + QuotedName(statement.Text(0));
+  }
+  return columns;
+}
+
+std::vector<std::string> RecordTables(SqlDatabase& database, const std::string& schema) {
+  SqlStatement statement =
+      database.Prepare("SELECT name FROM " + QuotedName(schema) +
+                       ".sqlite_master WHERE type = 'table' AND name <> ?1 AND name NOT LIKE "
+                       "'sqlite_%' ORDER BY name");
   statement.Bind(1, std::string_view(kLayoutTable));
   std::vector<std::string> names;
   while (statement.Step()) {

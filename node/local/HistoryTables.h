@@ -21,5 +21,11 @@ inline constexpr const char* kTimeLabel = "Record Time";
 
 /// Whether the file holds a table of that name.
 [[nodiscard]] bool HasTable(SqlDatabase& database, const std::string& name);
-/// All tables with rows of records, those of former layouts included.
-[[nodiscard]] std::vector<std::string> RecordTables(SqlDatabase& database);
+/// All tables with rows of records, those of former layouts included; `schema` is the name of an
+/// attached file.
+[[nodiscard]] std::vector<std::string> RecordTables(SqlDatabase& database,
+                                                    const std::string& schema = "main");
+/// The columns that a table of the attached file shares with the one of its name, each quoted,
+/// parted by commas.
+[[nodiscard]] std::string CommonColumns(SqlDatabase& database, const std::string& schema,
+                                        const std::string& table);

@@ -221,18 +221,71 @@ TEST_F(HistoryStoreTest, ABrokenFileIsSetAside) {
   EXPECT_THAT(m_told.front(), HasSubstr("It is set aside"));
 }
 
-TEST_F(HistoryStoreTest, AReaderDelaysABatchAndLosesNone) {
+TEST_F(HistoryStoreTest, WhileSomebodyReadsAKillLosesAtMostTheBatchAtWork) {
   Keep();
   Batch(m_now);
+  // The library's locks are a process's own, so the reader is the parent and opens nothing before.
+  Keep();
+  const auto keepFifty = [this] {
+    HistoryStore store{[](const std::string&) {}};
+    store.Configure({});
+    const FakeRecord record(1, m_now);
+    const CMBRecord* row = &record;
+    for (int i = 0; i < 50; ++i) {
+      store.Take({"FAKE", '4', m_now, {&row, 1}});
+      store.EndBatch();
+    }
+    ::raise(SIGKILL);
+  };
+  int reads[2];
+  ASSERT_EQ(::pipe(reads), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    char go = 0;
+    [[maybe_unused]] const ssize_t got = ::read(reads[0], &go, 1);
+    keepFifty();
+  }
+  {
+    SqlDatabase other("records.db", 0);
+    SqlStatement reading = other.Prepare("SELECT * FROM FAKE");
+    ASSERT_TRUE(reading.Step());
+    ASSERT_EQ(::write(reads[1], "x", 1), 1);
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    EXPECT_EQ(other.Number("SELECT count(*) FROM FAKE"), 1);
+  }
+  ::close(reads[0]);
+  ::close(reads[1]);
+  EXPECT_TRUE(std::filesystem::exists("records.db-waiting"));
+  Keep();
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 52);
+  EXPECT_FALSE(std::filesystem::exists("records.db-waiting"));
+  EXPECT_EQ(m_store.LostBatches(), 0U);
+}
+
+TEST_F(HistoryStoreTest, WhatWaitsIsBoundedAndMovedInSmallSteps) {
+  Keep({.waitingMegabytes = 1});
   SqlDatabase other("records.db", 0);
+  Batch(m_now);
   SqlStatement reading = other.Prepare("SELECT * FROM FAKE");
   ASSERT_TRUE(reading.Step());
-  Batch(m_now);
-  EXPECT_EQ(other.Number("SELECT count(*) FROM FAKE"), 1);
+  std::int64_t kept = 1;
+  for (int batch = 0; batch < 40; ++batch) {
+    const auto lost = m_store.LostBatches();
+    Batch(m_now, 1000);
+    kept += m_store.LostBatches() == lost ? 1000 : 0;
+  }
+  EXPECT_GT(kept, 5000);
+  EXPECT_LT(kept, 40000);
+  EXPECT_THAT(m_told, testing::Contains(HasSubstr("the rows that wait exceed 1 Mbytes")));
   reading.Reset();
   Batch(m_now);
-  EXPECT_EQ(Rows(), 3);
-  EXPECT_EQ(m_store.LostBatches(), 0U);
+  EXPECT_EQ(Rows(), 2002);
+  for (int batch = 0; batch < 30; ++batch) {
+    Batch(m_now);
+  }
+  EXPECT_EQ(Rows(), kept + 31);
+  EXPECT_FALSE(std::filesystem::exists("records.db-waiting"));
 }
 
 TEST_F(HistoryStoreTest, AKillLosesAtMostTheBatchAtWork) {
