@@ -18,6 +18,8 @@ struct FieldLayout {
   std::uint16_t width;   ///< bytes
   FieldMeaning meaning;
   const char* group = "";  ///< the heading that the field stands under; empty for none
+  const char* rateOf = "";  ///< of a rate: the label of the counter whose growth it is by the second
+  bool needsTwoLooks = false;  ///< tells what happened between two looks, and nothing without
 };
 
 /// The published layout of one record. Lives as long as the process.

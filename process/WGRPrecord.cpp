@@ -149,12 +149,12 @@ void PutCpuPercent(Row& row, const Row& from, float seconds) {
   row.cpuPercent = 100.0F * ToFloat(from.userCpu + from.systemCpu) / seconds;
 }
 
+constexpr auto kRates = RatesOf<RateField, Row>();
+
 void PutRates(Row& row, float seconds) {
-  const auto rate = [seconds](std::uint32_t total) { return static_cast<float>(total) / seconds; };
-  row.throughputPerSec = rate(row.totalIoKbytes);
-  row.readsPerSec = rate(row.reads);
-  row.writesPerSec = rate(row.writes);
-  row.totalIoOpsPerSec = rate(row.reads + row.writes);
+  for (const RateField<Row>& rate : kRates) {
+    row.*rate.rate = static_cast<float>(std::uint32_t{row.*rate.counter}) / seconds;
+  }
 }
 
 float SecondsOf(const Row& row) { return static_cast<float>(std::uint32_t{row.interval}); }

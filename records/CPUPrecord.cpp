@@ -20,10 +20,7 @@ constexpr std::array kCounters{
     CounterField<Row>{&Row::systemCalls, "processor_system_calls"},
     CounterField<Row>{&Row::traps, "processor_traps"}};
 constexpr std::array kTimes{&Row::userTime, &Row::systemTime, &Row::idleTime, &Row::waitTime};
-constexpr std::array kRates{RateField<Row>{&Row::contextSwitchesPerSec, &Row::contextSwitches},
-                            RateField<Row>{&Row::interruptsPerSec, &Row::interrupts},
-                            RateField<Row>{&Row::sysCallsPerSec, &Row::systemCalls},
-                            RateField<Row>{&Row::trapsPerSec, &Row::traps}};
+constexpr auto kRates = RatesOf<RateField, Row>();
 
 const IntervalFamily<Row> kFamily{kCounters, kTimes, kRates,
                                   [](const Row& a, const Row& b) {

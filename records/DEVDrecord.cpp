@@ -28,12 +28,8 @@ constexpr std::array kComparedTimes{&Record::totalServiceTime, &Record::totalWai
 constexpr std::array<Utime DeviceRow::*, 6> kTimes{
     &DeviceRow::totalServiceTime, &DeviceRow::totalWaitTime, &DeviceRow::waitLengthTime,
     &DeviceRow::reservedTime1,    &DeviceRow::reservedTime2, &DeviceRow::totalBusyTime};
-constexpr std::array kRates{
-    RateField<DeviceRow>{&DeviceRow::readsPerSec, &DeviceRow::readOps},
-    RateField<DeviceRow>{&DeviceRow::writesPerSec, &DeviceRow::writeOps},
-    RateField<DeviceRow>{&DeviceRow::totalIoOpsPerSec, &DeviceRow::totalIoOps}};
-constexpr std::array kMbyteRates{
-    FloatRateField<DeviceRow>{&DeviceRow::mbytesXferdPerSec, &DeviceRow::ioMbytes}};
+constexpr auto kRates = RatesOf<RateField, DeviceRow>();
+constexpr auto kMbyteRates = RatesOf<FloatRateField, DeviceRow>();
 
 /// Counts and Mbytes each are a group: one that went backwards makes all of its group zero.
 void SubtractPrevious(DeviceRow& row, DeviceRow& /*raw*/, const DeviceRow& previous) {

@@ -19,10 +19,8 @@ constexpr std::array kMbytes{&Record::ioMbytes};
 constexpr std::array<Utime Row::*, 7> kTimes{
     &Row::totalBusyTime, &Row::totalServiceTime, &Row::totalWaitTime, &Row::totalWaitLengthTime,
     &Row::reservedTime1, &Row::reservedTime2,    &Row::reservedTime3};
-constexpr std::array kRates{RateField<Row>{&Row::readsPerSec, &Row::reads},
-                            RateField<Row>{&Row::writesPerSec, &Row::writes},
-                            RateField<Row>{&Row::totalIoOpsPerSec, &Row::totalIoOps}};
-constexpr std::array kMbyteRates{DoubleRateField<Row>{&Row::mbytesXferdPerSec, &Row::ioMbytes}};
+constexpr auto kRates = RatesOf<RateField, Row>();
+constexpr auto kMbyteRates = RatesOf<DoubleRateField, Row>();
 
 bool MovedBackwards(const Record& row, const Record& other) {
   return AnyBelow(row, other, kCounts) || AnyBelow(row, other, kMbytes);

@@ -1,11 +1,15 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <type_traits>
 #include <vector>
 
 #include "node/RecordRequest.h"
+#include "records/RateWords.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "records/RecordDump.h"
@@ -55,6 +59,29 @@ requires requires { typename Row::PublishedRecord; }
 struct PublishedAs<Row> {
   using Record = typename Row::PublishedRecord;
 };
+
+/// All rates of the row's layout whose counters are of the type that `Rate` has.
+template <template <class> class Rate, class Row>
+constexpr auto RatesOf() {
+  using Words = RateWords<typename PublishedAs<Row>::Record>;
+  using Counter = decltype(Rate<typename Words::Row>::counter);
+  constexpr auto visitAll = [](auto&& take) {
+    Words::Visit([&](auto member, FieldMeaning /*meaning*/, auto... growth) {
+      if constexpr ((std::is_same_v<decltype(growth), GrowthOf<Counter>> || ...)) {
+        (take(Rate<Row>{member, growth.counter}), ...);
+      }
+    });
+  };
+  constexpr std::size_t kCount = [=] {
+    std::size_t count = 0;
+    visitAll([&](const auto&) { ++count; });
+    return count;
+  }();
+  std::array<Rate<Row>, kCount> table{};
+  std::size_t next = 0;
+  visitAll([&](const auto& rate) { table[next++] = rate; });
+  return table;
+}
 
 /// What a rate over a zero interval costs: the rest of the build, or the one row.
 enum class RateFailure { kEndsBuild, kSkipsRow };

@@ -34,6 +34,8 @@ struct NFSFields;
     using Record = structure;                          \
     static constexpr NFSField<Record> kFields[] = {
 #define FIELD(type, member, label, meaning) {&Record::member, label, FieldMeaning::meaning},
+#define rate(counter) rate
+#define percent(looks) percent
 // clang-format off
 #define END() }; };
 // clang-format on
@@ -44,6 +46,8 @@ struct NFSFields;
 #undef HEADER
 #undef BEGIN
 #undef FIELD
+#undef rate
+#undef percent
 #undef END
 
 /// Subtracts all counters, wrapping at 32 bits.
@@ -56,7 +60,7 @@ void SubtractCounters(Row& row, Row& /*raw*/, const Row& previous) {
   }
 }
 
-/// The rates of the remote calls; without rates whole calls a second.
+/// The rates of the remote calls: without rates whole calls a second, with rates 0 without calls.
 template <class Row>
 void BuildRpcRates(Row& row, bool withRates) {
   const std::uint32_t calls = row.rpcCalls;
@@ -65,7 +69,10 @@ void BuildRpcRates(Row& row, bool withRates) {
   if (!withRates) {
     row.rpcCallsPerSec = static_cast<float>(calls / seconds);
     row.rpcBadCallsPerSec = static_cast<float>(badCalls / seconds);
-  } else if (calls != 0) {
+  } else if (calls == 0) {
+    row.rpcCallsPerSec = 0.0F;
+    row.rpcBadCallsPerSec = 0.0F;
+  } else {
     const auto divisor = static_cast<long double>(seconds);
     row.rpcCallsPerSec = static_cast<float>(calls / divisor);
     row.rpcBadCallsPerSec = static_cast<float>(badCalls / divisor);
@@ -204,7 +211,7 @@ Row NewDetail(const Total& source, std::span<Ulong Row::*const> wordsV2,
 
 /// An overview's family; `ratesOperation` names its rate step.
 template <class Row>
-inline constexpr RateField<Row> kOverviewRates[] = {{&Row::avgOpsPerSec, &Row::totalOps}};
+inline constexpr auto kOverviewRates = RatesOf<RateField, Row>();
 template <class Row>
 constexpr IntervalFamily<Row> OverviewFamily(const char* ratesOperation) {
   return {.counters = {},

@@ -69,42 +69,11 @@ constexpr std::array kCounters{
     CounterField<Row>{&Row::ipPktsOut, "ip_packets_out"}};
 constexpr std::array kTimes{&Row::totalUserModeTime, &Row::totalKernelModeTime, &Row::totalIdleTime,
                             &Row::totalWaitTime};
-constexpr std::array kRates{
-    RateField<Row>{&Row::contextSwitchesPerSec, &Row::contextSwitches},
-    RateField<Row>{&Row::systemCallsPerSec, &Row::systemCalls},
-    RateField<Row>{&Row::interruptsPerSec, &Row::interrupts},
-    RateField<Row>{&Row::trapsPerSec, &Row::traps},
-    RateField<Row>{&Row::majorFaultsPerSec, &Row::majorFaults},
-    RateField<Row>{&Row::minorFaultsPerSec, &Row::minorFaults},
-    RateField<Row>{&Row::softwareLockFaultsPerSec, &Row::softwareLockFaults},
-    RateField<Row>{&Row::totalFaultsPerSec, &Row::faults},
-    RateField<Row>{&Row::blockReadsPerSec, &Row::blockReads},
-    RateField<Row>{&Row::blockWritesPerSec, &Row::blockWrites},
-    RateField<Row>{&Row::pageInOpsPerSec, &Row::pageInOps},
-    RateField<Row>{&Row::pagesInPerSec, &Row::pagesIn},
-    RateField<Row>{&Row::pageOutOpsPerSec, &Row::pageOutOps},
-    RateField<Row>{&Row::pagesOutPerSec, &Row::pagesOut},
-    RateField<Row>{&Row::pageOpsPerSec, &Row::totalPageOps},
-    RateField<Row>{&Row::pageReclaimsPerSec, &Row::totalPageReclaims},
-    RateField<Row>{&Row::pageScansPerSec, &Row::totalPageScans},
-    RateField<Row>{&Row::swapInsPerSec, &Row::swapInOps},
-    RateField<Row>{&Row::swappedInPagesPerSec, &Row::swappedInPages},
-    RateField<Row>{&Row::swapOutsPerSec, &Row::swapOutOps},
-    RateField<Row>{&Row::swappedOutPagesPerSec, &Row::swappedOutPages},
-    RateField<Row>{&Row::totalSwapsPerSec, &Row::totalSwaps},
-    RateField<Row>{&Row::nfsClientOpsPerSec, &Row::nfsClientTotalOps},
-    RateField<Row>{&Row::nfsClientReadOpsPerSec, &Row::nfsClientReadOps},
-    RateField<Row>{&Row::nfsClientWriteOpsPerSec, &Row::nfsClientWriteOps},
-    RateField<Row>{&Row::nfsServerOpsPerSec, &Row::nfsServerTotalOps},
-    RateField<Row>{&Row::nfsServerReadOpsPerSec, &Row::nfsServerReadOps},
-    RateField<Row>{&Row::nfsServerWriteOpsPerSec, &Row::nfsServerWriteOps}};
+constexpr auto kRates = RatesOf<RateField, Row>();
 constexpr std::array kFloatCounters{
     FloatCounterField<Row>{&Row::logicalReadMbytes, "logical_read_mbytes"},
     FloatCounterField<Row>{&Row::logicalWriteMbytes, "logical_write_mbytes"}};
-// In spite of their names these two are Mbytes a second.
-constexpr std::array kFloatRates{
-    FloatRateField<Row>{&Row::logicalReadsPerSec, &Row::logicalReadMbytes},
-    FloatRateField<Row>{&Row::logicalWritesPerSec, &Row::logicalWriteMbytes}};
+constexpr auto kFloatRates = RatesOf<FloatRateField, Row>();
 
 /// Makes up for a count of packets of other protocols that fell by `loss`.
 void AddPackets(Row& row, Ulong Row::*other, Ulong Row::*total, std::uint32_t loss) {

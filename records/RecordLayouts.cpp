@@ -35,6 +35,61 @@ struct Fields;
 // clang-format on
 #include "records/layout/All.def"
 
+/// What a meaning says of looks besides the meaning itself.
+struct LookFacts {
+  constexpr LookFacts() = default;
+  /// Implicit, so that a plain meaning can stand among them.
+  constexpr LookFacts(FieldMeaning /*meaning*/) {}
+
+  std::size_t counter = 0;  ///< the offset of a rate's counter; 0, the record type's, for none
+  bool needsTwo = false;
+};
+
+constexpr LookFacts GrowthOf(std::size_t counter) {
+  LookFacts facts;
+  facts.counter = counter;
+  return facts;
+}
+
+constexpr LookFacts BetweenLooks() {
+  LookFacts facts;
+  facts.needsTwo = true;
+  return facts;
+}
+
+template <class Record>
+struct Looks;
+
+#define BEGIN(structure, className, name, kind, bytes) \
+  template <>                                          \
+  struct Looks<structure> {                            \
+    using Row = structure;                             \
+    using enum FieldMeaning;                           \
+    static constexpr LookFacts kEntries[] = {
+#define FIELD(type, member, label, meaning, ...) meaning,
+#define rate(counter) GrowthOf(offsetof(Row, counter))
+#define percent(looks) BetweenLooks()
+#define gauge(looks) BetweenLooks()
+#define duration(looks) BetweenLooks()
+// clang-format off
+#define END() }; };
+// clang-format on
+#include "records/layout/All.def"
+
+/// Sets of each field what its meaning says of looks; `table` has all fields.
+template <class Record, class Table>
+constexpr void PutLookFacts(Table& table) {
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    const LookFacts& facts = Looks<Record>::kEntries[i];
+    table[i].needsTwoLooks = facts.needsTwo;
+    for (const FieldLayout& field : table) {
+      if (facts.counter != 0 && field.offset == facts.counter) {
+        table[i].rateOf = field.label;
+      }
+    }
+  }
+}
+
 template <class Record>
 constexpr auto MakeFieldTable() {
   constexpr auto kCount = std::ranges::count_if(
@@ -51,6 +106,7 @@ constexpr auto MakeFieldTable() {
     table[next].group = group;
     ++next;
   }
+  PutLookFacts<Record>(table);
   return table;
 }
 

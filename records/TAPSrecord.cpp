@@ -17,10 +17,7 @@ constexpr std::array kCounts{&Record::totalIoOps, &Record::reads, &Record::write
 constexpr std::array<Utime Row::*, 6> kTimes{&Row::totalServiceTime,    &Row::totalWaitTime,
                                              &Row::totalWaitLengthTime, &Row::reservedTime1,
                                              &Row::reservedTime2,       &Row::reservedTime3};
-constexpr std::array kRates{RateField<Row>{&Row::readsPerSec, &Row::reads},
-                            RateField<Row>{&Row::writesPerSec, &Row::writes},
-                            RateField<Row>{&Row::totalIoOpsPerSec, &Row::totalIoOps},
-                            RateField<Row>{&Row::mbytesXferdPerSec, &Row::ioMbytes}};
+constexpr auto kRates = RatesOf<RateField, Row>();
 
 bool MovedBackwards(const Record& row, const Record& other) {
   return AnyBelow(row, other, kCounts);

@@ -35,8 +35,7 @@ constexpr std::array kCounters{
     CounterField<Row>{&Row::pktReceiveErrors, "packet_receive_errors"},
     CounterField<Row>{&Row::pktXmitErrors, "packet_transmit_errors"},
     CounterField<Row>{&Row::pktCollisions, "packet_collisions"}};
-constexpr std::array kRates{RateField<Row>{&Row::pktsRcvdPerSec, &Row::pktsRcvd},
-                            RateField<Row>{&Row::pktsXmitdPerSec, &Row::pktsXmitd}};
+constexpr auto kRates = RatesOf<RateField, Row>();
 
 const IntervalFamily<Row> kFamily{kCounters,
                                   {},

@@ -72,6 +72,12 @@ Json LayoutJson(const RecordLayout& layout) {
     if (*field.group != '\0') {
       entry["group"] = field.group;
     }
+    if (*field.rateOf != '\0') {
+      entry["of"] = field.rateOf;
+    }
+    if (field.needsTwoLooks) {
+      entry["two_looks"] = true;
+    }
     fields.push_back(std::move(entry));
   }
   return Json{{"record", layout.name},

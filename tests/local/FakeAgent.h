@@ -66,8 +66,8 @@ inline constexpr std::array kFakeFields{
     FieldLayout{"Record Time", FieldType::kLong, 8, 4, FieldMeaning::time},
     FieldLayout{"Label", FieldType::kText, 12, 8, FieldMeaning::key},
     FieldLayout{"Count", FieldType::kUlong, 20, 4, FieldMeaning::counter},
-    FieldLayout{"Rate", FieldType::kFloat, 24, 4, FieldMeaning::rate},
-    FieldLayout{"CPU", FieldType::kUtime, 28, 8, FieldMeaning::duration}};
+    FieldLayout{"Rate", FieldType::kFloat, 24, 4, FieldMeaning::rate, "", "Count"},
+    FieldLayout{"CPU", FieldType::kUtime, 28, 8, FieldMeaning::duration, "", "", true}};
 inline constexpr RecordLayout kFakeLayout{"FAKE", "recordFake", '4', sizeof(recordFake),
                                           kFakeFields};
 inline constexpr RecordLayout kIdleLayout{"IDLE", "recordFake", '3', sizeof(recordFake),

@@ -197,12 +197,14 @@ TEST_F(LocalNodeTest, AHostileLineGetsAnErrorAndTheConnectionLivesOn) {
               "not-scheduled");
     EXPECT_EQ(client.Ask(R"({"op":"records","id":1})")["records"][1],
               json({{"record", "IDLE"}, {"category", "3"}, {"served", false}, {"layout", true}}));
-    EXPECT_EQ(client.Ask(R"({"op":"schema","record":"FAKE"})")["schema"]["fields"][0],
-              json({{"label", "Record Type"},
-                    {"type", "char[8]"},
-                    {"offset", 0},
-                    {"width", 8},
-                    {"meaning", "text"}}));
+    const json fields = client.Ask(R"({"op":"schema","record":"FAKE"})")["schema"]["fields"];
+    EXPECT_EQ(fields[0], json({{"label", "Record Type"},
+                               {"type", "char[8]"},
+                               {"offset", 0},
+                               {"width", 8},
+                               {"meaning", "text"}}));
+    EXPECT_EQ(fields[4]["of"], "Count");
+    EXPECT_EQ(fields[5]["two_looks"], true);
   });
 }
 

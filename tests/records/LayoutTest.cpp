@@ -166,6 +166,47 @@ TEST(Layouts, NameTheIdentityFields) {
   EXPECT_EQ(found, expected);
 }
 
+TEST(Layouts, TellWhatTakesTwoLooks) {
+  const std::map<std::string, std::string> expected{
+      {"PI",
+       "Cache Read %;Cache Write %;Processes Started;Processes Ended;Idle %;Wait %;User CPU %;"
+       "Kernel CPU %;CPU %;"},
+      {"CPUP", "User %;System %;Idle %;Wait %;CPU %;"},
+      {"DEVD", "Read %;Write %;Busy %;Avg Wait Time;Avg Service Time;"},
+      {"DEVS",
+       "Read Ops %;Write Ops %;Busy %;Avg Service Time/device;Avg Service Time/op;Wait Time;"
+       "Wait Length Time;"},
+      {"TAPS",
+       "Read Ops %;Write Ops %;Avg Service Time/device;Avg Service Time/op;Wait Time;"
+       "Wait Length Time;"},
+      {"WGRP", "CPU %;Avg I/O Kbytes;CPU % Copy;"},
+      {"PD", "CPU %;CPU % Each;"},
+      {"PDI", "CPU %;CPU % Each;"}};
+  std::map<std::string, std::string> found;
+  std::map<std::string, std::string> counters;
+  for (const DeclaredRecord& record : DeclaredRecords()) {
+    const std::string name = record.layout.name;
+    for (const FieldLayout& field : record.layout.fields) {
+      EXPECT_EQ(field.meaning == FieldMeaning::rate, *field.rateOf != '\0') << field.label;
+      counters[name + ' ' + field.label] = field.rateOf;
+      if (name == "NCO" || name == "NSO") {
+        EXPECT_EQ(field.needsTwoLooks, field.meaning == FieldMeaning::percent) << field.label;
+      } else if (field.needsTwoLooks) {
+        found[name].append(field.label).append(";");
+      }
+    }
+  }
+  EXPECT_EQ(found, expected);
+  // Those that no builder divides by the same declaration.
+  for (const std::string record : {"PD ", "PDI ", "PGM ", "TERM ", "USER "}) {
+    EXPECT_EQ(counters.at(record + "Reads/sec"), "Reads");
+    EXPECT_EQ(counters.at(record + "Writes/sec"), "Writes");
+    EXPECT_EQ(counters.at(record + "Total I/O Ops/sec"), "Total I/O Ops");
+    EXPECT_EQ(counters.at(record + "Throughput/sec"), "Total I/O Kbytes");
+  }
+  EXPECT_EQ(counters.at("NSO RPC Bad Calls/sec"), "RPC Bad Calls");
+}
+
 TEST(Layouts, ArePublishedUnderTheirNames) {
   TouchFieldTables();
   PublishLayouts();
