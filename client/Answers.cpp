@@ -235,7 +235,9 @@ Schema ReadSchema(const Json& answer) {
   for (const Json& field : Objects(schema, "fields")) {
     out.fields.push_back({Text(field, "label"), Text(field, "type"), Count(field, "offset"),
                           Count(field, "width"), Text(field, "meaning"),
-                          field.contains("group") ? Text(field, "group") : ""});
+                          field.contains("group") ? Text(field, "group") : "",
+                          field.contains("of") ? Text(field, "of") : "",
+                          field.contains("two_looks") && Flag(field, "two_looks")});
   }
   return out;
 }

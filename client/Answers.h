@@ -40,8 +40,10 @@ struct Field {
   std::string type;  ///< "ulong", "utime", "char[40]"
   std::uint64_t offset = 0;
   std::uint64_t width = 0;
-  std::string meaning;  ///< "key", "time", "percent" and so on
-  std::string group;    ///< the heading that it stands under, empty for none
+  std::string meaning;      ///< "key", "time", "percent" and so on
+  std::string group;        ///< the heading that it stands under, empty for none
+  std::string rateOf = {};  ///< of a rate: the label of the counter that it divides, empty for none
+  bool needsTwoLooks = false;  ///< only says something of the time between two looks
 };
 
 struct Schema {

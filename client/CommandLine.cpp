@@ -12,8 +12,12 @@ CLI::Option* AddRecords(CLI::App* command, CommandLine& line) {
       ->required();
 }
 
-void AddRates(CLI::App* command, CommandLine& line) {
-  command->add_flag("--rates", line.records.rates, "Averages since the machine was started");
+/// What is shown instead of what happens between two looks.
+void AddLooks(CLI::App* command, CommandLine& line) {
+  CLI::Option* sinceBoot = command->add_flag("--since-boot,--rates", line.records.rates,
+                                             "Averages since the machine was started");
+  command->add_flag("--raw", line.records.raw, "The record as it is, with totals since the start")
+      ->excludes(sinceBoot);
 }
 
 /// Options that say which rows and columns to show; each may be given again.
@@ -35,11 +39,14 @@ void AddRowCommands(CLI::App& app, CommandLine& line) {
     AddFormats(command, line);
     AddChoice(command, line);
   }
-  AddRates(get, line);
+  AddLooks(get, line);
+  get->add_option("--over", line.overSeconds, "Seconds from look to look, 1 if not given")
+      ->excludes("--raw")
+      ->excludes("--since-boot");
   get->callback([&] {
     line.run = [&] {
       line.records.format = ChosenFormat(line);
-      return RunGet(line.common, line.records);
+      return RunGet(line.common, line.records, line.overSeconds);
     };
   });
   last->callback([&] {
@@ -82,7 +89,7 @@ void AddHistory(CLI::App& app, CommandLine& line) {
 void AddWatch(CLI::App& app, CommandLine& line) {
   CLI::App* watch = app.add_subcommand("watch", "Collect records again and again");
   AddRecords(watch, line);
-  AddRates(watch, line);
+  AddLooks(watch, line);
   AddChoice(watch, line);
   AddJson(watch, line)->description("Print one JSON array a line");
   CLI::Option* every = watch->add_option("--every", line.watch.everySeconds,
@@ -91,7 +98,8 @@ void AddWatch(CLI::App& app, CommandLine& line) {
       ->add_flag("--scheduled", line.watch.isScheduled,
                  "Show what the schedule makes, as it makes it; nothing is collected for it")
       ->excludes(every)
-      ->excludes("--rates");
+      ->excludes("--since-boot")
+      ->excludes("--raw");
   watch->add_option("--count", line.watch.count, "End after so many samples")
       ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX));
   watch->callback([&, every] {

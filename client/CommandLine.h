@@ -19,6 +19,7 @@
 struct CommandLine {
   CommonOptions common;
   RecordOptions records;
+  double overSeconds = 1;
   WatchOptions watch;
   TopOptions top;
   CheckOptions check;

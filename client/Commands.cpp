@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <set>
+#include <thread>
 #include <utility>
 
 #include "client/Change.h"
@@ -49,9 +50,8 @@ std::string RecordsText(std::vector<ShownRecord>& records, Format format, bool t
   return text;
 }
 
-int RunOnce(const CommonOptions& common, const RecordOptions& options, const char* operation) {
-  RecordReader reader(common.socket, options, operation);
-  Sample sample = reader.Read();
+int ShowOnce(const CommonOptions& common, const RecordOptions& options, const RecordReader& reader,
+             Sample sample) {
   std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
   const Screen screen = ReadScreen(common.color);
   WriteOutput(RecordsText(sample.records, options.format, options.records.size() > 1, screen));
@@ -171,12 +171,22 @@ int RunRecords(const CommonOptions& common, bool json) {
   return kExitDone;
 }
 
-int RunGet(const CommonOptions& common, const RecordOptions& options) {
-  return RunOnce(common, options, "get");
+int RunGet(const CommonOptions& common, const RecordOptions& options, double overSeconds) {
+  const Pace pace(overSeconds, "--over");
+  RecordReader reader(common.socket, options, "get");
+  const auto first = std::chrono::steady_clock::now();
+  Sample sample = reader.Read();
+  if (reader.NeedsAnother()) {
+    std::this_thread::sleep_until(first + pace.Length());
+    sample = reader.Read();
+  }
+  return ShowOnce(common, options, reader, std::move(sample));
 }
 
 int RunLast(const CommonOptions& common, const RecordOptions& options) {
-  return RunOnce(common, options, "last");
+  RecordReader reader(common.socket, options, "last");
+  Sample sample = reader.Read();
+  return ShowOnce(common, options, reader, std::move(sample));
 }
 
 int RunWatch(const CommonOptions& common, const WatchOptions& options) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <string>
 
 #include "client/Errors.h"
 
@@ -13,13 +14,16 @@ class Pace {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Throws UsageError for seconds that are no pace.
-  explicit Pace(double seconds) {
+  /// `option` is the one that was given `seconds`. Throws UsageError for seconds that are no pace.
+  explicit Pace(double seconds, const char* option = "--every") {
     if (!(seconds >= kShortestPace && seconds <= kLongestPace)) {
-      throw UsageError("--every takes seconds from 0.1 to 86400");
+      throw UsageError(std::string(option) + " takes seconds from 0.1 to 86400");
     }
     m_every = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
   }
+
+  /// From one beat to the next.
+  [[nodiscard]] Clock::duration Length() const { return m_every; }
 
   /// The first beat after now, counted from the start: a slow answer drops beats, it does not
   /// shift those that follow.

@@ -1,7 +1,9 @@
 #include "client/RecordReader.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
 #include "client/Errors.h"
@@ -39,6 +41,8 @@ RecordReader::RecordReader(const std::string& socket, const RecordOptions& optio
                            const char* operation, int stop)
     : m_format(options.format),
       m_names(ParseRecordNames(options.records)),
+      m_compares(options.Compares() && operation == std::string_view("get")),
+      m_looks(m_names.size()),
       m_connection(socket, stop) {
   Json names = Json::array();
   for (const RecordName& name : m_names) {
@@ -55,6 +59,7 @@ RecordReader::RecordReader(const std::string& socket, const RecordOptions& optio
 
 Sample RecordReader::Read() {
   Json answer = m_connection.Ask(m_request);
+  const auto at = std::chrono::steady_clock::now();
   std::vector<RecordAnswer> answers = ReadResults(answer, m_names);
   Sample sample;
   for (std::size_t i = 0; i < answers.size(); ++i) {
@@ -72,6 +77,9 @@ Sample RecordReader::Read() {
     if (m_format == Format::kTable) {
       record.schema = SchemaOf({record.answer.record, record.answer.category});
     }
+    if (m_compares) {
+      Compare(record, i, at);
+    }
     if (chooses && m_choices[i]) {
       Choose(record, *m_choices[i]);
     }
@@ -83,6 +91,19 @@ Sample RecordReader::Read() {
     sample.records.push_back(std::move(record));
   }
   return sample;
+}
+
+bool RecordReader::NeedsAnother() const {
+  return std::any_of(m_looks.begin(), m_looks.end(),
+                     [](const auto& looks) { return looks && looks->AreNeeded(); });
+}
+
+void RecordReader::Compare(ShownRecord& record, std::size_t place, TwoLooks::TimePoint at) {
+  std::optional<TwoLooks>& looks = m_looks[place];
+  if (!looks) {
+    looks.emplace(SchemaOf({record.answer.record, record.answer.category}));
+  }
+  looks->Compare(record.answer.rows, at);
 }
 
 const Schema& RecordReader::SchemaOf(const RecordName& record) {

@@ -8,12 +8,17 @@
 #include "client/Connection.h"
 #include "client/Render.h"
 #include "client/RowChoice.h"
+#include "client/TwoLooks.h"
 
 struct RecordOptions {
   std::vector<std::string> records;  ///< as typed
-  bool rates = false;
+  bool rates = false;                ///< averages since the machine was started
+  bool raw = false;                  ///< the rows as the daemon has them
   Format format = Format::kTable;
   ChoiceOptions choice;
+
+  /// Whether what happened between two looks is wanted.
+  [[nodiscard]] bool Compares() const { return !rates && !raw; }
 };
 
 /// What one request for records came to.
@@ -33,8 +38,12 @@ class RecordReader {
   RecordReader(const std::string& socket, const RecordOptions& options, const char* operation,
                int stop = -1);
 
-  /// Throws ClientError, or Interrupted.
+  /// With "get", figures are those since the reading before, unless `options` want others. Throws
+  /// ClientError, or Interrupted.
   [[nodiscard]] Sample Read();
+
+  /// Whether a record was read that only a comparison with another reading says all of.
+  [[nodiscard]] bool NeedsAnother() const;
 
   /// Whether a record failed in any reading.
   [[nodiscard]] bool AnyFailed() const { return m_anyFailed; }
@@ -42,11 +51,14 @@ class RecordReader {
  private:
   const Schema& SchemaOf(const RecordName& record);
   void MakeChoices(const ChoiceOptions& options);
+  void Compare(ShownRecord& record, std::size_t place, TwoLooks::TimePoint at);
 
   Format m_format;
   std::vector<RecordName> m_names;
   /// One for each name if there is anything to choose; none in it for a record without a layout.
   std::vector<std::optional<RowChoice>> m_choices;
+  bool m_compares;
+  std::vector<std::optional<TwoLooks>> m_looks;  ///< one for each name, from its first rows on
   Json m_request;
   Connection m_connection;
   std::map<std::string, Schema> m_schemas;

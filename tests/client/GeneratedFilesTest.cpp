@@ -49,8 +49,12 @@ TEST_F(GeneratedFilesTest, TellOfEveryCommandAndOption) {
   ExpectAll(m_app, BashCompletion(m_app, m_line), "--");
   ExpectAll(m_app, ZshCompletion(m_app, m_line), "--");
   ExpectAll(m_app, FishCompletion(m_app, m_line), " -l ");
-  ExpectAll(m_app, ManPage(m_app), "\\-\\-");
-  EXPECT_EQ(ManPage(m_app).find("complete\\-records"), std::string::npos) << "hidden";
+  std::string page = ManPage(m_app);
+  for (std::size_t at = page.find("\\-"); at != std::string::npos; at = page.find("\\-", at)) {
+    page.erase(at, 1);
+  }
+  ExpectAll(m_app, page, "--");
+  EXPECT_EQ(page.find("complete-records"), std::string::npos) << "hidden";
 }
 
 TEST_F(GeneratedFilesTest, BashOffersWhatMayStandThere) {
@@ -63,7 +67,7 @@ TEST_F(GeneratedFilesTest, BashOffersWhatMayStandThere) {
                {"qmtctl app s", "set\n"},
                {"qmtctl app set --k", "--kind\n"},
                {"qmtctl app set --kind c", "command-line\n"},
-               {"qmtctl get --ra", "--rates\n"},
+               {"qmtctl get --ra", "--raw\n"},
                {"qmtctl get C", "CPUP\n"},
                {"qmtctl --color never schedule add P", "PI\n"},
                {"qmtctl check scr", "script\n"},

@@ -24,6 +24,17 @@ Json SchemaAnswer() {
       {"label": "CPU %", "type": "float", "offset": 116, "width": 4, "meaning": "percent"}]}})");
 }
 
+/// A record of which only two looks say something.
+Json OpsSchemaAnswer() {
+  return Json::parse(R"({"schema": {"record": "OPS", "structure": "recordOps",
+    "category": "4", "size": 188, "fields": [
+      {"label": "Interval", "type": "ulong", "offset": 12, "width": 4, "meaning": "duration"},
+      {"label": "Ops", "type": "ulong", "offset": 16, "width": 4, "meaning": "counter"},
+      {"label": "Ops/sec", "type": "float", "offset": 20, "width": 4, "meaning": "rate", "of": "Ops"},
+      {"label": "Busy %", "type": "float", "offset": 24, "width": 4, "meaning": "percent",
+       "two_looks": true}]}})");
+}
+
 Json StatusAnswer() {
   return Json::parse(R"({"status": {"pid": 4711, "uptime_seconds": 93784.2, "version": "0.1.0",
     "node": "n1", "http": "127.0.0.1:9964", "host": "h\u001b1", "schedules": [{"record": "CPUP", "category": "4",
@@ -58,6 +69,11 @@ Json ResultOf(const std::string& record, int turn) {
   }
   result["category"] = record == "PD" ? "3" : "4";
   result["time"] = 1700000000;
+  if (record == "OPS") {
+    const Json ops = 1000 * turn * turn;
+    result["rows"] = {{{"Interval", 1700000000}, {"Ops", ops}, {"Ops/sec", ops}, {"Busy %", turn}}};
+    return result;
+  }
   result["rows"] = Json::array();
   for (int cpu = 0; cpu < (record == "NONE" ? 0 : 2); ++cpu) {
     result["rows"].push_back({{"Record Time", 1700000000},
@@ -93,7 +109,7 @@ Json ProcessesOf(int turn) {
 std::string Daemon(const Json& request, int turn) {
   const std::string op = request.at("op");
   if (op == "schema") {
-    return Answer(request, SchemaAnswer());
+    return Answer(request, request.at("record") == "OPS" ? OpsSchemaAnswer() : SchemaAnswer());
   }
   if (op == "status") {
     return Answer(request, StatusAnswer());
@@ -154,7 +170,52 @@ TEST_F(Qmtctl, GetPrintsJsonInTheOrderAsked) {
   EXPECT_THAT(array[1]["rows"], IsEmpty());
   EXPECT_EQ(array[2]["rows"][1].dump(),
             R"({"Record Time":1700000000,"Processor ID":"1","CPU %":11.5,"Type":"A, \"B\"\n"})");
-  ASSERT_EQ(m_server.Requests().size(), 1u);
+  EXPECT_EQ(m_turn, 1) << "one look says all of these";
+}
+
+TEST_F(Qmtctl, GetShowsWhatHappensBetweenTwoLooks) {
+  const Outcome run = Run({"get", "CPUP", "OPS", "--over", "0.2", "--json", "--where", "Ops>2000",
+                           "--where", "CPU %>=2"});
+  EXPECT_EQ(run.exit, kExitUsage) << "each record needs the fields that are chosen by";
+  const Json json = Json::parse(Run({"get", "OPS", "CPUP", "--over", "0.2", "--json"}).out);
+  EXPECT_EQ(json[1]["rows"][0]["CPU %"], 2.0) << "all records are those of the second look";
+  const Json row = json[0]["rows"][0];
+  const double seconds = row["Interval"];
+  EXPECT_GE(seconds, 0.15);
+  EXPECT_LT(seconds, 10);
+  EXPECT_EQ(row["Ops"], 3000);
+  EXPECT_NEAR(row["Ops/sec"], 3000 / seconds, 0.1);
+  EXPECT_EQ(row["Busy %"], 2);
+  EXPECT_EQ(m_turn, 2);
+  EXPECT_EQ(m_server.Connections(), 2);
+  EXPECT_EQ(
+      Run({"get", "OPS", "--over", "0.1", "--columns", "Ops", "--where", "Ops=7000", "--csv"}).out,
+      "Ops\n7000\n");
+
+  // One look each: turns 5 and 6.
+  EXPECT_EQ(Run({"get", "OPS", "--raw", "--csv"}).out,
+            "Interval,Ops,Ops/sec,Busy %\n1700000000,25000,25000,5\n");
+  EXPECT_THAT(Run({"get", "OPS", "--since-boot"}).out, HasSubstr("36000"));
+  EXPECT_EQ(m_turn, 6);
+  EXPECT_EQ(m_server.Requests().back().value("op", ""), "schema");
+  EXPECT_THAT(Run({"last", "OPS", "--csv"}).out, HasSubstr("1700000000,36000,"));
+}
+
+TEST_F(Qmtctl, WatchComparesFromItsSecondSampleOn) {
+  std::istringstream lines(Run({"watch", "OPS", "--every", "0.1", "--count", "3", "--json"}).out);
+  const struct { Json ops, busy; } samples[] = {{nullptr, nullptr}, {3000, 2}, {5000, 3}};
+  for (const auto& sample : samples) {
+    std::string line;
+    ASSERT_TRUE(std::getline(lines, line));
+    const Json row = Json::parse(line).at(0).at("rows").at(0);
+    EXPECT_EQ(row["Ops"], sample.ops);
+    EXPECT_EQ(row["Busy %"], sample.busy);
+    EXPECT_EQ(row["Ops/sec"].is_null(), sample.ops.is_null());
+  }
+  EXPECT_THAT(Run({"watch", "OPS", "--every", "1", "--count", "1"}).out,
+              HasSubstr("-    -        -       -\n"));
+  EXPECT_THAT(Run({"watch", "OPS", "--every", "1", "--count", "1", "--raw", "--json"}).out,
+              HasSubstr(R"("Ops/sec":25000)"));
 }
 
 TEST_F(Qmtctl, LastPrintsCsv) {
@@ -355,6 +416,10 @@ TEST(QmtctlAlone, WrongUsageExitsWith2) {
       {"top", "--every", "0"},
       {"top", "--count", "0"},
       {"get", "CPUP", "--where"},
+      {"get", "CPUP", "--over", "0"},
+      {"get", "CPUP", "--raw", "--over", "1"},
+      {"get", "CPUP", "--raw", "--since-boot"},
+      {"watch", "CPUP", "--scheduled", "--raw"},
   };
   for (const auto& words : cases) {
     const Outcome run = RunProgram(QMTCTL_PATH, words);

@@ -99,7 +99,7 @@ class Agent(Process):
         return json.loads(done.stdout)
 
     def row(self, record, **key):
-        rows = self.ask("get", record)[0]["rows"]
+        rows = self.ask("get", record, "--raw")[0]["rows"]
         return next(row for row in rows if all(row[label] == key[label] for label in key))
 
 

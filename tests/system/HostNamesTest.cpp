@@ -88,7 +88,7 @@ TEST(HostNamesTest, InterfacesAreThoseOfTheHost) {
   const ProductRoot root;
   Daemon daemon(root, "errors");
   ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
-  const json rows = json::parse(AskDaemon(root, "get --json NIND").output).at(0).at("rows");
+  const json rows = json::parse(AskDaemon(root, "get --raw --json NIND").output).at(0).at("rows");
   std::map<std::string, json> byName;
   for (const json& row : rows) {
     byName[row.at("Interface")] = row;

@@ -69,7 +69,7 @@ TEST(TopTest, ABusyProcessComesFirstAndCanBeChosen) {
   EXPECT_GT(percent, 10) << top;
 
   EXPECT_EQ(ShownBy(root,
-                    "get PDI --csv --columns 'State,PID' --where 'program~system_*' "
+                    "get PDI --raw --csv --columns 'State,PID' --where 'program~system_*' "
                     "--where PID=" +
                         pid),
             "State,PID\nRUN," + pid + "\n");

@@ -94,7 +94,7 @@ TEST(UserDataTest, RandomRowsComeBackFromTheAgent) {
     const std::string file = root.Path() / "rows.csv";
     const std::string name = kind.name;
     ASSERT_EQ(ShownBy(root, "userdata import " + name + " " + file), "");
-    const json answer = json::parse(AskDaemon(root, "get --json " + name).output);
+    const json answer = json::parse(AskDaemon(root, "get --raw --json " + name).output);
     const json& got = answer.at(0).at("rows");
     ASSERT_EQ(got.size(), rows.size());
     for (std::size_t i = 0; i < rows.size(); ++i) {

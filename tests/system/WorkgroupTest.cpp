@@ -62,7 +62,7 @@ TEST(WorkgroupTest, StartedProcessesFallWhereTheyShould) {
   const Sleeper night(root, "qmtnight", "98765");
   json counts;
   const auto look = [&] {
-    const json answer = Ask(root, "get WGRP");
+    const json answer = Ask(root, "get WGRP --raw");
     for (const json& row : answer.at(0).at("rows")) {
       counts[row.at("Workgroup").get<std::string>()] = row.at("Process Count").get<int>();
     }
