@@ -203,8 +203,8 @@ TEST_F(LocalNodeTest, AHostileLineGetsAnErrorAndTheConnectionLivesOn) {
                                {"offset", 0},
                                {"width", 8},
                                {"meaning", "text"}}));
-    EXPECT_EQ(fields[4]["of"], "Count");
-    EXPECT_EQ(fields[5]["two_looks"], true);
+    EXPECT_EQ(fields[4].value("of", ""), "Count");
+    EXPECT_TRUE(fields[5].value("two_looks", false));
   });
 }
 
