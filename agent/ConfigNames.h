@@ -12,6 +12,8 @@ inline constexpr const char* kTruncateLabel = "Truncate Accounting File";
 inline constexpr const char* kMicrostateLabel = "Microstate accounting";
 inline constexpr const char* kDeviceNameCacheLabel = "Device Name Cache";
 inline constexpr const char* kDataMaxCountLabel = "User Defined Record DataMaxCount";
+/// Not in the tree, and not written back where it is missing.
+inline constexpr const char* kGuardModeLabel = "Guard Mode";
 
 /// Of the node's section this one alone is the agent's: seconds, 0 for no limit.
 inline constexpr const char* kNodeSection = "Node";

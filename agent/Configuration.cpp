@@ -97,7 +97,15 @@ int UnixAgent::ReadConfiguration() {
   m_dataMaxCount = std::to_string(dataMaxCount);
   PublishConfiguration();
   PublishMountTimeout();
+  PublishGuardMode();
   return 0;
+}
+
+void UnixAgent::PublishGuardMode() {
+  std::array<char, kShortText> mode{};
+  GetIniFile()->ReadString(mode.data(), static_cast<int>(mode.size()), kGuardModeLabel,
+                           kAgentSection, nullptr, nullptr, 0);
+  ProductOptions::Instance().Set("User", "GuardMode", mode.data());
 }
 
 void UnixAgent::PublishMountTimeout() {

@@ -6,6 +6,7 @@
 
 #include "agent/DayTime.h"
 #include "node/Trace.h"
+#include "support/UserFileSemaphore.h"
 
 namespace {
 
@@ -77,6 +78,11 @@ std::string CountProblem(const IniSetting& setting) {
 std::string AgentProblem(const IniSetting& setting) {
   if (IsSame(setting.key, kDataMaxCountLabel)) {
     return CountProblem(setting);
+  }
+  if (IsSame(setting.key, kGuardModeLabel)) {
+    return ParseGuardMode(setting.value)
+               ? ""
+               : Quoted(setting.value) + " is none of 0600, 0660 and 0666, so it means 0666";
   }
   for (const AgentTextSetting& text : kAgentTextSettings) {
     if (IsSame(setting.key, text.label)) {

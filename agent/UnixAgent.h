@@ -108,6 +108,7 @@ class UnixAgent : public CMBAgent,
   [[nodiscard]] bool WriteOption(const char* label, const std::string& value);
   void PublishConfiguration() const;
   void PublishMountTimeout();
+  void PublishGuardMode();
   /// Whether the record of the daily scan of the file systems is switched on.
   [[nodiscard]] bool HasUFSS() const {
     return !m_recordBuilder.HasNoOptionalRecords() && m_recordBuilder.IsUFSSEnabled() != 0;

@@ -8,6 +8,7 @@
 
 #include "agent/UnixAgent.h"
 #include "support/HostPaths.h"
+#include "support/ProductOptions.h"
 #include "support/TraceLog.h"
 #include "support/UserFileFormat.h"
 #include "support/UserFileSemaphore.h"
@@ -48,7 +49,8 @@ int UnixAgent::truncateUserFile(int id, const char* fileName) {
     MessageAt(20, 10101, "ftok()", -1, kUserFileKeyPath, id, "");
     return -1;
   }
-  UserFileSemaphore semaphore(key, kUnlocked);
+  const char* mode = ProductOptions::Instance().Get("User", "GuardMode");
+  UserFileSemaphore semaphore(key, kUnlocked, UserFileGuardRights(mode));
   if (semaphore.create() < 0) {
     Trace(20, kError, "Cannot create semaphore for user file %1", fileName);
     return -1;

@@ -1,10 +1,12 @@
 #include "client/UserStore.h"
 
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/ipc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -14,6 +16,7 @@
 #include "client/Errors.h"
 #include "support/Descriptor.h"
 #include "support/HostPaths.h"
+#include "support/TextFile.h"
 #include "support/UserFileSemaphore.h"
 
 namespace {
@@ -66,6 +69,33 @@ void TakeOver(const std::string& old, int descriptor) {
   ::fchmod(descriptor, isThere ? status.st_mode & kModeBits : kFileMode);
 }
 
+std::string Trimmed(std::string_view text) {
+  constexpr const char* kBlanks = " \t\r\n";
+  const std::size_t begin = std::min(text.find_first_not_of(kBlanks), text.size());
+  return std::string(text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin));
+}
+
+/// What the daemon's settings say of the guards; empty if they don't, or not to this user.
+std::string GuardModeSetting() {
+  constexpr int kMaxLines = 100'000;
+  const TextFilePtr file = OpenTextFile(ProductPath("/opt/qmtrx/mond/agent/qmtagt.ini"));
+  std::array<char, 8192> line{};
+  bool isAgent = false;
+  for (int number = 0; file != nullptr && number < kMaxLines &&
+                       std::fgets(line.data(), line.size(), file.get()) != nullptr;
+       ++number) {
+    const std::string text = Trimmed(line.data());
+    const std::size_t equals = text.find('=');
+    if (text.starts_with('[')) {
+      isAgent = ::strcasecmp(text.c_str(), "[Agent]") == 0;
+    } else if (isAgent && equals != std::string::npos &&
+               ::strcasecmp(Trimmed(text.substr(0, equals)).c_str(), "Guard Mode") == 0) {
+      return Trimmed(text.substr(equals + 1));
+    }
+  }
+  return {};
+}
+
 /// The file behind a link, which stays a link.
 std::string Target(const std::string& path) {
   std::error_code error;
@@ -108,7 +138,7 @@ void UserStore::Guarded(const std::function<void()>& work) const {
     Fail(ProductPath(kUserDataDirectory), error.message());
   }
   UserFileSemaphore guard(::ftok(ProductPath(kUserFileKeyPath).c_str(), m_kind.projectId),
-                          kUnlocked);
+                          kUnlocked, UserFileGuardRights(GuardModeSetting().c_str()));
   if (guard.create() < 0) {
     Fail(m_path, std::string("its guard can't be made: ") + std::strerror(errno));
   }

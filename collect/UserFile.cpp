@@ -5,9 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "support/HostPaths.h"
 #include "support/ProductOptions.h"
@@ -16,7 +19,12 @@
 namespace {
 
 constexpr int kUnlocked = 1;
-constexpr int kLockSeconds = 6;
+constexpr int kTries = 6;
+/// How often and after what pause a load tries again, for a writer that has come since the wait.
+constexpr int kLoadTries = 5;
+constexpr std::chrono::milliseconds kLoadPause{20};
+/// A stranger may hold the guard's own lock too.
+constexpr std::chrono::milliseconds kPatience{25};
 constexpr std::size_t kKeySize = 20;
 constexpr std::size_t kTransTypeOffset = 0;
 constexpr std::size_t kStringKeyOffset = 20;
@@ -46,6 +54,32 @@ ssize_t ReadFile(int descriptor, void* buffer, std::size_t size) {
     got = ::read(descriptor, buffer, size);
   } while (got < 0 && errno == EINTR);
   return got;
+}
+
+/// The guard of that key as the settings have it.
+std::unique_ptr<UserFileSemaphore> MakeGuard(key_t key) {
+  const char* mode = ProductOptions::Instance().Get("User", "GuardMode");
+  return std::make_unique<UserFileSemaphore>(key, kUnlocked, UserFileGuardRights(mode), kPatience);
+}
+
+/// Whether another holds the guard.
+bool IsHeld(const UserFileKind& kind) {
+  const key_t key = ::ftok(ProductPath(kUserFileKeyPath).c_str(), kind.projectId);
+  if (key == -1) {
+    return false;
+  }
+  const std::unique_ptr<UserFileSemaphore> guard = MakeGuard(key);
+  return (guard->create() < 0 || guard->lock(false, 0) != 0) && errno == EAGAIN;
+}
+
+/// Locks the guard for a load; -1 with errno.
+int Take(UserFileSemaphore& guard) {
+  int result = guard.lock(false, 0);
+  for (int i = 0; result != 0 && errno == EAGAIN && i < kLoadTries; ++i) {
+    std::this_thread::sleep_for(kLoadPause);
+    result = guard.lock(false, 0);
+  }
+  return result;
 }
 
 bool HasSameKeys(const char* a, const char* b) {
@@ -84,12 +118,12 @@ bool UserFile::Lock() {
     MessageAt(20, 10101, "ftok()", -1, kUserFileKeyPath, m_kind.projectId, "");
     return false;
   }
-  m_semaphore = std::make_unique<UserFileSemaphore>(key, kUnlocked);
+  m_semaphore = MakeGuard(key);
   if (m_semaphore->create() < 0) {
     Trace(20, kError, "Cannot create semaphore for user file %1", m_kind.fileName);
     return false;
   }
-  if (m_semaphore->lock(false, kLockSeconds) != 0) {
+  if (Take(*m_semaphore) != 0) {
     Trace(20, kError, "Cannot lock semaphore for user file %1", m_kind.fileName);
     return false;
   }
@@ -192,4 +226,10 @@ void UserFile::Release() {
     Trace(20, kError, "Cannot Close semaphore for user file %1.", m_kind.fileName);
   }
   m_semaphore.reset();
+}
+
+void AwaitUserFiles(std::span<const UserFileKind* const> kinds, const std::function<bool()>& wait) {
+  const auto isHeld = [](const UserFileKind* kind) { return IsHeld(*kind); };
+  for (int tries = 0; tries < kTries && std::ranges::any_of(kinds, isHeld) && wait(); ++tries) {
+  }
 }

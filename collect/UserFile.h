@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -19,8 +21,8 @@ class UserFile {
 
   /// Replaces `records` by the file's, one behind the other as they stand in the file, without
   /// those that have the keys of the one before, and only as many as the option "DataMaxCount" of
-  /// section "User" says. False, with a trace, if there are none to take. Waits 6 seconds for the
-  /// guard.
+  /// section "User" says. False, with a trace, if there are none to take. Waits for the guard no
+  /// longer than a writer that came just now may need; see AwaitUserFiles.
   [[nodiscard]] bool Load(std::vector<char>& records);
 
  private:
@@ -37,3 +39,8 @@ class UserFile {
   const std::string m_path;
   std::unique_ptr<UserFileSemaphore> m_semaphore;
 };
+
+/// Waits until nobody holds the guard of one of the files, in six tries for all of them together.
+/// `wait` passes the second between two tries; false from it ends the waiting. What stands in the
+/// way of a guard otherwise is left to the load that follows.
+void AwaitUserFiles(std::span<const UserFileKind* const> kinds, const std::function<bool()>& wait);

@@ -49,6 +49,10 @@ const std::list<CMBRecord*>& CMBRecordRequestEvent::PreviousRecords() const {
 
 void CMBRecordRequestEvent::yield() { ActiveNodeLayer().Yield(0); }
 
+bool CMBMultipleRecordRequestEvent::hold(long seconds) {
+  return ActiveNodeLayer().Hold(seconds) == 0;
+}
+
 int CMBNode::Receive(_tagMBMessageHeader*, void*, int*) { return kNotifyDone; }
 int CMBNode::yield(TYieldDuration duration) { return yield(duration, nullptr, 0, nullptr); }
 int CMBNode::yield(long, int*, int, int*) { return kNotifyDone; }

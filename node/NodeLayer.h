@@ -78,6 +78,8 @@ class NodeLayer {
 
   virtual int Run(CMBRunnableNode& node) = 0;
   virtual int Yield(long seconds) = 0;
+  /// What CMBMultipleRecordRequestEvent::hold asks for: 0 held, 1 not.
+  virtual int Hold(long seconds) = 0;
   virtual int WatchDescriptor(int descriptor) = 0;
   virtual int UnwatchDescriptor(int descriptor) = 0;
   virtual int ScheduleEvent(CMBEvent* event, long period, int repeat, long firstTime) = 0;

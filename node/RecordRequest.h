@@ -83,5 +83,10 @@ class CMBMultipleRecordRequestEvent : public CMBEvent {
   [[nodiscard]] const char* IsA() const override { return "CMBMultipleRecordRequestEvent"; }
   [[nodiscard]] void* GetThis() override { return this; }
 
+  /// Holds the batch back before its work has begun: for so long everything else is handled, other
+  /// batches included. False, at once, if the batch is itself handled inside another one's wait;
+  /// false too if a stop is asked for.
+  [[nodiscard]] bool hold(long seconds);
+
   std::vector<CMBRecordRequestEvent*> m_events;
 };

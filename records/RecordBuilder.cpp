@@ -153,6 +153,8 @@ UtlError* RecordBuilder::Add(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pR
 
 UtlError* RecordBuilder::Build(CMBMultipleRecordRequestEvent* pEvent) {
   TraceEntry("RecordBuilder::Build", AddressOf(pEvent));
+  // First of all: other batches may be built meanwhile.
+  AwaitUserRecords(*pEvent);
   m_cycle = m_cycle == UINT32_MAX ? 1 : m_cycle + 1;
   m_categories = COLLECT_CONTINUE_ON_ERROR;
   m_extraFlags = 0;

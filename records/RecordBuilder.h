@@ -118,6 +118,9 @@ class RecordBuilder {
     RecordBuilderFunction builder;
   };
 
+  /// While others hold the guard of a file that the batch needs, holds the batch back, for six
+  /// seconds at most.
+  static void AwaitUserRecords(CMBMultipleRecordRequestEvent& batch);
   /// Queues one request, or refuses it. Null, or an error that the caller owns.
   [[nodiscard]] UtlError* Add(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   void CreateRecordMappingTable();

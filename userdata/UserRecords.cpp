@@ -85,6 +85,22 @@ int BuildRows(CMBRecordRequestEvent& event, const std::vector<UserRecord<kind>>&
 
 }  // namespace
 
+void RecordBuilder::AwaitUserRecords(CMBMultipleRecordRequestEvent& batch) {
+  std::vector<const UserFileKind*> kinds;
+  for (const CMBRecordRequestEvent* event : batch.m_events) {
+    for (const CMBRecordRequest* request : event->m_requests) {
+      if (const UserFileKind* kind = FindUserFileKind(request->GetRecordType()); kind != nullptr) {
+        kinds.push_back(kind);
+      }
+    }
+  }
+  // A thousand requests for one file are one look at its guard.
+  std::ranges::sort(kinds);
+  const auto rest = std::ranges::unique(kinds);
+  kinds.erase(rest.begin(), rest.end());
+  AwaitUserFiles(kinds, [&batch] { return batch.hold(1); });
+}
+
 UtlError* RecordBuilder::Build_UPI(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::Build_UPI", AddressOf(pEvent), AddressOf(pRequest));
   TraceCreated(__FILE__, __LINE__, "UPI",

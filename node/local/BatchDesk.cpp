@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "node/LayoutRegistry.h"
 
@@ -30,8 +31,9 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
     batch.m_events.push_back(&asker->Event());
   }
 
+  // A batch that is held back has others sent inside it, and has no failed build yet.
+  const bool wasSending = std::exchange(m_isSending, true);
   m_failedBuilds.clear();
-  m_isSending = true;
   const auto start = std::chrono::steady_clock::now();
   int status = kNotifyNotValid;
   try {
@@ -40,7 +42,7 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
     // The batch fails as a whole; its answers are dropped below.
   }
   const auto end = std::chrono::steady_clock::now();
-  m_isSending = false;
+  m_isSending = wasSending;
 
   std::vector<RequestOutcome> outcomes;
   outcomes.reserve(askers.size());

@@ -27,7 +27,7 @@ struct BatchReport {
 /// What is known of a record before it is asked for: kDone if it is served. Category 0 is any.
 [[nodiscard]] RequestOutcome CheckRecord(const std::string& record, unsigned char category);
 
-/// Sends batches to the agent, one at a time.
+/// Sends batches to the agent, one at a time, but for those that are sent while one is held back.
 class BatchDesk {
  public:
   /// Delivers one batch with the request of each asker, takes the answers over and returns the

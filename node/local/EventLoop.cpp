@@ -120,9 +120,23 @@ void EventLoop::Yield(long seconds) {
   bool isBusy = true;
   do {
     const bool hadIo = PollIo();
-    const bool hadTasks = DeliverWaiting();
+    const bool hadTasks = DeliverWaiting(false);
     isBusy = hadIo || hadTasks;
   } while (isBusy && !IsStopRequested() && Clock::now() < deadline);
+}
+
+bool EventLoop::Hold(long seconds) {
+  if (m_depth != 1) {
+    return false;
+  }
+  const auto deadline = Clock::now() + std::chrono::seconds(seconds);
+  while (!IsStopRequested() && Clock::now() < deadline) {
+    const bool hadIo = PollIo();
+    if (!DeliverWaiting(true) && !hadIo && !IsStopRequested()) {
+      m_io.run_one_until(deadline);
+    }
+  }
+  return !IsStopRequested();
 }
 
 bool EventLoop::PollIo() {
@@ -142,8 +156,8 @@ bool EventLoop::PollOne() {
   }
 }
 
-bool EventLoop::DeliverWaiting() {
-  const auto isEvent = [](const LoopTask& task) { return !task.isBatch; };
+bool EventLoop::DeliverWaiting(bool withBatches) {
+  const auto isEvent = [withBatches](const LoopTask& task) { return withBatches || !task.isBatch; };
   // What these tasks put into the queue is left for the next turn.
   const auto waiting = std::count_if(m_queue.begin(), m_queue.end(), isEvent);
   for (auto left = waiting; left > 0 && !IsStopRequested(); --left) {

@@ -22,7 +22,7 @@ struct LoopTask {
 /// The event loop of one thread. Callbacks of the I/O library only put tasks into a queue; Run
 /// takes one at a time and runs it outside the library, so that a handler may Yield in the middle
 /// of its work. Inside a Yield the waiting tasks are run, but no batch: a second batch waits until
-/// the first is done. A Yield inside a Yield does nothing.
+/// the first is done. A Yield inside a Yield does nothing. A batch that has not begun may Hold.
 class EventLoop {
  public:
   EventLoop();
@@ -41,6 +41,10 @@ class EventLoop {
   void Yield(long seconds);
   /// What to do when a task or a callback has ended for want of memory.
   void OnNoMemory(std::function<void()> action) { m_onNoMemory = std::move(action); }
+  /// Runs tasks for so long, batches included, and waits where there are none: for a batch that has
+  /// not begun its work. False, at once, in a task of a Yield or of another Hold and outside a task
+  /// of Run; false as soon as a stop is asked for.
+  [[nodiscard]] bool Hold(long seconds);
   /// Frees the object as soon as no task is running.
   void Retire(std::shared_ptr<void> object);
   /// Handles I/O alone, no task, until `isDone` or the time is over.
@@ -57,7 +61,8 @@ class EventLoop {
   bool PollIo();
   bool PollOne();
   void WaitForIo();
-  bool DeliverWaiting();
+  /// Runs the tasks that wait, batches only if they may; whether there were any.
+  bool DeliverWaiting(bool withBatches);
   void Deliver(LoopTask task);
   void FreeRetired();
   void DropWaiting();
@@ -66,7 +71,7 @@ class EventLoop {
   asio::executor_work_guard<asio::io_context::executor_type> m_work{m_io.get_executor()};
   asio::posix::stream_descriptor m_wakeUp;
   CMBNode* m_node = nullptr;
-  int m_depth = 0;  ///< 0 between tasks, 1 in a task of Run, 2 in a task of a Yield
+  int m_depth = 0;  ///< 0 between tasks, 1 in a task of Run, 2 in a task of a Yield or Hold
   std::deque<LoopTask> m_queue;
   std::function<void()> m_onNoMemory = [] {};
   std::vector<std::shared_ptr<void>> m_retired;

@@ -278,6 +278,10 @@ int LocalNode::Yield(long seconds) {
   return 0;
 }
 
+int LocalNode::Hold(long seconds) {
+  return m_parts != nullptr && m_parts->loop.Hold(seconds) ? 0 : 1;
+}
+
 int LocalNode::WatchDescriptor(int descriptor) { return Parts().watches.Watch(descriptor); }
 
 int LocalNode::UnwatchDescriptor(int descriptor) {

@@ -63,6 +63,7 @@ class LocalNode : public NodeLayer {
   /// asked for; the control socket is closed then. Returns 0.
   int Run(CMBRunnableNode& node) override;
   int Yield(long seconds) override;
+  int Hold(long seconds) override;
   int WatchDescriptor(int descriptor) override;
   int UnwatchDescriptor(int descriptor) override;
   int ScheduleEvent(CMBEvent* event, long period, int repeat, long firstTime) override;

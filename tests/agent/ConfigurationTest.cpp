@@ -62,6 +62,7 @@ class ConfigurationTest : public ConfigFixture {};
 TEST_F(ConfigurationTest, AFirstStartWritesEveryKeyInOrder) {
   ProductOptions::Instance().Set("Acct", "UseAcct", "untouched");
   Node().ini[{"Node", "", kMountTimeoutLabel}] = "5";
+  Ini(kGuardModeLabel) = "660";
   EXPECT_EQ(0, Init());
   EXPECT_EQ(kDefaults, Node().iniWritten);
   EXPECT_EQ("/data/wgfile", m_agent->GetWorkgroupFilePath());
@@ -79,6 +80,7 @@ TEST_F(ConfigurationTest, AFirstStartWritesEveryKeyInOrder) {
       {"Process", "AgentWaitTime", ""},
       {"Process", "CollectorWaitTime", ""},
       {"User", "DataMaxCount", "1440"},
+      {"User", "GuardMode", "660"},
       {"Node", "Mount Timeout", "5"},
       {"Acct", "UseAcct", "untouched"},
   };

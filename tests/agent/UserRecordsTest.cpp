@@ -210,9 +210,54 @@ TEST_F(UserRecordsTest, NeighboursOfTheSameKeysCountOnceUpToTheLimit) {
   UserFileSemaphore other(::ftok((Folder().parent_path()).c_str(), kind.projectId), 1);
   ASSERT_GE(other.create(), 0);
   ASSERT_EQ(other.lock(false, 0), 0);
+  ScriptedNode::Instance().holds = 0;
   EXPECT_EQ(times(), "");
+  EXPECT_EQ(ScriptedNode::Instance().holds, 6);
   EXPECT_EQ(m_agent->truncateUserFile(kind.projectId, kind.fileName), -1);
   EXPECT_EQ(Lines("Cannot lock semaphore for user file qmtuser_UPI"), 2U);
+}
+
+TEST_F(UserRecordsTest, ARowIsAnotherOneWhereAnyOfItsKeysIs) {
+  const struct {
+    std::size_t offset;  ///< of the byte in which the second row differs
+    std::size_t rows;
+  } cases[] = {{0, 2}, {19, 2}, {20, 2}, {39, 2}, {40, 2}, {43, 2}, {44, 1}, {200, 1}};
+  const UserFileKind& kind = UserFileKinds()[kUPD];
+  for (const auto& row : cases) {
+    std::string second = FullRecord(kind);
+    second[row.offset] ^= 1;
+    Write(kind, Header() + FullRecord(kind) + second);
+    EXPECT_EQ(Rows(kind).size(), row.rows) << row.offset;
+  }
+}
+
+TEST_F(UserRecordsTest, ABatchWaitsOnceForAllFilesBeforeAnythingIsCollected) {
+  ASSERT_FALSE(Rows(UserFileKinds()[kUPI]).size());
+  std::vector<std::unique_ptr<UserFileSemaphore>> strangers;
+  Batch batch;
+  for (const UserFileKind& kind : UserFileKinds()) {
+    Write(kind, Header() + FullRecord(kind));
+    strangers.push_back(std::make_unique<UserFileSemaphore>(
+        ::ftok(Folder().parent_path().c_str(), kind.projectId), 1));
+    ASSERT_GE(strangers.back()->create(), 0);
+    ASSERT_EQ(strangers.back()->lock(false, 0), 0);
+    batch.Add(kind.name, std::strchr(kind.name, 'D') != nullptr ? '3' : '4',
+              {.realtime = 1, .calcRates = 0});
+  }
+  ScriptedNode& node = ScriptedNode::Instance();
+  node.onHold = [&] {
+    EXPECT_EQ(Lines("Collecting data..."), 0U);
+    if (node.holds == 3) {
+      strangers.clear();
+    }
+  };
+  node.lines.clear();
+  node.holds = 0;
+  EXPECT_EQ(m_agent->NotifyEvent(&batch.event), kNotifyDone);
+  EXPECT_EQ(node.holds, 3);
+  for (const auto& entry : batch.entries) {
+    EXPECT_EQ(entry->event.m_records.size(), 1U);
+  }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <asio/steady_timer.hpp>
 #include <atomic>
 #include <cerrno>
 #include <ctime>
@@ -87,6 +88,29 @@ TEST_F(EventLoopTest, ABatchThatYieldsLetsEventsInButNoSecondBatch) {
   Post([&] { Post([&] { Post([&] { Stop(); }); }); }, true);
   loop.Run(agent);
   EXPECT_EQ(order, "[xeE]bn");
+}
+
+TEST_F(EventLoopTest, ABatchThatIsHeldBackLetsAllElseInForItsTimeAndNoSecondOneIsHeld) {
+  std::string order;
+  EXPECT_FALSE(loop.Hold(60)) << "outside a task";
+  const auto begin = std::chrono::steady_clock::now();
+  asio::steady_timer later(loop.Io(), std::chrono::milliseconds(300));
+  later.async_wait([&](asio::error_code) { Post([&] { order += "l"; }); });
+  Post(
+      [&] {
+        order += "[";
+        Post([&] { order += loop.Hold(60) ? "held" : "b"; }, true);
+        Post([&] { order += "e"; });
+        order += loop.Hold(1) ? "]" : "?";
+        Stop();
+        order += loop.Hold(60) ? "?" : "s";
+      },
+      true);
+  loop.Run(agent);
+  EXPECT_EQ(order, "[bel]s");
+  const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(passed.count(), 1);
+  EXPECT_LT(passed.count(), 30);
 }
 
 TEST_F(EventLoopTest, AStopIsStickyKeepsErrnoAndDropsWhatWaits) {

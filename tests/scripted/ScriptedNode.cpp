@@ -183,6 +183,13 @@ int ScriptedNode::Yield(long) {
   }
   return 0;
 }
+int ScriptedNode::Hold(long seconds) {
+  holds += static_cast<int>(seconds);
+  if (onHold) {
+    onHold();
+  }
+  return 0;
+}
 int ScriptedNode::WatchDescriptor(int descriptor) {
   watched.push_back(descriptor);
   return 0;

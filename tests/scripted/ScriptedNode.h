@@ -96,6 +96,8 @@ class ScriptedNode : public NodeLayer {
   /// Called by Run, in place of an event loop, and by each yield.
   std::function<void(CMBRunnableNode&)> onRun;
   std::function<void()> onYield;
+  std::function<void()> onHold;
+  int holds = 0;  ///< seconds for which batches have been held back
 
   int DebugInit(const ServiceRegistration& registration) override;
   int MsgLogLevel(int* level) override;
@@ -116,6 +118,7 @@ class ScriptedNode : public NodeLayer {
   void DebugText(const char* file, int line, const char* text) override;
   int Run(CMBRunnableNode& node) override;
   int Yield(long seconds) override;
+  int Hold(long seconds) override;
   int WatchDescriptor(int descriptor) override;
   int UnwatchDescriptor(int descriptor) override;
   int ScheduleEvent(CMBEvent* event, long period, int repeat, long firstTime) override;

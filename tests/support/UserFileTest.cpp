@@ -1,3 +1,4 @@
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -6,7 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 #include "support/OsCalls.h"
 #include "support/UserFileFormat.h"
@@ -110,6 +113,85 @@ TEST_F(UserFileSemaphoreTest, ASetOfAnotherUserStaysUnlocked) {
   ::waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);
   EXPECT_EQ(::semctl(id, 0, IPC_RMID), 0);
+}
+
+TEST_F(UserFileSemaphoreTest, WhatWasUnlockedStaysAsItIsWhenItsProcessEnds) {
+  UserFileSemaphore semaphore(m_key, 1);
+  const int id = semaphore.create();
+  ASSERT_GE(id, 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    UserFileSemaphore other(m_key, 1);
+    const bool isDone = other.create() == id && other.lock(false, 0) == 0 && other.unlock() == 0;
+    ::_exit(isDone ? 0 : 1);  // without a close
+  }
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(::semctl(id, 0, GETVAL), 1);
+  EXPECT_EQ(::semctl(id, 1, GETVAL), 9999);
+}
+
+TEST_F(UserFileSemaphoreTest, ASetThatIsRemovedWhileItsLockIsWaitedForIsMadeAnew) {
+  const int former = ::semget(m_key, 3, IPC_CREAT | 0666);
+  ASSERT_GE(former, 0);
+  sembuf take{2, 1, 0};
+  ASSERT_EQ(::semop(former, &take, 1), 0);
+  std::thread remover([former] {
+    while (::semctl(former, 2, GETZCNT) == 0) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ::semctl(former, 0, IPC_RMID);
+  });
+  UserFileSemaphore semaphore(m_key, 1);
+  const int id = semaphore.create();
+  remover.join();
+  EXPECT_GE(id, 0);
+  EXPECT_NE(id, former);
+  EXPECT_EQ(semaphore.lock(false, 0), 0);
+}
+
+TEST_F(UserFileSemaphoreTest, ItsRightsAreThoseOfTheSettingAndTheGroupGetsIn) {
+  const struct {
+    const char* setting;
+    int mode;  ///< -1: none is told
+  } cases[] = {{"0600", 0600}, {"660", 0660}, {"0660", 0660}, {"0666", 0666}, {"", -1},
+               {"0777", -1},   {"06600", -1}, {"0x1b0", -1},  {"-660", -1}};
+  for (const auto& row : cases) {
+    EXPECT_EQ(ParseGuardMode(row.setting).value_or(-1), row.mode) << row.setting;
+    EXPECT_EQ(UserFileGuardRights(row.setting).mode, row.mode == -1 ? 0666 : row.mode);
+  }
+  constexpr gid_t kGroup = 4242;
+  UserFileSemaphore semaphore(m_key, 1, {0660, kGroup});
+  const int id = semaphore.create();
+  ASSERT_GE(id, 0);
+  ::semid_ds set{};
+  ASSERT_EQ(::semctl(id, 0, IPC_STAT, &set), 0);
+  EXPECT_EQ(set.sem_perm.mode & 0777, 0660);
+  EXPECT_EQ(set.sem_perm.gid, kGroup);
+  // Without patience a lock that another holds is told at once.
+  sembuf take{2, 1, 0};
+  ASSERT_EQ(::semop(id, &take, 1), 0);
+  EXPECT_EQ(UserFileSemaphore(m_key, 1, {}, std::chrono::milliseconds(1)).create(), -1);
+  EXPECT_EQ(errno, EAGAIN);
+  take.sem_op = -1;
+  ASSERT_EQ(::semop(id, &take, 1), 0);
+  if (::geteuid() != 0) {
+    return;  // only root can become another user
+  }
+  for (const gid_t group : {kGroup, gid_t{4343}}) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      const bool isOther =
+          ::setgroups(0, nullptr) == 0 && ::setgid(group) == 0 && ::setuid(65534) == 0;
+      UserFileSemaphore other(m_key, 1);
+      const bool isIn = other.create() == id && other.lock(false, 0) == 0;
+      ::_exit(isOther && isIn == (group == kGroup) ? 0 : 1);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0) << group;
+  }
 }
 
 TEST(UserFileFormatTest, FieldsStandWhereWritersPutThem) {

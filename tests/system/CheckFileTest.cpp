@@ -53,6 +53,8 @@ TEST(CheckFileTest, EachKindIsToldAndItsFaultsAreNamedByLine) {
       {"qmtagt.ini", "[Agent]\nUFSS background collection time=25:00\n", "", 1,
        "becomes \"00:00\""},
       {"qmtagt.ini", "[Agent]\nUser Defined Record DataMaxCount=0\n", "", 1, "becomes 1440"},
+      {"qmtagt.ini", "[Agent]\nGuard Mode=660\n", "", 0, ""},
+      {"qmtagt.ini", "[Agent]\nGuard Mode=0777\n", "", 1, "so it means 0666"},
       {"qmtagt.ini", "[Agent]\nx\n[Node]\nMessage Log Level=x\n", "", 1,
        "ini:2: neither section, comment nor key = value (x)\nqmtagt.ini:4: \"Message Log Level\""},
       {"qmtagt.ini", "[Schedule]\nPI=0\n", "", 1, "ini:2: the seconds of PI"},

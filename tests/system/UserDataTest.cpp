@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/ipc.h>
 
 #include <algorithm>
 #include <array>
@@ -6,12 +7,15 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "support/UserFileFormat.h"
+#include "support/UserFileSemaphore.h"
 #include "tests/system/Daemon.h"
 
 namespace {
@@ -144,6 +148,42 @@ TEST(UserDataTest, TwoWritersAndACollectingDaemonLoseNothing) {
   EXPECT_GT(written[0], 0);
   EXPECT_GT(written[1], 0);
   EXPECT_EQ(daemon.Errors().find("-E "), std::string::npos) << daemon.Errors();
+}
+
+TEST(UserDataTest, AStrangerDelaysOnlyTheBatchThatNeedsTheFilesAndThatOnce) {
+  using Clock = std::chrono::steady_clock;
+  const auto secondsSince = [](Clock::time_point begin) {
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+  };
+  const ProductRoot root("[Agent]\nGuard Mode = 0660\n");
+  std::ofstream(root.Path() / "rows") << "Trans Type\na\n";
+  ASSERT_EQ(ShownBy(root, "userdata import UPD " + (root.Path() / "rows").string()), "");
+  std::vector<std::unique_ptr<UserFileSemaphore>> strangers;
+  for (const UserFileKind& kind : UserFileKinds()) {
+    strangers.push_back(std::make_unique<UserFileSemaphore>(
+        ::ftok((root.AgentFolder() / "qmtuser").c_str(), kind.projectId), 1));
+    ASSERT_GE(strangers.back()->create(), 0);
+    ASSERT_EQ(strangers.back()->lock(false, 0), 0);
+  }
+  Daemon daemon(root, "errors");
+  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  const auto begin = Clock::now();
+  std::thread needy([&] {
+    const json answer = json::parse(AskDaemon(root, "get --json UPI UPIB UPD UPDB").output);
+    EXPECT_EQ(answer.at(2).at("rows").size(), 0U);
+    EXPECT_GE(secondsSince(begin), 5.5);
+    EXPECT_LE(secondsSince(begin), 15);
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  for (const char* words : {"get --json CPUP", "status", "get --json PI", "config"}) {
+    const auto asked = Clock::now();
+    EXPECT_EQ(AskDaemon(root, words).exitValue, 0) << words;
+    EXPECT_LT(secondsSince(asked), 1) << words;
+  }
+  EXPECT_LT(secondsSince(begin), 5) << "the batch still waited";
+  needy.join();
+  strangers.clear();
+  EXPECT_EQ(json::parse(AskDaemon(root, "get --json UPD").output).at(0).at("rows").size(), 1U);
 }
 
 TEST(UserDataTest, WhatIsWrongIsToldByLineAndNothingIsWritten) {
