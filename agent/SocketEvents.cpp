@@ -73,7 +73,9 @@ int UnixAgent::RestoreHelper(int descriptor) {
     return -1;
   }
   m_hostNames.connection_init(m_pSocket.get());
-  Trace(20, kError, "Host name resolution process has been respawned");
+  if (m_hostNames.IsHelperRunning()) {
+    Trace(20, kError, "Host name resolution process has been respawned");
+  }
   m_hostNames.handle_request();
   return 0;
 }

@@ -92,9 +92,12 @@ int HelperProcess::Spawn(std::string& error) {
     ::waitpid(pid, nullptr, 0);
     m_childPid = -1;
     error = std::strerror(failure);
-    Message(10100, "exec", failure, m_path, argument, "off");
+    if (failure != std::exchange(m_toldFailure, failure)) {
+      Message(10100, "exec", failure, m_path, argument, "off");
+    }
     return -1;
   }
+  m_toldFailure = 0;
   return 1;
 }
 

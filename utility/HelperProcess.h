@@ -19,7 +19,7 @@ class HelperProcess {
   HelperProcess& operator=(const HelperProcess&) = delete;
 
   /// Starts the child by fork(2) and execv(3). 1; 0 if the pause is not over; -1, with the reason
-  /// in `error`, if it could not be started.
+  /// in `error`, if it could not be started. A program that can't be executed is told once.
   [[nodiscard]] int Spawn(std::string& error);
   /// Whether the child runs, by waitpid(2). A child that somebody else has reaped is gone.
   [[nodiscard]] bool IsRunning();
@@ -37,4 +37,5 @@ class HelperProcess {
   std::vector<pid_t> m_formerPids;  ///< still to be reaped
   Clock::time_point m_started;
   std::chrono::seconds m_pause{0};
+  int m_toldFailure = 0;  ///< why the program could not be executed
 };

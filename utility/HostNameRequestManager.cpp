@@ -49,7 +49,7 @@ int HostNameRequestManager::connection_init(SASocket* socket) {
   return 1;
 }
 
-void HostNameRequestManager::spawn_process() {
+bool HostNameRequestManager::spawn_process() {
   std::string error;
   const int started = m_helper.Spawn(error);
   if (started < 0) {
@@ -57,16 +57,31 @@ void HostNameRequestManager::spawn_process() {
   } else if (started > 0) {
     Os().sleep(1);
   }
+  return started > 0;
+}
+
+void HostNameRequestManager::Revive() {
+  if (m_pSocket == nullptr || is_child_running()) {
+    return;
+  }
+  // Looked at first: the new helper takes it at once.
+  const bool hasUnread = HasUnread();
+  if (spawn_process()) {
+    Trace(20, kError, "Host name resolution process has been respawned");
+    if (!hasUnread) {
+      handle_request();
+    }
+  }
 }
 
 int HostNameRequestManager::handle_request(HostNameRequest& request) {
-  const bool needSend = m_pWaiting.empty() || m_sendFailed;
   request.status = 0;
   request.Terminate();
   HostNameRequest* found = SearchCache(request);
   if (found == nullptr) {
     Trace(30, kInformation, "Handle new request %1.", request.query.data());
-    if (Enqueue(request, needSend) < 0) {
+    Revive();
+    if (Enqueue(request) < 0) {
       return -1;
     }
     found = Receive(request);
@@ -109,7 +124,8 @@ void HostNameRequestManager::Stamp(HostNameRequest& request) const {
   }
 }
 
-int HostNameRequestManager::Enqueue(HostNameRequest& request, bool needSend) {
+int HostNameRequestManager::Enqueue(HostNameRequest& request) {
+  const bool needSend = m_pWaiting.empty() || m_sendFailed;
   const bool isWaiting = std::ranges::any_of(m_pWaiting, [&request](const auto& entry) {
     return IsSame(entry->query, request.query.data());
   });
@@ -130,8 +146,7 @@ void HostNameRequestManager::AskAgain() {
     Trace(30, kInformation, "The child is still running or waiting list is empty.");
     return;
   }
-  spawn_process();
-  SendAndNote(*m_pWaiting.front());
+  handle_request();
 }
 
 int HostNameRequestManager::insert_pending_request(const HostNameRequest& request) {
@@ -150,6 +165,12 @@ int HostNameRequestManager::insert_pending_request(const HostNameRequest& reques
 int HostNameRequestManager::SendAndNote(const HostNameRequest& request) {
   m_sendFailed = send_request(request) < 0;
   return m_sendFailed ? -1 : 0;
+}
+
+bool HostNameRequestManager::HasUnread() const {
+  const int talk = m_pSocket == nullptr ? -1 : m_pSocket->GetTalkFd();
+  int size = 0;
+  return talk >= 0 && ::ioctl(talk, FIONREAD, &size) == 0 && size > 0;
 }
 
 int HostNameRequestManager::send_request(const HostNameRequest& request) {
@@ -222,7 +243,7 @@ HostNameRequest* HostNameRequestManager::Receive(const HostNameRequest& request)
 }
 
 void HostNameRequestManager::handle_request() {
-  if (!m_pWaiting.empty()) {
+  if (!m_pWaiting.empty() && !HasUnread()) {
     SendAndNote(*m_pWaiting.front());
   }
 }

@@ -30,34 +30,42 @@ class HostNameRequestManager {
   ~HostNameRequestManager() = default;
 
   /// Starts the helper, gives it a second to open its pipes, and keeps the socket, which is not
-  /// owned. Always 1: without a helper, hosts stay without an answer.
+  /// owned. Always 1: a helper that could not be started is tried again with the next question once
+  /// its pause is over, and hosts stay without an answer until then.
   int connection_init(SASocket* socket);
   /// Fills in the answer if there is one within two seconds: 1. 0 if not yet, -1 if the question
   /// can't be put.
   int handle_request(HostNameRequest& request);
-  /// Sends the oldest question again, to a new helper.
+  /// Sends the oldest question again, to a new helper; one that is still in the pipe stands.
   void handle_request();
   /// Takes an answer of 3096 bytes and sends the next question. 0, or -1 if nobody has asked.
   int handle_request(const char* response);
+  /// Whether the helper lives.
+  [[nodiscard]] bool IsHelperRunning() { return is_child_running(); }
   /// Why the last call failed; empty at first.
   [[nodiscard]] const char* GetLastError() const;
 
  private:
   using RequestList = std::vector<std::unique_ptr<HostNameRequest>>;
 
-  void spawn_process();
+  /// Whether a helper has been started.
+  bool spawn_process();
+  /// Starts a helper that has ended, unless it is too early for that.
+  void Revive();
   [[nodiscard]] bool is_child_running() { return m_helper.IsRunning(); }
   [[nodiscard]] HostNameRequest* SearchCache(const HostNameRequest& request) const;
   [[nodiscard]] HostNameRequest* search_request_by_ip(const char* query) const;
   [[nodiscard]] HostNameRequest* search_request_by_hostname(const char* query) const;
   void Stamp(HostNameRequest& request) const;
-  [[nodiscard]] int Enqueue(HostNameRequest& request, bool needSend);
+  [[nodiscard]] int Enqueue(HostNameRequest& request);
   void AskAgain();
   [[nodiscard]] int insert_pending_request(const HostNameRequest& request);
   void insert_finished_request(std::unique_ptr<HostNameRequest> request);
   [[nodiscard]] int transfer_request_from_waiting_queue_to_cache(const HostNameWire& response);
   [[nodiscard]] HostNameRequest* search_next_waiting_request() const;
   int SendAndNote(const HostNameRequest& request);
+  /// Whether a question is in the pipe that nobody has read.
+  [[nodiscard]] bool HasUnread() const;
   [[nodiscard]] int send_request(const HostNameRequest& request);
   [[nodiscard]] bool AwaitResponse(int descriptor) const;
   /// Waits for an answer, takes it, and looks into the cache once more.

@@ -44,10 +44,10 @@ UtlError* RecordBuilder::Build_NINS(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
   const std::vector<Interface>& interfaces = *m_pCollector->GetInterface();
   const Row sum = SumOf(interfaces, static_cast<std::int32_t>(Os().time(nullptr)));
-  Trace(30, kInformation, "Processed %1 Interface(s).", interfaces.size());
   IntervalBuild<Row> build(kFamily, StateOf<NINSState>().rawRows, *pEvent, first,
                            GetUpTimeSeconds());
   UtlErrorPtr error = build.Add(sum, [](Row&, const Row*) {});
+  Trace(30, kInformation, "Processed %1 Interface(s).", interfaces.size());
   TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, 1);
   TraceExit("RecordBuilder::Build_NINS", error ? 1 : 0);
   return error.release();

@@ -150,7 +150,10 @@ TEST_F(HostNamesTest, QuestionsWaitInTheirOrderAndTheOldestAnswersGo) {
     EXPECT_EQ(Ask(query), 0) << query;
   }
   EXPECT_EQ(Lines("Request a is still in the waiting list."), 1U);
-  EXPECT_EQ(Sent(), "a@1 a@1 ") << "the oldest once more, since its helper is gone";
+  EXPECT_EQ(Lines("has been respawned"), 0U) << "the pause is not over";
+  EXPECT_EQ(Sent(), "a@1 ") << "the oldest is in the pipe already";
+  EXPECT_EQ(Ask("a"), 0);
+  EXPECT_EQ(Sent(), "a@1 ") << "once more, since its helper is gone";
   EXPECT_EQ(Ask("g"), -1);
   EXPECT_EQ(Lines("HostNameRequestManager: Cannot insert pending request to the waiting queue."),
             1U);
@@ -169,6 +172,36 @@ TEST_F(HostNamesTest, QuestionsWaitInTheirOrderAndTheOldestAnswersGo) {
   EXPECT_EQ(Ask("name-a"), 0) << "the fourth answer pushed the first out";
   EXPECT_EQ(Ask("name-b"), 1);
   EXPECT_EQ(Ask(std::string(1027, 'n')), 1);
+}
+
+TEST_F(HostNamesTest, AKilledHelperIsBackWithTheFirstQuestionBehindItsPause) {
+  Os().sleep = m_calls.sleep;
+  Connect("echo $$ >$(dirname $0)/pid; exec " QMT_HOSTUTIL_PROGRAM " \"$@\"");
+  ASSERT_EQ(Ask("localhost"), 1);
+  EXPECT_STREQ(m_request.resultAddress.data(), "127.0.0.1");
+  const auto killHelper = [this] {
+    pid_t helper = 0;
+    ASSERT_TRUE(std::ifstream(m_root.Path() / "pid") >> helper);
+    ASSERT_EQ(::kill(helper, SIGKILL), 0);
+    while (m_manager->IsHelperRunning()) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  };
+  killHelper();
+  EXPECT_EQ(Ask("127.0.0.1"), 1) << "started at once";
+  EXPECT_STREQ(m_request.resultName.data(), "localhost");
+  EXPECT_EQ(Lines("has been respawned"), 1U);
+  killHelper();
+  int answer = Ask("127.0.0.2");
+  EXPECT_EQ(answer, 0) << "it has lived for less than the pause";
+  EXPECT_EQ(Lines("has been respawned"), 1U);
+  for (int i = 0; i < 100 && answer != 1; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    answer = Ask("127.0.0.2");
+  }
+  EXPECT_EQ(answer, 1);
+  EXPECT_EQ(Lines("has been respawned"), 2U);
+  EXPECT_EQ(Lines("Request <127.0.0.2> has been sent successfully."), 1U);
 }
 
 TEST_F(HostNamesTest, AHelperThatCannotStartIsToldAndNotWaitedFor) {

@@ -1,19 +1,31 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "collect/Collector.h"
 #include "collect/InterfaceSourceLINUX.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
+#include "support/Descriptor.h"
+#include "support/HostPaths.h"
 #include "support/OsCalls.h"
 #include "support/Switches.h"
 #include "tests/scripted/Batch.h"
 #include "tests/scripted/Golden.h"
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/TempFolder.h"
+#include "utility/HostNameRequestManager.h"
+#include "utility/SASocket.h"
 
 namespace {
 
@@ -85,6 +97,10 @@ TEST_F(InterfaceRecordsTest, ThreePassesAreTheRowsWorkedOutByHand) {
       EXPECT_TRUE(rows.empty() && sums.empty());
       continue;
     }
+    // The figures of the sum are there before it is told.
+    const std::vector<LoggedLine>& lines = ScriptedNode::Instance().lines;
+    ASSERT_GE(lines.size(), 2U);
+    EXPECT_EQ(lines[lines.size() - 2].text, "Processed 2 Interface(s).");
     ASSERT_EQ(rows.size(), 2U);
     EXPECT_STREQ(rows[0].broadcastAddress.c_str(), "") << "the loopback has none";
     const std::string end = "." + std::to_string(number) + ".tsv";
@@ -99,6 +115,77 @@ TEST_F(InterfaceRecordsTest, ThreePassesAreTheRowsWorkedOutByHand) {
   EXPECT_STREQ(m_error->GetMessage(),
                "RecordBuilder::BuildRates_NINS: Attempt to calculate rates for a zero second "
                "interval.");
+}
+
+TEST_F(InterfaceRecordsTest, AnInterfaceIsMatchedByItsNameAndAddress) {
+  const struct {
+    const char* name;
+    const char* address;
+    std::uint32_t received;
+  } passes[][2] = {{{"eth0", "10.0.0.1", 100}, {"eth0", "10.0.0.2", 1000}},
+                   // A new address on the name is a new instance.
+                   {{"eth0", "10.0.0.1", 107}, {"eth0", "10.0.0.3", 5000}},
+                   {{"eth0", "10.0.0.3", 5011}, {"eth1", "10.0.0.3", 9000}}};
+  Asker each("NIND", '4', {.realtime = 0, .calcRates = 0});
+  std::string told;
+  for (const auto& pass : passes) {
+    g_now += 10;
+    m_collector.GetInterface()->clear();
+    for (const auto& source : pass) {
+      Add(source.name, source.address, "255.255.255.0").rxPackets = source.received;
+    }
+    for (const recordPI_NIND& row : Build<recordPI_NIND>(each)) {
+      told += std::string(row.interface.c_str()) + "/" + row.ipAddress.c_str() + "=" +
+              std::to_string(static_cast<std::uint32_t>(row.pktsRcvd)) + " ";
+    }
+  }
+  EXPECT_EQ(told, "eth0/10.0.0.1=7 eth0/10.0.0.3=5000 eth0/10.0.0.3=11 eth1/10.0.0.3=9000 ");
+}
+
+TEST_F(InterfaceRecordsTest, ANetworkHasTheNameOfTheAddressUnderItsMask) {
+  const TempFolder root;
+  SetProductRoot(root.Path().string());
+  CMBRunnableNode node;
+  SASocket socket(&node, "/x.pipe");
+  ASSERT_EQ(socket.Connect(1), 0);
+  Os().sleep = [](unsigned) { return 0U; };
+  Os().gettimeofday = [](::timeval* now) {
+    *now = {5, 7};
+    return 0;
+  };
+  const std::filesystem::path script = root.Path() / "helper";
+  std::ofstream(script) << "#!/bin/sh\necho $$ >$(dirname $0)/pid; exec sleep 60\n";
+  std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+  HostNameRequestManager manager(&node, 3, script.c_str(), "/x");
+  manager.connection_init(&socket);
+  m_builder.SetHostNames(&manager);
+  // The answers are there before the questions.
+  const Descriptor answers(::open((root.Path() / "x.pipeOut").c_str(), O_WRONLY | O_NONBLOCK));
+  HostNameWire wire;
+  HostNameWire::SetText(wire.query, "192.168.7.0");
+  HostNameWire::SetText(wire.resultName, std::string(300, 'n'));
+  wire.stampSeconds = 5;
+  wire.stampMicroseconds = 7;
+  ASSERT_EQ(::write(answers.Get(), &wire, sizeof wire), 3096);
+  Add("eth0", "192.168.7.9", "255.255.255.0");
+  Add("eth1", "10.1.2.3", "0.0.0.0");
+  Asker look("NIND", '4', {.realtime = 1, .calcRates = 0});
+  const auto rows = Build<recordPI_NIND>(look);
+  ASSERT_EQ(rows.size(), 2U);
+  EXPECT_EQ(rows[0].networkName.c_str(), std::string(255, 'n'));
+  EXPECT_STREQ(rows[1].networkName.c_str(), "") << "nobody is asked without a mask";
+  HostNameWire question;
+  const Descriptor questions(::open((root.Path() / "x.pipe").c_str(), O_RDONLY | O_NONBLOCK));
+  ASSERT_EQ(::read(questions.Get(), &question, sizeof question), 3096);
+  EXPECT_STREQ(question.query.data(), "192.168.7.0");
+  EXPECT_EQ(::read(questions.Get(), &question, sizeof question), -1);
+  pid_t helper = 0;
+  while (!(std::ifstream(root.Path() / "pid") >> helper)) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  ::kill(helper, SIGKILL);
+  ::waitpid(helper, nullptr, 0);
+  SetProductRoot("");
 }
 
 TEST_F(InterfaceRecordsTest, AllFlagsEndInAMarkAndNoAddressIsNoText) {
