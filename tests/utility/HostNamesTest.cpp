@@ -209,6 +209,9 @@ TEST_F(HostNamesTest, AHelperThatCannotStartIsToldAndNotWaitedFor) {
   g_msgLogLevel = 10;
   EXPECT_EQ(m_manager->connection_init(&m_socket), 1);
   EXPECT_EQ(m_manager->connection_init(&m_socket), 1) << "the pause is not over";
+  EXPECT_FALSE(m_manager->IsHelperRunning());
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  EXPECT_EQ(m_manager->connection_init(&m_socket), 1) << "tried again and told no more";
   EXPECT_EQ(ScriptedNode::Instance().CountMessages(10100), 1);
   EXPECT_EQ(Ask("a"), -1);
   EXPECT_STREQ(m_manager->GetLastError(), "qmt_hostutil socket not initialized");
