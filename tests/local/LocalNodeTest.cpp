@@ -304,6 +304,35 @@ TEST_F(LocalNodeTest, AChangeOfAClientThatHangsUpIsMadeAllTheSame) {
   EXPECT_EQ(updates, 20);
 }
 
+TEST_F(LocalNodeTest, ABatchThatIsHeldBackLetsOthersBeAnsweredAndFailsForItself) {
+  std::atomic<int> batches{0};
+  std::atomic<bool> isServed{false};
+  agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    const bool isFirst = ++batches == 1;
+    while (isFirst && !isServed && batch.hold(1)) {
+    }
+    EXPECT_NE(batch.hold(0), !isFirst);
+    batch.m_events.at(0)->m_records.push_back(new FakeRecord(1));
+    if (isFirst) {
+      const char* args[] = {"FAKE"};
+      __MBDebugPrintMsg(10300, 10, kWarning, "file.cpp", 1, "failed (record=%1)", 1, args, 0);
+    }
+    return kNotifyDone;
+  };
+  Serve([&] {
+    const char* get = R"({"op":"get","records":["FAKE"]})";
+    TestClient held;
+    EXPECT_TRUE(held.Send(get));
+    while (batches == 0) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    TestClient other;
+    EXPECT_EQ(other.Ask(get)["results"][0]["rows"].size(), 1U);
+    isServed = true;
+    EXPECT_EQ(held.Receive()["results"][0]["error"]["code"], "build-failed");
+  });
+}
+
 TEST_F(LocalNodeTest, AShutdownAnswersThoseWhoStillWait) {
   std::atomic<bool> isBuilding{false};
   agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
