@@ -7,7 +7,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "collect/MountQuestion.h"
 #include "support/Switches.h"
 
 namespace {
@@ -63,7 +62,24 @@ FileSystemSourceUser::FileSystemSourceUser() {
     m_pendingError->GetStream() << '(' << kFunction << ") uname() failed! errno:" << code;
   }
   m_nodeName = host.nodename;
+  if (m_pendingError == nullptr && MountQuestion::IsLimited()) {
+    AskAll();
+  }
   TraceExit(kFunction);
+}
+
+void FileSystemSourceUser::AskAll() {
+  std::vector<std::string> mountPoints;
+  while (const mntent* mount = m_mtab.Next()) {
+    if (!IsPassedOver(*mount)) {
+      mountPoints.emplace_back(mount->mnt_dir);
+    }
+  }
+  m_question.AskAll(mountPoints);
+  if (!m_mtab.Rewind()) {
+    Trace(20, kError, "The error occurred by OS API(fseek). (en=%1, arg1=%2, arg2=%3, arg3=%4)",
+          errno, kMtab, 0, "SEEK_SET");
+  }
 }
 
 void FileSystemSourceUser::read(x_free_space* record) {
@@ -82,7 +98,7 @@ void FileSystemSourceUser::read(x_free_space* record) {
       continue;
     }
     struct ::statfs64 figures {};
-    const MountAnswer answer = AskMount(mount->mnt_dir, &figures);
+    const MountAnswer answer = m_question.Ask(mount->mnt_dir, &figures);
     if (answer == MountAnswer::kFailed) {
       Trace(20, kError, "The error occurred by OS API(statfs). (en=%1, arg1=%2, arg2=%3)", errno,
             mount->mnt_dir, AddressOf(&figures));

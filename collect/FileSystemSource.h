@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "collect/MountQuestion.h"
 #include "collect/MountTable.h"
 #include "collect/Source.h"
 
@@ -54,6 +55,10 @@ class FileSystemSourceUser : public PtrSource<x_free_space, FileSystem, std::vec
  private:
   inline static SourceStatistics s_statistics;
 
+  /// Has all mounts of the table asked together, and goes back to its beginning.
+  void AskAll();
+
   MountTable m_mtab;
+  MountQuestion m_question;
   std::string m_nodeName;
 };

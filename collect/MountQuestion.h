@@ -2,6 +2,10 @@
 
 #include <sys/vfs.h>
 
+#include <map>
+#include <string>
+#include <vector>
+
 /// How a question about a mounted file system ended.
 enum class MountAnswer {
   kAnswered,
@@ -9,8 +13,31 @@ enum class MountAnswer {
   kNoAnswer  ///< the time is up, or a former question is still without an answer; traced
 };
 
-/// Asks statfs(2) for the figures of the file system mounted at `mountPoint`, a path of the
-/// monitored host. A server that is gone makes that call wait for ever, so where the option "Node",
-/// "Mount Timeout" (seconds, 0 or missing for none) sets a limit a child asks. One that does not
-/// answer in time is killed but never waited for, and while it lasts its mount is not asked again.
-[[nodiscard]] MountAnswer AskMount(const char* mountPoint, struct ::statfs64* figures);
+/// Asks statfs(2) for the figures of mounted file systems. A server that is gone makes that call
+/// wait for ever, so where the option "Node", "Mount Timeout" (seconds, 0 or missing for none) sets
+/// a limit children ask: one of them as long as the answers come, further ones beside it while it
+/// is silent. A mount that does not answer in time costs that time once, however many there are up
+/// to 32; its child is killed but never waited for, and while it lasts its mount is not asked
+/// again.
+class MountQuestion {
+ public:
+  /// Whether a limit is set, so that Ask() is spared time and processes by a call of AskAll().
+  [[nodiscard]] static bool IsLimited();
+
+  /// Asks for all of these, paths of the monitored host, and keeps the answers. Traces each mount
+  /// without an answer.
+  void AskAll(const std::vector<std::string>& mountPoints);
+
+  /// The answer for a mount point: the one kept, or else a new one.
+  [[nodiscard]] MountAnswer Ask(const char* mountPoint, struct ::statfs64* figures);
+
+ private:
+  struct Reply {
+    MountAnswer answer = MountAnswer::kFailed;
+    int code = 0;  ///< errno
+    struct ::statfs64 figures {};
+  };
+  class Round;
+
+  std::map<std::string, Reply> m_replies;
+};

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
@@ -156,6 +157,43 @@ TEST_F(FileSystemSourceTest, WithALimitAMountThatHangsIsLeftOutOnceAndForAll) {
   ::signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(Read(), good);
   ::signal(SIGCHLD, SIG_DFL);
+}
+
+TEST_F(FileSystemSourceTest, OneChildAsksForAllMountsAndOthersOnlyBesideOneThatHangs) {
+  static int forks = 0;
+  Os().fork = [] {
+    ++forks;
+    return ::fork();
+  };
+  std::string table;
+  std::string rows;
+  for (int i = 0; i < 1000; ++i) {
+    const std::string name = "/m" + std::to_string(i);
+    table += "d " + name + " t\n";
+    rows += name + " t here d 0\n";
+  }
+  SetLimit("2");
+  m_host.Write("/etc/mtab", table);
+  forks = 0;
+  EXPECT_EQ(Read(), rows);
+  EXPECT_EQ(forks, 1);
+  // Eight servers that are gone cost their time once.
+  std::string hung;
+  for (int i = 0; i < 8; ++i) {
+    hung += "d /" + std::to_string(i) + "/hung t\n";
+  }
+  m_host.Write("/etc/mtab", hung + table);
+  forks = 0;
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Read(), rows);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
+  EXPECT_EQ(Lines("no answer within 2 seconds"), 8U);
+  EXPECT_GE(forks, 9);
+  Os().fork = [] {
+    errno = EAGAIN;
+    return pid_t{-1};
+  };
+  EXPECT_EQ(Read(), "");
 }
 
 TEST_F(FileSystemSourceTest, FileStatLooksAtTheCallersPathsUntilOneFails) {
