@@ -9,6 +9,7 @@
 #include <string>
 
 #include "helpers/hostutil/Resolver.h"
+#include "support/Capabilities.h"
 #include "support/HostNameWire.h"
 
 // The host name helper of the agent: takes questions from PREFIX.pipe one after the other, looks
@@ -77,6 +78,12 @@ int main(int argc, char** argv) {
   if (argc != 3) {
     std::fprintf(stderr, "usage: qmt_hostutil PREFIX on|off\n");
     return 2;
+  }
+  // It reads what name servers send, and the agent's rights would be theirs by a fault of a
+  // library.
+  if (!KeepCapabilities(0)) {
+    std::fprintf(stderr, "qmt_hostutil: capabilities can't be dropped: %s\n", std::strerror(errno));
+    return 1;
   }
   ::signal(SIGPIPE, SIG_IGN);
   const pid_t agent = ::getppid();

@@ -14,6 +14,7 @@
 #include "helpers/ufss/Mounts.h"
 #include "helpers/ufss/OwnerWalk.h"
 #include "helpers/ufss/Results.h"
+#include "support/Capabilities.h"
 #include "support/HostPaths.h"
 
 // The agent's scan of the local file systems: sums what each owner has on them and leaves the sums
@@ -166,6 +167,11 @@ int main(int argc, char** argv) {
   if (argc < 2 || argc > 3 || (argc == 3 && std::string_view(argv[2]) != "1")) {
     std::fprintf(stderr, "usage: qmt_ufss LOCK [1]\n");
     return kUsage;
+  }
+  // Of the agent's rights the walk needs the one that opens every folder.
+  if (!KeepCapabilities(kReadEverything)) {
+    std::fprintf(stderr, "qmt_ufss: capabilities can't be dropped: %s\n", std::strerror(errno));
+    return kFailed;
   }
   HandleSignals();
   if (!TakeLock(argv[1])) {
