@@ -4,6 +4,7 @@
 
 #include "node/FigureRegistry.h"
 #include "records/RecordLayouts.h"
+#include "support/HostPaths.h"
 #include "support/ProductOptions.h"
 #include "support/TraceLog.h"
 
@@ -85,7 +86,14 @@ int UnixAgent::Connect(char* instanceName, char* version, char* release) {
 
 int UnixAgent::InitConnection() {
   constexpr int kSchedule = 1;
-  return m_pSocket->Connect(kSchedule) == 0 ? 1 : -1;
+  if (m_pSocket->Connect(kSchedule) == 0) {
+    return 1;
+  }
+  if (UtlError* error = m_pSocket->GetLastError()) {
+    Trace(10, kError, "The pipes to the helper (%1) can't be made: %2.",
+          ProductPath(m_pSocket->GetName()), error->GetMessage());
+  }
+  return -1;
 }
 
 int UnixAgent::ConnectNode(char* instanceName, char* version, char* release) {

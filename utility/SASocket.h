@@ -44,6 +44,8 @@ class SASocket {
   /// The open descriptors, -1 when closed.
   [[nodiscard]] int GetListenFd() const { return m_listenFd; }
   [[nodiscard]] int GetTalkFd() const { return m_talkFd; }
+  /// The Talk side's plain absolute path.
+  [[nodiscard]] const std::string& GetName() const { return m_talkName; }
   /// The last failure, or null; owned by the socket and replaced by the next failure.
   [[nodiscard]] UtlError* GetLastError() const { return m_pLastError.get(); }
 

@@ -117,6 +117,34 @@ TEST_F(CPUPrecordTest, LooksOnDemandCompareWithTheirOwnLastAnswer) {
   EXPECT_STREQ(second->status.c_str(), "Unknown") << "its total went backwards";
 }
 
+TEST_F(CPUPrecordTest, ProcessorsOfOneTypeAreToldByTheirIdAndTheirLastTotalByEachLook) {
+  Write("cpuinfo",
+        "processor\t: 0\nmodel name\t: Example CPU\n\n"
+        "processor\t: 1\nmodel name\t: Example CPU\n\n");
+  Batch batch;
+  batch.Add("CPUP", '4', {.realtime = 1, .calcRates = 0});
+  Asker& asker = *batch.entries[0];
+  const char* const statuses[] = {"Unknown", "On Line", "Off Line"};
+  for (int look = 0; look < 3; ++look) {
+    SCOPED_TRACE(look);
+    // The first one spends all its time in user mode, the second all in the kernel; then both stop.
+    const std::string ticks = look == 0 ? "100" : "300";
+    SetSample(1'700'000'000 + look, ticks + " 0 0 0 0 0 0 0 0 0", "0 0 " + ticks + " 0 0 0 0 0 0 0",
+              1000, 10);
+    asker.NextAnswer();
+    asker.previous.reverse();
+    ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+    const auto rows = asker.Rows<recordPI_CPUP>();
+    ASSERT_EQ(rows.size(), 2U);
+    EXPECT_STREQ(rows[0].type.c_str(), rows[1].type.c_str());
+    for (const auto& row : rows) {
+      EXPECT_STREQ(row.status.c_str(), statuses[look]);
+    }
+    EXPECT_FLOAT_EQ(rows[0].userPercent, look == 1 ? 100.0F : 0.0F);
+    EXPECT_FLOAT_EQ(rows[1].systemPercent, look == 1 ? 100.0F : 0.0F);
+  }
+}
+
 TEST_F(CPUPrecordTest, ASecondIntervalInTheSameSecondFailsThatRequestAlone) {
   Batch batch;
   batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});

@@ -171,6 +171,39 @@ TEST_F(DeviceRecordsTest, WhatGoesBackwardsIsZeroAndIsNotShown) {
   EXPECT_EQ(Lines(fell + "current Interval Data = 0, Previous interval Data = 100)"), 1U);
 }
 
+TEST_F(DeviceRecordsTest, TapesThatGoBackwardsCountNothing) {
+  const struct {
+    void (*reset)(DeviceIO& device);
+    bool isBackwards;
+  } cases[] = {
+      {[](DeviceIO&) {}, false},
+      {[](DeviceIO& d) { d.readOps = 1; }, true},
+      {[](DeviceIO& d) { d.writeOps = 1; }, true},
+      {[](DeviceIO& d) { d.totalOps = 1; }, true},
+      {[](DeviceIO& d) { d.totalMB = 1; }, true},
+      {[](DeviceIO& d) { d.reserved1 = 1; }, false},
+      {[](DeviceIO& d) { d.serviceSeconds = 1; }, false},
+  };
+  for (const auto& one : cases) {
+    SCOPED_TRACE(&one - cases);
+    const std::vector before{Device("dev9-0 st", "tape")};
+    std::vector after{Device("dev9-0 st", "tape", 2)};
+    one.reset(after[0]);
+    Asker asker("TAPS", '4', kSchedule);
+    Asker look("TAPS", '4', kLook);
+    (void)Build<recordPI_TAPS>(asker, before);
+    (void)Build<recordPI_TAPS>(look, before);
+    g_now += 100;
+    const auto row = Build<recordPI_TAPS>(asker, after).at(0);
+    EXPECT_EQ(row.reads, one.isBackwards ? 0U : 60U);
+    EXPECT_EQ(row.totalIoOps, one.isBackwards ? 0U : 100U);
+    EXPECT_EQ(row.ioMbytes, one.isBackwards ? 0U : 50U);
+    EXPECT_EQ(Build<recordPI_TAPS>(look, after).empty(), one.isBackwards);
+    g_now += 100;
+  }
+  EXPECT_EQ(Lines("field (io_mbytes) is less than that during previous interval"), 1U);
+}
+
 TEST_F(DeviceRecordsTest, LooksWithoutRatesCompareWithTheirLastAnswer) {
   Asker each("DEVD", '4', kLook);
   Asker sum("DEVS", '4', kLook);

@@ -127,6 +127,13 @@ TEST_F(FileSystemRecordsTest, CountsAreUnsignedAndNothingIsDividedByZero) {
                               none.availableSpacePercent, none.totalInodesInUsePercent}) {
     EXPECT_EQ(percent, 0.0F);
   }
+  const recordPD_FSL reserved = Local(100, 100, 0);  // all of it free, none of it to be had
+  EXPECT_EQ(reserved.mbytesRsvdPercent, 100.0F);
+  for (const float percent :
+       {reserved.mbytesInUsePercent, reserved.availableSpacePercent,
+        reserved.totalInodesInUsePercent, reserved.totalInodesAvailablePercent}) {
+    EXPECT_EQ(percent, 0.0F) << "no share of nothing";
+  }
   const double wrapped = 18446744073709551616.0 - 5;
   const recordPD_FSL more = Local(100, 50, 55);
   EXPECT_EQ(more.mbytesInUsePercent, 0.0F);

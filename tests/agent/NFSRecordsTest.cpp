@@ -124,6 +124,19 @@ TEST_F(NFSRecordsTest, WithoutRatesSharesAreThoseOfTheChange) {
   EXPECT_EQ(fourth.readOpsPercent, 0.0F) << "as many operations as in the last interval";
 }
 
+TEST_F(NFSRecordsTest, SharesOfNoRemoteCallsAreZero) {
+  Pass(3, 1'000);
+  m_collector.GetNFSClientTotal()->reservedV2 = {};
+  m_collector.GetNFSServerTotal()->reservedV2 = {};
+  Asker client("NCO", '4', {.realtime = 1, .calcRates = 1});
+  Asker server("NSO", '4', {.realtime = 1, .calcRates = 1});
+  const auto sent = Build<recordPI_NCO>(client, &RecordBuilder::Build_NCO).at(0);
+  const auto served = Build<recordPI_NSO>(server, &RecordBuilder::Build_NSO).at(0);
+  EXPECT_GT(sent.readOpsPercent, 0.0F) << "there were operations";
+  EXPECT_EQ(sent.rpcBadCallPercent, 0.0F);
+  EXPECT_EQ(served.rpcBadCallPercent, 0.0F);
+}
+
 TEST_F(NFSRecordsTest, AZeroIntervalSkipsAnOverviewAlone) {
   Asker overview("NSO", '4', kScheduleWithRates);
   Asker detail("NSD", '4', kScheduleWithRates);

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -132,6 +133,28 @@ TEST_F(UFSSScheduleTest, TheScanGetsItsLockAndNothingElseOfTheAgent) {
   EXPECT_EQ(Written("out.").substr(0, LockPath().size() + 1), LockPath() + "\n")
       << "no further argument";
   std::ofstream("pipe") << "end\n";
+}
+
+TEST_F(UFSSScheduleTest, AChildThatDoesNotBecomeTheScanEndsWithNine) {
+  static pid_t child = -1;
+  Os().fork = [] { return child = ::fork(); };
+  sigset_t ends;
+  sigset_t before;
+  ::sigemptyset(&ends);
+  ::sigaddset(&ends, SIGCHLD);
+  ::sigprocmask(SIG_BLOCK, &ends, &before);  // the end is for the test
+  const auto exitValue = [] {
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  };
+  EXPECT_EQ(0, Init());
+  EXPECT_EQ(9, exitValue()) << "no program";
+  fs::create_directory(LockPath());
+  UFSSEvent event;
+  EXPECT_EQ(0, m_agent->NotifyEvent(&event));
+  EXPECT_EQ(9, exitValue()) << "no lock";
+  ::sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
 TEST_F(UFSSScheduleTest, AFailedStartIsTold) {

@@ -102,6 +102,12 @@ TEST_F(UnixAgentTest, PipesThatCannotBeMadeAnewLoseTheHelperAndNothingElse) {
   fs::remove_all("opt");
   EXPECT_EQ(-1, m_agent->Dispatch(&lost));
   EXPECT_EQ("Host name resolution process no longer active.", Node().lines.back().text);
+  const std::string reason = "(" + m_root.Path().string() +
+                             "/opt/qmtrx/mond/qmt_hostutil_.pipe) can't be made: mkfifo: Talk No "
+                             "such file or directory.";
+  const auto told = Node().LinesWith(reason);
+  ASSERT_EQ(1U, told.size());
+  EXPECT_EQ(10, told[0].level);
   EXPECT_TRUE(Node().watched.empty());
   EXPECT_EQ(0, m_agent->Dispatch(&lost)) << "the descriptor is nobody's now";
 }

@@ -5,6 +5,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <vector>
 
 #include "collect/CPUSourceLINUX.h"
 #include "collect/ProcLib.h"
@@ -15,6 +17,7 @@
 #include "support/ProductOptions.h"
 #include "support/Switches.h"
 #include "tests/scripted/Batch.h"
+#include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/support/TempFolder.h"
 
@@ -92,6 +95,46 @@ TEST_F(RecordBuilderTest, ARefusedRequestIsReportedOnceAndStopsNoNeighbour) {
                 .size(),
             3U);
   EXPECT_EQ(batch.entries.back()->event.m_records.size(), 12U);
+}
+
+TEST_F(RecordBuilderTest, FailuresOfABatchStayWithTheirRequests) {
+  const process_tree::HostTree host;  // which has no disk of a known kind
+  host.CopyFrom(std::string(QMT_TEST_DIR) + "/fixtures/6.1");
+  host.Write("/proc/diskstats", " 253 0 dm-0 4 0 8 6 1 0 9 4 0 1 4 0 0 0 0 0 0\n");
+  host.Write("/proc/partitions", "major minor  #blocks  name\n\n 253 0 10 dm-0\n");
+  ASSERT_EQ(m_builder.Init(), nullptr);
+  std::vector<std::size_t> builtBefore;
+  ScriptedNode::Instance().onYield = [&] {
+    builtBefore.push_back(ScriptedNode::Instance().LinesWith("Created ").size());
+  };
+  Batch batch;
+  batch.Add("DEVD", '4', {.realtime = 1});
+  batch.Add("FSL", '3', {.realtime = 1});
+  batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});
+  batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});  // an interval of no seconds
+  Os().time = [](std::time_t*) { return std::time_t{1'700'000'000}; };
+  EXPECT_EQ(m_builder.Build(&batch.event), nullptr) << "though the last request failed";
+  EXPECT_EQ(ScriptedNode::Instance().CountMessages(10300), 1);
+  EXPECT_EQ(ScriptedNode::Instance().LinesWith("in Device category collection").size(), 1U);
+  EXPECT_FALSE(batch.entries[1]->event.m_records.empty()) << "collected behind the failure";
+  EXPECT_EQ(builtBefore, (std::vector<std::size_t>{0, 1, 2, 3})) << "others have their turn";
+}
+
+TEST_F(RecordBuilderTest, AnOptionalRecordIsServedWhereItIsListed) {
+  WriteOptrecs("UFSS\n");
+  for (const int variant : {1, 3}) {
+    ScriptedNode::Instance().lines.clear();
+    g_kernelVariant = variant;
+    RecordBuilder builder(nullptr, &m_collector, "pipe");
+    ASSERT_EQ(builder.Init(), nullptr);
+    Batch batch;
+    batch.Add("UFSS", '3', {.realtime = 1});
+    EXPECT_EQ(builder.Build(&batch.event), nullptr);
+    const bool isServed = variant == 1;
+    EXPECT_EQ(ScriptedNode::Instance().CountMessages(10600), isServed ? 0 : 1);
+    EXPECT_EQ(ScriptedNode::Instance().LinesWith("Created 0 UFSS").size(), isServed ? 1U : 0U);
+  }
+  g_kernelVariant = kNewestKernel;
 }
 
 TEST_F(RecordBuilderTest, OnlyAScheduledRequestLetsAccountingAdvance) {
