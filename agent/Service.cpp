@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "agent/OpenFilesLimit.h"
+#include "agent/ProductLock.h"
 #include "agent/Signals.h"
 #include "agent/StartOptions.h"
 #include "agent/UnixAgent.h"
@@ -95,6 +96,18 @@ int Terminate(int exitValue) {
   MBStatTerminate();
   MBDebugTerm();
   return exitValue;
+}
+
+/// Whether no other daemon holds the product root.
+bool TakeProductRoot(ProductLock& lock) {
+  if (lock.Take()) {
+    return true;
+  }
+  Trace(10, kError, "%1", lock.Reason());
+  Trace(20, kError, "%1", "Exiting the service, to prevent double start.");
+  ReportLeaving(__LINE__);
+  ReportStartFailure(__LINE__, kFailure);
+  return false;
 }
 
 /// The working directory; "." where it has no name.
@@ -233,6 +246,10 @@ int RunService(int argc, char** argv) {
   TraceCommandLine(argc, argv);
   if (!RegisterService()) {
     return kFailure;
+  }
+  ProductLock productLock;
+  if (!TakeProductRoot(productLock)) {
+    return Terminate(kFailure);
   }
   Surroundings around{ReadStartOptions(argc, argv), {}};
   if (Os().uname(&around.system) != 0) {

@@ -6,10 +6,25 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include "support/HostPaths.h"
 #include "support/Switches.h"
 #include "support/TextFile.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "Usage: qmtdmon [-n NAME] [-d DIRECTORY]\n"
+    "Runs the agent in the working directory, whose qmtagt.ini it reads.\n"
+    "  -n NAME       the instance's name; default: the host's\n"
+    "  -d DIRECTORY  where log/version.log is written; default: the working directory\n"
+    "  --check ...   names the faults of a definition, application or ini file\n"
+    "  --help        shows this text\n"
+    "  --version     shows the version\n"
+    "Other options are accepted and ignored.\n";
+
+}  // namespace
 
 StartOptions ReadStartOptions(int argc, char** argv) {
   StartOptions options;
@@ -23,6 +38,23 @@ StartOptions ReadStartOptions(int argc, char** argv) {
     }
   }
   return options;
+}
+
+std::string AnswerToWords(int argc, char** argv) {
+  for (int place = 1; place < argc; ++place) {
+    const std::string_view word = argv[place];
+    if (word == "--") {
+      break;
+    }
+    if (word == "-n" || word == "-d") {
+      ++place;
+    } else if (word == "--help") {
+      return kUsage;
+    } else if (word == "--version") {
+      return "qmtdmon " QMT_VERSION "\n";
+    }
+  }
+  return "";
 }
 
 void ReadEnvironment() {

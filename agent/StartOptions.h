@@ -13,6 +13,10 @@ struct StartOptions {
 /// Reads the options "n:d:fhv?". All but -n and -d, known or not, are passed over in silence.
 [[nodiscard]] StartOptions ReadStartOptions(int argc, char** argv);
 
+/// What the whole words --help and --version on the command line ask for, to be printed instead of
+/// a start; empty without them. What follows "--" or is the value of -n or -d is no such word.
+[[nodiscard]] std::string AnswerToWords(int argc, char** argv);
+
 /// Takes SAUNIXPMAP and APP_COLLECTOR_LOG into the process-wide switches.
 void ReadEnvironment();
 

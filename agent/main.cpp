@@ -1,10 +1,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "agent/CheckFile.h"
 #include "agent/Service.h"
+#include "agent/StartOptions.h"
 
 namespace {
 
@@ -28,6 +31,9 @@ int main(int argc, char** argv) {
   HoldStandardDescriptors();
   if (argc > 1 && std::strcmp(argv[1], "--check") == 0) {
     return CheckFile(argc, argv);
+  }
+  if (const std::string answer = AnswerToWords(argc, argv); !answer.empty()) {
+    return std::fputs(answer.c_str(), stdout) < 0 || std::fflush(stdout) != 0 ? 1 : 0;
   }
   return RunService(argc, argv);
 }

@@ -183,7 +183,8 @@ TEST_F(ServiceTest, TheSignalAndTheRunsResultDecideTheExit) {
     EXPECT_EQ("0 qmtdmon QMT-Hostsets 24 UAD UAD U QEXA/Unix/Agent 7.0 0 00 D1",
               Node().registration);
     EXPECT_EQ(1U, Node().LinesWith("started. (host=scripted-host, service=scripted-node)").size());
-    EXPECT_TRUE(fs::is_empty("opt/qmtrx/mond")) << "the pipes are still there";
+    EXPECT_FALSE(fs::exists("opt/qmtrx/mond/qmt_hostutil_.pipe"));
+    EXPECT_FALSE(fs::exists("opt/qmtrx/mond/qmt_hostutil_.pipeOut"));
   }
 }
 

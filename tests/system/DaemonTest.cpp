@@ -59,6 +59,20 @@ TEST(DaemonTest, EachStopSignalHasItsMessagesAndExitValue) {
   }
 }
 
+TEST(DaemonTest, WordsOfHelpAreAnsweredAndStartNothing) {
+  const ProductRoot root(kMainFlow);
+  const std::string start = "cd '" + root.AgentFolder().string() + "' && QMT_PRODUCT_ROOT='" +
+                            root.Path().string() + "' " + QMTDMON_PROGRAM;
+  for (const auto& [words, said] :
+       {std::pair<const char*, const char*>{" --help", "Usage: qmtdmon"},
+        {" -f --version", "qmtdmon "}}) {
+    const Outcome outcome = RunCommand("{ " + start + words + "; } 2>&1");
+    EXPECT_EQ(0, outcome.exitValue) << words;
+    EXPECT_EQ(0U, outcome.output.find(said)) << outcome.output;
+  }
+  EXPECT_FALSE(fs::exists(root.AgentFolder() / "run")) << "no service was begun";
+}
+
 TEST(DaemonTest, OtherSignalsDoNotStopItAndUserSignalIsTracedByTheLoop) {
   const ProductRoot root(kMainFlow);
   Daemon daemon(root, "errors");
@@ -117,6 +131,20 @@ TEST(DaemonTest, ASecondStartIsRefusedAndLeavesTheFirstAlone) {
   EXPECT_EQ((Texts{"QMTX10101-E", "QMTX10002-E"}), MessagesIn(second.Errors())) << second.Errors();
   EXPECT_TRUE(first.IsRunning());
   EXPECT_TRUE(fs::is_fifo(root.PipeFolder() / "qmt_hostutil_.pipe"));
+
+  // Nor from another working directory.
+  const fs::path elsewhere = root.Path() / "elsewhere";
+  fs::create_directory(elsewhere);
+  fs::copy(root.AgentFolder() / "qmtagt.ini", elsewhere);
+  const Outcome outcome =
+      RunCommand("cd '" + elsewhere.string() + "' && QMT_PRODUCT_ROOT='" + root.Path().string() +
+                 "' timeout 20 " + QMTDMON_PROGRAM + " 2>&1");
+  EXPECT_EQ(1, outcome.exitValue) << outcome.output;
+  EXPECT_NE(std::string::npos,
+            outcome.output.find("/opt/qmtrx/mond/qmtdmon.lock: locked by process " +
+                                root.Read("opt/qmtrx/mond/qmtdmon.lock")))
+      << outcome.output;
+  EXPECT_TRUE(fs::is_fifo(root.PipeFolder() / "qmt_hostutil_.pipe")) << "the first one's";
   first.Signal(SIGTERM);
   EXPECT_EQ(0, first.ExitValue());
 
