@@ -1,6 +1,8 @@
 #include <array>
+#include <map>
 #include <new>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -22,7 +24,8 @@ struct WorkgroupState : FamilyState {
   bool isReady = false;
   WgMap map;
   PastProcesses past;
-  RawRows<Row> rawRows;
+  /// The cumulative figures of the last interval by the whole name, of which a row shows a part.
+  std::map<std::string, Row> rawRows;
   std::optional<WorkgroupReport> report;  // refers to the map
 };
 
@@ -49,7 +52,7 @@ constexpr IntervalFamily<Row> kFamily{
     .counters = kCounters,
     .times = {},
     .rates = {},
-    .sameInstance = [](const Row& a, const Row& b) { return a.workgroup == b.workgroup; },
+    .sameInstance = nullptr,
     .ratesOperation = nullptr,
     .amend = SubtractCpu};
 
@@ -159,9 +162,11 @@ void PutRates(Row& row, float seconds) {
 
 float SecondsOf(const Row& row) { return static_cast<float>(std::uint32_t{row.interval}); }
 
-void FinishInterval(RawRows<Row>& rawRows, Row& row) {
+/// `raw` is the workgroup's row of the last interval, or a zero one, and becomes that of this one.
+void FinishInterval(Row& raw, Row& row) {
   PutAverageIo(row, row);
-  row = rawRows.Replace(kFamily, row);
+  const Row previous = std::exchange(raw, row);
+  row = DeltaPI(kFamily, row, previous);
   if (row.interval != 0U) {
     PutCpuPercent(row, row, SecondsOf(row));
     PutRates(row, SecondsOf(row));
@@ -243,7 +248,7 @@ int BuildRows(WorkgroupState& state, CMBRecordRequestEvent& event, bool first, s
     if (realtime) {
       FinishLook(event, row, group->totals.elapsed);
     } else {
-      FinishInterval(state.rawRows, row);
+      FinishInterval(state.rawRows[name], row);
     }
     row.cpuPercentCopy = row.cpuPercent;
     if (processors > 0) {

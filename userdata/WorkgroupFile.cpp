@@ -10,6 +10,8 @@ constexpr int kWorkgroupKeyword = 1;
 constexpr int kRegexpKeyword = 5;
 /// What the records show of a list.
 constexpr std::int32_t kShownLength = 30;
+/// What they show of a workgroup's name.
+constexpr std::size_t kShownName = 29;
 
 /// The list that a keyword index stands for, and its printed form.
 struct NameKind {
@@ -212,11 +214,21 @@ bool mondWgFile::TakeLine(std::unique_ptr<WorkGroup>& group, const x_mondline& l
 }
 
 void mondWgFile::NoteName(const WorkGroup& group, const x_mondline& line) {
-  if (group.Name() == kOtherWorkgroup) {
+  const std::string& name = group.Name();
+  if (name == kOtherWorkgroup) {
     AddFault(line, "the name \"Other\" is the built-in workgroup's; this one is not used");
-  } else if (!m_names.insert(group.Name()).second) {
-    AddFault(line, "a second workgroup of the name \"" + group.Name() + "\" replaces the first");
+    return;
   }
+  // All names that begin alike stand together.
+  const auto near = m_names.lower_bound(name.substr(0, kShownName));
+  if (m_names.contains(name)) {
+    AddFault(line, "a second workgroup of the name \"" + name + "\" replaces the first");
+  } else if (near != m_names.end() && name.size() >= kShownName &&
+             near->starts_with(name.substr(0, kShownName))) {
+    AddFault(line, "the names \"" + *near + "\" and \"" + name +
+                       "\" agree in 29 characters, which is all that the records show of them");
+  }
+  m_names.insert(name);
 }
 
 int mondWgFile::Refuse(int code, const std::string& reason) {

@@ -135,6 +135,25 @@ TEST_F(WGRPrecordTest, AnEndedProcessCountsInOnePassOnly) {
   }
 }
 
+TEST_F(WGRPrecordTest, NamesThatAgreeInTheirFieldAreCountedApart) {
+  const std::string shown(29, 'w');
+  ReadFile("workgroup = " + shown + "1\nprograms = httpd\nworkgroup = " + shown +
+           "2\nprograms = bash\n");
+  AddProcess(Server(10, 1, 500, 300));
+  AddShell(20, 100);
+  Build(m_schedule);
+  s_now += 10;
+  AddProcess(Server(10, 1, 900, 300));
+  AddShell(20, 300);
+  Build(m_schedule);
+  std::string seconds;
+  for (const CMBRecord* record : m_schedule.event.m_records) {
+    const auto* row = static_cast<const recordPI_WGRP*>(record->GetRecStart());
+    seconds += std::to_string(static_cast<tagUTIME>(row->userCpu).seconds) + " ";
+  }
+  EXPECT_EQ(seconds, "0 4 2 ") << "\"Other\" and the two";
+}
+
 TEST_F(WGRPrecordTest, TwoListsShareTheirField) {
   struct Case {
     std::string plain, quoted, shown;

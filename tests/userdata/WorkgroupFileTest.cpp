@@ -51,6 +51,7 @@ TEST_F(WorkgroupFile, Grammar) {
     std::string groups;
     std::string faults;  ///< lines of the faults
   };
+  const std::string alike(29, 'n');
   for (const Case& c : std::initializer_list<Case>{
            // Lines.
            {"", "", ""},
@@ -92,7 +93,10 @@ TEST_F(WorkgroupFile, Grammar) {
                 "regexp = {User=a}\n",
             "-2 -2 -2 -2 -2 -2 -2 -2 -2 -2 -2 -2 ", "2 4 6 8 10 12 14 16 18 20 22 24"},
            {w + "regexp = {Users=[a,b}\nusers=c\n", "wU([a,b,c) ", "2"},
-           {w + "workgroup = Other\n" + w, "w Other w ", "2 3"}}) {
+           {w + "workgroup = Other\n" + w, "w Other w ", "2 3"},
+           {"workgroup = " + alike + "\nworkgroup = " + alike.substr(1) + "\nworkgroup = " + alike +
+                "2\n",
+            alike + " " + alike.substr(1) + " " + alike + "2 ", "3"}}) {
     const DefinitionText text(c.text);
     mondWgFile file;
     ASSERT_EQ(0, file.mondInitFileAnalyze(text.Path().c_str()));
