@@ -33,7 +33,9 @@ class Descriptor {
   explicit Descriptor(int number) : m_number(number) {}
   ~Descriptor() {
     if (m_number >= 0) {
+      const int reason = errno;
       ::close(m_number);
+      errno = reason;
     }
   }
   Descriptor(const Descriptor&) = delete;
@@ -78,6 +80,13 @@ void SyncFolderOf(const std::string& file) {
   }
 }
 
+/// Removes what could not be finished; `errno` still tells why.
+void RemoveFailed(const std::string& file) {
+  const int reason = errno;
+  ::unlink(file.c_str());
+  errno = reason;
+}
+
 /// The file is the old or the new one at any moment.
 bool Replace(const std::string& file, std::string_view text) {
   const std::string fresh = file + ".new";
@@ -90,25 +99,11 @@ bool Replace(const std::string& file, std::string_view text) {
                 WriteAll(descriptor.Get(), text) && ::fsync(descriptor.Get()) == 0;
   }
   if (!isWritten || ::rename(fresh.c_str(), file.c_str()) != 0) {
-    ::unlink(fresh.c_str());
+    RemoveFailed(fresh);
     return false;
   }
   SyncFolderOf(file);
   return true;
-}
-
-/// Gives the file a second name with ".bak" behind it; true also if there is no file.
-bool KeepOld(const std::string& file) {
-  const std::string kept = file + ".bak";
-  const std::string fresh = kept + ".new";
-  ::unlink(fresh.c_str());
-  if (::link(file.c_str(), fresh.c_str()) != 0) {
-    return errno == ENOENT;
-  }
-  const bool isKept = ::rename(fresh.c_str(), kept.c_str()) == 0;
-  // It is still there if it failed, and if both were names of one file already.
-  ::unlink(fresh.c_str());
-  return isKept;
 }
 
 /// The whole file; false with a reason if it can't be read.
@@ -127,6 +122,43 @@ bool Load(std::FILE* file, std::string& text, std::string& reason) {
     reason = "the file is larger than " + std::to_string(kMaxFile) + " bytes";
   }
   return reason.empty();
+}
+
+/// Makes `copy` of a file that has been read: the system may forbid links to other users' files, and
+/// some file systems have none.
+bool Copy(const std::string& file, const std::string& copy) {
+  std::string text;
+  std::string reason;
+  {
+    const TextFilePtr stream = OpenTextFile(file);
+    if (stream == nullptr || !Load(stream.get(), text, reason)) {
+      return false;
+    }
+  }
+  const Descriptor descriptor(
+      ::open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  return descriptor.Get() >= 0 && TakeOver(file, descriptor.Get()) &&
+         WriteAll(descriptor.Get(), text) && ::fsync(descriptor.Get()) == 0;
+}
+
+/// Gives the file a second name with ".bak" behind it; true also if there is no file.
+bool KeepOld(const std::string& file) {
+  const std::string kept = file + ".bak";
+  const std::string fresh = kept + ".new";
+  ::unlink(fresh.c_str());
+  if (::link(file.c_str(), fresh.c_str()) != 0) {
+    if (errno == ENOENT) {
+      return true;
+    }
+    if (!Copy(file, fresh)) {
+      RemoveFailed(fresh);
+      return false;
+    }
+  }
+  const bool isKept = ::rename(fresh.c_str(), kept.c_str()) == 0;
+  // It is still there if it failed, and if both were names of one file already.
+  ::unlink(fresh.c_str());
+  return isKept;
 }
 
 /// Null behind the last one. Tabs that stand together part two fields, as one does.
@@ -325,7 +357,11 @@ std::string ApplicationMonitor::FileText() const {
 
 int ApplicationMonitor::write(const char* path) {
   const std::string file = ProductPath(path);
-  if (m_isFileUnread || (m_isFileFaulty && !KeepOld(file))) {
+  if (m_isFileUnread) {
+    errno = 0;
+    return 0;
+  }
+  if (m_isFileFaulty && !KeepOld(file)) {
     return 0;
   }
   const bool isDone =

@@ -67,7 +67,7 @@ class ApplicationMonitor {
   /// Writes the list in place of the file, so that a crash leaves the old file or the new one. An
   /// empty list removes the file; 0 if there is none. A file that had faults stays beside the new
   /// one with ".bak" behind its name. 0, and nothing is written, after a file that couldn't be
-  /// read.
+  /// read; `errno` tells of a failure, and is 0 then.
   [[nodiscard]] int write(const char* path);
   /// read() with the path as it is.
   [[nodiscard]] int ReadFile(const std::string& file);

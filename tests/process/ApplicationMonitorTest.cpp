@@ -1,13 +1,31 @@
 #include "process/ApplicationMonitor.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 
 #include "support/HostPaths.h"
 #include "tests/support/TempFolder.h"
+
+namespace {
+
+bool g_isLinkForbidden = false;
+
+}  // namespace
+
+/// The system's call, which the tests can have refused as for a file of another user.
+extern "C" int link(const char* from, const char* to) noexcept {
+  if (g_isLinkForbidden) {
+    errno = EPERM;
+    return -1;
+  }
+  return ::linkat(AT_FDCWD, from, AT_FDCWD, to, 0);
+}
 
 namespace {
 
@@ -223,14 +241,17 @@ TEST_F(ApplicationFilesTest, TheListComesBackAndAFaultyFileIsKept) {
   EXPECT_EQ(fs::status(m_file).permissions(), fs::perms{0640});
   EXPECT_EQ(Names(), Texts{"qmtapp"});
 
-  for (const std::string faulty : {"A\ta:b\nA\tb\n", "A\tb\nX\n"}) {
+  for (const std::string faulty : {"A\ta:b\nA\tb\n", "A\tb\nX\n", "A\tb\nY\n"}) {
+    g_isLinkForbidden = faulty.ends_with("Y\n");
     Write(faulty);
     (void)m_monitor.read("/qmtapp");
     EXPECT_EQ(m_monitor.write("/qmtapp"), 1);
     EXPECT_EQ(m_monitor.write("/qmtapp"), 1);
     EXPECT_EQ(m_folder.Read("qmtapp.bak"), faulty) << "the second writing has replaced it";
     EXPECT_EQ(Names(), (Texts{"qmtapp", "qmtapp.bak"}));
+    EXPECT_EQ(fs::status(m_folder.Path() / "qmtapp.bak").permissions(), fs::perms{0640});
   }
+  g_isLinkForbidden = false;
   EXPECT_EQ(m_monitor.remove(0), 1);
   EXPECT_EQ(m_monitor.write("/qmtapp"), 1);
   EXPECT_EQ(Names(), Texts{"qmtapp.bak"});
