@@ -102,6 +102,7 @@ FileEvent::LineEnd FileEvent::ReadLine() {
 }
 
 FileEvent::LineEnd FileEvent::ReadToNewline(std::size_t keptBytes) {
+  m_isCut = false;
   for (std::size_t length = 0; length < kMaxLineBytes; ++length) {
     const int c = ::getc_unlocked(m_stream.get());
     if (c == EOF) {
@@ -112,6 +113,8 @@ FileEvent::LineEnd FileEvent::ReadToNewline(std::size_t keptBytes) {
     }
     if (length < keptBytes) {
       m_line.push_back(static_cast<char>(c));
+    } else {
+      m_isCut = true;
     }
   }
   return LineEnd::kTooLong;
@@ -119,7 +122,7 @@ FileEvent::LineEnd FileEvent::ReadToNewline(std::size_t keptBytes) {
 
 bool FileEvent::IsTaken() const {
   return m_matchesAll || std::any_of(m_filters.begin(), m_filters.end(), [&](const auto& filter) {
-           return filter->match(m_line.c_str()) != 0;
+           return filter->match(m_line.c_str(), m_isCut) != 0;
          });
 }
 

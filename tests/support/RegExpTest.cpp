@@ -23,6 +23,9 @@ TEST(RegExp, MatchesAsGivenAndReportsEachFailedCompilation) {
     int reports;  ///< of construction and two matches
   };
   const std::string manyAs(100'000, 'a');
+  const std::string as(256, 'a');
+  const std::string endsInZ = manyAs + "1z";
+  const std::string digits(2500, '1');
   for (const Case& c : std::initializer_list<Case>{
            {"^ab+$", "abb", true, 0},
            {"^ab+$", "ABB", false, 0},
@@ -34,6 +37,15 @@ TEST(RegExp, MatchesAsGivenAndReportsEachFailedCompilation) {
            {"(a+)\\1$", "aaaa", true, 0},
            // Without a bound it would take hours.
            {"(a*)\\1b", manyAs.c_str(), false, 0},
+           // "$" is the end of the text and not that of the part which such an expression sees.
+           {"(a)\\1$", as.c_str(), true, 0},
+           {"(a)\\1$", manyAs.c_str(), false, 0},
+           {"[\\1]z", endsInZ.c_str(), true, 0},  // no back reference
+           {"[0-9]{2500}", digits.c_str(), true, 0},
+           {"^(x|[0-9]{2500},)$/i", "X", true, 0},
+           {"([0-9]{2500})+", digits.c_str(), false, 3},
+           {"[0-9]{1,2500}", digits.c_str(), false, 3},
+           {Repeated("a{30000}", 2), "a", false, 3},
            {"[a", "^", true, 1},
            {"[a", "a", false, 3},
            {"*a(", "*a(", true, 1},  // a basic expression; "(" and the leading "*" are plain there
@@ -55,6 +67,11 @@ TEST(RegExp, MatchesAsGivenAndReportsEachFailedCompilation) {
     EXPECT_EQ(c.reports, ScriptedNode::Instance().CountMessages(10100)) << c.pattern;
     EXPECT_EQ(c.reports != 0, !expression.CompileError().empty()) << c.pattern;
   }
+}
+
+TEST(RegExp, TheEndOfACutTextIsNoEnd) {
+  const RegExp expression("a$");
+  EXPECT_EQ(expression.match("ba") + expression.match("ba", true), 1);
 }
 
 TEST(RegExp, TellsWhatFailed) {
