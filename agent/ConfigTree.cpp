@@ -113,7 +113,7 @@ void AddTables(CMBNodeConfigBase& root, const ApplicationMonitor& applications) 
   AddTable(root, kYesNoTable, kYesNoWidth, {"Yes", "No"});
   AddTable(root, kKindTable, kKindWidth, {"None", "Execute", "Command Line"});
   std::vector<std::string> names{"None"};
-  for (int application = 0; application < ShownApplications(applications); ++application) {
+  for (int application = 0; application < applications.GetCount(); ++application) {
     names.emplace_back(applications.GetName(application));
   }
   AddTable(root, kApplicationTable, kApplicationWidth, names);

@@ -33,7 +33,8 @@ int RefuseApplicationItem() {
 }  // namespace
 
 /// What each identifier changes. A change reaches the file first and the agent second, so that a
-/// failed write changes nothing; of the messages file alone the agent notes the name in any case.
+/// failed write changes nothing; only the messages file's name and the list of applications are
+/// noted in any case.
 class UnixAgent::ConfigUpdates {
  public:
   struct Change {
@@ -166,8 +167,8 @@ class UnixAgent::ConfigUpdates {
       Trace(20, kError, "Config error. (NAME=%1)(PARAM=%2).", kAddApplicationLabel, change.text);
       rc = kRefused;
     }
-    if (agent.m_applications.GetCount() == 1) {
-      agent.SaveApplications();
+    if (agent.m_applications.GetCount() == 1 && !agent.SaveApplications() && rc == kDone) {
+      rc = kNotWritten;
     }
     return rc;
   }
@@ -179,8 +180,7 @@ class UnixAgent::ConfigUpdates {
             change.choice);
       rc = kRefused;
     }
-    agent.SaveApplications();
-    return rc;
+    return agent.SaveApplications() || rc != kDone ? rc : kNotWritten;
   }
 
   static int ChangeApplicationItem(UnixAgent& agent, const Change& change) {

@@ -1,6 +1,8 @@
 #include "agent/UnixAgent.h"
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 
 #include "node/FigureRegistry.h"
 #include "records/RecordLayouts.h"
@@ -166,8 +168,16 @@ void UnixAgent::ReadApplications() {
   }
 }
 
-void UnixAgent::SaveApplications() {
-  if (m_applications.write(kApplicationFile) == 0) {
-    Trace(20, kError, "qmtapp write error. (FILE=%1).", kApplicationFile);
+bool UnixAgent::SaveApplications() {
+  errno = 0;
+  if (m_applications.write(kApplicationFile) != 0) {
+    return true;
   }
+  const int code = errno;
+  if (m_applications.GetCount() == 0 && code == ENOENT) {
+    return true;  // an agent without applications has no file
+  }
+  Trace(20, kError, "qmtapp write error. (FILE=%1).", kApplicationFile);
+  Message(10100, "write", code, kApplicationFile, code == 0 ? "it was not read" : std::strerror(code), "");
+  return false;
 }

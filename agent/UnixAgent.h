@@ -121,7 +121,8 @@ class UnixAgent : public CMBAgent,
   /// no child could be made.
   [[nodiscard]] int RunUFSS(int firstRun);
   void ReadApplications();
-  void SaveApplications();
+  /// False, reported, if the list could not be written.
+  bool SaveApplications();
   [[nodiscard]] int ReadHelper(int descriptor);
   [[nodiscard]] int RestoreHelper(int descriptor);
   void TraceToggles();

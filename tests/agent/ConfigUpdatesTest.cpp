@@ -183,7 +183,8 @@ TEST_F(ConfigUpdatesTest, ApplicationsAreAddedAndDeleted) {
   }
   std::filesystem::remove(kApplications);
   std::filesystem::create_directory(kApplications);
-  EXPECT_EQ(0, Update(kDeleteApplicationId, std::uint16_t{0}));
+  EXPECT_EQ(1, Update(kDeleteApplicationId, std::uint16_t{0})) << "not written";
+  EXPECT_EQ(10, Node().LinesWith("QMTX10100-E").at(0).level);
   EXPECT_EQ(1U,
             Node().LinesWith("qmtapp write error. (FILE=/opt/qmtrx/mond/agent/qmtapp).").size());
 }
@@ -228,6 +229,8 @@ TEST_F(ConfigUpdatesTest, WithoutApplicationsEveryItemIsRefused) {
   EXPECT_EQ(-36, Update(65535, std::string("x")));
   EXPECT_EQ(-36, Update(kAddApplicationId, std::string("a\tb")));
   EXPECT_EQ(0, Update(kDeleteApplicationId, std::uint16_t{0}));
+  m_agent.reset();
+  EXPECT_TRUE(Node().LinesWith("qmtapp write error").empty()) << "there is nothing to write";
 }
 
 TEST_F(ConfigUpdatesTest, WithoutAnEventOrAnIniFileNothingIsDone) {
