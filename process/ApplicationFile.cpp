@@ -124,8 +124,8 @@ bool Load(std::FILE* file, std::string& text, std::string& reason) {
   return reason.empty();
 }
 
-/// Makes `copy` of a file that has been read: the system may forbid links to other users' files, and
-/// some file systems have none.
+/// Makes `copy` of a file that has been read: the system may forbid links to other users' files,
+/// and some file systems have none.
 bool Copy(const std::string& file, const std::string& copy) {
   std::string text;
   std::string reason;

@@ -229,7 +229,6 @@ int RegExp::match(const char* text, bool isCut) const {
     return ::regexec(m_compiled.get(), subject, 0, nullptr, isPart ? REG_NOTEOL : 0) == 0 ? 1 : 0;
   };
   const std::size_t reach = ::strnlen(text, kBackReferenceReach);
-  return m_hasBackReference && text[reach] != '\0'
-             ? matches(std::string(text, reach).c_str(), true)
-             : matches(text, isCut);
+  return m_hasBackReference && text[reach] != '\0' ? matches(std::string(text, reach).c_str(), true)
+                                                   : matches(text, isCut);
 }

@@ -13,8 +13,8 @@
 /// A pattern that does not compile is reported and tried again, as a basic expression that heeds
 /// case, at the first match; if that fails too, every match reports it and fails. An expression
 /// whose nested repetitions would expand to thousands of elements counts as one that does not
-/// compile: the C library would spend gigabytes on it. One with a back reference sees only the beginning of
-/// a text: its time may grow with a high power of the length.
+/// compile: the C library would spend gigabytes on it. One with a back reference sees only the
+/// beginning of a text: its time may grow with a high power of the length.
 class RegExp {
  public:
   /// What an expression with a back reference sees of a text, in bytes.
@@ -27,8 +27,8 @@ class RegExp {
   ~RegExp() = default;
 
   /// 1 if the expression matches somewhere in the text, else 0. The text "^" always matches, a null
-  /// one never. `isCut` tells that the text is the beginning of a longer one, whose end "$" must not
-  /// take its own for.
+  /// one never. `isCut` tells that the text is the beginning of a longer one, whose end "$" must
+  /// not take its own for.
   [[nodiscard]] int match(const char* text, bool isCut = false) const;
 
   /// The pattern as it was given, with its "/i".
