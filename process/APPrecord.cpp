@@ -5,6 +5,7 @@
 
 #include "collect/ProcessSourceLINUX.h"
 #include "process/ApplicationMonitor.h"
+#include "process/ProcessTrace.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "records/RecordDump.h"
@@ -73,6 +74,7 @@ const char* KindText(int kind) {
 }
 
 void CountProcesses(ApplicationMonitor& applications, const std::vector<Process>& processes) {
+  PrintProcessTrace("process list of %zu taken", processes.size());
   applications.begin();
   std::array<char, sizeof(x_proc::cmdline) + 1> arguments{};
   for (const Process& process : processes) {
@@ -132,6 +134,7 @@ UtlError* RecordBuilder::BuildPD_APP(CMBRecordRequestEvent* pEvent, CMBRecordReq
     for (; count < m_pApplications->GetCount(); ++count) {
       const Row row = RowOf(*m_pApplications, count, now);
       DumpRecord(row, count);
+      PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, count);
       pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
     }
   }

@@ -7,6 +7,7 @@
 #include <tuple>
 #include <utility>
 
+#include "process/ProcessTrace.h"
 #include "support/TraceLog.h"
 
 namespace {
@@ -116,6 +117,7 @@ ProcessList::ProcessList(const std::vector<Process>& snapshot) {
   for (const Process& process : snapshot) {
     rows.push_back(&process);
   }
+  PrintProcessTrace("process list of %zu taken", rows.size());
 }
 
 void ProcessList::AddEnded(const Process& process) {
@@ -124,6 +126,7 @@ void ProcessList::AddEnded(const Process& process) {
 
 void ExpandProcessList(ProcessList& current, std::span<const Process> old,
                        std::span<const Acct> acctList, tagUTIME& lastEndTime) {
+  TraceEntry("RecordBuilder::ExpandProcessList", current.rows.size(), old.size(), acctList.size());
   Trace(30, kInformation,
         "ExpandProcList()::%1 processes in current list, %2 items in Acct List, %3items in old "
         "List.",
@@ -154,4 +157,5 @@ void ExpandProcessList(ProcessList& current, std::span<const Process> old,
           "ExpandProc()::%1 items from %2 inserted to map, total insert operations=%3.", old.size(),
           old.size(), old.size());
   }
+  TraceExit("RecordBuilder::ExpandProcessList", current.rows.size());
 }

@@ -6,6 +6,7 @@
 
 #include "process/PastProcesses.h"
 #include "process/ProcessRow.h"
+#include "process/ProcessTrace.h"
 #include "records/RecordClasses.h"
 #include "records/RecordDump.h"
 #include "support/OsCalls.h"
@@ -159,6 +160,7 @@ struct GroupInput {
 template <class Row>
 void Deliver(const Row& row, CMBRecordRequestEvent& event, int index) {
   DumpRecord(row, index);
+  PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, index);
   event.m_records.push_back(new typename RecordTraits<Row>::Class(&row));
 }
 

@@ -6,6 +6,7 @@
 
 #include "process/PastProcesses.h"
 #include "process/ProcessRow.h"
+#include "process/ProcessTrace.h"
 #include "records/RecordDump.h"
 #include "records/UserObjects.h"
 #include "support/OsCalls.h"
@@ -137,6 +138,7 @@ std::optional<PDIFigures> PDIRows::Take(std::int32_t pid, std::int32_t startTime
 
 recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows,
                          bool diedProcesses) {
+  TraceEntry("RecordBuilder::DeltaPD_PDI", AddressOf(&row));
   const bool defunct = row.program.view().starts_with(kDefunct);
   const std::optional<PDIFigures> found = oldRows.Take(row.pid, row.startTime, defunct);
   if (found && defunct && !diedProcesses) {
@@ -168,6 +170,7 @@ recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows,
   if (row.endTime < row.startTime) {
     newRows.Add(row);
   }
+  TraceExit("RecordBuilder::DeltaPD_PDI", 0);
   return delta;
 }
 
@@ -205,6 +208,7 @@ UtlError* RecordBuilder::BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordReq
       }
     });
     DumpRecord(row, count);
+    PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, count);
     pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
     ++count;
   }

@@ -6,6 +6,7 @@
 #include "collect/Collector.h"
 #include "collect/DeviceMap.h"
 #include "process/ProcessSummary.h"
+#include "process/ProcessTrace.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "records/RecordDump.h"
@@ -101,6 +102,7 @@ UtlError* RecordBuilder::BuildPD_PDS(CMBRecordRequestEvent* pEvent, CMBRecordReq
       TakeSamples(*m_pCollector->GetProcess(), samples);
     }
     DumpRecord(row, 0);
+    PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, 0);
     pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
     state.endedProcesses = report.endedTotal;
     last.report = report;

@@ -2,6 +2,7 @@
 
 #include "process/PastProcesses.h"
 #include "process/ProcessRow.h"
+#include "process/ProcessTrace.h"
 #include "records/RecordDump.h"
 #include "support/OsCalls.h"
 
@@ -67,6 +68,7 @@ UtlError* RecordBuilder::BuildPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest
       FillRelatives(row, *process, tree);
     });
     DumpRecord(row, count);
+    PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, count);
     pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
     ++count;
   }

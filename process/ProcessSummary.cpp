@@ -4,10 +4,12 @@
 #include <cstring>
 #include <new>
 #include <unordered_map>
+#include <utility>
 
 #include "collect/Collector.h"
 #include "collect/DeviceMap.h"
 #include "collect/ProcessSourceLINUX.h"
+#include "process/ProcessTrace.h"
 #include "support/TraceLog.h"
 
 namespace {
@@ -62,6 +64,19 @@ class Terminals {
   std::unordered_map<std::uint64_t, std::uint64_t> m_known;
 };
 
+/// The entry of a function of the summary.
+template <class A = const char*, class B = const char*, class C = const char*>
+void Started(const char* name, const A& a = "unused", const B& b = "unused",
+             const C& c = "unused") {
+  Message(10498, name, a, b, c, "unused");
+}
+
+/// Its exit, with 1 for an error; gives the error on.
+UtlError* Exited(const char* name, UtlErrorPtr error) {
+  Message(10499, name, error ? 1 : 0);
+  return error.release();
+}
+
 }  // namespace
 
 void TakeSamples(const std::vector<Process>& processes, ProcessSamples& samples) {
@@ -84,23 +99,27 @@ void ProcessSummary::ClearCounters() {
 }
 
 UtlError* ProcessSummary::BuildLiteSummary(std::uint32_t cycle) {
+  constexpr const char* kName = "ProcessSummary::BuildLiteSummary";
+  Started(kName, cycle);
   if (m_lastCycle == cycle) {
-    return nullptr;
+    return Exited(kName, nullptr);
   }
   ClearCounters();
   UtlErrorPtr error{Build(0)};
   if (error) {
     Trace(30, kWarning, "Process Table Summary Failed:%1.", error->GetMessage());
-    return error.release();
+  } else {
+    m_lastCycle = cycle;
   }
-  m_lastCycle = cycle;
-  return nullptr;
+  return Exited(kName, std::move(error));
 }
 
 UtlError* ProcessSummary::BuildFullSummary(std::uint32_t cycle, int realtime,
                                            ProcessSamples* previous) {
+  constexpr const char* kName = "ProcessSummary::BuildFullSummary";
+  Started(kName, cycle, realtime, AddressOf(previous));
   if (m_lastCycle == cycle && m_fullSummary == 1) {
-    return nullptr;
+    return Exited(kName, nullptr);
   }
   ClearCounters();
   m_fullSummary = 1;
@@ -118,22 +137,25 @@ UtlError* ProcessSummary::BuildFullSummary(std::uint32_t cycle, int realtime,
   }
   if (error) {
     Trace(30, kWarning, "Process Table Summary Failed:%1.", error->GetMessage());
-    return error.release();
+  } else {
+    m_lastCycle = cycle;
   }
-  m_lastCycle = cycle;
-  return nullptr;
+  return Exited(kName, std::move(error));
 }
 
 UtlError* ProcessSummary::Build(int realtime) {
+  constexpr const char* kName = "ProcessSummary::Build";
+  Started(kName, realtime);
   try {
     Walk(realtime);
   } catch (const std::bad_alloc&) {
-    return new UtlError("Out of memory for the list of processes", __FILE__, __LINE__);
+    return Exited(kName, std::make_unique<UtlError>("Out of memory for the list of processes",
+                                                    __FILE__, __LINE__));
   }
   Trace(30, kInformation, "ProcessSummary::Build() found %1 current processes.",
         m_counts.processes);
   m_initialised = true;
-  return nullptr;
+  return Exited(kName, nullptr);
 }
 
 void ProcessSummary::Walk(int realtime) {
@@ -158,6 +180,7 @@ std::vector<ProcessSummary::Look> ProcessSummary::LookAtProcesses() {
   const std::vector<Process>& processes = *m_collector->GetProcess();
   std::vector<Look> looks;
   looks.reserve(processes.size());
+  PrintProcessTrace("process list of %zu taken", processes.size());
   for (const Process& process : processes) {
     looks.push_back({process.pid, process.euid, &process, false});
   }

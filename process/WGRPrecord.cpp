@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "process/PastProcesses.h"
+#include "process/ProcessTrace.h"
 #include "process/WorkgroupMap.h"
 #include "process/WorkgroupReport.h"
 #include "records/IntervalEngine.h"
@@ -48,13 +49,12 @@ void SubtractCpu(Row& row, Row& /*raw*/, const Row& previous) {
   row.systemCpu = isNegative ? tagUTIME{} : system;
 }
 
-constexpr IntervalFamily<Row> kFamily{
-    .counters = kCounters,
-    .times = {},
-    .rates = {},
-    .sameInstance = nullptr,
-    .ratesOperation = nullptr,
-    .amend = SubtractCpu};
+constexpr IntervalFamily<Row> kFamily{.counters = kCounters,
+                                      .times = {},
+                                      .rates = {},
+                                      .sameInstance = nullptr,
+                                      .ratesOperation = nullptr,
+                                      .amend = SubtractCpu};
 
 /// The figures of all workgroups as they were, put back at the end unless they are to change.
 class SavedFigures {
@@ -256,6 +256,7 @@ int BuildRows(WorkgroupState& state, CMBRecordRequestEvent& event, bool first, s
     }
     if (realtime || !first) {
       DumpRecord(row, rows);
+      PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, rows);
       event.m_records.push_back(new RecordTraits<Row>::Class(&row));
     }
     ++rows;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "collect/NameCache.h"
+#include "process/ProcessTrace.h"
 
 namespace {
 
@@ -114,6 +115,7 @@ ProcessSubject::ProcessSubject(const Process& process, BatchNames& names)
 
 void UpdateWgMap(std::span<const Process* const> current, std::span<const Process> old, WgMap& map,
                  BatchNames& names) {
+  TraceEntry("RecordBuilder::UpdateWgMap", current.size(), old.size(), map.size());
   const OldProcesses oldProcesses(old);
   WorkGroup* other = nullptr;
   std::vector<WorkGroup*> groups;
@@ -131,11 +133,14 @@ void UpdateWgMap(std::span<const Process* const> current, std::span<const Proces
     for (WorkGroup* group : groups) {
       if (subject.IsIn(*group)) {
         group->Add(delta);
+        PrintProcessTrace("workgroup \"%s\" takes process %d", group->Name().c_str(), process->pid);
         isTaken = true;
       }
     }
     if (!isTaken && other != nullptr) {
       other->Add(delta);
+      PrintProcessTrace("workgroup \"%s\" takes process %d", kOtherWorkgroup, process->pid);
     }
   }
+  TraceExit("RecordBuilder::UpdateWgMap", 0);
 }

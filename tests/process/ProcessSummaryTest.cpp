@@ -88,6 +88,21 @@ TEST_F(ProcessSummaryTest, CountsByStateFlagUserAndTerminal) {
   EXPECT_EQ(ScriptedNode::Instance().LinesWith("found 0 current processes.").size(), 1U);
 }
 
+TEST_F(ProcessSummaryTest, ItsCallsAreMessagesOfTheirOwn) {
+  g_msgLogLevel = 40;
+  Full();
+  const auto& node = ScriptedNode::Instance();
+  EXPECT_EQ(node.CountMessages(10498), 2);
+  EXPECT_EQ(node.CountMessages(10499), 2);
+  const auto full = node.LinesWith("(ProcessSummary::BuildFullSummary)");
+  ASSERT_EQ(full.size(), 2U);
+  EXPECT_EQ(full[0].text,
+            "Started the function (ProcessSummary::BuildFullSummary). (arg1=1, arg2=0, arg3=0x0, "
+            "arg4=unused).");
+  EXPECT_EQ(full[1].text, " Exited the function (ProcessSummary::BuildFullSummary). (rc=0).");
+  EXPECT_EQ(full[1].level, 40);
+}
+
 TEST_F(ProcessSummaryTest, WhatMakesAProcessActive) {
   struct Case {
     const char* name;

@@ -1,4 +1,8 @@
+#include <ctime>
+#include <iomanip>
 #include <map>
+#include <set>
+#include <sstream>
 #include <stdexcept>
 
 #include "collect/AcctRecord.h"
@@ -135,6 +139,21 @@ TEST_F(WGRPrecordTest, AnEndedProcessCountsInOnePassOnly) {
   }
 }
 
+TEST_F(WGRPrecordTest, AnEndedProcessIsKnownAtTheNextPass) {
+  AddShell(20, 1);
+  Build(m_schedule);
+  Acct acct;
+  acct.uid = acct.gid = 33;
+  acct.beginTime = 1'699'999'990;
+  for (const int seconds : {3, 5}) {
+    acct.userTime = {seconds, 0};
+    acct.elapsedTime = {seconds * 4, 0};
+    m_collector.GetAcct()->assign(1, acct);
+    s_now += 10;
+    EXPECT_EQ(Build(m_schedule)["web"].userCpu, (tagUTIME{seconds == 3 ? 3 : 2, 0}));
+  }
+}
+
 TEST_F(WGRPrecordTest, NamesThatAgreeInTheirFieldAreCountedApart) {
   const std::string shown(29, 'w');
   ReadFile("workgroup = " + shown + "1\nprograms = httpd\nworkgroup = " + shown +
@@ -152,6 +171,31 @@ TEST_F(WGRPrecordTest, NamesThatAgreeInTheirFieldAreCountedApart) {
     seconds += std::to_string(static_cast<tagUTIME>(row->userCpu).seconds) + " ";
   }
   EXPECT_EQ(seconds, "0 4 2 ") << "\"Other\" and the two";
+}
+
+TEST_F(WGRPrecordTest, PrintsWhatItDoesWhereThatIsTurnedOn) {
+  AddProcess(Server(10, 1, 500, 300));
+  AddShell(20, 100);
+  ReadFile("workgroup = w\x1b\nprograms = httpd\n");
+  for (const bool isOn : {false, true}) {
+    g_processTraceOn = isOn ? 1 : 0;
+    ::testing::internal::CaptureStdout();
+    Build(m_look);
+    std::istringstream lines(::testing::internal::GetCapturedStdout());
+    g_processTraceOn = 0;
+    std::set<std::string> texts;
+    for (std::string line; std::getline(lines, line);) {
+      std::tm time{};
+      std::istringstream(line.substr(0, 19)) >> std::get_time(&time, "%Y-%m-%d %H:%M:%S");
+      time.tm_isdst = -1;
+      EXPECT_EQ(std::mktime(&time), s_now) << line;
+      EXPECT_TRUE(texts.insert(line.substr(19)).second) << line;
+    }
+    const std::set<std::string> expected{
+        " process list of 2 taken", " workgroup \"w?\" takes process 10",
+        " workgroup \"Other\" takes process 20", " record WGRP 0 built", " record WGRP 1 built"};
+    EXPECT_EQ(texts, isOn ? expected : std::set<std::string>{});
+  }
 }
 
 TEST_F(WGRPrecordTest, TwoListsShareTheirField) {
