@@ -61,6 +61,50 @@ TEST_F(PDrecordTest, TwoLooksByteForByte) {
   EXPECT_FLOAT_EQ(RowOf<recordPD>(schedule, 50).cpuPercentEach, 100.0F * 18 / 1010);
 }
 
+TEST_F(PDrecordTest, EachFigureHasItsOwnFieldAndNamesAreAskedForInEachBatch) {
+  static const char* s_name;
+  Os().getgrgid = [](gid_t gid) {
+    static std::string name;
+    static ::group entry{};
+    name = s_name + std::to_string(gid);
+    entry.gr_name = name.data();
+    return &entry;
+  };
+  for (const std::string name : {"old", "new"}) {
+    s_name = name.c_str();
+    ClearGroupNames();
+    Asker look("PD", '3', {.realtime = 1, .calcRates = 0});
+    NewBatch();
+    m_collector.GetProcess()->clear();
+    Process& process = AddToList(5, 1'699'999'000);
+    process.euid = 33;
+    process.ruid = 2;
+    process.suid = 3;
+    process.egid = 4;
+    process.rgid = 5;
+    process.sgid = 6;
+    process.pgrp = 7;
+    process.nice = -8;
+    process.priority = 9;
+    process.swaps = 10;
+    Build(look);
+    const auto row = RowOf<recordPD>(look, 5);
+    EXPECT_EQ(row.userId, 33);
+    EXPECT_EQ(row.user.view(), "www");
+    EXPECT_EQ(row.realUserId, 2);
+    EXPECT_EQ(row.realUser.view(), "N/A uid = 2");
+    EXPECT_EQ(row.groupId, 4);
+    EXPECT_EQ(row.group.view(), name + "4");
+    EXPECT_EQ(row.realGroupId, 5);
+    EXPECT_EQ(row.realGroup.view(), name + "5");
+    EXPECT_EQ(row.processGroupId, 7);
+    EXPECT_EQ(row.niceness, -8);
+    EXPECT_EQ(row.priority, 9);
+    EXPECT_EQ(row.swaps, 10U);
+  }
+  ClearGroupNames();
+}
+
 TEST_F(PDrecordTest, AnEndedProcessHasItsEndAndItsRates) {
   Process& process = AddToList(70, 1'699'999'900);
   process.died = 1;
