@@ -122,6 +122,7 @@ void AddTables(CMBNodeConfigBase& root, const ApplicationMonitor& applications) 
 }  // namespace
 
 int UnixAgent::NotifyEvent(CMBNodeConfigRequest* event) {
+  TraceEntry("UnixAgent::NotifyEvent", AddressOf(event));
   Trace(20, kInformation, "Processing configuration request parameters.");
   AddTables(*event, m_applications);
   auto& folder = Add<CMBNodeConfigRequest>(*event, "Agent Configuration", "");
@@ -136,6 +137,7 @@ int UnixAgent::NotifyEvent(CMBNodeConfigRequest* event) {
   AddText(folder, kDataMaxCountId, kDataMaxCountLabel, "Maximum Number of User Defined Records",
           m_dataMaxCount, kShortText);
   Trace(20, kInformation, "Configuration request processing complete.");
+  TraceExit("UnixAgent::NotifyEvent");
   return kNotifyDone;
 }
 

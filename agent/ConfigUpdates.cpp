@@ -220,12 +220,15 @@ class UnixAgent::ConfigUpdates {
 };
 
 int UnixAgent::NotifyEvent(CMBNodeConfigUpdate* event) {
+  TraceEntry("UnixAgent::NotifyEvent", AddressOf(event));
   if (event == nullptr) {
     Trace(20, kInformation, "pNodeConfigUpdate is NULL");
+    TraceExit("UnixAgent::NotifyEvent");
     return kFailed;
   }
   if (GetIniFile() == nullptr) {
     Trace(20, kInformation, "GetIniFile failed");
+    TraceExit("UnixAgent::NotifyEvent");
     return kFailed;
   }
   Trace(20, kInformation, "Node config (Type=%1) update start.", event->id());
@@ -235,5 +238,6 @@ int UnixAgent::NotifyEvent(CMBNodeConfigUpdate* event) {
   const int rc = row.apply(*this, change);
   Trace(20, kInformation, "Node config (Type=%1) update end. (Value=%2, rc=%3)", change.id,
         row.isChoice ? std::to_string(change.choice) : change.text, rc);
+  TraceExit("UnixAgent::NotifyEvent");
   return rc;
 }

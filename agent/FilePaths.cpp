@@ -65,6 +65,8 @@ bool IsBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; 
 }  // namespace
 
 std::string GetFilePath(const std::string& base, const std::string& path) {
+  TraceEntry("GetFilePath", base, path);
+  TraceExit("GetFilePath");
   return FullPath(base, path).substr(0, kMaxFilePath);
 }
 

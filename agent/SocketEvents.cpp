@@ -22,17 +22,22 @@ void Drain(int descriptor) {
 }  // namespace
 
 int UnixAgent::NotifyEvent(CMBSocketEvent* event) {
+  TraceEntry("UnixAgent::NotifyEvent", AddressOf(event));
   const int descriptor = *event;
   if (descriptor < 0) {
+    TraceExit("UnixAgent::NotifyEvent");
     return 0;
   }
   if (descriptor == m_toggleSignal->Descriptor()) {
     TraceToggles();
+    TraceExit("UnixAgent::NotifyEvent");
     return 0;
   }
   if (descriptor != m_pSocket->GetListenFd()) {
+    TraceExit("UnixAgent::NotifyEvent");
     return 0;
   }
+  TraceExit("UnixAgent::NotifyEvent");
   return ReadHelper(descriptor);
 }
 

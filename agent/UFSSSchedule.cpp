@@ -53,6 +53,7 @@ bool IsRunOverdue(std::time_t nextRun) {
 }  // namespace
 
 void UnixAgent::ScheduleUFSS() {
+  TraceEntry("UnixAgent::ScheduleUFSS", m_ufssTime);
   if (m_pUFSSEvent != nullptr) {
     CancelEvent(m_pUFSSEvent, 1);
     m_pUFSSEvent = nullptr;
@@ -60,10 +61,12 @@ void UnixAgent::ScheduleUFSS() {
   Trace(20, kInformation, "Scheduling UFSS collection event for: %1", m_ufssTime);
   if (IsNever(m_ufssTime.c_str())) {
     DiscardResults();
+    TraceExit("UnixAgent::ScheduleUFSS");
     return;
   }
   const std::optional<DayTime> time = ReadDayTime(m_ufssTime);
   if (!time) {
+    TraceExit("UnixAgent::ScheduleUFSS");
     return;
   }
   const std::time_t nextRun = NextRun(*time, Os().time(nullptr));
@@ -75,11 +78,14 @@ void UnixAgent::ScheduleUFSS() {
     // A failure has told of itself, and the next day's event tries again.
     static_cast<void>(RunUFSS(kFirstRun));
   }
+  TraceExit("UnixAgent::ScheduleUFSS");
 }
 
 int UnixAgent::NotifyEvent(UFSSEvent*) {
+  TraceEntry("UnixAgent::NotifyEvent");
   if (RunUFSS(kLaterRun) != 0) {
     Trace(20, kError, "Unable to start up UFSS data collection script.");
   }
+  TraceExit("UnixAgent::NotifyEvent");
   return kNotifyDone;
 }

@@ -87,15 +87,15 @@ int UnixAgent::Connect(char* instanceName, char* version, char* release) {
 }
 
 int UnixAgent::InitConnection() {
+  TraceEntry("UnixAgent::InitConnection");
   constexpr int kSchedule = 1;
-  if (m_pSocket->Connect(kSchedule) == 0) {
-    return 1;
-  }
-  if (UtlError* error = m_pSocket->GetLastError()) {
+  const bool isConnected = m_pSocket->Connect(kSchedule) == 0;
+  if (UtlError* error = isConnected ? nullptr : m_pSocket->GetLastError()) {
     Trace(10, kError, "The pipes to the helper (%1) can't be made: %2.",
           ProductPath(m_pSocket->GetName()), error->GetMessage());
   }
-  return -1;
+  TraceExit("UnixAgent::InitConnection");
+  return isConnected ? 1 : -1;
 }
 
 int UnixAgent::ConnectNode(char* instanceName, char* version, char* release) {
@@ -145,16 +145,21 @@ int UnixAgent::InitRecords() {
 }
 
 int UnixAgent::NotifyEvent(CMBRecordRequestEvent*) {
+  TraceEntry("UnixAgent::NotifyEvent");
   Trace(20, kWarning, "Illegal event received.");
+  TraceExit("UnixAgent::NotifyEvent");
   return kNotifyNotValid;
 }
 
 int UnixAgent::NotifyEvent(CMBMultipleRecordRequestEvent* event) {
+  TraceEntry("UnixAgent::NotifyEvent", AddressOf(event));
   const UtlErrorPtr error(m_recordBuilder.Build(event));
   if (error == nullptr) {
+    TraceExit("UnixAgent::NotifyEvent");
     return kNotifyDone;
   }
   Trace(20, kWarning, "Unable to build records to satisfy event.");
+  TraceExit("UnixAgent::NotifyEvent");
   return kNotifyNotServed;
 }
 
@@ -178,6 +183,7 @@ bool UnixAgent::SaveApplications() {
     return true;  // an agent without applications has no file
   }
   Trace(20, kError, "qmtapp write error. (FILE=%1).", kApplicationFile);
-  Message(10100, "write", code, kApplicationFile, code == 0 ? "it was not read" : std::strerror(code), "");
+  Message(10100, "write", code, kApplicationFile,
+          code == 0 ? "it was not read" : std::strerror(code), "");
   return false;
 }

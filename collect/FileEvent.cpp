@@ -35,6 +35,7 @@ void FileEvent::AddFilter(const char* filter) {
 }
 
 void FileEvent::addRegex(const char* text) {
+  TraceEntry("FileEvent::addRegex", text);
   std::string_view rest(text);
   while (!rest.empty()) {
     const std::string piece(rest.substr(0, rest.find(kFilterSeparator)));
@@ -43,6 +44,7 @@ void FileEvent::addRegex(const char* text) {
       m_filters.push_back(std::make_unique<RegExp>(piece.c_str()));
     }
   }
+  TraceExit("FileEvent::addRegex");
 }
 
 UtlErrorPtr FileEvent::Failure(const char* operation, const char* call, int line) const {
@@ -63,8 +65,10 @@ UtlErrorPtr FileEvent::OpenFailure(const char* call, int line) const {
 }
 
 UtlErrorPtr FileEvent::openEventFn() {
+  TraceEntry("FileEvent::openEventFn", m_path);
   m_stream.reset();
   m_failure = Open();
+  TraceExit("FileEvent::openEventFn");
   return m_failure == nullptr ? nullptr : std::make_unique<UtlError>(*m_failure);
 }
 
@@ -135,7 +139,9 @@ void FileEvent::Format(x_messages& out, unsigned serial) const {
 }
 
 std::pair<bool, UtlErrorPtr> FileEvent::collect(x_messages& out, unsigned& serial) try {
+  TraceEntry("FileEvent::collect", m_path);
   if (m_failure != nullptr) {
+    TraceExit("FileEvent::collect");
     return {false, std::make_unique<UtlError>(*m_failure)};
   }
   const LineEnd end = ReadLine();
@@ -148,6 +154,7 @@ std::pair<bool, UtlErrorPtr> FileEvent::collect(x_messages& out, unsigned& seria
   }
   m_isInLongLine = m_isInLongLine || end == LineEnd::kTooLong;
   m_offset = std::ftell(m_stream.get());
+  TraceExit("FileEvent::collect");
   return {end == LineEnd::kNewline || end == LineEnd::kTooLong, std::move(failure)};
 } catch (const std::bad_alloc&) {
   Trace(20, kError,
@@ -156,5 +163,6 @@ std::pair<bool, UtlErrorPtr> FileEvent::collect(x_messages& out, unsigned& seria
   // The line is read again as a whole.
   std::fseek(m_stream.get(), m_offset, SEEK_SET);
   errno = ENOMEM;
+  TraceExit("FileEvent::collect");
   return {false, Failure("FileEvent::collect", "malloc", __LINE__)};
 }

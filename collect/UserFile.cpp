@@ -96,19 +96,23 @@ UserFile::UserFile(const UserFileKind& kind)
 UserFile::~UserFile() { Release(); }
 
 bool UserFile::Load(std::vector<char>& records) {
+  TraceEntry("UserFile::Load", m_path);
   records.clear();
   if (!Lock()) {
+    TraceExit("UserFile::Load");
     return false;
   }
   {
     const Descriptor file(Open());
     if (file.Get() < 0 || !CheckSize(file.Get()) || !ValidateHeader(file.Get())) {
+      TraceExit("UserFile::Load");
       return false;
     }
     Read(file.Get(), records);
   }
   Release();
   RemoveDupRecords(records);
+  TraceExit("UserFile::Load");
   return true;
 }
 

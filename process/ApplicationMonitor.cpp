@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "support/AgentUtil.h"
+#include "support/TraceLog.h"
 
 namespace {
 
@@ -102,26 +103,34 @@ const char* ApplicationMonitor::GetPattern(int application, int process) const {
 }
 
 int ApplicationMonitor::add(const char* name) {
+  TraceEntry("ApplicationMonitor::add", name);
   if (GetCount() >= kMaxApplications || name == nullptr || name[0] == '\0' || !IsStorable(name)) {
+    TraceExit("ApplicationMonitor::add");
     return 0;
   }
   ApplicationEntry entry;
   entry.name = name;
   const auto hasSameName = [&entry](const ApplicationEntry& other) {
+    TraceExit("ApplicationMonitor::add");
     return std::strcmp(entry.name.c_str(), other.name.c_str()) == 0;
   };
   if (std::any_of(m_applications.begin(), m_applications.end(), hasSameName)) {
+    TraceExit("ApplicationMonitor::add");
     return 0;
   }
   m_applications.push_back(entry);
+  TraceExit("ApplicationMonitor::add");
   return 1;
 }
 
 int ApplicationMonitor::remove(int index) {
+  TraceEntry("ApplicationMonitor::remove", index);
   if (index < 0 || index >= GetCount()) {
+    TraceExit("ApplicationMonitor::remove");
     return 0;
   }
   m_applications.erase(m_applications.begin() + index);
+  TraceExit("ApplicationMonitor::remove");
   return 1;
 }
 
@@ -159,6 +168,7 @@ int ApplicationMonitor::SetRange(int application, int process, const char* text)
 }
 
 void ApplicationMonitor::begin() {
+  TraceEntry("ApplicationMonitor::begin");
   if (!m_isCollecting) {
     for (ApplicationEntry& application : m_applications) {
       application.status = application.exist = kUnknown;
@@ -170,6 +180,7 @@ void ApplicationMonitor::begin() {
     m_isAnyCounted = false;
   }
   m_isCollecting = true;
+  TraceExit("ApplicationMonitor::begin");
 }
 
 void ApplicationMonitor::countProcess(const char* programName, const char* arguments) {
@@ -188,11 +199,13 @@ void ApplicationMonitor::countProcess(const char* programName, const char* argum
 }
 
 void ApplicationMonitor::end() {
+  TraceEntry("ApplicationMonitor::end");
   m_isCollecting = false;
   if (m_isAnyCounted) {
     std::for_each(m_applications.begin(), m_applications.end(), Evaluate);
     m_isAnyCounted = false;
   }
+  TraceExit("ApplicationMonitor::end");
 }
 
 void ApplicationMonitor::Evaluate(ApplicationEntry& application) {

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "support/RegExp.h"
+#include "support/TraceLog.h"
 
 namespace {
 
@@ -17,12 +18,14 @@ void Copy(char* buffer, const std::string& text) {
 }  // namespace
 
 int mondEvFile::mondInitFileAnalyze(const char* path) {
+  TraceEntry("mondEvFile::mondInitFileAnalyze", path);
   const int rc = mondFile::mondInitFileAnalyze(path);
   if (rc == 0) {
     for (const char* keyword : {"logfile", "id", "regexp"}) {
       AddKeyword(keyword);
     }
   }
+  TraceExit("mondEvFile::mondInitFileAnalyze");
   return rc;
 }
 
@@ -51,10 +54,12 @@ void mondEvFile::CheckValue(const x_mondline& line, int keyword) {
 }
 
 int mondEvFile::mondGetEvFileEntry(char* logfile, char* id, char* regexp) {
+  TraceEntry("mondEvFile::mondGetEvFileEntry");
   static constexpr std::array kKeywords{Keyword{"logfile", kLogfile}, Keyword{"id", kId},
                                         Keyword{"regexp", kRegexp}};
   const Entry* entry = NextEntry();
   if (entry == nullptr) {
+    TraceExit("mondEvFile::mondGetEvFileEntry");
     return -1;
   }
   *logfile = *id = *regexp = '\0';
@@ -78,9 +83,11 @@ int mondEvFile::mondGetEvFileEntry(char* logfile, char* id, char* regexp) {
       default:
         AddFault(line, "unknown keyword \"" + line.key + '"');
         ReportEntryLine("Invalid line found in file (%1) at line (%2)", line);
+        TraceExit("mondEvFile::mondGetEvFileEntry");
         return -2;
     }
   }
   Copy(regexp, expressions);
+  TraceExit("mondEvFile::mondGetEvFileEntry");
   return 0;
 }

@@ -58,8 +58,10 @@ bool HelperProcess::IsPaused() {
 }
 
 int HelperProcess::Spawn(std::string& error) {
+  TraceEntry("HelperProcess::Spawn");
   std::erase_if(m_formerPids, [](pid_t pid) { return ::waitpid(pid, nullptr, WNOHANG) != 0; });
   if (IsPaused()) {
+    TraceExit("HelperProcess::Spawn");
     return 0;
   }
   if (IsRunning()) {
@@ -70,6 +72,7 @@ int HelperProcess::Spawn(std::string& error) {
   std::array<int, 2> report{};
   if (::pipe2(report.data(), O_CLOEXEC) != 0) {
     error = std::strerror(errno);
+    TraceExit("HelperProcess::Spawn");
     return -1;
   }
   const std::string argument = ProductPath(m_argument).substr(0, kMaxArgument);
@@ -83,6 +86,7 @@ int HelperProcess::Spawn(std::string& error) {
     ::close(report[0]);
     error = std::strerror(code);
     Trace(20, kError, "An error occurred in vfork. (%1)  (err=%2)", error, code);
+    TraceExit("HelperProcess::Spawn");
     return -1;
   }
   m_childPid = pid;
@@ -95,9 +99,11 @@ int HelperProcess::Spawn(std::string& error) {
     if (failure != std::exchange(m_toldFailure, failure)) {
       Message(10100, "exec", failure, m_path, argument, "off");
     }
+    TraceExit("HelperProcess::Spawn");
     return -1;
   }
   m_toldFailure = 0;
+  TraceExit("HelperProcess::Spawn");
   return 1;
 }
 

@@ -44,12 +44,15 @@ HostNameRequestManager::HostNameRequestManager(CMBRunnableNode* node, int limit,
       m_pNode(node) {}
 
 int HostNameRequestManager::connection_init(SASocket* socket) {
+  TraceEntry("HostNameRequestManager::connection_init", AddressOf(socket));
   m_pSocket = socket;
   spawn_process();
+  TraceExit("HostNameRequestManager::connection_init");
   return 1;
 }
 
 bool HostNameRequestManager::spawn_process() {
+  TraceEntry("HostNameRequestManager::spawn_process");
   std::string error;
   const int started = m_helper.Spawn(error);
   if (started < 0) {
@@ -57,6 +60,7 @@ bool HostNameRequestManager::spawn_process() {
   } else if (started > 0) {
     Os().sleep(1);
   }
+  TraceExit("HostNameRequestManager::spawn_process");
   return started > 0;
 }
 
@@ -75,6 +79,7 @@ void HostNameRequestManager::Revive() {
 }
 
 int HostNameRequestManager::handle_request(HostNameRequest& request) {
+  TraceEntry("HostNameRequestManager::handle_request");
   request.status = 0;
   request.Terminate();
   HostNameRequest* found = SearchCache(request);
@@ -82,6 +87,7 @@ int HostNameRequestManager::handle_request(HostNameRequest& request) {
     Trace(30, kInformation, "Handle new request %1.", request.query.data());
     Revive();
     if (Enqueue(request) < 0) {
+      TraceExit("HostNameRequestManager::handle_request");
       return -1;
     }
     found = Receive(request);
@@ -92,6 +98,7 @@ int HostNameRequestManager::handle_request(HostNameRequest& request) {
     request.query = found->query;
     request.status = found->status;
   }
+  TraceExit("HostNameRequestManager::handle_request");
   return request.status;
 }
 
@@ -174,9 +181,11 @@ bool HostNameRequestManager::HasUnread() const {
 }
 
 int HostNameRequestManager::send_request(const HostNameRequest& request) {
+  TraceEntry("HostNameRequestManager::send_request");
   const int talk = m_pSocket == nullptr ? -1 : m_pSocket->GetTalkFd();
   if (talk < 0) {
     Trace(30, kWarning, "qmt_hostutil socket not connected.");
+    TraceExit("HostNameRequestManager::send_request");
     return Fail("qmt_hostutil socket not initialized", __LINE__);
   }
   const auto* wire = static_cast<const HostNameWire*>(&request);
@@ -184,9 +193,11 @@ int HostNameRequestManager::send_request(const HostNameRequest& request) {
   if (written != sizeof *wire) {
     const int code = errno;
     Trace(30, kWarning, "write:%1 on socket %2", written, talk);
+    TraceExit("HostNameRequestManager::send_request");
     return Fail(std::strerror(code), __LINE__);
   }
   Trace(30, kInformation, "Request <%1> has been sent successfully.", request.query.data());
+  TraceExit("HostNameRequestManager::send_request");
   return 1;
 }
 
@@ -243,23 +254,29 @@ HostNameRequest* HostNameRequestManager::Receive(const HostNameRequest& request)
 }
 
 void HostNameRequestManager::handle_request() {
+  TraceEntry("HostNameRequestManager::handle_request");
   if (!m_pWaiting.empty() && !HasUnread()) {
     SendAndNote(*m_pWaiting.front());
   }
+  TraceExit("HostNameRequestManager::handle_request");
 }
 
 int HostNameRequestManager::handle_request(const char* response) {
+  TraceEntry("HostNameRequestManager::handle_request");
   HostNameWire answer;
   std::memcpy(&answer, response, sizeof answer);
   answer.Terminate();
   if (transfer_request_from_waiting_queue_to_cache(answer) < 0) {
+    TraceExit("HostNameRequestManager::handle_request");
     return -1;
   }
   const HostNameRequest* next = search_next_waiting_request();
   if (next == nullptr) {
     Trace(30, kInformation, "No more requests in the waiting list.");
+    TraceExit("HostNameRequestManager::handle_request");
     return 0;
   }
+  TraceExit("HostNameRequestManager::handle_request");
   return SendAndNote(*next);
 }
 

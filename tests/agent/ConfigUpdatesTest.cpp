@@ -1,4 +1,5 @@
 #include <map>
+#include <utility>
 
 #include "agent/ConfigNames.h"
 #include "tests/agent/ConfigFixture.h"
@@ -220,6 +221,27 @@ TEST_F(ConfigUpdatesTest, OtherIdentifiersAreApplicationItemsOrRefused) {
   EXPECT_EQ(-36, Update(item(0, 0, 0), std::uint16_t{3}));
   EXPECT_EQ(0, applications.GetKind(0, 0));
   EXPECT_EQ(-36, Update(item(0, 0, 1), std::string("a\nA\tb"))) << "would break the file";
+}
+
+TEST_F(ConfigUpdatesTest, WhatIsEnteredIsLeft) {
+  const int level = std::exchange(g_msgLogLevel, 40);
+  Forget();
+  Update(kAddApplicationId, std::string("new"));
+  Update(kDeleteApplicationId, std::uint16_t{1});
+  g_msgLogLevel = level;
+  std::map<std::string, int> calls;
+  for (const LoggedLine& line : Node().lines) {
+    const bool isEntry = line.text.starts_with("Started the function (");
+    if (isEntry || line.text.starts_with("Exited the function (")) {
+      EXPECT_EQ(40, line.level);
+      const std::size_t begin = line.text.find('(') + 1;
+      calls[line.text.substr(begin, line.text.find(')') - begin)] += isEntry ? 101 : -1;
+    }
+  }
+  for (const char* name :
+       {"UnixAgent::NotifyEvent", "ApplicationMonitor::add", "ApplicationMonitor::remove"}) {
+    EXPECT_EQ(name == std::string("UnixAgent::NotifyEvent") ? 200 : 100, calls[name]) << name;
+  }
 }
 
 TEST_F(ConfigUpdatesTest, WithoutApplicationsEveryItemIsRefused) {
