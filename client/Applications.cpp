@@ -111,6 +111,21 @@ void AddRows(Table& table, const ConfigNode& application, const Json& row) {
   }
 }
 
+/// Why the daemon would take the name and keep it as another one, or only until its next start;
+/// empty if it wouldn't.
+std::string FaultOfName(const std::string& name) {
+  constexpr std::size_t kMaxName = 63;
+  if (name.size() > kMaxName) {
+    return "the name is longer than 63 bytes";
+  }
+  const std::size_t place = name.find_first_of("\\:,;*?\"'<>|");
+  if (place != std::string::npos) {
+    return std::string("the file of applications can't hold a name with the character ") +
+           name[place];
+  }
+  return {};
+}
+
 int ReportDone(int exitValue) {
   if (exitValue == kExitDone) {
     WriteOutput("done\n");
@@ -149,6 +164,10 @@ int RunAppList(const CommonOptions& common) {
 int RunAppAdd(const CommonOptions& common, const std::string& name) {
   if (name.empty()) {
     throw UsageError("the name of the application is empty");
+  }
+  if (const std::string fault = FaultOfName(name); !fault.empty()) {
+    Complain("refused: " + fault);
+    return kExitRefused;
   }
   Connection connection(common.socket);
   const std::vector<ConfigNode> tree = AskTree(connection);

@@ -103,6 +103,7 @@ class Applications : public testing::Test {
 };
 
 TEST_F(Applications, ChangesReachTheItemsOfTheirLabels) {
+  const std::string longest = "21=" + std::string(63, 'n') + " ";
   const struct {
     std::vector<std::string> words;
     int exit;
@@ -111,6 +112,10 @@ TEST_F(Applications, ChangesReachTheItemsOfTheirLabels) {
       {{"add", "db"}, kExitDone, "21=db "},
       {{"add", "bad"}, kExitRefused, "21=bad "},
       {{"add", ""}, kExitUsage, ""},
+      // The daemon would lose them at its next start, or cut them.
+      {{"add", "a:b"}, kExitRefused, ""},
+      {{"add", std::string(70, 'n')}, kExitRefused, ""},
+      {{"add", std::string(63, 'n')}, kExitDone, longest.c_str()},
       {{"delete", "web"}, kExitDone, "22=web "},
       // The first choice means that nothing is deleted.
       {{"delete", "None"}, kExitDone, "22=1 "},
