@@ -22,8 +22,10 @@ class PDSrecordTest : public ProcessRecordFixture {
       process.minorFaults = pid == 1 ? faults : 0;
     }
   }
-  recordPD_PDS Build(Asker& asker) {
-    NewBatch();
+  recordPD_PDS Build(Asker& asker, bool isSameBatch = false) {
+    if (!isSameBatch) {
+      NewBatch();
+    }
     asker.NextAnswer();
     EXPECT_EQ(m_builder.BuildPD_PDS(&asker.event, &asker.request), nullptr);
     EXPECT_EQ(asker.event.m_records.size(), 1U);
@@ -99,6 +101,8 @@ TEST_F(PDSrecordTest, TwoIntervalsByteForByte) {
   Collect();
   recordPD_PDS row = Build(schedule);
   ExpectGolden(&row, sizeof row, fixture / "first.tsv");
+  Asker sameBatch("PDS", '3', {.realtime = 0, .calcRates = 0});
+  Build(sameBatch, true);
 
   s_now += 10;
   add(50, 33, 'R', "httpd", 101);
@@ -108,6 +112,8 @@ TEST_F(PDSrecordTest, TwoIntervalsByteForByte) {
   add(70, 33, 'S', "httpd", 0);
   Collect();
   row = Build(schedule);
+  ExpectGolden(&row, sizeof row, fixture / "second.tsv");
+  row = Build(sameBatch, true);
   ExpectGolden(&row, sizeof row, fixture / "second.tsv");
 }
 
