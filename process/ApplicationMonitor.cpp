@@ -111,7 +111,6 @@ int ApplicationMonitor::add(const char* name) {
   ApplicationEntry entry;
   entry.name = name;
   const auto hasSameName = [&entry](const ApplicationEntry& other) {
-    TraceExit("ApplicationMonitor::add");
     return std::strcmp(entry.name.c_str(), other.name.c_str()) == 0;
   };
   if (std::any_of(m_applications.begin(), m_applications.end(), hasSameName)) {
