@@ -237,7 +237,9 @@ Schema ReadSchema(const Json& answer) {
                           Count(field, "width"), Text(field, "meaning"),
                           field.contains("group") ? Text(field, "group") : "",
                           field.contains("of") ? Text(field, "of") : "",
-                          field.contains("two_looks") && Flag(field, "two_looks")});
+                          field.contains("two_looks") && Flag(field, "two_looks"),
+                          field.contains("help") ? Text(field, "help") : "",
+                          !field.contains("source") || Flag(field, "source")});
   }
   return out;
 }

@@ -44,6 +44,8 @@ struct Field {
   std::string group;        ///< the heading that it stands under, empty for none
   std::string rateOf = {};  ///< of a rate: the label of the counter that it divides, empty for none
   bool needsTwoLooks = false;  ///< only says something of the time between two looks
+  std::string help = {};       ///< what it is for, empty if the daemon does not say
+  bool hasSource = true;
 };
 
 struct Schema {

@@ -22,6 +22,9 @@ class LookColumn {
     return value.get<double>();
   }
 
+  /// 0 for a field that nothing on the host tells.
+  double NumberIfTold(const Json& row) { return Value(row).is_null() ? 0 : Number(row); }
+
   std::string Text(const Json& row) {
     const Json& value = Value(row);
     if (!value.is_string()) {
@@ -98,7 +101,7 @@ std::vector<ProcessLine> ProcessLooks::Add(const Json& rows, TimePoint at) {
     line.realMemKbytes = columns.realMem.Number(row);
     line.virtualMemKbytes = columns.virtualMem.Number(row);
     const Totals totals{columns.startTime.Number(row), line.cpuSeconds,
-                        columns.ioKbytes.Number(row), columns.ioOps.Number(row),
+                        columns.ioKbytes.NumberIfTold(row), columns.ioOps.NumberIfTold(row),
                         columns.majorFaults.Number(row)};
     const auto last = m_last.find(line.pid);
     const bool isKnown = last != m_last.end() && last->second.startTime == totals.startTime;

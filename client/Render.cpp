@@ -123,6 +123,11 @@ std::string SchemaText(const Schema& schema, const Screen& screen) {
   if (hasGroups) {
     headings.emplace_back("Group");
   }
+  const bool hasHelp = std::any_of(schema.fields.begin(), schema.fields.end(),
+                                   [](const Field& field) { return !field.help.empty(); });
+  if (hasHelp) {
+    headings.emplace_back("What it is");
+  }
   Table table(std::move(headings));
   for (const Field& field : schema.fields) {
     std::vector<Cell> cells{{std::to_string(field.offset), true},
@@ -132,6 +137,9 @@ std::string SchemaText(const Schema& schema, const Screen& screen) {
                             {SafeText(field.meaning)}};
     if (hasGroups) {
       cells.push_back({SafeText(field.group)});
+    }
+    if (hasHelp) {
+      cells.push_back({SafeText(field.help + (field.hasSource ? "" : " (no source)"))});
     }
     table.AddRow(std::move(cells));
   }

@@ -18,8 +18,11 @@ struct FieldLayout {
   std::uint16_t width;   ///< bytes
   FieldMeaning meaning;
   const char* group = "";  ///< the heading that the field stands under; empty for none
-  const char* rateOf = "";  ///< of a rate: the label of the counter whose growth it is by the second
+  const char* rateOf =
+      "";  ///< of a rate: the label of the counter whose growth it is by the second
   bool needsTwoLooks = false;  ///< tells what happened between two looks, and nothing without
+  const char* help = "";       ///< one sentence: what it is for, and its unit
+  bool hasSource = true;       ///< false: nothing on this host tells it, and its bytes mean nothing
 };
 
 /// The published layout of one record. Lives as long as the process.

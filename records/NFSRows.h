@@ -33,7 +33,7 @@ struct NFSFields;
   struct NFSFields<structure> {                        \
     using Record = structure;                          \
     static constexpr NFSField<Record> kFields[] = {
-#define FIELD(type, member, label, meaning) {&Record::member, label, FieldMeaning::meaning},
+#define FIELD(type, member, label, meaning, ...) {&Record::member, label, FieldMeaning::meaning},
 #define rate(counter) rate
 #define percent(looks) percent
 // clang-format off

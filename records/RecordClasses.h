@@ -21,7 +21,8 @@ template <FieldMeaning meaning, class Value>
 #define BEGIN(structure, className, name, kind, bytes)                         \
   [[nodiscard]] inline bool SameKeys(const structure& a, const structure& b) { \
     return true
-#define FIELD(type, member, label, meaning) &&SameIfKey<FieldMeaning::meaning>(a.member, b.member)
+#define FIELD(type, member, label, meaning, ...) \
+  &&SameIfKey<FieldMeaning::meaning>(a.member, b.member)
 // clang-format off
 #define END() ; }
 // clang-format on

@@ -17,6 +17,9 @@ constexpr FieldType TypeOf(const Float*) { return FieldType::kFloat; }
 constexpr FieldType TypeOf(const Double*) { return FieldType::kDouble; }
 constexpr FieldType TypeOf(const Utime*) { return FieldType::kUtime; }
 
+/// The last word of a field that no collector fills.
+constexpr bool kNoSource = false;
+
 template <class Record>
 struct Fields;
 
@@ -25,9 +28,15 @@ struct Fields;
   struct Fields<structure> {                           \
     using Row = structure;                             \
     static constexpr FieldLayout kEntries[] = {
-#define FIELD(type, member, label, meaning)                                               \
-  {label, TypeOf(static_cast<const type*>(nullptr)), offsetof(Row, member), sizeof(type), \
-   FieldMeaning::meaning},
+#define FIELD(type, member, label, meaning, ...) \
+  {label,                                        \
+   TypeOf(static_cast<const type*>(nullptr)),    \
+   offsetof(Row, member),                        \
+   sizeof(type),                                 \
+   FieldMeaning::meaning,                        \
+   "",                                           \
+   "",                                           \
+   false __VA_OPT__(, ) __VA_ARGS__},
 // A heading takes an entry without width.
 #define GROUP(heading) {heading, FieldType::kText, 0, 0, FieldMeaning::text},
 // clang-format off

@@ -31,7 +31,8 @@ struct RecordTraits;
     static const RecordLayout& Layout();                                                     \
     static std::span<const FieldDescriptor> Descriptors();                                   \
     static constexpr int kKeyFields = 0
-#define FIELD(type, member, label, meaning) +(FieldMeaning::meaning == FieldMeaning::key ? 1 : 0)
+#define FIELD(type, member, label, meaning, ...) \
+  +(FieldMeaning::meaning == FieldMeaning::key ? 1 : 0)
 // clang-format off
 #define END() ; };
 // clang-format on
@@ -42,8 +43,8 @@ struct RecordTraits;
 #define BEGIN(structure, className, name, kind, bytes) \
   template <class Visitor>                             \
   void VisitFields(const structure& record, Visitor&& visit) {
-#define FIELD(type, member, label, meaning) visit(label, record.member, FieldMeaning::meaning);
-#define UNLABELLED(type, member, name, meaning) \
+#define FIELD(type, member, label, meaning, ...) visit(label, record.member, FieldMeaning::meaning);
+#define UNLABELLED(type, member, name, meaning, ...) \
   visit(static_cast<const char*>(nullptr), record.member, FieldMeaning::meaning);
 #define END() }
 #include "records/layout/All.def"

@@ -19,7 +19,7 @@ using Utime = Packed<tagUTIME>;
 static_assert(sizeof(Utime) == 8);
 
 #define BEGIN(structure, className, name, kind, bytes) struct structure {
-#define FIELD(type, member, label, meaning) type member;
+#define FIELD(type, member, label, meaning, ...) type member;
 // clang-format off
 #define END() };
 // clang-format on

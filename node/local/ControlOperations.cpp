@@ -78,6 +78,12 @@ Json LayoutJson(const RecordLayout& layout) {
     if (field.needsTwoLooks) {
       entry["two_looks"] = true;
     }
+    if (*field.help != '\0') {
+      entry["help"] = field.help;
+    }
+    if (!field.hasSource) {
+      entry["source"] = false;
+    }
     fields.push_back(std::move(entry));
   }
   return Json{{"record", layout.name},

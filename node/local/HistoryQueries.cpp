@@ -148,7 +148,9 @@ Page ReadPage(SqlDatabase& database, const WantedHistory& wanted) {
     auto& members = row.get_ref<Json::object_t&>();
     int column = 1;
     for (const FieldLayout& field : wanted.layout->fields) {
-      members.emplace_back(field.label, ColumnJson(statement, ++column));
+      ++column;
+      members.emplace_back(field.label,
+                           field.hasSource ? ColumnJson(statement, column) : Json(nullptr));
     }
     page.rows.push_back(std::move(row));
     if (page.rows.size() == HistoryQueries::kPageRows || Clock::now() >= end) {

@@ -74,7 +74,7 @@ void SetUnit(MetricFamily& family, std::string& name) {
 
 /// Whether the field has a figure of its own in a look without rates.
 bool IsExposed(const RecordLayout& layout, const FieldLayout& field) {
-  if (IsHeader(field.label) || field.type == FieldType::kText) {
+  if (!field.hasSource || IsHeader(field.label) || field.type == FieldType::kText) {
     return false;
   }
   switch (field.meaning) {
@@ -94,6 +94,9 @@ MetricFamily FamilyOf(const RecordLayout& layout, const FieldLayout& field,
   MetricFamily family;
   family.field = &field;
   family.help = std::string(field.label) + " (record " + layout.name + ")";
+  if (*field.help != '\0') {
+    family.help += std::string(": ") + field.help;
+  }
   std::string name = SnakeCase(field.label);
   if (field.meaning == FieldMeaning::counter) {
     family.kind = MetricKind::kCounter;
@@ -149,7 +152,7 @@ RecordMetrics MetricsOf(const RecordLayout& layout) {
       }
     } else if (field.meaning == FieldMeaning::key) {
       metrics.keys.push_back(&field);
-    } else if (field.meaning == FieldMeaning::text && !IsHeader(field.label) &&
+    } else if (field.meaning == FieldMeaning::text && field.hasSource && !IsHeader(field.label) &&
                !HasDigit(field.label)) {
       metrics.texts.push_back(&field);
     }

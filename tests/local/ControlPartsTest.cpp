@@ -70,7 +70,8 @@ TEST(RecordJsonTest, ValuesAreShownWithTheirOwnPrecisionAndWithinBounds) {
       FieldLayout{"far", FieldType::kText, 65535, 65535, FieldMeaning::text},
       FieldLayout{"nan", FieldType::kFloat, 4, 4, FieldMeaning::gauge},
       FieldLayout{"time", FieldType::kUtime, 8, 8, FieldMeaning::duration},
-      FieldLayout{"double", FieldType::kDouble, 16, 8, FieldMeaning::gauge}};
+      FieldLayout{"double", FieldType::kDouble, 16, 8, FieldMeaning::gauge},
+      FieldLayout{"sourceless", FieldType::kUlong, 0, 4, FieldMeaning::counter, "", "", false}};
   std::array<unsigned char, 24> bytes{'a', 'b', 'c', 'd'};
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const std::int32_t words[2] = {2147483647, 999999};
@@ -80,7 +81,7 @@ TEST(RecordJsonTest, ValuesAreShownWithTheirOwnPrecisionAndWithinBounds) {
   std::memcpy(bytes.data() + 16, &value, sizeof value);
   EXPECT_EQ(JsonText(RowToJson({"W", "w", '4', 24, kWrong}, bytes)),
             "{\"wide\":null,\"full\":\"abcd\",\"far\":null,\"nan\":null,"
-            "\"time\":2147483647.999999,\"double\":0.1}");
+            "\"time\":2147483647.999999,\"double\":0.1,\"sourceless\":null}");
 }
 
 TEST(ControlOperationsTest, EachOperationNeedsItsRight) {

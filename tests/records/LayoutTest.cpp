@@ -99,6 +99,30 @@ void CompareFields(const RecordLayout& layout, const std::vector<GoldenField>& g
   }
 }
 
+TEST(Layouts, SayWhatEachFieldIsFor) {
+  std::set<std::string> sourceless;
+  for (const DeclaredRecord& record : DeclaredRecords()) {
+    for (const FieldLayout& field : record.layout.fields) {
+      SCOPED_TRACE(record.structure + ": " + field.label);
+      const std::string help = field.help;
+      EXPECT_GT(help.size(), 9U);
+      EXPECT_TRUE(help.ends_with('.') && help.find_first_of("\n|\t") == std::string::npos) << help;
+      if (!field.hasSource) {
+        EXPECT_NE(field.meaning, FieldMeaning::key);
+        sourceless.insert(std::string(record.layout.name) + ' ' + field.label);
+      }
+    }
+  }
+  for (const char* field : {"PI System Calls", "PI Faults", "CPUP Context Switches", "PD CPU Limit",
+                            "NCO RPC Calls", "USER Signals Rcvd", "DEVD Seek Ops"}) {
+    EXPECT_TRUE(sourceless.contains(field)) << field;
+  }
+  for (const char* field :
+       {"PI Context Switches", "PD Stack Kbytes", "NCO Read Ops", "FSL Block Size"}) {
+    EXPECT_FALSE(sourceless.contains(field)) << field;
+  }
+}
+
 TEST(Layouts, AreThoseOfTheGoldenTable) {
   const GoldenTable golden = ReadGoldenTable();
   std::set<std::string> declared;

@@ -17,8 +17,8 @@ constexpr const char* kIntro = R"(# Records
 
 Every record with all of its fields, as they lie in a row: texts are padded with zero bytes,
 numbers are little-endian, `utime` is seconds and microseconds of 32 bits each. A `key` tells the
-rows of one record apart; a `counter` grows while its source lives. `qmtctl schema RECORD` shows the
-same of a running agent.
+rows of one record apart; a `counter` grows while its source lives. A field with *No source* is told
+by no host that the collector knows. `qmtctl schema RECORD` shows the same of a running agent.
 
 This file is made from the layouts. To renew it, run `record_builder_test` with the environment
 variable `QMT_WRITE_MANUAL=1`.
@@ -56,10 +56,12 @@ std::string Manual() {
   for (const RecordLayout* layout : LayoutRegistry::Instance().Layouts()) {
     text << "\n## " << layout->name << "\n\n`" << layout->structure << "`, "
          << KindName(layout->category) << ", " << layout->size << " bytes, " << HowServed(*layout)
-         << ".\n\n| field | type | offset | bytes | meaning |\n|---|---|---|---|---|\n";
+         << ".\n\n| field | type | offset | bytes | meaning | what it is for |\n"
+            "|---|---|---|---|---|---|\n";
     for (const FieldLayout& field : layout->fields) {
       text << "| " << field.label << " | " << TypeName(field) << " | " << field.offset << " | "
-           << field.width << " | " << FieldMeaningName(field.meaning) << " |\n";
+           << field.width << " | " << FieldMeaningName(field.meaning) << " | " << field.help
+           << (field.hasSource ? "" : " *No source.*") << " |\n";
     }
   }
   return text.str();
