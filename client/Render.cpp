@@ -117,6 +117,7 @@ std::string RowsText(const ShownRecord& record, const Screen& screen) {
 }
 
 std::string SchemaText(const Schema& schema, const Screen& screen) {
+  constexpr std::size_t kLabelColumn = 3;
   const bool hasGroups = std::any_of(schema.fields.begin(), schema.fields.end(),
                                      [](const Field& field) { return !field.group.empty(); });
   std::vector<std::string> headings{"Offset", "Width", "Type", "Label", "Meaning"};
@@ -128,7 +129,10 @@ std::string SchemaText(const Schema& schema, const Screen& screen) {
   if (hasHelp) {
     headings.emplace_back("What it is");
   }
-  Table table(std::move(headings));
+  // On a narrow screen the sentences stand in a block of their own, beside the labels again.
+  std::vector<bool> repeated(headings.size());
+  repeated[kLabelColumn] = hasHelp;
+  Table table(std::move(headings), std::move(repeated));
   for (const Field& field : schema.fields) {
     std::vector<Cell> cells{{std::to_string(field.offset), true},
                             {std::to_string(field.width), true},

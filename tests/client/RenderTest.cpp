@@ -54,7 +54,8 @@ TEST(Rows, ShowOneLookAtFileSystemsAsDfDoes) {
 TEST(Rows, ShowADashWhereNothingTellsTheField) {
   const Json answer = Json::parse(R"({"schema": {"record": "X", "structure": "x", "category": "4",
     "size": 8, "fields": [
-      {"label": "Up", "type": "ulong", "offset": 0, "width": 4, "meaning": "gauge"},
+      {"label": "Up", "type": "ulong", "offset": 0, "width": 4, "meaning": "gauge",
+       "help": "Seconds."},
       {"label": "Traps", "type": "ulong", "offset": 4, "width": 4, "meaning": "counter",
        "help": "Exceptions.", "source": false}]}})");
   ShownRecord record;
@@ -62,10 +63,10 @@ TEST(Rows, ShowADashWhereNothingTellsTheField) {
   EXPECT_EQ(SchemaText(record.schema, Screen{}),
             "X: x, category 4, 8 bytes\n\n"
             "Offset  Width  Type   Label  Meaning  What it is\n"
-            "     0      4  ulong  Up     gauge    \n"
+            "     0      4  ulong  Up     gauge    Seconds.\n"
             "     4      4  ulong  Traps  counter  Exceptions. (no source)\n");
   record.answer.rows = Json::parse(R"([{"Up": 1, "Traps": null}])");
-  EXPECT_EQ(RowsText(record, Screen{}), "Up  Traps\n 1  -\n");
+  EXPECT_EQ(RowsText(record, Screen{}), "Up  Traps\n 1      -\n");
 }
 
 TEST(Rows, ShowTimesAndFloatsForPeople) {
