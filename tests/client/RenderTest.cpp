@@ -7,11 +7,11 @@
 namespace {
 
 Field MeaningOf(const char* label, const char* meaning) {
-  return {label, "long", 0, 4, meaning, ""};
+  return {label, "long", 0, 4, meaning, "", ""};
 }
 
 Field InGroup(const char* label, const char* group) {
-  return {label, "float", 0, 4, "gauge", group};
+  return {label, "float", 0, 4, "gauge", group, ""};
 }
 
 TEST(Csv, QuotesAsItMust) {
