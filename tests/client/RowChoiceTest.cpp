@@ -18,7 +18,7 @@ Schema Processes() {
                                                          {"Snapshot Time", "long", "time"},
                                                          {"User", "char[36]", "text"},
                                                          {"USER", "char[36]", "text"}}) {
-    schema.fields.push_back({label, type, 0, 4, meaning, ""});
+    schema.fields.push_back({label, type, 0, 4, meaning, "", ""});
   }
   return schema;
 }
