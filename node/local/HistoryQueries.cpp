@@ -30,13 +30,22 @@ struct WantedHistory {
   std::optional<Number> at;
 };
 
+/// A whole number that `Number` holds: one beyond it would turn into another.
+bool IsNumber(const Json& value) {
+  return value.is_number_integer() &&
+         (!value.is_number_unsigned() ||
+          value.get<std::uint64_t>() <=
+              static_cast<std::uint64_t>(std::numeric_limits<Number>::max()));
+}
+
 std::optional<ControlError> ReadNumber(const Json& message, const char* name, Number& target) {
   const auto member = message.find(name);
   if (member == message.end()) {
     return std::nullopt;
   }
-  if (!member->is_number_integer()) {
-    return ControlError{"bad-field", std::string(name) + " must be a whole number", name};
+  if (!IsNumber(*member)) {
+    return ControlError{"bad-field", std::string(name) + " must be a whole number of 64 bits",
+                        name};
   }
   target = member->get<Number>();
   return std::nullopt;
@@ -47,8 +56,8 @@ std::optional<ControlError> ReadAfter(const Json& message, RowPlace& place) {
   if (after == message.end()) {
     return std::nullopt;
   }
-  if (!after->is_array() || after->size() != 2 || !(*after)[0].is_number_integer() ||
-      !(*after)[1].is_number_integer()) {
+  if (!after->is_array() || after->size() != 2 || !IsNumber((*after)[0]) ||
+      !IsNumber((*after)[1])) {
     return ControlError{"bad-field", "after must be the \"next\" of an answer", "after"};
   }
   place = {(*after)[0].get<Number>(), (*after)[1].get<Number>()};

@@ -100,6 +100,10 @@ TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
     EXPECT_EQ(answer["history"]["rows"][0]["Record Time"], m_now + time);
   }
   EXPECT_EQ(ask({{"since", "x"}})["error"]["field"], "since");
+  for (const char* name : {"since", "until", "at"}) {
+    EXPECT_EQ(ask({{name, UINT64_MAX}})["error"]["field"], name);
+  }
+  EXPECT_EQ(ask({{"after", Json::array({0, UINT64_MAX})}})["error"]["field"], "after");
   EXPECT_EQ(ask({{"after", Json::array({1})}})["error"]["field"], "after");
   EXPECT_EQ(ask({{"record", "NONE"}})["error"]["code"], "unknown-record");
   EXPECT_EQ(ask({{"record", "IDLE"}})["history"]["rows"], Json::array());
