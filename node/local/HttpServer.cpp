@@ -195,6 +195,8 @@ HttpServer::HttpServer(EventLoop& loop, Handler handler, HttpSettings settings)
 
 HttpServer::~HttpServer() { Close(); }
 
+bool HttpServer::IsAddress(const std::string& text) { return ParseAddress(text) != nullptr; }
+
 bool HttpServer::Open(const std::string& address, std::string& error) {
   Close();
   const Addresses parsed = ParseAddress(address);

@@ -35,6 +35,8 @@ class HttpServer {
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
 
+  /// Whether Open can read the text.
+  [[nodiscard]] static bool IsAddress(const std::string& text);
   /// Listens on "ADDRESS:PORT", an IPv4 address or an IPv6 one in brackets; port 0 is any that is
   /// free. False, with the reason in `error`, if that can't be.
   [[nodiscard]] bool Open(const std::string& address, std::string& error);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "node/Trace.h"
+#include "node/local/HttpServer.h"
 #include "node/local/MessageLog.h"
 
 namespace {
@@ -108,6 +109,7 @@ NodeSettings ReadNodeSettings(const LocalIniFile& ini) {
   }
   if (const IniSetting* setting = Find(section, kHttpRecords); setting != nullptr) {
     settings.httpRecords = Words(setting->value);
+    settings.httpRecordsLine = setting->line;
   }
   return settings;
 }
@@ -120,6 +122,13 @@ std::vector<IniProblem> NodeProblems(const LocalIniFile& ini) {
         problems.push_back({setting.line, "\"" + setting.key + "\" must be " +
                                               std::to_string(key->least) + " to " +
                                               std::to_string(key->most) + ", not \"" +
+                                              setting.value + "\""});
+      }
+    } else if (IsSame(setting.key, kHttpListen)) {
+      if (!setting.value.empty() && !HttpServer::IsAddress(setting.value)) {
+        problems.push_back({setting.line, "\"" + setting.key +
+                                              "\" must be ADDRESS:PORT, as 127.0.0.1:9964 or "
+                                              "[::1]:9964, not \"" +
                                               setting.value + "\""});
       }
     } else if (!IsTextKey(setting.key)) {

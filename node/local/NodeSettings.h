@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,7 +14,8 @@ struct NodeSettings {
   HistorySettings history;
   std::string httpListen = "127.0.0.1:9964";  ///< empty: no HTTP
   std::optional<std::vector<std::string>>
-      httpRecords;  ///< those of the default schedule if not set
+      httpRecords;                  ///< those of the default schedule and APP if not set
+  std::size_t httpRecordsLine = 0;  ///< where the file sets them
 };
 
 /// A value that is missing or wrong leaves the default, which for `httpListen` is that of the

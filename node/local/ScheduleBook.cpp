@@ -4,16 +4,35 @@
 #include <charconv>
 
 #include "node/LayoutRegistry.h"
+#include "node/Trace.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned char kIntervalCategory = '4';
+/// Lines of unknown records that are told one by one.
+constexpr std::size_t kMostNamed = 10;
 
 unsigned char CategoryOf(const std::string& record) {
   const RecordListing* listing = LayoutRegistry::Instance().FindListing(record);
   return listing == nullptr ? kIntervalCategory : listing->category;
+}
+
+/// Nothing is unknown while no record has been published.
+bool IsUnknown(const std::string& record) {
+  return !LayoutRegistry::Instance().Listing().empty() &&
+         CheckRecord(record, 0) == RequestOutcome::kUnknownRecord;
+}
+
+/// Names of records are upper case: "; did you mean ...?" for one that is but for its case.
+std::string Suggestion(const std::string& record) {
+  for (const RecordListing& listing : LayoutRegistry::Instance().Listing()) {
+    if (xlb_stricmp(record.c_str(), listing.name) == 0) {
+      return std::string("; did you mean \"") + listing.name + "\"?";
+    }
+  }
+  return "";
 }
 
 /// The next time that lies in the middle of a second of the wall clock. The agent counts intervals
@@ -48,7 +67,16 @@ void ScheduleBook::Load(const std::string& path, const std::vector<ScheduleLine>
 }
 
 void ScheduleBook::Load(const std::vector<ScheduleLine>& lines, const LineReport& report) {
+  std::size_t unknown = 0;
+  std::size_t lastUnknown = 0;
   for (const ScheduleLine& line : lines) {
+    if (IsUnknown(line.record)) {
+      lastUnknown = line.number;
+      if (++unknown <= kMostNamed) {
+        report(line.number, "no record \"" + line.record + '"' + Suggestion(line.record));
+      }
+      continue;
+    }
     const long seconds = ParseSeconds(line.seconds);
     if (seconds == 0) {
       report(line.number, "the seconds of " + line.record +
@@ -63,6 +91,10 @@ void ScheduleBook::Load(const std::vector<ScheduleLine>& lines, const LineReport
       continue;
     }
     Add(line.record, category, seconds);
+  }
+  if (unknown > kMostNamed) {
+    report(lastUnknown, "this line and " + std::to_string(unknown - kMostNamed - 1) +
+                            " others above it name records that don't exist either");
   }
 }
 

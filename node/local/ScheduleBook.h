@@ -49,8 +49,9 @@ class ScheduleBook {
   ScheduleBook(EventLoop& loop, BatchDesk& desk, RecordSink& sink);
 
   /// Takes the lines over. A bad one (seconds that are no whole number from 1 to 86400, a record
-  /// that has a line already) is reported as "path:line: ..." and left out. A record that nobody
-  /// knows is asked for all the same: the agent reports it once.
+  /// that has a line already or that nobody knows) is reported as "path:line: ..." and left out;
+  /// of unknown records the first ten are named, then their number is told. A record that is not
+  /// served is asked for all the same: the agent reports it once.
   void Load(const std::string& path, const std::vector<ScheduleLine>& lines,
             const ProblemReport& report);
   /// The same, with the line and what is wrong in it told apart.

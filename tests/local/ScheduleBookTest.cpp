@@ -34,20 +34,36 @@ TEST_F(ScheduleBookTest, ABadLineIsReportedWithItsPlaceAndLeftOut) {
         {"IDLE", "5s", 6},
         {"IDLE", "", 7},
         {"FAKE", "30", 8},
-        {"NOPE", "86400", 9}});
-  ASSERT_EQ(problems.size(), 5U);
+        {"BARE", "86400", 9},
+        {"fake", "60", 10}});
+  ASSERT_EQ(problems.size(), 6U);
   EXPECT_EQ(
       problems[0],
       "./qmtagt.ini:4: the seconds of IDLE must be a whole number from 1 to 86400, not \"0\"");
   EXPECT_EQ(problems[4],
             "./qmtagt.ini:8: the record FAKE has a line already; this one is left out");
+  EXPECT_EQ(problems[5], "./qmtagt.ini:10: no record \"fake\"; did you mean \"FAKE\"?");
   EXPECT_TRUE(book.Holds("FAKE", '4'));
-  EXPECT_TRUE(book.Holds("NOPE", '4'));
+  EXPECT_TRUE(book.Holds("BARE", '4'));
   EXPECT_FALSE(book.Holds("IDLE", '3'));
 }
 
+TEST_F(ScheduleBookTest, UnknownRecordsAreToldByNameTenTimesAndNeverAskedFor) {
+  std::vector<ScheduleLine> lines;
+  for (std::size_t i = 1; i <= 20000; ++i) {
+    lines.push_back({"NO" + std::to_string(i), i % 2 == 0 ? "1" : "x", i});
+  }
+  Load(lines);
+  ASSERT_EQ(problems.size(), 11U);
+  EXPECT_EQ(problems[9], "./qmtagt.ini:10: no record \"NO10\"");
+  EXPECT_EQ(problems[10],
+            "./qmtagt.ini:20000: this line and 19989 others above it name records that don't exist "
+            "either");
+  EXPECT_TRUE(book.Entries().empty());
+}
+
 TEST_F(ScheduleBookTest, DueRequestsTravelTogetherAndLateTimesAreSkippedAndCounted) {
-  Load({{"FAKE", "1", 1}, {"NOPE", "2", 2}});
+  Load({{"FAKE", "1", 1}, {"IDLE", "2", 2}});
   std::vector<std::string> batches;
   std::vector<std::size_t> previousRows;
   agent.onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
@@ -79,7 +95,7 @@ TEST_F(ScheduleBookTest, DueRequestsTravelTogetherAndLateTimesAreSkippedAndCount
   book.Stop();
 
   // What fell due during the first batch did not pile up behind it.
-  EXPECT_EQ(batches.front(), "FAKE NOPE ");
+  EXPECT_EQ(batches.front(), "FAKE IDLE ");
   EXPECT_EQ(batches.size(), 2U);
   EXPECT_THAT(previousRows, ElementsAre(0U, 1U));
   const ScheduleBook::Entry& fake = *book.Entries().at(0);
@@ -90,7 +106,7 @@ TEST_F(ScheduleBookTest, DueRequestsTravelTogetherAndLateTimesAreSkippedAndCount
   EXPECT_GE(book.Entries().at(1)->skipped, 1U);
   ASSERT_NE(lastRows.Find("FAKE", '4'), nullptr);
   EXPECT_EQ(lastRows.Find("FAKE", '4')->rows.size(), 1U);
-  EXPECT_EQ(lastRows.Find("NOPE", '4'), nullptr);
+  EXPECT_EQ(lastRows.Find("IDLE", '3'), nullptr);
   EXPECT_EQ(desk.Last()->records - desk.Last()->errors, 1U);
 }
 
