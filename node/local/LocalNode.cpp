@@ -246,7 +246,8 @@ void LocalNode::OpenHttp(const NodeSettings& settings) {
   if (settings.httpRecords) {
     Parts().metrics.Configure(*settings.httpRecords, report);
   } else {
-    std::vector<std::string> records;
+    // Applications may be added at any time; the schedule waits for an operator to say so.
+    std::vector<std::string> records{"APP"};
     for (const ScheduleLine& line : DefaultSchedule()) {
       records.push_back(line.record);
     }

@@ -48,7 +48,7 @@ bool IsServed(const ControlRequest& request, const std::string& record) {
 
 std::vector<ScheduleLine> DefaultSchedule() {
   std::vector<ScheduleLine> lines;
-  for (const char* record : {"PI", "CPUP", "DEVD", "NIND", "WGRP", "PDS", "FSL", "APP"}) {
+  for (const char* record : {"PI", "CPUP", "DEVD", "NIND", "WGRP", "PDS", "FSL"}) {
     lines.push_back({record, "60", 0});
   }
   lines.push_back({"PDI", "300", 0});

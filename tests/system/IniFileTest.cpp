@@ -25,7 +25,7 @@ const std::string kDefaults =
     "Device Name Cache = N\n"
     "User Defined Record DataMaxCount = 1440\n"
     "\n[Schedule]\nPI = 60\nCPUP = 60\nDEVD = 60\nNIND = 60\nWGRP = 60\nPDS = 60\nFSL = 60\n"
-    "APP = 60\nPDI = 300\n";
+    "PDI = 300\n";
 
 void StartAndStop(const ProductRoot& root, const char* errorName) {
   Daemon daemon(root, errorName);
