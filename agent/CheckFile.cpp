@@ -11,11 +11,14 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "agent/IniSettings.h"
+#include "node/LayoutRegistry.h"
 #include "node/NodeLayer.h"
 #include "process/ApplicationMonitor.h"
+#include "records/RecordLayouts.h"
 #include "records/RecordMapping.h"
 #include "support/HostPaths.h"
 #include "support/Switches.h"
@@ -78,7 +81,20 @@ Finding CheckOptionalRecords(const std::string& path) {
   return finding;
 }
 
+/// Has the node know every record that a site may switch on.
+void PublishAllRecords() {
+  std::vector<RecordListing> listing;
+  for (const auto rows : {UnixBaseRecordMappings(), PoolRecordMappings()}) {
+    for (const RecordMapping& row : rows) {
+      listing.push_back({row.name, static_cast<unsigned char>(row.category), true});
+    }
+  }
+  PublishLayouts();
+  LayoutRegistry::Instance().PublishListing(std::move(listing));
+}
+
 Finding CheckIni(const std::string& path) {
+  PublishAllRecords();
   IniListing listing = ActiveNodeLayer().ListIniFile(path.c_str());
   Finding finding{listing.error, {}};
   const std::vector<IniProblem> own = AgentSettingProblems(listing.settings);

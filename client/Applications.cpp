@@ -140,6 +140,15 @@ int RefuseUnknown(const std::string& name) {
 
 }  // namespace
 
+std::vector<std::string> ApplicationNames(Connection& connection) {
+  const std::vector<ConfigNode> tree = AskTree(connection);
+  std::vector<std::string> names;
+  for (const ConfigNode& application : NeedNode(tree, true, kFolderLabel).children) {
+    names.push_back(application.label);
+  }
+  return names;
+}
+
 int RunAppList(const CommonOptions& common) {
   Connection connection(common.socket);
   const std::vector<ConfigNode> tree = AskTree(connection);

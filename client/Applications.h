@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "client/Commands.h"
+#include "client/Connection.h"
 
 /// What `app set` changes of one condition; what is not given stays.
 struct ConditionChange {
@@ -16,6 +18,8 @@ struct ConditionChange {
 // The commands on monitored applications: the settings below their folders of the configuration
 // tree, found by their labels, and what the record APP says of them. Each returns the exit value.
 
+/// The names of the applications, as the settings have them.
+[[nodiscard]] std::vector<std::string> ApplicationNames(Connection& connection);
 [[nodiscard]] int RunAppList(const CommonOptions& common);
 [[nodiscard]] int RunAppAdd(const CommonOptions& common, const std::string& name);
 [[nodiscard]] int RunAppDelete(const CommonOptions& common, const std::string& name);

@@ -176,6 +176,11 @@ void AddHiddenCommands(CLI::App& app, CommandLine& line) {
   generate->callback([&] { line.run = [&] { return RunGenerate(app, line, line.item); }; });
   CLI::App* records = app.add_subcommand("complete-records")->group("");
   records->callback([&] { line.run = [&] { return RunCompleteRecords(line.common); }; });
+  CLI::App* labels = app.add_subcommand("complete-labels")->group("");
+  labels->add_option("WORD", line.words);
+  labels->callback([&] { line.run = [&] { return RunCompleteLabels(line.common, line.words); }; });
+  CLI::App* applications = app.add_subcommand("complete-applications")->group("");
+  applications->callback([&] { line.run = [&] { return RunCompleteApplications(line.common); }; });
 }
 
 }  // namespace

@@ -33,6 +33,7 @@ struct CommandLine {
   bool csv = false;
   std::string item;
   std::string value;
+  std::vector<std::string> words;
   std::function<int()> run;
   /// The values of options that take one of a few.
   std::map<const CLI::Option*, std::vector<std::string>> choices;

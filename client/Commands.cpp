@@ -1,14 +1,12 @@
 #include "client/Commands.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cstdlib>
 #include <set>
 #include <thread>
 #include <utility>
 
-#include "client/Change.h"
 #include "client/ConfigText.h"
 #include "client/Connection.h"
 #include "client/Errors.h"
@@ -106,16 +104,6 @@ class SampleWriter {
   std::vector<std::string> m_lastNotes;
   std::set<std::string> m_complaints;  ///< a complaint is made once, not with every sample
 };
-
-/// Decimal digits alone.
-std::uint16_t ParseItem(const std::string& text) {
-  std::uint16_t item = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), item);
-  if (error != std::errc{} || end != text.data() + text.size()) {
-    throw UsageError("\"" + text + "\" is not the id of an item, a whole number from 0 to 65535");
-  }
-  return item;
-}
 
 /// When each record of a sample was made.
 std::vector<std::int64_t> TimesOf(const Sample& sample) {
@@ -242,16 +230,4 @@ int RunConfig(const CommonOptions& common, bool json) {
   const std::vector<ConfigNode> tree = ReadConfig(answer);
   WriteOutput(json ? Indented(Part(answer, "config")) : ConfigText(tree, ReadScreen(common.color)));
   return kExitDone;
-}
-
-int RunConfigSet(const CommonOptions& common, const std::string& item, const std::string& value) {
-  const std::uint16_t id = ParseItem(item);
-  Connection connection(common.socket);
-  const int exitValue =
-      ChangeItem(connection, id, value,
-                 "item " + item + " does not take this value, or there is no such item");
-  if (exitValue == kExitDone) {
-    WriteOutput("done\n");
-  }
-  return exitValue;
 }

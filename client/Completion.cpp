@@ -67,6 +67,18 @@ bool TakesFile(const CLI::Option& option) {
   return ValueOf(option) == "PATH" || ValueOf(option) == "FILE";
 }
 
+/// The value begins with the label of a field.
+bool TakesLabel(const CLI::Option& option) {
+  const std::string name = NameOf(option);
+  return name == "--where" || name == "--sort" || name == "--columns" || name == "--plot";
+}
+
+/// The name of an application that there is already.
+bool TakesApplication(const Place& place) {
+  return place.path.size() == 2 && place.path[0] == "app" && place.path[1] != "add" &&
+         HasArgument(place, "NAME");
+}
+
 std::vector<std::string> ChoicesOf(const CommandLine& line, const CLI::Option* option) {
   const auto found = line.choices.find(option);
   return found == line.choices.end() ? std::vector<std::string>{} : found->second;
@@ -92,6 +104,7 @@ std::string PathCases(const std::vector<Place>& places) {
 struct ValueForms {
   std::string (*choices)(const std::vector<std::string>& values);
   const char* files;
+  const char* labels;
 };
 
 /// The cases for the word behind an option that takes a value.
@@ -105,7 +118,10 @@ std::string ValueCases(const CLI::App& tree, const std::vector<Place>& places,
       }
       const std::vector<std::string> choices = ChoicesOf(line, option);
       text += "    " + Quoted(Joined(place.path, " ") + '/' + NameOf(*option)) + ") ";
-      text += !choices.empty() ? forms.choices(choices) : TakesFile(*option) ? forms.files : "";
+      text += !choices.empty()      ? forms.choices(choices)
+              : TakesFile(*option)  ? forms.files
+              : TakesLabel(*option) ? forms.labels
+                                    : "";
       text += "return ;;\n";
     }
   }
@@ -115,6 +131,7 @@ std::string ValueCases(const CLI::App& tree, const std::vector<Place>& places,
 /// What the place offers besides the words of the tree.
 std::string Extras(const Place& place) {
   return std::string(HasArgument(place, "RECORD") ? " records=1" : "") +
+         (TakesApplication(place) ? " applications=1" : "") +
          (HasArgument(place, "FILE") ? " files=1" : "") + " ;;\n";
 }
 
@@ -126,7 +143,8 @@ std::string BashCompletion(const CLI::App& tree, const CommandLine& line) {
                            return "COMPREPLY=($(compgen -W " + Quoted(Joined(values, " ")) +
                                   " -- \"$current\")); ";
                          },
-                         "COMPREPLY=($(compgen -f -- \"$current\")); "};
+                         "COMPREPLY=($(compgen -f -- \"$current\")); ",
+                         "_qmtctl_lines complete-labels \"${COMP_WORDS[@]}\"; "};
   std::string words;
   for (const Place& place : places) {
     const std::string path = Joined(place.path, " ");
@@ -140,9 +158,16 @@ std::string BashCompletion(const CLI::App& tree, const CommandLine& line) {
     words += "    " + Quoted(path) + ") words=" + Quoted(Joined(all, " ")) + Extras(place);
   }
   return "# Bash completion of qmtctl, made from its commands.\n"
+         // Lines are data: nothing may expand them, as a list of words for compgen would.
+         "_qmtctl_lines() {\n"
+         "  local line\n"
+         "  while IFS= read -r line; do\n"
+         "    [[ $line != \"${current//\\\\/}\"* ]] || COMPREPLY+=(\"$(printf %q \"$line\")\")\n"
+         "  done < <(qmtctl \"$1\" -- \"${@:2}\" 2>/dev/null)\n"
+         "}\n"
          "_qmtctl() {\n"
          "  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}\n"
-         "  local path='' words='' records='' files='' i\n"
+         "  local path='' words='' records='' applications='' files='' i\n"
          "  COMPREPLY=()\n"
          "  for ((i = 1; i < COMP_CWORD; i++)); do\n"
          "    case \"$path/${COMP_WORDS[i]}\" in\n" +
@@ -153,6 +178,9 @@ std::string BashCompletion(const CLI::App& tree, const CommandLine& line) {
          "    words+=\" $(qmtctl complete-records 2>/dev/null)\"\n"
          "  fi\n"
          "  COMPREPLY=($(compgen -W \"$words\" -- \"$current\"))\n"
+         "  if [[ $current != -* && -n $applications ]]; then\n"
+         "    _qmtctl_lines complete-applications\n"
+         "  fi\n"
          "  if [[ $current != -* && -n $files ]]; then\n"
          "    COMPREPLY+=($(compgen -f -- \"$current\"))\n"
          "  fi\n"
@@ -170,7 +198,9 @@ std::string ZshCompletion(const CLI::App& tree, const CommandLine& line) {
   const ValueForms forms{[](const std::vector<std::string>& values) {
                            return "compadd -- " + Joined(values, " ") + "; ";
                          },
-                         "_files; "};
+                         "_files; ",
+                         "compadd -- ${(f)\"$(qmtctl complete-labels -- \"${words[@]}\" "
+                         "2>/dev/null)\"}; "};
   std::string words;
   for (const Place& place : places) {
     const std::string path = Joined(place.path, " ");
@@ -186,7 +216,7 @@ std::string ZshCompletion(const CLI::App& tree, const CommandLine& line) {
   return "#compdef qmtctl\n"
          "# Zsh completion of qmtctl, made from its commands.\n"
          "_qmtctl() {\n"
-         "  local path='' records='' files='' word\n"
+         "  local path='' records='' applications='' files='' word\n"
          "  local -a all\n"
          "  for word in \"${(@)words[2,CURRENT-1]}\"; do\n"
          "    case \"$path/$word\" in\n" +
@@ -195,6 +225,8 @@ std::string ZshCompletion(const CLI::App& tree, const CommandLine& line) {
          "  esac\n"
          "  _describe -t commands qmtctl all\n"
          "  [[ -z $records ]] || compadd -- ${(f)\"$(qmtctl complete-records 2>/dev/null)\"}\n"
+         "  [[ -z $applications ]] || compadd -- "
+         "${(f)\"$(qmtctl complete-applications 2>/dev/null)\"}\n"
          "  [[ -z $files ]] || _files\n"
          "}\n"
          "_qmtctl \"$@\"\n";
@@ -228,10 +260,16 @@ std::string FishCompletion(const CLI::App& tree, const CommandLine& line) {
               Quoted(option->get_description());
       text += ValueOf(*option).empty() ? "" : TakesFile(*option) ? " -r -F" : " -x";
       text += choices.empty() ? "" : " -a " + Quoted(Joined(choices, " "));
+      text += TakesLabel(*option)
+                  ? " -a '(qmtctl complete-labels -- (commandline -opc) 2>/dev/null)'"
+                  : "";
       text += '\n';
     }
     if (HasArgument(place, "RECORD")) {
       text += "complete -c qmtctl" + here + " -a '(qmtctl complete-records 2>/dev/null)'\n";
+    }
+    if (TakesApplication(place)) {
+      text += "complete -c qmtctl" + here + " -a '(qmtctl complete-applications 2>/dev/null)'\n";
     }
     if (HasArgument(place, "FILE")) {
       text += "complete -c qmtctl" + here + " -F\n";

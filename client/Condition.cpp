@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr std::string_view kTimeMeaning = "time";
-
 std::optional<double> ParseNumber(std::string_view text) {
   double number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -82,7 +80,7 @@ Condition::Condition(std::string_view text, const Schema& schema) {
   m_place = static_cast<std::size_t>(&field - schema.fields.data());
   m_operator = found->second;
   m_text = Trimmed(text.substr(place + found->first.size()));
-  m_isTime = field.meaning == kTimeMeaning;
+  m_isTime = IsTime(field);
   m_isNumber = IsNumeric(field) && m_operator != kLike;
   if (!m_isNumber) {
     return;

@@ -1,10 +1,16 @@
 #include "client/Generate.h"
 
+#include <algorithm>
+#include <functional>
+
 #include "client/Answers.h"
+#include "client/Applications.h"
+#include "client/CommandLine.h"
 #include "client/Completion.h"
 #include "client/Connection.h"
 #include "client/Errors.h"
 #include "client/ManPage.h"
+#include "client/RecordReader.h"
 #include "client/Terminal.h"
 
 int RunGenerate(const CLI::App& tree, const CommandLine& line, const std::string& kind) {
@@ -15,16 +21,61 @@ int RunGenerate(const CLI::App& tree, const CommandLine& line, const std::string
   return kExitDone;
 }
 
-int RunCompleteRecords(const CommonOptions& common) {
-  std::string names;
+namespace {
+
+/// Prints what `ask` makes of the daemon's answers; nothing if it has no good one.
+int Print(const CommonOptions& common,
+          const std::function<std::string(Connection& connection)>& ask) {
+  std::string lines;
   try {
     Connection connection(common.socket);
-    for (const Listing& listing : ReadListing(connection.Ask({{"op", "records"}}))) {
-      names += listing.served ? listing.record + '\n' : "";
-    }
+    lines = ask(connection);
   } catch (const ClientError&) {
     return kExitFailed;
   }
-  WriteOutput(names);
+  WriteOutput(lines);
   return kExitDone;
+}
+
+/// A line of its own, or nothing for a text that would be more or steer a terminal.
+std::string Line(const std::string& text) { return SafeText(text) == text ? text + '\n' : ""; }
+
+}  // namespace
+
+int RunCompleteRecords(const CommonOptions& common) {
+  return Print(common, [](Connection& connection) {
+    std::string names;
+    for (const Listing& listing : ReadListing(connection.Ask({{"op", "records"}}))) {
+      names += listing.served ? Line(listing.record) : "";
+    }
+    return names;
+  });
+}
+
+int RunCompleteLabels(const CommonOptions& common, const std::vector<std::string>& words) {
+  return Print(common, [&](Connection& connection) {
+    std::string labels;
+    for (const Listing& listing : ReadListing(connection.Ask({{"op", "records"}}))) {
+      const RecordName name{listing.record, listing.category};
+      const bool isMeant = std::any_of(words.begin(), words.end(), [&](const std::string& word) {
+        return word == name.name || word == name.Text();
+      });
+      if (isMeant && listing.served) {
+        for (const Field& field : ReadSchema(connection.Ask(SchemaRequest(name))).fields) {
+          labels += Line(field.label);
+        }
+      }
+    }
+    return labels;
+  });
+}
+
+int RunCompleteApplications(const CommonOptions& common) {
+  return Print(common, [](Connection& connection) {
+    std::string names;
+    for (const std::string& name : ApplicationNames(connection)) {
+      names += Line(name);
+    }
+    return names;
+  });
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "client/Commands.h"
 
@@ -17,3 +18,8 @@ class App;
 /// Prints the names of the records that are served, one a line; nothing if the daemon does not
 /// answer.
 [[nodiscard]] int RunCompleteRecords(const CommonOptions& common);
+/// The same for the labels of the records among `words`, which are those of a command line.
+[[nodiscard]] int RunCompleteLabels(const CommonOptions& common,
+                                    const std::vector<std::string>& words);
+/// The same for the monitored applications.
+[[nodiscard]] int RunCompleteApplications(const CommonOptions& common);

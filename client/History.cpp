@@ -32,6 +32,11 @@ Json MakeRequest(const RecordName& name, const HistoryOptions& options) {
       request[member] = ParseTime(*text, now);
     }
   }
+  if (request.contains("since") && request.contains("until") &&
+      request["until"] < request["since"]) {
+    throw UsageError("the end (--until " + options.until + ") lies before the beginning (--since " +
+                     options.since + ")");
+  }
   return request;
 }
 
@@ -131,6 +136,20 @@ void WritePlot(const RecordAnswer& answer, const Schema& schema, const std::stri
               PlotText(points, columns, lines));
 }
 
+/// Says that nothing is kept, and why where the schedule tells.
+void ComplainOfNoRows(Connection& connection, const Schema& schema) {
+  const RecordName name{schema.record, schema.category};
+  const std::vector<Schedule> schedules = ReadStatus(connection.Ask({{"op", "status"}})).schedules;
+  const bool isScheduled =
+      std::any_of(schedules.begin(), schedules.end(), [&](const Schedule& schedule) {
+        return schedule.record == name.name && schedule.category == name.category;
+      });
+  Complain(name.Text() + (isScheduled ? ": no such rows are kept of that time"
+                                      : ": no rows are kept, and no schedule collects the record; "
+                                        "\"qmtctl schedule add " +
+                                            name.name + " 60\" would"));
+}
+
 void WriteRows(RecordAnswer answer, Schema schema, const HistoryOptions& options,
                const Screen& screen) {
   answer.time = std::time(nullptr);
@@ -155,7 +174,11 @@ int RunHistory(const CommonOptions& common, const HistoryOptions& options) {
   const ChoiceOptions& choices = options.what.choice;
   if (options.what.format == Format::kCsv && choices.sort.empty()) {
     const auto choice = choices.Any() ? std::optional(RowChoice(choices, schema)) : std::nullopt;
-    return WriteCsv(reader, choice) ? kExitDone : kExitFailed;
+    if (!WriteCsv(reader, choice)) {
+      ComplainOfNoRows(connection, schema);
+      return kExitFailed;
+    }
+    return kExitDone;
   }
   // Rows that nobody wants need not be gathered; the rest of the choice needs all of them.
   ChoiceOptions filter;
@@ -164,7 +187,7 @@ int RunHistory(const CommonOptions& common, const HistoryOptions& options) {
   RecordAnswer all =
       ReadAll(reader, filter.Any() ? std::optional(RowChoice(filter, schema)) : std::nullopt);
   if (all.rows.empty()) {
-    Complain(name.Text() + ": no rows are kept of that time");
+    ComplainOfNoRows(connection, schema);
     return kExitFailed;
   }
   const Screen screen = ReadScreen(common.color);

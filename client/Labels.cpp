@@ -90,6 +90,11 @@ const Field& NeedField(const Schema& schema, std::string_view label) {
   return *field;
 }
 
+bool IsTime(const Field& field) {
+  return field.meaning == "time" ||
+         (field.meaning == "key" && field.type == "long" && field.label.ends_with(" Time"));
+}
+
 std::string_view Trimmed(std::string_view text) {
   constexpr std::string_view kBlanks = " \t";
   const std::size_t first = std::min(text.find_first_not_of(kBlanks), text.size());

@@ -15,7 +15,8 @@ std::string Dump(const Json& value, int indent) {
   return value.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
 
-std::string CsvQuoted(const std::string& text) {
+std::string CsvQuoted(const std::string& given, bool isForTerminal) {
+  const std::string text = isForTerminal ? SafeText(given) : given;
   if (text.find_first_of(",\"\r\n") == std::string::npos) {
     return text;
   }
@@ -29,11 +30,12 @@ std::string CsvQuoted(const std::string& text) {
   return out + '"';
 }
 
-std::string CsvValue(const Json& value) {
+std::string CsvValue(const Json& value, bool isForTerminal) {
   if (value.is_null()) {
     return "";
   }
-  return value.is_string() ? CsvQuoted(value.get_ref<const std::string&>()) : Dump(value, -1);
+  return value.is_string() ? CsvQuoted(value.get_ref<const std::string&>(), isForTerminal)
+                           : Dump(value, -1);
 }
 
 std::string DurationText(double seconds) {
@@ -72,16 +74,16 @@ std::string JsonText(std::vector<ShownRecord>& records, int indent) {
   return Dump(array, indent) + '\n';
 }
 
-std::string CsvText(const Json& rows) {
+std::string CsvText(const Json& rows, bool isForTerminal) {
   const std::vector<std::string> labels = LabelsOf(rows);
   std::string text;
   const auto separator = [&](std::size_t i) { return i + 1 < labels.size() ? ',' : '\n'; };
   for (std::size_t i = 0; i < labels.size(); ++i) {
-    text += CsvQuoted(labels[i]) + separator(i);
+    text += CsvQuoted(labels[i], isForTerminal) + separator(i);
   }
   for (const Json& row : rows) {
     for (std::size_t i = 0; i < labels.size(); ++i) {
-      text += CsvValue(ValueOf(row, i, labels[i])) + separator(i);
+      text += CsvValue(ValueOf(row, i, labels[i]), isForTerminal) + separator(i);
     }
   }
   return text;

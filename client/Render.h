@@ -20,8 +20,8 @@ struct ShownRecord {
 [[nodiscard]] std::string JsonText(std::vector<ShownRecord>& records, int indent);
 
 /// A line of labels and a line for each row; values with a comma, a quote or a line end are quoted
-/// as RFC 4180 has it. An empty text for no rows.
-[[nodiscard]] std::string CsvText(const Json& rows);
+/// as RFC 4180 has it. An empty text for no rows. For a terminal, texts are made safe.
+[[nodiscard]] std::string CsvText(const Json& rows, bool isForTerminal = WritesToTerminal());
 
 /// The rows as a table, or under the headings that the schema names: times as local date and time,
 /// floats with up to three decimals; file systems as df(1) has them. An empty text for no rows.

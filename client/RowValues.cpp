@@ -8,13 +8,14 @@
 #include <utility>
 
 #include "client/Errors.h"
+#include "client/Labels.h"
 #include "client/Terminal.h"
 
 namespace {
 
 constexpr std::size_t kMaxLabels = 4096;
 
-const Field* FindField(const Schema& schema, const std::string& label) {
+const Field* FieldOf(const Schema& schema, const std::string& label) {
   const auto field = std::find_if(schema.fields.begin(), schema.fields.end(),
                                   [&](const Field& other) { return other.label == label; });
   return field == schema.fields.end() ? nullptr : &*field;
@@ -72,8 +73,8 @@ const Json& ValueOf(const Json& row, std::size_t place, const std::string& label
 std::vector<ColumnStyle> StylesOf(const Json& rows, const Schema& schema) {
   std::vector<ColumnStyle> styles;
   for (std::string& label : LabelsOf(rows)) {
-    const Field* field = FindField(schema, label);
-    const bool time = field != nullptr && field->meaning == "time";
+    const Field* field = FieldOf(schema, label);
+    const bool time = field != nullptr && IsTime(*field);
     const bool key = field != nullptr && field->meaning == "key";
     styles.push_back(
         {std::move(label), field == nullptr ? std::string() : field->group, time, key, 0});

@@ -1,18 +1,27 @@
 #include "client/Schedules.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "client/Answers.h"
 #include "client/Connection.h"
 #include "client/Errors.h"
 #include "client/Render.h"
+#include "client/RowValues.h"
 #include "client/Terminal.h"
 
 namespace {
 
-/// A refusal comes as an exception.
-int Change(const CommonOptions& common, const Json& request) {
-  Connection connection(common.socket);
-  static_cast<void>(connection.Ask(request));
-  return kExitDone;
+/// The schedule of the record; null if it has none.
+const Schedule* FindSchedule(const std::vector<Schedule>& schedules, const std::string& record) {
+  const auto found =
+      std::find_if(schedules.begin(), schedules.end(),
+                   [&](const Schedule& schedule) { return schedule.record == record; });
+  return found == schedules.end() ? nullptr : &*found;
+}
+
+std::string SecondsText(double seconds) {
+  return seconds == 1 ? "every second" : "every " + FixedText(seconds, 0) + " s";
 }
 
 }  // namespace
@@ -31,10 +40,27 @@ int RunScheduleList(const CommonOptions& common, bool json) {
 
 int RunScheduleAdd(const CommonOptions& common, const std::string& record, long seconds) {
   const RecordName name = ParseRecordName(record);
-  return Change(common, {{"op", "schedule_set"}, {"record", name.name}, {"seconds", seconds}});
+  Connection connection(common.socket);
+  const Status before = ReadStatus(connection.Ask({{"op", "status"}}));
+  static_cast<void>(
+      connection.Ask({{"op", "schedule_set"}, {"record", name.name}, {"seconds", seconds}}));
+  const std::string every = SecondsText(static_cast<double>(seconds));
+  if (const Schedule* former = FindSchedule(before.schedules, name.name)) {
+    WriteOutput(SafeText(name.name + " is collected " + every + ", no longer " +
+                         SecondsText(former->seconds) + "; next in " + std::to_string(seconds) +
+                         " s") +
+                '\n');
+  } else {
+    WriteOutput(SafeText(name.name + " is collected " + every + ", from now on") + '\n');
+  }
+  return kExitDone;
 }
 
 int RunScheduleRemove(const CommonOptions& common, const std::string& record) {
   const RecordName name = ParseRecordName(record);
-  return Change(common, {{"op", "schedule_remove"}, {"record", name.name}});
+  Connection connection(common.socket);
+  static_cast<void>(connection.Ask({{"op", "schedule_remove"}, {"record", name.name}}));
+  WriteOutput(SafeText(name.name + " is collected no more, from now on") +
+              "; rows that are kept stay until they are too old\n");
+  return kExitDone;
 }

@@ -90,13 +90,15 @@ sigset_t StopSet() {
 
 }  // namespace
 
+bool WritesToTerminal() { return ::isatty(STDOUT_FILENO) == 1; }
+
 Screen ReadScreen(ColorMode mode) {
   const auto variable = [](const char* name) {
     const char* value = std::getenv(name);
     return std::string_view(value == nullptr ? "" : value);
   };
   Screen screen;
-  if (::isatty(STDOUT_FILENO) == 1) {
+  if (WritesToTerminal()) {
     winsize size{};
     const bool known = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
     screen.width = known ? size.ws_col : 80;

@@ -21,6 +21,9 @@ struct Screen {
 /// NO_COLOR and TERM=dumb unless the mode is kAlways.
 [[nodiscard]] Screen ReadScreen(ColorMode mode);
 
+/// Whether the standard output is a terminal.
+[[nodiscard]] bool WritesToTerminal();
+
 /// `text` with everything that could steer a terminal written out: control characters, marks that
 /// turn the direction of writing, and bytes that are not UTF-8, as \xNN or \u{NNNN}.
 [[nodiscard]] std::string SafeText(std::string_view text);

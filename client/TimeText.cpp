@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <ctime>
+#include <limits>
 #include <optional>
 #include <string_view>
 
@@ -30,19 +31,52 @@ std::int64_t UnitSeconds(char unit) {
       return 3600;
     case 'd':
       return 86400;
+    case 'w':
+      return 7 * 86400;
     default:
       return 0;
   }
 }
 
+/// Numbers with a unit each, the greatest unit first: "90s", "1h30m".
 std::optional<std::int64_t> ParseLength(std::string_view text) {
-  const std::int64_t unit = text.empty() ? 0 : UnitSeconds(text.back());
-  if (unit == 0) {
-    return std::nullopt;
+  constexpr std::string_view kDigits = "0123456789";
+  std::int64_t length = 0;
+  std::int64_t lastUnit = std::numeric_limits<std::int64_t>::max();
+  do {
+    const std::size_t end = text.find_first_not_of(kDigits);
+    const std::int64_t unit = end == std::string_view::npos ? 0 : UnitSeconds(text[end]);
+    const auto count = ParseWhole(text.substr(0, end));
+    if (unit == 0 || unit >= lastUnit || !count || *count > (kLongestSeconds - length) / unit) {
+      return std::nullopt;
+    }
+    length += *count * unit;
+    lastUnit = unit;
+    text.remove_prefix(end + 1);
+  } while (!text.empty());
+  return length;
+}
+
+/// The last time before `now` at which the local clock showed this: "18:30" or "18:30:15".
+std::optional<std::int64_t> ParseClock(const std::string& text, std::int64_t now) {
+  for (const char* format : {"%H:%M", "%H:%M:%S"}) {
+    const std::time_t present = now;
+    std::tm parts{};
+    if (::localtime_r(&present, &parts) == nullptr) {
+      return std::nullopt;
+    }
+    parts.tm_sec = 0;
+    const char* end = ::strptime(text.c_str(), format, &parts);
+    if (end == nullptr || *end != '\0') {
+      continue;
+    }
+    parts.tm_isdst = -1;
+    std::tm yesterday = parts;
+    --yesterday.tm_mday;
+    const std::time_t today = std::mktime(&parts);
+    return today <= now ? today : std::mktime(&yesterday);
   }
-  const auto count = ParseWhole(text.substr(0, text.size() - 1));
-  return count && *count >= 0 && *count <= kLongestSeconds / unit ? std::optional(*count * unit)
-                                                                  : std::nullopt;
+  return std::nullopt;
 }
 
 /// Takes "Z" or an offset off the end: seconds east of universal time; nothing if there is none.
@@ -93,12 +127,16 @@ std::int64_t ParseTime(const std::string& text, std::int64_t now) {
     if (const auto seconds = ParseWhole(std::string_view(text).substr(1))) {
       return *seconds;
     }
+  } else if (text == "now") {
+    return now;
   } else if (const auto length = ParseLength(text)) {
     return now - *length;
   } else if (const auto date = ParseDate(text)) {
     return *date;
+  } else if (const auto clock = ParseClock(text, now)) {
+    return *clock;
   }
   throw UsageError("\"" + text +
-                   "\" is no time: write 90s, 30m, 6h, 2d, 2026-11-25, \"2026-11-25 07:30\" or "
-                   "@SECONDS");
+                   "\" is no time: write now, 90s, 1h30m, 2d, 1w, 18:30, 2026-11-25, "
+                   "\"2026-11-25 07:30\" or @SECONDS");
 }

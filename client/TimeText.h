@@ -8,8 +8,9 @@
 /// "Z" or in an offset such as "+01:30". Nothing if it is none.
 [[nodiscard]] std::optional<std::int64_t> ParseDate(std::string text);
 
-/// Seconds since the epoch for a time as an operator writes it: a length before `now` ("90s",
-/// "30m", "6h", "2d"), a local date with or without a time ("2026-11-25", "2026-11-25 07:30",
-/// "2026-11-25T07:30:15", also with "Z" for universal time), or whole seconds since the epoch
+/// Seconds since the epoch for a time as an operator writes it: "now", a length before `now`
+/// ("90s", "1h30m", "2d", "1w"), the last time that the local clock showed ("18:30"), a local date
+/// with or without a time ("2026-11-25", "2026-11-25 07:30", "2026-11-25T07:30:15", also with "Z"
+/// for universal time), or whole seconds since the epoch
 /// ("@1700000000"). Throws UsageError.
 [[nodiscard]] std::int64_t ParseTime(const std::string& text, std::int64_t now);

@@ -50,12 +50,13 @@ Cell NumberCell(double value, int decimals) { return {FixedText(value, decimals)
 
 std::string ProcessTable(const std::vector<ProcessLine>& processes, std::size_t count,
                          const Screen& screen) {
-  // Short headings, so that the name of the program stands on a terminal of 80 columns.
-  Table table({"PID", "User", "State", "CPU %", "CPU Time", "Mem KB", "I/O KB", "Faults", "Program",
+  // What a narrow terminal cuts off stands behind the name of the program.
+  Table table({"Program", "PID", "User", "State", "CPU %", "CPU Time", "Mem KB", "I/O KB", "Faults",
                "Argument List"});
   for (std::size_t i = 0; i < std::min(count, processes.size()); ++i) {
     const ProcessLine& line = processes[i];
-    table.AddRow({{std::to_string(line.pid), true},
+    table.AddRow({{SafeText(line.program)},
+                  {std::to_string(line.pid), true},
                   {std::string(CutText(SafeText(line.user), kUserWidth))},
                   {SafeText(line.state)},
                   NumberCell(line.cpuPercent, 1),
@@ -63,7 +64,6 @@ std::string ProcessTable(const std::vector<ProcessLine>& processes, std::size_t 
                   NumberCell(line.realMemKbytes, 0),
                   NumberCell(line.newIoKbytes, 0),
                   NumberCell(line.newMajorFaults, 0),
-                  {SafeText(line.program)},
                   {line.arguments.empty() ? "-" : SafeText(line.arguments)}});
   }
   // A process is one line, however wide.

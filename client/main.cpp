@@ -31,12 +31,17 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    const bool isDone = app.exit(error) == 0;
+    if (error.get_exit_code() != 0) {
+      Complain(error.what());
+      std::cerr << "Run with --help for more information.\n";
+      return kExitUsage;
+    }
+    static_cast<void>(app.exit(error));
     if (!std::cout.flush()) {
       Complain("cannot write the output");
       return kExitFailed;
     }
-    return isDone ? kExitDone : kExitUsage;
+    return kExitDone;
   }
   return RunGuarded(line);
 }

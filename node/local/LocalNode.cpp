@@ -202,7 +202,13 @@ IniListing LocalNode::ListIniFile(const char* path) {
     return {error, {}, {}};
   }
   LoopParts parts([](const std::string&) {});
-  return ListIni(*ini, parts.schedule);
+  IniListing listing = ListIni(*ini, parts.schedule);
+  const NodeSettings settings = ReadNodeSettings(*ini);
+  parts.metrics.Configure(settings.httpRecords.value_or(std::vector<std::string>{}),
+                          [&](const std::string& problem) {
+                            listing.problems.push_back({settings.httpRecordsLine, problem});
+                          });
+  return listing;
 }
 
 void LocalNode::EventText(const char* text) {

@@ -24,9 +24,12 @@ class GeneratedFilesTest : public ::testing::Test {
   }
   /// What the completion offers behind these words, the last of which is the one at the cursor.
   std::string Complete(const std::string& words) const {
-    return Bash(BashCompletion(m_app, m_line) + "qmtctl() { printf 'CPUP\\nPI\\n'; }\n" +
-                "COMP_WORDS=(" + words + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n" +
-                "_qmtctl; echo \"${COMPREPLY[@]}\"\n");
+    return Bash(
+        BashCompletion(m_app, m_line) +
+        "qmtctl() { case $1 in complete-labels) printf 'CPU %%\\nCPU Time\\n%s\\n' \"$*\";;\n" +
+        "complete-applications) printf 'web one\\n$(touch hit)\\n';;\n" +
+        "*) printf 'CPUP\\nPI\\n';; esac; }\n" + "COMP_WORDS=(" + words +
+        "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n" + "_qmtctl; echo \"${COMPREPLY[@]}\"\n");
   }
   /// Whether each command and long option of the tree stands in the text, by `form` of the option.
   void ExpectAll(const CLI::App& command, const std::string& text, const std::string& dash) {
@@ -70,11 +73,18 @@ TEST_F(GeneratedFilesTest, BashOffersWhatMayStandThere) {
                {"qmtctl get --ra", "--raw\n"},
                {"qmtctl get C", "CPUP\n"},
                {"qmtctl --color never schedule add P", "PI\n"},
+               {"qmtctl get CPUP --sort CPU\\\\ T", "CPU\\ Time\n"},
+               {"qmtctl history CPUP --plot complete",
+                "complete-labels\\ --\\ qmtctl\\ history\\ CPUP\\ --plot\\ complete\n"},
+               {"qmtctl app delete we", "web\\ one\n"},
+               {"qmtctl app set '$'", "\\$\\(touch\\ hit\\)\n"},
+               {"qmtctl app add we", "\n"},
                {"qmtctl check scr", "script\n"},
                {"qmtctl history CPUP --since \"\"", "\n"}};
   for (const auto& row : cases) {
     EXPECT_EQ(Complete(row.words), row.offered) << row.words;
   }
+  EXPECT_FALSE(std::filesystem::exists(m_folder.Path() / "hit")) << "a name is never run";
 }
 
 TEST_F(GeneratedFilesTest, ThePageIsSound) {

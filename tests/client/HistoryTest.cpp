@@ -14,7 +14,9 @@
 namespace {
 
 TEST(TimeTextTest, TimesAreReadAndNonsenseIsRefused) {
-  constexpr std::int64_t kNow = 1'800'000'000;
+  constexpr std::int64_t kNow = 1'800'000'000;  // 08:00:00
+  ::setenv("TZ", "UTC", 1);
+  ::tzset();
   const struct {
     const char* text;
     std::optional<std::int64_t> seconds;
@@ -22,6 +24,13 @@ TEST(TimeTextTest, TimesAreReadAndNonsenseIsRefused) {
       {"90s", kNow - 90},
       {"30m", kNow - 1800},
       {"2d", kNow - 172800},
+      {"now", kNow},
+      {"1w", kNow - 604800},
+      {"1h30m", kNow - 5400},
+      {"2d0h5s", kNow - 172805},
+      {"08:00", kNow},
+      {"08:00:01", kNow - 86399},
+      {"18:30", kNow - 48600},
       {"@12", 12},
       {"2026-11-25T07:30:15Z", 1795591815},
       {"2026-11-25 07:30Z", 1795591800},
@@ -31,7 +40,11 @@ TEST(TimeTextTest, TimesAreReadAndNonsenseIsRefused) {
       {"", {}},
       {"h", {}},
       {"-1h", {}},
-      {"1w", {}},
+      {"30m1h", {}},
+      {"1h1h", {}},
+      {"1h30", {}},
+      {"24:00", {}},
+      {"18:30x", {}},
       {"99999999999999999999d", {}},
       {"9999999999999d", {}},
       {"2026-11-25 07:30 tomorrow", {}},

@@ -81,6 +81,11 @@ TEST(Rows, ShowTimesAndFloatsForPeople) {
             "Record Time           Boot Time             CPU %     Big           N\n"
             "2023-11-14 22:13:20   -                    12.346  1e+300           7\n"
             "18446744073709551615  1970-01-01 00:00:01   0.500       -  4294967295\n");
+  record.schema.fields.push_back({"N", "long", 0, 4, "key", ""});
+  record.schema.fields.push_back({"Start Time", "long", 0, 4, "key", ""});
+  record.answer.rows[1]["Start Time"] = 1700000000;
+  EXPECT_NE(RowsText(record, Screen{}).find(" 4294967295  2023-11-14 22:13:20\n"),
+            std::string::npos);
   // Without a layout nothing is known to be a time.
   record.schema.fields.clear();
   EXPECT_NE(RowsText(record, Screen{}).find("1700000000"), std::string::npos);

@@ -58,6 +58,12 @@ TEST(CheckFileTest, EachKindIsToldAndItsFaultsAreNamedByLine) {
       {"qmtagt.ini", "[Agent]\nx\n[Node]\nMessage Log Level=x\n", "", 1,
        "ini:2: neither section, comment nor key = value (x)\nqmtagt.ini:4: \"Message Log Level\""},
       {"qmtagt.ini", "[Schedule]\nPI=0\n", "", 1, "ini:2: the seconds of PI"},
+      {"qmtagt.ini", "[Schedule]\nPD=60\nUFSS=60\nFOO=60\n", "", 1, "ini:4: no record \"FOO\""},
+      {"qmtagt.ini", "[Schedule]\npi=60\n", "", 1, "ini:2: no record \"pi\"; did you mean \"PI\""},
+      {"qmtagt.ini", "[Node]\nHttp Listen=0.0.0.0\n", "", 1, "ini:2: \"Http Listen\" must be"},
+      {"qmtagt.ini", "[Node]\nHttp Listen=[::]:0\nHttp Records=PI, FOO PDI\n", "", 1,
+       "ini:3: Http Records: the record FOO is unknown\nqmtagt.ini:3: Http Records: the record "
+       "PDI"},
       {"qmtagt.ini", "[Agnet]\na=\x1b\n", "", 1, "ini:2: nothing reads the settings of [Agnet]"},
       {"qmtagt.ini", "[Agent]\nWorkgroup File=a\nworkgroup file=b\n", "", 1, "ini:3: \"workgroup"},
       {"qmtagt.ini", "[Interval Records/UPI]\nPipedir=/a\nPipdir=/b\n", "", 1, "ini:3: no setting"},
