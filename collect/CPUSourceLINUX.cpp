@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include "collect/TextScanner.h"
 
@@ -201,7 +200,7 @@ int CPUSourceUser::GetTraps(std::uint32_t* total, const char* nmiValue) const {
 
 int CPUSourceUser::IsCPUOnline(std::uint32_t cpuId) {
   for (ProcLine line; m_cpuinfoLib.GetString(line) == 0;) {
-    if (std::strstr(line.data(), "processor") == nullptr) {
+    if (!ProcLib::HasCPUKey(line.data(), "processor")) {
       continue;
     }
     std::uint32_t id = 0;

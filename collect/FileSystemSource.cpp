@@ -37,7 +37,9 @@ void FillFigures(x_free_space& record, const struct ::statfs64& figures) {
 
 void FillNames(x_free_space& record, const mntent& mount, const std::string& nodeName) {
   const std::string_view device = mount.mnt_fsname;
-  const std::size_t colon = device.find(':');
+  // The server may be an address in brackets, which has colons of its own.
+  const std::size_t bracket = device.starts_with('[') ? device.find("]:") : std::string_view::npos;
+  const std::size_t colon = bracket == std::string_view::npos ? device.find(':') : bracket + 1;
   record.remote = colon == std::string_view::npos ? 0 : 1;
   record.host = record.remote == 0 ? nodeName : device.substr(0, colon);
   record.remotePath = device.substr(record.remote == 0 ? 0 : colon + 1);

@@ -3,13 +3,19 @@
 #include "collect/TextScanner.h"
 
 constexpr NFSSide kNFSClientSide{
-    kProcNetRpcNfs, "NFSC",
+    kProcNetRpcNfs,
+    "NFSC",
+    "NFSClientTotalSourceUser::NFSClientTotalSourceUser",
+    "NFSClientTotalSourceUser::read",
     "An error occured in a function (NFSClientTotalSourceUser::Get_NFSC2_Info). (rc=%1, arg1=%2, "
     "arg2=%3)",
     "An error occured in a function (NFSClientTotalSourceUser::Get_NFSC3_Info). (rc=%1, arg1=%2, "
     "arg2=%3)"};
 constexpr NFSSide kNFSServerSide{
-    kProcNetRpcNfsd, "NFSS",
+    kProcNetRpcNfsd,
+    "NFSS",
+    "NFSServerTotalSourceUser::NFSServerTotalSourceUser",
+    "NFSServerTotalSourceUser::read",
     "An error occured in a function (NFSServerTotalSourceUser::Get_NFSS2_Info). (rc=%1, arg1=%2, "
     "arg2=%3)",
     "An error occured in a function (NFSServerTotalSourceUser::Get_NFSS3_Info).(rc=%1, arg1=%2, "
@@ -31,7 +37,7 @@ int ScanCalls(const char* value, const char* format, Calls& calls, std::uint32_t
     sum += count;
   }
   if (scanner.Count() != static_cast<int>(calls.size())) {
-    Trace(20, kError, "An error occurred in OS API (sscanf). (rc=%1, arg1=%2, arg2=%3)",
+    Trace(20, kError, "An error occurred in a function (sscanf). (rc=%1, arg1=%2, arg2=%3)",
           scanner.Count(), value, format);
     return -1;
   }
@@ -67,28 +73,28 @@ bool ReadVersion(const ProcLib& proc, const char* key, int (*scan)(const char*, 
 
 template <class Structure, class Row, const NFSSide& side>
 NFSTotalSource<Structure, Row, side>::NFSTotalSource() {
-  TraceEntry("NFSTotalSource::NFSTotalSource", side.argument);
+  TraceEntry(side.constructor, side.argument);
   ++s_statistics.constructed;
   this->m_pendingError.reset(m_proc.Initialize(side.file));
   if (this->m_pendingError != nullptr) {
     Trace(20, kError, "An error occured in a function (ProcLib::Initialize). (rc=%1, arg1=%2)",
           AddressOf(this->m_pendingError.get()), side.argument);
   }
-  TraceExit("NFSTotalSource::NFSTotalSource");
+  TraceExit(side.constructor);
 }
 
 template <class Structure, class Row, const NFSSide& side>
 void NFSTotalSource<Structure, Row, side>::read(Structure* record) {
-  TraceEntry("NFSTotalSource::read", AddressOf(record));
+  TraceEntry(side.read, AddressOf(record));
   this->m_more = false;
   if (this->m_pendingError != nullptr) {
-    TraceExit("NFSTotalSource::read");
+    TraceExit(side.read);
     return;
   }
   if (const int code = m_proc.BuildProcMap(" "); code == -1) {
     Trace(20, kError, "An error occured in a function (ProcLib::BuildProcMap). (rc=%1, arg1=%2)",
           code, "DELIM_SPACE");
-    TraceExit("NFSTotalSource::read");
+    TraceExit(side.read);
     return;
   }
   NFSWork work;
@@ -99,7 +105,7 @@ void NFSTotalSource<Structure, Row, side>::read(Structure* record) {
     record->callsV3 = work.callsV3;
   }
   record->totalCalls = work.totalCalls;
-  TraceExit("NFSTotalSource::read");
+  TraceExit(side.read);
 }
 
 template class NFSTotalSource<x_nfsclienttotal, NFSClientTotal, kNFSClientSide>;

@@ -98,6 +98,9 @@ class NFSServerTotal : public x_nfsservertotal {
 struct NFSSide {
   ProcFile file;
   const char* argument;  ///< in the trace of a file that cannot be opened
+  /// In the traces of entry and exit.
+  const char* constructor;
+  const char* read;
   const char* scanV2Failed;
   const char* scanV3Failed;
 };

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 #include "collect/ProcLib.h"
 #include "collect/TextScanner.h"
@@ -21,6 +20,12 @@ std::string_view TextFrom(const char* line, std::size_t column) {
 
 }  // namespace
 
+bool ProcLib::HasCPUKey(const char* line, std::string_view key) {
+  std::string_view text(line);
+  text = text.substr(0, text.find(':'));
+  return text.substr(0, text.find_last_not_of(" \t\n") + 1) == key;
+}
+
 bool ProcLib::ScanProcessorId(const char* line, std::uint32_t& id) {
   return TextScanner(TextFrom(line, kProcessorColumn)).Unsigned(id);
 }
@@ -38,7 +43,7 @@ std::optional<std::vector<std::uint32_t>> ProcLib::GetCPUIds() {
   std::uint32_t id = 0;
   auto place = ids.begin();
   for (ProcLine line; place != ids.end() && GetString(line) == 0;) {
-    if (std::strstr(line.data(), "processor") == nullptr) {
+    if (!HasCPUKey(line.data(), "processor")) {
       continue;
     }
     if (!ScanProcessorId(line.data(), id)) {
@@ -62,7 +67,7 @@ std::optional<std::vector<std::string>> ProcLib::GetCPUTypes() {
   std::vector<std::string> types(static_cast<std::size_t>(configured));
   auto place = types.begin();
   for (ProcLine line; place != types.end() && GetString(line) == 0;) {
-    if (std::strstr(line.data(), "model name") != nullptr) {
+    if (HasCPUKey(line.data(), "model name")) {
       *place++ = TextFrom(line.data(), kModelNameColumn).substr(0, kModelNameLimit);
     }
   }

@@ -53,6 +53,12 @@ QuotaFigures FromXfs(const fs_disk_quota& block) {
           block.d_icount,       block.d_ino_softlimit,       block.d_ino_hardlimit};
 }
 
+/// Of figures as the kernel gives them: half a Kbyte is something.
+bool AreZero(const fs_disk_quota& block) {
+  return (block.d_bcount | block.d_blk_softlimit | block.d_blk_hardlimit | block.d_icount |
+          block.d_ino_softlimit | block.d_ino_hardlimit) == 0;
+}
+
 bool AreZero(const QuotaFigures& figures) {
   return (figures.usedKB | figures.softKB | figures.hardKB | figures.usedFiles | figures.softFiles |
           figures.hardFiles) == 0;
@@ -142,7 +148,7 @@ void QuotaSourceUser::read(x_quota* record) {
     }
     m_currentUid = user->pw_uid;
     QuotaFigures figures;
-    if (FindFigures(figures) && !AreZero(figures)) {
+    if (FindFigures(figures)) {
       GetQuotaRecord(figures, *record);
       m_more = true;
     }
@@ -196,14 +202,14 @@ bool QuotaSourceUser::FindFigures(QuotaFigures& figures) const {
     return AskFigures(figures);
   }
   if (m_version == kVersion1) {
-    return ReadFileV1(figures);
+    return ReadFileV1(figures) && !AreZero(figures);
   }
   v2_disk_dqblk entry{};
   if (m_version != kVersion2 || FindDQEntry(m_quotaFd, m_currentUid, &entry) == 0) {
     return false;
   }
   figures = FromV2(entry);
-  return true;
+  return !AreZero(figures);
 }
 
 bool QuotaSourceUser::AskFigures(QuotaFigures& figures) const {
@@ -214,10 +220,10 @@ bool QuotaSourceUser::AskFigures(QuotaFigures& figures) const {
   }
   if (m_version == kXfs) {
     figures = FromXfs(answer.xfs);
-  } else {
-    figures = m_version == kVersion2 ? FromV2(answer.v2) : FromV1(answer.v1);
+    return !AreZero(answer.xfs);
   }
-  return true;
+  figures = m_version == kVersion2 ? FromV2(answer.v2) : FromV1(answer.v1);
+  return !AreZero(figures);
 }
 
 bool QuotaSourceUser::ReadFileV1(QuotaFigures& figures) const {

@@ -67,7 +67,7 @@ class QuotaSourceUser : public PtrSource<x_quota, Quota, std::vector<Quota>> {
   [[nodiscard]] bool OpenFile(const char* name);
   void CloseFile();
   [[nodiscard]] bool AskKernel(int command, std::uint32_t uid, void* answer) const;
-  // The current user's figures; false if they cannot be had.
+  // The current user's figures; false if they cannot be had or are all zero.
   [[nodiscard]] bool FindFigures(QuotaFigures& figures) const;
   [[nodiscard]] bool AskFigures(QuotaFigures& figures) const;
   [[nodiscard]] bool ReadFileV1(QuotaFigures& figures) const;

@@ -174,6 +174,14 @@ bool TextScanner::Letter(char& letter) {
   return true;
 }
 
+bool TextScanner::Literal(char letter) {
+  m_failed = m_failed || m_at == m_end || *m_at != letter;
+  if (!m_failed) {
+    ++m_at;
+  }
+  return !m_failed;
+}
+
 bool TextScanner::Word(std::string_view& word) {
   if (!SkipWord()) {
     return false;

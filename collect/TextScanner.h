@@ -24,6 +24,8 @@ class TextScanner {
   bool Float(float& value);
   /// " %c"
   bool Letter(char& letter);
+  /// A letter of the format that the text has to go on with, without white space before it.
+  bool Literal(char letter);
   /// "%s"; the word stays in the text.
   bool Word(std::string_view& word);
   /// "%*d" and "%*lu", `times` times.

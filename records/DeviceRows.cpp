@@ -35,9 +35,7 @@ std::optional<DeviceNameParts> ParseDeviceName(std::string_view name) {
   TextScanner scanner(name.substr(kPrefix.size()));
   DeviceNameParts parts;
   std::uint32_t minor = 0;
-  char dash = '\0';
-  if (!scanner.Unsigned(parts.major) || !scanner.Letter(dash) || dash != '-' ||
-      !scanner.Unsigned(minor)) {
+  if (!scanner.Unsigned(parts.major) || !scanner.Literal('-') || !scanner.Unsigned(minor)) {
     return std::nullopt;
   }
   if (!scanner.Word(parts.disk)) {

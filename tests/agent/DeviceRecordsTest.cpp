@@ -243,6 +243,8 @@ TEST_F(DeviceRecordsTest, NamesDecideWhatCounts) {
       {3, "dev8-0 st0", "tape", "st0", false},
       {3, "dev8-0", "disk", "", true},
       {3, "dev8 sda", "disk", "", false},
+      {3, "dev8 -0 sda", "disk", "", false},
+      {3, "dev8- 0 sda", "disk", "sda", true},
       {3, "", "disk", "", false},
       {3, "Unknown", "disk", "", false},
       {2, "dev34-1", "disk", "dev34-1", true},

@@ -127,6 +127,20 @@ TEST_F(CPUSourceTest, GoesByPositionWhereProcessorsAreOffLine) {
   EXPECT_EQ(Read().at(2).GetOnline(), 1U);
 }
 
+TEST_F(CPUSourceTest, OnlyAKeyMakesAProcessor) {
+  const process_tree::HostTree host;
+  host.Write("/proc/stat", "cpu0 100 0 0 0 0\ncpu1 200 0 0 0 0\n");
+  host.Write("/proc/cpuinfo",
+             "processor\t: 0\nmodel name\t: AMX processor 5\nprocessor ids\t: 9\n\n"
+             "processor\t: 1\nvendor\t: the model name: x\nmodel name\t: B processor : 1\n\n");
+  host.Write("/proc/interrupts", " CPU0 CPU1\n 1: 10 20\n");
+  SetProcessors([] { return 2; }, [] { return 2; });
+  EXPECT_EQ(Dump(Read()),
+            "140 0 0 1+0 0+0 0+0 0+0 10 0 [AMX processor 5]\n"
+            "140 1 0 2+0 0+0 0+0 0+0 20 0 [B processor : 1]\n");
+  EXPECT_EQ(Lines("sscanf"), 0U);
+}
+
 TEST_F(CPUSourceTest, FailsOnlyWithoutTheListOfProcessors) {
   SetHostRoot(FixturePath("6.1"));
   SetProcessors([] { return -1; }, [] { return 4; });

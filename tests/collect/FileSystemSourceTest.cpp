@@ -82,17 +82,18 @@ class FileSystemSourceTest : public CollectFixture {
 
 TEST_F(FileSystemSourceTest, ReadsTheMountsThatHoldFiles) {
   const std::string longPath = "/" + std::string(9000, 'p');
-  m_host.Write(
-      "/etc/mtab",
-      "/dev/sda1 / ext3 rw 0 0\nproc /proc proc rw 0 0\nnfsd /proc/fs/nfsd nfsd rw 0 0\n"
-      "# no mount\n\nx /procs y rw 0 0\n(pid12) /net autofs rw 0 0\nd /dev/pts devpts rw\n"
-      "sysfs /sys sysfs rw 0 0\np /var/rpc rpc_pipefs rw 0 0\n"
-      "server:/export:1 /mnt/a\\040b nfs rw 0 0\n:/x /c a-type-of-thirty-two-characters-or\n"
-      "/dev/sdb /gone ext3 rw 0 0\n\xff\x01\n/dev/sdc " +
-          longPath + " t " + std::string(100'000, 'o') + " 0 0\nlast /last t rw 0 0");
+  m_host.Write("/etc/mtab",
+               "/dev/sda1 / ext3 rw 0 0\nproc /proc proc rw 0 0\nnfsd /proc/fs/nfsd nfsd rw 0 0\n"
+               "# no mount\n\nx /procs y rw 0 0\n(pid12) /net autofs rw 0 0\nd /dev/pts devpts rw\n"
+               "sysfs /sys sysfs rw 0 0\np /var/rpc rpc_pipefs rw 0 0\n"
+               "server:/export:1 /mnt/a\\040b nfs rw 0 0\n[2001:db8::1]:/exp /v6 nfs rw 0 0\n"
+               "[:/e /b nfs rw 0 0\n:/x /c a-type-of-thirty-two-characters-or\n"
+               "/dev/sdb /gone ext3 rw 0 0\n\xff\x01\n/dev/sdc " +
+                   longPath + " t " + std::string(100'000, 'o') + " 0 0\nlast /last t rw 0 0");
   const std::string before = "/ ext3 here /dev/sda1 0\n/procs y here x 0\n";
   const std::string after =
-      "/mnt/a b nfs server /export:1 1\n/c a-type-of-thirty-two-characters "
+      "/mnt/a b nfs server /export:1 1\n/v6 nfs [2001:db8::1] /exp 1\n/b nfs [ /e 1\n/c "
+      "a-type-of-thirty-two-characters "
       " /x 1\n  here \xff\x01 0\n" +
       longPath + " t here /dev/sdc 0\n/last t here last 0\n";
   const std::string early = "/sys sysfs here sysfs 0\n/var/rpc rpc_pipefs here p 0\n";

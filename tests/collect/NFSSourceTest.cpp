@@ -68,7 +68,7 @@ TEST_F(NFSSourceTest, TakesTheLinesThatAreWhole) {
   for (const auto& test : cases) {
     EXPECT_EQ(Client(test.text), test.figures) << test.what;
   }
-  EXPECT_GE(Lines("An error occurred in OS API (sscanf). (rc=17, arg1=18 1 2"), 1U);
+  EXPECT_GE(Lines("An error occurred in a function (sscanf). (rc=17, arg1=18 1 2"), 1U);
   EXPECT_GE(Lines("(NFSClientTotalSourceUser::Get_NFSC2_Info). (rc=-1, arg1=18 1 2"), 1U);
   EXPECT_GE(Lines("(ProcLib::GetProcMapValue). (rc=-1, arg1=proc3, arg2="), 1U);
   EXPECT_EQ(Lines("(ProcLib::BuildProcMap). (rc=-1, arg1=DELIM_SPACE)"), 1U);
@@ -89,6 +89,12 @@ TEST_F(NFSSourceTest, WithoutTheModuleTheCategoryFails) {
   EXPECT_EQ(Lines(", arg1=NFSC)"), 1U);
   m_host.Write("/proc/net/rpc/nfsd", "proc3 22" + Numbers(22, 1) + "\n");
   EXPECT_EQ((Read<NFSServerTotalSourceUser, NFSServerTotal>()), "253 0 253");
+  // Each side traces under the name of its own.
+  for (const char* function : {"ClientTotalSourceUser::NFSClientTotalSourceUser",
+                               "ServerTotalSourceUser::NFSServerTotalSourceUser",
+                               "ClientTotalSourceUser::read", "ServerTotalSourceUser::read"}) {
+    EXPECT_EQ(Lines(std::string("the function (NFS") + function + ")"), 2U) << function;
+  }
 }
 
 }  // namespace

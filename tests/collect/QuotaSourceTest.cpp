@@ -114,6 +114,42 @@ TEST_F(QuotaSourceTest, AsksTheKernelWhereItEnforcesQuotas) {
   }
 }
 
+TEST_F(QuotaSourceTest, OneFigureMakesARow) {
+  const auto xfs = [](std::uint64_t count, std::uint64_t hard) {
+    fs_disk_quota block{};
+    block.d_bcount = count;
+    block.d_blk_hardlimit = hard;
+    return Bytes(block);
+  };
+  const struct {
+    const char* type;
+    int command;
+    std::string answer;
+    const char* row;
+  } cases[] = {// Limits and no use; half a Kbyte, as only this system counts.
+               {"xfs", kXfsCommand, xfs(0, 60), "/q/ 7 on 0 0 30 0 0 0\n"},
+               {"xfs", kXfsCommand, xfs(1, 0), "/q/ 7 on 0 0 0 0 0 0\n"},
+               {"ext3", kV2Command, Bytes(mem_dqblk{0, 0, 0, 30, 0, 0, 0, 0}),
+                "/q/aquota.user 7 on 0 0 30 0 0 0\n"},
+               {"ext3", kV2Command, Bytes(mem_dqblk{6, 0, 0, 0, 0, 0, 0, 0}),
+                "/q/aquota.user 7 on 0 0 0 0 0 6\n"},
+               {"ext3", kV2Command, Bytes(mem_dqblk{0, 0, 0, 0, 0, 1023, 0, 0}), ""},
+               {"ext2", kV1Command, Bytes(v1_disk_dqblk{0, 20, 0, 0, 0, 0, 0, 0}), nullptr}};
+  m_host.Write("/q/aquota.user", "");
+  m_host.Write("/q/quota.user", "");
+  for (const auto& test : cases) {
+    Mount("/dev/q /q " + std::string(test.type) + " rw,usrquota 0 0\n");
+    g_kernel.answers = {{{test.command, 0}, std::string(sizeof(fs_disk_quota), '\0')},
+                        {{test.command, 7}, test.answer}};
+    const std::string rows = Read();
+    if (test.row == nullptr) {
+      EXPECT_NE(rows, "");
+    } else {
+      EXPECT_EQ(rows, test.row) << test.type;
+    }
+  }
+}
+
 TEST_F(QuotaSourceTest, SearchesTheFilesOtherwise) {
   // A tree with the user in the second entry of its block; numbers count blocks.
   std::string tree(6 * kQuotaBlock, '\0');
