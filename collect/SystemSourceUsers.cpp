@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "collect/SystemSourceLINUX.h"
 #include "collect/TextScanner.h"
@@ -29,10 +30,10 @@ const char* NextProcess(DIR* directory) {
   return nullptr;
 }
 
-/// GetLine without a stream.
-bool FindLine(LineReader& reader, ProcLine& line, const char* key) {
+/// Goes on to the line that begins with the key: a process may have it in its name.
+bool FindLine(LineReader& reader, ProcLine& line, std::string_view key) {
   while (reader.Next(line)) {
-    if (std::strstr(line.data(), key) != nullptr) {
+    if (std::string_view(line.data()).starts_with(key)) {
       return true;
     }
   }

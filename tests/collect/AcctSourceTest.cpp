@@ -32,6 +32,15 @@ std::string Record(const std::string& comm, std::uint32_t begin, std::uint16_t p
   return bytes;
 }
 
+/// The same with figures of six different values: 1, 2, 3, ...
+std::string RecordOfFigures() {
+  std::string bytes = Record("six", 1, 0);
+  for (std::uint16_t figure = 1; figure <= 6; ++figure) {
+    std::memcpy(bytes.data() + 10 + figure * 2, &figure, sizeof figure);
+  }
+  return bytes;
+}
+
 class AcctSourceTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -102,6 +111,18 @@ TEST_F(AcctSourceTest, ReadsEachRecordOnce) {
   m_host.Write(kFile, third);
   EXPECT_EQ(Run(), "");
   EXPECT_EQ(s_switches, "on ") << "a later run leaves accounting alone";
+}
+
+TEST_F(AcctSourceTest, EachFigureHasItsPlace) {
+  m_host.Write(kFile, RecordOfFigures());
+  ASSERT_EQ(Run(), "six ");
+  const Acct& row = m_rows.front();
+  EXPECT_EQ(row.userTime.microseconds, 10000);
+  EXPECT_EQ(row.systemTime.microseconds, 20000);
+  EXPECT_EQ(row.elapsedTime.microseconds, 30000);
+  EXPECT_EQ(row.mem, 4U);
+  EXPECT_EQ(row.io, 5U);
+  EXPECT_EQ(row.rw, 6U);
 }
 
 TEST_F(AcctSourceTest, ALookDoesNotMoveThePlace) {

@@ -117,10 +117,14 @@ TEST_F(IPCSourcesTest, RealObjectsComeOutRight) {
 }
 
 TEST_F(IPCSourcesTest, LimitsAreThoseOfTheKernel) {
-  static struct ::shminfo shared {};
-  static struct ::seminfo semaphores {};
-  ASSERT_GE(::shmctl(0, IPC_INFO, reinterpret_cast<::shmid_ds*>(&shared)), 0);
-  ASSERT_GE(::semctl(0, 0, IPC_INFO, &semaphores), 0);
+  Os().shmctl = [](int, int, ::shmid_ds* answer) {
+    *reinterpret_cast<::shminfo*>(answer) = {0x1000000011, 12, 13, 14, 15, 0, 0, 0, 0};
+    return 0;
+  };
+  Os().semctl = [](int, int, int, void* answer) {
+    *static_cast<::seminfo*>(answer) = {21, 22, 23, 24, 25, 26, 27, 28, 29, 30};
+    return 0;
+  };
   Os().msgctl = [](int, int, ::msqid_ds* answer) {
     *reinterpret_cast<::msginfo*>(answer) = {1, 2, 3, 4, 5, 6, 7, 0xfff8};
     return 0;
@@ -133,13 +137,17 @@ TEST_F(IPCSourcesTest, LimitsAreThoseOfTheKernel) {
   Collector collector;
   ASSERT_EQ(Collect(collector, COLLECT_IPC), "");
   const IPC limits = *collector.GetIPC();
-  EXPECT_EQ(limits.shmMax, shared.shmmax);
-  EXPECT_EQ(limits.shmMni, shared.shmmni);
-  EXPECT_EQ(limits.semMsl, static_cast<std::uint32_t>(semaphores.semmsl));
-  EXPECT_EQ(limits.semAem, static_cast<std::uint32_t>(semaphores.semaem));
-  EXPECT_EQ(limits.msgMap, 2U);
-  EXPECT_EQ(limits.msgTql, 7U);
-  EXPECT_EQ(limits.msgSeg, 0xfff8U);
+  EXPECT_EQ(limits.shmMax, 0x1000000011U);
+  // Each word that the kernel fills in its structures, in their order.
+  EXPECT_EQ((std::vector<std::uint64_t>{limits.shmMin, limits.shmMni, limits.shmSeg}),
+            (std::vector<std::uint64_t>{12, 13, 14}));
+  EXPECT_EQ((std::vector<std::uint64_t>{limits.semMap, limits.semMni, limits.semMns, limits.semMnu,
+                                        limits.semMsl, limits.semOpm, limits.semUme, limits.semUsz,
+                                        limits.semVmx, limits.semAem}),
+            (std::vector<std::uint64_t>{21, 22, 23, 24, 25, 26, 27, 28, 29, 30}));
+  EXPECT_EQ((std::vector<std::uint64_t>{limits.msgMap, limits.msgMax, limits.msgMnb, limits.msgMni,
+                                        limits.msgSsz, limits.msgTql, limits.msgSeg}),
+            (std::vector<std::uint64_t>{2, 3, 4, 5, 6, 7, 0xfff8}));
   EXPECT_EQ(limits.totalSwap, 0x80000003U) << "32 bits";
 
   Os().shmctl = [](int, int, ::shmid_ds*) { return -1; };
@@ -216,6 +224,12 @@ TEST_F(IPCSourcesTest, ObjectsComeAndGoBetweenTheWalks) {
     set.sem_ctime = -1;
     return 100 + slot;
   };
+  static auto walks = Os().semctl;
+  walks = Os().semctl;
+  Os().semctl = [](int id, int number, int command, void* answer) {
+    const int waits = command == GETNCNT ? 3 : command == GETZCNT ? 4 : command == GETPID ? 5 : 0;
+    return waits != 0 ? waits : walks(id, number, command, answer);
+  };
   Collector collector;
   ASSERT_EQ(Collect(collector, COLLECT_SEMAPHORE), "");
   const std::vector<Sem>& rows = *collector.GetSem();
@@ -223,6 +237,9 @@ TEST_F(IPCSourcesTest, ObjectsComeAndGoBetweenTheWalks) {
   EXPECT_EQ(rows[0].semId, 101);
   EXPECT_EQ(rows[1].semNum, 1U);
   EXPECT_EQ(rows[1].value, -1);
+  EXPECT_EQ(rows[1].nCount, 3);
+  EXPECT_EQ(rows[1].zCount, 4);
+  EXPECT_EQ(rows[1].pid, 5);
   EXPECT_EQ(rows[1].changeTime.seconds, -1);
 }
 
