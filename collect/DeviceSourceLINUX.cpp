@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <string_view>
 
+#include "collect/HostFile.h"
 #include "collect/TextScanner.h"
-#include "support/HostPaths.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ struct Figures {
 
 TextFilePtr Open(ProcFile file) {
   const char* path = ProcLib::FilePath(file);
-  TextFilePtr stream = OpenTextFile(HostPath(path));
+  TextFilePtr stream = OpenHostFile(path);
   if (stream == nullptr) {
     Trace(20, kError, "The error occurred by OS API(fopen). (en=%1, arg1=%2, arg2=%3)", errno, path,
           "r");
@@ -208,9 +208,11 @@ void DeviceIOSourceUser::NameDevice(const DeviceId& device, x_deviceio& work) co
 }
 
 int DeviceIOSourceUser::Check_Part_Device(ProcLine& out, int major, int minor) {
-  if (m_partitionsFp != nullptr) {
-    std::rewind(m_partitionsFp.get());
+  // Disks are asked for in the file's order, so the next one mostly stands below the last.
+  if (m_partitionsFp == nullptr || FindDevice(m_partitionsFp.get(), out, major, minor) == 0) {
+    return m_partitionsFp == nullptr ? -1 : 0;
   }
+  std::rewind(m_partitionsFp.get());
   return FindDevice(m_partitionsFp.get(), out, major, minor);
 }
 

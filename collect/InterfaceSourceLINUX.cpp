@@ -12,9 +12,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "collect/HostFile.h"
 #include "collect/ProcLib.h"
 #include "collect/TextScanner.h"
-#include "support/HostPaths.h"
 
 namespace {
 
@@ -96,7 +96,7 @@ void ScanCounters(const char* text, x_interface& work) {
 InterfaceSourceUser::InterfaceSourceUser() {
   TraceEntry("InterfaceSourceUser::InterfaceSourceUser");
   ++s_statistics.constructed;
-  m_fp = OpenTextFile(HostPath(kPath));
+  m_fp = OpenHostFile(kPath);
   if (m_fp == nullptr) {
     Trace(20, kError, "The error occurred by OS API(fopen). (en=%1, arg1=%2, arg2=%3)", errno,
           kPath, "r");

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "collect/HostFile.h"
 #include "support/HostPaths.h"
 
 namespace {
@@ -14,7 +15,8 @@ constexpr std::size_t kLineBuffer = 64 * 1024;
 
 bool MountTable::Open(const char* path) {
   m_line.resize(kLineBuffer);
-  m_stream = OpenTextFile(std::string_view(path) == kMtab ? HostMountTable() : HostPath(path));
+  m_stream =
+      OpenHostFileAt(std::string_view(path) == kMtab ? HostMountTable() : HostPath(path), path);
   return m_stream != nullptr;
 }
 

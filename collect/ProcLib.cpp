@@ -3,8 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "support/HostPaths.h"
-#include "support/TextFile.h"
+#include "collect/HostFile.h"
 #include "support/TraceLog.h"
 #include "support/UtlError.h"
 
@@ -41,7 +40,7 @@ const char* ProcLib::FilePath(int index) {
              : kProcPaths[static_cast<std::size_t>(index)];
 }
 
-ProcLib::FilePtr ProcLib::Open(const char* path) { return OpenTextFile(HostPath(path)); }
+ProcLib::FilePtr ProcLib::Open(const char* path) { return OpenHostFile(path); }
 
 UtlError* ProcLib::Initialize(int index) {
   TraceEntry("ProcLib::Initialize", index);

@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
+#include "collect/HostFile.h"
 #include "collect/ProcLib.h"
 #include "collect/TextScanner.h"
-#include "support/HostPaths.h"
 
 namespace {
 
@@ -106,7 +106,7 @@ void TakeLine(const char* line, x_protocol& record) {
 ProtocolSourceUser::ProtocolSourceUser() {
   TraceEntry("ProtocolSourceUser::ProtocolSourceUser");
   ++s_statistics.constructed;
-  m_fp = OpenTextFile(HostPath(kPath));
+  m_fp = OpenHostFile(kPath);
   if (m_fp == nullptr) {
     const int code = errno;
     m_pendingError = std::make_unique<UtlError>(__FILE__, __LINE__);

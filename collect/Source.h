@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "collect/HostFile.h"
 #include "support/OsCalls.h"
 #include "support/TimeValues.h"
 #include "support/TraceLog.h"
@@ -96,6 +97,10 @@ class PtrSource {
       const tagUTIME begin = Now();
       read(&record);
       statistics().readTime = statistics().readTime + (Now() - begin);
+    }
+    // A figure made of half a file is worse than none.
+    if (UtlErrorPtr error = TakeHostFileError()) {
+      m_pendingError = std::move(error);
     }
     if (m_pendingError != nullptr) {
       return m_pendingError.release();

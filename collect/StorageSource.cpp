@@ -10,6 +10,7 @@
 #include <optional>
 #include <string_view>
 
+#include "collect/HostFile.h"
 #include "support/ProductOptions.h"
 
 namespace {
@@ -93,7 +94,7 @@ void StorageSourceUser::OpenNextFile() {
   std::array<char, kPathSize> path{};
   getdirentry(path.data());
   m_path = path.data();
-  m_file = m_path.empty() ? nullptr : OpenTextFile(m_path);
+  m_file = m_path.empty() ? nullptr : OpenHostFileAt(m_path, m_path.c_str());
 }
 
 bool StorageSourceUser::ReadLine(char* buf, int size) {

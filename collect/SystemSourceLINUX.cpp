@@ -3,10 +3,9 @@
 #include <cerrno>
 
 #include "collect/AccountingCount.h"
+#include "collect/HostFile.h"
 #include "collect/TextScanner.h"
-#include "support/HostPaths.h"
 #include "support/Switches.h"
-#include "support/TextFile.h"
 
 namespace {
 
@@ -180,7 +179,7 @@ int SystemSourceUser::SystemProcessDied() { return static_cast<int>(g_accounting
 
 int SystemSourceUser::GetTrapCount() {
   const char* path = ProcLib::FilePath(kProcInterrupts);
-  const TextFilePtr file = OpenTextFile(HostPath(path));
+  const TextFilePtr file = OpenHostFile(path);
   if (file == nullptr) {
     Trace(30, kError, "The error occurred by OS API(fopen). (en=%1, arg1=%2,arg2=%3)", errno, path,
           "r");

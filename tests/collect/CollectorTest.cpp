@@ -1,6 +1,7 @@
 #include "collect/Collector.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <set>
 
@@ -95,6 +96,52 @@ TEST_F(CollectorTest, TheFirstErrorEndsARunUnlessToldOtherwise) {
   EXPECT_EQ(Lines("Error occured in CPU category collection - Error in calculating CPU types"), 1U);
   EXPECT_EQ(Lines("Completed Processing CPU Category."), 1U);
   EXPECT_EQ(FigureOf("collect_cpu_errors"), 2.0);
+}
+
+TEST_F(CollectorTest, AFileBeyondItsLimitFailsItsCategoryAtOnce) {
+  g_msgLogLevel = 0;
+  Os().get_nprocs = [] { return 1; };
+  const auto grow = [this](const char* path, std::uintmax_t size) {
+    host.Write(path, "");
+    std::filesystem::resize_file(host.Path(path), size);
+  };
+  const auto fill = [this](const char* path, const std::string& line, int count) {
+    std::string text;
+    for (int row = 0; row < count; ++row) {
+      text += line;
+    }
+    host.Write(path, text);
+  };
+  grow("/proc/stat", 3ULL << 30U);
+  fill("/proc/net/dev", "  eth0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n", 1300000);
+  fill("/proc/diskstats", "9 9 none 1\n", 16385);
+  fill("/etc/mtab", "x /none t rw\n", 131073);
+  grow("/proc/net/rpc/nfs", (4U << 20U) + 1);
+  const struct {
+    std::uint32_t category;
+    const char* error;
+  } cases[] = {{COLLECT_CPU, "/proc/stat has more than 4194304 bytes"},
+               {COLLECT_SYSTEM, "/proc/stat has more than 4194304 bytes"},
+               {COLLECT_INTERFACE, "/proc/net/dev has more than 4194304 bytes"},
+               {COLLECT_DEVICE, "/proc/diskstats has more than 16384 lines"},
+               {COLLECT_FILE_SYSTEM, "/etc/mtab has more than 131072 lines"},
+               {COLLECT_NFS_CLIENT, "/proc/net/rpc/nfs has more than 4194304 bytes"}};
+  ::rusage before{};
+  ::getrusage(RUSAGE_SELF, &before);
+  for (const auto& one : cases) {
+    const UtlErrorPtr error(collector.collect(one.category, 0));
+    ASSERT_NE(error, nullptr) << one.error;
+    EXPECT_STREQ(error->GetMessage(), one.error);
+  }
+  ::rusage after{};
+  ::getrusage(RUSAGE_SELF, &after);
+  EXPECT_LT(after.ru_utime.tv_sec - before.ru_utime.tv_sec, 3);
+  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 100 * 1024) << "Kbytes";
+  // What lies outside a run is nobody's failure.
+  grow("/proc/vmstat", 5U << 20U);
+  ProcLib lib;
+  EXPECT_NE(UtlErrorPtr(lib.Initialize(kProcVmstat)), nullptr);
+  EXPECT_EQ(collector.collect(COLLECT_PROTOCOL, 0), nullptr);
 }
 
 TEST_F(CollectorTest, ItsFiguresMayBeReadAfterItHasGone) {

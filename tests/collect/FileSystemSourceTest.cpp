@@ -135,9 +135,9 @@ TEST_F(FileSystemSourceTest, FailsWithoutATableOrAName) {
   EXPECT_EQ(Read(), "(FileSystemSourceUser::FileSystemSourceUser) uname() failed! errno:14");
 }
 
-TEST_F(FileSystemSourceTest, AMillionMountsAreReadToTheLast) {
+TEST_F(FileSystemSourceTest, AHundredThousandMountsAreReadToTheLast) {
   std::string table;
-  for (int i = 0; i < 1'000'000; ++i) {
+  for (int i = 0; i < 100'000; ++i) {
     table += "none /proc p 0 0\n";
   }
   m_host.Write("/etc/mtab", table + "/dev/sda1 / ext3 rw 0 0\n");
