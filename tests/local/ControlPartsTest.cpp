@@ -71,7 +71,8 @@ TEST(RecordJsonTest, ValuesAreShownWithTheirOwnPrecisionAndWithinBounds) {
       FieldLayout{"nan", FieldType::kFloat, 4, 4, FieldMeaning::gauge},
       FieldLayout{"time", FieldType::kUtime, 8, 8, FieldMeaning::duration},
       FieldLayout{"double", FieldType::kDouble, 16, 8, FieldMeaning::gauge},
-      FieldLayout{"sourceless", FieldType::kUlong, 0, 4, FieldMeaning::counter, "", "", false}};
+      FieldLayout{"sourceless", FieldType::kUlong, 0, 4, FieldMeaning::counter, "", "", false, "",
+                  false}};
   std::array<unsigned char, 24> bytes{'a', 'b', 'c', 'd'};
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const std::int32_t words[2] = {2147483647, 999999};

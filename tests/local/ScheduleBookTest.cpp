@@ -104,9 +104,8 @@ TEST_F(ScheduleBookTest, DueRequestsTravelTogetherAndLateTimesAreSkippedAndCount
   EXPECT_LE(fake.skipped, 6U);
   EXPECT_EQ(fake.lastTime, 1700000000);
   EXPECT_GE(book.Entries().at(1)->skipped, 1U);
-  ASSERT_NE(lastRows.Find("FAKE", '4'), nullptr);
   EXPECT_EQ(lastRows.Find("FAKE", '4')->rows.size(), 1U);
-  EXPECT_EQ(lastRows.Find("IDLE", '3'), nullptr);
+  EXPECT_EQ(lastRows.Find("IDLE", '3')->time, 0);
   EXPECT_EQ(desk.Last()->records - desk.Last()->errors, 1U);
 }
 

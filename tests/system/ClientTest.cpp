@@ -57,7 +57,7 @@ TEST(ClientTest, AScheduleIsAddedWatchedAndRemoved) {
   const ProductRoot root("[Schedule]\nPI=60\n");
   Daemon daemon(root, "errors");
   ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
-  EXPECT_EQ(ShownBy(root, "schedule add CPUP 1"), "");
+  EXPECT_EQ(ShownBy(root, "schedule add CPUP 1"), "CPUP is collected every second, from now on\n");
   EXPECT_NE(ShownBy(root, "schedule add NONE 1").find("no record"), std::string::npos);
   EXPECT_NE(ShownBy(root, "schedule add CPUP 0").find("failed"), std::string::npos);
   const std::string seen = ShownBy(root, "watch CPUP --scheduled --count 3 --json");
@@ -68,7 +68,7 @@ TEST(ClientTest, AScheduleIsAddedWatchedAndRemoved) {
   }
   EXPECT_EQ(times.size(), 3U) << seen;
   EXPECT_EQ(json::parse(ShownBy(root, "schedule list --json")).size(), 2U);
-  EXPECT_EQ(ShownBy(root, "schedule remove PI"), "");
+  EXPECT_EQ(ShownBy(root, "schedule remove PI").find("PI is collected no more"), 0U);
   EXPECT_NE(ShownBy(root, "schedule remove PI").find("no schedule"), std::string::npos);
   EXPECT_EQ(ShownBy(root, "schedule list").find("PI"), std::string::npos);
   EXPECT_EQ(root.Read("opt/qmtrx/mond/agent/qmtagt.ini").find("PI=60"), std::string::npos);

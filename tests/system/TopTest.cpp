@@ -60,11 +60,12 @@ TEST(TopTest, ABusyProcessComesFirstAndCanBeChosen) {
   EXPECT_NE(head.find(" %  by cpu, "), std::string::npos) << head;
   const std::size_t first = top.find('\n', top.find("Program", second)) + 1;
   std::istringstream words(top.substr(first));
+  std::string program;
   std::string shown;
   std::string user;
   std::string state;
   double percent = 0;
-  words >> shown >> user >> state >> percent;
+  words >> program >> shown >> user >> state >> percent;
   EXPECT_EQ(shown, pid) << top;
   EXPECT_GT(percent, 10) << top;
 

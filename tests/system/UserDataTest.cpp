@@ -169,13 +169,13 @@ TEST(UserDataTest, AStrangerDelaysOnlyTheBatchThatNeedsTheFilesAndThatOnce) {
   ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
   const auto begin = Clock::now();
   std::thread needy([&] {
-    const json answer = json::parse(AskDaemon(root, "get --json UPI UPIB UPD UPDB").output);
+    const json answer = json::parse(AskDaemon(root, "get --raw --json UPI UPIB UPD UPDB").output);
     EXPECT_EQ(answer.at(2).at("rows").size(), 0U);
     EXPECT_GE(secondsSince(begin), 5.5);
     EXPECT_LE(secondsSince(begin), 15);
   });
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  for (const char* words : {"get --json CPUP", "status", "get --json PI", "config"}) {
+  for (const char* words : {"get --raw CPUP", "status", "get --raw PI", "config"}) {
     const auto asked = Clock::now();
     EXPECT_EQ(AskDaemon(root, words).exitValue, 0) << words;
     EXPECT_LT(secondsSince(asked), 1) << words;
@@ -183,7 +183,7 @@ TEST(UserDataTest, AStrangerDelaysOnlyTheBatchThatNeedsTheFilesAndThatOnce) {
   EXPECT_LT(secondsSince(begin), 5) << "the batch still waited";
   needy.join();
   strangers.clear();
-  EXPECT_EQ(json::parse(AskDaemon(root, "get --json UPD").output).at(0).at("rows").size(), 1U);
+  EXPECT_EQ(json::parse(AskDaemon(root, "get --raw --json UPD").output).at(0).at("rows").size(), 1U);
 }
 
 TEST(UserDataTest, WhatIsWrongIsToldByLineAndNothingIsWritten) {
