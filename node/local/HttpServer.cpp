@@ -110,13 +110,58 @@ MHD_Result Send(MHD_Connection* connection, const HttpAnswer& answer) {
 
 }  // namespace
 
-/// The functions that the library calls; `server` is the HttpServer.
+/// The functions that the library calls; `server` is the HttpServer. The library is C: what is
+/// thrown ends the connection and goes no further.
 class HttpServer::Library {
  public:
   static MHD_Result OnRequest(void* server, MHD_Connection* connection, const char* url,
                               const char* method, const char*, const char*, std::size_t* bodySize,
-                              void** state) {
+                              void** state) noexcept {
+    try {
+      return Serve(*static_cast<HttpServer*>(server), connection, url, method, bodySize, state);
+    } catch (...) {
+      return MHD_NO;
+    }
+  }
+
+  static void OnCompleted(void* server, MHD_Connection*, void** state,
+                          MHD_RequestTerminationCode) noexcept {
+    static_cast<HttpServer*>(server)->m_exchanges.erase(static_cast<HttpExchange*>(*state));
+    *state = nullptr;
+  }
+
+  static void OnConnection(void* server, MHD_Connection* connection, void**,
+                           MHD_ConnectionNotificationCode code) noexcept {
     auto& self = *static_cast<HttpServer*>(server);
+    if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+      self.m_connections.erase(connection);
+      return;
+    }
+    const MHD_ConnectionInfo* info =
+        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+    const int descriptor = info == nullptr ? -1 : info->connect_fd;
+    try {
+      self.m_connections[connection] = {Clock::now() + self.m_settings.deadline, descriptor, false};
+    } catch (...) {
+      // Without its deadline it may not stay.
+      ::shutdown(descriptor, SHUT_RDWR);
+    }
+  }
+
+  static MHD_Result OnArgument(void* exchange, MHD_ValueKind, const char* name,
+                               const char* value) noexcept {
+    try {
+      static_cast<HttpExchange*>(exchange)->arguments.emplace_back(name,
+                                                                   value == nullptr ? "" : value);
+      return MHD_YES;
+    } catch (...) {
+      return MHD_NO;
+    }
+  }
+
+ private:
+  static MHD_Result Serve(HttpServer& self, MHD_Connection* connection, const char* url,
+                          const char* method, std::size_t* bodySize, void** state) {
     if (*state == nullptr) {
       return Begin(self, connection, url, method, state);
     }
@@ -145,31 +190,6 @@ class HttpServer::Library {
     return MHD_YES;
   }
 
-  static void OnCompleted(void* server, MHD_Connection*, void** state, MHD_RequestTerminationCode) {
-    static_cast<HttpServer*>(server)->m_exchanges.erase(static_cast<HttpExchange*>(*state));
-    *state = nullptr;
-  }
-
-  static void OnConnection(void* server, MHD_Connection* connection, void**,
-                           MHD_ConnectionNotificationCode code) {
-    auto& self = *static_cast<HttpServer*>(server);
-    if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
-      self.m_connections.erase(connection);
-      return;
-    }
-    const MHD_ConnectionInfo* info =
-        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
-    self.m_connections[connection] = {Clock::now() + self.m_settings.deadline,
-                                      info == nullptr ? -1 : info->connect_fd, false};
-  }
-
-  static MHD_Result OnArgument(void* exchange, MHD_ValueKind, const char* name, const char* value) {
-    static_cast<HttpExchange*>(exchange)->arguments.emplace_back(name,
-                                                                 value == nullptr ? "" : value);
-    return MHD_YES;
-  }
-
- private:
   static MHD_Result Begin(HttpServer& self, MHD_Connection* connection, const char* url,
                           std::string_view method, void** state) {
     auto exchange = std::make_shared<HttpExchange>();
@@ -189,9 +209,18 @@ class HttpServer::Library {
 HttpServer::HttpServer(EventLoop& loop, Handler handler, HttpSettings settings)
     : m_loop(loop),
       m_handler(std::move(handler)),
-      m_settings(settings),
+      m_settings(std::move(settings)),
       m_ready(loop.Io()),
-      m_timer(loop.Io()) {}
+      m_timer(loop.Io()),
+      m_door(
+          loop.Io(),
+          HttpDoorSettings{.head = m_settings.head,
+                           .maxVisitors = m_settings.maxConnections,
+                           .deadline = m_settings.deadline},
+          [this] { return HasRoom(); },
+          [this](Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t size) {
+            Enter(std::move(socket), peer, size);
+          }) {}
 
 HttpServer::~HttpServer() { Close(); }
 
@@ -212,12 +241,11 @@ bool HttpServer::Open(const std::string& address, std::string& error) {
   m_address = BoundAddress(socket.Get());
   const auto seconds = std::chrono::ceil<std::chrono::seconds>(m_settings.deadline).count();
   m_daemon = MHD_start_daemon(
-      MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, Library::OnRequest, this,
-      MHD_OPTION_LISTEN_SOCKET, socket.Get(), MHD_OPTION_CONNECTION_LIMIT,
-      m_settings.maxConnections, MHD_OPTION_CONNECTION_MEMORY_LIMIT, m_settings.maxHeader,
-      MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(seconds), MHD_OPTION_NOTIFY_COMPLETED,
-      Library::OnCompleted, this, MHD_OPTION_NOTIFY_CONNECTION, Library::OnConnection, this,
-      MHD_OPTION_END);
+      MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_NO_LISTEN_SOCKET, 0, nullptr, nullptr,
+      Library::OnRequest, this, MHD_OPTION_CONNECTION_LIMIT, m_settings.maxConnections,
+      MHD_OPTION_CONNECTION_MEMORY_LIMIT, m_settings.memory, MHD_OPTION_CONNECTION_TIMEOUT,
+      static_cast<unsigned>(seconds), MHD_OPTION_NOTIFY_COMPLETED, Library::OnCompleted, this,
+      MHD_OPTION_NOTIFY_CONNECTION, Library::OnConnection, this, MHD_OPTION_END);
   const MHD_DaemonInfo* info =
       m_daemon == nullptr ? nullptr : MHD_get_daemon_info(m_daemon, MHD_DAEMON_INFO_EPOLL_FD);
   if (info == nullptr) {
@@ -225,16 +253,16 @@ bool HttpServer::Open(const std::string& address, std::string& error) {
     Close();
     return false;
   }
-  // The library closes it.
-  static_cast<void>(socket.Release());
   *m_isOpen = true;
   m_ready.assign(info->epoll_fd);
+  m_door.Open(std::move(socket));
   WaitForWork();
   Work();
   return true;
 }
 
 void HttpServer::Close() {
+  m_door.Close();
   if (std::exchange(*m_isOpen, false)) {
     m_ready.release();
     m_timer.cancel();
@@ -265,15 +293,32 @@ void HttpServer::WaitForWork() {
                      });
 }
 
+void HttpServer::Enter(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize) {
+  // The library closes it, also if it does not take it.
+  MHD_add_connection(m_daemon, socket.Release(), reinterpret_cast<const ::sockaddr*>(&peer),
+                     peerSize);
+  m_hasNew = true;
+  if (!m_isWorking) {
+    Work();
+  }
+}
+
 void HttpServer::Work() {
-  // The library stops listening while all places are taken, and finds out that one is free in the
-  // turn behind the one that has freed it.
+  m_isWorking = true;
   std::size_t before = 0;
   do {
+    m_hasNew = false;
     before = m_connections.size();
     MHD_run(m_daemon);
-  } while (m_connections.size() < before);
+    m_door.OnRoom();
+    // The library finds out in the turn behind that one of its connections has ended.
+  } while (m_hasNew || m_connections.size() < before);
+  m_isWorking = false;
   EndLateConnections();
+  WatchTime();
+}
+
+void HttpServer::WatchTime() {
   MHD_UNSIGNED_LONG_LONG milliseconds = 0;
   Clock::time_point next = Clock::time_point::max();
   if (MHD_get_timeout(m_daemon, &milliseconds) == MHD_YES) {
@@ -281,10 +326,6 @@ void HttpServer::Work() {
   }
   for (const auto& [connection, facts] : m_connections) {
     next = std::min(next, facts.end);
-  }
-  const bool isFull = m_connections.size() >= m_settings.maxConnections;
-  if (std::exchange(m_wasFull, isFull) || isFull) {
-    next = std::min(next, Clock::now() + std::chrono::seconds(1));
   }
   if (next == Clock::time_point::max()) {
     m_timer.cancel();

@@ -8,16 +8,20 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "node/local/Descriptor.h"
 #include "node/local/EventLoop.h"
+#include "node/local/HttpDoor.h"
 #include "node/local/HttpExchange.h"
 
 struct MHD_Daemon;
 
 struct HttpSettings {
-  unsigned maxConnections = 128;  ///< further ones wait until a place is free
-  std::size_t maxHeader = 16384;  ///< bytes of a request, kept for each connection
+  unsigned maxConnections = 128;  ///< that are served; as many more wait at the door
+  std::size_t memory = 32768;     ///< bytes for each connection that is served
+  HeadRule head;                  ///< what is refused at the door
   /// A connection ends then, whatever it has sent or taken until then.
   std::chrono::milliseconds deadline{10000};
 };
@@ -37,6 +41,8 @@ class HttpServer {
 
   /// Whether Open can read the text.
   [[nodiscard]] static bool IsAddress(const std::string& text);
+  /// The names that requests may be for, besides addresses and "localhost".
+  void SetHostNames(std::vector<std::string> names) { m_door.SetHostNames(std::move(names)); }
   /// Listens on "ADDRESS:PORT", an IPv4 address or an IPv6 one in brackets; port 0 is any that is
   /// free. False, with the reason in `error`, if that can't be.
   [[nodiscard]] bool Open(const std::string& address, std::string& error);
@@ -54,8 +60,11 @@ class HttpServer {
     bool isSuspended = false;  ///< until its answer is there
   };
 
+  [[nodiscard]] bool HasRoom() const { return m_connections.size() < m_settings.maxConnections; }
+  void Enter(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize);
   void WaitForWork();
   void Work();
+  void WatchTime();
   void EndLateConnections();
 
   EventLoop& m_loop;
@@ -67,6 +76,8 @@ class HttpServer {
   asio::steady_timer m_timer;
   std::map<void*, Connection> m_connections;
   std::map<HttpExchange*, std::shared_ptr<HttpExchange>> m_exchanges;
-  bool m_wasFull = false;  ///< at the last turn
+  HttpDoor m_door;
+  bool m_isWorking = false;
+  bool m_hasNew = false;  ///< somebody has entered in this turn
   std::shared_ptr<bool> m_isOpen = std::make_shared<bool>(false);
 };

@@ -259,6 +259,9 @@ void LocalNode::OpenHttp(const NodeSettings& settings) {
     }
     Parts().metrics.Configure(records, [](const std::string&) {});
   }
+  std::vector<std::string> hosts = settings.httpHosts;
+  hosts.push_back(ReadHostName());
+  Parts().http.SetHostNames(std::move(hosts));
   std::string error;
   if (!Parts().http.Open(settings.httpListen, error)) {
     Report("Http Listen: " + error + "; the daemon goes on without metrics");

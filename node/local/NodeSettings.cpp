@@ -19,6 +19,7 @@ constexpr const char* kHistoryDays = "History Days";
 constexpr const char* kHistoryMegabytes = "History Megabytes";
 constexpr const char* kHttpListen = "Http Listen";
 constexpr const char* kHttpRecords = "Http Records";
+constexpr const char* kHttpHosts = "Http Hosts";
 constexpr const char* kHttpListenVariable = "QMT_HTTP_LISTEN";
 
 /// A setting that is a whole number.
@@ -32,7 +33,7 @@ constexpr std::array kNumberKeys{
     NumberKey{kHistoryDays, 1, 3650},    NumberKey{kHistoryMegabytes, 1, 1 << 20},
     NumberKey{"Mount Timeout", 0, 3600},  // the agent reads it
 };
-constexpr std::array kTextKeys{kHistoryFile, kHttpListen, kHttpRecords};
+constexpr std::array kTextKeys{kHistoryFile, kHttpListen, kHttpRecords, kHttpHosts};
 
 bool IsSame(const std::string& left, const char* right) {
   return xlb_stricmp(left.c_str(), right) == 0;
@@ -106,6 +107,9 @@ NodeSettings ReadNodeSettings(const LocalIniFile& ini) {
   }
   if (const IniSetting* setting = Find(section, kHttpListen); setting != nullptr) {
     settings.httpListen = setting->value;
+  }
+  if (const IniSetting* setting = Find(section, kHttpHosts); setting != nullptr) {
+    settings.httpHosts = Words(setting->value);
   }
   if (const IniSetting* setting = Find(section, kHttpRecords); setting != nullptr) {
     settings.httpRecords = Words(setting->value);

@@ -89,7 +89,7 @@ class HttpTest : public ::testing::Test {
   std::string Ask(const std::string& path, const std::string& headers = "",
                   const std::string& method = "GET") {
     HttpClient client(address);
-    client.Send(method + ' ' + path + " HTTP/1.1\r\nHost: x\r\n" + headers + "\r\n");
+    client.Send(method + ' ' + path + " HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n");
     return client.Receive();
   }
 
@@ -213,6 +213,87 @@ TEST_F(HttpTest, SlowHugeAndManyClientsEndByThemselves) {
         EXPECT_THAT(Ask("/-/healthy"), HasSubstr("healthy"));
       },
       settings);
+}
+
+TEST(HttpHeadTest, WhatIsNoRequestOfOursIsRefusedAtOnce) {
+  const HeadRule rule{.maxBytes = 1000, .hostNames = {"own.example"}};
+  const std::string many = [] {
+    std::string text = "GET /?";
+    for (int i = 0; i < 120; ++i) {
+      text += "a&";
+    }
+    return text;
+  }();
+  std::string headers = "GET / HTTP/1.1\r\n";
+  for (int i = 0; i < 101; ++i) {
+    headers += "a:\n";
+  }
+  const auto host = [](const std::string& name) {
+    return "GET / HTTP/1.1\r\nHost: " + name + "\r\n\r\n";
+  };
+  constexpr unsigned kMore = HeadVerdict::kIncomplete;
+  const std::pair<std::string, unsigned> cases[] = {
+      {"", kMore},
+      {"GET", kMore},
+      {"GET / HTTP/1.1\r\nHost: localhost\r\n", kMore},
+      {host("localhost"), 0},
+      {"\r\n" + host("LOCALHOST:9964"), 0},
+      {host("127.0.0.1:80"), 0},
+      {host("[::1]:9964"), 0},
+      {host("own.example."), 0},
+      {"GET / HTTP/1.0\n\n", 0},
+      {host("evil.example"), 421},
+      {host("own.example.evil.example"), 421},
+      {host("127.0.0.1.evil.example"), 421},
+      {host("[::1"), 421},
+      {host("localhost:x"), 421},
+      {host(""), 421},
+      {"GET / HTTP/1.1\r\n\r\n", 400},
+      {"GET / HTTP/1.1\nHost: localhost\nhost: localhost\n\n", 400},
+      {std::string("\0\xff", 2), 400},
+      {" GET", 400},
+      {std::string(40, 'G'), 400},
+      {"GET\r\n", 400},
+      {"GET /\r\n", 400},
+      {"GET / HTTP/2\r\n", 400},
+      {"GET /\x1b HTTP/1.1\r\n", 400},
+      {"GET /" + std::string(600, 'x'), 414},
+      {many, 414},
+      {headers, 431},
+      {"GET / HTTP/1.1\r\nHost: localhost\r\nX: " + std::string(1000, 'x'), 431},
+  };
+  for (const auto& [bytes, status] : cases) {
+    EXPECT_EQ(JudgeHead(bytes, rule).status, status) << bytes;
+  }
+}
+
+TEST_F(HttpTest, WhoSendsNothingGivesWayAndWhatIsNoRequestIsToldAtOnce) {
+  const auto begin = std::chrono::steady_clock::now();
+  const auto isSoon = [&] { return std::chrono::steady_clock::now() - begin < milliseconds(4500); };
+  Serve([&] {
+    std::list<HttpClient> idle;
+    for (int i = 0; i < 300; ++i) {
+      idle.emplace_back(address);
+      idle.back().Send("GE");
+    }
+    EXPECT_THAT(Ask("/-/healthy"), HasSubstr("healthy")) << "behind 300 slow ones";
+    HttpClient garbage(address);
+    garbage.Send(std::string("\0\xff\r\n\r\n", 6));
+    EXPECT_THAT(garbage.Receive(), StartsWith("HTTP/1.1 400 "));
+    std::string arguments = "/?";
+    for (int i = 0; i < 3000; ++i) {
+      arguments += "a&";
+    }
+    EXPECT_THAT(Ask(arguments), StartsWith("HTTP/1.1 414 "));
+    // In pieces it is one request all the same.
+    HttpClient pieces(address);
+    for (const char* piece : {"GET /-/heal", "thy HTTP/1.1\r\nHo", "st: localhost\r\n", "\r\n"}) {
+      pieces.Send(piece);
+      std::this_thread::sleep_for(milliseconds(20));
+    }
+    EXPECT_THAT(pieces.Receive(), HasSubstr("healthy"));
+  });
+  EXPECT_TRUE(isSoon());
 }
 
 TEST_F(HttpTest, AnAddressThatCannotBeHadIsTold) {
