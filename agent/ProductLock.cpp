@@ -40,8 +40,9 @@ bool ProductLock::Take() {
   m_descriptor =
       ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, kFileMode);
   if (m_descriptor < 0) {
-    m_reason = path + ": " + std::strerror(errno);
-    return errno == ENOENT;
+    const int code = errno;
+    m_reason = path + ": " + std::strerror(code);
+    return code == ENOENT;
   }
   struct ::stat status {};
   if (::fstat(m_descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {

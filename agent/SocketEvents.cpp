@@ -37,8 +37,9 @@ int UnixAgent::NotifyEvent(CMBSocketEvent* event) {
     TraceExit("UnixAgent::NotifyEvent");
     return 0;
   }
+  const int result = ReadHelper(descriptor);
   TraceExit("UnixAgent::NotifyEvent");
-  return ReadHelper(descriptor);
+  return result;
 }
 
 void UnixAgent::TraceToggles() {

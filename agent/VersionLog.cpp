@@ -7,7 +7,6 @@
 #include <ios>
 
 #include "support/RegularFile.h"
-#include "support/TextFile.h"
 #include "support/TraceLog.h"
 
 void WriteVersionLog(const std::string& directory, const std::string& buildEnvironment,
@@ -15,8 +14,7 @@ void WriteVersionLog(const std::string& directory, const std::string& buildEnvir
   constexpr int kBuildBits = 32;
   constexpr mode_t kFileMode = 0666;
   const std::string path = directory + "/log/version.log";
-  const int descriptor = OpenRegularFile(path, O_WRONLY | O_CREAT | O_TRUNC, kFileMode);
-  const TextFilePtr out(descriptor < 0 ? nullptr : ::fdopen(descriptor, "w"));
+  const TextFilePtr out = OpenRegularStream(path, O_WRONLY | O_CREAT | O_TRUNC, kFileMode, "w");
   if (out == nullptr) {
     MessageAt(20, 10101, "open()", static_cast<int>(std::ios::failbit), path, "", "");
     return;

@@ -28,11 +28,9 @@ struct WatchOptions {
 // as the exceptions of client/Errors.h.
 
 [[nodiscard]] int RunRecords(const CommonOptions& common, bool json);
-[[nodiscard]]  /// Shows what happens within `overSeconds`, for which it takes two looks where one
-               /// is not enough.
-               int
-               RunGet(const CommonOptions& common, const RecordOptions& options,
-                      double overSeconds);
+/// Shows what happens within `overSeconds`, for which it takes two looks where one is not enough.
+[[nodiscard]] int RunGet(const CommonOptions& common, const RecordOptions& options,
+                         double overSeconds);
 [[nodiscard]] int RunLast(const CommonOptions& common, const RecordOptions& options);
 [[nodiscard]] int RunWatch(const CommonOptions& common, const WatchOptions& options);
 [[nodiscard]] int RunSchema(const CommonOptions& common, const std::string& record, bool json);

@@ -252,6 +252,7 @@ std::string Connection::ReceiveLine(TimePoint deadline) {
     const ssize_t count = ::recv(m_socket.Get(), chunk.data(), chunk.size(), MSG_DONTWAIT);
     if (count > 0) {
       m_received.append(chunk.data(), static_cast<std::size_t>(count));
+      deadline = std::chrono::steady_clock::now() + m_limits.answer;
     } else if (count == 0) {
       throw ClientError("the daemon at " + Where() + " closed the connection " +
                         (m_received.empty() ? "without an answer" : "in the middle of an answer"));

@@ -14,8 +14,9 @@ using Json = nlohmann::ordered_json;
 /// Within what a daemon has to answer.
 struct ConnectionLimits {
   std::chrono::milliseconds connect = std::chrono::seconds(5);
-  std::chrono::milliseconds answer = std::chrono::seconds(30);  ///< sending the request included
-  std::size_t answerBytes = std::size_t{128} << 20;             ///< without the newline
+  std::chrono::milliseconds answer =
+      std::chrono::seconds(30);  ///< silence of the daemon; sending the request included
+  std::size_t answerBytes = std::size_t{128} << 20;  ///< without the newline
 };
 
 /// The longest request that the daemon takes, in bytes with its newline.

@@ -92,8 +92,9 @@ void Send(int words, const Word& word) {
   ::_exit(0);
 }
 
-/// Takes the end of a child that is about to end.
+/// Takes the end of a child that has nothing left to ask, even of one that somebody has stopped.
 void Reap(pid_t child) {
+  ::kill(child, SIGKILL);
   while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
   }
 }

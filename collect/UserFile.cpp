@@ -12,6 +12,7 @@
 #include <cstring>
 #include <thread>
 
+#include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/ProductOptions.h"
 #include "support/TraceLog.h"
@@ -22,7 +23,7 @@ constexpr int kUnlocked = 1;
 constexpr int kTries = 6;
 /// How often and after what pause a load tries again, for a writer that has come since the wait.
 constexpr int kLoadTries = 5;
-constexpr std::chrono::milliseconds kLoadPause{20};
+constexpr std::chrono::milliseconds kLoadPause{10};
 /// A stranger may hold the guard's own lock too.
 constexpr std::chrono::milliseconds kPatience{25};
 constexpr std::size_t kKeySize = 20;
@@ -30,22 +31,6 @@ constexpr std::size_t kTransTypeOffset = 0;
 constexpr std::size_t kStringKeyOffset = 20;
 constexpr std::size_t kDataKeyOffset = 40;
 constexpr std::size_t kDataKeySize = 4;
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : m_number(number) {}
-  ~Descriptor() {
-    if (m_number >= 0) {
-      ::close(m_number);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  [[nodiscard]] int Get() const { return m_number; }
-
- private:
-  int m_number;
-};
 
 /// read(2), again after a signal.
 ssize_t ReadFile(int descriptor, void* buffer, std::size_t size) {

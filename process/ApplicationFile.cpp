@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "process/ApplicationMonitor.h"
+#include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/TextFile.h"
 
@@ -27,24 +28,6 @@ constexpr std::size_t kMaxLine = 255;
 constexpr std::size_t kMaxFile = 1 << 20;
 constexpr mode_t kNewFileMode = 0644;
 constexpr mode_t kModeBits = 0777;
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : m_number(number) {}
-  ~Descriptor() {
-    if (m_number >= 0) {
-      const int reason = errno;
-      ::close(m_number);
-      errno = reason;
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  [[nodiscard]] int Get() const { return m_number; }
-
- private:
-  int m_number;
-};
 
 bool WriteAll(int descriptor, std::string_view text) {
   while (!text.empty()) {

@@ -26,10 +26,9 @@ constexpr std::size_t kLineSize = 4097;
 using Line = std::array<char, kLineSize>;
 
 /// Null if there can be no such file.
-std::FILE* OpenLog(const std::string& name) {
+TextFilePtr OpenLog(const std::string& name) {
   constexpr mode_t kNewFileMode = 0666;
-  const int descriptor = OpenRegularFile(name, O_RDWR | O_CREAT | O_TRUNC, kNewFileMode);
-  return descriptor < 0 ? nullptr : ::fdopen(descriptor, "w+");
+  return OpenRegularStream(name, O_RDWR | O_CREAT | O_TRUNC, kNewFileMode, "w+");
 }
 
 /// "Mmm dd hh:mm:ss : "; returns its length.
@@ -65,7 +64,7 @@ CollectorLog& CollectorLog::Instance() {
 
 CollectorLog::CollectorLog() {
   if (g_collectorLogOn != 0) {
-    m_file.reset(OpenLog(kFileName));
+    m_file = OpenLog(kFileName);
     if (m_file != nullptr) {
       ::fchmod(::fileno(m_file.get()), kFileMode);
     }
@@ -102,6 +101,5 @@ void CollectorLog::Log(const char* format, ...) {
 void CollectorLog::Rotate() {
   ++m_rotations;
   const std::string name = std::string(kFileName) + '.' + std::to_string(m_rotations);
-  m_file.reset();
-  m_file.reset(OpenLog(name));
+  m_file = OpenLog(name);
 }

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstdio>
-#include <memory>
-#include <string>
+#include "support/TextFile.h"
 
 /// COLLECTOR.LOG, the optional detail log of the collector, in the working directory.
 class CollectorLog {
@@ -21,9 +19,6 @@ class CollectorLog {
  private:
   void Rotate();
 
-  struct Close {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-  };
-  std::unique_ptr<std::FILE, Close> m_file;
+  TextFilePtr m_file;
   int m_rotations = 0;
 };

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 /// Owns one file descriptor.
@@ -24,14 +25,20 @@ class Descriptor {
   }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (m_fd >= 0) {
-      ::close(m_fd);
-    }
-  }
+  ~Descriptor() { Close(); }
 
   [[nodiscard]] int Get() const { return m_fd; }
   [[nodiscard]] bool IsOpen() const { return m_fd >= 0; }
+  /// Gives the ownership away.
+  [[nodiscard]] int Release() { return std::exchange(m_fd, -1); }
+  /// Keeps errno, so that a failure can still be told.
+  void Close() {
+    if (m_fd >= 0) {
+      const int savedErrno = errno;
+      ::close(std::exchange(m_fd, -1));
+      errno = savedErrno;
+    }
+  }
 
  private:
   int m_fd = -1;

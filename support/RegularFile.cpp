@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+#include "support/Descriptor.h"
+
 int OpenRegularFile(const std::string& path, int flags, mode_t mode) {
   // What is cut is cut behind the check.
   const int descriptor = ::open(
@@ -24,4 +26,14 @@ int OpenRegularFile(const std::string& path, int flags, mode_t mode) {
   ::close(descriptor);
   errno = code;
   return -1;
+}
+
+TextFilePtr OpenRegularStream(const std::string& path, int flags, mode_t mode,
+                              const char* streamMode) {
+  Descriptor descriptor(OpenRegularFile(path, flags, mode));
+  TextFilePtr stream(descriptor.IsOpen() ? ::fdopen(descriptor.Get(), streamMode) : nullptr);
+  if (stream != nullptr) {
+    static_cast<void>(descriptor.Release());
+  }
+  return stream;
 }

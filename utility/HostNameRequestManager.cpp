@@ -276,8 +276,9 @@ int HostNameRequestManager::handle_request(const char* response) {
     TraceExit("HostNameRequestManager::handle_request");
     return 0;
   }
+  const int result = SendAndNote(*next);
   TraceExit("HostNameRequestManager::handle_request");
-  return SendAndNote(*next);
+  return result;
 }
 
 int HostNameRequestManager::transfer_request_from_waiting_queue_to_cache(

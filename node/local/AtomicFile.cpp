@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "node/local/Descriptor.h"
+#include "support/Descriptor.h"
 
 namespace {
 

@@ -31,9 +31,9 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
     batch.m_events.push_back(&asker->Event());
   }
 
-  // A batch that is held back has others sent inside it, and has no failed build yet.
+  // A batch that is held back has others sent inside it, whose failures are theirs alone.
   const bool wasSending = std::exchange(m_isSending, true);
-  m_failedBuilds.clear();
+  std::set<std::string> outerFailures = std::exchange(m_failedBuilds, {});
   const auto start = std::chrono::steady_clock::now();
   int status = kNotifyNotValid;
   try {
@@ -55,6 +55,7 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
     }
     if (outcome == RequestOutcome::kDone) {
       asker->TakeAnswer();
+      m_bytes[asker->Record()] = asker->Bytes();
       rows += asker->Rows().size();
     } else {
       asker->DropAnswer();
@@ -62,6 +63,7 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
     outcomes.push_back(outcome);
   }
 
+  m_failedBuilds = std::move(outerFailures);
   const auto failed = static_cast<std::size_t>(
       std::count_if(outcomes.begin(), outcomes.end(),
                     [](RequestOutcome outcome) { return outcome != RequestOutcome::kDone; }));
@@ -73,6 +75,27 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
   m_rowsMade += rows;
   m_last = {end, end - start, askers.size() + refused, failed + refused};
   return outcomes;
+}
+
+bool BatchDesk::MayHold(std::span<const std::shared_ptr<RecordAsker>> askers) const {
+  constexpr std::size_t kAlwaysAllowed = std::size_t{1} << 20;
+  const auto largest = std::max_element(
+      m_bytes.begin(), m_bytes.end(),
+      [](const auto& left, const auto& right) { return left.second < right.second; });
+  std::set<std::string> seen;
+  std::size_t all = 0;
+  std::size_t copies = 0;
+  std::size_t others = RecordAsker::HeldBytes();
+  for (const std::shared_ptr<RecordAsker>& asker : askers) {
+    const auto known = m_bytes.find(asker->Record());
+    const std::size_t likely = known != m_bytes.end()     ? known->second
+                               : largest != m_bytes.end() ? largest->second
+                                                          : 0;
+    all += likely;
+    copies += seen.insert(asker->Record()).second ? 0 : likely;
+    others -= asker->Bytes();
+  }
+  return all <= kAlwaysAllowed || others + copies <= m_maxHeldBytes;
 }
 
 void BatchDesk::NoteFailedBuild(const std::string& record) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -35,6 +36,11 @@ class BatchDesk {
   std::vector<RequestOutcome> Send(CMBNode& node,
                                    std::span<const std::shared_ptr<RecordAsker>> askers,
                                    std::size_t refused);
+  /// What the rows of answers on demand may hold, of all clients together. One large answer may
+  /// exceed it, but neither many copies of it in one request nor those of many clients.
+  void SetMaxHeldBytes(std::size_t bytes) { m_maxHeldBytes = bytes; }
+  /// Whether these may be asked for, by what their records held when they were last built.
+  [[nodiscard]] bool MayHold(std::span<const std::shared_ptr<RecordAsker>> askers) const;
   /// The agent has reported, by its numbered message, that this record's builder failed.
   void NoteFailedBuild(const std::string& record);
   /// Nothing until a batch is done.
@@ -47,6 +53,8 @@ class BatchDesk {
   std::optional<BatchReport> m_last;
   std::uint64_t m_batches = 0;
   std::uint64_t m_rowsMade = 0;
+  std::size_t m_maxHeldBytes = std::size_t{128} << 20;
+  std::map<std::string, std::size_t> m_bytes;  ///< of each record's rows, when it was last built
   bool m_isSending = false;
   std::set<std::string> m_failedBuilds;
 };

@@ -39,6 +39,8 @@ void ControlConnection::Close() {
   }
   asio::error_code ignored;
   m_socket.close(ignored);
+  const auto self = shared_from_this();
+  m_around.onClosed(*this);
   // What is being written is counted until the library lets it go.
   m_around.budget.used -= m_pending.size();
   m_pending.clear();
@@ -46,7 +48,6 @@ void ControlConnection::Close() {
     m_around.loop.Retire(std::make_shared<AnswerPieces>(std::exchange(m_pieces, nullptr)));
   }
   m_around.loop.Retire(std::move(m_requests));
-  m_around.onClosed(*this);
 }
 
 void ControlConnection::WatchHangUp() {
@@ -119,7 +120,7 @@ void ControlConnection::Serve(const std::string& line) {
     m_around.operations.Handle(line, shared_from_this());
   } catch (const std::bad_alloc&) {
     if (m_isServing) {
-      ControlRequest(Json::object(), shared_from_this()).Fail(MemoryError());
+      ControlRequest(Json::object(), shared_from_this()).FailForMemory();
     } else {
       Close();
     }
@@ -181,6 +182,15 @@ void ControlConnection::Put(const std::string& text) {
 
 void ControlConnection::Write() {
   m_inFlight.swap(m_pending);
+  try {
+    BeginWrite();
+  } catch (const std::bad_alloc&) {
+    OnWritten();
+    Close();
+  }
+}
+
+void ControlConnection::BeginWrite() {
   asio::async_write(m_socket, asio::buffer(m_inFlight),
                     [self = shared_from_this()](asio::error_code error, std::size_t) {
                       self->OnWritten();

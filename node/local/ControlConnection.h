@@ -48,6 +48,7 @@ class ControlConnection : public ControlPeer,
   [[nodiscard]] RequestBook& Requests() override { return *m_requests; }
   void Answer(std::string line) override;
   void AnswerInPieces(AnswerPieces pieces) override;
+  void Abandon() override { Close(); }
 
  private:
   void WatchHangUp();
@@ -58,6 +59,7 @@ class ControlConnection : public ControlPeer,
   void SendPiece();
   void Put(const std::string& text);
   void Write();
+  void BeginWrite();
   void OnWritten();
   [[nodiscard]] std::size_t OutputSize() const { return m_pending.size() + m_inFlight.size(); }
 

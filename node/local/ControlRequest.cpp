@@ -1,6 +1,7 @@
 #include "node/local/ControlRequest.h"
 
 #include <algorithm>
+#include <new>
 
 namespace {
 
@@ -66,6 +67,14 @@ void ControlRequest::Fail(const ControlError& error) const {
   Json answer = Head(false);
   answer["error"] = ErrorJson(error);
   m_peer->Answer(JsonText(answer));
+}
+
+void ControlRequest::FailForMemory() const {
+  try {
+    Fail(MemoryError());
+  } catch (const std::bad_alloc&) {
+    m_peer->Abandon();
+  }
 }
 
 std::string ControlRequest::AnswerHead() const {

@@ -30,6 +30,8 @@ class ControlPeer {
   virtual void Answer(std::string line) = 0;
   /// The same in pieces, the last of which ends without the newline.
   virtual void AnswerInPieces(AnswerPieces pieces) = 0;
+  /// Ends the connection with the request unanswered, where there is no memory for an answer.
+  virtual void Abandon() = 0;
 };
 
 /// What a client is told when its request fails. `field` is the member at fault, empty if none is.
@@ -60,6 +62,8 @@ class ControlRequest {
   /// Answers that all went well, with one member besides; a null name adds none.
   void Succeed(const char* name = nullptr, const Json& value = nullptr) const;
   void Fail(const ControlError& error) const;
+  /// Fails with MemoryError; abandons the client if there is no memory for that either.
+  void FailForMemory() const;
   /// An answer that is put together by the caller, piece by piece: the begin of one that all went
   /// well, still without the closing brace.
   [[nodiscard]] std::string AnswerHead() const;

@@ -111,6 +111,14 @@ void EventLoop::WaitForIo() {
   }
 }
 
+void EventLoop::WaitForIoUntil(Clock::time_point deadline) {
+  try {
+    m_io.run_one_until(deadline);
+  } catch (const std::bad_alloc&) {
+    m_onNoMemory();
+  }
+}
+
 void EventLoop::Yield(long seconds) {
   if (m_depth != 1) {
     return;
@@ -133,7 +141,7 @@ bool EventLoop::Hold(long seconds) {
   while (!IsStopRequested() && Clock::now() < deadline) {
     const bool hadIo = PollIo();
     if (!DeliverWaiting(true) && !hadIo && !IsStopRequested()) {
-      m_io.run_one_until(deadline);
+      WaitForIoUntil(deadline);
     }
   }
   return !IsStopRequested();
@@ -218,6 +226,6 @@ void EventLoop::DropWaiting() {
 void EventLoop::Pump(Clock::duration limit, const std::function<bool()>& isDone) {
   const auto deadline = Clock::now() + limit;
   while (!isDone() && Clock::now() < deadline) {
-    m_io.run_one_until(deadline);
+    WaitForIoUntil(deadline);
   }
 }

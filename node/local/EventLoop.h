@@ -61,6 +61,7 @@ class EventLoop {
   bool PollIo();
   bool PollOne();
   void WaitForIo();
+  void WaitForIoUntil(std::chrono::steady_clock::time_point deadline);
   /// Runs the tasks that wait, batches only if they may; whether there were any.
   bool DeliverWaiting(bool withBatches);
   void Deliver(LoopTask task);

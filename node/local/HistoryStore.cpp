@@ -85,6 +85,17 @@ std::unique_ptr<SqlDatabase> OpenFile(const std::string& file) {
   return database;
 }
 
+/// Whether the file is a database without damage, or can't be judged for the moment.
+bool IsWhole(const std::string& file) {
+  try {
+    SqlDatabase database(file, kBusyMilliseconds);
+    SqlStatement check = database.Prepare("PRAGMA quick_check(1)");
+    return check.Step() && check.Text(0) == "ok";
+  } catch (const SqlError& error) {
+    return !error.IsBroken();
+  }
+}
+
 std::int64_t PageBytes(SqlDatabase& database, std::int64_t pages) {
   return pages * database.Number("PRAGMA page_size");
 }
@@ -190,11 +201,30 @@ void HistoryStore::MoveWaiting() {
     return;
   }
   m_waiting = {};
-  SqlDatabase& database = *m_main.database;
-  SqlStatement attach = database.Prepare("ATTACH ?1 AS waiting");
   const std::string file = WaitingFile();
-  attach.Bind(1, std::string_view(file));
-  attach.Run();
+  try {
+    MoveFrom(file);
+  } catch (const SqlError& error) {
+    if (!error.IsBroken() || IsWhole(file)) {
+      throw;
+    }
+    Close();
+    SetAside(file);
+    m_report("History: " + file + " is damaged (" + error.what() + "); it is set aside.");
+    Open();
+  }
+  if (!m_hasWaiting) {
+    std::remove(file.c_str());
+  }
+}
+
+void HistoryStore::MoveFrom(const std::string& file) {
+  SqlDatabase& database = *m_main.database;
+  {
+    SqlStatement attach = database.Prepare("ATTACH ?1 AS waiting");
+    attach.Bind(1, std::string_view(file));
+    attach.Run();
+  }
   try {
     // Both files change together, whatever happens meanwhile.
     database.Execute("BEGIN EXCLUSIVE");
@@ -205,18 +235,12 @@ void HistoryStore::MoveWaiting() {
       database.Execute("ROLLBACK");
     }
     m_hasWaiting = true;
-    if (error.IsBroken()) {
-      Close();
-      SetAside(file);
-      throw SqlError(0, file + ": " + error.what());
+    if (!error.IsBroken()) {
+      database.Execute("DETACH waiting");
     }
-    database.Execute("DETACH waiting");
     throw;
   }
   database.Execute("DETACH waiting");
-  if (!m_hasWaiting) {
-    std::remove(file.c_str());
-  }
 }
 
 void HistoryStore::NoteFit(const std::string& done) {

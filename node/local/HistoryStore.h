@@ -66,6 +66,7 @@ class HistoryStore : public RecordSink {
   void Begin();
   void BeginWaiting();
   void MoveWaiting();
+  void MoveFrom(const std::string& file);
   /// Whether there is more.
   [[nodiscard]] bool MoveTables();
   void NoteFit(const std::string& done);

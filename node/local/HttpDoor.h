@@ -14,8 +14,8 @@
 #include <utility>
 #include <vector>
 
-#include "node/local/Descriptor.h"
 #include "node/local/HttpHead.h"
+#include "support/Descriptor.h"
 
 struct HttpDoorSettings {
   HeadRule head;

@@ -11,10 +11,10 @@
 #include <utility>
 #include <vector>
 
-#include "node/local/Descriptor.h"
 #include "node/local/EventLoop.h"
 #include "node/local/HttpDoor.h"
 #include "node/local/HttpExchange.h"
+#include "support/Descriptor.h"
 
 struct MHD_Daemon;
 

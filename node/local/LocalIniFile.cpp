@@ -15,7 +15,7 @@
 #include <string_view>
 
 #include "node/local/AtomicFile.h"
-#include "node/local/Descriptor.h"
+#include "support/Descriptor.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "node/local/Descriptor.h"
+#include "support/Descriptor.h"
 
 /// A rotating file: qmtdmon.log, and its predecessors qmtdmon.1.log (the youngest) and so on. It is
 /// opened at the first write, and only as a regular file that is no link. After a failure nothing

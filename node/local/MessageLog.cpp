@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "node/MessageCatalog.h"
+
 namespace {
 
 constexpr mode_t kFolderMode = 0755;

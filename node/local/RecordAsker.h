@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <ctime>
 #include <list>
 #include <string>
@@ -22,6 +23,10 @@ class RecordAsker {
   [[nodiscard]] CMBRecordRequestEvent& Event() { return m_event; }
   /// The rows of the last answer; owned here, until the next answer. None is null.
   [[nodiscard]] const std::list<CMBRecord*>& Rows() const { return m_rows; }
+  /// Bytes of these rows.
+  [[nodiscard]] std::size_t Bytes() const { return m_bytes; }
+  /// Bytes of the rows that all askers on demand hold.
+  [[nodiscard]] static std::size_t HeldBytes() { return s_heldBytes; }
   /// When they were built, in seconds since the epoch: what the first row says or, where no row
   /// says it, when the answer was taken.
   [[nodiscard]] std::time_t AnswerTime() const { return m_answerTime; }
@@ -32,7 +37,13 @@ class RecordAsker {
   void DropAnswer();
 
  private:
+  void CountRows();
+
+  static inline std::size_t s_heldBytes = 0;
+
   std::list<CMBRecord*> m_rows;
+  std::size_t m_bytes = 0;
+  bool m_isOnDemand;
   std::time_t m_answerTime = 0;
   tagPQLAUI m_identity;
   CMBRecordRequest m_request;

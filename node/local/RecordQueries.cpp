@@ -224,7 +224,7 @@ void RecordQueries::RunGet(CMBNode& node, const GetPlan& plan) {
   try {
     AnswerGet(node, plan);
   } catch (const std::bad_alloc&) {
-    plan.request->Fail(MemoryError());
+    plan.request->FailForMemory();
   }
 }
 
@@ -234,6 +234,10 @@ void RecordQueries::AnswerGet(CMBNode& node, const GetPlan& plan) {
     return;
   }
   std::vector<RequestOutcome> outcomes;
+  if (!m_desk.MayHold(plan.askers)) {
+    plan.request->FailForMemory();
+    return;
+  }
   if (!plan.askers.empty()) {
     outcomes = m_desk.Send(node, plan.askers, plan.items.size() - plan.askers.size());
   }

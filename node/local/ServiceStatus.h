@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "node/local/Descriptor.h"
+#include "support/Descriptor.h"
 
 /// Tells whether the service runs already in a working directory, by a lock on its file
 /// run/XYZ.lock, where XYZ are the service's letters. The lock ends with the process, however that

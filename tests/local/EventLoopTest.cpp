@@ -10,9 +10,9 @@
 #include <ctime>
 #include <thread>
 
-#include "node/local/Descriptor.h"
 #include "node/local/DescriptorWatches.h"
 #include "node/local/EventTimers.h"
+#include "support/Descriptor.h"
 #include "tests/local/FakeAgent.h"
 
 namespace {

@@ -14,6 +14,7 @@ class FakePeer : public ControlPeer {
   [[nodiscard]] bool IsGone() const override { return isGone; }
   [[nodiscard]] RequestBook& Requests() override { return m_requests; }
   void Answer(std::string line) override { answers.push_back(std::move(line)); }
+  void Abandon() override { isGone = true; }
   void AnswerInPieces(AnswerPieces pieces) override {
     std::string line;
     std::string piece;

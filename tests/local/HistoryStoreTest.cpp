@@ -225,6 +225,23 @@ TEST_F(HistoryStoreTest, ABrokenFileIsSetAside) {
   EXPECT_THAT(m_told.front(), HasSubstr("It is set aside"));
 }
 
+TEST_F(HistoryStoreTest, ABrokenFileOfWaitingRowsIsSetAsideAlone) {
+  Keep();
+  Batch(m_now);
+  Keep();
+  std::ofstream("records.db-waiting") << std::string(5000, 'x');
+  Batch(m_now);
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 3);
+  EXPECT_EQ(m_store.LostBatches(), 0U);
+  EXPECT_THAT(m_told, testing::Contains(HasSubstr("records.db-waiting is damaged")));
+  const auto isAside = [](const auto& entry) {
+    return entry.path().filename().string().starts_with("records.db-waiting.broken-");
+  };
+  const std::filesystem::directory_iterator files(".");
+  EXPECT_EQ(std::count_if(begin(files), end(files), isAside), 1);
+}
+
 TEST_F(HistoryStoreTest, WhileSomebodyReadsAKillLosesAtMostTheBatchAtWork) {
   Keep();
   Batch(m_now);

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
+#include <list>
 #include <sstream>
 #include <thread>
 
@@ -567,6 +568,38 @@ TEST_F(ControlServerTest, AnAnswerMayBeLongerThanWhatMayWait) {
     EXPECT_EQ(slow.Receive()["results"][0]["rows"][19999]["Count"], 19999);
   });
   EXPECT_THAT(m_problems, ElementsAre());
+}
+
+TEST_F(ControlServerTest, RowsThatAnswersHoldAreBounded) {
+  m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+    for (CMBRecordRequestEvent* event : batch.m_events) {
+      for (std::uint32_t count = 0; count < 40000; ++count) {
+        event->m_records.push_back(new FakeRecord(count));
+      }
+    }
+    return kNotifyDone;
+  };
+  m_desk.SetMaxHeldBytes(4 * 40000 * sizeof(recordFake));
+  Serve({}, [] {
+    const auto codeOf = [](const json& answer) {
+      return answer["ok"] == true ? "" : answer["error"]["code"].get<std::string>();
+    };
+    const std::string sixTimes =
+        R"({"op":"get","records":["FAKE","FAKE","FAKE","FAKE","FAKE","FAKE"]})";
+    std::list<TestClient> holders(5);
+    for (TestClient& holder : holders) {
+      EXPECT_EQ(codeOf(holder.Ask(kGetFake)), "");
+    }
+    TestClient late;
+    EXPECT_EQ(codeOf(late.Ask(kGetFake)), "no-memory");
+    EXPECT_EQ(codeOf(late.Ask(sixTimes)), "no-memory");
+    EXPECT_EQ(codeOf(late.Ask(kAskStatus)), "");
+    holders.clear();
+    while (codeOf(late.Ask(kGetFake)) != "") {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(codeOf(late.Ask(sixTimes)), "no-memory");
+  });
 }
 
 TEST_F(ControlServerTest, AfterClientsThatVanishEveryLaterOneIsAnswered) {

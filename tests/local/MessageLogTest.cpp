@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "node/local/Descriptor.h"
 #include "node/local/LocalIniFile.h"
 #include "node/local/MessageLog.h"
+#include "support/Descriptor.h"
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/TempFolder.h"
 

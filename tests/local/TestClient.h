@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "node/local/Descriptor.h"
+#include "support/Descriptor.h"
 
 /// A client of run/control.sock that blocks, for at most ten seconds a call.
 class TestClient {
