@@ -1,18 +1,33 @@
 #include "collect/SystemSourceLINUX.h"
 
 #include <cerrno>
+#include <string>
 
 #include "collect/AccountingCount.h"
 #include "collect/HostFile.h"
 #include "collect/TextScanner.h"
+#include "support/HostPaths.h"
 #include "support/Switches.h"
 
 namespace {
 
-void Open(ProcLib& lib, ProcFile file) {
-  if (const UtlErrorPtr error(lib.Initialize(file)); error != nullptr) {
+/// The place that was told to hold no host; empty after one that did.
+std::string g_toldPlace;
+
+bool Open(ProcLib& lib, ProcFile file) {
+  const UtlErrorPtr error(lib.Initialize(file));
+  if (error != nullptr) {
     Trace(30, kError, "An error occured in function (ProcLib::Initialize):(%1, arg1=%2)",
           error->GetMessage(), static_cast<int>(file));
+  }
+  return error == nullptr;
+}
+
+void TellNoHost() {
+  const std::string place = HostPath("/proc");
+  if (g_toldPlace != place) {
+    g_toldPlace = place;
+    Trace(10, kError, "There is no host to be read: %1 holds none of the system's files.", place);
   }
 }
 
@@ -26,10 +41,16 @@ float Megabytes(std::uint64_t units, std::uint64_t unitBytes) {
 SystemSourceUser::SystemSourceUser() {
   TraceEntry("SystemSourceUser::SystemSourceUser");
   ++s_statistics.constructed;
-  Open(m_statLib, kProcStat);
-  Open(m_loadavgLib, kProcLoadavg);
+  bool isAnyOpen = Open(m_statLib, kProcStat);
+  isAnyOpen = Open(m_loadavgLib, kProcLoadavg) || isAnyOpen;
   if (g_kernelVariant == kNewestKernel) {
-    Open(m_vmstatLib, kProcVmstat);
+    isAnyOpen = Open(m_vmstatLib, kProcVmstat) || isAnyOpen;
+  }
+  m_isNowhere = !isAnyOpen;
+  if (m_isNowhere) {
+    TellNoHost();
+  } else {
+    g_toldPlace.clear();
   }
   TraceExit("SystemSourceUser::SystemSourceUser");
 }
@@ -39,6 +60,7 @@ SystemSourceUser::~SystemSourceUser() { ++s_statistics.destroyed; }
 void SystemSourceUser::read(x_system* record) {
   TraceEntry("SystemSourceUser::read", AddressOf(record));
   m_more = false;
+  record->isNowhere = m_isNowhere;
   if (m_pendingError == nullptr) {
     ReadMemory(*record);
     ReadCounters(*record);

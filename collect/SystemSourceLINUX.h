@@ -51,6 +51,8 @@ struct x_system {
   std::uint32_t pageScans = 0;           ///< none
   std::uint32_t numProcesses = 0;
   std::uint32_t numUsers = 0;  ///< distinct real user ids of processes
+  /// None of the files below /proc was there: the zeros are not those of a host at rest.
+  bool isNowhere = false;
 };
 
 /// The whole host as builders see it.
@@ -97,6 +99,7 @@ class SystemSourceUser : public PtrSource<x_system, System, std::vector<System>>
   [[nodiscard]] std::uint32_t TrapCount() const { return m_figures.trapCount; }
 
  private:
+  bool m_isNowhere = false;
   /// What has been read, until it is known which of it goes into the record.
   struct Figures {
     float runQueue = 0;

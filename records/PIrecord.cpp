@@ -162,6 +162,10 @@ void CompareWithPredecessor(Row& row, const Row* predecessor, bool realtime) {
 UtlError* RecordBuilder::Build_PI(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::Build_PI", AddressOf(pEvent), AddressOf(pRequest));
   auto [last, first] = ClaimUserObject<MyPIObject>(*pRequest);
+  if (m_pCollector->GetSystem()->isNowhere) {
+    TraceExit("RecordBuilder::Build_PI", 1);
+    return new UtlError("There is no host to be read.", __FILE__, __LINE__);
+  }
   if (UtlErrorPtr error{m_pCPUSummary->Build(m_cycle)}) {
     Trace(30, kWarning, "Unable to get the CPU Summary information: %1.", error->GetMessage());
     TraceExit("RecordBuilder::Build_PI", 1);

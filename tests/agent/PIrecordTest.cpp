@@ -63,6 +63,16 @@ class PIrecordTest : public AgentOnHost {
   }
 };
 
+TEST_F(PIrecordTest, AHostThatIsNotThereHasNoRow) {
+  Batch batch;
+  batch.Add("PI", '4', {.realtime = 1, .calcRates = 0});
+  m_host.Remove("/proc");
+  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  EXPECT_TRUE(batch.entries[0]->event.m_records.empty());
+  EXPECT_EQ(Lines("Failed to collect the record. (record=PI, detail=There is no host to be read.)"),
+            1U);
+}
+
 TEST_F(PIrecordTest, ASecondScheduledRowIsTheOneWorkedOutByHand) {
   Batch batch;
   batch.Add("PI", '4', {.realtime = 0, .calcRates = 1});

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "collect/NameCache.h"
 #include "collect/ProcLib.h"
@@ -37,6 +38,12 @@ class CollectFixture : public testing::Test {
   }
   static std::size_t Lines(const std::string& part) {
     return ScriptedNode::Instance().LinesWith(part).size();
+  }
+
+  /// The level of the first line that holds the part; -1 without one.
+  static int Level(const std::string& part) {
+    const std::vector<LoggedLine> lines = ScriptedNode::Instance().LinesWith(part);
+    return lines.empty() ? -1 : lines.front().level;
   }
 
  private:

@@ -59,10 +59,6 @@ class SystemSourceTest : public CollectFixture {
     EXPECT_EQ(error, nullptr);
     return row;
   }
-  static int Level(const std::string& part) {
-    const std::vector<LoggedLine> lines = ScriptedNode::Instance().LinesWith(part);
-    return lines.empty() ? -1 : lines.front().level;
-  }
 };
 
 TEST_F(SystemSourceTest, ReadsTheHostOfEachKernel) {
@@ -147,6 +143,18 @@ TEST_F(SystemSourceTest, OneBrokenFileLeavesTheOthersFigures) {
     }
   }
   EXPECT_EQ(Lines("OS API(opendir)"), 2U);
+  // Told once, until there was a host again.
+  const process_tree::HostTree host;
+  const std::string told = "There is no host to be read: " + host.Path("/proc").string() + " holds";
+  g_msgLogLevel = 10;
+  EXPECT_TRUE(Read().isNowhere && Read().isNowhere);
+  EXPECT_EQ(Lines(told), 1U);
+  EXPECT_EQ(Level(told), 10);
+  host.Write("/proc/loadavg", "");
+  EXPECT_FALSE(Read().isNowhere);
+  host.Remove("/proc/loadavg");
+  EXPECT_TRUE(Read().isNowhere);
+  EXPECT_EQ(Lines(told), 2U);
   // An old kernel has no such file, and nobody looks for it.
   ScriptedNode::Reset();
   g_msgLogLevel = 40;
