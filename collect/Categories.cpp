@@ -27,13 +27,22 @@
 
 namespace {
 
+/// Whether this host has what the source reads; asked of the sources that can tell.
+template <class Source>
+bool IsSupported(const Source& source) {
+  if constexpr (requires { source.IsSupported(); }) {
+    return source.IsSupported();
+  }
+  return true;
+}
+
 /// A run of a category whose result is a vector.
 template <class Source, auto Accessor>
 UtlError* ReadAll(Collector& collector, CategoryStep& step) {
   auto& container = *(collector.*Accessor)();
   Source source;
   UtlError* error = source.readAll(&collector, container);
-  return step.Finish(error, container.size());
+  return step.Finish(error, container.size(), IsSupported(source));
 }
 
 /// A run of a category whose result is one object.
@@ -41,7 +50,7 @@ template <class Source, auto Accessor>
 UtlError* ReadOne(Collector& collector, CategoryStep& step) {
   Source source;
   UtlError* error = source.readOne(&collector, *(collector.*Accessor)());
-  return step.Finish(error, error == nullptr ? 1 : 0);
+  return step.Finish(error, error == nullptr ? 1 : 0, IsSupported(source));
 }
 
 constexpr std::array kCategories{

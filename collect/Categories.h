@@ -13,6 +13,9 @@ struct CategoryFigures {
   std::uint64_t errors = 0;    ///< failed runs
   bool isFailed = false;       ///< whether the last run failed
   std::uint64_t entities = 0;  ///< rows after the last run
+  /// Whether this host has what the category tells, as of the last run: a failure for want of it is
+  /// a state of the host and none of the two above.
+  bool isSupported = true;
 };
 
 struct Category;
@@ -23,9 +26,9 @@ class CategoryStep {
   CategoryStep(const Category& category, std::uint32_t flags, CategoryFigures& figures)
       : m_category(category), m_flags(flags), m_figures(figures) {}
   void Start() const;
-  /// Takes the source's result, owned, and the rows now held. Returns the error if it ends the run,
-  /// else null.
-  [[nodiscard]] UtlError* Finish(UtlError* error, std::size_t entities);
+  /// Takes the source's result, owned, the rows now held and whether this host can have any.
+  /// Returns the error if it ends the run, else null.
+  [[nodiscard]] UtlError* Finish(UtlError* error, std::size_t entities, bool isSupported);
 
  private:
   const Category& m_category;

@@ -70,6 +70,13 @@ void PublishFigures(const FigureTable& table) {
         [table, index] { return static_cast<double>((*table)[index].errors); });
     add("failed", "Whether the last collection failed", FigureKind::kGauge,
         [table, index] { return (*table)[index].isFailed ? 1.0 : 0.0; });
+    FigureRegistry::Instance().Add(
+        {std::string("category_") + category.figure + "_supported",
+         std::string("Whether this host has the category ") + category.figure + '.',
+         FigureKind::kGauge,
+         [table, index] { return (*table)[index].isSupported ? 1.0 : 0.0; },
+         {"category_supported", "category", category.figure,
+          "Whether this host has what the category tells, as of its last collection."}});
     add("entities", "Rows held after the last collection", FigureKind::kGauge,
         [table, index] { return static_cast<double>((*table)[index].entities); });
   }
@@ -94,12 +101,13 @@ void CategoryStep::Start() const {
   }
 }
 
-UtlError* CategoryStep::Finish(UtlError* error, std::size_t entities) {
+UtlError* CategoryStep::Finish(UtlError* error, std::size_t entities, bool isSupported) {
   m_figures.entities = entities;
-  m_figures.isFailed = error != nullptr;
+  m_figures.isSupported = error == nullptr || isSupported;
+  m_figures.isFailed = error != nullptr && isSupported;
   UtlErrorPtr owned(error);
   if (owned != nullptr) {
-    ++m_figures.errors;
+    m_figures.errors += isSupported ? 1 : 0;
     if ((m_flags & COLLECT_CONTINUE_ON_ERROR) == 0) {
       return owned.release();
     }

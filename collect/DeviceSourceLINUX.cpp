@@ -114,6 +114,7 @@ DeviceIOSourceUser::DeviceIOSourceUser() : m_level(g_kernelVariant) {
   ++s_statistics.constructed;
   m_devices.reserve(kUsualDevices);
   if (const int count = ProcLib::GetNumDevices(m_devices); count == -1 || m_devices.empty()) {
+    m_isSupported = count == -1;
     m_pendingError =
         std::make_unique<UtlError>("Error in calculating number of devices", __FILE__, __LINE__);
     Trace(20, kError, "An error occured in a function (ProcLib::GetNumDevices). (rc=%1)", count);

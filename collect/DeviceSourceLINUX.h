@@ -68,6 +68,9 @@ class DeviceIOSourceUser : public PtrSource<x_deviceio, DeviceIO, std::vector<De
   /// in the order of /proc/partitions.
   [[nodiscard]] int Check_Part_Device_Diskstats(ProcLine& out, int major, int minor);
 
+  /// False where the host's disks, if it has any, are all of majors beyond the table.
+  [[nodiscard]] bool IsSupported() const { return m_isSupported; }
+
   /// Fill the figures from a line of /proc/partitions or /proc/diskstats. `uptime` in seconds, 0
   /// counts as 1. 0, or -1 and an untouched record if the line has not all of them.
   [[nodiscard]] int Get_Device_Stat(const char* line, x_deviceio* work, unsigned int uptime) const;
@@ -81,6 +84,7 @@ class DeviceIOSourceUser : public PtrSource<x_deviceio, DeviceIO, std::vector<De
 
   inline static SourceStatistics s_statistics;
 
+  bool m_isSupported = true;
   /// The kernel variant at the source's start.
   int m_level;
   std::vector<DeviceId> m_devices;

@@ -1,6 +1,9 @@
 #include "collect/NFSSource.h"
 
+#include <sys/stat.h>
+
 #include "collect/TextScanner.h"
+#include "support/HostPaths.h"
 
 constexpr NFSSide kNFSClientSide{
     kProcNetRpcNfs,
@@ -77,6 +80,8 @@ NFSTotalSource<Structure, Row, side>::NFSTotalSource() {
   ++s_statistics.constructed;
   this->m_pendingError.reset(m_proc.Initialize(side.file));
   if (this->m_pendingError != nullptr) {
+    struct ::stat status {};
+    m_isSupported = Os().stat(HostPath(ProcLib::FilePath(side.file)).c_str(), &status) == 0;
     Trace(20, kError, "An error occured in a function (ProcLib::Initialize). (rc=%1, arg1=%2)",
           AddressOf(this->m_pendingError.get()), side.argument);
   }

@@ -119,9 +119,13 @@ class NFSTotalSource : public PtrSource<Structure, Row, std::vector<Row>> {
   [[nodiscard]] SourceStatistics& statistics() override { return s_statistics; }
   void read(Structure* record) override;
 
+  /// Whether the kernel has the module.
+  [[nodiscard]] bool IsSupported() const { return m_isSupported; }
+
  private:
   inline static SourceStatistics s_statistics;
 
+  bool m_isSupported = true;
   ProcLib m_proc;
 };
 

@@ -98,6 +98,40 @@ TEST_F(CollectorTest, TheFirstErrorEndsARunUnlessToldOtherwise) {
   EXPECT_EQ(FigureOf("collect_cpu_errors"), 2.0);
 }
 
+TEST_F(CollectorTest, WhatAHostCannotHaveIsAStateAndNoError) {
+  const struct {
+    const char* figure;
+    std::uint32_t category;
+    const char* path;
+    const char* unsupported;  ///< null takes the file away
+    const char* supported;
+    bool isBrokenWithout;  ///< a host without the file is at fault
+  } cases[] = {
+      {"device", COLLECT_DEVICE, "/proc/partitions", "259 0 1 nvme0n1\n", "8 0 1 sda\n", true},
+      {"nfs_client", COLLECT_NFS_CLIENT, "/proc/net/rpc/nfs", nullptr, "net 0\n", false}};
+  for (const auto& one : cases) {
+    const std::string name = one.figure;
+    const auto figures = [&] {
+      EXPECT_EQ(collector.collect(one.category | COLLECT_CONTINUE_ON_ERROR, 0), nullptr);
+      return std::to_string(static_cast<int>(100 * FigureOf("category_" + name + "_supported") +
+                                             10 * FigureOf("collect_" + name + "_failed") +
+                                             FigureOf("collect_" + name + "_errors")));
+    };
+    host.Write(one.path, one.unsupported == nullptr ? "" : one.unsupported);
+    if (one.unsupported == nullptr) {
+      host.Remove(one.path);
+    }
+    EXPECT_EQ(figures() + figures(), "00") << name;
+    EXPECT_EQ(Level(one.category == COLLECT_DEVICE ? "Error occured in Device category"
+                                                   : "Error occured in NFS Client category"),
+              20);
+    host.Write(one.path, one.supported);
+    EXPECT_EQ(figures(), "100") << name;
+    host.Remove(one.path);
+    EXPECT_EQ(figures(), one.isBrokenWithout ? "111" : "0") << name;
+  }
+}
+
 TEST_F(CollectorTest, AFileBeyondItsLimitFailsItsCategoryAtOnce) {
   g_msgLogLevel = 0;
   Os().get_nprocs = [] { return 1; };
