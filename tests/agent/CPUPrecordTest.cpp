@@ -123,7 +123,9 @@ TEST_F(CPUPrecordTest, ProcessorsOfOneTypeAreToldByTheirIdAndTheirLastTotalByEac
         "processor\t: 1\nmodel name\t: Example CPU\n\n");
   Batch batch;
   batch.Add("CPUP", '4', {.realtime = 1, .calcRates = 0});
+  batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});
   Asker& asker = *batch.entries[0];
+  Asker& schedule = *batch.entries[1];
   const char* const statuses[] = {"Unknown", "On Line", "Off Line"};
   for (int look = 0; look < 3; ++look) {
     SCOPED_TRACE(look);
@@ -133,7 +135,11 @@ TEST_F(CPUPrecordTest, ProcessorsOfOneTypeAreToldByTheirIdAndTheirLastTotalByEac
               1000, 10);
     asker.NextAnswer();
     asker.previous.reverse();
+    schedule.NextAnswer();
     ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+    for (const auto& row : schedule.Rows<recordPI_CPUP>()) {
+      EXPECT_EQ(row.userTime + row.systemTime, (tagUTIME{look == 1 ? 2 : 0, 0}));
+    }
     const auto rows = asker.Rows<recordPI_CPUP>();
     ASSERT_EQ(rows.size(), 2U);
     EXPECT_STREQ(rows[0].type.c_str(), rows[1].type.c_str());

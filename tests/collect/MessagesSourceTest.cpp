@@ -62,6 +62,8 @@ TEST_F(MessagesSourceTest, FiltersAndLabelsNewLines) {
            {kApp, "", "", "one\n" + wide + "\n", {"qmtdmon app: one", cut}},
            {kApp, "", "", std::string("a\0b\nc\n", 6), {"qmtdmon app: a", "qmtdmon app: c"}},
            {"", kApp + "**x+end$", "", wide + "\n", {cut}},
+           // The end of what is kept of a line is not the line's.
+           {"", kApp + "**x$", "", std::string(FileEvent::kKeptBytes + 1, 'x') + "\n", {""}},
            {"", kApp + "*d*k.*x", "", "up\nk is x\n", {"", "qmtdmon d: k is x"}},
            {"", kApp + "*i*A/i\tB", "", "a\nb\nB\n", {"qmtdmon i: a", "", "qmtdmon i: B"}},
            {"", kApp + "*i*never", "", "^\n^ \n", {"qmtdmon i: ^", ""}},

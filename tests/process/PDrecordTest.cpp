@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <new>
 
 #include "collect/AcctRecord.h"
+#include "collect/DeviceMap.h"
 #include "process/ProcessRow.h"
 #include "support/ProductOptions.h"
 #include "tests/process/ProcessRecordFixture.h"
@@ -70,14 +72,29 @@ TEST_F(PDrecordTest, EachFigureHasItsOwnFieldAndNamesAreAskedForInEachBatch) {
     entry.gr_name = name.data();
     return &entry;
   };
+  Os().getpwuid = [](uid_t uid) {
+    static std::string name;
+    static ::passwd entry{};
+    name = s_name + std::to_string(uid);
+    entry.pw_name = name.data();
+    return &entry;
+  };
+  struct ::stat terminal {};
+  ASSERT_EQ(::stat("/dev/null", &terminal), 0);
+  DeviceMap::Instance().clear();
   for (const std::string name : {"old", "new"}) {
     s_name = name.c_str();
     ClearGroupNames();
+    ClearUserNames();
+    if (name == "new") {
+      m_host.Link("/dev/pts/new", "/dev/null");
+    }
     Asker look("PD", '3', {.realtime = 1, .calcRates = 0});
     NewBatch();
     m_collector.GetProcess()->clear();
     Process& process = AddToList(5, 1'699'999'000);
-    process.euid = 33;
+    process.tty = terminal.st_rdev;
+    process.euid = 1;
     process.ruid = 2;
     process.suid = 3;
     process.egid = 4;
@@ -89,10 +106,11 @@ TEST_F(PDrecordTest, EachFigureHasItsOwnFieldAndNamesAreAskedForInEachBatch) {
     process.swaps = 10;
     Build(look);
     const auto row = RowOf<recordPD>(look, 5);
-    EXPECT_EQ(row.userId, 33);
-    EXPECT_EQ(row.user.view(), "www");
+    EXPECT_EQ(row.terminal.view(), name == "new" ? "pts/new" : "??");
+    EXPECT_EQ(row.userId, 1);
+    EXPECT_EQ(row.user.view(), name + "1");
     EXPECT_EQ(row.realUserId, 2);
-    EXPECT_EQ(row.realUser.view(), "N/A uid = 2");
+    EXPECT_EQ(row.realUser.view(), name + "2");
     EXPECT_EQ(row.groupId, 4);
     EXPECT_EQ(row.group.view(), name + "4");
     EXPECT_EQ(row.realGroupId, 5);
@@ -103,6 +121,7 @@ TEST_F(PDrecordTest, EachFigureHasItsOwnFieldAndNamesAreAskedForInEachBatch) {
     EXPECT_EQ(row.swaps, 10U);
   }
   ClearGroupNames();
+  DeviceMap::Instance().clear();
 }
 
 TEST_F(PDrecordTest, AnEndedProcessHasItsEndAndItsRates) {
