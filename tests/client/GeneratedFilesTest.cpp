@@ -73,7 +73,7 @@ TEST_F(GeneratedFilesTest, BashOffersWhatMayStandThere) {
                {"qmtctl get --ra", "--raw\n"},
                {"qmtctl get C", "CPUP\n"},
                {"qmtctl --color never schedule add P", "PI\n"},
-               {"qmtctl get CPUP --sort CPU\\\\ T", "CPU\\ Time\n"},
+               {"qmtctl get CPUP --sort CPU\\\\\\ T", "CPU\\ Time\n"},
                {"qmtctl history CPUP --plot complete",
                 "complete-labels\\ --\\ qmtctl\\ history\\ CPUP\\ --plot\\ complete\n"},
                {"qmtctl app delete we", "web\\ one\n"},
