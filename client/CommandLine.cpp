@@ -77,8 +77,8 @@ void AddHistory(CLI::App& app, CommandLine& line) {
     return command->add_option(name, text, help)->option_text("TIME");
   };
   addTime(history, "--since", line.history.since,
-          "From this time on: 90s, 30m, 6h or 2d ago, or a date as in \"2026-11-25 07:30\"");
-  addTime(history, "--until", line.history.until, "Up to this time");
+          "From this time on: 90s, 1h30m, 2d or 1w ago, 18:30, or \"2026-11-25 07:30\"");
+  addTime(history, "--until", line.history.until, "Up to this time, as of --since");
   history->add_option("--plot", line.history.plot, "Draw the field LABEL over time")
       ->option_text("LABEL")
       ->excludes("--json")
