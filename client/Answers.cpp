@@ -92,7 +92,7 @@ void CheckRows(const Json& rows) {
 std::string ErrorText(const Json& error) {
   std::string message = Text(error, "message");
   const std::string code = Text(error, "code");
-  return message.empty() ? code : message + " (" + code + ")";
+  return message.empty() ? code : message + " (" + code + ")" + HintOf(code);
 }
 
 bool IsTexts(const Json& value) {

@@ -38,6 +38,7 @@ int RunCheck(const CheckOptions& options) {
   pointers.push_back(nullptr);
   std::signal(SIGPIPE, SIG_DFL);
   ::execvp(daemon.c_str(), pointers.data());
-  Complain("cannot run " + daemon + ": " + std::generic_category().message(errno));
+  Complain("cannot run " + daemon + ": " + std::generic_category().message(errno) +
+           (options.daemon.empty() ? "; --daemon names it" : ""));
   return kExitUsage;
 }

@@ -58,7 +58,7 @@ void ThrowRefusal(const Json& answer) {
       words += std::string(" (") + name + " " + value + ")";
     }
   }
-  throw RefusedError(words);
+  throw RefusedError(words + HintOf(text("code")));
 }
 
 std::string RequestLine(const Json& request) {

@@ -11,6 +11,7 @@
 #include "client/Labels.h"
 #include "client/Plot.h"
 #include "client/RowValues.h"
+#include "client/Schedules.h"
 #include "client/TimeText.h"
 
 namespace {
@@ -140,14 +141,15 @@ void WritePlot(const RecordAnswer& answer, const Schema& schema, const std::stri
 void ComplainOfNoRows(Connection& connection, const Schema& schema) {
   const RecordName name{schema.record, schema.category};
   const std::vector<Schedule> schedules = ReadStatus(connection.Ask({{"op", "status"}})).schedules;
-  const bool isScheduled =
-      std::any_of(schedules.begin(), schedules.end(), [&](const Schedule& schedule) {
+  const auto found =
+      std::find_if(schedules.begin(), schedules.end(), [&](const Schedule& schedule) {
         return schedule.record == name.name && schedule.category == name.category;
       });
-  Complain(name.Text() + (isScheduled ? ": no such rows are kept of that time"
-                                      : ": no rows are kept, and no schedule collects the record; "
-                                        "\"qmtctl schedule add " +
-                                            name.name + " 60\" would"));
+  Complain(name.Text() + ": no such rows are kept" +
+           (found != schedules.end()
+                ? "; the record is collected " + EverySeconds(found->seconds)
+                : ", and no schedule collects the record; \"qmtctl schedule add " + name.name +
+                      " 60\" would"));
 }
 
 void WriteRows(RecordAnswer answer, Schema schema, const HistoryOptions& options,

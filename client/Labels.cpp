@@ -38,10 +38,11 @@ std::size_t Distance(std::string_view a, std::string_view b) {
   return row.back();
 }
 
-/// " (did you mean ...?)", or an empty text if nothing is near.
+/// "; did you mean ...?", or where all labels are shown if nothing is near.
 std::string Suggestion(const Schema& schema, std::string_view label) {
+  const std::string all = "; \"qmtctl schema " + schema.record + "\" shows those it has";
   if (label.empty() || label.size() > kLongestLabel) {
-    return "";
+    return all;
   }
   const std::string sought = Lower(label);
   std::set<std::pair<std::size_t, std::string>> near;
@@ -61,7 +62,7 @@ std::string Suggestion(const Schema& schema, std::string_view label) {
     }
     text += (text.empty() ? "" : ", ") + ('"' + place->second + '"');
   }
-  return text.empty() ? "" : "; did you mean " + text + "?";
+  return text.empty() ? all : "; did you mean " + text + "?";
 }
 
 }  // namespace

@@ -20,11 +20,11 @@ const Schedule* FindSchedule(const std::vector<Schedule>& schedules, const std::
   return found == schedules.end() ? nullptr : &*found;
 }
 
-std::string SecondsText(double seconds) {
+}  // namespace
+
+std::string EverySeconds(double seconds) {
   return seconds == 1 ? "every second" : "every " + FixedText(seconds, 0) + " s";
 }
-
-}  // namespace
 
 int RunScheduleList(const CommonOptions& common, bool json) {
   Connection connection(common.socket);
@@ -41,14 +41,15 @@ int RunScheduleList(const CommonOptions& common, bool json) {
 int RunScheduleAdd(const CommonOptions& common, const std::string& record, long seconds) {
   const RecordName name = ParseRecordName(record);
   Connection connection(common.socket);
-  const Status before = ReadStatus(connection.Ask({{"op", "status"}}));
+  const Status status = ReadStatus(connection.Ask({{"op", "status"}}));
   static_cast<void>(
       connection.Ask({{"op", "schedule_set"}, {"record", name.name}, {"seconds", seconds}}));
-  const std::string every = SecondsText(static_cast<double>(seconds));
-  if (const Schedule* former = FindSchedule(before.schedules, name.name)) {
-    WriteOutput(SafeText(name.name + " is collected " + every + ", no longer " +
-                         SecondsText(former->seconds) + "; next in " + std::to_string(seconds) +
-                         " s") +
+  const std::string every = EverySeconds(static_cast<double>(seconds));
+  if (const Schedule* former = FindSchedule(status.schedules, name.name)) {
+    const std::string before = EverySeconds(former->seconds);
+    WriteOutput(SafeText(name.name + " is collected " + every +
+                         (before == every ? ", as before" : ", no longer " + before) +
+                         "; next in " + std::to_string(seconds) + " s") +
                 '\n');
   } else {
     WriteOutput(SafeText(name.name + " is collected " + every + ", from now on") + '\n');

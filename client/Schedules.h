@@ -4,6 +4,9 @@
 
 #include "client/Commands.h"
 
+/// "every 60 s".
+[[nodiscard]] std::string EverySeconds(double seconds);
+
 // The commands on the daemon's schedules; exit values and exceptions as in client/Commands.h.
 
 [[nodiscard]] int RunScheduleList(const CommonOptions& common, bool json);

@@ -1,6 +1,8 @@
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "client/CommandLine.h"
 #include "client/Errors.h"
@@ -21,6 +23,18 @@ int RunGuarded(const CommandLine& line) {
   }
 }
 
+/// The parser's words; where it misses a command though a word stands in its place, that word.
+std::string Reason(const CLI::App& app, const CLI::ParseError& error) {
+  const CLI::App* command = &app;
+  while (!command->get_subcommands().empty()) {
+    command = command->get_subcommands().front();
+  }
+  const std::vector<std::string> unknown = app.remaining(true);
+  const bool isCommand = command->get_require_subcommand_min() > 0 && !unknown.empty() &&
+                         !unknown.front().starts_with('-');
+  return isCommand ? "no command \"" + unknown.front() + '"' : error.what();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -32,7 +46,7 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() != 0) {
-      Complain(error.what());
+      Complain(Reason(app, error));
       std::cerr << "Run with --help for more information.\n";
       return kExitUsage;
     }

@@ -148,6 +148,7 @@ TEST_F(Applications, TheListShowsConditionsAndHowTheyDo) {
   EXPECT_THAT(Run({"app", "list"}).out,
               HasSubstr("web                                    ABNORMAL   2  Execute  "
                         "httpd\\x1B  1-2        3  ABNORMAL\n"));
+  EXPECT_THAT(Run({"complete-applications"}).out, testing::MatchesRegex("(.*\n)?web\n(.*\n)?"));
 }
 
 TEST_F(Applications, WorkgroupExplainShowsTheReport) {

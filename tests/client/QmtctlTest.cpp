@@ -51,12 +51,12 @@ Json ConfigAnswer() {
     "label": "Day", "help": "", "value": "x", "max_length": 8, "flags": [0, 1]}]}]}})");
 }
 
-/// What a change of each item comes to: item 1 is done, item 2 refused and so on.
+/// What a change of each item comes to: item 1 is done, item 2 refused and so on; item 6 is done.
 Json ConfigSetAnswer(const Json& request) {
   static constexpr std::array kOutcomes{"done", "refused", "not-written", "failed"};
   static constexpr std::array kCodes{0, -36, 1, -1};
   const std::size_t item = request.at("item");
-  const std::size_t place = (item - 1) % kOutcomes.size();
+  const std::size_t place = item == 6 ? 0 : (item - 1) % kOutcomes.size();
   return {
       {"result", {{"item", item}, {"outcome", kOutcomes.at(place)}, {"code", kCodes.at(place)}}}};
 }
@@ -244,7 +244,8 @@ TEST_F(Qmtctl, GoodRecordsAreShownAndBadOnesNamed) {
   EXPECT_EQ(table.exit, kExitFailed);
   EXPECT_THAT(table.out, HasSubstr("4:CPUP  2023-11-14 22:13:20\nRecord Time"));
   EXPECT_EQ(table.err,
-            "qmtctl: GONE: no such record\\x1B (unknown-record)\n"
+            "qmtctl: GONE: no such record\\x1B (unknown-record); \"qmtctl records\" shows those "
+            "there are\n"
             "qmtctl: NONE: no rows\n");
   const Outcome json = Run({"get", "GONE", "--json"});
   EXPECT_EQ(json.exit, kExitFailed);
@@ -300,6 +301,10 @@ TEST_F(Qmtctl, ConfigSetTellsTheOutcomeByWordAndExitValue) {
       {{"1002", ""}, R"("item":1002,"value":"")", kExitRefused, "or there is no such item"},
       {{"15", "status"}, R"("item":15,"value":"status")", kExitNotWritten, "qmtctl: not written: "},
       {{"4", "set"}, R"("item":4,"value":"set")", kExitFailed, "(code -1)"},
+      {{"6", "y"},
+       R"("item":6,"value":"y")",
+       kExitDone,
+       "in use from the daemon's next start on\n"},
       {{"17", "-5"}, R"("item":17,"value":"-5")", kExitDone, "done: "},
       {{"17", "--", "--x"}, R"("item":17,"value":"--x")", kExitDone, "done: "},
       {{"65533", "a b\n"}, R"("item":65533,"value":"a b\n")", kExitDone, "\"a b\\x0A\""},
@@ -330,8 +335,17 @@ TEST_F(Qmtctl, ChangesAndEmptyAnswersSayWhatIsSo) {
       {{"schedule", "add", "CPUP", "10"},
        kExitDone,
        "CPUP is collected every 10 s, no longer every 60 s; next in 10 s\n"},
+      {{"schedule", "add", "CPUP", "60"}, kExitDone, "every 60 s, as before; next in 60 s\n"},
       {{"schedule", "remove", "CPUP"}, kExitDone, "CPUP is collected no more, from now on"},
-      {{"history", "CPUP"}, kExitFailed, "4:CPUP: no such rows are kept of that time\n"},
+      {{"history", "CPUP"}, kExitFailed, "kept; the record is collected every 60 s\n"},
+      {{"history", "OPS"}, kExitFailed, "kept, and no schedule collects the record; \"qmtctl sch"},
+      {{"get", "CPUP", "--sort", "xyz"}, kExitUsage, "\"qmtctl schema CPUP\" shows those it has"},
+      {{"getCPUP"}, kExitUsage, "qmtctl: no command \"getCPUP\"\n"},
+      {{"app", "ad", "x"}, kExitUsage, "qmtctl: no command \"ad\"\n"},
+      {{"app", "--ad"}, kExitUsage, "qmtctl: A subcommand is required\n"},
+      {{"complete-labels", "--", "qmtctl", "last", "4:CPUP", "--sort"},
+       kExitDone,
+       "Record Time\nProcessor ID\nCPU %\n"},
       {{"history", "CPUP", "--since", "1m", "--until", "5m"},
        kExitUsage,
        "the end (--until 5m) lies before the beginning (--since 1m)\n"},
@@ -341,6 +355,7 @@ TEST_F(Qmtctl, ChangesAndEmptyAnswersSayWhatIsSo) {
     EXPECT_EQ(run.exit, entry.exit) << run.err;
     EXPECT_THAT(run.exit == kExitDone ? run.out : run.err, HasSubstr(entry.said));
   }
+  EXPECT_EQ(Run({"complete-labels", "--", "qmtctl", "get", "OPS", "PD"}).out, "");
 }
 
 TEST_F(Qmtctl, WatchKeepsOneConnectionAndEndsBySignal) {
@@ -368,7 +383,9 @@ TEST_F(Qmtctl, WatchCountsItsSamples) {
   EXPECT_EQ(run.exit, kExitFailed);
   EXPECT_THAT(run.out, HasSubstr("0               2.0"));
   EXPECT_THAT(run.out, HasSubstr("\n\n4:CPUP"));
-  EXPECT_EQ(run.err, "qmtctl: GONE: no such record\\x1B (unknown-record)\n");
+  EXPECT_EQ(run.err,
+            "qmtctl: GONE: no such record\\x1B (unknown-record); \"qmtctl records\" shows those "
+            "there are\n");
   EXPECT_EQ(Run({"watch", "GONE", "--every", "1"}).exit, kExitFailed);
 }
 
