@@ -163,6 +163,22 @@ TEST_F(CPUSourceTest, FailsOnlyWithoutTheListOfProcessors) {
   EXPECT_EQ(Lines("(CPUSourceUser::GetInterrupts). (rc=-1"), 2U);
   EXPECT_EQ(Lines("(ProcLib::BuildProcMap). (rc=-1"), 4U);
   EXPECT_EQ(ScriptedNode::Instance().CountMessages(10100), 2);
+  ExpectLevels({{20, "(ProcLib::GetNumCPUs). (rc=-1)"},
+                {20, "(ProcLib::GetCPUIds). (rc=0)"},
+                {20, "(ProcLib::GetCPUTypes). (rc=0)"},
+                {20, "Unable to open file (/proc/cpuinfo)"},
+                {30, "Unable to open file (/proc/stat)"},
+                {30, "Unable to open file (/proc/interrupts)"},
+                {30, "(CPUSourceUser::GetInterrupts). (rc=-1"},
+                {30, "(ProcLib::GetProcFp). (rc=0"},
+                {30, "(ProcLib::BuildProcMap). (rc=-1"}});
+  host.Write("/proc/stat", "cpu0 1\n");
+  host.Write("/proc/interrupts", "NMI: none\n");
+  Read();
+  ExpectLevels(
+      {{30, "An error occurred in a function (sscanf). (rc=1"},
+       {30, "An error occurred in a function (ProcLib::GetProcMapValue). (rc=-1, arg1=cpu1"},
+       {30, "(CPUSourceUser::GetTraps). (rc=-1"}});
 }
 
 TEST_F(CPUSourceTest, TakesAnyBytes) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,16 @@ class CollectFixture : public testing::Test {
   static int Level(const std::string& part) {
     const std::vector<LoggedLine> lines = ScriptedNode::Instance().LinesWith(part);
     return lines.empty() ? -1 : lines.front().level;
+  }
+
+  struct LevelOfTrace {
+    int level;
+    const char* part;
+  };
+  static void ExpectLevels(std::initializer_list<LevelOfTrace> traces) {
+    for (const LevelOfTrace& trace : traces) {
+      EXPECT_EQ(Level(trace.part), trace.level) << trace.part;
+    }
   }
 
  private:

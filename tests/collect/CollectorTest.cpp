@@ -96,6 +96,11 @@ TEST_F(CollectorTest, TheFirstErrorEndsARunUnlessToldOtherwise) {
   EXPECT_EQ(Lines("Error occured in CPU category collection - Error in calculating CPU types"), 1U);
   EXPECT_EQ(Lines("Completed Processing CPU Category."), 1U);
   EXPECT_EQ(FigureOf("collect_cpu_errors"), 2.0);
+  ExpectLevels({{30, "Starting the collect routine"},
+                {30, "Start Processing CPU Category."},
+                {20, "Error occured in CPU category collection"},
+                {20, "Completed Processing CPU Category."},
+                {30, "Completed the collect routine"}});
 }
 
 TEST_F(CollectorTest, WhatAHostCannotHaveIsAStateAndNoError) {

@@ -121,6 +121,11 @@ TEST_F(DeviceSourceTest, GivesAnEmptyRowWhereADiskCannotBeRead) {
   host.Remove("/proc/diskstats");
   EXPECT_EQ(Read(3), std::string(kEmpty) + kEmpty + kEmpty);
   EXPECT_EQ(Lines("The error occurred by OS API(fopen). (en=2, arg1=/proc/diskstats, arg2=r)"), 1U);
+  ExpectLevels({{30, "(sscanf).(rc=0, arg1=8 0 1 sda"},
+                {30, "Get_Device_Stat).(rc=-1"},
+                {30, "Get_Device_Stat_Diskstats).(rc=-1"},
+                {30, "Check_Part_Device_Diskstats).(rc=-1"},
+                {20, "(fopen). (en=2, arg1=/proc/diskstats"}});
 }
 
 TEST_F(DeviceSourceTest, FailsOnlyWithoutDisksOrUptime) {
@@ -136,6 +141,10 @@ TEST_F(DeviceSourceTest, FailsOnlyWithoutDisksOrUptime) {
     return -1;
   };
   EXPECT_EQ(Read(3), "Error in calculating the uptime");
+  ExpectLevels({{20, "invalid major number found. (major=300)"},
+                {20, "(fopen). (en=2, arg1=/proc/partitions"},
+                {20, "(ProcLib::GetNumDevices). (rc=0)"},
+                {20, "(ProcLib::GetUpTime). (rc=-1)"}});
 }
 
 TEST_F(DeviceSourceTest, ScansLinesOfAnyShape) {

@@ -218,6 +218,27 @@ TEST_F(FileSystemSourceTest, FileStatLooksAtTheCallersPathsUntilOneFails) {
   EXPECT_EQ(row.modifyTime.seconds, status.st_mtime);
   EXPECT_EQ(collector.collect(COLLECT_FILE_STAT, 0), nullptr);
   EXPECT_TRUE(collector.GetFileStat()->empty());
+  // The one category without a name in the traces, also where a failure ends nothing.
+  EXPECT_EQ(collector.collect(COLLECT_FILE_STAT | COLLECT_CONTINUE_ON_ERROR, paths), nullptr);
+  EXPECT_EQ(Lines("category collection") + Lines("Processing"), 0U);
+}
+
+TEST_F(FileSystemSourceTest, TheFirstProcessTellsTheMountsOfANamespaceElsewhere) {
+  const std::string own = "/etc/mtab";
+  const std::string ofFirst = "/proc/1/mounts";
+  const auto table = [&] { return HostMountTable().substr(m_host.Path("/").string().size() - 1); };
+  m_host.Write("/proc/self/ns/mnt", "");
+  m_host.Write(ofFirst, "");
+  EXPECT_EQ(table(), own) << "not to be compared";
+  std::filesystem::create_directories(m_host.Path("/proc/1/ns"));
+  std::filesystem::create_hard_link(m_host.Path("/proc/self/ns/mnt"),
+                                    m_host.Path("/proc/1/ns/mnt"));
+  EXPECT_EQ(table(), own) << "the same";
+  m_host.Remove("/proc/1/ns/mnt");
+  m_host.Write("/proc/1/ns/mnt", "");
+  EXPECT_EQ(table(), ofFirst);
+  m_host.Remove(ofFirst);
+  EXPECT_EQ(table(), own) << "elsewhere, but not to be read";
 }
 
 TEST_F(FileSystemSourceTest, AMountNamespaceOfItsOwnHidesNothingOfTheHost) {

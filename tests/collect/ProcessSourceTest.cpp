@@ -136,6 +136,7 @@ TEST_F(ProcessSourceTest, TellsWhereAProcessStands) {
   }
   EXPECT_EQ(Lines("OS API(readlink). (en=36, arg1=/proc/1/cwd, arg2=256"), 1U);
   EXPECT_EQ(Lines("OS API(stat). (en=2, arg1=/gone (deleted)"), 1U);
+  ExpectLevels({{30, "OS API(readlink)"}, {30, "OS API(stat)"}, {30, "ReadLink).(rc=0, arg1="}});
 }
 
 TEST_F(ProcessSourceTest, SkipsAProcessThatCannotBeRead) {
@@ -143,22 +144,23 @@ TEST_F(ProcessSourceTest, SkipsAProcessThatCannotBeRead) {
     const char* path;
     const char* text;  ///< null takes the file away
     bool skipped;
+    int level;
     const char* trace;
   };
   const std::string noCpu(1024, 'x');
   const Case cases[] = {
-      {"/proc/1/stat", nullptr, true, "OS API(fopen). (en=2, arg1=/proc/1/stat"},
-      {"/proc/1/stat", "", true, "OS API(fgets). (en=0, arg1=/proc/1/stat"},
-      {"/proc/1/stat", "1 (a b) S 0 1", true, "Get_Stat_Info). (rc=-1, arg1=1"},
-      {"/proc/1/stat", "\x01\xff\x02", true, "Get_Stat_Info). (rc=-1, arg1=1"},
-      {"/proc/1/statm", nullptr, false, "OS API(fopen). (en=2, arg1=/proc/1/statm"},
-      {"/proc/1/statm", "12", false, "Get_Statm_Info).(rc=-1, arg1=1"},
-      {"/proc/1/cmdline", nullptr, false, "OS API(open). (en=2, arg1=/proc/1/cmdline"},
-      {"/proc/1/status", nullptr, true, "OS API(fopen). (en=2, arg1=/proc/1/status"},
-      {"/proc/1/status", "", true, "OS API(fread). (en=0, arg1=/proc/1/status"},
-      {"/proc/1/status", "State:\tS\nPPid:\tName:\n", true, "OS API (strstr)|Get_Status_Info)"},
-      {"/proc/1/status", "Name:", true, "Get_Status_Info). (rc=-1, arg1=1"},
-      {"/proc/1/status", noCpu.c_str(), true, "Get_Status_Info). (rc=-1, arg1=1"},
+      {"/proc/1/stat", nullptr, true, 20, "OS API(fopen). (en=2, arg1=/proc/1/stat"},
+      {"/proc/1/stat", "", true, 20, "OS API(fgets). (en=0, arg1=/proc/1/stat"},
+      {"/proc/1/stat", "1 (a b) S 0 1", true, 20, "Get_Stat_Info). (rc=-1, arg1=1"},
+      {"/proc/1/stat", "\x01\xff\x02", true, 20, "Get_Stat_Info). (rc=-1, arg1=1"},
+      {"/proc/1/statm", nullptr, false, 30, "OS API(fopen). (en=2, arg1=/proc/1/statm"},
+      {"/proc/1/statm", "12", false, 30, "Get_Statm_Info).(rc=-1, arg1=1"},
+      {"/proc/1/cmdline", nullptr, false, 30, "OS API(open). (en=2, arg1=/proc/1/cmdline"},
+      {"/proc/1/status", nullptr, true, 20, "OS API(fopen). (en=2, arg1=/proc/1/status"},
+      {"/proc/1/status", "", true, 20, "OS API(fread). (en=0, arg1=/proc/1/status"},
+      {"/proc/1/status", "State:\tS\nPPid:\tName:\n", true, 20, "OS API (strstr)|Get_Status_Info)"},
+      {"/proc/1/status", "Name:", true, 20, "Get_Status_Info). (rc=-1, arg1=1"},
+      {"/proc/1/status", noCpu.c_str(), true, 20, "Get_Status_Info). (rc=-1, arg1=1"},
   };
   for (const Case& test : cases) {
     SCOPED_TRACE(test.trace);
@@ -171,7 +173,7 @@ TEST_F(ProcessSourceTest, SkipsAProcessThatCannotBeRead) {
     ScriptedNode::Instance().lines.clear();
     EXPECT_EQ(Read().size(), test.skipped ? 3U : 4U);
     const std::string trace(test.trace);
-    EXPECT_GE(Lines(trace.substr(trace.find('|') + 1)), 1U);
+    EXPECT_EQ(Level(trace.substr(trace.find('|') + 1)), test.level);
   }
 }
 
@@ -191,6 +193,7 @@ TEST_F(ProcessSourceTest, FailsOnlyWithoutProcOrBootTime) {
   host.Remove("/proc");
   EXPECT_EQ(failure(), "Unable to open /proc");
   EXPECT_EQ(Lines("The error occurred by OS API(opendir). (en=2"), 1U);
+  ExpectLevels({{20, "(ProcLib::GetBootTime)"}, {20, "OS API(opendir)"}});
 }
 
 TEST_F(ProcessSourceTest, ABlankInTheCommandNameShiftsTheFigures) {
@@ -235,9 +238,21 @@ TEST_F(ProcessSourceTest, FindsStatusKeysAtLineStartsOnly) {
   EXPECT_EQ(record.stackKB, 1U);
   EXPECT_EQ(Lines("(strstr). (rc=0, arg1=/proc/PID/status, arg2=VmData:)"), 1U);
   EXPECT_EQ(Lines("(sscanf). (rc=1, arg1=Gid:\t5\tx, arg2=%*s %d %d %d)"), 1U);
+  ExpectLevels({{30, "(strstr). (rc=0"}, {30, "(sscanf). (rc=1"}});
   EXPECT_EQ(
       source.Get_Status_Info((std::string("Name:\t") + std::string(300, 'n')).c_str(), &record), 0);
   EXPECT_EQ(std::string(record.name.data()), std::string(255, 'n'));
+}
+
+TEST_F(ProcessSourceTest, TakesAKilobyteOfAStatus) {
+  const process_tree::HostTree host;
+  host.CopyFrom(FixturePath("6.1"));
+  const std::string head = "Name:\tx\n";
+  const std::string uid = "\nUid:\t8\t8\t8\n";
+  for (const std::size_t end : {1024U, 1025U}) {
+    host.Write("/proc/1/status", head + std::string(end - head.size() - uid.size() + 1, 'x') + uid);
+    EXPECT_EQ(Read().at(0).GetSuid(), end == 1024 ? 8 : 0) << end;
+  }
 }
 
 TEST_F(ProcessSourceTest, KeepsTheSystemProcessesOfEachKernelApart) {

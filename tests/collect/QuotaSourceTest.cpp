@@ -1,7 +1,9 @@
 #include "collect/QuotaSource.h"
 
+#include <fcntl.h>
 #include <linux/dqblk_xfs.h>
 #include <sys/quota.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -109,6 +111,7 @@ TEST_F(QuotaSourceTest, AsksTheKernelWhereItEnforcesQuotas) {
     g_kernel.answers = {{{test.command, 0}, test.zero}, {{test.command, 7}, test.answer}};
     EXPECT_EQ(Read(), test.path + std::string(" 7 on") + kFigures) << test.type;
     EXPECT_EQ(g_kernel.devices, m_host.Path("/dev/q"));
+    EXPECT_NE(::fcntl(STDIN_FILENO, F_GETFD), -1) << test.type << " closed what is not its own";
     g_kernel.answers.clear();
     EXPECT_EQ(Read(), "") << "empty files, or none";
   }
