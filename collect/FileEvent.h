@@ -72,6 +72,6 @@ class FileEvent {
   long m_offset = 0;
   bool m_isInLongLine = false;  ///< the next bytes belong to a line that has been taken
   std::vector<std::unique_ptr<RegExp>> m_filters;
-  std::string m_line;  ///< the line just read
+  std::string m_line;    ///< the line just read
   bool m_isCut = false;  ///< it goes on behind what was kept
 };

@@ -158,9 +158,15 @@ UtlError* RecordBuilder::Build(CMBMultipleRecordRequestEvent* pEvent) {
   m_cycle = m_cycle == UINT32_MAX ? 1 : m_cycle + 1;
   m_categories = COLLECT_CONTINUE_ON_ERROR;
   m_extraFlags = 0;
-  const bool anyScheduled = QueueRequests(*pEvent);
   UtlErrorPtr error;
-  CollectSnapshot(anyScheduled, error);
+  try {
+    const bool anyScheduled = QueueRequests(*pEvent);
+    CollectSnapshot(anyScheduled, error);
+  } catch (const std::bad_alloc&) {
+    // What is queued belongs to this batch, and must not be met by the next one.
+    m_queue.clear();
+    error = std::make_unique<UtlError>("Out of memory.", __FILE__, __LINE__);
+  }
   const std::vector<RecordQueueEntry> queue = std::move(m_queue);
   m_queue.clear();
   for (const RecordQueueEntry& entry : queue) {

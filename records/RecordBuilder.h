@@ -45,7 +45,7 @@ class RecordBuilder {
   /// notes the start time. Null, or an error that the caller owns.
   [[nodiscard]] UtlError* Init();
   /// One whole batch. A failed request never stops its neighbours. Null, or an error that the
-  /// caller owns.
+  /// caller owns: memory ran out before the first of its records was built.
   [[nodiscard]] UtlError* Build(CMBMultipleRecordRequestEvent* pEvent);
 
   /// The applications that APP counts processes for: not owned, null for none.

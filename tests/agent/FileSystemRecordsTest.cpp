@@ -18,6 +18,7 @@
 #include "support/OsCalls.h"
 #include "support/Switches.h"
 #include "tests/scripted/Batch.h"
+#include "tests/scripted/DumpedLines.h"
 #include "tests/scripted/Golden.h"
 #include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
@@ -47,7 +48,9 @@ class FileSystemRecordsTest : public ::testing::Test {
   template <class Row>
   std::vector<Row> Build(RecordBuilderFunction builder) {
     Asker asker(RecordTraits<Row>::kName, '3', {.realtime = 1, .calcRates = 0});
+    const DumpedLines dumped;
     EXPECT_EQ((m_builder.*builder)(&asker.event, asker.event.m_requests.front()), nullptr);
+    EXPECT_EQ(dumped.Count(), asker.event.m_records.size() + 1) << "labels and rows";
     return asker.Rows<Row>();
   }
   /// The local row of a file system with these counts.

@@ -15,6 +15,7 @@
 #include "support/OsCalls.h"
 #include "support/Switches.h"
 #include "tests/scripted/Batch.h"
+#include "tests/scripted/DumpedLines.h"
 #include "tests/scripted/Golden.h"
 #include "tests/scripted/ScriptedNode.h"
 
@@ -67,8 +68,10 @@ class IPCRecordsTest : public ::testing::Test {
   template <class Row>
   void ExpectRow(RecordBuilderFunction builder, const std::string& golden, int rows = 1) {
     Asker asker(RecordTraits<Row>::kName, '3', {.realtime = 1, .calcRates = 0});
+    const DumpedLines dumped;
     EXPECT_EQ((m_builder.*builder)(&asker.event, asker.event.m_requests.front()), nullptr);
     ASSERT_EQ(asker.event.m_records.size(), static_cast<std::size_t>(rows));
+    EXPECT_EQ(dumped.Count(), asker.event.m_records.size() + 1) << "labels and rows";
     const CMBRecord& record = *asker.event.m_records.front();
     ASSERT_EQ(record.GetRecSize(), static_cast<int>(sizeof(Row)));
     ExpectGolden(record.GetRecStart(), sizeof(Row),

@@ -136,6 +136,12 @@ TEST_F(ServiceTest, EachStartFailureHasItsMessagesTeardownAndExitValue) {
        "MBStatSetStatus : Warning =  (4)"},
       {[] { g_signalDuringInit = SIGTERM; }, 10102, kConnected,
        "QMTX10102-E A signal has been accepted. (sn=15)"},
+      {[] {
+         fs::create_directory("proc");
+         std::ofstream("proc/stat").close();
+         fs::resize_file("proc/stat", std::uintmax_t{1} << 30U);
+       },
+       10202, kConnected, "Agent RecordBuilder Initialization Failed: "},
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.text);

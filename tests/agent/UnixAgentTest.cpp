@@ -7,11 +7,13 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <string>
 
 #include "node/FigureRegistry.h"
 #include "support/HostPaths.h"
 #include "support/Switches.h"
+#include "tests/agent/AgentOnHost.h"
 #include "tests/scripted/Batch.h"
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/support/TempFolder.h"
@@ -110,6 +112,27 @@ TEST_F(UnixAgentTest, PipesThatCannotBeMadeAnewLoseTheHelperAndNothingElse) {
   EXPECT_EQ(10, told[0].level);
   EXPECT_TRUE(Node().watched.empty());
   EXPECT_EQ(0, m_agent->Dispatch(&lost)) << "the descriptor is nobody's now";
+}
+
+using AgentWithoutMemoryTest = AgentOnHost;
+
+TEST_F(AgentWithoutMemoryTest, ABatchFailsAndLeavesTheNextOneNothing) {
+  s_now = 1'700'000'000;
+  m_host.CopyFrom(QMT_TEST_DIR "/fixtures/6.1");
+  StartAgent();
+  const auto time = Os().time;
+  Batch failed;
+  failed.Add("CPUP", '4', {.realtime = 1, .calcRates = 0});
+  Os().time = [](std::time_t*) -> std::time_t { throw std::bad_alloc(); };
+  EXPECT_EQ(m_agent->NotifyEvent(&failed.event), 63);
+  Os().time = time;
+  EXPECT_EQ(ScriptedNode::Instance().LinesWith("Unable to build records to satisfy event.").size(),
+            1U);
+  Batch next;
+  next.Add("CPUP", '4', {.realtime = 1, .calcRates = 0});
+  EXPECT_EQ(m_agent->NotifyEvent(&next.event), 0);
+  EXPECT_FALSE(next.entries[0]->event.m_records.empty());
+  EXPECT_TRUE(failed.entries[0]->event.m_records.empty());
 }
 
 TEST_F(UnixAgentTest, TheKernelVariantIsAFigure) {

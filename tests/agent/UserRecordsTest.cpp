@@ -15,6 +15,7 @@
 #include "support/UserFileSemaphore.h"
 #include "tests/agent/AgentOnHost.h"
 #include "tests/scripted/Batch.h"
+#include "tests/scripted/DumpedLines.h"
 
 namespace {
 
@@ -92,8 +93,10 @@ TEST_F(UserRecordsTest, EachFieldComesIntoTheFieldOfItsLabel) {
   PublishLayouts();
   for (const UserFileKind& kind : UserFileKinds()) {
     Write(kind, Header() + FullRecord(kind));
+    const DumpedLines dumped;
     const std::vector<std::string> rows = Rows(kind);
     ASSERT_EQ(rows.size(), 1U) << kind.name;
+    EXPECT_EQ(dumped.Count(), 2U) << kind.name << ": labels and row";
     const std::string& row = rows[0];
     EXPECT_STREQ(row.data(), kind.name);
     EXPECT_EQ(Read<std::int32_t>(row, 8), s_now);

@@ -7,6 +7,7 @@
 
 #include "collect/AcctRecord.h"
 #include "node/ReportRegistry.h"
+#include "process/ApplicationMonitor.h"
 #include "tests/process/ProcessRecordFixture.h"
 #include "tests/scripted/Golden.h"
 #include "tests/support/TempFolder.h"
@@ -196,6 +197,32 @@ TEST_F(WGRPrecordTest, PrintsWhatItDoesWhereThatIsTurnedOn) {
         " workgroup \"Other\" takes process 20", " record WGRP 0 built", " record WGRP 1 built"};
     EXPECT_EQ(texts, isOn ? expected : std::set<std::string>{});
   }
+}
+
+TEST_F(WGRPrecordTest, EachRecordThatIsBuiltIsPrinted) {
+  ApplicationMonitor applications;
+  ASSERT_EQ(applications.ReadText("A\tweb\n"), 1);
+  m_builder.SetApplications(&applications);
+  AddShell(20, 100);
+  Collect();
+  g_processTraceOn = 1;
+  for (const auto& [name, builder] :
+       std::initializer_list<std::pair<const char*, RecordBuilderFunction>>{
+           {"PD", &RecordBuilder::BuildPD},
+           {"PDI", &RecordBuilder::BuildPD_PDI},
+           {"PDS", &RecordBuilder::BuildPD_PDS},
+           {"PGM", &RecordBuilder::BuildPD_PGM},
+           {"TERM", &RecordBuilder::BuildPD_TERM},
+           {"USER", &RecordBuilder::BuildPD_USER},
+           {"APP", &RecordBuilder::BuildPD_APP}}) {
+    Asker look(name, '3', {.realtime = 1, .calcRates = 1});
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ((m_builder.*builder)(&look.event, &look.request), nullptr);
+    const std::string printed = ::testing::internal::GetCapturedStdout();
+    EXPECT_NE(printed.find(" record " + std::string(name) + " 0 built\n"), std::string::npos)
+        << name << ": " << printed;
+  }
+  g_processTraceOn = 0;
 }
 
 TEST_F(WGRPrecordTest, TwoListsShareTheirField) {

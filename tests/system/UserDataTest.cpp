@@ -183,7 +183,8 @@ TEST(UserDataTest, AStrangerDelaysOnlyTheBatchThatNeedsTheFilesAndThatOnce) {
   EXPECT_LT(secondsSince(begin), 5) << "the batch still waited";
   needy.join();
   strangers.clear();
-  EXPECT_EQ(json::parse(AskDaemon(root, "get --raw --json UPD").output).at(0).at("rows").size(), 1U);
+  EXPECT_EQ(json::parse(AskDaemon(root, "get --raw --json UPD").output).at(0).at("rows").size(),
+            1U);
 }
 
 TEST(UserDataTest, WhatIsWrongIsToldByLineAndNothingIsWritten) {

@@ -11,6 +11,7 @@
 #include "support/OsCalls.h"
 #include "support/Switches.h"
 #include "tests/scripted/Batch.h"
+#include "tests/scripted/DumpedLines.h"
 #include "tests/scripted/ScriptedNode.h"
 
 namespace {
@@ -66,7 +67,11 @@ TEST_F(PLMESSrecordTest, EachRequestGetsEachMessageOnce) {
   Asker late("MESS", '7', kScheduled);
   Asker look("MESS", '7', kRates);
   Collected(Range(1, 60));
-  EXPECT_EQ(Ask(early), Range(1, 60));
+  {
+    const DumpedLines dumped;
+    EXPECT_EQ(Ask(early), Range(1, 60));
+    EXPECT_EQ(dumped.Count(), 61U) << "labels and rows";
+  }
   EXPECT_EQ(Ask(early), Range(1, 0));
   EXPECT_EQ(Ask(late), Range(11, 60));
   // A line that no filter took comes first, and does not hold the others up.
