@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::uint32_t kRecordSize = 140;
+constexpr std::uint32_t kCpuRecordSize = 140;
 constexpr std::size_t kTypeLimit = 40;
 
 void Open(ProcLib& lib, ProcFile file, int level) {
@@ -81,7 +81,7 @@ void CPUSourceUser::read(x_cpu* record) {
     return;
   }
   m_currentId = m_cpuIds[m_index];
-  record->size = kRecordSize;
+  record->size = kCpuRecordSize;
   ReadTimes(*record);
   if (std::uint32_t interrupts = 0; GetInterrupts(&interrupts) == 0) {
     record->interrupts = interrupts;

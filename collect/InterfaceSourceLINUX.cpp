@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr std::uint32_t kRecordSize = 128;
+constexpr std::uint32_t kInterfaceRecordSize = 128;
 constexpr const char* kPath = "/proc/net/dev";
 constexpr const char* kCounterFormat = "%*d %ld %ld %*d %*d %*d %*d %*d %*d %ld %ld %*d %*d %ld";
 constexpr int kCounters = 5;
@@ -153,7 +153,7 @@ void InterfaceSourceUser::read(x_interface* record) {
 
 int InterfaceSourceUser::Get_IFace_Info(const char* line, x_interface* work) const {
   TraceEntry("InterfaceSourceUser::Get_IFace_Info", line, AddressOf(work));
-  work->size = kRecordSize;
+  work->size = kInterfaceRecordSize;
   const std::string_view text(line);
   const std::size_t colon = std::min(text.find(':'), text.size());
   const std::size_t begin = std::min(text.find_first_not_of(' '), colon);

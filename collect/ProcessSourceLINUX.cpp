@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr std::uint32_t kRecordSize = 1132;
+constexpr std::uint32_t kProcessRecordSize = 1132;
 /// "/proc/", a directory name of the longest kind, 255 bytes, a slash and the file's name.
 using ProcessPath = std::array<char, 288>;
 constexpr std::size_t kProcPrefix = 6;
@@ -170,7 +170,7 @@ bool ProcessSourceUser::ReadProcess(const char* pid, x_proc& record) {
     return false;
   }
   record = x_proc{};
-  record.size = kRecordSize;
+  record.size = kProcessRecordSize;
   TextScanner(pid).Signed(record.pid);
   if (Get_Stat_Info(m_stat.data(), &record) != 0) {
     ++s_skipped;

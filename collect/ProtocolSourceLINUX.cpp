@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::uint32_t kRecordSize = 64;
+constexpr std::uint32_t kProtocolRecordSize = 64;
 constexpr const char* kPath = "/proc/net/snmp";
 constexpr const char* kLabelFormat = "%*s %s";
 
@@ -129,7 +129,7 @@ void ProtocolSourceUser::read(x_protocol* record) {
          std::fgets(line.data(), static_cast<int>(line.size()), m_fp.get()) != nullptr;) {
       TakeLine(line.data(), *record);
     }
-    record->size = kRecordSize;
+    record->size = kProtocolRecordSize;
     record->totalIn = record->tcpIn + record->udpIn + record->icmpIn;
     record->totalOut = record->icmpOut + record->udpOut + record->tcpOut;
   }

@@ -144,8 +144,8 @@ struct Page {
 };
 
 Page ReadPage(SqlDatabase& database, const WantedHistory& wanted) {
-  using Clock = std::chrono::steady_clock;
-  const auto end = Clock::now() + std::chrono::milliseconds(HistoryQueries::kPageMilliseconds);
+  const auto end = std::chrono::steady_clock::now() +
+                   std::chrono::milliseconds(HistoryQueries::kPageMilliseconds);
   SqlStatement statement = database.Prepare(SelectText(*wanted.layout));
   statement.Bind(1, wanted.since);
   statement.Bind(2, wanted.until);
@@ -162,7 +162,7 @@ Page ReadPage(SqlDatabase& database, const WantedHistory& wanted) {
                            field.hasSource ? ColumnJson(statement, column) : Json(nullptr));
     }
     page.rows.push_back(std::move(row));
-    if (page.rows.size() == HistoryQueries::kPageRows || Clock::now() >= end) {
+    if (page.rows.size() == HistoryQueries::kPageRows || std::chrono::steady_clock::now() >= end) {
       page.next = Json::array({statement.Whole(1), statement.Whole(0)});
       break;
     }

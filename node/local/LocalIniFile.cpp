@@ -15,11 +15,10 @@
 #include <string_view>
 
 #include "node/local/AtomicFile.h"
+#include "node/local/LogText.h"
 #include "support/Descriptor.h"
 
 namespace {
-
-const char* OrEmpty(const char* text) { return text == nullptr ? "" : text; }
 
 /// The file behind a symbolic link, so that a write replaces the file and not the link.
 std::string Resolve(const std::string& path) {

@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr int kOperatorLevel = 10;
 constexpr const char* kIniDirectory = ".";
 constexpr const char* kIniName = "qmtagt.ini";
 constexpr int kBuildFailedMessage = CatalogEntry(10300).number;
@@ -61,7 +60,7 @@ LocalNode::LoopParts& LocalNode::Parts() {
 
 void LocalNode::Report(const std::string& problem) {
   if (m_log != nullptr) {
-    m_log->Note(kOperatorLevel, kWarning, problem);
+    m_log->Note(MessageLog::kOperatorLevel, kWarning, problem);
   }
 }
 
@@ -111,7 +110,7 @@ void LocalNode::PrintMsg(const MessageLine& line) {
   }
   if (m_log != nullptr) {
     m_log->PrintMsg(line);
-  } else if (line.level <= kOperatorLevel) {
+  } else if (line.level <= MessageLog::kOperatorLevel) {
     // Before the log is open and after its end.
     const std::string text = ExpandMessage(line.format, line.argCount, line.args);
     ErrorStream(STDERR_FILENO).Write(text + '\n');

@@ -4,6 +4,9 @@
 #include <string>
 #include <string_view>
 
+/// An empty text for null.
+[[nodiscard]] inline const char* OrEmpty(const char* text) { return text == nullptr ? "" : text; }
+
 /// A message's text: %1 to %5 become the arguments, each taken as text; a placeholder without an
 /// argument becomes nothing, any other '%' stands for itself. `format`, `args` and each argument
 /// may be null. Control characters are still in it.

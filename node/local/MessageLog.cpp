@@ -17,10 +17,7 @@ namespace {
 constexpr mode_t kFolderMode = 0755;
 constexpr long kHighestLevel = 999;
 constexpr int kAlwaysLevel = 1;
-constexpr int kOperatorLevel = 10;
 constexpr const char* kPattern = "%Y-%m-%dT%H:%M:%S.%e%z %P %v";
-
-const char* OrEmpty(const char* text) { return text == nullptr ? "" : text; }
 
 void ReadLevel(CMBIniFile& ini, const char* key, int& level) {
   long value = level;

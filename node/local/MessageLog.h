@@ -52,6 +52,7 @@ inline constexpr const char* kDataLevelKey = "Message Data Level";
 /// throws. For one thread.
 class MessageLog {
  public:
+  static constexpr int kOperatorLevel = 10;
   static constexpr int kDetailLevel = 30;
   static constexpr int kCommonLogLevel = 204;
   static constexpr std::size_t kMaxText = 8192;  ///< bytes of a line's text; the rest is cut
