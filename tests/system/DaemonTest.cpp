@@ -62,7 +62,7 @@ TEST(DaemonTest, EachStopSignalHasItsMessagesAndExitValue) {
 TEST(DaemonTest, WordsOfHelpAreAnsweredAndStartNothing) {
   const ProductRoot root(kMainFlow);
   const std::string start = "cd '" + root.AgentFolder().string() + "' && QMT_PRODUCT_ROOT='" +
-                            root.Path().string() + "' " + QMTDMON_PROGRAM;
+                            root.Path().string() + "' timeout 20 " + QMTDMON_PROGRAM;
   for (const auto& [words, said] :
        {std::pair<const char*, const char*>{" --help", "Usage: qmtdmon"},
         {" -f --version", "qmtdmon "}}) {
