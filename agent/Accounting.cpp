@@ -1,7 +1,7 @@
 #include <cerrno>
 
 #include "agent/UnixAgent.h"
-#include "collect/AcctSourceLINUX.h"
+#include "collect/accounting/AcctSourceLINUX.h"
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"

@@ -10,7 +10,7 @@
 
 #include "agent/DayTime.h"
 #include "agent/UnixAgent.h"
-#include "collect/StorageSource.h"
+#include "collect/filesystem/StorageSource.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
 

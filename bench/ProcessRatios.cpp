@@ -22,7 +22,7 @@
 #include "bench/ProcessFloor.h"
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "support/HostPaths.h"
 #include "support/Switches.h"
 #include "support/UtlError.h"

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "collect/ProcLib.h"
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "support/UtlError.h"
 #include "tests/scripted/ProcessTree.h"
 

@@ -1,6 +1,6 @@
 #include <benchmark/benchmark.h>
 
-#include "collect/SystemSourceLINUX.h"
+#include "collect/system/SystemSourceLINUX.h"
 #include "tests/scripted/ProcessTree.h"
 
 namespace {

@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "client/Applications.h"
-#include "client/Check.h"
-#include "client/Commands.h"
-#include "client/History.h"
-#include "client/ReportText.h"
-#include "client/Top.h"
-#include "client/UserData.h"
+#include "client/commands/Applications.h"
+#include "client/commands/Commands.h"
+#include "client/commands/Explain.h"
+#include "client/commands/History.h"
+#include "client/commands/Top.h"
+#include "client/commands/UserData.h"
+#include "client/files/Check.h"
 
 /// The command line and the command that it chose.
 struct CommandLine {

@@ -1,5 +1,5 @@
 #include "client/CommandLine.h"
-#include "client/Schedules.h"
+#include "client/commands/Schedules.h"
 
 namespace {
 

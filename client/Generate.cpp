@@ -3,15 +3,16 @@
 #include <algorithm>
 #include <functional>
 
-#include "client/Answers.h"
-#include "client/Applications.h"
 #include "client/CommandLine.h"
 #include "client/Completion.h"
-#include "client/Connection.h"
-#include "client/Errors.h"
 #include "client/ManPage.h"
-#include "client/RecordReader.h"
-#include "client/Terminal.h"
+#include "client/ask/Answers.h"
+#include "client/ask/Connection.h"
+#include "client/ask/Errors.h"
+#include "client/ask/SafeText.h"
+#include "client/commands/Applications.h"
+#include "client/looks/RecordReader.h"
+#include "client/show/Terminal.h"
 
 int RunGenerate(const CLI::App& tree, const CommandLine& line, const std::string& kind) {
   WriteOutput(kind == "man"    ? ManPage(tree)

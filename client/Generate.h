@@ -3,14 +3,14 @@
 #include <string>
 #include <vector>
 
-#include "client/Commands.h"
+#include "client/commands/Commands.h"
 
 struct CommandLine;
 namespace CLI {
 class App;
 }
 
-// Commands that no operator types, exit values as in client/Commands.h.
+// Commands that no operator types, exit values as in client/commands/Commands.h.
 
 /// Prints the manual page ("man") or a completion script ("bash", "zsh", "fish") of the tree.
 [[nodiscard]] int RunGenerate(const CLI::App& tree, const CommandLine& line,

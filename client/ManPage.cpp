@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "client/CommandView.h"
-#include "client/Errors.h"
+#include "client/ask/Errors.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "client/CommandLine.h"
-#include "client/Errors.h"
+#include "client/ask/Errors.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "process/ApplicationMonitor.h"
 #include "process/ProcessTrace.h"
 #include "records/RecordBuilder.h"

@@ -4,8 +4,8 @@
 #include <span>
 #include <vector>
 
-#include "collect/AcctRecord.h"
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/accounting/AcctRecord.h"
+#include "collect/process/ProcessSourceLINUX.h"
 
 /// The processes of one build: those of the collector, which are referred to, and ended ones.
 class ProcessList {

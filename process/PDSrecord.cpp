@@ -4,7 +4,7 @@
 #include <new>
 
 #include "collect/Collector.h"
-#include "collect/DeviceMap.h"
+#include "collect/device/DeviceMap.h"
 #include "process/ProcessSummary.h"
 #include "process/ProcessTrace.h"
 #include "records/RecordBuilder.h"

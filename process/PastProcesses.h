@@ -5,8 +5,8 @@
 #include <span>
 #include <vector>
 
-#include "collect/AcctRecord.h"
 #include "collect/Collector.h"
+#include "collect/accounting/AcctRecord.h"
 #include "process/ExpandProcessList.h"
 #include "records/RecordBuilder.h"
 

@@ -6,9 +6,9 @@
 #include <limits>
 #include <type_traits>
 
-#include "collect/AcctSourceLINUX.h"
-#include "collect/DeviceMap.h"
-#include "collect/NameCache.h"
+#include "collect/accounting/AcctSourceLINUX.h"
+#include "collect/device/DeviceMap.h"
+#include "collect/process/NameCache.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "node/RecordRequest.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"

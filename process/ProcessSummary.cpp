@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "collect/Collector.h"
-#include "collect/DeviceMap.h"
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/device/DeviceMap.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "process/ProcessTrace.h"
 #include "support/TraceLog.h"
 

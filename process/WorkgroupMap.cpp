@@ -6,7 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "collect/NameCache.h"
+#include "collect/process/NameCache.h"
 #include "process/ProcessTrace.h"
 
 namespace {

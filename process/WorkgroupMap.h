@@ -3,7 +3,7 @@
 #include <array>
 #include <span>
 
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "process/ProcessRow.h"
 #include "userdata/WorkGroup.h"
 

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <map>
 
-#include "collect/CPUSourceLINUX.h"
 #include "collect/Collector.h"
+#include "collect/cpu/CPUSourceLINUX.h"
 #include "records/IntervalEngine.h"
 #include "records/RecordBuilder.h"
 #include "records/UserObjects.h"

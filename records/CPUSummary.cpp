@@ -1,7 +1,7 @@
 #include "records/CPUSummary.h"
 
-#include "collect/CPUSourceLINUX.h"
 #include "collect/Collector.h"
+#include "collect/cpu/CPUSourceLINUX.h"
 #include "node/Node.h"
 #include "records/IntervalEngine.h"
 #include "support/TraceLog.h"

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "collect/DeviceSourceLINUX.h"
+#include "collect/device/DeviceSourceLINUX.h"
 #include "records/RecordStructures.h"
 #include "support/TimeValues.h"
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "collect/FileSystemSource.h"
+#include "collect/filesystem/FileSystemSource.h"
 #include "support/TraceLog.h"
 
 // What the records of local and of remote file systems have in common. Counts are unsigned 64-bit

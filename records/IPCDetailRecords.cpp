@@ -2,10 +2,10 @@
 #include <cstdint>
 #include <string_view>
 
-#include "collect/MsgSource.h"
-#include "collect/NameCache.h"
-#include "collect/SHMSource.h"
-#include "collect/SemSource.h"
+#include "collect/ipc/MsgSource.h"
+#include "collect/ipc/SHMSource.h"
+#include "collect/ipc/SemSource.h"
+#include "collect/process/NameCache.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "records/RecordDump.h"

@@ -1,8 +1,8 @@
 #include <unordered_set>
 
-#include "collect/IPCSource.h"
-#include "collect/SHMSource.h"
-#include "collect/SemSource.h"
+#include "collect/ipc/IPCSource.h"
+#include "collect/ipc/SHMSource.h"
+#include "collect/ipc/SemSource.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "records/RecordDump.h"

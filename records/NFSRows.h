@@ -4,7 +4,7 @@
 #include <span>
 #include <string_view>
 
-#include "collect/NFSSource.h"
+#include "collect/nfs/NFSSource.h"
 #include "records/IntervalEngine.h"
 #include "records/UserObjects.h"
 #include "support/OsCalls.h"

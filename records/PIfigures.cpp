@@ -2,8 +2,8 @@
 
 #include <limits>
 
-#include "collect/ProtocolSourceLINUX.h"
-#include "collect/SystemSourceLINUX.h"
+#include "collect/network/ProtocolSourceLINUX.h"
+#include "collect/system/SystemSourceLINUX.h"
 #include "records/CPUSummary.h"
 #include "records/IntervalEngine.h"
 

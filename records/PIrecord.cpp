@@ -3,8 +3,8 @@
 #include <cstdint>
 
 #include "collect/Collector.h"
-#include "collect/ProtocolSourceLINUX.h"
-#include "collect/SystemSourceLINUX.h"
+#include "collect/network/ProtocolSourceLINUX.h"
+#include "collect/system/SystemSourceLINUX.h"
 #include "records/IntervalEngine.h"
 #include "records/PIfigures.h"
 #include "records/RecordBuilder.h"

@@ -8,8 +8,8 @@
 #include <new>
 
 #include "collect/CategoryFlags.h"
-#include "collect/MessagesSource.h"
-#include "collect/SystemSourceLINUX.h"
+#include "collect/log/MessagesSource.h"
+#include "collect/system/SystemSourceLINUX.h"
 #include "node/LayoutRegistry.h"
 #include "records/UserObjects.h"
 #include "support/OsCalls.h"

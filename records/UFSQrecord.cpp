@@ -1,7 +1,7 @@
 #include <string>
 
-#include "collect/NameCache.h"
-#include "collect/QuotaSource.h"
+#include "collect/filesystem/QuotaSource.h"
+#include "collect/process/NameCache.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "records/RecordDump.h"

@@ -1,9 +1,9 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "collect/FileSystemSource.h"
-#include "collect/NameCache.h"
-#include "collect/StorageSource.h"
+#include "collect/filesystem/FileSystemSource.h"
+#include "collect/filesystem/StorageSource.h"
+#include "collect/process/NameCache.h"
 #include "records/FileSystemSizes.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"

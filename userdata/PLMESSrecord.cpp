@@ -2,7 +2,7 @@
 #include <deque>
 #include <string>
 
-#include "collect/MessagesSource.h"
+#include "collect/log/MessagesSource.h"
 #include "node/Node.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"

@@ -3,7 +3,7 @@
 #include <string_view>
 #include <vector>
 
-#include "collect/UserSource.h"
+#include "collect/userdata/UserSource.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "records/RecordDump.h"

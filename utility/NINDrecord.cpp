@@ -1,7 +1,7 @@
 #include <array>
 #include <cstring>
 
-#include "collect/InterfaceSourceLINUX.h"
+#include "collect/network/InterfaceSourceLINUX.h"
 #include "records/IntervalEngine.h"
 #include "records/RecordBuilder.h"
 #include "records/UserObjects.h"

@@ -1,6 +1,6 @@
 #include <array>
 
-#include "collect/InterfaceSourceLINUX.h"
+#include "collect/network/InterfaceSourceLINUX.h"
 #include "records/IntervalEngine.h"
 #include "records/RecordBuilder.h"
 #include "records/UserObjects.h"

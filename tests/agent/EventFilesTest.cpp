@@ -1,6 +1,6 @@
 #include <fstream>
 
-#include "collect/MessagesSource.h"
+#include "collect/log/MessagesSource.h"
 #include "support/ProductOptions.h"
 #include "tests/agent/AgentOnHost.h"
 #include "userdata/EventFile.h"

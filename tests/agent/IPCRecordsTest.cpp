@@ -5,11 +5,11 @@
 #include <vector>
 
 #include "collect/Collector.h"
-#include "collect/IPCSource.h"
-#include "collect/MsgSource.h"
-#include "collect/NameCache.h"
-#include "collect/SHMSource.h"
-#include "collect/SemSource.h"
+#include "collect/ipc/IPCSource.h"
+#include "collect/ipc/MsgSource.h"
+#include "collect/ipc/SHMSource.h"
+#include "collect/ipc/SemSource.h"
+#include "collect/process/NameCache.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "support/OsCalls.h"

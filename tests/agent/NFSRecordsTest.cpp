@@ -6,7 +6,7 @@
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
-#include "collect/NFSSource.h"
+#include "collect/nfs/NFSSource.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "support/OsCalls.h"

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "client/Connection.h"
+#include "client/ask/Connection.h"
 #include "support/Descriptor.h"
 
 /// A folder of its own below the temporary folder, removed with all its content.

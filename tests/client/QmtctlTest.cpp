@@ -7,7 +7,7 @@
 #include <chrono>
 #include <sstream>
 
-#include "client/Errors.h"
+#include "client/ask/Errors.h"
 #include "tests/client/ClientHarness.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "collect/NameCache.h"
 #include "collect/ProcLib.h"
+#include "collect/process/NameCache.h"
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
 #include "support/Switches.h"

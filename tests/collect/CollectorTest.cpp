@@ -5,10 +5,10 @@
 
 #include <set>
 
-#include "collect/CPUSourceLINUX.h"
 #include "collect/Categories.h"
 #include "collect/CategoryFlags.h"
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/cpu/CPUSourceLINUX.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "node/FigureRegistry.h"
 #include "tests/collect/CollectFixture.h"
 

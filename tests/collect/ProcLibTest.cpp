@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "tests/collect/CollectFixture.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <string_view>
 #include <vector>
 
-#include "collect/CPUSourceLINUX.h"
+#include "collect/cpu/CPUSourceLINUX.h"
 #include "support/OsCalls.h"
 #include "support/UtlError.h"
 #include "tests/scripted/ProcessTree.h"

@@ -3,7 +3,7 @@
 #include <string_view>
 #include <vector>
 
-#include "collect/DeviceSourceLINUX.h"
+#include "collect/device/DeviceSourceLINUX.h"
 #include "support/Switches.h"
 #include "support/UtlError.h"
 #include "tests/scripted/ProcessTree.h"

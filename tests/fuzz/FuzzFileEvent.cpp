@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "collect/MessagesSource.h"
+#include "collect/log/MessagesSource.h"
 #include "support/ProductOptions.h"
 #include "tests/scripted/ScriptedNode.h"
 

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "collect/FileSystemSource.h"
-#include "collect/QuotaSource.h"
+#include "collect/filesystem/FileSystemSource.h"
+#include "collect/filesystem/QuotaSource.h"
 #include "support/OsCalls.h"
 #include "tests/scripted/ProcessTree.h"
 

@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "collect/NFSSource.h"
+#include "collect/nfs/NFSSource.h"
 #include "tests/scripted/ProcessTree.h"
 
 /// Any bytes as the calls of the kernel's NFS client.

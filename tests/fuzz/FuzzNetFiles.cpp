@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "collect/InterfaceSourceLINUX.h"
-#include "collect/ProtocolSourceLINUX.h"
+#include "collect/network/InterfaceSourceLINUX.h"
+#include "collect/network/ProtocolSourceLINUX.h"
 #include "support/OsCalls.h"
 #include "support/UtlError.h"
 #include "tests/scripted/ProcessTree.h"

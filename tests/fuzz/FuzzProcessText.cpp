@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "support/TimeValues.h"
 
 // The parsers of a process's files against the scanning of the C library, which they must equal.

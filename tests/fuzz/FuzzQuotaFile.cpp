@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "collect/QuotaSource.h"
+#include "collect/filesystem/QuotaSource.h"
 #include "support/OsCalls.h"
 #include "tests/scripted/ProcessTree.h"
 

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "collect/StorageSource.h"
+#include "collect/filesystem/StorageSource.h"
 #include "support/ProductOptions.h"
 #include "tests/scripted/ProcessTree.h"
 

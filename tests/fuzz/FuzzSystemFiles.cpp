@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "collect/SystemSourceLINUX.h"
+#include "collect/system/SystemSourceLINUX.h"
 #include "support/Switches.h"
 #include "support/UtlError.h"
 #include "tests/scripted/ProcessTree.h"

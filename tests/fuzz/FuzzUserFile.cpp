@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "client/UserRows.h"
-#include "collect/UserFile.h"
+#include "client/files/UserRows.h"
+#include "collect/userdata/UserFile.h"
 #include "support/HostPaths.h"
 
 // The first byte chooses between the agent's file and an operator's rows.

@@ -1,4 +1,4 @@
-#include "node/local/LocalNode.h"
+#include "local/LocalNode.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include <array>
 
-#include "collect/AcctRecord.h"
-#include "collect/DeviceMap.h"
+#include "collect/accounting/AcctRecord.h"
+#include "collect/device/DeviceMap.h"
 #include "support/ProductOptions.h"
 #include "tests/process/ProcessRecordFixture.h"
 

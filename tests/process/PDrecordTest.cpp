@@ -3,8 +3,8 @@
 
 #include <new>
 
-#include "collect/AcctRecord.h"
-#include "collect/DeviceMap.h"
+#include "collect/accounting/AcctRecord.h"
+#include "collect/device/DeviceMap.h"
 #include "process/ProcessRow.h"
 #include "support/ProductOptions.h"
 #include "tests/process/ProcessRecordFixture.h"

@@ -8,9 +8,9 @@
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
-#include "collect/NameCache.h"
 #include "collect/ProcLib.h"
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/process/NameCache.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "support/OsCalls.h"

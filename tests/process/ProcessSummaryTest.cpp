@@ -6,8 +6,8 @@
 #include <functional>
 
 #include "collect/Collector.h"
-#include "collect/DeviceMap.h"
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/device/DeviceMap.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "support/Switches.h"
 #include "tests/scripted/ScriptedNode.h"
 

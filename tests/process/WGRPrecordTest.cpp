@@ -5,7 +5,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "collect/AcctRecord.h"
+#include "collect/accounting/AcctRecord.h"
 #include "node/ReportRegistry.h"
 #include "process/ApplicationMonitor.h"
 #include "tests/process/ProcessRecordFixture.h"

@@ -8,7 +8,7 @@
 #include <sstream>
 #include <string>
 
-#include "node/local/MetricFamily.h"
+#include "local/metrics/MetricFamily.h"
 #include "records/RecordLayouts.h"
 
 namespace {

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "collect/Collector.h"
-#include "collect/ProtocolSourceLINUX.h"
-#include "collect/SystemSourceLINUX.h"
+#include "collect/network/ProtocolSourceLINUX.h"
+#include "collect/system/SystemSourceLINUX.h"
 #include "records/RecordBuilder.h"
 #include "support/OsCalls.h"
 #include "support/Switches.h"

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "collect/CPUSourceLINUX.h"
 #include "collect/ProcLib.h"
+#include "collect/cpu/CPUSourceLINUX.h"
 #include "node/LayoutRegistry.h"
 #include "records/RecordLayouts.h"
 #include "support/HostPaths.h"

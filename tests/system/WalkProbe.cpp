@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "collect/ProcessSourceLINUX.h"
+#include "collect/process/ProcessSourceLINUX.h"
 #include "support/HostPaths.h"
 #include "support/Switches.h"
 #include "support/UtlError.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "collect/MessagesSource.h"
+#include "collect/log/MessagesSource.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "support/OsCalls.h"

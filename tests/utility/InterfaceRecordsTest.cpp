@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "collect/Collector.h"
-#include "collect/InterfaceSourceLINUX.h"
+#include "collect/network/InterfaceSourceLINUX.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "support/Descriptor.h"

@@ -1,0 +1,234 @@
+#include "client/commands/Commands.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <set>
+#include <thread>
+#include <utility>
+
+#include "client/ask/Connection.h"
+#include "client/ask/Errors.h"
+#include "client/ask/SafeText.h"
+#include "client/commands/ConfigText.h"
+#include "client/looks/Pace.h"
+#include "client/show/RowValues.h"
+
+namespace {
+
+/// A schedule has no shorter interval.
+constexpr std::chrono::milliseconds kScheduleLook{500};
+constexpr std::string_view kSocketBelowRoot = "/opt/qmtrx/mond/agent/run/control.sock";
+
+std::string Indented(const Json& value) {
+  return value.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+/// The member `name` of an answer, once it is known to be there.
+const Json& Part(const Json& answer, const char* name) { return *answer.find(name); }
+
+std::string RecordsText(std::vector<ShownRecord>& records, Format format, bool titles,
+                        const Screen& screen) {
+  if (format == Format::kJson || format == Format::kJsonLine) {
+    return JsonText(records, format == Format::kJson ? 2 : -1);
+  }
+  std::string text;
+  for (const ShownRecord& record : records) {
+    std::string part =
+        format == Format::kCsv ? CsvText(record.answer.rows) : RowsText(record, screen);
+    if (titles && format == Format::kTable) {
+      const RecordName name{record.answer.record, record.answer.category};
+      const std::string title = SafeText(name.Text()) + "  " + DateText(record.answer.time);
+      part = Emphasize(title, screen) + '\n' + part;
+    }
+    if (!text.empty() && !part.empty()) {
+      text += '\n';
+    }
+    text += part;
+  }
+  return text;
+}
+
+int ShowOnce(const CommonOptions& common, const RecordOptions& options, const RecordReader& reader,
+             Sample sample) {
+  std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
+  const Screen screen = ReadScreen(common.color);
+  WriteOutput(RecordsText(sample.records, options.format, options.records.size() > 1, screen));
+  return reader.AnyFailed() ? kExitFailed : kExitDone;
+}
+
+/// Shows the samples of a watch, in place where the screen can do that.
+class SampleWriter {
+ public:
+  SampleWriter(const CommonOptions& common, Format format, int stop)
+      : m_color(common.color), m_format(format), m_stop(stop) {}
+
+  void Write(Sample& sample) {
+    const Screen screen = ReadScreen(m_color);
+    const std::string text = RecordsText(sample.records, m_format, true, screen);
+    if (m_format == Format::kTable && screen.redraws) {
+      Redraw(text, sample.notes, screen);
+    } else {
+      for (const std::string& note : sample.notes) {
+        if (m_complaints.insert(note).second) {
+          Complain(note);
+        }
+      }
+      WriteOutput((m_format == Format::kTable && !m_isFirst ? "\n" : "") + text, m_stop);
+    }
+    m_isFirst = false;
+  }
+
+  /// Leaves a redrawn screen with the cursor below, and says what would else be gone with it.
+  void Finish() const {
+    if (m_inPlace) {
+      WriteOutput("\n");
+      std::for_each(m_lastNotes.begin(), m_lastNotes.end(), Complain);
+    }
+  }
+
+ private:
+  void Redraw(std::string text, std::vector<std::string>& notes, const Screen& screen) {
+    for (const std::string& note : notes) {
+      text.insert(0, SafeText(note) + "\n");
+    }
+    m_inPlace = true;
+    m_lastNotes = std::move(notes);
+    WriteOutput(Frame(text, screen), m_stop);
+  }
+
+  ColorMode m_color;
+  Format m_format;
+  int m_stop;
+  bool m_isFirst = true;
+  bool m_inPlace = false;
+  std::vector<std::string> m_lastNotes;
+  std::set<std::string> m_complaints;  ///< a complaint is made once, not with every sample
+};
+
+/// When each record of a sample was made.
+std::vector<std::int64_t> TimesOf(const Sample& sample) {
+  std::vector<std::int64_t> times;
+  for (const ShownRecord& record : sample.records) {
+    times.push_back(record.answer.time);
+  }
+  return times;
+}
+
+/// Shows the rows of the schedules each time that there are new ones.
+int RunWatchScheduled(const CommonOptions& common, const WatchOptions& options) {
+  const StopSignals stop;
+  SampleWriter writer(common, options.what.format, stop.Get());
+  try {
+    RecordReader reader(common.socket, options.what, "last", stop.Get());
+    std::vector<std::int64_t> shown;
+    std::uint64_t samples = 0;
+    do {
+      Sample sample = reader.Read();
+      if (sample.records.empty()) {
+        std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
+        return kExitFailed;
+      }
+      std::vector<std::int64_t> times = TimesOf(sample);
+      if (times != shown && *std::max_element(times.begin(), times.end()) != 0) {
+        shown = std::move(times);
+        writer.Write(sample);
+        ++samples;
+      }
+    } while (samples != options.count &&
+             !stop.WaitUntil(std::chrono::steady_clock::now() + kScheduleLook));
+  } catch (const Interrupted&) {
+    // The end that was asked for.
+  }
+  writer.Finish();
+  return kExitDone;
+}
+
+}  // namespace
+
+std::string DefaultSocket() {
+  const char* root = std::getenv("QMT_PRODUCT_ROOT");
+  return std::string(root == nullptr ? "" : root).append(kSocketBelowRoot);
+}
+
+int RunRecords(const CommonOptions& common, bool json) {
+  Connection connection(common.socket);
+  const Json answer = connection.Ask({{"op", "records"}});
+  const std::vector<Listing> records = ReadListing(answer);
+  WriteOutput(json ? Indented(Part(answer, "records"))
+                   : ListingText(records, ReadScreen(common.color)));
+  return kExitDone;
+}
+
+int RunGet(const CommonOptions& common, const RecordOptions& options, double overSeconds) {
+  const Pace pace(overSeconds, "--over");
+  RecordReader reader(common.socket, options, "get");
+  const auto first = std::chrono::steady_clock::now();
+  Sample sample = reader.Read();
+  if (reader.NeedsAnother()) {
+    std::this_thread::sleep_until(first + pace.Length());
+    sample = reader.Read();
+  }
+  return ShowOnce(common, options, reader, std::move(sample));
+}
+
+int RunLast(const CommonOptions& common, const RecordOptions& options) {
+  RecordReader reader(common.socket, options, "last");
+  Sample sample = reader.Read();
+  return ShowOnce(common, options, reader, std::move(sample));
+}
+
+int RunWatch(const CommonOptions& common, const WatchOptions& options) {
+  if (options.isScheduled) {
+    return RunWatchScheduled(common, options);
+  }
+  const Pace pace(options.everySeconds);
+  const StopSignals stop;
+  SampleWriter writer(common, options.what.format, stop.Get());
+  try {
+    RecordReader reader(common.socket, options.what, "get", stop.Get());
+    for (std::uint64_t samples = 1;; ++samples) {
+      Sample sample = reader.Read();
+      if (sample.records.empty() && samples == 1) {
+        std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
+        return kExitFailed;
+      }
+      writer.Write(sample);
+      if (samples == options.count || stop.WaitUntil(pace.Next())) {
+        const bool counted = samples == options.count;
+        writer.Finish();
+        return counted && reader.AnyFailed() ? kExitFailed : kExitDone;
+      }
+    }
+  } catch (const Interrupted&) {
+    writer.Finish();
+    return kExitDone;
+  }
+}
+
+int RunSchema(const CommonOptions& common, const std::string& record, bool json) {
+  const RecordName name = ParseRecordName(record);
+  Connection connection(common.socket);
+  const Json answer = connection.Ask(SchemaRequest(name));
+  const Schema schema = ReadSchema(answer);
+  WriteOutput(json ? Indented(Part(answer, "schema"))
+                   : SchemaText(schema, ReadScreen(common.color)));
+  return kExitDone;
+}
+
+int RunStatus(const CommonOptions& common, bool json) {
+  Connection connection(common.socket);
+  const Json answer = connection.Ask({{"op", "status"}});
+  const Status status = ReadStatus(answer);
+  WriteOutput(json ? Indented(Part(answer, "status"))
+                   : StatusText(status, ReadScreen(common.color)));
+  return kExitDone;
+}
+
+int RunConfig(const CommonOptions& common, bool json) {
+  Connection connection(common.socket);
+  const Json answer = connection.Ask({{"op", "config"}});
+  const std::vector<ConfigNode> tree = ReadConfig(answer);
+  WriteOutput(json ? Indented(Part(answer, "config")) : ConfigText(tree, ReadScreen(common.color)));
+  return kExitDone;
+}

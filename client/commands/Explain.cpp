@@ -1,0 +1,27 @@
+#include "client/commands/Explain.h"
+
+#include <utility>
+
+#include "client/ask/Connection.h"
+#include "client/ask/Errors.h"
+#include "client/show/ReportText.h"
+
+int RunExplain(const CommonOptions& common, const ExplainOptions& options) {
+  Json arguments = Json::object();
+  if (!options.name.empty()) {
+    arguments["name"] = options.name;
+  }
+  if (!options.pid.empty()) {
+    arguments["pid"] = options.pid;
+  }
+  Connection connection(common.socket);
+  const Json answer = connection.Ask(
+      {{"op", "report"}, {"report", "workgroups"}, {"arguments", std::move(arguments)}});
+  const ReportTable report = ReadReport(answer);
+  if (options.json) {
+    WriteOutput(answer.find("report")->dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+  } else {
+    WriteOutput(ReportText(report, ReadScreen(common.color)));
+  }
+  return kExitDone;
+}

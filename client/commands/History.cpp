@@ -1,0 +1,208 @@
+#include "client/commands/History.h"
+
+#include <algorithm>
+#include <ctime>
+#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "client/ask/Errors.h"
+#include "client/ask/SafeText.h"
+#include "client/commands/Schedules.h"
+#include "client/show/Labels.h"
+#include "client/show/Plot.h"
+#include "client/show/RowValues.h"
+#include "client/show/TimeText.h"
+
+namespace {
+
+constexpr const char* kTimeLabel = "Record Time";
+constexpr std::size_t kPlotColumns = 78;
+constexpr std::size_t kPlotLines = 18;
+
+Json MakeRequest(const RecordName& name, const HistoryOptions& options) {
+  Json request{{"op", "history"}, {"record", name.name}};
+  if (!name.category.empty()) {
+    request["category"] = name.category;
+  }
+  const std::int64_t now = std::time(nullptr);
+  for (const auto& [member, text] :
+       {std::pair("since", &options.since), std::pair("until", &options.until),
+        std::pair("at", &options.at)}) {
+    if (!text->empty()) {
+      request[member] = ParseTime(*text, now);
+    }
+  }
+  if (request.contains("since") && request.contains("until") &&
+      request["until"] < request["since"]) {
+    throw UsageError("the end (--until " + options.until + ") lies before the beginning (--since " +
+                     options.since + ")");
+  }
+  return request;
+}
+
+/// Asks for one page after the other.
+class PageReader {
+ public:
+  PageReader(Connection& connection, const RecordName& name, const HistoryOptions& options)
+      : m_connection(connection), m_name(name), m_request(MakeRequest(name, options)) {}
+
+  [[nodiscard]] bool HasMore() const { return m_hasMore; }
+  [[nodiscard]] RecordAnswer Next() {
+    Json answer = m_connection.Ask(m_request);
+    HistoryPage page = ReadHistory(answer, m_name);
+    m_hasMore = !page.next.is_null();
+    m_request["after"] = std::move(page.next);
+    if (m_request.contains("at") && m_hasMore) {
+      // Further pages are of the time that was found.
+      const auto& time = m_request["after"].at(0);
+      m_request["since"] = m_request["until"] = time;
+      m_request.erase("at");
+    }
+    return std::move(page.answer);
+  }
+
+ private:
+  Connection& m_connection;
+  RecordName m_name;
+  Json m_request;
+  bool m_hasMore = true;
+};
+
+RecordAnswer ReadAll(PageReader& reader, const std::optional<RowChoice>& filter) {
+  RecordAnswer all;
+  while (reader.HasMore()) {
+    RecordAnswer page = reader.Next();
+    if (filter) {
+      filter->Apply(page.rows);
+    }
+    all.record = page.record;
+    all.category = page.category;
+    for (Json& row : page.rows) {
+      all.rows.push_back(std::move(row));
+    }
+  }
+  return all;
+}
+
+/// Prints each page as it comes, under one line of labels.
+bool WriteCsv(PageReader& reader, const std::optional<RowChoice>& choice) {
+  bool isAny = false;
+  while (reader.HasMore()) {
+    RecordAnswer page = reader.Next();
+    if (choice) {
+      choice->Apply(page.rows);
+    }
+    const std::string text = CsvText(page.rows);
+    WriteOutput(isAny ? text.substr(text.find('\n') + 1) : text);
+    isAny = isAny || !page.rows.empty();
+  }
+  return isAny;
+}
+
+/// What tells the instances of the record apart: the values of its key fields.
+std::string InstanceOf(const Json& row, const Schema& schema) {
+  std::string instance;
+  for (std::size_t place = 0; place < schema.fields.size(); ++place) {
+    if (schema.fields[place].meaning == "key") {
+      instance += ValueOf(row, place, schema.fields[place].label).dump() + ' ';
+    }
+  }
+  return instance;
+}
+
+void WritePlot(const RecordAnswer& answer, const Schema& schema, const std::string& label,
+               const Screen& screen) {
+  const Field& field = NeedField(schema, label);
+  std::set<std::string> instances;
+  std::vector<PlotPoint> points;
+  for (const Json& row : answer.rows) {
+    instances.insert(InstanceOf(row, schema));
+    const Json& time = ValueOf(row, 1, kTimeLabel);
+    const Json& value = ValueOf(row, 0, field.label);
+    if (time.is_number_integer() && value.is_number()) {
+      points.push_back({time.get<std::int64_t>(), value.get<double>()});
+    }
+  }
+  if (instances.size() > 1) {
+    throw UsageError(std::to_string(instances.size()) + " instances of " + answer.record +
+                     " have rows: choose one with --where");
+  }
+  if (points.empty()) {
+    throw UsageError("\"" + field.label + "\" has no number in these rows");
+  }
+  const std::size_t columns = screen.width == 0 ? kPlotColumns : screen.width;
+  const std::size_t lines = screen.height == 0 ? kPlotLines : std::min(kPlotLines, screen.height);
+  WriteOutput(Emphasize(SafeText(answer.record + ": " + field.label), screen) + '\n' +
+              PlotText(points, columns, lines));
+}
+
+/// Says that nothing is kept, and why where the schedule tells.
+void ComplainOfNoRows(Connection& connection, const Schema& schema) {
+  const RecordName name{schema.record, schema.category};
+  const std::vector<Schedule> schedules = ReadStatus(connection.Ask({{"op", "status"}})).schedules;
+  const auto found =
+      std::find_if(schedules.begin(), schedules.end(), [&](const Schedule& schedule) {
+        return schedule.record == name.name && schedule.category == name.category;
+      });
+  Complain(name.Text() + ": no such rows are kept" +
+           (found != schedules.end()
+                ? "; the record is collected " + EverySeconds(found->seconds)
+                : ", and no schedule collects the record; \"qmtctl schedule add " + name.name +
+                      " 60\" would"));
+}
+
+void WriteRows(RecordAnswer answer, Schema schema, const HistoryOptions& options,
+               const Screen& screen) {
+  answer.time = std::time(nullptr);
+  std::vector<ShownRecord> records;
+  records.push_back({std::move(answer), std::move(schema)});
+  // A time after the other is read downwards, so headings are left out.
+  for (Field& field : records[0].schema.fields) {
+    field.group.clear();
+  }
+  WriteOutput(options.what.format == Format::kJson ? JsonText(records, 2)
+                                                   : RowsText(records[0], screen));
+}
+
+}  // namespace
+
+int RunHistory(const CommonOptions& common, const HistoryOptions& options) {
+  const RecordName name = ParseRecordName(options.what.records.front());
+  Connection connection(common.socket);
+  PageReader reader(connection, name, options);
+  const Json answer = connection.Ask(SchemaRequest(name));
+  Schema schema = ReadSchema(answer);
+  const ChoiceOptions& choices = options.what.choice;
+  if (options.what.format == Format::kCsv && choices.sort.empty()) {
+    const auto choice = choices.Any() ? std::optional(RowChoice(choices, schema)) : std::nullopt;
+    if (!WriteCsv(reader, choice)) {
+      ComplainOfNoRows(connection, schema);
+      return kExitFailed;
+    }
+    return kExitDone;
+  }
+  // Rows that nobody wants need not be gathered; the rest of the choice needs all of them.
+  ChoiceOptions filter;
+  filter.where = choices.where;
+  const RowChoice choice(choices, schema);
+  RecordAnswer all =
+      ReadAll(reader, filter.Any() ? std::optional(RowChoice(filter, schema)) : std::nullopt);
+  if (all.rows.empty()) {
+    ComplainOfNoRows(connection, schema);
+    return kExitFailed;
+  }
+  const Screen screen = ReadScreen(common.color);
+  if (!options.plot.empty()) {
+    WritePlot(all, schema, options.plot, screen);
+    return kExitDone;
+  }
+  choice.Apply(all.rows);
+  if (options.what.format == Format::kCsv) {
+    WriteOutput(CsvText(all.rows));
+  } else {
+    WriteRows(std::move(all), std::move(schema), options, screen);
+  }
+  return kExitDone;
+}

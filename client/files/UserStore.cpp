@@ -1,0 +1,210 @@
+#include "client/files/UserStore.h"
+
+#include <fcntl.h>
+#include <strings.h>
+#include <sys/ipc.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "client/ask/Errors.h"
+#include "support/Descriptor.h"
+#include "support/HostPaths.h"
+#include "support/TextFile.h"
+#include "support/UserFileSemaphore.h"
+
+namespace {
+
+constexpr std::size_t kMaxBytes = std::size_t{256} << 20;
+constexpr mode_t kFileMode = 0644;
+constexpr mode_t kModeBits = 0777;
+constexpr int kUnlocked = 1;
+
+[[noreturn]] void Fail(const std::string& path, const std::string& reason) {
+  throw ClientError(path + ": " + reason);
+}
+[[noreturn]] void FailErrno(const std::string& path) { Fail(path, std::strerror(errno)); }
+
+std::string ReadAll(int descriptor, const std::string& path) {
+  std::string text;
+  std::array<char, 65536> piece;
+  for (;;) {
+    const ssize_t got = ::read(descriptor, piece.data(), piece.size());
+    if (got == 0) {
+      return text;
+    }
+    if (got < 0 && errno != EINTR) {
+      FailErrno(path);
+    }
+    text.append(piece.data(), static_cast<std::size_t>(got < 0 ? 0 : got));
+    if (text.size() > kMaxBytes) {
+      Fail(path, "longer than " + std::to_string(kMaxBytes) + " bytes");
+    }
+  }
+}
+
+void WriteAll(int descriptor, std::string_view text, const std::string& path) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(descriptor, text.data(), text.size());
+    if (written < 0 && errno != EINTR) {
+      FailErrno(path);
+    }
+    text.remove_prefix(static_cast<std::size_t>(written < 0 ? 0 : written));
+  }
+}
+
+/// Gives the new file the mode and, where that is allowed, the owner of the old one.
+void TakeOver(const std::string& old, int descriptor) {
+  struct ::stat status {};
+  const bool isThere = ::stat(old.c_str(), &status) == 0;
+  if (isThere) {
+    [[maybe_unused]] const int ignored = ::fchown(descriptor, status.st_uid, status.st_gid);
+  }
+  ::fchmod(descriptor, isThere ? status.st_mode & kModeBits : kFileMode);
+}
+
+std::string Trimmed(std::string_view text) {
+  constexpr const char* kBlanks = " \t\r\n";
+  const std::size_t begin = std::min(text.find_first_not_of(kBlanks), text.size());
+  return std::string(text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin));
+}
+
+/// What the daemon's settings say of the guards; empty if they don't, or not to this user.
+std::string GuardModeSetting() {
+  constexpr int kMaxLines = 100'000;
+  const TextFilePtr file = OpenTextFile(ProductPath("/opt/qmtrx/mond/agent/qmtagt.ini"));
+  std::array<char, 8192> line{};
+  bool isAgent = false;
+  for (int number = 0; file != nullptr && number < kMaxLines &&
+                       std::fgets(line.data(), line.size(), file.get()) != nullptr;
+       ++number) {
+    const std::string text = Trimmed(line.data());
+    const std::size_t equals = text.find('=');
+    if (text.starts_with('[')) {
+      isAgent = ::strcasecmp(text.c_str(), "[Agent]") == 0;
+    } else if (isAgent && equals != std::string::npos &&
+               ::strcasecmp(Trimmed(text.substr(0, equals)).c_str(), "Guard Mode") == 0) {
+      return Trimmed(text.substr(equals + 1));
+    }
+  }
+  return {};
+}
+
+/// The file behind a link, which stays a link.
+std::string Target(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path real = std::filesystem::canonical(path, error);
+  return error ? path : real.string();
+}
+
+}  // namespace
+
+std::string ReadInput(const std::string& path) {
+  if (path == "-") {
+    return ReadAll(STDIN_FILENO, "standard input");
+  }
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.IsOpen()) {
+    FailErrno(path);
+  }
+  return ReadAll(file.Get(), path);
+}
+
+UserStore::UserStore(const UserFileKind& kind, int waitSeconds)
+    : m_kind(kind),
+      m_waitSeconds(waitSeconds),
+      m_path(ProductPath(std::string(kUserDataDirectory) + '/' + kind.fileName)) {}
+
+std::string UserStore::Read() const {
+  std::string records;
+  Guarded([&] { records = Load(); });
+  return records;
+}
+
+void UserStore::Change(const std::function<std::string(const std::string&)>& make) const {
+  Guarded([&] { Replace(make(Load())); });
+}
+
+void UserStore::Guarded(const std::function<void()>& work) const {
+  std::error_code error;
+  std::filesystem::create_directories(ProductPath(kUserDataDirectory), error);
+  if (error) {
+    Fail(ProductPath(kUserDataDirectory), error.message());
+  }
+  UserFileSemaphore guard(::ftok(ProductPath(kUserFileKeyPath).c_str(), m_kind.projectId),
+                          kUnlocked, UserFileGuardRights(GuardModeSetting().c_str()));
+  if (guard.create() < 0) {
+    Fail(m_path, std::string("its guard can't be made: ") + std::strerror(errno));
+  }
+  if (guard.lock(false, m_waitSeconds) != 0) {
+    Fail(m_path, errno == EAGAIN
+                     ? "another program holds its guard"
+                     : std::string("its guard can't be taken: ") + std::strerror(errno));
+  }
+  work();
+}
+
+std::string UserStore::Load() const {
+  const Descriptor file(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!file.IsOpen()) {
+    if (errno == ENOENT) {
+      return {};
+    }
+    FailErrno(m_path);
+  }
+  struct ::stat status {};
+  if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    Fail(m_path, "no regular file");
+  }
+  std::string text = ReadAll(file.Get(), m_path);
+  if (text.empty()) {
+    return {};  // as the agent leaves one that it has emptied
+  }
+  if (text.size() < kUserFileHeaderSize ||
+      !IsUserFileHeader(
+          std::span<const char, kUserFileHeaderSize>(text.data(), kUserFileHeaderSize))) {
+    Fail(m_path, "its header is none of a file of user records");
+  }
+  text.erase(0, kUserFileHeaderSize);
+  if (text.size() % m_kind.recordSize != 0) {
+    Fail(m_path, "its size is that of no whole number of " + std::string(m_kind.name) + " records");
+  }
+  return text;
+}
+
+void UserStore::Replace(const std::string& records) const {
+  const std::string path = Target(m_path);
+  const std::string fresh = path + ".new";
+  ::unlink(fresh.c_str());
+  try {
+    const Descriptor file(
+        ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file.IsOpen()) {
+      FailErrno(fresh);
+    }
+    TakeOver(path, file.Get());
+    const auto header = MakeUserFileHeader();
+    WriteAll(file.Get(), {header.data(), header.size()}, fresh);
+    WriteAll(file.Get(), records, fresh);
+    if (::fsync(file.Get()) != 0) {
+      FailErrno(fresh);
+    }
+    if (::rename(fresh.c_str(), path.c_str()) != 0) {
+      FailErrno(path);
+    }
+  } catch (const ClientError&) {
+    ::unlink(fresh.c_str());
+    throw;
+  }
+  const Descriptor folder(::open(std::filesystem::path(path).parent_path().c_str(),
+                                 O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder.IsOpen()) {
+    ::fsync(folder.Get());
+  }
+}

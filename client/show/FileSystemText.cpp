@@ -1,0 +1,90 @@
+#include "client/show/FileSystemText.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "client/show/RowValues.h"
+#include "client/show/Table.h"
+
+namespace {
+
+constexpr const char* kTime = "Record Time";
+constexpr const char* kMount = "File System";
+constexpr const char* kType = "File System Type";
+constexpr const char* kDevice = "Device Name";
+constexpr const char* kHost = "Host";
+constexpr const char* kRemote = "Remote File System";
+constexpr const char* kSize = "Total Size Mbytes";
+constexpr const char* kUsed = "Mbytes in Use";
+constexpr const char* kAvailable = "Available Space Mbytes";
+constexpr std::array kNeeded{kMount, kType, kSize, kUsed, kAvailable};
+
+std::string TextOf(const Json& row, const char* label) {
+  return CellOf(ValueOf(row, 0, label), {}).text;
+}
+
+/// Not a number for anything else.
+double NumberOf(const Json& row, const char* label) {
+  const Json& value = ValueOf(row, 0, label);
+  return value.is_number() ? value.get<double>() : std::nan("");
+}
+
+std::string SizeText(double mbytes) {
+  constexpr std::array kUnits{"", "K", "M", "G", "T", "P", "E", "Z", "Y"};
+  constexpr double kStep = 1024;
+  double value = mbytes * kStep * kStep;
+  if (!(value >= 0 && value < std::pow(kStep, kUnits.size()) / 2)) {
+    return "-";
+  }
+  std::size_t unit = 0;
+  while (std::ceil(value) >= kStep) {
+    value /= kStep;
+    ++unit;
+  }
+  const double tenths = std::ceil(value * 10) / 10;
+  const bool isShort = unit == 0 || tenths >= 10;
+  return FixedText(isShort ? std::ceil(value) : tenths, isShort ? 0 : 1) + kUnits[unit];
+}
+
+std::string PercentText(double used, double available) {
+  const double all = used + available;
+  return all > 0 && used >= 0 ? FixedText(std::ceil(100 * used / all), 0) + "%" : "-";
+}
+
+std::string SourceOf(const Json& row) {
+  return row.contains(kDevice) ? TextOf(row, kDevice)
+                               : TextOf(row, kHost) + ":" + TextOf(row, kRemote);
+}
+
+}  // namespace
+
+bool AreFileSystems(const RecordAnswer& answer) {
+  const Json& rows = answer.rows;
+  if ((answer.record != "FSL" && answer.record != "FSR") || rows.empty()) {
+    return false;
+  }
+  const Json& time = ValueOf(rows.front(), 0, kTime);
+  return !time.is_null() && std::all_of(rows.begin(), rows.end(), [&](const Json& row) {
+    const bool isWhole = std::all_of(kNeeded.begin(), kNeeded.end(),
+                                     [&](const char* label) { return row.contains(label); });
+    return isWhole && ValueOf(row, 0, kTime) == time &&
+           (row.contains(kDevice) || (row.contains(kHost) && row.contains(kRemote)));
+  });
+}
+
+std::string FileSystemText(const RecordAnswer& answer, const Screen& screen) {
+  Table table({"Filesystem", "Type", "Size", "Used", "Avail", "Use%", "Mounted on"});
+  for (const Json& row : answer.rows) {
+    const double used = NumberOf(row, kUsed);
+    const double available = NumberOf(row, kAvailable);
+    table.AddRow({{SourceOf(row)},
+                  {TextOf(row, kType)},
+                  {SizeText(NumberOf(row, kSize)), true},
+                  {SizeText(used), true},
+                  {SizeText(available), true},
+                  {PercentText(used, available), true},
+                  {TextOf(row, kMount)}});
+  }
+  return table.Text(screen);
+}

@@ -1,0 +1,204 @@
+#include "client/show/Render.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "client/ask/SafeText.h"
+#include "client/show/FileSystemText.h"
+#include "client/show/GroupedText.h"
+#include "client/show/RowValues.h"
+#include "client/show/Table.h"
+
+namespace {
+
+std::string Dump(const Json& value, int indent) {
+  return value.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string CsvQuoted(const std::string& given, bool isForTerminal) {
+  const std::string text = isForTerminal ? SafeText(given) : given;
+  if (text.find_first_of(",\"\r\n") == std::string::npos) {
+    return text;
+  }
+  std::string out = "\"";
+  for (const char c : text) {
+    out += c;
+    if (c == '"') {
+      out += c;
+    }
+  }
+  return out + '"';
+}
+
+std::string CsvValue(const Json& value, bool isForTerminal) {
+  if (value.is_null()) {
+    return "";
+  }
+  return value.is_string() ? CsvQuoted(value.get_ref<const std::string&>(), isForTerminal)
+                           : Dump(value, -1);
+}
+
+std::string DurationText(double seconds) {
+  if (!(seconds >= 0 && seconds < kLargeFloat)) {
+    return "?";
+  }
+  const auto whole = static_cast<std::uint64_t>(seconds);
+  const auto two = [](std::uint64_t value) {
+    std::string text = std::to_string(value);
+    return text.size() < 2 ? text.insert(0, 1, '0') : text;
+  };
+  const std::uint64_t days = whole / 86400;
+  return (days == 0 ? "" : std::to_string(days) + "d ") + two(whole / 3600 % 24) + ":" +
+         two(whole / 60 % 60) + ":" + two(whole % 60);
+}
+
+std::string BatchText(const LastBatch& batch) {
+  if (!batch.any) {
+    return "none yet";
+  }
+  return FixedText(batch.ageSeconds, kDecimals) + " s ago, took " +
+         FixedText(batch.durationSeconds, kDecimals) + " s, records " +
+         std::to_string(batch.records) + ", errors " + std::to_string(batch.errors);
+}
+
+}  // namespace
+
+std::string JsonText(std::vector<ShownRecord>& records, int indent) {
+  Json array = Json::array();
+  for (ShownRecord& shown : records) {
+    RecordAnswer& answer = shown.answer;
+    Json object{{"record", answer.record}, {"category", answer.category}, {"time", answer.time}};
+    object["rows"] = std::move(answer.rows);
+    array.push_back(std::move(object));
+  }
+  return Dump(array, indent) + '\n';
+}
+
+std::string CsvText(const Json& rows, bool isForTerminal) {
+  const std::vector<std::string> labels = LabelsOf(rows);
+  std::string text;
+  const auto separator = [&](std::size_t i) { return i + 1 < labels.size() ? ',' : '\n'; };
+  for (std::size_t i = 0; i < labels.size(); ++i) {
+    text += CsvQuoted(labels[i], isForTerminal) + separator(i);
+  }
+  for (const Json& row : rows) {
+    for (std::size_t i = 0; i < labels.size(); ++i) {
+      text += CsvValue(ValueOf(row, i, labels[i]), isForTerminal) + separator(i);
+    }
+  }
+  return text;
+}
+
+std::string RowsText(const ShownRecord& record, const Screen& screen) {
+  if (AreFileSystems(record.answer)) {
+    return FileSystemText(record.answer, screen);
+  }
+  const std::vector<ColumnStyle> styles = StylesOf(record.answer.rows, record.schema);
+  if (styles.empty()) {
+    return "";
+  }
+  if (HasGroups(styles)) {
+    return GroupedText(record.answer.rows, styles, screen);
+  }
+  std::vector<std::string> headings;
+  std::vector<bool> keys;
+  for (const ColumnStyle& style : styles) {
+    headings.push_back(SafeText(style.label));
+    keys.push_back(style.key);
+  }
+  Table table(std::move(headings), std::move(keys));
+  for (const Json& row : record.answer.rows) {
+    std::vector<Cell> cells;
+    cells.reserve(styles.size());
+    for (std::size_t i = 0; i < styles.size(); ++i) {
+      cells.push_back(CellOf(ValueOf(row, i, styles[i].label), styles[i]));
+    }
+    table.AddRow(std::move(cells));
+  }
+  return table.Text(screen);
+}
+
+std::string SchemaText(const Schema& schema, const Screen& screen) {
+  constexpr std::size_t kLabelColumn = 3;
+  const bool hasGroups = std::any_of(schema.fields.begin(), schema.fields.end(),
+                                     [](const Field& field) { return !field.group.empty(); });
+  std::vector<std::string> headings{"Offset", "Width", "Type", "Label", "Meaning"};
+  if (hasGroups) {
+    headings.emplace_back("Group");
+  }
+  const bool hasHelp = std::any_of(schema.fields.begin(), schema.fields.end(),
+                                   [](const Field& field) { return !field.help.empty(); });
+  if (hasHelp) {
+    headings.emplace_back("What it is");
+  }
+  // On a narrow screen the sentences stand in a block of their own, beside the labels again.
+  std::vector<bool> repeated(headings.size());
+  repeated[kLabelColumn] = hasHelp;
+  Table table(std::move(headings), std::move(repeated));
+  for (const Field& field : schema.fields) {
+    std::vector<Cell> cells{{std::to_string(field.offset), true},
+                            {std::to_string(field.width), true},
+                            {SafeText(field.type)},
+                            {SafeText(field.label)},
+                            {SafeText(field.meaning)}};
+    if (hasGroups) {
+      cells.push_back({SafeText(field.group)});
+    }
+    if (hasHelp) {
+      cells.push_back({SafeText(field.help + (field.hasSource ? "" : " (no source)"))});
+    }
+    table.AddRow(std::move(cells));
+  }
+  const std::string title = SafeText(schema.record) + ": " + SafeText(schema.structure) +
+                            ", category " + SafeText(schema.category) + ", " +
+                            std::to_string(schema.size) + " bytes";
+  return Emphasize(title, screen) + "\n\n" + table.Text(screen);
+}
+
+std::string ListingText(const std::vector<Listing>& records, const Screen& screen) {
+  Table table({"Record", "Category", "Served"});
+  for (const Listing& record : records) {
+    table.AddRow(
+        {{SafeText(record.record)}, {SafeText(record.category)}, {record.served ? "yes" : "no"}});
+  }
+  return table.Text(screen);
+}
+
+std::string StatusText(const Status& status, const Screen& screen) {
+  const std::array<std::pair<const char*, std::string>, 9> lines{{
+      {"Process", std::to_string(status.pid)},
+      {"Version", SafeText(status.version)},
+      {"Node", SafeText(status.node)},
+      {"Host", SafeText(status.host)},
+      {"Metrics", status.http.empty() ? "none" : "http://" + SafeText(status.http) + "/metrics"},
+      {"Up time", DurationText(status.uptimeSeconds)},
+      {"Kernel variant", status.kernelVariant.empty() ? "unknown" : status.kernelVariant},
+      {"Skipped",
+       status.skippedProcesses.empty() ? "unknown" : status.skippedProcesses + " processes"},
+      {"Last batch", BatchText(status.lastBatch)},
+  }};
+  std::string text;
+  for (const auto& [label, value] : lines) {
+    text += Emphasize(label, screen) + std::string(16 - std::string_view(label).size(), ' ') +
+            value + '\n';
+  }
+  if (status.schedules.empty()) {
+    return text + Emphasize("Schedules", screen) + "       none\n";
+  }
+  return text + '\n' + ScheduleText(status.schedules, screen);
+}
+
+std::string ScheduleText(const std::vector<Schedule>& schedules, const Screen& screen) {
+  Table table({"Schedule", "Category", "Seconds", "Runs", "Rows", "Skipped", "Last Time"});
+  for (const Schedule& schedule : schedules) {
+    table.AddRow({{SafeText(schedule.record)},
+                  {SafeText(schedule.category)},
+                  {FixedText(schedule.seconds, DecimalsOf(schedule.seconds)), true},
+                  {std::to_string(schedule.runs), true},
+                  {std::to_string(schedule.rows), true},
+                  {std::to_string(schedule.skipped), true},
+                  {DateText(schedule.lastTime)}});
+  }
+  return table.Text(screen);
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "client/ask/Answers.h"
+#include "client/show/Table.h"
+
+/// Decimals that a float is shown with, at most.
+inline constexpr int kDecimals = 3;
+/// From here on a float has no decimals worth showing.
+inline constexpr double kLargeFloat = 1e15;
+
+/// How the values of one label are shown.
+struct ColumnStyle {
+  std::string label;
+  std::string group;  ///< the heading that it stands under, empty for none
+  bool time = false;
+  bool key = false;
+  int decimals = 0;
+};
+
+/// The labels of all rows, in the order of their first coming. Throws ClientError for more of them
+/// than any record has.
+[[nodiscard]] std::vector<std::string> LabelsOf(const Json& rows);
+
+/// The value of `label` in `row`, or null; `place` is where it stands as a rule.
+[[nodiscard]] const Json& ValueOf(const Json& row, std::size_t place, const std::string& label);
+
+/// One style for each label, in the order of LabelsOf. A schema without fields is fine.
+[[nodiscard]] std::vector<ColumnStyle> StylesOf(const Json& rows, const Schema& schema);
+
+/// The value as people read it.
+[[nodiscard]] Cell CellOf(const Json& value, const ColumnStyle& style);
+
+[[nodiscard]] std::string FixedText(double value, int decimals);
+/// Decimals of a value up to its last one that is not 0, of kDecimals at most.
+[[nodiscard]] int DecimalsOf(double value);
+/// "2023-11-14 23:13:20" in local time; "-" for 0, the figure itself if there is no such date.
+[[nodiscard]] std::string DateText(std::int64_t seconds);

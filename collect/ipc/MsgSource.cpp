@@ -1,0 +1,55 @@
+#include "collect/ipc/MsgSource.h"
+
+namespace {
+
+constexpr IPCKind<::msqid_ds> kQueues{
+    [] {
+      // MSG_INFO answers with a structure of its own, which is the smaller one.
+      static_assert(sizeof(::msginfo) <= sizeof(::msqid_ds));
+      ::msqid_ds info{};
+      return Os().msgctl(0, MSG_INFO, &info);
+    },
+    [](int slot, ::msqid_ds& description) { return Os().msgctl(slot, MSG_STAT, &description); },
+    "System call msgctl() failed.Error incalculating the number of Message Queues configured",
+    "No Message Queues are currently configured"};
+
+void Fill(x_msg& record, const IPCWalk<::msqid_ds>::Object& queue) {
+  const ::msqid_ds& description = queue.description;
+  FillPermissions(record, description.msg_perm);
+  record.msqId = queue.id;
+  record.cbytes = static_cast<std::uint32_t>(description.__msg_cbytes);
+  record.qnum = static_cast<std::uint32_t>(description.msg_qnum);
+  record.qbytes = static_cast<std::uint32_t>(description.msg_qbytes);
+  record.lspid = static_cast<std::uint32_t>(description.msg_lspid);
+  record.lrpid = static_cast<std::uint32_t>(description.msg_lrpid);
+  record.changeTime.seconds = description.msg_ctime;
+  record.recvTime.seconds = description.msg_rtime;
+  record.sendTime.seconds = description.msg_stime;
+}
+
+}  // namespace
+
+MsgSourceUser::MsgSourceUser() {
+  TraceEntry("MsgSourceUser::MsgSourceUser");
+  ++s_statistics.constructed;
+  m_pendingError.reset(Initialize());
+  if (m_pendingError != nullptr) {
+    Trace(20, kError, "An error occured in a function (MsgSourceUser::Initialize). (rc=%1)",
+          AddressOf(m_pendingError.get()));
+  }
+  TraceExit("MsgSourceUser::MsgSourceUser");
+}
+
+UtlError* MsgSourceUser::Initialize() { return m_queues.Take(kQueues); }
+
+void MsgSourceUser::read(x_msg* record) {
+  TraceEntry("MsgSourceUser::read", AddressOf(record));
+  m_more = false;
+  if (const auto* queue = m_pendingError == nullptr ? m_queues.Current() : nullptr;
+      queue != nullptr) {
+    Fill(*record, *queue);
+    m_queues.Advance();
+    m_more = true;
+  }
+  TraceExit("MsgSourceUser::read");
+}

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <sys/msg.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "collect/Source.h"
+#include "collect/ipc/IPCWalk.h"
+
+/// One System V message queue as the source reads it.
+struct x_msg {
+  std::int32_t key = 0;
+  std::uint32_t cuid = 0;
+  std::uint32_t cgid = 0;
+  std::uint32_t uid = 0;
+  std::uint32_t gid = 0;
+  std::int32_t msqId = 0;
+  std::uint32_t mode = 0;    ///< 16 bits
+  std::uint32_t cbytes = 0;  ///< bytes that stand in the queue
+  std::uint32_t qnum = 0;    ///< messages that stand in the queue
+  std::uint32_t qbytes = 0;  ///< bytes that it may hold
+  std::uint32_t lspid = 0;
+  std::uint32_t lrpid = 0;
+  IPCTime changeTime;
+  IPCTime recvTime;
+  IPCTime sendTime;
+};
+
+/// One queue as builders see it.
+class Msg : public x_msg {
+ public:
+  [[nodiscard]] static const char* name() { return "Message Queues"; }
+};
+
+/// Reads one row per queue, as they are when the source is made, from msgctl(2). Fails as a whole
+/// if the host has none.
+class MsgSourceUser : public PtrSource<x_msg, Msg, std::vector<Msg>> {
+ public:
+  MsgSourceUser();
+  ~MsgSourceUser() override { ++s_statistics.destroyed; }
+
+  [[nodiscard]] SourceStatistics& statistics() override { return s_statistics; }
+  void read(x_msg* record) override;
+
+  /// Takes the queues. Null, or an error that the caller owns.
+  [[nodiscard]] UtlError* Initialize();
+
+ private:
+  inline static SourceStatistics s_statistics;
+
+  IPCWalk<::msqid_ds> m_queues;
+};

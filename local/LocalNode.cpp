@@ -1,0 +1,308 @@
+#include "local/LocalNode.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <filesystem>
+
+#include "local/IniCheck.h"
+#include "local/log/ErrorStream.h"
+#include "node/MessageCatalog.h"
+
+namespace {
+
+constexpr const char* kIniDirectory = ".";
+constexpr const char* kIniName = "qmtagt.ini";
+constexpr int kBuildFailedMessage = CatalogEntry(10300).number;
+
+std::string TextOf(const char* text) { return text == nullptr ? std::string() : text; }
+
+/// Empty if the system doesn't tell.
+std::string ReadHostName() {
+  std::array<char, 256> buffer{};
+  return ::gethostname(buffer.data(), buffer.size() - 1) == 0 ? buffer.data() : "";
+}
+
+std::string FaultText(const std::string& path, const IniFault& fault) {
+  std::string text = path;
+  if (fault.line != 0) {
+    text += ":" + std::to_string(fault.line);
+  }
+  text += ": " + fault.problem;
+  return fault.text.empty() ? text : text + " (" + fault.text + ")";
+}
+
+}  // namespace
+
+LocalNode::LoopParts::LoopParts(const ProblemReport& report)
+    : history(report),
+      sinks({&lastRows, &history}),
+      schedule(loop, desk, sinks),
+      operations(loop, desk, schedule, lastRows, history),
+      server(loop, operations, ControlSettings{}, report),
+      metrics(loop, desk, schedule, history),
+      pages(metrics),
+      http(loop, [this](const auto& exchange) { pages.Serve(exchange); }),
+      watches(loop, report),
+      timers(loop),
+      manager(loop) {
+  loop.OnNoMemory([report] { report("Out of memory: what was under way has been given up."); });
+}
+
+LocalNode::LoopParts& LocalNode::Parts() {
+  if (m_parts == nullptr) {
+    m_parts = std::make_unique<LoopParts>([this](const std::string& problem) { Report(problem); });
+  }
+  return *m_parts;
+}
+
+void LocalNode::Report(const std::string& problem) {
+  if (m_log != nullptr) {
+    m_log->Note(MessageLog::kOperatorLevel, kWarning, problem);
+  }
+}
+
+int LocalNode::DebugInit(const ServiceRegistration&) {
+  std::string error;
+  const std::unique_ptr<LocalIniFile> ini = LocalIniFile::Open(kIniDirectory, kIniName, error);
+  MessageLogSettings settings;
+  if (ini != nullptr) {
+    ReadLogLevels(*ini, settings);
+  }
+  m_log = std::make_unique<MessageLog>(settings);
+  if (ini == nullptr) {
+    Report(error);
+  } else {
+    for (const IniProblem& problem : NodeProblems(*ini)) {
+      Report(std::string(kIniName) + ":" + std::to_string(problem.line) + ": " + problem.text);
+    }
+  }
+  return 0;
+}
+
+int LocalNode::MsgLogLevel(int* level) {
+  if (m_log == nullptr) {
+    return -1;
+  }
+  *level = m_log->LogLevel();
+  return 0;
+}
+
+int LocalNode::MsgDataLevel(int* level) {
+  if (m_log == nullptr) {
+    return -1;
+  }
+  *level = m_log->DataLevel();
+  return 0;
+}
+
+void LocalNode::DebugTerm() {
+  m_parts.reset();
+  m_log.reset();
+}
+
+void LocalNode::PrintMsg(const MessageLine& line) {
+  // The contract has no other way to tell that one record of a batch failed.
+  if (line.number == kBuildFailedMessage && line.argCount > 0 && m_parts != nullptr) {
+    m_parts->desk.NoteFailedBuild(TextOf(line.args[0]));
+  }
+  if (m_log != nullptr) {
+    m_log->PrintMsg(line);
+  } else if (line.level <= MessageLog::kOperatorLevel) {
+    // Before the log is open and after its end.
+    const std::string text = ExpandMessage(line.format, line.argCount, line.args);
+    ErrorStream(STDERR_FILENO).Write(text + '\n');
+  }
+}
+
+short LocalNode::PrintDat(const char* data, int length, int level, int kind, int* written) {
+  if (m_log == nullptr) {
+    return -1;
+  }
+  return m_log->PrintDat(data, length, level, kind, written);
+}
+
+void LocalNode::AssertLog(const char* expression, const char* file, int line) {
+  if (m_log != nullptr) {
+    m_log->AssertLog(expression, file, line);
+  }
+}
+
+short LocalNode::StatInitialize(char first, char second, char third) {
+  m_status = std::make_unique<ServiceStatus>();
+  const short result = m_status->Initialize(first, second, third);
+  if (!m_status->Reason().empty()) {
+    Report(m_status->Reason());
+  }
+  return result;
+}
+
+int LocalNode::StatSetStatus(short status, const char* file, int line, short& out) {
+  return m_status == nullptr ? -1 : m_status->SetStatus(status, file, line, out);
+}
+
+void LocalNode::StatTerminate() {
+  if (m_status != nullptr) {
+    m_status->Terminate();
+  }
+}
+
+int LocalNode::HostName(char* out, int size) {
+  if (out == nullptr || size < 1) {
+    return -1;
+  }
+  const std::string name = ReadHostName();
+  const std::size_t length = std::min(name.size(), static_cast<std::size_t>(size) - 1);
+  std::memcpy(out, name.data(), length);
+  out[length] = '\0';
+  return name.empty() ? -1 : 0;
+}
+
+int LocalNode::Connect(CMBAgent&, const AgentIdentity& identity) {
+  m_nodeId =
+      std::string(1, static_cast<char>(identity.productId)) + "/" + TextOf(identity.instance);
+  DaemonFacts facts;
+  facts.node = m_nodeId;
+  facts.host = ReadHostName();
+  Parts().operations.SetFacts(std::move(facts));
+  std::string error;
+  if (!Parts().server.Open(error)) {
+    Report(error);
+    return -1;
+  }
+  return 0;
+}
+
+std::unique_ptr<CMBIniFile> LocalNode::OpenIniFile(const char* directory, const char* name) {
+  m_iniDirectory = directory;
+  m_iniName = name;
+  std::string error;
+  std::unique_ptr<LocalIniFile> ini = LocalIniFile::Open(directory, name, error);
+  if (ini == nullptr) {
+    Report(error);
+    return nullptr;
+  }
+  for (const IniFault& fault : ini->Faults()) {
+    Report(FaultText(ini->Path(), fault));
+  }
+  ini->OnWriteProblem([this](const std::string& problem) { Report(problem); });
+  return ini;
+}
+
+IniListing LocalNode::ListIniFile(const char* path) {
+  const std::filesystem::path file(path);
+  const std::filesystem::path folder = file.parent_path();
+  std::string error;
+  const std::unique_ptr<LocalIniFile> ini = LocalIniFile::Open(
+      folder.empty() ? kIniDirectory : folder.string(), file.filename().string(), error);
+  if (ini == nullptr) {
+    return {error, {}, {}};
+  }
+  LoopParts parts([](const std::string&) {});
+  IniListing listing = ListIni(*ini, parts.schedule);
+  const NodeSettings settings = ReadNodeSettings(*ini);
+  parts.metrics.Configure(settings.httpRecords.value_or(std::vector<std::string>{}),
+                          [&](const std::string& problem) {
+                            listing.problems.push_back({settings.httpRecordsLine, problem});
+                          });
+  return listing;
+}
+
+void LocalNode::EventText(const char* text) {
+  if (m_log != nullptr) {
+    m_log->EventText(text);
+  }
+}
+
+void LocalNode::DebugText(const char* file, int line, const char* text) {
+  if (m_log != nullptr) {
+    m_log->DebugText(file, line, text);
+  }
+}
+
+void LocalNode::LoadSettings() {
+  std::string error;
+  const std::unique_ptr<LocalIniFile> ini =
+      LocalIniFile::Open(m_iniDirectory.empty() ? kIniDirectory : m_iniDirectory,
+                         m_iniName.empty() ? kIniName : m_iniName, error);
+  if (ini == nullptr) {
+    Report(error);
+    return;
+  }
+  Parts().operations.SetIniFile(m_iniDirectory.empty() ? kIniDirectory : m_iniDirectory,
+                                m_iniName.empty() ? kIniName : m_iniName);
+  if (!ini->HasSection("Schedule") && !WriteDefaultSchedule(*ini, error)) {
+    Report(error);
+  }
+  const NodeSettings settings = ReadNodeSettings(*ini);
+  Parts().history.Configure(settings.history);
+  OpenHttp(settings);
+  Parts().schedule.Load(ini->Path(), ScheduleLines(*ini),
+                        [this](const std::string& problem) { Report(problem); });
+}
+
+void LocalNode::OpenHttp(const NodeSettings& settings) {
+  if (settings.httpListen.empty()) {
+    return;
+  }
+  const auto report = [this](const std::string& problem) { Report(problem); };
+  if (settings.httpRecords) {
+    Parts().metrics.Configure(*settings.httpRecords, report);
+  } else {
+    // Applications may be added at any time; the schedule waits for an operator to say so.
+    std::vector<std::string> records{"APP"};
+    for (const ScheduleLine& line : DefaultSchedule()) {
+      records.push_back(line.record);
+    }
+    Parts().metrics.Configure(records, [](const std::string&) {});
+  }
+  std::vector<std::string> hosts = settings.httpHosts;
+  hosts.push_back(ReadHostName());
+  Parts().http.SetHostNames(std::move(hosts));
+  std::string error;
+  if (!Parts().http.Open(settings.httpListen, error)) {
+    Report("Http Listen: " + error + "; the daemon goes on without metrics");
+  }
+  Parts().operations.SetHttpAddress(Parts().http.Address());
+}
+
+int LocalNode::Run(CMBRunnableNode& node) {
+  LoadSettings();
+  Parts().schedule.Start();
+  Parts().manager.Ready();
+  Parts().loop.Run(node);
+  Parts().manager.Stopping();
+  Parts().schedule.Stop();
+  Parts().http.Close();
+  Parts().server.Close();
+  return 0;
+}
+
+int LocalNode::Yield(long seconds) {
+  if (m_parts != nullptr) {
+    m_parts->loop.Yield(seconds);
+  }
+  return 0;
+}
+
+int LocalNode::Hold(long seconds) {
+  return m_parts != nullptr && m_parts->loop.Hold(seconds) ? 0 : 1;
+}
+
+int LocalNode::WatchDescriptor(int descriptor) { return Parts().watches.Watch(descriptor); }
+
+int LocalNode::UnwatchDescriptor(int descriptor) {
+  return m_parts == nullptr ? 1 : m_parts->watches.Unwatch(descriptor);
+}
+
+int LocalNode::ScheduleEvent(CMBEvent* event, long period, int repeat, long firstTime) {
+  return Parts().timers.Schedule(event, period, repeat, firstTime);
+}
+
+int LocalNode::CancelEvent(CMBEvent* event, bool destroy) {
+  return m_parts == nullptr ? 1 : m_parts->timers.Cancel(event, destroy);
+}
+
+void LocalNode::RequestStop(int) noexcept { EventLoop::RequestStop(); }

@@ -1,0 +1,217 @@
+#include "local/control/ControlConnection.h"
+
+#include <poll.h>
+
+#include <asio/buffer.hpp>
+#include <asio/write.hpp>
+#include <new>
+#include <utility>
+
+using Socket = asio::local::stream_protocol::socket;
+
+namespace {
+
+/// A buffer that held more gives its memory back.
+constexpr std::size_t kKeptCapacity = std::size_t{256} << 10;
+
+bool IsHungUp(int descriptor) {
+  ::pollfd state{descriptor, 0, 0};
+  return ::poll(&state, 1, 0) > 0 && (state.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
+}  // namespace
+
+ControlConnection::ControlConnection(const Surroundings& surroundings, Socket socket,
+                                     PeerIdentity peer, Rights rights)
+    : m_around(surroundings),
+      m_socket(std::move(socket)),
+      m_peer(std::move(peer)),
+      m_rights(rights) {}
+
+void ControlConnection::Start() {
+  WatchHangUp();
+  Read();
+}
+
+void ControlConnection::Close() {
+  if (std::exchange(m_isClosed, true)) {
+    return;
+  }
+  asio::error_code ignored;
+  m_socket.close(ignored);
+  const auto self = shared_from_this();
+  m_around.onClosed(*this);
+  // What is being written is counted until the library lets it go.
+  m_around.budget.used -= m_pending.size();
+  m_pending.clear();
+  if (m_pieces) {
+    m_around.loop.Retire(std::make_shared<AnswerPieces>(std::exchange(m_pieces, nullptr)));
+  }
+  m_around.loop.Retire(std::move(m_requests));
+}
+
+void ControlConnection::WatchHangUp() {
+  // Completes when both directions are shut. A client that has only ended its requests still gets
+  // its answers.
+  m_socket.async_wait(Socket::wait_error, [self = shared_from_this()](asio::error_code error) {
+    if (error || self->m_isClosed) {
+      return;
+    }
+    // The library may wake a socket with what happened to an earlier one of the same number.
+    self->m_isGone = IsHungUp(self->m_socket.native_handle());
+    if (!self->m_isGone) {
+      self->WatchHangUp();
+    }
+  });
+}
+
+void ControlConnection::Read() {
+  m_socket.async_read_some(asio::buffer(m_chunk),
+                           [self = shared_from_this()](asio::error_code error, std::size_t size) {
+                             if (self->m_isClosed) {
+                               return;
+                             }
+                             if (error) {
+                               self->m_isEnded = true;
+                             } else {
+                               self->m_input.Append({self->m_chunk.data(), size});
+                             }
+                             self->ServeNextLine();
+                           });
+}
+
+void ControlConnection::ServeNextLine() {
+  std::string line;
+  switch (m_input.Next(line)) {
+    case LineBuffer::Found::kLine:
+      ServeLine(line);
+      break;
+    case LineBuffer::Found::kTooLong: {
+      const ControlError error{
+          "too-long", "the line is longer than " + std::to_string(kMaxLine) + " bytes", ""};
+      Answer(JsonText(Json{{"ok", false}, {"error", ErrorJson(error)}}));
+      break;
+    }
+    case LineBuffer::Found::kNothing:
+      m_isEnded ? Close() : Read();
+      break;
+  }
+}
+
+void ControlConnection::ServeLine(const std::string& line) {
+  m_isServing = true;
+  if (m_around.isStopping) {
+    Serve(line);
+    return;
+  }
+  const auto serve = [self = shared_from_this(), line] { self->Serve(line); };
+  LoopTask task;
+  task.run = [serve](CMBNode&) { serve(); };
+  // The operations know by themselves that the daemon stops.
+  task.drop = serve;
+  m_around.loop.Post(std::move(task));
+}
+
+void ControlConnection::Serve(const std::string& line) {
+  if (m_isClosed) {
+    return;
+  }
+  try {
+    m_around.operations.Handle(line, shared_from_this());
+  } catch (const std::bad_alloc&) {
+    if (m_isServing) {
+      ControlRequest(Json::object(), shared_from_this()).FailForMemory();
+    } else {
+      Close();
+    }
+  }
+}
+
+void ControlConnection::Answer(std::string line) {
+  m_isServing = false;
+  if (m_isClosed) {
+    return;
+  }
+  if (m_isGone) {
+    ServeNextLine();
+    return;
+  }
+  line += '\n';
+  Put(line);
+}
+
+void ControlConnection::AnswerInPieces(AnswerPieces pieces) {
+  if (m_isClosed || m_isGone) {
+    Answer("");
+    return;
+  }
+  m_pieces = std::move(pieces);
+  SendPiece();
+}
+
+void ControlConnection::SendPiece() {
+  std::string piece;
+  try {
+    if (!m_pieces(piece)) {
+      m_pieces = nullptr;
+      m_isServing = false;
+      piece += '\n';
+    }
+    Put(piece);
+  } catch (const std::bad_alloc&) {
+    // Half of an answer can't be taken back.
+    Close();
+  }
+}
+
+void ControlConnection::Put(const std::string& text) {
+  OutputBudget& budget = m_around.budget;
+  if (text.size() > budget.limit - budget.used) {
+    m_around.report("A control client (process " + std::to_string(m_peer.process) + ", user " +
+                    std::to_string(m_peer.user) + ") is dropped: more than " +
+                    std::to_string(budget.limit) + " bytes of answers wait for clients.");
+    Close();
+    return;
+  }
+  m_pending += text;
+  budget.used += text.size();
+  if (m_inFlight.empty()) {
+    Write();
+  }
+}
+
+void ControlConnection::Write() {
+  m_inFlight.swap(m_pending);
+  try {
+    BeginWrite();
+  } catch (const std::bad_alloc&) {
+    OnWritten();
+    Close();
+  }
+}
+
+void ControlConnection::BeginWrite() {
+  asio::async_write(m_socket, asio::buffer(m_inFlight),
+                    [self = shared_from_this()](asio::error_code error, std::size_t) {
+                      self->OnWritten();
+                      if (self->m_isClosed) {
+                        return;
+                      }
+                      if (error) {
+                        self->Close();
+                      } else if (self->m_pieces) {
+                        self->SendPiece();
+                      } else if (!self->m_isServing) {
+                        self->ServeNextLine();
+                      }
+                    });
+}
+
+void ControlConnection::OnWritten() {
+  m_around.budget.used -= m_inFlight.size();
+  if (m_inFlight.capacity() > kKeptCapacity) {
+    std::string().swap(m_inFlight);
+  } else {
+    m_inFlight.clear();
+  }
+}

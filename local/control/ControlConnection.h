@@ -1,0 +1,80 @@
+#pragma once
+
+#include <array>
+#include <asio/local/stream_protocol.hpp>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "local/control/ControlOperations.h"
+#include "local/control/LineBuffer.h"
+#include "local/log/ProblemReport.h"
+
+/// Bytes of answers that wait for all clients together.
+struct OutputBudget {
+  std::size_t limit;
+  std::size_t used = 0;
+};
+
+/// One client's connection. Lines are served one after the other: while one is under way, or its
+/// answer has not been taken, nothing more is read. Made and held by shared pointers.
+class ControlConnection : public ControlPeer,
+                          public std::enable_shared_from_this<ControlConnection> {
+ public:
+  /// Bytes of a request line with its newline.
+  static constexpr std::size_t kMaxLine = 65536;
+
+  /// What a connection works with; all of it outlives the connection.
+  struct Surroundings {
+    EventLoop& loop;
+    ControlOperations& operations;
+    OutputBudget& budget;
+    ProblemReport report;
+    std::function<void(ControlConnection&)> onClosed;
+    bool isStopping = false;  ///< the loop runs no task any more
+  };
+
+  ControlConnection(const Surroundings& surroundings, asio::local::stream_protocol::socket socket,
+                    PeerIdentity peer, Rights rights);
+
+  void Start();
+  /// Ends the connection at once. The client's requests are freed when no task runs.
+  void Close();
+  [[nodiscard]] bool HasOutput() const { return !m_isClosed && (OutputSize() != 0 || m_pieces); }
+
+  [[nodiscard]] Rights PeerRights() const override { return m_rights; }
+  [[nodiscard]] bool IsGone() const override { return m_isGone || m_isClosed; }
+  [[nodiscard]] RequestBook& Requests() override { return *m_requests; }
+  void Answer(std::string line) override;
+  void AnswerInPieces(AnswerPieces pieces) override;
+  void Abandon() override { Close(); }
+
+ private:
+  void WatchHangUp();
+  void Read();
+  void ServeNextLine();
+  void ServeLine(const std::string& line);
+  void Serve(const std::string& line);
+  void SendPiece();
+  void Put(const std::string& text);
+  void Write();
+  void BeginWrite();
+  void OnWritten();
+  [[nodiscard]] std::size_t OutputSize() const { return m_pending.size() + m_inFlight.size(); }
+
+  const Surroundings& m_around;
+  asio::local::stream_protocol::socket m_socket;
+  PeerIdentity m_peer;
+  Rights m_rights;
+  std::shared_ptr<RequestBook> m_requests = std::make_shared<RequestBook>();
+  std::array<char, 16384> m_chunk{};
+  LineBuffer m_input{kMaxLine};
+  std::string m_pending;   ///< answers that wait for the write under way
+  std::string m_inFlight;  ///< what is being written
+  AnswerPieces m_pieces;   ///< the rest of an answer, if it comes in pieces
+  bool m_isServing = false;
+  bool m_isEnded = false;  ///< the client sends nothing more
+  bool m_isGone = false;   ///< the client reads nothing more
+  bool m_isClosed = false;
+};

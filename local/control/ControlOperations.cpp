@@ -1,0 +1,235 @@
+#include "local/control/ControlOperations.h"
+#include "local/history/FieldValue.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <span>
+
+#include "node/FigureRegistry.h"
+#include "node/LayoutRegistry.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double Seconds(Clock::duration duration) {
+  constexpr double kMilliPerSecond = 1000;
+  using std::chrono::milliseconds;
+  return static_cast<double>(std::chrono::duration_cast<milliseconds>(duration).count()) /
+         kMilliPerSecond;
+}
+
+std::string CategoryText(unsigned char category) {
+  return std::string(1, static_cast<char>(category));
+}
+
+Json SchedulesJson(const ScheduleBook& schedule) {
+  Json list = Json::array();
+  for (const auto& entry : schedule.Entries()) {
+    list.push_back(Json{{"record", entry->asker->Record()},
+                        {"category", CategoryText(entry->asker->Category())},
+                        {"seconds", entry->period.count()},
+                        {"runs", entry->runs},
+                        {"rows", entry->rows},
+                        {"last_time", entry->lastTime},
+                        {"skipped", entry->skipped}});
+  }
+  return list;
+}
+
+Json BatchJson(const std::optional<BatchReport>& last) {
+  if (!last) {
+    return nullptr;
+  }
+  return Json{{"age_seconds", Seconds(Clock::now() - last->end)},
+              {"duration_seconds", Seconds(last->duration)},
+              {"records", last->records},
+              {"errors", last->errors}};
+}
+
+Json FiguresJson() {
+  Json list = Json::array();
+  for (const Figure& figure : FigureRegistry::Instance().Figures()) {
+    const double value = figure.read ? figure.read() : std::nan("");
+    list.push_back(Json{{"name", figure.name},
+                        {"help", figure.help},
+                        {"kind", figure.kind == FigureKind::kCounter ? "counter" : "gauge"},
+                        {"value", std::isfinite(value) ? Json(value) : Json(nullptr)}});
+  }
+  return list;
+}
+
+Json LayoutJson(const RecordLayout& layout) {
+  Json fields = Json::array();
+  for (const FieldLayout& field : layout.fields) {
+    Json entry{{"label", field.label},
+               {"type", FieldTypeText(field)},
+               {"offset", field.offset},
+               {"width", field.width},
+               {"meaning", FieldMeaningName(field.meaning)}};
+    if (*field.group != '\0') {
+      entry["group"] = field.group;
+    }
+    if (*field.rateOf != '\0') {
+      entry["of"] = field.rateOf;
+    }
+    if (field.needsTwoLooks) {
+      entry["two_looks"] = true;
+    }
+    if (*field.help != '\0') {
+      entry["help"] = field.help;
+    }
+    if (!field.hasSource) {
+      entry["source"] = false;
+    }
+    fields.push_back(std::move(entry));
+  }
+  return Json{{"record", layout.name},
+              {"structure", layout.structure},
+              {"category", CategoryText(layout.category)},
+              {"size", layout.size},
+              {"fields", std::move(fields)}};
+}
+
+}  // namespace
+
+struct ControlOperations::Operation {
+  const char* name;
+  Rights right;
+  std::array<const char*, 8> members;
+  void (ControlOperations::*serve)(const RequestPtr&);
+};
+
+const ControlOperations::Operation* ControlOperations::FindOperation(const std::string& name) {
+  static constexpr std::array<Operation, 12> kOperations{{
+      {"records", Rights::kRead, {"op", "id"}, &ControlOperations::Records},
+      {"schema", Rights::kRead, {"op", "id", "record", "category"}, &ControlOperations::Schema},
+      {"get", Rights::kRead, {"op", "id", "records", "rates"}, &ControlOperations::Get},
+      {"last", Rights::kRead, {"op", "id", "records"}, &ControlOperations::Last},
+      {"status", Rights::kRead, {"op", "id"}, &ControlOperations::Status},
+      {"config", Rights::kRead, {"op", "id"}, &ControlOperations::Config},
+      {"config_set", Rights::kChange, {"op", "id", "item", "value"}, &ControlOperations::ConfigSet},
+      {"report",
+       Rights::kRead,
+       {"op", "id", "report", "arguments"},
+       &ControlOperations::MakeReport},
+      {"history",
+       Rights::kRead,
+       {"op", "id", "record", "category", "since", "until", "at", "after"},
+       &ControlOperations::History},
+      {"schedule_set",
+       Rights::kChange,
+       {"op", "id", "record", "seconds"},
+       &ControlOperations::ScheduleSet},
+      {"schedule_remove",
+       Rights::kChange,
+       {"op", "id", "record"},
+       &ControlOperations::ScheduleRemove},
+      {"shutdown", Rights::kChange, {"op", "id"}, &ControlOperations::Shutdown},
+  }};
+  for (const Operation& operation : kOperations) {
+    if (name == operation.name) {
+      return &operation;
+    }
+  }
+  return nullptr;
+}
+
+ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleBook& schedule,
+                                     const LastRows& lastRows, HistoryStore& history)
+    : m_loop(loop),
+      m_desk(desk),
+      m_schedule(schedule),
+      m_scheduleChanges(schedule),
+      m_queries(loop, desk, schedule, lastRows),
+      m_config(loop),
+      m_reports(loop),
+      m_history(history) {}
+
+void ControlOperations::Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer) {
+  auto parsed = ParseRequestLine(line);
+  if (const auto* error = std::get_if<ControlError>(&parsed)) {
+    ControlRequest(Json::object(), peer).Fail(*error);
+    return;
+  }
+  const auto request = std::make_shared<ControlRequest>(std::get<Json>(std::move(parsed)), peer);
+  if (m_isStopping || EventLoop::IsStopRequested()) {
+    request->Fail(StoppingError());
+    return;
+  }
+  const auto op = request->Message().find("op");
+  if (op == request->Message().end() || !op->is_string()) {
+    request->Fail({"bad-field", "op must be the name of an operation", "op"});
+    return;
+  }
+  const auto& name = op->get_ref<const std::string&>();
+  const Operation* operation = FindOperation(name);
+  if (operation == nullptr) {
+    request->Fail({"unknown-op", "no operation \"" + name + "\"", "op"});
+  } else if (peer->PeerRights() < operation->right) {
+    request->Fail({"permission-denied", "permission denied", ""});
+  } else if (const auto error = CheckMembers(request->Message(), operation->members)) {
+    request->Fail(*error);
+  } else {
+    (this->*operation->serve)(request);
+  }
+}
+
+void ControlOperations::Records(const RequestPtr& request) {
+  const LayoutRegistry& registry = LayoutRegistry::Instance();
+  Json list = Json::array();
+  for (const RecordListing& row : registry.Listing()) {
+    list.push_back(Json{{"record", row.name},
+                        {"category", CategoryText(row.category)},
+                        {"served", row.served},
+                        {"layout", registry.Find(row.name, row.category) != nullptr}});
+  }
+  request->Succeed("records", list);
+}
+
+void ControlOperations::Schema(const RequestPtr& request) {
+  const auto record = request->Message().find("record");
+  if (record == request->Message().end() || !record->is_string()) {
+    request->Fail({"bad-field", "record must be the name of a record", "record"});
+    return;
+  }
+  const auto category = ReadCategory(request->Message());
+  if (const auto* error = std::get_if<ControlError>(&category)) {
+    request->Fail(*error);
+    return;
+  }
+  const auto& name = record->get_ref<const std::string&>();
+  const RecordLayout* layout =
+      LayoutRegistry::Instance().Find(name, std::get<unsigned char>(category));
+  if (layout == nullptr) {
+    request->Fail({"unknown-record", "no record \"" + name + "\"", "record"});
+    return;
+  }
+  request->Succeed("schema", LayoutJson(*layout));
+}
+
+void ControlOperations::Status(const RequestPtr& request) {
+  request->Succeed("status", Json{{"pid", ::getpid()},
+                                  {"uptime_seconds", Seconds(Clock::now() - m_facts.start)},
+                                  {"version", QMT_VERSION},
+                                  {"node", m_facts.node},
+                                  {"host", m_facts.host},
+                                  {"http", m_facts.http},
+                                  {"schedules", SchedulesJson(m_schedule)},
+                                  {"last_batch", BatchJson(m_desk.Last())},
+                                  {"figures", FiguresJson()}});
+}
+
+void ControlOperations::Shutdown(const RequestPtr& request) {
+  request->Succeed();
+  LoopTask task;
+  task.run = [](CMBNode& node) {
+    CMBUnsolicitedEvent<CMBShutdown> event;
+    event.m_records.emplace_back();
+    node.Dispatch(&event);
+  };
+  m_loop.Post(std::move(task));
+}

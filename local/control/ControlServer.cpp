@@ -1,0 +1,175 @@
+#include "local/control/ControlServer.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <asio/error.hpp>
+#include <cerrno>
+#include <chrono>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kSocketMode = 0660;
+constexpr std::chrono::seconds kFlushTime{1};
+constexpr std::chrono::seconds kAcceptPause{1};
+
+std::string Reason(int error) { return std::generic_category().message(error); }
+
+void SetCloseOnExec(int descriptor) { ::fcntl(descriptor, F_SETFD, FD_CLOEXEC); }
+
+/// Keeps others out between the making of the socket and its mode.
+class NarrowUmask {
+ public:
+  NarrowUmask() : m_former(::umask(0777 & ~kSocketMode)) {}
+  ~NarrowUmask() { ::umask(m_former); }
+  NarrowUmask(const NarrowUmask&) = delete;
+  NarrowUmask& operator=(const NarrowUmask&) = delete;
+
+ private:
+  mode_t m_former;
+};
+
+}  // namespace
+
+ControlServer::ControlServer(EventLoop& loop, ControlOperations& operations,
+                             ControlSettings settings, ProblemReport report)
+    : m_settings(std::move(settings)),
+      m_path(m_settings.directory + "/" + m_settings.name),
+      m_loop(loop),
+      m_budget{m_settings.maxOutput},
+      m_surroundings{loop, operations, m_budget, std::move(report),
+                     [this](ControlConnection& connection) {
+                       m_connections.erase(connection.shared_from_this());
+                     }},
+      m_acceptor(loop.Io()),
+      m_pause(loop.Io()) {}
+
+ControlServer::~ControlServer() { Close(); }
+
+bool ControlServer::PrepareFolder(std::string& error) const {
+  if (::mkdir(m_settings.directory.c_str(), kFolderMode) != 0 && errno != EEXIST) {
+    error = m_settings.directory + ": " + Reason(errno);
+    return false;
+  }
+  struct stat status {};
+  if (::lstat(m_path.c_str(), &status) != 0) {
+    return true;
+  }
+  if (!S_ISSOCK(status.st_mode)) {
+    error = m_path + ": there is a file of that name that is no socket";
+    return false;
+  }
+  if (::unlink(m_path.c_str()) != 0) {
+    error = m_path + ": " + Reason(errno);
+    return false;
+  }
+  return true;
+}
+
+bool ControlServer::Open(std::string& error) {
+  if (!PrepareFolder(error)) {
+    return false;
+  }
+  try {
+    Listen();
+  } catch (const std::system_error& problem) {
+    asio::error_code ignored;
+    m_acceptor.close(ignored);
+    error = m_path + ": " + problem.code().message();
+    return false;
+  }
+  Accept();
+  return true;
+}
+
+void ControlServer::Listen() {
+  m_acceptor.open();
+  SetCloseOnExec(m_acceptor.native_handle());
+  {
+    const NarrowUmask narrow;
+    m_acceptor.bind(Protocol::endpoint(m_path));
+  }
+  m_acceptor.listen();
+}
+
+void ControlServer::Accept() {
+  m_acceptor.async_accept([this](asio::error_code error, Protocol::socket socket) {
+    if (!m_acceptor.is_open() || error == asio::error::operation_aborted) {
+      return;
+    }
+    if (!error) {
+      OnAccepted(std::move(socket));
+      Accept();
+      return;
+    }
+    // Out of descriptors, most likely: asking again at once would only spin.
+    m_surroundings.report(m_path + ": no client can be accepted: " + error.message());
+    m_pause.expires_after(kAcceptPause);
+    m_pause.async_wait([this](asio::error_code pauseError) {
+      if (!pauseError && m_acceptor.is_open()) {
+        Accept();
+      }
+    });
+  });
+}
+
+void ControlServer::OnAccepted(Protocol::socket socket) {
+  SetCloseOnExec(socket.native_handle());
+  PeerIdentity peer;
+  if (!ReadPeerIdentity(socket.native_handle(), peer)) {
+    return;
+  }
+  if (m_connections.size() >= m_settings.maxConnections) {
+    Refuse(socket);
+    return;
+  }
+  const Rights rights = RightsOf(peer, ::geteuid(), SocketGroup());
+  const auto connection = std::make_shared<ControlConnection>(m_surroundings, std::move(socket),
+                                                              std::move(peer), rights);
+  m_connections.insert(connection);
+  connection->Start();
+}
+
+void ControlServer::Refuse(Protocol::socket& socket) {
+  const ControlError error{
+      "busy",
+      "the daemon serves " + std::to_string(m_settings.maxConnections) + " connections already",
+      ""};
+  const std::string line = JsonText(Json{{"ok", false}, {"error", ErrorJson(error)}}) + "\n";
+  // A new socket has room for that; if not, the client sees the end of the connection alone.
+  [[maybe_unused]] const ssize_t sent =
+      ::send(socket.native_handle(), line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+gid_t ControlServer::SocketGroup() const {
+  struct stat status {};
+  return ::lstat(m_path.c_str(), &status) == 0 ? status.st_gid : ::getegid();
+}
+
+void ControlServer::Close() {
+  if (!m_acceptor.is_open()) {
+    return;
+  }
+  asio::error_code ignored;
+  m_acceptor.close(ignored);
+  m_pause.cancel();
+  m_surroundings.isStopping = true;
+  m_surroundings.operations.Stop();
+  m_loop.Pump(kFlushTime, [this] {
+    return std::none_of(m_connections.begin(), m_connections.end(),
+                        [](const auto& connection) { return connection->HasOutput(); });
+  });
+  const std::vector<std::shared_ptr<ControlConnection>> connections(m_connections.begin(),
+                                                                    m_connections.end());
+  for (const std::shared_ptr<ControlConnection>& connection : connections) {
+    connection->Close();
+  }
+  ::unlink(m_path.c_str());
+}

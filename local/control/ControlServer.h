@@ -1,0 +1,56 @@
+#pragma once
+
+#include <asio/local/stream_protocol.hpp>
+#include <asio/steady_timer.hpp>
+#include <cstddef>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "local/control/ControlConnection.h"
+
+struct ControlSettings {
+  /// Relative to the working directory, so that a long root fits into a socket's name. The folder
+  /// is made if it is missing; its parent is not.
+  std::string directory = "run";
+  std::string name = "control.sock";
+  std::size_t maxOutput = std::size_t{64} << 20;  ///< bytes that may wait for all clients together
+  std::size_t maxConnections = 64;
+};
+
+/// The Unix socket through which operators talk to the daemon. Mode 0660: who may connect at all is
+/// decided by the socket's owner and group, what a peer may do by its credentials.
+class ControlServer {
+ public:
+  ControlServer(EventLoop& loop, ControlOperations& operations, ControlSettings settings,
+                ProblemReport report);
+  ~ControlServer();
+  ControlServer(const ControlServer&) = delete;
+  ControlServer& operator=(const ControlServer&) = delete;
+
+  /// Listens; clients are served as soon as the loop runs. A socket that a former process left is
+  /// replaced. False, with path and reason in `error`, if there is no listening.
+  [[nodiscard]] bool Open(std::string& error);
+  /// Gives clients up to a second to take what waits for them, ends all connections and removes the
+  /// socket. Harmless if nothing is open.
+  void Close();
+
+ private:
+  using Protocol = asio::local::stream_protocol;
+
+  [[nodiscard]] bool PrepareFolder(std::string& error) const;
+  void Listen();
+  void Accept();
+  void OnAccepted(Protocol::socket socket);
+  void Refuse(Protocol::socket& socket);
+  [[nodiscard]] gid_t SocketGroup() const;
+
+  ControlSettings m_settings;
+  std::string m_path;
+  EventLoop& m_loop;
+  OutputBudget m_budget;
+  ControlConnection::Surroundings m_surroundings;
+  Protocol::acceptor m_acceptor;
+  asio::steady_timer m_pause;
+  std::set<std::shared_ptr<ControlConnection>> m_connections;
+};

@@ -1,0 +1,36 @@
+#include "local/control/RecordJson.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "local/history/FieldValue.h"
+
+namespace {
+
+using Bytes = std::span<const unsigned char>;
+
+struct ToJson {
+  Json operator()(std::nullptr_t) const { return nullptr; }
+  Json operator()(std::int64_t value) const { return value; }
+  Json operator()(double value) const { return value; }
+  Json operator()(std::string_view text) const { return std::string(text); }
+};
+
+}  // namespace
+
+Json RowToJson(const RecordLayout& layout, Bytes bytes) {
+  Json row = Json::object();
+  auto& members = row.get_ref<Json::object_t&>();
+  members.reserve(layout.fields.size());
+  for (const FieldLayout& field : layout.fields) {
+    // Each label is new, so the search that the object's own insertion makes is left out.
+    members.emplace_back(field.label,
+                         field.hasSource ? VisitField(field, bytes, ToJson{}) : Json(nullptr));
+  }
+  return row;
+}
+
+std::string JsonText(const Json& value) {
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}

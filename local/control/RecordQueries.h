@@ -1,0 +1,46 @@
+#pragma once
+
+#include <memory>
+#include <variant>
+#include <vector>
+
+#include "local/control/ControlRequest.h"
+#include "local/loop/EventLoop.h"
+#include "local/schedule/BatchDesk.h"
+#include "local/schedule/RecordSink.h"
+#include "local/schedule/ScheduleBook.h"
+#include "node/LayoutRegistry.h"
+
+/// A record that a client names: its category letter is 0 if the client leaves it open.
+struct WantedRecord {
+  std::string record;
+  unsigned char category = 0;
+};
+
+/// The category that a member "category" names, 0 where there is none, or what is wrong with it.
+[[nodiscard]] std::variant<unsigned char, ControlError> ReadCategory(const Json& object);
+
+/// The operations that answer with rows: `get`, one batch for all the records of a request, and
+/// `last`, what the schedules have left.
+class RecordQueries {
+ public:
+  /// Names in one request.
+  static constexpr std::size_t kMaxRecords = 1024;
+
+  RecordQueries(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
+                const LastRows& lastRows)
+      : m_loop(loop), m_desk(desk), m_schedule(schedule), m_lastRows(lastRows) {}
+
+  void Get(const std::shared_ptr<ControlRequest>& request);
+  void Last(const std::shared_ptr<ControlRequest>& request);
+
+ private:
+  struct GetPlan;
+  void RunGet(CMBNode& node, const GetPlan& plan);
+  void AnswerGet(CMBNode& node, const GetPlan& plan);
+
+  EventLoop& m_loop;
+  BatchDesk& m_desk;
+  const ScheduleBook& m_schedule;
+  const LastRows& m_lastRows;
+};

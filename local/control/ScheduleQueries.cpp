@@ -1,0 +1,115 @@
+#include "local/control/ScheduleQueries.h"
+
+#include <optional>
+#include <utility>
+
+#include "local/schedule/BatchDesk.h"
+
+namespace {
+
+constexpr const char* kSection = "Schedule";
+
+/// Nothing, once the request has failed, if the message names no record.
+std::optional<std::string> ReadRecord(const ControlRequest& request) {
+  const auto record = request.Message().find("record");
+  if (record == request.Message().end() || !record->is_string()) {
+    request.Fail({"bad-field", "record must be the name of a record", "record"});
+    return std::nullopt;
+  }
+  return record->get<std::string>();
+}
+
+/// 0, once the request has failed, if the message has no seconds within the limits.
+long ReadSeconds(const ControlRequest& request) {
+  const auto value = request.Message().find("seconds");
+  const long seconds = value != request.Message().end() && value->is_number_integer()
+                           ? ScheduleBook::ParseSeconds(value->dump())
+                           : 0;
+  if (seconds == 0) {
+    request.Fail({"bad-field", "seconds must be a whole number from 1 to 86400", "seconds"});
+  }
+  return seconds;
+}
+
+bool IsServed(const ControlRequest& request, const std::string& record) {
+  switch (CheckRecord(record, 0)) {
+    case RequestOutcome::kDone:
+      return true;
+    case RequestOutcome::kUnknownRecord:
+      request.Fail({"unknown-record", "no record \"" + record + "\"", "record"});
+      return false;
+    default:
+      request.Fail({"not-served", "the record " + record + " is not served", "record"});
+      return false;
+  }
+}
+
+}  // namespace
+
+std::vector<ScheduleLine> DefaultSchedule() {
+  std::vector<ScheduleLine> lines;
+  for (const char* record : {"PI", "CPUP", "DEVD", "NIND", "WGRP", "PDS", "FSL"}) {
+    lines.push_back({record, "60", 0});
+  }
+  lines.push_back({"PDI", "300", 0});
+  return lines;
+}
+
+bool WriteDefaultSchedule(LocalIniFile& ini, std::string& error) {
+  for (const ScheduleLine& line : DefaultSchedule()) {
+    if (CheckRecord(line.record, 0) == RequestOutcome::kDone &&
+        !ini.Write(line.seconds.c_str(), line.record.c_str(), kSection, nullptr, error)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::unique_ptr<LocalIniFile> ScheduleQueries::OpenIni(const ControlRequest& request) const {
+  std::string error;
+  std::unique_ptr<LocalIniFile> ini = LocalIniFile::Open(m_directory, m_name, error);
+  if (ini == nullptr) {
+    request.Fail({"not-written", error, ""});
+  }
+  return ini;
+}
+
+void ScheduleQueries::Set(const std::shared_ptr<ControlRequest>& request) {
+  const std::optional<std::string> record = ReadRecord(*request);
+  if (!record || !IsServed(*request, *record)) {
+    return;
+  }
+  const long seconds = ReadSeconds(*request);
+  const std::unique_ptr<LocalIniFile> ini = seconds == 0 ? nullptr : OpenIni(*request);
+  if (ini == nullptr) {
+    return;
+  }
+  std::string error;
+  if (!ini->Write(std::to_string(seconds).c_str(), record->c_str(), kSection, nullptr, error)) {
+    request->Fail({"not-written", error, ""});
+    return;
+  }
+  m_book.Set(*record, seconds);
+  request->Succeed();
+}
+
+void ScheduleQueries::Remove(const std::shared_ptr<ControlRequest>& request) {
+  const std::optional<std::string> record = ReadRecord(*request);
+  if (!record) {
+    return;
+  }
+  const std::unique_ptr<LocalIniFile> ini = OpenIni(*request);
+  if (ini == nullptr) {
+    return;
+  }
+  std::string error;
+  if (!ini->Remove(record->c_str(), kSection, error)) {
+    request->Fail({"not-written", error, ""});
+    return;
+  }
+  if (!m_book.Remove(*record)) {
+    request->Fail({"not-scheduled", "no schedule collects the record " + *record, "record"});
+    return;
+  }
+  request->Succeed();
+}

@@ -1,0 +1,403 @@
+#include "local/history/HistoryStore.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "local/history/FieldValue.h"
+#include "local/history/HistoryTables.h"
+#include "node/LayoutRegistry.h"
+
+namespace {
+
+/// The loop waits no longer for a reader of the file.
+constexpr int kBusyMilliseconds = 20;
+constexpr std::int64_t kSecondsPerDay = 86400;
+constexpr std::int64_t kBytesPerMegabyte = std::int64_t{1} << 20;
+/// The most that one batch removes of one table.
+constexpr int kRemovedRows = 500;
+constexpr int kFreedPages = 256;
+/// The most that one batch moves of one table out of the file of waiting rows.
+constexpr int kMovedRows = 2000;
+constexpr std::chrono::milliseconds kRemovalTime{20};
+
+std::string InsertText(const RecordLayout& layout) {
+  std::string names;
+  std::string places;
+  for (std::size_t i = 0; i < layout.fields.size(); ++i) {
+    const char* separator = i == 0 ? "" : ", ";
+    names += separator + QuotedName(layout.fields[i].label);
+    places += separator + ("?" + std::to_string(i + 1));
+  }
+  return "INSERT INTO " + QuotedName(layout.name) + " (" + names + ") VALUES (" + places + ")";
+}
+
+/// Removes at most kRemovedRows of the oldest rows of a table that are older than `end`.
+int RemoveOldest(SqlDatabase& database, const std::string& table, std::int64_t end) {
+  const std::string name = QuotedName(table);
+  const std::string time = QuotedName(kTimeLabel);
+  SqlStatement statement =
+      database.Prepare("DELETE FROM " + name + " WHERE rowid IN (SELECT rowid FROM " + name +
+                       " WHERE " + time + " < ?1 ORDER BY " + time + " LIMIT ?2)");
+  statement.Bind(1, end);
+  statement.Bind(2, std::int64_t{kRemovedRows});
+  statement.Run();
+  return database.Changes();
+}
+
+/// The table whose oldest row is the oldest of all; empty if there is no row.
+std::string OldestTable(SqlDatabase& database) {
+  std::string oldest;
+  std::int64_t least = 0;
+  for (const std::string& table : RecordTables(database)) {
+    SqlStatement statement =
+        database.Prepare("SELECT min(" + QuotedName(kTimeLabel) + ") FROM " + QuotedName(table));
+    if (statement.Step() && !statement.IsNull(0) &&
+        (oldest.empty() || statement.Whole(0) < least)) {
+      least = statement.Whole(0);
+      oldest = table;
+    }
+  }
+  return oldest;
+}
+
+std::unique_ptr<SqlDatabase> OpenFile(const std::string& file) {
+  constexpr std::int64_t kIncremental = 2;
+  std::error_code ignored;
+  const auto kind = std::filesystem::status(file, ignored).type();
+  if (kind != std::filesystem::file_type::not_found &&
+      kind != std::filesystem::file_type::regular) {
+    // A library that opens a pipe would wait for its other end.
+    throw SqlError(0, "it is no regular file");
+  }
+  auto database = std::make_unique<SqlDatabase>(file, kBusyMilliseconds);
+  // Where it is set already setting it would write, which nobody can while somebody reads.
+  if (database->Number("PRAGMA auto_vacuum") != kIncremental) {
+    database->Execute("PRAGMA auto_vacuum = INCREMENTAL");
+  }
+  database->Execute("PRAGMA journal_mode = DELETE");
+  database->Execute("PRAGMA synchronous = NORMAL");
+  return database;
+}
+
+/// Whether the file is a database without damage, or can't be judged for the moment.
+bool IsWhole(const std::string& file) {
+  try {
+    SqlDatabase database(file, kBusyMilliseconds);
+    SqlStatement check = database.Prepare("PRAGMA quick_check(1)");
+    return check.Step() && check.Text(0) == "ok";
+  } catch (const SqlError& error) {
+    return !error.IsBroken();
+  }
+}
+
+std::int64_t PageBytes(SqlDatabase& database, std::int64_t pages) {
+  return pages * database.Number("PRAGMA page_size");
+}
+
+}  // namespace
+
+/// A record's table with what writes it. Without a statement the record can't be kept.
+struct HistoryStore::Table {
+  const RecordLayout* layout;
+  std::optional<SqlStatement> insert;
+};
+
+HistoryStore::HistoryStore(ProblemReport report) : m_report(std::move(report)) {
+  m_settings.file.clear();
+}
+
+HistoryStore::~HistoryStore() {
+  EndBatch();
+  Close();
+}
+
+void HistoryStore::Configure(HistorySettings settings) {
+  EndBatch();
+  Close();
+  m_settings = std::move(settings);
+}
+
+void HistoryStore::Close() {
+  m_target = nullptr;
+  m_main = {};
+  m_waiting = {};
+  m_sizeBytes = 0;
+}
+
+void HistoryStore::Open() {
+  m_main.database = OpenFile(m_settings.file);
+  // Reads the file's head.
+  m_sizeBytes = PageBytes(*m_main.database, m_main.database->Number("PRAGMA page_count"));
+  std::error_code ignored;
+  m_hasWaiting = std::filesystem::exists(WaitingFile(), ignored);
+}
+
+SqlDatabase* HistoryStore::Database() {
+  if (m_main.database == nullptr && !m_settings.file.empty()) {
+    try {
+      Open();
+    } catch (const SqlError& error) {
+      Fail(error);
+    }
+  }
+  return m_main.database.get();
+}
+
+void HistoryStore::Take(const ScheduledRows& rows) {
+  if (m_isBatchLost || m_settings.file.empty()) {
+    return;
+  }
+  try {
+    if (m_target == nullptr) {
+      Begin();
+    }
+    Insert(rows);
+  } catch (const SqlError& error) {
+    m_isBatchLost = true;
+    Fail(error);
+  }
+}
+
+void HistoryStore::Begin() {
+  if (m_main.database == nullptr) {
+    Open();
+  }
+  try {
+    MoveWaiting();
+    // Whoever reads is found out now, when the batch can still go elsewhere.
+    m_main.database->Execute("BEGIN EXCLUSIVE");
+    m_target = &m_main;
+  } catch (const SqlError& error) {
+    if (!error.IsBusy()) {
+      throw;
+    }
+    BeginWaiting();
+  }
+}
+
+void HistoryStore::BeginWaiting() {
+  if (m_waiting.database == nullptr) {
+    m_waiting.database = OpenFile(WaitingFile());
+  }
+  m_hasWaiting = true;
+  m_target = &m_waiting;
+  SqlDatabase& database = *m_waiting.database;
+  if (PageBytes(database, database.Number("PRAGMA page_count")) >
+      m_settings.waitingMegabytes * kBytesPerMegabyte) {
+    throw SqlError(0, "it has been read for so long that the rows that wait exceed " +
+                          std::to_string(m_settings.waitingMegabytes) + " Mbytes");
+  }
+  database.Execute("BEGIN EXCLUSIVE");
+}
+
+void HistoryStore::MoveWaiting() {
+  if (!m_hasWaiting) {
+    return;
+  }
+  m_waiting = {};
+  const std::string file = WaitingFile();
+  try {
+    MoveFrom(file);
+  } catch (const SqlError& error) {
+    if (!error.IsBroken() || IsWhole(file)) {
+      throw;
+    }
+    Close();
+    SetAside(file);
+    m_report("History: " + file + " is damaged (" + error.what() + "); it is set aside.");
+    Open();
+  }
+  if (!m_hasWaiting) {
+    std::remove(file.c_str());
+  }
+}
+
+void HistoryStore::MoveFrom(const std::string& file) {
+  SqlDatabase& database = *m_main.database;
+  {
+    SqlStatement attach = database.Prepare("ATTACH ?1 AS waiting");
+    attach.Bind(1, std::string_view(file));
+    attach.Run();
+  }
+  try {
+    // Both files change together, whatever happens meanwhile.
+    database.Execute("BEGIN EXCLUSIVE");
+    m_hasWaiting = MoveTables();
+    database.Execute("COMMIT");
+  } catch (const SqlError& error) {
+    if (database.IsInTransaction()) {
+      database.Execute("ROLLBACK");
+    }
+    m_hasWaiting = true;
+    if (!error.IsBroken()) {
+      database.Execute("DETACH waiting");
+    }
+    throw;
+  }
+  database.Execute("DETACH waiting");
+}
+
+void HistoryStore::NoteFit(const std::string& done) {
+  if (!done.empty()) {
+    m_notices.push_back("History: " + done + ".");
+  }
+}
+
+bool HistoryStore::MoveTables() {
+  SqlDatabase& database = *m_main.database;
+  for (const std::string& table : RecordTables(database, "waiting")) {
+    const RecordLayout* layout = LayoutRegistry::Instance().Find(table, 0);
+    if (layout != nullptr) {
+      NoteFit(FitTable(database, *layout));
+      const std::string columns = CommonColumns(database, "waiting", table);
+      database.Execute("INSERT INTO main." + QuotedName(table) + " (" + columns + ") SELECT " +
+                       columns + " FROM waiting." + QuotedName(table) + " ORDER BY rowid LIMIT " +
+                       std::to_string(kMovedRows));
+    }
+    database.Execute("DELETE FROM waiting." + QuotedName(table) +
+                     " WHERE rowid IN (SELECT rowid FROM waiting." + QuotedName(table) +
+                     " ORDER BY rowid LIMIT " + std::to_string(kMovedRows) + ")");
+    if (database.Number("SELECT EXISTS (SELECT 1 FROM waiting." + QuotedName(table) + ")") != 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+HistoryStore::Table* HistoryStore::FindTable(const ScheduledRows& rows) {
+  const auto [place, isNew] = m_target->tables.try_emplace({rows.record, rows.category});
+  if (!isNew && place->second != nullptr) {
+    return place->second.get();
+  }
+  const RecordLayout* layout = LayoutRegistry::Instance().Find(rows.record, rows.category);
+  auto table = std::make_unique<Table>(Table{layout, std::nullopt});
+  if (layout != nullptr && HasTime(*layout)) {
+    NoteFit(FitTable(*m_target->database, *layout));
+    table->insert.emplace(m_target->database->Prepare(InsertText(*layout)));
+  } else {
+    m_notices.push_back(std::string("History: the rows of ") + rows.record +
+                        " are not kept: they have no published layout with a time.");
+  }
+  place->second = std::move(table);
+  return place->second.get();
+}
+
+void HistoryStore::Insert(const ScheduledRows& rows) {
+  Table* table = FindTable(rows);
+  if (!table->insert) {
+    return;
+  }
+  for (const CMBRecord* row : rows.rows) {
+    const std::span<const unsigned char> bytes = RecordBytes(*row);
+    int place = 0;
+    for (const FieldLayout& field : table->layout->fields) {
+      VisitField(field, bytes, [&](auto value) { table->insert->Bind(++place, value); });
+    }
+    table->insert->Run();
+  }
+}
+
+void HistoryStore::EndBatch() {
+  if (m_settings.file.empty()) {
+    return;
+  }
+  const bool isLost = std::exchange(m_isBatchLost, false);
+  if (isLost || m_target == nullptr) {
+    return;
+  }
+  const bool isMain = m_target == &m_main;
+  try {
+    Commit();
+    if (isMain) {
+      RemoveOld();
+      RemoveExcess();
+    }
+  } catch (const SqlError& error) {
+    if (!error.IsBusy()) {
+      Fail(error);
+    } else if (m_main.database->IsInTransaction()) {
+      // Somebody has begun to read: what is old goes after a later batch.
+      m_main.database->Execute("ROLLBACK");
+    }
+  }
+}
+
+void HistoryStore::Commit() {
+  m_target->database->Execute("COMMIT");
+  m_target = nullptr;
+  for (const std::string& notice : std::exchange(m_notices, {})) {
+    m_report(notice);
+  }
+  if (!std::exchange(m_problem, {}).empty()) {
+    m_report("History: " + m_settings.file + " is written again; " + std::to_string(m_lostBatches) +
+             " batches since the start are missing.");
+  }
+}
+
+void HistoryStore::RemoveOld() {
+  const std::int64_t end = std::time(nullptr) - m_settings.days * kSecondsPerDay;
+  m_main.database->Execute("BEGIN IMMEDIATE");
+  for (const std::string& table : RecordTables(*m_main.database)) {
+    RemoveOldest(*m_main.database, table, end);
+  }
+  m_main.database->Execute("COMMIT");
+}
+
+void HistoryStore::RemoveExcess() {
+  const std::int64_t limit = m_settings.megabytes * kBytesPerMegabyte;
+  const auto end = std::chrono::steady_clock::now() + kRemovalTime;
+  const auto usedBytes = [this] {
+    return PageBytes(*m_main.database, m_main.database->Number("PRAGMA page_count") -
+                                           m_main.database->Number("PRAGMA freelist_count"));
+  };
+  while (usedBytes() > limit && std::chrono::steady_clock::now() < end) {
+    const std::string table = OldestTable(*m_main.database);
+    if (table.empty() || RemoveOldest(*m_main.database, table, INT64_MAX) == 0) {
+      break;
+    }
+  }
+  m_main.database->Execute("PRAGMA incremental_vacuum(" + std::to_string(kFreedPages) + ")");
+  m_sizeBytes = PageBytes(*m_main.database, m_main.database->Number("PRAGMA page_count"));
+}
+
+void HistoryStore::Fail(const SqlError& error) {
+  ++m_lostBatches;
+  m_notices.clear();
+  const bool isBroken = error.IsBroken();
+  const std::string file = m_target == &m_waiting ? WaitingFile() : m_settings.file;
+  Close();
+  if (isBroken) {
+    SetAside(file);
+  }
+  // Each reason is told once, until a batch is written again.
+  if (m_problem != error.what()) {
+    m_problem = error.what();
+    m_report("History: " + m_settings.file + " can't be written: " + m_problem +
+             (isBroken ? ". It is set aside, a new one is begun." : ". Collection goes on."));
+  }
+}
+
+void HistoryStore::SetAside(const std::string& file) {
+  std::array<char, 32> stamp{};
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  ::localtime_r(&now, &parts);
+  std::strftime(stamp.data(), stamp.size(), ".broken-%Y%m%d-%H%M%S", &parts);
+  const std::string place = file + stamp.data();
+  std::string free = place;
+  std::error_code ignored;
+  for (int number = 2; std::filesystem::exists(free, ignored); ++number) {
+    free = place + "-" + std::to_string(number);
+  }
+  if (std::rename(file.c_str(), free.c_str()) != 0) {
+    m_report("History: " + file + " can't be renamed: " + std::strerror(errno));
+    return;
+  }
+  // A journal belongs to the file that it was made for.
+  std::rename((file + "-journal").c_str(), (free + "-journal").c_str());
+}

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "local/history/Sql.h"
+#include "local/log/ProblemReport.h"
+#include "local/schedule/RecordSink.h"
+
+/// What is kept, and how much of it.
+struct HistorySettings {
+  std::string file = "records.db";  ///< below the working directory; empty: nothing is kept
+  int days = 14;
+  int megabytes = 512;
+  int waitingMegabytes = 64;  ///< what may wait beside the file while somebody reads it
+};
+
+/// Keeps the rows of the schedules in an SQL database, a table per record (HistoryTables.h). Each
+/// batch is one transaction: a kill at any moment loses the batch at work and no more. Rows that
+/// are too old, and the oldest ones while the file is too large, go in small steps after a batch.
+///
+/// While somebody reads the file nobody can write it. Batches then go into a second one beside it,
+/// FILE-waiting, from where they are moved in small steps as soon as the readers have gone; it goes
+/// when it is empty. Beyond its limit batches are lost and told of, like those of any failure.
+///
+/// A failure is reported once and costs the batch; the next one is tried again, and the first that
+/// is written says so. A file that is no database, or a damaged one, is set aside under another
+/// name. Nothing here throws. For one thread.
+class HistoryStore : public RecordSink {
+ public:
+  explicit HistoryStore(ProblemReport report);
+  ~HistoryStore() override;
+
+  /// Closes the file at work. The new one is opened at the next batch.
+  void Configure(HistorySettings settings);
+  void Take(const ScheduledRows& rows) override;
+  void EndBatch() override;
+
+  [[nodiscard]] const HistorySettings& Settings() const { return m_settings; }
+  /// The open file; made or opened if need be. Null if there is none, or if that fails.
+  [[nodiscard]] SqlDatabase* Database();
+  /// What is wrong at the moment; empty if nothing.
+  [[nodiscard]] const std::string& Problem() const { return m_problem; }
+  /// Bytes of the file, its free pages included; 0 while it is not open.
+  [[nodiscard]] std::int64_t SizeBytes() const { return m_sizeBytes; }
+  /// Batches that could not be kept, since the start.
+  [[nodiscard]] std::uint64_t LostBatches() const { return m_lostBatches; }
+
+ private:
+  struct Table;
+  /// An open database with the statements that write it.
+  struct Book {
+    std::unique_ptr<SqlDatabase> database;
+    std::map<std::pair<std::string, unsigned char>, std::unique_ptr<Table>> tables;
+  };
+
+  [[nodiscard]] std::string WaitingFile() const { return m_settings.file + "-waiting"; }
+  void Open();
+  void Close();
+  void Begin();
+  void BeginWaiting();
+  void MoveWaiting();
+  void MoveFrom(const std::string& file);
+  /// Whether there is more.
+  [[nodiscard]] bool MoveTables();
+  void NoteFit(const std::string& done);
+  void Insert(const ScheduledRows& rows);
+  [[nodiscard]] Table* FindTable(const ScheduledRows& rows);
+  void Commit();
+  void RemoveOld();
+  void RemoveExcess();
+  void Fail(const SqlError& error);
+  void SetAside(const std::string& file);
+
+  HistorySettings m_settings;
+  ProblemReport m_report;
+  Book m_main;
+  Book m_waiting;
+  Book* m_target = nullptr;    ///< that of the batch at work; null outside one
+  bool m_hasWaiting = false;   ///< whether rows wait to be moved
+  bool m_isBatchLost = false;  ///< nothing more of the batch at work is taken
+  std::string m_problem;
+  std::vector<std::string> m_notices;  ///< told once the batch at work is written
+  std::int64_t m_sizeBytes = 0;
+  std::uint64_t m_lostBatches = 0;
+};

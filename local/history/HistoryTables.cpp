@@ -1,0 +1,181 @@
+#include "local/history/HistoryTables.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
+#include <map>
+
+#include "local/history/FieldValue.h"
+
+namespace {
+
+constexpr const char* kLayoutTable = "qmt layouts";
+
+const char* ColumnType(FieldType type) {
+  switch (type) {
+    case FieldType::kText:
+      return "TEXT";
+    case FieldType::kUshort:
+    case FieldType::kLong:
+    case FieldType::kUlong:
+      return "INTEGER";
+    case FieldType::kFloat:
+    case FieldType::kDouble:
+    case FieldType::kUtime:
+      break;
+  }
+  return "REAL";
+}
+
+std::string ColumnText(const FieldLayout& field) {
+  return QuotedName(field.label) + ' ' + ColumnType(field.type);
+}
+
+/// The same for the same fields only (FNV-1a, 64 bits).
+std::string HashOf(const RecordLayout& layout) {
+  std::uint64_t hash = 0xcbf29ce484222325U;
+  const auto add = [&hash](const std::string& text) {
+    for (const char c : text + '\n') {
+      hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
+    }
+  };
+  for (const FieldLayout& field : layout.fields) {
+    add(field.label);
+    add(FieldTypeText(field));
+  }
+  std::array<char, 17> text{};
+  std::snprintf(text.data(), text.size(), "%016llx", static_cast<unsigned long long>(hash));
+  return text.data();
+}
+
+std::string StoredHash(SqlDatabase& database, const std::string& record) {
+  SqlStatement statement =
+      database.Prepare("SELECT hash FROM " + QuotedName(kLayoutTable) + " WHERE record = ?1");
+  statement.Bind(1, record);
+  return statement.Step() ? std::string(statement.Text(0)) : std::string();
+}
+
+void StoreHash(SqlDatabase& database, const std::string& record, const std::string& hash) {
+  SqlStatement statement = database.Prepare("INSERT OR REPLACE INTO " + QuotedName(kLayoutTable) +
+                                            " (record, hash) VALUES (?1, ?2)");
+  statement.Bind(1, record);
+  statement.Bind(2, hash);
+  statement.Run();
+}
+
+void MakeTable(SqlDatabase& database, const RecordLayout& layout, const std::string& hash) {
+  std::string columns;
+  for (const FieldLayout& field : layout.fields) {
+    columns += (columns.empty() ? "" : ", ") + ColumnText(field);
+  }
+  const std::string name = layout.name;
+  database.Execute("CREATE TABLE " + QuotedName(name) + " (" + columns + ")");
+  database.Execute("CREATE INDEX IF NOT EXISTS " + QuotedName(name + ' ' + hash) + " ON " +
+                   QuotedName(name) + " (" + QuotedName(kTimeLabel) + ")");
+}
+
+/// Name and type of each column.
+std::map<std::string, std::string> ColumnsOf(SqlDatabase& database, const std::string& table) {
+  SqlStatement statement = database.Prepare("SELECT name, type FROM pragma_table_info(?1, 'main')");
+  statement.Bind(1, table);
+  std::map<std::string, std::string> columns;
+  while (statement.Step()) {
+    columns.emplace(statement.Text(0), statement.Text(1));
+  }
+  return columns;
+}
+
+std::string NameForOldRows(SqlDatabase& database, const std::string& record) {
+  std::array<char, 32> day{};
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  ::localtime_r(&now, &parts);
+  std::strftime(day.data(), day.size(), " until %Y-%m-%d", &parts);
+  const std::string name = record + day.data();
+  std::string free = name;
+  for (int number = 2; HasTable(database, free); ++number) {
+    free = name + " (" + std::to_string(number) + ")";
+  }
+  return free;
+}
+
+}  // namespace
+
+bool HasTime(const RecordLayout& layout) {
+  return std::ranges::any_of(layout.fields, [](const FieldLayout& field) {
+    return std::string(field.label) == kTimeLabel && field.type == FieldType::kLong;
+  });
+}
+
+std::string FitTable(SqlDatabase& database, const RecordLayout& layout) {
+  database.Execute("CREATE TABLE IF NOT EXISTS " + QuotedName(kLayoutTable) +
+                   " (record TEXT PRIMARY KEY, hash TEXT NOT NULL)");
+  const std::string record = layout.name;
+  const std::string hash = HashOf(layout);
+  const auto columns = ColumnsOf(database, record);
+  if (columns.empty()) {
+    MakeTable(database, layout, hash);
+    StoreHash(database, record, hash);
+    return "";
+  }
+  if (StoredHash(database, record) == hash) {
+    return "";
+  }
+  StoreHash(database, record, hash);
+  const bool isOtherType = std::ranges::any_of(layout.fields, [&](const FieldLayout& field) {
+    const auto column = columns.find(field.label);
+    return column != columns.end() && column->second != ColumnType(field.type);
+  });
+  if (isOtherType) {
+    const std::string old = NameForOldRows(database, record);
+    database.Execute("ALTER TABLE " + QuotedName(record) + " RENAME TO " + QuotedName(old));
+    MakeTable(database, layout, hash);
+    return "the layout of " + record + " has changed: its old rows stand in the table \"" + old +
+           "\" now";
+  }
+  std::size_t added = 0;
+  for (const FieldLayout& field : layout.fields) {
+    if (!columns.contains(field.label)) {
+      database.Execute("ALTER TABLE " + QuotedName(record) + " ADD COLUMN " + ColumnText(field));
+      ++added;
+    }
+  }
+  return "the layout of " + record + " has changed: " + std::to_string(added) +
+         " columns were added to its table";
+}
+
+bool HasTable(SqlDatabase& database, const std::string& name) {
+  SqlStatement statement =
+      database.Prepare("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?1");
+  statement.Bind(1, name);
+  return statement.Step();
+}
+
+std::string CommonColumns(SqlDatabase& database, const std::string& schema,
+                          const std::string& table) {
+  SqlStatement statement = database.Prepare(
+      "SELECT name FROM pragma_table_info(?1, ?2) WHERE name IN (SELECT name FROM "
+      "pragma_table_info(?1, 'main'))");
+  statement.Bind(1, std::string_view(table));
+  statement.Bind(2, std::string_view(schema));
+  std::string columns;
+  while (statement.Step()) {
+    columns += (columns.empty() ? "" : ", ") + QuotedName(statement.Text(0));
+  }
+  return columns;
+}
+
+std::vector<std::string> RecordTables(SqlDatabase& database, const std::string& schema) {
+  SqlStatement statement =
+      database.Prepare("SELECT name FROM " + QuotedName(schema) +
+                       ".sqlite_master WHERE type = 'table' AND name <> ?1 AND name NOT LIKE "
+                       "'sqlite_%' ORDER BY name");
+  statement.Bind(1, std::string_view(kLayoutTable));
+  std::vector<std::string> names;
+  while (statement.Step()) {
+    names.emplace_back(statement.Text(0));
+  }
+  return names;
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "local/history/Sql.h"
+#include "node/LayoutRegistry.h"
+
+/// The column that says when a row was made: seconds since the epoch.
+inline constexpr const char* kTimeLabel = "Record Time";
+
+/// Whether rows of the layout can be kept: they need a time.
+[[nodiscard]] bool HasTime(const RecordLayout& layout);
+
+/// Has the file hold a table for the record, named like it, with a column per field, named by its
+/// label and typed by its layout (TEXT, INTEGER, REAL), and an index on the time. Where the layout
+/// is not the one that the table was made by, new fields are added; if a field has another type the
+/// table gets another name and a new one is made. What was done to an existing table, in a
+/// sentence; empty if nothing.
+[[nodiscard]] std::string FitTable(SqlDatabase& database, const RecordLayout& layout);
+
+/// Whether the file holds a table of that name.
+[[nodiscard]] bool HasTable(SqlDatabase& database, const std::string& name);
+/// All tables with rows of records, those of former layouts included; `schema` is the name of an
+/// attached file.
+[[nodiscard]] std::vector<std::string> RecordTables(SqlDatabase& database,
+                                                    const std::string& schema = "main");
+/// The columns that a table of the attached file shares with the one of its name, each quoted,
+/// parted by commas.
+[[nodiscard]] std::string CommonColumns(SqlDatabase& database, const std::string& schema,
+                                        const std::string& table);

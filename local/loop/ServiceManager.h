@@ -1,0 +1,31 @@
+#pragma once
+
+#include <asio/steady_timer.hpp>
+#include <chrono>
+#include <string>
+
+#include "local/loop/EventLoop.h"
+
+/// Tells the service manager how the daemon does: one datagram each to the socket that the
+/// environment variable NOTIFY_SOCKET names. Without one nothing is sent. If WATCHDOG_USEC asks for
+/// signs of life, one is sent twice in that time, each by a task of the loop: a loop that makes no
+/// turn any more sends none.
+class ServiceManager {
+ public:
+  /// Takes the variables out of the environment, so that no child process speaks for the daemon.
+  explicit ServiceManager(EventLoop& loop);
+
+  /// The daemon serves from now on.
+  void Ready();
+  /// The daemon is about to end.
+  void Stopping();
+
+ private:
+  void Send(const std::string& state) const;
+  void WaitForNextSign();
+
+  EventLoop& m_loop;
+  asio::steady_timer m_timer;
+  std::string m_socket;
+  std::chrono::microseconds m_signPeriod{0};  ///< 0: no signs of life are asked for
+};

@@ -1,0 +1,190 @@
+#include "local/metrics/MetricText.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdlib>
+#include <optional>
+#include <set>
+#include <type_traits>
+
+#include <nlohmann/json.hpp>
+#include "local/history/FieldValue.h"
+
+namespace {
+
+const char* KindName(MetricKind kind, MetricFormat format) {
+  switch (kind) {
+    case MetricKind::kCounter:
+      return "counter";
+    case MetricKind::kInfo:
+      return format == MetricFormat::kOpenMetrics ? "info" : "gauge";
+    default:
+      return "gauge";
+  }
+}
+
+std::string SampleName(const MetricFamily& family) {
+  return family.name + (family.kind == MetricKind::kCounter ? "_total"
+                        : family.kind == MetricKind::kInfo  ? "_info"
+                                                            : "");
+}
+
+/// Backslash, quote and line end escaped; bytes that are no UTF-8 become U+FFFD, since a reader
+/// would refuse the whole text for them.
+std::string LabelValue(std::string_view text) {
+  using Json = nlohmann::json;
+  const Json value(text);
+  const std::string valid =
+      Json::parse(value.dump(-1, ' ', false, Json::error_handler_t::replace)).get<std::string>();
+  std::string escaped;
+  for (const char letter : valid) {
+    if (letter == '\\' || letter == '"') {
+      escaped += '\\';
+    }
+    escaped += letter == '\n' ? std::string("\\n") : std::string(1, letter);
+  }
+  return escaped;
+}
+
+/// The digits that the number needs; whole numbers without a point.
+void AppendNumber(std::string& text, double value) {
+  std::array<char, 64> digits{};
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+  text.append(digits.data(), end);
+}
+
+std::string KeyText(const FieldLayout& field, std::span<const unsigned char> row) {
+  return VisitField(field, row, [](const auto& value) -> std::string {
+    using Value = std::decay_t<decltype(value)>;
+    if constexpr (std::is_same_v<Value, std::string_view>) {
+      return std::string(value);
+    } else if constexpr (std::is_same_v<Value, std::nullptr_t>) {
+      return "";
+    } else {
+      std::string text;
+      AppendNumber(text, static_cast<double>(value));
+      return text;
+    }
+  });
+}
+
+std::optional<double> NumberOf(const FieldLayout& field, std::span<const unsigned char> row) {
+  return VisitField(field, row, [](const auto& value) -> std::optional<double> {
+    if constexpr (std::is_arithmetic_v<std::decay_t<decltype(value)>>) {
+      return static_cast<double>(value);
+    } else {
+      return std::nullopt;
+    }
+  });
+}
+
+std::string LabelText(std::span<const FieldLayout* const> fields,
+                      std::span<const unsigned char> row) {
+  std::string text;
+  for (const FieldLayout* field : fields) {
+    text += text.empty() ? "" : ",";
+    text += SnakeCase(field->label) + "=\"" + LabelValue(KeyText(*field, row)) + '"';
+  }
+  return text;
+}
+
+/// The weight that an Accept header gives to a media type; 0 if it does not name it.
+double WeightOf(std::string_view accept, std::string_view type) {
+  while (!accept.empty()) {
+    const std::string_view range = accept.substr(0, accept.find(','));
+    accept.remove_prefix(std::min(accept.size(), range.size() + 1));
+    const std::size_t begin = range.find_first_not_of(" \t");
+    if (begin == std::string_view::npos || !range.substr(begin).starts_with(type)) {
+      continue;
+    }
+    const std::size_t weight = range.find(";q=");
+    return weight == std::string_view::npos
+               ? 1.0
+               : std::strtod(std::string(range.substr(weight + 3)).c_str(), nullptr);
+  }
+  return 0;
+}
+
+}  // namespace
+
+const char* ContentType(MetricFormat format) {
+  return format == MetricFormat::kOpenMetrics
+             ? "application/openmetrics-text; version=1.0.0; charset=utf-8"
+             : "text/plain; version=0.0.4; charset=utf-8";
+}
+
+MetricFormat PreferredFormat(std::string_view accept) {
+  const double openMetrics = WeightOf(accept, "application/openmetrics-text");
+  return openMetrics > 0 && openMetrics >= WeightOf(accept, "text/plain")
+             ? MetricFormat::kOpenMetrics
+             : MetricFormat::kText;
+}
+
+void MetricText::Begin(const MetricFamily& family) {
+  m_sampleName = SampleName(family);
+  const bool isOpen = m_format == MetricFormat::kOpenMetrics;
+  const std::string& name = isOpen ? family.name : m_sampleName;
+  m_text += "# TYPE " + name + ' ' + KindName(family.kind, m_format) + '\n';
+  if (isOpen && *family.unit != '\0') {
+    m_text += "# UNIT " + name + ' ' + family.unit + '\n';
+  }
+  m_text += "# HELP " + name + ' ' + family.help + '\n';
+}
+
+void MetricText::AppendSample(std::string_view labels, double value) {
+  m_text += m_sampleName;
+  if (!labels.empty()) {
+    m_text += '{';
+    m_text += labels;
+    m_text += '}';
+  }
+  m_text += ' ';
+  AppendNumber(m_text, value);
+  m_text += '\n';
+}
+
+void MetricText::Sample(const Labels& labels, double value) {
+  std::string text;
+  for (const auto& [name, content] : labels) {
+    text += text.empty() ? "" : ",";
+    text += name + "=\"" + LabelValue(content) + '"';
+  }
+  AppendSample(text, value);
+}
+
+void MetricText::AddRows(const RecordMetrics& metrics, std::span<const CMBRecord* const> rows) {
+  struct Row {
+    std::string labels;
+    std::span<const unsigned char> bytes;
+  };
+  std::vector<Row> kept;
+  std::set<std::string> seen;
+  for (const CMBRecord* record : rows) {
+    const std::span<const unsigned char> bytes = RecordBytes(*record);
+    std::string labels = LabelText(metrics.keys, bytes);
+    if (seen.insert(labels).second) {
+      kept.push_back({std::move(labels), bytes});
+    }
+  }
+  if (kept.empty()) {
+    return;
+  }
+  for (const MetricFamily& family : metrics.families) {
+    Begin(family);
+    for (const Row& row : kept) {
+      if (family.kind == MetricKind::kInfo) {
+        AppendSample(row.labels + ',' + LabelText(metrics.texts, row.bytes), 1);
+      } else if (const auto value = NumberOf(*family.field, row.bytes)) {
+        AppendSample(row.labels, *value * family.factor / family.divisor);
+      }
+    }
+  }
+}
+
+std::string MetricText::Finish() {
+  if (m_format == MetricFormat::kOpenMetrics) {
+    m_text += "# EOF\n";
+  }
+  return std::move(m_text);
+}

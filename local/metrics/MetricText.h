@@ -1,0 +1,44 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "local/metrics/MetricFamily.h"
+#include "node/Record.h"
+
+enum class MetricFormat {
+  kOpenMetrics,  ///< OpenMetrics 1.0
+  kText,         ///< the text format 0.0.4
+};
+
+/// What the HTTP header Content-Type says of a format.
+[[nodiscard]] const char* ContentType(MetricFormat format);
+/// The format that a client's Accept header prefers: OpenMetrics if it asks for that at least as
+/// much as for plain text, else text. An empty header is none.
+[[nodiscard]] MetricFormat PreferredFormat(std::string_view accept);
+
+/// Writes metrics one family after the other.
+class MetricText {
+ public:
+  using Labels = std::vector<std::pair<std::string, std::string>>;
+
+  explicit MetricText(MetricFormat format) : m_format(format) {}
+
+  /// Opens a family; its samples follow.
+  void Begin(const MetricFamily& family);
+  void Sample(const Labels& labels, double value);
+  /// All families of a record's rows. Of rows with one key the first counts.
+  void AddRows(const RecordMetrics& metrics, std::span<const CMBRecord* const> rows);
+  /// The whole text; the object is used up.
+  [[nodiscard]] std::string Finish();
+
+ private:
+  void AppendSample(std::string_view labels, double value);
+
+  MetricFormat m_format;
+  std::string m_sampleName;
+  std::string m_text;
+};

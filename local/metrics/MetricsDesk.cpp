@@ -1,0 +1,144 @@
+#include "local/metrics/MetricsDesk.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "local/metrics/AgentMetrics.h"
+#include "node/LayoutRegistry.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Null if it can be exposed.
+const char* WhyNot(const std::string& record) {
+  if (CheckRecord(record, 0) == RequestOutcome::kUnknownRecord) {
+    return "is unknown";
+  }
+  if (CheckRecord(record, 0) != RequestOutcome::kDone) {
+    return "is not served";
+  }
+  const RecordLayout* layout = LayoutRegistry::Instance().Find(record);
+  if (layout == nullptr) {
+    return "has no layout";
+  }
+  return IsExposable(*layout) ? nullptr : "has a row per process, which is no metric";
+}
+
+}  // namespace
+
+struct MetricsDesk::Look {
+  struct Waiting {
+    std::shared_ptr<HttpExchange> exchange;
+    MetricFormat format;
+  };
+  std::vector<RecordMetrics> metrics;
+  std::vector<std::shared_ptr<RecordAsker>> askers;
+  std::vector<RequestOutcome> outcomes;
+  Clock::time_point time;
+  bool isDone = false;
+  bool isPosted = false;
+  std::vector<Waiting> waiting;
+};
+
+MetricsDesk::MetricsDesk(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
+                         const HistoryStore& history)
+    : m_loop(loop), m_desk(desk), m_schedule(schedule), m_history(history) {}
+
+void MetricsDesk::Configure(const std::vector<std::string>& records, const ProblemReport& report) {
+  m_records.clear();
+  for (const std::string& record : records) {
+    if (const char* reason = WhyNot(record); reason != nullptr) {
+      report("Http Records: the record " + record + ' ' + reason);
+    } else if (std::find(m_records.begin(), m_records.end(), record) == m_records.end()) {
+      m_records.push_back(record);
+    }
+  }
+}
+
+void MetricsDesk::Scrape(const std::vector<std::string>& records, MetricFormat format,
+                         const std::shared_ptr<HttpExchange>& exchange) {
+  for (const std::string& record : records) {
+    if (const char* reason = WhyNot(record); reason != nullptr) {
+      exchange->Answer(
+          {400, HttpAnswer{}.contentType, "the record " + record + ' ' + reason + '\n'});
+      return;
+    }
+  }
+  ++m_scrapes;
+  const std::shared_ptr<Look> look = LookOf(records.empty() ? m_records : records);
+  if (look->isDone && Clock::now() - look->time <= kShared) {
+    exchange->Answer(Render(*look, format));
+    return;
+  }
+  look->waiting.push_back({exchange, format});
+  if (!std::exchange(look->isPosted, true)) {
+    Post(look);
+  }
+}
+
+std::shared_ptr<MetricsDesk::Look> MetricsDesk::LookOf(const Names& records) {
+  Names wanted = records;
+  std::sort(wanted.begin(), wanted.end());
+  wanted.erase(std::unique(wanted.begin(), wanted.end()), wanted.end());
+  if (const auto found = m_looks.find(wanted); found != m_looks.end()) {
+    return found->second;
+  }
+  if (m_looks.size() >= kMostSets) {
+    // One that is at work goes on by itself.
+    m_looks.erase(std::min_element(
+        m_looks.begin(), m_looks.end(),
+        [](const auto& a, const auto& b) { return a.second->time < b.second->time; }));
+  }
+  auto look = std::make_shared<Look>();
+  for (const std::string& record : wanted) {
+    const RecordLayout& layout = *LayoutRegistry::Instance().Find(record);
+    look->metrics.push_back(MetricsOf(layout));
+    look->askers.push_back(std::make_shared<RecordAsker>(record, layout.category,
+                                                         RecordAsker::Look::kOnDemand, false));
+  }
+  m_looks[wanted] = look;
+  return look;
+}
+
+void MetricsDesk::Post(const std::shared_ptr<Look>& look) {
+  LoopTask task;
+  task.isBatch = true;
+  task.run = [this, look](CMBNode& node) { Run(node, look); };
+  task.drop = [look] {
+    for (const Look::Waiting& waiting : std::exchange(look->waiting, {})) {
+      waiting.exchange->Answer({503, HttpAnswer{}.contentType, "the daemon stops\n"});
+    }
+  };
+  m_loop.Post(std::move(task));
+}
+
+void MetricsDesk::Run(CMBNode& node, const std::shared_ptr<Look>& look) {
+  look->outcomes = m_desk.Send(node, look->askers, 0);
+  look->time = Clock::now();
+  look->isDone = true;
+  look->isPosted = false;
+  for (const Look::Waiting& waiting : std::exchange(look->waiting, {})) {
+    waiting.exchange->Answer(Render(*look, waiting.format));
+  }
+}
+
+HttpAnswer MetricsDesk::Render(const Look& look, MetricFormat format) {
+  MetricText text(format);
+  MetricFamily built;
+  built.name = "qmt_agent_record_built";
+  built.help = "Whether the last look at the record succeeded";
+  text.Begin(built);
+  for (std::size_t place = 0; place < look.askers.size(); ++place) {
+    text.Sample({{"record", look.askers[place]->Record()}},
+                look.outcomes[place] == RequestOutcome::kDone ? 1 : 0);
+  }
+  for (std::size_t place = 0; place < look.askers.size(); ++place) {
+    if (look.outcomes[place] == RequestOutcome::kDone) {
+      const std::list<CMBRecord*>& rows = look.askers[place]->Rows();
+      text.AddRows(look.metrics[place], std::vector<const CMBRecord*>(rows.begin(), rows.end()));
+    }
+  }
+  AddAgentMetrics(text, {m_desk, m_schedule, m_history, m_scrapes});
+  return {200, ContentType(format), text.Finish()};
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "local/history/HistoryStore.h"
+#include "local/http/HttpExchange.h"
+#include "local/log/ProblemReport.h"
+#include "local/loop/EventLoop.h"
+#include "local/metrics/MetricText.h"
+#include "local/schedule/BatchDesk.h"
+#include "local/schedule/ScheduleBook.h"
+
+/// Makes metrics of the agent's records: each scrape is one look without rates, which moves no
+/// schedule's differences. Scrapes of the same records that come within kShared share a batch.
+class MetricsDesk {
+ public:
+  static constexpr std::chrono::milliseconds kShared{1000};
+  /// Sets of records whose last rows are kept.
+  static constexpr std::size_t kMostSets = 8;
+
+  MetricsDesk(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
+              const HistoryStore& history);
+
+  /// The records of a scrape that names none. Those that can't be exposed are reported and left
+  /// out.
+  void Configure(const std::vector<std::string>& records, const ProblemReport& report);
+
+  /// Answers a scrape of these records, or of the configured ones: 200 with the metrics, 400 if one
+  /// is unknown, is not served or can't be exposed, 503 if the daemon stops.
+  void Scrape(const std::vector<std::string>& records, MetricFormat format,
+              const std::shared_ptr<HttpExchange>& exchange);
+
+ private:
+  /// The last look at one set of records.
+  struct Look;
+  using Names = std::vector<std::string>;
+
+  [[nodiscard]] std::shared_ptr<Look> LookOf(const Names& records);
+  void Post(const std::shared_ptr<Look>& look);
+  void Run(CMBNode& node, const std::shared_ptr<Look>& look);
+  [[nodiscard]] HttpAnswer Render(const Look& look, MetricFormat format);
+
+  EventLoop& m_loop;
+  BatchDesk& m_desk;
+  const ScheduleBook& m_schedule;
+  const HistoryStore& m_history;
+  Names m_records;
+  std::map<Names, std::shared_ptr<Look>> m_looks;
+  std::uint64_t m_scrapes = 0;
+};

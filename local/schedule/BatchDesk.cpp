@@ -1,0 +1,105 @@
+#include "local/schedule/BatchDesk.h"
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include "node/LayoutRegistry.h"
+
+namespace {
+
+/// The rows of a batch that are worth the allocator's walk.
+constexpr std::size_t kManyRows = 1000;
+
+}  // namespace
+
+RequestOutcome CheckRecord(const std::string& record, unsigned char category) {
+  const RecordListing* listing = LayoutRegistry::Instance().FindListing(record, category);
+  if (listing == nullptr) {
+    return RequestOutcome::kUnknownRecord;
+  }
+  return listing->served ? RequestOutcome::kDone : RequestOutcome::kNotServed;
+}
+
+std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
+                                            std::span<const std::shared_ptr<RecordAsker>> askers,
+                                            std::size_t refused) {
+  CMBMultipleRecordRequestEvent batch;
+  for (const std::shared_ptr<RecordAsker>& asker : askers) {
+    batch.m_events.push_back(&asker->Event());
+  }
+
+  // A batch that is held back has others sent inside it, whose failures are theirs alone.
+  const bool wasSending = std::exchange(m_isSending, true);
+  std::set<std::string> outerFailures = std::exchange(m_failedBuilds, {});
+  const auto start = std::chrono::steady_clock::now();
+  int status = kNotifyNotValid;
+  try {
+    status = node.Dispatch(&batch);
+  } catch (const std::bad_alloc&) {
+    // The batch fails as a whole; its answers are dropped below.
+  }
+  const auto end = std::chrono::steady_clock::now();
+  m_isSending = wasSending;
+
+  std::vector<RequestOutcome> outcomes;
+  outcomes.reserve(askers.size());
+  std::size_t rows = 0;
+  for (const std::shared_ptr<RecordAsker>& asker : askers) {
+    RequestOutcome outcome = CheckRecord(asker->Record(), asker->Category());
+    if (outcome == RequestOutcome::kDone &&
+        (status != 0 || m_failedBuilds.contains(asker->Record()))) {
+      outcome = RequestOutcome::kBuildFailed;
+    }
+    if (outcome == RequestOutcome::kDone) {
+      asker->TakeAnswer();
+      m_bytes[asker->Record()] = asker->Bytes();
+      rows += asker->Rows().size();
+    } else {
+      asker->DropAnswer();
+    }
+    outcomes.push_back(outcome);
+  }
+
+  m_failedBuilds = std::move(outerFailures);
+  const auto failed = static_cast<std::size_t>(
+      std::count_if(outcomes.begin(), outcomes.end(),
+                    [](RequestOutcome outcome) { return outcome != RequestOutcome::kDone; }));
+  if (rows > kManyRows) {
+    // What the answers before held would else stay with the allocator, beside the present ones.
+    ::malloc_trim(0);
+  }
+  ++m_batches;
+  m_rowsMade += rows;
+  m_last = {end, end - start, askers.size() + refused, failed + refused};
+  return outcomes;
+}
+
+bool BatchDesk::MayHold(std::span<const std::shared_ptr<RecordAsker>> askers) const {
+  constexpr std::size_t kAlwaysAllowed = std::size_t{1} << 20;
+  const auto largest = std::max_element(
+      m_bytes.begin(), m_bytes.end(),
+      [](const auto& left, const auto& right) { return left.second < right.second; });
+  std::set<std::string> seen;
+  std::size_t all = 0;
+  std::size_t copies = 0;
+  std::size_t others = RecordAsker::HeldBytes();
+  for (const std::shared_ptr<RecordAsker>& asker : askers) {
+    const auto known = m_bytes.find(asker->Record());
+    const std::size_t likely = known != m_bytes.end()     ? known->second
+                               : largest != m_bytes.end() ? largest->second
+                                                          : 0;
+    all += likely;
+    copies += seen.insert(asker->Record()).second ? 0 : likely;
+    others -= asker->Bytes();
+  }
+  return all <= kAlwaysAllowed || others + copies <= m_maxHeldBytes;
+}
+
+void BatchDesk::NoteFailedBuild(const std::string& record) {
+  if (m_isSending) {
+    m_failedBuilds.insert(record);
+  }
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "local/schedule/RecordAsker.h"
+#include "node/Node.h"
+
+/// How a request of a batch ended.
+enum class RequestOutcome { kDone, kUnknownRecord, kNotServed, kBuildFailed };
+
+/// How a batch went.
+struct BatchReport {
+  std::chrono::steady_clock::time_point end;
+  std::chrono::steady_clock::duration duration{};
+  std::size_t records = 0;  ///< records asked for
+  std::size_t errors = 0;   ///< how many of them were not built
+};
+
+/// What is known of a record before it is asked for: kDone if it is served. Category 0 is any.
+[[nodiscard]] RequestOutcome CheckRecord(const std::string& record, unsigned char category);
+
+/// Sends batches to the agent, one at a time, but for those that are sent while one is held back.
+class BatchDesk {
+ public:
+  /// Delivers one batch with the request of each asker, takes the answers over and returns the
+  /// outcomes in the same order. `refused` requests were refused beforehand and only count.
+  std::vector<RequestOutcome> Send(CMBNode& node,
+                                   std::span<const std::shared_ptr<RecordAsker>> askers,
+                                   std::size_t refused);
+  /// What the rows of answers on demand may hold, of all clients together. One large answer may
+  /// exceed it, but neither many copies of it in one request nor those of many clients.
+  void SetMaxHeldBytes(std::size_t bytes) { m_maxHeldBytes = bytes; }
+  /// Whether these may be asked for, by what their records held when they were last built.
+  [[nodiscard]] bool MayHold(std::span<const std::shared_ptr<RecordAsker>> askers) const;
+  /// The agent has reported, by its numbered message, that this record's builder failed.
+  void NoteFailedBuild(const std::string& record);
+  /// Nothing until a batch is done.
+  [[nodiscard]] const std::optional<BatchReport>& Last() const { return m_last; }
+  /// Since the start: batches, and rows that they made.
+  [[nodiscard]] std::uint64_t Batches() const { return m_batches; }
+  [[nodiscard]] std::uint64_t RowsMade() const { return m_rowsMade; }
+
+ private:
+  std::optional<BatchReport> m_last;
+  std::uint64_t m_batches = 0;
+  std::uint64_t m_rowsMade = 0;
+  std::size_t m_maxHeldBytes = std::size_t{128} << 20;
+  std::map<std::string, std::size_t> m_bytes;  ///< of each record's rows, when it was last built
+  bool m_isSending = false;
+  std::set<std::string> m_failedBuilds;
+};

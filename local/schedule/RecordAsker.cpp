@@ -1,0 +1,52 @@
+#include "local/schedule/RecordAsker.h"
+
+#include <utility>
+
+namespace {
+
+void FreeRows(std::list<CMBRecord*>& rows) {
+  for (const CMBRecord* row : rows) {
+    delete row;
+  }
+  rows.clear();
+}
+
+}  // namespace
+
+RecordAsker::RecordAsker(std::string record, unsigned char category, Look look, bool calcRates)
+    : m_isOnDemand(look == Look::kOnDemand),
+      m_identity{look == Look::kOnDemand ? 1 : 0, calcRates ? 1 : 0, &m_rows},
+      m_request(std::move(record), category),
+      m_event(&m_identity) {
+  m_event.m_requests.push_back(&m_request);
+}
+
+RecordAsker::~RecordAsker() {
+  FreeRows(m_event.m_records);
+  FreeRows(m_rows);
+  CountRows();
+}
+
+void RecordAsker::CountRows() {
+  const std::size_t before = m_bytes;
+  m_bytes = 0;
+  for (const CMBRecord* row : m_rows) {
+    m_bytes += static_cast<std::size_t>(row->GetRecSize());
+  }
+  if (m_isOnDemand) {
+    s_heldBytes += m_bytes - before;
+  }
+}
+
+void RecordAsker::TakeAnswer() {
+  m_event.m_records.remove(nullptr);
+  FreeRows(m_rows);
+  m_rows.swap(m_event.m_records);
+  CountRows();
+  m_answerTime = m_rows.empty() ? 0 : m_rows.front()->GetRecTime();
+  if (m_answerTime == 0) {
+    m_answerTime = std::time(nullptr);
+  }
+}
+
+void RecordAsker::DropAnswer() { FreeRows(m_event.m_records); }

@@ -1,0 +1,226 @@
+#include "local/schedule/ScheduleBook.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "node/LayoutRegistry.h"
+#include "node/Trace.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned char kIntervalCategory = '4';
+/// Lines of unknown records that are told one by one.
+constexpr std::size_t kMostNamed = 10;
+
+unsigned char CategoryOf(const std::string& record) {
+  const RecordListing* listing = LayoutRegistry::Instance().FindListing(record);
+  return listing == nullptr ? kIntervalCategory : listing->category;
+}
+
+/// Nothing is unknown while no record has been published.
+bool IsUnknown(const std::string& record) {
+  return !LayoutRegistry::Instance().Listing().empty() &&
+         CheckRecord(record, 0) == RequestOutcome::kUnknownRecord;
+}
+
+/// Names of records are upper case: "; did you mean ...?" for one that is but for its case.
+std::string Suggestion(const std::string& record) {
+  for (const RecordListing& listing : LayoutRegistry::Instance().Listing()) {
+    if (xlb_stricmp(record.c_str(), listing.name) == 0) {
+      return std::string("; did you mean \"") + listing.name + "\"?";
+    }
+  }
+  return "";
+}
+
+/// The next time that lies in the middle of a second of the wall clock. The agent counts intervals
+/// in whole seconds of that clock: a time near the turn of a second would make some intervals of
+/// one second 0 seconds long.
+Clock::time_point NextMiddleOfSecond() {
+  using std::chrono::milliseconds;
+  constexpr milliseconds kSecond{1000};
+  constexpr milliseconds kMiddle{500};
+  const auto wall =
+      std::chrono::duration_cast<milliseconds>(std::chrono::system_clock::now().time_since_epoch());
+  return Clock::now() + (kSecond + kMiddle - wall % kSecond) % kSecond;
+}
+
+}  // namespace
+
+long ScheduleBook::ParseSeconds(const std::string& text) {
+  long seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  const bool isWhole = error == std::errc{} && end == text.data() + text.size();
+  return isWhole && seconds >= kMinSeconds && seconds <= kMaxSeconds ? seconds : 0;
+}
+
+ScheduleBook::ScheduleBook(EventLoop& loop, BatchDesk& desk, RecordSink& sink)
+    : m_loop(loop), m_desk(desk), m_sink(sink), m_timer(loop.Io()) {}
+
+void ScheduleBook::Load(const std::string& path, const std::vector<ScheduleLine>& lines,
+                        const ProblemReport& report) {
+  Load(lines, [&](std::size_t line, const std::string& problem) {
+    report(path + ":" + std::to_string(line) + ": " + problem);
+  });
+}
+
+void ScheduleBook::Load(const std::vector<ScheduleLine>& lines, const LineReport& report) {
+  std::size_t unknown = 0;
+  std::size_t lastUnknown = 0;
+  for (const ScheduleLine& line : lines) {
+    if (IsUnknown(line.record)) {
+      lastUnknown = line.number;
+      if (++unknown <= kMostNamed) {
+        report(line.number, "no record \"" + line.record + '"' + Suggestion(line.record));
+      }
+      continue;
+    }
+    const long seconds = ParseSeconds(line.seconds);
+    if (seconds == 0) {
+      report(line.number, "the seconds of " + line.record +
+                              " must be a whole number from 1 to 86400, not \"" + line.seconds +
+                              "\"");
+      continue;
+    }
+    const unsigned char category = CategoryOf(line.record);
+    if (!m_held.emplace(line.record, category).second) {
+      report(line.number,
+             "the record " + line.record + " has a line already; this one is left out");
+      continue;
+    }
+    Add(line.record, category, seconds);
+  }
+  if (unknown > kMostNamed) {
+    report(lastUnknown, "this line and " + std::to_string(unknown - kMostNamed - 1) +
+                            " others above it name records that don't exist either");
+  }
+}
+
+std::shared_ptr<ScheduleBook::Entry> ScheduleBook::Add(const std::string& record,
+                                                       unsigned char category, long seconds) {
+  auto entry = std::make_shared<Entry>();
+  entry->asker =
+      std::make_shared<RecordAsker>(record, category, RecordAsker::Look::kScheduled, true);
+  entry->period = std::chrono::seconds(seconds);
+  m_entries.push_back(entry);
+  return entry;
+}
+
+ScheduleBook::EntryList::iterator ScheduleBook::Find(const std::string& record) {
+  return std::find_if(m_entries.begin(), m_entries.end(),
+                      [&](const auto& entry) { return record == entry->asker->Record(); });
+}
+
+void ScheduleBook::Set(const std::string& record, long seconds) {
+  const auto found = Find(record);
+  const bool isNew = found == m_entries.end();
+  const unsigned char category = CategoryOf(record);
+  const std::shared_ptr<Entry> entry = isNew ? Add(record, category, seconds) : *found;
+  entry->period = std::chrono::seconds(seconds);
+  entry->due = NextMiddleOfSecond() + entry->period;
+  if (isNew) {
+    m_held.emplace(record, category);
+    PostBatch({entry});
+  }
+  WaitForNext();
+}
+
+bool ScheduleBook::Remove(const std::string& record) {
+  const auto found = Find(record);
+  if (found == m_entries.end()) {
+    return false;
+  }
+  m_held.erase({record, (*found)->asker->Category()});
+  m_entries.erase(found);
+  WaitForNext();
+  return true;
+}
+
+bool ScheduleBook::Holds(const std::string& record, unsigned char category) const {
+  return m_held.contains({record, category});
+}
+
+void ScheduleBook::Start() {
+  const Clock::time_point base = NextMiddleOfSecond();
+  for (const std::shared_ptr<Entry>& entry : m_entries) {
+    entry->due = base + entry->period;
+  }
+  PostBatch(m_entries);
+  WaitForNext();
+}
+
+void ScheduleBook::WaitForNext() {
+  const auto next = std::min_element(m_entries.begin(), m_entries.end(),
+                                     [](const auto& a, const auto& b) { return a->due < b->due; });
+  if (next == m_entries.end()) {
+    m_timer.cancel();
+    return;
+  }
+  m_timer.expires_at((*next)->due);
+  m_timer.async_wait([this](asio::error_code error) {
+    if (!error) {
+      AskForDue();
+      WaitForNext();
+    }
+  });
+}
+
+void ScheduleBook::AskForDue() {
+  const Clock::time_point now = Clock::now();
+  EntryList due;
+  for (const std::shared_ptr<Entry>& entry : m_entries) {
+    if (entry->due > now) {
+      continue;
+    }
+    const auto passed = (now - entry->due) / entry->period;
+    entry->skipped += static_cast<std::uint64_t>(passed);
+    entry->due += entry->period * (passed + 1);
+    if (entry->isWaiting) {
+      ++entry->skipped;
+    } else {
+      due.push_back(entry);
+    }
+  }
+  PostBatch(std::move(due));
+}
+
+void ScheduleBook::PostBatch(EntryList due) {
+  if (due.empty()) {
+    return;
+  }
+  for (const std::shared_ptr<Entry>& entry : due) {
+    entry->isWaiting = true;
+  }
+  LoopTask task;
+  task.isBatch = true;
+  task.run = [this, entries = std::move(due)](CMBNode& node) { Collect(node, entries); };
+  m_loop.Post(std::move(task));
+}
+
+void ScheduleBook::Collect(CMBNode& node, const EntryList& due) {
+  std::vector<std::shared_ptr<RecordAsker>> askers;
+  for (const std::shared_ptr<Entry>& entry : due) {
+    askers.push_back(entry->asker);
+  }
+  const std::vector<RequestOutcome> outcomes = m_desk.Send(node, askers, 0);
+  for (std::size_t i = 0; i < due.size(); ++i) {
+    Entry& entry = *due[i];
+    entry.isWaiting = false;
+    ++entry.runs;
+    if (outcomes[i] != RequestOutcome::kDone) {
+      continue;
+    }
+    std::vector<const CMBRecord*> rows;
+    for (CMBRecord* row : entry.asker->Rows()) {
+      if (node.ShouldLogRecord(row) != 0) {
+        rows.push_back(row);
+      }
+    }
+    entry.rows = rows.size();
+    entry.lastTime = entry.asker->AnswerTime();
+    m_sink.Take({entry.asker->Record(), entry.asker->Category(), entry.lastTime, rows});
+  }
+  m_sink.EndBatch();
+}

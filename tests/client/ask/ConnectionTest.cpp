@@ -1,0 +1,116 @@
+#include "client/ask/Connection.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <filesystem>
+
+#include "client/ask/Errors.h"
+#include "tests/client/ClientHarness.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+
+/// The words that `act` fails with.
+template <class Act>
+std::string FailureOf(Act act) {
+  try {
+    act();
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+  return "no failure";
+}
+
+std::string AskFailure(const std::string& reply, ConnectionLimits limits = {}) {
+  const ScratchFolder folder;
+  const ScriptedServer server(folder.Path(), "s", [&](const Json&) { return reply; });
+  Connection connection(server.Path(), -1, limits);
+  return FailureOf([&] { static_cast<void>(connection.Ask({{"op", "status"}})); });
+}
+
+TEST(Connection, BrokenAnswersAreFailures) {
+  const struct {
+    std::string reply;
+    const char* words;
+  } cases[] = {
+      {"hello\n", "not JSON"},
+      {"[]\n", "not an object"},
+      {"{}\n", "no \"ok\""},
+      {R"({"id":7,"ok":true})"
+       "\n",
+       "another request"},
+      {R"({"ok":true})"
+       "\n",
+       "another request"},
+      {R"({"id":1,"ok":false})"
+       "\n",
+       "\"error\" is not an object"},
+      {R"({"id":1,"ok":false,"error":{"code":5}})"
+       "\n",
+       "refused"},
+      {R"({"ok":false,"error":{"code":"bad-json","message":"no","field":"f"}})"
+       "\n",
+       "no (field f) (code bad-json)"},
+      {ScriptedServer::kHangUp, "without an answer"},
+  };
+  for (const auto& [reply, words] : cases) {
+    EXPECT_THAT(AskFailure(reply), HasSubstr(words)) << reply;
+  }
+}
+
+TEST(Connection, TimeAndLengthOfAnAnswerAreLimited) {
+  ConnectionLimits limits;
+  limits.answer = milliseconds(50);
+  EXPECT_THAT(AskFailure("", limits), HasSubstr("no answer in time"));
+  EXPECT_THAT(AskFailure("{\"id\":", limits), HasSubstr("no answer in time"));
+  limits = {};
+  limits.answerBytes = 1000;
+  EXPECT_THAT(AskFailure(std::string(200'000, ' '), limits), HasSubstr("longer than 1000"));
+}
+
+TEST(Connection, ALongAnswerAndALongPathAreNoTrouble) {
+  const ScratchFolder folder;
+  const std::string deep = folder.Path() + "/" + std::string(120, 'd');
+  std::filesystem::create_directory(deep);
+  const ScriptedServer server(deep, "control.sock", [](const Json& request) {
+    return Answer(request, {{"text", std::string(3'000'000, 'x')}});
+  });
+  Connection connection(server.Path());
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(connection.Ask({{"op", "any"}}).at("text").get<std::string>().size(), 3'000'000u);
+  }
+  EXPECT_THROW(static_cast<void>(connection.Ask({{"op", std::string(70'000, 'x')}})), UsageError);
+  EXPECT_THAT(FailureOf([&] { Connection(deep + "/none.sock"); }), HasSubstr("seems not to run"));
+}
+
+TEST(Connection, AFullQueueOfConnectionsEndsInTime) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path() + "/full";
+  const Descriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  ASSERT_EQ(::bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)),
+            0);
+  ASSERT_EQ(::listen(listener.Get(), 0), 0);
+  ConnectionLimits limits;
+  limits.connect = milliseconds(50);
+  const Connection first(path, -1, limits);
+  EXPECT_THAT(FailureOf([&] { Connection(path, -1, limits); }), HasSubstr("busy or stuck"));
+}
+
+TEST(Connection, AStopEndsTheWaiting) {
+  const ScratchFolder folder;
+  const ScriptedServer server(folder.Path(), "s", [](const Json&) { return std::string(); });
+  const Descriptor stop(::eventfd(1, EFD_CLOEXEC));
+  Connection connection(server.Path(), stop.Get());
+  EXPECT_THROW(static_cast<void>(connection.Ask({{"op", "status"}})), Interrupted);
+}
+
+}  // namespace

@@ -1,0 +1,46 @@
+#include "client/files/UserStore.h"
+
+#include <gtest/gtest.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "support/HostPaths.h"
+#include "tests/support/TempFolder.h"
+
+namespace {
+
+TEST(UserStoreTest, TheGuardIsMadeWithTheModeOfTheDaemonsSettings) {
+  const struct {
+    const char* ini;  ///< null: there is none
+    int mode;
+  } cases[] = {{nullptr, 0666},
+               {"", 0666},
+               {"[Agent]\nGuard Mode = 0660\n", 0660},
+               {"[Node]\nGuard Mode = 0660\n", 0666},
+               {"[Agent]\n; Guard Mode = 0660\n[agent]\r\n guard mode=600 \r\nx\n", 0600},
+               {"[Agent]\nGuard Mode = 0640\n", 0666}};
+  for (const auto& row : cases) {
+    const TempFolder root;
+    SetProductRoot(root.Path().string());
+    const std::filesystem::path agent = root.Path() / "opt/qmtrx/mond/agent";
+    std::filesystem::create_directories(agent);
+    if (row.ini != nullptr) {
+      std::ofstream(agent / "qmtagt.ini") << row.ini;
+    }
+    const UserFileKind& kind = UserFileKinds()[kUPD];
+    UserStore(kind, 0).Change([&](const std::string&) {
+      const int id = ::semget(::ftok((agent / "qmtuser").c_str(), kind.projectId), 3, 0);
+      ::semid_ds set{};
+      EXPECT_EQ(::semctl(id, 0, IPC_STAT, &set), 0);
+      EXPECT_EQ(set.sem_perm.mode & 0777, row.mode) << (row.ini == nullptr ? "none" : row.ini);
+      return std::string();
+    });
+    SetProductRoot("");
+  }
+}
+
+}  // namespace

@@ -1,0 +1,78 @@
+#include "client/looks/ProcessLooks.h"
+
+#include <gtest/gtest.h>
+
+#include "client/ask/Errors.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+Json Process(int pid, int start, double cpu, int memory, double kbytes, int faults) {
+  return {{"Record Time", 1000},
+          {"PID", pid},
+          {"Program", "p" + std::to_string(pid)},
+          {"User", "root"},
+          {"Start Time", start},
+          {"User CPU", cpu / 2},
+          {"System CPU", cpu / 2},
+          {"Major Faults", faults},
+          {"Real Mem Kbytes", memory},
+          {"Virtual Mem Kbytes", 2 * memory},
+          {"State", "RUN"},
+          {"Total I/O Ops", 0},
+          {"Total I/O Kbytes", kbytes},
+          {"Argument List", ""}};
+}
+
+TEST(ProcessLooks, DifferencesRankTheProcesses) {
+  ProcessLooks looks;
+  const ProcessLooks::TimePoint start{};
+  std::vector<ProcessLine> lines = looks.Add(
+      {Process(1, 900, 50, 10, 5, 1), Process(2, 980, 5, 30, 9, 1), Process(3, 1000, 1, 20, 0, 0)},
+      start);
+  EXPECT_DOUBLE_EQ(lines.at(0).cpuPercent, 50);
+  EXPECT_DOUBLE_EQ(lines.at(1).cpuPercent, 25);
+  EXPECT_DOUBLE_EQ(lines.at(2).cpuPercent, 0) << "no age to divide by";
+
+  // 1 goes on, 2 has a new start, 3 is gone, 4 is new, 5 was missed before.
+  lines = looks.Add({Process(1, 900, 51, 10, 5, 4), Process(2, 999, 1.5, 30, 9, 0),
+                     Process(4, 1000, 0.5, 40, 0, 7), Process(5, 900, 10, 1, 0, 0)},
+                    start + 2s);
+  const double percents[] = {50, 75, 25, 10};
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_DOUBLE_EQ(lines[i].cpuPercent, percents[i]) << i;
+  }
+  const struct {
+    TopOrder order;
+    std::vector<int> pids;
+  } cases[] = {{TopOrder::kCpu, {2, 1, 4, 5}},
+               {TopOrder::kMemory, {4, 2, 1, 5}},
+               {TopOrder::kIo, {2, 4, 1, 5}}};
+  for (const auto& entry : cases) {
+    Rank(lines, entry.order);
+    std::vector<int> pids;
+    for (const ProcessLine& line : lines) {
+      pids.push_back(static_cast<int>(line.pid));
+    }
+    EXPECT_EQ(pids, entry.pids);
+  }
+  // A total that went backwards is nothing done.
+  lines = looks.Add(Json::array({Process(1, 900, 40, 10, 1, 0)}), start + 3s);
+  EXPECT_DOUBLE_EQ(lines.at(0).cpuPercent + lines.at(0).newIoKbytes + lines.at(0).newMajorFaults,
+                   0);
+}
+
+TEST(ProcessLooks, ABrokenRowIsNamed) {
+  for (const char* label : {"PID", "User CPU", "Program"}) {
+    Json row = Process(1, 900, 1, 1, 1, 1);
+    row[label] = nullptr;
+    EXPECT_THROW((void)ProcessLooks().Add(Json::array({row}), {}), ClientError) << label;
+    row.erase(label);
+    EXPECT_THROW((void)ProcessLooks().Add(Json::array({row}), {}), ClientError) << label;
+  }
+  EXPECT_THROW((void)ProcessLooks().Add(Json::array({Process(-1, 900, 1, 1, 1, 1)}), {}),
+               ClientError);
+}
+
+}  // namespace

@@ -1,0 +1,372 @@
+#include "collect/process/ProcessSourceLINUX.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <random>
+#include <sstream>
+
+#include "tests/collect/CollectFixture.h"
+
+namespace {
+
+std::string Time(const tagUTIME& time) {
+  return std::to_string(time.seconds) + "+" + std::to_string(time.microseconds);
+}
+
+/// A process as text, two lines.
+std::string Dump(const Process& row) {
+  std::ostringstream out;
+  out << row.size << " pid=" << row.GetPid() << " ppid=" << row.GetPpid()
+      << " pgrp=" << row.GetPgrp() << " session=" << row.GetSession() << " flags=" << row.GetFlags()
+      << " state=" << row.GetState() << " faults=" << row.GetMinorFaults() << '/'
+      << row.GetMajorFaults() << " swaps=" << row.GetSwaps() << " nice=" << row.GetNice()
+      << " pri=" << row.GetPriority() << " tty=" << static_cast<std::int64_t>(row.GetTty())
+      << " ids=" << row.GetRuid() << ',' << row.GetEuid() << ',' << row.GetSuid() << '/'
+      << row.GetRgid() << ',' << row.GetEgid() << ',' << row.GetSgid() << "\n  " << row.GetName()
+      << " [" << row.GetCmdline() << "] rss=" << row.GetResidentBytes()
+      << " stack=" << row.GetStackKB() << " code=" << row.GetCodeKB() << " data=" << row.GetDataKB()
+      << " shared=" << static_cast<std::int64_t>(row.GetSharedKB())
+      << " total=" << row.GetTotalBytes() << " virtual=" << row.GetVirtualSize()
+      << " user=" << Time(row.GetUserTime()) << " system=" << Time(row.GetSystemTime())
+      << " cpu=" << Time(row.GetCpuTime()) << " start=" << Time(row.GetStartTime()) << '\n';
+  return out.str();
+}
+
+class ProcessSourceTest : public CollectFixture {
+ protected:
+  /// All processes, by number.
+  static std::vector<Process> Read() {
+    ProcLib::ResetCaches();
+    std::vector<Process> rows;
+    ProcessSourceUser source;
+    const UtlErrorPtr error(source.readAll(nullptr, rows));
+    EXPECT_EQ(error, nullptr);
+    std::sort(rows.begin(), rows.end(),
+              [](const Process& a, const Process& b) { return a.GetPid() < b.GetPid(); });
+    return rows;
+  }
+  static std::string DumpAll() {
+    std::string text;
+    for (const Process& row : Read()) {
+      text += Dump(row);
+    }
+    return text;
+  }
+  static std::uint64_t InodeOf(const std::string& path) {
+    struct ::stat status {};
+    EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
+    return status.st_ino;
+  }
+};
+
+TEST_F(ProcessSourceTest, ReadsTheProcessesOfEachKernel) {
+  SetHostRoot(FixturePath("2.4.21"));
+  g_kernelVariant = 2;
+  EXPECT_EQ(DumpAll(),
+            "1132 pid=1 ppid=0 pgrp=0 session=0 flags=1 state=1 faults=59/83 swaps=2 nice=0 pri=69 "
+            "tty=-1 ids=0,0,0/0,0,0\n"
+            "  init [init [3]] rss=532480 stack=8 code=28 data=32 shared=392 total=1413120 "
+            "virtual=1413120 user=0+60000 system=4+170000 cpu=4+230000 start=1058918400+370000\n"
+            "1132 pid=5 ppid=1 pgrp=1 session=1 flags=16 state=8 faults=0/0 swaps=0 nice=0 pri=69 "
+            "tty=-1 ids=0,0,0/0,0,0\n"
+            "  kswapd [] rss=0 stack=0 code=0 data=0 shared=0 total=0 virtual=0 user=0+0 "
+            "system=19+330000 cpu=19+330000 start=1058918400+410000\n"
+            "1132 pid=812 ppid=640 pgrp=812 session=640 flags=1 state=5 faults=241/305 swaps=0 "
+            "nice=5 pri=69 tty=1025 ids=500,500,500/100,100,100\n"
+            "  vi [vi notes.txt] rss=4276224 stack=20 code=372 data=512 shared=3280 total=3121152 "
+            "virtual=3121152 user=1+20000 system=0+310000 cpu=1+330000 start=1058930800+220000\n");
+  SetHostRoot(FixturePath("2.6.9"));
+  g_kernelVariant = 3;
+  EXPECT_EQ(DumpAll(),
+            "1132 pid=1 ppid=0 pgrp=0 session=0 flags=1 state=1 faults=1012/14 swaps=0 nice=0 "
+            "pri=76 tty=-1 ids=0,0,0/0,0,0\n"
+            "  init [init [5]] rss=577536 stack=20 code=0 data=0 shared=472 total=4919296 "
+            "virtual=4919296 user=0+410000 system=3+20000 cpu=3+430000 start=1104537600+120000\n"
+            "1132 pid=46 ppid=1 pgrp=0 session=0 flags=17 state=1 faults=0/0 swaps=0 nice=0 pri=75 "
+            "tty=-1 ids=0,0,0/0,0,0\n"
+            "  kswapd0 [] rss=0 stack=0 code=0 data=0 shared=0 total=0 virtual=0 user=0+0 "
+            "system=91+200000 cpu=91+200000 start=1104537604+120000\n"
+            "1132 pid=20144 ppid=1980 pgrp=1980 session=1980 flags=1 state=2 faults=880/2 swaps=5 "
+            "nice=0 pri=75 tty=-1 ids=0,48,48/0,49,50\n"
+            "  httpd [/usr/sbin/httpd -k start] rss=9052160 stack=152 code=0 data=0 shared=7216 "
+            "total=21405696 virtual=21405696 user=201+500000 system=50+750000 cpu=251+1250000 "
+            "start=1105027601+120000\n");
+  SetHostRoot(FixturePath("6.1"));
+  EXPECT_EQ(DumpAll(),
+            "1132 pid=1 ppid=0 pgrp=1 session=1 flags=1 state=1 faults=20112/112 swaps=0 nice=0 "
+            "pri=80 tty=-1 ids=0,0,0/0,0,0\n"
+            "  systemd [/sbin/init splash] rss=13557760 stack=132 code=0 data=0 shared=9240 "
+            "total=171843584 virtual=171843584 user=5+120000 system=10+330000 cpu=15+450000 "
+            "start=1714521600+40000\n"
+            "1132 pid=92 ppid=2 pgrp=0 session=0 flags=17 state=1 faults=0/0 swaps=0 nice=0 pri=80 "
+            "tty=-1 ids=0,0,0/0,0,0\n"
+            "  kswapd0 [] rss=0 stack=0 code=0 data=0 shared=0 total=0 virtual=0 user=0+0 "
+            "system=1+200000 cpu=1+200000 start=1714521600+310000\n"
+            "1132 pid=4021 ppid=1 pgrp=4021 session=4021 flags=0 state=8 faults=901/17 swaps=0 "
+            "nice=-5 pri=80 tty=34816 ids=112,112,112/118,118,118\n"
+            "  postgres [postgres: writer process   ] rss=2147483648 stack=144 code=0 data=0 "
+            "shared=4194304 total=1073741824 virtual=1073741824 user=901+500000 system=302+750000 "
+            "cpu=1203+1250000 start=1714722720+330000\n"
+            "1132 pid=4099 ppid=4021 pgrp=4021 session=4021 flags=1 state=4 faults=0/0 swaps=0 "
+            "nice=0 pri=80 tty=34816 ids=112,112,112/118,118,118\n"
+            "  sh [] rss=0 stack=0 code=0 data=0 shared=0 total=0 virtual=0 user=0+0 "
+            "system=0+10000 cpu=0+10000 start=1714742644+0\n");
+}
+
+TEST_F(ProcessSourceTest, TellsWhereAProcessStands) {
+  SetHostRoot(FixturePath("6.1"));
+  const std::vector<Process> rows = Read();
+  ASSERT_EQ(rows.size(), 4U);
+  EXPECT_EQ(rows[2].GetPid(), 4021);
+  EXPECT_EQ(rows[2].GetCwdInode(), InodeOf(FixturePath("6.1/etc")));
+  EXPECT_EQ(rows[2].GetRootInode(), InodeOf(FixturePath("6.1")));
+  EXPECT_EQ(rows[3].GetCwdInode(), 0U);
+  EXPECT_EQ(Lines("(ProcessSourceUser::ReadLink).(rc=0, arg1=/proc/%s/cwd, arg2=4099)"), 1U);
+
+  const process_tree::HostTree host;
+  host.CopyFrom(FixturePath("6.1"));
+  host.Remove("/proc/1/cwd");
+  host.Link("/proc/1/cwd", std::string("/") + std::string(255, 'd'));
+  host.Link("/proc/92/cwd", "/gone (deleted)");
+  for (const Process& row : Read()) {
+    EXPECT_EQ(row.GetCwdInode() != 0, row.GetPid() == 4021) << row.GetPid();
+  }
+  EXPECT_EQ(Lines("OS API(readlink). (en=36, arg1=/proc/1/cwd, arg2=256"), 1U);
+  EXPECT_EQ(Lines("OS API(stat). (en=2, arg1=/gone (deleted)"), 1U);
+  ExpectLevels({{30, "OS API(readlink)"}, {30, "OS API(stat)"}, {30, "ReadLink).(rc=0, arg1="}});
+}
+
+TEST_F(ProcessSourceTest, SkipsAProcessThatCannotBeRead) {
+  struct Case {
+    const char* path;
+    const char* text;  ///< null takes the file away
+    bool skipped;
+    int level;
+    const char* trace;
+  };
+  const std::string noCpu(1024, 'x');
+  const Case cases[] = {
+      {"/proc/1/stat", nullptr, true, 20, "OS API(fopen). (en=2, arg1=/proc/1/stat"},
+      {"/proc/1/stat", "", true, 20, "OS API(fgets). (en=0, arg1=/proc/1/stat"},
+      {"/proc/1/stat", "1 (a b) S 0 1", true, 20, "Get_Stat_Info). (rc=-1, arg1=1"},
+      {"/proc/1/stat", "\x01\xff\x02", true, 20, "Get_Stat_Info). (rc=-1, arg1=1"},
+      {"/proc/1/statm", nullptr, false, 30, "OS API(fopen). (en=2, arg1=/proc/1/statm"},
+      {"/proc/1/statm", "12", false, 30, "Get_Statm_Info).(rc=-1, arg1=1"},
+      {"/proc/1/cmdline", nullptr, false, 30, "OS API(open). (en=2, arg1=/proc/1/cmdline"},
+      {"/proc/1/status", nullptr, true, 20, "OS API(fopen). (en=2, arg1=/proc/1/status"},
+      {"/proc/1/status", "", true, 20, "OS API(fread). (en=0, arg1=/proc/1/status"},
+      {"/proc/1/status", "State:\tS\nPPid:\tName:\n", true, 20, "OS API (strstr)|Get_Status_Info)"},
+      {"/proc/1/status", "Name:", true, 20, "Get_Status_Info). (rc=-1, arg1=1"},
+      {"/proc/1/status", noCpu.c_str(), true, 20, "Get_Status_Info). (rc=-1, arg1=1"},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.trace);
+    const process_tree::HostTree host;
+    host.CopyFrom(FixturePath("6.1"));
+    host.Remove(test.path);
+    if (test.text != nullptr) {
+      host.Write(test.path, test.text);
+    }
+    ScriptedNode::Instance().lines.clear();
+    EXPECT_EQ(Read().size(), test.skipped ? 3U : 4U);
+    const std::string trace(test.trace);
+    EXPECT_EQ(Level(trace.substr(trace.find('|') + 1)), test.level);
+  }
+}
+
+TEST_F(ProcessSourceTest, FailsOnlyWithoutProcOrBootTime) {
+  const process_tree::HostTree host;
+  const auto failure = [] {
+    ProcLib::ResetCaches();
+    std::vector<Process> rows;
+    ProcessSourceUser source;
+    const UtlErrorPtr error(source.readAll(nullptr, rows));
+    return error == nullptr ? std::string() : std::string(error->GetMessage());
+  };
+  EXPECT_EQ(failure(), "Unable to get Boot Time");
+  EXPECT_EQ(Lines("(ProcLib::GetBootTime). (rc=MOND_FAILURE)"), 1U);
+  host.Write("/proc/stat", "cpu 0\n");
+  EXPECT_EQ(failure(), "");
+  host.Remove("/proc");
+  EXPECT_EQ(failure(), "Unable to open /proc");
+  EXPECT_EQ(Lines("The error occurred by OS API(opendir). (en=2"), 1U);
+  ExpectLevels({{20, "(ProcLib::GetBootTime)"}, {20, "OS API(opendir)"}});
+}
+
+TEST_F(ProcessSourceTest, ABlankInTheCommandNameShiftsTheFigures) {
+  const process_tree::HostTree host;
+  host.AddProcess({.pid = 7, .ppid = 3, .name = "tmux", .commandLine = ""});
+  host.Write("/proc/stat", "btime 1000\n");
+  host.Write("/proc/7/stat",
+             "7 (tmux: server) S 3 7 7 0 -1 4194560 1012 0 14 0 11 22 0 0 20 0 1 0 500 4096 10 1 1 "
+             "1 1 1 1 0 0 0 0 0 9 0 17 0\n");
+  // The state is read from the name and "server)" is no number.
+  EXPECT_TRUE(Read().empty());
+  EXPECT_EQ(ProcessSourceUser::Skipped(), 1U);
+  host.Write("/proc/7/stat",
+             "7 (a 5) S 3 7 7 0 -1 4194560 1012 0 14 0 11 22 0 0 20 0 1 0 500 4096 10 1 1 1 1 1 1 "
+             "0 0 0 0 0 9 0 17 0\n");
+  EXPECT_TRUE(Read().empty());
+  // A name without a blank may hold anything else; the figures of its line stand.
+  host.Write("/proc/7/stat",
+             "7 (a)S(9) S 3 7 7 0 -1 4194560 1012 0 14 0 11 22 0 0 20 0 1 0 500 4096 10 1 1 1 1 1 "
+             "1 0 0 0 0 0 9 0 17 0\n");
+  const std::vector<Process> rows = Read();
+  ASSERT_EQ(rows.size(), 1U);
+  EXPECT_EQ(ProcessSourceUser::Skipped(), 0U);
+  EXPECT_EQ(rows[0].GetPpid(), 3);
+  EXPECT_EQ(rows[0].GetSwaps(), 9U);
+  EXPECT_STREQ(rows[0].GetName(), "tmux");
+}
+
+TEST_F(ProcessSourceTest, FindsStatusKeysAtLineStartsOnly) {
+  const process_tree::HostTree host;
+  ProcessSourceUser source;
+  x_proc record;
+  const std::string text = "Name:\tUid:9\nState:\tName: x\nxUid:\t8\t8\t8\nUid:\t1\t2\t3\t4\n" +
+                           std::string("Gid:\t5\tx\nUid:\t7\t7\t7\nVmStk:\t 4294967297 kB\n");
+  EXPECT_EQ(source.Get_Status_Info(text.c_str(), &record), 0);
+  EXPECT_STREQ(record.name.data(), "Uid:9");
+  EXPECT_EQ(record.ruid, 1);
+  EXPECT_EQ(record.euid, 2);
+  EXPECT_EQ(record.suid, 3);
+  EXPECT_EQ(record.rgid, 5);
+  EXPECT_EQ(record.egid, 0);
+  EXPECT_EQ(record.stackKB, 1U);
+  EXPECT_EQ(Lines("(strstr). (rc=0, arg1=/proc/PID/status, arg2=VmData:)"), 1U);
+  EXPECT_EQ(Lines("(sscanf). (rc=1, arg1=Gid:\t5\tx, arg2=%*s %d %d %d)"), 1U);
+  ExpectLevels({{30, "(strstr). (rc=0"}, {30, "(sscanf). (rc=1"}});
+  EXPECT_EQ(
+      source.Get_Status_Info((std::string("Name:\t") + std::string(300, 'n')).c_str(), &record), 0);
+  EXPECT_EQ(std::string(record.name.data()), std::string(255, 'n'));
+}
+
+TEST_F(ProcessSourceTest, TakesAKilobyteOfAStatus) {
+  const process_tree::HostTree host;
+  host.CopyFrom(FixturePath("6.1"));
+  const std::string head = "Name:\tx\n";
+  const std::string uid = "\nUid:\t8\t8\t8\n";
+  for (const std::size_t end : {1024U, 1025U}) {
+    host.Write("/proc/1/status", head + std::string(end - head.size() - uid.size() + 1, 'x') + uid);
+    EXPECT_EQ(Read().at(0).GetSuid(), end == 1024 ? 8 : 0) << end;
+  }
+}
+
+TEST_F(ProcessSourceTest, KeepsTheSystemProcessesOfEachKernelApart) {
+  SetHostRoot(FixturePath("2.4.21"));
+  const auto systemPids = [] {
+    std::string pids;
+    for (const Process& row : Read()) {
+      pids += (row.GetFlags() & kProcessMemMgmt) != 0 ? std::to_string(row.GetPid()) + " " : "";
+    }
+    return pids;
+  };
+  for (const auto& [variant, pids] : {std::pair{1, "5 "}, std::pair{2, "5 "}, std::pair{3, ""}}) {
+    g_kernelVariant = variant;
+    EXPECT_EQ(systemPids(), pids) << variant;
+  }
+  SetHostRoot(FixturePath("6.1"));
+  EXPECT_EQ(systemPids(), "92 ");
+}
+
+TEST_F(ProcessSourceTest, CountsOnlyProcesses) {
+  const process_tree::HostTree host;
+  host.Write("/proc/stat", "btime 1000\n");
+  host.Write("/proc/99999999999999999999/stat", "1 (x) S\n");
+  host.Write("/proc/1x/stat", "1 (x) S\n");
+  host.Write("/proc/123456", "a file\n");
+  host.Write("/manifest",
+             "# comment\n30 10 1 33 S 5 6 7 100 50 httpd /usr/sbin/httpd -k start\n"
+             "12 100 10 1000 Z 0 1 95 0 0 sh\n");
+  ASSERT_EQ(host.AddProcesses(host.Path("/manifest")), 42);
+  const std::vector<Process> rows = Read();
+  ASSERT_EQ(rows.size(), 42U);
+  EXPECT_EQ(rows[29].GetPid(), 39);
+  EXPECT_EQ(rows[29].GetCmdline(), "/usr/sbin/httpd -k start");
+  EXPECT_EQ(rows[30].GetState(), kStateZombie);
+}
+
+/// The scan of a stat line must be that of the system library with this format.
+TEST_F(ProcessSourceTest, ScansAsTheSystemLibraryDoes) {
+  const process_tree::HostTree host;
+  host.Write("/proc/stat", "no boot time\n");
+  const ProcessSourceUser source;
+  const std::string line =
+      "812 (vi) T 640 812 -640 1025 640 0 241 12 305 0 102 31 0 0 9 5 0 0 1240022 3121152 1044 "
+      "4294967295 134512640 134893420 3221223760 3221222340 1074623153 0 0 0 1208487679 "
+      "3222335104 6 0 17 0\n";
+  std::mt19937 random(4711);
+  const std::vector<std::string> bits{
+      "-", "+", " ",  "\t", "99999999999999999999", "4294967301", "-7",
+      ")", "x", "\n", "",   "18446744073709551615"};
+  g_msgLogLevel = 0;
+  int matched = 0;
+  for (int round = 0; round < 20000; ++round) {
+    std::string text = line;
+    for (auto edits = random() % 3; edits > 0; --edits) {
+      text.replace(random() % text.size(), random() % 4, bits[random() % bits.size()]);
+    }
+    char state = 0;
+    int ppid = 0, pgrp = 0, session = 0, tty = 0, priority = 0, nice = 0;
+    unsigned long flags = 0, minor = 0, major = 0, user = 0, system = 0, start = 0, size = 0,
+                  resident = 0, swaps = 0;
+    const std::string first = text.substr(0, text.find('\n'));
+    const bool match =
+        std::sscanf(first.c_str(),
+                    "%*d %*s %c %d %d %d %d %*d %lu %lu %*d %lu %*d %lu %lu %*d %*d %d %d %*d "
+                    "%*d %lu %lu %lu %*d %*d %*d %*d %*d %*d %*d %*d %*d %*d %*d %lu",
+                    &state, &ppid, &pgrp, &session, &tty, &flags, &minor, &major, &user, &system,
+                    &priority, &nice, &start, &size, &resident, &swaps) == 16;
+    x_proc record;
+    ASSERT_EQ(source.Get_Stat_Info(text.c_str(), &record) == 0, match) << text;
+    if (!match) {
+      continue;
+    }
+    ++matched;
+    const auto low = [](unsigned long value) { return static_cast<std::uint32_t>(value); };
+    ASSERT_EQ(record.ppid, ppid) << text;
+    ASSERT_EQ(record.pgrp, pgrp) << text;
+    ASSERT_EQ(record.session, session) << text;
+    ASSERT_EQ(record.tty, tty == 0 ? ~0UL : low(static_cast<unsigned long>(tty))) << text;
+    ASSERT_EQ(record.minorFaults, low(minor)) << text;
+    ASSERT_EQ(record.majorFaults, low(major)) << text;
+    ASSERT_EQ(record.userTime.seconds, static_cast<std::int32_t>(user / 100)) << text;
+    ASSERT_EQ(record.systemTime.nanoseconds, static_cast<std::int32_t>(system % 100 * 10000000));
+    ASSERT_EQ(low(static_cast<unsigned long>(record.priority - 60)),
+              low(static_cast<unsigned long>(priority)));
+    ASSERT_EQ(record.nice, nice) << text;
+    ASSERT_EQ(record.startTime.seconds, static_cast<std::int32_t>(start / 100)) << text;
+    ASSERT_EQ(record.virtualSize, low(size)) << text;
+    ASSERT_EQ(record.residentBytes, low(resident * 4096)) << text;
+    ASSERT_EQ(record.swaps, low(swaps)) << text;
+    ASSERT_EQ(record.state, state == 'T' ? 5U : record.state) << text;
+  }
+  EXPECT_GT(matched, 1000);
+}
+
+TEST_F(ProcessSourceTest, TakesAnyBytes) {
+  const std::vector<std::string> texts{std::string(1 << 20, '1'), std::string(1 << 20, ' '),
+                                       std::string("\0\xff\n\x80 1", 6), std::string(5000, '\n'),
+                                       std::string("Name:\t") + std::string(1 << 20, '\xff')};
+  for (const std::string& text : texts) {
+    const process_tree::HostTree host;
+    host.CopyFrom(FixturePath("6.1"));
+    host.Write("/proc/stat", text);
+    host.Write("/proc/1/stat", text);
+    host.Write("/proc/4021/status", text);
+    for (const char* file : {"/proc/92/statm", "/proc/92/cmdline", "/proc/4099/cmdline"}) {
+      host.Write(file, text);
+    }
+    EXPECT_GE(Read().size(), 2U);
+  }
+  // A full field has no terminator of its own.
+  const process_tree::HostTree host;
+  host.CopyFrom(FixturePath("6.1"));
+  host.Write("/proc/1/cmdline", std::string(60, 'a') + std::string(1, '\0') + std::string(90, 'b'));
+  EXPECT_EQ(Read().at(0).GetCmdline(), std::string(60, 'a') + " " + std::string(59, 'b'));
+}
+
+}  // namespace

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "local/control/ControlRequest.h"
+
+/// A client that keeps its answers.
+class FakePeer : public ControlPeer {
+ public:
+  explicit FakePeer(Rights rights) : m_rights(rights) {}
+  [[nodiscard]] Rights PeerRights() const override { return m_rights; }
+  [[nodiscard]] bool IsGone() const override { return isGone; }
+  [[nodiscard]] RequestBook& Requests() override { return m_requests; }
+  void Answer(std::string line) override { answers.push_back(std::move(line)); }
+  void Abandon() override { isGone = true; }
+  void AnswerInPieces(AnswerPieces pieces) override {
+    std::string line;
+    std::string piece;
+    bool isMore = true;
+    while (isMore) {
+      piece.clear();
+      isMore = pieces(piece);
+      line += piece;
+    }
+    Answer(line);
+  }
+
+  std::vector<std::string> answers;
+  bool isGone = false;
+
+ private:
+  Rights m_rights;
+  RequestBook m_requests;
+};

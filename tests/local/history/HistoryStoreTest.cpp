@@ -1,0 +1,351 @@
+#include "local/history/HistoryStore.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <thread>
+
+#include "local/control/HistoryQueries.h"
+#include "local/history/HistoryTables.h"
+#include "tests/local/FakeAgent.h"
+#include "tests/local/control/FakePeer.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class HistoryStoreTest : public ::testing::Test {
+ protected:
+  HistoryStoreTest() { PublishFakeRecords(); }
+
+  void Keep(const HistorySettings& settings = {}) { m_store.Configure(settings); }
+  void Batch(std::int32_t time, std::size_t count = 1) {
+    const std::vector<FakeRecord> records(count, FakeRecord(4000000000U, time));
+    std::vector<const CMBRecord*> rows;
+    for (const FakeRecord& record : records) {
+      rows.push_back(&record);
+    }
+    m_store.Take({"FAKE", '4', time, rows});
+    m_store.Take({"BARE", '4', time, rows});
+    m_store.EndBatch();
+  }
+  static std::int64_t Number(const std::string& text, const char* file = "records.db") {
+    return SqlDatabase(file, 1000).Number(text);
+  }
+  static std::int64_t Rows() { return Number("SELECT count(*) FROM FAKE"); }
+
+  ScratchDirectory m_folder;
+  std::vector<std::string> m_told;
+  HistoryStore m_store{[this](const std::string& text) { m_told.push_back(text); }};
+  const std::int32_t m_now = static_cast<std::int32_t>(std::time(nullptr));
+};
+
+TEST_F(HistoryStoreTest, KeepsEachFieldInAColumnOfItsTypeAndItsLabel) {
+  Keep();
+  Batch(m_now);
+  SqlDatabase database("records.db", 1000);
+  SqlStatement row = database.Prepare(
+      "SELECT typeof(\"Record Time\"), Label, Count, Rate, CPU, typeof(Rate) FROM FAKE");
+  ASSERT_TRUE(row.Step());
+  EXPECT_EQ(row.Text(0), "integer");
+  EXPECT_EQ(row.Text(1), "a\xff");
+  EXPECT_EQ(row.Whole(2), 4000000000);
+  EXPECT_EQ(row.Text(3), "0.1");
+  EXPECT_EQ(row.Text(4), "12.5");
+  EXPECT_EQ(row.Text(5), "real");
+  EXPECT_THAT(m_told, ElementsAre(HasSubstr("rows of BARE are not kept")));
+}
+
+TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
+  Keep();
+  for (const std::int32_t time : {100, 110, 120}) {
+    Batch(m_now + time, 1200);
+  }
+  HistoryQueries queries(m_store);
+  const auto peer = std::make_shared<FakePeer>(Rights::kRead);
+  const auto ask = [&](const Json& members) {
+    Json message{{"record", "FAKE"}};
+    message.update(members);
+    queries.History(std::make_shared<ControlRequest>(message, peer));
+    return Json::parse(std::exchange(peer->answers, {}).front());
+  };
+  std::map<std::int32_t, int> counts;
+  int pages = 0;
+  for (Json after = Json::array({0, 0}); !after.is_null(); ++pages) {
+    const Json answer = ask({{"since", m_now + 110}, {"after", after}});
+    for (const Json& row : answer["history"]["rows"]) {
+      EXPECT_EQ(row["Rate"], 0.1);
+      ++counts[row["Record Time"].get<std::int32_t>() - m_now];
+    }
+    after = answer["history"]["next"];
+  }
+  EXPECT_EQ(counts, (std::map<std::int32_t, int>{{110, 1200}, {120, 1200}}));
+  EXPECT_GE(pages, 3);
+  const std::pair<std::int64_t, std::int32_t> nearest[] = {
+      {INT64_MIN, 100}, {m_now + 105, 100}, {m_now + 106, 110}, {INT64_MAX, 120}};
+  for (const auto& [at, time] : nearest) {
+    const Json answer = ask({{"at", at}});
+    EXPECT_EQ(answer["history"]["rows"][0]["Record Time"], m_now + time);
+  }
+  EXPECT_EQ(ask({{"since", "x"}})["error"]["field"], "since");
+  for (const char* name : {"since", "until", "at"}) {
+    EXPECT_EQ(ask({{name, UINT64_MAX}})["error"]["field"], name);
+  }
+  EXPECT_EQ(ask({{"after", Json::array({0, UINT64_MAX})}})["error"]["field"], "after");
+  EXPECT_EQ(ask({{"after", Json::array({1})}})["error"]["field"], "after");
+  EXPECT_EQ(ask({{"record", "NONE"}})["error"]["code"], "unknown-record");
+  EXPECT_EQ(ask({{"record", "IDLE"}})["history"]["rows"], Json::array());
+  Keep({"", 1, 1});
+  EXPECT_EQ(ask(Json::object())["error"]["code"], "no-history");
+}
+
+TEST_F(HistoryStoreTest, AChangedLayoutAddsColumnsOrBeginsANewTable) {
+  Keep();
+  Batch(m_now);
+  // The registry keeps pointers.
+  static std::vector<FieldLayout> fields(kFakeFields.begin(), kFakeFields.end());
+  fields.push_back({"New", FieldType::kUshort, 12, 2, FieldMeaning::gauge});
+  static RecordLayout changed{"FAKE", "recordFake", '4', sizeof(recordFake), fields};
+  LayoutRegistry::Instance().Publish(changed);
+  Keep();
+  Batch(m_now);
+  EXPECT_EQ(Number("SELECT count(*) FROM FAKE WHERE New IS NULL"), 1);
+  EXPECT_EQ(Rows(), 2);
+  fields[3].type = FieldType::kFloat;
+  changed.fields = fields;
+  Keep();
+  Batch(m_now);
+  Keep();
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 2);
+  m_told.erase(std::remove_if(m_told.begin(), m_told.end(),
+                              [](const auto& text) { return text.find("BARE") != text.npos; }),
+               m_told.end());
+  EXPECT_THAT(m_told,
+              ElementsAre("History: the layout of FAKE has changed: 1 columns were added to its "
+                          "table.",
+                          HasSubstr("its old rows stand in the table \"FAKE until ")));
+}
+
+TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
+  Keep({"records.db", 2, 1});
+  Batch(m_now - 3 * 86400, 1200);
+  EXPECT_EQ(Rows(), 700);
+  Batch(m_now);
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 2);
+  Batch(m_now - 5, 30000);
+  for (int i = 0; i < 300 && m_store.SizeBytes() > 1 << 20; ++i) {
+    Batch(m_now);
+  }
+  EXPECT_LE(m_store.SizeBytes(), 1 << 20);
+  EXPECT_GT(Rows(), 5000);
+  EXPECT_GE(Number("SELECT count(*) FROM FAKE WHERE \"Record Time\" = " + std::to_string(m_now)),
+            3);
+}
+
+TEST_F(HistoryStoreTest, AFailureIsToldOnceAndHistoryResumesByItself) {
+  Keep({"missing/records.db", 14, 512});
+  Batch(m_now);
+  Batch(m_now);
+  EXPECT_THAT(m_told, ElementsAre(StartsWith("History: missing/records.db can't be written: ")));
+  std::filesystem::create_directory("missing");
+  m_told.clear();
+  Batch(m_now);
+  EXPECT_THAT(m_told, testing::Contains("History: missing/records.db is written again; 2 batches "
+                                        "since the start are missing."));
+  EXPECT_EQ(Number("SELECT count(*) FROM FAKE", "missing/records.db"), 1);
+}
+
+TEST_F(HistoryStoreTest, AFullDiskIsToldOnceAndItsReleaseToo) {
+  std::filesystem::create_directory("small");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    // A mount of this process alone, which its end takes away.
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("none", "small", "tmpfs", 0, "size=2m") != 0) {
+      ::_exit(2);
+    }
+    std::ofstream("small/other") << std::string(1'500'000, 'x');
+    Keep({.file = "small/records.db"});
+    for (int batch = 0; batch < 100 && m_store.LostBatches() == 0; ++batch) {
+      Batch(m_now, 500);
+    }
+    Batch(m_now, 500);
+    const auto told = [this] {
+      return std::count_if(m_told.begin(), m_told.end(), [](const std::string& text) {
+        return text.starts_with("History: small/");
+      });
+    };
+    const auto toldOfFull = told();
+    const bool isFull = m_store.LostBatches() == 2 && !m_store.Problem().empty();
+    std::filesystem::remove("small/other");
+    const std::int64_t before = Number("SELECT count(*) FROM FAKE", "small/records.db");
+    Batch(m_now, 500);
+    const bool isBack = m_store.Problem().empty() && m_store.LostBatches() == 2 &&
+                        Number("SELECT count(*) FROM FAKE", "small/records.db") == before + 500;
+    ::_exit(!isFull ? 3 : !isBack ? 4 : toldOfFull != 1 ? 5 : told() != 2 ? 6 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == 2) {
+    GTEST_SKIP() << "may mount nothing";
+  }
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST_F(HistoryStoreTest, ABrokenFileIsSetAside) {
+  std::ofstream("records.db") << std::string(5000, 'x');
+  Keep();
+  Batch(m_now);
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 1);
+  int aside = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(".")) {
+    aside += entry.path().filename().string().starts_with("records.db.broken-") &&
+                     entry.file_size() == 5000
+                 ? 1
+                 : 0;
+  }
+  EXPECT_EQ(aside, 1);
+  EXPECT_THAT(m_told.front(), HasSubstr("It is set aside"));
+}
+
+TEST_F(HistoryStoreTest, ABrokenFileOfWaitingRowsIsSetAsideAlone) {
+  Keep();
+  Batch(m_now);
+  Keep();
+  std::ofstream("records.db-waiting") << std::string(5000, 'x');
+  Batch(m_now);
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 3);
+  EXPECT_EQ(m_store.LostBatches(), 0U);
+  EXPECT_THAT(m_told, testing::Contains(HasSubstr("records.db-waiting is damaged")));
+  const auto isAside = [](const auto& entry) {
+    return entry.path().filename().string().starts_with("records.db-waiting.broken-");
+  };
+  const std::filesystem::directory_iterator files(".");
+  EXPECT_EQ(std::count_if(begin(files), end(files), isAside), 1);
+}
+
+TEST_F(HistoryStoreTest, WhileSomebodyReadsAKillLosesAtMostTheBatchAtWork) {
+  Keep();
+  Batch(m_now);
+  // The library's locks are a process's own, so the reader is the parent and opens nothing before.
+  Keep();
+  const auto keepFifty = [this] {
+    HistoryStore store{[](const std::string&) {}};
+    store.Configure({});
+    const FakeRecord record(1, m_now);
+    const CMBRecord* row = &record;
+    for (int i = 0; i < 50; ++i) {
+      store.Take({"FAKE", '4', m_now, {&row, 1}});
+      store.EndBatch();
+    }
+    ::raise(SIGKILL);
+  };
+  int reads[2];
+  ASSERT_EQ(::pipe(reads), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    char go = 0;
+    [[maybe_unused]] const ssize_t got = ::read(reads[0], &go, 1);
+    keepFifty();
+  }
+  {
+    SqlDatabase other("records.db", 0);
+    SqlStatement reading = other.Prepare("SELECT * FROM FAKE");
+    ASSERT_TRUE(reading.Step());
+    ASSERT_EQ(::write(reads[1], "x", 1), 1);
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    EXPECT_EQ(other.Number("SELECT count(*) FROM FAKE"), 1);
+  }
+  ::close(reads[0]);
+  ::close(reads[1]);
+  EXPECT_TRUE(std::filesystem::exists("records.db-waiting"));
+  Keep();
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 52);
+  EXPECT_FALSE(std::filesystem::exists("records.db-waiting"));
+  EXPECT_EQ(m_store.LostBatches(), 0U);
+}
+
+TEST_F(HistoryStoreTest, WhatWaitsIsBoundedAndMovedInSmallSteps) {
+  Keep({.waitingMegabytes = 1});
+  SqlDatabase other("records.db", 0);
+  Batch(m_now);
+  SqlStatement reading = other.Prepare("SELECT * FROM FAKE");
+  ASSERT_TRUE(reading.Step());
+  std::int64_t kept = 1;
+  for (int batch = 0; batch < 40; ++batch) {
+    const auto lost = m_store.LostBatches();
+    Batch(m_now, 1000);
+    kept += m_store.LostBatches() == lost ? 1000 : 0;
+  }
+  EXPECT_GT(kept, 5000);
+  EXPECT_LT(kept, 40000);
+  EXPECT_THAT(m_told, testing::Contains(HasSubstr("the rows that wait exceed 1 Mbytes")));
+  reading.Reset();
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 2002);
+  for (int batch = 0; batch < 30; ++batch) {
+    Batch(m_now);
+  }
+  EXPECT_EQ(Rows(), kept + 31);
+  EXPECT_FALSE(std::filesystem::exists("records.db-waiting"));
+}
+
+TEST_F(HistoryStoreTest, AKillLosesAtMostTheBatchAtWork) {
+  constexpr int kKills = 200;
+  std::int64_t before = 0;
+  for (int kill = 0; kill < kKills; ++kill) {
+    int done[2];
+    ASSERT_EQ(::pipe(done), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+      Keep();
+      for (;;) {
+        Batch(m_now, 10);
+        if (::write(done[1], "x", 1) != 1) {
+          ::_exit(1);
+        }
+      }
+    }
+    ::close(done[1]);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5 + 3 * (kill % 20)));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    std::int64_t batches = 0;
+    for (char c = 0; ::read(done[0], &c, 1) == 1;) {
+      ++batches;
+    }
+    ::close(done[0]);
+    SqlDatabase database("records.db", 1000);
+    SqlStatement check = database.Prepare("PRAGMA integrity_check");
+    ASSERT_TRUE(check.Step());
+    EXPECT_EQ(check.Text(0), "ok");
+    if (HasTable(database, "FAKE")) {
+      const std::int64_t rows = database.Number("SELECT count(*) FROM FAKE");
+      EXPECT_GE(rows - before, 10 * batches);
+      EXPECT_LE(rows - before, 10 * (batches + 1));
+      before = rows;
+    }
+  }
+  EXPECT_GT(before, 0);
+}
+
+}  // namespace
