@@ -1,5 +1,6 @@
 #include "client/CommandLine.h"
 
+#include <CLI/CLI.hpp>
 #include <utility>
 
 #include "client/Generate.h"
@@ -173,7 +174,7 @@ void AddHiddenCommands(CLI::App& app, CommandLine& line) {
   generate->add_option("KIND", line.item)
       ->required()
       ->check(CLI::IsMember({"man", "bash", "zsh", "fish"}));
-  generate->callback([&] { line.run = [&] { return RunGenerate(app, line, line.item); }; });
+  generate->callback([&] { line.run = [&] { return RunGenerate(line.item); }; });
   CLI::App* records = app.add_subcommand("complete-records")->group("");
   records->callback([&] { line.run = [&] { return RunCompleteRecords(line.common); }; });
   CLI::App* labels = app.add_subcommand("complete-labels")->group("");

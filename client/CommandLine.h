@@ -1,6 +1,5 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -14,6 +13,14 @@
 #include "client/commands/Top.h"
 #include "client/commands/UserData.h"
 #include "client/files/Check.h"
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+inline constexpr const char* kProgramName = "qmtctl";
+inline constexpr const char* kProgramText = "Talks to the monitoring daemon qmtdmon";
 
 /// The command line and the command that it chose.
 struct CommandLine {
@@ -38,6 +45,9 @@ struct CommandLine {
   /// The values of options that take one of a few.
   std::map<const CLI::Option*, std::vector<std::string>> choices;
 };
+
+/// Parses the command line and runs the command that it names; the exit value.
+[[nodiscard]] int RunCommandLine(int argc, char** argv);
 
 /// Builds all commands into `app`; both outlive its parsing, after which `line.run` is the command
 /// that was chosen.

@@ -1,4 +1,6 @@
 #include "client/CommandLine.h"
+
+#include <CLI/CLI.hpp>
 #include "client/commands/Schedules.h"
 
 namespace {

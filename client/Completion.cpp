@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "client/CommandLine.h"
 #include "client/CommandView.h"
 
 namespace {
@@ -11,20 +10,20 @@ namespace {
 /// What may be written at one place of the tree.
 struct Place {
   std::vector<std::string> path;  ///< the commands up to here, without the program
-  const CLI::App* command;
+  const CommandView* command;
 };
 
-void AddPlaces(const CLI::App& command, const std::vector<std::string>& path,
+void AddPlaces(const CommandView& command, const std::vector<std::string>& path,
                std::vector<Place>& places) {
   places.push_back({path, &command});
-  for (const CLI::App* subcommand : SubcommandsOf(command)) {
+  for (const CommandView& subcommand : command.subcommands) {
     std::vector<std::string> below = path;
-    below.push_back(subcommand->get_name());
-    AddPlaces(*subcommand, below, places);
+    below.push_back(subcommand.name);
+    AddPlaces(subcommand, below, places);
   }
 }
 
-std::vector<Place> PlacesOf(const CLI::App& tree) {
+std::vector<Place> PlacesOf(const CommandView& tree) {
   std::vector<Place> places;
   AddPlaces(tree, {}, places);
   return places;
@@ -48,28 +47,27 @@ std::string Quoted(const std::string& text) {
 }
 
 /// The program's own options may stand behind every command.
-std::vector<const CLI::Option*> OptionsAt(const CLI::App& tree, const Place& place) {
-  std::vector<const CLI::Option*> options = OptionsOf(*place.command, false);
+std::vector<OptionView> OptionsAt(const CommandView& tree, const Place& place) {
+  std::vector<OptionView> options = place.command->options;
   if (place.command != &tree) {
-    const std::vector<const CLI::Option*> common = OptionsOf(tree, false);
-    options.insert(options.end(), common.begin(), common.end());
+    options.insert(options.end(), tree.options.begin(), tree.options.end());
   }
   return options;
 }
 
 bool HasArgument(const Place& place, const char* name) {
-  const auto arguments = OptionsOf(*place.command, true);
+  const std::vector<OptionView>& arguments = place.command->arguments;
   return std::any_of(arguments.begin(), arguments.end(),
-                     [&](const CLI::Option* argument) { return NameOf(*argument) == name; });
+                     [&](const OptionView& argument) { return argument.name == name; });
 }
 
-bool TakesFile(const CLI::Option& option) {
-  return ValueOf(option) == "PATH" || ValueOf(option) == "FILE";
+bool TakesFile(const OptionView& option) {
+  return option.value == "PATH" || option.value == "FILE";
 }
 
 /// The value begins with the label of a field.
-bool TakesLabel(const CLI::Option& option) {
-  const std::string name = NameOf(option);
+bool TakesLabel(const OptionView& option) {
+  const std::string& name = option.name;
   return name == "--where" || name == "--sort" || name == "--columns" || name == "--plot";
 }
 
@@ -77,11 +75,6 @@ bool TakesLabel(const CLI::Option& option) {
 bool TakesApplication(const Place& place) {
   return place.path.size() == 2 && place.path[0] == "app" && place.path[1] != "add" &&
          HasArgument(place, "NAME");
-}
-
-std::vector<std::string> ChoicesOf(const CommandLine& line, const CLI::Option* option) {
-  const auto found = line.choices.find(option);
-  return found == line.choices.end() ? std::vector<std::string>{} : found->second;
 }
 
 /// The cases that find a command's path from the words before the cursor, in Bash and in Zsh.
@@ -108,20 +101,19 @@ struct ValueForms {
 };
 
 /// The cases for the word behind an option that takes a value.
-std::string ValueCases(const CLI::App& tree, const std::vector<Place>& places,
-                       const CommandLine& line, const ValueForms& forms) {
+std::string ValueCases(const CommandView& tree, const std::vector<Place>& places,
+                       const ValueForms& forms) {
   std::string text;
   for (const Place& place : places) {
-    for (const CLI::Option* option : OptionsAt(tree, place)) {
-      if (ValueOf(*option).empty()) {
+    for (const OptionView& option : OptionsAt(tree, place)) {
+      if (option.value.empty()) {
         continue;
       }
-      const std::vector<std::string> choices = ChoicesOf(line, option);
-      text += "    " + Quoted(Joined(place.path, " ") + '/' + NameOf(*option)) + ") ";
-      text += !choices.empty()      ? forms.choices(choices)
-              : TakesFile(*option)  ? forms.files
-              : TakesLabel(*option) ? forms.labels
-                                    : "";
+      text += "    " + Quoted(Joined(place.path, " ") + '/' + option.name) + ") ";
+      text += !option.choices.empty() ? forms.choices(option.choices)
+              : TakesFile(option)     ? forms.files
+              : TakesLabel(option)    ? forms.labels
+                                      : "";
       text += "return ;;\n";
     }
   }
@@ -137,7 +129,7 @@ std::string Extras(const Place& place) {
 
 }  // namespace
 
-std::string BashCompletion(const CLI::App& tree, const CommandLine& line) {
+std::string BashCompletion(const CommandView& tree) {
   const std::vector<Place> places = PlacesOf(tree);
   const ValueForms forms{[](const std::vector<std::string>& values) {
                            return "COMPREPLY=($(compgen -W " + Quoted(Joined(values, " ")) +
@@ -149,11 +141,11 @@ std::string BashCompletion(const CLI::App& tree, const CommandLine& line) {
   for (const Place& place : places) {
     const std::string path = Joined(place.path, " ");
     std::vector<std::string> all;
-    for (const CLI::App* command : SubcommandsOf(*place.command)) {
-      all.push_back(command->get_name());
+    for (const CommandView& command : place.command->subcommands) {
+      all.push_back(command.name);
     }
-    for (const CLI::Option* option : OptionsAt(tree, place)) {
-      all.push_back(NameOf(*option));
+    for (const OptionView& option : OptionsAt(tree, place)) {
+      all.push_back(option.name);
     }
     words += "    " + Quoted(path) + ") words=" + Quoted(Joined(all, " ")) + Extras(place);
   }
@@ -172,7 +164,7 @@ std::string BashCompletion(const CLI::App& tree, const CommandLine& line) {
          "  for ((i = 1; i < COMP_CWORD; i++)); do\n"
          "    case \"$path/${COMP_WORDS[i]}\" in\n" +
          PathCases(places) + "    esac\n  done\n  case \"$path/$previous\" in\n" +
-         ValueCases(tree, places, line, forms) + "  esac\n  case \"$path\" in\n" + words +
+         ValueCases(tree, places, forms) + "  esac\n  case \"$path\" in\n" + words +
          "  esac\n"
          "  if [[ $current != -* && -n $records ]]; then\n"
          "    words+=\" $(qmtctl complete-records 2>/dev/null)\"\n"
@@ -188,7 +180,7 @@ std::string BashCompletion(const CLI::App& tree, const CommandLine& line) {
          "complete -F _qmtctl qmtctl\n";
 }
 
-std::string ZshCompletion(const CLI::App& tree, const CommandLine& line) {
+std::string ZshCompletion(const CommandView& tree) {
   const std::vector<Place> places = PlacesOf(tree);
   // A colon parts a word from its description.
   const auto entry = [](const std::string& word, std::string description) {
@@ -205,11 +197,11 @@ std::string ZshCompletion(const CLI::App& tree, const CommandLine& line) {
   for (const Place& place : places) {
     const std::string path = Joined(place.path, " ");
     std::string all;
-    for (const CLI::App* command : SubcommandsOf(*place.command)) {
-      all += entry(command->get_name(), command->get_description());
+    for (const CommandView& command : place.command->subcommands) {
+      all += entry(command.name, command.description);
     }
-    for (const CLI::Option* option : OptionsAt(tree, place)) {
-      all += entry(NameOf(*option), option->get_description());
+    for (const OptionView& option : OptionsAt(tree, place)) {
+      all += entry(option.name, option.description);
     }
     words += "    " + Quoted(path) + ") all=(" + all + ")" + Extras(place);
   }
@@ -221,7 +213,7 @@ std::string ZshCompletion(const CLI::App& tree, const CommandLine& line) {
          "  for word in \"${(@)words[2,CURRENT-1]}\"; do\n"
          "    case \"$path/$word\" in\n" +
          PathCases(places) + "    esac\n  done\n  case \"$path/${words[CURRENT-1]}\" in\n" +
-         ValueCases(tree, places, line, forms) + "  esac\n  case \"$path\" in\n" + words +
+         ValueCases(tree, places, forms) + "  esac\n  case \"$path\" in\n" + words +
          "  esac\n"
          "  _describe -t commands qmtctl all\n"
          "  [[ -z $records ]] || compadd -- ${(f)\"$(qmtctl complete-records 2>/dev/null)\"}\n"
@@ -232,7 +224,7 @@ std::string ZshCompletion(const CLI::App& tree, const CommandLine& line) {
          "_qmtctl \"$@\"\n";
 }
 
-std::string FishCompletion(const CLI::App& tree, const CommandLine& line) {
+std::string FishCompletion(const CommandView& tree) {
   std::string text =
       "# Fish completion of qmtctl, made from its commands.\n"
       "complete -c qmtctl -f\n";
@@ -242,25 +234,24 @@ std::string FishCompletion(const CLI::App& tree, const CommandLine& line) {
       conditions.push_back("__fish_seen_subcommand_from " + word);
     }
     std::vector<std::string> below;
-    for (const CLI::App* command : SubcommandsOf(*place.command)) {
-      below.push_back(command->get_name());
+    for (const CommandView& command : place.command->subcommands) {
+      below.push_back(command.name);
     }
     const std::string here =
         conditions.empty() ? "" : " -n " + Quoted(Joined(conditions, "; and "));
     if (!below.empty()) {
       conditions.push_back("not __fish_seen_subcommand_from " + Joined(below, " "));
-      for (const CLI::App* command : SubcommandsOf(*place.command)) {
+      for (const CommandView& command : place.command->subcommands) {
         text += "complete -c qmtctl -n " + Quoted(Joined(conditions, "; and ")) + " -a " +
-                Quoted(command->get_name()) + " -d " + Quoted(command->get_description()) + '\n';
+                Quoted(command.name) + " -d " + Quoted(command.description) + '\n';
       }
     }
-    for (const CLI::Option* option : OptionsOf(*place.command, false)) {
-      const std::vector<std::string> choices = ChoicesOf(line, option);
-      text += "complete -c qmtctl" + here + " -l " + NameOf(*option).substr(2) + " -d " +
-              Quoted(option->get_description());
-      text += ValueOf(*option).empty() ? "" : TakesFile(*option) ? " -r -F" : " -x";
-      text += choices.empty() ? "" : " -a " + Quoted(Joined(choices, " "));
-      text += TakesLabel(*option)
+    for (const OptionView& option : place.command->options) {
+      text += "complete -c qmtctl" + here + " -l " + option.name.substr(2) + " -d " +
+              Quoted(option.description);
+      text += option.value.empty() ? "" : TakesFile(option) ? " -r -F" : " -x";
+      text += option.choices.empty() ? "" : " -a " + Quoted(Joined(option.choices, " "));
+      text += TakesLabel(option)
                   ? " -a '(qmtctl complete-labels -- (commandline -opc) 2>/dev/null)'"
                   : "";
       text += '\n';

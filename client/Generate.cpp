@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <functional>
 
-#include "client/CommandLine.h"
+#include "client/CommandView.h"
 #include "client/Completion.h"
 #include "client/ManPage.h"
 #include "client/ask/Answers.h"
@@ -14,11 +14,12 @@
 #include "client/looks/RecordReader.h"
 #include "client/show/Terminal.h"
 
-int RunGenerate(const CLI::App& tree, const CommandLine& line, const std::string& kind) {
+int RunGenerate(const std::string& kind) {
+  const CommandView tree = ProgramView();
   WriteOutput(kind == "man"    ? ManPage(tree)
-              : kind == "bash" ? BashCompletion(tree, line)
-              : kind == "zsh"  ? ZshCompletion(tree, line)
-                               : FishCompletion(tree, line));
+              : kind == "bash" ? BashCompletion(tree)
+              : kind == "zsh"  ? ZshCompletion(tree)
+                               : FishCompletion(tree));
   return kExitDone;
 }
 

@@ -1,11 +1,9 @@
 #include "client/ManPage.h"
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <string_view>
 #include <utility>
 
-#include "client/CommandView.h"
 #include "client/ask/Errors.h"
 
 namespace {
@@ -40,59 +38,58 @@ std::string Escaped(std::string_view text) {
 std::string Bold(std::string_view text) { return "\\fB" + Escaped(text) + "\\fR"; }
 std::string Italic(std::string_view text) { return "\\fI" + Escaped(text) + "\\fR"; }
 
-std::string OptionHead(const CLI::Option& option) {
-  if (option.get_positional()) {
-    return Italic(NameOf(option));
+std::string OptionHead(const OptionView& option) {
+  if (option.isArgument) {
+    return Italic(option.name);
   }
-  const std::string value = ValueOf(option);
-  return Bold(NameOf(option)) + (value.empty() ? "" : ' ' + Italic(value));
+  return Bold(option.name) + (option.value.empty() ? "" : ' ' + Italic(option.value));
 }
 
 /// A command and its arguments, options in brackets unless they must be there.
-std::string Synopsis(const CLI::App& command, const std::string& path) {
+std::string Synopsis(const CommandView& command, const std::string& path) {
   std::string line = Bold(path);
-  for (const bool arePositional : {false, true}) {
-    for (const CLI::Option* option : OptionsOf(command, arePositional)) {
-      const std::string head = OptionHead(*option);
-      const char* more = option->get_items_expected_max() > 1 ? " ..." : "";
-      line += option->get_required() ? ' ' + head + more : " [" + head + more + ']';
+  for (const std::vector<OptionView>* options : {&command.options, &command.arguments}) {
+    for (const OptionView& option : *options) {
+      const std::string head = OptionHead(option);
+      const char* more = option.isList ? " ..." : "";
+      line += option.isRequired ? ' ' + head + more : " [" + head + more + ']';
     }
   }
   return line;
 }
 
-std::string Descriptions(const CLI::App& command) {
+std::string Descriptions(const CommandView& command) {
   std::string text;
-  for (const bool arePositional : {true, false}) {
-    for (const CLI::Option* option : OptionsOf(command, arePositional)) {
-      text += ".TP\n" + OptionHead(*option) + '\n' + Escaped(option->get_description()) + ".\n";
+  for (const std::vector<OptionView>* options : {&command.arguments, &command.options}) {
+    for (const OptionView& option : *options) {
+      text += ".TP\n" + OptionHead(option) + '\n' + Escaped(option.description) + ".\n";
     }
   }
   return text;
 }
 
 /// The command and, behind it, its subcommands.
-std::string Commands(const CLI::App& command, const std::string& path) {
+std::string CommandSections(const CommandView& command, const std::string& path) {
   std::string text;
-  for (const CLI::App* subcommand : SubcommandsOf(command)) {
-    const std::string name = path + ' ' + subcommand->get_name();
-    text += ".SS " + Synopsis(*subcommand, name) + '\n' + Escaped(subcommand->get_description()) +
-            ".\n" + Descriptions(*subcommand) + Commands(*subcommand, name);
+  for (const CommandView& subcommand : command.subcommands) {
+    const std::string name = path + ' ' + subcommand.name;
+    text += ".SS " + Synopsis(subcommand, name) + '\n' + Escaped(subcommand.description) + ".\n" +
+            Descriptions(subcommand) + CommandSections(subcommand, name);
   }
   return text;
 }
 
 }  // namespace
 
-std::string ManPage(const CLI::App& tree) {
-  const std::string name = tree.get_name();
+std::string ManPage(const CommandView& tree) {
+  const std::string& name = tree.name;
   std::string text = ".TH " + name + " 1 \"\" \"" + name + " " QMT_VERSION "\" \"User Commands\"\n";
   text += ".SH NAME\n" + name + " \\- operator's client of the monitoring daemon qmtdmon\n";
   text += ".SH SYNOPSIS\n" + Synopsis(tree, name) + ' ' + Italic("COMMAND") + " ...\n";
-  text += ".SH DESCRIPTION\n" + Escaped(tree.get_description()) +
+  text += ".SH DESCRIPTION\n" + Escaped(tree.description) +
           ". Data goes to standard output, words for the operator to standard error.\n";
   text += ".SH OPTIONS\nThese may also stand behind a command.\n" + Descriptions(tree);
-  text += ".SH COMMANDS\n" + Commands(tree, name);
+  text += ".SH COMMANDS\n" + CommandSections(tree, name);
   text += ".SH EXIT STATUS\n";
   for (const auto& [value, meaning] : kExitTexts) {
     text += ".TP\n.B " + std::to_string(value) + '\n' + Escaped(meaning) + '\n';

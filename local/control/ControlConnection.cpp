@@ -7,7 +7,7 @@
 #include <new>
 #include <utility>
 
-using Socket = asio::local::stream_protocol::socket;
+#include "local/control/ControlSocket.h"
 
 namespace {
 
@@ -21,12 +21,15 @@ bool IsHungUp(int descriptor) {
 
 }  // namespace
 
-ControlConnection::ControlConnection(const Surroundings& surroundings, Socket socket,
-                                     PeerIdentity peer, Rights rights)
+ControlConnection::ControlConnection(const Surroundings& surroundings,
+                                     std::unique_ptr<Socket> socket, PeerIdentity peer,
+                                     Rights rights)
     : m_around(surroundings),
       m_socket(std::move(socket)),
       m_peer(std::move(peer)),
       m_rights(rights) {}
+
+ControlConnection::~ControlConnection() = default;
 
 void ControlConnection::Start() {
   WatchHangUp();
@@ -38,7 +41,7 @@ void ControlConnection::Close() {
     return;
   }
   asio::error_code ignored;
-  m_socket.close(ignored);
+  m_socket->stream.close(ignored);
   const auto self = shared_from_this();
   m_around.onClosed(*this);
   // What is being written is counted until the library lets it go.
@@ -53,31 +56,33 @@ void ControlConnection::Close() {
 void ControlConnection::WatchHangUp() {
   // Completes when both directions are shut. A client that has only ended its requests still gets
   // its answers.
-  m_socket.async_wait(Socket::wait_error, [self = shared_from_this()](asio::error_code error) {
-    if (error || self->m_isClosed) {
-      return;
-    }
-    // The library may wake a socket with what happened to an earlier one of the same number.
-    self->m_isGone = IsHungUp(self->m_socket.native_handle());
-    if (!self->m_isGone) {
-      self->WatchHangUp();
-    }
-  });
+  m_socket->stream.async_wait(asio::socket_base::wait_error,
+                              [self = shared_from_this()](asio::error_code error) {
+                                if (error || self->m_isClosed) {
+                                  return;
+                                }
+                                // The library may wake a socket with what happened to an earlier
+                                // one of the same number.
+                                self->m_isGone = IsHungUp(self->m_socket->stream.native_handle());
+                                if (!self->m_isGone) {
+                                  self->WatchHangUp();
+                                }
+                              });
 }
 
 void ControlConnection::Read() {
-  m_socket.async_read_some(asio::buffer(m_chunk),
-                           [self = shared_from_this()](asio::error_code error, std::size_t size) {
-                             if (self->m_isClosed) {
-                               return;
-                             }
-                             if (error) {
-                               self->m_isEnded = true;
-                             } else {
-                               self->m_input.Append({self->m_chunk.data(), size});
-                             }
-                             self->ServeNextLine();
-                           });
+  m_socket->stream.async_read_some(
+      asio::buffer(m_chunk), [self = shared_from_this()](asio::error_code error, std::size_t size) {
+        if (self->m_isClosed) {
+          return;
+        }
+        if (error) {
+          self->m_isEnded = true;
+        } else {
+          self->m_input.Append({self->m_chunk.data(), size});
+        }
+        self->ServeNextLine();
+      });
 }
 
 void ControlConnection::ServeNextLine() {
@@ -191,7 +196,7 @@ void ControlConnection::Write() {
 }
 
 void ControlConnection::BeginWrite() {
-  asio::async_write(m_socket, asio::buffer(m_inFlight),
+  asio::async_write(m_socket->stream, asio::buffer(m_inFlight),
                     [self = shared_from_this()](asio::error_code error, std::size_t) {
                       self->OnWritten();
                       if (self->m_isClosed) {

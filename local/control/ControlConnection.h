@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <asio/local/stream_protocol.hpp>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -35,8 +34,11 @@ class ControlConnection : public ControlPeer,
     bool isStopping = false;  ///< the loop runs no task any more
   };
 
-  ControlConnection(const Surroundings& surroundings, asio::local::stream_protocol::socket socket,
+  struct Socket;
+
+  ControlConnection(const Surroundings& surroundings, std::unique_ptr<Socket> socket,
                     PeerIdentity peer, Rights rights);
+  ~ControlConnection() override;
 
   void Start();
   /// Ends the connection at once. The client's requests are freed when no task runs.
@@ -64,7 +66,7 @@ class ControlConnection : public ControlPeer,
   [[nodiscard]] std::size_t OutputSize() const { return m_pending.size() + m_inFlight.size(); }
 
   const Surroundings& m_around;
-  asio::local::stream_protocol::socket m_socket;
+  std::unique_ptr<Socket> m_socket;
   PeerIdentity m_peer;
   Rights m_rights;
   std::shared_ptr<RequestBook> m_requests = std::make_shared<RequestBook>();

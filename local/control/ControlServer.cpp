@@ -13,7 +13,11 @@
 #include <utility>
 #include <vector>
 
+#include "local/control/ControlSocket.h"
+
 namespace {
+
+using Protocol = asio::local::stream_protocol;
 
 constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kSocketMode = 0660;
@@ -38,6 +42,12 @@ class NarrowUmask {
 
 }  // namespace
 
+struct ControlServer::Listener {
+  explicit Listener(asio::io_context& io) : acceptor(io) {}
+
+  Protocol::acceptor acceptor;
+};
+
 ControlServer::ControlServer(EventLoop& loop, ControlOperations& operations,
                              ControlSettings settings, ProblemReport report)
     : m_settings(std::move(settings)),
@@ -48,8 +58,8 @@ ControlServer::ControlServer(EventLoop& loop, ControlOperations& operations,
                      [this](ControlConnection& connection) {
                        m_connections.erase(connection.shared_from_this());
                      }},
-      m_acceptor(loop.Io()),
-      m_pause(loop.Io()) {}
+      m_listener(std::make_unique<Listener>(loop.Io())),
+      m_pause(loop) {}
 
 ControlServer::~ControlServer() { Close(); }
 
@@ -81,7 +91,7 @@ bool ControlServer::Open(std::string& error) {
     Listen();
   } catch (const std::system_error& problem) {
     asio::error_code ignored;
-    m_acceptor.close(ignored);
+    m_listener->acceptor.close(ignored);
     error = m_path + ": " + problem.code().message();
     return false;
   }
@@ -90,44 +100,41 @@ bool ControlServer::Open(std::string& error) {
 }
 
 void ControlServer::Listen() {
-  m_acceptor.open();
-  SetCloseOnExec(m_acceptor.native_handle());
+  Protocol::acceptor& acceptor = m_listener->acceptor;
+  acceptor.open();
+  SetCloseOnExec(acceptor.native_handle());
   {
     const NarrowUmask narrow;
-    m_acceptor.bind(Protocol::endpoint(m_path));
+    acceptor.bind(Protocol::endpoint(m_path));
   }
-  m_acceptor.listen();
+  acceptor.listen();
 }
 
 void ControlServer::Accept() {
-  m_acceptor.async_accept([this](asio::error_code error, Protocol::socket socket) {
-    if (!m_acceptor.is_open() || error == asio::error::operation_aborted) {
+  m_listener->acceptor.async_accept([this](asio::error_code error, Protocol::socket socket) {
+    if (!m_listener->acceptor.is_open() || error == asio::error::operation_aborted) {
       return;
     }
     if (!error) {
-      OnAccepted(std::move(socket));
+      OnAccepted(std::make_unique<ControlConnection::Socket>(std::move(socket)));
       Accept();
       return;
     }
     // Out of descriptors, most likely: asking again at once would only spin.
     m_surroundings.report(m_path + ": no client can be accepted: " + error.message());
-    m_pause.expires_after(kAcceptPause);
-    m_pause.async_wait([this](asio::error_code pauseError) {
-      if (!pauseError && m_acceptor.is_open()) {
-        Accept();
-      }
-    });
+    m_pause.After(kAcceptPause, [this] { Accept(); });
   });
 }
 
-void ControlServer::OnAccepted(Protocol::socket socket) {
-  SetCloseOnExec(socket.native_handle());
+void ControlServer::OnAccepted(std::unique_ptr<ControlConnection::Socket> socket) {
+  const int descriptor = socket->stream.native_handle();
+  SetCloseOnExec(descriptor);
   PeerIdentity peer;
-  if (!ReadPeerIdentity(socket.native_handle(), peer)) {
+  if (!ReadPeerIdentity(descriptor, peer)) {
     return;
   }
   if (m_connections.size() >= m_settings.maxConnections) {
-    Refuse(socket);
+    Refuse(descriptor);
     return;
   }
   const Rights rights = RightsOf(peer, ::geteuid(), SocketGroup());
@@ -137,7 +144,7 @@ void ControlServer::OnAccepted(Protocol::socket socket) {
   connection->Start();
 }
 
-void ControlServer::Refuse(Protocol::socket& socket) {
+void ControlServer::Refuse(int descriptor) const {
   const ControlError error{
       "busy",
       "the daemon serves " + std::to_string(m_settings.maxConnections) + " connections already",
@@ -145,7 +152,7 @@ void ControlServer::Refuse(Protocol::socket& socket) {
   const std::string line = JsonText(Json{{"ok", false}, {"error", ErrorJson(error)}}) + "\n";
   // A new socket has room for that; if not, the client sees the end of the connection alone.
   [[maybe_unused]] const ssize_t sent =
-      ::send(socket.native_handle(), line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+      ::send(descriptor, line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
 gid_t ControlServer::SocketGroup() const {
@@ -154,12 +161,12 @@ gid_t ControlServer::SocketGroup() const {
 }
 
 void ControlServer::Close() {
-  if (!m_acceptor.is_open()) {
+  if (!m_listener->acceptor.is_open()) {
     return;
   }
   asio::error_code ignored;
-  m_acceptor.close(ignored);
-  m_pause.cancel();
+  m_listener->acceptor.close(ignored);
+  m_pause.Cancel();
   m_surroundings.isStopping = true;
   m_surroundings.operations.Stop();
   m_loop.Pump(kFlushTime, [this] {

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <asio/local/stream_protocol.hpp>
-#include <asio/steady_timer.hpp>
 #include <cstddef>
 #include <memory>
 #include <set>
 #include <string>
 
 #include "local/control/ControlConnection.h"
+#include "local/loop/LoopTimer.h"
 
 struct ControlSettings {
   /// Relative to the working directory, so that a long root fits into a socket's name. The folder
@@ -36,13 +35,13 @@ class ControlServer {
   void Close();
 
  private:
-  using Protocol = asio::local::stream_protocol;
+  struct Listener;
 
   [[nodiscard]] bool PrepareFolder(std::string& error) const;
   void Listen();
   void Accept();
-  void OnAccepted(Protocol::socket socket);
-  void Refuse(Protocol::socket& socket);
+  void OnAccepted(std::unique_ptr<ControlConnection::Socket> socket);
+  void Refuse(int descriptor) const;
   [[nodiscard]] gid_t SocketGroup() const;
 
   ControlSettings m_settings;
@@ -50,7 +49,7 @@ class ControlServer {
   EventLoop& m_loop;
   OutputBudget m_budget;
   ControlConnection::Surroundings m_surroundings;
-  Protocol::acceptor m_acceptor;
-  asio::steady_timer m_pause;
+  std::unique_ptr<Listener> m_listener;
+  LoopTimer m_pause;
   std::set<std::shared_ptr<ControlConnection>> m_connections;
 };

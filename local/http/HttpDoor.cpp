@@ -14,9 +14,11 @@ constexpr std::chrono::milliseconds kLeaveTime{1000};
 }  // namespace
 
 struct HttpDoor::Visitor {
-  Visitor(asio::io_context& io, int descriptor) : socket(io, descriptor) {}
+  Visitor(EventLoop& loop, Descriptor descriptor) : socket(loop) {
+    socket.Take(std::move(descriptor));
+  }
 
-  asio::posix::stream_descriptor socket;
+  LoopDescriptor socket;
   ::sockaddr_storage peer{};
   ::socklen_t peerSize = 0;
   Clock::time_point since = Clock::now();
@@ -24,37 +26,32 @@ struct HttpDoor::Visitor {
   bool isLeaving = false;  ///< has been refused
 };
 
-HttpDoor::HttpDoor(asio::io_context& io, HttpDoorSettings settings, std::function<bool()> hasRoom,
+HttpDoor::HttpDoor(EventLoop& loop, HttpDoorSettings settings, std::function<bool()> hasRoom,
                    Enter enter)
-    : m_io(io),
+    : m_loop(loop),
       m_settings(std::move(settings)),
       m_hasRoom(std::move(hasRoom)),
       m_enter(std::move(enter)),
-      m_timer(io) {}
+      m_timer(loop) {}
 
 HttpDoor::~HttpDoor() { Close(); }
 
 void HttpDoor::Open(Descriptor listener) {
-  m_listener = std::make_shared<asio::posix::stream_descriptor>(m_io, listener.Get());
-  static_cast<void>(listener.Release());
+  m_listener = std::make_unique<LoopDescriptor>(m_loop);
+  m_listener->Take(std::move(listener));
   WaitForVisitors();
 }
 
 void HttpDoor::Close() {
   m_listener.reset();
   m_visitors.clear();
-  m_timer.cancel();
+  m_timer.Cancel();
   m_isTimed = false;
   m_isPaused = false;
 }
 
 void HttpDoor::WaitForVisitors() {
-  m_listener->async_wait(asio::posix::stream_descriptor::wait_read,
-                         [this, open = std::weak_ptr(m_listener)](asio::error_code error) {
-                           if (!error && !open.expired()) {
-                             Accept();
-                           }
-                         });
+  m_listener->OnReadable([this] { Accept(); });
 }
 
 void HttpDoor::Accept() {
@@ -66,8 +63,8 @@ void HttpDoor::Accept() {
     }
     ::sockaddr_storage peer{};
     ::socklen_t size = sizeof peer;
-    Descriptor socket(::accept4(m_listener->native_handle(), reinterpret_cast<::sockaddr*>(&peer),
-                                &size, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    Descriptor socket(::accept4(m_listener->Get(), reinterpret_cast<::sockaddr*>(&peer), &size,
+                                SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (socket.IsOpen()) {
       Admit(std::move(socket), peer, size);
       continue;
@@ -98,8 +95,7 @@ bool HttpDoor::MakePlace() {
 }
 
 void HttpDoor::Admit(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize) {
-  const auto visitor = std::make_shared<Visitor>(m_io, socket.Get());
-  static_cast<void>(socket.Release());
+  const auto visitor = std::make_shared<Visitor>(m_loop, std::move(socket));
   visitor->peer = peer;
   visitor->peerSize = peerSize;
   m_visitors.push_back(visitor);
@@ -108,19 +104,17 @@ void HttpDoor::Admit(Descriptor socket, const ::sockaddr_storage& peer, ::sockle
 }
 
 void HttpDoor::WaitFor(const VisitorPtr& visitor) {
-  visitor->socket.async_wait(
-      asio::posix::stream_descriptor::wait_read,
-      [this, weak = std::weak_ptr<Visitor>(visitor)](asio::error_code error) {
-        // Who has been sent away is looked at no more; the door may be gone then, too.
-        if (const VisitorPtr present = weak.lock(); present != nullptr && !error) {
-          Look(present);
-        }
-      });
+  visitor->socket.OnReadable([this, weak = std::weak_ptr<Visitor>(visitor)] {
+    // Who has been sent away is looked at no more; the door may be gone then, too.
+    if (const VisitorPtr present = weak.lock()) {
+      Look(present);
+    }
+  });
 }
 
 void HttpDoor::Look(const VisitorPtr& visitor) {
   std::string bytes(m_settings.head.maxBytes, '\0');
-  const int descriptor = visitor->socket.native_handle();
+  const int descriptor = visitor->socket.Get();
   const ssize_t size = ::recv(descriptor, bytes.data(), bytes.size(),
                               MSG_DONTWAIT | (visitor->isLeaving ? 0 : MSG_PEEK));
   if (size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR)) {
@@ -153,7 +147,7 @@ void HttpDoor::Refuse(const VisitorPtr& visitor, const HeadVerdict& verdict) {
                              " Refused\r\nContent-Type: text/plain; charset=utf-8\r\n"
                              "Connection: close\r\nContent-Length: " +
                              std::to_string(body.size()) + "\r\n\r\n" + body;
-  const int descriptor = visitor->socket.native_handle();
+  const int descriptor = visitor->socket.Get();
   // A new socket has room for that.
   [[maybe_unused]] const ssize_t sent =
       ::send(descriptor, answer.data(), answer.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -170,8 +164,8 @@ void HttpDoor::LetIn(const VisitorPtr& visitor) {
   const VisitorPtr kept = visitor;
   m_visitors.remove(kept);
   const int any = 1;
-  ::setsockopt(kept->socket.native_handle(), SOL_SOCKET, SO_RCVLOWAT, &any, sizeof any);
-  m_enter(Descriptor(kept->socket.release()), kept->peer, kept->peerSize);
+  ::setsockopt(kept->socket.Get(), SOL_SOCKET, SO_RCVLOWAT, &any, sizeof any);
+  m_enter(Descriptor(kept->socket.Release()), kept->peer, kept->peerSize);
 }
 
 void HttpDoor::OnRoom() {
@@ -187,12 +181,9 @@ void HttpDoor::WatchTime() {
   if (std::exchange(m_isTimed, true)) {
     return;
   }
-  m_timer.expires_after(kSweepPause);
-  m_timer.async_wait([this, open = std::weak_ptr(m_listener)](asio::error_code error) {
-    if (!error && !open.expired()) {
-      m_isTimed = false;
-      Sweep();
-    }
+  m_timer.After(kSweepPause, [this] {
+    m_isTimed = false;
+    Sweep();
   });
 }
 

@@ -2,9 +2,6 @@
 
 #include <sys/socket.h>
 
-#include <asio/io_context.hpp>
-#include <asio/posix/stream_descriptor.hpp>
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -15,6 +12,8 @@
 #include <vector>
 
 #include "local/http/HttpHead.h"
+#include "local/loop/LoopDescriptor.h"
+#include "local/loop/LoopTimer.h"
 #include "support/Descriptor.h"
 
 struct HttpDoorSettings {
@@ -36,8 +35,7 @@ class HttpDoor {
       std::function<void(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize)>;
 
   /// `hasRoom` tells whether one more may enter.
-  HttpDoor(asio::io_context& io, HttpDoorSettings settings, std::function<bool()> hasRoom,
-           Enter enter);
+  HttpDoor(EventLoop& loop, HttpDoorSettings settings, std::function<bool()> hasRoom, Enter enter);
   ~HttpDoor();
   HttpDoor(const HttpDoor&) = delete;
   HttpDoor& operator=(const HttpDoor&) = delete;
@@ -69,13 +67,12 @@ class HttpDoor {
   void WatchTime();
   void Sweep();
 
-  asio::io_context& m_io;
+  EventLoop& m_loop;
   HttpDoorSettings m_settings;
   std::function<bool()> m_hasRoom;
   Enter m_enter;
-  /// Handlers that come late find it gone.
-  std::shared_ptr<asio::posix::stream_descriptor> m_listener;
-  asio::steady_timer m_timer;
+  std::unique_ptr<LoopDescriptor> m_listener;
+  LoopTimer m_timer;
   std::list<VisitorPtr> m_visitors;  ///< the one that came first in front
   bool m_isPaused = false;           ///< no more are accepted until the next sweep
   bool m_isTimed = false;            ///< the timer runs

@@ -210,10 +210,10 @@ HttpServer::HttpServer(EventLoop& loop, Handler handler, HttpSettings settings)
     : m_loop(loop),
       m_handler(std::move(handler)),
       m_settings(std::move(settings)),
-      m_ready(loop.Io()),
-      m_timer(loop.Io()),
+      m_ready(loop),
+      m_timer(loop),
       m_door(
-          loop.Io(),
+          loop,
           HttpDoorSettings{.head = m_settings.head,
                            .maxVisitors = m_settings.maxConnections,
                            .deadline = m_settings.deadline},
@@ -254,7 +254,7 @@ bool HttpServer::Open(const std::string& address, std::string& error) {
     return false;
   }
   *m_isOpen = true;
-  m_ready.assign(info->epoll_fd);
+  m_ready.Borrow(info->epoll_fd);
   m_door.Open(std::move(socket));
   WaitForWork();
   Work();
@@ -264,8 +264,8 @@ bool HttpServer::Open(const std::string& address, std::string& error) {
 void HttpServer::Close() {
   m_door.Close();
   if (std::exchange(*m_isOpen, false)) {
-    m_ready.release();
-    m_timer.cancel();
+    static_cast<void>(m_ready.Release());
+    m_timer.Cancel();
     for (const auto& [exchange, owner] : m_exchanges) {
       exchange->OnAnswer({});
     }
@@ -284,13 +284,10 @@ void HttpServer::Close() {
 }
 
 void HttpServer::WaitForWork() {
-  m_ready.async_wait(asio::posix::stream_descriptor::wait_read,
-                     [this, isOpen = m_isOpen](asio::error_code error) {
-                       if (!error && *isOpen) {
-                         Work();
-                         WaitForWork();
-                       }
-                     });
+  m_ready.OnReadable([this] {
+    Work();
+    WaitForWork();
+  });
 }
 
 void HttpServer::Enter(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize) {
@@ -328,15 +325,10 @@ void HttpServer::WatchTime() {
     next = std::min(next, facts.end);
   }
   if (next == Clock::time_point::max()) {
-    m_timer.cancel();
+    m_timer.Cancel();
     return;
   }
-  m_timer.expires_at(next);
-  m_timer.async_wait([this, isOpen = m_isOpen](asio::error_code error) {
-    if (!error && *isOpen) {
-      Work();
-    }
-  });
+  m_timer.At(next, [this] { Work(); });
 }
 
 void HttpServer::EndLateConnections() {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <asio/posix/stream_descriptor.hpp>
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -14,6 +12,8 @@
 #include "local/http/HttpDoor.h"
 #include "local/http/HttpExchange.h"
 #include "local/loop/EventLoop.h"
+#include "local/loop/LoopDescriptor.h"
+#include "local/loop/LoopTimer.h"
 #include "support/Descriptor.h"
 
 struct MHD_Daemon;
@@ -72,8 +72,8 @@ class HttpServer {
   HttpSettings m_settings;
   std::string m_address;
   MHD_Daemon* m_daemon = nullptr;
-  asio::posix::stream_descriptor m_ready;  ///< the library's; never closed here
-  asio::steady_timer m_timer;
+  LoopDescriptor m_ready;  ///< the library's
+  LoopTimer m_timer;
   std::map<void*, Connection> m_connections;
   std::map<HttpExchange*, std::shared_ptr<HttpExchange>> m_exchanges;
   HttpDoor m_door;

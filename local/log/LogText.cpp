@@ -1,5 +1,9 @@
 #include "local/log/LogText.h"
 
+#include <array>
+#include <cstdio>
+#include <ctime>
+
 namespace {
 
 constexpr std::string_view kCutMark = "...";
@@ -92,6 +96,23 @@ std::string ExpandMessage(const char* format, int argCount, const char* const* a
     from = percent + 2;
   }
   return out;
+}
+
+void AppendMoment(std::string& out, std::chrono::system_clock::time_point moment) {
+  const auto sinceEpoch =
+      std::chrono::floor<std::chrono::milliseconds>(moment.time_since_epoch()).count();
+  const auto milliseconds = (sinceEpoch % 1000 + 1000) % 1000;
+  const std::time_t seconds = (sinceEpoch - milliseconds) / 1000;
+  std::tm local{};
+  ::localtime_r(&seconds, &local);
+  std::array<char, 64> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &local);
+  out += text.data();
+  std::snprintf(text.data(), text.size(), ".%03d", static_cast<int>(milliseconds));
+  out += text.data();
+  // "+0200"
+  std::strftime(text.data(), text.size(), "%z", &local);
+  out.append(text.data(), 3).append(":").append(text.data() + 3);
 }
 
 void AppendHarmless(std::string& out, std::string_view text, LineEnds lineEnds) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -11,6 +12,9 @@
 /// argument becomes nothing, any other '%' stands for itself. `format`, `args` and each argument
 /// may be null. Control characters are still in it.
 [[nodiscard]] std::string ExpandMessage(const char* format, int argCount, const char* const* args);
+
+/// Adds the moment in local time, with its distance from UTC: "2031-05-07T09:12:44.031+02:00".
+void AppendMoment(std::string& out, std::chrono::system_clock::time_point moment);
 
 enum class LineEnds { kEscape, kKeep };
 

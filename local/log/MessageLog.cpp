@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <limits>
 #include <utility>
@@ -17,7 +18,6 @@ namespace {
 constexpr mode_t kFolderMode = 0755;
 constexpr long kHighestLevel = 999;
 constexpr int kAlwaysLevel = 1;
-constexpr const char* kPattern = "%Y-%m-%dT%H:%M:%S.%e%z %P %v";
 
 void ReadLevel(CMBIniFile& ini, const char* key, int& level) {
   long value = level;
@@ -78,6 +78,17 @@ std::string Origin(const MessageLine& line) {
   return line.number != 0 ? std::to_string(line.number) : Place(line.sourceFile, line.sourceLine);
 }
 
+std::string LineOf(int level, int kind, std::string_view origin, std::string_view text) {
+  std::string line;
+  AppendMoment(line, std::chrono::system_clock::now());
+  line += ' ' + std::to_string(::getpid()) + ' ' + std::to_string(level) + ' ' + KindLetter(kind);
+  line += ' ';
+  AppendLine(line, origin, MessageLog::kMaxText);
+  line += ' ';
+  AppendLine(line, text, MessageLog::kMaxText);
+  return line += '\n';
+}
+
 }  // namespace
 
 void ReadLogLevels(CMBIniFile& ini, MessageLogSettings& settings) {
@@ -96,7 +107,6 @@ MessageLog::MessageLog(MessageLogSettings settings)
     : m_settings(std::move(settings)),
       m_isJournal(IsJournal(m_settings.errorDescriptor)),
       m_errors(m_settings.errorDescriptor),
-      m_formatter(kPattern),
       m_messages(m_settings.directory + "/log/qmtdmon.log", m_settings.maxFileBytes,
                  m_settings.oldFiles),
       m_data(m_settings.directory + "/log/qmtdmon.dat", m_settings.maxFileBytes,
@@ -153,27 +163,16 @@ void MessageLog::Note(int level, int kind, std::string_view text) noexcept {
   }
 }
 
-void MessageLog::FormatLine(int level, int kind, std::string_view origin, std::string_view text,
-                            spdlog::memory_buf_t& out) {
-  std::string line = std::to_string(level) + ' ' + KindLetter(kind) + ' ';
-  AppendLine(line, origin, kMaxText);
-  line += ' ';
-  AppendLine(line, text, kMaxText);
-  m_formatter.format(spdlog::details::log_msg({}, {}, spdlog::level::info, line), out);
-}
-
 void MessageLog::Write(int level, int kind, std::string_view origin, std::string_view text) {
-  spdlog::memory_buf_t line;
-  FormatLine(level, kind, origin, text, line);
+  const std::string line = LineOf(level, kind, origin, text);
   if (level != kCommonLogLevel) {
-    WriteToErrors(level, kind, {line.data(), line.size()});
+    WriteToErrors(level, kind, line);
   }
   std::string problem;
-  if (!m_messages.Write({line.data(), line.size()}, problem) && !problem.empty()) {
-    spdlog::memory_buf_t notice;
-    FormatLine(kAlwaysLevel, kError, "node", "The message log can't be written: " + problem,
-               notice);
-    WriteToErrors(kAlwaysLevel, kError, {notice.data(), notice.size()});
+  if (!m_messages.Write(line, problem) && !problem.empty()) {
+    WriteToErrors(
+        kAlwaysLevel, kError,
+        LineOf(kAlwaysLevel, kError, "node", "The message log can't be written: " + problem));
   }
 }
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <spdlog/pattern_formatter.h>
-
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -89,13 +87,10 @@ class MessageLog {
   bool WriteData(std::string_view data);
   void Write(int level, int kind, std::string_view origin, std::string_view text);
   void WriteToErrors(int level, int kind, std::string_view line);
-  void FormatLine(int level, int kind, std::string_view origin, std::string_view text,
-                  spdlog::memory_buf_t& out);
 
   MessageLogSettings m_settings;
   bool m_isJournal;
   ErrorStream m_errors;
-  spdlog::pattern_formatter m_formatter;
   LogFile m_messages;
   LogFile m_data;
 };

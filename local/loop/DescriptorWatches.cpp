@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 
+#include <asio/posix/stream_descriptor.hpp>
 #include <cerrno>
 
 namespace {
@@ -80,7 +81,8 @@ void DescriptorWatches::Arm(const std::shared_ptr<Entry>& entry) {
                            });
 }
 
-void DescriptorWatches::OnReadable(const std::shared_ptr<Entry>& entry, asio::error_code error) {
+void DescriptorWatches::OnReadable(const std::shared_ptr<Entry>& entry,
+                                   const std::error_code& error) {
   if (error) {
     m_report("Descriptor " + std::to_string(entry->number) +
              " can't be watched: " + error.message());

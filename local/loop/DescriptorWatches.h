@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <system_error>
 
 #include "local/log/ProblemReport.h"
 #include "local/loop/EventLoop.h"
@@ -24,7 +25,7 @@ class DescriptorWatches {
  private:
   struct Entry;
   void Arm(const std::shared_ptr<Entry>& entry);
-  void OnReadable(const std::shared_ptr<Entry>& entry, asio::error_code error);
+  void OnReadable(const std::shared_ptr<Entry>& entry, const std::error_code& error);
 
   EventLoop& m_loop;
   ProblemReport m_report;

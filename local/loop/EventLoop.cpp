@@ -4,6 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <asio/posix/stream_descriptor.hpp>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
@@ -61,25 +64,34 @@ void EventLoop::RequestStop() noexcept {
 
 bool EventLoop::IsStopRequested() noexcept { return g_stopRequested.load(); }
 
-EventLoop::EventLoop() : m_wakeUp(m_io, MakeWakeDescriptor()) {
-  g_wakeDescriptor.store(m_wakeUp.native_handle());
+struct EventLoop::Library {
+  asio::io_context io{1};
+  asio::executor_work_guard<asio::io_context::executor_type> work{io.get_executor()};
+  asio::posix::stream_descriptor wakeUp{io, MakeWakeDescriptor()};
+};
+
+EventLoop::EventLoop() : m_library(std::make_unique<Library>()) {
+  g_wakeDescriptor.store(m_library->wakeUp.native_handle());
   WatchWakeUps();
 }
 
 EventLoop::~EventLoop() {
-  int own = m_wakeUp.native_handle();
+  int own = m_library->wakeUp.native_handle();
   g_wakeDescriptor.compare_exchange_strong(own, -1);
   m_queue.clear();
   FreeRetired();
 }
 
+asio::io_context& EventLoop::Io() { return m_library->io; }
+
 void EventLoop::WatchWakeUps() {
-  m_wakeUp.async_wait(asio::posix::stream_descriptor::wait_read, [this](asio::error_code error) {
+  asio::posix::stream_descriptor& wakeUp = m_library->wakeUp;
+  wakeUp.async_wait(asio::posix::stream_descriptor::wait_read, [&, this](asio::error_code error) {
     if (error) {
       return;
     }
     std::uint64_t count = 0;
-    [[maybe_unused]] const ssize_t got = ::read(m_wakeUp.native_handle(), &count, sizeof count);
+    [[maybe_unused]] const ssize_t got = ::read(wakeUp.native_handle(), &count, sizeof count);
     WatchWakeUps();
   });
 }
@@ -105,7 +117,7 @@ void EventLoop::Run(CMBNode& node) {
 
 void EventLoop::WaitForIo() {
   try {
-    m_io.run_one();
+    m_library->io.run_one();
   } catch (const std::bad_alloc&) {
     m_onNoMemory();
   }
@@ -113,7 +125,7 @@ void EventLoop::WaitForIo() {
 
 void EventLoop::WaitForIoUntil(Clock::time_point deadline) {
   try {
-    m_io.run_one_until(deadline);
+    m_library->io.run_one_until(deadline);
   } catch (const std::bad_alloc&) {
     m_onNoMemory();
   }
@@ -157,7 +169,7 @@ bool EventLoop::PollIo() {
 
 bool EventLoop::PollOne() {
   try {
-    return m_io.poll_one() != 0;
+    return m_library->io.poll_one() != 0;
   } catch (const std::bad_alloc&) {
     m_onNoMemory();
     return true;

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <asio/executor_work_guard.hpp>
-#include <asio/io_context.hpp>
-#include <asio/posix/stream_descriptor.hpp>
 #include <chrono>
 #include <deque>
 #include <functional>
@@ -11,6 +8,10 @@
 #include <vector>
 
 #include "node/Node.h"
+
+namespace asio {
+class io_context;
+}
 
 /// What waits for its turn. Both functions may be empty.
 struct LoopTask {
@@ -30,7 +31,8 @@ class EventLoop {
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
 
-  [[nodiscard]] asio::io_context& Io() { return m_io; }
+  /// The I/O library's own loop, for the sources of the wing that see the library.
+  [[nodiscard]] asio::io_context& Io();
   void Post(LoopTask task) { m_queue.push_back(std::move(task)); }
 
   /// Runs tasks until a stop is asked for, then drops what still waits. The stop is used up by
@@ -68,9 +70,8 @@ class EventLoop {
   void FreeRetired();
   void DropWaiting();
 
-  asio::io_context m_io{1};
-  asio::executor_work_guard<asio::io_context::executor_type> m_work{m_io.get_executor()};
-  asio::posix::stream_descriptor m_wakeUp;
+  struct Library;
+  std::unique_ptr<Library> m_library;
   CMBNode* m_node = nullptr;
   int m_depth = 0;  ///< 0 between tasks, 1 in a task of Run, 2 in a task of a Yield or Hold
   std::deque<LoopTask> m_queue;

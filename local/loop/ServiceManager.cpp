@@ -31,7 +31,7 @@ std::int64_t Number(const std::string& text) {
 }  // namespace
 
 ServiceManager::ServiceManager(EventLoop& loop)
-    : m_loop(loop), m_timer(loop.Io()), m_socket(TakeVariable("NOTIFY_SOCKET")) {
+    : m_loop(loop), m_timer(loop), m_socket(TakeVariable("NOTIFY_SOCKET")) {
   const std::int64_t period = Number(TakeVariable("WATCHDOG_USEC"));
   const std::string process = TakeVariable("WATCHDOG_PID");
   if (period > 0 && (process.empty() || Number(process) == ::getpid())) {
@@ -47,21 +47,18 @@ void ServiceManager::Ready() {
 }
 
 void ServiceManager::Stopping() {
-  m_timer.cancel();
+  m_timer.Cancel();
   Send("STOPPING=1");
 }
 
 void ServiceManager::WaitForNextSign() {
-  m_timer.expires_after(m_signPeriod);
-  m_timer.async_wait([this](asio::error_code error) {
-    if (!error) {
-      m_loop.Post({[this](CMBNode&) {
-                     Send("WATCHDOG=1");
-                     WaitForNextSign();
-                   },
-                   {},
-                   false});
-    }
+  m_timer.After(m_signPeriod, [this] {
+    m_loop.Post({[this](CMBNode&) {
+                   Send("WATCHDOG=1");
+                   WaitForNextSign();
+                 },
+                 {},
+                 false});
   });
 }
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <string>
 
 #include "local/loop/EventLoop.h"
+#include "local/loop/LoopTimer.h"
 
 /// Tells the service manager how the daemon does: one datagram each to the socket that the
 /// environment variable NOTIFY_SOCKET names. Without one nothing is sent. If WATCHDOG_USEC asks for
@@ -25,7 +25,7 @@ class ServiceManager {
   void WaitForNextSign();
 
   EventLoop& m_loop;
-  asio::steady_timer m_timer;
+  LoopTimer m_timer;
   std::string m_socket;
   std::chrono::microseconds m_signPeriod{0};  ///< 0: no signs of life are asked for
 };

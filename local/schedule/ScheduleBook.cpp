@@ -57,7 +57,7 @@ long ScheduleBook::ParseSeconds(const std::string& text) {
 }
 
 ScheduleBook::ScheduleBook(EventLoop& loop, BatchDesk& desk, RecordSink& sink)
-    : m_loop(loop), m_desk(desk), m_sink(sink), m_timer(loop.Io()) {}
+    : m_loop(loop), m_desk(desk), m_sink(sink), m_timer(loop) {}
 
 void ScheduleBook::Load(const std::string& path, const std::vector<ScheduleLine>& lines,
                         const ProblemReport& report) {
@@ -155,15 +155,12 @@ void ScheduleBook::WaitForNext() {
   const auto next = std::min_element(m_entries.begin(), m_entries.end(),
                                      [](const auto& a, const auto& b) { return a->due < b->due; });
   if (next == m_entries.end()) {
-    m_timer.cancel();
+    m_timer.Cancel();
     return;
   }
-  m_timer.expires_at((*next)->due);
-  m_timer.async_wait([this](asio::error_code error) {
-    if (!error) {
-      AskForDue();
-      WaitForNext();
-    }
+  m_timer.At((*next)->due, [this] {
+    AskForDue();
+    WaitForNext();
   });
 }
 

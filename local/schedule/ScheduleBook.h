@@ -1,6 +1,5 @@
 #pragma once
 
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +13,7 @@
 
 #include "local/log/ProblemReport.h"
 #include "local/loop/EventLoop.h"
+#include "local/loop/LoopTimer.h"
 #include "local/schedule/BatchDesk.h"
 #include "local/schedule/RecordSink.h"
 
@@ -67,7 +67,7 @@ class ScheduleBook {
   /// Asks for every record at once, which gives the interval records their first sample, and then
   /// at their times.
   void Start();
-  void Stop() { m_timer.cancel(); }
+  void Stop() { m_timer.Cancel(); }
   /// Whether a schedule collects the record.
   [[nodiscard]] bool Holds(const std::string& record, unsigned char category) const;
   [[nodiscard]] const EntryList& Entries() const { return m_entries; }
@@ -83,7 +83,7 @@ class ScheduleBook {
   EventLoop& m_loop;
   BatchDesk& m_desk;
   RecordSink& m_sink;
-  asio::steady_timer m_timer;
+  LoopTimer m_timer;
   EntryList m_entries;
   std::set<std::pair<std::string, unsigned char>> m_held;  ///< record and category of each entry
 };

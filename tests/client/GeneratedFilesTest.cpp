@@ -5,7 +5,6 @@
 #include <fstream>
 #include <string>
 
-#include "client/CommandLine.h"
 #include "client/CommandView.h"
 #include "client/Completion.h"
 #include "client/ManPage.h"
@@ -15,7 +14,6 @@ namespace {
 
 class GeneratedFilesTest : public ::testing::Test {
  protected:
-  GeneratedFilesTest() { BuildCommands(m_app, m_line); }
   /// What Bash prints when it runs the text; "failed" if it ends with an error.
   std::string Bash(const std::string& text) const {
     std::ofstream(m_folder.Path() / "script") << text;
@@ -25,38 +23,37 @@ class GeneratedFilesTest : public ::testing::Test {
   /// What the completion offers behind these words, the last of which is the one at the cursor.
   std::string Complete(const std::string& words) const {
     return Bash(
-        BashCompletion(m_app, m_line) +
+        BashCompletion(m_view) +
         "qmtctl() { case $1 in complete-labels) printf 'CPU %%\\nCPU Time\\n%s\\n' \"$*\";;\n" +
         "complete-applications) printf 'web one\\n$(touch hit)\\n';;\n" +
         "*) printf 'CPUP\\nPI\\n';; esac; }\n" + "COMP_WORDS=(" + words +
         "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n" + "_qmtctl; echo \"${COMPREPLY[@]}\"\n");
   }
   /// Whether each command and long option of the tree stands in the text, by `form` of the option.
-  void ExpectAll(const CLI::App& command, const std::string& text, const std::string& dash) {
-    for (const CLI::Option* option : OptionsOf(command, false)) {
-      const std::string name = NameOf(*option).substr(2);
+  void ExpectAll(const CommandView& command, const std::string& text, const std::string& dash) {
+    for (const OptionView& option : command.options) {
+      const std::string name = option.name.substr(2);
       EXPECT_NE(text.find(dash + name), std::string::npos) << name;
     }
-    for (const CLI::App* subcommand : SubcommandsOf(command)) {
-      EXPECT_NE(text.find(subcommand->get_name()), std::string::npos) << subcommand->get_name();
-      ExpectAll(*subcommand, text, dash);
+    for (const CommandView& subcommand : command.subcommands) {
+      EXPECT_NE(text.find(subcommand.name), std::string::npos) << subcommand.name;
+      ExpectAll(subcommand, text, dash);
     }
   }
 
-  CommandLine m_line;
-  CLI::App m_app{"Talks to the monitoring daemon qmtdmon", "qmtctl"};
+  const CommandView m_view = ProgramView();
   TempFolder m_folder;
 };
 
 TEST_F(GeneratedFilesTest, TellOfEveryCommandAndOption) {
-  ExpectAll(m_app, BashCompletion(m_app, m_line), "--");
-  ExpectAll(m_app, ZshCompletion(m_app, m_line), "--");
-  ExpectAll(m_app, FishCompletion(m_app, m_line), " -l ");
-  std::string page = ManPage(m_app);
+  ExpectAll(m_view, BashCompletion(m_view), "--");
+  ExpectAll(m_view, ZshCompletion(m_view), "--");
+  ExpectAll(m_view, FishCompletion(m_view), " -l ");
+  std::string page = ManPage(m_view);
   for (std::size_t at = page.find("\\-"); at != std::string::npos; at = page.find("\\-", at)) {
     page.erase(at, 1);
   }
-  ExpectAll(m_app, page, "--");
+  ExpectAll(m_view, page, "--");
   EXPECT_EQ(page.find("complete-records"), std::string::npos) << "hidden";
 }
 
@@ -91,7 +88,7 @@ TEST_F(GeneratedFilesTest, ThePageIsSound) {
   if (std::system("command -v groff >/dev/null") != 0) {
     GTEST_SKIP() << "no groff";
   }
-  std::ofstream(m_folder.Path() / "page.1") << ManPage(m_app);
+  std::ofstream(m_folder.Path() / "page.1") << ManPage(m_view);
   EXPECT_EQ(Bash("groff -man -ww -Tascii page.1 2>&1 >/dev/null"), "");
 }
 

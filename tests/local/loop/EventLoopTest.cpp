@@ -1,10 +1,10 @@
 #include "local/loop/EventLoop.h"
+#include "local/loop/LoopTimer.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <asio/steady_timer.hpp>
 #include <atomic>
 #include <cerrno>
 #include <ctime>
@@ -94,8 +94,8 @@ TEST_F(EventLoopTest, ABatchThatIsHeldBackLetsAllElseInForItsTimeAndNoSecondOneI
   std::string order;
   EXPECT_FALSE(loop.Hold(60)) << "outside a task";
   const auto begin = std::chrono::steady_clock::now();
-  asio::steady_timer later(loop.Io(), std::chrono::milliseconds(300));
-  later.async_wait([&](asio::error_code) { Post([&] { order += "l"; }); });
+  LoopTimer later(loop);
+  later.After(std::chrono::milliseconds(300), [&] { Post([&] { order += "l"; }); });
   Post(
       [&] {
         order += "[";
