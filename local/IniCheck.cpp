@@ -6,19 +6,15 @@
 #include <utility>
 
 #include "local/NodeSettings.h"
-#include "node/Trace.h"
+#include "local/ini/IniText.h"
 
 namespace {
 
 constexpr const char* kNodeSection = "Node";
 constexpr const char* kScheduleSection = "Schedule";
 
-bool IsSame(const std::string& left, const char* right) {
-  return xlb_stricmp(left.c_str(), right) == 0;
-}
-
 bool IsIn(const IniSetting& setting, const char* section) {
-  return setting.subSection.empty() && IsSame(setting.section, section);
+  return setting.subSection.empty() && IsSameName(setting.section, section);
 }
 
 /// The same text for all spellings of a setting's place.

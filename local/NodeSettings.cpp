@@ -8,8 +8,8 @@
 #include <string>
 
 #include "local/http/HttpServer.h"
+#include "local/ini/IniText.h"
 #include "local/log/MessageLog.h"
-#include "node/Trace.h"
 
 namespace {
 
@@ -35,18 +35,14 @@ constexpr std::array kNumberKeys{
 };
 constexpr std::array kTextKeys{kHistoryFile, kHttpListen, kHttpRecords, kHttpHosts};
 
-bool IsSame(const std::string& left, const char* right) {
-  return xlb_stricmp(left.c_str(), right) == 0;
-}
-
 const NumberKey* FindNumberKey(const std::string& key) {
   const auto found = std::ranges::find_if(
-      kNumberKeys, [&](const NumberKey& row) { return IsSame(key, row.name); });
+      kNumberKeys, [&](const NumberKey& row) { return IsSameName(key, row.name); });
   return found == kNumberKeys.end() ? nullptr : &*found;
 }
 
 bool IsTextKey(const std::string& key) {
-  return std::ranges::any_of(kTextKeys, [&](const char* name) { return IsSame(key, name); });
+  return std::ranges::any_of(kTextKeys, [&](const char* name) { return IsSameName(key, name); });
 }
 
 std::optional<long> ReadNumber(const NumberKey& key, const std::string& text) {
@@ -60,7 +56,7 @@ std::optional<long> ReadNumber(const NumberKey& key, const std::string& text) {
 std::vector<IniSetting> SectionOf(const LocalIniFile& ini) {
   std::vector<IniSetting> settings;
   for (const IniSetting& setting : ini.Settings()) {
-    if (setting.subSection.empty() && IsSame(setting.section, kSection)) {
+    if (setting.subSection.empty() && IsSameName(setting.section, kSection)) {
       settings.push_back(setting);
     }
   }
@@ -69,7 +65,7 @@ std::vector<IniSetting> SectionOf(const LocalIniFile& ini) {
 
 const IniSetting* Find(const std::vector<IniSetting>& settings, const char* key) {
   const auto found = std::ranges::find_if(
-      settings, [&](const IniSetting& setting) { return IsSame(setting.key, key); });
+      settings, [&](const IniSetting& setting) { return IsSameName(setting.key, key); });
   return found == settings.end() ? nullptr : &*found;
 }
 
@@ -128,7 +124,7 @@ std::vector<IniProblem> NodeProblems(const LocalIniFile& ini) {
                                               std::to_string(key->most) + ", not \"" +
                                               setting.value + "\""});
       }
-    } else if (IsSame(setting.key, kHttpListen)) {
+    } else if (IsSameName(setting.key, kHttpListen)) {
       if (!setting.value.empty() && !HttpServer::IsAddress(setting.value)) {
         problems.push_back({setting.line, "\"" + setting.key +
                                               "\" must be ADDRESS:PORT, as 127.0.0.1:9964 or "

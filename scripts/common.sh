@@ -9,19 +9,52 @@ Fail() {
   exit 1
 }
 
+# The same for a command line that can't be meant.
+FailUsage() {
+  printf '%s: %s\n' "${0##*/}" "$*" >&2
+  exit 2
+}
+
 Say() { printf '== %s\n' "$*" >&2; }
 
-# Configures a preset and builds the named targets, or all of them.
+# Fails unless there is a preset of that name and a compiler for it.
+CheckPreset() {
+  case $1 in
+    dev | release | sanitize | fuzz) ;;
+    *) FailUsage "unknown preset \"$1\": dev, release, sanitize or fuzz" ;;
+  esac
+}
+
+# Says why a step of the build has failed, where that is the machine's fault, and what to do.
+FailBuild() {
+  local step=$1 freeKilobytes
+  freeKilobytes=$(df --output=avail -k build 2>/dev/null | tail -1)
+  if ((${freeKilobytes:-1000000} < 1024)); then
+    Fail "the disk of $projectRoot/build is full: make room and run it again, it goes on where it was"
+  fi
+  Fail "$step failed for the reason above: run it again once that is mended, it goes on where it was"
+}
+
+# Configures a preset and builds the named targets, or all of them. A build that was interrupted
+# goes on where it was.
 BuildPreset() {
-  local preset=$1
+  local preset=$1 compiler=${CXX:-c++}
   shift
+  CheckPreset "$preset"
+  if [[ $preset == fuzz ]]; then
+    compiler=clang++
+  fi
+  command -v "$compiler" >/dev/null ||
+    Fail "there is no compiler \"$compiler\": apt-get install g++, or set CXX to the one to use"
+  mkdir -p build || FailBuild "making $projectRoot/build"
   if command -v ccache >/dev/null; then
     export CMAKE_CXX_COMPILER_LAUNCHER=ccache
   fi
   Say "configure $preset"
-  cmake --preset "$preset" -DQMT_ALLOW_UNLISTED=OFF >&2
+  cmake --preset "$preset" -DQMT_ALLOW_UNLISTED=OFF >&2 || FailBuild "the configuring"
   Say "build $preset"
-  cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"} >&2
+  cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"} >&2 ||
+    FailBuild "the build"
 }
 
 # The C++ files that belong to the project: tracked ones and new ones, each ended by a zero byte.

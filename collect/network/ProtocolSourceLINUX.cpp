@@ -13,7 +13,7 @@
 namespace {
 
 constexpr std::uint32_t kProtocolRecordSize = 64;
-constexpr const char* kPath = "/proc/net/snmp";
+constexpr const char* kSnmpFile = "/proc/net/snmp";
 constexpr const char* kLabelFormat = "%*s %s";
 
 /// The two counters taken from a protocol's line of values.
@@ -106,15 +106,15 @@ void TakeLine(const char* line, x_protocol& record) {
 ProtocolSourceUser::ProtocolSourceUser() {
   TraceEntry("ProtocolSourceUser::ProtocolSourceUser");
   ++s_statistics.constructed;
-  m_fp = OpenHostFile(kPath);
+  m_fp = OpenHostFile(kSnmpFile);
   if (m_fp == nullptr) {
     const int code = errno;
     m_pendingError = std::make_unique<UtlError>(__FILE__, __LINE__);
-    m_pendingError->GetStream() << "ProtocolSourceUser::ProtocolSourceUser(fopen(" << kPath
+    m_pendingError->GetStream() << "ProtocolSourceUser::ProtocolSourceUser(fopen(" << kSnmpFile
                                 << ") failed! errno: " << code;
     m_pendingError->CloseStream();
     Trace(20, kError, "The error occurred by OS API(fopen). (en=%1, arg1=%2, arg2=%3, arg3=%4)",
-          code, kPath, "r", "");
+          code, kSnmpFile, "r", "");
   }
   TraceExit("ProtocolSourceUser::ProtocolSourceUser");
 }

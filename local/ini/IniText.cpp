@@ -11,11 +11,6 @@ bool IsComment(char c) { return c == '#' || c == ';'; }
 
 char ToLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-bool IsSameName(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char x, char y) { return ToLower(x) == ToLower(y); });
-}
-
 std::string_view TrimText(std::string_view text) {
   const std::size_t first = text.find_first_not_of(kBlanks);
   if (first == std::string_view::npos) {
@@ -30,6 +25,11 @@ bool BreaksLine(std::string_view text) {
 }
 
 }  // namespace
+
+bool IsSameName(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return ToLower(x) == ToLower(y); });
+}
 
 IniText::IniText(std::string text) : m_text(std::move(text)) { Parse(); }
 

@@ -16,6 +16,9 @@ struct IniFault {
   std::string text;     ///< the line, cut to IniText::kMaxFaultText bytes
 };
 
+/// Whether two names of sections or keys are the same: without regard to (ASCII) case.
+[[nodiscard]] bool IsSameName(std::string_view a, std::string_view b);
+
 /// An ini text in memory, kept byte for byte but for the values that are set.
 ///
 ///     # comment, also after a semicolon

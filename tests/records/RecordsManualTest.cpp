@@ -20,7 +20,7 @@ numbers are little-endian, `utime` is seconds and microseconds of 32 bits each. 
 rows of one record apart; a `counter` grows while its source lives. A field with *No source* is told
 by no host that the collector knows. `qmtctl schema RECORD` shows the same of a running agent.
 
-This file is made from the layouts. To renew it, run `record_builder_test` with the environment
+This file is made from the layouts. To renew it, run `records_test` with the environment
 variable `QMT_WRITE_MANUAL=1`.
 )";
 
