@@ -1,5 +1,3 @@
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,7 +10,7 @@
 #include <utility>
 
 #include "process/ApplicationMonitor.h"
-#include "support/Descriptor.h"
+#include "support/AtomicFile.h"
 #include "support/HostPaths.h"
 #include "support/TextFile.h"
 
@@ -26,68 +24,6 @@ constexpr const char* kForbidden = "\\:,;*?\"'<>|";
 constexpr std::size_t kMaxLine = 255;
 /// Far beyond the largest file that a full list makes.
 constexpr std::size_t kMaxFile = 1 << 20;
-constexpr mode_t kNewFileMode = 0644;
-constexpr mode_t kModeBits = 0777;
-
-bool WriteAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written <= 0) {
-      return false;
-    }
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-/// Gives the new file the mode and, where that is allowed, the owner of the old one.
-bool TakeOver(const std::string& file, int descriptor) {
-  struct ::stat old {};
-  if (::stat(file.c_str(), &old) != 0) {
-    return errno == ENOENT && ::fchmod(descriptor, kNewFileMode) == 0;
-  }
-  [[maybe_unused]] const int ignored = ::fchown(descriptor, old.st_uid, old.st_gid);
-  return ::fchmod(descriptor, old.st_mode & kModeBits) == 0;
-}
-
-/// Makes what was done in a file's folder last. Some file systems can't.
-void SyncFolderOf(const std::string& file) {
-  const std::size_t slash = file.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : file.substr(0, slash + 1);
-  const Descriptor directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (directory.Get() >= 0) {
-    ::fsync(directory.Get());
-  }
-}
-
-/// Removes what could not be finished; `errno` still tells why.
-void RemoveFailed(const std::string& file) {
-  const int reason = errno;
-  ::unlink(file.c_str());
-  errno = reason;
-}
-
-/// The file is the old or the new one at any moment.
-bool Replace(const std::string& file, std::string_view text) {
-  const std::string fresh = file + ".new";
-  ::unlink(fresh.c_str());
-  bool isWritten = false;
-  {
-    const Descriptor descriptor(
-        ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    isWritten = descriptor.Get() >= 0 && TakeOver(file, descriptor.Get()) &&
-                WriteAll(descriptor.Get(), text) && ::fsync(descriptor.Get()) == 0;
-  }
-  if (!isWritten || ::rename(fresh.c_str(), file.c_str()) != 0) {
-    RemoveFailed(fresh);
-    return false;
-  }
-  SyncFolderOf(file);
-  return true;
-}
 
 /// The whole file; false with a reason if it can't be read.
 bool Load(std::FILE* file, std::string& text, std::string& reason) {
@@ -112,16 +48,9 @@ bool Load(std::FILE* file, std::string& text, std::string& reason) {
 bool Copy(const std::string& file, const std::string& copy) {
   std::string text;
   std::string reason;
-  {
-    const TextFilePtr stream = OpenTextFile(file);
-    if (stream == nullptr || !Load(stream.get(), text, reason)) {
-      return false;
-    }
-  }
-  const Descriptor descriptor(
-      ::open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
-  return descriptor.Get() >= 0 && TakeOver(file, descriptor.Get()) &&
-         WriteAll(descriptor.Get(), text) && ::fsync(descriptor.Get()) == 0;
+  const TextFilePtr stream = OpenTextFile(file);
+  return stream != nullptr && Load(stream.get(), text, reason) &&
+         ReplaceFileLike(file, copy, text, reason);
 }
 
 /// Gives the file a second name with ".bak" behind it; true also if there is no file.
@@ -130,13 +59,7 @@ bool KeepOld(const std::string& file) {
   const std::string fresh = kept + ".new";
   ::unlink(fresh.c_str());
   if (::link(file.c_str(), fresh.c_str()) != 0) {
-    if (errno == ENOENT) {
-      return true;
-    }
-    if (!Copy(file, fresh)) {
-      RemoveFailed(fresh);
-      return false;
-    }
+    return errno == ENOENT || Copy(file, kept);
   }
   const bool isKept = ::rename(fresh.c_str(), kept.c_str()) == 0;
   // It is still there if it failed, and if both were names of one file already.
@@ -347,8 +270,9 @@ int ApplicationMonitor::write(const char* path) {
   if (m_isFileFaulty && !KeepOld(file)) {
     return 0;
   }
+  std::string reason;
   const bool isDone =
-      m_applications.empty() ? ::unlink(file.c_str()) == 0 : Replace(file, FileText());
+      m_applications.empty() ? ::unlink(file.c_str()) == 0 : ReplaceFile(file, FileText(), reason);
   if (!isDone) {
     return 0;
   }

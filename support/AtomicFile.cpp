@@ -2,10 +2,13 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "support/Descriptor.h"
 
@@ -14,7 +17,13 @@ namespace {
 constexpr mode_t kNewFileMode = 0644;
 constexpr mode_t kModeBits = 07777;
 
-std::string Because(const std::string& what) { return what + ": " + std::strerror(errno); }
+/// Leaves `errno` as it is.
+std::string Because(const std::string& what) {
+  const int reason = errno;
+  std::string text = what + ": " + std::strerror(reason);
+  errno = reason;
+  return text;
+}
 
 std::string FolderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
@@ -22,6 +31,13 @@ std::string FolderOf(const std::string& path) {
     return ".";
   }
   return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+/// Removes what could not be finished; `errno` still tells why.
+void RemoveFailed(const std::string& path) {
+  const int reason = errno;
+  ::unlink(path.c_str());
+  errno = reason;
 }
 
 bool WriteAll(int fd, std::string_view content) {
@@ -38,11 +54,11 @@ bool WriteAll(int fd, std::string_view content) {
   return true;
 }
 
-/// Gives the new file what the old one had. Another owner's file may be replaced by the folder's
+/// Gives the new file what the model has. Another owner's file may be replaced by the folder's
 /// owner, who then can't give the new one away: that is no failure.
-bool TakeOver(const std::string& oldPath, int fd) {
+bool TakeOver(const std::string& model, int fd) {
   struct stat old {};
-  if (::stat(oldPath.c_str(), &old) != 0) {
+  if (::stat(model.c_str(), &old) != 0) {
     return errno == ENOENT && ::fchmod(fd, kNewFileMode) == 0;
   }
   const bool isOwner = ::fchown(fd, old.st_uid, old.st_gid) == 0;
@@ -51,44 +67,55 @@ bool TakeOver(const std::string& oldPath, int fd) {
   return ::fchmod(fd, old.st_mode & bits) == 0;
 }
 
-/// Writes the temporary file; it is gone again if that fails.
-bool WriteTemporary(const std::string& path, std::string_view content, std::string& temporary,
-                    std::string& error) {
-  temporary = path + ".XXXXXX";
-  Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
+/// Writes the file that is to take the place of another; it is gone again if that fails.
+bool WriteFresh(const std::string& model, const std::string& fresh, std::string_view content,
+                std::string& error) {
+  ::unlink(fresh.c_str());
+  const Descriptor file(
+      ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file.IsOpen()) {
-    error = Because(path + ": can't make a temporary file beside it");
+    error = Because(fresh + ": can't be made");
     return false;
   }
-  if (TakeOver(path, file.Get()) && WriteAll(file.Get(), content) && ::fsync(file.Get()) == 0) {
+  if (TakeOver(model, file.Get()) && WriteAll(file.Get(), content) && ::fsync(file.Get()) == 0) {
     return true;
   }
-  error = Because(temporary + ": can't be written");
-  ::unlink(temporary.c_str());
+  error = Because(fresh + ": can't be written");
+  RemoveFailed(fresh);
   return false;
 }
 
 }  // namespace
 
 bool ReplaceFile(const std::string& path, std::string_view content, std::string& error) {
-  const std::string folder = FolderOf(path);
-  const Descriptor directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!directory.IsOpen()) {
-    error = Because(folder + ": can't be opened");
+  return ReplaceFileLike(path, path, content, error);
+}
+
+bool ReplaceFileLike(const std::string& model, const std::string& path, std::string_view content,
+                     std::string& error) {
+  const std::string fresh = path + ".new";
+  if (!WriteFresh(model, fresh, content, error)) {
     return false;
   }
-  std::string temporary;
-  if (!WriteTemporary(path, content, temporary, error)) {
-    return false;
-  }
-  if (::rename(temporary.c_str(), path.c_str()) != 0) {
+  if (::rename(fresh.c_str(), path.c_str()) != 0) {
     error = Because(path + ": can't be replaced");
-    ::unlink(temporary.c_str());
+    RemoveFailed(fresh);
     return false;
   }
-  // Some file systems have no sync of folders and say so by EINVAL.
-  if (::fsync(directory.Get()) != 0 && errno != EINVAL) {
-    error = Because(folder + ": can't be synced, so that a crash may undo the write of " + path);
+  if (!SyncFolderOf(path)) {
+    error = Because(FolderOf(path) + ": can't be synced, so that a crash may undo the write of " +
+                    path);
   }
   return true;
+}
+
+bool SyncFolderOf(const std::string& path) {
+  const Descriptor folder(::open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // Some file systems have no sync of folders and say so by EINVAL.
+  return folder.IsOpen() && (::fsync(folder.Get()) == 0 || errno == EINVAL);
+}
+
+std::string BehindLinks(const std::string& path) {
+  const std::unique_ptr<char, void (*)(void*)> real(::realpath(path.c_str(), nullptr), std::free);
+  return real == nullptr ? path : real.get();
 }

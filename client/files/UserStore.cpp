@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "client/ask/Errors.h"
+#include "support/AtomicFile.h"
 #include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/TextFile.h"
@@ -22,8 +23,6 @@
 namespace {
 
 constexpr std::size_t kMaxBytes = std::size_t{256} << 20;
-constexpr mode_t kFileMode = 0644;
-constexpr mode_t kModeBits = 0777;
 constexpr int kUnlocked = 1;
 
 [[noreturn]] void Fail(const std::string& path, const std::string& reason) {
@@ -47,26 +46,6 @@ std::string ReadAll(int descriptor, const std::string& path) {
       Fail(path, "longer than " + std::to_string(kMaxBytes) + " bytes");
     }
   }
-}
-
-void WriteAll(int descriptor, std::string_view text, const std::string& path) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written < 0 && errno != EINTR) {
-      FailErrno(path);
-    }
-    text.remove_prefix(static_cast<std::size_t>(written < 0 ? 0 : written));
-  }
-}
-
-/// Gives the new file the mode and, where that is allowed, the owner of the old one.
-void TakeOver(const std::string& old, int descriptor) {
-  struct ::stat status {};
-  const bool isThere = ::stat(old.c_str(), &status) == 0;
-  if (isThere) {
-    [[maybe_unused]] const int ignored = ::fchown(descriptor, status.st_uid, status.st_gid);
-  }
-  ::fchmod(descriptor, isThere ? status.st_mode & kModeBits : kFileMode);
 }
 
 std::string Trimmed(std::string_view text) {
@@ -94,13 +73,6 @@ std::string GuardModeSetting() {
     }
   }
   return {};
-}
-
-/// The file behind a link, which stays a link.
-std::string Target(const std::string& path) {
-  std::error_code error;
-  const std::filesystem::path real = std::filesystem::canonical(path, error);
-  return error ? path : real.string();
 }
 
 }  // namespace
@@ -179,32 +151,11 @@ std::string UserStore::Load() const {
 }
 
 void UserStore::Replace(const std::string& records) const {
-  const std::string path = Target(m_path);
-  const std::string fresh = path + ".new";
-  ::unlink(fresh.c_str());
-  try {
-    const Descriptor file(
-        ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!file.IsOpen()) {
-      FailErrno(fresh);
-    }
-    TakeOver(path, file.Get());
-    const auto header = MakeUserFileHeader();
-    WriteAll(file.Get(), {header.data(), header.size()}, fresh);
-    WriteAll(file.Get(), records, fresh);
-    if (::fsync(file.Get()) != 0) {
-      FailErrno(fresh);
-    }
-    if (::rename(fresh.c_str(), path.c_str()) != 0) {
-      FailErrno(path);
-    }
-  } catch (const ClientError&) {
-    ::unlink(fresh.c_str());
-    throw;
-  }
-  const Descriptor folder(::open(std::filesystem::path(path).parent_path().c_str(),
-                                 O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (folder.IsOpen()) {
-    ::fsync(folder.Get());
+  const auto header = MakeUserFileHeader();
+  std::string content(header.data(), header.size());
+  content += records;
+  std::string error;
+  if (!ReplaceFile(BehindLinks(m_path), content, error)) {
+    throw ClientError(error);
   }
 }

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -19,12 +18,6 @@
 #include "support/Descriptor.h"
 
 namespace {
-
-/// The file behind a symbolic link, so that a write replaces the file and not the link.
-std::string Resolve(const std::string& path) {
-  const std::unique_ptr<char, void (*)(void*)> real(::realpath(path.c_str(), nullptr), std::free);
-  return real == nullptr ? path : real.get();
-}
 
 bool Fail(const std::string& path, const std::string& reason, std::string& error) {
   error = path + ": " + reason;
@@ -128,7 +121,8 @@ std::optional<long> ParseLong(std::string_view text) {
 
 std::unique_ptr<LocalIniFile> LocalIniFile::Open(const std::string& directory,
                                                  const std::string& name, std::string& error) {
-  const std::string path = Resolve(directory + '/' + name);
+  // A write replaces the file and not the link.
+  const std::string path = BehindLinks(directory + '/' + name);
   IniText ini;
   if (!ReadIniText(path, ini, error)) {
     return nullptr;
