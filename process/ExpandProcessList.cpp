@@ -7,43 +7,34 @@
 #include <tuple>
 #include <utility>
 
+#include "process/ProcessComparison.h"
 #include "process/ProcessTrace.h"
 #include "support/TraceLog.h"
 
 namespace {
 
-constexpr std::size_t kAcctNameSize = 8;
-constexpr std::string_view kDefunct = std::string_view("<defunct>").substr(0, kAcctNameSize);
-constexpr std::uint64_t kNoTerminal = ~std::uint64_t{0};
-
 /// Start in seconds, user and group.
-using Key = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
+using AcctKey = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
 
-Key KeyOf(const Process& old) { return {old.startTime.seconds, old.euid, old.egid}; }
-Key KeyOf(const Acct& acct) {
+AcctKey KeyOf(const Process& old) { return {old.startTime.seconds, old.euid, old.egid}; }
+AcctKey KeyOf(const Acct& acct) {
   return {acct.GetStartTime().seconds, static_cast<std::int32_t>(acct.uid),
           static_cast<std::int32_t>(acct.gid)};
 }
 
-std::int64_t Hundredths(const tagUTIME& time) {
-  return std::int64_t{time.seconds} * 100 + time.microseconds / 10000;
-}
-
 tagNTIME ToNTIME(const tagUTIME& time) { return {time.seconds, time.microseconds * 1000}; }
 
-std::string_view ShortName(const Process& process) {
-  return std::string_view(process.GetName()).substr(0, kAcctNameSize);
-}
+std::string_view ShortName(const Process& process) { return AcctName(process.GetName()); }
 
 /// An old list by what accounting tells of a process that has ended. Of the entries with the same
 /// key a zombie must have the same user time; any other one may also have been renamed since.
-class OldProcesses {
+class EndedIndex {
  public:
-  explicit OldProcesses(std::span<const Process> old) {
+  explicit EndedIndex(std::span<const Process> old) {
     for (const Process& process : old) {
-      const Key key = KeyOf(process);
+      const AcctKey key = KeyOf(process);
       m_byUserTime.try_emplace({key, Hundredths(process.GetUserTime())}, &process);
-      if (ShortName(process) == kDefunct) {
+      if (ShortName(process) == AcctName(kDefunct)) {
         continue;
       }
       TwoNames& names = m_byName[key];
@@ -57,11 +48,10 @@ class OldProcesses {
 
   /// The first one in the list; null if there is none.
   [[nodiscard]] const Process* Find(const Acct& acct) const {
-    const Key key = KeyOf(acct);
+    const AcctKey key = KeyOf(acct);
     const auto place = m_byUserTime.find({key, Hundredths(acct.userTime)});
     const Process* const same = place == m_byUserTime.end() ? nullptr : place->second;
-    const Process* const renamed = FindRenamed(key, acct.GetComm());
-    return same == nullptr || (renamed != nullptr && renamed < same) ? renamed : same;
+    return Earlier(same, FindRenamed(key, acct.GetComm()));
   }
 
  private:
@@ -72,7 +62,7 @@ class OldProcesses {
     const Process* other = nullptr;
   };
 
-  [[nodiscard]] const Process* FindRenamed(const Key& key, std::string_view name) const {
+  [[nodiscard]] const Process* FindRenamed(const AcctKey& key, std::string_view name) const {
     const auto place = m_byName.find(key);
     if (place == m_byName.end()) {
       return nullptr;
@@ -80,8 +70,8 @@ class OldProcesses {
     return ShortName(*place->second.first) != name ? place->second.first : place->second.other;
   }
 
-  std::map<std::pair<Key, std::int64_t>, const Process*> m_byUserTime;
-  std::map<Key, TwoNames> m_byName;
+  std::map<std::pair<AcctKey, std::int64_t>, const Process*> m_byUserTime;
+  std::map<AcctKey, TwoNames> m_byName;
 };
 
 /// A process that no list has seen alive.
@@ -131,7 +121,7 @@ void ExpandProcessList(ProcessList& current, std::span<const Process> old,
         "ExpandProcList()::%1 processes in current list, %2 items in Acct List, %3items in old "
         "List.",
         current.rows.size(), acctList.size(), old.size());
-  const OldProcesses oldProcesses(old);
+  const EndedIndex oldProcesses(old);
   const std::size_t sizeAtStart = current.rows.size();
   std::size_t matches = 0;
   std::size_t misses = 0;

@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstring>
 #include <unordered_map>
 
 #include "process/PastProcesses.h"
+#include "process/ProcessComparison.h"
 #include "process/ProcessRow.h"
 #include "process/ProcessTrace.h"
 #include "records/RecordClasses.h"
@@ -89,10 +89,6 @@ tagUTIME Elapsed(const tagNTIME& current, const tagNTIME& previous) {
   return now < before ? tagUTIME{} : now - before;
 }
 
-std::uint64_t Kbytes(std::uint32_t bytes) {
-  return static_cast<std::uint64_t>(std::llround(bytes / 1024.0));
-}
-
 /// The sums over one group.
 class GroupTotals {
  public:
@@ -115,8 +111,8 @@ class GroupTotals {
       m_counters[index] +=
           process.*kProcessCounters[index] - (isKnown ? previous->*kProcessCounters[index] : 0);
     }
-    m_realKbytes += Kbytes(process.residentBytes);
-    m_virtualKbytes += Kbytes(process.virtualSize);
+    m_realKbytes += RoundedKbytes(process.residentBytes);
+    m_virtualKbytes += RoundedKbytes(process.virtualSize);
     ++m_count;
   }
 

@@ -1,10 +1,10 @@
 #include "process/PDIrecord.h"
 
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
 #include "process/PastProcesses.h"
+#include "process/ProcessComparison.h"
 #include "process/ProcessRow.h"
 #include "process/ProcessTrace.h"
 #include "records/RecordDump.h"
@@ -14,7 +14,6 @@
 namespace {
 
 using Row = recordPD_PDI;
-constexpr std::string_view kDefunct = "<defunct>";
 
 struct PDIState : FamilyState {
   PDIRows rows;
@@ -49,8 +48,6 @@ void TraceLists(const PastProcesses& past, const ProcessList& list) {
     TraceListed(*process);
   }
 }
-
-bool IsNegative(const tagUTIME& time) { return time.seconds < 0 || time.microseconds < 0; }
 
 /// The difference of a total that wraps at 4 Gbytes.
 float IoKbytesDelta(float current, float previous) {
@@ -156,11 +153,7 @@ recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows,
   Row delta = row;
   delta.interval =
       static_cast<std::uint32_t>(row.recordTime) - static_cast<std::uint32_t>(old.recordTime);
-  const tagUTIME user = row.userCpu - old.userCpu;
-  const tagUTIME system = row.systemCpu - old.systemCpu;
-  const bool negative = IsNegative(user) || IsNegative(system);
-  delta.userCpu = negative ? tagUTIME{} : user;
-  delta.systemCpu = negative ? tagUTIME{} : system;
+  SubtractCpu(delta, old);
   for (std::size_t i = 0; i < PDIFigures::kCounters.size(); ++i) {
     Ulong& counter = delta.*PDIFigures::kCounters[i];
     counter = counter - old.counters[i];

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::uint32_t Kbytes(std::uint32_t bytes) { return bytes >> 10; }
+constexpr std::uint32_t WholeKbytes(std::uint32_t bytes) { return bytes >> 10; }
 
 /// The low 32 bits.
 constexpr std::uint32_t LowWord(std::uint64_t value) { return static_cast<std::uint32_t>(value); }
@@ -60,9 +60,9 @@ void FillFigures(Row& row, const Process& process) {
 
 template <class Row>
 void FillMemory(Row& row, const Process& process) {
-  row.realMemKbytes = Kbytes(process.GetResidentBytes());
-  row.virtualMemKbytes = Kbytes(process.GetVirtualSize());
-  row.totalProcessKbytes = Kbytes(process.GetTotalBytes());
+  row.realMemKbytes = WholeKbytes(process.GetResidentBytes());
+  row.virtualMemKbytes = WholeKbytes(process.GetVirtualSize());
+  row.totalProcessKbytes = WholeKbytes(process.GetTotalBytes());
   row.stackKbytes = LowWord(process.GetStackKB());
   row.sharedMemKbytes = WholeNumber(process.GetSharedKB());
   row.executableTextKbytes = LowWord(process.GetCodeKB());

@@ -15,7 +15,6 @@
 namespace {
 
 constexpr std::uint32_t kLastStateCode = 9;
-constexpr std::uint64_t kNoTerminal = UINT64_MAX;
 
 void SortByPid(ProcessSamples& samples) {
   const auto isBefore = [](const ProcessSample& a, const ProcessSample& b) {

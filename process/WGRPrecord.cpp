@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "process/PastProcesses.h"
+#include "process/ProcessComparison.h"
 #include "process/ProcessTrace.h"
 #include "process/WorkgroupMap.h"
 #include "process/WorkgroupReport.h"
@@ -38,23 +39,15 @@ constexpr std::array kCounters{CounterField<Row>{&Row::majorFaults, "major_fault
                                CounterField<Row>{&Row::totalIoOps, "total_io_ops"},
                                CounterField<Row>{&Row::totalIoKbytes, "total_io_kbytes"}};
 
-bool IsNegative(const tagUTIME& time) { return time.seconds < 0 || time.microseconds < 0; }
-
 /// CPU times of processes don't wrap: a sum that fell lost a process to another workgroup.
-void SubtractCpu(Row& row, Row& /*raw*/, const Row& previous) {
-  const tagUTIME user = row.userCpu - previous.userCpu;
-  const tagUTIME system = row.systemCpu - previous.systemCpu;
-  const bool isNegative = IsNegative(user) || IsNegative(system);
-  row.userCpu = isNegative ? tagUTIME{} : user;
-  row.systemCpu = isNegative ? tagUTIME{} : system;
-}
+void AmendCpu(Row& row, Row& /*raw*/, const Row& previous) { SubtractCpu(row, previous); }
 
 constexpr IntervalFamily<Row> kFamily{.counters = kCounters,
                                       .times = {},
                                       .rates = {},
                                       .sameInstance = nullptr,
                                       .ratesOperation = nullptr,
-                                      .amend = SubtractCpu};
+                                      .amend = AmendCpu};
 
 /// The figures of all workgroups as they were, put back at the end unless they are to change.
 class SavedFigures {

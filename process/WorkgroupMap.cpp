@@ -1,23 +1,20 @@
 #include "process/WorkgroupMap.h"
 
 #include <algorithm>
-#include <cmath>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "collect/process/NameCache.h"
+#include "process/ProcessComparison.h"
 #include "process/ProcessTrace.h"
 
 namespace {
 
-constexpr std::string_view kDefunct = "<defunct>";
-constexpr std::size_t kAcctNameSize = 8;
-
 /// The processes of the last pass, in its order.
-class OldProcesses {
+class LastPass {
  public:
-  explicit OldProcesses(std::span<const Process> old) {
+  explicit LastPass(std::span<const Process> old) {
     m_byPid.reserve(old.size());
     for (const Process& process : old) {
       if (process.pid >= 0) {
@@ -32,8 +29,7 @@ class OldProcesses {
   [[nodiscard]] const Process* Find(const Process& process) const {
     const auto place = m_byPid.find(process.pid);
     const Process* const same = place == m_byPid.end() ? nullptr : place->second;
-    const Process* const ended = FindEnded(process);
-    return same == nullptr || (ended != nullptr && ended < same) ? ended : same;
+    return Earlier(same, FindEnded(process));
   }
 
  private:
@@ -59,22 +55,13 @@ class OldProcesses {
       return false;
     }
     return old.GetStartTime() == process.GetStartTime() &&
-           name.substr(0, kAcctNameSize) ==
-               std::string_view(process.GetName()).substr(0, kAcctNameSize) &&
-           old.egid == process.egid && old.euid == process.euid;
+           AcctName(name) == AcctName(process.GetName()) && old.egid == process.egid &&
+           old.euid == process.euid;
   }
 
   std::unordered_map<std::int32_t, const Process*> m_byPid;
   std::unordered_map<std::int32_t, std::vector<const Process*>> m_ended;  ///< by start second
 };
-
-std::uint32_t Kbytes(std::uint32_t bytes) {
-  return static_cast<std::uint32_t>(std::llround(bytes / 1024.0));
-}
-
-std::int64_t Hundredths(const tagUTIME& time) {
-  return std::int64_t{time.seconds} * 100 + time.microseconds / 10000;
-}
 
 WorkgroupDelta DeltaOf(const Process& process, const Process* old) {
   static const Process kNothing;
@@ -86,8 +73,8 @@ WorkgroupDelta DeltaOf(const Process& process, const Process* old) {
   delta.majorFaults = process.majorFaults - before.majorFaults;
   delta.reads = process.reads - before.reads;
   delta.writes = process.writes - before.writes;
-  delta.realMemKbytes = Kbytes(process.residentBytes);
-  delta.virtualMemKbytes = Kbytes(process.virtualSize);
+  delta.realMemKbytes = RoundedKbytes(process.residentBytes);
+  delta.virtualMemKbytes = RoundedKbytes(process.virtualSize);
   delta.swaps = process.swaps - before.swaps;
   delta.systemCpu = Hundredths(process.GetSystemTime() - before.GetSystemTime());
   delta.userCpu = Hundredths(process.GetUserTime() - before.GetUserTime());
@@ -116,7 +103,7 @@ ProcessSubject::ProcessSubject(const Process& process, BatchNames& names)
 void UpdateWgMap(std::span<const Process* const> current, std::span<const Process> old, WgMap& map,
                  BatchNames& names) {
   TraceEntry("RecordBuilder::UpdateWgMap", current.size(), old.size(), map.size());
-  const OldProcesses oldProcesses(old);
+  const LastPass lastPass(old);
   WorkGroup* other = nullptr;
   std::vector<WorkGroup*> groups;
   for (const auto& [name, group] : map) {
@@ -127,7 +114,7 @@ void UpdateWgMap(std::span<const Process* const> current, std::span<const Proces
     }
   }
   for (const Process* process : current) {
-    const WorkgroupDelta delta = DeltaOf(*process, oldProcesses.Find(*process));
+    const WorkgroupDelta delta = DeltaOf(*process, lastPass.Find(*process));
     const ProcessSubject subject(*process, names);
     bool isTaken = false;
     for (WorkGroup* group : groups) {

@@ -13,6 +13,9 @@
 
 #include "collect/Source.h"
 
+/// The device number of a process without a terminal.
+inline constexpr std::uint64_t kNoTerminal = ~std::uint64_t{0};
+
 /// One process as the source reads it.
 struct x_proc {
   std::uint32_t size = 0;  ///< always 1132
@@ -36,7 +39,7 @@ struct x_proc {
   std::uint32_t virtualSize = 0;  ///< bytes
   std::int32_t nice = 0;
   std::int32_t priority = 0;   ///< the kernel's, 60 added
-  std::uint64_t tty = 0;       ///< device number, all ones without a terminal
+  std::uint64_t tty = 0;       ///< device number, or kNoTerminal
   std::uint64_t cwdInode = 0;  ///< 0 if unknown
   std::uint64_t rootInode = 0;
   tagNTIME userTime;

@@ -13,7 +13,6 @@
 namespace {
 
 constexpr std::int32_t kPriorityBase = 60;
-constexpr std::uint64_t kNoTerminal = ~std::uint64_t{0};
 
 constexpr std::uint32_t StateOf(char letter) {
   switch (letter) {
