@@ -5,30 +5,31 @@
 
 #include "collect/process/ProcessSourceLINUX.h"
 #include "process/ApplicationMonitor.h"
+#include "process/ProcessRow.h"
 #include "process/ProcessTrace.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
-#include "records/RecordDump.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
 
 namespace {
 
-using Row = recordPD_APP;
+using ApplicationRow = recordPD_APP;
 
 /// The fields of one condition.
 struct Slot {
-  Ushort Row::*count;
-  Text<12> Row::*range;
-  Text<10> Row::*status;
-  Text<4> Row::*kind;
-  Text<32> Row::*label;
+  Ushort ApplicationRow::*count;
+  Text<12> ApplicationRow::*range;
+  Text<10> ApplicationRow::*status;
+  Text<4> ApplicationRow::*kind;
+  Text<32> ApplicationRow::*label;
 };
 
 #define SLOT(n)                                                                 \
   Slot {                                                                        \
-    &Row::monitor##n##Count, &Row::monitor##n##Range, &Row::monitor##n##Status, \
-        &Row::monitor##n##Kind, &Row::monitor##n##Label                         \
+    &ApplicationRow::monitor##n##Count, &ApplicationRow::monitor##n##Range,     \
+        &ApplicationRow::monitor##n##Status, &ApplicationRow::monitor##n##Kind, \
+        &ApplicationRow::monitor##n##Label                                      \
   }
 constexpr std::array kSlots{SLOT(1),  SLOT(2),  SLOT(3),  SLOT(4),  SLOT(5),
                             SLOT(6),  SLOT(7),  SLOT(8),  SLOT(9),  SLOT(10),
@@ -49,7 +50,7 @@ const char* StatusText(int status) {
   }
 }
 
-const char* StateText(int state) {
+const char* ConditionStateText(int state) {
   switch (state) {
     case ApplicationMonitor::kUnknown:
       return "";
@@ -85,8 +86,9 @@ void CountProcesses(ApplicationMonitor& applications, const std::vector<Process>
   applications.end();
 }
 
-Row RowOf(const ApplicationMonitor& applications, int application, std::int32_t now) {
-  Row row = NewRow<Row>(now);
+ApplicationRow ApplicationRowOf(const ApplicationMonitor& applications, int application,
+                                std::int32_t now) {
+  ApplicationRow row = NewRow<ApplicationRow>(now);
   row.applicationName = applications.GetName(application);
   row.applicationStatus = StatusText(applications.GetStatus(application));
   row.applicationExist = StatusText(applications.GetExist(application));
@@ -99,7 +101,7 @@ Row RowOf(const ApplicationMonitor& applications, int application, std::int32_t 
     row.*slot.count =
         static_cast<std::uint16_t>(applications.GetProcessCount(application, process));
     row.*slot.range = range.data();
-    row.*slot.status = StateText(applications.GetState(application, process));
+    row.*slot.status = ConditionStateText(applications.GetState(application, process));
     row.*slot.kind = KindText(applications.GetKind(application, process));
     row.*slot.label = applications.GetPattern(application, process);
   }
@@ -132,13 +134,11 @@ UtlError* RecordBuilder::BuildPD_APP(CMBRecordRequestEvent* pEvent, CMBRecordReq
   } else {
     CountProcesses(*m_pApplications, *m_pCollector->GetProcess());
     for (; count < m_pApplications->GetCount(); ++count) {
-      const Row row = RowOf(*m_pApplications, count, now);
-      DumpRecord(row, count);
-      PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, count);
-      pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
+      const ApplicationRow row = ApplicationRowOf(*m_pApplications, count, now);
+      DeliverRow(row, *pEvent, count);
     }
   }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, count);
+  TraceCreated(__FILE__, __LINE__, RecordTraits<ApplicationRow>::kName, count);
   TraceExit("RecordBuilder::BuildPD_APP", 0);
   return nullptr;
 }

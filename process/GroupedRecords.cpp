@@ -6,9 +6,7 @@
 #include "process/PastProcesses.h"
 #include "process/ProcessComparison.h"
 #include "process/ProcessRow.h"
-#include "process/ProcessTrace.h"
 #include "records/RecordClasses.h"
-#include "records/RecordDump.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
 
@@ -143,35 +141,16 @@ class GroupTotals {
   std::uint64_t m_virtualKbytes = 0;
 };
 
-/// What one build works on.
-struct GroupInput {
-  const Collector& collector;
-  int getDiedProcess;
-  std::uint32_t processors;
-  std::uint32_t cycle;
-  BatchSnapshot& snapshot;
-  BatchNames& names;
-};
-
-template <class Row>
-void Deliver(const Row& row, CMBRecordRequestEvent& event, int index) {
-  DumpRecord(row, index);
-  PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, index);
-  event.m_records.push_back(new typename RecordTraits<Row>::Class(&row));
-}
-
 /// Delivers a row for each group.
 template <class Row>
-void BuildGroups(const Grouping<Row>& grouping, PastProcesses& past, const GroupInput& input,
+void BuildGroups(const Grouping<Row>& grouping, PastProcesses& past, const ProcessInput& input,
                  CMBRecordRequestEvent& event) {
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   const bool realtime = event.IsRealtime() != 0;
-  const std::vector<Process>& processes = *input.collector.GetProcess();
-  ProcessList list(processes);
+  ProcessList list(input.Processes());
   PastProcesses next;
   if (!realtime) {
-    next = past.Advance(list, EndedProcesses(input.collector, input.getDiedProcess),
-                        input.snapshot.Take(input.cycle, processes), now);
+    next = input.Advance(past, list, now);
   }
   const PreviousIndex previous(realtime ? std::span<const Process>{} : past.Processes());
   input.names.Begin(input.cycle);
@@ -187,7 +166,7 @@ void BuildGroups(const Grouping<Row>& grouping, PastProcesses& past, const Group
     Row row = NewRow<Row>(now);
     grouping.putKey(row, first, input.names);
     totals.PutInto(row, input.processors);
-    Deliver(row, event, rows);
+    DeliverRow(row, event, rows);
   }
   if (!realtime) {
     past = std::move(next);

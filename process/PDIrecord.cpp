@@ -6,14 +6,12 @@
 #include "process/PastProcesses.h"
 #include "process/ProcessComparison.h"
 #include "process/ProcessRow.h"
-#include "process/ProcessTrace.h"
-#include "records/RecordDump.h"
 #include "records/UserObjects.h"
 #include "support/OsCalls.h"
 
 namespace {
 
-using Row = recordPD_PDI;
+using IntervalRow = recordPD_PDI;
 
 struct PDIState : FamilyState {
   PDIRows rows;
@@ -70,7 +68,7 @@ class PDIBuild {
         m_previousRows(m_realtime ? &event.PreviousRecords() : nullptr) {}
 
   /// The finished row of an interval, from a row that holds its difference.
-  void FinishInterval(Row& row) const {
+  void FinishInterval(IntervalRow& row) const {
     const auto seconds = static_cast<std::int32_t>(static_cast<std::uint32_t>(row.interval));
     SetAverageIo(row);
     SetCpuPercent(row, CpuOf(row), seconds, m_processors);
@@ -79,10 +77,10 @@ class PDIBuild {
 
   /// The finished row of a look on demand: the totals stay, `CPU %` and with rates the rate fields
   /// are of the time since the last look or since the start.
-  void FinishLook(Row& row) const {
-    const Row* previous = m_previousRows.Find(row);
-    const Row birth = NewRow<Row>(row.startTime);
-    const Row& from = previous == nullptr ? birth : *previous;
+  void FinishLook(IntervalRow& row) const {
+    const IntervalRow* previous = m_previousRows.Find(row);
+    const IntervalRow birth = NewRow<IntervalRow>(row.startTime);
+    const IntervalRow& from = previous == nullptr ? birth : *previous;
     const std::int64_t seconds = SecondsBetween(from.recordTime, row.recordTime);
     SetCpuPercent(row, CpuOf(row) - CpuOf(from), seconds, m_processors);
     if (!m_withRates) {
@@ -102,7 +100,7 @@ class PDIBuild {
   std::uint32_t m_processors;
   bool m_realtime;
   bool m_withRates;
-  PreviousRows<Row> m_previousRows;
+  PreviousRows<IntervalRow> m_previousRows;
 };
 
 }  // namespace
@@ -150,7 +148,7 @@ recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows,
     old = *found;
   }
 
-  Row delta = row;
+  IntervalRow delta = row;
   delta.interval =
       static_cast<std::uint32_t>(row.recordTime) - static_cast<std::uint32_t>(old.recordTime);
   SubtractCpu(delta, old);
@@ -172,17 +170,17 @@ UtlError* RecordBuilder::BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordReq
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   PastProcesses& past = ClaimUserObject<PDIObject>(*pRequest).object.m_past;
   const PDIBuild build(*pEvent, GetNumCPUs());
-  ProcessList list(*m_pCollector->GetProcess());
+  const ProcessInput input{*m_pCollector, m_bGetDiedProcess,        m_numCPUs,
+                           m_cycle,       StateOf<BatchSnapshot>(), StateOf<BatchNames>()};
+  ProcessList list(input.Processes());
   PastProcesses next;
   if (!build.IsRealtime()) {
-    next = past.Advance(list, EndedProcesses(*m_pCollector, m_bGetDiedProcess),
-                        StateOf<BatchSnapshot>().Take(m_cycle, *m_pCollector->GetProcess()), now);
+    next = input.Advance(past, list, now);
   }
   SortByProcessId(list);
   TraceLists(past, list);
   auto& kept = StateOf<PDIState>().rows;
-  auto& names = StateOf<BatchNames>();
-  names.Begin(m_cycle);
+  input.names.Begin(m_cycle);
 
   PDIRows newRows;
   if (!build.IsRealtime()) {
@@ -190,9 +188,9 @@ UtlError* RecordBuilder::BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordReq
   }
   int count = 0;
   for (const Process* process : list.rows) {
-    Row row = NewRow<Row>(now);
+    IntervalRow row = NewRow<IntervalRow>(now);
     AttemptStep(kNoProcessData, *process, [&] {
-      FillProcessRow(row, *process, names);
+      FillProcessRow(row, *process, input.names);
       if (build.IsRealtime()) {
         build.FinishLook(row);
       } else {
@@ -200,16 +198,14 @@ UtlError* RecordBuilder::BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordReq
         build.FinishInterval(row);
       }
     });
-    DumpRecord(row, count);
-    PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, count);
-    pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
+    DeliverRow(row, *pEvent, count);
     ++count;
   }
   if (!build.IsRealtime()) {
     kept = std::move(newRows);
     past = std::move(next);
   }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, count);
+  TraceCreated(__FILE__, __LINE__, RecordTraits<IntervalRow>::kName, count);
   TraceExit("RecordBuilder::BuildPD_PDI", 0);
   return nullptr;
 }

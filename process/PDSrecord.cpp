@@ -5,18 +5,17 @@
 
 #include "collect/Collector.h"
 #include "collect/device/DeviceMap.h"
+#include "process/ProcessRow.h"
 #include "process/ProcessSummary.h"
-#include "process/ProcessTrace.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
-#include "records/RecordDump.h"
 #include "records/UserObjects.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
 
 namespace {
 
-using Row = recordPD_PDS;
+using SummaryRow = recordPD_PDS;
 
 struct PDSState : FamilyState {
   std::unique_ptr<ProcessSummary> summary;
@@ -39,7 +38,7 @@ class PDSUserObject : public CMBUserObject {
 
 constexpr std::uint32_t Unsigned(std::int32_t count) { return static_cast<std::uint32_t>(count); }
 
-void FillCounts(Row& row, const ProcessSummary& summary) {
+void FillCounts(SummaryRow& row, const ProcessSummary& summary) {
   row.processes = Unsigned(summary.GetProcessCount());
   row.terminals = Unsigned(summary.GetActiveTerminalCount());
   row.users = Unsigned(summary.GetUniqueUserCount());
@@ -57,7 +56,7 @@ void FillCounts(Row& row, const ProcessSummary& summary) {
 
 /// What began and ended since the request's last record, told by the counts alone; `last` takes the
 /// new ones. With no last count nothing can be compared, so the figures of activity are 0 too.
-void FillArrivals(Row& row, std::int32_t count, PDSReport& last) {
+void FillArrivals(SummaryRow& row, std::int32_t count, PDSReport& last) {
   Trace(30, kInformation, " Accounting is not effective.");
   const std::int32_t previous = last.previousCount;
   const std::int32_t arrived = std::max(count - previous, 0);
@@ -93,7 +92,7 @@ UtlError* RecordBuilder::BuildPD_PDS(CMBRecordRequestEvent* pEvent, CMBRecordReq
     return error.release();
   }
   try {
-    Row row = NewRow<Row>(static_cast<std::int32_t>(Os().time(nullptr)));
+    SummaryRow row = NewRow<SummaryRow>(static_cast<std::int32_t>(Os().time(nullptr)));
     FillCounts(row, *state.summary);
     PDSReport report = last.report;
     FillArrivals(row, state.summary->GetProcessCount(), report);
@@ -101,9 +100,7 @@ UtlError* RecordBuilder::BuildPD_PDS(CMBRecordRequestEvent* pEvent, CMBRecordReq
     if (realtime) {
       TakeSamples(*m_pCollector->GetProcess(), samples);
     }
-    DumpRecord(row, 0);
-    PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, 0);
-    pEvent->m_records.push_back(new RecordTraits<Row>::Class(&row));
+    DeliverRow(row, *pEvent, 0);
     state.endedProcesses = report.endedTotal;
     last.report = report;
     if (realtime) {
@@ -114,7 +111,7 @@ UtlError* RecordBuilder::BuildPD_PDS(CMBRecordRequestEvent* pEvent, CMBRecordReq
     TraceExit("RecordBuilder::BuildPD_PDS", 0);
     return nullptr;
   }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, 1);
+  TraceCreated(__FILE__, __LINE__, RecordTraits<SummaryRow>::kName, 1);
   TraceExit("RecordBuilder::BuildPD_PDS", 0);
   return nullptr;
 }

@@ -1,7 +1,5 @@
 #include "process/PastProcesses.h"
 
-#include <utility>
-
 ProcessSnapshot BatchSnapshot::Take(std::uint32_t cycle, const std::vector<Process>& processes) {
   ProcessSnapshot snapshot = cycle == m_cycle ? m_snapshot.lock() : nullptr;
   if (!snapshot) {
@@ -12,16 +10,11 @@ ProcessSnapshot BatchSnapshot::Take(std::uint32_t cycle, const std::vector<Proce
   return snapshot;
 }
 
-PastProcesses PastProcesses::Advance(ProcessList& current, std::span<const Acct> ended,
-                                     ProcessSnapshot newSnapshot, std::int32_t now) const {
-  PastProcesses next{std::move(newSnapshot), now, lastEnd};
-  if (!ended.empty()) {
-    ExpandProcessList(current, Processes(), ended, next.lastEnd);
+PastProcesses ProcessInput::Advance(const PastProcesses& past, ProcessList& current,
+                                    std::int32_t now) const {
+  PastProcesses next{snapshot.Take(cycle, Processes()), now, past.lastEnd};
+  if (getDiedProcess != 0 && !collector.GetAcct()->empty()) {
+    ExpandProcessList(current, past.Processes(), *collector.GetAcct(), next.lastEnd);
   }
   return next;
-}
-
-std::span<const Acct> EndedProcesses(const Collector& collector, int getDiedProcess) {
-  return getDiedProcess == 0 ? std::span<const Acct>{}
-                             : std::span<const Acct>(*collector.GetAcct());
 }

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "collect/Collector.h"
-#include "collect/accounting/AcctRecord.h"
 #include "process/ExpandProcessList.h"
+#include "process/ProcessRow.h"
 #include "records/RecordBuilder.h"
 
 /// The processes of one collection, kept by all who compare with them at the next interval.
@@ -34,11 +34,20 @@ struct PastProcesses {
   [[nodiscard]] std::span<const Process> Processes() const {
     return snapshot ? std::span<const Process>(*snapshot) : std::span<const Process>{};
   }
-  /// Adds to `current` what of `ended` has ended since. Returns what takes the place of this one
-  /// once the rows of the interval are made.
-  [[nodiscard]] PastProcesses Advance(ProcessList& current, std::span<const Acct> ended,
-                                      ProcessSnapshot newSnapshot, std::int32_t now) const;
 };
 
-/// The ended processes that accounting tells of; none if the site does not want them.
-[[nodiscard]] std::span<const Acct> EndedProcesses(const Collector& collector, int getDiedProcess);
+/// What the builders of records of processes work on.
+struct ProcessInput {
+  const Collector& collector;
+  int getDiedProcess;  ///< 0: the site does not want the ended processes that accounting tells of
+  std::uint32_t processors;
+  std::uint32_t cycle;  ///< tells one batch from the next
+  BatchSnapshot& snapshot;
+  BatchNames& names;
+
+  [[nodiscard]] const std::vector<Process>& Processes() const { return *collector.GetProcess(); }
+  /// Adds to `current` what has ended since `past`. Returns what takes the place of that once the
+  /// rows of the interval are made.
+  [[nodiscard]] PastProcesses Advance(const PastProcesses& past, ProcessList& current,
+                                      std::int32_t now) const;
+};

@@ -11,8 +11,10 @@
 
 #include "collect/process/ProcessSourceLINUX.h"
 #include "node/RecordRequest.h"
+#include "process/ProcessTrace.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
+#include "records/RecordDump.h"
 #include "support/AgentUtil.h"
 #include "support/TraceLog.h"
 
@@ -128,6 +130,14 @@ void SetCpuPercent(Row& row, const tagUTIME& cpu, std::int64_t seconds, std::uin
   const float percent = seconds > 0 && used > 0.0F ? used / static_cast<float>(seconds) : 0.0F;
   row.cpuPercentEach = percent;
   row.cpuPercent = processors == 0 ? percent : percent / static_cast<float>(processors);
+}
+
+/// Gives the event a copy of a finished row, its `index`-th.
+template <class Row>
+void DeliverRow(const Row& row, CMBRecordRequestEvent& event, int index) {
+  DumpRecord(row, index);
+  PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, index);
+  event.m_records.push_back(new typename RecordTraits<Row>::Class(&row));
 }
 
 /// Seconds from one point in time to another.

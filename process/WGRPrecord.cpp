@@ -8,7 +8,6 @@
 
 #include "process/PastProcesses.h"
 #include "process/ProcessComparison.h"
-#include "process/ProcessTrace.h"
 #include "process/WorkgroupMap.h"
 #include "process/WorkgroupReport.h"
 #include "records/IntervalEngine.h"
@@ -17,37 +16,40 @@
 
 namespace {
 
-using Row = recordPI_WGRP;
+using WorkgroupRow = recordPI_WGRP;
 
 /// What the field of a list can show.
-constexpr std::size_t kShown = sizeof(Row::users) - 1;
+constexpr std::size_t kShown = sizeof(WorkgroupRow::users) - 1;
 
 struct WorkgroupState : FamilyState {
   bool isReady = false;
   WgMap map;
   PastProcesses past;
   /// The cumulative figures of the last interval by the whole name, of which a row shows a part.
-  std::map<std::string, Row> rawRows;
+  std::map<std::string, WorkgroupRow> rawRows;
   std::optional<WorkgroupReport> report;  // refers to the map
 };
 
-constexpr std::array kCounters{CounterField<Row>{&Row::majorFaults, "major_faults"},
-                               CounterField<Row>{&Row::swaps, "swaps"},
-                               CounterField<Row>{&Row::contextSwitches, "context_switches"},
-                               CounterField<Row>{&Row::reads, "reads"},
-                               CounterField<Row>{&Row::writes, "writes"},
-                               CounterField<Row>{&Row::totalIoOps, "total_io_ops"},
-                               CounterField<Row>{&Row::totalIoKbytes, "total_io_kbytes"}};
+constexpr std::array kCounters{
+    CounterField<WorkgroupRow>{&WorkgroupRow::majorFaults, "major_faults"},
+    CounterField<WorkgroupRow>{&WorkgroupRow::swaps, "swaps"},
+    CounterField<WorkgroupRow>{&WorkgroupRow::contextSwitches, "context_switches"},
+    CounterField<WorkgroupRow>{&WorkgroupRow::reads, "reads"},
+    CounterField<WorkgroupRow>{&WorkgroupRow::writes, "writes"},
+    CounterField<WorkgroupRow>{&WorkgroupRow::totalIoOps, "total_io_ops"},
+    CounterField<WorkgroupRow>{&WorkgroupRow::totalIoKbytes, "total_io_kbytes"}};
 
 /// CPU times of processes don't wrap: a sum that fell lost a process to another workgroup.
-void AmendCpu(Row& row, Row& /*raw*/, const Row& previous) { SubtractCpu(row, previous); }
+void AmendCpu(WorkgroupRow& row, WorkgroupRow& /*raw*/, const WorkgroupRow& previous) {
+  SubtractCpu(row, previous);
+}
 
-constexpr IntervalFamily<Row> kFamily{.counters = kCounters,
-                                      .times = {},
-                                      .rates = {},
-                                      .sameInstance = nullptr,
-                                      .ratesOperation = nullptr,
-                                      .amend = AmendCpu};
+constexpr IntervalFamily<WorkgroupRow> kFamily{.counters = kCounters,
+                                               .times = {},
+                                               .rates = {},
+                                               .sameInstance = nullptr,
+                                               .ratesOperation = nullptr,
+                                               .amend = AmendCpu};
 
 /// The figures of all workgroups as they were, put back at the end unless they are to change.
 class SavedFigures {
@@ -110,9 +112,9 @@ tagUTIME CpuTime(std::int64_t hundredths) {
 }
 
 /// A row with the workgroup's figures, cumulative but for the levels.
-Row RowOf(const WorkGroup& group, std::int32_t now) {
+WorkgroupRow WorkgroupRowOf(const WorkGroup& group, std::int32_t now) {
   const WorkgroupTotals& totals = group.totals;
-  Row row = NewRow<Row>(now);
+  WorkgroupRow row = NewRow<WorkgroupRow>(now);
   row.workgroup = group.Name();
   row.users = JoinLists(group.Users(), group.Users02());
   row.groups = JoinLists(group.Groups(), group.Groups02());
@@ -134,31 +136,31 @@ Row RowOf(const WorkGroup& group, std::int32_t now) {
 }
 
 /// Leaves the field as it is without I/O.
-void PutAverageIo(Row& row, const Row& from) {
+void PutAverageIo(WorkgroupRow& row, const WorkgroupRow& from) {
   if (const std::uint32_t ops = from.totalIoOps; ops != 0) {
     const std::uint32_t kbytes = from.totalIoKbytes;
     row.avgIoKbytes = static_cast<float>(kbytes) / static_cast<float>(ops);
   }
 }
 
-void PutCpuPercent(Row& row, const Row& from, float seconds) {
+void PutCpuPercent(WorkgroupRow& row, const WorkgroupRow& from, float seconds) {
   row.cpuPercent = 100.0F * ToFloat(from.userCpu + from.systemCpu) / seconds;
 }
 
-constexpr auto kRates = RatesOf<RateField, Row>();
+constexpr auto kRates = RatesOf<RateField, WorkgroupRow>();
 
-void PutRates(Row& row, float seconds) {
-  for (const RateField<Row>& rate : kRates) {
+void PutRates(WorkgroupRow& row, float seconds) {
+  for (const RateField<WorkgroupRow>& rate : kRates) {
     row.*rate.rate = static_cast<float>(std::uint32_t{row.*rate.counter}) / seconds;
   }
 }
 
-float SecondsOf(const Row& row) { return static_cast<float>(std::uint32_t{row.interval}); }
+float SecondsOf(const WorkgroupRow& row) { return static_cast<float>(std::uint32_t{row.interval}); }
 
 /// `raw` is the workgroup's row of the last interval, or a zero one, and becomes that of this one.
-void FinishInterval(Row& raw, Row& row) {
+void FinishInterval(WorkgroupRow& raw, WorkgroupRow& row) {
   PutAverageIo(row, row);
-  const Row previous = std::exchange(raw, row);
+  const WorkgroupRow previous = std::exchange(raw, row);
   row = DeltaPI(kFamily, row, previous);
   if (row.interval != 0U) {
     PutCpuPercent(row, row, SecondsOf(row));
@@ -168,17 +170,17 @@ void FinishInterval(Row& raw, Row& row) {
 }
 
 /// The row of the request's last answer for the same workgroup; owned by the framework.
-const Row* Predecessor(const CMBRecordRequestEvent& event, const Row& row) {
-  const RecordTraits<Row>::Class sample(&row);
+const WorkgroupRow* Predecessor(const CMBRecordRequestEvent& event, const WorkgroupRow& row) {
+  const RecordTraits<WorkgroupRow>::Class sample(&row);
   for (const CMBRecord* record : event.PreviousRecords()) {
-    if (record->GetRecSize() == static_cast<int>(sizeof(Row)) && sample == *record) {
-      return static_cast<const Row*>(record->GetRecStart());
+    if (record->GetRecSize() == static_cast<int>(sizeof(WorkgroupRow)) && sample == *record) {
+      return static_cast<const WorkgroupRow*>(record->GetRecStart());
     }
   }
   return nullptr;
 }
 
-void FinishLook(const CMBRecordRequestEvent& event, Row& row, std::uint32_t elapsed) {
+void FinishLook(const CMBRecordRequestEvent& event, WorkgroupRow& row, std::uint32_t elapsed) {
   if (event.ShouldCalcRates() != 0) {
     row.interval = elapsed;
     const float seconds = elapsed == 0 ? 1.0F : SecondsOf(row);
@@ -189,8 +191,8 @@ void FinishLook(const CMBRecordRequestEvent& event, Row& row, std::uint32_t elap
   }
   row.interval = static_cast<std::uint32_t>(row.recordTime);
   PutRates(row, 1.0F);
-  if (const Row* previous = Predecessor(event, row)) {
-    const Row delta = DeltaPI(kFamily, row, *previous);
+  if (const WorkgroupRow* previous = Predecessor(event, row)) {
+    const WorkgroupRow delta = DeltaPI(kFamily, row, *previous);
     if (delta.interval != 0U) {
       PutCpuPercent(row, delta, SecondsOf(delta));
     }
@@ -199,23 +201,11 @@ void FinishLook(const CMBRecordRequestEvent& event, Row& row, std::uint32_t elap
   }
 }
 
-/// What one build works on.
-struct WorkgroupInput {
-  const Collector& collector;
-  int getDiedProcess;
-  std::uint32_t cycle;
-  BatchSnapshot& snapshot;
-  BatchNames& names;
-};
-
 /// Moves the workgroups on by an interval; on failure nothing has changed.
-void CountInterval(WorkgroupState& state, const WorkgroupInput& input, std::int32_t now) {
-  const std::vector<Process>& processes = *input.collector.GetProcess();
-  ProcessList list(processes);
-  PastProcesses next =
-      state.past.Advance(list, EndedProcesses(input.collector, input.getDiedProcess),
-                         input.snapshot.Take(input.cycle, processes), now);
-  if (list.rows.size() > processes.size()) {
+void CountInterval(WorkgroupState& state, const ProcessInput& input, std::int32_t now) {
+  ProcessList list(input.Processes());
+  PastProcesses next = input.Advance(state.past, list, now);
+  if (list.rows.size() > input.Processes().size()) {
     // The next interval must know the ended ones too.
     auto all = std::make_shared<std::vector<Process>>();
     all->reserve(list.rows.size());
@@ -237,7 +227,7 @@ int BuildRows(WorkgroupState& state, CMBRecordRequestEvent& event, bool first, s
   const bool realtime = event.IsRealtime() != 0;
   int rows = 0;
   for (const auto& [name, group] : state.map) {
-    Row row = RowOf(*group, now);
+    WorkgroupRow row = WorkgroupRowOf(*group, now);
     if (realtime) {
       FinishLook(event, row, group->totals.elapsed);
     } else {
@@ -248,9 +238,7 @@ int BuildRows(WorkgroupState& state, CMBRecordRequestEvent& event, bool first, s
       row.cpuPercent = row.cpuPercent / static_cast<float>(processors);
     }
     if (realtime || !first) {
-      DumpRecord(row, rows);
-      PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, rows);
-      event.m_records.push_back(new RecordTraits<Row>::Class(&row));
+      DeliverRow(row, event, rows);
     }
     ++rows;
   }
@@ -283,22 +271,22 @@ UtlError* RecordBuilder::Build_WGRP(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   }
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  auto& names = StateOf<BatchNames>();
-  names.Begin(m_cycle);
+  const ProcessInput input{*m_pCollector, m_bGetDiedProcess,        m_numCPUs,
+                           m_cycle,       StateOf<BatchSnapshot>(), StateOf<BatchNames>()};
+  input.names.Begin(m_cycle);
   int rows = 0;
   if (pEvent->IsRealtime() == 0) {
-    CountInterval(
-        state, {*m_pCollector, m_bGetDiedProcess, m_cycle, StateOf<BatchSnapshot>(), names}, now);
+    CountInterval(state, input, now);
     rows = BuildRows(state, *pEvent, first, now, m_numCPUs);
   } else {
     // A look counts on from the last interval and leaves no trace.
     const SavedFigures saved(state.map);
     ClearLevels(state.map);
-    UpdateWgMap(ProcessList(*m_pCollector->GetProcess()).rows, state.past.Processes(), state.map,
-                names);
+    UpdateWgMap(ProcessList(input.Processes()).rows, state.past.Processes(), state.map,
+                input.names);
     rows = BuildRows(state, *pEvent, first, now, m_numCPUs);
   }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, rows);
+  TraceCreated(__FILE__, __LINE__, RecordTraits<WorkgroupRow>::kName, rows);
   TraceExit("RecordBuilder::Build_WGRP", 0);
   return nullptr;
 }
