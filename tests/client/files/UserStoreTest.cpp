@@ -43,4 +43,25 @@ TEST(UserStoreTest, TheGuardIsMadeWithTheModeOfTheDaemonsSettings) {
   }
 }
 
+TEST(UserStoreTest, AChangeGoesToTheFileBehindALinkAndKeepsItsMode) {
+  namespace fs = std::filesystem;
+  const TempFolder root;
+  SetProductRoot(root.Path().string());
+  fs::create_directories(root.Path() / "opt/qmtrx/mond/agent");
+  std::ofstream(root.Path() / "elsewhere");
+  fs::permissions(root.Path() / "elsewhere", fs::perms{0640});
+  const UserFileKind& kind = UserFileKinds()[kUPD];
+  const UserStore store(kind, 0);
+  EXPECT_EQ(store.Read(), "");
+  const fs::path file = ProductPath(std::string(kUserDataDirectory) + '/' + kind.fileName);
+  fs::create_symlink(root.Path() / "elsewhere", file);
+  const std::string record(kind.recordSize, 'x');
+  store.Change([&](const std::string& records) { return records + record; });
+  EXPECT_EQ(store.Read(), record);
+  EXPECT_TRUE(fs::is_symlink(file));
+  EXPECT_EQ(fs::status(file).permissions(), fs::perms{0640});
+  EXPECT_EQ(fs::file_size(root.Path() / "elsewhere"), kUserFileHeaderSize + record.size());
+  SetProductRoot("");
+}
+
 }  // namespace
