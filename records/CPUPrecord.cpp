@@ -12,25 +12,26 @@
 
 namespace {
 
-using Row = recordPI_CPUP;
+using ProcessorRow = recordPI_CPUP;
 
-constexpr std::array kCounters{
-    CounterField<Row>{&Row::contextSwitches, "processor_context_switches"},
-    CounterField<Row>{&Row::interrupts, "processor_interrupts"},
-    CounterField<Row>{&Row::systemCalls, "processor_system_calls"},
-    CounterField<Row>{&Row::traps, "processor_traps"}};
-constexpr std::array kTimes{&Row::userTime, &Row::systemTime, &Row::idleTime, &Row::waitTime};
-constexpr auto kRates = RatesOf<RateField, Row>();
+constexpr std::array kProcessorCounters{
+    CounterField<ProcessorRow>{&ProcessorRow::contextSwitches, "processor_context_switches"},
+    CounterField<ProcessorRow>{&ProcessorRow::interrupts, "processor_interrupts"},
+    CounterField<ProcessorRow>{&ProcessorRow::systemCalls, "processor_system_calls"},
+    CounterField<ProcessorRow>{&ProcessorRow::traps, "processor_traps"}};
+constexpr std::array kProcessorTimes{&ProcessorRow::userTime, &ProcessorRow::systemTime,
+                                     &ProcessorRow::idleTime, &ProcessorRow::waitTime};
+constexpr auto kProcessorRates = RatesOf<RateField, ProcessorRow>();
 
-const IntervalFamily<Row> kFamily{kCounters, kTimes, kRates,
-                                  [](const Row& a, const Row& b) {
-                                    return std::strcmp(a.processorId.c_str(),
-                                                       b.processorId.c_str()) == 0;
-                                  },
-                                  "RecordBuilder::BuildRates_CPUP"};
+const IntervalFamily<ProcessorRow> kProcessorFamily{
+    kProcessorCounters, kProcessorTimes, kProcessorRates,
+    [](const ProcessorRow& a, const ProcessorRow& b) {
+      return std::strcmp(a.processorId.c_str(), b.processorId.c_str()) == 0;
+    },
+    "RecordBuilder::BuildRates_CPUP"};
 
 struct CPUPState : FamilyState {
-  RawRows<Row> rawRows;
+  RawRows<ProcessorRow> rawRows;
 };
 
 /// Each processor's total time at its last row: tells one that has stopped accumulating time.
@@ -55,8 +56,8 @@ class MyCPUObject : public CMBUserObject {
 };
 
 /// A row with the processor's cumulative figures.
-Row RawRow(const CPU& cpu, std::int32_t now) {
-  Row row = NewRow<Row>(now);
+ProcessorRow RawProcessorRow(const CPU& cpu, std::int32_t now) {
+  ProcessorRow row = NewRow<ProcessorRow>(now);
   std::array<char, 12> id{};
   std::snprintf(id.data(), id.size(), "%ld", static_cast<long>(cpu.GetCpuId()));
   row.processorId = id.data();
@@ -72,8 +73,8 @@ Row RawRow(const CPU& cpu, std::int32_t now) {
   return row;
 }
 
-void FillPercentages(Row& row, const tagUTIME& user, const tagUTIME& system, const tagUTIME& idle,
-                     const tagUTIME& wait) {
+void FillProcessorPercentages(ProcessorRow& row, const tagUTIME& user, const tagUTIME& system,
+                              const tagUTIME& idle, const tagUTIME& wait) {
   const tagUTIME total = idle + user + system + wait;
   row.userPercent = PercentOf(user, total);
   row.systemPercent = PercentOf(system, total);
@@ -83,14 +84,15 @@ void FillPercentages(Row& row, const tagUTIME& user, const tagUTIME& system, con
 }
 
 /// With rates the row's own times count, else their differences to the predecessor.
-void DerivePercentages(Row& row, const Row* predecessor, bool withRates) {
+void DeriveProcessorPercentages(ProcessorRow& row, const ProcessorRow* predecessor,
+                                bool withRates) {
   if (withRates) {
-    FillPercentages(row, row.userTime, row.systemTime, row.idleTime, row.waitTime);
+    FillProcessorPercentages(row, row.userTime, row.systemTime, row.idleTime, row.waitTime);
   } else if (predecessor != nullptr) {
-    FillPercentages(row, UTIMEDelta4Overflow(row.userTime, predecessor->userTime),
-                    UTIMEDelta4Overflow(row.systemTime, predecessor->systemTime),
-                    UTIMEDelta4Overflow(row.idleTime, predecessor->idleTime),
-                    UTIMEDelta4Overflow(row.waitTime, predecessor->waitTime));
+    FillProcessorPercentages(row, UTIMEDelta4Overflow(row.userTime, predecessor->userTime),
+                             UTIMEDelta4Overflow(row.systemTime, predecessor->systemTime),
+                             UTIMEDelta4Overflow(row.idleTime, predecessor->idleTime),
+                             UTIMEDelta4Overflow(row.waitTime, predecessor->waitTime));
   }
 }
 
@@ -104,22 +106,23 @@ UtlError* RecordBuilder::Build_CPUP(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   UtlTime upTimeValue(std::int64_t{upTime}, std::int64_t{0}, UtlTime::kUtc);
   const char* upTimeText = upTimeValue.FormatDuration();
 
-  IntervalBuild<Row> build(kFamily, StateOf<CPUPState>().rawRows, *pEvent, first, upTime);
+  IntervalBuild<ProcessorRow> build(kProcessorFamily, StateOf<CPUPState>().rawRows, *pEvent, first,
+                                    upTime);
   UtlErrorPtr error;
   for (const CPU& cpu : *m_pCollector->GetCPU()) {
-    Row row = RawRow(cpu, now);
+    ProcessorRow row = RawProcessorRow(cpu, now);
     row.bootTime = GetBootTime();
     row.upTime = upTimeText;
     const tagUTIME total = row.idleTime + row.userTime + row.systemTime + row.waitTime;
     row.status = statuses.UpdateStatus(cpu.GetCpuId(), total);
-    error = build.Add(row, [&](Row& finished, const Row* predecessor) {
-      DerivePercentages(finished, predecessor, build.WithRates());
+    error = build.Add(row, [&](ProcessorRow& finished, const ProcessorRow* predecessor) {
+      DeriveProcessorPercentages(finished, predecessor, build.WithRates());
     });
     if (error) {
       break;
     }
   }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, build.RowCount());
+  TraceCreated(__FILE__, __LINE__, RecordTraits<ProcessorRow>::kName, build.RowCount());
   TraceExit("RecordBuilder::Build_CPUP", error ? 1 : 0);
   return error.release();
 }

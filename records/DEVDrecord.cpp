@@ -18,51 +18,52 @@ struct DeviceRow : recordPI_DEVD {
 };
 static_assert(sizeof(DeviceRow) == 185);
 
-using Record = recordPI_DEVD;
+using DeviceRecord = recordPI_DEVD;
 
-constexpr std::array kCounts{&Record::readOps, &Record::writeOps, &Record::totalIoOps,
-                             &Record::seekOps};
-constexpr std::array kMbytes{&Record::ioMbytes, &Record::readMbytes, &Record::writeMbytes};
-constexpr std::array kComparedTimes{&Record::totalServiceTime, &Record::totalWaitTime,
-                                    &Record::waitLengthTime};
-constexpr std::array<Utime DeviceRow::*, 6> kTimes{
+constexpr std::array kDeviceCounts{&DeviceRecord::readOps, &DeviceRecord::writeOps,
+                                   &DeviceRecord::totalIoOps, &DeviceRecord::seekOps};
+constexpr std::array kDeviceMbytes{&DeviceRecord::ioMbytes, &DeviceRecord::readMbytes,
+                                   &DeviceRecord::writeMbytes};
+constexpr std::array kComparedDeviceTimes{
+    &DeviceRecord::totalServiceTime, &DeviceRecord::totalWaitTime, &DeviceRecord::waitLengthTime};
+constexpr std::array<Utime DeviceRow::*, 6> kDeviceTimes{
     &DeviceRow::totalServiceTime, &DeviceRow::totalWaitTime, &DeviceRow::waitLengthTime,
     &DeviceRow::reservedTime1,    &DeviceRow::reservedTime2, &DeviceRow::totalBusyTime};
-constexpr auto kRates = RatesOf<RateField, DeviceRow>();
-constexpr auto kMbyteRates = RatesOf<FloatRateField, DeviceRow>();
+constexpr auto kDeviceRates = RatesOf<RateField, DeviceRow>();
+constexpr auto kDeviceMbyteRates = RatesOf<FloatRateField, DeviceRow>();
 
 /// Counts and Mbytes each are a group: one that went backwards makes all of its group zero.
-void SubtractPrevious(DeviceRow& row, DeviceRow& /*raw*/, const DeviceRow& previous) {
-  if (AnyBelow(row, previous, kCounts)) {
-    SetToZero(row, kCounts);
+void SubtractDevice(DeviceRow& row, DeviceRow& /*raw*/, const DeviceRow& previous) {
+  if (AnyBelow(row, previous, kDeviceCounts)) {
+    SetToZero(row, kDeviceCounts);
   } else {
-    Subtract(row, previous, kCounts);
+    Subtract(row, previous, kDeviceCounts);
   }
-  if (AnyBelow(row, previous, kMbytes)) {
+  if (AnyBelow(row, previous, kDeviceMbytes)) {
     TraceMbytesFell(static_cast<double>(row.ioMbytes), static_cast<double>(previous.ioMbytes));
-    SetToZero(row, kMbytes);
+    SetToZero(row, kDeviceMbytes);
   } else {
-    Subtract(row, previous, kMbytes);
+    Subtract(row, previous, kDeviceMbytes);
   }
-  SubtractTimes(row, previous, kTimes);
+  SubtractTimes(row, previous, kDeviceTimes);
 }
 
-bool MovedBackwards(const Record& row, const Record& predecessor) {
-  return AnyBelow(row, predecessor, kCounts) || AnyBelow(row, predecessor, kMbytes) ||
-         AnyBelow(row, predecessor, kComparedTimes);
+bool DeviceMovedBackwards(const DeviceRecord& row, const DeviceRecord& predecessor) {
+  return AnyBelow(row, predecessor, kDeviceCounts) || AnyBelow(row, predecessor, kDeviceMbytes) ||
+         AnyBelow(row, predecessor, kComparedDeviceTimes);
 }
 
-constexpr IntervalFamily<DeviceRow> kFamily{
+constexpr IntervalFamily<DeviceRow> kDeviceFamily{
     .counters = {},
     .times = {},
-    .rates = kRates,
+    .rates = kDeviceRates,
     .sameInstance = [](const DeviceRow& a,
                        const DeviceRow& b) { return a.deviceName == b.deviceName; },
     .ratesOperation = "RecordBuilder::BuildRatesPI_DEVD",
     .rateFailure = RateFailure::kSkipsRow,
-    .floatRates = kMbyteRates,
-    .amend = SubtractPrevious,
-    .movedBackwards = MovedBackwards};
+    .floatRates = kDeviceMbyteRates,
+    .amend = SubtractDevice,
+    .movedBackwards = DeviceMovedBackwards};
 
 struct DEVDState : FamilyState {
   RawRows<DeviceRow> rawRows;
@@ -79,8 +80,8 @@ std::string_view NameOf(const DeviceIO& device) {
 }
 
 /// A row with the device's cumulative figures.
-DeviceRow RawRow(const DeviceIO& device, std::int32_t now) {
-  DeviceRow row{NewRow<Record>(now), {}, {}};
+DeviceRow RawDeviceRow(const DeviceIO& device, std::int32_t now) {
+  DeviceRow row{NewRow<DeviceRecord>(now), {}, {}};
   row.deviceName = NameOf(device);
   row.deviceType = device.GetType();
   row.readOps = device.readOps;
@@ -102,7 +103,7 @@ DeviceRow RawRow(const DeviceIO& device, std::int32_t now) {
 
 /// Percentages and averages of what was done since `base`: the predecessor, or a zero row where the
 /// row itself tells it.
-void FillDerived(Record& row, const Record& base) {
+void FillDerived(DeviceRecord& row, const DeviceRecord& base) {
   const std::uint32_t ops = CountDelta(row.totalIoOps, base.totalIoOps);
   if (ops != 0) {
     row.readPercent = CountPercent(CountDelta(row.readOps, base.readOps), ops);
@@ -121,22 +122,23 @@ UtlError* RecordBuilder::Build_DEVD(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   TraceEntry("RecordBuilder::Build_DEVD", AddressOf(pEvent), AddressOf(pRequest));
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  IntervalBuild<DeviceRow> build(kFamily, StateOf<DEVDState>().rawRows, *pEvent, first,
+  IntervalBuild<DeviceRow> build(kDeviceFamily, StateOf<DEVDState>().rawRows, *pEvent, first,
                                  GetUpTimeSeconds());
   for (const DeviceIO* device : SortedDevices(*m_pCollector->GetDevice())) {
     if (g_kernelVariant == kNewestKernel && NameOf(*device).empty()) {
       continue;
     }
     // A row that fails is skipped, so no error comes back.
-    (void)build.Add(RawRow(*device, now), [&](Record& row, const Record* predecessor) {
-      if (build.WithRates()) {
-        FillDerived(row, {});
-      } else if (predecessor != nullptr) {
-        FillDerived(row, *predecessor);
-      }
-    });
+    (void)build.Add(RawDeviceRow(*device, now),
+                    [&](DeviceRecord& row, const DeviceRecord* predecessor) {
+                      if (build.WithRates()) {
+                        FillDerived(row, {});
+                      } else if (predecessor != nullptr) {
+                        FillDerived(row, *predecessor);
+                      }
+                    });
   }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<Record>::kName, build.OutputCount());
+  TraceCreated(__FILE__, __LINE__, RecordTraits<DeviceRecord>::kName, build.OutputCount());
   TraceExit("RecordBuilder::Build_DEVD", 0);
   return nullptr;
 }

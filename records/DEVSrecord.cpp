@@ -10,47 +10,49 @@
 
 namespace {
 
-using Record = recordPI_DEVS;
-using Row = DeviceSummaryRow<Record>;
+using DisksRecord = recordPI_DEVS;
+using DisksRow = DeviceSummaryRow<DisksRecord>;
 
-constexpr std::array kCounts{&Record::totalIoOps, &Record::reads, &Record::writes,
-                             &Record::seekOps};
-constexpr std::array kMbytes{&Record::ioMbytes};
-constexpr std::array<Utime Row::*, 7> kTimes{
-    &Row::totalBusyTime, &Row::totalServiceTime, &Row::totalWaitTime, &Row::totalWaitLengthTime,
-    &Row::reservedTime1, &Row::reservedTime2,    &Row::reservedTime3};
-constexpr auto kRates = RatesOf<RateField, Row>();
-constexpr auto kMbyteRates = RatesOf<DoubleRateField, Row>();
+constexpr std::array kDisksCounts{&DisksRecord::totalIoOps, &DisksRecord::reads,
+                                  &DisksRecord::writes, &DisksRecord::seekOps};
+constexpr std::array kDisksMbytes{&DisksRecord::ioMbytes};
+constexpr std::array<Utime DisksRow::*, 7> kDisksTimes{
+    &DisksRow::totalBusyTime,       &DisksRow::totalServiceTime, &DisksRow::totalWaitTime,
+    &DisksRow::totalWaitLengthTime, &DisksRow::reservedTime1,    &DisksRow::reservedTime2,
+    &DisksRow::reservedTime3};
+constexpr auto kDisksRates = RatesOf<RateField, DisksRow>();
+constexpr auto kDisksMbyteRates = RatesOf<DoubleRateField, DisksRow>();
 
-bool MovedBackwards(const Record& row, const Record& other) {
-  return AnyBelow(row, other, kCounts) || AnyBelow(row, other, kMbytes);
+bool DisksMovedBackwards(const DisksRecord& row, const DisksRecord& other) {
+  return AnyBelow(row, other, kDisksCounts) || AnyBelow(row, other, kDisksMbytes);
 }
 
-void SubtractPrevious(Row& row, Row& /*raw*/, const Row& previous) {
-  if (MovedBackwards(row, previous)) {
-    if (AnyBelow(row, previous, kMbytes)) {
+void SubtractDisks(DisksRow& row, DisksRow& /*raw*/, const DisksRow& previous) {
+  if (DisksMovedBackwards(row, previous)) {
+    if (AnyBelow(row, previous, kDisksMbytes)) {
       TraceMbytesFell(row.ioMbytes, previous.ioMbytes);
     }
-    SetToZero(row, kCounts);
-    SetToZero(row, kMbytes);
+    SetToZero(row, kDisksCounts);
+    SetToZero(row, kDisksMbytes);
   } else {
-    Subtract(row, previous, kCounts);
-    Subtract(row, previous, kMbytes);
+    Subtract(row, previous, kDisksCounts);
+    Subtract(row, previous, kDisksMbytes);
   }
-  SubtractTimes(row, previous, kTimes);
+  SubtractTimes(row, previous, kDisksTimes);
 }
 
-constexpr IntervalFamily<Row> kFamily{.counters = {},
-                                      .times = {},
-                                      .rates = kRates,
-                                      .ratesOperation = "RecordBuilder::BuildRatesPI_DEVS",
-                                      .rateFailure = RateFailure::kSkipsRow,
-                                      .amend = SubtractPrevious,
-                                      .doubleRates = kMbyteRates,
-                                      .movedBackwards = MovedBackwards};
+constexpr IntervalFamily<DisksRow> kDisksFamily{
+    .counters = {},
+    .times = {},
+    .rates = kDisksRates,
+    .ratesOperation = "RecordBuilder::BuildRatesPI_DEVS",
+    .rateFailure = RateFailure::kSkipsRow,
+    .amend = SubtractDisks,
+    .doubleRates = kDisksMbyteRates,
+    .movedBackwards = DisksMovedBackwards};
 
 struct DEVSState : FamilyState {
-  RawRows<Row> rawRows;
+  RawRows<DisksRow> rawRows;
 };
 
 struct MajorRange {
@@ -69,8 +71,8 @@ bool IsDisk(const DeviceIO& device) {
 }
 
 /// The cumulative figures of all disks.
-Row SumOfDisks(const std::vector<DeviceIO>& devices, std::int32_t now) {
-  Row sum{NewRow<Record>(now), {}, {}, {}};
+DisksRow SumOfDisks(const std::vector<DeviceIO>& devices, std::int32_t now) {
+  DisksRow sum{NewRow<DisksRecord>(now), {}, {}, {}};
   double mbytes = 0.0;
   for (const DeviceIO* device : SortedDevices(devices)) {
     if (IsDisk(*device)) {
@@ -89,12 +91,13 @@ Row SumOfDisks(const std::vector<DeviceIO>& devices, std::int32_t now) {
 UtlError* RecordBuilder::Build_DEVS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::Build_DEVS", AddressOf(pEvent), AddressOf(pRequest));
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
-  const Row sum =
+  const DisksRow sum =
       SumOfDisks(*m_pCollector->GetDevice(), static_cast<std::int32_t>(Os().time(nullptr)));
-  const int count = FinishSummary(
-      IntervalBuild<Row>(kFamily, StateOf<DEVSState>().rawRows, *pEvent, first, GetUpTimeSeconds()),
-      sum, pEvent->IsRealtime() != 0);
-  TraceCreated(__FILE__, __LINE__, RecordTraits<Record>::kName, count);
+  const int count =
+      FinishSummary(IntervalBuild<DisksRow>(kDisksFamily, StateOf<DEVSState>().rawRows, *pEvent,
+                                            first, GetUpTimeSeconds()),
+                    sum, pEvent->IsRealtime() != 0);
+  TraceCreated(__FILE__, __LINE__, RecordTraits<DisksRecord>::kName, count);
   TraceExit("RecordBuilder::Build_DEVS", 0);
   return nullptr;
 }

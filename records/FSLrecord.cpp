@@ -20,7 +20,7 @@ void FillInodes(recordPD_FSL& row, const FileSystem& source) {
   row.totalInodesAvailablePercent = shares.available;
 }
 
-recordPD_FSL RowOf(const FileSystem& source, std::int32_t now) {
+recordPD_FSL LocalRow(const FileSystem& source, std::int32_t now) {
   auto row = NewRow<recordPD_FSL>(now);
   row.fileSystem = source.GetMountPoint();
   row.deviceName = source.GetDevice();
@@ -38,7 +38,7 @@ UtlError* RecordBuilder::BuildPD_FSL(CMBRecordRequestEvent* pEvent, CMBRecordReq
   int count = 0;
   for (const FileSystem& source : *m_pCollector->GetFileSystem()) {
     if (!source.IsRemote()) {
-      const recordPD_FSL row = RowOf(source, now);
+      const recordPD_FSL row = LocalRow(source, now);
       DumpRecord(row, count++);
       pEvent->m_records.push_back(new cmbClassPD_FSL(&row));
     }

@@ -15,7 +15,7 @@ bool IsAddress(const std::string& host) {
   return ::inet_pton(AF_INET, host.c_str(), &address) == 1;
 }
 
-recordPD_FSR RowOf(const FileSystem& source, std::int32_t now) {
+recordPD_FSR RemoteRow(const FileSystem& source, std::int32_t now) {
   auto row = NewRow<recordPD_FSR>(now);
   row.fileSystem = source.GetMountPoint();
   row.remoteFileSystem = source.GetDevice();
@@ -36,7 +36,7 @@ UtlError* RecordBuilder::BuildPD_FSR(CMBRecordRequestEvent* pEvent, CMBRecordReq
   int count = 0;
   for (const FileSystem& source : *m_pCollector->GetFileSystem()) {
     if (source.IsRemote()) {
-      const recordPD_FSR row = RowOf(source, now);
+      const recordPD_FSR row = RemoteRow(source, now);
       DumpRecord(row, count++);
       pEvent->m_records.push_back(new cmbClassPD_FSR(&row));
     }

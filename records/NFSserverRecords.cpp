@@ -6,31 +6,31 @@
 
 namespace {
 
-using Overview = recordPI_NSO;
-using Detail = recordPI_NSD;
+using ServerOverview = recordPI_NSO;
+using ServerDetail = recordPI_NSD;
 
 // What the reserved words of the source feed. An overview tells the remote calls of version 2, but
 // for those that only version 3 has.
-constexpr std::array kOverviewWordsV2{&Overview::rpcCalls,       &Overview::rpcBadCalls,
-                                      &Overview::rpcNullReceive, &Overview::rpcBadLength,
-                                      &Overview::rpcBadFormat,   &Overview::rpcDupChecks,
-                                      &Overview::rpcDupReqs,     &Overview::rpcNfsQueue};
-constexpr std::array kDetailWordsV2{&Detail::rpcCallsV2,       &Detail::rpcBadCallsV2,
-                                    &Detail::rpcNullReceiveV2, &Detail::rpcBadLengthV2,
-                                    &Detail::rpcBadFormatV2,   &Detail::rpcDupChecksV2,
-                                    &Detail::rpcDupReqsV2};
-constexpr std::array kDetailWordsV3{&Detail::rpcCallsV3,       &Detail::rpcBadCallsV3,
-                                    &Detail::rpcNullReceiveV3, &Detail::rpcBadLengthV3,
-                                    &Detail::rpcBadFormatV3,   &Detail::rpcDupChecksV3,
-                                    &Detail::rpcDupReqsV3};
+constexpr std::array kServerOverviewWordsV2{
+    &ServerOverview::rpcCalls,     &ServerOverview::rpcBadCalls,  &ServerOverview::rpcNullReceive,
+    &ServerOverview::rpcBadLength, &ServerOverview::rpcBadFormat, &ServerOverview::rpcDupChecks,
+    &ServerOverview::rpcDupReqs,   &ServerOverview::rpcNfsQueue};
+constexpr std::array kServerDetailWordsV2{
+    &ServerDetail::rpcCallsV2,     &ServerDetail::rpcBadCallsV2,  &ServerDetail::rpcNullReceiveV2,
+    &ServerDetail::rpcBadLengthV2, &ServerDetail::rpcBadFormatV2, &ServerDetail::rpcDupChecksV2,
+    &ServerDetail::rpcDupReqsV2};
+constexpr std::array kServerDetailWordsV3{
+    &ServerDetail::rpcCallsV3,     &ServerDetail::rpcBadCallsV3,  &ServerDetail::rpcNullReceiveV3,
+    &ServerDetail::rpcBadLengthV3, &ServerDetail::rpcBadFormatV3, &ServerDetail::rpcDupChecksV3,
+    &ServerDetail::rpcDupReqsV3};
 
-constexpr IntervalFamily<Overview> kOverviewFamily =
-    OverviewFamily<Overview>("RecordBuilder::BuildRates_NSO");
-constexpr IntervalFamily<Detail> kDetailFamily = DetailFamily<Detail>();
+constexpr IntervalFamily<ServerOverview> kServerOverviewFamily =
+    OverviewFamily<ServerOverview>("RecordBuilder::BuildRates_NSO");
+constexpr IntervalFamily<ServerDetail> kServerDetailFamily = DetailFamily<ServerDetail>();
 
 /// The operations of version 3 alone.
 template <class Row>
-void CopyVersion3(Row& row, const NFSCallsV3& v3) {
+void CopyServerVersion3(Row& row, const NFSCallsV3& v3) {
   row.mknodOpsV3 = v3[nfs3::kMknod];
   row.readdirplusOpsV3 = v3[nfs3::kReaddirplus];
   row.fsinfoOpsV3 = v3[nfs3::kFsinfo];
@@ -41,20 +41,22 @@ void CopyVersion3(Row& row, const NFSCallsV3& v3) {
 
 UtlError* RecordBuilder::Build_NSO(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   const auto make = [&source = *m_pCollector->GetNFSServerTotal()](std::int32_t now) {
-    auto row = NewOverview<Overview>(source, kOverviewWordsV2, now);
-    CopyVersion3(row, source.callsV3);
+    auto row = NewOverview<ServerOverview>(source, kServerOverviewWordsV2, now);
+    CopyServerVersion3(row, source.callsV3);
     return row;
   };
   return BuildNFSRow({"RecordBuilder::Build_NSO", pEvent, pRequest, GetUpTimeSeconds()},
-                     kOverviewFamily, StateOf<NFSState<Overview>>(), make, DeriveShares<Overview>);
+                     kServerOverviewFamily, StateOf<NFSState<ServerOverview>>(), make,
+                     DeriveShares<ServerOverview>);
 }
 
 UtlError* RecordBuilder::Build_NSD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   const auto make = [&source = *m_pCollector->GetNFSServerTotal()](std::int32_t now) {
-    auto row = NewDetail<Detail>(source, kDetailWordsV2, kDetailWordsV3, now);
-    CopyVersion3(row, source.callsV3);
+    auto row = NewDetail<ServerDetail>(source, kServerDetailWordsV2, kServerDetailWordsV3, now);
+    CopyServerVersion3(row, source.callsV3);
     return row;
   };
   return BuildNFSRow({"RecordBuilder::Build_NSD", pEvent, pRequest, GetUpTimeSeconds()},
-                     kDetailFamily, StateOf<NFSState<Detail>>(), make, DeriveNothing<Detail>);
+                     kServerDetailFamily, StateOf<NFSState<ServerDetail>>(), make,
+                     DeriveNothing<ServerDetail>);
 }

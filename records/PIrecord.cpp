@@ -13,70 +13,70 @@
 
 namespace {
 
-using Row = recordPI;
+using HostRow = recordPI;
 
-constexpr std::array kCounters{
-    CounterField<Row>{&Row::contextSwitches, "context_switches"},
-    CounterField<Row>{&Row::interrupts, "interrupts"},
-    CounterField<Row>{&Row::systemCalls, "system_calls"},
-    CounterField<Row>{&Row::traps, "traps"},
-    CounterField<Row>{&Row::physicalReads, "physical_read_ops"},
-    CounterField<Row>{&Row::physicalWrites, "physical_write_ops"},
-    CounterField<Row>{&Row::physicalIoOps, "physical_io_ops"},
-    CounterField<Row>{&Row::blockReads, "blockio_read_ops"},
-    CounterField<Row>{&Row::blockWrites, "blockio_write_ops"},
-    CounterField<Row>{&Row::blockOps, "blockio_io_ops"},
-    CounterField<Row>{&Row::logicalReads, "logical_read_ops"},
-    CounterField<Row>{&Row::logicalWrites, "logical_write_ops"},
-    CounterField<Row>{&Row::logicalIoOps, "logical_io_ops"},
-    CounterField<Row>{&Row::memIoOps, "memory_io_ops"},
-    CounterField<Row>{&Row::majorFaults, "major_faults"},
-    CounterField<Row>{&Row::minorFaults, "minor_faults"},
-    CounterField<Row>{&Row::faults, "total_faults"},
-    CounterField<Row>{&Row::softwareLockFaults, "software_lock_faults"},
-    CounterField<Row>{&Row::pagesIn, "page_in_count"},
-    CounterField<Row>{&Row::pagesOut, "page_out_count"},
-    CounterField<Row>{&Row::pageInOps, "page_in_ops"},
-    CounterField<Row>{&Row::pageOutOps, "page_out_ops"},
-    CounterField<Row>{&Row::totalPageOps, "total_page_ops"},
-    CounterField<Row>{&Row::totalPageReclaims, "total_page_reclaims"},
-    CounterField<Row>{&Row::totalPageScans, "total_page_scans"},
-    CounterField<Row>{&Row::swappedInPages, "swap_in_count"},
-    CounterField<Row>{&Row::swappedOutPages, "swap_out_count"},
-    CounterField<Row>{&Row::swapInOps, "swap_in_ops"},
-    CounterField<Row>{&Row::swapOutOps, "swap_out_ops"},
-    CounterField<Row>{&Row::totalSwaps, "total_swap_ops"},
-    CounterField<Row>{&Row::nfsServerTotalOps, "nfs_server_total_ops"},
-    CounterField<Row>{&Row::nfsServerTotalBadOps, "nfs_server_total_bad_ops"},
-    CounterField<Row>{&Row::nfsServerLookupOps, "nfs_server_lookup_ops"},
-    CounterField<Row>{&Row::nfsServerReadOps, "nfs_server_read_ops"},
-    CounterField<Row>{&Row::nfsServerWriteOps, "nfs_server_write_ops"},
-    CounterField<Row>{&Row::nfsClientTotalOps, "nfs_client_total_ops"},
-    CounterField<Row>{&Row::nfsClientTotalBadOps, "nfs_client_total_bad_ops"},
-    CounterField<Row>{&Row::nfsClientLookupOps, "nfs_client_lookup_ops"},
-    CounterField<Row>{&Row::nfsClientReadOps, "nfs_client_read_ops"},
-    CounterField<Row>{&Row::nfsClientWriteOps, "nfs_client_write_ops"},
-    CounterField<Row>{&Row::totalPktsIn, "total_packets_in"},
-    CounterField<Row>{&Row::totalPktsOut, "total_packets_out"},
-    CounterField<Row>{&Row::totalPkts, "total_packets"},
-    CounterField<Row>{&Row::tcpPktsIn, "tcp_packets_in"},
-    CounterField<Row>{&Row::tcpPktsOut, "tcp_packets_out"},
-    CounterField<Row>{&Row::udpPktsIn, "udp_packets_in"},
-    CounterField<Row>{&Row::udpPktsOut, "udp_packets_out"},
-    CounterField<Row>{&Row::icmpPktsIn, "icmp_packets_in"},
-    CounterField<Row>{&Row::icmpPktsOut, "icmp_packets_out"},
-    CounterField<Row>{&Row::ipPktsIn, "ip_packets_in"},
-    CounterField<Row>{&Row::ipPktsOut, "ip_packets_out"}};
-constexpr std::array kTimes{&Row::totalUserModeTime, &Row::totalKernelModeTime, &Row::totalIdleTime,
-                            &Row::totalWaitTime};
-constexpr auto kRates = RatesOf<RateField, Row>();
-constexpr std::array kFloatCounters{
-    FloatCounterField<Row>{&Row::logicalReadMbytes, "logical_read_mbytes"},
-    FloatCounterField<Row>{&Row::logicalWriteMbytes, "logical_write_mbytes"}};
-constexpr auto kFloatRates = RatesOf<FloatRateField, Row>();
+constexpr std::array kHostCounters{
+    CounterField<HostRow>{&HostRow::contextSwitches, "context_switches"},
+    CounterField<HostRow>{&HostRow::interrupts, "interrupts"},
+    CounterField<HostRow>{&HostRow::systemCalls, "system_calls"},
+    CounterField<HostRow>{&HostRow::traps, "traps"},
+    CounterField<HostRow>{&HostRow::physicalReads, "physical_read_ops"},
+    CounterField<HostRow>{&HostRow::physicalWrites, "physical_write_ops"},
+    CounterField<HostRow>{&HostRow::physicalIoOps, "physical_io_ops"},
+    CounterField<HostRow>{&HostRow::blockReads, "blockio_read_ops"},
+    CounterField<HostRow>{&HostRow::blockWrites, "blockio_write_ops"},
+    CounterField<HostRow>{&HostRow::blockOps, "blockio_io_ops"},
+    CounterField<HostRow>{&HostRow::logicalReads, "logical_read_ops"},
+    CounterField<HostRow>{&HostRow::logicalWrites, "logical_write_ops"},
+    CounterField<HostRow>{&HostRow::logicalIoOps, "logical_io_ops"},
+    CounterField<HostRow>{&HostRow::memIoOps, "memory_io_ops"},
+    CounterField<HostRow>{&HostRow::majorFaults, "major_faults"},
+    CounterField<HostRow>{&HostRow::minorFaults, "minor_faults"},
+    CounterField<HostRow>{&HostRow::faults, "total_faults"},
+    CounterField<HostRow>{&HostRow::softwareLockFaults, "software_lock_faults"},
+    CounterField<HostRow>{&HostRow::pagesIn, "page_in_count"},
+    CounterField<HostRow>{&HostRow::pagesOut, "page_out_count"},
+    CounterField<HostRow>{&HostRow::pageInOps, "page_in_ops"},
+    CounterField<HostRow>{&HostRow::pageOutOps, "page_out_ops"},
+    CounterField<HostRow>{&HostRow::totalPageOps, "total_page_ops"},
+    CounterField<HostRow>{&HostRow::totalPageReclaims, "total_page_reclaims"},
+    CounterField<HostRow>{&HostRow::totalPageScans, "total_page_scans"},
+    CounterField<HostRow>{&HostRow::swappedInPages, "swap_in_count"},
+    CounterField<HostRow>{&HostRow::swappedOutPages, "swap_out_count"},
+    CounterField<HostRow>{&HostRow::swapInOps, "swap_in_ops"},
+    CounterField<HostRow>{&HostRow::swapOutOps, "swap_out_ops"},
+    CounterField<HostRow>{&HostRow::totalSwaps, "total_swap_ops"},
+    CounterField<HostRow>{&HostRow::nfsServerTotalOps, "nfs_server_total_ops"},
+    CounterField<HostRow>{&HostRow::nfsServerTotalBadOps, "nfs_server_total_bad_ops"},
+    CounterField<HostRow>{&HostRow::nfsServerLookupOps, "nfs_server_lookup_ops"},
+    CounterField<HostRow>{&HostRow::nfsServerReadOps, "nfs_server_read_ops"},
+    CounterField<HostRow>{&HostRow::nfsServerWriteOps, "nfs_server_write_ops"},
+    CounterField<HostRow>{&HostRow::nfsClientTotalOps, "nfs_client_total_ops"},
+    CounterField<HostRow>{&HostRow::nfsClientTotalBadOps, "nfs_client_total_bad_ops"},
+    CounterField<HostRow>{&HostRow::nfsClientLookupOps, "nfs_client_lookup_ops"},
+    CounterField<HostRow>{&HostRow::nfsClientReadOps, "nfs_client_read_ops"},
+    CounterField<HostRow>{&HostRow::nfsClientWriteOps, "nfs_client_write_ops"},
+    CounterField<HostRow>{&HostRow::totalPktsIn, "total_packets_in"},
+    CounterField<HostRow>{&HostRow::totalPktsOut, "total_packets_out"},
+    CounterField<HostRow>{&HostRow::totalPkts, "total_packets"},
+    CounterField<HostRow>{&HostRow::tcpPktsIn, "tcp_packets_in"},
+    CounterField<HostRow>{&HostRow::tcpPktsOut, "tcp_packets_out"},
+    CounterField<HostRow>{&HostRow::udpPktsIn, "udp_packets_in"},
+    CounterField<HostRow>{&HostRow::udpPktsOut, "udp_packets_out"},
+    CounterField<HostRow>{&HostRow::icmpPktsIn, "icmp_packets_in"},
+    CounterField<HostRow>{&HostRow::icmpPktsOut, "icmp_packets_out"},
+    CounterField<HostRow>{&HostRow::ipPktsIn, "ip_packets_in"},
+    CounterField<HostRow>{&HostRow::ipPktsOut, "ip_packets_out"}};
+constexpr std::array kHostTimes{&HostRow::totalUserModeTime, &HostRow::totalKernelModeTime,
+                                &HostRow::totalIdleTime, &HostRow::totalWaitTime};
+constexpr auto kHostRates = RatesOf<RateField, HostRow>();
+constexpr std::array kHostMbytes{
+    FloatCounterField<HostRow>{&HostRow::logicalReadMbytes, "logical_read_mbytes"},
+    FloatCounterField<HostRow>{&HostRow::logicalWriteMbytes, "logical_write_mbytes"}};
+constexpr auto kHostMbyteRates = RatesOf<FloatRateField, HostRow>();
 
 /// Makes up for a count of packets of other protocols that fell by `loss`.
-void AddPackets(Row& row, Ulong Row::*other, Ulong Row::*total, std::uint32_t loss) {
+void AddPackets(HostRow& row, Ulong HostRow::*other, Ulong HostRow::*total, std::uint32_t loss) {
   row.*other = row.*other + loss;
   row.*total = row.*total + loss;
   row.totalPkts = row.totalPkts + loss;
@@ -90,28 +90,29 @@ std::uint32_t Loss(std::uint32_t current, std::uint32_t previous) {
 
 /// Subtracts one direction's packets of other protocols. They are what is left of the totals, so
 /// they may fall.
-void SubtractOther(Row& row, Row& raw, const Row& previous, Ulong Row::*other, Ulong Row::*total) {
+void SubtractOther(HostRow& row, HostRow& raw, const HostRow& previous, Ulong HostRow::*other,
+                   Ulong HostRow::*total) {
   const std::uint32_t loss = Loss(raw.*other, previous.*other);
   row.*other = raw.*other - previous.*other;
   AddPackets(row, other, total, loss);
   AddPackets(raw, other, total, loss);
 }
 
-void SubtractOtherPackets(Row& row, Row& raw, const Row& previous) {
-  SubtractOther(row, raw, previous, &Row::otherPktsIn, &Row::totalPktsIn);
-  SubtractOther(row, raw, previous, &Row::otherPktsOut, &Row::totalPktsOut);
+void SubtractOtherPackets(HostRow& row, HostRow& raw, const HostRow& previous) {
+  SubtractOther(row, raw, previous, &HostRow::otherPktsIn, &HostRow::totalPktsIn);
+  SubtractOther(row, raw, previous, &HostRow::otherPktsOut, &HostRow::totalPktsOut);
 }
 
-constexpr IntervalFamily<Row> kFamily{.counters = kCounters,
-                                      .times = kTimes,
-                                      .rates = kRates,
-                                      .ratesOperation = "RecordBuilder::BuildRates_PI",
-                                      .floatCounters = kFloatCounters,
-                                      .floatRates = kFloatRates,
-                                      .amend = SubtractOtherPackets};
+constexpr IntervalFamily<HostRow> kHostFamily{.counters = kHostCounters,
+                                              .times = kHostTimes,
+                                              .rates = kHostRates,
+                                              .ratesOperation = "RecordBuilder::BuildRates_PI",
+                                              .floatCounters = kHostMbytes,
+                                              .floatRates = kHostMbyteRates,
+                                              .amend = SubtractOtherPackets};
 
 struct PIState : FamilyState {
-  RawRows<Row> rawRows;
+  RawRows<HostRow> rawRows;
   OverviewMemory memory;
   /// Kept for the accounting of ended processes.
   std::uint32_t processesDied = 0;
@@ -124,7 +125,7 @@ class MyPIObject : public MyUserObject {
   std::uint32_t processesDied = 0;
 };
 
-void FillStartsAndEnds(Row& row, std::uint32_t last) {
+void FillStartsAndEnds(HostRow& row, std::uint32_t last) {
   Trace(30, kInformation, " Accounting is not effective.");
   if (last == 0) {
     return;
@@ -138,7 +139,7 @@ void FillStartsAndEnds(Row& row, std::uint32_t last) {
 
 /// What a look without rates shows besides its figures: percentages of what happened since the
 /// predecessor, which may be null.
-void CompareWithPredecessor(Row& row, const Row* predecessor, bool realtime) {
+void CompareWithPredecessor(HostRow& row, const HostRow* predecessor, bool realtime) {
   if (predecessor == nullptr) {
     return;
   }
@@ -148,13 +149,13 @@ void CompareWithPredecessor(Row& row, const Row* predecessor, bool realtime) {
                      UTIMEDelta4Overflow(row.totalIdleTime, predecessor->totalIdleTime),
                      UTIMEDelta4Overflow(row.totalWaitTime, predecessor->totalWaitTime));
   if (realtime) {
-    AddPackets(row, &Row::otherPktsIn, &Row::totalPktsIn,
+    AddPackets(row, &HostRow::otherPktsIn, &HostRow::totalPktsIn,
                Loss(row.otherPktsIn, predecessor->otherPktsIn));
-    AddPackets(row, &Row::otherPktsOut, &Row::totalPktsOut,
+    AddPackets(row, &HostRow::otherPktsOut, &HostRow::totalPktsOut,
                Loss(row.otherPktsOut, predecessor->otherPktsOut));
   }
-  Row current = row;
-  FillCachePercentages(row, DeltaPI(kFamily, current, *predecessor));
+  HostRow current = row;
+  FillCachePercentages(row, DeltaPI(kHostFamily, current, *predecessor));
 }
 
 }  // namespace
@@ -174,7 +175,7 @@ UtlError* RecordBuilder::Build_PI(CMBRecordRequestEvent* pEvent, CMBRecordReques
   auto& state = StateOf<PIState>();
   const System& system = *m_pCollector->GetSystem();
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  Row row = NewRow<Row>(now);
+  HostRow row = NewRow<HostRow>(now);
   FillCPUTimes(row, *m_pCPUSummary);
   FillSystemFigures(row, system, state.rawRows.Single(), now, state.memory);
   FillPackets(row, *m_pCollector->GetProtocol());
@@ -188,8 +189,8 @@ UtlError* RecordBuilder::Build_PI(CMBRecordRequestEvent* pEvent, CMBRecordReques
     state.memory.lastLogicalReadBytes = system.logicalReadBytes;
     state.memory.lastLogicalWriteBytes = system.logicalWriteBytes;
   }
-  IntervalBuild<Row> build(kFamily, state.rawRows, *pEvent, first, GetUpTimeSeconds());
-  UtlErrorPtr error = build.Add(row, [&](Row& finished, const Row* predecessor) {
+  IntervalBuild<HostRow> build(kHostFamily, state.rawRows, *pEvent, first, GetUpTimeSeconds());
+  UtlErrorPtr error = build.Add(row, [&](HostRow& finished, const HostRow* predecessor) {
     if (!build.WithRates()) {
       CompareWithPredecessor(finished, predecessor, realtime);
       return;
@@ -199,7 +200,7 @@ UtlError* RecordBuilder::Build_PI(CMBRecordRequestEvent* pEvent, CMBRecordReques
     FillCachePercentages(finished, finished);
   });
   if (!error) {
-    TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, build.RowCount());
+    TraceCreated(__FILE__, __LINE__, RecordTraits<HostRow>::kName, build.RowCount());
   }
   TraceExit("RecordBuilder::Build_PI", error ? 1 : 0);
   return error.release();

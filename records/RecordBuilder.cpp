@@ -29,8 +29,6 @@ std::int32_t SecondsFrom(std::int32_t start) {
                                    static_cast<std::uint32_t>(start));
 }
 
-UtlTime WholeSeconds(std::int64_t seconds) { return {seconds, std::int64_t{0}}; }
-
 bool IsOptionOn(const char* value) {
   return value == nullptr || value[0] == 'y' || value[0] == 'Y';
 }
@@ -42,8 +40,8 @@ RecordBuilder::RecordBuilder(UnixAgent* agent, Collector* collector,
     : m_pCollector(collector),
       m_pAgent(agent),
       m_pCPUSummary(std::make_unique<CPUSummary>(collector)),
-      m_startTime(WholeSeconds(0)),
-      m_bootTime(WholeSeconds(0)) {}
+      m_startTime(std::int64_t{0}, std::int64_t{0}),
+      m_bootTime(std::int64_t{0}, std::int64_t{0}) {}
 
 RecordBuilder::~RecordBuilder() = default;
 
@@ -63,8 +61,8 @@ UtlError* RecordBuilder::Init() {
     return error.release();
   }
   Trace(30, kInformation, "RecordBuilder data collection complete.");
-  m_startTime = WholeSeconds(Now());
-  m_bootTime = WholeSeconds(m_pCollector->GetSystem()->bootTime);
+  m_startTime = {Now(), 0};
+  m_bootTime = {m_pCollector->GetSystem()->bootTime, 0};
   m_numCPUs = m_pCollector->GetSystem()->numCPUs;
   InitWorkgroups();
   TraceExit("RecordBuilder::Init", 0);

@@ -54,7 +54,7 @@ struct LookFacts {
   bool needsTwo = false;
 };
 
-constexpr LookFacts GrowthOf(std::size_t counter) {
+constexpr LookFacts CounterAt(std::size_t counter) {
   LookFacts facts;
   facts.counter = counter;
   return facts;
@@ -76,7 +76,7 @@ struct Looks;
     using enum FieldMeaning;                           \
     static constexpr LookFacts kEntries[] = {
 #define FIELD(type, member, label, meaning, ...) meaning,
-#define rate(counter) GrowthOf(offsetof(Row, counter))
+#define rate(counter) CounterAt(offsetof(Row, counter))
 #define percent(looks) BetweenLooks()
 #define gauge(looks) BetweenLooks()
 #define duration(looks) BetweenLooks()

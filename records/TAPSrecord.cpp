@@ -9,47 +9,48 @@
 
 namespace {
 
-using Record = recordPI_TAPS;
-using Row = DeviceSummaryRow<Record>;
+using TapesRecord = recordPI_TAPS;
+using TapesRow = DeviceSummaryRow<TapesRecord>;
 
-constexpr std::array kCounts{&Record::totalIoOps, &Record::reads, &Record::writes,
-                             &Record::ioMbytes};
-constexpr std::array<Utime Row::*, 6> kTimes{&Row::totalServiceTime,    &Row::totalWaitTime,
-                                             &Row::totalWaitLengthTime, &Row::reservedTime1,
-                                             &Row::reservedTime2,       &Row::reservedTime3};
-constexpr auto kRates = RatesOf<RateField, Row>();
+constexpr std::array kTapesCounts{&TapesRecord::totalIoOps, &TapesRecord::reads,
+                                  &TapesRecord::writes, &TapesRecord::ioMbytes};
+constexpr std::array<Utime TapesRow::*, 6> kTapesTimes{
+    &TapesRow::totalServiceTime, &TapesRow::totalWaitTime, &TapesRow::totalWaitLengthTime,
+    &TapesRow::reservedTime1,    &TapesRow::reservedTime2, &TapesRow::reservedTime3};
+constexpr auto kTapesRates = RatesOf<RateField, TapesRow>();
 
-bool MovedBackwards(const Record& row, const Record& other) {
-  return AnyBelow(row, other, kCounts);
+bool TapesMovedBackwards(const TapesRecord& row, const TapesRecord& other) {
+  return AnyBelow(row, other, kTapesCounts);
 }
 
-void SubtractPrevious(Row& row, Row& /*raw*/, const Row& previous) {
-  if (MovedBackwards(row, previous)) {
+void SubtractTapes(TapesRow& row, TapesRow& /*raw*/, const TapesRow& previous) {
+  if (TapesMovedBackwards(row, previous)) {
     if (row.ioMbytes < previous.ioMbytes) {
       TraceMbytesFell(row.ioMbytes, previous.ioMbytes);
     }
-    SetToZero(row, kCounts);
+    SetToZero(row, kTapesCounts);
   } else {
-    Subtract(row, previous, kCounts);
+    Subtract(row, previous, kTapesCounts);
   }
-  SubtractTimes(row, previous, kTimes);
+  SubtractTimes(row, previous, kTapesTimes);
 }
 
-constexpr IntervalFamily<Row> kFamily{.counters = {},
-                                      .times = {},
-                                      .rates = kRates,
-                                      .ratesOperation = "RecordBuilder::BuildRatesPI_TAPS",
-                                      .rateFailure = RateFailure::kSkipsRow,
-                                      .amend = SubtractPrevious,
-                                      .movedBackwards = MovedBackwards};
+constexpr IntervalFamily<TapesRow> kTapesFamily{
+    .counters = {},
+    .times = {},
+    .rates = kTapesRates,
+    .ratesOperation = "RecordBuilder::BuildRatesPI_TAPS",
+    .rateFailure = RateFailure::kSkipsRow,
+    .amend = SubtractTapes,
+    .movedBackwards = TapesMovedBackwards};
 
 struct TAPSState : FamilyState {
-  RawRows<Row> rawRows;
+  RawRows<TapesRow> rawRows;
 };
 
 /// The cumulative figures of all tape devices.
-Row SumOfTapes(const std::vector<DeviceIO>& devices, std::int32_t now) {
-  Row sum{NewRow<Record>(now), {}, {}, {}};
+TapesRow SumOfTapes(const std::vector<DeviceIO>& devices, std::int32_t now) {
+  TapesRow sum{NewRow<TapesRecord>(now), {}, {}, {}};
   float mbytes = 0.0F;
   for (const DeviceIO* device : SortedDevices(devices)) {
     if (ParseDeviceName(device->GetName()) && std::string_view{device->GetType()} == "tape") {
@@ -66,12 +67,13 @@ Row SumOfTapes(const std::vector<DeviceIO>& devices, std::int32_t now) {
 UtlError* RecordBuilder::Build_TAPS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::Build_TAPS", AddressOf(pEvent), AddressOf(pRequest));
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
-  const Row sum =
+  const TapesRow sum =
       SumOfTapes(*m_pCollector->GetDevice(), static_cast<std::int32_t>(Os().time(nullptr)));
-  const int count = FinishSummary(
-      IntervalBuild<Row>(kFamily, StateOf<TAPSState>().rawRows, *pEvent, first, GetUpTimeSeconds()),
-      sum, pEvent->IsRealtime() != 0);
-  TraceCreated(__FILE__, __LINE__, RecordTraits<Record>::kName, count);
+  const int count =
+      FinishSummary(IntervalBuild<TapesRow>(kTapesFamily, StateOf<TAPSState>().rawRows, *pEvent,
+                                            first, GetUpTimeSeconds()),
+                    sum, pEvent->IsRealtime() != 0);
+  TraceCreated(__FILE__, __LINE__, RecordTraits<TapesRecord>::kName, count);
   TraceExit("RecordBuilder::Build_TAPS", 0);
   return nullptr;
 }

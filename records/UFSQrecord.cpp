@@ -21,7 +21,7 @@ std::string DirectoryOf(const std::string& path) {
   return end == std::string::npos ? "/" : path.substr(0, end + 1);
 }
 
-recordPD_UFSQ RowOf(const Quota& source, std::int32_t now) {
+recordPD_UFSQ QuotaRow(const Quota& source, std::int32_t now) {
   auto row = NewRow<recordPD_UFSQ>(now);
   row.fileSystem = DirectoryOf(source.GetPath());
   row.fileName = source.GetPath();
@@ -48,7 +48,7 @@ UtlError* RecordBuilder::BuildPD_UFSQ(CMBRecordRequestEvent* pEvent, CMBRecordRe
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   int count = 0;
   for (const Quota& source : *m_pCollector->GetQuota()) {
-    const recordPD_UFSQ row = RowOf(source, now);
+    const recordPD_UFSQ row = QuotaRow(source, now);
     DumpRecord(row, count++);
     pEvent->m_records.push_back(new cmbClassPD_UFSQ(&row));
   }

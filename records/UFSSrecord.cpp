@@ -23,7 +23,7 @@ MountPoints MountPointsOf(const std::vector<FileSystem>& fileSystems) {
   return points;
 }
 
-recordPD_UFSS RowOf(const Storage& source, const MountPoints& mounts, std::int32_t now) {
+recordPD_UFSS StorageRow(const Storage& source, const MountPoints& mounts, std::int32_t now) {
   auto row = NewRow<recordPD_UFSS>(now);
   row.fileSystem = source.GetPath();
   row.userId = source.kind;
@@ -46,7 +46,7 @@ UtlError* RecordBuilder::BuildPD_UFSS(CMBRecordRequestEvent* pEvent, CMBRecordRe
   const MountPoints mounts = MountPointsOf(*m_pCollector->GetFileSystem());
   int count = 0;
   for (const Storage& source : *m_pCollector->GetStorage()) {
-    const recordPD_UFSS row = RowOf(source, mounts, now);
+    const recordPD_UFSS row = StorageRow(source, mounts, now);
     DumpRecord(row, count++);
     pEvent->m_records.push_back(new cmbClassPD_UFSS(&row));
   }

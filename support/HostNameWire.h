@@ -14,7 +14,10 @@ struct HostNameWire {
   static constexpr std::size_t kTextSize = 1028;
   using Field = std::array<char, kTextSize>;
 
-  std::int32_t kind = 0;  ///< 1 or 2: the query is an address; otherwise it is a name
+  static constexpr std::int32_t kNameKind = 0;
+  static constexpr std::int32_t kAddressKind = 2;
+
+  std::int32_t kind = kNameKind;  ///< 1 or 2: the query is an address; otherwise it is a name
   Field query{};
   Field resultName{};
   Field resultAddress{};

@@ -15,6 +15,10 @@ constexpr std::size_t kMaxName = 4095;
 constexpr std::size_t kMaxPhysicalLine = 2047;
 constexpr std::size_t kMaxEntryCount = 32767;
 
+std::string Quoted(const std::string& text) { return '"' + text + '"'; }
+
+}  // namespace
+
 bool IsSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 
 std::string_view Trim(std::string_view text) {
@@ -26,10 +30,6 @@ std::string_view Trim(std::string_view text) {
   }
   return text;
 }
-
-std::string Quoted(const std::string& text) { return '"' + text + '"'; }
-
-}  // namespace
 
 int mondFile::mondInitFileAnalyze(const char* path) {
   TraceEntry("mondFile::mondInitFileAnalyze", path);

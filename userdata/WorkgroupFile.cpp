@@ -1,6 +1,5 @@
 #include "userdata/WorkgroupFile.h"
 
-#include <cctype>
 #include <optional>
 #include <utility>
 
@@ -52,7 +51,6 @@ const char* PrintedForm(WorkgroupList list) {
 std::array<bool, kWorkgroupLists> g_isLengthChecked{};
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
-bool IsSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 
 using Items = std::vector<std::string>;
 
@@ -99,18 +97,6 @@ std::optional<Items> SplitQuoted(std::string_view value) {
     }
   }
   return isQuoted ? std::nullopt : std::optional(items);
-}
-
-std::string TrimItem(const std::string& item) {
-  std::size_t begin = 0;
-  std::size_t end = item.size();
-  while (begin < end && IsSpace(item[begin])) {
-    ++begin;
-  }
-  while (end > begin && IsSpace(item[end - 1])) {
-    --end;
-  }
-  return item.substr(begin, end - begin);
 }
 
 /// Where a clause that begins with a quoted item ends: the place of its '}', or npos.
@@ -259,7 +245,7 @@ int mondWgFile::AddItems(WorkGroup& group, int index, const std::string& value, 
     if (untrimmed.empty()) {
       continue;
     }
-    const std::string item = TrimItem(untrimmed);
+    const std::string item(Trim(untrimmed));
     if (item.empty()) {
       m_badExpressions.emplace_back("an item is blank");
     }

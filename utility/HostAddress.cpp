@@ -7,13 +7,6 @@
 
 #include "utility/HostNameRequestManager.h"
 
-namespace {
-
-constexpr std::int32_t kAddressKind = 2;
-constexpr std::int32_t kNameKind = 0;
-
-}  // namespace
-
 HostAddress::HostAddress(HostNameRequestManager* manager, std::string address)
     : m_manager(manager), m_address(std::move(address)) {}
 
@@ -30,7 +23,7 @@ bool HostAddress::ResolveName() {
     return false;
   }
   HostNameRequest request;
-  request.kind = kAddressKind;
+  request.kind = HostNameWire::kAddressKind;
   HostNameWire::SetText(request.query, m_address);
   if (m_manager->handle_request(request) != 1) {
     return false;
@@ -45,7 +38,7 @@ bool HostAddress::ResolveAddress() {
     return false;
   }
   HostNameRequest request;
-  request.kind = kNameKind;
+  request.kind = HostNameWire::kNameKind;
   HostNameWire::SetText(request.query, m_name);
   if (m_manager->handle_request(request) != 1) {
     return false;

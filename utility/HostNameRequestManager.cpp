@@ -17,12 +17,12 @@
 
 namespace {
 
-constexpr std::int32_t kAddressKind = 2;
 constexpr int kAnswered = 1;
 constexpr std::chrono::milliseconds kWait{2000};
 
 bool AsksForAddress(const HostNameRequest& request) {
-  return request.kind == kAddressKind || ::inet_addr(request.query.data()) != INADDR_NONE;
+  return request.kind == HostNameWire::kAddressKind ||
+         ::inet_addr(request.query.data()) != INADDR_NONE;
 }
 
 bool IsSame(const HostNameWire::Field& field, const char* text) {

@@ -11,7 +11,7 @@
 
 namespace {
 
-using Row = recordPI_NIND;
+using InterfaceRow = recordPI_NIND;
 
 constexpr const char* kLoopback = "127.0.0.1";
 
@@ -26,27 +26,28 @@ constexpr std::array kFlagWords{
     FlagWord{0x0200, "ALLMULTI"}, FlagWord{0x1000, "MULTICAST"},   FlagWord{0x0400, "MASTER"},
     FlagWord{0x0800, "SLAVE"},    FlagWord{0x2000, "PORTSEL"},     FlagWord{0x4000, "AUTOMEDIA"}};
 
-constexpr std::array kCounters{
-    CounterField<Row>{&Row::pktsRcvd, "packets_received"},
-    CounterField<Row>{&Row::pktsXmitd, "packets_transmitted"},
-    CounterField<Row>{&Row::totalPkts, "total_packets"},
-    CounterField<Row>{&Row::totalPktErrors, "total_packet_errors"},
-    CounterField<Row>{&Row::totalXmitReceiveErrors, "total_trans_receive_errors"},
-    CounterField<Row>{&Row::pktReceiveErrors, "packet_receive_errors"},
-    CounterField<Row>{&Row::pktXmitErrors, "packet_transmit_errors"},
-    CounterField<Row>{&Row::pktCollisions, "packet_collisions"}};
-constexpr auto kRates = RatesOf<RateField, Row>();
+constexpr std::array kInterfaceCounters{
+    CounterField<InterfaceRow>{&InterfaceRow::pktsRcvd, "packets_received"},
+    CounterField<InterfaceRow>{&InterfaceRow::pktsXmitd, "packets_transmitted"},
+    CounterField<InterfaceRow>{&InterfaceRow::totalPkts, "total_packets"},
+    CounterField<InterfaceRow>{&InterfaceRow::totalPktErrors, "total_packet_errors"},
+    CounterField<InterfaceRow>{&InterfaceRow::totalXmitReceiveErrors, "total_trans_receive_errors"},
+    CounterField<InterfaceRow>{&InterfaceRow::pktReceiveErrors, "packet_receive_errors"},
+    CounterField<InterfaceRow>{&InterfaceRow::pktXmitErrors, "packet_transmit_errors"},
+    CounterField<InterfaceRow>{&InterfaceRow::pktCollisions, "packet_collisions"}};
+constexpr auto kInterfaceRates = RatesOf<RateField, InterfaceRow>();
 
-const IntervalFamily<Row> kFamily{kCounters,
-                                  {},
-                                  kRates,
-                                  [](const Row& a, const Row& b) {
-                                    return a.interface == b.interface && a.ipAddress == b.ipAddress;
-                                  },
-                                  "RecordBuilder::BuildRates_NIND"};
+const IntervalFamily<InterfaceRow> kInterfaceFamily{
+    kInterfaceCounters,
+    {},
+    kInterfaceRates,
+    [](const InterfaceRow& a, const InterfaceRow& b) {
+      return a.interface == b.interface && a.ipAddress == b.ipAddress;
+    },
+    "RecordBuilder::BuildRates_NIND"};
 
 struct NINDState : FamilyState {
-  RawRows<Row> rawRows;
+  RawRows<InterfaceRow> rawRows;
 };
 
 /// The name of the interface's network; empty if it has none.
@@ -59,7 +60,7 @@ std::string NetworkName(const Interface& source, HostNameRequestManager* hostNam
   return network.Name();
 }
 
-void PutAddresses(Row& row, const Interface& source, HostNameRequestManager* hostNames) {
+void PutAddresses(InterfaceRow& row, const Interface& source, HostNameRequestManager* hostNames) {
   const std::string address = DottedText(source.address);
   row.ipAddress = address;
   if (address != kLoopback) {
@@ -69,8 +70,8 @@ void PutAddresses(Row& row, const Interface& source, HostNameRequestManager* hos
   row.networkName = NetworkName(source, hostNames);
 }
 
-void PutFlags(Row& row, std::uint32_t flags) {
-  std::array<char, sizeof(Row::flags)> words{};
+void PutFlags(InterfaceRow& row, std::uint32_t flags) {
+  std::array<char, sizeof(InterfaceRow::flags)> words{};
   for (const FlagWord& flag : kFlagWords) {
     if ((flags & flag.bit) != 0) {
       AppendWord(words, flag.word);
@@ -80,8 +81,8 @@ void PutFlags(Row& row, std::uint32_t flags) {
 }
 
 /// A row with the interface's cumulative figures.
-Row RawRow(const Interface& source, HostNameRequestManager* hostNames, std::int32_t now) {
-  Row row = NewRow<Row>(now);
+InterfaceRow RawRow(const Interface& source, HostNameRequestManager* hostNames, std::int32_t now) {
+  InterfaceRow row = NewRow<InterfaceRow>(now);
   row.interface = source.GetName();
   row.type = source.type.data();
   PutAddresses(row, source, hostNames);
@@ -104,16 +105,16 @@ UtlError* RecordBuilder::Build_NIND(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   TraceEntry("RecordBuilder::Build_NIND", AddressOf(pEvent), AddressOf(pRequest));
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  IntervalBuild<Row> build(kFamily, StateOf<NINDState>().rawRows, *pEvent, first,
-                           GetUpTimeSeconds());
+  IntervalBuild<InterfaceRow> build(kInterfaceFamily, StateOf<NINDState>().rawRows, *pEvent, first,
+                                    GetUpTimeSeconds());
   UtlErrorPtr error;
   for (const Interface& source : *m_pCollector->GetInterface()) {
-    error = build.Add(RawRow(source, m_pHostNames, now), [](Row&, const Row*) {});
+    error = build.Add(RawRow(source, m_pHostNames, now), [](InterfaceRow&, const InterfaceRow*) {});
     if (error) {
       break;
     }
   }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, build.RowCount());
+  TraceCreated(__FILE__, __LINE__, RecordTraits<InterfaceRow>::kName, build.RowCount());
   TraceExit("RecordBuilder::Build_NIND", error ? 1 : 0);
   return error.release();
 }

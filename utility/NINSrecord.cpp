@@ -8,24 +8,26 @@
 
 namespace {
 
-using Row = recordPI_NINS;
+using InterfacesRow = recordPI_NINS;
 
-constexpr std::array kCounters{CounterField<Row>{&Row::pktsRcvd, "packets_received"},
-                               CounterField<Row>{&Row::pktsXmitd, "packets_transmitted"},
-                               CounterField<Row>{&Row::pktReceiveErrors, "packet_receive_errors"},
-                               CounterField<Row>{&Row::pktXmitErrors, "packet_transmit_errors"},
-                               CounterField<Row>{&Row::pktCollisions, "packet_collisions"}};
-constexpr auto kRates = RatesOf<RateField, Row>();
+constexpr std::array kInterfacesCounters{
+    CounterField<InterfacesRow>{&InterfacesRow::pktsRcvd, "packets_received"},
+    CounterField<InterfacesRow>{&InterfacesRow::pktsXmitd, "packets_transmitted"},
+    CounterField<InterfacesRow>{&InterfacesRow::pktReceiveErrors, "packet_receive_errors"},
+    CounterField<InterfacesRow>{&InterfacesRow::pktXmitErrors, "packet_transmit_errors"},
+    CounterField<InterfacesRow>{&InterfacesRow::pktCollisions, "packet_collisions"}};
+constexpr auto kInterfacesRates = RatesOf<RateField, InterfacesRow>();
 
-const IntervalFamily<Row> kFamily{kCounters, {}, kRates, nullptr, "RecordBuilder::BuildRates_NINS"};
+const IntervalFamily<InterfacesRow> kInterfacesFamily{
+    kInterfacesCounters, {}, kInterfacesRates, nullptr, "RecordBuilder::BuildRates_NINS"};
 
 struct NINSState : FamilyState {
-  RawRows<Row> rawRows;
+  RawRows<InterfacesRow> rawRows;
 };
 
 /// The cumulative figures of all interfaces.
-Row SumOf(const std::vector<Interface>& interfaces, std::int32_t now) {
-  Row sum = NewRow<Row>(now);
+InterfacesRow SumOfInterfaces(const std::vector<Interface>& interfaces, std::int32_t now) {
+  InterfacesRow sum = NewRow<InterfacesRow>(now);
   for (const Interface& source : interfaces) {
     sum.pktsRcvd = sum.pktsRcvd + source.rxPackets;
     sum.pktsXmitd = sum.pktsXmitd + source.txPackets;
@@ -43,12 +45,13 @@ UtlError* RecordBuilder::Build_NINS(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   TraceEntry("RecordBuilder::Build_NINS", AddressOf(pEvent), AddressOf(pRequest));
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
   const std::vector<Interface>& interfaces = *m_pCollector->GetInterface();
-  const Row sum = SumOf(interfaces, static_cast<std::int32_t>(Os().time(nullptr)));
-  IntervalBuild<Row> build(kFamily, StateOf<NINSState>().rawRows, *pEvent, first,
-                           GetUpTimeSeconds());
-  UtlErrorPtr error = build.Add(sum, [](Row&, const Row*) {});
+  const InterfacesRow sum =
+      SumOfInterfaces(interfaces, static_cast<std::int32_t>(Os().time(nullptr)));
+  IntervalBuild<InterfacesRow> build(kInterfacesFamily, StateOf<NINSState>().rawRows, *pEvent,
+                                     first, GetUpTimeSeconds());
+  UtlErrorPtr error = build.Add(sum, [](InterfacesRow&, const InterfacesRow*) {});
   Trace(30, kInformation, "Processed %1 Interface(s).", interfaces.size());
-  TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, 1);
+  TraceCreated(__FILE__, __LINE__, RecordTraits<InterfacesRow>::kName, 1);
   TraceExit("RecordBuilder::Build_NINS", error ? 1 : 0);
   return error.release();
 }
