@@ -1,8 +1,7 @@
+#include <ranges>
+
+#include "records/DetailRows.h"
 #include "records/FileSystemSizes.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
-#include "records/RecordDump.h"
-#include "support/OsCalls.h"
 
 namespace {
 
@@ -25,7 +24,7 @@ recordPD_FSL LocalRow(const FileSystem& source, std::int32_t now) {
   row.fileSystem = source.GetMountPoint();
   row.deviceName = source.GetDevice();
   row.fileSystemType = source.GetType();
-  row.availableSpaceBlocks = FillSizes(row, source);
+  FillSizes(row, source, &recordPD_FSL::availableSpaceBlocks);
   FillInodes(row, source);
   return row;
 }
@@ -34,16 +33,9 @@ recordPD_FSL LocalRow(const FileSystem& source, std::int32_t now) {
 
 UtlError* RecordBuilder::BuildPD_FSL(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_FSL", AddressOf(pEvent), AddressOf(pRequest));
-  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  int count = 0;
-  for (const FileSystem& source : *m_pCollector->GetFileSystem()) {
-    if (!source.IsRemote()) {
-      const recordPD_FSL row = LocalRow(source, now);
-      DumpRecord(row, count++);
-      pEvent->m_records.push_back(new cmbClassPD_FSL(&row));
-    }
-  }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<recordPD_FSL>::kName, count);
+  const auto isLocal = [](const FileSystem& source) { return !source.IsRemote(); };
+  BuildDetailRows<recordPD_FSL>(*m_pCollector->GetFileSystem() | std::views::filter(isLocal),
+                                *pEvent, LocalRow);
   TraceExit("RecordBuilder::BuildPD_FSL", 0);
   return nullptr;
 }

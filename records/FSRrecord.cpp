@@ -1,10 +1,9 @@
 #include <arpa/inet.h>
 
+#include <ranges>
+
+#include "records/DetailRows.h"
 #include "records/FileSystemSizes.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
-#include "records/RecordDump.h"
-#include "support/OsCalls.h"
 
 namespace {
 
@@ -24,7 +23,7 @@ recordPD_FSR RemoteRow(const FileSystem& source, std::int32_t now) {
     row.ipAddress = source.GetHost();
   }
   row.fileSystemType = source.GetType();
-  row.availableBlocks = FillSizes(row, source);
+  FillSizes(row, source, &recordPD_FSR::availableBlocks);
   return row;
 }
 
@@ -32,16 +31,9 @@ recordPD_FSR RemoteRow(const FileSystem& source, std::int32_t now) {
 
 UtlError* RecordBuilder::BuildPD_FSR(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_FSR", AddressOf(pEvent), AddressOf(pRequest));
-  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  int count = 0;
-  for (const FileSystem& source : *m_pCollector->GetFileSystem()) {
-    if (source.IsRemote()) {
-      const recordPD_FSR row = RemoteRow(source, now);
-      DumpRecord(row, count++);
-      pEvent->m_records.push_back(new cmbClassPD_FSR(&row));
-    }
-  }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<recordPD_FSR>::kName, count);
+  const auto isRemote = [](const FileSystem& source) { return source.IsRemote(); };
+  BuildDetailRows<recordPD_FSR>(*m_pCollector->GetFileSystem() | std::views::filter(isRemote),
+                                *pEvent, RemoteRow);
   TraceExit("RecordBuilder::BuildPD_FSR", 0);
   return nullptr;
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "collect/filesystem/FileSystemSource.h"
+#include "node/Packed.h"
 #include "support/TraceLog.h"
 
 // What the records of local and of remote file systems have in common. Counts are unsigned 64-bit
@@ -56,10 +57,10 @@ inline void TraceHugeSize(const FileSystem& source, double mbytes) {
   }
 }
 
-/// Fills the fields of sizes but for the blocks that are available, whose name differs: these are
-/// returned.
+/// Fills the fields of sizes; `availableBlocks` is the one whose name differs from record to
+/// record.
 template <class Record>
-[[nodiscard]] double FillSizes(Record& row, const FileSystem& source) {
+void FillSizes(Record& row, const FileSystem& source, Double Record::*availableBlocks) {
   const double mbytesEach = source.fragmentSize / kMbyte;
   // Without a block's size there is nothing to count in.
   const double unit =
@@ -73,6 +74,7 @@ template <class Record>
   row.mbytesInUse = row.totalSizeMbytes - Whole(source.blocksFree) * mbytesEach;
   row.mbytesRsvd = row.mbytesFree - row.availableSpaceMbytes;
   row.totalSizeBlocks = Whole(source.blocks) * unit;
+  row.*availableBlocks = Whole(source.blocksAvail) * unit;
   row.blocksFree = Whole(source.blocksFree) * unit;
   row.blocksInUse = Whole(source.blocks - source.blocksFree) * unit;
 
@@ -81,5 +83,4 @@ template <class Record>
   row.mbytesRsvdPercent = shares.reserved;
   row.mbytesInUsePercent = shares.inUse;
   row.availableSpacePercent = shares.available;
-  return Whole(source.blocksAvail) * unit;
 }

@@ -6,10 +6,7 @@
 #include "collect/ipc/SHMSource.h"
 #include "collect/ipc/SemSource.h"
 #include "collect/process/NameCache.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
-#include "records/RecordDump.h"
-#include "support/OsCalls.h"
+#include "records/DetailRows.h"
 
 namespace {
 
@@ -65,7 +62,7 @@ void FillLoginNames(Record& row, const Source& source) {
   row.ownerGroupName = GroupText(source.gid);
 }
 
-recordPD_SEMD RowOf(const Sem& source, std::int32_t now) {
+recordPD_SEMD SemaphoreRow(const Sem& source, std::int32_t now) {
   auto row = NewObjectRow<recordPD_SEMD>(source, source.semId, kSemaphoreMode, now);
   row.semnum = source.semNum;
   row.creatorName = UserText(source.cuid);
@@ -81,7 +78,7 @@ recordPD_SEMD RowOf(const Sem& source, std::int32_t now) {
   return row;
 }
 
-recordPD_SHMD RowOf(const SHM& source, std::int32_t now) {
+recordPD_SHMD SegmentRow(const SHM& source, std::int32_t now) {
   auto row = NewObjectRow<recordPD_SHMD>(source, source.shmId, kReadWriteMode, now);
   FillLoginNames(row, source);
   row.changedTime = Seconds(source.changeTime);
@@ -94,7 +91,7 @@ recordPD_SHMD RowOf(const SHM& source, std::int32_t now) {
   return row;
 }
 
-recordPD_MSQD RowOf(const Msg& source, std::int32_t now) {
+recordPD_MSQD QueueRow(const Msg& source, std::int32_t now) {
   auto row = NewObjectRow<recordPD_MSQD>(source, source.msqId, kReadWriteMode, now);
   FillLoginNames(row, source);
   row.changeTime = Seconds(source.changeTime);
@@ -108,38 +105,25 @@ recordPD_MSQD RowOf(const Msg& source, std::int32_t now) {
   return row;
 }
 
-/// One row per object of the source.
-template <class Record, class Source>
-void BuildRows(const std::vector<Source>& sources, CMBRecordRequestEvent& event) {
-  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  int count = 0;
-  for (const Source& source : sources) {
-    const Record row = RowOf(source, now);
-    DumpRecord(row, count++);
-    event.m_records.push_back(new typename RecordTraits<Record>::Class(&row));
-  }
-  RecordBuilder::TraceCreated(__FILE__, __LINE__, RecordTraits<Record>::kName, count);
-}
-
 }  // namespace
 
 UtlError* RecordBuilder::BuildPD_SEMD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_SEMD", AddressOf(pEvent), AddressOf(pRequest));
-  BuildRows<recordPD_SEMD>(*m_pCollector->GetSem(), *pEvent);
+  BuildDetailRows<recordPD_SEMD>(*m_pCollector->GetSem(), *pEvent, SemaphoreRow);
   TraceExit("RecordBuilder::BuildPD_SEMD", 0);
   return nullptr;
 }
 
 UtlError* RecordBuilder::BuildPD_SHMD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_SHMD", AddressOf(pEvent), AddressOf(pRequest));
-  BuildRows<recordPD_SHMD>(*m_pCollector->GetSHM(), *pEvent);
+  BuildDetailRows<recordPD_SHMD>(*m_pCollector->GetSHM(), *pEvent, SegmentRow);
   TraceExit("RecordBuilder::BuildPD_SHMD", 0);
   return nullptr;
 }
 
 UtlError* RecordBuilder::BuildPD_MSQD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_MSQD", AddressOf(pEvent), AddressOf(pRequest));
-  BuildRows<recordPD_MSQD>(*m_pCollector->GetMsg(), *pEvent);
+  BuildDetailRows<recordPD_MSQD>(*m_pCollector->GetMsg(), *pEvent, QueueRow);
   TraceExit("RecordBuilder::BuildPD_MSQD", 0);
   return nullptr;
 }

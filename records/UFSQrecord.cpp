@@ -2,10 +2,7 @@
 
 #include "collect/filesystem/QuotaSource.h"
 #include "collect/process/NameCache.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
-#include "records/RecordDump.h"
-#include "support/OsCalls.h"
+#include "records/DetailRows.h"
 
 namespace {
 
@@ -45,14 +42,7 @@ recordPD_UFSQ QuotaRow(const Quota& source, std::int32_t now) {
 
 UtlError* RecordBuilder::BuildPD_UFSQ(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_UFSQ", AddressOf(pEvent), AddressOf(pRequest));
-  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  int count = 0;
-  for (const Quota& source : *m_pCollector->GetQuota()) {
-    const recordPD_UFSQ row = QuotaRow(source, now);
-    DumpRecord(row, count++);
-    pEvent->m_records.push_back(new cmbClassPD_UFSQ(&row));
-  }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<recordPD_UFSQ>::kName, count);
+  BuildDetailRows<recordPD_UFSQ>(*m_pCollector->GetQuota(), *pEvent, QuotaRow);
   TraceExit("RecordBuilder::BuildPD_UFSQ", 0);
   return nullptr;
 }

@@ -4,11 +4,8 @@
 #include "collect/filesystem/FileSystemSource.h"
 #include "collect/filesystem/StorageSource.h"
 #include "collect/process/NameCache.h"
+#include "records/DetailRows.h"
 #include "records/FileSystemSizes.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
-#include "records/RecordDump.h"
-#include "support/OsCalls.h"
 
 namespace {
 
@@ -42,15 +39,10 @@ recordPD_UFSS StorageRow(const Storage& source, const MountPoints& mounts, std::
 
 UtlError* RecordBuilder::BuildPD_UFSS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_UFSS", AddressOf(pEvent), AddressOf(pRequest));
-  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   const MountPoints mounts = MountPointsOf(*m_pCollector->GetFileSystem());
-  int count = 0;
-  for (const Storage& source : *m_pCollector->GetStorage()) {
-    const recordPD_UFSS row = StorageRow(source, mounts, now);
-    DumpRecord(row, count++);
-    pEvent->m_records.push_back(new cmbClassPD_UFSS(&row));
-  }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<recordPD_UFSS>::kName, count);
+  BuildDetailRows<recordPD_UFSS>(
+      *m_pCollector->GetStorage(), *pEvent,
+      [&](const Storage& source, std::int32_t now) { return StorageRow(source, mounts, now); });
   TraceExit("RecordBuilder::BuildPD_UFSS", 0);
   return nullptr;
 }

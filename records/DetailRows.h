@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+
+#include "records/RecordBuilder.h"
+#include "records/RecordClasses.h"
+#include "records/RecordDump.h"
+#include "support/OsCalls.h"
+
+/// Gives the event a record for each source, in their order: the row that `rowOf(source, now)`
+/// makes, all of one time.
+template <class Record, class Sources, class RowOf>
+void BuildDetailRows(Sources&& sources, CMBRecordRequestEvent& event, const RowOf& rowOf) {
+  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
+  int count = 0;
+  for (const auto& source : sources) {
+    const Record row = rowOf(source, now);
+    DumpRecord(row, count++);
+    event.m_records.push_back(new typename RecordTraits<Record>::Class(&row));
+  }
+  RecordBuilder::TraceCreated(__FILE__, __LINE__, RecordTraits<Record>::kName, count);
+}
