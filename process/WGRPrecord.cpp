@@ -44,12 +44,7 @@ void AmendCpu(WorkgroupRow& row, WorkgroupRow& /*raw*/, const WorkgroupRow& prev
   SubtractCpu(row, previous);
 }
 
-constexpr IntervalFamily<WorkgroupRow> kFamily{.counters = kCounters,
-                                               .times = {},
-                                               .rates = {},
-                                               .sameInstance = nullptr,
-                                               .ratesOperation = nullptr,
-                                               .amend = AmendCpu};
+constexpr IntervalFamily<WorkgroupRow> kFamily{.counters = kCounters, .amend = AmendCpu};
 
 /// The figures of all workgroups as they were, put back at the end unless they are to change.
 class SavedFigures {
@@ -147,14 +142,6 @@ void PutCpuPercent(WorkgroupRow& row, const WorkgroupRow& from, float seconds) {
   row.cpuPercent = 100.0F * ToFloat(from.userCpu + from.systemCpu) / seconds;
 }
 
-constexpr auto kRates = RatesOf<RateField, WorkgroupRow>();
-
-void PutRates(WorkgroupRow& row, float seconds) {
-  for (const RateField<WorkgroupRow>& rate : kRates) {
-    row.*rate.rate = static_cast<float>(std::uint32_t{row.*rate.counter}) / seconds;
-  }
-}
-
 float SecondsOf(const WorkgroupRow& row) { return static_cast<float>(std::uint32_t{row.interval}); }
 
 /// `raw` is the workgroup's row of the last interval, or a zero one, and becomes that of this one.
@@ -169,17 +156,6 @@ void FinishInterval(WorkgroupRow& raw, WorkgroupRow& row) {
   PutAverageIo(row, row);
 }
 
-/// The row of the request's last answer for the same workgroup; owned by the framework.
-const WorkgroupRow* Predecessor(const CMBRecordRequestEvent& event, const WorkgroupRow& row) {
-  const RecordTraits<WorkgroupRow>::Class sample(&row);
-  for (const CMBRecord* record : event.PreviousRecords()) {
-    if (record->GetRecSize() == static_cast<int>(sizeof(WorkgroupRow)) && sample == *record) {
-      return static_cast<const WorkgroupRow*>(record->GetRecStart());
-    }
-  }
-  return nullptr;
-}
-
 void FinishLook(const CMBRecordRequestEvent& event, WorkgroupRow& row, std::uint32_t elapsed) {
   if (event.ShouldCalcRates() != 0) {
     row.interval = elapsed;
@@ -191,7 +167,7 @@ void FinishLook(const CMBRecordRequestEvent& event, WorkgroupRow& row, std::uint
   }
   row.interval = static_cast<std::uint32_t>(row.recordTime);
   PutRates(row, 1.0F);
-  if (const WorkgroupRow* previous = Predecessor(event, row)) {
+  if (const WorkgroupRow* previous = FindPredecessor(event, row)) {
     const WorkgroupRow delta = DeltaPI(kFamily, row, *previous);
     if (delta.interval != 0U) {
       PutCpuPercent(row, delta, SecondsOf(delta));

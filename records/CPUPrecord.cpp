@@ -21,14 +21,15 @@ constexpr std::array kProcessorCounters{
     CounterField<ProcessorRow>{&ProcessorRow::traps, "processor_traps"}};
 constexpr std::array kProcessorTimes{&ProcessorRow::userTime, &ProcessorRow::systemTime,
                                      &ProcessorRow::idleTime, &ProcessorRow::waitTime};
-constexpr auto kProcessorRates = RatesOf<RateField, ProcessorRow>();
 
-const IntervalFamily<ProcessorRow> kProcessorFamily{
-    kProcessorCounters, kProcessorTimes, kProcessorRates,
-    [](const ProcessorRow& a, const ProcessorRow& b) {
-      return std::strcmp(a.processorId.c_str(), b.processorId.c_str()) == 0;
-    },
-    "RecordBuilder::BuildRates_CPUP"};
+constexpr IntervalFamily<ProcessorRow> kProcessorFamily{
+    .counters = kProcessorCounters,
+    .times = kProcessorTimes,
+    .sameInstance =
+        [](const ProcessorRow& a, const ProcessorRow& b) {
+          return std::strcmp(a.processorId.c_str(), b.processorId.c_str()) == 0;
+        },
+    .ratesOperation = "RecordBuilder::BuildRates_CPUP"};
 
 struct CPUPState : FamilyState {
   RawRows<ProcessorRow> rawRows;

@@ -29,8 +29,6 @@ constexpr std::array kComparedDeviceTimes{
 constexpr std::array<Utime DeviceRow::*, 6> kDeviceTimes{
     &DeviceRow::totalServiceTime, &DeviceRow::totalWaitTime, &DeviceRow::waitLengthTime,
     &DeviceRow::reservedTime1,    &DeviceRow::reservedTime2, &DeviceRow::totalBusyTime};
-constexpr auto kDeviceRates = RatesOf<RateField, DeviceRow>();
-constexpr auto kDeviceMbyteRates = RatesOf<FloatRateField, DeviceRow>();
 
 /// Counts and Mbytes each are a group: one that went backwards makes all of its group zero.
 void SubtractDevice(DeviceRow& row, DeviceRow& /*raw*/, const DeviceRow& previous) {
@@ -54,15 +52,11 @@ bool DeviceMovedBackwards(const DeviceRecord& row, const DeviceRecord& predecess
 }
 
 constexpr IntervalFamily<DeviceRow> kDeviceFamily{
-    .counters = {},
-    .times = {},
-    .rates = kDeviceRates,
     .sameInstance = [](const DeviceRow& a,
                        const DeviceRow& b) { return a.deviceName == b.deviceName; },
+    .amend = SubtractDevice,
     .ratesOperation = "RecordBuilder::BuildRatesPI_DEVD",
     .rateFailure = RateFailure::kSkipsRow,
-    .floatRates = kDeviceMbyteRates,
-    .amend = SubtractDevice,
     .movedBackwards = DeviceMovedBackwards};
 
 struct DEVDState : FamilyState {
@@ -101,19 +95,20 @@ DeviceRow RawDeviceRow(const DeviceIO& device, std::int32_t now) {
   return row;
 }
 
-/// Percentages and averages of what was done since `base`: the predecessor, or a zero row where the
-/// row itself tells it.
-void FillDerived(DeviceRecord& row, const DeviceRecord& base) {
-  const std::uint32_t ops = CountDelta(row.totalIoOps, base.totalIoOps);
+/// Percentages and averages of what was done in `seconds` since `base`; without one the row itself
+/// tells it.
+void FillDerived(DeviceRecord& row, const DeviceRecord* base, std::uint32_t seconds) {
+  const std::uint32_t ops = GrowthSince(row, base, &DeviceRecord::totalIoOps);
   if (ops != 0) {
-    row.readPercent = CountPercent(CountDelta(row.readOps, base.readOps), ops);
-    row.writePercent = CountPercent(CountDelta(row.writeOps, base.writeOps), ops);
-    row.avgServiceTime = (row.totalServiceTime - base.totalServiceTime) / static_cast<double>(ops);
-    row.avgWaitTime = TimeDelta(row.totalWaitTime, base.totalWaitTime) / static_cast<double>(ops);
+    const auto divisor = static_cast<double>(ops);
+    row.readPercent = CountPercent(GrowthSince(row, base, &DeviceRecord::readOps), ops);
+    row.writePercent = CountPercent(GrowthSince(row, base, &DeviceRecord::writeOps), ops);
+    const auto before =
+        base == nullptr ? tagUTIME{} : static_cast<tagUTIME>(base->totalServiceTime);
+    row.avgServiceTime = (row.totalServiceTime - before) / divisor;
+    row.avgWaitTime = GrowthSince(row, base, &DeviceRecord::totalWaitTime) / divisor;
   }
-  // The intervals of two rows without rates are their time stamps.
-  row.busyPercent =
-      BusyPercent(TimeDelta(row.totalBusyTime, base.totalBusyTime), row.interval - base.interval);
+  row.busyPercent = BusyPercent(GrowthSince(row, base, &DeviceRecord::totalBusyTime), seconds);
 }
 
 }  // namespace
@@ -131,10 +126,8 @@ UtlError* RecordBuilder::Build_DEVD(CMBRecordRequestEvent* pEvent, CMBRecordRequ
     // A row that fails is skipped, so no error comes back.
     (void)build.Add(RawDeviceRow(*device, now),
                     [&](DeviceRecord& row, const DeviceRecord* predecessor) {
-                      if (build.WithRates()) {
-                        FillDerived(row, {});
-                      } else if (predecessor != nullptr) {
-                        FillDerived(row, *predecessor);
+                      if (build.WithRates() || predecessor != nullptr) {
+                        FillDerived(row, predecessor, DerivedSeconds(row, predecessor));
                       }
                     });
   }

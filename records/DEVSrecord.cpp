@@ -13,43 +13,7 @@ namespace {
 using DisksRecord = recordPI_DEVS;
 using DisksRow = DeviceSummaryRow<DisksRecord>;
 
-constexpr std::array kDisksCounts{&DisksRecord::totalIoOps, &DisksRecord::reads,
-                                  &DisksRecord::writes, &DisksRecord::seekOps};
-constexpr std::array kDisksMbytes{&DisksRecord::ioMbytes};
-constexpr std::array<Utime DisksRow::*, 7> kDisksTimes{
-    &DisksRow::totalBusyTime,       &DisksRow::totalServiceTime, &DisksRow::totalWaitTime,
-    &DisksRow::totalWaitLengthTime, &DisksRow::reservedTime1,    &DisksRow::reservedTime2,
-    &DisksRow::reservedTime3};
-constexpr auto kDisksRates = RatesOf<RateField, DisksRow>();
-constexpr auto kDisksMbyteRates = RatesOf<DoubleRateField, DisksRow>();
-
-bool DisksMovedBackwards(const DisksRecord& row, const DisksRecord& other) {
-  return AnyBelow(row, other, kDisksCounts) || AnyBelow(row, other, kDisksMbytes);
-}
-
-void SubtractDisks(DisksRow& row, DisksRow& /*raw*/, const DisksRow& previous) {
-  if (DisksMovedBackwards(row, previous)) {
-    if (AnyBelow(row, previous, kDisksMbytes)) {
-      TraceMbytesFell(row.ioMbytes, previous.ioMbytes);
-    }
-    SetToZero(row, kDisksCounts);
-    SetToZero(row, kDisksMbytes);
-  } else {
-    Subtract(row, previous, kDisksCounts);
-    Subtract(row, previous, kDisksMbytes);
-  }
-  SubtractTimes(row, previous, kDisksTimes);
-}
-
-constexpr IntervalFamily<DisksRow> kDisksFamily{
-    .counters = {},
-    .times = {},
-    .rates = kDisksRates,
-    .ratesOperation = "RecordBuilder::BuildRatesPI_DEVS",
-    .rateFailure = RateFailure::kSkipsRow,
-    .amend = SubtractDisks,
-    .doubleRates = kDisksMbyteRates,
-    .movedBackwards = DisksMovedBackwards};
+constexpr auto kDisksFamily = SummaryFamily<DisksRecord>("RecordBuilder::BuildRatesPI_DEVS");
 
 struct DEVSState : FamilyState {
   RawRows<DisksRow> rawRows;

@@ -50,6 +50,23 @@ template <class Row, class Base, class Value, std::size_t N>
   });
 }
 
+/// What a field has grown by since `base`, and never less than 0; all of it without a base.
+template <class Row, class Base>
+[[nodiscard]] std::uint32_t GrowthSince(const Row& row, const Base* base, Ulong Base::*count) {
+  return CountDelta(row.*count, base == nullptr ? 0U : static_cast<std::uint32_t>(base->*count));
+}
+template <class Row, class Base>
+[[nodiscard]] tagUTIME GrowthSince(const Row& row, const Base* base, Utime Base::*time) {
+  return TimeDelta(row.*time, base == nullptr ? tagUTIME{} : static_cast<tagUTIME>(base->*time));
+}
+
+/// The seconds that a row's percentages refer to: its interval, which of two rows without rates is
+/// the time stamp.
+template <class Row, class Base>
+[[nodiscard]] std::uint32_t DerivedSeconds(const Row& row, const Base* base) {
+  return row.interval - (base == nullptr ? 0U : static_cast<std::uint32_t>(base->interval));
+}
+
 /// Makes differences to `previous` of the fields of `row`, which holds current values.
 template <class Row, class Base, class Value, std::size_t N>
 void Subtract(Row& row, const Row& previous, const std::array<Packed<Value> Base::*, N>& fields) {

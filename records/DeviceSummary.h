@@ -1,5 +1,8 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+
 #include "records/DeviceRows.h"
 #include "records/IntervalEngine.h"
 
@@ -36,25 +39,74 @@ void AddDevice(DeviceSummaryRow<Record>& row, const DeviceIO& device) {
   AddTo(row.reservedTime2, WholeSeconds(device.reserved6));
 }
 
-/// Percentages and means over the devices, of which there is one at least, for what was done since
-/// `base`: the predecessor, or a zero row where the row itself tells it.
+/// What must not fall from one row to the next but the Mbytes, whose type differs.
 template <class Record>
-void FillDerived(DeviceSummaryRow<Record>& row, const Record& base) {
-  const std::uint32_t ops = CountDelta(row.totalIoOps, base.totalIoOps);
-  const tagUTIME service = TimeDelta(row.totalServiceTime, base.totalServiceTime);
+constexpr auto SummaryCounts() {
+  if constexpr (requires { &Record::seekOps; }) {
+    return std::array{&Record::totalIoOps, &Record::reads, &Record::writes, &Record::seekOps};
+  } else {
+    return std::array{&Record::totalIoOps, &Record::reads, &Record::writes};
+  }
+}
+template <class Record>
+inline constexpr auto kSummaryCounts = SummaryCounts<Record>();
+
+template <class Record>
+bool SummaryMovedBackwards(const Record& row, const Record& other) {
+  return AnyBelow(row, other, kSummaryCounts<Record>) || row.ioMbytes < other.ioMbytes;
+}
+
+/// Counts and Mbytes are one group: one that went backwards makes all of them zero.
+template <class Record>
+void SubtractSummary(DeviceSummaryRow<Record>& row, DeviceSummaryRow<Record>& /*raw*/,
+                     const DeviceSummaryRow<Record>& previous) {
+  using Row = DeviceSummaryRow<Record>;
+  constexpr std::array<Utime Row::*, 6> kTimes{&Row::totalServiceTime,    &Row::totalWaitTime,
+                                               &Row::totalWaitLengthTime, &Row::reservedTime1,
+                                               &Row::reservedTime2,       &Row::reservedTime3};
+  if (SummaryMovedBackwards<Record>(row, previous)) {
+    if (row.ioMbytes < previous.ioMbytes) {
+      TraceMbytesFell(row.ioMbytes, previous.ioMbytes);
+    }
+    SetToZero(row, kSummaryCounts<Record>);
+    row.ioMbytes = 0;
+  } else {
+    Subtract(row, previous, kSummaryCounts<Record>);
+    row.ioMbytes = row.ioMbytes - previous.ioMbytes;
+  }
+  SubtractTimes(row, previous, kTimes);
+  if constexpr (requires { row.totalBusyTime; }) {
+    row.totalBusyTime = TimeDelta(row.totalBusyTime, previous.totalBusyTime);
+  }
+}
+
+/// The record's family; `ratesOperation` names its rate step.
+template <class Record>
+constexpr IntervalFamily<DeviceSummaryRow<Record>> SummaryFamily(const char* ratesOperation) {
+  return {.amend = SubtractSummary<Record>,
+          .ratesOperation = ratesOperation,
+          .rateFailure = RateFailure::kSkipsRow,
+          .movedBackwards = SummaryMovedBackwards<Record>};
+}
+
+/// Percentages and means over the devices, of which there is one at least, for what was done in
+/// `seconds` since `base`; without one the row itself tells it.
+template <class Record>
+void FillDerived(DeviceSummaryRow<Record>& row, const Record* base, std::uint32_t seconds) {
+  const std::uint32_t ops = GrowthSince(row, base, &Record::totalIoOps);
+  const tagUTIME service = GrowthSince(row, base, &Record::totalServiceTime);
   if (ops != 0) {
-    row.readOpsPercent = CountPercent(CountDelta(row.reads, base.reads), ops);
-    row.writeOpsPercent = CountPercent(CountDelta(row.writes, base.writes), ops);
+    row.readOpsPercent = CountPercent(GrowthSince(row, base, &Record::reads), ops);
+    row.writeOpsPercent = CountPercent(GrowthSince(row, base, &Record::writes), ops);
     row.avgServiceTimePerOp = service / static_cast<double>(ops);
   }
   const double devices = row.devices;
   row.avgServiceTimePerDevice = service / devices;
-  row.waitTime = TimeDelta(row.totalWaitTime, base.totalWaitTime) / devices;
-  row.waitLengthTime = TimeDelta(row.totalWaitLengthTime, base.totalWaitLengthTime) / devices;
+  row.waitTime = GrowthSince(row, base, &Record::totalWaitTime) / devices;
+  row.waitLengthTime = GrowthSince(row, base, &Record::totalWaitLengthTime) / devices;
   if constexpr (requires { row.totalBusyTime; }) {
-    // The intervals of two rows without rates are their time stamps.
-    row.busyPercent = BusyPercent(TimeDelta(row.totalBusyTime, base.totalBusyTime) / devices,
-                                  row.interval - base.interval);
+    row.busyPercent =
+        BusyPercent(GrowthSince(row, base, &Record::totalBusyTime) / devices, seconds);
   }
 }
 
@@ -71,15 +123,11 @@ template <class Record>
     row.queueLength = row.queueLength / row.devices;
     row.reservedTime1 = row.reservedTime1 / static_cast<double>(row.devices);
     row.reservedTime2 = row.reservedTime2 / static_cast<double>(row.devices);
-    if (build.WithRates()) {
-      FillDerived(row, Record{});
-      return;
-    }
-    if (realtime) {
+    if (realtime && !build.WithRates()) {
       Trace(30, kInformation, "Processing Realtime Request with no rate calculations.");
     }
-    if (predecessor != nullptr) {
-      FillDerived(row, *predecessor);
+    if (build.WithRates() || predecessor != nullptr) {
+      FillDerived<Record>(row, predecessor, DerivedSeconds(row, predecessor));
     }
   });
   return build.RowCount();

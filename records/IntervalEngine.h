@@ -1,11 +1,10 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
-#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "node/RecordRequest.h"
@@ -24,30 +23,6 @@ struct CounterField {
   const char* traceName;
 };
 
-/// A rate and the counter that it is the quotient of.
-template <class Record>
-struct RateField {
-  Float Record::*rate;
-  Ulong Record::*counter;
-};
-
-/// The same for figures that are fractions; the difference may be negative.
-template <class Record>
-struct FloatCounterField {
-  Float Record::*field;
-  const char* traceName;
-};
-template <class Record>
-struct FloatRateField {
-  Float Record::*rate;
-  Float Record::*counter;
-};
-template <class Record>
-struct DoubleRateField {
-  Float Record::*rate;
-  Double Record::*counter;
-};
-
 /// The record that a row is published as: the row itself, or for a row with more members than its
 /// record, which it then derives from, its `PublishedRecord`.
 template <class Row>
@@ -60,58 +35,29 @@ struct PublishedAs<Row> {
   using Record = typename Row::PublishedRecord;
 };
 
-/// All rates of the row's layout whose counters are of the type that `Rate` has.
-template <template <class> class Rate, class Row>
-constexpr auto RatesOf() {
-  using Words = RateWords<typename PublishedAs<Row>::Record>;
-  using Counter = decltype(Rate<typename Words::Row>::counter);
-  constexpr auto visitAll = [](auto&& take) {
-    Words::Visit([&](auto member, FieldMeaning /*meaning*/, auto... growth) {
-      if constexpr ((std::is_same_v<decltype(growth), GrowthOf<Counter>> || ...)) {
-        (take(Rate<Row>{member, growth.counter}), ...);
-      }
-    });
-  };
-  constexpr std::size_t kCount = [=] {
-    std::size_t count = 0;
-    visitAll([&](const auto&) { ++count; });
-    return count;
-  }();
-  std::array<Rate<Row>, kCount> table{};
-  std::size_t next = 0;
-  visitAll([&](const auto& rate) { table[next++] = rate; });
-  return table;
-}
-
 /// What a rate over a zero interval costs: the rest of the build, or the one row.
 enum class RateFailure { kEndsBuild, kSkipsRow };
 
-/// What one record gives to the engine. All tables live as long as the process.
+/// What one record gives to the engine, which has its rates from the record's layout. All tables
+/// live as long as the process.
 template <class Record>
 struct IntervalFamily {
-  std::span<const CounterField<Record>> counters;
-  std::span<Utime Record::*const> times;
-  std::span<const RateField<Record>> rates;
+  std::span<const CounterField<Record>> counters = {};
+  std::span<Utime Record::*const> times = {};
   /// Whether two rows are of one instance; null for a record of a single row.
   bool (*sameInstance)(const Record&, const Record&) = nullptr;
-  /// The rate step's name in its error, as in "RecordBuilder::BuildRates_CPUP"; null for a record
-  /// without rates, which an interval of 0 does not harm.
-  const char* ratesOperation;
-  RateFailure rateFailure = RateFailure::kEndsBuild;
-  std::span<const FloatCounterField<Record>> floatCounters = {};
-  std::span<const FloatRateField<Record>> floatRates = {};
   /// Ends the subtraction: may correct the difference `row`, whose fields of no table still hold
   /// their current values, and the row `raw` that it was made from and that is kept for the next
   /// interval. Null for none.
   void (*amend)(Record& row, Record& raw, const Record& previous) = nullptr;
-  std::span<const DoubleRateField<Record>> doubleRates = {};
+  /// The rate step's name in its error, as in "RecordBuilder::BuildRates_CPUP"; null for a record
+  /// without rates, which an interval of 0 does not harm.
+  const char* ratesOperation = nullptr;
+  RateFailure rateFailure = RateFailure::kEndsBuild;
   /// Whether a finished row counts less than its predecessor. A real-time row that does is dumped
   /// but not output. Null for never.
   bool (*movedBackwards)(const typename PublishedAs<Record>::Record& row,
                          const typename PublishedAs<Record>::Record& predecessor) = nullptr;
-  /// Ends the rate step with rates of a form of their own; the row still has the interval that they
-  /// are divided by, which is not 0. Null for none.
-  void (*moreRates)(Record& row, bool withRates) = nullptr;
 };
 
 /// Traces at level 20 that a counter went backwards.
@@ -119,7 +65,7 @@ void TraceCounterFell(const char* traceName, std::uint32_t current, std::uint32_
 /// current - previous, wrapping at 32 bits; a counter that went backwards is traced at level 20.
 [[nodiscard]] std::uint32_t CounterDelta(std::uint32_t current, std::uint32_t previous,
                                          const char* traceName);
-/// current - previous; a negative difference is traced at level 20.
+/// The same for figures that are fractions; the difference may be negative.
 [[nodiscard]] float FloatCounterDelta(float current, float previous, const char* traceName);
 [[nodiscard]] UtlErrorPtr ZeroIntervalError(const char* ratesOperation);
 /// The same length of time with 64 bits of seconds.
@@ -141,10 +87,6 @@ template <class Record>
   for (const CounterField<Record>& counter : family.counters) {
     row.*counter.field =
         CounterDelta(current.*counter.field, previous.*counter.field, counter.traceName);
-  }
-  for (const FloatCounterField<Record>& counter : family.floatCounters) {
-    row.*counter.field =
-        FloatCounterDelta(current.*counter.field, previous.*counter.field, counter.traceName);
   }
   if (family.amend != nullptr) {
     family.amend(row, current, previous);
@@ -190,22 +132,47 @@ class RawRows {
   std::size_t m_next = 0;
 };
 
+/// A counter's growth divided by seconds, which are not 0.
+[[nodiscard]] inline float RateOf(const Ulong& growth, float seconds) {
+  return static_cast<float>(static_cast<std::uint32_t>(growth)) / seconds;
+}
+[[nodiscard]] inline float RateOf(const Float& growth, float seconds) {
+  return (growth + 0.0F) / seconds;
+}
+[[nodiscard]] inline float RateOf(const Double& growth, float seconds) {
+  return static_cast<float>((growth + 0.0) / static_cast<double>(seconds));
+}
+
+/// Sets all rates of the row's layout; `seconds` is not 0.
+template <class Record>
+void PutRates(Record& row, float seconds) {
+  using Layout = RateWords<typename PublishedAs<Record>::Record>;
+  Layout::Visit([&]([[maybe_unused]] auto rate, FieldMeaning /*meaning*/, auto... growth) {
+    ((row.*rate = RateOf(row.*growth.counter, seconds)), ...);
+  });
+}
+
 /// Divides the row's counters by its interval. Null, or an error for an interval of 0.
 template <class Record>
 [[nodiscard]] UtlErrorPtr BuildRates(const IntervalFamily<Record>& family, Record& row) {
   if (row.interval == 0U) {
     return ZeroIntervalError(family.ratesOperation);
   }
-  const auto seconds = static_cast<float>(static_cast<std::uint32_t>(row.interval));
-  for (const RateField<Record>& rate : family.rates) {
-    const std::uint64_t counter = static_cast<std::uint32_t>(row.*rate.counter);
-    row.*rate.rate = static_cast<float>(counter) / seconds;
-  }
-  for (const FloatRateField<Record>& rate : family.floatRates) {
-    row.*rate.rate = (row.*rate.counter + 0.0F) / seconds;
-  }
-  for (const DoubleRateField<Record>& rate : family.doubleRates) {
-    row.*rate.rate = static_cast<float>((row.*rate.counter + 0.0) / static_cast<double>(seconds));
+  PutRates(row, static_cast<float>(static_cast<std::uint32_t>(row.interval)));
+  return nullptr;
+}
+
+/// The row of the request's last answer that has the same identity; owned by the framework. Null
+/// for none.
+template <class Record>
+[[nodiscard]] const typename PublishedAs<Record>::Record* FindPredecessor(
+    const CMBRecordRequestEvent& event, const Record& row) {
+  using Published = typename PublishedAs<Record>::Record;
+  const typename RecordTraits<Published>::Class sample(&row);
+  for (const CMBRecord* record : event.PreviousRecords()) {
+    if (record->GetRecSize() == static_cast<int>(sizeof(Published)) && sample == *record) {
+      return static_cast<const Published*>(record->GetRecStart());
+    }
   }
   return nullptr;
 }
@@ -226,6 +193,7 @@ class IntervalBuild {
         m_event(event),
         m_first(first),
         m_upTime(static_cast<std::uint32_t>(upTime)),
+        m_realtime(event.IsRealtime() != 0),
         m_withRates(event.ShouldCalcRates() != 0) {}
 
   /// Takes one row through mode, rates, `derive` and output. `derive(row, predecessor)` computes
@@ -239,19 +207,15 @@ class IntervalBuild {
         return Reject(std::move(error));
       }
     }
-    if (m_family.moreRates != nullptr) {
-      m_family.moreRates(row, m_withRates);
-    }
+    m_rateSeconds = row.interval;
     if (!m_withRates) {
       row.interval = static_cast<std::uint32_t>(row.recordTime);
     }
-    const bool realtime = m_event.IsRealtime() != 0;
-    const bool mayBeWithheld = realtime && m_family.movedBackwards != nullptr;
-    const Published* predecessor = !m_withRates || mayBeWithheld ? Predecessor(row) : nullptr;
+    const Published* predecessor = MatchPredecessor(row);
     derive(row, m_withRates ? nullptr : predecessor);
-    if (realtime || !m_first) {
+    if (m_realtime || !m_first) {
       DumpRecord(row, m_rows);
-      if (!mayBeWithheld || predecessor == nullptr || !m_family.movedBackwards(row, *predecessor)) {
+      if (!IsWithheld(row, predecessor)) {
         m_event.m_records.push_back(new typename RecordTraits<Published>::Class(&row));
         ++m_output;
       }
@@ -261,6 +225,8 @@ class IntervalBuild {
   }
 
   [[nodiscard]] bool WithRates() const { return m_withRates; }
+  /// What the rates of the row that is derived from were divided by; its interval need not say it.
+  [[nodiscard]] std::uint32_t RateSeconds() const { return m_rateSeconds; }
   /// Rows processed, output or not.
   [[nodiscard]] int RowCount() const { return m_rows; }
   [[nodiscard]] int OutputCount() const { return m_output; }
@@ -268,7 +234,7 @@ class IntervalBuild {
  private:
   Record InMode(const Record& raw) {
     constexpr const char* kName = RecordTraits<Published>::kName;
-    if (m_event.IsRealtime() == 0) {
+    if (!m_realtime) {
       Trace(30, kInformation, "%1 - Processing Interval Request.", kName);
       return m_rawRows.Replace(m_family, raw);
     }
@@ -291,15 +257,17 @@ class IntervalBuild {
     return nullptr;
   }
 
-  /// The row of the request's last answer that has the same identity; owned by the framework.
-  const Published* Predecessor(const Record& row) const {
-    const typename RecordTraits<Published>::Class sample(&row);
-    for (const CMBRecord* record : m_event.PreviousRecords()) {
-      if (record->GetRecSize() == static_cast<int>(sizeof(Published)) && sample == *record) {
-        return static_cast<const Published*>(record->GetRecStart());
-      }
-    }
-    return nullptr;
+  [[nodiscard]] bool MayWithhold() const {
+    return m_realtime && m_family.movedBackwards != nullptr;
+  }
+
+  /// The row's predecessor where one is compared with; null for none.
+  const Published* MatchPredecessor(const Record& row) const {
+    return !m_withRates || MayWithhold() ? FindPredecessor(m_event, row) : nullptr;
+  }
+
+  [[nodiscard]] bool IsWithheld(const Published& row, const Published* predecessor) const {
+    return MayWithhold() && predecessor != nullptr && m_family.movedBackwards(row, *predecessor);
   }
 
   const IntervalFamily<Record>& m_family;
@@ -307,7 +275,9 @@ class IntervalBuild {
   CMBRecordRequestEvent& m_event;
   bool m_first;
   std::uint32_t m_upTime;
+  bool m_realtime;
   bool m_withRates;
+  std::uint32_t m_rateSeconds = 0;
   int m_rows = 0;
   int m_output = 0;
 };

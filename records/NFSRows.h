@@ -61,11 +61,11 @@ void SubtractCounters(Row& row, Row& /*raw*/, const Row& previous) {
 }
 
 /// The rates of the remote calls: without rates whole calls a second, with rates 0 without calls.
+/// `seconds` is not 0.
 template <class Row>
-void BuildRpcRates(Row& row, bool withRates) {
+void PutRpcRates(Row& row, std::uint32_t seconds, bool withRates) {
   const std::uint32_t calls = row.rpcCalls;
   const std::uint32_t badCalls = row.rpcBadCalls;
-  const std::uint32_t seconds = row.interval;
   if (!withRates) {
     row.rpcCallsPerSec = static_cast<float>(calls / seconds);
     row.rpcBadCallsPerSec = static_cast<float>(badCalls / seconds);
@@ -107,6 +107,13 @@ void DeriveShares(Row& row, const Row* predecessor, bool withRates) {
           100.0F * static_cast<float>(figure(counter)) / static_cast<float>(operations);
     }
   }
+}
+
+/// What an overview shows besides its counters and rates.
+template <class Row>
+void DeriveOverview(Row& row, const Row* predecessor, const IntervalBuild<Row>& build) {
+  PutRpcRates(row, build.RateSeconds(), build.WithRates());
+  DeriveShares(row, predecessor, build.WithRates());
 }
 
 /// The sum of a version's calls, wrapping at 32 bits.
@@ -211,25 +218,15 @@ Row NewDetail(const Total& source, std::span<Ulong Row::*const> wordsV2,
 
 /// An overview's family; `ratesOperation` names its rate step.
 template <class Row>
-inline constexpr auto kOverviewRates = RatesOf<RateField, Row>();
-template <class Row>
 constexpr IntervalFamily<Row> OverviewFamily(const char* ratesOperation) {
-  return {.counters = {},
-          .times = {},
-          .rates = kOverviewRates<Row>,
+  return {.amend = SubtractCounters<Row>,
           .ratesOperation = ratesOperation,
-          .rateFailure = RateFailure::kSkipsRow,
-          .amend = SubtractCounters<Row>,
-          .moreRates = BuildRpcRates<Row>};
+          .rateFailure = RateFailure::kSkipsRow};
 }
 /// A detail's family: counters alone.
 template <class Row>
 constexpr IntervalFamily<Row> DetailFamily() {
-  return {.counters = {},
-          .times = {},
-          .rates = {},
-          .ratesOperation = nullptr,
-          .amend = SubtractCounters<Row>};
+  return {.amend = SubtractCounters<Row>};
 }
 
 /// The last raw row of one of the records.
@@ -247,16 +244,16 @@ struct NFSBuild {
 };
 
 /// Builds the one row from the cumulative figures of `make(now)`, which `derive(row, predecessor,
-/// withRates)` completes. Null, or the error that ends the build, which the caller owns.
+/// build)` completes. Null, or the error that ends the build, which the caller owns.
 template <class Row, class Make, class Derive>
 [[nodiscard]] UtlError* BuildNFSRow(const NFSBuild& how, const IntervalFamily<Row>& family,
                                     NFSState<Row>& state, const Make& make, const Derive& derive) {
   TraceEntry(how.name, AddressOf(how.event), AddressOf(how.request));
   const bool first = ClaimUserObject<MyUserObject>(*how.request).first;
   IntervalBuild<Row> build(family, state.rawRows, *how.event, first, how.upTime);
-  UtlErrorPtr error = build.Add(
-      make(static_cast<std::int32_t>(Os().time(nullptr))),
-      [&](Row& row, const Row* predecessor) { derive(row, predecessor, build.WithRates()); });
+  UtlErrorPtr error =
+      build.Add(make(static_cast<std::int32_t>(Os().time(nullptr))),
+                [&](Row& row, const Row* predecessor) { derive(row, predecessor, build); });
   RecordBuilder::TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, build.RowCount());
   TraceExit(how.name, error ? 1 : 0);
   return error.release();
@@ -264,4 +261,4 @@ template <class Row, class Make, class Derive>
 
 /// For a row of counters alone.
 template <class Row>
-void DeriveNothing(Row& /*row*/, const Row* /*predecessor*/, bool /*withRates*/) {}
+void DeriveNothing(Row& /*row*/, const Row* /*predecessor*/, const IntervalBuild<Row>& /*build*/) {}

@@ -52,7 +52,7 @@ UtlError* RecordBuilder::Build_NCO(CMBRecordRequestEvent* pEvent, CMBRecordReque
   };
   return BuildNFSRow({"RecordBuilder::Build_NCO", pEvent, pRequest, GetUpTimeSeconds()},
                      kClientOverviewFamily, StateOf<NFSState<ClientOverview>>(), make,
-                     DeriveShares<ClientOverview>);
+                     DeriveOverview<ClientOverview>);
 }
 
 UtlError* RecordBuilder::Build_NCD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {

@@ -47,7 +47,7 @@ UtlError* RecordBuilder::Build_NSO(CMBRecordRequestEvent* pEvent, CMBRecordReque
   };
   return BuildNFSRow({"RecordBuilder::Build_NSO", pEvent, pRequest, GetUpTimeSeconds()},
                      kServerOverviewFamily, StateOf<NFSState<ServerOverview>>(), make,
-                     DeriveShares<ServerOverview>);
+                     DeriveOverview<ServerOverview>);
 }
 
 UtlError* RecordBuilder::Build_NSD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {

@@ -69,11 +69,6 @@ constexpr std::array kHostCounters{
     CounterField<HostRow>{&HostRow::ipPktsOut, "ip_packets_out"}};
 constexpr std::array kHostTimes{&HostRow::totalUserModeTime, &HostRow::totalKernelModeTime,
                                 &HostRow::totalIdleTime, &HostRow::totalWaitTime};
-constexpr auto kHostRates = RatesOf<RateField, HostRow>();
-constexpr std::array kHostMbytes{
-    FloatCounterField<HostRow>{&HostRow::logicalReadMbytes, "logical_read_mbytes"},
-    FloatCounterField<HostRow>{&HostRow::logicalWriteMbytes, "logical_write_mbytes"}};
-constexpr auto kHostMbyteRates = RatesOf<FloatRateField, HostRow>();
 
 /// Makes up for a count of packets of other protocols that fell by `loss`.
 void AddPackets(HostRow& row, Ulong HostRow::*other, Ulong HostRow::*total, std::uint32_t loss) {
@@ -98,18 +93,23 @@ void SubtractOther(HostRow& row, HostRow& raw, const HostRow& previous, Ulong Ho
   AddPackets(raw, other, total, loss);
 }
 
-void SubtractOtherPackets(HostRow& row, HostRow& raw, const HostRow& previous) {
+void SubtractMbytes(HostRow& row, const HostRow& previous) {
+  row.logicalReadMbytes =
+      FloatCounterDelta(row.logicalReadMbytes, previous.logicalReadMbytes, "logical_read_mbytes");
+  row.logicalWriteMbytes = FloatCounterDelta(row.logicalWriteMbytes, previous.logicalWriteMbytes,
+                                             "logical_write_mbytes");
+}
+
+void SubtractMbytesAndOtherPackets(HostRow& row, HostRow& raw, const HostRow& previous) {
+  SubtractMbytes(row, previous);
   SubtractOther(row, raw, previous, &HostRow::otherPktsIn, &HostRow::totalPktsIn);
   SubtractOther(row, raw, previous, &HostRow::otherPktsOut, &HostRow::totalPktsOut);
 }
 
 constexpr IntervalFamily<HostRow> kHostFamily{.counters = kHostCounters,
                                               .times = kHostTimes,
-                                              .rates = kHostRates,
-                                              .ratesOperation = "RecordBuilder::BuildRates_PI",
-                                              .floatCounters = kHostMbytes,
-                                              .floatRates = kHostMbyteRates,
-                                              .amend = SubtractOtherPackets};
+                                              .amend = SubtractMbytesAndOtherPackets,
+                                              .ratesOperation = "RecordBuilder::BuildRates_PI"};
 
 struct PIState : FamilyState {
   RawRows<HostRow> rawRows;

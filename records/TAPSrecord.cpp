@@ -1,4 +1,3 @@
-#include <array>
 #include <string_view>
 
 #include "collect/Collector.h"
@@ -12,37 +11,7 @@ namespace {
 using TapesRecord = recordPI_TAPS;
 using TapesRow = DeviceSummaryRow<TapesRecord>;
 
-constexpr std::array kTapesCounts{&TapesRecord::totalIoOps, &TapesRecord::reads,
-                                  &TapesRecord::writes, &TapesRecord::ioMbytes};
-constexpr std::array<Utime TapesRow::*, 6> kTapesTimes{
-    &TapesRow::totalServiceTime, &TapesRow::totalWaitTime, &TapesRow::totalWaitLengthTime,
-    &TapesRow::reservedTime1,    &TapesRow::reservedTime2, &TapesRow::reservedTime3};
-constexpr auto kTapesRates = RatesOf<RateField, TapesRow>();
-
-bool TapesMovedBackwards(const TapesRecord& row, const TapesRecord& other) {
-  return AnyBelow(row, other, kTapesCounts);
-}
-
-void SubtractTapes(TapesRow& row, TapesRow& /*raw*/, const TapesRow& previous) {
-  if (TapesMovedBackwards(row, previous)) {
-    if (row.ioMbytes < previous.ioMbytes) {
-      TraceMbytesFell(row.ioMbytes, previous.ioMbytes);
-    }
-    SetToZero(row, kTapesCounts);
-  } else {
-    Subtract(row, previous, kTapesCounts);
-  }
-  SubtractTimes(row, previous, kTapesTimes);
-}
-
-constexpr IntervalFamily<TapesRow> kTapesFamily{
-    .counters = {},
-    .times = {},
-    .rates = kTapesRates,
-    .ratesOperation = "RecordBuilder::BuildRatesPI_TAPS",
-    .rateFailure = RateFailure::kSkipsRow,
-    .amend = SubtractTapes,
-    .movedBackwards = TapesMovedBackwards};
+constexpr auto kTapesFamily = SummaryFamily<TapesRecord>("RecordBuilder::BuildRatesPI_TAPS");
 
 struct TAPSState : FamilyState {
   RawRows<TapesRow> rawRows;

@@ -35,16 +35,14 @@ constexpr std::array kInterfaceCounters{
     CounterField<InterfaceRow>{&InterfaceRow::pktReceiveErrors, "packet_receive_errors"},
     CounterField<InterfaceRow>{&InterfaceRow::pktXmitErrors, "packet_transmit_errors"},
     CounterField<InterfaceRow>{&InterfaceRow::pktCollisions, "packet_collisions"}};
-constexpr auto kInterfaceRates = RatesOf<RateField, InterfaceRow>();
 
-const IntervalFamily<InterfaceRow> kInterfaceFamily{
-    kInterfaceCounters,
-    {},
-    kInterfaceRates,
-    [](const InterfaceRow& a, const InterfaceRow& b) {
-      return a.interface == b.interface && a.ipAddress == b.ipAddress;
-    },
-    "RecordBuilder::BuildRates_NIND"};
+constexpr IntervalFamily<InterfaceRow> kInterfaceFamily{
+    .counters = kInterfaceCounters,
+    .sameInstance =
+        [](const InterfaceRow& a, const InterfaceRow& b) {
+          return a.interface == b.interface && a.ipAddress == b.ipAddress;
+        },
+    .ratesOperation = "RecordBuilder::BuildRates_NIND"};
 
 struct NINDState : FamilyState {
   RawRows<InterfaceRow> rawRows;

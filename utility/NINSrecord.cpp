@@ -16,10 +16,9 @@ constexpr std::array kInterfacesCounters{
     CounterField<InterfacesRow>{&InterfacesRow::pktReceiveErrors, "packet_receive_errors"},
     CounterField<InterfacesRow>{&InterfacesRow::pktXmitErrors, "packet_transmit_errors"},
     CounterField<InterfacesRow>{&InterfacesRow::pktCollisions, "packet_collisions"}};
-constexpr auto kInterfacesRates = RatesOf<RateField, InterfacesRow>();
 
-const IntervalFamily<InterfacesRow> kInterfacesFamily{
-    kInterfacesCounters, {}, kInterfacesRates, nullptr, "RecordBuilder::BuildRates_NINS"};
+constexpr IntervalFamily<InterfacesRow> kInterfacesFamily{
+    .counters = kInterfacesCounters, .ratesOperation = "RecordBuilder::BuildRates_NINS"};
 
 struct NINSState : FamilyState {
   RawRows<InterfacesRow> rawRows;

@@ -15,15 +15,13 @@ using Row = recordPI_CPUP;
 
 constexpr std::array kCounters{CounterField<Row>{&Row::interrupts, "some_interrupts"}};
 constexpr std::array kTimes{&Row::userTime};
-constexpr std::array kRates{RateField<Row>{&Row::interruptsPerSec, &Row::interrupts}};
 
 IntervalFamily<Row> Family(RateFailure failure) {
-  return {kCounters,
-          kTimes,
-          kRates,
-          [](const Row& a, const Row& b) { return a.processorId == b.processorId; },
-          "RecordBuilder::BuildRates_XXX",
-          failure};
+  return {.counters = kCounters,
+          .times = kTimes,
+          .sameInstance = [](const Row& a, const Row& b) { return a.processorId == b.processorId; },
+          .ratesOperation = "RecordBuilder::BuildRates_XXX",
+          .rateFailure = failure};
 }
 
 Row RawRow(std::int32_t time, const char* instance, std::uint32_t interrupts,
