@@ -1,170 +1,24 @@
 #include "support/RegExp.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
-#include <vector>
 
+#include "support/PatternCost.h"
 #include "support/TraceLog.h"
 
 namespace {
 
-/// How many elements repetitions may add to those that the pattern spells out, where they stand in
-/// one another or leave their number open between two bounds: there the cost grows with the square.
-constexpr std::size_t kMaxExpansion = 2000;
-/// How many elements there may be with the other ones, which cost no more than they say.
-constexpr std::size_t kMaxElements = 32767;
-constexpr std::size_t kTooLarge = 1000000;
-
 bool IgnoresCase(std::string_view pattern) {
   return pattern.size() >= 2 && pattern.substr(pattern.size() - 2) == "/i";
-}
-
-/// The elements that a part of an expression has once its repetitions are written out.
-struct Expansion {
-  std::size_t nested = 0;
-  std::size_t plain = 0;  ///< of single elements with one bound
-
-  [[nodiscard]] std::size_t All() const { return std::min(nested + plain, kTooLarge); }
-  void Add(const Expansion& other) {
-    nested = std::min(nested + other.nested, kTooLarge);
-    plain = std::min(plain + other.plain, kTooLarge);
-  }
-};
-
-/// Walks through an expression and counts its elements.
-class ExpansionCounter {
- public:
-  ExpansionCounter(std::string_view pattern, bool isExtended)
-      : m_pattern(pattern), m_isExtended(isExtended) {}
-
-  [[nodiscard]] Expansion Count() {
-    for (m_at = 0; m_at < m_pattern.size(); ++m_at) {
-      Element();
-    }
-    while (m_open.size() > 1) {
-      Close();
-    }
-    m_open.back().Add(m_last);
-    return m_open.back();
-  }
-  /// Known after the count.
-  [[nodiscard]] bool HasBackReference() const { return m_hasBackReference; }
-
- private:
-  void Element() {
-    const bool isEscaped = m_pattern[m_at] == '\\' && m_at + 1 < m_pattern.size();
-    m_at += isEscaped ? 1 : 0;
-    const char c = m_pattern[m_at];
-    const bool isOperator = isEscaped != m_isExtended;
-    m_hasBackReference = m_hasBackReference || (isEscaped && c >= '1' && c <= '9');
-    if (c == '[' && !isEscaped) {
-      SkipBracket();
-      Atom(1);
-    } else if (isOperator && c == '(') {
-      Atom(1);
-      m_open.emplace_back();
-      m_last = {};
-    } else if (isOperator && c == ')' && m_open.size() > 1) {
-      Close();
-    } else if (isOperator && c == '{') {
-      Repeat(ReadBound());
-    } else if (isOperator && c == '+') {
-      Repeat({2, false});  // one copy that must be there and one that may repeat
-    } else if (!(isOperator && (c == '?' || c == '|')) && (isEscaped || c != '*')) {
-      Atom(1);
-    }
-  }
-  void Atom(std::size_t size) {
-    m_open.back().Add(m_last);
-    m_last = {size, 0};
-  }
-  struct Bound {
-    std::size_t times;
-    bool isRange;
-  };
-  void Repeat(const Bound& bound) {
-    if (bound.times > 1 && !bound.isRange && m_last.nested == 1 && m_last.plain == 0) {
-      m_last.plain = bound.times;
-    } else if (bound.times != 1) {
-      m_last = {std::min(m_last.All() * bound.times, kTooLarge), 0};
-    }
-  }
-  void Close() {
-    Expansion size = m_open.back();
-    size.Add(m_last);
-    size.Add({1, 0});
-    m_open.pop_back();
-    m_last = size;
-  }
-  /// The larger of the two bounds, and 1 more for an open end.
-  Bound ReadBound() {
-    Bound bound{1, false};
-    std::size_t number = 0;
-    bool isSecond = false;
-    while (m_at + 1 < m_pattern.size() && std::strchr("0123456789,", m_pattern[m_at + 1])) {
-      const char c = m_pattern[++m_at];
-      bound.isRange = bound.isRange || (isSecond && c != ',');
-      isSecond = isSecond || c == ',';
-      number = c == ',' ? 0 : std::min(number * 10 + static_cast<std::size_t>(c - '0'), kTooLarge);
-      bound.times = std::max(bound.times, c == ',' ? bound.times + 1 : number);
-    }
-    for (const std::string_view end : {"}", "\\}"}) {
-      if (m_pattern.substr(m_at + 1).starts_with(end)) {
-        m_at += end.size();
-      }
-    }
-    return bound;
-  }
-  void SkipBracket() {
-    std::size_t end = m_at + 1;
-    end += m_pattern.substr(end).starts_with('^') ? 1 : 0;
-    // A bracket right here stands for itself.
-    end += m_pattern.substr(end).starts_with(']') ? 1 : 0;
-    while (end < m_pattern.size() && m_pattern[end] != ']') {
-      end = AfterBracketUnit(end);
-    }
-    m_at = end < m_pattern.size() ? end : m_at;
-  }
-  /// Behind the character at `at`, or behind the class, symbol or equivalence ("[:alpha:]") there.
-  [[nodiscard]] std::size_t AfterBracketUnit(std::size_t at) const {
-    if (m_pattern[at] != '[' || at + 1 >= m_pattern.size() ||
-        std::strchr(":.=", m_pattern[at + 1]) == nullptr) {
-      return at + 1;
-    }
-    const char closing[] = {m_pattern[at + 1], ']', '\0'};
-    const std::size_t end = m_pattern.find(closing, at + 2);
-    return end == std::string_view::npos ? at + 1 : end + 2;
-  }
-
-  std::string_view m_pattern;
-  bool m_isExtended;
-  std::size_t m_at = 0;
-  std::vector<Expansion> m_open{1};  ///< of the open groups, without their last element
-  Expansion m_last;
-  bool m_hasBackReference = false;
-};
-
-bool HasBackReference(std::string_view pattern) {
-  ExpansionCounter counter(pattern, true);
-  static_cast<void>(counter.Count());
-  return counter.HasBackReference();
-}
-
-bool IsTooLarge(std::string_view pattern, bool isExtended) {
-  const Expansion expansion = ExpansionCounter(pattern, isExtended).Count();
-  return expansion.nested > pattern.size() + kMaxExpansion ||
-         expansion.All() > pattern.size() + kMaxElements;
 }
 
 }  // namespace
 
 RegExp::RegExp(const char* pattern)
     : m_pattern(pattern == nullptr ? "" : pattern),
-      m_hasBackReference(HasBackReference(m_pattern)) {
+      m_hasBackReference(CostOf(m_pattern, true).hasBackReference) {
   if (IgnoresCase(m_pattern)) {
     m_flags |= REG_ICASE;
   }
@@ -182,7 +36,7 @@ int RegExp::Compile(const std::string& pattern) const {
   const bool isExtended = (m_flags & REG_EXTENDED) != 0;
   int code = REG_ESPACE;
   errno = ENOMEM;
-  if (!IsTooLarge(pattern, isExtended)) {
+  if (!CostOf(pattern, isExtended).isTooLarge) {
     errno = 0;
     code = ::regcomp(expression.get(), pattern.c_str(), m_flags);
   } else {
