@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -19,7 +18,7 @@
 namespace {
 
 constexpr const char* kFileName = "COLLECTOR.LOG";
-constexpr mode_t kFileMode = 0664;
+constexpr mode_t kLogMode = 0664;
 constexpr off_t kRotateSize = 0x6400000;
 constexpr std::size_t kLineSize = 4097;
 
@@ -27,8 +26,8 @@ using Line = std::array<char, kLineSize>;
 
 /// Null if there can be no such file.
 TextFilePtr OpenLog(const std::string& name) {
-  constexpr mode_t kNewFileMode = 0666;
-  return OpenRegularStream(name, O_RDWR | O_CREAT | O_TRUNC, kNewFileMode, "w+");
+  constexpr mode_t kCreated = 0666;
+  return OpenRegularStream(name, O_RDWR | O_CREAT | O_TRUNC, kCreated, "w+");
 }
 
 /// "Mmm dd hh:mm:ss : "; returns its length.
@@ -66,7 +65,7 @@ CollectorLog::CollectorLog() {
   if (g_collectorLogOn != 0) {
     m_file = OpenLog(kFileName);
     if (m_file != nullptr) {
-      ::fchmod(::fileno(m_file.get()), kFileMode);
+      ::fchmod(::fileno(m_file.get()), kLogMode);
     }
   }
 }
@@ -93,7 +92,7 @@ void CollectorLog::Log(const char* format, ...) {
   if (std::fputs(line.data(), m_file.get()) < 0 || std::fflush(m_file.get()) != 0) {
     const int error = errno;
     Trace(20, kWarning, "The error occured by OS API(fprintf).(en = %1, arg1 = %2, arg2 = %3).",
-          error, Hex{reinterpret_cast<std::uintptr_t>(m_file.get())}, line.data());
+          error, AddressOf(m_file.get()), line.data());
     std::clearerr(m_file.get());
   }
 }

@@ -7,7 +7,7 @@
 namespace {
 
 constexpr std::int64_t kMicrosPerSecond = 1000000;
-constexpr std::int64_t kNanosPerSecond = 1000000000;
+constexpr std::int64_t kNanosOfSecond = 1000000000;
 
 std::int32_t Low32(std::int64_t value) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(value));
@@ -43,7 +43,7 @@ tagUTIME TicksToUTIME(std::uint64_t ticks) {
 tagNTIME TicksToNTIME(std::uint64_t ticks) {
   constexpr std::uint64_t kHz = TicksPerSecond();
   return {Low32(static_cast<std::int64_t>(ticks / kHz)),
-          static_cast<std::int32_t>(ticks % kHz * (kNanosPerSecond / kHz))};
+          static_cast<std::int32_t>(ticks % kHz * (kNanosOfSecond / kHz))};
 }
 
 tagUTIME ToUTIME(const tagNTIME& value) { return {value.seconds, value.nanoseconds / 1000}; }

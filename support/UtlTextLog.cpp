@@ -14,7 +14,7 @@
 namespace {
 
 constexpr std::array kSeverityNames{"ERROR - ", "WARNING - ", "INFO - "};
-constexpr mode_t kFileMode = 0600;
+constexpr mode_t kOwnersMode = 0600;
 
 std::string UserName() {
   const ::passwd* user = Os().getpwuid(::getuid());
@@ -47,7 +47,7 @@ class UtlTextLog::File {
   File()
       : m_descriptor(::open(ProductPath("/tmp/logfile").c_str(),
                             O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                            kFileMode)) {
+                            kOwnersMode)) {
     struct ::stat status {};
     m_good = m_descriptor >= 0 && ::fstat(m_descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
              status.st_uid == ::geteuid() && status.st_nlink == 1;
