@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
 
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
@@ -11,14 +10,12 @@ namespace {
 
 constexpr rlim_t kOpenFiles = 512;
 
-Hex AddressOf(const rlimit& limit) { return Hex{reinterpret_cast<std::uintptr_t>(&limit)}; }
-
 }  // namespace
 
 void RaiseOpenFilesLimit() {
   rlimit limit{};
   if (Os().getrlimit(RLIMIT_NOFILE, &limit) != 0) {
-    Message(10100, "getrlimit", errno, static_cast<int>(RLIMIT_NOFILE), AddressOf(limit), "");
+    Message(10100, "getrlimit", errno, static_cast<int>(RLIMIT_NOFILE), AddressOf(&limit), "");
     return;
   }
   if (limit.rlim_cur > kOpenFiles) {
@@ -26,7 +23,7 @@ void RaiseOpenFilesLimit() {
   }
   limit.rlim_cur = std::min(kOpenFiles, limit.rlim_max);
   if (Os().setrlimit(RLIMIT_NOFILE, &limit) != 0) {
-    Message(10100, "setrlimit", errno, static_cast<int>(RLIMIT_NOFILE), AddressOf(limit), "");
+    Message(10100, "setrlimit", errno, static_cast<int>(RLIMIT_NOFILE), AddressOf(&limit), "");
     return;
   }
   Trace(20, kInformation, "Set Open files limit to %1", limit.rlim_cur);

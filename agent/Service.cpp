@@ -32,6 +32,12 @@ struct Surroundings {
   utsname system{};
 };
 
+/// The way out of a start that fails at `line` before the framework knows the service.
+void AbandonTracing(int line) {
+  ReportStartFailure(line, kFailure);
+  MBDebugTerm();
+}
+
 bool BringUpTracing() {
   if (const int rc = MBDebugInit(0, "qmtdmon", "QMT-Hostsets", 24, 'U', 'A', 'D'); rc != 0) {
     Message(10101, "MBDebugInit", rc, "", "", "");
@@ -40,14 +46,12 @@ bool BringUpTracing() {
   }
   if (const int rc = MBDebugGetMsgLogLevel(&g_msgLogLevel); rc != 0) {
     Message(10101, "MBDebugGetMsgLogLevel", rc, g_msgLogLevel, "", "");
-    ReportStartFailure(__LINE__, kFailure);
-    MBDebugTerm();
+    AbandonTracing(__LINE__);
     return false;
   }
   if (const int rc = MBDebugGetMsgDataLevel(&g_msgDataLevel); rc != 0) {
     Message(10101, "MBDebugGetMsgDataLevel", rc, g_msgDataLevel, "", "");
-    ReportStartFailure(__LINE__, kFailure);
-    MBDebugTerm();
+    AbandonTracing(__LINE__);
     return false;
   }
   return true;
@@ -77,8 +81,7 @@ bool RegisterService() {
     Trace(20, kError, "%1  (%2)", "MBStatInitialize : Error =", rc);
   }
   Message(10101, "MBStatInitialize", rc, "U", "A", "D");
-  ReportStartFailure(__LINE__, kFailure);
-  MBDebugTerm();
+  AbandonTracing(__LINE__);
   return false;
 }
 
@@ -90,6 +93,12 @@ void ReportLeaving(int line) {
   if (const int rc = __MBStatSetStatus(kLeaving, file.data(), line, out); rc != 0) {
     Trace(20, kWarning, "%1  (%2)", "MBStatSetStatus : Warning =", rc);
   }
+}
+
+/// Tells the framework and the operator that the start has failed at `line`.
+void ReportFailedStart(int line) {
+  ReportLeaving(line);
+  ReportStartFailure(line, kFailure);
 }
 
 int Terminate(int exitValue) {
@@ -105,8 +114,7 @@ bool TakeProductRoot(ProductLock& lock) {
   }
   Trace(10, kError, "%1", lock.Reason());
   Trace(20, kError, "%1", "Exiting the service, to prevent double start.");
-  ReportLeaving(__LINE__);
-  ReportStartFailure(__LINE__, kFailure);
+  ReportFailedStart(__LINE__);
   return false;
 }
 
@@ -148,8 +156,7 @@ int FailStart() {
   if (g_caughtSignal != 0) {
     Message(10102, g_caughtSignal.load());
   }
-  ReportLeaving(__LINE__);
-  ReportStartFailure(__LINE__, kFailure);
+  ReportFailedStart(__LINE__);
   DeleteAgent();
   return Terminate(kFailure);
 }
@@ -254,8 +261,7 @@ int RunService(int argc, char** argv) {
   Surroundings around{ReadStartOptions(argc, argv), {}};
   if (Os().uname(&around.system) != 0) {
     Message(10100, "uname", errno, "", "", "");
-    ReportLeaving(__LINE__);
-    ReportStartFailure(__LINE__, kFailure);
+    ReportFailedStart(__LINE__);
     return Terminate(kFailure);
   }
   Prepare(around);

@@ -13,17 +13,12 @@ __extension__ using Wide = __int128;
 
 constexpr std::int64_t kNanosPerSecond = 1000000000;
 
-struct Parts {
-  std::int64_t seconds;
-  std::int64_t nanoseconds;
-};
-
 Wide Total(const UtlTime& value) {
   return Wide{value.Seconds()} * kNanosPerSecond + value.Nanoseconds();
 }
 
 /// Nanoseconds of 0 to 999999999; seconds beyond 64 bits are cut to the farthest value.
-Parts SplitTotal(Wide total) {
+UtlTime FromTotal(Wide total, UtlTime::Mode mode) {
   Wide seconds = total / kNanosPerSecond;
   Wide nanos = total % kNanosPerSecond;
   if (nanos < 0) {
@@ -32,12 +27,12 @@ Parts SplitTotal(Wide total) {
   }
   using Limits = std::numeric_limits<std::int64_t>;
   if (seconds > Limits::max()) {
-    return {Limits::max(), kNanosPerSecond - 1};
+    return {Limits::max(), kNanosPerSecond - 1, mode};
   }
   if (seconds < Limits::min()) {
-    return {Limits::min(), 0};
+    return {Limits::min(), std::int64_t{0}, mode};
   }
-  return {static_cast<std::int64_t>(seconds), static_cast<std::int64_t>(nanos)};
+  return {static_cast<std::int64_t>(seconds), static_cast<std::int64_t>(nanos), mode};
 }
 
 Wide Product(Wide total, std::int64_t factor) {
@@ -101,31 +96,19 @@ UtlTime& UtlTime::operator=(const UtlTime& other) {
 UtlTime::~UtlTime() = default;
 
 UtlTime& UtlTime::operator+=(const UtlTime& other) {
-  const Parts parts = SplitTotal(Total(*this) + Total(other));
-  m_seconds = parts.seconds;
-  m_nanoseconds = parts.nanoseconds;
-  return *this;
+  return *this = FromTotal(Total(*this) + Total(other), m_mode);
 }
 
 UtlTime& UtlTime::operator-=(const UtlTime& other) {
-  const Parts parts = SplitTotal(Total(*this) - Total(other));
-  m_seconds = parts.seconds;
-  m_nanoseconds = parts.nanoseconds;
-  return *this;
+  return *this = FromTotal(Total(*this) - Total(other), m_mode);
 }
 
 UtlTime& UtlTime::operator*=(std::int64_t factor) {
-  const Parts parts = SplitTotal(Product(Total(*this), factor));
-  m_seconds = parts.seconds;
-  m_nanoseconds = parts.nanoseconds;
-  return *this;
+  return *this = FromTotal(Product(Total(*this), factor), m_mode);
 }
 
 UtlTime& UtlTime::operator/=(std::int64_t divisor) {
-  const Parts parts = SplitTotal(divisor == 0 ? Wide{0} : Total(*this) / divisor);
-  m_seconds = parts.seconds;
-  m_nanoseconds = parts.nanoseconds;
-  return *this;
+  return *this = FromTotal(divisor == 0 ? Wide{0} : Total(*this) / divisor, m_mode);
 }
 
 bool UtlTime::operator==(const UtlTime& other) const {
@@ -159,21 +142,21 @@ std::int32_t UtlTime::GetSeconds() const {
 std::int64_t UtlTime::GetMilliseconds() const { return m_nanoseconds / 1000; }
 
 const char* UtlTime::FormatDateTime() {
-  const Parts value = SplitTotal(Total(*this));
-  const std::tm parts = BrokenDown(value.seconds, m_mode);
+  const UtlTime value = FromTotal(Total(*this), m_mode);
+  const std::tm parts = BrokenDown(value.Seconds(), m_mode);
   std::array<char, 96> text{};
   std::snprintf(text.data(), text.size(), "%02d/%02d/%04d %02d:%02d:%02d", parts.tm_mon + 1,
                 parts.tm_mday, parts.tm_year + 1900, parts.tm_hour, parts.tm_min, parts.tm_sec);
-  m_text = std::make_unique<std::string>(text.data() + Fraction(value.nanoseconds));
+  m_text = std::make_unique<std::string>(text.data() + Fraction(value.Nanoseconds()));
   return m_text->c_str();
 }
 
 const char* UtlTime::FormatDuration() {
-  const Parts value = SplitTotal(Total(*this));
-  const std::tm parts = BrokenDown(value.seconds, m_mode);
+  const UtlTime value = FromTotal(Total(*this), m_mode);
+  const std::tm parts = BrokenDown(value.Seconds(), m_mode);
   std::array<char, 96> text{};
   std::snprintf(text.data(), text.size(), "%04lld:%02d:%02d",
-                static_cast<long long>(value.seconds / 3600), parts.tm_min, parts.tm_sec);
-  m_text = std::make_unique<std::string>(text.data() + Fraction(value.nanoseconds));
+                static_cast<long long>(value.Seconds() / 3600), parts.tm_min, parts.tm_sec);
+  m_text = std::make_unique<std::string>(text.data() + Fraction(value.Nanoseconds()));
   return m_text->c_str();
 }
