@@ -46,12 +46,12 @@ struct AcctState {
   bool accountingWasOn = false;
 };
 
-AcctState& State() {
+AcctState& RememberedAcct() {
   static AcctState state;
   return state;
 }
 
-const char* Option(const char* name) { return ProductOptions::Instance().Get("Acct", name); }
+const char* AcctOption(const char* name) { return ProductOptions::Instance().Get("Acct", name); }
 
 bool BeginsWith(const char* value, std::string_view letters) {
   return value != nullptr && value[0] != '\0' && letters.find(value[0]) != std::string_view::npos;
@@ -107,11 +107,11 @@ void GiveToAccounting(int fd) {
 }  // namespace
 
 AcctSourceUser::AcctSourceUser()
-    : m_useAcct(!BeginsWith(Option("UseAcct"), "nN")),
-      m_updatePtr(!BeginsWith(Option("UpdatePtr"), "fFnN")) {
+    : m_useAcct(!BeginsWith(AcctOption("UseAcct"), "nN")),
+      m_updatePtr(!BeginsWith(AcctOption("UpdatePtr"), "fFnN")) {
   TraceEntry("AcctSourceUser::AcctSourceUser");
   ++s_statistics.constructed;
-  const char* file = Option("FileName");
+  const char* file = AcctOption("FileName");
   initialize(file == nullptr || *file == '\0' ? kDefaultFile : file);
   TraceExit("AcctSourceUser::AcctSourceUser");
 }
@@ -121,14 +121,14 @@ AcctSourceUser::~AcctSourceUser() {
   ++s_statistics.destroyed;
 }
 
-bool AcctSourceUser::AccountingWasOn() { return State().accountingWasOn; }
+bool AcctSourceUser::AccountingWasOn() { return RememberedAcct().accountingWasOn; }
 void AcctSourceUser::ResetState() {
-  State() = AcctState{};
+  RememberedAcct() = AcctState{};
   g_accountingRecords = 0;
 }
 
 void AcctSourceUser::initialize(const char* file) {
-  AcctState& state = State();
+  AcctState& state = RememberedAcct();
   m_pendingError.reset();
   if (state.fileName != file) {
     state.fileName = file;
@@ -137,11 +137,11 @@ void AcctSourceUser::initialize(const char* file) {
     state.atEndOfFile = false;
     state.prevComm = {};
     state.prevBtime = 0;
-    const char* truncate = Option("Truncate");
+    const char* truncate = AcctOption("Truncate");
     state.truncateEnabled =
         truncate == nullptr ? state.truncateEnabled : BeginsWith(truncate, "yY");
     if (state.truncateEnabled) {
-      const char* size = Option("Size");
+      const char* size = AcctOption("Size");
       state.maxSize = size == nullptr ? kDefaultSize : std::strtoll(size, nullptr, 10);
     }
     if (!checkacct()) {
@@ -168,20 +168,21 @@ void AcctSourceUser::initialize(const char* file) {
 bool AcctSourceUser::OpenFile(struct ::stat& status) {
   CloseFile();
   // A pipe or a device in the file's place must neither hold the agent nor feed it without end.
-  m_fd = ::open(HostPath(State().fileName.c_str()).c_str(),
+  m_fd = ::open(HostPath(RememberedAcct().fileName.c_str()).c_str(),
                 O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (m_fd < 1) {
     CloseFile();
     return false;
   }
   if (::fstat(m_fd, &status) != 0) {
-    Trace(20, kError, "An error occurred in fstat. (%1) (err=%2)", State().fileName, errno);
+    Trace(20, kError, "An error occurred in fstat. (%1) (err=%2)", RememberedAcct().fileName,
+          errno);
   }
   if (!S_ISREG(status.st_mode)) {
     CloseFile();
     return false;
   }
-  State().opened = true;
+  RememberedAcct().opened = true;
   return true;
 }
 
@@ -193,7 +194,7 @@ void AcctSourceUser::CloseFile() {
 }
 
 bool AcctSourceUser::CreateFile() const {
-  const std::string path = HostPath(State().fileName.c_str());
+  const std::string path = HostPath(RememberedAcct().fileName.c_str());
   const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, kFileMode);
   if (fd < 0) {
     return false;
@@ -204,7 +205,7 @@ bool AcctSourceUser::CreateFile() const {
 }
 
 bool AcctSourceUser::checkacct() {
-  AcctState& state = State();
+  AcctState& state = RememberedAcct();
   state.opened = false;
   struct ::stat status {};
   if (::stat(HostPath(state.fileName.c_str()).c_str(), &status) != 0 && !CreateFile()) {
@@ -240,7 +241,8 @@ bool AcctSourceUser::Seek(std::int64_t place, bool tell) {
     return true;
   }
   if (tell) {
-    Trace(20, kError, "An error occurred in lseek. (%1) (err=%2)", State().fileName, errno);
+    Trace(20, kError, "An error occurred in lseek. (%1) (err=%2)", RememberedAcct().fileName,
+          errno);
   }
   return false;
 }
@@ -252,7 +254,7 @@ void AcctSourceUser::read(x_acct* record) {
 }
 
 void AcctSourceUser::ReadRecord(x_acct& record) {
-  AcctState& state = State();
+  AcctState& state = RememberedAcct();
   if (m_pendingError != nullptr || !state.opened || m_fd < 0) {
     m_more = false;
     return;
@@ -286,7 +288,7 @@ void AcctSourceUser::ReadRecord(x_acct& record) {
 }
 
 void AcctSourceUser::EndOfFile() {
-  AcctState& state = State();
+  AcctState& state = RememberedAcct();
   state.atEndOfFile = true;
   m_more = false;
   if (state.truncateEnabled && state.opened && state.offset >= state.maxSize) {
@@ -295,7 +297,7 @@ void AcctSourceUser::EndOfFile() {
 }
 
 void AcctSourceUser::truncatefile() {
-  AcctState& state = State();
+  AcctState& state = RememberedAcct();
   (void)doacct(nullptr);
   CloseFile();
   ::unlink(HostPath(state.fileName.c_str()).c_str());
@@ -320,7 +322,7 @@ void AcctSourceUser::truncatefile() {
 }
 
 int AcctSourceUser::acctchanged() {
-  AcctState& state = State();
+  AcctState& state = RememberedAcct();
   const std::int64_t last = state.offset - static_cast<std::int64_t>(kRecordBytes);
   if (state.prevComm[0] == '\0' || last <= 0) {
     return 0;

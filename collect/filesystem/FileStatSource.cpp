@@ -9,12 +9,12 @@
 
 namespace {
 
-constexpr std::size_t kFixedSize = 97;
+constexpr std::size_t kFileStatFixedSize = 97;
 
 tagUTIME Seconds(std::time_t time) { return {static_cast<std::int32_t>(time), 0}; }
 
 void Fill(x_filestat& record, const struct ::stat& status) {
-  record.size = static_cast<std::uint32_t>(record.path.size() + kFixedSize);
+  record.size = static_cast<std::uint32_t>(record.path.size() + kFileStatFixedSize);
   record.device = status.st_dev;
   record.mode = status.st_mode;
   record.uid = status.st_uid;

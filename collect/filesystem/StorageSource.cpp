@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr std::size_t kFixedSize = 37;
+constexpr std::size_t kStorageFixedSize = 37;
 constexpr std::size_t kLineSize = 1025;
 constexpr double kBlocksPerMbyte = 2048.0;
 
@@ -141,7 +141,7 @@ void StorageSourceUser::read(x_storage* record) {
     }
     record->fileTime = m_fileTime;
     record->path = m_path.substr(m_directory.size());
-    record->size = static_cast<std::uint32_t>(record->path.size() + kFixedSize);
+    record->size = static_cast<std::uint32_t>(record->path.size() + kStorageFixedSize);
     std::replace(record->path.begin(), record->path.end(), ':', '/');
     record->kind = static_cast<std::int32_t>(std::strtol(fields->owner, nullptr, 10));
     record->freeMB =

@@ -30,12 +30,14 @@ struct MessagesState {
   bool hasToldMissing = false;
 };
 
-MessagesState& State() {
+MessagesState& RememberedMessages() {
   static MessagesState state;
   return state;
 }
 
-const char* Option(const char* name) { return ProductOptions::Instance().Get("Messages", name); }
+const char* MessagesOption(const char* name) {
+  return ProductOptions::Instance().Get("Messages", name);
+}
 
 struct EventFileOption {
   std::string path;
@@ -64,7 +66,7 @@ void Follow(const EventFileOption& option) {
     Message(10100, "open", errno, option.path, "", "");
     return;
   }
-  FileEvents& files = State().files;
+  FileEvents& files = RememberedMessages().files;
   const auto known = std::find_if(files.begin(), files.end(), [&](const FileEvent& file) {
     return file.Path() == option.path && file.Id() == option.id;
   });
@@ -100,7 +102,7 @@ void TraceMode(const char* path) {
 MessagesSourceUser::MessagesSourceUser() : m_end(std::chrono::steady_clock::now() + kMaxRunTime) {
   TraceEntry("MessagesSourceUser::MessagesSourceUser");
   ++s_statistics.constructed;
-  if (State().files.empty()) {
+  if (RememberedMessages().files.empty()) {
     loadEventFiles();
   }
   TraceExit("MessagesSourceUser::MessagesSourceUser");
@@ -109,7 +111,7 @@ MessagesSourceUser::MessagesSourceUser() : m_end(std::chrono::steady_clock::now(
 MessagesSourceUser::~MessagesSourceUser() { ++s_statistics.destroyed; }
 
 void MessagesSourceUser::ResetState() {
-  MessagesState& state = State();
+  MessagesState& state = RememberedMessages();
   state.files.clear();
   state.cursor = state.files.end();
   state.serial = 0;
@@ -117,11 +119,11 @@ void MessagesSourceUser::ResetState() {
 }
 
 UtlErrorPtr MessagesSourceUser::initialize() {
-  const char* path = Option("FileName");
+  const char* path = MessagesOption("FileName");
   if (path == nullptr || *path == '\0') {
     return nullptr;
   }
-  MessagesState& state = State();
+  MessagesState& state = RememberedMessages();
   WarnOnce(state.hasToldLength, std::strlen(path) > kMaxMainPath,
            [&] { MessageAndCopy(10107, "PL_MESS", path); });
   TraceMode(path);
@@ -142,7 +144,7 @@ void MessagesSourceUser::loadEventFiles() {
   TraceEntry("MessagesSourceUser::loadEventFiles");
   if (initialize() == nullptr) {
     for (int number = 1;; ++number) {
-      const char* value = Option(("EventFile" + std::to_string(number)).c_str());
+      const char* value = MessagesOption(("EventFile" + std::to_string(number)).c_str());
       if (value == nullptr || *value == '\0') {
         break;
       }
@@ -159,8 +161,8 @@ void MessagesSourceUser::read(x_messages* record) {
     m_more = false;
     // The next run begins with the next file: one that grows faster than a run reads must not
     // keep the others waiting.
-    if (State().cursor != State().files.end()) {
-      ++State().cursor;
+    if (RememberedMessages().cursor != RememberedMessages().files.end()) {
+      ++RememberedMessages().cursor;
     }
   }
   if (m_more) {
@@ -174,7 +176,7 @@ bool MessagesSourceUser::IsRunOver() const {
 }
 
 void MessagesSourceUser::ReadLine(x_messages& record) {
-  MessagesState& state = State();
+  MessagesState& state = RememberedMessages();
   if (state.cursor == state.files.end()) {
     state.cursor = state.files.begin();
   }

@@ -19,7 +19,7 @@
 namespace {
 
 constexpr std::uint32_t kInterfaceRecordSize = 128;
-constexpr const char* kDevFile = "/proc/net/dev";
+constexpr const char* kNetDevPath = "/proc/net/dev";
 constexpr const char* kCounterFormat = "%*d %ld %ld %*d %*d %*d %*d %*d %*d %ld %ld %*d %*d %ld";
 constexpr int kCounters = 5;
 
@@ -96,10 +96,10 @@ void ScanCounters(const char* text, x_interface& work) {
 InterfaceSourceUser::InterfaceSourceUser() {
   TraceEntry("InterfaceSourceUser::InterfaceSourceUser");
   ++s_statistics.constructed;
-  m_fp = OpenHostFile(kDevFile);
+  m_fp = OpenHostFile(kNetDevPath);
   if (m_fp == nullptr) {
     Trace(20, kError, "The error occurred by OS API(fopen). (en=%1, arg1=%2, arg2=%3)", errno,
-          kDevFile, "r");
+          kNetDevPath, "r");
     m_pendingError = std::make_unique<UtlError>("Unable to open /proc/net/dev", __FILE__, __LINE__);
   } else if (m_sock = Os().socket(AF_INET, SOCK_STREAM, IPPROTO_TCP); m_sock < 0) {
     Trace(20, kError, "The error occurred by OS API(socket). (en=%1, arg1=%2, arg2=%3, arg3=%4)",
@@ -112,7 +112,7 @@ InterfaceSourceUser::InterfaceSourceUser() {
 InterfaceSourceUser::~InterfaceSourceUser() {
   ++s_statistics.destroyed;
   if (m_fp != nullptr && std::fclose(m_fp.release()) != 0) {
-    Trace(20, kError, "The error occurred by OS API(fclose). (en=%1, arg1=%2)", errno, kDevFile);
+    Trace(20, kError, "The error occurred by OS API(fclose). (en=%1, arg1=%2)", errno, kNetDevPath);
   }
   if (m_sock >= 0 && ::close(m_sock) != 0) {
     Trace(20, kError, "The error occurred by OS API(close). (en=%1, arg1=%2)", errno, m_sock);
@@ -127,7 +127,7 @@ void InterfaceSourceUser::read(x_interface* record) {
     if (std::fgets(line.data(), static_cast<int>(line.size()), m_fp.get()) == nullptr) {
       if (std::fseek(m_fp.get(), 0, SEEK_SET) != 0) {
         Trace(20, kError, "The error occurred by OS API(fseek). (en=%1, arg1=%2, arg2=%3, arg3=%4)",
-              errno, kDevFile, 0, "SEEK_SET");
+              errno, kNetDevPath, 0, "SEEK_SET");
       }
       break;
     }

@@ -13,11 +13,11 @@
 namespace {
 
 constexpr std::uint32_t kProtocolRecordSize = 64;
-constexpr const char* kSnmpFile = "/proc/net/snmp";
+constexpr const char* kSnmpPath = "/proc/net/snmp";
 constexpr const char* kLabelFormat = "%*s %s";
 
 /// The two counters taken from a protocol's line of values.
-struct Row {
+struct ProtocolRow {
   std::string_view word;  ///< a line that holds it belongs to the protocol
   int before;             ///< numbers that stand before the first counter
   int between;            ///< numbers that stand between the two
@@ -55,18 +55,19 @@ void UdpValuesFailed(int rc, const char* line, const char* format) {
 
 // The fourteenth number of "Icmp:" is OutMsgs before kernel 3.10 and InAddrMaskReps since.
 constexpr std::array kRows{
-    Row{"Ip:", 8, 0, &x_protocol::ipIn, &x_protocol::ipOut,
-        "%*s %*u %*u %*u %*u %*u %*u%*u %*u %u %u", IpLabelFailed, IpValuesFailed},
-    Row{"Icmp:", 0, 12, &x_protocol::icmpIn, &x_protocol::icmpOut,
-        "%*s %u %*u %*u %*u %*u %*u %*u%*u %*u %*u %*u %*u %*u %u", LabelFailed, ValuesFailed},
-    Row{"Tcp:", 9, 0, &x_protocol::tcpIn, &x_protocol::tcpOut,
-        "%*s %*u %*u %*u %*u %*u %*u%*u %*u %*u %u %u", LabelFailed, ValuesFailed},
-    Row{"Udp:", 0, 2, &x_protocol::udpIn, &x_protocol::udpOut, "%*s %u %*u %*u %u", LabelFailed,
-        UdpValuesFailed},
+    ProtocolRow{"Ip:", 8, 0, &x_protocol::ipIn, &x_protocol::ipOut,
+                "%*s %*u %*u %*u %*u %*u %*u%*u %*u %u %u", IpLabelFailed, IpValuesFailed},
+    ProtocolRow{"Icmp:", 0, 12, &x_protocol::icmpIn, &x_protocol::icmpOut,
+                "%*s %u %*u %*u %*u %*u %*u %*u%*u %*u %*u %*u %*u %*u %u", LabelFailed,
+                ValuesFailed},
+    ProtocolRow{"Tcp:", 9, 0, &x_protocol::tcpIn, &x_protocol::tcpOut,
+                "%*s %*u %*u %*u %*u %*u %*u%*u %*u %*u %u %u", LabelFailed, ValuesFailed},
+    ProtocolRow{"Udp:", 0, 2, &x_protocol::udpIn, &x_protocol::udpOut, "%*s %u %*u %*u %u",
+                LabelFailed, UdpValuesFailed},
 };
 
 /// Of a protocol's two lines the one of names is passed over.
-void TakeValues(const Row& row, const char* line, x_protocol& record) {
+void TakeValues(const ProtocolRow& row, const char* line, x_protocol& record) {
   std::string_view first;
   TextScanner label(line);
   label.SkipWord();
@@ -93,7 +94,7 @@ void TakeValues(const Row& row, const char* line, x_protocol& record) {
 }
 
 void TakeLine(const char* line, x_protocol& record) {
-  for (const Row& row : kRows) {
+  for (const ProtocolRow& row : kRows) {
     if (std::string_view(line).find(row.word) != std::string_view::npos) {
       TakeValues(row, line, record);
       return;
@@ -106,15 +107,15 @@ void TakeLine(const char* line, x_protocol& record) {
 ProtocolSourceUser::ProtocolSourceUser() {
   TraceEntry("ProtocolSourceUser::ProtocolSourceUser");
   ++s_statistics.constructed;
-  m_fp = OpenHostFile(kSnmpFile);
+  m_fp = OpenHostFile(kSnmpPath);
   if (m_fp == nullptr) {
     const int code = errno;
     m_pendingError = std::make_unique<UtlError>(__FILE__, __LINE__);
-    m_pendingError->GetStream() << "ProtocolSourceUser::ProtocolSourceUser(fopen(" << kSnmpFile
+    m_pendingError->GetStream() << "ProtocolSourceUser::ProtocolSourceUser(fopen(" << kSnmpPath
                                 << ") failed! errno: " << code;
     m_pendingError->CloseStream();
     Trace(20, kError, "The error occurred by OS API(fopen). (en=%1, arg1=%2, arg2=%3, arg3=%4)",
-          code, kSnmpFile, "r", "");
+          code, kSnmpPath, "r", "");
   }
   TraceExit("ProtocolSourceUser::ProtocolSourceUser");
 }

@@ -25,7 +25,7 @@ constexpr int kTries = 6;
 constexpr int kLoadTries = 5;
 constexpr std::chrono::milliseconds kLoadPause{10};
 /// A stranger may hold the guard's own lock too.
-constexpr std::chrono::milliseconds kPatience{25};
+constexpr std::chrono::milliseconds kGuardPatience{25};
 constexpr std::size_t kKeySize = 20;
 constexpr std::size_t kTransTypeOffset = 0;
 constexpr std::size_t kStringKeyOffset = 20;
@@ -44,7 +44,8 @@ ssize_t ReadFile(int descriptor, void* buffer, std::size_t size) {
 /// The guard of that key as the settings have it.
 std::unique_ptr<UserFileSemaphore> MakeGuard(key_t key) {
   const char* mode = ProductOptions::Instance().Get("User", "GuardMode");
-  return std::make_unique<UserFileSemaphore>(key, kUnlocked, UserFileGuardRights(mode), kPatience);
+  return std::make_unique<UserFileSemaphore>(key, kUnlocked, UserFileGuardRights(mode),
+                                             kGuardPatience);
 }
 
 /// Whether another holds the guard.
