@@ -68,10 +68,9 @@ class ProcLib {
   /// The texts of the "model name" lines, cut to 40 characters; empty where there is none.
   [[nodiscard]] std::optional<std::vector<std::string>> GetCPUTypes();
 
-  /// Whether that is what stands before the line's colon, without the blanks between.
-  [[nodiscard]] static bool HasCPUKey(const char* line, std::string_view key);
-  /// The number behind the colon of a "processor" line; false, and untouched, if there is none.
-  [[nodiscard]] static bool ScanProcessorId(const char* line, std::uint32_t& id);
+  /// Reads on, by GetString, to the next "processor" line of /proc/cpuinfo; false at the end. `id`
+  /// becomes the number behind its colon, or empty if there is none.
+  [[nodiscard]] bool NextProcessor(ProcLine& line, std::optional<std::uint32_t>& id);
 
   /// 0 if all characters are digits; so it is for an empty text.
   [[nodiscard]] static int IsNumeric(const char* text);

@@ -18,16 +18,27 @@ std::string_view TextFrom(const char* line, std::size_t column) {
   return text.substr(std::min(column, text.size()));
 }
 
-}  // namespace
-
-bool ProcLib::HasCPUKey(const char* line, std::string_view key) {
+/// Whether that is what stands before the line's colon, without the blanks between.
+bool HasCPUKey(const char* line, std::string_view key) {
   std::string_view text(line);
   text = text.substr(0, text.find(':'));
   return text.substr(0, text.find_last_not_of(" \t\n") + 1) == key;
 }
 
-bool ProcLib::ScanProcessorId(const char* line, std::uint32_t& id) {
-  return TextScanner(TextFrom(line, kProcessorColumn)).Unsigned(id);
+}  // namespace
+
+bool ProcLib::NextProcessor(ProcLine& line, std::optional<std::uint32_t>& id) {
+  while (GetString(line) == 0) {
+    if (HasCPUKey(line.data(), "processor")) {
+      std::uint32_t number = 0;
+      id.reset();
+      if (TextScanner(TextFrom(line.data(), kProcessorColumn)).Unsigned(number)) {
+        id = number;
+      }
+      return true;
+    }
+  }
+  return false;
 }
 
 std::optional<std::vector<std::uint32_t>> ProcLib::GetCPUIds() {
@@ -41,12 +52,12 @@ std::optional<std::vector<std::uint32_t>> ProcLib::GetCPUIds() {
   }
   std::vector<std::uint32_t> ids(static_cast<std::size_t>(configured));
   std::uint32_t id = 0;
+  std::optional<std::uint32_t> found;
   auto place = ids.begin();
-  for (ProcLine line; place != ids.end() && GetString(line) == 0;) {
-    if (!HasCPUKey(line.data(), "processor")) {
-      continue;
-    }
-    if (!ScanProcessorId(line.data(), id)) {
+  for (ProcLine line; place != ids.end() && NextProcessor(line, found);) {
+    // A line without a number gets the one before.
+    id = found.value_or(id);
+    if (!found) {
       Trace(20, kWarning, "The error occured by OS API(sscanf).(en = %1,arg1 = %2,arg2 = %3).",
             errno, line.data(), "%u");
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 
 #include "collect/TextScanner.h"
 
@@ -199,15 +200,12 @@ int CPUSourceUser::GetTraps(std::uint32_t* total, const char* nmiValue) const {
 }
 
 int CPUSourceUser::IsCPUOnline(std::uint32_t cpuId) {
-  for (ProcLine line; m_cpuinfoLib.GetString(line) == 0;) {
-    if (!ProcLib::HasCPUKey(line.data(), "processor")) {
-      continue;
-    }
-    std::uint32_t id = 0;
-    if (!ProcLib::ScanProcessorId(line.data(), id)) {
+  std::optional<std::uint32_t> id;
+  for (ProcLine line; m_cpuinfoLib.NextProcessor(line, id);) {
+    if (!id) {
       Trace(20, kWarning, "The error occured by OS API(sscanf).(en = %1, arg1 = %2, arg2 = %3).",
             errno, line.data(), "%u");
-    } else if (id == cpuId) {
+    } else if (*id == cpuId) {
       return 0;
     }
   }
