@@ -1,14 +1,11 @@
 #include "collect/process/ProcessSourceLINUX.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -20,19 +17,6 @@
 namespace {
 
 constexpr std::uint32_t kProcessRecordSize = 1132;
-/// "/proc/", a directory name of the longest kind, 255 bytes, a slash and the file's name.
-using ProcessPath = std::array<char, 288>;
-constexpr std::size_t kProcPrefix = 6;
-
-/// Puts texts one behind another, as many characters as there is room for. Returns how many.
-std::size_t FormPath(ProcessPath& path, std::initializer_list<std::string_view> parts) {
-  std::size_t length = 0;
-  for (const std::string_view part : parts) {
-    length += part.copy(path.data() + length, path.size() - 1 - length);
-  }
-  path[length] = '\0';
-  return length;
-}
 
 }  // namespace
 
@@ -75,36 +59,11 @@ constexpr ProcessSourceUser::FileOfProcess ProcessSourceUser::kStatus{
     "The error occurred by OS API(fopen). (en=%1, arg1=%2, arg2=%3)",
     "The error occurred by OS API(fread). (en=%1, arg1=%2, arg2=%3, arg3=%4)"};
 
-/// The folder of one process, whose part of the paths is formed once.
-class ProcessSourceUser::ProcessFolder {
- public:
-  explicit ProcessFolder(const char* pid) : m_length(FormPath(m_path, {"/proc/", pid, "/"})) {}
-
-  /// The path of a file in it, valid until the next one is asked for.
-  const char* PathOf(std::string_view leaf) {
-    leaf.copy(m_path.data() + m_length, leaf.size());
-    m_path[m_length + leaf.size()] = '\0';
-    return m_path.data();
-  }
-
- private:
-  ProcessPath m_path;
-  std::size_t m_length;
-};
-
-void ProcessSourceUser::CloseDir::operator()(DIR* directory) const {
-  if (::closedir(directory) != 0) {
-    Trace(20, kError, "The error occurred by OS API(closedir). (en=%1, arg1=%2)", errno, "/proc");
-  }
-}
-
-ProcessSourceUser::ProcessSourceUser() {
+ProcessSourceUser::ProcessSourceUser() : m_walk(20) {
   TraceEntry("ProcessSourceUser::ProcessSourceUser");
   ++s_statistics.constructed;
   s_skipped = 0;
-  m_procDir.reset(::opendir(HostPath("/proc").c_str()));
-  if (m_procDir == nullptr) {
-    Trace(20, kError, "The error occurred by OS API(opendir). (en=%1, arg1=%2)", errno, "/proc");
+  if (!m_walk.IsOpen()) {
     m_pendingError = std::make_unique<UtlError>("Unable to open /proc", __FILE__, __LINE__);
   } else {
     m_bootTime = ProcLib::GetBootTime();
@@ -123,14 +82,14 @@ void ProcessSourceUser::read(x_proc* record) {
   TraceEntry("ProcessSourceUser::read");
   m_more = false;
   if (m_pendingError == nullptr) {
-    while (const dirent* entry = ::readdir(m_procDir.get())) {
-      if (ProcLib::IsNumeric(entry->d_name) == 0 && ReadProcess(entry->d_name, *record)) {
+    while (const char* pid = m_walk.Next()) {
+      if (ReadProcess(pid, *record)) {
         m_more = true;
         break;
       }
     }
     if (!m_more) {
-      ::rewinddir(m_procDir.get());
+      m_walk.Rewind();
     }
   }
   TraceExit("ProcessSourceUser::read");
@@ -139,10 +98,7 @@ void ProcessSourceUser::read(x_proc* record) {
 int ProcessSourceUser::ReadFile(ProcessFolder& folder, const FileOfProcess& file,
                                 char* buffer) const {
   const char* const path = folder.PathOf(file.leaf);
-  // Relative to the open /proc, which spares the kernel the walk; a pipe in a captured tree must
-  // not block the agent.
-  const int descriptor = ::openat(::dirfd(m_procDir.get()), path + kProcPrefix,
-                                  O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  const int descriptor = m_walk.Open(path);
   if (descriptor < 0) {
     Trace(file.level, kError, file.openFailed, errno, path, "r");
     return -1;
@@ -223,7 +179,7 @@ std::uint64_t ProcessSourceUser::LinkInode(const char* format, const char* pid) 
 
 std::uint64_t ProcessSourceUser::ReadLink(const char* format, const char* pid) const {
   const std::string_view text(format);
-  if (m_procDir == nullptr) {
+  if (!m_walk.IsOpen()) {
     return 0;
   }
   const std::size_t place = std::min(text.find("%s"), text.size());
@@ -235,8 +191,7 @@ std::uint64_t ProcessSourceUser::ReadLink(const char* format, const char* pid) c
   std::array<char, 256> target;
   const ssize_t length =
       head.starts_with("/proc/")
-          ? ::readlinkat(::dirfd(m_procDir.get()), path.data() + kProcPrefix, target.data(),
-                         target.size())
+          ? m_walk.ReadLink(path.data(), target.data(), target.size())
           : ::readlink(HostPath(path.data()).c_str(), target.data(), target.size());
   if (length < 0 || static_cast<std::size_t>(length) == target.size()) {
     Trace(30, kError, "The error occurred by OS API(readlink). (en=%1, arg1=%2, arg2=%3, arg3=%4)",

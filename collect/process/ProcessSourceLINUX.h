@@ -1,16 +1,15 @@
 #pragma once
 
-#include <dirent.h>
 #include <sys/types.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <string_view>
 #include <vector>
 
+#include "collect/ProcessWalk.h"
 #include "collect/Source.h"
 
 /// The device number of a process without a terminal.
@@ -163,11 +162,7 @@ class ProcessSourceUser : public PtrSource<x_proc, Process, std::vector<Process>
   [[nodiscard]] static const char* LoadFlagString(std::uint32_t flags);
 
  private:
-  struct CloseDir {
-    void operator()(DIR* directory) const;
-  };
   struct FileOfProcess;
-  class ProcessFolder;
   static const FileOfProcess kStat;
   static const FileOfProcess kStatm;
   static const FileOfProcess kCmdline;
@@ -182,7 +177,7 @@ class ProcessSourceUser : public PtrSource<x_proc, Process, std::vector<Process>
   inline static SourceStatistics s_statistics;
   inline static std::uint32_t s_skipped = 0;
 
-  std::unique_ptr<DIR, CloseDir> m_procDir;
+  ProcessWalk m_walk;
   std::int32_t m_bootTime = 0;
   // One buffer a file for the whole walk, each with room for a terminator.
   std::array<char, 1024> m_stat{};

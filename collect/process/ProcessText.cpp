@@ -2,6 +2,7 @@
 #include <bit>
 #include <cstring>
 
+#include "collect/ProcessStatus.h"
 #include "collect/TextScanner.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "node/Trace.h"
@@ -49,7 +50,7 @@ std::uint32_t FlagsOf(const x_proc& record) {
 /// The keys looked for in /proc/PID/status.
 enum StatusKey : std::size_t { kName, kUid, kGid, kVmData, kVmStk, kVmExe, kStatusKeys };
 constexpr std::array<std::string_view, kStatusKeys> kStatusKeyTexts{
-    "Name:", "Uid:", "Gid:", "VmData:", "VmStk:", "VmExe:"};
+    "Name:", kStatusUid, "Gid:", "VmData:", "VmStk:", "VmExe:"};
 /// The text from each key on; no text where the key is missing.
 using StatusLines = std::array<std::string_view, kStatusKeys>;
 
@@ -81,12 +82,12 @@ StatusKey KeyByMark(std::string_view line) {
   }
 }
 
-/// Finds all keys in one pass. A key counts at the start of a line only: a name may hold any text.
+/// Finds all keys in one pass.
 StatusLines FindKeys(std::string_view text) {
   StatusLines lines;
   for (std::size_t found = 0; found < kStatusKeys && text.size() >= kMarkSize;) {
     if (const StatusKey key = KeyByMark(text);
-        key != kStatusKeys && lines[key].empty() && text.starts_with(kStatusKeyTexts[key])) {
+        key != kStatusKeys && lines[key].empty() && HasStatusKey(text, kStatusKeyTexts[key])) {
       lines[key] = text;
       ++found;
     }
@@ -96,10 +97,9 @@ StatusLines FindKeys(std::string_view text) {
   return lines;
 }
 
-/// A scanner of what stands behind a key, which is there. The colon that the scan begins with is
-/// all of the key's word that is left.
+/// A scanner of what stands behind a key, which is there.
 TextScanner ValuesOf(const StatusLines& lines, StatusKey key) {
-  return TextScanner(lines[key].substr(kStatusKeyTexts[key].size() - 1));
+  return StatusValues(lines[key], kStatusKeyTexts[key]);
 }
 
 bool TraceMissing(const StatusLines& lines, StatusKey key) {
@@ -122,8 +122,7 @@ void ScanIdentities(const StatusLines& lines, StatusKey key, std::int32_t& real,
     return;
   }
   TextScanner scanner = ValuesOf(lines, key);
-  if (!scanner.SkipWord() || !scanner.Signed(real) || !scanner.Signed(effective) ||
-      !scanner.Signed(saved)) {
+  if (!scanner.Signed(real) || !scanner.Signed(effective) || !scanner.Signed(saved)) {
     TraceScan(scanner.Count(), lines[key], "%*s %d %d %d");
   }
 }
@@ -134,7 +133,7 @@ void ScanSize(const StatusLines& lines, StatusKey key, std::uint64_t& kilobytes)
   }
   TextScanner scanner = ValuesOf(lines, key);
   std::int32_t size = 0;
-  if (!scanner.SkipWord() || !scanner.Signed(size)) {
+  if (!scanner.Signed(size)) {
     TraceScan(scanner.Count(), lines[key], "%*s %d");
     return;
   }
@@ -221,7 +220,7 @@ int ProcessSourceUser::Get_Status_Info(const char* text, x_proc* record) const {
   }
   TextScanner scanner = ValuesOf(lines, kName);
   std::string_view name;
-  if (!scanner.SkipWord() || !scanner.Word(name)) {
+  if (!scanner.Word(name)) {
     TraceScan(scanner.Count(), lines[kName], "%*s %s");
     return -1;
   }

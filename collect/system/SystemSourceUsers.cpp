@@ -1,94 +1,59 @@
-#include <dirent.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string_view>
 
-#include "collect/TextScanner.h"
+#include "collect/ProcessStatus.h"
+#include "collect/ProcessWalk.h"
 #include "collect/system/SystemSourceLINUX.h"
-#include "support/HostPaths.h"
 
 namespace {
 
-constexpr char kProc[] = "/proc";
-/// The slash behind it counts.
-constexpr std::size_t kProcPrefix = sizeof(kProc);
-
-/// The next entry of /proc that is a process; null at the end.
-const char* NextProcess(DIR* directory) {
-  while (const dirent* entry = ::readdir(directory)) {
-    if (ProcLib::IsNumeric(entry->d_name) == 0) {
-      return entry->d_name;
-    }
-  }
-  return nullptr;
-}
-
-/// Goes on to the line that begins with the key: a process may have it in its name.
+/// Goes on to the line that has the key.
 bool FindLine(LineReader& reader, ProcLine& line, std::string_view key) {
   while (reader.Next(line)) {
-    if (std::string_view(line.data()).starts_with(key)) {
+    if (HasStatusKey(line.data(), key)) {
       return true;
     }
   }
   return false;
 }
 
-struct CloseDir {
-  void operator()(DIR* directory) const { ::closedir(directory); }
-};
-
 }  // namespace
 
 std::uint32_t SystemSourceUser::CountProcesses() {
-  DIR* directory = ::opendir(HostPath(kProc).c_str());
-  if (directory == nullptr) {
-    Trace(20, kError, "The error occurred by OS API(opendir). (en=%1, arg1=%2)", errno, kProc);
-    return 0;
-  }
+  ProcessWalk walk(20);
   std::uint32_t count = 0;
-  while (NextProcess(directory) != nullptr) {
+  while (walk.IsOpen() && walk.Next() != nullptr) {
     ++count;
-  }
-  if (::closedir(directory) != 0) {
-    Trace(20, kError, "The error occurred by OS API(closedir). (en=%1, arg1=%2)", errno, kProc);
   }
   return count;
 }
 
 int SystemSourceUser::CountUser(unsigned int* result) {
-  const std::unique_ptr<DIR, CloseDir> directory(::opendir(HostPath(kProc).c_str()));
-  if (directory == nullptr) {
-    Trace(30, kError, "The error occurred by OS API(opendir). (en=%1, arg1=%2)", errno, kProc);
+  ProcessWalk walk(30);
+  if (!walk.IsOpen()) {
     return -1;
   }
   LineReader reader;
-  // "/proc/", a directory name of the longest kind and the file's name.
-  std::array<char, 288> path;
-  while (const char* pid = NextProcess(directory.get())) {
-    std::snprintf(path.data(), path.size(), "%s/%s/status", kProc, pid);
-    // Relative to the open /proc, which spares the kernel the walk; a pipe in a captured tree must
-    // not block the agent.
-    const int descriptor = ::openat(::dirfd(directory.get()), path.data() + kProcPrefix,
-                                    O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  while (const char* pid = walk.Next()) {
+    ProcessFolder folder(pid);
+    const char* const path = folder.PathOf("status");
+    const int descriptor = walk.Open(path);
     if (descriptor < 0) {
       Trace(30, kError, "The error occurred by OS API(fopen). (en=%1, arg1=%2, arg2=%3)", errno,
-            path.data(), "r");
+            path, "r");
       return -1;
     }
     reader.Start(descriptor);
-    if (const std::optional<unsigned int> uid = UserOf(reader, path.data())) {
+    if (const std::optional<unsigned int> uid = UserOf(reader, path)) {
       AddUser(m_userIds, *uid);
     }
     if (::close(descriptor) != 0) {
-      Trace(30, kError, "The error occurred by OS API(fclose). (en=%1, arg1=%2)", errno,
-            path.data());
+      Trace(30, kError, "The error occurred by OS API(fclose). (en=%1, arg1=%2)", errno, path);
     }
   }
   *result = static_cast<unsigned int>(m_userIds.size());
@@ -97,16 +62,16 @@ int SystemSourceUser::CountUser(unsigned int* result) {
 
 std::optional<unsigned int> SystemSourceUser::UserOf(LineReader& reader, const char* path) {
   ProcLine line;
-  if (!FindLine(reader, line, "Uid:")) {
+  if (!FindLine(reader, line, kStatusUid)) {
     Trace(30, kError,
           "An error occurred in a function (SystemSourceUser :: GetLine).(rc=%1, arg1=%2, arg2=%3, "
           "arg3=%4)",
-          -1, path, line.data(), "Uid:");
+          -1, path, line.data(), kStatusUid);
     return std::nullopt;
   }
-  TextScanner scanner(line.data());
+  TextScanner scanner = StatusValues(line.data(), kStatusUid);
   unsigned int uid = 0;
-  if (!scanner.SkipWord() || !scanner.Unsigned(uid)) {
+  if (!scanner.Unsigned(uid)) {
     Trace(30, kError, "An error occurred by OS API (sscanf).(en=%1, arg1=%2, arg2=%3)", errno,
           line.data(), "%*s %u");
     return std::nullopt;

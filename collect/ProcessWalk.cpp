@@ -1,0 +1,61 @@
+#include "collect/ProcessWalk.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "collect/ProcLib.h"
+#include "support/HostPaths.h"
+#include "support/TraceLog.h"
+
+namespace {
+
+constexpr char kProcFolder[] = "/proc";
+
+/// What the kernel is asked for relative to the open /proc, which spares it the walk there.
+const char* BelowProc(const char* path) { return path + sizeof(kProcFolder); }
+
+}  // namespace
+
+std::size_t FormPath(ProcessPath& path, std::initializer_list<std::string_view> parts) {
+  std::size_t length = 0;
+  for (const std::string_view part : parts) {
+    length += part.copy(path.data() + length, path.size() - 1 - length);
+  }
+  path[length] = '\0';
+  return length;
+}
+
+void ProcessWalk::Close::operator()(DIR* directory) const {
+  if (::closedir(directory) != 0) {
+    Trace(20, kError, "The error occurred by OS API(closedir). (en=%1, arg1=%2)", errno,
+          kProcFolder);
+  }
+}
+
+ProcessWalk::ProcessWalk(int level) : m_directory(::opendir(HostPath(kProcFolder).c_str())) {
+  if (m_directory == nullptr) {
+    Trace(level, kError, "The error occurred by OS API(opendir). (en=%1, arg1=%2)", errno,
+          kProcFolder);
+  }
+}
+
+const char* ProcessWalk::Next() {
+  while (const dirent* entry = ::readdir(m_directory.get())) {
+    if (ProcLib::IsNumeric(entry->d_name) == 0) {
+      return entry->d_name;
+    }
+  }
+  return nullptr;
+}
+
+int ProcessWalk::Open(const char* path) const {
+  // A pipe in a captured tree must not block the agent.
+  return ::openat(::dirfd(m_directory.get()), BelowProc(path),
+                  O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+}
+
+ssize_t ProcessWalk::ReadLink(const char* path, char* target, std::size_t size) const {
+  return ::readlinkat(::dirfd(m_directory.get()), BelowProc(path), target, size);
+}

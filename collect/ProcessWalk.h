@@ -1,0 +1,60 @@
+#pragma once
+
+#include <dirent.h>
+#include <sys/types.h>
+
+#include <array>
+#include <cstddef>
+#include <initializer_list>
+#include <memory>
+#include <string_view>
+
+/// "/proc/", a directory name of the longest kind, 255 bytes, a slash and the file's name.
+using ProcessPath = std::array<char, 288>;
+
+/// Puts texts one behind another, as many characters as there is room for. Returns how many.
+std::size_t FormPath(ProcessPath& path, std::initializer_list<std::string_view> parts);
+
+/// The folder of one process, whose part of the paths is formed once.
+class ProcessFolder {
+ public:
+  explicit ProcessFolder(const char* pid) : m_length(FormPath(m_path, {"/proc/", pid, "/"})) {}
+
+  /// The path of one of its files, which have short names; valid until the next one is asked for.
+  [[nodiscard]] const char* PathOf(std::string_view leaf) {
+    leaf.copy(m_path.data() + m_length, leaf.size());
+    m_path[m_length + leaf.size()] = '\0';
+    return m_path.data();
+  }
+
+ private:
+  ProcessPath m_path;
+  std::size_t m_length;
+};
+
+/// The processes in /proc of the monitored host, one after another. It takes no memory for them.
+class ProcessWalk {
+ public:
+  /// Opens /proc. A failure is traced at `level`, and one to close it at 20.
+  explicit ProcessWalk(int level);
+
+  /// Whether /proc is open; all the rest wants that.
+  [[nodiscard]] bool IsOpen() const { return m_directory != nullptr; }
+  /// The number of the next process, as text that lives until the next call; null at the end.
+  [[nodiscard]] const char* Next();
+  void Rewind() { ::rewinddir(m_directory.get()); }
+
+  // These two take paths that begin with "/proc/".
+
+  /// Opens a file for reading; -1 with `errno` on failure. The descriptor is the caller's.
+  [[nodiscard]] int Open(const char* path) const;
+  /// As readlink(2).
+  [[nodiscard]] ssize_t ReadLink(const char* path, char* target, std::size_t size) const;
+
+ private:
+  struct Close {
+    void operator()(DIR* directory) const;
+  };
+
+  std::unique_ptr<DIR, Close> m_directory;
+};
