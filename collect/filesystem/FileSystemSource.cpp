@@ -99,14 +99,13 @@ void FileSystemSourceUser::read(x_free_space* record) {
     if (IsPassedOver(*mount)) {
       continue;
     }
-    struct ::statfs64 figures {};
-    const MountAnswer answer = m_question.Ask(mount->mnt_dir, &figures);
-    if (answer == MountAnswer::kFailed) {
-      Trace(20, kError, "The error occurred by OS API(statfs). (en=%1, arg1=%2, arg2=%3)", errno,
-            mount->mnt_dir, AddressOf(&figures));
-    } else if (answer == MountAnswer::kAnswered) {
+    const MountReply reply = m_question.Ask(mount->mnt_dir);
+    if (reply.answer == MountAnswer::kFailed) {
+      Trace(20, kError, "The error occurred by OS API(statfs). (en=%1, arg1=%2, arg2=%3)",
+            reply.code, mount->mnt_dir, AddressOf(&reply.figures));
+    } else if (reply.answer == MountAnswer::kAnswered) {
       FillNames(*record, *mount, m_nodeName);
-      FillFigures(*record, figures);
+      FillFigures(*record, reply.figures);
       m_more = true;
     }
   }

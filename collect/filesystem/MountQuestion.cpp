@@ -14,7 +14,6 @@
 #include <chrono>
 #include <climits>
 #include <csignal>
-#include <cstring>
 #include <map>
 #include <new>
 #include <set>
@@ -131,7 +130,7 @@ class MountQuestion::Round {
   }
 
   /// The replies, by place in the list, after all mounts have answered or used up their time.
-  const std::vector<Reply>& Run(std::chrono::seconds limit) {
+  const std::vector<MountReply>& Run(std::chrono::seconds limit) {
     while (m_done < m_paths.size()) {
       if (m_children.empty()) {
         FailLost();
@@ -196,7 +195,7 @@ class MountQuestion::Round {
     return true;
   }
 
-  void Finish(std::size_t place, const Reply& reply) {
+  void Finish(std::size_t place, const MountReply& reply) {
     if (place < m_paths.size() && !m_isDone[place]) {
       m_isDone[place] = true;
       ++m_done;
@@ -246,7 +245,7 @@ class MountQuestion::Round {
   }
 
   const std::vector<std::string> m_paths;
-  std::vector<Reply> m_replies;
+  std::vector<MountReply> m_replies;
   std::vector<bool> m_isDone;
   std::size_t m_done = 0;
   std::vector<Child> m_children;
@@ -273,24 +272,25 @@ void MountQuestion::AskAll(const std::vector<std::string>& mountPoints) {
     }
   }
   Round round(paths);
-  const std::vector<Reply>& replies = round.Run(Limit());
+  const std::vector<MountReply>& replies = round.Run(Limit());
   for (std::size_t place = 0; place < paths.size(); ++place) {
     m_replies[paths[place]] = replies[place];
   }
 }
 
-MountAnswer MountQuestion::Ask(const char* mountPoint, struct ::statfs64* figures) {
-  std::memset(figures, 0, sizeof *figures);
+MountReply MountQuestion::Ask(const char* mountPoint) {
   const std::string path = HostPath(mountPoint);
   if (!IsLimited()) {
-    return Os().statfs64(path.c_str(), figures) == 0 ? MountAnswer::kAnswered
-                                                     : MountAnswer::kFailed;
+    MountReply reply;
+    if (Os().statfs64(path.c_str(), &reply.figures) == 0) {
+      reply.answer = MountAnswer::kAnswered;
+    } else {
+      reply.code = errno;
+    }
+    return reply;
   }
   if (!m_replies.contains(path)) {
     AskAll({mountPoint});
   }
-  const Reply& reply = m_replies[path];
-  *figures = reply.figures;
-  errno = reply.code;
-  return reply.answer;
+  return m_replies[path];
 }

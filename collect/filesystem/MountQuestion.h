@@ -9,8 +9,15 @@
 /// How a question about a mounted file system ended.
 enum class MountAnswer {
   kAnswered,
-  kFailed,   ///< `errno` tells why
+  kFailed,   ///< the reply's code tells why
   kNoAnswer  ///< the time is up, or a former question is still without an answer; traced
+};
+
+/// The answer and what belongs to it.
+struct MountReply {
+  MountAnswer answer = MountAnswer::kFailed;
+  int code = 0;  ///< errno of a failure
+  struct ::statfs64 figures {};
 };
 
 /// Asks statfs(2) for the figures of mounted file systems. A server that is gone makes that call
@@ -29,15 +36,10 @@ class MountQuestion {
   void AskAll(const std::vector<std::string>& mountPoints);
 
   /// The answer for a mount point: the one kept, or else a new one.
-  [[nodiscard]] MountAnswer Ask(const char* mountPoint, struct ::statfs64* figures);
+  [[nodiscard]] MountReply Ask(const char* mountPoint);
 
  private:
-  struct Reply {
-    MountAnswer answer = MountAnswer::kFailed;
-    int code = 0;  ///< errno
-    struct ::statfs64 figures {};
-  };
   class Round;
 
-  std::map<std::string, Reply> m_replies;
+  std::map<std::string, MountReply> m_replies;
 };
