@@ -36,12 +36,11 @@ bool HasStamp(const HostNameRequest& request, const HostNameWire& response) {
 
 }  // namespace
 
-HostNameRequestManager::HostNameRequestManager(CMBRunnableNode* node, int limit,
+HostNameRequestManager::HostNameRequestManager(CMBRunnableNode* /*node*/, int limit,
                                                const char* helperPath, const char* helperArgument)
     : m_helper(helperPath, helperArgument),
       m_finishedLimit(static_cast<std::size_t>(std::max(limit, 0))),
-      m_waitingLimit(2 * m_finishedLimit),
-      m_pNode(node) {}
+      m_waitingLimit(2 * m_finishedLimit) {}
 
 int HostNameRequestManager::connection_init(SASocket* socket) {
   TraceEntry("HostNameRequestManager::connection_init", AddressOf(socket));

@@ -22,7 +22,8 @@ struct HostNameRequest : HostNameWire {
 /// question is out at a time; the others wait in their order. For the loop's thread alone.
 class HostNameRequestManager {
  public:
-  /// Remembers `limit` answers, and lets twice as many questions wait. The node is not owned.
+  /// Remembers `limit` answers, and lets twice as many questions wait. The node is not used: the
+  /// socket that connection_init() gets knows it.
   HostNameRequestManager(CMBRunnableNode* node, int limit, const char* helperPath,
                          const char* helperArgument);
   HostNameRequestManager(const HostNameRequestManager&) = delete;
@@ -78,7 +79,6 @@ class HostNameRequestManager {
   const std::size_t m_finishedLimit;
   const std::size_t m_waitingLimit;
   bool m_sendFailed = false;
-  [[maybe_unused]] CMBRunnableNode* m_pNode;
   std::unique_ptr<UtlError> m_pLastError;
   SASocket* m_pSocket = nullptr;
 };

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <array>
-#include <cstdint>
+#include <cstddef>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -11,12 +11,10 @@
 #include "support/TraceLog.h"
 #include "support/UserFileFormat.h"
 
-/// One user record of a kind: its bytes as they stand in the file, and its times widened.
+/// One user record of a kind: its bytes as they stand in the file.
 template <std::size_t kind>
 struct x_user_record {
   std::array<char, kUserRecordSizes[kind]> bytes{};
-  std::int64_t collectTime = 0;  ///< seconds since the epoch
-  std::int64_t userTime1 = 0;
 };
 
 /// A user record as builders see it.
@@ -76,16 +74,8 @@ class UserRecordSource
 
   static void loaddata(x_user_record<kind>& out, const char* record) {
     std::memcpy(out.bytes.data(), record, out.bytes.size());
-    for (const UserField& field : UserFileKinds()[kind].fields) {
-      if (field.type == UserFieldType::kTime) {
-        std::int32_t seconds = 0;
-        std::memcpy(&seconds, record + field.offset, sizeof seconds);
-        (field.offset == kCollectTimeOffset ? out.collectTime : out.userTime1) = seconds;
-      }
-    }
   }
 
-  static constexpr std::size_t kCollectTimeOffset = 44;
   inline static SourceStatistics s_statistics;
 
   bool m_firstRead = true;
