@@ -45,16 +45,14 @@ int ExecFailure(int report) {
 HelperProcess::HelperProcess(std::string path, std::string argument)
     : m_path(std::move(path)), m_argument(std::move(argument)) {}
 
-bool HelperProcess::IsPaused() {
-  const auto age = Clock::now() - m_started;
-  if (m_pause.count() != 0 && age < m_pause) {
-    return true;
-  }
-  // One that has lived for long has not died at once.
-  m_pause = m_started == Clock::time_point() || age > kLongestPause
+bool HelperProcess::IsPaused() const {
+  return m_pause.count() != 0 && Clock::now() - m_started < m_pause;
+}
+
+void HelperProcess::LengthenPause() {
+  m_pause = m_started == Clock::time_point() || Clock::now() - m_started > kLongestPause
                 ? std::chrono::seconds(1)
                 : std::min(m_pause * 2, kLongestPause);
-  return false;
 }
 
 int HelperProcess::Spawn(std::string& error) {
@@ -64,6 +62,7 @@ int HelperProcess::Spawn(std::string& error) {
     TraceExit("HelperProcess::Spawn");
     return 0;
   }
+  LengthenPause();
   if (IsRunning()) {
     // It has lost its pipes and will end once it notices.
     m_formerPids.push_back(m_childPid);

@@ -29,7 +29,10 @@ class HelperProcess {
  private:
   using Clock = std::chrono::steady_clock;
 
-  [[nodiscard]] bool IsPaused();
+  /// Whether it is too early for another start.
+  [[nodiscard]] bool IsPaused() const;
+  /// Doubles the pause, or begins anew after one that has lived for long: it has not died at once.
+  void LengthenPause();
 
   const std::string m_path;
   const std::string m_argument;
