@@ -18,15 +18,6 @@ const char* BelowProc(const char* path) { return path + sizeof(kProcFolder); }
 
 }  // namespace
 
-std::size_t FormPath(ProcessPath& path, std::initializer_list<std::string_view> parts) {
-  std::size_t length = 0;
-  for (const std::string_view part : parts) {
-    length += part.copy(path.data() + length, path.size() - 1 - length);
-  }
-  path[length] = '\0';
-  return length;
-}
-
 void ProcessWalk::Close::operator()(DIR* directory) const {
   if (::closedir(directory) != 0) {
     Trace(20, kError, "The error occurred by OS API(closedir). (en=%1, arg1=%2)", errno,

@@ -13,7 +13,14 @@
 using ProcessPath = std::array<char, 288>;
 
 /// Puts texts one behind another, as many characters as there is room for. Returns how many.
-std::size_t FormPath(ProcessPath& path, std::initializer_list<std::string_view> parts);
+inline std::size_t FormPath(ProcessPath& path, std::initializer_list<std::string_view> parts) {
+  std::size_t length = 0;
+  for (const std::string_view part : parts) {
+    length += part.copy(path.data() + length, path.size() - 1 - length);
+  }
+  path[length] = '\0';
+  return length;
+}
 
 /// The folder of one process, whose part of the paths is formed once.
 class ProcessFolder {
