@@ -37,15 +37,19 @@ struct IPCKind {
   const char* noneConfigured;
 };
 
+/// One object as it was taken.
+template <class Description>
+struct IPCObject {
+  int id = -1;
+  int slot = 0;
+  Description description{};
+};
+
 /// The objects of one kind, taken once from the kernel's table of slots.
 template <class Description>
 class IPCWalk {
  public:
-  struct Object {
-    int id = -1;
-    int slot = 0;
-    Description description{};
-  };
+  using Object = IPCObject<Description>;
 
   /// Takes all objects that this process may see. One that vanishes meanwhile keeps a zero
   /// description; objects that appear meanwhile may be left out. Null, or an error that the caller

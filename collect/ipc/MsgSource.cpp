@@ -13,7 +13,7 @@ constexpr IPCKind<::msqid_ds> kQueues{
     "System call msgctl() failed.Error incalculating the number of Message Queues configured",
     "No Message Queues are currently configured"};
 
-void Fill(x_msg& record, const IPCWalk<::msqid_ds>::Object& queue) {
+void FillQueue(x_msg& record, const IPCObject<::msqid_ds>& queue, std::uint64_t /*number*/) {
   const ::msqid_ds& description = queue.description;
   FillPermissions(record, description.msg_perm);
   record.msqId = queue.id;
@@ -29,27 +29,10 @@ void Fill(x_msg& record, const IPCWalk<::msqid_ds>::Object& queue) {
 
 }  // namespace
 
-MsgSourceUser::MsgSourceUser() {
-  TraceEntry("MsgSourceUser::MsgSourceUser");
-  ++s_statistics.constructed;
-  m_pendingError.reset(Initialize());
-  if (m_pendingError != nullptr) {
-    Trace(20, kError, "An error occured in a function (MsgSourceUser::Initialize). (rc=%1)",
-          AddressOf(m_pendingError.get()));
-  }
-  TraceExit("MsgSourceUser::MsgSourceUser");
-}
-
-UtlError* MsgSourceUser::Initialize() { return m_queues.Take(kQueues); }
-
-void MsgSourceUser::read(x_msg* record) {
-  TraceEntry("MsgSourceUser::read", AddressOf(record));
-  m_more = false;
-  if (const auto* queue = m_pendingError == nullptr ? m_queues.Current() : nullptr;
-      queue != nullptr) {
-    Fill(*record, *queue);
-    m_queues.Advance();
-    m_more = true;
-  }
-  TraceExit("MsgSourceUser::read");
-}
+constexpr IPCSide<x_msg, ::msqid_ds> kMessageQueueSide{
+    kQueues,
+    [](const ::msqid_ds& /*description*/) -> std::uint64_t { return 1; },
+    FillQueue,
+    "MsgSourceUser::MsgSourceUser",
+    "MsgSourceUser::read",
+    "An error occured in a function (MsgSourceUser::Initialize). (rc=%1)"};

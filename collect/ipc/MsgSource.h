@@ -3,10 +3,8 @@
 #include <sys/msg.h>
 
 #include <cstdint>
-#include <vector>
 
-#include "collect/Source.h"
-#include "collect/ipc/IPCWalk.h"
+#include "collect/ipc/IPCListSource.h"
 
 /// One System V message queue as the source reads it.
 struct x_msg {
@@ -33,21 +31,7 @@ class Msg : public x_msg {
   [[nodiscard]] static const char* name() { return "Message Queues"; }
 };
 
-/// Reads one row per queue, as they are when the source is made, from msgctl(2). Fails as a whole
-/// if the host has none.
-class MsgSourceUser : public PtrSource<x_msg, Msg, std::vector<Msg>> {
- public:
-  MsgSourceUser();
-  ~MsgSourceUser() override { ++s_statistics.destroyed; }
+extern const IPCSide<x_msg, ::msqid_ds> kMessageQueueSide;
 
-  [[nodiscard]] SourceStatistics& statistics() override { return s_statistics; }
-  void read(x_msg* record) override;
-
-  /// Takes the queues. Null, or an error that the caller owns.
-  [[nodiscard]] UtlError* Initialize();
-
- private:
-  inline static SourceStatistics s_statistics;
-
-  IPCWalk<::msqid_ds> m_queues;
-};
+/// Reads one row per queue from msgctl(2).
+class MsgSourceUser : public IPCListSource<x_msg, Msg, ::msqid_ds, kMessageQueueSide> {};

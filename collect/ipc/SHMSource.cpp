@@ -14,7 +14,7 @@ constexpr IPCKind<::shmid_ds> kSegments{
     "configured",
     "No Shared Memory Segments are currently configured"};
 
-void Fill(x_shm& record, const IPCWalk<::shmid_ds>::Object& segment) {
+void FillSegment(x_shm& record, const IPCObject<::shmid_ds>& segment, std::uint64_t /*number*/) {
   const ::shmid_ds& description = segment.description;
   FillPermissions(record, description.shm_perm);
   record.shmId = segment.id;
@@ -29,27 +29,10 @@ void Fill(x_shm& record, const IPCWalk<::shmid_ds>::Object& segment) {
 
 }  // namespace
 
-SHMSourceUser::SHMSourceUser() {
-  TraceEntry("SHMSourceUser::SHMSourceUser");
-  ++s_statistics.constructed;
-  m_pendingError.reset(Initialize());
-  if (m_pendingError != nullptr) {
-    Trace(20, kError, "An error occured in a function (SHMSourceUser::Initialize). (rc=%1)",
-          AddressOf(m_pendingError.get()));
-  }
-  TraceExit("SHMSourceUser::SHMSourceUser");
-}
-
-UtlError* SHMSourceUser::Initialize() { return m_segments.Take(kSegments); }
-
-void SHMSourceUser::read(x_shm* record) {
-  TraceEntry("SHMSourceUser::read", AddressOf(record));
-  m_more = false;
-  if (const auto* segment = m_pendingError == nullptr ? m_segments.Current() : nullptr;
-      segment != nullptr) {
-    Fill(*record, *segment);
-    m_segments.Advance();
-    m_more = true;
-  }
-  TraceExit("SHMSourceUser::read");
-}
+constexpr IPCSide<x_shm, ::shmid_ds> kSharedMemorySide{
+    kSegments,
+    [](const ::shmid_ds& /*description*/) -> std::uint64_t { return 1; },
+    FillSegment,
+    "SHMSourceUser::SHMSourceUser",
+    "SHMSourceUser::read",
+    "An error occured in a function (SHMSourceUser::Initialize). (rc=%1)"};

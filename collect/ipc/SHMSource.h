@@ -3,10 +3,8 @@
 #include <sys/shm.h>
 
 #include <cstdint>
-#include <vector>
 
-#include "collect/Source.h"
-#include "collect/ipc/IPCWalk.h"
+#include "collect/ipc/IPCListSource.h"
 
 /// One segment of System V shared memory as the source reads it.
 struct x_shm {
@@ -32,21 +30,7 @@ class SHM : public x_shm {
   [[nodiscard]] static const char* name() { return "Shared memory"; }
 };
 
-/// Reads one row per segment, as they are when the source is made, from shmctl(2). Fails as a whole
-/// if the host has none.
-class SHMSourceUser : public PtrSource<x_shm, SHM, std::vector<SHM>> {
- public:
-  SHMSourceUser();
-  ~SHMSourceUser() override { ++s_statistics.destroyed; }
+extern const IPCSide<x_shm, ::shmid_ds> kSharedMemorySide;
 
-  [[nodiscard]] SourceStatistics& statistics() override { return s_statistics; }
-  void read(x_shm* record) override;
-
-  /// Takes the segments. Null, or an error that the caller owns.
-  [[nodiscard]] UtlError* Initialize();
-
- private:
-  inline static SourceStatistics s_statistics;
-
-  IPCWalk<::shmid_ds> m_segments;
-};
+/// Reads one row per segment from shmctl(2).
+class SHMSourceUser : public IPCListSource<x_shm, SHM, ::shmid_ds, kSharedMemorySide> {};

@@ -15,7 +15,7 @@ std::int32_t Ask(int id, std::uint32_t number, int command) {
   return Os().semctl(id, static_cast<int>(number), command, nullptr);
 }
 
-void Fill(x_semaphore& record, const IPCWalk<::semid_ds>::Object& set, std::uint64_t number) {
+void FillSemaphore(x_semaphore& record, const IPCObject<::semid_ds>& set, std::uint64_t number) {
   const ::semid_ds& description = set.description;
   FillPermissions(record, description.sem_perm);
   record.semNum = static_cast<std::uint32_t>(number);
@@ -30,32 +30,9 @@ void Fill(x_semaphore& record, const IPCWalk<::semid_ds>::Object& set, std::uint
 
 }  // namespace
 
-SemSourceUser::SemSourceUser() {
-  TraceEntry("SemSourceUser::SemSourceUser");
-  ++s_statistics.constructed;
-  m_pendingError.reset(Initialize());
-  if (m_pendingError != nullptr) {
-    Trace(20, kError, "An error occured in a function (SemSourceUser::Initialize). (rc=%1)",
-          AddressOf(m_pendingError.get()));
-  }
-  TraceExit("SemSourceUser::SemSourceUser");
-}
-
-UtlError* SemSourceUser::Initialize() { return m_sets.Take(kSemaphoreSets); }
-
-void SemSourceUser::read(x_semaphore* record) {
-  TraceEntry("SemSourceUser::read", AddressOf(record));
-  m_more = false;
-  const auto* set = m_pendingError == nullptr ? m_sets.Current() : nullptr;
-  // A set that has vanished has no semaphores.
-  while (set != nullptr && m_semNum >= set->description.sem_nsems) {
-    m_semNum = 0;
-    m_sets.Advance();
-    set = m_sets.Current();
-  }
-  if (set != nullptr) {
-    Fill(*record, *set, m_semNum++);
-    m_more = true;
-  }
-  TraceExit("SemSourceUser::read");
-}
+constexpr IPCSide<x_semaphore, ::semid_ds> kSemaphoreSide{
+    kSemaphoreSets,
+    // A set that has vanished has no semaphores.
+    [](const ::semid_ds& description) -> std::uint64_t { return description.sem_nsems; },
+    FillSemaphore, "SemSourceUser::SemSourceUser", "SemSourceUser::read",
+    "An error occured in a function (SemSourceUser::Initialize). (rc=%1)"};

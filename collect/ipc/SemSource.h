@@ -3,10 +3,8 @@
 #include <sys/sem.h>
 
 #include <cstdint>
-#include <vector>
 
-#include "collect/Source.h"
-#include "collect/ipc/IPCWalk.h"
+#include "collect/ipc/IPCListSource.h"
 
 /// One semaphore of a System V set as the source reads it.
 struct x_semaphore {
@@ -33,22 +31,8 @@ class Sem : public x_semaphore {
   [[nodiscard]] static const char* name() { return "Semphore"; }
 };
 
+extern const IPCSide<x_semaphore, ::semid_ds> kSemaphoreSide;
+
 /// Reads one row per semaphore from semctl(2): the sets as they are when the source is made, the
-/// values as they are when a row is read. Fails as a whole if the host has no sets.
-class SemSourceUser : public PtrSource<x_semaphore, Sem, std::vector<Sem>> {
- public:
-  SemSourceUser();
-  ~SemSourceUser() override { ++s_statistics.destroyed; }
-
-  [[nodiscard]] SourceStatistics& statistics() override { return s_statistics; }
-  void read(x_semaphore* record) override;
-
-  /// Takes the sets. Null, or an error that the caller owns.
-  [[nodiscard]] UtlError* Initialize();
-
- private:
-  inline static SourceStatistics s_statistics;
-
-  IPCWalk<::semid_ds> m_sets;
-  std::uint64_t m_semNum = 0;
-};
+/// values as they are when a row is read.
+class SemSourceUser : public IPCListSource<x_semaphore, Sem, ::semid_ds, kSemaphoreSide> {};
