@@ -2,25 +2,30 @@
 
 #include <cstdint>
 #include <span>
-#include <string_view>
 
 #include "collect/nfs/NFSSource.h"
 #include "records/IntervalEngine.h"
 #include "records/UserObjects.h"
 #include "support/OsCalls.h"
 
+/// A percentage of an NFS record: that of the counter `part` in the counter `whole`.
+template <class Record>
+struct NFSShare {
+  Ulong Record::*part = nullptr;
+  Ulong Record::*whole = nullptr;
+};
+
 /// A field of an NFS record: a counter, or what is made of counters.
 template <class Record>
 struct NFSField {
-  constexpr NFSField(Ulong Record::*member, std::string_view name, FieldMeaning what)
-      : counter(member), label(name), meaning(what) {}
-  constexpr NFSField(Float Record::*member, std::string_view name, FieldMeaning what)
-      : share(member), label(name), meaning(what) {}
+  constexpr NFSField(Ulong Record::*member, FieldMeaning meaning)
+      : counter(meaning == FieldMeaning::counter ? member : nullptr) {}
+  constexpr NFSField(Float Record::* /*member*/, FieldMeaning /*meaning*/) {}
+  constexpr NFSField(Float Record::*member, NFSShare<Record> what) : percent(member), share(what) {}
 
   Ulong Record::*counter = nullptr;
-  Float Record::*share = nullptr;
-  std::string_view label;
-  FieldMeaning meaning;
+  Float Record::*percent = nullptr;  ///< of `share`
+  NFSShare<Record> share;
 };
 
 /// The fields of a record behind its header, in layout order.
@@ -32,10 +37,12 @@ struct NFSFields;
   template <>                                          \
   struct NFSFields<structure> {                        \
     using Record = structure;                          \
+    using enum FieldMeaning;                           \
     static constexpr NFSField<Record> kFields[] = {
-#define FIELD(type, member, label, meaning, ...) {&Record::member, label, FieldMeaning::meaning},
+#define FIELD(type, member, label, meaning, ...) {&Record::member, meaning},
 #define rate(counter) rate
-#define percent(looks) percent
+#define share(part, whole) \
+  NFSShare<Record> { &Record::part, &Record::whole }
 // clang-format off
 #define END() }; };
 // clang-format on
@@ -47,14 +54,14 @@ struct NFSFields;
 #undef BEGIN
 #undef FIELD
 #undef rate
-#undef percent
+#undef share
 #undef END
 
 /// Subtracts all counters, wrapping at 32 bits.
 template <class Row>
 void SubtractCounters(Row& row, Row& /*raw*/, const Row& previous) {
   for (const NFSField<Row>& field : NFSFields<Row>::kFields) {
-    if (field.meaning == FieldMeaning::counter) {
+    if (field.counter != nullptr) {
       row.*field.counter = row.*field.counter - previous.*field.counter;
     }
   }
@@ -79,9 +86,8 @@ void PutRpcRates(Row& row, std::uint32_t seconds, bool withRates) {
   }
 }
 
-/// Sets each percentage, which is that of the counter before it, of all operations or of all remote
-/// calls. They are taken of the row's own figures with rates, else of the differences to the
-/// predecessor; without one they are 0.
+/// Sets each percentage. They are taken of the row's own figures with rates, else of the
+/// differences to the predecessor; without one they are 0.
 template <class Row>
 void DeriveShares(Row& row, const Row* predecessor, bool withRates) {
   if (!withRates && predecessor == nullptr) {
@@ -90,22 +96,19 @@ void DeriveShares(Row& row, const Row* predecessor, bool withRates) {
   const auto figure = [&](Ulong Row::*counter) -> std::uint32_t {
     return row.*counter - (withRates ? 0U : static_cast<std::uint32_t>(predecessor->*counter));
   };
-  const std::uint32_t operations = figure(&Row::totalOps);
-  const std::uint32_t calls = figure(&Row::rpcCalls);
-  Ulong Row::*counter = nullptr;
   for (const NFSField<Row>& field : NFSFields<Row>::kFields) {
-    if (field.meaning == FieldMeaning::counter) {
-      counter = field.counter;
-    } else if (field.meaning != FieldMeaning::percent) {
+    if (field.percent == nullptr) {
       continue;
-    } else if (field.label.starts_with("RPC")) {
-      if (calls != 0) {
-        row.*field.share = static_cast<float>(100.0L * figure(counter) / calls);
-      }
-    } else if (operations != 0) {
-      row.*field.share =
-          100.0F * static_cast<float>(figure(counter)) / static_cast<float>(operations);
     }
+    const std::uint32_t part = figure(field.share.part);
+    const std::uint32_t whole = figure(field.share.whole);
+    if (whole == 0) {
+      continue;
+    }
+    // Those of remote calls are more exact.
+    row.*field.percent = field.share.whole == &Row::rpcCalls
+                             ? static_cast<float>(100.0L * part / whole)
+                             : 100.0F * static_cast<float>(part) / static_cast<float>(whole);
   }
 }
 

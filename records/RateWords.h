@@ -26,6 +26,7 @@ struct RateWords;
 #define rate(counter) \
   rate, GrowthOf { &Row::counter }
 #define percent(looks) percent
+#define share(part, whole) percent
 #define gauge(looks) gauge
 #define duration(looks) duration
 // clang-format off

@@ -78,6 +78,7 @@ struct Looks;
 #define FIELD(type, member, label, meaning, ...) meaning,
 #define rate(counter) CounterAt(offsetof(Row, counter))
 #define percent(looks) BetweenLooks()
+#define share(part, whole) BetweenLooks()
 #define gauge(looks) BetweenLooks()
 #define duration(looks) BetweenLooks()
 // clang-format off
