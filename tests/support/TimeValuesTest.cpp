@@ -136,6 +136,8 @@ TEST(UtlTime, WritesDatesAndDurations) {
     UtlTime value(c.seconds, c.nanoseconds);
     EXPECT_STREQ(value.FormatDateTime(), c.local);
     value.SetMode(UtlTime::kUtc);
+    // A sum has the mode of what was there.
+    value += UtlTime(0, 0);
     EXPECT_STREQ(value.FormatDateTime(), c.utc);
     EXPECT_STREQ(value.FormatDuration(), c.duration);
   }
