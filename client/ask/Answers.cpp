@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <utility>
 
 #include "client/ask/Errors.h"
@@ -16,54 +17,53 @@ constexpr std::uint64_t kLastItem = 65535;
 
 const Json& Member(const Json& object, const char* name) {
   static const Json kNull;
-  const auto member = object.find(name);
-  return member == object.end() ? kNull : *member;
+  const Json* member = object.Find(name);
+  return member == nullptr ? kNull : *member;
 }
 
 std::string Text(const Json& object, const char* name) {
   const Json& value = Member(object, name);
-  if (!value.is_string()) {
+  if (!value.IsString()) {
     FailMember(name, "a text");
   }
-  return value.get<std::string>();
+  return value.Text();
 }
 
 double Number(const Json& object, const char* name) {
   const Json& value = Member(object, name);
-  if (!value.is_number()) {
+  if (!value.IsNumber()) {
     FailMember(name, "a number");
   }
-  return value.get<double>();
+  return value.Number();
 }
 
 std::uint64_t Count(const Json& object, const char* name) {
   const Json& value = Member(object, name);
-  if (!value.is_number_unsigned()) {
+  if (!value.IsUnsigned()) {
     FailMember(name, "a count");
   }
-  return value.get<std::uint64_t>();
+  return value.Unsigned();
 }
 
 std::int64_t Whole(const Json& object, const char* name) {
   const Json& value = Member(object, name);
-  if (!value.is_number_integer() ||
-      (value.is_number_unsigned() && value.get<std::uint64_t>() > INT64_MAX)) {
+  if (!value.IsWhole() || (value.IsUnsigned() && value.Unsigned() > INT64_MAX)) {
     FailMember(name, "a whole number");
   }
-  return value.get<std::int64_t>();
+  return value.Whole();
 }
 
 bool Flag(const Json& object, const char* name) {
   const Json& value = Member(object, name);
-  if (!value.is_boolean()) {
+  if (!value.IsBool()) {
     FailMember(name, "true or false");
   }
-  return value.get<bool>();
+  return value.Bool();
 }
 
 const Json& Object(const Json& object, const char* name) {
   const Json& value = Member(object, name);
-  if (!value.is_object()) {
+  if (!value.IsObject()) {
     FailMember(name, "an object");
   }
   return value;
@@ -71,17 +71,17 @@ const Json& Object(const Json& object, const char* name) {
 
 const Json& Objects(const Json& object, const char* name) {
   const Json& value = Member(object, name);
-  const auto isObject = [](const Json& element) { return element.is_object(); };
-  if (!value.is_array() || !std::all_of(value.begin(), value.end(), isObject)) {
+  const auto isObject = [](const Json& element) { return element.IsObject(); };
+  if (!value.IsArray() || !std::ranges::all_of(value.Elements(), isObject)) {
     FailMember(name, "an array of objects");
   }
   return value;
 }
 
 void CheckRows(const Json& rows) {
-  for (const Json& row : rows) {
-    for (const Json& value : row) {
-      if (value.is_structured()) {
+  for (const Json& row : rows.Elements()) {
+    for (const JsonMember& member : row.Members()) {
+      if (member.value.IsStructured()) {
         FailMember("rows", "an array of objects of plain values");
       }
     }
@@ -95,8 +95,18 @@ std::string ErrorText(const Json& error) {
 }
 
 bool IsTexts(const Json& value) {
-  const auto isText = [](const Json& element) { return element.is_string(); };
-  return value.is_array() && std::all_of(value.begin(), value.end(), isText);
+  const auto isText = [](const Json& element) { return element.IsString(); };
+  return value.IsArray() && std::ranges::all_of(value.Elements(), isText);
+}
+
+/// The texts of an array that has nothing else.
+std::vector<std::string> TextsOf(const Json& value) {
+  std::vector<std::string> texts;
+  texts.reserve(value.Size());
+  for (const Json& text : value.Elements()) {
+    texts.push_back(text.Text());
+  }
+  return texts;
 }
 
 std::vector<std::string> Texts(const Json& object, const char* name) {
@@ -104,13 +114,13 @@ std::vector<std::string> Texts(const Json& object, const char* name) {
   if (!IsTexts(value)) {
     FailMember(name, "an array of texts");
   }
-  return value.get<std::vector<std::string>>();
+  return TextsOf(value);
 }
 
 /// Deep trees don't come this far: the parser bounds how deep an answer is nested.
 std::vector<ConfigNode> ConfigNodes(const Json& parent) {
   std::vector<ConfigNode> nodes;
-  for (const Json& child : Objects(parent, "children")) {
+  for (const Json& child : Objects(parent, "children").Elements()) {
     ConfigNode& node = nodes.emplace_back();
     node.label = Text(child, "label");
     node.help = Text(child, "help");
@@ -140,10 +150,10 @@ std::vector<ConfigNode> ConfigNodes(const Json& parent) {
 /// A figure of the agent's that is a count; empty if it does not say.
 std::string CountFigure(const Json& status, std::string_view name) {
   constexpr double kLargest = 4294967295.0;
-  for (const Json& figure : Objects(status, "figures")) {
+  for (const Json& figure : Objects(status, "figures").Elements()) {
     if (Text(figure, "name") == name) {
       const Json& value = Member(figure, "value");
-      const double count = value.is_number() ? value.get<double>() : -1.0;
+      const double count = value.IsNumber() ? value.Number() : -1.0;
       return count >= 0.0 && count <= kLargest ? std::to_string(static_cast<std::uint64_t>(count))
                                                : "";
     }
@@ -179,7 +189,7 @@ RecordName ParseRecordName(std::string_view text) {
 
 std::vector<RecordAnswer> ReadResults(Json& answer, const std::vector<RecordName>& asked) {
   const Json& results = Objects(answer, "results");
-  if (results.size() != asked.size()) {
+  if (results.Size() != asked.size()) {
     FailMember("results", "one element for each record");
   }
   std::vector<RecordAnswer> records;
@@ -190,7 +200,7 @@ std::vector<RecordAnswer> ReadResults(Json& answer, const std::vector<RecordName
     if (record.record != asked[i].name) {
       FailMember("record", "the record that was asked");
     }
-    if (result.contains("error")) {
+    if (result.Find("error") != nullptr) {
       record.error = ErrorText(Object(result, "error"));
       continue;
     }
@@ -216,8 +226,8 @@ HistoryPage ReadHistory(Json& answer, const RecordName& asked) {
   }
   CheckRows(Objects(history, "rows"));
   page.answer.rows = std::move(history["rows"]);
-  const auto next = history.find("next");
-  if (next == history.end() || !(next->is_null() || next->is_array())) {
+  Json* next = history.Find("next");
+  if (next == nullptr || !(next->IsNull() || next->IsArray())) {
     FailMember("next", "null or an array");
   }
   page.next = std::move(*next);
@@ -231,21 +241,21 @@ Schema ReadSchema(const Json& answer) {
              Text(schema, "category"),
              Count(schema, "size"),
              {}};
-  for (const Json& field : Objects(schema, "fields")) {
+  for (const Json& field : Objects(schema, "fields").Elements()) {
     out.fields.push_back({Text(field, "label"), Text(field, "type"), Count(field, "offset"),
                           Count(field, "width"), Text(field, "meaning"),
-                          field.contains("group") ? Text(field, "group") : "",
-                          field.contains("of") ? Text(field, "of") : "",
-                          field.contains("two_looks") && Flag(field, "two_looks"),
-                          field.contains("help") ? Text(field, "help") : "",
-                          !field.contains("source") || Flag(field, "source")});
+                          field.Find("group") != nullptr ? Text(field, "group") : "",
+                          field.Find("of") != nullptr ? Text(field, "of") : "",
+                          field.Find("two_looks") != nullptr && Flag(field, "two_looks"),
+                          field.Find("help") != nullptr ? Text(field, "help") : "",
+                          field.Find("source") == nullptr || Flag(field, "source")});
   }
   return out;
 }
 
 std::vector<Listing> ReadListing(const Json& answer) {
   std::vector<Listing> out;
-  for (const Json& record : Objects(answer, "records")) {
+  for (const Json& record : Objects(answer, "records").Elements()) {
     out.push_back({Text(record, "record"), Text(record, "category"), Flag(record, "served")});
   }
   return out;
@@ -259,17 +269,17 @@ Status ReadStatus(const Json& answer) {
   out.version = Text(status, "version");
   out.node = Text(status, "node");
   out.host = Text(status, "host");
-  out.http = status.contains("http") ? Text(status, "http") : "";
+  out.http = status.Find("http") != nullptr ? Text(status, "http") : "";
   out.kernelVariant = CountFigure(status, "kernel_variant");
   out.skippedProcesses = CountFigure(status, "collect_process_skipped");
-  for (const Json& schedule : Objects(status, "schedules")) {
-    const bool ran = !Member(schedule, "last_time").is_null();
+  for (const Json& schedule : Objects(status, "schedules").Elements()) {
+    const bool ran = !Member(schedule, "last_time").IsNull();
     out.schedules.push_back({Text(schedule, "record"), Text(schedule, "category"),
                              Number(schedule, "seconds"), Count(schedule, "runs"),
                              Count(schedule, "rows"), ran ? Whole(schedule, "last_time") : 0,
                              Count(schedule, "skipped")});
   }
-  if (!Member(status, "last_batch").is_null()) {
+  if (!Member(status, "last_batch").IsNull()) {
     const Json& batch = Object(status, "last_batch");
     out.lastBatch = {true, Number(batch, "age_seconds"), Number(batch, "duration_seconds"),
                      Count(batch, "records"), Count(batch, "errors")};
@@ -286,12 +296,12 @@ ReportTable ReadReport(const Json& answer) {
   ReportTable table{Texts(report, "columns"), {}, Texts(report, "notes")};
   const Json& rows = Member(report, "rows");
   const auto isRow = [&](const Json& row) {
-    return IsTexts(row) && row.size() == table.columns.size();
+    return IsTexts(row) && row.Size() == table.columns.size();
   };
-  if (!rows.is_array() || !std::all_of(rows.begin(), rows.end(), isRow)) {
+  if (!rows.IsArray() || !std::ranges::all_of(rows.Elements(), isRow)) {
     FailMember("rows", "an array of rows as long as the columns");
   }
-  table.rows = rows.get<std::vector<std::vector<std::string>>>();
+  std::ranges::transform(rows.Elements(), std::back_inserter(table.rows), TextsOf);
   return table;
 }
 

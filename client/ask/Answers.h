@@ -25,7 +25,7 @@ struct RecordAnswer {
   std::string record;
   std::string category;
   std::int64_t time = 0;      ///< seconds since the epoch at which the rows were built
-  Json rows = Json::array();  ///< array of objects of plain values
+  Json rows = Json::Array();  ///< array of objects of plain values
   std::string error;          ///< empty if there are rows
 };
 

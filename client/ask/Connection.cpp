@@ -15,11 +15,11 @@
 
 #include "client/ask/Errors.h"
 #include "client/ask/SafeText.h"
+#include "json/JsonText.h"
 
 namespace {
 
-constexpr int kMaxDepth = 32;
-constexpr int kMaxMembers = 4096;
+constexpr JsonLimits kAnswerLimits{.depth = 32, .members = 4096};
 
 std::string ErrnoText(int error) { return std::generic_category().message(error); }
 
@@ -40,14 +40,13 @@ int MillisecondsUntil(std::chrono::steady_clock::time_point deadline) {
 }
 
 void ThrowRefusal(const Json& answer) {
-  const auto error = answer.find("error");
-  if (error == answer.end() || !error->is_object()) {
+  const Json* error = answer.Find("error");
+  if (error == nullptr || !error->IsObject()) {
     throw ClientError("broken answer: \"error\" is not an object");
   }
   const auto text = [&](const char* name) {
-    const auto member = error->find(name);
-    return member != error->end() && member->is_string() ? member->get<std::string>()
-                                                         : std::string();
+    const Json* member = error->Find(name);
+    return member != nullptr && member->IsString() ? member->Text() : std::string();
   };
   std::string words = text("message");
   if (words.empty()) {
@@ -62,54 +61,31 @@ void ThrowRefusal(const Json& answer) {
 }
 
 std::string RequestLine(const Json& request) {
-  std::string line;
-  try {
-    line = request.dump() + '\n';
-  } catch (const Json::type_error&) {
+  if (!IsUtf8(request)) {
     throw UsageError("the request holds a text that is not UTF-8");
   }
+  std::string line = JsonText(request) + '\n';
   if (line.size() > kRequestBytes) {
     throw UsageError("the request is longer than " + std::to_string(kRequestBytes) + " bytes");
   }
   return line;
 }
 
-/// Bounds depth and members before the parser sees the line. What is no JSON passes or not.
-void CheckShape(std::string_view line) {
-  std::array<int, kMaxDepth> members{};
-  std::size_t depth = 0;
-  bool inText = false;
-  for (std::size_t i = 0; i < line.size(); ++i) {
-    const char c = line[i];
-    if (inText) {
-      i += c == '\\' ? 1 : 0;
-      inText = c != '"';
-    } else if (c == '"') {
-      inText = true;
-    } else if (c == '{' || c == '[') {
-      if (depth == members.size()) {
-        throw ClientError("broken answer: nested too deeply");
-      }
-      members.at(depth++) = 0;
-    } else if ((c == '}' || c == ']') && depth > 0) {
-      --depth;
-    } else if (c == ':' && depth > 0 && ++members.at(depth - 1) > kMaxMembers) {
-      throw ClientError("broken answer: an object of too many members");
-    }
-  }
-}
-
 }  // namespace
 
 Json ParseAnswer(std::string_view line) {
-  CheckShape(line);
-  try {
-    return Json::parse(line);
-  } catch (const Json::exception& error) {
-    // The text quotes what was read last, which may be most of the line.
-    const std::string_view what = error.what();
-    throw ClientError("broken answer: not JSON (" + SafeText(what.substr(0, 200)) + ")");
+  ParsedJson parsed = ParseJson(line, kAnswerLimits);
+  switch (parsed.fault) {
+    case JsonFault::kNone:
+      break;
+    case JsonFault::kTooDeep:
+      throw ClientError("broken answer: nested too deeply");
+    case JsonFault::kTooManyMembers:
+      throw ClientError("broken answer: an object of too many members");
+    case JsonFault::kSyntax:
+      throw ClientError("broken answer: not JSON (" + SafeText(parsed.words.substr(0, 200)) + ")");
   }
+  return std::move(parsed.value);
 }
 
 Connection::Connection(std::string path, int stop, ConnectionLimits limits)
@@ -178,21 +154,21 @@ Json Connection::Ask(Json request) {
   const TimePoint deadline = std::chrono::steady_clock::now() + m_limits.answer;
   Send(line, deadline);
   Json answer = ParseAnswer(ReceiveLine(deadline));
-  if (!answer.is_object()) {
+  if (!answer.IsObject()) {
     throw ClientError("broken answer: not an object");
   }
-  const auto ok = answer.find("ok");
-  if (ok == answer.end() || !ok->is_boolean()) {
+  const Json* ok = answer.Find("ok");
+  if (ok == nullptr || !ok->IsBool()) {
     throw ClientError("broken answer: no \"ok\"; is " + Where() + " that of qmtdmon?");
   }
-  const auto echoed = answer.find("id");
-  if (echoed == answer.end() || *echoed != id) {
+  const Json* echoed = answer.Find("id");
+  if (echoed == nullptr || *echoed != id) {
     // A daemon that could not even read the request has no id to echo.
-    if (ok->get<bool>() || (echoed != answer.end() && !echoed->is_null())) {
+    if (ok->Bool() || (echoed != nullptr && !echoed->IsNull())) {
       throw ClientError("broken answer: it belongs to another request");
     }
   }
-  if (!ok->get<bool>()) {
+  if (!ok->Bool()) {
     ThrowRefusal(answer);
   }
   return answer;

@@ -3,13 +3,11 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 
+#include "json/Json.h"
 #include "support/Descriptor.h"
-
-/// Keeps members in the order in which they came, as labels stand in a record's own order.
-using Json = nlohmann::ordered_json;
 
 /// Within what a daemon has to answer.
 struct ConnectionLimits {

@@ -10,6 +10,7 @@
 #include "client/ask/SafeText.h"
 #include "client/commands/Change.h"
 #include "client/show/Table.h"
+#include "json/JsonText.h"
 
 namespace {
 
@@ -61,27 +62,27 @@ std::vector<RecordAnswer> AskStatus(Connection& connection) {
     Json answer = connection.Ask({{"op", "get"}, {"records", {"APP"}}});
     return ReadResults(answer, names);
   } catch (const RefusedError& error) {
-    return {{"APP", "", 0, Json::array(), error.what()}};
+    return {{"APP", "", 0, Json::Array(), error.what()}};
   }
 }
 
 std::string ValueText(const Json& row, const std::string& label) {
-  const auto value = row.find(label);
-  if (value == row.end() || value->is_null()) {
+  const Json* value = row.Find(label);
+  if (value == nullptr || value->IsNull()) {
     return "-";
   }
-  return value->is_string() ? SafeText(value->get_ref<const std::string&>()) : value->dump();
+  return value->IsString() ? SafeText(value->Text()) : JsonText(*value);
 }
 
 /// The row of that application, or an empty object.
 Json RowOf(const RecordAnswer& status, const std::string& name) {
-  for (const Json& row : status.rows) {
-    const auto found = row.find("Application Name");
-    if (found != row.end() && *found == name) {
+  for (const Json& row : status.rows.Elements()) {
+    const Json* found = row.Find("Application Name");
+    if (found != nullptr && *found == name) {
       return row;
     }
   }
-  return Json::object();
+  return Json::Object();
 }
 
 bool IsUsed(const ConfigNode& kind) { return kind.current != 0; }

@@ -13,6 +13,7 @@
 #include "client/commands/ConfigText.h"
 #include "client/looks/Pace.h"
 #include "client/show/RowValues.h"
+#include "json/JsonText.h"
 
 namespace {
 
@@ -20,12 +21,10 @@ namespace {
 constexpr std::chrono::milliseconds kScheduleLook{500};
 constexpr std::string_view kSocketBelowRoot = "/opt/qmtrx/mond/agent/run/control.sock";
 
-std::string Indented(const Json& value) {
-  return value.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
-}
+std::string Indented(const Json& value) { return JsonText(value, 2) + '\n'; }
 
 /// The member `name` of an answer, once it is known to be there.
-const Json& Part(const Json& answer, const char* name) { return *answer.find(name); }
+const Json& Part(const Json& answer, const char* name) { return *answer.Find(name); }
 
 std::string RecordsText(std::vector<ShownRecord>& records, Format format, bool titles,
                         const Screen& screen) {

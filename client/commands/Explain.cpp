@@ -5,9 +5,10 @@
 #include "client/ask/Connection.h"
 #include "client/ask/Errors.h"
 #include "client/show/ReportText.h"
+#include "json/JsonText.h"
 
 int RunExplain(const CommonOptions& common, const ExplainOptions& options) {
-  Json arguments = Json::object();
+  Json arguments = Json::Object();
   if (!options.name.empty()) {
     arguments["name"] = options.name;
   }
@@ -19,7 +20,7 @@ int RunExplain(const CommonOptions& common, const ExplainOptions& options) {
       {{"op", "report"}, {"report", "workgroups"}, {"arguments", std::move(arguments)}});
   const ReportTable report = ReadReport(answer);
   if (options.json) {
-    WriteOutput(answer.find("report")->dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+    WriteOutput(JsonText(answer["report"], 2) + '\n');
   } else {
     WriteOutput(ReportText(report, ReadScreen(common.color)));
   }

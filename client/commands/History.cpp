@@ -14,6 +14,7 @@
 #include "client/show/Plot.h"
 #include "client/show/RowValues.h"
 #include "client/show/TimeText.h"
+#include "json/JsonText.h"
 
 namespace {
 
@@ -34,8 +35,8 @@ Json MakeRequest(const RecordName& name, const HistoryOptions& options) {
       request[member] = ParseTime(*text, now);
     }
   }
-  if (request.contains("since") && request.contains("until") &&
-      request["until"] < request["since"]) {
+  if (request.Find("since") != nullptr && request.Find("until") != nullptr &&
+      request["until"].Whole() < request["since"].Whole()) {
     throw UsageError("the end (--until " + options.until + ") lies before the beginning (--since " +
                      options.since + ")");
   }
@@ -52,13 +53,13 @@ class PageReader {
   [[nodiscard]] RecordAnswer Next() {
     Json answer = m_connection.Ask(m_request);
     HistoryPage page = ReadHistory(answer, m_name);
-    m_hasMore = !page.next.is_null();
+    m_hasMore = !page.next.IsNull();
     m_request["after"] = std::move(page.next);
-    if (m_request.contains("at") && m_hasMore) {
+    if (m_request.Find("at") != nullptr && m_hasMore) {
       // Further pages are of the time that was found.
-      const auto& time = m_request["after"].at(0);
+      const Json time = m_request["after"][0];
       m_request["since"] = m_request["until"] = time;
-      m_request.erase("at");
+      m_request.Erase("at");
     }
     return std::move(page.answer);
   }
@@ -79,8 +80,8 @@ RecordAnswer ReadAll(PageReader& reader, const std::optional<RowChoice>& filter)
     }
     all.record = page.record;
     all.category = page.category;
-    for (Json& row : page.rows) {
-      all.rows.push_back(std::move(row));
+    for (Json& row : page.rows.Elements()) {
+      all.rows.PushBack(std::move(row));
     }
   }
   return all;
@@ -96,7 +97,7 @@ bool WriteCsv(PageReader& reader, const std::optional<RowChoice>& choice) {
     }
     const std::string text = CsvText(page.rows);
     WriteOutput(isAny ? text.substr(text.find('\n') + 1) : text);
-    isAny = isAny || !page.rows.empty();
+    isAny = isAny || !page.rows.Elements().empty();
   }
   return isAny;
 }
@@ -106,7 +107,7 @@ std::string InstanceOf(const Json& row, const Schema& schema) {
   std::string instance;
   for (std::size_t place = 0; place < schema.fields.size(); ++place) {
     if (schema.fields[place].meaning == "key") {
-      instance += ValueOf(row, place, schema.fields[place].label).dump() + ' ';
+      instance += JsonText(ValueOf(row, place, schema.fields[place].label)) + ' ';
     }
   }
   return instance;
@@ -117,12 +118,12 @@ void WritePlot(const RecordAnswer& answer, const Schema& schema, const std::stri
   const Field& field = NeedField(schema, label);
   std::set<std::string> instances;
   std::vector<PlotPoint> points;
-  for (const Json& row : answer.rows) {
+  for (const Json& row : answer.rows.Elements()) {
     instances.insert(InstanceOf(row, schema));
     const Json& time = ValueOf(row, 1, kTimeLabel);
     const Json& value = ValueOf(row, 0, field.label);
-    if (time.is_number_integer() && value.is_number()) {
-      points.push_back({time.get<std::int64_t>(), value.get<double>()});
+    if (time.IsWhole() && value.IsNumber()) {
+      points.push_back({time.Whole(), value.Number()});
     }
   }
   if (instances.size() > 1) {
@@ -189,7 +190,7 @@ int RunHistory(const CommonOptions& common, const HistoryOptions& options) {
   const RowChoice choice(choices, schema);
   RecordAnswer all =
       ReadAll(reader, filter.Any() ? std::optional(RowChoice(filter, schema)) : std::nullopt);
-  if (all.rows.empty()) {
+  if (all.rows.Elements().empty()) {
     ComplainOfNoRows(connection, schema);
     return kExitFailed;
   }

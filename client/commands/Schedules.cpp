@@ -10,6 +10,7 @@
 #include "client/show/Render.h"
 #include "client/show/RowValues.h"
 #include "client/show/Terminal.h"
+#include "json/JsonText.h"
 
 namespace {
 
@@ -32,7 +33,7 @@ int RunScheduleList(const CommonOptions& common, bool json) {
   const Json answer = connection.Ask({{"op", "status"}});
   const Status status = ReadStatus(answer);
   if (json) {
-    WriteOutput(answer.at("status").at("schedules").dump(2) + '\n');
+    WriteOutput(JsonText(answer["status"]["schedules"], 2) + '\n');
   } else {
     WriteOutput(ScheduleText(status.schedules, ReadScreen(common.color)));
   }

@@ -26,17 +26,17 @@ const char* OrderName(TopOrder order) {
 
 /// The figure of the machine, with `decimals`; empty if it is not there.
 std::string Figure(const Json& row, const char* label, int decimals) {
-  const auto value = row.find(label);
-  return value != row.end() && value->is_number() ? FixedText(value->get<double>(), decimals) : "";
+  const Json* value = row.Find(label);
+  return value != nullptr && value->IsNumber() ? FixedText(value->Number(), decimals) : "";
 }
 
 /// Load and processors as the record PI has them; empty for a record that could not be had. Shares
 /// of the first look have nothing to compare with and are left out.
 std::string MachineText(const RecordAnswer& machine, bool isFirst) {
-  if (!machine.error.empty() || machine.rows.empty()) {
+  if (!machine.error.empty() || machine.rows.Elements().empty()) {
     return "";
   }
-  const Json& row = machine.rows.front();
+  const Json& row = machine.rows[0];
   std::string text;
   for (const char* label :
        {"1-Minute Run Queue Avg", "5-Minute Run Queue Avg", "15-Minute Run Queue Avg"}) {
@@ -77,9 +77,9 @@ std::string ProcessTable(const std::vector<ProcessLine>& processes, std::size_t 
 class Looker {
  public:
   Looker(const std::string& socket, int stop) : m_connection(socket, stop) {
-    Json names = Json::array();
+    Json names = Json::Array();
     for (const RecordName& name : m_names) {
-      names.push_back(name.ToJson());
+      names.PushBack(name.ToJson());
     }
     m_request = {{"op", "get"}, {"records", std::move(names)}};
   }

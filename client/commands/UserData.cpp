@@ -8,6 +8,7 @@
 #include "client/ask/Errors.h"
 #include "client/files/UserRows.h"
 #include "client/files/UserStore.h"
+#include "json/JsonText.h"
 
 namespace {
 
@@ -115,10 +116,10 @@ int RunUserShow(const CommonOptions& common, const UserDataOptions& options) {
     return kExitDone;
   }
   if (options.format == Format::kJson) {
-    WriteOutput(answer.rows.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+    WriteOutput(JsonText(answer.rows, 2) + '\n');
     return kExitDone;
   }
-  if (answer.rows.empty()) {
+  if (answer.rows.Elements().empty()) {
     Complain(options.kind + ": no records");
   }
   const ShownRecord shown{std::move(answer), {}};

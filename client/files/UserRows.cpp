@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "client/show/TimeText.h"
+#include "json/JsonText.h"
 
 namespace {
 
@@ -109,25 +110,25 @@ UserTable ReadCsv(std::string_view text, Faults& faults) {
 }
 
 std::string CellOf(const Json& value, std::size_t line, const std::string& label, Faults& faults) {
-  if (value.is_string()) {
-    return value.get<std::string>();
+  if (value.IsString()) {
+    return value.Text();
   }
-  if (value.is_number()) {
-    return value.dump();
+  if (value.IsNumber()) {
+    return JsonText(value);
   }
-  if (!value.is_null()) {
+  if (!value.IsNull()) {
     AddFault(faults, line, "\"" + label + "\" is neither a text nor a number");
   }
   return {};
 }
 
 void AddObject(const Json& object, std::size_t line, UserTable& table, Faults& faults) {
-  if (!object.is_object()) {
+  if (!object.IsObject()) {
     AddFault(faults, line, "this is no object");
     return;
   }
   UserTable::Row row{line, std::vector<std::string>(table.labels.size())};
-  for (const auto& [label, value] : object.items()) {
+  for (const auto& [label, value] : object.Members()) {
     const auto place = std::ranges::find(table.labels, label);
     const auto index = static_cast<std::size_t>(place - table.labels.begin());
     if (place == table.labels.end()) {
@@ -147,14 +148,14 @@ UserTable ReadJson(std::string_view text, Faults& faults) {
     const std::size_t end = isArray ? text.size() : std::min(text.find('\n'), text.size());
     const std::string_view part = text.substr(0, end);
     if (part.find_first_not_of(" \t\r\n") != std::string_view::npos) {
-      const Json value = Json::parse(part, nullptr, false);
-      if (value.is_discarded()) {
+      const auto [value, fault, words] = ParseJson(part);
+      if (fault != JsonFault::kNone) {
         AddFault(faults, line, "this is no JSON");
       } else if (!isArray) {
         AddObject(value, line, table, faults);
       } else {
         // Elements have no lines of their own: they are counted.
-        for (std::size_t i = 0; i < value.size(); ++i) {
+        for (std::size_t i = 0; i < value.Size(); ++i) {
           AddObject(value[i], i + 1, table, faults);
         }
       }
@@ -320,13 +321,13 @@ UserRecords MakeUserRecords(const UserFileKind& kind, const UserTable& table, st
 }
 
 Json UserRowsJson(const UserFileKind& kind, std::string_view records) {
-  Json rows = Json::array();
+  Json rows = Json::Array();
   for (; records.size() >= kind.recordSize; records.remove_prefix(kind.recordSize)) {
-    Json row = Json::object();
+    Json row = Json::Object();
     for (const UserField& field : kind.fields) {
       row[field.label] = FieldJson(field, records.data());
     }
-    rows.push_back(std::move(row));
+    rows.PushBack(std::move(row));
   }
   return rows;
 }

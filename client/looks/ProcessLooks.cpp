@@ -16,30 +16,30 @@ class LookColumn {
 
   double Number(const Json& row) {
     const Json& value = Value(row);
-    if (!value.is_number()) {
+    if (!value.IsNumber()) {
       Fail("a number");
     }
-    return value.get<double>();
+    return value.Number();
   }
 
   /// 0 for a field that nothing on the host tells.
-  double NumberIfTold(const Json& row) { return Value(row).is_null() ? 0 : Number(row); }
+  double NumberIfTold(const Json& row) { return Value(row).IsNull() ? 0 : Number(row); }
 
   std::string Text(const Json& row) {
     const Json& value = Value(row);
-    if (!value.is_string()) {
+    if (!value.IsString()) {
       Fail("a text");
     }
-    return value.get<std::string>();
+    return value.Text();
   }
 
  private:
   const Json& Value(const Json& row) {
-    const auto& members = row.get_ref<const Json::object_t&>();
+    const auto& members = row.Members();
     const auto place = members.begin() + static_cast<std::ptrdiff_t>(m_place);
-    if (m_place >= members.size() || place->first != m_label) {
+    if (m_place >= members.size() || place->name != m_label) {
       const auto found = std::find_if(members.begin(), members.end(),
-                                      [&](const auto& entry) { return entry.first == m_label; });
+                                      [&](const auto& entry) { return entry.name == m_label; });
       m_place = static_cast<std::size_t>(found - members.begin());
     }
     return ValueOf(row, m_place, m_label);
@@ -87,10 +87,10 @@ std::vector<ProcessLine> ProcessLooks::Add(const Json& rows, TimePoint at) {
   const double between = m_last.empty() ? 0 : std::chrono::duration<double>(at - m_lastAt).count();
   Columns columns;
   std::vector<ProcessLine> lines;
-  lines.reserve(rows.size());
+  lines.reserve(rows.Size());
   std::unordered_map<std::int64_t, Totals> now;
-  now.reserve(rows.size());
-  for (const Json& row : rows) {
+  now.reserve(rows.Size());
+  for (const Json& row : rows.Elements()) {
     ProcessLine line;
     line.pid = ProcessId(columns.pid.Number(row));
     line.user = columns.user.Text(row);

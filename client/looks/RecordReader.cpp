@@ -44,9 +44,9 @@ RecordReader::RecordReader(const std::string& socket, const RecordOptions& optio
       m_compares(options.Compares() && operation == std::string_view("get")),
       m_looks(m_names.size()),
       m_connection(socket, stop) {
-  Json names = Json::array();
+  Json names = Json::Array();
   for (const RecordName& name : m_names) {
-    names.push_back(name.ToJson());
+    names.PushBack(name.ToJson());
   }
   m_request = {{"op", operation}, {"records", std::move(names)}};
   if (options.rates) {
@@ -65,7 +65,7 @@ Sample RecordReader::Read() {
   for (std::size_t i = 0; i < answers.size(); ++i) {
     std::string& error = answers[i].error;
     const bool chooses = !m_choices.empty();
-    if (error.empty() && chooses && !m_choices[i] && !answers[i].rows.empty()) {
+    if (error.empty() && chooses && !m_choices[i] && !answers[i].rows.Elements().empty()) {
       error = "no layout to choose rows and columns by";
     }
     if (!error.empty()) {
@@ -85,7 +85,7 @@ Sample RecordReader::Read() {
     }
     // In JSON an empty array says as much.
     const bool tells = m_format == Format::kJson || m_format == Format::kJsonLine;
-    if (record.answer.rows.empty() && !tells) {
+    if (record.answer.rows.Elements().empty() && !tells) {
       sample.notes.push_back(m_names[i].Text() + ": no rows");
     }
     sample.records.push_back(std::move(record));

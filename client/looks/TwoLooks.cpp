@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "client/show/RowValues.h"
+#include "json/JsonText.h"
 
 namespace {
 
@@ -36,13 +37,12 @@ Json Figure(double value) {
 
 /// The member `label` of `row`, which stands at `place` as a rule; null without one.
 Json* FindMember(Json& row, std::size_t place, const std::string& label) {
-  auto& members = row.get_ref<Json::object_t&>();
+  auto& members = row.Members();
   const auto expected = members.begin() + static_cast<std::ptrdiff_t>(place);
-  if (place < members.size() && expected->first == label) {
-    return &expected->second;
+  if (place < members.size() && expected->name == label) {
+    return &expected->value;
   }
-  const auto member = row.find(label);
-  return member == row.end() ? nullptr : &*member;
+  return row.Find(label);
 }
 
 }  // namespace
@@ -91,13 +91,13 @@ std::size_t TwoLooks::TotalOf(const Column& counter) {
 }
 
 std::string TwoLooks::KeyOf(const Json& row) const {
-  Json key = Json::array();
+  Json key = Json::Array();
   for (const Column& column : m_columns) {
     if (column.kind == Kind::kKey) {
-      key.push_back(ValueOf(row, column.place, column.label));
+      key.PushBack(ValueOf(row, column.place, column.label));
     }
   }
-  return key.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return JsonText(key);
 }
 
 TwoLooks::Totals TwoLooks::TotalsOf(const Json& row) const {
@@ -105,7 +105,7 @@ TwoLooks::Totals TwoLooks::TotalsOf(const Json& row) const {
   totals.reserve(m_counters.size());
   for (const Column& counter : m_counters) {
     const Json& value = ValueOf(row, counter.place, counter.label);
-    totals.push_back(value.is_number() ? value.get<double>() : kNothing);
+    totals.push_back(value.IsNumber() ? value.Number() : kNothing);
   }
   return totals;
 }
@@ -125,7 +125,7 @@ void TwoLooks::Compare(Json& rows, TimePoint at) {
   const double seconds =
       m_hasLast ? std::chrono::duration<double>(at - m_lastAt).count() : kNothing;
   std::unordered_map<std::string, Totals> now;
-  for (Json& row : rows) {
+  for (Json& row : rows.Elements()) {
     std::string key = KeyOf(row);
     Totals totals = TotalsOf(row);
     // Of two rows with the same key the second is new: each is compared once.
@@ -142,7 +142,7 @@ void TwoLooks::Compare(Json& rows, TimePoint at) {
         *value = Figure(growth[column.total] / seconds);
       } else if (column.kind == Kind::kShare) {
         *value = last.empty() ? Json() : std::move(*value);
-      } else if (value->is_number_integer() && std::isfinite(growth[column.total])) {
+      } else if (value->IsWhole() && std::isfinite(growth[column.total])) {
         *value = static_cast<std::uint64_t>(growth[column.total]);
       } else {
         *value = Figure(growth[column.total]);

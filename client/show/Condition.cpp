@@ -39,10 +39,10 @@ std::optional<double> ParseDate(const std::string& text) {
 
 /// The value as the table shows it.
 std::string ShownText(const Json& value, const std::string& label, bool isTime) {
-  if (value.is_string()) {
-    return value.get<std::string>();
+  if (value.IsString()) {
+    return value.Text();
   }
-  const int decimals = value.is_number_float() ? DecimalsOf(value.get<double>()) : 0;
+  const int decimals = value.IsReal() ? DecimalsOf(value.Number()) : 0;
   return CellOf(value, {label, "", isTime, false, decimals}).text;
 }
 
@@ -120,11 +120,11 @@ bool Condition::Compare(const Value& left, const Value& right) const {
 
 bool Condition::Holds(const Json& row) const {
   const Json& value = ValueOf(row, m_place, m_label);
-  if (value.is_null()) {
+  if (value.IsNull()) {
     return m_operator == Operator::kNotEqual;
   }
-  if (m_isNumber && value.is_number()) {
-    return Compare(value.get<double>(), m_number);
+  if (m_isNumber && value.IsNumber()) {
+    return Compare(value.Number(), m_number);
   }
   const std::string text = ShownText(value, m_label, m_isTime);
   if (m_operator == Operator::kLike) {

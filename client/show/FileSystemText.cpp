@@ -27,7 +27,7 @@ std::string TextOf(const Json& row, const char* label) {
 /// Not a number for anything else.
 double NumberOf(const Json& row, const char* label) {
   const Json& value = ValueOf(row, 0, label);
-  return value.is_number() ? value.get<double>() : std::nan("");
+  return value.IsNumber() ? value.Number() : std::nan("");
 }
 
 std::string SizeText(double mbytes) {
@@ -53,29 +53,30 @@ std::string PercentText(double used, double available) {
 }
 
 std::string SourceOf(const Json& row) {
-  return row.contains(kDevice) ? TextOf(row, kDevice)
-                               : TextOf(row, kHost) + ":" + TextOf(row, kRemote);
+  return row.Find(kDevice) != nullptr ? TextOf(row, kDevice)
+                                      : TextOf(row, kHost) + ":" + TextOf(row, kRemote);
 }
 
 }  // namespace
 
 bool AreFileSystems(const RecordAnswer& answer) {
   const Json& rows = answer.rows;
-  if ((answer.record != "FSL" && answer.record != "FSR") || rows.empty()) {
+  if ((answer.record != "FSL" && answer.record != "FSR") || rows.Elements().empty()) {
     return false;
   }
-  const Json& time = ValueOf(rows.front(), 0, kTime);
-  return !time.is_null() && std::all_of(rows.begin(), rows.end(), [&](const Json& row) {
+  const Json& time = ValueOf(rows[0], 0, kTime);
+  return !time.IsNull() && std::ranges::all_of(rows.Elements(), [&](const Json& row) {
     const bool isWhole = std::all_of(kNeeded.begin(), kNeeded.end(),
-                                     [&](const char* label) { return row.contains(label); });
+                                     [&](const char* label) { return row.Find(label) != nullptr; });
     return isWhole && ValueOf(row, 0, kTime) == time &&
-           (row.contains(kDevice) || (row.contains(kHost) && row.contains(kRemote)));
+           (row.Find(kDevice) != nullptr ||
+            (row.Find(kHost) != nullptr && row.Find(kRemote) != nullptr));
   });
 }
 
 std::string FileSystemText(const RecordAnswer& answer, const Screen& screen) {
   Table table({"Filesystem", "Type", "Size", "Used", "Avail", "Use%", "Mounted on"});
-  for (const Json& row : answer.rows) {
+  for (const Json& row : answer.rows.Elements()) {
     const double used = NumberOf(row, kUsed);
     const double available = NumberOf(row, kAvailable);
     table.AddRow({{SourceOf(row)},

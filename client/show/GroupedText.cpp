@@ -117,7 +117,7 @@ bool HasGroups(const std::vector<ColumnStyle>& styles) {
 std::string GroupedText(const Json& rows, const std::vector<ColumnStyle>& styles,
                         const Screen& screen) {
   std::string text;
-  for (const Json& row : rows) {
+  for (const Json& row : rows.Elements()) {
     text += text.empty() ? "" : "\n";
     text += RowText(GroupsOf(row, styles), screen);
   }

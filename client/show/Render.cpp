@@ -9,12 +9,9 @@
 #include "client/show/GroupedText.h"
 #include "client/show/RowValues.h"
 #include "client/show/Table.h"
+#include "json/JsonText.h"
 
 namespace {
-
-std::string Dump(const Json& value, int indent) {
-  return value.dump(indent, ' ', false, Json::error_handler_t::replace);
-}
 
 std::string CsvQuoted(const std::string& given, bool isForTerminal) {
   const std::string text = isForTerminal ? SafeText(given) : given;
@@ -32,11 +29,10 @@ std::string CsvQuoted(const std::string& given, bool isForTerminal) {
 }
 
 std::string CsvValue(const Json& value, bool isForTerminal) {
-  if (value.is_null()) {
+  if (value.IsNull()) {
     return "";
   }
-  return value.is_string() ? CsvQuoted(value.get_ref<const std::string&>(), isForTerminal)
-                           : Dump(value, -1);
+  return value.IsString() ? CsvQuoted(value.Text(), isForTerminal) : JsonText(value);
 }
 
 std::string DurationText(double seconds) {
@@ -65,14 +61,14 @@ std::string BatchText(const LastBatch& batch) {
 }  // namespace
 
 std::string JsonText(std::vector<ShownRecord>& records, int indent) {
-  Json array = Json::array();
+  Json array = Json::Array();
   for (ShownRecord& shown : records) {
     RecordAnswer& answer = shown.answer;
     Json object{{"record", answer.record}, {"category", answer.category}, {"time", answer.time}};
     object["rows"] = std::move(answer.rows);
-    array.push_back(std::move(object));
+    array.PushBack(std::move(object));
   }
-  return Dump(array, indent) + '\n';
+  return JsonText(array, indent) + '\n';
 }
 
 std::string CsvText(const Json& rows, bool isForTerminal) {
@@ -82,7 +78,7 @@ std::string CsvText(const Json& rows, bool isForTerminal) {
   for (std::size_t i = 0; i < labels.size(); ++i) {
     text += CsvQuoted(labels[i], isForTerminal) + separator(i);
   }
-  for (const Json& row : rows) {
+  for (const Json& row : rows.Elements()) {
     for (std::size_t i = 0; i < labels.size(); ++i) {
       text += CsvValue(ValueOf(row, i, labels[i]), isForTerminal) + separator(i);
     }
@@ -108,7 +104,7 @@ std::string RowsText(const ShownRecord& record, const Screen& screen) {
     keys.push_back(style.key);
   }
   Table table(std::move(headings), std::move(keys));
-  for (const Json& row : record.answer.rows) {
+  for (const Json& row : record.answer.rows.Elements()) {
     std::vector<Cell> cells;
     cells.reserve(styles.size());
     for (std::size_t i = 0; i < styles.size(); ++i) {

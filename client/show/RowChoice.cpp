@@ -7,6 +7,30 @@
 #include "client/show/Labels.h"
 #include "client/show/RowValues.h"
 
+namespace {
+
+/// Where values of a kind stand among those of other kinds.
+int KindRank(const Json& value) { return value.IsBool() ? 0 : value.IsNumber() ? 1 : 2; }
+
+/// The order of two plain values, neither null.
+bool IsLess(const Json& left, const Json& right) {
+  if (KindRank(left) != KindRank(right)) {
+    return KindRank(left) < KindRank(right);
+  }
+  if (left.IsString()) {
+    return left.Text() < right.Text();
+  }
+  if (left.IsBool()) {
+    return left.Bool() < right.Bool();
+  }
+  if (left.IsUnsigned() && right.IsUnsigned()) {
+    return left.Unsigned() < right.Unsigned();
+  }
+  return left.Number() < right.Number();
+}
+
+}  // namespace
+
 RowChoice::RowChoice(const ChoiceOptions& options, const Schema& schema) {
   for (const std::string& text : options.where) {
     m_where.emplace_back(text, schema);
@@ -48,19 +72,19 @@ bool RowChoice::ComesBefore(const Json& a, const Json& b) const {
   for (const SortKey& key : m_sort) {
     const Json& left = ValueOf(a, key.column.place, key.column.label);
     const Json& right = ValueOf(b, key.column.place, key.column.label);
-    if (left.is_null() || right.is_null()) {
-      if (left.is_null() != right.is_null()) {
-        return right.is_null();
+    if (left.IsNull() || right.IsNull()) {
+      if (left.IsNull() != right.IsNull()) {
+        return right.IsNull();
       }
     } else if (left != right) {
-      return key.descending ? right < left : left < right;
+      return key.descending ? IsLess(right, left) : IsLess(left, right);
     }
   }
   return false;
 }
 
 Json RowChoice::Narrowed(const Json& row) const {
-  Json out = Json::object();
+  Json out = Json::Object();
   for (const Column& column : m_columns) {
     out[column.label] = ValueOf(row, column.place, column.label);
   }
@@ -69,7 +93,7 @@ Json RowChoice::Narrowed(const Json& row) const {
 
 void RowChoice::Apply(Json& rows) const {
   std::vector<Json*> chosen;
-  for (Json& row : rows) {
+  for (Json& row : rows.Elements()) {
     if (std::all_of(m_where.begin(), m_where.end(),
                     [&](const Condition& condition) { return condition.Holds(row); })) {
       chosen.push_back(&row);
@@ -77,9 +101,9 @@ void RowChoice::Apply(Json& rows) const {
   }
   std::stable_sort(chosen.begin(), chosen.end(),
                    [this](const Json* a, const Json* b) { return ComesBefore(*a, *b); });
-  Json out = Json::array();
+  Json out = Json::Array();
   for (Json* row : chosen) {
-    out.push_back(HasColumns() ? Narrowed(*row) : std::move(*row));
+    out.PushBack(HasColumns() ? Narrowed(*row) : std::move(*row));
   }
   rows = std::move(out);
 }

@@ -11,6 +11,7 @@
 #include "client/ask/SafeText.h"
 #include "client/show/Labels.h"
 #include "client/show/Terminal.h"
+#include "json/JsonText.h"
 
 namespace {
 
@@ -43,9 +44,9 @@ int DecimalsOf(double value) {
 
 std::vector<std::string> LabelsOf(const Json& rows) {
   std::vector<std::string> labels;
-  for (const Json& row : rows) {
+  for (const Json& row : rows.Elements()) {
     std::size_t place = 0;
-    for (const auto& [label, value] : row.items()) {
+    for (const auto& [label, value] : row.Members()) {
       // Rows of one record have the same labels in the same order, as a rule.
       const bool expected = place < labels.size() && labels[place] == label;
       if (!expected && std::find(labels.begin(), labels.end(), label) == labels.end()) {
@@ -62,13 +63,13 @@ std::vector<std::string> LabelsOf(const Json& rows) {
 
 const Json& ValueOf(const Json& row, std::size_t place, const std::string& label) {
   static const Json kNull;
-  const auto& members = row.get_ref<const Json::object_t&>();
+  const auto& members = row.Members();
   const auto expected = members.begin() + static_cast<std::ptrdiff_t>(place);
-  if (place < members.size() && expected->first == label) {
-    return expected->second;
+  if (place < members.size() && expected->name == label) {
+    return expected->value;
   }
-  const auto member = row.find(label);
-  return member == row.end() ? kNull : *member;
+  const Json* member = row.Find(label);
+  return member == nullptr ? kNull : *member;
 }
 
 std::vector<ColumnStyle> StylesOf(const Json& rows, const Schema& schema) {
@@ -80,11 +81,11 @@ std::vector<ColumnStyle> StylesOf(const Json& rows, const Schema& schema) {
     styles.push_back(
         {std::move(label), field == nullptr ? std::string() : field->group, time, key, 0});
   }
-  for (const Json& row : rows) {
+  for (const Json& row : rows.Elements()) {
     for (std::size_t i = 0; i < styles.size(); ++i) {
       const Json& value = ValueOf(row, i, styles[i].label);
-      if (value.is_number_float()) {
-        styles[i].decimals = std::max(styles[i].decimals, DecimalsOf(value.get<double>()));
+      if (value.IsReal()) {
+        styles[i].decimals = std::max(styles[i].decimals, DecimalsOf(value.Number()));
       }
     }
   }
@@ -92,20 +93,19 @@ std::vector<ColumnStyle> StylesOf(const Json& rows, const Schema& schema) {
 }
 
 Cell CellOf(const Json& value, const ColumnStyle& style) {
-  if (value.is_null()) {
+  if (value.IsNull()) {
     return {"-", false};
   }
-  if (value.is_string()) {
-    return {SafeText(value.get_ref<const std::string&>()), false};
+  if (value.IsString()) {
+    return {SafeText(value.Text()), false};
   }
-  if (value.is_number_integer() && style.time &&
-      (!value.is_number_unsigned() || value.get<std::uint64_t>() <= INT64_MAX)) {
-    return {DateText(value.get<std::int64_t>()), false};
+  if (value.IsWhole() && style.time && (!value.IsUnsigned() || value.Unsigned() <= INT64_MAX)) {
+    return {DateText(value.Whole()), false};
   }
-  if (value.is_number_float()) {
-    return {FixedText(value.get<double>(), style.decimals), true};
+  if (value.IsReal()) {
+    return {FixedText(value.Number(), style.decimals), true};
   }
-  return {value.dump(), value.is_number()};
+  return {JsonText(value), value.IsNumber()};
 }
 
 std::string DateText(std::int64_t seconds) {

@@ -35,20 +35,20 @@ const char* OutcomeText(int code) {
 }
 
 std::variant<WantedChange, ControlError> ReadChange(const Json& message) {
-  const auto item = message.find("item");
-  if (item == message.end() || !item->is_number_unsigned() ||
-      item->get<std::uint64_t>() > std::numeric_limits<std::uint16_t>::max()) {
+  const Json* item = message.Find("item");
+  if (item == nullptr || !item->IsUnsigned() ||
+      item->Unsigned() > std::numeric_limits<std::uint16_t>::max()) {
     return ControlError{"bad-field", "item must be a whole number from 0 to 65535", "item"};
   }
-  const auto value = message.find("value");
-  if (value == message.end() || !value->is_string()) {
+  const Json* value = message.Find("value");
+  if (value == nullptr || !value->IsString()) {
     return ControlError{"bad-field", "value must be a text", "value"};
   }
   // The agent takes the text up to its first zero byte: it would store something else.
-  if (value->get_ref<const std::string&>().find('\0') != std::string::npos) {
+  if (value->Text().find('\0') != std::string::npos) {
     return ControlError{"bad-field", "value holds a zero byte", "value"};
   }
-  return WantedChange{item->get<std::uint16_t>(), value->get<std::string>()};
+  return WantedChange{static_cast<std::uint16_t>(item->Unsigned()), value->Text()};
 }
 
 /// Has the agent fill the tree. An error for the client if it doesn't.

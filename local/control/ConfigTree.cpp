@@ -35,15 +35,15 @@ const std::vector<std::string>& ConfigTree::Choices(const CMBNodeConfigItem& ite
 Json ConfigTree::ToJson() const { return Json{{"children", ChildrenJson(m_root.Children())}}; }
 
 Json ConfigTree::ChildrenJson(const Nodes& nodes) const {
-  Json list = Json::array();
+  Json list = Json::Array();
   for (const auto& node : nodes) {
     if (const auto* folder = dynamic_cast<const CMBNodeConfigRequest*>(node.get())) {
-      list.push_back(Json{{"kind", "folder"},
-                          {"label", folder->Label()},
-                          {"help", folder->Help()},
-                          {"children", ChildrenJson(folder->Children())}});
+      list.PushBack(Json{{"kind", "folder"},
+                         {"label", folder->Label()},
+                         {"help", folder->Help()},
+                         {"children", ChildrenJson(folder->Children())}});
     } else if (const auto* item = dynamic_cast<const CMBNodeConfigItem*>(node.get())) {
-      list.push_back(ItemJson(*item));
+      list.PushBack(ItemJson(*item));
     }
   }
   return list;

@@ -1,4 +1,5 @@
 #include "local/control/ControlConnection.h"
+#include "json/JsonText.h"
 
 #include <poll.h>
 
@@ -125,7 +126,7 @@ void ControlConnection::Serve(const std::string& line) {
     m_around.operations.Handle(line, shared_from_this());
   } catch (const std::bad_alloc&) {
     if (m_isServing) {
-      ControlRequest(Json::object(), shared_from_this()).FailForMemory();
+      ControlRequest(Json::Object(), shared_from_this()).FailForMemory();
     } else {
       Close();
     }

@@ -27,15 +27,15 @@ std::string CategoryText(unsigned char category) {
 }
 
 Json SchedulesJson(const ScheduleBook& schedule) {
-  Json list = Json::array();
+  Json list = Json::Array();
   for (const auto& entry : schedule.Entries()) {
-    list.push_back(Json{{"record", entry->asker->Record()},
-                        {"category", CategoryText(entry->asker->Category())},
-                        {"seconds", entry->period.count()},
-                        {"runs", entry->runs},
-                        {"rows", entry->rows},
-                        {"last_time", entry->lastTime},
-                        {"skipped", entry->skipped}});
+    list.PushBack(Json{{"record", entry->asker->Record()},
+                       {"category", CategoryText(entry->asker->Category())},
+                       {"seconds", entry->period.count()},
+                       {"runs", entry->runs},
+                       {"rows", entry->rows},
+                       {"last_time", entry->lastTime},
+                       {"skipped", entry->skipped}});
   }
   return list;
 }
@@ -51,19 +51,19 @@ Json BatchJson(const std::optional<BatchReport>& last) {
 }
 
 Json FiguresJson() {
-  Json list = Json::array();
+  Json list = Json::Array();
   for (const Figure& figure : FigureRegistry::Instance().Figures()) {
     const double value = figure.read ? figure.read() : std::nan("");
-    list.push_back(Json{{"name", figure.name},
-                        {"help", figure.help},
-                        {"kind", figure.kind == FigureKind::kCounter ? "counter" : "gauge"},
-                        {"value", std::isfinite(value) ? Json(value) : Json(nullptr)}});
+    list.PushBack(Json{{"name", figure.name},
+                       {"help", figure.help},
+                       {"kind", figure.kind == FigureKind::kCounter ? "counter" : "gauge"},
+                       {"value", std::isfinite(value) ? Json(value) : Json(nullptr)}});
   }
   return list;
 }
 
 Json LayoutJson(const RecordLayout& layout) {
-  Json fields = Json::array();
+  Json fields = Json::Array();
   for (const FieldLayout& field : layout.fields) {
     Json entry{{"label", field.label},
                {"type", FieldTypeText(field)},
@@ -85,7 +85,7 @@ Json LayoutJson(const RecordLayout& layout) {
     if (!field.hasSource) {
       entry["source"] = false;
     }
-    fields.push_back(std::move(entry));
+    fields.PushBack(std::move(entry));
   }
   return Json{{"record", layout.name},
               {"structure", layout.structure},
@@ -152,7 +152,7 @@ ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleB
 void ControlOperations::Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer) {
   auto parsed = ParseRequestLine(line);
   if (const auto* error = std::get_if<ControlError>(&parsed)) {
-    ControlRequest(Json::object(), peer).Fail(*error);
+    ControlRequest(Json::Object(), peer).Fail(*error);
     return;
   }
   const auto request = std::make_shared<ControlRequest>(std::get<Json>(std::move(parsed)), peer);
@@ -160,12 +160,12 @@ void ControlOperations::Handle(const std::string& line, const std::shared_ptr<Co
     request->Fail(StoppingError());
     return;
   }
-  const auto op = request->Message().find("op");
-  if (op == request->Message().end() || !op->is_string()) {
+  const Json* op = request->Message().Find("op");
+  if (op == nullptr || !op->IsString()) {
     request->Fail({"bad-field", "op must be the name of an operation", "op"});
     return;
   }
-  const auto& name = op->get_ref<const std::string&>();
+  const auto& name = op->Text();
   const Operation* operation = FindOperation(name);
   if (operation == nullptr) {
     request->Fail({"unknown-op", "no operation \"" + name + "\"", "op"});
@@ -180,19 +180,19 @@ void ControlOperations::Handle(const std::string& line, const std::shared_ptr<Co
 
 void ControlOperations::Records(const RequestPtr& request) {
   const LayoutRegistry& registry = LayoutRegistry::Instance();
-  Json list = Json::array();
+  Json list = Json::Array();
   for (const RecordListing& row : registry.Listing()) {
-    list.push_back(Json{{"record", row.name},
-                        {"category", CategoryText(row.category)},
-                        {"served", row.served},
-                        {"layout", registry.Find(row.name, row.category) != nullptr}});
+    list.PushBack(Json{{"record", row.name},
+                       {"category", CategoryText(row.category)},
+                       {"served", row.served},
+                       {"layout", registry.Find(row.name, row.category) != nullptr}});
   }
   request->Succeed("records", list);
 }
 
 void ControlOperations::Schema(const RequestPtr& request) {
-  const auto record = request->Message().find("record");
-  if (record == request->Message().end() || !record->is_string()) {
+  const Json* record = request->Message().Find("record");
+  if (record == nullptr || !record->IsString()) {
     request->Fail({"bad-field", "record must be the name of a record", "record"});
     return;
   }
@@ -201,7 +201,7 @@ void ControlOperations::Schema(const RequestPtr& request) {
     request->Fail(*error);
     return;
   }
-  const auto& name = record->get_ref<const std::string&>();
+  const auto& name = record->Text();
   const RecordLayout* layout =
       LayoutRegistry::Instance().Find(name, std::get<unsigned char>(category));
   if (layout == nullptr) {

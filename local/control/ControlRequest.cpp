@@ -2,33 +2,13 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
+
+#include "json/JsonText.h"
 
 namespace {
 
-constexpr int kMaxDepth = 16;
-
-/// How deep the brackets of a text are nested, those in strings left out.
-int NestingDepth(const std::string& text) {
-  int depth = 0;
-  int deepest = 0;
-  bool isString = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (isString) {
-      if (c == '\\') {
-        ++i;
-      }
-      isString = c != '"';
-    } else if (c == '"') {
-      isString = true;
-    } else if (c == '[' || c == '{') {
-      deepest = std::max(deepest, ++depth);
-    } else if (c == ']' || c == '}') {
-      --depth;
-    }
-  }
-  return deepest;
-}
+constexpr JsonLimits kRequestLimits{.depth = 16};
 
 }  // namespace
 
@@ -47,8 +27,8 @@ Json ErrorJson(const ControlError& error) {
 }
 
 Json ControlRequest::Head(bool isOk) const {
-  Json answer = Json::object();
-  if (const auto id = m_message.find("id"); id != m_message.end()) {
+  Json answer = Json::Object();
+  if (const Json* id = m_message.Find("id"); id != nullptr) {
     answer["id"] = *id;
   }
   answer["ok"] = isOk;
@@ -84,18 +64,18 @@ std::string ControlRequest::AnswerHead() const {
 }
 
 std::variant<Json, ControlError> ParseRequestLine(const std::string& line) {
-  if (NestingDepth(line) > kMaxDepth) {
+  ParsedJson parsed = ParseJson(line, kRequestLimits);
+  if (parsed.fault == JsonFault::kTooDeep) {
     return ControlError{"bad-json", "the line is nested more than 16 deep", ""};
   }
-  Json message = Json::parse(line, nullptr, false);
-  if (message.is_discarded() || !message.is_object()) {
+  if (parsed.fault != JsonFault::kNone || !parsed.value.IsObject()) {
     return ControlError{"bad-json", "the line is no JSON object", ""};
   }
-  return message;
+  return std::move(parsed.value);
 }
 
 std::optional<ControlError> CheckMembers(const Json& object, std::span<const char* const> allowed) {
-  for (const auto& [name, value] : object.items()) {
+  for (const auto& [name, value] : object.Members()) {
     const bool isKnown = std::any_of(
         allowed.begin(), allowed.end(),
         [&member = name](const char* entry) { return entry != nullptr && member == entry; });

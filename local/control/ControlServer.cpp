@@ -1,4 +1,5 @@
 #include "local/control/ControlServer.h"
+#include "json/JsonText.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>

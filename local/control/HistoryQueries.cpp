@@ -32,41 +32,39 @@ struct WantedHistory {
 
 /// A whole number that `Number` holds: one beyond it would turn into another.
 bool IsNumber(const Json& value) {
-  return value.is_number_integer() &&
-         (!value.is_number_unsigned() ||
-          value.get<std::uint64_t>() <=
-              static_cast<std::uint64_t>(std::numeric_limits<Number>::max()));
+  return value.IsWhole() &&
+         (!value.IsUnsigned() ||
+          value.Unsigned() <= static_cast<std::uint64_t>(std::numeric_limits<Number>::max()));
 }
 
 std::optional<ControlError> ReadNumber(const Json& message, const char* name, Number& target) {
-  const auto member = message.find(name);
-  if (member == message.end()) {
+  const Json* member = message.Find(name);
+  if (member == nullptr) {
     return std::nullopt;
   }
   if (!IsNumber(*member)) {
     return ControlError{"bad-field", std::string(name) + " must be a whole number of 64 bits",
                         name};
   }
-  target = member->get<Number>();
+  target = member->Whole();
   return std::nullopt;
 }
 
 std::optional<ControlError> ReadAfter(const Json& message, RowPlace& place) {
-  const auto after = message.find("after");
-  if (after == message.end()) {
+  const Json* after = message.Find("after");
+  if (after == nullptr) {
     return std::nullopt;
   }
-  if (!after->is_array() || after->size() != 2 || !IsNumber((*after)[0]) ||
-      !IsNumber((*after)[1])) {
+  if (!after->IsArray() || after->Size() != 2 || !IsNumber((*after)[0]) || !IsNumber((*after)[1])) {
     return ControlError{"bad-field", "after must be the \"next\" of an answer", "after"};
   }
-  place = {(*after)[0].get<Number>(), (*after)[1].get<Number>()};
+  place = {(*after)[0].Whole(), (*after)[1].Whole()};
   return std::nullopt;
 }
 
 std::variant<WantedHistory, ControlError> ReadWanted(const Json& message) {
-  const auto record = message.find("record");
-  if (record == message.end() || !record->is_string()) {
+  const Json* record = message.Find("record");
+  if (record == nullptr || !record->IsString()) {
     return ControlError{"bad-field", "record must be the name of a record", "record"};
   }
   auto category = ReadCategory(message);
@@ -74,7 +72,7 @@ std::variant<WantedHistory, ControlError> ReadWanted(const Json& message) {
     return std::move(*error);
   }
   WantedHistory wanted;
-  const auto& name = record->get_ref<const std::string&>();
+  const auto& name = record->Text();
   wanted.layout = LayoutRegistry::Instance().Find(name, std::get<unsigned char>(category));
   if (wanted.layout == nullptr) {
     return ControlError{"unknown-record", "no record \"" + name + "\"", "record"};
@@ -87,7 +85,7 @@ std::variant<WantedHistory, ControlError> ReadWanted(const Json& message) {
       return *error;
     }
   }
-  if (message.contains("at")) {
+  if (message.Find("at") != nullptr) {
     wanted.at = at;
   }
   return wanted;
@@ -139,7 +137,7 @@ std::string SelectText(const RecordLayout& layout) {
 
 /// One page of rows, and where the next one begins.
 struct Page {
-  Json rows = Json::array();
+  Json rows = Json::Array();
   Json next = nullptr;
 };
 
@@ -153,17 +151,17 @@ Page ReadPage(SqlDatabase& database, const WantedHistory& wanted) {
   statement.Bind(4, wanted.after.row);
   Page page;
   while (statement.Step()) {
-    Json row = Json::object();
-    auto& members = row.get_ref<Json::object_t&>();
+    Json row = Json::Object();
+    auto& members = row.Members();
     int column = 1;
     for (const FieldLayout& field : wanted.layout->fields) {
       ++column;
       members.emplace_back(field.label,
                            field.hasSource ? ColumnJson(statement, column) : Json(nullptr));
     }
-    page.rows.push_back(std::move(row));
-    if (page.rows.size() == HistoryQueries::kPageRows || std::chrono::steady_clock::now() >= end) {
-      page.next = Json::array({statement.Whole(1), statement.Whole(0)});
+    page.rows.PushBack(std::move(row));
+    if (page.rows.Size() == HistoryQueries::kPageRows || std::chrono::steady_clock::now() >= end) {
+      page.next = Json::Array({statement.Whole(1), statement.Whole(0)});
       break;
     }
   }

@@ -20,8 +20,8 @@ struct ToJson {
 }  // namespace
 
 Json RowToJson(const RecordLayout& layout, Bytes bytes) {
-  Json row = Json::object();
-  auto& members = row.get_ref<Json::object_t&>();
+  Json row = Json::Object();
+  auto& members = row.Members();
   members.reserve(layout.fields.size());
   for (const FieldLayout& field : layout.fields) {
     // Each label is new, so the search that the object's own insertion makes is left out.
@@ -29,8 +29,4 @@ Json RowToJson(const RecordLayout& layout, Bytes bytes) {
                          field.hasSource ? VisitField(field, bytes, ToJson{}) : Json(nullptr));
   }
   return row;
-}
-
-std::string JsonText(const Json& value) {
-  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }

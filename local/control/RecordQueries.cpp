@@ -1,4 +1,5 @@
 #include "local/control/RecordQueries.h"
+#include "json/JsonText.h"
 #include "local/history/FieldValue.h"
 
 #include <algorithm>
@@ -43,40 +44,40 @@ ResolvedRecord Resolve(const WantedRecord& wanted) {
 std::variant<WantedRecord, ControlError> ReadWanted(const Json& element) {
   const ControlError wrong{"bad-field", "records must hold names or {\"record\", \"category\"}",
                            "records"};
-  if (element.is_string()) {
-    return WantedRecord{element.get<std::string>(), 0};
+  if (element.IsString()) {
+    return WantedRecord{element.Text(), 0};
   }
-  if (!element.is_object()) {
+  if (!element.IsObject()) {
     return wrong;
   }
   static constexpr std::array kMembers{"record", "category"};
   if (auto error = CheckMembers(element, kMembers)) {
     return *std::move(error);
   }
-  const auto name = element.find("record");
-  if (name == element.end() || !name->is_string()) {
+  const Json* name = element.Find("record");
+  if (name == nullptr || !name->IsString()) {
     return wrong;
   }
   auto category = ReadCategory(element);
   if (auto* error = std::get_if<ControlError>(&category)) {
     return std::move(*error);
   }
-  return WantedRecord{name->get<std::string>(), std::get<unsigned char>(category)};
+  return WantedRecord{name->Text(), std::get<unsigned char>(category)};
 }
 
 std::variant<std::vector<WantedRecord>, ControlError> ReadRecords(const Json& message) {
-  const auto records = message.find("records");
-  if (records == message.end() || !records->is_array()) {
+  const Json* records = message.Find("records");
+  if (records == nullptr || !records->IsArray()) {
     return ControlError{"bad-field", "records must be an array", "records"};
   }
-  if (records->size() > RecordQueries::kMaxRecords) {
+  if (records->Size() > RecordQueries::kMaxRecords) {
     return ControlError{
         "bad-field",
         "records holds more than " + std::to_string(RecordQueries::kMaxRecords) + " names",
         "records"};
   }
   std::vector<WantedRecord> wanted;
-  for (const Json& element : *records) {
+  for (const Json& element : records->Elements()) {
     auto entry = ReadWanted(element);
     if (auto* error = std::get_if<ControlError>(&entry)) {
       return std::move(*error);
@@ -166,14 +167,14 @@ class ResultsAnswer {
 }  // namespace
 
 std::variant<unsigned char, ControlError> ReadCategory(const Json& object) {
-  const auto category = object.find("category");
-  if (category == object.end()) {
+  const Json* category = object.Find("category");
+  if (category == nullptr) {
     return static_cast<unsigned char>(0);
   }
-  if (!category->is_string() || category->get_ref<const std::string&>().size() != 1) {
+  if (!category->IsString() || category->Text().size() != 1) {
     return ControlError{"bad-field", "category must be a text of one character", "category"};
   }
-  return static_cast<unsigned char>(category->get_ref<const std::string&>().front());
+  return static_cast<unsigned char>(category->Text().front());
 }
 
 /// One `get` on its way: what was asked for, and the requests of those that can be asked for.
@@ -194,12 +195,13 @@ void RecordQueries::Get(const std::shared_ptr<ControlRequest>& request) {
     request->Fail(*error);
     return;
   }
-  const Json rates = request->Message().value("rates", Json(false));
-  if (!rates.is_boolean()) {
+  const Json* rates = request->Message().Find("rates");
+  if (rates != nullptr && !rates->IsBool()) {
     request->Fail({"bad-field", "rates must be true or false", "rates"});
     return;
   }
 
+  const bool isRates = rates != nullptr && rates->Bool();
   GetPlan plan{request, {}, {}};
   std::map<std::pair<std::string, unsigned char>, std::size_t> ordinals;
   for (const WantedRecord& wanted : std::get<0>(records)) {
@@ -209,7 +211,7 @@ void RecordQueries::Get(const std::shared_ptr<ControlRequest>& request) {
       const unsigned char category = resolved.layout->category;
       const std::size_t ordinal = ordinals[{wanted.record, category}]++;
       plan.askers.push_back(
-          request->Peer().Requests().Find(wanted.record, category, rates.get<bool>(), ordinal));
+          request->Peer().Requests().Find(wanted.record, category, isRates, ordinal));
     }
   }
 

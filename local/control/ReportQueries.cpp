@@ -17,23 +17,23 @@ struct WantedReport {
 
 std::variant<WantedReport, ControlError> ReadWantedReport(const Json& message) {
   WantedReport wanted;
-  const auto name = message.find("report");
-  if (name == message.end() || !name->is_string()) {
+  const Json* name = message.Find("report");
+  if (name == nullptr || !name->IsString()) {
     return ControlError{"bad-field", "report must be the name of a report", "report"};
   }
-  wanted.name = name->get<std::string>();
-  const auto arguments = message.find("arguments");
-  if (arguments == message.end()) {
+  wanted.name = name->Text();
+  const Json* arguments = message.Find("arguments");
+  if (arguments == nullptr) {
     return wanted;
   }
-  if (!arguments->is_object()) {
+  if (!arguments->IsObject()) {
     return ControlError{"bad-field", "arguments must be an object of texts", "arguments"};
   }
-  for (const auto& [key, value] : arguments->items()) {
-    if (!value.is_string()) {
+  for (const auto& [key, value] : arguments->Members()) {
+    if (!value.IsString()) {
       return ControlError{"bad-field", "argument \"" + key + "\" must be a text", "arguments"};
     }
-    wanted.arguments.insert_or_assign(key, value.get<std::string>());
+    wanted.arguments.insert_or_assign(key, value.Text());
   }
   return wanted;
 }

@@ -3,6 +3,7 @@
 #include <optional>
 #include <utility>
 
+#include "json/JsonText.h"
 #include "local/schedule/BatchDesk.h"
 
 namespace {
@@ -11,20 +12,19 @@ constexpr const char* kSection = "Schedule";
 
 /// Nothing, once the request has failed, if the message names no record.
 std::optional<std::string> ReadRecord(const ControlRequest& request) {
-  const auto record = request.Message().find("record");
-  if (record == request.Message().end() || !record->is_string()) {
+  const Json* record = request.Message().Find("record");
+  if (record == nullptr || !record->IsString()) {
     request.Fail({"bad-field", "record must be the name of a record", "record"});
     return std::nullopt;
   }
-  return record->get<std::string>();
+  return record->Text();
 }
 
 /// 0, once the request has failed, if the message has no seconds within the limits.
 long ReadSeconds(const ControlRequest& request) {
-  const auto value = request.Message().find("seconds");
-  const long seconds = value != request.Message().end() && value->is_number_integer()
-                           ? ScheduleBook::ParseSeconds(value->dump())
-                           : 0;
+  const Json* value = request.Message().Find("seconds");
+  const long seconds =
+      value != nullptr && value->IsWhole() ? ScheduleBook::ParseSeconds(JsonText(*value)) : 0;
   if (seconds == 0) {
     request.Fail({"bad-field", "seconds must be a whole number from 1 to 86400", "seconds"});
   }

@@ -8,7 +8,7 @@
 #include <set>
 #include <type_traits>
 
-#include <nlohmann/json.hpp>
+#include "json/JsonText.h"
 #include "local/history/FieldValue.h"
 
 namespace {
@@ -33,12 +33,8 @@ std::string SampleName(const MetricFamily& family) {
 /// Backslash, quote and line end escaped; bytes that are no UTF-8 become U+FFFD, since a reader
 /// would refuse the whole text for them.
 std::string LabelValue(std::string_view text) {
-  using Json = nlohmann::json;
-  const Json value(text);
-  const std::string valid =
-      Json::parse(value.dump(-1, ' ', false, Json::error_handler_t::replace)).get<std::string>();
   std::string escaped;
-  for (const char letter : valid) {
+  for (const char letter : ValidUtf8(text)) {
     if (letter == '\\' || letter == '"') {
       escaped += '\\';
     }

@@ -1,4 +1,5 @@
 #include "tests/client/ClientHarness.h"
+#include "tests/json/JsonOf.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -85,10 +86,10 @@ void ScriptedServer::Talk(int client) {
     if (end == std::string::npos) {
       continue;
     }
-    Json request = Json::parse(received.substr(0, end));
+    Json request = JsonOf(received.substr(0, end));
     received.erase(0, end + 1);
     const std::string reply = m_script(request);
-    request.erase("id");
+    request.Erase("id");
     {
       const std::scoped_lock lock(m_mutex);
       m_requests.push_back(std::move(request));
@@ -107,9 +108,9 @@ void ScriptedServer::Talk(int client) {
 }
 
 std::string Answer(const Json& request, Json members) {
-  members["id"] = request.at("id");
+  members["id"] = request["id"];
   members["ok"] = true;
-  return members.dump() + "\n";
+  return JsonText(members) + "\n";
 }
 
 namespace {

@@ -9,15 +9,15 @@
 
 #include "client/ask/Errors.h"
 #include "tests/client/ClientHarness.h"
+#include "tests/json/JsonOf.h"
 
 namespace {
 
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 
 Json SchemaAnswer() {
-  return Json::parse(R"({"schema": {"record": "CPUP", "structure": "recordPI_CPUP",
+  return JsonOf(R"({"schema": {"record": "CPUP", "structure": "recordPI_CPUP",
     "category": "4", "size": 188, "fields": [
       {"label": "Record Time", "type": "long", "offset": 8, "width": 4, "meaning": "time"},
       {"label": "Processor ID", "type": "char[12]", "offset": 16, "width": 12, "meaning": "key"},
@@ -26,7 +26,7 @@ Json SchemaAnswer() {
 
 /// A record of which only two looks say something.
 Json OpsSchemaAnswer() {
-  return Json::parse(R"({"schema": {"record": "OPS", "structure": "recordOps",
+  return JsonOf(R"({"schema": {"record": "OPS", "structure": "recordOps",
     "category": "4", "size": 188, "fields": [
       {"label": "Interval", "type": "ulong", "offset": 12, "width": 4, "meaning": "duration"},
       {"label": "Ops", "type": "ulong", "offset": 16, "width": 4, "meaning": "counter"},
@@ -36,7 +36,7 @@ Json OpsSchemaAnswer() {
 }
 
 Json StatusAnswer() {
-  return Json::parse(R"({"status": {"pid": 4711, "uptime_seconds": 93784.2, "version": "0.1.0",
+  return JsonOf(R"({"status": {"pid": 4711, "uptime_seconds": 93784.2, "version": "0.1.0",
     "node": "n1", "http": "127.0.0.1:9964", "host": "h\u001b1", "schedules": [{"record": "CPUP", "category": "4",
     "seconds": 60, "runs": 3, "rows": 2, "last_time": 1700000000, "skipped": 1}],
     "last_batch": {"age_seconds": 1.5, "duration_seconds": 0.25, "records": 8, "errors": 2},
@@ -45,7 +45,7 @@ Json StatusAnswer() {
 }
 
 Json ConfigAnswer() {
-  return Json::parse(R"({"config": {"children": [{"kind": "folder", "label": "Agent", "help": "",
+  return JsonOf(R"({"config": {"children": [{"kind": "folder", "label": "Agent", "help": "",
     "children": [{"kind": "text", "id": 15, "label": "Count", "help": "How many.",
     "value": "1440", "max_length": 2048, "flags": [0, 1]}, {"kind": "text", "id": 17,
     "label": "Day", "help": "", "value": "x", "max_length": 8, "flags": [0, 1]}]}]}})");
@@ -55,7 +55,7 @@ Json ConfigAnswer() {
 Json ConfigSetAnswer(const Json& request) {
   static constexpr std::array kOutcomes{"done", "refused", "not-written", "failed"};
   static constexpr std::array kCodes{0, -36, 1, -1};
-  const std::size_t item = request.at("item");
+  const std::size_t item = request["item"].Unsigned();
   const std::size_t place = item == 6 ? 0 : (item - 1) % kOutcomes.size();
   return {
       {"result", {{"item", item}, {"outcome", kOutcomes.at(place)}, {"code", kCodes.at(place)}}}};
@@ -75,42 +75,42 @@ Json ResultOf(const std::string& record, int turn) {
     result["rows"] = {{{"Interval", 1700000000}, {"Ops", ops}, {"Ops/sec", ops}, {"Busy %", turn}}};
     return result;
   }
-  result["rows"] = Json::array();
+  result["rows"] = Json::Array();
   for (int cpu = 0; cpu < (record == "NONE" ? 0 : 2); ++cpu) {
-    result["rows"].push_back({{"Record Time", 1700000000},
-                              {"Processor ID", std::to_string(cpu)},
-                              {"CPU %", 10.5 * cpu + turn},
-                              {"Type", "A, \"B\"\n"}});
+    result["rows"].PushBack({{"Record Time", 1700000000},
+                             {"Processor ID", std::to_string(cpu)},
+                             {"CPU %", 10.5 * cpu + turn},
+                             {"Type", "A, \"B\"\n"}});
   }
   return result;
 }
 
 /// Two processes: 7 is the greater, 8 uses half a second of CPU from request to request.
 Json ProcessesOf(int turn) {
-  Json result{{"record", "PDI"}, {"category", "3"}, {"time", 1700000000}, {"rows", Json::array()}};
+  Json result{{"record", "PDI"}, {"category", "3"}, {"time", 1700000000}, {"rows", Json::Array()}};
   for (int pid = 7; pid <= 8; ++pid) {
-    result["rows"].push_back({{"Record Time", 1700000000},
-                              {"PID", pid},
-                              {"Program", "p\x1b"},
-                              {"User", "root"},
-                              {"Start Time", 1699999900},
-                              {"User CPU", pid == 8 ? 0.5 * turn : 50},
-                              {"System CPU", 0.0},
-                              {"Major Faults", 0},
-                              {"Real Mem Kbytes", pid == 7 ? 900 : 100},
-                              {"Virtual Mem Kbytes", 1000},
-                              {"State", "RUN"},
-                              {"Total I/O Ops", 0},
-                              {"Total I/O Kbytes", 0.0},
-                              {"Argument List", ""}});
+    result["rows"].PushBack({{"Record Time", 1700000000},
+                             {"PID", pid},
+                             {"Program", "p\x1b"},
+                             {"User", "root"},
+                             {"Start Time", 1699999900},
+                             {"User CPU", pid == 8 ? 0.5 * turn : 50},
+                             {"System CPU", 0.0},
+                             {"Major Faults", 0},
+                             {"Real Mem Kbytes", pid == 7 ? 900 : 100},
+                             {"Virtual Mem Kbytes", 1000},
+                             {"State", "RUN"},
+                             {"Total I/O Ops", 0},
+                             {"Total I/O Kbytes", 0.0},
+                             {"Argument List", ""}});
   }
   return result;
 }
 
 std::string Daemon(const Json& request, int turn) {
-  const std::string op = request.at("op");
+  const std::string op = request["op"].Text();
   if (op == "schema") {
-    return Answer(request, request.at("record") == "OPS" ? OpsSchemaAnswer() : SchemaAnswer());
+    return Answer(request, request["record"] == "OPS" ? OpsSchemaAnswer() : SchemaAnswer());
   }
   if (op == "status") {
     return Answer(request, StatusAnswer());
@@ -123,23 +123,23 @@ std::string Daemon(const Json& request, int turn) {
   }
   if (op == "history") {
     return Answer(request, {{"history",
-                             {{"record", request.at("record")},
+                             {{"record", request["record"]},
                               {"category", "4"},
-                              {"rows", Json::array()},
+                              {"rows", Json::Array()},
                               {"next", nullptr}}}});
   }
   if (op.starts_with("schedule_")) {
-    return Answer(request, Json::object());
+    return Answer(request, Json::Object());
   }
   if (op == "records") {
-    return Answer(request, Json::parse(R"({"records": [
+    return Answer(request, JsonOf(R"({"records": [
         {"record": "CPUP", "category": "4", "served": true, "layout": true},
         {"record": "PD", "category": "3", "served": false, "layout": false}]})"));
   }
-  Json results = Json::array();
-  for (const Json& name : request.at("records")) {
-    const std::string record = name.is_string() ? name : name.at("record");
-    results.push_back(record == "PDI" ? ProcessesOf(turn) : ResultOf(record, turn));
+  Json results = Json::Array();
+  for (const Json& name : request["records"].Elements()) {
+    const std::string record = (name.IsString() ? name : name["record"]).Text();
+    results.PushBack(record == "PDI" ? ProcessesOf(turn) : ResultOf(record, turn));
   }
   return Answer(request, {{"results", std::move(results)}});
 }
@@ -155,7 +155,7 @@ class Qmtctl : public testing::Test {
   ScratchFolder m_folder;
   int m_turn = 0;
   ScriptedServer m_server{m_folder.Path(), "s", [this](const Json& request) {
-                            m_turn += request.at("op") == "get" ? 1 : 0;
+                            m_turn += request["op"] == "get" ? 1 : 0;
                             return Daemon(request, m_turn);
                           }};
 };
@@ -168,18 +168,18 @@ TEST_F(Qmtctl, GetShowsATableOfOneSnapshot) {
             "2023-11-14 22:13:20  0               1.0  A, \"B\"\\x0A\n"
             "2023-11-14 22:13:20  1              11.5  A, \"B\"\\x0A\n");
   EXPECT_EQ(run.err, "");
-  EXPECT_EQ(m_server.Requests().at(0).dump(), R"({"op":"get","records":["CPUP"],"rates":true})");
+  EXPECT_EQ(JsonText(m_server.Requests().at(0)), R"({"op":"get","records":["CPUP"],"rates":true})");
 }
 
 TEST_F(Qmtctl, GetPrintsJsonInTheOrderAsked) {
   const Outcome run = Run({"get", "3:PD", "NONE", "CPUP", "--json"});
   EXPECT_EQ(run.exit, kExitDone);
   EXPECT_EQ(run.err, "");
-  const Json array = Json::parse(run.out);
-  ASSERT_EQ(array.size(), 3u);
+  const Json array = JsonOf(run.out);
+  ASSERT_EQ(array.Size(), 3u);
   EXPECT_EQ(array[0]["category"], "3");
-  EXPECT_THAT(array[1]["rows"], IsEmpty());
-  EXPECT_EQ(array[2]["rows"][1].dump(),
+  EXPECT_EQ(array[1]["rows"], Json::Array());
+  EXPECT_EQ(JsonText(array[2]["rows"][1]),
             R"({"Record Time":1700000000,"Processor ID":"1","CPU %":11.5,"Type":"A, \"B\"\n"})");
   EXPECT_EQ(m_turn, 1) << "one look says all of these";
 }
@@ -188,14 +188,14 @@ TEST_F(Qmtctl, GetShowsWhatHappensBetweenTwoLooks) {
   const Outcome run = Run({"get", "CPUP", "OPS", "--over", "0.2", "--json", "--where", "Ops>2000",
                            "--where", "CPU %>=2"});
   EXPECT_EQ(run.exit, kExitUsage) << "each record needs the fields that are chosen by";
-  const Json json = Json::parse(Run({"get", "OPS", "CPUP", "--over", "0.2", "--json"}).out);
+  const Json json = JsonOf(Run({"get", "OPS", "CPUP", "--over", "0.2", "--json"}).out);
   EXPECT_EQ(json[1]["rows"][0]["CPU %"], 2.0) << "all records are those of the second look";
   const Json row = json[0]["rows"][0];
-  const double seconds = row["Interval"];
+  const double seconds = row["Interval"].Number();
   EXPECT_GE(seconds, 0.15);
   EXPECT_LT(seconds, 10);
   EXPECT_EQ(row["Ops"], 3000);
-  EXPECT_NEAR(row["Ops/sec"], 3000 / seconds, 0.1);
+  EXPECT_NEAR(row["Ops/sec"].Number(), 3000 / seconds, 0.1);
   EXPECT_EQ(row["Busy %"], 2);
   EXPECT_EQ(m_turn, 2);
   EXPECT_EQ(m_server.Connections(), 2);
@@ -208,7 +208,7 @@ TEST_F(Qmtctl, GetShowsWhatHappensBetweenTwoLooks) {
             "Interval,Ops,Ops/sec,Busy %\n1700000000,25000,25000,5\n");
   EXPECT_THAT(Run({"get", "OPS", "--since-boot"}).out, HasSubstr("36000"));
   EXPECT_EQ(m_turn, 6);
-  EXPECT_EQ(m_server.Requests().back().value("op", ""), "schema");
+  EXPECT_EQ(m_server.Requests().back()["op"], "schema");
   EXPECT_THAT(Run({"last", "OPS", "--csv"}).out, HasSubstr("1700000000,36000,"));
 }
 
@@ -218,10 +218,10 @@ TEST_F(Qmtctl, WatchComparesFromItsSecondSampleOn) {
   for (const auto& sample : samples) {
     std::string line;
     ASSERT_TRUE(std::getline(lines, line));
-    const Json row = Json::parse(line).at(0).at("rows").at(0);
+    const Json row = JsonOf(line)[0]["rows"][0];
     EXPECT_EQ(row["Ops"], sample.ops);
     EXPECT_EQ(row["Busy %"], sample.busy);
-    EXPECT_EQ(row["Ops/sec"].is_null(), sample.ops.is_null());
+    EXPECT_EQ(row["Ops/sec"].IsNull(), sample.ops.IsNull());
   }
   EXPECT_THAT(Run({"watch", "OPS", "--every", "1", "--count", "1"}).out,
               HasSubstr("-    -        -       -\n"));
@@ -236,7 +236,7 @@ TEST_F(Qmtctl, LastPrintsCsv) {
             "Record Time,Processor ID,CPU %,Type\n"
             "1700000000,0,0.0,\"A, \"\"B\"\"\n\"\n"
             "1700000000,1,10.5,\"A, \"\"B\"\"\n\"\n");
-  EXPECT_EQ(m_server.Requests().at(0).at("op"), "last");
+  EXPECT_EQ(m_server.Requests().at(0)["op"], "last");
 }
 
 TEST_F(Qmtctl, GoodRecordsAreShownAndBadOnesNamed) {
@@ -260,7 +260,7 @@ TEST_F(Qmtctl, OtherCommandsShowWhatTheDaemonSays) {
   EXPECT_THAT(Run({"schema", "4:CPUP"}).out,
               HasSubstr("Offset  Width  Type      Label         Meaning\n"
                         "     8      4  long      Record Time   time\n"));
-  EXPECT_THAT(m_server.Requests().back().dump(), HasSubstr(R"("record":"CPUP","category":"4")"));
+  EXPECT_THAT(JsonText(m_server.Requests().back()), HasSubstr(R"("record":"CPUP","category":"4")"));
   EXPECT_EQ(Run({"status"}).out,
             "Process         4711\n"
             "Version         0.1.0\n"
@@ -274,8 +274,8 @@ TEST_F(Qmtctl, OtherCommandsShowWhatTheDaemonSays) {
             "\n"
             "Schedule  Category  Seconds  Runs  Rows  Skipped  Last Time\n"
             "CPUP      4              60     3     2        1  2023-11-14 22:13:20\n");
-  EXPECT_EQ(Json::parse(Run({"status", "--json"}).out), StatusAnswer()["status"]);
-  EXPECT_EQ(Json::parse(Run({"schema", "CPUP", "--json"}).out), SchemaAnswer()["schema"]);
+  EXPECT_EQ(JsonOf(Run({"status", "--json"}).out), StatusAnswer()["status"]);
+  EXPECT_EQ(JsonOf(Run({"schema", "CPUP", "--json"}).out), SchemaAnswer()["schema"]);
 }
 
 TEST_F(Qmtctl, ConfigShowsTheTree) {
@@ -284,7 +284,7 @@ TEST_F(Qmtctl, ConfigShowsTheTree) {
             "     15  Count: 1440\n"
             "           How many.\n"
             "     17  Day: x\n");
-  EXPECT_EQ(Json::parse(Run({"config", "--json"}).out), ConfigAnswer()["config"]);
+  EXPECT_EQ(JsonOf(Run({"config", "--json"}).out), ConfigAnswer()["config"]);
 }
 
 TEST_F(Qmtctl, ConfigSetTellsTheOutcomeByWordAndExitValue) {
@@ -317,11 +317,11 @@ TEST_F(Qmtctl, ConfigSetTellsTheOutcomeByWordAndExitValue) {
     const Outcome run = Run(words);
     EXPECT_EQ(run.exit, entry.exit) << run.err;
     EXPECT_THAT(run.exit == kExitDone ? run.out : run.err, HasSubstr(entry.said));
-    EXPECT_THAT(m_server.Requests().back().dump(), HasSubstr(entry.sent));
+    EXPECT_THAT(JsonText(m_server.Requests().back()), HasSubstr(entry.sent));
   }
   for (const std::string& value : {std::string("\xff"), std::string(70000, 'x')}) {
     EXPECT_EQ(Run({"config", "set", "17", value}).exit, kExitUsage);
-    EXPECT_EQ(m_server.Requests().back().at("op"), "config") << "the change is not sent";
+    EXPECT_EQ(m_server.Requests().back()["op"], "config") << "the change is not sent";
   }
 }
 
@@ -371,7 +371,7 @@ TEST_F(Qmtctl, WatchKeepsOneConnectionAndEndsBySignal) {
   std::string line;
   for (double turn = 1; turn <= 3; ++turn) {
     ASSERT_TRUE(std::getline(lines, line));
-    EXPECT_EQ(Json::parse(line).at(0).at("rows").at(0).at("CPU %"), turn);
+    EXPECT_EQ(JsonOf(line)[0]["rows"][0]["CPU %"], turn);
   }
   EXPECT_EQ(m_server.Connections(), 1);
 }

@@ -13,12 +13,12 @@
 
 #include "node/FigureRegistry.h"
 #include "node/MessageCatalog.h"
+#include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/TestClient.h"
 
 namespace {
 
-using nlohmann::json;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -92,28 +92,28 @@ TEST_F(LocalNodeTest, AGetIsOneBatchWithEachNameInItsOrder) {
   };
   Serve([&] {
     TestClient client;
-    const json first = client.Ask(
+    const Json first = client.Ask(
         R"({"op":"get","id":{"n":1},"records":["NOPE",{"record":"FAKE","category":"4"},"IDLE",)"
         R"({"record":"FAKE","category":"3"},"BARE","FAKE"]})");
-    EXPECT_EQ(first["id"], json({{"n", 1}}));
+    EXPECT_EQ(first["id"], Json({{"n", 1}}));
     EXPECT_EQ(first["ok"], true);
     std::vector<std::string> seen;
-    for (const json& result : first["results"]) {
-      seen.push_back(result["record"].get<std::string>() + " " +
-                     (result.contains("error") ? result["error"]["code"].get<std::string>()
-                                               : result["rows"][0]["Count"].dump()));
+    for (const Json& result : first["results"].Elements()) {
+      seen.push_back(result["record"].Text() + " " +
+                     (result.Find("error") != nullptr ? result["error"]["code"].Text()
+                                                      : JsonText(result["rows"][0]["Count"])));
     }
     EXPECT_THAT(seen, ElementsAre("NOPE unknown-record", "FAKE 1", "IDLE not-served",
                                   "FAKE unknown-record", "BARE unknown-record", "FAKE 2"));
     EXPECT_EQ(first["results"][1]["time"], 1700000000);
     EXPECT_EQ(first["results"][1]["category"], "4");
-    const json status = client.Ask(R"({"op":"status"})")["status"];
+    const Json status = client.Ask(R"({"op":"status"})")["status"];
     EXPECT_EQ(status["last_batch"]["records"], 6);
     EXPECT_EQ(status["last_batch"]["errors"], 4);
 
-    json many{{"op", "get"}, {"records", std::vector<std::string>(1000, "FAKE")}};
-    EXPECT_EQ(client.Ask(many.dump())["results"].size(), 1000U);
-    EXPECT_EQ(client.Ask(R"({"op":"get","records":["NOPE"]})")["results"].size(), 1U);
+    Json many{{"op", "get"}, {"records", std::vector<std::string>(1000, "FAKE")}};
+    EXPECT_EQ(client.Ask(JsonText(many))["results"].Size(), 1000U);
+    EXPECT_EQ(client.Ask(R"({"op":"get","records":["NOPE"]})")["results"].Size(), 1U);
   });
   EXPECT_THAT(batches, ElementsAre(2U, 1000U));
   // The requests of the first batch were used again.
@@ -159,7 +159,7 @@ TEST_F(LocalNodeTest, AHostileLineGetsAnErrorAndTheConnectionLivesOn) {
     const char* code;
     const char* field;
   };
-  const json manyNames{{"op", "get"}, {"records", std::vector<std::string>(1025, "FAKE")}};
+  const Json manyNames{{"op", "get"}, {"records", std::vector<std::string>(1025, "FAKE")}};
   const std::vector<Case> cases{
       {"", "bad-json", ""},
       {"hello", "bad-json", ""},
@@ -181,31 +181,32 @@ TEST_F(LocalNodeTest, AHostileLineGetsAnErrorAndTheConnectionLivesOn) {
       {R"({"op":"get","records":[{"record":"FAKE","op":"x"}]})", "bad-field", "op"},
       {R"({"op":"get","records":[{"record":"FAKE","category":"44"}]})", "bad-field", "category"},
       {R"({"op":"get","records":["FAKE"],"rates":1})", "bad-field", "rates"},
-      {manyNames.dump(), "bad-field", "records"},
+      {JsonText(manyNames), "bad-field", "records"},
       {R"({"op":"last","records":["FAKE","NOPE"],"rates":true})", "bad-field", "rates"},
   };
   Serve([&] {
     TestClient client;
     for (const Case& entry : cases) {
-      const json answer = client.Ask(entry.line);
-      const std::string shown = entry.line.substr(0, 60) + " -> " + answer.dump();
-      ASSERT_TRUE(answer.is_object()) << shown;
+      const Json answer = client.Ask(entry.line);
+      const std::string shown = entry.line.substr(0, 60) + " -> " + JsonText(answer);
+      ASSERT_TRUE(answer.IsObject()) << shown;
       EXPECT_EQ(answer["ok"], false) << shown;
       EXPECT_EQ(answer["error"]["code"], entry.code) << shown;
-      EXPECT_EQ(answer["error"].value("field", ""), entry.field) << shown;
+      const Json* field = answer["error"].Find("field");
+      EXPECT_EQ(field == nullptr ? Json("") : *field, entry.field) << shown;
     }
     EXPECT_EQ(client.Ask(R"({"op":"last","records":["FAKE"]})")["results"][0]["error"]["code"],
               "not-scheduled");
     EXPECT_EQ(client.Ask(R"({"op":"records","id":1})")["records"][1],
-              json({{"record", "IDLE"}, {"category", "3"}, {"served", false}, {"layout", true}}));
-    const json fields = client.Ask(R"({"op":"schema","record":"FAKE"})")["schema"]["fields"];
-    EXPECT_EQ(fields[0], json({{"label", "Record Type"},
+              Json({{"record", "IDLE"}, {"category", "3"}, {"served", false}, {"layout", true}}));
+    const Json fields = client.Ask(R"({"op":"schema","record":"FAKE"})")["schema"]["fields"];
+    EXPECT_EQ(fields[0], Json({{"label", "Record Type"},
                                {"type", "char[8]"},
                                {"offset", 0},
                                {"width", 8},
                                {"meaning", "text"}}));
-    EXPECT_EQ(fields[4].value("of", ""), "Count");
-    EXPECT_TRUE(fields[5].value("two_looks", false));
+    EXPECT_EQ(fields[4]["of"], "Count");
+    EXPECT_TRUE(fields[5]["two_looks"].Bool());
   });
 }
 
@@ -221,10 +222,10 @@ TEST_F(LocalNodeTest, AFailedBuildIsAnErrorOfItsRecordOrOfTheWholeBatch) {
   Serve([&] {
     TestClient client;
     const char* get = R"({"op":"get","records":["FAKE","IDLE"]})";
-    const json first = client.Ask(get)["results"];
+    const Json first = client.Ask(get)["results"];
     EXPECT_EQ(first[0]["error"]["code"], "build-failed");
-    EXPECT_EQ(first[1]["rows"], json::array());
-    EXPECT_GT(first[1]["time"], 1700000000);
+    EXPECT_EQ(first[1]["rows"], Json::Array());
+    EXPECT_GT(first[1]["time"].Whole(), 1700000000);
     status = kNotifyNotServed;
     EXPECT_EQ(client.Ask(get)["results"][1]["error"]["code"], "build-failed");
     EXPECT_EQ(client.Ask(R"({"op":"status"})")["status"]["last_batch"]["errors"], 2);
@@ -271,12 +272,12 @@ TEST_F(LocalNodeTest, ABatchThatYieldsServesOthersWhileASecondBatchAndAGoneClien
     TestClient second;
     EXPECT_TRUE(second.Send(R"({"op":"get","records":["FAKE"]})"));
     TestClient third;
-    EXPECT_TRUE(third.Ask(R"({"op":"status"})")["ok"]);
+    EXPECT_TRUE(third.Ask(R"({"op":"status"})")["ok"].Bool());
     gone.Hangup();
-    EXPECT_TRUE(third.Ask(R"({"op":"status"})")["ok"]);
+    EXPECT_TRUE(third.Ask(R"({"op":"status"})")["ok"].Bool());
     EXPECT_EQ(::write(writer.Get(), "x", 1), 1);
     mayEnd = true;
-    EXPECT_TRUE(second.Receive()["ok"]);
+    EXPECT_TRUE(second.Receive()["ok"].Bool());
     while (objects != 0) {
       third.Ask(R"({"op":"status"})");
     }
@@ -298,7 +299,7 @@ TEST_F(LocalNodeTest, AChangeOfAClientThatHangsUpIsMadeAllTheSame) {
       gone.Hangup();
       TestClient next;
       while (updates < i) {
-        ASSERT_TRUE(next.Ask(R"({"op":"config"})")["ok"]);
+        ASSERT_TRUE(next.Ask(R"({"op":"config"})")["ok"].Bool());
       }
     }
   });
@@ -328,7 +329,7 @@ TEST_F(LocalNodeTest, ABatchThatIsHeldBackLetsOthersBeAnsweredAndFailsForItself)
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     TestClient other;
-    EXPECT_EQ(other.Ask(get)["results"][0]["rows"].size(), 1U);
+    EXPECT_EQ(other.Ask(get)["results"][0]["rows"].Size(), 1U);
     isServed = true;
     EXPECT_EQ(held.Receive()["results"][0]["error"]["code"], "build-failed");
   });
@@ -354,21 +355,21 @@ TEST_F(LocalNodeTest, AShutdownAnswersThoseWhoStillWait) {
                             "\n"
                             R"({"op":"status","id":4})"));
     TestClient operatorClient;
-    EXPECT_TRUE(operatorClient.Ask(R"({"op":"status"})")["ok"]);
+    EXPECT_TRUE(operatorClient.Ask(R"({"op":"status"})")["ok"].Bool());
     // It needs nobody who waits for the answer.
     operatorClient.Send(R"({"op":"shutdown"})");
     operatorClient.EndRequests();
-    EXPECT_EQ(operatorClient.Receive(), json({{"ok", true}}));
-    EXPECT_TRUE(first.Receive()["ok"]);
-    const json refused = second.Receive();
+    EXPECT_EQ(operatorClient.Receive(), Json({{"ok", true}}));
+    EXPECT_TRUE(first.Receive()["ok"].Bool());
+    const Json refused = second.Receive();
     EXPECT_EQ(refused["id"], 2);
     EXPECT_EQ(refused["error"]["code"], "stopping");
     for (const int id : {3, 4}) {
-      const json next = second.Receive();
+      const Json next = second.Receive();
       EXPECT_EQ(next["id"], id);
       EXPECT_EQ(next["error"]["code"], "stopping");
     }
-    EXPECT_TRUE(second.Receive().is_null());
+    EXPECT_TRUE(second.Receive().IsNull());
   };
   Serve(script, true);
   EXPECT_THAT(Log(), HasSubstr("Shutdown requested"));
@@ -387,17 +388,17 @@ TEST_F(LocalNodeTest, TheScheduleOfTheIniFileIsServedAndItsBadLinesAreReported) 
   };
   Serve([&] {
     TestClient client;
-    json last;
+    Json last;
     do {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
       last = client.Ask(R"({"op":"last","records":["FAKE"]})")["results"][0];
-    } while (last["rows"].empty());
+    } while (last["rows"].Elements().empty());
     EXPECT_EQ(last["rows"][0]["Label"], "a\xEF\xBF\xBD");
-    const json status = client.Ask(R"({"op":"status"})")["status"];
-    const json& schedule = status["schedules"][0];
+    const Json status = client.Ask(R"({"op":"status"})")["status"];
+    const Json& schedule = status["schedules"][0];
     EXPECT_EQ(schedule["record"], "FAKE");
     EXPECT_EQ(schedule["seconds"], 1);
-    EXPECT_GE(schedule["runs"], 2);
+    EXPECT_GE(schedule["runs"].Whole(), 2);
     EXPECT_EQ(schedule["last_time"], 1700000000);
     EXPECT_EQ(status["node"], "U/instance");
     EXPECT_EQ(status["figures"][0]["value"], 3);
@@ -440,16 +441,17 @@ TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {
       EXPECT_EQ(client.Ask(std::string("{\"op\":") + row.members + "}")["error"]["code"], row.code)
           << row.members;
     }
-    ASSERT_TRUE(client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":1})")["ok"]);
+    ASSERT_TRUE(client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":1})")["ok"].Bool());
     EXPECT_EQ(ini(), "[Schedule]\nBARE = 60\nBARE = 7\nFAKE = 1\n# note\n[Node]\nHttp Listen =\n");
     while (fakes < 3) {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    ASSERT_TRUE(client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":86400})")["ok"]);
-    ASSERT_TRUE(client.Ask(R"({"op":"schedule_remove","record":"BARE"})")["ok"]);
+    ASSERT_TRUE(
+        client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":86400})")["ok"].Bool());
+    ASSERT_TRUE(client.Ask(R"({"op":"schedule_remove","record":"BARE"})")["ok"].Bool());
     EXPECT_EQ(ini(), "[Schedule]\nFAKE = 86400\n# note\n[Node]\nHttp Listen =\n");
-    const json schedules = client.Ask(R"({"op":"status"})")["status"]["schedules"];
-    ASSERT_EQ(schedules.size(), 1U);
+    const Json schedules = client.Ask(R"({"op":"status"})")["status"]["schedules"];
+    ASSERT_EQ(schedules.Size(), 1U);
     EXPECT_EQ(schedules[0]["seconds"], 86400);
     const int before = fakes;
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));
@@ -457,7 +459,7 @@ TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {
     ASSERT_EQ(::chmod("qmtagt.ini", 0444), 0);
     EXPECT_EQ(client.Ask(R"({"op":"schedule_remove","record":"FAKE"})")["error"]["code"],
               "not-written");
-    EXPECT_EQ(client.Ask(R"({"op":"status"})")["status"]["schedules"].size(), 1U);
+    EXPECT_EQ(client.Ask(R"({"op":"status"})")["status"]["schedules"].Size(), 1U);
   });
 }
 
@@ -465,7 +467,7 @@ TEST_F(LocalNodeTest, TheSocketReplacesAStaleOneAndNothingElse) {
   struct stat status {};
   Serve([&] {
     TestClient client;
-    EXPECT_TRUE(client.Ask(R"({"op":"status"})")["ok"]);
+    EXPECT_TRUE(client.Ask(R"({"op":"status"})")["ok"].Bool());
     ASSERT_EQ(::stat("run/control.sock", &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0660U);
     // As a crashed daemon leaves it.
@@ -519,10 +521,10 @@ TEST_F(ControlServerTest, AClientTooManyIsTurnedAway) {
   settings.maxConnections = 1;
   Serve(settings, [] {
     TestClient first;
-    EXPECT_TRUE(first.Ask(kAskStatus)["ok"]);
+    EXPECT_TRUE(first.Ask(kAskStatus)["ok"].Bool());
     TestClient excess;
     EXPECT_EQ(excess.Receive()["error"]["code"], "busy");
-    EXPECT_TRUE(excess.Receive().is_null());
+    EXPECT_TRUE(excess.Receive().IsNull());
   });
 }
 
@@ -536,15 +538,15 @@ TEST_F(ControlServerTest, SlowReadersHoldNoMoreThanTheSumOfAllAllows) {
     for (std::size_t i = 0; i < 2; ++i) {
       // Requests are not read either while an answer waits.
       for (TestClient other; sent[i] < 100 && slow[i].SendAtOnce(line); ++sent[i]) {
-        EXPECT_TRUE(other.Ask(kAskStatus)["ok"]);
+        EXPECT_TRUE(other.Ask(kAskStatus)["ok"].Bool());
       }
       EXPECT_LT(sent[i], 100U);
     }
     for (TestClient other; m_problems.empty();) {
-      EXPECT_TRUE(other.Ask(kAskStatus)["ok"]);
+      EXPECT_TRUE(other.Ask(kAskStatus)["ok"].Bool());
     }
     for (std::size_t i = 0; i < sent[0]; ++i) {
-      EXPECT_TRUE(slow[0].Receive()["ok"]);
+      EXPECT_TRUE(slow[0].Receive()["ok"].Bool());
     }
   });
   ASSERT_EQ(m_problems.size(), 1U);
@@ -564,7 +566,7 @@ TEST_F(ControlServerTest, AnAnswerMayBeLongerThanWhatMayWait) {
     TestClient slow;
     EXPECT_TRUE(slow.Send(kGetFake));
     TestClient client;
-    EXPECT_EQ(client.Ask(kGetFake)["results"][0]["rows"].size(), 20000U);
+    EXPECT_EQ(client.Ask(kGetFake)["results"][0]["rows"].Size(), 20000U);
     EXPECT_EQ(slow.Receive()["results"][0]["rows"][19999]["Count"], 19999);
   });
   EXPECT_THAT(m_problems, ElementsAre());
@@ -581,8 +583,8 @@ TEST_F(ControlServerTest, RowsThatAnswersHoldAreBounded) {
   };
   m_desk.SetMaxHeldBytes(4 * 40000 * sizeof(recordFake));
   Serve({}, [] {
-    const auto codeOf = [](const json& answer) {
-      return answer["ok"] == true ? "" : answer["error"]["code"].get<std::string>();
+    const auto codeOf = [](const Json& answer) {
+      return answer["ok"] == true ? "" : answer["error"]["code"].Text();
     };
     const std::string sixTimes =
         R"({"op":"get","records":["FAKE","FAKE","FAKE","FAKE","FAKE","FAKE"]})";
@@ -633,7 +635,7 @@ TEST_F(ControlServerTest, AfterClientsThatVanishEveryLaterOneIsAnswered) {
       }
       gone.Hangup();
       TestClient next;
-      ASSERT_TRUE(next.Ask(kAskStatus).is_object()) << "client " << i;
+      ASSERT_TRUE(next.Ask(kAskStatus).IsObject()) << "client " << i;
     }
   });
 }
@@ -647,7 +649,7 @@ TEST_F(ControlServerTest, WantOfMemoryEndsTheRequestAlone) {
     TestClient client;
     EXPECT_EQ(client.Ask(kGetFake)["results"][0]["error"]["code"], "build-failed");
     isScarce = false;
-    EXPECT_TRUE(client.Ask(kGetFake)["results"][0].contains("rows"));
+    EXPECT_TRUE(client.Ask(kGetFake)["results"][0].Find("rows") != nullptr);
   });
 }
 

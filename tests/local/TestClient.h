@@ -7,11 +7,11 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
 #include "support/Descriptor.h"
+#include "tests/json/JsonOf.h"
 
 /// A client of run/control.sock that blocks, for at most ten seconds a call.
 class TestClient {
@@ -49,7 +49,7 @@ class TestClient {
   }
 
   /// The next answer; null at the end of the connection.
-  nlohmann::json Receive() {
+  Json Receive() {
     std::size_t end = 0;
     while ((end = m_input.find('\n')) == std::string::npos) {
       char chunk[65536];
@@ -61,10 +61,10 @@ class TestClient {
     }
     const std::string line = m_input.substr(0, end);
     m_input.erase(0, end + 1);
-    return nlohmann::json::parse(line);
+    return JsonOf(line);
   }
 
-  nlohmann::json Ask(std::string_view line) {
+  Json Ask(std::string_view line) {
     EXPECT_TRUE(Send(line));
     return Receive();
   }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "client/ask/Errors.h"
+#include "tests/json/JsonOf.h"
 
 namespace {
 
@@ -16,8 +17,8 @@ std::string With(const std::string& from, const std::string& to) {
 
 TEST(Answers, ResultsAreTakenOnlyAsPromised) {
   const std::vector<RecordName> asked{{"CPUP", "4"}};
-  Json good = Json::parse(kGood);
-  EXPECT_EQ(ReadResults(good, asked).at(0).rows.at(0).at("A"), 1);
+  Json good = JsonOf(kGood);
+  EXPECT_EQ(ReadResults(good, asked).at(0).rows[0]["A"], 1);
 
   const std::string broken[] = {
       "{}",
@@ -37,7 +38,7 @@ TEST(Answers, ResultsAreTakenOnlyAsPromised) {
       With("\"time\"", "\"error\":{},\"time\""),
   };
   for (const std::string& text : broken) {
-    Json answer = Json::parse(text);
+    Json answer = JsonOf(text);
     EXPECT_THROW(static_cast<void>(ReadResults(answer, asked)), ClientError) << text;
   }
 }
@@ -46,7 +47,7 @@ TEST(Answers, TheConfigurationIsTakenOnlyAsPromised) {
   const std::string good =
       R"({"config":{"children":[{"kind":"folder","label":"F","help":"","children":[{"kind":"choice",)"
       R"("id":65535,"label":"L","help":"","value":"","current":3,"choices":[]}]}]}})";
-  EXPECT_EQ(ReadConfig(Json::parse(good)).at(0).children.at(0).current, 3U);
+  EXPECT_EQ(ReadConfig(JsonOf(good)).at(0).children.at(0).current, 3U);
   const std::pair<const char*, const char*> broken[] = {
       {"\"config\"", "\"tree\""},
       {"65535", "65536"},
@@ -62,12 +63,12 @@ TEST(Answers, TheConfigurationIsTakenOnlyAsPromised) {
   for (const auto& [from, to] : broken) {
     std::string text = good;
     text.replace(text.find(from), std::string_view(from).size(), to);
-    EXPECT_THROW(static_cast<void>(ReadConfig(Json::parse(text))), ClientError) << text;
+    EXPECT_THROW(static_cast<void>(ReadConfig(JsonOf(text))), ClientError) << text;
   }
 }
 
 TEST(Answers, TheOutcomeOfAChangeIsThatOfItsItem) {
-  const auto answer = [](const char* result) { return Json{{"result", Json::parse(result)}}; };
+  const auto answer = [](const char* result) { return Json{{"result", JsonOf(result)}}; };
   const ConfigOutcome outcome =
       ReadConfigOutcome(answer(R"({"item":3,"outcome":"refused","code":-36})"), 3);
   EXPECT_EQ(outcome.kind, ConfigOutcome::Kind::kRefused);
@@ -98,12 +99,12 @@ TEST(Answers, NestingAndMembersAreBounded) {
   }
   // Brackets and colons inside texts do not count.
   EXPECT_TRUE(ParseAnswer("{\"a\":\"\\\"" + std::string(5000, '[') + std::string(5000, ':') + "\"}")
-                  .is_object());
+                  .IsObject());
 }
 
 TEST(Answers, RecordNamesMayCarryTheirCategory) {
   EXPECT_EQ(ParseRecordName("CPUP").ToJson(), Json("CPUP"));
-  EXPECT_EQ(ParseRecordName("3:PD").ToJson().dump(), R"({"record":"PD","category":"3"})");
+  EXPECT_EQ(JsonText(ParseRecordName("3:PD").ToJson()), R"({"record":"PD","category":"3"})");
   for (const char* text : {"", "4:", ":PD", "7:PD", "43:PD", "A B", "P\x01", "\xc3\xa9"}) {
     EXPECT_THROW(static_cast<void>(ParseRecordName(text)), UsageError) << text;
   }

@@ -7,6 +7,7 @@
 
 #include "client/ask/Errors.h"
 #include "tests/client/ClientHarness.h"
+#include "tests/json/JsonOf.h"
 
 namespace {
 
@@ -17,7 +18,7 @@ Json Item(const char* kind, int id, const std::string& label, const std::string&
   Json item{{"kind", kind}, {"id", id}, {"label", label}, {"help", ""}, {"value", value}};
   if (item["kind"] == "choice") {
     item["current"] = current;
-    item["choices"] = Json::array();
+    item["choices"] = Json::Array();
   }
   return item;
 }
@@ -28,13 +29,13 @@ Json Folder(const std::string& label, Json children) {
 
 /// An application whose second condition looks for httpd.
 Json Application(const std::string& name, int place) {
-  Json items = Json::array();
+  Json items = Json::Array();
   for (int n = 0; n < 15; ++n) {
     const int id = 1001 + 64 * place + 4 * n;
     const std::string label = (n < 9 ? "Process0" : "Process") + std::to_string(n + 1);
-    items.push_back(Item("choice", id, label + " Kind", n == 1 ? "Execute" : "None", n == 1));
-    items.push_back(Item("text", id + 1, label + " Name", n == 1 ? "httpd\x1b" : ""));
-    items.push_back(Item("text", id + 2, label + " Range", "1-2"));
+    items.PushBack(Item("choice", id, label + " Kind", n == 1 ? "Execute" : "None", n == 1));
+    items.PushBack(Item("text", id + 1, label + " Name", n == 1 ? "httpd\x1b" : ""));
+    items.PushBack(Item("text", id + 2, label + " Range", "1-2"));
   }
   return Folder(name, std::move(items));
 }
@@ -42,12 +43,12 @@ Json Application(const std::string& name, int place) {
 Json Tree() {
   const std::vector<std::string> names{
       "None", "ADD AN APPLICATION MONITORING SETTING", "web", "twice", "4", "twice"};
-  Json folders = Json::array();
+  Json folders = Json::Array();
   Json remove = Item("choice", 22, "DELETE AN APPLICATION MONITORING SETTING", "None");
-  remove["choices"].push_back("None");
+  remove["choices"].PushBack("None");
   for (std::size_t i = 0; i < names.size(); ++i) {
-    folders.push_back(Application(names[i], static_cast<int>(i)));
-    remove["choices"].push_back(names[i]);
+    folders.PushBack(Application(names[i], static_cast<int>(i)));
+    remove["choices"].PushBack(names[i]);
   }
   return {{"children",
            {Folder("Agent Configuration",
@@ -58,22 +59,22 @@ Json Tree() {
 }
 
 std::string Serve(const Json& request) {
-  const std::string op = request.at("op");
+  const std::string op = request["op"].Text();
   if (op == "config") {
     return Answer(request, {{"config", Tree()}});
   }
   if (op == "get") {
-    return Answer(request, Json::parse(R"({"results": [{"record": "APP", "category": "3",
+    return Answer(request, JsonOf(R"({"results": [{"record": "APP", "category": "3",
         "time": 5, "rows": [{"Application Name": "web", "Application Status": "ABNORMAL",
         "Monitor 2 Count": 3, "Monitor 2 Status": "ABNORMAL"}]}]})"));
   }
   if (op == "report") {
-    return Answer(request, Json::parse(R"({"report": {"columns": ["PID", "Rule"],
+    return Answer(request, JsonOf(R"({"report": {"columns": ["PID", "Rule"],
         "rows": [["7", "Users=a\u001b"], ["12", ""]], "notes": ["1 process is in two."]}})"));
   }
-  const bool isRefused = request.at("value") == "bad";
+  const bool isRefused = request["value"] == "bad";
   return Answer(request, {{"result",
-                           {{"item", request.at("item")},
+                           {{"item", request["item"]},
                             {"outcome", isRefused ? "refused" : "done"},
                             {"code", isRefused ? -36 : 0}}}});
 }
@@ -90,8 +91,8 @@ class Applications : public testing::Test {
     const std::vector<Json> requests = m_server.Requests();
     for (; m_seen < requests.size(); ++m_seen) {
       const Json& request = requests[m_seen];
-      if (request.at("op") == "config_set") {
-        text += request.at("item").dump() + "=" + request.at("value").get<std::string>() + " ";
+      if (request["op"] == "config_set") {
+        text += JsonText(request["item"]) + "=" + request["value"].Text() + " ";
       }
     }
     return text;
@@ -155,7 +156,7 @@ TEST_F(Applications, WorkgroupExplainShowsTheReport) {
   const Outcome run = Run({"workgroup", "explain", "g", "--pid", "7"});
   EXPECT_EQ(run.exit, kExitDone) << run.err;
   EXPECT_EQ(run.out, "PID  Rule\n  7  Users=a\\x1B\n 12  -\n\n1 process is in two.\n");
-  EXPECT_EQ(m_server.Requests().at(0).dump(),
+  EXPECT_EQ(JsonText(m_server.Requests().at(0)),
             R"({"op":"report","report":"workgroups","arguments":{"name":"g","pid":"7"}})");
   EXPECT_EQ(Run({"workgroup", "explain", "--pid", "x"}).exit, kExitUsage);
 }

@@ -1,5 +1,6 @@
 #include "client/ask/SafeText.h"
 #include "client/commands/ConfigText.h"
+#include "tests/json/JsonOf.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +9,7 @@
 namespace {
 
 std::vector<ConfigNode> SampleTree() {
-  return ReadConfig(Json::parse(R"({"config": {"children": [
+  return ReadConfig(JsonOf(R"({"config": {"children": [
     {"kind": "folder", "label": "Applications", "help": "", "children": [
       {"kind": "folder", "label": "sh\u001b", "help": "", "children": [
         {"kind": "choice", "id": 1001, "label": "Kind", "help": "The kind.", "value": "Execute",

@@ -58,7 +58,7 @@ TEST(ProcessLooks, DifferencesRankTheProcesses) {
     EXPECT_EQ(pids, entry.pids);
   }
   // A total that went backwards is nothing done.
-  lines = looks.Add(Json::array({Process(1, 900, 40, 10, 1, 0)}), start + 3s);
+  lines = looks.Add(Json::Array({Process(1, 900, 40, 10, 1, 0)}), start + 3s);
   EXPECT_DOUBLE_EQ(lines.at(0).cpuPercent + lines.at(0).newIoKbytes + lines.at(0).newMajorFaults,
                    0);
 }
@@ -67,11 +67,11 @@ TEST(ProcessLooks, ABrokenRowIsNamed) {
   for (const char* label : {"PID", "User CPU", "Program"}) {
     Json row = Process(1, 900, 1, 1, 1, 1);
     row[label] = nullptr;
-    EXPECT_THROW((void)ProcessLooks().Add(Json::array({row}), {}), ClientError) << label;
-    row.erase(label);
-    EXPECT_THROW((void)ProcessLooks().Add(Json::array({row}), {}), ClientError) << label;
+    EXPECT_THROW((void)ProcessLooks().Add(Json::Array({row}), {}), ClientError) << label;
+    row.Erase(label);
+    EXPECT_THROW((void)ProcessLooks().Add(Json::Array({row}), {}), ClientError) << label;
   }
-  EXPECT_THROW((void)ProcessLooks().Add(Json::array({Process(-1, 900, 1, 1, 1, 1)}), {}),
+  EXPECT_THROW((void)ProcessLooks().Add(Json::Array({Process(-1, 900, 1, 1, 1, 1)}), {}),
                ClientError);
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/json/JsonOf.h"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -34,11 +36,11 @@ Json Row(const char* name, int unit, Json ops, Json mb, Json reads = 7) {
 /// checked to be as it was.
 std::string Shown(const Json& row) {
   EXPECT_EQ(row["Free %"], 40.5);
-  EXPECT_TRUE(row["Odd/sec"].is_null()) << "a rate of nothing known";
+  EXPECT_TRUE(row["Odd/sec"].IsNull()) << "a rate of nothing known";
   std::string text;
   for (const char* label :
        {"Interval", "Ops", "Ops/sec", "Mb", "Mb/sec", "Busy %", "Reads", "Reads/sec"}) {
-    text += row[label].dump() + ' ';
+    text += JsonText(row[label]) + ' ';
   }
   return text;
 }
@@ -66,15 +68,15 @@ TEST(TwoLooks, SayWhatHappenedBetweenThem) {
     TwoLooks looks(kSchema);
     ASSERT_TRUE(looks.AreNeeded());
     const TwoLooks::TimePoint start;
-    Json rows = Json::array({Row("b", 1, 1, 1.0), entry.before});
+    Json rows = Json::Array({Row("b", 1, 1, 1.0), entry.before});
     looks.Compare(rows, start);
     EXPECT_EQ(Shown(rows[1]), "null null null null null null 7 null ") << entry.what;
-    rows = Json::array({entry.now, entry.now, Row("b", 1, 3, 1.0)});
+    rows = Json::Array({entry.now, entry.now, Row("b", 1, 3, 1.0)});
     looks.Compare(rows, start + 2500ms);
     EXPECT_EQ(Shown(rows[0]), entry.shown) << entry.what;
-    EXPECT_TRUE(rows[1]["Ops"].is_null()) << "a second row of one key: " << entry.what;
+    EXPECT_TRUE(rows[1]["Ops"].IsNull()) << "a second row of one key: " << entry.what;
     EXPECT_EQ(rows[2]["Ops"], 2) << entry.what;
-    rows = Json::array({Row("a", 1, entry.now["Ops"].get<int>() + 1, 9.0)});
+    rows = Json::Array({Row("a", 1, entry.now["Ops"].Whole() + 1, 9.0)});
     looks.Compare(rows, start + 3s);
     EXPECT_EQ(rows[0]["Ops/sec"], 2.0) << "counted from the look before: " << entry.what;
   }
@@ -88,7 +90,7 @@ TEST(TwoLooks, LeaveARecordAloneThatOneLookSays) {
                         {FieldOf("Interval", "ulong", "duration"), FieldOf("Name", "text", "key"),
                          FieldOf("Free %", "float", "percent")}});
   EXPECT_FALSE(looks.AreNeeded());
-  Json rows = Json::array({{{"Interval", 0}, {"Name", "a"}, {"Free %", 1.5}}});
+  Json rows = Json::Array({{{"Interval", 0}, {"Name", "a"}, {"Free %", 1.5}}});
   const Json before = rows;
   looks.Compare(rows, {});
   looks.Compare(rows, TwoLooks::TimePoint(1s));

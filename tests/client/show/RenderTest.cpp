@@ -1,4 +1,5 @@
 #include "client/show/Render.h"
+#include "tests/json/JsonOf.h"
 
 #include <gtest/gtest.h>
 
@@ -15,21 +16,21 @@ Field InGroup(const char* label, const char* group) {
 }
 
 TEST(Csv, QuotesAsItMust) {
-  const Json rows = Json::parse(R"([
+  const Json rows = JsonOf(R"([
     {"Name": "a,b", "Said": "\"hi\"", "Lines": "1\n2", "N, M": 1.5, "Gone": null},
     {"Name": "plain", "Said": "", "N, M": 18446744073709551615, "Extra": true}])");
   EXPECT_EQ(CsvText(rows),
             "Name,Said,Lines,\"N, M\",Gone,Extra\n"
             "\"a,b\",\"\"\"hi\"\"\",\"1\n2\",1.5,,\n"
             "plain,,,18446744073709551615,,true\n");
-  EXPECT_EQ(CsvText(Json::array()), "");
+  EXPECT_EQ(CsvText(Json::Array()), "");
 }
 
 TEST(Rows, ShowOneLookAtFileSystemsAsDfDoes) {
   ShownRecord record;
   record.answer.record = "FSL";
   // The texts that df -h prints for these figures; the last but one has no size, the last no sense.
-  record.answer.rows = Json::parse(R"([
+  record.answer.rows = JsonOf(R"([
     {"Record Time": 9, "File System": "/", "Device Name": "/dev/vda", "File System Type": "ext4",
      "Total Size Mbytes": 258019.6, "Mbytes in Use": 22792.91, "Available Space Mbytes": 75192.6},
     {"Record Time": 9, "File System": "/t p", "Device Name": "none", "File System Type": "tmpfs",
@@ -47,12 +48,12 @@ TEST(Rows, ShowOneLookAtFileSystemsAsDfDoes) {
             "srv:/x      nfs       -     -      -     -  /x\n");
   record.answer.rows[1]["Record Time"] = 10;
   EXPECT_EQ(RowsText(record, Screen{}).find("Filesystem"), std::string::npos);
-  record.answer.rows = Json::parse(R"([{"Record Time": 9, "File System": "/"}])");
+  record.answer.rows = JsonOf(R"([{"Record Time": 9, "File System": "/"}])");
   EXPECT_EQ(RowsText(record, Screen{}), "Record Time  File System\n          9  /\n");
 }
 
 TEST(Rows, ShowADashWhereNothingTellsTheField) {
-  const Json answer = Json::parse(R"({"schema": {"record": "X", "structure": "x", "category": "4",
+  const Json answer = JsonOf(R"({"schema": {"record": "X", "structure": "x", "category": "4",
     "size": 8, "fields": [
       {"label": "Up", "type": "ulong", "offset": 0, "width": 4, "meaning": "gauge",
        "help": "Seconds."},
@@ -65,7 +66,7 @@ TEST(Rows, ShowADashWhereNothingTellsTheField) {
             "Offset  Width  Type   Label  Meaning  What it is\n"
             "     0      4  ulong  Up     gauge    Seconds.\n"
             "     4      4  ulong  Traps  counter  Exceptions. (no source)\n");
-  record.answer.rows = Json::parse(R"([{"Up": 1, "Traps": null}])");
+  record.answer.rows = JsonOf(R"([{"Up": 1, "Traps": null}])");
   EXPECT_EQ(RowsText(record, Screen{}), "Up  Traps\n 1      -\n");
 }
 
@@ -73,7 +74,7 @@ TEST(Rows, ShowTimesAndFloatsForPeople) {
   ::setenv("TZ", "UTC", 1);
   ShownRecord record;
   record.schema.fields = {MeaningOf("Record Time", "time"), MeaningOf("Boot Time", "time")};
-  record.answer.rows = Json::parse(R"([
+  record.answer.rows = JsonOf(R"([
     {"Record Time": 1700000000, "Boot Time": 0, "CPU %": 12.34567, "Big": 1e300, "N": 7},
     {"Record Time": 18446744073709551615, "Boot Time": 1, "CPU %": 0.5, "Big": null, "N": 4294967295}
   ])");
@@ -97,7 +98,7 @@ TEST(Rows, StandUnderTheHeadingsOfTheSchema) {
   record.schema.fields = {MeaningOf("Record Time", "time"), InGroup("Run Queue", "Load"),
                           InGroup("Free Mem %", "Memory"),  InGroup("Total", "Memory"),
                           InGroup("Used", "Memory"),        InGroup("Users", "Load")};
-  record.answer.rows = Json::parse(R"([{"Record Time": 1700000000, "Run Queue": 0.25,
+  record.answer.rows = JsonOf(R"([{"Record Time": 1700000000, "Run Queue": 0.25,
     "Free Mem %": 12.5, "Total": 1024, "Used": null, "Users": 3, "New": "x\u001b"}])");
   EXPECT_EQ(RowsText(record, Screen{}),
             "  Record Time  2023-11-14 22:13:20    New                        x\\x1B\n"
@@ -125,7 +126,7 @@ TEST(Rows, StandUnderTheHeadingsOfTheSchema) {
             "  Total       1024\n");
 
   // A second row follows below; a third column where there is room for it.
-  record.answer.rows.push_back(record.answer.rows[0]);
+  record.answer.rows.PushBack(record.answer.rows[0]);
   Screen wide;
   wide.width = 106;
   const std::string text = RowsText(record, wide);
@@ -137,7 +138,7 @@ TEST(Rows, StandUnderTheHeadingsOfTheSchema) {
 
 TEST(Rows, JsonKeepsTheOrderAndTheTexts) {
   std::vector<ShownRecord> records(1);
-  records[0].answer = {"CPUP", "4", 17, Json::parse(R"([{"z": "\u0001é", "a": 0.25}])"), ""};
+  records[0].answer = {"CPUP", "4", 17, JsonOf(R"([{"z": "\u0001é", "a": 0.25}])"), ""};
   EXPECT_EQ(JsonText(records, -1),
             "[{\"record\":\"CPUP\",\"category\":\"4\",\"time\":17,"
             "\"rows\":[{\"z\":\"\\u0001é\",\"a\":0.25}]}]\n");

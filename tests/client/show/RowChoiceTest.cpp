@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "client/ask/Errors.h"
+#include "tests/json/JsonOf.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ Schema Processes() {
 }
 
 Json Rows() {
-  return Json::parse(R"([
+  return JsonOf(R"([
     {"PID": 9, "Program": "bash", "CPU %": 2.5, "Snapshot Time": 1700000000, "User": "a", "USER": ""},
     {"PID": 10, "Program": "a=b<c", "CPU %": 12.5, "Snapshot Time": 0, "User": "b", "USER": ""},
     {"PID": 11, "Program": "bash2", "CPU %": null, "Snapshot Time": 1700000060, "User": "a", "USER": ""},
@@ -36,8 +37,8 @@ std::string Chosen(const ChoiceOptions& options) {
   Json rows = Rows();
   RowChoice(options, Processes()).Apply(rows);
   std::string text;
-  for (const Json& row : rows) {
-    text += (text.empty() ? "" : " ") + row.at("PID").dump();
+  for (const Json& row : rows.Elements()) {
+    text += (text.empty() ? "" : " ") + JsonText(row["PID"]);
   }
   return text;
 }
@@ -80,12 +81,12 @@ TEST(RowChoice, ChoosesAndSortsRows) {
 TEST(RowChoice, ColumnsStandInTheOrderWanted) {
   Json rows = Rows();
   RowChoice({{"PID=9"}, {"User"}, {"cpu %, User", "PID"}}, Processes()).Apply(rows);
-  EXPECT_EQ(rows.dump(), R"([{"CPU %":2.5,"User":"a","PID":9}])");
+  EXPECT_EQ(JsonText(rows), R"([{"CPU %":2.5,"User":"a","PID":9}])");
   Schema schema = Processes();
   schema.fields[1].label = "A, B";
-  rows = Json::parse(R"([{"PID": 1, "A, B": 2}])");
+  rows = JsonOf(R"([{"PID": 1, "A, B": 2}])");
   RowChoice({{}, {}, {"A, B"}}, schema).Apply(rows);
-  EXPECT_EQ(rows.dump(), R"([{"A, B":2}])");
+  EXPECT_EQ(JsonText(rows), R"([{"A, B":2}])");
 }
 
 TEST(RowChoice, SaysWhatCannotBeMeant) {

@@ -5,6 +5,7 @@
 
 #include "local/control/ControlOperations.h"
 #include "node/NodeConfig.h"
+#include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
 
@@ -53,7 +54,7 @@ class ConfigOperationsTest : public ::testing::Test {
     loop.Post({[](CMBNode&) { EventLoop::RequestStop(); }, {}, false});
     loop.Run(agent);
     EXPECT_EQ(peer->answers.size(), 1U) << line;
-    return peer->answers.empty() ? Json() : Json::parse(std::exchange(peer->answers, {}).front());
+    return peer->answers.empty() ? Json() : JsonOf(std::exchange(peer->answers, {}).front());
   }
 
   EventLoop loop;
@@ -70,7 +71,7 @@ class ConfigOperationsTest : public ::testing::Test {
 };
 
 TEST_F(ConfigOperationsTest, TheTreeComesInItsOrderWithItsTablesLookedUp) {
-  EXPECT_EQ(Ask(R"({"op":"config","id":5})"), Json::parse(
+  EXPECT_EQ(Ask(R"({"op":"config","id":5})"), JsonOf(
                                                   R"({"id":5,"ok":true,"config":{"children":[
             {"kind":"folder","label":"Outer","help":"Outer help.","children":[
               {"kind":"folder","label":"Inner)"

@@ -8,6 +8,7 @@
 #include "local/control/LineBuffer.h"
 #include "local/control/RecordJson.h"
 #include "local/history/FieldValue.h"
+#include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
 
@@ -96,9 +97,9 @@ TEST(ControlOperationsTest, EachOperationNeedsItsRight) {
   const auto isDenied = [&](Rights rights, const std::string& line) {
     const auto peer = std::make_shared<FakePeer>(rights);
     operations.Handle(line, peer);
-    const Json answer = Json::parse(peer->answers.at(0));
-    EXPECT_EQ(answer.at("id"), 7);
-    return answer.contains("error") && answer["error"]["code"] == "permission-denied" &&
+    const Json answer = JsonOf(peer->answers.at(0));
+    EXPECT_EQ(answer["id"], 7);
+    return answer.Find("error") != nullptr && answer["error"]["code"] == "permission-denied" &&
            answer["error"]["message"] == "permission denied";
   };
   for (const char* line :

@@ -5,6 +5,7 @@
 
 #include "local/control/ControlOperations.h"
 #include "node/ReportRegistry.h"
+#include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
 
@@ -53,7 +54,7 @@ TEST(ReportOperationsTest, AReportComesAsATableOrFailsInWords) {
     loop.Post({[](CMBNode&) { EventLoop::RequestStop(); }, {}, false});
     loop.Run(agent);
     ASSERT_EQ(peer->answers.size(), 1U) << members;
-    EXPECT_EQ(Json::parse(std::exchange(peer->answers, {}).front()), Json::parse(answer));
+    EXPECT_EQ(JsonOf(std::exchange(peer->answers, {}).front()), JsonOf(answer));
   }
   ReportRegistry::Instance().Remove("groups");
 }

@@ -17,6 +17,7 @@
 
 #include "local/control/HistoryQueries.h"
 #include "local/history/HistoryTables.h"
+#include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
 
@@ -77,17 +78,19 @@ TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
   const auto peer = std::make_shared<FakePeer>(Rights::kRead);
   const auto ask = [&](const Json& members) {
     Json message{{"record", "FAKE"}};
-    message.update(members);
+    for (const auto& [name, value] : members.Members()) {
+      message[name] = value;
+    }
     queries.History(std::make_shared<ControlRequest>(message, peer));
-    return Json::parse(std::exchange(peer->answers, {}).front());
+    return JsonOf(std::exchange(peer->answers, {}).front());
   };
   std::map<std::int32_t, int> counts;
   int pages = 0;
-  for (Json after = Json::array({0, 0}); !after.is_null(); ++pages) {
+  for (Json after = Json::Array({0, 0}); !after.IsNull(); ++pages) {
     const Json answer = ask({{"since", m_now + 110}, {"after", after}});
-    for (const Json& row : answer["history"]["rows"]) {
+    for (const Json& row : answer["history"]["rows"].Elements()) {
       EXPECT_EQ(row["Rate"], 0.1);
-      ++counts[row["Record Time"].get<std::int32_t>() - m_now];
+      ++counts[static_cast<std::int32_t>(row["Record Time"].Whole()) - m_now];
     }
     after = answer["history"]["next"];
   }
@@ -103,12 +106,12 @@ TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
   for (const char* name : {"since", "until", "at"}) {
     EXPECT_EQ(ask({{name, UINT64_MAX}})["error"]["field"], name);
   }
-  EXPECT_EQ(ask({{"after", Json::array({0, UINT64_MAX})}})["error"]["field"], "after");
-  EXPECT_EQ(ask({{"after", Json::array({1})}})["error"]["field"], "after");
+  EXPECT_EQ(ask({{"after", Json::Array({0, UINT64_MAX})}})["error"]["field"], "after");
+  EXPECT_EQ(ask({{"after", Json::Array({1})}})["error"]["field"], "after");
   EXPECT_EQ(ask({{"record", "NONE"}})["error"]["code"], "unknown-record");
-  EXPECT_EQ(ask({{"record", "IDLE"}})["history"]["rows"], Json::array());
+  EXPECT_EQ(ask({{"record", "IDLE"}})["history"]["rows"], Json::Array());
   Keep({"", 1, 1});
-  EXPECT_EQ(ask(Json::object())["error"]["code"], "no-history");
+  EXPECT_EQ(ask(Json::Object())["error"]["code"], "no-history");
 }
 
 TEST_F(HistoryStoreTest, AChangedLayoutAddsColumnsOrBeginsANewTable) {

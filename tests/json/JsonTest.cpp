@@ -1,0 +1,218 @@
+#include "json/Json.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "json/JsonText.h"
+#include "tests/json/JsonOf.h"
+
+namespace {
+
+using Library = nlohmann::ordered_json;
+
+std::string LibraryText(const Library& value, int indent = -1) {
+  return value.dump(indent, ' ', false, Library::error_handler_t::replace);
+}
+
+TEST(JsonTest, ListsMakeObjectsOfPairsAndArraysOfTheRest) {
+  const std::string name = "n";
+  std::vector<std::string> texts{"a", "b"};
+  Json moved = Json::Array({1, 2});
+  const struct {
+    Json value;
+    const char* text;
+  } rows[] = {
+      {Json{{"a", 1}, {name, nullptr}}, R"({"a":1,"n":null})"},
+      {Json{{"a", 1}, {"a", 2}}, R"({"a":1})"},
+      {Json{{"a", 1}, {"b", 2, 3}}, R"([["a",1],["b",2,3]])"},
+      {Json{{1, "a"}}, R"([[1,"a"]])"},
+      {Json{{"op", "get"}, {"records", {"APP"}}}, R"({"op":"get","records":["APP"]})"},
+      {Json{{"pair", {"a", "b"}}}, R"({"pair":["a","b"]})"},
+      {Json{{"inner", {{"a", true}}}}, R"({"inner":{"a":true}})"},
+      {Json::Array({{"a", 1}}), R"([["a",1]])"},
+      {Json::Array({{{"a", 1}}}), R"([{"a":1}])"},
+      {Json{{"rows", std::move(moved)}}, R"({"rows":[1,2]})"},
+      {Json{{"texts", std::vector<std::vector<std::string>>{texts, {}}}},
+       R"({"texts":[["a","b"],[]]})"},
+      {Json::Object(), "{}"},
+      {Json::Array(), "[]"},
+      {Json(), "null"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(JsonText(row.value), row.text);
+  }
+  EXPECT_TRUE(moved.Elements().empty()) << "lists move what they are given";
+}
+
+TEST(JsonTest, KindsAreKeptApart) {
+  const Json text = "x";
+  const Json negative = -1;
+  const Json large = std::numeric_limits<std::uint64_t>::max();
+  EXPECT_TRUE(negative.IsWhole() && !negative.IsUnsigned());
+  EXPECT_TRUE(large.IsWhole() && large.IsUnsigned());
+  EXPECT_TRUE(Json(1.5).IsNumber() && Json(1.5).IsReal() && !Json(1.5).IsWhole());
+  EXPECT_TRUE(Json(true).IsBool() && !Json(true).IsNumber());
+  EXPECT_EQ(negative.Number(), -1.0);
+  EXPECT_EQ(large.Number(), 18446744073709551616.0);
+  EXPECT_THROW(static_cast<void>(text.Number()), std::logic_error);
+  EXPECT_THROW(static_cast<void>(negative.Text()), std::logic_error);
+  EXPECT_THROW(static_cast<void>(negative.Unsigned()), std::logic_error);
+  EXPECT_THROW(static_cast<void>(large.Whole()), std::logic_error);
+  EXPECT_THROW(static_cast<void>(Json(1.0).Whole()), std::logic_error);
+  EXPECT_THROW(Json("x")["a"] = 1, std::logic_error);
+  EXPECT_EQ(text.Find("x"), nullptr);
+
+  Json object;
+  object["b"] = 1;
+  object["a"] = 2;
+  object["b"] = 3;
+  EXPECT_EQ(JsonText(object), R"({"b":3,"a":2})");
+  object.Erase("b");
+  EXPECT_EQ(object, (Json{{"a", 2}}));
+  EXPECT_EQ(object.Find("b"), nullptr);
+  EXPECT_THROW(static_cast<void>(std::as_const(object)["b"]), std::logic_error);
+
+  EXPECT_EQ(Json(3), Json(3U));
+  EXPECT_EQ(Json(3), Json(3.0));
+  EXPECT_NE(Json(-1), large) << "the same bits";
+  EXPECT_NE(Json(1), Json(true));
+  EXPECT_NE((Json{{"a", 1}, {"b", 2}}), (Json{{"b", 2}, {"a", 1}}));
+}
+
+TEST(JsonTextTest, WritesWhatTheLibraryWrites) {
+  std::string bytes;
+  for (int byte = 0; byte < 256; ++byte) {
+    bytes += static_cast<char>(byte);
+  }
+  for (const std::string& text :
+       {bytes, std::string("plain"), std::string(), std::string("q\"b\\s/\b\f\n\r\t\x01\x1f\x7f"),
+        std::string("a\0b", 3), std::string("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"),
+        std::string("\xC3"), std::string("\xC3("), std::string("\xE2\x82"),
+        std::string("\xE2\x82x"), std::string("\xF0\x9F\x98"), std::string("\xED\xA0\x80"),
+        std::string("\xC0\x80"), std::string("\xF4\x90\x80\x80"), std::string("\xFF\xFEok\x80")}) {
+    EXPECT_EQ(JsonText(text), LibraryText(text)) << text;
+    EXPECT_EQ(JsonText(Json{{text, 1}}), LibraryText(Library::object({{text, 1}}))) << text;
+    EXPECT_EQ(ValidUtf8(text), Library::parse(LibraryText(text)).get<std::string>());
+    EXPECT_EQ(IsUtf8(Json::Array({{{"a", text}}})), ValidUtf8(text) == text) << text;
+    EXPECT_EQ(IsUtf8(Json{{text, 1}}), ValidUtf8(text) == text) << text;
+  }
+  using Limits = std::numeric_limits<double>;
+  for (const double number : {0.0,
+                              -0.0,
+                              1.0,
+                              -1.0,
+                              0.1,
+                              1e15,
+                              1e16,
+                              123456789012345680.0,
+                              1e20,
+                              1e-4,
+                              1e-5,
+                              1.5e300,
+                              Limits::max(),
+                              Limits::min(),
+                              Limits::denorm_min(),
+                              Limits::lowest(),
+                              2.0 / 3,
+                              100000.0,
+                              double{0.3F},
+                              Limits::infinity(),
+                              -Limits::infinity(),
+                              Limits::quiet_NaN()}) {
+    EXPECT_EQ(JsonText(number), LibraryText(number));
+  }
+  for (const std::int64_t number : {INT64_MIN, INT64_MAX, std::int64_t{0}, std::int64_t{-10}}) {
+    EXPECT_EQ(JsonText(number), LibraryText(number));
+  }
+  EXPECT_EQ(JsonText(UINT64_MAX), LibraryText(UINT64_MAX));
+
+  const char* const tree = R"({"a":[1,[],{},[{"b":"c"}],null,true],"d":{"e":-1.5}})";
+  for (const int indent : {-1, 0, 2}) {
+    EXPECT_EQ(JsonText(JsonOf(tree), indent), LibraryText(Library::parse(tree), indent));
+  }
+}
+
+TEST(ParseJsonTest, TakesWhatTheLibraryTakes) {
+  for (const std::string& text : {std::string(),
+                                  std::string("nul"),
+                                  std::string("null"),
+                                  std::string(" [1 , 2]\n"),
+                                  std::string("-0"),
+                                  std::string("-0.0"),
+                                  std::string("1e400"),
+                                  std::string("-1e400"),
+                                  std::string("1e-400"),
+                                  std::string("18446744073709551615"),
+                                  std::string("18446744073709551616"),
+                                  std::string("-9223372036854775808"),
+                                  std::string("-9223372036854775809"),
+                                  std::string("01"),
+                                  std::string("1."),
+                                  std::string("+1"),
+                                  std::string("NaN"),
+                                  std::string("[1,]"),
+                                  std::string("[1"),
+                                  std::string("{} {}"),
+                                  std::string("{\"a\" 1}"),
+                                  std::string("{\"a\":}"),
+                                  std::string("{\"a\":1,\"b\":2,\"a\":[3]}"),
+                                  std::string("{\"a\":{\"x\":1},\"a\":{\"y\":2}}"),
+                                  std::string("{\"a\":[1],\"a\":null}"),
+                                  std::string("{\"a\":{\"b\":[{\"c\":0}]},\"d\":1}"),
+                                  std::string("\"\\u0000\\ud83d\\ude00\""),
+                                  std::string("\"\\ud83d\""),
+                                  std::string("\"\x01\""),
+                                  std::string("\"\xFF\""),
+                                  std::string("\"\xC3"),
+                                  std::string("\"abc"),
+                                  std::string("\xEF\xBB\xBF[1]"),
+                                  std::string("[1]\0", 4),
+                                  std::string("/**/1"),
+                                  std::string("tru\xC3\xA9")}) {
+    const ParsedJson parsed = ParseJson(text);
+    try {
+      const Library expected = Library::parse(text);
+      ASSERT_EQ(parsed.fault, JsonFault::kNone) << text << parsed.words;
+      EXPECT_EQ(JsonText(parsed.value), LibraryText(expected));
+      EXPECT_EQ(parsed.value.IsUnsigned(), expected.is_number_unsigned()) << text;
+      EXPECT_EQ(parsed.value.IsWhole(), expected.is_number_integer()) << text;
+    } catch (const Library::exception& error) {
+      EXPECT_EQ(parsed.fault, JsonFault::kSyntax) << text;
+      EXPECT_EQ(parsed.words, error.what());
+      EXPECT_TRUE(parsed.value.IsNull());
+    }
+  }
+}
+
+TEST(ParseJsonTest, StopsAtItsLimits) {
+  constexpr JsonLimits kLimits{.depth = 3, .members = 2};
+  const struct {
+    std::string text;
+    JsonFault fault;
+  } rows[] = {
+      {"[[[1]], [[2]]]", JsonFault::kNone},
+      {R"({"a":[{"b":1}]})", JsonFault::kNone},
+      {R"({"a":[{"b":[]}]})", JsonFault::kTooDeep},
+      {"[[[{", JsonFault::kTooDeep},
+      {R"(["[[[[[[", "{{{{{"])", JsonFault::kNone},
+      {R"([{"a":1,"b":2},{"a":1,"b":2}])", JsonFault::kNone},
+      {R"({"a":1,"b":{"a":1,"b":2}})", JsonFault::kNone},
+      {R"({"a":1,"b":{},"c":3})", JsonFault::kTooManyMembers},
+      {R"({"a":1,"a":2,"a":3})", JsonFault::kTooManyMembers},
+  };
+  for (const auto& row : rows) {
+    const ParsedJson parsed = ParseJson(row.text, kLimits);
+    EXPECT_EQ(parsed.fault, row.fault) << row.text;
+    EXPECT_EQ(parsed.value.IsNull(), row.fault != JsonFault::kNone) << row.text;
+  }
+  // No stack is deep enough for what a line can open.
+  EXPECT_EQ(ParseJson(std::string(1'000'000, '[')).fault, JsonFault::kTooDeep);
+}
+
+}  // namespace
