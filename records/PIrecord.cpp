@@ -114,15 +114,12 @@ constexpr IntervalFamily<HostRow> kHostFamily{.counters = kHostCounters,
 struct PIState : FamilyState {
   RawRows<HostRow> rawRows;
   OverviewMemory memory;
-  /// Kept for the accounting of ended processes.
-  std::uint32_t processesDied = 0;
 };
 
-/// The host's process counts at the request's last row.
+/// The host's process count at the request's last row.
 class MyPIObject : public MyUserObject {
  public:
   std::uint32_t processes = 0;
-  std::uint32_t processesDied = 0;
 };
 
 void FillStartsAndEnds(HostRow& row, std::uint32_t last) {
@@ -180,9 +177,7 @@ UtlError* RecordBuilder::Build_PI(CMBRecordRequestEvent* pEvent, CMBRecordReques
   FillSystemFigures(row, system, state.rawRows.Single(), now, state.memory);
   FillPackets(row, *m_pCollector->GetProtocol());
   FillStartsAndEnds(row, last.processes);
-  state.processesDied = system.processesDied;
   last.processes = system.numProcesses;
-  last.processesDied = system.processesDied;
 
   const bool realtime = pEvent->IsRealtime() != 0;
   if (!realtime) {
