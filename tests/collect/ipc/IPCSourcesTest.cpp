@@ -68,6 +68,7 @@ class IPCSourcesTest : public CollectFixture {
 
 TEST_F(IPCSourcesTest, RealObjectsComeOutRight) {
   const RealObjects objects;
+  const RealObjects others;
   ASSERT_GE(std::min({objects.semId, objects.shmId, objects.msqId}), 0);
   ASSERT_EQ(::semctl(objects.semId, 1, SETVAL, 7), 0);
   ::sembuf raise{2, 5, 0};
@@ -91,6 +92,7 @@ TEST_F(IPCSourcesTest, RealObjectsComeOutRight) {
     EXPECT_EQ(semaphores[number].nCount, 0);
     EXPECT_EQ(semaphores[number].zCount, 0);
   }
+  EXPECT_EQ(RowsOf(*collector.GetSem(), &Sem::semId, others.semId).size(), 3U);
   EXPECT_EQ(semaphores[1].value, 7);
   EXPECT_EQ(semaphores[2].value, 5);
   EXPECT_EQ(semaphores[2].pid, ::getpid());
