@@ -35,6 +35,8 @@ bool EqualNumbers(const Json& left, const Json& right) {
 
 }  // namespace
 
+Json::Json(MemberList members) : m_value(std::move(members)) {}
+
 Json::Json(std::initializer_list<JsonItem> items) {
   if (!std::all_of(items.begin(), items.end(), IsNamed)) {
     m_value = TakeItems(items);

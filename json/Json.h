@@ -34,6 +34,7 @@ class Json {
   Json(std::string_view text) : m_value(std::string(text)) {}
   Json(std::string text) : m_value(std::move(text)) {}
   Json(ElementList elements) : m_value(std::move(elements)) {}
+  Json(MemberList members);
   template <class T>
   Json(std::vector<T> values) : m_value(ElementList()) {
     Elements().reserve(values.size());

@@ -4,7 +4,10 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -108,7 +111,8 @@ class JsonWriter {
   std::string m_text;
 };
 
-/// Puts together what the library's parser reads.
+/// Puts together what the library's parser reads. What open objects and arrays have so far stands
+/// on two stacks, so that each gets a list of its size at its end.
 class JsonReader : public nlohmann::json_sax<Library> {
  public:
   explicit JsonReader(const JsonLimits& limits) : m_limits(limits) {}
@@ -122,20 +126,24 @@ class JsonReader : public nlohmann::json_sax<Library> {
   bool number_float(number_float_t value, const string_t&) override { return Add(value); }
   bool string(string_t& text) override { return Add(std::move(text)); }
   bool binary(binary_t&) override { return false; }
-  bool start_object(std::size_t) override { return Open(Json::Object()); }
-  bool start_array(std::size_t) override { return Open(Json::Array()); }
-  bool end_object() override { return Close(); }
-  bool end_array() override { return Close(); }
+  bool start_object(std::size_t) override { return Open({.begin = m_members.size()}); }
+  bool start_array(std::size_t) override {
+    return Open({.isArray = true, .begin = m_elements.size()});
+  }
+  bool end_object() override { return Close(m_members); }
+  bool end_array() override { return Close(m_elements); }
 
   bool key(string_t& name) override {
     Level& level = m_levels.back();
     if (++level.members > m_limits.members) {
       return Fail(JsonFault::kTooManyMembers, {});
     }
-    Json::MemberList& members = level.value->Members();
-    const auto same = std::ranges::find(members, name, &JsonMember::name);
-    m_member =
-        same != members.end() ? &same->value : &members.emplace_back(std::move(name), Json()).value;
+    const auto first = m_members.begin() + static_cast<std::ptrdiff_t>(level.begin);
+    const auto same = std::ranges::find(first, m_members.end(), name, &JsonMember::name);
+    level.member = static_cast<std::size_t>(same - m_members.begin());
+    if (same == m_members.end()) {
+      m_members.push_back({std::move(name), {}});
+    }
     return true;
   }
 
@@ -145,38 +153,41 @@ class JsonReader : public nlohmann::json_sax<Library> {
   }
 
  private:
+  /// An object or array that has not ended.
   struct Level {
-    Json* value;
-    std::size_t members = 0;
+    bool isArray = false;
+    std::size_t begin = 0;    ///< of its entries on their stack
+    std::size_t members = 0;  ///< of an object, those of the same name counted too
+    std::size_t member = 0;   ///< on the stack, whose value comes next
   };
 
-  /// Where the next value belongs.
-  Json& Place() {
-    if (m_levels.empty()) {
-      return m_parsed.value;
-    }
-    Json& parent = *m_levels.back().value;
-    return parent.IsArray() ? parent.Elements().emplace_back() : *m_member;
-  }
-
   bool Add(Json value) {
-    Place() = std::move(value);
+    if (m_levels.empty()) {
+      m_parsed.value = std::move(value);
+    } else if (m_levels.back().isArray) {
+      m_elements.push_back(std::move(value));
+    } else {
+      m_members[m_levels.back().member].value = std::move(value);
+    }
     return true;
   }
 
-  bool Open(Json value) {
+  bool Open(const Level& level) {
     if (m_levels.size() == m_limits.depth) {
       return Fail(JsonFault::kTooDeep, {});
     }
-    Json& place = Place();
-    place = std::move(value);
-    m_levels.push_back({&place});
+    m_levels.push_back(level);
     return true;
   }
 
-  bool Close() {
+  template <class Entry>
+  bool Close(std::vector<Entry>& stack) {
+    const auto first = stack.begin() + static_cast<std::ptrdiff_t>(m_levels.back().begin);
+    Json value(
+        std::vector<Entry>(std::make_move_iterator(first), std::make_move_iterator(stack.end())));
+    stack.erase(first, stack.end());
     m_levels.pop_back();
-    return true;
+    return Add(std::move(value));
   }
 
   bool Fail(JsonFault fault, std::string words) {
@@ -187,7 +198,8 @@ class JsonReader : public nlohmann::json_sax<Library> {
   JsonLimits m_limits;
   ParsedJson m_parsed;
   std::vector<Level> m_levels;
-  Json* m_member = nullptr;  ///< of the innermost object, whose value comes next
+  Json::ElementList m_elements;
+  Json::MemberList m_members;
 };
 
 }  // namespace
