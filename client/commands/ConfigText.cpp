@@ -1,11 +1,11 @@
 #include "client/commands/ConfigText.h"
-#include "client/ask/SafeText.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <string_view>
 #include <utility>
 
+#include "client/ask/SafeText.h"
 namespace {
 
 /// Off a terminal no line is parted, so that other programs find what they look for.

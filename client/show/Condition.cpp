@@ -22,7 +22,7 @@ std::optional<double> ParseNumber(std::string_view text) {
 }
 
 /// Seconds since the epoch of "2023-11-14 23:13:20" or "2023-11-14" in local time, or of "-".
-std::optional<double> ParseDate(const std::string& text) {
+std::optional<double> DateOfCell(const std::string& text) {
   if (text == "-") {
     return 0;
   }
@@ -87,7 +87,7 @@ Condition::Condition(std::string_view text, const Schema& schema) {
   }
   std::optional<double> number = ParseNumber(m_text);
   if (!number && m_isTime) {
-    number = ParseDate(m_text);
+    number = DateOfCell(m_text);
   }
   if (!number) {
     throw UsageError("\"" + m_label + "\" is compared with a " +

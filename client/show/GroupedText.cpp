@@ -1,16 +1,16 @@
 #include "client/show/GroupedText.h"
-#include "client/ask/SafeText.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <utility>
 
+#include "client/ask/SafeText.h"
+#include "client/show/Table.h"
 namespace {
 
 constexpr std::size_t kDefaultWidth = 80;
 constexpr std::size_t kIndent = 2;
-constexpr std::size_t kGap = 2;
 constexpr std::size_t kColumnGap = 4;
 constexpr std::size_t kMostColumns = 3;
 

@@ -1,16 +1,11 @@
 #include "client/show/Table.h"
-#include "client/ask/SafeText.h"
 
 #include <algorithm>
 #include <iterator>
 #include <numeric>
 #include <utility>
 
-namespace {
-
-constexpr std::size_t kGap = 2;
-
-}  // namespace
+#include "client/ask/SafeText.h"
 
 Table::Table(std::vector<std::string> headings, std::vector<bool> repeated) {
   repeated.resize(headings.size());

@@ -6,6 +6,9 @@
 
 #include "client/show/Terminal.h"
 
+/// Blanks between two columns.
+inline constexpr std::size_t kGap = 2;
+
 /// One place of a table: safe text, without line ends.
 struct Cell {
   std::string text;

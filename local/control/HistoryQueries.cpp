@@ -62,7 +62,7 @@ std::optional<ControlError> ReadAfter(const Json& message, RowPlace& place) {
   return std::nullopt;
 }
 
-std::variant<WantedHistory, ControlError> ReadWanted(const Json& message) {
+std::variant<WantedHistory, ControlError> ReadWantedHistory(const Json& message) {
   const Json* record = message.Find("record");
   if (record == nullptr || !record->IsString()) {
     return ControlError{"bad-field", "record must be the name of a record", "record"};
@@ -171,7 +171,7 @@ Page ReadPage(SqlDatabase& database, const WantedHistory& wanted) {
 }  // namespace
 
 void HistoryQueries::History(const std::shared_ptr<ControlRequest>& request) {
-  auto read = ReadWanted(request->Message());
+  auto read = ReadWantedHistory(request->Message());
   if (const auto* error = std::get_if<ControlError>(&read)) {
     request->Fail(*error);
     return;

@@ -41,7 +41,7 @@ ResolvedRecord Resolve(const WantedRecord& wanted) {
   return {layout == nullptr ? RequestOutcome::kUnknownRecord : RequestOutcome::kDone, layout};
 }
 
-std::variant<WantedRecord, ControlError> ReadWanted(const Json& element) {
+std::variant<WantedRecord, ControlError> ReadWantedRecord(const Json& element) {
   const ControlError wrong{"bad-field", "records must hold names or {\"record\", \"category\"}",
                            "records"};
   if (element.IsString()) {
@@ -78,7 +78,7 @@ std::variant<std::vector<WantedRecord>, ControlError> ReadRecords(const Json& me
   }
   std::vector<WantedRecord> wanted;
   for (const Json& element : records->Elements()) {
-    auto entry = ReadWanted(element);
+    auto entry = ReadWantedRecord(element);
     if (auto* error = std::get_if<ControlError>(&entry)) {
       return std::move(*error);
     }
