@@ -17,7 +17,7 @@ FailUsage() {
 
 Say() { printf '== %s\n' "$*" >&2; }
 
-# Fails unless there is a preset of that name and a compiler for it.
+# Fails unless there is a preset of that name.
 CheckPreset() {
   case $1 in
     dev | release | sanitize | fuzz) ;;
@@ -27,26 +27,29 @@ CheckPreset() {
 
 # Says why a step of the build has failed, where that is the machine's fault, and what to do.
 FailBuild() {
-  local step=$1 freeKilobytes
-  freeKilobytes=$(df --output=avail -k build 2>/dev/null | tail -1)
-  if ((${freeKilobytes:-1000000} < 1024)); then
-    Fail "the disk of $projectRoot/build is full: make room and run it again, it goes on where it was"
-  fi
+  local step=$1 folder freeKilobytes
+  for folder in build . "${TMPDIR:-/tmp}"; do
+    freeKilobytes=$(df --output=avail -k "$folder" 2>/dev/null | tail -1) || continue
+    # A compiler that found no room has taken its own file away again.
+    if ((freeKilobytes < 20480)); then
+      Fail "the disk of $(realpath "$folder") is full: make room and run it again, it goes on where it was"
+    fi
+  done
   Fail "$step failed for the reason above: run it again once that is mended, it goes on where it was"
 }
 
 # Configures a preset and builds the named targets, or all of them. A build that was interrupted
 # goes on where it was.
 BuildPreset() {
-  local preset=$1 compiler=${CXX:-c++}
+  local preset=$1 compiler=${CXX:-c++} package='apt-get install g++, or set CXX to the one to use'
   shift
   CheckPreset "$preset"
   if [[ $preset == fuzz ]]; then
-    compiler=clang++
+    compiler=clang++ package='scripts/install-deps fuzz'
   fi
-  command -v "$compiler" >/dev/null ||
-    Fail "there is no compiler \"$compiler\": apt-get install g++, or set CXX to the one to use"
-  mkdir -p build || FailBuild "making $projectRoot/build"
+  # CXX may have words behind the program.
+  command -v "${compiler%% *}" >/dev/null || Fail "there is no compiler \"$compiler\": $package"
+  mkdir -p build || FailBuild "the making of $projectRoot/build"
   if command -v ccache >/dev/null; then
     export CMAKE_CXX_COMPILER_LAUNCHER=ccache
   fi

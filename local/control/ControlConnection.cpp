@@ -1,5 +1,4 @@
 #include "local/control/ControlConnection.h"
-#include "json/JsonText.h"
 
 #include <poll.h>
 
@@ -8,6 +7,7 @@
 #include <new>
 #include <utility>
 
+#include "json/JsonText.h"
 #include "local/control/ControlSocket.h"
 
 namespace {

@@ -1,5 +1,4 @@
 #include "local/control/ControlOperations.h"
-#include "local/history/FieldValue.h"
 
 #include <unistd.h>
 
@@ -8,6 +7,7 @@
 #include <cstddef>
 #include <span>
 
+#include "local/history/FieldValue.h"
 #include "node/FigureRegistry.h"
 #include "node/LayoutRegistry.h"
 

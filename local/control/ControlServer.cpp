@@ -1,5 +1,4 @@
 #include "local/control/ControlServer.h"
-#include "json/JsonText.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -14,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "json/JsonText.h"
 #include "local/control/ControlSocket.h"
 
 namespace {
@@ -113,7 +113,7 @@ void ControlServer::Listen() {
 
 void ControlServer::Accept() {
   m_listener->acceptor.async_accept([this](asio::error_code error, Protocol::socket socket) {
-    if (!m_listener->acceptor.is_open() || error == asio::error::operation_aborted) {
+    if (error == asio::error::operation_aborted || !m_listener->acceptor.is_open()) {
       return;
     }
     if (!error) {

@@ -1,6 +1,4 @@
 #include "local/control/RecordQueries.h"
-#include "json/JsonText.h"
-#include "local/history/FieldValue.h"
 
 #include <algorithm>
 #include <array>
@@ -9,6 +7,9 @@
 #include <optional>
 #include <span>
 #include <utility>
+
+#include "json/JsonText.h"
+#include "local/history/FieldValue.h"
 
 namespace {
 

@@ -85,13 +85,13 @@ EventLoop::~EventLoop() {
 asio::io_context& EventLoop::Io() { return m_library->io; }
 
 void EventLoop::WatchWakeUps() {
-  asio::posix::stream_descriptor& wakeUp = m_library->wakeUp;
-  wakeUp.async_wait(asio::posix::stream_descriptor::wait_read, [&, this](asio::error_code error) {
+  m_library->wakeUp.async_wait(asio::posix::stream_descriptor::wait_read, [this](auto error) {
     if (error) {
       return;
     }
     std::uint64_t count = 0;
-    [[maybe_unused]] const ssize_t got = ::read(wakeUp.native_handle(), &count, sizeof count);
+    [[maybe_unused]] const ssize_t got =
+        ::read(m_library->wakeUp.native_handle(), &count, sizeof count);
     WatchWakeUps();
   });
 }

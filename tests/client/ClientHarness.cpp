@@ -1,5 +1,4 @@
 #include "tests/client/ClientHarness.h"
-#include "tests/json/JsonOf.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -18,6 +17,8 @@
 #include <filesystem>
 #include <stdexcept>
 #include <utility>
+
+#include "tests/json/JsonOf.h"
 
 ScratchFolder::ScratchFolder() {
   m_path = (std::filesystem::temp_directory_path() / "qmtctl-test-XXXXXX").string();

@@ -1,9 +1,10 @@
 #include "client/show/Render.h"
-#include "tests/json/JsonOf.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+
+#include "tests/json/JsonOf.h"
 
 namespace {
 

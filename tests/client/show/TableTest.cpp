@@ -1,7 +1,8 @@
-#include "client/ask/SafeText.h"
 #include "client/show/Table.h"
 
 #include <gtest/gtest.h>
+
+#include "client/ask/SafeText.h"
 
 namespace {
 

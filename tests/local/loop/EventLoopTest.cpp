@@ -1,5 +1,4 @@
 #include "local/loop/EventLoop.h"
-#include "local/loop/LoopTimer.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,6 +11,7 @@
 
 #include "local/loop/DescriptorWatches.h"
 #include "local/loop/EventTimers.h"
+#include "local/loop/LoopTimer.h"
 #include "support/Descriptor.h"
 #include "tests/local/FakeAgent.h"
 
