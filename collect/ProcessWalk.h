@@ -42,6 +42,8 @@ class ProcessFolder {
 /// The processes in /proc of the monitored host, one after another. It takes no memory for them.
 class ProcessWalk {
  public:
+  /// One that is not open.
+  ProcessWalk() = default;
   /// Opens /proc. A failure is traced at `level`, and one to close it at 20.
   explicit ProcessWalk(int level);
 

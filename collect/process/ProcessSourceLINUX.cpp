@@ -59,10 +59,11 @@ constexpr ProcessSourceUser::FileOfProcess ProcessSourceUser::kStatus{
     "The error occurred by OS API(fopen). (en=%1, arg1=%2, arg2=%3)",
     "The error occurred by OS API(fread). (en=%1, arg1=%2, arg2=%3, arg3=%4)"};
 
-ProcessSourceUser::ProcessSourceUser() : m_walk(20) {
+ProcessSourceUser::ProcessSourceUser() {
   TraceEntry("ProcessSourceUser::ProcessSourceUser");
   ++s_statistics.constructed;
   s_skipped = 0;
+  m_walk = ProcessWalk(20);
   if (!m_walk.IsOpen()) {
     m_pendingError = std::make_unique<UtlError>("Unable to open /proc", __FILE__, __LINE__);
   } else {
