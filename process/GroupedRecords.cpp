@@ -141,10 +141,10 @@ class GroupTotals {
   std::uint64_t m_virtualKbytes = 0;
 };
 
-/// Delivers a row for each group.
+/// Delivers a row for each group. Returns how many.
 template <class Row>
-void BuildGroups(const Grouping<Row>& grouping, PastProcesses& past, const ProcessInput& input,
-                 CMBRecordRequestEvent& event) {
+int BuildGroups(const Grouping<Row>& grouping, PastProcesses& past, const ProcessInput& input,
+                CMBRecordRequestEvent& event) {
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   const bool realtime = event.IsRealtime() != 0;
   ProcessList list(input.Processes());
@@ -171,37 +171,37 @@ void BuildGroups(const Grouping<Row>& grouping, PastProcesses& past, const Proce
   if (!realtime) {
     past = std::move(next);
   }
-  RecordBuilder::TraceCreated(__FILE__, __LINE__, RecordTraits<Row>::kName, rows);
+  return rows;
+}
+
+/// The body of each of the builders; `builder` is its name, and its place that of the traces.
+template <class Row>
+UtlError* BuildGrouped(const TraceFormat& builder, const Grouping<Row>& grouping,
+                       PastProcesses& past, const ProcessInput& input, CMBRecordRequestEvent* event,
+                       const CMBRecordRequest* request) {
+  TraceEntry(builder, AddressOf(event), AddressOf(request));
+  const int rows = BuildGroups(grouping, past, input, *event);
+  RecordBuilder::TraceCreated(builder.m_file, builder.m_line, RecordTraits<Row>::kName, rows);
+  TraceExit(builder, 0);
+  return nullptr;
 }
 
 }  // namespace
 
 UtlError* RecordBuilder::BuildPD_PGM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  TraceEntry("RecordBuilder::BuildPD_PGM", AddressOf(pEvent), AddressOf(pRequest));
-  BuildGroups(kByProgram, StateOf<GroupState<recordPD_PGM>>().past,
-              {*m_pCollector, m_bGetDiedProcess, m_numCPUs, m_cycle, StateOf<BatchSnapshot>(),
-               StateOf<BatchNames>()},
-              *pEvent);
-  TraceExit("RecordBuilder::BuildPD_PGM", 0);
-  return nullptr;
+  return BuildGrouped("RecordBuilder::BuildPD_PGM", kByProgram,
+                      StateOf<GroupState<recordPD_PGM>>().past, InputOfProcesses(), pEvent,
+                      pRequest);
 }
 
 UtlError* RecordBuilder::BuildPD_TERM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  TraceEntry("RecordBuilder::BuildPD_TERM", AddressOf(pEvent), AddressOf(pRequest));
-  BuildGroups(kByTerminal, StateOf<GroupState<recordPD_TERM>>().past,
-              {*m_pCollector, m_bGetDiedProcess, m_numCPUs, m_cycle, StateOf<BatchSnapshot>(),
-               StateOf<BatchNames>()},
-              *pEvent);
-  TraceExit("RecordBuilder::BuildPD_TERM", 0);
-  return nullptr;
+  return BuildGrouped("RecordBuilder::BuildPD_TERM", kByTerminal,
+                      StateOf<GroupState<recordPD_TERM>>().past, InputOfProcesses(), pEvent,
+                      pRequest);
 }
 
 UtlError* RecordBuilder::BuildPD_USER(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  TraceEntry("RecordBuilder::BuildPD_USER", AddressOf(pEvent), AddressOf(pRequest));
-  BuildGroups(kByUser, StateOf<GroupState<recordPD_USER>>().past,
-              {*m_pCollector, m_bGetDiedProcess, m_numCPUs, m_cycle, StateOf<BatchSnapshot>(),
-               StateOf<BatchNames>()},
-              *pEvent);
-  TraceExit("RecordBuilder::BuildPD_USER", 0);
-  return nullptr;
+  return BuildGrouped("RecordBuilder::BuildPD_USER", kByUser,
+                      StateOf<GroupState<recordPD_USER>>().past, InputOfProcesses(), pEvent,
+                      pRequest);
 }

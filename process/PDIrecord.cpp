@@ -170,8 +170,7 @@ UtlError* RecordBuilder::BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordReq
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   PastProcesses& past = ClaimUserObject<PDIObject>(*pRequest).object.m_past;
   const PDIBuild build(*pEvent, GetNumCPUs());
-  const ProcessInput input{*m_pCollector, m_bGetDiedProcess,        m_numCPUs,
-                           m_cycle,       StateOf<BatchSnapshot>(), StateOf<BatchNames>()};
+  const ProcessInput input = InputOfProcesses();
   ProcessList list(input.Processes());
   PastProcesses next;
   if (!build.IsRealtime()) {

@@ -43,8 +43,7 @@ UtlError* RecordBuilder::BuildPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest
   TraceEntry("RecordBuilder::BuildPD", AddressOf(pEvent), AddressOf(pRequest));
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   const bool withRates = pEvent->ShouldCalcRates() != 0;
-  const ProcessInput input{*m_pCollector, m_bGetDiedProcess,        m_numCPUs,
-                           m_cycle,       StateOf<BatchSnapshot>(), StateOf<BatchNames>()};
+  const ProcessInput input = InputOfProcesses();
   ProcessList processes(input.Processes());
   auto& past = StateOf<PDState>().past;
   PastProcesses next;

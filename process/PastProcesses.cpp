@@ -10,6 +10,15 @@ ProcessSnapshot BatchSnapshot::Take(std::uint32_t cycle, const std::vector<Proce
   return snapshot;
 }
 
+ProcessInput RecordBuilder::InputOfProcesses() {
+  return {.collector = *m_pCollector,
+          .getDiedProcess = m_bGetDiedProcess,
+          .processors = m_numCPUs,
+          .cycle = m_cycle,
+          .snapshot = StateOf<BatchSnapshot>(),
+          .names = StateOf<BatchNames>()};
+}
+
 PastProcesses ProcessInput::Advance(const PastProcesses& past, ProcessList& current,
                                     std::int32_t now) const {
   PastProcesses next{snapshot.Take(cycle, Processes()), now, past.lastEnd};

@@ -247,8 +247,7 @@ UtlError* RecordBuilder::Build_WGRP(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   }
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  const ProcessInput input{*m_pCollector, m_bGetDiedProcess,        m_numCPUs,
-                           m_cycle,       StateOf<BatchSnapshot>(), StateOf<BatchNames>()};
+  const ProcessInput input = InputOfProcesses();
   input.names.Begin(m_cycle);
   int rows = 0;
   if (pEvent->IsRealtime() == 0) {

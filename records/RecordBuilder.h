@@ -18,6 +18,7 @@
 class ApplicationMonitor;
 class HostNameRequestManager;
 class MessagesSourceUser;
+struct ProcessInput;
 class UnixAgent;
 
 /// What one record family keeps between builds. Each family defines its own in its own file.
@@ -132,6 +133,9 @@ class RecordBuilder {
   bool QueueRequests(const CMBMultipleRecordRequestEvent& batch);
   void CollectSnapshot(bool anyScheduled, UtlErrorPtr& error);
   void BuildEntry(const RecordQueueEntry& entry, UtlErrorPtr& error);
+
+  /// What the builders of records of processes work on in this batch.
+  [[nodiscard]] ProcessInput InputOfProcesses();
 
   /// The state of one family, made at its first use.
   template <class State>
