@@ -8,9 +8,10 @@
 #include "support/OsCalls.h"
 
 /// Gives the event a record for each source, in their order: the row that `rowOf(source, now)`
-/// makes, all of one time.
+/// makes, all of one time. `file` and `line` are the place that tells how many they were.
 template <class Record, class Sources, class RowOf>
-void BuildDetailRows(Sources&& sources, CMBRecordRequestEvent& event, const RowOf& rowOf) {
+void BuildDetailRows(Sources&& sources, CMBRecordRequestEvent& event, const RowOf& rowOf,
+                     const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   int count = 0;
   for (const auto& source : sources) {
@@ -18,5 +19,5 @@ void BuildDetailRows(Sources&& sources, CMBRecordRequestEvent& event, const RowO
     DumpRecord(row, count++);
     event.m_records.push_back(new typename RecordTraits<Record>::Class(&row));
   }
-  RecordBuilder::TraceCreated(__FILE__, __LINE__, RecordTraits<Record>::kName, count);
+  RecordBuilder::TraceCreated(file, line, RecordTraits<Record>::kName, count);
 }

@@ -114,7 +114,11 @@ TEST_F(FileSystemRecordsTest, RowsAreTheOnesWorkedOutByHand) {
   ExpectGolden(&stored[0], sizeof stored[0], golden / "UFSS.tsv");
   EXPECT_EQ(stored[1].fileSystemSizeMbytes, 0.0) << "no such mount";
   EXPECT_EQ(stored[1].mbytesInUsePercent, 0.0F);
-  EXPECT_EQ(ScriptedNode::Instance().LinesWith("Created 2 FSR record(s).").size(), 1U);
+  for (const char* record : {"FSL", "FSR", "UFSQ", "UFSS"}) {
+    const auto told = ScriptedNode::Instance().LinesWith(std::string(record) + " record(s).");
+    ASSERT_EQ(told.size(), 1U) << record;
+    EXPECT_EQ(told[0].sourceFile, std::string(record) + "record.cpp");
+  }
 
   for (const auto& [path, directory] : std::vector<std::pair<const char*, const char*>>{
            {"//aquota.user", "/"}, {"/x/", "/x"}, {"/x y/z/quota.user", "/x y/z"}, {"", "/"}}) {
