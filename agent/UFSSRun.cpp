@@ -3,7 +3,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <string>
 
@@ -38,11 +37,9 @@ int TakeLock(const char* path) {
 }
 
 /// In the child, where only what is safe in a signal handler may be called.
-[[noreturn]] void BecomeScan(const char* lockPath, const char* firstRun, int report) {
-  const auto tell = [report](Step step) {
-    const Failure failure{step, errno};
-    [[maybe_unused]] const ssize_t ignored = ::write(report, &failure, sizeof failure);
-  };
+[[noreturn]] void BecomeScan(const char* lockPath, const char* firstRun,
+                             const FailurePipe& failures) {
+  const auto tell = [&failures](Step step) { failures.Tell(Failure{step, errno}); };
   ResetSignals();
   const ::mode_t mask = ::umask(0);
   const int lock = TakeLock(lockPath);
@@ -82,15 +79,9 @@ void Tell(const Failure& failure, const std::string& lockPath) {
 }
 
 /// Tells what the child says until it has become the scan or ended.
-void TellFailures(int reports, const std::string& lockPath) {
-  for (;;) {
-    Failure failure{};
-    const ssize_t size = ::read(reports, &failure, sizeof failure);
-    if (size == sizeof failure) {
-      Tell(failure, lockPath);
-    } else if (size >= 0 || errno != EINTR) {
-      return;
-    }
+void TellFailures(const FailurePipe& failures, const std::string& lockPath) {
+  while (const auto failure = failures.Next<Failure>()) {
+    Tell(*failure, lockPath);
   }
 }
 
@@ -110,25 +101,24 @@ int UnixAgent::RunUFSS(int firstRun) {
     ::waitpid(0, nullptr, WNOHANG);
   }
   const std::string lockPath = ProductPath(m_ufssLockPath);
-  std::array<int, 2> report{};
-  if (::pipe2(report.data(), O_CLOEXEC) != 0) {
+  FailurePipe failures;
+  if (!failures.Open()) {
     TellNoChild("pipe2", errno);
     TraceExit("UnixAgent::RunUFSS", -1);
     return -1;
   }
   const pid_t pid = Os().fork();
   if (pid == 0) {
-    BecomeScan(lockPath.c_str(), firstRun != 0 ? kFirstRunArgument : nullptr, report[1]);
+    BecomeScan(lockPath.c_str(), firstRun != 0 ? kFirstRunArgument : nullptr, failures);
   }
   const int code = errno;
-  ::close(report[1]);
+  failures.Listen();
   if (pid < 0) {
     TellNoChild("fork", code);
   } else {
     m_ufssPid = pid;
-    TellFailures(report[0], lockPath);
+    TellFailures(failures, lockPath);
   }
-  ::close(report[0]);
   TraceExit("UnixAgent::RunUFSS", pid < 0 ? -1 : 0);
   return pid < 0 ? -1 : 0;
 }

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <csignal>
 #include <limits>
 
@@ -56,4 +58,26 @@ void KeepAcrossExec(int kept) {
     ForEachDescriptor(kFirst, [](int descriptor) { ::fcntl(descriptor, F_SETFD, FD_CLOEXEC); });
   }
   ::fcntl(kept, F_SETFD, 0);
+}
+
+bool FailurePipe::Open() {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    return false;
+  }
+  m_parent = Descriptor(ends[0]);
+  m_child = Descriptor(ends[1]);
+  return true;
+}
+
+void FailurePipe::Write(const void* failure, std::size_t size) const {
+  [[maybe_unused]] const ssize_t ignored = ::write(m_child.Get(), failure, size);
+}
+
+bool FailurePipe::Read(void* failure, std::size_t size) const {
+  ssize_t got = 0;
+  do {
+    got = ::read(m_parent.Get(), failure, size);
+  } while (got < 0 && errno == EINTR);
+  return got == static_cast<ssize_t>(size);
 }

@@ -1,12 +1,10 @@
 #include "utility/HelperProcess.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -21,23 +19,12 @@ constexpr std::size_t kMaxArgument = 4095;
 constexpr std::chrono::seconds kLongestPause{60};
 
 /// In the child between fork and exec, where only what is safe in a signal handler may be called.
-[[noreturn]] void RunChild(const char* path, const char* argument, int report) {
+[[noreturn]] void RunChild(const char* path, const char* argument, const FailurePipe& failures) {
   // Ignored signals would stay ignored in the new program.
   ResetSignals();
   ::execl(path, path, argument, "off", static_cast<char*>(nullptr));
-  const int code = errno;
-  [[maybe_unused]] const ssize_t ignored = ::write(report, &code, sizeof code);
+  failures.Tell(errno);
   ::_exit(1);
-}
-
-/// What the child says of a failed exec; 0 if the new program has taken over.
-int ExecFailure(int report) {
-  int code = 0;
-  ssize_t size = 0;
-  do {
-    size = ::read(report, &code, sizeof code);
-  } while (size < 0 && errno == EINTR);
-  return size == sizeof code ? code : 0;
 }
 
 }  // namespace
@@ -68,8 +55,8 @@ int HelperProcess::Spawn(std::string& error) {
     m_formerPids.push_back(m_childPid);
   }
   m_started = Clock::now();
-  std::array<int, 2> report{};
-  if (::pipe2(report.data(), O_CLOEXEC) != 0) {
+  FailurePipe failures;
+  if (!failures.Open()) {
     error = std::strerror(errno);
     TraceExit("HelperProcess::Spawn");
     return -1;
@@ -77,20 +64,19 @@ int HelperProcess::Spawn(std::string& error) {
   const std::string argument = ProductPath(m_argument).substr(0, kMaxArgument);
   const pid_t pid = ::fork();
   if (pid == 0) {
-    RunChild(m_path.c_str(), argument.c_str(), report[1]);
+    RunChild(m_path.c_str(), argument.c_str(), failures);
   }
   const int code = errno;
-  ::close(report[1]);
+  failures.Listen();
   if (pid < 0) {
-    ::close(report[0]);
     error = std::strerror(code);
     Trace(20, kError, "An error occurred in vfork. (%1)  (err=%2)", error, code);
     TraceExit("HelperProcess::Spawn");
     return -1;
   }
   m_childPid = pid;
-  const int failure = ExecFailure(report[0]);
-  ::close(report[0]);
+  // 0 if the new program has taken over.
+  const int failure = failures.Next<int>().value_or(0);
   if (failure != 0) {
     ::waitpid(pid, nullptr, 0);
     m_childPid = -1;
