@@ -7,6 +7,7 @@
 #include <string>
 
 #include "agent/UnixAgent.h"
+#include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/ProductOptions.h"
 #include "support/TraceLog.h"
@@ -15,23 +16,21 @@
 
 namespace {
 
-constexpr int kUnlocked = 1;
 constexpr std::size_t kMaxPath = 4096;
 constexpr int kMissing = -2;
 
 /// Under the guard of the file. 0 or -1.
 int Truncate(const std::string& path, const char* fileName) {
   // A pipe in its place must not be waited for.
-  const int descriptor = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  if (descriptor < 0) {
+  const Descriptor file(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  if (!file.IsOpen()) {
     Trace(20, kError, "Cannot open %1 file", fileName);
     return -1;
   }
-  const int rc = ::ftruncate(descriptor, 0);
+  const int rc = ::ftruncate(file.Get(), 0);
   if (rc != 0) {
     MessageAt(20, 10101, "ftruncate()", rc, fileName, "", "");
   }
-  ::close(descriptor);
   return rc;
 }
 
@@ -50,7 +49,7 @@ int UnixAgent::truncateUserFile(int id, const char* fileName) {
     return -1;
   }
   const char* mode = ProductOptions::Instance().Get("User", "GuardMode");
-  UserFileSemaphore semaphore(key, kUnlocked, UserFileGuardRights(mode));
+  UserFileSemaphore semaphore(key, UserFileSemaphore::kUnlocked, UserFileGuardRights(mode));
   if (semaphore.create() < 0) {
     Trace(20, kError, "Cannot create semaphore for user file %1", fileName);
     return -1;

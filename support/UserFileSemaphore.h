@@ -24,6 +24,9 @@ struct GuardRights {
 /// takes back what a killed process held.
 class UserFileSemaphore {
  public:
+  /// The value of an unlocked guard that one process at a time may hold.
+  static constexpr int kUnlocked = 1;
+
   /// `initial` is the value of an unlocked guard. The lock is waited for as long as `patience`
   /// says: whoever holds it longer has been stopped in the middle. Nothing is made yet.
   UserFileSemaphore(key_t key, int initial, GuardRights rights = {},

@@ -23,7 +23,6 @@
 namespace {
 
 constexpr std::size_t kMaxBytes = std::size_t{256} << 20;
-constexpr int kUnlocked = 1;
 
 [[noreturn]] void Fail(const std::string& path, const std::string& reason) {
   throw ClientError(path + ": " + reason);
@@ -110,7 +109,8 @@ void UserStore::Guarded(const std::function<void()>& work) const {
     Fail(ProductPath(kUserDataDirectory), error.message());
   }
   UserFileSemaphore guard(::ftok(ProductPath(kUserFileKeyPath).c_str(), m_kind.projectId),
-                          kUnlocked, UserFileGuardRights(GuardModeSetting().c_str()));
+                          UserFileSemaphore::kUnlocked,
+                          UserFileGuardRights(GuardModeSetting().c_str()));
   if (guard.create() < 0) {
     Fail(m_path, std::string("its guard can't be made: ") + std::strerror(errno));
   }

@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr int kUnlocked = 1;
 constexpr int kTries = 6;
 /// How often and after what pause a load tries again, for a writer that has come since the wait.
 constexpr int kLoadTries = 5;
@@ -44,8 +43,8 @@ ssize_t ReadFile(int descriptor, void* buffer, std::size_t size) {
 /// The guard of that key as the settings have it.
 std::unique_ptr<UserFileSemaphore> MakeGuard(key_t key) {
   const char* mode = ProductOptions::Instance().Get("User", "GuardMode");
-  return std::make_unique<UserFileSemaphore>(key, kUnlocked, UserFileGuardRights(mode),
-                                             kGuardPatience);
+  return std::make_unique<UserFileSemaphore>(key, UserFileSemaphore::kUnlocked,
+                                             UserFileGuardRights(mode), kGuardPatience);
 }
 
 /// Whether another holds the guard.
