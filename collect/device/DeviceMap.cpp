@@ -1,14 +1,13 @@
 #include "collect/device/DeviceMap.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cinttypes>
 #include <cstring>
-#include <memory>
 #include <string_view>
 
+#include "support/Directory.h"
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
@@ -18,10 +17,6 @@ namespace {
 constexpr const char* kPseudoTerminals = "/dev/pts";
 constexpr std::string_view kDevices = "/dev/";
 constexpr std::uint64_t kNoDevice = ~std::uint64_t{0};
-
-struct CloseDirectory {
-  void operator()(DIR* directory) const { ::closedir(directory); }
-};
 
 /// Names of whatever the asking process has open there.
 bool IsStandardStream(std::string_view name) {
@@ -59,7 +54,7 @@ void DeviceMap::Fill() {
 }
 
 void DeviceMap::ScanDirectory(const char* directory) {
-  const std::unique_ptr<DIR, CloseDirectory> stream(::opendir(HostPath(directory).c_str()));
+  const DirectoryPtr stream(::opendir(HostPath(directory).c_str()));
   if (stream == nullptr) {
     return;
   }

@@ -1,13 +1,11 @@
 #pragma once
 
-#include <dirent.h>
-
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "collect/Source.h"
+#include "support/Directory.h"
 #include "support/TextFile.h"
 
 /// One owner's share of a file system as the source reads it.
@@ -55,10 +53,6 @@ class StorageSourceUser : public PtrSource<x_storage, Storage, std::vector<Stora
   void getdirentry(char* path);
 
  private:
-  struct DirectoryCloser {
-    void operator()(DIR* dir) const { ::closedir(dir); }
-  };
-
   /// Reads up to a line end, the file's end or `size` - 1 characters; whether it was a line.
   [[nodiscard]] bool ReadLine(char* buf, int size);
   void OpenNextFile();
@@ -67,7 +61,7 @@ class StorageSourceUser : public PtrSource<x_storage, Storage, std::vector<Stora
 
   TextFilePtr m_file;
   std::string m_path;  ///< of the file being read
-  std::unique_ptr<DIR, DirectoryCloser> m_dir;
+  DirectoryPtr m_dir;
   std::string m_directory;  ///< with a "/" at its end
   tagUTIME m_fileTime;
 };

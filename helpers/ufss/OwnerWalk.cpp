@@ -1,18 +1,17 @@
 #include "helpers/ufss/OwnerWalk.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <memory>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "support/Descriptor.h"
+#include "support/Directory.h"
 
 namespace {
 
@@ -28,11 +27,6 @@ Descriptor OpenDirectory(int parent, const char* name) {
   }
   return directory;
 }
-
-struct CloseDirectory {
-  void operator()(DIR* directory) const { ::closedir(directory); }
-};
-using DirectoryPtr = std::unique_ptr<DIR, CloseDirectory>;
 
 /// What tells a directory from others of its file system.
 bool IsSame(const struct ::statx& a, const struct ::statx& b) {
