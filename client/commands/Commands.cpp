@@ -29,7 +29,7 @@ const Json& Part(const Json& answer, const char* name) { return *answer.Find(nam
 std::string RecordsText(std::vector<ShownRecord>& records, Format format, bool titles,
                         const Screen& screen) {
   if (format == Format::kJson || format == Format::kJsonLine) {
-    return JsonText(records, format == Format::kJson ? 2 : -1);
+    return RecordsJson(records, format == Format::kJson ? 2 : -1);
   }
   std::string text;
   for (const ShownRecord& record : records) {

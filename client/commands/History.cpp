@@ -163,7 +163,7 @@ void WriteRows(RecordAnswer answer, Schema schema, const HistoryOptions& options
   for (Field& field : records[0].schema.fields) {
     field.group.clear();
   }
-  WriteOutput(options.what.format == Format::kJson ? JsonText(records, 2)
+  WriteOutput(options.what.format == Format::kJson ? RecordsJson(records, 2)
                                                    : RowsText(records[0], screen));
 }
 

@@ -60,7 +60,7 @@ std::string BatchText(const LastBatch& batch) {
 
 }  // namespace
 
-std::string JsonText(std::vector<ShownRecord>& records, int indent) {
+std::string RecordsJson(std::vector<ShownRecord>& records, int indent) {
   Json array = Json::Array();
   for (ShownRecord& shown : records) {
     RecordAnswer& answer = shown.answer;

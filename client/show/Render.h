@@ -17,7 +17,7 @@ struct ShownRecord {
 
 /// One array of {"record", "category", "time", "rows"}, with a newline at its end; `indent` blanks
 /// a level, or all in one line for -1. Takes the rows out of `records`.
-[[nodiscard]] std::string JsonText(std::vector<ShownRecord>& records, int indent);
+[[nodiscard]] std::string RecordsJson(std::vector<ShownRecord>& records, int indent);
 
 /// A line of labels and a line for each row; values with a comma, a quote or a line end are quoted
 /// as RFC 4180 has it. An empty text for no rows. For a terminal, texts are made safe.

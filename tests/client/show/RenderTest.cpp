@@ -140,7 +140,7 @@ TEST(Rows, StandUnderTheHeadingsOfTheSchema) {
 TEST(Rows, JsonKeepsTheOrderAndTheTexts) {
   std::vector<ShownRecord> records(1);
   records[0].answer = {"CPUP", "4", 17, JsonOf(R"([{"z": "\u0001é", "a": 0.25}])"), ""};
-  EXPECT_EQ(JsonText(records, -1),
+  EXPECT_EQ(RecordsJson(records, -1),
             "[{\"record\":\"CPUP\",\"category\":\"4\",\"time\":17,"
             "\"rows\":[{\"z\":\"\\u0001é\",\"a\":0.25}]}]\n");
 }
