@@ -6,9 +6,10 @@
 #include <string_view>
 #include <utility>
 
+#include "node/RecordCategory.h"
+
 namespace {
 
-constexpr unsigned char kIntervalCategory = '4';
 constexpr std::string_view kProcessNumber = "PID";
 constexpr double kKbyte = 1024;
 constexpr double kMbyte = 1048576;

@@ -4,13 +4,13 @@
 #include <charconv>
 
 #include "node/LayoutRegistry.h"
+#include "node/RecordCategory.h"
 #include "node/Trace.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned char kIntervalCategory = '4';
 /// Lines of unknown records that are told one by one.
 constexpr std::size_t kMostNamed = 10;
 
