@@ -23,6 +23,7 @@
 #include "support/HostPaths.h"
 #include "support/Switches.h"
 #include "support/TextFile.h"
+#include "support/TrimmedText.h"
 #include "userdata/EventFile.h"
 #include "userdata/FileFault.h"
 #include "userdata/WorkGroup.h"
@@ -134,18 +135,13 @@ std::string KindNames() {
   return names;
 }
 
-std::string_view Trimmed(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r\v\f";
-  const std::size_t begin = std::min(text.find_first_not_of(kBlanks), text.size());
-  return text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin);
-}
-
 /// The kind whose keyword stands first in the text, in front of a '='.
 const FileKind* KindOfText(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\v\f";
   while (!text.empty()) {
     const std::string_view line = text.substr(0, text.find('\n'));
     text.remove_prefix(std::min(text.size(), line.size() + 1));
-    const std::string key(Trimmed(line.substr(0, line.find('='))));
+    const std::string key(Trimmed(line.substr(0, line.find('=')), kBlanks));
     if (line.find('=') == std::string_view::npos || key.starts_with('#')) {
       continue;
     }

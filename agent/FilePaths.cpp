@@ -3,13 +3,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 
 #include "support/TraceLog.h"
+#include "support/TrimmedText.h"
 
 namespace {
 
@@ -60,8 +59,6 @@ std::string FullPath(const std::string& base, const std::string& path) {
   return path.compare(0, 1, "/") == 0 ? path : PathBelow(base, path);
 }
 
-bool IsBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
-
 }  // namespace
 
 std::string GetFilePath(const std::string& base, const std::string& path) {
@@ -74,13 +71,8 @@ char* TrimBlanks(char* text) {
   if (text == nullptr) {
     return nullptr;
   }
-  while (IsBlank(*text)) {
-    ++text;
-  }
-  std::size_t length = std::strlen(text);
-  while (length > 0 && IsBlank(text[length - 1])) {
-    --length;
-  }
-  text[length] = '\0';
-  return text;
+  const std::string_view kept = Trimmed(text, kWhiteSpace);
+  char* const begin = text + (kept.data() - text);
+  begin[kept.size()] = '\0';
+  return begin;
 }

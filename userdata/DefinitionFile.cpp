@@ -3,11 +3,12 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <utility>
+
+#include "support/TrimmedText.h"
 
 namespace {
 
@@ -18,18 +19,6 @@ constexpr std::size_t kMaxEntryCount = 32767;
 std::string Quoted(const std::string& text) { return '"' + text + '"'; }
 
 }  // namespace
-
-bool IsSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
-
-std::string_view Trim(std::string_view text) {
-  while (!text.empty() && IsSpace(text.front())) {
-    text.remove_prefix(1);
-  }
-  while (!text.empty() && IsSpace(text.back())) {
-    text.remove_suffix(1);
-  }
-  return text;
-}
 
 int mondFile::mondInitFileAnalyze(const char* path) {
   TraceEntry("mondFile::mondInitFileAnalyze", path);
@@ -93,7 +82,7 @@ mondFile::PhysicalLine mondFile::ReadPhysicalLine() {
 }
 
 mondFile::ReadResult mondFile::EndOfFile(mondLine& line, bool isContinued) {
-  const std::string_view rest = Trim(m_physical);
+  const std::string_view rest = Trimmed(m_physical, kWhiteSpace);
   if (!rest.empty() && rest.front() != '#') {
     AddFault(line.physicalLine + 1, "the last line does not end in a newline and is not read");
   }
@@ -121,7 +110,7 @@ mondFile::ReadResult mondFile::ReadLine(mondLine& line) {
         case PhysicalLine::kComplete:
           ++line.physicalLine;
       }
-      stripped = Trim(m_physical);
+      stripped = Trimmed(m_physical, kWhiteSpace);
     } while (stripped.empty() || stripped.front() == '#');
     line.lineNumber = line.physicalLine;
     line.firstLine = isContinued ? line.firstLine : line.physicalLine;
@@ -151,8 +140,8 @@ mondFile::ReadResult mondFile::Split(mondLine& line) {
   } else if (equals + 1 == text.size()) {
     m_reason = "nothing stands behind the '='";
   } else {
-    line.key = Trim(text.substr(0, equals));
-    line.value = Trim(text.substr(equals + 1));
+    line.key = Trimmed(text.substr(0, equals), kWhiteSpace);
+    line.value = Trimmed(text.substr(equals + 1), kWhiteSpace);
     line.isValid = true;
     return kLine;
   }

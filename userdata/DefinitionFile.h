@@ -11,11 +11,6 @@
 #include "support/TraceLog.h"
 #include "userdata/FileFault.h"
 
-/// White space of the locale.
-[[nodiscard]] bool IsSpace(char c);
-/// The text without white space at its ends; a part of it.
-[[nodiscard]] std::string_view Trim(std::string_view text);
-
 /// One `keyword = value` line of a definition file.
 struct x_mondline {
   std::string key;  ///< in front of the first '=', trimmed, in the case in which it was written

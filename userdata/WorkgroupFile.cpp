@@ -3,6 +3,8 @@
 #include <optional>
 #include <utility>
 
+#include "support/TrimmedText.h"
+
 namespace {
 
 constexpr int kWorkgroupKeyword = 1;
@@ -58,7 +60,7 @@ using Items = std::vector<std::string>;
 Items SplitPlain(std::string_view value) {
   Items items(1);
   for (const char c : value) {
-    if (c == ',' || IsSpace(c)) {
+    if (c == ',' || kWhiteSpace.find(c) != std::string_view::npos) {
       items.emplace_back();
     } else {
       items.back() += c;
@@ -245,7 +247,7 @@ int mondWgFile::AddItems(WorkGroup& group, int index, const std::string& value, 
     if (untrimmed.empty()) {
       continue;
     }
-    const std::string item(Trim(untrimmed));
+    const std::string item(Trimmed(untrimmed, kWhiteSpace));
     if (item.empty()) {
       m_badExpressions.emplace_back("an item is blank");
     }

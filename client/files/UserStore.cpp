@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -18,6 +17,7 @@
 #include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/TextFile.h"
+#include "support/TrimmedText.h"
 #include "support/UserFileSemaphore.h"
 
 namespace {
@@ -47,11 +47,7 @@ std::string ReadAll(int descriptor, const std::string& path) {
   }
 }
 
-std::string Trimmed(std::string_view text) {
-  constexpr const char* kBlanks = " \t\r\n";
-  const std::size_t begin = std::min(text.find_first_not_of(kBlanks), text.size());
-  return std::string(text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin));
-}
+std::string WithoutBlanks(std::string_view text) { return std::string(Trimmed(text, " \t\r\n")); }
 
 /// What the daemon's settings say of the guards; empty if they don't, or not to this user.
 std::string GuardModeSetting() {
@@ -62,13 +58,13 @@ std::string GuardModeSetting() {
   for (int number = 0; file != nullptr && number < kMaxLines &&
                        std::fgets(line.data(), line.size(), file.get()) != nullptr;
        ++number) {
-    const std::string text = Trimmed(line.data());
+    const std::string text = WithoutBlanks(line.data());
     const std::size_t equals = text.find('=');
     if (text.starts_with('[')) {
       isAgent = ::strcasecmp(text.c_str(), "[Agent]") == 0;
     } else if (isAgent && equals != std::string::npos &&
-               ::strcasecmp(Trimmed(text.substr(0, equals)).c_str(), "Guard Mode") == 0) {
-      return Trimmed(text.substr(equals + 1));
+               ::strcasecmp(WithoutBlanks(text.substr(0, equals)).c_str(), "Guard Mode") == 0) {
+      return WithoutBlanks(text.substr(equals + 1));
     }
   }
   return {};

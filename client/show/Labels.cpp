@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client/ask/Errors.h"
+#include "support/TrimmedText.h"
 
 namespace {
 
@@ -96,9 +97,4 @@ bool IsTime(const Field& field) {
          (field.meaning == "key" && field.type == "long" && field.label.ends_with(" Time"));
 }
 
-std::string_view Trimmed(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t";
-  const std::size_t first = std::min(text.find_first_not_of(kBlanks), text.size());
-  text.remove_prefix(first);
-  return text.substr(0, text.find_last_not_of(kBlanks) + 1);
-}
+std::string_view Trimmed(std::string_view text) { return Trimmed(text, " \t"); }

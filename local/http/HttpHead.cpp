@@ -7,6 +7,8 @@
 #include <array>
 #include <optional>
 
+#include "support/TrimmedText.h"
+
 namespace {
 
 constexpr unsigned kBadRequest = 400;
@@ -23,12 +25,6 @@ bool IsTokenChar(char c) {
 
 bool IsSame(std::string_view left, std::string_view right) {
   return left.size() == right.size() && ::strncasecmp(left.data(), right.data(), left.size()) == 0;
-}
-
-std::string_view Trimmed(std::string_view text) {
-  const std::size_t begin = text.find_first_not_of(" \t\r");
-  const std::size_t end = text.find_last_not_of(" \t\r");
-  return begin == std::string_view::npos ? std::string_view() : text.substr(begin, end - begin + 1);
 }
 
 /// Takes a line without its end off the text; nothing if there is no whole one.
@@ -119,7 +115,7 @@ HeadVerdict JudgeHeaders(std::string_view rest, bool needsHost, const HeadRule& 
       if (host) {
         return {kBadRequest, "the request has more than one Host"};
       }
-      host = Trimmed(line->substr(std::min(colon + 1, line->size())));
+      host = Trimmed(line->substr(std::min(colon + 1, line->size())), " \t\r");
     }
   }
   return {HeadVerdict::kIncomplete};

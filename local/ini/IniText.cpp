@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "support/TrimmedText.h"
+
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r\v\f";
@@ -10,14 +12,6 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 bool IsComment(char c) { return c == '#' || c == ';'; }
 
 char ToLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-std::string_view TrimText(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) {
-    return {};
-  }
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 /// Whether the text would end its line, or the text as a whole where it is read as a C string.
 bool BreaksLine(std::string_view text) {
@@ -70,7 +64,7 @@ void IniText::ParseHeading(Span line, std::size_t next, std::size_t number, std:
     AddFault(line, number, "no ']' after the section");
     return;
   }
-  const std::string_view rest = TrimText(text.substr(close + 1));
+  const std::string_view rest = Trimmed(text.substr(close + 1), kBlanks);
   if (!rest.empty() && !IsComment(rest.front())) {
     AddFault(line, number, "text after the section");
     return;
@@ -134,7 +128,7 @@ std::string_view IniText::View(Span span) const {
 
 IniText::Span IniText::Trim(Span span) const {
   const std::string_view text = View(span);
-  const std::string_view trimmed = TrimText(text);
+  const std::string_view trimmed = Trimmed(text, kBlanks);
   if (trimmed.empty()) {
     return {span.begin, span.begin};
   }
@@ -210,7 +204,7 @@ bool IniText::Set(std::string_view section, std::string_view subSection, std::st
     error = "the value holds a line end or a zero byte";
     return false;
   }
-  if (TrimText(value) != value) {
+  if (Trimmed(value, kBlanks) != value) {
     error = "the value begins or ends with a blank";
     return false;
   }
