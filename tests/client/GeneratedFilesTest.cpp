@@ -54,6 +54,8 @@ TEST_F(GeneratedFilesTest, TellOfEveryCommandAndOption) {
     page.erase(at, 1);
   }
   ExpectAll(m_view, page, "--");
+  EXPECT_NE(page.find("schedule add\\fR \\fIRECORD\\fR"), std::string::npos) << "must be given";
+  EXPECT_NE(page.find(" [\\fB--color\\fR \\fIWHEN\\fR]"), std::string::npos) << "may be given";
   EXPECT_EQ(page.find("complete-records"), std::string::npos) << "hidden";
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <ctime>
@@ -11,6 +12,7 @@
 
 #include "local/loop/DescriptorWatches.h"
 #include "local/loop/EventTimers.h"
+#include "local/loop/LoopDescriptor.h"
 #include "local/loop/LoopTimer.h"
 #include "support/Descriptor.h"
 #include "tests/local/FakeAgent.h"
@@ -88,6 +90,36 @@ TEST_F(EventLoopTest, ABatchThatYieldsLetsEventsInButNoSecondBatch) {
   Post([&] { Post([&] { Post([&] { Stop(); }); }); }, true);
   loop.Run(agent);
   EXPECT_EQ(order, "[xeE]bn");
+}
+
+TEST_F(EventLoopTest, WhatIsCancelledOrReplacedIsNotCalledThoughTheLibraryHasItReady) {
+  using namespace std::chrono_literals;
+  std::string order;
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe2(pipe.data(), O_CLOEXEC | O_NONBLOCK), 0);
+  const Descriptor reader(pipe[0]);
+  { const Descriptor writer(pipe[1]); }
+  auto borrowed = std::make_unique<LoopDescriptor>(loop);
+  borrowed->Borrow(reader.Get());
+  LoopTimer first(loop);
+  LoopTimer cancelled(loop);
+  LoopTimer replaced(loop);
+  LoopTimer last(loop);
+  first.After(0s, [&] {
+    order += "f";
+    cancelled.Cancel();
+    replaced.After(0s, [&] { order += "n"; });
+    borrowed.reset();
+  });
+  cancelled.After(0s, [&] { order += "c"; });
+  replaced.After(0s, [&] { order += "r"; });
+  borrowed->OnReadable([&] { order += "d"; });
+  last.After(50ms, [&] { Post([&] { Stop(); }); });
+  std::this_thread::sleep_for(1ms);
+  loop.Run(agent);
+  EXPECT_EQ(order.find_first_of("cr"), std::string::npos) << order;
+  EXPECT_NE(order.find("n"), std::string::npos) << order;
+  EXPECT_NE(::fcntl(reader.Get(), F_GETFD), -1) << "what is borrowed stays open";
 }
 
 TEST_F(EventLoopTest, ABatchThatIsHeldBackLetsAllElseInForItsTimeAndNoSecondOneIsHeld) {
