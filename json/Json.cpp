@@ -35,8 +35,6 @@ bool EqualNumbers(const Json& left, const Json& right) {
 
 }  // namespace
 
-Json::Json(MemberList members) : m_value(std::move(members)) {}
-
 Json::Json(std::initializer_list<JsonItem> items) {
   if (!std::all_of(items.begin(), items.end(), IsNamed)) {
     m_value = TakeItems(items);
@@ -109,7 +107,7 @@ Json& Json::operator[](std::string_view name) {
   if (Json* found = Find(name)) {
     return *found;
   }
-  return Members().emplace_back(std::string(name), Json()).value;
+  return Members().emplace_back(JsonMember{std::string(name), Json()}).value;
 }
 
 const Json& Json::operator[](std::string_view name) const {

@@ -21,34 +21,29 @@ class Json {
   using ElementList = std::vector<Json>;
   using MemberList = std::vector<JsonMember>;
 
-  Json() = default;
-  Json(std::nullptr_t) {}
+  Json();
+  Json(std::nullptr_t);
   template <std::same_as<bool> T>
-  Json(T value) : m_value(value) {}
+  Json(T value);
   template <std::signed_integral T>
-  Json(T value) : m_value(std::int64_t{value}) {}
+  Json(T value);
   template <std::unsigned_integral T>
-  requires(!std::same_as<T, bool>) Json(T value) : m_value(std::uint64_t{value}) {}
-  Json(double value) : m_value(value) {}
-  Json(const char* text) : m_value(std::string(text)) {}
-  Json(std::string_view text) : m_value(std::string(text)) {}
-  Json(std::string text) : m_value(std::move(text)) {}
-  Json(ElementList elements) : m_value(std::move(elements)) {}
+  requires(!std::same_as<T, bool>) Json(T value);
+  Json(double value);
+  Json(const char* text);
+  Json(std::string_view text);
+  Json(std::string text);
+  Json(ElementList elements);
   Json(MemberList members);
   template <class T>
-  Json(std::vector<T> values) : m_value(ElementList()) {
-    Elements().reserve(values.size());
-    for (T& value : values) {
-      Elements().emplace_back(std::move(value));
-    }
-  }
+  Json(std::vector<T> values);
   /// An object if each item is a pair whose first is a text, else an array: no items are an object.
   Json(std::initializer_list<JsonItem> items);
 
   [[nodiscard]] static Json Object();
   /// An array, whatever the items are.
   [[nodiscard]] static Json Array(std::initializer_list<JsonItem> items);
-  [[nodiscard]] static Json Array() { return ElementList(); }
+  [[nodiscard]] static Json Array();
 
   [[nodiscard]] bool IsNull() const { return Is<std::nullptr_t>(); }
   [[nodiscard]] bool IsBool() const { return Is<bool>(); }
@@ -93,7 +88,7 @@ class Json {
   [[nodiscard]] Json& operator[](T place) {
     return Elements().at(static_cast<std::size_t>(place));
   }
-  void PushBack(Json element) { Elements().push_back(std::move(element)); }
+  void PushBack(Json element);
   /// Takes the member away, where there is one.
   void Erase(std::string_view name);
 
@@ -131,7 +126,7 @@ class Json {
 
   std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, ElementList,
                MemberList>
-      m_value = nullptr;
+      m_value;  ///< null to begin with
 };
 
 /// A member of an object.
@@ -141,6 +136,31 @@ struct JsonMember {
 
   friend bool operator==(const JsonMember& left, const JsonMember& right) = default;
 };
+
+// A list of members wants their type, which is known from here on.
+inline Json::Json() = default;
+inline Json::Json(std::nullptr_t) {}
+template <std::same_as<bool> T>
+Json::Json(T value) : m_value(value) {}
+template <std::signed_integral T>
+Json::Json(T value) : m_value(std::int64_t{value}) {}
+template <std::unsigned_integral T>
+requires(!std::same_as<T, bool>) Json::Json(T value) : m_value(std::uint64_t{value}) {}
+template <class T>
+Json::Json(std::vector<T> values) : m_value(ElementList()) {
+  Elements().reserve(values.size());
+  for (T& value : values) {
+    Elements().emplace_back(std::move(value));
+  }
+}
+inline Json::Json(double value) : m_value(value) {}
+inline Json::Json(const char* text) : m_value(std::string(text)) {}
+inline Json::Json(std::string_view text) : m_value(std::string(text)) {}
+inline Json::Json(std::string text) : m_value(std::move(text)) {}
+inline Json::Json(ElementList elements) : m_value(std::move(elements)) {}
+inline Json::Json(MemberList members) : m_value(std::move(members)) {}
+inline void Json::PushBack(Json element) { Elements().push_back(std::move(element)); }
+inline Json Json::Array() { return ElementList(); }
 
 /// What stands between the braces of a list that makes a Json: a value, moved in where it may be,
 /// or a list again.

@@ -156,8 +156,8 @@ Page ReadPage(SqlDatabase& database, const WantedHistory& wanted) {
     int column = 1;
     for (const FieldLayout& field : wanted.layout->fields) {
       ++column;
-      members.emplace_back(field.label,
-                           field.hasSource ? ColumnJson(statement, column) : Json(nullptr));
+      members.push_back(
+          {field.label, field.hasSource ? ColumnJson(statement, column) : Json(nullptr)});
     }
     page.rows.PushBack(std::move(row));
     if (page.rows.Size() == HistoryQueries::kPageRows || std::chrono::steady_clock::now() >= end) {
