@@ -4,7 +4,7 @@
 #include <string_view>
 
 /// What isspace(3) takes for white space where no locale is set.
-constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
+inline constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
 /// `text` without the characters of `blanks` at its ends: a part of it, the empty one at its end if
 /// it is blank throughout.

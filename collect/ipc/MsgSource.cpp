@@ -30,9 +30,9 @@ void FillQueue(x_msg& record, const IPCObject<::msqid_ds>& queue, std::uint64_t 
 }  // namespace
 
 constexpr IPCSide<x_msg, ::msqid_ds> kMessageQueueSide{
-    kQueues,
-    [](const ::msqid_ds& /*description*/) -> std::uint64_t { return 1; },
-    FillQueue,
-    "MsgSourceUser::MsgSourceUser",
-    "MsgSourceUser::read",
-    "An error occured in a function (MsgSourceUser::Initialize). (rc=%1)"};
+    .kind = kQueues,
+    .rows = [](const ::msqid_ds& /*description*/) -> std::uint64_t { return 1; },
+    .fill = FillQueue,
+    .constructor = "MsgSourceUser::MsgSourceUser",
+    .read = "MsgSourceUser::read",
+    .initializeFailed = "An error occured in a function (MsgSourceUser::Initialize). (rc=%1)"};

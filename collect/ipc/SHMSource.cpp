@@ -30,9 +30,9 @@ void FillSegment(x_shm& record, const IPCObject<::shmid_ds>& segment, std::uint6
 }  // namespace
 
 constexpr IPCSide<x_shm, ::shmid_ds> kSharedMemorySide{
-    kSegments,
-    [](const ::shmid_ds& /*description*/) -> std::uint64_t { return 1; },
-    FillSegment,
-    "SHMSourceUser::SHMSourceUser",
-    "SHMSourceUser::read",
-    "An error occured in a function (SHMSourceUser::Initialize). (rc=%1)"};
+    .kind = kSegments,
+    .rows = [](const ::shmid_ds& /*description*/) -> std::uint64_t { return 1; },
+    .fill = FillSegment,
+    .constructor = "SHMSourceUser::SHMSourceUser",
+    .read = "SHMSourceUser::read",
+    .initializeFailed = "An error occured in a function (SHMSourceUser::Initialize). (rc=%1)"};

@@ -31,8 +31,10 @@ void FillSemaphore(x_semaphore& record, const IPCObject<::semid_ds>& set, std::u
 }  // namespace
 
 constexpr IPCSide<x_semaphore, ::semid_ds> kSemaphoreSide{
-    kSemaphoreSets,
+    .kind = kSemaphoreSets,
     // A set that has vanished has no semaphores.
-    [](const ::semid_ds& description) -> std::uint64_t { return description.sem_nsems; },
-    FillSemaphore, "SemSourceUser::SemSourceUser", "SemSourceUser::read",
-    "An error occured in a function (SemSourceUser::Initialize). (rc=%1)"};
+    .rows = [](const ::semid_ds& description) -> std::uint64_t { return description.sem_nsems; },
+    .fill = FillSemaphore,
+    .constructor = "SemSourceUser::SemSourceUser",
+    .read = "SemSourceUser::read",
+    .initializeFailed = "An error occured in a function (SemSourceUser::Initialize). (rc=%1)"};
