@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/ConfigNames.h"
 #include "agent/IniSettings.h"
 #include "node/LayoutRegistry.h"
 #include "node/NodeLayer.h"
@@ -118,7 +119,7 @@ constexpr std::array kKinds{
     FileKind{"event", "", "logfile", CheckEvents},
     FileKind{"application", "qmtapp", nullptr, CheckApplications},
     FileKind{"optional", "optrecs.dat", nullptr, CheckOptionalRecords},
-    FileKind{"ini", "qmtagt.ini", nullptr, CheckIni},
+    FileKind{"ini", kIniName, nullptr, CheckIni},
 };
 
 template <class Condition>

@@ -1,5 +1,7 @@
 #pragma once
 
+inline constexpr const char* kIniName = "qmtagt.ini";
+
 /// The settings of the ini file, section by section; the tree shows them under the same names.
 inline constexpr const char* kAgentSection = "Agent";
 inline constexpr const char* kUFSSTimeLabel = "UFSS background collection time";
@@ -14,6 +16,10 @@ inline constexpr const char* kDeviceNameCacheLabel = "Device Name Cache";
 inline constexpr const char* kDataMaxCountLabel = "User Defined Record DataMaxCount";
 /// Not in the tree, and not written back where it is missing.
 inline constexpr const char* kGuardModeLabel = "Guard Mode";
+
+/// What the agent makes of the host's files; not in the tree, and not written back either.
+inline constexpr const char* kHostSection = "Host";
+inline constexpr const char* kProfileLabel = "Profile";
 
 /// Of the node's section this one alone is the agent's: seconds, 0 for no limit.
 inline constexpr const char* kNodeSection = "Node";

@@ -4,14 +4,18 @@
 
 #include "agent/ConfigNames.h"
 #include "agent/DayTime.h"
+#include "agent/HostProfileChoice.h"
 #include "agent/IniSettings.h"
 #include "agent/UnixAgent.h"
+#include "support/HostProfile.h"
 #include "support/ProductOptions.h"
 #include "support/TraceLog.h"
 
 namespace {
 
 constexpr int kOptionFailed = -61;
+/// Seconds, unless the site sets another limit.
+constexpr long kModernMountTimeout = 2;
 
 }  // namespace
 
@@ -96,6 +100,7 @@ int UnixAgent::ReadConfiguration() {
   }
   m_dataMaxCount = std::to_string(dataMaxCount);
   PublishConfiguration();
+  ChooseHostProfile(*GetIniFile());
   PublishMountTimeout();
   PublishGuardMode();
   return 0;
@@ -109,7 +114,7 @@ void UnixAgent::PublishGuardMode() {
 }
 
 void UnixAgent::PublishMountTimeout() {
-  long seconds = 0;
+  long seconds = g_hostProfile == HostProfile::kModern ? kModernMountTimeout : 0;
   GetIniFile()->ReadLong(&seconds, kMountTimeoutLabel, kNodeSection, nullptr, nullptr);
   ProductOptions::Instance().Set(kNodeSection, kMountTimeoutLabel, std::to_string(seconds).c_str());
 }

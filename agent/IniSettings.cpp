@@ -6,6 +6,7 @@
 
 #include "agent/DayTime.h"
 #include "node/Trace.h"
+#include "support/HostProfile.h"
 #include "support/UserFileSemaphore.h"
 
 namespace {
@@ -96,6 +97,9 @@ std::string Problem(const IniSetting& setting) {
   if (IsSame(setting.section, kAgentSection) && setting.subSection.empty()) {
     return AgentProblem(setting);
   }
+  if (IsSame(setting.section, kHostSection) && setting.subSection.empty()) {
+    return IsSame(setting.key, kProfileLabel) ? ProfileProblem(setting.value) : UnknownKey(setting);
+  }
   for (const RecordSection& record : kRecordSections) {
     if (IsSame(setting.section, record.section) &&
         IsAmong(setting.subSection, record.subSections)) {
@@ -106,6 +110,17 @@ std::string Problem(const IniSetting& setting) {
 }
 
 }  // namespace
+
+bool IsHostProfile(const IniSetting& setting) {
+  return IsSame(setting.section, kHostSection) && setting.subSection.empty() &&
+         IsSame(setting.key, kProfileLabel);
+}
+
+std::string ProfileProblem(const std::string& value) {
+  return HostProfileOf(value)
+             ? ""
+             : Quoted(value) + " is neither \"classic\" nor \"modern\", so it means \"classic\"";
+}
 
 std::vector<IniProblem> AgentSettingProblems(std::span<const IniSetting> settings) {
   std::vector<IniProblem> problems;

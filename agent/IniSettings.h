@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "agent/ConfigNames.h"
@@ -29,6 +30,11 @@ inline constexpr std::array kAgentTextSettings{
     AgentTextSetting{kDeviceNameCacheLabel, kLetter, "N"},
 };
 inline constexpr long kDefaultDataMaxCount = 1440;
+
+/// Whether that is the setting of the host profile.
+[[nodiscard]] bool IsHostProfile(const IniSetting& setting);
+/// What is wrong with a profile's name; empty for a good one.
+[[nodiscard]] std::string ProfileProblem(const std::string& value);
 
 /// What the agent makes of settings otherwise than they stand: names that it doesn't know, and
 /// values that it cuts, or replaces by their defaults.

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "agent/ConfigNames.h"
 #include "node/FigureRegistry.h"
 #include "records/RecordLayouts.h"
 #include "support/HostPaths.h"
@@ -27,7 +28,7 @@ constexpr const char* kHostUtil = "./qmt_hostutil";
 }  // namespace
 
 UnixAgent::UnixAgent(const std::string& hostUtilPrefix, const std::string& instanceName)
-    : CMBAgent(".", "qmtagt.ini"),
+    : CMBAgent(".", kIniName),
       m_recordBuilder(this, &m_collector, hostUtilPrefix.c_str()),
       m_hostNames(this, kRememberedHosts, kHostUtil, hostUtilPrefix.c_str()) {
   TraceEntry("UnixAgent::UnixAgent", hostUtilPrefix, instanceName);

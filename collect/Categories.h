@@ -42,7 +42,10 @@ struct Category {
   const char* name;    ///< in the collector's traces; null keeps it out of them
   const char* figure;  ///< the category's part of the names of its figures
   /// Makes the source, runs it and ends the step.
-  UtlError* (*run)(Collector& collector, CategoryStep& step);
+  using Run = UtlError* (*)(Collector& collector, CategoryStep& step);
+  Run run;
+  /// The same by the source of the profile `modern`; null where it is the same source.
+  Run runModern = nullptr;
 };
 
 /// All categories in the order in which they are collected.

@@ -29,5 +29,7 @@ inline constexpr std::uint32_t COLLECT_MESSAGE_QUEUES = 0x40000000;
 inline constexpr std::uint32_t COLLECT_UFSS = 0x00000400;
 /// Ended processes; nothing is collected for it.
 inline constexpr std::uint32_t COLLECT_ACCT = 0x08000000;
+/// Limits of processes too; of the profile `modern` alone, and a part of the category of processes.
+inline constexpr std::uint32_t COLLECT_PROCESS_LIMITS = 0x00000004;
 /// A failing category is traced and does not end the run.
 inline constexpr std::uint32_t COLLECT_CONTINUE_ON_ERROR = 0x80000000;

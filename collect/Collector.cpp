@@ -28,6 +28,7 @@
 #include "collect/userdata/UserSource.h"
 #include "node/FigureRegistry.h"
 #include "support/CollectorLog.h"
+#include "support/HostProfile.h"
 #include "support/TraceLog.h"
 #include "support/UtlError.h"
 
@@ -88,7 +89,8 @@ UtlError* RunCategory(Collector& collector, const Category& category, std::uint3
   const auto begin = std::chrono::steady_clock::now();
   static_cast<void>(TakeHostFileError());  // what was read outside of a run is nobody's failure
   step.Start();
-  UtlError* error = category.run(collector, step);
+  const bool isModern = g_hostProfile == HostProfile::kModern && category.runModern != nullptr;
+  UtlError* error = (isModern ? category.runModern : category.run)(collector, step);
   figures.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   return error;
 }
@@ -125,6 +127,7 @@ UtlError* CategoryStep::Finish(UtlError* error, std::size_t entities, bool isSup
 Collector::Collector()
     : m_pCPU(std::make_unique<std::vector<CPU>>()),
       m_pProcess(std::make_unique<std::vector<Process>>()),
+      m_pProcessLimits(std::make_unique<std::vector<ProcessLimits>>()),
       m_pAcct(std::make_unique<std::vector<Acct>>()),
       m_pDevice(std::make_unique<std::vector<DeviceIO>>()),
       m_pSystem(std::make_unique<System>()),
@@ -162,6 +165,8 @@ UtlError* Collector::collect(std::uint32_t flags, std::span<const char* const> f
   TraceEntry("Collector::collect", Hex{flags});
   Trace(30, kInformation, "Starting the collect routine");
   UtlError* error = nullptr;
+  m_flags = flags;
+  m_collected = 0;
   for (std::size_t index = 0; index < Categories().size() && error == nullptr; ++index) {
     const Category& category = Categories()[index];
     if (category.flag == COLLECT_FILE_STAT) {
@@ -169,6 +174,9 @@ UtlError* Collector::collect(std::uint32_t flags, std::span<const char* const> f
     }
     if (IsAsked(category, flags)) {
       error = RunCategory(*this, category, flags, (*m_figures)[index]);
+      if (error == nullptr && !(*m_figures)[index].isFailed) {
+        m_collected |= category.flag;
+      }
     }
   }
   FileStatArgs::Set({});

@@ -18,6 +18,7 @@ class Msg;
 class NFSClientTotal;
 class NFSServerTotal;
 class Process;
+struct ProcessLimits;
 class Protocol;
 class Quota;
 class SHM;
@@ -48,9 +49,21 @@ class Collector {
   /// The same, with the files that the file-stat category looks at; not kept.
   [[nodiscard]] UtlError* collect(std::uint32_t flags, std::span<const char* const> fileStatPaths);
 
+  // For sources: what the run that makes them is about.
+
+  /// Whether the run was asked for a bit of CategoryFlags.h.
+  [[nodiscard]] bool Wants(std::uint32_t flag) const { return (m_flags & flag) != 0; }
+  /// Whether the run has already refreshed a category, whose figures are then of this moment.
+  [[nodiscard]] bool HasCollected(std::uint32_t flag) const { return (m_collected & flag) != 0; }
+
   /// The categories' figures: never null, owned by the collector, valid for its life.
   [[nodiscard]] std::vector<CPU>* GetCPU() const { return m_pCPU.get(); }
   [[nodiscard]] std::vector<Process>* GetProcess() const { return m_pProcess.get(); }
+  /// The limits of the processes of GetProcess(), row by row; empty unless the last run was asked
+  /// for them under the profile `modern`.
+  [[nodiscard]] std::vector<ProcessLimits>* GetProcessLimits() const {
+    return m_pProcessLimits.get();
+  }
   /// Processes that ended; no category fills it.
   [[nodiscard]] std::vector<Acct>* GetAcct() const { return m_pAcct.get(); }
   [[nodiscard]] std::vector<DeviceIO>* GetDevice() const { return m_pDevice.get(); }
@@ -82,6 +95,7 @@ class Collector {
  private:
   std::unique_ptr<std::vector<CPU>> m_pCPU;
   std::unique_ptr<std::vector<Process>> m_pProcess;
+  std::unique_ptr<std::vector<ProcessLimits>> m_pProcessLimits;
   std::unique_ptr<std::vector<Acct>> m_pAcct;
   std::unique_ptr<std::vector<DeviceIO>> m_pDevice;
   std::unique_ptr<System> m_pSystem;
@@ -103,6 +117,8 @@ class Collector {
   std::unique_ptr<UserRecords<2>> m_pUPD;
   std::unique_ptr<UserRecords<3>> m_pUPDB;
   void* m_opaque = nullptr;
+  std::uint32_t m_flags = 0;
+  std::uint32_t m_collected = 0;
   /// Shared with the registry of figures, which may read them after the collector has gone.
   std::shared_ptr<std::vector<CategoryFigures>> m_figures;
 };

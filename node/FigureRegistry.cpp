@@ -16,3 +16,13 @@ void FigureRegistry::Add(Figure figure) {
     m_figures.push_back(std::move(figure));
   }
 }
+
+void FigureRegistry::SetFact(const std::string& name, std::string text) {
+  const auto place = std::find_if(m_facts.begin(), m_facts.end(),
+                                  [&](const Fact& other) { return other.name == name; });
+  if (place != m_facts.end()) {
+    place->text = std::move(text);
+  } else {
+    m_facts.push_back({name, std::move(text)});
+  }
+}

@@ -23,6 +23,12 @@ struct Figure {
   Group group = {};
 };
 
+/// What the agent says of itself in words.
+struct Fact {
+  std::string name;  ///< snake case
+  std::string text;
+};
+
 /// The agent's figures of itself, in the order in which they were added. Whoever adds a figure
 /// outlives the last reading.
 class FigureRegistry {
@@ -32,7 +38,12 @@ class FigureRegistry {
   /// A second figure of the same name replaces the first.
   void Add(Figure figure);
   [[nodiscard]] const std::vector<Figure>& Figures() const { return m_figures; }
+  /// Adds a fact, or replaces the text of the one with this name.
+  void SetFact(const std::string& name, std::string text);
+  /// In the order in which they were added.
+  [[nodiscard]] const std::vector<Fact>& Facts() const { return m_facts; }
 
  private:
   std::vector<Figure> m_figures;
+  std::vector<Fact> m_facts;
 };

@@ -10,9 +10,12 @@ constexpr std::uint32_t kInterval = '4';
 constexpr std::uint32_t kDetail = '3';
 constexpr std::uint32_t kProcesses = COLLECT_PROCESS | COLLECT_ACCT;
 
-constexpr RecordMapping kPI{kInterval, "PI",
-                            COLLECT_ACCT | COLLECT_SYSTEM | COLLECT_PROTOCOL | COLLECT_CPU, 0,
-                            &RecordBuilder::Build_PI};
+constexpr RecordMapping kPI{kInterval,
+                            "PI",
+                            COLLECT_ACCT | COLLECT_SYSTEM | COLLECT_PROTOCOL | COLLECT_CPU,
+                            0,
+                            &RecordBuilder::Build_PI,
+                            COLLECT_NFS_SERVER | COLLECT_NFS_CLIENT};
 constexpr RecordMapping kCPUP{kInterval, "CPUP", COLLECT_CPU, 0, &RecordBuilder::Build_CPUP};
 constexpr RecordMapping kDEVD{kInterval, "DEVD", COLLECT_DEVICE, 0, &RecordBuilder::Build_DEVD};
 constexpr RecordMapping kDEVS{kInterval, "DEVS", COLLECT_DEVICE, 0, &RecordBuilder::Build_DEVS};
@@ -21,7 +24,8 @@ constexpr RecordMapping kNINS{kInterval, "NINS", COLLECT_INTERFACE, 0, &RecordBu
 constexpr RecordMapping kWGRP{kInterval, "WGRP", kProcesses, 0, &RecordBuilder::Build_WGRP};
 constexpr RecordMapping kUPI{kInterval, "UPI", COLLECT_UPI, 0, &RecordBuilder::Build_UPI};
 constexpr RecordMapping kUPIB{kInterval, "UPIB", COLLECT_UPIB, 0, &RecordBuilder::Build_UPIB};
-constexpr RecordMapping kPD{kDetail, "PD", kProcesses, 0, &RecordBuilder::BuildPD};
+constexpr RecordMapping kPD{
+    kDetail, "PD", kProcesses, 0, &RecordBuilder::BuildPD, COLLECT_PROCESS_LIMITS};
 constexpr RecordMapping kACCT{kDetail, "ACCT", COLLECT_ACCT, 0, &RecordBuilder::BuildPD_ACCT};
 constexpr RecordMapping kFSL{kDetail, "FSL", COLLECT_FILE_SYSTEM, 0, &RecordBuilder::BuildPD_FSL};
 constexpr RecordMapping kFSR{kDetail, "FSR", COLLECT_FILE_SYSTEM, 0, &RecordBuilder::BuildPD_FSR};

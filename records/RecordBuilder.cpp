@@ -12,6 +12,7 @@
 #include "collect/system/SystemSourceLINUX.h"
 #include "node/LayoutRegistry.h"
 #include "records/UserObjects.h"
+#include "support/HostProfile.h"
 #include "support/OsCalls.h"
 #include "support/ProductOptions.h"
 #include "support/Switches.h"
@@ -144,6 +145,7 @@ UtlError* RecordBuilder::Add(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pR
     return new UtlError("Record type not supported.", __FILE__, __LINE__);
   }
   m_categories |= row->collectionFlags;
+  m_categories |= g_hostProfile == HostProfile::kModern ? row->modernFlags : 0U;
   m_extraFlags |= row->extraFlags;
   m_queue.push_back({pEvent, pRequest, row->builder});
   return nullptr;

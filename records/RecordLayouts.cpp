@@ -17,8 +17,17 @@ constexpr FieldType TypeOf(const Float*) { return FieldType::kFloat; }
 constexpr FieldType TypeOf(const Double*) { return FieldType::kDouble; }
 constexpr FieldType TypeOf(const Utime*) { return FieldType::kUtime; }
 
-/// The last word of a field that no collector fills.
-constexpr bool kNoSource = false;
+/// Under which profiles a field has a source.
+enum class FieldSource : std::uint8_t { kBothProfiles, kModernOnly, kNoSource };
+using enum FieldSource;
+
+/// A row of a layout's declaration.
+struct FieldEntry {
+  FieldLayout layout;
+  const char* help = "";
+  FieldSource source = kBothProfiles;
+  const char* modernHelp = nullptr;  ///< instead of `help` under the profile of that name
+};
 
 template <class Record>
 struct Fields;
@@ -27,18 +36,12 @@ struct Fields;
   template <>                                          \
   struct Fields<structure> {                           \
     using Row = structure;                             \
-    static constexpr FieldLayout kEntries[] = {
-#define FIELD(type, member, label, meaning, ...) \
-  {label,                                        \
-   TypeOf(static_cast<const type*>(nullptr)),    \
-   offsetof(Row, member),                        \
-   sizeof(type),                                 \
-   FieldMeaning::meaning,                        \
-   "",                                           \
-   "",                                           \
-   false __VA_OPT__(, ) __VA_ARGS__},
+    static constexpr FieldEntry kEntries[] = {
+#define FIELD(type, member, label, meaning, ...)                                           \
+  {{label, TypeOf(static_cast<const type*>(nullptr)), offsetof(Row, member), sizeof(type), \
+    FieldMeaning::meaning} __VA_OPT__(, ) __VA_ARGS__},
 // A heading takes an entry without width.
-#define GROUP(heading) {heading, FieldType::kText, 0, 0, FieldMeaning::text},
+#define GROUP(heading) {{heading, FieldType::kText, 0, 0, FieldMeaning::text}},
 // clang-format off
 #define END() }; };
 // clang-format on
@@ -100,28 +103,35 @@ constexpr void PutLookFacts(Table& table) {
   }
 }
 
+constexpr bool HasSource(FieldSource source, HostProfile profile) {
+  return source == kBothProfiles || (source == kModernOnly && profile == HostProfile::kModern);
+}
+
 template <class Record>
-constexpr auto MakeFieldTable() {
+constexpr auto MakeFieldTable(HostProfile profile) {
   constexpr auto kCount = std::ranges::count_if(
-      Fields<Record>::kEntries, [](const FieldLayout& entry) { return entry.width != 0; });
+      Fields<Record>::kEntries, [](const FieldEntry& entry) { return entry.layout.width != 0; });
   std::array<FieldLayout, kCount> table{};
   std::size_t next = 0;
   const char* group = "";
-  for (const FieldLayout& entry : Fields<Record>::kEntries) {
-    if (entry.width == 0) {
-      group = entry.label;
+  for (const FieldEntry& entry : Fields<Record>::kEntries) {
+    if (entry.layout.width == 0) {
+      group = entry.layout.label;
       continue;
     }
-    table[next] = entry;
+    const bool isOther = profile == HostProfile::kModern && entry.modernHelp != nullptr;
+    table[next] = entry.layout;
     table[next].group = group;
+    table[next].help = isOther ? entry.modernHelp : entry.help;
+    table[next].hasSource = HasSource(entry.source, profile);
     ++next;
   }
   PutLookFacts<Record>(table);
   return table;
 }
 
-template <class Record>
-constexpr auto kFields = MakeFieldTable<Record>();
+template <class Record, HostProfile profile = HostProfile::kClassic>
+constexpr auto kFields = MakeFieldTable<Record>(profile);
 
 constexpr std::size_t DescriptorRows(FieldType type) {
   switch (type) {
@@ -176,16 +186,20 @@ constexpr auto MakeDescriptors() {
 template <class Record>
 constexpr auto kDescriptors = MakeDescriptors<Record>();
 
-template <class Record>
+template <class Record, HostProfile profile>
 constexpr RecordLayout kLayout{RecordTraits<Record>::kName, RecordTraits<Record>::kStructure,
-                               RecordTraits<Record>::kCategory, sizeof(Record), kFields<Record>};
+                               RecordTraits<Record>::kCategory, sizeof(Record),
+                               kFields<Record, profile>};
 
 }  // namespace
 
-#define BEGIN(structure, className, name, kind, bytes)                                 \
-  const RecordLayout& RecordTraits<structure>::Layout() { return kLayout<structure>; } \
-  std::span<const FieldDescriptor> RecordTraits<structure>::Descriptors() {            \
-    return kDescriptors<structure>;                                                    \
+#define BEGIN(structure, className, name, kind, bytes)                                  \
+  const RecordLayout& RecordTraits<structure>::Layout(HostProfile profile) {            \
+    return profile == HostProfile::kModern ? kLayout<structure, HostProfile::kModern>   \
+                                           : kLayout<structure, HostProfile::kClassic>; \
+  }                                                                                     \
+  std::span<const FieldDescriptor> RecordTraits<structure>::Descriptors() {             \
+    return kDescriptors<structure>;                                                     \
   }
 #include "records/layout/All.def"
 
@@ -198,6 +212,6 @@ void TouchFieldTables() {
 
 void PublishLayouts() {
 #define BEGIN(structure, className, name, kind, bytes) \
-  LayoutRegistry::Instance().Publish(RecordTraits<structure>::Layout());
+  LayoutRegistry::Instance().Publish(RecordTraits<structure>::Layout(g_hostProfile));
 #include "records/layout/All.def"
 }

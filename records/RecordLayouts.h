@@ -6,6 +6,7 @@
 #include "node/LayoutRegistry.h"
 #include "node/Record.h"
 #include "records/RecordStructures.h"
+#include "support/HostProfile.h"
 
 /// The family of a record; the value is its kind byte and category letter.
 enum class RecordKind : unsigned char { Interval = '4', Detail = '3', Log = '7' };
@@ -13,7 +14,8 @@ enum class RecordKind : unsigned char { Interval = '4', Detail = '3', Log = '7' 
 /// What there is to know of a record structure at compile time, and its two tables. For each:
 /// - `Class`: the class that carries it to the node (records/RecordClasses.h)
 /// - `kName`, `kStructure`, `kCategory`: "CPUP", "recordPI_CPUP", '4'
-/// - `Layout()`: the layout as it is published
+/// - `Layout()`: the layout as it is published under a profile: what has a source differs, and what
+///   some fields are for
 /// - `Descriptors()`: the descriptor table; numeric fields only, a time value has two rows
 /// - `kKeyFields`: the number of identity fields beyond the record type
 /// The tables are constants and live as long as the process.
@@ -28,7 +30,7 @@ struct RecordTraits;
     static constexpr const char* kName = name;                                               \
     static constexpr const char* kStructure = #structure;                                    \
     static constexpr unsigned char kCategory = static_cast<unsigned char>(RecordKind::kind); \
-    static const RecordLayout& Layout();                                                     \
+    static const RecordLayout& Layout(HostProfile profile = HostProfile::kClassic);          \
     static std::span<const FieldDescriptor> Descriptors();                                   \
     static constexpr int kKeyFields = 0
 #define FIELD(type, member, label, meaning, ...) \
@@ -60,5 +62,5 @@ template <class Record>
 
 /// Reads a byte of each descriptor table, so that all are in memory before the first request.
 void TouchFieldTables();
-/// Publishes the layout of every record to LayoutRegistry::Instance().
+/// Publishes the layout of every record under the profile in force to LayoutRegistry::Instance().
 void PublishLayouts();

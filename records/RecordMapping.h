@@ -22,6 +22,7 @@ struct RecordMapping {
   std::uint32_t collectionFlags;  ///< the categories of figures that the record needs
   std::uint32_t extraFlags;
   RecordBuilderFunction builder;
+  std::uint32_t modernFlags = 0;  ///< what the profile `modern` collects for it besides
 };
 
 /// A record that a site may switch on by name.

@@ -270,6 +270,7 @@ Status ReadStatus(const Json& answer) {
   out.node = Text(status, "node");
   out.host = Text(status, "host");
   out.http = status.Find("http") != nullptr ? Text(status, "http") : "";
+  out.hostProfile = ReadHostProfile(status);
   out.kernelVariant = CountFigure(status, "kernel_variant");
   out.skippedProcesses = CountFigure(status, "collect_process_skipped");
   for (const Json& schedule : Objects(status, "schedules").Elements()) {
@@ -285,6 +286,13 @@ Status ReadStatus(const Json& answer) {
                      Count(batch, "records"), Count(batch, "errors")};
   }
   return out;
+}
+
+std::string ReadHostProfile(const Json& part) {
+  const Json* facts = part.Find("facts");
+  const Json* profile =
+      facts != nullptr && facts->IsObject() ? facts->Find("host_profile") : nullptr;
+  return profile != nullptr && profile->IsString() ? profile->Text() : "";
 }
 
 std::vector<ConfigNode> ReadConfig(const Json& answer) {

@@ -86,9 +86,10 @@ struct Status {
   std::string version;
   std::string node;
   std::string host;
-  std::string http;              ///< the address of the metrics; empty if there is none
-  std::string kernelVariant;     ///< empty if the agent does not say
-  std::string skippedProcesses;  ///< that the last collection has no row for; empty likewise
+  std::string http;         ///< the address of the metrics; empty if there is none
+  std::string hostProfile;  ///< empty if the agent does not say, as the next two
+  std::string kernelVariant;
+  std::string skippedProcesses;  ///< that the last collection has no row for
   std::vector<Schedule> schedules;
   LastBatch lastBatch;
 };
@@ -133,6 +134,8 @@ struct ReportTable {
 [[nodiscard]] Schema ReadSchema(const Json& answer);
 [[nodiscard]] std::vector<Listing> ReadListing(const Json& answer);
 [[nodiscard]] Status ReadStatus(const Json& answer);
+/// The host profile of a status or of a configuration; empty if the agent does not say.
+[[nodiscard]] std::string ReadHostProfile(const Json& part);
 /// The top of the tree.
 [[nodiscard]] std::vector<ConfigNode> ReadConfig(const Json& answer);
 [[nodiscard]] ReportTable ReadReport(const Json& answer);

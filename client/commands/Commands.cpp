@@ -228,6 +228,8 @@ int RunConfig(const CommonOptions& common, bool json) {
   Connection connection(common.socket);
   const Json answer = connection.Ask({{"op", "config"}});
   const std::vector<ConfigNode> tree = ReadConfig(answer);
-  WriteOutput(json ? Indented(Part(answer, "config")) : ConfigText(tree, ReadScreen(common.color)));
+  WriteOutput(
+      json ? Indented(Part(answer, "config"))
+           : ConfigText(tree, ReadScreen(common.color), ReadHostProfile(Part(answer, "config"))));
   return kExitDone;
 }

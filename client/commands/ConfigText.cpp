@@ -173,6 +173,10 @@ class TreeWriter {
 
 }  // namespace
 
-std::string ConfigText(const std::vector<ConfigNode>& tree, const Screen& screen) {
-  return TreeWriter(screen).Text(tree, 0);
+std::string ConfigText(const std::vector<ConfigNode>& tree, const Screen& screen,
+                       const std::string& hostProfile) {
+  const std::string profile = hostProfile.empty() ? ""
+                                                  : Emphasize("Host profile:", screen) + ' ' +
+                                                        SafeText(hostProfile) + "\n\n";
+  return profile + TreeWriter(screen).Text(tree, 0);
 }

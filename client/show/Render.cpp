@@ -162,13 +162,14 @@ std::string ListingText(const std::vector<Listing>& records, const Screen& scree
 }
 
 std::string StatusText(const Status& status, const Screen& screen) {
-  const std::array<std::pair<const char*, std::string>, 9> lines{{
+  const std::array<std::pair<const char*, std::string>, 10> lines{{
       {"Process", std::to_string(status.pid)},
       {"Version", SafeText(status.version)},
       {"Node", SafeText(status.node)},
       {"Host", SafeText(status.host)},
       {"Metrics", status.http.empty() ? "none" : "http://" + SafeText(status.http) + "/metrics"},
       {"Up time", DurationText(status.uptimeSeconds)},
+      {"Host profile", status.hostProfile.empty() ? "unknown" : SafeText(status.hostProfile)},
       {"Kernel variant", status.kernelVariant.empty() ? "unknown" : status.kernelVariant},
       {"Skipped",
        status.skippedProcesses.empty() ? "unknown" : status.skippedProcesses + " processes"},

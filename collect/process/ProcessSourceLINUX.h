@@ -70,6 +70,36 @@ enum ProcessState : std::uint32_t {
   kStateUninterruptible = 8,
 };
 
+/// What the kernels of today tell of a process besides; all zero under the profile `classic`.
+struct ModernProcessFigures {
+  char state = '\0';              ///< the letter of its stat line
+  std::uint32_t kernelFlags = 0;  ///< PF_ bits
+  std::uint32_t policy = 0;       ///< SCHED_ number
+  std::uint64_t residentKB = 0;
+  std::uint64_t virtualKB = 0;
+  std::uint64_t totalKB = 0;  ///< of its pages, with those swapped out
+  std::uint64_t swapKB = 0;
+  std::uint64_t heapKB = 0;  ///< its private writable memory without the stack
+  std::uint64_t sharedLibKB = 0;
+  std::uint64_t ioBytes = 0;     ///< read and written by its calls
+  std::uint64_t startTicks = 0;  ///< since the start of the host; tells a number used again
+};
+
+/// The limits of one process in the kernel's units, bytes, seconds or files; infinity for none.
+struct ProcessLimits {
+  struct Limit {
+    double soft = 0;
+    double hard = 0;
+  };
+  Limit dataSize;
+  Limit fileSize;
+  Limit openFiles;
+  Limit virtualMemSize;
+  Limit stackSize;
+  Limit coreSize;
+  Limit cpuTime;
+};
+
 /// One process as builders see it.
 class Process : public x_proc {
  public:
@@ -118,6 +148,7 @@ class Process : public x_proc {
   std::uint32_t writes = 0;
   std::uint32_t blockOps = 0;
   std::uint32_t ioKbytes = 0;
+  ModernProcessFigures modern;
   std::int32_t snapshotTime = 0;  ///< of the list that the process stands in, since 1970
 
   // What accounting tells of an ended process.

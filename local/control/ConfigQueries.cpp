@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "local/control/ConfigTree.h"
+#include "local/control/FactsJson.h"
 #include "node/NodeConfig.h"
 
 namespace {
@@ -107,7 +108,9 @@ void ConfigQueries::Config(const std::shared_ptr<ControlRequest>& request) {
     if (const auto error = FillTree(node, root)) {
       request->Fail(*error);
     } else {
-      request->Succeed("config", ConfigTree(root).ToJson());
+      Json config = ConfigTree(root).ToJson();
+      config["facts"] = FactsJson();
+      request->Succeed("config", std::move(config));
     }
   };
   task.drop = [request] { request->Fail(StoppingError()); };

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <span>
 
+#include "local/control/FactsJson.h"
 #include "local/history/FieldValue.h"
 #include "node/FigureRegistry.h"
 #include "node/LayoutRegistry.h"
@@ -220,6 +221,7 @@ void ControlOperations::Status(const RequestPtr& request) {
                                   {"http", m_facts.http},
                                   {"schedules", SchedulesJson(m_schedule)},
                                   {"last_batch", BatchJson(m_desk.Last())},
+                                  {"facts", FactsJson()},
                                   {"figures", FiguresJson()}});
 }
 

@@ -71,7 +71,9 @@ struct EventLoop::Library {
 };
 
 EventLoop::EventLoop() : m_library(std::make_unique<Library>()) {
-  g_wakeDescriptor.store(m_library->wakeUp.native_handle());
+  // A loop that is made beside the one that runs, for a look at settings, is woken by no signal.
+  int none = -1;
+  g_wakeDescriptor.compare_exchange_strong(none, m_library->wakeUp.native_handle());
   WatchWakeUps();
 }
 

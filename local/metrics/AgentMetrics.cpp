@@ -31,6 +31,19 @@ double Seconds(std::chrono::steady_clock::duration length) {
   return std::chrono::duration<double>(length).count();
 }
 
+void AddFacts(MetricText& text) {
+  MetricText::Labels labels{{"version", QMT_VERSION}};
+  for (const Fact& fact : FigureRegistry::Instance().Facts()) {
+    labels.push_back({fact.name, fact.text});
+  }
+  MetricFamily family;
+  family.name = "qmt_agent";
+  family.help = "What the agent says of itself in words";
+  family.kind = MetricKind::kInfo;
+  text.Begin(family);
+  text.Sample(labels, 1);
+}
+
 void AddBatches(MetricText& text, const BatchDesk& desk) {
   AddOne(text, "records_built", "Rows that were made for anybody", MetricKind::kCounter,
          static_cast<double>(desk.RowsMade()));
@@ -108,6 +121,7 @@ void AddFigures(MetricText& text) {
 void AddAgentMetrics(MetricText& text, const AgentFacts& facts) {
   Begin(text, "build", "The version of the daemon", MetricKind::kInfo);
   text.Sample({{"version", QMT_VERSION}}, 1);
+  AddFacts(text);
   AddBatches(text, facts.desk);
   AddSchedules(text, facts.schedule);
   AddHistory(text, facts.history);

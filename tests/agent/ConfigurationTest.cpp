@@ -1,5 +1,8 @@
 #include "agent/ConfigNames.h"
 #include "agent/DayTime.h"
+#include "node/FigureRegistry.h"
+#include "records/RecordLayouts.h"
+#include "support/HostProfile.h"
 #include "tests/agent/ConfigFixture.h"
 
 namespace {
@@ -124,6 +127,44 @@ TEST_F(ConfigurationTest, FoundValuesAreCutToTheirBufferAndOnlyBadOnesAreWritten
   EXPECT_EQ("/data/a\x01 b;rm", m_agent->GetWorkgroupFilePath());
   EXPECT_EQ("n", Option("Acct", "UseAcct"));
   EXPECT_EQ("n", Option("Acct", "GetDiedProcess"));
+}
+
+TEST_F(ConfigurationTest, TheProfileIsTheEnvironmentsElseTheFilesElseClassic) {
+  const struct {
+    const char* variable;
+    const char* setting;
+    HostProfile profile;
+    const char* timeout;
+    const char* message;
+  } cases[] = {
+      {"", "", HostProfile::kClassic, "0", ""},
+      {"", "modern", HostProfile::kModern, "2", ""},
+      {"classic", "modern", HostProfile::kClassic, "0", ""},
+      {"modern", "no such", HostProfile::kModern, "2", ""},
+      {"", "Modern", HostProfile::kClassic, "0", "qmtagt.ini:7: \"Modern\" is neither"},
+      {"m", "modern", HostProfile::kClassic, "0", "QMT_HOST_PROFILE: \"m\" is neither"},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(std::string(row.variable) + '/' + row.setting);
+    ScriptedNode::Reset();
+    g_msgLogLevel = 10;
+    ::setenv("QMT_HOST_PROFILE", row.variable, 1);
+    Node().ini[{kHostSection, "", kProfileLabel}] = row.setting;
+    MakeAgent(0);
+    EXPECT_EQ(0, Init());
+    EXPECT_EQ(row.profile, g_hostProfile);
+    EXPECT_STREQ(FigureRegistry::Instance().Facts().at(0).text.c_str(),
+                 HostProfileName(row.profile));
+    EXPECT_EQ(row.timeout, Option("Node", "Mount Timeout"));
+    EXPECT_EQ(*row.message == '\0' ? 0U : 1U, Node().LinesWith("is neither").size());
+    EXPECT_EQ(*row.message == '\0' ? 0U : 1U,
+              *row.message == '\0' ? 0U : Node().LinesWith(row.message).size());
+    // What a field's source is follows the profile.
+    const RecordLayout* layout = LayoutRegistry::Instance().Find("PI");
+    EXPECT_EQ(&RecordTraits<recordPI>::Layout(row.profile), layout);
+  }
+  ::unsetenv("QMT_HOST_PROFILE");
+  g_hostProfile = HostProfile::kClassic;
 }
 
 TEST_F(ConfigurationTest, AFailedWriteEndsTheStartAtThatKey) {

@@ -18,7 +18,8 @@ constexpr const char* kIntro = R"(# Records
 Every record with all of its fields, as they lie in a row: texts are padded with zero bytes,
 numbers are little-endian, `utime` is seconds and microseconds of 32 bits each. A `key` tells the
 rows of one record apart; a `counter` grows while its source lives. A field with *No source* is told
-by no host that the collector knows. `qmtctl schema RECORD` shows the same of a running agent.
+by no host that the collector knows, one with *`modern` only* under that host profile alone; see
+[host-profile.md](host-profile.md). `qmtctl schema RECORD` shows the same of a running agent.
 
 This file is made from the layouts. To renew it, run `records_test` with the environment
 variable `QMT_WRITE_MANUAL=1`.
@@ -49,19 +50,37 @@ std::string TypeName(const FieldLayout& field) {
   return field.type == FieldType::kText ? "text" : FieldTypeName(field.type);
 }
 
-std::string Manual() {
+/// What a field is for, and where it differs what it is for under the profile `modern`.
+std::string Purpose(const FieldLayout& classic, const FieldLayout& modern) {
+  const bool isOther = std::string(classic.help) != modern.help;
+  std::string text = classic.help;
+  text += isOther ? std::string(" *`modern`:* ") + modern.help : "";
+  return text + (classic.hasSource ? "" : modern.hasSource ? " *`modern` only.*" : " *No source.*");
+}
+
+std::vector<const RecordLayout*> LayoutsOf(HostProfile profile) {
+  g_hostProfile = profile;
   PublishLayouts();
+  g_hostProfile = HostProfile::kClassic;
+  return LayoutRegistry::Instance().Layouts();
+}
+
+std::string Manual() {
+  const std::vector<const RecordLayout*> modern = LayoutsOf(HostProfile::kModern);
+  const std::vector<const RecordLayout*> classic = LayoutsOf(HostProfile::kClassic);
   std::ostringstream text;
   text << kIntro;
-  for (const RecordLayout* layout : LayoutRegistry::Instance().Layouts()) {
+  for (std::size_t record = 0; record < classic.size(); ++record) {
+    const RecordLayout* layout = classic[record];
     text << "\n## " << layout->name << "\n\n`" << layout->structure << "`, "
          << KindName(layout->category) << ", " << layout->size << " bytes, " << HowServed(*layout)
          << ".\n\n| field | type | offset | bytes | meaning | what it is for |\n"
             "|---|---|---|---|---|---|\n";
-    for (const FieldLayout& field : layout->fields) {
+    for (std::size_t place = 0; place < layout->fields.size(); ++place) {
+      const FieldLayout& field = layout->fields[place];
       text << "| " << field.label << " | " << TypeName(field) << " | " << field.offset << " | "
-           << field.width << " | " << FieldMeaningName(field.meaning) << " | " << field.help
-           << (field.hasSource ? "" : " *No source.*") << " |\n";
+           << field.width << " | " << FieldMeaningName(field.meaning) << " | "
+           << Purpose(field, modern[record]->fields[place]) << " |\n";
     }
   }
   return text.str();

@@ -166,6 +166,14 @@ int ScriptedNode::Connect(CMBAgent&, const AgentIdentity& given) {
 std::unique_ptr<CMBIniFile> ScriptedNode::OpenIniFile(const char*, const char*) {
   return iniOpens ? std::make_unique<ScriptedIni>() : nullptr;
 }
+IniListing ScriptedNode::ListIniFile(const char*) {
+  IniListing listing;
+  for (const auto& [key, value] : ini) {
+    listing.settings.push_back({7, key[0], key[1], key[2], value});
+  }
+  return listing;
+}
+
 char* ScriptedNode::LocalNodeId() { return m_nodeId.data(); }
 void ScriptedNode::EventText(const char* text) { eventTexts.emplace_back(text); }
 void ScriptedNode::DebugText(const char*, int, const char* text) { debugTexts.emplace_back(text); }

@@ -112,6 +112,8 @@ class ScriptedNode : public NodeLayer {
   int HostName(char* out, int size) override;
   int Connect(CMBAgent& agent, const AgentIdentity& identity) override;
   std::unique_ptr<CMBIniFile> OpenIniFile(const char* directory, const char* name) override;
+  /// Each key of `ini` at line 7.
+  IniListing ListIniFile(const char* path) override;
   char* LocalNodeId() override;
   BusService* Bus() override { return &bus; }
   void EventText(const char* text) override;

@@ -85,7 +85,8 @@ TEST_F(ConfigOperationsTest, TheTreeComesInItsOrderWithItsTablesLookedUp) {
                  "current":0,"choices":["web","Web"],"flags":[1]}]},
               {"kind":"text","id":3,"label":"Time","help":"","value":"00:00",
                "max_length":2048,"flags":[0,1]}]},
-            {"kind":"folder","label":"Empty","help":"","children":[]}]}})"));
+            {"kind":"folder","label":"Empty","help":"","children":[]}],
+            "facts":{}}})"));
 }
 
 TEST_F(ConfigOperationsTest, AChangeReachesTheAgentAsItsItemTakesIt) {
