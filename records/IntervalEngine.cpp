@@ -39,6 +39,11 @@ float FloatCounterDelta(float current, float previous, const char* traceName) {
   return difference;
 }
 
+tagUTIME TimeGrowth(const tagUTIME& now, const tagUTIME& before) {
+  const tagUTIME growth = now - before;
+  return growth.seconds < 0 ? tagUTIME{} : growth;
+}
+
 UtlTime WideTime(const tagUTIME& value) {
   return {std::int64_t{value.seconds}, std::int64_t{value.microseconds} * 1000, UtlTime::kUtc};
 }

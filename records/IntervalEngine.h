@@ -38,12 +38,18 @@ struct PublishedAs<Row> {
 /// What a rate over a zero interval costs: the rest of the build, or the one row.
 enum class RateFailure { kEndsBuild, kSkipsRow };
 
+/// now - before; 0 for a time that went back, as a kernel's time of waiting for I/O now and then
+/// does. Right across the wrap of 32 bits of seconds, which a sum over many processors comes to.
+[[nodiscard]] tagUTIME TimeGrowth(const tagUTIME& now, const tagUTIME& before);
+
 /// What one record gives to the engine, which has its rates from the record's layout. All tables
 /// live as long as the process.
 template <class Record>
 struct IntervalFamily {
   std::span<const CounterField<Record>> counters = {};
   std::span<Utime Record::*const> times = {};
+  /// How two of its times are subtracted.
+  tagUTIME (*timeDelta)(const tagUTIME& now, const tagUTIME& before) = UTIMEDelta4Overflow;
   /// Whether two rows are of one instance; null for a record of a single row.
   bool (*sameInstance)(const Record&, const Record&) = nullptr;
   /// Ends the subtraction: may correct the difference `row`, whose fields of no table still hold
@@ -82,7 +88,7 @@ template <class Record>
   row.interval = CounterDelta(static_cast<std::uint32_t>(current.recordTime),
                               static_cast<std::uint32_t>(previous.recordTime), "interval");
   for (Utime Record::*field : family.times) {
-    row.*field = UTIMEDelta4Overflow(current.*field, previous.*field);
+    row.*field = family.timeDelta(current.*field, previous.*field);
   }
   for (const CounterField<Record>& counter : family.counters) {
     row.*counter.field =

@@ -148,4 +148,23 @@ TEST(PercentOf, IsZeroOfNothing) {
   EXPECT_FLOAT_EQ(PercentOf({1, 0}, {0, 0}), 0.0F);
 }
 
+TEST(TimeGrowthTest, CountsNothingBackwardsAndGoesOnAcrossTheWrap) {
+  const tagUTIME beforeWrap{2147483647, 500000};
+  const tagUTIME afterWrap{-2147483647, 250000};
+  EXPECT_EQ(TimeGrowth({7, 250000}, {5, 500000}), (tagUTIME{1, 750000}));
+  EXPECT_EQ(TimeGrowth({5, 500000}, {5, 510000}), tagUTIME{});
+  EXPECT_EQ(TimeGrowth({5, 0}, {90, 0}), tagUTIME{});
+  EXPECT_EQ(TimeGrowth(afterWrap, beforeWrap), (tagUTIME{1, 750000}));
+  EXPECT_EQ(TimeGrowth(beforeWrap, afterWrap), tagUTIME{});
+}
+
+TEST_F(IntervalEngineTest, AFamilySaysHowItsTimesAreSubtracted) {
+  m_family.timeDelta = TimeGrowth;
+  Asker asker("CPUP", '4', {.realtime = 0, .calcRates = 1});
+  (void)BuildRows(asker, true, {RawRow(100, "0", 5, 60)});
+  const std::vector<Row> rows = BuildRows(asker, false, {RawRow(110, "0", 5, 59)});
+  ASSERT_EQ(rows.size(), 1U);
+  EXPECT_EQ(rows[0].userTime, tagUTIME{});
+}
+
 }  // namespace
