@@ -16,6 +16,7 @@
 #include "collect/ipc/SHMSource.h"
 #include "collect/ipc/SemSource.h"
 #include "collect/log/MessagesSource.h"
+#include "collect/modern/CpuSource.h"
 #include "collect/network/InterfaceSourceLINUX.h"
 #include "collect/network/ProtocolSourceLINUX.h"
 #include "collect/nfs/NFSSource.h"
@@ -54,7 +55,8 @@ UtlError* ReadOne(Collector& collector, CategoryStep& step) {
 }
 
 constexpr std::array kCategories{
-    Category{COLLECT_CPU, "CPU", "cpu", ReadAll<CPUSourceUser, &Collector::GetCPU>},
+    Category{COLLECT_CPU, "CPU", "cpu", ReadAll<CPUSourceUser, &Collector::GetCPU>,
+             ReadAll<ModernCpuSource, &Collector::GetCPU>},
     Category{COLLECT_PROCESS, "Process", "process",
              ReadAll<ProcessSourceUser, &Collector::GetProcess>},
     Category{COLLECT_PROTOCOL, "Protocol", "protocol",

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+/// What a processor's block of /proc/cpuinfo tells of its type.
+struct CpuinfoBlock {
+  static constexpr std::size_t kTypeLength = 40;
+
+  std::optional<std::uint32_t> processor;
+  /// A name's place in the order of what tells most; beyond the last for none.
+  std::size_t rank = SIZE_MAX;
+  std::array<char, kTypeLength + 1> type{};  ///< a name, cut
+  std::optional<std::uint32_t> implementer;
+  std::optional<std::uint32_t> part;
+};
+
+/// Whether the line begins the block of another processor: "processor\t: 3".
+[[nodiscard]] bool IsProcessorLine(std::string_view line);
+/// Takes a line into the block. A key counts only if it is the whole of what stands before the
+/// first colon; unknown ones are passed over.
+void TakeCpuinfoLine(std::string_view line, CpuinfoBlock& block);
+/// Ends a block: the type of a processor that has no name but an implementer and a part becomes
+/// "ARM Neoverse-N1", or "0x41 part 0xfff" where the part is not known.
+void NameByPart(CpuinfoBlock& block);
