@@ -8,6 +8,7 @@
 #include "records/IntervalEngine.h"
 #include "records/RecordBuilder.h"
 #include "records/UserObjects.h"
+#include "support/HostProfile.h"
 #include "support/OsCalls.h"
 
 namespace {
@@ -84,16 +85,78 @@ void FillProcessorPercentages(ProcessorRow& row, const tagUTIME& user, const tag
   row.cpuPercent = PercentOf(user + system, total);
 }
 
+constexpr const char* kOffLine = "Off Line";
+
+bool IsOffLine(const ProcessorRow& row) { return std::strcmp(row.status.c_str(), kOffLine) == 0; }
+
+tagUTIME TotalTime(const ProcessorRow& row) {
+  return row.idleTime + row.userTime + row.systemTime + row.waitTime;
+}
+
+void CopyProcessorFigures(ProcessorRow& row, const ProcessorRow& from) {
+  for (Utime ProcessorRow::*field : kProcessorTimes) {
+    row.*field = from.*field;
+  }
+  row.interrupts = from.interrupts;
+}
+
+/// A processor that is off line has no figures, but goes on where it stood once it is back: what is
+/// kept of it is what it last showed. One that was never seen on line has nothing to be compared
+/// with. A sum of interrupts is less than before if a device has gone with its line.
+void AmendModernProcessor(ProcessorRow& row, ProcessorRow& raw, const ProcessorRow& previous) {
+  const bool isUnseen = IsOffLine(previous) && TotalTime(previous) == tagUTIME{};
+  if (IsOffLine(row)) {
+    CopyProcessorFigures(raw, previous);
+  }
+  if (IsOffLine(row) || isUnseen) {
+    CopyProcessorFigures(row, ProcessorRow{});
+    return;
+  }
+  const std::uint32_t growth =
+      CounterDelta(row.interrupts, previous.interrupts, "processor_interrupts");
+  row.interrupts = static_cast<std::int32_t>(growth) < 0 ? 0U : growth;
+}
+
+constexpr IntervalFamily<ProcessorRow> kModernProcessorFamily = [] {
+  IntervalFamily<ProcessorRow> family = kProcessorFamily;
+  family.counters = {};
+  family.timeDelta = TimeGrowth;
+  family.amend = AmendModernProcessor;
+  return family;
+}();
+
+/// What the profiles differ in.
+struct ProcessorRules {
+  const IntervalFamily<ProcessorRow>& family;
+  const char* (*status)(MyCPUObject& statuses, const CPU& cpu, const tagUTIME& total);
+  /// Whether the times between two looks say anything.
+  bool (*isComparable)(const ProcessorRow& row, const ProcessorRow& predecessor);
+};
+constexpr ProcessorRules kClassicRules{
+    .family = kProcessorFamily,
+    .status = [](MyCPUObject& statuses, const CPU& cpu,
+                 const tagUTIME& total) { return statuses.UpdateStatus(cpu.GetCpuId(), total); },
+    .isComparable = [](const ProcessorRow&, const ProcessorRow&) { return true; }};
+constexpr ProcessorRules kModernRules{
+    .family = kModernProcessorFamily,
+    .status = [](MyCPUObject& /*statuses*/, const CPU& cpu,
+                 const tagUTIME& /*total*/) { return cpu.GetOnline() == 0 ? "On Line" : kOffLine; },
+    .isComparable =
+        [](const ProcessorRow& row, const ProcessorRow& predecessor) {
+          return !IsOffLine(row) && !IsOffLine(predecessor);
+        }};
+
 /// With rates the row's own times count, else their differences to the predecessor.
-void DeriveProcessorPercentages(ProcessorRow& row, const ProcessorRow* predecessor,
-                                bool withRates) {
+void DeriveProcessorPercentages(const ProcessorRules& rules, ProcessorRow& row,
+                                const ProcessorRow* predecessor, bool withRates) {
   if (withRates) {
     FillProcessorPercentages(row, row.userTime, row.systemTime, row.idleTime, row.waitTime);
-  } else if (predecessor != nullptr) {
-    FillProcessorPercentages(row, UTIMEDelta4Overflow(row.userTime, predecessor->userTime),
-                             UTIMEDelta4Overflow(row.systemTime, predecessor->systemTime),
-                             UTIMEDelta4Overflow(row.idleTime, predecessor->idleTime),
-                             UTIMEDelta4Overflow(row.waitTime, predecessor->waitTime));
+  } else if (predecessor != nullptr && rules.isComparable(row, *predecessor)) {
+    const auto delta = rules.family.timeDelta;
+    FillProcessorPercentages(row, delta(row.userTime, predecessor->userTime),
+                             delta(row.systemTime, predecessor->systemTime),
+                             delta(row.idleTime, predecessor->idleTime),
+                             delta(row.waitTime, predecessor->waitTime));
   }
 }
 
@@ -107,17 +170,18 @@ UtlError* RecordBuilder::Build_CPUP(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   UtlTime upTimeValue(std::int64_t{upTime}, std::int64_t{0}, UtlTime::kUtc);
   const char* upTimeText = upTimeValue.FormatDuration();
 
-  IntervalBuild<ProcessorRow> build(kProcessorFamily, StateOf<CPUPState>().rawRows, *pEvent, first,
+  const ProcessorRules& rules =
+      g_hostProfile == HostProfile::kModern ? kModernRules : kClassicRules;
+  IntervalBuild<ProcessorRow> build(rules.family, StateOf<CPUPState>().rawRows, *pEvent, first,
                                     upTime);
   UtlErrorPtr error;
   for (const CPU& cpu : *m_pCollector->GetCPU()) {
     ProcessorRow row = RawProcessorRow(cpu, now);
     row.bootTime = GetBootTime();
     row.upTime = upTimeText;
-    const tagUTIME total = row.idleTime + row.userTime + row.systemTime + row.waitTime;
-    row.status = statuses.UpdateStatus(cpu.GetCpuId(), total);
+    row.status = rules.status(statuses, cpu, TotalTime(row));
     error = build.Add(row, [&](ProcessorRow& finished, const ProcessorRow* predecessor) {
-      DeriveProcessorPercentages(finished, predecessor, build.WithRates());
+      DeriveProcessorPercentages(rules, finished, predecessor, build.WithRates());
     });
     if (error) {
       break;

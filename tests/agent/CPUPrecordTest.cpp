@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "records/RecordClasses.h"
+#include "support/HostProfile.h"
 #include "tests/agent/AgentOnHost.h"
 #include "tests/scripted/Batch.h"
 
@@ -164,6 +165,123 @@ TEST_F(CPUPrecordTest, ASecondIntervalInTheSameSecondFailsThatRequestAlone) {
                 .size(),
             1U);
   EXPECT_EQ(batch.entries[2]->event.m_records.size(), 2U);
+}
+
+/// A host of three processors of which one is off line at first, read as a host of today.
+class ModernCPUPrecordTest : public AgentOnHost {
+ protected:
+  void SetUp() override {
+    AgentOnHost::SetUp();
+    m_host.Write("/sys/devices/system/cpu/present", "0-2\n");
+    m_host.Write("/proc/cpuinfo", "processor\t: 0\nmodel name\t: Example CPU A\n\n");
+    SetLook(0, "0-1", "cpu0 100 20 30 400 50 6 4 99 10 0\ncpu1 9000 0 0 0 0 0 0 0 0 0\n",
+            "CPU0 CPU1\n 24: 1000 7\nLOC: 50 70 Local timer\nERR: 5\n");
+    StartAgent();
+    // The start chose what the settings say.
+    g_hostProfile = HostProfile::kModern;
+  }
+  void TearDown() override {
+    g_hostProfile = HostProfile::kClassic;
+    AgentOnHost::TearDown();
+  }
+  void SetLook(int seconds, const std::string& online, const std::string& processors,
+               const std::string& interrupts) const {
+    s_now = 1'700'000'000 + seconds;
+    m_host.Write("/sys/devices/system/cpu/online", online + "\n");
+    m_host.Write("/proc/stat",
+                 "cpu  1 2 3 4 5 6 7 8 0 0\n" + processors + "intr 5\nctxt 7\nbtime 1699990000\n");
+    m_host.Write("/proc/interrupts", interrupts);
+  }
+  /// The second processor goes off line; the first one's wait steps back.
+  void SetSecondOff() const {
+    SetLook(10, "0", "cpu0 200 120 100 1100 45 21 19 300 10 0\n",
+            "CPU0\n 24: 1250\nLOC: 100 Local timer\nERR: 5\n");
+  }
+  /// All are on line; the first one has lost a line of interrupts.
+  void SetAllOn(int seconds, const std::string& thirdUser) const {
+    SetLook(seconds, "0-2",
+            "cpu0 200 120 100 1100 45 21 19 300 10 0\ncpu1 9050 0 0 0 0 0 0 0 0 0\ncpu2 " +
+                thirdUser + " 0 0 0 0 0 0 0 0 0\n",
+            "CPU0 CPU1 CPU2\nLOC: 105 82 3 Local timer\nERR: 5\n");
+  }
+};
+
+TEST_F(ModernCPUPrecordTest, IntervalsHoldNoStepBackAndNoReturn) {
+  Batch batch;
+  batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});
+  Asker& asker = *batch.entries[0];
+  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  SetSecondOff();
+  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  const auto rows = asker.Rows<recordPI_CPUP>();
+  ASSERT_EQ(rows.size(), 3U);
+  recordPI_CPUP first = CommonRow(1'700'000'010, "0", "Example CPU A", "0002:46:50");
+  first.interval = 10;
+  first.userTime = tagUTIME{2, 0};
+  first.systemTime = tagUTIME{1, 0};
+  first.idleTime = tagUTIME{7, 0};
+  first.interrupts = 300;
+  first.userPercent = 20.0F;
+  first.systemPercent = 10.0F;
+  first.idlePercent = 70.0F;
+  first.cpuPercent = 30.0F;
+  first.interruptsPerSec = 30.0F;
+  first.status = "On Line";
+  EXPECT_EQ(std::memcmp(&rows[0], &first, sizeof first), 0);
+  for (const char* id : {"1", "2"}) {
+    recordPI_CPUP off = CommonRow(1'700'000'010, id, "", "0002:46:50");
+    off.interval = 10;
+    off.status = "Off Line";
+    EXPECT_EQ(std::memcmp(&rows[id[0] - '0'], &off, sizeof off), 0) << id;
+  }
+
+  // Back again, one goes on from where it stood and one, never seen before, begins.
+  SetAllOn(20, "8000");
+  asker.NextAnswer();
+  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  const auto back = asker.Rows<recordPI_CPUP>();
+  EXPECT_EQ(back[0].interrupts, 0U);
+  EXPECT_EQ(tagUTIME(back[1].userTime), (tagUTIME{0, 500000}));
+  EXPECT_FLOAT_EQ(back[1].userPercent, 100.0F);
+  EXPECT_EQ(back[1].interrupts, 5U);
+  EXPECT_EQ(tagUTIME(back[2].userTime), tagUTIME{});
+  EXPECT_EQ(back[2].interrupts, 0U);
+  EXPECT_STREQ(back[2].status.c_str(), "On Line");
+
+  SetAllOn(30, "8100");
+  asker.NextAnswer();
+  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  EXPECT_EQ(tagUTIME(asker.Rows<recordPI_CPUP>()[2].userTime), (tagUTIME{1, 0}));
+}
+
+TEST_F(ModernCPUPrecordTest, LooksTellTheStatusAtOnceAndCompareWhatRan) {
+  Batch batch;
+  batch.Add("CPUP", '4', {.realtime = 1, .calcRates = 0});
+  Asker& asker = *batch.entries[0];
+  struct Look {
+    const char* status[3];
+    float userPercent[3];
+  };
+  const Look looks[] = {{{"On Line", "On Line", "Off Line"}, {0.0F, 0.0F, 0.0F}},
+                        {{"On Line", "Off Line", "Off Line"}, {20.0F, 0.0F, 0.0F}},
+                        {{"On Line", "On Line", "On Line"}, {0.0F, 0.0F, 0.0F}},
+                        {{"On Line", "On Line", "On Line"}, {0.0F, 0.0F, 100.0F}}};
+  for (std::size_t look = 0; look < std::size(looks); ++look) {
+    SCOPED_TRACE(look);
+    if (look == 1) {
+      SetSecondOff();
+    } else if (look > 1) {
+      SetAllOn(20, look == 2 ? "8000" : "8100");
+    }
+    asker.NextAnswer();
+    ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+    const auto rows = asker.Rows<recordPI_CPUP>();
+    ASSERT_EQ(rows.size(), 3U);
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+      EXPECT_STREQ(rows[row].status.c_str(), looks[look].status[row]) << row;
+      EXPECT_FLOAT_EQ(rows[row].userPercent, looks[look].userPercent[row]) << row;
+    }
+  }
 }
 
 }  // namespace
