@@ -207,7 +207,7 @@ TEST(CpuinfoTest, NamesEachKindOfProcessor) {
       {"processor\t: 0\nCPU implementer\t: 0x41\n", ""},
       {"processor\t: 0\ncpu\t\t: POWER9, altivec supported\nclock\t\t: 2500MHz\n",
        "POWER9, altivec supported"},
-      {"processor\t: 0\nhart\t: 0\nisa\t\t: rv64imafdc\nuarch\t\t: sifive,u74-mc\n",
+      {"processor\t: 0\nhart\t: 0\nuarch\t\t: sifive,u74-mc\nisa\t\t: rv64imafdc\n",
        "sifive,u74-mc"},
   };
   for (const Case& test : cases) {

@@ -1,0 +1,49 @@
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <string_view>
+
+#include "collect/modern/BlockDevices.h"
+#include "collect/modern/KernelStat.h"
+#include "collect/modern/Loadavg.h"
+#include "collect/modern/Meminfo.h"
+#include "collect/modern/NFSTotals.h"
+#include "collect/modern/ProtocolCounters.h"
+#include "collect/modern/Vmstat.h"
+
+namespace {
+
+void TakeDiskstats(std::string_view text) {
+  for (const DiskstatsLine& line : ParseDiskstats(text)) {
+    static_cast<void>(PartitionedName(line.name));
+    static_cast<void>(MultipathName(line.name));
+    static_cast<void>(IsPseudoDisk(line.name));
+    static_cast<void>(IsStackedDisk(line.name));
+  }
+}
+
+void TakeNFS(std::string_view text) {
+  static_cast<void>(ParseNFSFile(text, kNFSClientVersion4));
+  static_cast<void>(ParseNFSFile(text, kNFSServerVersion4));
+  static_cast<void>(ParseNFSBadCalls(text));
+}
+
+}  // namespace
+
+/// The first byte chooses the file, the others are its text.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) {
+    return 0;
+  }
+  constexpr void (*kFiles[])(std::string_view) = {
+      TakeDiskstats,
+      TakeNFS,
+      [](std::string_view text) { static_cast<void>(ParseKernelStat(text)); },
+      [](std::string_view text) { static_cast<void>(ParseLoadavg(text)); },
+      [](std::string_view text) { static_cast<void>(ParseMeminfo(text)); },
+      [](std::string_view text) { static_cast<void>(ParseVmstat(text)); },
+      [](std::string_view text) { static_cast<void>(ParseSnmp(text)); },
+      [](std::string_view text) { static_cast<void>(ParseSnmp6(text)); }};
+  kFiles[data[0] % std::size(kFiles)]({reinterpret_cast<const char*>(data) + 1, size - 1});
+  return 0;
+}
