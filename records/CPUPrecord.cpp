@@ -132,12 +132,12 @@ struct ProcessorRules {
   /// Whether the times between two looks say anything.
   bool (*isComparable)(const ProcessorRow& row, const ProcessorRow& predecessor);
 };
-constexpr ProcessorRules kClassicRules{
+constexpr ProcessorRules kClassicProcessorRules{
     .family = kProcessorFamily,
     .status = [](MyCPUObject& statuses, const CPU& cpu,
                  const tagUTIME& total) { return statuses.UpdateStatus(cpu.GetCpuId(), total); },
     .isComparable = [](const ProcessorRow&, const ProcessorRow&) { return true; }};
-constexpr ProcessorRules kModernRules{
+constexpr ProcessorRules kModernProcessorRules{
     .family = kModernProcessorFamily,
     .status = [](MyCPUObject& /*statuses*/, const CPU& cpu,
                  const tagUTIME& /*total*/) { return cpu.GetOnline() == 0 ? "On Line" : kOffLine; },
@@ -171,7 +171,7 @@ UtlError* RecordBuilder::Build_CPUP(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   const char* upTimeText = upTimeValue.FormatDuration();
 
   const ProcessorRules& rules =
-      g_hostProfile == HostProfile::kModern ? kModernRules : kClassicRules;
+      g_hostProfile == HostProfile::kModern ? kModernProcessorRules : kClassicProcessorRules;
   IntervalBuild<ProcessorRow> build(rules.family, StateOf<CPUPState>().rawRows, *pEvent, first,
                                     upTime);
   UtlErrorPtr error;
