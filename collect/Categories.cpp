@@ -17,6 +17,7 @@
 #include "collect/ipc/SemSource.h"
 #include "collect/log/MessagesSource.h"
 #include "collect/modern/CpuSource.h"
+#include "collect/modern/FileSystemSource.h"
 #include "collect/network/InterfaceSourceLINUX.h"
 #include "collect/network/ProtocolSourceLINUX.h"
 #include "collect/nfs/NFSSource.h"
@@ -74,7 +75,8 @@ constexpr std::array kCategories{
              ReadAll<MsgSourceUser, &Collector::GetMsg>},
     Category{COLLECT_SYSTEM, "System", "system", ReadOne<SystemSourceUser, &Collector::GetSystem>},
     Category{COLLECT_FILE_SYSTEM, "File System", "file_system",
-             ReadAll<FileSystemSourceUser, &Collector::GetFileSystem>},
+             ReadAll<FileSystemSourceUser, &Collector::GetFileSystem>,
+             ReadAll<ModernFileSystemSource, &Collector::GetFileSystem>},
     Category{COLLECT_INTERFACE, "Interface", "interface",
              ReadAll<InterfaceSourceUser, &Collector::GetInterface>},
     Category{COLLECT_QUOTA, "Quota", "quota", ReadAll<QuotaSourceUser, &Collector::GetQuota>},

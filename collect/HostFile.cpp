@@ -25,9 +25,10 @@ struct FileLimit {
 };
 constexpr FileLimit kUsual{"", 4 * kMiB, 4 * kMiB};
 constexpr FileLimit kLimits[] = {
-    {"/proc/cpuinfo", 16 * kMiB, 16 * kMiB}, {"/proc/interrupts", 32 * kMiB, 32 * kMiB},
-    {"/proc/net/dev", 4 * kMiB, 16384},      {"/proc/partitions", 4 * kMiB, 16384},
-    {"/proc/diskstats", 4 * kMiB, 16384},    {"/etc/mtab", 16 * kMiB, 131072}};
+    {"/proc/cpuinfo", 16 * kMiB, 16 * kMiB},  {"/proc/interrupts", 32 * kMiB, 32 * kMiB},
+    {"/proc/net/dev", 4 * kMiB, 16384},       {"/proc/partitions", 4 * kMiB, 16384},
+    {"/proc/diskstats", 4 * kMiB, 16384},     {"/etc/mtab", 16 * kMiB, 131072},
+    {"/proc/1/mountinfo", 16 * kMiB, 131072}, {"/proc/self/mountinfo", 16 * kMiB, 131072}};
 
 std::unique_ptr<UtlError> g_error;
 
