@@ -15,6 +15,7 @@
 #include "collect/process/NameCache.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
+#include "support/HostProfile.h"
 #include "support/OsCalls.h"
 #include "support/Switches.h"
 #include "tests/scripted/Batch.h"
@@ -44,6 +45,7 @@ class FileSystemRecordsTest : public ::testing::Test {
   void TearDown() override {
     Os() = m_realCalls;
     ClearUserNames();
+    g_hostProfile = HostProfile::kClassic;
   }
   template <class Row>
   std::vector<Row> Build(RecordBuilderFunction builder) {
@@ -126,6 +128,37 @@ TEST_F(FileSystemRecordsTest, RowsAreTheOnesWorkedOutByHand) {
     const auto row = Build<recordPD_UFSQ>(&RecordBuilder::BuildPD_UFSQ).at(0);
     EXPECT_STREQ(row.fileSystem.c_str(), directory) << path;
   }
+}
+
+TEST_F(FileSystemRecordsTest, ModernRowsAreTheOnesWorkedOutByHand) {
+  const process_tree::HostTree host;
+  host.Write("/proc/1/mountinfo",
+             "30 1 0:41 /@sub /srv/my\\040other\\040data rw - btrfs /dev/mapper/luks-data rw\n"
+             "31 1 0:40 /@ /srv/my\\040data rw shared:1 - btrfs /dev/mapper/luks-data rw\n"
+             "32 1 0:42 / /mnt/far rw - fuse.sshfs ann@192.0.2.7:/export rw,user_id=1000\n"
+             "33 1 0:43 / /proc rw - proc proc rw\n");
+  Os().statfs64 = [](const char*, struct ::statfs64* figures) {
+    figures->f_bsize = 1'048'576;
+    figures->f_frsize = 4096;
+    figures->f_blocks = 262'144'000;
+    figures->f_bfree = 100'000'000;
+    figures->f_bavail = 90'000'000;
+    figures->f_ffree = 7;
+    return 0;
+  };
+  g_hostProfile = HostProfile::kModern;
+  ASSERT_EQ(m_collector.collect(COLLECT_FILE_SYSTEM, 0), nullptr);
+  const std::filesystem::path golden = std::filesystem::path(QMT_TEST_DIR) / "fixtures/mounts";
+  const auto local = Build<recordPD_FSL>(&RecordBuilder::BuildPD_FSL);
+  ASSERT_EQ(local.size(), 1U);
+  ExpectGolden(&local[0], sizeof local[0], golden / "FSL.tsv");
+  const auto remote = Build<recordPD_FSR>(&RecordBuilder::BuildPD_FSR);
+  ASSERT_EQ(remote.size(), 1U);
+  ExpectGolden(&remote[0], sizeof remote[0], golden / "FSR.tsv");
+  *m_collector.GetStorage() = {Stored("/srv/my data", 7, 10'240)};
+  const auto stored = Build<recordPD_UFSS>(&RecordBuilder::BuildPD_UFSS);
+  ASSERT_EQ(stored.size(), 1U);
+  EXPECT_EQ(stored[0].fileSystemSizeMbytes, 1'024'000.0);
 }
 
 TEST_F(FileSystemRecordsTest, CountsAreUnsignedAndNothingIsDividedByZero) {
