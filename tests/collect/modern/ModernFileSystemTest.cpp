@@ -125,8 +125,14 @@ TEST_F(ModernFileSystemTest, AMountThatHangsCostsItsOwnRowAlone) {
              "3 1 8:2 / /last rw - ext4 /dev/sda2 rw\n");
   BlocksByPath() = {{"/", 9}, {"/last", 9}};
   SetTimeout("1");
+  static int children = 0;
+  Os().fork = [] {
+    ++children;
+    return ::fork();
+  };
   EXPECT_EQ(Read(), "/|ext4|local|/dev/sda1|4096\n/last|ext4|local|/dev/sda2|4096\n");
   EXPECT_EQ(Lines("no answer within 1 seconds"), 1U);
+  EXPECT_EQ(children, 2) << "one, and one beside it";
 }
 
 TEST_F(ModernFileSystemTest, WhatCannotBeReadOrAskedIsTold) {
@@ -176,15 +182,27 @@ TEST_F(ModernFileSystemTest, EscapesAreThreeOctalDigits) {
   }
 }
 
+TEST_F(ModernFileSystemTest, AFirstMountThatAnotherCoversHidesWhatStandsOnIt) {
+  const std::vector<MountEntry> mounts = ReachableMounts({{1, 1, 1, "/", "rootfs", "rootfs"},
+                                                          {2, 1, 2, "/old", "t", "s"},
+                                                          {3, 1, 3, "/", "ext4", "s"},
+                                                          {4, 3, 4, "/old", "t", "s"}});
+  ASSERT_EQ(mounts.size(), 2U);
+  EXPECT_EQ(mounts[0].id, 3U);
+  EXPECT_EQ(mounts[1].id, 4U);
+}
+
 TEST_F(ModernFileSystemTest, NoTableMakesTheSearchLongOrEndless) {
   EXPECT_TRUE(ReachableMounts({{1, 2, 1, "/", "t", "s"}, {2, 1, 2, "/", "t", "s"}}).empty());
   EXPECT_EQ(ReachableMounts({{1, 1, 1, "/", "t", "s"}, {7, 8, 2, "/x", "t", "s"}}).size(), 2U)
       << "it stands on one that is not told";
   std::vector<MountEntry> same;
   for (std::uint64_t place = 0; place < 100'000; ++place) {
-    same.push_back({1, place % 2, place, "/" + std::to_string(place), "t", "s"});
+    const bool isFirst = place % 2 == 0;
+    same.push_back(
+        {isFirst ? 1 : place + 1, isFirst ? 0U : 1U, place, "/" + std::to_string(place), "t", "s"});
   }
-  EXPECT_FALSE(ReachableMounts(std::move(same)).empty());
+  EXPECT_EQ(ReachableMounts(std::move(same)).size(), 100'000U) << "one id for half of them";
 }
 
 TEST_F(ModernFileSystemTest, ARemoteSourceNamesHostAndPath) {
