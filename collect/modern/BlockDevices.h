@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// The block devices of the host, from /proc/diskstats and /sys/block.
+
+/// What the kernel counts for a device since boot, in its 64 bits.
+struct DiskCounters {
+  std::uint64_t reads = 0;
+  std::uint64_t sectorsRead = 0;  ///< of 512 bytes
+  std::uint64_t readMilliseconds = 0;
+  std::uint64_t writes = 0;
+  std::uint64_t sectorsWritten = 0;
+  std::uint64_t writeMilliseconds = 0;
+  std::uint64_t inFlight = 0;  ///< operations under way now
+  std::uint64_t inUseMilliseconds = 0;
+  std::uint64_t weightedMilliseconds = 0;  ///< grows by what is in flight in each millisecond
+};
+
+/// One line of /proc/diskstats; the name stays in the text.
+struct DiskstatsLine {
+  std::string_view name;
+  std::uint32_t major = 0;
+  std::uint32_t minor = 0;
+  DiskCounters counters;
+  bool isComplete = false;  ///< else the figures from the first missing one on are 0
+};
+
+/// Takes a line; discards and flushes are left aside. False, and nothing of use in `out`, without
+/// two numbers and a name of at most 63 letters.
+[[nodiscard]] bool ParseDiskstatsLine(std::string_view line, DiskstatsLine& out);
+/// All lines of the file's text that can be taken, in its order.
+[[nodiscard]] std::vector<DiskstatsLine> ParseDiskstats(std::string_view text);
+
+/// The device that a partition of this name would be of, by the kernel's rule: "sda" for "sda1",
+/// "nvme0n1" for "nvme0n1p1". A part of `name`; empty if no partition can have that name.
+[[nodiscard]] std::string_view PartitionedName(std::string_view name);
+/// The device that is reached by the path "nvme0c1n1" of NVMe multipath: "nvme0n1"; empty for any
+/// other name. The kernel hides each path and counts its operations once more.
+[[nodiscard]] std::string MultipathName(std::string_view name);
+/// Whether the device is memory or a file: loop, ram, zram.
+[[nodiscard]] bool IsPseudoDisk(std::string_view name);
+/// Whether the device hands its operations on to others of this host: dm, md and their kin.
+[[nodiscard]] bool IsStackedDisk(std::string_view name);
+
+/// A whole device.
+struct BlockDevice {
+  std::string name;  ///< the kernel's
+  DiskCounters counters;
+  bool isPhysical = false;
+};
+
+/// The whole devices that have done I/O since boot, in the kernel's order. No partition, no loop,
+/// ram and zram device; paths of NVMe multipath count as the device that they lead to, by the
+/// figures of that one unless it has none, as on kernels before 6.1. What /sys/block names is
+/// whole; on a captured host without it, what can't be a partition of another device of the file.
+[[nodiscard]] std::vector<BlockDevice> ReadBlockDevices();
+
+/// The place of a device's attribute, such as "queue/rotational", below /sys.
+[[nodiscard]] std::string BlockAttributePath(std::string_view device, std::string_view attribute);
+
+struct PhysicalOps {
+  std::uint64_t reads = 0;
+  std::uint64_t writes = 0;
+};
+/// The operations of all physical devices since boot: what goes through a device of devices is
+/// counted where it ends.
+[[nodiscard]] PhysicalOps ReadPhysicalOps();
