@@ -18,6 +18,7 @@
 #include "collect/log/MessagesSource.h"
 #include "collect/modern/CpuSource.h"
 #include "collect/modern/FileSystemSource.h"
+#include "collect/modern/DeviceSource.h"
 #include "collect/network/InterfaceSourceLINUX.h"
 #include "collect/network/ProtocolSourceLINUX.h"
 #include "collect/nfs/NFSSource.h"
@@ -64,8 +65,8 @@ constexpr std::array kCategories{
              ReadOne<ProtocolSourceUser, &Collector::GetProtocol>},
     Category{COLLECT_MESSAGES, "Messages", "messages",
              ReadAll<MessagesSourceUser, &Collector::GetMessages>},
-    Category{COLLECT_DEVICE, "Device", "device",
-             ReadAll<DeviceIOSourceUser, &Collector::GetDevice>},
+    Category{COLLECT_DEVICE, "Device", "device", ReadAll<DeviceIOSourceUser, &Collector::GetDevice>,
+             ReadAll<ModernDeviceSource, &Collector::GetDevice>},
     Category{COLLECT_SEMAPHORE, "Semaphore", "semaphore",
              ReadAll<SemSourceUser, &Collector::GetSem>},
     Category{COLLECT_SHARED_MEMORY, "Shared Memory", "shared_memory",

@@ -3,9 +3,12 @@
 
 #include "collect/Collector.h"
 #include "records/DeviceRows.h"
+#include "records/DeviceRules.h"
 #include "records/IntervalEngine.h"
+#include "records/ModernDevices.h"
 #include "records/RecordBuilder.h"
 #include "records/UserObjects.h"
+#include "support/HostProfile.h"
 #include "support/OsCalls.h"
 
 namespace {
@@ -59,10 +62,6 @@ constexpr IntervalFamily<DeviceRow> kDeviceFamily{
     .rateFailure = RateFailure::kSkipsRow,
     .movedBackwards = DeviceMovedBackwards};
 
-struct DEVDState : FamilyState {
-  RawRows<DeviceRow> rawRows;
-};
-
 /// On the newest kernels the device is known by the word after its numbers; empty for none.
 std::string_view NameOf(const DeviceIO& device) {
   const std::string_view name = device.GetName();
@@ -111,27 +110,35 @@ void FillDerived(DeviceRecord& row, const DeviceRecord* base, std::uint32_t seco
   row.busyPercent = BusyPercent(GrowthSince(row, base, &DeviceRecord::totalBusyTime), seconds);
 }
 
+constexpr DeviceRules<DeviceRow> kClassicDeviceRules{
+    .family = kDeviceFamily,
+    .isShown =
+        [](const DeviceIO& device) {
+          return g_kernelVariant != kNewestKernel || !NameOf(device).empty();
+        },
+    .rawRow = RawDeviceRow,
+    .fillDerived = FillDerived};
+
+struct DEVDState : FamilyState {
+  RawRows<DeviceRow> rawRows;
+  RawRows<CountedRow<DeviceRecord>> countedRows;
+};
+
 }  // namespace
 
 UtlError* RecordBuilder::Build_DEVD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::Build_DEVD", AddressOf(pEvent), AddressOf(pRequest));
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  IntervalBuild<DeviceRow> build(kDeviceFamily, StateOf<DEVDState>().rawRows, *pEvent, first,
-                                 GetUpTimeSeconds());
-  for (const DeviceIO* device : SortedDevices(*m_pCollector->GetDevice())) {
-    if (g_kernelVariant == kNewestKernel && NameOf(*device).empty()) {
-      continue;
-    }
-    // A row that fails is skipped, so no error comes back.
-    (void)build.Add(RawDeviceRow(*device, now),
-                    [&](DeviceRecord& row, const DeviceRecord* predecessor) {
-                      if (build.WithRates() || predecessor != nullptr) {
-                        FillDerived(row, predecessor, DerivedSeconds(row, predecessor));
-                      }
-                    });
-  }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<DeviceRecord>::kName, build.OutputCount());
+  auto& state = StateOf<DEVDState>();
+  const auto build = [&](const auto& rules, auto& rawRows) {
+    return BuildDevices(rules, rawRows, *pEvent, first, GetUpTimeSeconds(),
+                        *m_pCollector->GetDevice(), now);
+  };
+  const int count = g_hostProfile == HostProfile::kModern
+                        ? build(ModernDeviceRules(), state.countedRows)
+                        : build(kClassicDeviceRules, state.rawRows);
+  TraceCreated(__FILE__, __LINE__, RecordTraits<DeviceRecord>::kName, count);
   TraceExit("RecordBuilder::Build_DEVD", 0);
   return nullptr;
 }

@@ -4,8 +4,10 @@
 
 #include "collect/Collector.h"
 #include "records/DeviceSummary.h"
+#include "records/ModernDevices.h"
 #include "records/RecordBuilder.h"
 #include "records/UserObjects.h"
+#include "support/HostProfile.h"
 #include "support/OsCalls.h"
 
 namespace {
@@ -17,6 +19,7 @@ constexpr auto kDisksFamily = SummaryFamily<DisksRecord>("RecordBuilder::BuildRa
 
 struct DEVSState : FamilyState {
   RawRows<DisksRow> rawRows;
+  RawRows<CountedDisks> countedRows;
 };
 
 struct MajorRange {
@@ -55,12 +58,15 @@ DisksRow SumOfDisks(const std::vector<DeviceIO>& devices, std::int32_t now) {
 UtlError* RecordBuilder::Build_DEVS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::Build_DEVS", AddressOf(pEvent), AddressOf(pRequest));
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
-  const DisksRow sum =
-      SumOfDisks(*m_pCollector->GetDevice(), static_cast<std::int32_t>(Os().time(nullptr)));
-  const int count =
-      FinishSummary(IntervalBuild<DisksRow>(kDisksFamily, StateOf<DEVSState>().rawRows, *pEvent,
-                                            first, GetUpTimeSeconds()),
-                    sum, pEvent->IsRealtime() != 0);
+  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
+  const std::vector<DeviceIO>& devices = *m_pCollector->GetDevice();
+  auto& state = StateOf<DEVSState>();
+  const int count = g_hostProfile == HostProfile::kModern
+                        ? FinishPhysicalDisks(state.countedRows, *pEvent, first, GetUpTimeSeconds(),
+                                              SumOfPhysicalDisks(devices, now))
+                        : FinishSummary(IntervalBuild<DisksRow>(kDisksFamily, state.rawRows,
+                                                                *pEvent, first, GetUpTimeSeconds()),
+                                        SumOfDisks(devices, now), pEvent->IsRealtime() != 0);
   TraceCreated(__FILE__, __LINE__, RecordTraits<DisksRecord>::kName, count);
   TraceExit("RecordBuilder::Build_DEVS", 0);
   return nullptr;

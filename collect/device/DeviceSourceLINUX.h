@@ -9,6 +9,7 @@
 #include "collect/MajorTable.h"
 #include "collect/ProcLib.h"
 #include "collect/Source.h"
+#include "collect/modern/BlockDevices.h"
 #include "support/TextFile.h"
 
 /// One disk as the source reads it; counters since boot, of which the kernel's low 32 bits count.
@@ -44,6 +45,11 @@ class DeviceIO : public x_deviceio {
 
   [[nodiscard]] const char* GetName() const { return x_deviceio::name.data(); }
   [[nodiscard]] const char* GetType() const { return type.data(); }
+
+  // What the source of the profile `modern` tells besides.
+
+  DiskCounters counters;    ///< in full
+  bool isPhysical = false;  ///< counts in sums over devices
 };
 
 /// The order of builders: by name.

@@ -117,18 +117,6 @@ class LinesByName {
   std::vector<DiskstatsLine*> m_lines;
 };
 
-void Add(DiskCounters& sum, const DiskCounters& counters) {
-  sum.reads += counters.reads;
-  sum.sectorsRead += counters.sectorsRead;
-  sum.readMilliseconds += counters.readMilliseconds;
-  sum.writes += counters.writes;
-  sum.sectorsWritten += counters.sectorsWritten;
-  sum.writeMilliseconds += counters.writeMilliseconds;
-  sum.inFlight += counters.inFlight;
-  sum.inUseMilliseconds += counters.inUseMilliseconds;
-  sum.weightedMilliseconds += counters.weightedMilliseconds;
-}
-
 bool HasDoneIo(const DiskCounters& counters) { return counters.reads != 0 || counters.writes != 0; }
 
 /// Hands what the paths of NVMe multipath have done to the devices that count nothing themselves.
@@ -142,7 +130,7 @@ void FoldPaths(const std::vector<DiskstatsLine>& lines, const LinesByName& byNam
     }
   }
   for (const auto& [whole, counters] : paths) {
-    Add(whole->counters, *counters);
+    whole->counters += *counters;
   }
 }
 
@@ -164,6 +152,19 @@ class WholeTest {
 };
 
 }  // namespace
+
+DiskCounters& DiskCounters::operator+=(const DiskCounters& counters) {
+  reads += counters.reads;
+  sectorsRead += counters.sectorsRead;
+  readMilliseconds += counters.readMilliseconds;
+  writes += counters.writes;
+  sectorsWritten += counters.sectorsWritten;
+  writeMilliseconds += counters.writeMilliseconds;
+  inFlight += counters.inFlight;
+  inUseMilliseconds += counters.inUseMilliseconds;
+  weightedMilliseconds += counters.weightedMilliseconds;
+  return *this;
+}
 
 bool ParseDiskstatsLine(std::string_view line, DiskstatsLine& out) {
   out = {};

@@ -44,6 +44,8 @@ TEST_F(BlockDevicesTest, WithoutSysTheNamesTell) {
   host.Write("/proc/diskstats",
              "202 0 xvda 1 0 0 0 0 0 0 0 0 0 0\n202 1 xvda1 1 0 0 0 0 0 0 0 0 0 0\n");
   EXPECT_EQ(Found(), std::vector<std::string>{"xvda"});
+  host.Write("/sys/block/xvda1/size", "8\n");
+  EXPECT_EQ(Found(), std::vector<std::string>{"xvda1"}) << "which is asked first";
   host.Remove("/proc/diskstats");
   EXPECT_TRUE(Found().empty());
   EXPECT_EQ(Lines("(/proc/diskstats)"), 1U);

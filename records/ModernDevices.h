@@ -1,0 +1,27 @@
+#pragma once
+
+#include "collect/modern/BlockDevices.h"
+#include "records/DeviceRules.h"
+#include "records/IntervalEngine.h"
+#include "records/RecordStructures.h"
+
+// The rules of the records of devices under the profile `modern`: names and kinds as the kernel has
+// them, and differences of its counters in full, before they become a record's words.
+
+/// A row on its way: the record, and the counters that its figures come from.
+template <class Record>
+struct CountedRow : Record {
+  using PublishedRecord = Record;
+  DiskCounters counters;
+};
+
+[[nodiscard]] const DeviceRules<CountedRow<recordPI_DEVD>>& ModernDeviceRules();
+
+using CountedDisks = CountedRow<recordPI_DEVS>;
+/// The cumulative figures of all physical devices.
+[[nodiscard]] CountedDisks SumOfPhysicalDisks(const std::vector<DeviceIO>& devices,
+                                              std::int32_t now);
+/// Takes the summed row through the engine. Returns how many rows were processed: 0 without a
+/// device, or for a row that had to be skipped.
+[[nodiscard]] int FinishPhysicalDisks(RawRows<CountedDisks>& rawRows, CMBRecordRequestEvent& event,
+                                      bool first, std::int32_t upTime, const CountedDisks& sum);
