@@ -58,7 +58,7 @@ struct BlockDevice {
 
 /// The whole devices that have done I/O since boot, in the kernel's order. No partition, no loop,
 /// ram and zram device; paths of NVMe multipath count as the device that they lead to, by the
-/// figures of that one unless it has none, as on kernels before 6.1. What /sys/block names is
+/// figures of that one unless it has none, as on older kernels. What /sys/block names is
 /// whole; on a captured host without it, what can't be a partition of another device of the file.
 [[nodiscard]] std::vector<BlockDevice> ReadBlockDevices();
 
