@@ -19,6 +19,9 @@
 #include "collect/modern/CpuSource.h"
 #include "collect/modern/FileSystemSource.h"
 #include "collect/modern/DeviceSource.h"
+#include "collect/modern/NFSTotals.h"
+#include "collect/modern/ProtocolCounters.h"
+#include "collect/modern/SystemSource.h"
 #include "collect/network/InterfaceSourceLINUX.h"
 #include "collect/network/ProtocolSourceLINUX.h"
 #include "collect/nfs/NFSSource.h"
@@ -53,7 +56,8 @@ template <class Source, auto Accessor>
 UtlError* ReadOne(Collector& collector, CategoryStep& step) {
   Source source;
   UtlError* error = source.readOne(&collector, *(collector.*Accessor)());
-  return step.Finish(error, error == nullptr ? 1 : 0, IsSupported(source));
+  const bool isSupported = IsSupported(source);
+  return step.Finish(error, error == nullptr && isSupported ? 1 : 0, isSupported);
 }
 
 constexpr std::array kCategories{
@@ -62,7 +66,8 @@ constexpr std::array kCategories{
     Category{COLLECT_PROCESS, "Process", "process",
              ReadAll<ProcessSourceUser, &Collector::GetProcess>},
     Category{COLLECT_PROTOCOL, "Protocol", "protocol",
-             ReadOne<ProtocolSourceUser, &Collector::GetProtocol>},
+             ReadOne<ProtocolSourceUser, &Collector::GetProtocol>,
+             ReadOne<ModernProtocolSource, &Collector::GetProtocol>},
     Category{COLLECT_MESSAGES, "Messages", "messages",
              ReadAll<MessagesSourceUser, &Collector::GetMessages>},
     Category{COLLECT_DEVICE, "Device", "device", ReadAll<DeviceIOSourceUser, &Collector::GetDevice>,
@@ -74,7 +79,8 @@ constexpr std::array kCategories{
     Category{COLLECT_IPC, "IPC", "ipc", ReadOne<IPCSourceUser, &Collector::GetIPC>},
     Category{COLLECT_MESSAGE_QUEUES, "Message Queues", "message_queues",
              ReadAll<MsgSourceUser, &Collector::GetMsg>},
-    Category{COLLECT_SYSTEM, "System", "system", ReadOne<SystemSourceUser, &Collector::GetSystem>},
+    Category{COLLECT_SYSTEM, "System", "system", ReadOne<SystemSourceUser, &Collector::GetSystem>,
+             ReadOne<ModernSystemSource, &Collector::GetSystem>},
     Category{COLLECT_FILE_SYSTEM, "File System", "file_system",
              ReadAll<FileSystemSourceUser, &Collector::GetFileSystem>,
              ReadAll<ModernFileSystemSource, &Collector::GetFileSystem>},
@@ -86,9 +92,11 @@ constexpr std::array kCategories{
     Category{COLLECT_FILE_STAT, nullptr, "file_stat",
              ReadAll<FileStatSourceUser, &Collector::GetFileStat>},
     Category{COLLECT_NFS_SERVER, "NFS Server", "nfs_server",
-             ReadOne<NFSServerTotalSourceUser, &Collector::GetNFSServerTotal>},
+             ReadOne<NFSServerTotalSourceUser, &Collector::GetNFSServerTotal>,
+             ReadOne<ModernNFSServerSource, &Collector::GetNFSServerTotal>},
     Category{COLLECT_NFS_CLIENT, "NFS Client", "nfs_client",
-             ReadOne<NFSClientTotalSourceUser, &Collector::GetNFSClientTotal>},
+             ReadOne<NFSClientTotalSourceUser, &Collector::GetNFSClientTotal>,
+             ReadOne<ModernNFSClientSource, &Collector::GetNFSClientTotal>},
     Category{COLLECT_UPI, "UPI", "upi", ReadAll<UPISourceUser, &Collector::GetUPI>},
     Category{COLLECT_UPIB, "UPIB", "upib", ReadAll<UPIBSourceUser, &Collector::GetUPIB>},
     Category{COLLECT_UPD, "UPD", "upd", ReadAll<UPDSourceUser, &Collector::GetUPD>},

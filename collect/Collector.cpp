@@ -105,7 +105,7 @@ void CategoryStep::Start() const {
 
 UtlError* CategoryStep::Finish(UtlError* error, std::size_t entities, bool isSupported) {
   m_figures.entities = entities;
-  m_figures.isSupported = error == nullptr || isSupported;
+  m_figures.isSupported = isSupported;
   m_figures.isFailed = error != nullptr && isSupported;
   UtlErrorPtr owned(error);
   if (owned != nullptr) {

@@ -63,6 +63,15 @@ enum Procedure : std::size_t {
 using NFSCallsV2 = std::array<std::uint32_t, nfs2::kProcedures>;
 using NFSCallsV3 = std::array<std::uint32_t, nfs3::kProcedures>;
 
+/// What the profile `modern` knows besides; all 0 under `classic`.
+struct ModernNFSFigures {
+  std::uint32_t operationsV4 = 0;
+  std::uint32_t lookupsV4 = 0;
+  std::uint32_t readsV4 = 0;
+  std::uint32_t writesV4 = 0;
+  std::uint32_t badCalls = 0;  ///< refused calls of all versions; the client's are not told
+};
+
 /// Calls by procedure since boot. The reserved words are figures that the kernel does not tell:
 /// always 0.
 template <std::size_t wordsV2, std::size_t wordsV3>
@@ -73,6 +82,7 @@ struct x_nfstotal {
   std::array<std::uint32_t, wordsV2> reservedV2{};
   NFSCallsV3 callsV3{};
   std::array<std::uint32_t, wordsV3> reservedV3{};
+  ModernNFSFigures modern;
 };
 struct x_nfsclienttotal : x_nfstotal<13, 10> {};
 struct x_nfsservertotal : x_nfstotal<8, 7> {};

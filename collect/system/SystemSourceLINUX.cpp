@@ -1,18 +1,14 @@
 #include "collect/system/SystemSourceLINUX.h"
 
 #include <cerrno>
-#include <string>
 
 #include "collect/AccountingCount.h"
 #include "collect/HostFile.h"
 #include "collect/TextScanner.h"
-#include "support/HostPaths.h"
+#include "collect/system/NoHost.h"
 #include "support/Switches.h"
 
 namespace {
-
-/// The place that was told to hold no host; empty after one that did.
-std::string g_toldPlace;
 
 bool Open(ProcLib& lib, ProcFile file) {
   const UtlErrorPtr error(lib.Initialize(file));
@@ -21,14 +17,6 @@ bool Open(ProcLib& lib, ProcFile file) {
           error->GetMessage(), static_cast<int>(file));
   }
   return error == nullptr;
-}
-
-void TellNoHost() {
-  const std::string place = HostPath("/proc");
-  if (g_toldPlace != place) {
-    g_toldPlace = place;
-    Trace(10, kError, "There is no host to be read: %1 holds none of the system's files.", place);
-  }
 }
 
 /// A figure of sysinfo in Mbytes; the product keeps 64 bits.
@@ -47,11 +35,7 @@ SystemSourceUser::SystemSourceUser() {
     isAnyOpen = Open(m_vmstatLib, kProcVmstat) || isAnyOpen;
   }
   m_isNowhere = !isAnyOpen;
-  if (m_isNowhere) {
-    TellNoHost();
-  } else {
-    g_toldPlace.clear();
-  }
+  TellNoHost(m_isNowhere);
   TraceExit("SystemSourceUser::SystemSourceUser");
 }
 

@@ -10,15 +10,15 @@
 #include "collect/ProcLib.h"
 #include "collect/Source.h"
 
-/// The whole host as the source reads it. Counters are since boot. The kernel has no host-wide
-/// figure for the words marked "none": they stay 0.
+/// The whole host as the source reads it. Counters are since boot. The words marked "none" stay 0,
+/// those marked "modern" under the profile `classic`.
 struct x_system {
   std::uint32_t size = 0;  ///< never written
   float freeMemMB = 0;
   float totalMemMB = 0;
   float freeSwapMB = 0;
   float totalSwapMB = 0;
-  float runQueue = 0;                 ///< runnable tasks
+  float runQueue = 0;                 ///< runnable tasks; under `modern` without the agent
   std::uint32_t processesDied = 0;    ///< accounting records read
   std::uint32_t runQueueSamples = 0;  ///< none
   float load1 = 0;
@@ -26,15 +26,15 @@ struct x_system {
   float load15 = 0;
   std::int32_t bootTime = 0;  ///< seconds since the epoch
   std::uint32_t numCPUs = 0;
-  std::uint32_t physicalReads = 0;      ///< none
-  std::uint32_t physicalWrites = 0;     ///< none
-  std::uint32_t blockReads = 0;         ///< none
-  std::uint32_t blockWrites = 0;        ///< none
+  std::uint32_t physicalReads = 0;      ///< modern
+  std::uint32_t physicalWrites = 0;     ///< modern
+  std::uint32_t blockReads = 0;         ///< modern: Kbytes
+  std::uint32_t blockWrites = 0;        ///< modern: Kbytes
   std::uint32_t logicalReads = 0;       ///< none
   std::uint32_t logicalWrites = 0;      ///< none
   std::uint32_t logicalReadBytes = 0;   ///< none
   std::uint32_t logicalWriteBytes = 0;  ///< none
-  // Only the low 32 bits of these four are written.
+  // Only the low 32 bits of these four are written. The first two are Kbytes; pages under `modern`.
   std::uint64_t pagesIn = 0;
   std::uint64_t pagesOut = 0;
   std::uint64_t swapIn = 0;
@@ -44,15 +44,18 @@ struct x_system {
   std::uint32_t reserved1 = 0;  ///< system calls: none
   std::uint32_t reserved2 = 0;  ///< traps: none
   std::uint32_t interrupts = 0;
-  std::uint32_t majorFaults = 0;         ///< none
-  std::uint32_t minorFaults = 0;         ///< none
+  std::uint32_t majorFaults = 0;         ///< modern
+  std::uint32_t minorFaults = 0;         ///< modern
   std::uint32_t softwareLockFaults = 0;  ///< none
-  std::uint32_t pageReclaims = 0;        ///< none
-  std::uint32_t pageScans = 0;           ///< none
+  std::uint32_t pageReclaims = 0;        ///< modern
+  std::uint32_t pageScans = 0;           ///< modern
   std::uint32_t numProcesses = 0;
   std::uint32_t numUsers = 0;  ///< distinct real user ids of processes
   /// None of the files below /proc was there: the zeros are not those of a host at rest.
   bool isNowhere = false;
+  std::uint64_t pageInOps = 0;   ///< modern: read operations of disks
+  std::uint64_t pageOutOps = 0;  ///< modern: write operations of disks
+  std::uint64_t forks = 0;       ///< modern: processes and threads made
 };
 
 /// The whole host as builders see it.
