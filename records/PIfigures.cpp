@@ -1,8 +1,10 @@
 #include "records/PIfigures.h"
 
 #include <limits>
+#include <numeric>
 
 #include "collect/network/ProtocolSourceLINUX.h"
+#include "collect/nfs/NFSSource.h"
 #include "collect/system/SystemSourceLINUX.h"
 #include "records/CPUSummary.h"
 #include "records/IntervalEngine.h"
@@ -112,6 +114,21 @@ float CacheHits(std::uint32_t logical, std::uint32_t block) {
   return kPercent * static_cast<float>(logical - block) / static_cast<float>(logical);
 }
 
+struct NFSOperations {
+  std::uint32_t total;
+  std::uint32_t lookups;
+  std::uint32_t reads;
+  std::uint32_t writes;
+};
+
+template <class Total>
+NFSOperations OperationsOf(const Total& calls) {
+  const NFSCallsV3& v3 = calls.callsV3;
+  const ModernNFSFigures& v4 = calls.modern;
+  return {std::accumulate(v3.begin(), v3.end(), v4.operationsV4), v3[nfs3::kLookup] + v4.lookupsV4,
+          v3[nfs3::kRead] + v4.readsV4, v3[nfs3::kWrite] + v4.writesV4};
+}
+
 }  // namespace
 
 void FillCPUTimes(recordPI& row, const CPUSummary& summary) {
@@ -157,6 +174,27 @@ void FillPackets(recordPI& row, const Protocol& protocol) {
   row.ipPktsOut = protocol.ipOut;
   row.otherPktsIn = protocol.otherIn;
   row.otherPktsOut = protocol.otherOut;
+}
+
+void FillModernFigures(recordPI& row, const System& system) {
+  row.runQueue = system.runQueue;
+  row.pageInOps = Low32(system.pageInOps);
+  row.pageOutOps = Low32(system.pageOutOps);
+  row.totalPageOps = row.pageInOps + row.pageOutOps;
+}
+
+void FillNFS(recordPI& row, const NFSClientTotal& client, const NFSServerTotal& server) {
+  const NFSOperations asked = OperationsOf(client);
+  row.nfsClientTotalOps = asked.total;
+  row.nfsClientLookupOps = asked.lookups;
+  row.nfsClientReadOps = asked.reads;
+  row.nfsClientWriteOps = asked.writes;
+  const NFSOperations served = OperationsOf(server);
+  row.nfsServerTotalOps = served.total;
+  row.nfsServerTotalBadOps = server.modern.badCalls;
+  row.nfsServerLookupOps = served.lookups;
+  row.nfsServerReadOps = served.reads;
+  row.nfsServerWriteOps = served.writes;
 }
 
 void FillCPUPercentages(recordPI& row, const tagUTIME& user, const tagUTIME& kernel,

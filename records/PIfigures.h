@@ -5,6 +5,8 @@
 #include "records/RecordStructures.h"
 
 class CPUSummary;
+class NFSClientTotal;
+class NFSServerTotal;
 class Protocol;
 class System;
 
@@ -24,6 +26,13 @@ void FillCPUTimes(recordPI& row, const CPUSummary& summary);
 void FillSystemFigures(recordPI& row, const System& system, const recordPI& raw, std::int32_t now,
                        OverviewMemory& memory);
 void FillPackets(recordPI& row, const Protocol& protocol);
+
+// The profile `modern` tells these too, after FillSystemFigures().
+
+/// The run queue of the moment, and the operations of disks instead of the pages that they moved.
+void FillModernFigures(recordPI& row, const System& system);
+/// The operations of versions 3 and 4, and the server's refused calls of all versions.
+void FillNFS(recordPI& row, const NFSClientTotal& client, const NFSServerTotal& server);
 
 /// The five CPU percentages of the four times.
 void FillCPUPercentages(recordPI& row, const tagUTIME& user, const tagUTIME& kernel,

@@ -9,6 +9,7 @@
 #include "records/PIfigures.h"
 #include "records/RecordBuilder.h"
 #include "records/UserObjects.h"
+#include "support/HostProfile.h"
 #include "support/OsCalls.h"
 
 namespace {
@@ -111,40 +112,90 @@ constexpr IntervalFamily<HostRow> kHostFamily{.counters = kHostCounters,
                                               .amend = SubtractMbytesAndOtherPackets,
                                               .ratesOperation = "RecordBuilder::BuildRates_PI"};
 
+/// What happened between two values of a time that only grows; one that steps back, as the kernel's
+/// time of waiting does, counts nothing.
+tagUTIME ForgivingGrowth(const tagUTIME& current, const tagUTIME& previous) {
+  const tagUTIME growth = current - previous;
+  return growth.seconds < 0 ? tagUTIME{} : growth;
+}
+
+void SubtractAllButCounters(HostRow& row, HostRow& raw, const HostRow& previous) {
+  SubtractMbytesAndOtherPackets(row, raw, previous);
+  for (Utime HostRow::*time : kHostTimes) {
+    row.*time = ForgivingGrowth(raw.*time, previous.*time);
+  }
+}
+
+constexpr IntervalFamily<HostRow> kModernHostFamily{.counters = kHostCounters,
+                                                    .amend = SubtractAllButCounters,
+                                                    .ratesOperation = kHostFamily.ratesOperation};
+
 struct PIState : FamilyState {
   RawRows<HostRow> rawRows;
   OverviewMemory memory;
 };
 
-/// The host's process count at the request's last row.
+/// The host's counts of processes at the request's last row; 0 before the first.
 class MyPIObject : public MyUserObject {
  public:
   std::uint32_t processes = 0;
+  std::uint64_t forks = 0;
 };
 
-void FillStartsAndEnds(HostRow& row, std::uint32_t last) {
-  Trace(30, kInformation, " Accounting is not effective.");
-  if (last == 0) {
-    return;
-  }
+/// Of processes that started and the change of their count follows how many ended.
+void PutStartsAndEnds(HostRow& row, std::int64_t started, std::uint32_t last) {
   const std::int64_t now = static_cast<std::uint32_t>(row.processes);
-  const std::int64_t started = std::max<std::int64_t>(now - last, 0);
   const std::int64_t ended = std::max<std::int64_t>(last - (now - started), 0);
   row.processesStarted = static_cast<std::uint32_t>(started);
   row.processesEnded = static_cast<std::uint32_t>(ended);
 }
 
+void FillStartsAndEnds(HostRow& row, const System& /*system*/, const MyPIObject& last) {
+  Trace(30, kInformation, " Accounting is not effective.");
+  if (last.processes != 0) {
+    const std::int64_t now = static_cast<std::uint32_t>(row.processes);
+    PutStartsAndEnds(row, std::max<std::int64_t>(now - last.processes, 0), last.processes);
+  }
+}
+
+void FillForksAndEnds(HostRow& row, const System& system, const MyPIObject& last) {
+  if (last.forks != 0 && system.forks >= last.forks) {
+    PutStartsAndEnds(row, static_cast<std::uint32_t>(system.forks - last.forks), last.processes);
+  }
+}
+
+void FillNothing(HostRow& /*row*/, const Collector& /*collector*/) {}
+
+void FillRestOfModern(HostRow& row, const Collector& collector) {
+  FillModernFigures(row, *collector.GetSystem());
+  FillNFS(row, *collector.GetNFSClientTotal(), *collector.GetNFSServerTotal());
+}
+
+/// What a host profile makes of its figures.
+struct OverviewRules {
+  const IntervalFamily<HostRow>& family;
+  /// The difference of two times of processors.
+  tagUTIME (*growth)(const tagUTIME& current, const tagUTIME& previous);
+  /// What the classic figures lack or have otherwise.
+  void (*fillRest)(HostRow& row, const Collector& collector);
+  void (*fillStartsAndEnds)(HostRow& row, const System& system, const MyPIObject& last);
+};
+constexpr OverviewRules kClassicRules{kHostFamily, UTIMEDelta4Overflow, FillNothing,
+                                      FillStartsAndEnds};
+constexpr OverviewRules kModernRules{kModernHostFamily, ForgivingGrowth, FillRestOfModern,
+                                     FillForksAndEnds};
+
 /// What a look without rates shows besides its figures: percentages of what happened since the
 /// predecessor, which may be null.
-void CompareWithPredecessor(HostRow& row, const HostRow* predecessor, bool realtime) {
+void CompareWithPredecessor(const OverviewRules& rules, HostRow& row, const HostRow* predecessor,
+                            bool realtime) {
   if (predecessor == nullptr) {
     return;
   }
-  FillCPUPercentages(row,
-                     UTIMEDelta4Overflow(row.totalUserModeTime, predecessor->totalUserModeTime),
-                     UTIMEDelta4Overflow(row.totalKernelModeTime, predecessor->totalKernelModeTime),
-                     UTIMEDelta4Overflow(row.totalIdleTime, predecessor->totalIdleTime),
-                     UTIMEDelta4Overflow(row.totalWaitTime, predecessor->totalWaitTime));
+  FillCPUPercentages(row, rules.growth(row.totalUserModeTime, predecessor->totalUserModeTime),
+                     rules.growth(row.totalKernelModeTime, predecessor->totalKernelModeTime),
+                     rules.growth(row.totalIdleTime, predecessor->totalIdleTime),
+                     rules.growth(row.totalWaitTime, predecessor->totalWaitTime));
   if (realtime) {
     AddPackets(row, &HostRow::otherPktsIn, &HostRow::totalPktsIn,
                Loss(row.otherPktsIn, predecessor->otherPktsIn));
@@ -152,7 +203,7 @@ void CompareWithPredecessor(HostRow& row, const HostRow* predecessor, bool realt
                Loss(row.otherPktsOut, predecessor->otherPktsOut));
   }
   HostRow current = row;
-  FillCachePercentages(row, DeltaPI(kHostFamily, current, *predecessor));
+  FillCachePercentages(row, DeltaPI(rules.family, current, *predecessor));
 }
 
 }  // namespace
@@ -169,6 +220,7 @@ UtlError* RecordBuilder::Build_PI(CMBRecordRequestEvent* pEvent, CMBRecordReques
     TraceExit("RecordBuilder::Build_PI", 1);
     return error.release();
   }
+  const OverviewRules& rules = g_hostProfile == HostProfile::kModern ? kModernRules : kClassicRules;
   auto& state = StateOf<PIState>();
   const System& system = *m_pCollector->GetSystem();
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
@@ -176,18 +228,20 @@ UtlError* RecordBuilder::Build_PI(CMBRecordRequestEvent* pEvent, CMBRecordReques
   FillCPUTimes(row, *m_pCPUSummary);
   FillSystemFigures(row, system, state.rawRows.Single(), now, state.memory);
   FillPackets(row, *m_pCollector->GetProtocol());
-  FillStartsAndEnds(row, last.processes);
+  rules.fillRest(row, *m_pCollector);
+  rules.fillStartsAndEnds(row, system, last);
   last.processes = system.numProcesses;
+  last.forks = system.forks;
 
   const bool realtime = pEvent->IsRealtime() != 0;
   if (!realtime) {
     state.memory.lastLogicalReadBytes = system.logicalReadBytes;
     state.memory.lastLogicalWriteBytes = system.logicalWriteBytes;
   }
-  IntervalBuild<HostRow> build(kHostFamily, state.rawRows, *pEvent, first, GetUpTimeSeconds());
+  IntervalBuild<HostRow> build(rules.family, state.rawRows, *pEvent, first, GetUpTimeSeconds());
   UtlErrorPtr error = build.Add(row, [&](HostRow& finished, const HostRow* predecessor) {
     if (!build.WithRates()) {
-      CompareWithPredecessor(finished, predecessor, realtime);
+      CompareWithPredecessor(rules, finished, predecessor, realtime);
       return;
     }
     FillCPUPercentages(finished, finished.totalUserModeTime, finished.totalKernelModeTime,

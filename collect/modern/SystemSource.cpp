@@ -4,6 +4,7 @@
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
+#include "collect/modern/BlockDevices.h"
 #include "collect/modern/HostText.h"
 #include "collect/modern/KernelStat.h"
 #include "collect/modern/Loadavg.h"
@@ -39,6 +40,7 @@ void ModernSystemSource::read(x_system* record) {
   record->isNowhere = !isAnyThere;
   TellNoHost(record->isNowhere);
   ReadMeminfo(*record);
+  ReadDisks(*record);
   CountProcesses(*record);
   record->processesDied = static_cast<std::uint32_t>(SystemSourceUser::SystemProcessDied());
   TraceExit("ModernSystemSource::read");
@@ -103,6 +105,14 @@ void ModernSystemSource::ReadMeminfo(x_system& record) {
   record.freeMemMB = figures.HasAvailable() ? MbytesOf(figures.availableKB) : -1.0F;
   record.totalSwapMB = MbytesOf(figures.totalSwapKB);
   record.freeSwapMB = MbytesOf(figures.freeSwapKB);
+}
+
+void ModernSystemSource::ReadDisks(x_system& record) {
+  const PhysicalOps operations = ReadPhysicalOps();
+  record.physicalReads = LowWord(operations.reads);
+  record.physicalWrites = LowWord(operations.writes);
+  record.pageInOps = operations.reads;
+  record.pageOutOps = operations.writes;
 }
 
 void ModernSystemSource::CountProcesses(x_system& record) const {

@@ -25,6 +25,7 @@ class ModernSystemSource : public PtrSource<x_system, System, std::vector<System
   [[nodiscard]] bool ReadVmstat(x_system& record);
   [[nodiscard]] bool ReadLoadavg(x_system& record);
   void ReadMeminfo(x_system& record);
+  static void ReadDisks(x_system& record);
   void CountProcesses(x_system& record) const;
 
   inline static SourceStatistics s_statistics;
