@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+
+#include "records/RecordClasses.h"
+#include "support/HostProfile.h"
+#include "tests/agent/AgentOnHost.h"
+#include "tests/scripted/Batch.h"
+#include "tests/scripted/Golden.h"
+
+namespace {
+
+const std::filesystem::path kModernHost =
+    std::filesystem::path(QMT_TEST_DIR) / "fixtures/modern-6.18";
+constexpr std::time_t kModernStart = 1'700'000'000;
+
+/// The agent of the profile `modern` on a host of kernel 6.18, at the first of two samples.
+class ModernPIrecordTest : public AgentOnHost {
+ protected:
+  void SetUp() override {
+    AgentOnHost::SetUp();
+    Os().getpagesize = [] { return 4096; };
+    m_host.CopyFrom(kModernHost / "first");
+    s_now = kModernStart;
+    StartAgent();
+    g_hostProfile = HostProfile::kModern;
+  }
+  void TearDown() override {
+    g_hostProfile = HostProfile::kClassic;
+    AgentOnHost::TearDown();
+  }
+  void TakeSecondSample() const {
+    m_host.CopyFrom(kModernHost / "second");
+    m_host.Remove("/proc/412");
+    s_now = kModernStart + 10;
+  }
+  recordPI Look(Batch& batch) const {
+    Asker& entry = *batch.entries.front();
+    EXPECT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+    if (entry.event.m_records.size() != 1) {
+      ADD_FAILURE() << entry.event.m_records.size() << " rows";
+      return {};
+    }
+    const recordPI row = entry.Rows<recordPI>().front();
+    entry.NextAnswer();
+    return row;
+  }
+  static std::size_t Lines(const std::string& part) {
+    return ScriptedNode::Instance().LinesWith(part).size();
+  }
+};
+
+TEST_F(ModernPIrecordTest, ASecondScheduledRowIsTheOneWorkedOutByHand) {
+  Batch batch;
+  batch.Add("PI", '4', {.realtime = 0, .calcRates = 1});
+  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  TakeSecondSample();
+  const recordPI row = Look(batch);
+  ExpectGolden(&row, sizeof(row), kModernHost / "PI.tsv");
+  EXPECT_EQ(Lines("overflow occurred"), 0U) << "the time of waiting stepped back";
+  EXPECT_EQ(Lines("The host"), 0U) << "nothing is missing";
+}
+
+TEST_F(ModernPIrecordTest, ProcessesOfTheBatchsOwnWalkAreCounted) {
+  Batch batch;
+  batch.Add("PI", '4', {.realtime = 1, .calcRates = 0});
+  const recordPI alone = Look(batch);
+  EXPECT_EQ(alone.processes, 5U);
+  EXPECT_EQ(alone.users, 3U);
+  // The folders have no stat, so a walk of the processes' own records has none of them.
+  batch.Add("PD", '3', {.realtime = 1, .calcRates = 0});
+  EXPECT_EQ(Look(batch).processes, 0U);
+}
+
+TEST_F(ModernPIrecordTest, LooksCompareWithTheirOwnLastAnswer) {
+  Batch batch;
+  batch.Add("PI", '4', {.realtime = 1, .calcRates = 0});
+  const recordPI alone = Look(batch);
+  EXPECT_EQ(alone.processesStarted, 0U);
+  EXPECT_EQ(alone.runQueue, 3.0F);
+  TakeSecondSample();
+  const recordPI second = Look(batch);
+  EXPECT_EQ(second.processesStarted, 37U);
+  EXPECT_EQ(second.processesEnded, 35U);
+  EXPECT_EQ(second.waitPercent, 0.0F);
+  EXPECT_FLOAT_EQ(second.idlePercent, 100 * 1211.0F / 1942);
+  // More processes than were made, and a run queue that counts nobody.
+  m_host.Write("/proc/stat", "btime 1699500000\nprocesses 272310\nprocs_running 0\n");
+  m_host.Write("/proc/600/status", "Uid:\t0\t0\t0\t0\n");
+  m_host.Write("/proc/601/status", "Uid:\t0\t0\t0\t0\n");
+  const recordPI third = Look(batch);
+  EXPECT_EQ(third.processesStarted, 1U);
+  EXPECT_EQ(third.processesEnded, 0U);
+  EXPECT_EQ(third.runQueue, 0.0F);
+}
+
+TEST_F(ModernPIrecordTest, AHostThatIsNotThereHasNoRowAndMissingFilesAreToldOnce) {
+  Batch batch;
+  batch.Add("PI", '4', {.realtime = 1, .calcRates = 0});
+  m_host.Remove("/proc/vmstat");
+  m_host.Remove("/proc/meminfo");
+  m_host.Remove("/proc/net");
+  for (int time = 0; time < 2; ++time) {
+    const recordPI row = Look(batch);
+    EXPECT_EQ(row.faults + row.totalPktsIn + row.nfsClientTotalOps, 0U);
+    EXPECT_EQ(row.allocMemPercent, 0.0F);
+    EXPECT_EQ(row.contextSwitches, 14'786'161U);
+  }
+  for (const std::string file : {"vmstat", "meminfo", "net/snmp", "net/snmp6", "net/rpc/nfs"}) {
+    EXPECT_EQ(Lines("so its figures are 0. (/proc/" + file + ")"), 1U) << file;
+  }
+  EXPECT_EQ(Lines("Error occured in"), 0U);
+  m_host.Remove("/proc");
+  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  EXPECT_TRUE(batch.entries[0]->event.m_records.empty());
+  EXPECT_EQ(Lines("There is no host to be read"), 2U) << "by the source once and by the record";
+}
+
+TEST_F(ModernPIrecordTest, TheManualNamesTheFieldsWithoutASource) {
+  std::set<std::string> told;
+  std::ifstream manual(std::filesystem::path(QMT_TEST_DIR) / "../docs/host-profile.md");
+  bool isOfPI = false;
+  for (std::string line; std::getline(manual, line);) {
+    isOfPI = line.starts_with("## ") ? line == "## PI" : isOfPI;
+    const std::size_t end = line.find(" | - | - |");
+    if (isOfPI && line.starts_with("| ") && end != std::string::npos) {
+      told.insert(line.substr(2, end - 2));
+    }
+  }
+  std::set<std::string> without;
+  for (const FieldLayout& field : RecordTraits<recordPI>::Layout(HostProfile::kModern).fields) {
+    if (!field.hasSource) {
+      without.insert(field.label);
+    }
+  }
+  EXPECT_EQ(told, without);
+}
+
+}  // namespace
