@@ -22,6 +22,7 @@
 #include "collect/modern/NFSTotals.h"
 #include "collect/modern/ProtocolCounters.h"
 #include "collect/modern/SystemSource.h"
+#include "collect/modern/InterfaceSource.h"
 #include "collect/network/InterfaceSourceLINUX.h"
 #include "collect/network/ProtocolSourceLINUX.h"
 #include "collect/nfs/NFSSource.h"
@@ -85,7 +86,8 @@ constexpr std::array kCategories{
              ReadAll<FileSystemSourceUser, &Collector::GetFileSystem>,
              ReadAll<ModernFileSystemSource, &Collector::GetFileSystem>},
     Category{COLLECT_INTERFACE, "Interface", "interface",
-             ReadAll<InterfaceSourceUser, &Collector::GetInterface>},
+             ReadAll<InterfaceSourceUser, &Collector::GetInterface>,
+             ReadAll<ModernInterfaceSource, &Collector::GetInterface>},
     Category{COLLECT_QUOTA, "Quota", "quota", ReadAll<QuotaSourceUser, &Collector::GetQuota>},
     Category{COLLECT_STORAGE, "Storage", "storage",
              ReadAll<StorageSourceUser, &Collector::GetStorage>},

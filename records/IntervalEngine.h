@@ -64,6 +64,9 @@ struct IntervalFamily {
   /// but not output. Null for never.
   bool (*movedBackwards)(const typename PublishedAs<Record>::Record& row,
                          const typename PublishedAs<Record>::Record& predecessor) = nullptr;
+  /// Whether a scheduled build forgets the instances that it had no row of. One without any row, or
+  /// that an error ended, forgets none.
+  bool forgetsVanished = false;
 };
 
 /// Traces at level 20 that a counter went backwards.
@@ -101,32 +104,45 @@ template <class Record>
 }
 
 /// The raw rows of one record, one an instance: the cumulative figures of the last interval. Rows
-/// of instances that vanished stay.
+/// of instances that vanished stay until they are forgotten.
 template <class Record>
 class RawRows {
  public:
+  /// Begins a build, from which on rows count as replaced.
+  void Begin() { ++m_build; }
+  /// Drops the rows that were not replaced since the last Begin().
+  void Forget() {
+    std::erase_if(m_rows, [this](const KeptRow& kept) { return kept.build != m_build; });
+  }
+  [[nodiscard]] std::size_t Count() const { return m_rows.size(); }
+
   /// The difference of `current` to its instance's last raw row, or to zero where there is none;
   /// `current` takes that row's place.
   [[nodiscard]] Record Replace(const IntervalFamily<Record>& family, Record current) {
-    Record* previous = Find(family, current);
-    const Record row = DeltaPI(family, current, previous == nullptr ? Record{} : *previous);
+    KeptRow* previous = Find(family, current);
+    const Record row = DeltaPI(family, current, previous == nullptr ? Record{} : previous->row);
     if (previous == nullptr) {
-      m_rows.push_back(current);
+      m_rows.push_back({current, m_build});
     } else {
-      *previous = current;
+      *previous = {current, m_build};
     }
     return row;
   }
 
   /// The raw row of a record of a single row; a zero one before the first interval.
-  [[nodiscard]] Record Single() const { return m_rows.empty() ? Record{} : m_rows.front(); }
+  [[nodiscard]] Record Single() const { return m_rows.empty() ? Record{} : m_rows.front().row; }
 
  private:
+  struct KeptRow {
+    Record row;
+    std::uint64_t build;  ///< the one that it was last replaced in
+  };
+
   /// Rows come in the same order at each interval, so the search goes on where it last ended.
-  Record* Find(const IntervalFamily<Record>& family, const Record& current) {
+  KeptRow* Find(const IntervalFamily<Record>& family, const Record& current) {
     for (std::size_t step = 0; step < m_rows.size(); ++step) {
       const std::size_t place = (m_next + step) % m_rows.size();
-      if (family.sameInstance == nullptr || family.sameInstance(m_rows[place], current)) {
+      if (family.sameInstance == nullptr || family.sameInstance(m_rows[place].row, current)) {
         m_next = place + 1;
         return &m_rows[place];
       }
@@ -134,8 +150,9 @@ class RawRows {
     return nullptr;
   }
 
-  std::vector<Record> m_rows;
+  std::vector<KeptRow> m_rows;
   std::size_t m_next = 0;
+  std::uint64_t m_build = 0;
 };
 
 /// A counter's growth divided by seconds, which are not 0.
@@ -200,7 +217,16 @@ class IntervalBuild {
         m_first(first),
         m_upTime(static_cast<std::uint32_t>(upTime)),
         m_realtime(event.IsRealtime() != 0),
-        m_withRates(event.ShouldCalcRates() != 0) {}
+        m_withRates(event.ShouldCalcRates() != 0) {
+    m_rawRows.Begin();
+  }
+  IntervalBuild(const IntervalBuild&) = delete;
+  IntervalBuild& operator=(const IntervalBuild&) = delete;
+  ~IntervalBuild() {
+    if (m_family.forgetsVanished && !m_realtime && !m_endedByError && m_rows > 0) {
+      m_rawRows.Forget();
+    }
+  }
 
   /// Takes one row through mode, rates, `derive` and output. `derive(row, predecessor)` computes
   /// percentages and averages: from the row's own figures with rates, else from the differences to
@@ -254,8 +280,9 @@ class IntervalBuild {
     return row;
   }
 
-  UtlErrorPtr Reject(UtlErrorPtr error) const {
+  UtlErrorPtr Reject(UtlErrorPtr error) {
     if (m_family.rateFailure == RateFailure::kEndsBuild) {
+      m_endedByError = true;
       return error;
     }
     Trace(30, kWarning, "Unable to process %1 record: %2 : Record skipped.",
@@ -283,6 +310,7 @@ class IntervalBuild {
   std::uint32_t m_upTime;
   bool m_realtime;
   bool m_withRates;
+  bool m_endedByError = false;
   std::uint32_t m_rateSeconds = 0;
   int m_rows = 0;
   int m_output = 0;

@@ -5,20 +5,22 @@
 #include "records/IntervalEngine.h"
 #include "records/RecordBuilder.h"
 #include "records/UserObjects.h"
+#include "support/HostProfile.h"
 #include "support/OsCalls.h"
 #include "utility/HostAddress.h"
+#include "utility/InterfaceFigures.h"
 #include "utility/WordList.h"
 
 namespace {
 
-using InterfaceRow = recordPI_NIND;
+/// A row on its way, and what the differences of the profile `modern` are made of.
+struct InterfaceRow : recordPI_NIND {
+  using PublishedRecord = recordPI_NIND;
+  InterfaceCounters counters;
+};
 
 constexpr const char* kLoopback = "127.0.0.1";
 
-struct FlagWord {
-  std::uint32_t bit;
-  const char* word;
-};
 constexpr std::array kFlagWords{
     FlagWord{0x0001, "UP"},       FlagWord{0x0002, "BROADCAST"},   FlagWord{0x0004, "DEBUG"},
     FlagWord{0x0008, "LOOPBACK"}, FlagWord{0x0010, "POINTOPOINT"}, FlagWord{0x0020, "NOTRAILERS"},
@@ -36,6 +38,25 @@ constexpr std::array kInterfaceCounters{
     CounterField<InterfaceRow>{&InterfaceRow::pktXmitErrors, "packet_transmit_errors"},
     CounterField<InterfaceRow>{&InterfaceRow::pktCollisions, "packet_collisions"}};
 
+std::uint32_t LowWord(std::uint64_t counter) { return static_cast<std::uint32_t>(counter); }
+
+void PutCounters(InterfaceRow& row, const InterfaceCounters& counters) {
+  const std::uint64_t errors = counters.rxErrors + counters.txErrors;
+  row.pktsRcvd = LowWord(counters.rxPackets);
+  row.pktsXmitd = LowWord(counters.txPackets);
+  row.totalPkts = LowWord(counters.rxPackets + counters.txPackets);
+  row.pktReceiveErrors = LowWord(counters.rxErrors);
+  row.pktXmitErrors = LowWord(counters.txErrors);
+  row.pktCollisions = LowWord(counters.collisions);
+  row.totalPktErrors =
+      LowWord(errors + counters.collisions + counters.rxDropped + counters.txDropped);
+  row.totalXmitReceiveErrors = LowWord(errors);
+}
+
+void PutGrowth(InterfaceRow& row, InterfaceRow& raw, const InterfaceRow& previous) {
+  PutCounters(row, CounterGrowth(raw.counters, previous.counters));
+}
+
 constexpr IntervalFamily<InterfaceRow> kInterfaceFamily{
     .counters = kInterfaceCounters,
     .sameInstance =
@@ -43,6 +64,27 @@ constexpr IntervalFamily<InterfaceRow> kInterfaceFamily{
           return a.interface == b.interface && a.ipAddress == b.ipAddress;
         },
     .ratesOperation = "RecordBuilder::BuildRates_NIND"};
+/// An interface goes on counting when it gets another address.
+constexpr IntervalFamily<InterfaceRow> kModernInterfaceFamily{
+    .sameInstance = [](const InterfaceRow& a,
+                       const InterfaceRow& b) { return a.interface == b.interface; },
+    .amend = PutGrowth,
+    .ratesOperation = "RecordBuilder::BuildRates_NIND",
+    .forgetsVanished = true};
+
+constexpr FlagRules kClassicFlagRules{kFlagWords, [](std::uint32_t flags) { return flags; }};
+
+/// What a profile makes of the rows.
+struct InterfaceRules {
+  const IntervalFamily<InterfaceRow>& family;
+  const FlagRules& flags;
+};
+
+const InterfaceRules& RulesInForce() {
+  static constexpr InterfaceRules kClassic{kInterfaceFamily, kClassicFlagRules};
+  static constexpr InterfaceRules kModern{kModernInterfaceFamily, kModernFlagRules};
+  return g_hostProfile == HostProfile::kModern ? kModern : kClassic;
+}
 
 struct NINDState : FamilyState {
   RawRows<InterfaceRow> rawRows;
@@ -68,10 +110,11 @@ void PutAddresses(InterfaceRow& row, const Interface& source, HostNameRequestMan
   row.networkName = NetworkName(source, hostNames);
 }
 
-void PutFlags(InterfaceRow& row, std::uint32_t flags) {
+void PutFlags(InterfaceRow& row, std::uint32_t flags, const FlagRules& rules) {
   std::array<char, sizeof(InterfaceRow::flags)> words{};
-  for (const FlagWord& flag : kFlagWords) {
-    if ((flags & flag.bit) != 0) {
+  const std::uint32_t bits = rules.shownBits(flags);
+  for (const FlagWord& flag : rules.words) {
+    if ((bits & flag.bit) != 0) {
       AppendWord(words, flag.word);
     }
   }
@@ -79,21 +122,21 @@ void PutFlags(InterfaceRow& row, std::uint32_t flags) {
 }
 
 /// A row with the interface's cumulative figures.
-InterfaceRow RawRow(const Interface& source, HostNameRequestManager* hostNames, std::int32_t now) {
-  InterfaceRow row = NewRow<InterfaceRow>(now);
+InterfaceRow RawRow(const Interface& source, const InterfaceRules& rules,
+                    HostNameRequestManager* hostNames, std::int32_t now) {
+  InterfaceRow row{NewRow<recordPI_NIND>(now), source.counters};
   row.interface = source.GetName();
   row.type = source.type.data();
   PutAddresses(row, source, hostNames);
-  PutFlags(row, source.ifFlags);
-  row.pktsRcvd = source.rxPackets;
-  row.pktsXmitd = source.txPackets;
-  row.totalPkts = source.rxPackets + source.txPackets;
-  row.pktReceiveErrors = source.rxErrors;
-  row.pktXmitErrors = source.txErrors;
-  row.pktCollisions = source.collisions;
+  PutFlags(row, source.ifFlags, rules.flags);
   row.maxTransmissionUnit = static_cast<std::uint32_t>(source.mtu);
-  row.totalPktErrors = source.collisions + source.rxErrors + source.txErrors;
-  row.totalXmitReceiveErrors = source.txErrors + source.rxErrors;
+  PutCounters(row, {.rxPackets = source.rxPackets,
+                    .rxErrors = source.rxErrors,
+                    .rxDropped = source.counters.rxDropped,
+                    .txPackets = source.txPackets,
+                    .txErrors = source.txErrors,
+                    .txDropped = source.counters.txDropped,
+                    .collisions = source.collisions});
   return row;
 }
 
@@ -103,16 +146,18 @@ UtlError* RecordBuilder::Build_NIND(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   TraceEntry("RecordBuilder::Build_NIND", AddressOf(pEvent), AddressOf(pRequest));
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  IntervalBuild<InterfaceRow> build(kInterfaceFamily, StateOf<NINDState>().rawRows, *pEvent, first,
+  const InterfaceRules& rules = RulesInForce();
+  IntervalBuild<InterfaceRow> build(rules.family, StateOf<NINDState>().rawRows, *pEvent, first,
                                     GetUpTimeSeconds());
   UtlErrorPtr error;
   for (const Interface& source : *m_pCollector->GetInterface()) {
-    error = build.Add(RawRow(source, m_pHostNames, now), [](InterfaceRow&, const InterfaceRow*) {});
+    error = build.Add(RawRow(source, rules, m_pHostNames, now),
+                      [](InterfaceRow&, const recordPI_NIND*) {});
     if (error) {
       break;
     }
   }
-  TraceCreated(__FILE__, __LINE__, RecordTraits<InterfaceRow>::kName, build.RowCount());
+  TraceCreated(__FILE__, __LINE__, RecordTraits<recordPI_NIND>::kName, build.RowCount());
   TraceExit("RecordBuilder::Build_NIND", error ? 1 : 0);
   return error.release();
 }

@@ -1,14 +1,23 @@
 #include <array>
+#include <span>
+#include <utility>
+#include <vector>
 
 #include "collect/network/InterfaceSourceLINUX.h"
 #include "records/IntervalEngine.h"
 #include "records/RecordBuilder.h"
 #include "records/UserObjects.h"
+#include "support/HostProfile.h"
 #include "support/OsCalls.h"
+#include "utility/InterfaceFigures.h"
 
 namespace {
 
-using InterfacesRow = recordPI_NINS;
+/// A row on its way, and what the differences of the profile `modern` are made of.
+struct InterfacesRow : recordPI_NINS {
+  using PublishedRecord = recordPI_NINS;
+  std::vector<NamedCounters> interfaces;
+};
 
 constexpr std::array kInterfacesCounters{
     CounterField<InterfacesRow>{&InterfacesRow::pktsRcvd, "packets_received"},
@@ -20,13 +29,43 @@ constexpr std::array kInterfacesCounters{
 constexpr IntervalFamily<InterfacesRow> kInterfacesFamily{
     .counters = kInterfacesCounters, .ratesOperation = "RecordBuilder::BuildRates_NINS"};
 
+/// The sum of what each interface has counted, so that one that goes takes nothing away.
+void PutSumOfGrowths(InterfacesRow& row, InterfacesRow& raw, const InterfacesRow& previous) {
+  const InterfaceCounters sum = SumOfGrowths(raw.interfaces, previous.interfaces);
+  row.pktsRcvd = static_cast<std::uint32_t>(sum.rxPackets);
+  row.pktsXmitd = static_cast<std::uint32_t>(sum.txPackets);
+  row.pktReceiveErrors = static_cast<std::uint32_t>(sum.rxErrors);
+  row.pktXmitErrors = static_cast<std::uint32_t>(sum.txErrors);
+  row.pktCollisions = static_cast<std::uint32_t>(sum.collisions);
+  if (raw.interfaces.empty()) {
+    // They could not be read: a host has one at least.
+    raw.interfaces = previous.interfaces;
+  }
+}
+
+constexpr IntervalFamily<InterfacesRow> kModernInterfacesFamily{
+    .amend = PutSumOfGrowths, .ratesOperation = "RecordBuilder::BuildRates_NINS"};
+
+/// What a profile makes of the row.
+struct InterfacesRules {
+  const IntervalFamily<InterfacesRow>& family;
+  /// What the row keeps of the interfaces beside their sum; null for nothing.
+  std::vector<NamedCounters> (*kept)(std::span<const Interface> interfaces);
+};
+
+const InterfacesRules& SumRulesInForce() {
+  static constexpr InterfacesRules kClassic{kInterfacesFamily, nullptr};
+  static constexpr InterfacesRules kModern{kModernInterfacesFamily, CountersByName};
+  return g_hostProfile == HostProfile::kModern ? kModern : kClassic;
+}
+
 struct NINSState : FamilyState {
   RawRows<InterfacesRow> rawRows;
 };
 
 /// The cumulative figures of all interfaces.
 InterfacesRow SumOfInterfaces(const std::vector<Interface>& interfaces, std::int32_t now) {
-  InterfacesRow sum = NewRow<InterfacesRow>(now);
+  InterfacesRow sum{NewRow<recordPI_NINS>(now), {}};
   for (const Interface& source : interfaces) {
     sum.pktsRcvd = sum.pktsRcvd + source.rxPackets;
     sum.pktsXmitd = sum.pktsXmitd + source.txPackets;
@@ -44,13 +83,16 @@ UtlError* RecordBuilder::Build_NINS(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   TraceEntry("RecordBuilder::Build_NINS", AddressOf(pEvent), AddressOf(pRequest));
   const bool first = ClaimUserObject<MyUserObject>(*pRequest).first;
   const std::vector<Interface>& interfaces = *m_pCollector->GetInterface();
-  const InterfacesRow sum =
-      SumOfInterfaces(interfaces, static_cast<std::int32_t>(Os().time(nullptr)));
-  IntervalBuild<InterfacesRow> build(kInterfacesFamily, StateOf<NINSState>().rawRows, *pEvent,
-                                     first, GetUpTimeSeconds());
-  UtlErrorPtr error = build.Add(sum, [](InterfacesRow&, const InterfacesRow*) {});
+  InterfacesRow sum = SumOfInterfaces(interfaces, static_cast<std::int32_t>(Os().time(nullptr)));
+  const InterfacesRules& rules = SumRulesInForce();
+  if (rules.kept != nullptr) {
+    sum.interfaces = rules.kept(interfaces);
+  }
+  IntervalBuild<InterfacesRow> build(rules.family, StateOf<NINSState>().rawRows, *pEvent, first,
+                                     GetUpTimeSeconds());
+  UtlErrorPtr error = build.Add(std::move(sum), [](InterfacesRow&, const recordPI_NINS*) {});
   Trace(30, kInformation, "Processed %1 Interface(s).", interfaces.size());
-  TraceCreated(__FILE__, __LINE__, RecordTraits<InterfacesRow>::kName, 1);
+  TraceCreated(__FILE__, __LINE__, RecordTraits<recordPI_NINS>::kName, 1);
   TraceExit("RecordBuilder::Build_NINS", error ? 1 : 0);
   return error.release();
 }

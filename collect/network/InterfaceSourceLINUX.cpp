@@ -61,13 +61,6 @@ constexpr std::array kQueries{
           [](const ::ifreq& answer, x_interface& work) { work.metric = answer.ifr_metric; }},
 };
 
-std::string_view TypeText(std::uint32_t flags) {
-  if ((flags & IFF_POINTOPOINT) != 0) {
-    return "Point-Point";
-  }
-  return (flags & IFF_LOOPBACK) != 0 ? "Loopback" : "Ethernet";
-}
-
 /// Takes the low 32 bits of each counter up to the first that does not match.
 void ScanCounters(const char* text, x_interface& work) {
   TextScanner scanner(text);
@@ -92,6 +85,13 @@ void ScanCounters(const char* text, x_interface& work) {
 }
 
 }  // namespace
+
+std::string_view InterfaceTypeText(std::uint32_t flags) {
+  if ((flags & IFF_POINTOPOINT) != 0) {
+    return "Point-Point";
+  }
+  return (flags & IFF_LOOPBACK) != 0 ? "Loopback" : "Ethernet";
+}
 
 InterfaceSourceUser::InterfaceSourceUser() {
   TraceEntry("InterfaceSourceUser::InterfaceSourceUser");
@@ -163,7 +163,7 @@ int InterfaceSourceUser::Get_IFace_Info(const char* line, x_interface* work) con
   }
   ScanCounters(line + std::min(colon + 1, text.size()), *work);
   QueryInterface(*work);
-  TypeText(work->ifFlags).copy(work->type.data(), work->type.size() - 1);
+  InterfaceTypeText(work->ifFlags).copy(work->type.data(), work->type.size() - 1);
   TraceExit("InterfaceSourceUser::Get_IFace_Info", 0);
   return 0;
 }

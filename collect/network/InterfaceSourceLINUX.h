@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "collect/Source.h"
@@ -28,9 +29,25 @@ struct x_interface {
   std::array<char, 12> type{};  ///< "Point-Point", "Loopback" or "Ethernet"
 };
 
+/// Counters of one interface since it came up, as wide as kernels have them today.
+struct InterfaceCounters {
+  std::uint64_t rxPackets = 0;
+  std::uint64_t rxErrors = 0;
+  std::uint64_t rxDropped = 0;
+  std::uint64_t txPackets = 0;
+  std::uint64_t txErrors = 0;
+  std::uint64_t txDropped = 0;
+  std::uint64_t collisions = 0;
+};
+
+/// What the flags tell of an interface's kind: "Point-Point", "Loopback" or "Ethernet".
+[[nodiscard]] std::string_view InterfaceTypeText(std::uint32_t flags);
+
 /// One network interface as builders see it.
 class Interface : public x_interface {
  public:
+  InterfaceCounters counters;  ///< 0 under the profile `classic`
+
   [[nodiscard]] static const char* name() { return "Interface"; }
 
   [[nodiscard]] const char* GetName() const { return x_interface::name.data(); }
