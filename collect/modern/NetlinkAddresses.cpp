@@ -274,7 +274,7 @@ const NetlinkLink* FindLink(const NetlinkTables& tables, std::string_view name) 
 NetlinkTables AskForLinks() {
   NetlinkTables tables;
   NetlinkTalk talk(tables);
-  // The statistics are read elsewhere, and would be most of the answer.
+  // Statistics are read elsewhere: the answer comes without those that the kernel can leave out.
   talk.Ask(LinkQuestion{
       .header = QuestionHeader(sizeof(LinkQuestion), RTM_GETLINK, kLinksSequence),
       .link = {},
