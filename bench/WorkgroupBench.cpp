@@ -57,7 +57,7 @@ class Pass {
       m_current.push_back(&process);
     }
   }
-  void Run() { UpdateWgMap(m_current, m_processes, m_map, m_names); }
+  void Run() { UpdateWgMap(m_current, m_processes, m_map, m_names, ProcessRulesOf(g_hostProfile)); }
 
   /// The least of five, in seconds of CPU time.
   double Time() {

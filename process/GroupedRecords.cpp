@@ -4,7 +4,6 @@
 #include <unordered_map>
 
 #include "process/PastProcesses.h"
-#include "process/ProcessComparison.h"
 #include "process/ProcessRow.h"
 #include "records/RecordClasses.h"
 #include "support/OsCalls.h"
@@ -59,7 +58,7 @@ struct GroupState : FamilyState {
 /// The processes of a previous list by their number.
 class PreviousIndex {
  public:
-  explicit PreviousIndex(std::span<const Process> previous) {
+  PreviousIndex(std::span<const Process> previous, const ProcessRules& rules) : m_rules(rules) {
     m_byPid.reserve(previous.size());
     for (const Process& process : previous) {
       m_byPid.try_emplace(process.pid, &process);
@@ -69,12 +68,13 @@ class PreviousIndex {
   /// Null too if the number now belongs to another process, which the start time tells.
   [[nodiscard]] const Process* Find(const Process& process) const {
     const auto found = process.pid < 0 ? m_byPid.end() : m_byPid.find(process.pid);
-    return found != m_byPid.end() && found->second->startTime.seconds == process.startTime.seconds
+    return found != m_byPid.end() && m_rules.isSame(StartOf(*found->second), StartOf(process))
                ? found->second
                : nullptr;
   }
 
  private:
+  const ProcessRules& m_rules;
   std::unordered_map<std::int32_t, const Process*> m_byPid;
 };
 
@@ -90,6 +90,8 @@ tagUTIME Elapsed(const tagNTIME& current, const tagNTIME& previous) {
 /// The sums over one group.
 class GroupTotals {
  public:
+  explicit GroupTotals(const ProcessRules& rules) : m_rules(rules) {}
+
   /// `previous` is the same process at the last interval, at `previousTime`, or null. Times are in
   /// seconds since 1970.
   void Add(const Process& process, const Process* previous, std::int32_t previousTime,
@@ -103,14 +105,15 @@ class GroupTotals {
     if (seconds > 0) {
       m_cpuPercent += 100 * Seconds(user + system) / static_cast<double>(seconds);
     }
+    AddIo(process, previous, seconds);
     m_userCpu = m_userCpu + user;
     m_systemCpu = m_systemCpu + system;
     for (std::size_t index = 0; index < m_counters.size(); ++index) {
-      m_counters[index] +=
-          process.*kProcessCounters[index] - (isKnown ? previous->*kProcessCounters[index] : 0);
+      m_counters[index] += m_rules.growth(process.*kProcessCounters[index],
+                                          isKnown ? previous->*kProcessCounters[index] : 0);
     }
-    m_realKbytes += RoundedKbytes(process.residentBytes);
-    m_virtualKbytes += RoundedKbytes(process.virtualSize);
+    m_realKbytes += m_rules.realKbytes(process);
+    m_virtualKbytes += m_rules.virtualKbytes(process);
     ++m_count;
   }
 
@@ -126,11 +129,49 @@ class GroupTotals {
     }
     Put(row.realMemKbytes, m_realKbytes);
     Put(row.virtualMemKbytes, m_virtualKbytes);
+    if (m_rules.hasGroupRates) {
+      PutIo(row);
+    }
   }
 
  private:
-  static void Put(Ulong& field, std::uint64_t value) { field = static_cast<std::uint32_t>(value); }
-  static void Put(Float& field, std::uint64_t value) { field = static_cast<float>(value); }
+  /// The sum over processes of what each did in a second of its own time.
+  struct IoRates {
+    double reads = 0;
+    double writes = 0;
+    double ops = 0;
+    double kbytes = 0;
+  };
+
+  void AddIo(const Process& process, const Process* previous, std::int64_t seconds) {
+    static const Process kNothing;
+    const Process& before = previous == nullptr ? kNothing : *previous;
+    const double kbytes = m_rules.ioGrowth(m_rules.ioTotal(process), m_rules.ioTotal(before));
+    m_ioKbytes += kbytes;
+    if (seconds > 0) {
+      const auto rate = [&](double amount) { return amount / static_cast<double>(seconds); };
+      m_rates.reads += rate(m_rules.growth(process.reads, before.reads));
+      m_rates.writes += rate(m_rules.growth(process.writes, before.writes));
+      m_rates.ops += rate(m_rules.growth(process.blockOps, before.blockOps));
+      m_rates.kbytes += rate(kbytes);
+    }
+  }
+
+  template <class Row>
+  void PutIo(Row& row) const {
+    if (const std::uint32_t ops = row.totalIoOps; ops != 0) {
+      row.avgIoKbytes = static_cast<float>(m_ioKbytes / ops);
+    }
+    row.readsPerSec = static_cast<float>(m_rates.reads);
+    row.writesPerSec = static_cast<float>(m_rates.writes);
+    row.totalIoOpsPerSec = static_cast<float>(m_rates.ops);
+    row.throughputPerSec = static_cast<float>(m_rates.kbytes);
+  }
+
+  void Put(Ulong& field, std::uint64_t kbytes) const { field = m_rules.sizeWord(kbytes); }
+  void Put(Float& field, std::uint64_t kbytes) const { field = static_cast<float>(kbytes); }
+
+  const ProcessRules& m_rules;
 
   std::uint32_t m_count = 0;
   tagUTIME m_userCpu;
@@ -139,6 +180,8 @@ class GroupTotals {
   std::array<std::uint32_t, kProcessCounters.size()> m_counters{};
   std::uint64_t m_realKbytes = 0;
   std::uint64_t m_virtualKbytes = 0;
+  double m_ioKbytes = 0;
+  IoRates m_rates;
 };
 
 /// Delivers a row for each group. Returns how many.
@@ -152,14 +195,15 @@ int BuildGroups(const Grouping<Row>& grouping, PastProcesses& past, const Proces
   if (!realtime) {
     next = input.Advance(past, list, now);
   }
-  const PreviousIndex previous(realtime ? std::span<const Process>{} : past.Processes());
+  const PreviousIndex previous(realtime ? std::span<const Process>{} : past.Processes(),
+                               input.rules);
   input.names.Begin(input.cycle);
   std::sort(list.rows.begin(), list.rows.end(),
             [&](const Process* a, const Process* b) { return grouping.less(*a, *b); });
   int rows = 0;
   for (auto member = list.rows.begin(); member != list.rows.end(); ++rows) {
     const Process& first = **member;
-    GroupTotals totals;
+    GroupTotals totals(input.rules);
     for (; member != list.rows.end() && !grouping.less(first, **member); ++member) {
       totals.Add(**member, previous.Find(**member), past.time, now);
     }

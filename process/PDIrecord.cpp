@@ -21,6 +21,8 @@ struct PDIState : FamilyState {
 class PDIObject : public CMBUserObject {
  public:
   PastProcesses m_past;
+  /// Of the request's last answer to a look.
+  ProcessMarks m_marks;
 };
 
 void SortByProcessId(ProcessList& list) {
@@ -47,25 +49,25 @@ void TraceLists(const PastProcesses& past, const ProcessList& list) {
   }
 }
 
-/// The difference of a total that wraps at 4 Gbytes.
-float IoKbytesDelta(float current, float previous) {
-  constexpr double kWrapsAbove = 2097152.0;
-  constexpr double kWrap = 4194303.9990234375;
-  const float delta = current - previous;
-  if (!(delta < 0.0F)) {
-    return delta;
-  }
-  return current > kWrapsAbove ? static_cast<float>(delta + kWrap) : 0.0F;
+/// What a row, and the process that it is of, have of I/O.
+ProcessIoTotal IoTotalOf(const IntervalRow& row, std::uint64_t bytes) {
+  return {.kbytes = row.totalIoKbytes, .bytes = bytes};
 }
+
+bool IsAnyStart(const ProcessStart& /*a*/, const ProcessStart& /*b*/) { return true; }
 
 /// One pass over the processes of one request.
 class PDIBuild {
  public:
-  PDIBuild(const CMBRecordRequestEvent& event, std::uint32_t processors)
+  PDIBuild(const CMBRecordRequestEvent& event, std::uint32_t processors, const ProcessRules& rules,
+           const ProcessMarks& marks)
       : m_processors(processors),
+        m_rules(rules),
+        m_marks(marks),
         m_realtime(event.IsRealtime() != 0),
         m_withRates(event.ShouldCalcRates() != 0),
-        m_previousRows(m_realtime ? &event.PreviousRecords() : nullptr) {}
+        m_previousRows(m_realtime ? &event.PreviousRecords() : nullptr,
+                       rules.keepsMarks ? &marks : nullptr) {}
 
   /// The finished row of an interval, from a row that holds its difference.
   void FinishInterval(IntervalRow& row) const {
@@ -77,8 +79,8 @@ class PDIBuild {
 
   /// The finished row of a look on demand: the totals stay, `CPU %` and with rates the rate fields
   /// are of the time since the last look or since the start.
-  void FinishLook(IntervalRow& row) const {
-    const IntervalRow* previous = m_previousRows.Find(row);
+  void FinishLook(IntervalRow& row, const Process& process) const {
+    const IntervalRow* previous = m_previousRows.Find(row, process);
     const IntervalRow birth = NewRow<IntervalRow>(row.startTime);
     const IntervalRow& from = previous == nullptr ? birth : *previous;
     const std::int64_t seconds = SecondsBetween(from.recordTime, row.recordTime);
@@ -88,9 +90,12 @@ class PDIBuild {
       return;
     }
     row.interval = static_cast<std::uint32_t>(std::max<std::int64_t>(seconds, 0));
+    const ProcessMarks::Mark* mark = m_marks.Find(process);
+    const ProcessIoTotal before = IoTotalOf(from, mark == nullptr ? 0 : mark->ioBytes);
     SetRates(row,
-             {row.reads - from.reads, row.writes - from.writes, row.totalIoOps - from.totalIoOps,
-              IoKbytesDelta(row.totalIoKbytes, from.totalIoKbytes)},
+             {m_rules.growth(row.reads, from.reads), m_rules.growth(row.writes, from.writes),
+              m_rules.growth(row.totalIoOps, from.totalIoOps),
+              m_rules.ioGrowth(IoTotalOf(row, process.modern.ioBytes), before)},
              seconds);
   }
 
@@ -98,6 +103,8 @@ class PDIBuild {
 
  private:
   std::uint32_t m_processors;
+  const ProcessRules& m_rules;
+  const ProcessMarks& m_marks;
   bool m_realtime;
   bool m_withRates;
   PreviousRows<IntervalRow> m_previousRows;
@@ -105,24 +112,25 @@ class PDIBuild {
 
 }  // namespace
 
-PDIFigures::PDIFigures(const recordPD_PDI& row)
+PDIFigures::PDIFigures(const recordPD_PDI& row, const ModernProcessFigures& modern)
     : pid(row.pid),
-      startTime(row.startTime),
+      start{row.startTime, modern.startTicks},
       recordTime(row.recordTime),
       userCpu(row.userCpu),
       systemCpu(row.systemCpu),
-      totalIoKbytes(row.totalIoKbytes) {
+      io(IoTotalOf(row, modern.ioBytes)) {
   for (std::size_t i = 0; i < kCounters.size(); ++i) {
     counters[i] = row.*kCounters[i];
   }
 }
 
-std::optional<PDIFigures> PDIRows::Take(std::int32_t pid, std::int32_t startTime, bool anyStart) {
+std::optional<PDIFigures> PDIRows::Take(std::int32_t pid, const ProcessStart& start,
+                                        bool (*isSame)(const ProcessStart&, const ProcessStart&)) {
   auto row =
       std::lower_bound(m_rows.begin(), m_rows.end(), pid,
                        [](const Entry& entry, std::int32_t sought) { return entry.pid < sought; });
   for (; row != m_rows.end() && row->pid == pid; ++row) {
-    if (!row->taken && (anyStart || row->startTime == startTime)) {
+    if (!row->taken && isSame(row->start, start)) {
       row->taken = true;
       ++m_taken;
       return *row;
@@ -131,13 +139,14 @@ std::optional<PDIFigures> PDIRows::Take(std::int32_t pid, std::int32_t startTime
   return std::nullopt;
 }
 
-recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows,
-                         bool diedProcesses) {
+recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows, bool diedProcesses,
+                         const ProcessRules& rules, const ModernProcessFigures& modern) {
   TraceEntry("RecordBuilder::DeltaPD_PDI", AddressOf(&row));
-  const bool defunct = row.program.view().starts_with(kDefunct);
-  const std::optional<PDIFigures> found = oldRows.Take(row.pid, row.startTime, defunct);
+  const bool defunct = rules.hasDefunctNames && row.program.view().starts_with(kDefunct);
+  const std::optional<PDIFigures> found = oldRows.Take(row.pid, {row.startTime, modern.startTicks},
+                                                       defunct ? IsAnyStart : rules.isSame);
   if (found && defunct && !diedProcesses) {
-    row.startTime = found->startTime;
+    row.startTime = found->start.seconds;
     row.userCpu = tagUTIME{};
     row.systemCpu = tagUTIME{};
     row.totalIoKbytes = 0.0F;
@@ -154,12 +163,12 @@ recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows,
   SubtractCpu(delta, old);
   for (std::size_t i = 0; i < PDIFigures::kCounters.size(); ++i) {
     Ulong& counter = delta.*PDIFigures::kCounters[i];
-    counter = counter - old.counters[i];
+    counter = rules.growth(counter, old.counters[i]);
   }
-  delta.totalIoKbytes = IoKbytesDelta(row.totalIoKbytes, old.totalIoKbytes);
+  delta.totalIoKbytes = rules.ioGrowth(IoTotalOf(row, modern.ioBytes), old.io);
 
   if (row.endTime < row.startTime) {
-    newRows.Add(row);
+    newRows.Add(row, modern);
   }
   TraceExit("RecordBuilder::DeltaPD_PDI", 0);
   return delta;
@@ -168,9 +177,10 @@ recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows,
 UtlError* RecordBuilder::BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_PDI", AddressOf(pEvent), AddressOf(pRequest));
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  PastProcesses& past = ClaimUserObject<PDIObject>(*pRequest).object.m_past;
-  const PDIBuild build(*pEvent, GetNumCPUs());
+  PDIObject& object = ClaimUserObject<PDIObject>(*pRequest).object;
+  PastProcesses& past = object.m_past;
   const ProcessInput input = InputOfProcesses();
+  const PDIBuild build(*pEvent, GetNumCPUs(), input.rules, object.m_marks);
   ProcessList list(input.Processes());
   PastProcesses next;
   if (!build.IsRealtime()) {
@@ -189,11 +199,11 @@ UtlError* RecordBuilder::BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordReq
   for (const Process* process : list.rows) {
     IntervalRow row = NewRow<IntervalRow>(now);
     AttemptStep(kNoProcessData, *process, [&] {
-      FillProcessRow(row, *process, input.names);
+      FillProcessRow(row, *process, input.rules, input.names);
       if (build.IsRealtime()) {
-        build.FinishLook(row);
+        build.FinishLook(row, *process);
       } else {
-        row = DeltaPD_PDI(row, kept, newRows, m_bGetDiedProcess != 0);
+        row = DeltaPD_PDI(row, kept, newRows, m_bGetDiedProcess != 0, input.rules, process->modern);
         build.FinishInterval(row);
       }
     });
@@ -203,6 +213,8 @@ UtlError* RecordBuilder::BuildPD_PDI(CMBRecordRequestEvent* pEvent, CMBRecordReq
   if (!build.IsRealtime()) {
     kept = std::move(newRows);
     past = std::move(next);
+  } else if (input.rules.keepsMarks) {
+    object.m_marks = ProcessMarks(input.Processes());
   }
   TraceCreated(__FILE__, __LINE__, RecordTraits<IntervalRow>::kName, count);
   TraceExit("RecordBuilder::BuildPD_PDI", 0);

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "process/ProcessRules.h"
 #include "records/RecordStructures.h"
 
 /// The figures of a PDI row that the row of the next interval subtracts; a zero one stands for a
@@ -17,26 +18,30 @@ struct PDIFigures {
                                         &recordPD_PDI::writes,          &recordPD_PDI::totalIoOps};
 
   PDIFigures() = default;
-  explicit PDIFigures(const recordPD_PDI& row);
+  /// `modern` is of the same process.
+  PDIFigures(const recordPD_PDI& row, const ModernProcessFigures& modern);
 
   std::int32_t pid = 0;
-  std::int32_t startTime = 0;
+  ProcessStart start;
   std::int32_t recordTime = 0;
   tagUTIME userCpu;
   tagUTIME systemCpu;
   std::array<std::uint32_t, kCounters.size()> counters{};
-  float totalIoKbytes = 0.0F;
+  ProcessIoTotal io;
 };
 
 /// The cumulative figures of the processes of one interval.
 class PDIRows {
  public:
   /// Keeps the row's figures. Rows come by ascending process number.
-  void Add(const recordPD_PDI& row) { m_rows.emplace_back(row); }
-  /// Takes the first row of the process out; nothing if there is none. With `anyStart` a row that
-  /// has another start time counts too.
-  [[nodiscard]] std::optional<PDIFigures> Take(std::int32_t pid, std::int32_t startTime,
-                                               bool anyStart);
+  void Add(const recordPD_PDI& row, const ModernProcessFigures& modern = {}) {
+    m_rows.emplace_back(row, modern);
+  }
+  /// Takes the first row of the process out that `isSame` knows by its start; nothing if there is
+  /// none.
+  [[nodiscard]] std::optional<PDIFigures> Take(std::int32_t pid, const ProcessStart& start,
+                                               bool (*isSame)(const ProcessStart&,
+                                                              const ProcessStart&));
   /// Rows not taken.
   [[nodiscard]] std::size_t Size() const { return m_rows.size() - m_taken; }
   void Reserve(std::size_t count) { m_rows.reserve(count); }
@@ -52,7 +57,10 @@ class PDIRows {
 
 /// The difference of `row`, which holds cumulative figures, to the row of the same process in
 /// `oldRows`, or to its birth. The old row is taken out; `row` goes to `newRows` unless its process
-/// has ended. A row named "<defunct>" goes by its process number alone, and, unless ended processes
-/// are told of by accounting (`diedProcesses`), takes the old start time and drops CPU and I/O.
-[[nodiscard]] recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows,
-                                       bool diedProcesses);
+/// has ended. Where the rules have them, a row named "<defunct>" goes by its process number alone,
+/// and, unless ended processes are told of by accounting (`diedProcesses`), takes the old start
+/// time and drops CPU and I/O. `modern` is what the row doesn't hold of its process.
+[[nodiscard]] recordPD_PDI DeltaPD_PDI(
+    recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows, bool diedProcesses,
+    const ProcessRules& rules = ProcessRulesOf(HostProfile::kClassic),
+    const ModernProcessFigures& modern = {});

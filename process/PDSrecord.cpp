@@ -2,10 +2,13 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "collect/Collector.h"
 #include "collect/device/DeviceMap.h"
+#include "process/ProcessMarks.h"
 #include "process/ProcessRow.h"
+#include "process/ProcessRules.h"
 #include "process/ProcessSummary.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
@@ -34,7 +37,30 @@ class PDSUserObject : public CMBUserObject {
   PDSReport report;
   /// Of real-time requests only.
   ProcessSamples previousProcesses;
+  /// The processes of the last record, where the rules keep them.
+  ProcessMarks marks;
 };
+
+/// What began and ended between two records.
+struct Arrivals {
+  std::int32_t started = 0;
+  std::int32_t ended = 0;
+};
+
+/// Told by the counts alone.
+Arrivals ArrivalsByCount(std::int32_t count, std::int32_t previous) {
+  return {.started = std::max(count - previous, 0), .ended = std::max(previous - count, 0)};
+}
+
+/// Told by which processes there are.
+Arrivals ArrivalsByProcess(const std::vector<Process>& processes, const ProcessMarks& previous) {
+  const auto stayed =
+      std::count_if(processes.begin(), processes.end(),
+                    [&](const Process& process) { return previous.Find(process) != nullptr; });
+  return {
+      .started = static_cast<std::int32_t>(processes.size()) - static_cast<std::int32_t>(stayed),
+      .ended = static_cast<std::int32_t>(previous.Size()) - static_cast<std::int32_t>(stayed)};
+}
 
 constexpr std::uint32_t Unsigned(std::int32_t count) { return static_cast<std::uint32_t>(count); }
 
@@ -54,25 +80,22 @@ void FillCounts(SummaryRow& row, const ProcessSummary& summary) {
   row.daemonProcesses = Unsigned(summary.GetDaemonProcessCount());
 }
 
-/// What began and ended since the request's last record, told by the counts alone; `last` takes the
-/// new ones. With no last count nothing can be compared, so the figures of activity are 0 too.
-void FillArrivals(SummaryRow& row, std::int32_t count, PDSReport& last) {
+/// What began and ended since the request's last record; `last` takes the new count. With no last
+/// count nothing can be compared, so the figures of activity are 0 too.
+void FillArrivals(SummaryRow& row, std::int32_t count, const Arrivals& arrivals, PDSReport& last) {
   Trace(30, kInformation, " Accounting is not effective.");
-  const std::int32_t previous = last.previousCount;
-  const std::int32_t arrived = std::max(count - previous, 0);
-  const std::int32_t ended = previous - (count - arrived);
-  if (previous == 0) {
+  if (last.previousCount == 0) {
     row.terminals = 0U;
     row.activeUsers = 0U;
     row.activeUserProcesses = 0U;
     row.activeSystemProcesses = 0U;
   } else {
-    row.newProcesses = Unsigned(std::max(count - (previous - ended), 0));
-    row.terminatedProcesses = Unsigned(ended);
+    row.newProcesses = Unsigned(arrivals.started);
+    row.terminatedProcesses = Unsigned(arrivals.ended);
   }
   last.previousCount = count;
   // The total may wrap on a host that lives long.
-  last.endedTotal = static_cast<std::int32_t>(Unsigned(last.endedTotal) + Unsigned(ended));
+  last.endedTotal = static_cast<std::int32_t>(Unsigned(last.endedTotal) + Unsigned(arrivals.ended));
 }
 
 }  // namespace
@@ -95,14 +118,25 @@ UtlError* RecordBuilder::BuildPD_PDS(CMBRecordRequestEvent* pEvent, CMBRecordReq
     SummaryRow row = NewRow<SummaryRow>(static_cast<std::int32_t>(Os().time(nullptr)));
     FillCounts(row, *state.summary);
     PDSReport report = last.report;
-    FillArrivals(row, state.summary->GetProcessCount(), report);
+    const ProcessRules& rules = ProcessRulesOf(g_hostProfile);
+    const std::vector<Process>& processes = *m_pCollector->GetProcess();
+    const std::int32_t count = state.summary->GetProcessCount();
+    FillArrivals(row, count,
+                 rules.keepsMarks ? ArrivalsByProcess(processes, last.marks)
+                                  : ArrivalsByCount(count, report.previousCount),
+                 report);
+    ProcessMarks marks;
+    if (rules.keepsMarks) {
+      marks = ProcessMarks(processes);
+    }
     ProcessSamples samples;
     if (realtime) {
-      TakeSamples(*m_pCollector->GetProcess(), samples);
+      TakeSamples(processes, samples);
     }
     DeliverRow(row, *pEvent, 0);
     state.endedProcesses = report.endedTotal;
     last.report = report;
+    last.marks = std::move(marks);
     if (realtime) {
       last.previousProcesses.swap(samples);
     }

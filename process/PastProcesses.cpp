@@ -16,7 +16,8 @@ ProcessInput RecordBuilder::InputOfProcesses() {
           .processors = m_numCPUs,
           .cycle = m_cycle,
           .snapshot = StateOf<BatchSnapshot>(),
-          .names = StateOf<BatchNames>()};
+          .names = StateOf<BatchNames>(),
+          .rules = ProcessRulesOf(g_hostProfile)};
 }
 
 PastProcesses ProcessInput::Advance(const PastProcesses& past, ProcessList& current,

@@ -8,6 +8,7 @@
 #include "collect/Collector.h"
 #include "process/ExpandProcessList.h"
 #include "process/ProcessRow.h"
+#include "process/ProcessRules.h"
 #include "records/RecordBuilder.h"
 
 /// The processes of one collection, kept by all who compare with them at the next interval.
@@ -44,6 +45,7 @@ struct ProcessInput {
   std::uint32_t cycle;  ///< tells one batch from the next
   BatchSnapshot& snapshot;
   BatchNames& names;
+  const ProcessRules& rules;
 
   [[nodiscard]] const std::vector<Process>& Processes() const { return *collector.GetProcess(); }
   /// Adds to `current` what has ended since `past`. Returns what takes the place of that once the

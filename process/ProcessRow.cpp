@@ -12,11 +12,6 @@
 
 namespace {
 
-constexpr std::uint32_t WholeKbytes(std::uint32_t bytes) { return bytes >> 10; }
-
-/// The low 32 bits.
-constexpr std::uint32_t LowWord(std::uint64_t value) { return static_cast<std::uint32_t>(value); }
-
 /// The whole part, 0 to the greatest 32-bit number.
 std::uint32_t WholeNumber(double value) {
   constexpr double kGreatest = std::numeric_limits<std::uint32_t>::max();
@@ -24,7 +19,7 @@ std::uint32_t WholeNumber(double value) {
 }
 
 template <class Row>
-void FillIdentity(Row& row, const Process& process, BatchNames& names) {
+void FillIdentity(Row& row, const Process& process, const ProcessRules& rules, BatchNames& names) {
   row.pid = process.GetPid();
   row.program = process.GetName();
   row.parentPid = process.GetPpid();
@@ -36,12 +31,12 @@ void FillIdentity(Row& row, const Process& process, BatchNames& names) {
   row.group = names.Group(process.GetEgid());
   row.argumentList = process.GetCmdline();
   row.terminal = names.Terminal(process.GetTty());
-  row.state = StateText(process.GetState());
+  row.state = rules.stateText(process);
   row.startTime = process.GetStartTime().seconds;
 }
 
 template <class Row>
-void FillFigures(Row& row, const Process& process) {
+void FillFigures(Row& row, const Process& process, const ProcessRules& rules) {
   row.userCpu = process.GetUserTime();
   row.systemCpu = process.GetSystemTime();
   row.priority = process.GetPriority();
@@ -54,30 +49,38 @@ void FillFigures(Row& row, const Process& process) {
   row.reads = process.reads;
   row.writes = process.writes;
   row.totalIoOps = process.blockOps;
-  row.totalIoKbytes = static_cast<float>(process.ioKbytes);
+  row.totalIoKbytes = rules.ioTotal(process).kbytes;
   SetAverageIo(row);
 }
 
 template <class Row>
-void FillMemory(Row& row, const Process& process) {
-  row.realMemKbytes = WholeKbytes(process.GetResidentBytes());
-  row.virtualMemKbytes = WholeKbytes(process.GetVirtualSize());
-  row.totalProcessKbytes = WholeKbytes(process.GetTotalBytes());
-  row.stackKbytes = LowWord(process.GetStackKB());
+void FillMemory(Row& row, const Process& process, const ProcessRules& rules) {
+  const ProcessSizes sizes = rules.sizes(process);
+  row.realMemKbytes = sizes.real;
+  row.virtualMemKbytes = sizes.virtualMem;
+  row.totalProcessKbytes = sizes.total;
+  row.stackKbytes = sizes.stack;
+  row.heapKbytes = sizes.heap;
   row.sharedMemKbytes = WholeNumber(process.GetSharedKB());
-  row.executableTextKbytes = LowWord(process.GetCodeKB());
-  row.executableDataKbytes = LowWord(process.GetDataKB());
+  row.sharedLibKbytes = sizes.sharedLib;
+  row.executableTextKbytes = sizes.text;
+  row.executableDataKbytes = sizes.data;
 }
 
 /// What only PD has.
-void FillDetail(recordPD& row, const Process& process, BatchNames& names) {
+void FillDetail(recordPD& row, const Process& process, const ProcessRules& rules,
+                BatchNames& names) {
   std::array<char, sizeof row.programPid> text{};
   std::snprintf(text.data(), text.size(), "%s(%d)", row.program.c_str(), process.GetPid());
   row.programPid = text.data();
   row.realGroupId = process.GetRgid();
   row.realGroup = names.Group(process.GetRgid());
   row.processGroupId = process.GetPgrp();
-  row.schedulerClass = "Unavailable";
+  row.schedulerClass = rules.schedulerClass(process);
+  rules.putFlags(process, row.flags);
+  if (process.died == 0) {
+    row.elapsedTime = rules.age(process, row.recordTime);
+  }
 }
 
 template <class Row>
@@ -177,15 +180,18 @@ void ProcessTree::ChildList(const Process& process, char* text, std::size_t size
 }
 
 template <class Row>
-void FillProcessRow(Row& row, const Process& process, BatchNames& names) {
-  FillIdentity(row, process, names);
+void FillProcessRow(Row& row, const Process& process, const ProcessRules& rules,
+                    BatchNames& names) {
+  FillIdentity(row, process, rules, names);
   if constexpr (std::is_same_v<Row, recordPD>) {
-    FillDetail(row, process, names);
+    FillDetail(row, process, rules, names);
   }
-  FillFigures(row, process);
-  FillMemory(row, process);
+  FillFigures(row, process, rules);
+  FillMemory(row, process, rules);
   FillEnd(row, process);
 }
 
-template void FillProcessRow(recordPD& row, const Process& process, BatchNames& names);
-template void FillProcessRow(recordPD_PDI& row, const Process& process, BatchNames& names);
+template void FillProcessRow(recordPD& row, const Process& process, const ProcessRules& rules,
+                             BatchNames& names);
+template void FillProcessRow(recordPD_PDI& row, const Process& process, const ProcessRules& rules,
+                             BatchNames& names);

@@ -11,6 +11,8 @@
 
 #include "collect/process/ProcessSourceLINUX.h"
 #include "node/RecordRequest.h"
+#include "process/ProcessMarks.h"
+#include "process/ProcessRules.h"
 #include "process/ProcessTrace.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
@@ -61,11 +63,13 @@ class ProcessTree {
 };
 
 /// The rows of a request's last answer by process number; none if that is null. The rows are the
-/// framework's.
+/// framework's. With `marks`, which are of the same answer, these tell whether it is the same
+/// process, else the start time of the row.
 template <class Row>
 class PreviousRows {
  public:
-  explicit PreviousRows(const std::list<CMBRecord*>* records) {
+  explicit PreviousRows(const std::list<CMBRecord*>* records, const ProcessMarks* marks = nullptr)
+      : m_marks(marks) {
     if (records == nullptr) {
       return;
     }
@@ -80,14 +84,19 @@ class PreviousRows {
     }
   }
 
-  /// The row of the same process; null if there is none or if its start time is another one.
-  [[nodiscard]] const Row* Find(const Row& row) const {
+  /// The row of the same process; null if there is none. `row` is that of now.
+  [[nodiscard]] const Row* Find(const Row& row, const Process& process) const {
     const auto found = m_rows.find(row.pid);
-    return found != m_rows.end() && found->second->startTime == row.startTime ? found->second
-                                                                              : nullptr;
+    if (found == m_rows.end()) {
+      return nullptr;
+    }
+    const bool isSame = m_marks == nullptr ? found->second->startTime == row.startTime
+                                           : m_marks->Find(process) != nullptr;
+    return isSame ? found->second : nullptr;
   }
 
  private:
+  const ProcessMarks* m_marks;
   std::unordered_map<std::int32_t, const Row*> m_rows;
 };
 
@@ -154,7 +163,7 @@ template <class Row>
 /// Copies what both records have of a process, with its cumulative figures, into a row that has its
 /// type and time. Rates and `CPU %` stay untouched.
 template <class Row>
-void FillProcessRow(Row& row, const Process& process, BatchNames& names);
+void FillProcessRow(Row& row, const Process& process, const ProcessRules& rules, BatchNames& names);
 
 /// Runs one step for one process. Memory that runs out costs this step alone and is traced with
 /// `failure`, whose %1 is the process number.

@@ -9,6 +9,7 @@
 #include "collect/Collector.h"
 #include "collect/device/DeviceMap.h"
 #include "collect/process/ProcessSourceLINUX.h"
+#include "process/ProcessRules.h"
 #include "process/ProcessTrace.h"
 #include "support/TraceLog.h"
 
@@ -35,22 +36,25 @@ ProcessSample SampleOf(const Process& process) {
           .counters = {process.minorFaults, process.majorFaults, process.contextSwitches,
                        process.signals, process.reads, process.writes},
           .totalBytes = process.totalBytes,
-          .cwdInode = process.cwdInode};
+          .cwdInode = process.cwdInode,
+          .totalKB = process.modern.totalKB,
+          .startTicks = process.modern.startTicks};
 }
 
 /// The terminals of one walk: the device map is asked once for each number.
 class Terminals {
  public:
-  explicit Terminals(DeviceMap& devices) : m_devices(devices) {}
+  /// Without `devices` each number is known.
+  explicit Terminals(DeviceMap* devices) : m_devices(devices) {}
 
   /// The number, or kNoTerminal for one that no device file has.
   std::uint64_t Known(std::uint64_t rdev) {
-    if (rdev == kNoTerminal) {
+    if (rdev == kNoTerminal || m_devices == nullptr) {
       return rdev;
     }
     const auto [place, isNew] = m_known.try_emplace(rdev, rdev);
     if (isNew) {
-      const char* name = m_devices.Name(rdev);
+      const char* name = m_devices->Name(rdev);
       if (name != nullptr && std::strcmp(name, "??") == 0) {
         place->second = kNoTerminal;
       }
@@ -59,7 +63,7 @@ class Terminals {
   }
 
  private:
-  DeviceMap& m_devices;
+  DeviceMap* m_devices;
   std::unordered_map<std::uint64_t, std::uint64_t> m_known;
 };
 
@@ -88,7 +92,7 @@ void TakeSamples(const std::vector<Process>& processes, ProcessSamples& samples)
 }
 
 ProcessSummary::ProcessSummary(Collector* collector, DeviceMap* devices)
-    : m_collector(collector), m_devices(devices) {}
+    : m_collector(collector), m_rules(&ProcessRulesOf(g_hostProfile)), m_devices(devices) {}
 
 void ProcessSummary::ClearCounters() {
   m_counts = {};
@@ -158,11 +162,12 @@ UtlError* ProcessSummary::Build(int realtime) {
 }
 
 void ProcessSummary::Walk(int realtime) {
+  m_rules = &ProcessRulesOf(g_hostProfile);
   const std::vector<Look> looks = LookAtProcesses();
   CountUsers(looks);
   for (const Look& look : looks) {
     CountFlags(look);
-    CountState(look.process->state);
+    CountState(m_rules->summaryState(*look.process));
     ++m_counts.processes;
   }
   CountTerminals(looks);
@@ -211,7 +216,7 @@ void ProcessSummary::CountUsers(const std::vector<Look>& looks) {
 }
 
 void ProcessSummary::CountTerminals(const std::vector<Look>& looks) {
-  Terminals terminals(*m_devices);
+  Terminals terminals(m_rules->needsTerminalFile ? m_devices : nullptr);
   std::vector<std::uint64_t> active;
   for (const Look& look : looks) {
     const std::uint64_t terminal = terminals.Known(look.process->tty);
@@ -227,7 +232,7 @@ void ProcessSummary::CountTerminals(const std::vector<Look>& looks) {
 }
 
 void ProcessSummary::CountFlags(const Look& look) {
-  const std::uint32_t flags = look.process->flags;
+  const std::uint32_t flags = m_rules->summaryFlags(*look.process);
   const bool isSystem = (flags & kProcessSystem) != 0;
   m_counts.system += isSystem ? 1 : 0;
   if (look.active) {
@@ -266,7 +271,7 @@ int ProcessSummary::ProcessActive(const Process* process) {
     return 0;
   }
   const ProcessSample* before = MatchProc(process);
-  if (before == nullptr) {
+  if (before == nullptr || before->startTicks != process->modern.startTicks) {
     return 1;
   }
   const ProcessSample now = SampleOf(*process);
@@ -279,7 +284,7 @@ int ProcessSummary::ProcessActive(const Process* process) {
     grew = grew || now.counters[i] > before->counters[i];
   }
   return !sameTimes || grew || now.totalBytes != before->totalBytes ||
-                 now.cwdInode != before->cwdInode
+                 now.cwdInode != before->cwdInode || now.totalKB != before->totalKB
              ? 1
              : 0;
 }

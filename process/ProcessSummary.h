@@ -10,6 +10,7 @@
 class Collector;
 class DeviceMap;
 class Process;
+struct ProcessRules;
 
 /// The figures of a process that show at the next look whether it has been active. A list of them
 /// costs a small part of what the rows cost.
@@ -23,6 +24,9 @@ struct ProcessSample {
   std::array<std::uint32_t, 6> counters{};
   std::uint32_t totalBytes = 0;
   std::uint64_t cwdInode = 0;
+  // 0 under the profile `classic`.
+  std::uint64_t totalKB = 0;
+  std::uint64_t startTicks = 0;
 };
 
 /// In the order of process identifiers.
@@ -62,7 +66,8 @@ class ProcessSummary {
   [[nodiscard]] std::int32_t GetProcessCount() const { return Read(m_counts.processes); }
   [[nodiscard]] std::int32_t GetSystemProcessCount() const { return Read(m_counts.system); }
   [[nodiscard]] std::int32_t GetMemMgmtProcessCount() const { return Read(m_counts.memMgmt); }
-  /// Processes without a terminal, or with one that no device file has.
+  /// Processes without a terminal; under the profile `classic` those too whose terminal no device
+  /// file has.
   [[nodiscard]] std::int32_t GetDaemonProcessCount() const { return Read(m_counts.daemon); }
   [[nodiscard]] std::int32_t GetSwappedProcessCount() const { return Read(m_counts.swapped); }
   [[nodiscard]] std::int32_t GetStateNoneCount() const { return Read(m_counts.states[0]); }
@@ -72,7 +77,8 @@ class ProcessSummary {
   [[nodiscard]] std::int32_t GetStateZombieCount() const { return Read(m_counts.states[4]); }
   [[nodiscard]] std::int32_t GetStateStopCount() const { return Read(m_counts.states[5]); }
   [[nodiscard]] std::int32_t GetStateOnCPUCount() const { return Read(m_counts.states[6]); }
-  /// Codes that mean nothing. A process in a wait for a disk is in no count of states.
+  /// Codes that mean nothing. A process in a wait for a disk is in no count of states, but under
+  /// the profile `modern` each process is in one.
   [[nodiscard]] std::int32_t GetStateUnknownCount() const { return Read(m_counts.stateUnknown); }
   [[nodiscard]] std::int32_t GetUniqueUserCount() const { return Read(m_counts.users); }
   [[nodiscard]] std::int32_t GetActiveUserCount() const { return Read(m_counts.activeUsers); }
@@ -116,6 +122,7 @@ class ProcessSummary {
   std::int32_t Read(std::int32_t counter) const;
 
   Collector* m_collector;
+  const ProcessRules* m_rules;  ///< of the walk
   DeviceMap* m_devices;
   bool m_initialised = false;
   int m_fullSummary = 0;

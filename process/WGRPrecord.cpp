@@ -107,7 +107,7 @@ tagUTIME CpuTime(std::int64_t hundredths) {
 }
 
 /// A row with the workgroup's figures, cumulative but for the levels.
-WorkgroupRow WorkgroupRowOf(const WorkGroup& group, std::int32_t now) {
+WorkgroupRow WorkgroupRowOf(const WorkGroup& group, std::int32_t now, const ProcessRules& rules) {
   const WorkgroupTotals& totals = group.totals;
   WorkgroupRow row = NewRow<WorkgroupRow>(now);
   row.workgroup = group.Name();
@@ -121,8 +121,8 @@ WorkgroupRow WorkgroupRowOf(const WorkGroup& group, std::int32_t now) {
   row.swaps = totals.swaps;
   row.contextSwitches = totals.contextSwitches;
   row.majorFaults = totals.majorFaults;
-  row.realMemKbytes = totals.realMemKbytes;
-  row.virtualMemKbytes = totals.virtualMemKbytes;
+  row.realMemKbytes = rules.sizeWord(totals.realMemKbytes);
+  row.virtualMemKbytes = rules.sizeWord(totals.virtualMemKbytes);
   row.totalIoKbytes = totals.ioKbytes;
   row.totalIoOps = totals.reads + totals.writes;
   row.userCpu = CpuTime(totals.userCpu);
@@ -192,18 +192,18 @@ void CountInterval(WorkgroupState& state, const ProcessInput& input, std::int32_
   }
   SavedFigures saved(state.map);
   ClearLevels(state.map);
-  UpdateWgMap(list.rows, state.past.Processes(), state.map, input.names);
+  UpdateWgMap(list.rows, state.past.Processes(), state.map, input.names, input.rules);
   saved.Drop();
   state.past = std::move(next);
 }
 
 /// Gives a row for each workgroup; returns how many there are.
 int BuildRows(WorkgroupState& state, CMBRecordRequestEvent& event, bool first, std::int32_t now,
-              std::uint32_t processors) {
+              std::uint32_t processors, const ProcessRules& rules) {
   const bool realtime = event.IsRealtime() != 0;
   int rows = 0;
   for (const auto& [name, group] : state.map) {
-    WorkgroupRow row = WorkgroupRowOf(*group, now);
+    WorkgroupRow row = WorkgroupRowOf(*group, now, rules);
     if (realtime) {
       FinishLook(event, row, group->totals.elapsed);
     } else {
@@ -252,14 +252,14 @@ UtlError* RecordBuilder::Build_WGRP(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   int rows = 0;
   if (pEvent->IsRealtime() == 0) {
     CountInterval(state, input, now);
-    rows = BuildRows(state, *pEvent, first, now, m_numCPUs);
+    rows = BuildRows(state, *pEvent, first, now, m_numCPUs, input.rules);
   } else {
     // A look counts on from the last interval and leaves no trace.
     const SavedFigures saved(state.map);
     ClearLevels(state.map);
-    UpdateWgMap(ProcessList(input.Processes()).rows, state.past.Processes(), state.map,
-                input.names);
-    rows = BuildRows(state, *pEvent, first, now, m_numCPUs);
+    UpdateWgMap(ProcessList(input.Processes()).rows, state.past.Processes(), state.map, input.names,
+                input.rules);
+    rows = BuildRows(state, *pEvent, first, now, m_numCPUs, input.rules);
   }
   TraceCreated(__FILE__, __LINE__, RecordTraits<WorkgroupRow>::kName, rows);
   TraceExit("RecordBuilder::Build_WGRP", 0);

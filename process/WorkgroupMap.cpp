@@ -14,7 +14,7 @@ namespace {
 /// The processes of the last pass, in its order.
 class LastPass {
  public:
-  explicit LastPass(std::span<const Process> old) {
+  LastPass(std::span<const Process> old, const ProcessRules& rules) : m_rules(rules) {
     m_byPid.reserve(old.size());
     for (const Process& process : old) {
       if (process.pid >= 0) {
@@ -28,7 +28,9 @@ class LastPass {
   /// The first one in the list; null if there is none.
   [[nodiscard]] const Process* Find(const Process& process) const {
     const auto place = m_byPid.find(process.pid);
-    const Process* const same = place == m_byPid.end() ? nullptr : place->second;
+    const bool isSame = place != m_byPid.end() &&
+                        m_rules.isSameInWorkgroups(StartOf(*place->second), StartOf(process));
+    const Process* const same = isSame ? place->second : nullptr;
     return Earlier(same, FindEnded(process));
   }
 
@@ -59,23 +61,24 @@ class LastPass {
            old.euid == process.euid;
   }
 
+  const ProcessRules& m_rules;
   std::unordered_map<std::int32_t, const Process*> m_byPid;
   std::unordered_map<std::int32_t, std::vector<const Process*>> m_ended;  ///< by start second
 };
 
-WorkgroupDelta DeltaOf(const Process& process, const Process* old) {
+WorkgroupDelta DeltaOf(const Process& process, const Process* old, const ProcessRules& rules) {
   static const Process kNothing;
   const Process& before = old == nullptr ? kNothing : *old;
   WorkgroupDelta delta;
-  delta.contextSwitches = process.contextSwitches - before.contextSwitches;
-  delta.ioKbytes = process.ioKbytes - before.ioKbytes;
-  delta.blockOps = process.blockOps - before.blockOps;
-  delta.majorFaults = process.majorFaults - before.majorFaults;
-  delta.reads = process.reads - before.reads;
-  delta.writes = process.writes - before.writes;
-  delta.realMemKbytes = RoundedKbytes(process.residentBytes);
-  delta.virtualMemKbytes = RoundedKbytes(process.virtualSize);
-  delta.swaps = process.swaps - before.swaps;
+  delta.contextSwitches = rules.growth(process.contextSwitches, before.contextSwitches);
+  delta.ioKbytes = rules.growth(process.ioKbytes, before.ioKbytes);
+  delta.blockOps = rules.growth(process.blockOps, before.blockOps);
+  delta.majorFaults = rules.growth(process.majorFaults, before.majorFaults);
+  delta.reads = rules.growth(process.reads, before.reads);
+  delta.writes = rules.growth(process.writes, before.writes);
+  delta.realMemKbytes = rules.realKbytes(process);
+  delta.virtualMemKbytes = rules.virtualKbytes(process);
+  delta.swaps = rules.growth(process.swaps, before.swaps);
   delta.systemCpu = Hundredths(process.GetSystemTime() - before.GetSystemTime());
   delta.userCpu = Hundredths(process.GetUserTime() - before.GetUserTime());
   delta.startTime = static_cast<std::uint32_t>(process.startTime.seconds);
@@ -101,9 +104,9 @@ ProcessSubject::ProcessSubject(const Process& process, BatchNames& names)
 }
 
 void UpdateWgMap(std::span<const Process* const> current, std::span<const Process> old, WgMap& map,
-                 BatchNames& names) {
+                 BatchNames& names, const ProcessRules& rules) {
   TraceEntry("RecordBuilder::UpdateWgMap", current.size(), old.size(), map.size());
-  const LastPass lastPass(old);
+  const LastPass lastPass(old, rules);
   WorkGroup* other = nullptr;
   std::vector<WorkGroup*> groups;
   for (const auto& [name, group] : map) {
@@ -114,7 +117,7 @@ void UpdateWgMap(std::span<const Process* const> current, std::span<const Proces
     }
   }
   for (const Process* process : current) {
-    const WorkgroupDelta delta = DeltaOf(*process, lastPass.Find(*process));
+    const WorkgroupDelta delta = DeltaOf(*process, lastPass.Find(*process), rules);
     const ProcessSubject subject(*process, names);
     bool isTaken = false;
     for (WorkGroup* group : groups) {

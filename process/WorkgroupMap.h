@@ -5,6 +5,7 @@
 
 #include "collect/process/ProcessSourceLINUX.h"
 #include "process/ProcessRow.h"
+#include "process/ProcessRules.h"
 #include "userdata/WorkGroup.h"
 
 /// What workgroups know a process by. The texts live as long as the process and the names.
@@ -28,4 +29,4 @@ struct ProcessSubject {
 /// what its figures have grown by since `old`, the list of the last pass, and with its memory as it
 /// is now; a process that `old` does not hold counts since its start.
 void UpdateWgMap(std::span<const Process* const> current, std::span<const Process> old, WgMap& map,
-                 BatchNames& names);
+                 BatchNames& names, const ProcessRules& rules);

@@ -13,8 +13,9 @@
 #include "support/RegExp.h"
 
 /// Figures of processes. As a delta: one process since the last pass; as totals: the sums of a
-/// workgroup. Counters wrap at 32 bits. CPU sums don't: as hundredths those are 497 days, soon used
-/// up by many processors. A process number in new hands can bring them below zero.
+/// workgroup. Counters wrap at 32 bits, sums of memory don't. CPU sums don't either: as hundredths
+/// those are 497 days, soon used up by many processors. A process number in new hands can bring them
+/// below zero.
 struct WorkgroupTotals {
   std::uint32_t contextSwitches = 0;
   std::uint32_t ioKbytes = 0;
@@ -22,8 +23,8 @@ struct WorkgroupTotals {
   std::uint32_t majorFaults = 0;
   std::uint32_t reads = 0;
   std::uint32_t writes = 0;
-  std::uint32_t realMemKbytes = 0;
-  std::uint32_t virtualMemKbytes = 0;
+  std::uint64_t realMemKbytes = 0;
+  std::uint64_t virtualMemKbytes = 0;
   std::uint32_t swaps = 0;
   std::int64_t systemCpu = 0;   ///< hundredths of a second
   std::int64_t userCpu = 0;     ///< hundredths of a second

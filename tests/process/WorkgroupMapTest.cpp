@@ -9,7 +9,7 @@ class WorkgroupMapTest : public ProcessRecordFixture {
   WorkGroup& Add(const char* name) { return *(m_map[name] = std::make_unique<WorkGroup>(name)); }
   void Update(const Process& process, std::span<const Process> old) {
     const Process* const current = &process;
-    UpdateWgMap({&current, 1}, old, m_map, m_names);
+    UpdateWgMap({&current, 1}, old, m_map, m_names, ProcessRulesOf(g_hostProfile));
   }
   static Process Make(int pid, const std::string& name, int start, int user, int uid = 33) {
     Process process;
