@@ -101,7 +101,7 @@ class PreviousRows {
 };
 
 /// What the rates of a process row are made of.
-struct ProcessIo {
+struct RowIo {
   std::uint32_t reads = 0;
   std::uint32_t writes = 0;
   std::uint32_t ops = 0;
@@ -109,13 +109,13 @@ struct ProcessIo {
 };
 
 template <class Row>
-[[nodiscard]] ProcessIo IoOf(const Row& row) {
+[[nodiscard]] RowIo IoOf(const Row& row) {
   return {row.reads, row.writes, row.totalIoOps, row.totalIoKbytes};
 }
 
 /// The four rate fields over `seconds`; 0 where these are not above 0.
 template <class Row>
-void SetRates(Row& row, const ProcessIo& io, std::int64_t seconds) {
+void SetRates(Row& row, const RowIo& io, std::int64_t seconds) {
   const auto divisor = static_cast<float>(seconds);
   const auto rate = [&](float total) { return seconds > 0 ? total / divisor : 0.0F; };
   row.readsPerSec = rate(static_cast<float>(io.reads));

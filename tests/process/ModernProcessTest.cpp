@@ -1,0 +1,352 @@
+#include <limits>
+
+#include "process/ApplicationMonitor.h"
+#include "process/ProcessRules.h"
+#include "tests/process/ProcessRecordFixture.h"
+
+// The records of processes under the profile `modern`. Figures are worked out by hand.
+
+namespace {
+
+constexpr std::uint64_t kGiB = std::uint64_t{1} << 30U;
+constexpr std::int32_t kStart = 1'699'999'000;
+constexpr double kNone = std::numeric_limits<double>::infinity();
+
+class ModernProcessTest : public ProcessRecordFixture {
+ protected:
+  void SetUp() override {
+    ProcessRecordFixture::SetUp();
+    g_hostProfile = HostProfile::kModern;
+  }
+  void TearDown() override {
+    g_hostProfile = HostProfile::kClassic;
+    ProcessRecordFixture::TearDown();
+  }
+  /// A process that was started at kStart.
+  Process& Add(std::int32_t pid, std::uint64_t startTicks, char state = 'S') {
+    Process& process = AddToList(pid, kStart);
+    process.modern.state = state;
+    process.modern.startTicks = startTicks;
+    return process;
+  }
+  void NewList() {
+    NewBatch();
+    m_collector.GetProcess()->clear();
+  }
+};
+
+TEST_F(ModernProcessTest, ARowOfPDByteForByte) {
+  Process& process = Add(4242, 900'000, 'D');
+  process.x_proc::name = {'a', ' ', 'b', ' ', '(', 'c', ')'};
+  process.ppid = 1;
+  process.euid = process.ruid = process.egid = process.rgid = 33;
+  process.startTime.nanoseconds = 250'000'000;
+  process.userTime = {10, 0};
+  process.contextSwitches = 77;
+  process.reads = 2997;
+  process.writes = 999;
+  process.blockOps = 3996;
+  process.ioKbytes = 1'073'741'824;  // the low 32 bits of what is below
+  process.stackKB = 136;
+  process.codeKB = 900;
+  process.dataKB = 6'000'000;
+  process.sharedKB = 30'000;
+  process.modern.ioBytes = 5120 * kGiB;
+  process.modern.kernelFlags = 0x00400140;
+  process.modern.policy = 3;
+  process.modern.residentKB = 6 * kGiB >> 10U;
+  process.modern.virtualKB = 5'000'000'000;
+  process.modern.totalKB = 8'388'608;
+  process.modern.heapKB = 6'000'000;
+  process.modern.sharedLibKB = 12'000;
+  m_collector.GetProcessLimits()->assign(1, {.dataSize = {1, kNone},
+                                             .fileSize = {2, 3},
+                                             .openFiles = {1024, 524'288},
+                                             .virtualMemSize = {4, 5},
+                                             .stackSize = {8'388'608, 6},
+                                             .coreSize = {0, 7},
+                                             .cpuTime = {kNone, 8}});
+  Asker look("PD", '3', {.realtime = 1, .calcRates = 1});
+  ASSERT_EQ(m_builder.BuildPD(&look.event, &look.request), nullptr);
+
+  recordPD expected = NewRow<recordPD>(1'700'000'000);
+  expected.pid = 4242;
+  expected.program = "a b (c)";
+  expected.programPid = "a b (c)(4242)";
+  expected.terminal = "??";
+  expected.parentPid = 1;
+  expected.parentProcessList = "<1";
+  expected.userId = expected.realUserId = expected.groupId = expected.realGroupId = 33;
+  expected.user = expected.realUser = "www";
+  expected.group = expected.realGroup = "N/A gid = 33";
+  expected.startTime = kStart;
+  expected.elapsedTime = tagUTIME{999, 750'000};
+  expected.userCpu = tagUTIME{10, 0};
+  expected.cpuPercentEach = 1.0F;
+  expected.cpuPercent = 0.5F;
+  expected.contextSwitches = 77;
+  expected.realMemKbytes = 6'291'456;
+  expected.virtualMemKbytes = 4'294'967'295;
+  expected.totalProcessKbytes = 8'388'608;
+  expected.stackKbytes = 136;
+  expected.heapKbytes = expected.executableDataKbytes = 6'000'000;
+  expected.sharedMemKbytes = 30'000;
+  expected.sharedLibKbytes = 12'000;
+  expected.executableTextKbytes = 900;
+  expected.state = "DISK";
+  expected.schedulerClass = "B";
+  expected.flags = "PF_FORKNOEXEC,PF_SUPERPRIV,PF_RANDOMIZE";
+  expected.reads = 2997;
+  expected.writes = 999;
+  expected.totalIoOps = 3996;
+  expected.totalIoKbytes = 5'368'709'120.0F;
+  expected.avgIoKbytes = 1'343'520.8008F;
+  expected.readsPerSec = 3.0F;  // of 999 seconds
+  expected.writesPerSec = 1.0F;
+  expected.totalIoOpsPerSec = 4.0F;
+  expected.throughputPerSec = 5'374'083.2032F;
+  expected.dataSizeLimit = 1;
+  expected.hardDataSizeLimit = kNone;
+  expected.fileSizeLimit = 2;
+  expected.hardFileSizeLimit = 3;
+  expected.openFilesLimit = 1024;
+  expected.hardOpenFilesLimit = 524'288;
+  expected.virtualMemSizeLimit = 4;
+  expected.hardVirtualMemSizeLimit = 5;
+  expected.stackSizeLimit = 8'388'608;
+  expected.hardStackSizeLimit = 6;
+  expected.hardCoreSizeLimit = 7;
+  expected.cpuLimit = kNone;
+  expected.hardCpuLimit = 8;
+  expected.snapshotTime = 1'700'000'000;
+  ExpectSameBytes(RowOf<recordPD>(look, 4242), expected);
+
+  Add(4243, 1).startTime.seconds = 1'700'000'005;
+  look.NextAnswer();
+  ASSERT_EQ(m_builder.BuildPD(&look.event, &look.request), nullptr);
+  const recordPD future = RowOf<recordPD>(look, 4243);
+  EXPECT_EQ(static_cast<tagUTIME>(future.elapsedTime), tagUTIME{});
+  EXPECT_EQ(RowOf<recordPD>(look, 4242).openFilesLimit, 0.0) << "limits of another list";
+}
+
+TEST_F(ModernProcessTest, StatesAndClassesAndFlagsAsWords) {
+  const std::string letters = "RSDIZTtXxPW";
+  const char* const states[] = {"RUN",  "SLEEP", "DISK", "IDLE",  "ZOMBIE", "STOP",
+                                "STOP", "DEAD",  "DEAD", "OTHER", "OTHER"};
+  const char* const classes[] = {"TS", "FF", "RR", "B", "ISO", "IDL", "DLN", "EXT", "?", "?", "?"};
+  for (std::size_t i = 0; i < letters.size(); ++i) {
+    Process& process = Add(static_cast<std::int32_t>(i) + 1, 0, letters[i]);
+    process.modern.policy = static_cast<std::uint32_t>(i);
+    process.modern.kernelFlags = i == 0 ? 0xFFFFFFFF : i == 1 ? 0x04208060 : 0;
+  }
+  Asker look("PD", '3', {.realtime = 1, .calcRates = 0});
+  ASSERT_EQ(m_builder.BuildPD(&look.event, &look.request), nullptr);
+  const auto rows = look.Rows<recordPD>();
+  ASSERT_EQ(rows.size(), letters.size());
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    EXPECT_EQ(rows[i].state.view(), states[i]) << letters[i];
+    EXPECT_EQ(rows[i].schedulerClass.view(), classes[i]) << i;
+  }
+  EXPECT_EQ(rows[0].flags.view(),
+            "PF_IDLE,PF_EXITING,PF_WQ_WORKER,PF_FORKNOEXEC,PF_MCE_PROCESS,PF_SUPERPRIV,"
+            "PF_DUMPCORE,PF_SIGNALED,PF_MEMALLOC")
+      << "whole words, as far as the field goes";
+  EXPECT_EQ(rows[1].flags.view(),
+            "PF_WQ_WORKER,PF_FORKNOEXEC,PF_NOFREEZE,PF_KTHREAD,PF_NO_SETAFFINITY");
+  EXPECT_TRUE(rows[2].flags.view().empty());
+}
+
+struct SecondLook {
+  const char* name;
+  std::int32_t startTime;
+  std::uint64_t startTicks;
+  std::uint32_t oldReads, reads;
+  std::uint64_t oldBytes, bytes;
+  // What is expected ten seconds on, over that time or since the start, 1,010 seconds ago.
+  std::uint32_t interval, readsDelta;
+  float kbytes;
+  float cpuPercent;  ///< of 12 seconds now, 10 before
+};
+const SecondLook kSecondLooks[] = {
+    {"3 Kbytes more than 16 Tbytes", kStart, 900'000, 5, 25, 16384 * kGiB, 16384 * kGiB + 3072, 10,
+     20, 3.0F, 20.0F},
+    {"the clock was set", kStart + 1, 900'000, 5, 25, 1024, 4096, 10, 20, 3.0F, 20.0F},
+    {"a number used again within the second", kStart, 900'001, 5, 1010, 1024, 1010 * 1024, 1010,
+     1010, 1010.0F, 1200.0F / 1010},
+    {"io that may not be read any more", kStart, 900'000, 1000, 0, 4096, 0, 10, 0, 0.0F, 20.0F},
+    {"a counter that wrapped", kStart, 900'000, 0xFFFFFFF0, 24, 1024, 4096, 10, 40, 3.0F, 20.0F},
+};
+
+TEST_F(ModernProcessTest, TheSameProcessInTwoLooks) {
+  for (const int realtime : {0, 1}) {
+    for (const SecondLook& one : kSecondLooks) {
+      SCOPED_TRACE(one.name);
+      SCOPED_TRACE(realtime);
+      s_now = 1'700'000'000;
+      RecordBuilder builder{nullptr, &m_collector, "pipe"};
+      ASSERT_EQ(builder.Init(), nullptr);
+      Asker pdi("PDI", '3', {.realtime = realtime, .calcRates = 1});
+      Asker pd("PD", '3', {.realtime = realtime, .calcRates = 0});
+      const auto look = [&](const Process& figures) {
+        NewList();
+        m_collector.GetProcess()->push_back(figures);
+        pdi.NextAnswer();
+        pd.NextAnswer();
+        EXPECT_EQ(builder.BuildPD_PDI(&pdi.event, &pdi.request), nullptr);
+        EXPECT_EQ(builder.BuildPD(&pd.event, &pd.request), nullptr);
+        return RowOf<recordPD_PDI>(pdi, 7);
+      };
+      NewList();
+      Process process = Add(7, 900'000);
+      process.x_proc::name = {'<', 'd', 'e', 'f', 'u', 'n', 'c', 't', '>'};
+      process.userTime = {10, 0};
+      process.reads = one.oldReads;
+      process.modern.ioBytes = one.oldBytes;
+      (void)look(process);
+      s_now += 10;
+      process.startTime.seconds = one.startTime;
+      process.modern.startTicks = one.startTicks;
+      process.userTime = {12, 0};
+      process.reads = one.reads;
+      process.modern.ioBytes = one.bytes;
+      const recordPD_PDI row = look(process);
+      const auto seconds = static_cast<float>(one.interval);
+      EXPECT_EQ(row.interval, one.interval);
+      EXPECT_FLOAT_EQ(row.readsPerSec, static_cast<float>(one.readsDelta) / seconds);
+      EXPECT_FLOAT_EQ(row.throughputPerSec, one.kbytes / seconds);
+      EXPECT_FLOAT_EQ(row.cpuPercentEach, one.cpuPercent);
+      EXPECT_EQ(row.reads, realtime == 0 ? one.readsDelta : one.reads);
+      EXPECT_FLOAT_EQ(row.totalIoKbytes,
+                      realtime == 0 ? one.kbytes : static_cast<float>(one.bytes >> 10U));
+      EXPECT_FLOAT_EQ(RowOf<recordPD>(pd, 7).cpuPercentEach, one.cpuPercent);
+    }
+  }
+}
+
+TEST_F(ModernProcessTest, TheSummaryOfTwoLooks) {
+  const auto takeFirst = [&] {
+    NewList();
+    const std::string letters = "RSDIZXTtP";
+    for (std::size_t i = 0; i < letters.size(); ++i) {
+      Process& process = Add(static_cast<std::int32_t>(i) + 1, 100 + i, letters[i]);
+      process.modern.swapKB = i < 2 ? 4 : 0;
+    }
+    std::vector<Process>& list = *m_collector.GetProcess();
+    list[2].modern.kernelFlags = 0x00220000;  // kswapd0
+    list[3].modern.kernelFlags = 0x00200000;
+    list[8].modern.kernelFlags = 0x00200000;
+    list[0].tty = list[1].tty = 0x8801;  // no device file has either
+    list[6].tty = 0x8802;
+    list[0].euid = list[1].euid = 1000;
+  };
+  for (const int realtime : {0, 1}) {
+    SCOPED_TRACE(realtime);
+    Asker asker("PDS", '3', {.realtime = realtime, .calcRates = 0});
+    const auto rowOf = [&] {
+      asker.NextAnswer();
+      EXPECT_EQ(m_builder.BuildPD_PDS(&asker.event, &asker.request), nullptr);
+      return asker.Rows<recordPD_PDS>().at(0);
+    };
+    takeFirst();
+    recordPD_PDS expected = NewRow<recordPD_PDS>(1'700'000'000);
+    expected.processes = 9;
+    expected.users = 2;
+    expected.memProcesses = 1;
+    expected.runnableProcesses = 1;
+    expected.sleepingProcesses = 4;  // S, D, I and P
+    expected.swappedProcesses = 2;
+    expected.zombieProcesses = 2;  // Z and X
+    expected.stoppedProcesses = 2;
+    expected.daemonProcesses = 6;
+    ExpectSameBytes(rowOf(), expected);
+
+    takeFirst();
+    std::vector<Process>& list = *m_collector.GetProcess();
+    list[0].contextSwitches = 1;       // has its terminal in use
+    list[2].contextSwitches = 1;       // kswapd0
+    list[6].modern.startTicks = 9000;  // another process of that number
+    list[6].tty = kNoTerminal;
+    list.erase(list.begin() + 4, list.begin() + 6);
+    Add(20, 9000);
+    expected.processes = 8;
+    expected.terminals = 1;
+    expected.activeUsers = 2;
+    expected.activeUserProcesses = 3;  // 1, 7 and 20
+    expected.activeSystemProcesses = 1;
+    expected.sleepingProcesses = 5;
+    expected.zombieProcesses = 0;
+    expected.newProcesses = 2;
+    expected.terminatedProcesses = 3;
+    ExpectSameBytes(rowOf(), expected);
+  }
+}
+
+TEST_F(ModernProcessTest, SumsOverProcesses) {
+  Asker users("USER", '3', {.realtime = 0, .calcRates = 0});
+  Asker programs("PGM", '3', {.realtime = 0, .calcRates = 0});
+  Asker groups("WGRP", '4', {.realtime = 0, .calcRates = 1});
+  const auto take = [&](std::uint64_t startTicksOfTheSecond, std::uint32_t growth) {
+    NewList();
+    for (const std::int32_t pid : {1, 2}) {
+      Process& process = Add(pid, pid == 2 ? startTicksOfTheSecond : 50);
+      process.x_proc::name = {'d', 'b'};
+      process.userTime = {1, 0};
+      process.contextSwitches = 100 + growth;
+      process.reads = 990 + growth;
+      process.blockOps = process.reads;
+      process.modern.ioBytes = std::uint64_t{process.reads} * 4096;
+      process.ioKbytes = process.reads * 4;
+      process.modern.residentKB = 6'291'456;  // 6 Gbytes
+      process.modern.virtualKB = 2'500'000'000;
+    }
+    for (Asker* asker : {&users, &programs, &groups}) {
+      asker->NextAnswer();
+    }
+    EXPECT_EQ(m_builder.BuildPD_USER(&users.event, &users.request), nullptr);
+    EXPECT_EQ(m_builder.BuildPD_PGM(&programs.event, &programs.request), nullptr);
+    EXPECT_EQ(m_builder.Build_WGRP(&groups.event, &groups.request), nullptr);
+  };
+  take(60, 0);
+  s_now += 10;
+  take(61, 20);  // the first has done 20 more, the second is another one, of 1,010 seconds
+  const recordPD_PGM program = programs.Rows<recordPD_PGM>().at(0);
+  const recordPD_USER user = users.Rows<recordPD_USER>().at(0);
+  const recordPI_WGRP group = groups.Rows<recordPI_WGRP>().at(0);
+  EXPECT_EQ(program.processCount, 2U);
+  EXPECT_EQ(program.contextSwitches, 20U + 120U);
+  EXPECT_EQ(program.reads, 20U + 1010U);
+  EXPECT_EQ(program.totalIoOps, 1030U);
+  EXPECT_EQ(program.totalIoKbytes, 4120U);
+  EXPECT_FLOAT_EQ(program.avgIoKbytes, 4.0F);
+  EXPECT_FLOAT_EQ(program.readsPerSec, 2.0F + 1.0F);
+  EXPECT_FLOAT_EQ(program.totalIoOpsPerSec, 3.0F);
+  EXPECT_FLOAT_EQ(program.throughputPerSec, 12.0F);
+  EXPECT_EQ(program.realMemKbytes, 12'582'912U);
+  EXPECT_EQ(program.virtualMemKbytes, 4'294'967'295U);
+  EXPECT_FLOAT_EQ(user.readsPerSec, 3.0F);
+  EXPECT_FLOAT_EQ(user.virtualMemKbytes, 5e9F);
+  EXPECT_EQ(group.reads, 1030U);
+  EXPECT_EQ(group.totalIoKbytes, 4120U);
+  EXPECT_EQ(static_cast<tagUTIME>(group.userCpu), (tagUTIME{1, 0})) << "of the other one";
+  EXPECT_EQ(group.realMemKbytes, 12'582'912U);
+  EXPECT_EQ(group.virtualMemKbytes, 4'294'967'295U);
+}
+
+TEST_F(ModernProcessTest, AnApplicationMayHaveBlanksInItsName) {
+  ApplicationMonitor applications;
+  ASSERT_EQ(applications.ReadText("A\tx y\nP\t1\t1\t1\ta b (c)\nP\t1\t1\t1\ta b*)\n"), 1);
+  m_builder.SetApplications(&applications);
+  for (const char* name : {"a b (c)", "a"}) {
+    Process& process = Add(5, 0);
+    std::string_view(name).copy(process.x_proc::name.data(), 255);
+  }
+  Asker look("APP", '3', {.realtime = 1, .calcRates = 0});
+  ASSERT_EQ(m_builder.BuildPD_APP(&look.event, &look.request), nullptr);
+  const recordPD_APP row = look.Rows<recordPD_APP>().at(0);
+  EXPECT_EQ(row.applicationStatus.view(), "NORMAL");
+  EXPECT_EQ(row.monitor1Count, 1U);
+  EXPECT_EQ(row.monitor2Count, 1U);
+  m_builder.SetApplications(nullptr);
+}
+
+}  // namespace
