@@ -9,8 +9,8 @@
 namespace {
 
 constexpr std::uint64_t kGiB = std::uint64_t{1} << 30U;
-constexpr std::int32_t kStart = 1'699'999'000;
-constexpr double kNone = std::numeric_limits<double>::infinity();
+constexpr std::int32_t kStartSecond = 1'699'999'000;
+constexpr double kUnlimited = std::numeric_limits<double>::infinity();
 
 class ModernProcessTest : public ProcessRecordFixture {
  protected:
@@ -22,9 +22,9 @@ class ModernProcessTest : public ProcessRecordFixture {
     g_hostProfile = HostProfile::kClassic;
     ProcessRecordFixture::TearDown();
   }
-  /// A process that was started at kStart.
+  /// A process that was started at kStartSecond.
   Process& Add(std::int32_t pid, std::uint64_t startTicks, char state = 'S') {
-    Process& process = AddToList(pid, kStart);
+    Process& process = AddToList(pid, kStartSecond);
     process.modern.state = state;
     process.modern.startTicks = startTicks;
     return process;
@@ -59,13 +59,13 @@ TEST_F(ModernProcessTest, ARowOfPDByteForByte) {
   process.modern.totalKB = 8'388'608;
   process.modern.heapKB = 6'000'000;
   process.modern.sharedLibKB = 12'000;
-  m_collector.GetProcessLimits()->assign(1, {.dataSize = {1, kNone},
+  m_collector.GetProcessLimits()->assign(1, {.dataSize = {1, kUnlimited},
                                              .fileSize = {2, 3},
                                              .openFiles = {1024, 524'288},
                                              .virtualMemSize = {4, 5},
                                              .stackSize = {8'388'608, 6},
                                              .coreSize = {0, 7},
-                                             .cpuTime = {kNone, 8}});
+                                             .cpuTime = {kUnlimited, 8}});
   Asker look("PD", '3', {.realtime = 1, .calcRates = 1});
   ASSERT_EQ(m_builder.BuildPD(&look.event, &look.request), nullptr);
 
@@ -79,7 +79,7 @@ TEST_F(ModernProcessTest, ARowOfPDByteForByte) {
   expected.userId = expected.realUserId = expected.groupId = expected.realGroupId = 33;
   expected.user = expected.realUser = "www";
   expected.group = expected.realGroup = "N/A gid = 33";
-  expected.startTime = kStart;
+  expected.startTime = kStartSecond;
   expected.elapsedTime = tagUTIME{999, 750'000};
   expected.userCpu = tagUTIME{10, 0};
   expected.cpuPercentEach = 1.0F;
@@ -106,7 +106,7 @@ TEST_F(ModernProcessTest, ARowOfPDByteForByte) {
   expected.totalIoOpsPerSec = 4.0F;
   expected.throughputPerSec = 5'374'083.2032F;
   expected.dataSizeLimit = 1;
-  expected.hardDataSizeLimit = kNone;
+  expected.hardDataSizeLimit = kUnlimited;
   expected.fileSizeLimit = 2;
   expected.hardFileSizeLimit = 3;
   expected.openFilesLimit = 1024;
@@ -116,7 +116,7 @@ TEST_F(ModernProcessTest, ARowOfPDByteForByte) {
   expected.stackSizeLimit = 8'388'608;
   expected.hardStackSizeLimit = 6;
   expected.hardCoreSizeLimit = 7;
-  expected.cpuLimit = kNone;
+  expected.cpuLimit = kUnlimited;
   expected.hardCpuLimit = 8;
   expected.snapshotTime = 1'700'000'000;
   ExpectSameBytes(RowOf<recordPD>(look, 4242), expected);
@@ -168,13 +168,15 @@ struct SecondLook {
   float cpuPercent;  ///< of 12 seconds now, 10 before
 };
 const SecondLook kSecondLooks[] = {
-    {"3 Kbytes more than 16 Tbytes", kStart, 900'000, 5, 25, 16384 * kGiB, 16384 * kGiB + 3072, 10,
-     20, 3.0F, 20.0F},
-    {"the clock was set", kStart + 1, 900'000, 5, 25, 1024, 4096, 10, 20, 3.0F, 20.0F},
-    {"a number used again within the second", kStart, 900'001, 5, 1010, 1024, 1010 * 1024, 1010,
-     1010, 1010.0F, 1200.0F / 1010},
-    {"io that may not be read any more", kStart, 900'000, 1000, 0, 4096, 0, 10, 0, 0.0F, 20.0F},
-    {"a counter that wrapped", kStart, 900'000, 0xFFFFFFF0, 24, 1024, 4096, 10, 40, 3.0F, 20.0F},
+    {"3 Kbytes more than 16 Tbytes", kStartSecond, 900'000, 5, 25, 16384 * kGiB,
+     16384 * kGiB + 3072, 10, 20, 3.0F, 20.0F},
+    {"the clock was set", kStartSecond + 1, 900'000, 5, 25, 1024, 4096, 10, 20, 3.0F, 20.0F},
+    {"a number used again within the second", kStartSecond, 900'001, 5, 1010, 1024, 1010 * 1024,
+     1010, 1010, 1010.0F, 1200.0F / 1010},
+    {"io that may not be read any more", kStartSecond, 900'000, 1000, 0, 4096, 0, 10, 0, 0.0F,
+     20.0F},
+    {"a counter that wrapped", kStartSecond, 900'000, 0xFFFFFFF0, 24, 1024, 4096, 10, 40, 3.0F,
+     20.0F},
 };
 
 TEST_F(ModernProcessTest, TheSameProcessInTwoLooks) {
