@@ -23,6 +23,7 @@
 #include "collect/modern/ProtocolCounters.h"
 #include "collect/modern/SystemSource.h"
 #include "collect/modern/InterfaceSource.h"
+#include "collect/modern/ProcessSource.h"
 #include "collect/network/InterfaceSourceLINUX.h"
 #include "collect/network/ProtocolSourceLINUX.h"
 #include "collect/nfs/NFSSource.h"
@@ -65,7 +66,8 @@ constexpr std::array kCategories{
     Category{COLLECT_CPU, "CPU", "cpu", ReadAll<CPUSourceUser, &Collector::GetCPU>,
              ReadAll<ModernCpuSource, &Collector::GetCPU>},
     Category{COLLECT_PROCESS, "Process", "process",
-             ReadAll<ProcessSourceUser, &Collector::GetProcess>},
+             ReadAll<ProcessSourceUser, &Collector::GetProcess>,
+             ReadAll<ModernProcessSource, &Collector::GetProcess>},
     Category{COLLECT_PROTOCOL, "Protocol", "protocol",
              ReadOne<ProtocolSourceUser, &Collector::GetProtocol>,
              ReadOne<ModernProtocolSource, &Collector::GetProtocol>},

@@ -50,3 +50,14 @@ int ProcessWalk::Open(const char* path) const {
 ssize_t ProcessWalk::ReadLink(const char* path, char* target, std::size_t size) const {
   return ::readlinkat(::dirfd(m_directory.get()), BelowProc(path), target, size);
 }
+
+ProcessWalk ProcessWalk::Below(const char* path) const {
+  ProcessWalk walk;
+  if (const int descriptor = Open(path); descriptor >= 0) {
+    walk.m_directory.reset(::fdopendir(descriptor));
+    if (!walk.IsOpen()) {
+      ::close(descriptor);
+    }
+  }
+  return walk;
+}

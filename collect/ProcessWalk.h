@@ -53,12 +53,15 @@ class ProcessWalk {
   [[nodiscard]] const char* Next();
   void Rewind() { ::rewinddir(m_directory.get()); }
 
-  // These two take paths that begin with "/proc/".
+  // These take paths that begin with "/proc/".
 
   /// Opens a file for reading; -1 with `errno` on failure. The descriptor is the caller's.
   [[nodiscard]] int Open(const char* path) const;
   /// As readlink(2).
   [[nodiscard]] ssize_t ReadLink(const char* path, char* target, std::size_t size) const;
+  /// A walk over the numbers in another folder, as the threads of a process; of it only Next() and
+  /// IsOpen() can be used. Not open, with `errno`, if the folder can't be.
+  [[nodiscard]] ProcessWalk Below(const char* path) const;
 
  private:
   struct Close {

@@ -1,0 +1,390 @@
+#include "collect/modern/ProcessSource.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <string>
+
+#include "collect/CategoryFlags.h"
+#include "collect/Collector.h"
+#include "collect/ProcLib.h"
+#include "collect/TextScanner.h"
+#include "collect/modern/ProcessText.h"
+#include "collect/modern/ToldOnce.h"
+#include "node/FigureRegistry.h"
+#include "support/HostPaths.h"
+#include "support/OsCalls.h"
+
+namespace {
+
+constexpr std::uint32_t kModernRecordSize = 1132;
+constexpr std::int32_t kModernPriorityBase = 60;
+/// A thread group whose leader has ended is rare, and the first of its other threads lives.
+constexpr int kMostThreadsTried = 16;
+/// Digits of a process or thread; what has more is none.
+constexpr std::size_t kLongestNumber = 10;
+
+/// States that classic figures have no code for count as the one that they are most like.
+constexpr std::uint32_t ModernStateOf(char letter) {
+  switch (letter) {
+    case 'R':
+      return kStateRunning;
+    case 'S':
+    case 'I':
+      return kStateSleeping;
+    case 'T':
+    case 't':
+      return kStateStopped;
+    case 'Z':
+      return kStateZombie;
+    case 'D':
+      return kStateUninterruptible;
+    default:
+      return kStateOther;
+  }
+}
+
+/// A sum that wraps at 32 bits.
+constexpr std::int32_t SumOf(std::int32_t a, std::int32_t b) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+}
+/// What a record's word keeps of a counter of the kernel.
+constexpr std::uint32_t LowWord(std::uint64_t counter) {
+  return static_cast<std::uint32_t>(counter);
+}
+
+void TakeStat(const ProcessStat& stat, std::int32_t bootTime, Process& record) {
+  record.ppid = stat.ppid;
+  record.pgrp = stat.pgrp;
+  record.session = stat.session;
+  record.tty = stat.tty == 0 ? kNoTerminal : static_cast<std::uint32_t>(stat.tty);
+  record.minorFaults = LowWord(stat.minorFaults);
+  record.majorFaults = LowWord(stat.majorFaults);
+  record.userTime = TicksToNTIME(stat.userTicks);
+  record.systemTime = TicksToNTIME(stat.systemTicks);
+  record.cpuTime = {SumOf(record.userTime.seconds, record.systemTime.seconds),
+                    SumOf(record.userTime.nanoseconds, record.systemTime.nanoseconds)};
+  record.priority = SumOf(stat.priority, kModernPriorityBase);
+  record.nice = stat.nice;
+  record.startTime = TicksToNTIME(stat.startTicks);
+  record.startTime.seconds = SumOf(record.startTime.seconds, bootTime);
+  record.modern.kernelFlags = stat.kernelFlags;
+  record.modern.policy = stat.policy;
+  record.modern.startTicks = stat.startTicks;
+  stat.name.copy(record.x_proc::name.data(), record.x_proc::name.size() - 1);
+  if (ProcLib::IsNumberedName(record.GetName(), "kswapd") == 0) {
+    record.flags |= kProcessMemMgmt;
+  }
+}
+
+/// What the stat of a live thread tells as well as that of its leader.
+void TakeThreadStat(const ProcessStat& stat, std::uint64_t pageBytes, Process& record) {
+  record.modern.state = stat.state;
+  record.state = ModernStateOf(stat.state);
+  record.flags |= record.state == kStateUninterruptible ? 0U : +kProcessInCore;
+  record.residentBytes = LowWord(stat.residentPages * pageBytes);
+  record.modern.residentKB = stat.residentPages * (pageBytes >> 10U);
+  record.virtualSize = LowWord(stat.virtualBytes);
+  record.modern.virtualKB = stat.virtualBytes >> 10U;
+}
+
+void TakeStatus(const ProcessStatus& status, Process& record) {
+  record.ruid = status.user.real;
+  record.euid = status.user.effective;
+  record.suid = status.user.saved;
+  record.rgid = status.group.real;
+  record.egid = status.group.effective;
+  record.sgid = status.group.saved;
+  record.dataKB = status.dataKB;
+  record.stackKB = status.stackKB;
+  record.codeKB = status.codeKB;
+  record.modern.heapKB = status.dataKB;
+  record.modern.sharedLibKB = status.libraryKB;
+  record.modern.swapKB = status.swapKB;
+  record.contextSwitches = LowWord(status.voluntarySwitches + status.otherSwitches);
+}
+
+/// A process that has ended meanwhile.
+bool HasEnded(int code) { return code == ENOENT || code == ESRCH; }
+bool IsDenied(int code) { return code == EACCES || code == EPERM; }
+
+constexpr std::string_view kStatColumns[] = {"policy (41)"};
+std::span<const std::string_view> StatColumns() { return kStatColumns; }
+std::span<const std::string_view> NoKeys() { return {}; }
+
+/// Whether it has been told that processes are skipped; until there are none.
+bool g_skippedTold = false;
+
+}  // namespace
+
+/// How one of a process's files is read, and what it is told by.
+struct ModernProcessSource::FileRule {
+  std::string_view leaf;
+  std::size_t limit;  ///< bytes taken
+  const char* path;   ///< in traces
+  std::span<const std::string_view> (*keys)();
+};
+
+const std::array<ModernProcessSource::FileRule, ModernProcessSource::kFiles>
+    ModernProcessSource::kFileRules{{{"stat", 2048, "/proc/PID/stat", StatColumns},
+                                     {"statm", 1024, "/proc/PID/statm", NoKeys},
+                                     {"status", kMostText, "/proc/PID/status", ProcessStatusKeys},
+                                     {"io", 1024, "/proc/PID/io", ProcessIoKeys},
+                                     {"limits", 4096, "/proc/PID/limits", ProcessLimitKeys}}};
+
+namespace {
+
+/// The figures come with the first walk, as the profile is chosen after the collector is made.
+void PublishWalkFigures() {
+  const auto add = [](const char* name, const char* help, std::uint32_t (*read)()) {
+    FigureRegistry::Instance().Add(
+        {name, help, FigureKind::kGauge, [read] { return static_cast<double>(read()); }, {}});
+  };
+  add("collect_process_skipped",
+      "Processes without a row after the last collection, as they could not be read.",
+      &ModernProcessSource::Skipped);
+  add("collect_process_io_denied",
+      "Processes whose reads and writes could not be read in the last collection, for want of "
+      "rights.",
+      &ModernProcessSource::IoDenied);
+}
+
+}  // namespace
+
+ModernProcessSource::ModernProcessSource()
+    : m_walk(20), m_pageBytes(static_cast<std::uint64_t>(Os().getpagesize())) {
+  if (s_statistics.constructed++ == 0) {
+    PublishWalkFigures();
+  }
+  s_skipped = 0;
+  s_ioDenied = 0;
+  if (!m_walk.IsOpen()) {
+    m_pendingError = std::make_unique<UtlError>("Unable to open /proc", __FILE__, __LINE__);
+    return;
+  }
+  m_bootTime = ProcLib::GetBootTime();
+  if (m_bootTime < 0) {
+    m_pendingError = std::make_unique<UtlError>("Unable to get Boot Time", __FILE__, __LINE__);
+  }
+}
+
+ModernProcessSource::~ModernProcessSource() { ++s_statistics.destroyed; }
+
+void ModernProcessSource::read(Process* record) {
+  m_more = false;
+  if (!m_hasBegun) {
+    Begin();
+  }
+  if (m_pendingError != nullptr) {
+    return;
+  }
+  while (const char* pid = m_walk.Next()) {
+    if (ReadProcess(pid, *record)) {
+      m_more = true;
+      return;
+    }
+    *record = Process{};
+  }
+  End();
+}
+
+void ModernProcessSource::Begin() {
+  m_hasBegun = true;
+  if (m_pCollector == nullptr) {
+    return;
+  }
+  m_pCollector->GetProcessLimits()->clear();
+  if (m_pCollector->Wants(COLLECT_PROCESS_LIMITS)) {
+    m_limits = m_pCollector->GetProcessLimits();
+  }
+}
+
+void ModernProcessSource::End() {
+  m_walk.Rewind();
+  // That a single process lacks a file or an entry is no news: it ends, or is one of the kernel.
+  for (std::size_t file = 0; file < kFiles; ++file) {
+    const FileRule& rule = kFileRules[file];
+    const Seen& seen = m_seen[file];
+    if (!seen.there) {
+      if (seen.missing) {
+        MissingInHost(rule.path);
+      }
+      continue;
+    }
+    FoundInHost(rule.path);
+    const std::span<const std::string_view> keys = rule.keys();
+    for (std::size_t index = 0; index < keys.size(); ++index) {
+      if ((seen.entries >> index & 1U) != 0) {
+        FoundInHost(rule.path, keys[index]);
+      } else {
+        MissingInHost(rule.path, keys[index]);
+      }
+    }
+  }
+  m_seen = {};
+  g_skippedTold = g_skippedTold && s_skipped != 0;
+}
+
+ssize_t ModernProcessSource::ReadOnce(const char* path, std::span<char> buffer) const {
+  const int descriptor = m_walk.Open(path);
+  if (descriptor < 0) {
+    return -1;
+  }
+  const ssize_t length = ::read(descriptor, buffer.data(), buffer.size());
+  const int code = errno;
+  ::close(descriptor);
+  errno = code;
+  return length;
+}
+
+std::string_view ModernProcessSource::ReadFile(ProcessFolder& folder, FileOfProcess file) {
+  const FileRule& rule = kFileRules[file];
+  const char* const path = folder.PathOf(rule.leaf);
+  const ssize_t length = ReadOnce(path, std::span(m_text).first(rule.limit));
+  if (length > 0) {
+    m_seen[file].there = true;
+    return {m_text.data(), static_cast<std::size_t>(length)};
+  }
+  const int code = length < 0 ? errno : 0;
+  m_seen[file].missing = m_seen[file].missing || !IsDenied(code);
+  Trace(30, kWarning, "The file of a process can't be read. (en=%1, arg1=%2)", code, path);
+  errno = code;
+  return {};
+}
+
+void ModernProcessSource::Skip(const char* pid, FileOfProcess file, int code) {
+  if (HasEnded(code)) {
+    // A captured tree may lack the file alone.
+    ProcessFolder folder(pid);
+    const int descriptor = code == ENOENT ? m_walk.Open(folder.PathOf({})) : -1;
+    if (descriptor < 0) {
+      return;
+    }
+    ::close(descriptor);
+  }
+  ++s_skipped;
+  Trace(g_skippedTold ? 30 : 20, kWarning,
+        "A process has no row, since its file can't be read. (en=%1, arg1=/proc/%2/%3)", code, pid,
+        kFileRules[file].leaf);
+  g_skippedTold = true;
+}
+
+bool ModernProcessSource::ReadProcess(const char* pid, Process& record) {
+  std::int64_t number = 0;
+  if (std::strlen(pid) > kLongestNumber || !TextScanner(pid).Signed(number) ||
+      number > std::numeric_limits<std::int32_t>::max()) {
+    return false;
+  }
+  record.size = kModernRecordSize;
+  record.pid = static_cast<std::int32_t>(number);
+  ProcessFolder folder(pid);
+  const std::string_view line = ReadFile(folder, kStat);
+  ProcessStat stat;
+  if (line.empty() || !ParseProcessStat(line, stat)) {
+    Skip(pid, kStat, line.empty() ? errno : EBADMSG);
+    return false;
+  }
+  m_seen[kStat].entries |= stat.hasPolicy ? 1U : 0U;
+  TakeStat(stat, m_bootTime, record);
+  ProcessPath live;
+  const bool isLed = stat.state != 'Z' || stat.threads < 2 || !FindLiveThread(pid, stat, live);
+  TakeThreadStat(stat, m_pageBytes, record);
+  ProcessFolder thread(isLed ? "" : live.data());
+  if ((isLed || !ReadMemory(thread, record)) && !ReadMemory(folder, record)) {
+    Skip(pid, kStatus, errno);
+    return false;
+  }
+  ReadIo(folder, record);
+  if (m_limits != nullptr) {
+    m_limits->push_back(ReadLimits(folder));
+  }
+  return true;
+}
+
+bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
+  const std::string_view text = ReadFile(folder, kStatus);
+  if (text.empty()) {
+    return false;
+  }
+  ProcessStatus status;
+  m_seen[kStatus].entries |= ParseProcessStatus(text, status);
+  TakeStatus(status, record);
+  ProcessPages pages;
+  if (!ParseProcessStatm(ReadFile(folder, kStatm), pages)) {
+    pages = {};
+  }
+  record.totalBytes = LowWord(pages.size * m_pageBytes);
+  record.sharedKB = static_cast<double>(pages.shared * (m_pageBytes >> 10U));
+  record.modern.totalKB = pages.size * (m_pageBytes >> 10U) + status.swapKB;
+  ReadArguments(folder, record);
+  record.cwdInode = LinkInode(folder, "cwd");
+  record.rootInode = LinkInode(folder, "root");
+  return true;
+}
+
+void ModernProcessSource::ReadIo(ProcessFolder& folder, Process& record) {
+  const std::string_view text = ReadFile(folder, kIo);
+  if (text.empty()) {
+    s_ioDenied += IsDenied(errno) ? 1 : 0;
+    return;
+  }
+  ProcessIo io;
+  m_seen[kIo].entries |= ParseProcessIo(text, io);
+  record.reads = LowWord(io.reads);
+  record.writes = LowWord(io.writes);
+  record.blockOps = LowWord(io.reads + io.writes);
+  record.modern.ioBytes = io.bytesRead + io.bytesWritten;
+  record.ioKbytes = LowWord(record.modern.ioBytes >> 10U);
+}
+
+ProcessLimits ModernProcessSource::ReadLimits(ProcessFolder& folder) {
+  ProcessLimits limits;
+  if (const std::string_view text = ReadFile(folder, kLimits); !text.empty()) {
+    m_seen[kLimits].entries |= ParseProcessLimits(text, limits);
+  }
+  return limits;
+}
+
+void ModernProcessSource::ReadArguments(ProcessFolder& folder, Process& record) {
+  const std::span<char> field(record.cmdline);
+  const ssize_t length = ReadOnce(folder.PathOf("cmdline"), field);
+  const std::size_t used =
+      length > 0 ? TidyArguments(field.first(static_cast<std::size_t>(length))) : 0;
+  std::fill(field.begin() + static_cast<std::ptrdiff_t>(used), field.end(), '\0');
+}
+
+std::uint64_t ModernProcessSource::LinkInode(ProcessFolder& folder, std::string_view leaf) const {
+  std::array<char, 256> target;
+  const ssize_t length = m_walk.ReadLink(folder.PathOf(leaf), target.data(), target.size());
+  if (length <= 0 || static_cast<std::size_t>(length) == target.size()) {
+    return 0;
+  }
+  target[static_cast<std::size_t>(length)] = '\0';
+  struct ::stat status {};
+  return ::stat(HostPath(target.data()).c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
+bool ModernProcessSource::FindLiveThread(const char* pid, ProcessStat& stat, ProcessPath& name) {
+  ProcessFolder process(pid);
+  ProcessWalk threads = m_walk.Below(process.PathOf("task"));
+  for (int tried = 0; threads.IsOpen() && tried < kMostThreadsTried; ++tried) {
+    const char* const thread = threads.Next();
+    if (thread == nullptr || std::strlen(thread) > kLongestNumber) {
+      return false;
+    }
+    FormPath(name, {pid, "/task/", thread});
+    ProcessFolder folder(name.data());
+    ProcessStat own;
+    if (ParseProcessStat(ReadFile(folder, kStat), own) && own.state != 'Z' && own.state != 'X') {
+      stat.state = own.state;
+      stat.virtualBytes = own.virtualBytes;
+      stat.residentPages = own.residentPages;
+      return true;
+    }
+  }
+  return false;
+}

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "collect/ProcessWalk.h"
+#include "collect/Source.h"
+#include "collect/process/ProcessSourceLINUX.h"
+
+struct ProcessStat;
+
+/// Walks /proc as the kernels of today fill it and gives one row per process, from its stat, statm,
+/// status, io, cmdline, cwd and root, and its limits where they are asked for; these go into
+/// Collector::GetProcessLimits(). A process that has ended has no row and costs nothing else. A
+/// thread group whose leader has ended is told by its first live thread. The category fails only if
+/// /proc cannot be opened or the boot time cannot be read.
+class ModernProcessSource : public PtrSource<Process, Process, std::vector<Process>> {
+ public:
+  ModernProcessSource();
+  ~ModernProcessSource() override;
+
+  [[nodiscard]] SourceStatistics& statistics() override { return s_statistics; }
+  void read(Process* record) override;
+  /// Processes of the last walk that are there but have no row, as they cannot be read.
+  [[nodiscard]] static std::uint32_t Skipped() { return s_skipped; }
+  /// Processes of the last walk whose io may not be read; its figures are 0.
+  [[nodiscard]] static std::uint32_t IoDenied() { return s_ioDenied; }
+
+ private:
+  /// The files of a process that are read, but for that of its arguments.
+  enum FileOfProcess : std::size_t { kStat, kStatm, kStatus, kIo, kLimits, kFiles };
+  struct FileRule;
+  /// What the walk has seen of one kind of file, for what is told at its end.
+  struct Seen {
+    bool missing = false;       ///< somewhere
+    bool there = false;         ///< somewhere
+    std::uint32_t entries = 0;  ///< that were there in any
+  };
+
+  static const std::array<FileRule, kFiles> kFileRules;
+  static constexpr std::size_t kMostText = 8192;
+
+  void Begin();
+  void End();
+  [[nodiscard]] bool ReadProcess(const char* pid, Process& record);
+  /// All but the figures of the calls, which a group has as a whole; false if there is no status.
+  [[nodiscard]] bool ReadMemory(ProcessFolder& folder, Process& record);
+  void ReadIo(ProcessFolder& folder, Process& record);
+  void ReadArguments(ProcessFolder& folder, Process& record);
+  [[nodiscard]] ProcessLimits ReadLimits(ProcessFolder& folder);
+  /// Makes `name` the folder below /proc of a live thread, and takes from its stat what the ended
+  /// leader's lacks. False if there is none.
+  [[nodiscard]] bool FindLiveThread(const char* pid, ProcessStat& stat, ProcessPath& name);
+  /// The inode of what a link of a process leads to; 0 if it cannot be told.
+  [[nodiscard]] std::uint64_t LinkInode(ProcessFolder& folder, std::string_view leaf) const;
+  /// The text of a file of a process, valid until the next one is read; `errno` tells of an empty
+  /// one why it is (0: the file is so).
+  [[nodiscard]] std::string_view ReadFile(ProcessFolder& folder, FileOfProcess file);
+  /// Bytes read, -1 with `errno` on failure. One read: the kernel gives such a file in one piece.
+  [[nodiscard]] ssize_t ReadOnce(const char* path, std::span<char> buffer) const;
+  /// Counts a process without a row, unless it has ended meanwhile.
+  void Skip(const char* pid, FileOfProcess file, int code);
+
+  inline static SourceStatistics s_statistics;
+  inline static std::uint32_t s_skipped = 0;
+  inline static std::uint32_t s_ioDenied = 0;
+
+  ProcessWalk m_walk;
+  std::int32_t m_bootTime = 0;
+  std::uint64_t m_pageBytes = 0;
+  std::vector<ProcessLimits>* m_limits = nullptr;  ///< null where they are not asked for
+  bool m_hasBegun = false;
+  std::array<Seen, kFiles> m_seen{};
+  std::array<char, kMostText> m_text{};
+};

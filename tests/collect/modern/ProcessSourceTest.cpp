@@ -1,0 +1,398 @@
+#include "collect/modern/ProcessSource.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <sstream>
+
+#include "collect/CategoryFlags.h"
+#include "collect/Collector.h"
+#include "collect/modern/ProcessText.h"
+#include "node/FigureRegistry.h"
+#include "support/HostProfile.h"
+#include "tests/collect/CollectFixture.h"
+
+namespace {
+
+/// What the kernel would write of one process.
+struct HostProcess {
+  int pid;
+  std::string name;
+  std::string state;  ///< its letter and what stands behind it up to the threads
+  std::string stat;   ///< from the start time on, up to the pages in memory
+  int policy;
+  std::string statm;
+  std::string status;  ///< from Vm lines on
+  std::string io;      ///< empty for none
+  std::string arguments;
+};
+
+constexpr char kUserMemory[] =
+    "VmPeak:\t 9000000 kB\nVmSize:\t 8388608 kB\nVmRSS:\t 5242880 kB\nVmData:\t 6291456 kB\n"
+    "VmStk:\t     132 kB\nVmExe:\t     936 kB\nVmLib:\t    1528 kB\nVmPTE:\t      40 kB\n"
+    "VmSwap:\t    2048 kB\nThreads:\t4\n";
+constexpr char kSwitches[] =
+    "voluntary_ctxt_switches:\t4294967300\nnonvoluntary_ctxt_switches:\t7\n";
+constexpr char kCallFigures[] =
+    "rchar: 6442450944\nwchar: 1048576\nsyscr: 4294967301\nsyscw: 20\nread_bytes: 4096\n"
+    "write_bytes: 8192\ncancelled_write_bytes: 0\n";
+
+void WriteProcess(const process_tree::HostTree& host, const std::string& folder,
+                  const HostProcess& process) {
+  host.Write(folder + "/stat", std::to_string(process.pid) + " (" + process.name + ") " +
+                                   process.state + " 0 " + process.stat +
+                                   " 18446744073709551615 1 1 1 1 1 0 0 4096 1260 0 0 0 17 2 50 " +
+                                   std::to_string(process.policy) + " 0 0 0 1 2 3 4 5 6 7 0\n");
+  host.Write(folder + "/statm", process.statm + "\n");
+  host.Write(folder + "/status",
+             "Name:\tescaped\nUmask:\t0022\nUid:\t1\t2\t3\t4\nGid:\t5\t6\t7\t8\nGroups:\t \n" +
+                 process.status + "Threads:\t1\n" + kSwitches);
+  host.Write(folder + "/cmdline", process.arguments);
+  if (!process.io.empty()) {
+    host.Write(folder + "/io", process.io);
+  }
+}
+
+std::string KB(std::uint64_t kilobytes) { return std::to_string(kilobytes); }
+
+/// A process as text, one line for what only this source tells.
+std::string DumpModern(const Process& row) {
+  const ModernProcessFigures& modern = row.modern;
+  std::ostringstream out;
+  out << row.GetPid() << " <" << row.GetName() << "> [" << row.GetCmdline() << "] " << modern.state
+      << row.GetState() << " flags=" << row.GetFlags() << '/' << modern.kernelFlags
+      << " policy=" << modern.policy << " tty=" << static_cast<std::int64_t>(row.GetTty())
+      << " start=" << row.GetStartTime().seconds << '/' << modern.startTicks
+      << " rss=" << KB(modern.residentKB) << '/' << row.GetResidentBytes()
+      << " virtual=" << KB(modern.virtualKB) << " total=" << KB(modern.totalKB)
+      << " heap=" << KB(modern.heapKB) << " lib=" << KB(modern.sharedLibKB)
+      << " stack=" << KB(row.GetStackKB()) << " code=" << KB(row.GetCodeKB())
+      << " swap=" << KB(modern.swapKB) << " switches=" << row.contextSwitches << " io=" << row.reads
+      << ',' << row.writes << ',' << row.blockOps << ',' << row.ioKbytes << ',' << modern.ioBytes
+      << '\n';
+  return out.str();
+}
+
+class ModernProcessSourceTest : public CollectFixture {
+ protected:
+  void SetUp() override {
+    CollectFixture::SetUp();
+    m_host = std::make_unique<process_tree::HostTree>();
+    m_host->Write("/proc/stat", "btime 1700000000\n");
+  }
+  void TearDown() override {
+    g_hostProfile = HostProfile::kClassic;
+    CollectFixture::TearDown();
+  }
+  /// All processes, by number.
+  static std::vector<Process> Read() {
+    ProcLib::ResetCaches();
+    std::vector<Process> rows;
+    ModernProcessSource source;
+    const UtlErrorPtr error(source.readAll(nullptr, rows));
+    EXPECT_EQ(error, nullptr);
+    std::sort(rows.begin(), rows.end(),
+              [](const Process& a, const Process& b) { return a.GetPid() < b.GetPid(); });
+    return rows;
+  }
+  static std::string DumpAll() {
+    std::string text;
+    for (const Process& row : Read()) {
+      text += DumpModern(row);
+    }
+    return text;
+  }
+  /// One that lacks nothing: 5 GiB in memory, 8 GiB of addresses.
+  static HostProcess Worker(int pid) {
+    return {pid,
+            "a b (c)",
+            "S 3 7 9 34816 -1 4194560 10 0 20 0 150 250 0 0 20 -5 4",
+            "12345 8589934592 1310720",
+            1,
+            "2097152 1310720 1000 1 0 1 0",
+            kUserMemory,
+            kCallFigures,
+            std::string("worker\0-x\t1\0   \0", 16)};
+  }
+
+  std::unique_ptr<process_tree::HostTree> m_host;
+};
+
+TEST_F(ModernProcessSourceTest, ReadsWhatTheKernelTellsOfEachKindOfProcess) {
+  const std::string kernel = "2 0 0 0 -1 69238880 0 0 0 0 0 9 0 0 20 0 1";
+  const std::string program = "1 7 7 0 -1 4194304 0 0 0 0 0 9 0 0 -51 0 1";
+  HostProcess longStatus = Worker(60);
+  longStatus.name = "tab\tand\nline";
+  longStatus.status = "Groups:\t" + std::string(5000, '7') + "\n" + longStatus.status;
+  const HostProcess processes[] = {
+      Worker(20),
+      {30, "kworker/u8:2-events_unbound", "I " + kernel, "50 0 0", 0, "0 0 0 0 0 0 0", "",
+       kCallFigures, ""},
+      {31, "kswapd0", "D " + kernel, "50 0 0", 0, "0 0 0 0 0 0 0", "", "", ""},
+      {40, "t)raced", "t " + program, "60 4096 1", 2, "1 1 1 0 0 0 0", "VmSwap:\t3 kB\n", "",
+       "a b"},
+      {50, "gone", "X " + program, "60 0 0", 0, "0 0 0 0 0 0 0", "", "", " \t "},
+      longStatus,
+  };
+  for (const HostProcess& process : processes) {
+    WriteProcess(*m_host, "/proc/" + std::to_string(process.pid), process);
+  }
+  const std::string worker =
+      "[worker -x 1] S1 flags=1/4194560 policy=1 tty=34816 start=1700000123/12345 "
+      "rss=5242880/1073741824 virtual=8388608 total=8390656 heap=6291456 lib=1528 stack=132 "
+      "code=936 swap=2048 switches=11 io=5,20,25,6292480,6443499520\n";
+  EXPECT_EQ(DumpAll(),
+            "20 <a b (c)> " + worker +
+                "30 <kworker/u8:2-events_unbound> [] I1 flags=1/69238880 policy=0 tty=-1 "
+                "start=1700000000/50 rss=0/0 virtual=0 total=0 heap=0 lib=0 stack=0 code=0 swap=0 "
+                "switches=11 io=5,20,25,6292480,6443499520\n"
+                "31 <kswapd0> [] D8 flags=16/69238880 policy=0 tty=-1 start=1700000000/50 rss=0/0 "
+                "virtual=0 total=0 heap=0 lib=0 stack=0 code=0 swap=0 switches=11 io=0,0,0,0,0\n"
+                "40 <t)raced> [a b] t5 flags=1/4194304 policy=2 tty=-1 start=1700000000/60 "
+                "rss=4/4096 virtual=4 total=7 heap=0 lib=0 stack=0 code=0 swap=3 switches=11 "
+                "io=0,0,0,0,0\n"
+                "50 <gone> [] X0 flags=1/4194304 policy=0 tty=-1 start=1700000000/60 rss=0/0 "
+                "virtual=0 total=0 heap=0 lib=0 stack=0 code=0 swap=0 switches=11 io=0,0,0,0,0\n"
+                "60 <tab\tand\nline> " +
+                worker);
+  const Process row = Read()[0];
+  EXPECT_EQ(std::to_string(row.GetPpid()) + ' ' + std::to_string(row.GetPgrp()) + ' ' +
+                std::to_string(row.GetSession()),
+            "3 7 9");
+  EXPECT_EQ(row.GetMinorFaults(), 10U);
+  EXPECT_EQ(row.GetMajorFaults(), 20U);
+  EXPECT_EQ(row.GetUserTime(), (tagUTIME{1, 500000}));
+  EXPECT_EQ(row.GetSystemTime(), (tagUTIME{2, 500000}));
+  EXPECT_EQ(row.GetPriority(), 80);
+  EXPECT_EQ(row.GetNice(), -5);
+  EXPECT_EQ(row.GetSharedKB(), 4000);
+  EXPECT_EQ(row.GetDataKB(), 6291456U);
+  EXPECT_EQ(std::to_string(row.GetRuid()) + std::to_string(row.GetEuid()) +
+                std::to_string(row.GetSuid()) + std::to_string(row.GetRgid()) +
+                std::to_string(row.GetEgid()) + std::to_string(row.GetSgid()),
+            "123567");
+  EXPECT_EQ(ModernProcessSource::Skipped(), 0U);
+}
+
+TEST_F(ModernProcessSourceTest, TellsAGroupWithoutLeaderByItsFirstLiveThread) {
+  HostProcess leader = Worker(20);
+  leader.state[0] = 'Z';
+  leader.stat = "12345 0 0";
+  leader.statm = "0 0 0 0 0 0 0";
+  leader.status = leader.arguments = "";
+  WriteProcess(*m_host, "/proc/20", leader);
+  EXPECT_EQ(DumpModern(Read().at(0)).substr(0, 18), "20 <a b (c)> [] Z4");
+
+  WriteProcess(*m_host, "/proc/20/task/20", leader);
+  HostProcess thread = Worker(21);
+  thread.name = "helper";
+  thread.state = "R 3 7 9 34816 -1 4194560 1 0 1 0 1 1 0 0 20 0 4";
+  thread.stat = "99999 8589934592 1310720";
+  WriteProcess(*m_host, "/proc/20/task/21", thread);
+  EXPECT_EQ(DumpAll(),
+            "20 <a b (c)> [worker -x 1] R2 flags=1/4194560 policy=1 tty=34816 "
+            "start=1700000123/12345 rss=5242880/1073741824 virtual=8388608 total=8390656 "
+            "heap=6291456 lib=1528 stack=132 code=936 swap=2048 switches=11 "
+            "io=5,20,25,6292480,6443499520\n");
+  EXPECT_EQ(Read().at(0).GetUserTime(), (tagUTIME{1, 500000}));
+}
+
+TEST_F(ModernProcessSourceTest, ReadsLimitsWhereTheyAreAskedFor) {
+  g_hostProfile = HostProfile::kModern;
+  WriteProcess(*m_host, "/proc/20", Worker(20));
+  m_host->Write("/proc/20/limits",
+                "Limit                     Soft Limit           Hard Limit           Units     \n"
+                "Max cpu time              60                   unlimited            seconds   \n"
+                "Max file size             61                   71                   bytes     \n"
+                "Max data size             62                   72                   bytes     \n"
+                "Max stack size            8589934592           73                   bytes     \n"
+                "Max core file size        0                    74                   bytes     \n"
+                "Max resident set          9                    9                    bytes     \n"
+                "Max open files            65                   75                   files     \n"
+                "Max address space         66                   76                   bytes     \n");
+  WriteProcess(*m_host, "/proc/21", Worker(21));
+  Collector collector;
+  ASSERT_EQ(collector.collect(COLLECT_PROCESS | COLLECT_PROCESS_LIMITS, 0), nullptr);
+  const std::vector<ProcessLimits>& limits = *collector.GetProcessLimits();
+  ASSERT_EQ(limits.size(), 2U);
+  std::ostringstream text;
+  const ProcessLimits& full = limits[collector.GetProcess()->at(0).GetPid() == 20 ? 0 : 1];
+  for (const ProcessLimits::Limit& limit :
+       {full.cpuTime, full.fileSize, full.dataSize, full.stackSize, full.coreSize, full.openFiles,
+        full.virtualMemSize}) {
+    text << std::fixed << limit.soft << '/' << limit.hard << ' ';
+  }
+  const std::string zero = ".000000";
+  EXPECT_EQ(text.str(), "60" + zero + "/inf 61" + zero + "/71" + zero + " 62" + zero + "/72" +
+                            zero + " 8589934592" + zero + "/73" + zero + " 0" + zero + "/74" +
+                            zero + " 65" + zero + "/75" + zero + " 66" + zero + "/76" + zero + " ");
+  ASSERT_EQ(collector.collect(COLLECT_PROCESS, 0), nullptr);
+  EXPECT_EQ(collector.GetProcess()->size(), 2U);
+  EXPECT_TRUE(limits.empty());
+}
+
+TEST_F(ModernProcessSourceTest, TellsOnceWhatTheHostLacks) {
+  WriteProcess(*m_host, "/proc/20", Worker(20));
+  m_host->Remove("/proc/20/io");
+  m_host->Remove("/proc/20/statm");
+  m_host->Write("/proc/20/status", "Name:\tx\nUid:\t1\t2\t3\t4\nVmData:\t9 kB\nVmSwap:\t12");
+  for (int walk = 0; walk < 2; ++walk) {
+    const Process row = Read().at(0);
+    EXPECT_EQ(row.GetEuid(), 2);
+    EXPECT_EQ(row.modern.heapKB, 9U);
+    EXPECT_EQ(row.modern.totalKB, 0U);  // a line without its end may have been cut
+    EXPECT_EQ(row.reads, 0U);
+  }
+  for (const char* name :
+       {"/proc/PID/io)", "/proc/PID/statm)", "/proc/PID/status: Gid:)",
+        "/proc/PID/status: VmSwap:)", "/proc/PID/status: voluntary_ctxt_switches:)"}) {
+    EXPECT_EQ(Lines(name), 1U) << name;
+    EXPECT_EQ(Level(name), 20) << name;
+  }
+  EXPECT_EQ(Lines("status: Uid:"), 0U);
+  // Another process that has it all: the host lacks nothing, and would be told of again.
+  WriteProcess(*m_host, "/proc/21", Worker(21));
+  ScriptedNode::Instance().lines.clear();
+  EXPECT_EQ(Read().size(), 2U);
+  EXPECT_EQ(Lines("/proc/PID/"), 0U);
+  m_host->Remove("/proc/21/io");
+  EXPECT_EQ(Read().size(), 2U);
+  EXPECT_EQ(Lines("/proc/PID/io)"), 1U);
+}
+
+TEST_F(ModernProcessSourceTest, SkipsWhatCannotBeReadAndForgetsWhatHasEnded) {
+  const std::string huge(1 << 20, '1');
+  struct Case {
+    const char* path;
+    std::function<void(const std::filesystem::path&)> make;  ///< null leaves no file
+    std::size_t rows;
+    std::uint32_t skipped;
+  };
+  const auto write = [](const std::string& text) {
+    return [text](const std::filesystem::path& path) { std::ofstream(path) << text; };
+  };
+  const auto pipe = [](const std::filesystem::path& path) { ::mkfifo(path.c_str(), 0600); };
+  const auto endless = [](const std::filesystem::path& path) {
+    std::filesystem::create_symlink("/dev/zero", path);
+  };
+  const auto folder = [](const std::filesystem::path& path) {
+    std::filesystem::create_directory(path);
+  };
+  const Case cases[] = {
+      {"stat", nullptr, 1, 1},
+      {"stat", write(""), 1, 1},
+      {"stat", write("20 (x S 1 1 1\n"), 1, 1},
+      {"stat", write(") 20 ( S 1 1 1\n"), 1, 1},
+      {"stat", write("20 (x) S 1 1 1 0 -1 0 0 0 0 0 0 0 0 0 20 0 1 0 5 4096\n"), 1, 1},
+      {"stat", write("20 (x) S 1 1 1 0 -1 0 0 0 0 0 0 0 0 0 20 0 1 0 5 4096 1"), 1, 1},
+      {"stat", pipe, 1, 1},
+      {"stat", endless, 1, 1},
+      {"stat", folder, 1, 1},
+      {"status", nullptr, 1, 1},
+      {"status", pipe, 1, 1},
+      {"status", endless, 2, 0},
+      {"status", write(huge), 2, 0},
+      {"statm", endless, 2, 0},
+      {"statm", folder, 2, 0},
+      {"io", pipe, 2, 0},
+      {"io", write(huge), 2, 0},
+      {"cmdline", endless, 2, 0},
+      {"cmdline", write(huge), 2, 0},
+      {"cwd", write("no link"), 2, 0},
+      {"", nullptr, 1, 0},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.path);
+    WriteProcess(*m_host, "/proc/19", Worker(19));
+    m_host->Remove("/proc/20");
+    WriteProcess(*m_host, "/proc/20", Worker(20));
+    const std::string path = std::string("/proc/20/") + test.path;
+    m_host->Remove(path);
+    if (test.make != nullptr) {
+      test.make(m_host->Path(path));
+    }
+    EXPECT_EQ(Read().size(), test.rows);
+    EXPECT_EQ(ModernProcessSource::Skipped(), test.skipped);
+  }
+  // Names that are no numbers of processes.
+  m_host->Write("/proc/99999999999/stat", "1 (x) S\n");
+  m_host->Write("/proc/" + std::string(250, '0') + "/stat", "1 (x) S\n");
+  EXPECT_EQ(Read().size(), 1U);
+  EXPECT_EQ(ModernProcessSource::Skipped(), 0U);
+}
+
+/// Takes root's rights from this process for its life.
+class WithoutRights {
+ public:
+  WithoutRights() : m_user(::geteuid()) {
+    if (m_user == 0) {
+      EXPECT_EQ(::seteuid(65534), 0);
+    }
+  }
+  ~WithoutRights() { EXPECT_EQ(::seteuid(m_user), 0); }
+  WithoutRights(const WithoutRights&) = delete;
+  WithoutRights& operator=(const WithoutRights&) = delete;
+
+ private:
+  ::uid_t m_user;
+};
+
+TEST_F(ModernProcessSourceTest, AnIoThatMayNotBeReadIsCounted) {
+  WriteProcess(*m_host, "/proc/20", Worker(20));
+  WriteProcess(*m_host, "/proc/21", Worker(21));
+  std::filesystem::permissions(m_host->Path("/"), std::filesystem::perms{0755});
+  std::filesystem::permissions(m_host->Path("/proc/20/io"), std::filesystem::perms{0});
+  const auto figure = [](const std::string& name) {
+    for (const Figure& one : FigureRegistry::Instance().Figures()) {
+      if (one.name == name) {
+        return one.read();
+      }
+    }
+    return -1.0;
+  };
+  std::vector<Process> rows;
+  {
+    const WithoutRights unprivileged;
+    rows = Read();
+  }
+  ASSERT_EQ(rows.size(), 2U);
+  EXPECT_EQ(rows[0].reads, 0U);
+  EXPECT_EQ(rows[0].modern.heapKB, 6291456U);
+  EXPECT_EQ(rows[1].writes, 20U);
+  EXPECT_EQ(figure("collect_process_io_denied"), 1);
+  // A process that hides its files is there all the same.
+  std::filesystem::permissions(m_host->Path("/proc/20/stat"), std::filesystem::perms{0});
+  {
+    const WithoutRights unprivileged;
+    EXPECT_EQ(Read().size(), 1U);
+  }
+  EXPECT_EQ(ModernProcessSource::Skipped(), 1U);
+  EXPECT_EQ(figure("collect_process_io_denied"), 0);
+  EXPECT_EQ(Lines("A process has no row"), 1U);
+}
+
+TEST(ModernProcessTextTest, TidiesArguments) {
+  struct Case {
+    std::string text;
+    const char* tidy;
+  };
+  const Case cases[] = {
+      {std::string("a\0b\0", 4), "a b"},
+      {"nginx: worker process        ", "nginx: worker process"},
+      {std::string("title\0\0\0\0", 9), "title"},
+      {std::string("\x1b[31m\x7f\n\xc3\xa4", 9), " [31m  \xc3\xa4"},
+      {std::string("\0\0 ", 3), ""},
+      {"", ""},
+  };
+  for (const Case& test : cases) {
+    std::string text = test.text;
+    text.resize(TidyArguments(text));
+    EXPECT_EQ(text, test.tidy);
+  }
+}
+
+}  // namespace
