@@ -5,12 +5,14 @@
 #include <string_view>
 #include <vector>
 
+#include "collect/modern/InterfaceSource.h"
 #include "collect/modern/NetDev.h"
 #include "collect/modern/NetlinkAddresses.h"
 
 namespace {
 
 void TakeNetDev(std::string_view text) {
+  static_cast<void>(LinkFlagsOf({text, text, text, text}));
   while (!text.empty()) {
     const std::string_view line = text.substr(0, text.find('\n'));
     NetDevRow row;
@@ -42,7 +44,8 @@ void TakeNetlink(std::string_view bytes) {
 
 }  // namespace
 
-/// The first byte chooses text of /proc/net/dev or datagrams of the kernel.
+/// The first byte chooses text of /proc/net/dev and of /sys/class/net, or datagrams of the
+/// kernel.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) {
     return 0;
