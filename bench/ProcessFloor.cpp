@@ -17,7 +17,7 @@ struct CloseDir {
 };
 
 constexpr std::string_view kPrefix = "/proc/";
-std::array<char, 1025> g_buffer;
+std::array<char, 8192> g_buffer;
 
 /// The path of one file of a process; the directory's part stands from one file to the next.
 class ProcessPath {
@@ -64,11 +64,12 @@ class ProcessPath {
 
 }  // namespace
 
-std::size_t WalkFloor(FloorPaths paths) {
+std::size_t WalkFloor(FloorPaths paths, HostProfile profile) {
   const std::unique_ptr<DIR, CloseDir> directory(::opendir("/proc"));
   if (directory == nullptr) {
     return 0;
   }
+  const bool isModern = profile == HostProfile::kModern;
   std::size_t processes = 0;
   ProcessPath path(::dirfd(directory.get()), paths);
   while (const dirent* entry = ::readdir(directory.get())) {
@@ -79,7 +80,10 @@ std::size_t WalkFloor(FloorPaths paths) {
     path.ReadFile("/stat", 1023);
     path.ReadFile("/statm", 1023);
     path.ReadFile("/cmdline", 120);
-    path.ReadFile("/status", 1024);
+    path.ReadFile("/status", isModern ? 8192 : 1024);
+    if (isModern) {
+      path.ReadFile("/io", 1024);
+    }
     path.LookUpTarget("/cwd");
     path.LookUpTarget("/root");
     ++processes;

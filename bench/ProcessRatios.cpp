@@ -1,9 +1,10 @@
-// qmt_process_ratios ROUNDS RECORD...
+// qmt_process_ratios PROFILE ROUNDS RECORD...
 //
-// Measures what a look at the live processes costs, by turns with the system calls that it cannot
-// do without, and prints one line a contender: its name, the median of its CPU time in microseconds
-// a process, the median of its ratio to the floor. The contenders are the floor, the same calls
-// with the paths of the agent, the collection alone, PD with PDS, and all the RECORDs together.
+// Measures what a look at the live processes costs under a host profile, by turns with the system
+// calls that it cannot do without, and prints one line a contender: its name, the median of its CPU
+// time in microseconds a process, the median of its ratio to the floor. The contenders are the
+// floor, the same calls with the paths of the agent, the collection alone, PD with PDS, and all the
+// RECORDs together.
 
 #include <sys/resource.h>
 
@@ -14,6 +15,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -24,6 +26,7 @@
 #include "collect/Collector.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "support/HostPaths.h"
+#include "support/HostProfile.h"
 #include "support/Switches.h"
 #include "support/UtlError.h"
 #include "tests/scripted/Batch.h"
@@ -130,8 +133,10 @@ std::string Joined(const std::vector<std::string>& words) {
   return text;
 }
 
-void Measure(int rounds, const std::vector<std::string>& records) {
+void Measure(HostProfile profile, int rounds, const std::vector<std::string>& records) {
   const ProductFolder product;
+  // The agent takes its profile from here.
+  ::setenv("QMT_HOST_PROFILE", HostProfileName(profile), 1);
   g_msgLogLevel = 10;
   UnixAgent agent("/opt/qmtrx/mond/qmt_hostutil_", "bench");
   std::string text = "bench";
@@ -148,8 +153,11 @@ void Measure(int rounds, const std::vector<std::string>& records) {
     }
   };
   std::vector<Contender> contenders{
-      {"floor", [] { static_cast<void>(WalkFloor(FloorPaths::kAbsolute)); }, {}, {}},
-      {"relative paths", [] { static_cast<void>(WalkFloor(FloorPaths::kRelative)); }, {}, {}},
+      {"floor", [] { static_cast<void>(WalkFloor(FloorPaths::kAbsolute, g_hostProfile)); }, {}, {}},
+      {"relative paths",
+       [] { static_cast<void>(WalkFloor(FloorPaths::kRelative, g_hostProfile)); },
+       {},
+       {}},
       {"collection", collect, {}, {}},
       {"PD PDS", [&pair] { pair.Look(); }, {}, {}},
       {Joined(records), [&all] { all.Look(); }, {}, {}}};
@@ -158,7 +166,7 @@ void Measure(int rounds, const std::vector<std::string>& records) {
   for (Contender& contender : contenders) {
     contender.look();
   }
-  const std::size_t processes = WalkFloor(FloorPaths::kAbsolute);
+  const std::size_t processes = WalkFloor(FloorPaths::kAbsolute, g_hostProfile);
   if (collector.GetProcess()->size() * 2 < processes || pair.Rows() * 2 < processes) {
     throw std::runtime_error("the agent sees less than half of the processes");
   }
@@ -175,16 +183,18 @@ void Measure(int rounds, const std::vector<std::string>& records) {
 
 int main(int argc, char** argv) {
   const std::vector<std::string> words(argv + 1, argv + argc);
+  const std::optional<HostProfile> profile =
+      words.empty() ? std::nullopt : HostProfileOf(words.front());
   int rounds = 0;
-  if (words.size() < 2 ||
-      std::from_chars(words[0].data(), words[0].data() + words[0].size(), rounds).ec !=
+  if (words.size() < 3 || !profile ||
+      std::from_chars(words[1].data(), words[1].data() + words[1].size(), rounds).ec !=
           std::errc{} ||
       rounds < 1) {
-    std::fputs("usage: qmt_process_ratios ROUNDS RECORD...\n", stderr);
+    std::fputs("usage: qmt_process_ratios classic|modern ROUNDS RECORD...\n", stderr);
     return 2;
   }
   try {
-    Measure(rounds, {words.begin() + 1, words.end()});
+    Measure(*profile, rounds, {words.begin() + 2, words.end()});
   } catch (const std::exception& problem) {
     std::fprintf(stderr, "qmt_process_ratios: %s\n", problem.what());
     return 1;

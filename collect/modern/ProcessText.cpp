@@ -2,6 +2,7 @@
 
 #include <array>
 #include <bit>
+#include <cstring>
 #include <limits>
 
 #include "collect/TextScanner.h"
@@ -53,7 +54,10 @@ std::uint32_t TakeLines(std::string_view text, Figures& figures) {
   for (std::size_t end = text.find('\n'); end != std::string_view::npos && found != kAll;
        end = text.find('\n')) {
     const std::string_view line = text.substr(0, end);
-    const std::uint32_t mark = KeyMarkOf(line);
+    std::uint32_t mark = 0;
+    if (text.size() >= sizeof mark) {
+      std::memcpy(&mark, text.data(), sizeof mark);
+    }
     for (std::size_t index = 0; index < table.size(); ++index) {
       const std::uint32_t bit = std::uint32_t{1} << index;
       if (mark == kMarks[index] && (found & bit) == 0 && line.starts_with(table[index].key)) {
@@ -136,9 +140,16 @@ constexpr auto kProcessLimitKeys = KeysOf(kLimitLines);
 
 bool ParseProcessStat(std::string_view text, ProcessStat& stat) {
   const std::size_t open = text.find('(');
-  const std::size_t close = text.rfind(')');
-  if (open == std::string_view::npos || close == std::string_view::npos || close < open ||
-      text.find('\n', close) == std::string_view::npos) {
+  if (open == std::string_view::npos) {
+    return false;
+  }
+  // Found from the end by the C library, which looks at many characters at once.
+  const void* const last = ::memrchr(text.data(), ')', text.size());
+  if (last == nullptr) {
+    return false;
+  }
+  const auto close = static_cast<std::size_t>(static_cast<const char*>(last) - text.data());
+  if (close < open || text.find('\n', close) == std::string_view::npos) {
     return false;
   }
   stat.name = text.substr(open + 1, close - open - 1);

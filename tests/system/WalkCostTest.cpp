@@ -17,7 +17,15 @@ namespace {
 
 constexpr int kProcesses = 500;
 
-class WalkCostTest : public ::testing::Test {
+/// What a process may cost the walk of a profile.
+struct WalkCost {
+  const char* profile;
+  std::map<std::string, int> calls;
+  double instructions;
+};
+void PrintTo(const WalkCost& cost, std::ostream* out) { *out << cost.profile; }
+
+class WalkCostTest : public ::testing::TestWithParam<WalkCost> {
  protected:
   void SetUp() override {
     m_host.Write("/proc/stat", "btime 1700000000\n");
@@ -31,6 +39,9 @@ class WalkCostTest : public ::testing::Test {
     process.residentPages = 6'543;
     for (process.pid = 10'000; process.pid < 10'000 + kProcesses; ++process.pid) {
       m_host.AddProcess(process);
+      m_host.Write("/proc/" + std::to_string(process.pid) + "/io",
+                   "rchar: 123456789\nwchar: 23456789\nsyscr: 345678\nsyscw: 45678\n"
+                   "read_bytes: 56789\nwrite_bytes: 67890\ncancelled_write_bytes: 0\n");
     }
   }
 
@@ -39,7 +50,8 @@ class WalkCostTest : public ::testing::Test {
     const std::string report = m_reports.Path() / "report";
     const std::string rows = m_reports.Path() / "rows";
     const std::string command = tool + report + " " WALK_PROBE " " + m_host.Path("/").string() +
-                                ' ' + std::to_string(times) + " >" + rows;
+                                ' ' + GetParam().profile + ' ' + std::to_string(times) + " >" +
+                                rows;
     EXPECT_EQ(std::system(command.c_str()), 0) << command << "\nis the tool installed?";
     EXPECT_EQ(m_reports.Read("rows"), std::to_string(kProcesses) + '\n');
     return m_reports.Read("report");
@@ -51,7 +63,7 @@ class WalkCostTest : public ::testing::Test {
 
 using Calls = std::map<std::string, int>;
 
-TEST_F(WalkCostTest, AProcessCostsSixteenSystemCalls) {
+TEST_P(WalkCostTest, AProcessCostsTheCallsOfItsFiles) {
   const auto count = [&](int times) {
     Calls calls;
     std::istringstream report(ReportOf("strace -o ", times));
@@ -68,12 +80,10 @@ TEST_F(WalkCostTest, AProcessCostsSixteenSystemCalls) {
       each[name] = added;
     }
   }
-  EXPECT_EQ(
-      each,
-      (Calls{{"close", 4}, {"newfstatat", 2}, {"openat", 4}, {"read", 4}, {"readlinkat", 2}}));
+  EXPECT_EQ(each, GetParam().calls);
 }
 
-TEST_F(WalkCostTest, AProcessCostsTenThousandInstructionsAtMost) {
+TEST_P(WalkCostTest, AProcessCostsFewInstructions) {
   const auto count = [&](int times) {
     const std::string report =
         ReportOf("valgrind --tool=callgrind --callgrind-out-file=/dev/null --log-file=", times);
@@ -81,10 +91,21 @@ TEST_F(WalkCostTest, AProcessCostsTenThousandInstructionsAtMost) {
     return place == std::string::npos ? 0.0 : std::stod(report.substr(place + 12));
   };
   const double each = (count(2) - count(1)) / kProcesses;
-  EXPECT_LE(each, 10'000);
+  EXPECT_LE(each, GetParam().instructions);
   // Fewer than the texts have bytes cannot be: the walk was not counted.
   EXPECT_GE(each, 1'000);
   RecordProperty("instructions", std::to_string(each));
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Profiles, WalkCostTest,
+    ::testing::Values(
+        WalkCost{"classic",
+                 {{"close", 4}, {"newfstatat", 2}, {"openat", 4}, {"read", 4}, {"readlinkat", 2}},
+                 10'000},
+        WalkCost{"modern",
+                 {{"close", 5}, {"newfstatat", 2}, {"openat", 5}, {"read", 5}, {"readlinkat", 2}},
+                 12'000}),
+    [](const auto& test) { return std::string(test.param.profile); });
 
 }  // namespace
