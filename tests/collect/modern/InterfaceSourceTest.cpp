@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <sstream>
 #include <string>
 
@@ -324,14 +325,11 @@ TEST_F(ModernInterfaceSourceTest, ACapturedHostIsNotAskedOfThisKernel) {
     return -1;
   };
   const process_tree::HostTree host;
-  EXPECT_TRUE(Read().empty());
-  EXPECT_TRUE(Read().empty());
-  EXPECT_EQ(Lines("(/proc/net/dev)"), 1U);
   const std::string values = ": 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n";
-  host.Write("/proc/net/dev", "lo" + values + "sit0" + values + "cut: 1 2\n");
+  host.Write("/proc/net/dev", "lo" + values + "bare0" + values + "cut: 1 2\n");
   host.Write("/sys/class/net/lo/flags", "0x9\n");
   host.Write("/sys/class/net/lo/mtu", "65536\n");
-  host.Write("/sys/class/net/sit0/mtu", "1480\n");
+  host.Write("/sys/class/net/bare0/mtu", "1480\n");
   for (int times = 0; times < 2; ++times) {
     const std::vector<Interface> rows = Read();
     ASSERT_EQ(rows.size(), 3U);
@@ -340,10 +338,15 @@ TEST_F(ModernInterfaceSourceTest, ACapturedHostIsNotAskedOfThisKernel) {
     EXPECT_EQ(rows[1].mtu, 1480);
     EXPECT_EQ(rows[2].rxPackets, 2U);
   }
-  EXPECT_EQ(Lines("(/sys/class/net/sit0/flags)"), 1U);
+  EXPECT_EQ(Lines("(/sys/class/net/bare0/flags)"), 1U);
   EXPECT_EQ(Lines("(/sys/class/net/lo/flags)"), 0U);
   EXPECT_EQ(Lines("(/proc/net/dev: cut)"), 1U);
   EXPECT_EQ(Level("(/proc/net/dev: cut)"), 20);
+  EXPECT_EQ(Lines("(/proc/net/dev)"), 0U);
+  std::filesystem::remove(host.Path("/proc/net/dev"));
+  EXPECT_TRUE(Read().empty());
+  EXPECT_TRUE(Read().empty());
+  EXPECT_EQ(Lines("(/proc/net/dev)"), 1U);
 }
 
 }  // namespace
