@@ -1,9 +1,12 @@
 #include "records/CPUSummary.h"
 
+#include <cstddef>
+
 #include "collect/Collector.h"
 #include "collect/cpu/CPUSourceLINUX.h"
 #include "node/Node.h"
 #include "records/IntervalEngine.h"
+#include "support/HostProfile.h"
 #include "support/TraceLog.h"
 
 namespace {
@@ -25,21 +28,40 @@ UtlError* CPUSummary::Build(std::uint32_t requestId) {
   }
   CMBNode::DebugPrintf("CPUSummary.cpp", __LINE__, "CPUSummary::Build()\n");
   Clear();
+  const auto figuresOf = g_hostProfile == HostProfile::kModern ? &CPUSummary::LastFigures
+                                                               : &CPUSummary::CurrentFigures;
   for (const CPU& cpu : *m_collector->GetCPU()) {
+    const Figures figures = (this->*figuresOf)(cpu);
     m_contextSwitches += cpu.GetContextSwitches();
     m_traps += cpu.GetTraps();
-    m_interrupts += cpu.GetInterrupts();
+    m_interrupts += figures.interrupts;
     m_systemCalls += cpu.GetSystemCalls();
-    AddTime(m_idleTime, cpu.GetIdleTime());
-    AddTime(m_userTime, cpu.GetUserTime());
-    AddTime(m_kernelTime, cpu.GetSystemTime());
-    AddTime(m_waitTime, cpu.GetWaitTime());
+    AddTime(m_idleTime, figures.idleTime);
+    AddTime(m_userTime, figures.userTime);
+    AddTime(m_kernelTime, figures.kernelTime);
+    AddTime(m_waitTime, figures.waitTime);
     ++m_cpuCount;
   }
   Trace(30, kInformation, "CPUSummary::Build() found %1 cpus.", m_cpuCount);
   m_built = true;
   m_lastRequest = requestId;
   return nullptr;
+}
+
+CPUSummary::Figures CPUSummary::CurrentFigures(const CPU& cpu) {
+  return {cpu.GetInterrupts(), cpu.GetIdleTime(), cpu.GetUserTime(), cpu.GetSystemTime(),
+          cpu.GetWaitTime()};
+}
+
+CPUSummary::Figures CPUSummary::LastFigures(const CPU& cpu) {
+  if (cpu.GetCpuId() >= m_lastFigures.size()) {
+    m_lastFigures.resize(std::size_t{cpu.GetCpuId()} + 1);
+  }
+  Figures& last = m_lastFigures[cpu.GetCpuId()];
+  if (cpu.GetOnline() == 0) {
+    last = CurrentFigures(cpu);
+  }
+  return last;
 }
 
 void CPUSummary::AddTime(UtlTime& field, const tagUTIME& value) {

@@ -1,13 +1,16 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "support/TimeValues.h"
 #include "support/UtlError.h"
 
+class CPU;
 class Collector;
 
-/// All processors of one pass added up.
+/// All processors of one pass added up. Under the profile `modern` one that is off line counts as
+/// it last did on line, so that no sum falls, nor jumps once it is back.
 class CPUSummary {
  public:
   /// The collector is not owned.
@@ -31,6 +34,19 @@ class CPUSummary {
   [[nodiscard]] UtlTime GetTotalTime() const { return Read(m_totalTime); }
 
  private:
+  /// What one processor adds.
+  struct Figures {
+    std::uint32_t interrupts = 0;
+    tagUTIME idleTime;
+    tagUTIME userTime;
+    tagUTIME kernelTime;
+    tagUTIME waitTime;
+  };
+
+  /// What the processor's row says.
+  Figures CurrentFigures(const CPU& cpu);
+  /// The same, or what it last said on line.
+  Figures LastFigures(const CPU& cpu);
   template <class Value>
   const Value& Read(const Value& value) const {
     WarnUnlessBuilt();
@@ -40,6 +56,7 @@ class CPUSummary {
   void AddTime(UtlTime& field, const tagUTIME& value);
 
   Collector* m_collector;
+  std::vector<Figures> m_lastFigures;  ///< by the processor's number
   bool m_built = false;
   std::uint32_t m_lastRequest = 0;
   std::uint32_t m_cpuCount = 0;

@@ -284,4 +284,21 @@ TEST_F(ModernCPUPrecordTest, LooksTellTheStatusAtOnceAndCompareWhatRan) {
   }
 }
 
+TEST_F(ModernCPUPrecordTest, TheOverviewKeepsWhatAProcessorThatWentOffHasDone) {
+  Batch batch;
+  batch.Add("PI", '4', {.realtime = 1, .calcRates = 0});
+  Asker& asker = *batch.entries[0];
+  const auto userTime = [&] {
+    asker.NextAnswer();
+    EXPECT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+    const auto rows = asker.Rows<recordPI>();
+    return rows.empty() ? tagUTIME{} : tagUTIME(rows[0].totalUserModeTime);
+  };
+  EXPECT_EQ(userTime(), (tagUTIME{91, 200000}));
+  SetSecondOff();
+  EXPECT_EQ(userTime(), (tagUTIME{93, 200000}));
+  SetAllOn(20, "0");
+  EXPECT_EQ(userTime(), (tagUTIME{93, 700000}));
+}
+
 }  // namespace
