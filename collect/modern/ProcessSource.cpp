@@ -81,13 +81,17 @@ void TakeStat(const ProcessStat& stat, std::int32_t bootTime, Process& record) {
   }
 }
 
+void TakeResident(std::uint64_t pages, std::uint64_t pageBytes, Process& record) {
+  record.residentBytes = LowWord(pages * pageBytes);
+  record.modern.residentKB = pages * (pageBytes >> 10U);
+}
+
 /// What the stat of a live thread tells as well as that of its leader.
 void TakeThreadStat(const ProcessStat& stat, std::uint64_t pageBytes, Process& record) {
   record.modern.state = stat.state;
   record.state = ModernStateOf(stat.state);
   record.flags |= record.state == kStateUninterruptible ? 0U : +kProcessInCore;
-  record.residentBytes = LowWord(stat.residentPages * pageBytes);
-  record.modern.residentKB = stat.residentPages * (pageBytes >> 10U);
+  TakeResident(stat.residentPages, pageBytes, record);
   record.virtualSize = LowWord(stat.virtualBytes);
   record.modern.virtualKB = stat.virtualBytes >> 10U;
 }
@@ -314,7 +318,10 @@ bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
   m_seen[kStatus].entries |= ParseProcessStatus(text, status);
   TakeStatus(status, record);
   ProcessPages pages;
-  if (!ParseProcessStatm(ReadFile(folder, kStatm), pages)) {
+  if (ParseProcessStatm(ReadFile(folder, kStatm), pages)) {
+    // The kernel sums its parts for this file; for stat it makes do with an estimate.
+    TakeResident(pages.resident, m_pageBytes, record);
+  } else {
     pages = {};
   }
   record.totalBytes = LowWord(pages.size * m_pageBytes);

@@ -111,7 +111,7 @@ class ModernProcessSourceTest : public CollectFixture {
     return {pid,
             "a b (c)",
             "S 3 7 9 34816 -1 4194560 10 0 20 0 150 250 0 0 20 -5 4",
-            "12345 8589934592 1310720",
+            "12345 8589934592 1310700",
             1,
             "2097152 1310720 1000 1 0 1 0",
             kUserMemory,
