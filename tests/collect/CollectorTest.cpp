@@ -8,8 +8,23 @@
 #include "collect/Categories.h"
 #include "collect/CategoryFlags.h"
 #include "collect/cpu/CPUSourceLINUX.h"
+#include "collect/device/DeviceSourceLINUX.h"
+#include "collect/filesystem/FileSystemSource.h"
+#include "collect/modern/CpuSource.h"
+#include "collect/modern/DeviceSource.h"
+#include "collect/modern/FileSystemSource.h"
+#include "collect/modern/InterfaceSource.h"
+#include "collect/modern/NFSTotals.h"
+#include "collect/modern/ProcessSource.h"
+#include "collect/modern/ProtocolCounters.h"
+#include "collect/modern/SystemSource.h"
+#include "collect/network/InterfaceSourceLINUX.h"
+#include "collect/network/ProtocolSourceLINUX.h"
+#include "collect/nfs/NFSSource.h"
 #include "collect/process/ProcessSourceLINUX.h"
+#include "collect/system/SystemSourceLINUX.h"
 #include "node/FigureRegistry.h"
+#include "support/HostProfile.h"
 #include "tests/collect/CollectFixture.h"
 
 namespace {
@@ -49,6 +64,51 @@ TEST_F(CollectorTest, TheTableHoldsAllCategoriesInTheirOrder) {
             "System,File System,Interface,Quota,Storage,-,NFS Server,NFS Client,UPI,UPIB,UPD,"
             "UPDB,");
   EXPECT_EQ(flags, 0x77E8FAD3U);
+}
+
+/// Sources made up to now, the one that tells it included.
+template <class Source>
+std::uint32_t Made() {
+  return Source().statistics().constructed;
+}
+
+template <class... Sources>
+std::vector<std::uint32_t> MadeOf() {
+  return {Made<Sources>()...};
+}
+
+std::vector<std::uint32_t> ClassicMade() {
+  return MadeOf<CPUSourceUser, ProcessSourceUser, ProtocolSourceUser, DeviceIOSourceUser,
+                SystemSourceUser, FileSystemSourceUser, InterfaceSourceUser,
+                NFSServerTotalSourceUser, NFSClientTotalSourceUser>();
+}
+std::vector<std::uint32_t> ModernMade() {
+  return MadeOf<ModernCpuSource, ModernProcessSource, ModernProtocolSource, ModernDeviceSource,
+                ModernSystemSource, ModernFileSystemSource, ModernInterfaceSource,
+                ModernNFSServerSource, ModernNFSClientSource>();
+}
+
+TEST_F(CollectorTest, EachProfileTouchesItsOwnSourcesAlone) {
+  for (const HostProfile profile : {HostProfile::kClassic, HostProfile::kModern}) {
+    g_hostProfile = profile;
+    std::vector<std::uint32_t> classic = ClassicMade();
+    std::vector<std::uint32_t> modern = ModernMade();
+    EXPECT_EQ(collector.collect(0xFFFFFFFF, 0), nullptr);
+    g_hostProfile = HostProfile::kClassic;
+    // Of those in force the run made one, besides the one that is asked now.
+    const std::uint32_t isModern = profile == HostProfile::kModern ? 1 : 0;
+    for (std::size_t i = 0; i < classic.size(); ++i) {
+      classic[i] += 2 - isModern;
+      modern[i] += 1 + isModern;
+    }
+    EXPECT_EQ(ClassicMade(), classic) << HostProfileName(profile);
+    EXPECT_EQ(ModernMade(), modern) << HostProfileName(profile);
+  }
+  std::size_t withTwo = 0;
+  for (const Category& category : Categories()) {
+    withTwo += category.runModern != nullptr ? 1 : 0;
+  }
+  EXPECT_EQ(withTwo, ModernMade().size()) << "a source is missing in this test";
 }
 
 TEST_F(CollectorTest, BitsThatStartNoCategoryReadNothing) {
