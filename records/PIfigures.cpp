@@ -8,6 +8,7 @@
 #include "collect/system/SystemSourceLINUX.h"
 #include "records/CPUSummary.h"
 #include "records/IntervalEngine.h"
+#include "support/LowWord.h"
 
 namespace {
 
@@ -27,8 +28,6 @@ Integer Truncate(float value) {
   }
   return value >= static_cast<float>(Limits::max()) ? Limits::max() : static_cast<Integer>(value);
 }
-
-std::uint32_t Low32(std::uint64_t value) { return static_cast<std::uint32_t>(value); }
 
 float MbytesSince(std::uint32_t counter, std::uint32_t last) {
   return counter > last ? static_cast<float>((counter - last) / kBytesPerMbyte) : 0.0F;
@@ -95,13 +94,13 @@ void FillFaultsAndPaging(recordPI& row, const System& system) {
   row.minorFaults = system.minorFaults;
   row.softwareLockFaults = system.softwareLockFaults;
   row.faults = system.majorFaults + system.minorFaults;
-  row.pageInOps = row.pagesIn = Low32(system.pagesIn);
-  row.pageOutOps = row.pagesOut = Low32(system.pagesOut);
+  row.pageInOps = row.pagesIn = LowWord(system.pagesIn);
+  row.pageOutOps = row.pagesOut = LowWord(system.pagesOut);
   row.totalPageOps = row.pageInOps + row.pageOutOps;
   row.totalPageReclaims = system.pageReclaims;
   row.totalPageScans = system.pageScans;
-  row.swapInOps = row.swappedInPages = Low32(system.swapIn);
-  row.swapOutOps = row.swappedOutPages = Low32(system.swapOut);
+  row.swapInOps = row.swappedInPages = LowWord(system.swapIn);
+  row.swapOutOps = row.swappedOutPages = LowWord(system.swapOut);
   row.totalSwaps = row.swapInOps + row.swapOutOps;
   row.memIoOps = row.majorFaults + row.totalSwaps;
 }
@@ -178,8 +177,8 @@ void FillPackets(recordPI& row, const Protocol& protocol) {
 
 void FillModernFigures(recordPI& row, const System& system) {
   row.runQueue = system.runQueue;
-  row.pageInOps = Low32(system.pageInOps);
-  row.pageOutOps = Low32(system.pageOutOps);
+  row.pageInOps = LowWord(system.pageInOps);
+  row.pageOutOps = LowWord(system.pageOutOps);
   row.totalPageOps = row.pageInOps + row.pageOutOps;
 }
 

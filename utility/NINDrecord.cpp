@@ -6,6 +6,7 @@
 #include "records/RecordBuilder.h"
 #include "records/UserObjects.h"
 #include "support/HostProfile.h"
+#include "support/LowWord.h"
 #include "support/OsCalls.h"
 #include "utility/HostAddress.h"
 #include "utility/InterfaceFigures.h"
@@ -37,8 +38,6 @@ constexpr std::array kInterfaceCounters{
     CounterField<InterfaceRow>{&InterfaceRow::pktReceiveErrors, "packet_receive_errors"},
     CounterField<InterfaceRow>{&InterfaceRow::pktXmitErrors, "packet_transmit_errors"},
     CounterField<InterfaceRow>{&InterfaceRow::pktCollisions, "packet_collisions"}};
-
-std::uint32_t LowWord(std::uint64_t counter) { return static_cast<std::uint32_t>(counter); }
 
 void PutCounters(InterfaceRow& row, const InterfaceCounters& counters) {
   const std::uint64_t errors = counters.rxErrors + counters.txErrors;

@@ -16,7 +16,7 @@
 namespace {
 
 constexpr const char* kCountersPath = "/proc/net/dev";
-constexpr std::uint32_t kModernRecordSize = 128;
+constexpr std::uint32_t kModernInterfaceSize = 128;
 /// Flags that <net/if.h> does not have.
 constexpr std::uint32_t kLowerUp = 0x10000;
 constexpr std::uint32_t kDormant = 0x20000;
@@ -150,7 +150,7 @@ void ModernInterfaceSource::read(Interface* record) {
   } else {
     MissingInHost(kCountersPath, row.name);
   }
-  record->size = kModernRecordSize;
+  record->size = kModernInterfaceSize;
   row.name.copy(record->x_interface::name.data(), record->x_interface::name.size() - 1);
   PutInterfaceCounters(*record, row.counters);
   PutLink(*record);

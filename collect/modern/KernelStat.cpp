@@ -16,7 +16,7 @@ constexpr std::array kKernelStatRows{
 constexpr std::string_view kProcessor = "cpu";
 
 /// Whether the line is that of one processor; the one of all has no number.
-bool IsProcessorLine(std::string_view line) {
+bool IsProcessorTimes(std::string_view line) {
   return line.size() > kProcessor.size() && line.starts_with(kProcessor) &&
          line[kProcessor.size()] >= '0' && line[kProcessor.size()] <= '9';
 }
@@ -26,7 +26,7 @@ bool IsProcessorLine(std::string_view line) {
 KernelStatFigures ParseKernelStat(std::string_view text) {
   KernelStatFigures figures;
   for (std::string_view line; NextTextLine(text, line);) {
-    if (IsProcessorLine(line)) {
+    if (IsProcessorTimes(line)) {
       ++figures.processors;
     } else {
       TakeKeyedNumber(line, kKernelStatRows, figures, figures.found);

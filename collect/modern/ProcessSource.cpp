@@ -17,11 +17,12 @@
 #include "collect/modern/ToldOnce.h"
 #include "node/FigureRegistry.h"
 #include "support/HostPaths.h"
+#include "support/LowWord.h"
 #include "support/OsCalls.h"
 
 namespace {
 
-constexpr std::uint32_t kModernRecordSize = 1132;
+constexpr std::uint32_t kModernProcessSize = 1132;
 constexpr std::int32_t kModernPriorityBase = 60;
 /// A thread group whose leader has ended is rare, and the first of its other threads lives.
 constexpr int kMostThreadsTried = 16;
@@ -51,10 +52,6 @@ constexpr std::uint32_t ModernStateOf(char letter) {
 /// A sum that wraps at 32 bits.
 constexpr std::int32_t SumOf(std::int32_t a, std::int32_t b) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
-}
-/// What a record's word keeps of a counter of the kernel.
-constexpr std::uint32_t LowWord(std::uint64_t counter) {
-  return static_cast<std::uint32_t>(counter);
 }
 
 void TakeStat(const ProcessStat& stat, std::int32_t bootTime, Process& record) {
@@ -283,7 +280,7 @@ bool ModernProcessSource::ReadProcess(const char* pid, Process& record) {
       number > std::numeric_limits<std::int32_t>::max()) {
     return false;
   }
-  record.size = kModernRecordSize;
+  record.size = kModernProcessSize;
   record.pid = static_cast<std::int32_t>(number);
   ProcessFolder folder(pid);
   const std::string_view line = ReadFile(folder, kStat);

@@ -13,6 +13,7 @@
 #include "collect/modern/ToldOnce.h"
 #include "collect/modern/Vmstat.h"
 #include "collect/system/NoHost.h"
+#include "support/LowWord.h"
 
 namespace {
 
@@ -21,8 +22,6 @@ constexpr double kKbytesPerMbyte = 1024;
 float MbytesOf(std::uint64_t kbytes) {
   return static_cast<float>(static_cast<double>(kbytes) / kKbytesPerMbyte);
 }
-
-std::uint32_t LowWord(std::uint64_t value) { return static_cast<std::uint32_t>(value); }
 
 /// Kbytes in pages of this machine.
 std::uint64_t PagesOf(std::uint64_t kbytes) {
