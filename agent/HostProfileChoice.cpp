@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 #include "agent/ConfigNames.h"
@@ -17,10 +18,10 @@ namespace {
 
 constexpr const char* kVariable = "QMT_HOST_PROFILE";
 
-/// A profile's name and where it stands; empty for none.
+/// A profile's name and where it stands, empty for the file; no name where nobody has written one.
 struct WrittenProfile {
   std::string place;
-  std::string name;
+  std::optional<std::string> name;
 };
 
 /// The place as "FILE:LINE", without the line where the node can't tell it.
@@ -39,19 +40,20 @@ WrittenProfile ReadProfile(CMBIniFile& ini) {
     return {kVariable, value};
   }
   std::array<char, kShortText> text{};
-  ini.ReadString(text.data(), static_cast<int>(text.size()), kProfileLabel, kHostSection, nullptr,
-                 nullptr, 0);
-  return {"", text.data()};
+  const bool isWritten = ini.ReadString(text.data(), static_cast<int>(text.size()), kProfileLabel,
+                                        kHostSection, nullptr, nullptr, 0) != 0;
+  return {"", isWritten ? std::optional<std::string>(text.data()) : std::nullopt};
 }
 
 }  // namespace
 
 void ChooseHostProfile(CMBIniFile& ini) {
   const WrittenProfile written = ReadProfile(ini);
-  const std::optional<HostProfile> profile = HostProfileOf(written.name);
-  if (!profile && !written.name.empty()) {
+  const std::optional<HostProfile> profile =
+      written.name ? HostProfileOf(*written.name) : std::nullopt;
+  if (!profile && written.name) {
     Trace(10, kWarning, "%1: %2.", written.place.empty() ? PlaceInFile() : written.place,
-          ProfileProblem(written.name));
+          ProfileProblem(*written.name));
   }
   g_hostProfile = profile.value_or(HostProfile::kClassic);
   FigureRegistry::Instance().SetFact("host_profile", HostProfileName(g_hostProfile));

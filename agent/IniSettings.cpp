@@ -97,8 +97,11 @@ std::string Problem(const IniSetting& setting) {
   if (IsSame(setting.section, kAgentSection) && setting.subSection.empty()) {
     return AgentProblem(setting);
   }
+  if (IsHostProfile(setting)) {
+    return ProfileProblem(setting.value);
+  }
   if (IsSame(setting.section, kHostSection) && setting.subSection.empty()) {
-    return IsSame(setting.key, kProfileLabel) ? ProfileProblem(setting.value) : UnknownKey(setting);
+    return UnknownKey(setting);
   }
   for (const RecordSection& record : kRecordSections) {
     if (IsSame(setting.section, record.section) &&

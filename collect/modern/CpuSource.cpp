@@ -153,6 +153,9 @@ void ModernCpuSource::LoadTypes() {
     TakeCpuinfoLine(line, block);
   }
   TakeType(block);
+  TellCpuFigure(kCpuinfoPath, "model of a processor",
+                std::any_of(m_rows.begin(), m_rows.end(),
+                            [](const x_cpu& row) { return row.cpuType[0] != '\0'; }));
 }
 
 void ModernCpuSource::TakeType(CpuinfoBlock& block) {

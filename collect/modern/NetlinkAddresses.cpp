@@ -24,8 +24,7 @@ constexpr std::size_t kMostAnswerBytes = std::size_t{16} << 20U;
 constexpr std::chrono::seconds kLongestAnswer{2};
 /// A kernel never makes a longer datagram of a dump than half of this.
 constexpr std::size_t kDatagramBytes = std::size_t{64} << 10U;
-constexpr std::uint32_t kLinksSequence = 1;
-constexpr std::uint32_t kAddressesSequence = 2;
+constexpr int kMostTries = 3;
 
 constexpr std::size_t NetlinkAligned(std::size_t size) { return (size + 3) / 4 * 4; }
 
@@ -142,11 +141,11 @@ struct AddressQuestion {
   ::ifaddrmsg address;
 };
 
-::nlmsghdr QuestionHeader(std::size_t size, std::uint16_t type, std::uint32_t sequence) {
+::nlmsghdr QuestionHeader(std::size_t size, std::uint16_t type) {
   return {.nlmsg_len = static_cast<std::uint32_t>(size),
           .nlmsg_type = type,
           .nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP,
-          .nlmsg_seq = sequence,
+          .nlmsg_seq = 0,
           .nlmsg_pid = 0};
 }
 
@@ -164,12 +163,25 @@ class NetlinkTalk {
     }
   }
 
-  /// Sends a question and takes all of its answer, unless something has failed before.
+  /// Has a question answered without interruption, if that can be had; `rows` is the table that the
+  /// answer fills.
+  template <class Question, class Rows>
+  void AskWhole(Question question, Rows& rows) {
+    for (int tries = 0; tries < kMostTries && m_tables.error == 0; ++tries) {
+      rows.clear();
+      m_tables.isInterrupted = false;
+      question.header.nlmsg_seq = ++m_sequence;
+      Ask(question);
+      if (!m_tables.isInterrupted) {
+        return;
+      }
+    }
+  }
+
+ private:
+  /// Sends a question and takes all of its answer.
   template <class Question>
   void Ask(const Question& question) {
-    if (m_tables.error != 0) {
-      return;
-    }
     if (::send(m_socket.Get(), &question, sizeof(question), MSG_NOSIGNAL) < 0) {
       m_tables.error = errno;
       return;
@@ -178,7 +190,6 @@ class NetlinkTalk {
     }
   }
 
- private:
   /// False at the answer's end.
   bool TakeDatagram(std::uint32_t sequence) {
     ::sockaddr_nl sender{};
@@ -219,6 +230,7 @@ class NetlinkTalk {
   Descriptor m_socket;
   std::vector<unsigned char> m_buffer;
   std::size_t m_taken = 0;
+  std::uint32_t m_sequence = 0;
   std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
 };
 
@@ -234,8 +246,11 @@ bool ParseNetlinkAnswer(std::span<const unsigned char> datagram, std::uint32_t s
       return false;
     }
     const AnswerBytes payload = datagram.subspan(sizeof(header), header.nlmsg_len - sizeof(header));
-    if (header.nlmsg_seq == sequence && !TakeMessage(header, payload, tables)) {
-      return false;
+    if (header.nlmsg_seq == sequence) {
+      tables.isInterrupted |= (header.nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+      if (!TakeMessage(header, payload, tables)) {
+        return false;
+      }
     }
     datagram = AnswerBehind(datagram, header.nlmsg_len);
   }
@@ -275,16 +290,16 @@ NetlinkTables AskForLinks() {
   NetlinkTables tables;
   NetlinkTalk talk(tables);
   // Statistics are read elsewhere: the answer comes without those that the kernel can leave out.
-  talk.Ask(LinkQuestion{
-      .header = QuestionHeader(sizeof(LinkQuestion), RTM_GETLINK, kLinksSequence),
+  LinkQuestion links{
+      .header = QuestionHeader(sizeof(LinkQuestion), RTM_GETLINK),
       .link = {},
       .attribute = {.rta_len = sizeof(::rtattr) + sizeof(std::uint32_t), .rta_type = IFLA_EXT_MASK},
-      .mask = RTEXT_FILTER_SKIP_STATS});
-  AddressQuestion addresses{
-      .header = QuestionHeader(sizeof(AddressQuestion), RTM_GETADDR, kAddressesSequence),
-      .address = {}};
+      .mask = RTEXT_FILTER_SKIP_STATS};
+  AddressQuestion addresses{.header = QuestionHeader(sizeof(AddressQuestion), RTM_GETADDR),
+                            .address = {}};
   addresses.address.ifa_family = AF_INET;
-  talk.Ask(addresses);
+  talk.AskWhole(links, tables.links);
+  talk.AskWhole(addresses, tables.addresses);
   JoinAddresses(tables);
   return tables;
 }

@@ -35,6 +35,8 @@ struct NetlinkTables {
   std::vector<NetlinkLink> links;
   std::vector<NetlinkAddress> addresses;
   int error = 0;  ///< what the kernel or the bytes ended an answer with; 0 for none
+  /// Interfaces or addresses came or went while the kernel answered, so that others may be missing.
+  bool isInterrupted = false;
 };
 
 /// Takes one datagram of an answer to RTM_GETLINK or RTM_GETADDR; its messages of other sequence
@@ -51,6 +53,7 @@ void JoinAddresses(NetlinkTables& tables);
 [[nodiscard]] const NetlinkLink* FindLink(const NetlinkTables& tables, std::string_view name);
 
 /// Asks the kernel for the interfaces of this network namespace and their IPv4 addresses; joined.
-/// It waits for a second at a time and for two in all, and takes 16 Mbytes at most. Where that
+/// It waits for a second at a time and for two in all, and takes 16 Mbytes at most; an answer that
+/// was interrupted is asked for anew, three times at most within these. Where that
 /// fails the tables hold what was told until then and the error's number.
 [[nodiscard]] NetlinkTables AskForLinks();

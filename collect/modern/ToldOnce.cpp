@@ -1,18 +1,33 @@
 #include "collect/modern/ToldOnce.h"
 
-#include <set>
+#include <chrono>
+#include <map>
 #include <string>
 
 #include "support/TraceLog.h"
 
 namespace {
 
-/// A captured tree may lack as many names as it likes.
-constexpr std::size_t kMostTold = 1000;
+using ToldClock = std::chrono::steady_clock;
 
-std::set<std::string, std::less<>>& Told() {
-  static std::set<std::string, std::less<>> told;
+/// A captured tree may lack as many names as it likes, and what has gone from a host is never found
+/// again: so many are told in so long a time.
+constexpr std::size_t kMostTold = 1000;
+constexpr std::chrono::hours kRemembered{1};
+
+/// When it was told, by place.
+std::map<std::string, ToldClock::time_point, std::less<>>& Told() {
+  static std::map<std::string, ToldClock::time_point, std::less<>> told;
   return told;
+}
+
+bool HasRoom() {
+  if (Told().size() >= kMostTold) {
+    std::erase_if(Told(), [now = ToldClock::now()](const auto& entry) {
+      return now - entry.second > kRemembered;
+    });
+  }
+  return Told().size() < kMostTold;
 }
 
 std::string Place(std::string_view path, std::string_view name) {
@@ -25,12 +40,12 @@ std::string Place(std::string_view path, std::string_view name) {
 
 void MissingInHost(std::string_view path, std::string_view name) {
   std::string place = Place(path, name);
-  if (Told().size() < kMostTold && !Told().contains(place)) {
+  if (!Told().contains(place) && HasRoom()) {
     Trace(20, kWarning,
           name.empty() ? "The host has no such file, so its figures are 0. (%1)"
                        : "The host's file lacks an entry, so its figure is 0. (%1)",
           place);
-    Told().insert(std::move(place));
+    Told().emplace(std::move(place), ToldClock::now());
   }
 }
 

@@ -137,7 +137,8 @@ TEST_F(ConfigurationTest, TheProfileIsTheEnvironmentsElseTheFilesElseClassic) {
     const char* timeout;
     const char* message;
   } cases[] = {
-      {"", "", HostProfile::kClassic, "0", ""},
+      {"", nullptr, HostProfile::kClassic, "0", ""},
+      {"", "", HostProfile::kClassic, "0", "qmtagt.ini:7: \"\" is neither"},
       {"", "modern", HostProfile::kModern, "2", ""},
       {"classic", "modern", HostProfile::kClassic, "0", ""},
       {"modern", "no such", HostProfile::kModern, "2", ""},
@@ -145,11 +146,13 @@ TEST_F(ConfigurationTest, TheProfileIsTheEnvironmentsElseTheFilesElseClassic) {
       {"m", "modern", HostProfile::kClassic, "0", "QMT_HOST_PROFILE: \"m\" is neither"},
   };
   for (const auto& row : cases) {
-    SCOPED_TRACE(std::string(row.variable) + '/' + row.setting);
+    SCOPED_TRACE(std::string(row.variable) + '/' + (row.setting == nullptr ? "" : row.setting));
     ScriptedNode::Reset();
     g_msgLogLevel = 10;
     ::setenv("QMT_HOST_PROFILE", row.variable, 1);
-    Node().ini[{kHostSection, "", kProfileLabel}] = row.setting;
+    if (row.setting != nullptr) {
+      Node().ini[{kHostSection, "", kProfileLabel}] = row.setting;
+    }
     MakeAgent(0);
     EXPECT_EQ(0, Init());
     EXPECT_EQ(row.profile, g_hostProfile);

@@ -279,6 +279,37 @@ TEST_F(ModernInterfaceSourceTest, AsksTheKernelForBothTables) {
   EXPECT_EQ(question[0].nlmsg_type, RTM_GETADDR);
 }
 
+/// The messages as answers to another question, and with further flags.
+std::string Renumbered(std::string bytes, std::uint32_t sequence, std::uint16_t flags = 0) {
+  for (std::size_t at = 0; at < bytes.size();) {
+    nlmsghdr header{};
+    std::memcpy(&header, bytes.data() + at, sizeof header);
+    header.nlmsg_seq = sequence;
+    header.nlmsg_flags |= flags;
+    std::memcpy(bytes.data() + at, &header, sizeof header);
+    at += (header.nlmsg_len + 3) / 4 * 4;
+  }
+  return bytes;
+}
+
+TEST_F(ModernInterfaceSourceTest, AnInterruptedAnswerIsAskedForAnew) {
+  const std::string part =
+      Answer().Link(1, 0x10049).Attribute(IFLA_IFNAME, std::string("lo\0", 3)).Bytes();
+  g_datagrams = {Renumbered(part, 1, NLM_F_DUMP_INTR),     Answer().End(NLMSG_DONE, 1, 0).Bytes(),
+                 Renumbered(LinksAnswer().Bytes(), 2),     Answer().End(NLMSG_DONE, 2, 0).Bytes(),
+                 Renumbered(AddressesAnswer().Bytes(), 3), Answer().End(NLMSG_DONE, 3, 0).Bytes()};
+  Os().socket = KernelSocket;
+  EXPECT_EQ(LinksText(AskForLinks()), kJoined);
+  // One that never comes whole is better than none.
+  g_datagrams.clear();
+  for (std::uint32_t sequence = 1; sequence <= 6; ++sequence) {
+    g_datagrams.push_back(
+        Renumbered(sequence <= 3 ? part : AddressesAnswer().Bytes(), sequence, NLM_F_DUMP_INTR));
+    g_datagrams.push_back(Answer().End(NLMSG_DONE, sequence, 0).Bytes());
+  }
+  EXPECT_EQ(LinksText(AskForLinks()), "lo 10049 0 127.0.0.1/255.0.0.0 0.0.0.0;");
+}
+
 TEST_F(ModernInterfaceSourceTest, RowsComeWithoutNetlinkToo) {
   const bool hasFile = ::access("/proc/net/dev", R_OK) == 0;
   if (!hasFile || ::access("/sys/class/net/lo/flags", R_OK) != 0) {
