@@ -6,9 +6,9 @@
 
 #include "collect/modern/Cpuinfo.h"
 #include "collect/modern/HostLines.h"
+#include "collect/modern/HostText.h"
 #include "collect/modern/Interrupts.h"
 #include "collect/modern/KernelCpuStat.h"
-#include "collect/modern/ToldOnce.h"
 
 namespace {
 
@@ -19,14 +19,6 @@ constexpr const char* kCpuStatPath = "/proc/stat";
 constexpr const char* kInterruptsPath = "/proc/interrupts";
 constexpr const char* kCpuinfoPath = "/proc/cpuinfo";
 
-void TellCpuFigure(const char* path, std::string_view name, bool isFound) {
-  if (isFound) {
-    FoundInHost(path, name);
-  } else {
-    MissingInHost(path, name);
-  }
-}
-
 /// The list of processors in a file; the other one if the file has none.
 CpuSet ReadCpuList(const char* path, const CpuSet& otherwise) {
   HostLines lines(path);
@@ -36,7 +28,7 @@ CpuSet ReadCpuList(const char* path, const CpuSet& otherwise) {
     return otherwise;
   }
   const bool isList = ParseCpuList(line, processors);
-  TellCpuFigure(path, "list of processors", isList);
+  TellFound(path, "list of processors", isList);
   return isList ? processors : otherwise;
 }
 
@@ -117,9 +109,9 @@ void ModernCpuSource::LoadTimes() {
       SetCpuTimes(*row, figures);
     }
   }
-  TellCpuFigure(kCpuStatPath, "a line of each processor that is on line",
+  TellFound(kCpuStatPath, "a line of each processor that is on line",
                 (online & present & ~counted).none());
-  TellCpuFigure(kCpuStatPath, "all times of each processor", columns == CpuTicks::kColumns);
+  TellFound(kCpuStatPath, "all times of each processor", columns == CpuTicks::kColumns);
 }
 
 void ModernCpuSource::LoadInterrupts() {
@@ -130,7 +122,7 @@ void ModernCpuSource::LoadInterrupts() {
     return;
   }
   const bool hasColumns = ParseInterruptColumns(line, processors);
-  TellCpuFigure(kInterruptsPath, "a column of each processor", hasColumns);
+  TellFound(kInterruptsPath, "a column of each processor", hasColumns);
   std::vector<std::uint64_t> sums(processors.size());
   std::vector<std::uint64_t> counts(processors.size());
   while (hasColumns && lines.Next(line)) {
@@ -153,7 +145,7 @@ void ModernCpuSource::LoadTypes() {
     TakeCpuinfoLine(line, block);
   }
   TakeType(block);
-  TellCpuFigure(kCpuinfoPath, "model of a processor",
+  TellFound(kCpuinfoPath, "model of a processor",
                 std::any_of(m_rows.begin(), m_rows.end(),
                             [](const x_cpu& row) { return row.cpuType[0] != '\0'; }));
 }

@@ -14,6 +14,7 @@
 
 #include "local/HttpPages.h"
 #include "local/http/HttpServer.h"
+#include "node/FigureRegistry.h"
 #include "tests/local/FakeAgent.h"
 
 namespace {
@@ -108,6 +109,7 @@ class HttpTest : public ::testing::Test {
 };
 
 TEST_F(HttpTest, EachPageAnswersAndNothingElse) {
+  FigureRegistry::Instance().SetFact("host_profile", "modern");
   EXPECT_THAT(problems, testing::ElementsAre("Http Records: the record IDLE is not served",
                                              "Http Records: the record NONE is unknown"));
   Serve([&] {
@@ -121,6 +123,7 @@ TEST_F(HttpTest, EachPageAnswersAndNothingElse) {
         {"GET", "/-/healthy", "200", "healthy\n"},
         {"GET", "/-/ready?x=1", "200", "ready\n"},
         {"GET", "/metrics", "200", "qmt_fake_count_total{"},
+        {"GET", "/metrics", "200", "\",host_profile=\"modern\"} 1\n"},
         {"GET", "/metrics?collect[]=FAKE&collect%5B%5D=FAKE", "200", "qmt_fake_"},
         {"GET", "/metrics?collect[]=IDLE", "400", "the record IDLE is not served\n"},
         {"GET", "/metrics?collect[]=", "400", "is unknown\n"},
