@@ -1,5 +1,6 @@
 #include "collect/modern/HostText.h"
 
+#include <cerrno>
 #include <cstdio>
 
 #include "collect/HostFile.h"
@@ -19,7 +20,6 @@ bool ReadHostText(const char* path, std::string& text) {
     MissingInHost(path);
     return false;
   }
-  FoundInHost(path);
   std::size_t count = kPiece;
   for (std::size_t size = 0; count == kPiece; size += count) {
     text.resize(size + kPiece);
@@ -27,9 +27,14 @@ bool ReadHostText(const char* path, std::string& text) {
     text.resize(size + count);
   }
   if (std::ferror(file.get()) != 0) {
+    // The source tells of one beyond its limit itself.
+    if (errno != EFBIG) {
+      MissingInHost(path);
+    }
     text.clear();
     return false;
   }
+  FoundInHost(path);
   return true;
 }
 

@@ -9,8 +9,9 @@
 #include "collect/TextScanner.h"
 
 /// Reads a file of the host, named by its plain absolute path, whole into `text`, whose room serves
-/// again. False, with an empty text, for a file that is not there, which is told once, and for one
-/// beyond its limit, which fails the source's run (see OpenHostFile).
+/// again. False, with an empty text, for a file that is not there or can't be read to its end,
+/// which is told once, and for one beyond its limit, which fails the source's run (see
+/// OpenHostFile).
 [[nodiscard]] bool ReadHostText(const char* path, std::string& text);
 
 /// Takes the first line, without its end, from `text`. False if there is none left.

@@ -1,3 +1,6 @@
+#include <filesystem>
+
+#include "collect/modern/HostText.h"
 #include "collect/modern/KernelStat.h"
 #include "collect/modern/Loadavg.h"
 #include "collect/modern/Meminfo.h"
@@ -99,6 +102,20 @@ TEST_F(SystemFilesTest, AMissingColumnIsToldOnceUntilItIsThere) {
     EXPECT_EQ(read().totalOut, 18U);
   }
   EXPECT_EQ(Level(text), 20);
+}
+
+TEST_F(SystemFilesTest, AFileThatOpensButCannotBeReadIsToldOnce) {
+  const std::filesystem::path file = HostPath("/proc/loadavg");
+  std::filesystem::remove(file);
+  std::filesystem::create_directories(file.parent_path());
+  // At its place 0 a process has no memory.
+  std::filesystem::create_symlink("/proc/self/mem", file);
+  std::string text = "before";
+  for (int time = 0; time < 2; ++time) {
+    EXPECT_FALSE(ReadHostText("/proc/loadavg", text));
+    EXPECT_EQ(text, "");
+  }
+  EXPECT_EQ(Lines("(/proc/loadavg)"), 1U);
 }
 
 TEST_F(SystemFilesTest, NFSOperationsAreThoseOfTheLineAsFarAsItGoes) {
