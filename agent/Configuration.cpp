@@ -16,6 +16,7 @@ namespace {
 constexpr int kOptionFailed = -61;
 /// Seconds, unless the site sets another limit.
 constexpr long kModernMountTimeout = 2;
+constexpr long kLongestMountTimeout = 3600;
 
 }  // namespace
 
@@ -114,8 +115,13 @@ void UnixAgent::PublishGuardMode() {
 }
 
 void UnixAgent::PublishMountTimeout() {
-  long seconds = g_hostProfile == HostProfile::kModern ? kModernMountTimeout : 0;
+  const long usual = g_hostProfile == HostProfile::kModern ? kModernMountTimeout : 0;
+  long seconds = usual;
   GetIniFile()->ReadLong(&seconds, kMountTimeoutLabel, kNodeSection, nullptr, nullptr);
+  // The check of the section's settings tells of one that is out of range.
+  if (seconds < 0 || seconds > kLongestMountTimeout) {
+    seconds = usual;
+  }
   ProductOptions::Instance().Set(kNodeSection, kMountTimeoutLabel, std::to_string(seconds).c_str());
 }
 

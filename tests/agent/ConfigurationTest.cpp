@@ -170,6 +170,26 @@ TEST_F(ConfigurationTest, TheProfileIsTheEnvironmentsElseTheFilesElseClassic) {
   g_hostProfile = HostProfile::kClassic;
 }
 
+TEST_F(ConfigurationTest, AMountTimeoutOutOfRangeLeavesTheProfilesOwn) {
+  const struct {
+    const char* profile;
+    const char* setting;
+    const char* timeout;
+  } cases[] = {
+      {"modern", "-1", "2"},      {"modern", "3601", "2"}, {"modern", "0", "0"},
+      {"modern", "3600", "3600"}, {"classic", "-1", "0"},  {"classic", "3601", "0"},
+  };
+  for (const auto& row : cases) {
+    ScriptedNode::Reset();
+    Node().ini[{kHostSection, "", kProfileLabel}] = row.profile;
+    Node().ini[{"Node", "", kMountTimeoutLabel}] = row.setting;
+    MakeAgent(0);
+    EXPECT_EQ(0, Init());
+    EXPECT_EQ(row.timeout, Option("Node", "Mount Timeout")) << row.profile << row.setting;
+  }
+  g_hostProfile = HostProfile::kClassic;
+}
+
 TEST_F(ConfigurationTest, AFailedWriteEndsTheStartAtThatKey) {
   SwitchUFSSOn();
   for (std::size_t i = 0; i < kDefaults.size(); ++i) {
