@@ -30,6 +30,19 @@ bool IsNeverAsked(std::string_view type) {
   return std::binary_search(kNeverAsked.begin(), kNeverAsked.end(), type);
 }
 
+/// What was mounted of a remote file system as a whole: the kernel may tell the source of a folder
+/// of it with the folder's path. Slashes at the end say nothing.
+std::string_view WholeSourceOf(const MountEntry& mount) {
+  std::string_view source = mount.source;
+  if (mount.root != "/" && source.ends_with(mount.root)) {
+    source.remove_suffix(mount.root.size());
+  }
+  while (source.ends_with('/')) {
+    source.remove_suffix(1);
+  }
+  return source;
+}
+
 /// What tells one file system from another.
 std::string IdentityOf(const MountEntry& mount) {
   // Each subvolume may have a device of its own, without being one.
@@ -38,7 +51,7 @@ std::string IdentityOf(const MountEntry& mount) {
   }
   std::string identity = std::to_string(mount.device);
   if (IsRemoteType(mount.type)) {
-    identity.append(1, ' ').append(mount.source);
+    identity.append(1, ' ').append(WholeSourceOf(mount));
   }
   return identity;
 }
@@ -98,24 +111,29 @@ ModernFileSystemSource::ModernFileSystemSource() {
   if (Os().uname(&host) == 0) {
     m_nodeName = host.nodename;
   }
-  m_mounts = MountsToAsk(ReadMounts());
+  m_mounts = ReadMounts();
+  m_mounts.entries = MountsToAsk(std::move(m_mounts.entries));
   if (MountQuestion::IsLimited()) {
     std::vector<std::string> mountPoints;
-    mountPoints.reserve(m_mounts.size());
-    for (const MountEntry& mount : m_mounts) {
-      mountPoints.push_back(mount.mountPoint);
+    mountPoints.reserve(m_mounts.entries.size());
+    for (const MountEntry& mount : m_mounts.entries) {
+      mountPoints.push_back(PlaceOf(mount));
     }
     m_question.AskAll(mountPoints);
   }
   TraceExit("ModernFileSystemSource::ModernFileSystemSource");
 }
 
+std::string ModernFileSystemSource::PlaceOf(const MountEntry& mount) const {
+  return m_mounts.prefix + mount.mountPoint;
+}
+
 void ModernFileSystemSource::read(x_free_space* record) {
   TraceEntry("ModernFileSystemSource::read", AddressOf(record));
   m_more = false;
-  while (m_pendingError == nullptr && !m_more && m_next < m_mounts.size()) {
-    const MountEntry& mount = m_mounts[m_next++];
-    const MountReply reply = m_question.Ask(mount.mountPoint.c_str());
+  while (m_pendingError == nullptr && !m_more && m_next < m_mounts.entries.size()) {
+    const MountEntry& mount = m_mounts.entries[m_next++];
+    const MountReply reply = m_question.Ask(PlaceOf(mount).c_str());
     if (reply.answer == MountAnswer::kFailed) {
       Trace(20, kError, "The error occurred by OS API(statfs). (en=%1, arg1=%2, arg2=%3)",
             reply.code, mount.mountPoint, AddressOf(&reply.figures));

@@ -27,7 +27,9 @@ class ModernFileSystemSource : public PtrSource<x_free_space, FileSystem, std::v
  private:
   inline static SourceStatistics s_statistics;
 
-  std::vector<MountEntry> m_mounts;
+  [[nodiscard]] std::string PlaceOf(const MountEntry& mount) const;
+
+  HostMounts m_mounts;
   std::size_t m_next = 0;
   MountQuestion m_question;
   std::string m_nodeName;  ///< empty if the host has none

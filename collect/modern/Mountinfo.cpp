@@ -11,11 +11,14 @@
 
 #include "collect/HostFile.h"
 #include "collect/modern/ToldOnce.h"
+#include "support/HostPaths.h"
+#include "support/OsCalls.h"
 
 namespace {
 
 constexpr const char* kMountinfoOfFirst = "/proc/1/mountinfo";
 constexpr const char* kMountinfoOfSelf = "/proc/self/mountinfo";
+constexpr const char* kRootOfFirst = "/proc/1/root";
 
 /// Takes the columns of a line, which one blank parts: the kernel escapes those within, and a
 /// source may be an empty text.
@@ -175,6 +178,17 @@ std::optional<std::string> MountinfoText(const char* path) {
   return std::ferror(file.get()) == 0 ? std::optional(std::move(text)) : std::nullopt;
 }
 
+/// Whether process 1 has a mount namespace of its own, and a root that this process may enter.
+bool IsFirstElsewhere() {
+  struct ::stat own {};
+  struct ::stat first {};
+  struct ::stat root {};
+  return Os().stat(HostPath("/proc/self/ns/mnt").c_str(), &own) == 0 &&
+         Os().stat(HostPath("/proc/1/ns/mnt").c_str(), &first) == 0 &&
+         (own.st_ino != first.st_ino || own.st_dev != first.st_dev) &&
+         Os().stat(HostPath(kRootOfFirst).c_str(), &root) == 0;
+}
+
 }  // namespace
 
 bool ParseMountLine(std::string_view text, MountLine& line) {
@@ -185,13 +199,12 @@ bool ParseMountLine(std::string_view text, MountLine& line) {
       return false;
     }
   }
-  constexpr int kRoot = 1;
   constexpr int kOptions = 1;
   return text.find('\0') == std::string_view::npos && IsMountNumber(numbers[0], line.id) &&
          IsMountNumber(numbers[1], line.parent) && IsDevice(numbers[2], line.device) &&
-         columns.Skip(kRoot) && columns.Next(line.mountPoint) && line.mountPoint.starts_with('/') &&
-         columns.Skip(kOptions) && columns.SkipOptional() && columns.Next(line.type) &&
-         columns.Next(line.source);
+         columns.Next(line.root) && columns.Next(line.mountPoint) &&
+         line.mountPoint.starts_with('/') && columns.Skip(kOptions) && columns.SkipOptional() &&
+         columns.Next(line.type) && columns.Next(line.source);
 }
 
 std::string DecodeMountText(std::string_view text) {
@@ -213,7 +226,8 @@ Mounts ParseMountinfo(std::string_view text) {
     text.remove_prefix(std::min(taken.size() + 1, text.size()));
     if (ParseMountLine(taken, line)) {
       mounts.entries.push_back({line.id, line.parent, line.device, DecodeMountText(line.mountPoint),
-                                DecodeMountText(line.type), DecodeMountText(line.source)});
+                                DecodeMountText(line.type), DecodeMountText(line.source),
+                                DecodeMountText(line.root)});
     } else if (!taken.empty()) {
       ++mounts.faulty;
     }
@@ -249,9 +263,18 @@ std::vector<MountEntry> ReachableMounts(std::vector<MountEntry> entries) {
   return kept;
 }
 
-std::vector<MountEntry> ReadMounts() {
+MountView ViewOfMounts() {
+  const bool isCaptured = HostPath("/") != "/";
+  if (isCaptured) {
+    return {kMountinfoOfFirst, ""};
+  }
+  return IsFirstElsewhere() ? MountView{kMountinfoOfFirst, kRootOfFirst}
+                            : MountView{kMountinfoOfSelf, ""};
+}
+
+HostMounts ReadMounts() {
   constexpr const char* kColumns = "columns of a mount";
-  for (const char* path : {kMountinfoOfFirst, kMountinfoOfSelf}) {
+  for (const auto& [path, prefix] : {ViewOfMounts(), MountView{kMountinfoOfSelf, ""}}) {
     const std::optional<std::string> text = MountinfoText(path);
     if (!text) {
       continue;
@@ -263,7 +286,7 @@ std::vector<MountEntry> ReadMounts() {
     } else {
       MissingInHost(path, kColumns);
     }
-    return ReachableMounts(std::move(mounts.entries));
+    return {ReachableMounts(std::move(mounts.entries)), prefix};
   }
   MissingInHost(kMountinfoOfSelf);
   return {};

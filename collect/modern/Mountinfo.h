@@ -6,13 +6,14 @@
 #include <string_view>
 #include <vector>
 
-// The mounts that process 1 sees, as /proc/PID/mountinfo tells them.
+// The mounts of the host, as /proc/PID/mountinfo tells them.
 
 /// What is taken of a line; the texts lie in it, blanks and kin still escaped.
 struct MountLine {
   std::uint64_t id = 0;
   std::uint64_t parent = 0;
   std::uint64_t device = 0;  ///< major number in the high half, minor in the low
+  std::string_view root;
   std::string_view mountPoint;
   std::string_view type;
   std::string_view source;
@@ -34,6 +35,7 @@ struct MountEntry {
   std::string mountPoint;
   std::string type;
   std::string source;
+  std::string root = "/";  ///< what of the file system stands there
 };
 
 /// Mounts in the order of their lines.
@@ -48,6 +50,21 @@ struct Mounts {
 /// may form circles, which nothing reaches.
 [[nodiscard]] std::vector<MountEntry> ReachableMounts(std::vector<MountEntry> entries);
 
-/// The mounts of process 1 where they may be read, else of this process, within the limits of
+/// Whose mounts are told, and where their paths lead to them.
+struct MountView {
+  const char* table = "";   ///< plain absolute path of a mountinfo file
+  const char* prefix = "";  ///< what to put before a mount point to ask for it
+};
+/// The mounts of process 1 where that has a mount namespace other than this process's, below a root
+/// that this process may enter; else this process's own, which its paths always lead to. In a
+/// captured host those of process 1.
+[[nodiscard]] MountView ViewOfMounts();
+
+/// The mounts that can be reached, and what to put before their mount points to ask for them.
+struct HostMounts {
+  std::vector<MountEntry> entries;
+  const char* prefix = "";
+};
+/// The mounts of ViewOfMounts() where they may be read, else of this process, within the limits of
 /// OpenHostFile(). None if neither can be read, which is told once, as faulty lines are.
-[[nodiscard]] std::vector<MountEntry> ReadMounts();
+[[nodiscard]] HostMounts ReadMounts();

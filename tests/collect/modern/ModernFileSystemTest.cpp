@@ -88,6 +88,7 @@ TEST_F(ModernFileSystemTest, ADesktopHasOneRowForEachFileSystemThatCanBeReached)
                     {"/a.b", 9},
                     {"/mnt/part-a", 9},
                     {"/mnt/part-b", 9},
+                    {"/m/s", 9},
                     {"/nameless", 0}};
   EXPECT_EQ(Read(),
             "/dev|devtmpfs|local|udev|4096\n"
@@ -106,7 +107,8 @@ TEST_F(ModernFileSystemTest, ADesktopHasOneRowForEachFileSystemThatCanBeReached)
             "/a|ext4|local|/dev/above|4096\n"
             "/a.b|ext4|local|/dev/beside|4096\n"
             "/mnt/part-a|nfs|files.example.org|/export/a|4096\n"
-            "/mnt/part-b|nfs|files.example.org|/export/b|4096\n");
+            "/mnt/part-b|nfs|files.example.org|/export/b|4096\n"
+            "/m/s|nfs4|far.example.org|/sub|4096\n");
 }
 
 TEST_F(ModernFileSystemTest, AContainerHasItsRootAndWhatWasGivenToIt) {
@@ -117,6 +119,73 @@ TEST_F(ModernFileSystemTest, AContainerHasItsRootAndWhatWasGivenToIt) {
             "/dev|tmpfs|local|tmpfs|4096\n"
             "/dev/shm|tmpfs|local|shm|4096\n"
             "/etc/hosts|ext4|local|/dev/vda1|4096\n");
+}
+
+/// Answers that the mount namespaces of process 1 and of this one are those of these numbers, 0 for
+/// one that may not be looked at, and whether the former's root may be entered.
+struct Namespaces {
+  ino_t first = 0;
+  ino_t own = 0;
+  bool isRootOpen = false;
+};
+Namespaces& AnsweredNamespaces() {
+  static Namespaces answered;
+  return answered;
+}
+int AnswerNamespaces(const char* path, struct ::stat* status) {
+  const Namespaces& answered = AnsweredNamespaces();
+  const std::string_view asked = path;
+  status->st_ino = asked.ends_with("/proc/1/ns/mnt")      ? answered.first
+                   : asked.ends_with("/proc/self/ns/mnt") ? answered.own
+                   : asked.ends_with("/proc/1/root")      ? ino_t{answered.isRootOpen}
+                                                          : 0;
+  errno = EACCES;
+  return status->st_ino == 0 ? -1 : 0;
+}
+
+TEST_F(ModernFileSystemTest, MountsAreAskedWhereTheirTableStands) {
+  const process_tree::HostTree host;
+  Os().stat = AnswerNamespaces;
+  const struct {
+    Namespaces answered;
+    bool isCaptured;
+    const char* table;
+    const char* prefix;
+  } cases[] = {
+      {{7, 7, true}, false, "/proc/self/mountinfo", ""},
+      {{7, 8, true}, false, "/proc/1/mountinfo", "/proc/1/root"},
+      {{7, 8, false}, false, "/proc/self/mountinfo", ""},
+      {{0, 8, false}, false, "/proc/self/mountinfo", ""},
+      {{7, 8, true}, true, "/proc/1/mountinfo", ""},
+  };
+  const std::string root = HostPath("/");
+  for (const auto& row : cases) {
+    AnsweredNamespaces() = row.answered;
+    SetHostRoot(row.isCaptured ? root : "");
+    const MountView view = ViewOfMounts();
+    EXPECT_STREQ(view.table, row.table) << &row - cases;
+    EXPECT_STREQ(view.prefix, row.prefix) << &row - cases;
+  }
+}
+
+TEST_F(ModernFileSystemTest, AMountOfAnotherNamespaceIsAskedBelowItsRootAndNamedWithoutIt) {
+  if (::access("/proc/1/mountinfo", R_OK) != 0) {
+    GTEST_SKIP() << "process 1 is out of sight";
+  }
+  Os().stat = AnswerNamespaces;
+  AnsweredNamespaces() = {7, 8, true};
+  Os().statfs64 = [](const char* path, struct ::statfs64* figures) {
+    figures->f_blocks = 1;
+    errno = ENOENT;
+    return std::string_view(path).starts_with("/proc/1/root/") ? 0 : -1;
+  };
+  for (const char* seconds : {"0", "5"}) {
+    SetTimeout(seconds);
+    const std::string rows = Read();
+    EXPECT_NE(rows, "");
+    EXPECT_EQ(rows.find("/proc/1/root"), std::string::npos) << rows;
+    EXPECT_EQ(Lines("OS API(statfs)"), 0U);
+  }
 }
 
 TEST_F(ModernFileSystemTest, AMountThatHangsCostsItsOwnRowAlone) {
