@@ -14,6 +14,7 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import socket
 import subprocess
 import sys
@@ -25,10 +26,14 @@ from harness import Agent, Process, fail, fetch, free_port, wait_for
 SECONDS = 10
 TRIES = 3
 TOLERANCE = 0.02
+FLOAT_ROUNDING = 1e-6
 PAGE_KBYTES = os.sysconf("SC_PAGE_SIZE") / 1024
 TICKS = os.sysconf("SC_CLK_TCK")
 PROCESSORS = os.cpu_count()
 ODD_NAME = "a b (c)"
+# By the letter of ps.
+STATES = {"R": "RUN", "S": "SLEEP", "D": "DISK", "I": "IDLE", "Z": "ZOMBIE", "T": "STOP",
+          "t": "STOP"}
 
 
 def output(*words):
@@ -57,12 +62,14 @@ def interfaces():
 
 
 def processes():
-    """By number: parent, user, niceness, sizes in Kbytes, class and name."""
+    """By number: parent, user, niceness, sizes in Kbytes, class, state, age in seconds and name."""
     rows = {}
-    for line in output("ps", "-eo", "pid=,ppid=,euid=,ni=,vsz=,rss=,cls=,comm=").splitlines():
-        pid, ppid, user, nice, virtual, resident, kind, name = line.split(None, 7)
-        rows[int(pid)] = {"ppid": int(ppid), "user": int(user), "nice": nice, "name": name,
-                          "virtual": int(virtual), "resident": int(resident), "class": kind}
+    columns = "pid=,ppid=,euid=,ni=,vsz=,rss=,cls=,state=,etimes=,comm="
+    for line in output("ps", "-eo", columns).splitlines():
+        pid, ppid, user, nice, virtual, resident, kind, state, age, name = line.split(None, 9)
+        rows[int(pid)] = {"ppid": int(ppid), "user": int(user), "nice": nice,
+                          "name": name.removesuffix(" <defunct>"), "virtual": int(virtual),
+                          "resident": int(resident), "class": kind, "state": state, "age": int(age)}
     return rows
 
 
@@ -76,13 +83,24 @@ def process_io(pids):
     return found
 
 
+def process_switches(pids):
+    """How often each process has been given up or taken a processor: while the count stands, its
+    state does."""
+    found = {}
+    for pid in pids:
+        with contextlib.suppress(OSError):
+            text = pathlib.Path(f"/proc/{pid}/status").read_text()
+            found[pid] = re.findall(r"ctxt_switches:\t(\d+)", text)
+    return found
+
+
 def file_systems():
     rows = {}
-    lines = output("df", "-B1", "--output=source,fstype,size,used,avail,target").splitlines()[1:]
-    for line in lines:
-        source, kind, size, used, free, target = line.split(None, 5)
+    lines = output("df", "-B1", "--output=source,fstype,size,used,avail,pcent,target").splitlines()
+    for line in lines[1:]:
+        source, kind, size, used, free, percent, target = line.split(None, 6)
         rows[target] = {"source": source, "type": kind, "size": int(size), "used": int(used),
-                        "free": int(free)}
+                        "free": int(free), "percent": percent.rstrip("%")}
     return rows
 
 
@@ -95,6 +113,7 @@ class Peers:
         self.links = interfaces()
         self.processes = processes()
         self.io = process_io(self.processes)
+        self.switches = process_switches(self.processes)
         self.mounts = file_systems()
 
 
@@ -118,13 +137,13 @@ class Findings:
         self.problems = []
         self.compared = 0
 
-    def expect(self, what, value, low, high, unit):
+    def expect(self, what, value, low, high, unit, tolerance=TOLERANCE):
         """That a figure lies between two, give or take one unit or the tolerance."""
         self.compared += 1
         if value is None:
             self.problems.append(f"{what}: the agent has no figure")
             return
-        slack = max(unit, TOLERANCE * max(abs(low), abs(high)))
+        slack = max(unit, tolerance * max(abs(low), abs(high)))
         if not low - slack <= value <= high + slack:
             self.problems.append(f"{what}: {value:g}, the peer has {low:g} to {high:g}")
 
@@ -253,6 +272,7 @@ def first_address(link):
 
 def compare_processes(found, first, second):
     rows = second.keyed("PD", "PID")
+    states = set()
     before, after = second.before.processes, second.after.processes
     lasting = [pid for pid in before
                if pid in after and before[pid]["name"] == after[pid]["name"]]
@@ -268,15 +288,27 @@ def compare_processes(found, first, second):
         if new["nice"] != "-":
             found.expect_same(f"PD {pid} Niceness", row["Niceness"], int(new["nice"]))
         found.expect_same(f"PD {pid} Scheduler Class", row["Scheduler Class"], new["class"])
+        found.expect(f"PD {pid} Elapsed Time", row["Elapsed Time"], old["age"], new["age"], 1, 0)
+        switches = second.before.switches.get(pid)
+        if old["state"] == new["state"] and switches == second.after.switches.get(pid):
+            states.add(old["state"])
+            found.expect_same(f"PD {pid} State", row["State"], STATES[new["state"]])
         for label, key in (("Virtual Mem Kbytes", "virtual"), ("Real Mem Kbytes", "resident")):
-            found.expect(f"PD {pid} {label}", row[label], min(old[key], new[key]),
-                         max(old[key], new[key]), 1)
+            # Address sanitizers take more than the word holds.
+            sizes = [min(look[key], 2**32 - 1) for look in (old, new)]
+            found.expect(f"PD {pid} {label}", row[label], min(sizes), max(sizes), 1)
     for pid, io in second.before.io.items():
         if pid in lasting and pid in second.after.io and pid in rows:
             later = second.after.io[pid]
-            for label, key in (("Reads", "syscr"), ("Writes", "syscw")):
-                found.expect(f"PD {pid} {label}", rows[pid][label], io[key] % 2**32,
-                             later[key] % 2**32, 1)
+            for label, keys in (("Reads", ["syscr"]), ("Writes", ["syscw"]),
+                                ("Total I/O Ops", ["syscr", "syscw"])):
+                found.expect(f"PD {pid} {label}", rows[pid][label],
+                             sum(io[key] for key in keys) % 2**32,
+                             sum(later[key] for key in keys) % 2**32, 1)
+            found.expect(f"PD {pid} Total I/O Kbytes", rows[pid]["Total I/O Kbytes"],
+                         (io["rchar"] + io["wchar"]) / 1024,
+                         (later["rchar"] + later["wchar"]) / 1024, 1, FLOAT_ROUNDING)
+    found.expect_same("PD states that were not compared", sorted(set("STZ") - states), [])
     names = {row["Program"] for row in rows.values()}
     found.expect_same(f"PD a process named {ODD_NAME}", ODD_NAME in names, True)
 
@@ -292,6 +324,11 @@ def compare_mounts(found, second):
                            ("Available Space Mbytes", "free")):
             values = [old[key] / 2**20, new[key] / 2**20]
             found.expect(f"FSL {target} {label}", row[label], min(values), max(values), 1)
+        # df rounds up.
+        percents = [int(look["percent"]) for look in (old, new) if look["percent"] != "-"]
+        if percents:
+            found.expect(f"FSL {target} Mbytes in Use %", row["Mbytes in Use %"],
+                         min(percents), max(percents), 1, 0)
 
 
 def pairs(first, second, row_of):
@@ -392,6 +429,10 @@ def load(folder):
     odd = folder / ODD_NAME
     shutil.copy(shutil.which("sleep"), odd)
     sleeper = subprocess.Popen([odd, "1000"])
+    stopped = subprocess.Popen(["sleep", "1000"])
+    stopped.send_signal(signal.SIGSTOP)
+    # Nobody waits for it until the end.
+    zombie = subprocess.Popen(["true"])
     loads = [multiprocessing.Process(target=work, args=(folder,), daemon=True)
              for work in (write_disk, fork_often, touch_pages, send_packets)]
     for each in loads:
@@ -402,8 +443,9 @@ def load(folder):
         for each in loads:
             each.kill()
             each.join()
-        sleeper.kill()
-        sleeper.wait()
+        for each in (sleeper, stopped, zombie):
+            each.kill()
+            each.wait()
 
 
 def compare(agent, exporter):
