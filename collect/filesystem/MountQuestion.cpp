@@ -278,17 +278,21 @@ void MountQuestion::AskAll(const std::vector<std::string>& mountPoints) {
   }
 }
 
-MountReply MountQuestion::Ask(const char* mountPoint) {
-  const std::string path = HostPath(mountPoint);
-  if (!IsLimited()) {
-    MountReply reply;
-    if (Os().statfs64(path.c_str(), &reply.figures) == 0) {
-      reply.answer = MountAnswer::kAnswered;
-    } else {
-      reply.code = errno;
-    }
-    return reply;
+MountReply MountQuestion::AskDirectly(const char* mountPoint) {
+  MountReply reply;
+  if (Os().statfs64(HostPath(mountPoint).c_str(), &reply.figures) == 0) {
+    reply.answer = MountAnswer::kAnswered;
+  } else {
+    reply.code = errno;
   }
+  return reply;
+}
+
+MountReply MountQuestion::Ask(const char* mountPoint) {
+  if (!IsLimited()) {
+    return AskDirectly(mountPoint);
+  }
+  const std::string path = HostPath(mountPoint);
   if (!m_replies.contains(path)) {
     AskAll({mountPoint});
   }

@@ -37,6 +37,8 @@ class MountQuestion {
 
   /// The answer for a mount point: the one kept, or else a new one.
   [[nodiscard]] MountReply Ask(const char* mountPoint);
+  /// The answer for one that is known to come at once, without a child whatever the limit.
+  [[nodiscard]] static MountReply AskDirectly(const char* mountPoint);
 
  private:
   class Round;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <functional>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -28,6 +29,42 @@ static_assert(std::is_sorted(kNeverAsked.begin(), kNeverAsked.end()));
 
 bool IsNeverAsked(std::string_view type) {
   return std::binary_search(kNeverAsked.begin(), kNeverAsked.end(), type);
+}
+
+/// Types whose figures the kernel holds in memory, in order: no server and no program is asked for
+/// them, and not even a disk.
+constexpr auto kAnswerAtOnce = std::to_array<std::string_view>(
+    {"bcachefs", "btrfs",    "cramfs",    "devtmpfs", "erofs", "exfat", "ext2",   "ext3",
+     "ext4",     "f2fs",     "hugetlbfs", "iso9660",  "jfs",   "msdos", "nilfs2", "ntfs3",
+     "ramfs",    "reiserfs", "squashfs",  "tmpfs",    "udf",   "vfat",  "xfs",    "zfs"});
+static_assert(std::is_sorted(kAnswerAtOnce.begin(), kAnswerAtOnce.end()));
+
+bool AnswersAtOnce(std::string_view type) {
+  return std::binary_search(kAnswerAtOnce.begin(), kAnswerAtOnce.end(), type);
+}
+
+/// Whether a path leads through one of the mount points, which are in order.
+bool LeadsThrough(std::string_view path, const std::vector<std::string>& mountPoints) {
+  for (std::size_t end = path.find('/', 1); end != std::string_view::npos;
+       end = path.find('/', end + 1)) {
+    if (std::binary_search(mountPoints.begin(), mountPoints.end(), path.substr(0, end),
+                           std::less<>())) {
+      return true;
+    }
+  }
+  return false;
+}
+
+/// The mount points that a question may wait at, in order.
+std::vector<std::string> SlowMountPoints(const std::vector<MountEntry>& mounts) {
+  std::vector<std::string> slow;
+  for (const MountEntry& mount : mounts) {
+    if (!AnswersAtOnce(mount.type) && !IsNeverAsked(mount.type)) {
+      slow.push_back(mount.mountPoint);
+    }
+  }
+  std::sort(slow.begin(), slow.end());
+  return slow;
 }
 
 /// What was mounted of a remote file system as a whole: the kernel may tell the source of a folder
@@ -112,16 +149,28 @@ ModernFileSystemSource::ModernFileSystemSource() {
     m_nodeName = host.nodename;
   }
   m_mounts = ReadMounts();
+  m_slow = SlowMountPoints(m_mounts.entries);
   m_mounts.entries = MountsToAsk(std::move(m_mounts.entries));
   if (MountQuestion::IsLimited()) {
-    std::vector<std::string> mountPoints;
-    mountPoints.reserve(m_mounts.entries.size());
-    for (const MountEntry& mount : m_mounts.entries) {
-      mountPoints.push_back(PlaceOf(mount));
-    }
-    m_question.AskAll(mountPoints);
+    AskSlowOnes();
   }
   TraceExit("ModernFileSystemSource::ModernFileSystemSource");
+}
+
+bool ModernFileSystemSource::MayWait(const MountEntry& mount) const {
+  return !AnswersAtOnce(mount.type) || LeadsThrough(mount.mountPoint, m_slow);
+}
+
+void ModernFileSystemSource::AskSlowOnes() {
+  std::vector<std::string> mountPoints;
+  for (const MountEntry& mount : m_mounts.entries) {
+    if (MayWait(mount)) {
+      mountPoints.push_back(PlaceOf(mount));
+    }
+  }
+  if (!mountPoints.empty()) {
+    m_question.AskAll(mountPoints);
+  }
 }
 
 std::string ModernFileSystemSource::PlaceOf(const MountEntry& mount) const {
@@ -133,7 +182,9 @@ void ModernFileSystemSource::read(x_free_space* record) {
   m_more = false;
   while (m_pendingError == nullptr && !m_more && m_next < m_mounts.entries.size()) {
     const MountEntry& mount = m_mounts.entries[m_next++];
-    const MountReply reply = m_question.Ask(PlaceOf(mount).c_str());
+    const std::string place = PlaceOf(mount);
+    const MountReply reply =
+        MayWait(mount) ? m_question.Ask(place.c_str()) : MountQuestion::AskDirectly(place.c_str());
     if (reply.answer == MountAnswer::kFailed) {
       Trace(20, kError, "The error occurred by OS API(statfs). (en=%1, arg1=%2, arg2=%3)",
             reply.code, mount.mountPoint, AddressOf(&reply.figures));

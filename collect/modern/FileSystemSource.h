@@ -28,8 +28,13 @@ class ModernFileSystemSource : public PtrSource<x_free_space, FileSystem, std::v
   inline static SourceStatistics s_statistics;
 
   [[nodiscard]] std::string PlaceOf(const MountEntry& mount) const;
+  /// Whether a server, or a program, has to answer for the mount or for one on the way to it.
+  [[nodiscard]] bool MayWait(const MountEntry& mount) const;
+  /// Has all those asked together, by children: to make them costs more than all other mounts.
+  void AskSlowOnes();
 
   HostMounts m_mounts;
+  std::vector<std::string> m_slow;  ///< the mount points that a question may wait at, in order
   std::size_t m_next = 0;
   MountQuestion m_question;
   std::string m_nodeName;  ///< empty if the host has none
