@@ -18,7 +18,7 @@ constexpr FieldType TypeOf(const Double*) { return FieldType::kDouble; }
 constexpr FieldType TypeOf(const Utime*) { return FieldType::kUtime; }
 
 /// Under which profiles a field has a source.
-enum class FieldSource : std::uint8_t { kBothProfiles, kModernOnly, kNoSource };
+enum class FieldSource : std::uint8_t { kBothProfiles, kClassicOnly, kModernOnly, kNoSource };
 using enum FieldSource;
 
 /// A row of a layout's declaration.
@@ -104,7 +104,8 @@ constexpr void PutLookFacts(Table& table) {
 }
 
 constexpr bool HasSource(FieldSource source, HostProfile profile) {
-  return source == kBothProfiles || (source == kModernOnly && profile == HostProfile::kModern);
+  return source == kBothProfiles ||
+         source == (profile == HostProfile::kModern ? kModernOnly : kClassicOnly);
 }
 
 template <class Record>

@@ -18,8 +18,9 @@ constexpr const char* kIntro = R"(# Records
 Every record with all of its fields, as they lie in a row: texts are padded with zero bytes,
 numbers are little-endian, `utime` is seconds and microseconds of 32 bits each. A `key` tells the
 rows of one record apart; a `counter` grows while its source lives. A field with *No source* is told
-by no host that the collector knows, one with *`modern` only* under that host profile alone; see
-[host-profile.md](host-profile.md). `qmtctl schema RECORD` shows the same of a running agent.
+by no host that the collector knows, one with *`classic` only* or *`modern` only* under that host
+profile alone; see [host-profile.md](host-profile.md). `qmtctl schema RECORD` shows the same of a
+running agent.
 
 This file is made from the layouts. To renew it, run `records_test` with the environment
 variable `QMT_WRITE_MANUAL=1`.
@@ -55,7 +56,10 @@ std::string Purpose(const FieldLayout& classic, const FieldLayout& modern) {
   const bool isOther = std::string(classic.help) != modern.help;
   std::string text = classic.help;
   text += isOther ? std::string(" *`modern`:* ") + modern.help : "";
-  return text + (classic.hasSource ? "" : modern.hasSource ? " *`modern` only.*" : " *No source.*");
+  if (classic.hasSource == modern.hasSource) {
+    return text + (classic.hasSource ? "" : " *No source.*");
+  }
+  return text + (classic.hasSource ? " *`classic` only.*" : " *`modern` only.*");
 }
 
 std::vector<const RecordLayout*> LayoutsOf(HostProfile profile) {
