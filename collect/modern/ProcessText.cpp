@@ -3,7 +3,6 @@
 #include <array>
 #include <bit>
 #include <cstring>
-#include <limits>
 
 #include "collect/TextScanner.h"
 #include "collect/process/ProcessSourceLINUX.h"
@@ -86,7 +85,7 @@ void TakeIdentity(TextScanner values, ProcessStatus& status) {
 
 double LimitOf(std::string_view word) {
   if (word == "unlimited") {
-    return std::numeric_limits<double>::infinity();
+    return kNoProcessLimit;
   }
   std::uint64_t value = 0;
   TextScanner(word).Unsigned(value);

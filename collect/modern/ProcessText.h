@@ -78,7 +78,7 @@ struct ProcessIo {
 [[nodiscard]] std::span<const std::string_view> ProcessIoKeys();
 [[nodiscard]] std::uint32_t ParseProcessIo(std::string_view text, ProcessIo& io);
 
-/// /proc/PID/limits; "unlimited" is infinity.
+/// /proc/PID/limits; "unlimited" is kNoProcessLimit.
 [[nodiscard]] std::span<const std::string_view> ProcessLimitKeys();
 [[nodiscard]] std::uint32_t ParseProcessLimits(std::string_view text, ProcessLimits& limits);
 

@@ -85,7 +85,11 @@ struct ModernProcessFigures {
   std::uint64_t startTicks = 0;  ///< since the start of the host; tells a number used again
 };
 
-/// The limits of one process in the kernel's units, bytes, seconds or files; infinity for none.
+/// What the kernel takes for no limit, 2^64-1 in its units.
+inline constexpr double kNoProcessLimit = 18446744073709551615.0;
+
+/// The limits of one process in the kernel's units, bytes, seconds or files; kNoProcessLimit for
+/// none.
 struct ProcessLimits {
   struct Limit {
     double soft = 0;

@@ -1,5 +1,3 @@
-#include <limits>
-
 #include "process/ApplicationMonitor.h"
 #include "process/ProcessRules.h"
 #include "tests/process/ProcessRecordFixture.h"
@@ -10,7 +8,7 @@ namespace {
 
 constexpr std::uint64_t kGiB = std::uint64_t{1} << 30U;
 constexpr std::int32_t kStartSecond = 1'699'999'000;
-constexpr double kUnlimited = std::numeric_limits<double>::infinity();
+constexpr double kUnlimited = 18446744073709551615.0;
 
 class ModernProcessTest : public ProcessRecordFixture {
  protected:

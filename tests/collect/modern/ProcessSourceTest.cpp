@@ -227,9 +227,10 @@ TEST_F(ModernProcessSourceTest, ReadsLimitsWhereTheyAreAskedFor) {
     text << std::fixed << limit.soft << '/' << limit.hard << ' ';
   }
   const std::string zero = ".000000";
-  EXPECT_EQ(text.str(), "60" + zero + "/inf 61" + zero + "/71" + zero + " 62" + zero + "/72" +
-                            zero + " 8589934592" + zero + "/73" + zero + " 0" + zero + "/74" +
-                            zero + " 65" + zero + "/75" + zero + " 66" + zero + "/76" + zero + " ");
+  EXPECT_EQ(text.str(), "60" + zero + "/18446744073709551616" + zero + " 61" + zero + "/71" + zero +
+                            " 62" + zero + "/72" + zero + " 8589934592" + zero + "/73" + zero +
+                            " 0" + zero + "/74" + zero + " 65" + zero + "/75" + zero + " 66" +
+                            zero + "/76" + zero + " ");
   ASSERT_EQ(collector.collect(COLLECT_PROCESS, 0), nullptr);
   EXPECT_EQ(collector.GetProcess()->size(), 2U);
   EXPECT_TRUE(limits.empty());
