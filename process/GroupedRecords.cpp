@@ -42,6 +42,9 @@ constexpr std::array<std::uint32_t Process::*, 9> kProcessCounters{
     &Process::majorFaults,     &Process::minorFaults, &Process::swaps,
     &Process::contextSwitches, &Process::signals,     &Process::reads,
     &Process::writes,          &Process::blockOps,    &Process::ioKbytes};
+/// Those from here on are of what it read and wrote.
+constexpr std::size_t kFirstIoCounter = 5;
+static_assert(kProcessCounters[kFirstIoCounter] == &Process::reads);
 
 /// The fields of a row that kProcessCounters feeds, in that order.
 template <class Row>
@@ -105,10 +108,11 @@ class GroupTotals {
     if (seconds > 0) {
       m_cpuPercent += 100 * Seconds(user + system) / static_cast<double>(seconds);
     }
-    AddIo(process, previous, seconds);
+    const bool hasIo = AddIo(process, previous, seconds);
     m_userCpu = m_userCpu + user;
     m_systemCpu = m_systemCpu + system;
-    for (std::size_t index = 0; index < m_counters.size(); ++index) {
+    const std::size_t counted = hasIo ? m_counters.size() : kFirstIoCounter;
+    for (std::size_t index = 0; index < counted; ++index) {
       m_counters[index] += m_rules.growth(process.*kProcessCounters[index],
                                           isKnown ? previous->*kProcessCounters[index] : 0);
     }
@@ -143,10 +147,16 @@ class GroupTotals {
     double kbytes = 0;
   };
 
-  void AddIo(const Process& process, const Process* previous, std::int64_t seconds) {
+  /// Whether it can be told what the process read and wrote.
+  bool AddIo(const Process& process, const Process* previous, std::int64_t seconds) {
     static const Process kNothing;
     const Process& before = previous == nullptr ? kNothing : *previous;
-    const double kbytes = m_rules.ioGrowth(m_rules.ioTotal(process), m_rules.ioTotal(before));
+    const ProcessIoTotal total = m_rules.ioTotal(process);
+    const ProcessIoTotal totalBefore = m_rules.ioTotal(before);
+    if (!IsComparable(total, totalBefore)) {
+      return false;
+    }
+    const double kbytes = m_rules.ioGrowth(total, totalBefore);
     m_ioKbytes += kbytes;
     if (seconds > 0) {
       const auto rate = [&](double amount) { return amount / static_cast<double>(seconds); };
@@ -155,6 +165,7 @@ class GroupTotals {
       m_rates.ops += rate(m_rules.growth(process.blockOps, before.blockOps));
       m_rates.kbytes += rate(kbytes);
     }
+    return true;
   }
 
   template <class Row>

@@ -50,8 +50,16 @@ void TraceLists(const PastProcesses& past, const ProcessList& list) {
 }
 
 /// What a row, and the process that it is of, have of I/O.
-ProcessIoTotal IoTotalOf(const IntervalRow& row, std::uint64_t bytes) {
-  return {.kbytes = row.totalIoKbytes, .bytes = bytes};
+ProcessIoTotal IoTotalOf(const IntervalRow& row, const ModernProcessFigures& modern) {
+  return {.kbytes = row.totalIoKbytes, .bytes = modern.ioBytes, .isUnknown = modern.isIoUnknown};
+}
+
+/// The same of the last look; `mark` is null if there is none.
+ProcessIoTotal IoTotalOf(const IntervalRow& row, const ProcessMarks::Mark* mark) {
+  return mark == nullptr ? ProcessIoTotal{.kbytes = row.totalIoKbytes}
+                         : ProcessIoTotal{.kbytes = row.totalIoKbytes,
+                                          .bytes = mark->ioBytes,
+                                          .isUnknown = mark->isIoUnknown};
 }
 
 bool IsAnyStart(const ProcessStart& /*a*/, const ProcessStart& /*b*/) { return true; }
@@ -90,12 +98,15 @@ class PDIBuild {
       return;
     }
     row.interval = static_cast<std::uint32_t>(std::max<std::int64_t>(seconds, 0));
-    const ProcessMarks::Mark* mark = m_marks.Find(process);
-    const ProcessIoTotal before = IoTotalOf(from, mark == nullptr ? 0 : mark->ioBytes);
+    const ProcessIoTotal now = IoTotalOf(row, process.modern);
+    const ProcessIoTotal before = IoTotalOf(from, m_marks.Find(process));
+    if (!IsComparable(now, before)) {
+      SetRates(row, {}, seconds);
+      return;
+    }
     SetRates(row,
              {m_rules.growth(row.reads, from.reads), m_rules.growth(row.writes, from.writes),
-              m_rules.growth(row.totalIoOps, from.totalIoOps),
-              m_rules.ioGrowth(IoTotalOf(row, process.modern.ioBytes), before)},
+              m_rules.growth(row.totalIoOps, from.totalIoOps), m_rules.ioGrowth(now, before)},
              seconds);
   }
 
@@ -118,7 +129,7 @@ PDIFigures::PDIFigures(const recordPD_PDI& row, const ModernProcessFigures& mode
       recordTime(row.recordTime),
       userCpu(row.userCpu),
       systemCpu(row.systemCpu),
-      io(IoTotalOf(row, modern.ioBytes)) {
+      io(IoTotalOf(row, modern)) {
   for (std::size_t i = 0; i < kCounters.size(); ++i) {
     counters[i] = row.*kCounters[i];
   }
@@ -165,7 +176,12 @@ recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows, 
     Ulong& counter = delta.*PDIFigures::kCounters[i];
     counter = rules.growth(counter, old.counters[i]);
   }
-  delta.totalIoKbytes = rules.ioGrowth(IoTotalOf(row, modern.ioBytes), old.io);
+  if (const ProcessIoTotal io = IoTotalOf(row, modern); IsComparable(io, old.io)) {
+    delta.totalIoKbytes = rules.ioGrowth(io, old.io);
+  } else {
+    delta.reads = delta.writes = delta.totalIoOps = 0U;
+    delta.totalIoKbytes = 0.0F;
+  }
 
   if (row.endTime < row.startTime) {
     newRows.Add(row, modern);

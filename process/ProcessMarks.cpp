@@ -5,7 +5,8 @@
 ProcessMarks::ProcessMarks(std::span<const Process> processes) {
   m_marks.reserve(processes.size());
   for (const Process& process : processes) {
-    m_marks.push_back({process.pid, process.modern.startTicks, process.modern.ioBytes});
+    const ModernProcessFigures& modern = process.modern;
+    m_marks.push_back({process.pid, modern.isIoUnknown, modern.startTicks, modern.ioBytes});
   }
   const auto isBefore = [](const Mark& a, const Mark& b) { return a.pid < b.pid; };
   // The kernel lists processes in this order.

@@ -13,6 +13,7 @@ class ProcessMarks {
  public:
   struct Mark {
     std::int32_t pid = 0;
+    bool isIoUnknown = false;
     std::uint64_t startTicks = 0;
     std::uint64_t ioBytes = 0;
   };

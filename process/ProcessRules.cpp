@@ -158,7 +158,8 @@ constexpr double Kbytes(std::uint64_t bytes) { return static_cast<double>(bytes)
 
 ProcessIoTotal IoTotal(const Process& process) {
   return {.kbytes = static_cast<float>(Kbytes(process.modern.ioBytes)),
-          .bytes = process.modern.ioBytes};
+          .bytes = process.modern.ioBytes,
+          .isUnknown = process.modern.isIoUnknown};
 }
 
 /// None for a process that seems to start in the future, as after a step of the clock.

@@ -28,7 +28,14 @@ struct ProcessStart {
 struct ProcessIoTotal {
   float kbytes = 0.0F;      ///< as a row shows it
   std::uint64_t bytes = 0;  ///< 0 under the profile `classic`
+  bool isUnknown = false;   ///< never under the profile `classic`
 };
+
+/// Whether it can be told what a process has read and written since, its calls too: a total that is
+/// unknown on either side would make its whole life the growth of one interval.
+[[nodiscard]] inline bool IsComparable(const ProcessIoTotal& now, const ProcessIoTotal& before) {
+  return !now.isUnknown && !before.isUnknown;
+}
 
 /// What the profiles of the host make different of the figures of a process. Builders take the
 /// rules once for a build.
@@ -50,7 +57,7 @@ struct ProcessRules {
   bool (*isSameInWorkgroups)(const ProcessStart& a, const ProcessStart& b);
   /// What a counter of 32 bits has grown by.
   std::uint32_t (*growth)(std::uint32_t now, std::uint32_t before);
-  /// What a process has read and written since, in Kbytes.
+  /// What a process has read and written since, in Kbytes; the totals can be compared.
   float (*ioGrowth)(const ProcessIoTotal& now, const ProcessIoTotal& before);
   /// A process that has ended is listed with "<defunct>" in its name's place.
   bool hasDefunctNames;

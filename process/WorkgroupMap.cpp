@@ -71,17 +71,19 @@ WorkgroupDelta DeltaOf(const Process& process, const Process* old, const Process
   const Process& before = old == nullptr ? kNothing : *old;
   WorkgroupDelta delta;
   delta.contextSwitches = rules.growth(process.contextSwitches, before.contextSwitches);
-  delta.ioKbytes = rules.growth(process.ioKbytes, before.ioKbytes);
-  delta.blockOps = rules.growth(process.blockOps, before.blockOps);
   delta.majorFaults = rules.growth(process.majorFaults, before.majorFaults);
-  delta.reads = rules.growth(process.reads, before.reads);
-  delta.writes = rules.growth(process.writes, before.writes);
   delta.realMemKbytes = rules.realKbytes(process);
   delta.virtualMemKbytes = rules.virtualKbytes(process);
   delta.swaps = rules.growth(process.swaps, before.swaps);
   delta.systemCpu = Hundredths(process.GetSystemTime() - before.GetSystemTime());
   delta.userCpu = Hundredths(process.GetUserTime() - before.GetUserTime());
   delta.startTime = static_cast<std::uint32_t>(process.startTime.seconds);
+  if (IsComparable(rules.ioTotal(process), rules.ioTotal(before))) {
+    delta.ioKbytes = rules.growth(process.ioKbytes, before.ioKbytes);
+    delta.blockOps = rules.growth(process.blockOps, before.blockOps);
+    delta.reads = rules.growth(process.reads, before.reads);
+    delta.writes = rules.growth(process.writes, before.writes);
+  }
   return delta;
 }
 

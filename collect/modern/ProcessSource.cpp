@@ -332,6 +332,7 @@ bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
 
 void ModernProcessSource::ReadIo(ProcessFolder& folder, Process& record) {
   const std::string_view text = ReadFile(folder, kIo);
+  record.modern.isIoUnknown = text.empty();
   if (text.empty()) {
     s_ioDenied += IsDenied(errno) ? 1 : 0;
     return;

@@ -83,6 +83,8 @@ struct ModernProcessFigures {
   std::uint64_t sharedLibKB = 0;
   std::uint64_t ioBytes = 0;     ///< read and written by its calls
   std::uint64_t startTicks = 0;  ///< since the start of the host; tells a number used again
+  /// What it read and wrote could not be read: the counts and `ioBytes` are 0 for want of it.
+  bool isIoUnknown = false;
 };
 
 /// What the kernel takes for no limit, 2^64-1 in its units.

@@ -164,6 +164,7 @@ struct SecondLook {
   std::uint32_t interval, readsDelta;
   float kbytes;
   float cpuPercent;  ///< of 12 seconds now, 10 before
+  bool wasUnknown = false, isUnknown = false;
 };
 const SecondLook kSecondLooks[] = {
     {"3 Kbytes more than 16 Tbytes", kStartSecond, 900'000, 5, 25, 16384 * kGiB,
@@ -171,8 +172,12 @@ const SecondLook kSecondLooks[] = {
     {"the clock was set", kStartSecond + 1, 900'000, 5, 25, 1024, 4096, 10, 20, 3.0F, 20.0F},
     {"a number used again within the second", kStartSecond, 900'001, 5, 1010, 1024, 1010 * 1024,
      1010, 1010, 1010.0F, 1200.0F / 1010},
-    {"io that may not be read any more", kStartSecond, 900'000, 1000, 0, 4096, 0, 10, 0, 0.0F,
-     20.0F},
+    {"io that may not be read any more", kStartSecond, 900'000, 0xFFFFFFF0, 0, 4096, 0, 10, 0, 0.0F,
+     20.0F, false, true},
+    {"io that may be read again", kStartSecond, 900'000, 0, 1000, 0, 4096, 10, 0, 0.0F, 20.0F,
+     true},
+    {"a number used again by one whose io may be read", kStartSecond, 900'001, 0, 1010, 0,
+     1010 * 1024, 1010, 1010, 1010.0F, 1200.0F / 1010, true},
     {"a counter that wrapped", kStartSecond, 900'000, 0xFFFFFFF0, 24, 1024, 4096, 10, 40, 3.0F,
      20.0F},
 };
@@ -202,6 +207,7 @@ TEST_F(ModernProcessTest, TheSameProcessInTwoLooks) {
       process.userTime = {10, 0};
       process.reads = one.oldReads;
       process.modern.ioBytes = one.oldBytes;
+      process.modern.isIoUnknown = one.wasUnknown;
       (void)look(process);
       s_now += 10;
       process.startTime.seconds = one.startTime;
@@ -209,6 +215,7 @@ TEST_F(ModernProcessTest, TheSameProcessInTwoLooks) {
       process.userTime = {12, 0};
       process.reads = one.reads;
       process.modern.ioBytes = one.bytes;
+      process.modern.isIoUnknown = one.isUnknown;
       const recordPD_PDI row = look(process);
       const auto seconds = static_cast<float>(one.interval);
       EXPECT_EQ(row.interval, one.interval);
@@ -287,6 +294,16 @@ TEST_F(ModernProcessTest, SumsOverProcesses) {
   Asker groups("WGRP", '4', {.realtime = 0, .calcRates = 1});
   const auto take = [&](std::uint64_t startTicksOfTheSecond, std::uint32_t growth) {
     NewList();
+    // Its io can be read at the second look only, so nobody knows what it did since the first.
+    Process& hidden = Add(3, 50);
+    hidden.x_proc::name = {'d', 'b'};
+    if (growth == 0) {
+      hidden.modern.isIoUnknown = true;
+    } else {
+      hidden.reads = hidden.blockOps = 5000;
+      hidden.ioKbytes = 5000;
+      hidden.modern.ioBytes = 5000 * 1024;
+    }
     for (const std::int32_t pid : {1, 2}) {
       Process& process = Add(pid, pid == 2 ? startTicksOfTheSecond : 50);
       process.x_proc::name = {'d', 'b'};
@@ -312,7 +329,7 @@ TEST_F(ModernProcessTest, SumsOverProcesses) {
   const recordPD_PGM program = programs.Rows<recordPD_PGM>().at(0);
   const recordPD_USER user = users.Rows<recordPD_USER>().at(0);
   const recordPI_WGRP group = groups.Rows<recordPI_WGRP>().at(0);
-  EXPECT_EQ(program.processCount, 2U);
+  EXPECT_EQ(program.processCount, 3U);
   EXPECT_EQ(program.contextSwitches, 20U + 120U);
   EXPECT_EQ(program.reads, 20U + 1010U);
   EXPECT_EQ(program.totalIoOps, 1030U);

@@ -247,6 +247,7 @@ TEST_F(ModernProcessSourceTest, TellsOnceWhatTheHostLacks) {
     EXPECT_EQ(row.modern.heapKB, 9U);
     EXPECT_EQ(row.modern.totalKB, 0U);  // a line without its end may have been cut
     EXPECT_EQ(row.reads, 0U);
+    EXPECT_TRUE(row.modern.isIoUnknown);
   }
   for (const char* name :
        {"/proc/PID/io)", "/proc/PID/statm)", "/proc/PID/status: Gid:)",
@@ -362,6 +363,8 @@ TEST_F(ModernProcessSourceTest, AnIoThatMayNotBeReadIsCounted) {
   }
   ASSERT_EQ(rows.size(), 2U);
   EXPECT_EQ(rows[0].reads, 0U);
+  EXPECT_TRUE(rows[0].modern.isIoUnknown);
+  EXPECT_FALSE(rows[1].modern.isIoUnknown);
   EXPECT_EQ(rows[0].modern.heapKB, 6291456U);
   EXPECT_EQ(rows[1].writes, 20U);
   EXPECT_EQ(figure("collect_process_io_denied"), 1);
