@@ -82,11 +82,14 @@ void FillCounts(SummaryRow& row, const ProcessSummary& summary) {
 
 /// What began and ended since the request's last record; `last` takes the new count. With no last
 /// count nothing can be compared, so the figures of activity are 0 too.
-void FillArrivals(SummaryRow& row, std::int32_t count, const Arrivals& arrivals, PDSReport& last) {
+void FillArrivals(SummaryRow& row, std::int32_t count, const Arrivals& arrivals,
+                  const ProcessRules& rules, PDSReport& last) {
   Trace(30, kInformation, " Accounting is not effective.");
   if (last.previousCount == 0) {
-    row.terminals = 0U;
-    row.activeUsers = 0U;
+    if (!rules.tellsUseAtOnce) {
+      row.terminals = 0U;
+      row.activeUsers = 0U;
+    }
     row.activeUserProcesses = 0U;
     row.activeSystemProcesses = 0U;
   } else {
@@ -124,7 +127,7 @@ UtlError* RecordBuilder::BuildPD_PDS(CMBRecordRequestEvent* pEvent, CMBRecordReq
     FillArrivals(row, count,
                  rules.keepsMarks ? ArrivalsByProcess(processes, last.marks)
                                   : ArrivalsByCount(count, report.previousCount),
-                 report);
+                 rules, report);
     ProcessMarks marks;
     if (rules.keepsMarks) {
       marks = ProcessMarks(processes);

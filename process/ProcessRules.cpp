@@ -64,6 +64,8 @@ std::uint32_t Flags(const Process& process) { return process.flags; }
 
 std::uint32_t StateCounted(const Process& process) { return process.state; }
 
+bool IsInUse(const Process& /*process*/, bool isActive) { return isActive; }
+
 }  // namespace classic_rules
 
 // What the kernels of today tell.
@@ -212,6 +214,9 @@ std::uint32_t StateCounted(const Process& process) {
   }
 }
 
+/// Who has a terminal is there, though idle.
+bool IsInUse(const Process& process, bool /*isActive*/) { return process.tty != kNoTerminal; }
+
 }  // namespace modern_rules
 
 constexpr ProcessRules kClassicRules{.stateText = classic_rules::State,
@@ -232,7 +237,9 @@ constexpr ProcessRules kClassicRules{.stateText = classic_rules::State,
                                      .hasGroupRates = false,
                                      .summaryFlags = classic_rules::Flags,
                                      .summaryState = classic_rules::StateCounted,
-                                     .needsTerminalFile = true};
+                                     .needsTerminalFile = true,
+                                     .isInUse = classic_rules::IsInUse,
+                                     .tellsUseAtOnce = false};
 
 constexpr ProcessRules kModernRules{.stateText = modern_rules::State,
                                     .schedulerClass = modern_rules::SchedulerClass,
@@ -252,7 +259,9 @@ constexpr ProcessRules kModernRules{.stateText = modern_rules::State,
                                     .hasGroupRates = true,
                                     .summaryFlags = modern_rules::Flags,
                                     .summaryState = modern_rules::StateCounted,
-                                    .needsTerminalFile = false};
+                                    .needsTerminalFile = false,
+                                    .isInUse = modern_rules::IsInUse,
+                                    .tellsUseAtOnce = true};
 
 }  // namespace
 

@@ -81,6 +81,11 @@ struct ProcessRules {
   std::uint32_t (*summaryState)(const Process& process);
   /// A terminal that no device file has counts as none.
   bool needsTerminalFile;
+  /// Whether a process counts its user, and its terminal if it has one, as in use. `isActive`: it
+  /// did something since the last look.
+  bool (*isInUse)(const Process& process, bool isActive);
+  /// That is told at the first look too.
+  bool tellsUseAtOnce;
 };
 
 [[nodiscard]] const ProcessRules& ProcessRulesOf(HostProfile profile);

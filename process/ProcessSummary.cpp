@@ -208,7 +208,7 @@ void ProcessSummary::CountUsers(const std::vector<Look>& looks) {
       userActive = false;
       lastUid = look.uid;
     }
-    if (look.active && !userActive) {
+    if (!userActive && m_rules->isInUse(*look.process, look.active)) {
       userActive = true;
       ++m_counts.activeUsers;
     }
@@ -217,18 +217,18 @@ void ProcessSummary::CountUsers(const std::vector<Look>& looks) {
 
 void ProcessSummary::CountTerminals(const std::vector<Look>& looks) {
   Terminals terminals(m_rules->needsTerminalFile ? m_devices : nullptr);
-  std::vector<std::uint64_t> active;
+  std::vector<std::uint64_t> inUse;
   for (const Look& look : looks) {
     const std::uint64_t terminal = terminals.Known(look.process->tty);
     if (terminal == kNoTerminal) {
       ++m_counts.daemon;
-    } else if (look.active) {
-      active.push_back(terminal);
+    } else if (m_rules->isInUse(*look.process, look.active)) {
+      inUse.push_back(terminal);
     }
   }
-  std::sort(active.begin(), active.end());
+  std::sort(inUse.begin(), inUse.end());
   m_counts.activeTerminals =
-      static_cast<std::int32_t>(std::unique(active.begin(), active.end()) - active.begin());
+      static_cast<std::int32_t>(std::unique(inUse.begin(), inUse.end()) - inUse.begin());
 }
 
 void ProcessSummary::CountFlags(const Look& look) {

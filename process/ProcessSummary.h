@@ -44,7 +44,7 @@ class ProcessSummary {
   // The following count once for each `cycle`; a later call with the same cycle key costs nothing.
   // Null, or an error that the caller owns.
 
-  /// Leaves the six figures of activity at 0.
+  /// Leaves the figures of activity at 0.
   [[nodiscard]] UtlError* BuildLiteSummary(std::uint32_t cycle);
   /// Compares with `previous`, which is brought into order, or with the summary's own picture of
   /// the last look if that is null. The own picture changes only if `realtime` is 0. A lite summary
@@ -81,7 +81,10 @@ class ProcessSummary {
   /// the profile `modern` each process is in one.
   [[nodiscard]] std::int32_t GetStateUnknownCount() const { return Read(m_counts.stateUnknown); }
   [[nodiscard]] std::int32_t GetUniqueUserCount() const { return Read(m_counts.users); }
+  /// Users with an active process; under the profile `modern` those with a process that has a
+  /// terminal.
   [[nodiscard]] std::int32_t GetActiveUserCount() const { return Read(m_counts.activeUsers); }
+  /// Terminals of active processes; under the profile `modern` of all processes.
   [[nodiscard]] std::int32_t GetActiveTerminalCount() const {
     return Read(m_counts.activeTerminals);
   }

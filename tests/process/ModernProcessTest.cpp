@@ -243,8 +243,9 @@ TEST_F(ModernProcessTest, TheSummaryOfTwoLooks) {
     list[3].modern.kernelFlags = 0x00200000;
     list[8].modern.kernelFlags = 0x00200000;
     list[0].tty = list[1].tty = 0x8801;  // no device file has either
-    list[6].tty = 0x8802;
+    list[5].tty = list[6].tty = 0x8802;
     list[0].euid = list[1].euid = 1000;
+    list[7].euid = 33;  // has no terminal
   };
   for (const int realtime : {0, 1}) {
     SCOPED_TRACE(realtime);
@@ -257,28 +258,31 @@ TEST_F(ModernProcessTest, TheSummaryOfTwoLooks) {
     takeFirst();
     recordPD_PDS expected = NewRow<recordPD_PDS>(1'700'000'000);
     expected.processes = 9;
-    expected.users = 2;
+    expected.users = 3;
     expected.memProcesses = 1;
     expected.runnableProcesses = 1;
     expected.sleepingProcesses = 4;  // S, D, I and P
     expected.swappedProcesses = 2;
     expected.zombieProcesses = 2;  // Z and X
     expected.stoppedProcesses = 2;
-    expected.daemonProcesses = 6;
+    expected.daemonProcesses = 5;
+    expected.terminals = 2;
+    expected.activeUsers = 2;  // 0 and 1000, though this is the first look
     ExpectSameBytes(rowOf(), expected);
 
     takeFirst();
     std::vector<Process>& list = *m_collector.GetProcess();
-    list[0].contextSwitches = 1;       // has its terminal in use
-    list[2].contextSwitches = 1;       // kswapd0
+    list[2].contextSwitches = 1;  // kswapd0
+    list[7].contextSwitches = 1;
     list[6].modern.startTicks = 9000;  // another process of that number
     list[6].tty = kNoTerminal;
     list.erase(list.begin() + 4, list.begin() + 6);
     Add(20, 9000);
     expected.processes = 8;
-    expected.terminals = 1;
-    expected.activeUsers = 2;
-    expected.activeUserProcesses = 3;  // 1, 7 and 20
+    expected.daemonProcesses = 6;
+    expected.terminals = 1;  // that of 1 and 2, which do nothing
+    expected.activeUsers = 1;
+    expected.activeUserProcesses = 3;  // 7, 8 and 20
     expected.activeSystemProcesses = 1;
     expected.sleepingProcesses = 5;
     expected.zombieProcesses = 0;
