@@ -103,8 +103,8 @@ class GroupTotals {
     const tagUTIME user = Elapsed(process.userTime, isKnown ? previous->userTime : tagNTIME{});
     const tagUTIME system =
         Elapsed(process.systemTime, isKnown ? previous->systemTime : tagNTIME{});
-    const std::int64_t seconds =
-        SecondsBetween(isKnown ? previousTime : process.startTime.seconds, now);
+    const std::int64_t seconds = SecondsBetween(
+        isKnown ? previousTime : m_rules.countsFrom(process.startTime.seconds, now), now);
     if (seconds > 0) {
       m_cpuPercent += 100 * Seconds(user + system) / static_cast<double>(seconds);
     }

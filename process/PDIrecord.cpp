@@ -89,7 +89,8 @@ class PDIBuild {
   /// are of the time since the last look or since the start.
   void FinishLook(IntervalRow& row, const Process& process) const {
     const IntervalRow* previous = m_previousRows.Find(row, process);
-    const IntervalRow birth = NewRow<IntervalRow>(row.startTime);
+    const IntervalRow birth =
+        NewRow<IntervalRow>(m_rules.countsFrom(row.startTime, row.recordTime));
     const IntervalRow& from = previous == nullptr ? birth : *previous;
     const std::int64_t seconds = SecondsBetween(from.recordTime, row.recordTime);
     SetCpuPercent(row, CpuOf(row) - CpuOf(from), seconds, m_processors);
@@ -162,8 +163,9 @@ recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows, 
     row.systemCpu = tagUTIME{};
     row.totalIoKbytes = 0.0F;
   }
+  const std::int32_t birth = rules.countsFrom(row.startTime, row.recordTime);
   PDIFigures old;
-  old.recordTime = row.startTime;
+  old.recordTime = birth;
   if (found) {
     old = *found;
   }
@@ -183,7 +185,7 @@ recordPD_PDI DeltaPD_PDI(recordPD_PDI& row, PDIRows& oldRows, PDIRows& newRows, 
     delta.totalIoKbytes = 0.0F;
   }
 
-  if (row.endTime < row.startTime) {
+  if (row.endTime < birth) {
     newRows.Add(row, modern);
   }
   TraceExit("RecordBuilder::DeltaPD_PDI", 0);

@@ -50,16 +50,17 @@ std::span<const ProcessLimits> LimitsOf(const Collector& collector) {
 /// `CPU %` since the process's start, or, for a look without rates, since its `previous` row, which
 /// may be null.
 void FillRatios(DetailRow& row, const Process& process, const DetailRow* previous, bool withRates,
-                std::uint32_t processors) {
+                const ProcessInput& input) {
   const std::int64_t elapsed = static_cast<tagUTIME>(row.elapsedTime).seconds;
   SetRates(row, IoOf(row), withRates ? elapsed : 1);
   if (previous != nullptr) {
     SetCpuPercent(row, CpuOf(row) - CpuOf(*previous),
-                  SecondsBetween(previous->recordTime, row.recordTime), processors);
+                  SecondsBetween(previous->recordTime, row.recordTime), input.processors);
   } else {
+    const std::int32_t birth = input.rules.countsFrom(row.startTime, row.recordTime);
     SetCpuPercent(row, CpuOf(row),
-                  process.died != 0 ? elapsed : SecondsBetween(row.startTime, row.recordTime),
-                  processors);
+                  process.died != 0 ? elapsed : SecondsBetween(birth, row.recordTime),
+                  input.processors);
   }
 }
 
@@ -99,7 +100,7 @@ UtlError* RecordBuilder::BuildPD(CMBRecordRequestEvent* pEvent, CMBRecordRequest
     DetailRow row = NewRow<DetailRow>(now);
     AttemptStep(kNoProcessData, *process, [&] {
       FillProcessRow(row, *process, input.rules, input.names);
-      FillRatios(row, *process, previousRows.Find(row, *process), withRates, GetNumCPUs());
+      FillRatios(row, *process, previousRows.Find(row, *process), withRates, input);
       FillRelatives(row, *process, tree);
     });
     // Ended processes come last and have none.

@@ -39,6 +39,8 @@ ProcessIoTotal IoTotal(const Process& process) {
 
 tagUTIME NoAge(const Process& /*process*/, std::int32_t /*now*/) { return {}; }
 
+std::int32_t StartSecond(std::int32_t startTime, std::int32_t /*now*/) { return startTime; }
+
 bool IsSame(const ProcessStart& a, const ProcessStart& b) { return a.seconds == b.seconds; }
 
 bool IsSameNumber(const ProcessStart& /*a*/, const ProcessStart& /*b*/) { return true; }
@@ -164,10 +166,16 @@ ProcessIoTotal IoTotal(const Process& process) {
           .isUnknown = process.modern.isIoUnknown};
 }
 
-/// None for a process that seems to start in the future, as after a step of the clock.
+/// None for a process whose start is not known, or seems to lie in the future, as after a step of
+/// the clock.
 tagUTIME Age(const Process& process, std::int32_t now) {
   const tagUTIME start = process.GetStartTime();
-  return start < tagUTIME{now, 0} ? tagUTIME{now, 0} - start : tagUTIME{};
+  const bool isPast = start.seconds != 0 && start < tagUTIME{now, 0};
+  return isPast ? tagUTIME{now, 0} - start : tagUTIME{};
+}
+
+std::int32_t KnownStartSecond(std::int32_t startTime, std::int32_t now) {
+  return startTime == 0 ? now : startTime;
 }
 
 /// The seconds since 1970 move when the host's clock is set, the ticks don't.
@@ -225,6 +233,7 @@ constexpr ProcessRules kClassicRules{.stateText = classic_rules::State,
                                      .sizes = classic_rules::Sizes,
                                      .ioTotal = classic_rules::IoTotal,
                                      .age = classic_rules::NoAge,
+                                     .countsFrom = classic_rules::StartSecond,
                                      .isSame = classic_rules::IsSame,
                                      .isSameInWorkgroups = classic_rules::IsSameNumber,
                                      .growth = classic_rules::Growth,
@@ -247,6 +256,7 @@ constexpr ProcessRules kModernRules{.stateText = modern_rules::State,
                                     .sizes = modern_rules::Sizes,
                                     .ioTotal = modern_rules::IoTotal,
                                     .age = modern_rules::Age,
+                                    .countsFrom = modern_rules::KnownStartSecond,
                                     .isSame = modern_rules::IsSame,
                                     .isSameInWorkgroups = modern_rules::IsSame,
                                     .growth = modern_rules::Growth,

@@ -48,6 +48,9 @@ struct ProcessRules {
   ProcessIoTotal (*ioTotal)(const Process& process);
   /// How long a process that lives has lived at `now`, in seconds since 1970.
   tagUTIME (*age)(const Process& process, std::int32_t now);
+  /// The second that what a process did since its start counts from, by its start time: `now` where
+  /// that is not known, so that there is no time and thus no rate.
+  std::int32_t (*countsFrom)(std::int32_t startTime, std::int32_t now);
 
   // From one look to the next.
 

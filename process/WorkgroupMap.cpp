@@ -8,6 +8,7 @@
 #include "collect/process/NameCache.h"
 #include "process/ProcessComparison.h"
 #include "process/ProcessTrace.h"
+#include "support/OsCalls.h"
 
 namespace {
 
@@ -66,7 +67,8 @@ class LastPass {
   std::unordered_map<std::int32_t, std::vector<const Process*>> m_ended;  ///< by start second
 };
 
-WorkgroupDelta DeltaOf(const Process& process, const Process* old, const ProcessRules& rules) {
+WorkgroupDelta DeltaOf(const Process& process, const Process* old, const ProcessRules& rules,
+                       std::int32_t now) {
   static const Process kNothing;
   const Process& before = old == nullptr ? kNothing : *old;
   WorkgroupDelta delta;
@@ -77,7 +79,7 @@ WorkgroupDelta DeltaOf(const Process& process, const Process* old, const Process
   delta.swaps = rules.growth(process.swaps, before.swaps);
   delta.systemCpu = Hundredths(process.GetSystemTime() - before.GetSystemTime());
   delta.userCpu = Hundredths(process.GetUserTime() - before.GetUserTime());
-  delta.startTime = static_cast<std::uint32_t>(process.startTime.seconds);
+  delta.startTime = static_cast<std::uint32_t>(rules.countsFrom(process.startTime.seconds, now));
   if (IsComparable(rules.ioTotal(process), rules.ioTotal(before))) {
     delta.ioKbytes = rules.growth(process.ioKbytes, before.ioKbytes);
     delta.blockOps = rules.growth(process.blockOps, before.blockOps);
@@ -108,6 +110,7 @@ ProcessSubject::ProcessSubject(const Process& process, BatchNames& names)
 void UpdateWgMap(std::span<const Process* const> current, std::span<const Process> old, WgMap& map,
                  BatchNames& names, const ProcessRules& rules) {
   TraceEntry("RecordBuilder::UpdateWgMap", current.size(), old.size(), map.size());
+  const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   const LastPass lastPass(old, rules);
   WorkGroup* other = nullptr;
   std::vector<WorkGroup*> groups;
@@ -119,7 +122,7 @@ void UpdateWgMap(std::span<const Process* const> current, std::span<const Proces
     }
   }
   for (const Process* process : current) {
-    const WorkgroupDelta delta = DeltaOf(*process, lastPass.Find(*process), rules);
+    const WorkgroupDelta delta = DeltaOf(*process, lastPass.Find(*process), rules, now);
     const ProcessSubject subject(*process, names);
     bool isTaken = false;
     for (WorkGroup* group : groups) {

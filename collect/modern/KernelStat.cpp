@@ -6,6 +6,7 @@
 
 namespace {
 
+constexpr std::size_t kBootTimeRow = 0;
 constexpr std::array kKernelStatRows{
     KeyedNumber<KernelStatFigures>{"btime", &KernelStatFigures::bootTime},
     KeyedNumber<KernelStatFigures>{"ctxt", &KernelStatFigures::contextSwitches},
@@ -38,4 +39,9 @@ KernelStatFigures ParseKernelStat(std::string_view text) {
 void TellMissing(const KernelStatFigures& figures) {
   TellFound(kKernelStatPath, kKernelStatRows, figures.found);
   TellFound(kKernelStatPath, "cpu0", figures.processors != 0);
+}
+
+void TellMissingBootTime(const KernelStatFigures& figures) {
+  TellFound(kKernelStatPath, kKernelStatRows[kBootTimeRow].key,
+            (figures.found >> kBootTimeRow & 1U) != 0);
 }

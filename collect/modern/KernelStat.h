@@ -19,3 +19,5 @@ struct KernelStatFigures {
 [[nodiscard]] KernelStatFigures ParseKernelStat(std::string_view text);
 /// Tells once what the file lacks.
 void TellMissing(const KernelStatFigures& figures);
+/// The same for the boot time alone.
+void TellMissingBootTime(const KernelStatFigures& figures);

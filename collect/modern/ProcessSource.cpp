@@ -13,6 +13,8 @@
 #include "collect/Collector.h"
 #include "collect/ProcLib.h"
 #include "collect/TextScanner.h"
+#include "collect/modern/HostText.h"
+#include "collect/modern/KernelStat.h"
 #include "collect/modern/ProcessText.h"
 #include "collect/modern/ToldOnce.h"
 #include "node/FigureRegistry.h"
@@ -54,6 +56,19 @@ constexpr std::int32_t SumOf(std::int32_t a, std::int32_t b) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
 }
 
+/// Seconds since 1970; 0, which is told once, where the host does not tell it. It moves when the
+/// clock is set.
+std::int32_t PresentBootTime() {
+  std::string text;
+  if (!ReadHostText(kKernelStatPath, text)) {
+    return 0;
+  }
+  const KernelStatFigures figures = ParseKernelStat(text);
+  TellMissingBootTime(figures);
+  return static_cast<std::int32_t>(LowWord(figures.bootTime));
+}
+
+/// A process has no start time without a boot time.
 void TakeStat(const ProcessStat& stat, std::int32_t bootTime, Process& record) {
   record.ppid = stat.ppid;
   record.pgrp = stat.pgrp;
@@ -67,8 +82,10 @@ void TakeStat(const ProcessStat& stat, std::int32_t bootTime, Process& record) {
                     SumOf(record.userTime.nanoseconds, record.systemTime.nanoseconds)};
   record.priority = SumOf(stat.priority, kModernPriorityBase);
   record.nice = stat.nice;
-  record.startTime = TicksToNTIME(stat.startTicks);
-  record.startTime.seconds = SumOf(record.startTime.seconds, bootTime);
+  if (bootTime != 0) {
+    record.startTime = TicksToNTIME(stat.startTicks);
+    record.startTime.seconds = SumOf(record.startTime.seconds, bootTime);
+  }
   record.modern.kernelFlags = stat.kernelFlags;
   record.modern.policy = stat.policy;
   record.modern.startTicks = stat.startTicks;
@@ -93,6 +110,10 @@ void TakeThreadStat(const ProcessStat& stat, std::uint64_t pageBytes, Process& r
   record.modern.virtualKB = stat.virtualBytes >> 10U;
 }
 
+void TakeSwitches(const ProcessStatus& status, Process& record) {
+  record.contextSwitches = LowWord(status.voluntarySwitches + status.otherSwitches);
+}
+
 void TakeStatus(const ProcessStatus& status, Process& record) {
   record.ruid = status.user.real;
   record.euid = status.user.effective;
@@ -106,7 +127,7 @@ void TakeStatus(const ProcessStatus& status, Process& record) {
   record.modern.heapKB = status.dataKB;
   record.modern.sharedLibKB = status.libraryKB;
   record.modern.swapKB = status.swapKB;
-  record.contextSwitches = LowWord(status.voluntarySwitches + status.otherSwitches);
+  TakeSwitches(status, record);
 }
 
 /// A process that has ended meanwhile.
@@ -167,10 +188,7 @@ ModernProcessSource::ModernProcessSource()
     m_pendingError = std::make_unique<UtlError>("Unable to open /proc", __FILE__, __LINE__);
     return;
   }
-  m_bootTime = ProcLib::GetBootTime();
-  if (m_bootTime < 0) {
-    m_pendingError = std::make_unique<UtlError>("Unable to get Boot Time", __FILE__, __LINE__);
-  }
+  m_bootTime = PresentBootTime();
 }
 
 ModernProcessSource::~ModernProcessSource() { ++s_statistics.destroyed; }
@@ -299,6 +317,9 @@ bool ModernProcessSource::ReadProcess(const char* pid, Process& record) {
     Skip(pid, kStatus, errno);
     return false;
   }
+  if (!isLed) {
+    ReadSwitches(folder, record);
+  }
   ReadIo(folder, record);
   if (m_limits != nullptr) {
     m_limits->push_back(ReadLimits(folder));
@@ -328,6 +349,12 @@ bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
   record.cwdInode = LinkInode(folder, "cwd");
   record.rootInode = LinkInode(folder, "root");
   return true;
+}
+
+void ModernProcessSource::ReadSwitches(ProcessFolder& folder, Process& record) {
+  ProcessStatus status;
+  m_seen[kStatus].entries |= ParseProcessStatus(ReadFile(folder, kStatus), status);
+  TakeSwitches(status, record);
 }
 
 void ModernProcessSource::ReadIo(ProcessFolder& folder, Process& record) {

@@ -18,8 +18,9 @@ struct ProcessStat;
 /// Walks /proc as the kernels of today fill it and gives one row per process, from its stat, statm,
 /// status, io, cmdline, cwd and root, and its limits where they are asked for; these go into
 /// Collector::GetProcessLimits(). A process that has ended has no row and costs nothing else. A
-/// thread group whose leader has ended is told by its first live thread. The category fails only if
-/// /proc cannot be opened or the boot time cannot be read.
+/// thread group whose leader has ended is told by its first live thread. The boot time is that of
+/// /proc/stat at the walk; without it no process has a start time. The category fails only if /proc
+/// cannot be opened, or /proc/stat goes beyond its limit.
 class ModernProcessSource : public PtrSource<Process, Process, std::vector<Process>> {
  public:
   ModernProcessSource();
@@ -51,6 +52,8 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   [[nodiscard]] bool ReadProcess(const char* pid, Process& record);
   /// All but the figures of the calls, which a group has as a whole; false if there is no status.
   [[nodiscard]] bool ReadMemory(ProcessFolder& folder, Process& record);
+  /// Those of the leader alone, which a difference may be made of whichever thread lives.
+  void ReadSwitches(ProcessFolder& folder, Process& record);
   void ReadIo(ProcessFolder& folder, Process& record);
   void ReadArguments(ProcessFolder& folder, Process& record);
   [[nodiscard]] ProcessLimits ReadLimits(ProcessFolder& folder);
@@ -72,7 +75,7 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   inline static std::uint32_t s_ioDenied = 0;
 
   ProcessWalk m_walk;
-  std::int32_t m_bootTime = 0;
+  std::int32_t m_bootTime = 0;  ///< 0 if unknown
   std::uint64_t m_pageBytes = 0;
   std::vector<ProcessLimits>* m_limits = nullptr;  ///< null where they are not asked for
   bool m_hasBegun = false;

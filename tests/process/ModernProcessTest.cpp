@@ -154,6 +154,60 @@ TEST_F(ModernProcessTest, StatesAndClassesAndFlagsAsWords) {
   EXPECT_TRUE(rows[2].flags.view().empty());
 }
 
+TEST_F(ModernProcessTest, ARowWithoutAStartTimeHasNoRatesSinceIt) {
+  const auto take = [&](std::uint32_t reads) {
+    NewList();
+    Process& process = Add(7, 900'000);
+    process.startTime = {};
+    process.userTime = {static_cast<std::int32_t>(reads) / 10, 0};
+    process.reads = process.blockOps = reads;
+    process.modern.ioBytes = std::uint64_t{reads} * 1024;
+    process.modern.residentKB = 100;
+  };
+  for (const int realtime : {0, 1}) {
+    SCOPED_TRACE(realtime);
+    s_now = 1'700'000'000;
+    RecordBuilder builder{nullptr, &m_collector, "pipe"};
+    ASSERT_EQ(builder.Init(), nullptr);
+    Asker pd("PD", '3', {.realtime = realtime, .calcRates = 1});
+    Asker look("PD", '3', {.realtime = realtime, .calcRates = 0});
+    Asker pdi("PDI", '3', {.realtime = realtime, .calcRates = 1});
+    Asker pgm("PGM", '3', {.realtime = realtime, .calcRates = 0});
+    Asker wgrp("WGRP", '4', {.realtime = realtime, .calcRates = 1});
+    for (const bool isFirst : {true, false}) {
+      take(isFirst ? 100 : 200);
+      for (Asker* asker : {&pd, &look, &pdi, &pgm, &wgrp}) {
+        asker->NextAnswer();
+      }
+      ASSERT_EQ(builder.BuildPD(&pd.event, &pd.request), nullptr);
+      ASSERT_EQ(builder.BuildPD(&look.event, &look.request), nullptr);
+      ASSERT_EQ(builder.BuildPD_PDI(&pdi.event, &pdi.request), nullptr);
+      ASSERT_EQ(builder.BuildPD_PGM(&pgm.event, &pgm.request), nullptr);
+      ASSERT_EQ(builder.Build_WGRP(&wgrp.event, &wgrp.request), nullptr);
+      // Ten more reads and one second of CPU a second, from the second time on.
+      const float known = isFirst ? 0.0F : 1.0F;
+      const recordPD whole = RowOf<recordPD>(pd, 7);
+      EXPECT_EQ(static_cast<tagUTIME>(whole.elapsedTime), tagUTIME{});
+      EXPECT_EQ(whole.startTime, 0);
+      EXPECT_EQ(whole.cpuPercentEach + whole.readsPerSec + whole.throughputPerSec, 0.0F);
+      EXPECT_EQ(RowOf<recordPD>(look, 7).cpuPercentEach, known * 100);
+      const recordPD_PDI row = RowOf<recordPD_PDI>(pdi, 7);
+      EXPECT_EQ(row.interval, isFirst ? 0U : 10U);
+      EXPECT_EQ(row.cpuPercentEach, known * 100);
+      EXPECT_EQ(row.readsPerSec, known * 10);
+      EXPECT_EQ(row.throughputPerSec, known * 10);
+      EXPECT_EQ(row.reads, realtime != 0 && !isFirst ? 200U : 100U);
+      const recordPD_PGM program = pgm.Rows<recordPD_PGM>().at(0);
+      EXPECT_EQ(program.readsPerSec, realtime != 0 ? 0 : known * 10);
+      EXPECT_EQ(program.reads, realtime != 0 && !isFirst ? 200U : 100U);
+      if (!isFirst) {
+        EXPECT_EQ(wgrp.Rows<recordPI_WGRP>().at(0).realMemKbytes, 100U);
+      }
+      s_now += 10;
+    }
+  }
+}
+
 struct SecondLook {
   const char* name;
   std::int32_t startTime;

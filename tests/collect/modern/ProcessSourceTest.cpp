@@ -90,7 +90,6 @@ class ModernProcessSourceTest : public CollectFixture {
   }
   /// All processes, by number.
   static std::vector<Process> Read() {
-    ProcLib::ResetCaches();
     std::vector<Process> rows;
     ModernProcessSource source;
     const UtlErrorPtr error(source.readAll(nullptr, rows));
@@ -185,6 +184,9 @@ TEST_F(ModernProcessSourceTest, TellsAGroupWithoutLeaderByItsFirstLiveThread) {
   leader.statm = "0 0 0 0 0 0 0";
   leader.status = leader.arguments = "";
   WriteProcess(*m_host, "/proc/20", leader);
+  m_host->Write("/proc/20/status",
+                "Uid:\t1\t2\t3\t4\nGid:\t5\t6\t7\t8\nThreads:\t4\n"
+                "voluntary_ctxt_switches:\t4294967335\nnonvoluntary_ctxt_switches:\t3\n");
   EXPECT_EQ(DumpModern(Read().at(0)).substr(0, 18), "20 <a b (c)> [] Z4");
 
   WriteProcess(*m_host, "/proc/20/task/20", leader);
@@ -196,9 +198,37 @@ TEST_F(ModernProcessSourceTest, TellsAGroupWithoutLeaderByItsFirstLiveThread) {
   EXPECT_EQ(DumpAll(),
             "20 <a b (c)> [worker -x 1] R2 flags=1/4194560 policy=1 tty=34816 "
             "start=1700000123/12345 rss=5242880/1073741824 virtual=8388608 total=8390656 "
-            "heap=6291456 lib=1528 stack=132 code=936 swap=2048 switches=11 "
+            "heap=6291456 lib=1528 stack=132 code=936 swap=2048 switches=42 "
             "io=5,20,25,6292480,6443499520\n");
   EXPECT_EQ(Read().at(0).GetUserTime(), (tagUTIME{1, 500000}));
+}
+
+TEST_F(ModernProcessSourceTest, StartTimesGoByTheBootTimeOfTheWalk) {
+  WriteProcess(*m_host, "/proc/20", Worker(20));
+  const auto start = [] {
+    const std::vector<Process> rows = Read();
+    EXPECT_EQ(rows.size(), 1U);
+    EXPECT_EQ(rows.at(0).modern.startTicks, 12345U);
+    return rows.at(0).startTime;
+  };
+  EXPECT_EQ(start().seconds, 1'700'000'123);
+  m_host->Write("/proc/stat", "cpu  1 2 3 4\nbtime 1700003600\n");  // the clock was set
+  EXPECT_EQ(start().seconds, 1'700'003'723);
+  EXPECT_EQ(start().nanoseconds, 450'000'000);
+  for (const char* lack : {"lacks an entry, so its figure is 0. (/proc/stat: btime)",
+                           "has no such file, so its figures are 0. (/proc/stat)"}) {
+    m_host->Remove("/proc/stat");
+    if (std::string(lack).starts_with("lacks")) {
+      m_host->Write("/proc/stat", "cpu  1 2 3 4\nxbtime 5\n");
+    }
+    for (int walk = 0; walk < 2; ++walk) {
+      EXPECT_EQ(start().seconds, 0) << lack;
+      EXPECT_EQ(start().nanoseconds, 0) << lack;
+    }
+    EXPECT_EQ(Lines(lack), 1U) << lack;
+    EXPECT_EQ(Level(lack), 20) << lack;
+  }
+  EXPECT_EQ(Lines("/proc/stat: "), 1U) << "a file that is not there lacks no entry";
 }
 
 TEST_F(ModernProcessSourceTest, ReadsLimitsWhereTheyAreAskedFor) {
