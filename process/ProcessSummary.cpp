@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <unordered_map>
 #include <utility>
@@ -27,14 +28,21 @@ void SortByPid(ProcessSamples& samples) {
   }
 }
 
+/// The place of reads and writes in a sample's counters, and what stands there for ones that are
+/// unknown: none is above it.
+constexpr std::size_t kFirstIoCount = 4;
+constexpr std::uint32_t kUnknownCount = std::numeric_limits<std::uint32_t>::max();
+
 ProcessSample SampleOf(const Process& process) {
+  const bool isUnknown = process.modern.isIoUnknown;
   return {.pid = process.pid,
           .userSeconds = process.userTime.seconds,
           .userNanoseconds = process.userTime.nanoseconds,
           .systemSeconds = process.systemTime.seconds,
           .systemNanoseconds = process.systemTime.nanoseconds,
           .counters = {process.minorFaults, process.majorFaults, process.contextSwitches,
-                       process.signals, process.reads, process.writes},
+                       process.signals, isUnknown ? kUnknownCount : process.reads,
+                       isUnknown ? kUnknownCount : process.writes},
           .totalBytes = process.totalBytes,
           .cwdInode = process.cwdInode,
           .totalKB = process.modern.totalKB,
@@ -280,7 +288,8 @@ int ProcessSummary::ProcessActive(const Process* process) {
                          now.systemSeconds == before->systemSeconds &&
                          now.systemNanoseconds == before->systemNanoseconds;
   bool grew = false;
-  for (std::size_t i = 0; i < now.counters.size(); ++i) {
+  const std::size_t known = process->modern.isIoUnknown ? kFirstIoCount : now.counters.size();
+  for (std::size_t i = 0; i < known; ++i) {
     grew = grew || now.counters[i] > before->counters[i];
   }
   return !sameTimes || grew || now.totalBytes != before->totalBytes ||

@@ -20,7 +20,8 @@ struct ProcessSample {
   std::int32_t userNanoseconds = 0;
   std::int32_t systemSeconds = 0;
   std::int32_t systemNanoseconds = 0;
-  /// Minor and major faults, context switches, signals, reads, writes.
+  /// Minor and major faults, context switches, signals, reads, writes; the last two are the
+  /// greatest number where they are unknown.
   std::array<std::uint32_t, 6> counters{};
   std::uint32_t totalBytes = 0;
   std::uint64_t cwdInode = 0;

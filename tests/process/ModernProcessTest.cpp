@@ -300,6 +300,8 @@ TEST_F(ModernProcessTest, TheSummaryOfTwoLooks) {
     list[5].tty = list[6].tty = 0x8802;
     list[0].euid = list[1].euid = 1000;
     list[7].euid = 33;  // has no terminal
+    list[0].reads = list[0].writes = 9;
+    list[1].modern.isIoUnknown = true;
   };
   for (const int realtime : {0, 1}) {
     SCOPED_TRACE(realtime);
@@ -328,6 +330,10 @@ TEST_F(ModernProcessTest, TheSummaryOfTwoLooks) {
     std::vector<Process>& list = *m_collector.GetProcess();
     list[2].contextSwitches = 1;  // kswapd0
     list[7].contextSwitches = 1;
+    // What became unknown or known is no activity.
+    list[0].reads = list[0].writes = 0;
+    std::swap(list[0].modern.isIoUnknown, list[1].modern.isIoUnknown);
+    list[1].reads = list[1].writes = 9;
     list[6].modern.startTicks = 9000;  // another process of that number
     list[6].tty = kNoTerminal;
     list.erase(list.begin() + 4, list.begin() + 6);
