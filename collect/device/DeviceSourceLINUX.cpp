@@ -109,6 +109,19 @@ void TraceScan(int taken, const char* line, const char* format) {
 
 }  // namespace
 
+DiskCounters& DiskCounters::operator+=(const DiskCounters& counters) {
+  reads += counters.reads;
+  sectorsRead += counters.sectorsRead;
+  readMilliseconds += counters.readMilliseconds;
+  writes += counters.writes;
+  sectorsWritten += counters.sectorsWritten;
+  writeMilliseconds += counters.writeMilliseconds;
+  inFlight += counters.inFlight;
+  inUseMilliseconds += counters.inUseMilliseconds;
+  weightedMilliseconds += counters.weightedMilliseconds;
+  return *this;
+}
+
 DeviceIOSourceUser::DeviceIOSourceUser() : m_level(g_kernelVariant) {
   TraceEntry("DeviceIOSourceUser::DeviceIOSourceUser");
   ++s_statistics.constructed;

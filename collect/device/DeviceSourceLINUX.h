@@ -9,7 +9,6 @@
 #include "collect/MajorTable.h"
 #include "collect/ProcLib.h"
 #include "collect/Source.h"
-#include "collect/modern/BlockDevices.h"
 #include "support/TextFile.h"
 
 /// One disk as the source reads it; counters since boot, of which the kernel's low 32 bits count.
@@ -20,11 +19,12 @@ struct x_deviceio {
   std::uint32_t readOps = 0;
   std::uint32_t writeOps = 0;
   std::uint32_t totalOps = 0;
-  std::uint32_t queueLength = 0;  ///< weighted I/O time by the uptime, in whole seconds a second
+  /// `classic`: weighted I/O time by the uptime, in whole seconds a second; `modern`: in flight now.
+  std::uint32_t queueLength = 0;
   std::uint32_t reserved1 = 0;
   std::uint64_t serviceSeconds = 0;  ///< spent by reads and writes
   std::uint64_t reserved2 = 0;
-  std::uint64_t queueSeconds = 0;  ///< serviceSeconds * queueLength
+  std::uint64_t queueSeconds = 0;  ///< `classic`: serviceSeconds * queueLength; `modern`: weighted
   std::uint64_t reserved3 = 0;
   std::uint64_t reserved4 = 0;
   std::uint64_t reserved5 = 0;
@@ -32,9 +32,26 @@ struct x_deviceio {
   std::uint64_t reserved7 = 0;
   std::uint64_t busySeconds = 0;  ///< in which any I/O was under way
   std::uint64_t reserved8 = 0;
-  /// "dev8-1", the disk's number behind the major one, from kernel 2.6 on "dev8-1 sdb".
+  /// `classic`: "dev8-1", the disk's number behind the major one, from kernel 2.6 on "dev8-1 sdb".
+  /// `modern`: the kernel's name, as ModernDeviceSource tells.
   std::array<char, 80> name{};
-  std::array<char, 8> type{};  ///< "disk"
+  std::array<char, 8> type{};  ///< "disk"; under `modern` of several kinds
+};
+
+/// What the kernel counts for a device since boot. It keeps milliseconds in 32 bits, which wrap,
+/// and all else in 64.
+struct DiskCounters {
+  std::uint64_t reads = 0;
+  std::uint64_t sectorsRead = 0;  ///< of 512 bytes
+  std::uint64_t readMilliseconds = 0;
+  std::uint64_t writes = 0;
+  std::uint64_t sectorsWritten = 0;
+  std::uint64_t writeMilliseconds = 0;
+  std::uint64_t inFlight = 0;  ///< operations under way now
+  std::uint64_t inUseMilliseconds = 0;
+  std::uint64_t weightedMilliseconds = 0;  ///< grows by what is in flight in each millisecond
+
+  DiskCounters& operator+=(const DiskCounters& counters);
 };
 
 /// One disk as builders see it. One whose figures can't be read is there all the same, its fields

@@ -153,19 +153,6 @@ class WholeTest {
 
 }  // namespace
 
-DiskCounters& DiskCounters::operator+=(const DiskCounters& counters) {
-  reads += counters.reads;
-  sectorsRead += counters.sectorsRead;
-  readMilliseconds += counters.readMilliseconds;
-  writes += counters.writes;
-  sectorsWritten += counters.sectorsWritten;
-  writeMilliseconds += counters.writeMilliseconds;
-  inFlight += counters.inFlight;
-  inUseMilliseconds += counters.inUseMilliseconds;
-  weightedMilliseconds += counters.weightedMilliseconds;
-  return *this;
-}
-
 bool ParseDiskstatsLine(std::string_view line, DiskstatsLine& out) {
   out = {};
   TextScanner scanner(line);

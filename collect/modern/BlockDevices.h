@@ -5,23 +5,9 @@
 #include <string_view>
 #include <vector>
 
+#include "collect/device/DeviceSourceLINUX.h"
+
 // The block devices of the host, from /proc/diskstats and /sys/block.
-
-/// What the kernel counts for a device since boot. It keeps milliseconds in 32 bits, which wrap,
-/// and all else in 64.
-struct DiskCounters {
-  std::uint64_t reads = 0;
-  std::uint64_t sectorsRead = 0;  ///< of 512 bytes
-  std::uint64_t readMilliseconds = 0;
-  std::uint64_t writes = 0;
-  std::uint64_t sectorsWritten = 0;
-  std::uint64_t writeMilliseconds = 0;
-  std::uint64_t inFlight = 0;  ///< operations under way now
-  std::uint64_t inUseMilliseconds = 0;
-  std::uint64_t weightedMilliseconds = 0;  ///< grows by what is in flight in each millisecond
-
-  DiskCounters& operator+=(const DiskCounters& counters);
-};
 
 /// One line of /proc/diskstats; the name stays in the text.
 struct DiskstatsLine {
