@@ -19,7 +19,7 @@ struct x_deviceio {
   std::uint32_t readOps = 0;
   std::uint32_t writeOps = 0;
   std::uint32_t totalOps = 0;
-  /// `classic`: weighted I/O time by the uptime, in whole seconds a second; `modern`: in flight now.
+  /// `classic`: weighted I/O time by the uptime, whole seconds a second. `modern`: in flight now.
   std::uint32_t queueLength = 0;
   std::uint32_t reserved1 = 0;
   std::uint64_t serviceSeconds = 0;  ///< spent by reads and writes

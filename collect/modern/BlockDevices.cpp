@@ -151,6 +151,19 @@ class WholeTest {
   const LinesByName& m_byName;
 };
 
+/// Of rows with `counters` and `isPhysical`.
+template <class Device>
+PhysicalOps SumOfPhysical(const std::vector<Device>& devices) {
+  PhysicalOps sum;
+  for (const Device& device : devices) {
+    if (device.isPhysical) {
+      sum.reads += device.counters.reads;
+      sum.writes += device.counters.writes;
+    }
+  }
+  return sum;
+}
+
 }  // namespace
 
 bool ParseDiskstatsLine(std::string_view line, DiskstatsLine& out) {
@@ -248,13 +261,6 @@ std::string BlockAttributePath(std::string_view device, std::string_view attribu
   return std::string(kSysBlock).append("/").append(SysName(device)).append("/").append(attribute);
 }
 
-PhysicalOps ReadPhysicalOps() {
-  PhysicalOps sum;
-  for (const BlockDevice& device : ReadBlockDevices()) {
-    if (device.isPhysical) {
-      sum.reads += device.counters.reads;
-      sum.writes += device.counters.writes;
-    }
-  }
-  return sum;
-}
+PhysicalOps ReadPhysicalOps() { return SumOfPhysical(ReadBlockDevices()); }
+
+PhysicalOps PhysicalOpsOf(const std::vector<DeviceIO>& devices) { return SumOfPhysical(devices); }

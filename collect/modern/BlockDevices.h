@@ -58,3 +58,5 @@ struct PhysicalOps {
 /// The operations of all physical devices since boot: what goes through a device of devices is
 /// counted where it ends.
 [[nodiscard]] PhysicalOps ReadPhysicalOps();
+/// The same of rows that ModernDeviceSource has read.
+[[nodiscard]] PhysicalOps PhysicalOpsOf(const std::vector<DeviceIO>& devices);

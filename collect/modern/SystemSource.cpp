@@ -106,8 +106,10 @@ void ModernSystemSource::ReadMeminfo(x_system& record) {
   record.freeSwapMB = MbytesOf(figures.freeSwapKB);
 }
 
-void ModernSystemSource::ReadDisks(x_system& record) {
-  const PhysicalOps operations = ReadPhysicalOps();
+void ModernSystemSource::ReadDisks(x_system& record) const {
+  const bool isRead = m_pCollector != nullptr && m_pCollector->HasCollected(COLLECT_DEVICE);
+  const PhysicalOps operations =
+      isRead ? PhysicalOpsOf(*m_pCollector->GetDevice()) : ReadPhysicalOps();
   record.physicalReads = LowWord(operations.reads);
   record.physicalWrites = LowWord(operations.writes);
   record.pageInOps = operations.reads;

@@ -9,7 +9,8 @@
 
 /// Reads the host's one row from /proc/stat, /proc/vmstat, /proc/meminfo, /proc/loadavg and
 /// /proc/diskstats. Processes and users are counted in the rows of the run's own walk over
-/// processes where it has taken place, else in a walk over /proc/PID/status. Never fails for a file
+/// processes where it has taken place, else in a walk over /proc/PID/status; operations of disks in
+/// the run's devices where it has read them. Never fails for a file
 /// that is missing: its figures stay 0. Counters of the row's 32-bit words keep their low 32 bits.
 class ModernSystemSource : public PtrSource<x_system, System, std::vector<System>> {
  public:
@@ -25,7 +26,7 @@ class ModernSystemSource : public PtrSource<x_system, System, std::vector<System
   [[nodiscard]] bool ReadVmstat(x_system& record);
   [[nodiscard]] bool ReadLoadavg(x_system& record);
   void ReadMeminfo(x_system& record);
-  static void ReadDisks(x_system& record);
+  void ReadDisks(x_system& record) const;
   void CountProcesses(x_system& record) const;
 
   inline static SourceStatistics s_statistics;

@@ -1,6 +1,10 @@
 #include "collect/modern/BlockDevices.h"
 
+#include "collect/CategoryFlags.h"
+#include "collect/Collector.h"
 #include "collect/HostFile.h"
+#include "collect/system/SystemSourceLINUX.h"
+#include "support/HostProfile.h"
 #include "support/UtlError.h"
 #include "tests/collect/CollectFixture.h"
 
@@ -31,6 +35,30 @@ TEST_F(BlockDevicesTest, SysTellsWhatIsWhole) {
   const PhysicalOps ops = ReadPhysicalOps();
   EXPECT_EQ(ops.reads, 4295560916U);
   EXPECT_EQ(ops.writes, 813809U);
+}
+
+TEST_F(BlockDevicesTest, OneRunReadsThemOnce) {
+  static const process_tree::HostTree* s_host = nullptr;
+  const process_tree::HostTree host;
+  s_host = &host;
+  host.Write("/proc/vmstat", "pgpgin 4\n");
+  host.Write("/proc/diskstats",
+             "8 0 sda 4294967301 0 8 1 7 0 8 1 0 1 1\n8 16 sdb 1 0 8 1 1 0 8 1 0 1 1\n"
+             "253 0 dm-0 5 0 8 1 7 0 8 1 0 1 1\n");
+  // Asked by the host's own figures, which come after the devices.
+  Os().getpagesize = [] {
+    s_host->Write("/proc/diskstats", "8 0 sda 9 0 8 1 9 0 8 1 0 1 1\n");
+    return 4096;
+  };
+  g_hostProfile = HostProfile::kModern;
+  Collector collector;
+  EXPECT_EQ(collector.collect(COLLECT_DEVICE | COLLECT_SYSTEM, 0), nullptr);
+  EXPECT_EQ(collector.GetSystem()->physicalReads, 6U);
+  EXPECT_EQ(collector.GetSystem()->pageInOps, 4294967302U);
+  EXPECT_EQ(collector.GetSystem()->physicalWrites, 8U);
+  EXPECT_EQ(collector.collect(COLLECT_SYSTEM, 0), nullptr);
+  EXPECT_EQ(collector.GetSystem()->physicalReads, 9U) << "the devices are of an earlier run";
+  g_hostProfile = HostProfile::kClassic;
 }
 
 TEST_F(BlockDevicesTest, WithoutSysTheNamesTell) {
