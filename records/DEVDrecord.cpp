@@ -96,7 +96,7 @@ DeviceRow RawDeviceRow(const DeviceIO& device, std::int32_t now) {
 
 /// Percentages and averages of what was done in `seconds` since `base`; without one the row itself
 /// tells it.
-void FillDerived(DeviceRecord& row, const DeviceRecord* base, std::uint32_t seconds) {
+void FillDerived(DeviceRow& row, const DeviceRecord* base, std::uint32_t seconds) {
   const std::uint32_t ops = GrowthSince(row, base, &DeviceRecord::totalIoOps);
   if (ops != 0) {
     const auto divisor = static_cast<double>(ops);

@@ -57,7 +57,7 @@ tagUTIME TimeDelta(const tagUTIME& current, const tagUTIME& previous) {
   return difference.seconds < 0 ? tagUTIME{} : difference;
 }
 
-float CountPercent(std::uint32_t part, std::uint32_t whole) {
+float CountPercent(std::uint64_t part, std::uint64_t whole) {
   return 100.0F * static_cast<float>(part) / static_cast<float>(whole);
 }
 

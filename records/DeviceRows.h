@@ -32,7 +32,7 @@ struct DeviceNameParts {
 [[nodiscard]] std::uint32_t CountDelta(std::uint32_t current, std::uint32_t previous);
 [[nodiscard]] tagUTIME TimeDelta(const tagUTIME& current, const tagUTIME& previous);
 /// 100 * part / whole; `whole` is not 0.
-[[nodiscard]] float CountPercent(std::uint32_t part, std::uint32_t whole);
+[[nodiscard]] float CountPercent(std::uint64_t part, std::uint64_t whole);
 /// `busy` in per cent of `seconds`; 0 for no seconds.
 [[nodiscard]] float BusyPercent(const tagUTIME& busy, std::uint32_t seconds);
 /// Toward zero; a value that 32 bits do not hold is the nearest one that they do.

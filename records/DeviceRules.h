@@ -16,7 +16,7 @@ struct DeviceRules {
   Row (*rawRow)(const DeviceIO& device, std::int32_t now);
   /// Fills percentages and averages of what was done in `seconds` since `base`; without one the row
   /// itself tells it.
-  void (*fillDerived)(recordPI_DEVD& row, const recordPI_DEVD* base, std::uint32_t seconds);
+  void (*fillDerived)(Row& row, const recordPI_DEVD* base, std::uint32_t seconds);
 };
 
 /// Builds a row of each device; returns how many were output.
@@ -30,12 +30,11 @@ template <class Row>
       continue;
     }
     // A row that fails is skipped, so no error comes back.
-    (void)build.Add(rules.rawRow(*device, now),
-                    [&](recordPI_DEVD& row, const recordPI_DEVD* predecessor) {
-                      if (build.WithRates() || predecessor != nullptr) {
-                        rules.fillDerived(row, predecessor, DerivedSeconds(row, predecessor));
-                      }
-                    });
+    (void)build.Add(rules.rawRow(*device, now), [&](Row& row, const recordPI_DEVD* predecessor) {
+      if (build.WithRates() || predecessor != nullptr) {
+        rules.fillDerived(row, predecessor, DerivedSeconds(row, predecessor));
+      }
+    });
   }
   return build.OutputCount();
 }

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstring>
 #include <limits>
 #include <string_view>
+#include <utility>
 
 #include "collect/modern/DeviceSource.h"
 
@@ -15,11 +18,22 @@ constexpr std::array kTimeCounters{
     &DiskCounters::readMilliseconds, &DiskCounters::writeMilliseconds,
     &DiskCounters::inUseMilliseconds, &DiskCounters::weightedMilliseconds};
 
-/// The kernel keeps its times in 32 bits of milliseconds, which a busy disk fills in days. A growth
-/// of half of them and more is a step back, as of a device that is gone from a sum.
-std::uint32_t MillisecondsGrown(std::uint64_t current, std::uint64_t previous) {
-  const auto grown = static_cast<std::uint32_t>(current - previous);
-  return grown <= std::numeric_limits<std::uint32_t>::max() / 2 ? grown : 0;
+/// Of a word of 32 bits that wraps. A growth of half of it and more is a step back.
+bool Fell(std::uint32_t current, std::uint32_t previous) {
+  return current - previous > std::numeric_limits<std::uint32_t>::max() / 2;
+}
+
+std::uint32_t CountGrown(std::uint32_t current, std::uint32_t previous) {
+  return Fell(current, previous) ? 0 : current - previous;
+}
+
+/// The kernel keeps its times in 32 bits of milliseconds, which a busy disk fills in days: what is
+/// less than before has wrapped, alone or in a sum. No rise is too large, since a sum over many
+/// disks and operations grows by more than the time that goes by.
+std::uint64_t MillisecondsGrown(std::uint64_t current, std::uint64_t previous) {
+  return current >= previous ? current - previous
+                             : CountGrown(static_cast<std::uint32_t>(current),
+                                          static_cast<std::uint32_t>(previous));
 }
 
 tagUTIME TimeOf(std::uint64_t milliseconds) {
@@ -65,13 +79,23 @@ DiskCounters GrowthOf(const DiskCounters& current, const DiskCounters& previous)
 
 /// What was done, of which percentages and averages are made.
 struct Work {
-  std::uint32_t ops = 0;
-  std::uint32_t reads = 0;
-  std::uint32_t writes = 0;
+  std::uint64_t ops = 0;
+  std::uint64_t reads = 0;
+  std::uint64_t writes = 0;
   tagUTIME busy;
   tagUTIME wait;
   tagUTIME weighted;
 };
+
+/// All that a row counts: since boot or, in an interval, what it grew by.
+Work WorkOf(const DiskCounters& counters) {
+  return {.ops = counters.reads + counters.writes,
+          .reads = counters.reads,
+          .writes = counters.writes,
+          .busy = TimeOf(counters.inUseMilliseconds),
+          .wait = TimeOf(counters.readMilliseconds + counters.writeMilliseconds),
+          .weighted = TimeOf(counters.weightedMilliseconds)};
+}
 
 tagUTIME TimeGrown(const Utime& current, const Utime& previous) {
   return TimeOf(MillisecondsGrown(MillisecondsOf(current), MillisecondsOf(previous)));
@@ -117,12 +141,12 @@ std::string_view KernelName(const CountedDevice& row) {
   return name.substr(0, name.find(' '));
 }
 
+/// Whether a disk has started again, which its Mbytes tell: they don't wrap.
 bool FellBehind(const DeviceRecord& row, const DeviceRecord& predecessor) {
-  constexpr std::array kCounts{&DeviceRecord::readOps, &DeviceRecord::writeOps,
-                               &DeviceRecord::totalIoOps};
   constexpr std::array kMbytes{&DeviceRecord::ioMbytes, &DeviceRecord::readMbytes,
                                &DeviceRecord::writeMbytes};
-  return AnyBelow(row, predecessor, kCounts) || AnyBelow(row, predecessor, kMbytes);
+  return AnyBelow(row, predecessor, kMbytes) || Fell(row.readOps, predecessor.readOps) ||
+         Fell(row.writeOps, predecessor.writeOps);
 }
 
 constexpr IntervalFamily<CountedDevice> kCountedDeviceFamily{
@@ -135,21 +159,20 @@ constexpr IntervalFamily<CountedDevice> kCountedDeviceFamily{
         },
     .ratesOperation = "RecordBuilder::BuildRatesPI_DEVD",
     .rateFailure = RateFailure::kSkipsRow,
-    .movedBackwards = FellBehind};
+    .movedBackwards = FellBehind,
+    .forgetsVanished = true};
 
-Work WorkSince(const DeviceRecord& row, const DeviceRecord* base) {
-  constexpr DeviceRecord kNone{};
-  const DeviceRecord& before = base == nullptr ? kNone : *base;
-  return {.ops = CountDelta(row.totalIoOps, before.totalIoOps),
-          .reads = CountDelta(row.readOps, before.readOps),
-          .writes = CountDelta(row.writeOps, before.writeOps),
+Work WorkSince(const DeviceRecord& row, const DeviceRecord& before) {
+  return {.ops = CountGrown(row.totalIoOps, before.totalIoOps),
+          .reads = CountGrown(row.readOps, before.readOps),
+          .writes = CountGrown(row.writeOps, before.writeOps),
           .busy = TimeGrown(row.totalBusyTime, before.totalBusyTime),
           .wait = TimeGrown(row.totalWaitTime, before.totalWaitTime),
           .weighted = {}};
 }
 
-void FillDevice(DeviceRecord& row, const DeviceRecord* base, std::uint32_t seconds) {
-  const Work work = WorkSince(row, base);
+void FillDevice(CountedDevice& row, const DeviceRecord* base, std::uint32_t seconds) {
+  const Work work = base == nullptr ? WorkOf(row.counters) : WorkSince(row, *base);
   if (work.ops != 0) {
     row.readPercent = CountPercent(work.reads, work.ops);
     row.writePercent = CountPercent(work.writes, work.ops);
@@ -176,34 +199,52 @@ void PutFigures(CountedDisks& row) {
 }
 
 bool SumFellBehind(const DisksRecord& row, const DisksRecord& predecessor) {
-  constexpr std::array kCounts{&DisksRecord::reads, &DisksRecord::writes, &DisksRecord::totalIoOps};
-  return AnyBelow(row, predecessor, kCounts) || row.ioMbytes < predecessor.ioMbytes;
+  return row.ioMbytes < predecessor.ioMbytes || Fell(row.reads, predecessor.reads) ||
+         Fell(row.writes, predecessor.writes);
+}
+
+/// What all disks of `now` have counted since `before`; one that is new has counted all since.
+DiskCounters SumOfGrowths(const std::vector<NamedDisk>& now, const std::vector<NamedDisk>& before) {
+  DiskCounters sum;
+  auto former = before.begin();
+  for (const NamedDisk& disk : now) {
+    int order = 1;
+    while (former != before.end() &&
+           (order = std::strcmp(former->name.data(), disk.name.data())) < 0) {
+      ++former;
+    }
+    if (former != before.end() && order == 0) {
+      sum += GrowthOf(disk.counters, former->counters);
+      ++former;
+    } else {
+      sum += disk.counters;
+    }
+  }
+  return sum;
 }
 
 constexpr IntervalFamily<CountedDisks> kCountedDisksFamily{
     .amend =
-        [](CountedDisks& row, CountedDisks& /*raw*/, const CountedDisks& previous) {
-          row.counters = GrowthOf(row.counters, previous.counters);
+        [](CountedDisks& row, CountedDisks& raw, const CountedDisks& previous) {
+          row.counters = SumOfGrowths(raw.disks, previous.disks);
           PutFigures(row);
         },
     .ratesOperation = "RecordBuilder::BuildRatesPI_DEVS",
     .rateFailure = RateFailure::kSkipsRow,
     .movedBackwards = SumFellBehind};
 
-Work WorkSince(const DisksRecord& row, const DisksRecord* base) {
-  constexpr DisksRecord kNone{};
-  const DisksRecord& before = base == nullptr ? kNone : *base;
-  return {.ops = CountDelta(row.totalIoOps, before.totalIoOps),
-          .reads = CountDelta(row.reads, before.reads),
-          .writes = CountDelta(row.writes, before.writes),
+Work WorkSince(const DisksRecord& row, const DisksRecord& before) {
+  return {.ops = CountGrown(row.totalIoOps, before.totalIoOps),
+          .reads = CountGrown(row.reads, before.reads),
+          .writes = CountGrown(row.writes, before.writes),
           .busy = TimeGrown(row.totalBusyTime, before.totalBusyTime),
           .wait = TimeGrown(row.totalWaitTime, before.totalWaitTime),
           .weighted = TimeGrown(row.totalWaitLengthTime, before.totalWaitLengthTime)};
 }
 
 /// `row.devices` is not 0.
-void FillDisks(DisksRecord& row, const DisksRecord* base, std::uint32_t seconds) {
-  const Work work = WorkSince(row, base);
+void FillDisks(CountedDisks& row, const DisksRecord* base, std::uint32_t seconds) {
+  const Work work = base == nullptr ? WorkOf(row.counters) : WorkSince(row, *base);
   if (work.ops != 0) {
     row.readOpsPercent = CountPercent(work.reads, work.ops);
     row.writeOpsPercent = CountPercent(work.writes, work.ops);
@@ -228,28 +269,28 @@ const DeviceRules<CountedDevice>& ModernDeviceRules() {
 }
 
 CountedDisks SumOfPhysicalDisks(const std::vector<DeviceIO>& devices, std::int32_t now) {
-  CountedDisks sum{NewRow<DisksRecord>(now), {}};
-  std::uint32_t count = 0;
-  for (const DeviceIO& device : devices) {
-    if (device.isPhysical) {
-      sum.counters += device.counters;
-      ++count;
+  CountedDisks sum{{NewRow<DisksRecord>(now), {}}, {}};
+  for (const DeviceIO* device : SortedDevices(devices)) {
+    if (device->isPhysical) {
+      sum.counters += device->counters;
+      sum.disks.push_back({device->x_deviceio::name, device->counters});
     }
   }
-  sum.devices = count;
+  const std::size_t count = sum.disks.size();
+  sum.devices = static_cast<std::uint32_t>(count);
   sum.queueLength = count == 0 ? 0U : static_cast<std::uint32_t>(sum.counters.inFlight / count);
   PutFigures(sum);
   return sum;
 }
 
 int FinishPhysicalDisks(RawRows<CountedDisks>& rawRows, CMBRecordRequestEvent& event, bool first,
-                        std::int32_t upTime, const CountedDisks& sum) {
+                        std::int32_t upTime, CountedDisks sum) {
   if (sum.devices == 0U) {
     return 0;
   }
   IntervalBuild<CountedDisks> build(kCountedDisksFamily, rawRows, event, first, upTime);
   // A row that fails is skipped, so no error comes back.
-  (void)build.Add(sum, [&](DisksRecord& row, const DisksRecord* predecessor) {
+  (void)build.Add(std::move(sum), [&](CountedDisks& row, const DisksRecord* predecessor) {
     if (build.WithRates() || predecessor != nullptr) {
       FillDisks(row, predecessor, DerivedSeconds(row, predecessor));
     }

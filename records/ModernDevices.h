@@ -1,6 +1,9 @@
 #pragma once
 
-#include "collect/modern/BlockDevices.h"
+#include <cstdint>
+#include <vector>
+
+#include "collect/device/DeviceSourceLINUX.h"
 #include "records/DeviceRules.h"
 #include "records/IntervalEngine.h"
 #include "records/RecordStructures.h"
@@ -17,11 +20,20 @@ struct CountedRow : Record {
 
 [[nodiscard]] const DeviceRules<CountedRow<recordPI_DEVD>>& ModernDeviceRules();
 
-using CountedDisks = CountedRow<recordPI_DEVS>;
+/// What a disk has counted since boot.
+struct NamedDisk {
+  decltype(x_deviceio::name) name{};
+  DiskCounters counters;
+};
+/// The sum of disks and its parts: differences are taken disk by disk, so that one that goes or
+/// starts again takes nothing from the others' growth.
+struct CountedDisks : CountedRow<recordPI_DEVS> {
+  std::vector<NamedDisk> disks;  ///< ascending by name
+};
 /// The cumulative figures of all physical devices.
 [[nodiscard]] CountedDisks SumOfPhysicalDisks(const std::vector<DeviceIO>& devices,
                                               std::int32_t now);
 /// Takes the summed row through the engine. Returns how many rows were processed: 0 without a
 /// device, or for a row that had to be skipped.
 [[nodiscard]] int FinishPhysicalDisks(RawRows<CountedDisks>& rawRows, CMBRecordRequestEvent& event,
-                                      bool first, std::int32_t upTime, const CountedDisks& sum);
+                                      bool first, std::int32_t upTime, CountedDisks sum);

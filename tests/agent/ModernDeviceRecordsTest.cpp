@@ -20,6 +20,7 @@ namespace {
 
 constexpr tagPQLAUI kIntervals{.realtime = 0, .calcRates = 1};
 constexpr tagPQLAUI kLooks{.realtime = 1, .calcRates = 0};
+constexpr tagPQLAUI kAverages{.realtime = 1, .calcRates = 1};
 
 std::time_t g_clock = 1'700'000'000;
 
@@ -45,6 +46,23 @@ class ModernDeviceRecordsTest : public ::testing::Test {
     std::vector<Row> rows = asker.Rows<Row>();
     asker.NextAnswer();
     return rows;
+  }
+
+  /// Collects at the given time disks of so many reads, which were of 1 Mbyte and took 1 ms each.
+  struct DiskReads {
+    std::string name;
+    std::uint64_t reads;
+  };
+  void CollectReads(std::time_t when, const std::vector<DiskReads>& disks) {
+    g_clock = when;
+    std::string text;
+    for (const auto& [name, reads] : disks) {
+      const std::string count = std::to_string(reads);
+      text += "8 0 " + name + ' ' + count + " 0 " + std::to_string(reads * 2048) + ' ' + count +
+              " 0 0 0 0 0 " + count + ' ' + count + '\n';
+    }
+    m_host.Write("/proc/diskstats", text);
+    Collect();
   }
 
   /// Collects one disk: so many reads, sectors, and milliseconds in use, which its reads took too.
@@ -110,18 +128,23 @@ TEST_F(ModernDeviceRecordsTest, CountersThatWrapGoOnAndOnesThatRestartCountNothi
     std::uint32_t growth;
     float mbytes;
     tagUTIME time;
+    bool isSeen;  // by one who compares with the last look
   } cases[] = {
-      {kEnd - 10, 8 * kEnd, kEnd - 400, kEnd + 10, 8 * kEnd + 2048, 100, 20, 1, {0, 500'000}},
-      {1000, 2'048'000, 4000, 3, 24, 2, 0, 0, {0, 0}},
-      {1000, 2'048'000, 4000, 1001, 2'048'002, 3999, 1, 1.0F / 1024, {0, 0}},
+      {kEnd - 10, 8 * kEnd, kEnd - 400, kEnd + 10, 8 * kEnd + 2048, 100, 20, 1, {0, 500'000}, true},
+      {1000, 2'048'000, 4000, 3, 24, 2, 0, 0, {0, 0}, false},
+      {1000, 2'048'000, 4000, 1001, 2'048'002, 3999, 1, 1.0F / 1024, {0, 0}, true},
+      {1000, 2'048'000, 4000, 1500, 24, 4000, 500, 0, {0, 0}, false},
+      {1000, 0, 4000, 3, 2'048'000, 4000, 0, 1000, {0, 0}, false},
   };
   for (const auto& one : cases) {
     SCOPED_TRACE(&one - cases);
     Asker look("DEVD", '4', kLooks);
+    Asker sumLook("DEVS", '4', kLooks);
     CollectDisk(one.reads, one.sectors, one.milliseconds);
     (void)Build<recordPI_DEVD>(m_each);
     (void)Build<recordPI_DEVS>(m_sum);
     (void)Build<recordPI_DEVD>(look);
+    (void)Build<recordPI_DEVS>(sumLook);
     g_clock += 10;
     CollectDisk(one.readsAfter, one.sectorsAfter, one.millisecondsAfter);
     const auto row = Build<recordPI_DEVD>(m_each).at(0);
@@ -132,7 +155,87 @@ TEST_F(ModernDeviceRecordsTest, CountersThatWrapGoOnAndOnesThatRestartCountNothi
     const auto sum = Build<recordPI_DEVS>(m_sum).at(0);
     EXPECT_EQ(sum.totalIoOps, one.growth);
     EXPECT_EQ(sum.totalWaitTime, one.time);
+    const auto looks = Build<recordPI_DEVD>(look);
+    const auto sumLooks = Build<recordPI_DEVS>(sumLook);
+    ASSERT_EQ(looks.size(), one.isSeen ? 1U : 0U);
+    ASSERT_EQ(sumLooks.size(), looks.size());
+    if (one.isSeen) {
+      EXPECT_EQ(looks[0].avgServiceTime, one.time / static_cast<double>(one.growth));
+      EXPECT_FLOAT_EQ(looks[0].readPercent, 100);
+      EXPECT_EQ(sumLooks[0].avgServiceTimePerOp, looks[0].avgServiceTime);
+      EXPECT_FLOAT_EQ(sumLooks[0].readOpsPercent, 100);
+    }
     g_clock += 10;
+  }
+}
+
+TEST_F(ModernDeviceRecordsTest, NoTimeOrCountIsTooLongForAnAverage) {
+  const auto collect = [this](const std::string& figures) {
+    m_host.Write("/proc/diskstats", "8 0 sda " + figures + "8 16 sdb " + figures);
+    Collect();
+  };
+  Asker look("DEVS", '4', kLooks);
+  collect("1 0 8 0 0 0 0 0 0 0 0\n");
+  (void)Build<recordPI_DEVD>(m_each);
+  (void)Build<recordPI_DEVS>(m_sum);
+  (void)Build<recordPI_DEVS>(look);
+  g_clock += 4'000'000;
+  collect("7200000000 0 8 3000000000 2400000000 0 8 3000000000 0 3000000000 4000000000\n");
+  constexpr tagUTIME kBusy{3'000'000, 0};
+  constexpr tagUTIME kWait{6'000'000, 0};
+  constexpr tagUTIME kWeighted{4'000'000, 0};
+  Asker sinceBoot("DEVD", '4', kAverages);
+  Asker sumSinceBoot("DEVS", '4', kAverages);
+  g_clock = 4'000'000;
+  const auto whole = Build<recordPI_DEVD>(sinceBoot).at(1);
+  EXPECT_FLOAT_EQ(whole.busyPercent, 75);
+  EXPECT_FLOAT_EQ(whole.readPercent, 75);
+  EXPECT_FLOAT_EQ(whole.writePercent, 25);
+  EXPECT_EQ(whole.avgServiceTime, (tagUTIME{0, 312}));
+  EXPECT_EQ(whole.avgWaitTime, (tagUTIME{0, 625}));
+  const auto wholeSum = Build<recordPI_DEVS>(sumSinceBoot).at(0);
+  EXPECT_FLOAT_EQ(wholeSum.busyPercent, 75);
+  EXPECT_FLOAT_EQ(wholeSum.readOpsPercent, 75);
+  EXPECT_EQ(wholeSum.avgServiceTimePerOp, (tagUTIME{0, 312}));
+  EXPECT_EQ(wholeSum.avgServiceTimePerDevice, kBusy);
+  g_clock = 1'704'000'000;
+  const auto row = Build<recordPI_DEVD>(m_each).at(1);
+  EXPECT_EQ(row.totalWaitTime, kWait);
+  EXPECT_EQ(row.waitLengthTime, kWeighted);
+  EXPECT_EQ(row.avgWaitTime, (tagUTIME{0, 625}));
+  for (Asker* const asker : {&m_sum, &look, &sumSinceBoot}) {
+    const auto sum = Build<recordPI_DEVS>(*asker).at(0);
+    EXPECT_EQ(sum.waitTime, kWait);
+    EXPECT_EQ(sum.waitLengthTime, kWeighted);
+  }
+}
+
+TEST_F(ModernDeviceRecordsTest, ADiskThatGoesOrStartsAgainTakesNothingFromTheOthers) {
+  const struct {
+    std::vector<DiskReads> disks;
+    std::uint32_t growth;
+    std::vector<std::uint32_t> growths;
+  } intervals[] = {
+      {{{"sda", 1000}, {"sdb", 500}, {"sdc", 100}}, 0, {}},
+      {{{"sda", 1007}, {"sdc", 103}}, 10, {7, 3}},                            // gone
+      {{{"sdc", 104}, {"sda", 1009}, {"sdb", 600}}, 603, {2, 600, 1}},        // another one
+      {{{"sda", 4}, {"sdb", 605}, {"sdc", 106}}, 7, {0, 5, 2}},               // starts again
+      {{{"sda", 5}, {"sdb", 605}, {"sdb1", 9}, {"sdc", 106}}, 1, {1, 0, 0}},  // with a partition
+  };
+  for (const auto& interval : intervals) {
+    SCOPED_TRACE(&interval - intervals);
+    CollectReads(g_clock + 10, interval.disks);
+    const auto rows = Build<recordPI_DEVD>(m_each);
+    std::vector<std::uint32_t> growths;
+    for (const recordPI_DEVD& row : rows) {
+      growths.push_back(row.totalIoOps);
+    }
+    EXPECT_EQ(growths, interval.growths);
+    for (const recordPI_DEVS& sum : Build<recordPI_DEVS>(m_sum)) {
+      EXPECT_EQ(sum.reads, interval.growth);
+      EXPECT_DOUBLE_EQ(sum.ioMbytes, interval.growth);
+      EXPECT_EQ(sum.totalBusyTime, (tagUTIME{0, static_cast<int>(interval.growth) * 1000}));
+    }
   }
 }
 
