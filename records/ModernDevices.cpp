@@ -141,7 +141,8 @@ std::string_view KernelName(const CountedDevice& row) {
   return name.substr(0, name.find(' '));
 }
 
-/// Whether a disk has started again, which its Mbytes tell: they don't wrap.
+/// Whether a disk has started again. Its Mbytes tell, which don't wrap; one that has moved more
+/// since than before is found by its counts.
 bool FellBehind(const DeviceRecord& row, const DeviceRecord& predecessor) {
   constexpr std::array kMbytes{&DeviceRecord::ioMbytes, &DeviceRecord::readMbytes,
                                &DeviceRecord::writeMbytes};
@@ -163,9 +164,11 @@ constexpr IntervalFamily<CountedDevice> kCountedDeviceFamily{
     .forgetsVanished = true};
 
 Work WorkSince(const DeviceRecord& row, const DeviceRecord& before) {
-  return {.ops = CountGrown(row.totalIoOps, before.totalIoOps),
-          .reads = CountGrown(row.readOps, before.readOps),
-          .writes = CountGrown(row.writeOps, before.writeOps),
+  const std::uint64_t reads = CountGrown(row.readOps, before.readOps);
+  const std::uint64_t writes = CountGrown(row.writeOps, before.writeOps);
+  return {.ops = reads + writes,
+          .reads = reads,
+          .writes = writes,
           .busy = TimeGrown(row.totalBusyTime, before.totalBusyTime),
           .wait = TimeGrown(row.totalWaitTime, before.totalWaitTime),
           .weighted = {}};
@@ -234,9 +237,11 @@ constexpr IntervalFamily<CountedDisks> kCountedDisksFamily{
     .movedBackwards = SumFellBehind};
 
 Work WorkSince(const DisksRecord& row, const DisksRecord& before) {
-  return {.ops = CountGrown(row.totalIoOps, before.totalIoOps),
-          .reads = CountGrown(row.reads, before.reads),
-          .writes = CountGrown(row.writes, before.writes),
+  const std::uint64_t reads = CountGrown(row.reads, before.reads);
+  const std::uint64_t writes = CountGrown(row.writes, before.writes);
+  return {.ops = reads + writes,
+          .reads = reads,
+          .writes = writes,
           .busy = TimeGrown(row.totalBusyTime, before.totalBusyTime),
           .wait = TimeGrown(row.totalWaitTime, before.totalWaitTime),
           .weighted = TimeGrown(row.totalWaitLengthTime, before.totalWaitLengthTime)};

@@ -10,8 +10,8 @@
 /// Reads the host's one row from /proc/stat, /proc/vmstat, /proc/meminfo, /proc/loadavg and
 /// /proc/diskstats. Processes and users are counted in the rows of the run's own walk over
 /// processes where it has taken place, else in a walk over /proc/PID/status; operations of disks in
-/// the run's devices where it has read them. Never fails for a file
-/// that is missing: its figures stay 0. Counters of the row's 32-bit words keep their low 32 bits.
+/// the run's devices where it has read them. Never fails for a file that is missing: its figures
+/// stay 0. Counters of the row's 32-bit words keep their low 32 bits.
 class ModernSystemSource : public PtrSource<x_system, System, std::vector<System>> {
  public:
   ModernSystemSource() { ++s_statistics.constructed; }

@@ -254,6 +254,10 @@ TEST_F(ModernDeviceRecordsTest, LooksCompareMilliseconds) {
   const auto sum = Build<recordPI_DEVS>(sumLook).at(0);
   EXPECT_FLOAT_EQ(sum.busyPercent, 40);
   EXPECT_EQ(sum.waitLengthTime, (tagUTIME{0, 400'000}));
+  m_host.Write("/proc/diskstats", "8 0 sda 1500001008 0 2048 304 1500000000 0 0 0 0 304 304\n");
+  Collect();
+  EXPECT_FLOAT_EQ(Build<recordPI_DEVD>(look).at(0).readPercent, 50) << "of 3000000000";
+  EXPECT_FLOAT_EQ(Build<recordPI_DEVS>(sumLook).at(0).readOpsPercent, 50);
   CollectDisk(3, 8, 5);
   EXPECT_TRUE(Build<recordPI_DEVD>(look).empty());
   EXPECT_TRUE(Build<recordPI_DEVS>(sumLook).empty());
