@@ -14,8 +14,8 @@
 
 /// Figures of processes. As a delta: one process since the last pass; as totals: the sums of a
 /// workgroup. Counters wrap at 32 bits, sums of memory don't. CPU sums don't either: as hundredths
-/// those are 497 days, soon used up by many processors. A process number in new hands can bring them
-/// below zero.
+/// those are 497 days, soon used up by many processors. A process number in new hands can bring
+/// them below zero.
 struct WorkgroupTotals {
   std::uint32_t contextSwitches = 0;
   std::uint32_t ioKbytes = 0;

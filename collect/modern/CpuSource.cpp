@@ -110,7 +110,7 @@ void ModernCpuSource::LoadTimes() {
     }
   }
   TellFound(kCpuStatPath, "a line of each processor that is on line",
-                (online & present & ~counted).none());
+            (online & present & ~counted).none());
   TellFound(kCpuStatPath, "all times of each processor", columns == CpuTicks::kColumns);
 }
 
@@ -146,8 +146,8 @@ void ModernCpuSource::LoadTypes() {
   }
   TakeType(block);
   TellFound(kCpuinfoPath, "model of a processor",
-                std::any_of(m_rows.begin(), m_rows.end(),
-                            [](const x_cpu& row) { return row.cpuType[0] != '\0'; }));
+            std::any_of(m_rows.begin(), m_rows.end(),
+                        [](const x_cpu& row) { return row.cpuType[0] != '\0'; }));
 }
 
 void ModernCpuSource::TakeType(CpuinfoBlock& block) {
