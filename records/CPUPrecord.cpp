@@ -1,7 +1,9 @@
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <vector>
 
 #include "collect/Collector.h"
 #include "collect/cpu/CPUSourceLINUX.h"
@@ -31,10 +33,6 @@ constexpr IntervalFamily<ProcessorRow> kProcessorFamily{
           return std::strcmp(a.processorId.c_str(), b.processorId.c_str()) == 0;
         },
     .ratesOperation = "RecordBuilder::BuildRates_CPUP"};
-
-struct CPUPState : FamilyState {
-  RawRows<ProcessorRow> rawRows;
-};
 
 /// Each processor's total time at its last row: tells one that has stopped accumulating time.
 class MyCPUObject : public CMBUserObject {
@@ -100,58 +98,75 @@ void CopyProcessorFigures(ProcessorRow& row, const ProcessorRow& from) {
   row.interrupts = from.interrupts;
 }
 
-/// A processor that is off line has no figures, but goes on where it stood once it is back: what is
-/// kept of it is what it last showed. One that was never seen on line has nothing to be compared
-/// with. A sum of interrupts is less than before if a device has gone with its line.
-void AmendModernProcessor(ProcessorRow& row, ProcessorRow& raw, const ProcessorRow& previous) {
-  const bool isUnseen = IsOffLine(previous) && TotalTime(previous) == tagUTIME{};
-  if (IsOffLine(row)) {
-    CopyProcessorFigures(raw, previous);
-  }
-  if (IsOffLine(row) || isUnseen) {
+/// A processor that was never seen on line has nothing to be compared with.
+void AmendModernProcessor(ProcessorRow& row, ProcessorRow& /*raw*/, const ProcessorRow& previous) {
+  if (IsOffLine(previous) && TotalTime(previous) == tagUTIME{}) {
     CopyProcessorFigures(row, ProcessorRow{});
-    return;
   }
-  const std::uint32_t growth =
-      CounterDelta(row.interrupts, previous.interrupts, "processor_interrupts");
-  row.interrupts = static_cast<std::int32_t>(growth) < 0 ? 0U : growth;
 }
 
+/// A processor that is off line has no figures, but goes on where it stood once it is back. A sum
+/// of interrupts is less than before if a device has gone with its line.
 constexpr IntervalFamily<ProcessorRow> kModernProcessorFamily = [] {
   IntervalFamily<ProcessorRow> family = kProcessorFamily;
-  family.counters = {};
   family.timeDelta = TimeGrowth;
+  family.counterDelta = CounterGrowth;
+  family.zeroIsUnread = true;
   family.amend = AmendModernProcessor;
   return family;
 }();
+
+/// The figures of each processor's last row on line, by its number.
+using SeenProcessors = std::vector<ProcessorRow>;
+
+/// Keeps the figures of a processor on line, and gives them to a look's row of one off line.
+void RecallProcessor(SeenProcessors& seen, const CPU& cpu, ProcessorRow& row, bool isLook) {
+  if (cpu.GetCpuId() >= seen.size()) {
+    seen.resize(std::size_t{cpu.GetCpuId()} + 1);
+  }
+  ProcessorRow& last = seen[cpu.GetCpuId()];
+  if (!IsOffLine(row)) {
+    CopyProcessorFigures(last, row);
+  } else if (isLook) {
+    CopyProcessorFigures(row, last);
+  }
+}
+
+struct CPUPState : FamilyState {
+  RawRows<ProcessorRow> rawRows;
+  SeenProcessors seen;
+};
 
 /// What the profiles differ in.
 struct ProcessorRules {
   const IntervalFamily<ProcessorRow>& family;
   const char* (*status)(MyCPUObject& statuses, const CPU& cpu, const tagUTIME& total);
-  /// Whether the times between two looks say anything.
-  bool (*isComparable)(const ProcessorRow& row, const ProcessorRow& predecessor);
+  void (*recall)(SeenProcessors& seen, const CPU& cpu, ProcessorRow& row, bool isLook);
+  /// Whether the row's times tell what the processor does.
+  bool (*isRunning)(const ProcessorRow& row);
 };
 constexpr ProcessorRules kClassicProcessorRules{
     .family = kProcessorFamily,
     .status = [](MyCPUObject& statuses, const CPU& cpu,
                  const tagUTIME& total) { return statuses.UpdateStatus(cpu.GetCpuId(), total); },
-    .isComparable = [](const ProcessorRow&, const ProcessorRow&) { return true; }};
+    .recall = [](SeenProcessors&, const CPU&, ProcessorRow&, bool) {},
+    .isRunning = [](const ProcessorRow&) { return true; }};
 constexpr ProcessorRules kModernProcessorRules{
     .family = kModernProcessorFamily,
     .status = [](MyCPUObject& /*statuses*/, const CPU& cpu,
                  const tagUTIME& /*total*/) { return cpu.GetOnline() == 0 ? "On Line" : kOffLine; },
-    .isComparable =
-        [](const ProcessorRow& row, const ProcessorRow& predecessor) {
-          return !IsOffLine(row) && !IsOffLine(predecessor);
-        }};
+    .recall = RecallProcessor,
+    .isRunning = [](const ProcessorRow& row) { return !IsOffLine(row); }};
 
 /// With rates the row's own times count, else their differences to the predecessor.
 void DeriveProcessorPercentages(const ProcessorRules& rules, ProcessorRow& row,
                                 const ProcessorRow* predecessor, bool withRates) {
+  if (!rules.isRunning(row)) {
+    return;
+  }
   if (withRates) {
     FillProcessorPercentages(row, row.userTime, row.systemTime, row.idleTime, row.waitTime);
-  } else if (predecessor != nullptr && rules.isComparable(row, *predecessor)) {
+  } else if (predecessor != nullptr && rules.isRunning(*predecessor)) {
     const auto delta = rules.family.timeDelta;
     FillProcessorPercentages(row, delta(row.userTime, predecessor->userTime),
                              delta(row.systemTime, predecessor->systemTime),
@@ -172,14 +187,15 @@ UtlError* RecordBuilder::Build_CPUP(CMBRecordRequestEvent* pEvent, CMBRecordRequ
 
   const ProcessorRules& rules =
       g_hostProfile == HostProfile::kModern ? kModernProcessorRules : kClassicProcessorRules;
-  IntervalBuild<ProcessorRow> build(rules.family, StateOf<CPUPState>().rawRows, *pEvent, first,
-                                    upTime);
+  auto& state = StateOf<CPUPState>();
+  IntervalBuild<ProcessorRow> build(rules.family, state.rawRows, *pEvent, first, upTime);
   UtlErrorPtr error;
   for (const CPU& cpu : *m_pCollector->GetCPU()) {
     ProcessorRow row = RawProcessorRow(cpu, now);
     row.bootTime = GetBootTime();
     row.upTime = upTimeText;
     row.status = rules.status(statuses, cpu, TotalTime(row));
+    rules.recall(state.seen, cpu, row, pEvent->IsRealtime() != 0);
     error = build.Add(row, [&](ProcessorRow& finished, const ProcessorRow* predecessor) {
       DeriveProcessorPercentages(rules, finished, predecessor, build.WithRates());
     });

@@ -54,14 +54,25 @@ CPUSummary::Figures CPUSummary::CurrentFigures(const CPU& cpu) {
 }
 
 CPUSummary::Figures CPUSummary::LastFigures(const CPU& cpu) {
-  if (cpu.GetCpuId() >= m_lastFigures.size()) {
-    m_lastFigures.resize(std::size_t{cpu.GetCpuId()} + 1);
+  if (cpu.GetCpuId() >= m_histories.size()) {
+    m_histories.resize(std::size_t{cpu.GetCpuId()} + 1);
   }
-  Figures& last = m_lastFigures[cpu.GetCpuId()];
+  History& history = m_histories[cpu.GetCpuId()];
   if (cpu.GetOnline() == 0) {
-    last = CurrentFigures(cpu);
+    history.last = CurrentFigures(cpu);
+    history.isSeen = true;
+    if (history.isBaseDue) {
+      history.base = history.last;
+      history.isBaseDue = false;
+    }
+  } else {
+    history.isBaseDue = !history.isSeen;
   }
-  return last;
+  const Figures& last = history.last;
+  const Figures& base = history.base;
+  return {last.interrupts - base.interrupts, TimeGrowth(last.idleTime, base.idleTime),
+          TimeGrowth(last.userTime, base.userTime), TimeGrowth(last.kernelTime, base.kernelTime),
+          TimeGrowth(last.waitTime, base.waitTime)};
 }
 
 void CPUSummary::AddTime(UtlTime& field, const tagUTIME& value) {

@@ -10,7 +10,8 @@ class CPU;
 class Collector;
 
 /// All processors of one pass added up. Under the profile `modern` one that is off line counts as
-/// it last did on line, so that no sum falls, nor jumps once it is back.
+/// it last did on line, so that no sum falls, nor jumps once it is back; one that was off line when
+/// it was first looked at counts from its first look on line.
 class CPUSummary {
  public:
   /// The collector is not owned.
@@ -43,9 +44,17 @@ class CPUSummary {
     tagUTIME waitTime;
   };
 
+  /// What is known of one processor.
+  struct History {
+    Figures last;  ///< on line
+    Figures base;  ///< what it had done unseen
+    bool isSeen = false;
+    bool isBaseDue = false;
+  };
+
   /// What the processor's row says.
   Figures CurrentFigures(const CPU& cpu);
-  /// The same, or what it last said on line.
+  /// The same, or what it last said on line, less what it had done unseen.
   Figures LastFigures(const CPU& cpu);
   template <class Value>
   const Value& Read(const Value& value) const {
@@ -56,7 +65,7 @@ class CPUSummary {
   void AddTime(UtlTime& field, const tagUTIME& value);
 
   Collector* m_collector;
-  std::vector<Figures> m_lastFigures;  ///< by the processor's number
+  std::vector<History> m_histories;  ///< by the processor's number
   bool m_built = false;
   std::uint32_t m_lastRequest = 0;
   std::uint32_t m_cpuCount = 0;

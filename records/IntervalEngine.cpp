@@ -23,6 +23,17 @@ std::uint32_t CounterDelta(std::uint32_t current, std::uint32_t previous, const 
   return current - previous;
 }
 
+std::uint32_t CounterGrowth(std::uint32_t current, std::uint32_t previous, const char* traceName) {
+  const std::uint32_t growth = current - previous;
+  if (static_cast<std::int32_t>(growth) >= 0) {
+    return growth;
+  }
+  if (current < previous) {
+    TraceCounterFell(traceName, current, previous);
+  }
+  return 0;
+}
+
 UtlErrorPtr ZeroIntervalError(const char* ratesOperation) {
   auto error = std::make_unique<UtlError>(__FILE__, __LINE__);
   error->GetStream() << ratesOperation

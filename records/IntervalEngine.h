@@ -42,6 +42,16 @@ enum class RateFailure { kEndsBuild, kSkipsRow };
 /// does. Right across the wrap of 32 bits of seconds, which a sum over many processors comes to.
 [[nodiscard]] tagUTIME TimeGrowth(const tagUTIME& now, const tagUTIME& before);
 
+/// Traces at level 20 that a counter went backwards.
+void TraceCounterFell(const char* traceName, std::uint32_t current, std::uint32_t previous);
+/// current - previous, wrapping at 32 bits; a counter that went backwards is traced at level 20.
+[[nodiscard]] std::uint32_t CounterDelta(std::uint32_t current, std::uint32_t previous,
+                                         const char* traceName);
+/// The same for a sum that may fall, as when a device goes with what it has counted: one that fell
+/// by less than half of its range counts 0 and is traced, one that fell by more has wrapped.
+[[nodiscard]] std::uint32_t CounterGrowth(std::uint32_t current, std::uint32_t previous,
+                                          const char* traceName);
+
 /// What one record gives to the engine, which has its rates from the record's layout. All tables
 /// live as long as the process.
 template <class Record>
@@ -50,6 +60,12 @@ struct IntervalFamily {
   std::span<Utime Record::*const> times = {};
   /// How two of its times are subtracted.
   tagUTIME (*timeDelta)(const tagUTIME& now, const tagUTIME& before) = UTIMEDelta4Overflow;
+  /// How two of its counters are subtracted.
+  std::uint32_t (*counterDelta)(std::uint32_t current, std::uint32_t previous,
+                                const char* traceName) = CounterDelta;
+  /// Whether a counter or time of 0 is one that could not be read: it then stands where it last
+  /// did, so that no interval holds its whole past once it is there again.
+  bool zeroIsUnread = false;
   /// Whether two rows are of one instance; null for a record of a single row.
   bool (*sameInstance)(const Record&, const Record&) = nullptr;
   /// Ends the subtraction: may correct the difference `row`, whose fields of no table still hold
@@ -69,11 +85,6 @@ struct IntervalFamily {
   bool forgetsVanished = false;
 };
 
-/// Traces at level 20 that a counter went backwards.
-void TraceCounterFell(const char* traceName, std::uint32_t current, std::uint32_t previous);
-/// current - previous, wrapping at 32 bits; a counter that went backwards is traced at level 20.
-[[nodiscard]] std::uint32_t CounterDelta(std::uint32_t current, std::uint32_t previous,
-                                         const char* traceName);
 /// The same for figures that are fractions; the difference may be negative.
 [[nodiscard]] float FloatCounterDelta(float current, float previous, const char* traceName);
 [[nodiscard]] UtlErrorPtr ZeroIntervalError(const char* ratesOperation);
@@ -82,11 +93,29 @@ void TraceCounterFell(const char* traceName, std::uint32_t current, std::uint32_
 /// 0 to 100; 0 if the total is zero.
 [[nodiscard]] float PercentOf(const tagUTIME& part, const tagUTIME& total);
 
+/// Puts the previous counters and times where the current ones are 0.
+template <class Record>
+void RestoreUnread(const IntervalFamily<Record>& family, Record& current, const Record& previous) {
+  for (Utime Record::*field : family.times) {
+    if (current.*field == tagUTIME{}) {
+      current.*field = previous.*field;
+    }
+  }
+  for (const CounterField<Record>& counter : family.counters) {
+    if (current.*counter.field == 0U) {
+      current.*counter.field = previous.*counter.field;
+    }
+  }
+}
+
 /// The current row with the previous one's counters and times subtracted and with the seconds
-/// between the two as its interval. `current` changes only as the family amends it.
+/// between the two as its interval. `current` changes only as the family restores or amends it.
 template <class Record>
 [[nodiscard]] Record DeltaPI(const IntervalFamily<Record>& family, Record& current,
                              const Record& previous) {
+  if (family.zeroIsUnread) {
+    RestoreUnread(family, current, previous);
+  }
   Record row = current;
   row.interval = CounterDelta(static_cast<std::uint32_t>(current.recordTime),
                               static_cast<std::uint32_t>(previous.recordTime), "interval");
@@ -95,7 +124,7 @@ template <class Record>
   }
   for (const CounterField<Record>& counter : family.counters) {
     row.*counter.field =
-        CounterDelta(current.*counter.field, previous.*counter.field, counter.traceName);
+        family.counterDelta(current.*counter.field, previous.*counter.field, counter.traceName);
   }
   if (family.amend != nullptr) {
     family.amend(row, current, previous);

@@ -196,18 +196,27 @@ void FillNFS(recordPI& row, const NFSClientTotal& client, const NFSServerTotal& 
   row.nfsServerWriteOps = served.writes;
 }
 
-void FillCPUPercentages(recordPI& row, const tagUTIME& user, const tagUTIME& kernel,
-                        const tagUTIME& idle, const tagUTIME& wait) {
-  UtlTime busy = WideTime(user);
-  busy += WideTime(kernel);
+CPUTimes TimesOf(const recordPI& row) {
+  return {WideTime(row.totalUserModeTime), WideTime(row.totalKernelModeTime),
+          WideTime(row.totalIdleTime), WideTime(row.totalWaitTime)};
+}
+
+CPUTimes TimesOf(const CPUSummary& summary) {
+  return {summary.GetUserTime(), summary.GetKernelTime(), summary.GetIdleTime(),
+          summary.GetWaitTime()};
+}
+
+void FillCPUPercentages(recordPI& row, const CPUTimes& times) {
+  UtlTime busy = times.user;
+  busy += times.kernel;
   UtlTime total = busy;
-  total += WideTime(idle);
-  total += WideTime(wait);
-  row.userCpuPercent = total.Percent(WideTime(user));
-  row.kernelCpuPercent = total.Percent(WideTime(kernel));
+  total += times.idle;
+  total += times.wait;
+  row.userCpuPercent = total.Percent(times.user);
+  row.kernelCpuPercent = total.Percent(times.kernel);
   row.cpuPercent = total.Percent(busy);
-  row.waitPercent = total.Percent(WideTime(wait));
-  row.idlePercent = total.Percent(WideTime(idle));
+  row.waitPercent = total.Percent(times.wait);
+  row.idlePercent = total.Percent(times.idle);
 }
 
 void FillCachePercentages(recordPI& row, const recordPI& counts) {

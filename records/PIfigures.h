@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "records/RecordStructures.h"
+#include "support/TimeValues.h"
 
 class CPUSummary;
 class NFSClientTotal;
@@ -34,8 +35,18 @@ void FillModernFigures(recordPI& row, const System& system);
 /// The operations of versions 3 and 4, and the server's refused calls of all versions.
 void FillNFS(recordPI& row, const NFSClientTotal& client, const NFSServerTotal& server);
 
+/// The four CPU times of all processors, of an interval or since boot.
+struct CPUTimes {
+  UtlTime user;
+  UtlTime kernel;
+  UtlTime idle;
+  UtlTime wait;
+};
+/// Those that the row shows: of 32 bits of seconds with a sign.
+[[nodiscard]] CPUTimes TimesOf(const recordPI& row);
+/// The same with all bits of the sums.
+[[nodiscard]] CPUTimes TimesOf(const CPUSummary& summary);
 /// The five CPU percentages of the four times.
-void FillCPUPercentages(recordPI& row, const tagUTIME& user, const tagUTIME& kernel,
-                        const tagUTIME& idle, const tagUTIME& wait);
+void FillCPUPercentages(recordPI& row, const CPUTimes& times);
 /// The two cache percentages of `row` from the counters of `counts`.
 void FillCachePercentages(recordPI& row, const recordPI& counts);

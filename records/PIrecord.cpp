@@ -5,6 +5,7 @@
 #include "collect/Collector.h"
 #include "collect/network/ProtocolSourceLINUX.h"
 #include "collect/system/SystemSourceLINUX.h"
+#include "records/CPUSummary.h"
 #include "records/IntervalEngine.h"
 #include "records/PIfigures.h"
 #include "records/RecordBuilder.h"
@@ -112,22 +113,14 @@ constexpr IntervalFamily<HostRow> kHostFamily{.counters = kHostCounters,
                                               .amend = SubtractMbytesAndOtherPackets,
                                               .ratesOperation = "RecordBuilder::BuildRates_PI"};
 
-/// What happened between two values of a time that only grows; one that steps back, as the kernel's
-/// time of waiting does, counts nothing.
-tagUTIME ForgivingGrowth(const tagUTIME& current, const tagUTIME& previous) {
-  const tagUTIME growth = current - previous;
-  return growth.seconds < 0 ? tagUTIME{} : growth;
-}
-
-void SubtractAllButCounters(HostRow& row, HostRow& raw, const HostRow& previous) {
-  SubtractMbytesAndOtherPackets(row, raw, previous);
-  for (Utime HostRow::*time : kHostTimes) {
-    row.*time = ForgivingGrowth(raw.*time, previous.*time);
-  }
-}
-
+/// The host's sums may fall: a disk or a module goes with what it has counted, and a file may be
+/// missing for a while.
 constexpr IntervalFamily<HostRow> kModernHostFamily{.counters = kHostCounters,
-                                                    .amend = SubtractAllButCounters,
+                                                    .times = kHostTimes,
+                                                    .timeDelta = TimeGrowth,
+                                                    .counterDelta = CounterGrowth,
+                                                    .zeroIsUnread = true,
+                                                    .amend = SubtractMbytesAndOtherPackets,
                                                     .ratesOperation = kHostFamily.ratesOperation};
 
 struct PIState : FamilyState {
@@ -174,16 +167,18 @@ void FillRestOfModern(HostRow& row, const Collector& collector) {
 /// What a host profile makes of its figures.
 struct OverviewRules {
   const IntervalFamily<HostRow>& family;
-  /// The difference of two times of processors.
-  tagUTIME (*growth)(const tagUTIME& current, const tagUTIME& previous);
+  /// The times of all processors since boot, of which a row has 32 bits of seconds.
+  CPUTimes (*timesSinceBoot)(const HostRow& row, const CPUSummary& summary);
   /// What the classic figures lack or have otherwise.
   void (*fillRest)(HostRow& row, const Collector& collector);
   void (*fillStartsAndEnds)(HostRow& row, const System& system, const MyPIObject& last);
 };
-constexpr OverviewRules kClassicRules{kHostFamily, UTIMEDelta4Overflow, FillNothing,
-                                      FillStartsAndEnds};
-constexpr OverviewRules kModernRules{kModernHostFamily, ForgivingGrowth, FillRestOfModern,
-                                     FillForksAndEnds};
+constexpr OverviewRules kClassicRules{
+    kHostFamily, [](const HostRow& row, const CPUSummary&) { return TimesOf(row); }, FillNothing,
+    FillStartsAndEnds};
+constexpr OverviewRules kModernRules{
+    kModernHostFamily, [](const HostRow&, const CPUSummary& summary) { return TimesOf(summary); },
+    FillRestOfModern, FillForksAndEnds};
 
 /// What a look without rates shows besides its figures: percentages of what happened since the
 /// predecessor, which may be null.
@@ -192,10 +187,12 @@ void CompareWithPredecessor(const OverviewRules& rules, HostRow& row, const Host
   if (predecessor == nullptr) {
     return;
   }
-  FillCPUPercentages(row, rules.growth(row.totalUserModeTime, predecessor->totalUserModeTime),
-                     rules.growth(row.totalKernelModeTime, predecessor->totalKernelModeTime),
-                     rules.growth(row.totalIdleTime, predecessor->totalIdleTime),
-                     rules.growth(row.totalWaitTime, predecessor->totalWaitTime));
+  const auto growth = [&](Utime HostRow::*time) {
+    return WideTime(rules.family.timeDelta(row.*time, predecessor->*time));
+  };
+  FillCPUPercentages(row,
+                     {growth(&HostRow::totalUserModeTime), growth(&HostRow::totalKernelModeTime),
+                      growth(&HostRow::totalIdleTime), growth(&HostRow::totalWaitTime)});
   if (realtime) {
     AddPackets(row, &HostRow::otherPktsIn, &HostRow::totalPktsIn,
                Loss(row.otherPktsIn, predecessor->otherPktsIn));
@@ -244,8 +241,8 @@ UtlError* RecordBuilder::Build_PI(CMBRecordRequestEvent* pEvent, CMBRecordReques
       CompareWithPredecessor(rules, finished, predecessor, realtime);
       return;
     }
-    FillCPUPercentages(finished, finished.totalUserModeTime, finished.totalKernelModeTime,
-                       finished.totalIdleTime, finished.totalWaitTime);
+    FillCPUPercentages(
+        finished, realtime ? rules.timesSinceBoot(finished, *m_pCPUSummary) : TimesOf(finished));
     FillCachePercentages(finished, finished);
   });
   if (!error) {

@@ -18,7 +18,8 @@ struct x_cpu {
   std::uint32_t interrupts = 0;
   std::uint32_t reserved3 = 0;
   std::uint32_t reserved4 = 0;
-  /// 0 if /proc/cpuinfo lists the processor, else 1.
+  /// 0 if /proc/cpuinfo lists the processor (profile `classic`) or if
+  /// /sys/devices/system/cpu/online does (`modern`), else 1.
   std::uint32_t online = 0;
   tagNTIME idleTime;
   tagNTIME userTime;  ///< nice time included
@@ -39,7 +40,7 @@ class CPU : public x_cpu {
   [[nodiscard]] std::uint32_t GetContextSwitches() const { return reserved2; }
   [[nodiscard]] std::uint32_t GetSystemCalls() const { return reserved3; }
   [[nodiscard]] std::uint32_t GetTraps() const { return reserved4; }
-  /// 0 if /proc/cpuinfo lists the processor, else 1.
+  /// 0 if the processor is on line, else 1; see `online`.
   [[nodiscard]] std::uint32_t GetOnline() const { return online; }
   [[nodiscard]] tagUTIME GetIdleTime() const { return ToUTIME(idleTime); }
   [[nodiscard]] tagUTIME GetUserTime() const { return ToUTIME(userTime); }

@@ -257,15 +257,22 @@ TEST_F(ModernCPUPrecordTest, IntervalsHoldNoStepBackAndNoReturn) {
 TEST_F(ModernCPUPrecordTest, LooksTellTheStatusAtOnceAndCompareWhatRan) {
   Batch batch;
   batch.Add("CPUP", '4', {.realtime = 1, .calcRates = 0});
+  batch.Add("CPUP", '4', {.realtime = 1, .calcRates = 1});
   Asker& asker = *batch.entries[0];
+  Asker& sinceBoot = *batch.entries[1];
+  // The second processor's figures stand while it is off line.
   struct Look {
     const char* status[3];
     float userPercent[3];
+    tagUTIME secondTime;
+    std::uint32_t secondInterrupts;
+    float secondPercentSinceBoot;
   };
-  const Look looks[] = {{{"On Line", "On Line", "Off Line"}, {0.0F, 0.0F, 0.0F}},
-                        {{"On Line", "Off Line", "Off Line"}, {20.0F, 0.0F, 0.0F}},
-                        {{"On Line", "On Line", "On Line"}, {0.0F, 0.0F, 0.0F}},
-                        {{"On Line", "On Line", "On Line"}, {0.0F, 0.0F, 100.0F}}};
+  const Look looks[] = {
+      {{"On Line", "On Line", "Off Line"}, {0.0F, 0.0F, 0.0F}, {90, 0}, 77, 100.0F},
+      {{"On Line", "Off Line", "Off Line"}, {20.0F, 0.0F, 0.0F}, {90, 0}, 77, 0.0F},
+      {{"On Line", "On Line", "On Line"}, {0.0F, 0.0F, 0.0F}, {90, 500000}, 82, 100.0F},
+      {{"On Line", "On Line", "On Line"}, {0.0F, 0.0F, 100.0F}, {90, 500000}, 82, 100.0F}};
   for (std::size_t look = 0; look < std::size(looks); ++look) {
     SCOPED_TRACE(look);
     if (look == 1) {
@@ -274,9 +281,15 @@ TEST_F(ModernCPUPrecordTest, LooksTellTheStatusAtOnceAndCompareWhatRan) {
       SetAllOn(20, look == 2 ? "8000" : "8100");
     }
     asker.NextAnswer();
+    sinceBoot.NextAnswer();
     ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
     const auto rows = asker.Rows<recordPI_CPUP>();
+    const auto rowsSinceBoot = sinceBoot.Rows<recordPI_CPUP>();
     ASSERT_EQ(rows.size(), 3U);
+    ASSERT_EQ(rowsSinceBoot.size(), 3U);
+    EXPECT_EQ(tagUTIME(rows[1].userTime), looks[look].secondTime);
+    EXPECT_EQ(rows[1].interrupts, looks[look].secondInterrupts);
+    EXPECT_FLOAT_EQ(rowsSinceBoot[1].userPercent, looks[look].secondPercentSinceBoot);
     for (std::size_t row = 0; row < rows.size(); ++row) {
       EXPECT_STREQ(rows[row].status.c_str(), looks[look].status[row]) << row;
       EXPECT_FLOAT_EQ(rows[row].userPercent, looks[look].userPercent[row]) << row;
@@ -297,8 +310,15 @@ TEST_F(ModernCPUPrecordTest, TheOverviewKeepsWhatAProcessorThatWentOffHasDone) {
   EXPECT_EQ(userTime(), (tagUTIME{91, 200000}));
   SetSecondOff();
   EXPECT_EQ(userTime(), (tagUTIME{93, 200000}));
-  SetAllOn(20, "0");
+  // What the third processor did before it was seen on line is in no sum.
+  SetAllOn(20, "8000");
   EXPECT_EQ(userTime(), (tagUTIME{93, 700000}));
+  SetAllOn(30, "8100");
+  EXPECT_EQ(userTime(), (tagUTIME{94, 700000}));
+  SetSecondOff();
+  EXPECT_EQ(userTime(), (tagUTIME{94, 700000}));
+  SetAllOn(40, "8300");
+  EXPECT_EQ(userTime(), (tagUTIME{96, 700000}));
 }
 
 }  // namespace

@@ -97,6 +97,75 @@ TEST_F(ModernPIrecordTest, LooksCompareWithTheirOwnLastAnswer) {
   EXPECT_EQ(third.runQueue, 0.0F);
 }
 
+TEST_F(ModernPIrecordTest, IntervalsHoldNoFallOfACounterAndNoReturn) {
+  const std::string disk = "254 0 vda ";
+  const std::string otherDisk = "8 0 sda 5000 0 80 9 4000 0 80 9 0 9 9\n";
+  const std::string processor = "cpu0 100 0 100 ";
+  struct Sample {
+    std::string diskstats;
+    std::string stat;
+    std::uint32_t reads, writes, pageOps, contextSwitches;
+    tagUTIME idle;
+  };
+  const Sample samples[] = {{disk + "1000 0 80 9 500 0 80 9 0 9 9\n" + otherDisk,
+                             processor + "1000\nctxt 4294967290\n",
+                             0,
+                             0,
+                             0,
+                             0,
+                             {}},
+                            // The second disk has gone; the counter has passed 32 bits.
+                            {disk + "1010 0 80 9 505 0 80 9 0 9 9\n",
+                             processor + "1100\nctxt 4294967306\n",
+                             0,
+                             0,
+                             0,
+                             16,
+                             {1, 0}},
+                            // Neither file can be read.
+                            {"", "", 0, 0, 0, 0, {}},
+                            {disk + "1030 0 80 9 512 0 80 9 0 9 9\n",
+                             processor + "1400\nctxt 4294967406\n",
+                             20,
+                             7,
+                             27,
+                             100,
+                             {3, 0}}};
+  m_host.Write("/sys/block/sda/queue/rotational", "0\n");
+  Batch batch;
+  batch.Add("PI", '4', {.realtime = 0, .calcRates = 1});
+  for (std::size_t time = 0; time < std::size(samples); ++time) {
+    SCOPED_TRACE(time);
+    const Sample& sample = samples[time];
+    s_now = kModernStart + 10 * static_cast<std::time_t>(time);
+    m_host.Write("/proc/diskstats", sample.diskstats);
+    m_host.Write("/proc/stat", sample.stat);
+    if (time == 0) {
+      ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+      continue;
+    }
+    const recordPI row = Look(batch);
+    EXPECT_EQ(row.physicalReads, sample.reads);
+    EXPECT_EQ(row.physicalWrites, sample.writes);
+    EXPECT_EQ(row.totalPageOps, sample.pageOps);
+    EXPECT_EQ(row.contextSwitches, sample.contextSwitches);
+    EXPECT_EQ(tagUTIME(row.totalIdleTime), sample.idle);
+  }
+}
+
+TEST_F(ModernPIrecordTest, PercentagesSinceBootTakeAllBitsOfTheSums) {
+  // 4,000,000,000 seconds of idle and a third of it in user mode: each beyond a word with a sign,
+  // or nearly so.
+  const std::string processor = " 66666666600 0 0 200000000000 0 0 0 0 0 0\n";
+  m_host.Write("/proc/stat", "cpu0" + processor + "cpu1" + processor + "btime 1699500000\n");
+  Batch batch;
+  batch.Add("PI", '4', {.realtime = 1, .calcRates = 1});
+  const recordPI row = Look(batch);
+  EXPECT_NEAR(row.idlePercent, 75.0, 1e-3);
+  EXPECT_NEAR(row.userCpuPercent, 25.0, 1e-3);
+  EXPECT_NEAR(row.cpuPercent, 25.0, 1e-3);
+}
+
 TEST_F(ModernPIrecordTest, AHostThatIsNotThereHasNoRowAndMissingFilesAreToldOnce) {
   Batch batch;
   batch.Add("PI", '4', {.realtime = 1, .calcRates = 0});

@@ -186,6 +186,19 @@ TEST(TimeGrowthTest, CountsNothingBackwardsAndGoesOnAcrossTheWrap) {
   EXPECT_EQ(TimeGrowth(beforeWrap, afterWrap), tagUTIME{});
 }
 
+TEST(CounterGrowthTest, CountsNothingBackwardsAndGoesOnAcrossTheWrap) {
+  ScriptedNode::Reset();
+  g_msgLogLevel = 20;
+  EXPECT_EQ(CounterGrowth(9, 5, "c"), 4U);
+  EXPECT_EQ(CounterGrowth(10, 4294967290U, "c"), 16U);
+  EXPECT_EQ(CounterGrowth(2147483652U, 5, "c"), 2147483647U);
+  EXPECT_EQ(CounterGrowth(3000000000U, 0, "c"), 0U) << "more than half of the range";
+  EXPECT_TRUE(ScriptedNode::Instance().LinesWith("is less than that").empty());
+  EXPECT_EQ(CounterGrowth(5, 9, "c"), 0U);
+  EXPECT_EQ(CounterGrowth(5, 2147483652U, "c"), 0U);
+  EXPECT_EQ(ScriptedNode::Instance().LinesWith("field (c) is less than that").size(), 2U);
+}
+
 TEST_F(IntervalEngineTest, AFamilySaysHowItsTimesAreSubtracted) {
   m_family.timeDelta = TimeGrowth;
   Asker asker("CPUP", '4', {.realtime = 0, .calcRates = 1});
