@@ -154,10 +154,13 @@ TEST_F(ModernPIrecordTest, IntervalsHoldNoFallOfACounterAndNoReturn) {
 }
 
 TEST_F(ModernPIrecordTest, PercentagesSinceBootTakeAllBitsOfTheSums) {
-  // 4,000,000,000 seconds of idle and a third of it in user mode: each beyond a word with a sign,
-  // or nearly so.
+  // 6,000,000,000 seconds of idle, more than a word of 32 bits holds, and a third of it in user
+  // mode.
   const std::string processor = " 66666666600 0 0 200000000000 0 0 0 0 0 0\n";
-  m_host.Write("/proc/stat", "cpu0" + processor + "cpu1" + processor + "btime 1699500000\n");
+  m_host.Write("/sys/devices/system/cpu/present", "0-2\n");
+  m_host.Write("/sys/devices/system/cpu/online", "0-2\n");
+  m_host.Write("/proc/stat",
+               "cpu0" + processor + "cpu1" + processor + "cpu2" + processor + "btime 1699500000\n");
   Batch batch;
   batch.Add("PI", '4', {.realtime = 1, .calcRates = 1});
   const recordPI row = Look(batch);
