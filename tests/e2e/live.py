@@ -453,12 +453,13 @@ def compare(agent, exporter):
     first = Look(agent, exporter)
     rates = Rates(agent)
     second = Look(agent, exporter)
-    compare_overview(found, first, second)
-    compare_disks(found, first, second)
-    compare_links(found, first, second)
-    compare_processes(found, first, second)
-    compare_mounts(found, second)
-    compare_rates(found, rates)
+    for part, looks in ((compare_overview, (first, second)), (compare_disks, (first, second)),
+                        (compare_links, (first, second)), (compare_processes, (first, second)),
+                        (compare_mounts, (second,)), (compare_rates, (rates,))):
+        try:
+            part(found, *looks)
+        except (KeyError, IndexError) as gone:
+            found.problems.append(f"{part.__name__}: {gone!r} is not in all looks")
     return found
 
 
