@@ -288,7 +288,8 @@ def compare_processes(found, first, second):
         if new["nice"] != "-":
             found.expect_same(f"PD {pid} Niceness", row["Niceness"], int(new["nice"]))
         found.expect_same(f"PD {pid} Scheduler Class", row["Scheduler Class"], new["class"])
-        found.expect(f"PD {pid} Elapsed Time", row["Elapsed Time"], old["age"], new["age"], 1, 0)
+        # The start of the host is told in whole seconds, and ps cuts the age to whole ones.
+        found.expect(f"PD {pid} Elapsed Time", row["Elapsed Time"], old["age"], new["age"] + 1, 1, 0)
         switches = second.before.switches.get(pid)
         if old["state"] == new["state"] and switches == second.after.switches.get(pid):
             states.add(old["state"])
@@ -347,16 +348,14 @@ class Rates:
     """What the agent, vmstat and iostat say of the same seconds as rates."""
 
     def __init__(self, agent):
-        begin = vmstat_counters()["forks"]
+        before = (vmstat_counters()["forks"], time.monotonic())
         watchers = [subprocess.Popen(words, stdout=subprocess.PIPE, text=True,
                                      env={**os.environ, "LC_ALL": "C"})
                     for words in (["vmstat", str(SECONDS), "2"],
                                   ["iostat", "-x", "-d", "-y", "-o", "JSON", str(SECONDS), "1"])]
-        started = vmstat_counters()["forks"]
         results = agent.ask("get", "PI", "DEVD", "--over", str(SECONDS))
-        ended = vmstat_counters()["forks"]
-        # The looks lie within these times, and take nearly all of them.
-        self.forks = (started - begin, ended - begin)
+        after = (vmstat_counters()["forks"], time.monotonic())
+        self.forks_per_second = (after[0] - before[0]) / (after[1] - before[1])
         self.rows = {result["record"]: result["rows"] for result in results}
         texts = [watcher.communicate()[0] for watcher in watchers]
         lines = [line.split() for line in texts[0].splitlines()]
@@ -372,8 +371,8 @@ def compare_rates(found, rates):
         # Two programs don't begin in the same moment: what a tenth of a second holds is let pass.
         slack = abs(peer) * 0.01
         found.expect(f"PI {label}", row[label], peer - slack, peer + slack, unit)
-    low, high = rates.forks
-    found.expect("PI Processes Started", row["Processes Started"], high - low, high, 1)
+    forks = rates.forks_per_second * row["Interval"]
+    found.expect("PI Processes Started", row["Processes Started"], forks * 0.99, forks * 1.01, 1)
     for device in rates.rows["DEVD"]:
         name = device["Device Name"].split()[0]
         peer = rates.iostat.get(name)
