@@ -7,3 +7,8 @@
 [[nodiscard]] constexpr std::uint32_t LowWord(std::uint64_t counter) {
   return static_cast<std::uint32_t>(counter);
 }
+
+/// A sum that wraps at 32 bits.
+[[nodiscard]] constexpr std::int32_t WrappedSum(std::int32_t a, std::int32_t b) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+}

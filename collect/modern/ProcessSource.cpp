@@ -33,27 +33,7 @@ constexpr std::size_t kLongestNumber = 10;
 
 /// States that classic figures have no code for count as the one that they are most like.
 constexpr std::uint32_t ModernStateOf(char letter) {
-  switch (letter) {
-    case 'R':
-      return kStateRunning;
-    case 'S':
-    case 'I':
-      return kStateSleeping;
-    case 'T':
-    case 't':
-      return kStateStopped;
-    case 'Z':
-      return kStateZombie;
-    case 'D':
-      return kStateUninterruptible;
-    default:
-      return kStateOther;
-  }
-}
-
-/// A sum that wraps at 32 bits.
-constexpr std::int32_t SumOf(std::int32_t a, std::int32_t b) {
-  return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+  return letter == 'I' ? +kStateSleeping : letter == 't' ? +kStateStopped : ProcessStateOf(letter);
 }
 
 /// Seconds since 1970; 0, which is told once, where the host does not tell it. It moves when the
@@ -78,13 +58,13 @@ void TakeStat(const ProcessStat& stat, std::int32_t bootTime, Process& record) {
   record.majorFaults = LowWord(stat.majorFaults);
   record.userTime = TicksToNTIME(stat.userTicks);
   record.systemTime = TicksToNTIME(stat.systemTicks);
-  record.cpuTime = {SumOf(record.userTime.seconds, record.systemTime.seconds),
-                    SumOf(record.userTime.nanoseconds, record.systemTime.nanoseconds)};
-  record.priority = SumOf(stat.priority, kModernPriorityBase);
+  record.cpuTime = {WrappedSum(record.userTime.seconds, record.systemTime.seconds),
+                    WrappedSum(record.userTime.nanoseconds, record.systemTime.nanoseconds)};
+  record.priority = WrappedSum(stat.priority, kModernPriorityBase);
   record.nice = stat.nice;
   if (bootTime != 0) {
     record.startTime = TicksToNTIME(stat.startTicks);
-    record.startTime.seconds = SumOf(record.startTime.seconds, bootTime);
+    record.startTime.seconds = WrappedSum(record.startTime.seconds, bootTime);
   }
   record.modern.kernelFlags = stat.kernelFlags;
   record.modern.policy = stat.policy;

@@ -70,6 +70,24 @@ enum ProcessState : std::uint32_t {
   kStateUninterruptible = 8,
 };
 
+/// The state that the letter of a stat line stands for, of those that kernel 2.4 has.
+[[nodiscard]] constexpr std::uint32_t ProcessStateOf(char letter) {
+  switch (letter) {
+    case 'R':
+      return kStateRunning;
+    case 'S':
+      return kStateSleeping;
+    case 'T':
+      return kStateStopped;
+    case 'Z':
+      return kStateZombie;
+    case 'D':
+      return kStateUninterruptible;
+    default:
+      return kStateOther;
+  }
+}
+
 /// What the kernels of today tell of a process besides; all zero under the profile `classic`.
 struct ModernProcessFigures {
   char state = '\0';              ///< the letter of its stat line

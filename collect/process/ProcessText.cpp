@@ -6,6 +6,7 @@
 #include "collect/TextScanner.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "node/Trace.h"
+#include "support/LowWord.h"
 #include "support/OsCalls.h"
 #include "support/Switches.h"
 
@@ -14,28 +15,6 @@
 namespace {
 
 constexpr std::int32_t kPriorityBase = 60;
-
-constexpr std::uint32_t StateOf(char letter) {
-  switch (letter) {
-    case 'R':
-      return kStateRunning;
-    case 'S':
-      return kStateSleeping;
-    case 'T':
-      return kStateStopped;
-    case 'Z':
-      return kStateZombie;
-    case 'D':
-      return kStateUninterruptible;
-    default:
-      return kStateOther;
-  }
-}
-
-/// A sum that wraps at 32 bits.
-constexpr std::int32_t Sum(std::int32_t a, std::int32_t b) {
-  return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
-}
 
 std::uint64_t PageSize() { return static_cast<std::uint64_t>(Os().getpagesize()); }
 
@@ -189,14 +168,14 @@ int ProcessSourceUser::Get_Stat_Info(const char* line, x_proc* record) const {
   record->residentBytes = static_cast<std::uint32_t>(residentPages * PageSize());
   record->userTime = TicksToNTIME(userTicks);
   record->systemTime = TicksToNTIME(systemTicks);
-  record->cpuTime = {Sum(record->userTime.seconds, record->systemTime.seconds),
-                     Sum(record->userTime.nanoseconds, record->systemTime.nanoseconds)};
+  record->cpuTime = {WrappedSum(record->userTime.seconds, record->systemTime.seconds),
+                     WrappedSum(record->userTime.nanoseconds, record->systemTime.nanoseconds)};
   record->startTime = TicksToNTIME(startTicks);
-  record->startTime.seconds = Sum(record->startTime.seconds, m_bootTime);
-  record->state = StateOf(state);
+  record->startTime.seconds = WrappedSum(record->startTime.seconds, m_bootTime);
+  record->state = ProcessStateOf(state);
   record->tty = tty == 0 ? kNoTerminal : static_cast<std::uint32_t>(tty);
   record->flags = FlagsOf(*record);
-  record->priority = Sum(record->priority, kPriorityBase);
+  record->priority = WrappedSum(record->priority, kPriorityBase);
   return 0;
 }
 

@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "support/Descriptor.h"
 #include "tests/system/Daemon.h"
 
 namespace {
@@ -45,6 +46,11 @@ class ScanTest : public ::testing::Test {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return condition();
+  }
+  /// Whether no scan holds the lock.
+  [[nodiscard]] bool IsScanOver() const {
+    const Descriptor lock(::open(LockPath().c_str(), O_RDWR | O_CLOEXEC));
+    return !lock.IsOpen() || ::lockf(lock.Get(), F_TEST, 0) == 0;
   }
   /// What the file system's owner has, in blocks of 512 bytes.
   [[nodiscard]] std::uint64_t Blocks() const {
@@ -95,6 +101,8 @@ TEST_F(ScanTest, TheFirstRunsAtTheStartAndIsAnswered) {
 
   EXPECT_FALSE(ShownBy(m_root, "config set 3 Never").starts_with("failed"));
   EXPECT_TRUE(Within([&] { return !fs::exists(Results()); }));
+  // The first scan has shown its result, but may hold off the next one until it has ended.
+  EXPECT_TRUE(Within([&] { return IsScanOver(); }));
   EXPECT_FALSE(ShownBy(m_root, "config set 3 03:30").starts_with("failed"));
   EXPECT_TRUE(Within([&] { return fs::exists(Results() / ":data:one"); })) << "made anew";
   daemon.Signal(SIGTERM);
