@@ -105,7 +105,7 @@ void TakeStatus(const ProcessStatus& status, Process& record) {
   record.stackKB = status.stackKB;
   record.codeKB = status.codeKB;
   record.modern.heapKB = status.dataKB;
-  record.modern.sharedLibKB = status.libraryKB;
+  record.modern.sharedLibKB = status.sharedLibKB;
   record.modern.swapKB = status.swapKB;
   TakeSwitches(status, record);
 }

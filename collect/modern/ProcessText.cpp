@@ -107,7 +107,7 @@ constexpr std::array kStatusLines{
     KeyedLine<ProcessStatus>{"VmData:", TakeNumber<&ProcessStatus::dataKB>},
     KeyedLine<ProcessStatus>{"VmStk:", TakeNumber<&ProcessStatus::stackKB>},
     KeyedLine<ProcessStatus>{"VmExe:", TakeNumber<&ProcessStatus::codeKB>},
-    KeyedLine<ProcessStatus>{"VmLib:", TakeNumber<&ProcessStatus::libraryKB>},
+    KeyedLine<ProcessStatus>{"VmLib:", TakeNumber<&ProcessStatus::sharedLibKB>},
     KeyedLine<ProcessStatus>{"VmSwap:", TakeNumber<&ProcessStatus::swapKB>},
     KeyedLine<ProcessStatus>{"voluntary_ctxt_switches:",
                              TakeNumber<&ProcessStatus::voluntarySwitches>},

@@ -60,7 +60,7 @@ struct ProcessStatus {
   std::uint64_t dataKB = 0;
   std::uint64_t stackKB = 0;
   std::uint64_t codeKB = 0;
-  std::uint64_t libraryKB = 0;
+  std::uint64_t sharedLibKB = 0;
   std::uint64_t swapKB = 0;
   std::uint64_t voluntarySwitches = 0;
   std::uint64_t otherSwitches = 0;
