@@ -7,12 +7,9 @@
 
 #include "process/ProcessComparison.h"
 #include "process/ProcessRow.h"
+#include "support/LowWord.h"
 
 namespace {
-
-constexpr std::uint32_t LowSizeWord(std::uint64_t value) {
-  return static_cast<std::uint32_t>(value);
-}
 
 // What kernels 2.4 and 2.6 tell.
 
@@ -28,9 +25,9 @@ ProcessSizes Sizes(const Process& process) {
   return {.real = process.residentBytes >> 10,
           .virtualMem = process.virtualSize >> 10,
           .total = process.totalBytes >> 10,
-          .stack = LowSizeWord(process.stackKB),
-          .text = LowSizeWord(process.codeKB),
-          .data = LowSizeWord(process.dataKB)};
+          .stack = LowWord(process.stackKB),
+          .text = LowWord(process.codeKB),
+          .data = LowWord(process.dataKB)};
 }
 
 ProcessIoTotal IoTotal(const Process& process) {
@@ -79,7 +76,7 @@ constexpr std::uint32_t kSwapDaemon = 0x00020000;
 
 /// Sizes are levels: one that the word can't hold is shown as the greatest.
 std::uint32_t SizeWord(std::uint64_t kbytes) {
-  return LowSizeWord(std::min<std::uint64_t>(kbytes, std::numeric_limits<std::uint32_t>::max()));
+  return LowWord(std::min<std::uint64_t>(kbytes, std::numeric_limits<std::uint32_t>::max()));
 }
 
 const char* State(const Process& process) {
@@ -242,7 +239,7 @@ constexpr ProcessRules kClassicRules{.stateText = classic_rules::State,
                                      .keepsMarks = false,
                                      .realKbytes = classic_rules::RealKbytes,
                                      .virtualKbytes = classic_rules::VirtualKbytes,
-                                     .sizeWord = LowSizeWord,
+                                     .sizeWord = LowWord,
                                      .hasGroupRates = false,
                                      .summaryFlags = classic_rules::Flags,
                                      .summaryState = classic_rules::StateCounted,

@@ -4,7 +4,6 @@
 #include <limits>
 
 #include "collect/TextScanner.h"
-#include "records/IntervalEngine.h"
 #include "support/OsCalls.h"
 
 namespace {
@@ -50,11 +49,6 @@ tagUTIME WholeSeconds(std::uint64_t seconds) {
 
 std::uint32_t CountDelta(std::uint32_t current, std::uint32_t previous) {
   return current > previous ? current - previous : 0;
-}
-
-tagUTIME TimeDelta(const tagUTIME& current, const tagUTIME& previous) {
-  const tagUTIME difference = current - previous;
-  return difference.seconds < 0 ? tagUTIME{} : difference;
 }
 
 float CountPercent(std::uint64_t part, std::uint64_t whole) {

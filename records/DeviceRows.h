@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "collect/device/DeviceSourceLINUX.h"
+#include "records/IntervalEngine.h"
 #include "records/RecordStructures.h"
 #include "support/TimeValues.h"
 
@@ -30,7 +31,6 @@ struct DeviceNameParts {
 [[nodiscard]] tagUTIME WholeSeconds(std::uint64_t seconds);
 /// current - previous, or 0 if negative.
 [[nodiscard]] std::uint32_t CountDelta(std::uint32_t current, std::uint32_t previous);
-[[nodiscard]] tagUTIME TimeDelta(const tagUTIME& current, const tagUTIME& previous);
 /// 100 * part / whole; `whole` is not 0.
 [[nodiscard]] float CountPercent(std::uint64_t part, std::uint64_t whole);
 /// `busy` in per cent of `seconds`; 0 for no seconds.
@@ -57,7 +57,7 @@ template <class Row, class Base>
 }
 template <class Row, class Base>
 [[nodiscard]] tagUTIME GrowthSince(const Row& row, const Base* base, Utime Base::*time) {
-  return TimeDelta(row.*time, base == nullptr ? tagUTIME{} : static_cast<tagUTIME>(base->*time));
+  return TimeGrowth(row.*time, base == nullptr ? tagUTIME{} : static_cast<tagUTIME>(base->*time));
 }
 
 /// The seconds that a row's percentages refer to: its interval, which of two rows without rates is
@@ -77,7 +77,7 @@ void Subtract(Row& row, const Row& previous, const std::array<Packed<Value> Base
 template <class Row, class Base, std::size_t N>
 void SubtractTimes(Row& row, const Row& previous, const std::array<Utime Base::*, N>& fields) {
   for (const auto field : fields) {
-    row.*field = TimeDelta(row.*field, previous.*field);
+    row.*field = TimeGrowth(row.*field, previous.*field);
   }
 }
 

@@ -76,7 +76,7 @@ void SubtractSummary(DeviceSummaryRow<Record>& row, DeviceSummaryRow<Record>& /*
   }
   SubtractTimes(row, previous, kTimes);
   if constexpr (requires { row.totalBusyTime; }) {
-    row.totalBusyTime = TimeDelta(row.totalBusyTime, previous.totalBusyTime);
+    row.totalBusyTime = TimeGrowth(row.totalBusyTime, previous.totalBusyTime);
   }
 }
 

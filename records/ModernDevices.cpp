@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstring>
 #include <limits>
 #include <string_view>
 #include <utility>
 
 #include "collect/modern/DeviceSource.h"
+#include "records/NamedGrowth.h"
+#include "support/LowWord.h"
 
 namespace {
 
@@ -97,8 +98,50 @@ Work WorkOf(const DiskCounters& counters) {
           .weighted = TimeOf(counters.weightedMilliseconds)};
 }
 
-tagUTIME TimeGrown(const Utime& current, const Utime& previous) {
+tagUTIME TimeGrown(const tagUTIME& current, const tagUTIME& previous) {
   return TimeOf(MillisecondsGrown(MillisecondsOf(current), MillisecondsOf(previous)));
+}
+
+/// The words of a record that tell of its work.
+struct WorkWords {
+  std::uint32_t reads;
+  std::uint32_t writes;
+  tagUTIME busy;
+  tagUTIME wait;
+  tagUTIME weighted;
+};
+WorkWords WordsOf(const recordPI_DEVD& row) {
+  return {row.readOps, row.writeOps, row.totalBusyTime, row.totalWaitTime, row.waitLengthTime};
+}
+WorkWords WordsOf(const recordPI_DEVS& row) {
+  return {row.reads, row.writes, row.totalBusyTime, row.totalWaitTime, row.totalWaitLengthTime};
+}
+
+Work WorkSince(const WorkWords& now, const WorkWords& before) {
+  const std::uint64_t reads = CountGrown(now.reads, before.reads);
+  const std::uint64_t writes = CountGrown(now.writes, before.writes);
+  return {.ops = reads + writes,
+          .reads = reads,
+          .writes = writes,
+          .busy = TimeGrown(now.busy, before.busy),
+          .wait = TimeGrown(now.wait, before.wait),
+          .weighted = TimeGrown(now.weighted, before.weighted)};
+}
+
+/// What the row has done since its base; all that it counts without one.
+template <class Record>
+Work WorkOfRow(const CountedRow<Record>& row, const Record* base) {
+  return base == nullptr ? WorkOf(row.counters) : WorkSince(WordsOf(row), WordsOf(*base));
+}
+
+/// The totals that both records call by one name.
+template <class Record>
+void PutTotals(CountedRow<Record>& row) {
+  const DiskCounters& counters = row.counters;
+  row.totalIoOps = LowWord(counters.reads + counters.writes);
+  row.totalBusyTime = TimeOf(counters.inUseMilliseconds);
+  row.totalServiceTime = TimeOf(counters.inUseMilliseconds);
+  row.totalWaitTime = TimeOf(counters.readMilliseconds + counters.writeMilliseconds);
 }
 
 /// The kernel's and the agent's clocks may differ by a millisecond, and the agent counts seconds.
@@ -112,18 +155,15 @@ using DeviceRecord = recordPI_DEVD;
 using CountedDevice = CountedRow<DeviceRecord>;
 
 void PutFigures(CountedDevice& row) {
+  PutTotals(row);
   const DiskCounters& counters = row.counters;
-  row.readOps = static_cast<std::uint32_t>(counters.reads);
-  row.writeOps = static_cast<std::uint32_t>(counters.writes);
-  row.totalIoOps = static_cast<std::uint32_t>(counters.reads + counters.writes);
-  row.queueLength = static_cast<std::uint32_t>(counters.inFlight);
+  row.readOps = LowWord(counters.reads);
+  row.writeOps = LowWord(counters.writes);
+  row.queueLength = LowWord(counters.inFlight);
   row.readMbytes = static_cast<float>(MbytesOfSectors(counters.sectorsRead));
   row.writeMbytes = static_cast<float>(MbytesOfSectors(counters.sectorsWritten));
   row.ioMbytes =
       static_cast<float>(MbytesOfSectors(counters.sectorsRead + counters.sectorsWritten));
-  row.totalBusyTime = TimeOf(counters.inUseMilliseconds);
-  row.totalServiceTime = TimeOf(counters.inUseMilliseconds);
-  row.totalWaitTime = TimeOf(counters.readMilliseconds + counters.writeMilliseconds);
   row.waitLengthTime = TimeOf(counters.weightedMilliseconds);
 }
 
@@ -163,19 +203,8 @@ constexpr IntervalFamily<CountedDevice> kCountedDeviceFamily{
     .movedBackwards = FellBehind,
     .forgetsVanished = true};
 
-Work WorkSince(const DeviceRecord& row, const DeviceRecord& before) {
-  const std::uint64_t reads = CountGrown(row.readOps, before.readOps);
-  const std::uint64_t writes = CountGrown(row.writeOps, before.writeOps);
-  return {.ops = reads + writes,
-          .reads = reads,
-          .writes = writes,
-          .busy = TimeGrown(row.totalBusyTime, before.totalBusyTime),
-          .wait = TimeGrown(row.totalWaitTime, before.totalWaitTime),
-          .weighted = {}};
-}
-
 void FillDevice(CountedDevice& row, const DeviceRecord* base, std::uint32_t seconds) {
-  const Work work = base == nullptr ? WorkOf(row.counters) : WorkSince(row, *base);
+  const Work work = WorkOfRow(row, base);
   if (work.ops != 0) {
     row.readPercent = CountPercent(work.reads, work.ops);
     row.writePercent = CountPercent(work.writes, work.ops);
@@ -190,14 +219,11 @@ void FillDevice(CountedDevice& row, const DeviceRecord* base, std::uint32_t seco
 using DisksRecord = recordPI_DEVS;
 
 void PutFigures(CountedDisks& row) {
+  PutTotals(row);
   const DiskCounters& counters = row.counters;
-  row.reads = static_cast<std::uint32_t>(counters.reads);
-  row.writes = static_cast<std::uint32_t>(counters.writes);
-  row.totalIoOps = static_cast<std::uint32_t>(counters.reads + counters.writes);
+  row.reads = LowWord(counters.reads);
+  row.writes = LowWord(counters.writes);
   row.ioMbytes = MbytesOfSectors(counters.sectorsRead + counters.sectorsWritten);
-  row.totalBusyTime = TimeOf(counters.inUseMilliseconds);
-  row.totalServiceTime = TimeOf(counters.inUseMilliseconds);
-  row.totalWaitTime = TimeOf(counters.readMilliseconds + counters.writeMilliseconds);
   row.totalWaitLengthTime = TimeOf(counters.weightedMilliseconds);
 }
 
@@ -206,50 +232,19 @@ bool SumFellBehind(const DisksRecord& row, const DisksRecord& predecessor) {
          Fell(row.writes, predecessor.writes);
 }
 
-/// What all disks of `now` have counted since `before`; one that is new has counted all since.
-DiskCounters SumOfGrowths(const std::vector<NamedDisk>& now, const std::vector<NamedDisk>& before) {
-  DiskCounters sum;
-  auto former = before.begin();
-  for (const NamedDisk& disk : now) {
-    int order = 1;
-    while (former != before.end() &&
-           (order = std::strcmp(former->name.data(), disk.name.data())) < 0) {
-      ++former;
-    }
-    if (former != before.end() && order == 0) {
-      sum += GrowthOf(disk.counters, former->counters);
-      ++former;
-    } else {
-      sum += disk.counters;
-    }
-  }
-  return sum;
-}
-
 constexpr IntervalFamily<CountedDisks> kCountedDisksFamily{
     .amend =
         [](CountedDisks& row, CountedDisks& raw, const CountedDisks& previous) {
-          row.counters = SumOfGrowths(raw.disks, previous.disks);
+          row.counters = SumOfGrowths<NamedDisk>(raw.disks, previous.disks, GrowthOf);
           PutFigures(row);
         },
     .ratesOperation = "RecordBuilder::BuildRatesPI_DEVS",
     .rateFailure = RateFailure::kSkipsRow,
     .movedBackwards = SumFellBehind};
 
-Work WorkSince(const DisksRecord& row, const DisksRecord& before) {
-  const std::uint64_t reads = CountGrown(row.reads, before.reads);
-  const std::uint64_t writes = CountGrown(row.writes, before.writes);
-  return {.ops = reads + writes,
-          .reads = reads,
-          .writes = writes,
-          .busy = TimeGrown(row.totalBusyTime, before.totalBusyTime),
-          .wait = TimeGrown(row.totalWaitTime, before.totalWaitTime),
-          .weighted = TimeGrown(row.totalWaitLengthTime, before.totalWaitLengthTime)};
-}
-
 /// `row.devices` is not 0.
 void FillDisks(CountedDisks& row, const DisksRecord* base, std::uint32_t seconds) {
-  const Work work = base == nullptr ? WorkOf(row.counters) : WorkSince(row, *base);
+  const Work work = WorkOfRow(row, base);
   if (work.ops != 0) {
     row.readOpsPercent = CountPercent(work.reads, work.ops);
     row.writeOpsPercent = CountPercent(work.writes, work.ops);

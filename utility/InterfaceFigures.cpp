@@ -1,7 +1,8 @@
 #include "utility/InterfaceFigures.h"
 
 #include <algorithm>
-#include <cstring>
+
+#include "records/NamedGrowth.h"
 
 namespace {
 
@@ -9,16 +10,6 @@ constexpr std::array kAllCounters{&InterfaceCounters::rxPackets, &InterfaceCount
                                   &InterfaceCounters::rxDropped, &InterfaceCounters::txPackets,
                                   &InterfaceCounters::txErrors,  &InterfaceCounters::txDropped,
                                   &InterfaceCounters::collisions};
-
-void AddCounters(InterfaceCounters& sum, const InterfaceCounters& more) {
-  for (const auto counter : kAllCounters) {
-    sum.*counter += more.*counter;
-  }
-}
-
-int CompareNames(const NamedCounters& a, const NamedCounters& b) {
-  return std::strncmp(a.name.data(), b.name.data(), a.name.size());
-}
 
 constexpr std::uint32_t kUp = 0x1;
 constexpr std::uint32_t kRunning = 0x40;
@@ -52,9 +43,16 @@ constexpr std::array kModernFlagWords{FlagWord{kNoCarrier, "NO-CARRIER"},
 
 }  // namespace
 
+InterfaceCounters& operator+=(InterfaceCounters& sum, const InterfaceCounters& more) {
+  for (const auto counter : kAllCounters) {
+    sum.*counter += more.*counter;
+  }
+  return sum;
+}
+
 constinit const FlagRules kModernFlagRules{kModernFlagWords, ModernBits};
 
-InterfaceCounters CounterGrowth(const InterfaceCounters& now, const InterfaceCounters& before) {
+InterfaceCounters InterfaceGrowth(const InterfaceCounters& now, const InterfaceCounters& before) {
   InterfaceCounters growth;
   for (const auto counter : kAllCounters) {
     growth.*counter = now.*counter > before.*counter ? now.*counter - before.*counter : 0;
@@ -71,19 +69,4 @@ std::vector<NamedCounters> CountersByName(std::span<const Interface> interfaces)
   std::sort(named.begin(), named.end(),
             [](const NamedCounters& a, const NamedCounters& b) { return CompareNames(a, b) < 0; });
   return named;
-}
-
-InterfaceCounters SumOfGrowths(std::span<const NamedCounters> now,
-                               std::span<const NamedCounters> before) {
-  InterfaceCounters sum;
-  auto former = before.begin();
-  for (const NamedCounters& current : now) {
-    while (former != before.end() && CompareNames(*former, current) < 0) {
-      ++former;
-    }
-    const bool isKnown = former != before.end() && CompareNames(*former, current) == 0;
-    AddCounters(sum,
-                isKnown ? CounterGrowth(current.counters, former->counters) : current.counters);
-  }
-  return sum;
 }

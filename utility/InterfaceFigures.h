@@ -12,19 +12,18 @@
 // one that is below its former value has begun again, and has not wrapped.
 
 /// How far the counters have grown; one that fell counts 0.
-[[nodiscard]] InterfaceCounters CounterGrowth(const InterfaceCounters& now,
-                                              const InterfaceCounters& before);
+[[nodiscard]] InterfaceCounters InterfaceGrowth(const InterfaceCounters& now,
+                                                const InterfaceCounters& before);
+
+InterfaceCounters& operator+=(InterfaceCounters& sum, const InterfaceCounters& more);
 
 /// The counters of an interface under its name.
 struct NamedCounters {
   std::array<char, 40> name{};
   InterfaceCounters counters;
 };
-/// The interfaces sorted by their names, as SumOfGrowths() takes them.
+/// The interfaces, ascending by name.
 [[nodiscard]] std::vector<NamedCounters> CountersByName(std::span<const Interface> interfaces);
-/// What all interfaces of `now` have counted since `before`; one that is new has counted all since.
-[[nodiscard]] InterfaceCounters SumOfGrowths(std::span<const NamedCounters> now,
-                                             std::span<const NamedCounters> before);
 
 /// One word of a record's field of flags.
 struct FlagWord {

@@ -53,7 +53,7 @@ void PutCounters(InterfaceRow& row, const InterfaceCounters& counters) {
 }
 
 void PutGrowth(InterfaceRow& row, InterfaceRow& raw, const InterfaceRow& previous) {
-  PutCounters(row, CounterGrowth(raw.counters, previous.counters));
+  PutCounters(row, InterfaceGrowth(raw.counters, previous.counters));
 }
 
 constexpr IntervalFamily<InterfaceRow> kInterfaceFamily{

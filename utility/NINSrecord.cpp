@@ -5,9 +5,11 @@
 
 #include "collect/network/InterfaceSourceLINUX.h"
 #include "records/IntervalEngine.h"
+#include "records/NamedGrowth.h"
 #include "records/RecordBuilder.h"
 #include "records/UserObjects.h"
 #include "support/HostProfile.h"
+#include "support/LowWord.h"
 #include "support/OsCalls.h"
 #include "utility/InterfaceFigures.h"
 
@@ -31,12 +33,13 @@ constexpr IntervalFamily<InterfacesRow> kInterfacesFamily{
 
 /// The sum of what each interface has counted, so that one that goes takes nothing away.
 void PutSumOfGrowths(InterfacesRow& row, InterfacesRow& raw, const InterfacesRow& previous) {
-  const InterfaceCounters sum = SumOfGrowths(raw.interfaces, previous.interfaces);
-  row.pktsRcvd = static_cast<std::uint32_t>(sum.rxPackets);
-  row.pktsXmitd = static_cast<std::uint32_t>(sum.txPackets);
-  row.pktReceiveErrors = static_cast<std::uint32_t>(sum.rxErrors);
-  row.pktXmitErrors = static_cast<std::uint32_t>(sum.txErrors);
-  row.pktCollisions = static_cast<std::uint32_t>(sum.collisions);
+  const InterfaceCounters sum =
+      SumOfGrowths<NamedCounters>(raw.interfaces, previous.interfaces, InterfaceGrowth);
+  row.pktsRcvd = LowWord(sum.rxPackets);
+  row.pktsXmitd = LowWord(sum.txPackets);
+  row.pktReceiveErrors = LowWord(sum.rxErrors);
+  row.pktXmitErrors = LowWord(sum.txErrors);
+  row.pktCollisions = LowWord(sum.collisions);
   if (raw.interfaces.empty()) {
     // They could not be read: a host has one at least.
     raw.interfaces = previous.interfaces;

@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdio>
 #include <utility>
 
-#include "collect/HostFile.h"
 #include "collect/TextScanner.h"
+#include "collect/modern/HostText.h"
 #include "collect/modern/ToldOnce.h"
 #include "support/Directory.h"
 #include "support/HostPaths.h"
@@ -54,21 +53,6 @@ std::string SysName(std::string_view device) {
   std::string name(device);
   std::replace(name.begin(), name.end(), '/', '!');
   return name;
-}
-
-std::string ReadDiskstats() {
-  std::string text;
-  const TextFilePtr file = OpenHostFile(kDiskstats);
-  if (file == nullptr) {
-    MissingInHost(kDiskstats);
-    return text;
-  }
-  FoundInHost(kDiskstats);
-  std::array<char, 16384> buffer;
-  while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), file.get())) {
-    text.append(buffer.data(), count);
-  }
-  return text;
 }
 
 /// The names in /sys/block, ascending; none without the folder.
@@ -186,12 +170,11 @@ bool ParseDiskstatsLine(std::string_view line, DiskstatsLine& out) {
 
 std::vector<DiskstatsLine> ParseDiskstats(std::string_view text) {
   std::vector<DiskstatsLine> lines;
-  while (!text.empty()) {
-    const std::size_t end = text.find('\n');
-    if (DiskstatsLine line; ParseDiskstatsLine(text.substr(0, end), line)) {
-      lines.push_back(line);
+  DiskstatsLine parsed;
+  for (std::string_view line; NextTextLine(text, line);) {
+    if (ParseDiskstatsLine(line, parsed)) {
+      lines.push_back(parsed);
     }
-    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
   }
   return lines;
 }
@@ -237,18 +220,15 @@ bool IsStackedDisk(std::string_view name) {
 }
 
 std::vector<BlockDevice> ReadBlockDevices() {
-  const std::string text = ReadDiskstats();
+  std::string text;
+  (void)ReadHostText(kDiskstats, text);
   std::vector<DiskstatsLine> lines = ParseDiskstats(text);
   const LinesByName byName(lines);
   FoldPaths(lines, byName);
   const WholeTest isWhole(byName);
   std::vector<BlockDevice> devices;
   for (const DiskstatsLine& line : lines) {
-    if (!line.isComplete) {
-      MissingInHost(kDiskstats, line.name);
-    } else {
-      FoundInHost(kDiskstats, line.name);
-    }
+    TellFound(kDiskstats, line.name, line.isComplete);
     if (HasDoneIo(line.counters) && !IsPseudoDisk(line.name) && MultipathName(line.name).empty() &&
         isWhole(line.name)) {
       devices.push_back({std::string(line.name), line.counters, !IsStackedDisk(line.name)});

@@ -9,13 +9,13 @@
 #include "collect/modern/HostText.h"
 #include "collect/modern/Interrupts.h"
 #include "collect/modern/KernelCpuStat.h"
+#include "collect/modern/KernelStat.h"
 
 namespace {
 
 constexpr std::uint32_t kProcessorRowSize = 140;
 constexpr const char* kPresentPath = "/sys/devices/system/cpu/present";
 constexpr const char* kOnlinePath = "/sys/devices/system/cpu/online";
-constexpr const char* kCpuStatPath = "/proc/stat";
 constexpr const char* kInterruptsPath = "/proc/interrupts";
 constexpr const char* kCpuinfoPath = "/proc/cpuinfo";
 
@@ -35,7 +35,7 @@ CpuSet ReadCpuList(const char* path, const CpuSet& otherwise) {
 /// The lines of processors in /proc/stat, which are its first.
 std::vector<CpuTicks> ReadCpuStat() {
   std::vector<CpuTicks> all;
-  HostLines lines(kCpuStatPath);
+  HostLines lines(kKernelStatPath);
   CpuTicks figures;
   for (std::string_view line; lines.Next(line) && IsCpuLine(line);) {
     if (ParseCpuStatLine(line, figures) && figures.processor < kMostProcessors &&
@@ -109,9 +109,9 @@ void ModernCpuSource::LoadTimes() {
       SetCpuTimes(*row, figures);
     }
   }
-  TellFound(kCpuStatPath, "a line of each processor that is on line",
+  TellFound(kKernelStatPath, "a line of each processor that is on line",
             (online & present & ~counted).none());
-  TellFound(kCpuStatPath, "all times of each processor", columns == CpuTicks::kColumns);
+  TellFound(kKernelStatPath, "all times of each processor", columns == CpuTicks::kColumns);
 }
 
 void ModernCpuSource::LoadInterrupts() {

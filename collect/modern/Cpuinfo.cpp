@@ -55,7 +55,7 @@ CpuinfoLine SplitCpuinfoLine(std::string_view line) {
   if (colon == std::string_view::npos) {
     return {};
   }
-  return {WithoutBlanks(line.substr(0, colon)), WithoutBlanks(line.substr(colon + 1))};
+  return {WithoutEdgeBlanks(line.substr(0, colon)), WithoutEdgeBlanks(line.substr(colon + 1))};
 }
 
 std::optional<std::uint32_t> CpuinfoHex(std::string_view text) {

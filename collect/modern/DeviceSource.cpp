@@ -7,6 +7,7 @@
 
 #include "collect/HostFile.h"
 #include "collect/modern/ToldOnce.h"
+#include "support/LowWord.h"
 
 namespace {
 
@@ -79,14 +80,14 @@ void ModernDeviceSource::read(DeviceIO* record) {
   record->isPhysical = device.isPhysical;
   PutText(record->x_deviceio::name, ShownName(device.name));
   PutText(record->type, TypeOfDevice(device.name));
-  record->readOps = static_cast<std::uint32_t>(counters.reads);
-  record->writeOps = static_cast<std::uint32_t>(counters.writes);
-  record->totalOps = static_cast<std::uint32_t>(counters.reads + counters.writes);
+  record->readOps = LowWord(counters.reads);
+  record->writeOps = LowWord(counters.writes);
+  record->totalOps = LowWord(counters.reads + counters.writes);
   record->readMB = static_cast<float>(MbytesOfSectors(counters.sectorsRead));
   record->writeMB = static_cast<float>(MbytesOfSectors(counters.sectorsWritten));
   record->totalMB =
       static_cast<float>(MbytesOfSectors(counters.sectorsRead + counters.sectorsWritten));
-  record->queueLength = static_cast<std::uint32_t>(counters.inFlight);
+  record->queueLength = LowWord(counters.inFlight);
   record->serviceSeconds = (counters.readMilliseconds + counters.writeMilliseconds) / 1000;
   record->queueSeconds = counters.weightedMilliseconds / 1000;
   record->busySeconds = counters.inUseMilliseconds / 1000;

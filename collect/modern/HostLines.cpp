@@ -27,11 +27,3 @@ bool HostLines::Next(std::string_view& line) {
   line.remove_suffix(line.ends_with('\n') ? 1 : 0);
   return true;
 }
-
-std::string_view WithoutBlanks(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r";
-  const std::size_t first = text.find_first_not_of(kBlanks);
-  return first == std::string_view::npos
-             ? std::string_view{}
-             : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}

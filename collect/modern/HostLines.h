@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "support/TextFile.h"
+#include "support/TrimmedText.h"
 
 /// The lines of one file of the host, of any width within the file's limit, in one buffer.
 class HostLines {
@@ -29,7 +30,9 @@ class HostLines {
 };
 
 /// The text without the blanks at its ends.
-[[nodiscard]] std::string_view WithoutBlanks(std::string_view text);
+[[nodiscard]] constexpr std::string_view WithoutEdgeBlanks(std::string_view text) {
+  return Trimmed(text, " \t\r");
+}
 
 /// Takes an unsigned number, and blanks before it, from the front of `text`. False, with `value` as
 /// it was, if there is none or it does not fit.

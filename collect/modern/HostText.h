@@ -51,6 +51,18 @@ bool TakeKeyedNumber(std::string_view line, const std::array<KeyedNumber<Figures
   return false;
 }
 
+/// The figures of the rows whose keys the text has; the others are 0, and their bits in the
+/// figures' `found` too.
+template <class Figures, std::size_t N>
+[[nodiscard]] Figures ParseKeyedNumbers(std::string_view text,
+                                        const std::array<KeyedNumber<Figures>, N>& rows) {
+  Figures figures;
+  for (std::string_view line; NextTextLine(text, line);) {
+    TakeKeyedNumber(line, rows, figures, figures.found);
+  }
+  return figures;
+}
+
 /// Tells once that the file at `path` lacks an entry of that name, or that it has it.
 void TellFound(const char* path, std::string_view name, bool isFound);
 

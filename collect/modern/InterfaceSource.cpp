@@ -9,9 +9,11 @@
 
 #include "collect/HostFile.h"
 #include "collect/ProcLib.h"
+#include "collect/modern/HostText.h"
 #include "collect/modern/NetDev.h"
 #include "collect/modern/ToldOnce.h"
 #include "support/HostPaths.h"
+#include "support/LowWord.h"
 
 namespace {
 
@@ -82,11 +84,11 @@ void PutNetlinkLink(Interface& work, const NetlinkLink& link) {
 
 void PutInterfaceCounters(Interface& work, const InterfaceCounters& counters) {
   work.counters = counters;
-  work.rxPackets = static_cast<std::uint32_t>(counters.rxPackets);
-  work.rxErrors = static_cast<std::uint32_t>(counters.rxErrors);
-  work.txPackets = static_cast<std::uint32_t>(counters.txPackets);
-  work.txErrors = static_cast<std::uint32_t>(counters.txErrors);
-  work.collisions = static_cast<std::uint32_t>(counters.collisions);
+  work.rxPackets = LowWord(counters.rxPackets);
+  work.rxErrors = LowWord(counters.rxErrors);
+  work.txPackets = LowWord(counters.txPackets);
+  work.txErrors = LowWord(counters.txErrors);
+  work.collisions = LowWord(counters.collisions);
 }
 
 /// Once until the kernel has answered again.
@@ -145,11 +147,7 @@ void ModernInterfaceSource::read(Interface* record) {
   if (!m_more) {
     return;
   }
-  if (row.isWhole) {
-    FoundInHost(kCountersPath, row.name);
-  } else {
-    MissingInHost(kCountersPath, row.name);
-  }
+  TellFound(kCountersPath, row.name, row.isWhole);
   record->size = kModernInterfaceSize;
   row.name.copy(record->x_interface::name.data(), record->x_interface::name.size() - 1);
   PutInterfaceCounters(*record, row.counters);

@@ -21,8 +21,9 @@ bool IsInterruptNumber(std::string_view name) {
 bool ParseInterruptColumns(std::string_view line, std::vector<std::uint32_t>& processors) {
   constexpr std::string_view kKey = "CPU";
   processors.clear();
-  for (line = WithoutBlanks(line); line.starts_with(kKey) && processors.size() < kMostProcessors;
-       line = WithoutBlanks(line)) {
+  for (line = WithoutEdgeBlanks(line);
+       line.starts_with(kKey) && processors.size() < kMostProcessors;
+       line = WithoutEdgeBlanks(line)) {
     line.remove_prefix(kKey.size());
     std::uint32_t processor = 0;
     if (line.starts_with(' ') || !TakeCount(line, processor)) {
@@ -39,7 +40,7 @@ void AddInterruptLine(std::string_view line, std::span<std::uint64_t> sums,
   if (colon == std::string_view::npos) {
     return;
   }
-  const std::string_view name = WithoutBlanks(line.substr(0, colon));
+  const std::string_view name = WithoutEdgeBlanks(line.substr(0, colon));
   line.remove_prefix(colon + 1);
   std::size_t columns = 0;
   while (columns < sums.size() && TakeCount(line, counts[columns])) {

@@ -17,13 +17,7 @@ constexpr std::uint32_t kFoundAvailable = 1;
 
 bool MeminfoFigures::HasAvailable() const { return (found & kFoundAvailable) != 0; }
 
-MeminfoFigures ParseMeminfo(std::string_view text) {
-  MeminfoFigures figures;
-  for (std::string_view line; NextTextLine(text, line);) {
-    TakeKeyedNumber(line, kMeminfoRows, figures, figures.found);
-  }
-  return figures;
-}
+MeminfoFigures ParseMeminfo(std::string_view text) { return ParseKeyedNumbers(text, kMeminfoRows); }
 
 void TellMissing(const MeminfoFigures& figures) {
   TellFound(kMeminfoPath, kMeminfoRows, figures.found);

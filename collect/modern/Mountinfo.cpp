@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "collect/HostFile.h"
+#include "collect/modern/HostText.h"
 #include "collect/modern/ToldOnce.h"
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
@@ -221,9 +222,7 @@ std::string DecodeMountText(std::string_view text) {
 Mounts ParseMountinfo(std::string_view text) {
   Mounts mounts;
   MountLine line;
-  while (!text.empty()) {
-    const std::string_view taken = text.substr(0, text.find('\n'));
-    text.remove_prefix(std::min(taken.size() + 1, text.size()));
+  for (std::string_view taken; NextTextLine(text, taken);) {
     if (ParseMountLine(taken, line)) {
       mounts.entries.push_back({line.id, line.parent, line.device, DecodeMountText(line.mountPoint),
                                 DecodeMountText(line.type), DecodeMountText(line.source),
@@ -281,11 +280,7 @@ HostMounts ReadMounts() {
     }
     Mounts mounts = ParseMountinfo(*text);
     FoundInHost(kMountinfoOfSelf);
-    if (mounts.faulty == 0) {
-      FoundInHost(path, kColumns);
-    } else {
-      MissingInHost(path, kColumns);
-    }
+    TellFound(path, kColumns, mounts.faulty == 0);
     return {ReachableMounts(std::move(mounts.entries)), prefix};
   }
   MissingInHost(kMountinfoOfSelf);

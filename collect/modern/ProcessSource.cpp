@@ -217,11 +217,7 @@ void ModernProcessSource::End() {
     FoundInHost(rule.path);
     const std::span<const std::string_view> keys = rule.keys();
     for (std::size_t index = 0; index < keys.size(); ++index) {
-      if ((seen.entries >> index & 1U) != 0) {
-        FoundInHost(rule.path, keys[index]);
-      } else {
-        MissingInHost(rule.path, keys[index]);
-      }
+      TellFound(rule.path, keys[index], (seen.entries >> index & 1U) != 0);
     }
   }
   m_seen = {};

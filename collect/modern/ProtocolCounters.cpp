@@ -3,6 +3,7 @@
 #include <array>
 
 #include "collect/modern/HostText.h"
+#include "support/LowWord.h"
 
 namespace {
 
@@ -57,8 +58,6 @@ void TakeProtocol(std::string_view protocol, TextScanner names, TextScanner valu
   }
 }
 
-std::uint32_t LowHalf(std::uint64_t value) { return static_cast<std::uint32_t>(value); }
-
 }  // namespace
 
 ProtocolCounters ParseSnmp(std::string_view text) {
@@ -84,13 +83,7 @@ ProtocolCounters ParseSnmp(std::string_view text) {
   return counters;
 }
 
-ProtocolCounters ParseSnmp6(std::string_view text) {
-  ProtocolCounters counters;
-  for (std::string_view line; NextTextLine(text, line);) {
-    TakeKeyedNumber(line, kSnmp6Rows, counters, counters.found);
-  }
-  return counters;
-}
+ProtocolCounters ParseSnmp6(std::string_view text) { return ParseKeyedNumbers(text, kSnmp6Rows); }
 
 void TellMissingOfSnmp(const ProtocolCounters& counters) {
   for (std::size_t i = 0; i < kColumns.size(); ++i) {
@@ -116,14 +109,14 @@ void ModernProtocolSource::read(x_protocol* record) {
     TellMissingOfSnmp6(v6);
   }
   record->size = kProtocolWords;
-  record->ipIn = LowHalf(both.ipIn + v6.ipIn);
-  record->ipOut = LowHalf(both.ipOut + v6.ipOut);
-  record->icmpIn = LowHalf(both.icmpIn + v6.icmpIn);
-  record->icmpOut = LowHalf(both.icmpOut + v6.icmpOut);
-  record->tcpIn = LowHalf(both.tcpIn);
-  record->tcpOut = LowHalf(both.tcpOut);
-  record->udpIn = LowHalf(both.udpIn + v6.udpIn);
-  record->udpOut = LowHalf(both.udpOut + v6.udpOut);
+  record->ipIn = LowWord(both.ipIn + v6.ipIn);
+  record->ipOut = LowWord(both.ipOut + v6.ipOut);
+  record->icmpIn = LowWord(both.icmpIn + v6.icmpIn);
+  record->icmpOut = LowWord(both.icmpOut + v6.icmpOut);
+  record->tcpIn = LowWord(both.tcpIn);
+  record->tcpOut = LowWord(both.tcpOut);
+  record->udpIn = LowWord(both.udpIn + v6.udpIn);
+  record->udpOut = LowWord(both.udpOut + v6.udpOut);
   record->totalIn = record->tcpIn + record->udpIn + record->icmpIn;
   record->totalOut = record->tcpOut + record->udpOut + record->icmpOut;
   TraceExit("ModernProtocolSource::read");

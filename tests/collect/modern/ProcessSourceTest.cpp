@@ -15,6 +15,7 @@
 #include "node/FigureRegistry.h"
 #include "support/HostProfile.h"
 #include "tests/collect/CollectFixture.h"
+#include "tests/collect/ProcessRows.h"
 
 namespace {
 
@@ -88,23 +89,8 @@ class ModernProcessSourceTest : public CollectFixture {
     g_hostProfile = HostProfile::kClassic;
     CollectFixture::TearDown();
   }
-  /// All processes, by number.
-  static std::vector<Process> Read() {
-    std::vector<Process> rows;
-    ModernProcessSource source;
-    const UtlErrorPtr error(source.readAll(nullptr, rows));
-    EXPECT_EQ(error, nullptr);
-    std::sort(rows.begin(), rows.end(),
-              [](const Process& a, const Process& b) { return a.GetPid() < b.GetPid(); });
-    return rows;
-  }
-  static std::string DumpAll() {
-    std::string text;
-    for (const Process& row : Read()) {
-      text += DumpModern(row);
-    }
-    return text;
-  }
+  static std::vector<Process> Read() { return ReadProcesses<ModernProcessSource>(); }
+  static std::string DumpAll() { return DumpEach(Read(), DumpModern); }
   /// One that lacks nothing: 5 GiB in memory, 8 GiB of addresses.
   static HostProcess Worker(int pid) {
     return {pid,

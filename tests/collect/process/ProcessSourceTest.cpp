@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "tests/collect/CollectFixture.h"
+#include "tests/collect/ProcessRows.h"
 
 namespace {
 
@@ -37,24 +38,11 @@ std::string Dump(const Process& row) {
 
 class ProcessSourceTest : public CollectFixture {
  protected:
-  /// All processes, by number.
   static std::vector<Process> Read() {
     ProcLib::ResetCaches();
-    std::vector<Process> rows;
-    ProcessSourceUser source;
-    const UtlErrorPtr error(source.readAll(nullptr, rows));
-    EXPECT_EQ(error, nullptr);
-    std::sort(rows.begin(), rows.end(),
-              [](const Process& a, const Process& b) { return a.GetPid() < b.GetPid(); });
-    return rows;
+    return ReadProcesses<ProcessSourceUser>();
   }
-  static std::string DumpAll() {
-    std::string text;
-    for (const Process& row : Read()) {
-      text += Dump(row);
-    }
-    return text;
-  }
+  static std::string DumpAll() { return DumpEach(Read(), Dump); }
   static std::uint64_t InodeOf(const std::string& path) {
     struct ::stat status {};
     EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
