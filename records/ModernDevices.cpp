@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "collect/modern/DeviceSource.h"
+#include "collect/modern/device/DeviceSource.h"
 #include "records/NamedGrowth.h"
 #include "support/LowWord.h"
 

@@ -5,10 +5,10 @@
 #include <string_view>
 #include <vector>
 
-#include "collect/modern/CpuList.h"
-#include "collect/modern/Cpuinfo.h"
-#include "collect/modern/Interrupts.h"
-#include "collect/modern/KernelCpuStat.h"
+#include "collect/modern/cpu/CpuList.h"
+#include "collect/modern/cpu/Cpuinfo.h"
+#include "collect/modern/cpu/Interrupts.h"
+#include "collect/modern/cpu/KernelCpuStat.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include "collect/modern/InterfaceSource.h"
-#include "collect/modern/NetDev.h"
-#include "collect/modern/NetlinkAddresses.h"
+#include "collect/modern/network/InterfaceSource.h"
+#include "collect/modern/network/NetDev.h"
+#include "collect/modern/network/NetlinkAddresses.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "collect/modern/ProcessText.h"
+#include "collect/modern/process/ProcessText.h"
 #include "collect/process/ProcessSourceLINUX.h"
 
 namespace {

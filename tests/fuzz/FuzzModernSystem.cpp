@@ -3,13 +3,13 @@
 #include <iterator>
 #include <string_view>
 
-#include "collect/modern/BlockDevices.h"
-#include "collect/modern/KernelStat.h"
-#include "collect/modern/Loadavg.h"
-#include "collect/modern/Meminfo.h"
-#include "collect/modern/NFSTotals.h"
-#include "collect/modern/ProtocolCounters.h"
-#include "collect/modern/Vmstat.h"
+#include "collect/modern/device/BlockDevices.h"
+#include "collect/modern/network/ProtocolCounters.h"
+#include "collect/modern/nfs/NFSTotals.h"
+#include "collect/modern/system/KernelStat.h"
+#include "collect/modern/system/Loadavg.h"
+#include "collect/modern/system/Meminfo.h"
+#include "collect/modern/system/Vmstat.h"
 
 namespace {
 

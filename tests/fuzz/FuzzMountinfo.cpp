@@ -3,8 +3,8 @@
 #include <utility>
 #include <vector>
 
-#include "collect/modern/FileSystemSource.h"
-#include "collect/modern/RemoteMount.h"
+#include "collect/modern/filesystem/FileSystemSource.h"
+#include "collect/modern/filesystem/RemoteMount.h"
 
 /// Any bytes as the kernel's table of mounts, and each source that it names as one of a server.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -8,7 +8,7 @@
 #include <optional>
 #include <vector>
 
-#include "collect/modern/ProcessSource.h"
+#include "collect/modern/process/ProcessSource.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "support/HostPaths.h"
 #include "support/HostProfile.h"

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "collect/Collector.h"
-#include "collect/modern/InterfaceSource.h"
+#include "collect/modern/network/InterfaceSource.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
 #include "support/HostPaths.h"

@@ -1,4 +1,4 @@
-#include "collect/modern/BlockDevices.h"
+#include "collect/modern/device/BlockDevices.h"
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"

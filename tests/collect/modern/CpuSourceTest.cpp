@@ -1,11 +1,11 @@
-#include "collect/modern/CpuSource.h"
+#include "collect/modern/cpu/CpuSource.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 
-#include "collect/modern/Cpuinfo.h"
-#include "collect/modern/Interrupts.h"
+#include "collect/modern/cpu/Cpuinfo.h"
+#include "collect/modern/cpu/Interrupts.h"
 #include "tests/collect/CollectFixture.h"
 
 namespace {

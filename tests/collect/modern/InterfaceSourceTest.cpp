@@ -1,4 +1,4 @@
-#include "collect/modern/InterfaceSource.h"
+#include "collect/modern/network/InterfaceSource.h"
 
 #include <arpa/inet.h>
 #include <linux/if_addr.h>
@@ -13,7 +13,7 @@
 #include <sstream>
 #include <string>
 
-#include "collect/modern/NetDev.h"
+#include "collect/modern/network/NetDev.h"
 #include "tests/collect/CollectFixture.h"
 
 namespace {

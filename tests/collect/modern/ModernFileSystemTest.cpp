@@ -6,9 +6,9 @@
 #include <map>
 #include <sstream>
 
-#include "collect/modern/FileSystemSource.h"
-#include "collect/modern/Mountinfo.h"
-#include "collect/modern/RemoteMount.h"
+#include "collect/modern/filesystem/FileSystemSource.h"
+#include "collect/modern/filesystem/Mountinfo.h"
+#include "collect/modern/filesystem/RemoteMount.h"
 #include "support/ProductOptions.h"
 #include "tests/collect/CollectFixture.h"
 

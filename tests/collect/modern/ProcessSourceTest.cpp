@@ -1,4 +1,4 @@
-#include "collect/modern/ProcessSource.h"
+#include "collect/modern/process/ProcessSource.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -11,7 +11,7 @@
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
-#include "collect/modern/ProcessText.h"
+#include "collect/modern/process/ProcessText.h"
 #include "node/FigureRegistry.h"
 #include "support/HostProfile.h"
 #include "tests/collect/CollectFixture.h"

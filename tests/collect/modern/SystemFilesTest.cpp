@@ -1,13 +1,13 @@
 #include <filesystem>
 
 #include "collect/modern/HostText.h"
-#include "collect/modern/KernelStat.h"
-#include "collect/modern/Loadavg.h"
-#include "collect/modern/Meminfo.h"
-#include "collect/modern/NFSTotals.h"
-#include "collect/modern/ProcessCount.h"
-#include "collect/modern/ProtocolCounters.h"
-#include "collect/modern/Vmstat.h"
+#include "collect/modern/network/ProtocolCounters.h"
+#include "collect/modern/nfs/NFSTotals.h"
+#include "collect/modern/process/ProcessCount.h"
+#include "collect/modern/system/KernelStat.h"
+#include "collect/modern/system/Loadavg.h"
+#include "collect/modern/system/Meminfo.h"
+#include "collect/modern/system/Vmstat.h"
 #include "tests/collect/CollectFixture.h"
 
 namespace {

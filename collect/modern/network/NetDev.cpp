@@ -1,4 +1,4 @@
-#include "collect/modern/NetDev.h"
+#include "collect/modern/network/NetDev.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "collect/modern/ProcessSource.h"
+#include "collect/modern/process/ProcessSource.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,9 +14,9 @@
 #include "collect/ProcLib.h"
 #include "collect/TextScanner.h"
 #include "collect/modern/HostText.h"
-#include "collect/modern/KernelStat.h"
-#include "collect/modern/ProcessText.h"
 #include "collect/modern/ToldOnce.h"
+#include "collect/modern/process/ProcessText.h"
+#include "collect/modern/system/KernelStat.h"
 #include "node/FigureRegistry.h"
 #include "support/HostPaths.h"
 #include "support/LowWord.h"

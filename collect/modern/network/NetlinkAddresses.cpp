@@ -1,4 +1,4 @@
-#include "collect/modern/NetlinkAddresses.h"
+#include "collect/modern/network/NetlinkAddresses.h"
 
 #include <arpa/inet.h>
 #include <linux/if_addr.h>

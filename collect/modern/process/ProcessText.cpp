@@ -1,4 +1,4 @@
-#include "collect/modern/ProcessText.h"
+#include "collect/modern/process/ProcessText.h"
 
 #include <array>
 #include <bit>

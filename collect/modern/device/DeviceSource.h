@@ -6,7 +6,7 @@
 
 #include "collect/Source.h"
 #include "collect/device/DeviceSourceLINUX.h"
-#include "collect/modern/BlockDevices.h"
+#include "collect/modern/device/BlockDevices.h"
 
 /// Reads one row per whole block device that has done I/O since boot, as ReadBlockDevices() finds
 /// them. The name is the kernel's, for a device of the device mapper with its own name behind it,

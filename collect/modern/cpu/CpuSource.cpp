@@ -1,15 +1,15 @@
-#include "collect/modern/CpuSource.h"
+#include "collect/modern/cpu/CpuSource.h"
 
 #include <algorithm>
 #include <memory>
 #include <string_view>
 
-#include "collect/modern/Cpuinfo.h"
 #include "collect/modern/HostLines.h"
 #include "collect/modern/HostText.h"
-#include "collect/modern/Interrupts.h"
-#include "collect/modern/KernelCpuStat.h"
-#include "collect/modern/KernelStat.h"
+#include "collect/modern/cpu/Cpuinfo.h"
+#include "collect/modern/cpu/Interrupts.h"
+#include "collect/modern/cpu/KernelCpuStat.h"
+#include "collect/modern/system/KernelStat.h"
 
 namespace {
 

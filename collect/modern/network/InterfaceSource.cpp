@@ -1,4 +1,4 @@
-#include "collect/modern/InterfaceSource.h"
+#include "collect/modern/network/InterfaceSource.h"
 
 #include <net/if.h>
 
@@ -10,8 +10,8 @@
 #include "collect/HostFile.h"
 #include "collect/ProcLib.h"
 #include "collect/modern/HostText.h"
-#include "collect/modern/NetDev.h"
 #include "collect/modern/ToldOnce.h"
+#include "collect/modern/network/NetDev.h"
 #include "support/HostPaths.h"
 #include "support/LowWord.h"
 

@@ -1,4 +1,4 @@
-#include "collect/modern/KernelStat.h"
+#include "collect/modern/system/KernelStat.h"
 
 #include <array>
 

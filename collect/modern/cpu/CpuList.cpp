@@ -1,4 +1,4 @@
-#include "collect/modern/CpuList.h"
+#include "collect/modern/cpu/CpuList.h"
 
 #include <charconv>
 #include <system_error>

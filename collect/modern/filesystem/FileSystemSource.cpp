@@ -1,4 +1,4 @@
-#include "collect/modern/FileSystemSource.h"
+#include "collect/modern/filesystem/FileSystemSource.h"
 
 #include <sys/utsname.h>
 
@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "collect/modern/RemoteMount.h"
+#include "collect/modern/filesystem/RemoteMount.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "collect/modern/DeviceSource.h"
+#include "collect/modern/device/DeviceSource.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "collect/modern/Mountinfo.h"
+#include "collect/modern/filesystem/Mountinfo.h"
 
 #include <algorithm>
 #include <array>

@@ -6,7 +6,7 @@
 
 #include "collect/Source.h"
 #include "collect/cpu/CPUSourceLINUX.h"
-#include "collect/modern/CpuList.h"
+#include "collect/modern/cpu/CpuList.h"
 
 struct CpuinfoBlock;
 

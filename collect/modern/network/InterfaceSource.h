@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "collect/modern/NetlinkAddresses.h"
+#include "collect/modern/network/NetlinkAddresses.h"
 #include "collect/network/InterfaceSourceLINUX.h"
 
 /// Flags of an interface as /sys/class/net tells them. Its file `flags` holds those that were set;

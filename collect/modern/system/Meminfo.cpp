@@ -1,4 +1,4 @@
-#include "collect/modern/Meminfo.h"
+#include "collect/modern/system/Meminfo.h"
 
 #include <array>
 

@@ -1,4 +1,4 @@
-#include "collect/modern/ProcessCount.h"
+#include "collect/modern/process/ProcessCount.h"
 
 #include <algorithm>
 #include <cerrno>

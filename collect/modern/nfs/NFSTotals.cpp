@@ -1,4 +1,4 @@
-#include "collect/modern/NFSTotals.h"
+#include "collect/modern/nfs/NFSTotals.h"
 
 #include <numeric>
 

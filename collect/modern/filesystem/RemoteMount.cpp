@@ -1,4 +1,4 @@
-#include "collect/modern/RemoteMount.h"
+#include "collect/modern/filesystem/RemoteMount.h"
 
 #include <algorithm>
 #include <array>

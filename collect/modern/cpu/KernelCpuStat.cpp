@@ -1,4 +1,4 @@
-#include "collect/modern/KernelCpuStat.h"
+#include "collect/modern/cpu/KernelCpuStat.h"
 
 #include "collect/modern/HostLines.h"
 

@@ -1,17 +1,17 @@
-#include "collect/modern/SystemSource.h"
+#include "collect/modern/system/SystemSource.h"
 
 #include <algorithm>
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
-#include "collect/modern/BlockDevices.h"
 #include "collect/modern/HostText.h"
-#include "collect/modern/KernelStat.h"
-#include "collect/modern/Loadavg.h"
-#include "collect/modern/Meminfo.h"
-#include "collect/modern/ProcessCount.h"
 #include "collect/modern/ToldOnce.h"
-#include "collect/modern/Vmstat.h"
+#include "collect/modern/device/BlockDevices.h"
+#include "collect/modern/process/ProcessCount.h"
+#include "collect/modern/system/KernelStat.h"
+#include "collect/modern/system/Loadavg.h"
+#include "collect/modern/system/Meminfo.h"
+#include "collect/modern/system/Vmstat.h"
 #include "collect/system/NoHost.h"
 #include "support/LowWord.h"
 

@@ -6,7 +6,7 @@
 
 #include "collect/filesystem/FileSystemSource.h"
 #include "collect/filesystem/MountQuestion.h"
-#include "collect/modern/Mountinfo.h"
+#include "collect/modern/filesystem/Mountinfo.h"
 
 /// One mount for each file system that has figures, in the order in which they come first: that of
 /// the shortest path, or else the first. File systems are told apart by the device; a remote one by

@@ -1,4 +1,4 @@
-#include "collect/modern/Cpuinfo.h"
+#include "collect/modern/cpu/Cpuinfo.h"
 
 #include <algorithm>
 #include <cstdio>

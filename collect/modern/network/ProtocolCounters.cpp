@@ -1,4 +1,4 @@
-#include "collect/modern/ProtocolCounters.h"
+#include "collect/modern/network/ProtocolCounters.h"
 
 #include <array>
 

@@ -1,11 +1,11 @@
-#include "collect/modern/Interrupts.h"
+#include "collect/modern/cpu/Interrupts.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 
-#include "collect/modern/CpuList.h"
 #include "collect/modern/HostLines.h"
+#include "collect/modern/cpu/CpuList.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "collect/modern/Vmstat.h"
+#include "collect/modern/system/Vmstat.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "collect/modern/Loadavg.h"
+#include "collect/modern/system/Loadavg.h"
 
 #include "collect/TextScanner.h"
 

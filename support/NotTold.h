@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cmath>
+#include <limits>
+
+/// A figure that the host does not tell. It survives sums and differences, is null to a client and
+/// has no metric.
+inline constexpr double kNotTold = std::numeric_limits<double>::quiet_NaN();
+
+[[nodiscard]] inline bool IsTold(double figure) { return !std::isnan(figure); }
