@@ -51,6 +51,7 @@ OsCalls& Os() {
       .fork = ::fork,
       .time = ::time,
       .gettimeofday = RealGettimeofday,
+      .adjtimex = ::adjtimex,
       .sleep = ::sleep,
   };
   return calls;

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
+#include <sys/timex.h>
 #include <sys/types.h>
 #include <sys/utsname.h>
 #include <sys/vfs.h>
@@ -43,6 +44,7 @@ struct OsCalls {
   pid_t (*fork)();
   std::time_t (*time)(std::time_t*);
   int (*gettimeofday)(struct ::timeval*);
+  int (*adjtimex)(struct ::timex*);
   unsigned (*sleep)(unsigned seconds);
 };
 

@@ -58,16 +58,6 @@ std::map<std::string, pid_t>& Waiting() {
   return waiting;
 }
 
-std::chrono::seconds Limit() {
-  const char* text = ProductOptions::Instance().Get("Node", "Mount Timeout");
-  const std::string_view digits = text == nullptr ? "" : text;
-  int seconds = 0;
-  const auto [end, status] = std::from_chars(digits.data(), digits.data() + digits.size(), seconds);
-  const bool isLimit = status == std::errc{} && end == digits.data() + digits.size() &&
-                       seconds > 0 && seconds <= kLongestLimit;
-  return std::chrono::seconds(isLimit ? seconds : 0);
-}
-
 /// Whether the child has ended. It is gone, too, where ended children are taken by others or by the
 /// kernel.
 bool HasEnded(pid_t child) { return ::waitpid(child, nullptr, WNOHANG) != 0; }
@@ -252,6 +242,16 @@ class MountQuestion::Round {
   NextPlace* m_next = nullptr;
   std::array<int, 2> m_ends{-1, -1};
 };
+
+std::chrono::seconds MountQuestion::Limit() {
+  const char* text = ProductOptions::Instance().Get("Node", "Mount Timeout");
+  const std::string_view digits = text == nullptr ? "" : text;
+  int seconds = 0;
+  const auto [end, status] = std::from_chars(digits.data(), digits.data() + digits.size(), seconds);
+  const bool isLimit = status == std::errc{} && end == digits.data() + digits.size() &&
+                       seconds > 0 && seconds <= kLongestLimit;
+  return std::chrono::seconds(isLimit ? seconds : 0);
+}
 
 bool MountQuestion::IsLimited() { return Limit().count() != 0; }
 

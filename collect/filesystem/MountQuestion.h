@@ -2,6 +2,7 @@
 
 #include <sys/vfs.h>
 
+#include <chrono>
 #include <map>
 #include <string>
 #include <vector>
@@ -28,6 +29,8 @@ struct MountReply {
 /// again.
 class MountQuestion {
  public:
+  /// The limit in force; 0 for none.
+  [[nodiscard]] static std::chrono::seconds Limit();
   /// Whether a limit is set, so that Ask() is spared time and processes by a call of AskAll().
   [[nodiscard]] static bool IsLimited();
 

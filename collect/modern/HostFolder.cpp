@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <memory>
 
+#include "support/Directory.h"
 #include "support/HostPaths.h"
 #include "support/NotTold.h"
 #include "support/TrimmedText.h"
@@ -20,10 +20,6 @@ namespace {
 constexpr std::size_t kFirstPiece = 4096;
 /// Beyond these a double can't hold each number, and a sum of two might not fit.
 constexpr std::size_t kMostNumberDigits = 18;
-
-struct CloseDirectory {
-  void operator()(DIR* directory) const { ::closedir(directory); }
-};
 
 bool IsRegular(int descriptor) {
   struct ::stat status {};
@@ -104,7 +100,7 @@ std::string HostFolder::LinkName(const char* name) const {
 
 bool HostFolder::ForEach(const std::function<bool(const char* name, bool isFolder)>& visit) const {
   const int own = ::openat(m_descriptor.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const std::unique_ptr<DIR, CloseDirectory> directory(own < 0 ? nullptr : ::fdopendir(own));
+  const DirectoryPtr directory(own < 0 ? nullptr : ::fdopendir(own));
   if (directory == nullptr) {
     if (own >= 0) {
       ::close(own);

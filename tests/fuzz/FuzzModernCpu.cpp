@@ -39,6 +39,9 @@ void TakeStat(std::string_view text) {
     CpuTicks figures;
     if (ParseCpuStatLine(line, figures)) {
       Require(IsCpuLine(line) && figures.columns <= CpuTicks::kColumns);
+      Require(!ParseCpuStatSum(line, figures));
+    } else if (ParseCpuStatSum(line, figures)) {
+      Require(IsCpuLine(line) && figures.columns <= CpuTicks::kColumns);
     }
   });
 }
@@ -56,7 +59,10 @@ void TakeInterrupts(std::string_view text) {
 
 void TakeCpuinfo(std::string_view text) {
   CpuinfoBlock block;
-  EachLine(text, [&block](std::string_view line) {
+  CpuinfoClock clock;
+  EachLine(text, [&block, &clock](std::string_view line) {
+    TakeCpuinfoClock(line, clock);
+    Require(!IsTold(clock.megahertz) || clock.megahertz >= 0);
     if (IsProcessorLine(line)) {
       NameByPart(block);
       block = CpuinfoBlock{};

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "collect/modern/process/ProcessDetail.h"
+#include "collect/modern/process/ProcessDetailText.h"
 #include "collect/modern/process/ProcessText.h"
 #include "collect/process/ProcessSourceLINUX.h"
 
@@ -50,18 +52,39 @@ void TakeArguments(std::string_view text) {
   Require(length == 0 || arguments[length - 1] != ' ');
 }
 
+void TakeDetail(std::string_view text) {
+  ProcessDetail detail;
+  if (!TakeStatDetail(text, 0, detail)) {
+    Require(detail.name.empty());
+  }
+  TakeStatusDetail(text, detail);
+  TakeIoDetail(text, detail);
+  TakeSchedDetail(text, detail);
+  Require(!(detail.readCalls < 0) && !(detail.runSeconds < 0));
+  Require(WaitChannelOf(text).find('\n') == std::string_view::npos);
+  const std::string_view group = ControlGroupOf(text);
+  Require(group.empty() || group.front() == '/');
+}
+
 }  // namespace
 
-/// The first byte chooses the file, the others are its text.
+/// The first byte, a digit in the seeds, chooses the file, the others are its text.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) {
     return 0;
   }
   constexpr void (*kFiles[])(std::string_view) = {
-      TakeStat, TakeStatus, TakeIo, TakeLimits, TakeArguments, [](std::string_view text) {
+      TakeStat,
+      TakeStatus,
+      TakeIo,
+      TakeLimits,
+      TakeArguments,
+      [](std::string_view text) {
         ProcessPages pages;
         static_cast<void>(ParseProcessStatm(text, pages));
-      }};
-  kFiles[data[0] % std::size(kFiles)]({reinterpret_cast<const char*>(data) + 1, size - 1});
+      },
+      TakeDetail};
+  const auto file = static_cast<std::uint8_t>(data[0] - '0');
+  kFiles[file % std::size(kFiles)]({reinterpret_cast<const char*>(data) + 1, size - 1});
   return 0;
 }

@@ -1,14 +1,18 @@
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
+#include <string>
 #include <string_view>
 
 #include "collect/modern/device/BlockDevices.h"
 #include "collect/modern/network/ProtocolCounters.h"
 #include "collect/modern/nfs/NFSTotals.h"
+#include "collect/modern/system/HostFactsText.h"
 #include "collect/modern/system/KernelStat.h"
 #include "collect/modern/system/Loadavg.h"
 #include "collect/modern/system/Meminfo.h"
+#include "collect/modern/system/MemorySource.h"
 #include "collect/modern/system/Vmstat.h"
 
 namespace {
@@ -28,9 +32,34 @@ void TakeNFS(std::string_view text) {
   static_cast<void>(ParseNFSBadCalls(text));
 }
 
+void Require(bool holds) {
+  if (!holds) {
+    std::abort();
+  }
+}
+
+void TakeMemory(std::string_view text) {
+  MemoryFigures figures;
+  TakeMeminfo(text, figures);
+  TakeVmstat(text, figures);
+  Require(!(figures.freeBytes < 0));
+}
+
+void TakeHostFacts(std::string_view text) {
+  const OsRelease release = ParseOsRelease(text);
+  Require(release.prettyName.size() < 256 && release.id.size() < 256);
+  Require(ParseMachineId(text).size() % 32 == 0);
+  Require(!(ParseFileNr(text).used < 0));
+  Require(!(ParseTaskCount(text) < 0));
+  const std::string container = ContainerOfEnvironment(text);
+  Require(container.empty() || IsPlainWord(container));
+  const std::string whole(text);
+  static_cast<void>(VirtualisationOf({whole, whole, whole, whole}));
+}
+
 }  // namespace
 
-/// The first byte chooses the file, the others are its text.
+/// The first byte, a digit in the seeds, chooses the file, the others are its text.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) {
     return 0;
@@ -43,7 +72,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       [](std::string_view text) { static_cast<void>(ParseMeminfo(text)); },
       [](std::string_view text) { static_cast<void>(ParseVmstat(text)); },
       [](std::string_view text) { static_cast<void>(ParseSnmp(text)); },
-      [](std::string_view text) { static_cast<void>(ParseSnmp6(text)); }};
-  kFiles[data[0] % std::size(kFiles)]({reinterpret_cast<const char*>(data) + 1, size - 1});
+      [](std::string_view text) { static_cast<void>(ParseSnmp6(text)); },
+      TakeMemory,
+      TakeHostFacts};
+  const auto file = static_cast<std::uint8_t>(data[0] - '0');
+  kFiles[file % std::size(kFiles)]({reinterpret_cast<const char*>(data) + 1, size - 1});
   return 0;
 }

@@ -86,7 +86,7 @@ void ModernCpuSource::Load() {
 void ModernCpuSource::LoadTimes() {
   const std::vector<CpuTicks> all = ReadCpuStat();
   CpuSet counted;
-  std::size_t columns = CpuTicks::kColumns;
+  std::size_t columns = CpuTicks::kUsualColumns;
   for (const CpuTicks& figures : all) {
     counted.set(figures.processor);
     columns = std::min(columns, figures.columns);
@@ -111,7 +111,7 @@ void ModernCpuSource::LoadTimes() {
   }
   TellFound(kKernelStatPath, "a line of each processor that is on line",
             (online & present & ~counted).none());
-  TellFound(kKernelStatPath, "all times of each processor", columns == CpuTicks::kColumns);
+  TellFound(kKernelStatPath, "all times of each processor", columns == CpuTicks::kUsualColumns);
 }
 
 void ModernCpuSource::LoadInterrupts() {
@@ -153,7 +153,8 @@ void ModernCpuSource::LoadTypes() {
 void ModernCpuSource::TakeType(CpuinfoBlock& block) {
   NameByPart(block);
   if (x_cpu* row = block.processor ? RowOf(*block.processor) : nullptr) {
-    row->cpuType = block.type;
+    row->cpuType.fill('\0');
+    std::copy_n(block.type.begin(), row->cpuType.size() - 1, row->cpuType.begin());
   }
   block = CpuinfoBlock{};
 }

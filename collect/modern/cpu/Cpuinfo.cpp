@@ -1,6 +1,7 @@
 #include "collect/modern/cpu/Cpuinfo.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <iterator>
 
@@ -9,6 +10,7 @@
 namespace {
 
 constexpr std::string_view kProcessorKey = "processor";
+constexpr std::string_view kClockKey = "cpu MHz";
 
 /// What names a processor's type, by how well it does.
 constexpr std::array<std::string_view, 6> kTypeKeys{"model name", "Model Name", "cpu model",
@@ -110,5 +112,23 @@ void NameByPart(CpuinfoBlock& block) {
   } else {
     std::snprintf(block.type.data(), block.type.size(), "0x%02x part 0x%03x", *block.implementer,
                   *block.part);
+  }
+}
+
+void TakeCpuinfoClock(std::string_view line, CpuinfoClock& clock) {
+  const bool isProcessor = line.starts_with(kProcessorKey);
+  if (!isProcessor && !line.starts_with(kClockKey)) {
+    return;
+  }
+  auto [key, value] = SplitCpuinfoLine(line);
+  if (isProcessor && key == kProcessorKey) {
+    clock = {};
+    (void)TakeCount(value, clock.processor);
+  } else if (key == kClockKey && !value.empty() && value.front() >= '0' && value.front() <= '9') {
+    double megahertz = 0;
+    const char* const end = value.data() + value.size();
+    const auto [stop, code] =
+        std::from_chars(value.data(), end, megahertz, std::chars_format::fixed);
+    clock.megahertz = code == std::errc{} && stop == end ? megahertz : kNotTold;
   }
 }

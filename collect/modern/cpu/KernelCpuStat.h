@@ -7,8 +7,21 @@
 
 /// One processor's line of /proc/stat; clock ticks since boot.
 struct CpuTicks {
-  enum Column : std::uint8_t { kUser, kNice, kSystem, kIdle, kWait, kIrq, kSoftIrq };
-  static constexpr std::size_t kColumns = kSoftIrq + 1;
+  enum Column : std::uint8_t {
+    kUser,
+    kNice,
+    kSystem,
+    kIdle,
+    kWait,
+    kIrq,
+    kSoftIrq,
+    kStolen,
+    kGuest,
+    kGuestNice
+  };
+  static constexpr std::size_t kColumns = kGuestNice + 1;
+  /// What User() and System() and the times of idling are made of.
+  static constexpr std::size_t kUsualColumns = kSoftIrq + 1;
 
   std::uint32_t processor = 0;
   std::size_t columns = 0;  ///< how many of `ticks` the line has; the others are 0
@@ -27,3 +40,5 @@ struct CpuTicks {
 [[nodiscard]] inline bool IsCpuLine(std::string_view line) { return line.starts_with("cpu"); }
 /// Takes a line "cpuN ...". False, with `figures` as they were, for another.
 [[nodiscard]] bool ParseCpuStatLine(std::string_view line, CpuTicks& figures);
+/// The same for the line "cpu  ..." of all processors; the figures' number is 0.
+[[nodiscard]] bool ParseCpuStatSum(std::string_view line, CpuTicks& figures);

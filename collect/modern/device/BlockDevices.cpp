@@ -21,11 +21,11 @@ constexpr std::size_t kMostWholeDevices = 16384;
 constexpr std::array<std::string_view, 3> kPseudoDisks{"loop", "ram", "zram"};
 constexpr std::array<std::string_view, 5> kStackedDisks{"dm-", "md", "drbd", "bcache", "zd"};
 
-bool IsDigit(char letter) { return letter >= '0' && letter <= '9'; }
+bool IsDiskDigit(char letter) { return letter >= '0' && letter <= '9'; }
 
 /// The name without the digits that it ends with.
 std::string_view WithoutNumber(std::string_view name) {
-  while (!name.empty() && IsDigit(name.back())) {
+  while (!name.empty() && IsDiskDigit(name.back())) {
     name.remove_suffix(1);
   }
   return name;
@@ -34,7 +34,7 @@ std::string_view WithoutNumber(std::string_view name) {
 /// Drops one or more digits from the front; false without one.
 bool TakeNumber(std::string_view& text) {
   const std::size_t size = text.size();
-  while (!text.empty() && IsDigit(text.front())) {
+  while (!text.empty() && IsDiskDigit(text.front())) {
     text.remove_prefix(1);
   }
   return text.size() < size;
@@ -46,13 +46,6 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) {
   }
   text.remove_prefix(prefix.size());
   return true;
-}
-
-/// /proc may name a device "cciss/c0d0", whose folder is "cciss!c0d0".
-std::string SysName(std::string_view device) {
-  std::string name(device);
-  std::replace(name.begin(), name.end(), '/', '!');
-  return name;
 }
 
 /// The names in /sys/block, ascending; none without the folder.
@@ -101,20 +94,19 @@ class LinesByName {
   std::vector<DiskstatsLine*> m_lines;
 };
 
-bool HasDoneIo(const DiskCounters& counters) { return counters.reads != 0 || counters.writes != 0; }
-
 /// Hands what the paths of NVMe multipath have done to the devices that count nothing themselves.
 void FoldPaths(const std::vector<DiskstatsLine>& lines, const LinesByName& byName) {
-  std::vector<std::pair<DiskstatsLine*, const DiskCounters*>> paths;
+  std::vector<std::pair<DiskstatsLine*, const DiskstatsLine*>> paths;
   for (const DiskstatsLine& line : lines) {
     const std::string device = MultipathName(line.name);
     DiskstatsLine* const whole = device.empty() ? nullptr : byName.Find(device);
     if (whole != nullptr && !HasDoneIo(whole->counters)) {
-      paths.emplace_back(whole, &line.counters);
+      paths.emplace_back(whole, &line);
     }
   }
-  for (const auto& [whole, counters] : paths) {
-    whole->counters += *counters;
+  for (const auto& [whole, path] : paths) {
+    whole->counters += path->counters;
+    whole->extras += path->extras;
   }
 }
 
@@ -124,7 +116,7 @@ class WholeTest {
 
   [[nodiscard]] bool operator()(std::string_view name) const {
     if (!m_sysNames.empty()) {
-      return std::binary_search(m_sysNames.begin(), m_sysNames.end(), SysName(name));
+      return std::binary_search(m_sysNames.begin(), m_sysNames.end(), BlockFolderName(name));
     }
     const std::string_view parent = PartitionedName(name);
     return parent.empty() || m_byName.Find(parent) == nullptr;
@@ -150,6 +142,18 @@ PhysicalOps SumOfPhysical(const std::vector<Device>& devices) {
 
 }  // namespace
 
+DiskExtras& DiskExtras::operator+=(const DiskExtras& extras) {
+  readsMerged += extras.readsMerged;
+  writesMerged += extras.writesMerged;
+  discards += extras.discards;
+  discardsMerged += extras.discardsMerged;
+  sectorsDiscarded += extras.sectorsDiscarded;
+  discardMilliseconds += extras.discardMilliseconds;
+  flushes += extras.flushes;
+  flushMilliseconds += extras.flushMilliseconds;
+  return *this;
+}
+
 bool ParseDiskstatsLine(std::string_view line, DiskstatsLine& out) {
   out = {};
   TextScanner scanner(line);
@@ -158,13 +162,20 @@ bool ParseDiskstatsLine(std::string_view line, DiskstatsLine& out) {
     return false;
   }
   DiskCounters& counters = out.counters;
-  out.isComplete =
-      scanner.Unsigned(counters.reads) && scanner.SkipNumbers(1) &&
-      scanner.Unsigned(counters.sectorsRead) && scanner.Unsigned(counters.readMilliseconds) &&
-      scanner.Unsigned(counters.writes) && scanner.SkipNumbers(1) &&
-      scanner.Unsigned(counters.sectorsWritten) && scanner.Unsigned(counters.writeMilliseconds) &&
-      scanner.Unsigned(counters.inFlight) && scanner.Unsigned(counters.inUseMilliseconds) &&
-      scanner.Unsigned(counters.weightedMilliseconds);
+  DiskExtras& extras = out.extras;
+  for (std::uint64_t* figure :
+       {&counters.reads, &extras.readsMerged, &counters.sectorsRead, &counters.readMilliseconds,
+        &counters.writes, &extras.writesMerged, &counters.sectorsWritten,
+        &counters.writeMilliseconds, &counters.inFlight, &counters.inUseMilliseconds,
+        &counters.weightedMilliseconds, &extras.discards, &extras.discardsMerged,
+        &extras.sectorsDiscarded, &extras.discardMilliseconds, &extras.flushes,
+        &extras.flushMilliseconds}) {
+    if (!scanner.Unsigned(*figure)) {
+      break;
+    }
+    ++out.figures;
+  }
+  out.isComplete = out.figures >= DiskstatsLine::kUsualFigures;
   return true;
 }
 
@@ -184,7 +195,7 @@ std::string_view PartitionedName(std::string_view name) {
   if (parent.size() == name.size()) {
     return {};
   }
-  if (parent.size() > 1 && parent.back() == 'p' && IsDigit(parent[parent.size() - 2])) {
+  if (parent.size() > 1 && parent.back() == 'p' && IsDiskDigit(parent[parent.size() - 2])) {
     parent.remove_suffix(1);
   }
   return parent;
@@ -219,26 +230,43 @@ bool IsStackedDisk(std::string_view name) {
           std::find(kStackedDisks.begin(), kStackedDisks.end(), kind) != kStackedDisks.end());
 }
 
-std::vector<BlockDevice> ReadBlockDevices() {
+void ForEachWholeDisk(const std::function<void(const DiskstatsLine& line)>& visit) {
   std::string text;
   (void)ReadHostText(kDiskstats, text);
   std::vector<DiskstatsLine> lines = ParseDiskstats(text);
   const LinesByName byName(lines);
   FoldPaths(lines, byName);
   const WholeTest isWhole(byName);
-  std::vector<BlockDevice> devices;
   for (const DiskstatsLine& line : lines) {
     TellFound(kDiskstats, line.name, line.isComplete);
-    if (HasDoneIo(line.counters) && !IsPseudoDisk(line.name) && MultipathName(line.name).empty() &&
-        isWhole(line.name)) {
-      devices.push_back({std::string(line.name), line.counters, !IsStackedDisk(line.name)});
+    if (!IsPseudoDisk(line.name) && MultipathName(line.name).empty() && isWhole(line.name)) {
+      visit(line);
     }
   }
+}
+
+std::vector<BlockDevice> ReadBlockDevices() {
+  std::vector<BlockDevice> devices;
+  ForEachWholeDisk([&devices](const DiskstatsLine& line) {
+    if (HasDoneIo(line.counters)) {
+      devices.push_back({std::string(line.name), line.counters, !IsStackedDisk(line.name)});
+    }
+  });
   return devices;
 }
 
+std::string BlockFolderName(std::string_view device) {
+  std::string name(device);
+  std::replace(name.begin(), name.end(), '/', '!');
+  return name;
+}
+
 std::string BlockAttributePath(std::string_view device, std::string_view attribute) {
-  return std::string(kSysBlock).append("/").append(SysName(device)).append("/").append(attribute);
+  return std::string(kSysBlock)
+      .append("/")
+      .append(BlockFolderName(device))
+      .append("/")
+      .append(attribute);
 }
 
 PhysicalOps ReadPhysicalOps() { return SumOfPhysical(ReadBlockDevices()); }

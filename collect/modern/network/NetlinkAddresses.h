@@ -1,10 +1,13 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
 #include <vector>
+
+#include "collect/modern/network/NetlinkTalk.h"
 
 /// What the kernel tells of one interface by netlink.
 struct NetlinkLink {
@@ -19,6 +22,23 @@ struct NetlinkLink {
   std::uint32_t broadcast = 0;
   std::uint32_t netmask = 0;
   bool hasAddress = false;
+
+  std::size_t detailsPlace = 0;  ///< in the tables' `details`, if these are kept
+};
+
+/// What the kernel tells of one interface besides, for who asks for it.
+struct NetlinkDetails {
+  std::array<unsigned char, 32> hardware{};  ///< the address
+  std::size_t hardwareBytes = 0;
+  std::int32_t master = 0;  ///< index of the bond, bridge or team that it belongs to; 0 for none
+  std::uint32_t carrierChanges = 0;
+  std::uint8_t state = 0;  ///< IF_OPER_UP and kin
+  bool hasState = false;
+  bool hasCarrierChanges = false;
+  bool hasMtu = false;
+  /// The numbers of rtnl_link_stats64 in their order; kernels before 4.6 have fewer.
+  std::array<std::uint64_t, 24> statistics{};
+  std::size_t toldStatistics = 0;  ///< how many of them there are
 };
 
 /// One IPv4 address of one interface.
@@ -31,12 +51,11 @@ struct NetlinkAddress {
   bool isSecondary = false;
 };
 
-struct NetlinkTables {
+struct NetlinkTables : NetlinkOutcome {
   std::vector<NetlinkLink> links;
   std::vector<NetlinkAddress> addresses;
-  int error = 0;  ///< what the kernel or the bytes ended an answer with; 0 for none
-  /// Interfaces or addresses came or went while the kernel answered, so that others may be missing.
-  bool isInterrupted = false;
+  bool keepsDetails = false;            ///< set before an answer is taken
+  std::vector<NetlinkDetails> details;  ///< one a link, if they are kept
 };
 
 /// Takes one datagram of an answer to RTM_GETLINK or RTM_GETADDR; its messages of other sequence
@@ -52,8 +71,10 @@ void JoinAddresses(NetlinkTables& tables);
 /// The link of that name in joined tables; null for none.
 [[nodiscard]] const NetlinkLink* FindLink(const NetlinkTables& tables, std::string_view name);
 
+enum class LinkDetails { kLeftOut, kKept };
+
 /// Asks the kernel for the interfaces of this network namespace and their IPv4 addresses; joined.
 /// It waits for a second at a time and for two in all, and takes 16 Mbytes at most; an answer that
 /// was interrupted is asked for anew, three times at most within these. Where that
 /// fails the tables hold what was told until then and the error's number.
-[[nodiscard]] NetlinkTables AskForLinks();
+[[nodiscard]] NetlinkTables AskForLinks(LinkDetails wanted = LinkDetails::kLeftOut);

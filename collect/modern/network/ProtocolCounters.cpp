@@ -3,6 +3,7 @@
 #include <array>
 
 #include "collect/modern/HostText.h"
+#include "collect/modern/network/SnmpText.h"
 #include "support/LowWord.h"
 
 namespace {
@@ -49,37 +50,13 @@ void PutColumn(std::string_view protocol, std::string_view column, std::string_v
   }
 }
 
-/// Takes a protocol's values by the names of the line before, both from behind their label.
-void TakeProtocol(std::string_view protocol, TextScanner names, TextScanner values,
-                  ProtocolCounters& counters) {
-  std::string_view value;
-  for (std::string_view name; names.Word(name) && values.Word(value);) {
-    PutColumn(protocol, name, value, counters);
-  }
-}
-
 }  // namespace
 
 ProtocolCounters ParseSnmp(std::string_view text) {
   ProtocolCounters counters;
-  std::string_view label;
-  std::string_view names;
-  for (std::string_view line; NextTextLine(text, line);) {
-    TextScanner scanner(line);
-    std::string_view word;
-    if (!scanner.Word(word)) {
-      continue;
-    }
-    if (word == label) {
-      TextScanner nameScanner(names);
-      nameScanner.SkipWord();
-      TakeProtocol(label, nameScanner, scanner, counters);
-      label = {};
-    } else {
-      label = word;
-      names = line;
-    }
-  }
+  VisitSnmpColumns(
+      text, [&counters](std::string_view protocol, std::string_view column,
+                        std::string_view value) { PutColumn(protocol, column, value, counters); });
   return counters;
 }
 

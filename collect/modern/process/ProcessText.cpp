@@ -177,9 +177,9 @@ bool ParseProcessStat(std::string_view text, ProcessStat& stat) {
   if (!scanner.Unsigned(stat.residentPages)) {
     return false;
   }
-  // Limit, addresses, signal masks, wait channel, swaps, exit signal, processor, real-time
-  // priority.
-  scanner.SkipNumbers(16);
+  scanner.SkipNumbers(14);  // limit, addresses, signal masks, wait channel, swaps, exit signal
+  scanner.Signed(stat.processor);
+  scanner.SkipNumbers(1);  // real-time priority
   stat.hasPolicy = scanner.Unsigned(stat.policy);
   return true;
 }

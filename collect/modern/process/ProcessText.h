@@ -30,7 +30,8 @@ struct ProcessStat {
   std::uint64_t startTicks = 0;
   std::uint64_t virtualBytes = 0;
   std::uint64_t residentPages = 0;
-  std::uint32_t policy = 0;  ///< SCHED_ number; 0 too where the line ends before it
+  std::int32_t processor = -1;  ///< that it ran on last; -1 where the line ends before
+  std::uint32_t policy = 0;     ///< SCHED_ number; 0 too where the line ends before it
   bool hasPolicy = false;
 };
 /// Whether the text is what the kernel writes, up to the pages in memory. The name stands between

@@ -134,6 +134,15 @@ TEST_F(ModernCpuSourceTest, TellsOnceWhatTheHostLacks) {
   EXPECT_EQ(Failure(), "/proc/stat has more than 4194304 bytes");
 }
 
+TEST_F(ModernCpuSourceTest, CutsANameToTheRoomOfTheRow) {
+  const process_tree::HostTree host;
+  host.Write("/proc/stat", "cpu0 1 1 1 1 1 1 1 1 0 0\n");
+  host.Write("/proc/cpuinfo",
+             "processor\t: 0\nmodel name\t: a name of more than forty characters, cut\n");
+  ASSERT_EQ(Read().size(), 1U);
+  EXPECT_STREQ(Read().front().GetType(), "a name of more than forty characters, cu");
+}
+
 TEST_F(ModernCpuSourceTest, TakesAnyBytes) {
   const std::string binary("\0\xff\x01processor\0model name\n\0\ncpu0", 29);
   const std::vector<std::string> texts{"",
@@ -198,8 +207,8 @@ TEST(CpuinfoTest, NamesEachKindOfProcessor) {
   };
   const Case cases[] = {
       {"processor\t: 0\ncpu family\t: 6\nmodel name\t: A processor : 5\n", "A processor : 5"},
-      {"processor\t: 0\nmodel name\t: a name of more than forty characters, cut\n",
-       "a name of more than forty characters, cu"},
+      {"processor\t: 0\nmodel name\t: a name of more than forty characters, whole\n",
+       "a name of more than forty characters, whole"},
       {"processor\t: 0\nCPU part\t: 0x0af\nCPU implementer\t: 0x43\n", "Cavium ThunderX2"},
       {"processor\t: 0\nmodel name\t: ARMv7\nCPU implementer\t: 0x41\nCPU part\t: 0xd0c\n",
        "ARMv7"},

@@ -15,66 +15,11 @@
 
 #include "collect/modern/network/NetDev.h"
 #include "tests/collect/CollectFixture.h"
+#include "tests/collect/modern/NetlinkAnswer.h"
 
 namespace {
 
-/// Bytes of an answer, put together by hand.
-class Answer {
- public:
-  Answer& Attribute(std::uint16_t type, const std::string& value) {
-    const rtattr header{static_cast<std::uint16_t>(sizeof(rtattr) + value.size()), type};
-    return Raw(header).Text(value);
-  }
-  Answer& Word(std::uint16_t type, std::uint32_t value) {
-    return Attribute(type, std::string(reinterpret_cast<const char*>(&value), sizeof value));
-  }
-  Answer& Link(std::int32_t index, std::uint32_t flags) {
-    return Begin(RTM_NEWLINK, 1).Raw(ifinfomsg{AF_UNSPEC, 0, 1, index, flags, 0});
-  }
-  Answer& Address(std::uint32_t index, std::uint8_t scope, std::uint8_t prefix,
-                  std::uint8_t flags = 0, std::uint8_t family = AF_INET) {
-    return Begin(RTM_NEWADDR, 2).Raw(ifaddrmsg{family, prefix, flags, scope, index});
-  }
-  Answer& End(std::uint16_t type, std::uint32_t sequence, std::int32_t result) {
-    return Begin(type, sequence).Raw(result).Begin(0, 0);
-  }
-  Answer& Begin(std::uint16_t type, std::uint32_t sequence) {
-    Close();
-    m_begin = m_bytes.size();
-    return Raw(nlmsghdr{0, type, NLM_F_MULTI, sequence, 0});
-  }
-  /// All messages; the last one's length is put in.
-  std::string Bytes() {
-    Close();
-    return m_bytes;
-  }
-
- private:
-  template <class T>
-  Answer& Raw(const T& value) {
-    return Text(std::string(reinterpret_cast<const char*>(&value), sizeof value));
-  }
-  Answer& Text(const std::string& text) {
-    m_bytes += text;
-    m_bytes.resize((m_bytes.size() + 3) / 4 * 4);
-    return *this;
-  }
-  void Close() {
-    if (!m_bytes.empty()) {
-      const auto length = static_cast<std::uint32_t>(m_bytes.size() - m_begin);
-      std::memcpy(m_bytes.data() + m_begin, &length, sizeof length);
-    }
-  }
-
-  std::string m_bytes;
-  std::size_t m_begin = 0;
-};
-
 std::uint32_t Dotted(const char* text) { return inet_addr(text); }
-
-std::span<const unsigned char> Span(const std::string& bytes) {
-  return {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()};
-}
 
 std::string AddressText(std::uint32_t address) { return inet_ntoa(in_addr{address}); }
 
@@ -161,7 +106,13 @@ TEST(NetlinkAnswer, EndsWithTheKernelsError) {
 
 TEST(NetlinkAnswer, IsNotBelievedInItsLengths) {
   // Copies of their own size, so that a look beyond the end is one beyond the memory.
-  for (const std::string& whole : {LinksAnswer().Bytes(), AddressesAnswer().Bytes()}) {
+  const std::string detailed = LinksAnswer()
+                                   .Attribute(IFLA_ADDRESS, std::string(40, 'a'))
+                                   .Attribute(IFLA_OPERSTATE, "\6")
+                                   .Word(IFLA_MASTER, 7)
+                                   .Attribute(IFLA_STATS64, std::string(200, 's'))
+                                   .Bytes();
+  for (const std::string& whole : {detailed, AddressesAnswer().Bytes()}) {
     for (std::size_t size = 0; size <= whole.size(); ++size) {
       const std::vector<unsigned char> cut(whole.begin(), whole.begin() + static_cast<long>(size));
       for (const std::uint32_t sequence : {1U, 2U}) {
@@ -176,10 +127,12 @@ TEST(NetlinkAnswer, IsNotBelievedInItsLengths) {
         std::vector<unsigned char> bytes(whole.begin(), whole.end());
         std::memcpy(bytes.data() + place, &lie, sizeof lie);
         NetlinkTables tables;
+        tables.keepsDetails = true;
         static_cast<void>(ParseNetlinkAnswer(bytes, 1, tables));
         static_cast<void>(ParseNetlinkAnswer(bytes, 2, tables));
         JoinAddresses(tables);
         EXPECT_LE(tables.links.size() + tables.addresses.size(), 12U);
+        EXPECT_EQ(tables.details.size(), tables.links.size());
       }
     }
   }
@@ -234,26 +187,10 @@ TEST(LinkFlags, AreThoseOfTheFilesAndOfTheState) {
   }
 }
 
-/// The socket that stands for the kernel's, and what is written into it before it is asked.
-int g_kernelEnd = -1;
-std::vector<std::string> g_datagrams;
-
-int KernelSocket(int domain, int, int) {
-  EXPECT_EQ(domain, AF_NETLINK);
-  std::array<int, 2> ends{};
-  EXPECT_EQ(::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-  g_kernelEnd = ends[1];
-  for (const std::string& datagram : g_datagrams) {
-    EXPECT_EQ(::send(ends[1], datagram.data(), datagram.size(), 0),
-              static_cast<ssize_t>(datagram.size()));
-  }
-  return ends[0];
-}
-
 class ModernInterfaceSourceTest : public CollectFixture {
  protected:
   void TearDown() override {
-    ::close(std::exchange(g_kernelEnd, -1));
+    CloseKernelEnd();
     CollectFixture::TearDown();
   }
   static std::vector<Interface> Read() {
@@ -277,19 +214,6 @@ TEST_F(ModernInterfaceSourceTest, AsksTheKernelForBothTables) {
   EXPECT_EQ(question[0].nlmsg_type, RTM_GETLINK);
   ASSERT_EQ(::recv(g_kernelEnd, question.data(), sizeof question, MSG_DONTWAIT), 24);
   EXPECT_EQ(question[0].nlmsg_type, RTM_GETADDR);
-}
-
-/// The messages as answers to another question, and with further flags.
-std::string Renumbered(std::string bytes, std::uint32_t sequence, std::uint16_t flags = 0) {
-  for (std::size_t at = 0; at < bytes.size();) {
-    nlmsghdr header{};
-    std::memcpy(&header, bytes.data() + at, sizeof header);
-    header.nlmsg_seq = sequence;
-    header.nlmsg_flags |= flags;
-    std::memcpy(bytes.data() + at, &header, sizeof header);
-    at += (header.nlmsg_len + 3) / 4 * 4;
-  }
-  return bytes;
 }
 
 TEST_F(ModernInterfaceSourceTest, AnInterruptedAnswerIsAskedForAnew) {

@@ -1,0 +1,214 @@
+#include "collect/modern/process/ProcessDetail.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+
+#include "collect/ProcessWalk.h"
+#include "collect/modern/HostFolder.h"
+#include "collect/modern/HostText.h"
+#include "collect/modern/process/ProcessDetailText.h"
+#include "collect/modern/process/ProcessText.h"
+#include "collect/modern/system/KernelStat.h"
+#include "collect/process/ProcessSourceLINUX.h"
+#include "support/Descriptor.h"
+#include "support/Directory.h"
+#include "support/HostPaths.h"
+#include "support/OsCalls.h"
+
+namespace {
+
+constexpr std::size_t kMostCommandLine = 1023;
+constexpr double kMostFilesListed = 100'000;
+
+double PresentBoot() {
+  std::string text;
+  if (!ReadHostText(kKernelStatPath, text)) {
+    return kNotTold;
+  }
+  const KernelStatFigures figures = ParseKernelStat(text);
+  return figures.bootTime == 0 ? kNotTold : static_cast<double>(figures.bootTime);
+}
+
+/// The boot time that a walk went by, so that its rows and ours have the same start times; that of
+/// now if it does not show.
+double BootOf(std::span<const Process> walked) {
+  for (const Process& process : walked) {
+    if (process.modern.startTicks != 0 && process.startTime.seconds != 0) {
+      return static_cast<double>(process.startTime.seconds) -
+             static_cast<double>(TicksToNTIME(process.modern.startTicks).seconds);
+    }
+  }
+  return PresentBoot();
+}
+
+/// Whether /proc is the kernel's and not copied: only there sizes of folders tell entries.
+bool IsKernelsProc() {
+  struct ::statfs64 status {};
+  return Os().statfs64(HostPath("/proc").c_str(), &status) == 0 &&
+         status.f_type == PROC_SUPER_MAGIC;
+}
+
+/// The text fit to be shown.
+std::string Tidied(std::string_view text) {
+  std::string own(text);
+  own.resize(TidyArguments(own));
+  return own;
+}
+
+/// Reads one process after another into one buffer.
+class DetailReader {
+ public:
+  explicit DetailReader(double bootTime) : m_bootTime(bootTime) {}
+
+  /// Fills the detail of the process whose folder is open; false for one that has ended.
+  [[nodiscard]] bool Read(Descriptor folder, ProcessDetail& detail);
+
+ private:
+  /// The text of one of its files, as far as there is room, valid until the next call; empty if it
+  /// can't be read. One read: the kernel gives such a file in one piece.
+  [[nodiscard]] std::string_view ReadFile(const char* name, std::size_t limit = kRoom);
+  void ReadProgram(ProcessDetail& detail);
+  [[nodiscard]] double ReadNumber(const char* name);
+  [[nodiscard]] double CountFiles();
+  [[nodiscard]] double ListFiles() const;
+
+  /// A status has some 1,500 bytes, and more for many groups.
+  static constexpr std::size_t kRoom = 8192;
+
+  double m_bootTime;
+  bool m_isKernels = IsKernelsProc();
+  bool m_sizesTell = false;  ///< a folder's size has told entries
+  Descriptor m_folder;
+  std::array<char, kRoom> m_text{};
+};
+
+bool DetailReader::Read(Descriptor folder, ProcessDetail& detail) {
+  m_folder = std::move(folder);
+  if (!TakeStatDetail(ReadFile("stat"), m_bootTime, detail)) {
+    return false;
+  }
+  TakeIoDetail(ReadFile("io"), detail);
+  TakeSchedDetail(ReadFile("schedstat"), detail);
+  detail.openFiles = CountFiles();
+  detail.oomScore = ReadNumber("oom_score");
+  detail.oomScoreAdjust = ReadNumber("oom_score_adj");
+  if (detail.state == 'S' || detail.state == 'D' || detail.state == 'I') {
+    detail.blockedIn = WaitChannelOf(ReadFile("wchan"));
+  }
+  detail.controlGroup = Tidied(ControlGroupOf(ReadFile("cgroup")));
+  if (!detail.isOfKernel) {
+    ReadProgram(detail);
+  }
+  // The last: one that has ended while it was read is found by it.
+  const std::string_view status = ReadFile("status");
+  TakeStatusDetail(status, detail);
+  struct ::stat ignored {};
+  return !status.empty() || ::fstatat(m_folder.Get(), "stat", &ignored, 0) == 0;
+}
+
+std::string_view DetailReader::ReadFile(const char* name, std::size_t limit) {
+  const Descriptor file(
+      ::openat(m_folder.Get(), name, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+  const ssize_t length = file.IsOpen() ? ::read(file.Get(), m_text.data(), limit) : 0;
+  return {m_text.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
+}
+
+void DetailReader::ReadProgram(ProcessDetail& detail) {
+  const ssize_t length = ::readlinkat(m_folder.Get(), "exe", m_text.data(), m_text.size());
+  if (length > 0) {
+    detail.executable = Tidied({m_text.data(), static_cast<std::size_t>(length)});
+  }
+  detail.commandLine = Tidied(ReadFile("cmdline", kMostCommandLine));
+}
+
+double DetailReader::ReadNumber(const char* name) {
+  const std::string_view text = ReadFile(name, 32);
+  return text.ends_with('\n') ? HostNumber(text) : kNotTold;
+}
+
+double DetailReader::CountFiles() {
+  struct ::stat status {};
+  if (m_isKernels && ::fstatat(m_folder.Get(), "fd", &status, 0) == 0) {
+    m_sizesTell = m_sizesTell || status.st_size > 0;
+    if (m_sizesTell) {
+      return static_cast<double>(status.st_size);
+    }
+  }
+  return ListFiles();
+}
+
+double DetailReader::ListFiles() const {
+  Descriptor list(::openat(m_folder.Get(), "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const DirectoryPtr directory(list.IsOpen() ? ::fdopendir(list.Get()) : nullptr);
+  if (directory == nullptr) {
+    return kNotTold;
+  }
+  static_cast<void>(list.Release());
+  double count = 0;
+  errno = 0;
+  while (count < kMostFilesListed) {
+    const dirent* const entry = ::readdir(directory.get());
+    if (entry == nullptr) {
+      break;
+    }
+    count += entry->d_name[0] == '.' ? 0 : 1;
+  }
+  return errno == 0 ? count : kNotTold;
+}
+
+/// Adds a row for the process, unless it has ended; whether there is one.
+bool AddDetail(const ProcessWalk& walk, const char* pid, DetailReader& reader,
+               std::vector<ProcessDetail>& rows) {
+  ProcessDetail detail;
+  const char* const end = pid + std::strlen(pid);
+  if (const auto [stop, code] = std::from_chars(pid, end, detail.pid);
+      code != std::errc{} || stop != end) {
+    return false;
+  }
+  Descriptor folder(walk.Open(ProcessFolder(pid).PathOf({})));
+  if (!folder.IsOpen() || !reader.Read(std::move(folder), detail)) {
+    return false;
+  }
+  rows.push_back(std::move(detail));
+  return true;
+}
+
+}  // namespace
+
+void ReadProcessDetails(std::vector<ProcessDetail>& rows) {
+  rows.clear();
+  ProcessWalk walk(20);
+  if (!walk.IsOpen()) {
+    return;
+  }
+  DetailReader reader(PresentBoot());
+  while (const char* pid = walk.Next()) {
+    AddDetail(walk, pid, reader, rows);
+  }
+}
+
+void ReadProcessDetails(std::span<const Process> walked, std::vector<ProcessDetail>& rows) {
+  rows.clear();
+  const ProcessWalk walk(20);
+  if (!walk.IsOpen()) {
+    return;
+  }
+  rows.reserve(walked.size());
+  DetailReader reader(BootOf(walked));
+  for (const Process& process : walked) {
+    const std::string pid = std::to_string(process.pid);
+    const std::uint64_t startTicks = process.modern.startTicks;
+    if (AddDetail(walk, pid.c_str(), reader, rows) && startTicks != 0 &&
+        rows.back().startTicks != startTicks) {
+      rows.pop_back();
+    }
+  }
+}

@@ -1,0 +1,222 @@
+#include "collect/modern/device/SensorSource.h"
+
+#include <unistd.h>
+
+#include <sstream>
+
+#include "collect/modern/device/SensorFiles.h"
+#include "collect/modern/device/SensorQuestion.h"
+#include "collect/modern/device/SensorWords.h"
+#include "support/ProductOptions.h"
+#include "tests/collect/CollectFixture.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// A line for each.
+std::string TextOf(const std::vector<SensorFigures>& rows) {
+  std::ostringstream out;
+  for (const SensorFigures& row : rows) {
+    out << row.chip << '|' << row.sensor << '|' << row.label << '|' << row.kind << '|' << row.unit;
+    for (const double figure : {row.value, row.high, row.critical, row.alarm}) {
+      out << ' ';
+      IsTold(figure) ? out << figure : out << '-';
+    }
+    out << '\n';
+  }
+  return out.str();
+}
+
+class SensorSourceTest : public CollectFixture {
+ protected:
+  void TearDown() override {
+    ProductOptions::Instance().Set("Node", "Mount Timeout", "0");
+    CollectFixture::TearDown();
+  }
+  static std::string Read() {
+    std::vector<SensorFigures> rows(1);
+    ReadSensors(rows);
+    return TextOf(rows);
+  }
+  void WriteChip(const std::string& chip, std::initializer_list<std::array<const char*, 2>> files) {
+    for (const auto& [file, text] : files) {
+      m_host.Write("/sys/class/hwmon/" + chip + '/' + file, text);
+    }
+  }
+  static SensorFigures Row(const char* sensor) {
+    SensorFigures row;
+    row.sensor = sensor;
+    return row;
+  }
+
+  process_tree::HostTree m_host;
+};
+
+TEST_F(SensorSourceTest, ReadsChipsAndSensorsByTheirNumbers) {
+  WriteChip("hwmon10", {{"name", "board\n"},
+                        {"temp10_input", "41500\n"},
+                        {"temp10_label", "Outlet\n"},
+                        {"temp2_input", "-5250\n"},
+                        {"temp2_max", "80000\n"},
+                        {"temp2_crit", "95000\n"},
+                        {"temp2_max_alarm", "0\n"},
+                        {"temp2_crit_alarm", "1\n"},
+                        {"temp3_input", "127500\n"},
+                        {"temp3_fault", "1\n"},
+                        {"temp3_alarm", "0\n"},
+                        {"temp3_max_alarm", "1\n"},
+                        {"temp4_label", "no value\n"},
+                        {"fan1_input", "garbage\n"},
+                        {"fan2_input", "1200\n"},
+                        {"in0_input", "1032\n"},
+                        {"intrusion0_alarm", "1\n"},
+                        {"curr1_input", "1500\n"},
+                        {"power1_average", "15000000\n"},
+                        {"power1_max", "20000000\n"},
+                        {"energy1_input", "123456789\n"},
+                        {"humidity1_input", "45300\n"},
+                        {"temp01_input", "1\n"},
+                        {"temp_input", "1\n"}});
+  WriteChip("hwmon9", {{"name", "zeal\n"}, {"temp1_input", "1000\n"}});
+  const std::string expected =
+      "zeal|temp1|temp1|temperature|celsius 1 - - -\n"
+      "board|temp2|temp2|temperature|celsius -5.25 80 95 1\n"
+      "board|temp3|temp3|temperature|celsius - - - 0\n"
+      "board|temp10|Outlet|temperature|celsius 41.5 - - -\n"
+      "board|fan1|fan1|fan|rpm - - - -\n"
+      "board|fan2|fan2|fan|rpm 1200 - - -\n"
+      "board|in0|in0|voltage|volts 1.032 - - -\n"
+      "board|curr1|curr1|current|amperes 1.5 - - -\n"
+      "board|power1|power1|power|watts 15 20 - -\n"
+      "board|energy1|energy1|energy|joules 123.457 - - -\n"
+      "board|humidity1|humidity1|humidity|percent 45.3 - - -\n";
+  // Zones are of no use where a chip tells temperatures.
+  m_host.Write("/sys/class/thermal/thermal_zone0/temp", "1\n");
+  EXPECT_EQ(Read(), expected);
+  ProductOptions::Instance().Set("Node", "Mount Timeout", "5");
+  EXPECT_EQ(Read(), expected) << "by a child";
+  EXPECT_EQ(Lines("left out"), 0U);
+}
+
+TEST_F(SensorSourceTest, ChipsOfOneNameAreToldApart) {
+  for (const char* chip : {"hwmon1", "hwmon2", "hwmon3", "hwmon4"}) {
+    WriteChip(chip, {{"name", "nvme\n"}, {"fan1_input", "1\n"}});
+  }
+  m_host.Link("/sys/class/hwmon/hwmon1/device", "../../nvme0");
+  m_host.Link("/sys/class/hwmon/hwmon2/device", "../../nvme1");
+  WriteChip("hwmon5", {{"device/name", "old\n"}, {"device/fan1_input", "2\n"}});
+  WriteChip("hwmon6", {{"fan1_input", "3\n"}});
+  EXPECT_EQ(Read(),
+            "nvme-nvme0|fan1|fan1|fan|rpm 1 - - -\nnvme-nvme1|fan1|fan1|fan|rpm 1 - - -\n"
+            "nvme-hwmon3|fan1|fan1|fan|rpm 1 - - -\nnvme-hwmon4|fan1|fan1|fan|rpm 1 - - -\n"
+            "old|fan1|fan1|fan|rpm 2 - - -\nhwmon6|fan1|fan1|fan|rpm 3 - - -\n");
+}
+
+TEST_F(SensorSourceTest, ThermalZonesStandForChips) {
+  EXPECT_EQ(Read(), "");
+  const std::string thermal = "/sys/class/thermal/thermal_zone";
+  m_host.Write(thermal + "0/type", "cpu-thermal\n");
+  m_host.Write(thermal + "0/temp", "45312\n");
+  m_host.Write(thermal + "0/trip_point_0_type", "passive\n");
+  m_host.Write(thermal + "0/trip_point_0_temp", "60000\n");
+  m_host.Write(thermal + "0/trip_point_1_type", "critical\n");
+  m_host.Write(thermal + "0/trip_point_1_temp", "110000\n");
+  m_host.Write(thermal + "0/trip_point_2_type", "critical\n");
+  m_host.Write(thermal + "0/trip_point_2_temp", "105000\n");
+  m_host.Write(thermal + "0/trip_point_3_type", "hot\n");
+  m_host.Write(thermal + "0/trip_point_3_temp", "90000\n");
+  m_host.Write(thermal + "11/temp", "x\n");
+  m_host.Write(thermal + "2/type", "acpitz\n");
+  WriteChip("hwmon0", {{"name", "fans\n"}, {"fan1_input", "7\n"}});
+  EXPECT_EQ(Read(),
+            "fans|fan1|fan1|fan|rpm 7 - - -\n"
+            "thermal|thermal_zone0|cpu-thermal|temperature|celsius 45.312 90 105 -\n"
+            "thermal|thermal_zone2|acpitz|temperature|celsius - - - -\n"
+            "thermal|thermal_zone11|thermal_zone11|temperature|celsius - - - -\n");
+}
+
+TEST_F(SensorSourceTest, OneThatHangsIsLeftOutAndItsChildNotWaitedFor) {
+  const SensorReader reader = [](SensorSink& sink) {
+    for (const char* place : {"slow/temp1", "slow/temp2", "slow/temp3"}) {
+      if (!sink.Begin(place)) {
+        continue;
+      }
+      if (std::string_view(place) == "slow/temp2") {
+        ::pause();
+      }
+      sink.Take(Row(place));
+    }
+  };
+  const auto read = [&reader] {
+    std::vector<SensorFigures> rows;
+    ReadSensorsWithin(milliseconds(300), reader, rows);
+    return rows;
+  };
+  const auto first = read();
+  ASSERT_EQ(first.size(), 1U) << "what came before it counts";
+  EXPECT_EQ(first[0].sensor, "slow/temp1");
+  EXPECT_EQ(Lines("no answer within 300 ms. (slow/temp2)"), 1U);
+  EXPECT_EQ(Level("no answer within 300 ms"), 20);
+  const auto second = read();
+  ASSERT_EQ(second.size(), 2U);
+  EXPECT_EQ(second[1].sensor, "slow/temp3");
+  EXPECT_EQ(Lines("left out"), 1U);
+}
+
+TEST_F(SensorSourceTest, AChildThatDiesOrCannotBeMadeCostsRowsOnly) {
+  std::vector<SensorFigures> rows;
+  ReadSensorsWithin(
+      milliseconds(5000),
+      [](SensorSink& sink) {
+        sink.Take(Row("dying/temp1"));
+        ::_exit(3);
+      },
+      rows);
+  EXPECT_EQ(rows.size(), 1U);
+  // More than a pipe holds.
+  ReadSensorsWithin(
+      milliseconds(20000),
+      [](SensorSink& sink) {
+        for (int row = 0; row < 4000; ++row) {
+          sink.Take(Row("many"));
+        }
+      },
+      rows);
+  EXPECT_EQ(rows.size(), 4001U);
+  Os().fork = [] {
+    errno = EAGAIN;
+    return pid_t{-1};
+  };
+  ReadSensorsWithin(
+      milliseconds(100), [](SensorSink& sink) { sink.Take(Row("never")); }, rows);
+  EXPECT_EQ(rows.size(), 4001U);
+  EXPECT_EQ(Lines("OS API(fork). (en=11)"), 1U);
+}
+
+TEST_F(SensorSourceTest, WordsThatBreakOffAreNone) {
+  SensorFigures sensor = Row("temp1");
+  sensor.label = std::string("a\0b", 3);
+  sensor.high = 2;
+  const std::string whole = PackSensorWord({SensorWord::kTake, PackSensor(sensor)});
+  SensorWord word;
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    std::string_view part = std::string_view(whole).substr(0, size);
+    EXPECT_FALSE(TakeSensorWord(part, word)) << size;
+    EXPECT_EQ(part.size(), size);
+  }
+  const std::string twice = whole + whole;
+  std::string_view text = twice;
+  ASSERT_TRUE(TakeSensorWord(text, word));
+  EXPECT_EQ(text, whole);
+  SensorFigures taken;
+  ASSERT_TRUE(UnpackSensor(word.bytes, taken));
+  EXPECT_EQ(taken.label, sensor.label);
+  EXPECT_EQ(TextOf({taken}), TextOf({sensor}));
+  for (std::size_t size = 0; size < word.bytes.size(); ++size) {
+    EXPECT_FALSE(UnpackSensor(word.bytes.substr(0, size), taken)) << size;
+  }
+  EXPECT_FALSE(UnpackSensor(std::string(word.bytes) + 'x', taken));
+}
+
+}  // namespace

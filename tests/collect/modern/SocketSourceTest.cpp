@@ -1,0 +1,264 @@
+#include "collect/modern/network/SocketSource.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "collect/modern/network/SocketFiles.h"
+#include "tests/collect/CollectFixture.h"
+#include "tests/collect/modern/NetlinkAnswer.h"
+
+namespace {
+
+/// How many of the figures, which are all numbers, are told.
+std::size_t ToldFigures(const SocketFigures& figures) {
+  std::array<double, sizeof(SocketFigures) / sizeof(double)> numbers{};
+  std::memcpy(numbers.data(), &figures, sizeof figures);
+  return static_cast<std::size_t>(std::count_if(numbers.begin(), numbers.end(), IsTold));
+}
+
+struct ExpectedFigure {
+  double SocketFigures::*value;
+  double expected;
+};
+template <std::size_t N>
+void ExpectFigures(const SocketFigures& figures, const ExpectedFigure (&rows)[N]) {
+  for (std::size_t row = 0; row < N; ++row) {
+    EXPECT_EQ(figures.*rows[row].value, rows[row].expected) << "row " << row;
+  }
+}
+
+class SocketSourceTest : public CollectFixture {
+ protected:
+  void TearDown() override {
+    CloseKernelEnd();
+    CollectFixture::TearDown();
+  }
+  static SocketFigures Read() {
+    SocketFigures figures;
+    figures.established = 77;
+    ReadSockets(figures);
+    return figures;
+  }
+};
+
+constexpr const char* kTcpHead =
+    "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid\n";
+
+std::string TcpLine(const char* state) {
+  return std::string("   0: 0100007F:0CEA 0100007F:A2B4 ") + state +
+         " 00000000:00000000 00:00000000 00000000  1000        0 30711 1 0 20 4 30 10 -1\n";
+}
+
+TEST_F(SocketSourceTest, ACapturedHostIsReadFromItsFiles) {
+  Os().socket = [](int, int, int) -> int {
+    ADD_FAILURE() << "this machine's sockets are another host's";
+    return -1;
+  };
+  const process_tree::HostTree host;
+  EXPECT_EQ(ToldFigures(Read()), 0U);
+  std::string tcp = kTcpHead;
+  for (const char* state : {"01", "01", "02", "03", "04", "05", "06", "06", "06", "07", "08", "09",
+                            "0A", "0B", "0C", "FFFFFFFFFFFFFFFFF", "x"}) {
+    tcp += TcpLine(state);
+  }
+  host.Write("/proc/net/tcp", tcp + "   0: cut");
+  host.Write("/proc/net/tcp6", kTcpHead + TcpLine("0A") + TcpLine("01"));
+  host.Write("/proc/net/snmp",
+             "Ip: Forwarding InReceives\nIp: 2 64\n"
+             "Tcp: MaxConn ActiveOpens PassiveOpens AttemptFails EstabResets CurrEstab InSegs"
+             " OutSegs RetransSegs InErrs OutRsts InCsumErrors\n"
+             "Tcp: -1 11 12 13 14 15 9007199254740992 17 18 19 20 21\n"
+             "Udp: InDatagrams NoPorts InErrors OutDatagrams RcvbufErrors SndbufErrors"
+             " InCsumErrors\n"
+             "Udp: 100 200 300 400 500 600\n");
+  host.Write("/proc/net/snmp6",
+             "Ip6InReceives \t9\nUdp6InDatagrams \t1\nUdp6NoPorts 2\nUdp6InErrors x\n"
+             "Udp6OutDatagrams 4\nUdp6InCsumErrors 7\n");
+  host.Write("/proc/net/netstat",
+             "TcpExt: SyncookiesSent SyncookiesRecv SyncookiesFailed ListenOverflows ListenDrops"
+             " TCPLostRetransmit TCPTimeouts TCPAbortOnMemory TCPMemoryPressures TCPSynRetrans\n"
+             "TcpExt: 1 2 3 4 5 6 7 8 9 10\nIpExt: InNoRoutes\nIpExt: 1\n");
+  host.Write("/proc/net/sockstat",
+             "sockets: used 214\nTCP: inuse 8 orphan 1 tw 5 alloc 12 mem 3\n"
+             "UDP: inuse 4 mem 2\nUDPLITE: inuse 0\nRAW: inuse -1\nFRAG: inuse 6 memory 9000\n");
+  host.Write("/proc/net/sockstat6",
+             "TCP6: inuse 2\nUDP6: inuse 3\nUDPLITE6: inuse 9\nRAW6: inuse 1\n"
+             "FRAG6: inuse 7 memory 7\n");
+  host.Write("/proc/sys/net/netfilter/nf_conntrack_count", "312\n");
+  host.Write("/proc/sys/net/netfilter/nf_conntrack_max", "262144\n");
+  const SocketFigures figures = Read();
+  using S = SocketFigures;
+  ExpectFigures(figures, {{&S::established, 3},
+                          {&S::synSent, 1},
+                          {&S::synReceived, 1},
+                          {&S::finWait1, 1},
+                          {&S::finWait2, 1},
+                          {&S::timeWait, 3},
+                          {&S::closeWait, 1},
+                          {&S::lastAck, 1},
+                          {&S::closing, 1},
+                          {&S::listening, 2},
+                          {&S::activeOpens, 11},
+                          {&S::passiveOpens, 12},
+                          {&S::failedAttempts, 13},
+                          {&S::establishedResets, 14},
+                          {&S::segmentsIn, 9007199254740992},
+                          {&S::segmentsOut, 17},
+                          {&S::segmentsSentAgain, 18},
+                          {&S::segmentErrorsIn, 19},
+                          {&S::resetsSent, 20},
+                          {&S::synCookiesSent, 1},
+                          {&S::synCookiesReceived, 2},
+                          {&S::synCookiesFailed, 3},
+                          {&S::listenOverflows, 4},
+                          {&S::listenDrops, 5},
+                          {&S::sentAgainAndLost, 6},
+                          {&S::timeouts, 7},
+                          {&S::abortsForMemory, 8},
+                          {&S::memoryPressures, 9},
+                          {&S::synSentAgain, 10},
+                          {&S::socketsUsed, 214},
+                          {&S::tcp4InUse, 8},
+                          {&S::tcp6InUse, 2},
+                          {&S::tcpOrphans, 1},
+                          {&S::tcpBrief, 5},
+                          {&S::tcpAllocated, 12},
+                          {&S::tcpMemory, 12288},
+                          {&S::udp4InUse, 4},
+                          {&S::udp6InUse, 3},
+                          {&S::udpMemory, 8192},
+                          {&S::udpLite4InUse, 0},
+                          {&S::raw6InUse, 1},
+                          {&S::fragments4InUse, 6},
+                          {&S::fragments4Memory, 9000},
+                          {&S::datagramsIn, 101},
+                          {&S::noPorts, 202},
+                          {&S::datagramErrorsIn, 300},
+                          {&S::datagramsOut, 404},
+                          {&S::receiveBufferErrors, 500},
+                          {&S::sendBufferErrors, 600},
+                          {&S::trackedConnections, 312},
+                          {&S::mostTrackedConnections, 262144}});
+  // A negative number is none, and IPv6's checksum errors alone are not those of both.
+  EXPECT_FALSE(IsTold(figures.raw4InUse));
+  EXPECT_FALSE(IsTold(figures.checksumErrorsIn));
+  EXPECT_EQ(ToldFigures(figures), 51U);
+
+  // Nobody counts more sockets than the files' limit has.
+  std::filesystem::resize_file(host.Path("/proc/net/tcp6"), std::uintmax_t{17} << 20U);
+  const SocketFigures many = Read();
+  EXPECT_FALSE(IsTold(many.established));
+  EXPECT_EQ(ToldFigures(many), 41U);
+  host.Remove("/proc/net/tcp6");
+  EXPECT_EQ(Read().established, 2);
+}
+
+TEST(SockDiagAnswer, CountsSocketsByState) {
+  Answer sockets;
+  sockets.Socket(TCP_ESTABLISHED).Socket(TCP_LISTEN).Socket(TCP_FIN_WAIT2).Socket(TCP_LISTEN);
+  sockets.Socket(TCP_FIN_WAIT2, 3).Socket(TCP_ESTABLISHED, 3).Socket(12).Socket(255);
+  sockets.Socket(TCP_ESTABLISHED, 0, RTM_NEWLINK);
+  const std::string whole = sockets.Bytes();
+  SockDiagAnswer answer;
+  EXPECT_TRUE(ParseSockDiag(Span(whole), 1, answer));
+  EXPECT_TRUE(ParseSockDiag(Span(whole), 2, answer));
+  EXPECT_FALSE(ParseSockDiag(
+      Span(sockets.End(NLMSG_DONE, 1, -ENOENT).Bytes()).subspan(whole.size()), 1, answer));
+  EXPECT_EQ(answer.error, ENOENT);
+  EXPECT_EQ(answer.states.sockets,
+            (std::array<std::uint64_t, 12>{0, 2, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0}));
+  EXPECT_EQ(answer.states.brief, 1U);
+  EXPECT_EQ(TimeWaitOf(5, answer.states), 4);
+  EXPECT_EQ(TimeWaitOf(0, answer.states), 0);
+  EXPECT_FALSE(IsTold(TimeWaitOf(kNotTold, answer.states)));
+  for (std::size_t size = 0; size <= whole.size(); ++size) {
+    const std::vector<unsigned char> cut(whole.begin(), whole.begin() + static_cast<long>(size));
+    SockDiagAnswer part;
+    const bool isMore = ParseSockDiag(cut, 1, part);
+    EXPECT_EQ(isMore, part.error == 0);
+    EXPECT_LE(part.states.sockets[TCP_ESTABLISHED], size / 88);
+  }
+}
+
+TEST_F(SocketSourceTest, AsksForBothVersionsOfIpAndForgetsAnInterruptedAnswer) {
+  const std::string listening = Answer().Socket(TCP_LISTEN).Socket(TCP_ESTABLISHED).Bytes();
+  g_datagrams = {listening,
+                 Answer().End(NLMSG_DONE, 1, 0).Bytes(),
+                 Renumbered(listening, 2, NLM_F_DUMP_INTR),
+                 Answer().End(NLMSG_DONE, 2, 0).Bytes(),
+                 Renumbered(listening, 3),
+                 Renumbered(listening, 3),
+                 Answer().End(NLMSG_DONE, 3, 0).Bytes()};
+  Os().socket = KernelSocket;
+  const SockDiagAnswer answer = AskForTcpStates();
+  EXPECT_EQ(answer.error, 0);
+  EXPECT_EQ(answer.states.sockets[TCP_LISTEN], 3U);
+  struct {
+    nlmsghdr header;
+    inet_diag_req_v2 request;
+  } question{};
+  for (const int family : {AF_INET, AF_INET6}) {
+    ASSERT_EQ(::recv(g_kernelEnd, &question, sizeof question, MSG_DONTWAIT), 72);
+    EXPECT_EQ(question.header.nlmsg_type, 20);
+    EXPECT_EQ(question.request.sdiag_family, family);
+    EXPECT_EQ(question.request.sdiag_protocol, IPPROTO_TCP);
+    EXPECT_EQ(question.request.idiag_states, 0xF3EU);
+  }
+}
+
+/// Listens on the loopback, and is connected to itself.
+class LoopbackConnection {
+ public:
+  LoopbackConnection() {
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof place;
+    auto* const address = reinterpret_cast<sockaddr*>(&place);
+    m_isMade = ::bind(m_server.Get(), address, size) == 0 && ::listen(m_server.Get(), 1) == 0 &&
+               ::getsockname(m_server.Get(), address, &size) == 0 &&
+               ::connect(m_client.Get(), address, size) == 0;
+  }
+  [[nodiscard]] bool IsMade() const { return m_isMade; }
+
+ private:
+  Descriptor m_server{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+  Descriptor m_client{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+  bool m_isMade = false;
+};
+
+TEST_F(SocketSourceTest, BothWaysTellTheSocketsOfThisHost) {
+  const LoopbackConnection connection;
+  if (!connection.IsMade()) {
+    GTEST_SKIP() << "this host has no loopback";
+  }
+  for (const bool isAsked : {true, false}) {
+    if (!isAsked) {
+      Os().socket = [](int, int, int) {
+        errno = EAFNOSUPPORT;
+        return -1;
+      };
+    }
+    const SocketFigures figures = Read();
+    EXPECT_GE(figures.listening, 1) << isAsked;
+    EXPECT_GE(figures.established, 2) << isAsked;
+    EXPECT_GE(figures.timeWait, 0) << isAsked;
+    EXPECT_GE(figures.activeOpens, 1) << isAsked;
+    EXPECT_GE(figures.tcp4InUse, 3) << isAsked;
+  }
+  // More than there is time for is not looked for in the files.
+  Os().socket = [](int, int, int) {
+    errno = ETIMEDOUT;
+    return -1;
+  };
+  EXPECT_FALSE(IsTold(Read().established));
+}
+
+}  // namespace
