@@ -1,10 +1,13 @@
 #include "collect/Categories.h"
 
 #include <array>
+#include <charconv>
+#include <cstring>
 #include <vector>
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
+#include "collect/HostFile.h"
 #include "collect/cpu/CPUSourceLINUX.h"
 #include "collect/device/DeviceSourceLINUX.h"
 #include "collect/filesystem/FileStatSource.h"
@@ -16,6 +19,8 @@
 #include "collect/ipc/SHMSource.h"
 #include "collect/ipc/SemSource.h"
 #include "collect/log/MessagesSource.h"
+#include "collect/modern/ModernFigures.h"
+#include "collect/modern/cgroup/ControlGroupSource.h"
 #include "collect/modern/cpu/CpuSource.h"
 #include "collect/modern/device/DeviceSource.h"
 #include "collect/modern/filesystem/FileSystemSource.h"
@@ -30,6 +35,7 @@
 #include "collect/process/ProcessSourceLINUX.h"
 #include "collect/system/SystemSourceLINUX.h"
 #include "collect/userdata/UserSource.h"
+#include "support/ProductOptions.h"
 
 // This file alone makes every source, those of the floors above included.
 
@@ -60,6 +66,44 @@ UtlError* ReadOne(Collector& collector, CategoryStep& step) {
   UtlError* error = source.readOne(&collector, *(collector.*Accessor)());
   const bool isSupported = IsSupported(source);
   return step.Finish(error, error == nullptr && isSupported ? 1 : 0, isSupported);
+}
+
+template <class Row>
+std::size_t CountOf(const std::vector<Row>& rows) {
+  return rows.size();
+}
+template <class Figures>
+std::size_t CountOf(const Figures& /*figures*/) {
+  return 1;
+}
+
+/// A run of a category of the profile `modern` alone, whose figures `read` replaces.
+template <auto Member, auto read>
+UtlError* ReadModern(Collector& collector, CategoryStep& step) {
+  auto& figures = collector.GetModern()->*Member;
+  read(figures);
+  const std::size_t count = CountOf(figures);
+  return step.Finish(TakeHostFileError().release(), count, count != 0);
+}
+
+/// Down to the depth that the site has set.
+void ReadChosenGroups(std::vector<ControlGroup>& groups) {
+  ControlGroupWalk walk;
+  if (const char* depth = ProductOptions::Instance().Get("Host", "Control Group Depth")) {
+    std::from_chars(depth, depth + std::strlen(depth), walk.depth);
+  }
+  ReadControlGroups(groups, walk);
+}
+
+/// Of the processes that the run has walked, where it has.
+UtlError* ReadDetails(Collector& collector, CategoryStep& step) {
+  std::vector<ProcessDetail>& details = collector.GetModern()->processes;
+  if (collector.HasCollected(COLLECT_PROCESS)) {
+    ReadProcessDetails(*collector.GetProcess(), details);
+  } else {
+    ReadProcessDetails(details);
+  }
+  return step.Finish(TakeHostFileError().release(), details.size(), true);
 }
 
 constexpr std::array kCategories{
@@ -105,8 +149,24 @@ constexpr std::array kCategories{
     Category{COLLECT_UPIB, "UPIB", "upib", ReadAll<UPIBSourceUser, &Collector::GetUPIB>},
     Category{COLLECT_UPD, "UPD", "upd", ReadAll<UPDSourceUser, &Collector::GetUPD>},
     Category{COLLECT_UPDB, "UPDB", "updb", ReadAll<UPDBSourceUser, &Collector::GetUPDB>},
+    Category{COLLECT_PRESSURE, "Pressure", "pressure", nullptr,
+             ReadModern<&ModernFigures::pressure, ReadPressure>},
+    Category{COLLECT_CONTROL_GROUP, "Control Group", "control_group", nullptr,
+             ReadModern<&ModernFigures::groups, ReadChosenGroups>},
+    Category{COLLECT_LINK, "Link", "link", nullptr, ReadModern<&ModernFigures::links, ReadLinks>},
+    Category{COLLECT_SOCKET, "Socket", "socket", nullptr,
+             ReadModern<&ModernFigures::sockets, ReadSockets>},
+    Category{COLLECT_DISK, "Disk", "disk", nullptr, ReadModern<&ModernFigures::disks, ReadDisks>},
+    Category{COLLECT_MEMORY, "Memory", "memory", nullptr,
+             ReadModern<&ModernFigures::memory, ReadMemory>},
+    Category{COLLECT_CPU_TIME, "CPU Time", "cpu_time", nullptr,
+             ReadModern<&ModernFigures::cpuTimes, ReadCpuTimes>},
+    Category{COLLECT_SENSOR, "Sensor", "sensor", nullptr,
+             ReadModern<&ModernFigures::sensors, ReadSensors>},
+    Category{COLLECT_PROCESS_DETAIL, "Process Detail", "process_detail", nullptr, ReadDetails},
+    Category{COLLECT_HOST, "Host", "host", nullptr,
+             ReadModern<&ModernFigures::host, ReadHostFacts>},
 };
-static_assert(kCategories.size() == 21);
 
 }  // namespace
 

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <span>
 
+#include "collect/CategoryFlags.h"
+
 class Collector;
 class UtlError;
 
@@ -16,6 +18,8 @@ struct CategoryFigures {
   /// Whether this host has what the category tells, as of the last run: a failure for want of it is
   /// a state of the host and none of the two above.
   bool isSupported = true;
+  /// Whether the category has been run, or is one of both host profiles.
+  bool isPublished = false;
 };
 
 struct Category;
@@ -23,7 +27,7 @@ struct Category;
 /// One category's part of one run, from its start to the moment before its source is destroyed.
 class CategoryStep {
  public:
-  CategoryStep(const Category& category, std::uint32_t flags, CategoryFigures& figures)
+  CategoryStep(const Category& category, CollectionMask flags, CategoryFigures& figures)
       : m_category(category), m_flags(flags), m_figures(figures) {}
   void Start() const;
   /// Takes the source's result, owned, the rows now held and whether this host can have any.
@@ -32,18 +36,18 @@ class CategoryStep {
 
  private:
   const Category& m_category;
-  std::uint32_t m_flags;
+  CollectionMask m_flags;
   CategoryFigures& m_figures;
 };
 
 /// One row of the table of categories.
 struct Category {
-  std::uint32_t flag;
+  CollectionMask flag;
   const char* name;    ///< in the collector's traces; null keeps it out of them
   const char* figure;  ///< the category's part of the names of its figures
   /// Makes the source, runs it and ends the step.
   using Run = UtlError* (*)(Collector& collector, CategoryStep& step);
-  Run run;
+  Run run;  ///< null for a category of the profile `modern` alone
   /// The same by the source of the profile `modern`; null where it is the same source.
   Run runModern = nullptr;
 };

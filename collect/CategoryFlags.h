@@ -3,6 +3,9 @@
 #include <cstdint>
 
 /// The bits of a collection mask: one per category of figures, then those that start no category.
+/// Those of 32 bits are of both host profiles, those above of `modern` alone.
+using CollectionMask = std::uint64_t;
+
 inline constexpr std::uint32_t COLLECT_CPU = 0x00000001;
 inline constexpr std::uint32_t COLLECT_PROCESS = 0x00000002;
 inline constexpr std::uint32_t COLLECT_DEVICE = 0x00000010;
@@ -33,3 +36,14 @@ inline constexpr std::uint32_t COLLECT_ACCT = 0x08000000;
 inline constexpr std::uint32_t COLLECT_PROCESS_LIMITS = 0x00000004;
 /// A failing category is traced and does not end the run.
 inline constexpr std::uint32_t COLLECT_CONTINUE_ON_ERROR = 0x80000000;
+
+inline constexpr CollectionMask COLLECT_PRESSURE = CollectionMask{1} << 32U;
+inline constexpr CollectionMask COLLECT_CONTROL_GROUP = CollectionMask{1} << 33U;
+inline constexpr CollectionMask COLLECT_LINK = CollectionMask{1} << 34U;
+inline constexpr CollectionMask COLLECT_SOCKET = CollectionMask{1} << 35U;
+inline constexpr CollectionMask COLLECT_DISK = CollectionMask{1} << 36U;
+inline constexpr CollectionMask COLLECT_MEMORY = CollectionMask{1} << 37U;
+inline constexpr CollectionMask COLLECT_CPU_TIME = CollectionMask{1} << 38U;
+inline constexpr CollectionMask COLLECT_SENSOR = CollectionMask{1} << 39U;
+inline constexpr CollectionMask COLLECT_PROCESS_DETAIL = CollectionMask{1} << 40U;
+inline constexpr CollectionMask COLLECT_HOST = CollectionMask{1} << 41U;

@@ -20,6 +20,7 @@
 #include "collect/ipc/SHMSource.h"
 #include "collect/ipc/SemSource.h"
 #include "collect/log/MessagesSource.h"
+#include "collect/modern/ModernFigures.h"
 #include "collect/network/InterfaceSourceLINUX.h"
 #include "collect/network/ProtocolSourceLINUX.h"
 #include "collect/nfs/NFSSource.h"
@@ -38,15 +39,46 @@ namespace {
 /// collects the latter too.
 constexpr bool SystemNeedsCPU() { return false; }
 
-bool IsAsked(const Category& category, std::uint32_t flags) {
+bool IsAsked(const Category& category, CollectionMask flags) {
   if (category.flag == COLLECT_CPU && SystemNeedsCPU() && (flags & COLLECT_SYSTEM) != 0) {
     return true;
   }
-  return (flags & category.flag) != 0;
+  const bool isServed = category.run != nullptr || g_hostProfile == HostProfile::kModern;
+  return isServed && (flags & category.flag) != 0;
 }
 
 using FigureTable = std::shared_ptr<std::vector<CategoryFigures>>;
 
+void PublishCategory(const FigureTable& table, std::size_t index) {
+  const Category& category = Categories()[index];
+  const auto add = [&](const char* what, const std::string& help, FigureKind kind, auto read) {
+    FigureRegistry::Instance().Add(
+        {std::string("collect_") + category.figure + '_' + what,
+         help + " of the category " + category.figure + ".",
+         kind,
+         std::move(read),
+         {std::string("collect_") + what, "category", category.figure, help + '.'}});
+  };
+  add("seconds", "Duration of the last collection", FigureKind::kGauge,
+      [table, index] { return (*table)[index].seconds; });
+  add("errors", "Failed collections", FigureKind::kCounter,
+      [table, index] { return static_cast<double>((*table)[index].errors); });
+  add("failed", "Whether the last collection failed", FigureKind::kGauge,
+      [table, index] { return (*table)[index].isFailed ? 1.0 : 0.0; });
+  FigureRegistry::Instance().Add(
+      {std::string("category_") + category.figure + "_supported",
+       std::string("Whether this host has the category ") + category.figure + '.',
+       FigureKind::kGauge,
+       [table, index] { return (*table)[index].isSupported ? 1.0 : 0.0; },
+       {"category_supported", "category", category.figure,
+        "Whether this host has what the category tells, as of its last collection."}});
+  add("entities", "Rows held after the last collection", FigureKind::kGauge,
+      [table, index] { return static_cast<double>((*table)[index].entities); });
+  (*table)[index].isPublished = true;
+}
+
+/// Those of the profile `modern` alone are published when they are first run: the profile is chosen
+/// later.
 void PublishFigures(const FigureTable& table) {
   FigureRegistry::Instance().Add(
       {"collect_process_skipped",
@@ -56,34 +88,13 @@ void PublishFigures(const FigureTable& table) {
        [] { return static_cast<double>(ProcessSourceUser::Skipped()); },
        {}});
   for (std::size_t index = 0; index < Categories().size(); ++index) {
-    const Category& category = Categories()[index];
-    const auto add = [&](const char* what, const std::string& help, FigureKind kind, auto read) {
-      FigureRegistry::Instance().Add(
-          {std::string("collect_") + category.figure + '_' + what,
-           help + " of the category " + category.figure + ".",
-           kind,
-           std::move(read),
-           {std::string("collect_") + what, "category", category.figure, help + '.'}});
-    };
-    add("seconds", "Duration of the last collection", FigureKind::kGauge,
-        [table, index] { return (*table)[index].seconds; });
-    add("errors", "Failed collections", FigureKind::kCounter,
-        [table, index] { return static_cast<double>((*table)[index].errors); });
-    add("failed", "Whether the last collection failed", FigureKind::kGauge,
-        [table, index] { return (*table)[index].isFailed ? 1.0 : 0.0; });
-    FigureRegistry::Instance().Add(
-        {std::string("category_") + category.figure + "_supported",
-         std::string("Whether this host has the category ") + category.figure + '.',
-         FigureKind::kGauge,
-         [table, index] { return (*table)[index].isSupported ? 1.0 : 0.0; },
-         {"category_supported", "category", category.figure,
-          "Whether this host has what the category tells, as of its last collection."}});
-    add("entities", "Rows held after the last collection", FigureKind::kGauge,
-        [table, index] { return static_cast<double>((*table)[index].entities); });
+    if (Categories()[index].run != nullptr) {
+      PublishCategory(table, index);
+    }
   }
 }
 
-UtlError* RunCategory(Collector& collector, const Category& category, std::uint32_t flags,
+UtlError* RunCategory(Collector& collector, const Category& category, CollectionMask flags,
                       CategoryFigures& figures) {
   CategoryStep step(category, flags, figures);
   const auto begin = std::chrono::steady_clock::now();
@@ -148,6 +159,7 @@ Collector::Collector()
       m_pUPIB(std::make_unique<UserRecords<kUPIB>>()),
       m_pUPD(std::make_unique<UserRecords<kUPD>>()),
       m_pUPDB(std::make_unique<UserRecords<kUPDB>>()),
+      m_pModern(std::make_unique<ModernFigures>()),
       m_figures(std::make_shared<std::vector<CategoryFigures>>(Categories().size())) {
   TraceEntry("Collector::Collector");
   CollectorLog::Instance();
@@ -157,11 +169,15 @@ Collector::Collector()
 
 Collector::~Collector() = default;
 
-UtlError* Collector::collect(std::uint32_t flags, int) {
+UtlError* Collector::collect(std::uint32_t flags, int unused) {
+  return collect(CollectionMask{flags}, unused);
+}
+
+UtlError* Collector::collect(CollectionMask flags, int) {
   return collect(flags, std::span<const char* const>{});
 }
 
-UtlError* Collector::collect(std::uint32_t flags, std::span<const char* const> fileStatPaths) {
+UtlError* Collector::collect(CollectionMask flags, std::span<const char* const> fileStatPaths) {
   TraceEntry("Collector::collect", Hex{flags});
   Trace(30, kInformation, "Starting the collect routine");
   UtlError* error = nullptr;
@@ -173,6 +189,9 @@ UtlError* Collector::collect(std::uint32_t flags, std::span<const char* const> f
       FileStatArgs::Set(fileStatPaths);
     }
     if (IsAsked(category, flags)) {
+      if (!(*m_figures)[index].isPublished) {
+        PublishCategory(m_figures, index);
+      }
       error = RunCategory(*this, category, flags, (*m_figures)[index]);
       if (error == nullptr && !(*m_figures)[index].isFailed) {
         m_collected |= category.flag;

@@ -6,6 +6,8 @@
 #include <span>
 #include <vector>
 
+#include "collect/CategoryFlags.h"
+
 class Acct;
 class CPU;
 class DeviceIO;
@@ -29,6 +31,7 @@ template <std::size_t kind>
 class UserRecord;
 class UtlError;
 struct CategoryFigures;
+struct ModernFigures;
 
 /// The one object through which the agent reads the operating system. It holds the latest figures
 /// of each category until the next run of the same category.
@@ -46,15 +49,17 @@ class Collector {
   /// COLLECT_CONTINUE_ON_ERROR a failing category is traced and the result is null; without it the
   /// first error ends the run and is returned, owned by the caller. The second argument is unused.
   [[nodiscard]] UtlError* collect(std::uint32_t flags, int unused);
+  /// The same with the categories of the profile `modern` besides.
+  [[nodiscard]] UtlError* collect(CollectionMask flags, int unused);
   /// The same, with the files that the file-stat category looks at; not kept.
-  [[nodiscard]] UtlError* collect(std::uint32_t flags, std::span<const char* const> fileStatPaths);
+  [[nodiscard]] UtlError* collect(CollectionMask flags, std::span<const char* const> fileStatPaths);
 
   // For sources: what the run that makes them is about.
 
   /// Whether the run was asked for a bit of CategoryFlags.h.
-  [[nodiscard]] bool Wants(std::uint32_t flag) const { return (m_flags & flag) != 0; }
+  [[nodiscard]] bool Wants(CollectionMask flag) const { return (m_flags & flag) != 0; }
   /// Whether the run has already refreshed a category, whose figures are then of this moment.
-  [[nodiscard]] bool HasCollected(std::uint32_t flag) const { return (m_collected & flag) != 0; }
+  [[nodiscard]] bool HasCollected(CollectionMask flag) const { return (m_collected & flag) != 0; }
 
   /// The categories' figures: never null, owned by the collector, valid for its life.
   [[nodiscard]] std::vector<CPU>* GetCPU() const { return m_pCPU.get(); }
@@ -88,6 +93,9 @@ class Collector {
   [[nodiscard]] NFSServerTotal* GetNFSServerTotal() const { return m_pNFSServerTotal.get(); }
   [[nodiscard]] NFSClientTotal* GetNFSClientTotal() const { return m_pNFSClientTotal.get(); }
 
+  /// Those that the profile `modern` alone collects.
+  [[nodiscard]] ModernFigures* GetModern() const { return m_pModern.get(); }
+
   /// A word that the agent hands in at start; nothing in collection reads it.
   void SetOpaque(void* opaque) { m_opaque = opaque; }
   [[nodiscard]] void* GetOpaque() const { return m_opaque; }
@@ -116,9 +124,10 @@ class Collector {
   std::unique_ptr<UserRecords<1>> m_pUPIB;
   std::unique_ptr<UserRecords<2>> m_pUPD;
   std::unique_ptr<UserRecords<3>> m_pUPDB;
+  std::unique_ptr<ModernFigures> m_pModern;
   void* m_opaque = nullptr;
-  std::uint32_t m_flags = 0;
-  std::uint32_t m_collected = 0;
+  CollectionMask m_flags = 0;
+  CollectionMask m_collected = 0;
   /// Shared with the registry of figures, which may read them after the collector has gone.
   std::shared_ptr<std::vector<CategoryFigures>> m_figures;
 };

@@ -25,6 +25,12 @@ struct FieldLayout {
   bool hasSource = true;       ///< false: nothing on this host tells it, and its bytes mean nothing
 };
 
+/// A column of the tables of who has chosen none.
+struct ShownColumn {
+  const char* label;    ///< the field's
+  const char* heading;  ///< what stands above it
+};
+
 /// The published layout of one record. Lives as long as the process.
 struct RecordLayout {
   const char* name;        ///< "CPUP"
@@ -32,6 +38,9 @@ struct RecordLayout {
   unsigned char category;  ///< '4', '3' or '7'
   std::uint16_t size;      ///< bytes
   std::span<const FieldLayout> fields;
+  const char* about = "";  ///< one sentence: what a row of the record tells
+  /// In the order in which they are shown; none for all fields.
+  std::span<const ShownColumn> shown = {};
 };
 
 /// A record that can be asked for, with or without a published layout.

@@ -156,8 +156,9 @@ void FinishInterval(WorkgroupRow& raw, WorkgroupRow& row) {
   PutAverageIo(row, row);
 }
 
-void FinishLook(const CMBRecordRequestEvent& event, WorkgroupRow& row, std::uint32_t elapsed) {
-  if (event.ShouldCalcRates() != 0) {
+/// `former` is null for a look with rates.
+void FinishLook(const FormerRows<WorkgroupRow>* former, WorkgroupRow& row, std::uint32_t elapsed) {
+  if (former == nullptr) {
     row.interval = elapsed;
     const float seconds = elapsed == 0 ? 1.0F : SecondsOf(row);
     PutAverageIo(row, row);
@@ -167,7 +168,7 @@ void FinishLook(const CMBRecordRequestEvent& event, WorkgroupRow& row, std::uint
   }
   row.interval = static_cast<std::uint32_t>(row.recordTime);
   PutRates(row, 1.0F);
-  if (const WorkgroupRow* previous = FindPredecessor(event, row)) {
+  if (const WorkgroupRow* previous = former->Find(row)) {
     const WorkgroupRow delta = DeltaPI(kFamily, row, *previous);
     if (delta.interval != 0U) {
       PutCpuPercent(row, delta, SecondsOf(delta));
@@ -201,11 +202,15 @@ void CountInterval(WorkgroupState& state, const ProcessInput& input, std::int32_
 int BuildRows(WorkgroupState& state, CMBRecordRequestEvent& event, bool first, std::int32_t now,
               std::uint32_t processors, const ProcessRules& rules) {
   const bool realtime = event.IsRealtime() != 0;
+  std::optional<FormerRows<WorkgroupRow>> former;
+  if (realtime && event.ShouldCalcRates() == 0) {
+    former.emplace(event);
+  }
   int rows = 0;
   for (const auto& [name, group] : state.map) {
     WorkgroupRow row = WorkgroupRowOf(*group, now, rules);
     if (realtime) {
-      FinishLook(event, row, group->totals.elapsed);
+      FinishLook(former ? &*former : nullptr, row, group->totals.elapsed);
     } else {
       FinishInterval(state.rawRows[name], row);
     }

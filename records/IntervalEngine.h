@@ -1,13 +1,17 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "node/RecordRequest.h"
+#include "records/FormerRows.h"
 #include "records/RateWords.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
@@ -68,6 +72,9 @@ struct IntervalFamily {
   bool zeroIsUnread = false;
   /// Whether two rows are of one instance; null for a record of a single row.
   bool (*sameInstance)(const Record&, const Record&) = nullptr;
+  /// Finds rows of one instance without a search, which many instances that come and go would make
+  /// long: equal for two of them. Null for a search.
+  std::size_t (*instanceHash)(const Record&) = nullptr;
   /// Ends the subtraction: may correct the difference `row`, whose fields of no table still hold
   /// their current values, and the row `raw` that it was made from and that is kept for the next
   /// interval. Null for none.
@@ -141,7 +148,9 @@ class RawRows {
   void Begin() { ++m_build; }
   /// Drops the rows that were not replaced since the last Begin().
   void Forget() {
-    std::erase_if(m_rows, [this](const KeptRow& kept) { return kept.build != m_build; });
+    if (std::erase_if(m_rows, [this](const KeptRow& kept) { return kept.build != m_build; }) != 0) {
+      m_places.clear();
+    }
   }
   [[nodiscard]] std::size_t Count() const { return m_rows.size(); }
 
@@ -151,6 +160,9 @@ class RawRows {
     KeptRow* previous = Find(family, current);
     const Record row = DeltaPI(family, current, previous == nullptr ? Record{} : previous->row);
     if (previous == nullptr) {
+      if (family.instanceHash != nullptr) {
+        m_places.emplace(family.instanceHash(current), m_rows.size());
+      }
       m_rows.push_back({current, m_build});
     } else {
       *previous = {current, m_build};
@@ -167,8 +179,25 @@ class RawRows {
     std::uint64_t build;  ///< the one that it was last replaced in
   };
 
-  /// Rows come in the same order at each interval, so the search goes on where it last ended.
   KeptRow* Find(const IntervalFamily<Record>& family, const Record& current) {
+    return family.instanceHash == nullptr ? Search(family, current) : LookUp(family, current);
+  }
+
+  KeptRow* LookUp(const IntervalFamily<Record>& family, const Record& current) {
+    if (m_places.empty()) {
+      for (std::size_t place = 0; place < m_rows.size(); ++place) {
+        m_places.emplace(family.instanceHash(m_rows[place].row), place);
+      }
+    }
+    const auto [begin, end] = m_places.equal_range(family.instanceHash(current));
+    const auto found = std::find_if(begin, end, [&](const auto& entry) {
+      return family.sameInstance(m_rows[entry.second].row, current);
+    });
+    return found == end ? nullptr : &m_rows[found->second];
+  }
+
+  /// Rows come in the same order at each interval, so the search goes on where it last ended.
+  KeptRow* Search(const IntervalFamily<Record>& family, const Record& current) {
     for (std::size_t step = 0; step < m_rows.size(); ++step) {
       const std::size_t place = (m_next + step) % m_rows.size();
       if (family.sameInstance == nullptr || family.sameInstance(m_rows[place].row, current)) {
@@ -180,6 +209,8 @@ class RawRows {
   }
 
   std::vector<KeptRow> m_rows;
+  /// Of the rows, by their hashes; none while these are not known.
+  std::unordered_multimap<std::size_t, std::size_t> m_places;
   std::size_t m_next = 0;
   std::uint64_t m_build = 0;
 };
@@ -211,21 +242,6 @@ template <class Record>
     return ZeroIntervalError(family.ratesOperation);
   }
   PutRates(row, static_cast<float>(static_cast<std::uint32_t>(row.interval)));
-  return nullptr;
-}
-
-/// The row of the request's last answer that has the same identity; owned by the framework. Null
-/// for none.
-template <class Record>
-[[nodiscard]] const typename PublishedAs<Record>::Record* FindPredecessor(
-    const CMBRecordRequestEvent& event, const Record& row) {
-  using Published = typename PublishedAs<Record>::Record;
-  const typename RecordTraits<Published>::Class sample(&row);
-  for (const CMBRecord* record : event.PreviousRecords()) {
-    if (record->GetRecSize() == static_cast<int>(sizeof(Published)) && sample == *record) {
-      return static_cast<const Published*>(record->GetRecStart());
-    }
-  }
   return nullptr;
 }
 
@@ -286,6 +302,7 @@ class IntervalBuild {
   }
 
   [[nodiscard]] bool WithRates() const { return m_withRates; }
+  [[nodiscard]] bool IsRealtime() const { return m_realtime; }
   /// What the rates of the row that is derived from were divided by; its interval need not say it.
   [[nodiscard]] std::uint32_t RateSeconds() const { return m_rateSeconds; }
   /// Rows processed, output or not.
@@ -324,8 +341,14 @@ class IntervalBuild {
   }
 
   /// The row's predecessor where one is compared with; null for none.
-  const Published* MatchPredecessor(const Record& row) const {
-    return !m_withRates || MayWithhold() ? FindPredecessor(m_event, row) : nullptr;
+  const Published* MatchPredecessor(const Record& row) {
+    if (m_withRates && !MayWithhold()) {
+      return nullptr;
+    }
+    if (!m_former) {
+      m_former.emplace(m_event);
+    }
+    return m_former->Find(row);
   }
 
   [[nodiscard]] bool IsWithheld(const Published& row, const Published* predecessor) const {
@@ -341,6 +364,7 @@ class IntervalBuild {
   bool m_withRates;
   bool m_endedByError = false;
   std::uint32_t m_rateSeconds = 0;
+  std::optional<FormerRows<Published>> m_former;  ///< made when first needed
   int m_rows = 0;
   int m_output = 0;
 };

@@ -44,10 +44,22 @@ constexpr std::array kBaseTable{kPI,  kCPUP, kDEVD, kDEVS, kNIND, kNINS, kWGRP, 
                                 kFSL, kFSR,  kPDI,  kPDS,  kPGM,  kTERM, kUSER, kUPD, kUPDB, kAPP};
 constexpr std::array kPoolTable{kPI,  kCPUP, kDEVD, kDEVS, kNIND, kNINS, kWGRP, kPD,  kACCT,
                                 kFSL, kFSR,  kPDI,  kPDS,  kPGM,  kTERM, kUFSS, kUSER};
+constexpr std::array kModernTable{
+    RecordMapping{kInterval, "PRES", 0, 0, &RecordBuilder::Build_PRES, COLLECT_PRESSURE},
+    RecordMapping{kInterval, "CGRP", 0, 0, &RecordBuilder::Build_CGRP, COLLECT_CONTROL_GROUP},
+    RecordMapping{kInterval, "NETD", 0, 0, &RecordBuilder::Build_NETD, COLLECT_LINK},
+    RecordMapping{kInterval, "SOCK", 0, 0, &RecordBuilder::Build_SOCK, COLLECT_SOCKET},
+    RecordMapping{kInterval, "DISK", 0, 0, &RecordBuilder::Build_DISK, COLLECT_DISK},
+    RecordMapping{kInterval, "MEMD", 0, 0, &RecordBuilder::Build_MEMD, COLLECT_MEMORY},
+    RecordMapping{kInterval, "CPUX", 0, 0, &RecordBuilder::Build_CPUX, COLLECT_CPU_TIME},
+    RecordMapping{kDetail, "SENS", 0, 0, &RecordBuilder::BuildPD_SENS, COLLECT_SENSOR},
+    RecordMapping{kDetail, "PDX", 0, 0, &RecordBuilder::BuildPD_PDX, COLLECT_PROCESS_DETAIL},
+    RecordMapping{kDetail, "HOST", 0, 0, &RecordBuilder::BuildPD_HOST, COLLECT_HOST}};
 constexpr std::array kOptionalTable{OptionalRecord{"UFSS", kOptionalUFSS}};
 
 }  // namespace
 
 std::span<const RecordMapping> UnixBaseRecordMappings() { return kBaseTable; }
+std::span<const RecordMapping> ModernRecordMappings() { return kModernTable; }
 std::span<const RecordMapping> PoolRecordMappings() { return kPoolTable; }
 std::span<const OptionalRecord> OptionalRecordTable() { return kOptionalTable; }

@@ -33,6 +33,7 @@ template <class Record>
 struct NFSFields;
 
 #define HEADER()
+#define ABOUT(sentence)
 #define BEGIN(structure, className, name, kind, bytes) \
   template <>                                          \
   struct NFSFields<structure> {                        \
@@ -51,6 +52,7 @@ struct NFSFields;
 #include "records/layout/PI_NSD.def"
 #include "records/layout/PI_NSO.def"
 #undef HEADER
+#undef ABOUT
 #undef BEGIN
 #undef FIELD
 #undef rate

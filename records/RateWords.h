@@ -29,6 +29,8 @@ struct RateWords;
 #define share(part, whole) percent
 #define gauge(looks) gauge
 #define duration(looks) duration
+#define load(counter) percent
+#define average(sum, count) gauge
 // clang-format off
 #define END() } };
 // clang-format on

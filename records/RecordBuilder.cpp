@@ -72,9 +72,24 @@ UtlError* RecordBuilder::Init() {
 
 void RecordBuilder::CreateRecordMappingTable() {
   m_pMappings = UnixBaseRecordMappings();
-  if (g_kernelVariant == kNewestKernel) {
-    return;
+  if (g_kernelVariant != kNewestKernel) {
+    AddOptionalRecords();
   }
+  if (g_hostProfile == HostProfile::kModern) {
+    AppendRows(ModernRecordMappings());
+  }
+}
+
+void RecordBuilder::AppendRows(std::span<const RecordMapping> rows) {
+  if (m_extendedMappings.empty()) {
+    const auto base = UnixBaseRecordMappings();
+    m_extendedMappings.assign(base.begin(), base.end());
+  }
+  m_extendedMappings.insert(m_extendedMappings.end(), rows.begin(), rows.end());
+  m_pMappings = m_extendedMappings;
+}
+
+void RecordBuilder::AddOptionalRecords() {
   const OptionalRecordChoice choice = ReadOptrecsFile();
   m_optionalMask = choice.mask;
   m_nOptRecCount = choice.count;
@@ -83,7 +98,6 @@ void RecordBuilder::CreateRecordMappingTable() {
   }
   try {
     AppendOptionalRows();
-    m_pMappings = m_optionalMappings;
   } catch (const std::bad_alloc&) {
     m_nOptRecCount = 0;
     Trace(20, kError, "The error occurred by OS API(malloc) in function (%3). (en=%1, arg1=%2)",
@@ -93,8 +107,6 @@ void RecordBuilder::CreateRecordMappingTable() {
 }
 
 void RecordBuilder::AppendOptionalRows() {
-  const auto base = UnixBaseRecordMappings();
-  m_optionalMappings.assign(base.begin(), base.end());
   for (const OptionalRecord& optional : OptionalRecordTable()) {
     if ((m_optionalMask & optional.bit) == 0) {
       continue;
@@ -109,7 +121,7 @@ void RecordBuilder::AppendOptionalRows() {
              ::strncasecmp(candidate.name, name.data(), name.size()) == 0;
     });
     if (row != pool.end()) {
-      m_optionalMappings.push_back(*row);
+      AppendRows(std::span(&*row, 1));
     }
   }
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <span>
 #include <string>
 #include <typeindex>
 #include <unordered_map>
@@ -97,6 +98,17 @@ class RecordBuilder {
   UtlError* BuildPD_PGM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_TERM(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_USER(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  /// Under the profile `modern` alone.
+  UtlError* Build_PRES(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_CGRP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_NETD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_SOCK(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_DISK(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_MEMD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_CPUX(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_SENS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_PDX(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* BuildPD_HOST(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Only where the site's file of optional records names it.
   UtlError* BuildPD_UFSS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   /// Behind no row of the table of records.
@@ -125,6 +137,9 @@ class RecordBuilder {
   /// Queues one request, or refuses it. Null, or an error that the caller owns.
   [[nodiscard]] UtlError* Add(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   void CreateRecordMappingTable();
+  /// Puts rows behind those in force.
+  void AppendRows(std::span<const RecordMapping> rows);
+  void AddOptionalRecords();
   void AppendOptionalRows();
   void PublishListing() const;
   /// Reads the workgroup file; if that fails the records of workgroups stay empty.
@@ -155,7 +170,7 @@ class RecordBuilder {
   std::string m_workgroupFile;
   std::unique_ptr<CPUSummary> m_pCPUSummary;
   std::unique_ptr<MessagesSourceUser> m_pMessagesInit;
-  std::uint32_t m_categories = 0;
+  CollectionMask m_categories = 0;
   std::uint32_t m_extraFlags = 0;
   std::time_t m_lastCollectTime = 0;
   UtlTime m_startTime;
@@ -164,7 +179,7 @@ class RecordBuilder {
   std::vector<RecordQueueEntry> m_queue;
   std::uint32_t m_optionalMask = 0;
   std::int32_t m_nOptRecCount = 0;
-  std::vector<RecordMapping> m_optionalMappings;
+  std::vector<RecordMapping> m_extendedMappings;
   std::span<const RecordMapping> m_pMappings;
   /// Tells one batch from the next; raised by each Build and never 0.
   std::uint32_t m_cycle = 0;

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstring>
+#include <functional>
+#include <string_view>
 
 #include "node/ProductRecord.h"
 #include "records/RecordLayouts.h"
@@ -26,6 +28,31 @@ template <FieldMeaning meaning, class Value>
 // clang-format off
 #define END() ; }
 // clang-format on
+#include "records/layout/All.def"
+
+/// A hash that goes on with the value of an identity field.
+template <FieldMeaning meaning, std::size_t N>
+[[nodiscard]] std::size_t HashIfKey(std::size_t hash, const Text<N>& value) {
+  return meaning == FieldMeaning::key ? hash * 31 + std::hash<std::string_view>{}(value.view())
+                                      : hash;
+}
+template <FieldMeaning meaning, class T>
+[[nodiscard]] std::size_t HashIfKey(std::size_t hash, const Packed<T>& value) {
+  if constexpr (meaning == FieldMeaning::key) {
+    return hash * 31 + std::hash<T>{}(value);
+  } else {
+    return hash;
+  }
+}
+
+#define BEGIN(structure, className, name, kind, bytes)                                 \
+  [[nodiscard]] inline std::size_t HashOfKeys([[maybe_unused]] const structure& row) { \
+    std::size_t hash = 0;
+#define FIELD(type, member, label, meaning, ...) \
+  hash = HashIfKey<FieldMeaning::meaning>(hash, row.member);
+#define END()  \
+  return hash; \
+  }
 #include "records/layout/All.def"
 
 /// 1 if the record types are equal and so are the identity fields, where the record has such.

@@ -84,6 +84,8 @@ struct Looks;
 #define share(part, whole) BetweenLooks()
 #define gauge(looks) BetweenLooks()
 #define duration(looks) BetweenLooks()
+#define load(counter) BetweenLooks()
+#define average(sum, count) BetweenLooks()
 // clang-format off
 #define END() }; };
 // clang-format on
@@ -187,10 +189,66 @@ constexpr auto MakeDescriptors() {
 template <class Record>
 constexpr auto kDescriptors = MakeDescriptors<Record>();
 
+/// What a row tells; empty for a record that does not say it.
+template <class Record>
+struct About;
+
+#define BEGIN(structure, className, name, kind, bytes) \
+  template <>                                          \
+  struct About<structure> {                            \
+    static constexpr const char* kSentence = ""
+#define ABOUT(sentence) sentence
+// clang-format off
+#define END() ; };
+// clang-format on
+#include "records/layout/All.def"
+
+/// A column of the tables of who has chosen none.
+struct ShownEntry {
+  std::size_t offset =
+      0;  ///< of the field; 0, the record type's, for the place that none stands at
+  const char* heading = "";
+};
+
+template <class Record>
+struct Shown;
+
+#define BEGIN(structure, className, name, kind, bytes) \
+  template <>                                          \
+  struct Shown<structure> {                            \
+    using Row = structure;                             \
+    static constexpr ShownEntry kEntries[] = { {},
+#define SHOWN(member, heading) {offsetof(Row, member), heading},
+// clang-format off
+#define END() }; };
+// clang-format on
+#include "records/layout/All.def"
+
+template <class Record>
+constexpr auto MakeShownColumns() {
+  std::array<ShownColumn, std::size(Shown<Record>::kEntries) - 1> columns{};
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    const ShownEntry& entry = Shown<Record>::kEntries[i + 1];
+    for (const FieldLayout& field : kFields<Record>) {
+      if (field.offset == entry.offset) {
+        columns[i] = {field.label, entry.heading};
+      }
+    }
+  }
+  return columns;
+}
+
+template <class Record>
+constexpr auto kShownColumns = MakeShownColumns<Record>();
+
 template <class Record, HostProfile profile>
-constexpr RecordLayout kLayout{RecordTraits<Record>::kName, RecordTraits<Record>::kStructure,
-                               RecordTraits<Record>::kCategory, sizeof(Record),
-                               kFields<Record, profile>};
+constexpr RecordLayout kLayout{RecordTraits<Record>::kName,
+                               RecordTraits<Record>::kStructure,
+                               RecordTraits<Record>::kCategory,
+                               sizeof(Record),
+                               kFields<Record, profile>,
+                               About<Record>::kSentence,
+                               kShownColumns<Record>};
 
 }  // namespace
 
@@ -214,5 +272,9 @@ void TouchFieldTables() {
 void PublishLayouts() {
 #define BEGIN(structure, className, name, kind, bytes) \
   LayoutRegistry::Instance().Publish(RecordTraits<structure>::Layout(g_hostProfile));
+#define BEGIN_MODERN(structure, className, name, kind, bytes)                           \
+  if (g_hostProfile == HostProfile::kModern) {                                          \
+    LayoutRegistry::Instance().Publish(RecordTraits<structure>::Layout(g_hostProfile)); \
+  }
 #include "records/layout/All.def"
 }

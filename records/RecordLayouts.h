@@ -62,5 +62,5 @@ template <class Record>
 
 /// Reads a byte of each descriptor table, so that all are in memory before the first request.
 void TouchFieldTables();
-/// Publishes the layout of every record under the profile in force to LayoutRegistry::Instance().
+/// Publishes the layout of every record of the profile in force to LayoutRegistry::Instance().
 void PublishLayouts();

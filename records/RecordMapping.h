@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 
+#include "collect/CategoryFlags.h"
 #include "node/RecordRequest.h"
 #include "support/UtlError.h"
 
@@ -22,7 +23,7 @@ struct RecordMapping {
   std::uint32_t collectionFlags;  ///< the categories of figures that the record needs
   std::uint32_t extraFlags;
   RecordBuilderFunction builder;
-  std::uint32_t modernFlags = 0;  ///< what the profile `modern` collects for it besides
+  CollectionMask modernFlags = 0;  ///< what the profile `modern` collects for it besides
 };
 
 /// A record that a site may switch on by name.
@@ -35,6 +36,8 @@ inline constexpr std::uint32_t kOptionalUFSS = 0x400;
 
 /// The records in force, in search order.
 [[nodiscard]] std::span<const RecordMapping> UnixBaseRecordMappings();
+/// Those that stand behind them under the profile `modern`.
+[[nodiscard]] std::span<const RecordMapping> ModernRecordMappings();
 /// The pool that optional rows are taken from.
 [[nodiscard]] std::span<const RecordMapping> PoolRecordMappings();
 [[nodiscard]] std::span<const OptionalRecord> OptionalRecordTable();
