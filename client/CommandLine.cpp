@@ -29,7 +29,7 @@ void AddChoice(CLI::App* command, CommandLine& line) {
   };
   add("--where", choice.where, "Rows with LABEL=VALUE, or != < <= > >= and ~ for a shell pattern");
   add("--sort", choice.sort, "Sort by LABEL, +LABEL ascending, -LABEL descending");
-  add("--columns", choice.columns, "The columns LABEL,LABEL,... alone, in this order");
+  add("--columns", choice.columns, "The columns LABEL,LABEL,... alone, in this order; * for all");
 }
 
 void AddRowCommands(CLI::App& app, CommandLine& line) {

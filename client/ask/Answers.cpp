@@ -240,6 +240,8 @@ Schema ReadSchema(const Json& answer) {
              Text(schema, "structure"),
              Text(schema, "category"),
              Count(schema, "size"),
+             {},
+             {},
              {}};
   for (const Json& field : Objects(schema, "fields").Elements()) {
     out.fields.push_back({Text(field, "label"), Text(field, "type"), Count(field, "offset"),
@@ -249,6 +251,12 @@ Schema ReadSchema(const Json& answer) {
                           field.Find("two_looks") != nullptr && Flag(field, "two_looks"),
                           field.Find("help") != nullptr ? Text(field, "help") : "",
                           field.Find("source") == nullptr || Flag(field, "source")});
+  }
+  out.about = schema.Find("about") != nullptr ? Text(schema, "about") : "";
+  if (schema.Find("shown") != nullptr) {
+    for (const Json& column : Objects(schema, "shown").Elements()) {
+      out.shown.push_back({Text(column, "label"), Text(column, "heading")});
+    }
   }
   return out;
 }

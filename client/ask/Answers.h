@@ -48,12 +48,20 @@ struct Field {
   bool hasSource = true;
 };
 
+/// A column of the table of who has chosen none.
+struct ShownColumn {
+  std::string label;
+  std::string heading;
+};
+
 struct Schema {
   std::string record;
   std::string structure;
   std::string category;
   std::uint64_t size = 0;
   std::vector<Field> fields;
+  std::string about = {};               ///< what a row tells, empty if the daemon does not say
+  std::vector<ShownColumn> shown = {};  ///< in their order; none for all fields
 };
 
 struct Listing {

@@ -24,6 +24,7 @@ void Choose(ShownRecord& record, const RowChoice& choice) {
     for (Field& field : record.schema.fields) {
       field.group.clear();
     }
+    record.schema.shown.clear();
   }
 }
 

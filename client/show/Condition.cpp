@@ -43,7 +43,7 @@ std::string ShownText(const Json& value, const std::string& label, bool isTime) 
     return value.Text();
   }
   const int decimals = value.IsReal() ? DecimalsOf(value.Number()) : 0;
-  return CellOf(value, {label, "", isTime, false, decimals}).text;
+  return CellOf(value, {label, label, 0, "", isTime, false, decimals}).text;
 }
 
 }  // namespace

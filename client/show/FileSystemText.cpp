@@ -30,21 +30,10 @@ double NumberOf(const Json& row, const char* label) {
   return value.IsNumber() ? value.Number() : std::nan("");
 }
 
+/// As df(1) has it.
 std::string SizeText(double mbytes) {
-  constexpr std::array kUnits{"", "K", "M", "G", "T", "P", "E", "Z", "Y"};
-  constexpr double kStep = 1024;
-  double value = mbytes * kStep * kStep;
-  if (!(value >= 0 && value < std::pow(kStep, kUnits.size()) / 2)) {
-    return "-";
-  }
-  std::size_t unit = 0;
-  while (std::ceil(value) >= kStep) {
-    value /= kStep;
-    ++unit;
-  }
-  const double tenths = std::ceil(value * 10) / 10;
-  const bool isShort = unit == 0 || tenths >= 10;
-  return FixedText(isShort ? std::ceil(value) : tenths, isShort ? 0 : 1) + kUnits[unit];
+  constexpr double kBytesPerMbyte = 1048576;
+  return BytesText(mbytes * kBytesPerMbyte);
 }
 
 std::string PercentText(double used, double available) {

@@ -44,15 +44,14 @@ std::size_t RankOf(const std::string& heading) {
 
 std::vector<Group> GroupsOf(const Json& row, const std::vector<ColumnStyle>& styles) {
   std::vector<Group> groups(1);
-  for (std::size_t i = 0; i < styles.size(); ++i) {
-    const ColumnStyle& style = styles[i];
+  for (const ColumnStyle& style : styles) {
     const auto same = [&](const Group& group) { return group.heading == style.group; };
     auto group = std::find_if(groups.begin(), groups.end(), same);
     if (group == groups.end()) {
       group = groups.insert(groups.end(), Group{style.group, {}});
     }
     group->pairs.push_back(
-        {SafeText(style.label), CellOf(ValueOf(row, i, style.label), style).text});
+        {SafeText(style.label), CellOf(ValueOf(row, style.place, style.label), style).text});
   }
   std::stable_sort(groups.begin(), groups.end(), [](const Group& a, const Group& b) {
     return RankOf(a.heading) < RankOf(b.heading);

@@ -100,15 +100,15 @@ std::string RowsText(const ShownRecord& record, const Screen& screen) {
   std::vector<std::string> headings;
   std::vector<bool> keys;
   for (const ColumnStyle& style : styles) {
-    headings.push_back(SafeText(style.label));
+    headings.push_back(SafeText(style.heading));
     keys.push_back(style.key);
   }
   Table table(std::move(headings), std::move(keys));
   for (const Json& row : record.answer.rows.Elements()) {
     std::vector<Cell> cells;
     cells.reserve(styles.size());
-    for (std::size_t i = 0; i < styles.size(); ++i) {
-      cells.push_back(CellOf(ValueOf(row, i, styles[i].label), styles[i]));
+    for (const ColumnStyle& style : styles) {
+      cells.push_back(CellOf(ValueOf(row, style.place, style.label), style));
     }
     table.AddRow(std::move(cells));
   }
@@ -149,7 +149,8 @@ std::string SchemaText(const Schema& schema, const Screen& screen) {
   const std::string title = SafeText(schema.record) + ": " + SafeText(schema.structure) +
                             ", category " + SafeText(schema.category) + ", " +
                             std::to_string(schema.size) + " bytes";
-  return Emphasize(title, screen) + "\n\n" + table.Text(screen);
+  const std::string about = schema.about.empty() ? "" : SafeText(schema.about) + '\n';
+  return Emphasize(title, screen) + '\n' + about + '\n' + table.Text(screen);
 }
 
 std::string ListingText(const std::vector<Listing>& records, const Screen& screen) {

@@ -56,6 +56,12 @@ RowChoice::SortKey RowChoice::ParseSortKey(std::string_view text, const Schema& 
 }
 
 void RowChoice::ParseColumns(std::string_view text, const Schema& schema) {
+  if (Trimmed(text) == "*") {
+    for (const Field& field : schema.fields) {
+      m_columns.push_back(ColumnOf(field, schema));
+    }
+    return;
+  }
   // A label that holds a comma can be named alone.
   if (const Field* whole = FindField(schema, Trimmed(text)); whole != nullptr) {
     m_columns.push_back(ColumnOf(*whole, schema));

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <ctime>
+#include <string_view>
 #include <utility>
 
 #include "client/ask/Errors.h"
@@ -23,7 +24,62 @@ const Field* FieldOf(const Schema& schema, const std::string& label) {
   return field == schema.fields.end() ? nullptr : &*field;
 }
 
+std::vector<ColumnStyle> StylesOfLabels(const std::vector<std::string>& labels,
+                                        const Schema& schema) {
+  std::vector<ColumnStyle> styles;
+  for (const std::string& label : labels) {
+    const Field* field = FieldOf(schema, label);
+    const bool time = field != nullptr && IsTime(*field);
+    const bool key = field != nullptr && field->meaning == "key";
+    styles.push_back(
+        {label, label, styles.size(), field == nullptr ? "" : field->group, time, key, 0});
+  }
+  return styles;
+}
+
+/// Whether one of the words between blanks and slashes is that one.
+bool HasWord(std::string_view text, std::string_view word) {
+  constexpr std::string_view kBetween = " /";
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find_first_of(kBetween, begin), text.size());
+    if (text.substr(begin, end - begin) == word) {
+      return true;
+    }
+    begin = end + 1;
+  }
+  return false;
+}
+
+std::vector<ColumnStyle> StylesOfShown(const Schema& schema) {
+  std::vector<ColumnStyle> styles;
+  for (const ShownColumn& column : schema.shown) {
+    if (const Field* field = FieldOf(schema, column.label); field != nullptr) {
+      const auto place = static_cast<std::size_t>(field - schema.fields.data());
+      styles.push_back({column.label, column.heading, place, "", IsTime(*field),
+                        field->meaning == "key", 0, HasWord(column.label, "Bytes")});
+    }
+  }
+  return styles;
+}
+
 }  // namespace
+
+std::string BytesText(double bytes) {
+  constexpr std::array kUnits{"", "K", "M", "G", "T", "P", "E", "Z", "Y"};
+  constexpr double kStep = 1024;
+  double value = bytes;
+  if (!(value >= 0 && value < std::pow(kStep, kUnits.size()) / 2)) {
+    return "-";
+  }
+  std::size_t unit = 0;
+  while (std::ceil(value) >= kStep) {
+    value /= kStep;
+    ++unit;
+  }
+  const double tenths = std::ceil(value * 10) / 10;
+  const bool isShort = unit == 0 || tenths >= 10;
+  return FixedText(isShort ? std::ceil(value) : tenths, isShort ? 0 : 1) + kUnits.at(unit);
+}
 
 std::string FixedText(double value, int decimals) {
   std::array<char, 64> text;
@@ -73,19 +129,13 @@ const Json& ValueOf(const Json& row, std::size_t place, const std::string& label
 }
 
 std::vector<ColumnStyle> StylesOf(const Json& rows, const Schema& schema) {
-  std::vector<ColumnStyle> styles;
-  for (std::string& label : LabelsOf(rows)) {
-    const Field* field = FieldOf(schema, label);
-    const bool time = field != nullptr && IsTime(*field);
-    const bool key = field != nullptr && field->meaning == "key";
-    styles.push_back(
-        {std::move(label), field == nullptr ? std::string() : field->group, time, key, 0});
-  }
+  std::vector<ColumnStyle> styles =
+      schema.shown.empty() ? StylesOfLabels(LabelsOf(rows), schema) : StylesOfShown(schema);
   for (const Json& row : rows.Elements()) {
-    for (std::size_t i = 0; i < styles.size(); ++i) {
-      const Json& value = ValueOf(row, i, styles[i].label);
+    for (ColumnStyle& style : styles) {
+      const Json& value = ValueOf(row, style.place, style.label);
       if (value.IsReal()) {
-        styles[i].decimals = std::max(styles[i].decimals, DecimalsOf(value.Number()));
+        style.decimals = std::max(style.decimals, DecimalsOf(value.Number()));
       }
     }
   }
@@ -98,6 +148,9 @@ Cell CellOf(const Json& value, const ColumnStyle& style) {
   }
   if (value.IsString()) {
     return {SafeText(value.Text()), false};
+  }
+  if (style.bytes && value.IsNumber()) {
+    return {BytesText(value.Number()), true};
   }
   if (value.IsWhole() && style.time && (!value.IsUnsigned() || value.Unsigned() <= INT64_MAX)) {
     return {DateText(value.Whole()), false};

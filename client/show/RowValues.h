@@ -16,10 +16,13 @@ inline constexpr double kLargeFloat = 1e15;
 /// How the values of one label are shown.
 struct ColumnStyle {
   std::string label;
-  std::string group;  ///< the heading that it stands under, empty for none
+  std::string heading;    ///< what stands above it
+  std::size_t place = 0;  ///< where the label stands in a row as a rule
+  std::string group;      ///< the heading that it stands under, empty for none
   bool time = false;
   bool key = false;
   int decimals = 0;
+  bool bytes = false;  ///< shown by BytesText
 };
 
 /// The labels of all rows, in the order of their first coming. Throws ClientError for more of them
@@ -29,13 +32,17 @@ struct ColumnStyle {
 /// The value of `label` in `row`, or null; `place` is where it stands as a rule.
 [[nodiscard]] const Json& ValueOf(const Json& row, std::size_t place, const std::string& label);
 
-/// One style for each label, in the order of LabelsOf. A schema without fields is fine.
+/// One style for each column that the schema shows, or else for each label in the order of
+/// LabelsOf. A schema without fields is fine.
 [[nodiscard]] std::vector<ColumnStyle> StylesOf(const Json& rows, const Schema& schema);
 
 /// The value as people read it.
 [[nodiscard]] Cell CellOf(const Json& value, const ColumnStyle& style);
 
 [[nodiscard]] std::string FixedText(double value, int decimals);
+/// Bytes in the unit that leaves few digits, rounded up as df(1) does: "512", "1.5K", "12G"; "-"
+/// for no size.
+[[nodiscard]] std::string BytesText(double bytes);
 /// Decimals of a value up to its last one that is not 0, of kDecimals at most.
 [[nodiscard]] int DecimalsOf(double value);
 /// "2023-11-14 23:13:20" in local time; "-" for 0, the figure itself if there is no such date.

@@ -88,11 +88,22 @@ Json LayoutJson(const RecordLayout& layout) {
     }
     fields.PushBack(std::move(entry));
   }
-  return Json{{"record", layout.name},
+  Json schema{{"record", layout.name},
               {"structure", layout.structure},
               {"category", CategoryText(layout.category)},
               {"size", layout.size},
               {"fields", std::move(fields)}};
+  if (*layout.about != '\0') {
+    schema["about"] = layout.about;
+  }
+  if (!layout.shown.empty()) {
+    Json shown = Json::Array();
+    for (const ShownColumn& column : layout.shown) {
+      shown.PushBack(Json{{"label", column.label}, {"heading", column.heading}});
+    }
+    schema["shown"] = std::move(shown);
+  }
+  return schema;
 }
 
 }  // namespace
