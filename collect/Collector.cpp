@@ -169,11 +169,9 @@ Collector::Collector()
 
 Collector::~Collector() = default;
 
-UtlError* Collector::collect(std::uint32_t flags, int unused) {
-  return collect(CollectionMask{flags}, unused);
-}
+UtlError* Collector::collect(std::uint32_t flags, int) { return collect(CollectionMask{flags}); }
 
-UtlError* Collector::collect(CollectionMask flags, int) {
+UtlError* Collector::collect(CollectionMask flags) {
   return collect(flags, std::span<const char* const>{});
 }
 

@@ -50,7 +50,7 @@ class Collector {
   /// first error ends the run and is returned, owned by the caller. The second argument is unused.
   [[nodiscard]] UtlError* collect(std::uint32_t flags, int unused);
   /// The same with the categories of the profile `modern` besides.
-  [[nodiscard]] UtlError* collect(CollectionMask flags, int unused);
+  [[nodiscard]] UtlError* collect(CollectionMask flags);
   /// The same, with the files that the file-stat category looks at; not kept.
   [[nodiscard]] UtlError* collect(CollectionMask flags, std::span<const char* const> fileStatPaths);
 

@@ -41,6 +41,7 @@ struct RecordLayout {
   const char* about = "";  ///< one sentence: what a row of the record tells
   /// In the order in which they are shown; none for all fields.
   std::span<const ShownColumn> shown = {};
+  bool isModern = false;  ///< published under the host profile `modern` alone
 };
 
 /// A record that can be asked for, with or without a published layout.

@@ -56,7 +56,7 @@ UtlError* RecordBuilder::Init() {
   Trace(30, kInformation, "Initializing accounting system.");
   m_categories = COLLECT_SYSTEM;
   Trace(30, kInformation, "Collecting data for initialization.");
-  if (UtlErrorPtr error{m_pCollector->collect(m_categories, 0)}) {
+  if (UtlErrorPtr error{m_pCollector->collect(m_categories)}) {
     error->LogError(__FILE__, __LINE__);
     Trace(30, kWarning, "Data Collection Failed: %1.", error->GetMessage());
     return error.release();
@@ -208,7 +208,7 @@ void RecordBuilder::CollectSnapshot(bool anyScheduled, UtlErrorPtr& error) {
   const std::time_t start = Os().time(nullptr);
   // On-demand looks must not consume accounting data.
   ProductOptions::Instance().Set("Acct", "UpdatePtr", anyScheduled ? "y" : "n");
-  error.reset(m_pCollector->collect(m_categories, 0));
+  error.reset(m_pCollector->collect(m_categories));
   if (error) {
     error->LogError(__FILE__, __LINE__);
     Trace(30, kInformation, "Data Collection Error: %1.", error->GetMessage());

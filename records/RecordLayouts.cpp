@@ -242,13 +242,10 @@ template <class Record>
 constexpr auto kShownColumns = MakeShownColumns<Record>();
 
 template <class Record, HostProfile profile>
-constexpr RecordLayout kLayout{RecordTraits<Record>::kName,
-                               RecordTraits<Record>::kStructure,
-                               RecordTraits<Record>::kCategory,
-                               sizeof(Record),
-                               kFields<Record, profile>,
-                               About<Record>::kSentence,
-                               kShownColumns<Record>};
+constexpr RecordLayout kLayout{RecordTraits<Record>::kName,     RecordTraits<Record>::kStructure,
+                               RecordTraits<Record>::kCategory, sizeof(Record),
+                               kFields<Record, profile>,        About<Record>::kSentence,
+                               kShownColumns<Record>,           RecordTraits<Record>::kIsModern};
 
 }  // namespace
 
@@ -270,10 +267,8 @@ void TouchFieldTables() {
 }
 
 void PublishLayouts() {
-#define BEGIN(structure, className, name, kind, bytes) \
-  LayoutRegistry::Instance().Publish(RecordTraits<structure>::Layout(g_hostProfile));
-#define BEGIN_MODERN(structure, className, name, kind, bytes)                           \
-  if (g_hostProfile == HostProfile::kModern) {                                          \
+#define BEGIN(structure, className, name, kind, bytes)                                  \
+  if (g_hostProfile == HostProfile::kModern || !RecordTraits<structure>::kIsModern) {   \
     LayoutRegistry::Instance().Publish(RecordTraits<structure>::Layout(g_hostProfile)); \
   }
 #include "records/layout/All.def"

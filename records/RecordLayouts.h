@@ -17,12 +17,13 @@ enum class RecordKind : unsigned char { Interval = '4', Detail = '3', Log = '7' 
 /// - `Layout()`: the layout as it is published under a profile: what has a source differs, and what
 ///   some fields are for
 /// - `Descriptors()`: the descriptor table; numeric fields only, a time value has two rows
+/// - `kIsModern`: whether only the profile `modern` publishes it
 /// - `kKeyFields`: the number of identity fields beyond the record type
 /// The tables are constants and live as long as the process.
 template <class Record>
 struct RecordTraits;
 
-#define BEGIN(structure, className, name, kind, bytes)                                       \
+#define BEGIN_RECORD(structure, className, name, kind, isModern)                             \
   class className;                                                                           \
   template <>                                                                                \
   struct RecordTraits<structure> {                                                           \
@@ -30,15 +31,21 @@ struct RecordTraits;
     static constexpr const char* kName = name;                                               \
     static constexpr const char* kStructure = #structure;                                    \
     static constexpr unsigned char kCategory = static_cast<unsigned char>(RecordKind::kind); \
+    static constexpr bool kIsModern = isModern;                                              \
     static const RecordLayout& Layout(HostProfile profile = HostProfile::kClassic);          \
     static std::span<const FieldDescriptor> Descriptors();                                   \
     static constexpr int kKeyFields = 0
+#define BEGIN(structure, className, name, kind, bytes) \
+  BEGIN_RECORD(structure, className, name, kind, false)
+#define BEGIN_MODERN(structure, className, name, kind, bytes) \
+  BEGIN_RECORD(structure, className, name, kind, true)
 #define FIELD(type, member, label, meaning, ...) \
   +(FieldMeaning::meaning == FieldMeaning::key ? 1 : 0)
 // clang-format off
 #define END() ; };
 // clang-format on
 #include "records/layout/All.def"
+#undef BEGIN_RECORD
 
 /// Calls `visit(label, value, meaning)` for each field in layout order. The value is the member
 /// itself, a Text or a Packed; the label is null for a field that record dumps leave out.

@@ -13,14 +13,17 @@ namespace {
 constexpr std::string_view kProcessNumber = "PID";
 constexpr double kKbyte = 1024;
 constexpr double kMbyte = 1048576;
+constexpr double kBytesOfMbit = 1e6 / 8;
 
-/// A word of a label that is a unit.
+/// A word of a label that is a unit, and the base unit that it becomes.
 struct UnitWord {
   std::string_view word;
   double factor;
+  const char* unit = "bytes";
 };
-constexpr std::array kByteWords{UnitWord{"mbytes", kMbyte}, UnitWord{"kbytes", kKbyte},
-                                UnitWord{"bytes", 1}};
+constexpr std::array kUnitWords{UnitWord{"mbytes", kMbyte}, UnitWord{"kbytes", kKbyte},
+                                UnitWord{"bytes", 1}, UnitWord{"mbits", kBytesOfMbit},
+                                UnitWord{"mhz", 1e6, "hertz"}};
 /// Labels of sizes in bytes that don't say so.
 constexpr std::array<std::string_view, 3> kByteLabels{"Block Size", "Max Transmission Unit",
                                                       "Segment Size"};
@@ -62,9 +65,9 @@ void SetUnit(MetricFamily& family, std::string& name) {
   } else if (std::find(kByteLabels.begin(), kByteLabels.end(), field.label) != kByteLabels.end()) {
     family.unit = "bytes";
   }
-  for (const UnitWord& unit : kByteWords) {
+  for (const UnitWord& unit : kUnitWords) {
     if (TakeWord(name, unit.word) && *family.unit == '\0') {
-      family.unit = "bytes";
+      family.unit = unit.unit;
       family.factor = unit.factor;
     }
   }
@@ -80,11 +83,12 @@ bool IsExposed(const RecordLayout& layout, const FieldLayout& field) {
   }
   switch (field.meaning) {
     case FieldMeaning::counter:
-    case FieldMeaning::gauge:
     case FieldMeaning::time:
       return true;
+    case FieldMeaning::gauge:
+      return !layout.isModern || !field.needsTwoLooks;
     case FieldMeaning::percent:
-      return layout.category != kIntervalCategory;
+      return layout.category != kIntervalCategory || (layout.isModern && !field.needsTwoLooks);
     default:
       return false;
   }

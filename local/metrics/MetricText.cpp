@@ -167,13 +167,18 @@ void MetricText::AddRows(const RecordMetrics& metrics, std::span<const CMBRecord
     return;
   }
   for (const MetricFamily& family : metrics.families) {
+    const std::size_t start = m_text.size();
     Begin(family);
+    const std::size_t samples = m_text.size();
     for (const Row& row : kept) {
       if (family.kind == MetricKind::kInfo) {
         AppendSample(row.labels + ',' + LabelText(metrics.texts, row.bytes), 1);
       } else if (const auto value = NumberOf(*family.field, row.bytes)) {
         AppendSample(row.labels, *value * family.factor / family.divisor);
       }
+    }
+    if (m_text.size() == samples) {
+      m_text.resize(start);  // what this host does not tell is no metric
     }
   }
 }

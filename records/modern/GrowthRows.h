@@ -40,9 +40,6 @@ enum class NewInstance {
   return before != 0 && now > before ? now - before : kNotTold;
 }
 
-/// The figure, or 0 where it is not told.
-[[nodiscard]] inline double OrZero(double figure) { return IsTold(figure) ? figure : 0.0; }
-
 /// `part` / `whole`; kNotTold for a part of nothing.
 [[nodiscard]] inline double Quotient(double part, double whole) {
   return whole > 0 ? part / whole : kNotTold;

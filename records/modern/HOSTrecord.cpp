@@ -4,6 +4,7 @@
 #include "collect/modern/ModernFigures.h"
 #include "records/DetailRows.h"
 #include "records/modern/FigurePairs.h"
+#include "support/NotTold.h"
 #include "support/TraceLog.h"
 
 namespace {
@@ -11,7 +12,6 @@ namespace {
 using HostRecord = recordPD_HOST;
 
 constexpr FigurePair<HostRecord, HostFacts> kHostPairs[] = {
-    {&HostRecord::bootTime, &HostFacts::bootTime},
     {&HostRecord::rebootNeeded, &HostFacts::rebootNeeded},
     {&HostRecord::sockets, &HostFacts::sockets},
     {&HostRecord::cores, &HostFacts::cores},
@@ -40,6 +40,7 @@ HostRecord HostRow(const HostFacts& facts, std::int32_t now) {
   row.container = facts.container;
   row.processor = facts.processorModel;
   row.clockSource = facts.clockSource;
+  row.bootTime = static_cast<std::int32_t>(OrZero(facts.bootTime));
   PutFigures<HostRecord, HostFacts>(row, facts, kHostPairs);
   return row;
 }

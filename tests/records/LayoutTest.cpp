@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -25,9 +26,8 @@ struct GoldenField {
 
 using GoldenTable = std::map<std::string, std::vector<GoldenField>>;  // by structure
 
-GoldenTable ReadGoldenTable() {
-  GoldenTable table;
-  std::ifstream file(QMT_TEST_DIR "/records/records.tsv");
+void ReadGoldenTable(const char* path, GoldenTable& table) {
+  std::ifstream file(path);
   std::string line;
   std::getline(file, line);  // the names of the columns
   while (std::getline(file, line)) {
@@ -41,6 +41,12 @@ GoldenTable ReadGoldenTable() {
                                   std::stoi(cells.at(7)), std::stoi(cells.at(10)), cells.at(8),
                                   cells.at(9)});
   }
+}
+
+GoldenTable ReadGoldenTables() {
+  GoldenTable table;
+  ReadGoldenTable(QMT_TEST_DIR "/records/records.tsv", table);
+  ReadGoldenTable(QMT_TEST_DIR "/records/modern_records.tsv", table);
   return table;
 }
 
@@ -124,7 +130,7 @@ TEST(Layouts, SayWhatEachFieldIsFor) {
 }
 
 TEST(Layouts, AreThoseOfTheGoldenTable) {
-  const GoldenTable golden = ReadGoldenTable();
+  const GoldenTable golden = ReadGoldenTables();
   std::set<std::string> declared;
   for (const DeclaredRecord& record : DeclaredRecords()) {
     SCOPED_TRACE(record.structure);
@@ -178,7 +184,15 @@ TEST(Layouts, NameTheIdentityFields) {
       {"SHMD", "Key;ID;"},
       {"MSQD", "Key;ID;"},
       {"MESS", "Message Text;"},
-      {"APP", "Application Name;"}};
+      {"APP", "Application Name;"},
+      {"PRES", "Resource;"},
+      {"CGRP", "Path;"},
+      {"NETD", "Interface;"},
+      {"DISK", "Device;"},
+      {"CPUX", "Processor;"},
+      {"SENS", "Chip;Sensor;"},
+      {"PDX", "PID;Start Time;"},
+      {"HOST", "Name;"}};
   std::map<std::string, std::string> found;
   for (const DeclaredRecord& record : DeclaredRecords()) {
     for (const FieldLayout& field : record.layout.fields) {
@@ -205,7 +219,17 @@ TEST(Layouts, TellWhatTakesTwoLooks) {
        "Wait Length Time;"},
       {"WGRP", "CPU %;Avg I/O Kbytes;CPU % Copy;"},
       {"PD", "CPU %;CPU % Each;"},
-      {"PDI", "CPU %;CPU % Each;"}};
+      {"PDI", "CPU %;CPU % Each;"},
+      {"PRES", "Some Stalled %;Full Stalled %;"},
+      {"CGRP", "CPU %;All CPUs %;User %;System %;Throttled %;"},
+      {"NETD", "Speed In %;Speed Out %;"},
+      {"SOCK", "Retransmits %;"},
+      {"DISK",
+       "Avg Read Bytes;Avg Read Seconds;Avg Write Bytes;Avg Write Seconds;Avg Discard Bytes;"
+       "Avg Discard Seconds;Avg Flush Seconds;Avg Queue Length;In Use %;"},
+      {"CPUX",
+       "User %;Nice %;System %;Idle %;Wait %;IRQ %;Soft IRQ %;Steal %;Guest %;Guest Nice %;CPU %;"},
+      {"PDX", "Run Delay %;"}};
   std::map<std::string, std::string> found;
   std::map<std::string, std::string> counters;
   for (const DeclaredRecord& record : DeclaredRecords()) {
@@ -231,12 +255,32 @@ TEST(Layouts, TellWhatTakesTwoLooks) {
   EXPECT_EQ(counters.at("NSO RPC Bad Calls/sec"), "RPC Bad Calls");
 }
 
-TEST(Layouts, ArePublishedUnderTheirNames) {
+TEST(Layouts, ArePublishedUnderTheirNamesByTheirProfile) {
   TouchFieldTables();
   PublishLayouts();
   for (const DeclaredRecord& record : DeclaredRecords()) {
     EXPECT_EQ(LayoutRegistry::Instance().Find(record.layout.name, record.layout.category),
-              &record.layout);
+              record.layout.isModern ? nullptr : &record.layout)
+        << record.layout.name;
+  }
+}
+
+TEST(Layouts, SayWhatARowTellsAndShowColumnsOfTheirOwn) {
+  for (const DeclaredRecord& record : DeclaredRecords()) {
+    SCOPED_TRACE(record.structure);
+    const std::string about = record.layout.about;
+    EXPECT_GT(about.size(), 19U);
+    EXPECT_TRUE(about.ends_with('.') && about.find_first_of("\n|\t") == std::string::npos) << about;
+    std::set<std::string> headings;
+    for (const ShownColumn& column : record.layout.shown) {
+      EXPECT_EQ(std::ranges::count_if(record.layout.fields,
+                                      [&](const FieldLayout& field) {
+                                        return field.label == std::string(column.label);
+                                      }),
+                1)
+          << column.heading;
+      EXPECT_TRUE(headings.insert(column.heading).second) << column.heading;
+    }
   }
 }
 
