@@ -10,6 +10,7 @@
 #include "collect/cpu/CPUSourceLINUX.h"
 #include "collect/device/DeviceSourceLINUX.h"
 #include "collect/filesystem/FileSystemSource.h"
+#include "collect/modern/ModernFigures.h"
 #include "collect/modern/cpu/CpuSource.h"
 #include "collect/modern/device/DeviceSource.h"
 #include "collect/modern/filesystem/FileSystemSource.h"
@@ -53,7 +54,7 @@ class CollectorTest : public CollectFixture {
 
 TEST_F(CollectorTest, TheTableHoldsAllCategoriesInTheirOrder) {
   std::string names;
-  std::uint32_t flags = 0;
+  CollectionMask flags = 0;
   for (const Category& category : Categories()) {
     names += std::string(category.name == nullptr ? "-" : category.name) + ",";
     EXPECT_EQ(flags & category.flag, 0U) << category.figure;
@@ -62,8 +63,21 @@ TEST_F(CollectorTest, TheTableHoldsAllCategoriesInTheirOrder) {
   EXPECT_EQ(names,
             "CPU,Process,Protocol,Messages,Device,Semaphore,Shared Memory,IPC,Message Queues,"
             "System,File System,Interface,Quota,Storage,-,NFS Server,NFS Client,UPI,UPIB,UPD,"
-            "UPDB,");
-  EXPECT_EQ(flags, 0x77E8FAD3U);
+            "UPDB,Pressure,Control Group,Link,Socket,Disk,Memory,CPU Time,Sensor,Process Detail,"
+            "Host,");
+  EXPECT_EQ(flags, 0x3FF77E8FAD3U);
+}
+
+TEST_F(CollectorTest, CategoriesOfTheModernProfileAreRunUnderItAlone) {
+  constexpr CollectionMask kAllOfThem = ~CollectionMask{0xFFFFFFFF};
+  for (const HostProfile profile : {HostProfile::kClassic, HostProfile::kModern}) {
+    g_hostProfile = profile;
+    EXPECT_EQ(collector.collect(kAllOfThem | COLLECT_CONTINUE_ON_ERROR), nullptr);
+    g_hostProfile = HostProfile::kClassic;
+    const bool isModern = profile == HostProfile::kModern;
+    EXPECT_EQ(Lines("Start Processing"), isModern ? 10U : 0U);
+    EXPECT_EQ(collector.GetModern()->processes.empty(), !isModern);
+  }
 }
 
 /// Sources made up to now, the one that tells it included.
@@ -106,7 +120,7 @@ TEST_F(CollectorTest, EachProfileTouchesItsOwnSourcesAlone) {
   }
   std::size_t withTwo = 0;
   for (const Category& category : Categories()) {
-    withTwo += category.runModern != nullptr ? 1 : 0;
+    withTwo += category.run != nullptr && category.runModern != nullptr ? 1 : 0;
   }
   EXPECT_EQ(withTwo, ModernMade().size()) << "a source is missing in this test";
 }
