@@ -99,7 +99,8 @@ void AmendGrowth(TimedRow<Record>& row, TimedRow<Record>& raw, const TimedRow<Re
       row.*counter = kNotTold;
     }
   });
-  if (isNew) {
+  // A clock that was set back has no interval.
+  if (isNew || !IsTold(row.seconds)) {
     row.interval = IsTold(row.seconds) ? static_cast<std::uint32_t>(std::lround(row.seconds)) : 0U;
   }
 }

@@ -90,6 +90,8 @@ class DetailReader {
   std::array<char, kRoom> m_text{};
 };
 
+constexpr std::string_view kWaitingStates = "SDITt";
+
 bool DetailReader::Read(Descriptor folder, ProcessDetail& detail) {
   m_folder = std::move(folder);
   if (!TakeStatDetail(ReadFile("stat"), m_bootTime, detail)) {
@@ -100,7 +102,8 @@ bool DetailReader::Read(Descriptor folder, ProcessDetail& detail) {
   detail.openFiles = CountFiles();
   detail.oomScore = ReadNumber("oom_score");
   detail.oomScoreAdjust = ReadNumber("oom_score_adj");
-  if (detail.state == 'S' || detail.state == 'D' || detail.state == 'I') {
+  // One that runs or has ended waits for nothing.
+  if (kWaitingStates.find(detail.state) != std::string_view::npos) {
     detail.blockedIn = WaitChannelOf(ReadFile("wchan"));
   }
   detail.controlGroup = Tidied(ControlGroupOf(ReadFile("cgroup")));

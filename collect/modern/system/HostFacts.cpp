@@ -98,17 +98,26 @@ void TakeTotals(HostFacts& facts) {
   }
 }
 
-void TakeClock(HostFacts& facts) {
+/// What the service manager's own keeper of the clock says: it has a file while it is right.
+double IsKeptRight(const HostFolder& root) {
+  const HostFolder keeper = root.Below("run/systemd/timesync");
+  std::string text;
+  return !keeper.IsOpen() ? kNotTold : keeper.Read("synchronized", text) ? 1 : 0;
+}
+
+/// False if the kernel may not be asked: a service is seldom let to calls that can set the clock.
+bool TakeClock(HostFacts& facts) {
   struct ::timex clock {};
   const int state = Os().adjtimex(&clock);
   if (state < 0) {
-    return;
+    return false;
   }
   const bool isRight = state != TIME_ERROR && (clock.status & STA_UNSYNC) == 0;
   facts.clockSynchronised = isRight ? 1 : 0;
   facts.clockOffsetSeconds =
       static_cast<double>(clock.offset) * ((clock.status & STA_NANO) != 0 ? 1e-9 : 1e-6);
   facts.clockErrorSeconds = static_cast<double>(clock.esterror) * 1e-6;
+  return true;
 }
 
 void TakeBounds(const HostFolder& root, HostFacts& facts) {
@@ -172,8 +181,8 @@ void ReadHostFacts(HostFacts& facts) {
   facts.virtualisation = FindVirtualisation(root, hasHypervisorFlag);
   facts.container = FindContainer(root);
   facts.clockSource = root.Line("sys/devices/system/clocksource/clocksource0/current_clocksource");
-  if (isRunning) {
-    TakeClock(facts);
+  if (!isRunning || !TakeClock(facts)) {
+    facts.clockSynchronised = IsKeptRight(root);
   }
   TakeBounds(root, facts);
   facts.rebootNeeded = NeedsReboot(root, facts);

@@ -29,8 +29,9 @@ struct HostFacts {
   double bootTime = kNotTold;     ///< seconds since 1970, btime of /proc/stat
   std::string clockSource;
 
-  // The next are those of the running kernel; kNotTold of another host root.
-  double clockSynchronised = kNotTold;   ///< 1 or 0
+  // The next are those of the running kernel, where it may be asked.
+  /// 1 or 0; where the kernel may not be asked what systemd-timesyncd says, if it runs.
+  double clockSynchronised = kNotTold;
   double clockOffsetSeconds = kNotTold;  ///< still to be put right, with its sign
   /// As the program that keeps the clock estimates it; the kernel's own 16 where none does.
   double clockErrorSeconds = kNotTold;

@@ -108,8 +108,9 @@ ProcessorCounts CountProcessors(const HostFolder& root) {
     cores += FirstOfList(folder.Line(name.data())) == static_cast<double>(cpu) ? 1 : 0;
   }
   if (!packages.empty()) {
-    std::ranges::sort(packages);
-    counts.sockets = static_cast<double>(std::ranges::unique(packages).begin() - packages.begin());
+    std::sort(packages.begin(), packages.end());
+    counts.sockets =
+        static_cast<double>(std::unique(packages.begin(), packages.end()) - packages.begin());
   }
   counts.cores = cores > 0 ? cores : kNotTold;
   return counts;

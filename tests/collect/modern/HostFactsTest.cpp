@@ -122,7 +122,15 @@ TEST_F(HostFactsTest, TellsTheClockOfTheRunningKernelAlone) {
   Os().adjtimex = [](struct ::timex*) { return TIME_ERROR; };
   EXPECT_EQ(Read().clockSynchronised, 0);
   Os().adjtimex = [](struct ::timex*) { return -1; };
+  EXPECT_FALSE(IsTold(Read().clockOffsetSeconds));
+}
+
+TEST_F(HostFactsTest, AsksTheKeeperOfTheClockWhereTheKernelMayNotBeAsked) {
   EXPECT_FALSE(IsTold(Read().clockSynchronised));
+  std::filesystem::create_directories(m_host.Path("/run/systemd/timesync"));
+  EXPECT_EQ(Read().clockSynchronised, 0);
+  m_host.Write("/run/systemd/timesync/synchronized", "");
+  EXPECT_EQ(Read().clockSynchronised, 1);
 }
 
 TEST_F(HostFactsTest, NamesOfDistributionsAreUnquotedAsAShellDoes) {

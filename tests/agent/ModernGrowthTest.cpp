@@ -1,0 +1,393 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <ctime>
+#include <limits>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "collect/Collector.h"
+#include "collect/modern/ModernFigures.h"
+#include "records/RecordBuilder.h"
+#include "records/RecordLayouts.h"
+#include "support/HostProfile.h"
+#include "support/OsCalls.h"
+#include "tests/agent/RecordRows.h"
+#include "tests/scripted/Batch.h"
+#include "tests/scripted/ScriptedNode.h"
+
+namespace {
+
+constexpr tagPQLAUI kIntervals{.realtime = 0, .calcRates = 1};
+constexpr tagPQLAUI kLooks{.realtime = 1, .calcRates = 0};
+
+/// An instance and what its counter stands at.
+struct Instance {
+  std::string name;
+  double count;
+};
+using Instances = std::vector<Instance>;
+
+/// Puts an instance into a table of figures as a collection would.
+template <class Figures>
+void Put(std::vector<Figures>& table, std::string Figures::*name, const Instance& instance,
+         double& (*counter)(Figures&)) {
+  Figures& figures = table.emplace_back();
+  figures.*name = instance.name;
+  counter(figures) = instance.count;
+}
+
+/// A record of many rows, by one of its counters and what is made of its growth.
+struct CountedRecord {
+  const char* name;
+  unsigned char category;
+  UtlError* (RecordBuilder::*build)(CMBRecordRequestEvent*, CMBRecordRequest*);
+  const char* key;
+  const char* counter;
+  const char* rate;
+  double rateOfOne;  ///< what the rate is for a growth of 1 in a second
+  bool newCountsAll;
+  void (*put)(ModernFigures&, const Instance&);
+};
+
+const CountedRecord kGroups{"CGRP",
+                            '4',
+                            &RecordBuilder::Build_CGRP,
+                            "Path",
+                            "CPU Seconds",
+                            "CPU %",
+                            100,
+                            true,
+                            [](ModernFigures& all, const Instance& one) {
+                              Put<ControlGroup>(
+                                  all.groups, &ControlGroup::path, one,
+                                  [](auto& group) -> auto& { return group.cpu.totalSeconds; });
+                            }};
+const CountedRecord kLinks{"NETD",
+                           '4',
+                           &RecordBuilder::Build_NETD,
+                           "Interface",
+                           "Bytes In",
+                           "Bytes In/sec",
+                           1,
+                           true,
+                           [](ModernFigures& all, const Instance& one) {
+                             Put<LinkFigures>(
+                                 all.links, &LinkFigures::name, one,
+                                 [](auto& link) -> auto& { return link.bytesIn; });
+                           }};
+const CountedRecord kDisks{"DISK",
+                           '4',
+                           &RecordBuilder::Build_DISK,
+                           "Device",
+                           "Reads",
+                           "Reads/sec",
+                           1,
+                           true,
+                           [](ModernFigures& all, const Instance& one) {
+                             Put<DiskFigures>(
+                                 all.disks, &DiskFigures::name, one,
+                                 [](auto& disk) -> auto& { return disk.reads; });
+                           }};
+const CountedRecord kPressure{"PRES",
+                              '4',
+                              &RecordBuilder::Build_PRES,
+                              "Resource",
+                              "Some Stalled Seconds",
+                              "Some Stalled %",
+                              100,
+                              false,
+                              [](ModernFigures& all, const Instance& one) {
+                                Put<PressureFigures>(
+                                    all.pressure, &PressureFigures::resource, one, [
+                                    ](auto& row) -> auto& { return row.text.some.stalledSeconds; });
+                              }};
+/// Percentages of processors are of their own time.
+const CountedRecord kCpus{"CPUX",
+                          '4',
+                          &RecordBuilder::Build_CPUX,
+                          "Processor",
+                          "User Seconds",
+                          "User %",
+                          0,
+                          false,
+                          [](ModernFigures& all, const Instance& one) {
+                            Put<CpuTimeFigures>(
+                                all.cpuTimes, &CpuTimeFigures::name, one,
+                                [](auto& cpu) -> auto& { return cpu.user; });
+                          }};
+const CountedRecord kProcesses{"PDX",
+                               '3',
+                               &RecordBuilder::BuildPD_PDX,
+                               "Name",
+                               "Run Delay Seconds",
+                               "Run Delay %",
+                               100,
+                               false,
+                               [](ModernFigures& all, const Instance& one) {
+                                 Put<ProcessDetail>(
+                                     all.processes, &ProcessDetail::name, one,
+                                     [](auto& row) -> auto& { return row.runDelaySeconds; });
+                                 all.processes.back().pid = std::stoi(one.name);
+                               }};
+
+std::string PrintedName(const ::testing::TestParamInfo<CountedRecord>& info) {
+  return info.param.name;
+}
+
+/// A collector that a test fills, its builders, and a clock.
+class ModernGrowthTest : public ::testing::TestWithParam<CountedRecord> {
+ protected:
+  void SetUp() override {
+    ScriptedNode::Reset();
+    g_hostProfile = HostProfile::kModern;
+    PublishLayouts();
+    SetClock(1000);
+    Os().time = [](std::time_t*) { return s_now; };
+    Os().gettimeofday = [](timeval* now) {
+      *now = s_exact;
+      return 0;
+    };
+    Os().get_nprocs = [] { return 2; };
+  }
+  void TearDown() override {
+    Os() = m_realCalls;
+    g_hostProfile = HostProfile::kClassic;
+  }
+
+  static void SetClock(std::time_t now, suseconds_t microseconds = 0) {
+    s_now = now;
+    s_exact = {now, microseconds};
+  }
+  void Collect(const CountedRecord& record, const Instances& instances) {
+    *m_collector.GetModern() = {};
+    for (const Instance& instance : instances) {
+      record.put(*m_collector.GetModern(), instance);
+    }
+  }
+  /// Asks anew; the answer before is what the node hands back.
+  const std::list<CMBRecord*>& Ask(const CountedRecord& record, Asker& asker) {
+    asker.NextAnswer();
+    EXPECT_EQ((m_builder.*record.build)(&asker.event, &asker.request), nullptr);
+    return asker.event.m_records;
+  }
+  /// A growth and its rate, in so many seconds.
+  static std::string Grown(const CountedRecord& record, const std::string& growth, double seconds) {
+    const bool isTold = growth != "-" && seconds > 0;
+    const double rate = isTold ? record.rateOfOne * std::stod(growth) / seconds : kNotTold;
+    return growth + ' ' + FigureText(rate, FieldType::kFloat);
+  }
+
+  inline static std::time_t s_now = 0;
+  inline static timeval s_exact{};
+  const OsCalls m_realCalls = Os();
+  Collector m_collector;
+  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
+};
+
+using GrowthOfInstancesTest = ModernGrowthTest;
+
+TEST_P(GrowthOfInstancesTest, FollowsWhatComesGoesFallsAndIsNotTold) {
+  const CountedRecord& record = GetParam();
+  struct Row {
+    const char* name;
+    const char* growth;
+    double seconds;
+  };
+  // What a row counts that its record can only tell if it begins at 0.
+  const auto ifAll = [&](const char* growth) { return record.newCountsAll ? growth : "-"; };
+  const struct {
+    const char* what;
+    Instances instances;
+    std::vector<Row> rows;
+  } intervals[] = {
+      {"the first", {{"a", 1000}}, {}},
+      {"a new one", {{"a", 1002}, {"b", 7}}, {{"a", "2", 10}, {"b", ifAll("7"), 10}}},
+      {"gone; fallen", {{"a", 3}}, {{"a", "0", 10}}},
+      {"back; no figure",
+       {{"a", kNotTold}, {"b", 9}},
+       {{"a", "-", 10}, {"b", record.newCountsAll ? "9" : "2", record.newCountsAll ? 10.0 : 20.0}}},
+      {"told again", {{"a", 500}, {"b", 10}}, {{"a", "-", 10}, {"b", "1", 10}}},
+      {"no row at all", {}, {}},
+      {"after that", {{"a", 504}, {"b", 10}}, {{"a", "4", 20}, {"b", "0", 20}}},
+  };
+  Asker asker(record.name, record.category, kIntervals);
+  for (const auto& interval : intervals) {
+    SCOPED_TRACE(interval.what);
+    Collect(record, interval.instances);
+    const auto& records = Ask(record, asker);
+    ASSERT_EQ(records.size(), interval.rows.size());
+    auto built = records.begin();
+    for (const Row& row : interval.rows) {
+      EXPECT_EQ(FieldText(**built, record.key), row.name);
+      EXPECT_EQ(FieldText(**built, record.counter), row.growth) << row.name;
+      EXPECT_EQ(FieldText(**built, "Interval"), FigureText(row.seconds, FieldType::kDouble));
+      if (record.rateOfOne != 0) {
+        EXPECT_EQ(FieldText(**built, record.counter) + ' ' + FieldText(**built, record.rate),
+                  Grown(record, row.growth, row.seconds))
+            << row.name;
+      } else {
+        const bool hasTime = std::atof(row.growth) > 0;
+        EXPECT_EQ(FieldText(**built, record.rate), hasTime ? "100" : "-") << row.name;
+      }
+      ++built;
+    }
+    SetClock(s_now + 10);
+  }
+}
+INSTANTIATE_TEST_SUITE_P(Each, GrowthOfInstancesTest,
+                         ::testing::Values(kGroups, kLinks, kDisks, kPressure, kCpus), PrintedName);
+
+TEST_F(ModernGrowthTest, WhatIsNewCountsNothingUntilRowsHaveBeenBuiltByTheSchedule) {
+  for (const CountedRecord& record : {kGroups, kLinks, kDisks}) {
+    SCOPED_TRACE(record.name);
+    Asker asker(record.name, '4', kIntervals);
+    Asker look(record.name, '4', kLooks);
+    Collect(record, {});
+    (void)Ask(record, asker);
+    Collect(record, {{"a", 5}});
+    (void)Ask(record, look);
+    EXPECT_EQ(Ask(record, look).size(), 1U);
+    SetClock(s_now + 10);
+    const auto& records = Ask(record, asker);
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(FieldText(*records.front(), record.counter), "-");
+    EXPECT_EQ(FieldText(*records.front(), record.rate), "-");
+    EXPECT_EQ(FieldText(*records.front(), "Interval"), "0");
+  }
+}
+
+TEST_F(ModernGrowthTest, ALookAtSomethingNewTellsNoRate) {
+  Asker look("NETD", '4', kLooks);
+  Collect(kLinks, {{"a", 1000}, {"c", 50}});
+  (void)Ask(kLinks, look);
+  SetClock(s_now + 10);
+  Collect(kLinks, {{"a", 1020}, {"b", 30}, {"c", 40}});
+  std::string text;
+  for (const CMBRecord* record : Ask(kLinks, look)) {
+    text += FieldText(*record, "Bytes In") + ' ' + FieldText(*record, "Bytes In/sec") + ' ' +
+            FieldText(*record, "Speed In %") + "; ";
+  }
+  EXPECT_EQ(text, "1020 2 -; 30 - -; 40 0 -; ");
+}
+
+TEST_F(ModernGrowthTest, RatesGoByTheClockWithItsFraction) {
+  const struct {
+    const char* what;
+    std::time_t now;
+    timeval exact;
+    const char* rate;  ///< of 42 reads since 1000.25
+    const char* interval;
+  } cases[] = {
+      {"10.5 seconds", 1010, {1010, 750'000}, "4", "10"},
+      {"a half", 1000, {1000, 750'000}, "84", "0"},
+      {"the coarse clock lags behind", 1010, {1011, 0}, "3.90698", "10"},
+      {"the two clocks differ", 1010, {1012, 0}, "4.30769", "10"},
+      {"nothing", 1000, {1000, 250'000}, "-", "0"},
+      {"set back", 990, {990, 750'000}, "-", "0"},
+  };
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.what);
+    Asker interval("DISK", '4', kIntervals);
+    Asker look("DISK", '4', kLooks);
+    RecordBuilder builder{nullptr, &m_collector, "pipe"};
+    SetClock(1000, 250'000);
+    Collect(kDisks, {{"sda", 100}});
+    (void)builder.Build_DISK(&interval.event, &interval.request);
+    (void)builder.Build_DISK(&look.event, &look.request);
+    look.NextAnswer();
+    s_now = one.now;
+    s_exact = one.exact;
+    Collect(kDisks, {{"sda", 142}});
+    (void)builder.Build_DISK(&interval.event, &interval.request);
+    (void)builder.Build_DISK(&look.event, &look.request);
+    for (const Asker* asker : {&interval, &look}) {
+      ASSERT_EQ(asker->event.m_records.size(), 1U);
+      EXPECT_EQ(FieldText(*asker->event.m_records.front(), "Reads/sec"), one.rate);
+    }
+    const CMBRecord& row = *interval.event.m_records.front();
+    EXPECT_EQ(FieldText(row, "Reads"), "42");
+    EXPECT_EQ(FieldText(row, "Interval"), one.interval);
+  }
+}
+
+TEST_F(ModernGrowthTest, RunDelaysAreOfOneProcessAndOneRequest) {
+  Asker asker("PDX", '3', kLooks);
+  Asker other("PDX", '3', kLooks);
+  const auto delay = [&](Asker& who) {
+    return FieldText(*Ask(kProcesses, who).front(), "Run Delay %");
+  };
+  const struct {
+    std::time_t now;
+    double seconds;
+    std::uint64_t startTicks;
+    const char* percent;
+  } looks[] = {{1000, 5, 77, "-"},   {1010, 6, 77, "10"}, {1020, 5.5, 77, "0"},
+               {1030, 7, 78, "-"},   {1040, 8, 78, "10"}, {1050, kNotTold, 78, "-"},
+               {1060, 9, 78, "-"},   {1050, 10, 78, "-"}, {1060, 10.5, 78, "5"},
+               {1060, 10.5, 78, "-"}};
+  for (const auto& look : looks) {
+    SCOPED_TRACE(&look - looks);
+    SetClock(look.now);
+    Collect(kProcesses, {{"12", look.seconds}});
+    m_collector.GetModern()->processes.front().startTicks = look.startTicks;
+    EXPECT_EQ(delay(asker), look.percent);
+  }
+  EXPECT_EQ(delay(other), "-");
+}
+
+TEST_F(ModernGrowthTest, OfALongPathTheEndIsKept) {
+  const std::string end(508, 'e');
+  Collect(kGroups, {{std::string(511, 'p'), 1}, {"/begin" + end, 1}});
+  Asker look("CGRP", '4', kLooks);
+  const auto& records = Ask(kGroups, look);
+  ASSERT_EQ(records.size(), 2U);
+  EXPECT_EQ(FieldText(*records.front(), "Path"), std::string(511, 'p'));
+  EXPECT_EQ(FieldText(*records.back(), "Path"), "..." + end);
+}
+
+using CostOfRowsTest = ModernGrowthTest;
+
+// Rows come back in the opposite order, so that none stands where a search would begin.
+TEST_P(CostOfRowsTest, GrowsWithTheNumberOfRows) {
+  const CountedRecord& record = GetParam();
+  const auto cost = [&](int count) {
+    Instances instances;
+    for (int number = 0; number < count; ++number) {
+      instances.push_back({std::to_string(number), 10.0 + number});
+    }
+    Asker asker(record.name, record.category, kIntervals);
+    Asker look(record.name, record.category, kLooks);
+    RecordBuilder builder{nullptr, &m_collector, "pipe"};
+    std::clock_t spent = 0;
+    for (int time = 0; time < 2; ++time) {
+      SetClock(s_now + 10);
+      Collect(record, instances);
+      for (Asker* const one : {&asker, &look}) {
+        one->NextAnswer();
+        const std::clock_t start = std::clock();
+        (void)(builder.*record.build)(&one->event, &one->request);
+        spent += std::clock() - start;
+        EXPECT_EQ(one->event.m_records.size(),
+                  one == &look || time > 0 ? static_cast<std::size_t>(count) : 0U);
+      }
+      std::reverse(instances.begin(), instances.end());
+    }
+    EXPECT_EQ(FieldText(*look.event.m_records.back(), record.rate), record.rateOfOne ? "0" : "-");
+    return static_cast<double>(spent);
+  };
+  constexpr int kMany = 10'000;
+  double few = std::numeric_limits<double>::max();
+  double many = few;
+  for (int time = 0; time < 3; ++time) {
+    few = std::min(few, cost(kMany / 10));
+    many = std::min(many, cost(kMany));
+  }
+  // Ten times the rows no longer fit into the caches; searches would make it a hundred times.
+  EXPECT_LT(many, 50 * few) << "seconds: " << many / CLOCKS_PER_SEC;
+}
+INSTANTIATE_TEST_SUITE_P(Each, CostOfRowsTest, ::testing::Values(kGroups, kLinks, kDisks, kCpus),
+                         PrintedName);
+
+}  // namespace
