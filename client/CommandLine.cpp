@@ -133,6 +133,24 @@ void AddTop(CLI::App& app, CommandLine& line) {
   top->callback([&] { line.run = [&] { return RunTop(line.common, line.top); }; });
 }
 
+void AddControlGroups(CLI::App& app, CommandLine& line) {
+  CLI::App* groups = app.add_subcommand("cgroups", "Show the tree of control groups");
+  groups->add_option("PATH", line.groups.path, "A group to show with those below it, else all");
+  groups
+      ->add_option("--sort", line.groups.sort,
+                   "The order within each group: cpu, memory (if not given), io, processes, or "
+                   "LABEL as in get")
+      ->allow_extra_args(false)
+      ->option_text("FIELD");
+  groups->add_option("--depth", line.groups.levels, "Levels to show below the group, 0 for none")
+      ->check(CLI::NonNegativeNumber.description(""))
+      ->option_text("N");
+  groups->add_option("--over", line.groups.overSeconds, "Seconds from look to look, 1 if not given")
+      ->option_text("S");
+  groups->add_flag("--json", line.groups.json, "Print JSON");
+  groups->callback([&] { line.run = [&] { return RunControlGroups(line.common, line.groups); }; });
+}
+
 void AddOtherCommands(CLI::App& app, CommandLine& line) {
   CLI::App* records = app.add_subcommand("records", "List the records of the daemon");
   AddJson(records, line);
@@ -211,6 +229,7 @@ void BuildCommands(CLI::App& app, CommandLine& line) {
   AddHistory(app, line);
   AddWatch(app, line);
   AddTop(app, line);
+  AddControlGroups(app, line);
   AddOtherCommands(app, line);
   AddChangingCommands(app, line);
   AddHiddenCommands(app, line);

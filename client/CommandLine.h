@@ -8,6 +8,7 @@
 
 #include "client/commands/Applications.h"
 #include "client/commands/Commands.h"
+#include "client/commands/ControlGroups.h"
 #include "client/commands/Explain.h"
 #include "client/commands/History.h"
 #include "client/commands/Top.h"
@@ -29,6 +30,7 @@ struct CommandLine {
   double overSeconds = 1;
   WatchOptions watch;
   TopOptions top;
+  ControlGroupOptions groups;
   CheckOptions check;
   ExplainOptions explain;
   HistoryOptions history;

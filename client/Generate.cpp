@@ -60,7 +60,8 @@ int RunCompleteLabels(const CommonOptions& common, const std::vector<std::string
     for (const Listing& listing : ReadListing(connection.Ask({{"op", "records"}}))) {
       const RecordName name{listing.record, listing.category};
       const bool isMeant = std::any_of(words.begin(), words.end(), [&](const std::string& word) {
-        return word == name.name || word == name.Text();
+        return word == name.name || word == name.Text() ||
+               (word == "cgroups" && name.name == "CGRP");
       });
       if (isMeant && listing.served) {
         for (const Field& field : ReadSchema(connection.Ask(SchemaRequest(name))).fields) {

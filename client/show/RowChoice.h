@@ -27,6 +27,9 @@ class RowChoice {
   /// one without the value comes last.
   void Apply(Json& rows) const;
 
+  /// Whether one of two rows is sorted before the other.
+  [[nodiscard]] bool ComesBefore(const Json& a, const Json& b) const;
+
   /// Whether columns were chosen, which then stand in the order wanted.
   [[nodiscard]] bool HasColumns() const { return !m_columns.empty(); }
 
@@ -43,7 +46,6 @@ class RowChoice {
   static Column ColumnOf(const Field& field, const Schema& schema);
   static SortKey ParseSortKey(std::string_view text, const Schema& schema);
   void ParseColumns(std::string_view text, const Schema& schema);
-  [[nodiscard]] bool ComesBefore(const Json& a, const Json& b) const;
   [[nodiscard]] Json Narrowed(const Json& row) const;
 
   std::vector<Condition> m_where;
