@@ -69,13 +69,14 @@ class Process:
 class Agent(Process):
     """The daemon below a product root of its own, with a free port for its metrics."""
 
-    def __init__(self, build, folder, profile="classic", schedule=""):
+    def __init__(self, build, folder, profile="classic", schedule="", node=""):
         self.build = build
         self.home = folder / "opt/qmtrx/mond/agent"
         (self.home / "log").mkdir(parents=True)
         (self.home / "wgfile").write_text("workgroup = root\nusers = root\n")
         (self.home / "qmtagt.ini").write_text(
-            f"[Node]\nHttp Listen = 127.0.0.1:0\n[Host]\nProfile = {profile}\n[Schedule]\n{schedule}")
+            f"[Node]\nHttp Listen = 127.0.0.1:0\n{node}\n[Host]\nProfile = {profile}\n"
+            f"[Schedule]\n{schedule}")
         for helper in ("qmt_hostutil", "qmt_ufss"):
             (self.home / helper).symlink_to(build / "helpers" / helper)
         super().__init__([build / "agent/qmtdmon"], self.home, QMT_PRODUCT_ROOT=str(folder))
