@@ -86,9 +86,9 @@ Finding CheckOptionalRecords(const std::string& path) {
 /// Has the node know every record that a site may switch on.
 void PublishAllRecords() {
   std::vector<RecordListing> listing;
-  for (const auto rows : {UnixBaseRecordMappings(), PoolRecordMappings()}) {
+  for (const auto rows : {UnixBaseRecordMappings(), PoolRecordMappings(), ModernRecordMappings()}) {
     for (const RecordMapping& row : rows) {
-      listing.push_back({row.name, static_cast<unsigned char>(row.category), true});
+      listing.push_back({row.name, static_cast<unsigned char>(row.category), true, {}});
     }
   }
   PublishLayouts();

@@ -20,6 +20,9 @@ inline constexpr const char* kGuardModeLabel = "Guard Mode";
 /// What the agent makes of the host's files; not in the tree, and not written back either.
 inline constexpr const char* kHostSection = "Host";
 inline constexpr const char* kProfileLabel = "Profile";
+/// Levels of control groups that are rows; beyond 64 none are looked at.
+inline constexpr const char* kGroupDepthLabel = "Control Group Depth";
+inline constexpr long kMostGroupDepth = 64;
 
 /// Of the node's section this one alone is the agent's: seconds, 0 for no limit.
 inline constexpr const char* kNodeSection = "Node";

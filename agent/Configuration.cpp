@@ -16,6 +16,7 @@ namespace {
 constexpr int kOptionFailed = -61;
 /// Seconds, unless the site sets another limit.
 constexpr long kModernMountTimeout = 2;
+constexpr long kUsualGroupDepth = 3;
 constexpr long kLongestMountTimeout = 3600;
 
 }  // namespace
@@ -103,6 +104,7 @@ int UnixAgent::ReadConfiguration() {
   PublishConfiguration();
   ChooseHostProfile(*GetIniFile());
   PublishMountTimeout();
+  PublishGroupDepth();
   PublishGuardMode();
   return 0;
 }
@@ -112,6 +114,16 @@ void UnixAgent::PublishGuardMode() {
   GetIniFile()->ReadString(mode.data(), static_cast<int>(mode.size()), kGuardModeLabel,
                            kAgentSection, nullptr, nullptr, 0);
   ProductOptions::Instance().Set("User", "GuardMode", mode.data());
+}
+
+void UnixAgent::PublishGroupDepth() {
+  long depth = kUsualGroupDepth;
+  GetIniFile()->ReadLong(&depth, kGroupDepthLabel, kHostSection, nullptr, nullptr);
+  // The check of the settings tells of one that is out of range.
+  if (depth < 0 || depth > kMostGroupDepth) {
+    depth = kUsualGroupDepth;
+  }
+  ProductOptions::Instance().Set(kHostSection, kGroupDepthLabel, std::to_string(depth).c_str());
 }
 
 void UnixAgent::PublishMountTimeout() {

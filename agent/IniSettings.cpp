@@ -76,6 +76,16 @@ std::string CountProblem(const IniSetting& setting) {
                    std::to_string(kDefaultDataMaxCount);
 }
 
+std::string DepthProblem(const std::string& value) {
+  long depth = 0;
+  const auto [end, status] = std::from_chars(value.data(), value.data() + value.size(), depth);
+  const bool isWhole = status == std::errc{} && end == value.data() + value.size();
+  return isWhole && depth >= 0 && depth <= kMostGroupDepth
+             ? ""
+             : Quoted(value) + " is no whole number from 0 to " + std::to_string(kMostGroupDepth) +
+                   ", so the default holds";
+}
+
 std::string AgentProblem(const IniSetting& setting) {
   if (IsSame(setting.key, kDataMaxCountLabel)) {
     return CountProblem(setting);
@@ -101,7 +111,8 @@ std::string Problem(const IniSetting& setting) {
     return ProfileProblem(setting.value);
   }
   if (IsSame(setting.section, kHostSection) && setting.subSection.empty()) {
-    return UnknownKey(setting);
+    return IsSame(setting.key, kGroupDepthLabel) ? DepthProblem(setting.value)
+                                                 : UnknownKey(setting);
   }
   for (const RecordSection& record : kRecordSections) {
     if (IsSame(setting.section, record.section) &&

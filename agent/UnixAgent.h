@@ -108,6 +108,7 @@ class UnixAgent : public CMBAgent,
   [[nodiscard]] bool WriteOption(const char* label, const std::string& value);
   void PublishConfiguration() const;
   void PublishMountTimeout();
+  void PublishGroupDepth();
   void PublishGuardMode();
   /// Whether the record of the daily scan of the file systems is switched on.
   [[nodiscard]] bool HasUFSS() const {

@@ -14,7 +14,7 @@ struct NodeSettings {
   HistorySettings history;
   std::string httpListen = "127.0.0.1:9964";  ///< empty: no HTTP
   std::optional<std::vector<std::string>>
-      httpRecords;                     ///< those of the default schedule and APP if not set
+      httpRecords;                     ///< see docs/metrics.md for the default
   std::vector<std::string> httpHosts;  ///< names, besides the host's own, that requests may be for
   std::size_t httpRecordsLine = 0;     ///< where the file sets them
 };

@@ -49,3 +49,8 @@ const RecordListing* LayoutRegistry::FindListing(std::string_view name,
   }
   return nullptr;
 }
+
+bool LayoutRegistry::IsIdle(std::string_view name) const {
+  const RecordListing* const listing = FindListing(name);
+  return listing != nullptr && listing->isIdle && listing->isIdle();
+}

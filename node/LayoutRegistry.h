@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -49,6 +50,9 @@ struct RecordListing {
   const char* name;
   unsigned char category;
   bool served;
+  /// True while it has nothing to tell, so that whoever asks for it unbidden need not; none for
+  /// never. Whoever publishes it outlives the last question.
+  std::function<bool()> isIdle = {};
 };
 
 /// "char[40]", "ulong", "utime" and so on; the width matters for texts only.
@@ -70,6 +74,8 @@ class LayoutRegistry {
   [[nodiscard]] const RecordLayout* Find(std::string_view name, unsigned char category = 0) const;
   [[nodiscard]] const RecordListing* FindListing(std::string_view name,
                                                  unsigned char category = 0) const;
+  /// Whether a record of the list has nothing to tell now.
+  [[nodiscard]] bool IsIdle(std::string_view name) const;
   [[nodiscard]] const std::vector<const RecordLayout*>& Layouts() const { return m_layouts; }
   [[nodiscard]] const std::vector<RecordListing>& Listing() const { return m_listing; }
 

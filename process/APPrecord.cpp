@@ -122,11 +122,15 @@ UtlError* ReportNothingToWatch() {
 
 }  // namespace
 
+bool RecordBuilder::HasApplications() const {
+  return m_pApplications != nullptr && m_pApplications->GetCount() != 0;
+}
+
 UtlError* RecordBuilder::BuildPD_APP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_APP", AddressOf(pEvent), AddressOf(pRequest));
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   int count = 0;
-  if (m_pApplications == nullptr || m_pApplications->GetCount() == 0) {
+  if (!HasApplications()) {
     if (UtlErrorPtr error{ReportNothingToWatch()}) {
       TraceExit("RecordBuilder::BuildPD_APP", 1);
       return error.release();

@@ -129,7 +129,10 @@ void RecordBuilder::AppendOptionalRows() {
 void RecordBuilder::PublishListing() const {
   std::vector<RecordListing> listing;
   for (const RecordMapping& row : m_pMappings) {
-    listing.push_back({row.name, static_cast<unsigned char>(row.category), true});
+    listing.push_back({row.name, static_cast<unsigned char>(row.category), true, {}});
+    if (row.builder == &RecordBuilder::BuildPD_APP && m_pApplications != nullptr) {
+      listing.back().isIdle = [this] { return !HasApplications(); };
+    }
   }
   for (const RecordLayout* layout : LayoutRegistry::Instance().Layouts()) {
     const bool listed =
@@ -137,7 +140,7 @@ void RecordBuilder::PublishListing() const {
           return row.category == layout->category && std::strcmp(row.name, layout->name) == 0;
         });
     if (!listed) {
-      listing.push_back({layout->name, layout->category, false});
+      listing.push_back({layout->name, layout->category, false, {}});
     }
   }
   LayoutRegistry::Instance().PublishListing(std::move(listing));

@@ -142,6 +142,8 @@ class RecordBuilder {
   void AddOptionalRecords();
   void AppendOptionalRows();
   void PublishListing() const;
+  /// Whether APP has applications to tell of.
+  [[nodiscard]] bool HasApplications() const;
   /// Reads the workgroup file; if that fails the records of workgroups stay empty.
   void InitWorkgroups();
   /// Queues what can be served; returns whether one of the events is a scheduled one.

@@ -1,10 +1,13 @@
 #include "local/control/ScheduleQueries.h"
 
+#include <array>
 #include <optional>
 #include <utility>
 
 #include "json/JsonText.h"
 #include "local/schedule/BatchDesk.h"
+#include "node/LayoutRegistry.h"
+#include "support/HostProfile.h"
 
 namespace {
 
@@ -47,11 +50,30 @@ bool IsServed(const ControlRequest& request, const std::string& record) {
 }  // namespace
 
 std::vector<ScheduleLine> DefaultSchedule() {
+  struct Row {
+    const char* record;
+    const char* seconds;
+    bool isClassic;
+    bool isModern;
+  };
+  static constexpr std::array kRows{Row{"PI", "60", true, true},    Row{"CPUP", "60", true, true},
+                                    Row{"CPUX", "60", false, true}, Row{"DEVD", "60", true, false},
+                                    Row{"DISK", "60", false, true}, Row{"NIND", "60", true, false},
+                                    Row{"NETD", "60", false, true}, Row{"SOCK", "60", false, true},
+                                    Row{"MEMD", "60", false, true}, Row{"PRES", "60", false, true},
+                                    Row{"CGRP", "60", false, true}, Row{"WGRP", "60", true, true},
+                                    Row{"PDS", "60", true, true},   Row{"FSL", "60", true, true},
+                                    Row{"PDX", "300", false, true}, Row{"PDI", "300", true, true}};
+  const bool isModern = g_hostProfile == HostProfile::kModern;
   std::vector<ScheduleLine> lines;
-  for (const char* record : {"PI", "CPUP", "DEVD", "NIND", "WGRP", "PDS", "FSL"}) {
-    lines.push_back({record, "60", 0});
+  for (const Row& row : kRows) {
+    if (isModern ? row.isModern : row.isClassic) {
+      lines.push_back({row.record, row.seconds, 0});
+    }
   }
-  lines.push_back({"PDI", "300", 0});
+  if (isModern && !LayoutRegistry::Instance().IsIdle("APP")) {
+    lines.push_back({"APP", "60", 0});
+  }
   return lines;
 }
 

@@ -8,7 +8,8 @@
 #include "local/ini/LocalIniFile.h"
 #include "local/schedule/ScheduleBook.h"
 
-/// What is collected where the ini file has no section "Schedule" yet.
+/// What is collected where the ini file has no section "Schedule" yet, by the host profile; under
+/// `modern` the applications too, where some are defined.
 [[nodiscard]] std::vector<ScheduleLine> DefaultSchedule();
 /// Writes the default schedule of those records that are served into such a file. False, with the
 /// reason in `error`, if that fails.

@@ -10,6 +10,7 @@
 
 #include "json/JsonText.h"
 #include "local/history/FieldValue.h"
+#include "local/metrics/RowBound.h"
 
 namespace {
 
@@ -149,14 +150,36 @@ void MetricText::Sample(const Labels& labels, double value) {
   AppendSample(text, value);
 }
 
-void MetricText::AddRows(const RecordMetrics& metrics, std::span<const CMBRecord* const> rows) {
+void MetricText::AppendSum(const RecordMetrics& metrics, const MetricFamily& family,
+                           std::span<const CMBRecord* const> rows) {
+  if (family.kind == MetricKind::kInfo || metrics.keys.empty() ||
+      family.unit == std::string_view("ratio")) {
+    return;
+  }
+  double sum = 0;
+  bool isTold = false;
+  for (const CMBRecord* row : rows) {
+    if (const auto value = NumberOf(*family.field, RecordBytes(*row))) {
+      sum += *value;
+      isTold = true;
+    }
+  }
+  if (isTold) {
+    AppendSample(SnakeCase(metrics.keys.front()->label) + "=\"" + kSummedKey + '"',
+                 sum * family.factor / family.divisor);
+  }
+}
+
+std::size_t MetricText::AddRows(const RecordMetrics& metrics,
+                                std::span<const CMBRecord* const> rows) {
   struct Row {
     std::string labels;
     std::span<const unsigned char> bytes;
   };
   std::vector<Row> kept;
   std::set<std::string> seen;
-  for (const CMBRecord* record : rows) {
+  const BoundedRows bounded = BoundRows(*metrics.layout, rows);
+  for (const CMBRecord* record : bounded.kept) {
     const std::span<const unsigned char> bytes = RecordBytes(*record);
     std::string labels = LabelText(metrics.keys, bytes);
     if (seen.insert(labels).second) {
@@ -164,7 +187,7 @@ void MetricText::AddRows(const RecordMetrics& metrics, std::span<const CMBRecord
     }
   }
   if (kept.empty()) {
-    return;
+    return 0;
   }
   for (const MetricFamily& family : metrics.families) {
     const std::size_t start = m_text.size();
@@ -177,10 +200,12 @@ void MetricText::AddRows(const RecordMetrics& metrics, std::span<const CMBRecord
         AppendSample(row.labels, *value * family.factor / family.divisor);
       }
     }
+    AppendSum(metrics, family, bounded.summed);
     if (m_text.size() == samples) {
       m_text.resize(start);  // what this host does not tell is no metric
     }
   }
+  return bounded.leftOut;
 }
 
 std::string MetricText::Finish() {

@@ -30,13 +30,17 @@ class MetricText {
   /// Opens a family; its samples follow.
   void Begin(const MetricFamily& family);
   void Sample(const Labels& labels, double value);
-  /// All families of a record's rows. Of rows with one key the first counts.
-  void AddRows(const RecordMetrics& metrics, std::span<const CMBRecord* const> rows);
+  /// All families of a record's rows. Of rows with one key the first counts. Rows beyond the bound
+  /// of their record are summed, where they can be. Returns how many are beyond it.
+  std::size_t AddRows(const RecordMetrics& metrics, std::span<const CMBRecord* const> rows);
   /// The whole text; the object is used up.
   [[nodiscard]] std::string Finish();
 
  private:
   void AppendSample(std::string_view labels, double value);
+  /// The sum of a field of rows, unless it is a share of something.
+  void AppendSum(const RecordMetrics& metrics, const MetricFamily& family,
+                 std::span<const CMBRecord* const> rows);
 
   MetricFormat m_format;
   std::string m_sampleName;

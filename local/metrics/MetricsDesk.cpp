@@ -1,9 +1,11 @@
 #include "local/metrics/MetricsDesk.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "local/metrics/AgentMetrics.h"
+#include "local/metrics/RowBound.h"
 #include "node/LayoutRegistry.h"
 
 namespace {
@@ -66,7 +68,7 @@ void MetricsDesk::Scrape(const std::vector<std::string>& records, MetricFormat f
     }
   }
   ++m_scrapes;
-  const std::shared_ptr<Look> look = LookOf(records.empty() ? m_records : records);
+  const std::shared_ptr<Look> look = LookOf(records.empty() ? RecordsWithRows() : records);
   if (look->isDone && Clock::now() - look->time <= kShared) {
     exchange->Answer(Render(*look, format));
     return;
@@ -75,6 +77,14 @@ void MetricsDesk::Scrape(const std::vector<std::string>& records, MetricFormat f
   if (!std::exchange(look->isPosted, true)) {
     Post(look);
   }
+}
+
+MetricsDesk::Names MetricsDesk::RecordsWithRows() const {
+  Names records;
+  std::copy_if(
+      m_records.begin(), m_records.end(), std::back_inserter(records),
+      [](const std::string& record) { return !LayoutRegistry::Instance().IsIdle(record); });
+  return records;
 }
 
 std::shared_ptr<MetricsDesk::Look> MetricsDesk::LookOf(const Names& records) {
@@ -133,10 +143,24 @@ HttpAnswer MetricsDesk::Render(const Look& look, MetricFormat format) {
     text.Sample({{"record", look.askers[place]->Record()}},
                 look.outcomes[place] == RequestOutcome::kDone ? 1 : 0);
   }
+  std::vector<std::pair<std::string, std::size_t>> beyondBound;
   for (std::size_t place = 0; place < look.askers.size(); ++place) {
     if (look.outcomes[place] == RequestOutcome::kDone) {
       const std::list<CMBRecord*>& rows = look.askers[place]->Rows();
-      text.AddRows(look.metrics[place], std::vector<const CMBRecord*>(rows.begin(), rows.end()));
+      const std::size_t count = text.AddRows(
+          look.metrics[place], std::vector<const CMBRecord*>(rows.begin(), rows.end()));
+      if (IsBounded(*look.metrics[place].layout)) {
+        beyondBound.emplace_back(look.askers[place]->Record(), count);
+      }
+    }
+  }
+  if (!beyondBound.empty()) {
+    MetricFamily summed;
+    summed.name = "qmt_agent_rows_summed";
+    summed.help = "Rows of the record that stand together as the one called other";
+    text.Begin(summed);
+    for (const auto& [record, count] : beyondBound) {
+      text.Sample({{"record", record}}, static_cast<double>(count));
     }
   }
   AddAgentMetrics(text, {m_desk, m_schedule, m_history, m_scrapes});

@@ -42,6 +42,8 @@ class MetricsDesk {
   struct Look;
   using Names = std::vector<std::string>;
 
+  /// Those of a scrape that names none.
+  [[nodiscard]] Names RecordsWithRows() const;
   [[nodiscard]] std::shared_ptr<Look> LookOf(const Names& records);
   void Post(const std::shared_ptr<Look>& look);
   void Run(CMBNode& node, const std::shared_ptr<Look>& look);
