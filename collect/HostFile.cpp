@@ -29,7 +29,7 @@ constexpr FileLimit kLimits[] = {
     {"/proc/net/dev", 4 * kMiB, 16384},       {"/proc/partitions", 4 * kMiB, 16384},
     {"/proc/diskstats", 4 * kMiB, 16384},     {"/etc/mtab", 16 * kMiB, 131072},
     {"/proc/1/mountinfo", 16 * kMiB, 131072}, {"/proc/self/mountinfo", 16 * kMiB, 131072},
-    {"/proc/net/tcp", 16 * kMiB, 131072},     {"/proc/net/tcp6", 16 * kMiB, 131072}};
+    {"/proc/net/tcp", 16 * kMiB, 131072},     {"/proc/net/tcp6", 32 * kMiB, 131072}};
 
 std::unique_ptr<UtlError> g_error;
 

@@ -251,8 +251,8 @@ void LocalNode::OpenHttp(const NodeSettings& settings) {
   if (settings.httpRecords) {
     Parts().metrics.Configure(*settings.httpRecords, report);
   } else {
-    // Applications may be added at any time; the schedule waits for an operator to say so. The
-    // others are cheap, and people may have charts of them.
+    // Applications may be added at any time; the schedule waits for an operator to say so. People
+    // have charts and alarms of the others, which the schedule under `modern` has no need of.
     std::vector<std::string> records{"APP", "DEVD", "NIND", "HOST", "SENS"};
     for (const ScheduleLine& line : DefaultSchedule()) {
       records.push_back(line.record);

@@ -12,9 +12,8 @@
 /// The settings of section "Node", apart from the levels of the message log, which reads its own.
 struct NodeSettings {
   HistorySettings history;
-  std::string httpListen = "127.0.0.1:9964";  ///< empty: no HTTP
-  std::optional<std::vector<std::string>>
-      httpRecords;                     ///< see docs/metrics.md for the default
+  std::string httpListen = "127.0.0.1:9964";            ///< empty: no HTTP
+  std::optional<std::vector<std::string>> httpRecords;  ///< see docs/metrics.md for the default
   std::vector<std::string> httpHosts;  ///< names, besides the host's own, that requests may be for
   std::size_t httpRecordsLine = 0;     ///< where the file sets them
 };

@@ -119,16 +119,15 @@ int RunControlGroups(const CommonOptions& common, const ControlGroupOptions& opt
   std::this_thread::sleep_until(first + pace.Length());
   rows = LookAtGroups(connection);
   CompareGroups(looks, rows, std::chrono::steady_clock::now());
-  if (!path.empty()) {
-    NeedGroup(rows, path);
-  }
 
   std::vector<GroupNode> groups = MakeGroupTree(std::move(rows));
   if (!path.empty()) {
-    std::vector<GroupNode> chosen;
-    if (GroupNode* group = FindGroup(groups, path); group != nullptr) {
-      chosen.push_back(std::move(*group));
+    GroupNode* const group = FindGroup(groups, path);
+    if (group == nullptr) {
+      throw ClientError("the group " + path + " has gone between the two looks");
     }
+    std::vector<GroupNode> chosen;
+    chosen.push_back(std::move(*group));
     groups = std::move(chosen);
   }
   if (options.levels) {

@@ -88,6 +88,13 @@ std::string HostFolder::Line(const char* name) const {
 
 double HostFolder::Number(const char* name) const { return HostNumber(Line(name)); }
 
+double HostFolder::ChangeTime(const char* name) const {
+  struct ::stat status {};
+  return ::fstatat(m_descriptor.Get(), name, &status, 0) == 0
+             ? static_cast<double>(status.st_mtim.tv_sec)
+             : kNotTold;
+}
+
 std::string HostFolder::LinkName(const char* name) const {
   std::array<char, 4096> target;
   const ssize_t length = ::readlinkat(m_descriptor.Get(), name, target.data(), target.size());
@@ -96,6 +103,16 @@ std::string HostFolder::LinkName(const char* name) const {
   }
   const std::string_view whole(target.data(), static_cast<std::size_t>(length));
   return std::string(whole.substr(whole.rfind('/') + 1));
+}
+
+bool HostFolder::IsFolder(const dirent& entry) const {
+  if (entry.d_type != DT_UNKNOWN) {
+    return entry.d_type == DT_DIR;
+  }
+  // Some file systems, as a captured tree may lie on, don't say it.
+  struct ::stat status {};
+  return ::fstatat(m_descriptor.Get(), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+         S_ISDIR(status.st_mode);
 }
 
 bool HostFolder::ForEach(const std::function<bool(const char* name, bool isFolder)>& visit) const {
@@ -111,7 +128,7 @@ bool HostFolder::ForEach(const std::function<bool(const char* name, bool isFolde
   while (const dirent* entry = ::readdir(directory.get())) {
     const char* const name = entry->d_name;
     if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0 &&
-        !visit(name, entry->d_type == DT_DIR)) {
+        !visit(name, IsFolder(*entry))) {
       return true;
     }
     errno = 0;

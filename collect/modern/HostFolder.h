@@ -36,6 +36,8 @@ class HostFolder {
   /// The whole number, with or without a sign, that is all of a file's first line; kNotTold for
   /// none, as for "max" and for one of more than 18 digits.
   [[nodiscard]] double Number(const char* name) const;
+  /// When an entry was changed last, in seconds since 1970; kNotTold without one.
+  [[nodiscard]] double ChangeTime(const char* name) const;
   /// The last part of what a link leads to; empty if it is no link.
   [[nodiscard]] std::string LinkName(const char* name) const;
 
@@ -45,6 +47,8 @@ class HostFolder {
   bool ForEach(const std::function<bool(const char* name, bool isFolder)>& visit) const;
 
  private:
+  [[nodiscard]] bool IsFolder(const dirent& entry) const;
+
   Descriptor m_descriptor;
 };
 

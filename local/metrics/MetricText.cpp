@@ -152,8 +152,8 @@ void MetricText::Sample(const Labels& labels, double value) {
 
 void MetricText::AppendSum(const RecordMetrics& metrics, const MetricFamily& family,
                            std::span<const CMBRecord* const> rows) {
-  if (family.kind == MetricKind::kInfo || metrics.keys.empty() ||
-      family.unit == std::string_view("ratio")) {
+  if (rows.empty() || family.kind == MetricKind::kInfo ||
+      !IsSummed(*metrics.layout, *family.field)) {
     return;
   }
   double sum = 0;

@@ -38,7 +38,7 @@ class MetricText {
 
  private:
   void AppendSample(std::string_view labels, double value);
-  /// The sum of a field of rows, unless it is a share of something.
+  /// The sum of a field of rows, where it says something.
   void AppendSum(const RecordMetrics& metrics, const MetricFamily& family,
                  std::span<const CMBRecord* const> rows);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <string_view>
 #include <type_traits>
 #include <unordered_set>
@@ -16,8 +17,12 @@ struct BoundRule {
   std::string_view record;
   std::string_view size;  ///< the label of what the largest are chosen by
   std::size_t most;
+  std::string_view notSummed;  ///< the label of what a sum says nothing of
 };
-constexpr std::array kBoundRules{BoundRule{"CGRP", "Memory Bytes", 500}};
+constexpr std::array kBoundRules{BoundRule{"CGRP", "Memory Bytes", 500, "Limit Bytes"}};
+constexpr std::string_view kRoot = "/";
+/// A path that is too long for the record begins so; what lies above it can't be told.
+constexpr std::string_view kCutPath = "...";
 
 const BoundRule* RuleOf(const RecordLayout& layout) {
   const auto found = std::ranges::find_if(
@@ -38,7 +43,7 @@ const FieldLayout* FindKey(const RecordLayout& layout) {
 }
 
 /// Less than any size where it is not told.
-double SizeOf(const FieldLayout& field, const CMBRecord& record) {
+double ToldSize(const FieldLayout& field, const CMBRecord& record) {
   return VisitField(field, RecordBytes(record), [](const auto& value) -> double {
     if constexpr (std::is_arithmetic_v<std::decay_t<decltype(value)>>) {
       return static_cast<double>(value);
@@ -58,9 +63,15 @@ std::string_view KeyOf(const FieldLayout& field, const CMBRecord& record) {
   });
 }
 
-/// Whether one of those above it is among the keys.
+/// The root has all that there is, though its kernel may not tell its memory.
+double SizeOf(const FieldLayout& size, const FieldLayout& key, const CMBRecord& record) {
+  return KeyOf(key, record) == kRoot ? std::numeric_limits<double>::infinity()
+                                     : ToldSize(size, record);
+}
+
+/// Whether one of those above it is among the keys, or may be.
 bool LiesBelowOne(std::string_view key, const std::unordered_set<std::string_view>& keys) {
-  if (key.size() > 1 && keys.contains("/")) {
+  if (key.starts_with(kCutPath)) {
     return true;
   }
   for (std::size_t slash = key.rfind('/'); slash != 0 && slash != std::string_view::npos;
@@ -76,6 +87,12 @@ bool LiesBelowOne(std::string_view key, const std::unordered_set<std::string_vie
 
 bool IsBounded(const RecordLayout& layout) { return RuleOf(layout) != nullptr; }
 
+bool IsSummed(const RecordLayout& layout, const FieldLayout& field) {
+  const BoundRule* const rule = RuleOf(layout);
+  return rule != nullptr && field.meaning != FieldMeaning::percent &&
+         rule->notSummed != field.label;
+}
+
 BoundedRows BoundRows(const RecordLayout& layout, std::span<const CMBRecord* const> rows) {
   const BoundRule* const rule = RuleOf(layout);
   const FieldLayout* const size = rule == nullptr ? nullptr : FindLabel(layout, rule->size);
@@ -86,7 +103,7 @@ BoundedRows BoundRows(const RecordLayout& layout, std::span<const CMBRecord* con
   std::vector<std::pair<double, std::size_t>> order;
   order.reserve(rows.size());
   for (std::size_t place = 0; place < rows.size(); ++place) {
-    order.emplace_back(-SizeOf(*size, *rows[place]), place);
+    order.emplace_back(-SizeOf(*size, *key, *rows[place]), place);
   }
   std::ranges::sort(order);
   std::vector<bool> isKept(rows.size());

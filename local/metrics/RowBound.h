@@ -16,11 +16,14 @@ struct BoundedRows {
   std::size_t leftOut = 0;
 };
 
-/// Of control groups at most 500 are kept, those with the most memory; the key of what is left out
-/// tells, by slashes, what lies below what. Rows of other records, and up to 500, are all kept. The
-/// order stays.
+/// Of control groups at most 500 are kept, the root and those with the most memory; the key of what
+/// is left out tells, by slashes, what lies below what. Rows of other records, and up to 500, are
+/// all kept. The order stays.
 [[nodiscard]] BoundedRows BoundRows(const RecordLayout& layout,
                                     std::span<const CMBRecord* const> rows);
+
+/// Whether the sum of a field of such rows says something: not that of shares and of limits.
+[[nodiscard]] bool IsSummed(const RecordLayout& layout, const FieldLayout& field);
 
 /// Whether the rows of the record are bounded.
 [[nodiscard]] bool IsBounded(const RecordLayout& layout);

@@ -5,8 +5,9 @@ import json
 import pathlib
 
 HOST = 'instance=~"$instance"'
-# Groups that do work, rather than hold others whose work would count twice.
-WORKING = 'unless on (instance, job, path) qmt_cgrp_info{kind=~"root|slice"}'
+# Groups that do work, rather than hold others whose work would count twice. The sum of those beyond
+# the bound has no info.
+WORKING = 'and on (instance, job, path) qmt_cgrp_info{kind!~"root|slice"}'
 # The modes of a processor's time that are work or keep it from work.
 MODES = ["user", "nice", "system", "wait", "irq", "soft_irq", "steal", "guest", "guest_nice"]
 # What the table of host facts leaves out.
@@ -18,9 +19,9 @@ def rate(metric, matchers=HOST):
     return f"rate({metric}_total{{{matchers}}}[5m])"
 
 
-def per(time, operations):
+def per(time, operations, matchers=HOST):
     """How long one of the operations took."""
-    return f"{rate(time)} / ({rate(operations)} > 0)"
+    return f"{rate(time, matchers)} / ({rate(operations, matchers)} > 0)"
 
 
 def without(metric, expression):
@@ -79,7 +80,7 @@ ROWS = [
         ("Groups with most memory", "bytes",
          [(hottest(f"qmt_cgrp_memory_bytes{{{HOST}}} {WORKING}"), "{{instance}} {{path}}")]),
         ("Groups held back by their limit of time", "percentunit",
-         [(hottest(per("qmt_cgrp_throttled_periods", "qmt_cgrp_periods")),
+         [(hottest(per("qmt_cgrp_throttled_periods", "qmt_cgrp_periods", f'{HOST},path!="other"')),
            "{{instance}} {{path}}")]),
         ("Groups nearest their limit of memory", "percentunit",
          [(hottest(f"qmt_cgrp_limit_ratio{{{HOST}}}"), "{{instance}} {{path}}")]),

@@ -1,9 +1,7 @@
-#include <string>
-#include <string_view>
-
 #include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
 #include "records/modern/FigurePairs.h"
+#include "records/modern/GroupPath.h"
 #include "records/modern/GrowthRows.h"
 
 namespace {
@@ -36,19 +34,8 @@ constexpr FigurePair<GroupRecord, ControlGroupIo> kGroupIoPairs[] = {
     {&GroupRecord::reads, &ControlGroupIo::reads},
     {&GroupRecord::writes, &ControlGroupIo::writes}};
 
-/// The path, or as much of its end as the field holds.
-void PutPath(GroupRecord& row, std::string_view path) {
-  constexpr std::string_view kCut = "...";
-  constexpr std::size_t kMost = sizeof(row.path) - 1;
-  if (path.size() <= kMost) {
-    row.path = path;
-  } else {
-    row.path = std::string(kCut).append(path.substr(path.size() - (kMost - kCut.size())));
-  }
-}
-
 void FillGroup(GroupRecord& row, const ControlGroup& group) {
-  PutPath(row, group.path);
+  row.path = ShownGroupPath(group.path, sizeof(row.path) - 1);
   row.kind = group.kind;
   row.containerId = group.containerId.empty() ? group.containerName : group.containerId;
   row.runtime = group.runtime;

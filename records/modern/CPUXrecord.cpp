@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -51,8 +52,9 @@ void FillCpu(CpuRecord& row, const CpuTimeFigures& figures) {
   const std::string_view name = figures.name;
   row.processor = name.starts_with(kPrefix) ? name.substr(kPrefix.size()) : name;
   PutFigures<CpuRecord, CpuTimeFigures>(row, figures, kCpuPairs);
-  row.userSeconds = row.userSeconds - OrZero(figures.guest);
-  row.niceSeconds = row.niceSeconds - OrZero(figures.guestNice);
+  // A file that was read in the middle of a tick may have more of the part.
+  row.userSeconds = std::max(row.userSeconds - OrZero(figures.guest), 0.0);
+  row.niceSeconds = std::max(row.niceSeconds - OrZero(figures.guestNice), 0.0);
 }
 
 void DerivePercentages(CpuRecord& row, const CpuRecord& growth, double /*seconds*/) {

@@ -54,6 +54,9 @@ constexpr FigurePair<MemoryRecord, MemoryFigures> kMemoryPairs[] = {
     {&MemoryRecord::balloonMbytes, &MemoryFigures::balloonBytes},
     {&MemoryRecord::hugePageMbytes, &MemoryFigures::hugePageBytes},
     {&MemoryRecord::hugetlbMbytes, &MemoryFigures::hugetlbBytes},
+    {&MemoryRecord::directMap4kMbytes, &MemoryFigures::directMap4kBytes},
+    {&MemoryRecord::directMap2mMbytes, &MemoryFigures::directMap2mBytes},
+    {&MemoryRecord::directMap1gMbytes, &MemoryFigures::directMap1gBytes},
     {&MemoryRecord::dirtyMbytes, &MemoryFigures::dirtyBytes},
     {&MemoryRecord::writebackMbytes, &MemoryFigures::writebackBytes},
     {&MemoryRecord::swapTotalMbytes, &MemoryFigures::swapTotalBytes},
@@ -121,6 +124,7 @@ void FillMemory(MemoryRecord& row, const MemoryFigures& figures) {
   constexpr double kBytesOfMbyte = 1048576;
   PutFigures<MemoryRecord, MemoryFigures>(row, figures, kMemoryPairs, kBytesOfMbyte);
   PutFigures<MemoryRecord, MemoryFigures>(row, figures, kMemoryCountPairs);
+  row.hugePagesUsed = figures.hugePagesTotal - figures.hugePagesFree;
   row.availablePercent =
       static_cast<float>(100 * Quotient(figures.availableBytes, figures.totalBytes));
   row.swapUsedPercent = static_cast<float>(

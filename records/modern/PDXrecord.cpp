@@ -11,6 +11,7 @@
 #include "records/DetailRows.h"
 #include "records/UserObjects.h"
 #include "records/modern/FigurePairs.h"
+#include "records/modern/GroupPath.h"
 #include "records/modern/GrowthRows.h"
 
 namespace {
@@ -98,7 +99,7 @@ DetailRecord DetailRow(const ProcessDetail& process, std::int32_t now) {
   row.name = process.name;
   row.user = UserOf(process.uid);
   row.state = std::string_view(&process.state, 1);
-  row.controlGroup = process.controlGroup;
+  row.controlGroup = ShownGroupPath(process.controlGroup, sizeof(row.controlGroup) - 1);
   row.containerId = ContainerOf(process.controlGroup);
   row.unit = UnitOf(process.controlGroup);
   row.executable = process.executable;

@@ -1,5 +1,6 @@
 #include "agent/ConfigNames.h"
 #include "agent/DayTime.h"
+#include "agent/IniSettings.h"
 #include "node/FigureRegistry.h"
 #include "records/RecordLayouts.h"
 #include "support/HostProfile.h"
@@ -188,6 +189,20 @@ TEST_F(ConfigurationTest, AMountTimeoutOutOfRangeLeavesTheProfilesOwn) {
     EXPECT_EQ(row.timeout, Option("Node", "Mount Timeout")) << row.profile << row.setting;
   }
   g_hostProfile = HostProfile::kClassic;
+}
+
+TEST_F(ConfigurationTest, ADepthOfGroupsOutOfRangeLeavesTheUsualOne) {
+  for (const auto& [setting, depth] :
+       {std::pair{"0", "0"}, {"64", "64"}, {"65", "3"}, {"-1", "3"}}) {
+    ScriptedNode::Reset();
+    Node().ini[{kHostSection, "", kGroupDepthLabel}] = setting;
+    MakeAgent(0);
+    EXPECT_EQ(0, Init());
+    EXPECT_EQ(depth, Option("Host", "Control Group Depth")) << setting;
+    const std::vector<IniProblem> problems = AgentSettingProblems(
+        std::vector{IniSetting{7, kHostSection, "", kGroupDepthLabel, setting}});
+    EXPECT_EQ(problems.size(), depth == std::string(setting) ? 0U : 1U) << setting;
+  }
 }
 
 TEST_F(ConfigurationTest, AFailedWriteEndsTheStartAtThatKey) {

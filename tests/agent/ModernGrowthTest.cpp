@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <iterator>
 #include <limits>
 #include <list>
 #include <string>
@@ -337,14 +338,21 @@ TEST_F(ModernGrowthTest, RunDelaysAreOfOneProcessAndOneRequest) {
   EXPECT_EQ(delay(other), "-");
 }
 
-TEST_F(ModernGrowthTest, OfALongPathTheEndIsKept) {
-  const std::string end(508, 'e');
-  Collect(kGroups, {{std::string(511, 'p'), 1}, {"/begin" + end, 1}});
+TEST_F(ModernGrowthTest, OfALongPathTheEndIsKeptAndTwoStayTwo) {
+  const std::string end(497, 'e');
+  Collect(kGroups, {{std::string(511, 'p'), 1},
+                    {"/one of long names" + end, 1},
+                    {"/another long name" + end, 1}});
   Asker look("CGRP", '4', kLooks);
   const auto& records = Ask(kGroups, look);
-  ASSERT_EQ(records.size(), 2U);
+  ASSERT_EQ(records.size(), 3U);
   EXPECT_EQ(FieldText(*records.front(), "Path"), std::string(511, 'p'));
-  EXPECT_EQ(FieldText(*records.back(), "Path"), "..." + end);
+  const std::string one = FieldText(**std::next(records.begin()), "Path");
+  const std::string other = FieldText(*records.back(), "Path");
+  EXPECT_EQ(one.size(), 511U);
+  EXPECT_EQ(one.substr(14), end);
+  EXPECT_EQ(other.substr(14), end);
+  EXPECT_NE(one, other);
 }
 
 using CostOfRowsTest = ModernGrowthTest;

@@ -116,11 +116,17 @@ class Group:
         text = self.text(hierarchy, name)
         return None if text is None else float(sum(map(int, re.findall(pattern, text, re.M))))
 
+    def counted(self, name, way):
+        """The same of version 1, where 0 both ways tells nothing: a kernel of today counts only for a
+        limit."""
+        both = [self.total("blkio", name, rf"{word} (\d+)") for word in ("Read", "Write")]
+        return None if None in both or sum(both) == 0 else both[way]
+
     def figures(self):
         """By label of CGRP what the files of the group tell; version 1 is before version 2."""
         if not self.places:
             return {}
-        read, total = self.number, self.total
+        read, total, counted = self.number, self.total, self.counted
         bytes_file, count_file = (f"blkio.throttle.{name}_recursive"
                                   for name in ("io_service_bytes", "io_serviced"))
         of_both = {
@@ -153,13 +159,13 @@ class Group:
             "High Events": (None, read("unified", "memory.events", 1, "high")),
             "Max Events": (read("memory", "memory.failcnt"),
                            read("unified", "memory.events", 1, "max")),
-            "Read Bytes": (total("blkio", bytes_file, r"Read (\d+)"),
+            "Read Bytes": (counted(bytes_file, 0),
                            total("unified", "io.stat", r"rbytes=(\d+)")),
-            "Write Bytes": (total("blkio", bytes_file, r"Write (\d+)"),
+            "Write Bytes": (counted(bytes_file, 1),
                             total("unified", "io.stat", r"wbytes=(\d+)")),
-            "Reads": (total("blkio", count_file, r"Read (\d+)"),
+            "Reads": (counted(count_file, 0),
                       total("unified", "io.stat", r"rios=(\d+)")),
-            "Writes": (total("blkio", count_file, r"Write (\d+)"),
+            "Writes": (counted(count_file, 1),
                        total("unified", "io.stat", r"wios=(\d+)")),
             "Threads": (read("pids", "pids.current"), read("unified", "pids.current")),
             **{f"{label} {kind} 10-Second %": (None, pressure(self.text("unified", f"{name}.pressure"),

@@ -82,7 +82,8 @@ std::string Manual() {
     const RecordLayout* layout = modern[record];
     text << "\n## " << layout->name << "\n\n`" << layout->structure << "`, "
          << KindName(layout->category) << ", " << layout->size << " bytes, " << HowServed(*layout)
-         << ". " << layout->about << "\n\n| field | type | offset | bytes | meaning | what it is for |\n"
+         << ". " << layout->about
+         << "\n\n| field | type | offset | bytes | meaning | what it is for |\n"
             "|---|---|---|---|---|---|\n";
     for (std::size_t place = 0; place < layout->fields.size(); ++place) {
       const FieldLayout& field = layout->fields[place];

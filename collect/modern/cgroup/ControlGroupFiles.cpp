@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "collect/modern/HostText.h"
+#include "support/TrimmedText.h"
 
 namespace {
 
@@ -47,9 +48,6 @@ void TakeGroupKeys(std::string_view text, const std::array<GroupKey<Figures>, N>
     }
   }
 }
-
-/// A number that is no more than a part of a sum.
-double GroupPart(double number) { return IsTold(number) ? number : 0; }
 
 void FillGroupFigure(double& figure, double other) {
   if (!IsTold(figure)) {
@@ -119,7 +117,7 @@ constexpr GroupIoKey kGroupIoKeys[] = {{"rbytes=", &ControlGroupIo::bytesRead},
 void AddGroupIoWord(std::string_view word, ControlGroupIo& sums) {
   for (const GroupIoKey& one : kGroupIoKeys) {
     if (word.starts_with(one.key)) {
-      sums.*one.figure += GroupPart(GroupNumber(word.substr(one.key.size())));
+      sums.*one.figure += OrZero(GroupNumber(word.substr(one.key.size())));
       return;
     }
   }
@@ -141,14 +139,19 @@ void ParseGroupMemoryStat(std::string_view text, ControlGroupMemory& memory) {
   TakeGroupKeys(text, kGroupKernelKeys, kernel);
   FillGroupFigure(memory.kernel, kernel.whole);
   if (IsTold(kernel.slab)) {
-    FillGroupFigure(memory.kernel, GroupPart(kernel.stacks) + GroupPart(kernel.pageTables) +
-                                       GroupPart(kernel.perCpu) + kernel.slab);
+    FillGroupFigure(memory.kernel, OrZero(kernel.stacks) + OrZero(kernel.pageTables) +
+                                       OrZero(kernel.perCpu) + kernel.slab);
   }
 }
 
 void ParseGroupMemoryStatV1(std::string_view text, ControlGroupMemory& memory) {
   TakeGroupKeys(text, kGroupTotalKeys, memory);
   TakeGroupKeys(text, kGroupOwnKeys, memory);
+}
+
+double ParseGroupUsage(std::string_view text) {
+  constexpr double kNanosecond = 1e-9;
+  return GroupNumber(Trimmed(text, kWhiteSpace)) * kNanosecond;
 }
 
 void ParseGroupMemoryEvents(std::string_view text, ControlGroupMemory& memory) {
@@ -178,9 +181,9 @@ BlkioSums ParseBlkio(std::string_view text) {
       continue;
     }
     if (direction == "Read") {
-      sums.read += GroupPart(GroupNumber(number));
+      sums.read += OrZero(GroupNumber(number));
     } else if (direction == "Write") {
-      sums.write += GroupPart(GroupNumber(number));
+      sums.write += OrZero(GroupNumber(number));
     }
   }
   return sums;

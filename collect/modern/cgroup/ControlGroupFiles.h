@@ -16,6 +16,8 @@ void ParseGroupMemoryStat(std::string_view text, ControlGroupMemory& memory);
 /// memory.stat of version 1: of the group and those below it if it tells that, else of itself.
 void ParseGroupMemoryStatV1(std::string_view text, ControlGroupMemory& memory);
 /// memory.events of version 2, memory.oom_control of version 1.
+/// Seconds of cpuacct.usage, which has nanoseconds; kNotTold for none.
+[[nodiscard]] double ParseGroupUsage(std::string_view text);
 void ParseGroupMemoryEvents(std::string_view text, ControlGroupMemory& memory);
 /// io.stat of version 2: 0 for an empty one, which has had no I/O.
 void ParseGroupIoStat(std::string_view text, ControlGroupIo& io);

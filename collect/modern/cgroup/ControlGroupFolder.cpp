@@ -13,7 +13,6 @@ namespace {
 constexpr std::size_t kGroupFileLimit = 4U << 20U;
 /// Room for the highest number of processes that a kernel allows.
 constexpr std::size_t kGroupListLimit = 40U << 20U;
-constexpr double kCpuacctNanosecond = 1e-9;
 
 }  // namespace
 
@@ -79,7 +78,9 @@ void ControlGroupFolder::ReadVersion2(const HostFolder& folder, std::uint32_t co
 }
 
 void ControlGroupFolder::ReadCpuAccounting(const HostFolder& folder, ControlGroupCpu& cpu) {
-  cpu.totalSeconds = Number(folder, "cpuacct.usage") * kCpuacctNanosecond;
+  if (Read(folder, "cpuacct.usage")) {
+    cpu.totalSeconds = ParseGroupUsage(m_text);
+  }
   if (Read(folder, "cpuacct.stat")) {
     ParseGroupCpuTicks(m_text, cpu);
   }
@@ -122,8 +123,10 @@ void ControlGroupFolder::ReadBlkio(const HostFolder& folder, const char* recursi
                                    double& read, double& write) {
   if (Read(folder, recursive) || Read(folder, own)) {
     const BlkioSums sums = ParseBlkio(m_text);
-    read = sums.read;
-    write = sums.write;
+    // Kernels of today count nothing here until a limit is set, so that 0 tells nothing.
+    const bool isCounted = sums.read + sums.write > 0;
+    read = isCounted ? sums.read : kNotTold;
+    write = isCounted ? sums.write : kNotTold;
   }
 }
 

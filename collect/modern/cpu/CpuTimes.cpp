@@ -23,6 +23,8 @@ constexpr const char* kCpuTimesTable = "/proc/cpuinfo";
 
 using FrequencyClock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kSlowFrequency{5};
+/// For all of them.
+constexpr std::chrono::milliseconds kLongestFrequencies{200};
 constexpr int kMostSlowFrequencies = 4;
 constexpr double kKilohertzPerMegahertz = 1000;
 
@@ -100,17 +102,20 @@ void CpuRows::ReadFrequencies() {
     return;
   }
   int slow = 0;
+  FrequencyClock::duration spent{};
   for (std::size_t place = 0; place < m_numbers.size(); ++place) {
     CpuTimeFigures& row = Row(place);
     row.lowestMHz = Number(place, "cpufreq/cpuinfo_min_freq") / kKilohertzPerMegahertz;
     row.highestMHz = Number(place, "cpufreq/cpuinfo_max_freq") / kKilohertzPerMegahertz;
-    if (slow < kMostSlowFrequencies) {
+    if (slow < kMostSlowFrequencies && spent < kLongestFrequencies) {
       const auto start = FrequencyClock::now();
       row.frequencyMHz = Number(place, "cpufreq/scaling_cur_freq") / kKilohertzPerMegahertz;
-      slow += FrequencyClock::now() - start > kSlowFrequency ? 1 : 0;
+      const auto taken = FrequencyClock::now() - start;
+      slow += taken > kSlowFrequency ? 1 : 0;
+      spent += taken;
     }
   }
-  if (slow == kMostSlowFrequencies) {
+  if (slow == kMostSlowFrequencies || spent >= kLongestFrequencies) {
     ReadCpuinfoFrequencies();
   }
 }

@@ -61,12 +61,15 @@ class VirtioSerials {
   void Begin() { m_before = std::exchange(m_now, {}); }
   std::string Serial(const std::string& place, const HostFolder& folder) {
     const double sequence = folder.Number("diskseq");
+    // It would be asked for in each run, and a device that has stalled does not answer.
     if (!IsTold(sequence)) {
-      return folder.Line(kVirtioSerial);
+      return {};
     }
     const auto known = m_before.find({place, sequence});
     std::string serial = known == m_before.end() ? folder.Line(kVirtioSerial) : known->second;
-    m_now[{place, sequence}] = serial;
+    if (!serial.empty()) {
+      m_now[{place, sequence}] = serial;
+    }
     return serial;
   }
 

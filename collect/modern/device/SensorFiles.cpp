@@ -27,7 +27,7 @@ struct SensorItemName {
   std::string_view name;
   SensorItem item;
 };
-constexpr std::array<SensorItemName, 9> kSensorItems{{
+constexpr std::array<SensorItemName, 12> kSensorItems{{
     {"input", kSensorInput},
     {"average", kSensorAverage},
     {"label", kSensorLabel},
@@ -37,6 +37,9 @@ constexpr std::array<SensorItemName, 9> kSensorItems{{
     {"max_alarm", kSensorMaxAlarm},
     {"crit_alarm", kSensorCriticalAlarm},
     {"fault", kSensorFault},
+    {"min_alarm", kSensorMinAlarm},
+    {"lcrit_alarm", kSensorLowCriticalAlarm},
+    {"emergency_alarm", kSensorEmergencyAlarm},
 }};
 
 }  // namespace

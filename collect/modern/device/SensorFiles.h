@@ -39,7 +39,10 @@ enum SensorItem : std::uint32_t {
   kSensorAlarm = 1U << 5,
   kSensorMaxAlarm = 1U << 6,
   kSensorCriticalAlarm = 1U << 7,
-  kSensorFault = 1U << 8
+  kSensorFault = 1U << 8,
+  kSensorMinAlarm = 1U << 9,
+  kSensorLowCriticalAlarm = 1U << 10,
+  kSensorEmergencyAlarm = 1U << 11
 };
 
 /// A sensor of a chip.

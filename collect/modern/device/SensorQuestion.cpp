@@ -24,6 +24,8 @@ using SensorClock = std::chrono::steady_clock;
 
 constexpr std::chrono::hours kSensorPassedOver{1};
 constexpr std::size_t kMostLateChildren = 16;
+/// That all sensors together may take.
+constexpr int kMostLimits = 3;
 
 /// What did not answer.
 struct LateSensor {
@@ -109,20 +111,27 @@ class SensorAnswer {
  public:
   explicit SensorAnswer(std::vector<SensorFigures>& sensors) : m_sensors(sensors) {}
 
-  /// Takes words until the child has closed the pipe; false if that takes longer than the limit.
-  bool Listen(int pipe, std::chrono::milliseconds limit) {
-    const auto end = SensorClock::now() + limit;
+  enum class End { kWhole, kSilent, kTooLong };
+
+  /// Takes words until the child has closed the pipe, unless it is silent for longer than the
+  /// limit, or has words for longer than three of them.
+  End Listen(int pipe, std::chrono::milliseconds limit) {
+    const auto last = SensorClock::now() + kMostLimits * limit;
+    auto end = SensorClock::now() + limit;
     for (;;) {
       const auto left =
           std::max(std::chrono::ceil<std::chrono::milliseconds>(end - SensorClock::now()),
                    std::chrono::milliseconds(0));
       ::pollfd question{pipe, POLLIN, 0};
-      if (::poll(&question, 1, static_cast<int>(left.count())) > 0 && !TakePiece(pipe)) {
-        return true;
+      if (::poll(&question, 1, static_cast<int>(left.count())) > 0) {
+        if (!TakePiece(pipe)) {
+          return End::kWhole;
+        }
+        end = std::min(SensorClock::now() + limit, last);
       }
       // What was there when the time was up has been taken.
       if (left.count() == 0) {
-        return false;
+        return SensorClock::now() >= last ? End::kTooLong : End::kSilent;
       }
     }
   }
@@ -192,16 +201,24 @@ void ReadSensorsWithin(std::chrono::milliseconds limit, const SensorReader& read
   }
   sending.Close();
   SensorAnswer answer(sensors);
-  const bool hasEnded = answer.Listen(listening.Get(), limit);
-  ::kill(child, SIGKILL);
-  if (hasEnded) {
+  const SensorAnswer::End end = answer.Listen(listening.Get(), limit);
+  if (end == SensorAnswer::End::kWhole) {
     while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }
     return;
   }
-  Trace(20, kWarning, "The sensor is left out for an hour: no answer within %2 ms. (%1)",
-        answer.Place(), limit.count());
-  // One that began with nothing is remembered all the same, so that its end is taken.
-  const std::string key = answer.Place().empty() ? std::to_string(child) : answer.Place();
+  ::kill(child, SIGKILL);
+  const bool isSilent = end == SensorAnswer::End::kSilent;
+  if (isSilent) {
+    Trace(20, kWarning, "The sensor is left out for an hour: no answer within %2 ms. (%1)",
+          answer.Place(), limit.count());
+  } else {
+    Trace(20, kWarning,
+          "The sensors from this one on are left out this time: too long in all. (%1)",
+          answer.Place());
+  }
+  // A child without a sensor to blame is remembered all the same, so that its end is taken.
+  const bool isBlamed = isSilent && !answer.Place().empty();
+  const std::string key = isBlamed ? answer.Place() : std::to_string(child);
   LateSensors()[key] = {SensorClock::now(), child};
 }

@@ -109,6 +109,13 @@ class SensorItems {
   const ChipSensor& m_sensor;
 };
 
+constexpr std::pair<SensorItem, const char*> kBoundAlarms[] = {
+    {kSensorMaxAlarm, "max_alarm"},
+    {kSensorCriticalAlarm, "crit_alarm"},
+    {kSensorMinAlarm, "min_alarm"},
+    {kSensorLowCriticalAlarm, "lcrit_alarm"},
+    {kSensorEmergencyAlarm, "emergency_alarm"}};
+
 /// The driver's own alarm, or else the ones of its bounds.
 double ReadSensorAlarm(const SensorItems& items) {
   const double alarm = items.Flag(kSensorAlarm, "alarm");
@@ -116,8 +123,11 @@ double ReadSensorAlarm(const SensorItems& items) {
     return alarm;
   }
   // Each is a number or not told, and of these a number counts.
-  return std::fmax(items.Flag(kSensorMaxAlarm, "max_alarm"),
-                   items.Flag(kSensorCriticalAlarm, "crit_alarm"));
+  double any = kNotTold;
+  for (const auto& [item, name] : kBoundAlarms) {
+    any = std::fmax(any, items.Flag(item, name));
+  }
+  return any;
 }
 
 SensorFigures ReadOneSensor(const HostFolder& folder, const ChipSensor& sensor) {

@@ -72,6 +72,7 @@ void NetlinkTalk::Ask(const void* question, std::size_t size, const TakeNetlinkM
     m_outcome.error = errno;
     return;
   }
+  m_taken = 0;
   while (TakeDatagram(take)) {
   }
 }
@@ -85,8 +86,9 @@ bool NetlinkTalk::TakeDatagram(const TakeNetlinkMessage& take) {
   message.msg_iov = &part;
   message.msg_iovlen = 1;
   const ssize_t count = ::recvmsg(m_socket.Get(), &message, 0);
-  if (count < 0 && errno == EINTR && IsInTime()) {
-    return true;
+  if (count < 0 && errno == EINTR) {
+    m_outcome.error = IsInTime() ? m_outcome.error : ETIMEDOUT;
+    return m_outcome.error == 0;
   }
   if (count <= 0) {
     m_outcome.error = count == 0 ? EPROTO : errno;

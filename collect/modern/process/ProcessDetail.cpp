@@ -27,6 +27,8 @@ namespace {
 
 constexpr std::size_t kMostCommandLine = 1023;
 constexpr double kMostFilesListed = 100'000;
+/// Of all processes: the kernel makes an entry of each.
+constexpr double kMostFilesListedInAll = 500000;
 
 double PresentBoot() {
   std::string text;
@@ -78,7 +80,7 @@ class DetailReader {
   void ReadProgram(ProcessDetail& detail);
   [[nodiscard]] double ReadNumber(const char* name);
   [[nodiscard]] double CountFiles();
-  [[nodiscard]] double ListFiles() const;
+  [[nodiscard]] double ListFiles();
 
   /// A status has some 1,500 bytes, and more for many groups.
   static constexpr std::size_t kRoom = 8192;
@@ -86,6 +88,7 @@ class DetailReader {
   double m_bootTime;
   bool m_isKernels = IsKernelsProc();
   bool m_sizesTell = false;  ///< a folder's size has told entries
+  double m_listed = 0;       ///< entries of folders that had to be listed
   Descriptor m_folder;
   std::array<char, kRoom> m_text{};
 };
@@ -148,7 +151,10 @@ double DetailReader::CountFiles() {
   return ListFiles();
 }
 
-double DetailReader::ListFiles() const {
+double DetailReader::ListFiles() {
+  if (m_listed >= kMostFilesListedInAll) {
+    return kNotTold;
+  }
   Descriptor list(::openat(m_folder.Get(), "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const DirectoryPtr directory(list.IsOpen() ? ::fdopendir(list.Get()) : nullptr);
   if (directory == nullptr) {
@@ -164,6 +170,7 @@ double DetailReader::ListFiles() const {
     }
     count += entry->d_name[0] == '.' ? 0 : 1;
   }
+  m_listed += count;
   return errno == 0 ? count : kNotTold;
 }
 

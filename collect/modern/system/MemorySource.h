@@ -57,6 +57,10 @@ struct MemoryFigures {
   double balloonBytes = kNotTold;     ///< given back to the hypervisor; newest kernels only
   double hugePageBytes = kNotTold;    ///< size of one huge page of the usual size
   double hugetlbBytes = kNotTold;     ///< in huge pages of all sizes
+  // How the kernel itself reaches memory, by the size of the pages; of x86.
+  double directMap4kBytes = kNotTold;
+  double directMap2mBytes = kNotTold;
+  double directMap1gBytes = kNotTold;
   // Counts of huge pages of the usual size.
   double hugePagesTotal = kNotTold;
   double hugePagesFree = kNotTold;

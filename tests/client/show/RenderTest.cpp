@@ -71,6 +71,27 @@ TEST(Rows, ShowADashWhereNothingTellsTheField) {
   EXPECT_EQ(RowsText(record, Screen{}), "Up  Traps\n 1      -\n");
 }
 
+TEST(Rows, ShowTheChosenColumnsUnderTheirHeadings) {
+  ShownRecord record;
+  record.schema = ReadSchema(JsonOf(R"({"schema": {"record": "X", "structure": "x", "category": "4",
+    "size": 24, "about": "A disk.", "shown": [{"label": "Read Bytes/sec", "heading": "Read/s"},
+      {"label": "Disk", "heading": "Dev"}, {"label": "Megabytes", "heading": "M"}], "fields": [
+      {"label": "Disk", "type": "char[8]", "offset": 0, "width": 8, "meaning": "key"},
+      {"label": "Reads", "type": "double", "offset": 8, "width": 8, "meaning": "counter"},
+      {"label": "Read Bytes/sec", "type": "float", "offset": 16, "width": 4, "meaning": "rate"},
+      {"label": "Megabytes", "type": "float", "offset": 20, "width": 4, "meaning": "gauge"}]}})"));
+  EXPECT_NE(SchemaText(record.schema, Screen{}).find("24 bytes\nA disk.\n\n"), std::string::npos);
+  record.answer.rows = JsonOf(R"([
+    {"Disk": "a", "Reads": 5, "Read Bytes/sec": 1536.0, "Megabytes": 2048.5},
+    {"Disk": "b", "Reads": 5, "Read Bytes/sec": null, "Megabytes": 1.0}])");
+  EXPECT_EQ(RowsText(record, Screen{}),
+            "Read/s  Dev       M\n"
+            "  1.5K  a    2048.5\n"
+            "     -  b       1.0\n");
+  record.schema.shown.clear();
+  EXPECT_EQ(RowsText(record, Screen{}).substr(0, 38), "Disk  Reads  Read Bytes/sec  Megabytes");
+}
+
 TEST(Rows, ShowTimesAndFloatsForPeople) {
   ::setenv("TZ", "UTC", 1);
   ShownRecord record;

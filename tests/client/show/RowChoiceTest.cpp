@@ -82,6 +82,9 @@ TEST(RowChoice, ColumnsStandInTheOrderWanted) {
   Json rows = Rows();
   RowChoice({{"PID=9"}, {"User"}, {"cpu %, User", "PID"}}, Processes()).Apply(rows);
   EXPECT_EQ(JsonText(rows), R"([{"CPU %":2.5,"User":"a","PID":9}])");
+  rows = Rows();
+  RowChoice({{"PID=9"}, {}, {"*"}}, Processes()).Apply(rows);
+  EXPECT_EQ(rows[0].Members().size(), Processes().fields.size());
   Schema schema = Processes();
   schema.fields[1].label = "A, B";
   rows = JsonOf(R"([{"PID": 1, "A, B": 2}])");

@@ -121,10 +121,13 @@ TEST_F(DiskSourceTest, AttributesOfEachKind) {
   EXPECT_EQ(Read().at(3).serial, "v1");
   m_host.Write("/sys/block/vda/diskseq", "10\n");
   EXPECT_EQ(Read().at(3).serial, "v2");
-  m_host.Remove("/sys/block/vda/diskseq");
-  EXPECT_EQ(Read().at(3).serial, "v2");
+  m_host.Write("/sys/block/vda/diskseq", "11\n");
+  m_host.Remove("/sys/block/vda/serial");
+  EXPECT_EQ(Read().at(3).serial, "");
   m_host.Write("/sys/block/vda/serial", "v3");
-  EXPECT_EQ(Read().at(3).serial, "v3");
+  EXPECT_EQ(Read().at(3).serial, "v3") << "what could not be read is asked for again";
+  m_host.Remove("/sys/block/vda/diskseq");
+  EXPECT_EQ(Read().at(3).serial, "") << "it would be asked for each time";
 }
 
 TEST_F(DiskSourceTest, PathsOfMultipathCountWithTheirDevice) {

@@ -131,6 +131,8 @@ TEST_F(HostFactsTest, AsksTheKeeperOfTheClockWhereTheKernelMayNotBeAsked) {
   EXPECT_EQ(Read().clockSynchronised, 0);
   m_host.Write("/run/systemd/timesync/synchronized", "");
   EXPECT_EQ(Read().clockSynchronised, 1);
+  Os().time = [](std::time_t*) { return std::time(nullptr) + 5 * 3600; };
+  EXPECT_EQ(Read().clockSynchronised, 0) << "no server has told it the time for long";
 }
 
 TEST_F(HostFactsTest, NamesOfDistributionsAreUnquotedAsAShellDoes) {

@@ -152,7 +152,7 @@ TEST_F(SocketSourceTest, ACapturedHostIsReadFromItsFiles) {
   EXPECT_EQ(ToldFigures(figures), 51U);
 
   // Nobody counts more sockets than the files' limit has.
-  std::filesystem::resize_file(host.Path("/proc/net/tcp6"), std::uintmax_t{17} << 20U);
+  std::filesystem::resize_file(host.Path("/proc/net/tcp6"), std::uintmax_t{33} << 20U);
   const SocketFigures many = Read();
   EXPECT_FALSE(IsTold(many.established));
   EXPECT_EQ(ToldFigures(many), 41U);

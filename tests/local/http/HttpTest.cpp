@@ -144,6 +144,20 @@ TEST_F(HttpTest, EachPageAnswersAndNothingElse) {
   });
 }
 
+TEST_F(HttpTest, ARecordThatHasNothingToTellIsAskedForByNameAlone) {
+  std::atomic<bool> isIdle = true;
+  LayoutRegistry::Instance().PublishListing({{"FAKE", '4', true, [&] { return isIdle.load(); }},
+                                             {"IDLE", '3', false},
+                                             {"BARE", '4', true}});
+  Serve([&] {
+    EXPECT_THAT(Ask("/metrics"), Not(HasSubstr("qmt_fake_")));
+    EXPECT_THAT(Ask("/metrics?collect[]=FAKE"), HasSubstr("qmt_fake_"));
+    isIdle = false;
+    EXPECT_THAT(Ask("/metrics"), HasSubstr("qmt_fake_"));
+  });
+  PublishFakeRecords();
+}
+
 TEST_F(HttpTest, TheFormatGoesByTheAcceptHeader) {
   const struct {
     const char* accept;
