@@ -49,12 +49,12 @@ constexpr std::size_t kLeastNameWidth = 12;
 constexpr std::size_t kLeastContainerWidth = 24;
 constexpr std::string_view kCutMark = "...";
 
-const Json* NumberOf(const Json& row, const char* label) {
+const Json* GroupNumberOf(const Json& row, const char* label) {
   const Json* value = row.Find(label);
   return value != nullptr && value->IsNumber() ? value : nullptr;
 }
 
-std::string TextOf(const Json& row, const char* label) {
+std::string GroupTextOf(const Json& row, const char* label) {
   const Json* value = row.Find(label);
   return value != nullptr && value->IsString() ? value->Text() : std::string();
 }
@@ -83,7 +83,7 @@ std::string NameBelow(const std::string& path, const std::string& above) {
 Json SumBelow(const GroupNode& group, const char* label) {
   Json sum;
   for (const GroupNode& child : group.children) {
-    if (const Json* part = NumberOf(child.row, label); part != nullptr) {
+    if (const Json* part = GroupNumberOf(child.row, label); part != nullptr) {
       sum = (sum.IsNull() ? 0 : sum.Number()) + part->Number();
     }
   }
@@ -98,7 +98,7 @@ void FillGroup(GroupNode& group) {
   }
   Json io;
   for (const char* label : {kReadLabel, kWriteLabel}) {
-    if (const Json* part = NumberOf(group.row, label); part != nullptr) {
+    if (const Json* part = GroupNumberOf(group.row, label); part != nullptr) {
       io = (io.IsNull() ? 0 : io.Number()) + part->Number();
     }
   }
@@ -117,18 +117,18 @@ std::string OrderLabel(std::string_view text) {
 /// it is the whole name.
 std::string ContainerText(const Json& row) {
   constexpr std::size_t kShortId = 12;
-  std::string id = TextOf(row, "Container ID");
+  std::string id = GroupTextOf(row, "Container ID");
   if (id.empty()) {
     return "";
   }
   if (id.size() > kShortId && id.find_first_not_of("0123456789abcdef") == std::string::npos) {
     id.resize(kShortId);
   }
-  return '(' + SafeText(TextOf(row, "Kind") + ' ' + id) + ')';
+  return '(' + SafeText(GroupTextOf(row, "Kind") + ' ' + id) + ')';
 }
 
 Cell FigureCell(const Json& row, const FigureColumn& column) {
-  const Json* value = NumberOf(row, column.label);
+  const Json* value = GroupNumberOf(row, column.label);
   if (value == nullptr) {
     return {"-"};
   }
@@ -200,7 +200,7 @@ std::string NameCell(const GroupLine& line, std::size_t room) {
 std::vector<GroupNode> MakeGroupTree(Json rows) {
   std::vector<GroupNode> unplaced;
   for (Json& row : rows.Elements()) {
-    std::string path = TextOf(row, "Path");
+    std::string path = GroupTextOf(row, "Path");
     if (path.empty()) {
       throw ClientError("broken answer: a control group without a path");
     }

@@ -66,7 +66,7 @@ std::string_view TakeLastGroupName(std::string_view& path) {
   return name;
 }
 
-/// Undoes the service manager's escapes: "\x2d" for a hyphen, a hyphen for a slash.
+/// Undoes the service manager's escapes, as "\x2d" for a hyphen.
 std::string WithoutUnitNameEscapes(std::string_view text) {
   const auto value = [](char digit) { return digit <= '9' ? digit - '0' : digit - 'a' + 10; };
   std::string plain;

@@ -90,7 +90,7 @@ void PutToldCounters(const NetlinkDetails& details, LinkFigures& link) {
   }
 }
 
-/// No driver is asked for the speed of others.
+/// Others have none, and need not be asked.
 bool MayHaveSpeed(std::uint32_t flags) {
   return (flags & IFF_UP) != 0 && (flags & IFF_LOOPBACK) == 0;
 }
@@ -142,7 +142,7 @@ bool AskForLinkRows(std::vector<LinkFigures>& rows) {
     const bool lacksCounters = details.toldStatistics == 0;
     if (lacksCounters || MayHaveSpeed(told.flags)) {
       const HostFolder folder = folders.Below(link.name.c_str());
-      if (folder.IsOpen()) {
+      if (folder.IsOpen() && MayHaveSpeed(told.flags)) {
         PutSpeed(folder, link);
       }
       if (lacksCounters && folder.IsOpen()) {
