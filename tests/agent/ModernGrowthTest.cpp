@@ -20,8 +20,8 @@
 
 namespace {
 
-constexpr tagPQLAUI kIntervals{.realtime = 0, .calcRates = 1};
-constexpr tagPQLAUI kLooks{.realtime = 1, .calcRates = 0};
+constexpr tagPQLAUI kGrowthIntervals{.realtime = 0, .calcRates = 1};
+constexpr tagPQLAUI kGrowthLooks{.realtime = 1, .calcRates = 0};
 
 /// An instance and what its counter stands at.
 struct Instance {
@@ -213,7 +213,7 @@ TEST_P(GrowthOfInstancesTest, FollowsWhatComesGoesFallsAndIsNotTold) {
       {"no row at all", {}, {}},
       {"after that", {{"a", 504}, {"b", 10}}, {{"a", "4", 20}, {"b", "0", 20}}},
   };
-  Asker asker(record.name, record.category, kIntervals);
+  Asker asker(record.name, record.category, kGrowthIntervals);
   for (const auto& interval : intervals) {
     SCOPED_TRACE(interval.what);
     Collect(record, interval.instances);
@@ -243,8 +243,8 @@ INSTANTIATE_TEST_SUITE_P(Each, GrowthOfInstancesTest,
 TEST_F(ModernGrowthTest, WhatIsNewCountsNothingUntilRowsHaveBeenBuiltByTheSchedule) {
   for (const CountedRecord& record : {kGroups, kLinks, kDisks}) {
     SCOPED_TRACE(record.name);
-    Asker asker(record.name, '4', kIntervals);
-    Asker look(record.name, '4', kLooks);
+    Asker asker(record.name, '4', kGrowthIntervals);
+    Asker look(record.name, '4', kGrowthLooks);
     Collect(record, {});
     (void)Ask(record, asker);
     Collect(record, {{"a", 5}});
@@ -260,7 +260,7 @@ TEST_F(ModernGrowthTest, WhatIsNewCountsNothingUntilRowsHaveBeenBuiltByTheSchedu
 }
 
 TEST_F(ModernGrowthTest, ALookAtSomethingNewTellsNoRate) {
-  Asker look("NETD", '4', kLooks);
+  Asker look("NETD", '4', kGrowthLooks);
   Collect(kLinks, {{"a", 1000}, {"c", 50}});
   (void)Ask(kLinks, look);
   SetClock(s_now + 10);
@@ -290,8 +290,8 @@ TEST_F(ModernGrowthTest, RatesGoByTheClockWithItsFraction) {
   };
   for (const auto& one : cases) {
     SCOPED_TRACE(one.what);
-    Asker interval("DISK", '4', kIntervals);
-    Asker look("DISK", '4', kLooks);
+    Asker interval("DISK", '4', kGrowthIntervals);
+    Asker look("DISK", '4', kGrowthLooks);
     RecordBuilder builder{nullptr, &m_collector, "pipe"};
     SetClock(1000, 250'000);
     Collect(kDisks, {{"sda", 100}});
@@ -314,8 +314,8 @@ TEST_F(ModernGrowthTest, RatesGoByTheClockWithItsFraction) {
 }
 
 TEST_F(ModernGrowthTest, RunDelaysAreOfOneProcessAndOneRequest) {
-  Asker asker("PDX", '3', kLooks);
-  Asker other("PDX", '3', kLooks);
+  Asker asker("PDX", '3', kGrowthLooks);
+  Asker other("PDX", '3', kGrowthLooks);
   const auto delay = [&](Asker& who) {
     return FieldText(*Ask(kProcesses, who).front(), "Run Delay %");
   };
@@ -343,7 +343,7 @@ TEST_F(ModernGrowthTest, OfALongPathTheEndIsKeptAndTwoStayTwo) {
   Collect(kGroups, {{std::string(511, 'p'), 1},
                     {"/one of long names" + end, 1},
                     {"/another long name" + end, 1}});
-  Asker look("CGRP", '4', kLooks);
+  Asker look("CGRP", '4', kGrowthLooks);
   const auto& records = Ask(kGroups, look);
   ASSERT_EQ(records.size(), 3U);
   EXPECT_EQ(FieldText(*records.front(), "Path"), std::string(511, 'p'));
@@ -365,8 +365,8 @@ TEST_P(CostOfRowsTest, GrowsWithTheNumberOfRows) {
     for (int number = 0; number < count; ++number) {
       instances.push_back({std::to_string(number), 10.0 + number});
     }
-    Asker asker(record.name, record.category, kIntervals);
-    Asker look(record.name, record.category, kLooks);
+    Asker asker(record.name, record.category, kGrowthIntervals);
+    Asker look(record.name, record.category, kGrowthLooks);
     RecordBuilder builder{nullptr, &m_collector, "pipe"};
     std::clock_t spent = 0;
     for (int time = 0; time < 2; ++time) {

@@ -19,8 +19,8 @@
 namespace {
 
 const std::filesystem::path kRows = std::filesystem::path(QMT_TEST_DIR) / "fixtures/modern-rows";
-constexpr tagPQLAUI kIntervals{.realtime = 0, .calcRates = 1};
-constexpr tagPQLAUI kLooks{.realtime = 1, .calcRates = 0};
+constexpr tagPQLAUI kRowIntervals{.realtime = 0, .calcRates = 1};
+constexpr tagPQLAUI kRowLooks{.realtime = 1, .calcRates = 0};
 constexpr tagPQLAUI kSinceBoot{.realtime = 1, .calcRates = 1};
 constexpr std::pair<const char*, unsigned char> kModernRecords[] = {
     {"PRES", '4'}, {"CGRP", '4'}, {"NETD", '4'}, {"SOCK", '4'}, {"DISK", '4'},
@@ -102,9 +102,9 @@ TEST_F(ModernRecordRowsTest, RowsAreThoseWorkedOutByHand) {
   Batch intervals;
   Batch others;
   for (const auto& [record, category] : kModernRecords) {
-    looks.Add(record, category, kLooks);
+    looks.Add(record, category, kRowLooks);
     if (category == '4') {
-      intervals.Add(record, category, kIntervals);
+      intervals.Add(record, category, kRowIntervals);
       others.Add(record, category, kSinceBoot);
     }
   }
@@ -140,8 +140,8 @@ TEST_F(ModernRecordRowsTest, GroupsOfBothVersionsAreOneRowEach) {
   Start("modern", "host-v1.tsv");
   const RowTable table(kRows / "CGRP-v1.tsv");
   Batch batch;
-  batch.Add("CGRP", '4', kIntervals);
-  batch.Add("CGRP", '4', kLooks);
+  batch.Add("CGRP", '4', kRowIntervals);
+  batch.Add("CGRP", '4', kRowLooks);
   Answer(batch);
   table.Expect(batch.entries[1]->event.m_records, "first");
   Reach(State::kSecond, "host-v1.tsv");
@@ -154,7 +154,7 @@ TEST_F(ModernRecordRowsTest, TheProfileClassicHasNoneOfThem) {
   Start("classic", "host.tsv");
   Batch batch;
   for (const auto& [record, category] : kModernRecords) {
-    batch.Add(record, category, kLooks);
+    batch.Add(record, category, kRowLooks);
     EXPECT_EQ(LayoutRegistry::Instance().Find(record), nullptr) << record;
     EXPECT_EQ(LayoutRegistry::Instance().FindListing(record), nullptr) << record;
   }
