@@ -5,9 +5,10 @@ import json
 import pathlib
 
 HOST = 'instance=~"$instance"'
-# Groups that do work, rather than hold others whose work would count twice. The sum of those beyond
-# the bound has no info.
-WORKING = 'and on (instance, job, path) qmt_cgrp_info{kind!~"root|slice"}'
+# Groups that do work, rather than hold others whose work would count twice.
+WORKING = 'unless on (instance, job, path) qmt_cgrp_info{kind=~"root|slice"}'
+# Groups of their own, without the sum of those beyond the bound.
+GROUPS = f'{HOST},path!="other"'
 # The modes of a processor's time that are work or keep it from work.
 MODES = ["user", "nice", "system", "wait", "irq", "soft_irq", "steal", "guest", "guest_nice"]
 # What the table of host facts leaves out.
@@ -76,11 +77,11 @@ ROWS = [
     ]),
     ("Control groups", [
         ("Groups with most processor time", "short",
-         [(hottest(f"{rate('qmt_cgrp_cpu_seconds')} {WORKING}"), "{{instance}} {{path}}")]),
+         [(hottest(f"{rate('qmt_cgrp_cpu_seconds', GROUPS)} {WORKING}"), "{{instance}} {{path}}")]),
         ("Groups with most memory", "bytes",
-         [(hottest(f"qmt_cgrp_memory_bytes{{{HOST}}} {WORKING}"), "{{instance}} {{path}}")]),
+         [(hottest(f"qmt_cgrp_memory_bytes{{{GROUPS}}} {WORKING}"), "{{instance}} {{path}}")]),
         ("Groups held back by their limit of time", "percentunit",
-         [(hottest(per("qmt_cgrp_throttled_periods", "qmt_cgrp_periods", f'{HOST},path!="other"')),
+         [(hottest(per("qmt_cgrp_throttled_periods", "qmt_cgrp_periods", GROUPS)),
            "{{instance}} {{path}}")]),
         ("Groups nearest their limit of memory", "percentunit",
          [(hottest(f"qmt_cgrp_limit_ratio{{{HOST}}}"), "{{instance}} {{path}}")]),
