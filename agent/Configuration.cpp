@@ -7,6 +7,7 @@
 #include "agent/HostProfileChoice.h"
 #include "agent/IniSettings.h"
 #include "agent/UnixAgent.h"
+#include "collect/modern/cgroup/ControlGroupSource.h"
 #include "support/HostProfile.h"
 #include "support/ProductOptions.h"
 #include "support/TraceLog.h"
@@ -16,7 +17,6 @@ namespace {
 constexpr int kOptionFailed = -61;
 /// Seconds, unless the site sets another limit.
 constexpr long kModernMountTimeout = 2;
-constexpr long kUsualGroupDepth = 3;
 constexpr long kLongestMountTimeout = 3600;
 
 }  // namespace
@@ -117,11 +117,12 @@ void UnixAgent::PublishGuardMode() {
 }
 
 void UnixAgent::PublishGroupDepth() {
-  long depth = kUsualGroupDepth;
+  const long usual = ControlGroupWalk{}.depth;
+  long depth = usual;
   GetIniFile()->ReadLong(&depth, kGroupDepthLabel, kHostSection, nullptr, nullptr);
   // The check of the settings tells of one that is out of range.
   if (depth < 0 || depth > kMostGroupDepth) {
-    depth = kUsualGroupDepth;
+    depth = usual;
   }
   ProductOptions::Instance().Set(kHostSection, kGroupDepthLabel, std::to_string(depth).c_str());
 }

@@ -8,14 +8,6 @@
 
 namespace {
 
-std::string Lower(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  }
-  return out;
-}
-
 /// "; did you mean ...?", or where all labels are shown if nothing is near.
 std::string Suggestion(const Schema& schema, std::string_view label) {
   Nearest nearest(label);
@@ -37,8 +29,8 @@ const Field* FindField(const Schema& schema, std::string_view label) {
   if (exact != end) {
     return &*exact;
   }
-  const auto same = [sought = Lower(label)](const Field& field) {
-    return Lower(field.label) == sought;
+  const auto same = [sought = LowerCase(label)](const Field& field) {
+    return LowerCase(field.label) == sought;
   };
   const auto found = std::find_if(begin, end, same);
   return found == end || std::find_if(found + 1, end, same) != end ? nullptr : &*found;

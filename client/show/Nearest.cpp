@@ -10,14 +10,6 @@ constexpr std::size_t kSuggestions = 3;
 /// Nothing is near to a text that is longer than any name that people type.
 constexpr std::size_t kLongestSought = 128;
 
-std::string LowerName(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  }
-  return out;
-}
-
 /// Letters to put in, take out or change until `a` is `b`.
 std::size_t Distance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> row(b.size() + 1);
@@ -36,14 +28,22 @@ std::size_t Distance(std::string_view a, std::string_view b) {
 
 }  // namespace
 
+std::string LowerCase(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) {
+    c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  }
+  return out;
+}
+
 Nearest::Nearest(std::string_view sought)
-    : m_sought(sought.size() > kLongestSought ? "" : LowerName(sought)) {}
+    : m_sought(sought.size() > kLongestSought ? "" : LowerCase(sought)) {}
 
 void Nearest::Add(std::string_view name, const std::string& shown) {
   if (m_sought.empty()) {
     return;
   }
-  const std::string other = LowerName(name);
+  const std::string other = LowerCase(name);
   const std::size_t bound = std::max<std::size_t>(2, m_sought.size() / 3);
   // Names of another length are further away than that, which saves the most of the work.
   if (other.size() <= m_sought.size() + bound && m_sought.size() <= other.size() + bound) {

@@ -60,7 +60,7 @@ void TakeDetail(std::string_view text) {
   TakeStatusDetail(text, detail);
   TakeIoDetail(text, detail);
   TakeSchedDetail(text, detail);
-  Require(!(detail.readCalls < 0) && !(detail.runSeconds < 0));
+  Require(!(detail.readCalls < 0) && !(detail.runDelaySeconds < 0));
   Require(WaitChannelOf(text).find('\n') == std::string_view::npos);
   const std::string_view group = ControlGroupOf(text);
   Require(group.empty() || group.front() == '/');

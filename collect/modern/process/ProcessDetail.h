@@ -45,9 +45,7 @@ struct ProcessDetail {
   double writeCalls = kNotTold;
 
   // Of schedstat, which is that of the first thread alone: no sum over the process.
-  double runSeconds = kNotTold;
   double runDelaySeconds = kNotTold;  ///< ready, but waiting for a processor
-  double timeslices = kNotTold;
 
   /// Entries of fd. Kernels before 6.2 want the rights of who may trace it for that; 100,000 there
   /// stand for more too.

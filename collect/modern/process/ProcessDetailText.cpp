@@ -105,9 +105,7 @@ void TakeSchedDetail(std::string_view text, ProcessDetail& detail) {
       !TakeCount(text, slices) || (run | delay | slices) == 0) {
     return;
   }
-  detail.runSeconds = static_cast<double>(run) * kNanosecond;
   detail.runDelaySeconds = static_cast<double>(delay) * kNanosecond;
-  detail.timeslices = static_cast<double>(slices);
 }
 
 std::string_view WaitChannelOf(std::string_view text) {

@@ -28,9 +28,8 @@ std::string DumpDetail(const ProcessDetail& row) {
                               row.fileBytes,         row.sharedBytes,      row.swapBytes,
                               row.peakBytes,         row.storageReadBytes, row.storageWriteBytes,
                               row.callReadBytes,     row.callWriteBytes,   row.readCalls,
-                              row.writeCalls,        row.runSeconds,       row.runDelaySeconds,
-                              row.timeslices,        row.openFiles,        row.oomScore,
-                              row.oomScoreAdjust}) {
+                              row.writeCalls,        row.runDelaySeconds,  row.openFiles,
+                              row.oomScore,          row.oomScoreAdjust}) {
     out << ' ';
     if (IsTold(figure)) {
       out << figure;
@@ -95,7 +94,7 @@ class ProcessDetailTest : public CollectFixture {
 
 constexpr char kWhole[] =
     "20 <a) b (c> S 12345 1700000123.45 4 1.5 2.5 63 33 4294967300 7 4096 8192 0 16384 9216000 "
-    "4096 8192 6442450944 10 5 20 1.5 0.25 77 3 667 -1000 [ep_poll] "
+    "4096 8192 6442450944 10 5 20 0.25 3 667 -1000 [ep_poll] "
     "[/system.slice/x.service] [/usr/bin/work er (deleted)] [worker -x 1]\n";
 
 TEST_F(ProcessDetailTest, ReadsWhatEachProcessTells) {
@@ -118,9 +117,9 @@ TEST_F(ProcessDetailTest, ReadsWhatEachProcessTells) {
   m_host.Write("/proc/99999999999/stat", StatOf(1, "x", 'S', 1));
   EXPECT_EQ(Dump(),
             kWhole + std::string("30 <zom bie> Z 50 1700000000.5 4 1.5 2.5 63 5 - - - - - - - - "
-                                 "- - - - - - - - - - - [] [/] [] []\n"
+                                 "- - - - - - - - - [] [/] [] []\n"
                                  "40 <runs> R 50 1700000000.5 4 1.5 2.5 63 - - - - - - - - - - "
-                                 "- - - - - - - - - - [] [] [] [" +
+                                 "- - - - - - - - [] [] [] [" +
                                  std::string(1023, 'x') + "]\n"));
   m_host.Remove("/proc");
   EXPECT_EQ(Dump(), "");
