@@ -6,7 +6,7 @@
 #include <string>
 
 #include "local/control/ControlConnection.h"
-#include "local/loop/LoopTimer.h"
+#include "io/LoopTimer.h"
 
 struct ControlSettings {
   /// Relative to the working directory, so that a long root fits into a socket's name. The folder

@@ -65,12 +65,14 @@ void EventLoop::RequestStop() noexcept {
 bool EventLoop::IsStopRequested() noexcept { return g_stopRequested.load(); }
 
 struct EventLoop::Library {
-  asio::io_context io{1};
-  asio::executor_work_guard<asio::io_context::executor_type> work{io.get_executor()};
-  asio::posix::stream_descriptor wakeUp{io, MakeWakeDescriptor()};
+  explicit Library(asio::io_context& io)
+      : work(io.get_executor()), wakeUp(io, MakeWakeDescriptor()) {}
+
+  asio::executor_work_guard<asio::io_context::executor_type> work;
+  asio::posix::stream_descriptor wakeUp;
 };
 
-EventLoop::EventLoop() : m_library(std::make_unique<Library>()) {
+EventLoop::EventLoop() : m_library(std::make_unique<Library>(Io())) {
   // A loop that is made beside the one that runs, for a look at settings, is woken by no signal.
   int none = -1;
   g_wakeDescriptor.compare_exchange_strong(none, m_library->wakeUp.native_handle());
@@ -83,8 +85,6 @@ EventLoop::~EventLoop() {
   m_queue.clear();
   FreeRetired();
 }
-
-asio::io_context& EventLoop::Io() { return m_library->io; }
 
 void EventLoop::WatchWakeUps() {
   m_library->wakeUp.async_wait(asio::posix::stream_descriptor::wait_read, [this](auto error) {
@@ -119,7 +119,7 @@ void EventLoop::Run(CMBNode& node) {
 
 void EventLoop::WaitForIo() {
   try {
-    m_library->io.run_one();
+    Io().run_one();
   } catch (const std::bad_alloc&) {
     m_onNoMemory();
   }
@@ -127,7 +127,7 @@ void EventLoop::WaitForIo() {
 
 void EventLoop::WaitForIoUntil(Clock::time_point deadline) {
   try {
-    m_library->io.run_one_until(deadline);
+    Io().run_one_until(deadline);
   } catch (const std::bad_alloc&) {
     m_onNoMemory();
   }
@@ -171,7 +171,7 @@ bool EventLoop::PollIo() {
 
 bool EventLoop::PollOne() {
   try {
-    return m_library->io.poll_one() != 0;
+    return Io().poll_one() != 0;
   } catch (const std::bad_alloc&) {
     m_onNoMemory();
     return true;

@@ -7,11 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "io/IoLoop.h"
 #include "node/Node.h"
-
-namespace asio {
-class io_context;
-}
 
 /// What waits for its turn. Both functions may be empty.
 struct LoopTask {
@@ -24,15 +21,13 @@ struct LoopTask {
 /// takes one at a time and runs it outside the library, so that a handler may Yield in the middle
 /// of its work. Inside a Yield the waiting tasks are run, but no batch: a second batch waits until
 /// the first is done. A Yield inside a Yield does nothing. A batch that has not begun may Hold.
-class EventLoop {
+class EventLoop : public IoLoop {
  public:
   EventLoop();
   ~EventLoop();
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
 
-  /// The I/O library's own loop, for the sources of the wing that see the library.
-  [[nodiscard]] asio::io_context& Io();
   void Post(LoopTask task) { m_queue.push_back(std::move(task)); }
 
   /// Runs tasks until a stop is asked for, then drops what still waits. The stop is used up by

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "local/loop/EventLoop.h"
-#include "local/loop/LoopTimer.h"
+#include "io/LoopTimer.h"
 
 /// Tells the service manager how the daemon does: one datagram each to the socket that the
 /// environment variable NOTIFY_SOCKET names. Without one nothing is sent. If WATCHDOG_USEC asks for

@@ -13,7 +13,7 @@
 
 #include "local/log/ProblemReport.h"
 #include "local/loop/EventLoop.h"
-#include "local/loop/LoopTimer.h"
+#include "io/LoopTimer.h"
 #include "local/schedule/BatchDesk.h"
 #include "local/schedule/RecordSink.h"
 

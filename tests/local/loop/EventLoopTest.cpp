@@ -12,8 +12,8 @@
 
 #include "local/loop/DescriptorWatches.h"
 #include "local/loop/EventTimers.h"
-#include "local/loop/LoopDescriptor.h"
-#include "local/loop/LoopTimer.h"
+#include "io/LoopDescriptor.h"
+#include "io/LoopTimer.h"
 #include "support/Descriptor.h"
 #include "tests/local/FakeAgent.h"
 

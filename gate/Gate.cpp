@@ -1,0 +1,182 @@
+#include "gate/Gate.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "gate/GateLog.h"
+#include "gate/access/AccessError.h"
+#include "json/JsonText.h"
+
+namespace {
+
+constexpr std::chrono::seconds kAskAgainPause{1};
+constexpr std::size_t kMaxSettings = 65536;
+
+}  // namespace
+
+Gate::Gate(std::string controlPath, bool isChild)
+    : m_isChild(isChild),
+      m_desk(m_loop, std::move(controlPath)),
+      m_pages(m_desk),
+      m_again(m_loop) {}
+
+Gate::~Gate() = default;
+
+int Gate::Run() {
+  m_loop.StopBySignals();
+  AskSettings();
+  m_loop.Run();
+  m_servers.clear();
+  return 0;
+}
+
+void Gate::AskSettings() {
+  m_answer.clear();
+  m_areAddressesTold = false;
+  m_link = std::make_unique<DaemonAsk>(m_loop, std::chrono::milliseconds(0));
+  m_link->Start(
+      m_desk.Path(), JsonText(Json{{"op", "gate"}}),
+      [this](std::string_view bytes) { OnBytes(bytes); }, [this](DaemonAsk::End) { AskAgain(); });
+}
+
+void Gate::OnBytes(std::string_view bytes) {
+  m_answer += bytes;
+  if (m_answer.size() > kMaxSettings) {
+    AskAgain();
+    return;
+  }
+  for (std::size_t end = 0; (end = m_answer.find('\n')) != std::string::npos;) {
+    const std::string line = m_answer.substr(0, end);
+    m_answer.erase(0, end + 1);
+    OnAnswer(ParseJson(line).value);
+  }
+}
+
+void Gate::AskAgain() {
+  if (!std::exchange(m_isToldGone, true)) {
+    GateLog(m_desk.Path() + ": the daemon can't be asked; trying again");
+  }
+  m_again.After(kAskAgainPause, [this] { AskSettings(); });
+}
+
+void Gate::OnAnswer(const Json& answer) {
+  GateSettings settings;
+  if (!ReadGateSettings(answer, settings)) {
+    return;
+  }
+  if (std::exchange(m_isToldGone, false)) {
+    GateLog(m_desk.Path() + ": the daemon answers");
+  }
+  const bool isMine = settings.mode == (m_isChild ? "child" : "unit");
+  if (!isMine) {
+    GateLog("the daemon's settings have \"Gate = " + settings.mode + "\": nothing to do here");
+    m_loop.Stop();
+    return;
+  }
+  if (!m_hasSettings || !(settings == m_settings)) {
+    TakeUp(settings);
+  }
+  if (!std::exchange(m_areAddressesTold, true)) {
+    TellAddresses();
+  }
+}
+
+void Gate::TakeUp(const GateSettings& settings) {
+  m_hasSettings = true;
+  m_settings = settings;
+  m_servers.clear();
+  m_tls.reset();
+  m_pages.ShowArguments(settings.showsArguments);
+  OpenAccess();
+  OpenTls();
+  for (const std::string& text : settings.listen) {
+    OpenListener(text);
+  }
+}
+
+void Gate::OpenAccess() {
+  const bool hasAccounts = !m_settings.users.empty() || !m_settings.tokens.empty();
+  std::unique_ptr<Access> access;
+  try {
+    access = std::make_unique<Access>(m_settings.users, m_settings.tokens, Hooks());
+  } catch (const AccessError& error) {
+    GateLog(std::string(error.what()) + "; no user and no token of a file is let in");
+    access = std::make_unique<Access>("", "", Hooks());
+  }
+  m_pages.SetAccess(std::move(access), hasAccounts);
+}
+
+void Gate::OpenTls() {
+  if (m_settings.certificate.empty() && m_settings.key.empty()) {
+    return;
+  }
+  try {
+    m_tls = std::make_unique<TlsFiles>(m_settings.certificate, m_settings.key);
+  } catch (const AccessError& error) {
+    GateLog(std::string(error.what()) + "; addresses with TLS are left out");
+  }
+}
+
+void Gate::OpenListener(const std::string& text) {
+  const ListenTarget target =
+      TargetOf(text, !m_settings.certificate.empty() || !m_settings.key.empty());
+  if (target.isTls && m_tls == nullptr) {
+    return;
+  }
+  HttpSettings settings;
+  settings.isTls = target.isTls;
+  if (target.isTls) {
+    settings.onConnection = [this] { m_tls->Look(); };
+  }
+  auto server = std::make_unique<HttpServer>(
+      m_loop, [this](const auto& exchange) { m_pages.Serve(exchange); }, std::move(settings));
+  server->SetHostNames(m_settings.names);
+  std::string error;
+  if (!server->Open(target.address, error)) {
+    GateLog("Listen: " + error + "; the others go on without it");
+    return;
+  }
+  const bool hasUsers = !m_settings.users.empty() || !m_settings.tokens.empty();
+  if (!server->IsLoopback() && !(target.isTls && hasUsers)) {
+    GateLog(server->Address() +
+            ": without a certificate and users it serves /metrics and the health pages alone");
+  }
+  m_servers.push_back(std::move(server));
+}
+
+void Gate::TellAddresses() {
+  std::vector<std::string> addresses;
+  for (const auto& server : m_servers) {
+    addresses.push_back((server->IsTls() ? "https://" : "") + server->Address());
+  }
+  m_pages.SetAddresses(addresses);
+  m_link->Say(JsonText(Json{{"op", "gate"}, {"addresses", addresses}}));
+}
+
+AccessHooks Gate::Hooks() {
+  AccessHooks hooks;
+  hooks.post = [this](std::function<void()> action) { m_loop.Post(std::move(action)); };
+  hooks.after = [this](std::chrono::milliseconds time, std::function<void()> action) {
+    m_loop.After(time, std::move(action));
+  };
+  hooks.report = [](const std::string& text) { GateLog(text); };
+  hooks.askDaemon = [this](const std::string& token, const AccessHooks::TokenAnswer& answer) {
+    CheckToken(token, answer);
+  };
+  return hooks;
+}
+
+void Gate::CheckToken(const std::string& token, const AccessHooks::TokenAnswer& answer) {
+  // The question is held by its own end.
+  const auto held = std::make_shared<DaemonDesk::QuestionPtr>();
+  *held = m_desk.AskJson(Json{{"op", "token_check"}, {"token", token}},
+                         [held, answer](const Json& line) {
+                           const Json* valid = line.Find("valid");
+                           const Json* expires = line.Find("expires");
+                           const bool isTold = valid != nullptr && valid->IsBool();
+                           answer(isTold ? std::optional(valid->Bool()) : std::nullopt,
+                                  expires != nullptr && expires->IsWhole() ? expires->Whole() : 0);
+                           held->reset();
+                         });
+}

@@ -1,0 +1,45 @@
+#include "gate/GateLoop.h"
+
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <asio/post.hpp>
+#include <asio/signal_set.hpp>
+#include <asio/steady_timer.hpp>
+#include <csignal>
+#include <utility>
+
+struct GateLoop::Library {
+  explicit Library(asio::io_context& io) : work(io.get_executor()), signals(io) {}
+
+  asio::executor_work_guard<asio::io_context::executor_type> work;
+  asio::signal_set signals;
+};
+
+GateLoop::GateLoop() : m_library(std::make_unique<Library>(Io())) {}
+
+GateLoop::~GateLoop() = default;
+
+void GateLoop::Run() { Io().run(); }
+
+void GateLoop::Stop() { Io().stop(); }
+
+void GateLoop::StopBySignals() {
+  m_library->signals.add(SIGTERM);
+  m_library->signals.add(SIGINT);
+  m_library->signals.async_wait([this](asio::error_code error, int) {
+    if (!error) {
+      Stop();
+    }
+  });
+}
+
+void GateLoop::Post(std::function<void()> action) { asio::post(Io(), std::move(action)); }
+
+void GateLoop::After(std::chrono::milliseconds time, std::function<void()> action) {
+  const auto timer = std::make_shared<asio::steady_timer>(Io(), time);
+  timer->async_wait([timer, action = std::move(action)](asio::error_code error) {
+    if (!error) {
+      action();
+    }
+  });
+}

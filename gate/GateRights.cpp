@@ -1,0 +1,88 @@
+#include "gate/GateRights.h"
+
+#include <grp.h>
+#include <linux/landlock.h>
+#include <pwd.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+
+#include "support/Capabilities.h"
+
+namespace {
+
+bool BecomeUser(const std::string& user, std::string& error) {
+  errno = 0;
+  const ::passwd* entry = ::getpwnam(user.c_str());
+  if (entry == nullptr) {
+    error = "no user \"" + user + '"';
+    return false;
+  }
+  // The entry is the library's, and the next call may change it.
+  const uid_t uid = entry->pw_uid;
+  const gid_t gid = entry->pw_gid;
+  if (::setgroups(0, nullptr) != 0 || ::setgid(gid) != 0 || ::setuid(uid) != 0 ||
+      ::setuid(0) == 0) {
+    error = "can't become user \"" + user + "\": " + std::strerror(errno);
+    return false;
+  }
+  return true;
+}
+
+/// What the kernel can keep a program from doing with files, by its version of that.
+std::uint64_t RefusedFileAccess(long version) {
+  std::uint64_t access =
+      LANDLOCK_ACCESS_FS_EXECUTE | LANDLOCK_ACCESS_FS_WRITE_FILE | LANDLOCK_ACCESS_FS_REMOVE_DIR |
+      LANDLOCK_ACCESS_FS_REMOVE_FILE | LANDLOCK_ACCESS_FS_MAKE_CHAR | LANDLOCK_ACCESS_FS_MAKE_DIR |
+      LANDLOCK_ACCESS_FS_MAKE_REG | LANDLOCK_ACCESS_FS_MAKE_SOCK | LANDLOCK_ACCESS_FS_MAKE_FIFO |
+      LANDLOCK_ACCESS_FS_MAKE_BLOCK | LANDLOCK_ACCESS_FS_MAKE_SYM;
+  // By the numbers of the kernel's interface, which the headers of an older one lack.
+  constexpr std::uint64_t kRefer = std::uint64_t{1} << 13;
+  constexpr std::uint64_t kTruncate = std::uint64_t{1} << 14;
+  access |= version >= 2 ? kRefer : 0;
+  access |= version >= 3 ? kTruncate : 0;
+  return access;
+}
+
+/// Without it the file's modes still hold.
+void RefuseFileChanges() {
+  const long version =
+      ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
+  if (version < 1) {
+    return;
+  }
+  ::landlock_ruleset_attr rules{};
+  rules.handled_access_fs = RefusedFileAccess(version);
+  const long descriptor = ::syscall(SYS_landlock_create_ruleset, &rules, sizeof rules, 0);
+  if (descriptor >= 0) {
+    ::syscall(SYS_landlock_restrict_self, descriptor, 0);
+    ::close(static_cast<int>(descriptor));
+  }
+}
+
+}  // namespace
+
+bool GiveUpRights(const std::string& user, std::string& error) {
+  if (::geteuid() == 0 && !user.empty() && !BecomeUser(user, error)) {
+    return false;
+  }
+  if (!KeepCapabilities(0) || ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
+    error = std::string("the capabilities can't be given up: ") + std::strerror(errno);
+    return false;
+  }
+  const ::rlimit none{0, 0};
+  ::setrlimit(RLIMIT_CORE, &none);
+  RefuseFileChanges();
+  return true;
+}
+
+bool EndWithParent() {
+  const pid_t parent = ::getppid();
+  return ::prctl(PR_SET_PDEATHSIG, SIGTERM, 0, 0, 0) == 0 && ::getppid() == parent && parent != 1;
+}

@@ -1,0 +1,134 @@
+#include "gate/console/EventDesk.h"
+
+#include <ctime>
+#include <utility>
+#include <vector>
+
+#include "gate/daemon/AnswerErrors.h"
+#include "json/JsonText.h"
+
+namespace {
+
+constexpr std::chrono::seconds kPauseBeforeAgain{1};
+constexpr std::chrono::seconds kKeepAlivePause{15};
+/// The longest line of the daemon that is taken.
+constexpr std::size_t kMaxEventLine = std::size_t{32} << 20;
+
+}  // namespace
+
+EventDesk::EventDesk(DaemonDesk& desk)
+    : m_desk(desk), m_again(desk.Loop()), m_keepAlive(desk.Loop()) {}
+
+EventDesk::~EventDesk() = default;
+
+void EventDesk::Serve(const std::shared_ptr<HttpExchange>& exchange) {
+  auto read = ReadEventQuery(exchange->arguments, exchange->lastEventId);
+  if (const auto* fault = std::get_if<QueryFault>(&read)) {
+    exchange->Answer(ErrorAnswer(fault->status, "bad-field", fault->message, fault->field));
+    return;
+  }
+  RemoveGone();
+  if (m_listeners.size() >= kMostListeners) {
+    exchange->Answer(
+        ErrorAnswer(503, "busy", std::to_string(kMostListeners) + " readers of events are served"));
+    return;
+  }
+  const auto stream = std::make_shared<HttpStream>();
+  const auto listener = std::make_shared<EventListener>(
+      m_desk, std::get<EventQuery>(std::move(read)), stream, m_showsArguments);
+  m_listeners.push_back(listener);
+  // Who leaves is forgotten in the loop's own turn, as this is called within the server's.
+  stream->OnGone([this] { m_keepAlive.After({}, [this] { KeepAlive(); }); });
+  exchange->AnswerStream({200, "text/event-stream", "", false, {{"Cache-Control", "no-store"}}},
+                         stream);
+  listener->Start(std::time(nullptr));
+  if (m_isDaemonGone) {
+    listener->Give(FrameOf("daemon", R"({"state":"gone"})"));
+  }
+  if (m_follow == nullptr) {
+    Follow();
+  }
+  m_keepAlive.After(kKeepAlivePause, [this] { KeepAlive(); });
+}
+
+void EventDesk::Follow() {
+  m_line.clear();
+  m_isFollowing = false;
+  m_follow = std::make_unique<DaemonAsk>(m_desk.Loop(), std::chrono::milliseconds(0));
+  Json request{{"op", "follow"}};
+  if (!m_showsArguments) {
+    request["arguments"] = false;
+  }
+  m_follow->Start(
+      m_desk.Path(), JsonText(request), [this](std::string_view bytes) { Take(bytes); },
+      [this](DaemonAsk::End) { OnDaemonGone(); });
+}
+
+void EventDesk::Take(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const std::size_t end = bytes.find('\n');
+    m_line += bytes.substr(0, end);
+    if (m_line.size() > kMaxEventLine) {
+      OnDaemonGone();
+      return;
+    }
+    if (end == std::string_view::npos) {
+      return;
+    }
+    bytes.remove_prefix(end + 1);
+    TakeLine(std::exchange(m_line, {}));
+  }
+}
+
+void EventDesk::TakeLine(std::string_view line) {
+  if (!std::exchange(m_isFollowing, true)) {
+    if (!line.starts_with("{\"ok\":true")) {
+      OnDaemonGone();
+    } else if (std::exchange(m_isDaemonGone, false)) {
+      GiveAll(FrameOf("daemon", R"({"state":"back"})"));
+      // They come again at once, and get from history what was made meanwhile.
+      for (const auto& listener : m_listeners) {
+        listener->End();
+      }
+    }
+    return;
+  }
+  GiveAll(FrameOfLine(line));
+}
+
+void EventDesk::OnDaemonGone() {
+  // It may be the caller, which must not be freed in its own turn.
+  m_again.After(kPauseBeforeAgain, [this] {
+    RemoveGone();
+    m_follow.reset();
+    if (!m_listeners.empty()) {
+      Follow();
+    }
+  });
+  if (!std::exchange(m_isDaemonGone, true)) {
+    GiveAll(FrameOf("daemon", R"({"state":"gone"})"));
+  }
+}
+
+void EventDesk::GiveAll(const EventFrame& frame) {
+  for (const auto& listener : m_listeners) {
+    listener->Give(frame);
+  }
+}
+
+void EventDesk::RemoveGone() {
+  m_listeners.remove_if([](const auto& listener) { return listener->IsGone(); });
+}
+
+void EventDesk::KeepAlive() {
+  RemoveGone();
+  if (m_listeners.empty()) {
+    m_follow.reset();
+    m_isDaemonGone = false;
+    m_again.Cancel();
+    return;
+  }
+  static const auto comment = std::make_shared<const std::string>(": alive\n\n");
+  GiveAll({comment, ""});
+  m_keepAlive.After(kKeepAlivePause, [this] { KeepAlive(); });
+}

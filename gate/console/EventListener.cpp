@@ -1,0 +1,184 @@
+#include "gate/console/EventListener.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "json/JsonText.h"
+
+namespace {
+
+constexpr std::int64_t kPageRows = 500;
+
+std::int64_t TimeOf(const Json& row) {
+  const Json* time = row.Find("Record Time");
+  return time != nullptr && time->IsWhole() ? time->Whole() : 0;
+}
+
+std::string TextOf(const Json& object, const char* name) {
+  const Json* member = object.Find(name);
+  return member != nullptr && member->IsString() ? member->Text() : "";
+}
+
+}  // namespace
+
+EventListener::EventListener(DaemonDesk& desk, EventQuery query, std::shared_ptr<HttpStream> stream,
+                             bool showsArguments)
+    : m_desk(desk),
+      m_query(std::move(query)),
+      m_stream(std::move(stream)),
+      m_showsArguments(showsArguments) {}
+
+void EventListener::Start(std::int64_t now) {
+  // A proxy, and the reader's own library, may wait for the first bytes.
+  m_stream->Put(std::make_shared<const std::string>(": events\nretry: 1000\n\n"));
+  if (m_query.since < 0) {
+    return;
+  }
+  m_isLive = false;
+  if (m_query.since < now - kMostSecondsBack) {
+    Lose("no more than an hour is read back; ask history for the rest");
+    m_query.since = now - kMostSecondsBack;
+  }
+  if (m_query.records.empty()) {
+    AskSchedules();
+  } else {
+    m_toRead = m_query.records;
+    ReadBackNext(nullptr);
+  }
+}
+
+void EventListener::AskSchedules() {
+  m_question =
+      m_desk.AskJson(Json{{"op", "status"}}, [weak = weak_from_this()](const Json& answer) {
+        const auto self = weak.lock();
+        if (self == nullptr) {
+          return;
+        }
+        const Json* status = answer.Find("status");
+        const Json* schedules = status == nullptr ? nullptr : status->Find("schedules");
+        if (schedules != nullptr && schedules->IsArray()) {
+          for (const Json& schedule : schedules->Elements()) {
+            self->m_toRead.push_back(TextOf(schedule, "record"));
+          }
+        }
+        self->ReadBackNext(nullptr);
+      });
+}
+
+void EventListener::ReadBackNext(const Json& after) {
+  if (IsGone()) {
+    return;
+  }
+  if (m_toRead.empty()) {
+    GoLive();
+    return;
+  }
+  Json request{{"op", "history"},
+               {"record", m_toRead.back()},
+               {"since", m_query.since},
+               {"limit", kPageRows}};
+  if (!after.IsNull()) {
+    request["after"] = after;
+  }
+  if (!m_showsArguments) {
+    request["arguments"] = false;
+  }
+  m_question = m_desk.AskJson(request, [weak = weak_from_this()](const Json& answer) {
+    if (const auto self = weak.lock()) {
+      self->TakePage(answer);
+    }
+  });
+}
+
+void EventListener::TakePage(const Json& answer) {
+  const Json* history = answer.Find("history");
+  if (history == nullptr || !history->IsObject()) {
+    const Json* error = answer.Find("error");
+    Lose(error == nullptr ? "the daemon can't be asked" : TextOf(*error, "message"));
+    GoLive();
+    return;
+  }
+  const Json* next = history->Find("next");
+  const bool isLast = next == nullptr || next->IsNull();
+  PutRows(*history, isLast);
+  const Json after = isLast ? Json(nullptr) : *next;
+  if (isLast) {
+    m_toRead.pop_back();
+  }
+  if (m_stream->Waiting() > kMostWaiting) {
+    // It comes back with what it has got until then.
+    End();
+    return;
+  }
+  ReadBackNext(after);
+}
+
+void EventListener::PutRows(const Json& history, bool isLast) {
+  const std::string record = TextOf(history, "record");
+  const std::string category = TextOf(history, "category");
+  const auto flush = [&] {
+    if (!m_rows.empty()) {
+      m_stream->Put(FrameOfRows(record, category, m_rowsTime, m_rows).text);
+      m_rows.clear();
+    }
+  };
+  const Json* rows = history.Find("rows");
+  if (rows != nullptr && rows->IsArray()) {
+    for (const Json& row : rows->Elements()) {
+      const std::int64_t time = TimeOf(row);
+      if (time != m_rowsTime) {
+        flush();
+        m_rowsTime = time;
+      }
+      m_rows += m_rows.empty() ? "" : ",";
+      m_rows += JsonText(row);
+    }
+  }
+  if (isLast) {
+    flush();
+    m_rowsTime = 0;
+  }
+}
+
+void EventListener::Lose(const std::string& reason) {
+  m_stream->Put(
+      FrameOf("lost", JsonText(Json{{"since", m_query.since}, {"message", reason}})).text);
+}
+
+void EventListener::GoLive() {
+  m_isLive = true;
+  m_toRead.clear();
+  m_question.reset();
+  m_waitingBytes = 0;
+  for (const EventFrame& frame : std::exchange(m_waiting, {})) {
+    Put(frame);
+  }
+}
+
+bool EventListener::Wants(const EventFrame& frame) const {
+  return frame.record.empty() || m_query.records.empty() ||
+         std::ranges::find(m_query.records, frame.record) != m_query.records.end();
+}
+
+void EventListener::Give(const EventFrame& frame) {
+  if (IsGone() || !Wants(frame)) {
+    return;
+  }
+  if (m_isLive) {
+    Put(frame);
+    return;
+  }
+  m_waitingBytes += frame.text->size();
+  m_waiting.push_back(frame);
+  if (m_waitingBytes > kMostWaiting) {
+    End();
+  }
+}
+
+void EventListener::Put(const EventFrame& frame) {
+  if (m_stream->Waiting() > kMostWaiting) {
+    End();
+    return;
+  }
+  m_stream->Put(frame.text);
+}

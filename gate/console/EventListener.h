@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "gate/console/ApiRequest.h"
+#include "gate/console/EventFrame.h"
+#include "gate/daemon/DaemonDesk.h"
+#include "gate/http/HttpExchange.h"
+
+/// One reader of events. What it has missed is read back from history first; what is made meanwhile
+/// waits. One that takes too little is ended, and may come back with the id that it has.
+class EventListener : public std::enable_shared_from_this<EventListener> {
+ public:
+  /// Bytes that may wait for one reader, beyond the event that comes next.
+  static constexpr std::size_t kMostWaiting = std::size_t{1} << 20;
+  /// The farthest that is read back; beyond it the reader is told that it has lost something.
+  static constexpr std::int64_t kMostSecondsBack = 3600;
+
+  EventListener(DaemonDesk& desk, EventQuery query, std::shared_ptr<HttpStream> stream,
+                bool showsArguments);
+
+  /// `now`: seconds since the epoch.
+  void Start(std::int64_t now);
+  void Give(const EventFrame& frame);
+  [[nodiscard]] bool IsGone() const { return m_stream->IsGone() || m_stream->IsEnded(); }
+  void End() { m_stream->End(); }
+
+ private:
+  [[nodiscard]] bool Wants(const EventFrame& frame) const;
+  void Put(const EventFrame& frame);
+  void AskSchedules();
+  void ReadBackNext(const Json& after);
+  void TakePage(const Json& answer);
+  void PutRows(const Json& history, bool isLast);
+  void Lose(const std::string& reason);
+  void GoLive();
+
+  DaemonDesk& m_desk;
+  EventQuery m_query;
+  std::shared_ptr<HttpStream> m_stream;
+  bool m_showsArguments;
+  bool m_isLive = true;
+  std::vector<std::string> m_toRead;  ///< records whose past is still to be read, the next one last
+  std::string m_rows;                 ///< of the time that the last page has ended in
+  std::int64_t m_rowsTime = 0;
+  std::deque<EventFrame> m_waiting;  ///< made while the past is read
+  std::size_t m_waitingBytes = 0;
+  DaemonDesk::QuestionPtr m_question;
+};

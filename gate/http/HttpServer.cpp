@@ -1,0 +1,506 @@
+#include "gate/http/HttpServer.h"
+
+#include <arpa/inet.h>
+#include <microhttpd.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "gate/http/TlsCertificate.h"
+#include "support/ListenAddress.h"
+#include "support/TrimmedText.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kBacklog = 128;
+
+/// The address that a socket is bound to.
+std::string BoundAddress(int socket) {
+  ::sockaddr_storage storage{};
+  ::socklen_t size = sizeof storage;
+  std::array<char, NI_MAXHOST> host{};
+  std::array<char, NI_MAXSERV> port{};
+  auto* address = reinterpret_cast<::sockaddr*>(&storage);
+  if (::getsockname(socket, address, &size) != 0 ||
+      ::getnameinfo(address, size, host.data(), host.size(), port.data(), port.size(),
+                    NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+    return "";
+  }
+  const std::string name = storage.ss_family == AF_INET6 ? '[' + std::string(host.data()) + ']'
+                                                         : std::string(host.data());
+  return name + ':' + port.data();
+}
+
+bool IsLoopbackAddress(const ::sockaddr& address) {
+  if (address.sa_family == AF_INET) {
+    const auto& inet = reinterpret_cast<const ::sockaddr_in&>(address);
+    return (ntohl(inet.sin_addr.s_addr) >> 24) == IN_LOOPBACKNET;
+  }
+  const auto& inet6 = reinterpret_cast<const ::sockaddr_in6&>(address);
+  return address.sa_family == AF_INET6 && IN6_IS_ADDR_LOOPBACK(&inet6.sin6_addr) != 0;
+}
+
+/// Not open, with the reason in errno, if that can't be.
+Descriptor Listen(const ListenAddress& address) {
+  Descriptor socket(
+      ::socket(address.Get()->sa_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const int on = 1;
+  if (!socket.IsOpen() ||
+      ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+      ::bind(socket.Get(), address.Get(), address.size) != 0 ||
+      ::listen(socket.Get(), kBacklog) != 0) {
+    const int code = errno;
+    socket.Close();
+    errno = code;
+  }
+  return socket;
+}
+
+/// The address of who asks, without the port; empty if it can't be told.
+std::string PeerOf(MHD_Connection* connection) {
+  const MHD_ConnectionInfo* info =
+      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+  std::array<char, NI_MAXHOST> host{};
+  if (info == nullptr || info->client_addr == nullptr ||
+      ::getnameinfo(
+          info->client_addr,
+          info->client_addr->sa_family == AF_INET6 ? sizeof(::sockaddr_in6) : sizeof(::sockaddr_in),
+          host.data(), host.size(), nullptr, 0, NI_NUMERICHOST) != 0) {
+    return "";
+  }
+  return host.data();
+}
+
+std::string HeaderOf(MHD_Connection* connection, const char* name) {
+  const char* value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
+  return value == nullptr ? "" : value;
+}
+
+/// Whether the header Accept-Encoding names gzip, and not at no weight.
+bool TakesGzip(std::string_view header) {
+  for (std::size_t comma = 0; comma != std::string_view::npos;) {
+    comma = header.find(',');
+    std::string_view part = Trimmed(header.substr(0, comma), " \t");
+    const std::size_t semicolon = std::min(part.find(';'), part.size());
+    std::string weight(part.substr(semicolon));
+    std::erase(weight, ' ');
+    const std::string_view name = Trimmed(part.substr(0, semicolon), " \t");
+    if (name == "gzip" || name == "x-gzip") {
+      return !weight.starts_with(";q=0") || weight.find_first_of("123456789", 4) != weight.npos;
+    }
+    header.remove_prefix(comma == std::string_view::npos ? header.size() : comma + 1);
+  }
+  return false;
+}
+
+void AddHeaders(MHD_Response* response, const HttpAnswer& answer) {
+  MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, answer.contentType.c_str());
+  MHD_add_response_header(response, MHD_HTTP_HEADER_CONNECTION, "close");
+  if (answer.status == MHD_HTTP_METHOD_NOT_ALLOWED) {
+    MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
+  }
+  if (answer.isGzip) {
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_ENCODING, "gzip");
+    MHD_add_response_header(response, MHD_HTTP_HEADER_VARY, MHD_HTTP_HEADER_ACCEPT_ENCODING);
+  }
+  // No page of another site shows it, guesses at its type, or learns where its readers come from.
+  MHD_add_response_header(response, "Content-Security-Policy",
+                          "default-src 'self'; base-uri 'none'; form-action 'none'; "
+                          "frame-ancestors 'none'");
+  MHD_add_response_header(response, "X-Content-Type-Options", "nosniff");
+  MHD_add_response_header(response, "Referrer-Policy", "no-referrer");
+  for (const auto& [name, value] : answer.headers) {
+    MHD_add_response_header(response, name.c_str(), value.c_str());
+  }
+}
+
+}  // namespace
+
+/// The functions that the library calls; `server` is the HttpServer. The library is C: what is
+/// thrown ends the connection and goes no further.
+class HttpServer::Library {
+ public:
+  static MHD_Result OnRequest(void* server, MHD_Connection* connection, const char* url,
+                              const char* method, const char*, const char*, std::size_t* bodySize,
+                              void** state) noexcept {
+    try {
+      return Serve(*static_cast<HttpServer*>(server), connection, url, method, bodySize, state);
+    } catch (...) {
+      return MHD_NO;
+    }
+  }
+
+  static void OnCompleted(void* server, MHD_Connection*, void** state,
+                          MHD_RequestTerminationCode) noexcept {
+    auto& exchanges = static_cast<HttpServer*>(server)->m_exchanges;
+    const auto found = exchanges.find(static_cast<HttpExchange*>(*state));
+    *state = nullptr;
+    if (found == exchanges.end()) {
+      return;
+    }
+    const std::shared_ptr<HttpExchange> exchange = found->second;
+    exchanges.erase(found);
+    try {
+      exchange->Leave();
+    } catch (...) {
+      // Who waits for that hears nothing more of the exchange in any case.
+    }
+  }
+
+  static void OnConnection(void* server, MHD_Connection* connection, void**,
+                           MHD_ConnectionNotificationCode code) noexcept {
+    auto& self = *static_cast<HttpServer*>(server);
+    if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+      self.m_connections.erase(connection);
+      return;
+    }
+    const MHD_ConnectionInfo* info =
+        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+    const int descriptor = info == nullptr ? -1 : info->connect_fd;
+    try {
+      const Clock::time_point now = Clock::now();
+      self.m_connections[connection] = {now, now + self.m_settings.deadline, descriptor};
+    } catch (...) {
+      // Without its deadline it may not stay.
+      ::shutdown(descriptor, SHUT_RDWR);
+    }
+  }
+
+  static MHD_Result OnArgument(void* exchange, MHD_ValueKind, const char* name,
+                               const char* value) noexcept {
+    try {
+      auto& arguments = static_cast<HttpExchange*>(exchange)->arguments;
+      if (arguments.size() >= HeadRule::kMaxArguments) {
+        return MHD_NO;
+      }
+      arguments.emplace_back(name, value == nullptr ? "" : value);
+      return MHD_YES;
+    } catch (...) {
+      return MHD_NO;
+    }
+  }
+
+ private:
+  /// What a body that comes by and by is read from.
+  struct Reader {
+    HttpServer& server;
+    MHD_Connection* connection;
+    std::shared_ptr<HttpStream> stream;
+  };
+
+  static MHD_Result Serve(HttpServer& self, MHD_Connection* connection, const char* url,
+                          const char* method, std::size_t* bodySize, void** state) {
+    if (*state == nullptr) {
+      return Begin(self, connection, url, method, state);
+    }
+    if (*bodySize != 0) {
+      *bodySize = 0;
+      return MHD_YES;
+    }
+    auto* exchange = static_cast<HttpExchange*>(*state);
+    if (!exchange->IsAnswered()) {
+      self.m_handler(self.m_exchanges.at(exchange));
+    }
+    if (exchange->IsAnswered()) {
+      return Send(self, connection, *exchange);
+    }
+    MHD_suspend_connection(connection);
+    self.m_connections[connection].isSuspended = true;
+    exchange->OnAnswer([&self, connection] { Resume(self, connection); });
+    return MHD_YES;
+  }
+
+  static void Resume(HttpServer& self, MHD_Connection* connection) {
+    const auto found = self.m_connections.find(connection);
+    if (found != self.m_connections.end() && std::exchange(found->second.isSuspended, false)) {
+      MHD_resume_connection(connection);
+      self.WorkSoon();
+    }
+  }
+
+  static MHD_Result Begin(HttpServer& self, MHD_Connection* connection, const char* url,
+                          std::string_view method, void** state) {
+    auto exchange = std::make_shared<HttpExchange>();
+    exchange->path = url;
+    exchange->accept = HeaderOf(connection, MHD_HTTP_HEADER_ACCEPT);
+    exchange->authorization = HeaderOf(connection, MHD_HTTP_HEADER_AUTHORIZATION);
+    exchange->lastEventId = HeaderOf(connection, "Last-Event-ID");
+    exchange->ifNoneMatch = HeaderOf(connection, MHD_HTTP_HEADER_IF_NONE_MATCH);
+    exchange->requestedWith = HeaderOf(connection, "X-Requested-With");
+    exchange->takesGzip = TakesGzip(HeaderOf(connection, MHD_HTTP_HEADER_ACCEPT_ENCODING));
+    exchange->isTls = self.m_settings.isTls;
+    exchange->isLoopback = self.m_isLoopback;
+    exchange->peer = PeerOf(connection);
+    MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, OnArgument, exchange.get());
+    *state = exchange.get();
+    self.m_exchanges[exchange.get()] = exchange;
+    self.m_connections[connection].hasRequest = true;
+    if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
+      exchange->Answer(
+          {MHD_HTTP_METHOD_NOT_ALLOWED, HttpAnswer{}.contentType, "only GET and HEAD\n"});
+      return Send(self, connection, *exchange);
+    }
+    // Behind TLS nobody has looked at the head before.
+    const HeadVerdict verdict = JudgeHost(HeaderOf(connection, MHD_HTTP_HEADER_HOST), self.m_head);
+    if (verdict.status != 0) {
+      exchange->Answer(
+          {verdict.status, HttpAnswer{}.contentType, verdict.reason + std::string("\n")});
+      return Send(self, connection, *exchange);
+    }
+    return MHD_YES;
+  }
+
+  static ssize_t Read(void* state, std::uint64_t, char* target, std::size_t size) noexcept {
+    auto& reader = *static_cast<Reader*>(state);
+    const std::size_t count = reader.stream->Take(target, size);
+    if (count != 0) {
+      return static_cast<ssize_t>(count);
+    }
+    if (reader.stream->IsEnded()) {
+      return MHD_CONTENT_READER_END_OF_STREAM;
+    }
+    MHD_suspend_connection(reader.connection);
+    reader.server.m_connections[reader.connection].isSuspended = true;
+    return 0;
+  }
+
+  static void FreeReader(void* state) noexcept { delete static_cast<Reader*>(state); }
+
+  static MHD_Response* Respond(HttpServer& self, MHD_Connection* connection,
+                               const HttpExchange& exchange) {
+    constexpr std::size_t kBlock = 16384;
+    if (exchange.Stream() == nullptr) {
+      // The exchange outlives its answer.
+      const std::string& body = exchange.TheAnswer().body;
+      return MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()),
+                                             MHD_RESPMEM_PERSISTENT);
+    }
+    auto reader = std::make_unique<Reader>(Reader{self, connection, exchange.Stream()});
+    MHD_Response* response =
+        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kBlock, Read, reader.get(), FreeReader);
+    if (response != nullptr) {
+      static_cast<void>(reader.release());
+    }
+    return response;
+  }
+
+  static MHD_Result Send(HttpServer& self, MHD_Connection* connection, HttpExchange& exchange) {
+    MHD_Response* response = Respond(self, connection, exchange);
+    if (response == nullptr) {
+      return MHD_NO;
+    }
+    const HttpAnswer& answer = exchange.TheAnswer();
+    AddHeaders(response, answer);
+    Connection& facts = self.m_connections[connection];
+    facts.end = Clock::now() + self.m_settings.answerTime;
+    if (exchange.Stream() != nullptr) {
+      facts.end = Clock::time_point::max();
+      exchange.Stream()->OnMore([&self, connection] { Resume(self, connection); });
+    }
+    const MHD_Result result = MHD_queue_response(connection, answer.status, response);
+    MHD_destroy_response(response);
+    return result;
+  }
+};
+
+HttpServer::HttpServer(IoLoop& loop, Handler handler, HttpSettings settings)
+    : m_handler(std::move(handler)),
+      m_settings(std::move(settings)),
+      m_head(m_settings.head),
+      m_ready(loop),
+      m_timer(loop),
+      m_door(
+          loop,
+          HttpDoorSettings{.head = m_settings.head,
+                           .looks = !m_settings.isTls,
+                           .maxVisitors = m_settings.maxConnections,
+                           .deadline = m_settings.deadline},
+          [this] { return HasRoom(); },
+          [this](Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t size) {
+            Enter(std::move(socket), peer, size);
+          }) {}
+
+HttpServer::~HttpServer() { Close(); }
+
+void HttpServer::SetHostNames(std::vector<std::string> names) {
+  m_head.hostNames = names;
+  m_door.SetHostNames(std::move(names));
+}
+
+bool HttpServer::HasRoom() {
+  if (m_connections.size() < m_settings.maxConnections) {
+    return true;
+  }
+  if (m_settings.isTls) {
+    EndSilentConnection();
+  }
+  return false;
+}
+
+void HttpServer::EndSilentConnection() {
+  constexpr std::chrono::milliseconds kPatience{1000};
+  const Clock::time_point latest = Clock::now() - kPatience;
+  for (auto& [connection, facts] : m_connections) {
+    if (!facts.hasRequest && facts.since <= latest) {
+      ::shutdown(facts.descriptor, SHUT_RDWR);
+      facts.hasRequest = true;
+      return;
+    }
+  }
+}
+
+bool HttpServer::Open(const std::string& address, std::string& error) {
+  Close();
+  const std::optional<ListenAddress> parsed = ParseListenAddress(address);
+  if (!parsed) {
+    error = "\"" + address + "\" is no ADDRESS:PORT such as 127.0.0.1:9964 or [::1]:9964";
+    return false;
+  }
+  Descriptor socket = Listen(*parsed);
+  if (!socket.IsOpen()) {
+    error = address + ": can't listen: " + std::strerror(errno);
+    return false;
+  }
+  m_address = BoundAddress(socket.Get());
+  m_isLoopback = IsLoopbackAddress(*parsed->Get());
+  m_daemon = Start();
+  const MHD_DaemonInfo* info =
+      m_daemon == nullptr ? nullptr : MHD_get_daemon_info(m_daemon, MHD_DAEMON_INFO_EPOLL_FD);
+  if (info == nullptr) {
+    error = address + ": the HTTP server can't start";
+    Close();
+    return false;
+  }
+  m_ready.Borrow(info->epoll_fd);
+  m_door.Open(std::move(socket));
+  WaitForWork();
+  Work();
+  return true;
+}
+
+MHD_Daemon* HttpServer::Start() {
+  const auto seconds =
+      static_cast<unsigned>(std::chrono::ceil<std::chrono::seconds>(m_settings.deadline).count());
+  unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_NO_LISTEN_SOCKET;
+  std::vector<MHD_OptionItem> options;
+  if (m_settings.isTls) {
+    flags |= MHD_USE_TLS;
+    options.push_back(
+        {MHD_OPTION_HTTPS_PRIORITIES, 0, const_cast<char*>(TlsCertificate::kPriorities)});
+    options.push_back({MHD_OPTION_HTTPS_CERT_CALLBACK,
+                       reinterpret_cast<std::intptr_t>(TlsCertificate::Callback()), nullptr});
+  }
+  options.push_back({MHD_OPTION_END, 0, nullptr});
+  return MHD_start_daemon(
+      flags, 0, nullptr, nullptr, Library::OnRequest, this, MHD_OPTION_CONNECTION_LIMIT,
+      m_settings.maxConnections, MHD_OPTION_CONNECTION_MEMORY_LIMIT, m_settings.memory,
+      MHD_OPTION_CONNECTION_TIMEOUT, seconds, MHD_OPTION_NOTIFY_COMPLETED, Library::OnCompleted,
+      this, MHD_OPTION_NOTIFY_CONNECTION, Library::OnConnection, this, MHD_OPTION_ARRAY,
+      options.data(), MHD_OPTION_END);
+}
+
+void HttpServer::Close() {
+  m_door.Close();
+  static_cast<void>(m_ready.Release());
+  m_timer.Cancel();
+  for (const auto& [exchange, owner] : m_exchanges) {
+    exchange->OnAnswer({});
+    if (exchange->Stream() != nullptr) {
+      exchange->Stream()->End();
+    }
+  }
+  if (m_daemon != nullptr) {
+    for (const auto& [connection, facts] : m_connections) {
+      if (facts.isSuspended) {
+        MHD_resume_connection(static_cast<MHD_Connection*>(connection));
+      }
+    }
+    MHD_stop_daemon(std::exchange(m_daemon, nullptr));
+  }
+  m_connections.clear();
+  m_exchanges.clear();
+  m_address.clear();
+}
+
+void HttpServer::WaitForWork() {
+  m_ready.OnReadable([this] {
+    Work();
+    WaitForWork();
+  });
+}
+
+void HttpServer::Enter(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize) {
+  if (m_settings.onConnection) {
+    m_settings.onConnection();
+  }
+  // The library closes it, also if it does not take it.
+  MHD_add_connection(m_daemon, socket.Release(), reinterpret_cast<const ::sockaddr*>(&peer),
+                     peerSize);
+  m_hasNew = true;
+  if (!m_isWorking) {
+    Work();
+  }
+}
+
+void HttpServer::WorkSoon() {
+  if (m_isWorking) {
+    m_hasNew = true;
+  } else {
+    m_timer.At(Clock::now(), [this] { Work(); });
+  }
+}
+
+void HttpServer::Work() {
+  m_isWorking = true;
+  std::size_t before = 0;
+  do {
+    m_hasNew = false;
+    before = m_connections.size();
+    MHD_run(m_daemon);
+    m_door.OnRoom();
+    // The library finds out in the turn behind that one of its connections has ended.
+  } while (m_hasNew || m_connections.size() < before);
+  m_isWorking = false;
+  EndLateConnections();
+  WatchTime();
+}
+
+void HttpServer::WatchTime() {
+  MHD_UNSIGNED_LONG_LONG milliseconds = 0;
+  Clock::time_point next = Clock::time_point::max();
+  if (MHD_get_timeout(m_daemon, &milliseconds) == MHD_YES) {
+    next = Clock::now() + std::chrono::milliseconds(milliseconds);
+  }
+  for (const auto& [connection, facts] : m_connections) {
+    next = std::min(next, facts.end);
+  }
+  if (next == Clock::time_point::max()) {
+    m_timer.Cancel();
+    return;
+  }
+  m_timer.At(next, [this] { Work(); });
+}
+
+void HttpServer::EndLateConnections() {
+  const Clock::time_point now = Clock::now();
+  for (auto& [connection, facts] : m_connections) {
+    if (facts.end <= now) {
+      // The library sees the end and cleans up; one that waits for its answer gets another chance.
+      ::shutdown(facts.descriptor, SHUT_RDWR);
+      facts.end = now + m_settings.deadline;
+    }
+  }
+}

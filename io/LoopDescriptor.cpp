@@ -1,0 +1,59 @@
+#include "io/LoopDescriptor.h"
+
+#include <asio/posix/stream_descriptor.hpp>
+#include <utility>
+
+#include "io/IoLoop.h"
+
+struct LoopDescriptor::State {
+  explicit State(asio::io_context& io) : stream(io) {}
+  ~State() {
+    if (isBorrowed && stream.is_open()) {
+      stream.release();
+    }
+  }
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  asio::posix::stream_descriptor stream;
+  bool isBorrowed = false;
+};
+
+LoopDescriptor::LoopDescriptor(IoLoop& loop)
+    : m_loop(loop), m_state(std::make_shared<State>(loop.Io())) {}
+
+LoopDescriptor::~LoopDescriptor() = default;
+
+void LoopDescriptor::Take(Descriptor descriptor) {
+  m_state->stream.assign(descriptor.Get());
+  static_cast<void>(descriptor.Release());
+}
+
+void LoopDescriptor::Borrow(int descriptor) {
+  m_state->stream.assign(descriptor);
+  m_state->isBorrowed = true;
+}
+
+int LoopDescriptor::Release() {
+  if (!m_state->stream.is_open()) {
+    return -1;
+  }
+  const int descriptor = m_state->stream.release();
+  // What the library still has to say of it finds no state.
+  m_state = std::make_shared<State>(m_loop.Io());
+  return descriptor;
+}
+
+int LoopDescriptor::Get() const {
+  return m_state->stream.is_open() ? m_state->stream.native_handle() : -1;
+}
+
+void LoopDescriptor::OnReadable(std::function<void()> action) {
+  m_state->stream.async_wait(
+      asio::posix::stream_descriptor::wait_read,
+      [weak = std::weak_ptr(m_state), action = std::move(action)](asio::error_code error) {
+        if (!weak.expired() && !error) {
+          action();
+        }
+      });
+}
