@@ -24,6 +24,8 @@ class Gate {
   /// Serves until a signal ends it, or at once where the daemon runs a gate of another kind. The
   /// exit value.
   [[nodiscard]] int Run();
+  /// Has Run return. From any thread.
+  void Stop() { m_loop.Stop(); }
 
  private:
   void AskSettings();

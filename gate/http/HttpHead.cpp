@@ -73,7 +73,7 @@ bool IsOwnHost(std::string_view host, const HeadRule& rule) {
 }  // namespace
 
 HeadVerdict JudgeHost(std::string_view host, const HeadRule& rule) {
-  return host.empty() || IsOwnHost(host, rule)
+  return IsOwnHost(host, rule)
              ? HeadVerdict{}
              : HeadVerdict{kMisdirected,
                            "the request's Host is no address and no name of this host; "

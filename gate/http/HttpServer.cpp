@@ -253,8 +253,11 @@ class HttpServer::Library {
           {MHD_HTTP_METHOD_NOT_ALLOWED, HttpAnswer{}.contentType, "only GET and HEAD\n"});
       return Send(self, connection, *exchange);
     }
-    // Behind TLS nobody has looked at the head before.
-    const HeadVerdict verdict = JudgeHost(HeaderOf(connection, MHD_HTTP_HEADER_HOST), self.m_head);
+    // Behind TLS nobody has looked at the head before; without a Host it is one of HTTP/1.0.
+    const char* host =
+        MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_HOST);
+    const HeadVerdict verdict =
+        self.m_settings.isTls && host != nullptr ? JudgeHost(host, self.m_head) : HeadVerdict{};
     if (verdict.status != 0) {
       exchange->Answer(
           {verdict.status, HttpAnswer{}.contentType, verdict.reason + std::string("\n")});

@@ -1,0 +1,219 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "gate/Gate.h"
+#include "json/JsonText.h"
+#include "support/Descriptor.h"
+#include "tests/support/TempFolder.h"
+
+/// A client's connection, which waits ten seconds at most.
+class HttpClient {
+ public:
+  explicit HttpClient(const std::string& address)
+      : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    ::sockaddr_in peer{};
+    peer.sin_family = AF_INET;
+    peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    peer.sin_port =
+        htons(static_cast<std::uint16_t>(std::stoi(address.substr(address.rfind(':') + 1))));
+    const ::timeval limit{10, 0};
+    ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    EXPECT_EQ(::connect(m_socket.Get(), reinterpret_cast<::sockaddr*>(&peer), sizeof peer), 0);
+  }
+  bool Send(const std::string& text) {
+    return ::send(m_socket.Get(), text.data(), text.size(), MSG_NOSIGNAL) ==
+           static_cast<ssize_t>(text.size());
+  }
+  bool Ask(const std::string& path, const std::string& headers = "",
+           const std::string& method = "GET") {
+    return Send(method + ' ' + path + " HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n");
+  }
+  /// All up to the end of the connection, or up to `mark`.
+  std::string Receive(const std::string& mark = "") {
+    char piece[65536];
+    while (mark.empty() || m_text.find(mark) == std::string::npos) {
+      const ssize_t count = ::recv(m_socket.Get(), piece, sizeof piece, 0);
+      if (count <= 0) {
+        break;
+      }
+      m_text.append(piece, static_cast<std::size_t>(count));
+    }
+    return m_text;
+  }
+
+ private:
+  Descriptor m_socket;
+  std::string m_text;
+};
+
+/// A daemon that answers each line of its clients by a function: what that gives is sent as it is,
+/// and the connection is kept. Nothing ends it.
+class FakeDaemon {
+ public:
+  using Answer = std::function<std::string(const Json& request)>;
+
+  FakeDaemon(std::string path, Answer answer)
+      : m_path(std::move(path)), m_answer(std::move(answer)) {
+    Start();
+  }
+  ~FakeDaemon() { Stop(); }
+  FakeDaemon(const FakeDaemon&) = delete;
+  FakeDaemon& operator=(const FakeDaemon&) = delete;
+
+  void Start() {
+    m_listener = Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ::sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    m_path.copy(address.sun_path, sizeof address.sun_path - 1);
+    ::unlink(m_path.c_str());
+    ASSERT_EQ(::bind(m_listener.Get(), reinterpret_cast<::sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(m_listener.Get(), 64), 0);
+    m_acceptor = std::thread([this, listener = m_listener.Get()] { Accept(listener); });
+  }
+  /// As if it had ended.
+  void Stop() {
+    ::shutdown(m_listener.Get(), SHUT_RDWR);
+    if (m_acceptor.joinable()) {
+      m_acceptor.join();
+    }
+    m_listener.Close();
+    {
+      const std::lock_guard lock(m_mutex);
+      for (const Descriptor& client : m_clients) {
+        ::shutdown(client.Get(), SHUT_RDWR);
+      }
+    }
+    for (std::thread& server : m_servers) {
+      server.join();
+    }
+    m_servers.clear();
+    m_clients.clear();
+    m_followers.clear();
+  }
+  /// Sends a line to all who follow.
+  void Tell(const std::string& line) {
+    const std::lock_guard lock(m_mutex);
+    for (const int follower : m_followers) {
+      ::send(follower, (line + '\n').data(), line.size() + 1, MSG_NOSIGNAL);
+    }
+  }
+  [[nodiscard]] std::size_t Followers() {
+    const std::lock_guard lock(m_mutex);
+    return m_followers.size();
+  }
+
+ private:
+  void Accept(int listener) {
+    for (int socket = 0; (socket = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+      const std::lock_guard lock(m_mutex);
+      m_clients.emplace_back(socket);
+      m_servers.emplace_back([this, socket] { Serve(socket); });
+    }
+  }
+  void Serve(int socket) {
+    std::string bytes;
+    char piece[65536];
+    for (ssize_t count = 0; (count = ::recv(socket, piece, sizeof piece, 0)) > 0;) {
+      bytes.append(piece, static_cast<std::size_t>(count));
+      for (std::size_t end = 0; (end = bytes.find('\n')) != std::string::npos;) {
+        const Json request = ParseJson(bytes.substr(0, end)).value;
+        bytes.erase(0, end + 1);
+        const std::string text = m_answer(request);
+        ::send(socket, text.data(), text.size(), MSG_NOSIGNAL);
+        if (request["op"].Text() == "follow") {
+          const std::lock_guard lock(m_mutex);
+          m_followers.push_back(socket);
+        }
+      }
+    }
+    ::shutdown(socket, SHUT_RDWR);
+    const std::lock_guard lock(m_mutex);
+    std::erase(m_followers, socket);
+  }
+
+  std::string m_path;
+  Answer m_answer;
+  Descriptor m_listener;
+  std::thread m_acceptor;
+  std::mutex m_mutex;
+  std::vector<Descriptor> m_clients;
+  std::vector<std::thread> m_servers;
+  std::vector<int> m_followers;
+};
+
+/// A gate on a thread of its own with a daemon whose answers a test gives.
+class GateFixture : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    gate.Stop();
+    if (runner.joinable()) {
+      runner.join();
+    }
+  }
+  /// `answer` is not asked about the settings and the tokens, of which "good" is one.
+  void Begin(FakeDaemon::Answer answer, const Json& settings = Json::Object()) {
+    daemon = std::make_unique<FakeDaemon>(
+        Path(), [this, answer = std::move(answer), settings](const Json& request) {
+          const std::string& op = request["op"].Text();
+          if (op == "gate") {
+            return AnswerSettings(request, settings);
+          }
+          if (op == "token_check") {
+            return std::string("{\"ok\":true,\"valid\":") +
+                   (request["token"].Text() == "good" ? "true" : "false") +
+                   ",\"expires\":9999999999}\n";
+          }
+          return answer(request);
+        });
+    runner = std::thread([this] { EXPECT_EQ(gate.Run(), 0); });
+    while (Address().empty()) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  }
+  std::string Ask(const std::string& path, const std::string& headers = kToken,
+                  const std::string& method = "GET") {
+    HttpClient client(Address());
+    client.Ask(path, headers, method);
+    return client.Receive();
+  }
+  [[nodiscard]] std::string Address() {
+    const std::lock_guard lock(mutex);
+    return address;
+  }
+  [[nodiscard]] std::string Path() const { return (folder.Path() / "control.sock").string(); }
+
+  static constexpr const char* kToken = "Authorization: Bearer good\r\n";
+
+  TempFolder folder;
+  std::mutex mutex;
+  std::string address;
+  std::unique_ptr<FakeDaemon> daemon;
+  Gate gate{Path(), false};
+  std::thread runner;
+
+ private:
+  std::string AnswerSettings(const Json& request, const Json& settings) {
+    if (const Json* addresses = request.Find("addresses");
+        addresses != nullptr && addresses->Size() != 0) {
+      const std::lock_guard lock(mutex);
+      address = (*addresses)[0].Text();
+    }
+    Json told{{"mode", "unit"}, {"listen", Json::Array({"127.0.0.1:0"})}, {"host", "own.example"}};
+    for (const auto& [name, value] : settings.Members()) {
+      told[name] = value;
+    }
+    return JsonText(Json{{"ok", true}, {"gate", told}}) + '\n';
+  }
+};

@@ -1,0 +1,130 @@
+#include <gmock/gmock.h>
+
+#include <ctime>
+#include <string>
+
+#include "tests/gate/GateHarness.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char* kRowsOfPi =
+    R"({"event":"rows","record":"PI","category":"4","time":7,"rows":[]})";
+constexpr const char* kBatch = R"({"event":"batch","time":7})";
+
+class EventsTest : public GateFixture {
+ protected:
+  EventsTest() : now(std::time(nullptr)) {}
+  /// The daemon's history: two rows of one time on two pages, and one of the next, of each record.
+  std::string History(const Json& request) {
+    const std::lock_guard lock(mutex);
+    asked.push_back(JsonText(request));
+    const bool isSecond = request.Find("after") != nullptr;
+    const auto row = [&](std::int64_t time, int number) {
+      return Json{{"Record Time", time}, {"N", number}};
+    };
+    const Json rows =
+        isSecond ? Json::Array({row(now - 5, 2), row(now - 4, 3)}) : Json::Array({row(now - 5, 1)});
+    return JsonText(Json{
+               {"ok", true},
+               {"history", Json{{"record", request["record"]},
+                                {"category", "4"},
+                                {"rows", rows},
+                                {"next", isSecond ? Json(nullptr) : Json::Array({now - 5, 1})}}}}) +
+           '\n';
+  }
+  void Listen(HttpClient& client, const std::string& query, const std::string& headers = "") {
+    client.Ask("/api/1/events" + query, kToken + headers);
+    client.Receive(": events\n");
+  }
+  void Follow(std::size_t count = 1) {
+    while (daemon->Followers() != count) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  }
+  FakeDaemon::Answer Answers() {
+    return [this](const Json& request) {
+      return request["op"] == Json("history") ? History(request) : std::string("{\"ok\":true}\n");
+    };
+  }
+
+  std::int64_t now;
+  std::vector<std::string> asked;
+};
+
+TEST_F(EventsTest, EachReaderGetsWhatItAskedForByOneQuestionToTheDaemon) {
+  Begin(Answers());
+  HttpClient all(Address());
+  HttpClient some(Address());
+  Listen(all, "");
+  Listen(some, "?records=CPUP,PDI");
+  Follow();
+  daemon->Tell(kRowsOfPi);
+  daemon->Tell(R"({"event":"rows","record":"CPUP","category":"4","time":7,"rows":[1]})");
+  daemon->Tell(kBatch);
+  const std::string text = all.Receive("\"batch\",");
+  EXPECT_THAT(text, HasSubstr("Content-Type: text/event-stream"));
+  EXPECT_THAT(text, HasSubstr("event: rows\ndata: " + std::string(kRowsOfPi) + "\n\n"));
+  const std::string other = some.Receive("\"batch\",");
+  EXPECT_THAT(other, Not(HasSubstr("\"PI\"")));
+  EXPECT_THAT(other, HasSubstr("\"CPUP\""));
+  EXPECT_THAT(other, HasSubstr("id: 7\nevent: batch\ndata: " + std::string(kBatch)));
+  // The daemon ends and comes again: that is told, and the readers are to come again too.
+  daemon->Stop();
+  EXPECT_THAT(all.Receive("gone"), HasSubstr("event: daemon\ndata: {\"state\":\"gone\"}"));
+  daemon->Start();
+  EXPECT_THAT(all.Receive(), HasSubstr("event: daemon\ndata: {\"state\":\"back\"}"));
+}
+
+TEST_F(EventsTest, WhatWasMissedIsReadBackBeforeWhatIsNew) {
+  Begin(Answers());
+  HttpClient client(Address());
+  const std::string id = std::to_string(now - 6);
+  Listen(client, "?records=PI,CPUP&since=1", "Last-Event-ID: " + id + "\r\n");
+  Follow();
+  daemon->Tell(kBatch);
+  const std::string text = client.Receive("\"batch\",");
+  const auto rows = [&](const char* record, std::int64_t time, const std::string& list) {
+    return std::string(R"({"event":"rows","record":")") + record + R"(","category":"4","time":)" +
+           std::to_string(time) + ",\"rows\":[" + list + "]}\n";
+  };
+  const auto row = [](std::int64_t time, int number) {
+    return JsonText(Json{{"Record Time", time}, {"N", number}});
+  };
+  for (const char* record : {"PI", "CPUP"}) {
+    EXPECT_THAT(text, HasSubstr(rows(record, now - 5, row(now - 5, 1) + ',' + row(now - 5, 2))));
+    EXPECT_THAT(text, HasSubstr(rows(record, now - 4, row(now - 4, 3))));
+  }
+  EXPECT_LT(text.find("\"N\":3"), text.find("event: batch"));
+  EXPECT_THAT(text, Not(HasSubstr("event: lost")));
+  EXPECT_THAT(asked.front(), HasSubstr("\"since\":" + id));
+  // What lies too far back is told to be lost.
+  HttpClient late(Address());
+  Listen(late, "?records=PI&since=5");
+  EXPECT_THAT(late.Receive("\"N\":3"), HasSubstr("event: lost\ndata: {\"since\":5,"));
+}
+
+TEST_F(EventsTest, ReadersBeyondTheLimitAndSlowOnesGiveWay) {
+  Begin(Answers());
+  std::vector<std::unique_ptr<HttpClient>> clients;
+  for (std::size_t place = 0; place < EventDesk::kMostListeners; ++place) {
+    clients.push_back(std::make_unique<HttpClient>(Address()));
+    Listen(*clients.back(), "");
+  }
+  EXPECT_THAT(Ask("/api/1/events"), HasSubstr("HTTP/1.1 503"));
+  Follow();
+  // None of them reads; each event is shared by all.
+  const std::string rows = R"({"event":"rows","record":"PI","category":"4","time":7,"rows":[")" +
+                           std::string(1 << 20, 'x') + "\"]}";
+  for (int count = 0; count < 20; ++count) {
+    daemon->Tell(rows);
+  }
+  EXPECT_THAT(Ask("/-/healthy"), HasSubstr("healthy"));
+  clients.clear();
+  Follow(0);
+  EXPECT_THAT(Ask("/api/1/gate"), HasSubstr("\"listeners\":0"));
+}
+
+}  // namespace
