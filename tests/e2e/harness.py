@@ -2,6 +2,8 @@
 
 import json
 import os
+import pathlib
+import pwd
 import signal
 import socket
 import subprocess
@@ -67,20 +69,51 @@ class Process:
 
 
 class Agent(Process):
-    """The daemon below a product root of its own, with a free port for its metrics."""
+    """The daemon below a product root of its own, and its gate on a free port."""
 
-    def __init__(self, build, folder, profile="classic", schedule="", node=""):
+    def __init__(self, build, folder, profile="classic", schedule="", node="", gate="child",
+                 port=0):
         self.build = build
+        self.folder = folder
         self.home = folder / "opt/qmtrx/mond/agent"
+        self.settings = (f"[Node]\n{node}\n[Host]\nProfile = {profile}\n[Schedule]\n{schedule}\n"
+                         f"[Http]\nListen = 127.0.0.1:{port}\n")
         (self.home / "log").mkdir(parents=True)
         (self.home / "wgfile").write_text("workgroup = root\nusers = root\n")
-        (self.home / "qmtagt.ini").write_text(
-            f"[Node]\nHttp Listen = 127.0.0.1:0\n{node}\n[Host]\nProfile = {profile}\n"
-            f"[Schedule]\n{schedule}")
         for helper in ("qmt_hostutil", "qmt_ufss"):
             (self.home / helper).symlink_to(build / "helpers" / helper)
-        super().__init__([build / "agent/qmtdmon"], self.home, QMT_PRODUCT_ROOT=str(folder))
-        self.address = wait_for("the agent", lambda: self.ask("status")["http"])
+        self.http = f"Gate = {gate}\n"
+        self.start(self.http, gate == "child")
+
+    def start(self, http, has_gate=True):
+        (self.home / "qmtagt.ini").write_text(self.settings + http)
+        super().__init__([self.build / "agent/qmtdmon"], self.home,
+                         QMT_PRODUCT_ROOT=str(self.folder))
+        wait_for("the agent", lambda: self.ask("status")["pid"])
+        if has_gate:
+            self.address = wait_for("the gate", lambda: self.ask("status")["http"])
+            self.bare = self.address.removeprefix("https://")
+            self.port = int(self.bare.rpartition(":")[2])
+
+    def restart(self, http):
+        """The same with other lines of section Http."""
+        self.__exit__(None)
+        self.start(http)
+
+    def gate_pid(self):
+        """The process that the daemon has started for the network."""
+        pid = self.process.pid
+        children = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
+        return next(int(child) for child in children
+                    if pathlib.Path(f"/proc/{child}/comm").read_text().strip() == "qmt_gate")
+
+    def give_to_gate(self, path):
+        """Makes a file that of the user whom the gate becomes where the daemon is root's."""
+        try:
+            user = pwd.getpwnam("qmtgate")
+        except KeyError:
+            user = pwd.getpwnam("nobody")
+        os.chown(path, user.pw_uid, user.pw_gid)
 
     def ask(self, *words):
         done = subprocess.run(

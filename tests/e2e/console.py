@@ -1,0 +1,336 @@
+#!/usr/bin/env python3
+"""The console's page in a real browser, against a real daemon and gate.
+
+  console.py BUILD_DIRECTORY [PICTURES]     PICTURES: a folder where pictures of each page are left
+"""
+
+import json
+import os
+import pathlib
+import re
+import shutil
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import time
+import urllib.parse
+
+from harness import Agent, fail, free_port, wait_for
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+
+PAGES = ["overview", "processes", "disks", "network", "filesystems", "groups", "applications",
+         "sensors", "records", "agent"]
+SCHEDULE = "".join(f"{record} = {seconds}\n" for record, seconds in {
+    "PI": 1, "CPUP": 1, "CPUX": 1, "PRES": 1, "MEMD": 1, "DISK": 1, "NETD": 1, "SOCK": 1, "PDS": 5,
+    "FSL": 5, "CGRP": 5, "WGRP": 5, "PDX": 5, "PDI": 5, "HOST": 60, "SENS": 60}.items())
+ATTACK = "<img src=x onerror=alert(1)>"
+DAY = 86400
+FIRST_PAINT_MS = 500
+FIRST_BYTES = 150_000
+ZOOM_MS = 300
+# What this machine does beside other work may take longer than what a person waits for.
+PATIENCE = 4
+
+
+class Browser:
+    """A browser without a screen, whose console is looked at."""
+
+    def __init__(self, base):
+        options = webdriver.ChromeOptions()
+        for word in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1400,1000",
+                     "--disable-dev-shm-usage", "--lang=en-US", "--force-prefers-reduced-motion"):
+            options.add_argument(word)
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
+        self.base = base
+        self.driver = webdriver.Chrome(options=options, service=Service(shutil.which("chromedriver")))
+        self.driver.set_script_timeout(30)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.driver.quit()
+
+    def show(self, address):
+        """Goes to another view of the page, as a click on a link does."""
+        self.driver.execute_script("location.hash = arguments[0]", "#/" + address)
+
+    def script(self, text, *words):
+        return self.driver.execute_script(text, *words)
+
+    def all(self, selector):
+        return self.driver.find_elements(By.CSS_SELECTOR, selector)
+
+    def wait(self, what, script, *words):
+        return wait_for(what, lambda: self.script(script, *words))
+
+    def loaded(self):
+        """Waits until each chart shows something or says why not."""
+        self.wait("the charts", """return document.querySelector('main').children.length > 0 &&
+            [...document.querySelectorAll('.chart-message')].every(
+              (one) => one.hidden || one.textContent !== 'Loading')""")
+
+    def requests(self):
+        """Addresses of the interface that were asked for since the last call."""
+        found = []
+        for entry in self.driver.get_log("performance"):
+            message = json.loads(entry["message"])["message"]
+            if message["method"] == "Network.requestWillBeSent":
+                found.append(urllib.parse.urlsplit(message["params"]["request"]["url"]))
+        return [(one.path, urllib.parse.parse_qs(one.query)) for one in found]
+
+    def check_log(self, what):
+        bad = [entry["message"] for entry in self.driver.get_log("browser")
+               if entry["level"] in ("SEVERE", "WARNING")]
+        if bad:
+            fail(f"{what}: the browser's console has {bad}")
+
+
+def console_link(agent):
+    done = subprocess.run(
+        [agent.build / "client/qmtctl", "--socket", "run/control.sock", "console", "--print"],
+        cwd=agent.home, capture_output=True, text=True, check=True)
+    return done.stdout.strip()
+
+
+def add_days(agent, days):
+    """Puts days of rows before those that the daemon has kept."""
+    agent.__exit__(None)
+    database = sqlite3.connect(agent.home / "records.db")
+    for table in ("PI", "CPUX", "MEMD", "PRES", "DISK", "NETD"):
+        columns = [row[1] for row in database.execute(f'PRAGMA table_info("{table}")')]
+        newest = database.execute(f'SELECT max("Record Time") FROM "{table}"').fetchone()[0]
+        rows = database.execute(f'SELECT * FROM "{table}" WHERE "Record Time" = ?', [newest]).fetchall()
+        place = columns.index("Record Time")
+        first = int(time.time()) - days * DAY + 60
+        database.executemany(
+            f'INSERT INTO "{table}" VALUES ({",".join("?" * len(columns))})',
+            (row[:place] + (second,) + row[place + 1:]
+             for second in range(first, newest - 60, 60) for row in rows))
+    database.commit()
+    database.close()
+    agent.start(agent.http)
+
+
+def check_first_paint(browser):
+    browser.loaded()
+    paint = browser.script("return performance.getEntriesByName('first-contentful-paint')[0].startTime")
+    size = browser.script("""return performance.getEntriesByType('resource').concat(
+        performance.getEntriesByType('navigation')).filter((one) => !one.name.includes('/api/'))
+        .reduce((sum, one) => sum + one.transferSize, 0)""")
+    if paint > FIRST_PAINT_MS * PATIENCE or size > FIRST_BYTES:
+        fail(f"first paint after {paint:.0f} ms and {size} bytes")
+    if "token" in browser.driver.current_url:
+        fail("the token stays in the address")
+    print(f"console: first paint after {paint:.0f} ms, {size} bytes")
+
+
+def check_figures(browser, agent):
+    """What the overview shows as now or at a time is what the daemon tells of that time."""
+    def shown():
+        return [one for one in browser.script("""
+            return [...document.querySelectorAll('.now dd[data-time]')].map((one) => (
+              {record: one.dataset.record, label: one.dataset.label, key: one.dataset.key,
+               value: JSON.parse(one.dataset.value), time: Number(one.dataset.time)}))""")
+                if one["time"] > 0]
+
+    figures = wait_for("figures of now", lambda: len(shown()) > 8 and shown())
+    for figure in figures:
+        moment = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(figure["time"]))
+        rows = wait_for("the kept row", lambda at=moment: agent.ask(
+            "history", figure["record"], "--at", at, "--columns", "*"))
+        rows = [row for row in rows if not figure["key"]
+                or row[figure["key"].split("=")[0]] == figure["key"].split("=")[1]]
+        if rows[0]["Record Time"] != figure["time"] or rows[0][figure["label"]] != figure["value"]:
+            fail(f"the page shows {figure}, the daemon {rows[0][figure['label']]}")
+    return figures
+
+
+def check_busy(browser, work):
+    """A process that uses a processor stands at the top soon."""
+    program = work / "qmtbusy"
+    shutil.copy(shutil.which("yes"), program)
+    with subprocess.Popen([program], stdout=subprocess.DEVNULL) as busy:
+        try:
+            browser.wait("the busy process", """
+                const row = [...document.querySelectorAll('main .table tbody tr')].slice(0, 2)
+                  .find((one) => one.textContent.includes('qmtbusy'));
+                return row !== undefined""")
+        finally:
+            busy.kill()
+    print("console: a busy process comes to the top")
+
+
+def check_zoom(browser):
+    """The time bar, and dragging in a chart, ask for the range that they show, for all charts."""
+    browser.show("overview")
+    browser.loaded()
+    browser.requests()
+    browser.all(".range")[2].click()
+    browser.loaded()
+    asked = [query for path, query in browser.requests() if path.endswith("/history")]
+    if not asked or any(int(one["until"][0]) - int(one["since"][0]) != 6 * 3600 for one in asked):
+        fail(f"6 h asks for {asked}")
+    frame = browser.all(".chart-frame")[0]
+    span = browser.script("""const box = arguments[0].getBoundingClientRect();
+        return [box.left, box.width, box.top + box.height / 2]""", frame)
+    width = span[1]
+    (ActionChains(browser.driver).move_to_element_with_offset(frame, width * 0.2, 0)
+     .click_and_hold().move_by_offset(int(width * 0.2), 0).release().perform())
+    browser.wait("the zoom", "return location.hash.includes('from=')")
+    browser.loaded()
+    told = re.search(r"from=(\d+)&to=(\d+)", browser.driver.current_url)
+    since, until = int(told.group(1)), int(told.group(2))
+    asked = [query for path, query in browser.requests() if path.endswith("/history")]
+    charts = len(browser.all(".chart-frame"))
+    if not 0.1 * 21600 < until - since < 0.35 * 21600:
+        fail(f"a fifth of the chart is {until - since} s of 6 h")
+    if len(asked) < charts - 1 or any((int(one["since"][0]), int(one["until"][0])) != (since, until)
+                                      for one in asked):
+        fail(f"{since} to {until} is shown, and asked is {asked}")
+    browser.driver.back()
+    browser.wait("the way back", "return !location.hash.includes('from=')")
+    print(f"console: a zoom in one of {charts} charts asks for its range in all")
+
+
+def check_days(browser):
+    """14 days in a moment."""
+    browser.show("overview?range=14d")
+    browser.loaded()
+    end = int(time.time()) - DAY
+    browser.script("""
+        window.zoomed = null;
+        const begin = performance.now();
+        location.hash = arguments[0];
+        const look = () => {
+          const messages = [...document.querySelectorAll('.chart-frame')];
+          const asked = performance.getEntriesByType('resource').filter(
+            (one) => one.startTime >= begin && one.name.includes('/history'));
+          if (asked.length >= 6 && asked.every((one) => one.responseEnd > 0)) {
+            window.zoomed = Math.max(...asked.map((one) => one.responseEnd)) - begin;
+          } else setTimeout(look, 10);
+        };
+        setTimeout(look, 50)""", f"#/overview?from={end - 13 * DAY}&to={end}")
+    took = browser.wait("13 days", "return window.zoomed")
+    size = browser.script("""return Math.max(...performance.getEntriesByType('resource').filter(
+        (one) => one.name.includes('/history')).map((one) => one.decodedBodySize))""")
+    if took > ZOOM_MS * PATIENCE:
+        fail(f"a zoom of 13 days takes {took:.0f} ms")
+    print(f"console: a zoom of 13 days takes {took:.0f} ms, the greatest answer {size} bytes")
+
+
+def check_past(browser, agent):
+    moment = int(time.time()) - 20
+    browser.show(f"overview?at={moment}")
+    figures = check_figures(browser, agent)
+    if any(abs(figure["time"] - moment) > 5 for figure in figures):
+        fail(f"at {moment} the page shows {figures}")
+    browser.show(f"processes?at={moment}")
+    browser.wait("the kept processes", "return document.querySelectorAll('main tbody tr').length > 3")
+    browser.show("overview")
+    print("console: a page at a past time shows the kept rows")
+
+
+def check_attack(browser, work):
+    """What a process is called, and started with, is text."""
+    program = work / ATTACK
+    shutil.copy(shutil.which("sleep"), program)
+    words = [str(program), "600", ATTACK, "</td><script>alert(2)</script>"]
+    with subprocess.Popen(["sh", "-c", 'exec -a "$1" "$2" 600', "sh", " ".join(words), str(program)]) as attacker:
+        try:
+            time.sleep(6)
+            for page in ("overview", f"processes?filter={urllib.parse.quote('<img')}",
+                         "groups", "records?record=PDX", "records?record=PDI&view=kept"):
+                browser.show(page)
+                browser.loaded()
+                time.sleep(1)
+                if browser.script("return document.querySelectorAll('main img, main script').length"):
+                    fail(f"{page}: a text of a process is markup")
+            browser.show(f"processes?filter={urllib.parse.quote('<img')}")
+            browser.wait("the attacker's row", """
+                const open = [...document.querySelectorAll('main tbody button.open')]
+                  .find((one) => one.textContent.includes('<img src=x'));
+                open?.click(); return open !== undefined""")
+            browser.wait("the attacker's command line", """
+                return document.querySelector('.command-line')?.textContent.includes(arguments[0])""",
+                         "<script>alert(2)</script>")
+            browser.loaded()
+            if browser.script("return document.querySelectorAll('main img, main script').length"):
+                fail("the panel: a text of a process is markup")
+        finally:
+            attacker.kill()
+    print("console: what a process is called is text everywhere")
+
+
+def check_restart(browser, agent):
+    browser.show("overview")
+    browser.loaded()
+    agent.restart(agent.http)
+    started = time.time()
+    browser.wait("figures after the restart", """
+        return [...document.querySelectorAll('.now dd[data-time]')].some(
+          (one) => Number(one.dataset.time) > arguments[0]) && document.getElementById('banner').hidden""",
+                 started)
+    print(f"console: {time.time() - started:.1f} s after a restart of the daemon the page goes on")
+
+
+def check_pictures(browser, folder):
+    """Each page on a screen and on a phone, in both colours: nothing lies beside the page."""
+    for width, height in ((1400, 1000), (390, 844)):
+        browser.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
+            "width": width, "height": height, "deviceScaleFactor": 1, "mobile": width < 500})
+        for scheme in ("light", "dark"):
+            browser.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {
+                "features": [{"name": "prefers-color-scheme", "value": scheme}]})
+            for page in PAGES:
+                browser.show(page)
+                browser.wait(page, "return document.querySelector('main').dataset.page === arguments[0]", page)
+                browser.loaded()
+                time.sleep(0.3)
+                wide = browser.script("return document.documentElement.scrollWidth - innerWidth")
+                if wide > 0:
+                    fail(f"{page} at {width} pixels is {wide} pixels wider")
+                picture = browser.driver.get_screenshot_as_png()
+                if folder is not None:
+                    (folder / f"{page}-{width}-{scheme}.png").write_bytes(picture)
+    browser.driver.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+    print(f"console: {len(PAGES)} pages at 1400 and 390 pixels in two colour schemes")
+
+
+def run(build, work, pictures):
+    agent = Agent(build, work / "root", "modern", SCHEDULE, port=free_port())
+    with agent:
+        wait_for("rows of PDX", lambda: agent.ask("last", "PDX")[0]["rows"])
+        add_days(agent, 14)
+        with Browser(f"http://{agent.bare}") as browser:
+            browser.driver.get(console_link(agent))
+            check_first_paint(browser)
+            check_figures(browser, agent)
+            print("console: the figures of now are those of the daemon")
+            check_busy(browser, work)
+            check_zoom(browser)
+            check_days(browser)
+            check_past(browser, agent)
+            check_attack(browser, work)
+            check_pictures(browser, pictures)
+            browser.check_log("all pages")
+            check_restart(browser, agent)
+
+
+def main():
+    if len(sys.argv) not in (2, 3):
+        fail("usage: console.py BUILD_DIRECTORY [PICTURES]")
+    build = pathlib.Path(sys.argv[1]).resolve()
+    pictures = pathlib.Path(sys.argv[2]) if len(sys.argv) == 3 else None
+    with tempfile.TemporaryDirectory(prefix="qmt-e2e-") as work:
+        # The gate's user has to get there.
+        os.chmod(work, 0o755)
+        run(build, pathlib.Path(work), pictures)
+
+
+if __name__ == "__main__":
+    main()
