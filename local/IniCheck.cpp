@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "local/HttpSettings.h"
 #include "local/NodeSettings.h"
 #include "local/ini/IniText.h"
 
@@ -58,15 +59,17 @@ IniListing ListIni(const LocalIniFile& ini, ScheduleBook& book) {
     listing.problems.push_back(
         {fault.line, fault.problem + (fault.text.empty() ? "" : " (" + fault.text + ")")});
   }
-  const std::vector<IniProblem> node = NodeProblems(ini);
-  listing.problems.insert(listing.problems.end(), node.begin(), node.end());
+  for (const std::vector<IniProblem>& found : {NodeProblems(ini), HttpProblems(ini)}) {
+    listing.problems.insert(listing.problems.end(), found.begin(), found.end());
+  }
   book.Load(ScheduleLines(ini), [&](std::size_t line, const std::string& problem) {
     listing.problems.push_back({line, problem});
   });
   listing.settings = ini.Settings();
   AddRepeated(listing.settings, listing.problems);
   std::erase_if(listing.settings, [](const IniSetting& setting) {
-    return IsIn(setting, kNodeSection) || IsIn(setting, kScheduleSection);
+    return IsIn(setting, kNodeSection) || IsIn(setting, kHttpSection) ||
+           IsIn(setting, kScheduleSection);
   });
   return listing;
 }

@@ -9,6 +9,6 @@
 /// The lines of section "Schedule".
 [[nodiscard]] std::vector<ScheduleLine> ScheduleLines(const LocalIniFile& ini);
 
-/// The file as a check sees it: what is wrong in its text and in the sections "Node" and
+/// The file as a check sees it: what is wrong in its text and in the sections "Node", "Http" and
 /// "Schedule", and the settings of all other sections. `book` takes the schedule in.
 [[nodiscard]] IniListing ListIni(const LocalIniFile& ini, ScheduleBook& book);

@@ -42,18 +42,21 @@ LocalNode::LoopParts::LoopParts(const ProblemReport& report)
       schedule(loop, desk, sinks),
       operations(loop, desk, schedule, lastRows, history),
       server(loop, operations, ControlSettings{}, report),
-      metrics(loop, desk, schedule, history),
-      pages(metrics),
-      http(loop, [this](const auto& exchange) { pages.Serve(exchange); }),
+      gate(loop, operations, report),
       watches(loop, report),
       timers(loop),
       manager(loop) {
+  sinks.Add(operations.Followers());
+  operations.TheGate().OnProblem(report);
   loop.OnNoMemory([report] { report("Out of memory: what was under way has been given up."); });
 }
 
 LocalNode::LoopParts& LocalNode::Parts() {
   if (m_parts == nullptr) {
     m_parts = std::make_unique<LoopParts>([this](const std::string& problem) { Report(problem); });
+    m_parts->operations.TheGate().SetLog([this](std::size_t count) {
+      return m_log == nullptr ? std::vector<RecentMessage>{} : m_log->Recent().Last(count);
+    });
   }
   return *m_parts;
 }
@@ -75,8 +78,10 @@ int LocalNode::DebugInit(const ServiceRegistration&) {
   if (ini == nullptr) {
     Report(error);
   } else {
-    for (const IniProblem& problem : NodeProblems(*ini)) {
-      Report(std::string(kIniName) + ":" + std::to_string(problem.line) + ": " + problem.text);
+    for (const std::vector<IniProblem>& problems : {NodeProblems(*ini), HttpProblems(*ini)}) {
+      for (const IniProblem& problem : problems) {
+        Report(std::string(kIniName) + ":" + std::to_string(problem.line) + ": " + problem.text);
+      }
     }
   }
   return 0;
@@ -202,11 +207,11 @@ IniListing LocalNode::ListIniFile(const char* path) {
   }
   LoopParts parts([](const std::string&) {});
   IniListing listing = ListIni(*ini, parts.schedule);
-  const NodeSettings settings = ReadNodeSettings(*ini);
-  parts.metrics.Configure(settings.httpRecords.value_or(std::vector<std::string>{}),
-                          [&](const std::string& problem) {
-                            listing.problems.push_back({settings.httpRecordsLine, problem});
-                          });
+  const HttpSettings settings = ReadHttpSettings(*ini, false);
+  parts.operations.Metrics().Configure(
+      settings.records.value_or(std::vector<std::string>{}), [&](const std::string& problem) {
+        listing.problems.push_back({settings.recordsLine, problem});
+      });
   return listing;
 }
 
@@ -236,37 +241,42 @@ void LocalNode::LoadSettings() {
   if (!ini->HasSection("Schedule") && !WriteDefaultSchedule(*ini, error)) {
     Report(error);
   }
-  const NodeSettings settings = ReadNodeSettings(*ini);
-  Parts().history.Configure(settings.history);
-  OpenHttp(settings);
+  Parts().history.Configure(ReadNodeSettings(*ini).history);
+  const HttpSettings http = ReadHttpSettings(*ini, Parts().manager.IsThere());
+  ConfigureMetrics(http);
+  StartGate(http);
   Parts().schedule.Load(ini->Path(), ScheduleLines(*ini),
                         [this](const std::string& problem) { Report(problem); });
 }
 
-void LocalNode::OpenHttp(const NodeSettings& settings) {
-  if (settings.httpListen.empty()) {
+void LocalNode::ConfigureMetrics(const HttpSettings& settings) {
+  MetricsDesk& metrics = Parts().operations.Metrics();
+  if (settings.records) {
+    metrics.Configure(*settings.records, [this](const std::string& problem) { Report(problem); });
     return;
   }
-  const auto report = [this](const std::string& problem) { Report(problem); };
-  if (settings.httpRecords) {
-    Parts().metrics.Configure(*settings.httpRecords, report);
-  } else {
-    // Applications may be added at any time; the schedule waits for an operator to say so. People
-    // have charts and alarms of the others, which the schedule under `modern` has no need of.
-    std::vector<std::string> records{"APP", "DEVD", "NIND", "HOST", "SENS"};
-    for (const ScheduleLine& line : DefaultSchedule()) {
-      records.push_back(line.record);
-    }
-    Parts().metrics.Configure(records, [](const std::string&) {});
+  // Applications may be added at any time; the schedule waits for an operator to say so. People
+  // have charts and alarms of the others, which the schedule under `modern` has no need of.
+  std::vector<std::string> records{"APP", "DEVD", "NIND", "HOST", "SENS"};
+  for (const ScheduleLine& line : DefaultSchedule()) {
+    records.push_back(line.record);
   }
-  std::vector<std::string> hosts = settings.httpHosts;
-  hosts.push_back(ReadHostName());
-  Parts().http.SetHostNames(std::move(hosts));
-  std::string error;
-  if (!Parts().http.Open(settings.httpListen, error)) {
-    Report("Http Listen: " + error + "; the daemon goes on without metrics");
+  metrics.Configure(records, [](const std::string&) {});
+}
+
+void LocalNode::StartGate(const HttpSettings& settings) {
+  Parts().operations.TheGate().SetFacts({GateModeName(settings.gate), settings.listen,
+                                         settings.names, settings.certificate, settings.key,
+                                         settings.users, settings.tokens, settings.arguments});
+  if (settings.gate != GateMode::kChild || settings.listen.empty()) {
+    return;
   }
-  Parts().operations.SetHttpAddress(Parts().http.Address());
+  const std::string program = FindProgramBeside("qmt_gate", "gate");
+  if (program.empty()) {
+    Report("qmt_gate is not there beside the daemon: nothing is served by HTTP");
+    return;
+  }
+  Parts().gate.Start(program);
 }
 
 int LocalNode::Run(CMBRunnableNode& node) {
@@ -276,8 +286,9 @@ int LocalNode::Run(CMBRunnableNode& node) {
   Parts().loop.Run(node);
   Parts().manager.Stopping();
   Parts().schedule.Stop();
-  Parts().http.Close();
+  Parts().gate.Terminate();
   Parts().server.Close();
+  Parts().gate.Wait();
   return 0;
 }
 

@@ -3,12 +3,12 @@
 #include <memory>
 #include <string>
 
-#include "local/HttpPages.h"
+#include "local/GateRun.h"
+#include "local/HttpSettings.h"
 #include "local/NodeSettings.h"
 #include "local/control/ControlOperations.h"
 #include "local/control/ControlServer.h"
 #include "local/history/HistoryStore.h"
-#include "local/http/HttpServer.h"
 #include "local/ini/LocalIniFile.h"
 #include "local/log/MessageLog.h"
 #include "local/loop/DescriptorWatches.h"
@@ -50,7 +50,7 @@ class LocalNode : public NodeLayer {
   int Connect(CMBAgent& agent, const AgentIdentity& identity) override;
   /// Broken lines are reported to the message log as "path:line: ...".
   std::unique_ptr<CMBIniFile> OpenIniFile(const char* directory, const char* name) override;
-  /// Sections "Node" and "Schedule" are checked here and are not among the settings.
+  /// Sections "Node", "Http" and "Schedule" are checked here and are not among the settings.
   IniListing ListIniFile(const char* path) override;
   /// The product's letter and the instance, as in "U/some-host"; empty until Connect.
   char* LocalNodeId() override { return m_nodeId.data(); }
@@ -83,9 +83,7 @@ class LocalNode : public NodeLayer {
     ScheduleBook schedule;
     ControlOperations operations;
     ControlServer server;
-    MetricsDesk metrics;
-    HttpPages pages;
-    HttpServer http;
+    GateRun gate;
     DescriptorWatches watches;
     EventTimers timers;
     ServiceManager manager;
@@ -94,7 +92,8 @@ class LocalNode : public NodeLayer {
   [[nodiscard]] LoopParts& Parts();
   void Report(const std::string& problem);
   void LoadSettings();
-  void OpenHttp(const NodeSettings& settings);
+  void ConfigureMetrics(const HttpSettings& settings);
+  void StartGate(const HttpSettings& settings);
 
   std::unique_ptr<MessageLog> m_log;
   std::unique_ptr<ServiceStatus> m_status;

@@ -67,6 +67,9 @@ void ControlConnection::WatchHangUp() {
                                 self->m_isGone = IsHungUp(self->m_socket->stream.native_handle());
                                 if (!self->m_isGone) {
                                   self->WatchHangUp();
+                                } else if (self->m_isWithoutEnd) {
+                                  // At rest it would never find out by a write.
+                                  self->Close();
                                 }
                               });
 }
@@ -134,6 +137,17 @@ void ControlConnection::Serve(const std::string& line) {
 }
 
 void ControlConnection::Answer(std::string line) {
+  line += '\n';
+  End(std::move(line));
+}
+
+void ControlConnection::AnswerRaw(std::string line, std::string bytes) {
+  line += '\n';
+  bytes.insert(0, line);
+  End(std::move(bytes));
+}
+
+void ControlConnection::End(std::string answer) {
   m_isServing = false;
   if (m_isClosed) {
     return;
@@ -142,8 +156,7 @@ void ControlConnection::Answer(std::string line) {
     ServeNextLine();
     return;
   }
-  line += '\n';
-  Put(line);
+  Put(std::move(answer));
 }
 
 void ControlConnection::AnswerInPieces(AnswerPieces pieces) {
@@ -158,19 +171,50 @@ void ControlConnection::AnswerInPieces(AnswerPieces pieces) {
 void ControlConnection::SendPiece() {
   std::string piece;
   try {
-    if (!m_pieces(piece)) {
+    const bool isMore = m_pieces(piece);
+    if (m_isWithoutEnd) {
+      m_isAtRest = !isMore;
+      if (m_isAtRest && piece.empty()) {
+        return;
+      }
+    } else if (!isMore) {
       m_pieces = nullptr;
       m_isServing = false;
       piece += '\n';
     }
-    Put(piece);
+    Put(std::move(piece));
   } catch (const std::bad_alloc&) {
     // Half of an answer can't be taken back.
     Close();
   }
 }
 
-void ControlConnection::Put(const std::string& text) {
+void ControlConnection::AnswerWithoutEnd(AnswerPieces pieces) {
+  m_isWithoutEnd = true;
+  if (m_isGone) {
+    Close();
+    return;
+  }
+  AnswerInPieces(std::move(pieces));
+}
+
+void ControlConnection::Continue() {
+  if (m_isClosed || !std::exchange(m_isAtRest, false)) {
+    return;
+  }
+  LoopTask task;
+  task.run = [self = shared_from_this()](CMBNode&) { self->SendRest(); };
+  m_around.loop.Post(std::move(task));
+}
+
+void ControlConnection::SendRest() {
+  // What goes out now asks for the next piece when it is gone.
+  if (!m_isClosed && m_inFlight.empty()) {
+    SendPiece();
+  }
+}
+
+void ControlConnection::Put(std::string text) {
   OutputBudget& budget = m_around.budget;
   if (text.size() > budget.limit - budget.used) {
     m_around.report("A control client (process " + std::to_string(m_peer.process) + ", user " +
@@ -179,8 +223,12 @@ void ControlConnection::Put(const std::string& text) {
     Close();
     return;
   }
-  m_pending += text;
   budget.used += text.size();
+  if (m_pending.empty()) {
+    m_pending = std::move(text);
+  } else {
+    m_pending += text;
+  }
   if (m_inFlight.empty()) {
     Write();
   }
@@ -206,7 +254,9 @@ void ControlConnection::BeginWrite() {
                       if (error) {
                         self->Close();
                       } else if (self->m_pieces) {
-                        self->SendPiece();
+                        if (!self->m_isAtRest) {
+                          self->SendPiece();
+                        }
                       } else if (!self->m_isServing) {
                         self->ServeNextLine();
                       }

@@ -43,13 +43,20 @@ class ControlConnection : public ControlPeer,
   void Start();
   /// Ends the connection at once. The client's requests are freed when no task runs.
   void Close();
-  [[nodiscard]] bool HasOutput() const { return !m_isClosed && (OutputSize() != 0 || m_pieces); }
+  /// Whether the client has not taken all of what it asked for; an answer without end is not
+  /// waited for.
+  [[nodiscard]] bool HasOutput() const {
+    return !m_isClosed && (OutputSize() != 0 || (m_pieces && !m_isWithoutEnd));
+  }
 
   [[nodiscard]] Rights PeerRights() const override { return m_rights; }
   [[nodiscard]] bool IsGone() const override { return m_isGone || m_isClosed; }
   [[nodiscard]] RequestBook& Requests() override { return *m_requests; }
   void Answer(std::string line) override;
   void AnswerInPieces(AnswerPieces pieces) override;
+  void AnswerRaw(std::string line, std::string bytes) override;
+  void AnswerWithoutEnd(AnswerPieces pieces) override;
+  void Continue() override;
   void Abandon() override { Close(); }
 
  private:
@@ -59,7 +66,11 @@ class ControlConnection : public ControlPeer,
   void ServeLine(const std::string& line);
   void Serve(const std::string& line);
   void SendPiece();
-  void Put(const std::string& text);
+  /// Ends the request under way.
+  void End(std::string answer);
+  /// The turn of the loop after a Continue.
+  void SendRest();
+  void Put(std::string text);
   void Write();
   void BeginWrite();
   void OnWritten();
@@ -76,7 +87,9 @@ class ControlConnection : public ControlPeer,
   std::string m_inFlight;  ///< what is being written
   AnswerPieces m_pieces;   ///< the rest of an answer, if it comes in pieces
   bool m_isServing = false;
-  bool m_isEnded = false;  ///< the client sends nothing more
-  bool m_isGone = false;   ///< the client reads nothing more
+  bool m_isWithoutEnd = false;  ///< `m_pieces` may be asked again when they have ended
+  bool m_isAtRest = false;      ///< they have ended, and Continue has not been called since
+  bool m_isEnded = false;       ///< the client sends nothing more
+  bool m_isGone = false;        ///< the client reads nothing more
   bool m_isClosed = false;
 };

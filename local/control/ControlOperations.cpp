@@ -63,6 +63,14 @@ Json FiguresJson() {
   return list;
 }
 
+std::string Joined(const std::vector<std::string>& addresses) {
+  std::string text;
+  for (const std::string& address : addresses) {
+    text += (text.empty() ? "" : ", ") + address;
+  }
+  return text;
+}
+
 Json LayoutJson(const RecordLayout& layout) {
   Json fields = Json::Array();
   for (const FieldLayout& field : layout.fields) {
@@ -116,7 +124,7 @@ struct ControlOperations::Operation {
 };
 
 const ControlOperations::Operation* ControlOperations::FindOperation(const std::string& name) {
-  static constexpr std::array<Operation, 12> kOperations{{
+  static constexpr std::array<Operation, 18> kOperations{{
       {"records", Rights::kRead, {"op", "id"}, &ControlOperations::Records},
       {"schema", Rights::kRead, {"op", "id", "record", "category"}, &ControlOperations::Schema},
       {"get", Rights::kRead, {"op", "id", "records", "rates"}, &ControlOperations::Get},
@@ -140,6 +148,12 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
        Rights::kChange,
        {"op", "id", "record"},
        &ControlOperations::ScheduleRemove},
+      {"metrics", Rights::kRead, {"op", "id", "records", "format"}, &ControlOperations::Metrics},
+      {"follow", Rights::kRead, {"op", "id", "records", "arguments"}, &ControlOperations::Follow},
+      {"gate", Rights::kRead, {"op", "id", "addresses"}, &ControlOperations::Gate},
+      {"console_token", Rights::kRead, {"op", "id"}, &ControlOperations::MakeToken},
+      {"token_check", Rights::kRead, {"op", "id", "token"}, &ControlOperations::CheckToken},
+      {"log", Rights::kRead, {"op", "id", "lines"}, &ControlOperations::Log},
       {"shutdown", Rights::kChange, {"op", "id"}, &ControlOperations::Shutdown},
   }};
   for (const Operation& operation : kOperations) {
@@ -159,7 +173,10 @@ ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleB
       m_queries(loop, desk, schedule, lastRows),
       m_config(loop),
       m_reports(loop),
-      m_history(history) {}
+      m_history(history),
+      m_metricsDesk(loop, desk, schedule, history),
+      m_metrics(m_metricsDesk),
+      m_follow(lastRows) {}
 
 void ControlOperations::Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer) {
   auto parsed = ParseRequestLine(line);
@@ -229,7 +246,7 @@ void ControlOperations::Status(const RequestPtr& request) {
                                   {"version", QMT_VERSION},
                                   {"node", m_facts.node},
                                   {"host", m_facts.host},
-                                  {"http", m_facts.http},
+                                  {"http", Joined(m_gate.Addresses())},
                                   {"schedules", SchedulesJson(m_schedule)},
                                   {"last_batch", BatchJson(m_desk.Last())},
                                   {"facts", FactsJson()},

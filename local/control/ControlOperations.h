@@ -6,7 +6,10 @@
 
 #include "local/control/ConfigQueries.h"
 #include "local/control/ControlRequest.h"
+#include "local/control/FollowQueries.h"
+#include "local/control/GateQueries.h"
 #include "local/control/HistoryQueries.h"
+#include "local/control/MetricsQueries.h"
 #include "local/control/RecordQueries.h"
 #include "local/control/ReportQueries.h"
 #include "local/control/ScheduleQueries.h"
@@ -15,7 +18,6 @@
 struct DaemonFacts {
   std::string node;
   std::string host;
-  std::string http;  ///< the address of the metrics; empty if there is none
   std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };
 
@@ -30,7 +32,10 @@ class ControlOperations {
     m_scheduleChanges.SetIniFile(directory, name);
   }
   void SetFacts(DaemonFacts facts) { m_facts = std::move(facts); }
-  void SetHttpAddress(const std::string& address) { m_facts.http = address; }
+  /// Takes each batch of the schedules behind `lastRows`, for those who follow.
+  [[nodiscard]] RecordSink& Followers() { return m_follow; }
+  [[nodiscard]] MetricsDesk& Metrics() { return m_metricsDesk; }
+  [[nodiscard]] GateQueries& TheGate() { return m_gate; }
   /// From now on every line is refused.
   void Stop() { m_isStopping = true; }
   /// Serves one line of a client, which is answered now or, after its turn in the loop, later.
@@ -54,6 +59,12 @@ class ControlOperations {
   void ScheduleSet(const RequestPtr& request) { m_scheduleChanges.Set(request); }
   void ScheduleRemove(const RequestPtr& request) { m_scheduleChanges.Remove(request); }
   void Shutdown(const RequestPtr& request);
+  void Metrics(const RequestPtr& request) { m_metrics.Metrics(request); }
+  void Follow(const RequestPtr& request) { m_follow.Follow(request); }
+  void Gate(const RequestPtr& request) { m_gate.Gate(*request, m_facts.host); }
+  void MakeToken(const RequestPtr& request) { m_gate.MakeToken(*request); }
+  void CheckToken(const RequestPtr& request) { m_gate.CheckToken(*request); }
+  void Log(const RequestPtr& request) { m_gate.Log(*request); }
 
   EventLoop& m_loop;
   BatchDesk& m_desk;
@@ -63,6 +74,10 @@ class ControlOperations {
   ConfigQueries m_config;
   ReportQueries m_reports;
   HistoryQueries m_history;
+  MetricsDesk m_metricsDesk;
+  MetricsQueries m_metrics;
+  FollowQueries m_follow;
+  GateQueries m_gate;
   DaemonFacts m_facts;
   bool m_isStopping = false;
 };

@@ -43,6 +43,12 @@ void ControlRequest::Succeed(const char* name, const Json& value) const {
   m_peer->Answer(JsonText(answer));
 }
 
+void ControlRequest::SucceedRaw(const char* name, const Json& value, std::string bytes) const {
+  Json answer = Head(true);
+  answer[name] = value;
+  m_peer->AnswerRaw(JsonText(answer), std::move(bytes));
+}
+
 void ControlRequest::Fail(const ControlError& error) const {
   Json answer = Head(false);
   answer["error"] = ErrorJson(error);

@@ -30,6 +30,13 @@ class ControlPeer {
   virtual void Answer(std::string line) = 0;
   /// The same in pieces, the last of which ends without the newline.
   virtual void AnswerInPieces(AnswerPieces pieces) = 0;
+  /// Ends the request under way with a line, given without its newline, and bytes behind it.
+  virtual void AnswerRaw(std::string line, std::string bytes) = 0;
+  /// An answer that goes on for as long as the connection: `pieces` gives false where it has
+  /// nothing more to say at present, and is asked again after Continue.
+  virtual void AnswerWithoutEnd(AnswerPieces pieces) = 0;
+  /// There is something to say again. Nothing happens where the answer is not at rest.
+  virtual void Continue() = 0;
   /// Ends the connection with the request unanswered, where there is no memory for an answer.
   virtual void Abandon() = 0;
 };
@@ -58,10 +65,13 @@ class ControlRequest {
 
   [[nodiscard]] const Json& Message() const { return m_message; }
   [[nodiscard]] ControlPeer& Peer() const { return *m_peer; }
+  [[nodiscard]] const std::shared_ptr<ControlPeer>& SharedPeer() const { return m_peer; }
 
   /// Answers that all went well, with one member besides; a null name adds none.
   void Succeed(const char* name = nullptr, const Json& value = nullptr) const;
   void Fail(const ControlError& error) const;
+  /// Answers that all went well, with one member and raw bytes behind the line.
+  void SucceedRaw(const char* name, const Json& value, std::string bytes) const;
   /// Fails with MemoryError; abandons the client if there is no memory for that either.
   void FailForMemory() const;
   /// An answer that is put together by the caller, piece by piece: the begin of one that all went

@@ -21,7 +21,6 @@ namespace {
 using Protocol = asio::local::stream_protocol;
 
 constexpr mode_t kFolderMode = 0755;
-constexpr mode_t kSocketMode = 0660;
 constexpr std::chrono::seconds kFlushTime{1};
 constexpr std::chrono::seconds kAcceptPause{1};
 
@@ -32,7 +31,7 @@ void SetCloseOnExec(int descriptor) { ::fcntl(descriptor, F_SETFD, FD_CLOEXEC); 
 /// Keeps others out between the making of the socket and its mode.
 class NarrowUmask {
  public:
-  NarrowUmask() : m_former(::umask(0777 & ~kSocketMode)) {}
+  explicit NarrowUmask(mode_t mode) : m_former(::umask(0777 & ~mode)) {}
   ~NarrowUmask() { ::umask(m_former); }
   NarrowUmask(const NarrowUmask&) = delete;
   NarrowUmask& operator=(const NarrowUmask&) = delete;
@@ -105,8 +104,11 @@ void ControlServer::Listen() {
   acceptor.open();
   SetCloseOnExec(acceptor.native_handle());
   {
-    const NarrowUmask narrow;
+    const NarrowUmask narrow(m_settings.mode);
     acceptor.bind(Protocol::endpoint(m_path));
+  }
+  if (m_settings.owner && ::lchown(m_path.c_str(), *m_settings.owner, ::gid_t(-1)) != 0) {
+    throw std::system_error(errno, std::generic_category());
   }
   acceptor.listen();
 }
@@ -138,7 +140,8 @@ void ControlServer::OnAccepted(std::unique_ptr<ControlConnection::Socket> socket
     Refuse(descriptor);
     return;
   }
-  const Rights rights = RightsOf(peer, ::geteuid(), SocketGroup());
+  const Rights rights =
+      m_settings.rights ? *m_settings.rights : RightsOf(peer, ::geteuid(), SocketGroup());
   const auto connection = std::make_shared<ControlConnection>(m_surroundings, std::move(socket),
                                                               std::move(peer), rights);
   m_connections.insert(connection);

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -13,12 +16,16 @@ struct ControlSettings {
   /// is made if it is missing; its parent is not.
   std::string directory = "run";
   std::string name = "control.sock";
+  ::mode_t mode = 0660;
+  std::optional<::uid_t> owner;  ///< who the socket is given to; nothing: who makes it
+  /// What everybody may do who can connect; nothing: what the peer's credentials tell.
+  std::optional<Rights> rights;
   std::size_t maxOutput = std::size_t{64} << 20;  ///< bytes that may wait for all clients together
   std::size_t maxConnections = 64;
 };
 
-/// The Unix socket through which operators talk to the daemon. Mode 0660: who may connect at all is
-/// decided by the socket's owner and group, what a peer may do by its credentials.
+/// A Unix socket through which others talk to the daemon. Who may connect at all is decided by the
+/// socket's mode, owner and group, what a peer may do by its credentials or the settings.
 class ControlServer {
  public:
   ControlServer(EventLoop& loop, ControlOperations& operations, ControlSettings settings,

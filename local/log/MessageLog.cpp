@@ -8,6 +8,7 @@
 #include <charconv>
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <limits>
 #include <utility>
 
@@ -167,6 +168,9 @@ void MessageLog::Write(int level, int kind, std::string_view origin, std::string
   const std::string line = LineOf(level, kind, origin, text);
   if (level != kCommonLogLevel) {
     WriteToErrors(level, kind, line);
+  }
+  if (level <= kOperatorLevel) {
+    m_recent.Add(std::time(nullptr), kind, text);
   }
   std::string problem;
   if (!m_messages.Write(line, problem) && !problem.empty()) {

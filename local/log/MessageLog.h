@@ -7,6 +7,7 @@
 #include "local/log/ErrorStream.h"
 #include "local/log/LogFile.h"
 #include "local/log/LogText.h"
+#include "local/log/RecentMessages.h"
 #include "node/IniFile.h"
 #include "node/NodeLayer.h"
 
@@ -62,6 +63,9 @@ class MessageLog {
   /// Whether a line of this level is written.
   [[nodiscard]] bool IsShown(int level) const;
 
+  /// The last messages up to level 10, traces left out.
+  [[nodiscard]] const RecentMessages& Recent() const { return m_recent; }
+
   void PrintMsg(const MessageLine& line) noexcept;
   /// One line of the node's event log, at level 1.
   void EventText(const char* text) noexcept;
@@ -91,6 +95,7 @@ class MessageLog {
   MessageLogSettings m_settings;
   bool m_isJournal;
   ErrorStream m_errors;
+  RecentMessages m_recent;
   LogFile m_messages;
   LogFile m_data;
 };

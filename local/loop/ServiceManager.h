@@ -15,6 +15,8 @@ class ServiceManager {
   /// Takes the variables out of the environment, so that no child process speaks for the daemon.
   explicit ServiceManager(EventLoop& loop);
 
+  /// Whether one has started the daemon.
+  [[nodiscard]] bool IsThere() const { return !m_socket.empty(); }
   /// The daemon serves from now on.
   void Ready();
   /// The daemon is about to end.

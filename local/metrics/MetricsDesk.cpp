@@ -31,7 +31,7 @@ const char* WhyNot(const std::string& record) {
 
 struct MetricsDesk::Look {
   struct Waiting {
-    std::shared_ptr<HttpExchange> exchange;
+    Done done;
     MetricFormat format;
   };
   std::vector<RecordMetrics> metrics;
@@ -58,22 +58,20 @@ void MetricsDesk::Configure(const std::vector<std::string>& records, const Probl
   }
 }
 
-void MetricsDesk::Scrape(const std::vector<std::string>& records, MetricFormat format,
-                         const std::shared_ptr<HttpExchange>& exchange) {
+void MetricsDesk::Scrape(const std::vector<std::string>& records, MetricFormat format, Done done) {
   for (const std::string& record : records) {
     if (const char* reason = WhyNot(record); reason != nullptr) {
-      exchange->Answer(
-          {400, HttpAnswer{}.contentType, "the record " + record + ' ' + reason + '\n'});
+      done({MetricsAnswer::Outcome::kBadRecord, "the record " + record + ' ' + reason});
       return;
     }
   }
   ++m_scrapes;
   const std::shared_ptr<Look> look = LookOf(records.empty() ? RecordsWithRows() : records);
   if (look->isDone && Clock::now() - look->time <= kShared) {
-    exchange->Answer(Render(*look, format));
+    done(Render(*look, format));
     return;
   }
-  look->waiting.push_back({exchange, format});
+  look->waiting.push_back({std::move(done), format});
   if (!std::exchange(look->isPosted, true)) {
     Post(look);
   }
@@ -117,7 +115,7 @@ void MetricsDesk::Post(const std::shared_ptr<Look>& look) {
   task.run = [this, look](CMBNode& node) { Run(node, look); };
   task.drop = [look] {
     for (const Look::Waiting& waiting : std::exchange(look->waiting, {})) {
-      waiting.exchange->Answer({503, HttpAnswer{}.contentType, "the daemon stops\n"});
+      waiting.done({MetricsAnswer::Outcome::kStopping, ""});
     }
   };
   m_loop.Post(std::move(task));
@@ -129,11 +127,11 @@ void MetricsDesk::Run(CMBNode& node, const std::shared_ptr<Look>& look) {
   look->isDone = true;
   look->isPosted = false;
   for (const Look::Waiting& waiting : std::exchange(look->waiting, {})) {
-    waiting.exchange->Answer(Render(*look, waiting.format));
+    waiting.done(Render(*look, waiting.format));
   }
 }
 
-HttpAnswer MetricsDesk::Render(const Look& look, MetricFormat format) {
+MetricsAnswer MetricsDesk::Render(const Look& look, MetricFormat format) {
   MetricText text(format);
   MetricFamily built;
   built.name = "qmt_agent_record_built";
@@ -164,5 +162,5 @@ HttpAnswer MetricsDesk::Render(const Look& look, MetricFormat format) {
     }
   }
   AddAgentMetrics(text, {m_desk, m_schedule, m_history, m_scrapes});
-  return {200, ContentType(format), text.Finish()};
+  return {MetricsAnswer::Outcome::kDone, text.Finish()};
 }

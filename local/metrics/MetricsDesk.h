@@ -10,12 +10,21 @@
 #include <vector>
 
 #include "local/history/HistoryStore.h"
-#include "local/http/HttpExchange.h"
 #include "local/log/ProblemReport.h"
 #include "local/loop/EventLoop.h"
 #include "local/metrics/MetricText.h"
 #include "local/schedule/BatchDesk.h"
 #include "local/schedule/ScheduleBook.h"
+
+/// What a scrape comes to: the metrics, or why there are none.
+struct MetricsAnswer {
+  enum class Outcome { kDone, kBadRecord, kStopping };
+
+  Outcome outcome = Outcome::kDone;
+  /// The metrics, in lines that all end; else, of a record that is unknown, is not served or can't
+  /// be exposed, what is wrong.
+  std::string text;
+};
 
 /// Makes metrics of the agent's records: each scrape is one look without rates, which moves no
 /// schedule's differences. Scrapes of the same records that come within kShared share a batch.
@@ -32,10 +41,10 @@ class MetricsDesk {
   /// out.
   void Configure(const std::vector<std::string>& records, const ProblemReport& report);
 
-  /// Answers a scrape of these records, or of the configured ones: 200 with the metrics, 400 if one
-  /// is unknown, is not served or can't be exposed, 503 if the daemon stops.
-  void Scrape(const std::vector<std::string>& records, MetricFormat format,
-              const std::shared_ptr<HttpExchange>& exchange);
+  /// Answers a scrape of these records, or, where there are none, of the configured ones: at once
+  /// or after its turn in the loop, once in any case.
+  using Done = std::function<void(MetricsAnswer)>;
+  void Scrape(const std::vector<std::string>& records, MetricFormat format, Done done);
 
  private:
   /// The last look at one set of records.
@@ -47,7 +56,7 @@ class MetricsDesk {
   [[nodiscard]] std::shared_ptr<Look> LookOf(const Names& records);
   void Post(const std::shared_ptr<Look>& look);
   void Run(CMBNode& node, const std::shared_ptr<Look>& look);
-  [[nodiscard]] HttpAnswer Render(const Look& look, MetricFormat format);
+  [[nodiscard]] MetricsAnswer Render(const Look& look, MetricFormat format);
 
   EventLoop& m_loop;
   BatchDesk& m_desk;

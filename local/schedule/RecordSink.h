@@ -33,6 +33,8 @@ class RecordSink {
 class RecordSinks : public RecordSink {
  public:
   explicit RecordSinks(std::vector<RecordSink*> sinks) : m_sinks(std::move(sinks)) {}
+  /// Adds one behind those that are there.
+  void Add(RecordSink& sink) { m_sinks.push_back(&sink); }
   void Take(const ScheduledRows& rows) override;
   void EndBatch() override;
 

@@ -64,6 +64,21 @@ class TestClient {
     return JsonOf(line);
   }
 
+  /// So many bytes as they come; fewer at the end of the connection.
+  std::string ReceiveBytes(std::size_t size) {
+    while (m_input.size() < size) {
+      char chunk[65536];
+      const ssize_t count = ::recv(m_socket.Get(), chunk, sizeof chunk, 0);
+      if (count <= 0) {
+        break;
+      }
+      m_input.append(chunk, static_cast<std::size_t>(count));
+    }
+    const std::string bytes = m_input.substr(0, size);
+    m_input.erase(0, size);
+    return bytes;
+  }
+
   Json Ask(std::string_view line) {
     EXPECT_TRUE(Send(line));
     return Receive();

@@ -14,6 +14,12 @@ class FakePeer : public ControlPeer {
   [[nodiscard]] bool IsGone() const override { return isGone; }
   [[nodiscard]] RequestBook& Requests() override { return m_requests; }
   void Answer(std::string line) override { answers.push_back(std::move(line)); }
+  void AnswerRaw(std::string line, std::string bytes) override {
+    answers.push_back(line + '\n' + bytes);
+  }
+  /// Takes nothing by itself: a test asks `pieces`.
+  void AnswerWithoutEnd(AnswerPieces answer) override { pieces = std::move(answer); }
+  void Continue() override { ++continues; }
   void Abandon() override { isGone = true; }
   void AnswerInPieces(AnswerPieces pieces) override {
     std::string line;
@@ -29,6 +35,8 @@ class FakePeer : public ControlPeer {
 
   std::vector<std::string> answers;
   bool isGone = false;
+  AnswerPieces pieces;  ///< of an answer without end
+  int continues = 0;
 
  private:
   Rights m_rights;

@@ -1,0 +1,247 @@
+#include "local/GateChild.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/pidfd.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "support/ChildProcess.h"
+#include "support/Descriptor.h"
+
+namespace {
+
+constexpr int kNotStarted = 127;
+constexpr std::chrono::minutes kLineMinute{1};
+/// Reads of the pipe in one callback.
+constexpr int kReadsAtOnce = 16;
+
+std::string EndText(const ::siginfo_t& end) {
+  return end.si_code == CLD_EXITED ? "with status " + std::to_string(end.si_status)
+                                   : "by signal " + std::to_string(end.si_status);
+}
+
+}  // namespace
+
+std::string FindProgramBeside(const std::string& name, const std::string& folder) {
+  std::error_code error;
+  const std::filesystem::path own =
+      std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+  if (error) {
+    return "";
+  }
+  for (const std::filesystem::path& path : {own / name, own.parent_path() / folder / name}) {
+    if (::access(path.c_str(), X_OK) == 0) {
+      return path.string();
+    }
+  }
+  return "";
+}
+
+GateChild::GateChild(EventLoop& loop, GateCommand command, ProblemReport report)
+    : m_loop(loop),
+      m_command(std::move(command)),
+      m_report(std::move(report)),
+      m_timer(loop),
+      m_process(loop),
+      m_errors(loop),
+      m_pause(m_command.firstPause) {}
+
+GateChild::~GateChild() {
+  Terminate();
+  if (IsRunning()) {
+    ::kill(m_pid, SIGKILL);
+    ::waitpid(m_pid, nullptr, 0);
+  }
+}
+
+void GateChild::Start() {
+  std::string error;
+  m_started = Clock::now();
+  if (!Spawn(error)) {
+    m_report(m_command.program + ": can't be started: " + error);
+    StartLater();
+    return;
+  }
+  WatchErrors();
+  WatchEnd();
+}
+
+bool GateChild::Spawn(std::string& error) {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    error = std::strerror(errno);
+    return false;
+  }
+  Descriptor reader(ends[0]);
+  const Descriptor writer(ends[1]);
+  std::vector<char*> arguments{m_command.program.data()};
+  for (std::string& argument : m_command.arguments) {
+    arguments.push_back(argument.data());
+  }
+  arguments.push_back(nullptr);
+  const pid_t parent = ::getpid();
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    BecomeGate(writer.Get(), parent, arguments.data());
+  }
+  if (pid < 0) {
+    error = std::strerror(errno);
+    return false;
+  }
+  // The child does it too: which of the two comes first is open.
+  ::setpgid(pid, pid);
+  m_pid = pid;
+  try {
+    Descriptor process(::pidfd_open(pid, 0));
+    if (!process.IsOpen()) {
+      throw std::system_error(errno, std::generic_category());
+    }
+    m_process.Take(std::move(process));
+    m_errors.Take(std::move(reader));
+  } catch (const std::system_error& problem) {
+    // Nobody would see its end.
+    error = problem.code().message();
+    Descriptor(m_process.Release()).Close();
+    ::kill(pid, SIGKILL);
+    ::waitpid(std::exchange(m_pid, 0), nullptr, 0);
+    return false;
+  }
+  return true;
+}
+
+void GateChild::BecomeGate(int errorPipe, pid_t parent, char* const* arguments) const {
+  // Out of the daemon's process group, whose children the agent waits for by itself.
+  ::setpgid(0, 0);
+  ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (::getppid() != parent) {
+    ::_exit(kNotStarted);
+  }
+  ResetSignals();
+  ::dup2(errorPipe, STDERR_FILENO);
+  KeepAcrossExec(STDERR_FILENO);
+  ::execv(arguments[0], arguments);
+  const char* reason = ::strerrordesc_np(errno);
+  const std::array<std::string_view, 3> words{"can't be started: ", reason == nullptr ? "" : reason,
+                                              "\n"};
+  for (const std::string_view word : words) {
+    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, word.data(), word.size());
+  }
+  ::_exit(kNotStarted);
+}
+
+void GateChild::WatchEnd() {
+  m_process.OnReadable([this] { OnEnd(); });
+}
+
+void GateChild::WatchErrors() {
+  m_errors.OnReadable([this] {
+    if (ReadErrors()) {
+      WatchErrors();
+    } else {
+      Descriptor(m_errors.Release()).Close();
+    }
+  });
+}
+
+bool GateChild::ReadErrors() {
+  std::array<char, 4096> chunk{};
+  for (int turn = 0; turn < kReadsAtOnce && m_errors.Get() >= 0; ++turn) {
+    const ssize_t size = ::read(m_errors.Get(), chunk.data(), chunk.size());
+    if (size <= 0) {
+      return size < 0 && (errno == EAGAIN || errno == EINTR);
+    }
+    for (const char c : std::string_view(chunk.data(), static_cast<std::size_t>(size))) {
+      if (c != '\n') {
+        m_line += c;
+      }
+      if (c == '\n' || m_line.size() >= kMaxLine) {
+        TakeLine(std::exchange(m_line, {}));
+      }
+    }
+  }
+  return true;
+}
+
+void GateChild::TakeLine(std::string line) {
+  const Clock::time_point now = Clock::now();
+  if (now - m_minute >= kLineMinute) {
+    m_minute = now;
+    m_linesInMinute = 0;
+    if (const int leftOut = std::exchange(m_linesLeftOut, 0); leftOut != 0) {
+      m_report("qmt_gate: " + std::to_string(leftOut) + " lines were left out");
+    }
+  }
+  if (++m_linesInMinute > kMostLines) {
+    ++m_linesLeftOut;
+  } else if (!line.empty()) {
+    m_report("qmt_gate: " + line);
+  }
+}
+
+void GateChild::OnEnd() {
+  ::siginfo_t end{};
+  const int result = ::waitid(P_PID, static_cast<::id_t>(m_pid), &end, WEXITED | WNOHANG);
+  if (result == 0 && end.si_pid == 0) {
+    WatchEnd();
+    return;
+  }
+  Descriptor(m_process.Release()).Close();
+  m_pid = 0;
+  // What it has said last; a process of its own that still holds the pipe is not waited for.
+  if (m_errors.Get() >= 0) {
+    static_cast<void>(ReadErrors());
+    Descriptor(m_errors.Release()).Close();
+  }
+  if (!m_line.empty()) {
+    TakeLine(std::exchange(m_line, {}));
+  }
+  if (!m_isStopping) {
+    m_report("qmt_gate has ended " + (result == 0 ? EndText(end) : "somehow") +
+             " and is started again");
+    StartLater();
+  }
+}
+
+void GateChild::StartLater() {
+  if (Clock::now() - m_started >= m_command.longestPause) {
+    m_pause = m_command.firstPause;
+  }
+  m_timer.After(m_pause, [this] {
+    LoopTask task;
+    task.run = [this](CMBNode&) {
+      if (!m_isStopping && !IsRunning()) {
+        Start();
+      }
+    };
+    m_loop.Post(std::move(task));
+  });
+  m_pause = std::min(m_pause * 2, m_command.longestPause);
+}
+
+void GateChild::Terminate() {
+  m_timer.Cancel();
+  if (!std::exchange(m_isStopping, true) && IsRunning()) {
+    m_deadline = Clock::now() + m_command.patience;
+    ::kill(m_pid, SIGTERM);
+  }
+}
+
+void GateChild::Wait() {
+  m_loop.Pump(std::max(m_deadline - Clock::now(), Clock::duration(0)),
+              [this] { return !IsRunning(); });
+  if (IsRunning()) {
+    ::kill(m_pid, SIGKILL);
+    ::waitpid(std::exchange(m_pid, 0), nullptr, 0);
+  }
+}

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "local/log/ProblemReport.h"
+#include "local/loop/EventLoop.h"
+#include "local/loop/LoopDescriptor.h"
+#include "local/loop/LoopTimer.h"
+
+/// How the gate is started.
+struct GateCommand {
+  std::string program;                 ///< its path
+  std::vector<std::string> arguments;  ///< behind the program's name
+  std::chrono::milliseconds firstPause{1000};
+  std::chrono::milliseconds longestPause{60000};
+  std::chrono::milliseconds patience{2000};  ///< between SIGTERM and SIGKILL
+};
+
+/// The path of a program that lies beside this one, or in the folder `folder` beside its folder;
+/// empty if there is none that can be started.
+[[nodiscard]] std::string FindProgramBeside(const std::string& name, const std::string& folder);
+
+/// The program that serves by HTTP, as a child of the daemon: started again when it has ended,
+/// after a pause that doubles until it has lived as long as the longest; its standard error goes to
+/// the report, line by line. For the loop's thread, which it never holds but for Stop.
+class GateChild {
+ public:
+  static constexpr std::size_t kMaxLine = 2048;  ///< bytes of a line; the rest goes into the next
+  static constexpr int kMostLines = 60;          ///< in a minute; more are counted
+
+  GateChild(EventLoop& loop, GateCommand command, ProblemReport report);
+  /// Kills a child that still runs.
+  ~GateChild();
+  GateChild(const GateChild&) = delete;
+  GateChild& operator=(const GateChild&) = delete;
+
+  void Start();
+  /// Asks the child to end. It is not started again.
+  void Terminate();
+  /// Handles I/O, and nothing else, until the child has ended; one that is out of patience, counted
+  /// from Terminate, is killed.
+  void Wait();
+  /// Whether the child runs.
+  [[nodiscard]] bool IsRunning() const { return m_pid > 0; }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  [[nodiscard]] bool Spawn(std::string& error);
+  [[noreturn]] void BecomeGate(int errorPipe, pid_t parent, char* const* arguments) const;
+  void WatchEnd();
+  void WatchErrors();
+  /// Reads what there is; false at the end of the pipe.
+  bool ReadErrors();
+  void TakeLine(std::string line);
+  void OnEnd();
+  void StartLater();
+
+  EventLoop& m_loop;
+  GateCommand m_command;
+  ProblemReport m_report;
+  LoopTimer m_timer;
+  LoopDescriptor m_process;  ///< readable when the child has ended
+  LoopDescriptor m_errors;
+  pid_t m_pid = 0;
+  bool m_isStopping = false;
+  Clock::time_point m_started;
+  Clock::time_point m_deadline;  ///< of Wait
+  std::chrono::milliseconds m_pause;
+  std::string m_line;  ///< the begin of one that has not ended
+  Clock::time_point m_minute;
+  int m_linesInMinute = 0;
+  int m_linesLeftOut = 0;
+};

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "local/GateChild.h"
+#include "local/control/ControlServer.h"
+
+/// The gate as the daemon's own child, with a control socket for it alone on which it may read and
+/// no more. Where the daemon is root's, the socket belongs to the user that the gate becomes.
+class GateRun {
+ public:
+  GateRun(EventLoop& loop, ControlOperations& operations, ProblemReport report)
+      : m_loop(loop), m_operations(operations), m_report(std::move(report)) {}
+
+  /// Opens run/gate.sock and starts `program` on it. What fails is reported; there is no gate then.
+  void Start(const std::string& program);
+  /// Asks the child to end and closes the socket. Harmless if there is none.
+  void Terminate();
+  /// Waits for the end, see GateChild.
+  void Wait();
+
+ private:
+  EventLoop& m_loop;
+  ControlOperations& m_operations;
+  ProblemReport m_report;
+  std::unique_ptr<ControlServer> m_server;
+  std::unique_ptr<GateChild> m_child;
+};

@@ -1,0 +1,208 @@
+#include "local/control/FollowQueries.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <deque>
+#include <new>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <variant>
+
+#include "json/JsonText.h"
+#include "node/LayoutRegistry.h"
+
+namespace {
+
+constexpr std::size_t kFollowedPieceSize = 65536;
+constexpr std::size_t kMostFollowed = 1024;
+/// The fields that hold arguments of processes.
+constexpr std::array kArgumentFields{"Argument List", "Command Line"};
+
+/// What a follower wants to be told.
+struct FollowChoice {
+  std::optional<std::set<std::string>> records;  ///< nothing: all of them
+  bool withArguments = true;
+};
+
+std::variant<FollowChoice, ControlError> ReadFollowChoice(const Json& message) {
+  FollowChoice choice;
+  if (const Json* arguments = message.Find("arguments"); arguments != nullptr) {
+    if (!arguments->IsBool()) {
+      return ControlError{"bad-field", "arguments must be true or false", "arguments"};
+    }
+    choice.withArguments = arguments->Bool();
+  }
+  const Json* records = message.Find("records");
+  if (records == nullptr) {
+    return choice;
+  }
+  if (!records->IsArray() || records->Size() > kMostFollowed) {
+    return ControlError{"bad-field",
+                        "records must be an array of at most " + std::to_string(kMostFollowed) +
+                            " names of records",
+                        "records"};
+  }
+  choice.records.emplace();
+  for (const Json& record : records->Elements()) {
+    if (!record.IsString()) {
+      return ControlError{"bad-field", "records must hold names of records", "records"};
+    }
+    if (LayoutRegistry::Instance().Find(record.Text()) == nullptr) {
+      return ControlError{"bad-field", "no record \"" + record.Text() + "\"", "records"};
+    }
+    choice.records->insert(record.Text());
+  }
+  return choice;
+}
+
+}  // namespace
+
+struct FollowQueries::Rows {
+  const RecordLayout* layout;
+  std::shared_ptr<const KeptRows> kept;
+};
+
+struct FollowQueries::Batch {
+  std::vector<Rows> records;
+};
+
+/// One client, and the batches that it has not been told yet.
+class FollowQueries::Follower {
+ public:
+  Follower(const ControlRequest& request, FollowChoice choice)
+      : m_peer(request.SharedPeer()),
+        m_choice(std::move(choice)),
+        m_text(request.AnswerHead() + "}\n") {}
+
+  /// False if the client has gone or is too far behind, in which case its connection ends.
+  bool Take(const std::shared_ptr<const Batch>& batch) {
+    const std::shared_ptr<ControlPeer> peer = m_peer.lock();
+    if (peer == nullptr || peer->IsGone()) {
+      return false;
+    }
+    if (!std::ranges::any_of(batch->records, [&](const Rows& rows) { return IsWanted(rows); })) {
+      return true;
+    }
+    if (m_batches.size() >= kMostBehind) {
+      peer->Abandon();
+      return false;
+    }
+    m_batches.push_back(batch);
+    peer->Continue();
+    return true;
+  }
+
+  /// The pieces of the answer, see AnswerPieces.
+  bool Next(std::string& piece) {
+    while (m_text.size() < kFollowedPieceSize && !m_batches.empty()) {
+      AddNext();
+    }
+    piece = std::exchange(m_text, {});
+    return !m_batches.empty();
+  }
+
+ private:
+  [[nodiscard]] bool IsWanted(const Rows& rows) const {
+    return !m_choice.records || m_choice.records->contains(rows.layout->name);
+  }
+
+  /// A part of the present record's line, or the line at the end of the batch.
+  void AddNext() {
+    const std::vector<Rows>& records = m_batches.front()->records;
+    while (m_place < records.size() && !IsWanted(records[m_place])) {
+      ++m_place;
+    }
+    if (m_place < records.size()) {
+      AddPart(records[m_place]);
+      return;
+    }
+    m_text += JsonText(Json{{"event", "batch"}, {"time", m_time}}) + '\n';
+    m_batches.pop_front();
+    m_place = 0;
+    m_time = 0;
+  }
+
+  void AddPart(const Rows& rows) {
+    if (!std::exchange(m_isBegun, true)) {
+      m_text +=
+          JsonText(Json{{"event", "rows"},
+                        {"record", rows.layout->name},
+                        {"category", std::string(1, static_cast<char>(rows.layout->category))},
+                        {"time", rows.kept->time}});
+      m_text.back() = ',';
+      m_text += "\"rows\":[";
+      m_time = std::max(m_time, rows.kept->time);
+    }
+    if (m_row < rows.kept->rows.size()) {
+      m_text += m_row == 0 ? "" : ",";
+      m_text += RowText(*rows.layout, rows.kept->rows[m_row]);
+      ++m_row;
+      return;
+    }
+    m_text += "]}\n";
+    ++m_place;
+    m_row = 0;
+    m_isBegun = false;
+  }
+
+  [[nodiscard]] std::string RowText(const RecordLayout& layout,
+                                    const std::vector<unsigned char>& bytes) const {
+    Json row = RowToJson(layout, bytes);
+    if (!m_choice.withArguments) {
+      for (const char* label : kArgumentFields) {
+        if (Json* value = row.Find(label); value != nullptr) {
+          *value = nullptr;
+        }
+      }
+    }
+    return JsonText(row);
+  }
+
+  std::weak_ptr<ControlPeer> m_peer;
+  FollowChoice m_choice;
+  std::string m_text;  ///< the next piece
+  std::deque<std::shared_ptr<const Batch>> m_batches;
+  std::size_t m_place = 0;  ///< the record at work in the first batch
+  std::size_t m_row = 0;    ///< its next row
+  bool m_isBegun = false;   ///< whether the head of its line has been given
+  std::time_t m_time = 0;   ///< the greatest of the batch so far
+};
+
+FollowQueries::~FollowQueries() = default;
+
+void FollowQueries::Follow(const std::shared_ptr<ControlRequest>& request) {
+  auto choice = ReadFollowChoice(request->Message());
+  if (const auto* error = std::get_if<ControlError>(&choice)) {
+    request->Fail(*error);
+    return;
+  }
+  const auto follower =
+      std::make_shared<Follower>(*request, std::get<FollowChoice>(std::move(choice)));
+  m_followers.push_back(follower);
+  request->Peer().AnswerWithoutEnd(
+      [follower](std::string& piece) { return follower->Next(piece); });
+}
+
+void FollowQueries::Take(const ScheduledRows& rows) {
+  if (m_followers.empty()) {
+    return;
+  }
+  const RecordLayout* layout = LayoutRegistry::Instance().Find(rows.record, rows.category);
+  if (layout == nullptr) {
+    return;
+  }
+  if (m_batch == nullptr) {
+    m_batch = std::make_shared<Batch>();
+  }
+  m_batch->records.push_back({layout, m_lastRows.Find(rows.record, rows.category)});
+}
+
+void FollowQueries::EndBatch() {
+  if (const std::shared_ptr<const Batch> batch = std::exchange(m_batch, nullptr);
+      batch != nullptr) {
+    std::erase_if(m_followers, [&](const auto& follower) { return !follower->Take(batch); });
+  }
+}

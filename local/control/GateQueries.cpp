@@ -1,0 +1,116 @@
+#include "local/control/GateQueries.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "json/JsonText.h"
+#include "node/MessageCatalog.h"
+#include "support/ListenAddress.h"
+
+namespace {
+
+constexpr const char* kTokenFile = "run/console.tokens";
+
+const char* KindName(int kind) {
+  switch (kind) {
+    case kError:
+      return "error";
+    case kWarning:
+      return "warning";
+    default:
+      return "information";
+  }
+}
+
+/// Nothing if it is no array of at most so many addresses.
+std::optional<std::vector<std::string>> ReadAddresses(const Json& list) {
+  if (!list.IsArray() || list.Size() > GateQueries::kMostAddresses) {
+    return std::nullopt;
+  }
+  std::vector<std::string> addresses;
+  for (const Json& address : list.Elements()) {
+    if (!address.IsString() || !ParseListenAddress(address.Text())) {
+      return std::nullopt;
+    }
+    addresses.push_back(address.Text());
+  }
+  return addresses;
+}
+
+}  // namespace
+
+GateQueries::GateQueries()
+    : m_tokens(kTokenFile, [this](const std::string& problem) { m_report(problem); }) {}
+
+std::vector<std::string> GateQueries::Addresses() const {
+  const std::shared_ptr<ControlPeer> gate = m_gate.lock();
+  return gate == nullptr || gate->IsGone() ? std::vector<std::string>{} : m_addresses;
+}
+
+void GateQueries::Gate(const ControlRequest& request, const std::string& host) {
+  if (const Json* list = request.Message().Find("addresses"); list != nullptr) {
+    std::optional<std::vector<std::string>> addresses = ReadAddresses(*list);
+    if (!addresses) {
+      request.Fail({"bad-field",
+                    "addresses must be an array of at most " + std::to_string(kMostAddresses) +
+                        " texts ADDRESS:PORT",
+                    "addresses"});
+      return;
+    }
+    m_addresses = *std::move(addresses);
+    m_gate = request.SharedPeer();
+  }
+  request.Succeed("gate", Json{{"mode", m_facts.mode},
+                               {"listen", m_facts.listen},
+                               {"names", m_facts.names},
+                               {"certificate", m_facts.certificate},
+                               {"key", m_facts.key},
+                               {"users", m_facts.users},
+                               {"tokens", m_facts.tokens},
+                               {"arguments", m_facts.arguments},
+                               {"host", host},
+                               {"version", QMT_VERSION}});
+}
+
+void GateQueries::MakeToken(const ControlRequest& request) {
+  ConsoleToken token = m_tokens.Make();
+  if (token.text.empty()) {
+    request.Fail({"token-failed", "the system gives no random bits", ""});
+    return;
+  }
+  request.Succeed("console", Json{{"token", std::move(token.text)},
+                                  {"expires", token.expires},
+                                  {"addresses", Addresses()}});
+}
+
+void GateQueries::CheckToken(const ControlRequest& request) {
+  const Json* token = request.Message().Find("token");
+  if (token == nullptr || !token->IsString()) {
+    request.Fail({"bad-field", "token must be a text", "token"});
+    return;
+  }
+  const std::time_t expires = m_tokens.Check(token->Text());
+  request.Peer().Answer(request.AnswerHead() +
+                        (expires == 0 ? ",\"valid\":false" : ",\"valid\":true") +
+                        ",\"expires\":" + std::to_string(expires) + '}');
+}
+
+void GateQueries::Log(const ControlRequest& request) const {
+  std::size_t count = RecentMessages::kMost;
+  if (const Json* lines = request.Message().Find("lines"); lines != nullptr) {
+    if (!lines->IsUnsigned() || lines->Unsigned() < 1 || lines->Unsigned() > count) {
+      request.Fail({"bad-field", "lines must be a whole number from 1 to " + std::to_string(count),
+                    "lines"});
+      return;
+    }
+    count = lines->Unsigned();
+  }
+  Json list = Json::Array();
+  for (RecentMessage& message : m_log ? m_log(count) : std::vector<RecentMessage>{}) {
+    list.PushBack(Json{{"time", message.time},
+                       {"level", KindName(message.kind)},
+                       {"text", std::move(message.text)}});
+  }
+  request.Succeed("log", list);
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "local/control/ConsoleTokens.h"
+#include "local/control/ControlRequest.h"
+#include "local/log/RecentMessages.h"
+
+/// What the program that serves by HTTP, the gate, works by. Paths are empty for none.
+struct GateFacts {
+  const char* mode = "none";        ///< who starts it: "child", "unit" or "none"
+  std::vector<std::string> listen;  ///< addresses
+  std::vector<std::string> names;
+  std::string certificate;
+  std::string key;
+  std::string users;
+  std::string tokens;
+  bool arguments = true;
+};
+
+/// The operations of the gate: `gate`, `console_token`, `token_check` and `log`.
+class GateQueries {
+ public:
+  /// Addresses that a gate may tell.
+  static constexpr std::size_t kMostAddresses = 16;
+  using LastMessages = std::function<std::vector<RecentMessage>(std::size_t count)>;
+
+  GateQueries();
+
+  void SetFacts(GateFacts facts) { m_facts = std::move(facts); }
+  void SetLog(LastMessages log) { m_log = std::move(log); }
+  void OnProblem(ProblemReport report) { m_report = std::move(report); }
+  /// Where the gate listens, for as long as the connection on which it said so; else empty.
+  [[nodiscard]] std::vector<std::string> Addresses() const;
+
+  void Gate(const ControlRequest& request, const std::string& host);
+  void MakeToken(const ControlRequest& request);
+  void CheckToken(const ControlRequest& request);
+  void Log(const ControlRequest& request) const;
+
+ private:
+  GateFacts m_facts;
+  LastMessages m_log;
+  ProblemReport m_report = [](const std::string&) {};
+  ConsoleTokens m_tokens;
+  std::vector<std::string> m_addresses;
+  std::weak_ptr<ControlPeer> m_gate;  ///< who has told them
+};
