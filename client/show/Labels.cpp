@@ -1,10 +1,7 @@
 #include "client/show/Labels.h"
 
-#include <algorithm>
-
 #include "client/ask/Errors.h"
 #include "client/show/Nearest.h"
-#include "support/TrimmedText.h"
 
 namespace {
 
@@ -22,18 +19,10 @@ std::string Suggestion(const Schema& schema, std::string_view label) {
 }  // namespace
 
 const Field* FindField(const Schema& schema, std::string_view label) {
-  const auto begin = schema.fields.begin();
-  const auto end = schema.fields.end();
-  const auto exact =
-      std::find_if(begin, end, [&](const Field& field) { return field.label == label; });
-  if (exact != end) {
-    return &*exact;
-  }
-  const auto same = [sought = LowerCase(label)](const Field& field) {
-    return LowerCase(field.label) == sought;
-  };
-  const auto found = std::find_if(begin, end, same);
-  return found == end || std::find_if(found + 1, end, same) != end ? nullptr : &*found;
+  const auto place =
+      FindLabel(label, schema.fields.size(),
+                [&](std::size_t at) -> std::string_view { return schema.fields[at].label; });
+  return place ? &schema.fields[*place] : nullptr;
 }
 
 const Field& NeedField(const Schema& schema, std::string_view label) {
@@ -45,9 +34,6 @@ const Field& NeedField(const Schema& schema, std::string_view label) {
   return *field;
 }
 
-bool IsTime(const Field& field) {
-  return field.meaning == "time" ||
-         (field.meaning == "key" && field.type == "long" && field.label.ends_with(" Time"));
-}
+bool IsTime(const Field& field) { return IsTimeField(field.meaning, field.type, field.label); }
 
-std::string_view Trimmed(std::string_view text) { return Trimmed(text, " \t"); }
+bool IsNumeric(const Field& field) { return !field.type.starts_with("char["); }

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "client/ask/Answers.h"
+#include "json/RowText.h"
 
 /// The field of that label, exact or else without regard to (ASCII) case where only one is meant;
 /// null if there is none.
@@ -12,9 +13,8 @@
 /// The same, but throws UsageError for no field: it names the label and those that come nearest.
 [[nodiscard]] const Field& NeedField(const Schema& schema, std::string_view label);
 
-/// Whether a whole number of the field is seconds since the epoch: a key can be a time too, which
-/// its label tells ("Start Time").
+/// Whether a whole number of the field is seconds since the epoch.
 [[nodiscard]] bool IsTime(const Field& field);
 
-/// `text` without the blanks at its ends.
-[[nodiscard]] std::string_view Trimmed(std::string_view text);
+/// Whether the values of the field are numbers.
+[[nodiscard]] bool IsNumeric(const Field& field);

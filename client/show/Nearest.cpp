@@ -4,6 +4,8 @@
 #include <numeric>
 #include <vector>
 
+#include "json/RowText.h"
+
 namespace {
 
 constexpr std::size_t kSuggestions = 3;
@@ -27,14 +29,6 @@ std::size_t Distance(std::string_view a, std::string_view b) {
 }
 
 }  // namespace
-
-std::string LowerCase(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  }
-  return out;
-}
 
 Nearest::Nearest(std::string_view sought)
     : m_sought(sought.size() > kLongestSought ? "" : LowerCase(sought)) {}

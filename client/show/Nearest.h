@@ -6,9 +6,6 @@
 #include <string_view>
 #include <utility>
 
-/// The text with the (ASCII) capitals as small letters.
-[[nodiscard]] std::string LowerCase(std::string_view text);
-
 /// Finds among many names those that come nearest to a text which is none of them, in any (ASCII)
 /// case.
 class Nearest {

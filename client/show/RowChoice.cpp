@@ -1,6 +1,7 @@
 #include "client/show/RowChoice.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <utility>
 
 #include "client/ask/Errors.h"
@@ -9,34 +10,30 @@
 
 namespace {
 
-/// Where values of a kind stand among those of other kinds.
-int KindRank(const Json& value) { return value.IsBool() ? 0 : value.IsNumber() ? 1 : 2; }
+RowField NeedRowField(const Schema& schema, std::string_view label) {
+  const Field& field = NeedField(schema, label);
+  return {field.label, static_cast<std::size_t>(&field - schema.fields.data()), IsNumeric(field),
+          IsTime(field)};
+}
 
-/// The order of two plain values, neither null.
-bool IsLess(const Json& left, const Json& right) {
-  if (KindRank(left) != KindRank(right)) {
-    return KindRank(left) < KindRank(right);
-  }
-  if (left.IsString()) {
-    return left.Text() < right.Text();
-  }
-  if (left.IsBool()) {
-    return left.Bool() < right.Bool();
-  }
-  if (left.IsUnsigned() && right.IsUnsigned()) {
-    return left.Unsigned() < right.Unsigned();
-  }
-  return left.Number() < right.Number();
+const Json& ValueOf(const Json& row, const RowField& field) {
+  return ValueOf(row, field.place, field.label);
 }
 
 }  // namespace
 
 RowChoice::RowChoice(const ChoiceOptions& options, const Schema& schema) {
-  for (const std::string& text : options.where) {
-    m_where.emplace_back(text, schema);
+  const auto find = [&](std::string_view label) { return NeedRowField(schema, label); };
+  const auto has = [&](std::string_view label) { return FindField(schema, label) != nullptr; };
+  try {
+    for (const std::string& text : options.where) {
+      m_where.emplace_back(text, find);
+    }
+  } catch (const std::invalid_argument& error) {
+    throw UsageError(error.what());
   }
   for (const std::string& text : options.sort) {
-    m_sort.push_back(ParseSortKey(text, schema));
+    m_sort.emplace_back(text, find, has);
   }
   for (const std::string& text : options.columns) {
     ParseColumns(text, schema);
@@ -45,14 +42,6 @@ RowChoice::RowChoice(const ChoiceOptions& options, const Schema& schema) {
 
 RowChoice::Column RowChoice::ColumnOf(const Field& field, const Schema& schema) {
   return {field.label, static_cast<std::size_t>(&field - schema.fields.data())};
-}
-
-RowChoice::SortKey RowChoice::ParseSortKey(std::string_view text, const Schema& schema) {
-  text = Trimmed(text);
-  const bool isForced =
-      (text.starts_with('+') || text.starts_with('-')) && FindField(schema, text) == nullptr;
-  const Field& field = NeedField(schema, isForced ? Trimmed(text.substr(1)) : text);
-  return {ColumnOf(field, schema), isForced ? text.front() == '-' : IsNumeric(field)};
 }
 
 void RowChoice::ParseColumns(std::string_view text, const Schema& schema) {
@@ -75,15 +64,10 @@ void RowChoice::ParseColumns(std::string_view text, const Schema& schema) {
 }
 
 bool RowChoice::ComesBefore(const Json& a, const Json& b) const {
-  for (const SortKey& key : m_sort) {
-    const Json& left = ValueOf(a, key.column.place, key.column.label);
-    const Json& right = ValueOf(b, key.column.place, key.column.label);
-    if (left.IsNull() || right.IsNull()) {
-      if (left.IsNull() != right.IsNull()) {
-        return right.IsNull();
-      }
-    } else if (left != right) {
-      return key.descending ? IsLess(right, left) : IsLess(left, right);
+  for (const RowOrder& key : m_sort) {
+    const auto order = key.Compare(ValueOf(a, key.Field()), ValueOf(b, key.Field()));
+    if (order != 0) {
+      return order < 0;
     }
   }
   return false;
@@ -100,8 +84,9 @@ Json RowChoice::Narrowed(const Json& row) const {
 void RowChoice::Apply(Json& rows) const {
   std::vector<Json*> chosen;
   for (Json& row : rows.Elements()) {
-    if (std::all_of(m_where.begin(), m_where.end(),
-                    [&](const Condition& condition) { return condition.Holds(row); })) {
+    if (std::all_of(m_where.begin(), m_where.end(), [&](const RowCondition& condition) {
+          return condition.Holds(ValueOf(row, condition.Field()));
+        })) {
       chosen.push_back(&row);
     }
   }

@@ -5,11 +5,12 @@
 #include <vector>
 
 #include "client/ask/Answers.h"
-#include "client/show/Condition.h"
+#include "json/RowCondition.h"
+#include "json/RowOrder.h"
 
 /// Which rows and columns to show and in what order, as typed.
 struct ChoiceOptions {
-  std::vector<std::string> where;    ///< see Condition; all must hold
+  std::vector<std::string> where;    ///< see RowCondition; all must hold
   std::vector<std::string> sort;     ///< labels, the first one counts most
   std::vector<std::string> columns;  ///< labels with commas between them
 
@@ -19,8 +20,7 @@ struct ChoiceOptions {
 /// The options understood for one record.
 class RowChoice {
  public:
-  /// Numbers are sorted in descending order and texts in ascending order; a "+" in front of the
-  /// label asks for ascending, a "-" for descending. Throws UsageError, naming what is wrong.
+  /// The languages are those of RowCondition and RowOrder. Throws UsageError, naming what is wrong.
   RowChoice(const ChoiceOptions& options, const Schema& schema);
 
   /// Leaves of the rows, and of each row, what was chosen. Rows that are equal keep their order;
@@ -38,17 +38,12 @@ class RowChoice {
     std::string label;
     std::size_t place;  ///< of the label in a row, as a rule
   };
-  struct SortKey {
-    Column column;
-    bool descending;
-  };
 
   static Column ColumnOf(const Field& field, const Schema& schema);
-  static SortKey ParseSortKey(std::string_view text, const Schema& schema);
   void ParseColumns(std::string_view text, const Schema& schema);
   [[nodiscard]] Json Narrowed(const Json& row) const;
 
-  std::vector<Condition> m_where;
-  std::vector<SortKey> m_sort;
+  std::vector<RowCondition> m_where;
+  std::vector<RowOrder> m_sort;
   std::vector<Column> m_columns;
 };

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
-#include <ctime>
 #include <string_view>
 #include <utility>
 
@@ -81,23 +79,6 @@ std::string BytesText(double bytes) {
   return FixedText(isShort ? std::ceil(value) : tenths, isShort ? 0 : 1) + kUnits.at(unit);
 }
 
-std::string FixedText(double value, int decimals) {
-  std::array<char, 64> text;
-  const auto form =
-      std::fabs(value) < kLargeFloat ? std::chars_format::fixed : std::chars_format::scientific;
-  const auto end = std::to_chars(text.begin(), text.end(), value, form, decimals).ptr;
-  return {text.data(), end};
-}
-
-int DecimalsOf(double value) {
-  if (!(std::fabs(value) < kLargeFloat)) {
-    return 0;
-  }
-  const std::string text = FixedText(value, kDecimals);
-  const std::size_t last = text.find_last_not_of('0');
-  return static_cast<int>(last - text.find('.'));
-}
-
 std::vector<std::string> LabelsOf(const Json& rows) {
   std::vector<std::string> labels;
   for (const Json& row : rows.Elements()) {
@@ -159,17 +140,4 @@ Cell CellOf(const Json& value, const ColumnStyle& style) {
     return {FixedText(value.Number(), style.decimals), true};
   }
   return {JsonText(value), value.IsNumber()};
-}
-
-std::string DateText(std::int64_t seconds) {
-  const std::time_t time = seconds;
-  std::tm parts{};
-  std::array<char, 64> text;
-  if (seconds == 0) {
-    return "-";
-  }
-  if (::localtime_r(&time, &parts) == nullptr) {
-    return std::to_string(seconds);
-  }
-  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts)};
 }

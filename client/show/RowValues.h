@@ -7,11 +7,7 @@
 
 #include "client/ask/Answers.h"
 #include "client/show/Table.h"
-
-/// Decimals that a float is shown with, at most.
-inline constexpr int kDecimals = 3;
-/// From here on a float has no decimals worth showing.
-inline constexpr double kLargeFloat = 1e15;
+#include "json/RowText.h"
 
 /// How the values of one label are shown.
 struct ColumnStyle {
@@ -39,11 +35,6 @@ struct ColumnStyle {
 /// The value as people read it.
 [[nodiscard]] Cell CellOf(const Json& value, const ColumnStyle& style);
 
-[[nodiscard]] std::string FixedText(double value, int decimals);
 /// Bytes in the unit that leaves few digits, rounded up as df(1) does: "512", "1.5K", "12G"; "-"
 /// for no size.
 [[nodiscard]] std::string BytesText(double bytes);
-/// Decimals of a value up to its last one that is not 0, of kDecimals at most.
-[[nodiscard]] int DecimalsOf(double value);
-/// "2023-11-14 23:13:20" in local time; "-" for 0, the figure itself if there is no such date.
-[[nodiscard]] std::string DateText(std::int64_t seconds);

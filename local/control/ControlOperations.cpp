@@ -119,7 +119,7 @@ Json LayoutJson(const RecordLayout& layout) {
 struct ControlOperations::Operation {
   const char* name;
   Rights right;
-  std::array<const char*, 8> members;
+  std::array<const char*, 16> members;
   void (ControlOperations::*serve)(const RequestPtr&);
 };
 
@@ -127,8 +127,14 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
   static constexpr std::array<Operation, 18> kOperations{{
       {"records", Rights::kRead, {"op", "id"}, &ControlOperations::Records},
       {"schema", Rights::kRead, {"op", "id", "record", "category"}, &ControlOperations::Schema},
-      {"get", Rights::kRead, {"op", "id", "records", "rates"}, &ControlOperations::Get},
-      {"last", Rights::kRead, {"op", "id", "records"}, &ControlOperations::Last},
+      {"get",
+       Rights::kRead,
+       {"op", "id", "records", "rates", "columns", "where", "sort", "limit", "arguments"},
+       &ControlOperations::Get},
+      {"last",
+       Rights::kRead,
+       {"op", "id", "records", "columns", "where", "sort", "limit", "arguments"},
+       &ControlOperations::Last},
       {"status", Rights::kRead, {"op", "id"}, &ControlOperations::Status},
       {"config", Rights::kRead, {"op", "id"}, &ControlOperations::Config},
       {"config_set", Rights::kChange, {"op", "id", "item", "value"}, &ControlOperations::ConfigSet},
@@ -138,7 +144,8 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
        &ControlOperations::MakeReport},
       {"history",
        Rights::kRead,
-       {"op", "id", "record", "category", "since", "until", "at", "after"},
+       {"op", "id", "record", "category", "since", "until", "at", "after", "columns", "where",
+        "sort", "limit", "arguments", "points", "by"},
        &ControlOperations::History},
       {"schedule_set",
        Rights::kChange,
@@ -173,7 +180,7 @@ ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleB
       m_queries(loop, desk, schedule, lastRows),
       m_config(loop),
       m_reports(loop),
-      m_history(history),
+      m_history(loop, history),
       m_metricsDesk(loop, desk, schedule, history),
       m_metrics(m_metricsDesk),
       m_follow(lastRows) {}

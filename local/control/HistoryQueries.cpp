@@ -1,14 +1,23 @@
 #include "local/control/HistoryQueries.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <limits>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <utility>
 #include <variant>
+#include <vector>
 
+#include "json/RowText.h"
+#include "local/control/HistoryPoints.h"
+#include "local/control/HistoryScan.h"
+#include "local/control/HistoryTurns.h"
 #include "local/control/RecordQueries.h"
+#include "local/control/RowChoices.h"
 #include "local/history/HistoryTables.h"
 #include "node/LayoutRegistry.h"
 
@@ -16,17 +25,12 @@ namespace {
 
 using Number = std::int64_t;
 
-/// A place in a table's order: the time, and the number of the row among those of one time.
-struct RowPlace {
-  Number time = std::numeric_limits<Number>::min();
-  Number row = std::numeric_limits<Number>::min();
-};
-
 struct WantedHistory {
   const RecordLayout* layout = nullptr;
-  Number since = std::numeric_limits<Number>::min();
-  Number until = std::numeric_limits<Number>::max();
-  RowPlace after;
+  RowChoices choices;
+  std::optional<Number> since;
+  std::optional<Number> until;
+  std::optional<RowPlace> after;
   std::optional<Number> at;
 };
 
@@ -37,7 +41,8 @@ bool IsNumber(const Json& value) {
           value.Unsigned() <= static_cast<std::uint64_t>(std::numeric_limits<Number>::max()));
 }
 
-std::optional<ControlError> ReadNumber(const Json& message, const char* name, Number& target) {
+std::optional<ControlError> ReadNumber(const Json& message, const char* name,
+                                       std::optional<Number>& target) {
   const Json* member = message.Find(name);
   if (member == nullptr) {
     return std::nullopt;
@@ -50,7 +55,7 @@ std::optional<ControlError> ReadNumber(const Json& message, const char* name, Nu
   return std::nullopt;
 }
 
-std::optional<ControlError> ReadAfter(const Json& message, RowPlace& place) {
+std::optional<ControlError> ReadAfter(const Json& message, std::optional<RowPlace>& place) {
   const Json* after = message.Find("after");
   if (after == nullptr) {
     return std::nullopt;
@@ -58,8 +63,26 @@ std::optional<ControlError> ReadAfter(const Json& message, RowPlace& place) {
   if (!after->IsArray() || after->Size() != 2 || !IsNumber((*after)[0]) || !IsNumber((*after)[1])) {
     return ControlError{"bad-field", "after must be the \"next\" of an answer", "after"};
   }
-  place = {(*after)[0].Whole(), (*after)[1].Whole()};
+  place = RowPlace{(*after)[0].Whole(), (*after)[1].Whole()};
   return std::nullopt;
+}
+
+/// Rows of many times come by their time only, as they are read page by page.
+std::optional<ControlError> CheckSort(const WantedHistory& wanted) {
+  const auto& sort = wanted.choices.Sort();
+  if (wanted.at || sort.empty() || (sort.size() == 1 && sort[0].Field().label == kTimeLabel)) {
+    return std::nullopt;
+  }
+  return ControlError{
+      "bad-field",
+      "sort takes \"" + std::string(kTimeLabel) + "\" alone, with + or -, unless there is an at",
+      "sort"};
+}
+
+/// "-Record Time" is newest first; without a sign the order is that of the rows themselves.
+bool IsNewestFirst(const Json& message) {
+  const Json* sort = message.Find("sort");
+  return sort != nullptr && sort->Size() == 1 && Trimmed((*sort)[0].Text()).starts_with('-');
 }
 
 std::variant<WantedHistory, ControlError> ReadWantedHistory(const Json& message) {
@@ -77,62 +100,46 @@ std::variant<WantedHistory, ControlError> ReadWantedHistory(const Json& message)
   if (wanted.layout == nullptr) {
     return ControlError{"unknown-record", "no record \"" + name + "\"", "record"};
   }
-  Number at = 0;
   for (auto& error :
        {ReadNumber(message, "since", wanted.since), ReadNumber(message, "until", wanted.until),
-        ReadNumber(message, "at", at), ReadAfter(message, wanted.after)}) {
+        ReadNumber(message, "at", wanted.at), ReadAfter(message, wanted.after)}) {
     if (error) {
       return *error;
     }
   }
-  if (message.Find("at") != nullptr) {
-    wanted.at = at;
+  auto choices = RowChoices::Read(message, wanted.layout);
+  if (auto* error = std::get_if<ControlError>(&choices)) {
+    return std::move(*error);
+  }
+  wanted.choices = std::get<RowChoices>(std::move(choices));
+  if (auto error = CheckSort(wanted)) {
+    return *std::move(error);
   }
   return wanted;
 }
 
-/// The time among the rows that is nearest to `at`; of two as near as each other the earlier one.
-std::optional<Number> NearestTime(SqlDatabase& database, const std::string& record, Number at) {
-  const std::string table = QuotedName(record);
-  const std::string time = QuotedName(kTimeLabel);
-  const auto ask = [&](const std::string& text) -> std::optional<Number> {
-    SqlStatement statement = database.Prepare(text);
-    statement.Bind(1, at);
-    return statement.Step() && !statement.IsNull(0) ? std::optional(statement.Whole(0))
-                                                    : std::nullopt;
-  };
-  const auto before = ask("SELECT max(" + time + ") FROM " + table + " WHERE " + time + " <= ?1");
-  const auto behind = ask("SELECT min(" + time + ") FROM " + table + " WHERE " + time + " > ?1");
-  // Of numbers that a client gives no difference is taken: it may not fit.
-  const auto distance = [at](Number other) {
-    const auto wide = static_cast<std::uint64_t>(other) - static_cast<std::uint64_t>(at);
-    return other < at ? std::uint64_t{0} - wide : wide;
-  };
-  if (before && behind) {
-    return distance(*behind) < distance(*before) ? behind : before;
+std::vector<std::size_t> FieldsToShow(const WantedHistory& wanted) {
+  std::vector<std::size_t> fields = wanted.choices.Columns();
+  if (fields.empty()) {
+    fields.resize(wanted.layout->fields.size());
+    std::iota(fields.begin(), fields.end(), std::size_t{0});
   }
-  return before ? before : behind;
+  return fields;
 }
 
-Json ColumnJson(const SqlStatement& statement, int column) {
-  if (statement.IsNull(column)) {
-    return nullptr;
+std::vector<std::size_t> FieldsToChooseBy(const WantedHistory& wanted) {
+  std::vector<std::size_t> fields;
+  for (const RowCondition& condition : wanted.choices.Where()) {
+    fields.push_back(condition.Field().place);
   }
-  if (statement.IsWhole(column)) {
-    return statement.Whole(column);
+  for (const RowOrder& order : wanted.choices.Sort()) {
+    fields.push_back(order.Field().place);
   }
-  return statement.IsReal(column) ? Json(statement.Real(column))
-                                  : Json(std::string(statement.Text(column)));
+  return fields;
 }
 
-std::string SelectText(const RecordLayout& layout) {
-  const std::string time = QuotedName(kTimeLabel);
-  std::string text = "SELECT rowid, " + time;
-  for (const FieldLayout& field : layout.fields) {
-    text += ", " + QuotedName(field.label);
-  }
-  return text + " FROM " + QuotedName(layout.name) + " WHERE " + time + " BETWEEN ?1 AND ?2 AND (" +
-         time + ", rowid) > (?3, ?4) ORDER BY " + time + ", rowid";
+std::function<Json(std::size_t)> ValuesOf(const HistoryRow& row) {
+  return [&row](std::size_t place) { return row.Value(place); };
 }
 
 /// One page of rows, and where the next one begins.
@@ -141,70 +148,170 @@ struct Page {
   Json next = nullptr;
 };
 
-Page ReadPage(SqlDatabase& database, const WantedHistory& wanted) {
-  const auto end = std::chrono::steady_clock::now() +
-                   std::chrono::milliseconds(HistoryQueries::kPageMilliseconds);
-  SqlStatement statement = database.Prepare(SelectText(*wanted.layout));
-  statement.Bind(1, wanted.since);
-  statement.Bind(2, wanted.until);
-  statement.Bind(3, wanted.after.time);
-  statement.Bind(4, wanted.after.row);
+std::size_t PageRows(const WantedHistory& wanted) {
+  return std::min(HistoryQueries::kPageRows,
+                  wanted.choices.Limit().value_or(HistoryQueries::kPageRows));
+}
+
+Json NextOf(const RowPlace& place) { return Json::Array({place.time, place.row}); }
+
+Page ReadPage(SqlDatabase& database, const WantedHistory& wanted, const HistoryRange& range) {
+  std::vector<std::size_t> fields = FieldsToShow(wanted);
+  const auto others = FieldsToChooseBy(wanted);
+  fields.insert(fields.end(), others.begin(), others.end());
+  HistoryScan scan(*wanted.layout, fields, range);
+  const std::size_t most = PageRows(wanted);
   Page page;
-  while (statement.Step()) {
-    Json row = Json::Object();
-    auto& members = row.Members();
-    int column = 1;
-    for (const FieldLayout& field : wanted.layout->fields) {
-      ++column;
-      members.push_back(
-          {field.label, field.hasSource ? ColumnJson(statement, column) : Json(nullptr)});
-    }
-    page.rows.PushBack(std::move(row));
-    if (page.rows.Size() == HistoryQueries::kPageRows || std::chrono::steady_clock::now() >= end) {
-      page.next = Json::Array({statement.Whole(1), statement.Whole(0)});
-      break;
-    }
+  const bool isMore = scan.Slice(
+      database, std::chrono::milliseconds(HistoryQueries::kPageMilliseconds),
+      [&](const HistoryRow& row) {
+        if (wanted.choices.Holds(ValuesOf(row))) {
+          page.rows.PushBack(wanted.choices.MakeRow(*wanted.layout, ValuesOf(row)));
+        }
+        return page.rows.Size() == most ? HistoryScan::Then::kStop : HistoryScan::Then::kGoOn;
+      });
+  if (isMore) {
+    page.next = NextOf(*scan.Last());
   }
   return page;
+}
+
+void AnswerPage(const ControlRequest& request, const WantedHistory& wanted, Page page) {
+  request.Succeed("history",
+                  Json{{"record", wanted.layout->name},
+                       {"category", std::string(1, static_cast<char>(wanted.layout->category))},
+                       {"rows", std::move(page.rows)},
+                       {"next", std::move(page.next)}});
+}
+
+/// A page of the rows of one time, sorted: all of them are looked at, those of the page are read.
+class SortedPage {
+ public:
+  SortedPage(std::shared_ptr<ControlRequest> request, const WantedHistory& wanted, Number time)
+      : m_request(std::move(request)),
+        m_wanted(wanted),
+        m_scan(*wanted.layout, FieldsToChooseBy(wanted), {time, time}),
+        m_rows(*wanted.layout, FieldsToShow(wanted), {}) {}
+
+  /// A turn of reading; see HistoryTurn.
+  bool Read(SqlDatabase& database) {
+    const bool isMore = m_scan.Slice(database, kHistoryTurn, [this](const HistoryRow& row) {
+      if (m_wanted.choices.Holds(ValuesOf(row))) {
+        m_found.push_back({row.Place(), m_wanted.choices.SortKeys(ValuesOf(row))});
+      }
+      return m_found.size() > kMaxSorted ? HistoryScan::Then::kStop : HistoryScan::Then::kGoOn;
+    });
+    if (m_found.size() > kMaxSorted) {
+      m_request->Fail({"bad-field",
+                       "there are more than " + std::to_string(kMaxSorted) +
+                           " rows of one time: they are not sorted",
+                       "sort"});
+      return false;
+    }
+    if (isMore) {
+      return true;
+    }
+    std::ranges::stable_sort(m_found, [this](const Found& a, const Found& b) {
+      return m_wanted.choices.ComesBefore(a.keys, b.keys);
+    });
+    Answer(database);
+    return false;
+  }
+
+ private:
+  /// More rows than these a turn would not sort in its time.
+  static constexpr std::size_t kMaxSorted = 50000;
+
+  struct Found {
+    RowPlace place;
+    std::vector<Json> keys;
+  };
+
+  void Answer(SqlDatabase& database) {
+    auto next = m_found.begin();
+    if (m_wanted.after) {
+      next = std::ranges::find(m_found, m_wanted.after->row,
+                               [](const Found& found) { return found.place.row; });
+      if (next == m_found.end()) {
+        m_request->Fail({"bad-field", "the row to go on from is there no more", "after"});
+        return;
+      }
+      ++next;
+    }
+    const auto end = std::chrono::steady_clock::now() + kHistoryTurn;
+    const std::size_t most = PageRows(m_wanted);
+    Page page;
+    while (next != m_found.end() && page.rows.Size() < most) {
+      m_rows.Fetch(database, next->place.row, [&](const HistoryRow& row) {
+        page.rows.PushBack(m_wanted.choices.MakeRow(*m_wanted.layout, ValuesOf(row)));
+      });
+      ++next;
+      if (std::chrono::steady_clock::now() >= end) {
+        break;
+      }
+    }
+    if (next != m_found.end()) {
+      page.next = NextOf((next - 1)->place);
+    }
+    AnswerPage(*m_request, m_wanted, std::move(page));
+  }
+
+  std::shared_ptr<ControlRequest> m_request;
+  WantedHistory m_wanted;
+  HistoryScan m_scan;  ///< of what is chosen and sorted by
+  HistoryScan m_rows;  ///< of what is shown
+  std::vector<Found> m_found;
+};
+
+/// A turn at the answer with rows; see HistoryTurn. `sorted` is what further turns go on with.
+bool AnswerRows(SqlDatabase& database, const std::shared_ptr<ControlRequest>& request,
+                const WantedHistory& wanted, std::shared_ptr<SortedPage>& sorted) {
+  HistoryRange range{.after = wanted.after, .isNewestFirst = IsNewestFirst(request->Message())};
+  range.since = wanted.since.value_or(range.since);
+  range.until = wanted.until.value_or(range.until);
+  if (wanted.at && !sorted) {
+    const bool isKept = HasTable(database, wanted.layout->name);
+    const auto time =
+        isKept ? NearestTime(database, wanted.layout->name, *wanted.at) : std::nullopt;
+    if (!time) {
+      AnswerPage(*request, wanted, {});
+      return false;
+    }
+    if (!wanted.choices.Sort().empty()) {
+      sorted = std::make_shared<SortedPage>(request, wanted, *time);
+    }
+    range.since = range.until = *time;
+  }
+  if (sorted) {
+    return sorted->Read(database);
+  }
+  AnswerPage(*request, wanted, ReadPage(database, wanted, range));
+  return false;
 }
 
 }  // namespace
 
 void HistoryQueries::History(const std::shared_ptr<ControlRequest>& request) {
-  auto read = ReadWantedHistory(request->Message());
+  const Json& message = request->Message();
+  auto read = ReadWantedHistory(message);
   if (const auto* error = std::get_if<ControlError>(&read)) {
     request->Fail(*error);
     return;
   }
-  auto& wanted = std::get<WantedHistory>(read);
-  if (m_store.Settings().file.empty()) {
-    request->Fail({"no-history", "the daemon keeps no history", ""});
-    return;
-  }
-  SqlDatabase* database = m_store.Database();
-  if (database == nullptr) {
-    request->Fail({"no-history", "the history can't be read: " + m_store.Problem(), ""});
-    return;
-  }
-  Page page;
-  try {
-    const bool isKept = HasTable(*database, wanted.layout->name);
-    const auto nearest = isKept && wanted.at
-                             ? NearestTime(*database, wanted.layout->name, *wanted.at)
-                             : std::nullopt;
-    if (nearest) {
-      wanted.since = wanted.until = *nearest;
+  const auto& wanted = std::get<WantedHistory>(read);
+  if (message.Find("points") != nullptr || message.Find("by") != nullptr) {
+    const auto points =
+        ReadPoints(message, *wanted.layout, wanted.choices, wanted.since, wanted.until);
+    if (const auto* error = std::get_if<ControlError>(&points)) {
+      request->Fail(*error);
+      return;
     }
-    if (isKept && (nearest || !wanted.at)) {
-      page = ReadPage(*database, wanted);
-    }
-  } catch (const SqlError& error) {
-    request->Fail({"no-history", std::string("the history can't be read: ") + error.what(), ""});
+    AnswerPoints(m_loop, m_store, request, std::get<PointsRequest>(points));
     return;
   }
-  request->Succeed("history",
-                   Json{{"record", wanted.layout->name},
-                        {"category", std::string(1, static_cast<char>(wanted.layout->category))},
-                        {"rows", std::move(page.rows)},
-                        {"next", std::move(page.next)}});
+  TakeHistoryTurns(
+      m_loop, m_store, request,
+      [request, wanted, sorted = std::shared_ptr<SortedPage>()](SqlDatabase& database) mutable {
+        return AnswerRows(database, request, wanted, sorted);
+      });
 }

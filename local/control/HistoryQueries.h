@@ -4,18 +4,22 @@
 
 #include "local/control/ControlRequest.h"
 #include "local/history/HistoryStore.h"
+#include "local/loop/EventLoop.h"
 
-/// The operation `history`: rows that were kept of one record, a page at a time. A page takes at
-/// most kPageMilliseconds, so that no question holds the loop; the client asks on from its end.
+/// The operation `history`: rows that were kept of one record, a page at a time, or what they come
+/// to in buckets of time. A page takes at most kPageMilliseconds, so that no question holds the
+/// loop; the client asks on from its end. What takes longer is read in turns of the loop.
 class HistoryQueries {
  public:
   static constexpr std::size_t kPageRows = 1000;
   static constexpr int kPageMilliseconds = 20;
 
-  explicit HistoryQueries(HistoryStore& store) : m_store(store) {}
+  /// Both outlive the questions.
+  HistoryQueries(EventLoop& loop, HistoryStore& store) : m_loop(loop), m_store(store) {}
 
   void History(const std::shared_ptr<ControlRequest>& request);
 
  private:
+  EventLoop& m_loop;
   HistoryStore& m_store;
 };

@@ -25,8 +25,11 @@ Json RowToJson(const RecordLayout& layout, Bytes bytes) {
   members.reserve(layout.fields.size());
   for (const FieldLayout& field : layout.fields) {
     // Each label is new, so the search that the object's own insertion makes is left out.
-    members.push_back(
-        {field.label, field.hasSource ? VisitField(field, bytes, ToJson{}) : Json(nullptr)});
+    members.push_back({field.label, FieldToJson(field, bytes)});
   }
   return row;
+}
+
+Json FieldToJson(const FieldLayout& field, Bytes bytes) {
+  return field.hasSource ? VisitField(field, bytes, ToJson{}) : Json(nullptr);
 }

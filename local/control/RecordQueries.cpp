@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "json/JsonText.h"
+#include "local/control/RowChoices.h"
 #include "local/history/FieldValue.h"
 
 namespace {
@@ -88,11 +89,21 @@ std::variant<std::vector<WantedRecord>, ControlError> ReadRecords(const Json& me
   return wanted;
 }
 
+/// The choices of a request. Of a record that can't be shown there is nothing to choose from.
+std::variant<RowChoices, ControlError> ReadChoices(const Json& message,
+                                                   const std::vector<WantedRecord>& wanted) {
+  const RecordLayout* layout = wanted.size() == 1 ? Resolve(wanted.front()).layout : nullptr;
+  if (wanted.size() == 1 && layout == nullptr) {
+    return RowChoices();
+  }
+  return RowChoices::Read(message, layout);
+}
+
 /// The answer with one result after the other. Its text is made as the client takes it.
 class ResultsAnswer {
  public:
-  explicit ResultsAnswer(const ControlRequest& request)
-      : m_text(request.AnswerHead() + ",\"results\":[") {}
+  ResultsAnswer(const ControlRequest& request, RowChoices choices)
+      : m_text(request.AnswerHead() + ",\"results\":["), m_choices(std::move(choices)) {}
 
   void AddError(const std::string& record, const ControlError& error) {
     m_results.push_back({Json{{"record", record}, {"error", ErrorJson(error)}}, nullptr, {}, {}});
@@ -100,10 +111,13 @@ class ResultsAnswer {
   /// `owner` keeps the bytes of the rows.
   void AddRows(const RecordLayout& layout, std::time_t time, std::shared_ptr<const void> owner,
                std::vector<std::span<const unsigned char>> rows) {
-    m_results.push_back({Json{{"record", layout.name},
-                              {"category", std::string(1, static_cast<char>(layout.category))},
-                              {"time", time}},
-                         &layout, std::move(owner), std::move(rows)});
+    Json head{{"record", layout.name},
+              {"category", std::string(1, static_cast<char>(layout.category))},
+              {"time", time}};
+    if (m_choices.Any()) {
+      head["rows_total"] = m_choices.Apply(layout, rows);
+    }
+    m_results.push_back({std::move(head), &layout, std::move(owner), std::move(rows)});
   }
 
   /// Sends what has been added; the answer is empty then.
@@ -147,7 +161,7 @@ class ResultsAnswer {
     }
     if (m_row < result.rows.size()) {
       m_text += m_row == 0 ? "" : ",";
-      m_text += JsonText(RowToJson(*result.layout, result.rows[m_row]));
+      m_text += JsonText(m_choices.RowJson(*result.layout, result.rows[m_row]));
       ++m_row;
       return;
     }
@@ -159,6 +173,7 @@ class ResultsAnswer {
   }
 
   std::string m_text;
+  RowChoices m_choices;
   std::vector<Result> m_results;
   std::size_t m_place = 0;  ///< the result at work
   std::size_t m_row = 0;    ///< its next row
@@ -188,6 +203,7 @@ struct RecordQueries::GetPlan {
   std::shared_ptr<ControlRequest> request;
   std::vector<Item> items;
   std::vector<std::shared_ptr<RecordAsker>> askers;
+  RowChoices choices;
 };
 
 void RecordQueries::Get(const std::shared_ptr<ControlRequest>& request) {
@@ -202,8 +218,14 @@ void RecordQueries::Get(const std::shared_ptr<ControlRequest>& request) {
     return;
   }
 
+  auto choices = ReadChoices(request->Message(), std::get<0>(records));
+  if (const auto* error = std::get_if<ControlError>(&choices)) {
+    request->Fail(*error);
+    return;
+  }
+
   const bool isRates = rates != nullptr && rates->Bool();
-  GetPlan plan{request, {}, {}};
+  GetPlan plan{request, {}, {}, std::get<RowChoices>(std::move(choices))};
   std::map<std::pair<std::string, unsigned char>, std::size_t> ordinals;
   for (const WantedRecord& wanted : std::get<0>(records)) {
     const ResolvedRecord resolved = Resolve(wanted);
@@ -245,7 +267,7 @@ void RecordQueries::AnswerGet(CMBNode& node, const GetPlan& plan) {
   if (!plan.askers.empty()) {
     outcomes = m_desk.Send(node, plan.askers, plan.items.size() - plan.askers.size());
   }
-  ResultsAnswer answer(*plan.request);
+  ResultsAnswer answer(*plan.request, plan.choices);
   for (const GetPlan::Item& item : plan.items) {
     const RequestOutcome outcome = item.resolved.outcome == RequestOutcome::kDone
                                        ? outcomes[item.asker]
@@ -271,7 +293,12 @@ void RecordQueries::Last(const std::shared_ptr<ControlRequest>& request) {
     request->Fail(*error);
     return;
   }
-  ResultsAnswer answer(*request);
+  auto choices = ReadChoices(request->Message(), std::get<0>(records));
+  if (const auto* error = std::get_if<ControlError>(&choices)) {
+    request->Fail(*error);
+    return;
+  }
+  ResultsAnswer answer(*request, std::get<RowChoices>(std::move(choices)));
   for (const WantedRecord& wanted : std::get<0>(records)) {
     const ResolvedRecord resolved = Resolve(wanted);
     if (resolved.outcome != RequestOutcome::kDone) {

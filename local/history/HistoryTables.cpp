@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
-#include <map>
 
 #include "local/history/FieldValue.h"
 
@@ -76,17 +75,6 @@ void MakeTable(SqlDatabase& database, const RecordLayout& layout, const std::str
                    QuotedName(name) + " (" + QuotedName(kTimeLabel) + ")");
 }
 
-/// Name and type of each column.
-std::map<std::string, std::string> ColumnsOf(SqlDatabase& database, const std::string& table) {
-  SqlStatement statement = database.Prepare("SELECT name, type FROM pragma_table_info(?1, 'main')");
-  statement.Bind(1, table);
-  std::map<std::string, std::string> columns;
-  while (statement.Step()) {
-    columns.emplace(statement.Text(0), statement.Text(1));
-  }
-  return columns;
-}
-
 std::string NameForOldRows(SqlDatabase& database, const std::string& record) {
   std::array<char, 32> day{};
   const std::time_t now = std::time(nullptr);
@@ -144,6 +132,16 @@ std::string FitTable(SqlDatabase& database, const RecordLayout& layout) {
   }
   return "the layout of " + record + " has changed: " + std::to_string(added) +
          " columns were added to its table";
+}
+
+std::map<std::string, std::string> ColumnsOf(SqlDatabase& database, const std::string& table) {
+  SqlStatement statement = database.Prepare("SELECT name, type FROM pragma_table_info(?1, 'main')");
+  statement.Bind(1, table);
+  std::map<std::string, std::string> columns;
+  while (statement.Step()) {
+    columns.emplace(statement.Text(0), statement.Text(1));
+  }
+  return columns;
 }
 
 bool HasTable(SqlDatabase& database, const std::string& name) {

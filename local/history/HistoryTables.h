@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,9 @@ inline constexpr const char* kTimeLabel = "Record Time";
 
 /// Whether the file holds a table of that name.
 [[nodiscard]] bool HasTable(SqlDatabase& database, const std::string& name);
+/// Name and type of each column of a table; none for no such table.
+[[nodiscard]] std::map<std::string, std::string> ColumnsOf(SqlDatabase& database,
+                                                           const std::string& table);
 /// All tables with rows of records, those of former layouts included; `schema` is the name of an
 /// attached file.
 [[nodiscard]] std::vector<std::string> RecordTables(SqlDatabase& database,

@@ -74,7 +74,8 @@ TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
   for (const std::int32_t time : {100, 110, 120}) {
     Batch(m_now + time, 1200);
   }
-  HistoryQueries queries(m_store);
+  EventLoop loop;
+  HistoryQueries queries(loop, m_store);
   const auto peer = std::make_shared<FakePeer>(Rights::kRead);
   const auto ask = [&](const Json& members) {
     Json message{{"record", "FAKE"}};

@@ -1,16 +1,17 @@
-#include "client/show/Condition.h"
+#include "json/RowCondition.h"
 
 #include <fnmatch.h>
 
 #include <array>
 #include <charconv>
+#include <cstdint>
 #include <ctime>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
-#include "client/ask/Errors.h"
-#include "client/show/Labels.h"
-#include "client/show/RowValues.h"
+#include "json/JsonText.h"
+#include "json/RowText.h"
 
 namespace {
 
@@ -37,20 +38,20 @@ std::optional<double> DateOfCell(const std::string& text) {
   return std::nullopt;
 }
 
-/// The value as the table shows it.
-std::string ShownText(const Json& value, const std::string& label, bool isTime) {
-  if (value.IsString()) {
-    return value.Text();
+/// A value that is no text, as a table shows it.
+std::string ShownText(const Json& value, bool isTime) {
+  if (value.IsReal()) {
+    return FixedText(value.Number(), DecimalsOf(value.Number()));
   }
-  const int decimals = value.IsReal() ? DecimalsOf(value.Number()) : 0;
-  return CellOf(value, {label, label, 0, "", isTime, false, decimals}).text;
+  if (isTime && value.IsWhole() && (!value.IsUnsigned() || value.Unsigned() <= INT64_MAX)) {
+    return DateText(value.Whole());
+  }
+  return JsonText(value);
 }
 
 }  // namespace
 
-bool IsNumeric(const Field& field) { return !field.type.starts_with("char["); }
-
-Condition::Condition(std::string_view text, const Schema& schema) {
+RowCondition::RowCondition(std::string_view text, const FieldFinder& find) {
   using enum Operator;
   // A longer operator stands before its own beginning.
   static constexpr std::array<std::pair<std::string_view, Operator>, 7> kOperators{
@@ -72,33 +73,34 @@ Condition::Condition(std::string_view text, const Schema& schema) {
     }
   }
   if (found == nullptr) {
-    throw UsageError("\"" + std::string(text) +
-                     "\" compares nothing: write LABEL=VALUE, or != < <= > >= ~ for the =");
+    throw std::invalid_argument("\"" + std::string(text) +
+                                "\" compares nothing: write LABEL=VALUE, or != < <= > >= ~ for "
+                                "the =");
   }
-  const Field& field = NeedField(schema, Trimmed(text.substr(0, --place)));
-  m_label = field.label;
-  m_place = static_cast<std::size_t>(&field - schema.fields.data());
+  m_field = find(Trimmed(text.substr(0, --place)));
   m_operator = found->second;
   m_text = Trimmed(text.substr(place + found->first.size()));
-  m_isTime = IsTime(field);
-  m_isNumber = IsNumeric(field) && m_operator != kLike;
-  if (!m_isNumber) {
-    return;
+  m_isNumber = m_field.isNumeric && m_operator != kLike;
+  if (m_isNumber) {
+    ReadNumber();
   }
+}
+
+void RowCondition::ReadNumber() {
   std::optional<double> number = ParseNumber(m_text);
-  if (!number && m_isTime) {
+  if (!number && m_field.isTime) {
     number = DateOfCell(m_text);
   }
   if (!number) {
-    throw UsageError("\"" + m_label + "\" is compared with a " +
-                     (m_isTime ? "time as in 2023-11-14 23:13:20" : "number") + ", not with \"" +
-                     m_text + "\"");
+    throw std::invalid_argument("\"" + m_field.label + "\" is compared with a " +
+                                (m_field.isTime ? "time as in 2023-11-14 23:13:20" : "number") +
+                                ", not with \"" + m_text + "\"");
   }
   m_number = *number;
 }
 
 template <class Value>
-bool Condition::Compare(const Value& left, const Value& right) const {
+bool RowCondition::Compare(const Value& left, const Value& right) const {
   switch (m_operator) {
     case Operator::kEqual:
       return left == right;
@@ -118,17 +120,17 @@ bool Condition::Compare(const Value& left, const Value& right) const {
   return false;
 }
 
-bool Condition::Holds(const Json& row) const {
-  const Json& value = ValueOf(row, m_place, m_label);
+bool RowCondition::HoldsText(const std::string& text) const {
+  return m_operator == Operator::kLike ? ::fnmatch(m_text.c_str(), text.c_str(), 0) == 0
+                                       : Compare(text, m_text);
+}
+
+bool RowCondition::Holds(const Json& value) const {
   if (value.IsNull()) {
     return m_operator == Operator::kNotEqual;
   }
   if (m_isNumber && value.IsNumber()) {
     return Compare(value.Number(), m_number);
   }
-  const std::string text = ShownText(value, m_label, m_isTime);
-  if (m_operator == Operator::kLike) {
-    return ::fnmatch(m_text.c_str(), text.c_str(), 0) == 0;
-  }
-  return Compare(text, m_text);
+  return value.IsString() ? HoldsText(value.Text()) : HoldsText(ShownText(value, m_field.isTime));
 }

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "json/Json.h"
+
+/// What choosing among rows needs to know of a field.
+struct RowField {
+  std::string label;
+  std::size_t place = 0;  ///< of the field in the record, and as a rule of the label in a row
+  bool isNumeric = false;
+  bool isTime = false;  ///< a whole number of it is seconds since the epoch
+};
+
+/// The field that a label means; throws what its owner throws for a label that means none.
+using FieldFinder = std::function<RowField(std::string_view label)>;
+
+/// What a row must fulfil: one label, an operator and what the value is compared with.
+class RowCondition {
+ public:
+  /// Reads "LABEL=VALUE", with != < <= > >= or ~ (a shell pattern) as well; blanks around the label
+  /// and the value don't count. Throws std::invalid_argument for no operator and a value that its
+  /// field can't have; what `find` throws passes.
+  RowCondition(std::string_view text, const FieldFinder& find);
+
+  /// The field whose value is asked for.
+  [[nodiscard]] const RowField& Field() const { return m_field; }
+  /// Whether that value of a row fulfils it. One that is not there fulfils != only; a number that
+  /// is compared as a text is taken as tables show it.
+  [[nodiscard]] bool Holds(const Json& value) const;
+
+ private:
+  enum class Operator { kEqual, kNotEqual, kLess, kLessEqual, kGreater, kGreaterEqual, kLike };
+
+  template <class Value>
+  [[nodiscard]] bool Compare(const Value& left, const Value& right) const;
+  [[nodiscard]] bool HoldsText(const std::string& text) const;
+  void ReadNumber();
+
+  RowField m_field;
+  bool m_isNumber = false;  ///< numbers are compared, not texts
+  Operator m_operator = Operator::kEqual;
+  std::string m_text;
+  double m_number = 0;
+};

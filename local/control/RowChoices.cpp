@@ -1,0 +1,235 @@
+#include "local/control/RowChoices.h"
+
+#include <algorithm>
+#include <array>
+#include <numeric>
+#include <stdexcept>
+
+#include "json/JsonText.h"
+#include "json/RowText.h"
+
+namespace {
+
+using RowBytes = std::span<const unsigned char>;
+
+constexpr std::array kChoiceMembers{"columns", "where", "sort", "limit"};
+constexpr std::size_t kMaxTexts = 256;
+constexpr std::size_t kMaxTextBytes = 1024;
+
+/// What is compared is what clients see.
+Json AsSeen(Json value) {
+  return value.IsString() ? Json(ValidUtf8(value.Text())) : std::move(value);
+}
+
+std::optional<std::size_t> FindPlace(const RecordLayout& layout, std::string_view label) {
+  return FindLabel(label, layout.fields.size(),
+                   [&](std::size_t at) -> std::string_view { return layout.fields[at].label; });
+}
+
+}  // namespace
+
+bool HoldsArguments(const FieldLayout& field) {
+  static constexpr std::array<std::string_view, 2> kLabels{"Argument List", "Command Line"};
+  return std::ranges::find(kLabels, field.label) != kLabels.end();
+}
+
+std::variant<std::vector<std::string>, ControlError> ReadTexts(const Json& message,
+                                                               const char* name) {
+  std::vector<std::string> texts;
+  const Json* member = message.Find(name);
+  if (member == nullptr) {
+    return texts;
+  }
+  const auto wrong = [name](const std::string& words) {
+    return ControlError{"bad-field", name + words, name};
+  };
+  if (!member->IsArray()) {
+    return wrong(" must be an array of texts");
+  }
+  if (member->Size() > kMaxTexts) {
+    return wrong(" holds more than " + std::to_string(kMaxTexts) + " texts");
+  }
+  for (const Json& element : member->Elements()) {
+    if (!element.IsString()) {
+      return wrong(" must be an array of texts");
+    }
+    if (element.Text().size() > kMaxTextBytes) {
+      return wrong(" holds a text of more than " + std::to_string(kMaxTextBytes) + " bytes");
+    }
+    texts.push_back(element.Text());
+  }
+  return texts;
+}
+
+std::variant<RowChoices, ControlError> RowChoices::Read(const Json& message,
+                                                        const RecordLayout* layout) {
+  RowChoices choices;
+  for (const char* name : kChoiceMembers) {
+    if (message.Find(name) != nullptr) {
+      if (layout == nullptr) {
+        return ControlError{"bad-field", std::string(name) + " is taken with one record only",
+                            name};
+      }
+      choices.m_isAny = true;
+    }
+  }
+  if (auto error = choices.ReadPlain(message)) {
+    return *std::move(error);
+  }
+  if (layout != nullptr) {
+    if (auto error = choices.ReadLabels(message, *layout)) {
+      return *std::move(error);
+    }
+  }
+  return choices;
+}
+
+std::optional<ControlError> RowChoices::ReadPlain(const Json& message) {
+  if (const Json* arguments = message.Find("arguments"); arguments != nullptr) {
+    if (!arguments->IsBool()) {
+      return ControlError{"bad-field", "arguments must be true or false", "arguments"};
+    }
+    m_hasArguments = arguments->Bool();
+  }
+  if (const Json* limit = message.Find("limit"); limit != nullptr) {
+    // As a double any whole number can be compared.
+    if (!limit->IsWhole() || !(limit->Number() >= 1 && limit->Number() <= kMaxLimit)) {
+      return ControlError{"bad-field",
+                          "limit must be a whole number from 1 to " + std::to_string(kMaxLimit),
+                          "limit"};
+    }
+    m_limit = limit->Unsigned();
+  }
+  return std::nullopt;
+}
+
+std::optional<ControlError> RowChoices::ReadLabels(const Json& message,
+                                                   const RecordLayout& layout) {
+  const auto find = [&](std::string_view label) { return Find(layout, label); };
+  const auto has = [&](std::string_view label) { return FindPlace(layout, label).has_value(); };
+  const auto takeColumn = [&](const std::string& text) {
+    const auto place = FindPlace(layout, Trimmed(text));
+    if (!place) {
+      throw std::invalid_argument(std::string(layout.name) + " has no label \"" + text + "\"");
+    }
+    if (std::ranges::find(m_columns, *place) == m_columns.end()) {
+      m_columns.push_back(*place);
+    }
+  };
+  const std::pair<const char*, std::function<void(const std::string&)>> members[] = {
+      {"columns", takeColumn},
+      {"where", [&](const std::string& text) { m_where.emplace_back(text, find); }},
+      {"sort", [&](const std::string& text) { m_sort.emplace_back(text, find, has); }}};
+  for (const auto& [name, take] : members) {
+    auto texts = ReadTexts(message, name);
+    if (auto* error = std::get_if<ControlError>(&texts)) {
+      return std::move(*error);
+    }
+    try {
+      std::ranges::for_each(std::get<0>(texts), take);
+    } catch (const std::invalid_argument& error) {
+      return ControlError{"bad-field", error.what(), name};
+    }
+  }
+  return std::nullopt;
+}
+
+RowField RowChoices::Find(const RecordLayout& layout, std::string_view label) const {
+  const auto place = FindPlace(layout, Trimmed(label));
+  if (!place) {
+    throw std::invalid_argument(std::string(layout.name) + " has no label \"" + std::string(label) +
+                                "\"");
+  }
+  const FieldLayout& field = layout.fields[*place];
+  if (!m_hasArguments && HoldsArguments(field)) {
+    throw std::invalid_argument("\"" + std::string(field.label) +
+                                "\" holds arguments, which are left out");
+  }
+  return {field.label, *place, field.type != FieldType::kText,
+          IsTimeField(FieldMeaningName(field.meaning), FieldTypeName(field.type), field.label)};
+}
+
+bool RowChoices::Holds(const std::function<Json(std::size_t)>& valueAt) const {
+  return std::ranges::all_of(m_where, [&](const RowCondition& condition) {
+    return condition.Holds(AsSeen(valueAt(condition.Field().place)));
+  });
+}
+
+std::vector<Json> RowChoices::SortKeys(const std::function<Json(std::size_t)>& valueAt) const {
+  std::vector<Json> keys;
+  keys.reserve(m_sort.size());
+  for (const RowOrder& order : m_sort) {
+    keys.push_back(AsSeen(valueAt(order.Field().place)));
+  }
+  return keys;
+}
+
+bool RowChoices::ComesBefore(const std::vector<Json>& a, const std::vector<Json>& b) const {
+  for (std::size_t i = 0; i < m_sort.size(); ++i) {
+    if (const auto order = m_sort[i].Compare(a[i], b[i]); order != 0) {
+      return order < 0;
+    }
+  }
+  return false;
+}
+
+Json RowChoices::MakeRow(const RecordLayout& layout,
+                         const std::function<Json(std::size_t)>& valueAt) const {
+  Json row = Json::Object();
+  auto& members = row.Members();
+  const bool isAll = m_columns.empty();
+  const std::size_t count = isAll ? layout.fields.size() : m_columns.size();
+  members.reserve(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t place = isAll ? i : m_columns[i];
+    const FieldLayout& field = layout.fields[place];
+    // Each label is new, so the search that the object's own insertion makes is left out.
+    members.push_back({field.label, Shows(field) ? valueAt(place) : Json(nullptr)});
+  }
+  return row;
+}
+
+Json RowChoices::RowJson(const RecordLayout& layout, RowBytes bytes) const {
+  return MakeRow(layout,
+                 [&](std::size_t place) { return FieldToJson(layout.fields[place], bytes); });
+}
+
+std::size_t RowChoices::Apply(const RecordLayout& layout, std::vector<RowBytes>& rows) const {
+  if (!m_where.empty()) {
+    std::erase_if(rows, [&](RowBytes bytes) {
+      return !Holds([&](std::size_t place) { return FieldToJson(layout.fields[place], bytes); });
+    });
+  }
+  const std::size_t total = rows.size();
+  if (!m_sort.empty()) {
+    SortRows(layout, rows);
+  }
+  rows.resize(std::min(total, m_limit.value_or(total)));
+  return total;
+}
+
+void RowChoices::SortRows(const RecordLayout& layout, std::vector<RowBytes>& rows) const {
+  std::vector<std::vector<Json>> keys;
+  keys.reserve(rows.size());
+  for (const RowBytes bytes : rows) {
+    keys.push_back(
+        SortKeys([&](std::size_t place) { return FieldToJson(layout.fields[place], bytes); }));
+  }
+  std::vector<std::size_t> order(rows.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  const auto isBefore = [&](std::size_t a, std::size_t b) {
+    return ComesBefore(keys[a], keys[b]) || (!ComesBefore(keys[b], keys[a]) && a < b);
+  };
+  const std::size_t wanted = std::min(rows.size(), m_limit.value_or(rows.size()));
+  if (wanted < rows.size()) {
+    std::ranges::partial_sort(order, order.begin() + static_cast<std::ptrdiff_t>(wanted), isBefore);
+  } else {
+    std::ranges::sort(order, isBefore);
+  }
+  std::vector<RowBytes> sorted;
+  sorted.reserve(wanted);
+  for (std::size_t i = 0; i < wanted; ++i) {
+    sorted.push_back(rows[order[i]]);
+  }
+  rows = std::move(sorted);
+}
