@@ -232,5 +232,6 @@ void BuildCommands(CLI::App& app, CommandLine& line) {
   AddControlGroups(app, line);
   AddOtherCommands(app, line);
   AddChangingCommands(app, line);
+  AddGateCommands(app, line);
   AddHiddenCommands(app, line);
 }

@@ -7,10 +7,13 @@
 #include <vector>
 
 #include "client/commands/Applications.h"
+#include "client/commands/Certificate.h"
 #include "client/commands/Commands.h"
+#include "client/commands/Console.h"
 #include "client/commands/ControlGroups.h"
 #include "client/commands/Explain.h"
 #include "client/commands/History.h"
+#include "client/commands/Token.h"
 #include "client/commands/Top.h"
 #include "client/commands/UserData.h"
 #include "client/files/Check.h"
@@ -35,6 +38,9 @@ struct CommandLine {
   ExplainOptions explain;
   HistoryOptions history;
   UserDataOptions userData;
+  TokenOptions token;
+  CertificateOptions certificate;
+  bool isPrinting = false;
   std::uint64_t condition = 0;
   long seconds = 0;
   ConditionChange change;
@@ -57,6 +63,8 @@ void BuildCommands(CLI::App& app, CommandLine& line);
 
 /// The part of it that changes things or looks at files.
 void AddChangingCommands(CLI::App& app, CommandLine& line);
+/// The part for who asks over the network.
+void AddGateCommands(CLI::App& app, CommandLine& line);
 
 // What several commands have.
 

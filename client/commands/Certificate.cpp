@@ -1,0 +1,220 @@
+#include "client/commands/Certificate.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+#include <system_error>
+
+#include "client/ask/Errors.h"
+#include "client/show/Terminal.h"
+#include "support/AtomicFile.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+/// A folder of the user's own beside the files, gone at the end with what was left in it.
+class WorkFolder {
+ public:
+  explicit WorkFolder(const std::string& beside) : m_path(beside + ".XXXXXX") {
+    if (::mkdtemp(m_path.data()) == nullptr) {
+      throw ClientError(beside + ": no folder can be made beside it: " + std::strerror(errno));
+    }
+  }
+  ~WorkFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+  }
+  WorkFolder(const WorkFolder&) = delete;
+  WorkFolder& operator=(const WorkFolder&) = delete;
+
+  [[nodiscard]] std::string File(const char* name) const { return m_path + '/' + name; }
+  /// The beginning of what a program wrote.
+  [[nodiscard]] std::string Read(const char* name) const {
+    constexpr std::size_t kMaxText = 4096;
+    std::ifstream file(File(name), std::ios::binary);
+    std::string text(kMaxText, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    return text;
+  }
+
+ private:
+  std::string m_path;
+};
+
+/// Runs a program with its output in the folder. False if none that may be run is in PATH.
+bool RunTool(const WorkFolder& folder, Words words) {
+  std::vector<char*> pointers;
+  std::transform(words.begin(), words.end(), std::back_inserter(pointers),
+                 [](std::string& word) { return word.data(); });
+  pointers.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  constexpr int kFresh = O_WRONLY | O_CREAT | O_TRUNC;
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, folder.File("out").c_str(), kFresh,
+                                   S_IRUSR | S_IWUSR);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, folder.File("err").c_str(), kFresh,
+                                   S_IRUSR | S_IWUSR);
+  pid_t child = -1;
+  const int error =
+      ::posix_spawnp(&child, pointers[0], &actions, nullptr, pointers.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (error == ENOENT || error == EACCES) {
+    return false;
+  }
+  int status = -1;
+  while (error == 0 && ::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (error != 0 || status != 0) {
+    throw ClientError("cannot make the certificate by " + words[0] + ": " +
+                      (error != 0 ? std::strerror(error) : folder.Read("err")));
+  }
+  return true;
+}
+
+bool IsAddressText(const std::string& host) {
+  in6_addr bytes{};
+  return ::inet_pton(AF_INET, host.c_str(), &bytes) == 1 ||
+         ::inet_pton(AF_INET6, host.c_str(), &bytes) == 1;
+}
+
+/// Nothing that would end a line or a word of the programs' settings.
+bool IsHostText(const std::string& host) {
+  constexpr std::size_t kMaxHost = 253;
+  return !host.empty() && host.size() <= kMaxHost && host.front() != '-' &&
+         std::all_of(host.begin(), host.end(), [](char letter) {
+           return std::isalnum(static_cast<unsigned char>(letter)) != 0 || letter == '-' ||
+                  letter == '.' || letter == '_';
+         });
+}
+
+/// The names and addresses, each once, this host's name first if it is one.
+Words AllHosts(const Words& given) {
+  std::array<char, HOST_NAME_MAX + 1> own{};
+  static_cast<void>(::gethostname(own.data(), HOST_NAME_MAX));
+  Words all;
+  if (IsHostText(own.data())) {
+    all.emplace_back(own.data());
+  }
+  for (const std::string& host : given) {
+    if (!IsHostText(host) && !IsAddressText(host)) {
+      throw UsageError("\"" + host + "\" is neither the name of a host nor an address");
+    }
+  }
+  const Words usual{"localhost", "127.0.0.1", "::1"};
+  for (const Words* hosts : {&given, &usual}) {
+    std::copy_if(hosts->begin(), hosts->end(), std::back_inserter(all), [&](const auto& host) {
+      return std::find(all.begin(), all.end(), host) == all.end();
+    });
+  }
+  return all;
+}
+
+/// A certificate's subject may have so many letters.
+std::string SubjectOf(const Words& hosts) {
+  constexpr std::size_t kMaxSubject = 64;
+  return hosts.front().size() <= kMaxSubject ? hosts.front() : "localhost";
+}
+
+bool MakeByOpenssl(const WorkFolder& folder, const Words& hosts, const std::string& days) {
+  std::string names;
+  for (const std::string& host : hosts) {
+    names += (names.empty() ? "subjectAltName=" : ",") +
+             std::string(IsAddressText(host) ? "IP:" : "DNS:") + host;
+  }
+  return RunTool(folder,
+                 {"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
+                  "-sha256", "-nodes", "-days", days, "-subj", "/CN=" + SubjectOf(hosts), "-addext",
+                  names, "-keyout", folder.File("key"), "-out", folder.File("crt")}) &&
+         RunTool(folder, {"openssl", "x509", "-in", folder.File("crt"), "-noout", "-sha256",
+                          "-fingerprint"});
+}
+
+bool MakeByCerttool(const WorkFolder& folder, const Words& hosts, const std::string& days) {
+  std::ofstream settings(folder.File("settings"));
+  settings << "cn = \"" << SubjectOf(hosts) << "\"\nexpiration_days = " << days
+           << "\ntls_www_server\nsigning_key\n";
+  for (const std::string& host : hosts) {
+    settings << (IsAddressText(host) ? "ip_address" : "dns_name") << " = \"" << host << "\"\n";
+  }
+  settings.close();
+  return RunTool(folder, {"certtool", "--generate-privkey", "--key-type", "ecdsa", "--curve",
+                          "secp256r1", "--no-text", "--outfile", folder.File("key")}) &&
+         RunTool(folder, {"certtool", "--generate-self-signed", "--load-privkey",
+                          folder.File("key"), "--template", folder.File("settings"), "--no-text",
+                          "--outfile", folder.File("crt")}) &&
+         RunTool(folder,
+                 {"certtool", "--fingerprint", "--hash", "sha256", "--infile", folder.File("crt")});
+}
+
+/// The 32 bytes in pairs of digits, from the words of either program.
+std::string FingerprintOf(const std::string& told) {
+  constexpr std::size_t kDigits = 64;
+  std::string digits;
+  for (const char letter : told.substr(told.find('=') + 1)) {
+    if (std::isxdigit(static_cast<unsigned char>(letter)) != 0) {
+      digits += digits.size() % 3 == 2 ? ":" : "";
+      digits += static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
+    }
+  }
+  if (digits.size() != kDigits + kDigits / 2 - 1) {
+    throw ClientError("the certificate's fingerprint can't be told");
+  }
+  return digits;
+}
+
+/// Gives a finished file its name, which nothing may have yet.
+void PutInPlace(const std::string& made, const std::string& path) {
+  if (::link(made.c_str(), path.c_str()) != 0) {
+    throw ClientError(path + ": " +
+                      (errno == EEXIST ? "it is there already" : std::strerror(errno)));
+  }
+}
+
+}  // namespace
+
+int RunCertificateNew(const CertificateOptions& options) {
+  const Words hosts = AllHosts(options.hosts);
+  const std::string certificate = options.out + ".crt";
+  const std::string key = options.out + ".key";
+  for (const std::string& path : {certificate, key}) {
+    if (::access(path.c_str(), F_OK) == 0) {
+      throw ClientError(path + ": it is there already");
+    }
+  }
+  ::umask(S_IRWXG | S_IRWXO);
+  const WorkFolder folder(options.out);
+  const std::string days = std::to_string(options.days);
+  if (!MakeByOpenssl(folder, hosts, days) && !MakeByCerttool(folder, hosts, days)) {
+    throw ClientError(
+        "neither openssl nor certtool is installed: the package openssl or gnutls-bin has one");
+  }
+  const std::string fingerprint = FingerprintOf(folder.Read("out"));
+  ::chmod(folder.File("crt").c_str(), S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH);
+  PutInPlace(folder.File("crt"), certificate);
+  try {
+    PutInPlace(folder.File("key"), key);
+  } catch (const ClientError&) {
+    ::unlink(certificate.c_str());
+    throw;
+  }
+  static_cast<void>(SyncFolderOf(key));
+  WriteOutput("SHA-256 " + fingerprint + '\n');
+  return kExitDone;
+}

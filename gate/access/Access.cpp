@@ -1,0 +1,197 @@
+#include "gate/access/Access.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <ctime>
+#include <utility>
+
+#include "gate/access/Authorization.h"
+#include "support/AccountText.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds kBetweenChecks{100};
+constexpr std::chrono::seconds kGoodFor{60};
+constexpr std::chrono::milliseconds kTellAfter{60'000};
+constexpr std::size_t kMaxSharing = 64;
+
+Verdict Denied(Verdict::Kind kind, const char* reason) { return {kind, Role::kNone, {}, reason}; }
+
+Verdict TooMany() { return Denied(Verdict::Kind::kTooMany, "too many logins wait to be checked"); }
+
+}  // namespace
+
+Access::Access(const std::string& usersPath, const std::string& tokensPath, AccessHooks hooks)
+    : m_hooks(std::move(hooks)),
+      m_users(AccountKind::kUsers, usersPath, m_hooks.report),
+      m_tokens(AccountKind::kTokens, tokensPath, m_hooks.report),
+      m_failures(m_hooks.report),
+      m_check(m_hooks.post, kBetweenChecks) {}
+
+Access::~Access() = default;
+
+void Access::Judge(const AccessRequest& request, Callback callback) {
+  using Kind = Authorization::Kind;
+  Authorization said = ParseAuthorization(request.authorization);
+  const auto refuse = [&](const char* reason) {
+    callback(Denied(Verdict::Kind::kRefused, reason));
+  };
+  if (said.kind == Kind::kNone) {
+    callback(Denied(Verdict::Kind::kNone, "this needs a login"));
+    return;
+  }
+  if (!request.isTls && !request.isLoopback) {
+    refuse("without TLS nobody is let in from another host");
+    return;
+  }
+  if (said.kind == Kind::kBroken) {
+    refuse("the header Authorization is broken");
+    return;
+  }
+  const bool isBasic = said.kind == Kind::kBasic;
+  const std::size_t dot = isBasic ? std::string::npos : said.secret.rfind(kTokenDot);
+  const bool isOfFile = isBasic || dot != std::string::npos;
+  if (isOfFile && !request.isTls) {
+    refuse("without TLS only a console token is taken");
+    return;
+  }
+  const auto now = m_hooks.now();
+  Login login = isBasic    ? LoginOf(std::move(said.name), std::move(said.secret), m_users, "user")
+                : isOfFile ? LoginOf(said.secret.substr(0, dot), said.secret.substr(dot + 1),
+                                     m_tokens, "token")
+                           : ConsoleLogin(std::move(said.secret));
+  if (login.isKnown && m_good.Has(login.key, now)) {
+    callback({Verdict::Kind::kGranted, login.role, login.name, {}});
+    return;
+  }
+  login.address = FailureTable::KeyOf(request.peerAddress);
+  Prove(std::move(login), std::move(callback));
+}
+
+Access::Login Access::LoginOf(std::string name, std::string secret, AccountFile& file,
+                              const char* kind) {
+  const AccountTable& table = file.Look(m_hooks.now());
+  const auto found = table.accounts.find(name);
+  const bool isKnown = found != table.accounts.end();
+  Login login;
+  login.hash = isKnown ? found->second.hash : table.decoy;
+  login.role = isKnown ? found->second.role : Role::kNone;
+  login.isKnown = isKnown;
+  login.key = m_good.KeyOf(kind, name, secret, login.hash);
+  login.name = std::move(name);
+  login.secret = std::move(secret);
+  return login;
+}
+
+Access::Login Access::ConsoleLogin(std::string token) const {
+  Login login;
+  login.role = Role::kRead;
+  login.isKnown = true;
+  login.key = m_good.KeyOf("console", {}, token, {});
+  login.name = "console";
+  login.secret = std::move(token);
+  return login;
+}
+
+void Access::Prove(Login login, Callback callback) {
+  // A page asks for several things at once: one proof is enough for all of them.
+  const std::string place = login.key + login.address;
+  const auto found = m_waiting.find(place);
+  if (found != m_waiting.end()) {
+    if (found->second.size() < kMaxSharing) {
+      found->second.push_back(std::move(callback));
+    } else {
+      callback(TooMany());
+    }
+    return;
+  }
+  const auto wait = m_failures.Enter(login.address, m_hooks.now());
+  if (!wait) {
+    callback(TooMany());
+    return;
+  }
+  m_waiting[place].push_back(std::move(callback));
+  if (wait->count() == 0) {
+    StartCheck(std::move(login));
+    return;
+  }
+  m_hooks.after(*wait, [self = std::weak_ptr(m_self), login = std::move(login)] {
+    if (const auto access = self.lock()) {
+      (*access)->StartCheck(login);
+    }
+  });
+}
+
+void Access::StartCheck(Login login) {
+  if (login.hash.empty()) {
+    AskConsole(login);
+    return;
+  }
+  std::string secret = std::exchange(login.secret, {});
+  std::string hash = login.hash;
+  const auto done = [self = std::weak_ptr(m_self), login](bool isRight) {
+    if (const auto access = self.lock()) {
+      (*access)->Finish(login, isRight && login.isKnown, kGoodFor);
+    }
+  };
+  if (!m_check.Check(std::move(secret), std::move(hash), done)) {
+    Answer(login, TooMany());
+  }
+}
+
+void Access::AskConsole(const Login& login) {
+  m_hooks.askDaemon(login.secret, [self = std::weak_ptr(m_self), login](std::optional<bool> isValid,
+                                                                        std::int64_t expires) {
+    const auto access = self.lock();
+    if (access == nullptr) {
+      return;
+    }
+    if (!isValid) {
+      (*access)->Answer(login, Denied(Verdict::Kind::kUnavailable, "the daemon does not answer"));
+      return;
+    }
+    const std::int64_t left = std::clamp<std::int64_t>(expires, 0, INT64_MAX) - std::time(nullptr);
+    (*access)->Finish(login, *isValid, std::min(kGoodFor, std::chrono::seconds(left)));
+  });
+}
+
+void Access::Finish(const Login& login, bool isRight, std::chrono::seconds good) {
+  if (isRight) {
+    m_good.Add(login.key, m_hooks.now() + good);
+    Answer(login, {Verdict::Kind::kGranted, login.role, login.name, {}});
+    return;
+  }
+  CountFailure(login.address);
+  Answer(login, Denied(Verdict::Kind::kRefused, "the login is not right"));
+}
+
+void Access::Answer(const Login& login, const Verdict& verdict) {
+  m_failures.Leave(login.address);
+  const auto found = m_waiting.find(login.key + login.address);
+  // A callback may ask again, or be the end of this object.
+  const std::vector<Callback> callbacks = std::move(found->second);
+  m_waiting.erase(found);
+  for (const Callback& callback : callbacks) {
+    callback(verdict);
+  }
+}
+
+void Access::CountFailure(const std::string& address) {
+  if (m_failures.Fail(address, m_hooks.now())) {
+    TellLater();
+  }
+}
+
+void Access::TellLater() {
+  if (std::exchange(m_isTellingLater, true)) {
+    return;
+  }
+  m_hooks.after(kTellAfter, [self = std::weak_ptr(m_self)] {
+    if (const auto access = self.lock()) {
+      (*access)->m_isTellingLater = false;
+      if ((*access)->m_failures.TellRest((*access)->m_hooks.now())) {
+        (*access)->TellLater();
+      }
+    }
+  });
+}

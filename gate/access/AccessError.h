@@ -1,0 +1,9 @@
+#pragma once
+
+#include <stdexcept>
+
+/// What is wrong with a file of the access rules, in words for the operator that name it.
+class AccessError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
