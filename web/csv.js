@@ -2,7 +2,7 @@
 
 const kFormulaBegin = /^[=+\-@\t\r]/;
 
-/** A text that a spreadsheet would take for a formula gets an apostrophe; numbers stay numbers. */
+/// A text that a spreadsheet would take for a formula gets an apostrophe; numbers stay numbers.
 export function cellOf(value) {
   if (value === null || value === undefined) return '';
   if (typeof value === 'number') return String(value);
@@ -12,13 +12,13 @@ export function cellOf(value) {
   return isFormula || /[",\r\n]/.test(text) ? `"${text.replaceAll('"', '""')}"` : text;
 }
 
-/** The labels as the first line, then one line for each row. */
+/// The labels as the first line, then one line for each row.
 export function csvOf(labels, rows) {
   const lines = [labels.map(cellOf), ...rows.map((row) => labels.map((label) => cellOf(row[label])))];
   return lines.map((line) => line.join(',')).join('\r\n') + '\r\n';
 }
 
-/** Saves the text under the name; the page stays. */
+/// Saves the text under the name; the page stays.
 export function download(name, text) {
   const address = URL.createObjectURL(new Blob([text], { type: 'text/csv;charset=utf-8' }));
   const link = document.createElement('a');
@@ -31,7 +31,7 @@ export function download(name, text) {
   setTimeout(() => URL.revokeObjectURL(address), 10000);
 }
 
-/** A button that saves what rowsOf() gives at the time of the click. */
+/// A button that saves what rowsOf() gives at the time of the click.
 export function csvButton(name, rowsOf) {
   const button = document.createElement('button');
   button.type = 'button';

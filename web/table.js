@@ -3,11 +3,10 @@
 
 const kMostRows = 400;
 
-/**
- * options: columns [{label, heading, help, format(value, row), value(row), isNumeric, width, opens}], rows, keyOf(row),
- * onOpen(row, key), sort ("-Label" descending), filter (true, or the field's name for screen readers), caption, empty (what stands
- * there without rows), arrange(rows, compare, isChosen) -> [{row, key, depth, children, isOpen}], onToggle(key), onSort(sort).
- */
+/// options: columns [{label, heading, help, format(value, row), value(row), title(row), isNumeric, width, opens}], rows, keyOf(row),
+/// onOpen(row, key), sort ("-Label" descending), filter (true, or the field's name for screen readers), caption, empty (what stands
+/// there without rows), arrange(rows, compare, isChosen, isFiltered) -> [{row, key, depth, children, isOpen, isGroup}],
+/// onToggle(key), onSort(sort). `format` gives a text or a node; nothing is shown as "-".
 export function table(parent, options) {
   const self = {
     options, rows: options.rows ?? [], sort: options.sort ?? '', text: '', most: kMostRows, lines: new Map(), active: null, selected: null,
@@ -27,7 +26,7 @@ export function table(parent, options) {
     focus(key) {
       self.lines.get(key)?.button?.focus();
     },
-    /** The rows as they are shown: filtered and in order. */
+    /// The rows as they are shown: filtered and in order.
     shown: () => self.shown,
     columns: () => self.options.columns,
     destroy() {
@@ -36,7 +35,7 @@ export function table(parent, options) {
   };
 }
 
-/** An element with a class and a text. */
+/// An element with a class and a text.
 export function make(name, className, text) {
   const node = document.createElement(name);
   if (className) node.className = className;
@@ -104,7 +103,7 @@ function buildHead(self) {
   });
 }
 
-/** Figures begin with the greatest, names with the first. */
+/// Figures begin with the greatest, names with the first.
 function sortBy(self, column) {
   const [up, down] = [column.label, `-${column.label}`];
   if (self.sort === up) self.sort = down;
@@ -118,7 +117,7 @@ function valueIn(column, row) {
   return column.value ? column.value(row) : row[column.label];
 }
 
-/** Compares two rows by the sort; what has no value stands last either way. */
+/// Compares two rows by the sort; what has no value stands last either way.
 function comparison(self) {
   const isDown = self.sort.startsWith('-');
   const label = isDown ? self.sort.slice(1) : self.sort;
@@ -154,7 +153,7 @@ function isChosen(self, row) {
   });
 }
 
-/** The lines to show: by the arrangement where there is one, else filtered and sorted. */
+/// The lines to show: by the arrangement where there is one, else filtered and sorted.
 function arranged(self) {
   const compare = comparison(self);
   const choose = (row) => isChosen(self, row);
@@ -218,7 +217,7 @@ function newLine(self, entry) {
   return line;
 }
 
-/** The cell that names the row: it opens it, and folds what lies below it. */
+/// The cell that names the row: it opens it, and folds what lies below it.
 function buildOpening(self, line, cell) {
   cell.classList.add('opening');
   line.indent = make('span', 'indent');
@@ -296,7 +295,7 @@ function lineOf(self, node) {
   return null;
 }
 
-/** One row alone takes part in the order of Tab; the arrows go to the others. */
+/// One row alone takes part in the order of Tab; the arrows go to the others.
 function activate(self, line) {
   const before = self.lines.get(self.active);
   if (before?.button) before.button.tabIndex = -1;
