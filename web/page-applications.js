@@ -10,8 +10,8 @@ const kConditions = 15;
 
 /// A verdict as a word with a mark; the word alone says it all.
 export function verdict(text) {
-  const kinds = { NORMAL: 'is-good', ABNORMAL: 'is-bad' };
-  return make('span', `verdict ${kinds[text] ?? 'is-unknown'}`, text || '-');
+  const kinds = { NORMAL: 'good', ABNORMAL: 'bad' };
+  return make('span', `verdict ${kinds[text] ?? 'dim'}`, text || '-');
 }
 
 /// The numbers of the conditions that the application has.
@@ -43,7 +43,7 @@ function details(parent, first) {
       item.append(verdict(row[`Monitor ${n} Status`]), make('span', 'condition-kind', what), make('code', '', row[`Monitor ${n} Label`]), count);
       list.append(item);
     }
-    box.replaceChildren(list.children.length ? list : make('p', 'notice', 'It has no conditions.'));
+    box.replaceChildren(list.children.length ? list : make('p', 'note', 'It has no conditions.'));
   };
   update(first);
   return { update };

@@ -18,12 +18,12 @@ const charts = () => [
 /// A percentage as a bar with its figure.
 export function barOf(value) {
   if (typeof value !== 'number') return '-';
-  const node = make('span', 'bar-cell');
-  const bar = make('span', value >= kFull ? 'bar is-full' : value >= kNearlyFull ? 'bar is-nearly-full' : 'bar');
-  const fill = make('span', 'bar-fill');
+  const node = make('span', 'meter');
+  const bar = make('span', 'meter-track');
+  const fill = make('span', value >= kFull ? 'meter-fill is-full' : value >= kNearlyFull ? 'meter-fill is-high' : 'meter-fill');
   fill.style.inlineSize = `${Math.max(0, Math.min(100, value))}%`;
   bar.append(fill);
-  node.append(bar, make('span', 'bar-value', percent(value)));
+  node.append(bar, make('span', 'meter-value', percent(value)));
   return node;
 }
 

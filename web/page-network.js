@@ -53,7 +53,7 @@ function sockets(main) {
   const abort = new AbortController();
   const part = make('section', 'part');
   const head = make('div', 'part-head');
-  const time = make('span', 'as-of');
+  const time = make('span', 'dim');
   head.append(make('h2', 'part-title', 'Sockets'), time);
   part.append(head);
   part.setAttribute('aria-label', 'Sockets');

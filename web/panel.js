@@ -20,7 +20,9 @@ export function panel(parent, { title, onClose }) {
   aside.append(head, body);
   parent.append(aside);
   const escape = (event) => {
-    if (event.key === 'Escape' && !event.defaultPrevented) onClose();
+    if (event.key !== 'Escape' || event.defaultPrevented) return;
+    event.preventDefault();
+    onClose();
   };
   document.addEventListener('keydown', escape);
   heading.focus({ preventScroll: innerWidth > 900 });
@@ -44,10 +46,10 @@ export function figures(parent, schema, row, { hide = [], only = null } = {}) {
     if (!list || (field.group ?? '') !== group) {
       group = field.group ?? '';
       if (group) parent.append(make('h3', 'group', group));
-      list = make('dl', 'figures');
+      list = make('dl', 'facts');
       parent.append(list);
     }
-    const pair = make('div', field.type.startsWith('char[') ? 'figure is-text' : 'figure');
+    const pair = make('div', field.type.startsWith('char[') ? 'fact is-text' : 'fact');
     const name = make('dt', '', field.label);
     if (field.help) name.title = field.help;
     const value = make('dd');
@@ -71,7 +73,7 @@ export function write(node, shown) {
 /// What stands in place of a record's rows when asking for them failed.
 export function failure(parent, record, error) {
   if (error.name === 'AbortError' || error.status === 401) return null;
-  const note = make('div', 'notice');
+  const note = make('div', 'note');
   note.setAttribute('role', 'status');
   if (error.code === 'not-scheduled') {
     note.append(make('p', '', `No schedule collects ${record}, so there is nothing to show yet. This collects it each minute:`));

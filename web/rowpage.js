@@ -40,6 +40,7 @@ class RowPart {
     this.list = make('div', 'list');
     this.split.append(this.list);
     this.root.append(this.head, this.split);
+    this.root.classList.toggle('is-tree', Boolean(options.arrange));
     parent.append(this.root);
   }
 
@@ -60,14 +61,15 @@ class RowPart {
   build() {
     const { options, schema } = this;
     const columns = options.columns.map((one) => (typeof one === 'string' ? columnOf(schema, one) : columnOf(schema, one.label, one)));
-    this.count = make('span', 'count');
-    this.time = make('span', 'as-of');
+    this.count = make('span', 'dim');
+    this.time = make('span', 'dim');
     this.head.append(this.count, this.time);
     if (options.before) options.before(this.head, () => this.draw());
     this.head.append(csvButton(options.record, () => ({ labels: schema.fields.map((field) => field.label), rows: this.table.shown().filter((row) => !row.isGroup) })));
     this.table = table(this.list, {
-      columns, rows: [], keyOf: (row) => this.keyOf(row), sort: options.sort, filter: options.filter, caption: options.caption ?? options.title,
+      columns, rows: [], keyOf: (row) => this.keyOf(row), sort: state.choice[`${options.choice}-sort`] ?? options.sort, filter: options.filter, text: state.choice[`${options.choice}-filter`], caption: options.caption ?? options.title,
       empty: options.empty, arrange: options.arrange, onToggle: options.onToggle, onOpen: (row, key) => choose(options.choice, key),
+      onSort: (sort) => choose(`${options.choice}-sort`, sort, { replace: true }), onFilter: (text) => choose(`${options.choice}-filter`, text, { replace: true }),
     });
     this.stopListening = onChange((now, before) => {
       if (now.page !== before.page || now.at !== before.at) return;
@@ -126,7 +128,7 @@ class RowPart {
     const title = (row && this.options.titleOf?.(row)) ?? key;
     this.panel = panel(this.split, { title, onClose: () => choose(this.options.choice, null) });
     if (row) this.fillPanel(row);
-    else this.panel.body.append(make('p', 'notice', 'It is not among these rows; it may be gone, or be known only at other times.'));
+    else this.panel.body.append(make('p', 'note', 'It is not among these rows; it may be gone, or be known only at other times.'));
   }
 
   fillPanel(row) {
@@ -154,6 +156,7 @@ class RowPart {
     this.stopFollowing?.();
     this.stopListening?.();
     this.closePanel();
+    this.table?.destroy();
     this.root.remove();
   }
 }

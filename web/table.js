@@ -6,10 +6,10 @@ const kMostRows = 400;
 /// options: columns [{label, heading, help, format(value, row), value(row), title(row), isNumeric, width, opens}], rows, keyOf(row),
 /// onOpen(row, key), sort ("-Label" descending), filter (true, or the field's name for screen readers), caption, empty (what stands
 /// there without rows), arrange(rows, compare, isChosen, isFiltered) -> [{row, key, depth, children, isOpen, isGroup}],
-/// onToggle(key), onSort(sort). `format` gives a text or a node; nothing is shown as "-".
+/// onToggle(key), onSort(sort), text and onFilter(text) of the filter. `format` gives a text or a node; nothing is shown as "-".
 export function table(parent, options) {
   const self = {
-    options, rows: options.rows ?? [], sort: options.sort ?? '', text: '', most: kMostRows, lines: new Map(), active: null, selected: null,
+    options, rows: options.rows ?? [], sort: options.sort ?? '', text: folded(options.text), most: kMostRows, lines: new Map(), active: null, selected: null,
   };
   build(self, parent);
   draw(self);
@@ -30,10 +30,13 @@ export function table(parent, options) {
     shown: () => self.shown,
     columns: () => self.options.columns,
     destroy() {
+      clearTimeout(self.timer);
       self.root.remove();
     },
   };
 }
+
+const folded = (text) => (text ?? '').trim().toLocaleLowerCase();
 
 /// An element with a class and a text.
 export function make(name, className, text) {
@@ -80,10 +83,14 @@ function filterField(self) {
   input.placeholder = name;
   input.setAttribute('aria-label', name);
   input.spellcheck = false;
+  input.value = self.options.text ?? '';
   input.addEventListener('input', () => {
-    self.text = input.value.trim().toLocaleLowerCase();
+    self.text = folded(input.value);
     self.most = kMostRows;
     draw(self);
+    // An address for each letter would be more than browsers allow.
+    clearTimeout(self.timer);
+    self.timer = setTimeout(() => self.options.onFilter?.(input.value.trim()), 400);
   });
   return input;
 }
