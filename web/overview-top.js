@@ -1,0 +1,100 @@
+// The processes that use the processors most: what they used between two looks.
+import { rows, schedules } from './api.js';
+import { card, element, reason } from './card.js';
+import { bytes, percent } from './format.js';
+import { link, state } from './state.js';
+import { table } from './table.js';
+
+const kPause = 5000;
+const kMost = 5;
+const kColumns = ['PID', 'Start Time', 'Name', 'User', 'User Seconds', 'System Seconds', 'Anonymous Bytes', 'File Bytes'];
+
+const keyOf = (row) => `${row.PID} ${row['Start Time']}`;
+const usedBy = (row) => row['User Seconds'] + row['System Seconds'];
+
+/// Rows of the second look with "CPU %", of one processor; a process that is new counts from its start.
+function compared(before, after) {
+  const seconds = after.time - before.time;
+  if (seconds <= 0) return [];
+  const known = new Map(before.rows.map((row) => [keyOf(row), usedBy(row)]));
+  const all = after.rows.map((row) => {
+    const isNew = !known.has(keyOf(row)) && row['Start Time'] >= before.time;
+    const used = known.has(keyOf(row)) || isNew ? usedBy(row) - (known.get(keyOf(row)) ?? 0) : null;
+    const size = row['Anonymous Bytes'] === null ? null : row['Anonymous Bytes'] + (row['File Bytes'] ?? 0);
+    return { ...row, cpu: used === null || used < 0 ? null : (used / seconds) * 100, size };
+  });
+  return all.filter((row) => row.cpu !== null).sort((a, b) => b.cpu - a.cpu).slice(0, kMost);
+}
+
+function build(parent) {
+  const { body, head, section } = card(parent, 'Processes by processor time', 'processes');
+  const note = element(head, 'span', 'chart-note', 'between two looks, 100 % is one processor');
+  const list = table(body, {
+    caption: 'Processes that use the processors most',
+    empty: 'Waiting for the second look',
+    columns: [
+      { label: 'Name', heading: 'Program', opens: true },
+      { label: 'PID', isNumeric: true },
+      { label: 'User' },
+      { label: 'cpu', heading: 'CPU %', isNumeric: true, format: percent },
+      { label: 'size', heading: 'Memory', isNumeric: true, format: bytes, help: 'Anonymous Bytes and File Bytes' },
+    ],
+    rows: [],
+    keyOf,
+    sort: '-cpu',
+    onOpen: (row) => {
+      location.hash = link({ page: 'processes', choice: { pid: row.PID, start: row['Start Time'] } });
+    },
+  });
+  return { list, note, section };
+}
+
+export function topProcesses(parent) {
+  const { list, note, section } = build(parent);
+  const abort = new AbortController();
+  const { signal } = abort;
+  let timer = 0;
+  const fail = (error) => {
+    const why = reason('PDX', error);
+    if (why) note.textContent = why;
+  };
+  let before = null;
+  const look = async () => {
+    clearTimeout(timer);
+    if (document.hidden || signal.aborted) return;
+    try {
+      const after = await rows('PDX', { live: true, columns: kColumns, signal });
+      if (before) list.update(compared(before, after));
+      before = after;
+    } catch (error) {
+      fail(error);
+    }
+    // The second look comes soon, as the first alone tells nothing.
+    if (!signal.aborted) timer = setTimeout(look, list.shown().length ? kPause : 1500);
+  };
+  const seen = () => {
+    before = null;
+    look();
+  };
+  if (state.at === null) {
+    document.addEventListener('visibilitychange', seen);
+    look();
+  } else {
+    lookBack(signal).then((found) => list.update(found, { empty: 'No two kept looks around this time' }), fail);
+  }
+  return () => {
+    document.removeEventListener('visibilitychange', seen);
+    abort.abort();
+    clearTimeout(timer);
+    list.destroy();
+    section.remove();
+  };
+}
+
+/// The kept rows nearest to the page's time, compared with those of the run before.
+async function lookBack(signal) {
+  const after = await rows('PDX', { columns: kColumns, signal });
+  const seconds = (await schedules()).get('PDX') ?? 60;
+  const before = await rows('PDX', { at: after.time - seconds, columns: kColumns, signal });
+  return after.time && before.time ? compared(before, after) : [];
+}
