@@ -112,12 +112,12 @@ export async function rows(record, { live = false, at = state.at, signal, ...cho
 }
 
 async function rowsAt(record, at, chosen, signal) {
-  const found = await history(record, { at, ...chosen, signal });
+  const found = await keptRows(record, { at, ...chosen, signal });
   return { time: found.length ? found[0]['Record Time'] : 0, rows: found, total: found.length };
 }
 
 /// Kept rows, page after page, at most `limit` of them.
-export async function history(record, { since, until, at, limit = 10000, sort, signal, ...chosen } = {}) {
+export async function keptRows(record, { since, until, at, limit = 10000, sort, signal, ...chosen } = {}) {
   const all = [];
   let after;
   do {

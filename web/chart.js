@@ -12,6 +12,7 @@ const kMostLegend = 12;
 const kColours = 8;
 const kSummaryPause = 10000;
 const charts = new Set();
+let isPrepared = false;
 const colourSchemes = matchMedia('(prefers-color-scheme: dark)');
 
 function element(name, className, parent, text) {
@@ -24,6 +25,12 @@ function element(name, className, parent, text) {
 
 const variable = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 
+/// Takes away the plugins that write texts as markup or set style attributes, which the page's policy forbids.
+function prepare() {
+  if (!isPrepared) Dygraph.PLUGINS = [Dygraph.Plugins.Axes, Dygraph.Plugins.Grid];
+  isPrepared = true;
+}
+
 /// One crosshair for all charts; null takes it away.
 function pointAt(time) {
   for (const one of charts) one.point(time);
@@ -32,6 +39,7 @@ function pointAt(time) {
 class Chart {
   constructor(parent, { title, unit = 'number', lines, stacked = false, height = 160, max, note }) {
     Object.assign(this, { title, unit, lines, stacked, max });
+    prepare();
     this.series = [];
     this.figure = element('figure', 'chart', parent);
     const head = element('figcaption', 'chart-head', this.figure);
@@ -120,26 +128,27 @@ class Chart {
     this.series = [];
     this.omitted = 0;
     for (const { lines, answer } of answers) {
+      const isSeveral = answer.series.length > 1;
       this.omitted = Math.max(this.omitted, answer.omitted ?? 0);
       const found = answer.series.length ? answer.series : [{ key: {}, points: {} }];
-      for (const { key, points: byLabel } of found) for (const line of lines) this.addSeries(line, key, byLabel[line.label] ?? [], answer.seconds);
+      for (const { key, points: byLabel } of found) for (const line of lines) this.addSeries(line, key, byLabel[line.label] ?? [], answer.seconds, isSeveral);
     }
   }
 
-  addSeries(line, key, buckets, seconds) {
+  addSeries(line, key, buckets, seconds, isSeveral) {
     const { unit, scale } = unitOf({ label: line.label });
     const toUnit = line.transform ?? (unit === this.unit && scale !== 1 ? (v) => v * scale : (v) => v);
     const one = new Series(seconds, (v) => (v === null ? null : toUnit(v)));
     one.line = line;
     one.key = key;
-    one.name = this.nameOf(line, key);
+    one.name = this.nameOf(line, key, isSeveral);
     one.load(buckets);
     this.series.push(one);
   }
 
-  nameOf(line, key) {
+  nameOf(line, key, isSeveral) {
     const keyText = Object.values(key).join(' ');
-    if (!keyText || line.where) return line.name ?? (keyText || line.label);
+    if (!keyText || !isSeveral) return line.name ?? (this.lines.length > 1 || !keyText ? line.label : keyText);
     return line.name || this.lines.length > 1 ? `${keyText} ${line.name ?? line.label}` : keyText;
   }
 
@@ -183,7 +192,7 @@ class Chart {
   }
 
   draw(isNew) {
-    const data = merge(this.series, !this.stacked);
+    const data = merge(this.drawn(), !this.stacked);
     if (!data.length) {
       this.graph?.destroy();
       this.graph = null;
@@ -203,11 +212,15 @@ class Chart {
     this.summarize();
   }
 
+  /// Dygraph puts the last one at the bottom of a stack; the legend's first belongs there.
+  drawn() {
+    return this.stacked ? [...this.series].reverse() : this.series;
+  }
+
   options(dateWindow) {
-    const colours = this.series.map((_, place) => variable(`--c${place % kColours}`));
+    const colours = this.drawn().map((one) => variable(`--c${this.series.indexOf(one) % kColours}`));
     return {
       labels: ['t', ...this.series.map((_, place) => `s${place}`)],
-      legend: 'never',
       interactionModel: {},
       dateWindow,
       colors: colours,
@@ -218,14 +231,14 @@ class Chart {
       fillAlpha: this.stacked ? 0.55 : 0.18,
       strokeWidth: this.stacked ? 0.8 : 1.4,
       includeZero: true,
-      valueRange: this.max ? [0, this.max] : undefined,
+      // A little room, so that the label of the greatest value is not cut.
+      valueRange: this.max ? [0, this.max * 1.06] : undefined,
       rightGap: 4,
       gridLineColor: variable('--grid'),
       axisLineColor: variable('--grid'),
       axisLabelFontSize: 11,
       labelsKMG2: this.unit.startsWith('bytes'),
       highlightCircleSize: 0,
-      showLabelsOnHighlight: false,
       axes: {
         y: { axisLabelWidth: 66, pixelsPerLabel: 28, axisLabelFormatter: (v) => inUnit(this.unit, v) },
         x: { pixelsPerLabel: 76 },

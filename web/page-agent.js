@@ -1,5 +1,5 @@
 // How the agent itself is doing: its schedules, what they cost, its history, its messages, and the gate.
-import { ask, status } from './api.js';
+import { ask, keptRows, status } from './api.js';
 import { card, element, reason } from './card.js';
 import { follow } from './events.js';
 import { bytes, duration, number, timeNode } from './format.js';
@@ -30,6 +30,7 @@ function schedulesTable(parent) {
       { label: 'rows', heading: 'Rows', isNumeric: true, format: number, help: 'Of the last run' },
       { label: 'skipped', heading: 'Left out', isNumeric: true, format: number, help: 'Times that were left out because the batch before was not done' },
       { label: 'last_time', heading: 'Last run', format: (t) => (t ? timeNode(t) : '-') },
+      { label: 'kept', heading: 'Kept since', format: (t) => (t ? timeNode(t) : '-'), help: 'The oldest rows of the history' },
     ],
     rows: [],
     keyOf: (row) => `${row.category} ${row.record}`,
@@ -46,7 +47,9 @@ function categories(figures) {
     if (!all.has(match[1])) all.set(match[1], { category: match[1].replaceAll('_', ' ') });
     all.get(match[1])[match[2]] = value;
   }
-  return [...all.values()].filter((row) => row.seconds !== undefined);
+  const found = [...all.values()].filter((row) => row.seconds !== undefined);
+  // A category that nothing has asked for yet took no time, which is not the same as a quick one.
+  return found.map((row) => (row.seconds === 0 ? { ...row, seconds: null, entities: null } : row));
 }
 
 function categoriesTable(parent) {
@@ -54,15 +57,15 @@ function categoriesTable(parent) {
     caption: 'Categories of figures',
     columns: [
       { label: 'category', heading: 'Category' },
-      { label: 'seconds', heading: 'Last took', isNumeric: true, format: duration, help: 'How long the last collection took; 0 if there was none' },
+      { label: 'seconds', heading: 'Last took', isNumeric: true, format: duration, help: 'How long the last collection took' },
       { label: 'entities', heading: 'Rows', isNumeric: true, format: number, help: 'Held after the last collection' },
       { label: 'errors', heading: 'Errors', isNumeric: true, format: number, help: 'Failed collections since the agent started' },
-      { label: 'failed', heading: 'Last', format: (v) => (v ? 'failed' : 'good') },
+      { label: 'failed', heading: 'Last', format: (v, row) => (v ? 'failed' : row.seconds ? 'good' : '-') },
       { label: 'supported', heading: 'On this host', format: (v) => (v ? 'yes' : 'no') },
     ],
     rows: [],
     keyOf: (row) => row.category,
-    sort: '-errors',
+    sort: '-seconds',
     filter: 'Filter categories',
   });
 }
@@ -93,8 +96,22 @@ function figureText({ name, value }) {
   return number(value);
 }
 
+/// How far back each record goes is asked once, as only the oldest rows go.
+function drawSchedules(schedules, parts) {
+  const draw = () => parts.schedules.update(schedules.map((one) => ({ ...one, kept: parts.oldest.get(one.record) ?? null })));
+  draw();
+  for (const { record } of schedules) {
+    if (parts.oldest.has(record)) continue;
+    parts.oldest.set(record, null);
+    keptRows(record, { columns: ['Record Time'], limit: 1, signal: parts.signal }).then(([row]) => {
+      parts.oldest.set(record, row?.['Record Time'] ?? null);
+      draw();
+    }, () => {});
+  }
+}
+
 function drawStatus(told, parts) {
-  parts.schedules.update(told.schedules);
+  drawSchedules(told.schedules, parts);
   parts.categories.update(categories(told.figures));
   parts.self.replaceChildren();
   const batch = told.last_batch;
@@ -106,10 +123,10 @@ function drawStatus(told, parts) {
     ['Host profile', told.facts?.host_profile],
     ['Last batch', batch ? `${duration(batch.age_seconds)} ago, took ${duration(batch.duration_seconds)}, ${number(batch.records)} records, ${number(batch.errors)} errors` : 'none yet'],
   ]);
-  parts.history.replaceChildren();
   const found = told.figures.filter((one) => isHistory(one.name));
-  if (!found.length) element(parts.history, 'p', 'note', 'The agent tells no figures of its history.');
-  pairs(parts.history, found.map((one) => [one.help || one.name, figureText(one)]));
+  parts.history.section.hidden = !found.length;
+  parts.history.body.replaceChildren();
+  pairs(parts.history.body, found.map((one) => [one.help || one.name, figureText(one)]));
 }
 
 /// The gate's answer as names and values, whatever it holds.
@@ -125,17 +142,26 @@ function drawGate(told, parent) {
 }
 
 export function show(main) {
-  const agent = card(main, 'Agent');
-  const schedules = card(main, 'Schedules');
-  const history = card(main, 'History');
-  const collections = card(main, 'Collections');
+  const top = element(main, 'div', 'charts');
+  const agent = card(top, 'Agent');
+  const gate = card(top, 'Gate');
+  const history = card(top, 'History');
+  const tables = element(main, 'div', 'charts');
+  const schedules = card(tables, 'Schedules');
+  const collections = card(tables, 'Collections');
   const messages = card(main, 'Messages');
-  const gate = card(main, 'Gate');
-  if (state.at !== null) element(agent.head, 'span', 'chart-note', 'The agent tells of itself as it is now, not of the time above.');
-  const parts = { self: agent.body, history: history.body, schedules: schedulesTable(schedules.body), categories: categoriesTable(collections.body) };
-  const log = messagesTable(messages.body);
+  if (state.at !== null) element(agent.head, 'span', 'chart-note', 'as it is now, not at the time above');
   const abort = new AbortController();
   const { signal } = abort;
+  const parts = {
+    self: agent.body,
+    history,
+    schedules: schedulesTable(schedules.body),
+    categories: categoriesTable(collections.body),
+    oldest: new Map(),
+    signal,
+  };
+  const log = messagesTable(messages.body);
   const failed = (parent) => (error) => {
     const why = reason('', error);
     if (!why) return;

@@ -1,5 +1,5 @@
 // Any record, any of its fields, any rows: as charts or as a table, and as CSV.
-import { history, records, rows, schedules, schema } from './api.js';
+import { keptRows, records, rows, schedules, schema } from './api.js';
 import { element, reason } from './card.js';
 import { chart } from './chart.js';
 import { csvButton } from './csv.js';
@@ -31,6 +31,8 @@ function chosenFields(layout, view) {
   const keys = possible.filter((field) => field.meaning === 'key');
   return usual.length ? usual : [...new Set([...keys, ...possible.filter((field) => field.source !== false)])].slice(0, kFirstFields);
 }
+
+const rowCount = (found) => `${found.length} ${found.length === 1 ? 'row' : 'rows'}`;
 
 function labelled(parent, text, node) {
   const label = element(parent, 'label', '', text);
@@ -158,7 +160,9 @@ class Records {
     if (!fields.length) element(this.body, 'p', 'note', `${this.record} has no figures that a chart could draw.`);
   }
 
-  makeTable(fields, sort, keyOf) {
+  /// The time heads each row, as a record of one row has no key.
+  makeTable(chosen, sort, keyOf) {
+    const fields = [this.layout.fields.find((field) => field.label === 'Record Time'), ...chosen];
     const head = element(this.body, 'div', 'part-head');
     const count = element(head, 'span', 'dim');
     const columns = fields.map((field) => ({
@@ -168,7 +172,7 @@ class Records {
       format: (value) => (field.meaning === 'time' && value ? timeNode(value) : valueOf(field, value)),
     }));
     const list = table(this.body, { columns, rows: [], sort, filter: 'Filter rows', caption: `Rows of ${this.record}`, keyOf });
-    const labels = ['Record Time', ...fields.map((field) => field.label).filter((label) => label !== 'Record Time')];
+    const labels = fields.map((field) => field.label);
     head.append(csvButton(this.record, () => ({ labels, rows: list.shown() })));
     this.stops.push(() => list.destroy());
     return { count, list };
@@ -178,7 +182,7 @@ class Records {
     const { count, list } = this.makeTable(fields, '', this.keyByRow());
     const take = (time, found) => {
       list.update(found);
-      if (time) count.replaceChildren(`${found.length} rows of `, timeNode(time));
+      if (time) count.replaceChildren(`${rowCount(found)} of `, timeNode(time));
     };
     const ask = async () => {
       const told = await rows(this.record, { columns: this.columnsOf(fields), where, signal });
@@ -204,14 +208,13 @@ class Records {
   }
 
   async drawKept(fields, where, signal) {
-    const time = this.layout.fields.find((field) => field.label === 'Record Time');
-    const { count, list } = this.makeTable([time, ...fields], '-Record Time', this.keyByRow());
+    const { count, list } = this.makeTable(fields, '-Record Time', this.keyByRow());
     const { since, until } = state.range;
     list.update([], { empty: 'No rows are kept in this range.' });
-    const found = await history(this.record, { since, until, columns: this.columnsOf(fields), where, sort: '-Record Time', limit: kMostKept, signal });
+    const found = await keptRows(this.record, { since, until, columns: this.columnsOf(fields), where, sort: '-Record Time', limit: kMostKept, signal });
     if (signal.aborted) return;
     list.update(found);
-    count.textContent = found.length >= kMostKept ? `The newest ${found.length} rows of the range` : `${found.length} rows`;
+    count.textContent = found.length >= kMostKept ? `The newest ${found.length} rows of the range` : rowCount(found);
   }
 
   leave() {
