@@ -2,7 +2,7 @@
 // one range. Dygraph draws; it gets names of our own (s0, s1, ...), as text of a host must never become markup.
 import { points, schedules } from './api.js';
 import { follow } from './events.js';
-import { inUnit, timeText, unitOf } from './format.js';
+import { inUnit, timeNode, unitOf } from './format.js';
 import { Series, merge } from './series.js';
 import { go, onChange, state } from './state.js';
 
@@ -104,6 +104,7 @@ class Chart {
     this.abort = new AbortController();
     const { signal } = this.abort;
     this.stopFollowing();
+    this.point(null);
     const { since, until } = state.range;
     const count = Math.max(30, Math.min(kMostPoints, Math.floor(this.frame.clientWidth || 300)));
     try {
@@ -208,7 +209,7 @@ class Chart {
       this.graph = new Dygraph(this.area, data, this.options(window));
     }
     this.placeMark();
-    this.showLegend(this.pointed ?? null);
+    this.point(this.pointed ?? null);
     this.summarize();
   }
 
@@ -256,8 +257,8 @@ class Chart {
       item.children[2].textContent = inUnit(this.unit, found >= 0 ? one.values[found][1] : null);
     });
     const more = this.series.length - kMostLegend + (this.omitted ?? 0);
-    if (more > 0) this.clock.textContent = `and ${more} more`;
-    if (time !== null || more <= 0) this.clock.textContent = time === null ? '' : timeText(Math.round(time));
+    if (time !== null) this.clock.replaceChildren(timeNode(Math.round(time)));
+    else this.clock.textContent = more > 0 ? `and ${more} more` : '';
   }
 
   legendItem(place) {
@@ -370,17 +371,25 @@ class Chart {
   }
 }
 
-/// Whether a row meets "LABEL OP VALUE"; patterns (~) are left to the history.
+/// Whether a row meets "LABEL OP VALUE", as the daemon understands it.
 function meets(text, row) {
-  const match = /^(.*?)\s*(!=|<=|>=|=|<|>)\s*(.*)$/.exec(text);
+  const match = /^(.*?)\s*(!=|<=|>=|=|<|>|~)\s*(.*)$/.exec(text);
   if (!match) return true;
   const [, label, op, value] = match;
   const found = row[label];
-  if (op === '=') return String(found) === value;
-  if (op === '!=') return String(found) !== value;
+  if (op === '~') return patternOf(value).test(String(found));
+  const isSame = typeof found === 'number' ? found === Number(value) : String(found) === value;
+  if (op === '=') return isSame;
+  if (op === '!=') return !isSame;
   if (found === null || found === undefined) return false;
   const [a, b] = [Number(found), Number(value)];
   return { '<': a < b, '<=': a <= b, '>': a > b, '>=': a >= b }[op];
+}
+
+/// A shell's pattern of * and ?; anything else stands for itself.
+function patternOf(text) {
+  const escaped = text.replace(/[\\^$.|+()[\]{}]/g, '\\$&');
+  return new RegExp(`^${escaped.replaceAll('*', '.*').replaceAll('?', '.')}$`, 's');
 }
 
 /// Puts a chart below `parent`. `unit` is 'percent', 'bytes', 'bytes/s', '/s', 'duration' or 'number'; each line is {record, label, name,

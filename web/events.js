@@ -70,7 +70,11 @@ async function run(stream) {
     await read(stream);
     fail(stream, 'the gate ended the stream');
   } catch (error) {
-    if (error.status === 401) return;
+    // The sign-in panel stands there; the page's followers begin anew after it.
+    if (error.status === 401) {
+      if (stream === current) current = null;
+      return;
+    }
     fail(stream, error.message);
   }
 }
@@ -89,7 +93,7 @@ async function read(stream) {
   let silence = 0;
   const watch = () => {
     clearTimeout(silence);
-    silence = setTimeout(() => stream.abort.abort(), kSilence);
+    silence = setTimeout(() => stream.abort.abort(new Error(`nothing came for ${kSilence / 1000} s`)), kSilence);
   };
   watch();
   try {

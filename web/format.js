@@ -34,7 +34,7 @@ export function bytes(v) {
     size /= 1024;
     unit += 1;
   }
-  return `${unit === 0 ? fixed(size, 0) : short(size)} ${kUnits[unit]}`;
+  return `${short(size)} ${kUnits[unit]}`;
 }
 
 /// A figure a second; `unit` 'bytes' tells bytes.
@@ -57,8 +57,8 @@ export function duration(s) {
   const whole = Math.floor(s);
   const [days, hours, minutes, seconds] = [Math.floor(whole / 86400), Math.floor(whole / 3600) % 24, Math.floor(whole / 60) % 60, whole % 60];
   if (days) return `${fixed(days, 0)} d ${hours} h`;
-  if (hours) return `${hours} h ${minutes} min`;
-  return `${minutes} min ${seconds} s`;
+  if (hours) return minutes ? `${hours} h ${minutes} min` : `${hours} h`;
+  return seconds ? `${minutes} min ${seconds} s` : `${minutes} min`;
 }
 
 const dateTime = new Intl.DateTimeFormat(undefined, { dateStyle: 'medium', timeStyle: 'medium' });

@@ -61,7 +61,7 @@ export function figuresOfNow(parent) {
   });
   const take = (record, time, found) => {
     for (const { figure, value } of places) if (figure.record === record) put(value, figure, time, found);
-    if (record === 'PI' && time) asOf.replaceChildren('Newest figures of ', timeNode(time));
+    if (record === 'PI' && time) asOf.replaceChildren(state.at === null ? 'Newest figures of ' : 'Figures of ', timeNode(time));
   };
   const fail = (record) => (error) => {
     const why = reason(record, error);
@@ -84,6 +84,8 @@ function put(value, figure, time, found) {
   value.dataset.time = String(time);
 }
 
+const noRows = () => (state.at === null ? 'There are no rows yet.' : 'No rows are kept around this time.');
+
 export function fileSystems(parent) {
   const { body, section } = card(parent, 'File systems', 'filesystems');
   const list = element(body, 'div', 'bars');
@@ -94,7 +96,7 @@ export function fileSystems(parent) {
     shown.sort((a, b) => b['Mbytes in Use %'] - a['Mbytes in Use %']);
     list.replaceChildren();
     for (const row of shown.slice(0, kMostBars)) bar(list, row, time);
-    note.textContent = shown.length > kMostBars ? `and ${shown.length - kMostBars} more` : time ? '' : 'No rows yet.';
+    note.textContent = shown.length > kMostBars ? `and ${shown.length - kMostBars} more` : time ? '' : noRows();
   };
   const stop = newest('FSL', { columns }, take, (error) => {
     note.textContent = reason('FSL', error) ?? '';
@@ -124,7 +126,7 @@ export function applications(parent) {
     found.sort((a, b) => order(a) - order(b));
     list.replaceChildren();
     for (const row of found.slice(0, kMostBars)) verdict(list, row, time);
-    note.textContent = found.length ? '' : time ? 'No application is monitored.' : 'No rows yet.';
+    note.textContent = found.length ? '' : time ? 'No application is monitored.' : noRows();
     if (found.length > kMostBars) note.textContent = `and ${found.length - kMostBars} more`;
   };
   const stop = newest('APP', { columns: ['Application Name', 'Application Status'] }, take, (error) => {

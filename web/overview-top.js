@@ -2,25 +2,24 @@
 import { rows, schedules } from './api.js';
 import { card, element, reason } from './card.js';
 import { bytes, percent } from './format.js';
+import { keyOf, sum } from './looks.js';
 import { link, state } from './state.js';
 import { table } from './table.js';
 
 const kPause = 5000;
 const kMost = 5;
-const kColumns = ['PID', 'Start Time', 'Name', 'User', 'User Seconds', 'System Seconds', 'Anonymous Bytes', 'File Bytes'];
+const kColumns = ['PID', 'Start Time', 'Name', 'User', 'User Seconds', 'System Seconds', 'Anonymous Bytes', 'File Bytes', 'Shared Bytes'];
 
-const keyOf = (row) => `${row.PID} ${row['Start Time']}`;
 const usedBy = (row) => row['User Seconds'] + row['System Seconds'];
 
 /// Rows of the second look with "CPU %", of one processor; a process that is new counts from its start.
-function compared(before, after) {
-  const seconds = after.time - before.time;
+function compared(before, after, seconds) {
   if (seconds <= 0) return [];
   const known = new Map(before.rows.map((row) => [keyOf(row), usedBy(row)]));
   const all = after.rows.map((row) => {
     const isNew = !known.has(keyOf(row)) && row['Start Time'] >= before.time;
     const used = known.has(keyOf(row)) || isNew ? usedBy(row) - (known.get(keyOf(row)) ?? 0) : null;
-    const size = row['Anonymous Bytes'] === null ? null : row['Anonymous Bytes'] + (row['File Bytes'] ?? 0);
+    const size = sum(row['Anonymous Bytes'], row['File Bytes'], row['Shared Bytes']);
     return { ...row, cpu: used === null || used < 0 ? null : (used / seconds) * 100, size };
   });
   return all.filter((row) => row.cpu !== null).sort((a, b) => b.cpu - a.cpu).slice(0, kMost);
@@ -37,13 +36,13 @@ function build(parent) {
       { label: 'PID', isNumeric: true },
       { label: 'User' },
       { label: 'cpu', heading: 'CPU %', isNumeric: true, format: percent },
-      { label: 'size', heading: 'Memory', isNumeric: true, format: bytes, help: 'Anonymous Bytes and File Bytes' },
+      { label: 'size', heading: 'Memory', isNumeric: true, format: bytes, help: 'Anonymous Bytes, File Bytes and Shared Bytes' },
     ],
     rows: [],
     keyOf,
     sort: '-cpu',
     onOpen: (row) => {
-      location.hash = link({ page: 'processes', choice: { pid: row.PID, start: row['Start Time'] } });
+      location.hash = link({ page: 'processes', choice: { process: keyOf(row) } });
     },
   });
   return { list, note, section };
@@ -64,7 +63,9 @@ export function topProcesses(parent) {
     if (document.hidden || signal.aborted) return;
     try {
       const after = await rows('PDX', { live: true, columns: kColumns, signal });
-      if (before) list.update(compared(before, after));
+      // The answer's time is in whole seconds, too coarse for a short while.
+      after.clock = performance.now() / 1000;
+      if (before) list.update(compared(before, after, after.clock - before.clock));
       before = after;
     } catch (error) {
       fail(error);
@@ -96,5 +97,5 @@ async function lookBack(signal) {
   const after = await rows('PDX', { columns: kColumns, signal });
   const seconds = (await schedules()).get('PDX') ?? 60;
   const before = await rows('PDX', { at: after.time - seconds, columns: kColumns, signal });
-  return after.time && before.time ? compared(before, after) : [];
+  return after.time && before.time ? compared(before, after, after.time - before.time) : [];
 }

@@ -146,7 +146,7 @@ export function show(main) {
   const agent = card(top, 'Agent');
   const gate = card(top, 'Gate');
   const history = card(top, 'History');
-  const tables = element(main, 'div', 'charts');
+  const tables = element(main, 'div', 'charts is-wide');
   const schedules = card(tables, 'Schedules');
   const collections = card(tables, 'Collections');
   const messages = card(main, 'Messages');

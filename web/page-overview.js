@@ -68,7 +68,7 @@ export function show(main) {
       const made = chart(charts, { ...options, lines });
       stops.push(() => made.destroy());
     }
-    for (const make of [fileSystems, applications, topProcesses]) stops.push(make(charts));
+    for (const make of [fileSystems, topProcesses, applications]) stops.push(make(charts));
   });
   return () => {
     isLeft = true;
