@@ -22,9 +22,16 @@ export function show(main) {
     filter: 'Filter devices',
     empty: 'There are no block devices.',
     columns: [
-      { label: 'Device', opens: true, isNumeric: false }, 'Name', 'Kind', 'Model', 'Size Bytes', 'Read Bytes/sec', 'Write Bytes/sec', 'Reads/sec', 'Writes/sec',
-      'Avg Read Seconds', 'Avg Write Seconds', 'Avg Queue Length', 'In Use %', 'Errors',
+      { label: 'Device', opens: true, isNumeric: false }, 'Name', 'Kind', 'Model', { label: 'Size Bytes', heading: 'Size' }, { label: 'Read Bytes/sec', heading: 'Bytes read' }, { label: 'Write Bytes/sec', heading: 'Bytes written' },
+      { label: 'Reads/sec', heading: 'Reads' }, { label: 'Writes/sec', heading: 'Writes' }, { label: 'Avg Read Seconds', heading: 'Time of a read' }, { label: 'Avg Write Seconds', heading: 'Time of a write' },
+      { label: 'Avg Queue Length', heading: 'Under way' }, 'In Use %', 'Errors',
     ],
     charts,
+    allCharts: [
+      { title: 'Read', unit: 'bytes/s', lines: [{ label: 'Read Bytes/sec' }] },
+      { title: 'Written', unit: 'bytes/s', lines: [{ label: 'Write Bytes/sec' }] },
+      { title: 'In use', unit: 'percent', max: 100, lines: [{ label: 'In Use %' }] },
+      { title: 'Operations under way, mean', unit: 'number', lines: [{ label: 'Avg Queue Length' }] },
+    ],
   });
 }

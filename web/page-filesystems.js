@@ -43,5 +43,6 @@ export function show(main) {
       { label: 'File System Type', heading: 'Type' }, { label: 'Device Name', heading: 'Device' },
     ],
     charts,
+    allCharts: [{ title: 'Space in use', unit: 'percent', lines: [{ label: 'Mbytes in Use %' }] }, { title: 'Inodes in use', unit: 'percent', lines: [{ label: 'Total Inodes in Use %' }] }],
   });
 }

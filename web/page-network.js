@@ -10,11 +10,13 @@ import { make } from './table.js';
 
 export const title = 'Network';
 
-const interfaceCharts = () => [
+const interfaceCharts = (row) => kInterfaceCharts.filter((one) => !one.needs || row[one.needs] !== null);
+
+const kInterfaceCharts = [
   { title: 'Bytes', unit: 'bytes/s', lines: [{ label: 'Bytes In/sec', name: 'In' }, { label: 'Bytes Out/sec', name: 'Out' }] },
   { title: 'Packets', unit: '/s', lines: [{ label: 'Packets In/sec', name: 'In' }, { label: 'Packets Out/sec', name: 'Out' }] },
   { title: 'Errors and drops', unit: '/s', lines: [{ label: 'Errors In/sec', name: 'Errors in' }, { label: 'Drops In/sec', name: 'Drops in' }, { label: 'Errors Out/sec', name: 'Errors out' }, { label: 'Drops Out/sec', name: 'Drops out' }] },
-  { title: 'Of the link’s speed', unit: 'percent', lines: [{ label: 'Speed In %', name: 'In' }, { label: 'Speed Out %', name: 'Out' }] },
+  { needs: 'Speed Mbits', title: 'Of the link’s speed', unit: 'percent', lines: [{ label: 'Speed In %', name: 'In' }, { label: 'Speed Out %', name: 'Out' }] },
 ];
 
 const socketCharts = [
@@ -36,10 +38,15 @@ export function show(main) {
     sort: 'Interface',
     empty: 'There are no interfaces.',
     columns: [
-      { label: 'Interface', opens: true, isNumeric: false }, 'State', 'IP Address', 'IPv6 Address', { label: 'Speed Mbits', heading: 'Mbit/s' }, 'Bytes In/sec', 'Bytes Out/sec', 'Packets In/sec',
-      'Packets Out/sec', 'Errors In', 'Errors Out', 'Drops In', 'Drops Out', 'Speed In %', 'Speed Out %',
+      { label: 'Interface', opens: true, isNumeric: false }, 'State', 'IP Address', 'IPv6 Address', { label: 'Speed Mbits', heading: 'Mbit/s' }, { label: 'Bytes In/sec', heading: 'Bytes in' },
+      { label: 'Bytes Out/sec', heading: 'Bytes out' }, { label: 'Packets In/sec', heading: 'Packets in' }, { label: 'Packets Out/sec', heading: 'Packets out' }, { label: 'Errors In/sec', heading: 'Errors in' },
+      { label: 'Errors Out/sec', heading: 'Errors out' }, { label: 'Drops In/sec', heading: 'Drops in' }, { label: 'Drops Out/sec', heading: 'Drops out' }, { label: 'Speed In %', heading: 'In %' }, { label: 'Speed Out %', heading: 'Out %' },
     ],
     charts: interfaceCharts,
+    allCharts: [
+      { title: 'Bytes in', unit: 'bytes/s', lines: [{ label: 'Bytes In/sec' }] },
+      { title: 'Bytes out', unit: 'bytes/s', lines: [{ label: 'Bytes Out/sec' }] },
+    ],
   });
   const leaveSockets = sockets(main);
   return () => {

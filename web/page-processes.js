@@ -27,7 +27,7 @@ const kStates = { R: 'runs', S: 'sleeps', D: 'waits for a device', T: 'is stoppe
 
 const kColumns = [
   { label: 'Name', heading: 'Program', opens: true, format: (value, row) => (row.isGroup ? `${value} (${number(row.members)})` : value), title: (row) => (row.isGroup ? '' : row.Name) },
-  { label: 'PID', isNumeric: true, format: (value) => value ?? '' },
+  { label: 'PID', isNumeric: true, format: String },
   { label: 'User' },
   { label: 'State', heading: 'State', title: (row) => kStates[row.State], help: 'R runs, S sleeps, D waits for a device, T is stopped, Z has ended, I is an idle thread of the kernel.' },
   { label: 'CPU %', isNumeric: true, format: percent, help: 'Time of the processors between two looks, in percent of one.' },
@@ -36,7 +36,7 @@ const kColumns = [
   { label: 'Read Bytes/sec', heading: 'Read', isNumeric: true, format: (value) => rate(value, 'bytes'), help: 'Bytes fetched from storage between two looks, a second.' },
   { label: 'Write Bytes/sec', heading: 'Written', isNumeric: true, format: (value) => rate(value, 'bytes'), help: 'Bytes sent to storage between two looks, a second.' },
   { label: 'CPU Seconds', heading: 'CPU time', isNumeric: true, format: duration, help: 'Time of the processors since it was started.' },
-  { label: 'Start Time', heading: 'Started', isNumeric: true, format: (value) => (value ? timeText(value) : '') },
+  { label: 'Start Time', heading: 'Started', isNumeric: true, format: timeText },
   { label: 'Unit', title: (row) => row['Control Group'], help: 'The service or scope that it belongs to.' },
 ];
 
@@ -66,7 +66,7 @@ class Page {
     this.buildHead();
     const { choice } = state;
     this.table = table(this.list, {
-      columns: kColumns, rows: [], keyOf, caption: title, sort: choice.sort ?? '-CPU %', filter: 'Filter processes', text: choice.filter, empty: 'Looking.',
+      columns: kColumns, rows: [], keyOf, caption: title, sort: choice.sort ?? '-CPU %', filter: 'Filter processes', filterParent: this.filterPlace, text: choice.filter, empty: 'Looking.',
       arrange: (...all) => this.arrange(...all),
       onToggle: (key) => this.foldsOfView().toggle(key),
       onOpen: (row, key) => choose('process', key),
@@ -95,7 +95,8 @@ class Page {
     label.append(select);
     this.select = select;
     const labels = ['PID', 'Start Time', 'Name', 'User', 'State', 'Control Group', 'Unit', 'Workgroup', 'Parent PID', ...kSummed];
-    this.head.append(label, this.count, this.time, csvButton('processes', () => ({ labels, rows: this.table.shown().filter((row) => !row.isGroup) })));
+    this.filterPlace = make('span', 'filter-place');
+    this.head.append(label, this.filterPlace, this.count, this.time, csvButton('processes', () => ({ labels, rows: this.table.shown().filter((row) => !row.isGroup) })));
   }
 
   view() {
@@ -202,7 +203,7 @@ class Page {
 
 /// A group as a row: sums of what its members tell.
 function sumOf(members, name) {
-  const row = { isGroup: true, members: members.length, Name: name, PID: null };
+  const row = { isGroup: true, members: members.length, Name: name };
   for (const label of kSummed) row[label] = sum(...members.map((member) => member[label]));
   return row;
 }

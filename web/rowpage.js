@@ -17,8 +17,8 @@ export function columnOf(schema, label, more = {}) {
 }
 
 /// options: record, keys (labels that name a row), columns (labels, or {label, ...more} with members of table.js), choice (its name in the address),
-/// noun ("disk"), title (heading of the part, if the page has several), sort, charts(row, where) -> options of chart.js, arrange and
-/// onToggle as in table.js, empty, details(parent, row, schema) instead of all figures, titleOf(row).
+/// noun ("disk"), title (heading of the part, if the page has several), sort, charts(row) -> options of chart.js for the open row, allCharts:
+/// such options for all rows, arrange and onToggle as in table.js, filter, empty, details(parent, row, schema) instead of all figures, titleOf(row).
 /// Gives the function that takes it away.
 export function rowPage(parent, options) {
   const part = new RowPart(parent, options);
@@ -40,6 +40,8 @@ class RowPart {
     this.list = make('div', 'list');
     this.split.append(this.list);
     this.root.append(this.head, this.split);
+    this.below = make('div', 'charts');
+    this.root.append(this.below);
     this.root.classList.toggle('is-tree', Boolean(options.arrange));
     parent.append(this.root);
   }
@@ -64,10 +66,10 @@ class RowPart {
     this.count = make('span', 'dim');
     this.time = make('span', 'dim');
     this.head.append(this.count, this.time);
-    if (options.before) options.before(this.head, () => this.draw());
-    this.head.append(csvButton(options.record, () => ({ labels: schema.fields.map((field) => field.label), rows: this.table.shown().filter((row) => !row.isGroup) })));
+    this.filterPlace = make('span', 'filter-place');
+    this.head.append(this.filterPlace, csvButton(options.record, () => ({ labels: schema.fields.map((field) => field.label), rows: this.table.shown().filter((row) => !row.isGroup) })));
     this.table = table(this.list, {
-      columns, rows: [], keyOf: (row) => this.keyOf(row), sort: state.choice[`${options.choice}-sort`] ?? options.sort, filter: options.filter, text: state.choice[`${options.choice}-filter`], caption: options.caption ?? options.title,
+      columns, rows: [], keyOf: (row) => this.keyOf(row), sort: state.choice[`${options.choice}-sort`] ?? options.sort, filter: options.filter, filterParent: this.filterPlace, text: state.choice[`${options.choice}-filter`], caption: options.caption ?? options.title,
       empty: options.empty, arrange: options.arrange, onToggle: options.onToggle, onOpen: (row, key) => choose(options.choice, key),
       onSort: (sort) => choose(`${options.choice}-sort`, sort, { replace: true }), onFilter: (text) => choose(`${options.choice}-filter`, text, { replace: true }),
     });
@@ -120,6 +122,7 @@ class RowPart {
     this.key = key;
     this.table.select(key);
     this.root.classList.toggle('is-split', Boolean(key));
+    this.drawBelow(!key);
     if (!key) {
       if (before) this.table.focus(before);
       return;
@@ -131,13 +134,21 @@ class RowPart {
     else this.panel.body.append(make('p', 'note', 'It is not among these rows; it may be gone, or be known only at other times.'));
   }
 
+  /// Charts of all rows stand below the table as long as none is open.
+  drawBelow(isShown) {
+    if (!isShown || !this.rows.length) return;
+    for (const one of this.options.allCharts ?? []) {
+      this.charts.push(chart(this.below, { height: 150, ...one, lines: one.lines.map((line) => ({ record: this.options.record, ...line })) }));
+    }
+  }
+
   fillPanel(row) {
     const { body } = this.panel;
     body.replaceChildren();
     const where = this.options.keys.map((label) => `${label}=${row[label]}`);
     const box = make('div', 'panel-charts');
     body.append(box);
-    for (const one of this.options.charts(row, where)) {
+    for (const one of this.options.charts(row)) {
       this.charts.push(chart(box, { height: 120, ...one, lines: one.lines.map((line) => ({ record: this.options.record, where, by: [], ...line })) }));
     }
     this.figures = this.options.details ? this.options.details(body, row, this.schema) : figures(body, this.schema, row);

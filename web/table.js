@@ -4,7 +4,7 @@
 const kMostRows = 400;
 
 /// options: columns [{label, heading, help, format(value, row), value(row), title(row), isNumeric, width, opens}], rows, keyOf(row),
-/// onOpen(row, key), sort ("-Label" descending), filter (true, or the field's name for screen readers), caption, empty (what stands
+/// onOpen(row, key), sort ("-Label" descending), filter (true, or the field's name for screen readers) and where it stands (filterParent), caption, empty (what stands
 /// there without rows), arrange(rows, compare, isChosen, isFiltered) -> [{row, key, depth, children, isOpen, isGroup}],
 /// onToggle(key), onSort(sort), text and onFilter(text) of the filter. `format` gives a text or a node; nothing is shown as "-".
 export function table(parent, options) {
@@ -49,7 +49,7 @@ export function make(name, className, text) {
 function build(self, parent) {
   const { options } = self;
   self.root = make('div', 'table-frame');
-  if (options.filter) self.root.append(filterField(self));
+  if (options.filter) (options.filterParent ?? self.root).append(filterField(self));
   const box = make('div', 'table-box');
   // A box that scrolls must be reachable without a mouse.
   box.tabIndex = 0;
@@ -147,6 +147,8 @@ function isNothing(value) {
 
 function textIn(column, row) {
   const value = valueIn(column, row);
+  // A group has no such figure at all, which is not a figure without a source.
+  if (row.isGroup && value === undefined) return '';
   const shown = column.format ? column.format(value, row) : value;
   return isNothing(shown) ? '-' : shown;
 }
