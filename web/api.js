@@ -44,6 +44,10 @@ export function signInByPassword(user, password) {
   credentials = `Basic ${btoa(String.fromCharCode(...bytes))}`;
 }
 
+export function isSignedIn() {
+  return credentials !== '';
+}
+
 export function signOut() {
   sessionStorage.removeItem(kTokenName);
   credentials = '';

@@ -1,5 +1,5 @@
 // Starts the console: signs in, shows the page that the address names, and tells how the connection stands.
-import { onRefused, rows, signInByPassword, signInByToken, signOut, takeToken } from './api.js';
+import { isSignedIn, onRefused, rows, signInByPassword, signInByToken, signOut, takeToken } from './api.js';
 import { onConnection } from './events.js';
 import { link, onChange, start, state } from './state.js';
 import { timebar } from './timebar.js';
@@ -61,6 +61,7 @@ function drawMenu() {
 }
 
 async function show() {
+  if (part('sign-in').open) return;
   const mine = ++showing;
   const name = Object.hasOwn(kPages, state.page) ? state.page : 'overview';
   leavePage();
@@ -94,6 +95,7 @@ function changed(now, before) {
   if (now.page === before.page && now.at === before.at) return;
   show();
   if (now.page !== before.page) {
+    fold(false);
     scrollTo(0, 0);
     part('main').focus({ preventScroll: true });
   }
@@ -176,5 +178,5 @@ timebar(part('timebar'));
 onChange(changed);
 onConnection(tellConnection);
 onRefused(askSignIn);
-show();
-tellHost();
+if (isSignedIn()) signedIn();
+else askSignIn(null);

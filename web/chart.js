@@ -52,6 +52,7 @@ class Chart {
     this.frame.setAttribute('role', 'group');
     this.frame.setAttribute('aria-label', title);
     this.area = element('div', 'chart-area', this.frame);
+    this.area.setAttribute('aria-hidden', 'true');
     this.cross = element('div', 'chart-cross', this.frame);
     this.mark = element('div', 'chart-mark', this.frame);
     this.selection = element('div', 'chart-selection', this.frame);
@@ -121,7 +122,10 @@ class Chart {
       this.tellEmpty(signal);
       if (state.range.isLive) this.followRows();
     } catch (error) {
-      if (error.name !== 'AbortError') this.tell(error.code === 'no-history' ? 'The agent keeps no history.' : error.message);
+      if (error.name === 'AbortError' || error.status === 401) return;
+      this.tell(error.code === 'no-history' ? 'The agent keeps no history.' : error.message);
+      // Rows that come show that it can be asked again.
+      if (state.range.isLive && error.code !== 'no-history') this.stopRows = follow(this.records(), () => this.load(), { onGap: () => this.load() });
     }
   }
 
@@ -153,9 +157,12 @@ class Chart {
     return line.name || this.lines.length > 1 ? `${keyText} ${line.name ?? line.label}` : keyText;
   }
 
+  records() {
+    return [...new Set(this.lines.map((line) => line.record))];
+  }
+
   followRows() {
-    const records = [...new Set(this.lines.map((line) => line.record))];
-    this.stopRows = follow(records, (told) => this.addRows(told), { onGap: () => this.load() });
+    this.stopRows = follow(this.records(), (told) => this.addRows(told), { onGap: () => this.load() });
   }
 
   stopFollowing() {
@@ -239,6 +246,8 @@ class Chart {
       axisLineColor: variable('--grid'),
       axisLabelFontSize: 11,
       labelsKMG2: this.unit.startsWith('bytes'),
+      // A point that stands alone would hardly be seen.
+      pointSize: 2,
       highlightCircleSize: 0,
       axes: {
         y: { axisLabelWidth: 66, pixelsPerLabel: 28, axisLabelFormatter: (v) => inUnit(this.unit, v) },
@@ -247,8 +256,9 @@ class Chart {
     };
   }
 
-  /// The figures under the crosshair, or the newest ones.
-  showLegend(time) {
+  /// The figures under the crosshair, or at the page's time, or the newest ones.
+  showLegend(asked) {
+    const time = asked ?? state.at;
     while (this.legend.children.length > Math.min(this.series.length, kMostLegend)) this.legend.lastChild.remove();
     this.series.slice(0, kMostLegend).forEach((one, place) => {
       const item = this.legend.children[place] ?? this.legendItem(place);

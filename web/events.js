@@ -16,6 +16,7 @@ let lastId = '';
 let pause = kLeastPause;
 let timer = 0;
 let hiddenSince = 0;
+let isMissing = false;
 
 /// `fn({state, message})`: 'off', 'live', 'lost' (comes back by itself), 'gone' (the daemon) or 'missed' (rows can't be read back).
 export function onConnection(fn) {
@@ -82,6 +83,7 @@ async function run(stream) {
 function fail(stream, message) {
   if (stream !== current) return;
   current = null;
+  isMissing ||= !lastId;
   tellConnection('lost', message);
   plan(pause);
   pause = Math.min(pause * 2, kMostPause);
@@ -101,7 +103,7 @@ async function read(stream) {
     if (!answer.ok) throw await errorOf(answer);
     const reader = answer.body.pipeThrough(new TextDecoderStream()).getReader();
     const take = parser();
-    if (stream === current) tellConnection('live');
+    if (stream === current) connected();
     for (;;) {
       const { done, value } = await reader.read();
       if (done || stream !== current) return;
@@ -112,6 +114,13 @@ async function read(stream) {
   } finally {
     clearTimeout(silence);
   }
+}
+
+/// Without an id of a batch there was no place to go on from.
+function connected() {
+  tellConnection('live');
+  if (isMissing) tellGap();
+  isMissing = false;
 }
 
 /// Takes pieces of text/event-stream as they come and hands on whole events.

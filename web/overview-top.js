@@ -7,7 +7,9 @@ import { link, state } from './state.js';
 import { table } from './table.js';
 
 const kPause = 5000;
+const kFirstPause = 1500;
 const kMost = 5;
+const kNote = 'between two looks, 100 % is one processor';
 const kColumns = ['PID', 'Start Time', 'Name', 'User', 'User Seconds', 'System Seconds', 'Anonymous Bytes', 'File Bytes', 'Shared Bytes'];
 
 const usedBy = (row) => row['User Seconds'] + row['System Seconds'];
@@ -27,7 +29,7 @@ function compared(before, after, seconds) {
 
 function build(parent) {
   const { body, head, section } = card(parent, 'Processes by processor time', 'processes');
-  const note = element(head, 'span', 'chart-note', 'between two looks, 100 % is one processor');
+  const note = element(head, 'span', 'chart-note', kNote);
   const list = table(body, {
     caption: 'Processes that use the processors most',
     empty: 'Waiting for the second look',
@@ -61,17 +63,20 @@ export function topProcesses(parent) {
   const look = async () => {
     clearTimeout(timer);
     if (document.hidden || signal.aborted) return;
+    let pause = kPause;
     try {
       const after = await rows('PDX', { live: true, columns: kColumns, signal });
       // The answer's time is in whole seconds, too coarse for a short while.
       after.clock = performance.now() / 1000;
       if (before) list.update(compared(before, after, after.clock - before.clock));
+      // The second look comes soon, as the first alone tells nothing.
+      else pause = kFirstPause;
       before = after;
+      note.textContent = kNote;
     } catch (error) {
       fail(error);
     }
-    // The second look comes soon, as the first alone tells nothing.
-    if (!signal.aborted) timer = setTimeout(look, list.shown().length ? kPause : 1500);
+    if (!signal.aborted) timer = setTimeout(look, pause);
   };
   const seen = () => {
     before = null;

@@ -19,6 +19,7 @@ export class Series {
     this.times = [];
     this.values = [];
     this.last = new Map();
+    this.loaded = null;
     this.distance = 0;
   }
 
@@ -37,17 +38,29 @@ export class Series {
     const value = this.scale(raw);
     const end = this.times.length - 1;
     if (end >= 0 && time < this.times[end]) return;
-    const begin = end >= 0 ? this.times[end] : time;
-    if (end < 0 || time >= begin + this.seconds) {
+    if (end < 0 || time >= this.times[end] + this.seconds) {
       this.last = new Map([[time, value]]);
+      this.loaded = null;
       this.times.push(time);
       this.values.push([value, value, value]);
       if (this.times.length < 5) this.distance = Math.max(usualDistance(this.times), this.seconds);
       return;
     }
+    if (!this.last.size) this.loaded = { spread: this.values[end], seconds: time - this.times[end] };
     this.last.set(time, value);
+    this.values[end] = this.spread();
+  }
+
+  /// What the last bucket holds. The part of it that came from the history counts by its share of the time.
+  spread() {
     const seen = [...this.last.values()];
-    this.values[end] = [Math.min(...seen), seen.reduce((sum, v) => sum + v, 0) / seen.length, Math.max(...seen)];
+    const mean = seen.reduce((sum, v) => sum + v, 0) / seen.length;
+    const [least, greatest] = [Math.min(...seen), Math.max(...seen)];
+    if (!this.loaded?.seconds) return [least, mean, greatest];
+    const { spread, seconds } = this.loaded;
+    const times = [...this.last.keys()];
+    const share = seconds / (seconds + Math.max(...times) - Math.min(...times) + 1);
+    return [Math.min(least, spread[0]), spread[1] * share + mean * (1 - share), Math.max(greatest, spread[2])];
   }
 
   dropBefore(time) {
