@@ -82,14 +82,16 @@ export function timeNode(t) {
 
 /// The unit of a field of a schema: 'percent', 'bytes', 'bytes/s', '/s', 'duration', 'time', 'text' or 'number'; and what
 /// its values are multiplied with to come in that unit.
-export function unitOf({ label, type = '', meaning = '' }) {
+export function unitOf({ label, type = '', meaning = '', of = '' }) {
   if (meaning === 'time') return { unit: 'time', scale: 1 };
   if (type.startsWith('char')) return { unit: 'text', scale: 1 };
   if (meaning === 'percent' || / %$/.test(label)) return { unit: 'percent', scale: 1 };
   const isRate = meaning === 'rate' || /\/sec$/.test(label);
-  if (/\bMbytes\b/.test(label)) return { unit: isRate ? 'bytes/s' : 'bytes', scale: kMbyte };
-  if (/\bKbytes\b/.test(label)) return { unit: isRate ? 'bytes/s' : 'bytes', scale: 1024 };
-  if (/\bBytes\b/.test(label)) return { unit: isRate ? 'bytes/s' : 'bytes', scale: 1 };
+  // A rate such as "Throughput/sec" is in the unit of the counter that it divides.
+  const name = `${label} ${of}`;
+  if (/\bMbytes\b/.test(name)) return { unit: isRate ? 'bytes/s' : 'bytes', scale: kMbyte };
+  if (/\bKbytes\b/.test(name)) return { unit: isRate ? 'bytes/s' : 'bytes', scale: 1024 };
+  if (/\bBytes\b/.test(name)) return { unit: isRate ? 'bytes/s' : 'bytes', scale: 1 };
   if (isRate) return { unit: '/s', scale: 1 };
   if (type === 'utime' || meaning === 'duration' || /\bSeconds$/.test(label)) return { unit: 'duration', scale: 1 };
   return { unit: 'number', scale: 1 };

@@ -36,7 +36,7 @@ export class Looks {
     const [answer, other] = await Promise.all([
       askRows('PDX', { live: !isPast, columns: kColumns, signal }),
       wantsOther ? askRows('PDI', { live: !isPast, columns: kKeptColumns, signal }).catch((error) => noRows(error)) : { rows: [] },
-      needs === 'workgroup' ? this.askWorkgroups(signal) : null,
+      needs === 'workgroup' && !isPast ? this.askWorkgroups(signal) : null,
     ]);
     const others = new Map(other.rows.map((row) => [keyOf(row), row]));
     const now = performance.now() / 1000;
@@ -49,8 +49,8 @@ export class Looks {
 
   made(row, other, seconds, isPast) {
     const before = isPast ? null : this.before.get(keyOf(row));
-    row['CPU Seconds'] = sum(row['User Seconds'], row['System Seconds']);
-    row['Memory Bytes'] = sum(row['Anonymous Bytes'], row['File Bytes'], row['Shared Bytes']);
+    row['CPU Seconds'] = sum([row['User Seconds'], row['System Seconds']]);
+    row['Memory Bytes'] = sum([row['Anonymous Bytes'], row['File Bytes'], row['Shared Bytes']]);
     row['Parent PID'] = other?.['Parent PID'] ?? null;
     row['CPU %'] = isPast ? other?.['CPU % Each'] ?? null : scaled(rateOf(row, before, 'CPU Seconds', seconds), 100);
     row['Read Bytes/sec'] = rateOf(row, before, 'Storage Read Bytes', seconds);
@@ -74,7 +74,7 @@ function noRows(error) {
 }
 
 /// The sum of what is there, nothing if nothing is.
-export function sum(...values) {
+export function sum(values) {
   const there = values.filter((value) => typeof value === 'number');
   return there.length ? there.reduce((a, b) => a + b, 0) : null;
 }

@@ -1,5 +1,4 @@
 // Control groups as a tree, and the site's workgroups.
-import { rate } from './format.js';
 import { rowPage } from './rowpage.js';
 import { Folds, parentByPath, treeArrange } from './tree.js';
 
@@ -23,9 +22,6 @@ const workgroupCharts = () => [
   { title: 'Calls that read and write', unit: 'bytes/s', lines: [{ label: 'Throughput/sec', name: 'Throughput', transform: (v) => v * 1024 }] },
   { title: 'Processes', unit: 'number', lines: [{ label: 'Process Count', name: 'Processes' }] },
 ];
-
-/// The record tells it in Kbytes.
-const throughput = (value) => rate(value === null ? null : value * 1024, 'bytes');
 
 /// The last part of a path, as the tree tells the rest.
 function nameOf(path) {
@@ -61,7 +57,7 @@ export function show(main) {
     sort: '-CPU %',
     empty: 'There are no workgroups.',
     columns: [
-      { label: 'Workgroup', opens: true, isNumeric: false }, { label: 'Process Count', heading: 'Processes' }, { label: 'CPU %', heading: 'CPU % of all' }, { label: 'Real Mem Kbytes', heading: 'Memory' }, { label: 'Throughput/sec', heading: 'Read and written', format: throughput },
+      { label: 'Workgroup', opens: true, isNumeric: false }, { label: 'Process Count', heading: 'Processes' }, { label: 'CPU %', heading: 'CPU % of all' }, { label: 'Real Mem Kbytes', heading: 'Memory' }, { label: 'Throughput/sec', heading: 'Read and written' },
       { label: 'Reads/sec', heading: 'Reads' }, { label: 'Writes/sec', heading: 'Writes' }, 'Users', 'Groups', 'Programs', 'Arguments',
     ],
     charts: workgroupCharts,

@@ -3,7 +3,7 @@ import { rows, schema } from './api.js';
 import { chart } from './chart.js';
 import { follow } from './events.js';
 import { timeNode } from './format.js';
-import { failure, figures } from './panel.js';
+import { failure, figures, whenBack } from './panel.js';
 import { rowPage } from './rowpage.js';
 import { state } from './state.js';
 import { make } from './table.js';
@@ -85,9 +85,16 @@ function sockets(main) {
       told.update(next.rows[0] ?? {});
     });
   };
-  start().catch((error) => {
-    if (!abort.signal.aborted) failure(part, 'SOCK', error);
+  const begin = () => start().catch((error) => {
+    if (abort.signal.aborted) return;
+    const note = failure(part, 'SOCK', error);
+    if (!note || state.at !== null) return;
+    stop = whenBack('SOCK', error, () => {
+      note.remove();
+      begin();
+    });
   });
+  begin();
   return () => {
     abort.abort();
     stop?.();

@@ -10,6 +10,7 @@ import { Folds, groupArrange, treeArrange } from './tree.js';
 
 export const title = 'Processes';
 
+const kSort = '-CPU %';
 const kPause = 3000;
 // The second look comes sooner, as only two make a rate.
 const kFirstPause = 1000;
@@ -21,7 +22,7 @@ const kViews = {
   group: 'By control group',
   workgroup: 'By workgroup',
 };
-const kNames = { program: (row) => row.Name, user: (row) => row.User, group: (row) => row['Control Group'] || '-', workgroup: (row) => row.Workgroup || '-' };
+const kNames = { program: (row) => row.Name, user: (row) => row.User, group: (row) => row['Control Group'] || '-', workgroup: (row) => row.Workgroup || (state.at === null ? '-' : 'Workgroups are known of now alone') };
 const kSummed = ['CPU %', 'CPU Seconds', 'Memory Bytes', 'Threads', 'Read Bytes/sec', 'Write Bytes/sec'];
 const kStates = { R: 'runs', S: 'sleeps', D: 'waits for a device', T: 'is stopped', t: 'is traced', Z: 'has ended', I: 'idle thread of the kernel' };
 
@@ -66,7 +67,7 @@ class Page {
     this.buildHead();
     const { choice } = state;
     this.table = table(this.list, {
-      columns: kColumns, rows: [], keyOf, caption: title, sort: choice.sort ?? '-CPU %', filter: 'Filter processes', filterParent: this.filterPlace, text: choice.filter, empty: 'Looking.',
+      columns: kColumns, rows: [], keyOf, caption: title, sort: choice.sort ?? kSort, filter: 'Filter processes', filterParent: this.filterPlace, text: choice.filter, empty: 'Looking.',
       arrange: (...all) => this.arrange(...all),
       onToggle: (key) => this.foldsOfView().toggle(key),
       onOpen: (row, key) => choose('process', key),
@@ -83,6 +84,8 @@ class Page {
   buildHead() {
     this.count = make('span', 'dim');
     this.time = make('span', 'dim');
+    this.stale = make('span', 'warn');
+    this.stale.setAttribute('role', 'status');
     const label = make('label', '', 'Show ');
     const select = make('select');
     for (const [name, text] of Object.entries(kViews)) {
@@ -96,7 +99,7 @@ class Page {
     this.select = select;
     const labels = ['PID', 'Start Time', 'Name', 'User', 'State', 'Control Group', 'Unit', 'Workgroup', 'Parent PID', ...kSummed];
     this.filterPlace = make('span', 'filter-place');
-    this.head.append(label, this.filterPlace, this.count, this.time, csvButton('processes', () => ({ labels, rows: this.table.shown().filter((row) => !row.isGroup) })));
+    this.head.append(label, this.filterPlace, this.count, this.time, this.stale, csvButton('processes', () => ({ labels, rows: this.table.shown().filter((row) => !row.isGroup) })));
   }
 
   view() {
@@ -129,6 +132,7 @@ class Page {
       // The new view may need what the look before did not ask for.
       this.plan(0);
     }
+    this.table.apply({ sort: now.choice.sort ?? kSort, text: now.choice.filter });
     if (now.choice.process !== before.choice.process) this.open(now.choice.process);
   }
 
@@ -147,6 +151,7 @@ class Page {
     } catch (error) {
       if (this.abort.signal.aborted) return;
       if (isFirst) this.failed ??= failure(this.list, 'PDX', error);
+      else this.stale.textContent = `There was no newer look: ${error.message}.`;
     } finally {
       this.isLooking = false;
     }
@@ -157,6 +162,7 @@ class Page {
     if (this.abort.signal.aborted) return;
     this.failed?.remove();
     this.failed = null;
+    this.stale.textContent = '';
     this.timeOf = time;
     this.rows = rows;
     this.count.textContent = `${number(rows.length)} processes`;
@@ -204,6 +210,6 @@ class Page {
 /// A group as a row: sums of what its members tell.
 function sumOf(members, name) {
   const row = { isGroup: true, members: members.length, Name: name };
-  for (const label of kSummed) row[label] = sum(...members.map((member) => member[label]));
+  for (const label of kSummed) row[label] = sum(members.map((member) => member[label]));
   return row;
 }

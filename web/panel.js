@@ -1,7 +1,9 @@
 // What stands beside a table: one row with all its figures, and words for what can't be shown.
-import { make } from './table.js';
+import { follow } from './events.js';
 import { valueOf } from './format.js';
+import { make } from './table.js';
 
+const kRetryPause = 5000;
 const kHidden = ['Record Type', 'Record Time', 'Interval'];
 
 /// An aside with a heading and a button that closes it, as Esc does. Gives {body, close()}; `onClose` is called when the reader
@@ -68,6 +70,21 @@ export function figures(parent, schema, row, { hide = [], only = null } = {}) {
 export function write(node, shown) {
   if (shown instanceof Node) node.replaceChildren(shown);
   else if (node.textContent !== String(shown)) node.textContent = shown;
+}
+
+/// Calls `fn` once when asking anew is worth it: at the first rows of a record that was not scheduled, else after a while.
+/// Gives the function that stops waiting.
+export function whenBack(record, error, fn) {
+  if (error.code === 'not-scheduled') {
+    const stop = follow(record, () => {
+      stop();
+      fn();
+    });
+    return stop;
+  }
+  if (error.status !== 0 && error.status !== 503) return () => {};
+  const timer = setTimeout(fn, kRetryPause);
+  return () => clearTimeout(timer);
 }
 
 /// What stands in place of a record's rows when asking for them failed.

@@ -7,7 +7,7 @@ import { figures, panel } from './panel.js';
 import { state } from './state.js';
 import { make } from './table.js';
 
-const kElsewhere = ['Command Line', 'Argument List', 'Name', 'Program'];
+const kElsewhere = ['Command Line', 'Argument List', 'Name', 'Program', 'Start Time'];
 
 function charts(where) {
   const of = (record, lines) => lines.map((line) => ({ record, where, by: [], ...line }));

@@ -5,7 +5,7 @@ import { chart } from './chart.js';
 import { csvButton } from './csv.js';
 import { follow } from './events.js';
 import { timeNode, unitOf, valueOf } from './format.js';
-import { failure, figures, panel } from './panel.js';
+import { failure, figures, panel, whenBack } from './panel.js';
 import { choose, onChange, state } from './state.js';
 import { make, table } from './table.js';
 
@@ -56,8 +56,18 @@ class RowPart {
       this.take(answer.time, answer.rows);
       if (state.at === null) this.stopFollowing = follow(record, (told) => this.take(told.time, told.rows), { onGap: () => this.again() });
     } catch (error) {
-      if (!this.abort.signal.aborted) failure(this.list, record, error);
+      if (!this.abort.signal.aborted) this.fail(error);
     }
+  }
+
+  fail(error) {
+    const { record } = this.options;
+    const note = failure(this.list, record, error);
+    if (!note || state.at !== null) return;
+    this.stopWaiting = whenBack(record, error, () => {
+      note.remove();
+      this.start();
+    });
   }
 
   build() {
@@ -76,6 +86,7 @@ class RowPart {
     this.stopListening = onChange((now, before) => {
       if (now.page !== before.page || now.at !== before.at) return;
       if (now.choice[options.choice] !== before.choice[options.choice]) this.open(now.choice[options.choice]);
+      this.table.apply({ sort: now.choice[`${options.choice}-sort`] ?? options.sort, text: now.choice[`${options.choice}-filter`] });
     });
   }
 
@@ -165,6 +176,7 @@ class RowPart {
   leave() {
     this.abort.abort();
     this.stopFollowing?.();
+    this.stopWaiting?.();
     this.stopListening?.();
     this.closePanel();
     this.table?.destroy();

@@ -1,6 +1,8 @@
 // A table that stays where it is while its figures change: rows are known by key, cells are written only where the text changed,
 // so focus, selection and scroll survive each look. Whatever a row holds is text, never markup.
 
+import { chosenBy, comparison, folded, textIn, valueIn } from './cells.js';
+
 const kMostRows = 400;
 
 /// options: columns [{label, heading, help, format(value, row), value(row), title(row), isNumeric, width, opens}], rows, keyOf(row),
@@ -9,7 +11,7 @@ const kMostRows = 400;
 /// onToggle(key), onSort(sort), text and onFilter(text) of the filter. `format` gives a text or a node; nothing is shown as "-".
 export function table(parent, options) {
   const self = {
-    options, rows: options.rows ?? [], sort: options.sort ?? '', text: folded(options.text), most: kMostRows, lines: new Map(), active: null, selected: null,
+    options, rows: options.rows ?? [], sort: options.sort ?? '', text: folded(options.text), most: kMostRows, lines: new Map(), byRow: new WeakMap(), active: null, selected: null,
   };
   build(self, parent);
   draw(self);
@@ -26,6 +28,16 @@ export function table(parent, options) {
     focus(key) {
       self.lines.get(key)?.button?.focus();
     },
+    /// Takes sort and filter from outside, as when the reader goes back.
+    apply({ sort = '', text }) {
+      // What is being typed has not come into the address yet.
+      const next = self.timer ? self.text : folded(text);
+      if (sort === self.sort && next === self.text) return;
+      self.sort = sort;
+      self.text = next;
+      if (self.input && folded(self.input.value) !== next) self.input.value = text ?? '';
+      draw(self);
+    },
     /// The rows as they are shown: filtered and in order.
     shown: () => self.shown,
     columns: () => self.options.columns,
@@ -35,8 +47,6 @@ export function table(parent, options) {
     },
   };
 }
-
-const folded = (text) => (text ?? '').trim().toLocaleLowerCase();
 
 /// An element with a class and a text.
 export function make(name, className, text) {
@@ -79,6 +89,7 @@ function build(self, parent) {
 function filterField(self) {
   const name = typeof self.options.filter === 'string' ? self.options.filter : 'Filter';
   const input = make('input', 'filter');
+  self.input = input;
   input.type = 'search';
   input.placeholder = name;
   input.setAttribute('aria-label', name);
@@ -90,7 +101,10 @@ function filterField(self) {
     draw(self);
     // An address for each letter would be more than browsers allow.
     clearTimeout(self.timer);
-    self.timer = setTimeout(() => self.options.onFilter?.(input.value.trim()), 400);
+    self.timer = setTimeout(() => {
+      self.timer = 0;
+      self.options.onFilter?.(input.value.trim());
+    }, 400);
   });
   return input;
 }
@@ -120,52 +134,11 @@ function sortBy(self, column) {
   draw(self);
 }
 
-function valueIn(column, row) {
-  return column.value ? column.value(row) : row[column.label];
-}
-
-/// Compares two rows by the sort; what has no value stands last either way.
-function comparison(self) {
-  const isDown = self.sort.startsWith('-');
-  const label = isDown ? self.sort.slice(1) : self.sort;
-  const column = self.options.columns.find((one) => one.label === label);
-  if (!column) return null;
-  return (a, b) => {
-    const [x, y] = [valueIn(column, a), valueIn(column, b)];
-    const [isNoX, isNoY] = [isNothing(x), isNothing(y)];
-    if (isNoX || isNoY) return isNoX - isNoY;
-    const order = typeof x === 'number' && typeof y === 'number' ? x - y : collator.compare(String(x), String(y));
-    return isDown ? -order : order;
-  };
-}
-
-const collator = new Intl.Collator(undefined, { numeric: true });
-
-function isNothing(value) {
-  return value === null || value === undefined || value === '';
-}
-
-function textIn(column, row) {
-  const value = valueIn(column, row);
-  // A group has no such figure at all, which is not a figure without a source.
-  if (row.isGroup && value === undefined) return '';
-  const shown = column.format ? column.format(value, row) : value;
-  return isNothing(shown) ? '-' : shown;
-}
-
-function isChosen(self, row) {
-  if (!self.text) return true;
-  return self.options.columns.some((column) => {
-    const shown = textIn(column, row);
-    const text = shown instanceof Node ? `${valueIn(column, row) ?? ''} ${shown.textContent}` : String(shown);
-    return text.toLocaleLowerCase().includes(self.text);
-  });
-}
-
 /// The lines to show: by the arrangement where there is one, else filtered and sorted.
 function arranged(self) {
-  const compare = comparison(self);
-  const choose = (row) => isChosen(self, row);
+  const { columns } = self.options;
+  const compare = comparison(columns, self.sort);
+  const choose = (row) => chosenBy(columns, row, self.text);
   if (self.options.arrange) return self.options.arrange(self.rows, compare, choose, self.text !== '');
   const rows = self.rows.filter(choose);
   if (compare) rows.sort(compare);
@@ -222,6 +195,7 @@ function newLine(self, entry) {
     line.cells.push({ cell, target: place === opening ? line.button ?? line.plain : cell, last: null });
   });
   self.lines.set(entry.key, line);
+  self.byRow.set(row, line);
   mark(self, line);
   return line;
 }
@@ -299,9 +273,7 @@ function tellNote(self, total) {
 }
 
 function lineOf(self, node) {
-  const row = node.closest?.('tr');
-  for (const line of self.lines.values()) if (line.row === row) return line;
-  return null;
+  return self.byRow.get(node?.closest?.('tr')) ?? null;
 }
 
 /// One row alone takes part in the order of Tab; the arrows go to the others.
