@@ -262,9 +262,9 @@ class Chart {
     while (this.legend.children.length > Math.min(this.series.length, kMostLegend)) this.legend.lastChild.remove();
     this.series.slice(0, kMostLegend).forEach((one, place) => {
       const item = this.legend.children[place] ?? this.legendItem(place);
-      const found = time === null ? one.times.length - 1 : one.nearest(time);
+      const found = time === null ? -1 : one.nearest(time);
       item.children[1].textContent = one.name;
-      item.children[2].textContent = inUnit(this.unit, found >= 0 ? one.values[found][1] : null);
+      item.children[2].textContent = inUnit(this.unit, time === null ? one.newest : one.values[found]?.[1]);
     });
     const more = this.series.length - kMostLegend + (this.omitted ?? 0);
     if (time !== null) this.clock.replaceChildren(timeNode(Math.round(time)));
@@ -283,7 +283,7 @@ class Chart {
   summarize() {
     if (Date.now() - (this.summarized ?? 0) < kSummaryPause) return;
     this.summarized = Date.now();
-    const newest = this.series.slice(0, kMostLegend).map((one) => `${one.name} ${inUnit(this.unit, one.values.at(-1)?.[1])}`);
+    const newest = this.series.slice(0, kMostLegend).map((one) => `${one.name} ${inUnit(this.unit, one.newest)}`);
     this.frame.setAttribute('aria-label', `${this.title}, newest: ${newest.join(', ')}. Arrow keys move the crosshair, plus and minus zoom.`);
   }
 

@@ -21,7 +21,7 @@ function compared(before, after, seconds) {
   const all = after.rows.map((row) => {
     const isNew = !known.has(keyOf(row)) && row['Start Time'] >= before.time;
     const used = known.has(keyOf(row)) || isNew ? usedBy(row) - (known.get(keyOf(row)) ?? 0) : null;
-    const size = sum(row['Anonymous Bytes'], row['File Bytes'], row['Shared Bytes']);
+    const size = sum([row['Anonymous Bytes'], row['File Bytes'], row['Shared Bytes']]);
     return { ...row, cpu: used === null || used < 0 ? null : (used / seconds) * 100, size };
   });
   return all.filter((row) => row.cpu !== null).sort((a, b) => b.cpu - a.cpu).slice(0, kMost);

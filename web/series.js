@@ -20,6 +20,7 @@ export class Series {
     this.values = [];
     this.last = new Map();
     this.loaded = null;
+    this.newest = null;
     this.distance = 0;
   }
 
@@ -29,6 +30,7 @@ export class Series {
       this.times.push(time);
       this.values.push([this.scale(least), this.scale(mean), this.scale(greatest)]);
     }
+    this.newest = this.values.at(-1)?.[1] ?? null;
     this.distance = Math.max(usualDistance(this.times), this.seconds);
   }
 
@@ -38,6 +40,7 @@ export class Series {
     const value = this.scale(raw);
     const end = this.times.length - 1;
     if (end >= 0 && time < this.times[end]) return;
+    this.newest = value;
     if (end < 0 || time >= this.times[end] + this.seconds) {
       this.last = new Map([[time, value]]);
       this.loaded = null;
