@@ -77,7 +77,7 @@ function sockets(main) {
     all.append(make('summary', '', 'All figures of the sockets'));
     part.append(all);
     const told = figures(all, layout, answer.rows[0] ?? {});
-    const tellTime = (t) => time.replaceChildren(...(t ? ['as of ', timeNode(t)] : ['nothing collected yet']));
+    const tellTime = (t) => time.replaceChildren(...(t ? ['as of ', timeNode(t)] : [state.at === null ? 'nothing collected yet' : 'nothing kept near this time']));
     tellTime(answer.time);
     if (state.at !== null) return;
     stop = follow('SOCK', (next) => {

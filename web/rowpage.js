@@ -109,14 +109,15 @@ class RowPart {
     this.rows = rows;
     const { noun } = this.options;
     this.count.textContent = noun ? `${rows.length} ${rows.length === 1 ? noun : `${noun}s`}` : '';
-    this.time.replaceChildren(...(time ? ['as of ', timeNode(time)] : ['nothing collected yet']));
+    this.time.replaceChildren(...(time ? ['as of ', timeNode(time)] : [state.at === null ? 'nothing collected yet' : 'nothing kept near this time']));
     this.draw();
     if (isFirst) this.open(state.choice[this.options.choice]);
     else this.renew();
   }
 
   draw() {
-    this.table.update(this.rows);
+    const { record, empty } = this.options;
+    this.table.update(this.rows, { empty: state.at === null ? empty : `No rows of ${record} are kept near this time. To keep them: qmtctl schedule set ${record} 60` });
   }
 
   /// The figures of the open row go along with the table.

@@ -232,6 +232,7 @@ function fill(self, line, entry) {
   if (entry.children) {
     line.toggle.setAttribute('aria-expanded', String(entry.isOpen));
     line.toggle.setAttribute('aria-label', entry.isOpen ? 'Fold' : 'Unfold');
+    if (entry.isGroup) line.button?.setAttribute('aria-expanded', String(entry.isOpen));
   }
   self.options.columns.forEach((column, place) => {
     const part = line.cells[place];
