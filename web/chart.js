@@ -125,7 +125,8 @@ class Chart {
       if (error.name === 'AbortError' || error.status === 401) return;
       this.tell(error.code === 'no-history' ? 'The agent keeps no history.' : error.message);
       // Rows that come show that it can be asked again.
-      if (state.range.isLive && error.code !== 'no-history') this.stopRows = follow(this.records(), () => this.load(), { onGap: () => this.load() });
+      const isPassing = error.status === 0 || error.status >= 500;
+      if (state.range.isLive && isPassing) this.stopRows = follow(this.records(), () => this.load(), { onGap: () => this.load() });
     }
   }
 

@@ -7,6 +7,8 @@ const kLeastPause = 1000;
 const kMostPause = 15000;
 // After a longer sleep charts ask anew for fewer points than all the rows that were missed.
 const kLongSleep = 300000;
+// What a follower asked for just before it followed may lack the newest batch, so this many seconds come again.
+const kOverlap = 15;
 
 const followers = new Set();
 const connectionListeners = new Set();
@@ -30,9 +32,11 @@ function tellConnection(state, message = '') {
 }
 
 /// Calls `fn({record, time, rows})` for each new run of the records; the same record and time may come twice and then
-/// replaces the first. `onGap` is called when rows were missed for good, so that the history is to be asked anew.
+/// replaces the first. The rows of the last seconds come first. `onGap` is called when rows were missed for good, so that
+/// the history is to be asked anew.
 export function follow(records, fn, { onGap, onBatch } = {}) {
-  const follower = { records: new Set([].concat(records)), fn, onGap, onBatch };
+  const since = Math.floor(Date.now() / 1000) - kOverlap;
+  const follower = { records: new Set([].concat(records)), fn, onGap, onBatch, since };
   followers.add(follower);
   plan(50);
   return () => {
@@ -89,9 +93,20 @@ function fail(stream, message) {
   pause = Math.min(pause * 2, kMostPause);
 }
 
+/// The batch to go on from: the last one that was seen, or an earlier one that a new follower lacks.
+function resumeFrom() {
+  let from = lastId ? Number(lastId) : Infinity;
+  for (const one of followers) {
+    from = Math.min(from, one.since);
+    one.since = Infinity;
+  }
+  return from === Infinity ? '' : String(from);
+}
+
 async function read(stream) {
   const own = headers();
-  if (lastId) own['Last-Event-ID'] = lastId;
+  const from = resumeFrom();
+  if (from) own['Last-Event-ID'] = from;
   let silence = 0;
   const watch = () => {
     clearTimeout(silence);

@@ -151,10 +151,10 @@ class Records {
   drawCharts(fields, where) {
     const parent = element(this.body, 'div', 'charts');
     for (const field of fields) {
-      const { unit } = unitOf(field);
+      const { unit, scale } = unitOf(field);
       // A counter's row tells what happened in the seconds that it covers, which is no rate.
       const note = field.meaning === 'counter' ? 'in the time that a row covers' : '';
-      const made = chart(parent, { title: field.label, unit, note, lines: [{ record: this.record, label: field.label, where }] });
+      const made = chart(parent, { title: field.label, unit, note, lines: [{ record: this.record, label: field.label, where, transform: (v) => v * scale }] });
       this.stops.push(() => made.destroy());
     }
     if (!fields.length) element(this.body, 'p', 'note', `${this.record} has no figures that a chart could draw.`);
@@ -179,21 +179,19 @@ class Records {
   }
 
   async drawNewest(fields, where, signal) {
+    const ask = () => rows(this.record, { columns: this.columnsOf(fields), where, signal });
+    const first = await ask();
+    if (signal.aborted) return;
     const { count, list } = this.makeTable(fields, '', this.keyByRow());
-    const take = (time, found) => {
-      list.update(found);
-      if (time) count.replaceChildren(`${rowCount(found)} of `, timeNode(time));
+    const take = (told) => {
+      list.update(told.rows);
+      if (told.time) count.replaceChildren(`${rowCount(told.rows)} of `, timeNode(told.time));
     };
-    const ask = async () => {
-      const told = await rows(this.record, { columns: this.columnsOf(fields), where, signal });
-      if (!signal.aborted) take(told.time, told.rows);
-    };
-    await ask();
-    if (state.at !== null || signal.aborted) return;
+    take(first);
+    if (state.at !== null) return;
     // With a condition only the daemon can tell which rows fit, so it is asked again.
-    const again = () => ask().catch(() => {});
-    const stop = follow(this.record, (told) => (where ? again() : take(told.time, told.rows)), { onGap: again });
-    this.stops.push(stop);
+    const again = () => ask().then(take, () => {});
+    this.stops.push(follow(this.record, where ? again : take, { onGap: again }));
   }
 
   columnsOf(fields) {
@@ -208,12 +206,11 @@ class Records {
   }
 
   async drawKept(fields, where, signal) {
-    const { count, list } = this.makeTable(fields, '-Record Time', this.keyByRow());
     const { since, until } = state.range;
-    list.update([], { empty: 'No rows are kept in this range.' });
     const found = await keptRows(this.record, { since, until, columns: this.columnsOf(fields), where, sort: '-Record Time', limit: kMostKept, signal });
     if (signal.aborted) return;
-    list.update(found);
+    const { count, list } = this.makeTable(fields, '-Record Time', this.keyByRow());
+    list.update(found, { empty: 'No rows are kept in this range.' });
     count.textContent = found.length >= kMostKept ? `The newest ${found.length} rows of the range` : rowCount(found);
   }
 
