@@ -1,0 +1,410 @@
+// A chart: history of the page's range at once, then the rows as they come. All charts of the page have one crosshair and
+// one range. Dygraph draws; it gets names of our own (s0, s1, ...), as text of a host must never become markup.
+import { points, schedules } from './api.js';
+import { follow } from './events.js';
+import { inUnit, timeNode, unitOf } from './format.js';
+import { Series, merge } from './series.js';
+import { go, onChange, state } from './state.js';
+
+const kMostPoints = 600;
+const kMostColumns = 16;
+const kMostLegend = 12;
+const kColours = 8;
+const kSummaryPause = 10000;
+const charts = new Set();
+let isPrepared = false;
+const colourSchemes = matchMedia('(prefers-color-scheme: dark)');
+
+function element(name, className, parent, text) {
+  const node = document.createElement(name);
+  if (className) node.className = className;
+  if (text !== undefined) node.textContent = text;
+  parent?.append(node);
+  return node;
+}
+
+const variable = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
+
+/// Takes away the plugins that write texts as markup or set style attributes, which the page's policy forbids.
+function prepare() {
+  if (!isPrepared) Dygraph.PLUGINS = [Dygraph.Plugins.Axes, Dygraph.Plugins.Grid];
+  isPrepared = true;
+}
+
+/// One crosshair for all charts; null takes it away.
+function pointAt(time) {
+  for (const one of charts) one.point(time);
+}
+
+class Chart {
+  constructor(parent, { title, unit = 'number', lines, stacked = false, height = 160, max, note }) {
+    Object.assign(this, { title, unit, lines, stacked, max });
+    prepare();
+    this.series = [];
+    this.figure = element('figure', 'chart', parent);
+    const head = element('figcaption', 'chart-head', this.figure);
+    element('span', 'chart-title', head, title);
+    if (note) element('span', 'chart-note', head, note);
+    this.clock = element('span', 'chart-clock', head);
+    this.frame = element('div', 'chart-frame', this.figure);
+    this.frame.style.height = `${height}px`;
+    this.frame.tabIndex = 0;
+    this.frame.setAttribute('role', 'group');
+    this.frame.setAttribute('aria-label', title);
+    this.area = element('div', 'chart-area', this.frame);
+    this.area.setAttribute('aria-hidden', 'true');
+    this.cross = element('div', 'chart-cross', this.frame);
+    this.mark = element('div', 'chart-mark', this.frame);
+    this.selection = element('div', 'chart-selection', this.frame);
+    for (const node of [this.cross, this.mark, this.selection]) node.hidden = true;
+    this.message = element('p', 'chart-message', this.frame, 'Loading');
+    this.legend = element('ul', 'legend', this.figure);
+    this.listen();
+    charts.add(this);
+    this.load();
+  }
+
+  listen() {
+    this.stops = [
+      onChange((now, before) => {
+        if (now.page === before.page && (now.at !== before.at || now.range.name !== before.range.name || now.range.from !== before.range.from || now.range.to !== before.range.to)) this.load();
+      }),
+    ];
+    const recolour = () => this.draw(true);
+    colourSchemes.addEventListener('change', recolour);
+    this.stops.push(() => colourSchemes.removeEventListener('change', recolour));
+    let width = 0;
+    const sized = new ResizeObserver(() => {
+      if (width && this.frame.clientWidth && width !== this.frame.clientWidth) this.graph?.resize();
+      width = this.frame.clientWidth;
+      this.placeMark();
+    });
+    sized.observe(this.frame);
+    this.stops.push(() => sized.disconnect());
+    this.frame.addEventListener('pointermove', (event) => this.hover(event));
+    this.frame.addEventListener('pointerleave', () => pointAt(null));
+    this.frame.addEventListener('pointerdown', (event) => this.select(event));
+    this.frame.addEventListener('keydown', (event) => this.key(event));
+    this.frame.addEventListener('blur', () => pointAt(null));
+  }
+
+  /// The lines that one question can answer.
+  questions() {
+    const found = new Map();
+    for (const line of this.lines) {
+      const id = JSON.stringify([line.record, line.where, line.by]);
+      const lists = found.get(id) ?? found.set(id, [[]]).get(id);
+      if (lists.at(-1).length === kMostColumns) lists.push([]);
+      lists.at(-1).push(line);
+    }
+    return [...found.values()].flat();
+  }
+
+  async load() {
+    this.abort?.abort();
+    this.abort = new AbortController();
+    const { signal } = this.abort;
+    this.stopFollowing();
+    this.point(null);
+    const { since, until } = state.range;
+    const count = Math.max(30, Math.min(kMostPoints, Math.floor(this.frame.clientWidth || 300)));
+    try {
+      const answers = await Promise.all(this.questions().map(async (lines) => {
+        const { record, where, by } = lines[0];
+        const columns = [...new Set(lines.map((line) => line.label))];
+        return { lines, answer: await points(record, columns, { since, until, points: count, where, by, signal }) };
+      }));
+      if (signal.aborted) return;
+      this.take(answers);
+      this.since = since;
+      this.until = until;
+      this.draw(true);
+      this.tellEmpty(signal);
+      if (state.range.isLive) this.followRows();
+    } catch (error) {
+      if (error.name === 'AbortError' || error.status === 401) return;
+      this.tell(error.code === 'no-history' ? 'The agent keeps no history.' : error.message);
+      // Rows that come show that it can be asked again.
+      const isPassing = error.status === 0 || error.status >= 500;
+      if (state.range.isLive && isPassing) this.stopRows = follow(this.records(), () => this.load(), { onGap: () => this.load() });
+    }
+  }
+
+  take(answers) {
+    this.series = [];
+    this.omitted = 0;
+    for (const { lines, answer } of answers) {
+      const isSeveral = answer.series.length > 1;
+      this.omitted = Math.max(this.omitted, answer.omitted ?? 0);
+      const found = answer.series.length ? answer.series : [{ key: {}, points: {} }];
+      for (const { key, points: byLabel } of found) for (const line of lines) this.addSeries(line, key, byLabel[line.label] ?? [], answer.seconds, isSeveral);
+    }
+  }
+
+  addSeries(line, key, buckets, seconds, isSeveral) {
+    const { unit, scale } = unitOf({ label: line.label });
+    const toUnit = line.transform ?? (unit === this.unit && scale !== 1 ? (v) => v * scale : (v) => v);
+    const one = new Series(seconds, (v) => (v === null ? null : toUnit(v)));
+    one.line = line;
+    one.key = key;
+    one.name = this.nameOf(line, key, isSeveral);
+    one.load(buckets);
+    this.series.push(one);
+  }
+
+  nameOf(line, key, isSeveral) {
+    const keyText = Object.values(key).join(' ');
+    if (!keyText || !isSeveral) return line.name ?? (this.lines.length > 1 || !keyText ? line.label : keyText);
+    return line.name || this.lines.length > 1 ? `${keyText} ${line.name ?? line.label}` : keyText;
+  }
+
+  records() {
+    return [...new Set(this.lines.map((line) => line.record))];
+  }
+
+  followRows() {
+    this.stopRows = follow(this.records(), (told) => this.addRows(told), { onGap: () => this.load() });
+  }
+
+  stopFollowing() {
+    this.stopRows?.();
+    this.stopRows = null;
+  }
+
+  addRows({ record, time, rows }) {
+    for (const one of this.series) {
+      if (one.line.record !== record) continue;
+      const fitting = rows.filter((row) => this.fits(one, row)).map((row) => row[one.line.label]).filter((v) => v !== null && v !== undefined);
+      // One series of all rows is their mean, as the history's buckets are.
+      if (fitting.length) one.add(time, fitting.reduce((sum, v) => sum + v, 0) / fitting.length);
+    }
+    this.plan();
+  }
+
+  fits(one, row) {
+    const conditions = [].concat(one.line.where ?? []);
+    return Object.entries(one.key).every(([label, value]) => String(row[label]) === String(value)) && conditions.every((text) => meets(text, row));
+  }
+
+  /// Several records come in one batch, and are drawn once.
+  plan() {
+    if (this.planned) return;
+    this.planned = true;
+    requestAnimationFrame(() => {
+      this.planned = false;
+      if (!charts.has(this) || !state.range.isLive) return;
+      this.since = state.range.since;
+      this.until = state.range.until;
+      for (const one of this.series) one.dropBefore(this.since);
+      this.draw(false);
+    });
+  }
+
+  draw(isNew) {
+    const data = merge(this.drawn(), !this.stacked);
+    if (!data.length) {
+      this.graph?.destroy();
+      this.graph = null;
+      this.showLegend(null);
+      return;
+    }
+    this.message.hidden = true;
+    const window = [this.since * 1000, this.until * 1000];
+    if (!isNew && this.graph) {
+      this.graph.updateOptions({ file: data, dateWindow: window });
+    } else {
+      this.graph?.destroy();
+      this.graph = new Dygraph(this.area, data, this.options(window));
+    }
+    this.placeMark();
+    this.point(this.pointed ?? null);
+    this.summarize();
+  }
+
+  /// Dygraph puts the last one at the bottom of a stack; the legend's first belongs there.
+  drawn() {
+    return this.stacked ? [...this.series].reverse() : this.series;
+  }
+
+  options(dateWindow) {
+    const colours = this.drawn().map((one) => variable(`--c${this.series.indexOf(one) % kColours}`));
+    return {
+      labels: ['t', ...this.series.map((_, place) => `s${place}`)],
+      interactionModel: {},
+      dateWindow,
+      colors: colours,
+      customBars: !this.stacked,
+      stackedGraph: this.stacked,
+      stackedGraphNaNFill: 'none',
+      connectSeparatedPoints: !this.stacked,
+      fillAlpha: this.stacked ? 0.55 : 0.18,
+      strokeWidth: this.stacked ? 0.8 : 1.4,
+      includeZero: true,
+      // A little room, so that the label of the greatest value is not cut.
+      valueRange: this.max ? [0, this.max * 1.06] : undefined,
+      rightGap: 4,
+      gridLineColor: variable('--grid'),
+      axisLineColor: variable('--grid'),
+      axisLabelFontSize: 11,
+      labelsKMG2: this.unit.startsWith('bytes'),
+      // A point that stands alone would hardly be seen.
+      pointSize: 2,
+      highlightCircleSize: 0,
+      axes: {
+        y: { axisLabelWidth: 66, pixelsPerLabel: 28, axisLabelFormatter: (v) => inUnit(this.unit, v) },
+        x: { pixelsPerLabel: 76 },
+      },
+    };
+  }
+
+  /// The figures under the crosshair, or at the page's time, or the newest ones.
+  showLegend(asked) {
+    const time = asked ?? state.at;
+    while (this.legend.children.length > Math.min(this.series.length, kMostLegend)) this.legend.lastChild.remove();
+    this.series.slice(0, kMostLegend).forEach((one, place) => {
+      const item = this.legend.children[place] ?? this.legendItem(place);
+      const found = time === null ? -1 : one.nearest(time);
+      item.children[1].textContent = one.name;
+      item.children[2].textContent = inUnit(this.unit, time === null ? one.newest : one.values[found]?.[1]);
+    });
+    const more = this.series.length - kMostLegend + (this.omitted ?? 0);
+    if (time !== null) this.clock.replaceChildren(timeNode(Math.round(time)));
+    else this.clock.textContent = more > 0 ? `and ${more} more` : '';
+  }
+
+  legendItem(place) {
+    const item = element('li', '', this.legend);
+    element('span', 'swatch', item).style.background = `var(--c${place % kColours})`;
+    element('span', 'legend-name', item);
+    element('span', 'legend-value', item);
+    return item;
+  }
+
+  /// What a screen reader says of the chart, not oftener than one can listen.
+  summarize() {
+    if (Date.now() - (this.summarized ?? 0) < kSummaryPause) return;
+    this.summarized = Date.now();
+    const newest = this.series.slice(0, kMostLegend).map((one) => `${one.name} ${inUnit(this.unit, one.newest)}`);
+    this.frame.setAttribute('aria-label', `${this.title}, newest: ${newest.join(', ')}. Arrow keys move the crosshair, plus and minus zoom.`);
+  }
+
+  point(time) {
+    this.pointed = time;
+    const x = time === null || !this.graph ? null : this.graph.toDomXCoord(time * 1000);
+    this.cross.hidden = x === null || x < 0;
+    if (!this.cross.hidden) this.cross.style.transform = `translateX(${Math.round(x)}px)`;
+    if (this.graph) this.showLegend(time);
+  }
+
+  placeMark() {
+    const isShown = state.at !== null && Boolean(this.graph);
+    this.mark.hidden = !isShown;
+    if (isShown) this.mark.style.transform = `translateX(${Math.round(this.graph.toDomXCoord(state.at * 1000))}px)`;
+  }
+
+  timeAt(event) {
+    return this.graph.toDataXCoord(event.clientX - this.frame.getBoundingClientRect().left) / 1000;
+  }
+
+  hover(event) {
+    if (this.graph) pointAt(Math.min(this.until, Math.max(this.since, this.timeAt(event))));
+  }
+
+  /// Dragging with the mouse chooses a range for all charts; a finger is left to scroll the page.
+  select(event) {
+    if (!this.graph || event.pointerType === 'touch' || event.button !== 0) return;
+    event.preventDefault();
+    this.frame.focus({ preventScroll: true });
+    const left = this.frame.getBoundingClientRect().left;
+    const begin = event.clientX - left;
+    const abort = new AbortController();
+    const end = () => {
+      abort.abort();
+      this.selection.hidden = true;
+    };
+    addEventListener('pointermove', (moved) => {
+      const x = moved.clientX - left;
+      this.selection.hidden = Math.abs(x - begin) < 5;
+      this.selection.style.left = `${Math.min(x, begin)}px`;
+      this.selection.style.width = `${Math.abs(x - begin)}px`;
+    }, abort);
+    addEventListener('pointerup', (up) => {
+      const wasShown = !this.selection.hidden;
+      end();
+      if (wasShown) this.zoom(this.graph.toDataXCoord(begin) / 1000, this.timeAt(up));
+    }, abort);
+    addEventListener('pointercancel', end, abort);
+    addEventListener('keydown', (pressed) => {
+      if (pressed.key === 'Escape') end();
+    }, abort);
+  }
+
+  zoom(one, other) {
+    const from = Math.max(Math.floor(Math.min(one, other)), this.since);
+    const to = Math.min(Math.ceil(Math.max(one, other)), this.until);
+    if (to - from >= 10) go({ range: { from, to } }, { isZoom: true });
+  }
+
+  key(event) {
+    if (!this.graph) return;
+    const step = (this.until - this.since) / 60;
+    const middle = this.pointed ?? (this.since + this.until) / 2;
+    const half = (this.until - this.since) / 2;
+    if (event.key === 'ArrowLeft') pointAt(Math.max(this.since, (this.pointed ?? this.until) - step));
+    else if (event.key === 'ArrowRight') pointAt(Math.min(this.until, (this.pointed ?? this.since) + step));
+    else if (event.key === '+') this.zoom(middle - half / 2, middle + half / 2);
+    else if (event.key === '-') go({ range: { from: Math.floor(this.since - half), to: Math.ceil(Math.min(Date.now() / 1000, this.until + half)) } }, { isZoom: true });
+    else return;
+    event.preventDefault();
+  }
+
+  /// Says why there is no line.
+  async tellEmpty(signal) {
+    if (this.series.some((one) => one.times.length)) return;
+    this.tell('No figures in this range.');
+    const known = await schedules().catch(() => null);
+    const missing = known && this.lines.map((line) => line.record).find((record) => !known.has(record));
+    if (missing && !signal.aborted) this.tell(`${missing} is not scheduled, so nothing is kept. To schedule it: qmtctl schedule set ${missing} 60`);
+  }
+
+  tell(text) {
+    this.message.textContent = text;
+    this.message.hidden = false;
+  }
+
+  destroy() {
+    this.abort?.abort();
+    this.stopFollowing();
+    for (const stop of this.stops) stop();
+    charts.delete(this);
+    this.graph?.destroy();
+    this.figure.remove();
+  }
+}
+
+/// Whether a row meets "LABEL OP VALUE", as the daemon understands it.
+function meets(text, row) {
+  const match = /^(.*?)\s*(!=|<=|>=|=|<|>|~)\s*(.*)$/.exec(text);
+  if (!match) return true;
+  const [, label, op, value] = match;
+  const found = row[label];
+  if (op === '~') return patternOf(value).test(String(found));
+  const isSame = typeof found === 'number' ? found === Number(value) : String(found) === value;
+  if (op === '=') return isSame;
+  if (op === '!=') return !isSame;
+  if (found === null || found === undefined) return false;
+  const [a, b] = [Number(found), Number(value)];
+  return { '<': a < b, '<=': a <= b, '>': a > b, '>=': a >= b }[op];
+}
+
+/// A shell's pattern of * and ?; anything else stands for itself.
+function patternOf(text) {
+  const escaped = text.replace(/[\\^$.|+()[\]{}]/g, '\\$&');
+  return new RegExp(`^${escaped.replaceAll('*', '.*').replaceAll('?', '.')}$`, 's');
+}
+
+/// Puts a chart below `parent`. `unit` is 'percent', 'bytes', 'bytes/s', '/s', 'duration' or 'number'; each line is {record, label, name,
+/// where, by, transform}; values of labels in Mbytes or Kbytes come in bytes by themselves. `max` fixes the axis.
+export function chart(parent, options) {
+  return new Chart(parent, options);
+}

@@ -1,0 +1,198 @@
+// One stream of what the schedules make, for all who follow on the page. EventSource can send no token, so the stream is
+// read by fetch. It ends while the tab is hidden and goes on from the last batch that was seen.
+import { address, errorOf, headers } from './api.js';
+
+const kSilence = 40000;
+const kLeastPause = 1000;
+const kMostPause = 15000;
+// After a longer sleep charts ask anew for fewer points than all the rows that were missed.
+const kLongSleep = 300000;
+// What a follower asked for just before it followed may lack the newest batch, so this many seconds come again.
+const kOverlap = 15;
+
+const followers = new Set();
+const connectionListeners = new Set();
+let connection = { state: 'off', message: '' };
+let current = null;
+let lastId = '';
+let pause = kLeastPause;
+let timer = 0;
+let hiddenSince = 0;
+let isMissing = false;
+
+/// `fn({state, message})`: 'off', 'live', 'lost' (comes back by itself), 'gone' (the daemon) or 'missed' (rows can't be read back).
+export function onConnection(fn) {
+  connectionListeners.add(fn);
+  fn(connection);
+}
+
+function tellConnection(state, message = '') {
+  connection = { state, message };
+  for (const fn of connectionListeners) fn(connection);
+}
+
+/// Calls `fn({record, time, rows})` for each new run of the records; the same record and time may come twice and then
+/// replaces the first. The rows of the last seconds come first. `onGap` is called when rows were missed for good, so that
+/// the history is to be asked anew.
+export function follow(records, fn, { onGap, onBatch } = {}) {
+  const since = Math.floor(Date.now() / 1000) - kOverlap;
+  const follower = { records: new Set([].concat(records)), fn, onGap, onBatch, since };
+  followers.add(follower);
+  plan(50);
+  return () => {
+    followers.delete(follower);
+    plan(50);
+  };
+}
+
+function wanted() {
+  const names = new Set();
+  for (const one of followers) for (const record of one.records) names.add(record);
+  return [...names].sort().join(',');
+}
+
+function plan(milliseconds) {
+  clearTimeout(timer);
+  timer = setTimeout(settle, milliseconds);
+}
+
+/// Makes the stream the one that is wanted now.
+function settle() {
+  const names = document.hidden ? '' : wanted();
+  if (current && current.names === names) return;
+  current?.abort.abort();
+  current = null;
+  if (!names) {
+    if (!document.hidden) tellConnection('off');
+    return;
+  }
+  current = { names, abort: new AbortController() };
+  run(current);
+}
+
+async function run(stream) {
+  try {
+    await read(stream);
+    fail(stream, 'the gate ended the stream');
+  } catch (error) {
+    // The sign-in panel stands there; the page's followers begin anew after it.
+    if (error.status === 401) {
+      if (stream === current) current = null;
+      return;
+    }
+    fail(stream, error.message);
+  }
+}
+
+function fail(stream, message) {
+  if (stream !== current) return;
+  current = null;
+  isMissing ||= !lastId;
+  tellConnection('lost', message);
+  plan(pause);
+  pause = Math.min(pause * 2, kMostPause);
+}
+
+/// The batch to go on from: the last one that was seen, or an earlier one that a new follower lacks.
+function resumeFrom() {
+  let from = lastId ? Number(lastId) : Infinity;
+  for (const one of followers) {
+    from = Math.min(from, one.since);
+    one.since = Infinity;
+  }
+  return from === Infinity ? '' : String(from);
+}
+
+async function read(stream) {
+  const own = headers();
+  const from = resumeFrom();
+  if (from) own['Last-Event-ID'] = from;
+  let silence = 0;
+  const watch = () => {
+    clearTimeout(silence);
+    silence = setTimeout(() => stream.abort.abort(new Error(`nothing came for ${kSilence / 1000} s`)), kSilence);
+  };
+  watch();
+  try {
+    const answer = await fetch(address('events', { records: stream.names }), { headers: own, signal: stream.abort.signal, cache: 'no-store', credentials: 'omit' });
+    if (!answer.ok) throw await errorOf(answer);
+    const reader = answer.body.pipeThrough(new TextDecoderStream()).getReader();
+    const take = parser();
+    if (stream === current) connected();
+    for (;;) {
+      const { done, value } = await reader.read();
+      if (done || stream !== current) return;
+      pause = kLeastPause;
+      watch();
+      take(value);
+    }
+  } finally {
+    clearTimeout(silence);
+  }
+}
+
+/// Without an id of a batch there was no place to go on from.
+function connected() {
+  tellConnection('live');
+  if (isMissing) tellGap();
+  isMissing = false;
+}
+
+/// Takes pieces of text/event-stream as they come and hands on whole events.
+function parser() {
+  let rest = '';
+  let event = { type: '', data: [], id: null };
+  return (piece) => {
+    const lines = (rest + piece).split(/\r\n|\n|\r(?!$)/);
+    rest = lines.pop();
+    for (const line of lines) {
+      if (line === '') {
+        if (event.data.length) dispatch(event);
+        event = { type: '', data: [], id: null };
+        continue;
+      }
+      const colon = line.indexOf(':');
+      if (colon === 0) continue;
+      const name = colon < 0 ? line : line.slice(0, colon);
+      const value = colon < 0 ? '' : line.slice(colon + 1).replace(/^ /, '');
+      if (name === 'event') event.type = value;
+      else if (name === 'data') event.data.push(value);
+      else if (name === 'id') event.id = value;
+    }
+  };
+}
+
+function dispatch({ type, data, id }) {
+  let told;
+  try {
+    told = JSON.parse(data.join('\n'));
+  } catch {
+    return;
+  }
+  if (type === 'rows') {
+    for (const one of [...followers]) if (one.records.has(told.record)) one.fn(told);
+  } else if (type === 'batch') {
+    if (id) lastId = id;
+    for (const one of [...followers]) one.onBatch?.(told);
+  } else if (type === 'daemon') {
+    if (told.state === 'gone') tellConnection('gone');
+    else tellConnection('live');
+  } else if (type === 'lost') {
+    tellConnection('missed', told.message);
+    tellGap();
+  }
+}
+
+function tellGap() {
+  for (const one of [...followers]) one.onGap?.();
+}
+
+document.addEventListener('visibilitychange', () => {
+  if (document.hidden) {
+    hiddenSince = Date.now();
+  } else if (hiddenSince && Date.now() - hiddenSince > kLongSleep) {
+    lastId = '';
+    tellGap();
+  }
+  plan(0);
+});
