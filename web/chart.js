@@ -1,10 +1,12 @@
 // A chart: history of the page's range at once, then the rows as they come. All charts of the page have one crosshair and
 // one range. Dygraph draws; it gets names of our own (s0, s1, ...), as text of a host must never become markup.
 import { points, schedules } from './api.js';
+import { listenToInput } from './chart-input.js';
+import { meets } from './condition.js';
 import { follow } from './events.js';
 import { inUnit, timeNode, unitOf } from './format.js';
 import { Series, merge } from './series.js';
-import { go, onChange, state } from './state.js';
+import { onChange, state } from './state.js';
 
 const kMostPoints = 600;
 const kMostColumns = 16;
@@ -81,11 +83,7 @@ class Chart {
     });
     sized.observe(this.frame);
     this.stops.push(() => sized.disconnect());
-    this.frame.addEventListener('pointermove', (event) => this.hover(event));
-    this.frame.addEventListener('pointerleave', () => pointAt(null));
-    this.frame.addEventListener('pointerdown', (event) => this.select(event));
-    this.frame.addEventListener('keydown', (event) => this.key(event));
-    this.frame.addEventListener('blur', () => pointAt(null));
+    listenToInput(this, pointAt);
   }
 
   /// The lines that one question can answer.
@@ -302,62 +300,6 @@ class Chart {
     if (isShown) this.mark.style.transform = `translateX(${Math.round(this.graph.toDomXCoord(state.at * 1000))}px)`;
   }
 
-  timeAt(event) {
-    return this.graph.toDataXCoord(event.clientX - this.frame.getBoundingClientRect().left) / 1000;
-  }
-
-  hover(event) {
-    if (this.graph) pointAt(Math.min(this.until, Math.max(this.since, this.timeAt(event))));
-  }
-
-  /// Dragging with the mouse chooses a range for all charts; a finger is left to scroll the page.
-  select(event) {
-    if (!this.graph || event.pointerType === 'touch' || event.button !== 0) return;
-    event.preventDefault();
-    this.frame.focus({ preventScroll: true });
-    const left = this.frame.getBoundingClientRect().left;
-    const begin = event.clientX - left;
-    const abort = new AbortController();
-    const end = () => {
-      abort.abort();
-      this.selection.hidden = true;
-    };
-    addEventListener('pointermove', (moved) => {
-      const x = moved.clientX - left;
-      this.selection.hidden = Math.abs(x - begin) < 5;
-      this.selection.style.left = `${Math.min(x, begin)}px`;
-      this.selection.style.width = `${Math.abs(x - begin)}px`;
-    }, abort);
-    addEventListener('pointerup', (up) => {
-      const wasShown = !this.selection.hidden;
-      end();
-      if (wasShown) this.zoom(this.graph.toDataXCoord(begin) / 1000, this.timeAt(up));
-    }, abort);
-    addEventListener('pointercancel', end, abort);
-    addEventListener('keydown', (pressed) => {
-      if (pressed.key === 'Escape') end();
-    }, abort);
-  }
-
-  zoom(one, other) {
-    const from = Math.max(Math.floor(Math.min(one, other)), this.since);
-    const to = Math.min(Math.ceil(Math.max(one, other)), this.until);
-    if (to - from >= 10) go({ range: { from, to } }, { isZoom: true });
-  }
-
-  key(event) {
-    if (!this.graph) return;
-    const step = (this.until - this.since) / 60;
-    const middle = this.pointed ?? (this.since + this.until) / 2;
-    const half = (this.until - this.since) / 2;
-    if (event.key === 'ArrowLeft') pointAt(Math.max(this.since, (this.pointed ?? this.until) - step));
-    else if (event.key === 'ArrowRight') pointAt(Math.min(this.until, (this.pointed ?? this.since) + step));
-    else if (event.key === '+') this.zoom(middle - half / 2, middle + half / 2);
-    else if (event.key === '-') go({ range: { from: Math.floor(this.since - half), to: Math.ceil(Math.min(Date.now() / 1000, this.until + half)) } }, { isZoom: true });
-    else return;
-    event.preventDefault();
-  }
-
   /// Says why there is no line.
   async tellEmpty(signal) {
     if (this.series.some((one) => one.times.length)) return;
@@ -380,27 +322,6 @@ class Chart {
     this.graph?.destroy();
     this.figure.remove();
   }
-}
-
-/// Whether a row meets "LABEL OP VALUE", as the daemon understands it.
-function meets(text, row) {
-  const match = /^(.*?)\s*(!=|<=|>=|=|<|>|~)\s*(.*)$/.exec(text);
-  if (!match) return true;
-  const [, label, op, value] = match;
-  const found = row[label];
-  if (op === '~') return patternOf(value).test(String(found));
-  const isSame = typeof found === 'number' ? found === Number(value) : String(found) === value;
-  if (op === '=') return isSame;
-  if (op === '!=') return !isSame;
-  if (found === null || found === undefined) return false;
-  const [a, b] = [Number(found), Number(value)];
-  return { '<': a < b, '<=': a <= b, '>': a > b, '>=': a >= b }[op];
-}
-
-/// A shell's pattern of * and ?; anything else stands for itself.
-function patternOf(text) {
-  const escaped = text.replace(/[\\^$.|+()[\]{}]/g, '\\$&');
-  return new RegExp(`^${escaped.replaceAll('*', '.*').replaceAll('?', '.')}$`, 's');
 }
 
 /// Puts a chart below `parent`. `unit` is 'percent', 'bytes', 'bytes/s', '/s', 'duration' or 'number'; each line is {record, label, name,

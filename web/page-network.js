@@ -2,8 +2,7 @@
 import { rows, schema } from './api.js';
 import { chart } from './chart.js';
 import { follow } from './events.js';
-import { timeNode } from './format.js';
-import { failure, figures, whenBack } from './panel.js';
+import { failure, figures, tellTime, whenBack } from './panel.js';
 import { rowPage } from './rowpage.js';
 import { state } from './state.js';
 import { make } from './table.js';
@@ -77,11 +76,10 @@ function sockets(main) {
     all.append(make('summary', '', 'All figures of the sockets'));
     part.append(all);
     const told = figures(all, layout, answer.rows[0] ?? {});
-    const tellTime = (t) => time.replaceChildren(...(t ? ['as of ', timeNode(t)] : [state.at === null ? 'nothing collected yet' : 'nothing kept near this time']));
-    tellTime(answer.time);
+    tellTime(time, answer.time);
     if (state.at !== null) return;
     stop = follow('SOCK', (next) => {
-      tellTime(next.time);
+      tellTime(time, next.time);
       told.update(next.rows[0] ?? {});
     });
   };

@@ -1,8 +1,8 @@
 // All processes: as a list, a tree, or in groups; one of them opened beside it.
 import { csvButton } from './csv.js';
-import { bytes, duration, number, percent, rate, timeNode, timeText } from './format.js';
+import { bytes, duration, number, percent, rate, timeText } from './format.js';
 import { Looks, keyOf, sum } from './looks.js';
-import { failure } from './panel.js';
+import { failure, tellTime } from './panel.js';
 import { processPanel } from './process-panel.js';
 import { choose, onChange, state } from './state.js';
 import { make, table } from './table.js';
@@ -99,7 +99,7 @@ class Page {
     this.select = select;
     const labels = ['PID', 'Start Time', 'Name', 'User', 'State', 'Control Group', 'Unit', 'Workgroup', 'Parent PID', ...kSummed];
     this.filterPlace = make('span', 'filter-place');
-    this.head.append(label, this.filterPlace, this.count, this.time, this.stale, csvButton('processes', () => ({ labels, rows: this.table.shown().filter((row) => !row.isGroup) })));
+    this.head.append(label, this.filterPlace, this.count, this.time, this.stale, csvButton('processes', () => ({ labels, rows: this.table.chosen() })));
   }
 
   view() {
@@ -166,7 +166,7 @@ class Page {
     this.timeOf = time;
     this.rows = rows;
     this.count.textContent = `${number(rows.length)} processes`;
-    this.time.replaceChildren(...(time ? ['as of ', timeNode(time)] : ['no kept rows']));
+    tellTime(this.time, time);
     this.draw();
     if (isFirst) this.open(state.choice.process);
     else this.panel?.renew();

@@ -173,7 +173,7 @@ class Records {
     }));
     const list = table(this.body, { columns, rows: [], sort, filter: 'Filter rows', caption: `Rows of ${this.record}`, keyOf });
     const labels = fields.map((field) => field.label);
-    head.append(csvButton(this.record, () => ({ labels, rows: list.shown() })));
+    head.append(csvButton(this.record, () => ({ labels, rows: list.chosen() })));
     this.stops.push(() => list.destroy());
     return { count, list };
   }

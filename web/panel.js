@@ -1,9 +1,11 @@
 // What stands beside a table: one row with all its figures, and words for what can't be shown.
 import { follow } from './events.js';
-import { valueOf } from './format.js';
+import { timeNode, valueOf } from './format.js';
+import { state } from './state.js';
 import { make } from './table.js';
 
 const kRetryPause = 5000;
+const kFar = 300;
 const kHidden = ['Record Type', 'Record Time', 'Interval'];
 
 /// An aside with a heading and a button that closes it, as Esc does. Gives {body, close()}; `onClose` is called when the reader
@@ -70,6 +72,14 @@ export function figures(parent, schema, row, { hide = [], only = null } = {}) {
 export function write(node, shown) {
   if (shown instanceof Node) node.replaceChildren(shown);
   else if (node.textContent !== String(shown)) node.textContent = shown;
+}
+
+/// Says of which time the rows beside are; a time of the past that lies far from the one that was asked for stands out.
+export function tellTime(node, time) {
+  const isFar = state.at !== null && time > 0 && Math.abs(time - state.at) > kFar;
+  node.classList.toggle('warn', isFar);
+  if (!time) node.textContent = state.at === null ? 'nothing collected yet' : 'nothing kept near this time';
+  else node.replaceChildren(isFar ? 'the nearest kept time is ' : 'as of ', timeNode(time));
 }
 
 /// Calls `fn` once when asking anew is worth it: at the first rows of a record that was not scheduled, else after a while.

@@ -4,8 +4,8 @@ import { rows as askRows, schema as askSchema } from './api.js';
 import { chart } from './chart.js';
 import { csvButton } from './csv.js';
 import { follow } from './events.js';
-import { timeNode, unitOf, valueOf } from './format.js';
-import { failure, figures, panel, whenBack } from './panel.js';
+import { unitOf, valueOf } from './format.js';
+import { failure, figures, panel, tellTime, whenBack } from './panel.js';
 import { choose, onChange, state } from './state.js';
 import { make, table } from './table.js';
 
@@ -77,7 +77,7 @@ class RowPart {
     this.time = make('span', 'dim');
     this.head.append(this.count, this.time);
     this.filterPlace = make('span', 'filter-place');
-    this.head.append(this.filterPlace, csvButton(options.record, () => ({ labels: schema.fields.map((field) => field.label), rows: this.table.shown().filter((row) => !row.isGroup) })));
+    this.head.append(this.filterPlace, csvButton(options.record, () => ({ labels: schema.fields.map((field) => field.label), rows: this.table.chosen() })));
     this.table = table(this.list, {
       columns, rows: [], keyOf: (row) => this.keyOf(row), sort: state.choice[`${options.choice}-sort`] ?? options.sort, filter: options.filter, filterParent: this.filterPlace, text: state.choice[`${options.choice}-filter`], caption: options.caption ?? options.title,
       empty: options.empty, arrange: options.arrange, onToggle: options.onToggle, onOpen: (row, key) => choose(options.choice, key),
@@ -109,7 +109,7 @@ class RowPart {
     this.rows = rows;
     const { noun } = this.options;
     this.count.textContent = noun ? `${rows.length} ${rows.length === 1 ? noun : `${noun}s`}` : '';
-    this.time.replaceChildren(...(time ? ['as of ', timeNode(time)] : [state.at === null ? 'nothing collected yet' : 'nothing kept near this time']));
+    tellTime(this.time, time);
     this.draw();
     if (isFirst) this.open(state.choice[this.options.choice]);
     else this.renew();

@@ -38,8 +38,13 @@ export function table(parent, options) {
       if (self.input && folded(self.input.value) !== next) self.input.value = text ?? '';
       draw(self);
     },
-    /// The rows as they are shown: filtered and in order.
-    shown: () => self.shown,
+    /// The rows that fit the filter, in order; folded ones too.
+    chosen() {
+      const { columns } = self.options;
+      const chosen = self.rows.filter((row) => chosenBy(columns, row, self.text));
+      const compare = comparison(columns, self.sort);
+      return compare ? chosen.sort(compare) : chosen;
+    },
     columns: () => self.options.columns,
     destroy() {
       clearTimeout(self.timer);
@@ -152,7 +157,6 @@ function draw(self) {
     cell.setAttribute('aria-sort', isUp ? 'ascending' : isDown ? 'descending' : 'none');
   }
   const all = arranged(self);
-  self.shown = all.map((entry) => entry.row);
   place(self, all.slice(0, self.most));
   tellNote(self, all.length);
 }
