@@ -9,8 +9,8 @@
 
 #include "local/log/ProblemReport.h"
 #include "local/loop/EventLoop.h"
-#include "local/loop/LoopDescriptor.h"
-#include "local/loop/LoopTimer.h"
+#include "io/LoopDescriptor.h"
+#include "io/LoopTimer.h"
 
 /// How the gate is started.
 struct GateCommand {

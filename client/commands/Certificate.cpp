@@ -133,15 +133,23 @@ std::string SubjectOf(const Words& hosts) {
 }
 
 bool MakeByOpenssl(const WorkFolder& folder, const Words& hosts, const std::string& days) {
-  std::string names;
+  // The system's own settings would make an authority of it, which some browsers refuse.
+  std::ofstream settings(folder.File("settings"));
+  settings << "[req]\nprompt = no\ndistinguished_name = subject\nx509_extensions = uses\n"
+           << "[subject]\nCN = " << SubjectOf(hosts)
+           << "\n[uses]\nbasicConstraints = critical,CA:FALSE\n"
+           << "keyUsage = critical,digitalSignature\nextendedKeyUsage = serverAuth\n"
+           << "subjectAltName = ";
   for (const std::string& host : hosts) {
-    names += (names.empty() ? "subjectAltName=" : ",") +
-             std::string(IsAddressText(host) ? "IP:" : "DNS:") + host;
+    settings << (&host == &hosts.front() ? "" : ",") << (IsAddressText(host) ? "IP:" : "DNS:")
+             << host;
   }
+  settings << '\n';
+  settings.close();
   return RunTool(folder,
                  {"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
-                  "-sha256", "-nodes", "-days", days, "-subj", "/CN=" + SubjectOf(hosts), "-addext",
-                  names, "-keyout", folder.File("key"), "-out", folder.File("crt")}) &&
+                  "-sha256", "-nodes", "-days", days, "-config", folder.File("settings"), "-keyout",
+                  folder.File("key"), "-out", folder.File("crt")}) &&
          RunTool(folder, {"openssl", "x509", "-in", folder.File("crt"), "-noout", "-sha256",
                           "-fingerprint"});
 }
