@@ -54,8 +54,9 @@ std::string ShownText(const Json& value, bool isTime) {
 RowCondition::RowCondition(std::string_view text, const FieldFinder& find) {
   using enum Operator;
   // A longer operator stands before its own beginning.
-  static constexpr std::array<std::pair<std::string_view, Operator>, 7> kOperators{
+  static constexpr std::array<std::pair<std::string_view, Operator>, 8> kOperators{
       {{"!=", kNotEqual},
+       {"!~", kUnlike},
        {"<=", kLessEqual},
        {">=", kGreaterEqual},
        {"=", kEqual},
@@ -74,13 +75,13 @@ RowCondition::RowCondition(std::string_view text, const FieldFinder& find) {
   }
   if (found == nullptr) {
     throw std::invalid_argument("\"" + std::string(text) +
-                                "\" compares nothing: write LABEL=VALUE, or != < <= > >= ~ for "
+                                "\" compares nothing: write LABEL=VALUE, or != < <= > >= ~ !~ for "
                                 "the =");
   }
   m_field = find(Trimmed(text.substr(0, --place)));
   m_operator = found->second;
   m_text = Trimmed(text.substr(place + found->first.size()));
-  m_isNumber = m_field.isNumeric && m_operator != kLike;
+  m_isNumber = m_field.isNumeric && m_operator != kLike && m_operator != kUnlike;
   if (m_isNumber) {
     ReadNumber();
   }
@@ -115,19 +116,23 @@ bool RowCondition::Compare(const Value& left, const Value& right) const {
     case Operator::kGreaterEqual:
       return left >= right;
     case Operator::kLike:
+    case Operator::kUnlike:
       break;
   }
   return false;
 }
 
 bool RowCondition::HoldsText(const std::string& text) const {
-  return m_operator == Operator::kLike ? ::fnmatch(m_text.c_str(), text.c_str(), 0) == 0
-                                       : Compare(text, m_text);
+  if (m_operator != Operator::kLike && m_operator != Operator::kUnlike) {
+    return Compare(text, m_text);
+  }
+  const bool isLike = ::fnmatch(m_text.c_str(), text.c_str(), 0) == 0;
+  return isLike == (m_operator == Operator::kLike);
 }
 
 bool RowCondition::Holds(const Json& value) const {
   if (value.IsNull()) {
-    return m_operator == Operator::kNotEqual;
+    return m_operator == Operator::kNotEqual || m_operator == Operator::kUnlike;
   }
   if (m_isNumber && value.IsNumber()) {
     return Compare(value.Number(), m_number);

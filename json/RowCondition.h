@@ -21,9 +21,9 @@ using FieldFinder = std::function<RowField(std::string_view label)>;
 /// What a row must fulfil: one label, an operator and what the value is compared with.
 class RowCondition {
  public:
-  /// Reads "LABEL=VALUE", with != < <= > >= or ~ (a shell pattern) as well; blanks around the label
-  /// and the value don't count. Throws std::invalid_argument for no operator and a value that its
-  /// field can't have; what `find` throws passes.
+  /// Reads "LABEL=VALUE", with != < <= > >= ~ (a shell pattern) or !~ as well; blanks around the
+  /// label and the value don't count. Throws std::invalid_argument for no operator and a value that
+  /// its field can't have; what `find` throws passes.
   RowCondition(std::string_view text, const FieldFinder& find);
 
   /// The field whose value is asked for.
@@ -33,7 +33,16 @@ class RowCondition {
   [[nodiscard]] bool Holds(const Json& value) const;
 
  private:
-  enum class Operator { kEqual, kNotEqual, kLess, kLessEqual, kGreater, kGreaterEqual, kLike };
+  enum class Operator {
+    kEqual,
+    kNotEqual,
+    kLess,
+    kLessEqual,
+    kGreater,
+    kGreaterEqual,
+    kLike,
+    kUnlike
+  };
 
   template <class Value>
   [[nodiscard]] bool Compare(const Value& left, const Value& right) const;

@@ -27,6 +27,7 @@ PAGES = ["overview", "processes", "disks", "network", "filesystems", "groups", "
 SCHEDULE = "".join(f"{record} = {seconds}\n" for record, seconds in {
     "PI": 1, "CPUP": 1, "CPUX": 1, "PRES": 1, "MEMD": 1, "DISK": 1, "NETD": 1, "SOCK": 1, "PDS": 5,
     "FSL": 5, "CGRP": 5, "WGRP": 5, "PDX": 5, "PDI": 5, "HOST": 60, "SENS": 60}.items())
+DAYS_OF = ["PI", "CPUX", "MEMD", "PRES", "DISK", "NETD"]
 ATTACK = "<img src=x onerror=alert(1)>"
 DAY = 86400
 FIRST_PAINT_MS = 500
@@ -101,7 +102,7 @@ def add_days(agent, days):
     """Puts days of rows before those that the daemon has kept."""
     agent.__exit__(None)
     database = sqlite3.connect(agent.home / "records.db")
-    for table in ("PI", "CPUX", "MEMD", "PRES", "DISK", "NETD"):
+    for table in DAYS_OF:
         columns = [row[1] for row in database.execute(f'PRAGMA table_info("{table}")')]
         newest = database.execute(f'SELECT max("Record Time") FROM "{table}"').fetchone()[0]
         rows = database.execute(f'SELECT * FROM "{table}" WHERE "Record Time" = ?', [newest]).fetchall()
@@ -304,7 +305,8 @@ def check_pictures(browser, folder):
 def run(build, work, pictures):
     agent = Agent(build, work / "root", "modern", SCHEDULE, port=free_port())
     with agent:
-        wait_for("rows of PDX", lambda: agent.ask("last", "PDX")[0]["rows"])
+        for record in DAYS_OF:
+            wait_for(f"rows of {record}", lambda name=record: agent.ask("history", name))
         add_days(agent, 14)
         with Browser(f"http://{agent.bare}") as browser:
             browser.driver.get(console_link(agent))
