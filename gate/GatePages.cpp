@@ -156,5 +156,7 @@ void GatePages::ServeGate(HttpExchange& exchange, const Verdict& verdict) const 
                   {"listeners", m_events.Listeners()},
                   {"name", verdict.name},
                   {"role", RoleName(verdict.role)}};
-  exchange.Answer({200, "application/json", JsonText(Json{{"ok", true}, {"gate", gate}}) + '\n'});
+  HttpAnswer answer{200, "application/json", JsonText(Json{{"ok", true}, {"gate", gate}}) + '\n'};
+  answer.headers = {{"Cache-Control", "no-store"}};
+  exchange.Answer(std::move(answer));
 }

@@ -8,6 +8,12 @@
 namespace {
 
 constexpr std::int64_t kPageRows = 500;
+/// The past is read back in at most so many stretches of at least so many seconds.
+constexpr std::int64_t kMostStretches = 12;
+constexpr std::int64_t kLeastStretch = 60;
+/// So often, after such a pause, it is looked whether the reader has taken what waits.
+constexpr std::chrono::milliseconds kReaderPause{100};
+constexpr int kReaderPatience = 300;
 
 std::int64_t TimeOf(const Json& row) {
   const Json* time = row.Find("Record Time");
@@ -26,7 +32,8 @@ EventListener::EventListener(DaemonDesk& desk, EventQuery query, std::shared_ptr
     : m_desk(desk),
       m_query(std::move(query)),
       m_stream(std::move(stream)),
-      m_showsArguments(showsArguments) {}
+      m_showsArguments(showsArguments),
+      m_pause(desk.Loop()) {}
 
 void EventListener::Start(std::int64_t now) {
   // A proxy, and the reader's own library, may wait for the first bytes.
@@ -39,12 +46,30 @@ void EventListener::Start(std::int64_t now) {
     Lose("no more than an hour is read back; ask history for the rest");
     m_query.since = now - kMostSecondsBack;
   }
+  m_pastEnd = now;
+  m_stretchSeconds = std::max(kLeastStretch, (now - m_query.since) / kMostStretches + 1);
   if (m_query.records.empty()) {
     AskSchedules();
   } else {
-    m_toRead = m_query.records;
-    ReadBackNext(nullptr);
+    m_records = m_query.records;
+    BeginStretch();
   }
+}
+
+void EventListener::BeginStretch() {
+  m_stretchEnd = m_query.since + m_stretchSeconds;
+  m_toRead = m_records;
+  ReadBackNext(nullptr);
+}
+
+void EventListener::EndStretch() {
+  if (m_stretchEnd > m_pastEnd) {
+    GoLive();
+    return;
+  }
+  m_query.since = m_stretchEnd;
+  m_stream->Put(FrameOfLine(JsonText(Json{{"event", "batch"}, {"time", m_stretchEnd}})).text);
+  BeginStretch();
 }
 
 void EventListener::AskSchedules() {
@@ -58,10 +83,10 @@ void EventListener::AskSchedules() {
         const Json* schedules = status == nullptr ? nullptr : status->Find("schedules");
         if (schedules != nullptr && schedules->IsArray()) {
           for (const Json& schedule : schedules->Elements()) {
-            self->m_toRead.push_back(TextOf(schedule, "record"));
+            self->m_records.push_back(TextOf(schedule, "record"));
           }
         }
-        self->ReadBackNext(nullptr);
+        self->BeginStretch();
       });
 }
 
@@ -70,13 +95,16 @@ void EventListener::ReadBackNext(const Json& after) {
     return;
   }
   if (m_toRead.empty()) {
-    GoLive();
+    EndStretch();
     return;
   }
   Json request{{"op", "history"},
                {"record", m_toRead.back()},
                {"since", m_query.since},
                {"limit", kPageRows}};
+  if (m_stretchEnd <= m_pastEnd) {
+    request["until"] = m_stretchEnd - 1;
+  }
   if (!after.IsNull()) {
     request["after"] = after;
   }
@@ -105,12 +133,17 @@ void EventListener::TakePage(const Json& answer) {
   if (isLast) {
     m_toRead.pop_back();
   }
-  if (m_stream->Waiting() > kMostWaiting) {
-    // It comes back with what it has got until then.
+  WaitForReader(after, kReaderPatience);
+}
+
+void EventListener::WaitForReader(const Json& after, int patience) {
+  if (m_stream->Waiting() <= kMostWaiting / 2) {
+    ReadBackNext(after);
+  } else if (patience == 0) {
     End();
-    return;
+  } else {
+    m_pause.After(kReaderPause, [this, after, patience] { WaitForReader(after, patience - 1); });
   }
-  ReadBackNext(after);
 }
 
 void EventListener::PutRows(const Json& history, bool isLast) {

@@ -10,9 +10,11 @@
 #include "gate/console/EventFrame.h"
 #include "gate/daemon/DaemonDesk.h"
 #include "gate/http/HttpExchange.h"
+#include "io/LoopTimer.h"
 
-/// One reader of events. What it has missed is read back from history first; what is made meanwhile
-/// waits. One that takes too little is ended, and may come back with the id that it has.
+/// One reader of events. What it has missed is read back from history first, a stretch of time
+/// after the other, each with an id at its end, and as fast as the reader takes it; what is made
+/// meanwhile waits. One that takes too little is ended, and may come back with the id that it has.
 class EventListener : public std::enable_shared_from_this<EventListener> {
  public:
   /// Bytes that may wait for one reader, beyond the event that comes next.
@@ -33,7 +35,10 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
   [[nodiscard]] bool Wants(const EventFrame& frame) const;
   void Put(const EventFrame& frame);
   void AskSchedules();
+  void BeginStretch();
+  void EndStretch();
   void ReadBackNext(const Json& after);
+  void WaitForReader(const Json& after, int patience);
   void TakePage(const Json& answer);
   void PutRows(const Json& history, bool isLast);
   void Lose(const std::string& reason);
@@ -44,8 +49,13 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
   std::shared_ptr<HttpStream> m_stream;
   bool m_showsArguments;
   bool m_isLive = true;
-  std::vector<std::string> m_toRead;  ///< records whose past is still to be read, the next one last
-  std::string m_rows;                 ///< of the time that the last page has ended in
+  std::vector<std::string> m_records;  ///< whose past is read back
+  std::vector<std::string> m_toRead;   ///< those of them in the present stretch, the next one last
+  std::int64_t m_stretchSeconds = 0;
+  std::int64_t m_stretchEnd = 0;  ///< the first second behind it
+  std::int64_t m_pastEnd = 0;  ///< that of the last stretch, which has all that has been kept since
+  LoopTimer m_pause;
+  std::string m_rows;  ///< of the time that the last page has ended in
   std::int64_t m_rowsTime = 0;
   std::deque<EventFrame> m_waiting;  ///< made while the past is read
   std::size_t m_waitingBytes = 0;

@@ -27,7 +27,10 @@ HttpAnswer ErrorAnswer(unsigned status, std::string_view code, const std::string
   if (!field.empty()) {
     error["field"] = field;
   }
-  return {status, "application/json", JsonText(Json{{"ok", false}, {"error", error}}) + '\n'};
+  HttpAnswer answer{status, "application/json",
+                    JsonText(Json{{"ok", false}, {"error", error}}) + '\n'};
+  answer.headers = {{"Cache-Control", "no-store"}};
+  return answer;
 }
 
 HttpAnswer ErrorAnswer(DaemonDesk::End end) {
