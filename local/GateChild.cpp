@@ -103,7 +103,8 @@ bool GateChild::Spawn(std::string& error) {
   ::setpgid(pid, pid);
   m_pid = pid;
   try {
-    Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+    // The header of the C library's own function says nothing to C++ programs of how it links.
+    Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0U)));
     if (!process.IsOpen()) {
       throw std::system_error(errno, std::generic_category());
     }

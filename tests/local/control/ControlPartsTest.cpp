@@ -104,12 +104,15 @@ TEST(ControlOperationsTest, EachOperationNeedsItsRight) {
   };
   for (const char* line :
        {R"({"op":"records","id":7})", R"({"op":"schema","record":"FAKE","id":7})",
-        R"({"op":"last","records":[],"id":7})", R"({"op":"status","id":7})"}) {
+        R"({"op":"last","records":[],"id":7})", R"({"op":"status","id":7})",
+        R"({"op":"gate","id":7})", R"({"op":"log","id":7})", R"({"op":"token_check","id":7})",
+        R"({"op":"follow","records":1,"id":7})", R"({"op":"metrics","records":1,"id":7})"}) {
     EXPECT_TRUE(isDenied(Rights::kNone, line)) << line;
     EXPECT_FALSE(isDenied(Rights::kRead, line)) << line;
   }
   const char* shutdown = R"({"op":"shutdown","id":7})";
   EXPECT_TRUE(isDenied(Rights::kNone, R"({"op":"get","records":[],"id":7})"));
+  EXPECT_TRUE(isDenied(Rights::kNone, R"({"op":"console_token","id":7})"));
   EXPECT_TRUE(isDenied(Rights::kRead, shutdown));
   const char* change = R"({"op":"config_set","id":7})";
   EXPECT_TRUE(isDenied(Rights::kNone, R"({"op":"config","id":7})"));

@@ -17,8 +17,8 @@ class FakePeer : public ControlPeer {
   void AnswerRaw(std::string line, std::string bytes) override {
     answers.push_back(line + '\n' + bytes);
   }
-  /// Takes nothing by itself: a test asks `pieces`.
-  void AnswerWithoutEnd(AnswerPieces answer) override { pieces = std::move(answer); }
+  /// Takes nothing by itself: a test asks `endless`.
+  void AnswerWithoutEnd(AnswerPieces answer) override { endless = std::move(answer); }
   void Continue() override { ++continues; }
   void Abandon() override { isGone = true; }
   void AnswerInPieces(AnswerPieces pieces) override {
@@ -35,7 +35,7 @@ class FakePeer : public ControlPeer {
 
   std::vector<std::string> answers;
   bool isGone = false;
-  AnswerPieces pieces;  ///< of an answer without end
+  AnswerPieces endless;  ///< of an answer without end
   int continues = 0;
 
  private:

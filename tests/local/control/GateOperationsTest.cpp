@@ -1,0 +1,184 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "local/control/ConsoleTokens.h"
+#include "local/log/RecentMessages.h"
+#include "node/MessageCatalog.h"
+#include "tests/local/ServedControl.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class ConsoleTokensTest : public ::testing::Test {
+ protected:
+  ConsoleTokens Tokens() {
+    return {"tokens", [this](const std::string& text) { m_told.push_back(text); },
+            [this] { return m_now; }};
+  }
+
+  const ScratchDirectory m_directory;
+  std::time_t m_now = 1000000;
+  std::vector<std::string> m_told;
+};
+
+TEST_F(ConsoleTokensTest, ATokenIsGoodForItsTimeAlsoAfterARestart) {
+  ConsoleTokens first = Tokens();
+  const ConsoleToken token = first.Make();
+  EXPECT_EQ(token.text.size(), 43U);
+  EXPECT_EQ(token.expires, m_now + 12 * 3600);
+  struct stat status {};
+  ASSERT_EQ(::stat("tokens", &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+  ConsoleTokens second = Tokens();
+  for (ConsoleTokens* tokens : {&first, &second}) {
+    EXPECT_EQ(tokens->Check(token.text), token.expires);
+    for (const std::string& wrong :
+         {std::string(), token.text + "A", token.text.substr(1), std::string(43, 'A')}) {
+      EXPECT_EQ(tokens->Check(wrong), 0) << wrong;
+    }
+  }
+  m_now = token.expires - 1;
+  EXPECT_EQ(second.Check(token.text), token.expires);
+  m_now = token.expires;
+  EXPECT_EQ(second.Check(token.text), 0);
+
+  std::set<std::string> others;
+  for (std::size_t i = 0; i < ConsoleTokens::kMost; ++i) {
+    others.insert(first.Make().text);
+  }
+  EXPECT_EQ(others.size(), ConsoleTokens::kMost);
+  EXPECT_NE(first.Check(*others.begin()), 0);
+  const ConsoleToken last = first.Make();
+  ConsoleTokens third = Tokens();
+  EXPECT_NE(third.Check(last.text), 0);
+  std::size_t good = 0;
+  for (const std::string& other : others) {
+    good += third.Check(other) != 0 ? 1 : 0;
+  }
+  EXPECT_EQ(good, ConsoleTokens::kMost - 1) << "the oldest has gone";
+  EXPECT_THAT(m_told, IsEmpty());
+}
+
+TEST_F(ConsoleTokensTest, AHostileFileIsBegunAnew) {
+  const std::string good = std::string(43, 'A') + " 1000100\n";
+  const auto write = [](const std::string& text) {
+    std::ofstream("tokens") << text;
+    std::filesystem::permissions("tokens", std::filesystem::perms(0600));
+  };
+  std::string many;
+  for (int i = 0; i < 65; ++i) {
+    many += good;
+  }
+  const struct {
+    const char* what;
+    std::function<void()> make;
+    bool isTaken;
+  } rows[] = {
+      {"good", [&] { write(good); }, true},
+      {"empty", [&] { write(""); }, false},
+      {"cut", [&] { write(good + std::string(43, 'B')); }, false},
+      {"zero bytes", [&] { write(good + std::string(20, '\0') + "\n"); }, false},
+      {"for ever", [&] { write(good + std::string(43, 'B') + " 9999999999\n"); }, false},
+      {"overflow", [&] { write(good + std::string(43, 'B') + " 99999999999999999999\n"); }, false},
+      {"too many", [&] { write(many); }, false},
+      {"long", [&] { write(good + std::string(1 << 20, 'x')); }, false},
+      {"read by others", [&] { write(good), ::chmod("tokens", 0640); }, false},
+      {"a link",
+       [&] {
+         std::ofstream("target") << good;
+         std::filesystem::create_symlink("target", "tokens");
+       },
+       false},
+      {"a pipe", [] { ASSERT_EQ(::mkfifo("tokens", 0600), 0); }, false},
+  };
+  for (const auto& row : rows) {
+    std::filesystem::remove("tokens");
+    m_told.clear();
+    row.make();
+    ConsoleTokens tokens = Tokens();
+    EXPECT_EQ(tokens.Check(std::string(43, 'A')), row.isTaken ? 1000100 : 0) << row.what;
+    EXPECT_EQ(m_told.size(), row.isTaken || std::string(row.what) == "empty" ? 0U : 1U) << row.what;
+    const ConsoleToken token = tokens.Make();
+    EXPECT_EQ(Tokens().Check(token.text), token.expires) << row.what;
+    struct stat status {};
+    ASSERT_EQ(::lstat("tokens", &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFREG | 0600U) << row.what;
+  }
+}
+
+TEST(RecentMessagesTest, TheLastAreKeptWithinBounds) {
+  RecentMessages recent;
+  for (int i = 0; i < 300; ++i) {
+    recent.Add(i, kWarning, std::to_string(i) + "\x1b");
+  }
+  EXPECT_EQ(recent.Last(1000).size(), RecentMessages::kMost);
+  EXPECT_EQ(recent.Last(2).at(0).text, "298\\x1b");
+  EXPECT_EQ(recent.Last(1).at(0).time, 299);
+  for (int i = 0; i < 300; ++i) {
+    recent.Add(i, kError, std::string(10000, 'x'));
+  }
+  EXPECT_EQ(recent.Last(1000).size(), RecentMessages::kMostBytes / RecentMessages::kMostText);
+}
+
+class GateOperationsTest : public ::testing::Test, protected ServedControl {};
+
+TEST_F(GateOperationsTest, AGateLearnsItsSettingsAndTellsWhereItListens) {
+  operations.TheGate().SetFacts({"unit", {"[::1]:1"}, {"n"}, "/c", "/k", "/u", "/t", false});
+  operations.TheGate().SetLog([](std::size_t count) {
+    return std::vector<RecentMessage>(std::min<std::size_t>(count, 3), {7, kError, "text"});
+  });
+  Serve([&] {
+    TestClient client;
+    const auto shown = [&] { return client.Ask(R"({"op":"status"})")["status"]["http"].Text(); };
+    {
+      TestClient gate;
+      Json facts = gate.Ask(R"({"op":"gate","addresses":["127.0.0.1:80","[::1]:81"]})")["gate"];
+      facts.Erase("version");
+      EXPECT_EQ(JsonText(facts),
+                R"({"mode":"unit","listen":["[::1]:1"],"names":["n"],"certificate":"/c",)"
+                R"("key":"/k","users":"/u","tokens":"/t","arguments":false,"host":""})");
+      EXPECT_EQ(shown(), "127.0.0.1:80, [::1]:81");
+      const Json console = client.Ask(R"({"op":"console_token"})")["console"];
+      EXPECT_EQ(console["addresses"].Size(), 2U);
+      const auto check = [&](const std::string& token) {
+        return JsonText(client.Ask(R"({"op":"token_check","token":")" + token + "\"}"));
+      };
+      EXPECT_EQ(check(console["token"].Text()),
+                "{\"ok\":true,\"valid\":true,\"expires\":" + JsonText(console["expires"]) + "}");
+      EXPECT_EQ(check("x"), R"({"ok":true,"valid":false,"expires":0})");
+    }
+    for (int i = 0; i < 200 && !shown().empty(); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(shown(), "");
+    EXPECT_EQ(JsonText(client.Ask(R"({"op":"log","lines":1})")),
+              R"({"ok":true,"log":[{"time":7,"level":"error","text":"text"}]})");
+    EXPECT_EQ(client.Ask(R"({"op":"log"})")["log"].Size(), 3U);
+    const std::string tooMany = JsonText(std::vector<std::string>(17, "1.1.1.1:1"));
+    const struct {
+      std::string line;
+      const char* field;
+    } refused[] = {{R"({"op":"gate","addresses":["evil"]})", "addresses"},
+                   {R"({"op":"gate","addresses":"1.1.1.1:1"})", "addresses"},
+                   {R"({"op":"gate","addresses":)" + tooMany + "}", "addresses"},
+                   {R"({"op":"token_check"})", "token"},
+                   {R"({"op":"log","lines":0})", "lines"},
+                   {R"({"op":"log","lines":201})", "lines"},
+                   {R"({"op":"log","lines":1.5})", "lines"}};
+    for (const auto& row : refused) {
+      EXPECT_EQ(client.Ask(row.line)["error"]["field"], row.field) << row.line;
+    }
+  });
+  EXPECT_THAT(problems, IsEmpty());
+}
+
+}  // namespace
