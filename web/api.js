@@ -109,6 +109,8 @@ function choices({ columns, where, sort, limit }) {
 /// (by default the page's time). A `time` of 0 means that there are none yet.
 export async function rows(record, { live = false, at = state.at, signal, ...chosen } = {}) {
   if (at !== null) return rowsAt(record, at, chosen, signal);
+  // What is known to fail is not asked, so that the browser's console stays clean.
+  if (!live && !(await schedules()).has(record)) throw new ApiError(404, 'not-scheduled', `no schedule collects the record ${record}`);
   const told = await ask(live ? 'get' : 'last', { records: record, ...choices(chosen) }, { signal });
   const result = told.results[0];
   if (result.error) throw new ApiError(200, result.error.code, result.error.message, result.error.field);

@@ -1,7 +1,6 @@
 #include "local/control/FollowQueries.h"
 
 #include <algorithm>
-#include <array>
 #include <ctime>
 #include <deque>
 #include <new>
@@ -12,29 +11,27 @@
 #include <variant>
 
 #include "json/JsonText.h"
+#include "local/control/RowChoices.h"
 #include "node/LayoutRegistry.h"
 
 namespace {
 
 constexpr std::size_t kFollowedPieceSize = 65536;
 constexpr std::size_t kMostFollowed = 1024;
-/// The fields that hold arguments of processes.
-constexpr std::array kArgumentFields{"Argument List", "Command Line"};
 
 /// What a follower wants to be told.
 struct FollowChoice {
   std::optional<std::set<std::string>> records;  ///< nothing: all of them
-  bool withArguments = true;
+  RowChoices rows;
 };
 
 std::variant<FollowChoice, ControlError> ReadFollowChoice(const Json& message) {
   FollowChoice choice;
-  if (const Json* arguments = message.Find("arguments"); arguments != nullptr) {
-    if (!arguments->IsBool()) {
-      return ControlError{"bad-field", "arguments must be true or false", "arguments"};
-    }
-    choice.withArguments = arguments->Bool();
+  auto rows = RowChoices::Read(message, nullptr);
+  if (auto* error = std::get_if<ControlError>(&rows)) {
+    return std::move(*error);
   }
+  choice.rows = std::get<RowChoices>(std::move(rows));
   const Json* records = message.Find("records");
   if (records == nullptr) {
     return choice;
@@ -138,7 +135,7 @@ class FollowQueries::Follower {
     }
     if (m_row < rows.kept->rows.size()) {
       m_text += m_row == 0 ? "" : ",";
-      m_text += RowText(*rows.layout, rows.kept->rows[m_row]);
+      m_text += JsonText(m_choice.rows.RowJson(*rows.layout, rows.kept->rows[m_row]));
       ++m_row;
       return;
     }
@@ -146,19 +143,6 @@ class FollowQueries::Follower {
     ++m_place;
     m_row = 0;
     m_isBegun = false;
-  }
-
-  [[nodiscard]] std::string RowText(const RecordLayout& layout,
-                                    const std::vector<unsigned char>& bytes) const {
-    Json row = RowToJson(layout, bytes);
-    if (!m_choice.withArguments) {
-      for (const char* label : kArgumentFields) {
-        if (Json* value = row.Find(label); value != nullptr) {
-          *value = nullptr;
-        }
-      }
-    }
-    return JsonText(row);
   }
 
   std::weak_ptr<ControlPeer> m_peer;

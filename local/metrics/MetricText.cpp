@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdlib>
 #include <optional>
 #include <set>
 #include <type_traits>
@@ -86,36 +85,12 @@ std::string LabelText(std::span<const FieldLayout* const> fields,
   return text;
 }
 
-/// The weight that an Accept header gives to a media type; 0 if it does not name it.
-double WeightOf(std::string_view accept, std::string_view type) {
-  while (!accept.empty()) {
-    const std::string_view range = accept.substr(0, accept.find(','));
-    accept.remove_prefix(std::min(accept.size(), range.size() + 1));
-    const std::size_t begin = range.find_first_not_of(" \t");
-    if (begin == std::string_view::npos || !range.substr(begin).starts_with(type)) {
-      continue;
-    }
-    const std::size_t weight = range.find(";q=");
-    return weight == std::string_view::npos
-               ? 1.0
-               : std::strtod(std::string(range.substr(weight + 3)).c_str(), nullptr);
-  }
-  return 0;
-}
-
 }  // namespace
 
 const char* ContentType(MetricFormat format) {
   return format == MetricFormat::kOpenMetrics
              ? "application/openmetrics-text; version=1.0.0; charset=utf-8"
              : "text/plain; version=0.0.4; charset=utf-8";
-}
-
-MetricFormat PreferredFormat(std::string_view accept) {
-  const double openMetrics = WeightOf(accept, "application/openmetrics-text");
-  return openMetrics > 0 && openMetrics >= WeightOf(accept, "text/plain")
-             ? MetricFormat::kOpenMetrics
-             : MetricFormat::kText;
 }
 
 void MetricText::Begin(const MetricFamily& family) {

@@ -16,9 +16,6 @@ enum class MetricFormat {
 
 /// What the HTTP header Content-Type says of a format.
 [[nodiscard]] const char* ContentType(MetricFormat format);
-/// The format that a client's Accept header prefers: OpenMetrics if it asks for that at least as
-/// much as for plain text, else text. An empty header is none.
-[[nodiscard]] MetricFormat PreferredFormat(std::string_view accept);
 
 /// Writes metrics one family after the other.
 class MetricText {

@@ -143,7 +143,7 @@ def check_figures(browser, agent):
     for figure in figures:
         moment = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(figure["time"]))
         rows = wait_for("the kept row", lambda at=moment: agent.ask(
-            "history", figure["record"], "--at", at, "--columns", "*"))
+            "history", figure["record"], "--since", at, "--until", at, "--columns", "*"))
         rows = [row for row in rows if not figure["key"]
                 or row[figure["key"].split("=")[0]] == figure["key"].split("=")[1]]
         if rows[0]["Record Time"] != figure["time"] or rows[0][figure["label"]] != figure["value"]:
