@@ -7,6 +7,7 @@
 #include "gate/GateLog.h"
 #include "gate/access/AccessError.h"
 #include "json/JsonText.h"
+#include "support/ListenAddress.h"
 
 namespace {
 
@@ -87,6 +88,7 @@ void Gate::TakeUp(const GateSettings& settings) {
   m_settings = settings;
   m_servers.clear();
   m_tls.reset();
+  m_hasFault = false;
   m_pages.ShowArguments(settings.showsArguments);
   OpenAccess();
   OpenTls();
@@ -101,8 +103,9 @@ void Gate::OpenAccess() {
   try {
     access = std::make_unique<Access>(m_settings.users, m_settings.tokens, Hooks());
   } catch (const AccessError& error) {
-    GateLog(std::string(error.what()) + "; no user and no token of a file is let in");
+    GateLog(std::string(error.what()) + "; addresses with TLS are left out");
     access = std::make_unique<Access>("", "", Hooks());
+    m_hasFault = true;
   }
   m_pages.SetAccess(std::move(access), hasAccounts);
 }
@@ -115,18 +118,23 @@ void Gate::OpenTls() {
     m_tls = std::make_unique<TlsFiles>(m_settings.certificate, m_settings.key);
   } catch (const AccessError& error) {
     GateLog(std::string(error.what()) + "; addresses with TLS are left out");
+    m_hasFault = true;
   }
 }
 
 void Gate::OpenListener(const std::string& text) {
-  const ListenTarget target =
-      TargetOf(text, !m_settings.certificate.empty() || !m_settings.key.empty());
-  if (target.isTls && m_tls == nullptr) {
+  const SchemedAddress target = SplitScheme(text);
+  const bool hasCertificate = !m_settings.certificate.empty() || !m_settings.key.empty();
+  HttpSettings settings;
+  settings.isTls = target.scheme == SchemedAddress::Scheme::kTls ||
+                   (target.scheme == SchemedAddress::Scheme::kNone && hasCertificate);
+  if (settings.isTls && (m_tls == nullptr || m_hasFault)) {
+    if (!hasCertificate) {
+      GateLog("Listen: " + text + ": there is no certificate; the others go on without it");
+    }
     return;
   }
-  HttpSettings settings;
-  settings.isTls = target.isTls;
-  if (target.isTls) {
+  if (settings.isTls) {
     settings.onConnection = [this] { m_tls->Look(); };
   }
   auto server = std::make_unique<HttpServer>(
@@ -138,7 +146,7 @@ void Gate::OpenListener(const std::string& text) {
     return;
   }
   const bool hasUsers = !m_settings.users.empty() || !m_settings.tokens.empty();
-  if (!server->IsLoopback() && !(target.isTls && hasUsers)) {
+  if (!server->IsLoopback() && !(server->IsTls() && hasUsers)) {
     GateLog(server->Address() +
             ": without a certificate and users it serves /metrics and the health pages alone");
   }

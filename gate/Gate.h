@@ -51,6 +51,7 @@ class Gate {
   std::unique_ptr<DaemonAsk> m_link;
   std::string m_answer;
   bool m_hasSettings = false;
+  bool m_hasFault = false;  ///< a file of accounts or of the certificate is not as it should be
   bool m_areAddressesTold = false;  ///< on the present connection
   bool m_isToldGone = false;
   LoopTimer m_again;

@@ -1,7 +1,5 @@
 #include "gate/GateSettings.h"
 
-#include <string_view>
-
 namespace {
 
 std::string TextMember(const Json& object, const char* name) {
@@ -40,14 +38,4 @@ bool ReadGateSettings(const Json& answer, GateSettings& settings) {
   const Json* arguments = gate->Find("arguments");
   settings.showsArguments = arguments == nullptr || !arguments->IsBool() || arguments->Bool();
   return true;
-}
-
-ListenTarget TargetOf(const std::string& text, bool hasCertificate) {
-  constexpr std::string_view kPlain = "http://";
-  constexpr std::string_view kTls = "https://";
-  if (text.starts_with(kTls)) {
-    return {text.substr(kTls.size()), true};
-  }
-  return text.starts_with(kPlain) ? ListenTarget{text.substr(kPlain.size()), false}
-                                  : ListenTarget{text, hasCertificate};
 }

@@ -7,10 +7,11 @@
 
 /// What the daemon tells the gate to work by, of section Http of its settings.
 struct GateSettings {
-  std::string mode;                 ///< "child", "unit" or "none"
-  std::vector<std::string> listen;  ///< see SchemeOf
-  std::vector<std::string> names;   ///< that requests may be for, besides addresses
-  std::string certificate;          ///< paths, empty for none
+  std::string mode;  ///< "child", "unit" or "none"
+  std::vector<std::string>
+      listen;  ///< addresses, each with "http://" or "https://" before it or not
+  std::vector<std::string> names;  ///< that requests may be for, besides addresses
+  std::string certificate;         ///< paths, empty for none
   std::string key;
   std::string users;
   std::string tokens;
@@ -21,11 +22,3 @@ struct GateSettings {
 
 /// The answer to the operation `gate`. False if it is none.
 [[nodiscard]] bool ReadGateSettings(const Json& answer, GateSettings& settings);
-
-/// An address as the settings have it, "127.0.0.1:9964", "http://..." or "https://...".
-struct ListenTarget {
-  std::string address;  ///< without the scheme
-  bool isTls = false;
-};
-/// Without a scheme it is TLS where there is a certificate.
-[[nodiscard]] ListenTarget TargetOf(const std::string& text, bool hasCertificate);

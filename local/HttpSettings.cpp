@@ -83,8 +83,9 @@ class HttpKeys {
 std::string WrongValue(std::string_view key, const std::string& value) {
   if (key == kHttpListen) {
     const std::vector<std::string> words = SettingWords(value);
-    const bool isGood = std::ranges::all_of(
-        words, [](const std::string& word) { return ParseListenAddress(word).has_value(); });
+    const bool isGood = std::ranges::all_of(words, [](const std::string& word) {
+      return ParseListenAddress(SplitScheme(word).address).has_value();
+    });
     return isGood ? "" : kListenAddressForm;
   }
   if (key == kHttpGate) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 namespace {
 
@@ -49,4 +50,16 @@ std::optional<ListenAddress> ParseListenAddress(const std::string& text) {
   std::memcpy(&address.address, found->ai_addr, found->ai_addrlen);
   address.size = found->ai_addrlen;
   return address;
+}
+
+SchemedAddress SplitScheme(const std::string& text) {
+  constexpr std::string_view kPlain = "http://";
+  constexpr std::string_view kTls = "https://";
+  if (text.starts_with(kTls)) {
+    return {SchemedAddress::Scheme::kTls, text.substr(kTls.size())};
+  }
+  if (text.starts_with(kPlain)) {
+    return {SchemedAddress::Scheme::kPlain, text.substr(kPlain.size())};
+  }
+  return {SchemedAddress::Scheme::kNone, text};
 }

@@ -21,3 +21,13 @@ inline constexpr const char* kListenAddressForm = "ADDRESS:PORT, as 127.0.0.1:99
 /// Reads "127.0.0.1:9964" or "[::1]:9964": numbers alone, so that nothing is looked up. Port 0 is
 /// any that is free. Nothing for any other text.
 [[nodiscard]] std::optional<ListenAddress> ParseListenAddress(const std::string& text);
+
+/// An address, and what stands before it.
+struct SchemedAddress {
+  enum class Scheme { kNone, kPlain, kTls };
+
+  Scheme scheme = Scheme::kNone;
+  std::string address;
+};
+/// Takes "http://" or "https://" off an address.
+[[nodiscard]] SchemedAddress SplitScheme(const std::string& text);

@@ -85,17 +85,6 @@ function messagesTable(parent) {
   });
 }
 
-function isHistory(name) {
-  return /history|kept|database/.test(name);
-}
-
-/// A figure in the unit that its name tells.
-function figureText({ name, value }) {
-  if (/bytes/.test(name)) return bytes(value);
-  if (/seconds/.test(name)) return duration(value);
-  return number(value);
-}
-
 /// How far back each record goes is asked once, as only the oldest rows go.
 function drawSchedules(schedules, parts) {
   const draw = () => parts.schedules.update(schedules.map((one) => ({ ...one, kept: parts.oldest.get(one.record) ?? null })));
@@ -123,10 +112,9 @@ function drawStatus(told, parts) {
     ['Host profile', told.facts?.host_profile],
     ['Last batch', batch ? `${duration(batch.age_seconds)} ago, took ${duration(batch.duration_seconds)}, ${number(batch.records)} records, ${number(batch.errors)} errors` : 'none yet'],
   ]);
-  const found = told.figures.filter((one) => isHistory(one.name));
-  parts.history.section.hidden = !found.length;
+  const { file, size_bytes: size, lost_batches: lost } = told.history;
   parts.history.body.replaceChildren();
-  pairs(parts.history.body, found.map((one) => [one.help || one.name, figureText(one)]));
+  pairs(parts.history.body, file ? [['File', file], ['Size', bytes(size)], ['Batches that could not be kept', number(lost)]] : [['File', 'none is kept']]);
 }
 
 /// The gate's answer as names and values, whatever it holds.

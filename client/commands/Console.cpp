@@ -16,6 +16,7 @@
 #include "client/show/Terminal.h"
 #include "support/AtomicFile.h"
 #include "support/Descriptor.h"
+#include "support/ListenAddress.h"
 #include "support/RegularFile.h"
 
 namespace {
@@ -49,8 +50,9 @@ bool IsPort(std::string_view text) {
          text.find_first_not_of("0123456789") == text.npos;
 }
 
-/// The address as a browser on this host reaches it, empty if none here does.
-std::string LoopbackAddress(const std::string& address) {
+/// The address as a browser on this host reaches it, empty if none here does. One that stands for
+/// all addresses shows the console with TLS alone.
+std::string LoopbackAddress(const std::string& address, bool isTls) {
   const std::size_t colon = address.rfind(':');
   if (colon == std::string::npos || !IsPort(std::string_view(address).substr(colon + 1))) {
     return {};
@@ -61,14 +63,15 @@ std::string LoopbackAddress(const std::string& address) {
   if (::inet_pton(AF_INET, host.c_str(), &four) == 1) {
     const bool isAny = four.s_addr == INADDR_ANY;
     const bool isLoopback = (ntohl(four.s_addr) >> IN_CLASSA_NSHIFT) == IN_LOOPBACKNET;
-    return isAny ? "127.0.0.1" + port : isLoopback ? address : "";
+    return isAny && isTls ? "127.0.0.1" + port : isLoopback ? address : "";
   }
   in6_addr six{};
   if (!host.starts_with('[') || !host.ends_with(']') ||
       ::inet_pton(AF_INET6, host.substr(1, host.size() - 2).c_str(), &six) != 1) {
     return {};
   }
-  return IN6_IS_ADDR_UNSPECIFIED(&six) || IN6_IS_ADDR_LOOPBACK(&six) ? "[::1]" + port : "";
+  const bool isHere = IN6_IS_ADDR_LOOPBACK(&six) || (isTls && IN6_IS_ADDR_UNSPECIFIED(&six));
+  return isHere ? "[::1]" + port : "";
 }
 
 std::string VariableText(const char* name) {
@@ -116,21 +119,21 @@ void OpenPage(std::string path) {
 
 }  // namespace
 
-std::string ConsoleLink(const Json& consoleAnswer, const Json& gateAnswer) {
-  const Json& token = MemberOf(consoleAnswer, "console", "token");
-  const Json& addresses = MemberOf(consoleAnswer, "console", "addresses");
-  const Json& certificate = MemberOf(gateAnswer, "gate", "certificate");
+std::string ConsoleLink(const Json& answer) {
+  const Json& token = MemberOf(answer, "console", "token");
+  const Json& addresses = MemberOf(answer, "console", "addresses");
   if (!token.IsString() || !IsTokenText(token.Text())) {
     FailConsole("token");
   }
-  if (!addresses.IsArray() || !certificate.IsString()) {
-    FailConsole(addresses.IsArray() ? "certificate" : "addresses");
+  if (!addresses.IsArray()) {
+    FailConsole("addresses");
   }
   for (const Json& address : addresses.Elements()) {
-    const std::string here = address.IsString() ? LoopbackAddress(address.Text()) : "";
+    const SchemedAddress listener = SplitScheme(address.IsString() ? address.Text() : "");
+    const bool isTls = listener.scheme == SchemedAddress::Scheme::kTls;
+    const std::string here = LoopbackAddress(listener.address, isTls);
     if (!here.empty()) {
-      return (certificate.Text().empty() ? "http://" : "https://") + here +
-             "/#token=" + token.Text();
+      return (isTls ? "https://" : "http://") + here + "/#token=" + token.Text();
     }
   }
   throw ClientError(addresses.Elements().empty()
@@ -140,8 +143,7 @@ std::string ConsoleLink(const Json& consoleAnswer, const Json& gateAnswer) {
 
 int RunConsole(const CommonOptions& common, bool isPrinting) {
   Connection connection(common.socket);
-  const Json console = connection.Ask({{"op", "console_token"}});
-  const std::string link = ConsoleLink(console, connection.Ask({{"op", "gate"}}));
+  const std::string link = ConsoleLink(connection.Ask({{"op", "console_token"}}));
   WriteOutput(link + '\n');
   const bool hasDesktop =
       !VariableText("DISPLAY").empty() || !VariableText("WAYLAND_DISPLAY").empty();

@@ -9,6 +9,6 @@
 /// is no desktop, has it opened.
 [[nodiscard]] int RunConsole(const CommonOptions& common, bool isPrinting);
 
-/// The link that the daemon's answers to `console_token` and `gate` come to. Throws ClientError if
-/// no gate listens on this host, or for what the control protocol does not promise.
-[[nodiscard]] std::string ConsoleLink(const Json& consoleAnswer, const Json& gateAnswer);
+/// The link that the daemon's answer to `console_token` comes to. Throws ClientError if no gate
+/// shows the console on this host, or for what the control protocol does not promise.
+[[nodiscard]] std::string ConsoleLink(const Json& answer);

@@ -58,6 +58,19 @@ std::string BatchText(const LastBatch& batch) {
          std::to_string(batch.records) + ", errors " + std::to_string(batch.errors);
 }
 
+/// The pages of the metrics, of addresses with ", " between them.
+std::string MetricsText(std::string_view addresses) {
+  std::string text;
+  while (!addresses.empty()) {
+    const std::size_t end = std::min(addresses.find(", "), addresses.size());
+    const std::string address = SafeText(std::string(addresses.substr(0, end)));
+    addresses.remove_prefix(std::min(end + 2, addresses.size()));
+    text += text.empty() ? "" : ", ";
+    text += (address.find("://") == std::string::npos ? "http://" : "") + address + "/metrics";
+  }
+  return text.empty() ? "none" : text;
+}
+
 }  // namespace
 
 std::string RecordsJson(std::vector<ShownRecord>& records, int indent) {
@@ -168,7 +181,7 @@ std::string StatusText(const Status& status, const Screen& screen) {
       {"Version", SafeText(status.version)},
       {"Node", SafeText(status.node)},
       {"Host", SafeText(status.host)},
-      {"Metrics", status.http.empty() ? "none" : "http://" + SafeText(status.http) + "/metrics"},
+      {"Metrics", MetricsText(status.http)},
       {"Up time", DurationText(status.uptimeSeconds)},
       {"Host profile", status.hostProfile.empty() ? "unknown" : SafeText(status.hostProfile)},
       {"Kernel variant", status.kernelVariant.empty() ? "unknown" : status.kernelVariant},

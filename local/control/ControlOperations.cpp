@@ -256,6 +256,7 @@ void ControlOperations::Status(const RequestPtr& request) {
                                   {"http", Joined(m_gate.Addresses())},
                                   {"schedules", SchedulesJson(m_schedule)},
                                   {"last_batch", BatchJson(m_desk.Last())},
+                                  {"history", m_history.StateJson()},
                                   {"facts", FactsJson()},
                                   {"figures", FiguresJson()}});
 }

@@ -8,8 +8,8 @@
 #include <set>
 #include <string>
 
-#include "local/control/ControlConnection.h"
 #include "io/LoopTimer.h"
+#include "local/control/ControlConnection.h"
 
 struct ControlSettings {
   /// Relative to the working directory, so that a long root fits into a socket's name. The folder

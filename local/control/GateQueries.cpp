@@ -30,7 +30,7 @@ std::optional<std::vector<std::string>> ReadAddresses(const Json& list) {
   }
   std::vector<std::string> addresses;
   for (const Json& address : list.Elements()) {
-    if (!address.IsString() || !ParseListenAddress(address.Text())) {
+    if (!address.IsString() || !ParseListenAddress(SplitScheme(address.Text()).address)) {
       return std::nullopt;
     }
     addresses.push_back(address.Text());

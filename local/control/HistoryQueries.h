@@ -18,6 +18,12 @@ class HistoryQueries {
   HistoryQueries(EventLoop& loop, HistoryStore& store) : m_loop(loop), m_store(store) {}
 
   void History(const std::shared_ptr<ControlRequest>& request);
+  /// Its file, of how many bytes, and how many batches could not be kept since the start.
+  [[nodiscard]] Json StateJson() const {
+    return Json{{"file", m_store.Settings().file},
+                {"size_bytes", m_store.SizeBytes()},
+                {"lost_batches", m_store.LostBatches()}};
+  }
 
  private:
   EventLoop& m_loop;

@@ -52,6 +52,7 @@ class Daemon {
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
 
+  [[nodiscard]] pid_t Pid() const { return m_pid; }
   void Signal(int signal) const { ASSERT_EQ(0, ::kill(m_pid, signal)); }
   [[nodiscard]] std::string Errors() const { return m_root.Read(m_errorName); }
   /// Waits until its standard error holds `text`; false after too long.

@@ -121,26 +121,24 @@ TEST_F(GateCommandsTest, LinkToTheConsole) {
   const struct {
     const char* token;
     const char* addresses;
-    const char* certificate;
     const char* link;  ///< or what is wrong
   } cases[] = {
-      {"t-_1", R"(["127.0.0.1:9964"])", "", "http://127.0.0.1:9964/#token=t-_1"},
-      {"t", R"(["192.0.2.1:1", "0.0.0.0:2", "[::1]:3"])", "c", "https://127.0.0.1:2/#token=t"},
-      {"t", R"(["[2001:db8::1]:1", "[::]:2"])", "", "http://[::1]:2/#token=t"},
-      {"t", R"(["127.9.9.9:1"])", "", "http://127.9.9.9:1/#token=t"},
-      {"t", "[]", "", "no gate is running"},
-      {"t", R"(["192.0.2.1:1", "127.0.0.1", "127.0.0.1:1/x", "[::1:1", "localhost:1", 5])", "",
+      {"t-_1", R"(["127.0.0.1:9964"])", "http://127.0.0.1:9964/#token=t-_1"},
+      {"t", R"(["192.0.2.1:1", "0.0.0.0:1", "https://0.0.0.0:2", "[::1]:3"])",
+       "https://127.0.0.1:2/#token=t"},
+      {"t", R"(["[2001:db8::1]:1", "[::]:1", "[::1]:2"])", "http://[::1]:2/#token=t"},
+      {"t", R"(["127.9.9.9:1"])", "http://127.9.9.9:1/#token=t"},
+      {"t", "[]", "no gate is running"},
+      {"t", R"(["192.0.2.1:1", "127.0.0.1", "127.0.0.1:1/x", "[::1:1", "localhost:1", 5])",
        "no address of the loopback"},
-      {"t\\\">", R"(["127.0.0.1:1"])", "", "no proper token"},
-      {"t", "5", "", "no proper addresses"},
+      {"t\\\">", R"(["127.0.0.1:1"])", "no proper token"},
+      {"t", "5", "no proper addresses"},
   };
   for (const auto& each : cases) {
     std::string link;
     try {
-      link = ConsoleLink(
-          JsonOf(std::string(R"({"console": {"token": ")") + each.token + R"(", "addresses": )" +
-                 each.addresses + "}}"),
-          JsonOf(std::string(R"({"gate": {"certificate": ")") + each.certificate + R"("}})"));
+      link = ConsoleLink(JsonOf(std::string(R"({"console": {"token": ")") + each.token +
+                                R"(", "addresses": )" + each.addresses + "}}"));
     } catch (const ClientError& error) {
       link = error.what();
     }
@@ -150,10 +148,8 @@ TEST_F(GateCommandsTest, LinkToTheConsole) {
 
 TEST_F(GateCommandsTest, OpenTheConsole) {
   const ScriptedServer server(m_folder.Path(), "sock", [](const Json& request) {
-    return request["op"] == "gate"
-               ? Answer(request, {{"gate", {{"certificate", ""}}}})
-               : Answer(request, JsonOf(R"({"console": {"token": "abc", "expires": 5,
-                                            "addresses": ["127.0.0.1:7"]}})"));
+    return Answer(request, JsonOf(R"({"console": {"token": "abc", "expires": 5,
+                                                "addresses": ["127.0.0.1:7"]}})"));
   });
   Write("xdg-open",
         "#!/bin/sh\necho \"$*\" >'" + Path("seen.new") + "'\nmv '" + Path("seen.new") + "' '" +

@@ -1,0 +1,123 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <pwd.h>
+#include <sys/ptrace.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "gate/GateRights.h"
+#include "support/Descriptor.h"
+#include "tests/system/Daemon.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+/// "" for what succeeds, else why not.
+std::string Reason(bool isDone) { return isDone ? "" : std::strerror(errno); }
+
+std::string OpenFile(const char* name, int flags) {
+  return Reason(Descriptor(::open(name, flags | O_CLOEXEC, 0600)).IsOpen());
+}
+
+/// What the daemon answers to a line at one of its sockets, or why there is no asking.
+std::string AskSocket(const char* name, const std::string& line) {
+  ::sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, name, sizeof address.sun_path - 1);
+  const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (::connect(socket.Get(), reinterpret_cast<::sockaddr*>(&address), sizeof address) != 0) {
+    return std::strerror(errno);
+  }
+  ::send(socket.Get(), (line + '\n').data(), line.size() + 1, MSG_NOSIGNAL);
+  char answer[4096];
+  const ssize_t size = ::recv(socket.Get(), answer, sizeof answer, 0);
+  return {answer, size < 0 ? 0 : static_cast<std::size_t>(size)};
+}
+
+/// What a program in the gate's place, with the gate's rights, gets by `act` in the daemon's
+/// folder.
+std::string InPlaceOfGate(const ProductRoot& root, const std::string& user,
+                          const std::function<std::string()>& act) {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(::pipe(ends.data()), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    std::string error;
+    const bool isThere = ::chdir(root.AgentFolder().c_str()) == 0 && GiveUpRights(user, error);
+    const std::string result = isThere ? act() : "not in the gate's place: " + error;
+    [[maybe_unused]] const ssize_t written = ::write(ends[1], result.data(), result.size());
+    ::_exit(0);
+  }
+  ::close(ends[1]);
+  std::string result(4096, '\0');
+  const ssize_t size = ::read(ends[0], result.data(), result.size());
+  ::close(ends[0]);
+  ::waitpid(child, nullptr, 0);
+  result.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+  return result;
+}
+
+TEST(GateRightsTest, WhoTakesTheGateOverReadsWhatAReaderMayAndNothingElse) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "the gate has a user of its own where root starts the daemon";
+  }
+  const ProductRoot root("[Host]\nProfile = classic\n[Http]\nListen = 127.0.0.1:0\nGate = child\n");
+  Daemon daemon(root, "errors");
+  const auto answers = [&] {
+    const std::string status = ShownBy(root, "status");
+    return status.find("http://127.0.0.1:") != std::string::npos;
+  };
+  for (int tries = 0; tries < 300 && !answers(); ++tries) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  ASSERT_TRUE(answers()) << daemon.Errors();
+  const std::string user = ::getpwnam("qmtgate") != nullptr ? "qmtgate" : "nobody";
+  struct ::stat control {};
+  ASSERT_EQ(::stat((root.AgentFolder() / "run/gate.sock").c_str(), &control), 0);
+  EXPECT_EQ(control.st_uid, ::getpwnam(user.c_str())->pw_uid);
+  const pid_t pid = daemon.Pid();
+  const struct {
+    const char* what;
+    std::function<std::string()> act;
+    const char* result;
+  } cases[] = {
+      {"the socket for changes", [] { return AskSocket("run/control.sock", R"({"op":"status"})"); },
+       "Permission denied"},
+      {"a look", [] { return AskSocket("run/gate.sock", R"({"op":"status"})"); }, "{\"ok\":true"},
+      {"a change of the schedule",
+       [] {
+         return AskSocket("run/gate.sock", R"({"op":"schedule_set","record":"PI","seconds":1})");
+       },
+       "permission-denied"},
+      {"a change of a setting",
+       [] { return AskSocket("run/gate.sock", R"({"op":"config_set","item":1,"value":"x"})"); },
+       "permission-denied"},
+      {"the end of the daemon", [] { return AskSocket("run/gate.sock", R"({"op":"shutdown"})"); },
+       "permission-denied"},
+      {"the settings", [] { return OpenFile("qmtagt.ini", O_RDWR); }, "ermi"},
+      {"the tokens", [] { return OpenFile("run/console.tokens", O_RDONLY); }, ""},
+      {"a new file", [] { return OpenFile("/tmp/qmt_gate_was_here", O_WRONLY | O_CREAT); }, "ermi"},
+      {"the passwords", [] { return OpenFile("/etc/shadow", O_RDONLY); }, "Permission denied"},
+      {"a signal", [pid] { return Reason(::kill(pid, SIGTERM) == 0); }, "not permitted"},
+      {"the daemon's memory",
+       [pid] { return Reason(::ptrace(PTRACE_ATTACH, pid, nullptr, nullptr) == 0); },
+       "not permitted"},
+      {"root again", [] { return Reason(::setuid(0) == 0); }, "not permitted"},
+  };
+  for (const auto& row : cases) {
+    const std::string result = InPlaceOfGate(root, user, row.act);
+    EXPECT_THAT(result, HasSubstr(row.result)) << row.what;
+    EXPECT_NE(result, "") << row.what;
+  }
+  EXPECT_TRUE(daemon.IsRunning());
+}
+
+}  // namespace
