@@ -33,14 +33,16 @@ DAY = 86400
 FIRST_PAINT_MS = 500
 FIRST_BYTES = 150_000
 ZOOM_MS = 300
-# What this machine does beside other work may take longer than what a person waits for.
-PATIENCE = 4
+# What a person waits for is held by the program as it is shipped; one with sanitizers takes its time.
+PATIENCE = {"release": 1.5}
+SLOW = 20
 
 
 class Browser:
     """A browser without a screen, whose console is looked at."""
 
-    def __init__(self, base):
+    def __init__(self, base, patience):
+        self.patience = patience
         options = webdriver.ChromeOptions()
         for word in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1400,1000",
                      "--disable-dev-shm-usage", "--lang=en-US", "--force-prefers-reduced-motion"):
@@ -123,7 +125,7 @@ def check_first_paint(browser):
     size = browser.script("""return performance.getEntriesByType('resource').concat(
         performance.getEntriesByType('navigation')).filter((one) => !one.name.includes('/api/'))
         .reduce((sum, one) => sum + one.transferSize, 0)""")
-    if paint > FIRST_PAINT_MS * PATIENCE or size > FIRST_BYTES:
+    if paint > FIRST_PAINT_MS * browser.patience or size > FIRST_BYTES:
         fail(f"first paint after {paint:.0f} ms and {size} bytes")
     if "token" in browser.driver.current_url:
         fail("the token stays in the address")
@@ -143,7 +145,7 @@ def check_figures(browser, agent):
     for figure in figures:
         moment = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(figure["time"]))
         rows = wait_for("the kept row", lambda at=moment: agent.ask(
-            "history", figure["record"], "--since", at, "--until", at, "--columns", "*"))
+            "history", figure["record"], "--since", at, "--until", at, "--columns", "*")[0]["rows"])
         rows = [row for row in rows if not figure["key"]
                 or row[figure["key"].split("=")[0]] == figure["key"].split("=")[1]]
         if rows[0]["Record Time"] != figure["time"] or rows[0][figure["label"]] != figure["value"]:
@@ -219,7 +221,7 @@ def check_days(browser):
     took = browser.wait("13 days", "return window.zoomed")
     size = browser.script("""return Math.max(...performance.getEntriesByType('resource').filter(
         (one) => one.name.includes('/history')).map((one) => one.decodedBodySize))""")
-    if took > ZOOM_MS * PATIENCE:
+    if took > ZOOM_MS * browser.patience:
         fail(f"a zoom of 13 days takes {took:.0f} ms")
     print(f"console: a zoom of 13 days takes {took:.0f} ms, the greatest answer {size} bytes")
 
@@ -239,9 +241,9 @@ def check_past(browser, agent):
 def check_attack(browser, work):
     """What a process is called, and started with, is text."""
     program = work / ATTACK
-    shutil.copy(shutil.which("sleep"), program)
-    words = [str(program), "600", ATTACK, "</td><script>alert(2)</script>"]
-    with subprocess.Popen(["sh", "-c", 'exec -a "$1" "$2" 600', "sh", " ".join(words), str(program)]) as attacker:
+    shutil.copy(os.path.realpath("/usr/bin/python3"), program)
+    words = [ATTACK, "-c", "import time; time.sleep(600)", "</td><script>alert(2)</script>"]
+    with subprocess.Popen(words, executable=program) as attacker:
         try:
             time.sleep(6)
             for page in ("overview", f"processes?filter={urllib.parse.quote('<img')}",
@@ -306,9 +308,9 @@ def run(build, work, pictures):
     agent = Agent(build, work / "root", "modern", SCHEDULE, port=free_port())
     with agent:
         for record in DAYS_OF:
-            wait_for(f"rows of {record}", lambda name=record: agent.ask("history", name))
+            wait_for(f"rows of {record}", lambda name=record: agent.ask("history", name)[0]["rows"])
         add_days(agent, 14)
-        with Browser(f"http://{agent.bare}") as browser:
+        with Browser(f"http://{agent.bare}", PATIENCE.get(build.name, SLOW)) as browser:
             browser.driver.get(console_link(agent))
             check_first_paint(browser)
             check_figures(browser, agent)
