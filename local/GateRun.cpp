@@ -34,7 +34,8 @@ void GateRun::Start(const std::string& program) {
   settings.rights = Rights::kRead;
   GateCommand command;
   command.program = program;
-  command.arguments = {"--child", "--control", settings.directory + '/' + settings.name};
+  command.arguments = {"--child", std::to_string(::getpid()), "--control",
+                       settings.directory + '/' + settings.name};
   if (::geteuid() == 0) {
     const std::optional<GateUser> user = FindGateUser();
     if (!user) {
