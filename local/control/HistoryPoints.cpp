@@ -136,7 +136,7 @@ class PointsAnswer : public std::enable_shared_from_this<PointsAnswer> {
     if (!m_scan) {
       Begin(database);
     }
-    if (m_scan->Slice(database, kHistoryTurn, [this](const HistoryRow& row) { return Add(row); })) {
+    if (m_scan->Slice(database, kRequestTurn, [this](const HistoryRow& row) { return Add(row); })) {
       if (m_isTooMuch) {
         m_request->Fail(WrongPoints("by", "there are more than " +
                                               std::to_string(BucketSeries::kMaxKeys) +

@@ -1,6 +1,5 @@
 #include "local/control/HistoryTurns.h"
 
-#include <new>
 #include <utility>
 
 ControlError HistoryError(const std::string& reason) {
@@ -19,28 +18,17 @@ std::optional<ControlError> CheckHistory(HistoryStore& store) {
 
 void TakeHistoryTurns(EventLoop& loop, HistoryStore& store,
                       const std::shared_ptr<ControlRequest>& request, HistoryTurn turn) {
-  if (request->Peer().IsGone()) {
-    request->Peer().Answer("");
-    return;
-  }
-  try {
-    // The file may have been closed since the last turn.
-    if (const auto error = CheckHistory(store)) {
-      request->Fail(*error);
-      return;
+  TakeTurns(loop, request, [&store, request, turn = std::move(turn)] {
+    try {
+      // The file may have been closed since the last turn.
+      if (const auto error = CheckHistory(store)) {
+        request->Fail(*error);
+        return false;
+      }
+      return turn(*store.Database());
+    } catch (const SqlError& error) {
+      request->Fail(HistoryError(error.what()));
+      return false;
     }
-    if (!turn(*store.Database())) {
-      return;
-    }
-    LoopTask task;
-    task.run = [&loop, &store, request, turn = std::move(turn)](CMBNode&) {
-      TakeHistoryTurns(loop, store, request, turn);
-    };
-    task.drop = [request] { request->Fail(StoppingError()); };
-    loop.Post(std::move(task));
-  } catch (const SqlError& error) {
-    request->Fail(HistoryError(error.what()));
-  } catch (const std::bad_alloc&) {
-    request->FailForMemory();
-  }
+  });
 }

@@ -1,19 +1,13 @@
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
 
-#include "local/control/ControlRequest.h"
+#include "local/control/RequestTurns.h"
 #include "local/history/HistoryStore.h"
-#include "local/loop/EventLoop.h"
 
-/// How long one turn reads the history.
-inline constexpr std::chrono::milliseconds kHistoryTurn{10};
-
-/// One turn at an answer from the history; true if it needs another. The last one answers the
-/// request. May throw SqlError.
+/// A RequestTurn at an answer from the history. May throw SqlError.
 using HistoryTurn = std::function<bool(SqlDatabase& database)>;
 
 /// The open history, or why there is none.
@@ -21,8 +15,7 @@ using HistoryTurn = std::function<bool(SqlDatabase& database)>;
 /// What a client is told when reading the history fails.
 [[nodiscard]] ControlError HistoryError(const std::string& reason);
 
-/// Takes the first turn now and each other one when its time in the loop comes, so that others are
-/// served in between. The request fails with no-history where the history can't be read (any more),
-/// and with no-memory; a client that has gone is told nothing. Loop and store outlive the request.
+/// TakeTurns with the database, which may close in between: the request fails with no-history where
+/// the history can't be read (any more). The store outlives the request as well.
 void TakeHistoryTurns(EventLoop& loop, HistoryStore& store,
                       const std::shared_ptr<ControlRequest>& request, HistoryTurn turn);
