@@ -158,7 +158,7 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
       {"metrics", Rights::kRead, {"op", "id", "records", "format"}, &ControlOperations::Metrics},
       {"follow", Rights::kRead, {"op", "id", "records", "arguments"}, &ControlOperations::Follow},
       {"gate", Rights::kRead, {"op", "id", "addresses"}, &ControlOperations::Gate},
-      {"console_token", Rights::kRead, {"op", "id"}, &ControlOperations::MakeToken},
+      {"console_token", Rights::kAdmit, {"op", "id"}, &ControlOperations::MakeToken},
       {"token_check", Rights::kRead, {"op", "id", "token"}, &ControlOperations::CheckToken},
       {"log", Rights::kRead, {"op", "id", "lines"}, &ControlOperations::Log},
       {"shutdown", Rights::kChange, {"op", "id"}, &ControlOperations::Shutdown},

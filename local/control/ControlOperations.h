@@ -33,7 +33,7 @@ class ControlOperations {
   }
   void SetFacts(DaemonFacts facts) { m_facts = std::move(facts); }
   /// Takes each batch of the schedules behind `lastRows`, for those who follow.
-  [[nodiscard]] RecordSink& Followers() { return m_follow; }
+  [[nodiscard]] FollowQueries& Followers() { return m_follow; }
   [[nodiscard]] MetricsDesk& Metrics() { return m_metricsDesk; }
   [[nodiscard]] GateQueries& TheGate() { return m_gate; }
   /// From now on every line is refused.
