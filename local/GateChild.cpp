@@ -25,6 +25,18 @@ constexpr int kNotStarted = 127;
 constexpr std::chrono::minutes kLineMinute{1};
 /// Reads of the pipe in one callback.
 constexpr int kReadsAtOnce = 16;
+/// Between two callbacks, once there are too many lines: a flood must cost next to nothing.
+constexpr std::chrono::milliseconds kFloodPause{100};
+/// How long a connection of a child that has ended may still wait to be accepted.
+constexpr std::chrono::minutes kFormerTime{1};
+
+/// Nothing of the daemon's stays in the place of standard input and output.
+void DetachStandardStreams() {
+  const Descriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO}) {
+    nothing.IsOpen() ? ::dup2(nothing.Get(), descriptor) : ::close(descriptor);
+  }
+}
 
 std::string EndText(const ::siginfo_t& end) {
   return end.si_code == CLD_EXITED ? "with status " + std::to_string(end.si_status)
@@ -55,6 +67,7 @@ GateChild::GateChild(EventLoop& loop, GateCommand command, ProblemReport report)
       m_timer(loop),
       m_process(loop),
       m_errors(loop),
+      m_readPause(loop),
       m_pause(m_command.firstPause) {}
 
 GateChild::~GateChild() {
@@ -99,8 +112,6 @@ bool GateChild::Spawn(std::string& error) {
     error = std::strerror(errno);
     return false;
   }
-  // The child does it too: which of the two comes first is open.
-  ::setpgid(pid, pid);
   m_pid = pid;
   try {
     // The header of the C library's own function says nothing to C++ programs of how it links.
@@ -122,8 +133,9 @@ bool GateChild::Spawn(std::string& error) {
 }
 
 void GateChild::BecomeGate(int errorPipe, pid_t parent, char* const* arguments) const {
-  // Out of the daemon's process group, whose children the agent waits for by itself.
-  ::setpgid(0, 0);
+  // Away from the daemon's terminal, and out of its process group, whose children the agent waits
+  // for by itself. The parent must not do that: a leader of a group gets no session.
+  ::setsid();
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
   if (::getppid() != parent) {
     ::_exit(kNotStarted);
@@ -131,6 +143,7 @@ void GateChild::BecomeGate(int errorPipe, pid_t parent, char* const* arguments) 
   ResetSignals();
   ::dup2(errorPipe, STDERR_FILENO);
   KeepAcrossExec(STDERR_FILENO);
+  DetachStandardStreams();
   ::execv(arguments[0], arguments);
   const char* reason = ::strerrordesc_np(errno);
   const std::array<std::string_view, 3> words{"can't be started: ", reason == nullptr ? "" : reason,
@@ -148,7 +161,8 @@ void GateChild::WatchEnd() {
 void GateChild::WatchErrors() {
   m_errors.OnReadable([this] {
     if (ReadErrors()) {
-      WatchErrors();
+      m_linesLeftOut == 0 ? WatchErrors()
+                          : m_readPause.After(kFloodPause, [this] { WatchErrors(); });
     } else {
       Descriptor(m_errors.Release()).Close();
     }
@@ -198,7 +212,9 @@ void GateChild::OnEnd() {
     return;
   }
   Descriptor(m_process.Release()).Close();
-  m_pid = 0;
+  m_readPause.Cancel();
+  ForgetFormer();
+  m_former.push_back({std::exchange(m_pid, 0), Clock::now()});
   // What it has said last; a process of its own that still holds the pipe is not waited for.
   if (m_errors.Get() >= 0) {
     static_cast<void>(ReadErrors());
@@ -212,6 +228,18 @@ void GateChild::OnEnd() {
              " and is started again");
     StartLater();
   }
+}
+
+void GateChild::ForgetFormer() {
+  std::erase_if(m_former, [now = Clock::now()](const Former& former) {
+    return now - former.end >= kFormerTime;
+  });
+}
+
+bool GateChild::IsOrWas(pid_t process) {
+  ForgetFormer();
+  return (IsRunning() && process == m_pid) ||
+         std::ranges::find(m_former, process, &Former::process) != m_former.end();
 }
 
 void GateChild::StartLater() {

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "local/log/ProblemReport.h"
-#include "local/loop/EventLoop.h"
 #include "io/LoopDescriptor.h"
 #include "io/LoopTimer.h"
+#include "local/log/ProblemReport.h"
+#include "local/loop/EventLoop.h"
 
 /// How the gate is started.
 struct GateCommand {
@@ -27,7 +27,8 @@ struct GateCommand {
 
 /// The program that serves by HTTP, as a child of the daemon: started again when it has ended,
 /// after a pause that doubles until it has lived as long as the longest; its standard error goes to
-/// the report, line by line. For the loop's thread, which it never holds but for Stop.
+/// the report, line by line, and its standard input and output nowhere. It has a session of its
+/// own. For the loop's thread, which it never holds but for Wait.
 class GateChild {
  public:
   static constexpr std::size_t kMaxLine = 2048;  ///< bytes of a line; the rest goes into the next
@@ -47,9 +48,16 @@ class GateChild {
   void Wait();
   /// Whether the child runs.
   [[nodiscard]] bool IsRunning() const { return m_pid > 0; }
+  /// Whether the process is the child, or one that ended less than a minute ago, of which something
+  /// may still be under way.
+  [[nodiscard]] bool IsOrWas(pid_t process);
 
  private:
   using Clock = std::chrono::steady_clock;
+  struct Former {
+    pid_t process;
+    Clock::time_point end;
+  };
 
   [[nodiscard]] bool Spawn(std::string& error);
   [[noreturn]] void BecomeGate(int errorPipe, pid_t parent, char* const* arguments) const;
@@ -59,6 +67,7 @@ class GateChild {
   bool ReadErrors();
   void TakeLine(std::string line);
   void OnEnd();
+  void ForgetFormer();
   void StartLater();
 
   EventLoop& m_loop;
@@ -67,7 +76,9 @@ class GateChild {
   LoopTimer m_timer;
   LoopDescriptor m_process;  ///< readable when the child has ended
   LoopDescriptor m_errors;
+  LoopTimer m_readPause;
   pid_t m_pid = 0;
+  std::vector<Former> m_former;
   bool m_isStopping = false;
   Clock::time_point m_started;
   Clock::time_point m_deadline;  ///< of Wait

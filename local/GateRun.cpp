@@ -10,19 +10,13 @@ namespace {
 
 constexpr ::mode_t kGateSocketMode = 0600;
 
-/// The user that a gate of root's becomes.
-struct GateUser {
-  const char* name;
-  ::uid_t id;
-};
+constexpr const char* kGateUser = "qmtgate";
+constexpr const char* kOtherUser = "nobody";
 
-std::optional<GateUser> FindGateUser() {
-  for (const char* name : {"qmtgate", "nobody"}) {
-    if (const ::passwd* user = ::getpwnam(name); user != nullptr && user->pw_uid != 0) {
-      return GateUser{name, user->pw_uid};
-    }
-  }
-  return std::nullopt;
+/// Nothing for root and for a user that there is not.
+std::optional<::uid_t> UserNumber(const char* name) {
+  const ::passwd* user = ::getpwnam(name);
+  return user == nullptr || user->pw_uid == 0 ? std::nullopt : std::optional(user->pw_uid);
 }
 
 }  // namespace
@@ -37,14 +31,23 @@ void GateRun::Start(const std::string& program) {
   command.arguments = {"--child", std::to_string(::getpid()), "--control",
                        settings.directory + '/' + settings.name};
   if (::geteuid() == 0) {
-    const std::optional<GateUser> user = FindGateUser();
-    if (!user) {
-      m_report("There is no user qmtgate or nobody for qmt_gate: nothing is served by HTTP");
+    const char* name = kGateUser;
+    settings.owner = UserNumber(name);
+    if (!settings.owner) {
+      name = kOtherUser;
+      settings.owner = UserNumber(name);
+      m_report(settings.owner
+                   ? "There is no user qmtgate: qmt_gate runs as nobody, whose other "
+                     "programs may read what it reads and end it"
+                   : "There is no user qmtgate or nobody for qmt_gate: nothing is served "
+                     "by HTTP");
+    }
+    if (!settings.owner) {
       return;
     }
-    settings.owner = user->id;
-    command.arguments.insert(command.arguments.end(), {"--user", user->name});
+    command.arguments.insert(command.arguments.end(), {"--user", name});
   }
+  m_user = settings.owner;
   m_server = std::make_unique<ControlServer>(m_loop, m_operations, settings, m_report);
   std::string error;
   if (!m_server->Open(error)) {
@@ -53,6 +56,13 @@ void GateRun::Start(const std::string& program) {
   }
   m_child = std::make_unique<GateChild>(m_loop, std::move(command), m_report);
   m_child->Start();
+}
+
+void GateRun::Expect() { m_user = UserNumber(kGateUser); }
+
+bool GateRun::IsGate(const PeerIdentity& peer) const {
+  return (m_child != nullptr && m_child->IsOrWas(peer.process)) ||
+         (m_user && peer.user == *m_user && peer.user != ::geteuid());
 }
 
 void GateRun::Terminate() {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -9,6 +12,7 @@
 
 /// The gate as the daemon's own child, with a control socket for it alone on which it may read and
 /// no more. Where the daemon is root's, the socket belongs to the user that the gate becomes.
+/// Knows a gate at any socket, whoever has started it.
 class GateRun {
  public:
   GateRun(EventLoop& loop, ControlOperations& operations, ProblemReport report)
@@ -16,6 +20,11 @@ class GateRun {
 
   /// Opens run/gate.sock and starts `program` on it. What fails is reported; there is no gate then.
   void Start(const std::string& program);
+  /// Somebody else starts the gate, as the user made for it.
+  void Expect();
+  /// Whether the peer is the gate: the child, or the user made for the gate, unless that is the
+  /// daemon's own.
+  [[nodiscard]] bool IsGate(const PeerIdentity& peer) const;
   /// Asks the child to end and closes the socket. Harmless if there is none.
   void Terminate();
   /// Waits for the end, see GateChild.
@@ -27,4 +36,5 @@ class GateRun {
   ProblemReport m_report;
   std::unique_ptr<ControlServer> m_server;
   std::unique_ptr<GateChild> m_child;
+  std::optional<::uid_t> m_user;  ///< whose processes are the gate
 };

@@ -137,9 +137,14 @@ HttpSettings ReadHttpSettings(const LocalIniFile& ini, bool isService) {
   settings.key = keys.Text(kHttpKey);
   settings.users = keys.Text(kHttpUsers);
   settings.tokens = keys.Text(kHttpTokens);
-  settings.arguments = ReadYesNo(keys.Text(kHttpArguments)).value_or(true);
-  settings.gate =
-      ReadGate(keys.Text(kHttpGate)).value_or(isService ? GateMode::kUnit : GateMode::kChild);
+  // Who has written something wrong there wanted a change: less is shown then, not more.
+  if (const IniSetting* setting = keys.Find(kHttpArguments); setting != nullptr) {
+    settings.arguments = ReadYesNo(setting->value).value_or(false);
+  }
+  settings.gate = isService ? GateMode::kUnit : GateMode::kChild;
+  if (const IniSetting* setting = keys.Find(kHttpGate); setting != nullptr) {
+    settings.gate = ReadGate(setting->value).value_or(GateMode::kNone);
+  }
   return settings;
 }
 

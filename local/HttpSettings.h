@@ -32,9 +32,10 @@ struct HttpSettings {
   GateMode gate = GateMode::kChild;
 };
 
-/// A value that is missing or wrong leaves the default. That of `listen` is the environment
-/// variable QMT_HTTP_LISTEN where it is set; that of `gate` is kUnit for a daemon that the service
-/// manager has started.
+/// A value that is missing leaves the default, one that is wrong too, but that `arguments` are not
+/// shown then and `gate` is kNone. The default of `listen` is the environment variable
+/// QMT_HTTP_LISTEN where it is set; that of `gate` is kUnit for a daemon that the service manager
+/// has started.
 [[nodiscard]] HttpSettings ReadHttpSettings(const LocalIniFile& ini, bool isService);
 /// "child", "unit" or "none".
 [[nodiscard]] const char* GateModeName(GateMode mode);

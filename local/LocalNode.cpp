@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "local/IniCheck.h"
 #include "local/log/ErrorStream.h"
@@ -34,6 +35,20 @@ std::string FaultText(const std::string& path, const IniFault& fault) {
   return fault.text.empty() ? text : text + " (" + fault.text + ")";
 }
 
+/// The socket for all; `gate` need not be made yet.
+ControlSettings SocketSettings(const GateRun& gate) {
+  ControlSettings settings;
+  settings.isGate = [&gate](const PeerIdentity& peer) { return gate.IsGate(peer); };
+  return settings;
+}
+
+/// What is relative means the daemon's folder, also to a gate that runs elsewhere.
+std::string AbsolutePath(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path whole = std::filesystem::absolute(path, error);
+  return path.empty() || error ? path : whole.string();
+}
+
 }  // namespace
 
 LocalNode::LoopParts::LoopParts(const ProblemReport& report)
@@ -41,12 +56,13 @@ LocalNode::LoopParts::LoopParts(const ProblemReport& report)
       sinks({&lastRows, &history}),
       schedule(loop, desk, sinks),
       operations(loop, desk, schedule, lastRows, history),
-      server(loop, operations, ControlSettings{}, report),
+      server(loop, operations, SocketSettings(gate), report),
       gate(loop, operations, report),
       watches(loop, report),
       timers(loop),
       manager(loop) {
   sinks.Add(operations.Followers());
+  operations.Followers().OnProblem(report);
   operations.TheGate().OnProblem(report);
   loop.OnNoMemory([report] { report("Out of memory: what was under way has been given up."); });
 }
@@ -266,10 +282,19 @@ void LocalNode::ConfigureMetrics(const HttpSettings& settings) {
 
 void LocalNode::StartGate(const HttpSettings& settings) {
   Parts().operations.TheGate().SetFacts({GateModeName(settings.gate), settings.listen,
-                                         settings.names, settings.certificate, settings.key,
-                                         settings.users, settings.tokens, settings.arguments});
+                                         settings.names, AbsolutePath(settings.certificate),
+                                         AbsolutePath(settings.key), AbsolutePath(settings.users),
+                                         AbsolutePath(settings.tokens), settings.arguments});
+  if (settings.gate == GateMode::kUnit) {
+    Parts().gate.Expect();
+  }
   if (settings.gate != GateMode::kChild || settings.listen.empty()) {
     return;
+  }
+  if (Parts().manager.IsThere()) {
+    Report(
+        "Gate = child: the service manager's rules for the daemon's unit may bar qmt_gate from "
+        "the network (Gate = unit has it started by itself)");
   }
   const std::string program = FindProgramBeside("qmt_gate", "gate");
   if (program.empty()) {

@@ -13,7 +13,7 @@ Rights RightsOf(const PeerIdentity& peer, uid_t daemonUser, gid_t socketGroup) {
   const bool isMember =
       peer.group == socketGroup ||
       std::find(peer.groups.begin(), peer.groups.end(), socketGroup) != peer.groups.end();
-  return isMember ? Rights::kRead : Rights::kNone;
+  return isMember ? Rights::kAdmit : Rights::kNone;
 }
 
 bool ReadPeerIdentity(int socket, PeerIdentity& peer) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <new>
+#include <numeric>
 #include <utility>
 
 namespace {
@@ -15,6 +16,19 @@ void AppendShort(std::string& text, double value) {
                                  std::chars_format::general, kDigits)
                        .ptr;
   text.append(digits.data(), end);
+}
+
+/// About so many bytes a key takes with its series, its description and its place.
+std::size_t KeyWeight(const std::string& key, const Json& description) {
+  constexpr std::size_t kPlain = 256;
+  std::size_t bytes = kPlain + 2 * key.size();
+  if (description.IsObject()) {
+    for (const auto& [label, value] : description.Members()) {
+      bytes += sizeof label + sizeof value + label.size();
+      bytes += value.IsString() ? value.Text().size() : 0;
+    }
+  }
+  return bytes;
 }
 
 }  // namespace
@@ -37,8 +51,7 @@ bool BucketSeries::Add(const std::string& key, std::int64_t time,
       m_look = Look::kCounts;
       ForgetCells();
     }
-    place = m_places.emplace(key, m_series.size()).first;
-    m_series.push_back({describe(), key, 0, {}});
+    place = m_places.emplace(key, AddSeries(key, describe())).first;
   }
   Series& series = m_series[place->second];
   ++series.rows;
@@ -53,6 +66,17 @@ bool BucketSeries::Add(const std::string& key, std::int64_t time,
     }
   }
   return true;
+}
+
+std::size_t BucketSeries::AddSeries(const std::string& key, Json description) {
+  const std::size_t bytes = KeyWeight(key, description);
+  if (bytes > kMaxKeyBytes - s_keyBytes) {
+    throw std::bad_alloc();
+  }
+  m_series.push_back({std::move(description), key, 0, {}});
+  s_keyBytes += bytes;
+  m_keyBytes += bytes;
+  return m_series.size() - 1;
 }
 
 void BucketSeries::AddValue(std::vector<Cell>& cells, std::uint32_t bucket, double value) {
@@ -90,15 +114,30 @@ bool BucketSeries::WantsSecondLook() {
 }
 
 void BucketSeries::KeepLargest() {
+  std::vector<std::size_t> order(m_series.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  const auto end = order.begin() + static_cast<std::ptrdiff_t>(kMaxSeries);
   // Of as many rows the key that came first stays.
-  std::ranges::stable_sort(m_series, std::ranges::greater(), &Series::rows);
+  const auto isBefore = [this](std::size_t a, std::size_t b) {
+    return m_series[a].rows != m_series[b].rows ? m_series[a].rows > m_series[b].rows : a < b;
+  };
+  std::ranges::nth_element(order, end, isBefore);
+  std::sort(order.begin(), end, isBefore);
   m_omitted = m_series.size() - kMaxSeries;
-  m_series.resize(kMaxSeries);
+  std::vector<Series> kept;
+  kept.reserve(kMaxSeries);
   m_places.clear();
-  for (std::size_t place = 0; place < m_series.size(); ++place) {
-    m_series[place].rows = 0;
-    m_places.emplace(m_series[place].bytes, place);
+  for (auto place = order.begin(); place != end; ++place) {
+    kept.push_back(std::move(m_series[*place]));
+    kept.back().rows = 0;
+    m_places.emplace(kept.back().bytes, kept.size() - 1);
   }
+  m_series = std::move(kept);
+  s_keyBytes -= std::exchange(m_keyBytes, 0);
+  for (const Series& series : m_series) {
+    m_keyBytes += KeyWeight(series.bytes, series.key);
+  }
+  s_keyBytes += m_keyBytes;
 }
 
 void BucketSeries::AppendPoints(std::size_t series, std::size_t column, std::string& text) const {

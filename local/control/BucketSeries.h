@@ -37,14 +37,20 @@ class BucketSeries {
   /// Buckets with a value that all objects together may hold.
   static constexpr std::size_t kMaxCells = std::size_t{1} << 22U;
 
+  /// Bytes that the keys of all objects together may take, by a rough count.
+  static constexpr std::size_t kMaxKeyBytes = std::size_t{64} << 20U;
+
   BucketSeries(Buckets buckets, std::size_t columns) : m_buckets(buckets), m_columns(columns) {}
-  ~BucketSeries() { s_cells -= m_cells; }
+  ~BucketSeries() {
+    s_cells -= m_cells;
+    s_keyBytes -= m_keyBytes;
+  }
   BucketSeries(const BucketSeries&) = delete;
   BucketSeries& operator=(const BucketSeries&) = delete;
 
   /// Takes a row with one value for each column; `describe` says what the key means, where it is a
   /// new one. False, and nothing is taken, for more keys than kMaxKeys. Throws std::bad_alloc
-  /// beyond kMaxCells.
+  /// beyond kMaxCells and kMaxKeyBytes.
   bool Add(const std::string& key, std::int64_t time, std::span<const std::optional<double>> values,
            const std::function<Json()>& describe);
   /// After all rows: whether they have to be given once more, from the first on. If not, the series
@@ -78,17 +84,20 @@ class BucketSeries {
   /// Of too many keys the first look only counts the rows.
   enum class Look { kTakesAll, kCounts, kTakesKept };
 
+  std::size_t AddSeries(const std::string& key, Json description);
   void AddValue(std::vector<Cell>& cells, std::uint32_t bucket, double value);
   void ForgetCells();
   void KeepLargest();
 
   static inline std::size_t s_cells = 0;
+  static inline std::size_t s_keyBytes = 0;
 
   Buckets m_buckets;
   std::size_t m_columns;
   std::vector<Series> m_series;
   std::unordered_map<std::string, std::size_t> m_places;  ///< of the keys among the series
   std::size_t m_cells = 0;
+  std::size_t m_keyBytes = 0;
   std::size_t m_omitted = 0;
   Look m_look = Look::kTakesAll;
 };

@@ -8,11 +8,11 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 #include <utility>
 
-#include "support/AtomicFile.h"
 #include "support/Descriptor.h"
 #include "support/RegularFile.h"
 
@@ -73,19 +73,26 @@ std::optional<ConsoleToken> ParseTokenLine(std::string_view line) {
   return status == std::errc{} && stop == end ? std::optional(std::move(token)) : std::nullopt;
 }
 
-/// Makes the file where it isn't, in place of what is no file of ours, so that one that replaces it
-/// takes its mode over.
-bool PrepareTokenFile(const std::string& path) {
-  struct stat status {};
-  if (::lstat(path.c_str(), &status) == 0) {
-    if (IsOwnAlone(status)) {
-      return true;
-    }
-    if (::unlink(path.c_str()) != 0) {
-      return false;
-    }
+/// Puts a file of the daemon's own in the place of whatever is there; false with errno. Nothing is
+/// synced: that would hold the loop, and tokens that a crash takes are soon made again.
+bool ReplaceTokenFile(const std::string& path, std::string_view text) {
+  const std::string next = path + ".new";
+  ::unlink(next.c_str());
+  const Descriptor file(OpenRegularFile(next, O_WRONLY | O_CREAT | O_EXCL, kTokenFileMode));
+  if (!file.IsOpen()) {
+    return false;
   }
-  return Descriptor(OpenRegularFile(path, O_WRONLY | O_CREAT | O_EXCL, kTokenFileMode)).IsOpen();
+  const ssize_t written = ::write(file.Get(), text.data(), text.size());
+  if (written >= 0 && written != static_cast<ssize_t>(text.size())) {
+    errno = ENOSPC;
+  }
+  if (written == static_cast<ssize_t>(text.size()) && ::rename(next.c_str(), path.c_str()) == 0) {
+    return true;
+  }
+  const int reason = errno;
+  ::unlink(next.c_str());
+  errno = reason;
+  return false;
 }
 
 }  // namespace
@@ -175,10 +182,7 @@ void ConsoleTokens::Save() {
   for (const ConsoleToken& token : m_tokens) {
     text += token.text + ' ' + std::to_string(token.expires) + '\n';
   }
-  std::string error;
-  if (!PrepareTokenFile(m_path)) {
+  if (!ReplaceTokenFile(m_path, text)) {
     m_report(m_path + ": " + std::strerror(errno) + "; console tokens end with the daemon");
-  } else if (!ReplaceFile(m_path, text, error)) {
-    m_report(error + "; console tokens end with the daemon");
   }
 }

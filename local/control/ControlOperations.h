@@ -33,7 +33,7 @@ class ControlOperations {
   }
   void SetFacts(DaemonFacts facts) { m_facts = std::move(facts); }
   /// Takes each batch of the schedules behind `lastRows`, for those who follow.
-  [[nodiscard]] RecordSink& Followers() { return m_follow; }
+  [[nodiscard]] FollowQueries& Followers() { return m_follow; }
   [[nodiscard]] MetricsDesk& Metrics() { return m_metricsDesk; }
   [[nodiscard]] GateQueries& TheGate() { return m_gate; }
   /// From now on every line is refused.
@@ -70,6 +70,7 @@ class ControlOperations {
   BatchDesk& m_desk;
   const ScheduleBook& m_schedule;
   ScheduleQueries m_scheduleChanges;
+  RequestTurns m_turns;
   RecordQueries m_queries;
   ConfigQueries m_config;
   ReportQueries m_reports;

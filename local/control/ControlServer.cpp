@@ -15,18 +15,26 @@
 
 #include "json/JsonText.h"
 #include "local/control/ControlSocket.h"
+#include "support/Descriptor.h"
 
 namespace {
 
 using Protocol = asio::local::stream_protocol;
 
 constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kOthersWrite = 022;
 constexpr std::chrono::seconds kFlushTime{1};
 constexpr std::chrono::seconds kAcceptPause{1};
 
 std::string Reason(int error) { return std::generic_category().message(error); }
 
 void SetCloseOnExec(int descriptor) { ::fcntl(descriptor, F_SETFD, FD_CLOEXEC); }
+
+/// Whether the folder is this user's, and no one else may write there.
+bool IsOwnFolder(const struct stat& status) {
+  return S_ISDIR(status.st_mode) && status.st_uid == ::geteuid() &&
+         (status.st_mode & kOthersWrite) == 0;
+}
 
 /// Keeps others out between the making of the socket and its mode.
 class NarrowUmask {
@@ -69,6 +77,11 @@ bool ControlServer::PrepareFolder(std::string& error) const {
     return false;
   }
   struct stat status {};
+  if (m_settings.owner && ::geteuid() == 0 &&
+      (::lstat(m_settings.directory.c_str(), &status) != 0 || !IsOwnFolder(status))) {
+    error = m_settings.directory + ": does not belong to root alone";
+    return false;
+  }
   if (::lstat(m_path.c_str(), &status) != 0) {
     return true;
   }
@@ -107,10 +120,27 @@ void ControlServer::Listen() {
     const NarrowUmask narrow(m_settings.mode);
     acceptor.bind(Protocol::endpoint(m_path));
   }
-  if (m_settings.owner && ::lchown(m_path.c_str(), *m_settings.owner, ::gid_t(-1)) != 0) {
-    throw std::system_error(errno, std::generic_category());
+  if (m_settings.owner) {
+    GiveAway();
   }
   acceptor.listen();
+}
+
+void ControlServer::GiveAway() const {
+  // By the folder itself: its name may mean another one by now.
+  const Descriptor folder(
+      ::open(m_settings.directory.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status {};
+  if (!folder.IsOpen() || ::fstat(folder.Get(), &status) != 0) {
+    throw std::system_error(errno, std::generic_category());
+  }
+  if (!IsOwnFolder(status)) {
+    throw std::system_error(EPERM, std::generic_category());
+  }
+  if (::fchownat(folder.Get(), m_settings.name.c_str(), *m_settings.owner, ::gid_t(-1),
+                 AT_SYMLINK_NOFOLLOW) != 0) {
+    throw std::system_error(errno, std::generic_category());
+  }
 }
 
 void ControlServer::Accept() {
@@ -140,8 +170,11 @@ void ControlServer::OnAccepted(std::unique_ptr<ControlConnection::Socket> socket
     Refuse(descriptor);
     return;
   }
-  const Rights rights =
+  Rights rights =
       m_settings.rights ? *m_settings.rights : RightsOf(peer, ::geteuid(), SocketGroup());
+  if (m_settings.isGate(peer)) {
+    rights = std::min(rights, Rights::kRead);
+  }
   const auto connection = std::make_shared<ControlConnection>(m_surroundings, std::move(socket),
                                                               std::move(peer), rights);
   m_connections.insert(connection);

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -17,9 +18,13 @@ struct ControlSettings {
   std::string directory = "run";
   std::string name = "control.sock";
   ::mode_t mode = 0660;
-  std::optional<::uid_t> owner;  ///< who the socket is given to; nothing: who makes it
+  /// Who the socket is given to; nothing: who makes it. Root gives it away only in a folder that
+  /// belongs to root and that nobody else may write to.
+  std::optional<::uid_t> owner;
   /// What everybody may do who can connect; nothing: what the peer's credentials tell.
   std::optional<Rights> rights;
+  /// Whether a peer is the gate, which may read at the most, whoever's it is.
+  std::function<bool(const PeerIdentity& peer)> isGate = [](const PeerIdentity&) { return false; };
   std::size_t maxOutput = std::size_t{64} << 20;  ///< bytes that may wait for all clients together
   std::size_t maxConnections = 64;
 };
@@ -46,6 +51,7 @@ class ControlServer {
 
   [[nodiscard]] bool PrepareFolder(std::string& error) const;
   void Listen();
+  void GiveAway() const;
   void Accept();
   void OnAccepted(std::unique_ptr<ControlConnection::Socket> socket);
   void Refuse(int descriptor) const;

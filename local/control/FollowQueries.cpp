@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ctime>
 #include <deque>
+#include <limits>
 #include <new>
 #include <optional>
 #include <set>
@@ -63,7 +64,25 @@ struct FollowQueries::Rows {
 };
 
 struct FollowQueries::Batch {
+  Batch(std::uint64_t place, std::shared_ptr<std::size_t> total)
+      : number(place), waiting(std::move(total)) {}
+  ~Batch() { *waiting -= bytes; }
+  Batch(const Batch&) = delete;
+  Batch& operator=(const Batch&) = delete;
+
+  void Add(Rows rows) {
+    for (const std::vector<unsigned char>& row : rows.kept->rows) {
+      const std::size_t size = row.size() + sizeof row;
+      bytes += size;
+      *waiting += size;
+    }
+    records.push_back(std::move(rows));
+  }
+
+  std::uint64_t number;
   std::vector<Rows> records;
+  std::size_t bytes = 0;
+  std::shared_ptr<std::size_t> waiting;  ///< the bytes of all batches that somebody holds
 };
 
 /// One client, and the batches that it has not been told yet.
@@ -74,22 +93,38 @@ class FollowQueries::Follower {
         m_choice(std::move(choice)),
         m_text(request.AnswerHead() + "}\n") {}
 
-  /// False if the client has gone or is too far behind, in which case its connection ends.
-  bool Take(const std::shared_ptr<const Batch>& batch) {
+  [[nodiscard]] bool IsGone() const {
     const std::shared_ptr<ControlPeer> peer = m_peer.lock();
-    if (peer == nullptr || peer->IsGone()) {
-      return false;
-    }
+    return peer == nullptr || peer->IsGone();
+  }
+
+  /// False if the client is too far behind.
+  bool Take(const std::shared_ptr<const Batch>& batch) {
     if (!std::ranges::any_of(batch->records, [&](const Rows& rows) { return IsWanted(rows); })) {
       return true;
     }
     if (m_batches.size() >= kMostBehind) {
-      peer->Abandon();
       return false;
     }
     m_batches.push_back(batch);
-    peer->Continue();
+    if (const std::shared_ptr<ControlPeer> peer = m_peer.lock(); peer != nullptr) {
+      peer->Continue();
+    }
     return true;
+  }
+
+  /// Ends the connection; nothing waits any more.
+  void Drop() {
+    m_batches.clear();
+    if (const std::shared_ptr<ControlPeer> peer = m_peer.lock(); peer != nullptr) {
+      peer->Abandon();
+    }
+  }
+
+  /// The number of the oldest batch that waits; the greatest there is for none.
+  [[nodiscard]] std::uint64_t Oldest() const {
+    return m_batches.empty() ? std::numeric_limits<std::uint64_t>::max()
+                             : m_batches.front()->number;
   }
 
   /// The pieces of the answer, see AnswerPieces.
@@ -163,6 +198,11 @@ void FollowQueries::Follow(const std::shared_ptr<ControlRequest>& request) {
     request->Fail(*error);
     return;
   }
+  std::erase_if(m_followers, [](const auto& one) { return one->IsGone(); });
+  if (m_followers.size() >= kMostFollowers) {
+    request->Fail({"busy", std::to_string(kMostFollowers) + " clients follow already", ""});
+    return;
+  }
   const auto follower =
       std::make_shared<Follower>(*request, std::get<FollowChoice>(std::move(choice)));
   m_followers.push_back(follower);
@@ -179,14 +219,42 @@ void FollowQueries::Take(const ScheduledRows& rows) {
     return;
   }
   if (m_batch == nullptr) {
-    m_batch = std::make_shared<Batch>();
+    m_batch = std::make_shared<Batch>(++m_batches, m_bytes);
   }
-  m_batch->records.push_back({layout, m_lastRows.Find(rows.record, rows.category)});
+  m_batch->Add({layout, m_lastRows.Find(rows.record, rows.category)});
 }
 
 void FollowQueries::EndBatch() {
-  if (const std::shared_ptr<const Batch> batch = std::exchange(m_batch, nullptr);
-      batch != nullptr) {
-    std::erase_if(m_followers, [&](const auto& follower) { return !follower->Take(batch); });
+  const std::shared_ptr<const Batch> batch = std::exchange(m_batch, nullptr);
+  if (batch == nullptr) {
+    return;
+  }
+  std::erase_if(m_followers, [&](const auto& follower) {
+    if (follower->IsGone()) {
+      return true;
+    }
+    if (follower->Take(batch)) {
+      return false;
+    }
+    follower->Drop();
+    m_report("A client that follows the schedules is dropped: it is more than " +
+             std::to_string(kMostBehind) + " batches behind");
+    return true;
+  });
+  BoundBytes();
+}
+
+void FollowQueries::BoundBytes() {
+  while (*m_bytes > m_mostBytes) {
+    const auto last = std::ranges::min_element(
+        m_followers, {}, [](const auto& follower) { return follower->Oldest(); });
+    // The newest rows are kept anyway.
+    if (last == m_followers.end() || (*last)->Oldest() >= m_batches) {
+      return;
+    }
+    (*last)->Drop();
+    m_followers.erase(last);
+    m_report("A client that follows the schedules is dropped: rows of more than " +
+             std::to_string(m_mostBytes) + " bytes wait for such clients");
   }
 }

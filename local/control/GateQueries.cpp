@@ -58,8 +58,7 @@ void GateQueries::Gate(const ControlRequest& request, const std::string& host) {
                     "addresses"});
       return;
     }
-    m_addresses = *std::move(addresses);
-    m_gate = request.SharedPeer();
+    Take(request, *std::move(addresses));
   }
   request.Succeed("gate", Json{{"mode", m_facts.mode},
                                {"listen", m_facts.listen},
@@ -73,7 +72,22 @@ void GateQueries::Gate(const ControlRequest& request, const std::string& host) {
                                {"version", QMT_VERSION}});
 }
 
+void GateQueries::Take(const ControlRequest& request, std::vector<std::string> addresses) {
+  // Else any reader could take them away, or send people elsewhere.
+  const std::shared_ptr<ControlPeer> present = m_gate.lock();
+  if (present == nullptr || present->IsGone() || present == request.SharedPeer()) {
+    m_addresses = std::move(addresses);
+    m_gate = request.SharedPeer();
+  }
+}
+
 void GateQueries::MakeToken(const ControlRequest& request) {
+  const auto now = std::chrono::steady_clock::now();
+  if (m_lastToken && now - *m_lastToken < kTokenPause) {
+    request.Fail({"busy", "a console token has just been made: ask again in a second", ""});
+    return;
+  }
+  m_lastToken = now;
   ConsoleToken token = m_tokens.Make();
   if (token.text.empty()) {
     request.Fail({"token-failed", "the system gives no random bits", ""});

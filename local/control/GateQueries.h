@@ -1,8 +1,10 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,6 +29,8 @@ class GateQueries {
  public:
   /// Addresses that a gate may tell.
   static constexpr std::size_t kMostAddresses = 16;
+  /// Between two console tokens, so that a reader doesn't drive out everybody's at once.
+  static constexpr std::chrono::seconds kTokenPause{1};
   using LastMessages = std::function<std::vector<RecentMessage>(std::size_t count)>;
 
   GateQueries();
@@ -34,7 +38,7 @@ class GateQueries {
   void SetFacts(GateFacts facts) { m_facts = std::move(facts); }
   void SetLog(LastMessages log) { m_log = std::move(log); }
   void OnProblem(ProblemReport report) { m_report = std::move(report); }
-  /// Where the gate listens, for as long as the connection on which it said so; else empty.
+  /// Where the gate listens, for as long as the connection on which it said so first; else empty.
   [[nodiscard]] std::vector<std::string> Addresses() const;
 
   void Gate(const ControlRequest& request, const std::string& host);
@@ -43,10 +47,13 @@ class GateQueries {
   void Log(const ControlRequest& request) const;
 
  private:
+  void Take(const ControlRequest& request, std::vector<std::string> addresses);
+
   GateFacts m_facts;
   LastMessages m_log;
   ProblemReport m_report = [](const std::string&) {};
   ConsoleTokens m_tokens;
+  std::optional<std::chrono::steady_clock::time_point> m_lastToken;
   std::vector<std::string> m_addresses;
   std::weak_ptr<ControlPeer> m_gate;  ///< who has told them
 };

@@ -23,6 +23,6 @@ struct PointsRequest {
     const Json& message, const RecordLayout& layout, const RowChoices& choices,
     std::optional<std::int64_t> since, std::optional<std::int64_t> until);
 
-/// Answers the request, in as many turns of the loop as reading the rows takes.
-void AnswerPoints(EventLoop& loop, HistoryStore& store,
-                  const std::shared_ptr<ControlRequest>& request, const PointsRequest& wanted);
+/// Answers the request, in as many turns as reading the rows takes.
+void AnswerPoints(HistoryTurns& turns, const std::shared_ptr<ControlRequest>& request,
+                  const PointsRequest& wanted);

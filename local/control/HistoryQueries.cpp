@@ -220,7 +220,7 @@ class SortedPage {
 
  private:
   /// More rows than these a turn would not sort in its time.
-  static constexpr std::size_t kMaxSorted = 50000;
+  static constexpr std::size_t kMaxSorted = 10000;
 
   struct Found {
     RowPlace place;
@@ -306,12 +306,11 @@ void HistoryQueries::History(const std::shared_ptr<ControlRequest>& request) {
       request->Fail(*error);
       return;
     }
-    AnswerPoints(m_loop, m_store, request, std::get<PointsRequest>(points));
+    AnswerPoints(m_turns, request, std::get<PointsRequest>(points));
     return;
   }
-  TakeHistoryTurns(
-      m_loop, m_store, request,
-      [request, wanted, sorted = std::shared_ptr<SortedPage>()](SqlDatabase& database) mutable {
-        return AnswerRows(database, request, wanted, sorted);
-      });
+  m_turns.Add(request, [request, wanted,
+                        sorted = std::shared_ptr<SortedPage>()](SqlDatabase& database) mutable {
+    return AnswerRows(database, request, wanted, sorted);
+  });
 }

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "local/control/ControlRequest.h"
+#include "local/control/HistoryTurns.h"
 #include "local/history/HistoryStore.h"
 #include "local/loop/EventLoop.h"
 
@@ -15,7 +16,8 @@ class HistoryQueries {
   static constexpr int kPageMilliseconds = 20;
 
   /// Both outlive the questions.
-  HistoryQueries(EventLoop& loop, HistoryStore& store) : m_loop(loop), m_store(store) {}
+  HistoryQueries(RequestTurns& turns, HistoryStore& store)
+      : m_store(store), m_turns(turns, store) {}
 
   void History(const std::shared_ptr<ControlRequest>& request);
   /// Its file, of how many bytes, and how many batches could not be kept since the start.
@@ -26,6 +28,6 @@ class HistoryQueries {
   }
 
  private:
-  EventLoop& m_loop;
   HistoryStore& m_store;
+  HistoryTurns m_turns;
 };

@@ -125,13 +125,19 @@ class ResultsAnswer {
   }
 
   /// Sends what has been added, as soon as the rows are chosen.
-  static void Send(const std::shared_ptr<ResultsAnswer>& answer, EventLoop& loop,
+  static void Send(const std::shared_ptr<ResultsAnswer>& answer, RequestTurns& turns,
                    const std::shared_ptr<ControlRequest>& request) {
-    TakeTurns(loop, request, [answer, request] {
-      if (answer->Choose()) {
+    // Most choices are made in no time.
+    constexpr std::chrono::milliseconds kAtOnce{2};
+    if (!answer->Choose(kAtOnce)) {
+      SendChosen(answer, *request);
+      return;
+    }
+    turns.Add(request, [answer, request] {
+      if (answer->Choose(kRequestTurn)) {
         return true;
       }
-      request->Peer().AnswerInPieces([answer](std::string& piece) { return answer->Next(piece); });
+      SendChosen(answer, *request);
       return false;
     });
   }
@@ -146,12 +152,17 @@ class ResultsAnswer {
     std::vector<std::span<const unsigned char>> rows;
   };
 
+  static void SendChosen(const std::shared_ptr<ResultsAnswer>& answer,
+                         const ControlRequest& request) {
+    request.Peer().AnswerInPieces([answer](std::string& piece) { return answer->Next(piece); });
+  }
+
   /// A turn of choosing among the rows; true if it needs another.
-  bool Choose() {
+  bool Choose(std::chrono::milliseconds time) {
     if (!m_selection) {
       return false;
     }
-    if (m_selection->GoOn(kRequestTurn)) {
+    if (m_selection->GoOn(time)) {
       return true;
     }
     Result& result = m_results.back();
@@ -311,7 +322,7 @@ void RecordQueries::AnswerGet(CMBNode& node, const GetPlan& plan) {
     }
     answer->AddRows(*item.resolved.layout, asker->AnswerTime(), asker, std::move(rows));
   }
-  ResultsAnswer::Send(answer, m_loop, plan.request);
+  ResultsAnswer::Send(answer, m_turns, plan.request);
 }
 
 void RecordQueries::Last(const std::shared_ptr<ControlRequest>& request) {
@@ -342,5 +353,5 @@ void RecordQueries::Last(const std::shared_ptr<ControlRequest>& request) {
     const std::shared_ptr<const KeptRows> kept = m_lastRows.Find(wanted.record, layout.category);
     answer->AddRows(layout, kept->time, kept, {kept->rows.begin(), kept->rows.end()});
   }
-  ResultsAnswer::Send(answer, m_loop, request);
+  ResultsAnswer::Send(answer, m_turns, request);
 }

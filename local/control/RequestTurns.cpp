@@ -3,22 +3,47 @@
 #include <new>
 #include <utility>
 
-void TakeTurns(EventLoop& loop, const std::shared_ptr<ControlRequest>& request, RequestTurn turn) {
-  if (request->Peer().IsGone()) {
-    request->Peer().Answer("");
+void RequestTurns::Add(std::shared_ptr<ControlRequest> request, RequestTurn turn) {
+  m_waiting.push_back({std::move(request), std::move(turn)});
+  Post();
+}
+
+void RequestTurns::Post() {
+  if (m_waiting.empty() || m_isPosted) {
     return;
   }
+  LoopTask task;
+  task.run = [this](CMBNode&) { TakeNext(); };
+  task.drop = [this] { Drop(); };
+  m_loop.Post(std::move(task));
+  m_isPosted = true;
+}
+
+void RequestTurns::TakeNext() {
+  m_isPosted = false;
+  Waiting next = std::move(m_waiting.front());
+  m_waiting.pop_front();
   try {
-    if (!turn()) {
-      return;
+    if (TakeTurn(next)) {
+      m_waiting.push_back(std::move(next));
     }
-    LoopTask task;
-    task.run = [&loop, request, turn = std::move(turn)](CMBNode&) mutable {
-      TakeTurns(loop, request, std::move(turn));
-    };
-    task.drop = [request] { request->Fail(StoppingError()); };
-    loop.Post(std::move(task));
   } catch (const std::bad_alloc&) {
-    request->FailForMemory();
+    next.request->FailForMemory();
+  }
+  Post();
+}
+
+bool RequestTurns::TakeTurn(const Waiting& waiting) {
+  if (waiting.request->Peer().IsGone()) {
+    waiting.request->Peer().Answer("");
+    return false;
+  }
+  return waiting.turn();
+}
+
+void RequestTurns::Drop() {
+  m_isPosted = false;
+  for (const Waiting& waiting : std::exchange(m_waiting, {})) {
+    waiting.request->Fail(StoppingError());
   }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <memory>
 
@@ -13,8 +14,33 @@ inline constexpr std::chrono::milliseconds kRequestTurn{10};
 /// One turn at an answer; true if it needs another. The last one answers the request.
 using RequestTurn = std::function<bool()>;
 
-/// Takes the first turn now and each other one when its time in the loop comes, so that others are
-/// served in between. The request fails with no-memory, and with stopping where the loop ends
-/// first; a client that has gone is told nothing, and no further turn is taken for it. The loop
-/// outlives the request.
-void TakeTurns(EventLoop& loop, const std::shared_ptr<ControlRequest>& request, RequestTurn turn);
+/// Requests whose answers take long, one turn of one of them at a time: however many there are,
+/// what else waits in the loop, such as a batch that is due, waits for one turn only. Each request
+/// has its turn when the others have had theirs.
+class RequestTurns {
+ public:
+  /// The loop outlives the requests.
+  explicit RequestTurns(EventLoop& loop) : m_loop(loop) {}
+  RequestTurns(const RequestTurns&) = delete;
+  RequestTurns& operator=(const RequestTurns&) = delete;
+
+  /// The request fails with no-memory, and with stopping where the loop ends first; a client that
+  /// has gone is told nothing, and no further turn is taken for it.
+  void Add(std::shared_ptr<ControlRequest> request, RequestTurn turn);
+
+ private:
+  struct Waiting {
+    std::shared_ptr<ControlRequest> request;
+    RequestTurn turn;
+  };
+
+  void Post();
+  void TakeNext();
+  /// Whether it needs another turn.
+  [[nodiscard]] static bool TakeTurn(const Waiting& waiting);
+  void Drop();
+
+  EventLoop& m_loop;
+  std::deque<Waiting> m_waiting;
+  bool m_isPosted = false;  ///< a turn stands in the loop's queue
+};

@@ -12,8 +12,6 @@ namespace {
 using RowBytes = std::span<const unsigned char>;
 
 constexpr std::array kChoiceMembers{"columns", "where", "sort", "limit"};
-constexpr std::size_t kMaxTexts = 256;
-constexpr std::size_t kMaxTextBytes = 1024;
 
 /// What is compared is what clients see.
 Json AsSeen(Json value) {
@@ -33,7 +31,8 @@ bool HoldsArguments(const FieldLayout& field) {
 }
 
 std::variant<std::vector<std::string>, ControlError> ReadTexts(const Json& message,
-                                                               const char* name) {
+                                                               const char* name,
+                                                               const TextBounds& bounds) {
   std::vector<std::string> texts;
   const Json* member = message.Find(name);
   if (member == nullptr) {
@@ -45,15 +44,18 @@ std::variant<std::vector<std::string>, ControlError> ReadTexts(const Json& messa
   if (!member->IsArray()) {
     return wrong(" must be an array of texts");
   }
-  if (member->Size() > kMaxTexts) {
-    return wrong(" holds more than " + std::to_string(kMaxTexts) + " texts");
+  if (member->Size() > bounds.texts) {
+    return wrong(" holds more than " + std::to_string(bounds.texts) + " texts");
   }
   for (const Json& element : member->Elements()) {
     if (!element.IsString()) {
       return wrong(" must be an array of texts");
     }
-    if (element.Text().size() > kMaxTextBytes) {
-      return wrong(" holds a text of more than " + std::to_string(kMaxTextBytes) + " bytes");
+    if (element.Text().size() > bounds.bytes) {
+      return wrong(" holds a text of more than " + std::to_string(bounds.bytes) + " bytes");
+    }
+    if (std::ranges::count(element.Text(), '*') > static_cast<std::ptrdiff_t>(bounds.stars)) {
+      return wrong(" holds a text of more than " + std::to_string(bounds.stars) + " stars");
     }
     texts.push_back(element.Text());
   }
@@ -115,12 +117,17 @@ std::optional<ControlError> RowChoices::ReadLabels(const Json& message,
       m_columns.push_back(*place);
     }
   };
-  const std::pair<const char*, std::function<void(const std::string&)>> members[] = {
-      {"columns", takeColumn},
-      {"where", [&](const std::string& text) { m_where.emplace_back(text, find); }},
-      {"sort", [&](const std::string& text) { m_sort.emplace_back(text, find, has); }}};
-  for (const auto& [name, take] : members) {
-    auto texts = ReadTexts(message, name);
+  const struct {
+    const char* name;
+    TextBounds bounds;
+    std::function<void(const std::string&)> take;
+  } members[] = {
+      {"columns", {}, takeColumn},
+      {"where", kConditionBounds,
+       [&](const std::string& text) { m_where.emplace_back(text, find); }},
+      {"sort", {}, [&](const std::string& text) { m_sort.emplace_back(text, find, has); }}};
+  for (const auto& [name, bounds, take] : members) {
+    auto texts = ReadTexts(message, name, bounds);
     if (auto* error = std::get_if<ControlError>(&texts)) {
       return std::move(*error);
     }

@@ -17,16 +17,24 @@
 /// Whether the field tells what a program was started with, which may hold what is secret.
 [[nodiscard]] bool HoldsArguments(const FieldLayout& field);
 
-/// The texts of an array member, none where it is missing; the error names the member. A request
-/// holds at most 256 of them in a member, of at most 1024 bytes each.
-[[nodiscard]] std::variant<std::vector<std::string>, ControlError> ReadTexts(const Json& message,
-                                                                             const char* name);
+/// What an array member of a request may hold.
+struct TextBounds {
+  std::size_t texts = 256;
+  std::size_t bytes = 1024;  ///< of a text
+  std::size_t stars = 1024;  ///< in a text
+};
+
+/// The texts of an array member, none where it is missing; the error names the member.
+[[nodiscard]] std::variant<std::vector<std::string>, ControlError> ReadTexts(
+    const Json& message, const char* name, const TextBounds& bounds = {});
 
 /// What a request wants to see of the rows of its records: the members `columns`, `where`, `sort`,
 /// `limit` and `arguments`.
 class RowChoices {
  public:
   static constexpr std::int64_t kMaxLimit = 100000;
+  /// Of conditions: each is held against every row, and each star multiplies what that takes.
+  static constexpr TextBounds kConditionBounds{16, 256, 8};
 
   /// All rows with all fields in their own order.
   RowChoices() = default;

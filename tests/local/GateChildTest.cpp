@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -64,7 +65,9 @@ class GateChildTest : public ::testing::Test {
 TEST_F(GateChildTest, ItsWordsAreToldAndItIsStartedAgainWithLongerPauses) {
   GateChild child(
       m_loop,
-      Script("echo \"$1 $2 $(ls /proc/self/fd | wc -l)\" >&2\nprintf 'no end' >&2\nexit 3\n"),
+      Script("stat=$(cut -d' ' -f6,7 /proc/$$/stat)\n[ \"$stat\" = \"$$ 0\" ] && session=own\n"
+             "echo \"$1 $2 $(ls /proc/self/fd | wc -l) $(readlink /proc/$$/fd/0) \"\\\n"
+             "\"$(readlink /proc/$$/fd/1) $session\" >&2\nprintf 'no end' >&2\nexit 3\n"),
       Report());
   const auto begin = Steady::now();
   child.Start();
@@ -72,8 +75,9 @@ TEST_F(GateChildTest, ItsWordsAreToldAndItIsStartedAgainWithLongerPauses) {
   EXPECT_GE(Steady::now() - begin, milliseconds(20 + 40 + 80));
   m_told.resize(3);
   // Three standard ones, and the folder that is listed.
-  EXPECT_THAT(m_told, ElementsAre("qmt_gate: --child a b 4", "qmt_gate: no end",
-                                  "qmt_gate has ended with status 3 and is started again"));
+  EXPECT_THAT(m_told,
+              ElementsAre("qmt_gate: --child a b 4 /dev/null /dev/null own", "qmt_gate: no end",
+                          "qmt_gate has ended with status 3 and is started again"));
   child.Terminate();
   child.Wait();
 }
@@ -82,8 +86,8 @@ TEST_F(GateChildTest, AStopAsksThenKillsWithinItsPatience) {
   const struct {
     const char* script;
     bool isKilled;
-  } rows[] = {{"echo up >&2\nexec sleep 60\n", false},
-              {"trap '' TERM\necho up >&2\nwhile :; do sleep 1; done\n", true}};
+  } rows[] = {{"echo $$ >pid\necho up >&2\nexec sleep 60\n", false},
+              {"echo $$ >pid\ntrap '' TERM\necho up >&2\nwhile :; do sleep 1; done\n", true}};
   for (const auto& row : rows) {
     m_told.clear();
     GateChild child(m_loop, Script(row.script), Report());
@@ -94,6 +98,10 @@ TEST_F(GateChildTest, AStopAsksThenKillsWithinItsPatience) {
     child.Wait();
     const auto taken = Steady::now() - begin;
     EXPECT_FALSE(child.IsRunning());
+    ::pid_t process = 0;
+    std::ifstream("pid") >> process;
+    EXPECT_EQ(child.IsOrWas(process), !row.isKilled) << "what it had sent is still its own";
+    EXPECT_FALSE(child.IsOrWas(::getpid()) || child.IsOrWas(0));
     EXPECT_EQ(taken >= milliseconds(300), row.isKilled) << row.script;
     EXPECT_LT(taken, milliseconds(1500));
     EXPECT_THAT(m_told, ElementsAre("qmt_gate: up")) << "it is not started again";
@@ -101,12 +109,14 @@ TEST_F(GateChildTest, AStopAsksThenKillsWithinItsPatience) {
 }
 
 TEST_F(GateChildTest, AFloodOfWordsIsCutAndAProgramThatIsNoneIsTold) {
-  GateChild flood(m_loop,
-                  Script("head -c 5000 /dev/zero | tr '\\0' x >&2\nseq 1 50000 >&2\nsleep 60\n"),
-                  Report());
+  GateChild flood(
+      m_loop,
+      Script("head -c 5000 /dev/zero | tr '\\0' x >&2\nseq 1 50000 >&2\ntouch end\nsleep 60\n"),
+      Report());
+  const auto begin = Steady::now();
   flood.Start();
-  RunUntil([&] { return static_cast<int>(m_told.size()) >= GateChild::kMostLines; });
-  RunUntil([end = Steady::now() + milliseconds(200)] { return Steady::now() > end; });
+  RunUntil([] { return std::filesystem::exists("end"); });
+  EXPECT_GE(Steady::now() - begin, milliseconds(200)) << "it is read at leisure";
   EXPECT_EQ(m_told.size(), std::size_t{GateChild::kMostLines});
   EXPECT_EQ(m_told.front().size(), GateChild::kMaxLine + std::string("qmt_gate: ").size());
   flood.Terminate();
@@ -129,17 +139,37 @@ TEST_F(GateChildTest, ItHasASocketOfItsOwnToReadBy) {
   HistoryStore history([](const std::string&) {});
   ControlOperations operations(m_loop, desk, schedule, rows, history);
   GateRun gate(m_loop, operations, Report());
-  gate.Start(Script("echo \"$*\" >&2\n[ -S $3 ] && stat -c %a:%u $3 >&2\nexec sleep 60\n").program);
-  RunUntil([&] { return m_told.size() >= 2; });
-  EXPECT_THAT(m_told[0], HasSubstr("qmt_gate: --child --control run/gate.sock"));
-  EXPECT_EQ(m_told[0].find("--user ") != std::string::npos, ::geteuid() == 0);
+  const std::string program = Script("echo $$ >pid\necho \"$*\" >&2\nexec sleep 60\n").program;
+  const bool isRoot = ::geteuid() == 0;
+  gate.Start(program);
+  RunUntil([&] { return !m_told.empty() && m_told.back().starts_with("qmt_gate: "); });
+  EXPECT_THAT(m_told.back(), HasSubstr("qmt_gate: --child " + std::to_string(::getpid()) +
+                                       " --control run/gate.sock"));
+  EXPECT_EQ(m_told.back().find("--user ") != std::string::npos, isRoot);
+  EXPECT_EQ(m_told.size() == 2, m_told.back().ends_with("nobody")) << "who is nobody's is told";
+  PeerIdentity peer{::getpid(), ::geteuid(), 0, {}};
+  EXPECT_FALSE(gate.IsGate(peer));
+  std::ifstream("pid") >> peer.process;
+  EXPECT_TRUE(gate.IsGate(peer));
   struct stat status {};
   ASSERT_EQ(::stat("run/gate.sock", &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
-  EXPECT_EQ(status.st_uid != ::geteuid(), ::geteuid() == 0);
+  EXPECT_EQ(status.st_uid != ::geteuid(), isRoot);
+  EXPECT_EQ(gate.IsGate({1, status.st_uid, 0, {}}), isRoot) << "whoever has that user";
   gate.Terminate();
   gate.Wait();
   EXPECT_FALSE(std::filesystem::exists("run/gate.sock"));
+  if (!isRoot) {
+    return;
+  }
+  for (const auto& [owner, mode] : {std::pair(64321U, 0755U), std::pair(0U, 0775U)}) {
+    ASSERT_EQ(::chown("run", owner, 0) + ::chmod("run", mode), 0);
+    m_told.clear();
+    GateRun refused(m_loop, operations, Report());
+    refused.Start(program);
+    EXPECT_THAT(m_told.back(), HasSubstr("run: does not belong to root alone: nothing is served"));
+    EXPECT_FALSE(std::filesystem::exists("run/gate.sock"));
+  }
 }
 
 }  // namespace

@@ -78,8 +78,8 @@ TEST_F(HttpSettingsTest, TheSectionCountsBeforeNodeAndTheEnvironmentLast) {
   EXPECT_THAT(Read("[Http]\nListen =\n").listen, IsEmpty());
   ::unsetenv("QMT_HTTP_LISTEN");
   const HttpSettings wrong = Read("[Http]\nGate = x\nArguments = maybe\n", true);
-  EXPECT_EQ(wrong.gate, GateMode::kUnit);
-  EXPECT_TRUE(wrong.arguments);
+  EXPECT_EQ(wrong.gate, GateMode::kNone);
+  EXPECT_FALSE(wrong.arguments);
 }
 
 TEST_F(HttpSettingsTest, WhatIsWrongIsToldWithItsLine) {

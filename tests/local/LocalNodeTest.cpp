@@ -409,6 +409,21 @@ TEST_F(LocalNodeTest, TheScheduleOfTheIniFileIsServedAndItsBadLinesAreReported) 
   EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:7: \"message log level\" must be 0 to 999"));
 }
 
+TEST_F(LocalNodeTest, AGateIsToldWholePathsAndAChildOfAServiceIsWarnedOf) {
+  WriteIni("[Http]\nGate = child\nCertificate = c\nKey = /k\nUsers = a/u\n");
+  ::setenv("NOTIFY_SOCKET", "/nowhere", 1);
+  Serve([] {
+    TestClient client;
+    const Json gate = client.Ask(R"({"op":"gate"})")["gate"];
+    const std::string folder = std::filesystem::current_path().string();
+    EXPECT_EQ(gate["certificate"], folder + "/c");
+    EXPECT_EQ(gate["users"], folder + "/a/u");
+    EXPECT_EQ(gate["key"], "/k");
+    EXPECT_EQ(gate["tokens"], "");
+  });
+  EXPECT_THAT(Log(), HasSubstr("Gate = child: "));
+}
+
 TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {
   WriteIni("[Schedule]\nBARE = 60\nBARE = 7\n# note\n[Node]\nHttp Listen =\n");
   const auto ini = [] {

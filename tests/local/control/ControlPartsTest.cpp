@@ -24,9 +24,9 @@ TEST(AccessRuleTest, RootAndOwnUserChangeGroupReads) {
   constexpr uid_t kDaemon = 500;
   constexpr gid_t kGroup = 60;
   const std::vector<Case> cases{
-      {{1, 0, 0, {}}, Rights::kChange},      {{1, kDaemon, 1, {}}, Rights::kChange},
-      {{1, 501, kGroup, {}}, Rights::kRead}, {{1, 501, 1, {7, kGroup}}, Rights::kRead},
-      {{1, 501, 1, {7, 61}}, Rights::kNone}, {{1, 501, 0, {0}}, Rights::kNone},
+      {{1, 0, 0, {}}, Rights::kChange},       {{1, kDaemon, 1, {}}, Rights::kChange},
+      {{1, 501, kGroup, {}}, Rights::kAdmit}, {{1, 501, 1, {7, kGroup}}, Rights::kAdmit},
+      {{1, 501, 1, {7, 61}}, Rights::kNone},  {{1, 501, 0, {0}}, Rights::kNone},
       {PeerIdentity{}, Rights::kNone},
   };
   for (const Case& entry : cases) {
@@ -112,11 +112,13 @@ TEST(ControlOperationsTest, EachOperationNeedsItsRight) {
   }
   const char* shutdown = R"({"op":"shutdown","id":7})";
   EXPECT_TRUE(isDenied(Rights::kNone, R"({"op":"get","records":[],"id":7})"));
-  EXPECT_TRUE(isDenied(Rights::kNone, R"({"op":"console_token","id":7})"));
-  EXPECT_TRUE(isDenied(Rights::kRead, shutdown));
+  const char* token = R"({"op":"console_token","id":7,"none":1})";
+  EXPECT_TRUE(isDenied(Rights::kRead, token));
+  EXPECT_FALSE(isDenied(Rights::kAdmit, token));
+  EXPECT_TRUE(isDenied(Rights::kAdmit, shutdown));
   const char* change = R"({"op":"config_set","id":7})";
   EXPECT_TRUE(isDenied(Rights::kNone, R"({"op":"config","id":7})"));
-  EXPECT_TRUE(isDenied(Rights::kRead, change));
+  EXPECT_TRUE(isDenied(Rights::kAdmit, change));
   EXPECT_FALSE(isDenied(Rights::kChange, change));
   EXPECT_FALSE(isDenied(Rights::kChange, shutdown));
 }

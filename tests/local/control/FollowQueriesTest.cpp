@@ -14,6 +14,7 @@
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 constexpr std::array kSecretFields{
     FieldLayout{"Label", FieldType::kText, 12, 8, FieldMeaning::key},
@@ -70,7 +71,7 @@ class FollowQueriesTest : public ::testing::Test {
 
   static inline std::size_t s_ignored = 0;
   LastRows m_lastRows;
-  FollowQueries m_follow{m_lastRows};
+  FollowQueries m_follow{m_lastRows, 1U << 20U};
   RecordSinks m_sinks{{&m_lastRows, &m_follow}};
 };
 
@@ -137,6 +138,33 @@ TEST_F(FollowQueriesTest, WhatCanNotBeFollowedIsRefused) {
     EXPECT_EQ(error["code"], "bad-field") << row.members;
     EXPECT_EQ(error["field"], row.field) << row.members;
   }
+}
+
+TEST_F(FollowQueriesTest, FollowersAndWhatWaitsForThemAreBounded) {
+  std::vector<std::string> told;
+  m_follow.OnProblem([&](const std::string& text) { told.push_back(text); });
+  const auto slow = Follow("");
+  const auto quick = Follow("");
+  Batch({"FAKE"}, 1, 20000);
+  EXPECT_FALSE(slow->isGone) << "one batch may be as large as it is";
+  Told(*slow);
+  for (std::time_t time = 2; time <= 4; ++time) {
+    EXPECT_FALSE(slow->isGone) << time;
+    Told(*quick);
+    Batch({"FAKE"}, time, 6000);
+  }
+  EXPECT_TRUE(slow->isGone);
+  EXPECT_FALSE(quick->isGone);
+  EXPECT_EQ(told.size(), 1U);
+
+  std::vector<std::shared_ptr<FakePeer>> others;
+  for (std::size_t i = 1; i < FollowQueries::kMostFollowers; ++i) {
+    others.push_back(Follow(""));
+  }
+  EXPECT_EQ(JsonOf(Follow("")->answers.at(0))["error"]["code"], "busy");
+  others[0]->isGone = true;
+  others[1].reset();
+  EXPECT_THAT(Follow("")->answers, IsEmpty()) << "who has gone holds no place";
 }
 
 class FollowedControlTest : public ::testing::Test, protected ServedControl {};

@@ -146,9 +146,12 @@ TEST_F(GateOperationsTest, AGateLearnsItsSettingsAndTellsWhereItListens) {
       EXPECT_EQ(JsonText(facts),
                 R"({"mode":"unit","listen":["[::1]:1"],"names":["n"],"certificate":"/c",)"
                 R"("key":"/k","users":"/u","tokens":"/t","arguments":false,"host":""})");
-      EXPECT_EQ(shown(), "127.0.0.1:80, [::1]:81");
+      TestClient other;
+      EXPECT_EQ(other.Ask(R"({"op":"gate","addresses":[]})")["ok"], true);
+      EXPECT_EQ(shown(), "127.0.0.1:80, [::1]:81") << "nobody else takes them away";
       const Json console = client.Ask(R"({"op":"console_token"})")["console"];
       EXPECT_EQ(console["addresses"].Size(), 2U);
+      EXPECT_EQ(client.Ask(R"({"op":"console_token"})")["error"]["code"], "busy");
       const auto check = [&](const std::string& token) {
         return JsonText(client.Ask(R"({"op":"token_check","token":")" + token + "\"}"));
       };
@@ -179,6 +182,30 @@ TEST_F(GateOperationsTest, AGateLearnsItsSettingsAndTellsWhereItListens) {
     }
   });
   EXPECT_THAT(problems, IsEmpty());
+}
+
+TEST_F(GateOperationsTest, AGateReadsAtTheMostWhoseverItIs) {
+  ControlSettings settings;
+  bool isGate = false;
+  settings.isGate = [&](const PeerIdentity& peer) { return isGate && peer.process == ::getpid(); };
+  const std::pair<const char*, bool> rows[] = {{R"({"op":"status"})", true},
+                                               {R"({"op":"console_token"})", false},
+                                               {R"({"op":"schedule_remove","record":"X"})", false},
+                                               {R"({"op":"shutdown"})", false}};
+  Serve(
+      [&] {
+        TestClient own;
+        EXPECT_EQ(own.Ask(R"({"op":"schedule_remove","record":"X"})")["error"]["code"],
+                  "not-scheduled");
+        isGate = true;
+        TestClient gate;
+        for (const auto& [line, isAllowed] : rows) {
+          const Json answer = gate.Ask(line);
+          EXPECT_EQ(answer["ok"], isAllowed) << line;
+          EXPECT_TRUE(isAllowed || answer["error"]["code"] == "permission-denied") << line;
+        }
+      },
+      settings);
 }
 
 }  // namespace

@@ -78,7 +78,8 @@ class HistoryPointsTest : public ::testing::Test {
   EventLoop m_loop;
   FakeAgent m_agent;
   HistoryStore m_store{[](const std::string&) {}};
-  HistoryQueries m_queries{m_loop, m_store};
+  RequestTurns m_requestTurns{m_loop};
+  HistoryQueries m_queries{m_requestTurns, m_store};
   int m_turns = 0;
 };
 
@@ -154,6 +155,21 @@ TEST_F(HistoryPointsTest, OfManyKeysThoseWithTheMostRowsAreTold) {
 }
 
 TEST(BucketSeriesTest, TooManyKeysAreRefused) {
+  const std::optional<double> one = 1;
+  const auto addLong = [&](BucketSeries& series, std::size_t keys) {
+    for (std::size_t key = 0; key < keys; ++key) {
+      const std::string text = std::to_string(key) + std::string(10000, 'x');
+      series.Add(text, 0, {&one, 1}, [&] { return Json{{"Label", text}}; });
+    }
+  };
+  for (int round = 0; round < 2; ++round) {
+    BucketSeries first({0, 99, 10}, 1);
+    BucketSeries second({0, 99, 10}, 1);
+    addLong(first, 1500);
+    EXPECT_THROW(addLong(second, 1500), std::bad_alloc) << "of all together";
+    EXPECT_TRUE(first.WantsSecondLook());
+    EXPECT_NO_THROW(addLong(second, 1500)) << "what is left out takes nothing";
+  }
   BucketSeries series({0, 99, 10}, 1);
   const std::optional<double> value = 1;
   bool isTaken = true;
@@ -210,7 +226,12 @@ TEST_F(HistoryPointsTest, PagesGoOnInAnyOrder) {
   for (int i = 0; i < 30; ++i) {
     rows.push_back({kBegin + i / 10, i % 2 == 0 ? "even" : "odd", i});
   }
+  for (int i = 0; i <= 10000; ++i) {
+    rows.push_back({kBegin + 100, "a", i});
+  }
   Keep(rows);
+  EXPECT_EQ(Ask(R"("at":1000100,"sort":["Rate"])")["error"]["field"], "sort") << "too many";
+  m_store.Database()->Execute("DELETE FROM FAKE WHERE \"Record Time\" > 1000099");
   const std::pair<const char*, const char*> cases[] = {
       {R"("where":["Label=odd","Rate<14"],"limit":2)", "1 3 5 7 9 11 13"},
       {R"("sort":["Record Time"],"where":["Rate>27"],"limit":1)", "28 29"},
@@ -235,6 +256,42 @@ TEST_F(HistoryPointsTest, PagesGoOnInAnyOrder) {
                    JsonText(answer["history"]["next"]));
     }
     EXPECT_EQ(told, expected) << members;
+  }
+}
+
+TEST_F(HistoryPointsTest, ManyQuestionsHoldABatchForOneTurn) {
+  Keep({{kBegin, "a", 1}});
+  const auto ask = [this](const char* members) {
+    const auto peer = std::make_shared<FakePeer>(Rights::kRead);
+    m_queries.History(std::make_shared<ControlRequest>(
+        JsonOf(R"({"record":"FAKE","columns":["Rate"])" + std::string(members) + "}"), peer));
+    return peer;
+  };
+  std::vector<std::shared_ptr<FakePeer>> peers;
+  for (int i = 0; i < 6; ++i) {
+    peers.push_back(ask(""));
+    peers.push_back(ask(R"(,"points":5)"));
+  }
+  std::ptrdiff_t answered = 0;
+  std::function<void()> postBatch = [&] {
+    m_loop.Post({[&](CMBNode&) {
+                   const auto now = std::ranges::count_if(
+                       peers, [](const auto& peer) { return !peer->answers.empty(); });
+                   EXPECT_LE(now - answered, 1);
+                   answered = now;
+                   answered < 12 ? postBatch() : EventLoop::RequestStop();
+                 },
+                 {},
+                 true});
+  };
+  postBatch();
+  m_loop.Run(m_agent);
+  EXPECT_EQ(answered, 12);
+  peers = {ask(""), ask(R"(,"points":5)")};
+  EventLoop::RequestStop();
+  m_loop.Run(m_agent);
+  for (const auto& peer : peers) {
+    EXPECT_EQ(JsonOf(peer->answers.at(0))["error"]["code"], "stopping");
   }
 }
 

@@ -124,6 +124,16 @@ TEST(RowChoicesTest, RequestsAreBoundedAndManyRecordsHaveNoChoice) {
       EXPECT_EQ(std::get<ControlError>(choices).field, name);
     }
   }
+  const std::string stars = "Label~" + std::string(8, '*');
+  const std::pair<Json, bool> conditions[] = {
+      {std::vector<std::string>(16, stars), true},
+      {std::vector<std::string>(17, "Label=a"), false},
+      {Json::Array({stars + '*'}), false},
+      {Json::Array({"Label=" + std::string(251, 'x')}), false}};
+  for (const auto& [texts, isTaken] : conditions) {
+    const auto choices = RowChoices::Read(Json{{"where", texts}}, &kChoiceLayout);
+    EXPECT_EQ(std::holds_alternative<RowChoices>(choices), isTaken) << JsonText(texts);
+  }
   const auto hidden = RowChoices::Read(Json{{"arguments", false}}, nullptr);
   const ChoiceRow row{"a", 1, 2, "-x", 7};
   EXPECT_EQ(std::get<RowChoices>(hidden).RowJson(kChoiceLayout, BytesOf(row))["Argument List"],

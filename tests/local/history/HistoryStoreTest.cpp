@@ -75,7 +75,8 @@ TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
     Batch(m_now + time, 1200);
   }
   EventLoop loop;
-  HistoryQueries queries(loop, m_store);
+  RequestTurns turns(loop);
+  HistoryQueries queries(turns, m_store);
   const auto peer = std::make_shared<FakePeer>(Rights::kRead);
   const auto ask = [&](const Json& members) {
     Json message{{"record", "FAKE"}};
