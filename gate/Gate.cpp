@@ -128,10 +128,11 @@ void Gate::OpenAccess() {
   const bool hasAccounts = !m_settings.users.empty() || !m_settings.tokens.empty();
   std::unique_ptr<Access> access;
   try {
-    access = std::make_unique<Access>(m_settings.users, m_settings.tokens, Hooks());
+    access =
+        std::make_unique<Access>(m_settings.users, m_settings.tokens, Hooks(), m_pages.Failures());
   } catch (const AccessError& error) {
     GateLog(std::string(error.what()) + "; addresses with TLS are left out");
-    access = std::make_unique<Access>("", "", Hooks());
+    access = std::make_unique<Access>("", "", Hooks(), m_pages.Failures());
     m_hasFault = true;
   }
   m_pages.SetAccess(std::move(access), hasAccounts);

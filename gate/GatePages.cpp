@@ -152,7 +152,7 @@ void GatePages::ServeGate(HttpExchange& exchange, const Verdict& verdict) const 
   const Json gate{{"version", QMT_VERSION},
                   {"addresses", m_addresses},
                   {"arguments", m_showsArguments},
-                  {"failed_logins", m_access->Failures()},
+                  {"failed_logins", Failures()},
                   {"listeners", m_events.Listeners()},
                   {"name", verdict.name},
                   {"role", RoleName(verdict.role)}};

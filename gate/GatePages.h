@@ -18,6 +18,10 @@ class GatePages {
   void ShowArguments(bool isShown);
   /// Null until it is known who may ask: nobody then.
   void SetAccess(std::unique_ptr<Access> access, bool hasAccounts);
+  /// Logins that have failed since the start.
+  [[nodiscard]] std::uint64_t Failures() const {
+    return m_access == nullptr ? 0 : m_access->Failures();
+  }
   void SetAddresses(std::vector<std::string> addresses) { m_addresses = std::move(addresses); }
   void Serve(const std::shared_ptr<HttpExchange>& exchange);
 
