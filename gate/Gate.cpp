@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::chrono::seconds kAskAgainPause{1};
 constexpr std::size_t kMaxSettings = 65536;
+/// So often it is looked whether a file that is not as it should be has changed.
+constexpr std::chrono::seconds kFaultPause{2};
 
 }  // namespace
 
@@ -20,6 +22,7 @@ Gate::Gate(std::string controlPath, bool isChild)
     : m_isChild(isChild),
       m_desk(m_loop, std::move(controlPath)),
       m_pages(m_desk),
+      m_fault(m_loop),
       m_again(m_loop) {}
 
 Gate::~Gate() = default;
@@ -64,6 +67,14 @@ void Gate::AskAgain() {
 void Gate::OnAnswer(const Json& answer) {
   GateSettings settings;
   if (!ReadGateSettings(answer, settings)) {
+    const Json* error = answer.Find("error");
+    const Json* message = error == nullptr ? nullptr : error->Find("message");
+    if (!m_isToldGone) {
+      GateLog("the daemon refuses: " + (message != nullptr && message->IsString()
+                                            ? message->Text()
+                                            : std::string("its answer can't be read")));
+    }
+    AskAgain();
     return;
   }
   if (std::exchange(m_isToldGone, false)) {
@@ -85,7 +96,7 @@ void Gate::OnAnswer(const Json& answer) {
 
 void Gate::TakeUp(const GateSettings& settings) {
   m_hasSettings = true;
-  m_settings = settings;
+  m_settings = GateSettings(settings);
   m_servers.clear();
   m_tls.reset();
   m_hasFault = false;
@@ -95,6 +106,22 @@ void Gate::TakeUp(const GateSettings& settings) {
   for (const std::string& text : settings.listen) {
     OpenListener(text);
   }
+  LookAtFaults();
+}
+
+void Gate::LookAtFaults() {
+  if (!m_hasFault) {
+    return;
+  }
+  const std::vector<FileStamp> stamps{StampOf(m_settings.certificate), StampOf(m_settings.key),
+                                      StampOf(m_settings.users), StampOf(m_settings.tokens)};
+  if (stamps != m_faultStamps && !std::exchange(m_faultStamps, stamps).empty()) {
+    m_faultStamps.clear();
+    TakeUp(m_settings);
+    TellAddresses();
+    return;
+  }
+  m_fault.After(kFaultPause, [this] { LookAtFaults(); });
 }
 
 void Gate::OpenAccess() {
@@ -112,6 +139,11 @@ void Gate::OpenAccess() {
 
 void Gate::OpenTls() {
   if (m_settings.certificate.empty() && m_settings.key.empty()) {
+    return;
+  }
+  // The daemon, whose settings they are, has told that one is missing.
+  if (m_settings.certificate.empty() || m_settings.key.empty()) {
+    m_hasFault = true;
     return;
   }
   try {

@@ -33,6 +33,8 @@ class Gate {
   void OnAnswer(const Json& answer);
   void AskAgain();
   void TakeUp(const GateSettings& settings);
+  /// While a file of accounts or of the certificate is not as it should be.
+  void LookAtFaults();
   void OpenAccess();
   void OpenTls();
   void OpenListener(const std::string& text);
@@ -54,5 +56,7 @@ class Gate {
   bool m_hasFault = false;  ///< a file of accounts or of the certificate is not as it should be
   bool m_areAddressesTold = false;  ///< on the present connection
   bool m_isToldGone = false;
+  std::vector<FileStamp> m_faultStamps;
+  LoopTimer m_fault;
   LoopTimer m_again;
 };

@@ -6,7 +6,10 @@
 #include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
 #include <csignal>
+#include <exception>
 #include <utility>
+
+#include "gate/GateLog.h"
 
 struct GateLoop::Library {
   explicit Library(asio::io_context& io) : work(io.get_executor()), signals(io) {}
@@ -19,7 +22,16 @@ GateLoop::GateLoop() : m_library(std::make_unique<Library>(Io())) {}
 
 GateLoop::~GateLoop() = default;
 
-void GateLoop::Run() { Io().run(); }
+void GateLoop::Run() {
+  while (!Io().stopped()) {
+    try {
+      Io().run();
+    } catch (const std::exception& error) {
+      // What one reader or question could not be given must not end the others.
+      GateLog(error.what());
+    }
+  }
+}
 
 void GateLoop::Stop() { Io().stop(); }
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "gate/CallFilter.h"
 #include "support/Capabilities.h"
 
 namespace {
@@ -79,10 +80,11 @@ bool GiveUpRights(const std::string& user, std::string& error) {
   const ::rlimit none{0, 0};
   ::setrlimit(RLIMIT_CORE, &none);
   RefuseFileChanges();
+  // Without it the user, the capabilities and the modes of files still hold.
+  static_cast<void>(FilterCalls());
   return true;
 }
 
-bool EndWithParent() {
-  const pid_t parent = ::getppid();
-  return ::prctl(PR_SET_PDEATHSIG, SIGTERM, 0, 0, 0) == 0 && ::getppid() == parent && parent != 1;
+bool EndWithParent(pid_t parent) {
+  return ::prctl(PR_SET_PDEATHSIG, SIGTERM, 0, 0, 0) == 0 && ::getppid() == parent;
 }

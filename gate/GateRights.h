@@ -1,12 +1,16 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 /// Gives up what the gate has no use for, before a byte of the network is read: root's identity for
 /// that of `user`, where it has it, all capabilities, further ones by programs, and, where the
-/// kernel knows how (5.13 and newer), the right to write, make, remove or run any file. False, with
-/// the reason in `error`, where the identity or the capabilities can't be given up.
+/// kernel knows how (5.13 and newer), the right to write, make, remove or run any file; see also
+/// FilterCalls. False, with the reason in `error`, where the identity or the capabilities can't be
+/// given up.
 [[nodiscard]] bool GiveUpRights(const std::string& user, std::string& error);
 
-/// Has the gate end with the process that has started it. False if that has ended already.
-[[nodiscard]] bool EndWithParent();
+/// Has the gate end with the process that has started it, which is `parent`. False if that has
+/// ended already.
+[[nodiscard]] bool EndWithParent(pid_t parent);

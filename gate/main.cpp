@@ -1,37 +1,64 @@
 #include <getopt.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
+#include <system_error>
 
 #include "gate/Gate.h"
 #include "gate/GateLog.h"
 #include "gate/GateRights.h"
 #include "support/HostPaths.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+/// The check for leaks traces its own process, which this one may not.
+extern "C" const char* __lsan_default_options() { return "detect_leaks=0"; }
+#endif
+
 namespace {
 
 constexpr int kUsageExit = 2;
 constexpr const char* kUsage =
-    "usage: qmt_gate [--control SOCKET] [--user NAME] [--child]\n"
+    "usage: qmt_gate [--control SOCKET] [--user NAME] [--child PID]\n"
     "Serves metrics, the interface and the console of the daemon qmtdmon by HTTP.\n"
     "  --control SOCKET  the daemon's control socket\n"
     "  --user NAME       whom to become where it is started by root\n"
-    "  --child           the daemon has started it, and it ends with the daemon\n";
+    "  --child PID       the daemon, which is that process, has started it; it ends with the "
+    "daemon\n";
 
 struct Options {
   std::string control = ProductPath("/opt/qmtrx/mond/agent/run/control.sock");
   std::string user;
-  bool isChild = false;
+  pid_t parent = 0;  ///< the daemon's process where that has started it, else 0
 };
+
+bool ReadPid(std::string_view text, pid_t& pid) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);
+  return error == std::errc{} && end == text.data() + text.size() && pid > 0;
+}
+
+/// Each address may have some hundred readers.
+void RaiseOpenFiles() {
+  ::rlimit files{};
+  if (::getrlimit(RLIMIT_NOFILE, &files) == 0) {
+    constexpr rlim_t kEnough = 8192;
+    files.rlim_cur = std::min(files.rlim_max, kEnough);
+    ::setrlimit(RLIMIT_NOFILE, &files);
+  }
+}
 
 /// The exit value where there is nothing more to do, else -1.
 int ReadOptions(int count, char** words, Options& options) {
   static const std::array kOptions{::option{"control", required_argument, nullptr, 'c'},
                                    ::option{"user", required_argument, nullptr, 'u'},
-                                   ::option{"child", no_argument, nullptr, 'C'},
+                                   ::option{"child", required_argument, nullptr, 'C'},
                                    ::option{"help", no_argument, nullptr, 'h'},
                                    ::option{"version", no_argument, nullptr, 'v'},
                                    ::option{nullptr, 0, nullptr, 0}};
@@ -44,7 +71,10 @@ int ReadOptions(int count, char** words, Options& options) {
         options.user = ::optarg;
         break;
       case 'C':
-        options.isChild = true;
+        if (!ReadPid(::optarg, options.parent)) {
+          std::fputs(kUsage, stderr);
+          return kUsageExit;
+        }
         break;
       case 'h':
         std::fputs(kUsage, stdout);
@@ -73,16 +103,22 @@ int main(int count, char** words) {
   }
   try {
     std::signal(SIGPIPE, SIG_IGN);
+    RaiseOpenFiles();
     std::string error;
+    if (::geteuid() == 0 && options.user.empty()) {
+      GateLog("root is not to face the network: --user names whom to become");
+      return 1;
+    }
     if (!GiveUpRights(options.user, error)) {
       GateLog(error);
       return 1;
     }
     // A change of the identity takes the wish back, so it is told now.
-    if (options.isChild && !EndWithParent()) {
+    if (options.parent != 0 && !EndWithParent(options.parent)) {
+      GateLog("the daemon has ended");
       return 0;
     }
-    return Gate(options.control, options.isChild).Run();
+    return Gate(options.control, options.parent != 0).Run();
   } catch (const std::exception& error) {
     GateLog(error.what());
     return 1;

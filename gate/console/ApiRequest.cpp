@@ -70,6 +70,7 @@ constexpr std::array kRoutes{
 };
 /// Of the history too, which has more parameters than others.
 constexpr Parameter kBy{"by", kLabels};
+constexpr std::size_t kMostEventRecords = 64;
 
 QueryFault Fault(const std::string& name, const std::string& message) {
   return {400, name, name + ' ' + message};
@@ -286,6 +287,20 @@ std::variant<Json, QueryFault> ReadApiRequest(std::string_view name,
   return request;
 }
 
+namespace {
+
+/// Names, without the category that may stand before them, each once.
+void AddEventRecords(EventQuery& query, std::string_view text) {
+  for (const std::string& part : Parts(text)) {
+    const std::string name = part.size() > 2 && part[1] == ':' ? part.substr(2) : part;
+    if (std::ranges::find(query.records, name) == query.records.end()) {
+      query.records.push_back(name);
+    }
+  }
+}
+
+}  // namespace
+
 std::variant<EventQuery, QueryFault> ReadEventQuery(const HttpExchange::Arguments& query,
                                                     const std::string& lastEventId) {
   EventQuery wanted;
@@ -293,9 +308,7 @@ std::variant<EventQuery, QueryFault> ReadEventQuery(const HttpExchange::Argument
   const char* sinceName = "Last-Event-ID";
   for (const auto& [key, text] : query) {
     if (key == "records") {
-      for (std::string& record : Parts(text)) {
-        wanted.records.push_back(std::move(record));
-      }
+      AddEventRecords(wanted, text);
     } else if (key == "since") {
       // A reader that comes back knows better than the address that it began with.
       if (lastEventId.empty()) {
@@ -305,6 +318,9 @@ std::variant<EventQuery, QueryFault> ReadEventQuery(const HttpExchange::Argument
     } else {
       return QueryFault{400, key, "unknown parameter \"" + key + '"'};
     }
+  }
+  if (wanted.records.size() > kMostEventRecords) {
+    return Fault("records", "holds more than " + std::to_string(kMostEventRecords) + " names");
   }
   if (!since.empty()) {
     const auto time = ReadWhole(since);

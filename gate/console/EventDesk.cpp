@@ -1,6 +1,8 @@
 #include "gate/console/EventDesk.h"
 
+#include <algorithm>
 #include <ctime>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -13,6 +15,24 @@ constexpr std::chrono::seconds kPauseBeforeAgain{1};
 constexpr std::chrono::seconds kKeepAlivePause{15};
 /// The longest line of the daemon that is taken.
 constexpr std::size_t kMaxEventLine = std::size_t{32} << 20;
+
+/// The first wanted record that the daemon's answer to `records` does not name; empty if there is
+/// none, or no answer.
+std::string UnknownRecord(const Json& answer, const EventQuery& query) {
+  const Json* list = answer.Find("records");
+  if (list == nullptr || !list->IsArray()) {
+    return "";
+  }
+  std::set<std::string> known;
+  for (const Json& row : list->Elements()) {
+    if (const Json* name = row.Find("record"); name != nullptr && name->IsString()) {
+      known.insert(name->Text());
+    }
+  }
+  const auto found = std::ranges::find_if(
+      query.records, [&](const std::string& record) { return !known.contains(record); });
+  return found == query.records.end() ? "" : *found;
+}
 
 }  // namespace
 
@@ -27,6 +47,23 @@ void EventDesk::Serve(const std::shared_ptr<HttpExchange>& exchange) {
     exchange->Answer(ErrorAnswer(fault->status, "bad-field", fault->message, fault->field));
     return;
   }
+  const EventQuery& query = std::get<EventQuery>(read);
+  if (query.records.empty()) {
+    Begin(exchange, query);
+    return;
+  }
+  exchange->Hold(
+      m_desk.AskJson(Json{{"op", "records"}}, [this, exchange, query](const Json& answer) {
+        if (const std::string unknown = UnknownRecord(answer, query); !unknown.empty()) {
+          exchange->Answer(
+              ErrorAnswer(404, "unknown-record", "no record \"" + unknown + '"', "records"));
+          return;
+        }
+        Begin(exchange, query);
+      }));
+}
+
+void EventDesk::Begin(const std::shared_ptr<HttpExchange>& exchange, EventQuery query) {
   RemoveGone();
   if (m_listeners.size() >= kMostListeners) {
     exchange->Answer(
@@ -34,8 +71,8 @@ void EventDesk::Serve(const std::shared_ptr<HttpExchange>& exchange) {
     return;
   }
   const auto stream = std::make_shared<HttpStream>();
-  const auto listener = std::make_shared<EventListener>(
-      m_desk, std::get<EventQuery>(std::move(read)), stream, m_showsArguments);
+  const auto listener =
+      std::make_shared<EventListener>(m_desk, std::move(query), stream, m_showsArguments);
   m_listeners.push_back(listener);
   // Who leaves is forgotten in the loop's own turn, as this is called within the server's.
   stream->OnGone([this] { m_keepAlive.After({}, [this] { KeepAlive(); }); });
@@ -53,6 +90,7 @@ void EventDesk::Serve(const std::shared_ptr<HttpExchange>& exchange) {
 
 void EventDesk::Follow() {
   m_line.clear();
+  m_isGivenUp = false;
   m_isFollowing = false;
   m_follow = std::make_unique<DaemonAsk>(m_desk.Loop(), std::chrono::milliseconds(0));
   Json request{{"op", "follow"}};
@@ -65,7 +103,7 @@ void EventDesk::Follow() {
 }
 
 void EventDesk::Take(std::string_view bytes) {
-  while (!bytes.empty()) {
+  while (!bytes.empty() && !m_isGivenUp) {
     const std::size_t end = bytes.find('\n');
     m_line += bytes.substr(0, end);
     if (m_line.size() > kMaxEventLine) {
@@ -97,6 +135,10 @@ void EventDesk::TakeLine(std::string_view line) {
 }
 
 void EventDesk::OnDaemonGone() {
+  if (std::exchange(m_isGivenUp, true)) {
+    return;
+  }
+  m_line.clear();
   // It may be the caller, which must not be freed in its own turn.
   m_again.After(kPauseBeforeAgain, [this] {
     RemoveGone();

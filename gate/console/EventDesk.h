@@ -19,10 +19,12 @@ class EventDesk {
   EventDesk& operator=(const EventDesk&) = delete;
 
   void ShowArguments(bool isShown) { m_showsArguments = isShown; }
+  /// Those who ask for a record that there is not get 404.
   void Serve(const std::shared_ptr<HttpExchange>& exchange);
   [[nodiscard]] std::size_t Listeners() const { return m_listeners.size(); }
 
  private:
+  void Begin(const std::shared_ptr<HttpExchange>& exchange, EventQuery query);
   void Follow();
   void Take(std::string_view bytes);
   void TakeLine(std::string_view line);
@@ -38,6 +40,7 @@ class EventDesk {
   std::string m_line;          ///< what has come of the next one
   bool m_isFollowing = false;  ///< the daemon has said yes
   bool m_isDaemonGone = false;
+  bool m_isGivenUp = false;  ///< of m_follow nothing more is taken
   LoopTimer m_again;
   LoopTimer m_keepAlive;
 };

@@ -42,6 +42,7 @@ void EventListener::Start(std::int64_t now) {
     return;
   }
   m_isLive = false;
+  m_query.since = std::min(m_query.since, now);
   if (m_query.since < now - kMostSecondsBack) {
     Lose("no more than an hour is read back; ask history for the rest");
     m_query.since = now - kMostSecondsBack;
@@ -57,6 +58,12 @@ void EventListener::Start(std::int64_t now) {
 }
 
 void EventListener::BeginStretch() {
+  // All come back at once when the daemon does, and each may hold the rows of one time.
+  if (!m_isReading && s_reading >= kMostReading) {
+    m_pause.After(kReaderPause, [this] { BeginStretch(); });
+    return;
+  }
+  s_reading += std::exchange(m_isReading, true) ? 0 : 1;
   m_stretchEnd = m_query.since + m_stretchSeconds;
   m_toRead = m_records;
   ReadBackNext(nullptr);
@@ -69,8 +76,12 @@ void EventListener::EndStretch() {
   }
   m_query.since = m_stretchEnd;
   m_stream->Put(FrameOfLine(JsonText(Json{{"event", "batch"}, {"time", m_stretchEnd}})).text);
-  BeginStretch();
+  m_pause.After({}, [this] { BeginStretch(); });
 }
+
+EventListener::~EventListener() { StopReading(); }
+
+void EventListener::StopReading() { s_reading -= std::exchange(m_isReading, false) ? 1 : 0; }
 
 void EventListener::AskSchedules() {
   m_question =
@@ -81,10 +92,13 @@ void EventListener::AskSchedules() {
         }
         const Json* status = answer.Find("status");
         const Json* schedules = status == nullptr ? nullptr : status->Find("schedules");
-        if (schedules != nullptr && schedules->IsArray()) {
-          for (const Json& schedule : schedules->Elements()) {
-            self->m_records.push_back(TextOf(schedule, "record"));
-          }
+        if (schedules == nullptr || !schedules->IsArray()) {
+          self->Lose("the daemon can't be asked");
+          self->GoLive();
+          return;
+        }
+        for (const Json& schedule : schedules->Elements()) {
+          self->m_records.push_back(TextOf(schedule, "record"));
         }
         self->BeginStretch();
       });
@@ -92,6 +106,7 @@ void EventListener::AskSchedules() {
 
 void EventListener::ReadBackNext(const Json& after) {
   if (IsGone()) {
+    StopReading();
     return;
   }
   if (m_toRead.empty()) {
@@ -180,6 +195,7 @@ void EventListener::Lose(const std::string& reason) {
 
 void EventListener::GoLive() {
   m_isLive = true;
+  StopReading();
   m_toRead.clear();
   m_question.reset();
   m_waitingBytes = 0;
@@ -201,11 +217,13 @@ void EventListener::Give(const EventFrame& frame) {
     Put(frame);
     return;
   }
-  m_waitingBytes += frame.text->size();
-  m_waiting.push_back(frame);
+  // One that is larger than that by itself is taken all the same.
   if (m_waitingBytes > kMostWaiting) {
     End();
+    return;
   }
+  m_waitingBytes += frame.text->size();
+  m_waiting.push_back(frame);
 }
 
 void EventListener::Put(const EventFrame& frame) {

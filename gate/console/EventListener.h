@@ -24,17 +24,24 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
 
   EventListener(DaemonDesk& desk, EventQuery query, std::shared_ptr<HttpStream> stream,
                 bool showsArguments);
+  ~EventListener();
+  EventListener(const EventListener&) = delete;
+  EventListener& operator=(const EventListener&) = delete;
 
   /// `now`: seconds since the epoch.
   void Start(std::int64_t now);
   void Give(const EventFrame& frame);
   [[nodiscard]] bool IsGone() const { return m_stream->IsGone() || m_stream->IsEnded(); }
-  void End() { m_stream->End(); }
+  void End() {
+    StopReading();
+    m_stream->End();
+  }
 
  private:
   [[nodiscard]] bool Wants(const EventFrame& frame) const;
   void Put(const EventFrame& frame);
   void AskSchedules();
+  void StopReading();
   void BeginStretch();
   void EndStretch();
   void ReadBackNext(const Json& after);
@@ -43,6 +50,10 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
   void PutRows(const Json& history, bool isLast);
   void Lose(const std::string& reason);
   void GoLive();
+
+  /// Readers whose past is read back at a time.
+  static constexpr int kMostReading = 4;
+  static inline int s_reading = 0;
 
   DaemonDesk& m_desk;
   EventQuery m_query;
@@ -55,7 +66,8 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
   std::int64_t m_stretchEnd = 0;  ///< the first second behind it
   std::int64_t m_pastEnd = 0;  ///< that of the last stretch, which has all that has been kept since
   LoopTimer m_pause;
-  std::string m_rows;  ///< of the time that the last page has ended in
+  bool m_isReading = false;  ///< counted in s_reading
+  std::string m_rows;        ///< of the time that the last page has ended in
   std::int64_t m_rowsTime = 0;
   std::deque<EventFrame> m_waiting;  ///< made while the past is read
   std::size_t m_waitingBytes = 0;

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 namespace {
@@ -45,13 +46,16 @@ void DaemonAsk::Start(const std::string& path, std::string line, OnBytes onBytes
   m_onBytes = std::move(onBytes);
   m_onEnd = std::move(onEnd);
   line += '\n';
-  Descriptor socket = ConnectDaemon(path);
-  if (socket.IsOpen()) {
-    m_socket.Take(std::move(socket));
-    if (Send(line)) {
-      WaitForBytes();
-      return;
+  try {
+    if (Descriptor socket = ConnectDaemon(path); socket.IsOpen()) {
+      m_socket.Take(std::move(socket));
+      if (Send(line)) {
+        WaitForBytes();
+        return;
+      }
     }
+  } catch (const std::system_error&) {
+    // It can't be watched, so it is as good as none.
   }
   m_timer.After({}, [this] { Finish(End::kNoDaemon); });
 }

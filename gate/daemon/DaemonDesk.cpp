@@ -18,15 +18,16 @@ class DaemonDesk::Question {
       : line(std::move(text)),
         take(std::move(takeBytes)),
         done(std::move(whenDone)),
-        ask(desk.m_loop, kSilence),
+        ask(std::make_unique<DaemonAsk>(desk.m_loop, kSilence)),
         m_desk(desk),
         m_isDeskAlive(desk.m_isAlive) {}
   ~Question() { Leave(); }
   Question(const Question&) = delete;
   Question& operator=(const Question&) = delete;
 
-  /// Its place is free for another one.
+  /// Its connection ends, and its place is free for another one.
   void Leave() {
+    ask.reset();
     if (std::exchange(isAtWork, false) && *m_isDeskAlive) {
       --m_desk.m_atWork;
       m_desk.StartNext();
@@ -36,7 +37,7 @@ class DaemonDesk::Question {
   std::string line;
   Take take;
   Done done;
-  DaemonAsk ask;
+  std::unique_ptr<DaemonAsk> ask;
   bool isAtWork = false;
 
  private:
@@ -86,7 +87,7 @@ void DaemonDesk::Begin(const QuestionPtr& question) {
       }
     }
   };
-  question->ask.Start(
+  question->ask->Start(
       m_path, std::move(question->line),
       [finish, weak = std::weak_ptr(question)](std::string_view bytes) {
         const QuestionPtr present = weak.lock();

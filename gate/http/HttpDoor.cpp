@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <string>
+#include <system_error>
 #include <utility>
 
 namespace {
@@ -26,8 +27,7 @@ struct HttpDoor::Visitor {
   bool isLeaving = false;  ///< has been refused
 };
 
-HttpDoor::HttpDoor(IoLoop& loop, HttpDoorSettings settings, std::function<bool()> hasRoom,
-                   Enter enter)
+HttpDoor::HttpDoor(IoLoop& loop, HttpDoorSettings settings, HasRoom hasRoom, Enter enter)
     : m_loop(loop),
       m_settings(std::move(settings)),
       m_hasRoom(std::move(hasRoom)),
@@ -66,7 +66,11 @@ void HttpDoor::Accept() {
     Descriptor socket(::accept4(m_listener->Get(), reinterpret_cast<::sockaddr*>(&peer), &size,
                                 SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (socket.IsOpen()) {
-      Admit(std::move(socket), peer, size);
+      try {
+        Admit(std::move(socket), peer, size);
+      } catch (const std::system_error&) {
+        // It can't be watched, and is closed.
+      }
       continue;
     }
     if (errno == EAGAIN || errno == ECONNABORTED || errno == EINTR) {
@@ -129,34 +133,36 @@ void HttpDoor::Look(const VisitorPtr& visitor) {
     WaitFor(visitor);
     return;
   }
-  const HeadVerdict verdict =
-      JudgeHead({bytes.data(), static_cast<std::size_t>(size)}, m_settings.head);
+  const std::string_view head(bytes.data(), static_cast<std::size_t>(size));
+  const HeadVerdict verdict = JudgeHead(head, m_settings.head);
   if (verdict.status == HeadVerdict::kIncomplete) {
     // What has been looked at stays in the socket: only more than that is worth another look.
     const int more = static_cast<int>(size) + 1;
     ::setsockopt(descriptor, SOL_SOCKET, SO_RCVLOWAT, &more, sizeof more);
     WaitFor(visitor);
   } else if (verdict.status != 0) {
-    Refuse(visitor, verdict);
+    Refuse(visitor, verdict, head);
   } else {
     OfferRoom(visitor);
   }
 }
 
 void HttpDoor::OfferRoom(const VisitorPtr& visitor) {
-  if (m_hasRoom()) {
+  if (m_hasRoom(visitor->peer)) {
     LetIn(visitor);
   } else {
     visitor->isReady = true;
   }
 }
 
-void HttpDoor::Refuse(const VisitorPtr& visitor, const HeadVerdict& verdict) {
-  const std::string body = std::string(verdict.reason) + '\n';
-  const std::string answer = "HTTP/1.1 " + std::to_string(verdict.status) +
-                             " Refused\r\nContent-Type: text/plain; charset=utf-8\r\n"
-                             "Connection: close\r\nContent-Length: " +
-                             std::to_string(body.size()) + "\r\n\r\n" + body;
+void HttpDoor::Refuse(const VisitorPtr& visitor, const HeadVerdict& verdict,
+                      std::string_view head) {
+  const Refusal refusal = RefusalOf(verdict, head);
+  const std::string answer = "HTTP/1.1 " + std::to_string(refusal.status) +
+                             " Refused\r\nContent-Type: " + refusal.contentType +
+                             "\r\nX-Content-Type-Options: nosniff\r\nConnection: close\r\n" +
+                             "Content-Length: " + std::to_string(refusal.body.size()) + "\r\n\r\n" +
+                             refusal.body;
   const int descriptor = visitor->socket.Get();
   // A new socket has room for that.
   [[maybe_unused]] const ssize_t sent =
@@ -179,9 +185,9 @@ void HttpDoor::LetIn(const VisitorPtr& visitor) {
 }
 
 void HttpDoor::OnRoom() {
-  for (auto place = m_visitors.begin(); place != m_visitors.end() && m_hasRoom();) {
+  for (auto place = m_visitors.begin(); place != m_visitors.end();) {
     const VisitorPtr visitor = *place++;
-    if (visitor->isReady) {
+    if (visitor->isReady && m_hasRoom(visitor->peer)) {
       LetIn(visitor);
     }
   }

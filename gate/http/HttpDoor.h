@@ -8,6 +8,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -35,8 +36,10 @@ class HttpDoor {
   using Enter =
       std::function<void(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize)>;
 
+  using HasRoom = std::function<bool(const ::sockaddr_storage& peer)>;
+
   /// `hasRoom` tells whether one more may enter.
-  HttpDoor(IoLoop& loop, HttpDoorSettings settings, std::function<bool()> hasRoom, Enter enter);
+  HttpDoor(IoLoop& loop, HttpDoorSettings settings, HasRoom hasRoom, Enter enter);
   ~HttpDoor();
   HttpDoor(const HttpDoor&) = delete;
   HttpDoor& operator=(const HttpDoor&) = delete;
@@ -63,7 +66,7 @@ class HttpDoor {
   void Admit(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize);
   void WaitFor(const VisitorPtr& visitor);
   void Look(const VisitorPtr& visitor);
-  void Refuse(const VisitorPtr& visitor, const HeadVerdict& verdict);
+  void Refuse(const VisitorPtr& visitor, const HeadVerdict& verdict, std::string_view head);
   void OfferRoom(const VisitorPtr& visitor);
   void LetIn(const VisitorPtr& visitor);
   void WatchTime();
@@ -71,7 +74,7 @@ class HttpDoor {
 
   IoLoop& m_loop;
   HttpDoorSettings m_settings;
-  std::function<bool()> m_hasRoom;
+  HasRoom m_hasRoom;
   Enter m_enter;
   std::unique_ptr<LoopDescriptor> m_listener;
   LoopTimer m_timer;

@@ -72,6 +72,20 @@ bool IsOwnHost(std::string_view host, const HeadRule& rule) {
 
 }  // namespace
 
+Refusal RefusalOf(const HeadVerdict& verdict, std::string_view head) {
+  const std::size_t target = std::min(head.find(' '), head.size());
+  if (!head.substr(target).starts_with(" /api/")) {
+    return {verdict.status, "text/plain; charset=utf-8", std::string(verdict.reason) + '\n'};
+  }
+  constexpr unsigned kTooLarge = 413;
+  const bool isLong = verdict.status == kUriTooLong || verdict.status == kHeadTooLarge;
+  std::string message = verdict.reason;
+  std::ranges::replace(message, '"', '\'');
+  return {isLong ? kTooLarge : verdict.status, "application/json",
+          std::string(R"({"ok":false,"error":{"code":")") + (isLong ? "too-long" : "bad-request") +
+              R"(","message":")" + message + "\"}}\n"};
+}
+
 HeadVerdict JudgeHost(std::string_view host, const HeadRule& rule) {
   return IsOwnHost(host, rule)
              ? HeadVerdict{}

@@ -27,5 +27,14 @@ struct HeadRule {
 /// name point at this address is kept out by its Host.
 [[nodiscard]] HeadVerdict JudgeHead(std::string_view bytes, const HeadRule& rule);
 
+/// How a request is refused whose head has been judged: in words, or for the interface below
+/// "/api/" as its errors are.
+struct Refusal {
+  unsigned status;
+  const char* contentType;
+  std::string body;
+};
+[[nodiscard]] Refusal RefusalOf(const HeadVerdict& verdict, std::string_view head);
+
 /// Judges the header Host alone.
 [[nodiscard]] HeadVerdict JudgeHost(std::string_view host, const HeadRule& rule);

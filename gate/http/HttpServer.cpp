@@ -69,10 +69,24 @@ Descriptor Listen(const ListenAddress& address) {
   return socket;
 }
 
+/// What tells one host from another: of IPv6 the network.
+std::string PeerKey(const ::sockaddr& address) {
+  if (address.sa_family == AF_INET) {
+    const auto& inet = reinterpret_cast<const ::sockaddr_in&>(address);
+    return {reinterpret_cast<const char*>(&inet.sin_addr), sizeof inet.sin_addr};
+  }
+  constexpr std::size_t kNetworkBytes = 8;
+  const auto& inet6 = reinterpret_cast<const ::sockaddr_in6&>(address);
+  return {reinterpret_cast<const char*>(&inet6.sin6_addr), kNetworkBytes};
+}
+
+const MHD_ConnectionInfo* PeerInfo(MHD_Connection* connection) {
+  return MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+}
+
 /// The address of who asks, without the port; empty if it can't be told.
 std::string PeerOf(MHD_Connection* connection) {
-  const MHD_ConnectionInfo* info =
-      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+  const MHD_ConnectionInfo* info = PeerInfo(connection);
   std::array<char, NI_MAXHOST> host{};
   if (info == nullptr || info->client_addr == nullptr ||
       ::getnameinfo(
@@ -104,6 +118,18 @@ bool TakesGzip(std::string_view header) {
     header.remove_prefix(comma == std::string_view::npos ? header.size() : comma + 1);
   }
   return false;
+}
+
+/// What the head of a request must not bring; behind TLS nobody has counted them before.
+HeadVerdict JudgeArguments(const HttpExchange::Arguments& arguments) {
+  if (arguments.size() > HeadRule::kMaxArguments) {
+    return {MHD_HTTP_URI_TOO_LONG, "the request has more than 100 arguments"};
+  }
+  const bool hasZero = std::ranges::any_of(arguments, [](const auto& argument) {
+    return argument.first.find('\0') != std::string::npos ||
+           argument.second.find('\0') != std::string::npos;
+  });
+  return hasZero ? HeadVerdict{MHD_HTTP_BAD_REQUEST, "the request has a zero byte"} : HeadVerdict{};
 }
 
 void AddHeaders(MHD_Response* response, const HttpAnswer& answer) {
@@ -172,7 +198,10 @@ class HttpServer::Library {
     const int descriptor = info == nullptr ? -1 : info->connect_fd;
     try {
       const Clock::time_point now = Clock::now();
-      self.m_connections[connection] = {now, now + self.m_settings.deadline, descriptor};
+      const MHD_ConnectionInfo* peer = PeerInfo(connection);
+      self.m_connections[connection] = {
+          now, now + self.m_settings.deadline, descriptor,
+          peer == nullptr || peer->client_addr == nullptr ? "" : PeerKey(*peer->client_addr)};
     } catch (...) {
       // Without its deadline it may not stay.
       ::shutdown(descriptor, SHUT_RDWR);
@@ -180,13 +209,14 @@ class HttpServer::Library {
   }
 
   static MHD_Result OnArgument(void* exchange, MHD_ValueKind, const char* name,
-                               const char* value) noexcept {
+                               std::size_t nameSize, const char* value,
+                               std::size_t valueSize) noexcept {
     try {
-      auto& arguments = static_cast<HttpExchange*>(exchange)->arguments;
-      if (arguments.size() >= HeadRule::kMaxArguments) {
-        return MHD_NO;
-      }
-      arguments.emplace_back(name, value == nullptr ? "" : value);
+      const auto text = [](const char* bytes, std::size_t size) {
+        return bytes == nullptr ? std::string() : std::string(bytes, size);
+      };
+      static_cast<HttpExchange*>(exchange)->arguments.emplace_back(text(name, nameSize),
+                                                                   text(value, valueSize));
       return MHD_YES;
     } catch (...) {
       return MHD_NO;
@@ -218,7 +248,9 @@ class HttpServer::Library {
       return Send(self, connection, *exchange);
     }
     MHD_suspend_connection(connection);
-    self.m_connections[connection].isSuspended = true;
+    Connection& facts = self.m_connections[connection];
+    facts.isSuspended = true;
+    facts.end = Clock::now() + self.m_settings.patience;
     exchange->OnAnswer([&self, connection] { Resume(self, connection); });
     return MHD_YES;
   }
@@ -244,7 +276,7 @@ class HttpServer::Library {
     exchange->isTls = self.m_settings.isTls;
     exchange->isLoopback = self.m_isLoopback;
     exchange->peer = PeerOf(connection);
-    MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, OnArgument, exchange.get());
+    MHD_get_connection_values_n(connection, MHD_GET_ARGUMENT_KIND, OnArgument, exchange.get());
     *state = exchange.get();
     self.m_exchanges[exchange.get()] = exchange;
     self.m_connections[connection].hasRequest = true;
@@ -256,8 +288,10 @@ class HttpServer::Library {
     // Behind TLS nobody has looked at the head before; without a Host it is one of HTTP/1.0.
     const char* host =
         MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_HOST);
-    const HeadVerdict verdict =
-        self.m_settings.isTls && host != nullptr ? JudgeHost(host, self.m_head) : HeadVerdict{};
+    HeadVerdict verdict = JudgeArguments(exchange->arguments);
+    if (verdict.status == 0 && self.m_settings.isTls && host != nullptr) {
+      verdict = JudgeHost(host, self.m_head);
+    }
     if (verdict.status != 0) {
       exchange->Answer(
           {verdict.status, HttpAnswer{}.contentType, verdict.reason + std::string("\n")});
@@ -268,6 +302,10 @@ class HttpServer::Library {
 
   static ssize_t Read(void* state, std::uint64_t, char* target, std::size_t size) noexcept {
     auto& reader = *static_cast<Reader*>(state);
+    Clock::time_point& deadline = reader.server.m_connections[reader.connection].end;
+    if (reader.stream->IsEnded() && deadline == Clock::time_point::max()) {
+      deadline = Clock::now() + reader.server.m_settings.answerTime;
+    }
     const std::size_t count = reader.stream->Take(target, size);
     if (count != 0) {
       return static_cast<ssize_t>(count);
@@ -331,7 +369,7 @@ HttpServer::HttpServer(IoLoop& loop, Handler handler, HttpSettings settings)
                            .looks = !m_settings.isTls,
                            .maxVisitors = m_settings.maxConnections,
                            .deadline = m_settings.deadline},
-          [this] { return HasRoom(); },
+          [this](const ::sockaddr_storage& peer) { return HasRoom(peer); },
           [this](Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t size) {
             Enter(std::move(socket), peer, size);
           }) {}
@@ -343,9 +381,16 @@ void HttpServer::SetHostNames(std::vector<std::string> names) {
   m_door.SetHostNames(std::move(names));
 }
 
-bool HttpServer::HasRoom() {
+bool HttpServer::HasRoom(const ::sockaddr_storage& peer) {
+  constexpr unsigned kShareOfOne = 4;
   if (m_connections.size() < m_settings.maxConnections) {
-    return true;
+    const auto& address = reinterpret_cast<const ::sockaddr&>(peer);
+    const std::string key = PeerKey(address);
+    // Behind the loopback a proxy may stand for many.
+    return IsLoopbackAddress(address) ||
+           std::ranges::count_if(m_connections, [&](const auto& entry) {
+             return entry.second.peer == key;
+           }) < static_cast<std::ptrdiff_t>(m_settings.maxConnections / kShareOfOne);
   }
   if (m_settings.isTls) {
     EndSilentConnection();
@@ -418,7 +463,6 @@ MHD_Daemon* HttpServer::Start() {
 void HttpServer::Close() {
   m_door.Close();
   static_cast<void>(m_ready.Release());
-  m_timer.Cancel();
   for (const auto& [exchange, owner] : m_exchanges) {
     exchange->OnAnswer({});
     if (exchange->Stream() != nullptr) {
@@ -433,6 +477,7 @@ void HttpServer::Close() {
     }
     MHD_stop_daemon(std::exchange(m_daemon, nullptr));
   }
+  m_timer.Cancel();
   m_connections.clear();
   m_exchanges.clear();
   m_address.clear();
@@ -467,6 +512,9 @@ void HttpServer::WorkSoon() {
 }
 
 void HttpServer::Work() {
+  if (m_daemon == nullptr) {
+    return;
+  }
   m_isWorking = true;
   std::size_t before = 0;
   do {

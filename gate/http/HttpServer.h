@@ -24,6 +24,8 @@ struct HttpSettings {
   HeadRule head;                  ///< what is refused at the door
   /// A connection ends then, whatever it has sent until then.
   std::chrono::milliseconds deadline{10000};
+  /// So long an answer may take to come; who makes it has limits of its own below that.
+  std::chrono::milliseconds patience{60000};
   /// So long it has for taking its answer, one that comes by and by apart.
   std::chrono::milliseconds answerTime{30000};
   /// Called before each connection, where it is set.
@@ -64,11 +66,13 @@ class HttpServer {
     std::chrono::steady_clock::time_point since;
     std::chrono::steady_clock::time_point end;
     int descriptor = -1;
+    std::string peer;  ///< as PeerKey has it
     bool hasRequest = false;
     bool isSuspended = false;  ///< until its answer, or more of it, is there
   };
 
-  [[nodiscard]] bool HasRoom();
+  /// Whether one more from that address may enter.
+  [[nodiscard]] bool HasRoom(const ::sockaddr_storage& peer);
   [[nodiscard]] MHD_Daemon* Start();
   /// Makes room: one that has asked for nothing yet gives way.
   void EndSilentConnection();

@@ -4,6 +4,7 @@
 #include <gnutls/gnutls.h>
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <memory>
@@ -11,8 +12,8 @@
 namespace {
 
 constexpr unsigned kMaxChain = 16;
-/// A handshake under way may still need the key of a former one.
-constexpr std::size_t kKept = 3;
+/// So long a handshake under way may still need the key of a former one.
+constexpr std::chrono::seconds kKept{60};
 
 /// A chain of certificates and the key of the first.
 class Chain {
@@ -62,9 +63,14 @@ class Chain {
   ::gnutls_privkey_t m_key = nullptr;
 };
 
+struct KeptChain {
+  std::unique_ptr<Chain> chain;
+  std::chrono::steady_clock::time_point replaced;  ///< of those behind the first
+};
+
 /// The one in use in front.
-std::deque<std::unique_ptr<Chain>>& Chains() {
-  static std::deque<std::unique_ptr<Chain>> chains;
+std::deque<KeptChain>& Chains() {
+  static std::deque<KeptChain> chains;
   return chains;
 }
 
@@ -74,7 +80,7 @@ int RetrieveCertificate(::gnutls_session_t, const ::gnutls_datum_t*, int,
   if (Chains().empty()) {
     return -1;
   }
-  Chains().front()->Show(certificates, count, key);
+  Chains().front().chain->Show(certificates, count, key);
   return 0;
 }
 
@@ -88,8 +94,12 @@ bool TlsCertificate::Use(const std::string& certificate, const std::string& key,
     error = ::gnutls_strerror(code);
     return false;
   }
-  Chains().push_front(std::move(chain));
-  if (Chains().size() > kKept) {
+  const auto now = std::chrono::steady_clock::now();
+  if (!Chains().empty()) {
+    Chains().front().replaced = now;
+  }
+  Chains().push_front({std::move(chain), {}});
+  while (Chains().size() > 1 && Chains().back().replaced + kKept < now) {
     Chains().pop_back();
   }
   return true;

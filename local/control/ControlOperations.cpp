@@ -177,10 +177,11 @@ ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleB
       m_desk(desk),
       m_schedule(schedule),
       m_scheduleChanges(schedule),
-      m_queries(loop, desk, schedule, lastRows),
+      m_turns(loop),
+      m_queries(loop, m_turns, desk, schedule, lastRows),
       m_config(loop),
       m_reports(loop),
-      m_history(loop, history),
+      m_history(m_turns, history),
       m_metricsDesk(loop, desk, schedule, history),
       m_metrics(m_metricsDesk),
       m_follow(lastRows) {}

@@ -70,6 +70,7 @@ class ControlOperations {
   BatchDesk& m_desk;
   const ScheduleBook& m_schedule;
   ScheduleQueries m_scheduleChanges;
+  RequestTurns m_turns;
   RecordQueries m_queries;
   ConfigQueries m_config;
   ReportQueries m_reports;

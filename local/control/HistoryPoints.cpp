@@ -136,7 +136,7 @@ class PointsAnswer : public std::enable_shared_from_this<PointsAnswer> {
     if (!m_scan) {
       Begin(database);
     }
-    if (m_scan->Slice(database, kHistoryTurn, [this](const HistoryRow& row) { return Add(row); })) {
+    if (m_scan->Slice(database, kRequestTurn, [this](const HistoryRow& row) { return Add(row); })) {
       if (m_isTooMuch) {
         m_request->Fail(WrongPoints("by", "there are more than " +
                                               std::to_string(BucketSeries::kMaxKeys) +
@@ -263,8 +263,9 @@ std::variant<PointsRequest, ControlError> ReadPoints(const Json& message,
                        since,   until};
 }
 
-void AnswerPoints(HistoryTurns& turns, const std::shared_ptr<ControlRequest>& request,
-                  const PointsRequest& wanted) {
+void AnswerPoints(RequestTurns& turns, HistoryStore& store,
+                  const std::shared_ptr<ControlRequest>& request, const PointsRequest& wanted) {
   const auto answer = std::make_shared<PointsAnswer>(request, wanted);
-  turns.Add(request, [answer](SqlDatabase& database) { return answer->Read(database); });
+  TakeHistoryTurns(turns, store, request,
+                   [answer](SqlDatabase& database) { return answer->Read(database); });
 }

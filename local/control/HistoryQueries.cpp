@@ -195,7 +195,7 @@ class SortedPage {
 
   /// A turn of reading; see HistoryTurn.
   bool Read(SqlDatabase& database) {
-    const bool isMore = m_scan.Slice(database, kHistoryTurn, [this](const HistoryRow& row) {
+    const bool isMore = m_scan.Slice(database, kRequestTurn, [this](const HistoryRow& row) {
       if (m_wanted.choices.Holds(ValuesOf(row))) {
         m_found.push_back({row.Place(), m_wanted.choices.SortKeys(ValuesOf(row))});
       }
@@ -238,7 +238,7 @@ class SortedPage {
       }
       ++next;
     }
-    const auto end = std::chrono::steady_clock::now() + kHistoryTurn;
+    const auto end = std::chrono::steady_clock::now() + kRequestTurn;
     const std::size_t most = PageRows(m_wanted);
     Page page;
     while (next != m_found.end() && page.rows.Size() < most) {
@@ -306,11 +306,12 @@ void HistoryQueries::History(const std::shared_ptr<ControlRequest>& request) {
       request->Fail(*error);
       return;
     }
-    AnswerPoints(m_turns, request, std::get<PointsRequest>(points));
+    AnswerPoints(m_turns, m_store, request, std::get<PointsRequest>(points));
     return;
   }
-  m_turns.Add(request, [request, wanted,
-                        sorted = std::shared_ptr<SortedPage>()](SqlDatabase& database) mutable {
-    return AnswerRows(database, request, wanted, sorted);
-  });
+  TakeHistoryTurns(
+      m_turns, m_store, request,
+      [request, wanted, sorted = std::shared_ptr<SortedPage>()](SqlDatabase& database) mutable {
+        return AnswerRows(database, request, wanted, sorted);
+      });
 }

@@ -9,7 +9,9 @@
 #include <utility>
 
 #include "json/JsonText.h"
+#include "local/control/RequestTurns.h"
 #include "local/control/RowChoices.h"
+#include "local/control/RowSelection.h"
 #include "local/history/FieldValue.h"
 
 namespace {
@@ -104,6 +106,8 @@ class ResultsAnswer {
  public:
   ResultsAnswer(const ControlRequest& request, RowChoices choices)
       : m_text(request.AnswerHead() + ",\"results\":["), m_choices(std::move(choices)) {}
+  ResultsAnswer(const ResultsAnswer&) = delete;
+  ResultsAnswer& operator=(const ResultsAnswer&) = delete;
 
   void AddError(const std::string& record, const ControlError& error) {
     m_results.push_back({Json{{"record", record}, {"error", ErrorJson(error)}}, nullptr, {}, {}});
@@ -115,15 +119,28 @@ class ResultsAnswer {
               {"category", std::string(1, static_cast<char>(layout.category))},
               {"time", time}};
     if (m_choices.Any()) {
-      head["rows_total"] = m_choices.Apply(layout, rows);
+      m_selection.emplace(m_choices, layout, std::exchange(rows, {}));
     }
     m_results.push_back({std::move(head), &layout, std::move(owner), std::move(rows)});
   }
 
-  /// Sends what has been added; the answer is empty then.
-  static void Send(ResultsAnswer answer, ControlPeer& peer) {
-    peer.AnswerInPieces([answer = std::make_shared<ResultsAnswer>(std::move(answer))](
-                            std::string& piece) { return answer->Next(piece); });
+  /// Sends what has been added, as soon as the rows are chosen.
+  static void Send(const std::shared_ptr<ResultsAnswer>& answer, RequestTurns& turns,
+                   const std::shared_ptr<ControlRequest>& request) {
+    const auto send = [answer, request] {
+      request->Peer().AnswerInPieces([answer](std::string& piece) { return answer->Next(piece); });
+    };
+    if (!answer->m_selection) {
+      send();
+      return;
+    }
+    turns.Add(request, [answer, send] {
+      if (answer->Choose()) {
+        return true;
+      }
+      send();
+      return false;
+    });
   }
 
  private:
@@ -135,6 +152,18 @@ class ResultsAnswer {
     std::shared_ptr<const void> owner;
     std::vector<std::span<const unsigned char>> rows;
   };
+
+  /// A turn of choosing among the rows; true if it needs another.
+  bool Choose() {
+    if (m_selection->GoOn(kRequestTurn)) {
+      return true;
+    }
+    Result& result = m_results.back();
+    result.head["rows_total"] = m_selection->Total();
+    result.rows = m_selection->Take();
+    m_selection.reset();
+    return false;
+  }
 
   bool Next(std::string& piece) {
     while (m_text.size() < kPieceSize && m_place < m_results.size()) {
@@ -175,6 +204,8 @@ class ResultsAnswer {
   std::string m_text;
   RowChoices m_choices;
   std::vector<Result> m_results;
+  /// Of the last result; a request with choices has but one.
+  std::optional<RowSelection> m_selection;
   std::size_t m_place = 0;  ///< the result at work
   std::size_t m_row = 0;    ///< its next row
   bool m_isBegun = false;   ///< whether its head has been given
@@ -267,13 +298,13 @@ void RecordQueries::AnswerGet(CMBNode& node, const GetPlan& plan) {
   if (!plan.askers.empty()) {
     outcomes = m_desk.Send(node, plan.askers, plan.items.size() - plan.askers.size());
   }
-  ResultsAnswer answer(*plan.request, plan.choices);
+  const auto answer = std::make_shared<ResultsAnswer>(*plan.request, plan.choices);
   for (const GetPlan::Item& item : plan.items) {
     const RequestOutcome outcome = item.resolved.outcome == RequestOutcome::kDone
                                        ? outcomes[item.asker]
                                        : item.resolved.outcome;
     if (outcome != RequestOutcome::kDone) {
-      answer.AddError(item.record, OutcomeError(outcome, item.record));
+      answer->AddError(item.record, OutcomeError(outcome, item.record));
       continue;
     }
     const std::shared_ptr<RecordAsker>& asker = plan.askers[item.asker];
@@ -282,9 +313,9 @@ void RecordQueries::AnswerGet(CMBNode& node, const GetPlan& plan) {
     for (const CMBRecord* row : asker->Rows()) {
       rows.push_back(RecordBytes(*row));
     }
-    answer.AddRows(*item.resolved.layout, asker->AnswerTime(), asker, std::move(rows));
+    answer->AddRows(*item.resolved.layout, asker->AnswerTime(), asker, std::move(rows));
   }
-  ResultsAnswer::Send(std::move(answer), plan.request->Peer());
+  ResultsAnswer::Send(answer, m_turns, plan.request);
 }
 
 void RecordQueries::Last(const std::shared_ptr<ControlRequest>& request) {
@@ -298,21 +329,22 @@ void RecordQueries::Last(const std::shared_ptr<ControlRequest>& request) {
     request->Fail(*error);
     return;
   }
-  ResultsAnswer answer(*request, std::get<RowChoices>(std::move(choices)));
+  const auto answer =
+      std::make_shared<ResultsAnswer>(*request, std::get<RowChoices>(std::move(choices)));
   for (const WantedRecord& wanted : std::get<0>(records)) {
     const ResolvedRecord resolved = Resolve(wanted);
     if (resolved.outcome != RequestOutcome::kDone) {
-      answer.AddError(wanted.record, OutcomeError(resolved.outcome, wanted.record));
+      answer->AddError(wanted.record, OutcomeError(resolved.outcome, wanted.record));
       continue;
     }
     const RecordLayout& layout = *resolved.layout;
     if (!m_schedule.Holds(wanted.record, layout.category)) {
-      answer.AddError(wanted.record,
-                      {"not-scheduled", "no schedule collects the record " + wanted.record, ""});
+      answer->AddError(wanted.record,
+                       {"not-scheduled", "no schedule collects the record " + wanted.record, ""});
       continue;
     }
     const std::shared_ptr<const KeptRows> kept = m_lastRows.Find(wanted.record, layout.category);
-    answer.AddRows(layout, kept->time, kept, {kept->rows.begin(), kept->rows.end()});
+    answer->AddRows(layout, kept->time, kept, {kept->rows.begin(), kept->rows.end()});
   }
-  ResultsAnswer::Send(std::move(answer), request->Peer());
+  ResultsAnswer::Send(answer, m_turns, request);
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "local/control/ControlRequest.h"
+#include "local/control/RequestTurns.h"
 #include "local/loop/EventLoop.h"
 #include "local/schedule/BatchDesk.h"
 #include "local/schedule/RecordSink.h"
@@ -27,9 +28,9 @@ class RecordQueries {
   /// Names in one request.
   static constexpr std::size_t kMaxRecords = 1024;
 
-  RecordQueries(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
+  RecordQueries(EventLoop& loop, RequestTurns& turns, BatchDesk& desk, const ScheduleBook& schedule,
                 const LastRows& lastRows)
-      : m_loop(loop), m_desk(desk), m_schedule(schedule), m_lastRows(lastRows) {}
+      : m_loop(loop), m_turns(turns), m_desk(desk), m_schedule(schedule), m_lastRows(lastRows) {}
 
   void Get(const std::shared_ptr<ControlRequest>& request);
   void Last(const std::shared_ptr<ControlRequest>& request);
@@ -40,6 +41,7 @@ class RecordQueries {
   void AnswerGet(CMBNode& node, const GetPlan& plan);
 
   EventLoop& m_loop;
+  RequestTurns& m_turns;
   BatchDesk& m_desk;
   const ScheduleBook& m_schedule;
   const LastRows& m_lastRows;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <numeric>
 #include <stdexcept>
 
 #include "json/JsonText.h"
@@ -157,9 +156,17 @@ RowField RowChoices::Find(const RecordLayout& layout, std::string_view label) co
 }
 
 bool RowChoices::Holds(const std::function<Json(std::size_t)>& valueAt) const {
-  return std::ranges::all_of(m_where, [&](const RowCondition& condition) {
-    return condition.Holds(AsSeen(valueAt(condition.Field().place)));
-  });
+  for (std::size_t i = 0; i < m_where.size(); ++i) {
+    if (!Holds(i, valueAt)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool RowChoices::Holds(std::size_t condition,
+                       const std::function<Json(std::size_t)>& valueAt) const {
+  return m_where[condition].Holds(AsSeen(valueAt(m_where[condition].Field().place)));
 }
 
 std::vector<Json> RowChoices::SortKeys(const std::function<Json(std::size_t)>& valueAt) const {
@@ -199,44 +206,4 @@ Json RowChoices::MakeRow(const RecordLayout& layout,
 Json RowChoices::RowJson(const RecordLayout& layout, RowBytes bytes) const {
   return MakeRow(layout,
                  [&](std::size_t place) { return FieldToJson(layout.fields[place], bytes); });
-}
-
-std::size_t RowChoices::Apply(const RecordLayout& layout, std::vector<RowBytes>& rows) const {
-  if (!m_where.empty()) {
-    std::erase_if(rows, [&](RowBytes bytes) {
-      return !Holds([&](std::size_t place) { return FieldToJson(layout.fields[place], bytes); });
-    });
-  }
-  const std::size_t total = rows.size();
-  if (!m_sort.empty()) {
-    SortRows(layout, rows);
-  }
-  rows.resize(std::min(total, m_limit.value_or(total)));
-  return total;
-}
-
-void RowChoices::SortRows(const RecordLayout& layout, std::vector<RowBytes>& rows) const {
-  std::vector<std::vector<Json>> keys;
-  keys.reserve(rows.size());
-  for (const RowBytes bytes : rows) {
-    keys.push_back(
-        SortKeys([&](std::size_t place) { return FieldToJson(layout.fields[place], bytes); }));
-  }
-  std::vector<std::size_t> order(rows.size());
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  const auto isBefore = [&](std::size_t a, std::size_t b) {
-    return ComesBefore(keys[a], keys[b]) || (!ComesBefore(keys[b], keys[a]) && a < b);
-  };
-  const std::size_t wanted = std::min(rows.size(), m_limit.value_or(rows.size()));
-  if (wanted < rows.size()) {
-    std::ranges::partial_sort(order, order.begin() + static_cast<std::ptrdiff_t>(wanted), isBefore);
-  } else {
-    std::ranges::sort(order, isBefore);
-  }
-  std::vector<RowBytes> sorted;
-  sorted.reserve(wanted);
-  for (std::size_t i = 0; i < wanted; ++i) {
-    sorted.push_back(rows[order[i]]);
-  }
-  rows = std::move(sorted);
 }

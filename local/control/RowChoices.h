@@ -63,6 +63,9 @@ class RowChoices {
 
   /// Whether the row is wanted; `valueAt` gives the value of the field at a place of the layout.
   [[nodiscard]] bool Holds(const std::function<Json(std::size_t)>& valueAt) const;
+  /// The same of one condition of Where alone, by its index.
+  [[nodiscard]] bool Holds(std::size_t condition,
+                           const std::function<Json(std::size_t)>& valueAt) const;
   /// The values that the row is sorted by.
   [[nodiscard]] std::vector<Json> SortKeys(const std::function<Json(std::size_t)>& valueAt) const;
   /// Whether a row of the one set of sort keys stands before that of the other.
@@ -74,14 +77,8 @@ class RowChoices {
   /// The same of a row's bytes, as RowToJson makes it.
   [[nodiscard]] Json RowJson(const RecordLayout& layout,
                              std::span<const unsigned char> bytes) const;
-  /// Leaves of the rows those that are wanted, in the order wanted, up to the limit; rows that are
-  /// equal keep their order. How many there were before the limit.
-  std::size_t Apply(const RecordLayout& layout,
-                    std::vector<std::span<const unsigned char>>& rows) const;
 
  private:
-  void SortRows(const RecordLayout& layout,
-                std::vector<std::span<const unsigned char>>& rows) const;
   std::optional<ControlError> ReadPlain(const Json& message);
   std::optional<ControlError> ReadLabels(const Json& message, const RecordLayout& layout);
 

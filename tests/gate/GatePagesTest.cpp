@@ -41,6 +41,7 @@ TEST_F(GateFixture, EachPageAnswersWhoMayAskAndNothingElse) {
     }
     return JsonText(Json{{"ok", true}, {"asked", request}}) + '\n';
   });
+  const std::string longPath = "/api/1/get?records=" + std::string(5000, 'x');
   const struct {
     const char* method;
     const char* path;
@@ -74,6 +75,8 @@ TEST_F(GateFixture, EachPageAnswersWhoMayAskAndNothingElse) {
       {"GET", "/api/1/status?x=1", kToken, "400", R"("field":"x")"},
       {"GET", "/api/1/history?record=PI&since=noon", kToken, "400", R"("field":"since")"},
       {"GET", "/api/1/events?since=-1", kToken, "400", R"("field":"since")"},
+      {"GET", "/api/1/status?a=%00", kToken, "400", "zero byte"},
+      {"GET", longPath.c_str(), kToken, "413", R"({"ok":false,"error":{"code":"too-long",)"},
   };
   for (const auto& row : cases) {
     const std::string answer = Ask(row.path, row.headers, row.method);

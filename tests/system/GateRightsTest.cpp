@@ -79,6 +79,7 @@ TEST(GateRightsTest, WhoTakesTheGateOverReadsWhatAReaderMayAndNothingElse) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
   ASSERT_TRUE(answers()) << daemon.Errors();
+  EXPECT_THAT(ShownBy(root, "console --print"), HasSubstr("#token="));
   const std::string user = ::getpwnam("qmtgate") != nullptr ? "qmtgate" : "nobody";
   struct ::stat control {};
   ASSERT_EQ(::stat((root.AgentFolder() / "run/gate.sock").c_str(), &control), 0);
@@ -103,13 +104,30 @@ TEST(GateRightsTest, WhoTakesTheGateOverReadsWhatAReaderMayAndNothingElse) {
       {"the end of the daemon", [] { return AskSocket("run/gate.sock", R"({"op":"shutdown"})"); },
        "permission-denied"},
       {"the settings", [] { return OpenFile("qmtagt.ini", O_RDWR); }, "ermi"},
-      {"the tokens", [] { return OpenFile("run/console.tokens", O_RDONLY); }, ""},
+      {"the tokens", [] { return OpenFile("run/console.tokens", O_RDONLY); }, "Permission denied"},
       {"a new file", [] { return OpenFile("/tmp/qmt_gate_was_here", O_WRONLY | O_CREAT); }, "ermi"},
       {"the passwords", [] { return OpenFile("/etc/shadow", O_RDONLY); }, "Permission denied"},
       {"a signal", [pid] { return Reason(::kill(pid, SIGTERM) == 0); }, "not permitted"},
       {"the daemon's memory",
        [pid] { return Reason(::ptrace(PTRACE_ATTACH, pid, nullptr, nullptr) == 0); },
        "not permitted"},
+      {"a process of its own", [] { return Reason(::fork() >= 0); }, "not permitted"},
+      {"a program",
+       [] {
+         std::array<char, 5> name{"true"};
+         const std::array<char*, 2> words{name.data(), nullptr};
+         return Reason(::execv("/bin/true", words.data()) == 0);
+       },
+       "not permitted"},
+      {"another session", [] { return Reason(::setsid() >= 0); }, "not permitted"},
+      {"a signal to itself", [] { return "done" + Reason(::kill(::getpid(), 0) == 0); }, "done"},
+      {"a thread",
+       [] {
+         std::string text;
+         std::thread([&] { text = "done"; }).join();
+         return text;
+       },
+       "done"},
       {"root again", [] { return Reason(::setuid(0) == 0); }, "not permitted"},
   };
   for (const auto& row : cases) {

@@ -46,6 +46,10 @@ class EventsTest : public GateFixture {
   }
   FakeDaemon::Answer Answers() {
     return [this](const Json& request) {
+      if (request["op"] == Json("records")) {
+        return std::string(R"({"ok":true,"records":[{"record":"PI"},{"record":"CPUP"},)") +
+               R"({"record":"PDI"}]})" + '\n';
+      }
       return request["op"] == Json("history") ? History(request) : std::string("{\"ok\":true}\n");
     };
   }
@@ -59,7 +63,9 @@ TEST_F(EventsTest, EachReaderGetsWhatItAskedForByOneQuestionToTheDaemon) {
   HttpClient all(Address());
   HttpClient some(Address());
   Listen(all, "");
-  Listen(some, "?records=CPUP,PDI");
+  Listen(some, "?records=4:CPUP,PDI,PDI");
+  EXPECT_THAT(Ask("/api/1/events?records=PI,NONE"),
+              AllOf(HasSubstr("HTTP/1.1 404"), HasSubstr("no record \\\"NONE\\\"")));
   Follow();
   daemon->Tell(kRowsOfPi);
   daemon->Tell(R"({"event":"rows","record":"CPUP","category":"4","time":7,"rows":[1]})");
@@ -100,6 +106,10 @@ TEST_F(EventsTest, WhatWasMissedIsReadBackBeforeWhatIsNew) {
   EXPECT_LT(text.find("\"N\":3"), text.find("event: batch"));
   EXPECT_THAT(text, Not(HasSubstr("event: lost")));
   EXPECT_THAT(asked.front(), HasSubstr("\"since\":" + id));
+  // A time to come is now.
+  HttpClient early(Address());
+  Listen(early, "?records=PI&since=9223372036854775807");
+  EXPECT_THAT(early.Receive("\"N\":3"), Not(HasSubstr("event: lost")));
   // What lies too far back is told to be lost.
   HttpClient late(Address());
   Listen(late, "?records=PI&since=5");

@@ -78,7 +78,8 @@ class HistoryPointsTest : public ::testing::Test {
   EventLoop m_loop;
   FakeAgent m_agent;
   HistoryStore m_store{[](const std::string&) {}};
-  HistoryQueries m_queries{m_loop, m_store};
+  RequestTurns m_requestTurns{m_loop};
+  HistoryQueries m_queries{m_requestTurns, m_store};
   int m_turns = 0;
 };
 

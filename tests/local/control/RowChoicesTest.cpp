@@ -5,9 +5,11 @@
 
 #include <array>
 #include <chrono>
+#include <deque>
 #include <limits>
 
 #include "local/control/ControlOperations.h"
+#include "local/control/RowSelection.h"
 #include "local/history/FieldValue.h"
 #include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
@@ -53,11 +55,22 @@ std::string ChosenRows(const char* message) {
     rows.push_back(BytesOf(row));
   }
   const auto& read = std::get<RowChoices>(choices);
-  std::string text = std::to_string(read.Apply(kChoiceLayout, rows)) + ":";
-  for (const auto bytes : rows) {
-    text += ' ' + JsonText(read.RowJson(kChoiceLayout, bytes));
+  std::string texts[2];
+  for (const bool isOneGo : {true, false}) {
+    RowSelection selection(read, kChoiceLayout, rows);
+    int stretches = 1;
+    while (selection.GoOn(std::chrono::hours(isOneGo ? 1 : 0))) {
+      ++stretches;
+    }
+    EXPECT_TRUE(!isOneGo || stretches == 1) << message;
+    std::string& text = texts[isOneGo ? 0 : 1];
+    text = std::to_string(selection.Total()) + ":";
+    for (const auto bytes : selection.Take()) {
+      text += ' ' + JsonText(read.RowJson(kChoiceLayout, bytes));
+    }
   }
-  return text;
+  EXPECT_EQ(texts[0], texts[1]) << message;
+  return texts[0];
 }
 
 TEST(RowChoicesTest, RowsAndFieldsAreChosen) {
@@ -127,7 +140,7 @@ TEST(RowChoicesTest, RequestsAreBoundedAndManyRecordsHaveNoChoice) {
             nullptr);
 }
 
-TEST(RowChoicesTest, ManyRowsAreChosenInATurn) {
+TEST(RowChoicesTest, ManyRowsAreChosenSoon) {
   std::vector<ChoiceRow> kept(10000);
   std::vector<std::span<const unsigned char>> rows;
   for (std::size_t i = 0; i < kept.size(); ++i) {
@@ -136,11 +149,28 @@ TEST(RowChoicesTest, ManyRowsAreChosenInATurn) {
   }
   const auto choices = RowChoices::Read(
       JsonOf(R"({"where":["Label~*a*","Rate>=0"],"sort":["Rate","Label"]})"), &kChoiceLayout);
-  const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(std::get<RowChoices>(choices).Apply(kChoiceLayout, rows), kept.size());
-  const auto took = std::chrono::steady_clock::now() - begin;
-  EXPECT_LT(took, std::chrono::seconds(5));
-  EXPECT_EQ(rows.size(), kept.size());
+  RowSelection selection(std::get<RowChoices>(choices), kChoiceLayout, rows);
+  EXPECT_FALSE(selection.GoOn(std::chrono::seconds(5)));
+  EXPECT_EQ(selection.Total(), kept.size());
+  EXPECT_EQ(selection.Take().size(), kept.size());
+}
+
+TEST(RowChoicesTest, ValuesToSortByAreBoundedForAllSelectionsTogether) {
+  constexpr std::uint16_t kWidth = 60000;
+  static constexpr std::array kFields{
+      FieldLayout{"Text", FieldType::kText, 0, kWidth, FieldMeaning::key}};
+  static constexpr RecordLayout kLayout{"WIDE", "wide", '4', kWidth, kFields};
+  const std::vector<unsigned char> row(kWidth, 'a');
+  const std::size_t half = RowSelection::kMaxKeyBytes / kWidth / 2;
+  const std::vector<std::span<const unsigned char>> rows(half + 1, row);
+  const auto all = RowChoices::Read(JsonOf(R"({"sort":["Text"]})"), &kLayout);
+  const auto one = RowChoices::Read(JsonOf(R"({"sort":["Text"],"limit":1})"), &kLayout);
+  RowSelection first(std::get<RowChoices>(all), kLayout, rows);
+  EXPECT_FALSE(first.GoOn(std::chrono::hours(1)));
+  RowSelection second(std::get<RowChoices>(one), kLayout, rows);
+  EXPECT_FALSE(second.GoOn(std::chrono::hours(1)));
+  RowSelection third(std::get<RowChoices>(all), kLayout, rows);
+  EXPECT_THROW((void)third.GoOn(std::chrono::hours(1)), std::bad_alloc);
 }
 
 TEST(RowChoicesTest, OperationsTakeTheChoices) {
@@ -156,14 +186,19 @@ TEST(RowChoicesTest, OperationsTakeTheChoices) {
   lastRows.Take({"FAKE", '4', 9, records});
   HistoryStore history{[](const std::string&) {}};
   ControlOperations operations(loop, desk, schedule, lastRows, history);
-  const auto ask = [&](const std::string& members) {
+  FakeAgent agent;
+  const auto ask = [&](const std::string& members, bool isInTurns = false) {
     const auto peer = std::make_shared<FakePeer>(Rights::kRead);
     operations.Handle("{\"op\":" + members + "}", peer);
+    if (isInTurns) {
+      EXPECT_TRUE(peer->answers.empty());
+      RunATurn(loop, agent);
+    }
     return peer->answers.empty() ? std::string("later") : peer->answers[0];
   };
   const std::string all =
       R"(,"columns":["Count"],"where":["Count>0"],"sort":["-Record Time"],"limit":1,"arguments":true)";
-  EXPECT_EQ(ask(R"("last","records":["FAKE"])" + all),
+  EXPECT_EQ(ask(R"("last","records":["FAKE"])" + all, true),
             R"({"ok":true,"results":[{"record":"FAKE","category":"4","time":9,"rows_total":2,)"
             R"("rows":[{"Count":1}]}]})");
   EXPECT_EQ(ask(R"("get","records":["FAKE"])" + all), "later");
@@ -175,6 +210,67 @@ TEST(RowChoicesTest, OperationsTakeTheChoices) {
   EXPECT_THAT(ask(R"("last","records":["FAKE","FAKE"],"limit":1)"),
               HasSubstr(R"("field":"limit")"));
   EXPECT_THAT(ask(R"("last","records":["NONE"],"where":["x"])"), HasSubstr("unknown-record"));
+}
+
+TEST(RowChoicesTest, OthersAreServedWhileManyRowsAreChosen) {
+  PublishFakeRecords();
+  EventLoop loop;
+  BatchDesk desk;
+  LastRows lastRows;
+  ScheduleBook schedule(loop, desk, lastRows);
+  schedule.Set("FAKE", 3600);
+  HistoryStore history{[](const std::string&) {}};
+  ControlOperations operations(loop, desk, schedule, lastRows, history);
+  constexpr std::uint32_t kRows = 10000;
+  FakeAgent agent;
+  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+    for (std::uint32_t count = 0; count < kRows; ++count) {
+      batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
+    }
+    return kNotifyDone;
+  };
+  std::deque<FakeRecord> made;
+  std::vector<const CMBRecord*> records;
+  for (std::uint32_t count = 0; count < kRows; ++count) {
+    records.push_back(&made.emplace_back(count));
+  }
+  const std::vector<const CMBRecord*> others(kRows, records[0]);
+  Json message{{"records", Json::Array({"FAKE"})},
+               {"where", std::vector<std::string>(16, "Label!~*b*b*[c-d]*")},
+               {"columns", Json::Array({"Count"})},
+               {"sort", Json::Array({"Count"})},
+               {"limit", 2}};
+  for (const std::string op : {"last", "get"}) {
+    for (const std::string end : {"answer", "gone", "stop"}) {
+      lastRows.Take({"FAKE", '4', 9, records});
+      const auto peer = std::make_shared<FakePeer>(Rights::kRead);
+      int between = 0;
+      std::function<void(CMBNode&)> other = [&](CMBNode&) {
+        if (!peer->answers.empty() || end == "stop") {
+          EventLoop::RequestStop();
+          return;
+        }
+        ++between;
+        // They take no memory that the rows at work stand in.
+        lastRows.Take({"FAKE", '4', 10, others});
+        peer->isGone = end == "gone";
+        loop.Post({other, {}, false});
+      };
+      message["op"] = op;
+      operations.Handle(JsonText(message), peer);
+      loop.Post({other, {}, false});
+      loop.Run(agent);
+      ASSERT_EQ(peer->answers.size(), 1U) << op << end;
+      if (end == "answer") {
+        EXPECT_THAT(peer->answers[0],
+                    HasSubstr(R"("rows_total":10000,"rows":[{"Count":9999},{"Count":9998}])"));
+        EXPECT_GT(between, 0) << op;
+      } else {
+        EXPECT_THAT(peer->answers[0], HasSubstr(end == "stop" ? "stopping" : "")) << op;
+        EXPECT_EQ(between, end == "gone" ? 1 : 0) << op;
+      }
+    }
+  }
 }
 
 }  // namespace

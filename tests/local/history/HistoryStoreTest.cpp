@@ -75,7 +75,9 @@ TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
     Batch(m_now + time, 1200);
   }
   EventLoop loop;
-  HistoryQueries queries(loop, m_store);
+  FakeAgent agent;
+  RequestTurns turns(loop);
+  HistoryQueries queries(turns, m_store);
   const auto peer = std::make_shared<FakePeer>(Rights::kRead);
   const auto ask = [&](const Json& members) {
     Json message{{"record", "FAKE"}};
@@ -83,6 +85,7 @@ TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
       message[name] = value;
     }
     queries.History(std::make_shared<ControlRequest>(message, peer));
+    RunATurn(loop, agent);
     return JsonOf(std::exchange(peer->answers, {}).front());
   };
   std::map<std::int32_t, int> counts;

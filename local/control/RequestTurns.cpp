@@ -1,0 +1,43 @@
+#include "local/control/RequestTurns.h"
+
+#include <new>
+#include <utility>
+
+void RequestTurns::Add(std::shared_ptr<ControlRequest> request, RequestTurn turn) {
+  m_waiting.push_back({std::move(request), std::move(turn)});
+  Post();
+}
+
+void RequestTurns::Post() {
+  if (m_waiting.empty() || m_isPosted) {
+    return;
+  }
+  LoopTask task;
+  task.run = [this](CMBNode&) { TakeNext(); };
+  task.drop = [this] { Drop(); };
+  m_loop.Post(std::move(task));
+  m_isPosted = true;
+}
+
+void RequestTurns::TakeNext() {
+  m_isPosted = false;
+  Waiting next = std::move(m_waiting.front());
+  m_waiting.pop_front();
+  try {
+    if (next.request->Peer().IsGone()) {
+      next.request->Peer().Answer("");
+    } else if (next.turn()) {
+      m_waiting.push_back(std::move(next));
+    }
+  } catch (const std::bad_alloc&) {
+    next.request->FailForMemory();
+  }
+  Post();
+}
+
+void RequestTurns::Drop() {
+  m_isPosted = false;
+  for (const Waiting& waiting : std::exchange(m_waiting, {})) {
+    waiting.request->Fail(StoppingError());
+  }
+}

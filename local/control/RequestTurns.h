@@ -1,0 +1,44 @@
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <memory>
+
+#include "local/control/ControlRequest.h"
+#include "local/loop/EventLoop.h"
+
+/// How long one turn works at an answer.
+inline constexpr std::chrono::milliseconds kRequestTurn{10};
+
+/// One turn at an answer; true if it needs another. The last one answers the request.
+using RequestTurn = std::function<bool()>;
+
+/// Requests that take turns, one turn of one of them at a time: however many there are, what else
+/// waits in the loop, such as a batch that is due, waits for one turn only. Each request has its
+/// turn when the others have had theirs.
+class RequestTurns {
+ public:
+  /// The loop outlives the requests.
+  explicit RequestTurns(EventLoop& loop) : m_loop(loop) {}
+  RequestTurns(const RequestTurns&) = delete;
+  RequestTurns& operator=(const RequestTurns&) = delete;
+
+  /// All turns are taken later. The request fails with no-memory, and with stopping where the loop
+  /// ends first; a client that has gone is told nothing, and no further turn is taken for it.
+  void Add(std::shared_ptr<ControlRequest> request, RequestTurn turn);
+
+ private:
+  struct Waiting {
+    std::shared_ptr<ControlRequest> request;
+    RequestTurn turn;
+  };
+
+  void Post();
+  void TakeNext();
+  void Drop();
+
+  EventLoop& m_loop;
+  std::deque<Waiting> m_waiting;
+  bool m_isPosted = false;  ///< a turn stands in the loop's queue
+};
