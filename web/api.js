@@ -3,7 +3,12 @@ import { state } from './state.js';
 
 const kTokenName = 'token';
 const kStatusLife = 10000;
+const kMostRows = 100000;
 let credentials = '';
+// What the gate has refused is not sent again: each refusal makes it slower to answer this address.
+let isRefused = false;
+let isProven = false;
+let proving = null;
 const refusedListeners = new Set();
 
 export class ApiError extends Error {
@@ -30,18 +35,24 @@ export function takeToken() {
     history.replaceState(null, '', location.pathname);
   }
   const token = sessionStorage.getItem(kTokenName);
-  credentials = token ? `Bearer ${token}` : '';
+  signInBy(token ? `Bearer ${token}` : '');
+}
+
+function signInBy(text) {
+  credentials = text;
+  isRefused = isProven = false;
+  proving = null;
 }
 
 export function signInByToken(token) {
   sessionStorage.setItem(kTokenName, token);
-  credentials = `Bearer ${token}`;
+  signInBy(`Bearer ${token}`);
 }
 
 /// The password is kept in memory alone, so a reload asks for it again.
 export function signInByPassword(user, password) {
   const bytes = new TextEncoder().encode(`${user}:${password}`);
-  credentials = `Basic ${btoa(String.fromCharCode(...bytes))}`;
+  signInBy(`Basic ${btoa(String.fromCharCode(...bytes))}`);
 }
 
 export function isSignedIn() {
@@ -50,7 +61,7 @@ export function isSignedIn() {
 
 export function signOut() {
   sessionStorage.removeItem(kTokenName);
-  credentials = '';
+  signInBy('');
 }
 
 /// `fn` is called when the gate refuses what we sign in with.
@@ -58,10 +69,37 @@ export function onRefused(fn) {
   refusedListeners.add(fn);
 }
 
-export function headers() {
-  const own = { 'X-Requested-With': 'qmt-console' };
-  if (credentials) own.Authorization = credentials;
-  return own;
+function sent(where, { own = {}, signal }) {
+  const headers = { 'X-Requested-With': 'qmt-console', Authorization: credentials, ...own };
+  return fetch(where, { headers, signal, cache: 'no-store', credentials: 'omit' });
+}
+
+/// Sends a question, whose answer may be any. Without a sign-in nothing is sent. With new credentials the first question
+/// goes alone, so that a page full of them costs one refusal.
+export async function send(where, { own, signal } = {}) {
+  const mine = credentials;
+  while (proving && !isProven) await proving;
+  if (!mine || isRefused || mine !== credentials) throw new ApiError(401, 'unauthorized', 'the sign-in is over');
+  if (isProven) return judged(await sent(where, { own, signal }), mine);
+  const asked = sent(where, { own, signal });
+  const judging = asked.then((answer) => judged(answer, mine));
+  const isOver = judging.then(() => {}, () => {}).then(() => {
+    if (proving === isOver) proving = null;
+  });
+  proving = isOver;
+  return judging;
+}
+
+/// An answer to what was signed in with before says nothing of what is used now.
+function judged(answer, mine) {
+  if (mine !== credentials) return answer;
+  if (answer.status === 401) {
+    isRefused = true;
+    sessionStorage.removeItem(kTokenName);
+  } else {
+    isProven = true;
+  }
+  return answer;
 }
 
 export function address(path, params = {}) {
@@ -77,12 +115,13 @@ export function address(path, params = {}) {
 export async function errorOf(answer) {
   let told = {};
   try {
-    told = (await answer.json()).error || {};
+    const body = await answer.json();
+    told = body.error || body.results?.[0]?.error || {};
   } catch {
     // Not from the gate itself, so the status is all that there is.
   }
   const error = new ApiError(answer.status, told.code || 'http', told.message || `the gate answered ${answer.status}`, told.field);
-  if (answer.status === 401) for (const fn of refusedListeners) fn(error);
+  if (isRefused) for (const fn of refusedListeners) fn(error);
   return error;
 }
 
@@ -90,9 +129,9 @@ export async function errorOf(answer) {
 export async function ask(path, params = {}, { signal } = {}) {
   let answer;
   try {
-    answer = await fetch(address(path, params), { headers: headers(), signal, cache: 'no-store', credentials: 'omit' });
+    answer = await send(address(path, params), { signal });
   } catch (error) {
-    if (error.name === 'AbortError') throw error;
+    if (error.name === 'AbortError' || error.name === 'ApiError') throw error;
     throw new ApiError(0, 'unreachable', 'the gate does not answer');
   }
   if (!answer.ok) throw await errorOf(answer);
@@ -122,15 +161,16 @@ async function rowsAt(record, at, chosen, signal) {
   return { time: found.length ? found[0]['Record Time'] : 0, rows: found, total: found.length };
 }
 
-/// Kept rows, page after page, at most `limit` of them.
-export async function keptRows(record, { since, until, at, limit = 10000, sort, signal, ...chosen } = {}) {
+/// Kept rows, page after page, at most `limit` of them; `onPage(count)` is told how many there are so far.
+export async function keptRows(record, { since, until, at, limit = 10000, sort, signal, onPage, ...chosen } = {}) {
   const all = [];
   let after;
   do {
-    const params = { record, since, until, at, after, ...choices({ ...chosen, sort, limit: limit - all.length }) };
+    const params = { record, since, until, at, after, ...choices({ ...chosen, sort, limit: Math.min(limit - all.length, kMostRows) }) };
     const page = (await ask('history', params, { signal })).history;
     for (const row of page.rows) all.push(row);
     after = page.next ? page.next.join(',') : undefined;
+    onPage?.(all.length);
   } while (after && all.length < limit);
   return all;
 }
@@ -169,6 +209,11 @@ export function status() {
 /// The seconds of each scheduled record, as a Map of names.
 export async function schedules() {
   return new Map((await status()).schedules.map((one) => [one.record, one.seconds]));
+}
+
+/// How many rows the last run of each scheduled record had, as a Map of names.
+export async function runs() {
+  return new Map((await status()).schedules.map((one) => [one.record, one.rows]));
 }
 
 function remembered(store, name, make) {

@@ -1,6 +1,7 @@
 // Starts the console: signs in, shows the page that the address names, and tells how the connection stands.
-import { isSignedIn, onRefused, rows, signInByPassword, signInByToken, signOut, takeToken } from './api.js';
+import { isSignedIn, onRefused, signInByPassword, signInByToken, signOut, takeToken } from './api.js';
 import { onConnection } from './events.js';
+import { current } from './newest.js';
 import { link, onChange, start, state } from './state.js';
 import { timebar } from './timebar.js';
 
@@ -23,6 +24,8 @@ const kConnection = {
   gone: ['Agent gone', 'The agent does not answer the gate. The figures are as they were; they come back by themselves.'],
   missed: ['Live', 'Some figures were missed and can\'t be read back.'],
 };
+
+const kRetryPause = 3000;
 
 const part = (id) => document.getElementById(id);
 let leave = null;
@@ -69,12 +72,49 @@ async function show() {
   main.dataset.page = name;
   document.title = `${kPages[name]}${hostName ? ` - ${hostName}` : ''}`;
   try {
-    const page = await import(`./page-${name}.js`);
-    if (mine !== showing) return;
-    leave = page.show(main, { state }) ?? null;
+    const page = await load(name, main, () => mine === showing);
+    if (mine === showing) leave = page.show(main, { state }) ?? null;
   } catch (error) {
-    if (mine === showing) tellFault(main, error);
+    if (mine === showing) tellFault(main, `This page can't be shown: ${error.message}`);
   }
+}
+
+/// A page's files come from the gate, which may be away. They are asked for again when it is back; a browser that keeps the
+/// failure in mind has to load everything anew.
+async function load(name, main, isWanted) {
+  let isBack = false;
+  for (;;) {
+    try {
+      return await import(`./page-${name}.js`);
+    } catch (error) {
+      if (!isWanted() || !(error instanceof TypeError)) throw error;
+      main.replaceChildren();
+      const note = tellFault(main, isBack ? 'The files of this page could not be loaded. ' : 'The gate does not answer. This page comes by itself when it does.');
+      if (isBack) offerReload(note);
+      isBack = await gateIsBack(isWanted);
+      if (!isWanted()) throw error;
+      main.replaceChildren();
+    }
+  }
+}
+
+function offerReload(note) {
+  const button = document.createElement('button');
+  button.type = 'button';
+  button.textContent = 'Load again';
+  button.addEventListener('click', () => location.reload());
+  note.append(button);
+}
+
+/// True as soon as the gate answers; false if nobody waits for it any more.
+async function gateIsBack(isWanted) {
+  while (isWanted()) {
+    await new Promise((done) => setTimeout(done, kRetryPause));
+    if (document.hidden || !isWanted()) continue;
+    const answer = await fetch('/-/healthy', { cache: 'no-store', credentials: 'omit' }).catch(() => null);
+    if (answer?.ok) return true;
+  }
+  return false;
 }
 
 function leavePage() {
@@ -83,11 +123,13 @@ function leavePage() {
   part('main').replaceChildren();
 }
 
-function tellFault(main, error) {
+function tellFault(main, text) {
   const note = document.createElement('p');
   note.className = 'note';
-  note.textContent = `This page can't be shown: ${error.message}`;
+  note.textContent = text;
+  note.setAttribute('role', 'status');
   main.append(note);
+  return note;
 }
 
 function changed(now, before) {
@@ -104,7 +146,7 @@ function changed(now, before) {
 /// The host's name heads every page, so that two tabs are not mixed up.
 async function tellHost() {
   try {
-    const [host] = (await rows('HOST', { at: null, columns: ['Name', 'Distribution', 'Kernel'] })).rows;
+    const [host] = (await current('HOST', { at: null, columns: ['Name', 'Distribution', 'Kernel'] })).rows;
     if (!host) return;
     hostName = host.Name;
     part('host').textContent = host.Name;

@@ -1,21 +1,31 @@
 // A chart: history of the page's range at once, then the rows as they come. All charts of the page have one crosshair and
 // one range. Dygraph draws; it gets names of our own (s0, s1, ...), as text of a host must never become markup.
-import { points, schedules } from './api.js';
+import { points, runs, schedules } from './api.js';
 import { listenToInput } from './chart-input.js';
 import { meets } from './condition.js';
 import { follow } from './events.js';
-import { inUnit, timeNode, unitOf } from './format.js';
+import { inUnit, timeNode, unitOf, utcText } from './format.js';
 import { Series, merge } from './series.js';
 import { onChange, state } from './state.js';
 
 const kMostPoints = 600;
 const kMostColumns = 16;
-const kMostLegend = 12;
+const kMostSeries = 12;
+const kLeastPoints = 30;
 const kColours = 8;
 const kSummaryPause = 10000;
 const charts = new Set();
 let isPrepared = false;
 const colourSchemes = matchMedia('(prefers-color-scheme: dark)');
+
+/// The series of the `most` keys whose values are the greatest, in the order that they came in.
+function greatest(series, most) {
+  if (series.length <= most) return series;
+  const sizeOf = ({ points: byLabel }) => Object.values(byLabel).flat().reduce((sum, [, , mean]) => sum + Math.abs(mean), 0);
+  const sizes = new Map(series.map((one) => [one, sizeOf(one)]));
+  const chosen = new Set([...series].sort((a, b) => sizes.get(b) - sizes.get(a)).slice(0, most));
+  return series.filter((one) => chosen.has(one));
+}
 
 function element(name, className, parent, text) {
   const node = document.createElement(name);
@@ -59,6 +69,7 @@ class Chart {
     this.mark = element('div', 'chart-mark', this.frame);
     this.selection = element('div', 'chart-selection', this.frame);
     for (const node of [this.cross, this.mark, this.selection]) node.hidden = true;
+    this.axis = element('div', 'chart-axis', this.frame);
     this.message = element('p', 'chart-message', this.frame, 'Loading');
     this.legend = element('ul', 'legend', this.figure);
     this.listen();
@@ -105,12 +116,13 @@ class Chart {
     this.stopFollowing();
     this.point(null);
     const { since, until } = state.range;
-    const count = Math.max(30, Math.min(kMostPoints, Math.floor(this.frame.clientWidth || 300)));
     try {
+      const counts = await runs().catch(() => new Map());
+      if (signal.aborted) return;
       const answers = await Promise.all(this.questions().map(async (lines) => {
         const { record, where, by } = lines[0];
         const columns = [...new Set(lines.map((line) => line.label))];
-        return { lines, answer: await points(record, columns, { since, until, points: count, where, by, signal }) };
+        return { lines, answer: await points(record, columns, { since, until, points: this.pointCount(lines[0], counts), where, by, signal }) };
       }));
       if (signal.aborted) return;
       this.take(answers);
@@ -128,13 +140,22 @@ class Chart {
     }
   }
 
+  /// A point for each pixel. Of many rows only some are drawn, but all are told, so there are fewer points of each.
+  pointCount({ record, where, by }, counts) {
+    const width = Math.min(kMostPoints, Math.floor(this.frame.clientWidth || 300));
+    const isOne = by || [].concat(where ?? []).some((text) => /^[^!<>=~]*=/.test(text));
+    const share = isOne ? 1 : kMostSeries / Math.max(kMostSeries, (counts.get(record) ?? 1) * this.lines.length);
+    return Math.max(kLeastPoints, Math.floor(width * share));
+  }
+
   take(answers) {
     this.series = [];
     this.omitted = 0;
     for (const { lines, answer } of answers) {
       const isSeveral = answer.series.length > 1;
-      this.omitted = Math.max(this.omitted, answer.omitted ?? 0);
-      const found = answer.series.length ? answer.series : [{ key: {}, points: {} }];
+      const drawn = greatest(answer.series, Math.max(1, Math.floor(kMostSeries / lines.length)));
+      this.omitted = Math.max(this.omitted, (answer.omitted ?? 0) + answer.series.length - drawn.length);
+      const found = drawn.length ? drawn : [{ key: {}, points: {} }];
       for (const { key, points: byLabel } of found) for (const line of lines) this.addSeries(line, key, byLabel[line.label] ?? [], answer.seconds, isSeveral);
     }
   }
@@ -207,6 +228,7 @@ class Chart {
       return;
     }
     this.message.hidden = true;
+    this.axis.title = `${utcText(this.since)} to ${utcText(this.until)}`;
     const window = [this.since * 1000, this.until * 1000];
     if (!isNew && this.graph) {
       this.graph.updateOptions({ file: data, dateWindow: window });
@@ -258,14 +280,14 @@ class Chart {
   /// The figures under the crosshair, or at the page's time, or the newest ones.
   showLegend(asked) {
     const time = asked ?? state.at;
-    while (this.legend.children.length > Math.min(this.series.length, kMostLegend)) this.legend.lastChild.remove();
-    this.series.slice(0, kMostLegend).forEach((one, place) => {
+    while (this.legend.children.length > Math.min(this.series.length, kMostSeries)) this.legend.lastChild.remove();
+    this.series.slice(0, kMostSeries).forEach((one, place) => {
       const item = this.legend.children[place] ?? this.legendItem(place);
       const found = time === null ? -1 : one.nearest(time);
       item.children[1].textContent = one.name;
       item.children[2].textContent = inUnit(this.unit, time === null ? one.newest : one.values[found]?.[1]);
     });
-    const more = this.series.length - kMostLegend + (this.omitted ?? 0);
+    const more = Math.max(0, this.series.length - kMostSeries) + (this.omitted ?? 0);
     if (time !== null) this.clock.replaceChildren(timeNode(Math.round(time)));
     else this.clock.textContent = more > 0 ? `and ${more} more` : '';
   }
@@ -282,7 +304,7 @@ class Chart {
   summarize() {
     if (Date.now() - (this.summarized ?? 0) < kSummaryPause) return;
     this.summarized = Date.now();
-    const newest = this.series.slice(0, kMostLegend).map((one) => `${one.name} ${inUnit(this.unit, one.newest)}`);
+    const newest = this.series.slice(0, kMostSeries).map((one) => `${one.name} ${inUnit(this.unit, one.newest)}`);
     this.frame.setAttribute('aria-label', `${this.title}, newest: ${newest.join(', ')}. Arrow keys move the crosshair, plus and minus zoom.`);
   }
 
@@ -307,6 +329,14 @@ class Chart {
     const known = await schedules().catch(() => null);
     const missing = known && this.lines.map((line) => line.record).find((record) => !known.has(record));
     if (missing && !signal.aborted) this.tell(`${missing} is not scheduled, so nothing is kept. To schedule it: qmtctl schedule set ${missing} 60`);
+  }
+
+  /// What is drawn: [{time, key, spread: [least, mean, greatest]}], in the chart's unit.
+  points() {
+    return this.series.flatMap((one) => {
+      const key = Object.values(one.key).join(' ');
+      return one.times.map((time, place) => ({ time, key, spread: one.values[place] }));
+    });
   }
 
   tell(text) {

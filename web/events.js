@@ -1,6 +1,6 @@
 // One stream of what the schedules make, for all who follow on the page. EventSource can send no token, so the stream is
 // read by fetch. It ends while the tab is hidden and goes on from the last batch that was seen.
-import { address, errorOf, headers } from './api.js';
+import { address, errorOf, send } from './api.js';
 
 const kSilence = 40000;
 const kLeastPause = 1000;
@@ -104,7 +104,7 @@ function resumeFrom() {
 }
 
 async function read(stream) {
-  const own = headers();
+  const own = {};
   const from = resumeFrom();
   if (from) own['Last-Event-ID'] = from;
   let silence = 0;
@@ -114,7 +114,7 @@ async function read(stream) {
   };
   watch();
   try {
-    const answer = await fetch(address('events', { records: stream.names }), { headers: own, signal: stream.abort.signal, cache: 'no-store', credentials: 'omit' });
+    const answer = await send(address('events', { records: stream.names }), { own, signal: stream.abort.signal });
     if (!answer.ok) throw await errorOf(answer);
     const reader = answer.body.pipeThrough(new TextDecoderStream()).getReader();
     const take = parser();

@@ -68,22 +68,31 @@ export function timeText(t) {
   return isNothing(t) || t === 0 ? kNothing : dateTime.format(t * 1000);
 }
 
-/// The same as an element that tells UTC on hover.
+/// Seconds since the epoch in UTC.
+export function utcText(t) {
+  return `${new Date(t * 1000).toISOString().slice(0, 19).replace('T', ' ')} UTC`;
+}
+
+/// The same as timeText as an element that tells UTC on hover.
 export function timeNode(t) {
   const node = document.createElement('time');
   node.textContent = timeText(t);
   if (!isNothing(t) && t !== 0) {
-    const iso = new Date(t * 1000).toISOString();
-    node.dateTime = iso;
-    node.title = `${iso.slice(0, 19).replace('T', ' ')} UTC`;
+    node.dateTime = new Date(t * 1000).toISOString();
+    node.title = utcText(t);
   }
   return node;
+}
+
+/// Whether a field of a schema tells a time, as some keys do.
+export function isTime({ label, type = '', meaning = '' }) {
+  return meaning === 'time' || (meaning === 'key' && type === 'long' && / Time$/.test(label));
 }
 
 /// The unit of a field of a schema: 'percent', 'bytes', 'bytes/s', '/s', 'duration', 'time', 'text' or 'number'; and what
 /// its values are multiplied with to come in that unit.
 export function unitOf({ label, type = '', meaning = '', of = '' }) {
-  if (meaning === 'time') return { unit: 'time', scale: 1 };
+  if (isTime({ label, type, meaning })) return { unit: 'time', scale: 1 };
   if (type.startsWith('char')) return { unit: 'text', scale: 1 };
   if (meaning === 'percent' || / %$/.test(label)) return { unit: 'percent', scale: 1 };
   const isRate = meaning === 'rate' || /\/sec$/.test(label);
@@ -117,6 +126,11 @@ export function valueOf(field, v) {
   if (isNothing(v)) return kNothing;
   const { unit, scale } = unitOf(field);
   if (unit === 'text' || typeof v !== 'number') return String(v);
-  if (field.meaning === 'key') return String(v);
+  if (field.meaning === 'key' && unit !== 'time') return String(v);
   return inUnit(unit, v * scale);
+}
+
+/// The same as it is shown: a time as an element that tells UTC on hover.
+export function shownOf(field, v) {
+  return isTime(field) && v ? timeNode(v) : valueOf(field, v);
 }

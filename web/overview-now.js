@@ -4,6 +4,7 @@ import { rows } from './api.js';
 import { card, element, reason } from './card.js';
 import { follow } from './events.js';
 import { bytes, duration, number, percent, rate, timeNode } from './format.js';
+import { current } from './newest.js';
 import { state } from './state.js';
 
 const kMostBars = 8;
@@ -27,8 +28,9 @@ const kFigures = [
   { name: 'Up for', record: 'PI', label: 'Boot Time', format: (v, time) => duration(time - v) },
 ];
 
-/// Asks for the newest rows of a record (or those of the page's time) and shows each later run of it.
-function newest(record, choice, take, fail) {
+/// Asks for the newest rows of a record (or those of the page's time) and shows each later run of it. `askFor` is rows() or
+/// current().
+function newest(record, choice, take, fail, askFor = rows) {
   const abort = new AbortController();
   let seen = 0;
   const show = (time, found) => {
@@ -36,7 +38,7 @@ function newest(record, choice, take, fail) {
     seen = time;
     take(time, found);
   };
-  const ask = () => rows(record, { ...choice, signal: abort.signal }).then((told) => show(told.time, told.rows), fail);
+  const ask = () => askFor(record, { ...choice, signal: abort.signal }).then((told) => show(told.time, told.rows), fail);
   ask();
   const stop = state.at === null ? follow(record, (told) => show(told.time, told.rows), { onGap: ask }) : null;
   return () => {
@@ -126,12 +128,13 @@ export function applications(parent) {
     found.sort((a, b) => order(a) - order(b));
     list.replaceChildren();
     for (const row of found.slice(0, kMostBars)) verdict(list, row, time);
-    note.textContent = found.length ? '' : time ? 'No application is monitored.' : noRows();
+    note.textContent = found.length ? '' : time ? 'No application is defined.' : noRows();
     if (found.length > kMostBars) note.textContent = `and ${found.length - kMostBars} more`;
   };
-  const stop = newest('APP', { columns: ['Application Name', 'Application Status'] }, take, (error) => {
+  const fail = (error) => {
     note.textContent = reason('APP', error) ?? '';
-  });
+  };
+  const stop = newest('APP', { columns: ['Application Name', 'Application Status'] }, take, fail, current);
   return () => {
     stop();
     section.remove();

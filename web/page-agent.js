@@ -129,6 +129,12 @@ function drawGate(told, parent) {
   pairs(parent, list.map(([name, value]) => [name.replaceAll('_', ' '), value]));
 }
 
+function drawLog(told, log) {
+  const rows = told.map((row, place) => ({ ...row, place: `${place} ${row.time}` })).reverse();
+  if (state.at === null) log.update(rows);
+  else log.update(rows.filter((row) => row.time <= state.at), { empty: 'The agent has no messages of that time any more, or there were none.' });
+}
+
 export function show(main) {
   const top = element(main, 'div', 'charts');
   const agent = card(top, 'Agent');
@@ -138,7 +144,10 @@ export function show(main) {
   const schedules = card(tables, 'Schedules');
   const collections = card(tables, 'Collections');
   const messages = card(main, 'Messages');
-  if (state.at !== null) element(agent.head, 'span', 'chart-note', 'as it is now, not at the time above');
+  if (state.at !== null) {
+    for (const one of [agent, gate, history, schedules, collections]) element(one.head, 'span', 'chart-note', 'as it is now, not at the time above');
+    element(messages.head, 'span', 'chart-note', 'up to the time above, as far as the agent still has them');
+  }
   const abort = new AbortController();
   const { signal } = abort;
   const parts = {
@@ -162,7 +171,7 @@ export function show(main) {
     if (signal.aborted || Date.now() - asked < kLeastPause) return;
     asked = Date.now();
     status().then((told) => drawStatus(told, parts), failed(agent.body));
-    ask('log', { lines: kLines }, { signal }).then((told) => log.update(told.log.map((row, place) => ({ ...row, place: `${place} ${row.time}` })).reverse()), failed(messages.body));
+    ask('log', { lines: kLines }, { signal }).then((told) => drawLog(told.log, log), failed(messages.body));
     ask('gate', {}, { signal }).then((told) => drawGate(told.gate, gate.body), failed(gate.body));
   };
   look();

@@ -6,6 +6,7 @@ import { make } from './table.js';
 
 export const title = 'Applications';
 
+const kPause = 10000;
 const kConditions = 15;
 
 /// A verdict as a word with a mark; the word alone says it all.
@@ -57,6 +58,7 @@ export function show(main) {
     noun: 'application',
     caption: 'Applications',
     sort: 'Application Status',
+    pause: kPause,
     empty: 'No applications are defined.',
     columns: [
       { label: 'Application Name', heading: 'Application', opens: true, isNumeric: false }, { label: 'Application Status', heading: 'All conditions hold', format: verdict },

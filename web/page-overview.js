@@ -20,7 +20,7 @@ const kCharts = [
     stacked: true,
     max: 100,
     ways: [
-      [['User', 'programs'], ['Nice', 'niced'], ['System', 'kernel'], ['IRQ', 'interrupts'], ['Soft IRQ', 'soft interrupts'], ['Steal', 'stolen'], ['Wait', 'waiting for I/O']].map(([mode, name]) => line('CPUX', `${mode} %`, name, { where: kAll })),
+      [['User', 'programs'], ['Nice', 'niced'], ['System', 'kernel'], ['IRQ', 'interrupts'], ['Soft IRQ', 'soft interrupts'], ['Steal', 'stolen'], ['Wait', 'waiting for I/O']].map(([mode, name]) => line('CPUX', `${mode} %`, name, { where: kAll, by: [] })),
       [line('PI', 'User CPU %', 'programs'), line('PI', 'Kernel CPU %', 'kernel'), line('PI', 'Wait %', 'waiting for I/O')],
     ],
   },

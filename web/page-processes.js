@@ -1,6 +1,6 @@
 // All processes: as a list, a tree, or in groups; one of them opened beside it.
 import { csvButton } from './csv.js';
-import { bytes, duration, number, percent, rate, timeText } from './format.js';
+import { bytes, duration, number, percent, rate, timeNode } from './format.js';
 import { Looks, keyOf, sum } from './looks.js';
 import { failure, tellTime } from './panel.js';
 import { processPanel } from './process-panel.js';
@@ -37,7 +37,7 @@ const kColumns = [
   { label: 'State', heading: 'State', title: (row) => kStates[row.State], help: 'R runs, S sleeps, D waits for a device, T is stopped, Z has ended, I is an idle thread of the kernel.' },
   { label: 'User' },
   { label: 'CPU Seconds', heading: 'CPU time', isNumeric: true, format: duration, help: 'Time of the processors since it was started.' },
-  { label: 'Start Time', heading: 'Started', isNumeric: true, format: timeText },
+  { label: 'Start Time', heading: 'Started', isNumeric: true, format: (value) => (value ? timeNode(value) : '-') },
   { label: 'Unit', title: (row) => row['Control Group'], help: 'The service or scope that it belongs to.' },
 ];
 

@@ -1,10 +1,12 @@
 // Any record, any of its fields, any rows: as charts or as a table, and as CSV.
-import { keptRows, records, rows, schedules, schema } from './api.js';
+import { keptRows, records, schedules, schema } from './api.js';
 import { element, reason } from './card.js';
 import { chart } from './chart.js';
 import { csvButton } from './csv.js';
 import { follow } from './events.js';
-import { timeNode, unitOf, valueOf } from './format.js';
+import { number, shownOf, timeNode, unitOf } from './format.js';
+import { current } from './newest.js';
+import { keptCsvButton, kMostSaved, pointsCsvButton } from './records-csv.js';
 import { choose, go, onChange, state } from './state.js';
 import { table } from './table.js';
 
@@ -32,7 +34,18 @@ function chosenFields(layout, view) {
   return usual.length ? usual : [...new Set([...keys, ...possible.filter((field) => field.source !== false)])].slice(0, kFirstFields);
 }
 
-const rowCount = (found) => `${found.length} ${found.length === 1 ? 'row' : 'rows'}`;
+const rowCount = (found) => `${number(found.length)} ${found.length === 1 ? 'row' : 'rows'}`;
+
+/// The keys of rows, as a Map: their values of `labels`, and a running number where two have the same.
+function keysOf(rows, labels) {
+  const counts = new Map();
+  return new Map(rows.map((row) => {
+    const text = JSON.stringify(labels.map((label) => row[label]));
+    const count = (counts.get(text) ?? 0) + 1;
+    counts.set(text, count);
+    return [row, `${text} ${count}`];
+  }));
+}
 
 function labelled(parent, text, node) {
   const label = element(parent, 'label', '', text);
@@ -109,7 +122,7 @@ class Records {
     const where = document.createElement('input');
     where.type = 'search';
     where.value = state.choice.where ?? '';
-    where.placeholder = 'LABEL=VALUE, also != < > ~';
+    where.placeholder = 'LABEL=VALUE, also != < > ~ !~';
     where.spellcheck = false;
     where.addEventListener('change', () => choose('where', where.value.trim()));
     labelled(this.tools, 'Rows with', where);
@@ -149,19 +162,22 @@ class Records {
   }
 
   drawCharts(fields, where) {
+    const drawn = [];
+    if (fields.length) element(this.body, 'div', 'part-head').append(pointsCsvButton(this.record, drawn));
     const parent = element(this.body, 'div', 'charts');
     for (const field of fields) {
       const { unit, scale } = unitOf(field);
       // A counter's row tells what happened in the seconds that it covers, which is no rate.
       const note = field.meaning === 'counter' ? 'in the time that a row covers' : '';
       const made = chart(parent, { title: field.label, unit, note, lines: [{ record: this.record, label: field.label, where, transform: (v) => v * scale }] });
+      drawn.push({ field, scale, chart: made });
       this.stops.push(() => made.destroy());
     }
     if (!fields.length) element(this.body, 'p', 'note', `${this.record} has no figures that a chart could draw.`);
   }
 
   /// The time heads each row, as a record of one row has no key.
-  makeTable(chosen, sort, keyOf) {
+  makeTable(chosen, sort) {
     const fields = [this.layout.fields.find((field) => field.label === 'Record Time'), ...chosen];
     const head = element(this.body, 'div', 'part-head');
     const count = element(head, 'span', 'dim');
@@ -169,29 +185,43 @@ class Records {
       label: field.label,
       help: field.help,
       isNumeric: isNumeric(field),
-      format: (value) => (field.meaning === 'time' && value ? timeNode(value) : valueOf(field, value)),
+      format: (value) => shownOf(field, value),
     }));
-    const list = table(this.body, { columns, rows: [], sort, filter: 'Filter rows', caption: `Rows of ${this.record}`, keyOf });
-    const labels = fields.map((field) => field.label);
-    head.append(csvButton(this.record, () => ({ labels, rows: list.chosen() })));
+    let keys = new Map();
+    const list = table(this.body, { columns, rows: [], sort, filter: 'Filter rows', caption: `Rows of ${this.record}`, keyOf: (row) => keys.get(row) });
     this.stops.push(() => list.destroy());
-    return { count, list };
+    const update = (rows, changes) => {
+      keys = keysOf(rows, this.keyLabels());
+      list.update(rows, changes);
+    };
+    return { head, count, update, labels: fields.map((field) => field.label), chosen: (rows) => list.chosen(rows) };
   }
 
   async drawNewest(fields, where, signal) {
-    const ask = () => rows(this.record, { columns: this.columnsOf(fields), where, signal });
+    const ask = () => current(this.record, { columns: this.columnsOf(fields), where, signal });
     const first = await ask();
     if (signal.aborted) return;
-    const { count, list } = this.makeTable(fields, '', this.keyByRow());
+    const note = first.isCollected ? this.tellCollected() : null;
+    const { head, count, update, labels, chosen } = this.makeTable(fields, '');
+    head.append(csvButton(this.record, () => ({ labels, rows: chosen() })));
     const take = (told) => {
-      list.update(told.rows);
+      if (told.isCollected === false || told.event) note?.remove();
+      update(told.rows);
       if (told.time) count.replaceChildren(`${rowCount(told.rows)} of `, timeNode(told.time));
     };
     take(first);
     if (state.at !== null) return;
     // With a condition only the daemon can tell which rows fit, so it is asked again.
     const again = () => ask().then(take, () => {});
+    note?.lastChild.addEventListener('click', again);
     this.stops.push(follow(this.record, where ? again : take, { onGap: again }));
+  }
+
+  /// What no schedule brings is collected when it is asked for, and only then.
+  tellCollected() {
+    const note = element(this.body, 'p', 'note', `No schedule collects ${this.record}, so these rows were collected for this look and are not kept. `);
+    element(note, 'button', 'plain', 'Collect again').type = 'button';
+    return note;
   }
 
   columnsOf(fields) {
@@ -199,19 +229,23 @@ class Records {
     return [...new Set([...keys, ...fields].map((field) => field.label))];
   }
 
-  /// Rows are told apart by their keys and, as two may have the same, by their place among those.
-  keyByRow() {
-    const keys = ['Record Time', ...this.layout.fields.filter((field) => field.meaning === 'key').map((field) => field.label)];
-    return (row) => JSON.stringify(keys.slice(this.view === 'kept' ? 0 : 1).map((label) => row[label]));
+  /// The labels that tell rows apart.
+  keyLabels() {
+    const keys = this.layout.fields.filter((field) => field.meaning === 'key').map((field) => field.label);
+    return this.view === 'kept' ? ['Record Time', ...keys] : keys;
   }
 
   async drawKept(fields, where, signal) {
     const { since, until } = state.range;
-    const found = await keptRows(this.record, { since, until, columns: this.columnsOf(fields), where, sort: '-Record Time', limit: kMostKept, signal });
+    const choice = { since, until, columns: this.columnsOf(fields), where, sort: '-Record Time' };
+    const found = await keptRows(this.record, { ...choice, limit: kMostKept, signal });
     if (signal.aborted) return;
-    const { count, list } = this.makeTable(fields, '-Record Time', this.keyByRow());
-    list.update(found, { empty: 'No rows are kept in this range.' });
-    count.textContent = found.length >= kMostKept ? `The newest ${found.length} rows of the range` : rowCount(found);
+    const { head, count, update, labels, chosen } = this.makeTable(fields, '-Record Time');
+    update(found, { empty: 'No rows are kept in this range.' });
+    const isPart = found.length >= kMostKept;
+    count.textContent = isPart ? `The newest ${rowCount(found)} of the range` : rowCount(found);
+    const ask = (more) => (isPart ? keptRows(this.record, { ...choice, ...more, limit: kMostSaved }) : found);
+    this.stops.push(keptCsvButton(head, { record: this.record, labels, ask, chosen }));
   }
 
   leave() {

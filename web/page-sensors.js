@@ -4,6 +4,8 @@ import { rowPage } from './rowpage.js';
 
 export const title = 'Sensors';
 
+// A look at a sensor may wake its bus, so it is not looked at oftener where no schedule does.
+const kPause = 10000;
 const kSigns = { celsius: '°C', rpm: 'rpm', volts: 'V', amperes: 'A', watts: 'W', joules: 'J', percent: '%' };
 
 function withUnit(value, row) {
@@ -26,6 +28,7 @@ export function show(main) {
     caption: 'Sensors of the hardware',
     sort: 'Chip',
     filter: 'Filter sensors',
+    pause: kPause,
     empty: 'This host shows no sensors; virtual machines seldom have any.',
     titleOf: (row) => `${row.Chip} ${row.Label || row.Sensor}`,
     columns: [

@@ -1,6 +1,6 @@
 // What stands beside a table: one row with all its figures, and words for what can't be shown.
 import { follow } from './events.js';
-import { timeNode, valueOf } from './format.js';
+import { shownOf, timeNode } from './format.js';
 import { state } from './state.js';
 import { make } from './table.js';
 
@@ -62,7 +62,7 @@ export function figures(parent, schema, row, { hide = [], only = null } = {}) {
     cells.push({ field, value });
   }
   const update = (next) => {
-    for (const { field, value } of cells) write(value, valueOf(field, next[field.label]));
+    for (const { field, value } of cells) write(value, shownOf(field, next[field.label]));
   };
   update(row);
   return { update };
@@ -70,8 +70,10 @@ export function figures(parent, schema, row, { hide = [], only = null } = {}) {
 
 /// Puts a text or a node where another stood.
 export function write(node, shown) {
-  if (shown instanceof Node) node.replaceChildren(shown);
-  else if (node.textContent !== String(shown)) node.textContent = shown;
+  if (shown instanceof Node) {
+    // What stands there may be marked, or be pointed at.
+    if (node.textContent !== shown.textContent || !node.firstElementChild) node.replaceChildren(shown);
+  } else if (node.textContent !== String(shown)) node.textContent = shown;
 }
 
 /// Says of which time the rows beside are; a time of the past that lies far from the one that was asked for stands out.

@@ -27,7 +27,6 @@ export function processPanel(parent, { key, row, onClose, onParent }) {
   self.panel = panel(parent, { title: row ? `${row.Name} ${pid}` : `Process ${pid}`, onClose });
   build(self);
   renew(self);
-  tellWorkgroup(self);
   return {
     renew: () => renew(self),
     close() {
@@ -71,6 +70,7 @@ async function renew(self) {
     if (self.abort.signal.aborted) return;
     tell(self, near.rows[0], xSchema, 'PDX');
     tell(self, far.rows[0], iSchema, 'PDI');
+    if (near.rows[0]) tellWorkgroup(self);
     self.ended.hidden = Boolean(near.rows[0]);
     self.ended.textContent = isPast ? 'It is not among the processes kept at this time.' : 'It has ended. The figures are its last ones that were seen here.';
   } catch (error) {
@@ -117,9 +117,11 @@ function tellParent(self, pid) {
   self.parentCell.replaceChildren(button);
 }
 
-/// The workgroup and the rule that took it, as the agent's report tells now.
+/// The workgroup and the rule that took it, as the agent's report tells now. It is asked once, and only while the process is
+/// there: the report has a fault for one that is not.
 async function tellWorkgroup(self) {
-  if (state.at !== null) return;
+  if (state.at !== null || self.isTold) return;
+  self.isTold = true;
   try {
     const { report } = await ask('workgroups', { pid: self.pid }, { signal: self.abort.signal });
     const row = report.rows[0];

@@ -1,10 +1,10 @@
 // A page part that shows the newest rows of a record as a table, live; a row that is opened stands beside it with its charts and
 // all its figures. The open row is a choice in the address.
-import { rows as askRows, schema as askSchema } from './api.js';
+import { rows, schema as askSchema } from './api.js';
 import { chart } from './chart.js';
 import { csvButton } from './csv.js';
-import { follow } from './events.js';
-import { unitOf, valueOf } from './format.js';
+import { shownOf, unitOf } from './format.js';
+import { current, goOn } from './newest.js';
 import { failure, figures, panel, tellTime, whenBack } from './panel.js';
 import { choose, onChange, state } from './state.js';
 import { make, table } from './table.js';
@@ -13,12 +13,13 @@ import { make, table } from './table.js';
 export function columnOf(schema, label, more = {}) {
   const field = schema.fields.find((one) => one.label === label) ?? { label, type: 'char[1]' };
   const isText = unitOf(field).unit === 'text';
-  return { label, heading: label, help: field.help, isNumeric: !isText, format: (value) => valueOf(field, value), ...more };
+  return { label, heading: label, help: field.help, isNumeric: !isText, format: (value) => shownOf(field, value), ...more };
 }
 
 /// options: record, keys (labels that name a row), columns (labels, or {label, ...more} with members of table.js), choice (its name in the address),
 /// noun ("disk"), title (heading of the part, if the page has several), sort, charts(row) -> options of chart.js for the open row, allCharts:
-/// such options for all rows, arrange and onToggle as in table.js, filter, empty, details(parent, row, schema) instead of all figures, titleOf(row).
+/// such options for all rows, arrange and onToggle as in table.js, filter, empty, pause (milliseconds between looks where no schedule collects the
+/// record; without it such a record is told to need one), details(parent, row, schema) instead of all figures, titleOf(row).
 /// Gives the function that takes it away.
 export function rowPage(parent, options) {
   const part = new RowPart(parent, options);
@@ -49,12 +50,12 @@ class RowPart {
   async start() {
     const { record } = this.options;
     try {
-      const [schema, answer] = await Promise.all([askSchema(record), askRows(record, { signal: this.abort.signal })]);
+      const [schema, answer] = await Promise.all([askSchema(record), this.ask()]);
       if (this.abort.signal.aborted) return;
       this.schema = schema;
       this.build();
       this.take(answer.time, answer.rows);
-      if (state.at === null) this.stopFollowing = follow(record, (told) => this.take(told.time, told.rows), { onGap: () => this.again() });
+      if (state.at === null) this.stopFollowing = goOn(record, answer, (told) => this.take(told.time, told.rows), { pause: this.options.pause, again: () => this.again() });
     } catch (error) {
       if (!this.abort.signal.aborted) this.fail(error);
     }
@@ -90,12 +91,21 @@ class RowPart {
     });
   }
 
+  ask() {
+    const { record, pause } = this.options;
+    return (pause ? current : rows)(record, { signal: this.abort.signal });
+  }
+
+  /// Whether it is to be asked again, as no schedule brings the rows.
   async again() {
     try {
-      const answer = await askRows(this.options.record, { signal: this.abort.signal });
+      const answer = await this.ask();
+      if (this.abort.signal.aborted) return false;
       this.take(answer.time, answer.rows);
-    } catch {
+      return answer.isCollected;
+    } catch (error) {
       // The banner tells of a gate that does not answer; the next batch brings the rows.
+      return error.status !== 401;
     }
   }
 

@@ -39,9 +39,9 @@ export function table(parent, options) {
       draw(self);
     },
     /// The rows that fit the filter, in order; folded ones too.
-    chosen() {
+    chosen(rows = self.rows) {
       const { columns } = self.options;
-      const chosen = self.rows.filter((row) => chosenBy(columns, row, self.text));
+      const chosen = rows.filter((row) => chosenBy(columns, row, self.text));
       const compare = comparison(columns, self.sort);
       return compare ? chosen.sort(compare) : chosen;
     },

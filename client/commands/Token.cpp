@@ -2,15 +2,18 @@
 
 #include <crypt.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string_view>
+#include <thread>
 
 #include "client/ask/Errors.h"
 #include "client/show/Terminal.h"
@@ -18,13 +21,14 @@
 #include "support/AtomicFile.h"
 #include "support/Descriptor.h"
 #include "support/RegularFile.h"
-#include "support/TextFile.h"
 
 namespace {
 
 constexpr std::size_t kSecretBytes = 32;
 constexpr std::size_t kMaxTokenFile = 1'000'000;  ///< a gate reads no more
 constexpr mode_t kTokenFileMode = 0640;
+constexpr std::chrono::seconds kLockPatience{20};
+constexpr std::chrono::milliseconds kLockPause{20};
 
 std::string RandomBytes(std::size_t count) {
   std::string bytes(count, '\0');
@@ -68,14 +72,42 @@ std::string HashOf(const std::string& secret) {
   throw ClientError(path + ": " + reason);
 }
 
-std::string ReadTokenFile(const std::string& path) {
-  const TextFilePtr file = OpenTextFile(path);
-  if (file == nullptr) {
-    FailTokenFile(path, errno == EINVAL ? "it is no regular file" : std::strerror(errno));
+/// Whether a path still leads to the file that was opened by it.
+bool IsSameFile(const std::string& path, int fd) {
+  struct stat named {};
+  struct stat opened {};
+  return ::stat(path.c_str(), &named) == 0 && ::fstat(fd, &opened) == 0 &&
+         named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+}
+
+/// Opens the file and locks it against others that add a line, for as long as it is open. It is
+/// not the folder that is locked: that one is open to everybody, who then could keep it locked.
+TextFilePtr OpenLocked(const std::string& path) {
+  const auto end = std::chrono::steady_clock::now() + kLockPatience;
+  while (std::chrono::steady_clock::now() < end) {
+    TextFilePtr file = OpenRegularStream(path, O_RDONLY, 0, "r");
+    if (file == nullptr) {
+      FailTokenFile(path, errno == ENXIO ? "it is no regular file" : std::strerror(errno));
+    }
+    const int fd = ::fileno(file.get());
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+      // Who had the lock before has put another file in its place.
+      if (IsSameFile(path, fd)) {
+        return file;
+      }
+    } else if (errno != EWOULDBLOCK && errno != EINTR) {
+      FailTokenFile(path, std::string("it can't be locked: ") + std::strerror(errno));
+    } else {
+      std::this_thread::sleep_for(kLockPause);
+    }
   }
+  FailTokenFile(path, "another program keeps it locked");
+}
+
+std::string ReadTokenFile(const std::string& path, std::FILE* file) {
   std::string text(kMaxTokenFile + 1, '\0');
-  text.resize(std::fread(text.data(), 1, text.size(), file.get()));
-  if (std::ferror(file.get()) != 0 || text.size() > kMaxTokenFile) {
+  text.resize(std::fread(text.data(), 1, text.size(), file));
+  if (std::ferror(file) != 0 || text.size() > kMaxTokenFile) {
     FailTokenFile(path, "it can't be read, or is too long");
   }
   return text;
@@ -89,9 +121,11 @@ void MakeTokenFile(const std::string& path) {
   }
 }
 
-void AppendLine(const std::string& path, const std::string& name, const std::string& line) {
-  MakeTokenFile(path);
-  std::string text = ReadTokenFile(path);
+void AppendLine(const std::string& given, const std::string& name, const std::string& line) {
+  MakeTokenFile(given);
+  const std::string path = BehindLinks(given);
+  const TextFilePtr file = OpenLocked(path);
+  std::string text = ReadTokenFile(path, file.get());
   if (("\n" + text).find("\n" + name + ":") != std::string::npos) {
     FailTokenFile(path, "it has a token " + name + " already");
   }
@@ -99,7 +133,7 @@ void AppendLine(const std::string& path, const std::string& name, const std::str
     text += '\n';
   }
   std::string error;
-  if (!ReplaceFile(BehindLinks(path), text + line, error)) {
+  if (!ReplaceFile(path, text + line, error)) {
     throw ClientError(error);
   }
 }

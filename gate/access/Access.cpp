@@ -11,7 +11,10 @@
 namespace {
 
 constexpr std::chrono::milliseconds kBetweenChecks{100};
+constexpr std::size_t kMaxPasswordChecks = 32;
+constexpr std::size_t kMaxTokenChecks = 256;
 constexpr std::chrono::seconds kGoodFor{60};
+constexpr std::chrono::seconds kConsoleGoodFor{600};
 constexpr std::chrono::milliseconds kTellAfter{60'000};
 constexpr std::size_t kMaxSharing = 64;
 
@@ -21,12 +24,14 @@ Verdict TooMany() { return Denied(Verdict::Kind::kTooMany, "too many logins wait
 
 }  // namespace
 
-Access::Access(const std::string& usersPath, const std::string& tokensPath, AccessHooks hooks)
+Access::Access(const std::string& usersPath, const std::string& tokensPath, AccessHooks hooks,
+               std::uint64_t failuresBefore)
     : m_hooks(std::move(hooks)),
       m_users(AccountKind::kUsers, usersPath, m_hooks.report),
       m_tokens(AccountKind::kTokens, tokensPath, m_hooks.report),
-      m_failures(m_hooks.report),
-      m_check(m_hooks.post, kBetweenChecks) {}
+      m_failures(m_hooks.report, failuresBefore),
+      m_passwordCheck(m_hooks.post, kBetweenChecks, kMaxPasswordChecks),
+      m_tokenCheck(m_hooks.post, std::chrono::milliseconds(0), kMaxTokenChecks) {}
 
 Access::~Access() = default;
 
@@ -45,7 +50,8 @@ void Access::Judge(const AccessRequest& request, Callback callback) {
     return;
   }
   if (said.kind == Kind::kBroken) {
-    refuse("the header Authorization is broken");
+    FailLate(FailureTable::KeyOf(request.peerAddress), {std::move(callback)},
+             Denied(Verdict::Kind::kRefused, "the header Authorization is broken"));
     return;
   }
   const bool isBasic = said.kind == Kind::kBasic;
@@ -64,6 +70,7 @@ void Access::Judge(const AccessRequest& request, Callback callback) {
     callback({Verdict::Kind::kGranted, login.role, login.name, {}});
     return;
   }
+  login.isPassword = isBasic;
   login.address = FailureTable::KeyOf(request.peerAddress);
   Prove(std::move(login), std::move(callback));
 }
@@ -93,10 +100,11 @@ Access::Login Access::ConsoleLogin(std::string token) const {
   return login;
 }
 
+std::string Access::PlaceOf(const Login& login) { return login.key + login.address; }
+
 void Access::Prove(Login login, Callback callback) {
   // A page asks for several things at once: one proof is enough for all of them.
-  const std::string place = login.key + login.address;
-  const auto found = m_waiting.find(place);
+  const auto found = m_waiting.find(PlaceOf(login));
   if (found != m_waiting.end()) {
     if (found->second.size() < kMaxSharing) {
       found->second.push_back(std::move(callback));
@@ -105,28 +113,46 @@ void Access::Prove(Login login, Callback callback) {
     }
     return;
   }
+  if (login.isPassword) {
+    ProvePassword(std::move(login), std::move(callback));
+  } else {
+    ProveToken(std::move(login), std::move(callback));
+  }
+}
+
+void Access::ProvePassword(Login login, Callback callback) {
   const auto wait = m_failures.Enter(login.address, m_hooks.now());
   if (!wait) {
     callback(TooMany());
     return;
   }
-  m_waiting[place].push_back(std::move(callback));
+  m_waiting[PlaceOf(login)].push_back(std::move(callback));
   if (wait->count() == 0) {
-    StartCheck(std::move(login));
+    StartCheck(std::move(login), m_passwordCheck);
     return;
   }
   m_hooks.after(*wait, [self = std::weak_ptr(m_self), login = std::move(login)] {
     if (const auto access = self.lock()) {
-      (*access)->StartCheck(login);
+      (*access)->StartCheck(login, (*access)->m_passwordCheck);
     }
   });
 }
 
-void Access::StartCheck(Login login) {
-  if (login.hash.empty()) {
-    AskConsole(login);
+void Access::ProveToken(Login login, Callback callback) {
+  if (m_tokenChecks >= kMaxTokenChecks) {
+    callback(TooMany());
     return;
   }
+  ++m_tokenChecks;
+  m_waiting[PlaceOf(login)].push_back(std::move(callback));
+  if (login.hash.empty()) {
+    AskConsole(login);
+  } else {
+    StartCheck(std::move(login), m_tokenCheck);
+  }
+}
+
+void Access::StartCheck(Login login, PasswordCheck& check) {
   std::string secret = std::exchange(login.secret, {});
   std::string hash = login.hash;
   const auto done = [self = std::weak_ptr(m_self), login](bool isRight) {
@@ -134,7 +160,8 @@ void Access::StartCheck(Login login) {
       (*access)->Finish(login, isRight && login.isKnown, kGoodFor);
     }
   };
-  if (!m_check.Check(std::move(secret), std::move(hash), done)) {
+  if (!check.Check(std::move(secret), std::move(hash), done)) {
+    EndCheck(login);
     Answer(login, TooMany());
   }
 }
@@ -147,38 +174,81 @@ void Access::AskConsole(const Login& login) {
       return;
     }
     if (!isValid) {
+      (*access)->EndCheck(login);
       (*access)->Answer(login, Denied(Verdict::Kind::kUnavailable, "the daemon does not answer"));
       return;
     }
     const std::int64_t left = std::clamp<std::int64_t>(expires, 0, INT64_MAX) - std::time(nullptr);
-    (*access)->Finish(login, *isValid, std::min(kGoodFor, std::chrono::seconds(left)));
+    (*access)->Finish(login, *isValid, std::min(kConsoleGoodFor, std::chrono::seconds(left)));
   });
 }
 
 void Access::Finish(const Login& login, bool isRight, std::chrono::seconds good) {
+  EndCheck(login);
   if (isRight) {
     m_good.Add(login.key, m_hooks.now() + good);
     Answer(login, {Verdict::Kind::kGranted, login.role, login.name, {}});
     return;
   }
-  CountFailure(login.address);
-  Answer(login, Denied(Verdict::Kind::kRefused, "the login is not right"));
+  const Verdict refusal = Denied(Verdict::Kind::kRefused, "the login is not right");
+  if (login.isPassword) {
+    CountFailure(login.address);
+    Answer(login, refusal);
+  } else {
+    FailLate(login.address, TakeWaiting(login), refusal);
+  }
+}
+
+void Access::EndCheck(const Login& login) {
+  if (login.isPassword) {
+    m_failures.Leave(login.address);
+  } else {
+    --m_tokenChecks;
+  }
 }
 
 void Access::Answer(const Login& login, const Verdict& verdict) {
-  m_failures.Leave(login.address);
-  const auto found = m_waiting.find(login.key + login.address);
   // A callback may ask again, or be the end of this object.
-  const std::vector<Callback> callbacks = std::move(found->second);
-  m_waiting.erase(found);
-  for (const Callback& callback : callbacks) {
+  for (const Callback& callback : TakeWaiting(login)) {
     callback(verdict);
   }
+}
+
+std::vector<Access::Callback> Access::TakeWaiting(const Login& login) {
+  const auto found = m_waiting.find(PlaceOf(login));
+  std::vector<Callback> callbacks = std::move(found->second);
+  m_waiting.erase(found);
+  return callbacks;
 }
 
 void Access::CountFailure(const std::string& address) {
   if (m_failures.Fail(address, m_hooks.now())) {
     TellLater();
+  }
+}
+
+/// Counts a failure; its answers wait as long as those before it demand.
+void Access::FailLate(const std::string& address, std::vector<Callback> callbacks,
+                      const Verdict& verdict) {
+  std::vector<Callback> atOnce;
+  for (Callback& callback : callbacks) {
+    // Each has its own place, as each keeps a connection.
+    const std::chrono::milliseconds wait = m_failures.EnterLate(address, m_hooks.now());
+    if (wait.count() == 0) {
+      atOnce.push_back(std::move(callback));
+      continue;
+    }
+    m_hooks.after(wait,
+                  [self = std::weak_ptr(m_self), address, callback = std::move(callback), verdict] {
+                    if (const auto access = self.lock()) {
+                      (*access)->m_failures.LeaveLate(address);
+                      callback(verdict);
+                    }
+                  });
+  }
+  CountFailure(address);
+  for (const Callback& callback : atOnce) {
+    callback(verdict);
   }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -61,8 +62,10 @@ class Access {
  public:
   using Callback = std::function<void(const Verdict& verdict)>;
 
-  /// The paths of the files of users and of tokens may be empty. Throws AccessError.
-  Access(const std::string& usersPath, const std::string& tokensPath, AccessHooks hooks);
+  /// The paths of the files of users and of tokens may be empty. `failuresBefore` is what
+  /// Failures() goes on from. Throws AccessError.
+  Access(const std::string& usersPath, const std::string& tokensPath, AccessHooks hooks,
+         std::uint64_t failuresBefore = 0);
   ~Access();
   Access(const Access&) = delete;
   Access& operator=(const Access&) = delete;
@@ -71,10 +74,13 @@ class Access {
   ///
   /// Over TLS users are let in by Basic, tokens of the file and console tokens by Bearer; without
   /// it, console tokens on the loopback and nothing elsewhere. Who has proved right need not again
-  /// for a minute. A failure delays the next answer to its address, see FailureTable.
+  /// for a minute; with a console token for ten, but no longer than it lasts. A failure, which a
+  /// broken header is too, delays what comes from its address next, see FailureTable: the check of
+  /// a password, of all else the answer of a further failure, so that a token that is right waits
+  /// for nobody's failures.
   void Judge(const AccessRequest& request, Callback callback);
 
-  /// Failed logins since the start.
+  /// Failed logins since the start, those before included.
   [[nodiscard]] std::uint64_t Failures() const { return m_failures.Failures(); }
 
  private:
@@ -85,6 +91,7 @@ class Access {
     std::string hash;  ///< empty for a console token
     Role role = Role::kNone;
     bool isKnown = false;
+    bool isPassword = false;
     std::string key;      ///< of m_good
     std::string address;  ///< of m_failures
   };
@@ -94,12 +101,20 @@ class Access {
   [[nodiscard]] Login LoginOf(std::string name, std::string secret, AccountFile& file,
                               const char* kind);
   [[nodiscard]] Login ConsoleLogin(std::string token) const;
+  /// What m_waiting knows it by.
+  [[nodiscard]] static std::string PlaceOf(const Login& login);
   void Prove(Login login, Callback callback);
-  void StartCheck(Login login);
+  void ProvePassword(Login login, Callback callback);
+  void ProveToken(Login login, Callback callback);
+  void StartCheck(Login login, PasswordCheck& check);
   void AskConsole(const Login& login);
   void Finish(const Login& login, bool isRight, std::chrono::seconds good);
+  void EndCheck(const Login& login);
   void Answer(const Login& login, const Verdict& verdict);
+  [[nodiscard]] std::vector<Callback> TakeWaiting(const Login& login);
   void CountFailure(const std::string& address);
+  void FailLate(const std::string& address, std::vector<Callback> callbacks,
+                const Verdict& verdict);
   void TellLater();
 
   AccessHooks m_hooks;
@@ -108,8 +123,10 @@ class Access {
   GoodLogins m_good;
   FailureTable m_failures;
   Waiting m_waiting;
+  std::size_t m_tokenChecks = 0;  ///< that are under way
   bool m_isTellingLater = false;
   /// Gone with this object, which actions that are still with the loop look for.
   std::shared_ptr<Access*> m_self = std::make_shared<Access*>(this);
-  PasswordCheck m_check;
+  PasswordCheck m_passwordCheck;
+  PasswordCheck m_tokenCheck;  ///< its own, so that tokens don't queue behind passwords
 };

@@ -11,6 +11,8 @@ namespace {
 constexpr std::size_t kMaxEntries = 1024;
 constexpr unsigned kMaxWaiting = 8;
 constexpr std::size_t kMaxAllWaiting = 256;
+constexpr unsigned kMaxLate = 8;
+constexpr std::size_t kMaxAllLate = 64;
 constexpr unsigned kMaxLines = 30;
 constexpr std::chrono::milliseconds kFirstDelay{200};
 constexpr std::chrono::milliseconds kLongestDelay{5000};
@@ -18,7 +20,7 @@ constexpr std::chrono::seconds kLongestWait{10};
 constexpr std::chrono::minutes kTellEvery{1};
 constexpr std::chrono::minutes kForgetAfter{10};
 
-std::chrono::milliseconds DelayOf(unsigned failures) {
+std::chrono::milliseconds DelayAfter(unsigned failures) {
   constexpr unsigned kMaxDoublings = 10;
   return std::min(kLongestDelay, kFirstDelay * (1U << std::min(failures - 1, kMaxDoublings)));
 }
@@ -29,7 +31,29 @@ std::string Logins(std::uint64_t count) {
 
 }  // namespace
 
-FailureTable::FailureTable(Report report) : m_report(std::move(report)) {}
+bool Places::HasRoom(const std::string& key) const {
+  const auto found = m_takenBy.find(key);
+  return m_taken < m_mostInAll && (found == m_takenBy.end() || found->second < m_mostOfOne);
+}
+
+void Places::Take(const std::string& key) {
+  ++m_takenBy[key];
+  ++m_taken;
+}
+
+void Places::Give(const std::string& key) {
+  const auto found = m_takenBy.find(key);
+  --m_taken;
+  if (--found->second == 0) {
+    m_takenBy.erase(found);
+  }
+}
+
+FailureTable::FailureTable(Report report, std::uint64_t failuresBefore)
+    : m_report(std::move(report)),
+      m_waiting(kMaxWaiting, kMaxAllWaiting),
+      m_late(kMaxLate, kMaxAllLate),
+      m_failures(failuresBefore) {}
 
 std::string FailureTable::KeyOf(std::string_view address) {
   const std::string plain(address.substr(0, address.find('%')));
@@ -48,34 +72,35 @@ std::string FailureTable::KeyOf(std::string_view address) {
 
 std::optional<std::chrono::milliseconds> FailureTable::Enter(const std::string& key,
                                                              TimePoint now) {
-  const auto waiting = m_waiting.find(key);
-  if (m_allWaiting >= kMaxAllWaiting ||
-      (waiting != m_waiting.end() && waiting->second >= kMaxWaiting)) {
+  if (!m_waiting.HasRoom(key)) {
     return std::nullopt;
   }
-  std::chrono::milliseconds wait{0};
-  const auto found = m_entries.find(key);
-  if (found != m_entries.end() && now < found->second.last + kForgetAfter) {
-    Entry& entry = found->second;
-    const TimePoint start = std::max(now, entry.free) + DelayOf(entry.failures);
+  std::chrono::milliseconds wait = DelayAt(key, now);
+  if (wait.count() > 0) {
+    Entry& entry = m_entries.at(key);
+    const TimePoint start = std::max(now, entry.free) + wait;
     if (start > now + kLongestWait) {
       return std::nullopt;
     }
     entry.free = start;
     wait = std::chrono::ceil<std::chrono::milliseconds>(start - now);
   }
-  ++m_waiting[key];
-  ++m_allWaiting;
+  m_waiting.Take(key);
   return wait;
 }
 
-void FailureTable::Leave(const std::string& key) {
-  const auto found = m_waiting.find(key);
-  --m_allWaiting;
-  if (--found->second == 0) {
-    m_waiting.erase(found);
+void FailureTable::Leave(const std::string& key) { m_waiting.Give(key); }
+
+std::chrono::milliseconds FailureTable::EnterLate(const std::string& key, TimePoint now) {
+  const std::chrono::milliseconds wait = DelayAt(key, now);
+  if (wait.count() == 0 || !m_late.HasRoom(key)) {
+    return std::chrono::milliseconds{0};
   }
+  m_late.Take(key);
+  return wait;
 }
+
+void FailureTable::LeaveLate(const std::string& key) { m_late.Give(key); }
 
 bool FailureTable::Fail(const std::string& key, TimePoint now) {
   ++m_failures;
@@ -106,6 +131,12 @@ bool FailureTable::TellRest(TimePoint now) {
     isLeft = isLeft || entry.untold > 0;
   }
   return isLeft;
+}
+
+std::chrono::milliseconds FailureTable::DelayAt(const std::string& key, TimePoint now) const {
+  const auto found = m_entries.find(key);
+  const bool isKnown = found != m_entries.end() && now < found->second.last + kForgetAfter;
+  return isKnown ? DelayAfter(found->second.failures) : std::chrono::milliseconds{0};
 }
 
 /// Forgets all that are old or, if none is, the one that failed the longest time ago.

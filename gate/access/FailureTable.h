@@ -9,6 +9,24 @@
 #include <string_view>
 #include <unordered_map>
 
+/// Places that are taken for a while, a few of them by one address.
+class Places {
+ public:
+  Places(unsigned mostOfOne, std::size_t mostInAll)
+      : m_mostOfOne(mostOfOne), m_mostInAll(mostInAll) {}
+
+  [[nodiscard]] bool HasRoom(const std::string& key) const;
+  /// Where there is room. Give() must follow.
+  void Take(const std::string& key);
+  void Give(const std::string& key);
+
+ private:
+  const unsigned m_mostOfOne;
+  const std::size_t m_mostInAll;
+  std::size_t m_taken = 0;
+  std::unordered_map<std::string, unsigned> m_takenBy;
+};
+
 /// Who failed to log in, by address: how long it has to wait for its next answer, and what is told
 /// of it. An address is forgotten after ten minutes without a failure.
 class FailureTable {
@@ -16,7 +34,8 @@ class FailureTable {
   using TimePoint = std::chrono::steady_clock::time_point;
   using Report = std::function<void(const std::string& text)>;
 
-  explicit FailureTable(Report report);
+  /// `failuresBefore` is what Failures() begins with.
+  explicit FailureTable(Report report, std::uint64_t failuresBefore = 0);
 
   /// What an address is known by: itself, of IPv6 its network of 64 bits, of IPv4 within IPv6 the
   /// one of IPv4.
@@ -29,13 +48,19 @@ class FailureTable {
                                                                TimePoint now);
   void Leave(const std::string& key);
 
+  /// The same delay for the answer of a failure, whose check waited for nothing. They don't wait
+  /// for one another. Zero without a failure before, and where too many are held back already: 8 of
+  /// an address, 64 in all, as each keeps a connection. Else LeaveLate() must follow.
+  [[nodiscard]] std::chrono::milliseconds EnterLate(const std::string& key, TimePoint now);
+  void LeaveLate(const std::string& key);
+
   /// Counts a failure and tells of it, unless that was done for this address within the minute, or
   /// for 30 addresses within one. True if some are left to be told by TellRest() a minute later.
   bool Fail(const std::string& key, TimePoint now);
   /// Tells the number of those that were only counted; the result is as of Fail().
   bool TellRest(TimePoint now);
 
-  /// Failures since the start.
+  /// Failures since the start, those before included.
   [[nodiscard]] std::uint64_t Failures() const { return m_failures; }
 
  private:
@@ -48,6 +73,7 @@ class FailureTable {
   };
   using Entries = std::unordered_map<std::string, Entry>;
 
+  [[nodiscard]] std::chrono::milliseconds DelayAt(const std::string& key, TimePoint now) const;
   void ForgetOld(TimePoint now);
   void Forget(Entries::iterator entry);
   void Tell(const std::string& key, Entry& entry, TimePoint now);
@@ -55,9 +81,9 @@ class FailureTable {
 
   const Report m_report;
   Entries m_entries;
-  std::unordered_map<std::string, unsigned> m_waiting;  ///< logins that entered, by address
-  std::size_t m_allWaiting = 0;
-  std::uint64_t m_failures = 0;
+  Places m_waiting;  ///< of logins that entered
+  Places m_late;     ///< of answers that are held back
+  std::uint64_t m_failures;
   std::uint64_t m_untoldOthers = 0;  ///< of addresses that are forgotten
   unsigned m_lines = 0;              ///< in the minute that ends at m_minuteEnd
   TimePoint m_minuteEnd;

@@ -4,10 +4,12 @@
 #include <gnutls/gnutls.h>
 #include <signal.h>
 
-#include <cstddef>
+#include <condition_variable>
 #include <cstring>
-#include <memory>
+#include <deque>
+#include <mutex>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -33,35 +35,48 @@ bool IsRightSecret(const std::string& secret, const std::string& hash) {
          gnutls_memcmp(text.data(), hash.data(), hash.size()) == 0;
 }
 
-/// A thread that takes no signal: those are the loop's.
-std::thread StartQuietly(std::function<void()> work) {
+/// Runs on a thread that nobody waits for and that takes no signal: those are the loop's.
+void RunDetached(std::function<void()> work) {
   sigset_t all;
   sigset_t before;
   ::sigfillset(&all);
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
-  std::thread thread(std::move(work));
+  std::thread(std::move(work)).detach();
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return thread;
 }
 
 }  // namespace
 
-PasswordCheck::PasswordCheck(Poster post, std::chrono::milliseconds pause)
-    : m_post(std::move(post)), m_pause(pause), m_thread(StartQuietly([this] { Work(); })) {}
+class PasswordCheck::Worker {
+ public:
+  Worker(Poster post, std::chrono::milliseconds pause, std::size_t mostWaiting)
+      : m_post(std::move(post)), m_pause(pause), m_mostWaiting(mostWaiting) {}
 
-PasswordCheck::~PasswordCheck() {
+  [[nodiscard]] bool Add(std::string secret, std::string hash, Done done);
+  void End();
+  /// Returns once it was told to end.
+  void Work();
+
+ private:
+  struct Job {
+    std::string secret;
+    std::string hash;
+    Done done;
+  };
+
+  const Poster m_post;
+  const std::chrono::milliseconds m_pause;
+  const std::size_t m_mostWaiting;
+  std::mutex m_mutex;
+  std::condition_variable m_wake;
+  std::deque<Job> m_jobs;
+  bool m_isEnding = false;
+};
+
+bool PasswordCheck::Worker::Add(std::string secret, std::string hash, Done done) {
   {
     const std::scoped_lock lock(m_mutex);
-    m_isEnding = true;
-  }
-  m_wake.notify_one();
-  m_thread.join();
-}
-
-bool PasswordCheck::Check(std::string secret, std::string hash, Done done) {
-  {
-    const std::scoped_lock lock(m_mutex);
-    if (m_jobs.size() >= kMaxJobs) {
+    if (m_jobs.size() >= m_mostWaiting) {
       return false;
     }
     m_jobs.push_back({std::move(secret), std::move(hash), std::move(done)});
@@ -70,7 +85,17 @@ bool PasswordCheck::Check(std::string secret, std::string hash, Done done) {
   return true;
 }
 
-void PasswordCheck::Work() {
+void PasswordCheck::Worker::End() {
+  std::deque<Job> dropped;
+  {
+    const std::scoped_lock lock(m_mutex);
+    m_isEnding = true;
+    dropped.swap(m_jobs);
+  }
+  m_wake.notify_one();
+}
+
+void PasswordCheck::Worker::Work() {
   std::chrono::steady_clock::time_point next;
   std::unique_lock lock(m_mutex);
   for (;;) {
@@ -85,7 +110,21 @@ void PasswordCheck::Work() {
     next = std::chrono::steady_clock::now() + m_pause;
     const bool isRight = IsRightSecret(job.secret, job.hash);
     ::explicit_bzero(job.secret.data(), job.secret.size());
-    m_post([done = std::move(job.done), isRight] { done(isRight); });
     lock.lock();
+    // Under the lock: behind End() the loop may be gone.
+    if (!m_isEnding) {
+      m_post([done = std::move(job.done), isRight] { done(isRight); });
+    }
   }
+}
+
+PasswordCheck::PasswordCheck(Poster post, std::chrono::milliseconds pause, std::size_t mostWaiting)
+    : m_worker(std::make_shared<Worker>(std::move(post), pause, mostWaiting)) {
+  RunDetached([worker = m_worker] { worker->Work(); });
+}
+
+PasswordCheck::~PasswordCheck() { m_worker->End(); }
+
+bool PasswordCheck::Check(std::string secret, std::string hash, Done done) {
+  return m_worker->Add(std::move(secret), std::move(hash), std::move(done));
 }

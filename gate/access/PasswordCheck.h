@@ -1,46 +1,34 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
-#include <deque>
+#include <cstddef>
 #include <functional>
-#include <mutex>
+#include <memory>
 #include <string>
-#include <thread>
 
 /// Checks passwords by crypt(3), which takes a while on purpose, on a thread of its own.
 class PasswordCheck {
  public:
-  /// Has the loop run an action soon; called on the thread of the checks.
+  /// Has the loop run an action soon; called on the thread of the checks, which waits for nothing
+  /// else meanwhile: it must not wait for the loop.
   using Poster = std::function<void(std::function<void()> action)>;
   using Done = std::function<void(bool isRight)>;
 
-  /// From the begin of one check to that of the next `pause` passes at least.
-  explicit PasswordCheck(Poster post, std::chrono::milliseconds pause);
-  /// Waits for the check that is running, a second at most; those that wait are dropped, and
-  /// nothing is posted any more.
+  /// From the begin of one check to that of the next `pause` passes at least; `mostWaiting` wait.
+  PasswordCheck(Poster post, std::chrono::milliseconds pause, std::size_t mostWaiting);
+  /// Waits for no check: one that is running, for a second at most, goes on by itself and is
+  /// forgotten; those that wait are dropped. Nothing is posted from here on.
   ~PasswordCheck();
   PasswordCheck(const PasswordCheck&) = delete;
   PasswordCheck& operator=(const PasswordCheck&) = delete;
 
   /// Has `secret` checked against `hash`, which may be a mere setting and then is never right;
-  /// `done` is posted. False if 32 checks wait already: then `done` is dropped.
+  /// `done` is posted. False if too many wait already: then `done` is dropped.
   [[nodiscard]] bool Check(std::string secret, std::string hash, Done done);
 
  private:
-  struct Job {
-    std::string secret;
-    std::string hash;
-    Done done;
-  };
+  class Worker;
 
-  void Work();
-
-  const Poster m_post;
-  const std::chrono::milliseconds m_pause;
-  std::mutex m_mutex;
-  std::condition_variable m_wake;
-  std::deque<Job> m_jobs;
-  bool m_isEnding = false;
-  std::thread m_thread;  ///< the last member: it uses all others
+  /// Shared with the thread, which may outlive this object.
+  const std::shared_ptr<Worker> m_worker;
 };

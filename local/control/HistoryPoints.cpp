@@ -263,9 +263,8 @@ std::variant<PointsRequest, ControlError> ReadPoints(const Json& message,
                        since,   until};
 }
 
-void AnswerPoints(RequestTurns& turns, HistoryStore& store,
-                  const std::shared_ptr<ControlRequest>& request, const PointsRequest& wanted) {
+void AnswerPoints(HistoryTurns& turns, const std::shared_ptr<ControlRequest>& request,
+                  const PointsRequest& wanted) {
   const auto answer = std::make_shared<PointsAnswer>(request, wanted);
-  TakeHistoryTurns(turns, store, request,
-                   [answer](SqlDatabase& database) { return answer->Read(database); });
+  turns.Add(request, [answer](SqlDatabase& database) { return answer->Read(database); });
 }

@@ -24,5 +24,5 @@ struct PointsRequest {
     std::optional<std::int64_t> since, std::optional<std::int64_t> until);
 
 /// Answers the request, in as many turns as reading the rows takes.
-void AnswerPoints(RequestTurns& turns, HistoryStore& store,
-                  const std::shared_ptr<ControlRequest>& request, const PointsRequest& wanted);
+void AnswerPoints(HistoryTurns& turns, const std::shared_ptr<ControlRequest>& request,
+                  const PointsRequest& wanted);

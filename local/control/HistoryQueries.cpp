@@ -306,12 +306,11 @@ void HistoryQueries::History(const std::shared_ptr<ControlRequest>& request) {
       request->Fail(*error);
       return;
     }
-    AnswerPoints(m_turns, m_store, request, std::get<PointsRequest>(points));
+    AnswerPoints(m_turns, request, std::get<PointsRequest>(points));
     return;
   }
-  TakeHistoryTurns(
-      m_turns, m_store, request,
-      [request, wanted, sorted = std::shared_ptr<SortedPage>()](SqlDatabase& database) mutable {
-        return AnswerRows(database, request, wanted, sorted);
-      });
+  m_turns.Add(request, [request, wanted,
+                        sorted = std::shared_ptr<SortedPage>()](SqlDatabase& database) mutable {
+    return AnswerRows(database, request, wanted, sorted);
+  });
 }

@@ -5,6 +5,7 @@
 #include "local/control/ControlRequest.h"
 #include "local/control/HistoryTurns.h"
 #include "local/history/HistoryStore.h"
+#include "local/loop/EventLoop.h"
 
 /// The operation `history`: rows that were kept of one record, a page at a time, or what they come
 /// to in buckets of time. A page takes at most kPageMilliseconds, so that no question holds the
@@ -15,7 +16,8 @@ class HistoryQueries {
   static constexpr int kPageMilliseconds = 20;
 
   /// Both outlive the questions.
-  HistoryQueries(RequestTurns& turns, HistoryStore& store) : m_turns(turns), m_store(store) {}
+  HistoryQueries(RequestTurns& turns, HistoryStore& store)
+      : m_store(store), m_turns(turns, store) {}
 
   void History(const std::shared_ptr<ControlRequest>& request);
   /// Its file, of how many bytes, and how many batches could not be kept since the start.
@@ -26,6 +28,6 @@ class HistoryQueries {
   }
 
  private:
-  RequestTurns& m_turns;
   HistoryStore& m_store;
+  HistoryTurns m_turns;
 };

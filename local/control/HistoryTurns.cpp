@@ -1,7 +1,5 @@
 #include "local/control/HistoryTurns.h"
 
-#include <optional>
-#include <string>
 #include <utility>
 
 namespace {
@@ -23,13 +21,12 @@ std::optional<ControlError> CheckHistory(HistoryStore& store) {
 
 }  // namespace
 
-void TakeHistoryTurns(RequestTurns& turns, HistoryStore& store,
-                      const std::shared_ptr<ControlRequest>& request, HistoryTurn turn) {
-  if (const auto error = CheckHistory(store)) {
+void HistoryTurns::Add(std::shared_ptr<ControlRequest> request, HistoryTurn turn) {
+  if (const auto error = CheckHistory(m_store)) {
     request->Fail(*error);
     return;
   }
-  turns.Add(request, [&store, request, turn = std::move(turn)] {
+  m_turns.Add(request, [&store = m_store, request, turn = std::move(turn)] {
     try {
       // The file may have been closed since the last turn.
       if (const auto error = CheckHistory(store)) {

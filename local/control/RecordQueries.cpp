@@ -127,18 +127,17 @@ class ResultsAnswer {
   /// Sends what has been added, as soon as the rows are chosen.
   static void Send(const std::shared_ptr<ResultsAnswer>& answer, RequestTurns& turns,
                    const std::shared_ptr<ControlRequest>& request) {
-    const auto send = [answer, request] {
-      request->Peer().AnswerInPieces([answer](std::string& piece) { return answer->Next(piece); });
-    };
-    if (!answer->m_selection) {
-      send();
+    // Most choices are made in no time.
+    constexpr std::chrono::milliseconds kAtOnce{2};
+    if (!answer->Choose(kAtOnce)) {
+      SendChosen(answer, *request);
       return;
     }
-    turns.Add(request, [answer, send] {
-      if (answer->Choose()) {
+    turns.Add(request, [answer, request] {
+      if (answer->Choose(kRequestTurn)) {
         return true;
       }
-      send();
+      SendChosen(answer, *request);
       return false;
     });
   }
@@ -153,9 +152,17 @@ class ResultsAnswer {
     std::vector<std::span<const unsigned char>> rows;
   };
 
+  static void SendChosen(const std::shared_ptr<ResultsAnswer>& answer,
+                         const ControlRequest& request) {
+    request.Peer().AnswerInPieces([answer](std::string& piece) { return answer->Next(piece); });
+  }
+
   /// A turn of choosing among the rows; true if it needs another.
-  bool Choose() {
-    if (m_selection->GoOn(kRequestTurn)) {
+  bool Choose(std::chrono::milliseconds time) {
+    if (!m_selection) {
+      return false;
+    }
+    if (m_selection->GoOn(time)) {
       return true;
     }
     Result& result = m_results.back();

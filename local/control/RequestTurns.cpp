@@ -24,15 +24,21 @@ void RequestTurns::TakeNext() {
   Waiting next = std::move(m_waiting.front());
   m_waiting.pop_front();
   try {
-    if (next.request->Peer().IsGone()) {
-      next.request->Peer().Answer("");
-    } else if (next.turn()) {
+    if (TakeTurn(next)) {
       m_waiting.push_back(std::move(next));
     }
   } catch (const std::bad_alloc&) {
     next.request->FailForMemory();
   }
   Post();
+}
+
+bool RequestTurns::TakeTurn(const Waiting& waiting) {
+  if (waiting.request->Peer().IsGone()) {
+    waiting.request->Peer().Answer("");
+    return false;
+  }
+  return waiting.turn();
 }
 
 void RequestTurns::Drop() {

@@ -14,9 +14,9 @@ inline constexpr std::chrono::milliseconds kRequestTurn{10};
 /// One turn at an answer; true if it needs another. The last one answers the request.
 using RequestTurn = std::function<bool()>;
 
-/// Requests that take turns, one turn of one of them at a time: however many there are, what else
-/// waits in the loop, such as a batch that is due, waits for one turn only. Each request has its
-/// turn when the others have had theirs.
+/// Requests whose answers take long, one turn of one of them at a time: however many there are,
+/// what else waits in the loop, such as a batch that is due, waits for one turn only. Each request
+/// has its turn when the others have had theirs.
 class RequestTurns {
  public:
   /// The loop outlives the requests.
@@ -24,8 +24,8 @@ class RequestTurns {
   RequestTurns(const RequestTurns&) = delete;
   RequestTurns& operator=(const RequestTurns&) = delete;
 
-  /// All turns are taken later. The request fails with no-memory, and with stopping where the loop
-  /// ends first; a client that has gone is told nothing, and no further turn is taken for it.
+  /// The request fails with no-memory, and with stopping where the loop ends first; a client that
+  /// has gone is told nothing, and no further turn is taken for it.
   void Add(std::shared_ptr<ControlRequest> request, RequestTurn turn);
 
  private:
@@ -36,6 +36,8 @@ class RequestTurns {
 
   void Post();
   void TakeNext();
+  /// Whether it needs another turn.
+  [[nodiscard]] static bool TakeTurn(const Waiting& waiting);
   void Drop();
 
   EventLoop& m_loop;

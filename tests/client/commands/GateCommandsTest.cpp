@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -72,6 +73,26 @@ TEST_F(GateCommandsTest, MakeATokenAndItsLine) {
   EXPECT_EQ(Run({"token", "new", "a", "--file", Path("pipe")}).exit, kExitFailed);
   EXPECT_EQ(Run({"token", "new", "a:b"}).exit, kExitUsage);
   EXPECT_EQ(Run({"token", "new", "a", "--role", "admin"}).exit, kExitUsage);
+}
+
+TEST_F(GateCommandsTest, TokensMadeAtOnce) {
+  constexpr std::size_t kPrograms = 12;
+  Write("tokens", "");
+  std::filesystem::create_symlink("tokens", Path("link"));
+  std::vector<std::thread> programs;
+  for (std::size_t i = 0; i < kPrograms; ++i) {
+    programs.emplace_back([this, i] {
+      const Outcome made = Run({"token", "new", "t" + std::to_string(i), "--file",
+                                Path(i % 2 == 0 ? "tokens" : "link")});
+      EXPECT_EQ(made.exit, kExitDone) << made.err;
+    });
+  }
+  for (std::thread& program : programs) {
+    program.join();
+  }
+  const std::string text = m_folder.Read("tokens");
+  EXPECT_EQ(std::ranges::count(text, '\n'), kPrograms) << text;
+  EXPECT_TRUE(std::filesystem::is_symlink(Path("link")));
 }
 
 TEST_F(GateCommandsTest, MakeACertificateByWhatIsInstalled) {
