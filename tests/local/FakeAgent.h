@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "local/loop/EventLoop.h"
 #include "node/LayoutRegistry.h"
 #include "node/Node.h"
 #include "node/ProductRecord.h"
@@ -94,6 +95,12 @@ inline void PublishFakeRecords() {
   LayoutRegistry::Instance().Publish(kIdleLayout);
   LayoutRegistry::Instance().PublishListing(
       {{"FAKE", '4', true}, {"IDLE", '3', false}, {"BARE", '4', true}});
+}
+
+/// Gives what waits in the loop one turn.
+inline void RunATurn(EventLoop& loop, FakeAgent& agent) {
+  loop.Post({[](CMBNode&) { EventLoop::RequestStop(); }, {}, false});
+  loop.Run(agent);
 }
 
 /// An empty working directory, removed at the end.

@@ -75,6 +75,7 @@ TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
     Batch(m_now + time, 1200);
   }
   EventLoop loop;
+  FakeAgent agent;
   RequestTurns turns(loop);
   HistoryQueries queries(turns, m_store);
   const auto peer = std::make_shared<FakePeer>(Rights::kRead);
@@ -84,6 +85,7 @@ TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
       message[name] = value;
     }
     queries.History(std::make_shared<ControlRequest>(message, peer));
+    RunATurn(loop, agent);
     return JsonOf(std::exchange(peer->answers, {}).front());
   };
   std::map<std::int32_t, int> counts;
