@@ -1,30 +1,28 @@
 #!/usr/bin/env python3
 """The gate as the network sees it: who is let in, TLS, a certificate that is renewed, a Prometheus that
-scrapes by TLS, and what readers of every kind cost the daemon.
+scrapes by TLS, all that it documents, and what readers of every kind cost the daemon.
 
   gate.py BUILD_DIRECTORY [SECONDS]     SECONDS: how long it is loaded, 15 if not given
 """
 
-import concurrent.futures
+import contextlib
 import json
 import os
 import pathlib
 import re
-import signal
-import socket
+import sqlite3
 import ssl
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 
+import gate_load
 import http_api
-from harness import Agent, Process, fail, fetch, free_port, wait_for
+from harness import Agent, Process, client, console_token, fail, fetch, free_port, wait_for
 
 PASSWORD = "two words: here"
-LATEST_SECONDS = 0.1
-MEGABYTE = 2**20
+ALL_VERSIONS = "NORMAL:-VERS-ALL:+VERS-TLS1.0:+VERS-TLS1.1:+VERS-TLS1.2:+VERS-TLS1.3:+SIGN-ALL:%COMPAT"
 
 
 def curl(agent, page, *words, scheme="https"):
@@ -35,20 +33,11 @@ def curl(agent, page, *words, scheme="https"):
     return int(status), body
 
 
-def client(agent, *words, text=None):
-    done = subprocess.run([agent.build / "client/qmtctl", "--socket", "run/control.sock", *words],
-                          cwd=agent.home, capture_output=True, text=True, check=False, input=text)
-    if done.returncode != 0:
-        fail(f"qmtctl {' '.join(words)}: {done.stderr}")
-    return done.stdout
-
-
-def console_token(agent):
-    return re.search(r"#token=(\S+)", client(agent, "console", "--print")).group(1)
-
-
 def make_certificate(agent, name):
-    return client(agent, "cert", "new", "--host", "localhost", "--out", str(agent.home / name))
+    client(agent, "cert", "new", "--host", "localhost", "--out", str(agent.home / name))
+    if os.geteuid() == 0:
+        for ending in ("crt", "key"):
+            agent.give_to_gate(agent.home / f"{name}.{ending}")
 
 
 def install(agent, name):
@@ -91,14 +80,31 @@ def check_who_is_let_in(agent, token, metrics_token):
     print(f"TLS: {len(cases)} questions are let in or not as they should")
 
 
-def check_versions(agent):
-    for version, is_taken in (("1.0", False), ("1.1", False), ("1.2", True), ("1.3", True)):
-        done = subprocess.run(
-            ["gnutls-cli", "--no-ca-verification", "--priority",
-             f"NORMAL:-VERS-ALL:+VERS-TLS{version}:%COMPAT", "-p", str(agent.port), "127.0.0.1"],
-            stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=20, check=False)
-        if ("Handshake was completed" in done.stdout) != is_taken:
-            fail(f"TLS {version}: {done.stdout[-300:]}{done.stderr[-300:]}")
+def shakes_hands(port, version):
+    """Whether a server takes a version of TLS, and what its client said."""
+    done = subprocess.run(
+        ["gnutls-cli", "--no-ca-verification", "--priority",
+         f"NORMAL:-VERS-ALL:+VERS-TLS{version}:+SIGN-ALL:%COMPAT", "-p", str(port), "127.0.0.1"],
+        stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=20, check=False)
+    return "Handshake was completed" in done.stdout, done.stdout[-300:] + done.stderr[-300:]
+
+
+def check_versions(agent, folder):
+    """A server that takes all versions shows that the client is able to ask for each."""
+    folder = folder / "control"
+    folder.mkdir()
+    port = free_port()
+    with Process(["gnutls-serv", "--port", str(port), "--http", "--priority", ALL_VERSIONS,
+                  "--x509certfile", str(agent.home / "gate.crt"),
+                  "--x509keyfile", str(agent.home / "gate.key")], folder):
+        wait_for("gnutls-serv", lambda: shakes_hands(port, "1.3")[0])
+        for version, is_taken in (("1.0", False), ("1.1", False), ("1.2", True), ("1.3", True)):
+            taken, why = shakes_hands(port, version)
+            if not taken:
+                fail(f"TLS {version} can't be asked for: {why}")
+            taken, why = shakes_hands(agent.port, version)
+            if taken != is_taken:
+                fail(f"TLS {version}: {why}")
     print("TLS: 1.2 and 1.3 are taken, 1.0 and 1.1 are not")
 
 
@@ -147,135 +153,75 @@ def check_tls(build, work):
         (agent.home / "users").write_text(hash_of(PASSWORD) + "\n")
         metrics_token = client(agent, "token", "new", "scraper", "--role", "metrics",
                                "--file", str(agent.home / "tokens")).split()[0]
-        for name in ("users", "tokens", "gate.key", "gate.crt"):
-            os.chmod(agent.home / name, 0o600 if name == "gate.key" else 0o644)
+        for name in ("users", "tokens"):
+            os.chmod(agent.home / name, 0o600)
             if os.geteuid() == 0:
                 agent.give_to_gate(agent.home / name)
         agent.restart("Certificate = gate.crt\nKey = gate.key\nUsers = users\nTokens = tokens\n")
         token = console_token(agent)
         check_who_is_let_in(agent, token, metrics_token)
-        check_versions(agent)
+        check_versions(agent, work)
         check_prometheus(agent, work, metrics_token)
         check_renewal(agent)
 
 
-def memory(pid):
-    """Bytes of memory in use."""
-    fields = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
-    return int(re.search(r"^Rss:\s+(\d+)", fields, re.M).group(1)) * 1024
+def add_tokens(agent):
+    """Puts a console token that has expired, and one that has not, where the daemon reads them at its start."""
+    tokens = {"expired": "e" * 43, "good": "g" * 43}
+    agent.__exit__(None)
+    file = agent.home / "run/console.tokens"
+    now = int(time.time())
+    file.write_text(f"{tokens['expired']} {now - 1}\n{tokens['good']} {now + 3600}\n")
+    os.chmod(file, 0o600)
+    agent.start(agent.http)
+    return tokens
 
 
-class Ticks:
-    """When each batch of the schedule has been done, told by the daemon's own stream."""
-
-    def __init__(self, agent):
-        self.late = []
-        self.agent = agent
-        # A path of any length would not fit into a socket's name.
-        self.socket = socket.socket(socket.AF_UNIX)
-        here = os.open(".", os.O_RDONLY)
-        os.chdir(agent.home)
-        self.socket.connect("run/control.sock")
-        os.fchdir(here)
-        os.close(here)
-        self.socket.sendall(b'{"op":"follow","records":["PI"]}\n')
-        threading.Thread(target=self.read, daemon=True).start()
-
-    def read(self):
-        for line in self.socket.makefile("rb"):
-            if line.startswith(b'{"event":"batch"'):
-                # Batches begin in the middle of a second.
-                self.late.append((time.time() - 0.5) % 1)
-
-    def close(self):
-        self.socket.shutdown(socket.SHUT_RDWR)
-        return self.late
+def check_tokens(agent):
+    """Without TLS too a token alone lets in, whoever asks on this host."""
+    tokens = add_tokens(agent)
+    if curl(agent, "/api/1/status", "-H", f"Authorization: Bearer {tokens['good']}", scheme="http")[0] != 200:
+        fail("a token of the file is not taken")
+    askers = [[]]
+    if os.geteuid() == 0:
+        askers.append(["runuser", "-u", "nobody", "--"])
+    for asker in askers:
+        for words in ([], ["-H", f"Authorization: Bearer {tokens['expired']}"]):
+            done = subprocess.run(
+                [*asker, "curl", "-s", "-m", "20", "-w", "\n%{http_code}", *words,
+                 f"http://{agent.bare}/api/1/status"], capture_output=True, text=True, check=False)
+            body, _, status = done.stdout.rpartition("\n")
+            if status != "401" or json.loads(body)["error"]["code"] != "unauthorized":
+                fail(f"{asker} {words}: {status}, not 401: {body}")
+    print("HTTP: a token that has expired lets nobody in, nor does none, nor another user of this host")
 
 
-def check_load(build, work, seconds):
-    """32 listeners, 200 slow readers, a scrape each second, and a gate that is killed again and again."""
-    with Agent(build, work, "modern", "PI = 1\nPDX = 1\n") as agent:
+def check_locked_history(agent, token):
+    """A history that another program holds is none, until it lets go."""
+    def ask():
+        status, body = curl(agent, "/api/1/history?record=PI&limit=1",
+                            "-H", f"Authorization: Bearer {token}", scheme="http")
+        return status, json.loads(body).get("error", {}).get("code")
+
+    if ask()[0] != 200:
+        fail("no history before it is locked")
+    with contextlib.closing(sqlite3.connect(agent.home / "records.db", timeout=20,
+                                            isolation_level=None)) as database:
+        database.execute("BEGIN EXCLUSIVE")
+        told = ask()
+        database.execute("ROLLBACK")
+    if told != (503, "no-history"):
+        fail(f"a locked history gives {told}")
+    wait_for("the history", lambda: ask()[0] == 200)
+    print("HTTP: a locked history is told as none")
+
+
+def check_api(build, work):
+    with Agent(build, work, "modern", "PI = 1\nCGRP = 2\n") as agent:
         token = console_token(agent)
         http_api.check(f"http://{agent.bare}", token)
-        head = f"Host: localhost\r\nAuthorization: Bearer {token}\r\n\r\n"
-        time.sleep(2)
-        gate = agent.gate_pid()
-        before = memory(agent.process.pid), memory(gate)
-        quiet = Ticks(agent)
-        time.sleep(5)
-        quiet = max(quiet.close())
-        ticks = Ticks(agent)
-        held = []
-
-        def ask(page):
-            one = socket.create_connection(("127.0.0.1", agent.port), 10)
-            held.append(one)
-            one.sendall(f"GET {page} HTTP/1.1\r\n{head}".encode())
-            return one
-
-        stop = threading.Event()
-
-        def listen():
-            one = ask("/api/1/events")
-            one.settimeout(30)
-            while not stop.is_set() and one.recv(65536):
-                pass
-
-        listeners = [threading.Thread(target=listen, daemon=True) for _ in range(32)]
-        for listener in listeners:
-            listener.start()
-        end = time.monotonic() + seconds
-        scrapes = 0
-        while time.monotonic() < end:
-            # They ask for much and take nothing.
-            for _ in range(max(1, 200 // seconds)):
-                try:
-                    ask("/api/1/last?records=PDX")
-                except OSError:
-                    pass
-            fetch(f"http://{agent.bare}/metrics")
-            scrapes += 1
-            time.sleep(1)
-        stop.set()
-        for one in held:
-            one.close()
-        late = max(ticks.close())
-        if late > max(quiet, LATEST_SECONDS) + LATEST_SECONDS:
-            fail(f"a batch was done {late:.3f} s after its time, without load {quiet:.3f} s")
-        skipped = sum(row["skipped"] for row in agent.ask("status")["schedules"])
-        time.sleep(3)
-        after = memory(agent.process.pid), memory(agent.gate_pid())
-        if agent.gate_pid() != gate or max(a - b for a, b in zip(after, before)) > 12 * MEGABYTE:
-            fail(f"memory was {before} and is {after}")
-        print(f"load: {scrapes} scrapes, 32 listeners, 200 slow readers: batches done within {late:.3f} s "
-              f"({quiet:.3f} s without), {skipped} left out; memory of daemon and gate "
-              f"{[round(size / MEGABYTE, 1) for size in before]} MB before, "
-              f"{[round(size / MEGABYTE, 1) for size in after]} MB after")
-
-
-def check_kills(build, work):
-    with Agent(build, work, "modern", "PI = 1\n", gate="unit") as agent:
-        ticks = Ticks(agent)
-
-        def scrape():
-            try:
-                fetch(f"http://{agent.ask('status')['http']}/metrics")
-            except (OSError, ValueError):
-                pass
-
-        with concurrent.futures.ThreadPoolExecutor(4) as pool:
-            for _ in range(100):
-                gate = subprocess.Popen([build / "gate/qmt_gate", "--control", "run/control.sock"],
-                                        cwd=agent.home, stderr=subprocess.DEVNULL)
-                pool.submit(scrape)
-                time.sleep(0.1)
-                gate.send_signal(signal.SIGKILL)
-                gate.wait()
-        late = max(ticks.close())
-        skipped = sum(row["skipped"] for row in agent.ask("status")["schedules"])
-        if late > 2 * LATEST_SECONDS or skipped:
-            fail(f"a batch was done {late:.3f} s after its time, {skipped} were left out")
-        print(f"100 gates killed while they are asked: batches done within {late:.3f} s, none left out")
+        check_locked_history(agent, token)
+        check_tokens(agent)
 
 
 def main():
@@ -286,12 +232,14 @@ def main():
     with tempfile.TemporaryDirectory(prefix="qmt-e2e-") as work:
         # The gate's user has to get there.
         os.chmod(work, 0o755)
-        folders = [pathlib.Path(work) / name for name in ("tls", "load", "kills")]
+        folders = [pathlib.Path(work) / name for name in ("tls", "api", "rest", "load", "kills")]
         for folder in folders:
             folder.mkdir()
         check_tls(build, folders[0])
-        check_load(build, folders[1], seconds)
-        check_kills(build, folders[2])
+        check_api(build, folders[1])
+        gate_load.check_rest(build, folders[2])
+        gate_load.check_load(build, folders[3], seconds)
+        gate_load.check_kills(build, folders[4])
 
 
 if __name__ == "__main__":

@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import pwd
+import re
 import signal
 import socket
 import subprocess
@@ -43,6 +44,14 @@ def wait_for(what, condition):
             last = error
         time.sleep(0.2)
     fail(f"{what}: nothing within {LIMIT_SECONDS} s ({last})")
+
+
+def gate_user():
+    """Whom the gate of a daemon of root's becomes."""
+    try:
+        return pwd.getpwnam("qmtgate")
+    except KeyError:
+        return pwd.getpwnam("nobody")
 
 
 class Process:
@@ -109,10 +118,7 @@ class Agent(Process):
 
     def give_to_gate(self, path):
         """Makes a file that of the user whom the gate becomes where the daemon is root's."""
-        try:
-            user = pwd.getpwnam("qmtgate")
-        except KeyError:
-            user = pwd.getpwnam("nobody")
+        user = gate_user()
         os.chown(path, user.pw_uid, user.pw_gid)
 
     def ask(self, *words):
@@ -126,3 +132,16 @@ class Agent(Process):
     def row(self, record, **key):
         rows = self.ask("get", record, "--raw")[0]["rows"]
         return next(row for row in rows if all(row[label] == key[label] for label in key))
+
+
+def client(agent, *words):
+    """What the client prints for people."""
+    done = subprocess.run([agent.build / "client/qmtctl", "--socket", "run/control.sock", *words],
+                          cwd=agent.home, capture_output=True, text=True, check=False)
+    if done.returncode != 0:
+        fail(f"qmtctl {' '.join(words)}: {done.stderr}")
+    return done.stdout
+
+
+def console_token(agent):
+    return re.search(r"#token=(\S+)", client(agent, "console", "--print")).group(1)
