@@ -410,7 +410,7 @@ TEST_F(LocalNodeTest, TheScheduleOfTheIniFileIsServedAndItsBadLinesAreReported) 
 }
 
 TEST_F(LocalNodeTest, AGateIsToldWholePathsAndAChildOfAServiceIsWarnedOf) {
-  WriteIni("[Http]\nGate = child\nCertificate = c\nKey = /k\nUsers = a/u\n");
+  WriteIni("[Http]\nListen = 127.0.0.1:0\nGate = child\nCertificate = c\nKey = /k\nUsers = a/u\n");
   ::setenv("NOTIFY_SOCKET", "/nowhere", 1);
   Serve([] {
     TestClient client;
