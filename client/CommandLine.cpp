@@ -27,7 +27,8 @@ void AddChoice(CLI::App* command, CommandLine& line) {
   const auto add = [command](const char* name, std::vector<std::string>& texts, const char* help) {
     command->add_option(name, texts, help)->allow_extra_args(false);
   };
-  add("--where", choice.where, "Rows with LABEL=VALUE, or != < <= > >= and ~ or !~ for a shell pattern");
+  add("--where", choice.where,
+      "Rows with LABEL=VALUE, or != < <= > >= and ~ or !~ for a shell pattern");
   add("--sort", choice.sort, "Sort by LABEL, +LABEL ascending, -LABEL descending");
   add("--columns", choice.columns, "The columns LABEL,LABEL,... alone, in this order; * for all");
 }

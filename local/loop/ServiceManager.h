@@ -3,8 +3,8 @@
 #include <chrono>
 #include <string>
 
-#include "local/loop/EventLoop.h"
 #include "io/LoopTimer.h"
+#include "local/loop/EventLoop.h"
 
 /// Tells the service manager how the daemon does: one datagram each to the socket that the
 /// environment variable NOTIFY_SOCKET names. Without one nothing is sent. If WATCHDOG_USEC asks for

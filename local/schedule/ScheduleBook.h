@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
+#include "io/LoopTimer.h"
 #include "local/log/ProblemReport.h"
 #include "local/loop/EventLoop.h"
-#include "io/LoopTimer.h"
 #include "local/schedule/BatchDesk.h"
 #include "local/schedule/RecordSink.h"
 

@@ -10,10 +10,10 @@
 #include <ctime>
 #include <thread>
 
-#include "local/loop/DescriptorWatches.h"
-#include "local/loop/EventTimers.h"
 #include "io/LoopDescriptor.h"
 #include "io/LoopTimer.h"
+#include "local/loop/DescriptorWatches.h"
+#include "local/loop/EventTimers.h"
 #include "support/Descriptor.h"
 #include "tests/local/FakeAgent.h"
 
