@@ -73,7 +73,7 @@ GateChild::GateChild(EventLoop& loop, GateCommand command, ProblemReport report)
 GateChild::~GateChild() {
   Terminate();
   if (IsRunning()) {
-    ::kill(m_pid, SIGKILL);
+    Signal(SIGKILL);
     ::waitpid(m_pid, nullptr, 0);
   }
 }
@@ -262,15 +262,21 @@ void GateChild::Terminate() {
   m_timer.Cancel();
   if (!std::exchange(m_isStopping, true) && IsRunning()) {
     m_deadline = Clock::now() + m_command.patience;
-    ::kill(m_pid, SIGTERM);
+    Signal(SIGTERM);
   }
+}
+
+void GateChild::Signal(int number) const {
+  // Where the agent lets the system take ended children, the child's number may be another's by
+  // now.
+  ::syscall(SYS_pidfd_send_signal, m_process.Get(), number, nullptr, 0U);
 }
 
 void GateChild::Wait() {
   m_loop.Pump(std::max(m_deadline - Clock::now(), Clock::duration(0)),
               [this] { return !IsRunning(); });
   if (IsRunning()) {
-    ::kill(m_pid, SIGKILL);
+    Signal(SIGKILL);
     ::waitpid(std::exchange(m_pid, 0), nullptr, 0);
   }
 }

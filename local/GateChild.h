@@ -69,6 +69,7 @@ class GateChild {
   void OnEnd();
   void ForgetFormer();
   void StartLater();
+  void Signal(int number) const;
 
   EventLoop& m_loop;
   GateCommand m_command;
