@@ -224,7 +224,8 @@ void GateChild::OnEnd() {
     TakeLine(std::exchange(m_line, {}));
   }
   if (!m_isStopping) {
-    m_report("qmt_gate has ended " + (result == 0 ? EndText(end) : "somehow") +
+    // How it ended is lost where the agent has children's ends ignored.
+    m_report("qmt_gate has ended" + (result == 0 ? ' ' + EndText(end) : "") +
              " and is started again");
     StartLater();
   }

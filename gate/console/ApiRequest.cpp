@@ -71,6 +71,9 @@ constexpr std::array kRoutes{
 /// Of the history too, which has more parameters than others.
 constexpr Parameter kBy{"by", kLabels};
 constexpr std::size_t kMostEventRecords = 64;
+// Within what a condition of the control protocol may hold.
+constexpr std::int64_t kMostGroupLevels = 7;
+constexpr std::size_t kMostPathBytes = 200;
 
 QueryFault Fault(const std::string& name, const std::string& message) {
   return {400, name, name + ' ' + message};
@@ -132,6 +135,9 @@ void AddAll(Json& list, const std::vector<std::string>& texts) {
 std::optional<QueryFault> AddGroupCondition(Json& request, const Parameter& parameter,
                                             const std::string& text) {
   if (parameter.kind == kGroupPath) {
+    if (text.size() > kMostPathBytes) {
+      return Fault(parameter.name, "is longer than " + std::to_string(kMostPathBytes) + " bytes");
+    }
     // The root has all groups below it.
     if (text != "/") {
       const std::string pattern = PatternOf(text);
@@ -142,8 +148,9 @@ std::optional<QueryFault> AddGroupCondition(Json& request, const Parameter& para
     return std::nullopt;
   }
   const auto depth = ReadWhole(text);
-  if (!depth || *depth < 0 || *depth > 64) {
-    return Fault(parameter.name, "must be a whole number from 0 to 64");
+  if (!depth || *depth < 0 || *depth > kMostGroupLevels) {
+    return Fault(parameter.name,
+                 "must be a whole number from 0 to " + std::to_string(kMostGroupLevels));
   }
   std::string deeper;
   for (std::int64_t level = 0; level <= *depth; ++level) {

@@ -59,7 +59,7 @@ WRONG = [
     ("history", "record=PI&at="), ("history", "record=PI&after=1"),
     ("history", "record=PI&sort=CPU+%25"), ("history", "record=PI&by=Interval"),
     ("history", "record=PI&columns=CPU+%25&points=0"), ("history", "record=PI&points=5&columns=Record+Type"),
-    ("cgroups", "path=/&depth=65"), ("log", "lines=201"), ("events", "since=-1"), ("events", "since=x"),
+    ("cgroups", "path=/&depth=8"), ("log", "lines=201"), ("events", "since=-1"), ("events", "since=x"),
 ]
 
 

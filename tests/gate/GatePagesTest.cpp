@@ -149,7 +149,7 @@ TEST(ApiRequestTest, AQueryIsARequestOfTheControlProtocol) {
        R"({"op":"last","records":["CGRP"],)"
        R"("where":["Path ~ /a\\**","Path !~ /a\\*[!/]*","Path !~ /?*/?*"]})"},
       {"cgroups", {{"path", "/"}}, R"({"op":"last","records":["CGRP"]})"},
-      {"cgroups", {{"depth", "65"}}, "depth: must be a whole number from 0 to 64"},
+      {"cgroups", {{"depth", "8"}}, "depth: must be a whole number from 0 to 7"},
       {"log", {{"lines", "9"}}, R"({"op":"log","lines":9})"},
       {"config", {}, ": no such page"},
   };
