@@ -4,6 +4,7 @@
   console.py BUILD_DIRECTORY [PICTURES]     PICTURES: a folder where pictures of each page are left
 """
 
+import contextlib
 import json
 import os
 import pathlib
@@ -15,9 +16,11 @@ import sys
 import tempfile
 import time
 import urllib.parse
+import urllib.request
 
 from harness import Agent, fail, free_port, wait_for
 from selenium import webdriver
+from selenium.common.exceptions import NoAlertPresentException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
@@ -26,13 +29,23 @@ PAGES = ["overview", "processes", "disks", "network", "filesystems", "groups", "
          "sensors", "records", "agent"]
 SCHEDULE = "".join(f"{record} = {seconds}\n" for record, seconds in {
     "PI": 1, "CPUP": 1, "CPUX": 1, "PRES": 1, "MEMD": 1, "DISK": 1, "NETD": 1, "SOCK": 1, "PDS": 5,
-    "FSL": 5, "CGRP": 5, "WGRP": 5, "PDX": 5, "PDI": 5, "HOST": 60, "SENS": 60}.items())
+    "FSL": 5, "CGRP": 5, "WGRP": 5, "APP": 5, "PDX": 5, "PDI": 5, "HOST": 60, "SENS": 60}.items())
 DAYS_OF = ["PI", "CPUX", "MEMD", "PRES", "DISK", "NETD"]
 ATTACK = "<img src=x onerror=alert(1)>"
+GROUP_ATTACK = "<img src=x onerror=alert(3)>"
+WORKGROUP_ATTACK = "<img src=x onerror=alert(4)>"
+APPLICATION_ATTACK = "<img src=x onerror=alert(5)>"
+# Scripts that the page brings with it are of its own address.
+FOREIGN = """return [...document.querySelectorAll('img, iframe, object, embed, script')]
+    .filter((one) => one.localName !== 'script' || !one.src.startsWith(location.origin + '/assets/'))
+    .map((one) => one.outerHTML)"""
+APPLICATION = "the daemon"
 DAY = 86400
 FIRST_PAINT_MS = 500
 FIRST_BYTES = 150_000
 ZOOM_MS = 300
+DAYS_BYTES = 100_000
+TRIES = 4
 # What a person waits for is held by the program as it is shipped; one with sanitizers takes its time.
 PATIENCE = {"release": 1.5}
 SLOW = 20
@@ -86,11 +99,19 @@ class Browser:
                 found.append(urllib.parse.urlsplit(message["params"]["request"]["url"]))
         return [(one.path, urllib.parse.parse_qs(one.query)) for one in found]
 
-    def check_log(self, what):
+    def check_log(self, what, expected="none is"):
+        """Fails for anything that the page or its policy complained of, but for messages with the text `expected`."""
         bad = [entry["message"] for entry in self.driver.get_log("browser")
-               if entry["level"] in ("SEVERE", "WARNING")]
+               if entry["level"] in ("SEVERE", "WARNING") and expected not in entry["message"]]
         if bad:
             fail(f"{what}: the browser's console has {bad}")
+
+    def check_text(self, what):
+        """That no text of the host has become a part of the page."""
+        with contextlib.suppress(NoAlertPresentException):
+            fail(f"{what}: a dialog says {self.driver.switch_to.alert.text!r}")
+        if foreign := self.script(FOREIGN):
+            fail(f"{what}: a text of the host is markup: {foreign}")
 
 
 def console_link(agent):
@@ -98,6 +119,16 @@ def console_link(agent):
         [agent.build / "client/qmtctl", "--socket", "run/control.sock", "console", "--print"],
         cwd=agent.home, capture_output=True, text=True, check=True)
     return done.stdout.strip()
+
+
+def add_definitions(agent):
+    """An application that looks for a process whose name would be markup, and a workgroup with such a name."""
+    agent.__exit__(None)
+    with open(agent.home / "wgfile", "a", encoding="utf-8") as file:
+        file.write(f"workgroup = {WORKGROUP_ATTACK}\nprograms = qmtdmon\n")
+    (agent.home / "qmtapp").write_text(
+        f"A\t{APPLICATION}\nP\t1\t1\t9\tqmtdmon\nP\t1\t0\t0\t{APPLICATION_ATTACK}\n")
+    agent.start(agent.http)
 
 
 def add_days(agent, days):
@@ -119,16 +150,33 @@ def add_days(agent, days):
     agent.start(agent.http)
 
 
+def best(browser, what, most, measure):
+    """The least of a few measures, as other programs of this machine may have come in between; fails if that is
+    too long."""
+    times = []
+    while not times or (times[-1] > most * browser.patience and len(times) < TRIES):
+        times.append(measure())
+    if min(times) > most * browser.patience:
+        fail(f"{what} takes {', '.join(f'{one:.0f}' for one in times)} ms, not {most} ms")
+    return min(times)
+
+
 def check_first_paint(browser):
+    def measure():
+        browser.driver.execute_cdp_cmd("Network.clearBrowserCache", {})
+        browser.driver.refresh()
+        browser.loaded()
+        return browser.script("return performance.getEntriesByName('first-contentful-paint')[0].startTime")
+
     browser.loaded()
-    paint = browser.script("return performance.getEntriesByName('first-contentful-paint')[0].startTime")
+    if "token" in browser.driver.current_url:
+        fail("the token stays in the address")
+    paint = best(browser, "the first paint", FIRST_PAINT_MS, measure)
     size = browser.script("""return performance.getEntriesByType('resource').concat(
         performance.getEntriesByType('navigation')).filter((one) => !one.name.includes('/api/'))
         .reduce((sum, one) => sum + one.transferSize, 0)""")
-    if paint > FIRST_PAINT_MS * browser.patience or size > FIRST_BYTES:
-        fail(f"first paint after {paint:.0f} ms and {size} bytes")
-    if "token" in browser.driver.current_url:
-        fail("the token stays in the address")
+    if not FIRST_BYTES / 10 < size < FIRST_BYTES:
+        fail(f"the page is {size} bytes")
     print(f"console: first paint after {paint:.0f} ms, {size} bytes")
 
 
@@ -151,6 +199,25 @@ def check_figures(browser, agent):
         if rows[0]["Record Time"] != figure["time"] or rows[0][figure["label"]] != figure["value"]:
             fail(f"the page shows {figure}, the daemon {rows[0][figure['label']]}")
     return figures
+
+
+def check_newest(browser, agent):
+    """A chart's newest value, and the verdict on an application, are those of a row that the daemon has kept."""
+    legend = wait_for("a legend", lambda: browser.script("""
+        const chart = [...document.querySelectorAll('.chart')].find((one) => one.querySelector('.chart-title')
+          .textContent === 'Run queue');
+        const [first] = chart?.querySelectorAll('.legend-value') ?? [];
+        return first && /^[0-9]/.test(first.textContent) && first.textContent"""))
+    rows = agent.ask("history", "PI", "--since", "20s", "--columns", "Run Queue")[0]["rows"]
+    if float(legend) not in [row["Run Queue"] for row in rows]:
+        fail(f"the newest point of the run queue is {legend}, the daemon keeps {rows}")
+    verdict = wait_for("the applications", lambda: browser.script("""
+        const one = document.querySelector('[data-record=APP]');
+        return one && { key: one.dataset.key, value: one.textContent }"""))
+    row = next(row for row in agent.ask("last", "APP")[0]["rows"] if row["Application Name"] == APPLICATION)
+    if verdict != {"key": f"Application Name={APPLICATION}", "value": row["Application Status"]}:
+        fail(f"the page shows {verdict}, the daemon {row}")
+    print("console: a chart's newest value and an application's verdict are those of the daemon")
 
 
 def check_busy(browser, work):
@@ -200,30 +267,54 @@ def check_zoom(browser):
     print(f"console: a zoom in one of {charts} charts asks for its range in all")
 
 
-def check_days(browser):
-    """14 days in a moment."""
+def zoom_to(browser, since, until):
+    """Milliseconds until the last chart is drawn."""
     browser.show("overview?range=14d")
     browser.loaded()
-    end = int(time.time()) - DAY
     browser.script("""
         window.zoomed = null;
+        performance.clearResourceTimings();
+        const frames = document.querySelectorAll('.chart-area').length;
         const begin = performance.now();
-        location.hash = arguments[0];
-        const look = () => {
-          const messages = [...document.querySelectorAll('.chart-frame')];
-          const asked = performance.getEntriesByType('resource').filter(
-            (one) => one.startTime >= begin && one.name.includes('/history'));
-          if (asked.length >= 6 && asked.every((one) => one.responseEnd > 0)) {
-            window.zoomed = Math.max(...asked.map((one) => one.responseEnd)) - begin;
-          } else setTimeout(look, 10);
-        };
-        setTimeout(look, 50)""", f"#/overview?from={end - 13 * DAY}&to={end}")
-    took = browser.wait("13 days", "return window.zoomed")
+        const drawn = new Set();
+        // A chart of another range is made anew.
+        const look = new MutationObserver((changes) => {
+          for (const { target } of changes) {
+            const area = target.closest?.('.chart-area');
+            if (area) drawn.add(area);
+          }
+          if (drawn.size < frames) return;
+          look.disconnect();
+          requestAnimationFrame(() => { window.zoomed = performance.now() - begin; });
+        });
+        look.observe(document.querySelector('main'), { childList: true, subtree: true });
+        location.hash = arguments[0]""", f"#/overview?from={since}&to={until}")
+    return browser.wait("the zoomed charts", "return window.zoomed")
+
+
+def check_days(browser):
+    """14 days in a moment, up to the last chart that is drawn."""
+    end = int(time.time()) - DAY
+    took = best(browser, "a zoom of 13 days", ZOOM_MS, lambda: zoom_to(browser, end - 13 * DAY, end))
     size = browser.script("""return Math.max(...performance.getEntriesByType('resource').filter(
         (one) => one.name.includes('/history')).map((one) => one.decodedBodySize))""")
-    if took > ZOOM_MS * browser.patience:
-        fail(f"a zoom of 13 days takes {took:.0f} ms")
-    print(f"console: a zoom of 13 days takes {took:.0f} ms, the greatest answer {size} bytes")
+    print(f"console: a zoom of 13 days takes {took:.0f} ms, the greatest answer of all lines {size} bytes")
+
+
+def check_size(agent):
+    """What one field of 14 days weighs."""
+    link = urllib.parse.urlsplit(console_link(agent))
+    query = urllib.parse.urlencode({"record": "PI", "columns": "CPU %", "points": 600, "by": "",
+                                    "since": int(time.time()) - 14 * DAY})
+    request = urllib.request.Request(
+        f"http://{agent.bare}/api/1/history?{query}",
+        headers={"Authorization": "Bearer " + link.fragment.partition("token=")[2].partition("&")[0]})
+    with urllib.request.urlopen(request, timeout=20) as answer:
+        body = answer.read()
+    points = json.loads(body)["history"]["series"][0]["points"]["CPU %"]
+    if len(points) < 500 or len(body) > DAYS_BYTES:
+        fail(f"one field of 14 days: {len(points)} points in {len(body)} bytes")
+    print(f"console: one field of 14 days is {len(points)} points in {len(body)} bytes")
 
 
 def check_past(browser, agent):
@@ -238,22 +329,50 @@ def check_past(browser, agent):
     print("console: a page at a past time shows the kept rows")
 
 
-def check_attack(browser, work):
-    """What a process is called, and started with, is text."""
+@contextlib.contextmanager
+def hostile_group():
+    """A control group with a name that would be markup, where one can be made; tells whether there is."""
+    mounts = [line.split() for line in pathlib.Path("/proc/mounts").read_text().splitlines()]
+    folders = [pathlib.Path(words[1]) for words in mounts if words[2] == "cgroup2"]
+    folders += [pathlib.Path(words[1]) for words in mounts if words[2] == "cgroup"]
+    made = []
+    for folder in folders:
+        with contextlib.suppress(OSError):
+            (folder / GROUP_ATTACK).mkdir()
+            made.append(folder / GROUP_ATTACK)
+    try:
+        yield bool(made)
+    finally:
+        for folder in made:
+            folder.rmdir()
+
+
+def check_attack(browser, agent, work):
+    """What the host's own texts say is text: processes, control groups, workgroups and applications."""
     program = work / ATTACK
     shutil.copy(os.path.realpath("/usr/bin/python3"), program)
     words = [ATTACK, "-c", "import time; time.sleep(600)", "</td><script>alert(2)</script>"]
-    with subprocess.Popen(words, executable=program) as attacker:
+    with hostile_group() as has_group, subprocess.Popen(words, executable=program) as attacker:
         try:
-            time.sleep(6)
-            for page in ("overview", f"processes?filter={urllib.parse.quote('<img')}",
-                         "groups", "records?record=PDX", "records?record=PDI&view=kept"):
+            wait_for("the attacker's kept row", lambda: [
+                row for row in agent.ask("last", "PDX")[0]["rows"] if row["PID"] == attacker.pid])
+            time.sleep(5)
+            hidden = urllib.parse.quote("<img")
+            places = {"overview": "", f"processes?filter={hidden}": "", "groups": WORKGROUP_ATTACK,
+                      "applications": APPLICATION, "records?record=PDX": "", "records?record=PDI&view=kept": "",
+                      "records?record=APP": "", "agent": ""}
+            if has_group:
+                places["records?record=CGRP"] = GROUP_ATTACK
+            for page, text in places.items():
                 browser.show(page)
                 browser.loaded()
-                time.sleep(1)
-                if browser.script("return document.querySelectorAll('main img, main script').length"):
-                    fail(f"{page}: a text of a process is markup")
-            browser.show(f"processes?filter={urllib.parse.quote('<img')}")
+                browser.wait(f"{page}: {text}", "return document.body.innerText.includes(arguments[0])", text)
+                browser.check_text(page)
+            browser.show("applications?application=" + urllib.parse.quote(APPLICATION))
+            browser.wait("the application's conditions", """
+                return document.body.innerText.includes(arguments[0])""", APPLICATION_ATTACK)
+            browser.check_text("the conditions")
+            browser.show(f"processes?filter={hidden}")
             browser.wait("the attacker's row", """
                 const open = [...document.querySelectorAll('main tbody button.open')]
                   .find((one) => one.textContent.includes('<img src=x'));
@@ -262,11 +381,11 @@ def check_attack(browser, work):
                 return document.querySelector('.command-line')?.textContent.includes(arguments[0])""",
                          "<script>alert(2)</script>")
             browser.loaded()
-            if browser.script("return document.querySelectorAll('main img, main script').length"):
-                fail("the panel: a text of a process is markup")
+            browser.check_text("the panel")
         finally:
             attacker.kill()
-    print("console: what a process is called is text everywhere")
+    told = "" if has_group else ", but that no control group can be made here"
+    print(f"console: the texts of processes, groups and applications are text everywhere{told}")
 
 
 def check_restart(browser, agent):
@@ -278,6 +397,8 @@ def check_restart(browser, agent):
         return [...document.querySelectorAll('.now dd[data-time]')].some(
           (one) => Number(one.dataset.time) > arguments[0]) && document.getElementById('banner').hidden""",
                  started)
+    # The browser itself tells of what was refused while the daemon was away.
+    browser.check_log("a restart", "net::ERR_")
     print(f"console: {time.time() - started:.1f} s after a restart of the daemon the page goes on")
 
 
@@ -307,6 +428,7 @@ def check_pictures(browser, folder):
 def run(build, work, pictures):
     agent = Agent(build, work / "root", "modern", SCHEDULE, port=free_port())
     with agent:
+        add_definitions(agent)
         for record in DAYS_OF:
             wait_for(f"rows of {record}", lambda name=record: agent.ask("history", name)[0]["rows"])
         add_days(agent, 14)
@@ -315,11 +437,13 @@ def run(build, work, pictures):
             check_first_paint(browser)
             check_figures(browser, agent)
             print("console: the figures of now are those of the daemon")
+            check_newest(browser, agent)
             check_busy(browser, work)
             check_zoom(browser)
             check_days(browser)
+            check_size(agent)
             check_past(browser, agent)
-            check_attack(browser, work)
+            check_attack(browser, agent, work)
             check_pictures(browser, pictures)
             browser.check_log("all pages")
             check_restart(browser, agent)

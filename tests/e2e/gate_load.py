@@ -264,6 +264,8 @@ def flood(port, end):
     held = []
     count = 0
     while time.monotonic() < end:
+        # As fast as a network brings them, and not as one that takes all of this host's processors.
+        time.sleep(0.001)
         try:
             one = socket.create_connection(("127.0.0.1", port), 0.2)
             one.setblocking(False)
@@ -290,8 +292,9 @@ def check_kills(build, work):
     """A gate that is killed again and again while it is asked, and one that is flooded."""
     address = f"127.0.0.1:{free_port()}"
     with Agent(build, work, "modern", "PI = 1\n", gate="unit", port=int(address.rpartition(":")[2])) as agent:
-        # As the group that the packaged unit gives its gate.
-        os.chmod(agent.home / "run/control.sock", 0o666)
+        if os.geteuid() == 0:
+            # As the packaged unit gives its gate a group that may read.
+            os.chown(agent.home / "run/control.sock", -1, gate_user().pw_gid)
         quiet = quiet_lateness(agent, 3)
         ticks = Ticks(agent)
         scraper = Scraper(address)
@@ -306,14 +309,7 @@ def check_kills(build, work):
         gate = start_gate(build, agent)
         try:
             wait_for("a scrape", lambda: fetch(f"http://{address}/metrics"))
-            counts = []
-            end = time.monotonic() + FLOOD_SECONDS
-            port = int(address.rpartition(":")[2])
-            threads = [threading.Thread(target=lambda: counts.append(flood(port, end))) for _ in range(4)]
-            for one in threads:
-                one.start()
-            for one in threads:
-                one.join()
+            senseless = flood(int(address.rpartition(":")[2]), time.monotonic() + FLOOD_SECONDS)
             wait_for("a scrape after the flood", lambda: fetch(f"http://{address}/metrics"))
             if gate.poll() is not None:
                 fail(f"the flood ended the gate: {gate.returncode}")
@@ -322,5 +318,5 @@ def check_kills(build, work):
             gate.wait()
         late = ticks.close()
         check_lateness(build, "kills", late, quiet)
-        print(f"{KILLS} gates killed while they answer {scrapes} scrapes, and {sum(counts)} connections that make no "
+        print(f"{KILLS} gates killed while they answer {scrapes} scrapes, and {senseless} connections that make no "
               f"sense: batches done within {late:.3f} s, none left out")
