@@ -163,8 +163,10 @@ class Listener(Reader):
 class SlowReader(Reader):
     """Asks for much and takes a byte now and then."""
 
+    PAGE = "/api/1/last?records=PDX"
+
     def __init__(self, port, token):
-        super().__init__(port, "/api/1/get?records=PDX", token, buffer=2048)
+        super().__init__(port, self.PAGE, token, buffer=2048)
 
     def take(self):
         try:
@@ -208,7 +210,7 @@ def check_load(build, work, seconds):
         with Agent(build, work, "modern", "PI = 1\nPDX = 5\nPDI = 5\nCGRP = 5\n") as agent:
             token = console_token(agent)
             fetch(f"http://{agent.bare}/metrics")
-            Reader(agent.port, "/api/1/get?records=PDX", token).close()
+            Reader(agent.port, SlowReader.PAGE, token).close()
             time.sleep(5)
             gate = agent.gate_pid()
             before = memory(agent.process.pid), memory(gate)
