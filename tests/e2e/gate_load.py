@@ -83,7 +83,8 @@ class Ticks:
 
 
 def check_lateness(build, what, late, quiet):
-    most = LATEST_SECONDS if is_strict(build) else 2 * LATEST_SECONDS + quiet
+    """What readers add to the time that the batches take by themselves is bounded."""
+    most = quiet + (1 if is_strict(build) else 2) * LATEST_SECONDS
     if late > most:
         fail(f"{what}: a batch was done {late:.3f} s after its time, without that {quiet:.3f} s")
 
@@ -161,10 +162,13 @@ class Listener(Reader):
 
 
 class SlowReader(Reader):
-    """Asks for much and takes a byte now and then."""
+    """Asks for much and takes a byte now and then. A live collection would be the daemon's own work, so it is what
+    the schedule made last."""
+
+    PAGE = "/api/1/last?records=PDX"
 
     def __init__(self, port, token):
-        super().__init__(port, "/api/1/get?records=PDX", token, buffer=2048)
+        super().__init__(port, self.PAGE, token, buffer=2048)
 
     def take(self):
         try:
@@ -208,7 +212,7 @@ def check_load(build, work, seconds):
         with Agent(build, work, "modern", "PI = 1\nPDX = 5\nPDI = 5\nCGRP = 5\n") as agent:
             token = console_token(agent)
             fetch(f"http://{agent.bare}/metrics")
-            Reader(agent.port, "/api/1/get?records=PDX", token).close()
+            Reader(agent.port, SlowReader.PAGE, token).close()
             time.sleep(5)
             gate = agent.gate_pid()
             before = memory(agent.process.pid), memory(gate)
