@@ -448,8 +448,7 @@ MHD_Daemon* HttpServer::Start() {
     flags |= MHD_USE_TLS;
     options.push_back(
         {MHD_OPTION_HTTPS_PRIORITIES, 0, const_cast<char*>(TlsCertificate::kPriorities)});
-    options.push_back({MHD_OPTION_HTTPS_CERT_CALLBACK,
-                       reinterpret_cast<std::intptr_t>(TlsCertificate::Callback()), nullptr});
+    options.push_back({MHD_OPTION_HTTPS_CERT_CALLBACK, 0, TlsCertificate::Callback()});
   }
   options.push_back({MHD_OPTION_END, 0, nullptr});
   return MHD_start_daemon(
