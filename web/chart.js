@@ -140,9 +140,10 @@ class Chart {
     }
   }
 
-  /// A point for each pixel. Of many rows only some are drawn, but all are told, so there are fewer points of each.
+  /// A point for each two pixels. Of many rows only some are drawn, but all are told, so there are fewer points of each.
   pointCount({ record, where, by }, counts) {
-    const width = Math.min(kMostPoints, Math.floor(this.frame.clientWidth || 300));
+    // The shade shows what lies between, and a zoom is drawn in half the time.
+    const width = Math.min(kMostPoints, Math.floor((this.frame.clientWidth || 300) / 2));
     const isOne = by || [].concat(where ?? []).some((text) => /^[^!<>=~]*=/.test(text));
     const share = isOne ? 1 : kMostSeries / Math.max(kMostSeries, (counts.get(record) ?? 1) * this.lines.length);
     return Math.max(kLeastPoints, Math.floor(width * share));

@@ -318,7 +318,7 @@ def check_size(agent):
 
 
 def check_past(browser, agent):
-    moment = int(time.time()) - 20
+    moment = int(time.time()) - 5
     browser.show(f"overview?at={moment}")
     figures = check_figures(browser, agent)
     if any(abs(figure["time"] - moment) > 5 for figure in figures):
