@@ -30,6 +30,11 @@ def is_strict(build):
     return build.name == "release"
 
 
+def is_timed(build):
+    """Under sanitizers a batch takes longer than a second by itself, and memory is given back late."""
+    return build.name != "sanitize"
+
+
 def memory(pid):
     """Bytes of memory in use."""
     fields = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
@@ -76,7 +81,7 @@ class Ticks:
         self.socket.shutdown(socket.SHUT_RDWR)
         self.reader.join(10)
         lost = skipped(self.agent) - self.skipped
-        if lost or len(self.times) < end - self.begin - 2:
+        if is_timed(self.agent.build) and (lost or len(self.times) < end - self.begin - 2):
             fail(f"{lost} batches were left out, {len(self.times)} were told in {end - self.begin:.1f} s")
         first = int(self.times[0] - 0.5) + 0.5
         return max(done - first - place for place, done in enumerate(self.times))
@@ -85,7 +90,7 @@ class Ticks:
 def check_lateness(build, what, late, quiet):
     """What readers add to the time that the batches take by themselves is bounded."""
     most = quiet + (1 if is_strict(build) else 2) * LATEST_SECONDS
-    if late > most:
+    if is_timed(build) and late > most:
         fail(f"{what}: a batch was done {late:.3f} s after its time, without that {quiet:.3f} s")
 
 
@@ -226,10 +231,10 @@ def check_load(build, work, seconds):
                 fail(f"of {asked} slow readers {served} were served")
             check_lateness(build, "load", late, quiet)
             most = MORE_MEGABYTES[is_strict(build)] * MEGABYTE
-            if agent.gate_pid() != gate or max(b - a for a, b in zip(before, after)) > most:
+            if agent.gate_pid() != gate or is_timed(build) and max(b - a for a, b in zip(before, after)) > most:
                 fail(f"daemon and gate used {told(before)} before the load, {told(after)} after")
             print(f"load: {scrapes} scrapes, {LISTENERS} listeners, {served} of {asked} slow readers at once served: "
-                  f"batches done within {late:.3f} s ({quiet:.3f} s without), none left out; daemon and gate used "
+                  f"batches done within {late:.3f} s ({quiet:.3f} s without); daemon and gate used "
                   f"{told(before)} before, {told(after)} after")
     finally:
         for one in sleepers:
@@ -323,4 +328,4 @@ def check_kills(build, work):
         late = ticks.close()
         check_lateness(build, "kills", late, quiet)
         print(f"{KILLS} gates killed while they answer {scrapes} scrapes, and {senseless} connections that make no "
-              f"sense: batches done within {late:.3f} s, none left out")
+              f"sense: batches done within {late:.3f} s")
