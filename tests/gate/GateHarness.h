@@ -161,6 +161,8 @@ class GateFixture : public ::testing::Test {
     if (runner.joinable()) {
       runner.join();
     }
+    // What a test answers with is gone before this object is.
+    daemon.reset();
   }
   /// `answer` is not asked about the settings and the tokens, of which "good" is one.
   void Begin(FakeDaemon::Answer answer, const Json& settings = Json::Object()) {
