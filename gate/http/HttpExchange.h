@@ -142,7 +142,6 @@ class HttpExchange {
   void OnAnswer(std::function<void()> action) { m_onAnswer = std::move(action); }
   /// Whether nobody waits for the answer any more.
   [[nodiscard]] bool IsGone() const { return m_isGone; }
-  void OnGone(std::function<void()> action) { m_onGone = std::move(action); }
   /// Keeps what the answer waits for, until the connection has ended.
   void Hold(std::shared_ptr<void> work) { m_work = std::move(work); }
   /// The connection has ended, with or without an answer.
@@ -153,9 +152,6 @@ class HttpExchange {
     if (m_stream != nullptr) {
       m_stream->Leave();
     }
-    if (const auto action = std::exchange(m_onGone, nullptr)) {
-      action();
-    }
   }
 
  private:
@@ -165,5 +161,4 @@ class HttpExchange {
   bool m_isGone = false;
   std::shared_ptr<void> m_work;
   std::function<void()> m_onAnswer;
-  std::function<void()> m_onGone;
 };

@@ -1,14 +1,9 @@
 #include "gate/http/HttpServer.h"
 
-#include <arpa/inet.h>
 #include <microhttpd.h>
-#include <netdb.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -17,107 +12,25 @@
 #include <system_error>
 #include <utility>
 
+#include "gate/http/HeaderWeight.h"
+#include "gate/http/ListenSocket.h"
 #include "gate/http/TlsCertificate.h"
 #include "support/ListenAddress.h"
-#include "support/TrimmedText.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kBacklog = 128;
-
-/// The address that a socket is bound to.
-std::string BoundAddress(int socket) {
-  ::sockaddr_storage storage{};
-  ::socklen_t size = sizeof storage;
-  std::array<char, NI_MAXHOST> host{};
-  std::array<char, NI_MAXSERV> port{};
-  auto* address = reinterpret_cast<::sockaddr*>(&storage);
-  if (::getsockname(socket, address, &size) != 0 ||
-      ::getnameinfo(address, size, host.data(), host.size(), port.data(), port.size(),
-                    NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
-    return "";
-  }
-  const std::string name = storage.ss_family == AF_INET6 ? '[' + std::string(host.data()) + ']'
-                                                         : std::string(host.data());
-  return name + ':' + port.data();
-}
-
-bool IsLoopbackAddress(const ::sockaddr& address) {
-  if (address.sa_family == AF_INET) {
-    const auto& inet = reinterpret_cast<const ::sockaddr_in&>(address);
-    return (ntohl(inet.sin_addr.s_addr) >> 24) == IN_LOOPBACKNET;
-  }
-  const auto& inet6 = reinterpret_cast<const ::sockaddr_in6&>(address);
-  return address.sa_family == AF_INET6 && IN6_IS_ADDR_LOOPBACK(&inet6.sin6_addr) != 0;
-}
-
-/// Not open, with the reason in errno, if that can't be.
-Descriptor Listen(const ListenAddress& address) {
-  Descriptor socket(
-      ::socket(address.Get()->sa_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  const int on = 1;
-  if (!socket.IsOpen() ||
-      ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-      ::bind(socket.Get(), address.Get(), address.size) != 0 ||
-      ::listen(socket.Get(), kBacklog) != 0) {
-    const int code = errno;
-    socket.Close();
-    errno = code;
-  }
-  return socket;
-}
-
-/// What tells one host from another: of IPv6 the network.
-std::string PeerKey(const ::sockaddr& address) {
-  if (address.sa_family == AF_INET) {
-    const auto& inet = reinterpret_cast<const ::sockaddr_in&>(address);
-    return {reinterpret_cast<const char*>(&inet.sin_addr), sizeof inet.sin_addr};
-  }
-  constexpr std::size_t kNetworkBytes = 8;
-  const auto& inet6 = reinterpret_cast<const ::sockaddr_in6&>(address);
-  return {reinterpret_cast<const char*>(&inet6.sin6_addr), kNetworkBytes};
-}
-
-const MHD_ConnectionInfo* PeerInfo(MHD_Connection* connection) {
-  return MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-}
-
-/// The address of who asks, without the port; empty if it can't be told.
-std::string PeerOf(MHD_Connection* connection) {
-  const MHD_ConnectionInfo* info = PeerInfo(connection);
-  std::array<char, NI_MAXHOST> host{};
-  if (info == nullptr || info->client_addr == nullptr ||
-      ::getnameinfo(
-          info->client_addr,
-          info->client_addr->sa_family == AF_INET6 ? sizeof(::sockaddr_in6) : sizeof(::sockaddr_in),
-          host.data(), host.size(), nullptr, 0, NI_NUMERICHOST) != 0) {
-    return "";
-  }
-  return host.data();
+/// Null if the library can't tell it.
+const ::sockaddr* PeerOf(MHD_Connection* connection) {
+  const MHD_ConnectionInfo* info =
+      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+  return info == nullptr ? nullptr : info->client_addr;
 }
 
 std::string HeaderOf(MHD_Connection* connection, const char* name) {
   const char* value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
   return value == nullptr ? "" : value;
-}
-
-/// Whether the header Accept-Encoding names gzip, and not at no weight.
-bool TakesGzip(std::string_view header) {
-  for (std::size_t comma = 0; comma != std::string_view::npos;) {
-    comma = header.find(',');
-    std::string_view part = Trimmed(header.substr(0, comma), " \t");
-    const std::size_t semicolon = std::min(part.find(';'), part.size());
-    std::string weight(part.substr(semicolon));
-    std::erase(weight, ' ');
-    const std::string_view name = Trimmed(part.substr(0, semicolon), " \t");
-    if (name == "gzip" || name == "x-gzip") {
-      return !weight.starts_with(";q=0") || weight.find_first_of("123456789", 4) != weight.npos;
-    }
-    header.remove_prefix(comma == std::string_view::npos ? header.size() : comma + 1);
-  }
-  return false;
 }
 
 /// What the head of a request must not bring; behind TLS nobody has counted them before.
@@ -198,10 +111,9 @@ class HttpServer::Library {
     const int descriptor = info == nullptr ? -1 : info->connect_fd;
     try {
       const Clock::time_point now = Clock::now();
-      const MHD_ConnectionInfo* peer = PeerInfo(connection);
-      self.m_connections[connection] = {
-          now, now + self.m_settings.deadline, descriptor,
-          peer == nullptr || peer->client_addr == nullptr ? "" : PeerKey(*peer->client_addr)};
+      const ::sockaddr* peer = PeerOf(connection);
+      self.m_connections[connection] = {now, now + self.m_settings.deadline, descriptor,
+                                        peer == nullptr ? "" : PeerKey(*peer)};
     } catch (...) {
       // Without its deadline it may not stay.
       ::shutdown(descriptor, SHUT_RDWR);
@@ -272,10 +184,13 @@ class HttpServer::Library {
     exchange->lastEventId = HeaderOf(connection, "Last-Event-ID");
     exchange->ifNoneMatch = HeaderOf(connection, MHD_HTTP_HEADER_IF_NONE_MATCH);
     exchange->requestedWith = HeaderOf(connection, "X-Requested-With");
-    exchange->takesGzip = TakesGzip(HeaderOf(connection, MHD_HTTP_HEADER_ACCEPT_ENCODING));
+    exchange->takesGzip =
+        WeightOf(HeaderOf(connection, MHD_HTTP_HEADER_ACCEPT_ENCODING), "gzip") > 0;
     exchange->isTls = self.m_settings.isTls;
     exchange->isLoopback = self.m_isLoopback;
-    exchange->peer = PeerOf(connection);
+    if (const ::sockaddr* peer = PeerOf(connection); peer != nullptr) {
+      exchange->peer = AddressText(*peer);
+    }
     MHD_get_connection_values_n(connection, MHD_GET_ARGUMENT_KIND, OnArgument, exchange.get());
     *state = exchange.get();
     self.m_exchanges[exchange.get()] = exchange;
@@ -414,7 +329,7 @@ bool HttpServer::Open(const std::string& address, std::string& error) {
   Close();
   const std::optional<ListenAddress> parsed = ParseListenAddress(address);
   if (!parsed) {
-    error = "\"" + address + "\" is no ADDRESS:PORT such as 127.0.0.1:9964 or [::1]:9964";
+    error = "\"" + address + "\" is no " + kListenAddressForm;
     return false;
   }
   Descriptor socket = Listen(*parsed);

@@ -87,7 +87,10 @@ TEST_F(GateFixture, EachPageAnswersWhoMayAskAndNothingElse) {
   const std::string packed = Ask("/metrics", "Accept-Encoding: br, gzip;q=0.5\r\n");
   EXPECT_THAT(packed, HasSubstr("Content-Encoding: gzip"));
   EXPECT_EQ(Gunzip(BodyOf(packed)), text);
-  EXPECT_EQ(BodyOf(Ask("/metrics", "Accept-Encoding: gzip;q=0\r\n")), text);
+  for (const char* refused : {"gzip;q=0", "br, gzip ; q=0.0", "gzipped", "*;q=1"}) {
+    EXPECT_EQ(BodyOf(Ask("/metrics", std::string("Accept-Encoding: ") + refused + "\r\n")), text)
+        << refused;
+  }
   const std::string head = Ask("/metrics", "", "HEAD");
   EXPECT_THAT(head, HasSubstr("Content-Length: " + std::to_string(text.size())));
   EXPECT_EQ(BodyOf(head), "");

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <sys/socket.h>
+
+#include <string>
+
+#include "support/Descriptor.h"
+#include "support/ListenAddress.h"
+
+/// A socket that listens and does not block. Not open, with the reason in errno, if that can't be.
+[[nodiscard]] Descriptor Listen(const ListenAddress& address);
+
+/// The address that a socket is bound to, as ParseListenAddress reads it; empty if it can't be
+/// told.
+[[nodiscard]] std::string BoundAddress(int socket);
+
+[[nodiscard]] bool IsLoopbackAddress(const ::sockaddr& address);
+
+/// What tells one host from another: of IPv6 the network.
+[[nodiscard]] std::string PeerKey(const ::sockaddr& address);
+
+/// An address of IPv4 or IPv6 as text, without the port; empty if it can't be told.
+[[nodiscard]] std::string AddressText(const ::sockaddr& address);
