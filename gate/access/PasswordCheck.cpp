@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr std::size_t kMaxJobs = 32;
-
 struct WipeCrypt {
   void operator()(crypt_data* data) const {
     ::explicit_bzero(data, sizeof *data);
