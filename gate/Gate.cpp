@@ -91,6 +91,7 @@ void Gate::OnAnswer(const Json& answer) {
   }
   if (!std::exchange(m_areAddressesTold, true)) {
     TellAddresses();
+    m_desk.Memory().NoteRareWork();
   }
 }
 

@@ -308,6 +308,7 @@ int LocalNode::Run(CMBRunnableNode& node) {
   LoadSettings();
   Parts().schedule.Start();
   Parts().manager.Ready();
+  Parts().operations.Memory().NoteRareWork();
   Parts().loop.Run(node);
   Parts().manager.Stopping();
   Parts().schedule.Stop();

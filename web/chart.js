@@ -114,6 +114,7 @@ class Chart {
     this.abort = new AbortController();
     const { signal } = this.abort;
     this.stopFollowing();
+    this.frame.setAttribute('aria-busy', 'true');
     this.point(null);
     const { since, until } = state.range;
     try {
@@ -137,6 +138,8 @@ class Chart {
       // Rows that come show that it can be asked again.
       const isPassing = error.status === 0 || error.status >= 500;
       if (state.range.isLive && isPassing) this.stopRows = follow(this.records(), () => this.load(), { onGap: () => this.load() });
+    } finally {
+      if (this.abort.signal === signal) this.frame.removeAttribute('aria-busy');
     }
   }
 

@@ -103,6 +103,7 @@ void EventDesk::Follow() {
 }
 
 void EventDesk::Take(std::string_view bytes) {
+  m_desk.Memory().NoteBytes(bytes.size());
   while (!bytes.empty() && !m_isGivenUp) {
     const std::size_t end = bytes.find('\n');
     m_line += bytes.substr(0, end);

@@ -89,7 +89,8 @@ void DaemonDesk::Begin(const QuestionPtr& question) {
   };
   question->ask->Start(
       m_path, std::move(question->line),
-      [finish, weak = std::weak_ptr(question)](std::string_view bytes) {
+      [this, finish, weak = std::weak_ptr(question)](std::string_view bytes) {
+        m_memory.NoteBytes(bytes.size());
         const QuestionPtr present = weak.lock();
         if (present != nullptr && present->done && !present->take(bytes)) {
           finish(weak, End::kDone);

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "gate/daemon/DaemonAsk.h"
+#include "io/MemoryRest.h"
 #include "json/Json.h"
 
 /// What the daemon is asked by the whole gate. A few questions are under way at a time, so that the
@@ -33,7 +34,8 @@ class DaemonDesk {
   static constexpr std::size_t kMostWaiting = 512;
   static constexpr std::chrono::seconds kSilence{20};
 
-  DaemonDesk(IoLoop& loop, std::string path) : m_loop(loop), m_path(std::move(path)), m_end(loop) {}
+  DaemonDesk(IoLoop& loop, std::string path)
+      : m_loop(loop), m_path(std::move(path)), m_memory(loop), m_end(loop) {}
   ~DaemonDesk();
   DaemonDesk(const DaemonDesk&) = delete;
   DaemonDesk& operator=(const DaemonDesk&) = delete;
@@ -46,6 +48,8 @@ class DaemonDesk {
 
   [[nodiscard]] const std::string& Path() const { return m_path; }
   [[nodiscard]] IoLoop& Loop() { return m_loop; }
+  /// Hears of all bytes that the daemon sends.
+  [[nodiscard]] MemoryRest& Memory() { return m_memory; }
 
  private:
   void StartNext();
@@ -53,6 +57,7 @@ class DaemonDesk {
 
   IoLoop& m_loop;
   std::string m_path;
+  MemoryRest m_memory;
   std::size_t m_atWork = 0;
   std::deque<std::weak_ptr<Question>> m_waiting;
   LoopTimer m_end;

@@ -1,18 +1,6 @@
 #include "gate/http/HttpExchange.h"
 
-#include <malloc.h>
-
 #include <algorithm>
-
-BodyRoom::~BodyRoom() {
-  constexpr std::size_t kMuch = std::size_t{1} << 20;
-  s_used -= m_bytes;
-  // What many large answers took is no more than a rush: the system may have it back.
-  if (m_bytes != 0 && s_used == 0 && s_peak > kMuch) {
-    s_peak = 0;
-    ::malloc_trim(0);
-  }
-}
 
 std::size_t HttpStream::Take(char* target, std::size_t size) {
   std::size_t got = 0;

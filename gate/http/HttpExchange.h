@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <deque>
 #include <functional>
@@ -22,7 +21,7 @@ class BodyRoom {
   }
   BodyRoom(const BodyRoom&) = delete;
   BodyRoom& operator=(const BodyRoom&) = delete;
-  ~BodyRoom();
+  ~BodyRoom() { s_used -= m_bytes; }
 
   /// False if there is not so much left.
   [[nodiscard]] bool Grow(std::size_t bytes) {
@@ -30,14 +29,12 @@ class BodyRoom {
       return false;
     }
     s_used += bytes;
-    s_peak = std::max(s_peak, s_used);
     m_bytes += bytes;
     return true;
   }
 
  private:
   static inline std::size_t s_used = 0;
-  static inline std::size_t s_peak = 0;  ///< since memory was last given back
   std::size_t m_bytes = 0;
 };
 

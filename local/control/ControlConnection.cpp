@@ -224,6 +224,7 @@ void ControlConnection::Put(std::string text) {
     return;
   }
   budget.used += text.size();
+  m_around.operations.Memory().NoteBytes(text.size());
   if (m_pending.empty()) {
     m_pending = std::move(text);
   } else {

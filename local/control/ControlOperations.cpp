@@ -184,7 +184,8 @@ ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleB
       m_history(m_turns, history),
       m_metricsDesk(loop, desk, schedule, history),
       m_metrics(m_metricsDesk),
-      m_follow(lastRows) {}
+      m_follow(lastRows),
+      m_memory(loop) {}
 
 void ControlOperations::Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer) {
   auto parsed = ParseRequestLine(line);

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "io/MemoryRest.h"
 #include "local/control/ConfigQueries.h"
 #include "local/control/ControlRequest.h"
 #include "local/control/FollowQueries.h"
@@ -36,6 +37,8 @@ class ControlOperations {
   [[nodiscard]] FollowQueries& Followers() { return m_follow; }
   [[nodiscard]] MetricsDesk& Metrics() { return m_metricsDesk; }
   [[nodiscard]] GateQueries& TheGate() { return m_gate; }
+  /// Hears of all bytes that clients are sent.
+  [[nodiscard]] MemoryRest& Memory() { return m_memory; }
   /// From now on every line is refused.
   void Stop() { m_isStopping = true; }
   /// Serves one line of a client, which is answered now or, after its turn in the loop, later.
@@ -79,6 +82,7 @@ class ControlOperations {
   MetricsQueries m_metrics;
   FollowQueries m_follow;
   GateQueries m_gate;
+  MemoryRest m_memory;
   DaemonFacts m_facts;
   bool m_isStopping = false;
 };

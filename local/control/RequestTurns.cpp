@@ -24,10 +24,16 @@ void RequestTurns::TakeNext() {
   Waiting next = std::move(m_waiting.front());
   m_waiting.pop_front();
   try {
-    if (TakeTurn(next)) {
+    if (!TakeTurn(next)) {
+      m_inARow = 0;
+    } else if (++m_inARow < kInARow) {
+      m_waiting.push_front(std::move(next));
+    } else {
+      m_inARow = 0;
       m_waiting.push_back(std::move(next));
     }
   } catch (const std::bad_alloc&) {
+    m_inARow = 0;
     next.request->FailForMemory();
   }
   Post();

@@ -16,9 +16,12 @@ using RequestTurn = std::function<bool()>;
 
 /// Requests whose answers take long, one turn of one of them at a time: however many there are,
 /// what else waits in the loop, such as a batch that is due, waits for one turn only. Each request
-/// has its turn when the others have had theirs.
+/// has kInARow turns when the others have had theirs: several that are nearly as long end one after
+/// the other, not all of them late.
 class RequestTurns {
  public:
+  static constexpr int kInARow = 5;
+
   /// The loop outlives the requests.
   explicit RequestTurns(EventLoop& loop) : m_loop(loop) {}
   RequestTurns(const RequestTurns&) = delete;
@@ -42,5 +45,6 @@ class RequestTurns {
 
   EventLoop& m_loop;
   std::deque<Waiting> m_waiting;
+  int m_inARow = 0;         ///< turns that the first has had since it became the first
   bool m_isPosted = false;  ///< a turn stands in the loop's queue
 };

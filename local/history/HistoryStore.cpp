@@ -22,6 +22,7 @@ constexpr std::int64_t kBytesPerMegabyte = std::int64_t{1} << 20;
 constexpr int kRemovedRows = 500;
 constexpr int kFreedPages = 256;
 /// The most that one batch moves of one table out of the file of waiting rows.
+constexpr int kKeptPages = 512 << 10;
 constexpr int kMovedRows = 2000;
 constexpr std::chrono::milliseconds kRemovalTime{20};
 
@@ -329,6 +330,8 @@ void HistoryStore::EndBatch() {
 
 void HistoryStore::Commit() {
   m_target->database->Execute("COMMIT");
+  // What many rows or a long question have left; a usual batch needs less.
+  m_target->database->TrimPages(kKeptPages);
   m_target = nullptr;
   for (const std::string& notice : std::exchange(m_notices, {})) {
     m_report(notice);

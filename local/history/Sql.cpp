@@ -99,8 +99,10 @@ void SqlDatabase::Close::operator()(sqlite3* database) const { ::sqlite3_close_v
 
 SqlDatabase::SqlDatabase(const std::string& path, int busyMilliseconds) {
   sqlite3* database = nullptr;
-  const int code = ::sqlite3_open_v2(path.c_str(), &database,
-                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+  const int code =
+      ::sqlite3_open_v2(path.c_str(), &database,
+                        // One thread works with it, which needs no locks for that.
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
   m_database.reset(database);
   if (code != SQLITE_OK) {
     Throw(database, code);
@@ -116,6 +118,16 @@ std::int64_t SqlDatabase::Number(const std::string& text) {
 int SqlDatabase::Changes() const { return ::sqlite3_changes(m_database.get()); }
 bool SqlDatabase::IsInTransaction() const {
   return ::sqlite3_get_autocommit(m_database.get()) == 0;
+}
+
+void SqlDatabase::TrimPages(int bytes) {
+  int used = 0;
+  int most = 0;
+  if (::sqlite3_db_status(m_database.get(), SQLITE_DBSTATUS_CACHE_USED, &used, &most, 0) ==
+          SQLITE_OK &&
+      used > bytes) {
+    ::sqlite3_db_release_memory(m_database.get());
+  }
 }
 
 std::string QuotedName(std::string_view name) {

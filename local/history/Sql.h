@@ -75,6 +75,8 @@ class SqlDatabase {
   /// Rows that the last statement has inserted, changed or deleted.
   [[nodiscard]] int Changes() const;
   [[nodiscard]] bool IsInTransaction() const;
+  /// Frees the pages that it has read and keeps, if they are more than so many bytes.
+  void TrimPages(int bytes);
 
  private:
   struct Close {

@@ -85,10 +85,9 @@ class Browser:
         return wait_for(what, lambda: self.script(script, *words))
 
     def loaded(self):
-        """Waits until each chart shows something or says why not."""
+        """Waits until each chart shows the page's range or says why not."""
         self.wait("the charts", """return document.querySelector('main').children.length > 0 &&
-            [...document.querySelectorAll('.chart-message')].every(
-              (one) => one.hidden || one.textContent !== 'Loading')""")
+            !document.querySelector('.chart-frame[aria-busy]')""")
 
     def requests(self):
         """Addresses of the interface that were asked for since the last call."""

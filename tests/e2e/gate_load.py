@@ -23,7 +23,7 @@ KILLS = 100
 FLOOD_SECONDS = 5
 # What daemon and gate may use at rest, and how much more afterwards, where the program is the one that is shipped.
 REST_MEGABYTES = (10, 9)
-MORE_MEGABYTES = {True: 3, False: 12}
+MORE_MEGABYTES = {True: 1.5, False: 12}
 
 
 def is_strict(build):

@@ -8,14 +8,21 @@
 #include <atomic>
 #include <cerrno>
 #include <ctime>
+#include <fstream>
+#include <memory>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "io/LoopDescriptor.h"
 #include "io/LoopTimer.h"
+#include "io/MemoryRest.h"
+#include "local/control/RequestTurns.h"
 #include "local/loop/DescriptorWatches.h"
 #include "local/loop/EventTimers.h"
 #include "support/Descriptor.h"
 #include "tests/local/FakeAgent.h"
+#include "tests/local/control/FakePeer.h"
 
 namespace {
 
@@ -273,6 +280,72 @@ TEST_F(EventLoopTest, AnEventCancelledInItsOwnHandlerIsFreedAfterwards) {
   ASSERT_EQ(timers.Schedule(kept.get(), 1, -1, std::time(nullptr) + 1000), 0);
   EXPECT_EQ(timers.Cancel(kept.get(), false), 0);
   EXPECT_EQ(destroyed, 1);
+}
+
+/// Bytes of the process that a field of /proc/self/status tells in kB.
+std::size_t StatusBytes(const std::string& name) {
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    if (std::size_t kilobytes = 0; word == name && status >> kilobytes) {
+      return kilobytes << 10U;
+    }
+  }
+  return 0;
+}
+
+TEST_F(EventLoopTest, MemoryIsGivenBackSomeTimeAfterARush) {
+  constexpr std::size_t kMegabyte = std::size_t{1} << 20U;
+  MemoryRest memory(loop, std::chrono::milliseconds(1));
+  LoopTimer end(loop);
+  const auto rest = [&] {
+    end.After(std::chrono::milliseconds(20), [this] { Stop(); });
+    loop.Run(agent);
+  };
+  memory.NoteRareWork();
+  rest();
+  const std::size_t quiet = StatusBytes("RssAnon:");
+  {
+    std::vector<std::unique_ptr<std::string>> rush(100000);
+    for (auto& one : rush) {
+      one = std::make_unique<std::string>(700, 'x');
+    }
+  }
+  const std::size_t most = StatusBytes("RssFile:");
+  memory.NoteBytes(MemoryRest::kRush);
+  rest();
+  EXPECT_GT(StatusBytes("RssFile:") + kMegabyte / 4, most) << "given back without a rush";
+  memory.NoteBytes(1);
+  memory.NoteBytes(MemoryRest::kRush / 4 + 1);
+  rest();
+  EXPECT_LT(StatusBytes("RssFile:") + kMegabyte / 4, most);
+#if !defined(__SANITIZE_ADDRESS__)
+  EXPECT_LT(StatusBytes("RssAnon:"), quiet + 8 * kMegabyte);
+#endif
+}
+
+TEST_F(EventLoopTest, ARequestHasSomeTurnsInARow) {
+  RequestTurns turns(loop);
+  const auto peer = std::make_shared<FakePeer>(Rights::kRead);
+  std::string order;
+  // How many turns each takes; the last of the one named '!' finds no memory.
+  const std::pair<char, int> requests[] = {{'a', 7}, {'!', 2}, {'b', 6}, {'c', 1}};
+  for (const auto& [name, count] : requests) {
+    const auto request = std::make_shared<ControlRequest>(Json{{"op", "x"}}, peer);
+    turns.Add(request, [&order, name = name, left = count]() mutable {
+      order += name;
+      if (name == '!' && left == 1) {
+        throw std::bad_alloc();
+      }
+      return --left > 0;
+    });
+  }
+  const auto stop = [&](auto& self) -> void {
+    order.size() < 16 ? Post([&] { self(self); }) : Stop();
+  };
+  Post([&] { stop(stop); });
+  loop.Run(agent);
+  EXPECT_EQ(order, "aaaaa!!bbbbbcaab");
+  EXPECT_EQ(peer->answers.size(), 1U);
 }
 
 }  // namespace

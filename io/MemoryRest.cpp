@@ -1,0 +1,57 @@
+#include "io/MemoryRest.h"
+
+#include <link.h>
+#include <malloc.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdint>
+
+namespace {
+
+/// Drops the pages of an object's segments that are never written, by dl_iterate_phdr(3).
+int DropFilePages(::dl_phdr_info* object, std::size_t, void*) {
+  static const auto kPage = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+  for (int i = 0; i < object->dlpi_phnum; ++i) {
+    const ElfW(Phdr)& segment = object->dlpi_phdr[i];
+    if (segment.p_type != PT_LOAD || (segment.p_flags & PF_W) != 0) {
+      continue;
+    }
+    const std::uintptr_t begin = (object->dlpi_addr + segment.p_vaddr) & ~(kPage - 1);
+    const std::uintptr_t end =
+        (object->dlpi_addr + segment.p_vaddr + segment.p_memsz) & ~(kPage - 1);
+    if (begin < end) {
+      // The kernel refuses what is locked, and the pages of its own object stay in any case.
+      ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+void MemoryRest::NoteRareWork() {
+  if (!m_isDue) {
+    m_isDue = true;
+    m_bytes = 0;
+    m_timer.After(m_delay, [this] { Look(); });
+  }
+}
+
+void MemoryRest::NoteBytes(std::size_t bytes) {
+  m_bytes += bytes;
+  if (m_bytes > kRush) {
+    NoteRareWork();
+  }
+}
+
+void MemoryRest::Look() {
+  m_isDue = false;
+  if (m_bytes > kRush / 4) {
+    NoteRareWork();
+    return;
+  }
+  m_bytes = 0;
+  ::malloc_trim(0);
+  ::dl_iterate_phdr(DropFilePages, nullptr);
+}
