@@ -231,6 +231,11 @@ void AlarmBook::Post() {
       Work();
     }
   };
+  task.drop = [this, isAlive = m_isAlive] {
+    if (*isAlive) {
+      m_isPosted = false;
+    }
+  };
   m_loop.Post(std::move(task));
 }
 
@@ -365,6 +370,20 @@ std::vector<Json> AlarmBook::Active() const {
   std::ranges::sort(list,
                     [](const Json& a, const Json& b) { return a["id"].Whole() > b["id"].Whole(); });
   return list;
+}
+
+AlarmFigures AlarmBook::Figures() const {
+  AlarmFigures figures;
+  for (const auto& watch : m_watches) {
+    figures.alarms.push_back(
+        {watch->Definition().name, watch->Definition().severity, watch->Active()});
+  }
+  figures.begun = m_begun;
+  figures.skippedBatches = m_skippedBatches;
+  figures.commands = m_command.Runs();
+  figures.commandFailures = m_command.Failures();
+  figures.droppedCommands = m_command.Dropped();
+  return figures;
 }
 
 void AlarmBook::Stop() {

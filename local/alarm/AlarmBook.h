@@ -18,6 +18,7 @@
 #include "local/alarm/AlarmPast.h"
 #include "local/alarm/AlarmStates.h"
 #include "local/alarm/AlarmWatch.h"
+#include "local/metrics/AlarmFigures.h"
 
 /// Where alarms are defined and what is done about them.
 struct AlarmBookSettings {
@@ -68,12 +69,7 @@ class AlarmBook : public RecordSink {
   /// The alarms that are active, newest first; and the last ones that began or ended, oldest first.
   [[nodiscard]] std::vector<Json> Active() const;
   [[nodiscard]] const std::deque<Json>& Recent() const { return m_recent; }
-  /// Alarms that have begun since the start.
-  [[nodiscard]] std::uint64_t Begun() const { return m_begun; }
-  /// Batches that were passed over since the start.
-  [[nodiscard]] std::uint64_t SkippedBatches() const { return m_skippedBatches; }
-  [[nodiscard]] const AlarmCommand& Command() const { return m_command; }
-  [[nodiscard]] const AlarmHistory& History() const { return m_history; }
+  [[nodiscard]] AlarmFigures Figures() const;
   /// The interval of a record's schedule; 0 where it has none.
   [[nodiscard]] std::chrono::seconds IntervalOf(const std::string& record) const;
 

@@ -130,6 +130,12 @@ void AlarmCapture::Demand(std::int64_t id, const std::string& record) {
       Ask(node);
     }
   };
+  task.drop = [this, isAlive = m_isAlive] {
+    if (*isAlive) {
+      m_isAsked = false;
+      m_demands.clear();
+    }
+  };
   m_loop.Post(std::move(task));
 }
 

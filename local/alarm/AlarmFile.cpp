@@ -96,9 +96,11 @@ class AlarmParser {
       Fault(m_first, "nothing stands behind the '='");
     } else if (keyword == "alarm") {
       Open(value);
+    } else if (m_isOutside) {
+      // Of an alarm that has been told already.
     } else if (m_file.entries.empty()) {
       Fault(m_first, InQuotes(keyword) + " stands before the first \"alarm\"");
-    } else if (!m_isOutside) {
+    } else {
       m_file.entries.back().lines.push_back({m_first, keyword, std::string(value)});
     }
   }

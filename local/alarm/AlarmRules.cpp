@@ -240,6 +240,16 @@ class RuleMaker {
         return Rate(*counter) + sign + NumberText(bound / 100);
       }
     }
+    // "Avg Read Seconds" are the "Read Seconds" by the "Reads".
+    if (label.starts_with("Avg ")) {
+      const std::string_view sum = label.substr(4);
+      const MetricFamily* counter = FindFamily(sum);
+      const MetricFamily* count = FindFamily(std::string(sum.substr(0, sum.find(' '))) + 's');
+      if (counter != nullptr && count != nullptr) {
+        return Rate(*counter) + " / " + Rate(*count) + sign +
+               NumberText(bound * counter->factor / counter->divisor);
+      }
+    }
     throw NoRule(std::string("no metric tells \"") + field.label + '"');
   }
 
