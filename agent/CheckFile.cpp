@@ -22,6 +22,7 @@
 #include "records/RecordLayouts.h"
 #include "records/RecordMapping.h"
 #include "support/HostPaths.h"
+#include "support/HostProfile.h"
 #include "support/Switches.h"
 #include "support/TextFile.h"
 #include "support/TrimmedText.h"
@@ -107,6 +108,33 @@ Finding CheckIni(const std::string& path) {
   return finding;
 }
 
+/// The profile that the settings beside a file ask for; that which has all records where there are
+/// none.
+HostProfile ProfileBeside(const std::string& path) {
+  const std::string ini = path.substr(0, path.rfind('/') + 1) + kIniName;
+  if (!OpenTextFile(ini)) {
+    return HostProfile::kModern;
+  }
+  const IniListing listing = ActiveNodeLayer().ListIniFile(ini.c_str());
+  for (const IniSetting& setting : listing.settings) {
+    if (IsHostProfile(setting)) {
+      return HostProfileOf(setting.value).value_or(HostProfile::kClassic);
+    }
+  }
+  return HostProfile::kClassic;
+}
+
+Finding CheckAlarms(const std::string& path) {
+  g_hostProfile = ProfileBeside(path);
+  PublishAllRecords();
+  const IniListing listing = ActiveNodeLayer().ListAlarmFile(path.c_str());
+  Finding finding{listing.error, {}};
+  for (const IniProblem& problem : listing.problems) {
+    finding.faults.push_back({static_cast<int>(problem.line), problem.text});
+  }
+  return finding;
+}
+
 struct FileKind {
   const char* name;
   const char* fileName;  ///< empty for none
@@ -120,6 +148,7 @@ constexpr std::array kKinds{
     FileKind{"application", "qmtapp", nullptr, CheckApplications},
     FileKind{"optional", "optrecs.dat", nullptr, CheckOptionalRecords},
     FileKind{"ini", kIniName, nullptr, CheckIni},
+    FileKind{"alarms", "alarms", "alarm", CheckAlarms},
 };
 
 template <class Condition>
@@ -217,10 +246,11 @@ int Check(const std::string& path, const FileKind* kind) {
     kind = KindOfText(BeginOf(file.get()));
   }
   if (kind == nullptr) {
-    return Complain(path +
-                    ": the kind of this file can't be told, since neither \"workgroup\" nor "
-                    "\"logfile\" stands in it; name it with --kind (" +
-                    KindNames() + ")");
+    return Complain(
+        path +
+        ": the kind of this file can't be told, since none of \"workgroup\", \"logfile\" "
+        "and \"alarm\" stands in it; name it with --kind (" +
+        KindNames() + ")");
   }
   return Report(path, kind->check(path));
 }

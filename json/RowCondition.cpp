@@ -38,8 +38,12 @@ std::optional<double> DateOfCell(const std::string& text) {
   return std::nullopt;
 }
 
-/// A value that is no text, as a table shows it.
-std::string ShownText(const Json& value, bool isTime) {
+}  // namespace
+
+std::string ShownValue(const Json& value, bool isTime) {
+  if (value.IsString()) {
+    return value.Text();
+  }
   if (value.IsReal()) {
     return FixedText(value.Number(), DecimalsOf(value.Number()));
   }
@@ -48,8 +52,6 @@ std::string ShownText(const Json& value, bool isTime) {
   }
   return JsonText(value);
 }
-
-}  // namespace
 
 RowCondition::RowCondition(std::string_view text, const FieldFinder& find) {
   using enum Operator;
@@ -80,6 +82,7 @@ RowCondition::RowCondition(std::string_view text, const FieldFinder& find) {
   }
   m_field = find(Trimmed(text.substr(0, --place)));
   m_operator = found->second;
+  m_sign = found->first;
   m_text = Trimmed(text.substr(place + found->first.size()));
   m_isNumber = m_field.isNumeric && m_operator != kLike && m_operator != kUnlike;
   if (m_isNumber) {
@@ -137,5 +140,5 @@ bool RowCondition::Holds(const Json& value) const {
   if (m_isNumber && value.IsNumber()) {
     return Compare(value.Number(), m_number);
   }
-  return value.IsString() ? HoldsText(value.Text()) : HoldsText(ShownText(value, m_field.isTime));
+  return value.IsString() ? HoldsText(value.Text()) : HoldsText(ShownValue(value, m_field.isTime));
 }

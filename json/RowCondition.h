@@ -18,6 +18,9 @@ struct RowField {
 /// The field that a label means; throws what its owner throws for a label that means none.
 using FieldFinder = std::function<RowField(std::string_view label)>;
 
+/// A value as tables show it; a whole number of a time as a date.
+[[nodiscard]] std::string ShownValue(const Json& value, bool isTime);
+
 /// What a row must fulfil: one label, an operator and what the value is compared with.
 class RowCondition {
  public:
@@ -28,6 +31,13 @@ class RowCondition {
 
   /// The field whose value is asked for.
   [[nodiscard]] const RowField& Field() const { return m_field; }
+  /// The operator as it is written.
+  [[nodiscard]] std::string_view Sign() const { return m_sign; }
+  /// What the value is compared with, as it is written, and whether as a number.
+  [[nodiscard]] const std::string& Operand() const { return m_text; }
+  [[nodiscard]] bool IsNumeric() const { return m_isNumber; }
+  /// That number; 0 where texts are compared.
+  [[nodiscard]] double Number() const { return m_number; }
   /// Whether that value of a row fulfils it. One that is not there fulfils != only; a number that
   /// is compared as a text is taken as tables show it.
   [[nodiscard]] bool Holds(const Json& value) const;
@@ -52,6 +62,7 @@ class RowCondition {
   RowField m_field;
   bool m_isNumber = false;  ///< numbers are compared, not texts
   Operator m_operator = Operator::kEqual;
+  std::string_view m_sign;
   std::string m_text;
   double m_number = 0;
 };

@@ -9,6 +9,9 @@
 #include <system_error>
 #include <utility>
 
+#include "json/JsonText.h"
+#include "json/RowCondition.h"
+#include "local/AlarmCheck.h"
 #include "local/AlarmSettings.h"
 #include "local/IniCheck.h"
 #include "local/PushSettings.h"
@@ -21,6 +24,7 @@ constexpr const char* kIniDirectory = ".";
 constexpr const char* kIniName = "qmtagt.ini";
 constexpr const char* kChildState = "run/gate-state";
 constexpr const char* kUnitState = "/var/lib/qmtgate";
+constexpr const char* kAlarmStates = "alarms.state";
 constexpr int kBuildFailedMessage = CatalogEntry(10300).number;
 
 std::string TextOf(const char* text) { return text == nullptr ? std::string() : text; }
@@ -101,6 +105,7 @@ LocalNode::LoopParts::LoopParts(const ProblemReport& report)
     : history(report),
       sinks({&lastRows, &history}),
       schedule(loop, desk, sinks),
+      alarms(loop, desk, schedule, lastRows, history, report),
       operations(loop, desk, schedule, lastRows, history),
       server(loop, operations, SocketSettings(gate), report),
       gate(loop, operations, report),
@@ -108,6 +113,8 @@ LocalNode::LoopParts::LoopParts(const ProblemReport& report)
       timers(loop),
       manager(loop) {
   sinks.Add(operations.Followers());
+  sinks.Add(alarms);
+  operations.ServeAlarms(alarms);
   operations.Followers().OnProblem(report);
   operations.TheGate().OnProblem(report);
   loop.OnNoMemory([report] { report("Out of memory: what was under way has been given up."); });
@@ -278,6 +285,11 @@ IniListing LocalNode::ListIniFile(const char* path) {
   return listing;
 }
 
+IniListing LocalNode::ListAlarmFile(const char* path) {
+  LoopParts parts([](const std::string&) {});
+  return ListAlarms(path, parts.schedule);
+}
+
 void LocalNode::EventText(const char* text) {
   if (m_log != nullptr) {
     m_log->EventText(text);
@@ -310,6 +322,7 @@ void LocalNode::LoadSettings() {
   StartGate(http, *ini);
   Parts().schedule.Load(ini->Path(), ScheduleLines(*ini),
                         [this](const std::string& problem) { Report(problem); });
+  StartAlarms(*ini);
 }
 
 void LocalNode::ConfigureMetrics(const HttpSettings& settings) {
@@ -319,6 +332,51 @@ void LocalNode::ConfigureMetrics(const HttpSettings& settings) {
     return;
   }
   metrics.Configure(UsualRecords(), [](const std::string&) {});
+}
+
+void LocalNode::StartAlarms(const LocalIniFile& ini) {
+  const AlarmSettings settings = ReadAlarmSettings(ini);
+  const std::filesystem::path folder(m_iniDirectory.empty() ? kIniDirectory : m_iniDirectory);
+  AlarmBookSettings book;
+  book.file = (folder / settings.file).lexically_normal().string();
+  book.isRequired = settings.isFileNamed;
+  book.statesFile = std::filesystem::path(Parts().history.Settings().file)
+                        .replace_filename(kAlarmStates)
+                        .string();
+  book.command = {settings.command, std::chrono::seconds(settings.commandSeconds),
+                  static_cast<std::size_t>(settings.commands)};
+  Parts().alarms.OnChange([this](const Json& alarm) { TellAlarm(alarm); });
+  Parts().alarms.OnOff([this](const AlarmDefinition& definition, const std::string& why) {
+    TellNumbered(CatalogEntry(10702).number, {definition.name, why});
+  });
+  Parts().alarms.Configure(std::move(book));
+}
+
+void LocalNode::TellAlarm(const Json& alarm) {
+  std::string key;
+  for (const JsonMember& member : alarm["key"].Members()) {
+    key += (key.empty() ? "" : ", ") + ShownValue(member.value, false);
+  }
+  const bool isBegin = alarm["until"].IsNull();
+  TellNumbered(isBegin ? CatalogEntry(10700).number : CatalogEntry(10701).number,
+               {alarm["alarm"].Text(), JsonText(alarm["id"]), alarm["severity"].Text(),
+                std::move(key), alarm["text"].Text()});
+}
+
+void LocalNode::TellNumbered(int number, const std::vector<std::string>& arguments) {
+  const auto entry = std::ranges::find(kMessageCatalog, number, &CatalogMessage::number);
+  std::vector<const char*> texts;
+  for (const std::string& argument : arguments) {
+    texts.push_back(argument.c_str());
+  }
+  MessageLine line;
+  line.number = number;
+  line.level = entry->level;
+  line.kind = entry->kind;
+  line.format = entry->text;
+  line.argCount = static_cast<int>(texts.size());
+  line.args = texts.data();
+  PrintMsg(line);
 }
 
 Json LocalNode::PushTargets(const LocalIniFile& ini) {
@@ -380,6 +438,7 @@ int LocalNode::Run(CMBRunnableNode& node) {
   Parts().loop.Run(node);
   Parts().manager.Stopping();
   Parts().schedule.Stop();
+  Parts().alarms.Stop();
   Parts().gate.Terminate();
   Parts().server.Close();
   Parts().gate.Wait();

@@ -2,10 +2,12 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "local/GateRun.h"
 #include "local/HttpSettings.h"
 #include "local/NodeSettings.h"
+#include "local/alarm/AlarmBook.h"
 #include "local/control/ControlOperations.h"
 #include "local/control/ControlServer.h"
 #include "local/history/HistoryStore.h"
@@ -53,6 +55,7 @@ class LocalNode : public NodeLayer {
   /// Sections "Node", "Http", "Push", "Alarms" and "Schedule" are checked here and are not among
   /// the settings.
   IniListing ListIniFile(const char* path) override;
+  IniListing ListAlarmFile(const char* path) override;
   /// The product's letter and the instance, as in "U/some-host"; empty until Connect.
   char* LocalNodeId() override { return m_nodeId.data(); }
   /// There is no network and so no bus.
@@ -82,6 +85,7 @@ class LocalNode : public NodeLayer {
     HistoryStore history;
     RecordSinks sinks;
     ScheduleBook schedule;
+    AlarmBook alarms;
     ControlOperations operations;
     ControlServer server;
     GateRun gate;
@@ -96,6 +100,10 @@ class LocalNode : public NodeLayer {
   void ConfigureMetrics(const HttpSettings& settings);
   /// The targets of pushes, as the operation `gate` tells them.
   [[nodiscard]] Json PushTargets(const LocalIniFile& ini);
+  /// Begins to look for alarms, when the schedules are known.
+  void StartAlarms(const LocalIniFile& ini);
+  void TellAlarm(const Json& alarm);
+  void TellNumbered(int number, const std::vector<std::string>& arguments);
   void StartGate(const HttpSettings& settings, const LocalIniFile& ini);
 
   std::unique_ptr<MessageLog> m_log;

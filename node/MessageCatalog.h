@@ -55,6 +55,11 @@ inline constexpr std::array kMessageCatalog{
     CatalogMessage{10552, 30, kWarning, "WorkGroup::GetIniFile failed."},
     CatalogMessage{10600, 10, kWarning,
                    "QMTX10600-W An invalid collection event occurred. (record=%1, rc=%2)"},
+    CatalogMessage{10700, 10, kWarning,
+                   "QMTX10700-W An alarm has begun. (alarm=%1, id=%2, severity=%3, key=%4): %5"},
+    CatalogMessage{10701, 10, kInformation,
+                   "QMTX10701-I An alarm has ended. (alarm=%1, id=%2, severity=%3, key=%4): %5"},
+    CatalogMessage{10702, 10, kWarning, "QMTX10702-W An alarm is off. (alarm=%1): %2"},
 };
 
 /// Looks a number up; a number that is not in the catalogue does not compile.

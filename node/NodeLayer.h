@@ -71,6 +71,10 @@ class NodeLayer {
   virtual IniListing ListIniFile(const char* path) {
     return {std::string(path) + ": this node keeps no ini file on disk", {}, {}};
   }
+  /// The same of a definition file of alarms.
+  virtual IniListing ListAlarmFile(const char* path) {
+    return {std::string(path) + ": this node has no alarms", {}, {}};
+  }
   virtual char* LocalNodeId() = 0;
   virtual BusService* Bus() = 0;
   virtual void EventText(const char* text) = 0;

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "local/control/RecordJson.h"
+#include "local/history/RecordJson.h"
 #include "node/NodeConfig.h"
 
 /// A configuration tree that the agent has filled, with its tables of possible values looked up.

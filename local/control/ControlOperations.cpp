@@ -124,7 +124,7 @@ struct ControlOperations::Operation {
 };
 
 const ControlOperations::Operation* ControlOperations::FindOperation(const std::string& name) {
-  static constexpr std::array<Operation, 18> kOperations{{
+  static constexpr std::array<Operation, 22> kOperations{{
       {"records", Rights::kRead, {"op", "id"}, &ControlOperations::Records},
       {"schema", Rights::kRead, {"op", "id", "record", "category"}, &ControlOperations::Schema},
       {"get",
@@ -161,6 +161,13 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
        Rights::kRead,
        {"op", "id", "addresses", "push", "notices"},
        &ControlOperations::Gate},
+      {"alarms",
+       Rights::kRead,
+       {"op", "id", "since", "until", "limit", "state"},
+       &ControlOperations::Alarms},
+      {"alarm", Rights::kRead, {"op", "id", "arguments"}, &ControlOperations::Alarm},
+      {"alarm_rules", Rights::kRead, {"op", "id"}, &ControlOperations::AlarmRuleText},
+      {"alarm_follow", Rights::kRead, {"op", "id"}, &ControlOperations::FollowAlarms},
       {"console_token", Rights::kAdmit, {"op", "id"}, &ControlOperations::MakeToken},
       {"token_check", Rights::kRead, {"op", "id", "token"}, &ControlOperations::CheckToken},
       {"log", Rights::kRead, {"op", "id", "lines"}, &ControlOperations::Log},
@@ -188,8 +195,14 @@ ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleB
       m_metricsDesk(loop, desk, schedule, history),
       m_metrics(m_metricsDesk),
       m_follow(lastRows),
+      m_alarms(m_turns, history),
       m_memory(loop) {
   m_metricsDesk.SetGateFigures([this] { return m_gate.Figures(); });
+}
+
+void ControlOperations::ServeAlarms(AlarmBook& book) {
+  m_alarms.Serve(book);
+  m_metricsDesk.SetAlarmFigures([&book] { return book.Figures(); });
 }
 
 void ControlOperations::Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "io/MemoryRest.h"
+#include "local/control/AlarmQueries.h"
 #include "local/control/ConfigQueries.h"
 #include "local/control/ControlRequest.h"
 #include "local/control/FollowQueries.h"
@@ -36,6 +37,8 @@ class ControlOperations {
   /// Takes each batch of the schedules behind `lastRows`, for those who follow.
   [[nodiscard]] FollowQueries& Followers() { return m_follow; }
   [[nodiscard]] MetricsDesk& Metrics() { return m_metricsDesk; }
+  /// Answers of these alarms; they outlive the questions.
+  void ServeAlarms(AlarmBook& book);
   [[nodiscard]] GateQueries& TheGate() { return m_gate; }
   /// Hears of all bytes that clients are sent.
   [[nodiscard]] MemoryRest& Memory() { return m_memory; }
@@ -67,6 +70,10 @@ class ControlOperations {
   void Gate(const RequestPtr& request) { m_gate.Gate(*request, m_facts.host); }
   void MakeToken(const RequestPtr& request) { m_gate.MakeToken(*request); }
   void CheckToken(const RequestPtr& request) { m_gate.CheckToken(*request); }
+  void Alarms(const RequestPtr& request) { m_alarms.Alarms(request); }
+  void Alarm(const RequestPtr& request) { m_alarms.Alarm(request); }
+  void AlarmRuleText(const RequestPtr& request) { m_alarms.Rules(request); }
+  void FollowAlarms(const RequestPtr& request) { m_alarms.Follow(request); }
   void Log(const RequestPtr& request) { m_gate.Log(*request); }
 
   EventLoop& m_loop;
@@ -81,6 +88,7 @@ class ControlOperations {
   MetricsDesk m_metricsDesk;
   MetricsQueries m_metrics;
   FollowQueries m_follow;
+  AlarmQueries m_alarms;
   GateQueries m_gate;
   MemoryRest m_memory;
   DaemonFacts m_facts;

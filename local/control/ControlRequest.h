@@ -9,7 +9,7 @@
 #include <variant>
 
 #include "local/control/AccessRule.h"
-#include "local/control/RecordJson.h"
+#include "local/history/RecordJson.h"
 #include "local/schedule/RequestBook.h"
 
 /// Gives an answer piece by piece: puts the next piece in place of `piece`; false if it was the

@@ -13,22 +13,7 @@ using RowBytes = std::span<const unsigned char>;
 
 constexpr std::array kChoiceMembers{"columns", "where", "sort", "limit"};
 
-/// What is compared is what clients see.
-Json AsSeen(Json value) {
-  return value.IsString() ? Json(ValidUtf8(value.Text())) : std::move(value);
-}
-
-std::optional<std::size_t> FindPlace(const RecordLayout& layout, std::string_view label) {
-  return FindLabel(label, layout.fields.size(),
-                   [&](std::size_t at) -> std::string_view { return layout.fields[at].label; });
-}
-
 }  // namespace
-
-bool HoldsArguments(const FieldLayout& field) {
-  static constexpr std::array<std::string_view, 2> kLabels{"Argument List", "Command Line"};
-  return std::ranges::find(kLabels, field.label) != kLabels.end();
-}
 
 std::variant<std::vector<std::string>, ControlError> ReadTexts(const Json& message,
                                                                const char* name,
@@ -107,9 +92,11 @@ std::optional<ControlError> RowChoices::ReadPlain(const Json& message) {
 std::optional<ControlError> RowChoices::ReadLabels(const Json& message,
                                                    const RecordLayout& layout) {
   const auto find = [&](std::string_view label) { return Find(layout, label); };
-  const auto has = [&](std::string_view label) { return FindPlace(layout, label).has_value(); };
+  const auto has = [&](std::string_view label) {
+    return FindFieldPlace(layout, label).has_value();
+  };
   const auto takeColumn = [&](const std::string& text) {
-    const auto place = FindPlace(layout, Trimmed(text));
+    const auto place = FindFieldPlace(layout, Trimmed(text));
     if (!place) {
       throw std::invalid_argument(std::string(layout.name) + " has no label \"" + text + "\"");
     }
@@ -141,18 +128,11 @@ std::optional<ControlError> RowChoices::ReadLabels(const Json& message,
 }
 
 RowField RowChoices::Find(const RecordLayout& layout, std::string_view label) const {
-  const auto place = FindPlace(layout, Trimmed(label));
-  if (!place) {
-    throw std::invalid_argument(std::string(layout.name) + " has no label \"" + std::string(label) +
-                                "\"");
+  RowField found = RowFieldOf(layout, label);
+  if (!m_hasArguments && HoldsArguments(layout.fields[found.place])) {
+    throw std::invalid_argument("\"" + found.label + "\" holds arguments, which are left out");
   }
-  const FieldLayout& field = layout.fields[*place];
-  if (!m_hasArguments && HoldsArguments(field)) {
-    throw std::invalid_argument("\"" + std::string(field.label) +
-                                "\" holds arguments, which are left out");
-  }
-  return {field.label, *place, field.type != FieldType::kText,
-          IsTimeField(FieldMeaningName(field.meaning), FieldTypeName(field.type), field.label)};
+  return found;
 }
 
 bool RowChoices::Holds(const std::function<Json(std::size_t)>& valueAt) const {

@@ -12,10 +12,8 @@
 #include "json/RowCondition.h"
 #include "json/RowOrder.h"
 #include "local/control/ControlRequest.h"
+#include "local/history/RowFields.h"
 #include "node/LayoutRegistry.h"
-
-/// Whether the field tells what a program was started with, which may hold what is secret.
-[[nodiscard]] bool HoldsArguments(const FieldLayout& field);
 
 /// What an array member of a request may hold.
 struct TextBounds {

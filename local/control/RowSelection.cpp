@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "local/control/RecordJson.h"
+#include "local/history/RecordJson.h"
 
 namespace {
 

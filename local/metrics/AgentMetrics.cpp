@@ -83,6 +83,26 @@ void AddHistory(MetricText& text, const HistoryStore& history) {
          static_cast<double>(history.LostBatches()));
 }
 
+void AddAlarms(MetricText& text, const AlarmFigures& alarms) {
+  if (alarms.alarms.empty()) {
+    return;
+  }
+  Begin(text, "alarm_active", "Rows for which the alarm is active", MetricKind::kGauge);
+  for (const AlarmFigures::Alarm& alarm : alarms.alarms) {
+    text.Sample({{"alarm", alarm.name}, {"severity", alarm.severity}},
+                static_cast<double>(alarm.active));
+  }
+  const auto add = [&](const char* name, const char* help, std::uint64_t value) {
+    AddOne(text, name, help, MetricKind::kCounter, static_cast<double>(value));
+  };
+  add("alarms", "Alarms that have begun", alarms.begun);
+  add("alarm_skipped_batches", "Batches that alarms were not held against", alarms.skippedBatches);
+  add("alarm_commands", "Commands of alarms that were started", alarms.commands);
+  add("alarm_command_failures", "Commands of alarms that failed", alarms.commandFailures);
+  add("alarm_dropped_commands", "Commands of alarms that there was no room for",
+      alarms.droppedCommands);
+}
+
 const char* UnitOf(const std::string& name) {
   return name.ends_with("_seconds") ? "seconds" : name.ends_with("_bytes") ? "bytes" : "";
 }
@@ -128,5 +148,6 @@ void AddAgentMetrics(MetricText& text, const AgentFacts& facts) {
   AddOne(text, "scrapes", "Scrapes that were asked for", MetricKind::kCounter,
          static_cast<double>(facts.scrapes));
   AddGateMetrics(text, facts.gate);
+  AddAlarms(text, facts.alarms);
   AddFigures(text);
 }

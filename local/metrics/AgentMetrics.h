@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "local/history/HistoryStore.h"
+#include "local/metrics/AlarmFigures.h"
 #include "local/metrics/GateFigures.h"
 #include "local/metrics/MetricText.h"
 #include "local/schedule/BatchDesk.h"
@@ -15,8 +16,9 @@ struct AgentFacts {
   const HistoryStore& history;
   std::uint64_t scrapes;  ///< since the start
   const GateFigures& gate;
+  const AlarmFigures& alarms;
 };
 
 /// The families of the daemon itself: build, batches, schedules, history, scrapes, what the gate
-/// sends, and the registered figures.
+/// sends, alarms, and the registered figures.
 void AddAgentMetrics(MetricText& text, const AgentFacts& facts);

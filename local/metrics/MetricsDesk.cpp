@@ -160,6 +160,6 @@ MetricsAnswer MetricsDesk::Render(const Look& look, MetricFormat format) {
       text.Sample({{"record", record}}, static_cast<double>(count));
     }
   }
-  AddAgentMetrics(text, {m_desk, m_schedule, m_history, m_scrapes, m_gate()});
+  AddAgentMetrics(text, {m_desk, m_schedule, m_history, m_scrapes, m_gate(), m_alarms()});
   return {MetricsAnswer::Outcome::kDone, text.Finish()};
 }

@@ -13,6 +13,7 @@
 #include "local/history/HistoryStore.h"
 #include "local/log/ProblemReport.h"
 #include "local/loop/EventLoop.h"
+#include "local/metrics/AlarmFigures.h"
 #include "local/metrics/GateFigures.h"
 #include "local/metrics/MetricText.h"
 #include "local/schedule/BatchDesk.h"
@@ -48,6 +49,8 @@ class MetricsDesk {
 
   /// What the gate says of what it sends, at the moment of the call. Until it is set, nothing.
   void SetGateFigures(std::function<GateFigures()> figures) { m_gate = std::move(figures); }
+  /// The same of alarms.
+  void SetAlarmFigures(std::function<AlarmFigures()> figures) { m_alarms = std::move(figures); }
   [[nodiscard]] const std::vector<std::string>& Records() const { return m_records; }
 
   /// Answers a scrape of these records, or, where there are none, of the configured ones: at once
@@ -75,4 +78,5 @@ class MetricsDesk {
   std::map<Names, std::shared_ptr<Look>> m_looks;
   std::uint64_t m_scrapes = 0;
   std::function<GateFigures()> m_gate = [] { return GateFigures(); };
+  std::function<AlarmFigures()> m_alarms = [] { return AlarmFigures(); };
 };

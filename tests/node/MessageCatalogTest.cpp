@@ -39,6 +39,9 @@ constexpr const char* kPublished[] = {
     "10503 10 2 QMTX10503-W Reception of a signal caused the service to stop. (signal=%1)",
     "10552 30 2 WorkGroup::GetIniFile failed.",
     "10600 10 2 QMTX10600-W An invalid collection event occurred. (record=%1, rc=%2)",
+    "10700 10 2 QMTX10700-W An alarm has begun. (alarm=%1, id=%2, severity=%3, key=%4): %5",
+    "10701 10 3 QMTX10701-I An alarm has ended. (alarm=%1, id=%2, severity=%3, key=%4): %5",
+    "10702 10 2 QMTX10702-W An alarm is off. (alarm=%1): %2",
 };
 
 TEST(MessageCatalogTest, EachMessageIsAsPublished) {

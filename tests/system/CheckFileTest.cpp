@@ -3,11 +3,13 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -70,6 +72,8 @@ TEST(CheckFileTest, EachKindIsToldAndItsFaultsAreNamedByLine) {
       {"qmtagt.ini", "[Agnet]\na=\x1b\n", "", 1, "ini:2: nothing reads the settings of [Agnet]"},
       {"qmtagt.ini", "[Agent]\nWorkgroup File=a\nworkgroup file=b\n", "", 1, "ini:3: \"workgroup"},
       {"qmtagt.ini", "[Interval Records/UPI]\nPipedir=/a\nPipdir=/b\n", "", 1, "ini:3: no setting"},
+      {"alarms", "alarm = a\nrecord = MEMD\ncondition = OOM Kills > 0\n", "", 0, ""},
+      {"mine", "alarm = a\nrecord = MEMD\ncondition = OOM > 0\n", "", 1, "mine:3: MEMD has no"},
       {"qmtagt.ini", std::string("\0", 1), "", 2, "holds a zero byte"},
   };
   for (const auto& row : cases) {
@@ -92,6 +96,7 @@ TEST(CheckFileTest, TheManualsExamplesAreRightAndTheFaultyOneIsNot) {
     std::vector<int> exitValues;  ///< of its examples
   } cases[] = {{"workgroups.md", "workgroup", {0, 0, 1}},
                {"log-events.md", "event", {0, 0}},
+               {"alarms.md", "alarms", {0}},
                {"applications.md", "application", {0}}};
   for (const auto& row : cases) {
     std::ifstream file(std::string(QMT_TEST_DIR "/../docs/") + row.manual);
@@ -119,6 +124,24 @@ TEST(CheckFileTest, TheShippedExampleIsSilent) {
   const Outcome outcome = Check(folder, "wgfile");
   EXPECT_EQ(outcome.exitValue, 0);
   EXPECT_EQ(outcome.output, "");
+}
+
+TEST(CheckFileTest, TheShippedAlarmsAreRightOnceTheyAreSwitchedOnAndScheduled) {
+  std::ifstream file(QMT_TEST_DIR "/../packaging/alarms");
+  const std::string text(std::istreambuf_iterator<char>(file), {});
+  const std::regex line("(^|\n)# ([a-z]+ +=)");
+  const std::string on = std::regex_replace(text, line, "$1$2");
+  ASSERT_THAT(on, HasSubstr("\nalarm     = swap"));
+  const TempFolder folder;
+  std::ofstream(folder.Path() / "alarms") << on;
+  EXPECT_EQ(Check(folder, "alarms").output, "");
+  std::ofstream(folder.Path() / "qmtagt.ini")
+      << "[Host]\nProfile = modern\n[Schedule]\nFSL = 60\nPRES = 60\nMEMD = 60\nDISK = 60\n"
+         "SOCK = 60\nHOST = 60\n";
+  const Outcome outcome = Check(folder, "alarms");
+  EXPECT_EQ(outcome.exitValue, 1);
+  EXPECT_THAT(outcome.output, HasSubstr("no schedule of qmtagt.ini collects the record APP"));
+  EXPECT_EQ(std::ranges::count(outcome.output, '\n'), 1) << outcome.output;
 }
 
 TEST(CheckFileTest, WhatIsNoFileIsRefusedAtOnce) {

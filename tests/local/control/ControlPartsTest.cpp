@@ -6,7 +6,7 @@
 #include "local/control/AccessRule.h"
 #include "local/control/ControlOperations.h"
 #include "local/control/LineBuffer.h"
-#include "local/control/RecordJson.h"
+#include "local/history/RecordJson.h"
 #include "local/history/FieldValue.h"
 #include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"

@@ -1,4 +1,4 @@
-#include "local/control/RecordJson.h"
+#include "local/history/RecordJson.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,0 +1,396 @@
+#include "local/alarm/AlarmBook.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "local/alarm/AlarmFile.h"
+
+namespace {
+
+using AlarmClock = std::chrono::steady_clock;
+
+/// Rows between two looks at the clock.
+constexpr std::size_t kRowsBetweenLooks = 16;
+
+}  // namespace
+
+AlarmBook::AlarmBook(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
+                     const LastRows& lastRows, HistoryStore& history, ProblemReport report)
+    : m_loop(loop),
+      m_schedule(schedule),
+      m_lastRows(lastRows),
+      m_store(history),
+      m_report(std::move(report)),
+      m_history(history, m_report),
+      m_capture(loop, desk, schedule, lastRows, m_history, m_report),
+      m_command(loop, m_report),
+      m_agentRow(desk, schedule, history) {
+  m_capture.OnReady([this] { Post(); });
+}
+
+AlarmBook::~AlarmBook() { *m_isAlive = false; }
+
+void AlarmBook::Configure(AlarmBookSettings settings) {
+  m_settings = std::move(settings);
+  m_command.Configure(m_settings.command);
+  m_states = std::make_unique<AlarmStates>(m_settings.statesFile, m_report);
+  ReadFile();
+  m_states->Load(m_watches);
+  CheckSchedules();
+  Resume();
+  const std::time_t now = std::time(nullptr);
+  for (const auto& watch : m_watches) {
+    const AlarmDefinition& definition = watch->Definition();
+    m_hasAgentAlarms = m_hasAgentAlarms || definition.layout == &AgentLayout();
+    if (watch->Why().empty() && !definition.predicted.empty() &&
+        definition.layout != &AgentLayout()) {
+      m_past.emplace_back(*watch, now);
+    }
+  }
+  if (!m_past.empty() || m_history.HasWaiting()) {
+    Post();
+  }
+}
+
+void AlarmBook::ReadFile() {
+  if (m_settings.file.empty()) {
+    return;
+  }
+  const AlarmFileText file = ReadAlarmFile(m_settings.file);
+  if (!file.error.empty()) {
+    if (m_settings.isRequired || !file.isMissing) {
+      m_report("Alarms: " + file.error);
+    }
+    return;
+  }
+  const auto tell = [this](const IniProblem& fault) {
+    m_report(m_settings.file + ':' + std::to_string(fault.line) + ": " + fault.text);
+  };
+  std::ranges::for_each(file.faults, tell);
+  for (const AlarmEntry& entry : file.entries) {
+    std::vector<IniProblem> faults;
+    m_watches.push_back(std::make_unique<AlarmWatch>(MakeAlarmDefinition(entry, faults)));
+    std::ranges::for_each(faults, tell);
+    if (!m_watches.back()->Why().empty()) {
+      m_onOff(m_watches.back()->Definition(), m_watches.back()->Why());
+    }
+  }
+}
+
+AlarmWatch* AlarmBook::FindWatch(const Json& alarm) const {
+  const auto found = std::ranges::find_if(m_watches, [&](const auto& watch) {
+    return watch->Definition().name == alarm["alarm"].Text() &&
+           watch->Definition().record == alarm["record"].Text();
+  });
+  return found == m_watches.end() ? nullptr : found->get();
+}
+
+/// The history is believed in what has begun and ended, the file of states in all else: a kill may
+/// have come between the two.
+void AlarmBook::Resume() {
+  std::error_code ignored;
+  if (m_watches.empty() && !std::filesystem::exists(m_store.Settings().file, ignored)) {
+    return;
+  }
+  std::int64_t lastId = 0;
+  std::vector<Json> active;
+  m_history.ReadOpen(lastId, active);
+  m_states->TakenUpTo(lastId);
+  for (const auto& watch : m_watches) {
+    std::vector<std::int64_t> ended;
+    for (const auto& [key, state] : watch->States()) {
+      const bool isKnown = std::ranges::any_of(
+          active, [&](const Json& each) { return each["id"].Whole() == state.id; });
+      if (state.phase != AlarmState::Phase::kActive || isKnown) {
+        continue;
+      }
+      if (state.id > 0 && state.id <= lastId) {
+        ended.push_back(state.id);
+      } else {
+        m_history.Put(AlarmJson(*watch, state));
+      }
+    }
+    for (const std::int64_t id : ended) {
+      watch->Forget(id);
+    }
+  }
+  std::ranges::for_each(active, [this](const Json& kept) { ResumeOne(kept); });
+}
+
+void AlarmBook::ResumeOne(const Json& kept) {
+  AlarmWatch* watch = FindWatch(kept);
+  const std::int64_t id = kept["id"].Whole();
+  if (watch != nullptr && watch->Why().empty()) {
+    if (watch->FindId(id) != nullptr) {
+      return;
+    }
+    const bool hasEnded = std::ranges::any_of(
+        watch->States(), [&](const auto& entry) { return entry.second.id >= id; });
+    if (!hasEnded) {
+      AlarmState state;
+      state.phase = AlarmState::Phase::kActive;
+      state.id = id;
+      state.since = kept["since"].Whole();
+      state.begins.push_back(state.since);
+      state.key = kept["key"];
+      state.values = kept["values"];
+      state.text = kept["text"].Text();
+      watch->Adopt(std::move(state));
+      return;
+    }
+  }
+  Json ended = kept;
+  ended["state"] = "ended";
+  ended["until"] = std::time(nullptr);
+  m_history.Put(ended);
+  Tell(ended);
+}
+
+std::chrono::seconds AlarmBook::IntervalOf(const std::string& record) const {
+  std::chrono::seconds shortest{0};
+  for (const auto& entry : m_schedule.Entries()) {
+    const bool isIt = record == kAgentRecord || record == entry->asker->Record();
+    if (isIt && (shortest.count() == 0 || entry->period < shortest)) {
+      shortest = entry->period;
+    }
+  }
+  return shortest;
+}
+
+void AlarmBook::CheckSchedules() {
+  for (const auto& watch : m_watches) {
+    const AlarmDefinition& definition = watch->Definition();
+    if (!definition.why.empty()) {
+      watch->EndAll(std::time(nullptr),
+                    [this](AlarmWatch& one, AlarmState& state) { Changed(one, state); });
+      continue;
+    }
+    const bool isScheduled = definition.layout == &AgentLayout() ||
+                             m_schedule.Holds(definition.record, definition.layout->category);
+    if (isScheduled != watch->Why().empty()) {
+      watch->SetWhy(isScheduled ? "" : "no schedule collects the record " + definition.record);
+      if (!isScheduled) {
+        m_onOff(definition, watch->Why());
+        watch->EndAll(std::time(nullptr),
+                      [this](AlarmWatch& one, AlarmState& state) { Changed(one, state); });
+      }
+    }
+  }
+}
+
+void AlarmBook::Take(const ScheduledRows& rows) {
+  if (m_watches.empty()) {
+    return;
+  }
+  if (m_taken == nullptr) {
+    m_taken = std::make_unique<Batch>();
+  }
+  m_taken->rows[rows.record] = m_lastRows.Find(rows.record, rows.category);
+}
+
+void AlarmBook::EndBatch() {
+  if (m_watches.empty()) {
+    return;
+  }
+  CheckSchedules();
+  if (m_hasAgentAlarms) {
+    const std::time_t now = std::time(nullptr);
+    std::vector<unsigned char> row =
+        m_agentRow.Make(now, m_command.Failures() + m_command.Dropped());
+    if (!row.empty()) {
+      const auto kept = std::make_shared<KeptRows>();
+      kept->time = now;
+      kept->rows.push_back(std::move(row));
+      if (m_taken == nullptr) {
+        m_taken = std::make_unique<Batch>();
+      }
+      m_taken->rows[kAgentRecord] = kept;
+    }
+  }
+  if (m_taken != nullptr) {
+    if (m_batches.size() >= kMostBatches) {
+      // The one at work is half done.
+      m_batches.erase(m_batches.begin() + 1);
+      ++m_skippedBatches;
+    }
+    m_batches.push_back(std::exchange(m_taken, nullptr));
+  }
+  Post();
+}
+
+void AlarmBook::Post() {
+  if (std::exchange(m_isPosted, true)) {
+    return;
+  }
+  LoopTask task;
+  task.run = [this, isAlive = m_isAlive](CMBNode&) {
+    if (*isAlive) {
+      m_isPosted = false;
+      Work();
+    }
+  };
+  task.drop = [this, isAlive = m_isAlive] {
+    if (*isAlive) {
+      m_isPosted = false;
+    }
+  };
+  m_loop.Post(std::move(task));
+}
+
+void AlarmBook::Work() {
+  const auto end = AlarmClock::now() + kTurn;
+  bool isMore = ReadPast(end) || Evaluate(end);
+  isMore = m_capture.Work(end) || isMore;
+  // A turn of its own where this one has been used up.
+  isMore = AlarmClock::now() < end ? m_history.Flush() || isMore : true;
+  if (m_batches.empty() && m_states != nullptr) {
+    m_states->Save(m_watches);
+  }
+  if (isMore) {
+    Post();
+  }
+}
+
+bool AlarmBook::ReadPast(AlarmClock::time_point end) {
+  while (!m_past.empty() && AlarmClock::now() < end) {
+    bool isMore = false;
+    SqlDatabase* database = m_store.Database();
+    try {
+      isMore = database != nullptr && m_past.front().GoOn(*database);
+    } catch (const SqlError&) {
+      // The line begins anew, as it does without a history.
+    }
+    if (!isMore) {
+      m_past.pop_front();
+    }
+  }
+  return !m_past.empty();
+}
+
+bool AlarmBook::Evaluate(AlarmClock::time_point end) {
+  while (!m_batches.empty()) {
+    Batch& batch = *m_batches.front();
+    while (batch.watch < m_watches.size()) {
+      if (EvaluateWatch(batch, end)) {
+        return true;
+      }
+      ++batch.watch;
+      batch.row = 0;
+    }
+    m_batches.pop_front();
+  }
+  return false;
+}
+
+bool AlarmBook::EvaluateWatch(Batch& batch, AlarmClock::time_point end) {
+  AlarmWatch& watch = *m_watches[batch.watch];
+  const AlarmDefinition& definition = watch.Definition();
+  const auto found = batch.rows.find(definition.record);
+  if (!watch.Why().empty() || found == batch.rows.end()) {
+    return false;
+  }
+  const KeptRows& rows = *found->second;
+  const AlarmWatch::Change change = [this](AlarmWatch& one, AlarmState& state) {
+    Changed(one, state);
+  };
+  if (batch.row == 0) {
+    watch.Begin(rows.time, IntervalOf(definition.record));
+  }
+  while (batch.row < rows.rows.size()) {
+    watch.Row(rows.rows[batch.row], change);
+    ++batch.row;
+    if (batch.row % kRowsBetweenLooks == 0 && batch.row < rows.rows.size() &&
+        AlarmClock::now() >= end) {
+      return true;
+    }
+  }
+  watch.End(change);
+  return false;
+}
+
+void AlarmBook::Changed(AlarmWatch& watch, AlarmState& state) {
+  const bool isBegin = state.phase == AlarmState::Phase::kActive;
+  if (isBegin) {
+    state.id = m_states->TakeId();
+    ++m_begun;
+  }
+  const Json alarm = AlarmJson(watch, state);
+  m_history.Put(alarm);
+  if (isBegin && !m_batches.empty()) {
+    m_capture.Take(state.id, watch.Definition().capture, m_batches.front()->rows);
+  }
+  Tell(alarm);
+}
+
+void AlarmBook::Tell(const Json& alarm) {
+  m_recent.push_back(alarm);
+  if (m_recent.size() > kMostRecent) {
+    m_recent.pop_front();
+  }
+  m_command.Run(AlarmEnvironment(alarm));
+  for (const Listener& listener : m_listeners) {
+    listener(alarm);
+  }
+}
+
+Json AlarmBook::AlarmJson(const AlarmWatch& watch, const AlarmState& state) {
+  const AlarmDefinition& definition = watch.Definition();
+  const bool isActive = state.phase == AlarmState::Phase::kActive;
+  return Json{{"id", state.id},
+              {"alarm", definition.name},
+              {"record", definition.record},
+              {"key", state.key},
+              {"severity", definition.severity},
+              {"state", isActive ? "active" : "ended"},
+              {"since", state.since},
+              {"until", isActive ? Json(nullptr) : Json(state.until)},
+              {"text", state.text},
+              {"values", state.values},
+              {"captured", Json(definition.capture)}};
+}
+
+const char* AlarmBook::StateName(const AlarmWatch& watch) {
+  return !watch.Why().empty()  ? "off"
+         : watch.Active() > 0  ? "active"
+         : watch.Pending() > 0 ? "pending"
+                               : "ok";
+}
+
+std::vector<Json> AlarmBook::Active() const {
+  std::vector<Json> list;
+  for (const auto& watch : m_watches) {
+    for (const auto& [key, state] : watch->States()) {
+      if (state.phase == AlarmState::Phase::kActive) {
+        list.push_back(AlarmJson(*watch, state));
+      }
+    }
+  }
+  std::ranges::sort(list,
+                    [](const Json& a, const Json& b) { return a["id"].Whole() > b["id"].Whole(); });
+  return list;
+}
+
+AlarmFigures AlarmBook::Figures() const {
+  AlarmFigures figures;
+  for (const auto& watch : m_watches) {
+    figures.alarms.push_back(
+        {watch->Definition().name, watch->Definition().severity, watch->Active()});
+  }
+  figures.begun = m_begun;
+  figures.skippedBatches = m_skippedBatches;
+  figures.commands = m_command.Runs();
+  figures.commandFailures = m_command.Failures();
+  figures.droppedCommands = m_command.Dropped();
+  return figures;
+}
+
+void AlarmBook::Stop() {
+  if (m_states == nullptr) {
+    return;
+  }
+  static_cast<void>(Evaluate(AlarmClock::now() + kTurn));
+  static_cast<void>(m_history.Flush());
+  m_states->Save(m_watches, true);
+}

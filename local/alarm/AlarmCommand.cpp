@@ -1,0 +1,319 @@
+#include "local/alarm/AlarmCommand.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <string_view>
+#include <system_error>
+
+#include "io/LoopDescriptor.h"
+#include "io/LoopTimer.h"
+#include "json/JsonText.h"
+#include "json/RowCondition.h"
+#include "support/Capabilities.h"
+#include "support/ChildProcess.h"
+#include "support/Descriptor.h"
+
+namespace {
+
+constexpr int kCommandNotStarted = 127;
+/// Reads of the pipe in one callback.
+constexpr int kCommandReads = 4;
+constexpr std::size_t kMostVariable = 4096;  ///< bytes of one variable's value
+
+std::string VariableName(std::string_view label) {
+  std::string name;
+  for (const char c : label) {
+    const bool isLower = c >= 'a' && c <= 'z';
+    const bool isOther = (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    name += isLower ? static_cast<char>(c - 'a' + 'A') : isOther ? c : '_';
+  }
+  return name;
+}
+
+/// A value may hold anything but a NUL, which would cut it.
+std::string Variable(const std::string& name, std::string value) {
+  std::erase(value, '\0');
+  value.resize(std::min(value.size(), kMostVariable));
+  return name + '=' + value;
+}
+
+std::string PlainText(const Json* value) {
+  return value == nullptr || value->IsNull() ? "" : ShownValue(*value, false);
+}
+
+void AddMembers(const Json* object, const std::string& prefix,
+                std::vector<std::string>& environment) {
+  if (object == nullptr || !object->IsObject()) {
+    return;
+  }
+  std::set<std::string> names;
+  for (const JsonMember& member : object->Members()) {
+    const std::string name = prefix + VariableName(member.name);
+    if (names.insert(name).second) {
+      environment.push_back(Variable(name, PlainText(&member.value)));
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> AlarmEnvironment(const Json& alarm) {
+  std::vector<std::string> environment;
+  constexpr std::array<std::pair<const char*, const char*>, 8> kPlain{
+      {{"QMT_ALARM_NAME", "alarm"},
+       {"QMT_ALARM_STATE", "state"},
+       {"QMT_ALARM_SEVERITY", "severity"},
+       {"QMT_ALARM_TEXT", "text"},
+       {"QMT_ALARM_RECORD", "record"},
+       {"QMT_ALARM_ID", "id"},
+       {"QMT_ALARM_SINCE", "since"},
+       {"QMT_ALARM_UNTIL", "until"}}};
+  for (const auto& [name, member] : kPlain) {
+    environment.push_back(Variable(name, PlainText(alarm.Find(member))));
+  }
+  AddMembers(alarm.Find("key"), "QMT_ALARM_KEY_", environment);
+  AddMembers(alarm.Find("values"), "QMT_ALARM_VALUE_", environment);
+  return environment;
+}
+
+/// One run of the command.
+class AlarmCommand::Child {
+ public:
+  Child(AlarmCommand& owner)
+      : m_owner(owner), m_process(owner.m_loop), m_output(owner.m_loop), m_limit(owner.m_loop) {}
+  ~Child() {
+    if (m_pid > 0) {
+      Kill();
+      ::waitpid(m_pid, nullptr, 0);
+    }
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  /// Why it can't be started; empty if it runs.
+  std::string Start(std::vector<std::string> environment) {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+      return std::strerror(errno);
+    }
+    Descriptor reader(ends[0]);
+    const Descriptor writer(ends[1]);
+    const char* path = std::getenv("PATH");
+    environment.push_back(std::string("PATH=") +
+                          (path == nullptr ? "/usr/sbin:/usr/bin:/sbin:/bin" : path));
+    std::vector<char*> variables;
+    for (std::string& variable : environment) {
+      variables.push_back(variable.data());
+    }
+    variables.push_back(nullptr);
+    const pid_t parent = ::getpid();
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      BecomeCommand(writer.Get(), parent, variables.data());
+    }
+    if (pid < 0) {
+      return std::strerror(errno);
+    }
+    m_pid = pid;
+    try {
+      Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0U)));
+      if (!process.IsOpen()) {
+        throw std::system_error(errno, std::generic_category());
+      }
+      m_process.Take(std::move(process));
+      m_output.Take(std::move(reader));
+    } catch (const std::system_error& problem) {
+      ::kill(pid, SIGKILL);
+      ::waitpid(std::exchange(m_pid, 0), nullptr, 0);
+      return problem.code().message();
+    }
+    WatchOutput();
+    WatchEnd();
+    m_limit.After(m_owner.m_settings.limit, [this] { OnLimit(); });
+    return "";
+  }
+
+ private:
+  [[noreturn]] void BecomeCommand(int output, pid_t parent, char* const* environment) const {
+    // A group of its own, which can be ended as a whole, and none of the agent's, which waits for
+    // its own group's children.
+    ::setsid();
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != parent) {
+      ::_exit(kCommandNotStarted);
+    }
+    ResetSignals();
+    // What the daemon may do beyond its user is for reading figures.
+    static_cast<void>(KeepCapabilities(0));
+    const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    nothing >= 0 ? ::dup2(nothing, STDIN_FILENO) : ::close(STDIN_FILENO);
+    ::dup2(output, STDOUT_FILENO);
+    ::dup2(output, STDERR_FILENO);
+    KeepAcrossExec(STDERR_FILENO);
+    const char* const program = m_owner.m_settings.program.c_str();
+    std::array<char*, 2> arguments{const_cast<char*>(program), nullptr};
+    ::execve(program, arguments.data(), environment);
+    const char* reason = ::strerrordesc_np(errno);
+    const std::array<std::string_view, 3> words{
+        "can't be started: ", reason == nullptr ? "" : reason, "\n"};
+    for (const std::string_view word : words) {
+      [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, word.data(), word.size());
+    }
+    ::_exit(kCommandNotStarted);
+  }
+
+  /// The group's number is its own for as long as its first process has not been waited for.
+  void Kill() const {
+    if (::syscall(SYS_pidfd_send_signal, m_process.Get(), SIGKILL, nullptr, 0U) == 0) {
+      ::kill(-m_pid, SIGKILL);
+    }
+  }
+
+  void OnLimit() {
+    m_isTooLong = true;
+    Kill();
+  }
+
+  void WatchEnd() {
+    m_process.OnReadable([this] { OnEnd(); });
+  }
+
+  void WatchOutput() {
+    m_output.OnReadable([this] {
+      if (Read()) {
+        WatchOutput();
+      } else {
+        Descriptor(m_output.Release()).Close();
+      }
+    });
+  }
+
+  bool Read() {
+    std::array<char, 4096> chunk{};
+    for (int turn = 0; turn < kCommandReads && m_output.Get() >= 0; ++turn) {
+      const ssize_t size = ::read(m_output.Get(), chunk.data(), chunk.size());
+      if (size <= 0) {
+        return size < 0 && (errno == EAGAIN || errno == EINTR);
+      }
+      for (const char c : std::string_view(chunk.data(), static_cast<std::size_t>(size))) {
+        if (c == '\n') {
+          TellLine();
+        } else if (m_line.size() < kMostLine) {
+          m_line += c;
+        }
+      }
+    }
+    return true;
+  }
+
+  void TellLine() {
+    const std::string line = std::exchange(m_line, {});
+    if (line.empty()) {
+      return;
+    }
+    if (++m_lines <= kMostLines) {
+      m_owner.m_report(m_owner.m_settings.program + ": " + line);
+    }
+  }
+
+  void OnEnd() {
+    ::siginfo_t end{};
+    const int result = ::waitid(P_PID, static_cast<::id_t>(m_pid), &end, WEXITED | WNOHANG);
+    if (result == 0 && end.si_pid == 0) {
+      WatchEnd();
+      return;
+    }
+    m_limit.Cancel();
+    m_pid = 0;
+    Descriptor(m_process.Release()).Close();
+    if (m_output.Get() >= 0) {
+      static_cast<void>(Read());
+      Descriptor(m_output.Release()).Close();
+    }
+    TellLine();
+    if (m_lines > kMostLines) {
+      m_owner.m_report(m_owner.m_settings.program + ": " + std::to_string(m_lines - kMostLines) +
+                       " lines were left out");
+    }
+    std::string failure;
+    if (m_isTooLong) {
+      failure = "took longer than " + std::to_string(m_owner.m_settings.limit.count()) +
+                " seconds and has been ended";
+    } else if (result == 0 && (end.si_code != CLD_EXITED || end.si_status != 0)) {
+      failure = (end.si_code == CLD_EXITED ? "has ended with status " : "has ended by signal ") +
+                std::to_string(end.si_status);
+    }
+    m_owner.OnEnd(*this, failure);
+  }
+
+  AlarmCommand& m_owner;
+  LoopDescriptor m_process;  ///< readable when the command has ended
+  LoopDescriptor m_output;
+  LoopTimer m_limit;
+  pid_t m_pid = 0;
+  bool m_isTooLong = false;
+  std::string m_line;
+  int m_lines = 0;
+};
+
+AlarmCommand::AlarmCommand(EventLoop& loop, ProblemReport report)
+    : m_loop(loop), m_report(std::move(report)) {}
+
+AlarmCommand::~AlarmCommand() = default;
+
+void AlarmCommand::Run(std::vector<std::string> environment) {
+  if (m_settings.program.empty()) {
+    return;
+  }
+  if (m_waiting.size() >= kMostWaiting) {
+    ++m_dropped;
+    if (!std::exchange(m_isDropping, true)) {
+      m_report(m_settings.program + ": " + std::to_string(kMostWaiting) +
+               " alarms wait for the command; it is not started for more of them");
+    }
+    return;
+  }
+  m_waiting.push_back(std::move(environment));
+  StartNext();
+}
+
+void AlarmCommand::StartNext() {
+  while (!m_waiting.empty() && m_children.size() < m_settings.atOnce) {
+    std::vector<std::string> environment = std::move(m_waiting.front());
+    m_waiting.pop_front();
+    m_isDropping = m_isDropping && !m_waiting.empty();
+    auto child = std::make_unique<Child>(*this);
+    ++m_runs;
+    if (const std::string error = child->Start(std::move(environment)); !error.empty()) {
+      ++m_failures;
+      m_report(m_settings.program + ": can't be started: " + error);
+      continue;
+    }
+    m_children.push_back(std::move(child));
+  }
+}
+
+void AlarmCommand::OnEnd(Child& child, const std::string& failure) {
+  if (!failure.empty()) {
+    ++m_failures;
+    m_report(m_settings.program + ": " + failure);
+  }
+  // Out of the child's own callback; it is freed when that is over.
+  LoopTask task;
+  task.run = [this, ended = &child](CMBNode&) {
+    m_children.remove_if([&](const auto& each) { return each.get() == ended; });
+    StartNext();
+  };
+  m_loop.Post(std::move(task));
+}

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "json/Json.h"
+#include "local/log/ProblemReport.h"
+#include "local/loop/EventLoop.h"
+
+/// What is started when an alarm begins or ends.
+struct AlarmCommandSettings {
+  std::string program;  ///< an absolute path; empty for none
+  std::chrono::seconds limit{30};
+  std::size_t atOnce = 4;
+};
+
+/// The environment of the command, "NAME=value" each, for an alarm in the form of AlarmBook.
+[[nodiscard]] std::vector<std::string> AlarmEnvironment(const Json& alarm);
+
+/// Runs the command in the background, as the daemon's user and without any right beyond that. One
+/// that takes longer than its limit is ended with all that it has started and that is still of its
+/// process group; what it says goes to the report, within bounds. Never waits. For the loop's
+/// thread.
+class AlarmCommand {
+ public:
+  static constexpr std::size_t kMostWaiting = 100;
+  static constexpr std::size_t kMostLine = 512;  ///< bytes of a line of its output
+  static constexpr int kMostLines = 20;          ///< of one run; the rest is counted
+
+  AlarmCommand(EventLoop& loop, ProblemReport report);
+  /// Ends the commands that run.
+  ~AlarmCommand();
+  AlarmCommand(const AlarmCommand&) = delete;
+  AlarmCommand& operator=(const AlarmCommand&) = delete;
+
+  void Configure(AlarmCommandSettings settings) { m_settings = std::move(settings); }
+  /// Starts the command with the environment, or has it wait for its turn.
+  void Run(std::vector<std::string> environment);
+
+  [[nodiscard]] std::uint64_t Runs() const { return m_runs; }
+  /// Those that ended otherwise than with status 0, or could not be started.
+  [[nodiscard]] std::uint64_t Failures() const { return m_failures; }
+  /// Those for which there was no room.
+  [[nodiscard]] std::uint64_t Dropped() const { return m_dropped; }
+
+ private:
+  class Child;
+
+  void StartNext();
+  void OnEnd(Child& child, const std::string& failure);
+
+  EventLoop& m_loop;
+  ProblemReport m_report;
+  AlarmCommandSettings m_settings;
+  std::list<std::unique_ptr<Child>> m_children;
+  std::deque<std::vector<std::string>> m_waiting;
+  std::uint64_t m_runs = 0;
+  std::uint64_t m_failures = 0;
+  std::uint64_t m_dropped = 0;
+  bool m_isDropping = false;  ///< told
+};

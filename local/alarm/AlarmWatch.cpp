@@ -1,0 +1,354 @@
+#include "local/alarm/AlarmWatch.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "json/JsonText.h"
+#include "local/history/RecordJson.h"
+#include "local/history/RowFields.h"
+
+namespace {
+
+using AlarmBytes = std::span<const unsigned char>;
+
+constexpr std::int64_t kCountedIntervals = 2;
+
+bool AllHold(const std::vector<RowCondition>& conditions,
+             const std::function<Json(std::size_t)>& valueAt) {
+  return std::ranges::all_of(conditions, [&](const RowCondition& condition) {
+    return condition.Holds(AsSeen(valueAt(condition.Field().place)));
+  });
+}
+
+const char* PhaseName(AlarmState::Phase phase) {
+  switch (phase) {
+    case AlarmState::Phase::kPending:
+      return "pending";
+    case AlarmState::Phase::kActive:
+      return "active";
+    case AlarmState::Phase::kEnded:
+      break;
+  }
+  return "ended";
+}
+
+std::int64_t WholeOf(const Json& object, const char* name) {
+  const Json* value = object.Find(name);
+  return value != nullptr && value->IsWhole() && value->Number() >= 0 && value->Number() < 9e18
+             ? static_cast<std::int64_t>(value->Number())
+             : 0;
+}
+
+Json ObjectOf(const Json& object, const char* name) {
+  const Json* value = object.Find(name);
+  return value != nullptr && value->IsObject() ? *value : Json::Object();
+}
+
+std::string TextOfMember(const Json& object, const char* name) {
+  const Json* value = object.Find(name);
+  return value != nullptr && value->IsString() ? value->Text() : "";
+}
+
+}  // namespace
+
+AlarmWatch::AlarmWatch(AlarmDefinition definition)
+    : m_definition(std::move(definition)), m_why(m_definition.why) {}
+
+std::size_t AlarmWatch::Count(AlarmState::Phase phase) const {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      m_states, [&](const auto& entry) { return entry.second.phase == phase; }));
+}
+
+Json AlarmWatch::KeyOf(AlarmBytes bytes) const {
+  Json key = Json::Object();
+  for (const std::size_t place : m_definition.keys) {
+    const FieldLayout& field = m_definition.layout->fields[place];
+    key.Members().push_back({field.label, AsSeen(FieldToJson(field, bytes))});
+  }
+  return key;
+}
+
+void AlarmWatch::Begin(std::time_t time, std::chrono::seconds interval) {
+  const std::int64_t past = m_time == 0 ? 0 : time - m_time;
+  // A clock that was set back says nothing.
+  m_elapsed = std::clamp<std::int64_t>(past, 0, kCountedIntervals * interval.count());
+  m_time = time;
+  ++m_batch;
+}
+
+bool AlarmWatch::Foretell(const std::string& key, AlarmBytes bytes) {
+  const auto& fields = m_definition.predicted;
+  m_foretold.assign(fields.size(), 0);
+  bool isTold = true;
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const Json value = FieldToJson(m_definition.layout->fields[fields[i]], bytes);
+    if (!value.IsNumber()) {
+      return false;
+    }
+    AddPast(key, i, m_time, value.Number());
+    const auto series = m_series.find(key);
+    const auto ahead = series == m_series.end()
+                           ? std::nullopt
+                           : series->second[i].Ahead(m_time, m_definition.predict);
+    isTold = isTold && ahead.has_value();
+    m_foretold[i] = ahead.value_or(0);
+  }
+  return isTold;
+}
+
+void AlarmWatch::AddPast(const std::string& key, std::size_t field, std::time_t time,
+                         double value) {
+  auto series = m_series.find(key);
+  if (series == m_series.end()) {
+    if (m_series.size() >= kMostSeries) {
+      ++m_leftOut;
+      return;
+    }
+    series = m_series
+                 .emplace(key, std::vector(m_definition.predicted.size(),
+                                           AlarmSeries(m_definition.over)))
+                 .first;
+  }
+  series->second[field].Add(time, value);
+}
+
+void AlarmWatch::Row(AlarmBytes bytes, const Change& change) {
+  const auto present = [&](std::size_t place) {
+    return FieldToJson(m_definition.layout->fields[place], bytes);
+  };
+  if (!AllHold(m_definition.where, present)) {
+    return;
+  }
+  Json key;
+  std::string keyText;
+  const bool isForetold = !m_definition.predicted.empty();
+  bool isTold = true;
+  if (isForetold || !m_states.empty()) {
+    key = KeyOf(bytes);
+    keyText = JsonText(key);
+    isTold = !isForetold || Foretell(keyText, bytes);
+  }
+  const auto judged = [&](std::size_t place) -> Json {
+    const auto at = std::ranges::find(m_definition.predicted, place);
+    return at == m_definition.predicted.end()
+               ? present(place)
+               : Json(m_foretold[static_cast<std::size_t>(at - m_definition.predicted.begin())]);
+  };
+  const bool holds = isTold && AllHold(m_definition.condition, judged);
+  if (!holds && m_states.empty()) {
+    return;
+  }
+  if (keyText.empty()) {
+    key = KeyOf(bytes);
+    keyText = JsonText(key);
+  }
+  auto place = m_states.find(keyText);
+  if (place == m_states.end()) {
+    if (!holds) {
+      return;
+    }
+    if (m_states.size() >= kMostStates) {
+      ++m_leftOut;
+      return;
+    }
+    place = m_states.emplace(std::move(keyText), AlarmState()).first;
+    place->second.phase = AlarmState::Phase::kEnded;
+    place->second.key = std::move(key);
+  }
+  AlarmState& state = place->second;
+  if (std::exchange(state.seen, m_batch) == m_batch || !isTold) {
+    return;  // of rows of one key the first counts
+  }
+  const bool isOver = !holds && (m_definition.until.empty() || AllHold(m_definition.until, judged));
+  Note(state, holds, isOver, bytes, change);
+}
+
+void AlarmWatch::Note(AlarmState& state, bool holds, bool isOver, AlarmBytes bytes,
+                      const Change& change) {
+  using enum AlarmState::Phase;
+  if (state.phase == kActive) {
+    if (isOver) {
+      NoteOver(state, change);
+    } else {
+      m_isChanged = m_isChanged || state.over.has_value();
+      state.over.reset();
+      Fill(state, bytes);
+    }
+    return;
+  }
+  if (!holds) {
+    if (state.phase == kPending) {
+      state.phase = kEnded;
+      m_isChanged = true;
+    }
+    return;
+  }
+  if (state.phase == kEnded) {
+    state.phase = kPending;
+    state.held = 0;
+    m_isChanged = true;
+  } else {
+    state.held += m_elapsed;
+  }
+  if (state.held >= m_definition.holdFor.count()) {
+    Fill(state, bytes);
+    Start(state, change);
+  }
+}
+
+void AlarmWatch::Start(AlarmState& state, const Change& change) {
+  state.phase = AlarmState::Phase::kActive;
+  state.over.reset();
+  state.since = m_time;
+  state.until = 0;
+  state.begins.push_back(m_time);
+  if (state.begins.size() > kFlaps) {
+    state.begins.pop_front();
+  }
+  m_isChanged = true;
+  change(*this, state);
+}
+
+std::int64_t AlarmWatch::KeepOf(const AlarmState& state) const {
+  const bool isFlapping =
+      state.begins.size() >= kFlaps && m_time - state.begins.front() < kFlapTime.count();
+  return std::max<std::int64_t>(m_definition.keep.count(), isFlapping ? kFlapKeep.count() : 0);
+}
+
+void AlarmWatch::NoteOver(AlarmState& state, const Change& change) {
+  m_isChanged = m_isChanged || !state.over;
+  state.over = state.over ? *state.over + m_elapsed : 0;
+  if (*state.over < KeepOf(state)) {
+    return;
+  }
+  state.phase = AlarmState::Phase::kEnded;
+  state.until = m_time;
+  m_isChanged = true;
+  change(*this, state);
+}
+
+void AlarmWatch::Fill(AlarmState& state, AlarmBytes bytes) const {
+  const auto value = [&](std::size_t place) {
+    return AsSeen(FieldToJson(m_definition.layout->fields[place], bytes));
+  };
+  state.text = m_definition.text.Expand(value);
+  state.values = Json::Object();
+  for (const std::size_t place : m_definition.values) {
+    state.values.Members().push_back({m_definition.layout->fields[place].label, value(place)});
+  }
+}
+
+void AlarmWatch::End(const Change& change) {
+  for (auto place = m_states.begin(); place != m_states.end();) {
+    AlarmState& state = place->second;
+    if (state.seen != m_batch) {
+      if (state.phase == AlarmState::Phase::kActive) {
+        NoteOver(state, change);
+      } else if (state.phase == AlarmState::Phase::kPending) {
+        state.phase = AlarmState::Phase::kEnded;
+        m_isChanged = true;
+      }
+    }
+    const bool isRemembered =
+        !state.begins.empty() && m_time - state.begins.back() < kFlapTime.count();
+    if (state.phase == AlarmState::Phase::kEnded && !isRemembered) {
+      place = m_states.erase(place);
+    } else {
+      ++place;
+    }
+  }
+  std::erase_if(m_series, [&](const auto& entry) {
+    return entry.second.front().LastTime() < m_time - m_definition.over.count();
+  });
+}
+
+void AlarmWatch::EndAll(std::time_t time, const Change& change) {
+  m_isChanged = m_isChanged || !m_states.empty();
+  for (auto& [key, state] : m_states) {
+    if (state.phase == AlarmState::Phase::kActive) {
+      state.phase = AlarmState::Phase::kEnded;
+      state.until = time;
+      change(*this, state);
+    }
+  }
+  m_states.clear();
+  m_series.clear();
+  m_time = 0;
+}
+
+Json AlarmWatch::ToJson() const {
+  Json states = Json::Array();
+  for (const auto& [key, state] : m_states) {
+    Json begins = Json::Array();
+    for (const std::time_t begin : state.begins) {
+      begins.PushBack(begin);
+    }
+    states.PushBack(Json{{"key", state.key},
+                         {"phase", PhaseName(state.phase)},
+                         {"held", state.held},
+                         {"over", state.over ? Json(*state.over) : Json(nullptr)},
+                         {"id", state.id},
+                         {"since", state.since},
+                         {"until", state.until},
+                         {"values", state.values},
+                         {"text", state.text},
+                         {"begins", std::move(begins)}});
+  }
+  return Json{{"alarm", m_definition.name},
+              {"record", m_definition.record},
+              {"time", m_time},
+              {"states", std::move(states)}};
+}
+
+void AlarmWatch::FromJson(const Json& kept) {
+  m_time = WholeOf(kept, "time");
+  const Json* states = kept.Find("states");
+  if (states == nullptr || !states->IsArray()) {
+    return;
+  }
+  for (const Json& each : states->Elements()) {
+    if (m_states.size() >= kMostStates) {
+      return;
+    }
+    AlarmState state;
+    const std::string phase = TextOfMember(each, "phase");
+    state.phase = phase == "active"    ? AlarmState::Phase::kActive
+                  : phase == "pending" ? AlarmState::Phase::kPending
+                                       : AlarmState::Phase::kEnded;
+    state.held = WholeOf(each, "held");
+    if (const Json* over = each.Find("over"); over != nullptr && over->IsWhole()) {
+      state.over = WholeOf(each, "over");
+    }
+    state.id = WholeOf(each, "id");
+    state.since = WholeOf(each, "since");
+    state.until = WholeOf(each, "until");
+    state.key = ObjectOf(each, "key");
+    state.values = ObjectOf(each, "values");
+    state.text = TextOfMember(each, "text");
+    if (const Json* begins = each.Find("begins"); begins != nullptr && begins->IsArray()) {
+      for (const Json& begin : begins->Elements()) {
+        if (begin.IsWhole() && state.begins.size() < kFlaps) {
+          state.begins.push_back(static_cast<std::time_t>(begin.Number()));
+        }
+      }
+    }
+    std::string key = JsonText(state.key);
+    m_states.emplace(std::move(key), std::move(state));
+  }
+}
+
+void AlarmWatch::Adopt(AlarmState state) {
+  std::string key = JsonText(state.key);
+  m_states.insert_or_assign(std::move(key), std::move(state));
+}
+
+AlarmState* AlarmWatch::FindId(std::int64_t id) {
+  const auto found = std::ranges::find_if(m_states, [&](const auto& entry) {
+    return entry.second.id == id && entry.second.phase == AlarmState::Phase::kActive;
+  });
+  return found == m_states.end() ? nullptr : &found->second;
+}
+
+void AlarmWatch::Forget(std::int64_t id) {
+  std::erase_if(m_states, [&](const auto& entry) { return entry.second.id == id; });
+}

@@ -1,0 +1,115 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "json/Json.h"
+#include "local/alarm/AlarmDefinition.h"
+#include "local/alarm/AlarmSeries.h"
+
+/// What is known of one alarm of one key.
+struct AlarmState {
+  enum class Phase {
+    kPending,  ///< its condition holds, not long enough yet
+    kActive,
+    kEnded,  ///< kept for a while, since one that comes and goes is damped
+  };
+  Phase phase = Phase::kPending;
+  std::int64_t held = 0;             ///< seconds for which the condition has held while pending
+  std::optional<std::int64_t> over;  ///< seconds for which its end has held while active
+  std::int64_t id = 0;               ///< of the alarm, once it has begun
+  std::time_t since = 0;             ///< when it began
+  std::time_t until = 0;             ///< when it ended
+  Json key = Json::Object();
+  Json values = Json::Object();
+  std::string text;
+  std::deque<std::time_t> begins;  ///< the last ones, see AlarmWatch::kFlaps
+  std::uint64_t seen = 0;          ///< the last batch that had its row
+};
+
+/// Holds one definition against the rows of each batch, and keeps the states of its keys.
+///
+/// Time counts as rows tell it: between two batches of the record their distance, of which no more
+/// than two intervals count, so that what nobody saw counts neither for nor against. A row that is
+/// gone from its record ends what was pending and counts as one whose alarm is over. An alarm that
+/// has begun kFlaps times within kFlapTime is over only after kFlapKeep.
+class AlarmWatch {
+ public:
+  static constexpr std::size_t kMostStates = 1000;
+  static constexpr std::size_t kMostSeries = 500;
+  static constexpr std::size_t kFlaps = 5;
+  static constexpr std::chrono::seconds kFlapTime{3600};
+  static constexpr std::chrono::seconds kFlapKeep{600};
+
+  /// The begin or end of an alarm; `state` is changed by whoever gives it its number.
+  using Change = std::function<void(AlarmWatch& watch, AlarmState& state)>;
+
+  explicit AlarmWatch(AlarmDefinition definition);
+
+  [[nodiscard]] const AlarmDefinition& Definition() const { return m_definition; }
+  /// Why it is not evaluated at present; empty if it is.
+  [[nodiscard]] const std::string& Why() const { return m_why; }
+  void SetWhy(std::string why) { m_why = std::move(why); }
+
+  /// A batch of the record made rows at `time`; `interval` is that of its schedule.
+  void Begin(std::time_t time, std::chrono::seconds interval);
+  void Row(std::span<const unsigned char> bytes, const Change& change);
+  /// All rows of the batch have been given.
+  void End(const Change& change);
+  /// Ends what is active and forgets the rest.
+  void EndAll(std::time_t time, const Change& change);
+
+  /// Takes a number of a row of the past.
+  void AddPast(const std::string& key, std::size_t field, std::time_t time, double value);
+
+  [[nodiscard]] std::size_t Active() const { return Count(AlarmState::Phase::kActive); }
+  [[nodiscard]] std::size_t Pending() const { return Count(AlarmState::Phase::kPending); }
+  [[nodiscard]] const std::map<std::string, AlarmState>& States() const { return m_states; }
+  /// Keys whose alarm there was no room for.
+  [[nodiscard]] std::uint64_t LeftOut() const { return m_leftOut; }
+  /// Whether anything has changed that a restart should find; asking forgets it.
+  [[nodiscard]] bool TakeIsChanged() { return std::exchange(m_isChanged, false); }
+
+  /// The states, and when they were looked at last, for a file; and from there.
+  [[nodiscard]] Json ToJson() const;
+  void FromJson(const Json& kept);
+  /// An alarm that is active by another source.
+  void Adopt(AlarmState state);
+  /// The state that has this number; null if none has.
+  [[nodiscard]] AlarmState* FindId(std::int64_t id);
+  void Forget(std::int64_t id);
+
+ private:
+  [[nodiscard]] std::size_t Count(AlarmState::Phase phase) const;
+  [[nodiscard]] Json KeyOf(std::span<const unsigned char> bytes) const;
+  /// Puts the numbers that are foretold for the row in place; false if they can't be told yet.
+  [[nodiscard]] bool Foretell(const std::string& key, std::span<const unsigned char> bytes);
+  void Note(AlarmState& state, bool holds, bool isOver, std::span<const unsigned char> bytes,
+            const Change& change);
+  void NoteOver(AlarmState& state, const Change& change);
+  void Start(AlarmState& state, const Change& change);
+  void Fill(AlarmState& state, std::span<const unsigned char> bytes) const;
+  [[nodiscard]] std::int64_t KeepOf(const AlarmState& state) const;
+
+  AlarmDefinition m_definition;
+  std::string m_why;
+  std::map<std::string, AlarmState> m_states;  ///< by the text of the key
+  /// By the key: one for each foretold field.
+  std::map<std::string, std::vector<AlarmSeries>> m_series;
+  std::vector<double> m_foretold;
+  std::time_t m_time = 0;      ///< of the last batch, or the one at work
+  std::int64_t m_elapsed = 0;  ///< of it: seconds that count
+  std::uint64_t m_batch = 1;
+  std::uint64_t m_leftOut = 0;
+  bool m_isChanged = false;
+};

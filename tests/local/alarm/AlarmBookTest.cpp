@@ -1,0 +1,239 @@
+#include "local/alarm/AlarmBook.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "local/control/ControlOperations.h"
+#include "tests/json/JsonOf.h"
+#include "tests/local/alarm/AlarmHarness.h"
+#include "tests/local/control/FakePeer.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+constexpr const char* kBookAlarms =
+    "alarm = full\nrecord = FAKE\ncondition = Count > 90\ncapture = FAKE\n"
+    "text = {Label} has {Count}\n"
+    "alarm = bad\nrecord = FAKE\ncondition = Size > 1\n"
+    "alarm = idle\nrecord = MORE\ncondition = Count > 1\n";
+
+constexpr RecordLayout kMoreLayout{"MORE", "recordFake", '4', sizeof(recordFake), kFakeFields};
+
+/// All that alarms hang on; a Life is the time between two starts of the daemon.
+class AlarmBookTest : public ::testing::Test {
+ protected:
+  struct Life {
+    explicit Life(AlarmBookTest& test)
+        : history([&test](const std::string& text) { test.told.push_back(text); }),
+          sinks({&lastRows, &history}),
+          schedule(loop, desk, sinks),
+          book(loop, desk, schedule, lastRows, history,
+               [&test](const std::string& text) { test.told.push_back(text); }),
+          operations(loop, desk, schedule, lastRows, history) {
+      sinks.Add(book);
+      operations.ServeAlarms(book);
+      history.Configure(test.kept);
+      schedule.Load({{"FAKE", "60", 1}}, [](std::size_t, const std::string&) {});
+      book.OnChange([&test](const Json& alarm) {
+        test.changes.push_back(alarm["text"].Text() + ' ' + alarm["state"].Text());
+      });
+      book.OnOff([&test](const AlarmDefinition& definition, const std::string& why) {
+        test.off.push_back(definition.name + ": " + why);
+      });
+      book.Configure(test.settings);
+    }
+    EventLoop loop;
+    BatchDesk desk;
+    LastRows lastRows;
+    HistoryStore history;
+    RecordSinks sinks;
+    ScheduleBook schedule;
+    AlarmBook book;
+    ControlOperations operations;
+    FakeAgent agent;
+  };
+
+  AlarmBookTest() {
+    PublishFakeRecords();
+    LayoutRegistry::Instance().Publish(kMoreLayout);
+    LayoutRegistry::Instance().PublishListing(
+        {{"FAKE", '4', true}, {"IDLE", '3', false}, {"MORE", '4', true}});
+    std::ofstream("alarms") << kBookAlarms;
+    settings.file = "alarms";
+    settings.statesFile = "alarms.state";
+  }
+
+  void Start() { life = std::make_unique<Life>(*this); }
+  void Batch(std::uint32_t count, std::size_t rows = 1) {
+    const std::vector<FakeRecord> records(rows, FakeRecord(count, now += 60));
+    std::vector<const CMBRecord*> list;
+    for (const FakeRecord& record : records) {
+      list.push_back(&record);
+    }
+    life->sinks.Take({"FAKE", '4', now, list});
+    life->sinks.EndBatch();
+    Turns();
+  }
+  void Turns(int turns = 20) {
+    const std::function<void(CMBNode&)> step = [&](CMBNode&) {
+      --turns <= 0 ? EventLoop::RequestStop() : life->loop.Post({step, {}, false});
+    };
+    life->loop.Post({step, {}, false});
+    life->loop.Run(life->agent);
+  }
+  Json Ask(const std::string& line) {
+    const auto peer = std::make_shared<FakePeer>(Rights::kRead);
+    life->operations.Handle(line, peer);
+    Turns();
+    return peer->answers.empty() ? Json() : JsonOf(peer->answers.back());
+  }
+
+  const ScratchDirectory folder;
+  HistorySettings kept;
+  AlarmBookSettings settings;
+  std::int32_t now = static_cast<std::int32_t>(std::time(nullptr)) - 3000;
+  std::vector<std::string> told;
+  std::vector<std::string> off;
+  std::vector<std::string> changes;
+  std::unique_ptr<Life> life;
+};
+
+TEST_F(AlarmBookTest, AnAlarmIsToldKeptWithItsRowsAndAnswered) {
+  Start();
+  EXPECT_THAT(told, ElementsAre("alarms:8: FAKE has no label \"Size\""));
+  EXPECT_THAT(off, ElementsAre("bad: line 8: FAKE has no label \"Size\"",
+                               "idle: no schedule collects the record MORE"));
+  const auto follower = std::make_shared<FakePeer>(Rights::kRead);
+  life->operations.Handle(R"({"op":"alarm_follow"})", follower);
+  Batch(5);
+  Batch(95, 3);
+  Batch(5);
+  EXPECT_THAT(changes, ElementsAre("a\uFFFD has 95 active", "a\uFFFD has 95 ended"));
+  std::string piece;
+  follower->endless(piece);
+  EXPECT_THAT(piece, HasSubstr("\"alarms\":[]}\n{\"event\":\"alarm\",\"alarm\":{\"id\":1,"));
+
+  const Json alarms = Ask(R"({"op":"alarms","since":0})")["alarms"];
+  ASSERT_EQ(alarms["list"].Size(), 1U);
+  EXPECT_EQ(alarms["list"][0]["state"].Text(), "ended");
+  EXPECT_EQ(alarms["list"][0]["values"], (Json{{"Count", 95}}));
+  EXPECT_EQ(alarms["definitions"][0]["state"].Text(), "ok");
+  EXPECT_EQ(alarms["definitions"][2]["state"].Text(), "off");
+  EXPECT_EQ(Ask(R"({"op":"alarms","state":"active"})")["alarms"]["list"].Size(), 0U);
+  EXPECT_EQ(Ask(R"({"op":"alarms","until":100})")["alarms"]["list"].Size(), 0U);
+
+  const Json alarm = Ask(R"({"op":"alarm","id":1})")["alarm"];
+  ASSERT_EQ(alarm["rows"].Size(), 1U);
+  EXPECT_EQ(alarm["rows"][0]["record"].Text(), "FAKE");
+  EXPECT_EQ(alarm["rows"][0]["rows"].Size(), 3U);
+  EXPECT_EQ(alarm["rows"][0]["rows"][0]["Count"].Number(), 95);
+  EXPECT_EQ(Ask(R"({"op":"alarm","id":9})")["error"]["code"].Text(), "unknown-alarm");
+  EXPECT_THAT(Ask(R"({"op":"alarm_rules"})")["rules"].Text(), HasSubstr("- alert: \"full\""));
+}
+
+TEST_F(AlarmBookTest, StatesAndNumbersSurviveAKill) {
+  Start();
+  Batch(95);
+  life.reset();  // no Stop
+  Start();
+  Batch(95);
+  EXPECT_EQ(changes.size(), 1U);
+  Batch(5);
+  EXPECT_EQ(changes.size(), 2U);
+  // The file of states alone is lost, between two writes as it were.
+  Batch(95);
+  life.reset();
+  std::filesystem::remove("alarms.state");
+  Start();
+  Batch(5);
+  EXPECT_THAT(changes.back(), HasSubstr("ended"));
+  EXPECT_EQ(changes.size(), 4U);
+  Batch(95);
+  EXPECT_EQ(Ask(R"({"op":"alarms"})")["alarms"]["list"][0]["id"].Number(), 3);
+  // A definition that has gone takes its alarm with it.
+  life.reset();
+  std::ofstream("alarms") << "# none\n";
+  Start();
+  EXPECT_EQ(changes.size(), 6U);
+  Turns();
+  EXPECT_EQ(Ask(R"({"op":"alarms","state":"active"})")["alarms"]["list"].Size(), 0U);
+}
+
+TEST_F(AlarmBookTest, WithoutAHistoryThereAreAlarmsAllTheSame) {
+  kept.file.clear();
+  Start();
+  Batch(95);
+  EXPECT_EQ(Ask(R"({"op":"alarms"})")["alarms"]["list"][0]["text"].Text(), "a\uFFFD has 95");
+  EXPECT_EQ(Ask(R"({"op":"alarm","id":1})")["alarm"]["rows"].Size(), 0U);
+  EXPECT_FALSE(life->book.Figures().alarms.empty());
+}
+
+TEST_F(AlarmBookTest, RowsThatNoScheduleHasAreAskedForOnce) {
+  std::ofstream("alarms") << "alarm = full\nrecord = FAKE\ncondition = Count > 90\n"
+                             "capture = MORE\n";
+  Start();
+  int batches = 0;
+  life->agent.onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    ++batches;
+    for (std::uint32_t i = 0; i < 2; ++i) {
+      batch.m_events.at(0)->m_records.push_back(new FakeRecord(i));
+    }
+    return kNotifyDone;
+  };
+  Batch(95);
+  Batch(95);
+  EXPECT_EQ(batches, 1);
+  EXPECT_EQ(Ask(R"({"op":"alarm","id":1})")["alarm"]["rows"][0]["rows"].Size(), 2U);
+}
+
+TEST_F(AlarmBookTest, AScheduleThatGoesEndsWhatItsRowsHaveBegun) {
+  Start();
+  Batch(95);
+  ASSERT_TRUE(life->schedule.Remove("FAKE"));
+  life->sinks.EndBatch();
+  EXPECT_THAT(off.back(), HasSubstr("full: no schedule collects"));
+  EXPECT_THAT(changes.back(), HasSubstr("ended"));
+}
+
+/// Writes a shell script and gives its path.
+std::string AlarmScript(const std::string& text) {
+  std::ofstream("command") << "#!/bin/sh\n" << text;
+  ::chmod("command", 0700);
+  return std::filesystem::absolute("command").string();
+}
+
+TEST_F(AlarmBookTest, TheCommandGetsItsFiguresAndNeverStaysForLong) {
+  settings.command = {AlarmScript("env | grep -a ^QMT_ | sort >>env.txt\n"
+                                  "[ $QMT_ALARM_STATE = ended ] && { echo hangs; sleep 60; }\n"
+                                  "exit 0\n"),
+                      std::chrono::seconds(1), 1};
+  Start();
+  Batch(95);
+  Batch(5);
+  const auto begin = std::chrono::steady_clock::now();
+  const auto failures = [&] { return life->book.Figures().commandFailures; };
+  while (failures() == 0 && std::chrono::steady_clock::now() - begin < std::chrono::seconds(20)) {
+    Turns(5);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  std::ostringstream text;
+  text << std::ifstream("env.txt").rdbuf();
+  EXPECT_THAT(text.str(), HasSubstr("QMT_ALARM_KEY_LABEL=a\uFFFD\nQMT_ALARM_NAME=full\n"));
+  EXPECT_THAT(text.str(), HasSubstr("QMT_ALARM_STATE=ended"));
+  EXPECT_THAT(text.str(), HasSubstr("QMT_ALARM_VALUE_COUNT=95"));
+  EXPECT_THAT(told, ::testing::Contains(HasSubstr("/command: hangs")));
+  EXPECT_THAT(told.back(), HasSubstr("took longer than 1 seconds and has been ended"));
+}
+
+}  // namespace

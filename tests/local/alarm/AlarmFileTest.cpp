@@ -1,0 +1,127 @@
+#include "local/alarm/AlarmFile.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+
+#include "local/alarm/AlarmRules.h"
+#include "tests/local/alarm/AlarmHarness.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+
+std::string FaultsOf(const std::string& text) {
+  PublishFakeRecords();
+  AlarmFileText file = ParseAlarmFile(text);
+  std::vector<IniProblem> faults = file.faults;
+  for (const AlarmEntry& entry : file.entries) {
+    static_cast<void>(MakeAlarmDefinition(entry, faults));
+  }
+  std::string all;
+  for (const IniProblem& fault : faults) {
+    all += std::to_string(fault.line) + ": " + fault.text + '\n';
+  }
+  return all;
+}
+
+TEST(AlarmFileTest, EachFaultIsToldWithItsLine) {
+  const std::string good = "alarm = a\nrecord = FAKE\ncondition = Count > 1\n";
+  const struct {
+    std::string text;
+    std::string fault;  ///< the begin of it; empty for none
+  } cases[] = {
+      {good, ""},
+      {"# c\n\nALARM=a\nRecord = FAKE\ncondition = Label = x=y\ncapture = FAKE,\n  FAKE", ""},
+      {good + "until = Count < 1\nfor = 5m\nkeep=2d\nseverity = low\ntext = {{{label}}} is", ""},
+      {"record = FAKE\n" + good, "1: \"record\" stands before the first \"alarm\""},
+      {good + "no\n", "4: no '=' in the line"},
+      {good + "for =\n", "4: nothing stands behind"},
+      {good + "color = red\n", "4: unknown keyword \"color\""},
+      {good + "for = 5x\n", "4: \"for\" is a time"},
+      {good + "keep = 32d\n", "4: \"keep\" is a time"},
+      {good + "severity = a b\n", "4: a severity is a word"},
+      {good + good, "4: the alarm \"a\" stands in line 1 already"},
+      {"alarm = a b\nrecord = FAKE\n", "1: an alarm's name has"},
+      {"alarm = a\ncondition = Count > 1\n", "1: the alarm has no \"record\""},
+      {"alarm = a\nrecord = FAKE\n", "1: the alarm has no \"condition\""},
+      {"alarm = a\nrecord = NONE\ncondition = X > 1\n", "2: no record \"NONE\""},
+      {"alarm = a\nrecord = IDLE\ncondition = Count > 1\n", "2: the record IDLE is not served"},
+      {"alarm = a\nrecord = FAKE\ncondition = Size > 1\n", "3: FAKE has no label \"Size\""},
+      {"alarm = a\nrecord = FAKE\ncondition = Count > x\n", "3: \"Count\" is compared with a num"},
+      {"alarm = a\nrecord = FAKE\ncondition = Count < 0\n", "3: no row fulfils all lines \"cond"},
+      {good + "until = Count > 5\nuntil = Count <= 5\n", "4: no row fulfils all lines \"until\""},
+      {good + "where = Label = x\nwhere = Label = y\n", "4: no row fulfils all lines \"where\""},
+      {good + "predict = 1h\n", "4: \"predict\" and \"over\" go together"},
+      {good + "capture = NONE\n", "4: no record \"NONE\""},
+      {good + "capture = AGENT\n", "4: AGENT has no rows to capture"},
+      {good + "text = {Size}\n", "4: FAKE has no label \"Size\""},
+      {good + "text = {Count\n", "4: a \"{\" has no \"}\""},
+      {good + "text = " + std::string(3000, 'x') + "\n", "4: the line and those it goes on in"},
+      {good + "capture = FAKE,\n", "4: the file ends where the line should go on"},
+      {good + "where = Label ~ *********\n", "4: a condition has"},
+      {"alarm = a\nrecord = AGENT\ncondition = Skipped Times > 0\n", ""},
+  };
+  for (const auto& row : cases) {
+    const std::string faults = FaultsOf(row.text);
+    EXPECT_EQ(faults.substr(0, row.fault.size()), row.fault) << row.text;
+    EXPECT_EQ(faults.empty(), row.fault.empty()) << row.text << faults;
+  }
+}
+
+TEST(AlarmFileTest, AFileOfAnyContentOrKindEnds) {
+  const ScratchDirectory folder;
+  std::ofstream("big") << std::string(3 << 20, '=');
+  ::mkfifo("fifo", 0600);
+  EXPECT_FALSE(ReadAlarmFile("big").faults.empty());
+  EXPECT_EQ(ReadAlarmFile("fifo").error, "fifo: is no regular file");
+  EXPECT_TRUE(ReadAlarmFile("none").isMissing);
+  std::string many;
+  for (int i = 0; i < 700; ++i) {
+    many += "alarm = a" + std::to_string(i) + "\nx\nx\n";
+  }
+  const AlarmFileText file = ParseAlarmFile(many);
+  EXPECT_EQ(file.entries.size(), kMostAlarms);
+  std::size_t faults = file.faults.size();
+  for (const AlarmEntry& entry : file.entries) {
+    faults += entry.faults.size();
+  }
+  EXPECT_EQ(faults, kMostAlarmFaults + 1);
+}
+
+TEST(AlarmFileTest, RulesSayTheSameOrWhyNot) {
+  const struct {
+    std::string lines;
+    std::string part;
+  } cases[] = {
+      {"condition = Count > 60\nfor = 5m", "rate(qmt_fake_count_total[5m]) * 30 > 60"},
+      {"condition = Rate >= 5\nwhere = Label = /x\"",
+       R"(rate(qmt_fake_count_total{label=\"/x\\\"\"}[5m]) >= 5)"},
+      {"condition = Count > 1\nwhere = Label ~ a.*", R"({label=~\"a\\\\..*\"})"},
+      {"condition = CPU > 1", "# a: no rule, since no metric tells \"CPU\"."},
+      {"condition = Count > 1\npredict = 1h\nover = 1h", "# a: no rule, since \"Count\" is no"},
+      {"condition = Label = x", "# a: no rule, since it compares keys alone"},
+      {"condition = Count > 5\nuntil = Count < 2\nkeep = 1h", "keep_firing_for: 1h"},
+      {"condition = Count > 5\ntext = {{x}} {Label} has {Count}",
+       R"({{ \"{\" }}x} {{ $labels.label }} has (Count))"},
+      {"condition = Size > 5\ntext = a\x01", "# a: no rule, since it is off, line 3: FAKE has"},
+  };
+  const ScratchDirectory folder;
+  for (const auto& row : cases) {
+    const AlarmDefinition definition =
+        DefinitionOf("alarm = a\nrecord = FAKE\n" + row.lines + "\n");
+    const std::string rules =
+        AlarmRules({&definition}, [](const std::string&) { return std::chrono::seconds(30); });
+    EXPECT_THAT(rules, HasSubstr(row.part));
+    std::ofstream("rules.yml") << rules;
+    if (std::system("command -v promtool >/dev/null") == 0) {
+      EXPECT_EQ(std::system("promtool check rules rules.yml >out 2>&1"), 0) << rules;
+    }
+  }
+}
+
+}  // namespace

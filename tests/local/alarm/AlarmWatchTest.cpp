@@ -1,0 +1,141 @@
+#include "local/alarm/AlarmWatch.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "json/JsonText.h"
+#include "tests/local/alarm/AlarmHarness.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+
+/// One definition with batches 60 seconds apart; what changes is noted as "KEY begins TIME".
+class AlarmWatchTest : public ::testing::Test {
+ protected:
+  void Define(const std::string& lines) {
+    watch = std::make_unique<AlarmWatch>(
+        DefinitionOf("alarm = a\nrecord = FAKE\ncondition = Count > 90\n" + lines));
+    ASSERT_EQ(watch->Why(), "");
+  }
+  using Rows = std::vector<std::pair<const char*, std::uint32_t>>;
+  void Batch(std::time_t time, const Rows& rows) {
+    const auto change = [&](AlarmWatch& one, AlarmState& state) {
+      const bool isBegin = state.phase == AlarmState::Phase::kActive;
+      changes.push_back(state.key["Label"].Text() + (isBegin ? " begins " : " ends ") +
+                        std::to_string(isBegin ? state.since : state.until));
+      texts.push_back(state.text);
+      EXPECT_EQ(&one, watch.get());
+      state.id = isBegin ? ++lastId : state.id;
+    };
+    watch->Begin(time, std::chrono::seconds(60));
+    for (const auto& [label, count] : rows) {
+      watch->Row(AlarmRow(label, count), change);
+    }
+    watch->End(change);
+  }
+  /// As after a restart.
+  void Reload(const std::string& lines) {
+    const ParsedJson kept = ParseJson(JsonText(watch->ToJson()));
+    Define(lines);
+    watch->FromJson(kept.value);
+  }
+
+  std::unique_ptr<AlarmWatch> watch;
+  std::vector<std::string> changes;
+  std::vector<std::string> texts;
+  std::int64_t lastId = 0;
+};
+
+TEST_F(AlarmWatchTest, BeginsAfterItsTimeAndEndsAtItsOwnLevelAfterItsOwn) {
+  Define("until = Count < 50\nfor = 2m\nkeep = 1m\ntext = {Label} has {Count}\n");
+  const std::uint32_t counts[] = {95, 95, 10, 95, 96, 97, 60, 40, 60, 40, 30, 10};
+  std::time_t time = 1000;
+  for (const std::uint32_t count : counts) {
+    Batch(time += 60, {{"x", count}, {"y", 1}});
+  }
+  EXPECT_THAT(changes, ElementsAre("x begins 1360", "x ends 1660"));
+  EXPECT_THAT(texts, ElementsAre("x has 97", "x has 60"));
+}
+
+TEST_F(AlarmWatchTest, WhatNobodySawCountsAsTwoIntervalsAtMost) {
+  Define("for = 5m\n");
+  Batch(1000, {{"x", 95}});
+  Batch(9000, {{"x", 95}});  // 120 of it count
+  Batch(9060, {{"x", 95}});
+  Reload("for = 5m\n");
+  Batch(90000, {{"x", 95}});  // again 120: 300 in all
+  EXPECT_THAT(changes, ElementsAre("x begins 90000"));
+  Batch(100, {{"x", 95}});  // the clock was set back
+  Reload("for = 5m\n");
+  Batch(160, {{"x", 95}});
+  EXPECT_EQ(changes.size(), 1U);
+  EXPECT_EQ(watch->Active(), 1U);
+}
+
+TEST_F(AlarmWatchTest, ARowThatIsGoneEndsIt) {
+  Define("for = 1m\nwhere = Label != z\n");
+  Batch(1000, {{"x", 95}, {"y", 95}, {"z", 95}});
+  Batch(1060, {{"x", 95}, {"x", 1}});
+  EXPECT_EQ(watch->Pending(), 0U);
+  Batch(1120, {});
+  EXPECT_THAT(changes, ElementsAre("x begins 1060", "x ends 1120"));
+}
+
+TEST_F(AlarmWatchTest, OneThatComesAndGoesIsDamped) {
+  Define("");
+  std::time_t time = 1000;
+  for (int i = 0; i < 20; ++i) {
+    Batch(time += 60, {{"x", i % 2 == 0 ? 95U : 5U}});
+  }
+  EXPECT_EQ(changes.size(), 2 * AlarmWatch::kFlaps - 1);
+  for (int i = 0; i < 12; ++i) {
+    Batch(time += 60, {{"x", 5}});
+  }
+  EXPECT_EQ(changes.size(), 2 * AlarmWatch::kFlaps);
+  for (int i = 0; i < 60; ++i) {
+    Batch(time += 60, {{"x", 5}});
+  }
+  EXPECT_TRUE(watch->States().empty());
+}
+
+TEST_F(AlarmWatchTest, NumbersAreWhereTheLineLeads) {
+  Define("predict = 3630\nover = 20m\n");
+  std::time_t time = 10000;
+  for (std::uint32_t i = 0; i < 60; ++i) {
+    // 1 a minute, and 60.5 minutes ahead: 90.5 when the count is 30.
+    Batch(time += 60, {{"x", i}, {"steady", 80}});
+  }
+  EXPECT_THAT(changes, ElementsAre("x begins " + std::to_string(10000 + 31 * 60)));
+}
+
+TEST_F(AlarmWatchTest, NoLineIsDrawnThroughTooLittle) {
+  Define("predict = 1h\nover = 20m\n");
+  Batch(1000, {{"x", 0}});
+  Batch(1060, {{"x", 50}});
+  Batch(1120, {{"x", 90}});
+  EXPECT_TRUE(changes.empty());
+  for (int i = 0; i < 3; ++i) {
+    Batch(1180 + i * 60, {{"x", 90}});
+  }
+  EXPECT_THAT(changes, ElementsAre("x begins 1300"));
+}
+
+TEST_F(AlarmWatchTest, StatesAreBounded) {
+  Define("");
+  std::vector<std::string> labels;
+  Rows rows;
+  for (std::size_t i = 0; i < AlarmWatch::kMostStates + 5; ++i) {
+    labels.push_back(std::to_string(i));
+  }
+  for (const std::string& label : labels) {
+    rows.emplace_back(label.c_str(), 95);
+  }
+  Batch(1000, rows);
+  EXPECT_EQ(watch->Active(), AlarmWatch::kMostStates);
+  EXPECT_EQ(watch->LeftOut(), 5U);
+}
+
+}  // namespace
