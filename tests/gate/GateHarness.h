@@ -207,6 +207,7 @@ class GateFixture : public ::testing::Test {
   TempFolder folder;
   std::mutex mutex;
   std::string address;
+  std::string notices;  ///< that the gate has told last
   std::unique_ptr<FakeDaemon> daemon;
   Gate gate{Path(), false};
   std::thread runner;
@@ -217,6 +218,10 @@ class GateFixture : public ::testing::Test {
         addresses != nullptr && addresses->Size() != 0) {
       const std::lock_guard lock(mutex);
       address = (*addresses)[0].Text();
+    }
+    if (const Json* told = request.Find("notices"); told != nullptr) {
+      const std::lock_guard lock(mutex);
+      notices = JsonText(*told);
     }
     Json told{{"mode", "unit"}, {"listen", Json::Array({"127.0.0.1:0"})}, {"host", "own.example"}};
     for (const auto& [name, value] : settings.Members()) {
