@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::chrono::seconds kAskAgainPause{1};
 constexpr std::size_t kMaxSettings = std::size_t{2} << 20;
+/// The shortest time between two tellings of what was sent.
+constexpr std::chrono::seconds kNoticesPause{5};
 /// So often it is looked whether a file that is not as it should be has changed.
 constexpr std::chrono::seconds kFaultPause{2};
 
@@ -21,9 +23,11 @@ constexpr std::chrono::seconds kFaultPause{2};
 Gate::Gate(std::string controlPath, bool isChild)
     : m_isChild(isChild),
       m_desk(m_loop, std::move(controlPath)),
+      m_sender(m_loop),
       m_pages(m_desk),
       m_fault(m_loop),
-      m_again(m_loop) {}
+      m_again(m_loop),
+      m_notices(m_loop) {}
 
 Gate::~Gate() = default;
 
@@ -107,6 +111,7 @@ void Gate::TakeUp(const GateSettings& settings) {
   for (const std::string& text : settings.listen) {
     OpenListener(text);
   }
+  OpenAlarms();
   LookAtFaults();
 }
 
@@ -187,13 +192,61 @@ void Gate::OpenListener(const std::string& text) {
   m_servers.push_back(std::move(server));
 }
 
+void Gate::OpenAlarms() {
+  const AlarmReceivers& receivers = m_settings.alarms;
+  const SendingSettings& sending = receivers.sending;
+  AlarmTargets targets{
+      .alertmanagers = receivers.alertmanagers,
+      .webhooks = receivers.webhooks,
+      .identity = {sending.user, sending.passwordFile, sending.tokenFile, sending.authority,
+                   sending.clientCertificate, sending.clientKey},
+      .link = receivers.link,
+      .host = m_settings.host,
+      .folder = m_settings.state};
+  if (m_alarms != nullptr && m_alarms->Targets() == targets) {
+    return;
+  }
+  // What it has told is written before the next one reads it.
+  m_alarms.reset();
+  m_alarms = std::make_unique<AlarmDesk>(
+      m_desk, m_sender, std::move(targets),
+      AlarmDesk::Hooks{[](const std::string& text) { GateLog(text); }, [this] { PlanNotices(); }});
+}
+
+void Gate::PlanNotices() {
+  if (!std::exchange(m_areNoticesPlanned, true)) {
+    m_notices.After(kNoticesPause, [this] {
+      m_areNoticesPlanned = false;
+      // A new connection begins with them.
+      if (m_areAddressesTold) {
+        m_link->Say(JsonText(Json{{"op", "gate"}, {"notices", NoticesJson()}}));
+      }
+    });
+  }
+}
+
+Json Gate::NoticesJson() const {
+  Json notices = Json::Array();
+  for (const ReceiverFigures& one : m_alarms->Figures()) {
+    notices.PushBack(Json{{"url", one.url},
+                          {"sent", one.sent},
+                          {"failures", one.failures},
+                          {"dropped", one.dropped}});
+  }
+  return notices;
+}
+
 void Gate::TellAddresses() {
   std::vector<std::string> addresses;
   for (const auto& server : m_servers) {
     addresses.push_back((server->IsTls() ? "https://" : "") + server->Address());
   }
   m_pages.SetAddresses(addresses);
-  m_link->Say(JsonText(Json{{"op", "gate"}, {"addresses", addresses}}));
+  Json told{{"op", "gate"}, {"addresses", addresses}};
+  if (Json notices = NoticesJson(); notices.Size() != 0) {
+    told["notices"] = std::move(notices);
+  }
+  m_link->Say(JsonText(told));
 }
 
 AccessHooks Gate::Hooks() {

@@ -8,8 +8,10 @@
 #include "gate/GatePages.h"
 #include "gate/GateSettings.h"
 #include "gate/TlsFiles.h"
+#include "gate/alarm/AlarmDesk.h"
 #include "gate/daemon/DaemonDesk.h"
 #include "gate/http/HttpServer.h"
+#include "gate/send/HttpSender.h"
 
 /// The gate as a whole: asks the daemon what to work by, listens, and serves. While the daemon is
 /// away it goes on listening and asks again; settings that have changed then are taken up.
@@ -38,13 +40,18 @@ class Gate {
   void OpenAccess();
   void OpenTls();
   void OpenListener(const std::string& text);
+  void OpenAlarms();
   void TellAddresses();
+  /// Tells soon what receivers of alarms have been sent.
+  void PlanNotices();
+  [[nodiscard]] Json NoticesJson() const;
   [[nodiscard]] AccessHooks Hooks();
   void CheckToken(const std::string& token, const AccessHooks::TokenAnswer& answer);
 
   bool m_isChild;
   GateLoop m_loop;
   DaemonDesk m_desk;
+  HttpSender m_sender;
   GatePages m_pages;
   std::unique_ptr<TlsFiles> m_tls;
   std::vector<std::unique_ptr<HttpServer>> m_servers;
@@ -59,4 +66,7 @@ class Gate {
   std::vector<FileStamp> m_faultStamps;
   LoopTimer m_fault;
   LoopTimer m_again;
+  LoopTimer m_notices;
+  bool m_areNoticesPlanned = false;
+  std::unique_ptr<AlarmDesk> m_alarms;
 };

@@ -1,12 +1,14 @@
 // Starts the console: signs in, shows the page that the address names, and tells how the connection stands.
+import { tellActive } from './alarms.js';
 import { isSignedIn, onRefused, signInByPassword, signInByToken, signOut, takeToken } from './api.js';
-import { onConnection } from './events.js';
+import { onConnection, resume } from './events.js';
 import { current } from './newest.js';
 import { link, onChange, start, state } from './state.js';
 import { timebar } from './timebar.js';
 
 const kPages = {
   overview: 'Overview',
+  alarms: 'Alarms',
   processes: 'Processes',
   disks: 'Disks',
   network: 'Network',
@@ -61,6 +63,7 @@ function drawMenu() {
     if (anchor.dataset.page === state.page) anchor.setAttribute('aria-current', 'page');
     else anchor.removeAttribute('aria-current');
   }
+  part('alarms').href = link({ page: 'alarms', choice: {} });
 }
 
 async function show() {
@@ -179,6 +182,7 @@ function signedIn() {
   part('sign-in').close();
   tellHost();
   show();
+  resume();
 }
 
 function listenToSignIn() {
@@ -219,6 +223,7 @@ listenToSignIn();
 timebar(part('timebar'));
 onChange(changed);
 onConnection(tellConnection);
+tellActive(part('alarms'));
 onRefused(askSignIn);
 if (isSignedIn()) signedIn();
 else askSignIn(null);

@@ -10,7 +10,11 @@ const kLongSleep = 300000;
 // What a follower asked for just before it followed may lack the newest batch, so this many seconds come again.
 const kOverlap = 15;
 
+// While only alarms are wanted, this is followed: few rows that there are on each host.
+const kQuietRecord = 'PI';
+
 const followers = new Set();
+const alarmListeners = new Set();
 const connectionListeners = new Set();
 let connection = { state: 'off', message: '' };
 let current = null;
@@ -45,10 +49,22 @@ export function follow(records, fn, { onGap, onBatch } = {}) {
   };
 }
 
+/// Calls `fn(alarm)` when an alarm begins or ends.
+export function onAlarm(fn) {
+  alarmListeners.add(fn);
+  plan(50);
+}
+
 function wanted() {
   const names = new Set();
   for (const one of followers) for (const record of one.records) names.add(record);
+  if (!names.size && alarmListeners.size) names.add(kQuietRecord);
   return [...names].sort().join(',');
+}
+
+/// To be called when somebody has signed in.
+export function resume() {
+  plan(50);
 }
 
 function plan(milliseconds) {
@@ -174,6 +190,8 @@ function dispatch({ type, data, id }) {
   } else if (type === 'batch') {
     if (id) lastId = id;
     for (const one of [...followers]) one.onBatch?.(told);
+  } else if (type === 'alarm') {
+    for (const fn of alarmListeners) fn(told.alarm);
   } else if (type === 'daemon') {
     if (told.state === 'gone') tellConnection('gone');
     else tellConnection('live');

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "gate/console/ApiRequest.h"
+#include "gate/console/HiddenArguments.h"
 #include "gate/daemon/AnswerErrors.h"
 #include "gate/http/BodyText.h"
 #include "json/JsonText.h"
@@ -26,7 +27,10 @@ std::string_view TextBehind(std::string_view text, std::string_view begin) {
 /// The status that an answer of the control protocol has here. Of one with several results each
 /// tells for itself.
 unsigned StatusOf(std::string_view head, bool hasOneResult) {
-  constexpr std::string_view kGood = "{\"ok\":true";
+  // The number of an alarm, which is the question's own too, comes back in front.
+  head.remove_prefix(head.starts_with("{\"id\":") ? std::min(head.find(','), head.size()) : 0);
+  head.remove_prefix(head.empty() ? 0 : 1);
+  constexpr std::string_view kGood = "\"ok\":true";
   if (!head.starts_with(kGood)) {
     return StatusOfCode(TextBehind(head, "\"error\":{\"code\":\""));
   }
@@ -93,6 +97,18 @@ void ApiPages::Serve(std::string_view name, const std::shared_ptr<HttpExchange>&
   const std::string operation = request["op"].Text();
   if (!m_showsArguments && (operation == "get" || operation == "last" || operation == "history")) {
     request["arguments"] = false;
+  }
+  if (!m_showsArguments && (operation == "alarm" || operation == "alarms")) {
+    exchange->Hold(m_desk.AskJson(request, [exchange](Json line) {
+      HideArguments(line);
+      LineAnswer answer(exchange, false);
+      const bool isTold = line.IsObject();
+      if (isTold) {
+        static_cast<void>(answer.Take(JsonText(line) + '\n'));
+      }
+      answer.Finish(isTold ? DaemonDesk::End::kDone : DaemonDesk::End::kNoDaemon);
+    }));
+    return;
   }
   const Json* records = request.Find("records");
   const auto answer = std::make_shared<LineAnswer>(

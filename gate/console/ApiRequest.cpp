@@ -17,6 +17,7 @@ enum class ParameterKind {
   kRecord,      ///< the name of one record; must be there
   kLabels,      ///< labels with commas between them
   kWhole,       ///< a whole number of 64 bits
+  kNumber,      ///< the same; must be there
   kPlace,       ///< the two numbers of a "next", with a comma between them
   kFlag,        ///< 1, 0, true or false
   kArgument,    ///< a text that goes into "arguments"
@@ -67,9 +68,12 @@ constexpr std::array kRoutes{
           "last",
           {{{"path", kGroupPath}, {"depth", kGroupDepth}, kColumns, kWhere, kSort, kLimit}}},
     Route{"log", "log", {{{"lines", kWhole}}}},
+    Route{"alarms", "alarms", {{{"since", kWhole}, {"until", kWhole}, kLimit, {"state", kText}}}},
+    Route{"alarm", "alarm", {{{"id", kNumber}}}},
 };
 /// Of the history too, which has more parameters than others.
 constexpr Parameter kBy{"by", kLabels};
+constexpr const char* kWantsWhole = "must be a whole number of 64 bits";
 constexpr std::size_t kMostEventRecords = 64;
 // Within what a condition of the control protocol may hold.
 constexpr std::int64_t kMostGroupLevels = 7;
@@ -162,10 +166,10 @@ std::optional<QueryFault> AddGroupCondition(Json& request, const Parameter& para
 
 std::optional<QueryFault> AddNumber(Json& request, const Parameter& parameter,
                                     const std::string& text) {
-  if (parameter.kind == kWhole) {
+  if (parameter.kind == kWhole || parameter.kind == kNumber) {
     const auto value = ReadWhole(text);
     if (!value) {
-      return Fault(parameter.name, "must be a whole number of 64 bits");
+      return Fault(parameter.name, kWantsWhole);
     }
     request[parameter.name] = *value;
     return std::nullopt;
@@ -217,6 +221,7 @@ std::optional<QueryFault> AddParameter(Json& request, const Parameter& parameter
       break;
     }
     case kWhole:
+    case kNumber:
     case kPlace:
       return AddNumber(request, parameter, text);
     case kGroupPath:
@@ -253,13 +258,25 @@ Json BeginRequest(const Route& route) {
   return request;
 }
 
+/// What a parameter must be that is not there; null for one that may be left out.
+const char* WordsOfMissing(ParameterKind kind) {
+  switch (kind) {
+    case kRecord:
+      return "must be the name of a record";
+    case kRecords:
+      return "must be names of records with commas between them";
+    case kNumber:
+      return kWantsWhole;
+    default:
+      return nullptr;
+  }
+}
+
 std::optional<QueryFault> FindMissing(const Route& route, const Json& request) {
   for (const Parameter& parameter : route.parameters) {
-    if ((parameter.kind == kRecords || parameter.kind == kRecord) && parameter.name != nullptr &&
-        request.Find(parameter.name) == nullptr) {
-      return Fault(parameter.name, parameter.kind == kRecord
-                                       ? "must be the name of a record"
-                                       : "must be names of records with commas between them");
+    const char* words = WordsOfMissing(parameter.kind);
+    if (parameter.name != nullptr && words != nullptr && request.Find(parameter.name) == nullptr) {
+      return Fault(parameter.name, words);
     }
   }
   return std::nullopt;

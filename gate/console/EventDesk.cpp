@@ -13,8 +13,6 @@ namespace {
 
 constexpr std::chrono::seconds kPauseBeforeAgain{1};
 constexpr std::chrono::seconds kKeepAlivePause{15};
-/// The longest line of the daemon that is taken.
-constexpr std::size_t kMaxEventLine = std::size_t{32} << 20;
 
 /// The first wanted record that the daemon's answer to `records` does not name; empty if there is
 /// none, or no answer.
@@ -89,61 +87,59 @@ void EventDesk::Begin(const std::shared_ptr<HttpExchange>& exchange, EventQuery 
 }
 
 void EventDesk::Follow() {
-  m_line.clear();
   m_isGivenUp = false;
-  m_isFollowing = false;
-  m_follow = std::make_unique<DaemonAsk>(m_desk.Loop(), std::chrono::milliseconds(0));
   Json request{{"op", "follow"}};
   if (!m_showsArguments) {
     request["arguments"] = false;
   }
-  m_follow->Start(
-      m_desk.Path(), JsonText(request), [this](std::string_view bytes) { Take(bytes); },
-      [this](DaemonAsk::End) { OnDaemonGone(); });
+  m_follow = std::make_unique<DaemonFollow>(
+      m_desk, request,
+      DaemonFollow::Hooks{[this](bool isGood, std::string_view) { OnAnswer(isGood); },
+                          [this](std::string_view line) { GiveAll(FrameOfLine(line)); },
+                          [this] { OnDaemonGone(); }});
 }
 
-void EventDesk::Take(std::string_view bytes) {
-  m_desk.Memory().NoteBytes(bytes.size());
-  while (!bytes.empty() && !m_isGivenUp) {
-    const std::size_t end = bytes.find('\n');
-    m_line += bytes.substr(0, end);
-    if (m_line.size() > kMaxEventLine) {
-      OnDaemonGone();
-      return;
-    }
-    if (end == std::string_view::npos) {
-      return;
-    }
-    bytes.remove_prefix(end + 1);
-    TakeLine(std::exchange(m_line, {}));
-  }
-}
-
-void EventDesk::TakeLine(std::string_view line) {
-  if (!std::exchange(m_isFollowing, true)) {
-    if (!line.starts_with("{\"ok\":true")) {
-      OnDaemonGone();
-    } else if (std::exchange(m_isDaemonGone, false)) {
-      GiveAll(FrameOf("daemon", R"({"state":"back"})"));
-      // They come again at once, and get from history what was made meanwhile.
-      for (const auto& listener : m_listeners) {
-        listener->End();
-      }
-    }
+void EventDesk::OnAnswer(bool isGood) {
+  if (m_isGivenUp) {
     return;
   }
-  GiveAll(FrameOfLine(line));
+  if (!isGood) {
+    OnDaemonGone();
+    return;
+  }
+  FollowAlarms();
+  if (std::exchange(m_isDaemonGone, false)) {
+    GiveAll(FrameOf("daemon", R"({"state":"back"})"));
+    // They come again at once, and get from history what was made meanwhile.
+    for (const auto& listener : m_listeners) {
+      listener->End();
+    }
+  }
+}
+
+void EventDesk::FollowAlarms() {
+  m_alarms = std::make_unique<DaemonFollow>(
+      m_desk, Json{{"op", "alarm_follow"}},
+      DaemonFollow::Hooks{[](bool, std::string_view) {},
+                          [this](std::string_view line) {
+                            if (const EventFrame frame = FrameOfAlarm(line, m_showsArguments);
+                                frame.text) {
+                              GiveAll(frame);
+                            }
+                          },
+                          // Readers have to come again, as one may have been missed.
+                          [this] { OnDaemonGone(); }});
 }
 
 void EventDesk::OnDaemonGone() {
   if (std::exchange(m_isGivenUp, true)) {
     return;
   }
-  m_line.clear();
-  // It may be the caller, which must not be freed in its own turn.
+  // One of them may be the caller, which must be freed in its own turn.
   m_again.After(kPauseBeforeAgain, [this] {
     RemoveGone();
     m_follow.reset();
+    m_alarms.reset();
     if (!m_listeners.empty()) {
       Follow();
     }
@@ -167,6 +163,7 @@ void EventDesk::KeepAlive() {
   RemoveGone();
   if (m_listeners.empty()) {
     m_follow.reset();
+    m_alarms.reset();
     m_isDaemonGone = false;
     m_again.Cancel();
     return;

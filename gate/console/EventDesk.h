@@ -2,13 +2,14 @@
 
 #include <list>
 #include <memory>
-#include <string>
 #include <string_view>
 
 #include "gate/console/EventListener.h"
+#include "gate/daemon/DaemonFollow.h"
 
-/// "/api/1/events": what the schedules make, as they make it. One question to the daemon serves all
-/// readers; without a reader there is none.
+/// "/api/1/events": what the schedules make, as they make it, and alarms that begin and end. One
+/// question to the daemon for each of the two serves all readers; without a reader there is none. A
+/// daemon that tells no alarms does not keep the rows from coming.
 class EventDesk {
  public:
   static constexpr std::size_t kMostListeners = 32;
@@ -26,8 +27,8 @@ class EventDesk {
  private:
   void Begin(const std::shared_ptr<HttpExchange>& exchange, EventQuery query);
   void Follow();
-  void Take(std::string_view bytes);
-  void TakeLine(std::string_view line);
+  void FollowAlarms();
+  void OnAnswer(bool isGood);
   void OnDaemonGone();
   void GiveAll(const EventFrame& frame);
   void RemoveGone();
@@ -36,11 +37,10 @@ class EventDesk {
   DaemonDesk& m_desk;
   bool m_showsArguments = true;
   std::list<std::shared_ptr<EventListener>> m_listeners;
-  std::unique_ptr<DaemonAsk> m_follow;
-  std::string m_line;          ///< what has come of the next one
-  bool m_isFollowing = false;  ///< the daemon has said yes
+  std::unique_ptr<DaemonFollow> m_follow;
+  std::unique_ptr<DaemonFollow> m_alarms;
   bool m_isDaemonGone = false;
-  bool m_isGivenUp = false;  ///< of m_follow nothing more is taken
+  bool m_isGivenUp = false;  ///< both are asked anew after a pause
   LoopTimer m_again;
   LoopTimer m_keepAlive;
 };

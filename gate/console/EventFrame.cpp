@@ -1,5 +1,6 @@
 #include "gate/console/EventFrame.h"
 
+#include "gate/console/HiddenArguments.h"
 #include "json/JsonText.h"
 
 namespace {
@@ -37,6 +38,19 @@ EventFrame FrameOfLine(std::string_view line) {
   EventFrame frame = FrameOf("rows", line);
   frame.record = MemberText(line, "\"record\":\"", "\"");
   return frame;
+}
+
+EventFrame FrameOfAlarm(std::string_view line, bool showsArguments) {
+  constexpr JsonLimits kAlarmLimits{.depth = 32};
+  Json told = ParseJson(line, kAlarmLimits).value;
+  Json* alarm = told.Find("alarm");
+  if (alarm == nullptr || !alarm->IsObject()) {
+    return {};
+  }
+  if (!showsArguments) {
+    HideArguments(*alarm);
+  }
+  return FrameOf("alarm", JsonText(Json{{"alarm", *alarm}}));
 }
 
 EventFrame FrameOfRows(const std::string& record, const std::string& category, std::int64_t time,

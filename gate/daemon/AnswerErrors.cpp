@@ -9,10 +9,10 @@ unsigned StatusOfCode(std::string_view code) {
     std::string_view code;
     unsigned status;
   };
-  static constexpr std::array kRows{Row{"bad-json", 400},       Row{"bad-field", 400},
-                                    Row{"too-long", 413},       Row{"unknown-record", 404},
-                                    Row{"unknown-report", 404}, Row{"not-scheduled", 404},
-                                    Row{"not-served", 404},     Row{"permission-denied", 403}};
+  static constexpr std::array kRows{
+      Row{"bad-json", 400},       Row{"bad-field", 400},      Row{"too-long", 413},
+      Row{"unknown-record", 404}, Row{"unknown-report", 404}, Row{"not-scheduled", 404},
+      Row{"not-served", 404},     Row{"unknown-alarm", 404},  Row{"permission-denied", 403}};
   for (const Row& row : kRows) {
     if (row.code == code) {
       return row.status;

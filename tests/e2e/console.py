@@ -26,7 +26,7 @@ from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 
 PAGES = ["overview", "processes", "disks", "network", "filesystems", "groups", "applications",
-         "sensors", "records", "agent"]
+         "sensors", "records", "alarms", "agent"]
 SCHEDULE = "".join(f"{record} = {seconds}\n" for record, seconds in {
     "PI": 1, "CPUP": 1, "CPUX": 1, "PRES": 1, "MEMD": 1, "DISK": 1, "NETD": 1, "SOCK": 1, "PDS": 5,
     "FSL": 5, "CGRP": 5, "WGRP": 5, "APP": 5, "PDX": 5, "PDI": 5, "HOST": 60, "SENS": 60}.items())

@@ -44,6 +44,8 @@ SAMPLES = [
     ("cgroups", [("path", "/"), ("depth", "0"), ("columns", "Path"), ("where", "Path ~ *"),
                  ("sort", "Path"), ("limit", "5")], 200),
     ("cgroups", [("path", "/system.slice"), ("depth", "3")], 200),
+    ("alarms", [("since", "0"), ("until", "9000000000"), ("limit", "5"), ("state", "active")], 200),
+    ("alarm", [("id", "9000000000")], 404),
     ("log", [], 200), ("log", [("lines", "1")], 200), ("gate", [], 200),
     ("nothing", [], 404),
 ]
@@ -59,7 +61,8 @@ WRONG = [
     ("history", "record=PI&at="), ("history", "record=PI&after=1"),
     ("history", "record=PI&sort=CPU+%25"), ("history", "record=PI&by=Interval"),
     ("history", "record=PI&columns=CPU+%25&points=0"), ("history", "record=PI&points=5&columns=Record+Type"),
-    ("cgroups", "path=/&depth=8"), ("log", "lines=201"), ("events", "since=-1"), ("events", "since=x"),
+    ("cgroups", "path=/&depth=8"), ("log", "lines=201"), ("alarm", "id=x"),
+    ("alarms", "state=old"), ("events", "since=-1"), ("events", "since=x"),
 ]
 
 
@@ -179,7 +182,8 @@ def check_routes(description):
 
 
 def check_samples(gate, description):
-    asked = {EVENTS: {"records", "since"}}
+    # There is no alarm to ask for here.
+    asked = {EVENTS: {"records", "since"}, API + "alarm": {"id"}}
     for name, query, wanted in SAMPLES:
         path = full_path(name)
         if wanted == 200:

@@ -6,11 +6,13 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "gate/Gate.h"
@@ -102,16 +104,20 @@ class FakeDaemon {
     m_clients.clear();
     m_followers.clear();
   }
-  /// Sends a line to all who follow.
-  void Tell(const std::string& line) {
+  /// Sends a line to all who follow by the operation.
+  void Tell(const std::string& line, const std::string& operation = "follow") {
     const std::lock_guard lock(m_mutex);
-    for (const int follower : m_followers) {
-      ::send(follower, (line + '\n').data(), line.size() + 1, MSG_NOSIGNAL);
+    for (const auto& [follower, followed] : m_followers) {
+      if (followed == operation) {
+        ::send(follower, (line + '\n').data(), line.size() + 1, MSG_NOSIGNAL);
+      }
     }
   }
-  [[nodiscard]] std::size_t Followers() {
+  [[nodiscard]] std::size_t Followers(const std::string& operation = "follow") {
     const std::lock_guard lock(m_mutex);
-    return m_followers.size();
+    return static_cast<std::size_t>(
+        std::count_if(m_followers.begin(), m_followers.end(),
+                      [&](const auto& follower) { return follower.second == operation; }));
   }
 
  private:
@@ -132,15 +138,15 @@ class FakeDaemon {
         bytes.erase(0, end + 1);
         const std::string text = m_answer(request);
         ::send(socket, text.data(), text.size(), MSG_NOSIGNAL);
-        if (request["op"].Text() == "follow") {
+        if (const std::string& op = request["op"].Text(); op.ends_with("follow")) {
           const std::lock_guard lock(m_mutex);
-          m_followers.push_back(socket);
+          m_followers.emplace_back(socket, op);
         }
       }
     }
     ::shutdown(socket, SHUT_RDWR);
     const std::lock_guard lock(m_mutex);
-    std::erase(m_followers, socket);
+    std::erase_if(m_followers, [&](const auto& follower) { return follower.first == socket; });
   }
 
   std::string m_path;
@@ -150,7 +156,7 @@ class FakeDaemon {
   std::mutex m_mutex;
   std::vector<Descriptor> m_clients;
   std::vector<std::thread> m_servers;
-  std::vector<int> m_followers;
+  std::vector<std::pair<int, std::string>> m_followers;  ///< sockets, and by which operation
 };
 
 /// A gate on a thread of its own with a daemon whose answers a test gives.
@@ -201,6 +207,7 @@ class GateFixture : public ::testing::Test {
   TempFolder folder;
   std::mutex mutex;
   std::string address;
+  std::string notices;  ///< that the gate has told last
   std::unique_ptr<FakeDaemon> daemon;
   Gate gate{Path(), false};
   std::thread runner;
@@ -211,6 +218,10 @@ class GateFixture : public ::testing::Test {
         addresses != nullptr && addresses->Size() != 0) {
       const std::lock_guard lock(mutex);
       address = (*addresses)[0].Text();
+    }
+    if (const Json* told = request.Find("notices"); told != nullptr) {
+      const std::lock_guard lock(mutex);
+      notices = JsonText(*told);
     }
     Json told{{"mode", "unit"}, {"listen", Json::Array({"127.0.0.1:0"})}, {"host", "own.example"}};
     for (const auto& [name, value] : settings.Members()) {

@@ -33,6 +33,14 @@ TEST_F(GateFixture, EachPageAnswersWhoMayAskAndNothingElse) {
       return R"({"ok":true,"results":[{"record":"GONE","error":{"code":"unknown-record"}}]})"
              "\n";
     }
+    if (request["op"] == Json("alarm")) {
+      // A question's id comes back in front.
+      const std::string id = JsonText(request["id"]);
+      return "{\"id\":" + id +
+             (id == "17" ? R"(,"ok":true,"alarm":{"id":17}})"
+                         : R"(,"ok":false,"error":{"code":"unknown-alarm"}})") +
+             '\n';
+    }
     if (request["op"] == Json("metrics")) {
       return JsonText(Json{{"ok", true},
                            {"metrics", Json{{"content_type", request["format"].Text()},
@@ -70,6 +78,8 @@ TEST_F(GateFixture, EachPageAnswersWhoMayAskAndNothingElse) {
       {"GET", "/api/1/gate", kToken, "200", R"("failed_logins":)"},
       {"GET", "/api/1/last?records=GONE", kToken, "404", "unknown-record"},
       {"GET", "/api/1/last?records=GONE,X", kToken, "200", "unknown-record"},
+      {"GET", "/api/1/alarm?id=17", kToken, "200", R"("alarm":{"id":17})"},
+      {"GET", "/api/1/alarm?id=18", kToken, "404", "unknown-alarm"},
       {"GET", "/api/2/status", kToken, "404", "\"no-page\""},
       {"GET", "/api/1/shutdown", kToken, "404", "\"no-page\""},
       {"GET", "/api/1/status?x=1", kToken, "400", R"("field":"x")"},
@@ -154,6 +164,11 @@ TEST(ApiRequestTest, AQueryIsARequestOfTheControlProtocol) {
       {"cgroups", {{"path", "/"}}, R"({"op":"last","records":["CGRP"]})"},
       {"cgroups", {{"depth", "8"}}, "depth: must be a whole number from 0 to 7"},
       {"log", {{"lines", "9"}}, R"({"op":"log","lines":9})"},
+      {"alarms",
+       {{"since", "5"}, {"until", "9"}, {"limit", "3"}, {"state", "active"}},
+       R"({"op":"alarms","since":5,"until":9,"limit":3,"state":"active"})"},
+      {"alarm", {{"id", "17"}}, R"({"op":"alarm","id":17})"},
+      {"alarm", {}, "id: must be a whole number"},
       {"config", {}, ": no such page"},
   };
   for (const auto& row : cases) {
@@ -190,13 +205,19 @@ TEST(MetricFormatTest, TheFormatGoesByTheAcceptHeader) {
 
 TEST_F(GateFixture, WhatAProcessIsStartedWithIsLeftOutWhereTheSettingsSaySo) {
   Begin(
-      [](const Json& request) {
+      [](const Json& request) -> std::string {
+        if (request["op"] == Json("alarm")) {
+          return R"({"id":1,"ok":true,"alarm":{"rows":[{"rows":[{"Argument List":"secret"}]}]}})"
+                 "\n";
+        }
         return JsonText(Json{{"ok", true}, {"asked", request}}) + '\n';
       },
       Json{{"arguments", false}});
   for (const char* path : {"get?records=PDI", "last?records=PDX", "history?record=PDX"}) {
     EXPECT_THAT(Ask(std::string("/api/1/") + path), HasSubstr(R"("arguments":false)")) << path;
   }
+  EXPECT_THAT(Ask("/api/1/alarm?id=1"),
+              AllOf(StartsWith("HTTP/1.1 200"), HasSubstr(R"("rows":[{"Argument List":null}])")));
 }
 
 }  // namespace

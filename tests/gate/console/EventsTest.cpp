@@ -39,8 +39,8 @@ class EventsTest : public GateFixture {
     client.Ask("/api/1/events" + query, kToken + headers);
     client.Receive(": events\n");
   }
-  void Follow(std::size_t count = 1) {
-    while (daemon->Followers() != count) {
+  void Follow(std::size_t count = 1, const std::string& operation = "follow") {
+    while (daemon->Followers(operation) != count) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
   }
@@ -82,6 +82,31 @@ TEST_F(EventsTest, EachReaderGetsWhatItAskedForByOneQuestionToTheDaemon) {
   EXPECT_THAT(all.Receive("gone"), HasSubstr("event: daemon\ndata: {\"state\":\"gone\"}"));
   daemon->Start();
   EXPECT_THAT(all.Receive(), HasSubstr("event: daemon\ndata: {\"state\":\"back\"}"));
+}
+
+TEST_F(EventsTest, AlarmsAreToldToAllAndRowsComeWithoutThem) {
+  bool isRefused = false;
+  Begin([&](const Json& request) {
+    return isRefused && request["op"] == Json("alarm_follow")
+               ? std::string("{\"ok\":false,\"error\":{\"code\":\"bad-field\"}}\n")
+               : Answers()(request);
+  });
+  HttpClient client(Address());
+  Listen(client, "?records=PI");
+  Follow(1, "alarm_follow");
+  daemon->Tell(R"({"event":"alarm"})", "alarm_follow");
+  daemon->Tell(R"({"event":"alarm","alarm":{"id":17,"text":"a\nb"}})", "alarm_follow");
+  EXPECT_THAT(client.Receive("17"), HasSubstr("event: alarm\ndata: {\"alarm\":{\"id\":17,"));
+  // A daemon that knows none.
+  daemon->Stop();
+  isRefused = true;
+  daemon->Start();
+  EXPECT_THAT(client.Receive(), HasSubstr("event: daemon\ndata: {\"state\":\"back\"}"));
+  HttpClient other(Address());
+  Listen(other, "?records=PI");
+  Follow();
+  daemon->Tell(kRowsOfPi);
+  EXPECT_THAT(other.Receive("rows\":[]"), Not(HasSubstr("gone")));
 }
 
 TEST_F(EventsTest, WhatWasMissedIsReadBackBeforeWhatIsNew) {

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "json/Json.h"
+
+/// An alarm as the daemon tells it. Times are seconds since the epoch.
+struct Alarm {
+  std::int64_t id = 0;
+  std::string name;  ///< of its definition
+  std::string severity;
+  std::string record;
+  std::string text;
+  std::int64_t since = 0;
+  std::int64_t until = 0;  ///< 0 while it is active
+  Json told;               ///< all that the daemon has told, an object
+
+  [[nodiscard]] bool IsActive() const { return until == 0; }
+};
+using AlarmPtr = std::shared_ptr<const Alarm>;
+
+/// Null if it is none: without a number, a name or a begin.
+[[nodiscard]] AlarmPtr ReadAlarm(const Json& told);
+/// The same alarm as one that ended at `until`.
+[[nodiscard]] AlarmPtr EndedAlarm(const Alarm& alarm, std::int64_t until);

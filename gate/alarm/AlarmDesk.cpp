@@ -1,0 +1,251 @@
+#include "gate/alarm/AlarmDesk.h"
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <utility>
+
+#include "gate/alarm/AlertmanagerSender.h"
+#include "gate/alarm/WebhookSender.h"
+#include "json/JsonText.h"
+
+namespace {
+
+constexpr std::chrono::seconds kFollowPause{1};
+/// A daemon that tells no alarms may be another one by then.
+constexpr std::chrono::seconds kRefusedPause{60};
+constexpr std::chrono::seconds kSavePause{1};
+/// Asked for so much before the last contact, as clocks are set.
+constexpr std::int64_t kOverlap = 60;
+constexpr std::int64_t kMostMissed = 1000;
+constexpr std::size_t kMostEarlyLines = 10000;
+constexpr JsonLimits kAlarmJson{.depth = 32};
+
+/// Alarms of a list, oldest first.
+std::vector<AlarmPtr> AlarmsOf(const Json& list) {
+  std::vector<AlarmPtr> alarms;
+  if (list.IsArray()) {
+    for (const Json& told : list.Elements()) {
+      if (AlarmPtr alarm = ReadAlarm(told)) {
+        alarms.push_back(std::move(alarm));
+      }
+    }
+  }
+  std::ranges::sort(alarms, {}, [](const AlarmPtr& alarm) { return alarm->id; });
+  return alarms;
+}
+
+}  // namespace
+
+AlarmDesk::AlarmDesk(DaemonDesk& desk, HttpSender& sender, AlarmTargets targets, Hooks hooks)
+    : m_desk(desk),
+      m_sender(sender),
+      m_targets(std::move(targets)),
+      m_hooks(std::move(hooks)),
+      m_again(desk.Loop()),
+      m_save(desk.Loop()) {
+  MakeReceivers();
+  if (!m_receivers.empty()) {
+    m_memory = m_saved = m_targets.folder.empty() ? AlarmMemory{} : ReadAlarmMemory(File());
+    Follow();
+  }
+}
+
+AlarmDesk::~AlarmDesk() {
+  if (!m_receivers.empty()) {
+    Save();
+  }
+}
+
+std::string AlarmDesk::File() const { return m_targets.folder + "/alarms.json"; }
+
+void AlarmDesk::MakeReceivers() {
+  const AlarmReceiverSettings settings{m_targets.host, m_targets.link, m_targets.identity,
+                                       m_hooks.report, [this] {
+                                         PlanSave();
+                                         m_hooks.onFigures();
+                                       }};
+  for (const std::string& url : m_targets.alertmanagers) {
+    m_receivers.push_back(std::make_unique<AlertmanagerSender>(
+        m_desk.Loop(), m_sender, url, settings, AlertmanagerSender::Pace{}));
+  }
+  for (const std::string& url : m_targets.webhooks) {
+    m_receivers.push_back(std::make_unique<WebhookSender>(m_desk.Loop(), m_sender, url, settings));
+  }
+}
+
+std::vector<ReceiverFigures> AlarmDesk::Figures() const {
+  std::vector<ReceiverFigures> figures;
+  for (const auto& receiver : m_receivers) {
+    figures.push_back(receiver->Figures());
+  }
+  return figures;
+}
+
+void AlarmDesk::Follow() {
+  m_isLive = false;
+  m_lines.clear();
+  m_follow = std::make_unique<DaemonFollow>(
+      m_desk, Json{{"op", "alarm_follow"}},
+      DaemonFollow::Hooks{[this](bool isGood, std::string_view line) { OnAnswer(isGood, line); },
+                          [this](std::string_view line) { OnLine(line); },
+                          [this] { FollowAgain(kFollowPause); }});
+}
+
+void AlarmDesk::FollowAgain(std::chrono::milliseconds pause) {
+  if (m_isLive) {
+    m_memory.contact = std::time(nullptr);
+    PlanSave();
+  }
+  m_isLive = false;
+  m_question.reset();
+  m_again.After(pause, [this] { Follow(); });
+}
+
+void AlarmDesk::OnAnswer(bool isGood, std::string_view line) {
+  if (!isGood) {
+    if (!std::exchange(m_isRefusalTold, true)) {
+      m_hooks.report("the daemon tells no alarms; it is asked again each minute");
+    }
+    FollowAgain(kRefusedPause);
+    return;
+  }
+  m_isRefusalTold = false;
+  const Json told = ParseJson(line, kAlarmJson).value;
+  const Json* list = told.Find("alarms");
+  m_before = m_memory;
+  TakeActive(list == nullptr ? Json::Array() : *list);
+  if (m_before.contact == 0) {
+    GoLive();
+  } else {
+    AskMissed();
+  }
+}
+
+void AlarmDesk::TakeActive(const Json& list) {
+  m_listed.clear();
+  for (const AlarmPtr& alarm : AlarmsOf(list)) {
+    m_listed.insert(alarm->id);
+    Tell(alarm, !m_before.active.contains(alarm->id) || m_before.owed.contains(alarm->id));
+  }
+}
+
+void AlarmDesk::AskMissed() {
+  std::int64_t since = m_before.contact - kOverlap;
+  for (const auto* begins : {&m_before.active, &m_before.owed}) {
+    for (const auto& [id, begin] : *begins) {
+      since = m_listed.contains(id) ? since : std::min(since, begin);
+    }
+  }
+  m_question = m_desk.AskJson(
+      Json{{"op", "alarms"}, {"since", std::max<std::int64_t>(since, 0)}, {"limit", kMostMissed}},
+      [this](const Json& answer) {
+        if (answer.IsNull()) {
+          FollowAgain(kFollowPause);
+          return;
+        }
+        const Json* alarms = answer.Find("alarms");
+        const Json* list = alarms == nullptr ? nullptr : alarms->Find("list");
+        // A daemon that keeps none has none to tell.
+        TakeMissed(list == nullptr ? Json::Array() : *list);
+        GoLive();
+      });
+}
+
+void AlarmDesk::TakeMissed(const Json& list) {
+  for (const AlarmPtr& alarm : AlarmsOf(list)) {
+    if (!alarm->IsActive() &&
+        (m_memory.active.contains(alarm->id) || m_before.IsNew(alarm->id, alarm->since))) {
+      Tell(alarm, true);
+    }
+  }
+}
+
+void AlarmDesk::GoLive() {
+  EndForgotten();
+  m_isLive = true;
+  m_memory.owed.clear();
+  m_memory.contact = std::time(nullptr);
+  PlanSave();
+  for (const std::string& line : std::exchange(m_lines, {})) {
+    OnLine(line);
+  }
+}
+
+void AlarmDesk::EndForgotten() {
+  for (const auto& [id, since] : m_before.active) {
+    if (m_listed.contains(id) || !m_memory.active.contains(id)) {
+      continue;
+    }
+    if (const auto known = m_active.find(id); known != m_active.end()) {
+      Tell(EndedAlarm(*known->second, std::time(nullptr)), true);
+    } else {
+      m_memory.active.erase(id);
+    }
+  }
+}
+
+void AlarmDesk::OnLine(std::string_view line) {
+  if (!m_isLive) {
+    if (m_lines.size() == kMostEarlyLines) {
+      FollowAgain(kFollowPause);
+    }
+    if (m_lines.size() <= kMostEarlyLines) {
+      m_lines.emplace_back(line);
+    }
+    return;
+  }
+  const Json told = ParseJson(line, kAlarmJson).value;
+  const Json* alarm = told.Find("alarm");
+  if (AlarmPtr read = alarm == nullptr ? nullptr : ReadAlarm(*alarm)) {
+    TakeEvent(read);
+  }
+}
+
+void AlarmDesk::TakeEvent(const AlarmPtr& alarm) {
+  const bool isKnown = m_memory.active.contains(alarm->id);
+  if (isKnown || m_memory.IsNew(alarm->id, alarm->since)) {
+    Tell(alarm, !isKnown || !alarm->IsActive());
+    m_memory.contact = std::time(nullptr);
+  }
+}
+
+void AlarmDesk::Tell(const AlarmPtr& alarm, bool isNews) {
+  m_memory.Note(alarm->id, alarm->since, alarm->IsActive());
+  if (alarm->IsActive()) {
+    m_active[alarm->id] = alarm;
+  } else {
+    m_active.erase(alarm->id);
+  }
+  for (const auto& receiver : m_receivers) {
+    receiver->Take(alarm, isNews);
+  }
+  PlanSave();
+}
+
+void AlarmDesk::PlanSave() {
+  if (!m_targets.folder.empty() && !std::exchange(m_isSavePlanned, true)) {
+    m_save.After(kSavePause, [this] { Save(); });
+  }
+}
+
+void AlarmDesk::Save() {
+  m_isSavePlanned = false;
+  if (m_targets.folder.empty()) {
+    return;
+  }
+  AlarmMemory memory = m_memory;
+  for (const auto& receiver : m_receivers) {
+    receiver->AddOwed(memory.owed);
+  }
+  std::string error;
+  if (memory == m_saved) {
+    return;
+  }
+  if (WriteAlarmMemory(File(), memory, error)) {
+    m_saved = std::move(memory);
+    m_isFaultTold = false;
+  } else if (!std::exchange(m_isFaultTold, true)) {
+    m_hooks.report(File() + ": " + error + "; what was told of alarms is not kept");
+  }
+}

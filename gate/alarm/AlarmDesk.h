@@ -1,0 +1,88 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "gate/alarm/AlarmMemory.h"
+#include "gate/alarm/AlarmReceiver.h"
+#include "gate/daemon/DaemonFollow.h"
+#include "gate/send/HttpSender.h"
+#include "io/LoopTimer.h"
+
+/// Who is to be told of alarms.
+struct AlarmTargets {
+  std::vector<std::string> alertmanagers;  ///< addresses, as the next
+  std::vector<std::string> webhooks;
+  SendIdentity identity;  ///< for all of them
+  std::string link;       ///< an address that receivers may show; empty for none
+  std::string host;       ///< this host's name
+  /// The folder where it is kept what was told; empty for none, and then a gate that begins tells
+  /// all that is active, and no end that it has missed.
+  std::string folder;
+
+  friend bool operator==(const AlarmTargets&, const AlarmTargets&) = default;
+};
+
+/// Has the receivers told of each alarm that begins or ends, those that did so while the daemon
+/// could not be followed too. Without a receiver it asks nothing. For the loop's thread.
+class AlarmDesk {
+ public:
+  struct Hooks {
+    /// Takes a line for the log.
+    std::function<void(const std::string& text)> report;
+    /// Figures have changed.
+    std::function<void()> onFigures;
+  };
+
+  /// `desk` and `sender` outlive it.
+  AlarmDesk(DaemonDesk& desk, HttpSender& sender, AlarmTargets targets, Hooks hooks);
+  ~AlarmDesk();
+  AlarmDesk(const AlarmDesk&) = delete;
+  AlarmDesk& operator=(const AlarmDesk&) = delete;
+
+  [[nodiscard]] const AlarmTargets& Targets() const { return m_targets; }
+  /// Of each receiver.
+  [[nodiscard]] std::vector<ReceiverFigures> Figures() const;
+
+ private:
+  void MakeReceivers();
+  void Follow();
+  void FollowAgain(std::chrono::milliseconds pause);
+  void OnAnswer(bool isGood, std::string_view line);
+  void OnLine(std::string_view line);
+  void TakeActive(const Json& list);
+  void AskMissed();
+  void TakeMissed(const Json& list);
+  void GoLive();
+  void EndForgotten();
+  void TakeEvent(const AlarmPtr& alarm);
+  void Tell(const AlarmPtr& alarm, bool isNews);
+  void PlanSave();
+  void Save();
+  [[nodiscard]] std::string File() const;
+
+  DaemonDesk& m_desk;
+  HttpSender& m_sender;
+  AlarmTargets m_targets;
+  Hooks m_hooks;
+  std::vector<std::unique_ptr<AlarmReceiver>> m_receivers;
+  AlarmMemory m_memory;
+  AlarmMemory m_before;  ///< as it was when the daemon was asked last
+  AlarmMemory m_saved;
+  std::map<std::int64_t, AlarmPtr> m_active;  ///< as they were told last
+  std::set<std::int64_t> m_listed;            ///< what the daemon has told to be active at first
+  std::unique_ptr<DaemonFollow> m_follow;
+  bool m_isLive = false;             ///< what was missed is told
+  std::vector<std::string> m_lines;  ///< that came before it was
+  DaemonDesk::QuestionPtr m_question;
+  LoopTimer m_again;
+  LoopTimer m_save;
+  bool m_isSavePlanned = false;
+  bool m_isRefusalTold = false;
+  bool m_isFaultTold = false;  ///< that the file can't be written
+};

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "gate/alarm/AlarmReceiver.h"
+#include "gate/alarm/FailureNote.h"
+#include "gate/send/Backoff.h"
+#include "gate/send/HttpSender.h"
+#include "io/LoopTimer.h"
+
+/// The texts of one alert of version 2 of Alertmanager's interface. `now`: seconds since the epoch;
+/// an active alarm ends kAlertLife after that by itself.
+[[nodiscard]] Json AlertOf(const Alarm& alarm, const std::string& host, const std::string& link,
+                           std::int64_t now);
+inline constexpr std::int64_t kAlertLife = 240;
+
+/// Keeps an Alertmanager told: news at once, all that is active each minute, as it forgets what it
+/// does not hear of again, and each end until it has taken it.
+class AlertmanagerSender : public AlarmReceiver {
+ public:
+  struct Pace {
+    std::chrono::milliseconds gather{200};  ///< what comes within this goes together
+    std::chrono::milliseconds again{60000};
+    Backoff::Pause first{1000};          ///< before a failed request is tried again
+    std::chrono::seconds lateEnd{3600};  ///< an end that was not taken for so long is dropped
+  };
+  static constexpr std::size_t kMostAlarms = 10000;
+  static constexpr std::size_t kMostOfRequest = 200;
+
+  /// `loop` and `sender` outlive it. `url` is that of the server, without the path of its
+  /// interface.
+  AlertmanagerSender(IoLoop& loop, HttpSender& sender, const std::string& url,
+                     AlarmReceiverSettings settings, Pace pace);
+
+  void Take(const AlarmPtr& alarm, bool isNews) override;
+  [[nodiscard]] const ReceiverFigures& Figures() const override { return m_figures; }
+  void AddOwed(std::map<std::int64_t, std::int64_t>& begins) const override;
+
+ private:
+  void Plan(std::chrono::milliseconds pause);
+  void BeginRound();
+  void EndRound();
+  void SendNext();
+  void OnResult(const SendResult& result);
+  void DropLate();
+
+  HttpSender& m_sender;
+  AlarmReceiverSettings m_settings;
+  Pace m_pace;
+  ReceiverFigures m_figures;
+  FailureNote m_note;
+  Backoff m_backoff;
+  LoopTimer m_timer;
+  std::map<std::int64_t, AlarmPtr> m_alarms;  ///< active ones, and ends that were not taken yet
+  std::vector<AlarmPtr> m_round;              ///< what the present round has still to send
+  std::size_t m_onWay = 0;                    ///< of those, the last ones: of the present request
+  bool m_isSending = false;
+  bool m_isWaiting = false;                  ///< for its next try, after a failure
+  std::set<std::int64_t> m_news;             ///< what no request has held yet
+  LoopTimer::Clock::time_point m_fullRound;  ///< when all are sent again
+  HttpSender::SendingPtr m_sending;
+};

@@ -1,0 +1,79 @@
+#include "gate/alarm/WebhookSender.h"
+
+#include <utility>
+
+#include "json/JsonText.h"
+
+namespace {
+
+constexpr std::chrono::seconds kWebhookTimeout{10};
+constexpr std::chrono::seconds kLongestPause{60};
+
+}  // namespace
+
+WebhookSender::WebhookSender(IoLoop& loop, HttpSender& sender, const std::string& url,
+                             AlarmReceiverSettings settings, Backoff::Pause pause)
+    : m_sender(sender),
+      m_settings(std::move(settings)),
+      m_figures{.url = url},
+      m_note(url, m_settings.report),
+      m_backoff(pause, kLongestPause),
+      m_pause(loop) {}
+
+void WebhookSender::Take(const AlarmPtr& alarm, bool isNews) {
+  if (!isNews) {
+    return;
+  }
+  m_waiting.push_back(alarm);
+  if (m_waiting.size() > kMostWaiting) {
+    // The first is being sent.
+    m_waiting.erase(m_waiting.begin() + 1);
+    ++m_figures.dropped;
+  }
+  if (!m_isAtWork) {
+    SendNext();
+  }
+}
+
+void WebhookSender::SendNext() {
+  m_isAtWork = !m_waiting.empty();
+  if (!m_isAtWork) {
+    m_sending.reset();
+    return;
+  }
+  const Alarm& alarm = *m_waiting.front();
+  m_sending =
+      m_sender.Send({.url = m_figures.url,
+                     .headers = {"Content-Type: application/json"},
+                     .body = JsonText(Json{{"host", m_settings.host}, {"alarm", alarm.told}}),
+                     .identity = m_settings.identity,
+                     .timeout = kWebhookTimeout},
+                    [this](const SendResult& result) { OnResult(result); });
+}
+
+void WebhookSender::OnResult(const SendResult& result) {
+  const bool isTaken = result.status / 100 == 2;
+  m_figures.sent += isTaken ? 1 : 0;
+  m_figures.failures += isTaken ? 0 : 1;
+  ++m_tries;
+  if (isTaken) {
+    m_note.Work();
+    m_backoff.Reset();
+  } else {
+    m_note.Fail(result);
+    m_figures.dropped += m_tries == kMostTries ? 1 : 0;
+  }
+  if (isTaken || m_tries == kMostTries) {
+    m_waiting.pop_front();
+    m_tries = 0;
+  }
+  m_pause.After(isTaken ? Backoff::Pause(0) : m_backoff.Next(result.retryAfter),
+                [this] { SendNext(); });
+  m_settings.onChange();
+}
+
+void WebhookSender::AddOwed(std::map<std::int64_t, std::int64_t>& begins) const {
+  for (const AlarmPtr& alarm : m_waiting) {
+    begins[alarm->id] = alarm->since;
+  }
+}

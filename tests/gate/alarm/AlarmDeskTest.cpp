@@ -1,0 +1,206 @@
+#include <gmock/gmock.h>
+
+#include <ctime>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "gate/GateLoop.h"
+#include "gate/alarm/AlarmDesk.h"
+#include "tests/gate/FakeServer.h"
+#include "tests/gate/GateHarness.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+Json ToldAlarm(int id, std::int64_t since, std::int64_t until = 0) {
+  return Json{{"id", id},
+              {"alarm", "swap"},
+              {"state", until == 0 ? "active" : "ended"},
+              {"since", since},
+              {"until", until == 0 ? Json(nullptr) : Json(until)}};
+}
+
+/// A desk with a webhook, of a daemon whose alarms a test lists.
+class AlarmDeskTest : public ::testing::Test {
+ protected:
+  /// What a gate is for as long as it runs.
+  struct Session {
+    Session(const std::string& path, const AlarmTargets& targets)
+        : desk(loop, path),
+          sender(loop),
+          alarms(std::make_unique<AlarmDesk>(desk, sender, targets,
+                                             AlarmDesk::Hooks{[](const std::string&) {}, [] {}})),
+          runner([this] { loop.Run(); }) {}
+    ~Session() {
+      loop.Stop();
+      runner.join();
+    }
+    GateLoop loop;
+    DaemonDesk desk;
+    HttpSender sender;
+    std::unique_ptr<AlarmDesk> alarms;
+    std::thread runner;
+  };
+
+  ~AlarmDeskTest() override {
+    session.reset();
+    daemon.Stop();
+  }
+  std::string Answer(const Json& request) {
+    const std::lock_guard lock(mutex);
+    if (request["op"] == Json("alarm_follow")) {
+      Json active = Json::Array();
+      for (const Json& alarm : alarms.Elements()) {
+        if (alarm["state"] == Json("active")) {
+          active.PushBack(alarm);
+        }
+      }
+      return JsonText(Json{{"ok", true}, {"alarms", active}}) + '\n';
+    }
+    asked.push_back(JsonText(request));
+    return JsonText(Json{{"ok", true}, {"alarms", Json{{"list", alarms}}}}) + '\n';
+  }
+  void Set(const Json& list) {
+    const std::lock_guard lock(mutex);
+    alarms = list;
+  }
+  void Begin() {
+    AlarmTargets targets;
+    targets.webhooks = {server.Url()};
+    targets.folder = folder.Path().string();
+    session.emplace(Path(), targets);
+  }
+  void TellEvent(const Json& alarm) {
+    while (daemon.Followers("alarm_follow") == 0) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    daemon.Tell(JsonText(Json{{"event", "alarm"}, {"alarm", alarm}}), "alarm_follow");
+  }
+  /// What the webhook was told since the last call, once it is so much, as "ID STATE".
+  std::vector<std::string> Told(std::size_t count) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    for (;;) {
+      {
+        const std::lock_guard lock(mutex);
+        if (told.size() >= count || std::chrono::steady_clock::now() > end) {
+          break;
+        }
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    // More than is expected has time to come, too.
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    const std::lock_guard lock(mutex);
+    return std::exchange(told, {});
+  }
+  [[nodiscard]] std::string Path() const { return (folder.Path() / "control.sock").string(); }
+  [[nodiscard]] std::string Kept() const {
+    std::ifstream file(folder.Path() / "alarms.json");
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  TempFolder folder;
+  std::mutex mutex;
+  Json alarms = Json::Array();
+  std::vector<std::string> asked;
+  std::vector<std::string> told;
+  std::string status = "200 OK";
+  FakeServer server{[this](const FakeServer::Request& request) {
+    const std::lock_guard lock(mutex);
+    const Json alarm = ParseJson(request.body).value["alarm"];
+    told.push_back(JsonText(alarm["id"]) + ' ' + alarm["state"].Text());
+    return request.Answer(status);
+  }};
+  FakeDaemon daemon{Path(), [this](const Json& request) { return Answer(request); }};
+  std::optional<Session> session;
+};
+
+TEST_F(AlarmDeskTest, WhatBeganAndEndedWhileTheDaemonWasAwayIsToldOnce) {
+  Set(Json::Array({ToldAlarm(1, 1000, 1001), ToldAlarm(2, 1002), ToldAlarm(3, 1003)}));
+  Begin();
+  // What ended before the first contact is nobody's news.
+  EXPECT_THAT(Told(2), ElementsAre("2 active", "3 active"));
+  TellEvent(ToldAlarm(4, 1004));
+  TellEvent(ToldAlarm(4, 1004));
+  TellEvent(ToldAlarm(4, 1004, 1005));
+  TellEvent(ToldAlarm(4, 1004, 1005));
+  TellEvent(ToldAlarm(5, 1005));
+  EXPECT_THAT(Told(3), ElementsAre("4 active", "4 ended", "5 active"));
+  daemon.Stop();
+  // 2 has ended, 3 goes on, 5 has ended and is known no more, 6 began and ended, 7 has begun.
+  Set(Json::Array({ToldAlarm(7, 1007), ToldAlarm(6, 1006, 1007), ToldAlarm(4, 1004, 1005),
+                   ToldAlarm(3, 1003), ToldAlarm(2, 1002, 1006), ToldAlarm(1, 1000, 1001)}));
+  daemon.Start();
+  EXPECT_THAT(Told(4), ElementsAre("7 active", "2 ended", "6 ended", "5 ended"));
+  EXPECT_THAT(asked, ElementsAre(R"({"op":"alarms","since":1002,"limit":1000})"));
+  // A history that has begun anew counts from 1 again.
+  TellEvent(ToldAlarm(1, 2000));
+  TellEvent(ToldAlarm(2, 2000));
+  EXPECT_THAT(Told(2), ElementsAre("1 active", "2 active"));
+}
+
+TEST_F(AlarmDeskTest, AGateThatComesBackTellsWhatItHasMissedOrStillOwes) {
+  Set(Json::Array({ToldAlarm(1, 1000), ToldAlarm(2, 1001)}));
+  Begin();
+  EXPECT_THAT(Told(2), ElementsAre("1 active", "2 active"));
+  status = "500 Oops";
+  TellEvent(ToldAlarm(3, 1002));
+  EXPECT_THAT(Told(1), Contains("3 active"));
+  while (Kept().find(R"("owed":[{"id":3,"since":1002}])") == std::string::npos) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  session.reset();
+  Told(0);
+  status = "200 OK";
+  Set(Json::Array({ToldAlarm(4, 1003, 1004), ToldAlarm(3, 1002, 1003), ToldAlarm(2, 1001),
+                   ToldAlarm(1, 1000, 1004)}));
+  Begin();
+  EXPECT_THAT(Told(3), ElementsAre("1 ended", "3 ended", "4 ended"));
+  session.reset();
+  Begin();
+  EXPECT_THAT(Told(0), IsEmpty());
+  // What can't be read is as none.
+  session.reset();
+  std::ofstream(folder.Path() / "alarms.json") << "{\"contact\":\"x\",\"active\":[5";
+  Begin();
+  EXPECT_THAT(Told(1), ElementsAre("2 active"));
+}
+
+TEST_F(GateFixture, ReceiversOfTheSettingsAreToldAndTheDaemonHearsHowItWent) {
+  std::mutex guard;
+  std::string body;
+  FakeServer server([&](const FakeServer::Request& request) {
+    const std::lock_guard lock(guard);
+    body = request.body;
+    return request.Answer("200 OK");
+  });
+  Begin(
+      [](const Json& request) {
+        return request["op"] == Json("alarm_follow")
+                   ? JsonText(Json{{"ok", true}, {"alarms", Json::Array({ToldAlarm(1, 1000)})}}) +
+                         '\n'
+                   : std::string("{\"ok\":true}\n");
+      },
+      Json{{"alarms", Json{{"alertmanager", Json::Array({server.Url()})}, {"link", "http://l"}}}});
+  const std::string wanted =
+      R"([{"url":")" + server.Url() + R"(","sent":1,"failures":0,"dropped":0}])";
+  const auto isTold = [&] {
+    const std::lock_guard lock(mutex);
+    return notices == wanted;
+  };
+  for (int tries = 0; tries < 1000 && !isTold(); ++tries) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_TRUE(isTold()) << notices;
+  const std::lock_guard lock(guard);
+  EXPECT_THAT(body, HasSubstr(R"("instance":"own.example")"));
+  EXPECT_THAT(body, HasSubstr(R"("generatorURL":"http://l")"));
+}
+
+}  // namespace

@@ -1,0 +1,204 @@
+#include <gmock/gmock.h>
+
+#include <ctime>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "gate/GateLoop.h"
+#include "gate/alarm/AlertmanagerSender.h"
+#include "gate/alarm/WebhookSender.h"
+#include "json/JsonText.h"
+#include "tests/gate/FakeServer.h"
+
+namespace {
+
+using testing::AnyOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+AlarmPtr MakeAlarm(std::int64_t id, std::int64_t until = 0) {
+  return ReadAlarm(Json{{"id", std::uint64_t(id)},
+                        {"alarm", "disk-full"},
+                        {"record", "FSL"},
+                        {"key", Json{{"Mount Point", "/"}}},
+                        {"severity", "warning"},
+                        {"state", until == 0 ? "active" : "ended"},
+                        {"since", std::uint64_t{1700000000}},
+                        {"until", until == 0 ? Json(nullptr) : Json(std::uint64_t(until))},
+                        {"text", "full"},
+                        {"values", Json{{"Used %", 97.5}, {"State", "rw"}}}});
+}
+
+TEST(AlertTest, AnAlertHoldsWhatAReceiverTellsAlarmsApartBy) {
+  const struct {
+    const char* key;
+    const char* labels;
+  } cases[] = {
+      {R"({"Mount Point":"/a"})", R"("mount_point":"/a")"},
+      {R"({"I/O Name (x) ":"a","PID":7,"None":null,"Empty":""})", R"("io_name_x":"a","pid":"7")"},
+      {R"({"Instance":"eth0","2nd":"x","%":"y"})",
+       R"("key_instance":"eth0","key_2nd":"x","key_":"y")"},
+  };
+  for (const auto& row : cases) {
+    Alarm alarm(*MakeAlarm(1));
+    alarm.told["key"] = ParseJson(row.key).value;
+    EXPECT_EQ(JsonText(AlertOf(alarm, "web-07", "http://link", 1700000100)),
+              std::string(R"({"labels":{"alertname":"disk-full","severity":"warning",)") +
+                  R"("instance":"web-07","record":"FSL",)" + row.labels +
+                  R"(},"annotations":{"summary":"full","values":"Used % = 97.5, State = rw"},)" +
+                  R"("startsAt":"2023-11-14T22:13:20Z","endsAt":"2023-11-14T22:19:00Z",)" +
+                  R"("generatorURL":"http://link"})");
+  }
+  EXPECT_THAT(JsonText(AlertOf(*MakeAlarm(1, 1700000060), "", "", 1700000100)),
+              HasSubstr(R"("endsAt":"2023-11-14T22:14:20Z"})"));
+  for (const char* text : {"{}", "[]", R"({"id":-1,"alarm":"x","since":5})",
+                           R"({"id":1,"alarm":5,"since":5})", R"({"id":1,"alarm":"x"})"}) {
+    EXPECT_EQ(ReadAlarm(ParseJson(text).value), nullptr) << text;
+  }
+}
+
+/// A loop on a thread of its own, and a server that answers by a list of statuses, the last of
+/// which goes on.
+class SendersTest : public ::testing::Test {
+ protected:
+  ~SendersTest() override { End(); }
+  /// From the loop's thread, where it runs already.
+  void Do(std::function<void()> action) {
+    loop.Post(std::move(action));
+    if (!runner.joinable()) {
+      runner = std::thread([this] { loop.Run(); });
+    }
+  }
+  void End() {
+    loop.Stop();
+    if (runner.joinable()) {
+      runner.join();
+    }
+  }
+  /// What has come, once it is so many requests.
+  std::vector<std::string> Bodies(std::size_t count) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    for (;;) {
+      {
+        const std::lock_guard lock(mutex);
+        if (bodies.size() >= count || std::chrono::steady_clock::now() > end) {
+          return bodies;
+        }
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+  }
+  AlarmReceiverSettings Settings() {
+    return {"web-07", "", {}, [this](const std::string& text) { log.push_back(text); }, [] {}};
+  }
+
+  std::mutex mutex;
+  std::vector<std::string> statuses;
+  std::vector<std::string> bodies;
+  std::vector<std::string> log;
+  GateLoop loop;
+  HttpSender sender{loop};
+  std::thread runner;
+  FakeServer server{[this](const FakeServer::Request& request) {
+    const std::lock_guard lock(mutex);
+    const std::size_t place = std::min(bodies.size(), statuses.size() - 1);
+    bodies.push_back(request.head.substr(0, request.head.find(" HTTP")) + ' ' + request.body);
+    if (statuses[place].empty()) {
+      // It breaks off.
+      static_cast<void>(request.Say("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nx"));
+      return false;
+    }
+    return request.Answer(statuses[place]);
+  }};
+};
+
+TEST_F(SendersTest, AnAlertmanagerHearsOfWhatIsActiveAgainAndOfAnEndUntilItHasTakenIt) {
+  statuses = {"500 Oops", "", "200 OK", "200 OK", "200 OK", "503 Busy", "400 Bad", "200 OK"};
+  const std::string url = "http://user@127.0.0.1:" + std::to_string(server.Port()) + "/secret/";
+  AlertmanagerSender alertmanager(loop, sender, url, Settings(),
+                                  {.gather = std::chrono::milliseconds(10),
+                                   .again = std::chrono::milliseconds(300),
+                                   .first = std::chrono::milliseconds(10)});
+  Do([&] { alertmanager.Take(MakeAlarm(1), true); });
+  const std::string active = Bodies(4)[3];
+  EXPECT_THAT(active,
+              HasSubstr("POST /secret/api/v2/alerts [{\"labels\":{\"alertname\":\"disk-full\""));
+  const std::int64_t now = std::time(nullptr);
+  EXPECT_THAT(active, AnyOf(HasSubstr(JsonText(AlertOf(*MakeAlarm(1), "web-07", "", now))),
+                            HasSubstr(JsonText(AlertOf(*MakeAlarm(1), "web-07", "", now - 1)))));
+  // News goes alone, what is active comes again with its end.
+  Do([&] { alertmanager.Take(MakeAlarm(2), true); });
+  EXPECT_THAT(Bodies(5)[4], Not(HasSubstr("},{\"labels")));
+  const std::int64_t late = std::time(nullptr);
+  Do([&] {
+    alertmanager.Take(MakeAlarm(1, late), true);
+    alertmanager.Take(MakeAlarm(2, late), true);
+  });
+  const std::vector<std::string> all = Bodies(8);
+  EXPECT_EQ(all[7], "POST /secret/api/v2/alerts " +
+                        JsonText(Json::Array({AlertOf(*MakeAlarm(1, late), "web-07", "", 0),
+                                              AlertOf(*MakeAlarm(2, late), "web-07", "", 0)})));
+  EXPECT_EQ(all[6], all[7]);
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  EXPECT_EQ(Bodies(0).size(), 8);
+  End();
+  const ReceiverFigures& figures = alertmanager.Figures();
+  EXPECT_EQ(figures.sent, 5);
+  EXPECT_EQ(figures.failures, 4);
+  EXPECT_EQ(figures.dropped, 0);
+  std::map<std::int64_t, std::int64_t> owed;
+  alertmanager.AddOwed(owed);
+  EXPECT_TRUE(owed.empty());
+  EXPECT_THAT(
+      log, ElementsAre(HasSubstr("500"), HasSubstr("again"), HasSubstr("503"), HasSubstr("again")));
+}
+
+TEST_F(SendersTest, AnEndThatIsNotTakenIsDroppedLate) {
+  statuses = {"404 Not Found"};
+  AlertmanagerSender alertmanager(
+      loop, sender, server.Url(), Settings(),
+      {.gather = std::chrono::milliseconds(1), .first = std::chrono::milliseconds(1)});
+  Do([&] { alertmanager.Take(MakeAlarm(1, 1700000060), true); });
+  Bodies(1);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  End();
+  EXPECT_EQ(alertmanager.Figures().dropped, 1);
+  EXPECT_EQ(bodies.size(), 1);
+}
+
+TEST_F(SendersTest, AWebhookIsTriedFiveTimesAndHearsOfTheNextInItsOrder) {
+  statuses = {"500 Oops", "500 Oops", "302 Found", "",
+              "500 Oops", "200 OK",   "500 Oops",  "204 None"};
+  WebhookSender webhook(loop, sender, server.Url("/hook"), Settings(),
+                        std::chrono::milliseconds(1));
+  Do([&] {
+    webhook.Take(MakeAlarm(9), false);
+    for (const std::int64_t id : {1, 2, 3}) {
+      webhook.Take(MakeAlarm(id), true);
+    }
+  });
+  const std::vector<std::string> all = Bodies(8);
+  for (const auto& [place, id] : {std::pair{4, 1}, std::pair{5, 2}, std::pair{7, 3}}) {
+    EXPECT_EQ(all[static_cast<std::size_t>(place)],
+              "POST /hook " + JsonText(Json{{"host", "web-07"}, {"alarm", MakeAlarm(id)->told}}));
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  // Too many at once: the oldest but the one on its way give way.
+  Do([&] {
+    for (std::size_t id = 1; id <= WebhookSender::kMostWaiting + 2; ++id) {
+      webhook.Take(MakeAlarm(std::int64_t(id)), true);
+    }
+  });
+  EXPECT_THAT(Bodies(10)[9], HasSubstr("\"id\":4,"));
+  End();
+  EXPECT_EQ(webhook.Figures().failures, 6);
+  EXPECT_EQ(webhook.Figures().dropped, 3);
+}
+
+}  // namespace

@@ -1,0 +1,63 @@
+// Which alarms are active now, for the head of every page and for the page of alarms. Asked at each begin of the stream of
+// events and at each event that tells of one.
+import { ask } from './api.js';
+import { onAlarm, onConnection } from './events.js';
+
+const kPause = 300;
+const kGrave = /^(critical|crit|error|fatal|severe|emergency|emerg|alert|page|major|high|disaster)$/i;
+
+const listeners = new Set();
+let active = null;
+let timer = 0;
+let asking = null;
+
+/// `fn(list, event)` now and whenever something has changed: the active alarms, newest first, or null where they are not known;
+/// `event` is the alarm that has begun or ended, if that is why. Gives the function that stops it.
+export function onActive(fn) {
+  listeners.add(fn);
+  fn(active, null);
+  return () => listeners.delete(fn);
+}
+
+function tell(event = null) {
+  for (const fn of [...listeners]) fn(active, event);
+}
+
+function plan(event) {
+  clearTimeout(timer);
+  timer = setTimeout(look, kPause, event);
+}
+
+async function look(event) {
+  asking?.abort();
+  asking = new AbortController();
+  try {
+    active = (await ask('alarms', { state: 'active' }, { signal: asking.signal })).alarms.list;
+  } catch (error) {
+    if (error.name === 'AbortError') return;
+    active = null;
+  }
+  tell(event);
+}
+
+/// How grave a severity is, as the name of a class; the word itself says it too.
+export function graveness(severity) {
+  return kGrave.test(severity ?? '') ? 'bad' : /^(warning|warn|minor|medium)$/i.test(severity ?? '') ? 'warn' : 'dim';
+}
+
+/// Draws how many there are into the link `node`, which is hidden while there are none.
+export function tellActive(node) {
+  onAlarm((alarm) => plan(alarm));
+  // What happened between two streams was told by neither.
+  onConnection(({ state }) => {
+    if (state === 'live') plan(null);
+  });
+  onActive((list) => {
+    const count = list?.length ?? 0;
+    node.hidden = count === 0;
+    node.className = `alarms-active ${list?.some((one) => graveness(one.severity) === 'bad') ? 'bad' : 'warn'}`;
+    const text = count === 0 ? '' : count === 1 ? '1 alarm' : `${count} alarms`;
+    if (node.textContent !== text) node.textContent = text;
+    node.title = (list ?? []).slice(0, 5).map((one) => one.text).join('\n');
+  });
+}
