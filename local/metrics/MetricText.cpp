@@ -19,6 +19,8 @@ const char* KindName(MetricKind kind, MetricFormat format) {
       return "counter";
     case MetricKind::kInfo:
       return format == MetricFormat::kOpenMetrics ? "info" : "gauge";
+    case MetricKind::kUnknown:
+      return format == MetricFormat::kOpenMetrics ? "unknown" : "untyped";
     default:
       return "gauge";
   }
@@ -28,19 +30,6 @@ std::string SampleName(const MetricFamily& family) {
   return family.name + (family.kind == MetricKind::kCounter ? "_total"
                         : family.kind == MetricKind::kInfo  ? "_info"
                                                             : "");
-}
-
-/// Backslash, quote and line end escaped; bytes that are no UTF-8 become U+FFFD, since a reader
-/// would refuse the whole text for them.
-std::string LabelValue(std::string_view text) {
-  std::string escaped;
-  for (const char letter : ValidUtf8(text)) {
-    if (letter == '\\' || letter == '"') {
-      escaped += '\\';
-    }
-    escaped += letter == '\n' ? std::string("\\n") : std::string(1, letter);
-  }
-  return escaped;
 }
 
 /// The digits that the number needs; whole numbers without a point.
@@ -80,12 +69,23 @@ std::string LabelText(std::span<const FieldLayout* const> fields,
   std::string text;
   for (const FieldLayout* field : fields) {
     text += text.empty() ? "" : ",";
-    text += SnakeCase(field->label) + "=\"" + LabelValue(KeyText(*field, row)) + '"';
+    text += SnakeCase(field->label) + "=\"" + EscapedLabel(KeyText(*field, row)) + '"';
   }
   return text;
 }
 
 }  // namespace
+
+std::string EscapedLabel(std::string_view text) {
+  std::string escaped;
+  for (const char letter : ValidUtf8(text)) {
+    if (letter == '\\' || letter == '"') {
+      escaped += '\\';
+    }
+    escaped += letter == '\n' ? std::string("\\n") : std::string(1, letter);
+  }
+  return escaped;
+}
 
 const char* ContentType(MetricFormat format) {
   return format == MetricFormat::kOpenMetrics
@@ -104,7 +104,7 @@ void MetricText::Begin(const MetricFamily& family) {
   m_text += "# HELP " + name + ' ' + family.help + '\n';
 }
 
-void MetricText::AppendSample(std::string_view labels, double value) {
+void MetricText::SampleWith(std::string_view labels, double value) {
   m_text += m_sampleName;
   if (!labels.empty()) {
     m_text += '{';
@@ -120,9 +120,9 @@ void MetricText::Sample(const Labels& labels, double value) {
   std::string text;
   for (const auto& [name, content] : labels) {
     text += text.empty() ? "" : ",";
-    text += name + "=\"" + LabelValue(content) + '"';
+    text += name + "=\"" + EscapedLabel(content) + '"';
   }
-  AppendSample(text, value);
+  SampleWith(text, value);
 }
 
 void MetricText::AppendSum(const RecordMetrics& metrics, const MetricFamily& family,
@@ -140,8 +140,8 @@ void MetricText::AppendSum(const RecordMetrics& metrics, const MetricFamily& fam
     }
   }
   if (isTold) {
-    AppendSample(SnakeCase(metrics.keys.front()->label) + "=\"" + kSummedKey + '"',
-                 sum * family.factor / family.divisor);
+    SampleWith(SnakeCase(metrics.keys.front()->label) + "=\"" + kSummedKey + '"',
+               sum * family.factor / family.divisor);
   }
 }
 
@@ -170,9 +170,9 @@ std::size_t MetricText::AddRows(const RecordMetrics& metrics,
     const std::size_t samples = m_text.size();
     for (const Row& row : kept) {
       if (family.kind == MetricKind::kInfo) {
-        AppendSample(row.labels + ',' + LabelText(metrics.texts, row.bytes), 1);
+        SampleWith(row.labels + ',' + LabelText(metrics.texts, row.bytes), 1);
       } else if (const auto value = NumberOf(*family.field, row.bytes)) {
-        AppendSample(row.labels, *value * family.factor / family.divisor);
+        SampleWith(row.labels, *value * family.factor / family.divisor);
       }
     }
     AppendSum(metrics, family, bounded.summed);
