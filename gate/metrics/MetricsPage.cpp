@@ -74,7 +74,10 @@ class MetricsAnswer {
     const Json* code = error == nullptr ? nullptr : error->Find("code");
     const bool isTold =
         message != nullptr && message->IsString() && code != nullptr && code->IsString();
-    m_answer = isTold ? PlainAnswer(StatusOfCode(code->Text()), message->Text())
+    const Json* field = error == nullptr ? nullptr : error->Find("field");
+    // Names that there are none of are a page that is not there.
+    const bool isNoPage = field != nullptr && *field == "names";
+    m_answer = isTold ? PlainAnswer(isNoPage ? 404 : StatusOfCode(code->Text()), message->Text())
                       : PlainAnswer(503, "the daemon's answer can't be read");
     return false;
   }
@@ -105,6 +108,20 @@ void MetricsPage::Serve(const std::shared_ptr<HttpExchange>& exchange) {
   if (records.Size() != 0) {
     request["records"] = std::move(records);
   }
+  Ask(exchange, request);
+}
+
+void MetricsPage::ServeNode(const std::shared_ptr<HttpExchange>& exchange) {
+  if (!exchange->arguments.empty()) {
+    const std::string& name = exchange->arguments.front().first;
+    exchange->Answer(PlainAnswer(400, "this page takes no parameter, and so not \"" + name + '"'));
+    return;
+  }
+  Ask(exchange,
+      Json{{"op", "metrics"}, {"names", "node"}, {"format", PreferredFormat(exchange->accept)}});
+}
+
+void MetricsPage::Ask(const std::shared_ptr<HttpExchange>& exchange, const Json& request) {
   const auto answer = std::make_shared<MetricsAnswer>(exchange);
   const auto question = m_desk.Ask(
       request, [answer](std::string_view bytes) { return answer->Take(bytes); },
