@@ -12,6 +12,7 @@
 namespace {
 
 constexpr std::size_t kMostRecords = 64;
+constexpr std::string_view kChosen = "collect[]";
 constexpr std::size_t kMaxHead = 65536;
 
 HttpAnswer PlainAnswer(unsigned status, const std::string& text) {
@@ -96,7 +97,7 @@ class MetricsAnswer {
 void MetricsPage::Serve(const std::shared_ptr<HttpExchange>& exchange) {
   Json records = Json::Array();
   for (const auto& [name, value] : exchange->arguments) {
-    if (name == "collect[]") {
+    if (name == kChosen) {
       records.PushBack(value);
     }
   }
@@ -112,9 +113,10 @@ void MetricsPage::Serve(const std::shared_ptr<HttpExchange>& exchange) {
 }
 
 void MetricsPage::ServeNode(const std::shared_ptr<HttpExchange>& exchange) {
-  if (!exchange->arguments.empty()) {
-    const std::string& name = exchange->arguments.front().first;
-    exchange->Answer(PlainAnswer(400, "this page takes no parameter, and so not \"" + name + '"'));
+  const bool isChosen = std::ranges::any_of(
+      exchange->arguments, [](const auto& argument) { return argument.first == kChosen; });
+  if (isChosen) {
+    exchange->Answer(PlainAnswer(400, "this page has all figures and takes no collect[]"));
     return;
   }
   Ask(exchange,

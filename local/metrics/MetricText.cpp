@@ -32,6 +32,19 @@ std::string SampleName(const MetricFamily& family) {
                                                             : "");
 }
 
+/// Backslash, quote and line end escaped; bytes that are no UTF-8 become U+FFFD, since a reader
+/// would refuse the whole text for them.
+std::string LabelValue(std::string_view text) {
+  std::string escaped;
+  for (const char letter : ValidUtf8(text)) {
+    if (letter == '\\' || letter == '"') {
+      escaped += '\\';
+    }
+    escaped += letter == '\n' ? std::string("\\n") : std::string(1, letter);
+  }
+  return escaped;
+}
+
 /// The digits that the number needs; whole numbers without a point.
 void AppendNumber(std::string& text, double value) {
   std::array<char, 64> digits{};
@@ -69,23 +82,14 @@ std::string LabelText(std::span<const FieldLayout* const> fields,
   std::string text;
   for (const FieldLayout* field : fields) {
     text += text.empty() ? "" : ",";
-    text += SnakeCase(field->label) + "=\"" + EscapedLabel(KeyText(*field, row)) + '"';
+    text += SnakeCase(field->label) + "=\"" + LabelValue(KeyText(*field, row)) + '"';
   }
   return text;
 }
 
 }  // namespace
 
-std::string EscapedLabel(std::string_view text) {
-  std::string escaped;
-  for (const char letter : ValidUtf8(text)) {
-    if (letter == '\\' || letter == '"') {
-      escaped += '\\';
-    }
-    escaped += letter == '\n' ? std::string("\\n") : std::string(1, letter);
-  }
-  return escaped;
-}
+std::string EscapedLabel(std::string_view text) { return LabelValue(text); }
 
 const char* ContentType(MetricFormat format) {
   return format == MetricFormat::kOpenMetrics
@@ -104,7 +108,7 @@ void MetricText::Begin(const MetricFamily& family) {
   m_text += "# HELP " + name + ' ' + family.help + '\n';
 }
 
-void MetricText::SampleWith(std::string_view labels, double value) {
+void MetricText::AppendSample(std::string_view labels, double value) {
   m_text += m_sampleName;
   if (!labels.empty()) {
     m_text += '{';
@@ -120,9 +124,9 @@ void MetricText::Sample(const Labels& labels, double value) {
   std::string text;
   for (const auto& [name, content] : labels) {
     text += text.empty() ? "" : ",";
-    text += name + "=\"" + EscapedLabel(content) + '"';
+    text += name + "=\"" + LabelValue(content) + '"';
   }
-  SampleWith(text, value);
+  AppendSample(text, value);
 }
 
 void MetricText::AppendSum(const RecordMetrics& metrics, const MetricFamily& family,
@@ -140,8 +144,8 @@ void MetricText::AppendSum(const RecordMetrics& metrics, const MetricFamily& fam
     }
   }
   if (isTold) {
-    SampleWith(SnakeCase(metrics.keys.front()->label) + "=\"" + kSummedKey + '"',
-               sum * family.factor / family.divisor);
+    AppendSample(SnakeCase(metrics.keys.front()->label) + "=\"" + kSummedKey + '"',
+                 sum * family.factor / family.divisor);
   }
 }
 
@@ -170,9 +174,9 @@ std::size_t MetricText::AddRows(const RecordMetrics& metrics,
     const std::size_t samples = m_text.size();
     for (const Row& row : kept) {
       if (family.kind == MetricKind::kInfo) {
-        SampleWith(row.labels + ',' + LabelText(metrics.texts, row.bytes), 1);
+        AppendSample(row.labels + ',' + LabelText(metrics.texts, row.bytes), 1);
       } else if (const auto value = NumberOf(*family.field, row.bytes)) {
-        SampleWith(row.labels, *value * family.factor / family.divisor);
+        AppendSample(row.labels, *value * family.factor / family.divisor);
       }
     }
     AppendSum(metrics, family, bounded.summed);

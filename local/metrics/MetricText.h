@@ -14,12 +14,12 @@ enum class MetricFormat {
   kText,         ///< the text format 0.0.4
 };
 
+/// What stands between the quotes of a label: backslash, quote and line end escaped; bytes that are
+/// no UTF-8 become U+FFFD.
+[[nodiscard]] std::string EscapedLabel(std::string_view text);
+
 /// What the HTTP header Content-Type says of a format.
 [[nodiscard]] const char* ContentType(MetricFormat format);
-
-/// What stands between the quotes of a label: backslash, quote and line end escaped; bytes that are
-/// no UTF-8 become U+FFFD, since a reader would refuse the whole text for them.
-[[nodiscard]] std::string EscapedLabel(std::string_view text);
 
 /// Writes metrics one family after the other.
 class MetricText {
@@ -32,7 +32,7 @@ class MetricText {
   void Begin(const MetricFamily& family);
   void Sample(const Labels& labels, double value);
   /// The same with labels as they stand between the braces; empty for none.
-  void SampleWith(std::string_view labels, double value);
+  void SampleWith(std::string_view labels, double value) { AppendSample(labels, value); }
   /// All families of a record's rows. Of rows with one key the first counts. Rows beyond the bound
   /// of their record are summed, where they can be. Returns how many are beyond it.
   std::size_t AddRows(const RecordMetrics& metrics, std::span<const CMBRecord* const> rows);
@@ -40,6 +40,7 @@ class MetricText {
   [[nodiscard]] std::string Finish();
 
  private:
+  void AppendSample(std::string_view labels, double value);
   /// The sum of a field of rows, where it says something.
   void AppendSum(const RecordMetrics& metrics, const MetricFamily& family,
                  std::span<const CMBRecord* const> rows);

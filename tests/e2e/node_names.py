@@ -76,7 +76,7 @@ class Documented:
                 else:
                     self.absent.append(name)
         self.rows = [word for row in rows if len(row) == 2 for word in re.findall(r"`(node_[^`]+)`", row[0])]
-        wrapped = re.search(r"\n- ([^-]*?) are counted in\s+32 bits", part)
+        wrapped = re.search(r"\n- ([^-]*?) are\s+counted in\s+32 bits", part)
         self.wrapped = set(re.findall(r"`(node_\w+)`", wrapped[1]))
 
     def is_absent(self, name):

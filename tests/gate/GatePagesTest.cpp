@@ -69,7 +69,7 @@ TEST_F(GateFixture, EachPageAnswersWhoMayAskAndNothingElse) {
       {"GET", "/metrics/node", "", "200", "Content-Type: node\r\n"},
       {"GET", "/metrics/node", "Accept: application/openmetrics-text\r\n", "404",
        "\r\n\r\nnot here\n"},
-      {"GET", "/metrics/node?collect[]=PI", "", "400", "no parameter, and so not \"collect[]\""},
+      {"GET", "/metrics/node?collect[]=PI", "", "400", "takes no collect[]\n"},
       {"GET", "/../etc/passwd", "", "404", "no such page\n"},
       {"POST", "/metrics", "", "405", "Allow: GET, HEAD\r\n"},
       {"BREW", "/-/ready", "", "405", "only GET and HEAD\n"},

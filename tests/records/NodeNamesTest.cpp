@@ -135,6 +135,7 @@ TEST_F(NodeFigures, HaveTheirUnitsLabelsAndConditions) {
   (*disk).flushes = kNobodyTells;
   (*loop).device = "loop17";
   (*named).device = "loopback";
+  (*named).name = "vg-root";
   GivenRow<recordPI_NETD> link;
   (*link).interface = "eth\"0";
   (*link).state = "up";
@@ -177,7 +178,10 @@ TEST_F(NodeFigures, HaveTheirUnitsLabelsAndConditions) {
        {"\nnode_disk_discarded_sectors_total{device=\"vda\"} 2\n"},
        "node_disk_flush_requests_total"},
       {loop, {}, "node_"},
-      {named, {"node_disk_io_now{device=\"loopback\"} 0\n"}, "wwn"},
+      {named,
+       {"node_disk_io_now{device=\"loopback\"} 0\n",
+        "node_disk_device_mapper_info{device=\"loopback\",name=\"vg-root\"} 1\n"},
+       "node_disk_info"},
       {link,
        {R"(node_network_up{device="eth\"0"} 1)",
         R"(node_network_speed_bytes{device="eth\"0"} 1.25e+08)",

@@ -45,6 +45,15 @@ constexpr std::array kDiskEntries{
     DiskCounter("node_disk_flush_requests_time_seconds_total", "Time that the flushes took",
                 "Flush Seconds")};
 
+constexpr std::array kMapperLabels{NodeLabel{"device", "Device"}, NodeLabel{"name", "Name"}};
+constexpr std::array kMapperEntries{NodeEntry{"node_disk_device_mapper_info",
+                                              "A device of the device mapper",
+                                              MetricKind::kGauge,
+                                              {},
+                                              1,
+                                              "",
+                                              AlwaysOne}};
+
 /// Whether the exporter has the device too, whose default leaves out these with a number.
 bool IsCountedDisk(const NodeFields& row) {
   const std::string_view device = row.Text(0);
@@ -56,7 +65,10 @@ bool IsCountedDisk(const NodeFields& row) {
 }
 
 constexpr std::array kDiskGroups{
-    NodeGroup{"DISK", kDiskLabels, kDiskEntries, {"Device"}, IsCountedDisk}};
+    NodeGroup{"DISK", kDiskLabels, kDiskEntries, {"Device"}, IsCountedDisk},
+    NodeGroup{"DISK", kMapperLabels, kMapperEntries, {"Name"}, [](const NodeFields& row) {
+                return !row.Text(0).empty();
+              }}};
 
 }  // namespace
 
