@@ -65,7 +65,7 @@ void GatePages::Serve(const ExchangePtr& exchange) {
   const std::string_view path = exchange->path;
   const bool isAsset = path == "/" || path.starts_with("/assets/");
   const bool isApi = path.starts_with("/api/");
-  if (path == "/metrics") {
+  if (path == "/metrics" || path == "/metrics/node") {
     ServeMetrics(exchange);
   } else if (path == "/-/healthy") {
     exchange->Answer(PlainText(200, "healthy\n"));
@@ -108,11 +108,17 @@ void GatePages::Admit(const ExchangePtr& exchange, Role wanted,
 }
 
 void GatePages::ServeMetrics(const ExchangePtr& exchange) {
+  const auto serve = [this, exchange] {
+    if (exchange->path == "/metrics") {
+      m_metrics.Serve(exchange);
+    } else {
+      m_metrics.ServeNode(exchange);
+    }
+  };
   if (exchange->isTls && m_hasAccounts) {
-    Admit(exchange, Role::kMetrics,
-          [this, exchange](const Verdict&) { m_metrics.Serve(exchange); });
+    Admit(exchange, Role::kMetrics, [serve](const Verdict&) { serve(); });
   } else {
-    m_metrics.Serve(exchange);
+    serve();
   }
 }
 

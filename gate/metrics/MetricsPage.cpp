@@ -12,6 +12,7 @@
 namespace {
 
 constexpr std::size_t kMostRecords = 64;
+constexpr std::string_view kChosen = "collect[]";
 constexpr std::size_t kMaxHead = 65536;
 
 HttpAnswer PlainAnswer(unsigned status, const std::string& text) {
@@ -74,7 +75,10 @@ class MetricsAnswer {
     const Json* code = error == nullptr ? nullptr : error->Find("code");
     const bool isTold =
         message != nullptr && message->IsString() && code != nullptr && code->IsString();
-    m_answer = isTold ? PlainAnswer(StatusOfCode(code->Text()), message->Text())
+    const Json* field = error == nullptr ? nullptr : error->Find("field");
+    // Names that there are none of are a page that is not there.
+    const bool isNoPage = field != nullptr && *field == "names";
+    m_answer = isTold ? PlainAnswer(isNoPage ? 404 : StatusOfCode(code->Text()), message->Text())
                       : PlainAnswer(503, "the daemon's answer can't be read");
     return false;
   }
@@ -93,7 +97,7 @@ class MetricsAnswer {
 void MetricsPage::Serve(const std::shared_ptr<HttpExchange>& exchange) {
   Json records = Json::Array();
   for (const auto& [name, value] : exchange->arguments) {
-    if (name == "collect[]") {
+    if (name == kChosen) {
       records.PushBack(value);
     }
   }
@@ -105,6 +109,21 @@ void MetricsPage::Serve(const std::shared_ptr<HttpExchange>& exchange) {
   if (records.Size() != 0) {
     request["records"] = std::move(records);
   }
+  Ask(exchange, request);
+}
+
+void MetricsPage::ServeNode(const std::shared_ptr<HttpExchange>& exchange) {
+  const bool isChosen = std::ranges::any_of(
+      exchange->arguments, [](const auto& argument) { return argument.first == kChosen; });
+  if (isChosen) {
+    exchange->Answer(PlainAnswer(400, "this page has all figures and takes no collect[]"));
+    return;
+  }
+  Ask(exchange,
+      Json{{"op", "metrics"}, {"names", "node"}, {"format", PreferredFormat(exchange->accept)}});
+}
+
+void MetricsPage::Ask(const std::shared_ptr<HttpExchange>& exchange, const Json& request) {
   const auto answer = std::make_shared<MetricsAnswer>(exchange);
   const auto question = m_desk.Ask(
       request, [answer](std::string_view bytes) { return answer->Take(bytes); },

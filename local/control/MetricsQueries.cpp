@@ -16,6 +16,14 @@ std::optional<MetricFormat> ReadFormat(const Json& message) {
   return *format == "openmetrics" ? std::optional(MetricFormat::kOpenMetrics) : std::nullopt;
 }
 
+std::optional<MetricNames> ReadNames(const Json& message) {
+  const Json* names = message.Find("names");
+  if (names == nullptr) {
+    return MetricNames::kAgent;
+  }
+  return names->IsString() ? MetricNamesOf(names->Text()) : std::nullopt;
+}
+
 /// Nothing if the member "records" is no array of at most so many names.
 std::optional<std::vector<std::string>> ReadScrapedRecords(const Json& message) {
   std::vector<std::string> names;
@@ -46,6 +54,9 @@ void AnswerScrape(const ControlRequest& request, MetricFormat format, MetricsAns
       case MetricsAnswer::Outcome::kBadRecord:
         request.Fail({"bad-field", std::move(answer.text), "records"});
         break;
+      case MetricsAnswer::Outcome::kBadNames:
+        request.Fail({"bad-field", std::move(answer.text), "names"});
+        break;
       case MetricsAnswer::Outcome::kStopping:
         request.Fail(StoppingError());
         break;
@@ -63,6 +74,11 @@ void MetricsQueries::Metrics(const std::shared_ptr<ControlRequest>& request) {
     request->Fail({"bad-field", "format must be \"text\" or \"openmetrics\"", "format"});
     return;
   }
+  const std::optional<MetricNames> names = ReadNames(request->Message());
+  if (!names) {
+    request->Fail({"bad-field", "names must be \"agent\" or \"node\"", "names"});
+    return;
+  }
   const std::optional<std::vector<std::string>> records = ReadScrapedRecords(request->Message());
   if (!records) {
     request->Fail({"bad-field",
@@ -70,7 +86,15 @@ void MetricsQueries::Metrics(const std::shared_ptr<ControlRequest>& request) {
                    "records"});
     return;
   }
-  m_desk.Scrape(*records, *format, [request, format = *format](MetricsAnswer answer) {
+  const auto done = [request, format = *format](MetricsAnswer answer) {
     AnswerScrape(*request, format, std::move(answer));
-  });
+  };
+  if (*names == MetricNames::kAgent) {
+    m_desk.Scrape(*records, *format, done);
+  } else if (records->empty()) {
+    m_desk.ScrapeNode(*format, done);
+  } else {
+    request->Fail(
+        {"bad-field", "records can't be chosen with the names of the node exporter", "records"});
+  }
 }

@@ -5,7 +5,7 @@
 
 #include "node/LayoutRegistry.h"
 
-enum class MetricKind { kCounter, kGauge, kInfo };
+enum class MetricKind { kCounter, kGauge, kInfo, kUnknown };
 
 /// How a field, or a figure of the daemon, is exposed.
 struct MetricFamily {

@@ -19,6 +19,8 @@ const char* KindName(MetricKind kind, MetricFormat format) {
       return "counter";
     case MetricKind::kInfo:
       return format == MetricFormat::kOpenMetrics ? "info" : "gauge";
+    case MetricKind::kUnknown:
+      return format == MetricFormat::kOpenMetrics ? "unknown" : "untyped";
     default:
       return "gauge";
   }
@@ -86,6 +88,8 @@ std::string LabelText(std::span<const FieldLayout* const> fields,
 }
 
 }  // namespace
+
+std::string EscapedLabel(std::string_view text) { return LabelValue(text); }
 
 const char* ContentType(MetricFormat format) {
   return format == MetricFormat::kOpenMetrics

@@ -14,6 +14,10 @@ enum class MetricFormat {
   kText,         ///< the text format 0.0.4
 };
 
+/// What stands between the quotes of a label: backslash, quote and line end escaped; bytes that are
+/// no UTF-8 become U+FFFD.
+[[nodiscard]] std::string EscapedLabel(std::string_view text);
+
 /// What the HTTP header Content-Type says of a format.
 [[nodiscard]] const char* ContentType(MetricFormat format);
 
@@ -27,6 +31,8 @@ class MetricText {
   /// Opens a family; its samples follow.
   void Begin(const MetricFamily& family);
   void Sample(const Labels& labels, double value);
+  /// The same with labels as they stand between the braces; empty for none.
+  void SampleWith(std::string_view labels, double value) { AppendSample(labels, value); }
   /// All families of a record's rows. Of rows with one key the first counts. Rows beyond the bound
   /// of their record are summed, where they can be. Returns how many are beyond it.
   std::size_t AddRows(const RecordMetrics& metrics, std::span<const CMBRecord* const> rows);

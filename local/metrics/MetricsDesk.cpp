@@ -6,7 +6,9 @@
 
 #include "local/metrics/AgentMetrics.h"
 #include "local/metrics/RowBound.h"
+#include "local/metrics/node/NodeText.h"
 #include "node/LayoutRegistry.h"
+#include "support/HostProfile.h"
 
 namespace {
 
@@ -28,12 +30,22 @@ const char* WhyNotExposed(const std::string& record) {
   return IsExposable(*layout) ? nullptr : "has a row per process, which is no metric";
 }
 
+std::vector<const CMBRecord*> RowsOf(const RecordAsker& asker) {
+  return {asker.Rows().begin(), asker.Rows().end()};
+}
+
+}  // namespace
+
 struct MetricsDesk::Look {
   struct Waiting {
     Done done;
     MetricFormat format;
+    MetricNames names;
   };
+  // Each is made when somebody first asks for such names.
   std::vector<RecordMetrics> metrics;
+  std::vector<NodeMetrics> nodeMetrics;
+  std::vector<const RecordLayout*> layouts;
   std::vector<std::shared_ptr<RecordAsker>> askers;
   std::vector<RequestOutcome> outcomes;
   Clock::time_point time;
@@ -64,13 +76,29 @@ void MetricsDesk::Scrape(const std::vector<std::string>& records, MetricFormat f
       return;
     }
   }
-  ++m_scrapes;
-  const std::shared_ptr<Look> look = LookOf(records.empty() ? RecordsWithRows() : records);
-  if (look->isDone && Clock::now() - look->time <= kShared) {
-    done(Render(*look, format));
+  Answer(LookOf(records.empty() ? RecordsWithRows() : records), format, MetricNames::kAgent,
+         std::move(done));
+}
+
+void MetricsDesk::ScrapeNode(MetricFormat format, Done done) {
+  if (g_hostProfile != HostProfile::kModern) {
+    done({MetricsAnswer::Outcome::kBadNames,
+          "the names of the node exporter take the host profile modern"});
     return;
   }
-  look->waiting.push_back({std::move(done), format});
+  Names records = NodeRecords();
+  std::erase_if(records, [](const std::string& record) { return WhyNot(record) != nullptr; });
+  Answer(LookOf(records), format, MetricNames::kNode, std::move(done));
+}
+
+void MetricsDesk::Answer(const std::shared_ptr<Look>& look, MetricFormat format, MetricNames names,
+                         Done done) {
+  ++m_scrapes;
+  if (look->isDone && Clock::now() - look->time <= kShared) {
+    done(Render(*look, format, names));
+    return;
+  }
+  look->waiting.push_back({std::move(done), format, names});
   if (!std::exchange(look->isPosted, true)) {
     Post(look);
   }
@@ -100,7 +128,7 @@ std::shared_ptr<MetricsDesk::Look> MetricsDesk::LookOf(const Names& records) {
   auto look = std::make_shared<Look>();
   for (const std::string& record : wanted) {
     const RecordLayout& layout = *LayoutRegistry::Instance().Find(record);
-    look->metrics.push_back(MetricsOf(layout));
+    look->layouts.push_back(&layout);
     look->askers.push_back(std::make_shared<RecordAsker>(record, layout.category,
                                                          RecordAsker::Look::kOnDemand, false));
   }
@@ -126,11 +154,11 @@ void MetricsDesk::Run(CMBNode& node, const std::shared_ptr<Look>& look) {
   look->isDone = true;
   look->isPosted = false;
   for (const Look::Waiting& waiting : std::exchange(look->waiting, {})) {
-    waiting.done(Render(*look, waiting.format));
+    waiting.done(Render(*look, waiting.format, waiting.names));
   }
 }
 
-MetricsAnswer MetricsDesk::Render(const Look& look, MetricFormat format) {
+MetricsAnswer MetricsDesk::Render(Look& look, MetricFormat format, MetricNames names) {
   MetricText text(format);
   MetricFamily built;
   built.name = "qmt_agent_record_built";
@@ -140,12 +168,23 @@ MetricsAnswer MetricsDesk::Render(const Look& look, MetricFormat format) {
     text.Sample({{"record", look.askers[place]->Record()}},
                 look.outcomes[place] == RequestOutcome::kDone ? 1 : 0);
   }
+  if (names == MetricNames::kNode) {
+    AddNodeNames(text, look);
+  } else {
+    AddAgentNames(text, look);
+  }
+  return {MetricsAnswer::Outcome::kDone, text.Finish()};
+}
+
+void MetricsDesk::AddAgentNames(MetricText& text, Look& look) {
+  if (look.metrics.empty()) {
+    std::ranges::transform(look.layouts, std::back_inserter(look.metrics),
+                           [](const RecordLayout* layout) { return MetricsOf(*layout); });
+  }
   std::vector<std::pair<std::string, std::size_t>> beyondBound;
   for (std::size_t place = 0; place < look.askers.size(); ++place) {
     if (look.outcomes[place] == RequestOutcome::kDone) {
-      const std::list<CMBRecord*>& rows = look.askers[place]->Rows();
-      const std::size_t count = text.AddRows(
-          look.metrics[place], std::vector<const CMBRecord*>(rows.begin(), rows.end()));
+      const std::size_t count = text.AddRows(look.metrics[place], RowsOf(*look.askers[place]));
       if (IsBounded(*look.metrics[place].layout)) {
         beyondBound.emplace_back(look.askers[place]->Record(), count);
       }
@@ -161,5 +200,18 @@ MetricsAnswer MetricsDesk::Render(const Look& look, MetricFormat format) {
     }
   }
   AddAgentMetrics(text, {m_desk, m_schedule, m_history, m_scrapes, m_gate(), m_alarms()});
-  return {MetricsAnswer::Outcome::kDone, text.Finish()};
+}
+
+void MetricsDesk::AddNodeNames(MetricText& text, Look& look) {
+  if (look.nodeMetrics.empty()) {
+    std::ranges::transform(look.layouts, std::back_inserter(look.nodeMetrics),
+                           [](const RecordLayout* layout) { return NodeMetricsOf(*layout); });
+  }
+  NodeText node;
+  for (std::size_t place = 0; place < look.askers.size(); ++place) {
+    if (look.outcomes[place] == RequestOutcome::kDone) {
+      node.AddRows(look.nodeMetrics[place], RowsOf(*look.askers[place]));
+    }
+  }
+  node.WriteTo(text);
 }

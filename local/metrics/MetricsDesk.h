@@ -15,17 +15,18 @@
 #include "local/loop/EventLoop.h"
 #include "local/metrics/AlarmFigures.h"
 #include "local/metrics/GateFigures.h"
+#include "local/metrics/MetricNames.h"
 #include "local/metrics/MetricText.h"
 #include "local/schedule/BatchDesk.h"
 #include "local/schedule/ScheduleBook.h"
 
 /// What a scrape comes to: the metrics, or why there are none.
 struct MetricsAnswer {
-  enum class Outcome { kDone, kBadRecord, kStopping };
+  enum class Outcome { kDone, kBadRecord, kBadNames, kStopping };
 
   Outcome outcome = Outcome::kDone;
   /// The metrics, in lines that all end; else, of a record that is unknown, is not served or can't
-  /// be exposed, what is wrong.
+  /// be exposed, and of names that there are none of, what is wrong.
   std::string text;
 };
 
@@ -57,6 +58,8 @@ class MetricsDesk {
   /// or after its turn in the loop, once in any case.
   using Done = std::function<void(MetricsAnswer)>;
   void Scrape(const std::vector<std::string>& records, MetricFormat format, Done done);
+  /// The same of all records that have figures under the names of the node exporter.
+  void ScrapeNode(MetricFormat format, Done done);
 
  private:
   /// The last look at one set of records.
@@ -66,9 +69,12 @@ class MetricsDesk {
   /// Those of a scrape that names none.
   [[nodiscard]] Names RecordsWithRows() const;
   [[nodiscard]] std::shared_ptr<Look> LookOf(const Names& records);
+  void Answer(const std::shared_ptr<Look>& look, MetricFormat format, MetricNames names, Done done);
   void Post(const std::shared_ptr<Look>& look);
   void Run(CMBNode& node, const std::shared_ptr<Look>& look);
-  [[nodiscard]] MetricsAnswer Render(const Look& look, MetricFormat format);
+  [[nodiscard]] MetricsAnswer Render(Look& look, MetricFormat format, MetricNames names);
+  void AddAgentNames(MetricText& text, Look& look);
+  static void AddNodeNames(MetricText& text, Look& look);
 
   EventLoop& m_loop;
   BatchDesk& m_desk;

@@ -21,6 +21,7 @@ EVENTS = API + "events"
 SAMPLES = [
     ("/metrics", [], 200), ("/metrics", [("collect[]", "PI"), ("collect[]", "CPUP")], 200),
     ("/metrics", [("collect[]", "NONE")], 400),
+    ("/metrics/node", [], 200), ("/metrics/node", [("collect[]", "PI")], 400),
     ("/-/healthy", [], 200), ("/-/ready", [], 200),
     ("records", [], 200),
     ("schema", [("record", "CPUP")], 200), ("schema", [("record", "PI"), ("category", "4")], 200),

@@ -41,10 +41,17 @@ TEST_F(GateFixture, EachPageAnswersWhoMayAskAndNothingElse) {
                          : R"(,"ok":false,"error":{"code":"unknown-alarm"}})") +
              '\n';
     }
+    const Json* names = request.Find("names");
+    if (names != nullptr && request["format"] == Json("openmetrics")) {
+      return R"({"ok":false,"error":{"code":"bad-field","message":"not here","field":"names"}})"
+             "\n";
+    }
     if (request["op"] == Json("metrics")) {
-      return JsonText(Json{{"ok", true},
-                           {"metrics", Json{{"content_type", request["format"].Text()},
-                                            {"bytes", text.size()}}}}) +
+      return JsonText(
+                 Json{{"ok", true},
+                      {"metrics", Json{{"content_type", names == nullptr ? request["format"].Text()
+                                                                         : names->Text()},
+                                       {"bytes", text.size()}}}}) +
              '\n' + text;
     }
     return JsonText(Json{{"ok", true}, {"asked", request}}) + '\n';
@@ -67,6 +74,10 @@ TEST_F(GateFixture, EachPageAnswersWhoMayAskAndNothingElse) {
       {"GET", "/metrics", "Accept: application/openmetrics-text\r\n", "200", "openmetrics\r\n"},
       {"GET", "/metrics?collect[]=NONE", "", "400", "\r\n\r\nthe record NONE is unknown\n"},
       {"GET", "/metrics/", "", "404", "no such page\n"},
+      {"GET", "/metrics/node", "", "200", "Content-Type: node\r\n"},
+      {"GET", "/metrics/node", "Accept: application/openmetrics-text\r\n", "404",
+       "\r\n\r\nnot here\n"},
+      {"GET", "/metrics/node?collect[]=PI", "", "400", "takes no collect[]\n"},
       {"GET", "/../etc/passwd", "", "404", "no such page\n"},
       {"POST", "/metrics", "", "405", "Allow: GET, HEAD\r\n"},
       {"BREW", "/-/ready", "", "405", "only GET and HEAD\n"},

@@ -64,6 +64,10 @@ TEST_F(MetricsOperationTest, TheTextFollowsItsLineAndTheConnectionGoesOn) {
          R"("message":"the record IDLE is not served","field":"records")"},
         {R"(,"records":[""])", R"(is unknown","field":"records")"},
         {R"(,"records":"FAKE")", R"("field":"records")"},
+        {R"(,"names":"agent")", "# TYPE qmt_fake_count_total counter\n"},
+        {R"(,"names":"node")", R"(take the host profile modern","field":"names")"},
+        {R"(,"names":1)", R"("field":"names")"},
+        {R"(,"names":"node","records":["FAKE"])", R"("field":"records")"},
         {R"(,"records":[1])", R"("field":"records")"},
         {",\"records\":" + tooMany, R"("field":"records")"},
     };
