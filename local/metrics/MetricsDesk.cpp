@@ -30,6 +30,8 @@ const char* WhyNotExposed(const std::string& record) {
   return IsExposable(*layout) ? nullptr : "has a row per process, which is no metric";
 }
 
+namespace {
+
 std::vector<const CMBRecord*> RowsOf(const RecordAsker& asker) {
   return {asker.Rows().begin(), asker.Rows().end()};
 }
