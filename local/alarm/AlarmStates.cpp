@@ -55,9 +55,11 @@ void AlarmStates::Load(std::vector<std::unique_ptr<AlarmWatch>>& watches) {
 
 void AlarmStates::Save(const std::vector<std::unique_ptr<AlarmWatch>>& watches, bool isLast) {
   bool isCounting = false;
+  bool hasStates = false;
   for (const auto& watch : watches) {
     m_isNew = watch->TakeIsChanged() || m_isNew;
-    isCounting = isCounting || !watch->States().empty();
+    hasStates = hasStates || !watch->States().empty();
+    isCounting = isCounting || watch->IsCounting();
   }
   const auto now = std::chrono::steady_clock::now();
   const bool isDue = now - m_written >= kPause || isLast;
@@ -65,7 +67,7 @@ void AlarmStates::Save(const std::vector<std::unique_ptr<AlarmWatch>>& watches, 
   if (!(m_isNew && !m_isFailing) && !((isCounting || m_isNew) && isDue)) {
     return;
   }
-  if (!m_hasFile && !isCounting) {
+  if (!m_hasFile && !hasStates) {
     return;
   }
   Json alarms = Json::Array();

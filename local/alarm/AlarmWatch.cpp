@@ -342,11 +342,12 @@ void AlarmWatch::Adopt(AlarmState state) {
   m_states.insert_or_assign(std::move(key), std::move(state));
 }
 
-AlarmState* AlarmWatch::FindId(std::int64_t id) {
-  const auto found = std::ranges::find_if(m_states, [&](const auto& entry) {
-    return entry.second.id == id && entry.second.phase == AlarmState::Phase::kActive;
+bool AlarmWatch::IsCounting() const {
+  return std::ranges::any_of(m_states, [](const auto& entry) {
+    const AlarmState& state = entry.second;
+    return state.phase == AlarmState::Phase::kPending ||
+           (state.phase == AlarmState::Phase::kActive && state.over);
   });
-  return found == m_states.end() ? nullptr : &found->second;
 }
 
 void AlarmWatch::Forget(std::int64_t id) {

@@ -80,13 +80,14 @@ class AlarmWatch {
   /// Whether anything has changed that a restart should find; asking forgets it.
   [[nodiscard]] bool TakeIsChanged() { return std::exchange(m_isChanged, false); }
 
+  /// Whether time is counted for or against any of its alarms.
+  [[nodiscard]] bool IsCounting() const;
+
   /// The states, and when they were looked at last, for a file; and from there.
   [[nodiscard]] Json ToJson() const;
   void FromJson(const Json& kept);
   /// An alarm that is active by another source.
   void Adopt(AlarmState state);
-  /// The state that has this number; null if none has.
-  [[nodiscard]] AlarmState* FindId(std::int64_t id);
   void Forget(std::int64_t id);
 
  private:

@@ -76,9 +76,12 @@ class AlarmBookTest : public ::testing::Test {
 
   void Start() { life = std::make_unique<Life>(*this); }
   void Batch(std::uint32_t count, std::size_t rows = 1) {
-    const std::vector<FakeRecord> records(rows, FakeRecord(count, now += 60));
+    Batch(std::vector<FakeRecord>(rows, FakeRecord(count, now += 60)));
+  }
+  template <class Record>
+  void Batch(const std::vector<Record>& records) {
     std::vector<const CMBRecord*> list;
-    for (const FakeRecord& record : records) {
+    for (const Record& record : records) {
       list.push_back(&record);
     }
     life->sinks.Take({"FAKE", '4', now, list});
@@ -168,6 +171,33 @@ TEST_F(AlarmBookTest, StatesAndNumbersSurviveAKill) {
   EXPECT_EQ(changes.size(), 6U);
   Turns();
   EXPECT_EQ(Ask(R"({"op":"alarms","state":"active"})")["alarms"]["list"].Size(), 0U);
+}
+
+class KeyedRecord : public FakeRecord {
+ public:
+  KeyedRecord(const char* label, std::uint32_t count, std::int32_t time) : FakeRecord(count, time) {
+    m_record.label = label;
+  }
+};
+
+TEST_F(AlarmBookTest, EachKeyIsTakenUpAgainByItself) {
+  Start();
+  const auto rows = [&](std::uint32_t x, std::uint32_t y) {
+    now += 60;
+    return std::vector{KeyedRecord("x", x, now), KeyedRecord("y", y, now)};
+  };
+  Batch(rows(95, 95));
+  life.reset();
+  std::filesystem::remove("alarms.state");
+  Start();
+  EXPECT_EQ(changes.size(), 2U);
+  Batch(rows(95, 5));
+  EXPECT_THAT(changes.back(), HasSubstr("y has 95 ended"));
+  EXPECT_EQ(life->book.Active().size(), 1U);
+  EXPECT_EQ(Ask(R"({"op":"alarms","since":1,"state":"active"})")["alarms"]["list"].Size(), 1U);
+  EXPECT_EQ(
+      Ask(R"({"op":"alarms","since":)" + std::to_string(now + 1) + "}")["alarms"]["list"].Size(),
+      1U);
 }
 
 TEST_F(AlarmBookTest, WithoutAHistoryThereAreAlarmsAllTheSame) {
