@@ -205,7 +205,7 @@ void AlarmWatch::Start(AlarmState& state, const Change& change) {
   if (state.begins.size() > kFlaps) {
     state.begins.pop_front();
   }
-  m_isChanged = true;
+  m_isChanged = m_hasTold = true;
   change(*this, state);
 }
 
@@ -223,7 +223,7 @@ void AlarmWatch::NoteOver(AlarmState& state, const Change& change) {
   }
   state.phase = AlarmState::Phase::kEnded;
   state.until = m_time;
-  m_isChanged = true;
+  m_isChanged = m_hasTold = true;
   change(*this, state);
 }
 
@@ -249,8 +249,9 @@ void AlarmWatch::End(const Change& change) {
         m_isChanged = true;
       }
     }
-    const bool isRemembered =
-        !state.begins.empty() && m_time - state.begins.back() < kFlapTime.count();
+    // What has ended takes no room from what begins.
+    const bool isRemembered = !state.begins.empty() && m_states.size() <= kMostStates / 2 &&
+                              m_time - state.begins.back() < kFlapTime.count();
     if (state.phase == AlarmState::Phase::kEnded && !isRemembered) {
       place = m_states.erase(place);
     } else {
@@ -263,7 +264,7 @@ void AlarmWatch::End(const Change& change) {
 }
 
 void AlarmWatch::EndAll(std::time_t time, const Change& change) {
-  m_isChanged = m_isChanged || !m_states.empty();
+  m_hasTold = m_isChanged = m_isChanged || !m_states.empty();
   for (auto& [key, state] : m_states) {
     if (state.phase == AlarmState::Phase::kActive) {
       state.phase = AlarmState::Phase::kEnded;

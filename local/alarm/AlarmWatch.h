@@ -77,8 +77,10 @@ class AlarmWatch {
   [[nodiscard]] const std::map<std::string, AlarmState>& States() const { return m_states; }
   /// Keys whose alarm there was no room for.
   [[nodiscard]] std::uint64_t LeftOut() const { return m_leftOut; }
-  /// Whether anything has changed that a restart should find; asking forgets it.
+  /// Whether anything has changed that a restart should find, and whether an alarm has begun or
+  /// ended; asking forgets it.
   [[nodiscard]] bool TakeIsChanged() { return std::exchange(m_isChanged, false); }
+  [[nodiscard]] bool TakeHasTold() { return std::exchange(m_hasTold, false); }
 
   /// Whether time is counted for or against any of its alarms.
   [[nodiscard]] bool IsCounting() const;
@@ -113,4 +115,5 @@ class AlarmWatch {
   std::uint64_t m_batch = 1;
   std::uint64_t m_leftOut = 0;
   bool m_isChanged = false;
+  bool m_hasTold = false;
 };

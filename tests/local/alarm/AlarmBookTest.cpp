@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -264,6 +265,55 @@ TEST_F(AlarmBookTest, TheCommandGetsItsFiguresAndNeverStaysForLong) {
   EXPECT_THAT(text.str(), HasSubstr("QMT_ALARM_VALUE_COUNT=95"));
   EXPECT_THAT(told, ::testing::Contains(HasSubstr("/command: hangs")));
   EXPECT_THAT(told.back(), HasSubstr("took longer than 1 seconds and has been ended"));
+}
+
+TEST_F(AlarmBookTest, CommandsBeyondTheBoundsWaitOrAreCountedAndGoAsAGroup) {
+  EventLoop loop;
+  FakeAgent agent;
+  AlarmCommand command(loop, [this](const std::string& text) { told.push_back(text); });
+  command.Configure(
+      {AlarmScript("sleep 1000 & echo $! >pid.$$; yes\n"), std::chrono::seconds(1), 2});
+  for (std::size_t i = 0; i < AlarmCommand::kMostWaiting + 5; ++i) {
+    command.Run({"A=b"});
+  }
+  EXPECT_EQ(command.Runs(), 2U);
+  EXPECT_EQ(command.Dropped(), 3U);
+  const auto begin = std::chrono::steady_clock::now();
+  while (command.Failures() < 2 &&
+         std::chrono::steady_clock::now() - begin < std::chrono::seconds(20)) {
+    RunATurn(loop, agent);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_EQ(command.Failures(), 2U);
+  EXPECT_LT(told.size(), 100U);  // of what `yes` says
+  int pid = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(".")) {
+    if (entry.path().string().starts_with("./pid.")) {
+      std::ifstream(entry.path()) >> pid;
+      break;
+    }
+  }
+  std::string state;
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  stat >> state >> state >> state;
+  EXPECT_NE(pid, 0);
+  EXPECT_TRUE(state.empty() || state == "Z") << state;
+}
+
+TEST(AlarmCaptureTest, TheGreatestRowsOfARecordWithoutAnEndAreKept) {
+  static constexpr std::array kFields{
+      FieldLayout{"Path", FieldType::kText, 12, 8, FieldMeaning::key},
+      FieldLayout{"Memory Bytes", FieldType::kUlong, 20, 4, FieldMeaning::gauge}};
+  static constexpr RecordLayout kGroups{"CGRP", "recordFake", '4', sizeof(recordFake), kFields};
+  KeptRows rows;
+  for (std::uint32_t i = 0; i < 1500; ++i) {
+    rows.rows.push_back(AlarmRow("x", i * 7 % 1500));
+  }
+  const std::vector<std::size_t> chosen = ChosenRows(kGroups, rows);
+  ASSERT_EQ(chosen.size(), AlarmCapture::kMostRows);
+  EXPECT_EQ(chosen.front() * 7 % 1500, 1499U);
+  EXPECT_EQ(chosen.back() * 7 % 1500, 500U);
+  EXPECT_EQ(ChosenRows(kFakeLayout, rows)[5], 5U);
 }
 
 }  // namespace
