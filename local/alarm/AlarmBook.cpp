@@ -295,6 +295,9 @@ bool AlarmBook::EvaluateWatch(Batch& batch, AlarmClock::time_point end) {
     return false;
   }
   const KeptRows& rows = *found->second;
+  if (rows.rows.empty() && !watch.HasHadRows()) {
+    return false;
+  }
   const AlarmWatch::Change change = [this](AlarmWatch& one, AlarmState& state) {
     Changed(one, state);
   };

@@ -113,6 +113,7 @@ void AlarmWatch::AddPast(const std::string& key, std::size_t field, std::time_t 
 }
 
 void AlarmWatch::Row(AlarmBytes bytes, const Change& change) {
+  m_hasHadRows = true;
   const auto present = [&](std::size_t place) {
     return FieldToJson(m_definition.layout->fields[place], bytes);
   };
@@ -275,6 +276,7 @@ void AlarmWatch::EndAll(std::time_t time, const Change& change) {
   m_states.clear();
   m_series.clear();
   m_time = 0;
+  m_hasHadRows = false;
 }
 
 Json AlarmWatch::ToJson() const {

@@ -69,6 +69,9 @@ class AlarmWatch {
   /// Ends what is active and forgets the rest.
   void EndAll(std::time_t time, const Change& change);
 
+  /// Whether the record has had a row since the start: the first look of a schedule makes none.
+  [[nodiscard]] bool HasHadRows() const { return m_hasHadRows; }
+
   /// Takes a number of a row of the past.
   void AddPast(const std::string& key, std::size_t field, std::time_t time, double value);
 
@@ -114,6 +117,7 @@ class AlarmWatch {
   std::int64_t m_elapsed = 0;  ///< of it: seconds that count
   std::uint64_t m_batch = 1;
   std::uint64_t m_leftOut = 0;
+  bool m_hasHadRows = false;
   bool m_isChanged = false;
   bool m_hasTold = false;
 };

@@ -191,6 +191,7 @@ TEST_F(AlarmBookTest, EachKeyIsTakenUpAgainByItself) {
   life.reset();
   std::filesystem::remove("alarms.state");
   Start();
+  Batch(std::vector<FakeRecord>{});  // as the first look of a schedule makes none
   EXPECT_EQ(changes.size(), 2U);
   Batch(rows(95, 5));
   EXPECT_THAT(changes.back(), HasSubstr("y has 95 ended"));
