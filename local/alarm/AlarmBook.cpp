@@ -5,6 +5,7 @@
 #include <system_error>
 #include <utility>
 
+#include "json/JsonText.h"
 #include "local/alarm/AlarmFile.h"
 
 namespace {
@@ -101,12 +102,12 @@ void AlarmBook::Resume() {
   for (const auto& watch : m_watches) {
     std::vector<std::int64_t> ended;
     for (const auto& [key, state] : watch->States()) {
-      const bool isKnown = std::ranges::any_of(
+      const bool isOpen = std::ranges::any_of(
           active, [&](const Json& each) { return each["id"].Whole() == state.id; });
-      if (state.phase != AlarmState::Phase::kActive || isKnown) {
+      if (state.phase != AlarmState::Phase::kActive || isOpen) {
         continue;
       }
-      if (state.id > 0 && state.id <= lastId) {
+      if (m_history.Has(state.id)) {
         ended.push_back(state.id);
       } else {
         m_history.Put(AlarmJson(*watch, state));
@@ -122,13 +123,14 @@ void AlarmBook::Resume() {
 void AlarmBook::ResumeOne(const Json& kept) {
   AlarmWatch* watch = FindWatch(kept);
   const std::int64_t id = kept["id"].Whole();
+  std::time_t until = std::time(nullptr);
   if (watch != nullptr && watch->Why().empty()) {
-    if (watch->FindId(id) != nullptr) {
+    const auto known = watch->States().find(JsonText(kept["key"]));
+    const bool isKnown = known != watch->States().end() && known->second.id >= id;
+    if (isKnown && known->second.id == id && known->second.phase == AlarmState::Phase::kActive) {
       return;
     }
-    const bool hasEnded = std::ranges::any_of(
-        watch->States(), [&](const auto& entry) { return entry.second.id >= id; });
-    if (!hasEnded) {
+    if (!isKnown) {
       AlarmState state;
       state.phase = AlarmState::Phase::kActive;
       state.id = id;
@@ -140,10 +142,11 @@ void AlarmBook::ResumeOne(const Json& kept) {
       watch->Adopt(std::move(state));
       return;
     }
+    until = known->second.id == id && known->second.until != 0 ? known->second.until : until;
   }
   Json ended = kept;
   ended["state"] = "ended";
-  ended["until"] = std::time(nullptr);
+  ended["until"] = until;
   m_history.Put(ended);
   Tell(ended);
 }
@@ -292,6 +295,9 @@ bool AlarmBook::EvaluateWatch(Batch& batch, AlarmClock::time_point end) {
     return false;
   }
   const KeptRows& rows = *found->second;
+  if (rows.rows.empty() && !watch.HasHadRows()) {
+    return false;
+  }
   const AlarmWatch::Change change = [this](AlarmWatch& one, AlarmState& state) {
     Changed(one, state);
   };

@@ -29,6 +29,9 @@ namespace {
 constexpr int kCommandNotStarted = 127;
 /// Reads of the pipe in one callback.
 constexpr int kCommandReads = 4;
+/// Between two callbacks, once it has said too much: a flood must cost next to nothing.
+constexpr std::chrono::milliseconds kCommandFloodPause{100};
+constexpr std::size_t kMostTold = 65536;     ///< bytes that are not too much
 constexpr std::size_t kMostVariable = 4096;  ///< bytes of one variable's value
 
 std::string VariableName(std::string_view label) {
@@ -91,7 +94,11 @@ std::vector<std::string> AlarmEnvironment(const Json& alarm) {
 class AlarmCommand::Child {
  public:
   Child(AlarmCommand& owner)
-      : m_owner(owner), m_process(owner.m_loop), m_output(owner.m_loop), m_limit(owner.m_loop) {}
+      : m_owner(owner),
+        m_process(owner.m_loop),
+        m_output(owner.m_loop),
+        m_limit(owner.m_loop),
+        m_pause(owner.m_loop) {}
   ~Child() {
     if (m_pid > 0) {
       Kill();
@@ -191,10 +198,12 @@ class AlarmCommand::Child {
 
   void WatchOutput() {
     m_output.OnReadable([this] {
-      if (Read()) {
+      if (!Read()) {
+        Descriptor(m_output.Release()).Close();
+      } else if (m_lines <= kMostLines && m_bytes <= kMostTold) {
         WatchOutput();
       } else {
-        Descriptor(m_output.Release()).Close();
+        m_pause.After(kCommandFloodPause, [this] { WatchOutput(); });
       }
     });
   }
@@ -206,6 +215,7 @@ class AlarmCommand::Child {
       if (size <= 0) {
         return size < 0 && (errno == EAGAIN || errno == EINTR);
       }
+      m_bytes += static_cast<std::size_t>(size);
       for (const char c : std::string_view(chunk.data(), static_cast<std::size_t>(size))) {
         if (c == '\n') {
           TellLine();
@@ -235,6 +245,7 @@ class AlarmCommand::Child {
       return;
     }
     m_limit.Cancel();
+    m_pause.Cancel();
     m_pid = 0;
     Descriptor(m_process.Release()).Close();
     if (m_output.Get() >= 0) {
@@ -261,10 +272,12 @@ class AlarmCommand::Child {
   LoopDescriptor m_process;  ///< readable when the command has ended
   LoopDescriptor m_output;
   LoopTimer m_limit;
+  LoopTimer m_pause;  ///< between two reads of one that says too much
   pid_t m_pid = 0;
   bool m_isTooLong = false;
   std::string m_line;
   int m_lines = 0;
+  std::size_t m_bytes = 0;
 };
 
 AlarmCommand::AlarmCommand(EventLoop& loop, ProblemReport report)

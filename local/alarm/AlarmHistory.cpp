@@ -29,6 +29,7 @@ void MakeAlarmTables(SqlDatabase& database) {
   database.Execute(
       "CREATE INDEX IF NOT EXISTS \"qmt alarm rows time\" ON \"qmt alarm rows\" (\"Record "
       "Time\")");
+  database.Execute("CREATE INDEX IF NOT EXISTS \"qmt alarms until\" ON \"qmt alarms\" (until)");
   database.Execute("CREATE INDEX IF NOT EXISTS \"qmt alarm rows id\" ON \"qmt alarm rows\" (id)");
 }
 
@@ -193,16 +194,29 @@ void AlarmHistory::ReadOpen(std::int64_t& lastId, std::vector<Json>& active) {
   }
 }
 
+bool AlarmHistory::Has(std::int64_t id) {
+  SqlDatabase* database = m_store.Database();
+  try {
+    return database != nullptr && Find(*database, id).has_value();
+  } catch (const SqlError&) {
+    return false;
+  }
+}
+
 std::vector<Json> AlarmHistory::Read(SqlDatabase& database, std::int64_t since, std::int64_t until,
                                      bool isActiveOnly, std::size_t limit) {
   std::vector<Json> list;
   if (!HasTable(database, kAlarmTable)) {
     return list;
   }
+  // Of one that has ended the record time is its end. With no bound the numbers' own order is the
+  // short way.
+  const char* const range = isActiveOnly         ? "until IS NULL AND ?1 = ?1"
+                            : since == INT64_MIN ? "?1 = ?1"
+                                                 : "(\"Record Time\" >= ?1 OR until IS NULL)";
   SqlStatement rows =
-      database.Prepare(std::string("SELECT ") + kAlarmColumns +
-                       " FROM \"qmt alarms\" WHERE since <= ?2 AND (until IS NULL OR until >= ?1)" +
-                       (isActiveOnly ? " AND until IS NULL" : "") + " ORDER BY id DESC LIMIT ?3");
+      database.Prepare(std::string("SELECT ") + kAlarmColumns + " FROM \"qmt alarms\" WHERE " +
+                       range + " AND +since <= ?2 ORDER BY id DESC LIMIT ?3");
   rows.Bind(1, since);
   rows.Bind(2, until);
   rows.Bind(3, static_cast<std::int64_t>(limit));

@@ -46,6 +46,9 @@ class AlarmHistory {
   /// The greatest number that was given, 0 for none, and the alarms that have not ended.
   void ReadOpen(std::int64_t& lastId, std::vector<Json>& active);
 
+  /// Whether the alarm of that number is kept; false where that can't be told.
+  [[nodiscard]] bool Has(std::int64_t id);
+
   /// Alarms that were active at any moment of that time, newest first.
   [[nodiscard]] static std::vector<Json> Read(SqlDatabase& database, std::int64_t since,
                                               std::int64_t until, bool isActiveOnly,

@@ -91,8 +91,9 @@ class RuleMaker {
     if (!IsExposable(*m_alarm.layout)) {
       throw NoRule("its record has a row per process, which is no metric");
     }
-    SortOut(m_alarm.where, false);
+    // The first one gives a rule its value.
     SortOut(m_alarm.condition, true);
+    SortOut(m_alarm.where, false);
     std::string expression;
     for (const auto& [condition, isCondition] : m_numbers) {
       expression += (expression.empty() ? "" : " and ") + Term(*condition, isCondition);

@@ -55,17 +55,21 @@ void AlarmStates::Load(std::vector<std::unique_ptr<AlarmWatch>>& watches) {
 
 void AlarmStates::Save(const std::vector<std::unique_ptr<AlarmWatch>>& watches, bool isLast) {
   bool isCounting = false;
+  bool hasStates = false;
+  bool hasTold = false;
   for (const auto& watch : watches) {
     m_isNew = watch->TakeIsChanged() || m_isNew;
-    isCounting = isCounting || !watch->States().empty();
+    hasTold = watch->TakeHasTold() || hasTold;
+    hasStates = hasStates || !watch->States().empty();
+    isCounting = isCounting || watch->IsCounting();
   }
   const auto now = std::chrono::steady_clock::now();
   const bool isDue = now - m_written >= kPause || isLast;
   // A file that can't be written is not tried at each batch.
-  if (!(m_isNew && !m_isFailing) && !((isCounting || m_isNew) && isDue)) {
+  if (!(hasTold && !m_isFailing) && !((isCounting || m_isNew) && isDue)) {
     return;
   }
-  if (!m_hasFile && !isCounting) {
+  if (!m_hasFile && !hasStates) {
     return;
   }
   Json alarms = Json::Array();

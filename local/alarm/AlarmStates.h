@@ -13,10 +13,10 @@
 #include "local/log/ProblemReport.h"
 
 /// The states of all alarms in a file beside the history, which a restart finds them in. It is
-/// replaced as a whole: at each change of a state, and now and then while time is counted.
+/// replaced as a whole: whenever one begins or ends, and now and then while time is counted.
 class AlarmStates {
  public:
-  static constexpr std::chrono::seconds kPause{30};  ///< between two writes without a change
+  static constexpr std::chrono::seconds kPause{30};  ///< between two writes of counted time
   static constexpr std::size_t kMostBytes = std::size_t{16} << 20;
 
   AlarmStates(std::string path, ProblemReport report)

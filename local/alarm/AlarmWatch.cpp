@@ -113,6 +113,7 @@ void AlarmWatch::AddPast(const std::string& key, std::size_t field, std::time_t 
 }
 
 void AlarmWatch::Row(AlarmBytes bytes, const Change& change) {
+  m_hasHadRows = true;
   const auto present = [&](std::size_t place) {
     return FieldToJson(m_definition.layout->fields[place], bytes);
   };
@@ -205,7 +206,7 @@ void AlarmWatch::Start(AlarmState& state, const Change& change) {
   if (state.begins.size() > kFlaps) {
     state.begins.pop_front();
   }
-  m_isChanged = true;
+  m_isChanged = m_hasTold = true;
   change(*this, state);
 }
 
@@ -223,7 +224,7 @@ void AlarmWatch::NoteOver(AlarmState& state, const Change& change) {
   }
   state.phase = AlarmState::Phase::kEnded;
   state.until = m_time;
-  m_isChanged = true;
+  m_isChanged = m_hasTold = true;
   change(*this, state);
 }
 
@@ -249,8 +250,9 @@ void AlarmWatch::End(const Change& change) {
         m_isChanged = true;
       }
     }
-    const bool isRemembered =
-        !state.begins.empty() && m_time - state.begins.back() < kFlapTime.count();
+    // What has ended takes no room from what begins.
+    const bool isRemembered = !state.begins.empty() && m_states.size() <= kMostStates / 2 &&
+                              m_time - state.begins.back() < kFlapTime.count();
     if (state.phase == AlarmState::Phase::kEnded && !isRemembered) {
       place = m_states.erase(place);
     } else {
@@ -263,7 +265,7 @@ void AlarmWatch::End(const Change& change) {
 }
 
 void AlarmWatch::EndAll(std::time_t time, const Change& change) {
-  m_isChanged = m_isChanged || !m_states.empty();
+  m_hasTold = m_isChanged = m_isChanged || !m_states.empty();
   for (auto& [key, state] : m_states) {
     if (state.phase == AlarmState::Phase::kActive) {
       state.phase = AlarmState::Phase::kEnded;
@@ -274,6 +276,7 @@ void AlarmWatch::EndAll(std::time_t time, const Change& change) {
   m_states.clear();
   m_series.clear();
   m_time = 0;
+  m_hasHadRows = false;
 }
 
 Json AlarmWatch::ToJson() const {
@@ -342,11 +345,12 @@ void AlarmWatch::Adopt(AlarmState state) {
   m_states.insert_or_assign(std::move(key), std::move(state));
 }
 
-AlarmState* AlarmWatch::FindId(std::int64_t id) {
-  const auto found = std::ranges::find_if(m_states, [&](const auto& entry) {
-    return entry.second.id == id && entry.second.phase == AlarmState::Phase::kActive;
+bool AlarmWatch::IsCounting() const {
+  return std::ranges::any_of(m_states, [](const auto& entry) {
+    const AlarmState& state = entry.second;
+    return state.phase == AlarmState::Phase::kPending ||
+           (state.phase == AlarmState::Phase::kActive && state.over);
   });
-  return found == m_states.end() ? nullptr : &found->second;
 }
 
 void AlarmWatch::Forget(std::int64_t id) {

@@ -69,6 +69,9 @@ class AlarmWatch {
   /// Ends what is active and forgets the rest.
   void EndAll(std::time_t time, const Change& change);
 
+  /// Whether the record has had a row since the start: the first look of a schedule makes none.
+  [[nodiscard]] bool HasHadRows() const { return m_hasHadRows; }
+
   /// Takes a number of a row of the past.
   void AddPast(const std::string& key, std::size_t field, std::time_t time, double value);
 
@@ -77,16 +80,19 @@ class AlarmWatch {
   [[nodiscard]] const std::map<std::string, AlarmState>& States() const { return m_states; }
   /// Keys whose alarm there was no room for.
   [[nodiscard]] std::uint64_t LeftOut() const { return m_leftOut; }
-  /// Whether anything has changed that a restart should find; asking forgets it.
+  /// Whether anything has changed that a restart should find, and whether an alarm has begun or
+  /// ended; asking forgets it.
   [[nodiscard]] bool TakeIsChanged() { return std::exchange(m_isChanged, false); }
+  [[nodiscard]] bool TakeHasTold() { return std::exchange(m_hasTold, false); }
+
+  /// Whether time is counted for or against any of its alarms.
+  [[nodiscard]] bool IsCounting() const;
 
   /// The states, and when they were looked at last, for a file; and from there.
   [[nodiscard]] Json ToJson() const;
   void FromJson(const Json& kept);
   /// An alarm that is active by another source.
   void Adopt(AlarmState state);
-  /// The state that has this number; null if none has.
-  [[nodiscard]] AlarmState* FindId(std::int64_t id);
   void Forget(std::int64_t id);
 
  private:
@@ -111,5 +117,7 @@ class AlarmWatch {
   std::int64_t m_elapsed = 0;  ///< of it: seconds that count
   std::uint64_t m_batch = 1;
   std::uint64_t m_leftOut = 0;
+  bool m_hasHadRows = false;
   bool m_isChanged = false;
+  bool m_hasTold = false;
 };

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -76,9 +77,12 @@ class AlarmBookTest : public ::testing::Test {
 
   void Start() { life = std::make_unique<Life>(*this); }
   void Batch(std::uint32_t count, std::size_t rows = 1) {
-    const std::vector<FakeRecord> records(rows, FakeRecord(count, now += 60));
+    Batch(std::vector<FakeRecord>(rows, FakeRecord(count, now += 60)));
+  }
+  template <class Record>
+  void Batch(const std::vector<Record>& records) {
     std::vector<const CMBRecord*> list;
-    for (const FakeRecord& record : records) {
+    for (const Record& record : records) {
       list.push_back(&record);
     }
     life->sinks.Take({"FAKE", '4', now, list});
@@ -170,6 +174,34 @@ TEST_F(AlarmBookTest, StatesAndNumbersSurviveAKill) {
   EXPECT_EQ(Ask(R"({"op":"alarms","state":"active"})")["alarms"]["list"].Size(), 0U);
 }
 
+class KeyedRecord : public FakeRecord {
+ public:
+  KeyedRecord(const char* label, std::uint32_t count, std::int32_t time) : FakeRecord(count, time) {
+    m_record.label = label;
+  }
+};
+
+TEST_F(AlarmBookTest, EachKeyIsTakenUpAgainByItself) {
+  Start();
+  const auto rows = [&](std::uint32_t x, std::uint32_t y) {
+    now += 60;
+    return std::vector{KeyedRecord("x", x, now), KeyedRecord("y", y, now)};
+  };
+  Batch(rows(95, 95));
+  life.reset();
+  std::filesystem::remove("alarms.state");
+  Start();
+  Batch(std::vector<FakeRecord>{});  // as the first look of a schedule makes none
+  EXPECT_EQ(changes.size(), 2U);
+  Batch(rows(95, 5));
+  EXPECT_THAT(changes.back(), HasSubstr("y has 95 ended"));
+  EXPECT_EQ(life->book.Active().size(), 1U);
+  EXPECT_EQ(Ask(R"({"op":"alarms","since":1,"state":"active"})")["alarms"]["list"].Size(), 1U);
+  EXPECT_EQ(
+      Ask(R"({"op":"alarms","since":)" + std::to_string(now + 1) + "}")["alarms"]["list"].Size(),
+      1U);
+}
+
 TEST_F(AlarmBookTest, WithoutAHistoryThereAreAlarmsAllTheSame) {
   kept.file.clear();
   Start();
@@ -234,6 +266,55 @@ TEST_F(AlarmBookTest, TheCommandGetsItsFiguresAndNeverStaysForLong) {
   EXPECT_THAT(text.str(), HasSubstr("QMT_ALARM_VALUE_COUNT=95"));
   EXPECT_THAT(told, ::testing::Contains(HasSubstr("/command: hangs")));
   EXPECT_THAT(told.back(), HasSubstr("took longer than 1 seconds and has been ended"));
+}
+
+TEST_F(AlarmBookTest, CommandsBeyondTheBoundsWaitOrAreCountedAndGoAsAGroup) {
+  EventLoop loop;
+  FakeAgent agent;
+  AlarmCommand command(loop, [this](const std::string& text) { told.push_back(text); });
+  command.Configure(
+      {AlarmScript("sleep 1000 & echo $! >pid.$$; yes\n"), std::chrono::seconds(1), 2});
+  for (std::size_t i = 0; i < AlarmCommand::kMostWaiting + 5; ++i) {
+    command.Run({"A=b"});
+  }
+  EXPECT_EQ(command.Runs(), 2U);
+  EXPECT_EQ(command.Dropped(), 3U);
+  const auto begin = std::chrono::steady_clock::now();
+  while (command.Failures() < 2 &&
+         std::chrono::steady_clock::now() - begin < std::chrono::seconds(20)) {
+    RunATurn(loop, agent);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_EQ(command.Failures(), 2U);
+  EXPECT_LT(told.size(), 100U);  // of what `yes` says
+  int pid = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(".")) {
+    if (entry.path().string().starts_with("./pid.")) {
+      std::ifstream(entry.path()) >> pid;
+      break;
+    }
+  }
+  std::string state;
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  stat >> state >> state >> state;
+  EXPECT_NE(pid, 0);
+  EXPECT_TRUE(state.empty() || state == "Z") << state;
+}
+
+TEST(AlarmCaptureTest, TheGreatestRowsOfARecordWithoutAnEndAreKept) {
+  static constexpr std::array kFields{
+      FieldLayout{"Path", FieldType::kText, 12, 8, FieldMeaning::key},
+      FieldLayout{"Memory Bytes", FieldType::kUlong, 20, 4, FieldMeaning::gauge}};
+  static constexpr RecordLayout kGroups{"CGRP", "recordFake", '4', sizeof(recordFake), kFields};
+  KeptRows rows;
+  for (std::uint32_t i = 0; i < 1500; ++i) {
+    rows.rows.push_back(AlarmRow("x", i * 7 % 1500));
+  }
+  const std::vector<std::size_t> chosen = ChosenRows(kGroups, rows);
+  ASSERT_EQ(chosen.size(), AlarmCapture::kMostRows);
+  EXPECT_EQ(chosen.front() * 7 % 1500, 1499U);
+  EXPECT_EQ(chosen.back() * 7 % 1500, 500U);
+  EXPECT_EQ(ChosenRows(kFakeLayout, rows)[5], 5U);
 }
 
 }  // namespace
