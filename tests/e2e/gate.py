@@ -60,6 +60,7 @@ def check_who_is_let_in(agent, token, metrics_token):
     cases = [
         ("/-/healthy", [], 200), ("/metrics", [], 401), ("/metrics", user, 200),
         ("/metrics", bearer, 200), ("/metrics", console, 200),
+        ("/metrics/node", [], 401), ("/metrics/node", bearer, 200),
         ("/api/1/status", [], 401), ("/api/1/status", user, 200), ("/api/1/status", console, 200),
         ("/api/1/status", bearer, 403), ("/api/1/status", ["-u", "ann:wrong"], 401),
         ("/api/1/status", ["-u", f"bob:{PASSWORD}"], 401),
