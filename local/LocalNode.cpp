@@ -11,6 +11,7 @@
 #include "local/IniCheck.h"
 #include "local/log/ErrorStream.h"
 #include "node/MessageCatalog.h"
+#include "support/ProgramBeside.h"
 
 namespace {
 
