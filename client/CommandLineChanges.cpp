@@ -32,9 +32,9 @@ void AddCheck(CLI::App& app, CommandLine& line) {
       check->add_option("FILE", line.check.file, "The file, which need not be in its place");
   TakeOneOf(check
                 ->add_option("--kind", line.check.kind,
-                             "workgroup, event, application, optional, ini or alarm")
+                             "workgroup, event, application, optional, ini or alarms")
                 ->option_text("KIND"),
-            line, {"workgroup", "event", "application", "optional", "ini", "alarm"});
+            line, {"workgroup", "event", "application", "optional", "ini", "alarms"});
   check->add_option("--daemon", line.check.daemon, "The program qmtdmon that reads the file")
       ->option_text("PATH");
   check->require_subcommand(0, 1);
@@ -49,7 +49,7 @@ void AddCheck(CLI::App& app, CommandLine& line) {
         throw CLI::ExcludesError("FILE", "alarms");
       }
       line.check.file = line.check.alarms;
-      line.check.kind = "alarm";
+      line.check.kind = "alarms";
     }
     line.run = [&line] { return RunCheck(line.check); };
   });

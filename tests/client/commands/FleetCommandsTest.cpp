@@ -239,8 +239,8 @@ TEST_F(FleetCommandsTest, CheckAFileOfAlarms) {
   const struct {
     std::vector<std::string> words;
     const char* told;
-  } cases[] = {{{"check", "alarms", "a"}, "--check a --kind alarm\n"},
-               {{"check", "alarms"}, "--check alarms --kind alarm\n"},
+  } cases[] = {{{"check", "alarms", "a"}, "--check a --kind alarms\n"},
+               {{"check", "alarms"}, "--check alarms --kind alarms\n"},
                {{"check", "wgfile"}, "--check wgfile\n"},
                {{"check", "x", "--kind", "ini"}, "--check x --kind ini\n"},
                {{"check", "./alarms"}, "--check ./alarms\n"}};
