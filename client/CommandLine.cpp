@@ -233,6 +233,7 @@ void BuildCommands(CLI::App& app, CommandLine& line) {
   AddControlGroups(app, line);
   AddOtherCommands(app, line);
   AddChangingCommands(app, line);
+  AddFleetCommands(app, line);
   AddGateCommands(app, line);
   AddHiddenCommands(app, line);
 }

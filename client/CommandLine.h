@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "client/commands/Alarms.h"
 #include "client/commands/Applications.h"
 #include "client/commands/Certificate.h"
 #include "client/commands/Commands.h"
@@ -13,6 +14,7 @@
 #include "client/commands/ControlGroups.h"
 #include "client/commands/Explain.h"
 #include "client/commands/History.h"
+#include "client/commands/Push.h"
 #include "client/commands/Token.h"
 #include "client/commands/Top.h"
 #include "client/commands/UserData.h"
@@ -40,6 +42,8 @@ struct CommandLine {
   UserDataOptions userData;
   TokenOptions token;
   CertificateOptions certificate;
+  AlarmOptions alarms;
+  std::uint64_t alarm = 0;
   bool isPrinting = false;
   std::uint64_t condition = 0;
   long seconds = 0;
@@ -63,6 +67,8 @@ void BuildCommands(CLI::App& app, CommandLine& line);
 
 /// The part of it that changes things or looks at files.
 void AddChangingCommands(CLI::App& app, CommandLine& line);
+/// The part for alarms and for what is pushed.
+void AddFleetCommands(CLI::App& app, CommandLine& line);
 /// The part for who asks over the network.
 void AddGateCommands(CLI::App& app, CommandLine& line);
 

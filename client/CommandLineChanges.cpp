@@ -27,15 +27,32 @@ void AddConfig(CLI::App& app, CommandLine& line) {
 
 void AddCheck(CLI::App& app, CommandLine& line) {
   CLI::App* check = app.add_subcommand("check", "Check a file that the agent reads");
-  check->add_option("FILE", line.check.file, "The file, which need not be in its place")
-      ->required();
-  TakeOneOf(
-      check->add_option("--kind", line.check.kind, "workgroup, event, application, optional or ini")
-          ->option_text("KIND"),
-      line, {"workgroup", "event", "application", "optional", "ini"});
+  // A positional that must be there would take the word that names the subcommand.
+  CLI::Option* file =
+      check->add_option("FILE", line.check.file, "The file, which need not be in its place");
+  TakeOneOf(check
+                ->add_option("--kind", line.check.kind,
+                             "workgroup, event, application, optional, ini or alarms")
+                ->option_text("KIND"),
+            line, {"workgroup", "event", "application", "optional", "ini", "alarms"});
   check->add_option("--daemon", line.check.daemon, "The program qmtdmon that reads the file")
       ->option_text("PATH");
-  check->callback([&] { line.run = [&] { return RunCheck(line.check); }; });
+  check->require_subcommand(0, 1);
+  CLI::App* alarms = check->add_subcommand("alarms", "Check a file of alarms, of whatever name");
+  alarms->add_option("FILE", line.check.alarms, "The file; `alarms` in this folder if not given");
+  check->callback([&line, alarms, file] {
+    if (!alarms->parsed() && file->empty()) {
+      throw CLI::RequiredError("FILE");
+    }
+    if (alarms->parsed()) {
+      if (!file->empty()) {
+        throw CLI::ExcludesError("FILE", "alarms");
+      }
+      line.check.file = line.check.alarms;
+      line.check.kind = "alarms";
+    }
+    line.run = [&line] { return RunCheck(line.check); };
+  });
 }
 
 void AddWorkgroup(CLI::App& app, CommandLine& line) {

@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -44,21 +43,6 @@ std::string EndText(const ::siginfo_t& end) {
 }
 
 }  // namespace
-
-std::string FindProgramBeside(const std::string& name, const std::string& folder) {
-  std::error_code error;
-  const std::filesystem::path own =
-      std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-  if (error) {
-    return "";
-  }
-  for (const std::filesystem::path& path : {own / name, own.parent_path() / folder / name}) {
-    if (::access(path.c_str(), X_OK) == 0) {
-      return path.string();
-    }
-  }
-  return "";
-}
 
 GateChild::GateChild(EventLoop& loop, GateCommand command, ProblemReport report)
     : m_loop(loop),

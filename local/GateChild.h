@@ -21,10 +21,6 @@ struct GateCommand {
   std::chrono::milliseconds patience{2000};  ///< between SIGTERM and SIGKILL
 };
 
-/// The path of a program that lies beside this one, or in the folder `folder` beside its folder;
-/// empty if there is none that can be started.
-[[nodiscard]] std::string FindProgramBeside(const std::string& name, const std::string& folder);
-
 /// The program that serves by HTTP, as a child of the daemon: started again when it has ended,
 /// after a pause that doubles until it has lived as long as the longest; its standard error goes to
 /// the report, line by line, and its standard input and output nowhere. It has a session of its

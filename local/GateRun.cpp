@@ -6,12 +6,11 @@
 #include <optional>
 #include <utility>
 
+#include "support/GateUsers.h"
+
 namespace {
 
 constexpr ::mode_t kGateSocketMode = 0600;
-
-constexpr const char* kGateUser = "qmtgate";
-constexpr const char* kOtherUser = "nobody";
 
 /// Nothing for root and for a user that there is not.
 std::optional<::uid_t> UserNumber(const char* name) {
@@ -34,7 +33,7 @@ void GateRun::Start(const std::string& program) {
     const char* name = kGateUser;
     settings.owner = UserNumber(name);
     if (!settings.owner) {
-      name = kOtherUser;
+      name = kOtherGateUser;
       settings.owner = UserNumber(name);
       m_report(settings.owner
                    ? "There is no user qmtgate: qmt_gate runs as nobody, whose other "

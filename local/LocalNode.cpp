@@ -17,6 +17,7 @@
 #include "local/PushSettings.h"
 #include "local/log/ErrorStream.h"
 #include "node/MessageCatalog.h"
+#include "support/ProgramBeside.h"
 
 namespace {
 

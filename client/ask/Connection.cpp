@@ -148,8 +148,10 @@ void Connection::FailConnect(int error) const {
 }
 
 Json Connection::Ask(Json request) {
-  const std::uint64_t id = ++m_lastId;
-  request["id"] = id;
+  if (request.Find("id") == nullptr) {
+    request["id"] = ++m_lastId;
+  }
+  const Json id = request["id"];
   const std::string line = RequestLine(request);
   const TimePoint deadline = std::chrono::steady_clock::now() + m_limits.answer;
   Send(line, deadline);

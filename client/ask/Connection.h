@@ -27,9 +27,10 @@ class Connection {
   /// once it is readable, waiting ends with Interrupted. Throws ClientError.
   explicit Connection(std::string path, int stop = -1, ConnectionLimits limits = {});
 
-  /// Sends `request`, an object, under a fresh "id" and returns the answer once it has proved to
-  /// be an object of that id with "ok" true. Throws RefusedError for an error object, UsageError
-  /// for a request that is too long or no UTF-8, and ClientError for everything else.
+  /// Sends `request`, an object, under its "id", a fresh one if it has none, and returns the answer
+  /// once it has proved to be an object of that id with "ok" true. Throws RefusedError for an error
+  /// object, UsageError for a request that is too long or no UTF-8, and ClientError for everything
+  /// else.
   [[nodiscard]] Json Ask(Json request);
 
  private:

@@ -27,18 +27,9 @@ Json MakeRequest(const RecordName& name, const HistoryOptions& options) {
   if (!name.category.empty()) {
     request["category"] = name.category;
   }
-  const std::int64_t now = std::time(nullptr);
-  for (const auto& [member, text] :
-       {std::pair("since", &options.since), std::pair("until", &options.until),
-        std::pair("at", &options.at)}) {
-    if (!text->empty()) {
-      request[member] = ParseTime(*text, now);
-    }
-  }
-  if (request.Find("since") != nullptr && request.Find("until") != nullptr &&
-      request["until"].Whole() < request["since"].Whole()) {
-    throw UsageError("the end (--until " + options.until + ") lies before the beginning (--since " +
-                     options.since + ")");
+  AddSpan(request, options.since, options.until);
+  if (!options.at.empty()) {
+    request["at"] = ParseTime(options.at, std::time(nullptr));
   }
   return request;
 }

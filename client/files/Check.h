@@ -4,10 +4,11 @@
 
 struct CheckOptions {
   std::string file;
-  std::string kind;    ///< empty: the daemon's program tells it
-  std::string daemon;  ///< path of the daemon's program; empty: see RunCheck
+  std::string alarms = "alarms";  ///< the file of `check alarms`
+  std::string kind;               ///< empty: the daemon's program tells it
+  std::string daemon;             ///< path of the daemon's program; empty: see FindProgram
 };
 
-/// Becomes `qmtdmon --check`, which needs no running daemon. Its program is looked for beside this
-/// one, then in PATH. Returns kExitUsage, with a complaint, only if it can't be started.
+/// Becomes `qmtdmon --check`, which needs no running daemon. Returns kExitUsage, with a complaint,
+/// only if it can't be started.
 [[nodiscard]] int RunCheck(const CheckOptions& options);

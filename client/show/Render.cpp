@@ -35,20 +35,6 @@ std::string CsvValue(const Json& value, bool isForTerminal) {
   return value.IsString() ? CsvQuoted(value.Text(), isForTerminal) : JsonText(value);
 }
 
-std::string DurationText(double seconds) {
-  if (!(seconds >= 0 && seconds < kLargeFloat)) {
-    return "?";
-  }
-  const auto whole = static_cast<std::uint64_t>(seconds);
-  const auto two = [](std::uint64_t value) {
-    std::string text = std::to_string(value);
-    return text.size() < 2 ? text.insert(0, 1, '0') : text;
-  };
-  const std::uint64_t days = whole / 86400;
-  return (days == 0 ? "" : std::to_string(days) + "d ") + two(whole / 3600 % 24) + ":" +
-         two(whole / 60 % 60) + ":" + two(whole % 60);
-}
-
 std::string BatchText(const LastBatch& batch) {
   if (!batch.any) {
     return "none yet";
@@ -72,6 +58,20 @@ std::string MetricsText(std::string_view addresses) {
 }
 
 }  // namespace
+
+std::string DurationText(double seconds) {
+  if (!(seconds >= 0 && seconds < kLargeFloat)) {
+    return "?";
+  }
+  const auto whole = static_cast<std::uint64_t>(seconds);
+  const auto two = [](std::uint64_t value) {
+    std::string text = std::to_string(value);
+    return text.size() < 2 ? text.insert(0, 1, '0') : text;
+  };
+  const std::uint64_t days = whole / 86400;
+  return (days == 0 ? "" : std::to_string(days) + "d ") + two(whole / 3600 % 24) + ":" +
+         two(whole / 60 % 60) + ":" + two(whole % 60);
+}
 
 std::string RecordsJson(std::vector<ShownRecord>& records, int indent) {
   Json array = Json::Array();

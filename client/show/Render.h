@@ -27,6 +27,9 @@ struct ShownRecord {
 /// floats with up to three decimals; file systems as df(1) has them. An empty text for no rows.
 [[nodiscard]] std::string RowsText(const ShownRecord& record, const Screen& screen);
 
+/// A length of time as "1d 02:03:04"; "?" for what is none.
+[[nodiscard]] std::string DurationText(double seconds);
+
 [[nodiscard]] std::string SchemaText(const Schema& schema, const Screen& screen);
 [[nodiscard]] std::string ListingText(const std::vector<Listing>& records, const Screen& screen);
 [[nodiscard]] std::string StatusText(const Status& status, const Screen& screen);

@@ -6,6 +6,7 @@
 #include <limits>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "client/ask/Errors.h"
 
@@ -139,4 +140,17 @@ std::int64_t ParseTime(const std::string& text, std::int64_t now) {
   throw UsageError("\"" + text +
                    "\" is no time: write now, 90s, 1h30m, 2d, 1w, 18:30, 2026-11-25, "
                    "\"2026-11-25 07:30\" or @SECONDS");
+}
+
+void AddSpan(Json& request, const std::string& since, const std::string& until) {
+  const std::int64_t now = std::time(nullptr);
+  for (const auto& [member, text] : {std::pair("since", &since), std::pair("until", &until)}) {
+    if (!text->empty()) {
+      request[member] = ParseTime(*text, now);
+    }
+  }
+  if (!since.empty() && !until.empty() && request["until"].Whole() < request["since"].Whole()) {
+    throw UsageError("the end (--until " + until + ") lies before the beginning (--since " + since +
+                     ")");
+  }
 }

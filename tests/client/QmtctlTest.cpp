@@ -480,6 +480,15 @@ TEST(QmtctlAlone, WrongUsageExitsWith2) {
       {"get", "CPUP", "--raw", "--over", "1"},
       {"get", "CPUP", "--raw", "--since-boot"},
       {"watch", "CPUP", "--scheduled", "--raw"},
+      {"alarms", "--since", "soon"},
+      {"alarms", "show"},
+      {"alarms", "show", "x"},
+      {"alarms", "show", "1", "--active"},
+      {"alarms", "rules", "--json"},
+      {"push"},
+      {"push", "test", "a", "b"},
+      {"check"},
+      {"check", "x", "alarms"},
   };
   for (const auto& words : cases) {
     const Outcome run = RunProgram(QMTCTL_PATH, words);
@@ -514,10 +523,18 @@ TEST(QmtctlAlone, AForeignServerIsAFailureOfEveryCommand) {
                             {"config", {}},
                             {"result", {}}});
   });
-  const std::vector<std::string> cases[] = {
-      {"get", "CPUP"},    {"last", "CPUP"}, {"watch", "CPUP", "--every", "1"},
-      {"schema", "CPUP"}, {"status"},       {"records"},
-      {"config"},         {"top"},          {"config", "set", "3", "x"}};
+  const std::vector<std::string> cases[] = {{"get", "CPUP"},
+                                            {"last", "CPUP"},
+                                            {"watch", "CPUP", "--every", "1"},
+                                            {"schema", "CPUP"},
+                                            {"status"},
+                                            {"records"},
+                                            {"config"},
+                                            {"top"},
+                                            {"config", "set", "3", "x"},
+                                            {"alarms"},
+                                            {"alarms", "show", "1"},
+                                            {"alarms", "rules"}};
   for (std::vector<std::string> words : cases) {
     words.insert(words.end(), {"--socket", server.Path()});
     const Outcome run = RunProgram(QMTCTL_PATH, words);

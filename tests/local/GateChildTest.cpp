@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "local/GateRun.h"
+#include "support/ProgramBeside.h"
 #include "tests/local/FakeAgent.h"
 
 namespace {
