@@ -1,6 +1,6 @@
 // One alarm with the rows that were kept with it, as tables.
 import { graveness } from './alarms.js';
-import { ask, schema as askSchema } from './api.js';
+import { ask, records, schema as askSchema } from './api.js';
 import { element, reason } from './card.js';
 import { csvButton } from './csv.js';
 import { duration, timeNode } from './format.js';
@@ -38,11 +38,11 @@ class AlarmDetails {
     }
   }
 
-  /// Without its schema a record's rows are shown by their labels alone.
+  /// Of what is no record, or has no schema, figures are shown by their labels alone.
   async schemasOf(alarm) {
-    const names = new Set([alarm.record, ...(alarm.rows ?? []).map((one) => one.record)]);
-    const found = await Promise.all([...names].map(async (name) => [name, await askSchema(name).catch(() => null)]));
-    return new Map(found);
+    const known = new Set((await records()).filter((one) => one.layout).map((one) => one.record));
+    const names = new Set([alarm.record, ...(alarm.rows ?? []).map((one) => one.record)].filter((name) => known.has(name)));
+    return new Map(await Promise.all([...names].map(async (name) => [name, await askSchema(name)])));
   }
 
   clear() {

@@ -4,6 +4,7 @@ import { ask } from './api.js';
 import { onAlarm, onConnection } from './events.js';
 
 const kPause = 300;
+const kMost = 1000;
 const kGrave = /^(critical|crit|error|fatal|severe|emergency|emerg|alert|page|major|high|disaster)$/i;
 
 const listeners = new Set();
@@ -32,7 +33,7 @@ async function look(event) {
   asking?.abort();
   asking = new AbortController();
   try {
-    active = (await ask('alarms', { state: 'active' }, { signal: asking.signal })).alarms.list;
+    active = (await ask('alarms', { state: 'active', limit: kMost }, { signal: asking.signal })).alarms.list;
   } catch (error) {
     if (error.name === 'AbortError') return;
     active = null;

@@ -246,6 +246,6 @@ void AlarmDesk::Save() {
     m_saved = std::move(memory);
     m_isFaultTold = false;
   } else if (!std::exchange(m_isFaultTold, true)) {
-    m_hooks.report(File() + ": " + error + "; what was told of alarms is not kept");
+    m_hooks.report(error + "; what was told of alarms is not kept");
   }
 }

@@ -129,6 +129,8 @@ void AlertmanagerSender::BeginRound() {
     }
   }
   m_news.clear();
+  // The oldest goes first: an alarm that began again after its end has the same labels.
+  std::ranges::reverse(m_round);
   SendNext();
 }
 
@@ -151,8 +153,9 @@ void AlertmanagerSender::SendNext() {
   m_onWay = std::min(m_round.size(), kMostOfRequest);
   const std::int64_t now = std::time(nullptr);
   Json alerts = Json::Array();
-  for (std::size_t place = m_round.size() - m_onWay; place < m_round.size(); ++place) {
-    alerts.PushBack(AlertOf(*m_round[place], m_settings.host, m_settings.link, now));
+  for (std::size_t count = 1; count <= m_onWay; ++count) {
+    alerts.PushBack(
+        AlertOf(*m_round[m_round.size() - count], m_settings.host, m_settings.link, now));
   }
   std::string url = m_figures.url;
   while (url.ends_with('/')) {

@@ -56,8 +56,8 @@ class AlertmanagerSender : public AlarmReceiver {
   Backoff m_backoff;
   LoopTimer m_timer;
   std::map<std::int64_t, AlarmPtr> m_alarms;  ///< active ones, and ends that were not taken yet
-  std::vector<AlarmPtr> m_round;              ///< what the present round has still to send
-  std::size_t m_onWay = 0;                    ///< of those, the last ones: of the present request
+  std::vector<AlarmPtr> m_round;  ///< what the present round has still to send, the next one last
+  std::size_t m_onWay = 0;        ///< how many of them the present request holds
   bool m_isSending = false;
   bool m_isWaiting = false;                  ///< for its next try, after a failure
   std::set<std::int64_t> m_news;             ///< what no request has held yet

@@ -1,10 +1,10 @@
 #include "gate/console/ApiPages.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "gate/console/ApiRequest.h"
-#include "gate/console/HiddenArguments.h"
 #include "gate/daemon/AnswerErrors.h"
 #include "gate/http/BodyText.h"
 #include "json/JsonText.h"
@@ -95,20 +95,9 @@ void ApiPages::Serve(std::string_view name, const std::shared_ptr<HttpExchange>&
   }
   Json& request = std::get<Json>(read);
   const std::string operation = request["op"].Text();
-  if (!m_showsArguments && (operation == "get" || operation == "last" || operation == "history")) {
+  constexpr std::array kWithArguments{"get", "last", "history", "alarm"};
+  if (!m_showsArguments && std::ranges::find(kWithArguments, operation) != kWithArguments.end()) {
     request["arguments"] = false;
-  }
-  if (!m_showsArguments && (operation == "alarm" || operation == "alarms")) {
-    exchange->Hold(m_desk.AskJson(request, [exchange](Json line) {
-      HideArguments(line);
-      LineAnswer answer(exchange, false);
-      const bool isTold = line.IsObject();
-      if (isTold) {
-        static_cast<void>(answer.Take(JsonText(line) + '\n'));
-      }
-      answer.Finish(isTold ? DaemonDesk::End::kDone : DaemonDesk::End::kNoDaemon);
-    }));
-    return;
   }
   const Json* records = request.Find("records");
   const auto answer = std::make_shared<LineAnswer>(

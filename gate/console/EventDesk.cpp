@@ -122,8 +122,7 @@ void EventDesk::FollowAlarms() {
       m_desk, Json{{"op", "alarm_follow"}},
       DaemonFollow::Hooks{[](bool, std::string_view) {},
                           [this](std::string_view line) {
-                            if (const EventFrame frame = FrameOfAlarm(line, m_showsArguments);
-                                frame.text) {
+                            if (const EventFrame frame = FrameOfAlarm(line); frame.text) {
                               GiveAll(frame);
                             }
                           },

@@ -1,6 +1,5 @@
 #include "gate/console/EventFrame.h"
 
-#include "gate/console/HiddenArguments.h"
 #include "json/JsonText.h"
 
 namespace {
@@ -40,15 +39,12 @@ EventFrame FrameOfLine(std::string_view line) {
   return frame;
 }
 
-EventFrame FrameOfAlarm(std::string_view line, bool showsArguments) {
+EventFrame FrameOfAlarm(std::string_view line) {
   constexpr JsonLimits kAlarmLimits{.depth = 32};
-  Json told = ParseJson(line, kAlarmLimits).value;
-  Json* alarm = told.Find("alarm");
+  const Json told = ParseJson(line, kAlarmLimits).value;
+  const Json* alarm = told.Find("alarm");
   if (alarm == nullptr || !alarm->IsObject()) {
     return {};
-  }
-  if (!showsArguments) {
-    HideArguments(*alarm);
   }
   return FrameOf("alarm", JsonText(Json{{"alarm", *alarm}}));
 }

@@ -14,7 +14,7 @@ struct EventFrame {
 /// The event of a line that the operation `follow` has sent, without its newline.
 [[nodiscard]] EventFrame FrameOfLine(std::string_view line);
 /// The event of a line that the operation `alarm_follow` has sent; without a text if it tells none.
-[[nodiscard]] EventFrame FrameOfAlarm(std::string_view line, bool showsArguments);
+[[nodiscard]] EventFrame FrameOfAlarm(std::string_view line);
 /// An event of rows of one time that were kept: `rows` are the elements of an array of JSON.
 [[nodiscard]] EventFrame FrameOfRows(const std::string& record, const std::string& category,
                                      std::int64_t time, std::string_view rows);
