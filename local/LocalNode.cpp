@@ -6,6 +6,8 @@
 #include <array>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -16,6 +18,7 @@
 #include "local/IniCheck.h"
 #include "local/PushSettings.h"
 #include "local/log/ErrorStream.h"
+#include "local/metrics/node/NodeText.h"
 #include "node/MessageCatalog.h"
 #include "support/ProgramBeside.h"
 
@@ -66,7 +69,7 @@ std::vector<std::string> UsualRecords() {
 /// `problems`.
 std::vector<std::string> PushRecords(const PushSettings& push, std::vector<IniProblem>& problems) {
   if (!push.records) {
-    return UsualRecords();
+    return push.hasNodeNames ? NodeRecords() : UsualRecords();
   }
   std::vector<std::string> records;
   for (const std::string& record : *push.records) {
@@ -383,9 +386,17 @@ void LocalNode::TellNumbered(int number, const std::vector<std::string>& argumen
 Json LocalNode::PushTargets(const LocalIniFile& ini) {
   Json targets = Json::Array();
   std::vector<IniProblem> problems;
+  std::set<std::string> withTotals;
   for (const PushSettings& push : ReadPushSettings(ini)) {
-    targets.PushBack(PushJson(push, PushRecords(push, problems), AbsolutePath));
+    const std::vector<std::string> records = PushRecords(push, problems);
+    std::ranges::copy_if(records, std::inserter(withTotals, withTotals.end()),
+                         [](const std::string& record) {
+                           const auto* layout = LayoutRegistry::Instance().Find(record);
+                           return layout != nullptr && HoldsGrowth(*layout);
+                         });
+    targets.PushBack(PushJson(push, records, AbsolutePath));
   }
+  Parts().schedule.KeepTotals(std::move(withTotals));
   for (const IniProblem& problem : problems) {
     Report(PlaceText(ini.Path(), problem));
   }

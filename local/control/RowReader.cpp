@@ -6,6 +6,7 @@
 #include <limits>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "local/history/HistoryTables.h"
 
@@ -128,10 +129,14 @@ struct RowReader::Shape {
   std::vector<FieldLayout> fields;
   RecordLayout layout;
   RecordMetrics metrics;
+  std::optional<NodeMetrics> nodeMetrics;  ///< made when they are first asked for
 };
 
-RowReader::RowReader(const RecordLayout& layout)
-    : m_layout(layout), m_columns(layout.fields.size(), -1), m_lacking(layout.fields.size()) {}
+RowReader::RowReader(const RecordLayout& layout, std::string table)
+    : m_layout(layout),
+      m_table(std::move(table)),
+      m_columns(layout.fields.size(), -1),
+      m_lacking(layout.fields.size()) {}
 
 RowReader::~RowReader() = default;
 
@@ -139,9 +144,9 @@ void RowReader::Prepare(SqlDatabase& database) {
   if (m_isPrepared) {
     return;
   }
-  const auto columns = ColumnsOf(database, m_layout.name);
+  const auto columns = ColumnsOf(database, m_table);
   if (columns.contains(kTimeLabel)) {
-    const std::string table = QuotedName(m_layout.name);
+    const std::string table = QuotedName(m_table);
     const std::string time = QuotedName(kTimeLabel);
     std::string text = "SELECT rowid, " + time;
     int column = kFirstField;
@@ -227,6 +232,13 @@ std::span<const CMBRecord* const> RowReader::Take() {
 }
 
 const RecordMetrics& RowReader::Metrics() const { return m_shape->metrics; }
+
+const NodeMetrics& RowReader::NodeNames() {
+  if (!m_shape->nodeMetrics) {
+    m_shape->nodeMetrics = NodeMetricsOf(m_shape->layout);
+  }
+  return *m_shape->nodeMetrics;
+}
 
 RowReader::Shape& RowReader::ShapeOf(const std::vector<bool>& lacking) {
   const auto found =

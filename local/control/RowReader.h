@@ -5,11 +5,13 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "local/control/HistoryScan.h"
 #include "local/history/Sql.h"
 #include "local/metrics/MetricFamily.h"
+#include "local/metrics/node/NodeText.h"
 #include "node/Record.h"
 
 /// Goes through the kept rows of one record, and gives them as the records that they were, all of
@@ -21,8 +23,8 @@ class RowReader {
   /// Rows of one time that are given together; more come as if they were of another one.
   static constexpr std::size_t kMostOfOneTime = 10000;
 
-  /// The layout has a time (HasTime) and outlives the reader.
-  explicit RowReader(const RecordLayout& layout);
+  /// The layout has a time (HasTime) and outlives the reader; the rows stand in that table.
+  RowReader(const RecordLayout& layout, std::string table);
   ~RowReader();
   RowReader(const RowReader&) = delete;
   RowReader& operator=(const RowReader&) = delete;
@@ -41,6 +43,8 @@ class RowReader {
   /// What the rows that were taken expose: of those that an older version has kept, and of values
   /// that no field can hold, the fields that are not there are left out.
   [[nodiscard]] const RecordMetrics& Metrics() const;
+  /// The same under the names of the node exporter.
+  [[nodiscard]] const NodeMetrics& NodeNames();
   /// The last row that was taken.
   [[nodiscard]] const RowPlace& Last() const { return m_last; }
   /// Lets go of the file. Nothing is at hand then.
@@ -59,6 +63,7 @@ class RowReader {
   [[nodiscard]] Shape& ShapeOf(const std::vector<bool>& lacking);
 
   const RecordLayout& m_layout;
+  std::string m_table;
   std::vector<int> m_columns;  ///< of each field its column, or -1
   std::optional<SqlStatement> m_rows;
   std::optional<SqlStatement> m_first;
@@ -70,5 +75,5 @@ class RowReader {
   std::vector<const CMBRecord*> m_taken;
   std::vector<bool> m_lacking;  ///< fields that a row that was taken has no value for
   std::vector<std::unique_ptr<Shape>> m_shapes;
-  const Shape* m_shape = nullptr;  ///< that of the rows that were taken
+  Shape* m_shape = nullptr;  ///< that of the rows that were taken
 };

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "local/history/HistoryTables.h"
+#include "local/metrics/MetricNames.h"
 #include "local/metrics/MetricText.h"
 #include "local/metrics/MetricsDesk.h"
 #include "node/LayoutRegistry.h"
@@ -105,11 +106,13 @@ std::optional<ControlError> ReadSampleCount(const Json& message, std::size_t& co
   return std::nullopt;
 }
 
-std::optional<ControlError> CheckSampleNames(const Json& message) {
-  const Json* const names = message.Find("names");
-  return names == nullptr || *names == "agent"
-             ? std::nullopt
-             : std::optional(BadSamplesField("names", "\"agent\""));
+std::optional<ControlError> ReadSampleNames(const Json& message, MetricNames& names) {
+  const Json* const word = message.Find("names");
+  const auto found = word == nullptr    ? std::optional(MetricNames::kAgent)
+                     : word->IsString() ? MetricNamesOf(word->Text())
+                                        : std::nullopt;
+  names = found.value_or(MetricNames::kAgent);
+  return found ? std::nullopt : std::optional(BadSamplesField("names", "\"agent\" or \"node\""));
 }
 
 /// One look at the file for all records, which it is let go of at the end, whatever happens.
@@ -162,6 +165,7 @@ struct SampleQueries::Work {
   std::shared_ptr<ControlRequest> request;
   std::vector<WantedRecord> records;
   std::size_t most = kUsualSamples;
+  MetricNames names = MetricNames::kAgent;
   MetricText text{MetricFormat::kSamples};
   std::size_t rows = 0;
   std::int64_t oldest = 0;
@@ -173,7 +177,13 @@ struct SampleQueries::Work {
     const std::int64_t time = reader.Time();
     const auto taken = reader.Take();
     text.SetTime(time);
-    text.AddRows(reader.Metrics(), taken);
+    if (names == MetricNames::kNode) {
+      NodeText node;
+      node.AddRows(reader.NodeNames(), taken);
+      node.WriteTo(text);
+    } else {
+      text.AddRows(reader.Metrics(), taken);
+    }
     if (rows != 0 && text.End().samples > most) {
       text.CutTo(before);
       return false;
@@ -203,8 +213,9 @@ void SampleQueries::Samples(const std::shared_ptr<ControlRequest>& request) {
   const Json& message = request->Message();
   const auto work = std::make_shared<Work>();
   work->request = request;
-  for (auto error : {CheckSampleNames(message), ReadSampledRecords(message, work->records),
-                     ReadPlaces(message, work->records), ReadSampleCount(message, work->most)}) {
+  for (auto error :
+       {ReadSampleNames(message, work->names), ReadSampledRecords(message, work->records),
+        ReadPlaces(message, work->records), ReadSampleCount(message, work->most)}) {
     if (error) {
       request->Fail(*error);
       return;
@@ -227,7 +238,9 @@ void SampleQueries::SeekAll(SqlDatabase& database, Work& work) {
   for (WantedRecord& record : work.records) {
     std::unique_ptr<RowReader>& reader = m_readers[record.layout];
     if (reader == nullptr) {
-      reader = std::make_unique<RowReader>(*record.layout);
+      reader = std::make_unique<RowReader>(*record.layout, HoldsGrowth(*record.layout)
+                                                               ? TotalsTable(record.layout->name)
+                                                               : record.layout->name);
     }
     record.reader = reader.get();
     reader->Seek(database, record.place, now);

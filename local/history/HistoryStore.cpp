@@ -28,7 +28,7 @@ constexpr int kMovedOfOneTime = 10000;
 constexpr std::chrono::milliseconds kMovingTime{20};
 constexpr std::chrono::milliseconds kRemovalTime{20};
 
-std::string InsertText(const RecordLayout& layout) {
+std::string InsertText(const RecordLayout& layout, const std::string& table) {
   std::string names;
   std::string places;
   for (std::size_t i = 0; i < layout.fields.size(); ++i) {
@@ -36,7 +36,7 @@ std::string InsertText(const RecordLayout& layout) {
     names += separator + QuotedName(layout.fields[i].label);
     places += separator + ("?" + std::to_string(i + 1));
   }
-  return "INSERT INTO " + QuotedName(layout.name) + " (" + names + ") VALUES (" + places + ")";
+  return "INSERT INTO " + QuotedName(table) + " (" + names + ") VALUES (" + places + ")";
 }
 
 /// Removes at most kRemovedRows of the oldest rows of a table that are older than `end`.
@@ -152,7 +152,7 @@ SqlDatabase* HistoryStore::Database() {
   return m_main.database.get();
 }
 
-void HistoryStore::Take(const ScheduledRows& rows) {
+void HistoryStore::Keep(const ScheduledRows& rows, bool areTotals) {
   if (m_isBatchLost || m_settings.file.empty()) {
     return;
   }
@@ -160,7 +160,7 @@ void HistoryStore::Take(const ScheduledRows& rows) {
     if (m_target == nullptr) {
       Begin();
     }
-    Insert(rows);
+    Insert(rows, areTotals);
   } catch (const SqlError& error) {
     m_isBatchLost = true;
     Fail(error);
@@ -277,8 +277,8 @@ bool HistoryStore::MoveTable(const std::string& table) {
   const std::string moved =
       " WHERE rowid <= " +
       std::to_string(LastOfTime(database, waiting, kMovedRows, kMovedOfOneTime));
-  if (const RecordLayout* layout = LayoutRegistry::Instance().Find(table, 0); layout != nullptr) {
-    NoteFit(FitTable(database, *layout));
+  if (const RecordLayout* layout = LayoutOfTable(table); layout != nullptr) {
+    NoteFit(FitTable(database, *layout, table));
     const std::string columns = CommonColumns(database, "waiting", table);
     database.Execute("INSERT INTO main." + QuotedName(table) + " (" + columns + ") SELECT " +
                      columns + " FROM " + waiting + moved + " ORDER BY rowid");
@@ -287,16 +287,17 @@ bool HistoryStore::MoveTable(const std::string& table) {
   return database.Number("SELECT EXISTS (SELECT 1 FROM " + waiting + ")") != 0;
 }
 
-HistoryStore::Table* HistoryStore::FindTable(const ScheduledRows& rows) {
-  const auto [place, isNew] = m_target->tables.try_emplace({rows.record, rows.category});
+HistoryStore::Table* HistoryStore::FindTable(const ScheduledRows& rows, bool areTotals) {
+  const std::string name = areTotals ? TotalsTable(rows.record) : rows.record;
+  const auto [place, isNew] = m_target->tables.try_emplace({name, rows.category});
   if (!isNew && place->second != nullptr) {
     return place->second.get();
   }
   const RecordLayout* layout = LayoutRegistry::Instance().Find(rows.record, rows.category);
   auto table = std::make_unique<Table>(Table{layout, std::nullopt});
   if (layout != nullptr && HasTime(*layout)) {
-    NoteFit(FitTable(*m_target->database, *layout));
-    table->insert.emplace(m_target->database->Prepare(InsertText(*layout)));
+    NoteFit(FitTable(*m_target->database, *layout, name));
+    table->insert.emplace(m_target->database->Prepare(InsertText(*layout, name)));
   } else {
     m_notices.push_back(std::string("History: the rows of ") + rows.record +
                         " are not kept: they have no published layout with a time.");
@@ -305,8 +306,8 @@ HistoryStore::Table* HistoryStore::FindTable(const ScheduledRows& rows) {
   return place->second.get();
 }
 
-void HistoryStore::Insert(const ScheduledRows& rows) {
-  Table* table = FindTable(rows);
+void HistoryStore::Insert(const ScheduledRows& rows, bool areTotals) {
+  Table* table = FindTable(rows, areTotals);
   if (!table->insert) {
     return;
   }

@@ -42,7 +42,8 @@ class HistoryStore : public RecordSink {
 
   /// Closes the file at work. The new one is opened at the next batch.
   void Configure(HistorySettings settings);
-  void Take(const ScheduledRows& rows) override;
+  void Take(const ScheduledRows& rows) override { Keep(rows, false); }
+  void TakeTotals(const ScheduledRows& rows) override { Keep(rows, true); }
   void EndBatch() override;
 
   /// How often a file was opened: another number tells that what was known of it is out of date.
@@ -77,8 +78,9 @@ class HistoryStore : public RecordSink {
   /// The same of one table.
   [[nodiscard]] bool MoveTable(const std::string& table);
   void NoteFit(const std::string& done);
-  void Insert(const ScheduledRows& rows);
-  [[nodiscard]] Table* FindTable(const ScheduledRows& rows);
+  void Keep(const ScheduledRows& rows, bool areTotals);
+  void Insert(const ScheduledRows& rows, bool areTotals);
+  [[nodiscard]] Table* FindTable(const ScheduledRows& rows, bool areTotals);
   void Commit();
   void RemoveOld();
   void RemoveExcess();

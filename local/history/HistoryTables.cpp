@@ -11,6 +11,7 @@
 namespace {
 
 constexpr const char* kLayoutTable = "qmt layouts";
+constexpr const char* kTotalsEnding = " totals";
 
 const char* ColumnType(FieldType type) {
   switch (type) {
@@ -64,12 +65,12 @@ void StoreHash(SqlDatabase& database, const std::string& record, const std::stri
   statement.Run();
 }
 
-void MakeTable(SqlDatabase& database, const RecordLayout& layout, const std::string& hash) {
+void MakeTable(SqlDatabase& database, const RecordLayout& layout, const std::string& name,
+               const std::string& hash) {
   std::string columns;
   for (const FieldLayout& field : layout.fields) {
     columns += (columns.empty() ? "" : ", ") + ColumnText(field);
   }
-  const std::string name = layout.name;
   database.Execute("CREATE TABLE " + QuotedName(name) + " (" + columns + ")");
   database.Execute("CREATE INDEX IF NOT EXISTS " + QuotedName(name + ' ' + hash) + " ON " +
                    QuotedName(name) + " (" + QuotedName(kTimeLabel) + ")");
@@ -97,40 +98,47 @@ bool HasTime(const RecordLayout& layout) {
   });
 }
 
-std::string FitTable(SqlDatabase& database, const RecordLayout& layout) {
+std::string TotalsTable(const std::string& record) { return record + kTotalsEnding; }
+
+const RecordLayout* LayoutOfTable(const std::string& table) {
+  const std::string_view ending = kTotalsEnding;
+  return LayoutRegistry::Instance().Find(
+      table.ends_with(ending) ? table.substr(0, table.size() - ending.size()) : table, 0);
+}
+
+std::string FitTable(SqlDatabase& database, const RecordLayout& layout, const std::string& table) {
   database.Execute("CREATE TABLE IF NOT EXISTS " + QuotedName(kLayoutTable) +
                    " (record TEXT PRIMARY KEY, hash TEXT NOT NULL)");
-  const std::string record = layout.name;
   const std::string hash = HashOf(layout);
-  const auto columns = ColumnsOf(database, record);
+  const auto columns = ColumnsOf(database, table);
   if (columns.empty()) {
-    MakeTable(database, layout, hash);
-    StoreHash(database, record, hash);
+    MakeTable(database, layout, table, hash);
+    StoreHash(database, table, hash);
     return "";
   }
-  if (StoredHash(database, record) == hash) {
+  if (StoredHash(database, table) == hash) {
     return "";
   }
-  StoreHash(database, record, hash);
+  StoreHash(database, table, hash);
   const bool isOtherType = std::ranges::any_of(layout.fields, [&](const FieldLayout& field) {
     const auto column = columns.find(field.label);
     return column != columns.end() && column->second != ColumnType(field.type);
   });
   if (isOtherType) {
-    const std::string old = NameForOldRows(database, record);
-    database.Execute("ALTER TABLE " + QuotedName(record) + " RENAME TO " + QuotedName(old));
-    MakeTable(database, layout, hash);
-    return "the layout of " + record + " has changed: its old rows stand in the table \"" + old +
+    const std::string old = NameForOldRows(database, table);
+    database.Execute("ALTER TABLE " + QuotedName(table) + " RENAME TO " + QuotedName(old));
+    MakeTable(database, layout, table, hash);
+    return "the layout of " + table + " has changed: its old rows stand in the table \"" + old +
            "\" now";
   }
   std::size_t added = 0;
   for (const FieldLayout& field : layout.fields) {
     if (!columns.contains(field.label)) {
-      database.Execute("ALTER TABLE " + QuotedName(record) + " ADD COLUMN " + ColumnText(field));
+      database.Execute("ALTER TABLE " + QuotedName(table) + " ADD COLUMN " + ColumnText(field));
       ++added;
     }
   }
-  return "the layout of " + record + " has changed: " + std::to_string(added) +
+  return "the layout of " + table + " has changed: " + std::to_string(added) +
          " columns were added to its table";
 }
 

@@ -14,12 +14,19 @@ inline constexpr const char* kTimeLabel = "Record Time";
 /// Whether rows of the layout can be kept: they need a time.
 [[nodiscard]] bool HasTime(const RecordLayout& layout);
 
-/// Has the file hold a table for the record, named like it, with a column per field, named by its
+/// Has the file hold a table of that name for the record, with a column per field, named by its
 /// label and typed by its layout (TEXT, INTEGER, REAL), and an index on the time. Where the layout
 /// is not the one that the table was made by, new fields are added; if a field has another type the
 /// table gets another name and a new one is made. What was done to an existing table, in a
 /// sentence; empty if nothing.
-[[nodiscard]] std::string FitTable(SqlDatabase& database, const RecordLayout& layout);
+[[nodiscard]] std::string FitTable(SqlDatabase& database, const RecordLayout& layout,
+                                   const std::string& table);
+
+/// The table of a record's totals: the same rows as a look without rates makes them, where those of
+/// the record's own table hold what was added since the row before.
+[[nodiscard]] std::string TotalsTable(const std::string& record);
+/// The layout that the rows of a table have, by its name; null for a table of a former layout.
+[[nodiscard]] const RecordLayout* LayoutOfTable(const std::string& table);
 
 /// Whether the file holds a table of that name.
 [[nodiscard]] bool HasTable(SqlDatabase& database, const std::string& name);

@@ -136,6 +136,13 @@ std::string SnakeCase(const char* label) {
   return name;
 }
 
+bool HoldsGrowth(const RecordLayout& layout) {
+  return layout.category == kIntervalCategory &&
+         std::ranges::any_of(layout.fields, [](const FieldLayout& field) {
+           return field.meaning == FieldMeaning::counter && field.hasSource;
+         });
+}
+
 bool IsExposable(const RecordLayout& layout) {
   return std::none_of(layout.fields.begin(), layout.fields.end(), [](const FieldLayout& field) {
     return field.meaning == FieldMeaning::key && field.label == kProcessNumber;

@@ -33,6 +33,10 @@ struct RecordMetrics {
 /// end.
 [[nodiscard]] bool IsExposable(const RecordLayout& layout);
 
+/// Whether kept rows of the record hold what its counters have grown by since the row before, where
+/// a metric is the total.
+[[nodiscard]] bool HoldsGrowth(const RecordLayout& layout);
+
 /// The metrics of a record's rows as a look without rates makes them: counters since the start of
 /// the host, gauges, and percentages as ratios. Left out are rates, which the reader makes itself,
 /// lengths of time that are averages, and percentages of interval records, which take two looks.

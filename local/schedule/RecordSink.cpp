@@ -6,6 +6,12 @@ void RecordSinks::Take(const ScheduledRows& rows) {
   }
 }
 
+void RecordSinks::TakeTotals(const ScheduledRows& rows) {
+  for (RecordSink* sink : m_sinks) {
+    sink->TakeTotals(rows);
+  }
+}
+
 void RecordSinks::EndBatch() {
   for (RecordSink* sink : m_sinks) {
     sink->EndBatch();

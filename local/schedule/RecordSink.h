@@ -25,6 +25,8 @@ class RecordSink {
   virtual ~RecordSink() = default;
   /// Keeps no pointer. An empty set of rows is given too.
   virtual void Take(const ScheduledRows& rows) = 0;
+  /// The same look's rows without rates, where somebody wants them: counters are totals there.
+  virtual void TakeTotals(const ScheduledRows&) {}
   /// All records of the batch have been given.
   virtual void EndBatch() {}
 };
@@ -36,6 +38,7 @@ class RecordSinks : public RecordSink {
   /// Adds one behind those that are there.
   void Add(RecordSink& sink) { m_sinks.push_back(&sink); }
   void Take(const ScheduledRows& rows) override;
+  void TakeTotals(const ScheduledRows& rows) override;
   void EndBatch() override;
 
  private:

@@ -103,6 +103,10 @@ std::shared_ptr<ScheduleBook::Entry> ScheduleBook::Add(const std::string& record
   auto entry = std::make_shared<Entry>();
   entry->asker =
       std::make_shared<RecordAsker>(record, category, RecordAsker::Look::kScheduled, true);
+  if (m_withTotals.contains(record)) {
+    entry->totals =
+        std::make_shared<RecordAsker>(record, category, RecordAsker::Look::kOnDemand, false);
+  }
   entry->period = std::chrono::seconds(seconds);
   m_entries.push_back(entry);
   return entry;
@@ -196,28 +200,44 @@ void ScheduleBook::PostBatch(EntryList due) {
   m_loop.Post(std::move(task));
 }
 
+std::vector<const CMBRecord*> ScheduleBook::LoggedRows(CMBNode& node, const RecordAsker& asker) {
+  std::vector<const CMBRecord*> rows;
+  for (CMBRecord* row : asker.Rows()) {
+    if (node.ShouldLogRecord(row) != 0) {
+      rows.push_back(row);
+    }
+  }
+  return rows;
+}
+
 void ScheduleBook::Collect(CMBNode& node, const EntryList& due) {
   std::vector<std::shared_ptr<RecordAsker>> askers;
   for (const std::shared_ptr<Entry>& entry : due) {
     askers.push_back(entry->asker);
   }
+  for (const std::shared_ptr<Entry>& entry : due) {
+    if (entry->totals != nullptr) {
+      askers.push_back(entry->totals);
+    }
+  }
   const std::vector<RequestOutcome> outcomes = m_desk.Send(node, askers, 0);
+  std::size_t totals = due.size();
   for (std::size_t i = 0; i < due.size(); ++i) {
     Entry& entry = *due[i];
     entry.isWaiting = false;
     ++entry.runs;
+    const bool hasTotals = entry.totals != nullptr && outcomes[totals++] == RequestOutcome::kDone;
     if (outcomes[i] != RequestOutcome::kDone) {
       continue;
     }
-    std::vector<const CMBRecord*> rows;
-    for (CMBRecord* row : entry.asker->Rows()) {
-      if (node.ShouldLogRecord(row) != 0) {
-        rows.push_back(row);
-      }
-    }
+    const std::vector<const CMBRecord*> rows = LoggedRows(node, *entry.asker);
     entry.rows = rows.size();
     entry.lastTime = entry.asker->AnswerTime();
     m_sink.Take({entry.asker->Record(), entry.asker->Category(), entry.lastTime, rows});
+    if (hasTotals) {
+      m_sink.TakeTotals({entry.totals->Record(), entry.totals->Category(),
+                         entry.totals->AnswerTime(), LoggedRows(node, *entry.totals)});
+    }
   }
   m_sink.EndBatch();
 }

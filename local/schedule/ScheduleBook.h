@@ -35,6 +35,7 @@ class ScheduleBook {
   /// One record's schedule and how it went.
   struct Entry {
     std::shared_ptr<RecordAsker> asker;
+    std::shared_ptr<RecordAsker> totals;  ///< asks for the same without rates; null for nobody
     std::chrono::seconds period{0};
     std::chrono::steady_clock::time_point due;
     bool isWaiting = false;  ///< its batch stands in the queue or runs
@@ -48,6 +49,8 @@ class ScheduleBook {
 
   ScheduleBook(EventLoop& loop, BatchDesk& desk, RecordSink& sink);
 
+  /// Of these records the sink is given the totals too, from the schedules' next lines on.
+  void KeepTotals(std::set<std::string> records) { m_withTotals = std::move(records); }
   /// Takes the lines over. A bad one (seconds that are no whole number from 1 to 86400, a record
   /// that has a line already or that nobody knows) is reported as "path:line: ..." and left out;
   /// of unknown records the first ten are named, then their number is told. A record that is not
@@ -79,11 +82,15 @@ class ScheduleBook {
   void AskForDue();
   void PostBatch(EntryList due);
   void Collect(CMBNode& node, const EntryList& due);
+  /// The rows of an answer that are to be logged.
+  [[nodiscard]] static std::vector<const CMBRecord*> LoggedRows(CMBNode& node,
+                                                                const RecordAsker& asker);
 
   EventLoop& m_loop;
   BatchDesk& m_desk;
   RecordSink& m_sink;
   LoopTimer m_timer;
   EntryList m_entries;
+  std::set<std::string> m_withTotals;
   std::set<std::pair<std::string, unsigned char>> m_held;  ///< record and category of each entry
 };
