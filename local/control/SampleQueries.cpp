@@ -19,6 +19,9 @@ namespace {
 
 using TurnClock = std::chrono::steady_clock;
 
+/// Those of an answer with a usual batch.
+constexpr std::size_t kUsualBytes = 120'000;
+
 /// One record of a request.
 struct WantedRecord {
   std::string name;
@@ -221,6 +224,9 @@ void SampleQueries::Samples(const std::shared_ptr<ControlRequest>& request) {
       return;
     }
   }
+  // Growing step by step costs more than all else. More than this is a mapping of its own each
+  // time.
+  work->text.Reserve(kUsualBytes);
   m_turns.Add(request, [this, work](SqlDatabase& database) { return TakeTurn(database, *work); });
 }
 

@@ -42,6 +42,9 @@ class MetricText {
   /// The time of the samples that follow, seconds since the epoch; for kSamples.
   void SetTime(std::int64_t seconds);
 
+  /// Makes room for so many bytes.
+  void Reserve(std::size_t bytes) { m_text.reserve(bytes); }
+
   /// A place in the text.
   struct Mark {
     std::size_t bytes = 0;

@@ -202,6 +202,21 @@ TEST_F(AlarmBookTest, EachKeyIsTakenUpAgainByItself) {
       1U);
 }
 
+TEST_F(AlarmBookTest, ALineGoesThroughWhatTheHistoryHas) {
+  std::ofstream("alarms") << "# none yet\n";
+  Start();
+  for (std::uint32_t count = 0; count <= 30; ++count) {
+    Batch(count);
+  }
+  life.reset();
+  std::ofstream("alarms") << "alarm = slope\nrecord = FAKE\ncondition = Count > 90\n"
+                             "where = Label != b\npredict = 1h\nover = 40m\n";
+  Start();
+  Turns();
+  Batch(31);  // 91 in an hour
+  EXPECT_EQ(changes.size(), 1U);
+}
+
 TEST_F(AlarmBookTest, WithoutAHistoryThereAreAlarmsAllTheSame) {
   kept.file.clear();
   Start();
