@@ -69,30 +69,30 @@ bool IsOwnGroup(gid_t group) {
   return group == ::getegid() || std::find(groups.begin(), groups.end(), group) != groups.end();
 }
 
-std::string ReadKeyFile(const std::string& path) {
+}  // namespace
+
+std::string ReadSecretFile(const std::string& path, const std::string& what) {
   CheckedFile file = ReadCheckedFile(path);
   const auto fail = [&](const std::string& wrong) { throw AccessError(path + ": " + wrong); };
   if (file.owner != 0 && file.owner != ::geteuid()) {
-    fail("the key belongs to another user than root and the own");
+    fail("the " + what + " belongs to another user than root and the own");
   }
   if ((file.mode & S_IRWXO) != 0) {
-    fail("others may reach the key; \"chmod o= " + path + "\" ends that");
+    fail("others may reach the " + what + "; \"chmod o= " + path + "\" ends that");
   }
   if ((file.mode & (S_IWGRP | S_IXGRP)) != 0) {
-    fail("its group may write to the key; \"chmod g-wx " + path + "\" ends that");
+    fail("its group may write to the " + what + "; \"chmod g-wx " + path + "\" ends that");
   }
   if ((file.mode & S_IRGRP) != 0 && !IsOwnGroup(file.group)) {
-    fail("a group that is none of the own may read the key");
+    fail("a group that is none of the own may read the " + what);
   }
   return std::move(file.text);
 }
 
-}  // namespace
-
-void CheckKeyFile(const std::string& path) { static_cast<void>(ReadKeyFile(path)); }
+void CheckKeyFile(const std::string& path) { static_cast<void>(ReadSecretFile(path, "key")); }
 
 CertificateTexts LoadCertificate(const std::string& certificatePath, const std::string& keyPath) {
-  CertificateTexts texts{ReadCheckedFile(certificatePath).text, ReadKeyFile(keyPath)};
+  CertificateTexts texts{ReadCheckedFile(certificatePath).text, ReadSecretFile(keyPath, "key")};
   const gnutls_datum_t certificate = DatumOf(texts.certificate);
   const gnutls_datum_t key = DatumOf(texts.key);
 

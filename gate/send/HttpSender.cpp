@@ -1,0 +1,250 @@
+#include "gate/send/HttpSender.h"
+
+#include <curl/curl.h>
+
+#include <asio/posix/stream_descriptor.hpp>
+#include <exception>
+#include <map>
+#include <new>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "gate/send/Transfer.h"
+#include "io/IoLoop.h"
+#include "io/LoopTimer.h"
+
+namespace {
+
+/// Connections that are kept for the next request, of all servers.
+constexpr long kKeptConnections = 8;
+
+/// A socket of the library's that the loop waits for.
+struct SenderSocket {
+  explicit SenderSocket(IoLoop& loop) : stream(loop.Io()) {}
+  ~SenderSocket() {
+    if (stream.is_open()) {
+      stream.release();
+    }
+  }
+  SenderSocket(const SenderSocket&) = delete;
+  SenderSocket& operator=(const SenderSocket&) = delete;
+
+  asio::posix::stream_descriptor stream;
+  int wanted = CURL_POLL_NONE;
+  bool isReadWaitedFor = false;
+  bool isWriteWaitedFor = false;
+};
+
+}  // namespace
+
+/// The library's loop of transfers on that of the gate.
+class HttpSender::Library : public std::enable_shared_from_this<HttpSender::Library> {
+ public:
+  explicit Library(IoLoop& loop);
+  ~Library();
+  Library(const Library&) = delete;
+  Library& operator=(const Library&) = delete;
+
+  [[nodiscard]] IoLoop& Loop() { return m_loop; }
+  void Add(Sending& sending);
+  void Remove(const Sending& sending);
+  /// From its end on the library calls nothing.
+  void Close();
+
+ private:
+  static int OnSocket(CURL* handle, curl_socket_t socket, int wanted, void* self, void* own);
+  static int OnTimer(CURLM* multi, long milliseconds, void* self);
+  void Watch(int socket, int wanted);
+  void Wait(const std::shared_ptr<SenderSocket>& socket);
+  void WaitFor(const std::shared_ptr<SenderSocket>& socket, bool isRead);
+  void Act(int socket, int events);
+
+  IoLoop& m_loop;
+  LoopTimer m_timer;
+  std::map<int, std::shared_ptr<SenderSocket>> m_sockets;
+  std::map<CURL*, Sending*> m_sendings;
+  CURLM* m_multi;
+};
+
+class HttpSender::Sending : public std::enable_shared_from_this<HttpSender::Sending> {
+ public:
+  Sending(const std::shared_ptr<Library>& library, Done done)
+      : m_library(library), m_done(std::move(done)), m_soon(library->Loop()) {}
+  ~Sending() { Leave(); }
+  Sending(const Sending&) = delete;
+  Sending& operator=(const Sending&) = delete;
+
+  void Begin(SendRequest request) {
+    try {
+      m_transfer.emplace(std::move(request));
+      m_library.lock()->Add(*this);
+    } catch (const std::exception& error) {
+      m_transfer.reset();
+      m_soon.After({}, [this, text = std::string(error.what())] {
+        const std::shared_ptr<Sending> held = shared_from_this();
+        Finish({0, text, "", {}});
+      });
+    }
+  }
+  [[nodiscard]] CURL* Handle() const { return m_transfer->Handle(); }
+  /// What came of it, once; the library has it no more then.
+  [[nodiscard]] SendResult Take(CURLcode code) {
+    SendResult result = m_transfer->Result(code);
+    Leave();
+    return result;
+  }
+  void Finish(SendResult result) {
+    if (const Done done = std::exchange(m_done, nullptr)) {
+      done(std::move(result));
+    }
+  }
+  void Leave() {
+    const std::shared_ptr<Library> library = m_library.lock();
+    if (library != nullptr && m_transfer) {
+      library->Remove(*this);
+    }
+    m_transfer.reset();
+  }
+
+ private:
+  std::weak_ptr<Library> m_library;
+  Done m_done;
+  LoopTimer m_soon;
+  std::optional<Transfer> m_transfer;
+};
+
+HttpSender::Library::Library(IoLoop& loop) : m_loop(loop), m_timer(loop) {
+  static const CURLcode kStart = curl_global_init(CURL_GLOBAL_DEFAULT);
+  m_multi = kStart == CURLE_OK ? curl_multi_init() : nullptr;
+  if (m_multi == nullptr) {
+    throw std::bad_alloc();
+  }
+  curl_multi_setopt(m_multi, CURLMOPT_SOCKETFUNCTION, &Library::OnSocket);
+  curl_multi_setopt(m_multi, CURLMOPT_SOCKETDATA, this);
+  curl_multi_setopt(m_multi, CURLMOPT_TIMERFUNCTION, &Library::OnTimer);
+  curl_multi_setopt(m_multi, CURLMOPT_TIMERDATA, this);
+  curl_multi_setopt(m_multi, CURLMOPT_MAXCONNECTS, kKeptConnections);
+}
+
+HttpSender::Library::~Library() { curl_multi_cleanup(m_multi); }
+
+void HttpSender::Library::Add(Sending& sending) {
+  const CURLMcode code = curl_multi_add_handle(m_multi, sending.Handle());
+  if (code != CURLM_OK) {
+    throw std::runtime_error(curl_multi_strerror(code));
+  }
+  m_sendings[sending.Handle()] = &sending;
+}
+
+void HttpSender::Library::Remove(const Sending& sending) {
+  if (m_sendings.erase(sending.Handle()) != 0) {
+    curl_multi_remove_handle(m_multi, sending.Handle());
+  }
+}
+
+void HttpSender::Library::Close() {
+  while (!m_sendings.empty()) {
+    m_sendings.begin()->second->Leave();
+  }
+}
+
+int HttpSender::Library::OnSocket(CURL*, curl_socket_t socket, int wanted, void* self, void*) {
+  try {
+    static_cast<Library*>(self)->Watch(socket, wanted);
+    return 0;
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
+
+int HttpSender::Library::OnTimer(CURLM*, long milliseconds, void* self) {
+  auto& library = *static_cast<Library*>(self);
+  if (milliseconds < 0) {
+    library.m_timer.Cancel();
+  } else {
+    library.m_timer.After(std::chrono::milliseconds(milliseconds),
+                          [&library] { library.Act(CURL_SOCKET_TIMEOUT, 0); });
+  }
+  return 0;
+}
+
+void HttpSender::Library::Watch(int socket, int wanted) {
+  if (wanted == CURL_POLL_REMOVE) {
+    m_sockets.erase(socket);
+    return;
+  }
+  std::shared_ptr<SenderSocket>& watched = m_sockets[socket];
+  if (watched == nullptr) {
+    watched = std::make_shared<SenderSocket>(m_loop);
+    watched->stream.assign(socket);
+  }
+  watched->wanted = wanted;
+  Wait(watched);
+}
+
+void HttpSender::Library::Wait(const std::shared_ptr<SenderSocket>& socket) {
+  if ((socket->wanted & CURL_POLL_IN) != 0 && !std::exchange(socket->isReadWaitedFor, true)) {
+    WaitFor(socket, true);
+  }
+  if ((socket->wanted & CURL_POLL_OUT) != 0 && !std::exchange(socket->isWriteWaitedFor, true)) {
+    WaitFor(socket, false);
+  }
+}
+
+void HttpSender::Library::WaitFor(const std::shared_ptr<SenderSocket>& socket, bool isRead) {
+  using Stream = asio::posix::stream_descriptor;
+  socket->stream.async_wait(
+      isRead ? Stream::wait_read : Stream::wait_write,
+      [this, weak = std::weak_ptr(socket), isRead](asio::error_code error) {
+        std::shared_ptr<SenderSocket> present = weak.lock();
+        if (present == nullptr || error) {
+          return;
+        }
+        (isRead ? present->isReadWaitedFor : present->isWriteWaitedFor) = false;
+        if ((present->wanted & (isRead ? CURL_POLL_IN : CURL_POLL_OUT)) == 0) {
+          return;
+        }
+        const std::shared_ptr<Library> held = shared_from_this();
+        const int number = present->stream.native_handle();
+        present.reset();
+        Act(number, isRead ? CURL_CSELECT_IN : CURL_CSELECT_OUT);
+        // The library names only what it wants anew.
+        if (const std::shared_ptr<SenderSocket> same = weak.lock()) {
+          Wait(same);
+        }
+      });
+}
+
+void HttpSender::Library::Act(int socket, int events) {
+  const std::shared_ptr<Library> held = shared_from_this();
+  int running = 0;
+  curl_multi_socket_action(m_multi, socket, events, &running);
+  std::vector<std::pair<std::weak_ptr<Sending>, SendResult>> ended;
+  int left = 0;
+  while (const CURLMsg* message = curl_multi_info_read(m_multi, &left)) {
+    const auto found = m_sendings.find(message->easy_handle);
+    if (found != m_sendings.end()) {
+      Sending& sending = *found->second;
+      const CURLcode code = message->data.result;
+      ended.emplace_back(sending.weak_from_this(), sending.Take(code));
+    }
+  }
+  for (auto& [weak, result] : ended) {
+    if (const std::shared_ptr<Sending> sending = weak.lock()) {
+      sending->Finish(std::move(result));
+    }
+  }
+}
+
+HttpSender::HttpSender(IoLoop& loop) : m_library(std::make_shared<Library>(loop)) {}
+
+HttpSender::~HttpSender() { m_library->Close(); }
+
+HttpSender::SendingPtr HttpSender::Send(SendRequest request, Done done) {
+  auto sending = std::make_shared<Sending>(m_library, std::move(done));
+  sending->Begin(std::move(request));
+  return sending;
+}
