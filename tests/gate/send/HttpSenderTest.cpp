@@ -172,15 +172,15 @@ TEST_F(HttpSenderTest, WhoAsksIsProvedByFilesThatOthersCantRead) {
     std::string error;
   } rows[] = {
       {{}, "", ""},
-      {{.user = "jane", .passwordFile = good}, "Basic amFuZTpzM2NyZXQ=", ""},
-      {{.user = "jane", .tokenFile = good}, "Bearer s3cret", ""},
-      {{.user = "jane", .passwordFile = open}, "", "open: others may reach the password"},
-      {{.tokenFile = open}, "", "open: others may reach the token"},
-      {{.tokenFile = empty}, "", "empty: its first line is no token"},
-      {{.tokenFile = fifo}, "", "fifo: it is no regular file"},
-      {{.authority = fifo}, "", "fifo: it is no regular file"},
-      {{.clientCertificate = open}, "", "open: others may reach the key"},
-      {{.clientCertificate = open, .clientKey = "/none"}, "", "/none: No such file"},
+      {{"jane", good, "", "", "", ""}, "Basic amFuZTpzM2NyZXQ=", ""},
+      {{"jane", "", good, "", "", ""}, "Bearer s3cret", ""},
+      {{"jane", open, "", "", "", ""}, "", "open: others may reach the password"},
+      {{"", "", open, "", "", ""}, "", "open: others may reach the token"},
+      {{"", "", empty, "", "", ""}, "", "empty: its first line is no token"},
+      {{"", "", fifo, "", "", ""}, "", "fifo: it is no regular file"},
+      {{"", "", "", fifo, "", ""}, "", "fifo: it is no regular file"},
+      {{"", "", "", "", open, ""}, "", "open: others may reach the key"},
+      {{"", "", "", "", open, "/none"}, "", "/none: No such file"},
   };
   for (const auto& row : rows) {
     SendRequest request = To(server);
