@@ -12,7 +12,7 @@
 namespace {
 
 constexpr std::chrono::seconds kAskAgainPause{1};
-constexpr std::size_t kMaxSettings = 65536;
+constexpr std::size_t kMaxSettings = std::size_t{2} << 20;
 /// So often it is looked whether a file that is not as it should be has changed.
 constexpr std::chrono::seconds kFaultPause{2};
 

@@ -1,5 +1,8 @@
 #include "gate/GateSettings.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace {
 
 std::string TextMember(const Json& object, const char* name) {
@@ -20,6 +23,41 @@ std::vector<std::string> TextList(const Json& object, const char* name) {
   return texts;
 }
 
+std::uint64_t NumberMember(const Json& object, const char* name, std::uint64_t otherwise) {
+  const Json* member = object.Find(name);
+  return member != nullptr && member->IsUnsigned() ? member->Unsigned() : otherwise;
+}
+
+SendingSettings ReadSending(const Json& object) {
+  return {TextMember(object, "user"),
+          TextMember(object, "password_file"),
+          TextMember(object, "token_file"),
+          TextMember(object, "authority"),
+          TextMember(object, "client_certificate"),
+          TextMember(object, "client_key")};
+}
+
+TargetSettings ReadPush(const Json& object) {
+  TargetSettings push;
+  push.name = TextMember(object, "name");
+  push.url = TextMember(object, "url");
+  push.records = TextList(object, "records");
+  push.hasNodeNames = TextMember(object, "names") == "node";
+  push.sending = ReadSending(object);
+  if (const Json* labels = object.Find("labels"); labels != nullptr && labels->IsObject()) {
+    for (const JsonMember& label : labels->Members()) {
+      if (label.value.IsString()) {
+        push.labels.emplace_back(label.name, label.value.Text());
+      }
+    }
+  }
+  push.bytesPerSecond = NumberMember(object, "bytes_per_second", push.bytesPerSecond);
+  push.batch = NumberMember(object, "batch", push.batch);
+  constexpr std::uint64_t kMostDays = 36500;
+  push.days = static_cast<int>(std::min(NumberMember(object, "days", 0), kMostDays));
+  return push;
+}
+
 }  // namespace
 
 bool ReadGateSettings(const Json& answer, GateSettings& settings) {
@@ -30,12 +68,21 @@ bool ReadGateSettings(const Json& answer, GateSettings& settings) {
   settings.mode = TextMember(*gate, "mode");
   settings.listen = TextList(*gate, "listen");
   settings.names = TextList(*gate, "names");
-  settings.names.push_back(TextMember(*gate, "host"));
+  settings.host = TextMember(*gate, "host");
+  settings.names.push_back(settings.host);
   settings.certificate = TextMember(*gate, "certificate");
   settings.key = TextMember(*gate, "key");
   settings.users = TextMember(*gate, "users");
   settings.tokens = TextMember(*gate, "tokens");
   const Json* arguments = gate->Find("arguments");
   settings.showsArguments = arguments == nullptr || !arguments->IsBool() || arguments->Bool();
+  settings.state = TextMember(*gate, "state");
+  if (const Json* push = gate->Find("push"); push != nullptr && push->IsArray()) {
+    std::ranges::transform(push->Elements(), std::back_inserter(settings.push), ReadPush);
+  }
+  if (const Json* alarms = gate->Find("alarms"); alarms != nullptr && alarms->IsObject()) {
+    settings.alarms = {TextList(*alarms, "alertmanager"), TextList(*alarms, "webhook"),
+                       TextMember(*alarms, "link"), ReadSending(*alarms)};
+  }
   return true;
 }

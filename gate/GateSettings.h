@@ -1,11 +1,53 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "json/Json.h"
 
-/// What the daemon tells the gate to work by, of section Http of its settings.
+/// Who the gate is to a server that it sends to, and whom it trusts: paths, and a user's name. Each
+/// is empty for none.
+struct SendingSettings {
+  std::string user;
+  std::string passwordFile;
+  std::string tokenFile;
+  std::string authority;
+  std::string clientCertificate;
+  std::string clientKey;
+
+  friend bool operator==(const SendingSettings&, const SendingSettings&) = default;
+};
+
+/// A server that kept rows are pushed to.
+struct TargetSettings {
+  std::string name;  ///< letters, digits, - and _
+  std::string url;
+  std::vector<std::string> records;
+  bool hasNodeNames = false;  ///< names of the node exporter
+  SendingSettings sending;
+  std::vector<std::pair<std::string, std::string>> labels;  ///< of every sample besides its own
+  std::uint64_t bytesPerSecond = 0;                         ///< 0: no limit
+  std::size_t batch = 10000;                                ///< samples of a request
+  int days = 0;  ///< how far back a target begins that has had nothing yet
+
+  friend bool operator==(const TargetSettings&, const TargetSettings&) = default;
+};
+
+/// Who is told of alarms.
+struct AlarmReceivers {
+  std::vector<std::string> alertmanagers;  ///< addresses, as the next
+  std::vector<std::string> webhooks;
+  std::string link;         ///< an address that receivers may show; empty for none
+  SendingSettings sending;  ///< for all of them
+
+  friend bool operator==(const AlarmReceivers&, const AlarmReceivers&) = default;
+};
+
+/// What the daemon tells the gate to work by, of the sections Http, Push and Alarms of its
+/// settings.
 struct GateSettings {
   std::string mode;  ///< "child", "unit" or "none"
   std::vector<std::string>
@@ -16,6 +58,10 @@ struct GateSettings {
   std::string users;
   std::string tokens;
   bool showsArguments = true;
+  std::string host;   ///< the host's own name
+  std::string state;  ///< the folder that the gate may write to; empty for none
+  std::vector<TargetSettings> push;
+  AlarmReceivers alarms;
 
   friend bool operator==(const GateSettings&, const GateSettings&) = default;
 };

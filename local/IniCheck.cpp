@@ -5,8 +5,10 @@
 #include <unordered_map>
 #include <utility>
 
+#include "local/AlarmSettings.h"
 #include "local/HttpSettings.h"
 #include "local/NodeSettings.h"
+#include "local/PushSettings.h"
 #include "local/ini/IniText.h"
 
 namespace {
@@ -53,15 +55,23 @@ std::vector<ScheduleLine> ScheduleLines(const LocalIniFile& ini) {
   return lines;
 }
 
+std::vector<IniProblem> SettingProblems(const LocalIniFile& ini) {
+  std::vector<IniProblem> problems;
+  for (const std::vector<IniProblem>& found :
+       {NodeProblems(ini), HttpProblems(ini), PushProblems(ini), AlarmProblems(ini)}) {
+    problems.insert(problems.end(), found.begin(), found.end());
+  }
+  return problems;
+}
+
 IniListing ListIni(const LocalIniFile& ini, ScheduleBook& book) {
   IniListing listing;
   for (const IniFault& fault : ini.Faults()) {
     listing.problems.push_back(
         {fault.line, fault.problem + (fault.text.empty() ? "" : " (" + fault.text + ")")});
   }
-  for (const std::vector<IniProblem>& found : {NodeProblems(ini), HttpProblems(ini)}) {
-    listing.problems.insert(listing.problems.end(), found.begin(), found.end());
-  }
+  const std::vector<IniProblem> found = SettingProblems(ini);
+  listing.problems.insert(listing.problems.end(), found.begin(), found.end());
   book.Load(ScheduleLines(ini), [&](std::size_t line, const std::string& problem) {
     listing.problems.push_back({line, problem});
   });
@@ -69,7 +79,8 @@ IniListing ListIni(const LocalIniFile& ini, ScheduleBook& book) {
   AddRepeated(listing.settings, listing.problems);
   std::erase_if(listing.settings, [](const IniSetting& setting) {
     return IsIn(setting, kNodeSection) || IsIn(setting, kHttpSection) ||
-           IsIn(setting, kScheduleSection);
+           IsIn(setting, kScheduleSection) || IsIn(setting, kAlarmSection) ||
+           (setting.subSection.empty() && IsPushSection(setting.section));
   });
   return listing;
 }

@@ -7,8 +7,11 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
+#include "local/AlarmSettings.h"
 #include "local/IniCheck.h"
+#include "local/PushSettings.h"
 #include "local/log/ErrorStream.h"
 #include "node/MessageCatalog.h"
 
@@ -16,6 +19,8 @@ namespace {
 
 constexpr const char* kIniDirectory = ".";
 constexpr const char* kIniName = "qmtagt.ini";
+constexpr const char* kChildState = "run/gate-state";
+constexpr const char* kUnitState = "/var/lib/qmtgate";
 constexpr int kBuildFailedMessage = CatalogEntry(10300).number;
 
 std::string TextOf(const char* text) { return text == nullptr ? std::string() : text; }
@@ -35,6 +40,40 @@ std::string FaultText(const std::string& path, const IniFault& fault) {
   return fault.text.empty() ? text : text + " (" + fault.text + ")";
 }
 
+std::string PlaceText(const std::string& path, const IniProblem& problem) {
+  return path + ":" + std::to_string(problem.line) + ": " + problem.text;
+}
+
+/// Those of a scrape that names none where the settings name none either.
+std::vector<std::string> UsualRecords() {
+  // Applications may be added at any time; the schedule waits for an operator to say so. People
+  // have charts and alarms of the others, which the schedule under `modern` has no need of.
+  std::vector<std::string> records{"APP", "DEVD", "NIND", "HOST", "SENS"};
+  for (const ScheduleLine& line : DefaultSchedule()) {
+    records.push_back(line.record);
+  }
+  std::erase_if(records,
+                [](const std::string& record) { return WhyNotExposed(record) != nullptr; });
+  return records;
+}
+
+/// The records that a target is sent; where it names some, what is wrong with others is added to
+/// `problems`.
+std::vector<std::string> PushRecords(const PushSettings& push, std::vector<IniProblem>& problems) {
+  if (!push.records) {
+    return UsualRecords();
+  }
+  std::vector<std::string> records;
+  for (const std::string& record : *push.records) {
+    if (const char* reason = WhyNotExposed(record); reason != nullptr) {
+      problems.push_back({push.recordsLine, "Push Records: the record " + record + ' ' + reason});
+    } else if (std::ranges::find(records, record) == records.end()) {
+      records.push_back(record);
+    }
+  }
+  return records;
+}
+
 /// The socket for all; `gate` need not be made yet.
 ControlSettings SocketSettings(const GateRun& gate) {
   ControlSettings settings;
@@ -47,6 +86,13 @@ std::string AbsolutePath(const std::string& path) {
   std::error_code error;
   const std::filesystem::path whole = std::filesystem::absolute(path, error);
   return path.empty() || error ? path : whole.string();
+}
+
+/// Where the gate may write; empty where there is none.
+std::string StateFolder(GateMode mode) {
+  return mode == GateMode::kChild  ? AbsolutePath(kChildState)
+         : mode == GateMode::kUnit ? kUnitState
+                                   : "";
 }
 
 }  // namespace
@@ -94,10 +140,8 @@ int LocalNode::DebugInit(const ServiceRegistration&) {
   if (ini == nullptr) {
     Report(error);
   } else {
-    for (const std::vector<IniProblem>& problems : {NodeProblems(*ini), HttpProblems(*ini)}) {
-      for (const IniProblem& problem : problems) {
-        Report(std::string(kIniName) + ":" + std::to_string(problem.line) + ": " + problem.text);
-      }
+    for (const IniProblem& problem : SettingProblems(*ini)) {
+      Report(PlaceText(kIniName, problem));
     }
   }
   return 0;
@@ -228,6 +272,9 @@ IniListing LocalNode::ListIniFile(const char* path) {
       settings.records.value_or(std::vector<std::string>{}), [&](const std::string& problem) {
         listing.problems.push_back({settings.recordsLine, problem});
       });
+  for (const PushSettings& push : ReadPushSettings(*ini)) {
+    static_cast<void>(PushRecords(push, listing.problems));
+  }
   return listing;
 }
 
@@ -260,7 +307,7 @@ void LocalNode::LoadSettings() {
   Parts().history.Configure(ReadNodeSettings(*ini).history);
   const HttpSettings http = ReadHttpSettings(*ini, Parts().manager.IsThere());
   ConfigureMetrics(http);
-  StartGate(http);
+  StartGate(http, *ini);
   Parts().schedule.Load(ini->Path(), ScheduleLines(*ini),
                         [this](const std::string& problem) { Report(problem); });
 }
@@ -271,24 +318,45 @@ void LocalNode::ConfigureMetrics(const HttpSettings& settings) {
     metrics.Configure(*settings.records, [this](const std::string& problem) { Report(problem); });
     return;
   }
-  // Applications may be added at any time; the schedule waits for an operator to say so. People
-  // have charts and alarms of the others, which the schedule under `modern` has no need of.
-  std::vector<std::string> records{"APP", "DEVD", "NIND", "HOST", "SENS"};
-  for (const ScheduleLine& line : DefaultSchedule()) {
-    records.push_back(line.record);
-  }
-  metrics.Configure(records, [](const std::string&) {});
+  metrics.Configure(UsualRecords(), [](const std::string&) {});
 }
 
-void LocalNode::StartGate(const HttpSettings& settings) {
-  Parts().operations.TheGate().SetFacts({GateModeName(settings.gate), settings.listen,
-                                         settings.names, AbsolutePath(settings.certificate),
-                                         AbsolutePath(settings.key), AbsolutePath(settings.users),
-                                         AbsolutePath(settings.tokens), settings.arguments});
+Json LocalNode::PushTargets(const LocalIniFile& ini) {
+  Json targets = Json::Array();
+  std::vector<IniProblem> problems;
+  for (const PushSettings& push : ReadPushSettings(ini)) {
+    targets.PushBack(PushJson(push, PushRecords(push, problems), AbsolutePath));
+  }
+  for (const IniProblem& problem : problems) {
+    Report(PlaceText(ini.Path(), problem));
+  }
+  return targets;
+}
+
+void LocalNode::StartGate(const HttpSettings& settings, const LocalIniFile& ini) {
+  GateFacts facts;
+  facts.mode = GateModeName(settings.gate);
+  facts.listen = settings.listen;
+  facts.names = settings.names;
+  facts.certificate = AbsolutePath(settings.certificate);
+  facts.key = AbsolutePath(settings.key);
+  facts.users = AbsolutePath(settings.users);
+  facts.tokens = AbsolutePath(settings.tokens);
+  facts.arguments = settings.arguments;
+  facts.state = StateFolder(settings.gate);
+  facts.push = PushTargets(ini);
+  const AlarmSettings alarms = ReadAlarmSettings(ini);
+  facts.alarms = AlarmReceiversJson(alarms, AbsolutePath);
+  const bool sends =
+      facts.push.Size() != 0 || !alarms.alertmanagers.empty() || !alarms.webhooks.empty();
+  Parts().operations.TheGate().SetFacts(std::move(facts));
   if (settings.gate == GateMode::kUnit) {
     Parts().gate.Expect();
   }
-  if (settings.gate != GateMode::kChild || settings.listen.empty()) {
+  if (settings.gate == GateMode::kNone && sends) {
+    Report("Gate = none: nothing of sections Push and Alarms is sent");
+  }
+  if (settings.gate != GateMode::kChild || (settings.listen.empty() && !sends)) {
     return;
   }
   if (Parts().manager.IsThere()) {

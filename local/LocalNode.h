@@ -50,7 +50,8 @@ class LocalNode : public NodeLayer {
   int Connect(CMBAgent& agent, const AgentIdentity& identity) override;
   /// Broken lines are reported to the message log as "path:line: ...".
   std::unique_ptr<CMBIniFile> OpenIniFile(const char* directory, const char* name) override;
-  /// Sections "Node", "Http" and "Schedule" are checked here and are not among the settings.
+  /// Sections "Node", "Http", "Push", "Alarms" and "Schedule" are checked here and are not among
+  /// the settings.
   IniListing ListIniFile(const char* path) override;
   /// The product's letter and the instance, as in "U/some-host"; empty until Connect.
   char* LocalNodeId() override { return m_nodeId.data(); }
@@ -93,7 +94,9 @@ class LocalNode : public NodeLayer {
   void Report(const std::string& problem);
   void LoadSettings();
   void ConfigureMetrics(const HttpSettings& settings);
-  void StartGate(const HttpSettings& settings);
+  /// The targets of pushes, as the operation `gate` tells them.
+  [[nodiscard]] Json PushTargets(const LocalIniFile& ini);
+  void StartGate(const HttpSettings& settings, const LocalIniFile& ini);
 
   std::unique_ptr<MessageLog> m_log;
   std::unique_ptr<ServiceStatus> m_status;

@@ -157,7 +157,10 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
        &ControlOperations::ScheduleRemove},
       {"metrics", Rights::kRead, {"op", "id", "records", "format"}, &ControlOperations::Metrics},
       {"follow", Rights::kRead, {"op", "id", "records", "arguments"}, &ControlOperations::Follow},
-      {"gate", Rights::kRead, {"op", "id", "addresses"}, &ControlOperations::Gate},
+      {"gate",
+       Rights::kRead,
+       {"op", "id", "addresses", "push", "notices"},
+       &ControlOperations::Gate},
       {"console_token", Rights::kAdmit, {"op", "id"}, &ControlOperations::MakeToken},
       {"token_check", Rights::kRead, {"op", "id", "token"}, &ControlOperations::CheckToken},
       {"log", Rights::kRead, {"op", "id", "lines"}, &ControlOperations::Log},
@@ -185,7 +188,9 @@ ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleB
       m_metricsDesk(loop, desk, schedule, history),
       m_metrics(m_metricsDesk),
       m_follow(lastRows),
-      m_memory(loop) {}
+      m_memory(loop) {
+  m_metricsDesk.SetGateFigures([this] { return m_gate.Figures(); });
+}
 
 void ControlOperations::Handle(const std::string& line, const std::shared_ptr<ControlPeer>& peer) {
   auto parsed = ParseRequestLine(line);
@@ -250,6 +255,7 @@ void ControlOperations::Schema(const RequestPtr& request) {
 }
 
 void ControlOperations::Status(const RequestPtr& request) {
+  const GateFigures gate = m_gate.Figures();
   request->Succeed("status", Json{{"pid", ::getpid()},
                                   {"uptime_seconds", Seconds(Clock::now() - m_facts.start)},
                                   {"version", QMT_VERSION},
@@ -259,6 +265,8 @@ void ControlOperations::Status(const RequestPtr& request) {
                                   {"schedules", SchedulesJson(m_schedule)},
                                   {"last_batch", BatchJson(m_desk.Last())},
                                   {"history", m_history.StateJson()},
+                                  {"push", ::FiguresJson(gate.push)},
+                                  {"notices", ::FiguresJson(gate.notices)},
                                   {"facts", FactsJson()},
                                   {"figures", FiguresJson()}});
 }

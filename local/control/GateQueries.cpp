@@ -43,23 +43,49 @@ std::optional<std::vector<std::string>> ReadAddresses(const Json& list) {
 GateQueries::GateQueries()
     : m_tokens(kTokenFile, [this](const std::string& problem) { m_report(problem); }) {}
 
-std::vector<std::string> GateQueries::Addresses() const {
+bool GateQueries::IsGateThere() const {
   const std::shared_ptr<ControlPeer> gate = m_gate.lock();
-  return gate == nullptr || gate->IsGone() ? std::vector<std::string>{} : m_addresses;
+  return gate != nullptr && !gate->IsGone();
+}
+
+std::vector<std::string> GateQueries::Addresses() const {
+  return IsGateThere() ? m_addresses : std::vector<std::string>{};
+}
+
+GateFigures GateQueries::Figures() const { return IsGateThere() ? m_figures : GateFigures{}; }
+
+std::optional<ControlError> GateQueries::ReadTold(const Json& message, Told& told) {
+  const auto isBad = [&](const char* name, auto& target, auto read) {
+    const Json* const member = message.Find(name);
+    if (member != nullptr) {
+      target = read(*member);
+    }
+    return member != nullptr && !target;
+  };
+  if (isBad("addresses", told.addresses, ReadAddresses)) {
+    return ControlError{"bad-field",
+                        "addresses must be an array of at most " + std::to_string(kMostAddresses) +
+                            " texts ADDRESS:PORT",
+                        "addresses"};
+  }
+  const std::string figures =
+      " must be an array of at most " + std::to_string(GateFigures::kMost) + " objects of figures";
+  if (isBad("push", told.push, ReadPushFigures)) {
+    return ControlError{"bad-field", "push" + figures, "push"};
+  }
+  if (isBad("notices", told.notices, ReadNoticeFigures)) {
+    return ControlError{"bad-field", "notices" + figures, "notices"};
+  }
+  return std::nullopt;
 }
 
 void GateQueries::Gate(const ControlRequest& request, const std::string& host) {
-  if (const Json* list = request.Message().Find("addresses"); list != nullptr) {
-    std::optional<std::vector<std::string>> addresses = ReadAddresses(*list);
-    if (!addresses) {
-      request.Fail({"bad-field",
-                    "addresses must be an array of at most " + std::to_string(kMostAddresses) +
-                        " texts ADDRESS:PORT",
-                    "addresses"});
-      return;
-    }
-    Take(request, *std::move(addresses));
+  Told told;
+  if (const auto error = ReadTold(request.Message(), told)) {
+    request.Fail(*error);
+    return;
   }
+  Take(request, std::move(told));
   request.Succeed("gate", Json{{"mode", m_facts.mode},
                                {"listen", m_facts.listen},
                                {"names", m_facts.names},
@@ -68,17 +94,27 @@ void GateQueries::Gate(const ControlRequest& request, const std::string& host) {
                                {"users", m_facts.users},
                                {"tokens", m_facts.tokens},
                                {"arguments", m_facts.arguments},
+                               {"state", m_facts.state},
+                               {"push", m_facts.push},
+                               {"alarms", m_facts.alarms},
                                {"host", host},
                                {"version", QMT_VERSION}});
 }
 
-void GateQueries::Take(const ControlRequest& request, std::vector<std::string> addresses) {
+void GateQueries::Take(const ControlRequest& request, Told told) {
+  const bool isGate = m_gate.lock() == request.SharedPeer();
   // Else any reader could take them away, or send people elsewhere.
-  const std::shared_ptr<ControlPeer> present = m_gate.lock();
-  if (present == nullptr || present->IsGone() || present == request.SharedPeer()) {
-    m_addresses = std::move(addresses);
+  if (!(told.addresses || told.push || told.notices) || (IsGateThere() && !isGate)) {
+    return;
+  }
+  if (!isGate) {
+    m_addresses.clear();
+    m_figures = {};
     m_gate = request.SharedPeer();
   }
+  m_addresses = told.addresses ? *std::move(told.addresses) : std::move(m_addresses);
+  m_figures.push = told.push ? *std::move(told.push) : std::move(m_figures.push);
+  m_figures.notices = told.notices ? *std::move(told.notices) : std::move(m_figures.notices);
 }
 
 void GateQueries::MakeToken(const ControlRequest& request) {

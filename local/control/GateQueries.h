@@ -11,6 +11,7 @@
 #include "local/control/ConsoleTokens.h"
 #include "local/control/ControlRequest.h"
 #include "local/log/RecentMessages.h"
+#include "local/metrics/GateFigures.h"
 
 /// What the program that serves by HTTP, the gate, works by. Paths are empty for none.
 struct GateFacts {
@@ -22,6 +23,9 @@ struct GateFacts {
   std::string users;
   std::string tokens;
   bool arguments = true;
+  std::string state;             ///< the folder that it may write to
+  Json push = Json::Array();     ///< targets, as the operation `gate` tells them
+  Json alarms = Json::Object();  ///< receivers of alarms, likewise
 };
 
 /// The operations of the gate: `gate`, `console_token`, `token_check` and `log`.
@@ -40,6 +44,8 @@ class GateQueries {
   void OnProblem(ProblemReport report) { m_report = std::move(report); }
   /// Where the gate listens, for as long as the connection on which it said so first; else empty.
   [[nodiscard]] std::vector<std::string> Addresses() const;
+  /// What the same gate says of what it sends.
+  [[nodiscard]] GateFigures Figures() const;
 
   void Gate(const ControlRequest& request, const std::string& host);
   void MakeToken(const ControlRequest& request);
@@ -47,7 +53,16 @@ class GateQueries {
   void Log(const ControlRequest& request) const;
 
  private:
-  void Take(const ControlRequest& request, std::vector<std::string> addresses);
+  /// What a gate tells of itself; nothing of what it leaves out.
+  struct Told {
+    std::optional<std::vector<std::string>> addresses;
+    std::optional<std::vector<PushFigures>> push;
+    std::optional<std::vector<NoticeFigures>> notices;
+  };
+  /// Whether it is there still that has told what is kept.
+  [[nodiscard]] bool IsGateThere() const;
+  [[nodiscard]] static std::optional<ControlError> ReadTold(const Json& message, Told& told);
+  void Take(const ControlRequest& request, Told told);
 
   GateFacts m_facts;
   LastMessages m_log;
@@ -55,5 +70,6 @@ class GateQueries {
   ConsoleTokens m_tokens;
   std::optional<std::chrono::steady_clock::time_point> m_lastToken;
   std::vector<std::string> m_addresses;
-  std::weak_ptr<ControlPeer> m_gate;  ///< who has told them
+  GateFigures m_figures;
+  std::weak_ptr<ControlPeer> m_gate;  ///< who has told these
 };

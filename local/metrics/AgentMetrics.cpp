@@ -127,5 +127,6 @@ void AddAgentMetrics(MetricText& text, const AgentFacts& facts) {
   AddHistory(text, facts.history);
   AddOne(text, "scrapes", "Scrapes that were asked for", MetricKind::kCounter,
          static_cast<double>(facts.scrapes));
+  AddGateMetrics(text, facts.gate);
   AddFigures(text);
 }

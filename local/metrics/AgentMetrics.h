@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "local/history/HistoryStore.h"
+#include "local/metrics/GateFigures.h"
 #include "local/metrics/MetricText.h"
 #include "local/schedule/BatchDesk.h"
 #include "local/schedule/ScheduleBook.h"
@@ -13,8 +14,9 @@ struct AgentFacts {
   const ScheduleBook& schedule;
   const HistoryStore& history;
   std::uint64_t scrapes;  ///< since the start
+  const GateFigures& gate;
 };
 
-/// The families of the daemon itself: build, batches, schedules, history, scrapes, and the
-/// registered figures.
+/// The families of the daemon itself: build, batches, schedules, history, scrapes, what the gate
+/// sends, and the registered figures.
 void AddAgentMetrics(MetricText& text, const AgentFacts& facts);

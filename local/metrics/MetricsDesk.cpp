@@ -12,8 +12,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Null if it can be exposed.
-const char* WhyNot(const std::string& record) {
+}  // namespace
+
+const char* WhyNotExposed(const std::string& record) {
   if (CheckRecord(record, 0) == RequestOutcome::kUnknownRecord) {
     return "is unknown";
   }
@@ -26,8 +27,6 @@ const char* WhyNot(const std::string& record) {
   }
   return IsExposable(*layout) ? nullptr : "has a row per process, which is no metric";
 }
-
-}  // namespace
 
 struct MetricsDesk::Look {
   struct Waiting {
@@ -50,7 +49,7 @@ MetricsDesk::MetricsDesk(EventLoop& loop, BatchDesk& desk, const ScheduleBook& s
 void MetricsDesk::Configure(const std::vector<std::string>& records, const ProblemReport& report) {
   m_records.clear();
   for (const std::string& record : records) {
-    if (const char* reason = WhyNot(record); reason != nullptr) {
+    if (const char* reason = WhyNotExposed(record); reason != nullptr) {
       report("Http Records: the record " + record + ' ' + reason);
     } else if (std::find(m_records.begin(), m_records.end(), record) == m_records.end()) {
       m_records.push_back(record);
@@ -60,7 +59,7 @@ void MetricsDesk::Configure(const std::vector<std::string>& records, const Probl
 
 void MetricsDesk::Scrape(const std::vector<std::string>& records, MetricFormat format, Done done) {
   for (const std::string& record : records) {
-    if (const char* reason = WhyNot(record); reason != nullptr) {
+    if (const char* reason = WhyNotExposed(record); reason != nullptr) {
       done({MetricsAnswer::Outcome::kBadRecord, "the record " + record + ' ' + reason});
       return;
     }
@@ -161,6 +160,6 @@ MetricsAnswer MetricsDesk::Render(const Look& look, MetricFormat format) {
       text.Sample({{"record", record}}, static_cast<double>(count));
     }
   }
-  AddAgentMetrics(text, {m_desk, m_schedule, m_history, m_scrapes});
+  AddAgentMetrics(text, {m_desk, m_schedule, m_history, m_scrapes, m_gate()});
   return {MetricsAnswer::Outcome::kDone, text.Finish()};
 }

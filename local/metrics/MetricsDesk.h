@@ -7,11 +7,13 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "local/history/HistoryStore.h"
 #include "local/log/ProblemReport.h"
 #include "local/loop/EventLoop.h"
+#include "local/metrics/GateFigures.h"
 #include "local/metrics/MetricText.h"
 #include "local/schedule/BatchDesk.h"
 #include "local/schedule/ScheduleBook.h"
@@ -25,6 +27,9 @@ struct MetricsAnswer {
   /// be exposed, what is wrong.
   std::string text;
 };
+
+/// Why a record can't be exposed, as in "is unknown"; null if it can.
+[[nodiscard]] const char* WhyNotExposed(const std::string& record);
 
 /// Makes metrics of the agent's records: each scrape is one look without rates, which moves no
 /// schedule's differences. Scrapes of the same records that come within kShared share a batch.
@@ -40,6 +45,10 @@ class MetricsDesk {
   /// The records of a scrape that names none. Those that can't be exposed are reported and left
   /// out.
   void Configure(const std::vector<std::string>& records, const ProblemReport& report);
+
+  /// What the gate says of what it sends, at the moment of the call. Until it is set, nothing.
+  void SetGateFigures(std::function<GateFigures()> figures) { m_gate = std::move(figures); }
+  [[nodiscard]] const std::vector<std::string>& Records() const { return m_records; }
 
   /// Answers a scrape of these records, or, where there are none, of the configured ones: at once
   /// or after its turn in the loop, once in any case.
@@ -65,4 +74,5 @@ class MetricsDesk {
   Names m_records;
   std::map<Names, std::shared_ptr<Look>> m_looks;
   std::uint64_t m_scrapes = 0;
+  std::function<GateFigures()> m_gate = [] { return GateFigures(); };
 };

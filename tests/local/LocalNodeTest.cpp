@@ -410,7 +410,10 @@ TEST_F(LocalNodeTest, TheScheduleOfTheIniFileIsServedAndItsBadLinesAreReported) 
 }
 
 TEST_F(LocalNodeTest, AGateIsToldWholePathsAndAChildOfAServiceIsWarnedOf) {
-  WriteIni("[Http]\nListen = 127.0.0.1:0\nGate = child\nCertificate = c\nKey = /k\nUsers = a/u\n");
+  WriteIni(
+      "[Http]\nListen = 127.0.0.1:0\nGate = child\nCertificate = c\nKey = /k\nUsers = a/u\n"
+      "[Push]\nUrl = http://h\nRecords = FAKE NONE\nToken File = t\n[Push.bad]\nUrl = h\n"
+      "[Alarms]\nAlertmanager = http://h\n");
   ::setenv("NOTIFY_SOCKET", "/nowhere", 1);
   Serve([] {
     TestClient client;
@@ -420,8 +423,15 @@ TEST_F(LocalNodeTest, AGateIsToldWholePathsAndAChildOfAServiceIsWarnedOf) {
     EXPECT_EQ(gate["users"], folder + "/a/u");
     EXPECT_EQ(gate["key"], "/k");
     EXPECT_EQ(gate["tokens"], "");
+    EXPECT_EQ(gate["state"], folder + "/run/gate-state");
+    ASSERT_EQ(gate["push"].Size(), 1U);
+    EXPECT_EQ(gate["push"][0]["token_file"], folder + "/t");
+    EXPECT_EQ(JsonText(gate["push"][0]["records"]), R"(["FAKE"])");
+    EXPECT_EQ(JsonText(gate["alarms"]["alertmanager"]), R"(["http://h"])");
   });
   EXPECT_THAT(Log(), HasSubstr("Gate = child: "));
+  EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:9: Push Records: the record NONE is unknown"));
+  EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:12: [Push.bad]: \"Url\" must be "));
 }
 
 TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {

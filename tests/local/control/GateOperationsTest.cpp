@@ -17,6 +17,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 class ConsoleTokensTest : public ::testing::Test {
  protected:
@@ -132,7 +133,17 @@ TEST(RecentMessagesTest, TheLastAreKeptWithinBounds) {
 class GateOperationsTest : public ::testing::Test, protected ServedControl {};
 
 TEST_F(GateOperationsTest, AGateLearnsItsSettingsAndTellsWhereItListens) {
-  operations.TheGate().SetFacts({"unit", {"[::1]:1"}, {"n"}, "/c", "/k", "/u", "/t", false});
+  operations.TheGate().SetFacts({"unit",
+                                 {"[::1]:1"},
+                                 {"n"},
+                                 "/c",
+                                 "/k",
+                                 "/u",
+                                 "/t",
+                                 false,
+                                 "/s",
+                                 Json::Array({Json{{"name", "far"}}}),
+                                 Json{{"link", "l"}}});
   operations.TheGate().SetLog([](std::size_t count) {
     return std::vector<RecentMessage>(std::min<std::size_t>(count, 3), {7, kError, "text"});
   });
@@ -145,7 +156,8 @@ TEST_F(GateOperationsTest, AGateLearnsItsSettingsAndTellsWhereItListens) {
       facts.Erase("version");
       EXPECT_EQ(JsonText(facts),
                 R"({"mode":"unit","listen":["[::1]:1"],"names":["n"],"certificate":"/c",)"
-                R"("key":"/k","users":"/u","tokens":"/t","arguments":false,"host":""})");
+                R"("key":"/k","users":"/u","tokens":"/t","arguments":false,"state":"/s",)"
+                R"("push":[{"name":"far"}],"alarms":{"link":"l"},"host":""})");
       TestClient other;
       EXPECT_EQ(other.Ask(R"({"op":"gate","addresses":[]})")["ok"], true);
       EXPECT_EQ(shown(), "127.0.0.1:80, [::1]:81") << "nobody else takes them away";
@@ -182,6 +194,68 @@ TEST_F(GateOperationsTest, AGateLearnsItsSettingsAndTellsWhereItListens) {
     }
   });
   EXPECT_THAT(problems, IsEmpty());
+}
+
+TEST_F(GateOperationsTest, WhatAGateSendsIsShownForAsLongAsItIsThere) {
+  const std::string push =
+      R"([{"name":"far","url":"http://h:1/w","error":"refused","oldest":1000,"sent_rows":1,)"
+      R"("sent_samples":2,"refused_samples":3,"skipped_samples":4,"requests":5,"failures":6,)"
+      R"("bytes":7,"seconds":1.5}])";
+  const std::string notices = R"([{"url":"http://h/secret","sent":1,"failures":2,"dropped":3},)"
+                              R"({"url":"http://h/other","sent":10,"failures":20,"dropped":30}])";
+  Serve([&] {
+    TestClient client;
+    const auto shown = [&] {
+      const Json status = client.Ask(R"({"op":"status"})")["status"];
+      return JsonText(status["push"]) + JsonText(status["notices"]);
+    };
+    const auto metrics = [&] {
+      const Json head = client.Ask(R"({"op":"metrics"})");
+      return client.ReceiveBytes(static_cast<std::size_t>(head["metrics"]["bytes"].Whole()));
+    };
+    {
+      TestClient gate;
+      gate.Ask(R"({"op":"gate","push":)" + push + "}");
+      EXPECT_EQ(shown(), push + "[]");
+      gate.Ask(R"({"op":"gate","notices":)" + notices + "}");
+      TestClient other;
+      other.Ask(R"({"op":"gate","push":[]})");
+      EXPECT_EQ(shown(), push + notices) << "each stands until it is told anew, by the same gate";
+      const std::string text = metrics();
+      for (const char* line : {"qmt_agent_push_failing{target=\"far\"} 1\n",
+                               "qmt_agent_push_sent_rows_total{target=\"far\"} 1\n",
+                               "qmt_agent_push_skipped_samples_total{target=\"far\"} 4\n",
+                               "qmt_agent_push_bytes_total{target=\"far\"} 7\n",
+                               "qmt_agent_push_seconds_total{target=\"far\"} 1.5\n",
+                               "qmt_agent_push_oldest_age_seconds{target=\"far\"} 1",
+                               "qmt_agent_notices_sent_total{receiver=\"http://h\"} 11\n",
+                               "qmt_agent_notices_dropped_total{receiver=\"http://h\"} 33\n"}) {
+        EXPECT_THAT(text, HasSubstr(line));
+      }
+      EXPECT_THAT(text, Not(HasSubstr("secret")));
+    }
+    for (int i = 0; i < 200 && shown() != "[][]"; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(shown(), "[][]");
+    client.Ask(R"({"op":"gate","notices":[]})");
+    EXPECT_EQ(shown(), "[][]") << "what the gate before has told is not its own";
+    EXPECT_THAT(metrics(), Not(HasSubstr("qmt_agent_push_")));
+    const std::string tooMany = JsonText(std::vector<Json>(65, Json{{"name", "n"}}));
+    const std::pair<std::string, const char*> refused[] = {
+        {R"("push":{})", "push"},
+        {R"("push":[1])", "push"},
+        {R"("push":[{}])", "push"},
+        {R"("push":[{"name":1}])", "push"},
+        {R"("push":[{"name":"n","requests":-1}])", "push"},
+        {R"("push":[{"name":"n","seconds":-0.5}])", "push"},
+        {R"("push":[{"name":"n","oldest":18446744073709551615}])", "push"},
+        {"\"push\":" + tooMany, "push"},
+        {R"("notices":[{"sent":1}])", "notices"}};
+    for (const auto& [members, field] : refused) {
+      EXPECT_EQ(client.Ask(R"({"op":"gate",)" + members + "}")["error"]["field"], field) << members;
+    }
+  });
 }
 
 TEST_F(GateOperationsTest, AGateReadsAtTheMostWhoseverItIs) {
