@@ -15,15 +15,19 @@ constexpr std::chrono::seconds kAskAgainPause{1};
 constexpr std::size_t kMaxSettings = std::size_t{2} << 20;
 /// So often it is looked whether a file that is not as it should be has changed.
 constexpr std::chrono::seconds kFaultPause{2};
+/// So often the daemon is told what is sent.
+constexpr std::chrono::seconds kTellPause{5};
 
 }  // namespace
 
-Gate::Gate(std::string controlPath, bool isChild)
+Gate::Gate(std::string controlPath, bool isChild, std::string state)
     : m_isChild(isChild),
+      m_state(std::move(state)),
       m_desk(m_loop, std::move(controlPath)),
       m_pages(m_desk),
       m_fault(m_loop),
-      m_again(m_loop) {}
+      m_again(m_loop),
+      m_tell(m_loop) {}
 
 Gate::~Gate() = default;
 
@@ -32,6 +36,7 @@ int Gate::Run() {
   AskSettings();
   m_loop.Run();
   m_servers.clear();
+  m_push.reset();
   return 0;
 }
 
@@ -91,11 +96,13 @@ void Gate::OnAnswer(const Json& answer) {
   }
   if (!std::exchange(m_areAddressesTold, true)) {
     TellAddresses();
+    TellFiguresSoon();
     m_desk.Memory().NoteRareWork();
   }
 }
 
 void Gate::TakeUp(const GateSettings& settings) {
+  const bool isPushSame = m_hasSettings && settings.push == m_settings.push;
   m_hasSettings = true;
   m_settings = GateSettings(settings);
   m_servers.clear();
@@ -108,6 +115,41 @@ void Gate::TakeUp(const GateSettings& settings) {
     OpenListener(text);
   }
   LookAtFaults();
+  if (!isPushSame) {
+    OpenPush();
+  }
+}
+
+void Gate::OpenPush() {
+  m_push.reset();
+  TellFiguresSoon();
+  if (m_settings.push.empty()) {
+    return;
+  }
+  if (m_sender == nullptr) {
+    m_sender = std::make_unique<HttpSender>(m_loop);
+  }
+  m_push = std::make_unique<PushDesk>(m_desk, *m_sender, m_settings.push, m_state,
+                                      PushHooks{GateLog, [this] { TellFiguresSoon(); }});
+}
+
+void Gate::TellFiguresSoon() {
+  if (!std::exchange(m_isTellDue, true)) {
+    m_tell.At(m_lastTold + kTellPause, [this] {
+      m_isTellDue = false;
+      TellFigures();
+    });
+  }
+}
+
+void Gate::TellFigures() {
+  // A new connection is told then.
+  if (!m_areAddressesTold) {
+    return;
+  }
+  m_lastTold = LoopTimer::Clock::now();
+  m_link->Say(JsonText(
+      Json{{"op", "gate"}, {"push", m_push == nullptr ? Json::Array() : m_push->Figures()}}));
 }
 
 void Gate::LookAtFaults() {

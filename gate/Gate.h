@@ -10,13 +10,17 @@
 #include "gate/TlsFiles.h"
 #include "gate/daemon/DaemonDesk.h"
 #include "gate/http/HttpServer.h"
+#include "gate/push/PushDesk.h"
+#include "gate/send/HttpSender.h"
 
-/// The gate as a whole: asks the daemon what to work by, listens, and serves. While the daemon is
-/// away it goes on listening and asks again; settings that have changed then are taken up.
+/// The gate as a whole: asks the daemon what to work by, listens, serves, and sends. While the
+/// daemon is away it goes on listening and asks again; settings that have changed then are taken
+/// up.
 class Gate {
  public:
-  /// `controlPath`: the daemon's control socket. `isChild`: the daemon has started it.
-  Gate(std::string controlPath, bool isChild);
+  /// `controlPath`: the daemon's control socket. `isChild`: the daemon has started it. `state`: the
+  /// folder that it may write to, empty for none.
+  Gate(std::string controlPath, bool isChild, std::string state = "");
   ~Gate();
   Gate(const Gate&) = delete;
   Gate& operator=(const Gate&) = delete;
@@ -39,10 +43,15 @@ class Gate {
   void OpenTls();
   void OpenListener(const std::string& text);
   void TellAddresses();
+  void OpenPush();
+  /// Has the daemon told what is sent, as soon as it may be told again.
+  void TellFiguresSoon();
+  void TellFigures();
   [[nodiscard]] AccessHooks Hooks();
   void CheckToken(const std::string& token, const AccessHooks::TokenAnswer& answer);
 
   bool m_isChild;
+  std::string m_state;
   GateLoop m_loop;
   DaemonDesk m_desk;
   GatePages m_pages;
@@ -59,4 +68,9 @@ class Gate {
   std::vector<FileStamp> m_faultStamps;
   LoopTimer m_fault;
   LoopTimer m_again;
+  std::unique_ptr<HttpSender> m_sender;
+  std::unique_ptr<PushDesk> m_push;
+  LoopTimer m_tell;
+  bool m_isTellDue = false;
+  LoopTimer::Clock::time_point m_lastTold;
 };

@@ -1,0 +1,107 @@
+#include "gate/push/PushCursor.h"
+
+#include <algorithm>
+#include <asio/io_context.hpp>
+#include <asio/post.hpp>
+#include <system_error>
+#include <utility>
+
+#include "gate/access/AccessError.h"
+#include "gate/access/CheckedFile.h"
+#include "io/IoLoop.h"
+#include "json/JsonText.h"
+#include "support/AtomicFile.h"
+
+namespace {
+
+constexpr JsonLimits kCursorLimits{.depth = 4};
+constexpr const char* kUrlMember = "url";
+constexpr const char* kSinceMember = "since";
+constexpr const char* kAfterMember = "after";
+
+bool IsCursor(const Json& file) {
+  const Json* url = file.Find(kUrlMember);
+  const Json* since = file.Find(kSinceMember);
+  const Json* after = file.Find(kAfterMember);
+  return url != nullptr && url->IsString() && since != nullptr && since->IsWhole() &&
+         after != nullptr && after->IsObject() &&
+         std::ranges::all_of(after->Members(), [](const JsonMember& member) {
+           return member.value.IsArray() && member.value.Size() == 2 && member.value[0].IsWhole() &&
+                  member.value[1].IsWhole();
+         });
+}
+
+}  // namespace
+
+PushCursor::PushCursor(IoLoop& loop, const std::string& folder, const std::string& name,
+                       std::string url)
+    : m_loop(loop),
+      m_path(folder.empty() ? "" : folder + "/push-" + name + ".json"),
+      m_url(std::move(url)) {}
+
+PushCursor::~PushCursor() { Wait(); }
+
+bool PushCursor::Load(std::int64_t since, std::string& error) {
+  m_since = since;
+  m_after = Json::Object();
+  if (m_path.empty() || StampOf(m_path) == FileStamp{}) {
+    return true;
+  }
+  try {
+    Json file = ParseJson(ReadCheckedFile(m_path).text, kCursorLimits).value;
+    if (!IsCursor(file)) {
+      error = m_path + ": it is no file of this program's";
+      return false;
+    }
+    if (file[kUrlMember].Text() == m_url) {
+      m_since = file[kSinceMember].Whole();
+      m_after = std::move(file[kAfterMember]);
+    }
+    return true;
+  } catch (const AccessError& fault) {
+    error = fault.what();
+    return false;
+  }
+}
+
+bool PushCursor::Advance(const Json& next) {
+  bool isNew = false;
+  for (const JsonMember& member : next.Members()) {
+    Json& place = m_after[member.name];
+    isNew = isNew || !(place == member.value);
+    place = member.value;
+  }
+  return isNew;
+}
+
+void PushCursor::Wait() {
+  if (m_writer.joinable()) {
+    m_writer.join();
+  }
+}
+
+void PushCursor::Save(Saved done) {
+  Wait();
+  m_saved = std::make_shared<Saved>(std::move(done));
+  const auto tell = [&loop = m_loop, weak = std::weak_ptr(m_saved)](const std::string& error) {
+    asio::post(loop.Io(), [weak, error] {
+      if (const std::shared_ptr<Saved> saved = weak.lock()) {
+        (*saved)(error);
+      }
+    });
+  };
+  if (m_path.empty()) {
+    tell("");
+    return;
+  }
+  const Json file{{kUrlMember, m_url}, {kSinceMember, m_since}, {kAfterMember, m_after}};
+  try {
+    m_writer = std::thread([tell, path = m_path, text = JsonText(file) + '\n'] {
+      std::string error;
+      static_cast<void>(ReplaceFile(path, text, error));
+      tell(error);
+    });
+  } catch (const std::system_error& error) {
+    tell(m_path + ": " + error.what());
+  }
+}
