@@ -1,16 +1,16 @@
 #include "gate/push/PushCursor.h"
 
+#include <sys/eventfd.h>
+
 #include <algorithm>
-#include <asio/io_context.hpp>
-#include <asio/post.hpp>
 #include <system_error>
 #include <utility>
 
 #include "gate/access/AccessError.h"
 #include "gate/access/CheckedFile.h"
-#include "io/IoLoop.h"
 #include "json/JsonText.h"
 #include "support/AtomicFile.h"
+#include "support/Descriptor.h"
 
 namespace {
 
@@ -35,9 +35,10 @@ bool IsCursor(const Json& file) {
 
 PushCursor::PushCursor(IoLoop& loop, const std::string& folder, const std::string& name,
                        std::string url)
-    : m_loop(loop),
-      m_path(folder.empty() ? "" : folder + "/push-" + name + ".json"),
-      m_url(std::move(url)) {}
+    : m_path(folder.empty() ? "" : folder + "/push-" + name + ".json"),
+      m_url(std::move(url)),
+      m_soon(loop),
+      m_written(loop) {}
 
 PushCursor::~PushCursor() { Wait(); }
 
@@ -81,27 +82,36 @@ void PushCursor::Wait() {
 }
 
 void PushCursor::Save(Saved done) {
-  Wait();
-  m_saved = std::make_shared<Saved>(std::move(done));
-  const auto tell = [&loop = m_loop, weak = std::weak_ptr(m_saved)](const std::string& error) {
-    asio::post(loop.Io(), [weak, error] {
-      if (const std::shared_ptr<Saved> saved = weak.lock()) {
-        (*saved)(error);
-      }
-    });
-  };
+  m_saved = std::move(done);
+  m_writeError.clear();
   if (m_path.empty()) {
-    tell("");
+    m_soon.After({}, [this] { OnSaved(); });
     return;
   }
   const Json file{{kUrlMember, m_url}, {kSinceMember, m_since}, {kAfterMember, m_after}};
   try {
-    m_writer = std::thread([tell, path = m_path, text = JsonText(file) + '\n'] {
-      std::string error;
-      static_cast<void>(ReplaceFile(path, text, error));
-      tell(error);
+    if (m_written.Get() < 0) {
+      m_written.Take(Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)));
+    }
+    m_writer = std::thread([this, text = JsonText(file) + '\n'] {
+      static_cast<void>(ReplaceFile(m_path, text, m_writeError));
+      ::eventfd_write(m_written.Get(), 1);
     });
+    Expect();
   } catch (const std::system_error& error) {
-    tell(m_path + ": " + error.what());
+    m_writeError = m_path + ": " + error.what();
+    m_soon.After({}, [this] { OnSaved(); });
   }
+}
+
+void PushCursor::Expect() {
+  m_written.OnReadable([this] {
+    ::eventfd_t count = 0;
+    ::eventfd_read(m_written.Get(), &count) == 0 ? OnSaved() : Expect();
+  });
+}
+
+void PushCursor::OnSaved() {
+  Wait();
+  std::exchange(m_saved, nullptr)(m_writeError);
 }

@@ -2,13 +2,12 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <thread>
 
+#include "io/LoopDescriptor.h"
+#include "io/LoopTimer.h"
 #include "json/Json.h"
-
-class IoLoop;
 
 /// How far a target has got: by record the place of the last row that it has taken, in the file
 /// push-NAME.json of the gate's state. For the loop's thread.
@@ -37,12 +36,16 @@ class PushCursor {
 
  private:
   void Wait();
+  void Expect();
+  void OnSaved();
 
-  IoLoop& m_loop;
   std::string m_path;  ///< empty for none
   std::string m_url;
   std::int64_t m_since = 0;
   Json m_after = Json::Object();
-  std::shared_ptr<Saved> m_saved;  ///< who waits for the writer
+  Saved m_saved;
+  LoopTimer m_soon;
+  LoopDescriptor m_written;  ///< readable when the writer is done
   std::thread m_writer;
+  std::string m_writeError;  ///< the writer's until then
 };

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <asio/io_context.hpp>
 #include <ctime>
 #include <fstream>
 #include <mutex>
@@ -113,7 +112,6 @@ class PushTargetTest : public ::testing::Test {
     };
     look();
     m_loop.Run();
-    m_loop.Io().restart();
     Json figures = push.Figures()[0];
     EXPECT_TRUE(isDone(figures)) << JsonText(figures);
     return figures;
