@@ -13,21 +13,21 @@ namespace {
 
 constexpr std::chrono::seconds kAskAgainPause{1};
 constexpr std::size_t kMaxSettings = std::size_t{2} << 20;
-/// The shortest time between two tellings of what was sent.
-constexpr std::chrono::seconds kNoticesPause{5};
 /// So often it is looked whether a file that is not as it should be has changed.
 constexpr std::chrono::seconds kFaultPause{2};
+/// So often the daemon is told what is sent.
+constexpr std::chrono::seconds kTellPause{5};
 
 }  // namespace
 
-Gate::Gate(std::string controlPath, bool isChild)
+Gate::Gate(std::string controlPath, bool isChild, std::string state)
     : m_isChild(isChild),
+      m_state(std::move(state)),
       m_desk(m_loop, std::move(controlPath)),
-      m_sender(m_loop),
       m_pages(m_desk),
       m_fault(m_loop),
       m_again(m_loop),
-      m_notices(m_loop) {}
+      m_tell(m_loop) {}
 
 Gate::~Gate() = default;
 
@@ -36,6 +36,7 @@ int Gate::Run() {
   AskSettings();
   m_loop.Run();
   m_servers.clear();
+  m_push.reset();
   return 0;
 }
 
@@ -95,11 +96,13 @@ void Gate::OnAnswer(const Json& answer) {
   }
   if (!std::exchange(m_areAddressesTold, true)) {
     TellAddresses();
+    TellFiguresSoon();
     m_desk.Memory().NoteRareWork();
   }
 }
 
 void Gate::TakeUp(const GateSettings& settings) {
+  const bool isPushSame = m_hasSettings && settings.push == m_settings.push;
   m_hasSettings = true;
   m_settings = GateSettings(settings);
   m_servers.clear();
@@ -113,6 +116,46 @@ void Gate::TakeUp(const GateSettings& settings) {
   }
   OpenAlarms();
   LookAtFaults();
+  if (!isPushSame) {
+    OpenPush();
+  }
+}
+
+void Gate::OpenPush() {
+  m_push.reset();
+  TellFiguresSoon();
+  if (m_settings.push.empty()) {
+    return;
+  }
+  m_push = std::make_unique<PushDesk>(m_desk, Sender(), m_settings.push, m_state,
+                                      PushHooks{GateLog, [this] { TellFiguresSoon(); }});
+}
+
+HttpSender& Gate::Sender() {
+  if (m_sender == nullptr) {
+    m_sender = std::make_unique<HttpSender>(m_loop);
+  }
+  return *m_sender;
+}
+
+void Gate::TellFiguresSoon() {
+  if (!std::exchange(m_isTellDue, true)) {
+    m_tell.At(m_lastTold + kTellPause, [this] {
+      m_isTellDue = false;
+      TellFigures();
+    });
+  }
+}
+
+void Gate::TellFigures() {
+  // A new connection is told then.
+  if (!m_areAddressesTold) {
+    return;
+  }
+  m_lastTold = LoopTimer::Clock::now();
+  m_link->Say(JsonText(Json{{"op", "gate"},
+                            {"push", m_push == nullptr ? Json::Array() : m_push->Figures()},
+                            {"notices", NoticesJson()}}));
 }
 
 void Gate::LookAtFaults() {
@@ -202,31 +245,27 @@ void Gate::OpenAlarms() {
                    sending.clientCertificate, sending.clientKey},
       .link = receivers.link,
       .host = m_settings.host,
-      .folder = m_settings.state};
+      .folder = m_state};
+  if (targets.alertmanagers.empty() && targets.webhooks.empty()) {
+    m_alarms.reset();
+    return;
+  }
   if (m_alarms != nullptr && m_alarms->Targets() == targets) {
     return;
   }
   // What it has told is written before the next one reads it.
   m_alarms.reset();
   m_alarms = std::make_unique<AlarmDesk>(
-      m_desk, m_sender, std::move(targets),
-      AlarmDesk::Hooks{[](const std::string& text) { GateLog(text); }, [this] { PlanNotices(); }});
-}
-
-void Gate::PlanNotices() {
-  if (!std::exchange(m_areNoticesPlanned, true)) {
-    m_notices.After(kNoticesPause, [this] {
-      m_areNoticesPlanned = false;
-      // A new connection begins with them.
-      if (m_areAddressesTold) {
-        m_link->Say(JsonText(Json{{"op", "gate"}, {"notices", NoticesJson()}}));
-      }
-    });
-  }
+      m_desk, Sender(), std::move(targets),
+      AlarmDesk::Hooks{[](const std::string& text) { GateLog(text); },
+                       [this] { TellFiguresSoon(); }});
 }
 
 Json Gate::NoticesJson() const {
   Json notices = Json::Array();
+  if (m_alarms == nullptr) {
+    return notices;
+  }
   for (const ReceiverFigures& one : m_alarms->Figures()) {
     notices.PushBack(Json{{"url", one.url},
                           {"sent", one.sent},
@@ -242,11 +281,8 @@ void Gate::TellAddresses() {
     addresses.push_back((server->IsTls() ? "https://" : "") + server->Address());
   }
   m_pages.SetAddresses(addresses);
-  Json told{{"op", "gate"}, {"addresses", addresses}};
-  if (Json notices = NoticesJson(); notices.Size() != 0) {
-    told["notices"] = std::move(notices);
-  }
-  m_link->Say(JsonText(told));
+  m_link->Say(JsonText(Json{{"op", "gate"}, {"addresses", addresses}}));
+  TellFiguresSoon();
 }
 
 AccessHooks Gate::Hooks() {

@@ -11,14 +11,17 @@
 #include "gate/alarm/AlarmDesk.h"
 #include "gate/daemon/DaemonDesk.h"
 #include "gate/http/HttpServer.h"
+#include "gate/push/PushDesk.h"
 #include "gate/send/HttpSender.h"
 
-/// The gate as a whole: asks the daemon what to work by, listens, and serves. While the daemon is
-/// away it goes on listening and asks again; settings that have changed then are taken up.
+/// The gate as a whole: asks the daemon what to work by, listens, serves, and sends. While the
+/// daemon is away it goes on listening and asks again; settings that have changed then are taken
+/// up.
 class Gate {
  public:
-  /// `controlPath`: the daemon's control socket. `isChild`: the daemon has started it.
-  Gate(std::string controlPath, bool isChild);
+  /// `controlPath`: the daemon's control socket. `isChild`: the daemon has started it. `state`: the
+  /// folder that it may write to, empty for none.
+  Gate(std::string controlPath, bool isChild, std::string state = "");
   ~Gate();
   Gate(const Gate&) = delete;
   Gate& operator=(const Gate&) = delete;
@@ -42,16 +45,19 @@ class Gate {
   void OpenListener(const std::string& text);
   void OpenAlarms();
   void TellAddresses();
-  /// Tells soon what receivers of alarms have been sent.
-  void PlanNotices();
+  void OpenPush();
+  [[nodiscard]] HttpSender& Sender();
   [[nodiscard]] Json NoticesJson() const;
+  /// Has the daemon told what is sent, as soon as it may be told again.
+  void TellFiguresSoon();
+  void TellFigures();
   [[nodiscard]] AccessHooks Hooks();
   void CheckToken(const std::string& token, const AccessHooks::TokenAnswer& answer);
 
   bool m_isChild;
+  std::string m_state;
   GateLoop m_loop;
   DaemonDesk m_desk;
-  HttpSender m_sender;
   GatePages m_pages;
   std::unique_ptr<TlsFiles> m_tls;
   std::vector<std::unique_ptr<HttpServer>> m_servers;
@@ -66,7 +72,10 @@ class Gate {
   std::vector<FileStamp> m_faultStamps;
   LoopTimer m_fault;
   LoopTimer m_again;
-  LoopTimer m_notices;
-  bool m_areNoticesPlanned = false;
+  std::unique_ptr<HttpSender> m_sender;  ///< null until something is to be sent
+  std::unique_ptr<PushDesk> m_push;
+  LoopTimer m_tell;
+  bool m_isTellDue = false;
+  LoopTimer::Clock::time_point m_lastTold;
   std::unique_ptr<AlarmDesk> m_alarms;
 };

@@ -31,6 +31,8 @@ void GateLoop::Run() {
       GateLog(error.what());
     }
   }
+  // So that it may run again.
+  Io().restart();
 }
 
 void GateLoop::Stop() { Io().stop(); }

@@ -1,5 +1,6 @@
 #include "gate/GateRights.h"
 
+#include <fcntl.h>
 #include <grp.h>
 #include <linux/landlock.h>
 #include <pwd.h>
@@ -15,6 +16,7 @@
 
 #include "gate/CallFilter.h"
 #include "support/Capabilities.h"
+#include "support/Descriptor.h"
 
 namespace {
 
@@ -36,6 +38,10 @@ bool BecomeUser(const std::string& user, std::string& error) {
   return true;
 }
 
+// By the numbers of the kernel's interface, which the headers of an older one lack.
+constexpr std::uint64_t kRefer = std::uint64_t{1} << 13;
+constexpr std::uint64_t kTruncate = std::uint64_t{1} << 14;
+
 /// What the kernel can keep a program from doing with files, by its version of that.
 std::uint64_t RefusedFileAccess(long version) {
   std::uint64_t access =
@@ -43,16 +49,25 @@ std::uint64_t RefusedFileAccess(long version) {
       LANDLOCK_ACCESS_FS_REMOVE_FILE | LANDLOCK_ACCESS_FS_MAKE_CHAR | LANDLOCK_ACCESS_FS_MAKE_DIR |
       LANDLOCK_ACCESS_FS_MAKE_REG | LANDLOCK_ACCESS_FS_MAKE_SOCK | LANDLOCK_ACCESS_FS_MAKE_FIFO |
       LANDLOCK_ACCESS_FS_MAKE_BLOCK | LANDLOCK_ACCESS_FS_MAKE_SYM;
-  // By the numbers of the kernel's interface, which the headers of an older one lack.
-  constexpr std::uint64_t kRefer = std::uint64_t{1} << 13;
-  constexpr std::uint64_t kTruncate = std::uint64_t{1} << 14;
   access |= version >= 2 ? kRefer : 0;
   access |= version >= 3 ? kTruncate : 0;
   return access;
 }
 
+/// A link or a file in the folder's place gets nothing.
+void AllowFilesIn(const std::string& folder, std::uint64_t refused, int rules) {
+  const Descriptor opened(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  ::landlock_path_beneath_attr allowed{};
+  allowed.parent_fd = opened.Get();
+  allowed.allowed_access = refused & (LANDLOCK_ACCESS_FS_WRITE_FILE | LANDLOCK_ACCESS_FS_MAKE_REG |
+                                      LANDLOCK_ACCESS_FS_REMOVE_FILE | kTruncate);
+  if (opened.IsOpen()) {
+    ::syscall(SYS_landlock_add_rule, rules, LANDLOCK_RULE_PATH_BENEATH, &allowed, 0);
+  }
+}
+
 /// Without it the file's modes still hold.
-void RefuseFileChanges() {
+void RefuseFileChanges(const std::string& state) {
   const long version =
       ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
   if (version < 1) {
@@ -60,16 +75,20 @@ void RefuseFileChanges() {
   }
   ::landlock_ruleset_attr rules{};
   rules.handled_access_fs = RefusedFileAccess(version);
-  const long descriptor = ::syscall(SYS_landlock_create_ruleset, &rules, sizeof rules, 0);
-  if (descriptor >= 0) {
-    ::syscall(SYS_landlock_restrict_self, descriptor, 0);
-    ::close(static_cast<int>(descriptor));
+  const Descriptor ruleset(
+      static_cast<int>(::syscall(SYS_landlock_create_ruleset, &rules, sizeof rules, 0)));
+  if (!ruleset.IsOpen()) {
+    return;
   }
+  if (!state.empty()) {
+    AllowFilesIn(state, rules.handled_access_fs, ruleset.Get());
+  }
+  ::syscall(SYS_landlock_restrict_self, ruleset.Get(), 0);
 }
 
 }  // namespace
 
-bool GiveUpRights(const std::string& user, std::string& error) {
+bool GiveUpRights(const std::string& user, const std::string& state, std::string& error) {
   if (::geteuid() == 0 && !user.empty() && !BecomeUser(user, error)) {
     return false;
   }
@@ -79,7 +98,7 @@ bool GiveUpRights(const std::string& user, std::string& error) {
   }
   const ::rlimit none{0, 0};
   ::setrlimit(RLIMIT_CORE, &none);
-  RefuseFileChanges();
+  RefuseFileChanges(state);
   // Without it the user, the capabilities and the modes of files still hold.
   static_cast<void>(FilterCalls());
   return true;

@@ -1,6 +1,7 @@
 #include "gate/GateSettings.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 
 namespace {

@@ -6,35 +6,12 @@
 #include <utility>
 #include <vector>
 
+#include "gate/push/TargetSettings.h"
+#include "gate/send/SendRequest.h"
 #include "json/Json.h"
 
-/// Who the gate is to a server that it sends to, and whom it trusts: paths, and a user's name. Each
-/// is empty for none.
-struct SendingSettings {
-  std::string user;
-  std::string passwordFile;
-  std::string tokenFile;
-  std::string authority;
-  std::string clientCertificate;
-  std::string clientKey;
-
-  friend bool operator==(const SendingSettings&, const SendingSettings&) = default;
-};
-
-/// A server that kept rows are pushed to.
-struct TargetSettings {
-  std::string name;  ///< letters, digits, - and _
-  std::string url;
-  std::vector<std::string> records;
-  bool hasNodeNames = false;  ///< names of the node exporter
-  SendingSettings sending;
-  std::vector<std::pair<std::string, std::string>> labels;  ///< of every sample besides its own
-  std::uint64_t bytesPerSecond = 0;                         ///< 0: no limit
-  std::size_t batch = 10000;                                ///< samples of a request
-  int days = 0;  ///< how far back a target begins that has had nothing yet
-
-  friend bool operator==(const TargetSettings&, const TargetSettings&) = default;
-};
+/// Who the gate is to a server that it sends to, and whom it trusts.
+using SendingSettings = SendIdentity;
 
 /// Who is told of alarms.
 struct AlarmReceivers {

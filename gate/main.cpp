@@ -15,6 +15,7 @@
 #include "gate/Gate.h"
 #include "gate/GateLog.h"
 #include "gate/GateRights.h"
+#include "gate/PushTest.h"
 #include "support/HostPaths.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -26,16 +27,23 @@ namespace {
 
 constexpr int kUsageExit = 2;
 constexpr const char* kUsage =
-    "usage: qmt_gate [--control SOCKET] [--user NAME] [--child PID]\n"
-    "Serves metrics, the interface and the console of the daemon qmtdmon by HTTP.\n"
+    "usage: qmt_gate [--control SOCKET] [--user NAME] [--state FOLDER] [--child PID]\n"
+    "       qmt_gate --push-test [--push NAME] [--control SOCKET] [--user NAME]\n"
+    "Serves metrics, the interface and the console of the daemon qmtdmon by HTTP, and pushes.\n"
     "  --control SOCKET  the daemon's control socket\n"
     "  --user NAME       whom to become where it is started by root\n"
+    "  --state FOLDER    where it keeps how far pushes have got; it may write there alone\n"
+    "  --push-test       sends an empty request to each target of pushes and prints what it says\n"
+    "  --push NAME       to that target alone\n"
     "  --child PID       the daemon, which is that process, has started it; it ends with the "
     "daemon\n";
 
 struct Options {
   std::string control = ProductPath("/opt/qmtrx/mond/agent/run/control.sock");
   std::string user;
+  std::string state;
+  std::string push;  ///< the target to test, empty for all
+  bool isPushTest = false;
   pid_t parent = 0;  ///< the daemon's process where that has started it, else 0
 };
 
@@ -58,6 +66,9 @@ void RaiseOpenFiles() {
 int ReadOptions(int count, char** words, Options& options) {
   static const std::array kOptions{::option{"control", required_argument, nullptr, 'c'},
                                    ::option{"user", required_argument, nullptr, 'u'},
+                                   ::option{"state", required_argument, nullptr, 's'},
+                                   ::option{"push-test", no_argument, nullptr, 'T'},
+                                   ::option{"push", required_argument, nullptr, 'p'},
                                    ::option{"child", required_argument, nullptr, 'C'},
                                    ::option{"help", no_argument, nullptr, 'h'},
                                    ::option{"version", no_argument, nullptr, 'v'},
@@ -69,6 +80,15 @@ int ReadOptions(int count, char** words, Options& options) {
         break;
       case 'u':
         options.user = ::optarg;
+        break;
+      case 's':
+        options.state = ::optarg;
+        break;
+      case 'T':
+        options.isPushTest = true;
+        break;
+      case 'p':
+        options.push = ::optarg;
         break;
       case 'C':
         if (!ReadPid(::optarg, options.parent)) {
@@ -87,7 +107,7 @@ int ReadOptions(int count, char** words, Options& options) {
         return kUsageExit;
     }
   }
-  if (::optind != count) {
+  if (::optind != count || (!options.push.empty() && !options.isPushTest)) {
     std::fputs(kUsage, stderr);
     return kUsageExit;
   }
@@ -109,16 +129,19 @@ int main(int count, char** words) {
       GateLog("root is not to face the network: --user names whom to become");
       return 1;
     }
-    if (!GiveUpRights(options.user, error)) {
+    if (!GiveUpRights(options.user, options.state, error)) {
       GateLog(error);
       return 1;
+    }
+    if (options.isPushTest) {
+      return TestPushes(options.control, options.push);
     }
     // A change of the identity takes the wish back, so it is told now.
     if (options.parent != 0 && !EndWithParent(options.parent)) {
       GateLog("the daemon has ended");
       return 0;
     }
-    return Gate(options.control, options.parent != 0).Run();
+    return Gate(options.control, options.parent != 0, options.state).Run();
   } catch (const std::exception& error) {
     GateLog(error.what());
     return 1;

@@ -1,21 +1,43 @@
 #include "local/GateRun.h"
 
+#include <fcntl.h>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <optional>
 #include <utility>
 
+#include "support/Descriptor.h"
 #include "support/GateUsers.h"
 
 namespace {
 
 constexpr ::mode_t kGateSocketMode = 0600;
 
+constexpr const char* kStateFolder = "gate-state";
+constexpr ::mode_t kStateMode = 0700;
+
 /// Nothing for root and for a user that there is not.
 std::optional<::uid_t> UserNumber(const char* name) {
   const ::passwd* user = ::getpwnam(name);
   return user == nullptr || user->pw_uid == 0 ? std::nullopt : std::optional(user->pw_uid);
+}
+
+/// Makes the folder that the gate may write to below the socket's, for the user that it becomes. A
+/// link or a file in its place is none. False with `errno` set.
+bool MakeStateFolder(const std::string& parent, std::optional<::uid_t> owner) {
+  const Descriptor above(::open(parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!above.IsOpen() ||
+      (::mkdirat(above.Get(), kStateFolder, kStateMode) != 0 && errno != EEXIST)) {
+    return false;
+  }
+  const Descriptor folder(
+      ::openat(above.Get(), kStateFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  return folder.IsOpen() && (!owner || ::fchown(folder.Get(), *owner, ::gid_t(-1)) == 0) &&
+         ::fchmod(folder.Get(), kStateMode) == 0;
 }
 
 }  // namespace
@@ -52,6 +74,14 @@ void GateRun::Start(const std::string& program) {
   if (!m_server->Open(error)) {
     m_report(error + ": nothing is served by HTTP");
     return;
+  }
+  // Before the server is open the socket's folder may be anybody's.
+  if (MakeStateFolder(settings.directory, settings.owner)) {
+    command.arguments.insert(command.arguments.end(),
+                             {"--state", settings.directory + '/' + kStateFolder});
+  } else {
+    m_report(settings.directory + '/' + kStateFolder + ": " + std::strerror(errno) +
+             ": pushes begin anew with each start");
   }
   m_child = std::make_unique<GateChild>(m_loop, std::move(command), m_report);
   m_child->Start();

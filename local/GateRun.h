@@ -11,7 +11,8 @@
 #include "local/control/ControlServer.h"
 
 /// The gate as the daemon's own child, with a control socket for it alone on which it may read and
-/// no more. Where the daemon is root's, the socket belongs to the user that the gate becomes.
+/// no more, and a folder that it may write to, both below `run`. Where the daemon is root's, they
+/// belong to the user that the gate becomes.
 /// Knows a gate at any socket, whoever has started it.
 class GateRun {
  public:

@@ -34,3 +34,12 @@ struct SendResult {
   std::string body;                    ///< the answer's first 64 KB, hostile as ever
   std::chrono::seconds retryAfter{0};  ///< how long the server wants to be left alone; 0: untold
 };
+
+/// Whether the server has taken what was sent.
+[[nodiscard]] inline bool IsTaken(const SendResult& result) {
+  return result.status >= 200 && result.status < 300;
+}
+
+/// What the server has said, for people: its status and the first line of its text, of which 200
+/// bytes are kept; or why there was no answer.
+[[nodiscard]] std::string WordsOf(const SendResult& result);

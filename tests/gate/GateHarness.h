@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -200,6 +201,11 @@ class GateFixture : public ::testing::Test {
     const std::lock_guard lock(mutex);
     return address;
   }
+  /// What the gate has told last in a member of the operation `gate`.
+  [[nodiscard]] std::string Told(const std::string& member) {
+    const std::lock_guard lock(mutex);
+    return told.find(member) == told.end() ? "" : JsonText(told.find(member)->second);
+  }
   [[nodiscard]] std::string Path() const { return (folder.Path() / "control.sock").string(); }
 
   static constexpr const char* kToken = "Authorization: Bearer good\r\n";
@@ -207,26 +213,29 @@ class GateFixture : public ::testing::Test {
   TempFolder folder;
   std::mutex mutex;
   std::string address;
-  std::string notices;  ///< that the gate has told last
+  std::map<std::string, Json> told;
   std::unique_ptr<FakeDaemon> daemon;
   Gate gate{Path(), false};
   std::thread runner;
 
  private:
   std::string AnswerSettings(const Json& request, const Json& settings) {
+    {
+      const std::lock_guard lock(mutex);
+      for (const auto& [name, value] : request.Members()) {
+        told[name] = value;
+      }
+    }
     if (const Json* addresses = request.Find("addresses");
         addresses != nullptr && addresses->Size() != 0) {
       const std::lock_guard lock(mutex);
       address = (*addresses)[0].Text();
     }
-    if (const Json* told = request.Find("notices"); told != nullptr) {
-      const std::lock_guard lock(mutex);
-      notices = JsonText(*told);
-    }
-    Json told{{"mode", "unit"}, {"listen", Json::Array({"127.0.0.1:0"})}, {"host", "own.example"}};
+    Json answer{
+        {"mode", "unit"}, {"listen", Json::Array({"127.0.0.1:0"})}, {"host", "own.example"}};
     for (const auto& [name, value] : settings.Members()) {
-      told[name] = value;
+      answer[name] = value;
     }
-    return JsonText(Json{{"ok", true}, {"gate", told}}) + '\n';
+    return JsonText(Json{{"ok", true}, {"gate", answer}}) + '\n';
   }
 };

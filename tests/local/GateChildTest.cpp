@@ -146,8 +146,10 @@ TEST_F(GateChildTest, ItHasASocketOfItsOwnToReadBy) {
   RunUntil([&] { return !m_told.empty() && m_told.back().starts_with("qmt_gate: "); });
   EXPECT_THAT(m_told.back(), HasSubstr("qmt_gate: --child " + std::to_string(::getpid()) +
                                        " --control run/gate.sock"));
+  EXPECT_THAT(m_told.back(), HasSubstr(" --state run/gate-state"));
   EXPECT_EQ(m_told.back().find("--user ") != std::string::npos, isRoot);
-  EXPECT_EQ(m_told.size() == 2, m_told.back().ends_with("nobody")) << "who is nobody's is told";
+  EXPECT_EQ(m_told.size() == 2, m_told.back().find(" nobody") != std::string::npos)
+      << "who is nobody's is told";
   PeerIdentity peer{::getpid(), ::geteuid(), 0, {}};
   EXPECT_FALSE(gate.IsGate(peer));
   std::ifstream("pid") >> peer.process;
@@ -156,10 +158,28 @@ TEST_F(GateChildTest, ItHasASocketOfItsOwnToReadBy) {
   ASSERT_EQ(::stat("run/gate.sock", &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
   EXPECT_EQ(status.st_uid != ::geteuid(), isRoot);
+  struct stat state {};
+  ASSERT_EQ(::stat("run/gate-state", &state), 0);
+  EXPECT_EQ(state.st_mode & 07777U, 0700U);
+  EXPECT_EQ(state.st_uid, status.st_uid);
   EXPECT_EQ(gate.IsGate({1, status.st_uid, 0, {}}), isRoot) << "whoever has that user";
   gate.Terminate();
   gate.Wait();
   EXPECT_FALSE(std::filesystem::exists("run/gate.sock"));
+  // What is no folder there is none to write to, and nothing behind a link is given away.
+  std::filesystem::create_directory("other");
+  std::filesystem::remove("run/gate-state");
+  std::filesystem::create_directory_symlink("../other", "run/gate-state");
+  m_told.clear();
+  GateRun linked(m_loop, operations, Report());
+  linked.Start(program);
+  RunUntil([&] { return !m_told.empty() && m_told.back().starts_with("qmt_gate: "); });
+  EXPECT_THAT(m_told.back(), ::testing::Not(HasSubstr("--state")));
+  EXPECT_THAT(m_told, ::testing::Contains(HasSubstr("run/gate-state: ")));
+  ASSERT_EQ(::stat("other", &state), 0);
+  EXPECT_EQ(state.st_uid, ::geteuid());
+  linked.Terminate();
+  linked.Wait();
   if (!isRoot) {
     return;
   }

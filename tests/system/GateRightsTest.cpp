@@ -1,5 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <netdb.h>
+#include <netinet/in.h>
 #include <pwd.h>
 #include <sys/ptrace.h>
 #include <sys/socket.h>
@@ -13,6 +15,7 @@
 #include <string>
 
 #include "gate/GateRights.h"
+#include "support/AtomicFile.h"
 #include "support/Descriptor.h"
 #include "tests/system/Daemon.h"
 
@@ -51,7 +54,8 @@ std::string InPlaceOfGate(const ProductRoot& root, const std::string& user,
   const pid_t child = ::fork();
   if (child == 0) {
     std::string error;
-    const bool isThere = ::chdir(root.AgentFolder().c_str()) == 0 && GiveUpRights(user, error);
+    const bool isThere =
+        ::chdir(root.AgentFolder().c_str()) == 0 && GiveUpRights(user, "run/gate-state", error);
     const std::string result = isThere ? act() : "not in the gate's place: " + error;
     [[maybe_unused]] const ssize_t written = ::write(ends[1], result.data(), result.size());
     ::_exit(0);
@@ -106,6 +110,53 @@ TEST(GateRightsTest, WhoTakesTheGateOverReadsWhatAReaderMayAndNothingElse) {
       {"the settings", [] { return OpenFile("qmtagt.ini", O_RDWR); }, "ermi"},
       {"the tokens", [] { return OpenFile("run/console.tokens", O_RDONLY); }, "Permission denied"},
       {"a new file", [] { return OpenFile("/tmp/qmt_gate_was_here", O_WRONLY | O_CREAT); }, "ermi"},
+      {"a new file beside its state", [] { return OpenFile("run/new", O_WRONLY | O_CREAT); },
+       "ermi"},
+      {"its state",
+       [] {
+         std::string wrong;
+         const bool isDone = ReplaceFile("run/gate-state/x.json", "1", wrong) &&
+                             ReplaceFile("run/gate-state/x.json", "2", wrong) && wrong.empty();
+         return "done" + Reason(isDone) + Reason(::unlink("run/gate-state/x.json") == 0);
+       },
+       "done"},
+      {"a folder in its state", [] { return Reason(::mkdir("run/gate-state/x", 0700) == 0); },
+       "ermi"},
+      {"a link in its state",
+       [] { return Reason(::symlink("/etc/passwd", "run/gate-state/x") == 0); }, "ermi"},
+      {"a program in its state",
+       [] {
+         static_cast<void>(OpenFile("run/gate-state/program", O_WRONLY | O_CREAT));
+         ::chmod("run/gate-state/program", 0700);
+         std::array<char, 5> name{"true"};
+         const std::array<char*, 2> words{name.data(), nullptr};
+         return Reason(::execv("run/gate-state/program", words.data()) == 0);
+       },
+       "not permitted"},
+      {"a connection to a server",
+       [] {
+         const Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+         ::sockaddr_in address{};
+         address.sin_family = AF_INET;
+         address.sin_port = htons(1);
+         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+         return Reason(
+             ::connect(socket.Get(), reinterpret_cast<::sockaddr*>(&address), sizeof address) == 0);
+       },
+       "refused"},
+      {"a name looked up on a thread",
+       [] {
+         std::string text;
+         std::thread([&] {
+           ::addrinfo* found = nullptr;
+           text = ::getaddrinfo("localhost", "80", nullptr, &found) == 0 ? "done" : "not found";
+           if (found != nullptr) {
+             ::freeaddrinfo(found);
+           }
+         }).join();
+         return text;
+       },
+       "done"},
       {"the passwords", [] { return OpenFile("/etc/shadow", O_RDONLY); }, "Permission denied"},
       {"a signal", [pid] { return Reason(::kill(pid, SIGTERM) == 0); }, "not permitted"},
       {"the daemon's memory",

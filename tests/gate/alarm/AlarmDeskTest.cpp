@@ -190,14 +190,11 @@ TEST_F(GateFixture, ReceiversOfTheSettingsAreToldAndTheDaemonHearsHowItWent) {
       Json{{"alarms", Json{{"alertmanager", Json::Array({server.Url()})}, {"link", "http://l"}}}});
   const std::string wanted =
       R"([{"url":")" + server.Url() + R"(","sent":1,"failures":0,"dropped":0}])";
-  const auto isTold = [&] {
-    const std::lock_guard lock(mutex);
-    return notices == wanted;
-  };
+  const auto isTold = [&] { return Told("notices") == wanted; };
   for (int tries = 0; tries < 1000 && !isTold(); ++tries) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  EXPECT_TRUE(isTold()) << notices;
+  EXPECT_TRUE(isTold()) << Told("notices");
   const std::lock_guard lock(guard);
   EXPECT_THAT(body, HasSubstr(R"("instance":"own.example")"));
   EXPECT_THAT(body, HasSubstr(R"("generatorURL":"http://l")"));

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "gate/daemon/DaemonDesk.h"
+#include "gate/push/PushBatch.h"
+#include "gate/push/PushCursor.h"
+#include "gate/push/SampleAnswer.h"
+#include "gate/push/TargetSettings.h"
+#include "gate/push/WriteRequest.h"
+#include "gate/send/Backoff.h"
+#include "gate/send/HttpSender.h"
+#include "io/LoopTimer.h"
+
+/// What the daemon is told of a target.
+struct PushCounts {
+  std::uint64_t sentRows = 0;
+  std::uint64_t sentSamples = 0;
+  std::uint64_t refusedSamples = 0;  ///< passed over as the server refuses them
+  std::uint64_t skippedSamples = 0;  ///< the same, by its words for their age
+  std::uint64_t requests = 0;
+  std::uint64_t failures = 0;  ///< requests that the server has not taken
+  std::uint64_t bytes = 0;     ///< of bodies
+  double seconds = 0;          ///< that requests took
+};
+
+/// How a target works; tests are in more of a hurry.
+struct PushPace {
+  std::chrono::milliseconds look{5000};  ///< between two questions while there is nothing
+  std::chrono::milliseconds firstPause{1000};
+  std::chrono::milliseconds longestPause{300000};
+  std::chrono::milliseconds timeout{30000};  ///< of a request
+};
+
+/// Where a target says something.
+struct PushHooks {
+  std::function<void(const std::string&)> report;  ///< a line for the log
+  std::function<void()> onChange;                  ///< Figures() has changed
+};
+
+/// Sends the rows that the daemon keeps to one server, in order and none without the server's word
+/// that it has it: asks for what stands behind the cursor, sends it, moves the cursor. What the
+/// server can't take now is asked for again later; what it refuses for good is passed over and
+/// counted. For the loop's thread.
+class PushTarget {
+ public:
+  /// `desk` and `sender` outlive it. `state`: the folder of the cursor, or empty.
+  PushTarget(DaemonDesk& desk, HttpSender& sender, TargetSettings settings,
+             const std::string& state, PushHooks hooks, const PushPace& pace = {});
+  PushTarget(const PushTarget&) = delete;
+  PushTarget& operator=(const PushTarget&) = delete;
+
+  /// Begins, out of the loop.
+  void Start();
+  /// As the operation `gate` takes it.
+  [[nodiscard]] Json Figures() const;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void Ask();
+  void AskAfter(Clock::duration pause);
+  void OnAsked(DaemonDesk::End end);
+  /// Sends what is next of the batch, as soon as the limit of bytes lets it through.
+  void SendNext();
+  void Send();
+  void OnSent(const SendResult& result, const WriteBody& body);
+  void OnFailure(const SendResult& result);
+  void OnRefusal(const SendResult& result);
+  void PassOver(const SendResult& result);
+  void OnBatchDone();
+  /// Notes what keeps the target from getting on, in words; empty for nothing.
+  void SetError(std::string error);
+  void OnSaved(const std::string& error);
+  void TellRefused(const std::string& words, std::size_t samples);
+
+  DaemonDesk& m_desk;
+  HttpSender& m_sender;
+  TargetSettings m_settings;
+  PushHooks m_hooks;
+  PushPace m_pace;
+  PushCursor m_cursor;
+  Backoff m_backoff;
+  LoopTimer m_timer;
+  SampleAnswer m_answer;
+  DaemonDesk::QuestionPtr m_question;
+  std::optional<PushBatch> m_batch;
+  std::uint64_t m_batchSent = 0;  ///< samples of the batch that were taken
+  HttpSender::SendingPtr m_sending;
+  Clock::time_point m_sendingSince;
+  Clock::time_point m_freeAt;  ///< when the limit of bytes lets the next request through
+  /// Halves of one time that may still be made before the server takes something again: one that
+  /// refuses all is not sent every sample by itself.
+  int m_halvesLeft = 0;
+  PushCounts m_counts;
+  std::int64_t m_oldest = 0;  ///< time of the oldest row that is not sent
+  std::string m_error;
+  std::string m_stateError;  ///< why the cursor can't be kept
+  Clock::time_point m_nextErrorTold;
+  bool m_isErrorTold = false;
+  Clock::time_point m_nextRefusalTold;
+  std::uint64_t m_refusedUntold = 0;  ///< samples
+};

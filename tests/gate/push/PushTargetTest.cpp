@@ -1,0 +1,343 @@
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <ctime>
+#include <fstream>
+#include <mutex>
+
+#include "gate/push/PushDesk.h"
+#include "tests/gate/FakeServer.h"
+#include "tests/gate/GateHarness.h"
+#include "tests/gate/push/WriteText.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAreArray;
+
+constexpr PushPace kQuickPace{milliseconds(10), milliseconds(10), milliseconds(40),
+                              milliseconds(300)};
+
+/// A history of two records with a row of two samples each at every second, which a fake daemon
+/// tells as the operation `samples` does.
+class PushHistory {
+ public:
+  std::string Answer(const Json& request) {
+    const std::lock_guard lock(m_mutex);
+    ++m_asked;
+    std::string text;
+    Json next = Json::Object();
+    std::int64_t oldest = 0;
+    std::int64_t samples = 0;
+    bool isMore = false;
+    for (std::int64_t time = 1; time <= m_end && !isMore; ++time) {
+      for (const Json& record : request["records"].Elements()) {
+        const Json* after = request["after"].Find(record.Text());
+        if (after == nullptr ? time < request["since"].Whole() : time <= (*after)[0].Whole()) {
+          continue;
+        }
+        isMore = samples != 0 && samples + 2 > request["samples"].Whole();
+        if (isMore) {
+          break;
+        }
+        for (const char* name : {"a", "b"}) {
+          text += record.Text() + '_' + name + "{x=\"1\"} " + std::to_string(time) + ' ' +
+                  std::to_string(time * 1000) + '\n';
+        }
+        oldest = oldest == 0 ? time : oldest;
+        samples += 2;
+        next[record.Text()] = Json::Array({time, time});
+      }
+    }
+    return JsonText(Json{{"ok", true},
+                         {"samples", Json{{"next", next},
+                                          {"more", isMore},
+                                          {"oldest", oldest},
+                                          {"rows", samples / 2},
+                                          {"count", samples},
+                                          {"bytes", text.size()}}}}) +
+           '\n' + text;
+  }
+  void SetEnd(std::int64_t end) {
+    const std::lock_guard lock(m_mutex);
+    m_end = end;
+  }
+  [[nodiscard]] int Asked() {
+    const std::lock_guard lock(m_mutex);
+    return m_asked;
+  }
+  /// All samples of the times, as a server has them.
+  static std::vector<std::string> Samples(std::int64_t first, std::int64_t last) {
+    std::vector<std::string> samples;
+    for (std::int64_t time = first; time <= last; ++time) {
+      for (const char* name : {"PI_a", "PI_b", "FSL_a", "FSL_b"}) {
+        samples.push_back(std::string("__name__=") + name + ",x=1 " + std::to_string(time) + '@' +
+                          std::to_string(time * 1000));
+      }
+    }
+    return samples;
+  }
+
+ private:
+  std::mutex m_mutex;
+  std::int64_t m_end = 0;
+  int m_asked = 0;
+};
+
+class PushTargetTest : public ::testing::Test {
+ protected:
+  PushTargetTest() {
+    m_settings.name = "far";
+    m_settings.records = {"PI", "FSL"};
+    m_settings.batch = 10;
+    m_settings.days = kAllDays;
+  }
+  /// Pushes until a condition holds, for at most ten seconds; what the target told last.
+  Json PushUntil(const std::string& url, const std::function<bool(const Json&)>& isDone) {
+    m_settings.url = url;
+    const PushHooks hooks{[this](const std::string& line) { m_told.push_back(line); }, [] {}};
+    PushDesk push(m_desk, m_sender, {m_settings}, m_state, hooks, kQuickPace);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    LoopTimer timer(m_loop);
+    std::function<void()> look = [&] {
+      if (isDone(push.Figures()[0]) || std::chrono::steady_clock::now() > deadline) {
+        m_loop.Stop();
+      } else {
+        timer.After(milliseconds(2), look);
+      }
+    };
+    look();
+    m_loop.Run();
+    Json figures = push.Figures()[0];
+    EXPECT_TRUE(isDone(figures)) << JsonText(figures);
+    return figures;
+  }
+  /// Nothing is left to send, and so much has been counted.
+  static std::function<bool(const Json&)> Until(const char* figure, std::uint64_t value) {
+    return [=](const Json& told) {
+      return told[figure].Number() >= static_cast<double>(value) && told["oldest"].Whole() == 0;
+    };
+  }
+  [[nodiscard]] std::string Path() const { return m_folder.Path() / "push-far.json"; }
+  [[nodiscard]] std::string Cursor() const { return m_folder.Read("push-far.json"); }
+  bool Store(const FakeServer::Request& request) {
+    const std::vector<std::string> lines = WriteText(request.body);
+    {
+      const std::lock_guard lock(m_mutex);
+      m_stored.insert(m_stored.end(), lines.begin(), lines.end());
+    }
+    return request.Answer("204 No Content");
+  }
+  [[nodiscard]] std::vector<std::string> Stored() {
+    const std::lock_guard lock(m_mutex);
+    return m_stored;
+  }
+  void BeginAnew() {
+    std::filesystem::remove(Path());
+    m_stored.clear();
+    m_told.clear();
+  }
+
+  static constexpr int kAllDays = 36500;
+
+  TempFolder m_folder;
+  std::string m_state = m_folder.Path();
+  PushHistory m_history;
+  FakeDaemon m_daemon{(m_folder.Path() / "s").string(),
+                      [this](const Json& request) { return m_history.Answer(request); }};
+  GateLoop m_loop;
+  DaemonDesk m_desk{m_loop, (m_folder.Path() / "s").string()};
+  HttpSender m_sender{m_loop};
+  TargetSettings m_settings;
+  std::vector<std::string> m_told;
+
+ private:
+  std::mutex m_mutex;
+  std::vector<std::string> m_stored;
+};
+
+TEST_F(PushTargetTest, RowsGoOnceInOrderAndOnAfterARestart) {
+  std::string headers;
+  FakeServer server([&](const FakeServer::Request& request) {
+    headers = request.Header("Content-Encoding") + ' ' + request.Header("Content-Type") + ' ' +
+              request.Header("X-Prometheus-Remote-Write-Version") + ' ' +
+              request.Header("User-Agent");
+    return Store(request);
+  });
+  m_history.SetEnd(20);
+  const Json told = PushUntil(server.Url(), Until("sent_samples", 80));
+  EXPECT_EQ(headers, "snappy application/x-protobuf 0.1.0 qmtdmon/" QMT_VERSION);
+  EXPECT_EQ(told["sent_rows"].Unsigned(), 40U);
+  EXPECT_EQ(told["requests"].Unsigned(), 8U) << "batches of ten";
+  EXPECT_GT(told["bytes"].Unsigned(), 100U);
+  EXPECT_GT(told["seconds"].Number(), 0);
+  EXPECT_EQ(told["error"].Text(), "");
+  EXPECT_THAT(Cursor(), HasSubstr(R"("after":{"PI":[20,20],"FSL":[20,20]})"));
+  m_history.SetEnd(25);
+  PushUntil(server.Url(), Until("sent_samples", 20));
+  EXPECT_THAT(Stored(), UnorderedElementsAreArray(PushHistory::Samples(1, 25)));
+  EXPECT_THAT(m_told, IsEmpty());
+}
+
+TEST_F(PushTargetTest, AnOutageLosesNothing) {
+  const std::pair<const char*, FakeServer::Serve> outages[] = {
+      {"503", [](const auto& request) { return request.Answer("503 No", "down\nx"); }},
+      {"429", [](const auto& request) { return request.Answer("429 No", "slowly"); }},
+      {"408", [](const auto& request) { return request.Answer("408 No"); }},
+      {"302", [](const auto& request) { return request.Answer("302 No", "", "Location: /\r\n"); }},
+      {"silence", [](const auto& request) { return request.StaySilent(); }},
+      {"an end in the middle",
+       [](const auto& request) { return request.Say("HTTP/1.1 204 No") && false; }},
+      {"too long an answer",
+       [](const auto& request) { return request.Answer("200", std::string(2'000'000, 'x')); }},
+  };
+  m_history.SetEnd(7);
+  for (const auto& [what, bad] : outages) {
+    std::atomic<int> failures = 0;
+    FakeServer server([&, serve = bad](const FakeServer::Request& request) {
+      return ++failures <= 3 ? serve(request) : Store(request);
+    });
+    BeginAnew();
+    const Json told = PushUntil(server.Url(), Until("sent_samples", 28));
+    EXPECT_THAT(Stored(), UnorderedElementsAreArray(PushHistory::Samples(1, 7))) << what;
+    EXPECT_EQ(told["failures"].Unsigned(), 3U) << what;
+    EXPECT_EQ(told["error"].Text(), "") << what;
+    EXPECT_THAT(m_told, ElementsAre(HasSubstr("it is tried again"), HasSubstr("it works again")))
+        << what;
+  }
+}
+
+TEST_F(PushTargetTest, WhatTheServerRefusesIsPassedOverAloneAndCounted) {
+  // All of one time, one series of another; and everything at once is too much.
+  FakeServer server([&](const FakeServer::Request& request) {
+    const std::vector<std::string> lines = WriteText(request.body);
+    const std::string text = testing::PrintToString(lines);
+    if (lines.size() > 9) {
+      return request.Answer("413 Too Large");
+    }
+    if (text.find("@3000") != std::string::npos) {
+      return request.Answer("400 Bad", "Out-of-order sample\nsecond line");
+    }
+    if (text.find("PI_b,x=1 5@") != std::string::npos) {
+      return request.Answer("422 Bad", "no \x01 such");
+    }
+    return Store(request);
+  });
+  m_history.SetEnd(6);
+  const Json told = PushUntil(server.Url(), Until("sent_samples", 19));
+  std::vector<std::string> wanted = PushHistory::Samples(1, 6);
+  std::erase_if(wanted, [](const std::string& line) {
+    return line.ends_with("@3000") || line.find("PI_b,x=1 5@") != std::string::npos;
+  });
+  EXPECT_THAT(Stored(), UnorderedElementsAreArray(wanted));
+  EXPECT_EQ(told["skipped_samples"].Unsigned(), 4U);
+  EXPECT_EQ(told["refused_samples"].Unsigned(), 1U);
+  EXPECT_THAT(m_told, ElementsAre(AllOf(HasSubstr("push far: "), HasSubstr("status 400: Out-of"),
+                                        testing::Not(HasSubstr("second")))))
+      << "once an hour";
+}
+
+TEST_F(PushTargetTest, OneThatRefusesAllIsNotAskedSampleBySample) {
+  const struct {
+    const char* status;
+    std::uint64_t requests;
+    bool isSlow;  ///< as what is kept is not to be used up
+  } rows[] = {{"400 Bad", std::uint64_t{8 * 5}, false}, {"401 Who", 8, true}};
+  m_history.SetEnd(20);
+  for (const auto& row : rows) {
+    FakeServer server(
+        [&](const FakeServer::Request& request) { return request.Answer(row.status); });
+    BeginAnew();
+    const auto begin = std::chrono::steady_clock::now();
+    const Json told = PushUntil(server.Url(), Until("refused_samples", 80));
+    EXPECT_EQ(std::chrono::steady_clock::now() - begin > milliseconds(130), row.isSlow);
+    EXPECT_EQ(told["sent_rows"].Unsigned(), 0U);
+    EXPECT_LE(told["requests"].Unsigned(), row.requests) << row.status;
+  }
+}
+
+TEST_F(PushTargetTest, ACursorOfAnotherTargetOrBrokenBeginsAnew) {
+  FakeServer server([&](const FakeServer::Request& request) { return Store(request); });
+  m_history.SetEnd(4);
+  const auto write = [&](const std::string& url, const std::string& rest) {
+    std::ofstream(Path()) << R"({"url":")" + url + R"(","since":3)" + rest;
+  };
+  const struct {
+    std::function<void()> make;
+    std::int64_t first;
+    bool isTold;
+  } rows[] = {
+      {[&] { write(server.Url(), R"(,"after":{"PI":[2,2],"other":[1,1]}})"); }, 3, false},
+      {[&] { write("http://elsewhere/", R"(,"after":{"PI":[2,2]}})"); }, 1, false},
+      {[&] { write(server.Url(), R"(,"after":{"PI":[2]}})"); }, 1, true},
+      {[&] { write(server.Url(), R"(,"after":)" + std::string(100, '[')); }, 1, true},
+      {[&] { std::ofstream(Path()) << std::string(2'000'000, ' '); }, 1, true},
+      {[&] { ::mkfifo(Path().c_str(), 0600); }, 1, true},
+  };
+  for (const auto& row : rows) {
+    BeginAnew();
+    row.make();
+    const std::vector<std::string> wanted = PushHistory::Samples(row.first, 4);
+    PushUntil(server.Url(), Until("sent_samples", wanted.size()));
+    EXPECT_THAT(Stored(), UnorderedElementsAreArray(wanted));
+    EXPECT_EQ(!m_told.empty(), row.isTold) << testing::PrintToString(m_told);
+    EXPECT_THAT(Cursor(), HasSubstr("\"PI\":[4,4]"));
+  }
+  // A new target begins now, and there again after a restart.
+  BeginAnew();
+  m_settings.days = 0;
+  PushUntil(server.Url(), [&](const Json&) { return !Cursor().empty(); });
+  const std::string first = Cursor();
+  EXPECT_THAT(first, AllOf(HasSubstr("since"), testing::Not(HasSubstr("PI"))));
+  std::this_thread::sleep_for(milliseconds(1100));
+  const int asked = m_history.Asked();
+  PushUntil(server.Url(), [&](const Json&) { return m_history.Asked() > asked; });
+  EXPECT_EQ(Cursor(), first);
+  // Without a folder that may be written to it goes on all the same.
+  m_settings.days = kAllDays;
+  m_state += "/none";
+  const Json told = PushUntil(server.Url(), Until("sent_samples", 16));
+  EXPECT_THAT(told["error"].Text(), HasSubstr("/none/push-far.json"));
+}
+
+TEST_F(PushTargetTest, TheLimitOfBytesAndADaemonThatIsAway) {
+  FakeServer server([&](const FakeServer::Request& request) { return Store(request); });
+  m_history.SetEnd(20);
+  m_settings.bytesPerSecond = 4000;
+  const auto begin = std::chrono::steady_clock::now();
+  const Json told = PushUntil(server.Url(), Until("sent_samples", 80));
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+  EXPECT_GT(taken.count(), static_cast<double>(told["bytes"].Unsigned()) / 4000 * 0.7);
+  m_daemon.Stop();
+  const std::string words = "the daemon can't be asked";
+  PushUntil(server.Url(), [&](const Json& figures) { return figures["error"].Text() == words; });
+  EXPECT_THAT(m_told, ElementsAre(HasSubstr(words)));
+}
+
+class PushingGateTest : public GateFixture {};
+
+TEST_F(PushingGateTest, TheGatePushesWhatItIsToldAndTellsHowItGoes) {
+  PushHistory history;
+  history.SetEnd(3);
+  std::atomic<std::size_t> samples = 0;
+  FakeServer server([&](const FakeServer::Request& request) {
+    samples += WriteText(request.body).size();
+    return request.Answer("200 OK");
+  });
+  const Json target{
+      {"name", "far"}, {"url", server.Url()}, {"records", Json::Array({"PI"})}, {"days", 36500U}};
+  Begin([&](const Json& request) { return history.Answer(request); },
+        Json{{"push", Json::Array({target, Json{{"name", "../x"}}})}});
+  for (int tries = 0; tries < 2000 && (samples < 6 || Told("push").empty()); ++tries) {
+    std::this_thread::sleep_for(milliseconds(5));
+  }
+  EXPECT_EQ(samples, 6U);
+  EXPECT_THAT(Told("push"), AllOf(testing::StartsWith(R"([{"name":"far","url":"http://127.)"),
+                                  testing::Not(HasSubstr("../x"))));
+}
+
+}  // namespace
