@@ -23,7 +23,6 @@ constexpr std::chrono::seconds kFaultPause{2};
 Gate::Gate(std::string controlPath, bool isChild)
     : m_isChild(isChild),
       m_desk(m_loop, std::move(controlPath)),
-      m_sender(m_loop),
       m_pages(m_desk),
       m_fault(m_loop),
       m_again(m_loop),
@@ -208,8 +207,14 @@ void Gate::OpenAlarms() {
   }
   // What it has told is written before the next one reads it.
   m_alarms.reset();
+  if (targets.alertmanagers.empty() && targets.webhooks.empty()) {
+    return;
+  }
+  if (m_sender == nullptr) {
+    m_sender = std::make_unique<HttpSender>(m_loop);
+  }
   m_alarms = std::make_unique<AlarmDesk>(
-      m_desk, m_sender, std::move(targets),
+      m_desk, *m_sender, std::move(targets),
       AlarmDesk::Hooks{[](const std::string& text) { GateLog(text); }, [this] { PlanNotices(); }});
 }
 
@@ -227,6 +232,9 @@ void Gate::PlanNotices() {
 
 Json Gate::NoticesJson() const {
   Json notices = Json::Array();
+  if (m_alarms == nullptr) {
+    return notices;
+  }
   for (const ReceiverFigures& one : m_alarms->Figures()) {
     notices.PushBack(Json{{"url", one.url},
                           {"sent", one.sent},

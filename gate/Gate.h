@@ -51,7 +51,6 @@ class Gate {
   bool m_isChild;
   GateLoop m_loop;
   DaemonDesk m_desk;
-  HttpSender m_sender;
   GatePages m_pages;
   std::unique_ptr<TlsFiles> m_tls;
   std::vector<std::unique_ptr<HttpServer>> m_servers;
@@ -68,5 +67,7 @@ class Gate {
   LoopTimer m_again;
   LoopTimer m_notices;
   bool m_areNoticesPlanned = false;
-  std::unique_ptr<AlarmDesk> m_alarms;
+  /// Made with the first who is to be sent something, as the library behind it takes memory.
+  std::unique_ptr<HttpSender> m_sender;
+  std::unique_ptr<AlarmDesk> m_alarms;  ///< null while nobody is to be told
 };
