@@ -38,11 +38,11 @@ class AlarmDetails {
     }
   }
 
-  /// Of what is no record, or has no schema, figures are shown by their labels alone.
+  /// Of what is no record, or has no schema to be had, figures are shown by their labels alone.
   async schemasOf(alarm) {
     const known = new Set((await records()).filter((one) => one.layout).map((one) => one.record));
     const names = new Set([alarm.record, ...(alarm.rows ?? []).map((one) => one.record)].filter((name) => known.has(name)));
-    return new Map(await Promise.all([...names].map(async (name) => [name, await askSchema(name)])));
+    return new Map(await Promise.all([...names].map(async (name) => [name, await askSchema(name).catch(() => null)])));
   }
 
   clear() {

@@ -14,7 +14,7 @@ std::string ServerOf(const std::string& url) {
   return url.substr(0, begin) + host;
 }
 
-std::string WordsOf(const SendResult& result) {
+std::string FailureWords(const SendResult& result) {
   if (result.status == 0) {
     return result.error;
   }
@@ -30,7 +30,7 @@ FailureNote::FailureNote(const std::string& url, std::function<void(const std::s
 
 void FailureNote::Fail(const SendResult& result) {
   if (!std::exchange(m_isFailing, true)) {
-    m_report(m_server + ": alarms can't be told: " + WordsOf(result) + "; trying again");
+    m_report(m_server + ": alarms can't be told: " + FailureWords(result) + "; trying again");
   }
 }
 

@@ -152,9 +152,13 @@ TEST_F(AlarmDeskTest, AGateThatComesBackTellsWhatItHasMissedOrStillOwes) {
   status = "500 Oops";
   TellEvent(ToldAlarm(3, 1002));
   EXPECT_THAT(Told(1), Contains("3 active"));
-  while (Kept().find(R"("owed":[{"id":3,"since":1002}])") == std::string::npos) {
+  const auto isKept = [&] {
+    return Kept().find(R"("owed":[{"id":3,"since":1002}])") != std::string::npos;
+  };
+  for (int tries = 0; tries < 500 && !isKept(); ++tries) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
+  EXPECT_TRUE(isKept()) << Kept();
   session.reset();
   Told(0);
   status = "200 OK";

@@ -126,7 +126,7 @@ TEST_F(SendersTest, AnAlertmanagerHearsOfWhatIsActiveAgainAndOfAnEndUntilItHasTa
                                    .again = std::chrono::milliseconds(300),
                                    .first = std::chrono::milliseconds(10)});
   Do([&] { alertmanager.Take(MakeAlarm(1), true); });
-  const std::string active = Bodies(4)[3];
+  const std::string active = Bodies(4).at(3);
   EXPECT_THAT(active,
               HasSubstr("POST /secret/api/v2/alerts [{\"labels\":{\"alertname\":\"disk-full\""));
   const std::int64_t now = std::time(nullptr);
@@ -134,13 +134,14 @@ TEST_F(SendersTest, AnAlertmanagerHearsOfWhatIsActiveAgainAndOfAnEndUntilItHasTa
                             HasSubstr(JsonText(AlertOf(*MakeAlarm(1), "web-07", "", now - 1)))));
   // News goes alone, what is active comes again with its end.
   Do([&] { alertmanager.Take(MakeAlarm(2), true); });
-  EXPECT_THAT(Bodies(5)[4], Not(HasSubstr("},{\"labels")));
+  EXPECT_THAT(Bodies(5).at(4), Not(HasSubstr("},{\"labels")));
   const std::int64_t late = std::time(nullptr);
   Do([&] {
     alertmanager.Take(MakeAlarm(1, late), true);
     alertmanager.Take(MakeAlarm(2, late), true);
   });
   const std::vector<std::string> all = Bodies(8);
+  ASSERT_EQ(all.size(), 8);
   EXPECT_EQ(all[7], "POST /secret/api/v2/alerts " +
                         JsonText(Json::Array({AlertOf(*MakeAlarm(1, late), "web-07", "", 0),
                                               AlertOf(*MakeAlarm(2, late), "web-07", "", 0)})));
@@ -184,6 +185,7 @@ TEST_F(SendersTest, AWebhookIsTriedFiveTimesAndHearsOfTheNextInItsOrder) {
     }
   });
   const std::vector<std::string> all = Bodies(8);
+  ASSERT_EQ(all.size(), 8);
   for (const auto& [place, id] : {std::pair{4, 1}, std::pair{5, 2}, std::pair{7, 3}}) {
     EXPECT_EQ(all[static_cast<std::size_t>(place)],
               "POST /hook " + JsonText(Json{{"host", "web-07"}, {"alarm", MakeAlarm(id)->told}}));
@@ -195,7 +197,7 @@ TEST_F(SendersTest, AWebhookIsTriedFiveTimesAndHearsOfTheNextInItsOrder) {
       webhook.Take(MakeAlarm(std::int64_t(id)), true);
     }
   });
-  EXPECT_THAT(Bodies(10)[9], HasSubstr("\"id\":4,"));
+  EXPECT_THAT(Bodies(10).at(9), HasSubstr("\"id\":4,"));
   End();
   EXPECT_EQ(webhook.Figures().failures, 6);
   EXPECT_EQ(webhook.Figures().dropped, 3);
