@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <protozero/pbf_writer.hpp>
 #include <protozero/varint.hpp>
 
@@ -37,6 +38,7 @@ class SeriesChains {
   SeriesChains(std::string_view text, std::span<const PlacedSample> samples)
       : m_slots(std::bit_ceil(2 * samples.size() + 1), kNoSample),
         m_next(samples.size(), kNoSample) {
+    m_chains.reserve(samples.size());
     for (std::uint32_t i = 0; i < samples.size(); ++i) {
       Add(samples[i].SeriesIn(text), i);
     }
@@ -88,7 +90,8 @@ class WriteMessage {
   WriteMessage(std::string_view text, std::span<const PlacedSample> samples,
                const TargetLabels& labels)
       : m_samples(samples), m_chains(text, samples), m_extra(labels) {
-    m_message.reserve(text.size());
+    // Memory that is not touched costs nothing, and that which has to be moved does.
+    m_message.reserve(2 * text.size());
     for (const SeriesChains::Chain& chain : m_chains.All()) {
       if (ReadSeries(chain.series, m_labels)) {
         AddExtra();
@@ -163,7 +166,11 @@ WriteBody MakeWriteBody(std::string_view text, std::span<const PlacedSample> sam
   WriteBody body;
   body.leftOut = message.LeftOut();
   body.samples = samples.size() - body.leftOut;
-  snappy::Compress(message.Text().data(), message.Text().size(), &body.bytes);
+  const std::size_t longest = snappy::MaxCompressedLength(message.Text().size());
+  const auto compressed = std::make_unique_for_overwrite<char[]>(longest);
+  std::size_t size = 0;
+  snappy::RawCompress(message.Text().data(), message.Text().size(), compressed.get(), &size);
+  body.bytes.assign(compressed.get(), size);
   return body;
 }
 
