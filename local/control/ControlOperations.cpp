@@ -124,7 +124,7 @@ struct ControlOperations::Operation {
 };
 
 const ControlOperations::Operation* ControlOperations::FindOperation(const std::string& name) {
-  static constexpr std::array<Operation, 22> kOperations{{
+  static constexpr std::array<Operation, 23> kOperations{{
       {"records", Rights::kRead, {"op", "id"}, &ControlOperations::Records},
       {"schema", Rights::kRead, {"op", "id", "record", "category"}, &ControlOperations::Schema},
       {"get",
@@ -156,6 +156,10 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
        {"op", "id", "record"},
        &ControlOperations::ScheduleRemove},
       {"metrics", Rights::kRead, {"op", "id", "records", "format"}, &ControlOperations::Metrics},
+      {"samples",
+       Rights::kRead,
+       {"op", "id", "records", "names", "after", "since", "samples"},
+       &ControlOperations::Samples},
       {"follow", Rights::kRead, {"op", "id", "records", "arguments"}, &ControlOperations::Follow},
       {"gate",
        Rights::kRead,
@@ -192,6 +196,7 @@ ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleB
       m_config(loop),
       m_reports(loop),
       m_history(m_turns, history),
+      m_samples(m_turns, history),
       m_metricsDesk(loop, desk, schedule, history),
       m_metrics(m_metricsDesk),
       m_follow(lastRows),

@@ -14,6 +14,7 @@
 #include "local/control/MetricsQueries.h"
 #include "local/control/RecordQueries.h"
 #include "local/control/ReportQueries.h"
+#include "local/control/SampleQueries.h"
 #include "local/control/ScheduleQueries.h"
 
 /// What the daemon says of itself.
@@ -62,6 +63,7 @@ class ControlOperations {
   void ConfigSet(const RequestPtr& request) { m_config.ConfigSet(request); }
   void MakeReport(const RequestPtr& request) { m_reports.Report(request); }
   void History(const RequestPtr& request) { m_history.History(request); }
+  void Samples(const RequestPtr& request) { m_samples.Samples(request); }
   void ScheduleSet(const RequestPtr& request) { m_scheduleChanges.Set(request); }
   void ScheduleRemove(const RequestPtr& request) { m_scheduleChanges.Remove(request); }
   void Shutdown(const RequestPtr& request);
@@ -85,6 +87,7 @@ class ControlOperations {
   ConfigQueries m_config;
   ReportQueries m_reports;
   HistoryQueries m_history;
+  SampleQueries m_samples;
   MetricsDesk m_metricsDesk;
   MetricsQueries m_metrics;
   FollowQueries m_follow;

@@ -112,9 +112,14 @@ void GateQueries::Take(const ControlRequest& request, Told told) {
     m_figures = {};
     m_gate = request.SharedPeer();
   }
-  m_addresses = told.addresses ? *std::move(told.addresses) : std::move(m_addresses);
-  m_figures.push = told.push ? *std::move(told.push) : std::move(m_figures.push);
-  m_figures.notices = told.notices ? *std::move(told.notices) : std::move(m_figures.notices);
+  const auto put = [](auto& from, auto& to) {
+    if (from) {
+      to = *std::move(from);
+    }
+  };
+  put(told.addresses, m_addresses);
+  put(told.push, m_figures.push);
+  put(told.notices, m_figures.notices);
 }
 
 void GateQueries::MakeToken(const ControlRequest& request) {

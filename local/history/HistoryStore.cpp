@@ -21,9 +21,11 @@ constexpr std::int64_t kBytesPerMegabyte = std::int64_t{1} << 20;
 /// The most that one batch removes of one table.
 constexpr int kRemovedRows = 500;
 constexpr int kFreedPages = 256;
-/// The most that one batch moves of one table out of the file of waiting rows.
 constexpr int kKeptPages = 512 << 10;
+/// The most that one batch moves of one table out of the file of waiting rows.
 constexpr int kMovedRows = 2000;
+constexpr int kMovedOfOneTime = 10000;
+constexpr std::chrono::milliseconds kMovingTime{20};
 constexpr std::chrono::milliseconds kRemovalTime{20};
 
 std::string InsertText(const RecordLayout& layout) {
@@ -131,6 +133,7 @@ void HistoryStore::Close() {
 }
 
 void HistoryStore::Open() {
+  ++m_openings;
   m_main.database = OpenFile(m_settings.file);
   // Reads the file's head.
   m_sizeBytes = PageBytes(*m_main.database, m_main.database->Number("PRAGMA page_count"));
@@ -170,6 +173,10 @@ void HistoryStore::Begin() {
   }
   try {
     MoveWaiting();
+    if (m_hasWaiting) {
+      BeginWaiting();
+      return;
+    }
     // Whoever reads is found out now, when the batch can still go elsewhere.
     m_main.database->Execute("BEGIN EXCLUSIVE");
     m_target = &m_main;
@@ -188,8 +195,10 @@ void HistoryStore::BeginWaiting() {
   m_hasWaiting = true;
   m_target = &m_waiting;
   SqlDatabase& database = *m_waiting.database;
-  if (PageBytes(database, database.Number("PRAGMA page_count")) >
-      m_settings.waitingMegabytes * kBytesPerMegabyte) {
+  // What was moved has left free pages.
+  const std::int64_t pages =
+      database.Number("PRAGMA page_count") - database.Number("PRAGMA freelist_count");
+  if (PageBytes(database, pages) > m_settings.waitingMegabytes * kBytesPerMegabyte) {
     throw SqlError(0, "it has been read for so long that the rows that wait exceed " +
                           std::to_string(m_settings.waitingMegabytes) + " Mbytes");
   }
@@ -250,24 +259,32 @@ void HistoryStore::NoteFit(const std::string& done) {
 }
 
 bool HistoryStore::MoveTables() {
-  SqlDatabase& database = *m_main.database;
-  for (const std::string& table : RecordTables(database, "waiting")) {
-    const RecordLayout* layout = LayoutRegistry::Instance().Find(table, 0);
-    if (layout != nullptr) {
-      NoteFit(FitTable(database, *layout));
-      const std::string columns = CommonColumns(database, "waiting", table);
-      database.Execute("INSERT INTO main." + QuotedName(table) + " (" + columns + ") SELECT " +
-                       columns + " FROM waiting." + QuotedName(table) + " ORDER BY rowid LIMIT " +
-                       std::to_string(kMovedRows));
-    }
-    database.Execute("DELETE FROM waiting." + QuotedName(table) +
-                     " WHERE rowid IN (SELECT rowid FROM waiting." + QuotedName(table) +
-                     " ORDER BY rowid LIMIT " + std::to_string(kMovedRows) + ")");
-    if (database.Number("SELECT EXISTS (SELECT 1 FROM waiting." + QuotedName(table) + ")") != 0) {
+  const std::vector<std::string> tables = RecordTables(*m_main.database, "waiting");
+  const auto end = std::chrono::steady_clock::now() + kMovingTime;
+  bool isMore = false;
+  for (std::size_t i = 0; i < tables.size(); ++i) {
+    if (std::chrono::steady_clock::now() >= end) {
       return true;
     }
+    isMore = MoveTable(tables[m_nextMoved++ % tables.size()]) || isMore;
   }
-  return false;
+  return isMore;
+}
+
+bool HistoryStore::MoveTable(const std::string& table) {
+  SqlDatabase& database = *m_main.database;
+  const std::string waiting = "waiting." + QuotedName(table);
+  const std::string moved =
+      " WHERE rowid <= " +
+      std::to_string(LastOfTime(database, waiting, kMovedRows, kMovedOfOneTime));
+  if (const RecordLayout* layout = LayoutRegistry::Instance().Find(table, 0); layout != nullptr) {
+    NoteFit(FitTable(database, *layout));
+    const std::string columns = CommonColumns(database, "waiting", table);
+    database.Execute("INSERT INTO main." + QuotedName(table) + " (" + columns + ") SELECT " +
+                     columns + " FROM " + waiting + moved + " ORDER BY rowid");
+  }
+  database.Execute("DELETE FROM " + waiting + moved);
+  return database.Number("SELECT EXISTS (SELECT 1 FROM " + waiting + ")") != 0;
 }
 
 HistoryStore::Table* HistoryStore::FindTable(const ScheduledRows& rows) {

@@ -27,7 +27,10 @@ struct HistorySettings {
 ///
 /// While somebody reads the file nobody can write it. Batches then go into a second one beside it,
 /// FILE-waiting, from where they are moved in small steps as soon as the readers have gone; it goes
-/// when it is empty. Beyond its limit batches are lost and told of, like those of any failure.
+/// when it is empty, and until then further batches go behind what waits. So the rows of a table
+/// come into it in the order in which they were made, those of one time together, and their numbers
+/// grow with it, unless the table has been empty in between. Beyond its limit batches are lost and
+/// told of, like those of any failure.
 ///
 /// A failure is reported once and costs the batch; the next one is tried again, and the first that
 /// is written says so. A file that is no database, or a damaged one, is set aside under another
@@ -42,6 +45,8 @@ class HistoryStore : public RecordSink {
   void Take(const ScheduledRows& rows) override;
   void EndBatch() override;
 
+  /// How often a file was opened: another number tells that what was known of it is out of date.
+  [[nodiscard]] std::uint64_t Openings() const { return m_openings; }
   [[nodiscard]] const HistorySettings& Settings() const { return m_settings; }
   /// The open file; made or opened if need be. Null if there is none, or if that fails.
   [[nodiscard]] SqlDatabase* Database();
@@ -69,6 +74,8 @@ class HistoryStore : public RecordSink {
   void MoveFrom(const std::string& file);
   /// Whether there is more.
   [[nodiscard]] bool MoveTables();
+  /// The same of one table.
+  [[nodiscard]] bool MoveTable(const std::string& table);
   void NoteFit(const std::string& done);
   void Insert(const ScheduledRows& rows);
   [[nodiscard]] Table* FindTable(const ScheduledRows& rows);
@@ -89,4 +96,6 @@ class HistoryStore : public RecordSink {
   std::vector<std::string> m_notices;  ///< told once the batch at work is written
   std::int64_t m_sizeBytes = 0;
   std::uint64_t m_lostBatches = 0;
+  std::uint64_t m_openings = 0;
+  std::size_t m_nextMoved = 0;  ///< the table that the next step of moving begins with
 };

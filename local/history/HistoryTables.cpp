@@ -177,3 +177,17 @@ std::vector<std::string> RecordTables(SqlDatabase& database, const std::string& 
   }
   return names;
 }
+
+std::int64_t LastOfTime(SqlDatabase& database, const std::string& table, int rows, int rowsOfTime) {
+  const std::string time = QuotedName(kTimeLabel);
+  const std::string row =
+      std::to_string(database.Number("SELECT max(rowid) FROM (SELECT rowid FROM " + table +
+                                     " ORDER BY rowid LIMIT " + std::to_string(rows) + ")"));
+  const std::string firstOfNext = "(SELECT rowid FROM " + table + " WHERE rowid > " + row +
+                                  " AND " + time + " IS NOT (SELECT " + time + " FROM " + table +
+                                  " WHERE rowid = " + row + ") ORDER BY rowid LIMIT 1)";
+  return database.Number("SELECT max(rowid) FROM (SELECT rowid FROM " + table +
+                         " WHERE rowid >= " + row + " AND rowid < coalesce(" + firstOfNext +
+                         ", 9223372036854775807) ORDER BY rowid LIMIT " +
+                         std::to_string(rowsOfTime) + ")");
+}

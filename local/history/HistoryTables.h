@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -33,3 +34,7 @@ inline constexpr const char* kTimeLabel = "Record Time";
 /// parted by commas.
 [[nodiscard]] std::string CommonColumns(SqlDatabase& database, const std::string& schema,
                                         const std::string& table);
+/// The number of the last row of the first `rows` ones of a table (a quoted name), or of those that
+/// follow it with its time, of which at most `rowsOfTime` count; 0 for no rows.
+[[nodiscard]] std::int64_t LastOfTime(SqlDatabase& database, const std::string& table, int rows,
+                                      int rowsOfTime);

@@ -186,7 +186,7 @@ Json FiguresJson(const std::vector<PushFigures>& push) {
   Json list = Json::Array();
   for (const PushFigures& target : push) {
     Json object{{"name", target.name},
-                {"url", target.url},
+                {"url", target.url.substr(0, target.url.find('?'))},
                 {"error", target.error},
                 {"oldest", target.oldest}};
     AddCounters<PushFigures>(object, kPushCounters, target);
@@ -199,7 +199,7 @@ Json FiguresJson(const std::vector<PushFigures>& push) {
 Json FiguresJson(const std::vector<NoticeFigures>& notices) {
   Json list = Json::Array();
   for (const NoticeFigures& receiver : notices) {
-    Json object{{"url", receiver.url}};
+    Json object{{"url", HostPart(receiver.url)}};
     AddCounters<NoticeFigures>(object, kNoticeCounters, receiver);
     list.PushBack(std::move(object));
   }

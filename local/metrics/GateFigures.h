@@ -46,7 +46,8 @@ struct GateFigures {
 /// than such a list. A counter that is not there is 0.
 [[nodiscard]] std::optional<std::vector<PushFigures>> ReadPushFigures(const Json& list);
 [[nodiscard]] std::optional<std::vector<NoticeFigures>> ReadNoticeFigures(const Json& list);
-/// The same list again.
+/// The same list, to be shown: of addresses what may be a secret is left out, which is all behind a
+/// receiver's host, and behind the question mark of a target.
 [[nodiscard]] Json FiguresJson(const std::vector<PushFigures>& push);
 [[nodiscard]] Json FiguresJson(const std::vector<NoticeFigures>& notices);
 

@@ -157,9 +157,11 @@ RecordMetrics MetricsOf(const RecordLayout& layout) {
       }
     } else if (field.meaning == FieldMeaning::key) {
       metrics.keys.push_back(&field);
+      metrics.keyNames.push_back(SnakeCase(field.label));
     } else if (field.meaning == FieldMeaning::text && field.hasSource && !IsHeader(field.label) &&
                !HasDigit(field.label)) {
       metrics.texts.push_back(&field);
+      metrics.textNames.push_back(SnakeCase(field.label));
     }
   }
   if (!metrics.keys.empty() && !metrics.texts.empty()) {

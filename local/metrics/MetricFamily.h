@@ -24,6 +24,8 @@ struct RecordMetrics {
   const RecordLayout* layout = nullptr;
   std::vector<const FieldLayout*> keys;   ///< the labels of each sample
   std::vector<const FieldLayout*> texts;  ///< the further labels of the info
+  std::vector<std::string> keyNames;      ///< the names of the labels, in the order of `keys`
+  std::vector<std::string> textNames;     ///< in that of `texts`
   std::vector<MetricFamily> families;     ///< in layout order, an info behind them
 };
 

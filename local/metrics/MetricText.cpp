@@ -4,8 +4,8 @@
 #include <array>
 #include <charconv>
 #include <optional>
-#include <set>
 #include <type_traits>
+#include <unordered_set>
 
 #include "json/JsonText.h"
 #include "local/history/FieldValue.h"
@@ -24,23 +24,31 @@ const char* KindName(MetricKind kind, MetricFormat format) {
   }
 }
 
-std::string SampleName(const MetricFamily& family) {
-  return family.name + (family.kind == MetricKind::kCounter ? "_total"
-                        : family.kind == MetricKind::kInfo  ? "_info"
-                                                            : "");
+const char* SampleEnding(MetricKind kind) {
+  return kind == MetricKind::kCounter ? "_total" : kind == MetricKind::kInfo ? "_info" : "";
+}
+
+bool IsPlain(char letter) {
+  return letter != '\\' && letter != '"' && letter != '\n' && (letter & '\x80') == 0;
 }
 
 /// Backslash, quote and line end escaped; bytes that are no UTF-8 become U+FFFD, since a reader
 /// would refuse the whole text for them.
-std::string LabelValue(std::string_view text) {
-  std::string escaped;
-  for (const char letter : ValidUtf8(text)) {
-    if (letter == '\\' || letter == '"') {
-      escaped += '\\';
-    }
-    escaped += letter == '\n' ? std::string("\\n") : std::string(1, letter);
+void AppendLabelValue(std::string& text, std::string_view value) {
+  if (std::ranges::all_of(value, IsPlain)) {
+    text += value;
+    return;
   }
-  return escaped;
+  for (const char letter : ValidUtf8(value)) {
+    if (letter == '\\' || letter == '"') {
+      text += '\\';
+    }
+    if (letter == '\n') {
+      text += "\\n";
+    } else {
+      text += letter;
+    }
+  }
 }
 
 /// The digits that the number needs; whole numbers without a point.
@@ -50,17 +58,13 @@ void AppendNumber(std::string& text, double value) {
   text.append(digits.data(), end);
 }
 
-std::string KeyText(const FieldLayout& field, std::span<const unsigned char> row) {
-  return VisitField(field, row, [](const auto& value) -> std::string {
+void AppendKey(std::string& text, const FieldLayout& field, std::span<const unsigned char> row) {
+  VisitField(field, row, [&](const auto& value) {
     using Value = std::decay_t<decltype(value)>;
     if constexpr (std::is_same_v<Value, std::string_view>) {
-      return std::string(value);
-    } else if constexpr (std::is_same_v<Value, std::nullptr_t>) {
-      return "";
-    } else {
-      std::string text;
+      AppendLabelValue(text, value);
+    } else if constexpr (!std::is_same_v<Value, std::nullptr_t>) {
       AppendNumber(text, static_cast<double>(value));
-      return text;
     }
   });
 }
@@ -75,14 +79,15 @@ std::optional<double> NumberOf(const FieldLayout& field, std::span<const unsigne
   });
 }
 
-std::string LabelText(std::span<const FieldLayout* const> fields,
-                      std::span<const unsigned char> row) {
-  std::string text;
-  for (const FieldLayout* field : fields) {
+void AppendLabels(std::string& text, std::span<const FieldLayout* const> fields,
+                  std::span<const std::string> names, std::span<const unsigned char> row) {
+  for (std::size_t place = 0; place < fields.size(); ++place) {
     text += text.empty() ? "" : ",";
-    text += SnakeCase(field->label) + "=\"" + LabelValue(KeyText(*field, row)) + '"';
+    text += names[place];
+    text += "=\"";
+    AppendKey(text, *fields[place], row);
+    text += '"';
   }
-  return text;
 }
 
 }  // namespace
@@ -94,7 +99,11 @@ const char* ContentType(MetricFormat format) {
 }
 
 void MetricText::Begin(const MetricFamily& family) {
-  m_sampleName = SampleName(family);
+  m_sampleName = family.name;
+  m_sampleName += SampleEnding(family.kind);
+  if (m_format == MetricFormat::kSamples) {
+    return;
+  }
   const bool isOpen = m_format == MetricFormat::kOpenMetrics;
   const std::string& name = isOpen ? family.name : m_sampleName;
   m_text += "# TYPE " + name + ' ' + KindName(family.kind, m_format) + '\n';
@@ -113,14 +122,26 @@ void MetricText::AppendSample(std::string_view labels, double value) {
   }
   m_text += ' ';
   AppendNumber(m_text, value);
-  m_text += '\n';
+  m_text += m_lineEnd;
+  ++m_samples;
+}
+
+void MetricText::SetTime(std::int64_t seconds) {
+  m_lineEnd = ' ' + std::to_string(seconds) + "000\n";
+}
+
+void MetricText::CutTo(const Mark& mark) {
+  m_text.resize(mark.bytes);
+  m_samples = mark.samples;
 }
 
 void MetricText::Sample(const Labels& labels, double value) {
   std::string text;
   for (const auto& [name, content] : labels) {
     text += text.empty() ? "" : ",";
-    text += name + "=\"" + LabelValue(content) + '"';
+    text += name + "=\"";
+    AppendLabelValue(text, content);
+    text += '"';
   }
   AppendSample(text, value);
 }
@@ -140,7 +161,7 @@ void MetricText::AppendSum(const RecordMetrics& metrics, const MetricFamily& fam
     }
   }
   if (isTold) {
-    AppendSample(SnakeCase(metrics.keys.front()->label) + "=\"" + kSummedKey + '"',
+    AppendSample(metrics.keyNames.front() + "=\"" + kSummedKey + '"',
                  sum * family.factor / family.divisor);
   }
 }
@@ -151,14 +172,15 @@ std::size_t MetricText::AddRows(const RecordMetrics& metrics,
     std::string labels;
     std::span<const unsigned char> bytes;
   };
-  std::vector<Row> kept;
-  std::set<std::string> seen;
   const BoundedRows bounded = BoundRows(*metrics.layout, rows);
+  std::vector<Row> kept;
+  kept.reserve(bounded.kept.size());  // the keys that were seen are the labels of these
+  std::unordered_set<std::string_view> seen;
   for (const CMBRecord* record : bounded.kept) {
-    const std::span<const unsigned char> bytes = RecordBytes(*record);
-    std::string labels = LabelText(metrics.keys, bytes);
-    if (seen.insert(labels).second) {
-      kept.push_back({std::move(labels), bytes});
+    Row& row = kept.emplace_back(Row{{}, RecordBytes(*record)});
+    AppendLabels(row.labels, metrics.keys, metrics.keyNames, row.bytes);
+    if (!seen.insert(row.labels).second) {
+      kept.pop_back();
     }
   }
   if (kept.empty()) {
@@ -170,7 +192,9 @@ std::size_t MetricText::AddRows(const RecordMetrics& metrics,
     const std::size_t samples = m_text.size();
     for (const Row& row : kept) {
       if (family.kind == MetricKind::kInfo) {
-        AppendSample(row.labels + ',' + LabelText(metrics.texts, row.bytes), 1);
+        std::string labels = row.labels;
+        AppendLabels(labels, metrics.texts, metrics.textNames, row.bytes);
+        AppendSample(labels, 1);
       } else if (const auto value = NumberOf(*family.field, row.bytes)) {
         AppendSample(row.labels, *value * family.factor / family.divisor);
       }

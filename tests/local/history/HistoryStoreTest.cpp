@@ -300,19 +300,28 @@ TEST_F(HistoryStoreTest, WhatWaitsIsBoundedAndMovedInSmallSteps) {
   std::int64_t kept = 1;
   for (int batch = 0; batch < 40; ++batch) {
     const auto lost = m_store.LostBatches();
-    Batch(m_now, 1000);
+    Batch(m_now + 1 + batch, 1000);
     kept += m_store.LostBatches() == lost ? 1000 : 0;
   }
   EXPECT_GT(kept, 5000);
   EXPECT_LT(kept, 40000);
   EXPECT_THAT(m_told, testing::Contains(HasSubstr("the rows that wait exceed 1 Mbytes")));
   reading.Reset();
-  Batch(m_now);
-  EXPECT_EQ(Rows(), 2002);
-  for (int batch = 0; batch < 30; ++batch) {
-    Batch(m_now);
+  const auto lost = m_store.LostBatches();
+  Batch(m_now + 100, 1500);
+  EXPECT_EQ(Rows(), 2001) << "what is new goes behind what waits";
+  for (int batch = 1; batch <= 30; ++batch) {
+    Batch(m_now + 100 + batch, 1500);
+    EXPECT_EQ(other.Number("SELECT count(*) FROM (SELECT count(*) AS rows FROM FAKE GROUP BY "
+                           "\"Record Time\") WHERE rows NOT IN (1, 1000, 1500)"),
+              0)
+        << "rows of one time are moved together";
   }
-  EXPECT_EQ(Rows(), kept + 31);
+  EXPECT_EQ(Rows(), kept + 31 * 1500);
+  EXPECT_EQ(other.Number("SELECT count(*) FROM FAKE AS a JOIN FAKE AS b ON b.rowid = a.rowid + 1 "
+                         "WHERE b.\"Record Time\" < a.\"Record Time\""),
+            0);
+  EXPECT_EQ(m_store.LostBatches(), lost);
   EXPECT_FALSE(std::filesystem::exists("records.db-waiting"));
 }
 

@@ -1,0 +1,266 @@
+#include "local/control/SampleQueries.h"
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <limits>
+#include <optional>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "local/history/HistoryTables.h"
+#include "local/metrics/MetricText.h"
+#include "local/metrics/MetricsDesk.h"
+#include "node/LayoutRegistry.h"
+
+namespace {
+
+using TurnClock = std::chrono::steady_clock;
+
+/// Those of an answer with a usual batch.
+constexpr std::size_t kUsualBytes = 120'000;
+
+/// One record of a request.
+struct WantedRecord {
+  std::string name;
+  const RecordLayout* layout;
+  RowPlace place;  ///< the last row that was given
+  RowReader* reader = nullptr;
+};
+
+ControlError BadSamplesField(const char* name, const std::string& wanted) {
+  return {"bad-field", std::string(name) + " must be " + wanted, name};
+}
+
+bool IsSigned64(const Json& value) {
+  return value.IsWhole() &&
+         (!value.IsUnsigned() ||
+          value.Unsigned() <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
+}
+
+std::optional<ControlError> ReadSampledRecords(const Json& message,
+                                               std::vector<WantedRecord>& wanted) {
+  const Json* const names = message.Find("records");
+  if (names == nullptr || !names->IsArray() || names->Size() == 0 ||
+      names->Size() > SampleQueries::kMostRecords) {
+    return BadSamplesField(
+        "records", "an array of 1 to " + std::to_string(SampleQueries::kMostRecords) + " names");
+  }
+  for (const Json& name : names->Elements()) {
+    if (!name.IsString()) {
+      return BadSamplesField("records", "an array of names");
+    }
+    if (const char* reason = WhyNotExposed(name.Text()); reason != nullptr) {
+      return ControlError{"bad-field", "the record " + name.Text() + ' ' + reason, "records"};
+    }
+    const RecordLayout* const layout = LayoutRegistry::Instance().Find(name.Text());
+    if (!HasTime(*layout)) {
+      return ControlError{"bad-field", "the record " + name.Text() + " is not kept", "records"};
+    }
+    const bool isNew = std::ranges::none_of(
+        wanted, [&](const WantedRecord& other) { return other.layout == layout; });
+    if (isNew) {
+      wanted.push_back({name.Text(), layout, {}});
+    }
+  }
+  return std::nullopt;
+}
+
+/// Each record's place to go on from: its own, or the time to begin at.
+std::optional<ControlError> ReadPlaces(const Json& message, std::vector<WantedRecord>& wanted) {
+  constexpr auto kFirstTime = std::numeric_limits<std::int64_t>::min();
+  const Json* const since = message.Find("since");
+  if (since != nullptr && !IsSigned64(*since)) {
+    return BadSamplesField("since", "a whole number of 64 bits");
+  }
+  const std::int64_t begin = since == nullptr ? kFirstTime : since->Whole();
+  const Json* const after = message.Find("after");
+  if (after != nullptr && !after->IsObject()) {
+    return BadSamplesField("after", "the \"next\" of an answer");
+  }
+  for (WantedRecord& record : wanted) {
+    const Json* const place = after == nullptr ? nullptr : after->Find(record.name);
+    if (place == nullptr) {
+      // Behind the row 0 of the second before.
+      record.place = {begin == kFirstTime ? begin : begin - 1, 0};
+    } else if (place->IsArray() && place->Size() == 2 && IsSigned64((*place)[0]) &&
+               IsSigned64((*place)[1])) {
+      record.place = {(*place)[0].Whole(), (*place)[1].Whole()};
+    } else {
+      return BadSamplesField("after", "the \"next\" of an answer");
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<ControlError> ReadSampleCount(const Json& message, std::size_t& count) {
+  const Json* const samples = message.Find("samples");
+  if (samples == nullptr) {
+    return std::nullopt;
+  }
+  if (!samples->IsUnsigned() || samples->Unsigned() < 1 ||
+      samples->Unsigned() > SampleQueries::kMostSamples) {
+    return BadSamplesField(
+        "samples", "a whole number from 1 to " + std::to_string(SampleQueries::kMostSamples));
+  }
+  count = samples->Unsigned();
+  return std::nullopt;
+}
+
+std::optional<ControlError> CheckSampleNames(const Json& message) {
+  const Json* const names = message.Find("names");
+  return names == nullptr || *names == "agent"
+             ? std::nullopt
+             : std::optional(BadSamplesField("names", "\"agent\""));
+}
+
+/// One look at the file for all records, which it is let go of at the end, whatever happens.
+class ReadingTurn {
+ public:
+  ReadingTurn(SqlDatabase& database, std::vector<WantedRecord>& records)
+      : m_database(database), m_records(records), m_isOwn(!database.IsInTransaction()) {
+    if (m_isOwn) {
+      m_database.Execute("BEGIN");
+    }
+  }
+  ~ReadingTurn() {
+    for (WantedRecord& record : m_records) {
+      if (record.reader != nullptr) {
+        record.reader->Rest();
+      }
+    }
+    try {
+      if (m_isOwn && m_database.IsInTransaction()) {
+        m_database.Execute("ROLLBACK");
+      }
+    } catch (const SqlError&) {
+      // Nothing was written, and the next one who begins is told.
+    }
+  }
+  ReadingTurn(const ReadingTurn&) = delete;
+  ReadingTurn& operator=(const ReadingTurn&) = delete;
+
+ private:
+  SqlDatabase& m_database;
+  std::vector<WantedRecord>& m_records;
+  bool m_isOwn;
+};
+
+/// The record whose row at hand is the oldest; null if there is none.
+WantedRecord* OldestOf(std::vector<WantedRecord>& records) {
+  WantedRecord* oldest = nullptr;
+  for (WantedRecord& record : records) {
+    if (record.reader->HasRow() &&
+        (oldest == nullptr || record.reader->Time() < oldest->reader->Time())) {
+      oldest = &record;
+    }
+  }
+  return oldest;
+}
+
+}  // namespace
+
+struct SampleQueries::Work {
+  std::shared_ptr<ControlRequest> request;
+  std::vector<WantedRecord> records;
+  std::size_t most = kUsualSamples;
+  MetricText text{MetricFormat::kSamples};
+  std::size_t rows = 0;
+  std::int64_t oldest = 0;
+
+  /// Adds all rows of the time that is at hand. False, with nothing added, if they are too many.
+  bool Add(WantedRecord& record) {
+    RowReader& reader = *record.reader;
+    const MetricText::Mark before = text.End();
+    const std::int64_t time = reader.Time();
+    const auto taken = reader.Take();
+    text.SetTime(time);
+    text.AddRows(reader.Metrics(), taken);
+    if (rows != 0 && text.End().samples > most) {
+      text.CutTo(before);
+      return false;
+    }
+    oldest = rows == 0 ? time : oldest;
+    rows += taken.size();
+    record.place = reader.Last();
+    return true;
+  }
+  [[nodiscard]] bool IsFull() const {
+    return text.End().samples >= most || text.End().bytes >= kMostBytes;
+  }
+  void Answer(bool isMore) {
+    Json next = Json::Object();
+    for (const WantedRecord& record : records) {
+      next[record.name] = Json::Array({record.place.time, record.place.row});
+    }
+    const MetricText::Mark end = text.End();
+    const Json head{{"next", std::move(next)}, {"more", isMore},
+                    {"oldest", oldest},        {"rows", rows},
+                    {"count", end.samples},    {"bytes", end.bytes}};
+    request->SucceedRaw("samples", head, text.Finish());
+  }
+};
+
+void SampleQueries::Samples(const std::shared_ptr<ControlRequest>& request) {
+  const Json& message = request->Message();
+  const auto work = std::make_shared<Work>();
+  work->request = request;
+  for (auto error : {CheckSampleNames(message), ReadSampledRecords(message, work->records),
+                     ReadPlaces(message, work->records), ReadSampleCount(message, work->most)}) {
+    if (error) {
+      request->Fail(*error);
+      return;
+    }
+  }
+  // Growing step by step costs more than all else. More than this is a mapping of its own each
+  // time.
+  work->text.Reserve(kUsualBytes);
+  m_turns.Add(request, [this, work](SqlDatabase& database) { return TakeTurn(database, *work); });
+}
+
+void SampleQueries::DropOldReaders(SqlDatabase& database) {
+  const std::int64_t schema = database.Number("PRAGMA schema_version");
+  if (m_opening != m_store.Openings() || m_schema != schema) {
+    m_readers.clear();
+    m_opening = m_store.Openings();
+    m_schema = schema;
+  }
+}
+
+void SampleQueries::SeekAll(SqlDatabase& database, Work& work) {
+  const std::int64_t now = std::time(nullptr);
+  for (WantedRecord& record : work.records) {
+    std::unique_ptr<RowReader>& reader = m_readers[record.layout];
+    if (reader == nullptr) {
+      reader = std::make_unique<RowReader>(*record.layout);
+    }
+    record.reader = reader.get();
+    reader->Seek(database, record.place, now);
+  }
+}
+
+bool SampleQueries::TakeTurn(SqlDatabase& database, Work& work) {
+  const auto end = TurnClock::now() + kRequestTurn;
+  for (WantedRecord& record : work.records) {
+    record.reader = nullptr;
+  }
+  const ReadingTurn turn(database, work.records);
+  DropOldReaders(database);
+  SeekAll(database, work);
+  while (WantedRecord* record = OldestOf(work.records)) {
+    if (!work.Add(*record)) {
+      work.Answer(true);
+      return false;
+    }
+    if (work.IsFull()) {
+      work.Answer(OldestOf(work.records) != nullptr);
+      return false;
+    }
+    if (TurnClock::now() >= end) {
+      return true;
+    }
+  }
+  work.Answer(false);
+  return false;
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "local/control/ControlRequest.h"
+#include "local/control/HistoryTurns.h"
+#include "local/control/RowReader.h"
+#include "local/history/HistoryStore.h"
+
+/// The operation `samples`: kept rows as the samples that /metrics would have shown of them, for
+/// who pushes them on.
+class SampleQueries {
+ public:
+  /// Names in one request.
+  static constexpr std::size_t kMostRecords = 64;
+  static constexpr std::size_t kMostSamples = 100000;
+  static constexpr std::size_t kUsualSamples = 10000;
+  /// An answer that is longer ends.
+  static constexpr std::size_t kMostBytes = std::size_t{16} << 20;
+
+  /// Both outlive the requests.
+  SampleQueries(RequestTurns& turns, HistoryStore& store) : m_store(store), m_turns(turns, store) {}
+
+  void Samples(const std::shared_ptr<ControlRequest>& request);
+
+ private:
+  /// What is asked for, and how far it has come.
+  struct Work;
+
+  /// Whether it needs another turn.
+  bool TakeTurn(SqlDatabase& database, Work& work);
+  void DropOldReaders(SqlDatabase& database);
+  void SeekAll(SqlDatabase& database, Work& work);
+
+  HistoryStore& m_store;
+  HistoryTurns m_turns;
+  std::map<const RecordLayout*, std::unique_ptr<RowReader>> m_readers;
+  /// Of the file that the readers are made for.
+  std::uint64_t m_opening = 0;
+  std::int64_t m_schema = 0;
+};
