@@ -234,7 +234,8 @@ void ScheduleBook::Collect(CMBNode& node, const EntryList& due) {
     entry.rows = rows.size();
     entry.lastTime = entry.asker->AnswerTime();
     m_sink.Take({entry.asker->Record(), entry.asker->Category(), entry.lastTime, rows});
-    if (hasTotals) {
+    // A first look, which has nothing to compare with, is no row of either.
+    if (hasTotals && !rows.empty()) {
       m_sink.TakeTotals({entry.totals->Record(), entry.totals->Category(),
                          entry.totals->AnswerTime(), LoggedRows(node, *entry.totals)});
     }
