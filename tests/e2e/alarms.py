@@ -95,7 +95,7 @@ def told_lines(agent):
 
 
 def active(agent):
-    return [one for one in agent.ask("alarms", "--active") if one["alarm"] == "memory-low"]
+    return [one for one in agent.ask("alarms", "--active")["list"] if one["alarm"] == "memory-low"]
 
 
 def check_definitions(agent):

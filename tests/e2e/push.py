@@ -2,7 +2,7 @@
 """Pushes to a real Prometheus and a real VictoriaMetrics while these, the daemon and its gate are killed and the
 disk is full, and compares what they hold then with the agent's history, row by row.
 
-  push.py BUILD_DIRECTORY [BATCHES]     BATCHES: how many are made while a server is away, 40 if not given
+  push.py BUILD_DIRECTORY [BATCHES]     BATCHES: how many are made while a server is away, 20 if not given
 """
 
 import json
@@ -213,7 +213,7 @@ def main():
             fail(f"no {program}: scripts/install-deps e2e")
     build = pathlib.Path(sys.argv[1]).resolve()
     with tempfile.TemporaryDirectory(prefix="qmt-e2e-") as work:
-        run(build, pathlib.Path(work), int(sys.argv[2]) if len(sys.argv) == 3 else 40)
+        run(build, pathlib.Path(work), int(sys.argv[2]) if len(sys.argv) == 3 else 20)
 
 
 if __name__ == "__main__":
