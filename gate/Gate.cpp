@@ -255,10 +255,10 @@ void Gate::OpenAlarms() {
   }
   // What it has told is written before the next one reads it.
   m_alarms.reset();
-  m_alarms = std::make_unique<AlarmDesk>(
-      m_desk, Sender(), std::move(targets),
-      AlarmDesk::Hooks{[](const std::string& text) { GateLog(text); },
-                       [this] { TellFiguresSoon(); }});
+  m_alarms =
+      std::make_unique<AlarmDesk>(m_desk, Sender(), std::move(targets),
+                                  AlarmDesk::Hooks{[](const std::string& text) { GateLog(text); },
+                                                   [this] { TellFiguresSoon(); }});
 }
 
 Json Gate::NoticesJson() const {

@@ -15,7 +15,7 @@
 #include "gate/Gate.h"
 #include "gate/GateLog.h"
 #include "gate/GateRights.h"
-#include "gate/PushTest.h"
+#include "gate/PushTrial.h"
 #include "support/HostPaths.h"
 
 #if defined(__SANITIZE_ADDRESS__)

@@ -89,7 +89,8 @@ void MetricsDesk::ScrapeNode(MetricFormat format, Done done) {
     return;
   }
   Names records = NodeRecords();
-  std::erase_if(records, [](const std::string& record) { return WhyNotExposed(record) != nullptr; });
+  std::erase_if(records,
+                [](const std::string& record) { return WhyNotExposed(record) != nullptr; });
   Answer(LookOf(records), format, MetricNames::kNode, std::move(done));
 }
 

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <asio/io_context.hpp>
 #include <fstream>
 #include <optional>
 
@@ -32,13 +31,9 @@ class HttpSenderTest : public ::testing::Test {
       result = std::move(come);
       m_loop.Post([this] { m_loop.Stop(); });
     });
-    RunLoop();
+    m_loop.Run();
     EXPECT_TRUE(result);
     return result.value_or(SendResult{});
-  }
-  void RunLoop() {
-    m_loop.Run();
-    m_loop.Io().restart();
   }
   static SendRequest To(const FakeServer& server, std::string body = "") {
     SendRequest request;
@@ -209,7 +204,7 @@ TEST_F(HttpSenderTest, ARequestIsTakenBackAndTheEndOfOneMayEndAll) {
     m_sender.reset();
     m_loop.Post([this] { m_loop.Stop(); });
   });
-  RunLoop();
+  m_loop.Run();
   EXPECT_EQ(third, nullptr);
 }
 

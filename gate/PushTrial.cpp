@@ -1,4 +1,4 @@
-#include "gate/PushTest.h"
+#include "gate/PushTrial.h"
 
 #include <cstdio>
 #include <string_view>
