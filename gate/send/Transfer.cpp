@@ -111,6 +111,8 @@ void Transfer::SetIdentity() {
     // The library would wait for the other end of a pipe.
     static_cast<void>(ReadCheckedFile(identity.authority));
     SetOption(Handle(), CURLOPT_CAINFO, identity.authority.c_str());
+    // Else the system's would be trusted besides.
+    SetOption(Handle(), CURLOPT_CAPATH, static_cast<const char*>(nullptr));
   }
   if (!identity.clientCertificate.empty()) {
     const std::string& key =
