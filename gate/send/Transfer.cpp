@@ -17,6 +17,8 @@ namespace {
 /// An answer is short, and what is sent is handed over as it lies.
 constexpr long kReceiveBuffer = 4096;
 constexpr std::size_t kLongestSecret = 4096;
+/// All in one file; the library would read a folder that holds each of them three times.
+constexpr const char* kSystemAuthorities = "/etc/ssl/certs/ca-certificates.crt";
 
 template <class Value>
 void SetOption(void* handle, CURLoption option, Value value) {
@@ -107,10 +109,17 @@ void Transfer::SetIdentity() {
     SetOption(Handle(), CURLOPT_USERNAME, identity.user.c_str());
     SetOption(Handle(), CURLOPT_PASSWORD, password.c_str());
   }
-  if (!identity.authority.empty()) {
+  if (identity.authority.empty()) {
+    if (StampOf(kSystemAuthorities) != FileStamp{}) {
+      SetOption(Handle(), CURLOPT_CAINFO, kSystemAuthorities);
+      SetOption(Handle(), CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    }
+  } else {
     // The library would wait for the other end of a pipe.
     static_cast<void>(ReadCheckedFile(identity.authority));
     SetOption(Handle(), CURLOPT_CAINFO, identity.authority.c_str());
+    // Else the system's would be trusted besides.
+    SetOption(Handle(), CURLOPT_CAPATH, static_cast<const char*>(nullptr));
   }
   if (!identity.clientCertificate.empty()) {
     const std::string& key =
