@@ -101,7 +101,7 @@ TEST_F(EventsTest, AlarmsAreToldToAllAndRowsComeWithoutThem) {
   daemon->Stop();
   isRefused = true;
   daemon->Start();
-  EXPECT_THAT(client.Receive(), HasSubstr("event: daemon\ndata: {\"state\":\"back\"}"));
+  EXPECT_THAT(client.Receive("back"), HasSubstr("event: daemon\ndata: {\"state\":\"back\"}"));
   HttpClient other(Address());
   Listen(other, "?records=PI");
   Follow();

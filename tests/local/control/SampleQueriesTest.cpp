@@ -119,7 +119,7 @@ class SampleQueriesTest : public ::testing::Test {
     for (const FakeRecord& record : records) {
       rows.push_back(&record);
     }
-    m_store.Take({"FAKE", '4', time, rows});
+    m_store.TakeTotals({"FAKE", '4', time, rows});
     m_store.EndBatch();
   }
   void LookAgain(const std::shared_ptr<FakePeer>& peer) {
@@ -197,7 +197,13 @@ TEST_F(SampleQueriesTest, TheSamplesOfKeptRowsAreThoseOfAScrapeOfTheSameRows) {
             made.emplace_back(std::make_unique<AnyRecord>(*layout, m_now, random)).get());
       }
       rows.push_back(rows.back());  // of two rows with one key the first counts
-      m_store.Take({layout->name, layout->category, m_now, rows});
+      const ScheduledRows kept{layout->name, layout->category, m_now, rows};
+      // What has grown since the row before is no metric.
+      const ScheduledRows grown{layout->name, layout->category, m_now, {rows.data(), 1}};
+      HoldsGrowth(*layout) ? m_store.TakeTotals(kept) : m_store.Take(kept);
+      if (HoldsGrowth(*layout)) {
+        m_store.Take(grown);
+      }
       m_store.EndBatch();
       MetricText scrape(MetricFormat::kText);
       scrape.AddRows(MetricsOf(*layout), rows);
@@ -242,7 +248,7 @@ TEST_F(SampleQueriesTest, AnAnswerIsAStretchOfTimeOfWholeTimes) {
     Batch(m_now - 100 + 2 * i, {1, 2});
     const FakeRecord other(7, m_now - 99 + 2 * i);
     const CMBRecord* row = &other;
-    m_store.Take({"IDLE", '4', m_now, {&row, 1}});
+    m_store.TakeTotals({"IDLE", '4', m_now, {&row, 1}});
     m_store.EndBatch();
   }
   std::string after;
@@ -268,7 +274,7 @@ TEST_F(SampleQueriesTest, AnAnswerIsAStretchOfTimeOfWholeTimes) {
   }
   LayoutRegistry::Instance().Publish(kIdleLayout);
   // One time of one record is given whole, however little is asked for.
-  m_store.Database()->Execute("UPDATE FAKE SET Label = rowid");
+  m_store.Database()->Execute("UPDATE \"FAKE totals\" SET Label = rowid");
   EXPECT_EQ(Counts(Ask(R"(,"samples":1)")), "1 2 ");
 }
 
@@ -278,10 +284,10 @@ TEST_F(SampleQueriesTest, APlaceThatIsGoneOrAheadIsNotWaitedFor) {
   Batch(m_now - 20, {2});
   const Given first = Ask(R"(,"samples":1)");
   EXPECT_EQ(Counts(first), "1 ");
-  database->Execute("DELETE FROM FAKE WHERE Count = 1");
+  database->Execute("DELETE FROM \"FAKE totals\" WHERE Count = 1");
   EXPECT_EQ(Counts(Ask(first.After())), "2 ") << "the row has aged, its followers stand";
   const Given second = Ask("");
-  database->Execute("DELETE FROM FAKE");
+  database->Execute("DELETE FROM \"FAKE totals\"");
   EXPECT_EQ(Ask(second.After()).After(), second.After());
   Batch(m_now - 10, {3});
   Batch(m_now - 9, {4});
@@ -300,19 +306,19 @@ TEST_F(SampleQueriesTest, WhatAFileCanHoldIsToldAsFarAsAFieldCanHoldIt) {
   Batch(m_now - 9, {1});
   SqlDatabase* database = m_store.Database();
   const auto count = [&](const char* value) {
-    database->Execute(std::string("UPDATE FAKE SET Count = ") + value);
+    database->Execute(std::string("UPDATE \"FAKE totals\" SET Count = ") + value);
     return Counts(Ask(""));
   };
   EXPECT_EQ(count("4294967295"), "4294967295 ");
   for (const char* none : {"NULL", "-1", "4294967296", "'x'", "1.5", "9e99"}) {
     EXPECT_EQ(count(none), "") << none;
   }
-  database->Execute("UPDATE FAKE SET Count = 2, Label = NULL");
+  database->Execute("UPDATE \"FAKE totals\" SET Count = 2, Label = NULL");
   EXPECT_THAT(Ask("").text, HasSubstr("{label=\"\"} 2 "));
-  database->Execute("ALTER TABLE FAKE DROP COLUMN Count");
+  database->Execute("ALTER TABLE \"FAKE totals\" DROP COLUMN Count");
   EXPECT_EQ(Ask("").text, "") << "no layout had that field then";
   EXPECT_EQ(Ask("").head["rows"], 1);
-  database->Execute("DROP TABLE FAKE");
+  database->Execute("DROP TABLE \"FAKE totals\"");
   EXPECT_EQ(Ask("").head["rows"], 0);
 }
 
