@@ -248,7 +248,7 @@ TEST_F(SampleQueriesTest, AnAnswerIsAStretchOfTimeOfWholeTimes) {
     Batch(m_now - 100 + 2 * i, {1, 2});
     const FakeRecord other(7, m_now - 99 + 2 * i);
     const CMBRecord* row = &other;
-    m_store.TakeTotals({"IDLE", '4', m_now, {&row, 1}});
+    m_store.Take({"IDLE", '4', m_now, {&row, 1}});
     m_store.EndBatch();
   }
   std::string after;
