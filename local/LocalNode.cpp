@@ -69,7 +69,10 @@ std::vector<std::string> UsualRecords() {
 /// `problems`.
 std::vector<std::string> PushRecords(const PushSettings& push, std::vector<IniProblem>& problems) {
   if (!push.records) {
-    return push.hasNodeNames ? NodeRecords() : UsualRecords();
+    std::vector<std::string> usual = push.hasNodeNames ? NodeRecords() : UsualRecords();
+    std::erase_if(usual,
+                  [](const std::string& record) { return WhyNotExposed(record) != nullptr; });
+    return usual;
   }
   std::vector<std::string> records;
   for (const std::string& record : *push.records) {

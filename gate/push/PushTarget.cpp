@@ -8,7 +8,6 @@
 namespace {
 
 constexpr std::int64_t kSecondsOfDay = 86400;
-constexpr int kHalvesOfOneTime = 32;
 constexpr std::chrono::hours kRefusalTold{1};
 constexpr std::chrono::minutes kErrorTold{10};
 

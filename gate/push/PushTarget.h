@@ -60,6 +60,7 @@ class PushTarget {
   [[nodiscard]] Json Figures() const;
 
  private:
+  static constexpr int kHalvesOfOneTime = 32;
   using Clock = std::chrono::steady_clock;
 
   void Ask();
@@ -95,7 +96,7 @@ class PushTarget {
   Clock::time_point m_freeAt;  ///< when the limit of bytes lets the next request through
   /// Halves of one time that may still be made before the server takes something again: one that
   /// refuses all is not sent every sample by itself.
-  int m_halvesLeft = 0;
+  int m_halvesLeft = kHalvesOfOneTime;
   PushCounts m_counts;
   std::int64_t m_oldest = 0;  ///< time of the oldest row that is not sent
   std::string m_error;
