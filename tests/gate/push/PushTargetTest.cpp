@@ -246,7 +246,7 @@ TEST_F(PushTargetTest, OneThatRefusesAllIsNotAskedSampleBySample) {
     const char* status;
     std::uint64_t requests;
     bool isSlow;  ///< as what is kept is not to be used up
-  } rows[] = {{"400 Bad", std::uint64_t{8 * 5}, false}, {"401 Who", 8, true}};
+  } rows[] = {{"400 Bad", std::uint64_t{8 * 5 + 2 * 32}, false}, {"401 Who", 8, true}};
   m_history.SetEnd(20);
   for (const auto& row : rows) {
     FakeServer server(
