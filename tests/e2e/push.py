@@ -195,8 +195,7 @@ def run(build, work, count):
                     kill(agent, kills.pop(0), http)
                     lost = lost or fill_disk(agent)
                 time.sleep(1)
-            if first.name not in behind(agent):
-                fail("a server that is away is not told as such")
+            wait_for("a server that is away to be told as such", lambda: first.name in behind(agent))
             first.start()
             wait_for("all rows to be sent", lambda: not behind(agent))
             # The rows of the last seconds may be on their way.
