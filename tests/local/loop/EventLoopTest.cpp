@@ -303,7 +303,7 @@ TEST_F(EventLoopTest, MemoryIsGivenBackSomeTimeAfterARush) {
   };
   memory.NoteRareWork();
   rest();
-  const std::size_t quiet = StatusBytes("RssAnon:");
+  [[maybe_unused]] const std::size_t quiet = StatusBytes("RssAnon:");
   {
     std::vector<std::unique_ptr<std::string>> rush(100000);
     for (auto& one : rush) {
