@@ -21,7 +21,7 @@ int DropFilePages(::dl_phdr_info* object, std::size_t, void*) {
     const std::uintptr_t end =
         (object->dlpi_addr + segment.p_vaddr + segment.p_memsz) & ~(kPage - 1);
     if (begin < end) {
-      // The kernel refuses what is locked, and the pages of its own object stay in any case.
+      // What is locked stays, and the kernel puts the pages of its own object back.
       ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
     }
   }

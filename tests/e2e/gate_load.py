@@ -22,7 +22,7 @@ SLEEPERS = 300
 KILLS = 100
 FLOOD_SECONDS = 5
 # What daemon and gate may use at rest, and how much more afterwards, where the program is the one that is shipped.
-REST_MEGABYTES = (10, 9)
+REST_MEGABYTES = (7, 9)
 MORE_MEGABYTES = {True: 1.5, False: 12}
 
 

@@ -173,19 +173,26 @@ TEST(RowChoicesTest, ValuesToSortByAreBoundedForAllSelectionsTogether) {
   EXPECT_THROW((void)third.GoOn(std::chrono::hours(1)), std::bad_alloc);
 }
 
-TEST(RowChoicesTest, OperationsTakeTheChoices) {
-  PublishFakeRecords();
+class ChosenRowsTest : public ::testing::Test {
+ protected:
+  ChosenRowsTest() {
+    PublishFakeRecords();
+    schedule.Set("FAKE", 3600);
+  }
+
   EventLoop loop;
   BatchDesk desk;
   LastRows lastRows;
-  ScheduleBook schedule(loop, desk, lastRows);
-  schedule.Set("FAKE", 3600);
+  ScheduleBook schedule{loop, desk, lastRows};
+  HistoryStore history{[](const std::string&) {}};
+  ControlOperations operations{loop, desk, schedule, lastRows, history};
+};
+
+TEST_F(ChosenRowsTest, OperationsTakeTheChoices) {
   const FakeRecord few(1);
   const FakeRecord many(5);
   const CMBRecord* const records[] = {&few, &many};
   lastRows.Take({"FAKE", '4', 9, records});
-  HistoryStore history{[](const std::string&) {}};
-  ControlOperations operations(loop, desk, schedule, lastRows, history);
   const auto ask = [&](const std::string& members) {
     const auto peer = std::make_shared<FakePeer>(Rights::kRead);
     operations.Handle("{\"op\":" + members + "}", peer);
@@ -207,15 +214,7 @@ TEST(RowChoicesTest, OperationsTakeTheChoices) {
   EXPECT_THAT(ask(R"("last","records":["NONE"],"where":["x"])"), HasSubstr("unknown-record"));
 }
 
-TEST(RowChoicesTest, OthersAreServedWhileManyRowsAreChosen) {
-  PublishFakeRecords();
-  EventLoop loop;
-  BatchDesk desk;
-  LastRows lastRows;
-  ScheduleBook schedule(loop, desk, lastRows);
-  schedule.Set("FAKE", 3600);
-  HistoryStore history{[](const std::string&) {}};
-  ControlOperations operations(loop, desk, schedule, lastRows, history);
+TEST_F(ChosenRowsTest, OthersAreServedWhileManyRowsAreChosen) {
   constexpr std::uint32_t kRows = 10000;
   FakeAgent agent;
   agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
