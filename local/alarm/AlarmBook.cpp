@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -39,8 +40,9 @@ void AlarmBook::Configure(AlarmBookSettings settings) {
   m_states = std::make_unique<AlarmStates>(m_settings.statesFile, m_report);
   ReadFile();
   m_states->Load(m_watches);
-  CheckSchedules();
+  // What is off ends behind that, once, by the number that the history knows.
   Resume();
+  CheckSchedules();
   const std::time_t now = std::time(nullptr);
   for (const auto& watch : m_watches) {
     const AlarmDefinition& definition = watch->Definition();
@@ -99,23 +101,23 @@ void AlarmBook::Resume() {
   std::vector<Json> active;
   m_history.ReadOpen(lastId, active);
   m_states->TakenUpTo(lastId);
+  std::set<std::int64_t> open;
+  for (const Json& each : active) {
+    open.insert(each["id"].Whole());
+  }
   for (const auto& watch : m_watches) {
-    std::vector<std::int64_t> ended;
+    std::set<std::int64_t> ended;
     for (const auto& [key, state] : watch->States()) {
-      const bool isOpen = std::ranges::any_of(
-          active, [&](const Json& each) { return each["id"].Whole() == state.id; });
-      if (state.phase != AlarmState::Phase::kActive || isOpen) {
+      if (state.phase != AlarmState::Phase::kActive || open.contains(state.id)) {
         continue;
       }
       if (m_history.Has(state.id)) {
-        ended.push_back(state.id);
+        ended.insert(state.id);
       } else {
         m_history.Put(AlarmJson(*watch, state));
       }
     }
-    for (const std::int64_t id : ended) {
-      watch->Forget(id);
-    }
+    watch->Forget(ended);
   }
   std::ranges::for_each(active, [this](const Json& kept) { ResumeOne(kept); });
 }
@@ -124,7 +126,7 @@ void AlarmBook::ResumeOne(const Json& kept) {
   AlarmWatch* watch = FindWatch(kept);
   const std::int64_t id = kept["id"].Whole();
   std::time_t until = std::time(nullptr);
-  if (watch != nullptr && watch->Why().empty()) {
+  if (watch != nullptr) {
     const auto known = watch->States().find(JsonText(kept["key"]));
     const bool isKnown = known != watch->States().end() && known->second.id >= id;
     if (isKnown && known->second.id == id && known->second.phase == AlarmState::Phase::kActive) {
@@ -295,7 +297,7 @@ bool AlarmBook::EvaluateWatch(Batch& batch, AlarmClock::time_point end) {
     return false;
   }
   const KeptRows& rows = *found->second;
-  if (rows.rows.empty() && !watch.HasHadRows()) {
+  if (watch.IsFirstLook(rows.rows.empty())) {
     return false;
   }
   const AlarmWatch::Change change = [this](AlarmWatch& one, AlarmState& state) {

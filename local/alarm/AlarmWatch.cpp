@@ -113,7 +113,6 @@ void AlarmWatch::AddPast(const std::string& key, std::size_t field, std::time_t 
 }
 
 void AlarmWatch::Row(AlarmBytes bytes, const Change& change) {
-  m_hasHadRows = true;
   const auto present = [&](std::size_t place) {
     return FieldToJson(m_definition.layout->fields[place], bytes);
   };
@@ -276,7 +275,7 @@ void AlarmWatch::EndAll(std::time_t time, const Change& change) {
   m_states.clear();
   m_series.clear();
   m_time = 0;
-  m_hasHadRows = false;
+  m_hasLooked = false;
 }
 
 Json AlarmWatch::ToJson() const {
@@ -353,6 +352,6 @@ bool AlarmWatch::IsCounting() const {
   });
 }
 
-void AlarmWatch::Forget(std::int64_t id) {
-  std::erase_if(m_states, [&](const auto& entry) { return entry.second.id == id; });
+void AlarmWatch::Forget(const std::set<std::int64_t>& ids) {
+  std::erase_if(m_states, [&](const auto& entry) { return ids.contains(entry.second.id); });
 }

@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <utility>
@@ -69,8 +70,11 @@ class AlarmWatch {
   /// Ends what is active and forgets the rest.
   void EndAll(std::time_t time, const Change& change);
 
-  /// Whether the record has had a row since the start: the first look of a schedule makes none.
-  [[nodiscard]] bool HasHadRows() const { return m_hasHadRows; }
+  /// Whether a batch says nothing for being the first one, and empty: the first look of a schedule
+  /// makes no rows of an interval. To be asked once of each batch, before Begin.
+  [[nodiscard]] bool IsFirstLook(bool isEmpty) {
+    return !std::exchange(m_hasLooked, true) && isEmpty;
+  }
 
   /// Takes a number of a row of the past.
   void AddPast(const std::string& key, std::size_t field, std::time_t time, double value);
@@ -93,7 +97,7 @@ class AlarmWatch {
   void FromJson(const Json& kept);
   /// An alarm that is active by another source.
   void Adopt(AlarmState state);
-  void Forget(std::int64_t id);
+  void Forget(const std::set<std::int64_t>& ids);
 
  private:
   [[nodiscard]] std::size_t Count(AlarmState::Phase phase) const;
@@ -117,7 +121,7 @@ class AlarmWatch {
   std::int64_t m_elapsed = 0;  ///< of it: seconds that count
   std::uint64_t m_batch = 1;
   std::uint64_t m_leftOut = 0;
-  bool m_hasHadRows = false;
+  bool m_hasLooked = false;
   bool m_isChanged = false;
   bool m_hasTold = false;
 };

@@ -45,7 +45,7 @@ class AlarmBookTest : public ::testing::Test {
       sinks.Add(book);
       operations.ServeAlarms(book);
       history.Configure(test.kept);
-      schedule.Load({{"FAKE", "60", 1}}, [](std::size_t, const std::string&) {});
+      schedule.Load({{test.scheduled, "60", 1}}, [](std::size_t, const std::string&) {});
       book.OnChange([&test](const Json& alarm) {
         test.changes.push_back(alarm["text"].Text() + ' ' + alarm["state"].Text());
       });
@@ -107,6 +107,7 @@ class AlarmBookTest : public ::testing::Test {
   HistorySettings kept;
   AlarmBookSettings settings;
   std::int32_t now = static_cast<std::int32_t>(std::time(nullptr)) - 3000;
+  std::string scheduled = "FAKE";
   std::vector<std::string> told;
   std::vector<std::string> off;
   std::vector<std::string> changes;
@@ -172,6 +173,36 @@ TEST_F(AlarmBookTest, StatesAndNumbersSurviveAKill) {
   EXPECT_EQ(changes.size(), 6U);
   Turns();
   EXPECT_EQ(Ask(R"({"op":"alarms","state":"active"})")["alarms"]["list"].Size(), 0U);
+}
+
+TEST_F(AlarmBookTest, AfterAKillEachEndIsToldOnce) {
+  const struct {
+    const char* alarms;
+    const char* record;  ///< the one that is scheduled
+    int emptyBatches;
+  } cases[] = {{kBookAlarms, "MORE", 0},
+               {"alarm = full\nrecord = FAKE\ncondition = Size > 1\n", "FAKE", 0},
+               {"# none\n", "FAKE", 0},
+               {kBookAlarms, "FAKE", 2}};
+  for (const auto& row : cases) {
+    std::ofstream("alarms") << kBookAlarms;
+    scheduled = "FAKE";
+    Start();
+    Batch(95);
+    life.reset();
+    changes.clear();
+    std::ofstream("alarms") << row.alarms;
+    scheduled = row.record;
+    Start();
+    Turns();
+    for (int i = 0; i < row.emptyBatches; ++i) {
+      EXPECT_TRUE(changes.empty());
+      Batch(std::vector<FakeRecord>{});
+    }
+    EXPECT_EQ(changes.size(), 1U) << row.alarms;
+    life->book.Stop();
+    life.reset();
+  }
 }
 
 class KeyedRecord : public FakeRecord {
