@@ -15,6 +15,8 @@ using AlarmClock = std::chrono::steady_clock;
 
 /// Rows between two looks at the clock.
 constexpr std::size_t kRowsBetweenLooks = 16;
+/// Faults of the file that the log is told.
+constexpr std::size_t kMostTold = 100;
 
 }  // namespace
 
@@ -26,10 +28,12 @@ AlarmBook::AlarmBook(EventLoop& loop, BatchDesk& desk, const ScheduleBook& sched
       m_store(history),
       m_report(std::move(report)),
       m_history(history, m_report),
-      m_capture(loop, desk, schedule, lastRows, m_history, m_report),
+      m_capture(loop, desk, schedule, lastRows, m_history),
       m_command(loop, m_report),
+      m_lossLog(m_report),
       m_agentRow(desk, schedule, history) {
   m_capture.OnReady([this] { Post(); });
+  m_capture.OnKept([this](std::int64_t id, const std::string& record) { Captured(id, record); });
 }
 
 AlarmBook::~AlarmBook() { *m_isAlive = false; }
@@ -37,7 +41,8 @@ AlarmBook::~AlarmBook() { *m_isAlive = false; }
 void AlarmBook::Configure(AlarmBookSettings settings) {
   m_settings = std::move(settings);
   m_command.Configure(m_settings.command);
-  m_states = std::make_unique<AlarmStates>(m_settings.statesFile, m_report);
+  m_states =
+      std::make_unique<AlarmStates>(m_loop, m_settings.statesFile, m_report, [this] { Post(); });
   ReadFile();
   m_states->Load(m_watches);
   // What is off ends behind that, once, by the number that the history knows.
@@ -52,9 +57,7 @@ void AlarmBook::Configure(AlarmBookSettings settings) {
       m_past.emplace_back(*watch, now);
     }
   }
-  if (!m_past.empty() || m_history.HasWaiting()) {
-    Post();
-  }
+  Post();
 }
 
 void AlarmBook::ReadFile() {
@@ -68,8 +71,11 @@ void AlarmBook::ReadFile() {
     }
     return;
   }
-  const auto tell = [this](const IniProblem& fault) {
-    m_report(m_settings.file + ':' + std::to_string(fault.line) + ": " + fault.text);
+  std::size_t told = 0;
+  const auto tell = [&](const IniProblem& fault) {
+    if (++told <= kMostTold) {
+      m_report(m_settings.file + ':' + std::to_string(fault.line) + ": " + fault.text);
+    }
   };
   std::ranges::for_each(file.faults, tell);
   for (const AlarmEntry& entry : file.entries) {
@@ -79,6 +85,10 @@ void AlarmBook::ReadFile() {
     if (!m_watches.back()->Why().empty()) {
       m_onOff(m_watches.back()->Definition(), m_watches.back()->Why());
     }
+  }
+  if (told > kMostTold) {
+    m_report(m_settings.file + ": and " + std::to_string(told - kMostTold) +
+             " more faults, which qmtctl check alarms lists");
   }
 }
 
@@ -125,7 +135,7 @@ void AlarmBook::Resume() {
 void AlarmBook::ResumeOne(const Json& kept) {
   AlarmWatch* watch = FindWatch(kept);
   const std::int64_t id = kept["id"].Whole();
-  std::time_t until = std::time(nullptr);
+  std::time_t until = std::max<std::time_t>(std::time(nullptr), kept["since"].Whole());
   if (watch != nullptr) {
     const auto known = watch->States().find(JsonText(kept["key"]));
     const bool isKnown = known != watch->States().end() && known->second.id >= id;
@@ -141,6 +151,7 @@ void AlarmBook::ResumeOne(const Json& kept) {
       state.key = kept["key"];
       state.values = kept["values"];
       state.text = kept["text"].Text();
+      state.captured = CapturedNames(kept);
       watch->Adopt(std::move(state));
       return;
     }
@@ -168,8 +179,6 @@ void AlarmBook::CheckSchedules() {
   for (const auto& watch : m_watches) {
     const AlarmDefinition& definition = watch->Definition();
     if (!definition.why.empty()) {
-      watch->EndAll(std::time(nullptr),
-                    [this](AlarmWatch& one, AlarmState& state) { Changed(one, state); });
       continue;
     }
     const bool isScheduled = definition.layout == &AgentLayout() ||
@@ -178,11 +187,17 @@ void AlarmBook::CheckSchedules() {
       watch->SetWhy(isScheduled ? "" : "no schedule collects the record " + definition.record);
       if (!isScheduled) {
         m_onOff(definition, watch->Why());
-        watch->EndAll(std::time(nullptr),
-                      [this](AlarmWatch& one, AlarmState& state) { Changed(one, state); });
       }
     }
   }
+}
+
+bool AlarmBook::EndOff(AlarmClock::time_point end) {
+  const auto change = [this](AlarmWatch& one, AlarmState& state) { Changed(one, state); };
+  const auto isOver = [end] { return AlarmClock::now() >= end; };
+  return std::ranges::any_of(m_watches, [&](const auto& watch) {
+    return !watch->Why().empty() && watch->EndAll(std::time(nullptr), change, isOver);
+  });
 }
 
 void AlarmBook::Take(const ScheduledRows& rows) {
@@ -246,13 +261,14 @@ void AlarmBook::Post() {
 
 void AlarmBook::Work() {
   const auto end = AlarmClock::now() + kTurn;
-  bool isMore = ReadPast(end) || Evaluate(end);
+  bool isMore = EndOff(end) || ReadPast(end) || Evaluate(end);
   isMore = m_capture.Work(end) || isMore;
   // A turn of its own where this one has been used up.
   isMore = AlarmClock::now() < end ? m_history.Flush() || isMore : true;
   if (m_batches.empty() && m_states != nullptr) {
     m_states->Save(m_watches);
   }
+  m_lossLog.Note(Losses(), AlarmClock::now());
   if (isMore) {
     Post();
   }
@@ -283,6 +299,7 @@ bool AlarmBook::Evaluate(AlarmClock::time_point end) {
       }
       ++batch.watch;
       batch.row = 0;
+      batch.hasBegun = false;
     }
     m_batches.pop_front();
   }
@@ -303,7 +320,7 @@ bool AlarmBook::EvaluateWatch(Batch& batch, AlarmClock::time_point end) {
   const AlarmWatch::Change change = [this](AlarmWatch& one, AlarmState& state) {
     Changed(one, state);
   };
-  if (batch.row == 0) {
+  if (!std::exchange(batch.hasBegun, true)) {
     watch.Begin(rows.time, IntervalOf(definition.record));
   }
   while (batch.row < rows.rows.size()) {
@@ -314,22 +331,39 @@ bool AlarmBook::EvaluateWatch(Batch& batch, AlarmClock::time_point end) {
       return true;
     }
   }
-  watch.End(change);
-  return false;
+  return watch.End(change, [end] { return AlarmClock::now() >= end; });
 }
 
 void AlarmBook::Changed(AlarmWatch& watch, AlarmState& state) {
   const bool isBegin = state.phase == AlarmState::Phase::kActive;
   if (isBegin) {
     state.id = m_states->TakeId();
+    state.captured = m_capture.Take(state.id, watch.Definition().capture, m_batches.front()->rows);
     ++m_begun;
   }
   const Json alarm = AlarmJson(watch, state);
   m_history.Put(alarm);
-  if (isBegin && !m_batches.empty()) {
-    m_capture.Take(state.id, watch.Definition().capture, m_batches.front()->rows);
-  }
   Tell(alarm);
+}
+
+void AlarmBook::Captured(std::int64_t id, const std::string& record) {
+  const auto recent = std::find_if(m_recent.rbegin(), m_recent.rend(),
+                                   [&](const Json& alarm) { return alarm["id"].Whole() == id; });
+  for (const auto& watch : m_watches) {
+    if (const AlarmState* state = watch->NoteCaptured(id, record); state != nullptr) {
+      const Json alarm = AlarmJson(*watch, *state);
+      if (recent != m_recent.rend()) {
+        *recent = alarm;
+      }
+      m_history.Put(alarm);
+      return;
+    }
+  }
+  // It has ended since, and is forgotten but for the list.
+  if (recent != m_recent.rend()) {
+    (*recent)["captured"].PushBack(record);
+    m_history.Put(*recent);
+  }
 }
 
 void AlarmBook::Tell(const Json& alarm) {
@@ -337,7 +371,9 @@ void AlarmBook::Tell(const Json& alarm) {
   if (m_recent.size() > kMostRecent) {
     m_recent.pop_front();
   }
-  m_command.Run(AlarmEnvironment(alarm));
+  if (m_command.IsConfigured()) {
+    m_command.Run(AlarmEnvironment(alarm));
+  }
   for (const Listener& listener : m_listeners) {
     listener(alarm);
   }
@@ -356,7 +392,7 @@ Json AlarmBook::AlarmJson(const AlarmWatch& watch, const AlarmState& state) {
               {"until", isActive ? Json(nullptr) : Json(state.until)},
               {"text", state.text},
               {"values", state.values},
-              {"captured", Json(definition.capture)}};
+              {"captured", Json(state.captured)}};
 }
 
 const char* AlarmBook::StateName(const AlarmWatch& watch) {
@@ -387,18 +423,27 @@ AlarmFigures AlarmBook::Figures() const {
         {watch->Definition().name, watch->Definition().severity, watch->Active()});
   }
   figures.begun = m_begun;
-  figures.skippedBatches = m_skippedBatches;
+  figures.losses = Losses();
   figures.commands = m_command.Runs();
   figures.commandFailures = m_command.Failures();
   figures.droppedCommands = m_command.Dropped();
   return figures;
 }
 
+AlarmLosses AlarmBook::Losses() const {
+  AlarmLosses losses{m_skippedBatches, 0, m_history.Lost(), m_capture.Lost()};
+  for (const auto& watch : m_watches) {
+    losses.leftOut += watch->LeftOut();
+  }
+  return losses;
+}
+
 void AlarmBook::Stop() {
   if (m_states == nullptr) {
     return;
   }
+  m_command.Stop();
   static_cast<void>(Evaluate(AlarmClock::now() + kTurn));
   static_cast<void>(m_history.Flush());
-  m_states->Save(m_watches, true);
+  m_states->SaveLast(m_watches);
 }

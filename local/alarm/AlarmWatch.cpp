@@ -51,6 +51,19 @@ std::string TextOfMember(const Json& object, const char* name) {
 
 }  // namespace
 
+std::vector<std::string> CapturedNames(const Json& alarm) {
+  std::vector<std::string> names;
+  const Json* captured = alarm.Find("captured");
+  if (captured != nullptr && captured->IsArray()) {
+    for (const Json& name : captured->Elements()) {
+      if (name.IsString()) {
+        names.push_back(name.Text());
+      }
+    }
+  }
+  return names;
+}
+
 AlarmWatch::AlarmWatch(AlarmDefinition definition)
     : m_definition(std::move(definition)), m_why(m_definition.why) {}
 
@@ -72,8 +85,26 @@ void AlarmWatch::Begin(std::time_t time, std::chrono::seconds interval) {
   const std::int64_t past = m_time == 0 ? 0 : time - m_time;
   // A clock that was set back says nothing.
   m_elapsed = std::clamp<std::int64_t>(past, 0, kCountedIntervals * interval.count());
+  if (past < 0) {
+    SetBack(time, interval);
+  }
   m_time = time;
   ++m_batch;
+}
+
+/// What was lies as far back as before, lest it counts as the future until the clock is there
+/// again.
+void AlarmWatch::SetBack(std::time_t time, std::chrono::seconds interval) {
+  for (auto& [key, state] : m_states) {
+    for (std::time_t& begin : state.begins) {
+      begin = std::min(begin - (m_time - time), time);
+    }
+  }
+  for (auto& [key, fields] : m_series) {
+    for (AlarmSeries& series : fields) {
+      series.MoveBack(time - interval.count());
+    }
+  }
 }
 
 bool AlarmWatch::Foretell(const std::string& key, AlarmBytes bytes) {
@@ -222,7 +253,7 @@ void AlarmWatch::NoteOver(AlarmState& state, const Change& change) {
     return;
   }
   state.phase = AlarmState::Phase::kEnded;
-  state.until = m_time;
+  state.until = std::max(state.since, m_time);
   m_isChanged = m_hasTold = true;
   change(*this, state);
 }
@@ -238,12 +269,14 @@ void AlarmWatch::Fill(AlarmState& state, AlarmBytes bytes) const {
   }
 }
 
-void AlarmWatch::End(const Change& change) {
+bool AlarmWatch::End(const Change& change, const IsOver& isOver) {
   for (auto place = m_states.begin(); place != m_states.end();) {
     AlarmState& state = place->second;
-    if (state.seen != m_batch) {
+    bool isTold = false;
+    if (std::exchange(state.seen, m_batch) != m_batch) {
       if (state.phase == AlarmState::Phase::kActive) {
         NoteOver(state, change);
+        isTold = state.phase == AlarmState::Phase::kEnded;
       } else if (state.phase == AlarmState::Phase::kPending) {
         state.phase = AlarmState::Phase::kEnded;
         m_isChanged = true;
@@ -257,25 +290,49 @@ void AlarmWatch::End(const Change& change) {
     } else {
       ++place;
     }
+    if (isTold && isOver()) {
+      return true;
+    }
   }
   std::erase_if(m_series, [&](const auto& entry) {
     return entry.second.front().LastTime() < m_time - m_definition.over.count();
   });
+  return false;
 }
 
-void AlarmWatch::EndAll(std::time_t time, const Change& change) {
-  m_hasTold = m_isChanged = m_isChanged || !m_states.empty();
-  for (auto& [key, state] : m_states) {
+bool AlarmWatch::EndAll(std::time_t time, const Change& change, const IsOver& isOver) {
+  m_isChanged = m_isChanged || !m_states.empty();
+  while (!m_states.empty()) {
+    AlarmState& state = m_states.begin()->second;
     if (state.phase == AlarmState::Phase::kActive) {
       state.phase = AlarmState::Phase::kEnded;
-      state.until = time;
+      state.until = std::max(state.since, time);
+      m_hasTold = true;
       change(*this, state);
     }
+    m_states.erase(m_states.begin());
+    if (isOver()) {
+      break;
+    }
   }
-  m_states.clear();
+  if (!m_states.empty()) {
+    return true;
+  }
   m_series.clear();
   m_time = 0;
   m_hasLooked = false;
+  return false;
+}
+
+AlarmState* AlarmWatch::NoteCaptured(std::int64_t id, const std::string& record) {
+  for (auto& [key, state] : m_states) {
+    if (state.id == id) {
+      state.captured.push_back(record);
+      m_isChanged = true;
+      return &state;
+    }
+  }
+  return nullptr;
 }
 
 Json AlarmWatch::ToJson() const {
@@ -294,6 +351,7 @@ Json AlarmWatch::ToJson() const {
                          {"until", state.until},
                          {"values", state.values},
                          {"text", state.text},
+                         {"captured", Json(state.captured)},
                          {"begins", std::move(begins)}});
   }
   return Json{{"alarm", m_definition.name},
@@ -327,6 +385,7 @@ void AlarmWatch::FromJson(const Json& kept) {
     state.key = ObjectOf(each, "key");
     state.values = ObjectOf(each, "values");
     state.text = TextOfMember(each, "text");
+    state.captured = CapturedNames(each);
     if (const Json* begins = each.Find("begins"); begins != nullptr && begins->IsArray()) {
       for (const Json& begin : begins->Elements()) {
         if (begin.IsWhole() && state.begins.size() < kFlaps) {

@@ -34,7 +34,7 @@ class AlarmWatchTest : public ::testing::Test {
     for (const auto& [label, count] : rows) {
       watch->Row(AlarmRow(label, count), change);
     }
-    watch->End(change);
+    EXPECT_FALSE(watch->End(change, [] { return false; }));
   }
   /// As after a restart.
   void Reload(const std::string& lines) {
