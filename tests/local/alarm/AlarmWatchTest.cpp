@@ -26,7 +26,8 @@ class AlarmWatchTest : public ::testing::Test {
     for (const auto& [label, count] : rows) {
       watch->Row(AlarmRow(label, count), change);
     }
-    EXPECT_FALSE(watch->End(change, [] { return false; }));
+    while (watch->End(change, [] { return true; })) {
+    }
   }
   const AlarmWatch::Change change = [this](AlarmWatch& one, AlarmState& state) {
     const bool isBegin = state.phase == AlarmState::Phase::kActive;
@@ -84,6 +85,16 @@ TEST_F(AlarmWatchTest, ARowThatIsGoneEndsIt) {
   EXPECT_EQ(watch->Pending(), 0U);
   Batch(1120, {});
   EXPECT_THAT(changes, ElementsAre("x begins 1060", "x ends 1120"));
+}
+
+TEST_F(AlarmWatchTest, ABatchThatEndsInSeveralTurnsCountsOnce) {
+  Define("keep = 2m\n");
+  Batch(1000, {{"x", 95}, {"y", 95}});
+  Batch(1060, {{"x", 95}});
+  for (const std::time_t time : {1120, 1180, 1240}) {
+    Batch(time, {});
+  }
+  EXPECT_THAT(changes, ElementsAre("x begins 1000", "y begins 1000", "y ends 1180", "x ends 1240"));
 }
 
 TEST_F(AlarmWatchTest, OneThatComesAndGoesIsDamped) {
