@@ -373,9 +373,14 @@ void AlarmCommand::StartNext() {
     m_isDropping = m_isDropping && !m_waiting.empty();
     auto child = std::make_unique<Child>(*this);
     ++m_runs;
-    if (const std::string error = child->Start(std::move(environment)); !error.empty()) {
+    std::string error = child->Start(std::move(environment));
+    const bool isNew = error != m_startError;
+    m_startError = std::move(error);
+    if (!m_startError.empty()) {
       ++m_failures;
-      m_report(m_settings.program + ": can't be started: " + error);
+      if (isNew) {
+        m_report(m_settings.program + ": can't be started: " + m_startError);
+      }
       continue;
     }
     m_children.push_back(std::move(child));

@@ -73,5 +73,6 @@ class AlarmCommand {
   std::uint64_t m_failures = 0;
   std::uint64_t m_dropped = 0;
   bool m_isDropping = false;  ///< told
+  std::string m_startError;   ///< told, until one starts again
   bool m_isStopped = false;
 };

@@ -37,8 +37,7 @@ void AlarmStates::Load(std::vector<std::unique_ptr<AlarmWatch>>& watches) {
     return;
   }
   if (const Json* next = parsed.value.Find("next"); next != nullptr && next->IsUnsigned()) {
-    TakenUpTo(static_cast<std::int64_t>(std::min<std::uint64_t>(next->Unsigned(), INT64_MAX / 2)) -
-              1);
+    TakenUpTo(static_cast<std::int64_t>(std::min<std::uint64_t>(next->Unsigned(), INT64_MAX)) - 1);
   }
   for (const Json& each : alarms->Elements()) {
     const std::string* name = TextMember(each, "alarm");

@@ -36,8 +36,10 @@ class AlarmStates {
 
   /// The number of the next alarm.
   [[nodiscard]] std::int64_t TakeId() { return m_nextId++; }
-  /// Numbers up to this one are taken.
-  void TakenUpTo(std::int64_t id) { m_nextId = std::max(m_nextId, id + 1); }
+  /// Numbers up to this one are taken. One of a damaged file may be any: there is room above it.
+  void TakenUpTo(std::int64_t id) {
+    m_nextId = std::max(m_nextId, std::min(id, INT64_MAX / 2) + 1);
+  }
 
  private:
   void Look(const std::vector<std::unique_ptr<AlarmWatch>>& watches);
