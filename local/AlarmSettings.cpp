@@ -37,6 +37,12 @@ ReadAlarms ReadSectionAlarms(const LocalIniFile& ini) {
   settings.commands =
       static_cast<int>(section.Whole("Commands", 1, kMostCommands, settings.commands));
   settings.keys = ReadSendingKeys(section);
+  if (settings.keys.isFaulty) {
+    // Without them a receiver would be asked as somebody else.
+    settings.lacksReceivers = !settings.alertmanagers.empty() || !settings.webhooks.empty();
+    settings.alertmanagers.clear();
+    settings.webhooks.clear();
+  }
   return {std::move(settings), section.Finish()};
 }
 

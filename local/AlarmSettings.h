@@ -19,12 +19,14 @@ struct AlarmSettings {
   std::vector<std::string> webhooks;
   std::string link;     ///< what receivers may show
   std::string command;  ///< the absolute path of a program that is started for each; empty: none
-  int commandSeconds = 30;  ///< after that it is ended
-  int commands = 4;         ///< at once
-  SendingKeys keys;         ///< for alertmanagers and webhooks
+  int commandSeconds = 30;      ///< after that it is ended
+  int commands = 4;             ///< at once
+  SendingKeys keys;             ///< for alertmanagers and webhooks
+  bool lacksReceivers = false;  ///< some were left out, as `keys` are faulty
 };
 
-/// A value that is missing or wrong leaves the default.
+/// A value that is missing or wrong leaves the default; with keys that are faulty there are no
+/// receivers.
 [[nodiscard]] AlarmSettings ReadAlarmSettings(const LocalIniFile& ini);
 /// What is wrong in section "Alarms".
 [[nodiscard]] std::vector<IniProblem> AlarmProblems(const LocalIniFile& ini);

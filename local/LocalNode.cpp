@@ -420,6 +420,11 @@ void LocalNode::StartGate(const HttpSettings& settings, const LocalIniFile& ini)
   facts.push = PushTargets(ini);
   const AlarmSettings alarms = ReadAlarmSettings(ini);
   facts.alarms = AlarmReceiversJson(alarms, AbsolutePath);
+  if (alarms.lacksReceivers) {
+    Report(ini.Path() +
+           ": [Alarms]: Alertmanager and Webhook are left out, since User, Password "
+           "File and Token File don't go together (see qmtctl check)");
+  }
   const bool sends =
       facts.push.Size() != 0 || !alarms.alertmanagers.empty() || !alarms.webhooks.empty();
   Parts().operations.TheGate().SetFacts(std::move(facts));

@@ -19,6 +19,7 @@ SendingKeys ReadSendingKeys(SectionReader& section) {
     keys.user = user->value;
     if (keys.user.find(':') != std::string::npos) {
       section.NoteWrong(*user, "a name without a colon");
+      keys.isFaulty = true;
     }
   }
   keys.passwordFile = section.Text(kPasswordFile);
@@ -27,6 +28,8 @@ SendingKeys ReadSendingKeys(SectionReader& section) {
   section.Need(kSendingUser, kPasswordFile);
   section.Need(kPasswordFile, kSendingUser);
   section.Exclude(kTokenFile, kPasswordFile);
+  keys.isFaulty = keys.isFaulty || keys.user.empty() != keys.passwordFile.empty() ||
+                  (!keys.tokenFile.empty() && !keys.passwordFile.empty());
   return keys;
 }
 

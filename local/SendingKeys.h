@@ -12,6 +12,7 @@ struct SendingKeys {
   std::string authority;  ///< certificates, PEM; none: those of the system
   std::string clientCertificate;
   std::string clientKey;
+  bool isFaulty = false;  ///< what is there of them can't be used together
 };
 
 /// The keys "User", "Password File", "Token File" and "Certificate Authority" of a section.

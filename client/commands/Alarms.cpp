@@ -18,6 +18,9 @@
 
 namespace {
 
+/// As many as the daemon tells at once.
+constexpr std::size_t kMostAlarmsShown = 1000;
+
 /// What the operator has to know besides the list.
 void ComplainOfDefinitions(const AlarmListing& listing, const AlarmOptions& options) {
   for (const AlarmDefinition& definition : listing.definitions) {
@@ -25,6 +28,10 @@ void ComplainOfDefinitions(const AlarmListing& listing, const AlarmOptions& opti
       Complain(listing.file + ':' + std::to_string(definition.line) + ": the alarm \"" +
                definition.name + "\" is off: " + definition.why);
     }
+  }
+  if (listing.alarms.size() >= kMostAlarmsShown) {
+    Complain("the newest " + std::to_string(kMostAlarmsShown) +
+             " alarms are shown; there may be older ones: --until");
   }
   if (listing.alarms.empty()) {
     const bool isSpan = !options.since.empty() || !options.until.empty();
@@ -68,7 +75,7 @@ std::string SafeLines(std::string_view text) {
 }  // namespace
 
 int RunAlarms(const CommonOptions& common, const AlarmOptions& options, bool json) {
-  Json request{{"op", "alarms"}};
+  Json request{{"op", "alarms"}, {"limit", kMostAlarmsShown}};
   AddSpan(request, options.since, options.until);
   if (options.isActive) {
     request["state"] = "active";

@@ -1,12 +1,7 @@
 #include "local/alarm/AlarmBook.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 #include <utility>
-
-#include "json/JsonText.h"
-#include "local/alarm/AlarmFile.h"
 
 namespace {
 
@@ -25,131 +20,15 @@ AlarmBook::AlarmBook(EventLoop& loop, BatchDesk& desk, const ScheduleBook& sched
       m_store(history),
       m_report(std::move(report)),
       m_history(history, m_report),
-      m_capture(loop, desk, schedule, lastRows, m_history, m_report),
+      m_capture(loop, desk, schedule, lastRows, m_history),
       m_command(loop, m_report),
+      m_lossLog(m_report),
       m_agentRow(desk, schedule, history) {
   m_capture.OnReady([this] { Post(); });
+  m_capture.OnKept([this](std::int64_t id, const std::string& record) { Captured(id, record); });
 }
 
 AlarmBook::~AlarmBook() { *m_isAlive = false; }
-
-void AlarmBook::Configure(AlarmBookSettings settings) {
-  m_settings = std::move(settings);
-  m_command.Configure(m_settings.command);
-  m_states = std::make_unique<AlarmStates>(m_settings.statesFile, m_report);
-  ReadFile();
-  m_states->Load(m_watches);
-  CheckSchedules();
-  Resume();
-  const std::time_t now = std::time(nullptr);
-  for (const auto& watch : m_watches) {
-    const AlarmDefinition& definition = watch->Definition();
-    m_hasAgentAlarms = m_hasAgentAlarms || definition.layout == &AgentLayout();
-    if (watch->Why().empty() && !definition.predicted.empty() &&
-        definition.layout != &AgentLayout()) {
-      m_past.emplace_back(*watch, now);
-    }
-  }
-  if (!m_past.empty() || m_history.HasWaiting()) {
-    Post();
-  }
-}
-
-void AlarmBook::ReadFile() {
-  if (m_settings.file.empty()) {
-    return;
-  }
-  const AlarmFileText file = ReadAlarmFile(m_settings.file);
-  if (!file.error.empty()) {
-    if (m_settings.isRequired || !file.isMissing) {
-      m_report("Alarms: " + file.error);
-    }
-    return;
-  }
-  const auto tell = [this](const IniProblem& fault) {
-    m_report(m_settings.file + ':' + std::to_string(fault.line) + ": " + fault.text);
-  };
-  std::ranges::for_each(file.faults, tell);
-  for (const AlarmEntry& entry : file.entries) {
-    std::vector<IniProblem> faults;
-    m_watches.push_back(std::make_unique<AlarmWatch>(MakeAlarmDefinition(entry, faults)));
-    std::ranges::for_each(faults, tell);
-    if (!m_watches.back()->Why().empty()) {
-      m_onOff(m_watches.back()->Definition(), m_watches.back()->Why());
-    }
-  }
-}
-
-AlarmWatch* AlarmBook::FindWatch(const Json& alarm) const {
-  const auto found = std::ranges::find_if(m_watches, [&](const auto& watch) {
-    return watch->Definition().name == alarm["alarm"].Text() &&
-           watch->Definition().record == alarm["record"].Text();
-  });
-  return found == m_watches.end() ? nullptr : found->get();
-}
-
-/// The history is believed in what has begun and ended, the file of states in all else: a kill may
-/// have come between the two.
-void AlarmBook::Resume() {
-  std::error_code ignored;
-  if (m_watches.empty() && !std::filesystem::exists(m_store.Settings().file, ignored)) {
-    return;
-  }
-  std::int64_t lastId = 0;
-  std::vector<Json> active;
-  m_history.ReadOpen(lastId, active);
-  m_states->TakenUpTo(lastId);
-  for (const auto& watch : m_watches) {
-    std::vector<std::int64_t> ended;
-    for (const auto& [key, state] : watch->States()) {
-      const bool isOpen = std::ranges::any_of(
-          active, [&](const Json& each) { return each["id"].Whole() == state.id; });
-      if (state.phase != AlarmState::Phase::kActive || isOpen) {
-        continue;
-      }
-      if (m_history.Has(state.id)) {
-        ended.push_back(state.id);
-      } else {
-        m_history.Put(AlarmJson(*watch, state));
-      }
-    }
-    for (const std::int64_t id : ended) {
-      watch->Forget(id);
-    }
-  }
-  std::ranges::for_each(active, [this](const Json& kept) { ResumeOne(kept); });
-}
-
-void AlarmBook::ResumeOne(const Json& kept) {
-  AlarmWatch* watch = FindWatch(kept);
-  const std::int64_t id = kept["id"].Whole();
-  std::time_t until = std::time(nullptr);
-  if (watch != nullptr && watch->Why().empty()) {
-    const auto known = watch->States().find(JsonText(kept["key"]));
-    const bool isKnown = known != watch->States().end() && known->second.id >= id;
-    if (isKnown && known->second.id == id && known->second.phase == AlarmState::Phase::kActive) {
-      return;
-    }
-    if (!isKnown) {
-      AlarmState state;
-      state.phase = AlarmState::Phase::kActive;
-      state.id = id;
-      state.since = kept["since"].Whole();
-      state.begins.push_back(state.since);
-      state.key = kept["key"];
-      state.values = kept["values"];
-      state.text = kept["text"].Text();
-      watch->Adopt(std::move(state));
-      return;
-    }
-    until = known->second.id == id && known->second.until != 0 ? known->second.until : until;
-  }
-  Json ended = kept;
-  ended["state"] = "ended";
-  ended["until"] = until;
-  m_history.Put(ended);
-  Tell(ended);
-}
 
 std::chrono::seconds AlarmBook::IntervalOf(const std::string& record) const {
   std::chrono::seconds shortest{0};
@@ -166,8 +45,6 @@ void AlarmBook::CheckSchedules() {
   for (const auto& watch : m_watches) {
     const AlarmDefinition& definition = watch->Definition();
     if (!definition.why.empty()) {
-      watch->EndAll(std::time(nullptr),
-                    [this](AlarmWatch& one, AlarmState& state) { Changed(one, state); });
       continue;
     }
     const bool isScheduled = definition.layout == &AgentLayout() ||
@@ -176,11 +53,17 @@ void AlarmBook::CheckSchedules() {
       watch->SetWhy(isScheduled ? "" : "no schedule collects the record " + definition.record);
       if (!isScheduled) {
         m_onOff(definition, watch->Why());
-        watch->EndAll(std::time(nullptr),
-                      [this](AlarmWatch& one, AlarmState& state) { Changed(one, state); });
       }
     }
   }
+}
+
+bool AlarmBook::EndOff(AlarmClock::time_point end) {
+  const auto change = [this](AlarmWatch& one, AlarmState& state) { Changed(one, state); };
+  const auto isOver = [end] { return AlarmClock::now() >= end; };
+  return std::ranges::any_of(m_watches, [&](const auto& watch) {
+    return !watch->Why().empty() && watch->EndAll(std::time(nullptr), change, isOver);
+  });
 }
 
 void AlarmBook::Take(const ScheduledRows& rows) {
@@ -244,13 +127,14 @@ void AlarmBook::Post() {
 
 void AlarmBook::Work() {
   const auto end = AlarmClock::now() + kTurn;
-  bool isMore = ReadPast(end) || Evaluate(end);
+  bool isMore = EndOff(end) || ReadPast(end) || Evaluate(end);
   isMore = m_capture.Work(end) || isMore;
   // A turn of its own where this one has been used up.
   isMore = AlarmClock::now() < end ? m_history.Flush() || isMore : true;
   if (m_batches.empty() && m_states != nullptr) {
     m_states->Save(m_watches);
   }
+  m_lossLog.Note(Losses(), AlarmClock::now());
   if (isMore) {
     Post();
   }
@@ -281,6 +165,7 @@ bool AlarmBook::Evaluate(AlarmClock::time_point end) {
       }
       ++batch.watch;
       batch.row = 0;
+      batch.hasBegun = false;
     }
     m_batches.pop_front();
   }
@@ -295,13 +180,13 @@ bool AlarmBook::EvaluateWatch(Batch& batch, AlarmClock::time_point end) {
     return false;
   }
   const KeptRows& rows = *found->second;
-  if (rows.rows.empty() && !watch.HasHadRows()) {
+  if (watch.IsFirstLook(rows.rows.empty())) {
     return false;
   }
   const AlarmWatch::Change change = [this](AlarmWatch& one, AlarmState& state) {
     Changed(one, state);
   };
-  if (batch.row == 0) {
+  if (!std::exchange(batch.hasBegun, true)) {
     watch.Begin(rows.time, IntervalOf(definition.record));
   }
   while (batch.row < rows.rows.size()) {
@@ -312,22 +197,39 @@ bool AlarmBook::EvaluateWatch(Batch& batch, AlarmClock::time_point end) {
       return true;
     }
   }
-  watch.End(change);
-  return false;
+  return watch.End(change, [end] { return AlarmClock::now() >= end; });
 }
 
 void AlarmBook::Changed(AlarmWatch& watch, AlarmState& state) {
   const bool isBegin = state.phase == AlarmState::Phase::kActive;
   if (isBegin) {
     state.id = m_states->TakeId();
+    state.captured = m_capture.Take(state.id, watch.Definition().capture, m_batches.front()->rows);
     ++m_begun;
   }
   const Json alarm = AlarmJson(watch, state);
   m_history.Put(alarm);
-  if (isBegin && !m_batches.empty()) {
-    m_capture.Take(state.id, watch.Definition().capture, m_batches.front()->rows);
-  }
   Tell(alarm);
+}
+
+void AlarmBook::Captured(std::int64_t id, const std::string& record) {
+  const auto recent = std::find_if(m_recent.rbegin(), m_recent.rend(),
+                                   [&](const Json& alarm) { return alarm["id"].Whole() == id; });
+  for (const auto& watch : m_watches) {
+    if (const AlarmState* state = watch->NoteCaptured(id, record); state != nullptr) {
+      const Json alarm = AlarmJson(*watch, *state);
+      if (recent != m_recent.rend()) {
+        *recent = alarm;
+      }
+      m_history.Put(alarm);
+      return;
+    }
+  }
+  // It has ended since, and is forgotten but for the list.
+  if (recent != m_recent.rend()) {
+    (*recent)["captured"].PushBack(record);
+    m_history.Put(*recent);
+  }
 }
 
 void AlarmBook::Tell(const Json& alarm) {
@@ -335,7 +237,9 @@ void AlarmBook::Tell(const Json& alarm) {
   if (m_recent.size() > kMostRecent) {
     m_recent.pop_front();
   }
-  m_command.Run(AlarmEnvironment(alarm));
+  if (m_command.IsConfigured()) {
+    m_command.Run(AlarmEnvironment(alarm));
+  }
   for (const Listener& listener : m_listeners) {
     listener(alarm);
   }
@@ -354,7 +258,7 @@ Json AlarmBook::AlarmJson(const AlarmWatch& watch, const AlarmState& state) {
               {"until", isActive ? Json(nullptr) : Json(state.until)},
               {"text", state.text},
               {"values", state.values},
-              {"captured", Json(definition.capture)}};
+              {"captured", Json(state.captured)}};
 }
 
 const char* AlarmBook::StateName(const AlarmWatch& watch) {
@@ -385,18 +289,27 @@ AlarmFigures AlarmBook::Figures() const {
         {watch->Definition().name, watch->Definition().severity, watch->Active()});
   }
   figures.begun = m_begun;
-  figures.skippedBatches = m_skippedBatches;
+  figures.losses = Losses();
   figures.commands = m_command.Runs();
   figures.commandFailures = m_command.Failures();
   figures.droppedCommands = m_command.Dropped();
   return figures;
 }
 
+AlarmLosses AlarmBook::Losses() const {
+  AlarmLosses losses{m_skippedBatches, 0, m_history.Lost(), m_capture.Lost()};
+  for (const auto& watch : m_watches) {
+    losses.leftOut += watch->LeftOut();
+  }
+  return losses;
+}
+
 void AlarmBook::Stop() {
   if (m_states == nullptr) {
     return;
   }
+  m_command.Stop();
   static_cast<void>(Evaluate(AlarmClock::now() + kTurn));
   static_cast<void>(m_history.Flush());
-  m_states->Save(m_watches, true);
+  m_states->SaveLast(m_watches);
 }

@@ -15,6 +15,7 @@
 #include "local/alarm/AlarmCapture.h"
 #include "local/alarm/AlarmCommand.h"
 #include "local/alarm/AlarmHistory.h"
+#include "local/alarm/AlarmLosses.h"
 #include "local/alarm/AlarmPast.h"
 #include "local/alarm/AlarmStates.h"
 #include "local/alarm/AlarmWatch.h"
@@ -86,7 +87,11 @@ class AlarmBook : public RecordSink {
   [[nodiscard]] bool ReadPast(std::chrono::steady_clock::time_point end);
   [[nodiscard]] bool Evaluate(std::chrono::steady_clock::time_point end);
   [[nodiscard]] bool EvaluateWatch(Batch& batch, std::chrono::steady_clock::time_point end);
+  /// Goes on with the end of all alarms of definitions that are off.
+  [[nodiscard]] bool EndOff(std::chrono::steady_clock::time_point end);
+  [[nodiscard]] AlarmLosses Losses() const;
   void Changed(AlarmWatch& watch, AlarmState& state);
+  void Captured(std::int64_t id, const std::string& record);
   void Tell(const Json& alarm);
   [[nodiscard]] static Json AlarmJson(const AlarmWatch& watch, const AlarmState& state);
   [[nodiscard]] AlarmWatch* FindWatch(const Json& alarm) const;
@@ -100,6 +105,7 @@ class AlarmBook : public RecordSink {
   AlarmHistory m_history;
   AlarmCapture m_capture;
   AlarmCommand m_command;
+  AlarmLossLog m_lossLog;
   AgentRow m_agentRow;
   std::unique_ptr<AlarmStates> m_states;
   std::vector<std::unique_ptr<AlarmWatch>> m_watches;
@@ -121,4 +127,5 @@ struct AlarmBook::Batch {
   AlarmBatchRows rows;
   std::size_t watch = 0;  ///< the one at work
   std::size_t row = 0;    ///< its next row
+  bool hasBegun = false;  ///< the watch knows of the batch
 };

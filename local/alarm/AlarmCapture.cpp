@@ -71,54 +71,62 @@ std::vector<std::size_t> ChosenRows(const RecordLayout& layout, const KeptRows& 
 }
 
 AlarmCapture::AlarmCapture(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
-                           const LastRows& lastRows, AlarmHistory& history, ProblemReport report)
-    : m_loop(loop),
-      m_desk(desk),
-      m_schedule(schedule),
-      m_lastRows(lastRows),
-      m_history(history),
-      m_report(std::move(report)) {}
+                           const LastRows& lastRows, AlarmHistory& history)
+    : m_loop(loop), m_desk(desk), m_schedule(schedule), m_lastRows(lastRows), m_history(history) {}
 
 AlarmCapture::~AlarmCapture() { *m_isAlive = false; }
 
-void AlarmCapture::Take(std::int64_t id, const std::vector<std::string>& records,
-                        const AlarmBatchRows& rows) {
-  for (const std::string& record : records) {
-    if (const auto same = rows.find(record); same != rows.end()) {
-      Add(id, record, same->second);
-      continue;
-    }
-    const auto entry = std::ranges::find_if(
-        m_schedule.Entries(), [&](const auto& each) { return record == each->asker->Record(); });
-    if (entry != m_schedule.Entries().end()) {
-      auto last = m_lastRows.Find(record, (*entry)->asker->Category());
-      if (last->time != 0 && std::time(nullptr) - last->time < (*entry)->period.count()) {
-        Add(id, record, std::move(last));
-        continue;
-      }
-    }
-    Demand(id, record);
+std::shared_ptr<const KeptRows> AlarmCapture::PresentRows(const std::string& record,
+                                                          const AlarmBatchRows& rows) const {
+  if (const auto same = rows.find(record); same != rows.end() && !same->second->rows.empty()) {
+    return same->second;
   }
+  const auto entry = std::ranges::find_if(
+      m_schedule.Entries(), [&](const auto& each) { return record == each->asker->Record(); });
+  if (entry == m_schedule.Entries().end()) {
+    return nullptr;
+  }
+  auto last = m_lastRows.Find(record, (*entry)->asker->Category());
+  // After a clock was set back nobody knows how old they are.
+  const std::time_t age = std::time(nullptr) - last->time;
+  return !last->rows.empty() && age >= 0 && age < (*entry)->period.count() ? last : nullptr;
 }
 
-void AlarmCapture::Add(std::int64_t id, const std::string& record,
+std::vector<std::string> AlarmCapture::Take(std::int64_t id,
+                                            const std::vector<std::string>& records,
+                                            const AlarmBatchRows& rows) {
+  std::vector<std::string> kept;
+  for (const std::string& record : records) {
+    auto present = PresentRows(record, rows);
+    if (present == nullptr) {
+      Demand(id, record);
+    } else if (Add(id, record, std::move(present))) {
+      kept.push_back(record);
+    }
+  }
+  return kept;
+}
+
+bool AlarmCapture::Add(std::int64_t id, const std::string& record,
                        std::shared_ptr<const KeptRows> rows) {
   const RecordLayout* layout = LayoutRegistry::Instance().Find(record);
   if (layout == nullptr || rows->rows.empty()) {
-    return;
+    return false;
   }
   if (m_jobs.size() >= kMostJobs) {
-    m_report("Alarms: rows of " + record + " are not kept with alarm " + std::to_string(id) +
-             ", since too many wait to be kept");
-    return;
+    ++m_lost;
+    return false;
   }
   m_jobs.push_back({id, layout, std::move(rows), {}, 0, false});
+  return true;
 }
 
 void AlarmCapture::Demand(std::int64_t id, const std::string& record) {
   std::vector<std::int64_t>& ids = m_demands[record];
   if (ids.size() < kMostJobs) {
     ids.push_back(id);
+  } else {
+    ++m_lost;
   }
   if (std::exchange(m_isAsked, true)) {
     return;
@@ -148,18 +156,24 @@ void AlarmCapture::Ask(CMBNode& node) {
     if (layout != nullptr && CheckRecord(record, layout->category) == RequestOutcome::kDone) {
       askers.push_back(std::make_shared<RecordAsker>(record, layout->category,
                                                      RecordAsker::Look::kOnDemand, false));
+    } else {
+      m_lost += ids.size();
     }
   }
   if (askers.empty()) {
     return;
   }
   if (!m_desk.MayHold(askers)) {
-    m_report("Alarms: rows are not kept with an alarm: there is no memory for them");
+    for (const auto& asker : askers) {
+      m_lost += demands.at(asker->Record()).size();
+    }
     return;
   }
   const std::vector<RequestOutcome> outcomes = m_desk.Send(node, askers, 0);
   for (std::size_t i = 0; i < askers.size(); ++i) {
+    const std::vector<std::int64_t>& ids = demands.at(askers[i]->Record());
     if (outcomes[i] != RequestOutcome::kDone) {
+      m_lost += ids.size();
       continue;
     }
     const auto kept = std::make_shared<KeptRows>();
@@ -168,8 +182,10 @@ void AlarmCapture::Ask(CMBNode& node) {
       const auto bytes = RecordBytes(*row);
       kept->rows.emplace_back(bytes.begin(), bytes.end());
     }
-    for (const std::int64_t id : demands.at(askers[i]->Record())) {
-      Add(id, askers[i]->Record(), kept);
+    for (const std::int64_t id : ids) {
+      if (Add(id, askers[i]->Record(), kept)) {
+        m_onKept(id, askers[i]->Record());
+      }
     }
   }
   m_onReady();

@@ -1,6 +1,7 @@
 #include "local/alarm/AlarmCommand.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -20,6 +21,7 @@
 #include "io/LoopTimer.h"
 #include "json/JsonText.h"
 #include "json/RowCondition.h"
+#include "local/alarm/CommandFile.h"
 #include "support/Capabilities.h"
 #include "support/ChildProcess.h"
 #include "support/Descriptor.h"
@@ -102,7 +104,7 @@ class AlarmCommand::Child {
   ~Child() {
     if (m_pid > 0) {
       Kill();
-      ::waitpid(m_pid, nullptr, 0);
+      Reap(std::chrono::steady_clock::now());
     }
   }
   Child(const Child&) = delete;
@@ -151,7 +153,40 @@ class AlarmCommand::Child {
     return "";
   }
 
+  /// The group's number is its own for as long as its first process has not been waited for.
+  void Kill() const {
+    if (m_pid > 0 && ::syscall(SYS_pidfd_send_signal, m_process.Get(), SIGKILL, nullptr, 0U) == 0) {
+      ::kill(-m_pid, SIGKILL);
+    }
+  }
+
+  /// One that has been killed may stay for as long as a disk holds it: what is not over by then is
+  /// left to whoever takes over orphans.
+  void Reap(std::chrono::steady_clock::time_point until) {
+    if (m_pid <= 0) {
+      return;
+    }
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        until - std::chrono::steady_clock::now());
+    ::pollfd process{m_process.Get(), POLLIN, 0};
+    ::poll(&process, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
+    ::waitpid(std::exchange(m_pid, 0), nullptr, WNOHANG);
+  }
+
  private:
+  static void Say(const char* reason) {
+    for (const char* word : {"can't be started: ", reason == nullptr ? "?" : reason, "\n"}) {
+      [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, word, std::strlen(word));
+    }
+  }
+
+  /// What the daemon may do beyond its user is for reading figures. Programs of root get all
+  /// capabilities at exec, unless no new rights may be had.
+  [[nodiscard]] static bool LeaveRights() {
+    return (::geteuid() != 0 || ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0) &&
+           KeepCapabilities(0);
+  }
+
   [[noreturn]] void BecomeCommand(int output, pid_t parent, char* const* environment) const {
     // A group of its own, which can be ended as a whole, and none of the agent's, which waits for
     // its own group's children.
@@ -161,30 +196,25 @@ class AlarmCommand::Child {
       ::_exit(kCommandNotStarted);
     }
     ResetSignals();
-    // What the daemon may do beyond its user is for reading figures.
-    static_cast<void>(KeepCapabilities(0));
     const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     nothing >= 0 ? ::dup2(nothing, STDIN_FILENO) : ::close(STDIN_FILENO);
     ::dup2(output, STDOUT_FILENO);
     ::dup2(output, STDERR_FILENO);
     KeepAcrossExec(STDERR_FILENO);
     const char* const program = m_owner.m_settings.program.c_str();
+    if (!LeaveRights()) {
+      Say(::strerrordesc_np(errno));
+      ::_exit(kCommandNotStarted);
+    }
+    // Here and not in the daemon, as what a file system is slow with must not hold the loop.
+    if (const char* fault = CommandFault(program, ::geteuid()); fault != nullptr) {
+      Say(fault);
+      ::_exit(kCommandNotStarted);
+    }
     std::array<char*, 2> arguments{const_cast<char*>(program), nullptr};
     ::execve(program, arguments.data(), environment);
-    const char* reason = ::strerrordesc_np(errno);
-    const std::array<std::string_view, 3> words{
-        "can't be started: ", reason == nullptr ? "" : reason, "\n"};
-    for (const std::string_view word : words) {
-      [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, word.data(), word.size());
-    }
+    Say(::strerrordesc_np(errno));
     ::_exit(kCommandNotStarted);
-  }
-
-  /// The group's number is its own for as long as its first process has not been waited for.
-  void Kill() const {
-    if (::syscall(SYS_pidfd_send_signal, m_process.Get(), SIGKILL, nullptr, 0U) == 0) {
-      ::kill(-m_pid, SIGKILL);
-    }
   }
 
   void OnLimit() {
@@ -283,10 +313,45 @@ class AlarmCommand::Child {
 AlarmCommand::AlarmCommand(EventLoop& loop, ProblemReport report)
     : m_loop(loop), m_report(std::move(report)) {}
 
-AlarmCommand::~AlarmCommand() = default;
+AlarmCommand::~AlarmCommand() { Stop(); }
+
+void AlarmCommand::Configure(AlarmCommandSettings settings) {
+  m_settings = std::move(settings);
+  if (!IsConfigured()) {
+    return;
+  }
+  if (const char* fault = CommandFault(m_settings.program.c_str(), ::geteuid()); fault != nullptr) {
+    m_report(m_settings.program + ": " + fault + ", so it is not started for alarms");
+  }
+}
+
+void AlarmCommand::Stop() {
+  if (m_isStopped) {
+    return;
+  }
+  m_isStopped = true;
+  if (!m_children.empty() || !m_waiting.empty()) {
+    m_report(m_settings.program + ": the daemon stops: " + std::to_string(m_children.size()) +
+             " commands are ended, " + std::to_string(m_waiting.size()) + " are not started");
+  }
+  m_dropped += m_waiting.size();
+  m_waiting.clear();
+  for (const auto& child : m_children) {
+    child->Kill();
+  }
+  const auto until = std::chrono::steady_clock::now() + kStopWait;
+  for (const auto& child : m_children) {
+    child->Reap(until);
+  }
+  m_children.clear();
+}
 
 void AlarmCommand::Run(std::vector<std::string> environment) {
-  if (m_settings.program.empty()) {
+  if (!IsConfigured()) {
+    return;
+  }
+  if (m_isStopped) {
+    ++m_dropped;
     return;
   }
   if (m_waiting.size() >= kMostWaiting) {
@@ -308,9 +373,14 @@ void AlarmCommand::StartNext() {
     m_isDropping = m_isDropping && !m_waiting.empty();
     auto child = std::make_unique<Child>(*this);
     ++m_runs;
-    if (const std::string error = child->Start(std::move(environment)); !error.empty()) {
+    std::string error = child->Start(std::move(environment));
+    const bool isNew = error != m_startError;
+    m_startError = std::move(error);
+    if (!m_startError.empty()) {
       ++m_failures;
-      m_report(m_settings.program + ": can't be started: " + error);
+      if (isNew) {
+        m_report(m_settings.program + ": can't be started: " + m_startError);
+      }
       continue;
     }
     m_children.push_back(std::move(child));

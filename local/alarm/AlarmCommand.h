@@ -25,23 +25,30 @@ struct AlarmCommandSettings {
 /// The environment of the command, "NAME=value" each, for an alarm in the form of AlarmBook.
 [[nodiscard]] std::vector<std::string> AlarmEnvironment(const Json& alarm);
 
-/// Runs the command in the background, as the daemon's user and without any right beyond that. One
-/// that takes longer than its limit is ended with all that it has started and that is still of its
-/// process group; what it says goes to the report, within bounds. Never waits. For the loop's
+/// Runs the command in the background, as the daemon's user and without any right beyond that: also
+/// root's programs get no capability. It must fulfil CommandFault, which is looked at each time.
+/// One that takes longer than its limit is ended with all that it has started and that is still of
+/// its process group; what it says goes to the report, within bounds. Never waits. For the loop's
 /// thread.
 class AlarmCommand {
  public:
   static constexpr std::size_t kMostWaiting = 100;
   static constexpr std::size_t kMostLine = 512;  ///< bytes of a line of its output
   static constexpr int kMostLines = 20;          ///< of one run; the rest is counted
+  static constexpr std::chrono::milliseconds kStopWait{200};
 
   AlarmCommand(EventLoop& loop, ProblemReport report);
-  /// Ends the commands that run.
+  /// Stops.
   ~AlarmCommand();
   AlarmCommand(const AlarmCommand&) = delete;
   AlarmCommand& operator=(const AlarmCommand&) = delete;
 
-  void Configure(AlarmCommandSettings settings) { m_settings = std::move(settings); }
+  /// Reports what is wrong with the program.
+  void Configure(AlarmCommandSettings settings);
+  [[nodiscard]] bool IsConfigured() const { return !m_settings.program.empty(); }
+  /// Ends the commands that run, waiting for kStopWait at most; those that wait, and what comes
+  /// later, are dropped.
+  void Stop();
   /// Starts the command with the environment, or has it wait for its turn.
   void Run(std::vector<std::string> environment);
 
@@ -66,4 +73,6 @@ class AlarmCommand {
   std::uint64_t m_failures = 0;
   std::uint64_t m_dropped = 0;
   bool m_isDropping = false;  ///< told
+  std::string m_startError;   ///< told, until one starts again
+  bool m_isStopped = false;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <map>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -21,6 +22,10 @@ constexpr std::size_t kMostConditions = 16;
 constexpr std::size_t kMostConditionBytes = 256;
 constexpr std::ptrdiff_t kMostStars = 8;
 constexpr std::size_t kMostCaptured = 8;
+constexpr std::size_t kMostFaultsOfOne = 20;
+/// What stands in one line of an alarm; the others may have several. `record` is read by itself.
+constexpr std::array<std::string_view, 6> kOnceKeywords{"for",  "keep",     "predict",
+                                                        "over", "severity", "text"};
 
 void AddOnce(std::vector<std::size_t>& places, std::size_t place) {
   if (std::ranges::find(places, place) == places.end()) {
@@ -51,6 +56,10 @@ class AlarmMaker {
     if (m_made.layout != nullptr) {
       Complete();
     }
+    if (m_leftOut != 0) {
+      m_faults.push_back({m_entry.line, "and " + std::to_string(m_leftOut) +
+                                            " more faults of the alarm " + m_made.name});
+    }
     return std::move(m_made);
   }
 
@@ -58,6 +67,10 @@ class AlarmMaker {
   void Fault(std::size_t line, std::string text) {
     if (m_made.why.empty()) {
       m_made.why = "line " + std::to_string(line) + ": " + text;
+    }
+    if (++m_faultCount > kMostFaultsOfOne) {
+      ++m_leftOut;
+      return;
     }
     m_faults.push_back({line, std::move(text)});
   }
@@ -88,6 +101,13 @@ class AlarmMaker {
 
   void Take(const AlarmLine& line) {
     const std::string& keyword = line.keyword;
+    if (std::ranges::find(kOnceKeywords, keyword) != kOnceKeywords.end()) {
+      const auto [first, isFirst] = m_firstLines.emplace(keyword, line.line);
+      if (!isFirst) {
+        throw std::invalid_argument("the alarm has a line \"" + keyword + "\" already, line " +
+                                    std::to_string(first->second));
+      }
+    }
     if (keyword == "where") {
       TakeCondition(line, m_made.where, false);
     } else if (keyword == "condition") {
@@ -219,6 +239,13 @@ class AlarmMaker {
     }
     if (!MayHold(m_made.until, *m_made.layout, isPredicted)) {
       Fault(m_untilLine, "no row fulfils all lines \"until\", so the alarm never ends");
+    } else if (!m_made.condition.empty() &&
+               Implies(m_made.until, m_made.condition, *m_made.layout, isPredicted)) {
+      // It ends where `condition` does not hold besides.
+      Fault(std::max(m_conditionLine, m_untilLine),
+            m_untilLine == 0 ? "every row fulfils all lines \"condition\", so the alarm never ends"
+                             : "a row that fulfils all lines \"until\" fulfils all lines "
+                               "\"condition\" too, so the alarm never ends");
     }
   }
 
@@ -256,6 +283,9 @@ class AlarmMaker {
 
   const AlarmEntry& m_entry;
   std::vector<IniProblem>& m_faults;
+  std::size_t m_faultCount = 0;
+  std::size_t m_leftOut = 0;
+  std::map<std::string, std::size_t> m_firstLines;  ///< by keyword
   AlarmDefinition m_made;
   std::string m_text;
   std::size_t m_textLine = 0;

@@ -37,7 +37,7 @@ struct AlarmDefinition {
 /// kAgentRecord. Null with the reason in `why`.
 [[nodiscard]] const RecordLayout* FindAlarmLayout(const std::string& record, std::string& why);
 
-/// Looks up what the entry names. Each fault is added to `faults`; the first one is the
-/// definition's `why`.
+/// Looks up what the entry names. Each fault is added to `faults`, but for the number of those
+/// beyond twenty; the first one is the definition's `why`.
 [[nodiscard]] AlarmDefinition MakeAlarmDefinition(const AlarmEntry& entry,
                                                   std::vector<IniProblem>& faults);

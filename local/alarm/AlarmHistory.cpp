@@ -11,7 +11,8 @@ namespace {
 
 constexpr const char* kAlarmTable = "qmt alarms";
 constexpr const char* kRowTable = "qmt alarm rows";
-constexpr std::size_t kAlarmBytes = 1024;  ///< of one that waits, about
+constexpr std::size_t kMostActive = 10000;  ///< that a start finds
+constexpr std::size_t kAlarmBytes = 1024;   ///< of one that waits, about
 
 void MakeAlarmTables(SqlDatabase& database) {
   if (HasTable(database, kAlarmTable) && HasTable(database, kRowTable)) {
@@ -78,6 +79,18 @@ void PutAlarm(SqlStatement& insert, const Json& alarm) {
     insert.Bind(++place, std::string_view(text));
   }
   insert.Run();
+}
+
+/// Of one that has ended the record time is its end.
+std::int64_t LeastNumber(SqlDatabase& database, const AlarmHistory::Look& look) {
+  if (look.isActiveOnly || look.since == INT64_MIN) {
+    return INT64_MIN;
+  }
+  SqlStatement row = database.Prepare(
+      "SELECT min(id) FROM (SELECT min(id) AS id FROM \"qmt alarms\" WHERE \"Record Time\" >= ?1 "
+      "UNION ALL SELECT min(id) FROM \"qmt alarms\" WHERE until IS NULL)");
+  row.Bind(1, look.since);
+  return row.Step() && !row.IsNull(0) ? row.Whole(0) : INT64_MAX;
 }
 
 }  // namespace
@@ -186,8 +199,11 @@ void AlarmHistory::ReadOpen(std::int64_t& lastId, std::vector<Json>& active) {
   try {
     if (HasTable(*database, kAlarmTable)) {
       lastId = database->Number("SELECT max(id) FROM \"qmt alarms\"");
-      constexpr std::size_t kMostActive = 10000;
-      active = Read(*database, INT64_MIN, INT64_MAX, true, kMostActive);
+      Look look;
+      look.isActiveOnly = true;
+      look.limit = kMostActive;
+      static_cast<void>(Read(*database, look, std::chrono::steady_clock::time_point::max()));
+      active = std::move(look.found);
     }
   } catch (const SqlError& error) {
     m_report(std::string("Alarms: those of before can't be read: ") + error.what());
@@ -203,27 +219,33 @@ bool AlarmHistory::Has(std::int64_t id) {
   }
 }
 
-std::vector<Json> AlarmHistory::Read(SqlDatabase& database, std::int64_t since, std::int64_t until,
-                                     bool isActiveOnly, std::size_t limit) {
-  std::vector<Json> list;
+bool AlarmHistory::Read(SqlDatabase& database, Look& look,
+                        std::chrono::steady_clock::time_point end) {
   if (!HasTable(database, kAlarmTable)) {
-    return list;
+    return false;
   }
-  // Of one that has ended the record time is its end. With no bound the numbers' own order is the
-  // short way.
-  const char* const range = isActiveOnly         ? "until IS NULL AND ?1 = ?1"
-                            : since == INT64_MIN ? "?1 = ?1"
-                                                 : "(\"Record Time\" >= ?1 OR until IS NULL)";
-  SqlStatement rows =
-      database.Prepare(std::string("SELECT ") + kAlarmColumns + " FROM \"qmt alarms\" WHERE " +
-                       range + " AND +since <= ?2 ORDER BY id DESC LIMIT ?3");
-  rows.Bind(1, since);
-  rows.Bind(2, until);
-  rows.Bind(3, static_cast<std::int64_t>(limit));
-  while (rows.Step()) {
-    list.push_back(AlarmOfRow(rows));
+  if (!look.least) {
+    look.least = LeastNumber(database, look);
   }
-  return list;
+  // By number, and each is looked at here: so there is no long way between two steps.
+  SqlStatement rows = database.Prepare(
+      std::string("SELECT ") + kAlarmColumns + " FROM \"qmt alarms\" WHERE id < ?1 AND id >= ?2" +
+      (look.isActiveOnly ? " AND until IS NULL" : "") + " ORDER BY id DESC");
+  rows.Bind(1, look.below);
+  rows.Bind(2, *look.least);
+  constexpr int kStepsBetweenLooks = 16;
+  for (int steps = 1; look.found.size() < look.limit && rows.Step(); ++steps) {
+    look.below = rows.Whole(0);
+    const bool isLater = rows.Whole(4) > look.until;
+    const bool isEarlier = !rows.IsNull(5) && rows.Whole(5) < look.since;
+    if (!isLater && !isEarlier) {
+      look.found.push_back(AlarmOfRow(rows));
+    }
+    if (steps % kStepsBetweenLooks == 0 && std::chrono::steady_clock::now() >= end) {
+      return true;
+    }
+  }
+  return false;
 }
 
 std::optional<Json> AlarmHistory::Find(SqlDatabase& database, std::int64_t id) {

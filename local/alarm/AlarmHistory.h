@@ -49,10 +49,19 @@ class AlarmHistory {
   /// Whether the alarm of that number is kept; false where that can't be told.
   [[nodiscard]] bool Has(std::int64_t id);
 
-  /// Alarms that were active at any moment of that time, newest first.
-  [[nodiscard]] static std::vector<Json> Read(SqlDatabase& database, std::int64_t since,
-                                              std::int64_t until, bool isActiveOnly,
-                                              std::size_t limit);
+  /// Which alarms are read, and how far that has got.
+  struct Look {
+    std::int64_t since = INT64_MIN;  ///< those that were active at any moment from here
+    std::int64_t until = INT64_MAX;  ///< to here
+    bool isActiveOnly = false;
+    std::size_t limit = 0;                ///< of all
+    std::int64_t below = INT64_MAX;       ///< the numbers that are still to be looked at
+    std::optional<std::int64_t> least{};  ///< none below it is asked for; once it is known
+    std::vector<Json> found{};            ///< newest first
+  };
+  /// Reads on until `end`; true if there may be more.
+  [[nodiscard]] static bool Read(SqlDatabase& database, Look& look,
+                                 std::chrono::steady_clock::time_point end);
   [[nodiscard]] static std::optional<Json> Find(SqlDatabase& database, std::int64_t id);
   /// Calls `visit` with the captured rows of an alarm behind the one of number `after`, in their
   /// order, until it says false; the number of the last one.

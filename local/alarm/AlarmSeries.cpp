@@ -20,6 +20,17 @@ void AlarmSeries::Add(std::time_t time, double value) {
   }
 }
 
+void AlarmSeries::MoveBack(std::time_t time) {
+  const std::time_t by = m_last.time - time;
+  if (by <= 0) {
+    return;
+  }
+  for (Sample& sample : m_samples) {
+    sample.time -= by;
+  }
+  m_last.time = time;
+}
+
 std::optional<double> AlarmSeries::Ahead(std::time_t now, std::chrono::seconds ahead) const {
   double count = 0;
   double times = 0;

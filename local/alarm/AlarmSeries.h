@@ -19,6 +19,8 @@ class AlarmSeries {
 
   /// Takes the samples in the order of their time; one that is older than the last is passed over.
   void Add(std::time_t time, double value);
+  /// The clock was set back: moves the samples so that the last is of `time`, if that is earlier.
+  void MoveBack(std::time_t time);
   /// Where the line leads so long after `now`; none where there are too few samples. The present
   /// value counts whether it has been kept or not.
   [[nodiscard]] std::optional<double> Ahead(std::time_t now, std::chrono::seconds ahead) const;

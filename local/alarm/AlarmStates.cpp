@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "json/JsonText.h"
-#include "support/AtomicFile.h"
 #include "support/TextFile.h"
 
 namespace {
@@ -19,10 +18,10 @@ const std::string* TextMember(const Json& object, const char* name) {
 }  // namespace
 
 void AlarmStates::Load(std::vector<std::unique_ptr<AlarmWatch>>& watches) {
-  const TextFilePtr file = OpenTextFile(m_path);
+  const TextFilePtr file = OpenTextFile(m_file.Path());
   if (file == nullptr) {
     if (errno != ENOENT) {
-      m_report("Alarms: " + m_path + " can't be read: " + std::strerror(errno) +
+      m_report("Alarms: " + m_file.Path() + " can't be read: " + std::strerror(errno) +
                "; all alarms begin anew");
     }
     return;
@@ -34,12 +33,11 @@ void AlarmStates::Load(std::vector<std::unique_ptr<AlarmWatch>>& watches) {
   const ParsedJson parsed = ParseJson(text, kLimits);
   const Json* alarms = parsed.value.Find("alarms");
   if (alarms == nullptr || !alarms->IsArray()) {
-    m_report("Alarms: " + m_path + " is none of the agent's; all alarms begin anew");
+    m_report("Alarms: " + m_file.Path() + " is none of the agent's; all alarms begin anew");
     return;
   }
   if (const Json* next = parsed.value.Find("next"); next != nullptr && next->IsUnsigned()) {
-    TakenUpTo(static_cast<std::int64_t>(std::min<std::uint64_t>(next->Unsigned(), INT64_MAX / 2)) -
-              1);
+    TakenUpTo(static_cast<std::int64_t>(std::min<std::uint64_t>(next->Unsigned(), INT64_MAX)) - 1);
   }
   for (const Json& each : alarms->Elements()) {
     const std::string* name = TextMember(each, "alarm");
@@ -53,23 +51,40 @@ void AlarmStates::Load(std::vector<std::unique_ptr<AlarmWatch>>& watches) {
   }
 }
 
-void AlarmStates::Save(const std::vector<std::unique_ptr<AlarmWatch>>& watches, bool isLast) {
-  bool isCounting = false;
-  bool hasStates = false;
-  bool hasTold = false;
+void AlarmStates::Look(const std::vector<std::unique_ptr<AlarmWatch>>& watches) {
+  m_isCounting = false;
+  m_hasStates = false;
   for (const auto& watch : watches) {
     m_isNew = watch->TakeIsChanged() || m_isNew;
-    hasTold = watch->TakeHasTold() || hasTold;
-    hasStates = hasStates || !watch->States().empty();
-    isCounting = isCounting || watch->IsCounting();
+    m_hasTold = watch->TakeHasTold() || m_hasTold;
+    m_hasStates = m_hasStates || !watch->States().empty();
+    m_isCounting = m_isCounting || watch->IsCounting();
   }
-  const auto now = std::chrono::steady_clock::now();
-  const bool isDue = now - m_written >= kPause || isLast;
+}
+
+void AlarmStates::Save(const std::vector<std::unique_ptr<AlarmWatch>>& watches) {
+  Look(watches);
+  const bool isDue = std::chrono::steady_clock::now() - m_written >= kPause;
   // A file that can't be written is not tried at each batch.
-  if (!(hasTold && !m_isFailing) && !((isCounting || m_isNew) && isDue)) {
-    return;
+  const bool isWanted = (m_hasTold && !m_isFailing) || ((m_isCounting || m_isNew) && isDue);
+  if (isWanted && !m_file.IsBusy()) {
+    Write(watches);
   }
-  if (!m_hasFile && !hasStates) {
+}
+
+void AlarmStates::SaveLast(const std::vector<std::unique_ptr<AlarmWatch>>& watches) {
+  Look(watches);
+  if (m_file.Finish() && (m_isCounting || m_isNew || m_hasTold)) {
+    Write(watches);
+  }
+  if (!m_file.Finish()) {
+    m_report("Alarms: " + m_file.Path() +
+             " is still being written; a restart may find older states of alarms");
+  }
+}
+
+void AlarmStates::Write(const std::vector<std::unique_ptr<AlarmWatch>>& watches) {
+  if (!m_hasFile && !m_hasStates) {
     return;
   }
   Json alarms = Json::Array();
@@ -78,15 +93,25 @@ void AlarmStates::Save(const std::vector<std::unique_ptr<AlarmWatch>>& watches, 
       alarms.PushBack(watch->ToJson());
     }
   }
-  m_written = now;
+  m_written = std::chrono::steady_clock::now();
+  m_isNew = m_hasTold = false;
   std::string error;
-  const bool isWritten = ReplaceFile(
-      m_path, JsonText(Json{{"next", m_nextId}, {"alarms", std::move(alarms)}}) + '\n', error);
+  if (!m_file.Replace(
+          JsonText(Json{{"next", m_nextId}, {"alarms", std::move(alarms)}}) + '\n',
+          [this](bool isWritten, const std::string& why) { OnWritten(isWritten, why); }, error)) {
+    OnWritten(false, error);
+  }
+}
+
+void AlarmStates::OnWritten(bool isWritten, const std::string& error) {
   if (!isWritten && !m_isFailing) {
-    m_report("Alarms: " + m_path + " can't be written: " + error +
+    m_report("Alarms: " + m_file.Path() + " can't be written: " + error +
              "; a restart will not find the states of alarms");
   }
   m_isFailing = !isWritten;
   m_hasFile = m_hasFile || isWritten;
-  m_isNew = !isWritten;
+  m_isNew = m_isNew || !isWritten;
+  if (isWritten && m_hasTold) {
+    m_onFree();
+  }
 }

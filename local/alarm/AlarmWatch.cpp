@@ -20,35 +20,6 @@ bool AllHold(const std::vector<RowCondition>& conditions,
   });
 }
 
-const char* PhaseName(AlarmState::Phase phase) {
-  switch (phase) {
-    case AlarmState::Phase::kPending:
-      return "pending";
-    case AlarmState::Phase::kActive:
-      return "active";
-    case AlarmState::Phase::kEnded:
-      break;
-  }
-  return "ended";
-}
-
-std::int64_t WholeOf(const Json& object, const char* name) {
-  const Json* value = object.Find(name);
-  return value != nullptr && value->IsWhole() && value->Number() >= 0 && value->Number() < 9e18
-             ? static_cast<std::int64_t>(value->Number())
-             : 0;
-}
-
-Json ObjectOf(const Json& object, const char* name) {
-  const Json* value = object.Find(name);
-  return value != nullptr && value->IsObject() ? *value : Json::Object();
-}
-
-std::string TextOfMember(const Json& object, const char* name) {
-  const Json* value = object.Find(name);
-  return value != nullptr && value->IsString() ? value->Text() : "";
-}
-
 }  // namespace
 
 AlarmWatch::AlarmWatch(AlarmDefinition definition)
@@ -72,8 +43,26 @@ void AlarmWatch::Begin(std::time_t time, std::chrono::seconds interval) {
   const std::int64_t past = m_time == 0 ? 0 : time - m_time;
   // A clock that was set back says nothing.
   m_elapsed = std::clamp<std::int64_t>(past, 0, kCountedIntervals * interval.count());
+  if (past < 0) {
+    SetBack(time, interval);
+  }
   m_time = time;
   ++m_batch;
+}
+
+/// What was lies as far back as before, lest it counts as the future until the clock is there
+/// again.
+void AlarmWatch::SetBack(std::time_t time, std::chrono::seconds interval) {
+  for (auto& [key, state] : m_states) {
+    for (std::time_t& begin : state.begins) {
+      begin = std::min(begin - (m_time - time), time);
+    }
+  }
+  for (auto& [key, fields] : m_series) {
+    for (AlarmSeries& series : fields) {
+      series.MoveBack(time - interval.count());
+    }
+  }
 }
 
 bool AlarmWatch::Foretell(const std::string& key, AlarmBytes bytes) {
@@ -113,7 +102,6 @@ void AlarmWatch::AddPast(const std::string& key, std::size_t field, std::time_t 
 }
 
 void AlarmWatch::Row(AlarmBytes bytes, const Change& change) {
-  m_hasHadRows = true;
   const auto present = [&](std::size_t place) {
     return FieldToJson(m_definition.layout->fields[place], bytes);
   };
@@ -223,7 +211,7 @@ void AlarmWatch::NoteOver(AlarmState& state, const Change& change) {
     return;
   }
   state.phase = AlarmState::Phase::kEnded;
-  state.until = m_time;
+  state.until = std::max(state.since, m_time);
   m_isChanged = m_hasTold = true;
   change(*this, state);
 }
@@ -239,12 +227,14 @@ void AlarmWatch::Fill(AlarmState& state, AlarmBytes bytes) const {
   }
 }
 
-void AlarmWatch::End(const Change& change) {
+bool AlarmWatch::End(const Change& change, const IsOver& isOver) {
   for (auto place = m_states.begin(); place != m_states.end();) {
     AlarmState& state = place->second;
-    if (state.seen != m_batch) {
+    bool isTold = false;
+    if (std::exchange(state.seen, m_batch) != m_batch) {
       if (state.phase == AlarmState::Phase::kActive) {
         NoteOver(state, change);
+        isTold = state.phase == AlarmState::Phase::kEnded;
       } else if (state.phase == AlarmState::Phase::kPending) {
         state.phase = AlarmState::Phase::kEnded;
         m_isChanged = true;
@@ -258,86 +248,49 @@ void AlarmWatch::End(const Change& change) {
     } else {
       ++place;
     }
+    if (isTold && isOver()) {
+      return true;
+    }
   }
   std::erase_if(m_series, [&](const auto& entry) {
     return entry.second.front().LastTime() < m_time - m_definition.over.count();
   });
+  return false;
 }
 
-void AlarmWatch::EndAll(std::time_t time, const Change& change) {
-  m_hasTold = m_isChanged = m_isChanged || !m_states.empty();
-  for (auto& [key, state] : m_states) {
+bool AlarmWatch::EndAll(std::time_t time, const Change& change, const IsOver& isOver) {
+  m_isChanged = m_isChanged || !m_states.empty();
+  while (!m_states.empty()) {
+    AlarmState& state = m_states.begin()->second;
     if (state.phase == AlarmState::Phase::kActive) {
       state.phase = AlarmState::Phase::kEnded;
-      state.until = time;
+      state.until = std::max(state.since, time);
+      m_hasTold = true;
       change(*this, state);
     }
+    m_states.erase(m_states.begin());
+    if (isOver()) {
+      break;
+    }
   }
-  m_states.clear();
+  if (!m_states.empty()) {
+    return true;
+  }
   m_series.clear();
   m_time = 0;
-  m_hasHadRows = false;
+  m_hasLooked = false;
+  return false;
 }
 
-Json AlarmWatch::ToJson() const {
-  Json states = Json::Array();
-  for (const auto& [key, state] : m_states) {
-    Json begins = Json::Array();
-    for (const std::time_t begin : state.begins) {
-      begins.PushBack(begin);
+AlarmState* AlarmWatch::NoteCaptured(std::int64_t id, const std::string& record) {
+  for (auto& [key, state] : m_states) {
+    if (state.id == id) {
+      state.captured.push_back(record);
+      m_isChanged = true;
+      return &state;
     }
-    states.PushBack(Json{{"key", state.key},
-                         {"phase", PhaseName(state.phase)},
-                         {"held", state.held},
-                         {"over", state.over ? Json(*state.over) : Json(nullptr)},
-                         {"id", state.id},
-                         {"since", state.since},
-                         {"until", state.until},
-                         {"values", state.values},
-                         {"text", state.text},
-                         {"begins", std::move(begins)}});
   }
-  return Json{{"alarm", m_definition.name},
-              {"record", m_definition.record},
-              {"time", m_time},
-              {"states", std::move(states)}};
-}
-
-void AlarmWatch::FromJson(const Json& kept) {
-  m_time = WholeOf(kept, "time");
-  const Json* states = kept.Find("states");
-  if (states == nullptr || !states->IsArray()) {
-    return;
-  }
-  for (const Json& each : states->Elements()) {
-    if (m_states.size() >= kMostStates) {
-      return;
-    }
-    AlarmState state;
-    const std::string phase = TextOfMember(each, "phase");
-    state.phase = phase == "active"    ? AlarmState::Phase::kActive
-                  : phase == "pending" ? AlarmState::Phase::kPending
-                                       : AlarmState::Phase::kEnded;
-    state.held = WholeOf(each, "held");
-    if (const Json* over = each.Find("over"); over != nullptr && over->IsWhole()) {
-      state.over = WholeOf(each, "over");
-    }
-    state.id = WholeOf(each, "id");
-    state.since = WholeOf(each, "since");
-    state.until = WholeOf(each, "until");
-    state.key = ObjectOf(each, "key");
-    state.values = ObjectOf(each, "values");
-    state.text = TextOfMember(each, "text");
-    if (const Json* begins = each.Find("begins"); begins != nullptr && begins->IsArray()) {
-      for (const Json& begin : begins->Elements()) {
-        if (begin.IsWhole() && state.begins.size() < kFlaps) {
-          state.begins.push_back(static_cast<std::time_t>(begin.Number()));
-        }
-      }
-    }
-    std::string key = JsonText(state.key);
-    m_states.emplace(std::move(key), std::move(state));
-  }
+  return nullptr;
 }
 
 void AlarmWatch::Adopt(AlarmState state) {
@@ -353,6 +306,6 @@ bool AlarmWatch::IsCounting() const {
   });
 }
 
-void AlarmWatch::Forget(std::int64_t id) {
-  std::erase_if(m_states, [&](const auto& entry) { return entry.second.id == id; });
+void AlarmWatch::Forget(const std::set<std::int64_t>& ids) {
+  std::erase_if(m_states, [&](const auto& entry) { return ids.contains(entry.second.id); });
 }

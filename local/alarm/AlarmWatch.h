@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <utility>
@@ -33,16 +34,21 @@ struct AlarmState {
   Json key = Json::Object();
   Json values = Json::Object();
   std::string text;
-  std::deque<std::time_t> begins;  ///< the last ones, see AlarmWatch::kFlaps
-  std::uint64_t seen = 0;          ///< the last batch that had its row
+  std::vector<std::string> captured;  ///< records whose rows were kept with it
+  std::deque<std::time_t> begins;     ///< the last ones, see AlarmWatch::kFlaps
+  std::uint64_t seen = 0;             ///< the last batch that had its row
 };
+
+/// The names in the member `captured` of an alarm's object; what is something else is left out.
+[[nodiscard]] std::vector<std::string> CapturedNames(const Json& alarm);
 
 /// Holds one definition against the rows of each batch, and keeps the states of its keys.
 ///
 /// Time counts as rows tell it: between two batches of the record their distance, of which no more
 /// than two intervals count, so that what nobody saw counts neither for nor against. A row that is
 /// gone from its record ends what was pending and counts as one whose alarm is over. An alarm that
-/// has begun kFlaps times within kFlapTime is over only after kFlapKeep.
+/// has begun kFlaps times within kFlapTime is over only after kFlapKeep. A clock that is set back
+/// takes what has been seen along.
 class AlarmWatch {
  public:
   static constexpr std::size_t kMostStates = 1000;
@@ -54,6 +60,9 @@ class AlarmWatch {
   /// The begin or end of an alarm; `state` is changed by whoever gives it its number.
   using Change = std::function<void(AlarmWatch& watch, AlarmState& state)>;
 
+  /// Whether the time of a turn is used up.
+  using IsOver = std::function<bool()>;
+
   explicit AlarmWatch(AlarmDefinition definition);
 
   [[nodiscard]] const AlarmDefinition& Definition() const { return m_definition; }
@@ -64,13 +73,18 @@ class AlarmWatch {
   /// A batch of the record made rows at `time`; `interval` is that of its schedule.
   void Begin(std::time_t time, std::chrono::seconds interval);
   void Row(std::span<const unsigned char> bytes, const Change& change);
-  /// All rows of the batch have been given.
-  void End(const Change& change);
-  /// Ends what is active and forgets the rest.
-  void EndAll(std::time_t time, const Change& change);
+  /// All rows of the batch have been given. True if the turn is over and it is to be called again.
+  [[nodiscard]] bool End(const Change& change, const IsOver& isOver);
+  /// Ends what is active and forgets the rest. True as of End.
+  [[nodiscard]] bool EndAll(std::time_t time, const Change& change, const IsOver& isOver);
+  /// Rows of the record were kept with the alarm of that number; null if it is not known any more.
+  AlarmState* NoteCaptured(std::int64_t id, const std::string& record);
 
-  /// Whether the record has had a row since the start: the first look of a schedule makes none.
-  [[nodiscard]] bool HasHadRows() const { return m_hasHadRows; }
+  /// Whether a batch says nothing for being the first one, and empty: the first look of a schedule
+  /// makes no rows of an interval. To be asked once of each batch, before Begin.
+  [[nodiscard]] bool IsFirstLook(bool isEmpty) {
+    return !std::exchange(m_hasLooked, true) && isEmpty;
+  }
 
   /// Takes a number of a row of the past.
   void AddPast(const std::string& key, std::size_t field, std::time_t time, double value);
@@ -93,10 +107,11 @@ class AlarmWatch {
   void FromJson(const Json& kept);
   /// An alarm that is active by another source.
   void Adopt(AlarmState state);
-  void Forget(std::int64_t id);
+  void Forget(const std::set<std::int64_t>& ids);
 
  private:
   [[nodiscard]] std::size_t Count(AlarmState::Phase phase) const;
+  void SetBack(std::time_t time, std::chrono::seconds interval);
   [[nodiscard]] Json KeyOf(std::span<const unsigned char> bytes) const;
   /// Puts the numbers that are foretold for the row in place; false if they can't be told yet.
   [[nodiscard]] bool Foretell(const std::string& key, std::span<const unsigned char> bytes);
@@ -117,7 +132,7 @@ class AlarmWatch {
   std::int64_t m_elapsed = 0;  ///< of it: seconds that count
   std::uint64_t m_batch = 1;
   std::uint64_t m_leftOut = 0;
-  bool m_hasHadRows = false;
+  bool m_hasLooked = false;
   bool m_isChanged = false;
   bool m_hasTold = false;
 };

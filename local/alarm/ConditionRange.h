@@ -10,3 +10,8 @@
 /// which may be anything. True where it can't be told.
 [[nodiscard]] bool MayHold(std::span<const RowCondition> conditions, const RecordLayout& layout,
                            bool isPredicted);
+/// Whether each row that fulfils all `conditions`, of none each row, fulfils all `others` as well.
+/// False where it can't be told.
+[[nodiscard]] bool Implies(std::span<const RowCondition> conditions,
+                           std::span<const RowCondition> others, const RecordLayout& layout,
+                           bool isPredicted);

@@ -252,10 +252,14 @@ void AlarmQueries::Alarms(const std::shared_ptr<ControlRequest>& request) {
     AnswerList(*request, std::move(list), range.limit);
     return;
   }
-  m_turns.Add(request, [this, request, range, known = std::move(known)](SqlDatabase& database) {
+  AlarmHistory::Look look{range.since, range.until, range.isActiveOnly, range.limit};
+  m_turns.Add(request, [this, request, range, look = std::move(look),
+                        known = std::move(known)](SqlDatabase& database) mutable {
+    if (AlarmHistory::Read(database, look, std::chrono::steady_clock::now() + kRequestTurn)) {
+      return true;
+    }
     std::map<std::int64_t, Json> byId;
-    for (Json& alarm :
-         AlarmHistory::Read(database, range.since, range.until, range.isActiveOnly, range.limit)) {
+    for (Json& alarm : look.found) {
       const std::int64_t id = alarm["id"].Whole();
       byId.insert_or_assign(id, std::move(alarm));
     }

@@ -96,7 +96,12 @@ void AddAlarms(MetricText& text, const AlarmFigures& alarms) {
     AddOne(text, name, help, MetricKind::kCounter, static_cast<double>(value));
   };
   add("alarms", "Alarms that have begun", alarms.begun);
-  add("alarm_skipped_batches", "Batches that alarms were not held against", alarms.skippedBatches);
+  add("alarm_skipped_batches", "Batches that alarms were not held against", alarms.losses.batches);
+  add("alarm_left_out_rows", "Rows that alarms had no room for", alarms.losses.leftOut);
+  add("alarm_unkept", "Alarms and captured rows that the history does not have",
+      alarms.losses.unkept);
+  add("alarm_uncaptured_records", "Records that could not be captured with an alarm",
+      alarms.losses.captures);
   add("alarm_commands", "Commands of alarms that were started", alarms.commands);
   add("alarm_command_failures", "Commands of alarms that failed", alarms.commandFailures);
   add("alarm_dropped_commands", "Commands of alarms that there was no room for",

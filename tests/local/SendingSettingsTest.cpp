@@ -178,6 +178,13 @@ TEST_F(SendingSettingsTest, AlarmsKeepWhatIsGoodOfTheirSettings) {
                           "8 [Alarms]: \"Link\" must be http://HOST... or https://HOST..., without "
                           "a user and a #",
                           "11 [Alarms]: no setting \"Command Second\""));
+  for (const char* keys : {"User = u\n", "Password File = p\n", "User = a:b\nPassword File = p\n",
+                           "User = u\nPassword File = p\nToken File = t\n"}) {
+    const AlarmSettings faulty = ReadAlarmSettings(
+        *Open("[Alarms]\nCommand = /c\nWebhook = http://w\n" + std::string(keys)));
+    EXPECT_TRUE(faulty.webhooks.empty() && faulty.lacksReceivers) << keys;
+    EXPECT_EQ(faulty.command, "/c");
+  }
   EventLoop loop;
   BatchDesk desk;
   LastRows rows;

@@ -107,11 +107,16 @@ TEST_F(FleetCommandsTest, ListAlarms) {
   EXPECT_EQ(list.err, "qmtctl: /e/alarms:9: the alarm \"odd\" is off: no such record\n");
   EXPECT_EQ(JsonOf(Ask({"alarms", "--json"}).out), m_alarms["alarms"]);
   static_cast<void>(Ask({"alarms", "--active", "--since", "@5", "--until", "@6"}));
-  EXPECT_EQ(m_server.Requests().front(), JsonOf(R"({"op": "alarms"})"));
-  EXPECT_EQ(m_server.Requests().back(),
-            JsonOf(R"({"op": "alarms", "since": 5, "until": 6, "state": "active"})"));
+  EXPECT_EQ(m_server.Requests().front(), JsonOf(R"({"op": "alarms", "limit": 1000})"));
+  EXPECT_EQ(
+      m_server.Requests().back(),
+      JsonOf(R"({"op": "alarms", "limit": 1000, "since": 5, "until": 6, "state": "active"})"));
   EXPECT_EQ(Ask({"alarms", "--since", "@6", "--until", "@5"}).exit, kExitUsage);
 
+  for (int i = 2; i < 1000; ++i) {
+    m_alarms["alarms"]["list"].PushBack(JsonOf(kEndedAlarm));
+  }
+  EXPECT_THAT(Ask({"alarms"}).err, HasSubstr("the newest 1000 alarms are shown"));
   m_alarms = AlarmListAnswer("");
   const Outcome none = Ask({"alarms", "--active"});
   EXPECT_EQ(none.exit, kExitDone) << "no alarm is no failure";

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <chrono>
@@ -13,6 +14,7 @@
 #include <sstream>
 #include <thread>
 
+#include "local/alarm/CommandFile.h"
 #include "local/control/ControlOperations.h"
 #include "tests/json/JsonOf.h"
 #include "tests/local/alarm/AlarmHarness.h"
@@ -45,7 +47,7 @@ class AlarmBookTest : public ::testing::Test {
       sinks.Add(book);
       operations.ServeAlarms(book);
       history.Configure(test.kept);
-      schedule.Load({{"FAKE", "60", 1}}, [](std::size_t, const std::string&) {});
+      schedule.Load({{test.scheduled, "60", 1}}, [](std::size_t, const std::string&) {});
       book.OnChange([&test](const Json& alarm) {
         test.changes.push_back(alarm["text"].Text() + ' ' + alarm["state"].Text());
       });
@@ -107,6 +109,7 @@ class AlarmBookTest : public ::testing::Test {
   HistorySettings kept;
   AlarmBookSettings settings;
   std::int32_t now = static_cast<std::int32_t>(std::time(nullptr)) - 3000;
+  std::string scheduled = "FAKE";
   std::vector<std::string> told;
   std::vector<std::string> off;
   std::vector<std::string> changes;
@@ -132,6 +135,7 @@ TEST_F(AlarmBookTest, AnAlarmIsToldKeptWithItsRowsAndAnswered) {
   ASSERT_EQ(alarms["list"].Size(), 1U);
   EXPECT_EQ(alarms["list"][0]["state"].Text(), "ended");
   EXPECT_EQ(alarms["list"][0]["values"], (Json{{"Count", 95}}));
+  EXPECT_EQ(alarms["list"][0]["captured"][0].Text(), "FAKE");
   EXPECT_EQ(alarms["definitions"][0]["state"].Text(), "ok");
   EXPECT_EQ(alarms["definitions"][2]["state"].Text(), "off");
   EXPECT_EQ(Ask(R"({"op":"alarms","state":"active"})")["alarms"]["list"].Size(), 0U);
@@ -174,6 +178,36 @@ TEST_F(AlarmBookTest, StatesAndNumbersSurviveAKill) {
   EXPECT_EQ(Ask(R"({"op":"alarms","state":"active"})")["alarms"]["list"].Size(), 0U);
 }
 
+TEST_F(AlarmBookTest, AfterAKillEachEndIsToldOnce) {
+  const struct {
+    const char* alarms;
+    const char* record;  ///< the one that is scheduled
+    int emptyBatches;
+  } cases[] = {{kBookAlarms, "MORE", 0},
+               {"alarm = full\nrecord = FAKE\ncondition = Size > 1\n", "FAKE", 0},
+               {"# none\n", "FAKE", 0},
+               {kBookAlarms, "FAKE", 2}};
+  for (const auto& row : cases) {
+    std::ofstream("alarms") << kBookAlarms;
+    scheduled = "FAKE";
+    Start();
+    Batch(95);
+    life.reset();
+    changes.clear();
+    std::ofstream("alarms") << row.alarms;
+    scheduled = row.record;
+    Start();
+    Turns();
+    for (int i = 0; i < row.emptyBatches; ++i) {
+      EXPECT_TRUE(changes.empty());
+      Batch(std::vector<FakeRecord>{});
+    }
+    EXPECT_EQ(changes.size(), 1U) << row.alarms;
+    life->book.Stop();
+    life.reset();
+  }
+}
+
 class KeyedRecord : public FakeRecord {
  public:
   KeyedRecord(const char* label, std::uint32_t count, std::int32_t time) : FakeRecord(count, time) {
@@ -200,6 +234,30 @@ TEST_F(AlarmBookTest, EachKeyIsTakenUpAgainByItself) {
   EXPECT_EQ(
       Ask(R"({"op":"alarms","since":)" + std::to_string(now + 1) + "}")["alarms"]["list"].Size(),
       1U);
+}
+
+TEST_F(AlarmBookTest, ManyAlarmsAreReadInTurns) {
+  Start();
+  std::vector<std::string> labels;
+  std::vector<KeyedRecord> rows;
+  now += 60;
+  for (int i = 0; i < 50; ++i) {
+    labels.push_back(std::to_string(i));
+  }
+  for (const std::string& label : labels) {
+    rows.emplace_back(label.c_str(), 95, now);
+  }
+  Batch(rows);
+  AlarmHistory::Look look;
+  look.limit = 40;
+  int turns = 1;
+  while (AlarmHistory::Read(*life->history.Database(), look, {})) {
+    ++turns;
+  }
+  EXPECT_EQ(turns, 3);
+  ASSERT_EQ(look.found.size(), 40U);
+  EXPECT_EQ(look.found.front()["id"].Whole(), 50);
+  EXPECT_EQ(look.found.back()["id"].Whole(), 11);
 }
 
 TEST_F(AlarmBookTest, ALineGoesThroughWhatTheHistoryHas) {
@@ -238,10 +296,17 @@ TEST_F(AlarmBookTest, RowsThatNoScheduleHasAreAskedForOnce) {
     }
     return kNotifyDone;
   };
+  life->sinks.Take({"MORE", '4', now, {}});  // the first look of a schedule
   Batch(95);
   Batch(95);
   EXPECT_EQ(batches, 1);
-  EXPECT_EQ(Ask(R"({"op":"alarm","id":1})")["alarm"]["rows"][0]["rows"].Size(), 2U);
+  const Json alarm = Ask(R"({"op":"alarm","id":1})")["alarm"];
+  EXPECT_EQ(alarm["rows"][0]["rows"].Size(), 2U);
+  EXPECT_EQ(alarm["captured"][0].Text(), "MORE");
+  life->agent.onBatch = [](CMBMultipleRecordRequestEvent&) { return kNotifyDone; };
+  Batch(5);
+  Batch(95);
+  EXPECT_EQ(Ask(R"({"op":"alarm","id":2})")["alarm"]["captured"].Size(), 0U);
 }
 
 TEST_F(AlarmBookTest, AScheduleThatGoesEndsWhatItsRowsHaveBegun) {
@@ -249,6 +314,7 @@ TEST_F(AlarmBookTest, AScheduleThatGoesEndsWhatItsRowsHaveBegun) {
   Batch(95);
   ASSERT_TRUE(life->schedule.Remove("FAKE"));
   life->sinks.EndBatch();
+  Turns();
   EXPECT_THAT(off.back(), HasSubstr("full: no schedule collects"));
   EXPECT_THAT(changes.back(), HasSubstr("ended"));
 }
@@ -261,7 +327,8 @@ std::string AlarmScript(const std::string& text) {
 }
 
 TEST_F(AlarmBookTest, TheCommandGetsItsFiguresAndNeverStaysForLong) {
-  settings.command = {AlarmScript("env | grep -a ^QMT_ | sort >>env.txt\n"
+  settings.command = {AlarmScript("grep CapEff /proc/self/status >>env.txt\n"
+                                  "env | grep -a ^QMT_ | sort >>env.txt\n"
                                   "[ $QMT_ALARM_STATE = ended ] && { echo hangs; sleep 60; }\n"
                                   "exit 0\n"),
                       std::chrono::seconds(1), 1};
@@ -278,6 +345,7 @@ TEST_F(AlarmBookTest, TheCommandGetsItsFiguresAndNeverStaysForLong) {
   text << std::ifstream("env.txt").rdbuf();
   EXPECT_THAT(text.str(), HasSubstr("QMT_ALARM_KEY_LABEL=a\uFFFD\nQMT_ALARM_NAME=full\n"));
   EXPECT_THAT(text.str(), HasSubstr("QMT_ALARM_STATE=ended"));
+  EXPECT_THAT(text.str(), HasSubstr("CapEff:\t0000000000000000\n"));
   EXPECT_THAT(text.str(), HasSubstr("QMT_ALARM_VALUE_COUNT=95"));
   EXPECT_THAT(told, ::testing::Contains(HasSubstr("/command: hangs")));
   EXPECT_THAT(told.back(), HasSubstr("took longer than 1 seconds and has been ended"));
@@ -309,11 +377,60 @@ TEST_F(AlarmBookTest, CommandsBeyondTheBoundsWaitOrAreCountedAndGoAsAGroup) {
       break;
     }
   }
+  command.Stop();
+  EXPECT_THAT(told.back(), HasSubstr("the daemon stops: "));
+  command.Run({"A=b"});
+  EXPECT_EQ(command.Runs() + command.Dropped(), AlarmCommand::kMostWaiting + 6);
   std::string state;
   std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
   stat >> state >> state >> state;
   EXPECT_NE(pid, 0);
   EXPECT_TRUE(state.empty() || state == "Z") << state;
+}
+
+TEST(CommandFileTest, NobodyElseMayBeAbleToReplaceTheCommand) {
+  const ScratchDirectory folder;
+  std::filesystem::create_directory("open");
+  std::filesystem::create_directory("own");
+  for (const char* name : {"open/run", "own/run", "own/wide"}) {
+    std::ofstream(name) << "#!/bin/sh\n";
+  }
+  ::chmod("open/run", 0755);
+  ::chmod("own/run", 0755);
+  ::chmod("own/wide", 0775);
+  ::chmod("own", 0755);
+  ::chmod("open", 0757);
+  std::filesystem::create_symlink("../open/run", "own/link");
+  const struct {
+    const char* path;
+    uid_t user;
+    const char* fault;  ///< null for none
+  } cases[] = {{"own/run", ::geteuid(), nullptr},
+               {"own/run", ::geteuid() + 1, "it belongs to another user"},
+               {"own/wide", ::geteuid(), "it may be written to by others"},
+               {"open/run", ::geteuid(), "its folder may be written to by others"},
+               {"own/link", ::geteuid(), "its folder may be written to by others"},
+               {"own", ::geteuid(), "it is no regular file"},
+               {"own/none", ::geteuid(), "No such file or directory"}};
+  for (const auto& row : cases) {
+    if (row.user != ::geteuid() && ::geteuid() == 0) {
+      continue;  // what is root's may be anybody's command
+    }
+    EXPECT_STREQ(CommandFault(row.path, row.user), row.fault) << row.path;
+  }
+}
+
+TEST(AlarmLossLogTest, LossesAreToldOnceAnHour) {
+  std::vector<std::string> told;
+  AlarmLossLog log([&](const std::string& text) { told.push_back(text); });
+  const auto now = std::chrono::steady_clock::now();
+  log.Note({}, now);
+  log.Note({1, 0, 0, 0}, now);
+  log.Note({1, 2, 0, 0}, now + std::chrono::minutes(59));
+  log.Note({1, 5, 0, 1}, now + std::chrono::minutes(60));
+  EXPECT_THAT(told, ElementsAre("Alarms: 1 batches were not looked at",
+                                "Alarms: 5 rows were left out, as too many keys are followed; 1 "
+                                "records were not captured"));
 }
 
 TEST(AlarmCaptureTest, TheGreatestRowsOfARecordWithoutAnEndAreKept) {

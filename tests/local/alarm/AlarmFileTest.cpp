@@ -55,6 +55,11 @@ TEST(AlarmFileTest, EachFaultIsToldWithItsLine) {
       {"alarm = a\nrecord = FAKE\ncondition = Count > x\n", "3: \"Count\" is compared with a num"},
       {"alarm = a\nrecord = FAKE\ncondition = Count < 0\n", "3: no row fulfils all lines \"cond"},
       {good + "until = Count > 5\nuntil = Count <= 5\n", "4: no row fulfils all lines \"until\""},
+      {good + "until = Count > 5\n", "4: a row that fulfils all lines \"until\" fulfils"},
+      {good + "until = Count < 5\nuntil = Label ~ *\n", ""},
+      {"alarm = a\nrecord = FAKE\ncondition = Count >= 0\n", "3: every row fulfils all lines"},
+      {"alarm = a\nrecord = FAKE\ncondition = Label ~ *\n", "3: every row fulfils all lines"},
+      {good + "for = 1m\ntext = x\nfor = 2m\n", "6: the alarm has a line \"for\" already, line 4"},
       {good + "where = Label = x\nwhere = Label = y\n", "4: no row fulfils all lines \"where\""},
       {good + "predict = 1h\n", "4: \"predict\" and \"over\" go together"},
       {good + "capture = NONE\n", "4: no record \"NONE\""},
@@ -71,6 +76,16 @@ TEST(AlarmFileTest, EachFaultIsToldWithItsLine) {
     EXPECT_EQ(faults.substr(0, row.fault.size()), row.fault) << row.text;
     EXPECT_EQ(faults.empty(), row.fault.empty()) << row.text << faults;
   }
+}
+
+TEST(AlarmFileTest, FaultsOfOneAlarmAreCounted) {
+  std::string text = "alarm = a\nrecord = FAKE\n";
+  for (int i = 0; i < 100; ++i) {
+    text += "condition = Size > 1\n";
+  }
+  const std::string faults = FaultsOf(text);
+  EXPECT_EQ(std::ranges::count(faults, '\n'), 21);
+  EXPECT_THAT(faults, HasSubstr("1: and 80 more faults of the alarm a\n"));
 }
 
 TEST(AlarmFileTest, AFileOfAnyContentOrKindEnds) {

@@ -22,20 +22,21 @@ class AlarmWatchTest : public ::testing::Test {
   }
   using Rows = std::vector<std::pair<const char*, std::uint32_t>>;
   void Batch(std::time_t time, const Rows& rows) {
-    const auto change = [&](AlarmWatch& one, AlarmState& state) {
-      const bool isBegin = state.phase == AlarmState::Phase::kActive;
-      changes.push_back(state.key["Label"].Text() + (isBegin ? " begins " : " ends ") +
-                        std::to_string(isBegin ? state.since : state.until));
-      texts.push_back(state.text);
-      EXPECT_EQ(&one, watch.get());
-      state.id = isBegin ? ++lastId : state.id;
-    };
     watch->Begin(time, std::chrono::seconds(60));
     for (const auto& [label, count] : rows) {
       watch->Row(AlarmRow(label, count), change);
     }
-    watch->End(change);
+    while (watch->End(change, [] { return true; })) {
+    }
   }
+  const AlarmWatch::Change change = [this](AlarmWatch& one, AlarmState& state) {
+    const bool isBegin = state.phase == AlarmState::Phase::kActive;
+    changes.push_back(state.key["Label"].Text() + (isBegin ? " begins " : " ends ") +
+                      std::to_string(isBegin ? state.since : state.until));
+    texts.push_back(state.text);
+    EXPECT_EQ(&one, watch.get());
+    state.id = isBegin ? ++lastId : state.id;
+  };
   /// As after a restart.
   void Reload(const std::string& lines) {
     const ParsedJson kept = ParseJson(JsonText(watch->ToJson()));
@@ -73,6 +74,8 @@ TEST_F(AlarmWatchTest, WhatNobodySawCountsAsTwoIntervalsAtMost) {
   Batch(160, {{"x", 95}});
   EXPECT_EQ(changes.size(), 1U);
   EXPECT_EQ(watch->Active(), 1U);
+  Batch(220, {{"x", 5}});
+  EXPECT_EQ(changes.back(), "x ends 90000");  // no earlier than it began
 }
 
 TEST_F(AlarmWatchTest, ARowThatIsGoneEndsIt) {
@@ -84,13 +87,24 @@ TEST_F(AlarmWatchTest, ARowThatIsGoneEndsIt) {
   EXPECT_THAT(changes, ElementsAre("x begins 1060", "x ends 1120"));
 }
 
+TEST_F(AlarmWatchTest, ABatchThatEndsInSeveralTurnsCountsOnce) {
+  Define("keep = 2m\n");
+  Batch(1000, {{"x", 95}, {"y", 95}});
+  Batch(1060, {{"x", 95}});
+  for (const std::time_t time : {1120, 1180, 1240}) {
+    Batch(time, {});
+  }
+  EXPECT_THAT(changes, ElementsAre("x begins 1000", "y begins 1000", "y ends 1180", "x ends 1240"));
+}
+
 TEST_F(AlarmWatchTest, OneThatComesAndGoesIsDamped) {
   Define("");
-  std::time_t time = 1000;
+  std::time_t time = 1000000;
   for (int i = 0; i < 20; ++i) {
     Batch(time += 60, {{"x", i % 2 == 0 ? 95U : 5U}});
   }
   EXPECT_EQ(changes.size(), 2 * AlarmWatch::kFlaps - 1);
+  time -= 500000;  // no clock that is set back makes it longer
   for (int i = 0; i < 12; ++i) {
     Batch(time += 60, {{"x", 5}});
   }
@@ -103,12 +117,13 @@ TEST_F(AlarmWatchTest, OneThatComesAndGoesIsDamped) {
 
 TEST_F(AlarmWatchTest, NumbersAreWhereTheLineLeads) {
   Define("predict = 3630\nover = 20m\n");
-  std::time_t time = 10000;
+  std::time_t time = 100000;
   for (std::uint32_t i = 0; i < 60; ++i) {
+    time -= i == 20 ? 50000 : 0;  // the clock is set back
     // 1 a minute, and 60.5 minutes ahead: 90.5 when the count is 30.
     Batch(time += 60, {{"x", i}, {"steady", 80}});
   }
-  EXPECT_THAT(changes, ElementsAre("x begins " + std::to_string(10000 + 31 * 60)));
+  EXPECT_THAT(changes, ElementsAre("x begins " + std::to_string(50000 + 31 * 60)));
 }
 
 TEST_F(AlarmWatchTest, NoLineIsDrawnThroughTooLittle) {
@@ -136,6 +151,13 @@ TEST_F(AlarmWatchTest, StatesAreBounded) {
   Batch(1000, rows);
   EXPECT_EQ(watch->Active(), AlarmWatch::kMostStates);
   EXPECT_EQ(watch->LeftOut(), 5U);
+  watch->Begin(1060, std::chrono::seconds(60));
+  std::size_t turns = 1;
+  while (watch->End(change, [] { return true; })) {
+    ++turns;
+  }
+  EXPECT_GE(turns, AlarmWatch::kMostStates);
+  EXPECT_EQ(changes.size(), 2 * AlarmWatch::kMostStates);
 }
 
 }  // namespace
