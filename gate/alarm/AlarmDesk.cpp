@@ -43,21 +43,22 @@ AlarmDesk::AlarmDesk(DaemonDesk& desk, HttpSender& sender, AlarmTargets targets,
       m_targets(std::move(targets)),
       m_hooks(std::move(hooks)),
       m_again(desk.Loop()),
-      m_save(desk.Loop()) {
+      m_save(desk.Loop()),
+      m_file(desk.Loop(), m_targets.folder.empty() ? "" : m_targets.folder + "/alarms.json",
+             [this](const std::string& error) { OnSaved(error); }) {
   MakeReceivers();
   if (!m_receivers.empty()) {
-    m_memory = m_saved = m_targets.folder.empty() ? AlarmMemory{} : ReadAlarmMemory(File());
+    m_memory = m_saved = m_targets.folder.empty() ? AlarmMemory{} : ReadAlarmMemory(m_file.Path());
     Follow();
   }
 }
 
 AlarmDesk::~AlarmDesk() {
+  // The end of the file's writer waits for it.
   if (!m_receivers.empty()) {
     Save();
   }
 }
-
-std::string AlarmDesk::File() const { return m_targets.folder + "/alarms.json"; }
 
 void AlarmDesk::MakeReceivers() {
   const AlarmReceiverSettings settings{m_targets.host, m_targets.link, m_targets.identity,
@@ -238,14 +239,20 @@ void AlarmDesk::Save() {
   for (const auto& receiver : m_receivers) {
     receiver->AddOwed(memory.owed);
   }
-  std::string error;
-  if (memory == m_saved) {
+  if (!(memory == m_saved)) {
+    m_file.Write(AlarmMemoryText(memory));
+    m_saved = std::move(memory);
+  }
+}
+
+void AlarmDesk::OnSaved(const std::string& error) {
+  if (error.empty()) {
+    m_isFaultTold = false;
     return;
   }
-  if (WriteAlarmMemory(File(), memory, error)) {
-    m_saved = std::move(memory);
-    m_isFaultTold = false;
-  } else if (!std::exchange(m_isFaultTold, true)) {
+  // The next change is written whatever it is.
+  m_saved = {};
+  if (!std::exchange(m_isFaultTold, true)) {
     m_hooks.report(error + "; what was told of alarms is not kept");
   }
 }

@@ -5,7 +5,6 @@
 #include "gate/access/AccessError.h"
 #include "gate/access/CheckedFile.h"
 #include "json/JsonText.h"
-#include "support/AtomicFile.h"
 
 namespace {
 
@@ -60,11 +59,11 @@ AlarmMemory ReadAlarmMemory(const std::string& path) {
   return memory;
 }
 
-bool WriteAlarmMemory(const std::string& path, const AlarmMemory& memory, std::string& error) {
+std::string AlarmMemoryText(const AlarmMemory& memory) {
   const Json told{{"contact", memory.contact},
                   {"newest", memory.newest},
                   {"newest_since", memory.newestSince},
                   {"active", BeginsJson(memory.active)},
                   {"owed", BeginsJson(memory.owed)}};
-  return ReplaceFile(path, JsonText(told) + '\n', error);
+  return JsonText(told) + '\n';
 }

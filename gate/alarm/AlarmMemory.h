@@ -25,6 +25,5 @@ struct AlarmMemory {
 
 /// What the file holds; nothing if it is none, or another's.
 [[nodiscard]] AlarmMemory ReadAlarmMemory(const std::string& path);
-/// Replaces the file. False with the reason in `error`.
-[[nodiscard]] bool WriteAlarmMemory(const std::string& path, const AlarmMemory& memory,
-                                    std::string& error);
+/// What such a file holds.
+[[nodiscard]] std::string AlarmMemoryText(const AlarmMemory& memory);

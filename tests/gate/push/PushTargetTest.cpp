@@ -320,6 +320,27 @@ TEST_F(PushTargetTest, TheLimitOfBytesAndADaemonThatIsAway) {
   EXPECT_THAT(m_told, ElementsAre(HasSubstr(words)));
 }
 
+TEST(FileWriterTest, TheLatestContentStandsAndTheEndWaitsForIt) {
+  TempFolder folder;
+  GateLoop loop;
+  std::vector<std::string> errors;
+  const auto note = [&](const std::string& error) {
+    errors.push_back(error);
+    loop.Stop();
+  };
+  for (const char* name : {"file", "none/file"}) {
+    FileWriter writer(loop, folder.Path() / name, note);
+    for (int i = 0; i <= 50; ++i) {
+      writer.Write(std::to_string(i));
+    }
+    loop.Run();
+    EXPECT_EQ(folder.Read("file"), errors.size() == 1 ? "50" : "last");
+    writer.Write("last");
+  }
+  EXPECT_THAT(errors, ElementsAre("", HasSubstr("none/file")));
+  EXPECT_EQ(folder.Read("file"), "last");
+}
+
 class PushingGateTest : public GateFixture {};
 
 TEST_F(PushingGateTest, TheGatePushesWhatItIsToldAndTellsHowItGoes) {
