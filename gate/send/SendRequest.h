@@ -29,9 +29,9 @@ struct SendRequest {
 
 /// What the server has said. Either there is an answer or an error.
 struct SendResult {
-  int status = 0;                      ///< of HTTP; 0: there was no whole answer
-  std::string error;                   ///< why there was none, in words
-  std::string body;                    ///< the answer's first 64 KB, hostile as ever
+  int status = 0;     ///< of HTTP, as soon as its heads are whole; 0: they never were
+  std::string error;  ///< why there was none, in words
+  std::string body;   ///< the answer's first 64 KB or less, hostile as ever
   std::chrono::seconds retryAfter{0};  ///< how long the server wants to be left alone; 0: untold
 };
 

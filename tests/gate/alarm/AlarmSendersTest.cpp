@@ -111,7 +111,7 @@ class SendersTest : public ::testing::Test {
     bodies.push_back(request.head.substr(0, request.head.find(" HTTP")) + ' ' + request.body);
     if (statuses[place].empty()) {
       // It breaks off.
-      static_cast<void>(request.Say("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nx"));
+      static_cast<void>(request.Say("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n"));
       return false;
     }
     return request.Answer(statuses[place]);
