@@ -73,10 +73,10 @@ class AlarmDesk {
   Hooks m_hooks;
   std::vector<std::unique_ptr<AlarmReceiver>> m_receivers;
   AlarmMemory m_memory;
-  AlarmMemory m_before;                       ///< as it was when the daemon was asked last
-  AlarmMemory m_saved;                        ///< what the file was given last
-  std::map<std::int64_t, AlarmPtr> m_active;  ///< as they were told last
-  std::set<std::int64_t> m_listed;            ///< what the daemon has told to be active at first
+  AlarmMemory m_before;                   ///< as it was when the daemon was asked last
+  AlarmMemory m_saved;                    ///< what the file was given last
+  std::map<AlarmKey, AlarmPtr> m_active;  ///< as they were told last
+  std::set<AlarmKey> m_listed;            ///< what the daemon has told to be active at first
   std::unique_ptr<DaemonFollow> m_follow;
   bool m_isLive = false;             ///< what was missed is told
   std::vector<std::string> m_lines;  ///< that came before it was

@@ -220,6 +220,25 @@ TEST_F(HttpSenderTest, ARequestIsTakenBackAndTheEndOfOneMayEndAll) {
   EXPECT_EQ(third, nullptr);
 }
 
+TEST(UrlTest, WhatMayBeASecretIsNotShown) {
+  const struct {
+    const char* url;
+    const char* shown;
+    const char* server;
+  } rows[] = {
+      {"https://h:1/a/b", "https://h:1/a/b", "https://h:1"},
+      {"https://u:p@h/a@b?t=x#y", "https://h/a@b", "https://h"},
+      {"http://u:p/q@h/w", "http://u:p/q@h/w", "http://u:p"},
+      {"http://u@v@h?t=@x", "http://h", "http://h"},
+      {"u:p@h#@f", "h", "h"},
+      {"", "", ""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(ShownUrl(row.url), row.shown) << row.url;
+    EXPECT_EQ(ServerOf(row.url), row.server) << row.url;
+  }
+}
+
 TEST(BackoffTest, PausesDoubleWithChanceAndTheServersWordCounts) {
   Backoff backoff(milliseconds(100), milliseconds(1000));
   for (const int longest : {100, 200, 400, 800, 1000, 1000}) {
