@@ -196,9 +196,11 @@ TEST_F(GateFixture, ReceiversOfTheSettingsAreToldAndTheDaemonHearsHowItWent) {
                          '\n'
                    : std::string("{\"ok\":true}\n");
       },
-      Json{{"alarms", Json{{"alertmanager", Json::Array({server.Url()})}, {"link", "http://l"}}}});
+      Json{{"alarms",
+            Json{{"alertmanager", Json::Array({"http://u:p@" + server.Url("/x").substr(7)})},
+                 {"link", "http://l"}}}});
   const std::string wanted =
-      R"([{"url":")" + server.Url() + R"(","sent":1,"failures":0,"dropped":0}])";
+      R"([{"url":")" + server.Url("") + R"(","sent":1,"failures":0,"dropped":0}])";
   const auto isTold = [&] { return Told("notices") == wanted; };
   for (int tries = 0; tries < 1000 && !isTold(); ++tries) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
