@@ -267,7 +267,7 @@ Json Gate::NoticesJson() const {
     return notices;
   }
   for (const ReceiverFigures& one : m_alarms->Figures()) {
-    notices.PushBack(Json{{"url", one.url},
+    notices.PushBack(Json{{"url", ServerOf(one.url)},
                           {"sent", one.sent},
                           {"failures", one.failures},
                           {"dropped", one.dropped}});

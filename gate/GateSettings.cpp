@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <iterator>
+#include <utility>
 
 namespace {
 
@@ -59,6 +59,20 @@ TargetSettings ReadPush(const Json& object) {
   return push;
 }
 
+/// Where a server fetches, it says by these whose samples they are; where it is pushed to, it would
+/// take those of all hosts for the same ones.
+void NameSource(TargetSettings& push, const std::string& host) {
+  const auto add = [&](const char* name, const std::string& value) {
+    if (!value.empty() &&
+        std::ranges::find(push.labels, name, &std::pair<std::string, std::string>::first) ==
+            push.labels.end()) {
+      push.labels.emplace_back(name, value);
+    }
+  };
+  add("instance", host);
+  add("job", push.hasNodeNames ? "node" : "qmt");
+}
+
 }  // namespace
 
 bool ReadGateSettings(const Json& answer, GateSettings& settings) {
@@ -79,7 +93,10 @@ bool ReadGateSettings(const Json& answer, GateSettings& settings) {
   settings.showsArguments = arguments == nullptr || !arguments->IsBool() || arguments->Bool();
   settings.state = TextMember(*gate, "state");
   if (const Json* push = gate->Find("push"); push != nullptr && push->IsArray()) {
-    std::ranges::transform(push->Elements(), std::back_inserter(settings.push), ReadPush);
+    for (const Json& target : push->Elements()) {
+      settings.push.push_back(ReadPush(target));
+      NameSource(settings.push.back(), settings.host);
+    }
   }
   if (const Json* alarms = gate->Find("alarms"); alarms != nullptr && alarms->IsObject()) {
     settings.alarms = {TextList(*alarms, "alertmanager"), TextList(*alarms, "webhook"),

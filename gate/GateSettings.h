@@ -35,9 +35,9 @@ struct GateSettings {
   std::string users;
   std::string tokens;
   bool showsArguments = true;
-  std::string host;   ///< the host's own name
-  std::string state;  ///< the folder that the gate may write to; empty for none
-  std::vector<TargetSettings> push;
+  std::string host;                  ///< the host's own name
+  std::string state;                 ///< the folder that the gate may write to; empty for none
+  std::vector<TargetSettings> push;  ///< their labels tell the host (instance) and the names (job)
   AlarmReceivers alarms;
 
   friend bool operator==(const GateSettings&, const GateSettings&) = default;

@@ -65,8 +65,8 @@ class PushTrial {
     request.body = MakeWriteBody("", {}, {}).bytes;
     request.identity = target.sending;
     m_sending = m_sender.Send(std::move(request), [this, &target](const SendResult& result) {
-      Print(target.name + ' ' + target.url + ": " + (IsTaken(result) ? "it works, " : "") +
-            WordsOf(result));
+      Print(target.name + ' ' + ShownUrl(target.url) + ": " +
+            (IsTaken(result) ? "it works, " : "") + WordsOf(result));
       m_isGood = m_isGood && IsTaken(result);
       SendNext();
     });

@@ -11,7 +11,9 @@ PushStatus ReadPushStatus(const Json& answer) {
                               TextMember(each, "error"), WholeMember(each, "oldest"),
                               CountMember(each, "sent_rows"), CountMember(each, "sent_samples"),
                               CountMember(each, "refused_samples"),
-                              CountMember(each, "skipped_samples"), CountMember(each, "bytes")});
+                              CountMember(each, "skipped_samples"), CountMember(each, "requests"),
+                              CountMember(each, "failures"), CountMember(each, "bytes"),
+                              NumberMember(each, "seconds")});
     }
   }
   if (status.Find("notices") != nullptr) {

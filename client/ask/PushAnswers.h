@@ -17,7 +17,10 @@ struct PushTarget {
   std::uint64_t samples = 0;
   std::uint64_t refused = 0;  ///< samples that the server would not have
   std::uint64_t skipped = 0;  ///< samples that were too old for the server
-  std::uint64_t bytes = 0;
+  std::uint64_t requests = 0;
+  std::uint64_t failures = 0;  ///< requests that were not taken
+  std::uint64_t bytes = 0;     ///< of requests
+  double seconds = 0;          ///< that requests took
 };
 
 /// A receiver of alarms.

@@ -1,6 +1,8 @@
 #include "client/show/PushText.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 
 #include "client/ask/SafeText.h"
 #include "client/show/Render.h"
@@ -17,6 +19,17 @@ std::string OldestText(std::int64_t oldest, std::int64_t now) {
              : DurationText(std::max(static_cast<double>(now) - static_cast<double>(oldest), 0.0));
 }
 
+/// The mean time of a request.
+std::string MeanText(const PushTarget& target) {
+  std::array<char, 32> text{};
+  if (target.requests == 0) {
+    return "-";
+  }
+  std::snprintf(text.data(), text.size(), "%.3f s",
+                target.seconds / static_cast<double>(target.requests));
+  return text.data();
+}
+
 Cell CountCell(std::uint64_t count) { return {std::to_string(count), true}; }
 
 }  // namespace
@@ -25,7 +38,7 @@ std::string PushText(const PushStatus& push, std::int64_t now, const Screen& scr
   std::string text;
   if (!push.targets.empty()) {
     Table table({"Target", "URL", "State", "Oldest Not Sent", "Rows", "Samples", "Refused",
-                 "Skipped", "Bytes"},
+                 "Skipped", "Requests", "Failures", "Mean Time", "Bytes"},
                 {true});
     std::string errors;
     for (const PushTarget& target : push.targets) {
@@ -38,6 +51,9 @@ std::string PushText(const PushStatus& push, std::int64_t now, const Screen& scr
                     CountCell(target.samples),
                     CountCell(target.refused),
                     CountCell(target.skipped),
+                    CountCell(target.requests),
+                    CountCell(target.failures),
+                    {MeanText(target), true},
                     {BytesText(static_cast<double>(target.bytes)), true}});
       errors += target.error.empty() ? "" : name + ": " + SafeText(target.error) + '\n';
     }

@@ -1,11 +1,21 @@
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "json/Json.h"
+
+/// What alarms are told apart by, in the order of their begins: the daemon's numbers begin anew
+/// with a new history.
+struct AlarmKey {
+  std::int64_t since = 0;  ///< its begin, in seconds since the epoch
+  std::int64_t id = 0;
+
+  friend auto operator<=>(const AlarmKey&, const AlarmKey&) = default;
+};
 
 /// An alarm as the daemon tells it. Times are seconds since the epoch.
 struct Alarm {
@@ -19,6 +29,7 @@ struct Alarm {
   Json told;               ///< all that the daemon has told, an object
 
   [[nodiscard]] bool IsActive() const { return until == 0; }
+  [[nodiscard]] AlarmKey Key() const { return {since, id}; }
 };
 using AlarmPtr = std::shared_ptr<const Alarm>;
 

@@ -31,7 +31,7 @@ std::vector<AlarmPtr> AlarmsOf(const Json& list) {
       }
     }
   }
-  std::ranges::sort(alarms, {}, [](const AlarmPtr& alarm) { return alarm->id; });
+  std::ranges::sort(alarms, {}, [](const AlarmPtr& alarm) { return alarm->Key(); });
   return alarms;
 }
 
@@ -43,21 +43,22 @@ AlarmDesk::AlarmDesk(DaemonDesk& desk, HttpSender& sender, AlarmTargets targets,
       m_targets(std::move(targets)),
       m_hooks(std::move(hooks)),
       m_again(desk.Loop()),
-      m_save(desk.Loop()) {
+      m_save(desk.Loop()),
+      m_file(desk.Loop(), m_targets.folder.empty() ? "" : m_targets.folder + "/alarms.json",
+             [this](const std::string& error) { OnSaved(error); }) {
   MakeReceivers();
   if (!m_receivers.empty()) {
-    m_memory = m_saved = m_targets.folder.empty() ? AlarmMemory{} : ReadAlarmMemory(File());
+    m_memory = m_saved = m_targets.folder.empty() ? AlarmMemory{} : ReadAlarmMemory(m_file.Path());
     Follow();
   }
 }
 
 AlarmDesk::~AlarmDesk() {
+  // The end of the file's writer waits for it.
   if (!m_receivers.empty()) {
     Save();
   }
 }
-
-std::string AlarmDesk::File() const { return m_targets.folder + "/alarms.json"; }
 
 void AlarmDesk::MakeReceivers() {
   const AlarmReceiverSettings settings{m_targets.host, m_targets.link, m_targets.identity,
@@ -125,16 +126,16 @@ void AlarmDesk::OnAnswer(bool isGood, std::string_view line) {
 void AlarmDesk::TakeActive(const Json& list) {
   m_listed.clear();
   for (const AlarmPtr& alarm : AlarmsOf(list)) {
-    m_listed.insert(alarm->id);
-    Tell(alarm, !m_before.active.contains(alarm->id) || m_before.owed.contains(alarm->id));
+    m_listed.insert(alarm->Key());
+    Tell(alarm, !m_before.active.contains(alarm->Key()) || m_before.owed.contains(alarm->Key()));
   }
 }
 
 void AlarmDesk::AskMissed() {
   std::int64_t since = m_before.contact - kOverlap;
-  for (const auto* begins : {&m_before.active, &m_before.owed}) {
-    for (const auto& [id, begin] : *begins) {
-      since = m_listed.contains(id) ? since : std::min(since, begin);
+  for (const auto* keys : {&m_before.active, &m_before.owed}) {
+    for (const AlarmKey& key : *keys) {
+      since = m_listed.contains(key) ? since : std::min(since, key.since);
     }
   }
   m_question = m_desk.AskJson(
@@ -155,7 +156,7 @@ void AlarmDesk::AskMissed() {
 void AlarmDesk::TakeMissed(const Json& list) {
   for (const AlarmPtr& alarm : AlarmsOf(list)) {
     if (!alarm->IsActive() &&
-        (m_memory.active.contains(alarm->id) || m_before.IsNew(alarm->id, alarm->since))) {
+        (m_memory.active.contains(alarm->Key()) || m_before.IsNew(alarm->Key()))) {
       Tell(alarm, true);
     }
   }
@@ -173,14 +174,14 @@ void AlarmDesk::GoLive() {
 }
 
 void AlarmDesk::EndForgotten() {
-  for (const auto& [id, since] : m_before.active) {
-    if (m_listed.contains(id) || !m_memory.active.contains(id)) {
+  for (const AlarmKey& key : m_before.active) {
+    if (m_listed.contains(key) || !m_memory.active.contains(key)) {
       continue;
     }
-    if (const auto known = m_active.find(id); known != m_active.end()) {
+    if (const auto known = m_active.find(key); known != m_active.end()) {
       Tell(EndedAlarm(*known->second, std::time(nullptr)), true);
     } else {
-      m_memory.active.erase(id);
+      m_memory.active.erase(key);
     }
   }
 }
@@ -203,19 +204,19 @@ void AlarmDesk::OnLine(std::string_view line) {
 }
 
 void AlarmDesk::TakeEvent(const AlarmPtr& alarm) {
-  const bool isKnown = m_memory.active.contains(alarm->id);
-  if (isKnown || m_memory.IsNew(alarm->id, alarm->since)) {
+  const bool isKnown = m_memory.active.contains(alarm->Key());
+  if (isKnown || m_memory.IsNew(alarm->Key())) {
     Tell(alarm, !isKnown || !alarm->IsActive());
     m_memory.contact = std::time(nullptr);
   }
 }
 
 void AlarmDesk::Tell(const AlarmPtr& alarm, bool isNews) {
-  m_memory.Note(alarm->id, alarm->since, alarm->IsActive());
+  m_memory.Note(*alarm);
   if (alarm->IsActive()) {
-    m_active[alarm->id] = alarm;
+    m_active[alarm->Key()] = alarm;
   } else {
-    m_active.erase(alarm->id);
+    m_active.erase(alarm->Key());
   }
   for (const auto& receiver : m_receivers) {
     receiver->Take(alarm, isNews);
@@ -238,14 +239,20 @@ void AlarmDesk::Save() {
   for (const auto& receiver : m_receivers) {
     receiver->AddOwed(memory.owed);
   }
-  std::string error;
-  if (memory == m_saved) {
+  if (!(memory == m_saved)) {
+    m_file.Write(AlarmMemoryText(memory));
+    m_saved = std::move(memory);
+  }
+}
+
+void AlarmDesk::OnSaved(const std::string& error) {
+  if (error.empty()) {
+    m_isFaultTold = false;
     return;
   }
-  if (WriteAlarmMemory(File(), memory, error)) {
-    m_saved = std::move(memory);
-    m_isFaultTold = false;
-  } else if (!std::exchange(m_isFaultTold, true)) {
+  // The next change is written whatever it is.
+  m_saved = {};
+  if (!std::exchange(m_isFaultTold, true)) {
     m_hooks.report(error + "; what was told of alarms is not kept");
   }
 }

@@ -12,6 +12,7 @@
 #include "gate/alarm/AlarmReceiver.h"
 #include "gate/daemon/DaemonFollow.h"
 #include "gate/send/HttpSender.h"
+#include "io/FileWriter.h"
 #include "io/LoopTimer.h"
 
 /// Who is to be told of alarms.
@@ -64,7 +65,7 @@ class AlarmDesk {
   void Tell(const AlarmPtr& alarm, bool isNews);
   void PlanSave();
   void Save();
-  [[nodiscard]] std::string File() const;
+  void OnSaved(const std::string& error);
 
   DaemonDesk& m_desk;
   HttpSender& m_sender;
@@ -72,16 +73,17 @@ class AlarmDesk {
   Hooks m_hooks;
   std::vector<std::unique_ptr<AlarmReceiver>> m_receivers;
   AlarmMemory m_memory;
-  AlarmMemory m_before;  ///< as it was when the daemon was asked last
-  AlarmMemory m_saved;
-  std::map<std::int64_t, AlarmPtr> m_active;  ///< as they were told last
-  std::set<std::int64_t> m_listed;            ///< what the daemon has told to be active at first
+  AlarmMemory m_before;                   ///< as it was when the daemon was asked last
+  AlarmMemory m_saved;                    ///< what the file was given last
+  std::map<AlarmKey, AlarmPtr> m_active;  ///< as they were told last
+  std::set<AlarmKey> m_listed;            ///< what the daemon has told to be active at first
   std::unique_ptr<DaemonFollow> m_follow;
   bool m_isLive = false;             ///< what was missed is told
   std::vector<std::string> m_lines;  ///< that came before it was
   DaemonDesk::QuestionPtr m_question;
   LoopTimer m_again;
   LoopTimer m_save;
+  FileWriter m_file;
   bool m_isSavePlanned = false;
   bool m_isRefusalTold = false;
   bool m_isFaultTold = false;  ///< that the file can't be written

@@ -5,7 +5,6 @@
 #include "gate/access/AccessError.h"
 #include "gate/access/CheckedFile.h"
 #include "json/JsonText.h"
-#include "support/AtomicFile.h"
 
 namespace {
 
@@ -14,19 +13,19 @@ std::int64_t MemoryNumber(const Json* value) {
   return value != nullptr && value->IsUnsigned() && value->Unsigned() <= kMost ? value->Whole() : 0;
 }
 
-std::map<std::int64_t, std::int64_t> BeginsOf(const Json* list) {
-  std::map<std::int64_t, std::int64_t> begins;
+std::set<AlarmKey> KeysOf(const Json* list) {
+  std::set<AlarmKey> keys;
   if (list != nullptr && list->IsArray()) {
     for (const Json& alarm : list->Elements()) {
-      begins[MemoryNumber(alarm.Find("id"))] = MemoryNumber(alarm.Find("since"));
+      keys.insert({MemoryNumber(alarm.Find("since")), MemoryNumber(alarm.Find("id"))});
     }
   }
-  return begins;
+  return keys;
 }
 
-Json BeginsJson(const std::map<std::int64_t, std::int64_t>& begins) {
+Json KeysJson(const std::set<AlarmKey>& keys) {
   Json list = Json::Array();
-  for (const auto& [id, since] : begins) {
+  for (const auto& [since, id] : keys) {
     list.PushBack(Json{{"id", id}, {"since", since}});
   }
   return list;
@@ -34,14 +33,14 @@ Json BeginsJson(const std::map<std::int64_t, std::int64_t>& begins) {
 
 }  // namespace
 
-void AlarmMemory::Note(std::int64_t id, std::int64_t since, bool isActive) {
-  newest = since > newestSince ? id : std::max(newest, id);
-  newestSince = std::max(newestSince, since);
-  owed.erase(id);
-  if (isActive) {
-    active[id] = since;
+void AlarmMemory::Note(const Alarm& alarm) {
+  newest = alarm.since > newestSince ? alarm.id : std::max(newest, alarm.id);
+  newestSince = std::max(newestSince, alarm.since);
+  owed.erase(alarm.Key());
+  if (alarm.IsActive()) {
+    active.insert(alarm.Key());
   } else {
-    active.erase(id);
+    active.erase(alarm.Key());
   }
 }
 
@@ -52,19 +51,19 @@ AlarmMemory ReadAlarmMemory(const std::string& path) {
     memory.contact = MemoryNumber(told.Find("contact"));
     memory.newest = MemoryNumber(told.Find("newest"));
     memory.newestSince = MemoryNumber(told.Find("newest_since"));
-    memory.active = BeginsOf(told.Find("active"));
-    memory.owed = BeginsOf(told.Find("owed"));
+    memory.active = KeysOf(told.Find("active"));
+    memory.owed = KeysOf(told.Find("owed"));
   } catch (const AccessError&) {
     return {};
   }
   return memory;
 }
 
-bool WriteAlarmMemory(const std::string& path, const AlarmMemory& memory, std::string& error) {
+std::string AlarmMemoryText(const AlarmMemory& memory) {
   const Json told{{"contact", memory.contact},
                   {"newest", memory.newest},
                   {"newest_since", memory.newestSince},
-                  {"active", BeginsJson(memory.active)},
-                  {"owed", BeginsJson(memory.owed)}};
-  return ReplaceFile(path, JsonText(told) + '\n', error);
+                  {"active", KeysJson(memory.active)},
+                  {"owed", KeysJson(memory.owed)}};
+  return JsonText(told) + '\n';
 }

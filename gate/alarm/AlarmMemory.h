@@ -1,30 +1,31 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
+#include <set>
 #include <string>
 
-/// What was told of alarms, by their numbers, so that a gate that was away tells what it has missed
+#include "gate/alarm/Alarm.h"
+
+/// What was told of alarms, so that a gate that was away tells what it has missed
 /// and nothing twice.
 struct AlarmMemory {
   std::int64_t contact = 0;      ///< until when all is known, in seconds since the epoch; 0: never
   std::int64_t newest = 0;       ///< the greatest number
   std::int64_t newestSince = 0;  ///< the latest begin
-  std::map<std::int64_t, std::int64_t> active;  ///< begins of those that are active, by number
-  std::map<std::int64_t, std::int64_t> owed;    ///< the same of those whose news was not told yet
+  std::set<AlarmKey> active;
+  std::set<AlarmKey> owed;  ///< those whose news was not told yet
 
-  /// Whether an alarm was never told. The daemon's numbers begin anew with a new history.
-  [[nodiscard]] bool IsNew(std::int64_t id, std::int64_t since) const {
-    return id > newest || since > newestSince || owed.contains(id);
+  /// Whether an alarm was never told.
+  [[nodiscard]] bool IsNew(const AlarmKey& key) const {
+    return key.id > newest || key.since > newestSince || owed.contains(key);
   }
   /// An alarm is given to who tells it.
-  void Note(std::int64_t id, std::int64_t since, bool isActive);
+  void Note(const Alarm& alarm);
 
   friend bool operator==(const AlarmMemory&, const AlarmMemory&) = default;
 };
 
 /// What the file holds; nothing if it is none, or another's.
 [[nodiscard]] AlarmMemory ReadAlarmMemory(const std::string& path);
-/// Replaces the file. False with the reason in `error`.
-[[nodiscard]] bool WriteAlarmMemory(const std::string& path, const AlarmMemory& memory,
-                                    std::string& error);
+/// What such a file holds.
+[[nodiscard]] std::string AlarmMemoryText(const AlarmMemory& memory);

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
+#include <set>
 #include <string>
 
 #include "gate/alarm/Alarm.h"
@@ -11,7 +11,7 @@
 /// What a receiver has been sent since it was made.
 struct ReceiverFigures {
   std::string url;
-  std::uint64_t sent = 0;      ///< alarms that it has taken, each time that it has
+  std::uint64_t sent = 0;      ///< begins and ends that it has taken, each once
   std::uint64_t failures = 0;  ///< requests that it has not
   std::uint64_t dropped = 0;   ///< alarms of which it has not been told, and never will be
 };
@@ -38,6 +38,6 @@ class AlarmReceiver {
   /// An alarm has begun or ended; without `isNews` it was told so before, and is active.
   virtual void Take(const AlarmPtr& alarm, bool isNews) = 0;
   [[nodiscard]] virtual const ReceiverFigures& Figures() const = 0;
-  /// Adds alarms whose news is still to be told: their begins by their numbers.
-  virtual void AddOwed(std::map<std::int64_t, std::int64_t>& begins) const = 0;
+  /// Adds alarms whose news is still to be told.
+  virtual void AddOwed(std::set<AlarmKey>& keys) const = 0;
 };

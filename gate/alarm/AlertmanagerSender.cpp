@@ -79,10 +79,11 @@ Json AlertOf(const Alarm& alarm, const std::string& host, const std::string& lin
   Json annotations = Json::Object();
   add(annotations, "summary", alarm.text);
   add(annotations, "values", ValuesText(alarm.told));
-  Json alert{{"labels", labels},
-             {"annotations", annotations},
-             {"startsAt", AlertTime(alarm.since)},
-             {"endsAt", AlertTime(alarm.IsActive() ? now + kAlertLife : alarm.until)}};
+  Json alert{
+      {"labels", labels},
+      {"annotations", annotations},
+      {"startsAt", AlertTime(std::min(alarm.since, now))},
+      {"endsAt", AlertTime(alarm.IsActive() ? now + kAlertLife : std::min(alarm.until, now))}};
   add(alert, "generatorURL", link);
   return alert;
 }
@@ -97,14 +98,15 @@ AlertmanagerSender::AlertmanagerSender(IoLoop& loop, HttpSender& sender, const s
       m_backoff(pace.first, kLongestAlertPause),
       m_timer(loop) {}
 
-void AlertmanagerSender::Take(const AlarmPtr& alarm, bool /*isNews*/) {
-  if (!m_alarms.contains(alarm->id) && m_alarms.size() >= kMostAlarms) {
+void AlertmanagerSender::Take(const AlarmPtr& alarm, bool isNews) {
+  const AlarmKey key = alarm->Key();
+  if (!m_alarms.contains(key) && m_alarms.size() >= kMostAlarms) {
     ++m_figures.dropped;
     m_settings.onChange();
     return;
   }
-  m_alarms[alarm->id] = alarm;
-  m_news.insert(alarm->id);
+  m_alarms[key] = std::make_shared<Notice>(Notice{alarm, isNews});
+  m_news.insert(key);
   if (!m_isSending && !m_isWaiting) {
     Plan(m_pace.gather);
   }
@@ -120,12 +122,12 @@ void AlertmanagerSender::BeginRound() {
   const auto now = LoopTimer::Clock::now();
   if (now >= m_fullRound) {
     m_fullRound = now + m_pace.again;
-    for (const auto& [id, alarm] : m_alarms) {
-      m_round.push_back(alarm);
+    for (const auto& [key, notice] : m_alarms) {
+      m_round.push_back(notice);
     }
   } else {
-    for (const std::int64_t id : m_news) {
-      m_round.push_back(m_alarms.at(id));
+    for (const AlarmKey& key : m_news) {
+      m_round.push_back(m_alarms.at(key));
     }
   }
   m_news.clear();
@@ -150,12 +152,12 @@ void AlertmanagerSender::SendNext() {
     return;
   }
   m_isSending = true;
-  m_onWay = std::min(m_round.size(), kMostOfRequest);
+  m_onWay = std::min(m_round.size(), m_most);
   const std::int64_t now = std::time(nullptr);
   Json alerts = Json::Array();
   for (std::size_t count = 1; count <= m_onWay; ++count) {
     alerts.PushBack(
-        AlertOf(*m_round[m_round.size() - count], m_settings.host, m_settings.link, now));
+        AlertOf(*m_round[m_round.size() - count]->alarm, m_settings.host, m_settings.link, now));
   }
   std::string url = m_figures.url;
   while (url.ends_with('/')) {
@@ -170,48 +172,80 @@ void AlertmanagerSender::SendNext() {
 }
 
 void AlertmanagerSender::OnResult(const SendResult& result) {
-  if (result.status / 100 != 2) {
+  if (!IsTaken(result)) {
     ++m_figures.failures;
-    m_note.Fail(result);
-    DropLate();
-    m_isSending = false;
-    m_isWaiting = true;
-    // Nothing of the round is known to have come.
-    m_fullRound = {};
-    Plan(m_backoff.Next(result.retryAfter));
+    IsRefused(result) ? OnRefusal(result) : OnFailure(result);
     m_settings.onChange();
     return;
   }
   m_note.Work();
   m_backoff.Reset();
-  m_figures.sent += m_onWay;
+  m_most = std::min(2 * m_most, kMostOfRequest);
   for (; m_onWay != 0; --m_onWay) {
-    const AlarmPtr alarm = std::move(m_round.back());
-    m_round.pop_back();
-    const auto present = m_alarms.find(alarm->id);
-    if (present != m_alarms.end() && present->second == alarm && !alarm->IsActive()) {
-      m_alarms.erase(present);
-      m_news.erase(alarm->id);
-    }
+    m_figures.sent += std::exchange(m_round.back()->isUntold, false) ? 1 : 0;
+    Drop(false);
   }
   // The request that has just ended is freed by the next one, out of its own turn.
   m_timer.After({}, [this] { SendNext(); });
   m_settings.onChange();
 }
 
+void AlertmanagerSender::OnFailure(const SendResult& result) {
+  m_note.Fail(result);
+  DropLate();
+  m_isSending = false;
+  m_isWaiting = true;
+  for (const NoticePtr& notice : m_round) {
+    if (m_alarms.contains(notice->alarm->Key())) {
+      m_news.insert(notice->alarm->Key());
+    }
+  }
+  if (result.status == 0) {
+    // One that is not there may have forgotten all when it comes back.
+    m_fullRound = {};
+  }
+  Plan(m_backoff.Next(result.retryAfter));
+}
+
+void AlertmanagerSender::OnRefusal(const SendResult& result) {
+  Backoff::Pause pause{0};
+  if (m_onWay > 1) {
+    m_most = m_onWay / 2;
+  } else {
+    m_note.Refuse(m_round.back()->alarm->name, result);
+    ++m_figures.dropped;
+    Drop(true);
+    // One that refuses all is not asked alarm by alarm in no time.
+    pause = m_backoff.Next(result.retryAfter);
+  }
+  m_timer.After(pause, [this] { SendNext(); });
+}
+
+void AlertmanagerSender::Drop(bool isGivenUp) {
+  const NoticePtr notice = std::move(m_round.back());
+  m_round.pop_back();
+  const auto present = m_alarms.find(notice->alarm->Key());
+  if (present != m_alarms.end() && present->second == notice &&
+      (isGivenUp || !notice->alarm->IsActive())) {
+    m_news.erase(present->first);
+    m_alarms.erase(present);
+  }
+}
+
 void AlertmanagerSender::DropLate() {
   const std::int64_t late = std::time(nullptr) - m_pace.lateEnd.count();
   const std::size_t dropped = std::erase_if(m_alarms, [&](const auto& entry) {
-    return !entry.second->IsActive() && entry.second->until < late;
+    const Alarm& alarm = *entry.second->alarm;
+    return !alarm.IsActive() && alarm.until < late;
   });
-  std::erase_if(m_news, [&](std::int64_t id) { return !m_alarms.contains(id); });
+  std::erase_if(m_news, [&](const AlarmKey& key) { return !m_alarms.contains(key); });
   m_figures.dropped += dropped;
 }
 
-void AlertmanagerSender::AddOwed(std::map<std::int64_t, std::int64_t>& begins) const {
-  for (const auto& [id, alarm] : m_alarms) {
-    if (!alarm->IsActive()) {
-      begins[id] = alarm->since;
+void AlertmanagerSender::AddOwed(std::set<AlarmKey>& keys) const {
+  for (const auto& [key, notice] : m_alarms) {
+    if (!notice->alarm->IsActive()) {
+      keys.insert(key);
     }
   }
 }

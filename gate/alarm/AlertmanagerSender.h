@@ -13,13 +13,15 @@
 #include "io/LoopTimer.h"
 
 /// The texts of one alert of version 2 of Alertmanager's interface. `now`: seconds since the epoch;
-/// an active alarm ends kAlertLife after that by itself.
+/// an active alarm ends kAlertLife after that by itself. No time but that one is behind `now`, as
+/// after a clock was set back: it would be refused, or not count as ended.
 [[nodiscard]] Json AlertOf(const Alarm& alarm, const std::string& host, const std::string& link,
                            std::int64_t now);
 inline constexpr std::int64_t kAlertLife = 240;
 
 /// Keeps an Alertmanager told: news at once, all that is active each minute, as it forgets what it
-/// does not hear of again, and each end until it has taken it.
+/// does not hear of again, and each end until it has taken it. Of a request that it refuses halves
+/// are sent, so that an alarm which it will not have, and which is given up, costs no other.
 class AlertmanagerSender : public AlarmReceiver {
  public:
   struct Pace {
@@ -38,14 +40,24 @@ class AlertmanagerSender : public AlarmReceiver {
 
   void Take(const AlarmPtr& alarm, bool isNews) override;
   [[nodiscard]] const ReceiverFigures& Figures() const override { return m_figures; }
-  void AddOwed(std::map<std::int64_t, std::int64_t>& begins) const override;
+  void AddOwed(std::set<AlarmKey>& keys) const override;
 
  private:
+  struct Notice {
+    AlarmPtr alarm;
+    bool isUntold = false;  ///< its news was not taken yet
+  };
+  using NoticePtr = std::shared_ptr<Notice>;
+
   void Plan(std::chrono::milliseconds pause);
   void BeginRound();
   void EndRound();
   void SendNext();
   void OnResult(const SendResult& result);
+  void OnFailure(const SendResult& result);
+  void OnRefusal(const SendResult& result);
+  /// The next of the round is done with: an end is forgotten, and so is all that was given up.
+  void Drop(bool isGivenUp);
   void DropLate();
 
   HttpSender& m_sender;
@@ -55,12 +67,13 @@ class AlertmanagerSender : public AlarmReceiver {
   FailureNote m_note;
   Backoff m_backoff;
   LoopTimer m_timer;
-  std::map<std::int64_t, AlarmPtr> m_alarms;  ///< active ones, and ends that were not taken yet
-  std::vector<AlarmPtr> m_round;  ///< what the present round has still to send, the next one last
-  std::size_t m_onWay = 0;        ///< how many of them the present request holds
+  std::map<AlarmKey, NoticePtr> m_alarms;  ///< active ones, and ends that were not taken yet
+  std::vector<NoticePtr> m_round;  ///< what the present round has still to send, the next one last
+  std::size_t m_onWay = 0;         ///< how many of them the present request holds
+  std::size_t m_most = kMostOfRequest;  ///< and the next one may hold
   bool m_isSending = false;
   bool m_isWaiting = false;                  ///< for its next try, after a failure
-  std::set<std::int64_t> m_news;             ///< what no request has held yet
+  std::set<AlarmKey> m_news;                 ///< what no request has held yet
   LoopTimer::Clock::time_point m_fullRound;  ///< when all are sent again
   HttpSender::SendingPtr m_sending;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 
@@ -13,9 +14,12 @@ class FailureNote {
 
   void Fail(const SendResult& result);
   void Work();
+  /// An alarm was refused for good; it is told once an hour.
+  void Refuse(const std::string& alarm, const SendResult& result);
 
  private:
   std::string m_server;
   std::function<void(const std::string&)> m_report;
   bool m_isFailing = false;
+  std::chrono::steady_clock::time_point m_nextRefusalTold;
 };

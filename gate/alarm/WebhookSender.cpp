@@ -52,7 +52,7 @@ void WebhookSender::SendNext() {
 }
 
 void WebhookSender::OnResult(const SendResult& result) {
-  const bool isTaken = result.status / 100 == 2;
+  const bool isTaken = IsTaken(result);
   m_figures.sent += isTaken ? 1 : 0;
   m_figures.failures += isTaken ? 0 : 1;
   ++m_tries;
@@ -72,8 +72,8 @@ void WebhookSender::OnResult(const SendResult& result) {
   m_settings.onChange();
 }
 
-void WebhookSender::AddOwed(std::map<std::int64_t, std::int64_t>& begins) const {
+void WebhookSender::AddOwed(std::set<AlarmKey>& keys) const {
   for (const AlarmPtr& alarm : m_waiting) {
-    begins[alarm->id] = alarm->since;
+    keys.insert(alarm->Key());
   }
 }

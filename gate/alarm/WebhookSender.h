@@ -22,7 +22,7 @@ class WebhookSender : public AlarmReceiver {
 
   void Take(const AlarmPtr& alarm, bool isNews) override;
   [[nodiscard]] const ReceiverFigures& Figures() const override { return m_figures; }
-  void AddOwed(std::map<std::int64_t, std::int64_t>& begins) const override;
+  void AddOwed(std::set<AlarmKey>& keys) const override;
 
  private:
   void SendNext();

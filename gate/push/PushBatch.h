@@ -26,6 +26,8 @@ class PushBatch {
   [[nodiscard]] bool Halve();
   /// Lines that were none.
   [[nodiscard]] std::size_t Broken() const { return m_broken; }
+  /// How many samples it had at first, and lines that were none.
+  [[nodiscard]] std::size_t Lines() const { return m_samples.size() + m_broken; }
   /// Whether nothing of it has been dropped or halved.
   [[nodiscard]] bool IsUntouched() const { return m_isUntouched; }
 

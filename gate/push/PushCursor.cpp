@@ -1,16 +1,11 @@
 #include "gate/push/PushCursor.h"
 
-#include <sys/eventfd.h>
-
 #include <algorithm>
-#include <system_error>
 #include <utility>
 
 #include "gate/access/AccessError.h"
 #include "gate/access/CheckedFile.h"
 #include "json/JsonText.h"
-#include "support/AtomicFile.h"
-#include "support/Descriptor.h"
 
 namespace {
 
@@ -35,23 +30,21 @@ bool IsCursor(const Json& file) {
 
 PushCursor::PushCursor(IoLoop& loop, const std::string& folder, const std::string& name,
                        std::string url)
-    : m_path(folder.empty() ? "" : folder + "/push-" + name + ".json"),
-      m_url(std::move(url)),
-      m_soon(loop),
-      m_written(loop) {}
-
-PushCursor::~PushCursor() { Wait(); }
+    : m_url(std::move(url)),
+      m_file(loop, folder.empty() ? "" : folder + "/push-" + name + ".json",
+             [this](const std::string& error) { std::exchange(m_saved, nullptr)(error); }) {}
 
 bool PushCursor::Load(std::int64_t since, std::string& error) {
   m_since = since;
   m_after = Json::Object();
-  if (m_path.empty() || StampOf(m_path) == FileStamp{}) {
+  const std::string& path = m_file.Path();
+  if (path.empty() || StampOf(path) == FileStamp{}) {
     return true;
   }
   try {
-    Json file = ParseJson(ReadCheckedFile(m_path).text, kCursorLimits).value;
+    Json file = ParseJson(ReadCheckedFile(path).text, kCursorLimits).value;
     if (!IsCursor(file)) {
-      error = m_path + ": it is no file of this program's";
+      error = path + ": it is no file of this program's";
       return false;
     }
     if (file[kUrlMember].Text() == m_url) {
@@ -75,43 +68,8 @@ bool PushCursor::Advance(const Json& next) {
   return isNew;
 }
 
-void PushCursor::Wait() {
-  if (m_writer.joinable()) {
-    m_writer.join();
-  }
-}
-
 void PushCursor::Save(Saved done) {
   m_saved = std::move(done);
-  m_writeError.clear();
-  if (m_path.empty()) {
-    m_soon.After({}, [this] { OnSaved(); });
-    return;
-  }
-  const Json file{{kUrlMember, m_url}, {kSinceMember, m_since}, {kAfterMember, m_after}};
-  try {
-    if (m_written.Get() < 0) {
-      m_written.Take(Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)));
-    }
-    m_writer = std::thread([this, text = JsonText(file) + '\n'] {
-      static_cast<void>(ReplaceFile(m_path, text, m_writeError));
-      ::eventfd_write(m_written.Get(), 1);
-    });
-    Expect();
-  } catch (const std::system_error& error) {
-    m_writeError = m_path + ": " + error.what();
-    m_soon.After({}, [this] { OnSaved(); });
-  }
-}
-
-void PushCursor::Expect() {
-  m_written.OnReadable([this] {
-    ::eventfd_t count = 0;
-    ::eventfd_read(m_written.Get(), &count) == 0 ? OnSaved() : Expect();
-  });
-}
-
-void PushCursor::OnSaved() {
-  Wait();
-  std::exchange(m_saved, nullptr)(m_writeError);
+  m_file.Write(
+      JsonText(Json{{kUrlMember, m_url}, {kSinceMember, m_since}, {kAfterMember, m_after}}) + '\n');
 }

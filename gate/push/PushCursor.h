@@ -3,10 +3,8 @@
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <thread>
 
-#include "io/LoopDescriptor.h"
-#include "io/LoopTimer.h"
+#include "io/FileWriter.h"
 #include "json/Json.h"
 
 /// How far a target has got: by record the place of the last row that it has taken, in the file
@@ -15,8 +13,6 @@ class PushCursor {
  public:
   /// `folder`: of the state; empty for none, so that nothing outlasts the gate. `loop` outlives it.
   PushCursor(IoLoop& loop, const std::string& folder, const std::string& name, std::string url);
-  /// Waits for a file that is being written.
-  ~PushCursor();
   PushCursor(const PushCursor&) = delete;
   PushCursor& operator=(const PushCursor&) = delete;
 
@@ -28,24 +24,15 @@ class PushCursor {
   [[nodiscard]] std::int64_t Since() const { return m_since; }
   /// Goes on to these places, in memory. False if it stood there.
   bool Advance(const Json& next);
-  /// Replaces the file and has the system write it out, on a thread of its own, as a disk may take
-  /// its time. One at a time. `done` is called from the loop with the reason of a failure, empty
-  /// for none, unless this object is freed before.
+  /// Replaces the file, see FileWriter. One at a time. `done` is called from the loop with the
+  /// reason of a failure, empty for none, unless this object is freed before.
   using Saved = std::function<void(const std::string& error)>;
   void Save(Saved done);
 
  private:
-  void Wait();
-  void Expect();
-  void OnSaved();
-
-  std::string m_path;  ///< empty for none
   std::string m_url;
   std::int64_t m_since = 0;
   Json m_after = Json::Object();
   Saved m_saved;
-  LoopTimer m_soon;
-  LoopDescriptor m_written;  ///< readable when the writer is done
-  std::thread m_writer;
-  std::string m_writeError;  ///< the writer's until then
+  FileWriter m_file;
 };

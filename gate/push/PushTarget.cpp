@@ -11,18 +11,6 @@ constexpr std::int64_t kSecondsOfDay = 86400;
 constexpr std::chrono::hours kRefusalTold{1};
 constexpr std::chrono::minutes kErrorTold{10};
 
-/// Whether what was sent is never taken by the server. A server that has waited for the request in
-/// vain (408) has not seen it.
-bool IsRefused(int status) {
-  return status >= 400 && status < 500 && status != 408 && status != 429;
-}
-
-/// Whether it is who sends, or where to, that is refused, not what is sent.
-bool IsAtTheDoor(int status) {
-  constexpr std::array kDoor{401, 402, 403, 404, 405, 407, 410};
-  return std::ranges::find(kDoor, status) != kDoor.end();
-}
-
 /// Whether the server refuses samples for their age: it has newer ones of their series, or keeps
 /// none that are so old. The protocol has no other word for it.
 bool IsAboutAge(std::string words) {
@@ -50,7 +38,7 @@ PushTarget::PushTarget(DaemonDesk& desk, HttpSender& sender, TargetSettings sett
 void PushTarget::Start() {
   std::string error;
   if (!m_cursor.Load(std::time(nullptr) - m_settings.days * kSecondsOfDay, error)) {
-    m_hooks.report("push " + m_settings.name + ": " + error + "; it begins anew");
+    Report(error + "; it begins anew");
   }
   // Where a new target begins is to stand even if nothing can be sent for long.
   m_cursor.Save([this](const std::string& failure) {
@@ -85,9 +73,13 @@ void PushTarget::Ask() {
 void PushTarget::OnAsked(DaemonDesk::End end) {
   m_question.reset();
   if (end != DaemonDesk::End::kDone || !m_answer.IsWhole()) {
+    m_isDaemonAway = true;
     SetError(m_answer.Error().empty() ? "the daemon can't be asked" : m_answer.Error());
     AskAfter(m_pace.look);
     return;
+  }
+  if (std::exchange(m_isDaemonAway, false)) {
+    SetError("");
   }
   m_oldest = m_answer.Oldest();
   m_batch.emplace(m_answer.TakeText());
@@ -145,7 +137,7 @@ void PushTarget::OnSent(const SendResult& result, const WriteBody& body) {
     SetError("");
     m_batch->Drop();
     SendNext();
-  } else if (++m_counts.failures; IsRefused(result.status)) {
+  } else if (++m_counts.failures; IsRefused(result) || IsTurnedAway(result)) {
     OnRefusal(result);
   } else {
     OnFailure(result);
@@ -167,12 +159,18 @@ void PushTarget::OnFailure(const SendResult& result) {
 }
 
 void PushTarget::OnRefusal(const SendResult& result) {
-  if (IsAtTheDoor(result.status)) {
+  if (IsTurnedAway(result)) {
     // What history still keeps is not to be used up while somebody puts a setting right.
     m_freeAt = std::max(m_freeAt, Clock::now() + m_backoff.Next(result.retryAfter));
     SetError(WordsOf(result));
     PassOver(result);
-  } else if (!m_batch->HalveByTime()) {
+    SendNext();
+    return;
+  }
+  // It is there, and has looked at what it was sent.
+  m_backoff.Reset();
+  SetError("");
+  if (!m_batch->HalveByTime()) {
     if (m_halvesLeft != 0 && m_batch->Halve()) {
       --m_halvesLeft;
     } else {
@@ -190,7 +188,17 @@ void PushTarget::PassOver(const SendResult& result) {
   m_batch->Drop();
 }
 
+std::uint64_t PushTarget::SentRows() const {
+  const std::uint64_t rows = m_answer.Rows();
+  const std::size_t lines = m_batch->Lines();
+  return m_batchSent == lines ? rows
+                              : static_cast<std::uint64_t>(static_cast<double>(rows) *
+                                                           static_cast<double>(m_batchSent) /
+                                                           static_cast<double>(lines));
+}
+
 void PushTarget::OnBatchDone() {
+  m_counts.sentRows += SentRows();
   m_batch.reset();
   if (!m_cursor.Advance(m_answer.Next())) {
     m_oldest = 0;
@@ -198,7 +206,6 @@ void PushTarget::OnBatchDone() {
     AskAfter(m_pace.look);
     return;
   }
-  m_counts.sentRows += m_batchSent != 0 ? m_answer.Rows() : 0;
   m_cursor.Save([this](const std::string& error) {
     OnSaved(error);
     if (m_answer.HasMore()) {
@@ -213,21 +220,24 @@ void PushTarget::OnBatchDone() {
 
 void PushTarget::OnSaved(const std::string& error) {
   if (!error.empty() && error != m_stateError) {
-    m_hooks.report("push " + m_settings.name + ": " + error);
+    Report(error);
   }
   m_stateError = error;
 }
 
+void PushTarget::Report(const std::string& line) const {
+  m_hooks.report("push " + m_settings.name + ": " + ShownUrl(m_settings.url) + ": " + line);
+}
+
 void PushTarget::SetError(std::string error) {
-  const std::string head = "push " + m_settings.name + ": " + m_settings.url + ": ";
   if (error.empty()) {
     if (std::exchange(m_isErrorTold, false)) {
-      m_hooks.report(head + "it works again");
+      Report("it works again");
     }
   } else if (!m_isErrorTold && Clock::now() >= m_nextErrorTold) {
     m_isErrorTold = true;
     m_nextErrorTold = Clock::now() + kErrorTold;
-    m_hooks.report(head + error + "; it is tried again");
+    Report(error + "; it is tried again");
   }
   if (error != m_error) {
     m_error = std::move(error);
@@ -239,15 +249,14 @@ void PushTarget::TellRefused(const std::string& words, std::size_t samples) {
   m_refusedUntold += samples;
   if (Clock::now() >= m_nextRefusalTold) {
     m_nextRefusalTold = Clock::now() + kRefusalTold;
-    m_hooks.report("push " + m_settings.name + ": " + m_settings.url + ": " +
-                   std::to_string(std::exchange(m_refusedUntold, 0)) +
-                   " samples were refused and passed over: " + words);
+    Report(std::to_string(std::exchange(m_refusedUntold, 0)) +
+           " samples were refused and passed over: " + words);
   }
 }
 
 Json PushTarget::Figures() const {
   return Json{{"name", m_settings.name},
-              {"url", m_settings.url},
+              {"url", ShownUrl(m_settings.url)},
               {"error", m_error.empty() ? m_stateError : m_error},
               {"oldest", m_oldest},
               {"sent_rows", m_counts.sentRows},

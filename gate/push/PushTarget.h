@@ -74,6 +74,11 @@ class PushTarget {
   void OnRefusal(const SendResult& result);
   void PassOver(const SendResult& result);
   void OnBatchDone();
+  /// How many rows of the batch the server has taken; where it has refused some samples, by the
+  /// share of the others.
+  [[nodiscard]] std::uint64_t SentRows() const;
+  /// Takes a line for the log.
+  void Report(const std::string& line) const;
   /// Notes what keeps the target from getting on, in words; empty for nothing.
   void SetError(std::string error);
   void OnSaved(const std::string& error);
@@ -100,6 +105,7 @@ class PushTarget {
   PushCounts m_counts;
   std::int64_t m_oldest = 0;  ///< time of the oldest row that is not sent
   std::string m_error;
+  bool m_isDaemonAway = false;
   std::string m_stateError;  ///< why the cursor can't be kept
   Clock::time_point m_nextErrorTold;
   bool m_isErrorTold = false;

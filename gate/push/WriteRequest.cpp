@@ -3,12 +3,13 @@
 #include <snappy.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstdint>
 #include <functional>
 #include <limits>
 #include <memory>
-#include <protozero/pbf_writer.hpp>
+#include <protozero/types.hpp>
 #include <protozero/varint.hpp>
 
 namespace {
@@ -84,14 +85,91 @@ std::size_t SampleSize(const PlacedSample& sample) {
   return 1 + sizeof sample.value + 1 + static_cast<std::size_t>(protozero::length_of_varint(time));
 }
 
+/// The bytes of a message: fields of known sizes, written one behind the other. They are compressed
+/// block by block, as the library cuts them by itself: memory for all of them would be new to the
+/// process with each message, and that costs more time than the writing.
+class MessageBytes {
+ public:
+  /// To be called for what follows; no field looks at its room by itself.
+  void MakeRoom(std::size_t size) {
+    if (m_capacity - m_size >= size) {
+      return;
+    }
+    Compress();
+    if (m_capacity < size) {
+      m_capacity = std::max(size, kBlock);
+      m_bytes = std::make_unique_for_overwrite<char[]>(m_capacity);
+      m_compressed =
+          std::make_unique_for_overwrite<char[]>(snappy::MaxCompressedLength(m_capacity));
+    }
+  }
+  /// All of it, compressed: the length of the message, then the blocks.
+  [[nodiscard]] std::string TakeCompressed() {
+    Compress();
+    std::array<char, protozero::max_varint_length> length{};
+    const int size = protozero::add_varint_to_buffer(length.data(), m_total);
+    m_blocks.insert(0, length.data(), static_cast<std::size_t>(size));
+    return std::move(m_blocks);
+  }
+  /// The head of a text, or of a message within this one, whose `size` bytes follow.
+  void AddHead(protozero::pbf_tag_type tag, std::size_t size) {
+    AddTag(tag, protozero::pbf_wire_type::length_delimited);
+    AddVarint(size);
+  }
+  void AddText(protozero::pbf_tag_type tag, std::string_view text) {
+    AddHead(tag, text.size());
+    text.copy(End(), text.size());
+    m_size += text.size();
+  }
+  void AddDouble(protozero::pbf_tag_type tag, double value) {
+    AddTag(tag, protozero::pbf_wire_type::fixed64);
+    const auto bits = std::bit_cast<std::uint64_t>(value);
+    for (unsigned int shift = 0; shift < 64; shift += 8) {
+      m_bytes[m_size++] = static_cast<char>(bits >> shift);
+    }
+  }
+  void AddWhole(protozero::pbf_tag_type tag, std::int64_t value) {
+    AddTag(tag, protozero::pbf_wire_type::varint);
+    AddVarint(static_cast<std::uint64_t>(value));
+  }
+
+ private:
+  static constexpr std::size_t kBlock = std::size_t{64} << 10;
+
+  void Compress() {
+    if (m_size == 0) {
+      return;
+    }
+    std::size_t size = 0;
+    snappy::RawCompress(m_bytes.get(), m_size, m_compressed.get(), &size);
+    // Each block begins with its own length, which only the whole message has.
+    const auto head = static_cast<std::size_t>(protozero::length_of_varint(m_size));
+    m_blocks.append(m_compressed.get() + head, size - head);
+    m_total += m_size;
+    m_size = 0;
+  }
+  [[nodiscard]] char* End() { return m_bytes.get() + m_size; }
+  void AddVarint(std::uint64_t value) {
+    m_size += static_cast<std::size_t>(protozero::add_varint_to_buffer(End(), value));
+  }
+  void AddTag(protozero::pbf_tag_type tag, protozero::pbf_wire_type type) {
+    AddVarint((tag << 3U) | static_cast<std::uint32_t>(type));
+  }
+
+  std::unique_ptr<char[]> m_bytes;
+  std::size_t m_capacity = 0;
+  std::size_t m_size = 0;
+  std::unique_ptr<char[]> m_compressed;  ///< room for a block
+  std::string m_blocks;                  ///< those before, compressed
+  std::size_t m_total = 0;               ///< their bytes
+};
+
 /// Writes the message, series by series.
 class WriteMessage {
  public:
   WriteMessage(std::string_view text, std::span<const PlacedSample> samples,
                const TargetLabels& labels)
       : m_samples(samples), m_chains(text, samples), m_extra(labels) {
-    // Memory that is not touched costs nothing, and that which has to be moved does.
-    m_message.reserve(2 * text.size());
     for (const SeriesChains::Chain& chain : m_chains.All()) {
       if (ReadSeries(chain.series, m_labels)) {
         AddExtra();
@@ -102,7 +180,7 @@ class WriteMessage {
     }
   }
 
-  [[nodiscard]] const std::string& Text() const { return m_message; }
+  [[nodiscard]] std::string TakeCompressed() { return m_message.TakeCompressed(); }
   [[nodiscard]] std::size_t LeftOut() const { return m_leftOut; }
 
  private:
@@ -126,26 +204,27 @@ class WriteMessage {
       size += SizedField(LabelSize(label));
     }
     ForEach(chain, [&](const PlacedSample& sample) { size += SizedField(SampleSize(sample)); });
-    Open(kRequestSeries, size);
+    m_message.MakeRoom(SizedField(size));
+    m_message.AddHead(kRequestSeries, size);
     for (const SeriesLabel& label : m_labels) {
-      Open(kSeriesLabels, LabelSize(label));
-      m_fields.add_string(kLabelName, label.name.data(), label.name.size());
-      m_value.clear();
-      label.AppendValue(m_value);
-      m_fields.add_string(kLabelValue, m_value);
+      m_message.AddHead(kSeriesLabels, LabelSize(label));
+      m_message.AddText(kLabelName, label.name);
+      m_message.AddText(kLabelValue, ValueOf(label));
     }
     ForEach(chain, [&](const PlacedSample& sample) {
-      Open(kSeriesSamples, SampleSize(sample));
-      m_fields.add_double(kSampleValue, sample.value);
-      m_fields.add_int64(kSampleTime, sample.time);
+      m_message.AddHead(kSeriesSamples, SampleSize(sample));
+      m_message.AddDouble(kSampleValue, sample.value);
+      m_message.AddWhole(kSampleTime, sample.time);
     });
   }
-  /// The head of a message within another, whose fields follow: as sizes are known, nothing has to
-  /// be moved later.
-  void Open(protozero::pbf_tag_type tag, std::size_t size) {
-    constexpr auto kType = static_cast<std::uint32_t>(protozero::pbf_wire_type::length_delimited);
-    protozero::add_varint_to_buffer(&m_message, (tag << 3U) | kType);
-    protozero::add_varint_to_buffer(&m_message, size);
+  /// Without escapes.
+  [[nodiscard]] std::string_view ValueOf(const SeriesLabel& label) {
+    if (!label.isEscaped) {
+      return label.value;
+    }
+    m_value.clear();
+    label.AppendValue(m_value);
+    return m_value;
   }
 
   std::span<const PlacedSample> m_samples;
@@ -153,8 +232,7 @@ class WriteMessage {
   const TargetLabels& m_extra;
   std::vector<SeriesLabel> m_labels;
   std::string m_value;
-  std::string m_message;
-  protozero::pbf_writer m_fields{m_message};
+  MessageBytes m_message;
   std::size_t m_leftOut = 0;
 };
 
@@ -162,15 +240,11 @@ class WriteMessage {
 
 WriteBody MakeWriteBody(std::string_view text, std::span<const PlacedSample> samples,
                         const TargetLabels& labels) {
-  const WriteMessage message(text, samples, labels);
+  WriteMessage message(text, samples, labels);
   WriteBody body;
   body.leftOut = message.LeftOut();
   body.samples = samples.size() - body.leftOut;
-  const std::size_t longest = snappy::MaxCompressedLength(message.Text().size());
-  const auto compressed = std::make_unique_for_overwrite<char[]>(longest);
-  std::size_t size = 0;
-  snappy::RawCompress(message.Text().data(), message.Text().size(), compressed.get(), &size);
-  body.bytes.assign(compressed.get(), size);
+  body.bytes = message.TakeCompressed();
   return body;
 }
 

@@ -9,9 +9,11 @@
 class IoLoop;
 
 /// Sends requests by HTTP, without holding the loop: only what the files of an identity take to be
-/// read. No redirect is followed and no proxy taken, TLS is 1.2 or newer, an answer beyond 1 MB or
-/// with heads beyond 64 KB breaks off, and nothing takes longer than a request's timeout.
-/// Connections are kept for the next request. For the loop's thread.
+/// read. No redirect is followed and no proxy taken, TLS is 1.2 or newer, heads beyond 64 KB break
+/// the request off, and nothing takes longer than its timeout. Once the heads have come their
+/// status is the result, whatever becomes of the text, of which no more than 1 MB is read: a server
+/// that has said yes would else be sent the same for ever. Connections are kept for the next
+/// request. For the loop's thread.
 class HttpSender {
  public:
   /// One request on its way; freeing it takes it back.

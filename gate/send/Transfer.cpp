@@ -154,27 +154,35 @@ std::size_t Transfer::OnBody(char* bytes, std::size_t one, std::size_t count, vo
   return piece.size();
 }
 
-std::size_t Transfer::OnHead(char*, std::size_t one, std::size_t count, void* self) {
+std::size_t Transfer::OnHead(char* bytes, std::size_t one, std::size_t count, void* self) {
   auto& transfer = *static_cast<Transfer*>(self);
-  transfer.m_headSize += one * count;
+  const std::string_view line(bytes, one * count);
+  transfer.m_headSize += line.size();
+  if (line == "\r\n" || line == "\n") {
+    // One below 200 is followed by another head.
+    long status = 0;
+    curl_easy_getinfo(transfer.Handle(), CURLINFO_RESPONSE_CODE, &status);
+    transfer.m_status = status >= 200 ? static_cast<int>(status) : 0;
+  }
   return transfer.m_headSize > HttpSender::kMostHeads ? CURL_WRITEFUNC_ERROR : one * count;
 }
 
 SendResult Transfer::Result(int code) {
   SendResult result;
   const auto known = static_cast<CURLcode>(code);
-  if (m_bodySize > HttpSender::kMostAnswer || m_headSize > HttpSender::kMostHeads) {
-    result.error = "the server's answer is too long";
-  } else if (known != CURLE_OK) {
-    result.error = m_error[0] != '\0' ? m_error.data() : curl_easy_strerror(known);
-  } else {
-    long status = 0;
+  if (m_status != 0) {
     curl_off_t retryAfter = 0;
-    curl_easy_getinfo(Handle(), CURLINFO_RESPONSE_CODE, &status);
     curl_easy_getinfo(Handle(), CURLINFO_RETRY_AFTER, &retryAfter);
-    result.status = static_cast<int>(status);
+    result.status = m_status;
     result.retryAfter = std::chrono::seconds(retryAfter);
     result.body = std::move(m_body);
+  } else if (m_headSize > HttpSender::kMostHeads) {
+    result.error = "the server's answer is too long";
+  } else if (m_error[0] != '\0') {
+    result.error = m_error.data();
+  } else {
+    result.error =
+        known == CURLE_OK ? "the server's answer has no status" : curl_easy_strerror(known);
   }
   return result;
 }

@@ -45,4 +45,5 @@ class Transfer {
   std::string m_body;
   std::size_t m_bodySize = 0;
   std::size_t m_headSize = 0;
+  int m_status = 0;  ///< once the heads are whole
 };

@@ -74,10 +74,10 @@ void AlarmStates::Save(const std::vector<std::unique_ptr<AlarmWatch>>& watches) 
 
 void AlarmStates::SaveLast(const std::vector<std::unique_ptr<AlarmWatch>>& watches) {
   Look(watches);
-  if (m_file.Finish() && (m_isCounting || m_isNew || m_hasTold)) {
+  if (m_file.Finish(kStopWait) && (m_isCounting || m_isNew || m_hasTold)) {
     Write(watches);
   }
-  if (!m_file.Finish()) {
+  if (!m_file.Finish(kStopWait)) {
     m_report("Alarms: " + m_file.Path() +
              " is still being written; a restart may find older states of alarms");
   }
@@ -95,15 +95,11 @@ void AlarmStates::Write(const std::vector<std::unique_ptr<AlarmWatch>>& watches)
   }
   m_written = std::chrono::steady_clock::now();
   m_isNew = m_hasTold = false;
-  std::string error;
-  if (!m_file.Replace(
-          JsonText(Json{{"next", m_nextId}, {"alarms", std::move(alarms)}}) + '\n',
-          [this](bool isWritten, const std::string& why) { OnWritten(isWritten, why); }, error)) {
-    OnWritten(false, error);
-  }
+  m_file.Write(JsonText(Json{{"next", m_nextId}, {"alarms", std::move(alarms)}}) + '\n');
 }
 
-void AlarmStates::OnWritten(bool isWritten, const std::string& error) {
+void AlarmStates::OnWritten(const std::string& error) {
+  const bool isWritten = error.empty();
   if (!isWritten && !m_isFailing) {
     m_report("Alarms: " + m_file.Path() + " can't be written: " + error +
              "; a restart will not find the states of alarms");

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "io/FileWriter.h"
 #include "local/alarm/AlarmWatch.h"
-#include "local/alarm/BackgroundFile.h"
 #include "local/log/ProblemReport.h"
 
 /// The states of all alarms in a file beside the history, which a restart finds them in. It is
@@ -19,12 +19,15 @@
 /// time is counted. What changes during a write is written behind it.
 class AlarmStates {
  public:
-  static constexpr std::chrono::seconds kPause{30};  ///< between two writes of counted time
+  static constexpr std::chrono::seconds kPause{30};    ///< between two writes of counted time
+  static constexpr std::chrono::seconds kStopWait{3};  ///< what a stop waits for the file
   static constexpr std::size_t kMostBytes = std::size_t{16} << 20;
 
   /// `onFree` is called when a write is over and something new waits.
   AlarmStates(IoLoop& loop, std::string path, ProblemReport report, std::function<void()> onFree)
-      : m_file(loop, std::move(path)), m_report(std::move(report)), m_onFree(std::move(onFree)) {}
+      : m_file(loop, std::move(path), [this](const std::string& error) { OnWritten(error); }),
+        m_report(std::move(report)),
+        m_onFree(std::move(onFree)) {}
 
   /// Gives each watch what the file has of the alarm of its name and record; a file that is not
   /// there or can't be read gives nothing, the latter with a report.
@@ -44,9 +47,9 @@ class AlarmStates {
  private:
   void Look(const std::vector<std::unique_ptr<AlarmWatch>>& watches);
   void Write(const std::vector<std::unique_ptr<AlarmWatch>>& watches);
-  void OnWritten(bool isWritten, const std::string& error);
+  void OnWritten(const std::string& error);
 
-  BackgroundFile m_file;
+  FileWriter m_file;
   ProblemReport m_report;
   std::function<void()> m_onFree;
   std::int64_t m_nextId = 1;

@@ -34,6 +34,8 @@ CASES = [
     ("qmt_disk_read_bytes_total", "DISK", "Read Bytes", 1, {"device": "Device"}),
     ("qmt_fsl_available_space_bytes", "FSL", "Available Space Mbytes", MEGABYTE, {"file_system": "File System"}),
 ]
+# What each sample of a target has besides its own: the label of the settings and those that tell the source.
+OWN_LABELS = {"site": "a b", "instance": os.uname().nodename, "job": "qmt"}
 
 
 class Server(Process):
@@ -68,8 +70,8 @@ class Server(Process):
         found = {}
         for series in json.loads(fetch(f"{self.base}/api/v1/query?{query}"))["data"]["result"]:
             labels = {name: value for name, value in series["metric"].items() if name != "__name__"}
-            if labels.pop("site", None) != "a b":
-                fail(f"{self.name}: {series['metric']} lacks the label of the settings")
+            if [labels.pop(name, None) for name in OWN_LABELS] != list(OWN_LABELS.values()):
+                fail(f"{self.name}: {series['metric']} lacks a label of the target, {OWN_LABELS}")
             values = {float(when): float(value) for when, value in series["values"]}
             found.setdefault(tuple(sorted(labels.items())), {}).update(values)
         return found

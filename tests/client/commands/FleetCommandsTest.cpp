@@ -184,11 +184,11 @@ TEST_F(FleetCommandsTest, ShowHowPushingGoes) {
   EXPECT_EQ(
       PushText(ReadPushStatus(m_status), 1700090061, {}),
       "Target   URL                  State  Oldest Not Sent  Rows  Samples  Refused  Skipped  "
-      "Bytes\n"
+      "Requests  Failures  Mean Time  Bytes\n"
       "central  https://a.example/w  good                 -     5      600        1        2   "
-      "2.0K\n"
+      "      3         0    0.167 s   2.0K\n"
       "b\\x1B    http://b.example     fails      1d 01:01:01     0        0        0        0   "
-      "   0\n"
+      "      3         3    0.000 s      0\n"
       "\n"
       "b\\x1B: 503\\x0Aslow down\n"
       "\n"

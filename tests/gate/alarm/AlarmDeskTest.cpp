@@ -139,10 +139,15 @@ TEST_F(AlarmDeskTest, WhatBeganAndEndedWhileTheDaemonWasAwayIsToldOnce) {
   daemon.Start();
   EXPECT_THAT(Told(4), ElementsAre("7 active", "2 ended", "6 ended", "5 ended"));
   EXPECT_THAT(asked, ElementsAre(R"({"op":"alarms","since":1002,"limit":1000})"));
-  // A history that has begun anew counts from 1 again.
-  TellEvent(ToldAlarm(1, 2000));
-  TellEvent(ToldAlarm(2, 2000));
-  EXPECT_THAT(Told(2), ElementsAre("1 active", "2 active"));
+  // A history that has begun anew counts from 1 again; 3 and 7 are others then.
+  session.reset();
+  Set(Json::Array({ToldAlarm(3, 2000), ToldAlarm(1, 2000)}));
+  Begin();
+  EXPECT_THAT(Told(2), ElementsAre("1 active", "3 active"));
+  TellEvent(ToldAlarm(3, 1003, 2001));
+  TellEvent(ToldAlarm(7, 2001, 2002));
+  TellEvent(ToldAlarm(3, 2000, 2002));
+  EXPECT_THAT(Told(2), ElementsAre("7 ended", "3 ended"));
 }
 
 TEST_F(AlarmDeskTest, AGateThatComesBackTellsWhatItHasMissedOrStillOwes) {
@@ -191,9 +196,11 @@ TEST_F(GateFixture, ReceiversOfTheSettingsAreToldAndTheDaemonHearsHowItWent) {
                          '\n'
                    : std::string("{\"ok\":true}\n");
       },
-      Json{{"alarms", Json{{"alertmanager", Json::Array({server.Url()})}, {"link", "http://l"}}}});
+      Json{{"alarms",
+            Json{{"alertmanager", Json::Array({"http://u:p@" + server.Url("/x").substr(7)})},
+                 {"link", "http://l"}}}});
   const std::string wanted =
-      R"([{"url":")" + server.Url() + R"(","sent":1,"failures":0,"dropped":0}])";
+      R"([{"url":")" + server.Url("") + R"(","sent":1,"failures":0,"dropped":0}])";
   const auto isTold = [&] { return Told("notices") == wanted; };
   for (int tries = 0; tries < 1000 && !isTold(); ++tries) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));

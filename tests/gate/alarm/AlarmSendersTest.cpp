@@ -2,8 +2,8 @@
 
 #include <ctime>
 #include <functional>
-#include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -57,6 +57,11 @@ TEST(AlertTest, AnAlertHoldsWhatAReceiverTellsAlarmsApartBy) {
   }
   EXPECT_THAT(JsonText(AlertOf(*MakeAlarm(1, 1700000060), "", "", 1700000100)),
               HasSubstr(R"("endsAt":"2023-11-14T22:14:20Z"})"));
+  // The clock was set back to a time before the begin.
+  EXPECT_THAT(JsonText(AlertOf(*MakeAlarm(1), "", "", 1699999400)),
+              HasSubstr(R"("startsAt":"2023-11-14T22:03:20Z","endsAt":"2023-11-14T22:07:20Z"})"));
+  EXPECT_THAT(JsonText(AlertOf(*MakeAlarm(1, 1700000060), "", "", 1699999400)),
+              HasSubstr(R"("startsAt":"2023-11-14T22:03:20Z","endsAt":"2023-11-14T22:03:20Z"})"));
   for (const char* text : {"{}", "[]", R"({"id":-1,"alarm":"x","since":5})",
                            R"({"id":1,"alarm":5,"since":5})", R"({"id":1,"alarm":"x"})"}) {
     EXPECT_EQ(ReadAlarm(ParseJson(text).value), nullptr) << text;
@@ -100,6 +105,7 @@ class SendersTest : public ::testing::Test {
 
   std::mutex mutex;
   std::vector<std::string> statuses;
+  std::function<std::string(const std::string& body)> answerTo;  ///< instead of the list
   std::vector<std::string> bodies;
   std::vector<std::string> log;
   GateLoop loop;
@@ -107,19 +113,20 @@ class SendersTest : public ::testing::Test {
   std::thread runner;
   FakeServer server{[this](const FakeServer::Request& request) {
     const std::lock_guard lock(mutex);
-    const std::size_t place = std::min(bodies.size(), statuses.size() - 1);
+    const std::string status =
+        answerTo ? answerTo(request.body) : statuses[std::min(bodies.size(), statuses.size() - 1)];
     bodies.push_back(request.head.substr(0, request.head.find(" HTTP")) + ' ' + request.body);
-    if (statuses[place].empty()) {
+    if (status.empty()) {
       // It breaks off.
-      static_cast<void>(request.Say("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nx"));
+      static_cast<void>(request.Say("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n"));
       return false;
     }
-    return request.Answer(statuses[place]);
+    return request.Answer(status);
   }};
 };
 
 TEST_F(SendersTest, AnAlertmanagerHearsOfWhatIsActiveAgainAndOfAnEndUntilItHasTakenIt) {
-  statuses = {"500 Oops", "", "200 OK", "200 OK", "200 OK", "503 Busy", "400 Bad", "200 OK"};
+  statuses = {"500 Oops", "", "200 OK", "200 OK", "200 OK", "503 Busy", "429 Slowly", "200 OK"};
   const std::string url = "http://user@127.0.0.1:" + std::to_string(server.Port()) + "/secret/";
   AlertmanagerSender alertmanager(loop, sender, url, Settings(),
                                   {.gather = std::chrono::milliseconds(10),
@@ -143,21 +150,49 @@ TEST_F(SendersTest, AnAlertmanagerHearsOfWhatIsActiveAgainAndOfAnEndUntilItHasTa
   const std::vector<std::string> all = Bodies(8);
   ASSERT_EQ(all.size(), 8);
   EXPECT_EQ(all[7], "POST /secret/api/v2/alerts " +
-                        JsonText(Json::Array({AlertOf(*MakeAlarm(1, late), "web-07", "", 0),
-                                              AlertOf(*MakeAlarm(2, late), "web-07", "", 0)})));
+                        JsonText(Json::Array({AlertOf(*MakeAlarm(1, late), "web-07", "", late),
+                                              AlertOf(*MakeAlarm(2, late), "web-07", "", late)})));
   EXPECT_EQ(all[6], all[7]);
   std::this_thread::sleep_for(std::chrono::milliseconds(400));
   EXPECT_EQ(Bodies(0).size(), 8);
   End();
   const ReceiverFigures& figures = alertmanager.Figures();
-  EXPECT_EQ(figures.sent, 5);
+  EXPECT_EQ(figures.sent, 4) << "two begins and two ends";
   EXPECT_EQ(figures.failures, 4);
   EXPECT_EQ(figures.dropped, 0);
-  std::map<std::int64_t, std::int64_t> owed;
+  std::set<AlarmKey> owed;
   alertmanager.AddOwed(owed);
   EXPECT_TRUE(owed.empty());
   EXPECT_THAT(
       log, ElementsAre(HasSubstr("500"), HasSubstr("again"), HasSubstr("503"), HasSubstr("again")));
+}
+
+TEST_F(SendersTest, OneAlarmThatIsRefusedCostsNoOther) {
+  const auto isBad = [](const std::string& body) {
+    return body.find("\"severity\":\"odd\"") != std::string::npos;
+  };
+  answerTo = [&](const std::string& body) { return isBad(body) ? "400 Bad" : "200 OK"; };
+  AlertmanagerSender alertmanager(loop, sender, server.Url(), Settings(),
+                                  {.gather = std::chrono::milliseconds(1),
+                                   .again = std::chrono::milliseconds(300),
+                                   .first = std::chrono::milliseconds(1)});
+  Do([&] {
+    for (const std::int64_t id : {1, 2, 3, 4, 5, 6, 7, 8}) {
+      Alarm alarm(*MakeAlarm(id));
+      alarm.severity = id == 6 ? "odd" : "warning";
+      alertmanager.Take(std::make_shared<Alarm>(alarm), true);
+    }
+  });
+  // All, 1-4, 5-8, 5-6, 5, 6-7, 6, 7, 8, and a round later all that are left.
+  const std::vector<std::string> all = Bodies(10);
+  EXPECT_EQ(std::ranges::count_if(all, isBad), 5);
+  EXPECT_FALSE(isBad(all.at(9)));
+  End();
+  EXPECT_EQ(alertmanager.Figures().sent, 7);
+  EXPECT_EQ(alertmanager.Figures().dropped, 1);
+  EXPECT_EQ(alertmanager.Figures().failures, 5);
+  EXPECT_THAT(log,
+              ElementsAre(HasSubstr("the alarm disk-full is refused and given up: status 400")));
 }
 
 TEST_F(SendersTest, AnEndThatIsNotTakenIsDroppedLate) {

@@ -62,11 +62,12 @@ TEST(WriteRequestTest, WhatIsNoLineOrNoSeriesIsLeftOutAndCounted) {
   }
 }
 
-TEST(WriteRequestTest, ManySeriesAreOneMessage) {
+TEST(WriteRequestTest, ManySeriesAreOneMessageOfManyBlocks) {
   std::string text;
   std::vector<std::string> wanted;
-  for (int i = 0; i < 3000; ++i) {
-    const std::string name = "cpu_" + std::to_string(i % 1500);
+  for (int i = 0; i < 30000; ++i) {
+    // One of them does not fit into a block.
+    const std::string name = "cpu_" + std::to_string(i % 3 == 0 ? 0 : i % 1500);
     text += name + " 1 " + std::to_string(i) + '\n';
     wanted.push_back("__name__=" + name + " 1@" + std::to_string(i));
   }

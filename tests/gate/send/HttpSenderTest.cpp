@@ -80,7 +80,19 @@ TEST_F(HttpSenderTest, ServersGoodAndBad) {
        [](const Request& from) {
          return from.Say("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhalf") && false;
        },
-       0, "remaining", 0, 0},
+       200, "", 4, 0},
+      {"heads, then silence",
+       [](const Request& from) {
+         from.Say("HTTP/1.1 503 OK\r\nRetry-After: 9\r\nContent-Length: 50\r\n\r\nhalf");
+         return from.StaySilent();
+       },
+       503, "", 4, 9},
+      {"an end in the heads",
+       [](const Request& from) { return from.Say("HTTP/1.1 200 OK\r\nA: b\r\n") && false; }, 0, "",
+       0, 0},
+      {"a promise alone",
+       [](const Request& from) { return from.Say("HTTP/1.1 100 Go on\r\n\r\n") && false; }, 0, "",
+       0, 0},
       {"a status that is none",
        [](const Request& from) { return from.Say("HTTP/1.1 -7 OK\r\n\r\n") && false; }, 0, "", 0,
        0},
@@ -95,7 +107,7 @@ TEST_F(HttpSenderTest, ServersGoodAndBad) {
          EXPECT_LT(pieces, 200);
          return false;
        },
-       0, "too long", 0, 0},
+       200, "", HttpSender::kMostKept, 0},
       {"heads without end",
        [](const Request& from) {
          from.Say("HTTP/1.1 200 OK\r\n");
@@ -206,6 +218,25 @@ TEST_F(HttpSenderTest, ARequestIsTakenBackAndTheEndOfOneMayEndAll) {
   });
   m_loop.Run();
   EXPECT_EQ(third, nullptr);
+}
+
+TEST(UrlTest, WhatMayBeASecretIsNotShown) {
+  const struct {
+    const char* url;
+    const char* shown;
+    const char* server;
+  } rows[] = {
+      {"https://h:1/a/b", "https://h:1/a/b", "https://h:1"},
+      {"https://u:p@h/a@b?t=x#y", "https://h/a@b", "https://h"},
+      {"http://u:p/q@h/w", "http://u:p/q@h/w", "http://u:p"},
+      {"http://u@v@h?t=@x", "http://h", "http://h"},
+      {"u:p@h#@f", "h", "h"},
+      {"", "", ""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(ShownUrl(row.url), row.shown) << row.url;
+    EXPECT_EQ(ServerOf(row.url), row.server) << row.url;
+  }
 }
 
 TEST(BackoffTest, PausesDoubleWithChanceAndTheServersWordCounts) {
