@@ -4,6 +4,7 @@ import { ask } from './api.js';
 import { onAlarm, onConnection } from './events.js';
 
 const kPause = 300;
+const kRetryPause = 3000;
 const kMost = 1000;
 const kGrave = /^(critical|crit|error|fatal|severe|emergency|emerg|alert|page|major|high|disaster)$/i;
 
@@ -24,9 +25,9 @@ function tell(event = null) {
   for (const fn of [...listeners]) fn(active, event);
 }
 
-function plan(event) {
+function plan(event, pause = kPause) {
   clearTimeout(timer);
-  timer = setTimeout(look, kPause, event);
+  timer = setTimeout(look, pause, event);
 }
 
 async function look(event) {
@@ -37,6 +38,8 @@ async function look(event) {
   } catch (error) {
     if (error.name === 'AbortError') return;
     active = null;
+    // The gate may answer before the daemon does. Who signs in begins a new stream.
+    if (error.status !== 401) plan(event, kRetryPause);
   }
   tell(event);
 }

@@ -98,10 +98,11 @@ class Browser:
                 found.append(urllib.parse.urlsplit(message["params"]["request"]["url"]))
         return [(one.path, urllib.parse.parse_qs(one.query)) for one in found]
 
-    def check_log(self, what, expected="none is"):
-        """Fails for anything that the page or its policy complained of, but for messages with the text `expected`."""
+    def check_log(self, what, *expected):
+        """Fails for anything that the page or its policy complained of, but for messages with a text of `expected`."""
         bad = [entry["message"] for entry in self.driver.get_log("browser")
-               if entry["level"] in ("SEVERE", "WARNING") and expected not in entry["message"]]
+               if entry["level"] in ("SEVERE", "WARNING")
+               and not any(text in entry["message"] for text in expected)]
         if bad:
             fail(f"{what}: the browser's console has {bad}")
 
@@ -397,7 +398,7 @@ def check_restart(browser, agent):
           (one) => Number(one.dataset.time) > arguments[0]) && document.getElementById('banner').hidden""",
                  started)
     # The browser itself tells of what was refused while the daemon was away.
-    browser.check_log("a restart", "net::ERR_")
+    browser.check_log("a restart", "net::ERR_", "status of 503 (Service Unavailable)")
     print(f"console: {time.time() - started:.1f} s after a restart of the daemon the page goes on")
 
 
