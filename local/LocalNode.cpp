@@ -16,9 +16,8 @@
 #include "local/AlarmCheck.h"
 #include "local/AlarmSettings.h"
 #include "local/IniCheck.h"
-#include "local/PushSettings.h"
+#include "local/PushTargets.h"
 #include "local/log/ErrorStream.h"
-#include "local/metrics/node/NodeText.h"
 #include "node/MessageCatalog.h"
 #include "support/ProgramBeside.h"
 
@@ -50,39 +49,6 @@ std::string FaultText(const std::string& path, const IniFault& fault) {
 
 std::string PlaceText(const std::string& path, const IniProblem& problem) {
   return path + ":" + std::to_string(problem.line) + ": " + problem.text;
-}
-
-/// Those of a scrape that names none where the settings name none either.
-std::vector<std::string> UsualRecords() {
-  // Applications may be added at any time; the schedule waits for an operator to say so. People
-  // have charts and alarms of the others, which the schedule under `modern` has no need of.
-  std::vector<std::string> records{"APP", "DEVD", "NIND", "HOST", "SENS"};
-  for (const ScheduleLine& line : DefaultSchedule()) {
-    records.push_back(line.record);
-  }
-  std::erase_if(records,
-                [](const std::string& record) { return WhyNotExposed(record) != nullptr; });
-  return records;
-}
-
-/// The records that a target is sent; where it names some, what is wrong with others is added to
-/// `problems`.
-std::vector<std::string> PushRecords(const PushSettings& push, std::vector<IniProblem>& problems) {
-  if (!push.records) {
-    std::vector<std::string> usual = push.hasNodeNames ? NodeRecords() : UsualRecords();
-    std::erase_if(usual,
-                  [](const std::string& record) { return WhyNotExposed(record) != nullptr; });
-    return usual;
-  }
-  std::vector<std::string> records;
-  for (const std::string& record : *push.records) {
-    if (const char* reason = WhyNotExposed(record); reason != nullptr) {
-      problems.push_back({push.recordsLine, "Push Records: the record " + record + ' ' + reason});
-    } else if (std::ranges::find(records, record) == records.end()) {
-      records.push_back(record);
-    }
-  }
-  return records;
 }
 
 /// The socket for all; `gate` need not be made yet.
@@ -286,9 +252,8 @@ IniListing LocalNode::ListIniFile(const char* path) {
       settings.records.value_or(std::vector<std::string>{}), [&](const std::string& problem) {
         listing.problems.push_back({settings.recordsLine, problem});
       });
-  for (const PushSettings& push : ReadPushSettings(*ini)) {
-    static_cast<void>(PushRecords(push, listing.problems));
-  }
+  const std::vector<IniProblem> found = ReadPushTargets(*ini).problems;
+  listing.problems.insert(listing.problems.end(), found.begin(), found.end());
   return listing;
 }
 
@@ -386,24 +351,23 @@ void LocalNode::TellNumbered(int number, const std::vector<std::string>& argumen
   PrintMsg(line);
 }
 
-Json LocalNode::PushTargets(const LocalIniFile& ini) {
-  Json targets = Json::Array();
-  std::vector<IniProblem> problems;
+Json LocalNode::PreparePushes(const LocalIniFile& ini) {
+  Json told = Json::Array();
   std::set<std::string> withTotals;
-  for (const PushSettings& push : ReadPushSettings(ini)) {
-    const std::vector<std::string> records = PushRecords(push, problems);
-    std::ranges::copy_if(records, std::inserter(withTotals, withTotals.end()),
+  const PushTargets read = ReadPushTargets(ini);
+  for (const PushTarget& target : read.targets) {
+    std::ranges::copy_if(target.records, std::inserter(withTotals, withTotals.end()),
                          [](const std::string& record) {
                            const auto* layout = LayoutRegistry::Instance().Find(record);
                            return layout != nullptr && HoldsGrowth(*layout);
                          });
-    targets.PushBack(PushJson(push, records, AbsolutePath));
+    told.PushBack(PushJson(target.settings, target.records, AbsolutePath));
   }
   Parts().schedule.KeepTotals(std::move(withTotals));
-  for (const IniProblem& problem : problems) {
+  for (const IniProblem& problem : read.problems) {
     Report(PlaceText(ini.Path(), problem));
   }
-  return targets;
+  return told;
 }
 
 void LocalNode::StartGate(const HttpSettings& settings, const LocalIniFile& ini) {
@@ -417,7 +381,7 @@ void LocalNode::StartGate(const HttpSettings& settings, const LocalIniFile& ini)
   facts.tokens = AbsolutePath(settings.tokens);
   facts.arguments = settings.arguments;
   facts.state = StateFolder(settings.gate);
-  facts.push = PushTargets(ini);
+  facts.push = PreparePushes(ini);
   const AlarmSettings alarms = ReadAlarmSettings(ini);
   facts.alarms = AlarmReceiversJson(alarms, AbsolutePath);
   if (alarms.lacksReceivers) {

@@ -98,8 +98,8 @@ class LocalNode : public NodeLayer {
   void Report(const std::string& problem);
   void LoadSettings();
   void ConfigureMetrics(const HttpSettings& settings);
-  /// The targets of pushes, as the operation `gate` tells them.
-  [[nodiscard]] Json PushTargets(const LocalIniFile& ini);
+  /// The targets of pushes, as the operation `gate` tells them; their totals are kept from now on.
+  [[nodiscard]] Json PreparePushes(const LocalIniFile& ini);
   /// Begins to look for alarms, when the schedules are known.
   void StartAlarms(const LocalIniFile& ini);
   void TellAlarm(const Json& alarm);

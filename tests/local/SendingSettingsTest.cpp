@@ -6,8 +6,9 @@
 #include "json/JsonText.h"
 #include "local/AlarmSettings.h"
 #include "local/IniCheck.h"
-#include "local/PushSettings.h"
+#include "local/PushTargets.h"
 #include "local/SectionReader.h"
+#include "support/HostProfile.h"
 #include "tests/local/FakeAgent.h"
 
 namespace {
@@ -149,6 +150,62 @@ TEST_F(SendingSettingsTest, ATargetWithAFaultIsLeftOutAndTheOthersGoOn) {
   }
   EXPECT_EQ(ReadPushSettings(*Open(many)).size(), kMostPushTargets);
   EXPECT_EQ(PushProblems(*Open(many)).size(), 2U);
+}
+
+constexpr RecordLayout kUntimedLayout{"UNTIMED", "recordFake", '4', sizeof(recordFake),
+                                      std::span(kFakeFields).subspan(2)};
+constexpr RecordLayout kNodeNamedLayout{"FSL", "recordFake", '4', sizeof(recordFake), kFakeFields};
+
+TEST_F(SendingSettingsTest, TargetsAreSentTheRecordsThatCanBePushed) {
+  PublishFakeRecords();
+  LayoutRegistry::Instance().Publish(kUntimedLayout);
+  LayoutRegistry::Instance().Publish(kNodeNamedLayout);
+  LayoutRegistry::Instance().PublishListing(
+      {{"FAKE", '4', true}, {"IDLE", '3', false}, {"UNTIMED", '4', true}, {"FSL", '4', true}});
+  const struct {
+    HostProfile profile;
+    const char* lines;  ///< of section Push.b
+    std::vector<std::string> records;
+    std::vector<std::string> told;
+  } rows[] = {
+      {HostProfile::kClassic,
+       "Records = FAKE NONE FAKE IDLE",
+       {"FAKE"},
+       {"3 [Push.b]: the record NONE is unknown", "3 [Push.b]: the record IDLE is not served"}},
+      {HostProfile::kClassic,
+       "Records = NONE UNTIMED",
+       {},
+       {"3 [Push.b]: there is no record to push: the record NONE is unknown, the record UNTIMED is "
+        "not kept; nothing is pushed there"}},
+      {HostProfile::kClassic,
+       "Records = ,",
+       {},
+       {"3 [Push.b]: there is no record to push; nothing is pushed there"}},
+      {HostProfile::kClassic,
+       "Records = FSL\nNames = node",
+       {},
+       {"4 [Push.b]: the names of the node exporter take the host profile modern; nothing is "
+        "pushed "
+        "there"}},
+      {HostProfile::kModern,
+       "Names = node\nRecords = FAKE FSL",
+       {"FSL"},
+       {"4 [Push.b]: the record FAKE has no names of the node exporter"}},
+      {HostProfile::kModern, "Names = node", {"FSL"}, {}},
+      {HostProfile::kModern, "", {"FSL"}, {}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.lines);
+    g_hostProfile = row.profile;
+    const PushTargets read =
+        ReadPushTargets(*Open("[Push.b]\nUrl = http://h\n" + std::string(row.lines) +
+                              "\n[Push.good]\nUrl = http://h\nRecords = FAKE\n"));
+    g_hostProfile = HostProfile::kClassic;
+    EXPECT_EQ(Told(read.problems), row.told);
+    EXPECT_EQ(read.targets.front().records,
+              row.records.empty() ? std::vector<std::string>{"FAKE"} : row.records);
+    EXPECT_EQ(read.targets.size(), row.records.empty() ? 1U : 2U);
+  }
 }
 
 TEST_F(SendingSettingsTest, AlarmsKeepWhatIsGoodOfTheirSettings) {
