@@ -120,7 +120,7 @@ int LocalNode::DebugInit(const ServiceRegistration&) {
   if (ini == nullptr) {
     Report(error);
   } else {
-    for (const IniProblem& problem : SettingProblems(*ini)) {
+    for (const IniProblem& problem : SettingProblems(*ini, kIniDirectory)) {
       Report(PlaceText(kIniName, problem));
     }
   }
@@ -238,15 +238,15 @@ std::unique_ptr<CMBIniFile> LocalNode::OpenIniFile(const char* directory, const 
 
 IniListing LocalNode::ListIniFile(const char* path) {
   const std::filesystem::path file(path);
-  const std::filesystem::path folder = file.parent_path();
+  const std::string folder = file.has_parent_path() ? file.parent_path().string() : kIniDirectory;
   std::string error;
-  const std::unique_ptr<LocalIniFile> ini = LocalIniFile::Open(
-      folder.empty() ? kIniDirectory : folder.string(), file.filename().string(), error);
+  const std::unique_ptr<LocalIniFile> ini =
+      LocalIniFile::Open(folder, file.filename().string(), error);
   if (ini == nullptr) {
     return {error, {}, {}};
   }
   LoopParts parts([](const std::string&) {});
-  IniListing listing = ListIni(*ini, parts.schedule);
+  IniListing listing = ListIni(*ini, folder, parts.schedule);
   const HttpSettings settings = ReadHttpSettings(*ini, false);
   parts.operations.Metrics().Configure(
       settings.records.value_or(std::vector<std::string>{}), [&](const std::string& problem) {
@@ -386,8 +386,8 @@ void LocalNode::StartGate(const HttpSettings& settings, const LocalIniFile& ini)
   facts.alarms = AlarmReceiversJson(alarms, AbsolutePath);
   if (alarms.lacksReceivers) {
     Report(ini.Path() +
-           ": [Alarms]: Alertmanager and Webhook are left out, since User, Password "
-           "File and Token File don't go together (see qmtctl check)");
+           ": [Alarms]: Alertmanager and Webhook are left out, since the settings of who asks "
+           "are wrong (see qmtctl check)");
   }
   const bool sends =
       facts.push.Size() != 0 || !alarms.alertmanagers.empty() || !alarms.webhooks.empty();

@@ -431,6 +431,7 @@ TEST_F(LocalNodeTest, AGateIsToldWholePathsAndAChildOfAServiceIsWarnedOf) {
   });
   EXPECT_THAT(Log(), HasSubstr("Gate = child: "));
   EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:9: [Push]: the record NONE is unknown"));
+  EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:10: [Push]: \"Token File\": t is not there; "));
   EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:12: [Push.bad]: \"Url\" must be "));
 }
 
