@@ -8,13 +8,13 @@
 #include <filesystem>
 #include <iterator>
 #include <set>
-#include <system_error>
 #include <utility>
 
 #include "json/JsonText.h"
 #include "json/RowCondition.h"
 #include "local/AlarmCheck.h"
 #include "local/AlarmSettings.h"
+#include "local/GateSettings.h"
 #include "local/IniCheck.h"
 #include "local/PushTargets.h"
 #include "local/log/ErrorStream.h"
@@ -25,8 +25,6 @@ namespace {
 
 constexpr const char* kIniDirectory = ".";
 constexpr const char* kIniName = "qmtagt.ini";
-constexpr const char* kChildState = "run/gate-state";
-constexpr const char* kUnitState = "/var/lib/qmtgate";
 constexpr const char* kAlarmStates = "alarms.state";
 constexpr int kBuildFailedMessage = CatalogEntry(10300).number;
 
@@ -56,20 +54,6 @@ ControlSettings SocketSettings(const GateRun& gate) {
   ControlSettings settings;
   settings.isGate = [&gate](const PeerIdentity& peer) { return gate.IsGate(peer); };
   return settings;
-}
-
-/// What is relative means the daemon's folder, also to a gate that runs elsewhere.
-std::string AbsolutePath(const std::string& path) {
-  std::error_code error;
-  const std::filesystem::path whole = std::filesystem::absolute(path, error);
-  return path.empty() || error ? path : whole.string();
-}
-
-/// Where the gate may write; empty where there is none.
-std::string StateFolder(GateMode mode) {
-  return mode == GateMode::kChild  ? AbsolutePath(kChildState)
-         : mode == GateMode::kUnit ? kUnitState
-                                   : "";
 }
 
 }  // namespace
@@ -351,47 +335,33 @@ void LocalNode::TellNumbered(int number, const std::vector<std::string>& argumen
   PrintMsg(line);
 }
 
-Json LocalNode::PreparePushes(const LocalIniFile& ini) {
-  Json told = Json::Array();
+std::vector<PushTarget> LocalNode::PreparePushes(const LocalIniFile& ini) {
+  PushTargets read = ReadPushTargets(ini);
+  for (const IniProblem& problem : read.problems) {
+    Report(PlaceText(ini.Path(), problem));
+  }
   std::set<std::string> withTotals;
-  const PushTargets read = ReadPushTargets(ini);
   for (const PushTarget& target : read.targets) {
     std::ranges::copy_if(target.records, std::inserter(withTotals, withTotals.end()),
                          [](const std::string& record) {
                            const auto* layout = LayoutRegistry::Instance().Find(record);
                            return layout != nullptr && HoldsGrowth(*layout);
                          });
-    told.PushBack(PushJson(target.settings, target.records, AbsolutePath));
   }
   Parts().schedule.KeepTotals(std::move(withTotals));
-  for (const IniProblem& problem : read.problems) {
-    Report(PlaceText(ini.Path(), problem));
-  }
-  return told;
+  return std::move(read.targets);
 }
 
 void LocalNode::StartGate(const HttpSettings& settings, const LocalIniFile& ini) {
-  GateFacts facts;
-  facts.mode = GateModeName(settings.gate);
-  facts.listen = settings.listen;
-  facts.names = settings.names;
-  facts.certificate = AbsolutePath(settings.certificate);
-  facts.key = AbsolutePath(settings.key);
-  facts.users = AbsolutePath(settings.users);
-  facts.tokens = AbsolutePath(settings.tokens);
-  facts.arguments = settings.arguments;
-  facts.state = StateFolder(settings.gate);
-  facts.push = PreparePushes(ini);
+  const std::vector<PushTarget> targets = PreparePushes(ini);
   const AlarmSettings alarms = ReadAlarmSettings(ini);
-  facts.alarms = AlarmReceiversJson(alarms, AbsolutePath);
   if (alarms.lacksReceivers) {
     Report(ini.Path() +
            ": [Alarms]: Alertmanager and Webhook are left out, since the settings of who asks "
            "are wrong (see qmtctl check)");
   }
-  const bool sends =
-      facts.push.Size() != 0 || !alarms.alertmanagers.empty() || !alarms.webhooks.empty();
-  Parts().operations.TheGate().SetFacts(std::move(facts));
+  const bool sends = !targets.empty() || !alarms.alertmanagers.empty() || !alarms.webhooks.empty();
+  Parts().operations.TheGate().SetFacts(GateFactsOf(settings, targets, alarms));
   if (settings.gate == GateMode::kUnit) {
     Parts().gate.Expect();
   }
