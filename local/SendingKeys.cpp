@@ -60,7 +60,7 @@ std::string WhyNotOpened(int code) {
   }
 }
 
-bool Holds(std::FILE* file, std::size_t bytes, const char* mark) {
+bool HoldsMark(std::FILE* file, std::size_t bytes, const char* mark) {
   std::string text(bytes, '\0');
   text.resize(std::fread(text.data(), 1, text.size(), file));
   return text.find(mark) != std::string::npos;
@@ -80,7 +80,7 @@ std::string FaultOfFile(const std::string& path, const FileRule& rule) {
   if (rule.isSecret && (status.st_mode & S_IRWXO) != 0) {
     return "can be reached by others; \"chmod o=\" ends that";
   }
-  if (rule.mark != nullptr && !Holds(file.get(), bytes, rule.mark)) {
+  if (rule.mark != nullptr && !HoldsMark(file.get(), bytes, rule.mark)) {
     return std::string("holds no ") + rule.marked + " as PEM";
   }
   return "";
