@@ -96,7 +96,22 @@ void PublishAllRecords() {
   LayoutRegistry::Instance().PublishListing(std::move(listing));
 }
 
+/// The profile that a settings file asks for; none where there is no file.
+std::optional<HostProfile> ProfileOf(const std::string& ini) {
+  if (!OpenTextFile(ini)) {
+    return std::nullopt;
+  }
+  const IniListing listing = ActiveNodeLayer().ListIniFile(ini.c_str());
+  for (const IniSetting& setting : listing.settings) {
+    if (IsHostProfile(setting)) {
+      return HostProfileOf(setting.value).value_or(HostProfile::kClassic);
+    }
+  }
+  return HostProfile::kClassic;
+}
+
 Finding CheckIni(const std::string& path) {
+  g_hostProfile = ProfileOf(path).value_or(HostProfile::kClassic);
   PublishAllRecords();
   IniListing listing = ActiveNodeLayer().ListIniFile(path.c_str());
   Finding finding{listing.error, {}};
@@ -108,24 +123,10 @@ Finding CheckIni(const std::string& path) {
   return finding;
 }
 
-/// The profile that the settings beside a file ask for; that which has all records where there are
-/// none.
-HostProfile ProfileBeside(const std::string& path) {
-  const std::string ini = path.substr(0, path.rfind('/') + 1) + kIniName;
-  if (!OpenTextFile(ini)) {
-    return HostProfile::kModern;
-  }
-  const IniListing listing = ActiveNodeLayer().ListIniFile(ini.c_str());
-  for (const IniSetting& setting : listing.settings) {
-    if (IsHostProfile(setting)) {
-      return HostProfileOf(setting.value).value_or(HostProfile::kClassic);
-    }
-  }
-  return HostProfile::kClassic;
-}
-
 Finding CheckAlarms(const std::string& path) {
-  g_hostProfile = ProfileBeside(path);
+  // Without settings beside it, all records are there.
+  const std::string ini = path.substr(0, path.rfind('/') + 1) + kIniName;
+  g_hostProfile = ProfileOf(ini).value_or(HostProfile::kModern);
   PublishAllRecords();
   const IniListing listing = ActiveNodeLayer().ListAlarmFile(path.c_str());
   Finding finding{listing.error, {}};

@@ -22,7 +22,8 @@ ReadAlarms ReadSectionAlarms(const LocalIniFile& ini) {
     settings.file = file->value;
     settings.isFileNamed = true;
   }
-  settings.alertmanagers = section.Urls("Alertmanager");
+  // A path is put behind it.
+  settings.alertmanagers = section.Urls("Alertmanager", UrlQuery::kRefused);
   settings.webhooks = section.Urls("Webhook");
   settings.link = section.Url("Link");
   if (const IniSetting* command = section.Find("Command"); command != nullptr) {
@@ -58,8 +59,8 @@ Json AlarmReceiversJson(const AlarmSettings& settings, std::string (*path)(const
   return Json{{"alertmanager", settings.alertmanagers},
               {"webhook", settings.webhooks},
               {"user", settings.keys.user},
-              {"password_file", path(settings.keys.passwordFile)},
-              {"token_file", path(settings.keys.tokenFile)},
-              {"authority", path(settings.keys.authority)},
+              {"password_file", path(settings.keys.passwordFile.path)},
+              {"token_file", path(settings.keys.tokenFile.path)},
+              {"authority", path(settings.keys.authority.path)},
               {"link", settings.link}};
 }

@@ -15,7 +15,7 @@ inline constexpr const char* kAlarmSection = "Alarms";
 struct AlarmSettings {
   std::string file = "alarms";             ///< definitions; what is relative lies beside qmtagt.ini
   bool isFileNamed = false;                ///< the file names it: that it is missing is a fault
-  std::vector<std::string> alertmanagers;  ///< addresses, as of the next two
+  std::vector<std::string> alertmanagers;  ///< addresses, as of the next two; without a query
   std::vector<std::string> webhooks;
   std::string link;     ///< what receivers may show
   std::string command;  ///< the absolute path of a program that is started for each; empty: none

@@ -43,6 +43,17 @@ void AddRepeated(const std::vector<IniSetting>& settings, std::vector<IniProblem
   }
 }
 
+/// What is wrong with the files that targets and receivers are told by.
+std::vector<IniProblem> FileProblems(const LocalIniFile& ini, const std::filesystem::path& folder) {
+  std::vector<IniProblem> problems =
+      KeyFileProblems(ReadAlarmSettings(ini).keys, kAlarmSection, folder);
+  for (const PushSettings& push : ReadPushSettings(ini)) {
+    const std::vector<IniProblem> found = KeyFileProblems(push.keys, push.section, folder);
+    problems.insert(problems.end(), found.begin(), found.end());
+  }
+  return problems;
+}
+
 }  // namespace
 
 std::vector<ScheduleLine> ScheduleLines(const LocalIniFile& ini) {
@@ -55,22 +66,25 @@ std::vector<ScheduleLine> ScheduleLines(const LocalIniFile& ini) {
   return lines;
 }
 
-std::vector<IniProblem> SettingProblems(const LocalIniFile& ini) {
+std::vector<IniProblem> SettingProblems(const LocalIniFile& ini,
+                                        const std::filesystem::path& folder) {
   std::vector<IniProblem> problems;
   for (const std::vector<IniProblem>& found :
-       {NodeProblems(ini), HttpProblems(ini), PushProblems(ini), AlarmProblems(ini)}) {
+       {NodeProblems(ini), HttpProblems(ini), PushProblems(ini), AlarmProblems(ini),
+        FileProblems(ini, folder)}) {
     problems.insert(problems.end(), found.begin(), found.end());
   }
   return problems;
 }
 
-IniListing ListIni(const LocalIniFile& ini, ScheduleBook& book) {
+IniListing ListIni(const LocalIniFile& ini, const std::filesystem::path& folder,
+                   ScheduleBook& book) {
   IniListing listing;
   for (const IniFault& fault : ini.Faults()) {
     listing.problems.push_back(
         {fault.line, fault.problem + (fault.text.empty() ? "" : " (" + fault.text + ")")});
   }
-  const std::vector<IniProblem> found = SettingProblems(ini);
+  const std::vector<IniProblem> found = SettingProblems(ini, folder);
   listing.problems.insert(listing.problems.end(), found.begin(), found.end());
   book.Load(ScheduleLines(ini), [&](std::size_t line, const std::string& problem) {
     listing.problems.push_back({line, problem});

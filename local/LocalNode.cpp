@@ -8,17 +8,16 @@
 #include <filesystem>
 #include <iterator>
 #include <set>
-#include <system_error>
 #include <utility>
 
 #include "json/JsonText.h"
 #include "json/RowCondition.h"
 #include "local/AlarmCheck.h"
 #include "local/AlarmSettings.h"
+#include "local/GateSettings.h"
 #include "local/IniCheck.h"
-#include "local/PushSettings.h"
+#include "local/PushTargets.h"
 #include "local/log/ErrorStream.h"
-#include "local/metrics/node/NodeText.h"
 #include "node/MessageCatalog.h"
 #include "support/ProgramBeside.h"
 
@@ -26,8 +25,6 @@ namespace {
 
 constexpr const char* kIniDirectory = ".";
 constexpr const char* kIniName = "qmtagt.ini";
-constexpr const char* kChildState = "run/gate-state";
-constexpr const char* kUnitState = "/var/lib/qmtgate";
 constexpr const char* kAlarmStates = "alarms.state";
 constexpr int kBuildFailedMessage = CatalogEntry(10300).number;
 
@@ -52,58 +49,11 @@ std::string PlaceText(const std::string& path, const IniProblem& problem) {
   return path + ":" + std::to_string(problem.line) + ": " + problem.text;
 }
 
-/// Those of a scrape that names none where the settings name none either.
-std::vector<std::string> UsualRecords() {
-  // Applications may be added at any time; the schedule waits for an operator to say so. People
-  // have charts and alarms of the others, which the schedule under `modern` has no need of.
-  std::vector<std::string> records{"APP", "DEVD", "NIND", "HOST", "SENS"};
-  for (const ScheduleLine& line : DefaultSchedule()) {
-    records.push_back(line.record);
-  }
-  std::erase_if(records,
-                [](const std::string& record) { return WhyNotExposed(record) != nullptr; });
-  return records;
-}
-
-/// The records that a target is sent; where it names some, what is wrong with others is added to
-/// `problems`.
-std::vector<std::string> PushRecords(const PushSettings& push, std::vector<IniProblem>& problems) {
-  if (!push.records) {
-    std::vector<std::string> usual = push.hasNodeNames ? NodeRecords() : UsualRecords();
-    std::erase_if(usual,
-                  [](const std::string& record) { return WhyNotExposed(record) != nullptr; });
-    return usual;
-  }
-  std::vector<std::string> records;
-  for (const std::string& record : *push.records) {
-    if (const char* reason = WhyNotExposed(record); reason != nullptr) {
-      problems.push_back({push.recordsLine, "Push Records: the record " + record + ' ' + reason});
-    } else if (std::ranges::find(records, record) == records.end()) {
-      records.push_back(record);
-    }
-  }
-  return records;
-}
-
 /// The socket for all; `gate` need not be made yet.
 ControlSettings SocketSettings(const GateRun& gate) {
   ControlSettings settings;
   settings.isGate = [&gate](const PeerIdentity& peer) { return gate.IsGate(peer); };
   return settings;
-}
-
-/// What is relative means the daemon's folder, also to a gate that runs elsewhere.
-std::string AbsolutePath(const std::string& path) {
-  std::error_code error;
-  const std::filesystem::path whole = std::filesystem::absolute(path, error);
-  return path.empty() || error ? path : whole.string();
-}
-
-/// Where the gate may write; empty where there is none.
-std::string StateFolder(GateMode mode) {
-  return mode == GateMode::kChild  ? AbsolutePath(kChildState)
-         : mode == GateMode::kUnit ? kUnitState
-                                   : "";
 }
 
 }  // namespace
@@ -154,7 +104,7 @@ int LocalNode::DebugInit(const ServiceRegistration&) {
   if (ini == nullptr) {
     Report(error);
   } else {
-    for (const IniProblem& problem : SettingProblems(*ini)) {
+    for (const IniProblem& problem : SettingProblems(*ini, kIniDirectory)) {
       Report(PlaceText(kIniName, problem));
     }
   }
@@ -272,23 +222,22 @@ std::unique_ptr<CMBIniFile> LocalNode::OpenIniFile(const char* directory, const 
 
 IniListing LocalNode::ListIniFile(const char* path) {
   const std::filesystem::path file(path);
-  const std::filesystem::path folder = file.parent_path();
+  const std::string folder = file.has_parent_path() ? file.parent_path().string() : kIniDirectory;
   std::string error;
-  const std::unique_ptr<LocalIniFile> ini = LocalIniFile::Open(
-      folder.empty() ? kIniDirectory : folder.string(), file.filename().string(), error);
+  const std::unique_ptr<LocalIniFile> ini =
+      LocalIniFile::Open(folder, file.filename().string(), error);
   if (ini == nullptr) {
     return {error, {}, {}};
   }
   LoopParts parts([](const std::string&) {});
-  IniListing listing = ListIni(*ini, parts.schedule);
+  IniListing listing = ListIni(*ini, folder, parts.schedule);
   const HttpSettings settings = ReadHttpSettings(*ini, false);
   parts.operations.Metrics().Configure(
       settings.records.value_or(std::vector<std::string>{}), [&](const std::string& problem) {
         listing.problems.push_back({settings.recordsLine, problem});
       });
-  for (const PushSettings& push : ReadPushSettings(*ini)) {
-    static_cast<void>(PushRecords(push, listing.problems));
-  }
+  const std::vector<IniProblem> found = ReadPushTargets(*ini).problems;
+  listing.problems.insert(listing.problems.end(), found.begin(), found.end());
   return listing;
 }
 
@@ -386,48 +335,33 @@ void LocalNode::TellNumbered(int number, const std::vector<std::string>& argumen
   PrintMsg(line);
 }
 
-Json LocalNode::PushTargets(const LocalIniFile& ini) {
-  Json targets = Json::Array();
-  std::vector<IniProblem> problems;
+std::vector<PushTarget> LocalNode::PreparePushes(const LocalIniFile& ini) {
+  PushTargets read = ReadPushTargets(ini);
+  for (const IniProblem& problem : read.problems) {
+    Report(PlaceText(ini.Path(), problem));
+  }
   std::set<std::string> withTotals;
-  for (const PushSettings& push : ReadPushSettings(ini)) {
-    const std::vector<std::string> records = PushRecords(push, problems);
-    std::ranges::copy_if(records, std::inserter(withTotals, withTotals.end()),
+  for (const PushTarget& target : read.targets) {
+    std::ranges::copy_if(target.records, std::inserter(withTotals, withTotals.end()),
                          [](const std::string& record) {
                            const auto* layout = LayoutRegistry::Instance().Find(record);
                            return layout != nullptr && HoldsGrowth(*layout);
                          });
-    targets.PushBack(PushJson(push, records, AbsolutePath));
   }
   Parts().schedule.KeepTotals(std::move(withTotals));
-  for (const IniProblem& problem : problems) {
-    Report(PlaceText(ini.Path(), problem));
-  }
-  return targets;
+  return std::move(read.targets);
 }
 
 void LocalNode::StartGate(const HttpSettings& settings, const LocalIniFile& ini) {
-  GateFacts facts;
-  facts.mode = GateModeName(settings.gate);
-  facts.listen = settings.listen;
-  facts.names = settings.names;
-  facts.certificate = AbsolutePath(settings.certificate);
-  facts.key = AbsolutePath(settings.key);
-  facts.users = AbsolutePath(settings.users);
-  facts.tokens = AbsolutePath(settings.tokens);
-  facts.arguments = settings.arguments;
-  facts.state = StateFolder(settings.gate);
-  facts.push = PushTargets(ini);
+  const std::vector<PushTarget> targets = PreparePushes(ini);
   const AlarmSettings alarms = ReadAlarmSettings(ini);
-  facts.alarms = AlarmReceiversJson(alarms, AbsolutePath);
   if (alarms.lacksReceivers) {
     Report(ini.Path() +
-           ": [Alarms]: Alertmanager and Webhook are left out, since User, Password "
-           "File and Token File don't go together (see qmtctl check)");
+           ": [Alarms]: Alertmanager and Webhook are left out, since the settings of who asks "
+           "are wrong (see qmtctl check)");
   }
-  const bool sends =
-      facts.push.Size() != 0 || !alarms.alertmanagers.empty() || !alarms.webhooks.empty();
-  Parts().operations.TheGate().SetFacts(std::move(facts));
+  const bool sends = !targets.empty() || !alarms.alertmanagers.empty() || !alarms.webhooks.empty();
+  Parts().operations.TheGate().SetFacts(GateFactsOf(settings, targets, alarms));
   if (settings.gate == GateMode::kUnit) {
     Parts().gate.Expect();
   }

@@ -7,6 +7,7 @@
 #include "local/GateRun.h"
 #include "local/HttpSettings.h"
 #include "local/NodeSettings.h"
+#include "local/PushTargets.h"
 #include "local/alarm/AlarmBook.h"
 #include "local/control/ControlOperations.h"
 #include "local/control/ControlServer.h"
@@ -98,8 +99,8 @@ class LocalNode : public NodeLayer {
   void Report(const std::string& problem);
   void LoadSettings();
   void ConfigureMetrics(const HttpSettings& settings);
-  /// The targets of pushes, as the operation `gate` tells them.
-  [[nodiscard]] Json PushTargets(const LocalIniFile& ini);
+  /// The targets of pushes, whose totals are kept from now on.
+  [[nodiscard]] std::vector<PushTarget> PreparePushes(const LocalIniFile& ini);
   /// Begins to look for alarms, when the schedules are known.
   void StartAlarms(const LocalIniFile& ini);
   void TellAlarm(const Json& alarm);

@@ -7,6 +7,7 @@
 #include "json/JsonText.h"
 #include "json/RowText.h"
 #include "local/SectionReader.h"
+#include "local/control/SampleQueries.h"
 #include "local/ini/IniSection.h"
 
 namespace {
@@ -23,7 +24,7 @@ constexpr const char* kPushDays = "Days";
 
 constexpr std::size_t kMostNameBytes = 64;
 constexpr std::size_t kMostLabels = 32;
-constexpr std::size_t kMostPushRecords = 64;
+constexpr std::size_t kMostPushRecords = SampleQueries::kMostRecords;
 constexpr long kLeastBatch = 100;
 constexpr long kMostBatch = 100000;
 constexpr long kUsualBatch = 10000;
@@ -118,6 +119,7 @@ std::uint64_t ReadSpeed(SectionReader& section) {
 void ReadNames(SectionReader& section, PushSettings& push) {
   const IniSetting* const setting = section.Find(kPushNames);
   push.hasNodeNames = setting != nullptr && IsSameName(setting->value, "node");
+  push.namesLine = setting == nullptr ? 0 : setting->line;
   if (setting != nullptr && !push.hasNodeNames && !IsSameName(setting->value, "agent")) {
     section.NoteWrong(*setting, "agent or node");
   }
@@ -145,7 +147,9 @@ ReadTarget ReadSection(const std::vector<IniSetting>& settings) {
   const std::size_t line = settings.front().line;
   SectionReader section(title, settings);
   PushSettings push;
+  push.section = title;
   push.name = NameOf(title);
+  push.recordsLine = line;
   if (!IsTargetName(push.name)) {
     section.Note(line,
                  "a name has 1 to " + std::to_string(kMostNameBytes) + " letters, digits, - and _");
@@ -184,7 +188,7 @@ std::vector<ReadTarget> ReadTargets(const LocalIniFile& ini) {
                                       std::to_string(kMostPushTargets) + " targets"});
     }
     for (IniProblem& problem : target.problems) {
-      problem.text += "; nothing is pushed there";
+      problem.text += kNotPushed;
     }
     targets.push_back(std::move(target));
   }
@@ -228,11 +232,11 @@ Json PushJson(const PushSettings& push, const std::vector<std::string>& records,
               {"records", records},
               {"names", push.hasNodeNames ? "node" : "agent"},
               {"user", push.keys.user},
-              {"password_file", path(push.keys.passwordFile)},
-              {"token_file", path(push.keys.tokenFile)},
-              {"authority", path(push.keys.authority)},
-              {"client_certificate", path(push.keys.clientCertificate)},
-              {"client_key", path(push.keys.clientKey)},
+              {"password_file", path(push.keys.passwordFile.path)},
+              {"token_file", path(push.keys.tokenFile.path)},
+              {"authority", path(push.keys.authority.path)},
+              {"client_certificate", path(push.keys.clientCertificate.path)},
+              {"client_key", path(push.keys.clientKey.path)},
               {"labels", std::move(labels)},
               {"bytes_per_second", push.bytesPerSecond},
               {"batch", push.batch},

@@ -15,11 +15,13 @@
 
 /// A server that the gate pushes kept rows to: section "Push" or "Push.NAME".
 struct PushSettings {
-  std::string name;  ///< NAME, "push" for the section without one
+  std::string section;  ///< as the file has it
+  std::string name;     ///< NAME, "push" for the section without one
   std::string url;
   std::optional<std::vector<std::string>> records;  ///< none: those of a scrape that names none
-  std::size_t recordsLine = 0;                      ///< where the file sets them
-  bool hasNodeNames = false;                        ///< names of the node exporter instead of ours
+  std::size_t recordsLine = 0;  ///< where the file sets them; else where the section begins
+  bool hasNodeNames = false;    ///< names of the node exporter instead of ours
+  std::size_t namesLine = 0;    ///< where the file says so
   SendingKeys keys;
   std::vector<std::pair<std::string, std::string>> labels;  ///< of every sample besides its own
   std::uint64_t bytesPerSecond = 0;                         ///< 0: no limit
@@ -29,6 +31,9 @@ struct PushSettings {
 
 /// Targets of one file; more are a fault.
 inline constexpr std::size_t kMostPushTargets = 16;
+
+/// What the message of a target ends in that is left out.
+inline constexpr const char* kNotPushed = "; nothing is pushed there";
 
 /// Whether a section holds a target of pushes, be it a faulty one.
 [[nodiscard]] bool IsPushSection(std::string_view section);

@@ -112,23 +112,24 @@ std::string SectionReader::Url(std::string_view key) {
   if (setting == nullptr || IsHttpUrl(setting->value)) {
     return setting == nullptr ? "" : setting->value;
   }
-  NoteNoUrl(*setting);
+  NoteNoUrl(*setting, UrlQuery::kTaken);
   return "";
 }
 
-void SectionReader::NoteNoUrl(const IniSetting& setting) {
+void SectionReader::NoteNoUrl(const IniSetting& setting, UrlQuery query) {
   // The value is not shown: it may hold a password.
-  Note(setting.line,
-       "\"" + setting.key + "\" must be http://HOST... or https://HOST..., without a user and a #");
+  Note(setting.line, "\"" + setting.key + "\" must be http://HOST... or https://HOST..., " +
+                         (query == UrlQuery::kTaken ? "without a user and a #"
+                                                    : "without a user, a query and a #"));
 }
 
-std::vector<std::string> SectionReader::Urls(std::string_view key) {
+std::vector<std::string> SectionReader::Urls(std::string_view key, UrlQuery query) {
   const IniSetting* const setting = Find(key);
   std::vector<std::string> urls;
   for (std::string& word :
        setting == nullptr ? std::vector<std::string>{} : SettingWords(setting->value)) {
-    if (!IsHttpUrl(word)) {
-      NoteNoUrl(*setting);
+    if (!IsHttpUrl(word) || (query == UrlQuery::kRefused && word.find('?') != std::string::npos)) {
+      NoteNoUrl(*setting, query);
     } else if (urls.size() == kMostUrls) {
       Note(setting->line, "\"" + setting->key + "\" holds more than " + std::to_string(kMostUrls) +
                               " addresses: the others are left out");
@@ -140,9 +141,14 @@ std::vector<std::string> SectionReader::Urls(std::string_view key) {
   return urls;
 }
 
+bool SectionReader::IsBad(std::string_view key) {
+  const Entry* const entry = FindEntry(key);
+  return entry != nullptr && entry->isBad;
+}
+
 void SectionReader::Need(std::string_view key, std::string_view other) {
   const IniSetting* const setting = Find(key);
-  if (setting != nullptr && Find(other) == nullptr) {
+  if (setting != nullptr && Find(other) == nullptr && !IsBad(other)) {
     Note(setting->line, "\"" + setting->key + "\" needs \"" + std::string(other) + "\" beside it");
   }
 }

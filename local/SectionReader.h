@@ -9,6 +9,9 @@
 #include "local/ini/LocalIniFile.h"
 #include "node/IniListing.h"
 
+/// Whether an address may have a query.
+enum class UrlQuery { kTaken, kRefused };
+
 /// Takes the settings of one section by their keys and notes what is wrong with them: values that a
 /// setting doesn't take, and at the end the keys that nobody has asked for.
 class SectionReader {
@@ -29,9 +32,12 @@ class SectionReader {
   [[nodiscard]] long Whole(std::string_view key, long least, long most, long otherwise);
   /// See IsHttpUrl; empty for none.
   [[nodiscard]] std::string Url(std::string_view key);
-  /// Those of the words that are addresses, in their order.
-  [[nodiscard]] std::vector<std::string> Urls(std::string_view key);
-  /// Notes a fault where the first key has a value and the second has none.
+  /// Those of the words that are addresses, in their order, each once.
+  [[nodiscard]] std::vector<std::string> Urls(std::string_view key,
+                                              UrlQuery query = UrlQuery::kTaken);
+  /// Whether Find has noted a fault of the key's value.
+  [[nodiscard]] bool IsBad(std::string_view key);
+  /// Notes a fault where the first key has a value and the second has none, be it a fault.
   void Need(std::string_view key, std::string_view other);
   /// Notes a fault where both keys have a value.
   void Exclude(std::string_view key, std::string_view other);
@@ -47,7 +53,7 @@ class SectionReader {
     bool isAsked = false;
     bool isBad = false;
   };
-  void NoteNoUrl(const IniSetting& setting);
+  void NoteNoUrl(const IniSetting& setting, UrlQuery query);
   [[nodiscard]] Entry* FindEntry(std::string_view key);
 
   std::string m_name;

@@ -1,6 +1,15 @@
 #include "local/SendingKeys.h"
 
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
 #include "local/SectionReader.h"
+#include "support/KeyFileLimit.h"
+#include "support/TextFile.h"
 
 namespace {
 
@@ -10,6 +19,72 @@ constexpr const char* kTokenFile = "Token File";
 constexpr const char* kAuthority = "Certificate Authority";
 constexpr const char* kClientCertificate = "Client Certificate";
 constexpr const char* kClientKey = "Client Key";
+
+constexpr const char* kCertificateMark = "-----BEGIN CERTIFICATE-----";
+
+NamedFile ReadNamedFile(SectionReader& section, const char* key) {
+  const IniSetting* const setting = section.Find(key);
+  return setting == nullptr ? NamedFile{} : NamedFile{setting->value, setting->line};
+}
+
+/// What a setting says of the file that it names.
+struct FileRule {
+  const char* key;
+  NamedFile SendingKeys::*file;
+  bool isSecret;
+  const char* mark;    ///< what stands in the file; null for any text
+  const char* marked;  ///< what it then holds
+};
+
+constexpr std::array kFileRules{
+    FileRule{kPasswordFile, &SendingKeys::passwordFile, true, nullptr, nullptr},
+    FileRule{kTokenFile, &SendingKeys::tokenFile, true, nullptr, nullptr},
+    FileRule{kAuthority, &SendingKeys::authority, false, kCertificateMark, "certificate"},
+    FileRule{kClientCertificate, &SendingKeys::clientCertificate, false, kCertificateMark,
+             "certificate"},
+    FileRule{kClientKey, &SendingKeys::clientKey, true, "PRIVATE KEY-----", "private key"}};
+
+std::string WhyNotOpened(int code) {
+  switch (code) {
+    case EACCES:
+    case EPERM:
+      return "";
+    case ENOENT:
+    case ENOTDIR:
+      return "is not there";
+    case EINVAL:
+    case ENXIO:
+      return "is no regular file";
+    default:
+      return std::string("can't be read: ") + std::strerror(code);
+  }
+}
+
+bool HoldsMark(std::FILE* file, std::size_t bytes, const char* mark) {
+  std::string text(bytes, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), file));
+  return text.find(mark) != std::string::npos;
+}
+
+/// What is wrong with a file, to be read behind its path; empty for nothing.
+std::string FaultOfFile(const std::string& path, const FileRule& rule) {
+  const TextFilePtr file = OpenTextFile(path);
+  struct ::stat status {};
+  if (file == nullptr || ::fstat(::fileno(file.get()), &status) != 0) {
+    return WhyNotOpened(errno);
+  }
+  const auto bytes = static_cast<std::size_t>(status.st_size);
+  if (bytes > kMostKeyFileBytes) {
+    return "is longer than " + std::to_string(kMostKeyFileBytes) + " bytes";
+  }
+  if (rule.isSecret && (status.st_mode & S_IRWXO) != 0) {
+    return "can be reached by others; \"chmod o=\" ends that";
+  }
+  if (rule.mark != nullptr && !HoldsMark(file.get(), bytes, rule.mark)) {
+    return std::string("holds no ") + rule.marked + " as PEM";
+  }
+  return "";
+}
 
 }  // namespace
 
@@ -22,20 +97,41 @@ SendingKeys ReadSendingKeys(SectionReader& section) {
       keys.isFaulty = true;
     }
   }
-  keys.passwordFile = section.Text(kPasswordFile);
-  keys.tokenFile = section.Text(kTokenFile);
-  keys.authority = section.Text(kAuthority);
+  keys.passwordFile = ReadNamedFile(section, kPasswordFile);
+  keys.tokenFile = ReadNamedFile(section, kTokenFile);
+  keys.authority = ReadNamedFile(section, kAuthority);
   section.Need(kSendingUser, kPasswordFile);
   section.Need(kPasswordFile, kSendingUser);
   section.Exclude(kTokenFile, kPasswordFile);
-  keys.isFaulty = keys.isFaulty || keys.user.empty() != keys.passwordFile.empty() ||
-                  (!keys.tokenFile.empty() && !keys.passwordFile.empty());
+  keys.isFaulty = keys.isFaulty || keys.user.empty() != keys.passwordFile.path.empty() ||
+                  (!keys.tokenFile.path.empty() && !keys.passwordFile.path.empty());
+  for (const char* key : {kSendingUser, kPasswordFile, kTokenFile, kAuthority}) {
+    keys.isFaulty = keys.isFaulty || section.IsBad(key);
+  }
   return keys;
 }
 
 void ReadClientKeys(SectionReader& section, SendingKeys& keys) {
-  keys.clientCertificate = section.Text(kClientCertificate);
-  keys.clientKey = section.Text(kClientKey);
+  keys.clientCertificate = ReadNamedFile(section, kClientCertificate);
+  keys.clientKey = ReadNamedFile(section, kClientKey);
   section.Need(kClientCertificate, kClientKey);
   section.Need(kClientKey, kClientCertificate);
+}
+
+std::vector<IniProblem> KeyFileProblems(const SendingKeys& keys, std::string_view section,
+                                        const std::filesystem::path& folder) {
+  std::vector<IniProblem> problems;
+  for (const FileRule& rule : kFileRules) {
+    const NamedFile& named = keys.*rule.file;
+    if (named.path.empty()) {
+      continue;
+    }
+    const std::string path = (folder / named.path).lexically_normal().string();
+    if (const std::string fault = FaultOfFile(path, rule); !fault.empty()) {
+      problems.push_back({named.line, "[" + std::string(section) + "]: \"" + rule.key +
+                                          "\": " + path + ' ' + fault +
+                                          "; nothing is sent before it is right"});
+    }
+  }
+  return problems;
 }

@@ -7,11 +7,10 @@
 #include <cstring>
 
 #include "gate/access/AccessError.h"
+#include "support/KeyFileLimit.h"
 #include "support/TextFile.h"
 
 namespace {
-
-constexpr std::size_t kMaxFileBytes = 1'000'000;
 
 std::int64_t Nanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
@@ -37,13 +36,13 @@ CheckedFile ReadCheckedFile(const std::string& path) {
   }
   CheckedFile file{{}, status.st_mode, status.st_uid, status.st_gid};
   // One byte more tells a file that is too long, whatever its size was said to be.
-  file.text.resize(kMaxFileBytes + 1);
+  file.text.resize(kMostKeyFileBytes + 1);
   file.text.resize(std::fread(file.text.data(), 1, file.text.size(), stream.get()));
   if (std::ferror(stream.get()) != 0) {
     throw AccessError(path + ": it can't be read");
   }
-  if (file.text.size() > kMaxFileBytes) {
-    throw AccessError(path + ": it is longer than " + std::to_string(kMaxFileBytes) + " bytes");
+  if (file.text.size() > kMostKeyFileBytes) {
+    throw AccessError(path + ": it is longer than " + std::to_string(kMostKeyFileBytes) + " bytes");
   }
   return file;
 }

@@ -27,6 +27,6 @@ struct CheckedFile {
 /// The stamp of what stands at a path now; that of nothing if there is none.
 [[nodiscard]] FileStamp StampOf(const std::string& path);
 
-/// A whole regular file of at most 1 MB; neither a pipe nor an endless file holds it up. Throws
-/// AccessError.
+/// A whole regular file of at most kMostKeyFileBytes; neither a pipe nor an endless file holds it
+/// up. Throws AccessError.
 [[nodiscard]] CheckedFile ReadCheckedFile(const std::string& path);

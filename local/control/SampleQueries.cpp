@@ -52,13 +52,10 @@ std::optional<ControlError> ReadSampledRecords(const Json& message,
     if (!name.IsString()) {
       return BadSamplesField("records", "an array of names");
     }
-    if (const char* reason = WhyNotExposed(name.Text()); reason != nullptr) {
+    if (const char* reason = WhyNotSampled(name.Text()); reason != nullptr) {
       return ControlError{"bad-field", "the record " + name.Text() + ' ' + reason, "records"};
     }
     const RecordLayout* const layout = LayoutRegistry::Instance().Find(name.Text());
-    if (!HasTime(*layout)) {
-      return ControlError{"bad-field", "the record " + name.Text() + " is not kept", "records"};
-    }
     const bool isNew = std::ranges::none_of(
         wanted, [&](const WantedRecord& other) { return other.layout == layout; });
     if (isNew) {
@@ -163,6 +160,13 @@ WantedRecord* OldestOf(std::vector<WantedRecord>& records) {
 }
 
 }  // namespace
+
+const char* WhyNotSampled(const std::string& record) {
+  if (const char* reason = WhyNotExposed(record); reason != nullptr) {
+    return reason;
+  }
+  return HasTime(*LayoutRegistry::Instance().Find(record)) ? nullptr : "is not kept";
+}
 
 struct SampleQueries::Work {
   std::shared_ptr<ControlRequest> request;

@@ -11,6 +11,9 @@
 #include "local/control/RowReader.h"
 #include "local/history/HistoryStore.h"
 
+/// Why the operation `samples` has nothing of a record, as in "is unknown"; null if it has.
+[[nodiscard]] const char* WhyNotSampled(const std::string& record);
+
 /// The operation `samples`: kept rows as the samples that /metrics would have shown of them, for
 /// who pushes them on.
 class SampleQueries {

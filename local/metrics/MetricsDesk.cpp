@@ -30,6 +30,12 @@ const char* WhyNotExposed(const std::string& record) {
   return IsExposable(*layout) ? nullptr : "has a row per process, which is no metric";
 }
 
+const char* WhyNoNodeNames() {
+  return g_hostProfile == HostProfile::kModern
+             ? nullptr
+             : "the names of the node exporter take the host profile modern";
+}
+
 namespace {
 
 std::vector<const CMBRecord*> RowsOf(const RecordAsker& asker) {
@@ -83,9 +89,8 @@ void MetricsDesk::Scrape(const std::vector<std::string>& records, MetricFormat f
 }
 
 void MetricsDesk::ScrapeNode(MetricFormat format, Done done) {
-  if (g_hostProfile != HostProfile::kModern) {
-    done({MetricsAnswer::Outcome::kBadNames,
-          "the names of the node exporter take the host profile modern"});
+  if (const char* reason = WhyNoNodeNames(); reason != nullptr) {
+    done({MetricsAnswer::Outcome::kBadNames, reason});
     return;
   }
   Names records = NodeRecords();

@@ -33,6 +33,9 @@ struct MetricsAnswer {
 /// Why a record can't be exposed, as in "is unknown"; null if it can.
 [[nodiscard]] const char* WhyNotExposed(const std::string& record);
 
+/// Why there are no names of the node exporter; null where there are.
+[[nodiscard]] const char* WhyNoNodeNames();
+
 /// Makes metrics of the agent's records: each scrape is one look without rates, which moves no
 /// schedule's differences. Scrapes of the same records that come within kShared share a batch.
 class MetricsDesk {

@@ -105,7 +105,7 @@ TEST_F(HttpSettingsTest, WhatIsWrongIsToldWithItsLine) {
   BatchDesk desk;
   LastRows rows;
   ScheduleBook book(loop, desk, rows);
-  const IniListing listing = ListIni(*ini, book);
+  const IniListing listing = ListIni(*ini, ".", book);
   EXPECT_THAT(listing.settings, IsEmpty());
   EXPECT_EQ(listing.problems.size(), told.size() + 1) << "a line that stands twice besides";
 }

@@ -430,7 +430,8 @@ TEST_F(LocalNodeTest, AGateIsToldWholePathsAndAChildOfAServiceIsWarnedOf) {
     EXPECT_EQ(JsonText(gate["alarms"]["alertmanager"]), R"(["http://h"])");
   });
   EXPECT_THAT(Log(), HasSubstr("Gate = child: "));
-  EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:9: Push Records: the record NONE is unknown"));
+  EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:9: [Push]: the record NONE is unknown"));
+  EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:10: [Push]: \"Token File\": t is not there; "));
   EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:12: [Push.bad]: \"Url\" must be "));
 }
 
