@@ -9,6 +9,9 @@
 
 namespace {
 
+/// Delays without work that are a rest.
+constexpr int kQuiet = 5;
+
 /// Drops the pages of an object's segments that are never written, by dl_iterate_phdr(3).
 int DropFilePages(::dl_phdr_info* object, std::size_t, void*) {
   static const auto kPage = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
@@ -30,12 +33,22 @@ int DropFilePages(::dl_phdr_info* object, std::size_t, void*) {
 
 }  // namespace
 
+MemoryRest::MemoryRest(IoLoop& loop, std::chrono::steady_clock::duration delay)
+    : m_delay(delay), m_timer(loop), m_quiet(loop) {
+  ::mallopt(M_TRIM_THRESHOLD, kKept);
+  ::mallopt(M_MMAP_THRESHOLD, kKept);
+}
+
 void MemoryRest::NoteRareWork() {
   if (!m_isDue) {
     m_isDue = true;
     m_bytes = 0;
     m_timer.After(m_delay, [this] { Look(); });
   }
+}
+
+void MemoryRest::NoteWork() {
+  m_quiet.After(kQuiet * m_delay, [this] { GiveBack(); });
 }
 
 void MemoryRest::NoteBytes(std::size_t bytes) {
@@ -52,6 +65,10 @@ void MemoryRest::Look() {
     return;
   }
   m_bytes = 0;
+  GiveBack();
+}
+
+void MemoryRest::GiveBack() {
   ::malloc_trim(0);
   ::dl_iterate_phdr(DropFilePages, nullptr);
 }

@@ -221,6 +221,7 @@ void AlarmDesk::Tell(const AlarmPtr& alarm, bool isNews) {
   for (const auto& receiver : m_receivers) {
     receiver->Take(alarm, isNews);
   }
+  m_desk.Memory().NoteWork();
   PlanSave();
 }
 

@@ -51,6 +51,15 @@ void PushTarget::AskAfter(Clock::duration pause) {
   m_timer.After(pause, [this] { Ask(); });
 }
 
+void PushTarget::AskForNew() {
+  // What is collected at that time takes a while until it is kept.
+  constexpr std::chrono::seconds kUntilKept{1};
+  const std::chrono::seconds wait = m_answer.Wait();
+  AskAfter(wait.count() == 0
+               ? m_pace.look
+               : std::clamp<Clock::duration>(wait + kUntilKept, m_pace.look, m_pace.longestLook));
+}
+
 void PushTarget::Ask() {
   Json after = Json::Object();
   for (const std::string& record : m_settings.records) {
@@ -200,10 +209,11 @@ std::uint64_t PushTarget::SentRows() const {
 void PushTarget::OnBatchDone() {
   m_counts.sentRows += SentRows();
   m_batch.reset();
+  m_desk.Memory().NoteWork();
   if (!m_cursor.Advance(m_answer.Next())) {
     m_oldest = 0;
     m_hooks.onChange();
-    AskAfter(m_pace.look);
+    AskForNew();
     return;
   }
   m_cursor.Save([this](const std::string& error) {
@@ -212,7 +222,7 @@ void PushTarget::OnBatchDone() {
       Ask();
     } else {
       m_oldest = 0;
-      AskAfter(m_pace.look);
+      AskForNew();
     }
     m_hooks.onChange();
   });

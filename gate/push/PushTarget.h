@@ -30,10 +30,11 @@ struct PushCounts {
 
 /// How a target works; tests are in more of a hurry.
 struct PushPace {
-  std::chrono::milliseconds look{5000};  ///< between two questions while there is nothing
+  std::chrono::milliseconds look{5000};  ///< the least between two questions while there is nothing
   std::chrono::milliseconds firstPause{1000};
   std::chrono::milliseconds longestPause{300000};
   std::chrono::milliseconds timeout{30000};  ///< of a request
+  std::chrono::milliseconds longestLook{60000};
 };
 
 /// Where a target says something.
@@ -65,6 +66,8 @@ class PushTarget {
 
   void Ask();
   void AskAfter(Clock::duration pause);
+  /// Asks again when there can be new rows.
+  void AskForNew();
   void OnAsked(DaemonDesk::End end);
   /// Sends what is next of the batch, as soon as the limit of bytes lets it through.
   void SendNext();

@@ -72,6 +72,8 @@ void SampleAnswer::ReadHead(std::string_view line) {
   m_hasMore = more->Bool();
   m_size = *size;
   m_rows = CountMember(*samples, "rows").value_or(0);
+  constexpr std::uint64_t kLongestWait = 86400;
+  m_wait = std::chrono::seconds(std::min(CountMember(*samples, "wait").value_or(0), kLongestWait));
   // A time beyond reason would be told on and on.
   constexpr std::uint64_t kLastTime = std::uint64_t{1} << 40;
   m_oldest =

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -29,6 +30,8 @@ class SampleAnswer {
   /// The first row's time in seconds since the epoch; 0 without a row.
   [[nodiscard]] std::int64_t Oldest() const { return m_oldest; }
   [[nodiscard]] std::uint64_t Rows() const { return m_rows; }
+  /// How long it is until there can be new rows, a day at most; 0 if the daemon does not know.
+  [[nodiscard]] std::chrono::seconds Wait() const { return m_wait; }
 
  private:
   void ReadHead(std::string_view line);
@@ -42,4 +45,5 @@ class SampleAnswer {
   bool m_hasMore = false;
   std::int64_t m_oldest = 0;
   std::uint64_t m_rows = 0;
+  std::chrono::seconds m_wait{0};
 };

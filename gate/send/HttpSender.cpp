@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "gate/send/CurlCalls.h"
 #include "gate/send/Transfer.h"
 #include "io/IoLoop.h"
 #include "io/LoopTimer.h"
@@ -48,7 +49,6 @@ class HttpSender::Library : public std::enable_shared_from_this<HttpSender::Libr
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
 
-  [[nodiscard]] IoLoop& Loop() { return m_loop; }
   void Add(Sending& sending);
   void Remove(const Sending& sending);
   /// From its end on the library calls nothing.
@@ -71,16 +71,17 @@ class HttpSender::Library : public std::enable_shared_from_this<HttpSender::Libr
 
 class HttpSender::Sending : public std::enable_shared_from_this<HttpSender::Sending> {
  public:
-  Sending(const std::shared_ptr<Library>& library, Done done)
-      : m_library(library), m_done(std::move(done)), m_soon(library->Loop()) {}
+  Sending(IoLoop& loop, Done done) : m_done(std::move(done)), m_soon(loop) {}
   ~Sending() { Leave(); }
   Sending(const Sending&) = delete;
   Sending& operator=(const Sending&) = delete;
 
-  void Begin(SendRequest request) {
+  void Begin(HttpSender& sender, SendRequest request) {
     try {
+      const std::shared_ptr<Library>& library = sender.Get();
+      m_library = library;
       m_transfer.emplace(std::move(request));
-      m_library.lock()->Add(*this);
+      library->Add(*this);
     } catch (const std::exception& error) {
       m_transfer.reset();
       m_soon.After({}, [this, text = std::string(error.what())] {
@@ -117,31 +118,30 @@ class HttpSender::Sending : public std::enable_shared_from_this<HttpSender::Send
 };
 
 HttpSender::Library::Library(IoLoop& loop) : m_loop(loop), m_timer(loop) {
-  static const CURLcode kStart = curl_global_init(CURL_GLOBAL_DEFAULT);
-  m_multi = kStart == CURLE_OK ? curl_multi_init() : nullptr;
+  m_multi = Curl().multiInit();
   if (m_multi == nullptr) {
     throw std::bad_alloc();
   }
-  curl_multi_setopt(m_multi, CURLMOPT_SOCKETFUNCTION, &Library::OnSocket);
-  curl_multi_setopt(m_multi, CURLMOPT_SOCKETDATA, this);
-  curl_multi_setopt(m_multi, CURLMOPT_TIMERFUNCTION, &Library::OnTimer);
-  curl_multi_setopt(m_multi, CURLMOPT_TIMERDATA, this);
-  curl_multi_setopt(m_multi, CURLMOPT_MAXCONNECTS, kKeptConnections);
+  Curl().multiSetopt(m_multi, CURLMOPT_SOCKETFUNCTION, &Library::OnSocket);
+  Curl().multiSetopt(m_multi, CURLMOPT_SOCKETDATA, this);
+  Curl().multiSetopt(m_multi, CURLMOPT_TIMERFUNCTION, &Library::OnTimer);
+  Curl().multiSetopt(m_multi, CURLMOPT_TIMERDATA, this);
+  Curl().multiSetopt(m_multi, CURLMOPT_MAXCONNECTS, kKeptConnections);
 }
 
-HttpSender::Library::~Library() { curl_multi_cleanup(m_multi); }
+HttpSender::Library::~Library() { Curl().multiCleanup(m_multi); }
 
 void HttpSender::Library::Add(Sending& sending) {
-  const CURLMcode code = curl_multi_add_handle(m_multi, sending.Handle());
+  const CURLMcode code = Curl().multiAddHandle(m_multi, sending.Handle());
   if (code != CURLM_OK) {
-    throw std::runtime_error(curl_multi_strerror(code));
+    throw std::runtime_error(Curl().multiStrerror(code));
   }
   m_sendings[sending.Handle()] = &sending;
 }
 
 void HttpSender::Library::Remove(const Sending& sending) {
   if (m_sendings.erase(sending.Handle()) != 0) {
-    curl_multi_remove_handle(m_multi, sending.Handle());
+    Curl().multiRemoveHandle(m_multi, sending.Handle());
   }
 }
 
@@ -221,10 +221,10 @@ void HttpSender::Library::WaitFor(const std::shared_ptr<SenderSocket>& socket, b
 void HttpSender::Library::Act(int socket, int events) {
   const std::shared_ptr<Library> held = shared_from_this();
   int running = 0;
-  curl_multi_socket_action(m_multi, socket, events, &running);
+  Curl().multiSocketAction(m_multi, socket, events, &running);
   std::vector<std::pair<std::weak_ptr<Sending>, SendResult>> ended;
   int left = 0;
-  while (const CURLMsg* message = curl_multi_info_read(m_multi, &left)) {
+  while (const CURLMsg* message = Curl().multiInfoRead(m_multi, &left)) {
     const auto found = m_sendings.find(message->easy_handle);
     if (found != m_sendings.end()) {
       Sending& sending = *found->second;
@@ -239,12 +239,23 @@ void HttpSender::Library::Act(int socket, int events) {
   }
 }
 
-HttpSender::HttpSender(IoLoop& loop) : m_library(std::make_shared<Library>(loop)) {}
+HttpSender::HttpSender(IoLoop& loop) : m_loop(loop) {}
 
-HttpSender::~HttpSender() { m_library->Close(); }
+HttpSender::~HttpSender() {
+  if (m_library != nullptr) {
+    m_library->Close();
+  }
+}
 
 HttpSender::SendingPtr HttpSender::Send(SendRequest request, Done done) {
-  auto sending = std::make_shared<Sending>(m_library, std::move(done));
-  sending->Begin(std::move(request));
+  auto sending = std::make_shared<Sending>(m_loop, std::move(done));
+  sending->Begin(*this, std::move(request));
   return sending;
+}
+
+const std::shared_ptr<HttpSender::Library>& HttpSender::Get() {
+  if (m_library == nullptr) {
+    m_library = std::make_shared<Library>(m_loop);
+  }
+  return m_library;
 }

@@ -38,5 +38,10 @@ class HttpSender {
 
  private:
   class Library;
-  std::shared_ptr<Library> m_library;
+
+  /// Throws std::runtime_error if there can be none.
+  [[nodiscard]] const std::shared_ptr<Library>& Get();
+
+  IoLoop& m_loop;
+  std::shared_ptr<Library> m_library;  ///< from the first request on
 };

@@ -10,6 +10,7 @@
 #include "gate/access/AccessError.h"
 #include "gate/access/CheckedFile.h"
 #include "gate/access/KeyFiles.h"
+#include "gate/send/CurlCalls.h"
 #include "gate/send/HttpSender.h"
 
 namespace {
@@ -22,12 +23,12 @@ constexpr const char* kSystemAuthorities = "/etc/ssl/certs/ca-certificates.crt";
 
 template <class Value>
 void SetOption(void* handle, CURLoption option, Value value) {
-  const CURLcode code = curl_easy_setopt(handle, option, value);
+  const CURLcode code = Curl().easySetopt(handle, option, value);
   if (code == CURLE_OUT_OF_MEMORY) {
     throw std::bad_alloc();
   }
   if (code != CURLE_OK) {
-    throw AccessError(std::string("the request can't be made: ") + curl_easy_strerror(code));
+    throw AccessError(std::string("the request can't be made: ") + Curl().easyStrerror(code));
   }
 }
 
@@ -45,14 +46,14 @@ std::string SecretLine(const std::string& path, const char* what) {
 
 }  // namespace
 
-void Transfer::FreeHandle::operator()(void* handle) const { curl_easy_cleanup(handle); }
+void Transfer::FreeHandle::operator()(void* handle) const { Curl().easyCleanup(handle); }
 
 void Transfer::FreeList::operator()(void* list) const {
-  curl_slist_free_all(static_cast<curl_slist*>(list));
+  Curl().slistFreeAll(static_cast<curl_slist*>(list));
 }
 
 Transfer::Transfer(SendRequest request)
-    : m_request(std::move(request)), m_handle(curl_easy_init()) {
+    : m_request(std::move(request)), m_handle(Curl().easyInit()) {
   if (m_handle == nullptr) {
     throw std::bad_alloc();
   }
@@ -135,7 +136,7 @@ void Transfer::AddHeader(const std::string& header) {
   if (header.find_first_of("\r\n") != std::string::npos) {
     throw AccessError("a header of several lines can't be sent");
   }
-  curl_slist* list = curl_slist_append(static_cast<curl_slist*>(m_headers.get()), header.c_str());
+  curl_slist* list = Curl().slistAppend(static_cast<curl_slist*>(m_headers.get()), header.c_str());
   if (list == nullptr) {
     throw std::bad_alloc();
   }
@@ -161,7 +162,7 @@ std::size_t Transfer::OnHead(char* bytes, std::size_t one, std::size_t count, vo
   if (line == "\r\n" || line == "\n") {
     // One below 200 is followed by another head.
     long status = 0;
-    curl_easy_getinfo(transfer.Handle(), CURLINFO_RESPONSE_CODE, &status);
+    Curl().easyGetinfo(transfer.Handle(), CURLINFO_RESPONSE_CODE, &status);
     transfer.m_status = status >= 200 ? static_cast<int>(status) : 0;
   }
   return transfer.m_headSize > HttpSender::kMostHeads ? CURL_WRITEFUNC_ERROR : one * count;
@@ -172,7 +173,7 @@ SendResult Transfer::Result(int code) {
   const auto known = static_cast<CURLcode>(code);
   if (m_status != 0) {
     curl_off_t retryAfter = 0;
-    curl_easy_getinfo(Handle(), CURLINFO_RETRY_AFTER, &retryAfter);
+    Curl().easyGetinfo(Handle(), CURLINFO_RETRY_AFTER, &retryAfter);
     result.status = m_status;
     result.retryAfter = std::chrono::seconds(retryAfter);
     result.body = std::move(m_body);
@@ -182,7 +183,7 @@ SendResult Transfer::Result(int code) {
     result.error = m_error.data();
   } else {
     result.error =
-        known == CURLE_OK ? "the server's answer has no status" : curl_easy_strerror(known);
+        known == CURLE_OK ? "the server's answer has no status" : Curl().easyStrerror(known);
   }
   return result;
 }

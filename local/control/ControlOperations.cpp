@@ -199,7 +199,7 @@ ControlOperations::ControlOperations(EventLoop& loop, BatchDesk& desk, ScheduleB
       m_config(loop),
       m_reports(loop),
       m_history(m_turns, history),
-      m_samples(m_turns, history),
+      m_samples(m_turns, history, schedule),
       m_metricsDesk(loop, desk, schedule, history),
       m_metrics(m_metricsDesk),
       m_follow(lastRows),

@@ -19,8 +19,9 @@ namespace {
 
 using TurnClock = std::chrono::steady_clock;
 
-/// Those of an answer with a usual batch.
-constexpr std::size_t kUsualBytes = 120'000;
+/// Of a line of samples and its share of the head, somewhat more than usual.
+constexpr std::size_t kUsualLine = 64;
+constexpr std::size_t kMostReserved = std::size_t{1} << 19;
 
 /// One record of a request.
 struct WantedRecord {
@@ -203,15 +204,15 @@ struct SampleQueries::Work {
   [[nodiscard]] bool IsFull() const {
     return text.End().samples >= most || text.End().bytes >= kMostBytes;
   }
-  void Answer(bool isMore) {
+  void Answer(bool isMore, long wait) {
     Json next = Json::Object();
     for (const WantedRecord& record : records) {
       next[record.name] = Json::Array({record.place.time, record.place.row});
     }
     const MetricText::Mark end = text.End();
-    const Json head{{"next", std::move(next)}, {"more", isMore},
-                    {"oldest", oldest},        {"rows", rows},
-                    {"count", end.samples},    {"bytes", end.bytes}};
+    const Json head{
+        {"next", std::move(next)}, {"more", isMore},     {"oldest", oldest}, {"rows", rows},
+        {"count", end.samples},    {"bytes", end.bytes}, {"wait", wait}};
     request->SucceedRaw("samples", head, text.Finish());
   }
 };
@@ -228,9 +229,8 @@ void SampleQueries::Samples(const std::shared_ptr<ControlRequest>& request) {
       return;
     }
   }
-  // Growing step by step costs more than all else. More than this is a mapping of its own each
-  // time.
-  work->text.Reserve(kUsualBytes);
+  // Growing step by step costs more than all else; room that is not used costs nothing.
+  work->text.Reserve(std::min(kMostReserved, work->most * kUsualLine));
   m_turns.Add(request, [this, work](SqlDatabase& database) { return TakeTurn(database, *work); });
 }
 
@@ -257,6 +257,24 @@ void SampleQueries::SeekAll(SqlDatabase& database, Work& work) {
   }
 }
 
+long SampleQueries::WaitFor(const Work& work) const {
+  auto next = TurnClock::now() + kLongestWait;
+  for (const auto& entry : m_schedule.Entries()) {
+    const bool isWanted = std::ranges::any_of(work.records, [&](const WantedRecord& record) {
+      return record.name == entry->asker->Record();
+    });
+    if (isWanted) {
+      next = std::min(next, entry->due);
+    }
+  }
+  const auto rest = std::chrono::ceil<std::chrono::seconds>(next - TurnClock::now());
+  return std::max<long>(0, static_cast<long>(rest.count()));
+}
+
+void SampleQueries::Answer(Work& work, bool isMore) {
+  work.Answer(isMore, isMore ? 0 : WaitFor(work));
+}
+
 bool SampleQueries::TakeTurn(SqlDatabase& database, Work& work) {
   const auto end = TurnClock::now() + kRequestTurn;
   for (WantedRecord& record : work.records) {
@@ -267,17 +285,17 @@ bool SampleQueries::TakeTurn(SqlDatabase& database, Work& work) {
   SeekAll(database, work);
   while (WantedRecord* record = OldestOf(work.records)) {
     if (!work.Add(*record)) {
-      work.Answer(true);
+      Answer(work, true);
       return false;
     }
     if (work.IsFull()) {
-      work.Answer(OldestOf(work.records) != nullptr);
+      Answer(work, OldestOf(work.records) != nullptr);
       return false;
     }
     if (TurnClock::now() >= end) {
       return true;
     }
   }
-  work.Answer(false);
+  Answer(work, false);
   return false;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -10,6 +11,7 @@
 #include "local/control/HistoryTurns.h"
 #include "local/control/RowReader.h"
 #include "local/history/HistoryStore.h"
+#include "local/schedule/ScheduleBook.h"
 
 /// Why the operation `samples` has nothing of a record, as in "is unknown"; null if it has.
 [[nodiscard]] const char* WhyNotSampled(const std::string& record);
@@ -22,11 +24,14 @@ class SampleQueries {
   static constexpr std::size_t kMostRecords = 64;
   static constexpr std::size_t kMostSamples = 100000;
   static constexpr std::size_t kUsualSamples = 10000;
+  /// The longest time that an answer names until it is of use to ask again.
+  static constexpr std::chrono::seconds kLongestWait{60};
   /// An answer that is longer ends.
   static constexpr std::size_t kMostBytes = std::size_t{16} << 20;
 
-  /// Both outlive the requests.
-  SampleQueries(RequestTurns& turns, HistoryStore& store) : m_store(store), m_turns(turns, store) {}
+  /// All outlive the requests.
+  SampleQueries(RequestTurns& turns, HistoryStore& store, const ScheduleBook& schedule)
+      : m_store(store), m_schedule(schedule), m_turns(turns, store) {}
 
   void Samples(const std::shared_ptr<ControlRequest>& request);
 
@@ -38,8 +43,13 @@ class SampleQueries {
   bool TakeTurn(SqlDatabase& database, Work& work);
   void DropOldReaders(SqlDatabase& database);
   void SeekAll(SqlDatabase& database, Work& work);
+  void Answer(Work& work, bool isMore);
+  /// Whole seconds until a schedule makes the next row of a record that is asked for; one that runs
+  /// late is due now.
+  [[nodiscard]] long WaitFor(const Work& work) const;
 
   HistoryStore& m_store;
+  const ScheduleBook& m_schedule;
   HistoryTurns m_turns;
   std::map<const RecordLayout*, std::unique_ptr<RowReader>> m_readers;
   /// Of the file that the readers are made for.

@@ -165,7 +165,10 @@ class SampleQueriesTest : public ::testing::Test {
   std::vector<std::string> m_told;
   HistoryStore m_store{[this](const std::string& text) { m_told.push_back(text); }};
   RequestTurns m_turns{m_loop};
-  SampleQueries m_queries{m_turns, m_store};
+  BatchDesk m_desk;
+  LastRows m_rows;
+  ScheduleBook m_schedule{m_loop, m_desk, m_rows};
+  SampleQueries m_queries{m_turns, m_store, m_schedule};
   std::string m_text;
   const std::int32_t m_now = static_cast<std::int32_t>(std::time(nullptr));
 };
@@ -216,6 +219,17 @@ TEST_F(SampleQueriesTest, TheSamplesOfKeptRowsAreThoseOfAScrapeOfTheSameRows) {
   g_hostProfile = before;
   PublishFakeRecords();
   EXPECT_GT(records, 80U);
+}
+
+TEST_F(SampleQueriesTest, AnAnswerTellsWhenTheScheduleMakesTheNextRow) {
+  EXPECT_EQ(Ask("").head["wait"], SampleQueries::kLongestWait.count());
+  m_schedule.Set("OTHER", 5);
+  m_schedule.Set("FAKE", 30);
+  // A schedule's times are in the middle of seconds.
+  EXPECT_NEAR(Ask("").head["wait"].Number(), 30.5, 0.5);
+  Batch(m_now - 50, {1, 2});
+  Batch(m_now - 40, {1});
+  EXPECT_EQ(Ask(R"(,"samples":1)").head["wait"], 0) << "there is more";
 }
 
 TEST_F(SampleQueriesTest, RowsComeOnceInTheOrderOfCollectionAlsoWhereTheClockWentBack) {

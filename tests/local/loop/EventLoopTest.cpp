@@ -321,6 +321,18 @@ TEST_F(EventLoopTest, MemoryIsGivenBackSomeTimeAfterARush) {
 #if !defined(__SANITIZE_ADDRESS__)
   EXPECT_LT(StatusBytes("RssAnon:"), quiet + 8 * kMegabyte);
 #endif
+  for (const bool isGivenBack : {false, true}) {
+    const std::size_t used = StatusBytes("RssFile:");
+    memory.NoteWork();
+    if (isGivenBack) {
+      rest();
+    } else {
+      // Comes too soon for a rest.
+      Post([this] { Stop(); });
+      loop.Run(agent);
+    }
+    EXPECT_EQ(StatusBytes("RssFile:") + kMegabyte / 4 < used, isGivenBack);
+  }
 }
 
 TEST_F(EventLoopTest, ARequestHasSomeTurnsInARow) {
