@@ -20,7 +20,8 @@ constexpr const char* kAuthority = "Certificate Authority";
 constexpr const char* kClientCertificate = "Client Certificate";
 constexpr const char* kClientKey = "Client Key";
 
-constexpr const char* kCertificateMark = "-----BEGIN CERTIFICATE-----";
+constexpr const char* kCertificateMark = "BEGIN CERTIFICATE";
+constexpr const char* kKeyMark = "PRIVATE KEY";
 
 NamedFile ReadNamedFile(SectionReader& section, const char* key) {
   const IniSetting* const setting = section.Find(key);
@@ -32,7 +33,7 @@ struct FileRule {
   const char* key;
   NamedFile SendingKeys::*file;
   bool isSecret;
-  const char* mark;    ///< what stands in the file; null for any text
+  const char* mark;    ///< in the first line of a block of PEM; null for any text
   const char* marked;  ///< what it then holds
 };
 
@@ -42,7 +43,7 @@ constexpr std::array kFileRules{
     FileRule{kAuthority, &SendingKeys::authority, false, kCertificateMark, "certificate"},
     FileRule{kClientCertificate, &SendingKeys::clientCertificate, false, kCertificateMark,
              "certificate"},
-    FileRule{kClientKey, &SendingKeys::clientKey, true, "PRIVATE KEY-----", "private key"}};
+    FileRule{kClientKey, &SendingKeys::clientKey, true, kKeyMark, "private key"}};
 
 std::string WhyNotOpened(int code) {
   switch (code) {
@@ -60,10 +61,29 @@ std::string WhyNotOpened(int code) {
   }
 }
 
-bool HoldsMark(std::FILE* file, std::size_t bytes, const char* mark) {
+/// Whether the text has a block of PEM with that word in its heads: lines of base64 and an end. A
+/// damaged one is found so, and not what lies behind the base64.
+bool HoldsBlock(std::string_view text, std::string_view word) {
+  constexpr std::string_view kDashes = "-----";
+  constexpr std::string_view kDigits =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  const std::size_t title = text.find(std::string(word) + std::string(kDashes));
+  const std::size_t begin = title == std::string_view::npos ? title : title + word.size() + 5;
+  const std::size_t end = begin == std::string_view::npos ? begin : text.find("-----END ", begin);
+  if (end == std::string_view::npos) {
+    return false;
+  }
+  std::string block(text.substr(begin, end - begin));
+  std::erase_if(block, [](char c) { return c == '\n' || c == '\r' || c == ' '; });
+  const std::size_t digits = std::min(block.find_first_not_of(kDigits), block.size());
+  return digits != 0 && block.size() % 4 == 0 && block.size() - digits <= 2 &&
+         block.find_first_not_of('=', digits) == std::string::npos;
+}
+
+bool HoldsBlock(std::FILE* file, std::size_t bytes, std::string_view word) {
   std::string text(bytes, '\0');
   text.resize(std::fread(text.data(), 1, text.size(), file));
-  return text.find(mark) != std::string::npos;
+  return HoldsBlock(std::string_view(text), word);
 }
 
 /// What is wrong with a file, to be read behind its path; empty for nothing.
@@ -80,7 +100,7 @@ std::string FaultOfFile(const std::string& path, const FileRule& rule) {
   if (rule.isSecret && (status.st_mode & S_IRWXO) != 0) {
     return "can be reached by others; \"chmod o=\" ends that";
   }
-  if (rule.mark != nullptr && !HoldsMark(file.get(), bytes, rule.mark)) {
+  if (rule.mark != nullptr && !HoldsBlock(file.get(), bytes, rule.mark)) {
     return std::string("holds no ") + rule.marked + " as PEM";
   }
   return "";

@@ -1,6 +1,8 @@
 #include "gate/push/PushCursor.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "gate/access/AccessError.h"
@@ -35,6 +37,17 @@ PushCursor::PushCursor(IoLoop& loop, const std::string& folder, const std::strin
              [this](const std::string& error) { std::exchange(m_saved, nullptr)(error); }) {}
 
 bool PushCursor::Load(std::int64_t since, std::string& error) {
+  if (Read(since, error)) {
+    return true;
+  }
+  // The server may have some of it already, which costs less than rows that it never gets.
+  m_since = 0;
+  std::error_code ignored;
+  std::filesystem::rename(m_file.Path(), m_file.Path() + ".bad", ignored);
+  return false;
+}
+
+bool PushCursor::Read(std::int64_t since, std::string& error) {
   m_since = since;
   m_after = Json::Object();
   const std::string& path = m_file.Path();

@@ -17,7 +17,8 @@ class PushCursor {
   PushCursor& operator=(const PushCursor&) = delete;
 
   /// Reads the file. One for another URL, or none, begins at `since`, seconds since the epoch.
-  /// False, with the reason in `error`, if there is a file that can't be used: that too begins so.
+  /// False, with the reason in `error`, if there is a file that can't be used: it is kept with
+  /// ".bad" behind its name, and all that history has is to be sent.
   [[nodiscard]] bool Load(std::int64_t since, std::string& error);
   /// By record [time, row]; what has no entry begins at Since().
   [[nodiscard]] const Json& After() const { return m_after; }
@@ -30,6 +31,8 @@ class PushCursor {
   void Save(Saved done);
 
  private:
+  [[nodiscard]] bool Read(std::int64_t since, std::string& error);
+
   std::string m_url;
   std::int64_t m_since = 0;
   Json m_after = Json::Object();

@@ -38,7 +38,7 @@ PushTarget::PushTarget(DaemonDesk& desk, HttpSender& sender, TargetSettings sett
 void PushTarget::Start() {
   std::string error;
   if (!m_cursor.Load(std::time(nullptr) - m_settings.days * kSecondsOfDay, error)) {
-    Report(error + "; it begins anew");
+    Report(error + "; all that the history has is sent, some of it again");
   }
   // Where a new target begins is to stand even if nothing can be sent for long.
   m_cursor.Save([this](const std::string& failure) {
@@ -143,6 +143,7 @@ void PushTarget::OnSent(const SendResult& result, const WriteBody& body) {
     }
     m_halvesLeft = kHalvesOfOneTime;
     m_backoff.Reset();
+    m_refusal.clear();
     SetError("");
     m_batch->Drop();
     SendNext();
@@ -192,6 +193,7 @@ void PushTarget::OnRefusal(const SendResult& result) {
 void PushTarget::PassOver(const SendResult& result) {
   const std::size_t samples = m_batch->Next().size();
   const std::string words = WordsOf(result);
+  m_refusal = "refused: " + words;
   (IsAboutAge(words) ? m_counts.skippedSamples : m_counts.refusedSamples) += samples;
   TellRefused(words, samples);
   m_batch->Drop();
@@ -267,7 +269,9 @@ void PushTarget::TellRefused(const std::string& words, std::size_t samples) {
 Json PushTarget::Figures() const {
   return Json{{"name", m_settings.name},
               {"url", ShownUrl(m_settings.url)},
-              {"error", m_error.empty() ? m_stateError : m_error},
+              {"error", !m_error.empty()        ? m_error
+                        : !m_stateError.empty() ? m_stateError
+                                                : m_refusal},
               {"oldest", m_oldest},
               {"sent_rows", m_counts.sentRows},
               {"sent_samples", m_counts.sentSamples},

@@ -109,6 +109,7 @@ class PushTarget {
   std::int64_t m_oldest = 0;  ///< time of the oldest row that is not sent
   std::string m_error;
   bool m_isDaemonAway = false;
+  std::string m_refusal;     ///< what the server has said to the last batch that it refused
   std::string m_stateError;  ///< why the cursor can't be kept
   Clock::time_point m_nextErrorTold;
   bool m_isErrorTold = false;

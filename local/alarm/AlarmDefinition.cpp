@@ -239,7 +239,7 @@ class AlarmMaker {
     }
     if (!MayHold(m_made.until, *m_made.layout, isPredicted)) {
       Fault(m_untilLine, "no row fulfils all lines \"until\", so the alarm never ends");
-    } else if (!m_made.condition.empty() &&
+    } else if (!m_made.condition.empty() && (m_untilLine != 0 || IsRowAlwaysThere()) &&
                Implies(m_made.until, m_made.condition, *m_made.layout, isPredicted)) {
       // It ends where `condition` does not hold besides.
       Fault(std::max(m_conditionLine, m_untilLine),
@@ -247,6 +247,14 @@ class AlarmMaker {
                              : "a row that fulfils all lines \"until\" fulfils all lines "
                                "\"condition\" too, so the alarm never ends");
     }
+  }
+
+  /// Else an alarm ends when its row is gone.
+  [[nodiscard]] bool IsRowAlwaysThere() const {
+    return m_made.where.empty() &&
+           std::ranges::none_of(m_made.layout->fields, [](const FieldLayout& field) {
+             return field.meaning == FieldMeaning::key;
+           });
   }
 
   void CheckPrediction() {

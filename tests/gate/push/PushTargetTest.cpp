@@ -20,7 +20,7 @@ using testing::IsEmpty;
 using testing::UnorderedElementsAreArray;
 
 constexpr PushPace kQuickPace{milliseconds(10), milliseconds(10), milliseconds(40),
-                              milliseconds(300)};
+                              milliseconds(300), milliseconds(400)};
 
 /// A history of two records with a row of two samples each at every second, which a fake daemon
 /// tells as the operation `samples` does.
@@ -54,7 +54,8 @@ class PushHistory {
       }
     }
     return JsonText(Json{{"ok", true},
-                         {"samples", Json{{"next", next},
+                         {"samples", Json{{"wait", m_wait},
+                                          {"next", next},
                                           {"more", isMore},
                                           {"oldest", oldest},
                                           {"rows", samples / 2},
@@ -65,6 +66,10 @@ class PushHistory {
   void SetEnd(std::int64_t end) {
     const std::lock_guard lock(m_mutex);
     m_end = end;
+  }
+  void SetWait(int seconds) {
+    const std::lock_guard lock(m_mutex);
+    m_wait = seconds;
   }
   [[nodiscard]] int Asked() {
     const std::lock_guard lock(m_mutex);
@@ -86,6 +91,7 @@ class PushHistory {
   std::mutex m_mutex;
   std::int64_t m_end = 0;
   int m_asked = 0;
+  int m_wait = 0;  ///< seconds
 };
 
 class PushTargetTest : public ::testing::Test {
@@ -273,7 +279,7 @@ TEST_F(PushTargetTest, ACursorOfAnotherTargetOrBrokenBeginsAnew) {
   const struct {
     std::function<void()> make;
     std::int64_t first;
-    bool isTold;
+    bool isTold;  ///< and no setting keeps rows back
   } rows[] = {
       {[&] { write(server.Url(), R"(,"after":{"PI":[2,2],"other":[1,1]}})"); }, 3, false},
       {[&] { write("http://elsewhere/", R"(,"after":{"PI":[2,2]}})"); }, 1, false},
@@ -285,11 +291,14 @@ TEST_F(PushTargetTest, ACursorOfAnotherTargetOrBrokenBeginsAnew) {
   for (const auto& row : rows) {
     BeginAnew();
     row.make();
+    m_settings.days = row.isTold ? 0 : kAllDays;
     const std::vector<std::string> wanted = PushHistory::Samples(row.first, 4);
     PushUntil(server.Url(), Until("sent_samples", wanted.size()));
     EXPECT_THAT(Stored(), UnorderedElementsAreArray(wanted));
     EXPECT_EQ(!m_told.empty(), row.isTold) << testing::PrintToString(m_told);
     EXPECT_THAT(Cursor(), HasSubstr("\"PI\":[4,4]"));
+    EXPECT_EQ(std::filesystem::exists(Path() + ".bad"), row.isTold);
+    std::filesystem::remove(Path() + ".bad");
   }
   // A new target begins now, and there again after a restart.
   BeginAnew();
@@ -306,6 +315,16 @@ TEST_F(PushTargetTest, ACursorOfAnotherTargetOrBrokenBeginsAnew) {
   m_state += "/none";
   const Json told = PushUntil(server.Url(), Until("sent_samples", 16));
   EXPECT_THAT(told["error"].Text(), HasSubstr("/none/push-far.json"));
+}
+
+TEST_F(PushTargetTest, NewRowsAreAskedForWhenThereCanBeSome) {
+  FakeServer server([&](const FakeServer::Request& request) { return Store(request); });
+  m_history.SetWait(86400);
+  const auto begin = std::chrono::steady_clock::now();
+  PushUntil(server.Url(), [&](const Json&) { return m_history.Asked() == 3; });
+  const auto used = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(used, 2 * kQuickPace.longestLook);
+  EXPECT_LT(used, 10 * kQuickPace.longestLook) << "the longest wait has a limit";
 }
 
 TEST_F(PushTargetTest, TheLimitOfBytesAndADaemonThatIsAway) {
