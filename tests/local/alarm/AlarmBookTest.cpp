@@ -248,6 +248,17 @@ TEST_F(AlarmBookTest, ManyAlarmsAreReadInTurns) {
     rows.emplace_back(label.c_str(), 95, now);
   }
   Batch(rows);
+  // They are written in turns too, by a machine that may be slow.
+  const auto written = [this] {
+    AlarmHistory::Look all;
+    all.limit = 50;
+    static_cast<void>(AlarmHistory::Read(*life->history.Database(), all,
+                                         std::chrono::steady_clock::time_point::max()));
+    return all.found.size();
+  };
+  for (int tries = 0; tries < 200 && written() < 50; ++tries) {
+    Turns();
+  }
   AlarmHistory::Look look;
   look.limit = 40;
   int turns = 1;
