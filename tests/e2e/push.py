@@ -132,8 +132,9 @@ def compare(agent, servers, since, until):
         times = {labels: set(values) for labels, values in told.items()}
         to_push = {labels: set(values) for labels, values in expected.items()}
         if not told or times != to_push:
-            odd = {labels: sorted(times.get(labels, set()) ^ to_push.get(labels, set())) for labels in times | to_push}
-            fail(f"the history and what is to be pushed differ in {field} of {record}: {odd}")
+            unpushed = {labels: sorted(values - to_push.get(labels, set())) for labels, values in times.items()}
+            unkept = {labels: sorted(values - times.get(labels, set())) for labels, values in to_push.items()}
+            fail(f"{field} of {record} from {since} to {until}: only the history has {unpushed}, only what is to be pushed {unkept}")
         for server in servers:
             stored = {labels: {when: value for when, value in values.items() if since <= when <= until}
                       for labels, values in server.samples(metric, seconds).items()}
