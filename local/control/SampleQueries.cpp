@@ -183,7 +183,13 @@ struct SampleQueries::Work {
     RowReader& reader = *record.reader;
     const MetricText::Mark before = text.End();
     const std::int64_t time = reader.Time();
+    // Of a series a server takes one sample a time, and may refuse others with it.
+    const bool isGiven = record.place.row != 0 && record.place.time == time;
     const auto taken = reader.Take();
+    if (isGiven) {
+      record.place = reader.Last();
+      return true;
+    }
     text.SetTime(time);
     if (names == MetricNames::kNode) {
       NodeText node;

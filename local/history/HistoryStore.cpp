@@ -317,6 +317,9 @@ void HistoryStore::Insert(const ScheduledRows& rows, bool areTotals) {
     for (const FieldLayout& field : table->layout->fields) {
       VisitField(field, bytes, [&](auto value) { table->insert->Bind(++place, value); });
     }
+    if (areTotals) {
+      table->insert->Bind(TimePlace(*table->layout) + 1, std::int64_t{rows.time});
+    }
     table->insert->Run();
   }
 }

@@ -93,9 +93,14 @@ std::string NameForOldRows(SqlDatabase& database, const std::string& record) {
 }  // namespace
 
 bool HasTime(const RecordLayout& layout) {
-  return std::ranges::any_of(layout.fields, [](const FieldLayout& field) {
-    return std::string(field.label) == kTimeLabel && field.type == FieldType::kLong;
+  return TimePlace(layout) < static_cast<int>(layout.fields.size());
+}
+
+int TimePlace(const RecordLayout& layout) {
+  const auto found = std::ranges::find_if(layout.fields, [](const FieldLayout& field) {
+    return std::string_view(field.label) == kTimeLabel && field.type == FieldType::kLong;
   });
+  return static_cast<int>(found - layout.fields.begin());
 }
 
 std::string TotalsTable(const std::string& record) { return record + kTotalsEnding; }

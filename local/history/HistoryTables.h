@@ -13,6 +13,8 @@ inline constexpr const char* kTimeLabel = "Record Time";
 
 /// Whether rows of the layout can be kept: they need a time.
 [[nodiscard]] bool HasTime(const RecordLayout& layout);
+/// The place of that field among the fields; behind the last where there is none.
+[[nodiscard]] int TimePlace(const RecordLayout& layout);
 
 /// Has the file hold a table of that name for the record, with a column per field, named by its
 /// label and typed by its layout (TEXT, INTEGER, REAL), and an index on the time. Where the layout

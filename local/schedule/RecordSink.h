@@ -25,7 +25,8 @@ class RecordSink {
   virtual ~RecordSink() = default;
   /// Keeps no pointer. An empty set of rows is given too.
   virtual void Take(const ScheduledRows& rows) = 0;
-  /// The same look's rows without rates, where somebody wants them: counters are totals there.
+  /// The same look's rows without rates, where somebody wants them: counters are totals there. The
+  /// time is that of the rows with rates, though a second may have begun between the two.
   virtual void TakeTotals(const ScheduledRows&) {}
   /// All records of the batch have been given.
   virtual void EndBatch() {}

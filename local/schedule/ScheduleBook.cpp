@@ -236,8 +236,8 @@ void ScheduleBook::Collect(CMBNode& node, const EntryList& due) {
     m_sink.Take({entry.asker->Record(), entry.asker->Category(), entry.lastTime, rows});
     // A first look, which has nothing to compare with, is no row of either.
     if (hasTotals && !rows.empty()) {
-      m_sink.TakeTotals({entry.totals->Record(), entry.totals->Category(),
-                         entry.totals->AnswerTime(), LoggedRows(node, *entry.totals)});
+      m_sink.TakeTotals({entry.totals->Record(), entry.totals->Category(), entry.lastTime,
+                         LoggedRows(node, *entry.totals)});
     }
   }
   m_sink.EndBatch();

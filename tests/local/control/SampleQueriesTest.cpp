@@ -246,8 +246,19 @@ TEST_F(SampleQueriesTest, RowsComeOnceInTheOrderOfCollectionAlsoWhereTheClockWen
   EXPECT_EQ(nothing.head["oldest"], 0);
   EXPECT_EQ(nothing.After(), all.After());
   Batch(m_now - 44, {4});
-  EXPECT_EQ(Counts(Ask(all.After())), "4 ");
-  EXPECT_EQ(Counts(Ask(R"(,"since":)" + std::to_string(m_now - 40))), "2 3 4 ");
+  const Given fourth = Ask(all.After());
+  EXPECT_EQ(Counts(fourth), "4 ");
+  Batch(m_now - 44, {14});
+  const Given again = Ask(fourth.After());
+  EXPECT_EQ(again.text, "") << "a second batch of one second";
+  EXPECT_NE(again.After(), fourth.After());
+  // Built when the next second had begun, as one look's rows may be.
+  const FakeRecord late(5, m_now - 42);
+  const CMBRecord* const row = &late;
+  m_store.TakeTotals({"FAKE", '4', m_now - 43, {&row, 1}});
+  m_store.EndBatch();
+  EXPECT_THAT(Ask(again.After()).text, HasSubstr(" 5 " + std::to_string(m_now - 43) + "000\n"));
+  EXPECT_EQ(Counts(Ask(R"(,"since":)" + std::to_string(m_now - 40))), "2 3 4 5 ");
   const Given later = Ask(R"(,"since":)" + std::to_string(m_now));
   EXPECT_EQ(later.text, "");
   Batch(m_now, {5});

@@ -62,6 +62,30 @@ TEST_F(ScheduleBookTest, UnknownRecordsAreToldByNameTenTimesAndNeverAskedFor) {
   EXPECT_TRUE(book.Entries().empty());
 }
 
+TEST_F(ScheduleBookTest, TotalsHaveTheTimeOfTheRowsWithRates) {
+  struct TotalsSink : RecordSink {
+    void Take(const ScheduledRows& rows) override { times.push_back(rows.time); }
+    void TakeTotals(const ScheduledRows& rows) override { times.push_back(rows.time); }
+    std::vector<std::time_t> times;
+  } sink;
+  ScheduleBook kept(loop, desk, sink);
+  kept.KeepTotals({"FAKE"});
+  kept.Load("./qmtagt.ini", {{"FAKE", "60", 1}}, [](const std::string&) {});
+  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+    // A second begins between the two.
+    std::int32_t time = 1700000000;
+    for (CMBRecordRequestEvent* event : batch.m_events) {
+      event->m_records.push_back(new FakeRecord(1, time++));
+    }
+    EventLoop::RequestStop();
+    return kNotifyDone;
+  };
+  kept.Start();
+  loop.Run(agent);
+  kept.Stop();
+  EXPECT_THAT(sink.times, ElementsAre(1700000000, 1700000000));
+}
+
 TEST_F(ScheduleBookTest, DueRequestsTravelTogetherAndLateTimesAreSkippedAndCounted) {
   Load({{"FAKE", "1", 1}, {"IDLE", "2", 2}});
   std::vector<std::string> batches;
