@@ -230,6 +230,7 @@ void BuildCommands(CLI::App& app, CommandLine& line) {
   AddHistory(app, line);
   AddWatch(app, line);
   AddTop(app, line);
+  AddViewCommands(app, line);
   AddControlGroups(app, line);
   AddOtherCommands(app, line);
   AddChangingCommands(app, line);

@@ -13,6 +13,7 @@
 #include "client/commands/Console.h"
 #include "client/commands/ControlGroups.h"
 #include "client/commands/Explain.h"
+#include "client/commands/FullView.h"
 #include "client/commands/History.h"
 #include "client/commands/Push.h"
 #include "client/commands/Token.h"
@@ -35,6 +36,7 @@ struct CommandLine {
   double overSeconds = 1;
   WatchOptions watch;
   TopOptions top;
+  ViewOptions view;
   ControlGroupOptions groups;
   CheckOptions check;
   ExplainOptions explain;
@@ -67,6 +69,8 @@ void BuildCommands(CLI::App& app, CommandLine& line);
 
 /// The part of it that changes things or looks at files.
 void AddChangingCommands(CLI::App& app, CommandLine& line);
+/// The full-screen view.
+void AddViewCommands(CLI::App& app, CommandLine& line);
 /// The part for alarms and for what is pushed.
 void AddFleetCommands(CLI::App& app, CommandLine& line);
 /// The part for who asks over the network.

@@ -1,0 +1,413 @@
+#include "client/view/Looker.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <ctime>
+#include <limits>
+#include <optional>
+
+#include "client/ask/Errors.h"
+#include "client/looks/RecordReader.h"
+#include "client/show/Labels.h"
+#include "client/show/RowValues.h"
+
+namespace {
+
+constexpr const char* kTime = "Record Time";
+constexpr const char* kHostRecord = "PI";
+constexpr const char* kApplications = "APP";
+constexpr const char* kApplicationName = "Application Name";
+constexpr const char* kVerdict = "Application Status";
+constexpr std::chrono::seconds kStatusAge{10};
+constexpr std::int64_t kTrendSeconds = 15 * 60;
+constexpr std::int64_t kAlarmSeconds = 86400;
+constexpr std::size_t kPlotPoints = 200;
+/// Of a host with more there is a sight of so many.
+constexpr std::size_t kMostKeptRows = 50'000;
+/// Of a record that no schedule collects any more.
+constexpr double kUnknownPace = 300;
+
+void AddColumn(std::vector<std::string>& columns, const std::string& label) {
+  if (std::find(columns.begin(), columns.end(), label) == columns.end()) {
+    columns.push_back(label);
+  }
+}
+
+Json TextsJson(const std::vector<std::string>& texts) {
+  Json array = Json::Array();
+  for (const std::string& text : texts) {
+    array.PushBack(text);
+  }
+  return array;
+}
+
+std::int64_t TimeOf(const Json& row) {
+  const Json* time = row.Find(kTime);
+  return time != nullptr && time->IsWhole() ? time->Whole() : 0;
+}
+
+std::string ComparisonName(const WantedRows& wanted) {
+  std::string name = wanted.record;
+  for (const std::string& condition : wanted.where) {
+    name += '\n' + condition;
+  }
+  return name;
+}
+
+}  // namespace
+
+std::vector<std::string> CompleteColumns(const std::vector<std::string>& columns,
+                                         const Schema& schema) {
+  std::vector<std::string> all;
+  if (columns.empty() || schema.fields.empty()) {
+    return all;
+  }
+  // In the record's own order, as rows are then read fastest.
+  for (const Field& field : schema.fields) {
+    const auto isWanted = [&](const std::string& label) {
+      return std::find(columns.begin(), columns.end(), label) != columns.end();
+    };
+    const bool isBase = std::any_of(
+        schema.fields.begin(), schema.fields.end(),
+        [&](const Field& other) { return other.rateOf == field.label && isWanted(other.label); });
+    const bool isTime =
+        field.label == kTime || field.label == "User CPU" || field.label == "System CPU";
+    if (isWanted(field.label) || field.meaning == "key" || isBase || isTime) {
+      AddColumn(all, field.label);
+    }
+  }
+  return all;
+}
+
+Looker::Looker(const std::string& socket, int stop) : m_connection(socket, stop) {
+  m_listing = ReadListing(m_connection.Ask({{"op", "records"}}));
+}
+
+Sight Looker::Look(const Wish& wish) {
+  Sight sight;
+  const bool isNew = wish.number != m_lastWish;
+  if (isNew || std::chrono::steady_clock::now() - m_statusAt > kStatusAge) {
+    m_status = ReadStatus(m_connection.Ask({{"op", "status"}}));
+    m_statusAt = std::chrono::steady_clock::now();
+  }
+  sight.time = wish.time;
+  if (wish.moment == Moment::kBefore || wish.moment == Moment::kAfter) {
+    const bool isBack = wish.moment == Moment::kBefore;
+    const auto time = StepFrom(wish);
+    sight.time = time.value_or(wish.time);
+    sight.isNow = !time && (!isBack || wish.isFromNow);
+    sight.note = isBack && !time ? "nothing is kept of before" : "";
+  } else {
+    sight.isNow = wish.moment == Moment::kNow;
+  }
+  if (sight.isNow) {
+    LookNow(wish, sight);
+  } else {
+    LookBack(wish, sight);
+  }
+  if (isNew) {
+    LookOnce(wish, sight);
+  }
+  ReadAlarmList(sight, wish.wantsAlarms);
+  ReadVerdicts(sight);
+  sight.status = m_status;
+  sight.listing = m_listing;
+  m_lastWish = wish.number;
+  return sight;
+}
+
+Json Looker::RecordRequest(const WantedRows& wanted) {
+  Json request{{"record", wanted.record}};
+  if (const auto schema = SchemaOf(wanted.record)) {
+    if (std::vector<std::string> columns = CompleteColumns(wanted.columns, *schema);
+        !columns.empty()) {
+      request["columns"] = TextsJson(columns);
+    }
+    if (!wanted.where.empty()) {
+      request["where"] = TextsJson(wanted.where);
+    }
+  }
+  return request;
+}
+
+void Looker::LookNow(const Wish& wish, Sight& sight) {
+  sight.time = std::time(nullptr);
+  if (wish.records.empty()) {
+    return;
+  }
+  Json records = Json::Array();
+  std::vector<RecordName> names;
+  for (const WantedRows& wanted : wish.records) {
+    records.PushBack(RecordRequest(wanted));
+    names.push_back({wanted.record, ""});
+  }
+  Json answer = m_connection.Ask({{"op", "get"}, {"records", std::move(records)}});
+  const TimePoint at = std::chrono::steady_clock::now();
+  std::vector<RecordAnswer> answers = ReadResults(answer, names);
+  for (std::size_t i = 0; i < answers.size(); ++i) {
+    const std::string& record = wish.records[i].record;
+    SeenRows seen{std::move(answers[i].rows), SchemaOf(record), answers[i].time,
+                  std::move(answers[i].error), false};
+    if (seen.error.empty()) {
+      if (record == kHostRecord && seen.rows.Size() == 1) {
+        const Json* processors = seen.rows[0].Find("Active CPUs");
+        m_processors = processors != nullptr && processors->IsNumber() ? processors->Number() : 0;
+      }
+      sight.isFirst = Compare(wish.records[i], seen, at) || sight.isFirst;
+    }
+    sight.records.insert_or_assign(record, std::make_shared<const SeenRows>(std::move(seen)));
+  }
+}
+
+bool Looker::Compare(const WantedRows& wanted, SeenRows& seen, TimePoint at) {
+  if (seen.schema == nullptr) {
+    return false;
+  }
+  const auto [place, isNew] = m_comparisons.try_emplace(
+      ComparisonName(wanted), Comparison{TwoLooks(*seen.schema), FineShares(*seen.schema)});
+  place->second.looks.Compare(seen.rows, at);
+  place->second.shares.Set(seen.rows, at, m_processors);
+  return isNew && place->second.looks.AreNeeded();
+}
+
+void Looker::LookBack(const Wish& wish, Sight& sight) {
+  m_comparisons.clear();
+  for (const WantedRows& wanted : wish.records) {
+    SeenRows seen = Kept(wanted, sight.time);
+    if (seen.error.empty() && !seen.rows.Elements().empty()) {
+      const double apart = std::abs(static_cast<double>(seen.time - sight.time));
+      seen.isFar = apart > 1.5 * ScheduledSeconds(wanted.record);
+    }
+    sight.records.insert_or_assign(wanted.record,
+                                   std::make_shared<const SeenRows>(std::move(seen)));
+  }
+}
+
+std::optional<std::int64_t> Looker::StepFrom(const Wish& wish) {
+  Wish step = wish;
+  std::optional<std::int64_t> reached;
+  for (std::size_t i = 0; i < wish.count; ++i) {
+    std::optional<std::int64_t> time = StepAlong(step, wish.steps);
+    if (!time && wish.steps != kHostRecord) {
+      // A record that is not kept leaves the steps to the host's own.
+      time = StepAlong(step, kHostRecord);
+    }
+    if (!time) {
+      // On from the newest is now; back from the oldest there is nothing.
+      return wish.moment == Moment::kAfter ? std::nullopt : reached;
+    }
+    reached = step.time = *time;
+  }
+  return reached;
+}
+
+std::optional<std::int64_t> Looker::StepAlong(const Wish& wish, const std::string& record) {
+  const bool isBack = wish.moment == Moment::kBefore;
+  Json request{{"op", "history"}, {"record", record}, {"limit", 1}};
+  request["columns"] = Json::Array({kTime});
+  request["sort"] = Json::Array({isBack ? "-Record Time" : "+Record Time"});
+  request[isBack ? "until" : "since"] = wish.time + (isBack ? -1 : 1);
+  try {
+    Json answer = m_connection.Ask(std::move(request));
+    const HistoryPage page = ReadHistory(answer, {record, ""});
+    if (page.answer.rows.Elements().empty()) {
+      return std::nullopt;
+    }
+    return TimeOf(page.answer.rows[0]);
+  } catch (const RefusedError&) {
+    return std::nullopt;
+  }
+}
+
+SeenRows Looker::Kept(const WantedRows& wanted, std::int64_t time) {
+  SeenRows seen;
+  seen.schema = SchemaOf(wanted.record);
+  Json request = RecordRequest(wanted);
+  request["op"] = "history";
+  request["at"] = time;
+  try {
+    while (true) {
+      Json answer = m_connection.Ask(request);
+      HistoryPage page = ReadHistory(answer, {wanted.record, ""});
+      for (Json& row : page.answer.rows.Elements()) {
+        seen.rows.PushBack(std::move(row));
+      }
+      if (page.next.IsNull() || seen.rows.Size() > kMostKeptRows) {
+        break;
+      }
+      // Further pages are of the time that was found.
+      if (request.Find("at") != nullptr) {
+        request["since"] = request["until"] = Json(page.next[0]);
+        request.Erase("at");
+      }
+      request["after"] = std::move(page.next);
+    }
+  } catch (const RefusedError& error) {
+    seen.error = error.what();
+  }
+  seen.time = seen.rows.Elements().empty() ? 0 : TimeOf(seen.rows[0]);
+  return seen;
+}
+
+SeenRows Looker::KeptSince(const WantedRows& wanted, std::int64_t since, std::int64_t until) {
+  SeenRows seen;
+  seen.schema = SchemaOf(wanted.record);
+  Json request = RecordRequest(wanted);
+  request["op"] = "history";
+  request["since"] = since;
+  request["until"] = until;
+  try {
+    while (seen.rows.Size() < kMostKeptRows) {
+      Json answer = m_connection.Ask(request);
+      HistoryPage page = ReadHistory(answer, {wanted.record, ""});
+      for (Json& row : page.answer.rows.Elements()) {
+        seen.rows.PushBack(std::move(row));
+      }
+      if (page.next.IsNull()) {
+        break;
+      }
+      request["after"] = std::move(page.next);
+    }
+  } catch (const RefusedError& error) {
+    seen.error = error.what();
+  }
+  return seen;
+}
+
+void Looker::LookOnce(const Wish& wish, Sight& sight) {
+  if (wish.wantsTrends) {
+    for (const WantedRows& wanted : wish.records) {
+      if (!wanted.where.empty() || wanted.columns.empty()) {
+        continue;
+      }
+      if (wanted.record == kHostRecord || wanted.record == "NETD") {
+        sight.trends.insert_or_assign(wanted.record,
+                                      KeptSince(wanted, sight.time - kTrendSeconds, sight.time));
+      }
+    }
+  }
+  if (wish.process && sight.isNow) {
+    try {
+      sight.workgroups = ReadReport(
+          m_connection.Ask({{"op", "report"},
+                            {"report", "workgroups"},
+                            {"arguments", Json{{"pid", std::to_string(*wish.process)}}}}));
+    } catch (const RefusedError&) {
+      // A process that has ended belongs to none.
+    }
+  }
+  if (wish.alarm) {
+    try {
+      Json answer = m_connection.Ask({{"op", "alarm"}, {"id", *wish.alarm}});
+      sight.alarm = ReadAlarm(answer, *wish.alarm);
+    } catch (const RefusedError& error) {
+      sight.note = error.what();
+    }
+  }
+  if (wish.plot) {
+    ReadPlot(*wish.plot, sight);
+  }
+}
+
+void Looker::ReadVerdicts(Sight& sight) {
+  const WantedRows wanted{kApplications, {kApplicationName, kVerdict}, {}};
+  if (sight.isNow) {
+    const TimePoint now = std::chrono::steady_clock::now();
+    if (now - m_verdictsAt > kStatusAge) {
+      m_verdicts = LastVerdicts(wanted);
+      m_verdictsAt = now;
+    }
+  } else {
+    m_verdicts = Kept(wanted, sight.time).rows;
+    m_verdictsAt = {};
+  }
+  for (const Json& row : m_verdicts.Elements()) {
+    const Json* verdict = row.Find(kVerdict);
+    const Json* name = row.Find(kApplicationName);
+    if (verdict != nullptr && *verdict == Json("ABNORMAL") && name != nullptr && name->IsString()) {
+      sight.abnormal.push_back(name->Text());
+    }
+  }
+}
+
+Json Looker::LastVerdicts(const WantedRows& wanted) {
+  Json answer =
+      m_connection.Ask({{"op", "last"}, {"records", Json::Array({RecordRequest(wanted)})}});
+  std::vector<RecordAnswer> answers = ReadResults(answer, {{wanted.record, ""}});
+  return answers.front().error.empty() ? std::move(answers.front().rows) : Json::Array();
+}
+
+void Looker::ReadPlot(const WantedPlot& wanted, Sight& sight) {
+  Json request{{"op", "history"},
+               {"record", wanted.record},
+               {"since", sight.time - wanted.seconds},
+               {"until", sight.time},
+               {"points", kPlotPoints}};
+  request["columns"] = Json::Array({wanted.label});
+  request["by"] = Json::Array();
+  if (!wanted.where.empty()) {
+    request["where"] = TextsJson(wanted.where);
+  }
+  try {
+    const Json answer = m_connection.Ask(std::move(request));
+    const Json* history = answer.Find("history");
+    const Json* series = history == nullptr ? nullptr : history->Find("series");
+    if (series == nullptr || !series->IsArray() || series->Elements().empty()) {
+      return;
+    }
+    const Json* points = series->Elements().front().Find("points");
+    const Json* values = points == nullptr ? nullptr : points->Find(wanted.label);
+    if (values == nullptr || !values->IsArray()) {
+      return;
+    }
+    for (const Json& point : values->Elements()) {
+      constexpr std::size_t kMean = 2;
+      if (point.IsArray() && point.Size() > kMean && point[0].IsWhole() &&
+          point[kMean].IsNumber()) {
+        sight.plot.emplace_back(point[0].Whole(), point[kMean].Number());
+      }
+    }
+  } catch (const RefusedError& error) {
+    sight.plotError = error.what();
+  }
+}
+
+void Looker::ReadAlarmList(Sight& sight, bool isWanted) {
+  const TimePoint now = std::chrono::steady_clock::now();
+  const bool isFresh = sight.isNow && m_alarms && !isWanted && now - m_alarmsAt < kStatusAge;
+  if (!isFresh) {
+    try {
+      m_alarms = ReadAlarms(m_connection.Ask({{"op", "alarms"},
+                                              {"since", sight.time - kAlarmSeconds},
+                                              {"until", sight.time},
+                                              {"limit", 1000}}));
+    } catch (const RefusedError&) {
+      m_alarms = AlarmListing();
+    }
+    m_alarmsAt = now;
+  }
+  sight.alarms = m_alarms;
+  if (!sight.isNow) {
+    m_alarms.reset();
+  }
+}
+
+std::shared_ptr<const Schema> Looker::SchemaOf(const std::string& record) {
+  const auto [place, isNew] = m_schemas.try_emplace(record);
+  if (isNew) {
+    try {
+      place->second =
+          std::make_shared<const Schema>(ReadSchema(m_connection.Ask(SchemaRequest({record, ""}))));
+    } catch (const RefusedError&) {
+      // Rows can be shown without a layout, only less nicely.
+    }
+  }
+  return place->second;
+}
+
+double Looker::ScheduledSeconds(const std::string& record) const {
+  const auto schedule = std::find_if(m_status.schedules.begin(), m_status.schedules.end(),
+                                     [&](const Schedule& one) { return one.record == record; });
+  return schedule == m_status.schedules.end() ? kUnknownPace : schedule->seconds;
+}
