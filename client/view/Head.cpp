@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "client/ask/SafeText.h"
+#include "client/show/Render.h"
 #include "client/show/RowValues.h"
 #include "client/view/Sparkline.h"
 #include "json/RowText.h"
@@ -86,7 +87,7 @@ void DrawTitle(Canvas& canvas, const Sight& sight, const HeadFigures& figures,
   for (const std::string& name : sight.abnormal) {
     line.Put(SafeText(name) + " ABNORMAL", Tone::kBad).Gap();
   }
-  line.Put("up " + (figures.upTime.empty() ? "-" : SafeText(figures.upTime))).Gap();
+  line.Put("up " + (figures.upSeconds ? DurationText(*figures.upSeconds) : "-")).Gap();
   line.Put(PlainText(figures.processes, 0) + " processes");
 }
 

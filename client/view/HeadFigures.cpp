@@ -47,7 +47,11 @@ void ReadHost(const Json& row, HeadFigures& figures) {
   figures.load = {FigureOf(row, "1-Minute Run Queue Avg"), FigureOf(row, "5-Minute Run Queue Avg"),
                   FigureOf(row, "15-Minute Run Queue Avg")};
   figures.processes = FigureOf(row, "Processes");
-  figures.upTime = TextOf(row, "System Up Time");
+  const Figure made = FigureOf(row, "Record Time");
+  const Figure begun = FigureOf(row, "Boot Time");
+  if (made && begun && *begun > 0) {
+    figures.upSeconds = *made - *begun;
+  }
   // Kbytes, which the labels do not say.
   figures.diskRead = FigureOf(row, "Block Reads/sec", kKbytes);
   figures.diskWrite = FigureOf(row, "Block Writes/sec", kKbytes);
@@ -96,7 +100,7 @@ std::vector<WantedRows> HeadRecords(const std::vector<Listing>& listing) {
       {"PI",
        {"CPU %", "Wait %", "Alloc Mem %", "Total Physical Mem Mbytes", "Alloc Swap %",
         "Total Swap Mbytes", "1-Minute Run Queue Avg", "5-Minute Run Queue Avg",
-        "15-Minute Run Queue Avg", "Processes", "System Up Time", "Active CPUs", "Block Reads/sec",
+        "15-Minute Run Queue Avg", "Processes", "Boot Time", "Active CPUs", "Block Reads/sec",
         "Block Writes/sec"},
        {}}};
   const auto addFirst = [&](std::vector<WantedRows> ways) {

@@ -22,7 +22,7 @@ struct HeadFigures {
   Figure swapBytes;
   std::array<Figure, 3> load;
   Figure processes;
-  std::string upTime;
+  Figure upSeconds;
   Figure cpuPressure;  ///< percent of the time in which some waited
   Figure memoryPressure;
   Figure ioPressure;

@@ -13,6 +13,10 @@ namespace {
 
 constexpr std::size_t kWidestText = 40;
 constexpr std::size_t kRoomBetween = 1;
+/// What is left of a text where there is not room for all.
+constexpr std::size_t kLeastText = 12;
+constexpr std::size_t kLeastLastText = 24;
+constexpr std::size_t kLeastTree = 26;
 
 const Field* FieldOf(const Schema* schema, const std::string& label) {
   return schema == nullptr ? nullptr : FindField(*schema, label);
@@ -225,6 +229,10 @@ std::string RowView::DifferenceText(const Json& row, const Column& column) const
   return difference == 0 ? size : (difference > 0 ? "+" : "-") + size;
 }
 
+bool RowView::IsTreeColumn(const Column& column) const {
+  return IsTree() && column.label == (m_arrangement.tree == TreeKind::kPaths ? "Path" : "Program");
+}
+
 std::string RowView::CellText(const RowLine& line, std::size_t place) const {
   const Column& column = m_columns[place];
   if (m_markTime && column.isCompared) {
@@ -242,9 +250,7 @@ std::string RowView::CellText(const RowLine& line, std::size_t place) const {
     style.decimals = value.IsReal() ? DecimalsOf(value.Number()) : 0;
     text = CellOf(value, style).text;
   }
-  const bool isTreeColumn =
-      IsTree() && column.label == (m_arrangement.tree == TreeKind::kPaths ? "Path" : "Program");
-  if (!isTreeColumn) {
+  if (!IsTreeColumn(column)) {
     return text;
   }
   if (m_arrangement.tree == TreeKind::kPaths && line.depth > 0) {
@@ -263,7 +269,38 @@ void RowView::Measure(std::size_t height) {
   }
 }
 
+std::vector<std::size_t> RowView::FittedWidths(std::size_t width) const {
+  std::vector<std::size_t> widths;
+  std::size_t sum = 0;
+  for (const Column& column : m_columns) {
+    const bool isLastText = &column == &m_columns.back() && !column.isNumber;
+    const std::size_t least = IsTree() ? kLeastText : kLeastLastText;
+    widths.push_back(isLastText ? std::min(column.width, least) : column.width);
+    sum += widths.back() + kRoomBetween;
+  }
+  // Figures are never cut; the longest texts give way to what stands behind them.
+  while (sum > width + kRoomBetween) {
+    const auto isCuttable = [&](std::size_t i) {
+      const std::size_t least = IsTreeColumn(m_columns[i]) ? kLeastTree : kLeastText;
+      return !m_columns[i].isNumber && widths[i] > least && i + 1 < widths.size();
+    };
+    std::size_t longest = widths.size();
+    for (std::size_t i = 0; i < widths.size(); ++i) {
+      if (isCuttable(i) && (longest == widths.size() || widths[i] > widths[longest])) {
+        longest = i;
+      }
+    }
+    if (longest == widths.size()) {
+      break;
+    }
+    --widths[longest];
+    --sum;
+  }
+  return widths;
+}
+
 std::vector<RowView::Place> RowView::Places(std::size_t width) const {
+  const std::vector<std::size_t> widths = FittedWidths(width);
   std::vector<Place> places;
   std::size_t begin = 0;
   for (std::size_t i = 0; i < m_columns.size(); ++i) {
@@ -275,8 +312,7 @@ std::vector<RowView::Place> RowView::Places(std::size_t width) const {
       break;
     }
     const bool isLast = i + 1 == m_columns.size();
-    const std::size_t wanted =
-        isLast && !m_columns[i].isNumber ? width - begin : m_columns[i].width;
+    const std::size_t wanted = isLast && !m_columns[i].isNumber ? width - begin : widths[i];
     places.push_back({i, begin, std::min(wanted, width - begin)});
     begin += wanted + kRoomBetween;
   }

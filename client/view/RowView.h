@@ -78,6 +78,8 @@ class RowView {
                                   double bytes) const;
   void FollowCursor();
   void KeepCursorInside(std::size_t height);
+  /// Whether it shows how deep a row lies.
+  [[nodiscard]] bool IsTreeColumn(const Column& column) const;
   [[nodiscard]] std::string CellText(const RowLine& line, std::size_t column) const;
   [[nodiscard]] std::string DifferenceText(const Json& row, const Column& column) const;
   void Measure(std::size_t height);
@@ -89,6 +91,8 @@ class RowView {
     std::size_t begin;
     std::size_t width;
   };
+  /// Widths of the columns, for a frame of that width.
+  [[nodiscard]] std::vector<std::size_t> FittedWidths(std::size_t width) const;
   [[nodiscard]] std::vector<Place> Places(std::size_t width) const;
   [[nodiscard]] bool TakeMove(const Key& key, const Area& area);
   [[nodiscard]] bool TakeSort(const Key& key);

@@ -138,7 +138,7 @@ void View::DrawState(Canvas& canvas, std::size_t line) {
   }
   const RowView& rows = Rows();
   std::string text = rows.Kind().title;
-  if (!rows.Kind().record.empty()) {
+  if (!rows.Kind().record.empty() && rows.Kind().record != rows.Kind().title) {
     text = rows.Kind().record + ": " + text;
   }
   text += "  " + std::to_string(rows.Shown()) + " of " + std::to_string(rows.All());
