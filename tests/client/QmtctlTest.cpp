@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "client/ask/Errors.h"
+#include "client/show/TerminalCodes.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/json/JsonOf.h"
 
@@ -394,8 +395,10 @@ TEST_F(Qmtctl, WatchCountsItsSamples) {
 TEST_F(Qmtctl, ATerminalGetsColourWidthAndRedrawing) {
   RunOptions terminal;
   terminal.terminal = true;
+  const TerminalCodes codes = CodesOfTerminal("xterm");
   const Outcome get = Run({"get", "CPUP"}, terminal);
-  EXPECT_THAT(get.out, HasSubstr("\x1b[1mRecord Time          Processor ID  CPU %\x1b[0m\r\n"));
+  EXPECT_THAT(get.out, HasSubstr(codes.bold + "Record Time          Processor ID  CPU %" +
+                                 codes.plain + "\r\n"));
   EXPECT_THAT(get.out, HasSubstr("\r\n\r\n\x1b[1mProcessor ID  Type"));
   const Outcome watch = Run({"watch", "CPUP", "--every", "0.1", "--count", "2"}, terminal);
   EXPECT_THAT(watch.out, testing::StartsWith("\x1b[H\x1b[J\x1b[1m4:CPUP"));
