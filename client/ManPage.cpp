@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "client/ask/Errors.h"
+#include "client/view/KeyHelp.h"
 
 namespace {
 
@@ -79,6 +80,17 @@ std::string CommandSections(const CommandView& command, const std::string& path)
   return text;
 }
 
+/// The keys of the full-screen view, under their headings.
+std::string KeySections() {
+  std::string text;
+  for (const KeyHelp& help : AllKeyHelp()) {
+    const std::string keys = help.keys;
+    text += keys.empty() ? ".SS " + Escaped(help.text) + '\n'
+                         : ".TP\n" + Bold(keys) + '\n' + Escaped(help.text) + ".\n";
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string ManPage(const CommandView& tree) {
@@ -90,6 +102,7 @@ std::string ManPage(const CommandView& tree) {
           ". Data goes to standard output, words for the operator to standard error.\n";
   text += ".SH OPTIONS\nThese may also stand behind a command.\n" + Descriptions(tree);
   text += ".SH COMMANDS\n" + CommandSections(tree, name);
+  text += ".SH KEYS OF VIEW\n" + KeySections();
   text += ".SH EXIT STATUS\n";
   for (const auto& [value, meaning] : kExitTexts) {
     text += ".TP\n.B " + std::to_string(value) + '\n' + Escaped(meaning) + '\n';

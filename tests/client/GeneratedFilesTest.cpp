@@ -8,6 +8,7 @@
 #include "client/CommandView.h"
 #include "client/Completion.h"
 #include "client/ManPage.h"
+#include "client/view/KeyHelp.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
@@ -57,6 +58,11 @@ TEST_F(GeneratedFilesTest, TellOfEveryCommandAndOption) {
   EXPECT_NE(page.find("schedule add\\fR \\fIRECORD\\fR"), std::string::npos) << "must be given";
   EXPECT_NE(page.find(" [\\fB--color\\fR \\fIWHEN\\fR]"), std::string::npos) << "may be given";
   EXPECT_EQ(page.find("complete-records"), std::string::npos) << "hidden";
+  for (const KeyHelp& help : AllKeyHelp()) {
+    EXPECT_NE(page.find(std::string(help.keys) + (*help.keys == '\0' ? "" : "\\fR\n") + help.text),
+              std::string::npos)
+        << help.text;
+  }
 }
 
 TEST_F(GeneratedFilesTest, BashOffersWhatMayStandThere) {
