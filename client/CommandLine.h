@@ -16,6 +16,7 @@
 #include "client/commands/FullView.h"
 #include "client/commands/History.h"
 #include "client/commands/Push.h"
+#include "client/commands/Report.h"
 #include "client/commands/Token.h"
 #include "client/commands/Top.h"
 #include "client/commands/UserData.h"
@@ -45,6 +46,7 @@ struct CommandLine {
   TokenOptions token;
   CertificateOptions certificate;
   AlarmOptions alarms;
+  ReportOptions report;
   std::uint64_t alarm = 0;
   bool isPrinting = false;
   std::uint64_t condition = 0;
@@ -73,6 +75,8 @@ void AddChangingCommands(CLI::App& app, CommandLine& line);
 void AddViewCommands(CLI::App& app, CommandLine& line);
 /// The part for alarms and for what is pushed.
 void AddFleetCommands(CLI::App& app, CommandLine& line);
+/// The report on what was kept.
+void AddReportCommand(CLI::App& app, CommandLine& line);
 /// The part for who asks over the network.
 void AddGateCommands(CLI::App& app, CommandLine& line);
 
