@@ -51,30 +51,30 @@ json AskForThose(const ProductRoot& root, const json& records) {
   return json::parse(outcome.output, nullptr, false);
 }
 
-/// Compares record by record, so that a failure tells the row.
+/// Compares row by row, so that a failure tells which. The client leaves out what was not built.
 void ExpectSameRecords(const json& kept, const json& played) {
-  ASSERT_EQ(kept.size(), played.size());
-  for (std::size_t place = 0; place < kept.size(); ++place) {
-    const json& one = kept[place];
-    const json& other = played[place];
-    SCOPED_TRACE(one.at("record").get<std::string>());
-    ASSERT_EQ(one.contains("rows"), other.contains("rows"));
+  std::size_t place = 0;
+  for (const json& one : kept) {
     if (!one.contains("rows")) {
-      EXPECT_EQ(one.dump(), other.dump());
       continue;
     }
+    SCOPED_TRACE(one.at("record").get<std::string>());
+    ASSERT_LT(place, played.size());
+    const json& other = played[place++];
     ASSERT_EQ(one.at("rows").size(), other.at("rows").size());
     for (std::size_t row = 0; row < one.at("rows").size(); ++row) {
       ASSERT_EQ(one["rows"][row].dump(), other["rows"][row].dump()) << "row " << row;
     }
     EXPECT_EQ(one.dump(), other.dump());
   }
+  EXPECT_GT(place, 10U);
+  EXPECT_EQ(place, played.size());
 }
 
 /// Plays the capture's first sample by a fresh daemon.
 void ExpectReplayed(const fs::path& capture) {
   const json kept = RecordsOf(capture);
-  ASSERT_TRUE(kept.is_array() && kept.size() > 20) << kept.size();
+  ASSERT_TRUE(kept.is_array() && kept.size() >= 20) << kept.size();
   const Variable host("QMT_HOST_ROOT", capture.string());
   const ProductRoot root("[Schedule]\n");
   Daemon daemon(root, "errors");
@@ -93,7 +93,7 @@ TEST(CaptureTest, AReplayOfEachFixtureHostGivesTheRecordsOfItsCapture) {
                {"2.6.9", "classic", "PD"},
                {"6.1", "classic", "PD"},
                {"pi/first", "classic", "PI"},
-               {"devices/first", "classic", "PI"},
+               {"devices/first", "classic", "DEVD"},
                {"6.1", "modern", "PD"},
                {"arm64", "modern", "HOST"},
                {"vm-offline", "modern", "HOST"},
@@ -110,7 +110,7 @@ TEST(CaptureTest, AReplayOfEachFixtureHostGivesTheRecordsOfItsCapture) {
     }
     for (const json& result : RecordsOf(capture)) {
       if (result.at("record") == one.rowOf) {
-        EXPECT_FALSE(result.at("rows").empty());
+        EXPECT_TRUE(result.contains("rows") && !result.at("rows").empty());
       }
     }
     ExpectReplayed(capture);
@@ -170,15 +170,15 @@ TEST(CaptureTest, SeveralSamplesArePlayedInTheirTime) {
     }
     return 0L;
   };
-  ASSERT_EQ(timeOf(last) - timeOf(first), 2);
+  ASSERT_GE(timeOf(last) - timeOf(first), 2);
   const Variable host("QMT_HOST_ROOT", capture.string());
-  const Variable speed("QMT_HOST_SPEED", "100");
+  const Variable speed("QMT_HOST_SPEED", "1000");
   const ProductRoot root("[Schedule]\n");
   Daemon daemon(root, "errors");
   ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
   const json one = json::array({{{"record", "CPUP"}}});
   EXPECT_EQ(timeOf(AskForThose(root, one)), timeOf(first));
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
   for (int look = 0; look < 2; ++look) {
     EXPECT_EQ(timeOf(AskForThose(root, one)), timeOf(last));
   }
