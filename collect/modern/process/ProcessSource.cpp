@@ -373,7 +373,7 @@ std::uint64_t ModernProcessSource::LinkInode(ProcessFolder& folder, std::string_
   }
   target[static_cast<std::size_t>(length)] = '\0';
   struct ::stat status {};
-  return ::stat(HostPath(target.data()).c_str(), &status) == 0 ? status.st_ino : 0;
+  return StatHost(AT_FDCWD, HostPath(target.data()).c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 bool ModernProcessSource::FindLiveThread(const char* pid, ProcessStat& stat, ProcessPath& name) {
