@@ -200,6 +200,7 @@ void ModernProcessSource::Begin() {
   if (m_pCollector->Wants(COLLECT_PROCESS_LIMITS)) {
     m_limits = m_pCollector->GetProcessLimits();
   }
+  m_wantsFolder = m_pCollector->Wants(COLLECT_PROCESS_FOLDER);
 }
 
 void ModernProcessSource::End() {
@@ -322,8 +323,9 @@ bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
   record.sharedKB = static_cast<double>(pages.shared * (m_pageBytes >> 10U));
   record.modern.totalKB = pages.size * (m_pageBytes >> 10U) + status.swapKB;
   ReadArguments(folder, record);
-  record.cwdInode = LinkInode(folder, "cwd");
-  record.rootInode = LinkInode(folder, "root");
+  if (m_wantsFolder) {
+    record.cwdInode = LinkInode(folder, "cwd");
+  }
   return true;
 }
 
