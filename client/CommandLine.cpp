@@ -237,5 +237,6 @@ void BuildCommands(CLI::App& app, CommandLine& line) {
   AddChangingCommands(app, line);
   AddFleetCommands(app, line);
   AddGateCommands(app, line);
+  AddFirstCommands(app, line);
   AddHiddenCommands(app, line);
 }

@@ -79,6 +79,16 @@ void AddFleetCommands(CLI::App& app, CommandLine& line);
 void AddReportCommand(CLI::App& app, CommandLine& line);
 /// The part for who asks over the network.
 void AddGateCommands(CLI::App& app, CommandLine& line);
+/// The part for who begins.
+void AddFirstCommands(CLI::App& app, CommandLine& line);
+
+/// Prints what one wants first; the exit value.
+[[nodiscard]] int RunFirstSteps(const CLI::App& app);
+
+/// The names of the commands below one, without those that no help names.
+[[nodiscard]] std::vector<std::string> SubcommandNames(const CLI::App& command);
+/// That there is no such command below `command`, and what comes nearest.
+[[nodiscard]] std::string NoCommand(const CLI::App& command, const std::string& word);
 
 // What several commands have.
 

@@ -98,8 +98,10 @@ std::string ManPage(const CommandView& tree) {
   std::string text = ".TH " + name + " 1 \"\" \"" + name + " " QMT_VERSION "\" \"User Commands\"\n";
   text += ".SH NAME\n" + name + " \\- operator's client of the monitoring daemon qmtdmon\n";
   text += ".SH SYNOPSIS\n" + Synopsis(tree, name) + ' ' + Italic("COMMAND") + " ...\n";
-  text += ".SH DESCRIPTION\n" + Escaped(tree.description) +
-          ". Data goes to standard output, words for the operator to standard error.\n";
+  text +=
+      ".SH DESCRIPTION\n" + Escaped(tree.description) +
+      ". Data goes to standard output, words for the operator to standard error. Without any word "
+      "it prints what one wants first.\n";
   text += ".SH OPTIONS\nThese may also stand behind a command.\n" + Descriptions(tree);
   text += ".SH COMMANDS\n" + CommandSections(tree, name);
   text += ".SH KEYS OF VIEW\n" + KeySections();

@@ -84,6 +84,8 @@ TEST_F(GeneratedFilesTest, BashOffersWhatMayStandThere) {
                {"qmtctl app delete we", "web\\ one\n"},
                {"qmtctl app set '$'", "\\$\\(touch\\ hit\\)\n"},
                {"qmtctl app add we", "\n"},
+               {"qmtctl help wat", "watch\n"},
+               {"qmtctl help alarms ru", "rules\n"},
                {"qmtctl check scr", "script\n"},
                {"qmtctl history CPUP --since \"\"", "\n"}};
   for (const auto& row : cases) {
