@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "client/ask/Errors.h"
+#include "client/looks/RecordNames.h"
 #include "json/RowCondition.h"
 
 namespace {
@@ -23,21 +24,23 @@ Json HistoryRequest(const std::string& record, const std::vector<std::string>& c
 }  // namespace
 
 KeptRows::KeptRows(Connection& connection, std::int64_t since, std::int64_t until,
-                   std::set<std::string> chosen)
+                   const std::set<std::string>& chosen)
     : m_connection(connection),
       m_since(since),
       m_until(until),
-      m_chosen(std::move(chosen)),
       m_status(ReadStatus(connection.Ask({{"op", "status"}}))) {
-  for (const Listing& each : ReadListing(connection.Ask({{"op", "records"}}))) {
+  const std::vector<Listing> listings = ReadListing(connection.Ask({{"op", "records"}}));
+  for (const Listing& each : listings) {
     // What is not served has no rows, and a name that two records have is the first one's.
     m_has.emplace(each.record, each.served);
   }
-  for (const std::string& record : m_chosen) {
-    if (m_has.find(record) == m_has.end()) {
-      throw UsageError("--records: there is no record \"" + record + "\"" +
-                       HintOf("unknown-record"));
+  const RecordNames names(listings);
+  for (const std::string& typed : chosen) {
+    RecordName record = ParseRecordName(typed);
+    if (!names.Resolve(record)) {
+      throw UsageError("--records: " + names.Missing(record));
     }
+    m_chosen.insert(record.name);
   }
   for (auto& [record, hasRows] : m_has) {
     hasRows = hasRows && IsChosen(record);

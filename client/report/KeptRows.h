@@ -26,7 +26,7 @@ class KeptRows {
  public:
   /// `connection` outlives it. `chosen`: the records that may be asked for, all if it is empty.
   KeptRows(Connection& connection, std::int64_t since, std::int64_t until,
-           std::set<std::string> chosen);
+           const std::set<std::string>& chosen);
 
   [[nodiscard]] std::int64_t Since() const { return m_since; }
   [[nodiscard]] std::int64_t Until() const { return m_until; }
