@@ -18,7 +18,7 @@ constexpr std::int64_t kPlotSeconds = 3600;
 constexpr std::size_t kPlotLines = 10;
 /// Columns of a label and its value, side by side where the screen has room for two.
 constexpr std::size_t kPairWidth = 52;
-constexpr std::size_t kLabelRoom = 30;
+constexpr std::size_t kPairLabelRoom = 30;
 
 /// What is drawn first, where the record has it.
 constexpr const char* kFirstFigures[] = {"CPU % Each",   "CPU %",         "In Use %",
@@ -119,11 +119,12 @@ void DetailPage::AddPairs(const std::vector<std::pair<std::string, std::string>>
     for (std::size_t place = i; place < pairs.size(); place += lines) {
       const auto& [label, value] = pairs[place];
       const std::string shown =
-          columns == 1 ? value : std::string(CutText(value, kPairWidth - kLabelRoom - 2));
+          columns == 1 ? value : std::string(CutText(value, kPairWidth - kPairLabelRoom - 2));
       const std::size_t begin = place / lines * kPairWidth;
       text += std::string(begin > TextWidth(text) ? begin - TextWidth(text) : 0, ' ');
       text += "  " + label;
-      text += std::string(kLabelRoom > label.size() ? kLabelRoom - label.size() : 1, ' ') + shown;
+      text += std::string(kPairLabelRoom > label.size() ? kPairLabelRoom - label.size() : 1, ' ') +
+              shown;
     }
     m_lines.push_back({text});
   }

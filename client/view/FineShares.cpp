@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "client/show/Labels.h"
+#include "client/view/RowMembers.h"
 #include "json/JsonText.h"
 
 namespace {
@@ -11,11 +12,6 @@ namespace {
 constexpr const char* kUserTime = "User CPU";
 constexpr const char* kSystemTime = "System CPU";
 constexpr const char* kShareOfAll = "CPU %";
-
-double NumberOf(const Json& row, const char* label) {
-  const Json* value = row.Find(label);
-  return value != nullptr && value->IsNumber() ? value->Number() : 0;
-}
 
 bool HasTimes(const Schema& schema) {
   const auto has = [&](const char* label) { return FindField(schema, label) != nullptr; };
@@ -56,12 +52,14 @@ void FineShares::Set(Json& rows, TimePoint at, double processors) {
   now.reserve(rows.Size());
   for (Json& row : rows.Elements()) {
     std::string key = KeyOf(row);
-    const double total = NumberOf(row, kUserTime) + NumberOf(row, kSystemTime);
+    const double total =
+        FigureOf(row, kUserTime).value_or(0) + FigureOf(row, kSystemTime).value_or(0);
     const auto last = m_last.find(key);
     const bool isKnown = last != m_last.end();
     // One that is younger than the look before has had no more than the time since then; an older
     // one that the look missed is shown by its whole life.
-    const double age = NumberOf(row, "Record Time") - NumberOf(row, "Start Time");
+    const double age =
+        FigureOf(row, kRecordTime).value_or(0) - FigureOf(row, "Start Time").value_or(0);
     const double seconds = isKnown ? between : std::max(between, age);
     const double growth = std::max(total - (isKnown ? last->second : 0), 0.0);
     const bool isTold = m_hasLast && seconds > 0;

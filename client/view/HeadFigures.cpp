@@ -4,22 +4,14 @@
 #include <map>
 #include <string_view>
 
+#include "client/view/RowMembers.h"
+
 namespace {
 
 using Figure = HeadFigures::Figure;
 
-constexpr double kKbytes = 1024;
-constexpr double kMbytes = 1024 * 1024;
-
-Figure FigureOf(const Json& row, const char* label, double factor = 1) {
-  const Json* value = row.Find(label);
-  return value != nullptr && value->IsNumber() ? Figure(value->Number() * factor) : Figure();
-}
-
-std::string TextOf(const Json& row, const char* label) {
-  const Json* value = row.Find(label);
-  return value != nullptr && value->IsString() ? value->Text() : "";
-}
+constexpr double kBytesOfKbyte = 1024;
+constexpr double kBytesOfMbyte = 1024 * 1024;
 
 /// Nothing and something is something.
 void AddTo(Figure& sum, const Figure& part) {
@@ -41,20 +33,20 @@ void ReadHost(const Json& row, HeadFigures& figures) {
   figures.cpuPercent = FigureOf(row, "CPU %");
   figures.waitPercent = FigureOf(row, "Wait %");
   figures.memoryPercent = FigureOf(row, "Alloc Mem %");
-  figures.memoryBytes = FigureOf(row, "Total Physical Mem Mbytes", kMbytes);
+  figures.memoryBytes = FigureOf(row, "Total Physical Mem Mbytes", kBytesOfMbyte);
   figures.swapPercent = FigureOf(row, "Alloc Swap %");
-  figures.swapBytes = FigureOf(row, "Total Swap Mbytes", kMbytes);
+  figures.swapBytes = FigureOf(row, "Total Swap Mbytes", kBytesOfMbyte);
   figures.load = {FigureOf(row, "1-Minute Run Queue Avg"), FigureOf(row, "5-Minute Run Queue Avg"),
                   FigureOf(row, "15-Minute Run Queue Avg")};
   figures.processes = FigureOf(row, "Processes");
-  const Figure made = FigureOf(row, "Record Time");
+  const Figure made = FigureOf(row, kRecordTime);
   const Figure begun = FigureOf(row, "Boot Time");
   if (made && begun && *begun > 0) {
     figures.upSeconds = *made - *begun;
   }
   // Kbytes, which the labels do not say.
-  figures.diskRead = FigureOf(row, "Block Reads/sec", kKbytes);
-  figures.diskWrite = FigureOf(row, "Block Writes/sec", kKbytes);
+  figures.diskRead = FigureOf(row, "Block Reads/sec", kBytesOfKbyte);
+  figures.diskWrite = FigureOf(row, "Block Writes/sec", kBytesOfKbyte);
 }
 
 void ReadInterfaces(const Json::ElementList& rows, HeadFigures& figures) {
@@ -83,11 +75,6 @@ void ReadPressure(const Json& row, HeadFigures& figures) {
 bool IsServed(const std::vector<Listing>& listing, std::string_view record) {
   return std::any_of(listing.begin(), listing.end(),
                      [&](const Listing& one) { return one.served && one.record == record; });
-}
-
-std::int64_t TimeOf(const Json& row) {
-  const Json* time = row.Find("Record Time");
-  return time != nullptr && time->IsWhole() ? time->Whole() : 0;
 }
 
 /// How long a trend's kept row holds.
@@ -140,7 +127,7 @@ HeadFigures ReadHeadFigures(const Sight& sight) {
   ReadInterfaces(RowsOf(sight, "NETD"), figures);
   ReadInterfaces(RowsOf(sight, "NIND"), figures);
   for (const Json& row : RowsOf(sight, "DEVD")) {
-    AddTo(figures.diskBoth, FigureOf(row, "Mbytes Xferd/sec", kMbytes));
+    AddTo(figures.diskBoth, FigureOf(row, "Mbytes Xferd/sec", kBytesOfMbyte));
   }
   return figures;
 }
@@ -163,7 +150,7 @@ void HeadTrends::Fill(const Sight& sight) {
   std::map<std::int64_t, HeadFigures> byTime;
   for (const auto& [record, seen] : sight.trends) {
     for (const Json& row : seen.rows.Elements()) {
-      HeadFigures& figures = byTime[TimeOf(row)];
+      HeadFigures& figures = byTime[RecordTimeOf(row)];
       if (record == "PI") {
         ReadHost(row, figures);
       } else {

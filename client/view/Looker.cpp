@@ -11,10 +11,10 @@
 #include "client/looks/RecordReader.h"
 #include "client/show/Labels.h"
 #include "client/show/RowValues.h"
+#include "client/view/RowMembers.h"
 
 namespace {
 
-constexpr const char* kTime = "Record Time";
 constexpr const char* kHostRecord = "PI";
 constexpr const char* kApplications = "APP";
 constexpr const char* kApplicationName = "Application Name";
@@ -42,11 +42,6 @@ Json TextsJson(const std::vector<std::string>& texts) {
   return array;
 }
 
-std::int64_t TimeOf(const Json& row) {
-  const Json* time = row.Find(kTime);
-  return time != nullptr && time->IsWhole() ? time->Whole() : 0;
-}
-
 std::string ComparisonName(const WantedRows& wanted) {
   std::string name = wanted.record;
   for (const std::string& condition : wanted.where) {
@@ -72,7 +67,7 @@ std::vector<std::string> CompleteColumns(const std::vector<std::string>& columns
         schema.fields.begin(), schema.fields.end(),
         [&](const Field& other) { return other.rateOf == field.label && isWanted(other.label); });
     const bool isTime =
-        field.label == kTime || field.label == "User CPU" || field.label == "System CPU";
+        field.label == kRecordTime || field.label == "User CPU" || field.label == "System CPU";
     if (isWanted(field.label) || field.meaning == "key" || isBase || isTime) {
       AddColumn(all, field.label);
     }
@@ -205,7 +200,7 @@ std::optional<std::int64_t> Looker::StepFrom(const Wish& wish) {
 std::optional<std::int64_t> Looker::StepAlong(const Wish& wish, const std::string& record) {
   const bool isBack = wish.moment == Moment::kBefore;
   Json request{{"op", "history"}, {"record", record}, {"limit", 1}};
-  request["columns"] = Json::Array({kTime});
+  request["columns"] = Json::Array({kRecordTime});
   request["sort"] = Json::Array({isBack ? "-Record Time" : "+Record Time"});
   request[isBack ? "until" : "since"] = wish.time + (isBack ? -1 : 1);
   try {
@@ -214,7 +209,7 @@ std::optional<std::int64_t> Looker::StepAlong(const Wish& wish, const std::strin
     if (page.answer.rows.Elements().empty()) {
       return std::nullopt;
     }
-    return TimeOf(page.answer.rows[0]);
+    return RecordTimeOf(page.answer.rows[0]);
   } catch (const RefusedError&) {
     return std::nullopt;
   }
@@ -246,7 +241,7 @@ SeenRows Looker::Kept(const WantedRows& wanted, std::int64_t time) {
   } catch (const RefusedError& error) {
     seen.error = error.what();
   }
-  seen.time = seen.rows.Elements().empty() ? 0 : TimeOf(seen.rows[0]);
+  seen.time = seen.rows.Elements().empty() ? 0 : RecordTimeOf(seen.rows[0]);
   return seen;
 }
 

@@ -13,7 +13,7 @@ constexpr std::size_t kNoParent = static_cast<std::size_t>(-1);
 /// A tree that is deeper goes on at this level.
 constexpr std::size_t kDeepest = 64;
 
-std::string TextOf(const Json& row, const char* label) {
+std::string IdentityText(const Json& row, const char* label) {
   const Json* value = row.Find(label);
   return value == nullptr ? std::string() : value->IsString() ? value->Text() : JsonText(*value);
 }
@@ -51,11 +51,11 @@ std::vector<std::size_t> SortedPlaces(const std::vector<Json>& rows, const RowAr
 std::vector<std::size_t> ParentsByNumber(const std::vector<Json>& rows) {
   std::unordered_map<std::string, std::size_t> places;
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    places.try_emplace(TextOf(rows[i], "PID"), i);
+    places.try_emplace(IdentityText(rows[i], "PID"), i);
   }
   std::vector<std::size_t> parents(rows.size(), kNoParent);
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    const auto parent = places.find(TextOf(rows[i], "Parent PID"));
+    const auto parent = places.find(IdentityText(rows[i], "Parent PID"));
     if (parent != places.end() && parent->second != i) {
       parents[i] = parent->second;
     }
@@ -67,11 +67,11 @@ std::vector<std::size_t> ParentsByNumber(const std::vector<Json>& rows) {
 std::vector<std::size_t> ParentsByPath(const std::vector<Json>& rows) {
   std::unordered_map<std::string, std::size_t> places;
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    places.try_emplace(TextOf(rows[i], "Path"), i);
+    places.try_emplace(IdentityText(rows[i], "Path"), i);
   }
   std::vector<std::size_t> parents(rows.size(), kNoParent);
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    std::string path = TextOf(rows[i], "Path");
+    std::string path = IdentityText(rows[i], "Path");
     while (path.size() > 1 && parents[i] == kNoParent) {
       const std::size_t slash = path.rfind('/');
       path.resize(slash == std::string::npos ? 0 : std::max<std::size_t>(slash, 1));
