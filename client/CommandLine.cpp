@@ -228,6 +228,7 @@ void BuildCommands(CLI::App& app, CommandLine& line) {
   AddCommonOptions(app, line);
   AddRowCommands(app, line);
   AddHistory(app, line);
+  AddReportCommand(app, line);
   AddWatch(app, line);
   AddTop(app, line);
   AddViewCommands(app, line);
@@ -236,5 +237,6 @@ void BuildCommands(CLI::App& app, CommandLine& line) {
   AddChangingCommands(app, line);
   AddFleetCommands(app, line);
   AddGateCommands(app, line);
+  AddFirstCommands(app, line);
   AddHiddenCommands(app, line);
 }

@@ -16,6 +16,7 @@
 #include "client/commands/FullView.h"
 #include "client/commands/History.h"
 #include "client/commands/Push.h"
+#include "client/commands/Report.h"
 #include "client/commands/Token.h"
 #include "client/commands/Top.h"
 #include "client/commands/UserData.h"
@@ -45,6 +46,7 @@ struct CommandLine {
   TokenOptions token;
   CertificateOptions certificate;
   AlarmOptions alarms;
+  ReportOptions report;
   std::uint64_t alarm = 0;
   bool isPrinting = false;
   std::uint64_t condition = 0;
@@ -73,8 +75,20 @@ void AddChangingCommands(CLI::App& app, CommandLine& line);
 void AddViewCommands(CLI::App& app, CommandLine& line);
 /// The part for alarms and for what is pushed.
 void AddFleetCommands(CLI::App& app, CommandLine& line);
+/// The report on what was kept.
+void AddReportCommand(CLI::App& app, CommandLine& line);
 /// The part for who asks over the network.
 void AddGateCommands(CLI::App& app, CommandLine& line);
+/// The part for who begins.
+void AddFirstCommands(CLI::App& app, CommandLine& line);
+
+/// Prints what one wants first; the exit value.
+[[nodiscard]] int RunFirstSteps(const CLI::App& app);
+
+/// The names of the commands below one, without those that no help names.
+[[nodiscard]] std::vector<std::string> SubcommandNames(const CLI::App& command);
+/// That there is no such command below `command`, and what comes nearest.
+[[nodiscard]] std::string NoCommand(const CLI::App& command, const std::string& word);
 
 // What several commands have.
 

@@ -15,7 +15,7 @@ constexpr std::uint64_t kLastItem = 65535;
 std::string ErrorText(const Json& error) {
   std::string message = TextMember(error, "message");
   const std::string code = TextMember(error, "code");
-  return message.empty() ? code : message + " (" + code + ")" + HintOf(code);
+  return message.empty() ? code : message + " (" + code + ")";
 }
 
 /// Deep trees don't come this far: the parser bounds how deep an answer is nested.

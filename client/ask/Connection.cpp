@@ -57,7 +57,7 @@ void ThrowRefusal(const Json& answer) {
       words += std::string(" (") + name + " " + value + ")";
     }
   }
-  throw RefusedError(words + HintOf(text("code")));
+  throw RefusedError(words);
 }
 
 std::string RequestLine(const Json& request) {

@@ -93,7 +93,7 @@ void DrawTitle(Canvas& canvas, const Sight& sight, const HeadFigures& figures,
 
 void DrawCpu(Canvas& canvas, std::size_t at, const HeadFigures& figures, const HeadTrends& trends,
              std::int64_t time, bool hasUtf8) {
-  const std::size_t bar = std::clamp<std::size_t>(canvas.Width() / 4, 4, 32);
+  const std::size_t bar = std::clamp<std::size_t>(canvas.Width() / 5, 4, 32);
   Line line(canvas, at);
   line.Put(Label("CPU"), Tone::kTitle);
   line.Put(BarText(figures.cpuPercent.value_or(0) / 100, bar), LoadTone(figures.cpuPercent)).Gap(1);
@@ -143,7 +143,7 @@ void DrawProcessors(Canvas& canvas, std::size_t at, const HeadFigures& figures, 
 }
 
 void DrawMemory(Canvas& canvas, std::size_t at, const HeadFigures& figures) {
-  const std::size_t bar = std::clamp<std::size_t>(canvas.Width() / 4, 4, 32);
+  const std::size_t bar = std::clamp<std::size_t>(canvas.Width() / 5, 4, 32);
   Line line(canvas, at);
   line.Put(Label("Memory"), Tone::kTitle).Gap(0);
   line.Put(BarText(figures.memoryPercent.value_or(0) / 100, bar), LoadTone(figures.memoryPercent))

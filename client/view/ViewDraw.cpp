@@ -72,7 +72,7 @@ void View::DrawTabs(Canvas& canvas, std::size_t line) {
   std::size_t column = 0;
   for (std::size_t i = 0; i < panes.size(); ++i) {
     const std::string text =
-        std::string(1, panes[i].key) + " " + (isShort ? panes[i].shortTitle : panes[i].title);
+        std::string(1, panes[i].key) + (isShort ? panes[i].shortTitle : ' ' + panes[i].title);
     const std::size_t end =
         canvas.Put(line, column, text, i == m_pane ? Tone::kSelected : Tone::kDim);
     m_tabs.push_back({column, end, i});
@@ -90,8 +90,8 @@ std::string View::PaneNote() {
     return seen->error;
   }
   if (seen->isFar) {
-    return "MISSING: no rows of " + rows.Kind().record +
-           " are kept near this time; the nearest are of " + DateText(seen->time);
+    return "MISSING: no rows of " + rows.Kind().record + " near this time; nearest " +
+           DateText(seen->time);
   }
   if (seen->rows.Elements().empty() && m_sight != nullptr) {
     if (Pane().key == kAlarmPane) {
@@ -142,10 +142,11 @@ void View::DrawState(Canvas& canvas, std::size_t line) {
   if (!rows.Kind().record.empty() && rows.Kind().record != rows.Kind().title) {
     text = rows.Kind().record + ": " + text;
   }
-  text += "  " + std::to_string(rows.Shown()) + " of " + std::to_string(rows.All());
-  text += rows.FilterText().empty() ? "" : "  with " + SafeText(rows.FilterText());
   const SeenRows* seen = rows.Seen();
-  if (!m_isNow && seen != nullptr && seen->time != 0 && seen->time != m_time) {
+  const bool isFar = seen != nullptr && seen->isFar;
+  text += isFar ? "" : "  " + std::to_string(rows.Shown()) + " of " + std::to_string(rows.All());
+  text += rows.FilterText().empty() ? "" : "  with " + SafeText(rows.FilterText());
+  if (!m_isNow && !isFar && seen != nullptr && seen->time != 0 && seen->time != m_time) {
     text += "  of " + ClockOf(seen->time);
   }
   text += m_isNow ? "  every " + SecondsText(m_every) : "";

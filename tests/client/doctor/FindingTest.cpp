@@ -1,0 +1,151 @@
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <thread>
+
+#include "client/ask/Errors.h"
+#include "client/doctor/FindFacts.h"
+#include "client/doctor/PortProbe.h"
+#include "client/doctor/QuickProgram.h"
+#include "client/doctor/Settings.h"
+#include "support/Descriptor.h"
+#include "tests/client/ClientHarness.h"
+#include "tests/json/JsonOf.h"
+
+namespace {
+
+using testing::HasSubstr;
+using namespace std::chrono_literals;
+
+TEST(QuickProgramTest, TellsHowAProgramEnded) {
+  const QuickResult done = RunQuickly({"sh", "-c", "echo out; echo err >&2; exit 3"});
+  EXPECT_EQ(done.fault, "");
+  EXPECT_EQ(done.exit, 3);
+  EXPECT_EQ(done.output, "out\nerr\n");
+  EXPECT_THAT(RunQuickly({"/nowhere/program"}).fault, HasSubstr("cannot run /nowhere/program"));
+  EXPECT_THAT(RunQuickly({"yes"}).fault, HasSubstr("too much to say"));
+  // What it has started holds its output, and is ended too.
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_THAT(RunQuickly({"sh", "-c", "sleep 60 & exit 0"}, 200ms).fault, HasSubstr("in time"));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s);
+}
+
+/// A server at a free port of the loopback that says one thing to whoever asks; nothing for an
+/// empty text.
+class OneAnswerServer {
+ public:
+  explicit OneAnswerServer(std::string answer)
+      : m_listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    ::sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::socklen_t size = sizeof address;
+    auto* place = reinterpret_cast<::sockaddr*>(&address);
+    EXPECT_EQ(::bind(m_listener.Get(), place, size), 0);
+    EXPECT_EQ(::listen(m_listener.Get(), 4), 0);
+    EXPECT_EQ(::getsockname(m_listener.Get(), place, &size), 0);
+    m_address = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    m_thread = std::thread([this, answer = std::move(answer)] { Serve(answer); });
+  }
+  ~OneAnswerServer() {
+    ::shutdown(m_listener.Get(), SHUT_RDWR);
+    m_thread.join();
+  }
+  OneAnswerServer(const OneAnswerServer&) = delete;
+  OneAnswerServer& operator=(const OneAnswerServer&) = delete;
+
+  [[nodiscard]] const std::string& Address() const { return m_address; }
+
+ private:
+  void Serve(const std::string& answer) const {
+    std::vector<Descriptor> clients;
+    while (true) {
+      clients.emplace_back(::accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+      if (!clients.back().IsOpen()) {
+        return;
+      }
+      static_cast<void>(::send(clients.back().Get(), answer.data(), answer.size(), MSG_NOSIGNAL));
+    }
+  }
+
+  Descriptor m_listener;
+  std::string m_address;
+  std::thread m_thread;
+};
+
+TEST(PortProbeTest, TellsWhoListens) {
+  const OneAnswerServer http("HTTP/1.1 400 Bad Request\r\n\r\n");
+  const OneAnswerServer other("220 mail\r\n");
+  const OneAnswerServer silent("");
+  EXPECT_EQ(ProbePort(http.Address()).kind, PortFacts::Kind::kAnswers);
+  EXPECT_EQ(ProbePort("http://0.0.0.0" + http.Address().substr(http.Address().find(':'))).kind,
+            PortFacts::Kind::kAnswers);
+  EXPECT_EQ(ProbePort(other.Address()).kind, PortFacts::Kind::kNoHttp);
+  EXPECT_EQ(ProbePort(silent.Address(), 100ms).kind, PortFacts::Kind::kSilent);
+  EXPECT_EQ(ProbePort("https://" + silent.Address()).kind, PortFacts::Kind::kAnswers);
+  EXPECT_EQ(ProbePort("localhost").fault, "no address");
+  std::string gone;
+  {
+    const OneAnswerServer server("");
+    gone = server.Address();
+  }
+  EXPECT_EQ(ProbePort(gone).kind, PortFacts::Kind::kRefused);
+}
+
+TEST(DoctorSettingsTest, AreThoseOfTheFileOrTheDefaults) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path() + "/qmtagt.ini";
+  EXPECT_FALSE(Settings(path).HistoryBytes());
+  std::ofstream(path) << "[Agent]\nworkgroup file = groups\n[Node]\nHistory Megabytes = 7\n"
+                         "[Log Records/MESS]\nEventfile = events\n";
+  EXPECT_EQ(Settings(path).HistoryBytes(), std::uint64_t{7} << 20);
+  EXPECT_EQ(Settings(path).WorkgroupFile(), "groups");
+  EXPECT_EQ(Settings(path).EventFile(), "events");
+  std::ofstream(path) << "[Node]\nHistory Megabytes = x\n";
+  EXPECT_EQ(Settings(path).HistoryBytes(), std::uint64_t{512} << 20);
+  EXPECT_EQ(Settings(path).WorkgroupFile(), "wgfile");
+}
+
+TEST(FindSocketTest, TellsWhatStandsThere) {
+  const ScratchFolder folder;
+  EXPECT_EQ(FindSocket(folder.Path() + "/none").error, ENOENT);
+  std::ofstream(folder.Path() + "/file") << "x";
+  const SocketFacts file = FindSocket(folder.Path() + "/file");
+  EXPECT_EQ(file.error, 0);
+  EXPECT_FALSE(file.isSocket);
+  const ScriptedServer server(folder.Path(), "s", [](const Json&) { return std::string(); });
+  const SocketFacts socket = FindSocket(server.Path());
+  EXPECT_TRUE(socket.isSocket);
+  EXPECT_TRUE(socket.isOwner);
+  EXPECT_EQ(socket.owner, socket.user);
+  EXPECT_EQ(socket.isRoot, ::geteuid() == 0);
+}
+
+/// What the program says of daemons that are seldom met.
+TEST(DoctorCommandTest, TellsAllItCanOfAPoorDaemon) {
+  const ScratchFolder folder;
+  const ScriptedServer foreign(folder.Path(), "s", [](const Json& request) {
+    return Answer(request, {{"status", 1}});
+  });
+  const Outcome run = RunProgram(QMTCTL_PATH, {"doctor", "--socket", foreign.Path(), "--json"});
+  EXPECT_EQ(run.exit, kExitFailed);
+  EXPECT_EQ(run.err, "");
+  const Json told = JsonOf(run.out);
+  EXPECT_EQ(told[0]["check"], "socket");
+  EXPECT_EQ(told[0]["mark"], "ok");
+  EXPECT_EQ(told[2]["check"], "answer");
+  EXPECT_EQ(told[2]["mark"], "fail");
+  EXPECT_THAT(told[2]["text"].Text(), HasSubstr("broken answer"));
+
+  const Outcome none = RunProgram(QMTCTL_PATH, {"doctor", "--socket", folder.Path() + "/none"});
+  EXPECT_EQ(none.exit, kExitFailed);
+  EXPECT_THAT(none.out, HasSubstr("fail  socket    there is no " + folder.Path() + "/none"));
+}
+
+}  // namespace
