@@ -30,12 +30,16 @@ void Set(const Descriptor& event) {
   static_cast<void>(!::write(event.Get(), &one, sizeof(one)));
 }
 
-/// Signals are the screen's alone.
+/// Signals are the screen's alone; but one that tells of a crash ends the program at once where it
+/// is blocked, and the terminal would stay as it is.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
     sigset_t all;
     sigfillset(&all);
+    for (const int crash : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
+      sigdelset(&all, crash);
+    }
     static_cast<void>(::pthread_sigmask(SIG_SETMASK, &all, &m_before));
   }
   ~SignalsBlocked() { static_cast<void>(::pthread_sigmask(SIG_SETMASK, &m_before, nullptr)); }

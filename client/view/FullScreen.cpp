@@ -23,7 +23,8 @@ namespace {
 
 /// Sequences are far shorter.
 constexpr std::size_t kLongestFarewell = 512;
-constexpr std::array kCrashSignals{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
+/// Those of a crash, and those that end the program where it is without having been asked to stop.
+constexpr std::array kCrashSignals{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGHUP, SIGQUIT};
 
 // What a crash needs is made ready before: its handler may call next to nothing.
 std::array<char, kLongestFarewell> g_farewell{};
@@ -49,6 +50,9 @@ void PrepareFarewell() {
   char* mouse = Capability("XM");
   if (mouse != nullptr && mouse != reinterpret_cast<char*>(-1)) {
     AddFarewell(::tiparm(mouse, 0));
+  } else if (Capability("kmous") != nullptr) {
+    // What ncurses switches on where the terminal's entry does not say how.
+    AddFarewell("\x1b[?1006;1000l");
   }
   for (const char* name : {"sgr0", "rmkx", "rmcup", "cnorm"}) {
     AddFarewell(Capability(name));

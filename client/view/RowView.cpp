@@ -98,7 +98,8 @@ const Json* RowView::Selected() const {
 
 RowView::Column RowView::MakeColumn(const std::string& label, const std::string& heading,
                                     double bytes) const {
-  Column column{label, heading, bytes};
+  // A label may come from a file of settings.
+  Column column{label, SafeText(heading), bytes};
   if (const Field* field = FieldOf(m_seen->schema.get(), label); field != nullptr) {
     column.decimals = DecimalsOfField(*field);
     column.isTime = IsTime(*field);

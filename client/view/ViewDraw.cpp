@@ -124,7 +124,8 @@ void View::DrawState(Canvas& canvas, std::size_t line) {
     return;
   }
   if (!m_failure.empty()) {
-    canvas.Put(line, 0, SafeText(m_failure) + "; trying again", Tone::kBad);
+    // What is cut at the edge is the longer part.
+    canvas.Put(line, 0, "trying again: " + SafeText(m_failure), Tone::kBad);
     return;
   }
   if (const auto waiting = m_feed.Waiting(); waiting >= std::chrono::seconds(2)) {
