@@ -8,6 +8,7 @@
 
 #include "client/commands/Alarms.h"
 #include "client/commands/Applications.h"
+#include "client/commands/Capture.h"
 #include "client/commands/Certificate.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Console.h"
@@ -15,6 +16,7 @@
 #include "client/commands/Explain.h"
 #include "client/commands/History.h"
 #include "client/commands/Push.h"
+#include "client/commands/Replay.h"
 #include "client/commands/Token.h"
 #include "client/commands/Top.h"
 #include "client/commands/UserData.h"
@@ -42,6 +44,8 @@ struct CommandLine {
   UserDataOptions userData;
   TokenOptions token;
   CertificateOptions certificate;
+  CaptureOptions capture;
+  ReplayOptions replay;
   AlarmOptions alarms;
   std::uint64_t alarm = 0;
   bool isPrinting = false;
@@ -69,6 +73,8 @@ void BuildCommands(CLI::App& app, CommandLine& line);
 void AddChangingCommands(CLI::App& app, CommandLine& line);
 /// The part for alarms and for what is pushed.
 void AddFleetCommands(CLI::App& app, CommandLine& line);
+/// The part for hosts in files.
+void AddCaptureCommands(CLI::App& app, CommandLine& line);
 /// The part for who asks over the network.
 void AddGateCommands(CLI::App& app, CommandLine& line);
 
