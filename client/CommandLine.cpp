@@ -236,6 +236,7 @@ void BuildCommands(CLI::App& app, CommandLine& line) {
   AddOtherCommands(app, line);
   AddChangingCommands(app, line);
   AddFleetCommands(app, line);
+  AddCaptureCommands(app, line);
   AddGateCommands(app, line);
   AddFirstCommands(app, line);
   AddHiddenCommands(app, line);

@@ -8,6 +8,7 @@
 
 #include "client/commands/Alarms.h"
 #include "client/commands/Applications.h"
+#include "client/commands/Capture.h"
 #include "client/commands/Certificate.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Console.h"
@@ -16,6 +17,7 @@
 #include "client/commands/FullView.h"
 #include "client/commands/History.h"
 #include "client/commands/Push.h"
+#include "client/commands/Replay.h"
 #include "client/commands/Report.h"
 #include "client/commands/Token.h"
 #include "client/commands/Top.h"
@@ -45,6 +47,8 @@ struct CommandLine {
   UserDataOptions userData;
   TokenOptions token;
   CertificateOptions certificate;
+  CaptureOptions capture;
+  ReplayOptions replay;
   AlarmOptions alarms;
   ReportOptions report;
   std::uint64_t alarm = 0;
@@ -77,6 +81,8 @@ void AddViewCommands(CLI::App& app, CommandLine& line);
 void AddFleetCommands(CLI::App& app, CommandLine& line);
 /// The report on what was kept.
 void AddReportCommand(CLI::App& app, CommandLine& line);
+/// The part for hosts in files.
+void AddCaptureCommands(CLI::App& app, CommandLine& line);
 /// The part for who asks over the network.
 void AddGateCommands(CLI::App& app, CommandLine& line);
 /// The part for who begins.

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// The folder of a capture as the client reads and writes it; docs/captures.md has its format.
+
+inline constexpr const char* kCaptureName = "capture.json";
+inline constexpr const char* kHistoryName = "history";
+
+/// A folder of one's own (0700) below $TMPDIR or /tmp, removed with the object.
+class TemporaryFolder {
+ public:
+  /// Throws ClientError.
+  TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder();
+  /// Absolute, without links.
+  [[nodiscard]] const std::string& Path() const { return m_path; }
+
+ private:
+  std::string m_path;
+};
+
+/// The bytes of a regular file that is no link, of 256 MiB at most. Throws ClientError.
+[[nodiscard]] std::string ReadWhole(const std::string& path);
+/// Replaces a file or makes it, for its owner alone. Throws ClientError.
+void WriteWhole(const std::string& path, std::string_view text);
+
+/// What stands in a folder, at any depth, by paths relative to it: a folder before what is in it.
+/// Links are not followed. Throws ClientError.
+struct FolderEntry {
+  std::string path;
+  bool isFolder = false;
+};
+[[nodiscard]] std::vector<FolderEntry> ListFolder(const std::string& folder);

@@ -1,0 +1,187 @@
+#include "client/capture/PrivateWords.h"
+
+#include <arpa/inet.h>
+#include <grp.h>
+#include <ifaddrs.h>
+#include <linux/if_packet.h>
+#include <pwd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+/// From here on users and groups are those of people; below, they are a distribution's.
+constexpr unsigned long kFirstPerson = 1000;
+constexpr unsigned long kNobody = 65534;
+constexpr std::size_t kShortestSerial = 6;
+
+std::vector<std::string> SplitAt(std::string_view text, char mark) {
+  std::vector<std::string> parts;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find(mark), text.size());
+    parts.emplace_back(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return parts;
+}
+
+std::string NameOfFile(std::string_view path) {
+  return std::string(path.substr(path.rfind('/') + 1));
+}
+
+std::string AddressText(const ::sockaddr& address) {
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  if (address.sa_family == AF_INET) {
+    const auto& four = reinterpret_cast<const ::sockaddr_in&>(address);
+    const bool isLoopback = (ntohl(four.sin_addr.s_addr) >> IN_CLASSA_NSHIFT) == IN_LOOPBACKNET;
+    return isLoopback ? "" : ::inet_ntop(AF_INET, &four.sin_addr, text.data(), text.size());
+  }
+  if (address.sa_family == AF_INET6) {
+    const auto& six = reinterpret_cast<const ::sockaddr_in6&>(address);
+    return IN6_IS_ADDR_LOOPBACK(&six.sin6_addr)
+               ? ""
+               : ::inet_ntop(AF_INET6, &six.sin6_addr, text.data(), text.size());
+  }
+  if (address.sa_family == AF_PACKET) {
+    const auto& link = reinterpret_cast<const ::sockaddr_ll&>(address);
+    const unsigned char* byte = link.sll_addr;
+    std::snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", byte[0], byte[1],
+                  byte[2], byte[3], byte[4], byte[5]);
+    return link.sll_halen == 6 && text.data() != std::string_view("00:00:00:00:00:00") ? text.data()
+                                                                                       : "";
+  }
+  return "";
+}
+
+}  // namespace
+
+bool HoldsSerial(std::string_view path) {
+  static const std::set<std::string> names{"serial",
+                                           "serial_number",
+                                           "product_serial",
+                                           "board_serial",
+                                           "chassis_serial",
+                                           "product_uuid",
+                                           "wwid",
+                                           "wwn",
+                                           "nguid",
+                                           "eui",
+                                           "uuid",
+                                           "unique_id",
+                                           "subsysnqn",
+                                           "machine-id",
+                                           "boot_id",
+                                           "board_asset_tag",
+                                           "chassis_asset_tag"};
+  return names.contains(NameOfFile(path));
+}
+
+bool IsKernelPath(std::string_view path) {
+  return path.starts_with("proc/") ||
+         (path.starts_with("sys/") && !path.starts_with("sys/fs/cgroup/"));
+}
+
+void WordCollector::TakeName(const std::string& name, std::string_view number) {
+  unsigned long id = 0;
+  const auto [end, status] = std::from_chars(number.data(), number.data() + number.size(), id);
+  const bool isNumber = status == std::errc{} && end == number.data() + number.size();
+  if (isNumber && id >= kFirstPerson && id != kNobody && !name.empty()) {
+    m_words.names.insert(name);
+  }
+}
+
+void WordCollector::TakeAccounts(std::string_view text) {
+  for (const std::string& line : SplitAt(text, '\n')) {
+    constexpr std::size_t kId = 2;
+    const std::vector<std::string> fields = SplitAt(line, ':');
+    if (fields.size() > kId) {
+      TakeName(fields[0], fields[kId]);
+    }
+  }
+}
+
+void WordCollector::TakeServers(std::string_view text) {
+  for (const std::string& line : SplitAt(text, '\n')) {
+    const std::vector<std::string> fields = SplitAt(line, ' ');
+    for (const std::string& field : fields) {
+      // SERVER:/PATH of NFS, //SERVER/SHARE of SMB.
+      const std::size_t colon = field.find(":/");
+      if (colon != field.npos && colon > 0 && field.find('/') == colon + 1) {
+        TakeHost(field.substr(0, colon));
+      } else if (field.starts_with("//") && field.find('/', 2) != field.npos) {
+        TakeHost(field.substr(2, field.find('/', 2) - 2));
+      }
+    }
+  }
+}
+
+void WordCollector::TakeHost(const std::string& name) {
+  const std::string first = name.substr(0, name.find('.'));
+  const bool isAddress = name.find_first_not_of("0123456789.:[]") == name.npos;
+  if (name.empty() || isAddress || first == "localhost" || first == "(none)") {
+    return;
+  }
+  m_words.names.insert(name);
+  m_words.names.insert(first);
+}
+
+void WordCollector::TakeFile(std::string_view path, std::string_view text) {
+  if (path == "etc/passwd" || path == "etc/group") {
+    TakeAccounts(text);
+  } else if (path == "etc/hostname" || path == "proc/sys/kernel/hostname") {
+    TakeHost(std::string(text.substr(0, text.find('\n'))));
+  } else if (path.starts_with("proc/") &&
+             (NameOfFile(path) == "mountinfo" || NameOfFile(path) == "mounts")) {
+    TakeServers(text);
+  } else if (HoldsSerial(path)) {
+    for (const std::string& line : SplitAt(text, '\n')) {
+      const std::size_t begin = line.find_first_not_of(' ');
+      const std::size_t end = line.find_last_not_of(' ');
+      if (begin != line.npos && end - begin + 1 >= kShortestSerial) {
+        m_words.serials.insert(line.substr(begin, end - begin + 1));
+      }
+    }
+  }
+}
+
+void WordCollector::TakeCall(std::string_view question, std::string_view answer) {
+  const std::vector<std::string> lines = SplitAt(answer, '\n');
+  if (question.starts_with("getpw") && lines.size() > 1) {
+    TakeName(lines[0], lines[1]);
+  } else if (question.starts_with("getgrgid ")) {
+    TakeName(std::string(answer), question.substr(question.find(' ') + 1));
+  }
+}
+
+void WordCollector::TakeSystem() {
+  ::setpwent();
+  while (const ::passwd* user = ::getpwent()) {
+    TakeName(user->pw_name, std::to_string(user->pw_uid));
+  }
+  ::endpwent();
+  ::setgrent();
+  while (const ::group* group = ::getgrent()) {
+    TakeName(group->gr_name, std::to_string(group->gr_gid));
+  }
+  ::endgrent();
+}
+
+std::vector<std::string> OwnAddresses() {
+  ::ifaddrs* first = nullptr;
+  if (::getifaddrs(&first) != 0) {
+    return {};
+  }
+  const std::unique_ptr<::ifaddrs, void (*)(::ifaddrs*)> owner(first, ::freeifaddrs);
+  std::set<std::string> texts;
+  for (const ::ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
+    const std::string text = entry->ifa_addr == nullptr ? "" : AddressText(*entry->ifa_addr);
+    if (!text.empty()) {
+      texts.insert(text);
+    }
+  }
+  return {texts.begin(), texts.end()};
+}
