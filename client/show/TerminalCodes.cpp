@@ -17,6 +17,22 @@ std::string Capability(const char* name) {
   return isThere ? text : "";
 }
 
+/// Keeps the terminal that the library works with, which the full screen may have opened.
+class CurrentTerminal {
+ public:
+  CurrentTerminal() = default;
+  ~CurrentTerminal() {
+    if (::cur_term != m_before) {
+      ::del_curterm(::set_curterm(m_before));
+    }
+  }
+  CurrentTerminal(const CurrentTerminal&) = delete;
+  CurrentTerminal& operator=(const CurrentTerminal&) = delete;
+
+ private:
+  TERMINAL* m_before = ::cur_term;
+};
+
 bool OpenKind(const char* kind) {
   int outcome = 0;
   return kind != nullptr && *kind != '\0' && ::setupterm(kind, STDOUT_FILENO, &outcome) == OK;
@@ -25,13 +41,12 @@ bool OpenKind(const char* kind) {
 }  // namespace
 
 TerminalCodes CodesOfTerminal(const char* kind) {
+  const CurrentTerminal current;
   if (!OpenKind(kind) && !OpenKind(kCommonKind)) {
     return {};
   }
-  TerminalCodes codes{Capability("bold"), Capability("dim"), Capability("sgr0"),
-                      Capability("home") + Capability("ed")};
-  ::del_curterm(::cur_term);
-  return codes;
+  return {Capability("bold"), Capability("dim"), Capability("sgr0"),
+          Capability("home") + Capability("ed")};
 }
 
 const TerminalCodes& OutputCodes() {
