@@ -25,12 +25,15 @@ bool OpenKind(const char* kind) {
 }  // namespace
 
 TerminalCodes CodesOfTerminal(const char* kind) {
+  // A full screen that is on has a terminal of its own, which would be given back below.
+  TERMINAL* const before = ::set_curterm(nullptr);
   if (!OpenKind(kind) && !OpenKind(kCommonKind)) {
+    ::set_curterm(before);
     return {};
   }
   TerminalCodes codes{Capability("bold"), Capability("dim"), Capability("sgr0"),
                       Capability("home") + Capability("ed")};
-  ::del_curterm(::cur_term);
+  ::del_curterm(::set_curterm(before));
   return codes;
 }
 
