@@ -17,22 +17,6 @@ std::string Capability(const char* name) {
   return isThere ? text : "";
 }
 
-/// Keeps the terminal that the library works with, which the full screen may have opened.
-class CurrentTerminal {
- public:
-  CurrentTerminal() = default;
-  ~CurrentTerminal() {
-    if (::cur_term != m_before) {
-      ::del_curterm(::set_curterm(m_before));
-    }
-  }
-  CurrentTerminal(const CurrentTerminal&) = delete;
-  CurrentTerminal& operator=(const CurrentTerminal&) = delete;
-
- private:
-  TERMINAL* m_before = ::cur_term;
-};
-
 bool OpenKind(const char* kind) {
   int outcome = 0;
   return kind != nullptr && *kind != '\0' && ::setupterm(kind, STDOUT_FILENO, &outcome) == OK;
@@ -41,12 +25,16 @@ bool OpenKind(const char* kind) {
 }  // namespace
 
 TerminalCodes CodesOfTerminal(const char* kind) {
-  const CurrentTerminal current;
+  // A full screen that is on has a terminal of its own, which would be given back below.
+  TERMINAL* const before = ::set_curterm(nullptr);
   if (!OpenKind(kind) && !OpenKind(kCommonKind)) {
+    ::set_curterm(before);
     return {};
   }
-  return {Capability("bold"), Capability("dim"), Capability("sgr0"),
-          Capability("home") + Capability("ed")};
+  TerminalCodes codes{Capability("bold"), Capability("dim"), Capability("sgr0"),
+                      Capability("home") + Capability("ed")};
+  ::del_curterm(::set_curterm(before));
+  return codes;
 }
 
 const TerminalCodes& OutputCodes() {

@@ -50,13 +50,17 @@ TEST(CanvasTest, PaintsWhatStandsThere) {
   Canvas canvas(4, 2);
   canvas.Put(0, 0, "abcd", Tone::kBold);
   canvas.Paint(0, 2, 99, Tone::kSelected);
+  canvas.Paint(1, 1, 2, Tone::kBad);
   canvas.Paint(2, 0, 4, Tone::kSelected);
   canvas.Paint(1, 9, 4, Tone::kSelected);
   EXPECT_EQ(canvas.LineText(0), "abcd");
   EXPECT_EQ(canvas.At(0, 1).tone, Tone::kBold);
   EXPECT_EQ(canvas.At(0, 2).tone, Tone::kSelected);
   EXPECT_EQ(canvas.At(0, 3).tone, Tone::kSelected);
-  EXPECT_FALSE(HasTone(canvas, 1, Tone::kSelected));
+  for (const std::size_t column : {0U, 1U, 2U, 3U}) {
+    const bool isPainted = column == 1 || column == 2;
+    EXPECT_EQ(canvas.At(1, column).tone, isPainted ? Tone::kBad : Tone::kPlain) << column;
+  }
 }
 
 TEST(CanvasTest, OfNoSizeTakesEverything) {

@@ -45,6 +45,7 @@ TEST(TrendTest, DrawsTheMeansOfFixedSteps) {
       // The picture stands still within a step, and moves by one character after it.
       {"within a step", {{91, 100, 1}}, 91, 100, "   #"},
       {"at its end", {{91, 100, 1}}, 100, 100, "   #"},
+      {"at fixed times", {{85, 100, 1}}, 94, 100, "  # "},
       {"after it", {{91, 100, 1}}, 101, 100, "  # "},
       {"before it", {{91, 100, 1}}, 90, 100, "    "},
       // Who steps back in time sees nothing of what comes later.
