@@ -15,16 +15,12 @@
 
 namespace {
 
-constexpr const char* kHostRecord = "PI";
 constexpr const char* kApplications = "APP";
 constexpr const char* kApplicationName = "Application Name";
 constexpr const char* kVerdict = "Application Status";
 constexpr std::chrono::seconds kStatusAge{10};
 constexpr std::int64_t kTrendSeconds = 15 * 60;
 constexpr std::int64_t kAlarmSeconds = 86400;
-constexpr std::size_t kPlotPoints = 200;
-/// Of a host with more there is a sight of so many.
-constexpr std::size_t kMostKeptRows = 50'000;
 /// Of a record that no schedule collects any more.
 constexpr double kUnknownPace = 300;
 
@@ -32,14 +28,6 @@ void AddColumn(std::vector<std::string>& columns, const std::string& label) {
   if (std::find(columns.begin(), columns.end(), label) == columns.end()) {
     columns.push_back(label);
   }
-}
-
-Json TextsJson(const std::vector<std::string>& texts) {
-  Json array = Json::Array();
-  for (const std::string& text : texts) {
-    array.PushBack(text);
-  }
-  return array;
 }
 
 std::string ComparisonName(const WantedRows& wanted) {
@@ -128,31 +116,49 @@ Json Looker::RecordRequest(const WantedRows& wanted) {
 
 void Looker::LookNow(const Wish& wish, Sight& sight) {
   sight.time = std::time(nullptr);
-  if (wish.records.empty()) {
+  Json records = Json::Array();
+  std::vector<const WantedRows*> asked;
+  for (const WantedRows& wanted : wish.records) {
+    if (wanted.record == kApplications) {
+      // Verdicts are the schedule's: where nothing is defined, a look of its own would be a
+      // warning in the daemon's log each time.
+      sight.records.insert_or_assign(wanted.record, std::make_shared<const SeenRows>(Last(wanted)));
+      continue;
+    }
+    records.PushBack(RecordRequest(wanted));
+    asked.push_back(&wanted);
+  }
+  if (asked.empty()) {
     return;
   }
-  Json records = Json::Array();
   std::vector<RecordName> names;
-  for (const WantedRows& wanted : wish.records) {
-    records.PushBack(RecordRequest(wanted));
-    names.push_back({wanted.record, ""});
+  for (const WantedRows* wanted : asked) {
+    names.push_back({wanted->record, ""});
   }
   Json answer = m_connection.Ask({{"op", "get"}, {"records", std::move(records)}});
   const TimePoint at = std::chrono::steady_clock::now();
   std::vector<RecordAnswer> answers = ReadResults(answer, names);
   for (std::size_t i = 0; i < answers.size(); ++i) {
-    const std::string& record = wish.records[i].record;
-    SeenRows seen{std::move(answers[i].rows), SchemaOf(record), answers[i].time,
+    const WantedRows& wanted = *asked[i];
+    SeenRows seen{std::move(answers[i].rows), SchemaOf(wanted.record), answers[i].time,
                   std::move(answers[i].error), false};
     if (seen.error.empty()) {
-      if (record == kHostRecord && seen.rows.Size() == 1) {
-        const Json* processors = seen.rows[0].Find("Active CPUs");
-        m_processors = processors != nullptr && processors->IsNumber() ? processors->Number() : 0;
+      if (wanted.record == kHostRecord && seen.rows.Size() == 1) {
+        m_processors = FigureOf(seen.rows[0], "Active CPUs").value_or(0);
       }
-      sight.isFirst = Compare(wish.records[i], seen, at) || sight.isFirst;
+      sight.isFirst = Compare(wanted, seen, at) || sight.isFirst;
     }
-    sight.records.insert_or_assign(record, std::make_shared<const SeenRows>(std::move(seen)));
+    sight.records.insert_or_assign(wanted.record,
+                                   std::make_shared<const SeenRows>(std::move(seen)));
   }
+}
+
+SeenRows Looker::Last(const WantedRows& wanted) {
+  Json answer =
+      m_connection.Ask({{"op", "last"}, {"records", Json::Array({RecordRequest(wanted)})}});
+  std::vector<RecordAnswer> answers = ReadResults(answer, {{wanted.record, ""}});
+  return {std::move(answers.front().rows), SchemaOf(wanted.record), answers.front().time,
+          std::move(answers.front().error), false};
 }
 
 bool Looker::Compare(const WantedRows& wanted, SeenRows& seen, TimePoint at) {
@@ -164,110 +170,6 @@ bool Looker::Compare(const WantedRows& wanted, SeenRows& seen, TimePoint at) {
   place->second.looks.Compare(seen.rows, at);
   place->second.shares.Set(seen.rows, at, m_processors);
   return isNew && place->second.looks.AreNeeded();
-}
-
-void Looker::LookBack(const Wish& wish, Sight& sight) {
-  m_comparisons.clear();
-  for (const WantedRows& wanted : wish.records) {
-    SeenRows seen = Kept(wanted, sight.time);
-    if (seen.error.empty() && !seen.rows.Elements().empty()) {
-      const double apart = std::abs(static_cast<double>(seen.time - sight.time));
-      seen.isFar = apart > 1.5 * ScheduledSeconds(wanted.record);
-    }
-    sight.records.insert_or_assign(wanted.record,
-                                   std::make_shared<const SeenRows>(std::move(seen)));
-  }
-}
-
-std::optional<std::int64_t> Looker::StepFrom(const Wish& wish) {
-  Wish step = wish;
-  std::optional<std::int64_t> reached;
-  for (std::size_t i = 0; i < wish.count; ++i) {
-    std::optional<std::int64_t> time = StepAlong(step, wish.steps);
-    if (!time && wish.steps != kHostRecord) {
-      // A record that is not kept leaves the steps to the host's own.
-      time = StepAlong(step, kHostRecord);
-    }
-    if (!time) {
-      // On from the newest is now; back from the oldest there is nothing.
-      return wish.moment == Moment::kAfter ? std::nullopt : reached;
-    }
-    reached = step.time = *time;
-  }
-  return reached;
-}
-
-std::optional<std::int64_t> Looker::StepAlong(const Wish& wish, const std::string& record) {
-  const bool isBack = wish.moment == Moment::kBefore;
-  Json request{{"op", "history"}, {"record", record}, {"limit", 1}};
-  request["columns"] = Json::Array({kRecordTime});
-  request["sort"] = Json::Array({isBack ? "-Record Time" : "+Record Time"});
-  request[isBack ? "until" : "since"] = wish.time + (isBack ? -1 : 1);
-  try {
-    Json answer = m_connection.Ask(std::move(request));
-    const HistoryPage page = ReadHistory(answer, {record, ""});
-    if (page.answer.rows.Elements().empty()) {
-      return std::nullopt;
-    }
-    return RecordTimeOf(page.answer.rows[0]);
-  } catch (const RefusedError&) {
-    return std::nullopt;
-  }
-}
-
-SeenRows Looker::Kept(const WantedRows& wanted, std::int64_t time) {
-  SeenRows seen;
-  seen.schema = SchemaOf(wanted.record);
-  Json request = RecordRequest(wanted);
-  request["op"] = "history";
-  request["at"] = time;
-  try {
-    while (true) {
-      Json answer = m_connection.Ask(request);
-      HistoryPage page = ReadHistory(answer, {wanted.record, ""});
-      for (Json& row : page.answer.rows.Elements()) {
-        seen.rows.PushBack(std::move(row));
-      }
-      if (page.next.IsNull() || seen.rows.Size() > kMostKeptRows) {
-        break;
-      }
-      // Further pages are of the time that was found.
-      if (request.Find("at") != nullptr) {
-        request["since"] = request["until"] = Json(page.next[0]);
-        request.Erase("at");
-      }
-      request["after"] = std::move(page.next);
-    }
-  } catch (const RefusedError& error) {
-    seen.error = error.what();
-  }
-  seen.time = seen.rows.Elements().empty() ? 0 : RecordTimeOf(seen.rows[0]);
-  return seen;
-}
-
-SeenRows Looker::KeptSince(const WantedRows& wanted, std::int64_t since, std::int64_t until) {
-  SeenRows seen;
-  seen.schema = SchemaOf(wanted.record);
-  Json request = RecordRequest(wanted);
-  request["op"] = "history";
-  request["since"] = since;
-  request["until"] = until;
-  try {
-    while (seen.rows.Size() < kMostKeptRows) {
-      Json answer = m_connection.Ask(request);
-      HistoryPage page = ReadHistory(answer, {wanted.record, ""});
-      for (Json& row : page.answer.rows.Elements()) {
-        seen.rows.PushBack(std::move(row));
-      }
-      if (page.next.IsNull()) {
-        break;
-      }
-      request["after"] = std::move(page.next);
-    }
-  } catch (const RefusedError& error) {
-    seen.error = error.what();
-  }
-  return seen;
 }
 
 void Looker::LookOnce(const Wish& wish, Sight& sight) {
@@ -310,7 +212,7 @@ void Looker::ReadVerdicts(Sight& sight) {
   if (sight.isNow) {
     const TimePoint now = std::chrono::steady_clock::now();
     if (now - m_verdictsAt > kStatusAge) {
-      m_verdicts = LastVerdicts(wanted);
+      m_verdicts = Last(wanted).rows;
       m_verdictsAt = now;
     }
   } else {
@@ -323,48 +225,6 @@ void Looker::ReadVerdicts(Sight& sight) {
     if (verdict != nullptr && *verdict == Json("ABNORMAL") && name != nullptr && name->IsString()) {
       sight.abnormal.push_back(name->Text());
     }
-  }
-}
-
-Json Looker::LastVerdicts(const WantedRows& wanted) {
-  Json answer =
-      m_connection.Ask({{"op", "last"}, {"records", Json::Array({RecordRequest(wanted)})}});
-  std::vector<RecordAnswer> answers = ReadResults(answer, {{wanted.record, ""}});
-  return answers.front().error.empty() ? std::move(answers.front().rows) : Json::Array();
-}
-
-void Looker::ReadPlot(const WantedPlot& wanted, Sight& sight) {
-  Json request{{"op", "history"},
-               {"record", wanted.record},
-               {"since", sight.time - wanted.seconds},
-               {"until", sight.time},
-               {"points", kPlotPoints}};
-  request["columns"] = Json::Array({wanted.label});
-  request["by"] = Json::Array();
-  if (!wanted.where.empty()) {
-    request["where"] = TextsJson(wanted.where);
-  }
-  try {
-    const Json answer = m_connection.Ask(std::move(request));
-    const Json* history = answer.Find("history");
-    const Json* series = history == nullptr ? nullptr : history->Find("series");
-    if (series == nullptr || !series->IsArray() || series->Elements().empty()) {
-      return;
-    }
-    const Json* points = series->Elements().front().Find("points");
-    const Json* values = points == nullptr ? nullptr : points->Find(wanted.label);
-    if (values == nullptr || !values->IsArray()) {
-      return;
-    }
-    for (const Json& point : values->Elements()) {
-      constexpr std::size_t kMean = 2;
-      if (point.IsArray() && point.Size() > kMean && point[0].IsWhole() &&
-          point[kMean].IsNumber()) {
-        sight.plot.emplace_back(point[0].Whole(), point[kMean].Number());
-      }
-    }
-  } catch (const RefusedError& error) {
-    sight.plotError = error.what();
   }
 }
 

@@ -39,7 +39,8 @@ class Looker {
                                    std::int64_t until);
   void ReadPlot(const WantedPlot& wanted, Sight& sight);
   void ReadVerdicts(Sight& sight);
-  [[nodiscard]] Json LastVerdicts(const WantedRows& wanted);
+  /// The rows that the schedule made last.
+  [[nodiscard]] SeenRows Last(const WantedRows& wanted);
   void ReadAlarmList(Sight& sight, bool isWanted);
   /// True for a first look at what only two looks say all of.
   [[nodiscard]] bool Compare(const WantedRows& wanted, SeenRows& seen, TimePoint at);

@@ -3,12 +3,15 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "json/Json.h"
 
 // Single values of a row by their labels.
 
 inline constexpr const char* kRecordTime = "Record Time";
+/// The record of the host as a whole.
+inline constexpr const char* kHostRecord = "PI";
 
 /// When the row was made, in seconds since the epoch; 0 where it does not tell.
 [[nodiscard]] inline std::int64_t RecordTimeOf(const Json& row) {
@@ -28,4 +31,13 @@ inline constexpr const char* kRecordTime = "Record Time";
 [[nodiscard]] inline std::string TextOf(const Json& row, const char* label) {
   const Json* value = row.Find(label);
   return value != nullptr && value->IsString() ? value->Text() : "";
+}
+
+/// The texts as an array.
+[[nodiscard]] inline Json TextsJson(const std::vector<std::string>& texts) {
+  Json array = Json::Array();
+  for (const std::string& text : texts) {
+    array.PushBack(text);
+  }
+  return array;
 }

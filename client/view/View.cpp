@@ -11,6 +11,7 @@
 #include "client/ask/Errors.h"
 #include "client/show/TimeText.h"
 #include "client/view/ListedRows.h"
+#include "client/view/RowMembers.h"
 
 namespace {
 
@@ -147,7 +148,7 @@ void View::Wished(bool wantsTrends) {
   if (m_sight != nullptr) {
     wish.records = HeadRecords(m_sight->listing);
     const PaneRecord& current = CurrentRecord();
-    wish.steps = current.record.empty() ? "PI" : current.record;
+    wish.steps = current.record.empty() ? kHostRecord : current.record;
     if (m_detail) {
       Wish detail;
       m_detail->AddTo(detail);
