@@ -178,7 +178,6 @@ void CaptureMask::ReplaceNames() {
       throw ClientError(entry->path + ": " + error.message());
     }
   }
-  m_entries = ListFolder(m_folder);
 }
 
 std::string CaptureMask::HostFile(std::string_view path, const std::string& text) {
@@ -319,7 +318,7 @@ void CaptureMask::Check() const {
       throw ClientError("the capture is not private: " + path + " has \"" + word + '"');
     }
   };
-  for (const FolderEntry& entry : m_entries) {
+  for (const FolderEntry& entry : ListFolder(m_folder)) {
     const std::string_view below = BelowHost(entry.path);
     if (below.empty() || !IsKernelPath(below)) {
       look(entry.path, entry.path);
