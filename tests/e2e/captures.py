@@ -85,14 +85,16 @@ def differences(before, after):
 
 def expect_same(what, before, after):
     if found := list(differences(before, after)):
-        fail(f"{what}: {found[:5]} and {max(len(found) - 5, 0)} more")
+        fail(f"{what}: {found[:5]} of {len(found)}")
+
+
+def people_of_host():
+    return [user for user in pwd.getpwall() if user.pw_uid >= 1000 and user.pw_uid != 65534]
 
 
 def private_words():
     """Names of people, of the host, and addresses of its interfaces."""
-    words = [user.pw_name for user in pwd.getpwall() if user.pw_uid >= 1000
-             and user.pw_uid != 65534]
-    words += [socket.gethostname()]
+    words = [user.pw_name for user in people_of_host()] + [socket.gethostname()]
     found = subprocess.run(["ip", "-o", "address"], capture_output=True, text=True, check=True)
     words += re.findall(r"inet6? ([0-9a-f.:]+)", found.stdout)
     found = subprocess.run(["ip", "-o", "link"], capture_output=True, text=True, check=True)
@@ -113,7 +115,7 @@ def check_whole(client, agent, work):
     if not kept or any("Record Time" not in row for row in kept):
         fail(f"the history is {kept}")
     before = captured(folder)
-    if len(before) < 15 or not before["4:PDI"] or not before["4:PI"]:
+    if len(before) < 15 or not before["3:PDI"] or not before["4:PI"]:
         fail(f"records are missing: {sorted(before)}")
     expect_same("the replay", before, replayed(client, file, before))
     expect_same("the replay of a folder", before, replayed(client, folder, before))
@@ -123,7 +125,9 @@ def check_whole(client, agent, work):
 
 def check_private(client, work):
     secret = "Xyzzy-7531-secret"
-    with subprocess.Popen(["/bin/sh", "-c", "read x # $0", secret], stdin=subprocess.PIPE):
+    people = [user.pw_uid for user in people_of_host()]
+    owner = {"user": people[0]} if people and os.geteuid() == 0 else {}
+    with subprocess.Popen(["/bin/sh", "-c", "read x # $0", secret, "\33]0;\t\303\251x\377 y"], stdin=subprocess.PIPE, **owner):
         client.run("capture", work / "private.tar.zst", "--private")
     folder = unpack(work / "private.tar.zst", work / "private")
     if not json.loads((folder / "capture.json").read_text())["private"]:
@@ -136,13 +140,46 @@ def check_private(client, work):
             if word.search(text):
                 fail(f"{path}: {word.pattern!r} is in it")
     before = captured(folder)
-    program = [row["Command Line"] for row in before["4:PDX"] if row["Command Line"].startswith("/bin/sh -")]
+    program = [row["Command Line"] for row in before["3:PDX"] if row["Command Line"].startswith("/bin/sh -")]
     if not program:
         fail("the program of a command line is gone")
     expect_same("the private replay", before, replayed(client, work / "private.tar.zst", before))
-    # Under stand-ins the figures of the same reads are the same: the folder is masked as it stands.
-    if not (shown := before["4:NETD"]) or any(not row["Interface"] for row in shown):
-        fail(f"interfaces are {shown}")
+    if owner and all(row["User"] == "root" for row in before["3:PDX"]):
+        fail("the processes of others are gone")
+
+
+def check_figures(client, work):
+    """Two captures of the same files, of which one is private."""
+    tree = work / "whole/samples/0001/host"
+    client.environment["QMT_HOST_ROOT"] = str(tree)
+    client.run("capture", work / "plain")
+    client.run("capture", work / "hidden", "--private")
+    del client.environment["QMT_HOST_ROOT"]
+    give_clock(work / "plain", work / "hidden")
+    plain, hidden = (replayed(client, folder, captured(folder))
+                     for folder in (work / "plain", work / "hidden"))
+    # The space of file systems is that of the moment.
+    del plain["3:FSL"]
+    expect_same("the figures of a private capture", figures(plain), figures(hidden))
+    if plain["3:PDX"] == hidden["3:PDX"]:
+        fail("command lines are as they were")
+
+
+def figures(records):
+    """Without texts."""
+    return {record: [{label: value for label, value in row.items() if not isinstance(value, str)}
+                     for row in rows] for record, rows in records.items()}
+
+
+def give_clock(model, other):
+    """Rates depend on the moment, which is the same then."""
+    clock = r'(?m)^\{"call":"gettimeofday".*$'
+    calls = "samples/0001/calls.jsonl"
+    line = re.search(clock, (model / calls).read_text())[0]
+    text, count = re.subn(clock, lambda _: line, (other / calls).read_text())
+    if count != 1:
+        fail(f"{other}: {count} clocks")
+    (other / calls).write_text(text)
 
 
 def check_bad(client, work):
@@ -160,11 +197,11 @@ def check_bad(client, work):
 
 
 def check_interruption(client, work):
-    for target in ("slow", "slow.tar.zst"):
+    for target, number in (("slow", signal.SIGINT), ("slow.tar.zst", signal.SIGHUP)):
         process = client.start("capture", work / target, "--count", "100", "--every", "60")
         place = work / target if target == "slow" else client.temporary
         wait_for("a sample", lambda place=place: list(place.rglob("records.json")))
-        process.send_signal(signal.SIGINT)
+        process.send_signal(number)
         code, _, err = client.finish(process)
         if code != 1 or "interrupted" not in err or (work / target).exists():
             fail(f"interrupted: {code} {err!r}")
@@ -194,6 +231,7 @@ def main():
                    gate="none") as agent:
             check_whole(client, agent, work)
         check_private(client, work)
+        check_figures(client, work)
         check_bad(client, work)
         check_interruption(client, work)
         check_stay(client, work)

@@ -71,6 +71,7 @@ TEST(StandInsTest, ArgumentsKeepTheirCountAndTheProgram) {
     EXPECT_EQ(masked[place] == '\0', line[place] == '\0') << place;
   }
   EXPECT_EQ(masked.find("two"), std::string::npos);
+  EXPECT_EQ(standIns.Arguments("\x1b]0;x a").substr(1), standIns.Arguments(" ]0;x a").substr(1));
   // As a record has it, cut.
   EXPECT_EQ(standIns.Arguments("env A=1 two wo"),
             "env" + masked.substr(12, 4).replace(0, 1, " ") + ' ' + masked.substr(18, 6));
