@@ -178,15 +178,12 @@ void CaptureMask::ReplaceNames() {
       throw ClientError(entry->path + ": " + error.message());
     }
   }
-  m_entries = ListFolder(m_folder);
 }
 
 std::string CaptureMask::HostFile(std::string_view path, const std::string& text) {
   const std::string_view name = path.substr(path.rfind('/') + 1);
   if (path.starts_with("proc/") && path != "proc/cmdline" && name == "cmdline") {
-    const std::string line = m_standIns.Arguments(text);
-    const std::size_t first = std::min(line.find_first_of(std::string_view("\0 ", 2)), line.size());
-    return m_mask.Text(line.substr(0, first)) + line.substr(first);
+    return CommandLine(text);
   }
   if (path == "etc/passwd") {
     return Accounts(text);
@@ -200,6 +197,11 @@ std::string CaptureMask::HostFile(std::string_view path, const std::string& text
     return MaskHexColumns(text, isSwapped, m_standIns);
   }
   return text.find('\0') == text.npos ? m_mask.Text(text) : m_mask.Bytes(text);
+}
+
+std::string CaptureMask::CommandLine(const std::string& line) const {
+  const std::size_t first = StandIns::ProgramSize(line);
+  return m_mask.Text(line.substr(0, first)) + m_standIns.Arguments(line).substr(first);
 }
 
 std::string CaptureMask::Accounts(std::string_view text) const {
@@ -284,9 +286,7 @@ void CaptureMask::ReplaceRow(Json& row) {
     if (serials.contains(member.name)) {
       member.value = Json(m_standIns.Serial(text));
     } else if (arguments.contains(member.name)) {
-      const std::string line = m_standIns.Arguments(text);
-      const std::size_t first = std::min(line.find(' '), line.size());
-      member.value = Json(m_mask.Text(line.substr(0, first)) + line.substr(first));
+      member.value = Json(CommandLine(text));
     } else {
       member.value = Json(m_mask.Text(text));
     }
@@ -319,7 +319,7 @@ void CaptureMask::Check() const {
       throw ClientError("the capture is not private: " + path + " has \"" + word + '"');
     }
   };
-  for (const FolderEntry& entry : m_entries) {
+  for (const FolderEntry& entry : ListFolder(m_folder)) {
     const std::string_view below = BelowHost(entry.path);
     if (below.empty() || !IsKernelPath(below)) {
       look(entry.path, entry.path);

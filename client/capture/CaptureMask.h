@@ -28,6 +28,7 @@ class CaptureMask {
   void ReplaceFile(const std::string& path);
   void ReplaceNames();
   [[nodiscard]] std::string HostFile(std::string_view path, const std::string& text);
+  [[nodiscard]] std::string CommandLine(const std::string& line) const;
   [[nodiscard]] std::string Accounts(std::string_view text) const;
   [[nodiscard]] std::string Lines(std::string_view text, void (CaptureMask::*change)(Json&));
   void ReplaceCall(Json& call);

@@ -76,6 +76,15 @@ std::vector<char*> PointersTo(std::vector<std::string>& texts) {
 
 }  // namespace
 
+void EndAtHangUp() {
+  struct ::sigaction action {};
+  if (::sigaction(SIGHUP, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
+    action.sa_handler = [](int) { ::kill(::getpid(), SIGTERM); };
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGHUP, &action, nullptr);
+  }
+}
+
 OwnChild::OwnChild(const ChildOrder& order) {
   std::vector<std::string> words = order.words;
   std::vector<std::string> variables = EnvironmentOf(order);

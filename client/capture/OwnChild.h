@@ -18,6 +18,9 @@ struct ChildOrder {
   std::string log;  ///< file that its standard output and error are added to, empty for one's own
 };
 
+/// Has the end of the terminal be as SIGTERM is, unless it is ignored.
+void EndAtHangUp();
+
 /// A child process, which ends with the object: by SIGTERM, and by SIGKILL if that does not help.
 class OwnChild {
  public:

@@ -1,3 +1,5 @@
+#include <archive.h>
+#include <archive_entry.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -31,7 +33,10 @@ void PackEntry(::archive* archive, const std::string& folder, const FolderEntry&
   ::archive_entry_set_perm(entry.get(), part.isFolder ? S_IRWXU : S_IRUSR | S_IWUSR);
   ::archive_entry_set_size(entry.get(), static_cast<la_int64_t>(text.size()));
   ::archive_entry_set_mtime(entry.get(), now, 0);
-  NeedPacked(::archive_write_header(archive, entry.get()), archive, part.path);
+  // A warning is about a name that is no text in this locale, which is kept as the bytes that it
+  // is.
+  const int status = ::archive_write_header(archive, entry.get());
+  NeedPacked(status == ARCHIVE_WARN ? ARCHIVE_OK : status, archive, part.path);
   if (::archive_write_data(archive, text.data(), text.size()) !=
       static_cast<la_ssize_t>(text.size())) {
     throw ClientError(part.path + ": " + ArchiveFault(archive));
@@ -55,8 +60,6 @@ void PackFolder(const std::string& folder, const std::string& file, int stop) {
   const ArchiveWriter archive(::archive_write_new(), ::archive_write_free);
   NeedPacked(::archive_write_set_format_pax_restricted(archive.get()), archive.get(), file);
   NeedPacked(::archive_write_add_filter_zstd(archive.get()), archive.get(), file);
-  // Names of files are bytes, whatever the locale.
-  NeedPacked(::archive_write_set_options(archive.get(), "hdrcharset=BINARY"), archive.get(), file);
   NeedPacked(::archive_write_open_fd(archive.get(), out.Get()), archive.get(), file);
   const std::time_t now = std::time(nullptr);
   for (const FolderEntry& part : ListFolder(folder)) {

@@ -47,6 +47,12 @@ bool StandsForNoHost(const std::string& bytes) {
   return (ByteOf(bytes, 0) & 1U) != 0 || IsAll(bytes, bytes.size(), 0);
 }
 
+/// Records have a blank for each of these.
+bool IsBetween(char letter) {
+  const auto byte = static_cast<unsigned char>(letter);
+  return byte <= ' ' || byte == 0x7f;
+}
+
 }  // namespace
 
 KeyedHash::KeyedHash(const Key& key)
@@ -151,15 +157,17 @@ std::string StandIns::Name(const std::string& name) {
   return known;
 }
 
+std::size_t StandIns::ProgramSize(std::string_view line) {
+  return static_cast<std::size_t>(std::find_if(line.begin(), line.end(), IsBetween) - line.begin());
+}
+
 std::string StandIns::Arguments(std::string_view line) const {
-  constexpr std::string_view kBetween("\0 \t\n", 4);
-  const std::size_t first = std::min(line.find_first_of(kBetween), line.size());
+  const std::size_t first = ProgramSize(line);
   std::string text(line.substr(0, first));
   for (std::size_t place = first; place < line.size();) {
-    const std::size_t begin = std::min(line.find_first_not_of(kBetween, place), line.size());
-    const std::size_t end = std::min(line.find_first_of(kBetween, begin), line.size());
-    text.append(line.substr(place, begin - place)).append(Word(line.substr(begin, end - begin)));
-    place = end;
+    const std::size_t size = ProgramSize(line.substr(place));
+    text += size == 0 ? std::string(1, line[place]) : Word(line.substr(place, size));
+    place += std::max<std::size_t>(size, 1);
   }
   return text;
 }

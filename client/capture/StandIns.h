@@ -43,8 +43,10 @@ class StandIns {
   void Avoid(const std::string& name) { m_taken.insert(name); }
   /// As Word, but no two names have the same.
   [[nodiscard]] std::string Name(const std::string& name);
-  /// Arguments apart by NUL or blanks, of which the first stays.
+  /// Arguments with NUL, blanks or control characters between, of which the first stays.
   [[nodiscard]] std::string Arguments(std::string_view line) const;
+  /// How long the first of them is.
+  [[nodiscard]] static std::size_t ProgramSize(std::string_view line);
   /// The 4 or 16 bytes of an address of IP, or the bytes of a hardware address, in the order of the
   /// network. What stands for no one host stays: loopback, no address, masks, multicast. No two
   /// have the same.

@@ -1,3 +1,5 @@
+#include <archive.h>
+#include <archive_entry.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>

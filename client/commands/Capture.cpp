@@ -222,6 +222,7 @@ void Capture(const CommonOptions& common, const CaptureOptions& options, int sto
 
 int RunCaptureCommand(const CommonOptions& common, const CaptureOptions& options) {
   const StopSignals stop;
+  EndAtHangUp();
   try {
     Capture(common, options, stop.Get());
   } catch (const Interrupted&) {

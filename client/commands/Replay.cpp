@@ -220,6 +220,7 @@ int Replay(const CommonOptions& common, const ReplayOptions& options, int stop) 
 
 int RunReplay(const CommonOptions& common, const ReplayOptions& options) {
   const StopSignals stop;
+  EndAtHangUp();
   try {
     return Replay(common, options, stop.Get());
   } catch (const Interrupted&) {
