@@ -35,22 +35,22 @@ Json ProcessRow(int pid, int parent, const Json& share, int kbytes, const std::s
           {"Argument List", words}};
 }
 
-Json FourRows() {
+Json FourProcesses() {
   return Json::Array({ProcessRow(1, 0, 0.5, 100, "init"), ProcessRow(20, 1, 50, 2048, "busy"),
                       ProcessRow(3, 20, Json(), 10, "new"), ProcessRow(4, 1, 7, 4096, "Mid")});
 }
 
-constexpr Area kArea{0, 5};
+constexpr Area kRowArea{0, 5};
 
 class RowViewTest : public testing::Test {
  protected:
-  explicit RowViewTest() { Show(FourRows()); }
+  explicit RowViewTest() { Show(FourProcesses()); }
 
   void Show(Json rows) { m_view.Update(SeenOf(std::move(rows), ProcessSchema())); }
-  bool Press(const std::string& key) { return m_view.Take(CharacterKeyOf(key), kArea); }
-  bool Press(KeyCode code) { return m_view.Take(PlainKey(code), kArea); }
+  bool Press(const std::string& key) { return m_view.Take(CharacterKeyOf(key), kRowArea); }
+  bool Press(KeyCode code) { return m_view.Take(PlainKey(code), kRowArea); }
   bool Click(std::size_t line, std::size_t column) {
-    return m_view.Take({KeyCode::kClick, {}, line, column}, kArea);
+    return m_view.Take({KeyCode::kClick, {}, line, column}, kRowArea);
   }
   Canvas Drawn(std::size_t width = 60, std::size_t height = 5) {
     Canvas canvas(width, height);
@@ -283,7 +283,7 @@ TEST(RowViewStartTest, ShowsNothingBeforeTheFirstRows) {
 TEST(RowViewStartTest, RowsWithoutALayoutAreNoFault) {
   RowView view(ProcessKind());
   auto seen = std::make_shared<SeenRows>();
-  seen->rows = FourRows();
+  seen->rows = FourProcesses();
   view.Update(seen);
   Canvas canvas(40, 5);
   view.Draw(canvas, {0, 5});
@@ -301,7 +301,7 @@ TEST(RowViewStartTest, ShowsWhatTheLayoutShowsFirst) {
   const PaneRecord kind{"X", "x", ""};
   RowView view(kind);
   EXPECT_TRUE(view.Wanted().columns.empty());
-  view.Update(SeenOf(FourRows(), schema));
+  view.Update(SeenOf(FourProcesses(), schema));
   Canvas canvas(40, 2);
   view.Draw(canvas, {0, 2});
   EXPECT_EQ(AllLines(canvas), "NAME NUMBER\ninit      1\n");
