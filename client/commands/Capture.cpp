@@ -85,21 +85,39 @@ void PackTo(const std::string& folder, const std::string& file, int stop) {
   }
 }
 
-/// The daemon, where there is one that answers.
-std::optional<Connection> ReachDaemon(const std::string& socket, int stop) {
+/// The profile that was asked for, else that of the daemon, where one answers.
+std::string ProfileOf(const std::string& socket, const std::string& chosen, int stop) {
+  std::string profile = chosen;
   try {
-    return std::optional<Connection>(std::in_place, socket, stop);
+    if (profile.empty()) {
+      Connection daemon(socket, stop);
+      profile = ReadStatus(daemon.Ask({{"op", "status"}})).hostProfile;
+    }
   } catch (const ClientError&) {
-    return std::nullopt;
+    // Whether there is one is told with its history.
+  }
+  return profile.empty() ? "modern" : profile;
+}
+
+/// Gives how many rows there were; says so where there is no daemon to ask.
+std::uint64_t TakeHistory(const std::string& socket, const std::string& folder, std::int64_t since,
+                          int stop) {
+  try {
+    Connection daemon(socket, stop);
+    return WriteKeptHistory(daemon, folder, since, std::time(nullptr));
+  } catch (const ClientError& error) {
+    Complain(std::string("there is no history in the capture: ") + error.what());
+    std::error_code ignored;
+    std::filesystem::remove_all(folder + '/' + kHistoryName, ignored);
+    return 0;
   }
 }
 
-std::string ProfileOf(std::optional<Connection>& daemon, const std::string& chosen) {
-  if (!chosen.empty() || !daemon) {
-    return chosen.empty() ? "modern" : chosen;
-  }
-  const std::string profile = ReadStatus(daemon->Ask({{"op", "status"}})).hostProfile;
-  return profile.empty() ? "modern" : profile;
+/// Replaces what is private, and looks that nothing of it is left.
+void MakePrivate(const std::string& folder) {
+  CaptureMask mask(folder);
+  mask.Replace();
+  mask.Check();
 }
 
 /// What the program had to say for itself last.
@@ -193,18 +211,10 @@ void Capture(const CommonOptions& common, const CaptureOptions& options, int sto
     work.emplace();
   }
   GrowingFolder folder(isFile ? work->Path() + "/capture" : options.target);
-  std::optional<Connection> daemon = ReachDaemon(common.socket, stop);
-  ReadHost(options, ProfileOf(daemon, options.profile), folder.Path(), stop);
-  std::uint64_t rows = 0;
-  if (daemon) {
-    rows = WriteKeptHistory(*daemon, folder.Path(), since, std::time(nullptr));
-  } else {
-    Complain("no daemon answers at " + common.socket + ": there is no history in the capture");
-  }
+  ReadHost(options, ProfileOf(common.socket, options.profile, stop), folder.Path(), stop);
+  const std::uint64_t rows = TakeHistory(common.socket, folder.Path(), since, stop);
   if (options.isPrivate) {
-    CaptureMask mask(folder.Path());
-    mask.Replace();
-    mask.Check();
+    MakePrivate(folder.Path());
   }
   const CaptureSize size = SizeOf(folder.Path());
   std::uint64_t bytes = size.bytes;
