@@ -25,6 +25,8 @@
 namespace {
 
 constexpr std::string_view kArchiveEnd = ".tar.zst";
+/// Names of archives that are not written, each with a blank behind it.
+constexpr std::string_view kOtherEnds = ".tar .zst .tzst .gz .tgz .xz .txz .bz2 .zip .7z ";
 constexpr std::int64_t kDefaultStretch = 3600;
 
 /// Where the capture grows: removed with the object unless it is kept.
@@ -70,8 +72,11 @@ class GrowingFolder {
 
 /// Packs under a name that goes if it fails, and takes the file's own name once all of it is there.
 void PackTo(const std::string& folder, const std::string& file, int stop) {
-  const std::string growing = file + ".new";
-  ::unlink(growing.c_str());
+  const std::string growing = file + '.' + std::to_string(::getpid()) + ".new";
+  struct ::stat status {};
+  if (::lstat(growing.c_str(), &status) == 0) {
+    throw ClientError(growing + ": it exists already");
+  }
   try {
     PackFolder(folder, growing, stop);
   } catch (...) {
@@ -202,6 +207,10 @@ void Capture(const CommonOptions& common, const CaptureOptions& options, int sto
   const std::int64_t since =
       options.since.empty() ? now - kDefaultStretch : ParseTime(options.since, now);
   const bool isFile = options.target.ends_with(kArchiveEnd);
+  const std::string end = std::filesystem::path(options.target).extension().string();
+  if (!isFile && kOtherEnds.find(end + ' ') != kOtherEnds.npos && !end.empty()) {
+    throw UsageError(options.target + ": a packed capture has a name that ends in .tar.zst");
+  }
   struct ::stat status {};
   if (isFile && ::lstat(options.target.c_str(), &status) == 0) {
     throw ClientError(options.target + ": it exists already");
