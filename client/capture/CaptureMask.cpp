@@ -64,7 +64,7 @@ void ForLines(std::string_view text, const Take& take) {
 
 bool IsJson(std::string_view path) { return path.ends_with(".json") || path.ends_with(".jsonl"); }
 
-/// What stands between the first colon and the names of the kernel's own lines.
+/// Tables whose words are the kernel's own, or names of devices.
 bool IsKernelTable(std::string_view path) {
   static const std::set<std::string, std::less<>> tables{
       "proc/stat",        "proc/meminfo",    "proc/vmstat",   "proc/cpuinfo",

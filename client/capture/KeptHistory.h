@@ -7,7 +7,7 @@
 
 /// Writes the rows that the daemon has kept from `since` to `until`, seconds since the epoch, of
 /// the records of its schedules: history/RECORD.jsonl in `folder`, a row a line, the oldest first.
-/// Returns how many there are; a daemon without a history has none. Throws ClientError,
+/// Returns how many there are; a record without a history has none. Throws ClientError,
 /// Interrupted.
 std::uint64_t WriteKeptHistory(Connection& connection, const std::string& folder,
                                std::int64_t since, std::int64_t until);

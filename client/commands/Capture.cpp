@@ -25,6 +25,8 @@
 namespace {
 
 constexpr std::string_view kArchiveEnd = ".tar.zst";
+/// Names of archives that are not written, each with a blank behind it.
+constexpr std::string_view kOtherEnds = ".tar .zst .tzst .gz .tgz .xz .txz .bz2 .zip .7z ";
 constexpr std::int64_t kDefaultStretch = 3600;
 
 /// Where the capture grows: removed with the object unless it is kept.
@@ -70,8 +72,11 @@ class GrowingFolder {
 
 /// Packs under a name that goes if it fails, and takes the file's own name once all of it is there.
 void PackTo(const std::string& folder, const std::string& file, int stop) {
-  const std::string growing = file + ".new";
-  ::unlink(growing.c_str());
+  const std::string growing = file + '.' + std::to_string(::getpid()) + ".new";
+  struct ::stat status {};
+  if (::lstat(growing.c_str(), &status) == 0) {
+    throw ClientError(growing + ": it exists already");
+  }
   try {
     PackFolder(folder, growing, stop);
   } catch (...) {
@@ -85,21 +90,39 @@ void PackTo(const std::string& folder, const std::string& file, int stop) {
   }
 }
 
-/// The daemon, where there is one that answers.
-std::optional<Connection> ReachDaemon(const std::string& socket, int stop) {
+/// The profile that was asked for, else that of the daemon, where one answers.
+std::string ProfileOf(const std::string& socket, const std::string& chosen, int stop) {
+  std::string profile = chosen;
   try {
-    return std::optional<Connection>(std::in_place, socket, stop);
+    if (profile.empty()) {
+      Connection daemon(socket, stop);
+      profile = ReadStatus(daemon.Ask({{"op", "status"}})).hostProfile;
+    }
   } catch (const ClientError&) {
-    return std::nullopt;
+    // Whether there is one is told with its history.
+  }
+  return profile.empty() ? "modern" : profile;
+}
+
+/// Gives how many rows there were; says so where there is no daemon to ask.
+std::uint64_t TakeHistory(const std::string& socket, const std::string& folder, std::int64_t since,
+                          int stop) {
+  try {
+    Connection daemon(socket, stop);
+    return WriteKeptHistory(daemon, folder, since, std::time(nullptr));
+  } catch (const ClientError& error) {
+    Complain(std::string("there is no history in the capture: ") + error.what());
+    std::error_code ignored;
+    std::filesystem::remove_all(folder + '/' + kHistoryName, ignored);
+    return 0;
   }
 }
 
-std::string ProfileOf(std::optional<Connection>& daemon, const std::string& chosen) {
-  if (!chosen.empty() || !daemon) {
-    return chosen.empty() ? "modern" : chosen;
-  }
-  const std::string profile = ReadStatus(daemon->Ask({{"op", "status"}})).hostProfile;
-  return profile.empty() ? "modern" : profile;
+/// Replaces what is private, and looks that nothing of it is left.
+void MakePrivate(const std::string& folder) {
+  CaptureMask mask(folder);
+  mask.Replace();
+  mask.Check();
 }
 
 /// What the program had to say for itself last.
@@ -184,6 +207,10 @@ void Capture(const CommonOptions& common, const CaptureOptions& options, int sto
   const std::int64_t since =
       options.since.empty() ? now - kDefaultStretch : ParseTime(options.since, now);
   const bool isFile = options.target.ends_with(kArchiveEnd);
+  const std::string end = std::filesystem::path(options.target).extension().string();
+  if (!isFile && kOtherEnds.find(end + ' ') != kOtherEnds.npos && !end.empty()) {
+    throw UsageError(options.target + ": a packed capture has a name that ends in .tar.zst");
+  }
   struct ::stat status {};
   if (isFile && ::lstat(options.target.c_str(), &status) == 0) {
     throw ClientError(options.target + ": it exists already");
@@ -193,18 +220,10 @@ void Capture(const CommonOptions& common, const CaptureOptions& options, int sto
     work.emplace();
   }
   GrowingFolder folder(isFile ? work->Path() + "/capture" : options.target);
-  std::optional<Connection> daemon = ReachDaemon(common.socket, stop);
-  ReadHost(options, ProfileOf(daemon, options.profile), folder.Path(), stop);
-  std::uint64_t rows = 0;
-  if (daemon) {
-    rows = WriteKeptHistory(*daemon, folder.Path(), since, std::time(nullptr));
-  } else {
-    Complain("no daemon answers at " + common.socket + ": there is no history in the capture");
-  }
+  ReadHost(options, ProfileOf(common.socket, options.profile, stop), folder.Path(), stop);
+  const std::uint64_t rows = TakeHistory(common.socket, folder.Path(), since, stop);
   if (options.isPrivate) {
-    CaptureMask mask(folder.Path());
-    mask.Replace();
-    mask.Check();
+    MakePrivate(folder.Path());
   }
   const CaptureSize size = SizeOf(folder.Path());
   std::uint64_t bytes = size.bytes;

@@ -123,12 +123,15 @@ def check_whole(client, agent, work):
     client.expect_failure(["capture", folder], "not empty")
 
 
-def check_private(client, work):
+def check_private(client, agent, work):
     secret = "Xyzzy-7531-secret"
     people = [user.pw_uid for user in people_of_host()]
     owner = {"user": people[0]} if people and os.geteuid() == 0 else {}
     with subprocess.Popen(["/bin/sh", "-c", "read x # $0", secret, "\33]0;\t\303\251x\377 y"], stdin=subprocess.PIPE, **owner):
-        client.run("capture", work / "private.tar.zst", "--private")
+        wait_for("its kept row", lambda: any(secret in row["Command Line"]
+                                             for row in agent.ask("history", "PDX")[0]["rows"]))
+        client.run("--socket", agent.home / "run/control.sock", "capture",
+                   work / "private.tar.zst", "--private")
     folder = unpack(work / "private.tar.zst", work / "private")
     if not json.loads((folder / "capture.json").read_text())["private"]:
         fail("the capture does not say that it is private")
@@ -140,6 +143,9 @@ def check_private(client, work):
             if word.search(text):
                 fail(f"{path}: {word.pattern!r} is in it")
     before = captured(folder)
+    kept = (folder / "history/PDX.jsonl").read_text().splitlines()
+    if not any(json.loads(line)["Command Line"].startswith("/bin/sh -") for line in kept):
+        fail("the history lacks a program")
     program = [row["Command Line"] for row in before["3:PDX"] if row["Command Line"].startswith("/bin/sh -")]
     if not program:
         fail("the program of a command line is gone")
@@ -194,6 +200,7 @@ def check_bad(client, work):
     empty.mkdir()
     client.expect_failure(["replay", empty, "PI"], "empty: this is no capture")
     client.expect_failure(["capture", work / "no/such/folder"], "No such file")
+    client.expect_failure(["capture", work / "host.tgz"], r"ends in \.tar\.zst")
 
 
 def check_interruption(client, work):
@@ -227,10 +234,10 @@ def main():
         work = pathlib.Path(folder).resolve()
         client = Client(build, work)
         (work / "agent").mkdir()
-        with Agent(build, work / "agent", "modern", "PI = 1\n", "History File = records.db\n",
+        with Agent(build, work / "agent", "modern", "PI = 1\nPDX = 2\n", "History File = records.db\n",
                    gate="none") as agent:
             check_whole(client, agent, work)
-        check_private(client, work)
+            check_private(client, agent, work)
         check_figures(client, work)
         check_bad(client, work)
         check_interruption(client, work)
