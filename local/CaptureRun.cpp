@@ -25,6 +25,20 @@ constexpr const char* kRoomIni = "qmtagt.ini";
 
 std::string ErrnoText(const std::string& path) { return path + ": " + std::strerror(errno); }
 
+/// Nobody else may put a link into the folder that would have the capture written elsewhere.
+std::string CheckOwnFolder(const std::string& path) {
+  struct ::stat status {};
+  if (::lstat(path.c_str(), &status) != 0) {
+    return ErrnoText(path);
+  }
+  if (!S_ISDIR(status.st_mode)) {
+    return path + ": this is no folder";
+  }
+  return status.st_uid == ::geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0
+             ? ""
+             : path + ": others may write to this folder; name one that is not there yet";
+}
+
 /// Takes one answer whole.
 class CapturePeer : public ControlPeer {
  public:
@@ -76,9 +90,12 @@ std::string CaptureRoom::Make(const CaptureOrder& order) {
   if (::mkdir(m_folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
     return ErrnoText(m_folder);
   }
+  if (std::string problem = CheckOwnFolder(m_folder); !problem.empty()) {
+    return problem;
+  }
   const bool isEmpty = std::filesystem::is_empty(m_folder, error);
-  if (error || !std::filesystem::is_directory(m_folder, error)) {
-    return m_folder + ": " + (error ? error.message() : "this is no folder");
+  if (error) {
+    return m_folder + ": " + error.message();
   }
   if (!isEmpty) {
     return m_folder + ": the folder is not empty";

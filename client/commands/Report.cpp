@@ -67,10 +67,10 @@ SummaryChoice ChoiceOf(const ReportOptions& options) {
   return choice;
 }
 
-/// A device or a pipe must not be replaced by a file.
+/// A device or a pipe must not be replaced by a file, nor a link to one: that may be /dev/stdout.
 void CheckPlace(const std::string& path) {
   struct stat found {};
-  if (::lstat(path.c_str(), &found) == 0 && !S_ISREG(found.st_mode) && !S_ISLNK(found.st_mode)) {
+  if (::stat(path.c_str(), &found) == 0 && !S_ISREG(found.st_mode)) {
     throw ClientError(path + ": is no file that could be replaced");
   }
 }

@@ -95,7 +95,11 @@ std::string FaultOf(Connection& connection, const Json& request, DaemonFacts& fa
 DaemonFacts FindDaemon(const std::string& path) {
   DaemonFacts facts;
   try {
-    Connection connection(path, -1, {kTimeLimit, kTimeLimit, std::size_t{16} << 20});
+    Connection connection(path, -1,
+                          {.connect = kTimeLimit,
+                           .answer = kTimeLimit,
+                           .whole = kTimeLimit,
+                           .answerBytes = std::size_t{16} << 20});
     TakeStatus(connection.Ask({{"op", "status"}}), facts);
     facts.gateFault = FaultOf(connection, {{"op", "gate"}}, facts, TakeGate);
     // What comes late would be taken for the answer to what is asked next.

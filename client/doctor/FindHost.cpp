@@ -15,6 +15,7 @@
 #include "client/doctor/PortProbe.h"
 #include "client/doctor/QuickProgram.h"
 #include "client/doctor/Settings.h"
+#include "client/doctor/UnitText.h"
 #include "client/files/Programs.h"
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
@@ -86,38 +87,6 @@ std::vector<std::string> AddressesOf(const DaemonFacts& daemon) {
     rest.remove_prefix(std::min(end + kBetween.size(), rest.size()));
   }
   return addresses;
-}
-
-/// Reads blocks of lines NAME=VALUE, parted by empty lines.
-std::vector<UnitFacts> ParseUnits(std::string_view text) {
-  std::vector<UnitFacts> units;
-  bool isOpen = false;
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find('\n'), text.size());
-    const std::string_view line = text.substr(0, end);
-    text.remove_prefix(std::min(end + 1, text.size()));
-    const std::size_t equals = line.find('=');
-    if (equals == line.npos) {
-      isOpen = false;
-      continue;
-    }
-    if (!isOpen) {
-      units.emplace_back();
-      isOpen = true;
-    }
-    const std::string_view name = line.substr(0, equals);
-    UnitFacts& unit = units.back();
-    std::string* target = name == "Id"              ? &unit.name
-                          : name == "LoadState"     ? &unit.load
-                          : name == "ActiveState"   ? &unit.active
-                          : name == "Result"        ? &unit.result
-                          : name == "UnitFileState" ? &unit.enabled
-                                                    : nullptr;
-    if (target != nullptr) {
-      *target = line.substr(equals + 1);
-    }
-  }
-  return units;
 }
 
 void FindUnits(const DaemonFacts& daemon, HostFacts& facts) {

@@ -103,6 +103,9 @@ void KeptRows::Each(const std::string& record, const std::vector<std::string>& c
     }
     m_count += page.answer.rows.Size();
     hasMore = !page.next.IsNull();
+    if (const Json* before = request.Find("after"); hasMore && before && *before == page.next) {
+      throw ClientError("broken answer: the daemon gives the same page of " + record + " again");
+    }
     request["after"] = std::move(page.next);
   }
 }

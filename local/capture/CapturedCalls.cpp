@@ -218,6 +218,15 @@ int CapturedQuotactl(int command, const char* device, int id, char* address) {
                  [&] { return g_realCalls.quotactl(command, device, id, address); });
 }
 
+/// What a capture may tell of slots and of semaphores, which are walked one by one.
+constexpr int kMostSlotsTold = 65536;
+constexpr unsigned long kMostSemaphoresTold = 65536;
+
+/// The highest slot, where that was asked for.
+int BoundSlot(int command, int infoCommand, int result) {
+  return command == infoCommand ? std::min(result, kMostSlotsTold) : result;
+}
+
 std::string IpcQuestion(const char* call, long id, long number, long command) {
   return std::string(call) + ' ' + std::to_string(id) + ' ' + std::to_string(number) + ' ' +
          std::to_string(command);
@@ -226,21 +235,28 @@ std::string IpcQuestion(const char* call, long id, long number, long command) {
 int CapturedSemctl(int id, int number, int command, void* answer) {
   const std::size_t size = command == IPC_INFO || command == SEM_INFO ? sizeof(struct ::seminfo)
                                                                       : sizeof(struct ::semid_ds);
-  return AskCall(IpcQuestion("semctl", id, number, command), answer, size,
-                 [&] { return g_realCalls.semctl(id, number, command, answer); });
+  const int result = AskCall(IpcQuestion("semctl", id, number, command), answer, size,
+                             [&] { return g_realCalls.semctl(id, number, command, answer); });
+  if (command == SEM_STAT && result >= 0 && answer != nullptr) {
+    auto* const set = static_cast<struct ::semid_ds*>(answer);
+    set->sem_nsems = std::min(set->sem_nsems, kMostSemaphoresTold);
+  }
+  return BoundSlot(command, SEM_INFO, result);
 }
 int CapturedShmctl(int id, int command, struct ::shmid_ds* answer) {
   const std::size_t size = command == IPC_INFO   ? sizeof(struct ::shminfo)
                            : command == SHM_INFO ? sizeof(struct ::shm_info)
                                                  : sizeof(struct ::shmid_ds);
-  return AskCall(IpcQuestion("shmctl", id, 0, command), answer, size,
-                 [&] { return g_realCalls.shmctl(id, command, answer); });
+  return BoundSlot(command, SHM_INFO,
+                   AskCall(IpcQuestion("shmctl", id, 0, command), answer, size,
+                           [&] { return g_realCalls.shmctl(id, command, answer); }));
 }
 int CapturedMsgctl(int id, int command, struct ::msqid_ds* answer) {
   const std::size_t size = command == IPC_INFO || command == MSG_INFO ? sizeof(struct ::msginfo)
                                                                       : sizeof(struct ::msqid_ds);
-  return AskCall(IpcQuestion("msgctl", id, 0, command), answer, size,
-                 [&] { return g_realCalls.msgctl(id, command, answer); });
+  return BoundSlot(command, MSG_INFO,
+                   AskCall(IpcQuestion("msgctl", id, 0, command), answer, size,
+                           [&] { return g_realCalls.msgctl(id, command, answer); }));
 }
 
 /// One clock behind both calls: they tell one moment.

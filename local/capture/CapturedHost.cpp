@@ -40,17 +40,21 @@ void UnpackEntries(std::string_view packed, std::vector<::dirent>& entries) {
     const std::size_t end = std::min(packed.find('/'), packed.size());
     ::dirent entry{};
     entry.d_type = static_cast<unsigned char>(packed.front() - 'a');
-    packed.substr(1, end - 1).copy(entry.d_name, sizeof(entry.d_name) - 1);
-    if (end > 1) {
+    const std::string_view letters = packed.substr(0, end);
+    letters.substr(std::min<std::size_t>(1, end)).copy(entry.d_name, sizeof(entry.d_name) - 1);
+    // No kernel tells of the others, which lead to the folder itself or to the one above.
+    const std::string_view name = entry.d_name;
+    if (!name.empty() && name != "." && name != "..") {
       entries.push_back(entry);
     }
     packed.remove_prefix(std::min(end + 1, packed.size()));
   }
 }
 
+/// What a call returns that knows success and failure alone, whatever a capture says.
 int Give(const CallAnswer& answer) {
   errno = answer.code;
-  return static_cast<int>(answer.result);
+  return answer.result == 0 ? 0 : -1;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <utility>
 
@@ -11,6 +12,8 @@ namespace {
 
 /// More than any reader takes, so that what is too long for it stays so.
 constexpr std::size_t kMostCopied = std::size_t{64} << 20U;
+/// With "/." behind it.
+constexpr std::size_t kLongestCopy = PATH_MAX - 3;
 constexpr mode_t kCopyMode = S_IRUSR | S_IWUSR;
 
 bool WriteWhole(int to, std::string_view text) {
@@ -104,6 +107,10 @@ int HostRecorder::Open(int folder, const char* name, int flags) {
     return Refuse(question, 0);
   }
   const std::string copy = CopyOf(*path);
+  // Below the capture's folder a path may be too long that the host's folders reach step by step.
+  if (copy.size() > kLongestCopy) {
+    return Refuse(question, ENAMETOOLONG);
+  }
   constexpr int kCopyFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW;
   if ((flags & O_DIRECTORY) == 0) {
     const int known = ::open(copy.c_str(), kCopyFlags);

@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::size_t kMostFacts = std::size_t{16} << 20U;
 constexpr std::size_t kMostAnswers = std::size_t{256} << 20U;
+/// All samples together: their answers are held in memory.
+constexpr std::size_t kMostAnswersOfAll = std::size_t{1} << 30U;
 
 }  // namespace
 
@@ -35,12 +37,18 @@ std::unique_ptr<HostReplay> HostReplay::Open(const std::string& folder, double s
     problem = folder + "/samples: this is no folder";
     return nullptr;
   }
+  std::size_t bytes = 0;
   for (const CaptureSample& sample : replay->m_facts.samples) {
     const std::string place = folder + '/' + sample.folder;
     const std::string calls = place + '/' + kCallsFile;
     problem = CheckCaptureTree(place);
     if (problem.empty()) {
       problem = ReadCaptureFile(calls, kMostAnswers, text);
+    }
+    bytes += text.size();
+    if (problem.empty() && bytes > kMostAnswersOfAll) {
+      problem = calls + ": up to here, answers have more than " +
+                std::to_string(kMostAnswersOfAll) + " bytes";
     }
     if (!problem.empty()) {
       return nullptr;

@@ -14,6 +14,7 @@
 #include "client/doctor/PortProbe.h"
 #include "client/doctor/QuickProgram.h"
 #include "client/doctor/Settings.h"
+#include "client/doctor/UnitText.h"
 #include "support/Descriptor.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/json/JsonOf.h"
@@ -146,6 +147,53 @@ TEST(DoctorCommandTest, TellsAllItCanOfAPoorDaemon) {
   const Outcome none = RunProgram(QMTCTL_PATH, {"doctor", "--socket", folder.Path() + "/none"});
   EXPECT_EQ(none.exit, kExitFailed);
   EXPECT_THAT(none.out, HasSubstr("fail  socket    there is no " + folder.Path() + "/none"));
+}
+
+/// The units of a text, one a line.
+std::string UnitLines(const std::string& text) {
+  std::string lines;
+  for (const UnitFacts& unit : ParseUnits(text)) {
+    lines += unit.name + '|' + unit.load + '|' + unit.active + '|' + unit.result + '|' +
+             unit.enabled + '\n';
+  }
+  return lines;
+}
+
+TEST(UnitTextTest, UnitsAreReadAndComplaintsAreNone) {
+  const std::string one =
+      "Result=success\nId=qmtdmon.service\nLoadState=loaded\nActiveState=active\n"
+      "UnitFileState=enabled\n";
+  const std::string oneLine = "qmtdmon.service|loaded|active|success|enabled\n";
+  const struct {
+    const char* what;
+    std::string text;
+    std::string lines;
+  } cases[] = {
+      {"nothing", "", ""},
+      {"one", one, oneLine},
+      {"two", one + "\nId=b\nLoadState=not-found\nActiveState=inactive\nResult=\n",
+       oneLine + "b|not-found|inactive||\n"},
+      {"cut", "Id=qmtdmon.service\nLoadState=loa", "qmtdmon.service|loa|||\n"},
+      {"with what else is told", "Names=x\n" + one + "Odd=1=2\n", oneLine},
+      {"an equals sign in a value", "Id=a=b\n", "a=b||||\n"},
+      {"a complaint", "Failed to connect to bus: No such file or directory\n", ""},
+      {"a complaint with an equals sign", "Unknown option --property=Id\n\n" + one, oneLine},
+      {"empty lines", "\n\n\n" + one + "\n\n", oneLine},
+  };
+  for (const auto& row : cases) {
+    EXPECT_EQ(UnitLines(row.text), row.lines) << row.what;
+  }
+}
+
+TEST(FindDaemonTest, ADaemonThatTricklesItsAnswerIsLeftInTime) {
+  const ScratchFolder folder;
+  // A byte each 10 ms would be a minute and more.
+  const ScriptedServer server(folder.Path(), "s", [](const Json&) {
+    return ScriptedServer::kSlowly + std::string(10'000, ' ');
+  });
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_THAT(FindDaemon(server.Path()).fault, HasSubstr("no answer in time"));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s);
 }
 
 }  // namespace
