@@ -138,6 +138,8 @@ void Looker::LookNow(const Wish& wish, Sight& sight) {
   Json answer = m_connection.Ask({{"op", "get"}, {"records", std::move(records)}});
   const TimePoint at = std::chrono::steady_clock::now();
   std::vector<RecordAnswer> answers = ReadResults(answer, names);
+  // The daemon's own clock: that of a capture that is played is another one.
+  sight.time = answers.front().time != 0 ? answers.front().time : sight.time;
   for (std::size_t i = 0; i < answers.size(); ++i) {
     const WantedRows& wanted = *asked[i];
     SeenRows seen{std::move(answers[i].rows), SchemaOf(wanted.record), answers[i].time,

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
 
 #include "client/ask/SafeText.h"
 #include "client/view/Head.h"
@@ -33,7 +35,10 @@ std::string View::StateText() {
   if (!m_isNow) {
     return "KEPT " + DateText(m_time);
   }
-  return (m_isPaused ? "PAUSED " : "NOW ") + ClockOf(m_sight->time);
+  constexpr std::int64_t kDay = 86400;
+  const bool isToday = std::abs(m_sight->time - std::time(nullptr)) < kDay / 2;
+  return (m_isPaused ? "PAUSED " : "NOW ") +
+         (isToday ? ClockOf(m_sight->time) : DateText(m_sight->time));
 }
 
 void View::Draw() {
