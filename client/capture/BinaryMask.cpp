@@ -126,6 +126,14 @@ std::string HexOfBytes(std::string_view bytes) {
   return text;
 }
 
+std::string TextOfPairs(std::string_view bytes) {
+  std::string text;
+  for (const char& byte : bytes) {
+    text.append(text.empty() ? "" : ":").append(HexOfBytes({&byte, 1}));
+  }
+  return text;
+}
+
 void MaskNetlink(int protocol, std::string& datagram, StandIns& standIns) {
   ::nlmsghdr head{};
   for (std::size_t place = 0; ReadAt(datagram, place, head);) {

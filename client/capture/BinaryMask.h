@@ -19,3 +19,5 @@ void MaskInterfaceAnswer(unsigned long request, std::string& answer, StandIns& s
 /// The bytes of a text of hexadecimal digits; empty if it is none.
 [[nodiscard]] std::string BytesOfHex(std::string_view text);
 [[nodiscard]] std::string HexOfBytes(std::string_view bytes);
+/// The same with a colon between, as hardware addresses are written.
+[[nodiscard]] std::string TextOfPairs(std::string_view bytes);

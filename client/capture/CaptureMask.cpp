@@ -110,7 +110,7 @@ void CaptureMask::Collect() {
     m_mask.Replace(word, m_standIns.Name(word));
   }
   for (const std::string& word : words.serials) {
-    m_mask.Replace(word, m_standIns.Serial(word));
+    m_mask.Replace(word, SerialOf(word));
   }
 }
 
@@ -189,7 +189,7 @@ std::string CaptureMask::HostFile(std::string_view path, const std::string& text
     return Accounts(text);
   }
   if (HoldsSerial(path)) {
-    return m_standIns.Serial(text);
+    return SerialOf(text);
   }
   const bool isOfSockets = name == "tcp" || name == "tcp6" || name == "udp" || name == "udp6";
   if (path.starts_with("proc/") && (isOfSockets || name == "if_inet6")) {
@@ -199,9 +199,14 @@ std::string CaptureMask::HostFile(std::string_view path, const std::string& text
   return text.find('\0') == text.npos ? m_mask.Text(text) : m_mask.Bytes(text);
 }
 
+std::string CaptureMask::SerialOf(std::string_view text) const {
+  return m_mask.Bytes(m_standIns.Serial(text));
+}
+
 std::string CaptureMask::CommandLine(const std::string& line) const {
   const std::size_t first = StandIns::ProgramSize(line);
-  return m_mask.Text(line.substr(0, first)) + m_standIns.Arguments(line).substr(first);
+  return m_mask.Text(line.substr(0, first)) +
+         m_mask.Bytes(m_standIns.Arguments(line).substr(first));
 }
 
 std::string CaptureMask::Accounts(std::string_view text) const {
@@ -211,7 +216,7 @@ std::string CaptureMask::Accounts(std::string_view text) const {
   while (!text.empty()) {
     const std::size_t end = std::min(text.find_first_of(":\n"), text.size());
     constexpr int kFullName = 4;
-    masked += field == kFullName ? m_standIns.Word(text.substr(0, end))
+    masked += field == kFullName ? m_mask.Bytes(m_standIns.Word(text.substr(0, end)))
                                  : m_mask.Text(text.substr(0, end));
     if (end < text.size()) {
       masked += text[end];
@@ -284,7 +289,7 @@ void CaptureMask::ReplaceRow(Json& row) {
     }
     const std::string text = member.value.Text();
     if (serials.contains(member.name)) {
-      member.value = Json(m_standIns.Serial(text));
+      member.value = Json(SerialOf(text));
     } else if (arguments.contains(member.name)) {
       member.value = Json(CommandLine(text));
     } else {
@@ -308,42 +313,67 @@ void CaptureMask::ReplaceFacts(Json& facts) {
   facts["host"] = Json(m_mask.Text(TextOf(facts, "host")));
 }
 
-void CaptureMask::Check() const {
-  std::vector<std::string> words = m_names;
-  if (m_isRunning) {
-    const std::vector<std::string> addresses = OwnAddresses();
-    words.insert(words.end(), addresses.begin(), addresses.end());
+void CaptureMask::FailCheck(const std::string& path, const std::string& what) {
+  throw ClientError("the capture is not private: " + path + " has \"" + what + '"');
+}
+
+void CaptureMask::CheckText(const std::string& path, std::string_view text,
+                            const std::vector<std::string>& words) {
+  if (const std::string word = FindWord(text, words); !word.empty()) {
+    FailCheck(path, word);
   }
-  const auto look = [&words](std::string_view text, const std::string& path) {
-    if (const std::string word = FindWord(text, words); !word.empty()) {
-      throw ClientError("the capture is not private: " + path + " has \"" + word + '"');
+}
+
+void CaptureMask::CheckCall(const std::string& path, const Json& call,
+                            const std::vector<std::string>& words, const OwnAddresses& own) {
+  const std::string question = PlainQuestion(TextOf(call, "call"));
+  const std::string asked = PathOfQuestion(question);
+  const bool isKernel = !asked.empty() && IsKernelPath(std::string_view(asked).substr(1));
+  if (!isKernel) {
+    CheckText(path, question, words);
+  }
+  const std::string bytes = BytesOfHex(TextOf(call, "hex"));
+  if (!isKernel || !question.starts_with("list ")) {
+    CheckText(path, TextOf(call, "text"), words);
+    CheckText(path, bytes, words);
+  }
+  for (std::size_t place = 0; place < own.bytes.size(); ++place) {
+    if ((question.starts_with("netlink ") || question.starts_with("ioctl ")) &&
+        bytes.find(own.bytes[place]) != bytes.npos) {
+      FailCheck(path, own.texts[place]);
     }
-  };
+  }
+}
+
+void CaptureMask::Check() const {
+  const OwnAddresses own = m_isRunning ? ReadOwnAddresses() : OwnAddresses();
+  std::vector<std::string> words = m_names;
+  words.insert(words.end(), own.texts.begin(), own.texts.end());
+  for (const std::string& bytes : own.bytes) {
+    // As the kernel's list of addresses has them.
+    constexpr std::size_t kAddress6 = 16;
+    if (bytes.size() == kAddress6) {
+      words.push_back(HexOfBytes(bytes));
+    }
+  }
   for (const FolderEntry& entry : ListFolder(m_folder)) {
     const std::string_view below = BelowHost(entry.path);
     if (below.empty() || !IsKernelPath(below)) {
-      look(entry.path, entry.path);
+      CheckText(entry.path, entry.path, words);
     }
     const std::string text = entry.isFolder ? "" : ReadWhole(PlaceOf(entry.path));
     if (!below.empty() || !IsJson(entry.path)) {
-      look(text, entry.path);
-      continue;
-    }
-    const bool isLines = entry.path.ends_with("l");
-    const auto lookInto = [&](std::string_view line) {
-      const Json value = ParsedOf(entry.path, line);
-      const std::string path = PathOfQuestion(PlainQuestion(TextOf(value, "call")));
-      const std::string bytes = BytesOfHex(TextOf(value, "hex"));
-      look(bytes, entry.path);
-      const bool isKernel = !path.empty() && IsKernelPath(std::string_view(path).substr(1));
-      ForTexts(value, [&](const std::string& word) {
-        const bool isQuestion = isKernel && value.Find("call")->Text() == word;
-        const bool isList = isKernel && TextOf(value, "call").starts_with("list ");
-        if (!isQuestion && !isList) {
-          look(word, entry.path);
-        }
+      CheckText(entry.path, text, words);
+    } else if (entry.path.ends_with(kCalls)) {
+      ForLines(text, [&](std::string_view line) {
+        CheckCall(entry.path, ParsedOf(entry.path, line), words, own);
       });
-    };
-    isLines ? ForLines(text, lookInto) : lookInto(text);
+    } else {
+      const auto check = [&](std::string_view part) {
+        ForTexts(ParsedOf(entry.path, part),
+                 [&](const std::string& word) { CheckText(entry.path, word, words); });
+      };
+      entry.path.ends_with(".jsonl") ? ForLines(text, check) : check(text);
+    }
   }
 }

@@ -28,6 +28,8 @@ class CaptureMask {
   void ReplaceFile(const std::string& path);
   void ReplaceNames();
   [[nodiscard]] std::string HostFile(std::string_view path, const std::string& text);
+  // A short stand-in may by chance be a name, which is replaced then.
+  [[nodiscard]] std::string SerialOf(std::string_view text) const;
   [[nodiscard]] std::string CommandLine(const std::string& line) const;
   [[nodiscard]] std::string Accounts(std::string_view text) const;
   [[nodiscard]] std::string Lines(std::string_view text, void (CaptureMask::*change)(Json&));
@@ -36,6 +38,11 @@ class CaptureMask {
   void ReplaceRow(Json& row);
   void ReplaceRecords(Json& results);
   void ReplaceFacts(Json& facts);
+  [[noreturn]] static void FailCheck(const std::string& path, const std::string& what);
+  static void CheckText(const std::string& path, std::string_view text,
+                        const std::vector<std::string>& words);
+  static void CheckCall(const std::string& path, const Json& call,
+                        const std::vector<std::string>& words, const OwnAddresses& own);
 
   std::string m_folder;
   std::vector<FolderEntry> m_entries;

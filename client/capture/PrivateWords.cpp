@@ -9,8 +9,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdio>
 #include <memory>
+
+#include "client/capture/BinaryMask.h"
 
 namespace {
 
@@ -33,28 +34,32 @@ std::string NameOfFile(std::string_view path) {
   return std::string(path.substr(path.rfind('/') + 1));
 }
 
-std::string AddressText(const ::sockaddr& address) {
-  std::array<char, INET6_ADDRSTRLEN> text{};
+/// Empty for one of another kind and for one that stands for no one host.
+std::string BytesOfAddress(const ::sockaddr& address) {
   if (address.sa_family == AF_INET) {
-    const auto& four = reinterpret_cast<const ::sockaddr_in&>(address);
-    const bool isLoopback = (ntohl(four.sin_addr.s_addr) >> IN_CLASSA_NSHIFT) == IN_LOOPBACKNET;
-    return isLoopback ? "" : ::inet_ntop(AF_INET, &four.sin_addr, text.data(), text.size());
+    const auto& four = reinterpret_cast<const ::sockaddr_in&>(address).sin_addr;
+    const bool isLoopback = (ntohl(four.s_addr) >> IN_CLASSA_NSHIFT) == IN_LOOPBACKNET;
+    return isLoopback ? "" : std::string(reinterpret_cast<const char*>(&four), sizeof(four));
   }
   if (address.sa_family == AF_INET6) {
-    const auto& six = reinterpret_cast<const ::sockaddr_in6&>(address);
-    return IN6_IS_ADDR_LOOPBACK(&six.sin6_addr)
-               ? ""
-               : ::inet_ntop(AF_INET6, &six.sin6_addr, text.data(), text.size());
+    const auto& six = reinterpret_cast<const ::sockaddr_in6&>(address).sin6_addr;
+    const bool isLoopback = IN6_IS_ADDR_LOOPBACK(&six);
+    return isLoopback ? "" : std::string(reinterpret_cast<const char*>(&six), sizeof(six));
   }
-  if (address.sa_family == AF_PACKET) {
-    const auto& link = reinterpret_cast<const ::sockaddr_ll&>(address);
-    const unsigned char* byte = link.sll_addr;
-    std::snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", byte[0], byte[1],
-                  byte[2], byte[3], byte[4], byte[5]);
-    return link.sll_halen == 6 && text.data() != std::string_view("00:00:00:00:00:00") ? text.data()
-                                                                                       : "";
+  constexpr std::size_t kHardware = 6;
+  const auto& link = reinterpret_cast<const ::sockaddr_ll&>(address);
+  const std::string bytes(reinterpret_cast<const char*>(link.sll_addr), kHardware);
+  const bool isAny = address.sa_family == AF_PACKET && link.sll_halen == kHardware &&
+                     bytes.find_first_not_of('\0') != bytes.npos;
+  return isAny ? bytes : "";
+}
+
+std::string TextOfAddress(int family, const std::string& bytes) {
+  if (family == AF_PACKET) {
+    return TextOfPairs(bytes);
   }
-  return "";
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  return ::inet_ntop(family, bytes.data(), text.data(), text.size());
 }
 
 }  // namespace
@@ -170,18 +175,19 @@ void WordCollector::TakeSystem() {
   ::endgrent();
 }
 
-std::vector<std::string> OwnAddresses() {
+OwnAddresses ReadOwnAddresses() {
+  OwnAddresses own;
   ::ifaddrs* first = nullptr;
   if (::getifaddrs(&first) != 0) {
-    return {};
+    return own;
   }
   const std::unique_ptr<::ifaddrs, void (*)(::ifaddrs*)> owner(first, ::freeifaddrs);
-  std::set<std::string> texts;
   for (const ::ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
-    const std::string text = entry->ifa_addr == nullptr ? "" : AddressText(*entry->ifa_addr);
-    if (!text.empty()) {
-      texts.insert(text);
+    const std::string bytes = entry->ifa_addr == nullptr ? "" : BytesOfAddress(*entry->ifa_addr);
+    if (!bytes.empty()) {
+      own.bytes.push_back(bytes);
+      own.texts.push_back(TextOfAddress(entry->ifa_addr->sa_family, bytes));
     }
   }
-  return {texts.begin(), texts.end()};
+  return own;
 }

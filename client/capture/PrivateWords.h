@@ -39,5 +39,9 @@ class WordCollector {
 [[nodiscard]] bool HoldsSerial(std::string_view path);
 /// Whether the kernel alone has named this path below a tree, as it has not the control groups.
 [[nodiscard]] bool IsKernelPath(std::string_view path);
-/// The addresses of this host's interfaces as texts, without those that stand for no one host.
-[[nodiscard]] std::vector<std::string> OwnAddresses();
+/// The addresses of this host's interfaces, without those of the loopback.
+struct OwnAddresses {
+  std::vector<std::string> texts;
+  std::vector<std::string> bytes;  ///< the same, in the order of the network
+};
+[[nodiscard]] OwnAddresses ReadOwnAddresses();

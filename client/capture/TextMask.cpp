@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 
+#include "client/capture/BinaryMask.h"
+
 namespace {
 
 bool IsHexDigit(char letter) {
@@ -37,16 +39,6 @@ std::string PairsOf(std::string_view text) {
   }
   // Of Ethernet, FireWire and InfiniBand.
   return bytes.size() == 6 || bytes.size() == 8 || bytes.size() == 20 ? bytes : "";
-}
-
-std::string TextOfPairs(const std::string& bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
-  for (const char byte : bytes) {
-    const auto value = static_cast<unsigned char>(byte);
-    text.append(text.empty() ? "" : ":").append({kDigits[value / 16], kDigits[value % 16]});
-  }
-  return text;
 }
 
 }  // namespace

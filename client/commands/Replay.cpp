@@ -22,7 +22,7 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using ReplayClock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kStartLimit{60};
 constexpr std::chrono::milliseconds kStartLook{50};
@@ -116,9 +116,9 @@ class ReplayDaemon {
 
   /// Waits until it answers. Throws ClientError, Interrupted.
   void AwaitStart(const std::string& socket, int stop) {
-    const auto end = Clock::now() + kStartLimit;
+    const auto end = ReplayClock::now() + kStartLimit;
     while (!Answers(socket, stop)) {
-      const bool hasEnded = m_child.WaitUntil(Clock::now() + kStartLook, stop);
+      const bool hasEnded = m_child.WaitUntil(ReplayClock::now() + kStartLook, stop);
       ::pollfd ready{stop, POLLIN, 0};
       if (::poll(&ready, 1, 0) > 0) {
         throw Interrupted();
@@ -126,7 +126,7 @@ class ReplayDaemon {
       if (hasEnded) {
         FailStart(m_source, m_log);
       }
-      if (Clock::now() > end) {
+      if (ReplayClock::now() > end) {
         throw ClientError(m_source + ": the daemon has not answered for " +
                           std::to_string(kStartLimit.count()) + " s");
       }

@@ -108,6 +108,23 @@ TEST_F(CaptureMaskTest, OneTextHasOneStandInWhereverItStands) {
             std::string::npos);
 }
 
+TEST_F(CaptureMaskTest, AStandInThatIsANameByChanceIsReplacedToo) {
+  std::string arguments = "sh";
+  for (char first = 'a'; first <= 'z'; ++first) {
+    for (char second = 'a'; second <= 'z'; ++second) {
+      for (int times = 0; times < 8; ++times) {
+        arguments += ' ' + std::string(static_cast<std::size_t>(times), '-') + first + second;
+      }
+    }
+  }
+  Host("etc/passwd", "vm:x:1000:1000::/:/bin/sh\n");
+  Host("proc/9/cmdline", arguments);
+  CaptureMask mask(Folder());
+  mask.Replace();
+  mask.Check();
+  EXPECT_EQ(ReadHost("proc/9/cmdline").size(), arguments.size());
+}
+
 TEST_F(CaptureMaskTest, WhatCannotBeReplacedOrIsFoundAfterwardsFails) {
   const auto problemOf = [this](bool isAfter) -> std::string {
     try {
