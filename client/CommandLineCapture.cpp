@@ -9,7 +9,7 @@ void AddCapture(CLI::App& app, CommandLine& line) {
   constexpr long kLongestPause = 86'400;
   CaptureOptions& options = line.capture;
   CLI::App* capture = app.add_subcommand("capture", "Take a host along in a folder or a file");
-  capture->add_option("TARGET", options.target, "A new folder, or a file named *.tar.zst")
+  capture->add_option("FILE", options.target, "A new file named *.tar.zst, or a new folder")
       ->required();
   capture
       ->add_option("--every", options.everySeconds,
@@ -36,7 +36,7 @@ void AddCapture(CLI::App& app, CommandLine& line) {
 void AddReplay(CLI::App& app, CommandLine& line) {
   ReplayOptions& options = line.replay;
   CLI::App* replay = app.add_subcommand("replay", "Show a host that was captured");
-  replay->add_option("CAPTURE", options.source, "The file or folder of the capture")->required();
+  replay->add_option("FILE", options.source, "The capture, packed or as a folder")->required();
   replay->add_option("RECORD", options.what.records,
                      "Records to show, as in get; without one the host is viewed");
   replay
