@@ -15,19 +15,19 @@
 
 namespace {
 
-struct Item {
+struct ArchiveItem {
   std::string name;
   unsigned kind = AE_IFREG;
   std::string text = {};  ///< the content, or where a link leads
   bool isHardLink = false;
 };
 
-void WriteArchive(const std::string& file, const std::vector<Item>& items) {
+void WriteArchive(const std::string& file, const std::vector<ArchiveItem>& items) {
   ::archive* archive = ::archive_write_new();
   ::archive_write_set_format_pax(archive);
   ::archive_write_add_filter_zstd(archive);
   ASSERT_EQ(::archive_write_open_filename(archive, file.c_str()), ARCHIVE_OK);
-  for (const Item& item : items) {
+  for (const ArchiveItem& item : items) {
     ::archive_entry* entry = ::archive_entry_new();
     ::archive_entry_set_pathname(entry, item.name.c_str());
     ::archive_entry_set_filetype(entry, item.kind);
@@ -107,7 +107,7 @@ TEST_F(UnpackArchiveTest, WhatLeadsOutOrIsNoFileIsNamed) {
     longPath += "folder/";
   }
   const struct {
-    std::vector<Item> items;
+    std::vector<ArchiveItem> items;
     const char* words;
   } cases[] = {
       {{{"../outside", AE_IFREG, "x"}}, "\"../outside\" leads out"},
