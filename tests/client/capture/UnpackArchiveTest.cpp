@@ -146,12 +146,13 @@ TEST_F(UnpackArchiveTest, WhatLeadsOutOrIsNoFileIsNamed) {
 }
 
 TEST_F(UnpackArchiveTest, TheLimitsHold) {
-  const std::vector<Item> two{{"a", AE_IFREG, std::string(600, 'x')},
-                              {"b", AE_IFREG, std::string(600, 'x')}};
-  const std::vector<Item> deep{{"a/b/c", AE_IFREG, "x"}, {"a", AE_IFDIR}, {"a/d", AE_IFREG, "x"}};
-  const std::vector<Item> names{{"ab", AE_IFREG}, {"cd/ef", AE_IFREG}, {"cd", AE_IFDIR}};
+  const std::vector<ArchiveItem> two{{"a", AE_IFREG, std::string(600, 'x')},
+                                     {"b", AE_IFREG, std::string(600, 'x')}};
+  const std::vector<ArchiveItem> deep{
+      {"a/b/c", AE_IFREG, "x"}, {"a", AE_IFDIR}, {"a/d", AE_IFREG, "x"}};
+  const std::vector<ArchiveItem> names{{"ab", AE_IFREG}, {"cd/ef", AE_IFREG}, {"cd", AE_IFDIR}};
   const struct {
-    const std::vector<Item>& items;
+    const std::vector<ArchiveItem>& items;
     UnpackLimits limits;
     const char* words;  ///< null if it is unpacked
   } cases[] = {{two, {.bytes = 1000, .entries = 10}, "more than 1000 bytes"},
