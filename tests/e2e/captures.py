@@ -17,8 +17,10 @@ import subprocess
 import sys
 import tarfile
 import tempfile
+import time
 
 from harness import Agent, fail, wait_for
+from terminal import Terminal
 
 LIMIT_SECONDS = 120
 
@@ -203,6 +205,83 @@ def check_bad(client, work):
     client.expect_failure(["capture", work / "host.tgz"], r"ends in \.tar\.zst")
 
 
+def pack(file, entries):
+    """An archive of (name, kind of tarfile, text or where a link leads)."""
+    packed = io.BytesIO()
+    with tarfile.open(fileobj=packed, mode="w") as archive:
+        for name, kind, text in entries:
+            entry = tarfile.TarInfo(name)
+            entry.type = kind
+            if kind == tarfile.REGTYPE:
+                entry.size = len(text)
+            else:
+                entry.linkname = text
+            archive.addfile(entry, io.BytesIO(text.encode()))
+    file.write_bytes(subprocess.run(["zstd", "-qc"], input=packed.getvalue(), stdout=subprocess.PIPE,
+                                    check=True).stdout)
+
+
+def check_hostile(client, work):
+    """Archives of a stranger's: one line, and neither a write nor a wait outside."""
+    file, link, folder = tarfile.REGTYPE, tarfile.SYMTYPE, tarfile.DIRTYPE
+    outside = work / "outside"
+    outside.mkdir()
+    (outside / "records.json").write_text("untouched")
+    cases = {
+        "up": ([("../outside/new", file, "x")], "leads out of the folder"),
+        "absolute": ([(str(outside / "new"), file, "x")], "leads out of the folder"),
+        "link": ([("l", link, str(outside)), ("l/new", file, "x")], '"l" is a link that leads out'),
+        "climbing": ([("deep", link, "."), ("l", link, "deep/deep/deep/../../../etc")], '"l" is a link that leads out'),
+        "hard": ([("h", tarfile.LNKTYPE, "/etc/passwd")], "is a hard link"),
+        "pipe": ([("capture.json", tarfile.FIFOTYPE, "")], "is neither a file nor a folder"),
+        "device": ([("capture.json", tarfile.CHRTYPE, "")], "is neither a file nor a folder"),
+        "linked": ([("x", file, "{}"), ("capture.json", link, "x")], r"capture\.json: this is no regular file"),
+        "deep": ([("a/" * 200 + "f", file, "x")], "folders deep"),
+        "odd": ([("\33]0;x\7", link, "..")], r'entry "[^\0-\37]*" is a link'),
+        "bare": ([("samples", folder, "")], "this is no capture"),
+    }
+    for name, (entries, pattern) in cases.items():
+        pack(work / f"bad-{name}.tar.zst", entries)
+        client.expect_failure(["replay", work / f"bad-{name}.tar.zst"], pattern)
+    whole = (work / "host.tar.zst").read_bytes()
+    for part in (0, 5, 1000, len(whole) // 2, len(whole) - 4):
+        (work / "cut.tar.zst").write_bytes(whole[:part])
+        client.expect_failure(["replay", work / "cut.tar.zst", "PI"], "cut short|no archive of a capture")
+    if [path.name for path in outside.iterdir()] != ["records.json"]:
+        fail("an archive has written elsewhere")
+    # A folder that nobody has packed: the way to its files may be links as well.
+    planted = unpack(work / "host.tar.zst", work / "planted")
+    (planted / "samples").rename(outside / "samples")
+    (planted / "samples").symlink_to(outside / "samples")
+    client.expect_failure(["replay", planted, "PI"], "samples: this is no folder")
+
+
+def check_view(client, work):
+    """On a terminal it opens the view: the captured host, and its samples one by one."""
+    tree = pathlib.Path(__file__).resolve().parent.parent / "fixtures/modern-processes/first"
+    client.environment["QMT_HOST_ROOT"] = str(tree)
+    client.run("capture", work / "three", "--every", "2", "--count", "3")
+    del client.environment["QMT_HOST_ROOT"]
+    facts = work / "three/capture.json"
+    clocks = [time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(sample["time"]))
+              for sample in json.loads(facts.read_text())["samples"]]
+    shown = r"\n *412 [^\n]* cron .*\nPDI: processes +5 of 5"
+    with Terminal(work / "terminal", 120, 40, TMPDIR=str(client.temporary)) as terminal:
+        terminal.run(f"{client.program} replay {work / 'three'}; echo ended=$?")
+        # It stays at the last sample.
+        terminal.wait_text(rf"(?s) NOW {clocks[-1][11:]} .*{shown}")
+        # A daemon begins to keep rows when it starts.
+        for clock in reversed(clocks[:-1]):
+            terminal.type("[")
+            terminal.wait_text(rf"(?s) KEPT {clock} .*{shown}")
+        terminal.type("n")
+        terminal.wait_text(rf" NOW {clocks[-1][11:]} ")
+        terminal.type("q")
+        terminal.wait_text("ended=0")
+    if left := list(client.temporary.iterdir()):
+        fail(f"{left} is left")
+
+
 def check_interruption(client, work):
     for target, number in (("slow", signal.SIGINT), ("slow.tar.zst", signal.SIGHUP)):
         process = client.start("capture", work / target, "--count", "100", "--every", "60")
@@ -240,6 +319,8 @@ def main():
             check_private(client, agent, work)
         check_figures(client, work)
         check_bad(client, work)
+        check_hostile(client, work)
+        check_view(client, work)
         check_interruption(client, work)
         check_stay(client, work)
     print("captures: passed")

@@ -88,13 +88,17 @@ TEST_F(HostReplayTest, SamplesComeInTheirTimeAndFallBackOnThoseBefore) {
 TEST_F(HostReplayTest, NoLinkLeadsOutOfTheTree) {
   AddSample(1, "");
   std::ofstream(Path("secret")) << "secret";
-  // Each stays inside as it is written; only together they climb.
+  // Each stays inside as it is written; only together they climb: what is found is refused, what is
+  // put there later is not followed.
   const fs::path proc = Path("samples/0001/host/proc");
   fs::create_symlink("..", proc / "up");
   fs::create_symlink("up/..", proc / "upper");
-  fs::create_symlink("upper/..", proc / "top");
   std::ofstream(Path("samples/0001/host/inside")) << "inside";
   const auto replay = Play();
+  fs::create_symlink("upper/..", proc / "top");
+  std::string problem;
+  EXPECT_EQ(HostReplay::Open(Path(""), 1, problem), nullptr);
+  EXPECT_THAT(problem, testing::EndsWith("/proc/top: a link that leads out of the capture"));
   EXPECT_EQ(TextOfFile(*replay, "/proc/up/inside"), "inside");
   for (const char* name : {"/proc/upper/calls.jsonl", "/proc/top/capture.json",
                            "/proc/up/../secret", "/../secret", "/proc/top/secret"}) {
