@@ -187,7 +187,7 @@ CaptureSize SizeOf(const std::string& folder) {
   return size;
 }
 
-std::string Summary(const CaptureOptions& options, const CaptureSize& size, std::uint64_t bytes,
+std::string ClosingLine(const CaptureOptions& options, const CaptureSize& size, std::uint64_t bytes,
                     std::uint64_t rows, double seconds) {
   char figures[160];
   std::snprintf(figures, sizeof(figures), "%.1f MB, %llu sample%s, %llu rows of history, %.1f s",
@@ -234,7 +234,7 @@ void Capture(const CommonOptions& common, const CaptureOptions& options, int sto
     folder.Keep();
   }
   const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - begin;
-  WriteOutput(Summary(options, size, bytes, rows, passed.count()));
+  WriteOutput(ClosingLine(options, size, bytes, rows, passed.count()));
 }
 
 }  // namespace

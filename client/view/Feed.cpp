@@ -16,6 +16,8 @@ namespace {
 
 /// A first look says little: the one behind it comes this soon.
 constexpr std::chrono::milliseconds kSecondLook{500};
+/// A daemon that is started anew is seen this soon, however long the pace.
+constexpr std::chrono::milliseconds kNextTry{5000};
 
 Descriptor MakeEvent() {
   Descriptor event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
@@ -110,8 +112,9 @@ std::chrono::seconds Feed::Waiting() const {
 std::optional<Wish> Feed::AwaitWish(std::uint64_t done, Outcome last) {
   std::unique_lock lock(m_mutex);
   auto beat = m_pace.Next();
-  if (last == Outcome::kFirst) {
-    beat = std::min(beat, std::chrono::steady_clock::now() + kSecondLook);
+  if (last != Outcome::kWhole) {
+    const std::chrono::milliseconds soon = last == Outcome::kFirst ? kSecondLook : kNextTry;
+    beat = std::min(beat, std::chrono::steady_clock::now() + soon);
   }
   while (!m_isEnding && (!m_wish || m_wish->number == done)) {
     const bool looks =

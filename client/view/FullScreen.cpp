@@ -110,6 +110,16 @@ short PairOf(Tone tone, bool hasColor) {
                                               : short{0};
 }
 
+/// Ctrl-S is no key that stops the screen here, as a program that waits to write can't be ended.
+void LeaveFlowAlone() {
+  termios keys{};
+  if (::tcgetattr(STDIN_FILENO, &keys) == 0) {
+    keys.c_iflag &= ~static_cast<tcflag_t>(IXON);
+    static_cast<void>(::tcsetattr(STDIN_FILENO, TCSANOW, &keys));
+    ::def_prog_mode();
+  }
+}
+
 void StartColours() {
   ::start_color();
   ::use_default_colors();
@@ -240,6 +250,7 @@ FullScreen::FullScreen(ColorMode color) {
   ::cbreak();
   ::noecho();
   ::nonl();
+  LeaveFlowAlone();
   ::nodelay(stdscr, TRUE);
   ::keypad(stdscr, TRUE);
   ::curs_set(0);

@@ -6,6 +6,7 @@
 #include "client/ask/SafeText.h"
 #include "client/show/Render.h"
 #include "client/show/RowValues.h"
+#include "client/view/RowMembers.h"
 #include "client/view/Sparkline.h"
 #include "json/RowText.h"
 
@@ -83,6 +84,10 @@ void DrawTitle(Canvas& canvas, const Sight& sight, const HeadFigures& figures,
           : 0;
   if (active > 0) {
     line.Put(std::to_string(active) + (active == 1 ? " alarm" : " alarms"), Tone::kBad).Gap();
+  }
+  const auto host = sight.records.find(kHostRecord);
+  if (host != sight.records.end() && host->second->isFar) {
+    line.Put(std::string(kHostRecord) + " MISSING", Tone::kBad).Gap();
   }
   for (const std::string& name : sight.abnormal) {
     line.Put(SafeText(name) + " ABNORMAL", Tone::kBad).Gap();

@@ -1,6 +1,7 @@
 #include "client/view/HeadFigures.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <string_view>
 
@@ -49,9 +50,20 @@ void ReadHost(const Json& row, HeadFigures& figures) {
   figures.diskWrite = FigureOf(row, "Block Writes/sec", kBytesOfKbyte);
 }
 
+/// Whether what passes that interface is the host's own, or passes another one that is counted: of
+/// bridges, bonds, VLANs, containers, machines and tunnels.
+bool PassesAnother(const std::string& interface) {
+  static constexpr std::array kBeginnings{
+      "bond", "team",  "br-",  "br0", "docker",  "virbr", "veth", "vnet", "tap", "tun",
+      "wg",   "dummy", "cali", "cni", "flannel", "vxlan", "kube", "lxc",  "lxd", "vmnet"};
+  return interface == "lo" || interface.find('.') != std::string::npos ||
+         std::any_of(kBeginnings.begin(), kBeginnings.end(),
+                     [&](const char* beginning) { return interface.starts_with(beginning); });
+}
+
 void ReadInterfaces(const Json::ElementList& rows, HeadFigures& figures) {
   for (const Json& row : rows) {
-    if (TextOf(row, "Interface") != "lo") {
+    if (!PassesAnother(TextOf(row, "Interface"))) {
       AddTo(figures.netIn, FigureOf(row, "Bytes In/sec"));
       AddTo(figures.netOut, FigureOf(row, "Bytes Out/sec"));
       AddTo(figures.packetsIn, FigureOf(row, "Pkts Rcvd/sec"));
@@ -77,8 +89,9 @@ bool IsServed(const std::vector<Listing>& listing, std::string_view record) {
                      [&](const Listing& one) { return one.served && one.record == record; });
 }
 
-/// How long a trend's kept row holds.
-constexpr double kKeptSeconds = 60;
+/// How long the first of a trend's kept rows holds, and any of them at most.
+constexpr double kFirstSeconds = 10;
+constexpr double kLongestSeconds = 300;
 
 }  // namespace
 
@@ -158,7 +171,12 @@ void HeadTrends::Fill(const Sight& sight) {
       }
     }
   }
+  // A kept row tells of the time since the one before it, a gap apart.
+  double seconds = kFirstSeconds;
+  std::int64_t before = 0;
   for (const auto& [time, figures] : byTime) {
-    Add(time, kKeptSeconds, figures);
+    seconds = before == 0 ? seconds : std::min(static_cast<double>(time - before), kLongestSeconds);
+    Add(time, seconds, figures);
+    before = time;
   }
 }

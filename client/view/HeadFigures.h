@@ -29,7 +29,7 @@ struct HeadFigures {
   Figure diskRead;  ///< bytes a second
   Figure diskWrite;
   Figure diskBoth;  ///< where the two are not told apart
-  Figure netIn;     ///< bytes a second, loopback left out
+  Figure netIn;     ///< bytes a second, of interfaces whose traffic no other counts
   Figure netOut;
   Figure packetsIn;  ///< a second, where bytes are not told
   Figure packetsOut;

@@ -8,7 +8,8 @@ std::span<const KeyHelp> AllKeyHelp() {
       KeyHelp{"1 to 8, Tab", "another pane; Shift-Tab goes back"},
       KeyHelp{"v", "the next record of the pane, as in groups and workgroups"},
       KeyHelp{"Enter", "open what the cursor stands on"},
-      KeyHelp{"Esc", "close what is open, give up what is typed"},
+      KeyHelp{"Esc, Backspace",
+              "close what is open; Esc gives up what is typed, Ctrl-U empties it"},
       KeyHelp{"", "Rows"},
       KeyHelp{"arrows, Page keys, Home, End, wheel", "move; left and right shift the columns"},
       KeyHelp{"< >", "sort by the column to the left, to the right; so does a click on a heading"},
@@ -16,7 +17,9 @@ std::span<const KeyHelp> AllKeyHelp() {
       KeyHelp{"R", "turn the order round"},
       KeyHelp{"t", "as a tree, or not"},
       KeyHelp{"/", "only rows with a text, or as --where has it: CPU % Each > 10"},
-      KeyHelp{"f", "choose the columns, which are kept for the next time"},
+      KeyHelp{"f",
+              "choose the columns, which are kept for the next time: blank takes or leaves one, - "
+              "and + move it, Enter ends, 0 takes those of the beginning"},
       KeyHelp{"d", "set a mark and show differences to it; again to end that"},
       KeyHelp{"", "Time"},
       KeyHelp{"[ ]", "the kept sample before, the next one"},
@@ -28,6 +31,8 @@ std::span<const KeyHelp> AllKeyHelp() {
       KeyHelp{"", "Besides"},
       KeyHelp{"? h", "these keys"},
       KeyHelp{"Ctrl-L", "draw the screen anew"},
-      KeyHelp{"q, Ctrl-C", "quit"}};
+      KeyHelp{"q", "close what is open, else quit"},
+      KeyHelp{"Ctrl-C", "quit"},
+      KeyHelp{"click", "go to a pane, sort by a heading, move to a row"}};
   return kKeys;
 }

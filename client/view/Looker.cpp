@@ -92,6 +92,10 @@ Sight Looker::Look(const Wish& wish) {
   if (isNew) {
     LookOnce(wish, sight);
   }
+  sight.workgroups = m_opened.workgroups;
+  sight.alarm = m_opened.alarm;
+  sight.plot = m_opened.plot;
+  sight.plotError = m_opened.plotError;
   ReadAlarmList(sight, wish.wantsAlarms);
   ReadVerdicts(sight);
   sight.status = m_status;
@@ -136,6 +140,12 @@ void Looker::LookNow(const Wish& wish, Sight& sight) {
     names.push_back({wanted->record, ""});
   }
   Json answer = m_connection.Ask({{"op", "get"}, {"records", std::move(records)}});
+  // What was not looked at has nothing to compare with that would be of now.
+  std::erase_if(m_comparisons, [&](const auto& entry) {
+    return std::none_of(asked.begin(), asked.end(), [&](const WantedRows* wanted) {
+      return ComparisonName(*wanted) == entry.first;
+    });
+  });
   const TimePoint at = std::chrono::steady_clock::now();
   std::vector<RecordAnswer> answers = ReadResults(answer, names);
   // The daemon's own clock: that of a capture that is played is another one.
@@ -175,6 +185,7 @@ bool Looker::Compare(const WantedRows& wanted, SeenRows& seen, TimePoint at) {
 }
 
 void Looker::LookOnce(const Wish& wish, Sight& sight) {
+  m_opened = {};
   if (wish.wantsTrends) {
     for (const WantedRows& wanted : wish.records) {
       if (!wanted.where.empty() || wanted.columns.empty()) {
@@ -188,7 +199,7 @@ void Looker::LookOnce(const Wish& wish, Sight& sight) {
   }
   if (wish.process && sight.isNow) {
     try {
-      sight.workgroups = ReadReport(
+      m_opened.workgroups = ReadReport(
           m_connection.Ask({{"op", "report"},
                             {"report", "workgroups"},
                             {"arguments", Json{{"pid", std::to_string(*wish.process)}}}}));
@@ -199,13 +210,13 @@ void Looker::LookOnce(const Wish& wish, Sight& sight) {
   if (wish.alarm) {
     try {
       Json answer = m_connection.Ask({{"op", "alarm"}, {"id", *wish.alarm}});
-      sight.alarm = ReadAlarm(answer, *wish.alarm);
+      m_opened.alarm = ReadAlarm(answer, *wish.alarm);
     } catch (const RefusedError& error) {
       sight.note = error.what();
     }
   }
   if (wish.plot) {
-    ReadPlot(*wish.plot, sight);
+    ReadPlot(*wish.plot, sight.time);
   }
 }
 

@@ -20,9 +20,9 @@ class Looker {
   /// `stop` is that of Connection. Throws ClientError.
   Looker(const std::string& socket, int stop);
 
-  /// What the wish comes to: figures of now are those since the look before. What a repeated wish
-  /// has only once (trends, workgroup, plot) comes with its first answer. Throws ClientError,
-  /// Interrupted.
+  /// What the wish comes to: figures of now are those since the look before. Of a repeated wish the
+  /// workgroup, the plot and the alarm stay those of its first answer, which alone has the trends.
+  /// Throws ClientError, Interrupted.
   [[nodiscard]] Sight Look(const Wish& wish);
 
  private:
@@ -37,7 +37,7 @@ class Looker {
   [[nodiscard]] SeenRows Kept(const WantedRows& wanted, std::int64_t time);
   [[nodiscard]] SeenRows KeptSince(const WantedRows& wanted, std::int64_t since,
                                    std::int64_t until);
-  void ReadPlot(const WantedPlot& wanted, Sight& sight);
+  void ReadPlot(const WantedPlot& wanted, std::int64_t time);
   void ReadVerdicts(Sight& sight);
   /// The rows that the schedule made last.
   [[nodiscard]] SeenRows Last(const WantedRows& wanted);
@@ -48,6 +48,13 @@ class Looker {
   [[nodiscard]] std::shared_ptr<const Schema> SchemaOf(const std::string& record);
   [[nodiscard]] double ScheduledSeconds(const std::string& record) const;
 
+  /// What is asked for with the first answer to a wish alone.
+  struct Opened {
+    std::optional<ReportTable> workgroups;
+    std::optional<AlarmDetails> alarm;
+    std::vector<std::pair<std::int64_t, double>> plot;
+    std::string plotError;
+  };
   struct Comparison {
     TwoLooks looks;
     FineShares shares;
@@ -57,6 +64,7 @@ class Looker {
   std::uint64_t m_lastWish = 0;
   std::map<std::string, std::shared_ptr<const Schema>> m_schemas;
   std::map<std::string, Comparison> m_comparisons;  ///< by the record and what is chosen of it
+  Opened m_opened;
   std::vector<Listing> m_listing;
   Status m_status;
   TimePoint m_statusAt;

@@ -119,11 +119,11 @@ SeenRows Looker::KeptSince(const WantedRows& wanted, std::int64_t since, std::in
   return seen;
 }
 
-void Looker::ReadPlot(const WantedPlot& wanted, Sight& sight) {
+void Looker::ReadPlot(const WantedPlot& wanted, std::int64_t time) {
   Json request{{"op", "history"},
                {"record", wanted.record},
-               {"since", sight.time - wanted.seconds},
-               {"until", sight.time},
+               {"since", time - wanted.seconds},
+               {"until", time},
                {"points", kPlotPoints}};
   request["columns"] = Json::Array({wanted.label});
   request["by"] = Json::Array();
@@ -146,10 +146,10 @@ void Looker::ReadPlot(const WantedPlot& wanted, Sight& sight) {
       constexpr std::size_t kMean = 2;
       if (point.IsArray() && point.Size() > kMean && point[0].IsWhole() &&
           point[kMean].IsNumber()) {
-        sight.plot.emplace_back(point[0].Whole(), point[kMean].Number());
+        m_opened.plot.emplace_back(point[0].Whole(), point[kMean].Number());
       }
     }
   } catch (const RefusedError& error) {
-    sight.plotError = error.what();
+    m_opened.plotError = error.what();
   }
 }

@@ -6,6 +6,7 @@
 
 #include "client/ask/Errors.h"
 #include "client/show/Labels.h"
+#include "client/show/Nearest.h"
 #include "client/show/RowValues.h"
 #include "json/RowText.h"
 
@@ -13,8 +14,19 @@ namespace {
 
 bool IsCondition(const std::string& text, const Schema& schema) {
   const std::size_t sign = text.find_first_of("=!<>~");
-  return sign != std::string::npos &&
-         FindField(schema, Trimmed(std::string_view(text).substr(0, sign))) != nullptr;
+  if (sign == std::string::npos) {
+    return false;
+  }
+  const std::string_view label = Trimmed(std::string_view(text).substr(0, sign));
+  if (FindField(schema, label) != nullptr) {
+    return true;
+  }
+  // Arguments have such signs too; what is nearly a label was meant as one.
+  Nearest nearest(label);
+  for (const Field& field : schema.fields) {
+    nearest.Add(field.label, field.label);
+  }
+  return !nearest.Question().empty();
 }
 
 RowField RowFieldOf(const Schema& schema, std::string_view label) {

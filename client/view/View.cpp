@@ -64,6 +64,8 @@ void View::Run() {
   }
 }
 
+std::int64_t View::Now() const { return std::time(nullptr) + m_clockAhead; }
+
 const PaneKind& View::Pane() const { return PaneKinds()[m_pane]; }
 
 std::vector<const PaneRecord*> View::ServedRecords(const PaneKind& pane) const {
@@ -183,6 +185,7 @@ void View::TakeSight() {
 void View::Adopt(std::unique_ptr<Sight> sight) {
   const bool isFirst = m_sight == nullptr;
   const bool wasNow = m_isNow;
+  const bool isStep = m_steps != 0;
   m_sight = std::move(sight);
   if (!m_sight->note.empty()) {
     m_message = m_sight->note;
@@ -198,7 +201,11 @@ void View::Adopt(std::unique_ptr<Sight> sight) {
     m_trends.Add(m_sight->time, m_every, m_figures);
   }
   UpdateRows();
-  if (isFirst || wasNow != m_isNow) {
+  if (m_isNow) {
+    m_clockAhead = m_sight->time - std::time(nullptr);
+  }
+  // Steps that led to now are over: from here on it is looked at again and again.
+  if (isFirst || wasNow != m_isNow || (m_isNow && isStep)) {
     Wished(true);
   }
 }

@@ -41,6 +41,8 @@ class View {
   void Wished(bool wantsTrends = false);
   void WishFor(Moment moment, std::int64_t time);
   void AddWanted(Wish& wish, WantedRows wanted) const;
+  /// The daemon's time, seconds since the epoch.
+  [[nodiscard]] std::int64_t Now() const;
   void TakeSight();
   void Adopt(std::unique_ptr<Sight> sight);
   void UpdateRows();
@@ -95,8 +97,9 @@ class View {
   std::uint64_t m_wish = 0;
   bool m_isNow = true;
   bool m_isPaused = false;
-  std::int64_t m_time = 0;  ///< the moment unless it is now
-  int m_steps = 0;          ///< asked for and not seen yet
+  std::int64_t m_clockAhead = 0;  ///< seconds that the daemon's clock is ahead of this one
+  std::int64_t m_time = 0;        ///< the moment unless it is now
+  int m_steps = 0;                ///< asked for and not seen yet
   std::unique_ptr<Sight> m_sight;
   HeadFigures m_figures;
   HeadTrends m_trends;

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cstdlib>
-#include <ctime>
 #include <utility>
 
 #include "client/ask/Errors.h"
@@ -193,7 +192,7 @@ bool View::TakeTime(const Key& key) {
   if (key.Is('[') || key.Is(']')) {
     Step(key.Is('[') ? -1 : 1);
   } else if (key.Is('{') || key.Is('}')) {
-    const std::int64_t from = m_isNow ? std::time(nullptr) : m_time;
+    const std::int64_t from = m_isNow ? Now() : m_time;
     JumpTo(from + (key.Is('{') ? -kTenMinutes : kTenMinutes));
   } else if (key.Is('n')) {
     BackToNow();
@@ -219,7 +218,7 @@ void View::Step(int by) {
 
 void View::JumpTo(std::int64_t time) {
   m_steps = 0;
-  if (time >= std::time(nullptr)) {
+  if (time >= Now()) {
     BackToNow();
     return;
   }
@@ -266,15 +265,17 @@ bool View::TakeDialog(const Key& key) {
 
 void View::AskFilter() {
   m_prompt.emplace("Rows with:", Rows().FilterText(), [this](const std::string& text) {
+    const std::vector<std::string> before = Rows().Wanted().columns;
     Rows().SetFilter(text);
-    Wished();
+    if (Rows().Wanted().columns != before) {
+      Wished();
+    }
   });
 }
 
 void View::AskTime() {
-  m_prompt.emplace("Time:", "", [this](const std::string& text) {
-    JumpTo(ParseTime(text, std::time(nullptr)));
-  });
+  m_prompt.emplace("Time:", "",
+                   [this](const std::string& text) { JumpTo(ParseTime(text, Now())); });
 }
 
 void View::AskPace() {
