@@ -102,5 +102,7 @@ void AddFirstCommands(CLI::App& app, CommandLine& line);
 CLI::Option* AddJson(CLI::App* command, CommandLine& line);
 /// Tables if neither is given.
 void AddFormats(CLI::App* command, CommandLine& line);
+/// Adds the options that say which rows and columns to show; each may be given again.
+void AddChoice(CLI::App* command, ChoiceOptions& choice);
 /// Has the option take one of `values`, which its help names itself.
 CLI::Option* TakeOneOf(CLI::Option* option, CommandLine& line, std::vector<std::string> values);

@@ -47,6 +47,7 @@ void AddReplay(CLI::App& app, CommandLine& line) {
   replay->add_option("--over", options.overSeconds, "Seconds from look to look, as of get")
       ->option_text("S");
   replay->add_flag("--raw", options.what.raw, "The record as it is, as of get");
+  AddChoice(replay, options.what.choice);
   AddFormats(replay, line);
   replay->callback([&app, &line, &options] {
     line.run = [&] {

@@ -79,6 +79,20 @@ std::string AllRecordsQuestion() {
   return JsonText(Json{{"op", "get"}, {"records", records}});
 }
 
+/// Each name once: records of two categories may have one.
+std::vector<std::string> NamesWithRows(const Json& results) {
+  std::vector<std::string> names;
+  for (const Json& result : results.Elements()) {
+    const Json* name = result.Find("record");
+    const Json* rows = result.Find("rows");
+    if (name != nullptr && rows != nullptr && rows->Size() > 0 &&
+        std::find(names.begin(), names.end(), name->Text()) == names.end()) {
+      names.push_back(name->Text());
+    }
+  }
+  return names;
+}
+
 }  // namespace
 
 std::string CaptureRoom::Make(const CaptureOrder& order) {
@@ -151,6 +165,9 @@ void CaptureRun::TakeAnswer(const std::string& line) {
   if (results == nullptr) {
     End("the records were not built: " + line.substr(0, 200));
     return;
+  }
+  if (m_facts.samples.size() == 1) {
+    m_facts.records = NamesWithRows(*results);
   }
   const std::string path = m_folder + '/' + m_facts.samples.back().folder + '/' + kRecordsFile;
   std::string problem;

@@ -6,7 +6,9 @@
 /// What an archive may unpack to.
 struct UnpackLimits {
   std::uint64_t bytes = std::uint64_t{4} << 30U;  ///< of all files together
-  std::uint64_t entries = 1'000'000;
+  std::uint64_t entries = 1'000'000;  ///< folders that are there by a name below them counted too
+  std::uint64_t nameBytes = std::uint64_t{256} << 20U;  ///< of the names of all entries together
+  std::uint64_t depth = 128;                            ///< folders within each other
 };
 
 /// Packs all files and folders below `folder` into a new file (0600), a tar archive in the pax

@@ -13,6 +13,7 @@
 
 #include "client/ask/Errors.h"
 #include "support/Descriptor.h"
+#include "support/OpenBelow.h"
 #include "support/RegularFile.h"
 
 namespace {
@@ -24,6 +25,25 @@ constexpr std::size_t kMostBytes = std::size_t{256} << 20U;
   throw ClientError(path + ": " +
                     (code == ELOOP || code == ENXIO ? "this is no regular file"
                                                     : std::generic_category().message(code)));
+}
+
+/// What is left to read of the file at `path`.
+std::string ReadRest(const Descriptor& file, const std::string& path, std::size_t limit) {
+  std::string text;
+  std::array<char, 65536> piece;
+  for (;;) {
+    const ssize_t count = ::read(file.Get(), piece.data(), piece.size());
+    if (count < 0 && errno != EINTR) {
+      FailErrno(path);
+    }
+    if (count == 0) {
+      return text;
+    }
+    text.append(piece.data(), count < 0 ? 0 : static_cast<std::size_t>(count));
+    if (text.size() > limit) {
+      throw ClientError(path + ": it has more than " + std::to_string(limit) + " bytes");
+    }
+  }
 }
 
 }  // namespace
@@ -52,21 +72,24 @@ std::string ReadWhole(const std::string& path) {
   if (!file.IsOpen()) {
     FailErrno(path);
   }
-  std::string text;
-  std::array<char, 65536> piece;
-  for (;;) {
-    const ssize_t count = ::read(file.Get(), piece.data(), piece.size());
-    if (count < 0 && errno != EINTR) {
-      FailErrno(path);
-    }
-    if (count == 0) {
-      return text;
-    }
-    text.append(piece.data(), count < 0 ? 0 : static_cast<std::size_t>(count));
-    if (text.size() > kMostBytes) {
-      throw ClientError(path + ": it has more than " + std::to_string(kMostBytes) + " bytes");
-    }
+  return ReadRest(file, path, kMostBytes);
+}
+
+std::optional<std::string> ReadBelow(const std::string& folder, const std::string& path,
+                                     std::size_t limit) {
+  const std::string whole = folder + '/' + path;
+  const Descriptor top(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!top.IsOpen()) {
+    FailErrno(folder);
   }
+  const Descriptor file(OpenRegularBelow(top.Get(), path));
+  if (!file.IsOpen() && errno == ENOENT) {
+    return std::nullopt;
+  }
+  if (!file.IsOpen()) {
+    FailErrno(whole);
+  }
+  return ReadRest(file, whole, limit);
 }
 
 void WriteWhole(const std::string& path, std::string_view text) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +29,10 @@ class TemporaryFolder {
 
 /// The bytes of a regular file that is no link, of 256 MiB at most. Throws ClientError.
 [[nodiscard]] std::string ReadWhole(const std::string& path);
+/// The bytes of a regular file at `path` below a folder of anybody's, which no link leads to; none
+/// if there is nothing. Throws ClientError, also for more than `limit` bytes.
+[[nodiscard]] std::optional<std::string> ReadBelow(const std::string& folder,
+                                                   const std::string& path, std::size_t limit);
 /// Replaces a file or makes it, for its owner alone. Throws ClientError.
 void WriteWhole(const std::string& path, std::string_view text);
 

@@ -100,6 +100,9 @@ void CaptureMask::Collect() {
         const Json call = ParsedOf(entry.path, line);
         collector.TakeCall(TextOf(call, "call"), TextOf(call, "text"));
       });
+    } else if (entry.path.ends_with(".jsonl")) {
+      ForLines(ReadWhole(PlaceOf(entry.path)),
+               [&](std::string_view line) { collector.TakeRow(ParsedOf(entry.path, line)); });
     }
   }
   const PrivateWords& words = collector.Words();

@@ -39,6 +39,9 @@ std::uint64_t WriteRecord(Connection& connection, const std::string& path, const
       ++rows;
     }
     isMore = !page.next.IsNull();
+    if (const Json* before = question.Find("after"); isMore && before && *before == page.next) {
+      throw ClientError("broken answer: the daemon gives the same page of " + name.name + " again");
+    }
     question["after"] = std::move(page.next);
   }
   if (file.is_open() && !file.flush()) {
@@ -57,14 +60,18 @@ std::uint64_t WriteKeptHistory(Connection& connection, const std::string& folder
   }
   std::uint64_t rows = 0;
   std::set<std::string> taken;
-  for (const Schedule& schedule : ReadStatus(connection.Ask({{"op", "status"}})).schedules) {
+  // Of what is on no schedule any more there may be rows as well.
+  for (const Listing& listing : ReadListing(connection.Ask({{"op", "records"}}))) {
+    if (!listing.served) {
+      continue;
+    }
     // Records of two categories may have one name.
-    const std::string name = taken.insert(schedule.record).second
-                                 ? schedule.record
-                                 : schedule.record + '.' + schedule.category;
+    const std::string name = taken.insert(listing.record).second
+                                 ? listing.record
+                                 : listing.record + '.' + listing.category;
     try {
       rows += WriteRecord(connection, place + '/' + name + ".jsonl",
-                          {schedule.record, schedule.category}, since, until);
+                          {listing.record, listing.category}, since, until);
     } catch (const RefusedError&) {
       // It keeps nothing, of this record at least.
     }

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <map>
 #include <memory>
 
 #include "client/capture/BinaryMask.h"
@@ -16,9 +17,11 @@
 namespace {
 
 /// From here on users and groups are those of people; below, they are a distribution's.
-constexpr unsigned long kFirstPerson = 1000;
-constexpr unsigned long kNobody = 65534;
+constexpr double kFirstPerson = 1000;
+constexpr double kNobody = 65534;
 constexpr std::size_t kShortestSerial = 6;
+
+bool IsPerson(double number) { return number >= kFirstPerson && number != kNobody; }
 
 std::vector<std::string> SplitAt(std::string_view text, char mark) {
   std::vector<std::string> parts;
@@ -94,7 +97,7 @@ void WordCollector::TakeName(const std::string& name, std::string_view number) {
   unsigned long id = 0;
   const auto [end, status] = std::from_chars(number.data(), number.data() + number.size(), id);
   const bool isNumber = status == std::errc{} && end == number.data() + number.size();
-  if (isNumber && id >= kFirstPerson && id != kNobody && !name.empty()) {
+  if (isNumber && IsPerson(static_cast<double>(id)) && !name.empty()) {
     m_words.names.insert(name);
   }
 }
@@ -159,6 +162,43 @@ void WordCollector::TakeCall(std::string_view question, std::string_view answer)
     TakeName(lines[0], lines[1]);
   } else if (question.starts_with("getgrgid ")) {
     TakeName(std::string(answer), question.substr(question.find(' ') + 1));
+  }
+}
+
+void WordCollector::TakeNameOfRow(const std::string& name, const Json* number) {
+  const ::passwd* user = ::getpwnam(name.c_str());
+  const ::group* group = ::getgrnam(name.c_str());
+  const bool isNumber = name.find_first_not_of("0123456789") == name.npos;
+  const bool isOther = (number != nullptr && number->IsNumber() && !IsPerson(number->Number())) ||
+                       (user != nullptr && !IsPerson(user->pw_uid)) ||
+                       (group != nullptr && !IsPerson(group->gr_gid));
+  if (!isNumber && !isOther) {
+    m_words.names.insert(name);
+  }
+}
+
+void WordCollector::TakeRow(const Json& row) {
+  if (!row.IsObject()) {
+    return;
+  }
+  // With the label of its number, where the row has one.
+  static const std::map<std::string, const char*, std::less<>> names{
+      {"User", "User ID"},        {"Real User", "Real User ID"},
+      {"Group", "Group ID"},      {"Real Group", "Real Group ID"},
+      {"Creator Login Name", ""}, {"Creator Group Name", ""},
+      {"Creator Name", ""},       {"Creator Group", ""},
+      {"Owner Login Name", ""},   {"Owner Login name", ""},
+      {"Owner Group Name", ""},   {"Owner Name", ""},
+      {"Owner Group", ""}};
+  for (const JsonMember& member : row.Members()) {
+    const std::string text = member.value.IsString() ? member.value.Text() : "";
+    if (const auto name = names.find(member.name); name != names.end()) {
+      TakeNameOfRow(text, row.Find(name->second));
+    } else if (member.name == "Host") {
+      TakeHost(text);
+    } else if (member.name == "Remote File System") {
+      TakeServers(text);
+    }
   }
 }
 

@@ -21,6 +21,9 @@ class WordCollector {
   void TakeFile(std::string_view path, std::string_view text);
   /// A line of the answers to calls.
   void TakeCall(std::string_view question, std::string_view answer);
+  /// A row of a record: the users, groups and hosts that it names. Those of numbers that are not
+  /// people's, by the row or by the system, are not taken; others are, as they may be gone.
+  void TakeRow(const Json& row);
   /// A host's name and its first part.
   void TakeHost(const std::string& name);
   /// The users and groups that the system names.
@@ -31,6 +34,7 @@ class WordCollector {
   void TakeName(const std::string& name, std::string_view number);
   void TakeAccounts(std::string_view text);
   void TakeServers(std::string_view text);
+  void TakeNameOfRow(const std::string& name, const Json* number);
 
   PrivateWords m_words;
 };

@@ -9,11 +9,13 @@
 #include <set>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "client/ask/Errors.h"
 #include "client/capture/Archive.h"
 #include "client/capture/ArchiveParts.h"
 #include "support/Descriptor.h"
+#include "support/OpenBelow.h"
 #include "support/RegularFile.h"
 
 namespace {
@@ -40,7 +42,10 @@ class Unpacking {
   [[noreturn]] void FailEntry(const std::string& words) const;
   [[nodiscard]] bool Next();
   void CheckName();
+  void CountName(const std::string& name);
+  void CountFolders();
   void CheckKind();
+  void CheckLinks();
   void WriteEntry();
 
   std::string m_file;
@@ -53,6 +58,10 @@ class Unpacking {
   ::archive_entry* m_entry = nullptr;  ///< the reader's
   std::string m_name;                  ///< of the entry, normal, without "/" at the end
   std::set<std::string> m_names;
+  std::set<std::string> m_folders;  ///< that hold an entry
+  std::vector<std::string> m_links;
+  std::uint64_t m_nameBytes = 0;
+  std::uint64_t m_entries = 0;
   std::uint64_t m_bytes = 0;
 };
 
@@ -121,11 +130,36 @@ void Unpacking::CheckName() {
     normal.pop_back();
   }
   m_name = std::move(normal);
+  CountFolders();
   if (!m_names.insert(m_name).second) {
     FailEntry("is there twice");
   }
-  if (m_names.size() > m_limits.entries) {
+  if (m_folders.count(m_name) == 0) {
+    CountName(m_name);
+  }
+}
+
+/// Of an entry or of a folder that is made for one: both cost memory here and a place on the disk.
+void Unpacking::CountName(const std::string& name) {
+  m_nameBytes += name.size();
+  if (++m_entries > m_limits.entries) {
     Fail("it has more than " + std::to_string(m_limits.entries) + " entries");
+  }
+  if (m_nameBytes > m_limits.nameBytes) {
+    Fail("its names have more than " + std::to_string(m_limits.nameBytes) + " bytes");
+  }
+}
+
+void Unpacking::CountFolders() {
+  std::uint64_t depth = 0;
+  for (std::size_t end = m_name.find('/'); end != m_name.npos; end = m_name.find('/', end + 1)) {
+    if (++depth > m_limits.depth) {
+      FailEntry("stands more than " + std::to_string(m_limits.depth) + " folders deep");
+    }
+    const std::string folder = m_name.substr(0, end);
+    if (m_folders.insert(folder).second && m_names.count(folder) == 0) {
+      CountName(folder);
+    }
   }
 }
 
@@ -142,6 +176,7 @@ void Unpacking::CheckKind() {
     if (path.empty() || path.is_absolute() || HasDots(place)) {
       FailEntry("is a link that leads out of the folder");
     }
+    m_links.push_back(m_name);
   } else if (kind != AE_IFREG && kind != AE_IFDIR) {
     FailEntry("is neither a file nor a folder");
   }
@@ -187,6 +222,19 @@ void Unpacking::WriteEntry() {
   }
 }
 
+/// By way of each other links may lead where none of their texts does, and they may do so by what
+/// comes last.
+void Unpacking::CheckLinks() {
+  const Descriptor top(::open(m_folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  for (const std::string& link : m_links) {
+    EndIfStopped(m_stop);
+    if (LeadsOut(top.Get(), link)) {
+      m_name = link;
+      FailEntry("is a link that leads out of the folder");
+    }
+  }
+}
+
 void Unpacking::Run() {
   while (Next()) {
     EndIfStopped(m_stop);
@@ -199,6 +247,7 @@ void Unpacking::Run() {
   if (::archive_write_close(m_writer.get()) != ARCHIVE_OK) {
     Fail("it can't be unpacked: " + ArchiveFault(m_writer.get()));
   }
+  CheckLinks();
 }
 
 }  // namespace

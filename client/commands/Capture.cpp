@@ -188,7 +188,7 @@ CaptureSize SizeOf(const std::string& folder) {
 }
 
 std::string ClosingLine(const CaptureOptions& options, const CaptureSize& size, std::uint64_t bytes,
-                    std::uint64_t rows, double seconds) {
+                        std::uint64_t rows, double seconds) {
   char figures[160];
   std::snprintf(figures, sizeof(figures), "%.1f MB, %llu sample%s, %llu rows of history, %.1f s",
                 static_cast<double>(bytes) / 1e6, static_cast<unsigned long long>(size.samples),

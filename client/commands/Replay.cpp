@@ -5,10 +5,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <set>
 #include <system_error>
 #include <utility>
 
@@ -17,8 +15,8 @@
 #include "client/capture/Archive.h"
 #include "client/capture/CaptureFolder.h"
 #include "client/capture/OwnChild.h"
+#include "client/capture/PlayPlan.h"
 #include "client/files/Programs.h"
-#include "json/JsonText.h"
 
 namespace {
 
@@ -42,56 +40,7 @@ std::string FindCapture(const std::string& source, const std::string& work, int 
     }
     UnpackArchive(source, folder, {}, stop);
   }
-  if (!std::filesystem::exists(folder + '/' + kCaptureName, error)) {
-    throw ClientError(source + ": this is no capture, as it has no " + kCaptureName);
-  }
   return folder;
-}
-
-/// Seconds from sample to sample of the capture when it is played; the daemon checks the rest.
-long SecondsBetween(const std::string& folder, double speed) {
-  constexpr double kAlone = 10;
-  constexpr double kLongest = 86'400;
-  const ParsedJson facts = ParseJson(ReadWhole(folder + '/' + kCaptureName));
-  const Json* samples = facts.value.Find("samples");
-  double seconds = kAlone;
-  if (samples != nullptr && samples->IsArray() && samples->Size() > 1) {
-    const Json* first = samples->Elements().front().Find("time");
-    const Json* last = samples->Elements().back().Find("time");
-    if (first != nullptr && last != nullptr && first->IsNumber() && last->IsNumber()) {
-      seconds =
-          (last->Number() - first->Number()) / static_cast<double>(samples->Size() - 1) / speed;
-    }
-  }
-  return std::lround(std::clamp(seconds, 1.0, kLongest));
-}
-
-/// The records that the capture has rows of, so that the view can step back.
-std::string ScheduleOf(const std::string& folder, double speed) {
-  const std::string path = folder + "/samples/0001/records.json";
-  std::error_code error;
-  const ParsedJson results = ParseJson(std::filesystem::exists(path, error) ? ReadWhole(path) : "");
-  const std::string every = " = " + std::to_string(SecondsBetween(folder, speed)) + '\n';
-  std::set<std::string> names;
-  for (std::size_t place = 0; results.value.IsArray() && place < results.value.Size(); ++place) {
-    const Json* name = results.value[place].Find("record");
-    const Json* rows = results.value[place].Find("rows");
-    if (name != nullptr && name->IsString() && rows != nullptr && rows->Size() > 0) {
-      // From a stranger's file: it becomes a line of the settings.
-      const bool isName = std::all_of(name->Text().begin(), name->Text().end(), [](char letter) {
-        return (letter >= 'A' && letter <= 'Z') || (letter >= '0' && letter <= '9') ||
-               letter == '_';
-      });
-      if (isName && !name->Text().empty()) {
-        names.insert(name->Text());
-      }
-    }
-  }
-  std::string lines;
-  for (const std::string& name : names) {
-    lines += name + every;
-  }
-  return lines;
 }
 
 /// What keeps the daemon from playing it, in its own words.
@@ -155,6 +104,7 @@ class ReplayDaemon {
 
   static ChildOrder Prepare(const std::string& folder, const std::string& work,
                             const ReplayOptions& options) {
+    const std::string schedule = PlaySchedule(options.source, folder, options.speed);
     const std::string root = work + "/root";
     const std::string home = root + std::string(kHomeBelowRoot);
     std::error_code error;
@@ -166,7 +116,7 @@ class ReplayDaemon {
     WriteWhole(home + "/qmtagt.ini",
                "[Node]\nHistory File = records.db\n[Http]\nListen =\nGate = none\n"
                "[Host]\nProfile = modern\n[Schedule]\n" +
-                   (options.what.records.empty() ? ScheduleOf(folder, options.speed) : ""));
+                   (options.what.records.empty() ? schedule : ""));
     std::array<char, 64> speed{};
     std::snprintf(speed.data(), speed.size(), "%.9g", options.speed);
     return {.words = {FindProgram("qmtdmon", "agent")},

@@ -17,10 +17,12 @@ std::span<const KeyHelp> AllKeyHelp() {
       KeyHelp{"R", "turn the order round"},
       KeyHelp{"t", "as a tree, or not"},
       KeyHelp{"/", "only rows with a text, or as --where has it: CPU % Each > 10"},
-      KeyHelp{"f",
-              "choose the columns, which are kept for the next time: blank takes or leaves one, - "
-              "and + move it, Enter ends, 0 takes those of the beginning"},
+      KeyHelp{"f", "choose the columns, which are kept for the next time"},
       KeyHelp{"d", "set a mark and show differences to it; again to end that"},
+      KeyHelp{"", "Columns, behind f"},
+      KeyHelp{"blank", "take a field, or leave it out"},
+      KeyHelp{"- +", "move it to the left, to the right"},
+      KeyHelp{"0", "those of the beginning"},
       KeyHelp{"", "Time"},
       KeyHelp{"[ ]", "the kept sample before, the next one"},
       KeyHelp{"{ }", "ten minutes back and on"},
@@ -31,8 +33,8 @@ std::span<const KeyHelp> AllKeyHelp() {
       KeyHelp{"", "Besides"},
       KeyHelp{"? h", "these keys"},
       KeyHelp{"Ctrl-L", "draw the screen anew"},
+      KeyHelp{"click", "go to a pane, sort by a heading, move to a row"},
       KeyHelp{"q", "close what is open, else quit"},
-      KeyHelp{"Ctrl-C", "quit"},
-      KeyHelp{"click", "go to a pane, sort by a heading, move to a row"}};
+      KeyHelp{"Ctrl-C", "quit"}};
   return kKeys;
 }

@@ -15,6 +15,7 @@
 #include "json/JsonText.h"
 #include "support/Descriptor.h"
 #include "support/HostProfile.h"
+#include "support/OpenBelow.h"
 #include "support/RegularFile.h"
 
 namespace {
@@ -72,7 +73,8 @@ std::string TakeSamples(const Json& samples, CaptureFacts& facts) {
   return "";
 }
 
-/// Whether a link's text, seen from its folder below the root, stays below the root.
+/// Whether a link's text, seen from its folder below the root, stays below the root if no other
+/// link is on its way.
 bool StaysInside(const std::filesystem::path& folder, const std::filesystem::path& target) {
   if (target.is_absolute()) {
     return false;
@@ -81,8 +83,9 @@ bool StaysInside(const std::filesystem::path& folder, const std::filesystem::pat
   return place != ".." && !place.starts_with("../");
 }
 
+/// `top` is a descriptor of the folder `root`.
 std::string CheckEntry(const std::filesystem::directory_entry& entry,
-                       const std::filesystem::path& root) {
+                       const std::filesystem::path& root, int top) {
   std::error_code error;
   const std::filesystem::file_status status = entry.symlink_status(error);
   if (error) {
@@ -90,7 +93,8 @@ std::string CheckEntry(const std::filesystem::directory_entry& entry,
   }
   if (std::filesystem::is_symlink(status)) {
     const std::filesystem::path target = std::filesystem::read_symlink(entry.path(), error);
-    return !error && StaysInside(entry.path().parent_path().lexically_relative(root), target)
+    const std::filesystem::path place = entry.path().lexically_relative(root);
+    return !error && StaysInside(place.parent_path(), target) && !LeadsOut(top, place.string())
                ? ""
                : entry.path().string() + ": a link that leads out of the capture";
   }
@@ -109,6 +113,10 @@ std::string SampleFolder(long number) {
 
 std::string CaptureText(const CaptureFacts& facts) {
   Json samples = Json::Array();
+  Json records = Json::Array();
+  for (const std::string& record : facts.records) {
+    records.PushBack(record);
+  }
   for (const CaptureSample& sample : facts.samples) {
     samples.PushBack(Json{{"folder", sample.folder}, {"time", sample.time}});
   }
@@ -120,6 +128,7 @@ std::string CaptureText(const CaptureFacts& facts) {
                        {"machine", facts.machine},
                        {"running", facts.isRunning},
                        {"private", facts.isPrivate},
+                       {"records", records},
                        {"samples", samples}},
                   2) +
          '\n';
@@ -191,15 +200,16 @@ std::string ReadCaptureFile(const std::string& path, std::size_t limit, std::str
 }
 
 std::string CheckCaptureTree(const std::string& folder) {
-  std::error_code error;
-  const std::filesystem::file_status status = std::filesystem::symlink_status(folder, error);
-  if (!std::filesystem::is_directory(status)) {
+  const Descriptor top(
+      ::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY));
+  if (!top.IsOpen()) {
     return folder + ": this is no folder";
   }
+  std::error_code error;
   std::filesystem::recursive_directory_iterator entries(folder, error);
   for (; !error && entries != std::filesystem::recursive_directory_iterator();
        entries.increment(error)) {
-    if (std::string problem = CheckEntry(*entries, folder); !problem.empty()) {
+    if (std::string problem = CheckEntry(*entries, folder, top.Get()); !problem.empty()) {
       return problem;
     }
   }

@@ -27,6 +27,9 @@ struct CaptureFacts {
   bool isRunning = true;  ///< of the host that ran the agent, not of a tree of files
   bool isPrivate = false;
   std::vector<CaptureSample> samples;
+  /// Names of the records that the first sample has rows of. For clients: a daemon writes them and
+  /// does not read them.
+  std::vector<std::string> records = {};
 };
 
 [[nodiscard]] std::string CaptureText(const CaptureFacts& facts);

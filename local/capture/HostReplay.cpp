@@ -1,13 +1,13 @@
 #include "local/capture/HostReplay.h"
 
 #include <fcntl.h>
-#include <linux/openat2.h>
-#include <sys/syscall.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
 #include "support/Descriptor.h"
+#include "support/OpenBelow.h"
 
 namespace {
 
@@ -67,12 +67,9 @@ int HostReplay::OpenIn(std::size_t sample, const std::string& path, int flags) c
   if (!root.IsOpen()) {
     return -1;
   }
-  ::open_how how{};
-  how.flags = static_cast<std::uint64_t>((flags & (O_DIRECTORY | O_NOFOLLOW)) | O_RDONLY |
-                                         O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-  how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
-  const auto opened = static_cast<int>(::syscall(
-      SYS_openat2, root.Get(), path.substr(1).empty() ? "." : path.c_str() + 1, &how, sizeof(how)));
+  const int opened = OpenBelow(
+      root.Get(), path == "/" ? "." : path.substr(1),
+      (flags & (O_DIRECTORY | O_NOFOLLOW)) | O_RDONLY | O_NOCTTY | O_NONBLOCK, LinkRule::kRooted);
   struct ::stat status {};
   if (opened >= 0 &&
       (::fstat(opened, &status) != 0 || (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)))) {

@@ -44,8 +44,17 @@ class CaptureMaskTest : public ::testing::Test {
           R"([{"record":"PDX","category":"4","time":1,"rows":[{"Name":"editor","User":"alice",)"
           R"("Bytes":17,"Command Line":"/usr/bin/editor --file /home/alice/se","Serial Number":)"
           R"("S3RIAL99","Hardware Address":"0a:1b:2c:3d:4e:5f","Machine ID":""}]}])");
-    Write("history/PDX.jsonl", R"({"User":"bob","Command Line":"sh -c x","Record Time":5})"
+    // The history alone knows of who and what is gone.
+    Write("history/PDX.jsonl",
+          R"({"User":"bob","Command Line":"sh -c x","Record Time":5})"
+          "\n"
+          R"({"User":"carol","Name":"of-carol","User ID":1009,"Group":"gamma"})"
+          "\n"
+          R"({"User":"root","Group":"oldsystem","Group ID":77,"Name":"oldsystem"})"
+          "\n");
+    Write("history/FSR.jsonl", R"({"Host":"filer.lab","Remote File System":"attic:/x"})"
                                "\n");
+    Host("proc/9/comm", "carol filer gamma root\n");
   }
   void Write(const std::string& name, const std::string& text) const {
     const std::filesystem::path path = m_folder.Path() / name;
@@ -70,8 +79,9 @@ TEST_F(CaptureMaskTest, NothingPrivateIsLeftAndFiguresStay) {
   for (const auto& entry : std::filesystem::recursive_directory_iterator(m_folder.Path())) {
     const std::string path = entry.path().lexically_relative(m_folder.Path()).string();
     const std::string text = entry.is_directory() ? "" : m_folder.Read(path);
-    for (const char* word : {"alice", "Alice", "Liddell", "bob", "web-01", "example", "secret",
-                             "192.0.2.9", "nas:", "S3RIAL99", "0a:1b:2c:3d:4e:5f"}) {
+    for (const char* word :
+         {"alice", "Alice", "Liddell", "bob", "web-01", "example", "secret", "192.0.2.9",
+          "nas:", "S3RIAL99", "0a:1b:2c:3d:4e:5f", "carol", "gamma", "filer", "attic"}) {
       EXPECT_EQ((path + '\n' + text).find(word), std::string::npos) << path << ' ' << word;
     }
   }
@@ -80,6 +90,9 @@ TEST_F(CaptureMaskTest, NothingPrivateIsLeftAndFiguresStay) {
   EXPECT_NE(passwd.find(":x:1000:1000:"), std::string::npos);
   EXPECT_EQ(ReadHost("proc/7/stat"), "7 (editor) S 1 7 7 0 -1\n");
   EXPECT_NE(m_folder.Read("capture.json").find("\"private\": true"), std::string::npos);
+  EXPECT_NE(m_folder.Read("history/PDX.jsonl")
+                .find(R"({"User":"root","Group":"oldsystem","Group ID":77,"Name":"oldsystem"})"),
+            std::string::npos);
 }
 
 TEST_F(CaptureMaskTest, OneTextHasOneStandInWhereverItStands) {

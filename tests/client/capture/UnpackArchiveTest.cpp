@@ -15,19 +15,19 @@
 
 namespace {
 
-struct Item {
+struct ArchiveItem {
   std::string name;
   unsigned kind = AE_IFREG;
   std::string text = {};  ///< the content, or where a link leads
   bool isHardLink = false;
 };
 
-void WriteArchive(const std::string& file, const std::vector<Item>& items) {
+void WriteArchive(const std::string& file, const std::vector<ArchiveItem>& items) {
   ::archive* archive = ::archive_write_new();
   ::archive_write_set_format_pax(archive);
   ::archive_write_add_filter_zstd(archive);
   ASSERT_EQ(::archive_write_open_filename(archive, file.c_str()), ARCHIVE_OK);
-  for (const Item& item : items) {
+  for (const ArchiveItem& item : items) {
     ::archive_entry* entry = ::archive_entry_new();
     ::archive_entry_set_pathname(entry, item.name.c_str());
     ::archive_entry_set_filetype(entry, item.kind);
@@ -107,7 +107,7 @@ TEST_F(UnpackArchiveTest, WhatLeadsOutOrIsNoFileIsNamed) {
     longPath += "folder/";
   }
   const struct {
-    std::vector<Item> items;
+    std::vector<ArchiveItem> items;
     const char* words;
   } cases[] = {
       {{{"../outside", AE_IFREG, "x"}}, "\"../outside\" leads out"},
@@ -116,6 +116,11 @@ TEST_F(UnpackArchiveTest, WhatLeadsOutOrIsNoFileIsNamed) {
       {{{"l", AE_IFLNK, outside}}, "\"l\" is a link that leads out"},
       {{{"a", AE_IFDIR}, {"a/l", AE_IFLNK, "../../outside"}}, "\"a/l\" is a link that leads out"},
       {{{"l", AE_IFLNK, ".."}, {"l/outside", AE_IFREG, "x"}}, "\"l\" is a link that leads out"},
+      // Out by way of a link, which may come later.
+      {{{"deep", AE_IFLNK, "."}, {"l", AE_IFLNK, "deep/deep/deep/../../../etc"}},
+       "\"l\" is a link that leads out"},
+      {{{"l", AE_IFLNK, "a/b/../../outside"}, {"a", AE_IFDIR}, {"a/b", AE_IFLNK, "../a"}},
+       "\"l\" is a link that leads out"},
       {{{"a", AE_IFDIR}, {"l", AE_IFLNK, "a"}, {"l/f", AE_IFREG, "x"}},
        "\"l/f\" can't be unpacked"},
       {{{"h", AE_IFREG, outside, true}}, "\"h\" is a hard link"},
@@ -141,14 +146,30 @@ TEST_F(UnpackArchiveTest, WhatLeadsOutOrIsNoFileIsNamed) {
 }
 
 TEST_F(UnpackArchiveTest, TheLimitsHold) {
-  WriteArchive(Path("file"),
-               {{"a", AE_IFREG, std::string(600, 'x')}, {"b", AE_IFREG, std::string(600, 'x')}});
-  EXPECT_NE(Unpack({.bytes = 1000, .entries = 10}).find("more than 1000 bytes"), std::string::npos);
-  EXPECT_FALSE(std::filesystem::exists(Path("in/b")));
-  std::filesystem::remove(Path("in/a"));
-  EXPECT_NE(Unpack({.bytes = 2000, .entries = 1}).find("more than 1 entries"), std::string::npos);
-  std::filesystem::remove(Path("in/a"));
-  EXPECT_EQ(Unpack({.bytes = 1200, .entries = 2}), "");
+  const std::vector<ArchiveItem> two{{"a", AE_IFREG, std::string(600, 'x')},
+                                     {"b", AE_IFREG, std::string(600, 'x')}};
+  const std::vector<ArchiveItem> deep{
+      {"a/b/c", AE_IFREG, "x"}, {"a", AE_IFDIR}, {"a/d", AE_IFREG, "x"}};
+  const std::vector<ArchiveItem> names{{"ab", AE_IFREG}, {"cd/ef", AE_IFREG}, {"cd", AE_IFDIR}};
+  const struct {
+    const std::vector<ArchiveItem>& items;
+    UnpackLimits limits;
+    const char* words;  ///< null if it is unpacked
+  } cases[] = {{two, {.bytes = 1000, .entries = 10}, "more than 1000 bytes"},
+               {two, {.bytes = 2000, .entries = 1}, "more than 1 entries"},
+               {two, {.bytes = 1200, .entries = 2}, nullptr},
+               {deep, {.entries = 3}, "more than 3 entries"},
+               {deep, {.entries = 4, .depth = 2}, nullptr},
+               {deep, {.depth = 1}, "\"a/b/c\" stands more than 1 folders deep"},
+               {names, {.nameBytes = 8}, "its names have more than 8 bytes"},
+               {names, {.nameBytes = 9}, nullptr}};
+  for (const auto& row : cases) {
+    WriteArchive(Path("file"), row.items);
+    const std::string problem = Unpack(row.limits);
+    EXPECT_TRUE(row.words == nullptr ? problem.empty() : problem.ends_with(row.words)) << problem;
+    std::filesystem::remove_all(Path("in"));
+    std::filesystem::create_directory(Path("in"));
+  }
 }
 
 TEST_F(UnpackArchiveTest, WhatIsCutShortOrNoArchiveIsTold) {

@@ -18,7 +18,8 @@ using testing::HasSubstr;
 CaptureFacts GoodFacts(long samples) {
   struct ::utsname names {};
   ::uname(&names);
-  CaptureFacts facts{"1.0", "h\"\x01", "modern", "6.1", names.machine, false, true, {}};
+  CaptureFacts facts{"1.0", "h\"\x01", "modern", "6.1",       names.machine,
+                     false, true,      {},       {"PI", "PD"}};
   for (long number = 1; number <= samples; ++number) {
     facts.samples.push_back({SampleFolder(number), 1'700'000'000.25 + static_cast<double>(number)});
   }
@@ -51,6 +52,8 @@ TEST(CaptureFileTest, WhatIsWrittenReadsBackAsItWas) {
     ASSERT_EQ(read.samples.size(), facts.samples.size());
     EXPECT_EQ(read.samples.back().folder, facts.samples.back().folder);
     EXPECT_EQ(read.samples.back().time, facts.samples.back().time);
+    const Json records = ParseJson(CaptureText(facts)).value["records"];
+    EXPECT_EQ(JsonText(records), R"(["PI","PD"])");
   }
   EXPECT_EQ(SampleFolder(100'000), "samples/100000");
 }
