@@ -126,10 +126,10 @@ MaybeFinding CheckHistory(const Facts& facts) {
 }
 
 MaybeFinding CheckDisk(const Facts& facts) {
-  if (!Answers(facts) || facts.daemon.historyFile.empty()) {
+  const DiskFacts& disk = facts.host.disk;
+  if (disk.place.empty()) {
     return std::nullopt;
   }
-  const DiskFacts& disk = facts.host.disk;
   if (disk.error != 0) {
     return Look(disk.place + ": " + std::generic_category().message(disk.error));
   }
@@ -141,7 +141,7 @@ MaybeFinding CheckDisk(const Facts& facts) {
   if (!disk.limitBytes) {
     return Look(free + "; the settings, which tell how large the history may grow, can't be read");
   }
-  const std::uint64_t held = std::min(facts.daemon.historyBytes, *disk.limitBytes);
+  const std::uint64_t held = std::min(disk.heldBytes, *disk.limitBytes);
   const std::uint64_t growth = *disk.limitBytes - held;
   return growth > disk.freeBytes
              ? Look(free + ", but the history may grow by " + Megabytes(growth) +

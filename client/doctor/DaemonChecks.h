@@ -3,7 +3,7 @@
 #include "client/doctor/Facts.h"
 #include "client/doctor/Finding.h"
 
-// How the daemon does; nothing where it has not answered.
+// How the daemon does; nothing where it has not answered, but for the disk.
 
 /// Whether it may see what its figures need.
 [[nodiscard]] MaybeFinding CheckRights(const Facts& facts);

@@ -49,12 +49,13 @@ struct DaemonFacts {
 
 /// Free space where history stands.
 struct DiskFacts {
-  std::string place;
+  std::string place;  ///< empty if no history is kept
   int error = 0;
   std::uint64_t freeBytes = 0;  ///< for the daemon's user
   std::uint64_t totalBytes = 0;
   std::optional<std::uint64_t>
-      limitBytes;  ///< of the history; none where the settings can't be read
+      limitBytes;               ///< of the history; none where the settings can't be read
+  std::uint64_t heldBytes = 0;  ///< by the history as it stands
 };
 
 struct ProgramFacts {
@@ -79,6 +80,7 @@ struct UnitFacts {
   std::string active;
   std::string result;
   std::string enabled;
+  std::int64_t mainPid = 0;  ///< of the process that it has started; 0 for none
 };
 
 /// A file that the agent reads, held against its own reader.
@@ -94,6 +96,7 @@ struct HostFacts {
   DiskFacts disk;
   std::vector<ProgramFacts> programs;
   std::vector<PortFacts> ports;  ///< where the gate listens or, if it does not, is to
+  bool isOfPackage = false;      ///< the units are those of this daemon and of no other
   bool hasManager = false;       ///< systemd runs
   std::string unitsFault;        ///< why it did not tell its units
   std::vector<UnitFacts> units;

@@ -24,6 +24,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr const char* kPackageSocket = "/opt/qmtrx/mond/agent/run/control.sock";
 constexpr int kExitNoFaults = 0;
 constexpr int kExitFaults = 1;  ///< of `qmtdmon --check`
 
@@ -34,8 +35,13 @@ std::optional<bool> IsSynchronised() {
                    : std::optional(state != TIME_ERROR && (clock.status & STA_UNSYNC) == 0);
 }
 
-DiskFacts FindDisk(const fs::path& folder, const std::string& history, const Settings& settings) {
+DiskFacts FindDisk(const fs::path& folder, const DaemonFacts& daemon, const Settings& settings) {
   DiskFacts disk;
+  const bool isTold = daemon.fault.empty();
+  const std::string history = isTold ? daemon.historyFile : settings.HistoryFile();
+  if (history.empty()) {
+    return disk;
+  }
   const fs::path place = (folder / history).parent_path();
   disk.place = place.empty() ? "." : place.string();
   struct ::statvfs state {};
@@ -46,6 +52,10 @@ DiskFacts FindDisk(const fs::path& folder, const std::string& history, const Set
   disk.freeBytes = std::uint64_t{state.f_bavail} * state.f_frsize;
   disk.totalBytes = std::uint64_t{state.f_blocks} * state.f_frsize;
   disk.limitBytes = settings.HistoryBytes();
+  struct ::stat file {};
+  disk.heldBytes = isTold                                           ? daemon.historyBytes
+                   : ::stat((folder / history).c_str(), &file) == 0 ? std::uint64_t(file.st_size)
+                                                                    : 0;
   return disk;
 }
 
@@ -74,7 +84,13 @@ std::vector<ProgramFacts> FindPrograms(const fs::path& folder, const DaemonFacts
   return programs;
 }
 
-std::vector<std::string> AddressesOf(const DaemonFacts& daemon) {
+std::vector<std::string> AddressesOf(const DaemonFacts& daemon, const Settings& settings) {
+  if (!daemon.fault.empty()) {
+    std::vector<std::string> addresses = settings.Listen();
+    // Port 0 is any that is free.
+    std::erase_if(addresses, [](const std::string& each) { return each.ends_with(":0"); });
+    return addresses;
+  }
   if (daemon.status.http.empty()) {
     return daemon.gateMode == "none" ? std::vector<std::string>{} : daemon.listen;
   }
@@ -89,20 +105,31 @@ std::vector<std::string> AddressesOf(const DaemonFacts& daemon) {
   return addresses;
 }
 
-void FindUnits(const DaemonFacts& daemon, HostFacts& facts) {
+/// Units are those of the daemon in the place where the package has it, or of the very process that
+/// they have started.
+bool IsOfPackage(const std::string& path, const DaemonFacts& daemon,
+                 const std::vector<UnitFacts>& units) {
+  return path == kPackageSocket ||
+         (daemon.status.pid > 0 &&
+          std::ranges::find(units, daemon.status.pid, &UnitFacts::mainPid) != units.end());
+}
+
+void FindUnits(const std::string& path, const DaemonFacts& daemon, HostFacts& facts) {
+  facts.isOfPackage = IsOfPackage(path, daemon, {});
   struct ::stat status {};
   facts.hasManager = ::stat(HostPath("/run/systemd/system").c_str(), &status) == 0;
   if (!facts.hasManager) {
     return;
   }
   std::vector<std::string> words{"systemctl", "show",
-                                 "--property=Id,LoadState,ActiveState,Result,UnitFileState",
+                                 "--property=Id,LoadState,ActiveState,Result,UnitFileState,MainPID",
                                  "qmtdmon.service"};
   if (daemon.gateMode == "unit") {
     words.emplace_back("qmt_gate.service");
   }
   const QuickResult run = RunQuickly(std::move(words));
   facts.units = ParseUnits(run.output);
+  facts.isOfPackage = IsOfPackage(path, daemon, facts.units);
   if (!run.fault.empty()) {
     facts.unitsFault = run.fault;
   } else if (run.exit != 0 || facts.units.empty()) {
@@ -150,15 +177,19 @@ HostFacts FindHost(const std::string& path, const DaemonFacts& daemon) {
   HostFacts facts;
   facts.now = std::time(nullptr);
   facts.isSynchronised = IsSynchronised();
-  FindUnits(daemon, facts);
-  if (!daemon.fault.empty()) {
+  FindUnits(path, daemon, facts);
+  const fs::path folder = fs::path(path).parent_path().parent_path();
+  const std::string ini = folder / "qmtagt.ini";
+  struct ::stat status {};
+  if (!daemon.fault.empty() && ::stat(ini.c_str(), &status) != 0 && errno != EACCES) {
+    // No agent has its folder there: all that an agent needs would be missing.
+    facts.files.push_back(CheckFile(ini, "ini"));
     return facts;
   }
-  const fs::path folder = fs::path(path).parent_path().parent_path();
-  const Settings settings((folder / "qmtagt.ini").string());
-  facts.disk = FindDisk(folder, daemon.historyFile, settings);
+  const Settings settings(ini);
+  facts.disk = FindDisk(folder, daemon, settings);
   facts.programs = FindPrograms(folder, daemon);
-  for (const std::string& address : AddressesOf(daemon)) {
+  for (const std::string& address : AddressesOf(daemon, settings)) {
     facts.ports.push_back(ProbePort(address));
   }
   facts.files = CheckAllFiles(folder, settings);

@@ -13,16 +13,19 @@ std::string Joined(const std::vector<std::string>& texts) {
   return all;
 }
 
+Finding JudgeTaken(const PortFacts& port) {
+  return Fail("another program has " + port.address +
+              ", where the gate is to listen: \"ss -ltnp\" as root shows which; end it, or choose "
+              "another Listen in section [Http] of qmtagt.ini");
+}
+
 /// What is wrong with the gate that listens nowhere.
 Finding JudgeAbsentGate(const Facts& facts) {
   const auto taken = std::ranges::find_if(facts.host.ports, [](const PortFacts& port) {
     return port.kind != PortFacts::Kind::kRefused && port.kind != PortFacts::Kind::kError;
   });
   if (taken != facts.host.ports.end()) {
-    return Fail(
-        "another program has " + taken->address +
-        ", where the gate is to listen: \"ss -ltnp\" as root shows which; end it, or choose "
-        "another Listen in section [Http] of qmtagt.ini");
+    return JudgeTaken(*taken);
   }
   return Fail("no gate listens at " + Joined(facts.daemon.listen) +
               (facts.daemon.gateMode == "unit" ? ": systemctl start qmt_gate"
@@ -43,6 +46,26 @@ std::string PortFault(const PortFacts& port) {
       break;
   }
   return port.address + ": " + port.fault;
+}
+
+/// Whether the gate of a daemon that tells nothing can have its addresses.
+MaybeFinding JudgePlaces(const std::vector<PortFacts>& ports) {
+  std::string free;
+  for (const PortFacts& port : ports) {
+    if (port.kind == PortFacts::Kind::kNoHttp) {
+      return JudgeTaken(port);
+    }
+    if (port.kind == PortFacts::Kind::kError) {
+      return Look(PortFault(port));
+    }
+    if (port.kind != PortFacts::Kind::kRefused) {
+      return Look("somebody listens at " + port.address +
+                  ": the gate, or a program that keeps it from there; \"ss -ltnp\" as root shows "
+                  "which");
+    }
+    free += (free.empty() ? "" : ", ") + port.address;
+  }
+  return free.empty() ? std::nullopt : MaybeFinding(Ok("nobody else has " + free));
 }
 
 MaybeFinding JudgeUnit(const UnitFacts& unit) {
@@ -107,7 +130,7 @@ MaybeFinding CheckPrograms(const Facts& facts) {
 MaybeFinding CheckPort(const Facts& facts) {
   const DaemonFacts& daemon = facts.daemon;
   if (!daemon.fault.empty()) {
-    return std::nullopt;
+    return JudgePlaces(facts.host.ports);
   }
   if (!daemon.gateFault.empty()) {
     return Look("the daemon did not tell of its gate: " + daemon.gateFault);
@@ -126,6 +149,9 @@ MaybeFinding CheckPort(const Facts& facts) {
 }
 
 MaybeFinding CheckUnit(const Facts& facts) {
+  if (!facts.host.isOfPackage) {
+    return std::nullopt;
+  }
   if (!facts.host.hasManager) {
     return Ok("systemd does not run here, so nothing starts qmtdmon by itself");
   }

@@ -1,7 +1,9 @@
 #include "client/doctor/Settings.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdlib>
 #include <string_view>
 
 #include "json/RowText.h"
@@ -13,6 +15,21 @@ namespace {
 constexpr std::size_t kMostBytes = std::size_t{1} << 20;
 constexpr std::uint64_t kDefaultMegabytes = 512;
 constexpr std::uint64_t kMostMegabytes = std::uint64_t{1} << 32;
+constexpr const char* kDefaultListen = "127.0.0.1:9964";
+
+std::vector<std::string> WordsOf(std::string_view text) {
+  constexpr std::string_view kBetween = " \t,";
+  std::vector<std::string> words;
+  while (true) {
+    text.remove_prefix(std::min(text.find_first_not_of(kBetween), text.size()));
+    if (text.empty()) {
+      return words;
+    }
+    const std::size_t end = std::min(text.find_first_of(kBetween), text.size());
+    words.emplace_back(text.substr(0, end));
+    text.remove_prefix(end);
+  }
+}
 
 }  // namespace
 
@@ -39,9 +56,14 @@ Settings::Settings(const std::string& path) {
   }
 }
 
-std::string Settings::Value(const std::string& key, const std::string& other) const {
+const std::string* Settings::Find(const std::string& key) const {
   const auto found = m_values.find(key);
-  return found == m_values.end() || found->second.empty() ? other : found->second;
+  return found == m_values.end() ? nullptr : &found->second;
+}
+
+std::string Settings::Value(const std::string& key, const std::string& other) const {
+  const std::string* value = Find(key);
+  return value == nullptr || value->empty() ? other : *value;
 }
 
 std::optional<std::uint64_t> Settings::HistoryBytes() const {
@@ -60,3 +82,22 @@ std::optional<std::uint64_t> Settings::HistoryBytes() const {
 std::string Settings::WorkgroupFile() const { return Value("agent/workgroup file", "wgfile"); }
 
 std::string Settings::EventFile() const { return Value("log records/mess/eventfile", ""); }
+
+std::string Settings::HistoryFile() const {
+  const std::string* file = Find("node/history file");
+  return file == nullptr ? "records.db" : *file;
+}
+
+std::vector<std::string> Settings::Listen() const {
+  const std::string mode = LowerCase(Value("http/gate", "child"));
+  if (mode != "child" && mode != "unit") {
+    return {};
+  }
+  for (const char* key : {"http/listen", "node/http listen"}) {
+    if (const std::string* listen = Find(key)) {
+      return WordsOf(*listen);
+    }
+  }
+  const char* variable = std::getenv("QMT_HTTP_LISTEN");
+  return WordsOf(variable == nullptr ? kDefaultListen : variable);
+}

@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 /// What the doctor needs of the agent's settings, of at most 1 Mbyte; where they can't be read, the
 /// defaults.
@@ -18,7 +19,14 @@ class Settings {
   /// Empty for none.
   [[nodiscard]] std::string EventFile() const;
 
+  /// As the workgroup file is named; empty for none.
+  [[nodiscard]] std::string HistoryFile() const;
+  /// Where the gate is to listen, also by QMT_HTTP_LISTEN of this program; nothing for no gate.
+  [[nodiscard]] std::vector<std::string> Listen() const;
+
  private:
+  /// The value under the key, which may be empty; null where there is none.
+  [[nodiscard]] const std::string* Find(const std::string& key) const;
   /// `other` where the key is missing or empty.
   [[nodiscard]] std::string Value(const std::string& key, const std::string& other) const;
 

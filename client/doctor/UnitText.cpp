@@ -1,6 +1,7 @@
 #include "client/doctor/UnitText.h"
 
 #include <algorithm>
+#include <charconv>
 
 std::vector<UnitFacts> ParseUnits(std::string_view text) {
   std::vector<UnitFacts> units;
@@ -26,7 +27,10 @@ std::vector<UnitFacts> ParseUnits(std::string_view text) {
                           : name == "Result"        ? &unit.result
                           : name == "UnitFileState" ? &unit.enabled
                                                     : nullptr;
-    if (target != nullptr) {
+    if (name == "MainPID") {
+      static_cast<void>(
+          std::from_chars(line.data() + equals + 1, line.data() + line.size(), unit.mainPid));
+    } else if (target != nullptr) {
       *target = line.substr(equals + 1);
     }
   }

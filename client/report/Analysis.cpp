@@ -17,7 +17,7 @@ std::optional<Extent> ExtentOf(const std::vector<Bucket>& buckets) {
     return std::nullopt;
   }
   const Bucket& first = buckets.front();
-  Extent extent{first.least, 0, first.greatest, first.time, first.time};
+  Extent extent{first.least, first.greatest, first.time, first.time};
   for (const Bucket& bucket : buckets) {
     if (bucket.least < extent.least) {
       extent.least = bucket.least;
@@ -27,7 +27,6 @@ std::optional<Extent> ExtentOf(const std::vector<Bucket>& buckets) {
       extent.greatest = bucket.greatest;
       extent.greatestTime = bucket.time;
     }
-    extent.mean += bucket.mean / static_cast<double>(buckets.size());
   }
   return extent;
 }
@@ -49,7 +48,8 @@ std::vector<Peak> PeaksOf(std::vector<Peak> moments, std::size_t count, std::int
 }
 
 std::optional<double> GrowthADay(const std::vector<Bucket>& buckets) {
-  if (buckets.size() < kLeastForGrowth) {
+  if (buckets.size() < kLeastForGrowth ||
+      buckets.back().time - buckets.front().time < kLeastGrowthSeconds) {
     return std::nullopt;
   }
   const auto count = static_cast<double>(buckets.size());

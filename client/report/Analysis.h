@@ -11,7 +11,6 @@
 /// The extent of a figure over a stretch.
 struct Extent {
   double least = 0;
-  double mean = 0;  ///< of the buckets, each counting the same
   double greatest = 0;
   std::int64_t leastTime = 0;     ///< of the first bucket with it
   std::int64_t greatestTime = 0;  ///< likewise
@@ -32,7 +31,9 @@ struct Peak {
                                         std::int64_t apart);
 
 /// By how much a figure grows a day: the slope of the straight line (least squares) through the
-/// means of the buckets. Nothing for fewer than three of them or for all at one time.
+/// means of the buckets. Nothing for fewer than three of them or where they span less than
+/// kLeastGrowthSeconds, as what comes and goes within hours would tell of days.
+inline constexpr std::int64_t kLeastGrowthSeconds = 6 * 3600;
 [[nodiscard]] std::optional<double> GrowthADay(const std::vector<Bucket>& buckets);
 
 /// Days until `available` is used up at that growth; nothing where nothing grows.

@@ -33,10 +33,14 @@ std::optional<Extent> ExtentOfField(const PointSeries& series, const FigureField
   std::optional<Extent> extent = ExtentOf(series.Of(field.label));
   if (extent) {
     extent->least *= field.scale;
-    extent->mean *= field.scale;
     extent->greatest *= field.scale;
   }
   return extent;
+}
+
+std::optional<double> MeanOfField(const PointSeries& series, const FigureField& field) {
+  const auto found = series.means.find(field.label);
+  return found == series.means.end() ? std::nullopt : std::optional(found->second * field.scale);
 }
 
 std::optional<double> PartOf(const std::optional<Extent>& extent, double Extent::*part) {
@@ -49,7 +53,7 @@ SummaryTable FieldLines(const PointSeries& series, const FigureWay& way) {
   for (const FigureField& field : way.fields) {
     const auto extent = ExtentOfField(series, field);
     table.rows.push_back({{field.name, false},
-                          FigureCell(PartOf(extent, &Extent::mean), field.unit),
+                          FigureCell(MeanOfField(series, field), field.unit),
                           FigureCell(PartOf(extent, &Extent::least), field.unit),
                           FigureCell(PartOf(extent, &Extent::greatest), field.unit),
                           TimeCell(extent ? extent->greatestTime : 0)});
@@ -66,7 +70,7 @@ SummaryTable InstanceLines(std::vector<PointSeries> all, const FigureWay& way) {
   }
   table.headings.push_back("Highest " + way.fields.front().name + " at");
   const auto meanOf = [&way](const PointSeries& series) {
-    return PartOf(ExtentOfField(series, way.fields.front()), &Extent::mean).value_or(-1);
+    return MeanOfField(series, way.fields.front()).value_or(-1);
   };
   std::ranges::stable_sort(all, [&](const PointSeries& left, const PointSeries& right) {
     return meanOf(left) > meanOf(right);
@@ -76,7 +80,7 @@ SummaryTable InstanceLines(std::vector<PointSeries> all, const FigureWay& way) {
     std::vector<SummaryCell> row{{series.key, false}};
     for (const FigureField& field : way.fields) {
       const auto extent = ExtentOfField(series, field);
-      row.push_back(FigureCell(PartOf(extent, &Extent::mean), field.unit));
+      row.push_back(FigureCell(MeanOfField(series, field), field.unit));
       row.push_back(FigureCell(PartOf(extent, &Extent::greatest), field.unit));
     }
     const auto first = ExtentOfField(series, way.fields.front());
@@ -163,7 +167,7 @@ void AddFigureTable(SummaryPart& part, KeptRows& rows, const FigureTable& table)
   if (way == nullptr) {
     return;
   }
-  PointsAnswer answer = rows.Points(QuestionOf(*way));
+  PointsAnswer answer = rows.PointsWithMeans(QuestionOf(*way));
   if (answer.series.empty()) {
     return;
   }

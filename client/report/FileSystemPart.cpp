@@ -89,5 +89,8 @@ void AddFileSystems(SummaryPart& part, const PartInput& input, const std::string
 void FillFileSystems(SummaryPart& part, const PartInput& input) {
   AddFileSystems(part, input, "FSL", "");
   AddFileSystems(part, input, "FSR", "Of other hosts");
-  part.notes.emplace_back("Growth is that of a straight line through the kept rows.");
+  part.notes.push_back(
+      "Growth is that of a straight line through the kept rows, and \"-\" for fewer than three of "
+      "them or rows of less than " +
+      std::to_string(kLeastGrowthSeconds / 3600) + " hours.");
 }

@@ -88,6 +88,24 @@ PointsAnswer KeptRows::Points(const PointsQuestion& question) {
   return ReadPoints(AskPoints(question, m_since, m_until));
 }
 
+PointsAnswer KeptRows::PointsWithMeans(PointsQuestion question) {
+  PointsAnswer answer = Points(question);
+  question.points = 1;
+  const PointsAnswer whole = Points(question);
+  for (PointSeries& series : answer.series) {
+    const auto found = std::ranges::find(whole.series, series.key, &PointSeries::key);
+    if (found == whole.series.end()) {
+      continue;
+    }
+    for (const auto& [label, buckets] : found->points) {
+      if (buckets.size() == 1) {
+        series.means[label] = buckets.front().mean;
+      }
+    }
+  }
+  return answer;
+}
+
 void KeptRows::Each(const std::string& record, const std::vector<std::string>& columns,
                     std::int64_t since, std::int64_t until,
                     const std::function<void(const Json&)>& take) {

@@ -46,6 +46,9 @@ class KeptRows {
   [[nodiscard]] Json AskPoints(const PointsQuestion& question, std::int64_t since,
                                std::int64_t until);
   [[nodiscard]] PointsAnswer Points(const PointsQuestion& question);
+  /// The same with the means of the series, for which it asks a second time: means of buckets do
+  /// not tell it, as a bucket may hold fewer rows than another.
+  [[nodiscard]] PointsAnswer PointsWithMeans(PointsQuestion question);
   /// Calls `take` with each row, the oldest first, one page in memory at a time.
   void Each(const std::string& record, const std::vector<std::string>& columns, std::int64_t since,
             std::int64_t until, const std::function<void(const Json&)>& take);

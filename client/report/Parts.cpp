@@ -7,6 +7,7 @@
 #include "client/report/Figures.h"
 #include "client/report/FileSystemPart.h"
 #include "client/report/UsePart.h"
+#include "client/report/UseRows.h"
 
 namespace {
 
@@ -32,6 +33,8 @@ const std::vector<FigureField> kNetworkFields{{"Bytes In/sec", "in", "bytes/s"},
                                               {"Bytes Out/sec", "out", "bytes/s"}};
 const FigureWay kInterfaces{"NETD", "Interface", {"Interface!=lo"}, kNetworkFields};
 
+constexpr const char* kDisksName = "Disks";
+
 const std::vector<BusySubject> kBusySubjects{
     {"Processors",
      UseMeasure::kCpu,
@@ -42,7 +45,7 @@ const std::vector<BusySubject> kBusySubjects{
      UseMeasure::kMemory,
      {{"PI", "", {}, {{"Alloc Mem %", "in use"}}},
       {"MEMD", "", {}, {{"Anonymous Mbytes", "anonymous", "bytes", kMbyte}}}}},
-    {"Disks", UseMeasure::kIo, {kDiskUse, kDeviceUse}},
+    {kDisksName, UseMeasure::kIo, {kDiskUse, kDeviceUse}},
     {"Network", std::nullopt, {kInterfaces}},
 };
 
@@ -65,8 +68,16 @@ std::function<void(SummaryPart&, const PartInput&)> Filling(FigurePart figures) 
   };
 }
 
+/// Whether a line of BusyTable names processes by what they read and wrote.
+bool IsByCalls(const std::vector<SummaryCell>& line) {
+  return line.front().text == kDisksName && line.back().text != "-";
+}
+
 void FillBusy(SummaryPart& part, const PartInput& input) {
   SummaryTable table = BusyTable(input.rows, kBusySubjects);
+  if (std::ranges::any_of(table.rows, IsByCalls)) {
+    part.notes.emplace_back("\"Who then\" of disks: " + std::string(kCallsNote));
+  }
   if (!table.rows.empty()) {
     part.tables.push_back(std::move(table));
   }

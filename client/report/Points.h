@@ -19,6 +19,7 @@ struct Bucket {
 struct PointSeries {
   std::string key;  ///< the values of its labels, parted by blanks; empty for a series of all rows
   std::map<std::string, std::vector<Bucket>> points;  ///< by label, the oldest first
+  std::map<std::string, double> means;  ///< of all rows, by label; only where they were asked for
 
   /// The points of the label; none if there are none.
   [[nodiscard]] const std::vector<Bucket>& Of(const std::string& label) const;

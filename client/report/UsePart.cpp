@@ -17,6 +17,7 @@ struct UseWords {
   std::string name;
   std::string more;
   bool isSeveral = false;  ///< several of one name are summed
+  bool isIoOfCalls = true;
 };
 
 struct MeasureWords {
@@ -99,6 +100,9 @@ void FillUses(SummaryPart& part, const PartInput& input, const UseColumns& colum
       part.notes.push_back(std::string(each.title) + ": no row of " + columns.record +
                            " has a figure.");
     } else {
+      if (each.measure == UseMeasure::kIo && words.isIoOfCalls) {
+        part.notes.push_back(std::string(each.title) + ": " + std::string(kCallsNote));
+      }
       part.tables.push_back(std::move(table));
     }
   }
@@ -123,7 +127,7 @@ void FillProcesses(SummaryPart& part, const PartInput& input) {
 
 void FillControlGroups(SummaryPart& part, const PartInput& input) {
   part.notes.emplace_back("A group's figures hold those of the groups below it.");
-  FillUses(part, input, ControlGroupColumns(), {"Group", "Kind", false}, "/");
+  FillUses(part, input, ControlGroupColumns(), {"Group", "Kind", false, false}, "/");
 }
 
 void FillWorkgroups(SummaryPart& part, const PartInput& input) {

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "client/report/KeptRows.h"
@@ -27,6 +28,11 @@ struct UseColumns {
 /// Those of control groups and of workgroups.
 [[nodiscard]] const UseColumns& ControlGroupColumns();
 [[nodiscard]] const UseColumns& WorkgroupColumns();
+
+/// What Total I/O Kbytes are, for who may take them for traffic of disks.
+inline constexpr std::string_view kCallsNote =
+    "bytes that calls of processes read and wrote, of pipes and from caches too, which is not what "
+    "disks moved.";
 
 /// What a row tells.
 [[nodiscard]] Use UseOf(const Json& row, const UseColumns& columns);

@@ -56,6 +56,22 @@ class Terminal:
     def key(self, *names):
         self.tmux("send-keys", *names)
 
+    def click(self, kind, column, line):
+        """The first button there, counted from 0, as a terminal of that TERM tells it."""
+        self.mouse(kind, 0, column, line)
+        self.mouse(kind, None, column, line)
+
+    def wheel(self, kind, is_down, column, line):
+        self.mouse(kind, 65 if is_down else 64, column, line)
+
+    def mouse(self, kind, button, column, line):
+        """A button, none for one that is let go."""
+        if kind == "xterm":
+            told = f"\x1b[<{button or 0};{column + 1};{line + 1}{'m' if button is None else 'M'}"
+        else:
+            told = "\x1b[M" + "".join(chr(32 + part) for part in (3 if button is None else button, column + 1, line + 1))
+        self.tmux("send-keys", "-H", *(f"{byte:x}" for byte in told.encode("latin-1")))
+
     def run(self, command):
         self.type(command)
         self.key("Enter")

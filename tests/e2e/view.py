@@ -24,6 +24,19 @@ SCHEDULE = "".join(f"{record} = 1\n" for record in ("PI", "CPUX", "PDI", "PDX", 
 HOSTILE_WORDS = "\x1b]0;taken over\x07\x1b[2Jargv \u6f22\u5b57"
 HOSTILE_NAME = "\x1b[41m\u6f22evil"
 UNITS = {"": 1, **{unit: 1024**power for power, unit in enumerate("KMGT", 1)}}
+# Takes 64 Mbytes once the file of its argument is there.
+GROWER = """import os, sys, time
+while not os.path.exists(sys.argv[1]):
+    time.sleep(0.1)
+kept = b"x" * (64 << 20)
+time.sleep(1000)"""
+ALARM = "always-loaded"
+ALARMS = f"""alarm = {ALARM}
+record = PI
+condition = Processes > 0
+severity = critical
+text = load is told
+"""
 COST_PROCESSES = 500
 COST_SECONDS = 30
 # Percent of a processor. A release build takes a fraction of it; this one may be under a sanitizer, on a busy host.
@@ -166,16 +179,127 @@ def check_keys(agent, work, busy):
             terminal.wait(f"pane {key}", lambda lines: lines[-1].startswith(record))
         terminal.key("Tab")
         terminal.wait("the first pane", lambda lines: lines[-1].startswith("PDI: ") and has_shares(lines))
-        view.press("d")
-        terminal.wait("differences", lambda lines: "SINCE" in lines[0] and re.search(r"[+-]\d|\b0\.0\b", "\n".join(lines)))
-        view.press("d")
-        for key in "vvvvRPMDN<>ttdd[]{}nppzz  ??hhj\x1bi\x1bs\x1bf\x1b/\x1b1":
+        check_differences(agent, view)
+        for key in "RPMDN<>ttdd[]{}nppzz  ??hhj\x1bi\x1bs\x1bf\x1b/\x1b1":
             if key == "\x1b":
                 terminal.key("Escape")
             else:
                 terminal.type(key)
         view.wait_rows()
         view.end()
+
+
+def memory_of(lines, pid):
+    return next((line.split()[-1] for line in cells_to(lines, "Mem") if line.split()[:1] == [str(pid)]), "")
+
+
+def cells_to(lines, heading):
+    """Rows up to the end of that column."""
+    begin = heading_of(lines)
+    return [] if begin is None else [line[:lines[begin].index(heading) + len(heading)] for line in lines[begin + 1:-1]]
+
+
+def check_differences(agent, view):
+    """What has grown since the mark is told by how much, and what stands still as nothing."""
+    terminal = view.terminal
+    with Children() as children:
+        grower = children.start(["viewgrows", "-c", GROWER, str(view.terminal.folder / "grow")], sys.executable)
+        view.press("/viewgrows", "Enter")
+        terminal.wait("the process", lambda lines: memory_of(lines, grower)[-1:] == "M")
+        view.press("d")
+        terminal.wait("no differences yet", lambda lines: "SINCE" in lines[0] and memory_of(lines, grower) == "0")
+        (terminal.folder / "grow").touch()
+        lines = terminal.wait("64 Mbytes more", lambda lines: re.fullmatch(r"\+6[3-6]M", memory_of(lines, grower)))
+        check("the differences", "SINCE" in lines[0], lines)
+        view.press("d")
+        terminal.wait("figures again", lambda lines: "SINCE" not in lines[0] and re.fullmatch(
+            r"\d+M", memory_of(lines, grower)))
+        terminal.key("Escape")
+
+
+def check_mouse(agent, work, busy):
+    """Clicks and the wheel, as the terminals of both ways of telling them send them."""
+    for name in ("screen", "xterm"):
+        with Terminal(work / f"mouse-{name}", 120, 30) as terminal:
+            view = View(agent, terminal)
+            view.start(before=f"TERM={name}")
+            lines = terminal.lines()
+            heading = heading_of(lines)
+            terminal.click(name, lines[heading].index("PID"), heading)
+            lines = terminal.wait("rows by number, the lowest or the highest first", lambda lines: (
+                found := pids(lines)) and found in (sorted(found), sorted(found, reverse=True)))
+            is_up = pids(lines) == sorted(pids(lines))
+            terminal.click(name, lines[heading].index("PID"), heading)
+            lines = terminal.wait("the other way", lambda lines: (
+                found := pids(lines)) and found == sorted(found, reverse=is_up))
+            if not is_up:
+                view.press("N")
+            else:
+                terminal.click(name, lines[heading].index("PID"), heading)
+            lines = terminal.wait("the lowest first", lambda lines: pids(lines)[:1] == [1])
+            # The fourth row by a click, the fifth by the wheel.
+            wanted = pids(lines)[4]
+            terminal.click(name, 3, heading + 4)
+            terminal.wheel(name, True, 3, heading + 2)
+            terminal.wheel(name, True, 3, heading + 2)
+            terminal.wheel(name, False, 3, heading + 2)
+            terminal.key("Enter")
+            terminal.wait_text(rf"PID {wanted}\b(.|\n)*Workgroup and rule")
+            terminal.key("Escape")
+            lines = view.wait_rows()
+            terminal.click(name, lines[heading - 1].index("5"), heading - 1)
+            terminal.wait("the pane that was clicked", lambda lines: lines[-1].startswith("FSL"))
+            view.end()
+
+
+def check_panes(agent, work):
+    """Groups as a tree, workgroups, alarms that are, and a record of the list."""
+    with Terminal(work / "panes", 120, 50) as terminal:
+        view = View(agent, terminal)
+        view.start()
+        view.press("2")
+        paths = {row["Path"] for row in agent.ask("get", "CGRP", "--raw")[0]["rows"]}
+        terminal.wait("control groups", lambda lines: lines[-1].startswith("CGRP") and f" of {len(paths)}" in lines[-1])
+        wanted = max(paths, key=lambda path: path.count("/") + (path != "/"))
+        terminal.wait(f"{wanted} below its parents", lambda lines: tree_has(lines, wanted))
+        view.press("t")
+        terminal.wait("whole paths", lambda lines: any(line.endswith(" " + wanted) for line in lines))
+        view.press("v")
+        terminal.wait("the workgroup of root", lambda lines: lines[-1].startswith("WGRP: workgroups") and any(
+            re.match(r"root +[1-9]\d* ", line) for line in lines))
+        view.press("1v")
+        terminal.wait("what processes wait for", lambda lines: lines[-1].startswith("PDX: "))
+        view.press("v")
+        terminal.wait("programs", lambda lines: lines[-1].startswith("PGM: ") and any(
+            re.match(r"bash|viewbusy", line) for line in lines))
+        view.press("v")
+        terminal.wait("users", lambda lines: lines[-1].startswith("USER: ") and any(
+            re.match(r"root +[1-9]\d* ", line) for line in lines))
+        view.press("7")
+        terminal.wait_text(rf"{ALARM}(.|\n)*\nalarms of")
+        terminal.key("Enter")
+        terminal.wait_text(rf"{ALARM}(.|\n)*load is told")
+        terminal.key("Escape")
+        view.press("8/MEMD", "Enter")
+        terminal.wait("a record of the list", lambda lines: lines[-1].startswith("records that") and any(
+            line.startswith("MEMD") for line in lines))
+        terminal.key("Enter")
+        terminal.wait_text(r"Available Mbytes(.|\n)*\nMEMD ")
+        terminal.key("Escape")
+        terminal.wait("the list again", lambda lines: lines[-1].startswith("records that"))
+        view.end()
+
+
+def tree_has(lines, path):
+    """Whether the groups of the path stand below each other, each by its name alone and further in than the one above."""
+    found = [path_end(lines, name) for name in path.split("/") if name]
+    return all(found) and found == sorted(found) and len({column for _, column in found}) == len(found)
+
+
+def path_end(lines, name):
+    """The line that ends in the name, and the column where that begins."""
+    return next(((number, line.index(name)) for number, line in enumerate(lines)
+                 if re.search(rf"[^/]{re.escape(name)}$", line)), None)
 
 
 def kept_times(agent):
@@ -441,11 +565,16 @@ def run(build, work):
     os.chmod(work, 0o755)
     (work / "viewbusy").symlink_to("/bin/bash")
     (work / HOSTILE_NAME).symlink_to("/bin/sleep")
+    home = work / "agent/opt/qmtrx/mond/agent"
+    home.mkdir(parents=True)
+    (home / "alarms").write_text(ALARMS)
     with Children() as children, Agent(build, work / "agent", "modern", SCHEDULE, gate="none") as agent:
         busy = children.start(["viewbusy", "-c", "while :; do :; done"], work / "viewbusy")
         hostile = children.start([HOSTILE_WORDS, "1000"], work / HOSTILE_NAME)
         check_sizes(agent, work, busy)
         check_keys(agent, work, busy)
+        check_mouse(agent, work, busy)
+        check_panes(agent, work)
         check_time(agent, work)
         check_resizing(agent, work)
         check_hostile(agent, work, hostile)

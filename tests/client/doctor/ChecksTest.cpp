@@ -37,7 +37,8 @@ Facts GoodFacts() {
   daemon.listen = {"127.0.0.1:9964"};
   facts.host.now = 1000030;
   facts.host.isSynchronised = true;
-  facts.host.disk = {"/home", 0, 900 * kMega, 5000 * kMega, 512 * kMega};
+  facts.host.disk = {"/home", 0, 900 * kMega, 5000 * kMega, 512 * kMega, 100 * kMega};
+  facts.host.isOfPackage = true;
   facts.host.programs = {{"qmt_ufss", "/home/qmt_ufss", 0}};
   facts.host.ports = {{"127.0.0.1:9964", PortFacts::Kind::kAnswers, ""}};
   facts.host.hasManager = true;
@@ -108,7 +109,7 @@ const Trouble kDaemonTroubles[] = {
     {[](Facts& f) { f.host.disk.freeBytes = 31 * kMega; }, "disk", kFail, "31 Mbytes are free"},
     {[](Facts& f) { f.host.disk.freeBytes = 411 * kMega; }, "disk", kLook, "by 412 Mbytes"},
     {[](Facts& f) { f.host.disk.limitBytes.reset(); }, "disk", kLook, "can't be read"},
-    {[](Facts& f) { f.daemon.historyBytes = 600 * kMega; }, "disk", kOk, "by 0 Mbytes"},
+    {[](Facts& f) { f.host.disk.heldBytes = 600 * kMega; }, "disk", kOk, "by 0 Mbytes"},
     {[](Facts& f) { f.host.disk.error = EACCES; }, "disk", kLook, "/home: Permission denied"},
 };
 
@@ -176,18 +177,44 @@ TEST(DoctorChecks, TellWhatKeepsAUserOut) { ExpectTold(kSocketTroubles); }
 TEST(DoctorChecks, TellWhatTheDaemonLacks) { ExpectTold(kDaemonTroubles); }
 TEST(DoctorChecks, TellWhatIsWrongAroundTheDaemon) { ExpectTold(kHostTroubles); }
 
-TEST(DoctorChecks, SayNothingOfADaemonThatDoesNotAnswer) {
-  Facts facts = GoodFacts();
+/// A daemon that says nothing, whose gate has found that at its address.
+void Silence(Facts& facts, PortFacts::Kind kind) {
   facts.daemon = {};
   facts.daemon.fault = "no answer";
-  facts.host.programs.clear();
-  facts.host.ports.clear();
-  facts.host.files.clear();
+  facts.host.ports[0].kind = kind;
+}
+
+const Trouble kSilentTroubles[] = {
+    {[](Facts& f) { Silence(f, PortFacts::Kind::kRefused); }, "port", kOk, "nobody else has 127."},
+    {[](Facts& f) { Silence(f, PortFacts::Kind::kNoHttp); }, "port", kFail,
+     "another program has 127.0.0.1:9964"},
+    {[](Facts& f) { Silence(f, PortFacts::Kind::kAnswers); }, "port", kLook,
+     "somebody listens at 127.0.0.1:9964"},
+    {[](Facts& f) { Silence(f, PortFacts::Kind::kError); }, "port", kLook, "127.0.0.1:9964: "},
+    {[](Facts& f) {
+       Silence(f, PortFacts::Kind::kRefused);
+       f.host.disk.freeBytes = kMega;
+     },
+     "disk", kFail, "1 Mbytes are free in /home"},
+    {[](Facts& f) {
+       Silence(f, PortFacts::Kind::kRefused);
+       f.host.files[0].fault = "qmtagt.ini:2: bad";
+     },
+     "files", kFail, "qmtagt.ini:2: bad"},
+};
+
+TEST(DoctorChecks, TellWhyADaemonMayNotStart) { ExpectTold(kSilentTroubles); }
+
+TEST(DoctorChecks, SayWhatNeedsNoAnswerOfADaemonThatGivesNone) {
+  Facts facts = GoodFacts();
+  Silence(facts, PortFacts::Kind::kRefused);
+  facts.host.isOfPackage = false;
   std::vector<std::string> told;
   for (const Diagnosis& diagnosis : Diagnose(facts)) {
     told.emplace_back(diagnosis.check);
   }
-  EXPECT_THAT(told, testing::ElementsAre("socket", "access", "answer", "clock", "unit"));
+  EXPECT_THAT(told, testing::ElementsAre("socket", "access", "answer", "disk", "clock", "programs",
+                                         "port", "files"));
 }
 
 }  // namespace

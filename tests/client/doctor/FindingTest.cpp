@@ -6,7 +6,10 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <thread>
 
 #include "client/ask/Errors.h"
@@ -23,6 +26,7 @@ namespace {
 
 using testing::HasSubstr;
 using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 
 TEST(QuickProgramTest, TellsHowAProgramEnded) {
   const QuickResult done = RunQuickly({"sh", "-c", "echo out; echo err >&2; exit 3"});
@@ -113,6 +117,32 @@ TEST(DoctorSettingsTest, AreThoseOfTheFileOrTheDefaults) {
   EXPECT_EQ(Settings(path).WorkgroupFile(), "wgfile");
 }
 
+TEST(DoctorSettingsTest, TellWhereTheGateListensAndWhatIsKept) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path() + "/qmtagt.ini";
+  using Words = std::vector<std::string>;
+  const struct {
+    const char* text;
+    Words listen;
+    const char* history;
+  } cases[] = {
+      {"", {"127.0.0.1:9964"}, "records.db"},
+      {"[Node]\nHistory File =\nHttp Listen = a:1\n", {"a:1"}, ""},
+      {"[Node]\nHttp Listen = a:1\n[Http]\nListen = b:2, [::1]:3\tc:4\n",
+       {"b:2", "[::1]:3", "c:4"},
+       "records.db"},
+      {"[Http]\nListen =\n[Node]\nhistory file = /var/rows\n", {}, "/var/rows"},
+      {"[Http]\nGate = UNIT\nListen = b:2\n", {"b:2"}, "records.db"},
+      {"[Http]\nGate = none\nListen = b:2\n", {}, "records.db"},
+      {"[Http]\nGate = nonsense\n", {}, "records.db"},
+  };
+  for (const auto& row : cases) {
+    std::ofstream(path) << row.text;
+    EXPECT_EQ(Settings(path).Listen(), row.listen) << row.text;
+    EXPECT_EQ(Settings(path).HistoryFile(), row.history) << row.text;
+  }
+}
+
 TEST(FindSocketTest, TellsWhatStandsThere) {
   const ScratchFolder folder;
   EXPECT_EQ(FindSocket(folder.Path() + "/none").error, ENOENT);
@@ -149,12 +179,89 @@ TEST(DoctorCommandTest, TellsAllItCanOfAPoorDaemon) {
   EXPECT_THAT(none.out, HasSubstr("fail  socket    there is no " + folder.Path() + "/none"));
 }
 
+/// {check: its line} of what the doctor tells.
+std::map<std::string, std::string> ChecksOf(const std::string& socket,
+                                            const std::vector<std::string>& environment = {}) {
+  RunOptions options;
+  options.environment = environment;
+  const Outcome run = RunProgram(QMTCTL_PATH, {"doctor", "--socket", socket, "--json"}, options);
+  EXPECT_EQ(run.err, "");
+  std::map<std::string, std::string> checks;
+  const Json all = JsonOf(run.out);
+  for (const Json& each : all.Elements()) {
+    checks[each["check"].Text()] = each["mark"].Text() + ": " + each["text"].Text();
+  }
+  return checks;
+}
+
+TEST(DoctorCommandTest, TellsWhyADaemonThatIsNotThereMayNotStart) {
+  const ScratchFolder folder;
+  const std::string socket = folder.Path() + "/run/control.sock";
+  EXPECT_THAT(ChecksOf(socket)["files"], HasSubstr("look: " + folder.Path() + "/qmtagt.ini: No"));
+  EXPECT_EQ(ChecksOf(socket).count("programs"), 0U) << "no agent's folder is there";
+
+  const OneAnswerServer other("220 mail\r\n");
+  std::ofstream(folder.Path() + "/qmtagt.ini")
+      << "[Node]\nHistory File = nowhere/rows\n[Http]\nListen = 127.0.0.1:0 " << other.Address()
+      << '\n';
+  auto checks = ChecksOf(socket);
+  EXPECT_THAT(checks["port"], HasSubstr("fail: another program has " + other.Address()));
+  EXPECT_THAT(checks["disk"], HasSubstr("look: " + folder.Path() + "/nowhere: No such file"));
+  EXPECT_THAT(checks["programs"], HasSubstr("fail: " + folder.Path() + "/qmt_hostutil: No such"));
+  EXPECT_EQ(checks.count("rights"), 0U);
+  EXPECT_EQ(checks.count("files"), 1U);
+}
+
+/// A service manager whose unit of the daemon has failed and has that process.
+class FakeManager {
+ public:
+  explicit FakeManager(std::int64_t pid) {
+    fs::create_directories(m_folder.Path() + "/run/systemd/system");
+    const std::string program = m_folder.Path() + "/systemctl";
+    std::ofstream(program) << "#!/bin/sh\nprintf 'Id=qmtdmon.service\\nLoadState=loaded\\n"
+                              "ActiveState=failed\\nResult=oom-kill\\nMainPID="
+                           << pid << "\\n'\n";
+    fs::permissions(program, fs::perms::owner_all);
+  }
+
+  [[nodiscard]] std::vector<std::string> Environment() const {
+    return {"QMT_HOST_ROOT=" + m_folder.Path(),
+            "PATH=" + m_folder.Path() + ":" + std::getenv("PATH")};
+  }
+
+ private:
+  ScratchFolder m_folder;
+};
+
+TEST(DoctorCommandTest, TellsOfUnitsThatAreTheDaemonsOwnAlone) {
+  static constexpr std::int64_t kPid = 999999999;
+  const ScratchFolder folder;
+  const ScriptedServer server(folder.Path(), "s", [](const Json& request) {
+    return Answer(request,
+                  {{"status",
+                    {{"pid", kPid},
+                     {"uptime_seconds", 10.0},
+                     {"version", "1"},
+                     {"node", "n"},
+                     {"host", "h"},
+                     {"schedules", Json::Array()},
+                     {"last_batch", nullptr},
+                     {"figures", Json::Array()},
+                     {"history", {{"file", ""}, {"size_bytes", 0}, {"lost_batches", 0}}}}}});
+  });
+  EXPECT_THAT(ChecksOf(server.Path(), FakeManager(kPid).Environment())["unit"],
+              HasSubstr("has failed (oom-kill)"));
+  for (const std::string& socket : {server.Path(), folder.Path() + "/none"}) {
+    EXPECT_EQ(ChecksOf(socket, FakeManager(kPid + 1).Environment()).count("unit"), 0U) << socket;
+  }
+}
+
 /// The units of a text, one a line.
 std::string UnitLines(const std::string& text) {
   std::string lines;
   for (const UnitFacts& unit : ParseUnits(text)) {
     lines += unit.name + '|' + unit.load + '|' + unit.active + '|' + unit.result + '|' +
-             unit.enabled + '\n';
+             unit.enabled + '|' + std::to_string(unit.mainPid) + '\n';
   }
   return lines;
 }
@@ -162,8 +269,8 @@ std::string UnitLines(const std::string& text) {
 TEST(UnitTextTest, UnitsAreReadAndComplaintsAreNone) {
   const std::string one =
       "Result=success\nId=qmtdmon.service\nLoadState=loaded\nActiveState=active\n"
-      "UnitFileState=enabled\n";
-  const std::string oneLine = "qmtdmon.service|loaded|active|success|enabled\n";
+      "UnitFileState=enabled\nMainPID=7\n";
+  const std::string oneLine = "qmtdmon.service|loaded|active|success|enabled|7\n";
   const struct {
     const char* what;
     std::string text;
@@ -172,10 +279,10 @@ TEST(UnitTextTest, UnitsAreReadAndComplaintsAreNone) {
       {"nothing", "", ""},
       {"one", one, oneLine},
       {"two", one + "\nId=b\nLoadState=not-found\nActiveState=inactive\nResult=\n",
-       oneLine + "b|not-found|inactive||\n"},
-      {"cut", "Id=qmtdmon.service\nLoadState=loa", "qmtdmon.service|loa|||\n"},
+       oneLine + "b|not-found|inactive|||0\n"},
+      {"cut", "Id=qmtdmon.service\nLoadState=loa", "qmtdmon.service|loa||||0\n"},
       {"with what else is told", "Names=x\n" + one + "Odd=1=2\n", oneLine},
-      {"an equals sign in a value", "Id=a=b\n", "a=b||||\n"},
+      {"an equals sign in a value", "Id=a=b\n", "a=b|||||0\n"},
       {"a complaint", "Failed to connect to bus: No such file or directory\n", ""},
       {"a complaint with an equals sign", "Unknown option --property=Id\n\n" + one, oneLine},
       {"empty lines", "\n\n\n" + one + "\n\n", oneLine},

@@ -25,15 +25,16 @@ std::vector<Json> NearestTo(std::vector<Json> rows, std::int64_t time) {
   return rows;
 }
 
-/// Adds a value to the points of a label, whose last bucket may be of that time already. The mean
-/// is that of the last value, as one row a bucket is what the tests have.
-void AddPoint(Json& points, std::int64_t time, double value) {
+/// Adds a value to the points of a label, whose last bucket may be of that time already and then
+/// holds `count` values.
+void AddPoint(Json& points, std::size_t& count, std::int64_t time, double value) {
   if (points.Size() > 0 && points[points.Size() - 1][0].Whole() == time) {
     Json& last = points[points.Size() - 1];
     last[1] = std::min(last[1].Number(), value);
-    last[2] = value;
+    last[2] = last[2].Number() + (value - last[2].Number()) / static_cast<double>(++count);
     last[3] = std::max(last[3].Number(), value);
   } else {
+    count = 1;
     points.PushBack(Json::Array({time, value, value, value}));
   }
 }
@@ -117,6 +118,7 @@ Json KeptServer::Points(const Json& request) const {
   const std::int64_t since = request["since"].Whole();
   const std::int64_t width = (request["until"].Whole() - since) / request["points"].Whole() + 1;
   Json series = Json::Array();
+  std::map<std::pair<std::ptrdiff_t, std::string>, std::size_t> counts;
   for (const Json& row : Between(request)) {
     Json key = Json::Object();
     if (const Json* by = request.Find("by")) {
@@ -134,7 +136,8 @@ Json KeptServer::Points(const Json& request) const {
       if (const Json* value = row.Find(column.Text()); value != nullptr && value->IsNumber()) {
         Json& points = (*found)["points"][column.Text()];
         points = points.IsNull() ? Json::Array() : points;
-        AddPoint(points, KeptTime(row) - (KeptTime(row) - since) % width, value->Number());
+        std::size_t& count = counts[{found - series.Elements().begin(), column.Text()}];
+        AddPoint(points, count, KeptTime(row) - (KeptTime(row) - since) % width, value->Number());
       }
     }
   }

@@ -84,6 +84,66 @@ TEST(MakeSummaryTest, FileSystemsAreToldByGrowthAndFewRowsGiveNone) {
   }
 }
 
+TEST(MakeSummaryTest, GrowthOfAFewHoursIsNotToldAndThePartSaysWhy) {
+  std::vector<Json> rows = FileSystemRows("/", {1, 2, 3, 4, 5});
+  std::int64_t time = kSummaryStart;
+  for (Json& row : rows) {
+    row["Record Time"] = time += 600;
+  }
+  const KeptServer server({{"FSL", rows}}, 600);
+  const Summary summary = SummaryOf(server, {"FSL"});
+  const SummaryPart& part = PartOf(summary, "File systems");
+  ASSERT_EQ(part.tables.at(0).rows.size(), 1U);
+  const std::vector<SummaryCell>& line = part.tables[0].rows[0];
+  EXPECT_EQ(line[4].text + line[5].text, "--");
+  EXPECT_THAT(part.notes, Contains(HasSubstr("rows of less than 6 hours")));
+}
+
+TEST(MakeSummaryTest, AMeanIsThatOfAllRowsHoweverBucketsHoldThem) {
+  // A bucket of the stretch holds some of the first rows, and one the last row alone.
+  std::vector<Json> rows;
+  for (const std::int64_t after : {0, 1, 2, 3, 4, 5, 6, 7, 8, 100000}) {
+    rows.push_back({{"Record Time", kSummaryStart + after},
+                    {"Interval", 1},
+                    {"Resource", "cpu"},
+                    {"Some Stalled %", after == 100000 ? 50.0 : 10.0}});
+  }
+  const KeptServer server({{"PRES", rows}}, 1);
+  const Summary summary = SummaryOf(server, {"PRES"});
+  const SummaryPart& part = PartOf(summary, "Pressure");
+  ASSERT_EQ(part.tables.size(), 1U);
+  EXPECT_THAT(TextsOf(part.tables[0].rows.at(0)),
+              testing::IsSupersetOf({"cpu", "14.0 %", "50.0 %", "-"}));
+}
+
+TEST(MakeSummaryTest, BytesOfCallsAreNotGivenOutForTrafficOfDisks) {
+  const auto summaryOf = [](double kbytes) {
+    const KeptServer server({{"DISK",
+                              {{{"Record Time", kSummaryStart},
+                                {"Interval", 1},
+                                {"Device", "sda"},
+                                {"In Use %", 90.0}}}},
+                             {"PDI",
+                              {{{"Record Time", kSummaryStart},
+                                {"Interval", 1},
+                                {"Program", "cat"},
+                                {"User", "ann"},
+                                {"PID", 7},
+                                {"CPU % Each", 1.0},
+                                {"Start Time", kSummaryStart},
+                                {"Total I/O Kbytes", kbytes}}}}},
+                            1);
+    return SummaryOf(server);
+  };
+  const Summary busy = summaryOf(3);
+  const SummaryPart& times = PartOf(busy, "Busiest times");
+  EXPECT_EQ(times.tables.at(0).rows.at(0).back().text, "cat 7 (3.0K)");
+  EXPECT_THAT(times.notes, Contains(HasSubstr("not what disks moved")));
+  EXPECT_THAT(PartOf(busy, "Top processes").notes, Contains(HasSubstr("not what disks moved")));
+  EXPECT_THAT(PartOf(summaryOf(0), "Busiest times").notes,
+              testing::Not(Contains(HasSubstr("not what disks moved"))));
+}
+
 TEST(MakeSummaryTest, WhatIsNotKeptIsSaidAndNotShownAsNothing) {
   const KeptServer server({{"PI", {}}, {"FSL", {}}, {"PDI", {}}}, 60);
   const Summary summary = SummaryOf(server);
