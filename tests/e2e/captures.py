@@ -121,6 +121,9 @@ def check_whole(client, agent, work):
         fail(f"records are missing: {sorted(before)}")
     expect_same("the replay", before, replayed(client, file, before))
     expect_same("the replay of a folder", before, replayed(client, folder, before))
+    chosen = json.loads(client.run("replay", file, "PDI", "--raw", "--json", "--where", "PID=1", "--columns", "PID"))
+    if [row["PID"] for row in chosen[0]["rows"]] != [1]:
+        fail(f"the choice gives {chosen}")
     client.expect_failure(["capture", file], "exists already")
     client.expect_failure(["capture", folder], "not empty")
 
