@@ -255,7 +255,7 @@ FullScreen::FullScreen(ColorMode color) {
   ::keypad(stdscr, TRUE);
   ::curs_set(0);
   // An escape alone is a key of its own.
-  ::set_escdelay(25);
+  ::set_escdelay(100);
   ::mousemask(BUTTON1_PRESSED | BUTTON1_CLICKED | BUTTON4_PRESSED | BUTTON5_PRESSED, nullptr);
   ::mouseinterval(0);
   const char* noColor = std::getenv("NO_COLOR");
