@@ -5,6 +5,7 @@ import pathlib
 import re
 import shlex
 import subprocess
+import time
 
 from harness import fail, wait_for
 
@@ -60,6 +61,22 @@ class Terminal:
         """The first button there, counted from 0, as a terminal of that TERM tells it."""
         self.mouse(kind, 0, column, line)
         self.mouse(kind, None, column, line)
+
+    def click_until(self, what, kind, column, line, condition):
+        """Clicks there, and again each few seconds as a person would, until the screen is so."""
+        clicked = 0
+
+        def seen():
+            nonlocal clicked
+            lines = self.lines()
+            if condition(lines):
+                return lines
+            if time.monotonic() - clicked > 4:
+                self.click(kind, column, line)
+                clicked = time.monotonic()
+            return None
+
+        return wait_for(what, seen)
 
     def wheel(self, kind, is_down, column, line):
         self.mouse(kind, 65 if is_down else 64, column, line)

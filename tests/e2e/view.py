@@ -225,18 +225,11 @@ def check_mouse(agent, work, busy):
             view.start(before=f"TERM={name}")
             lines = terminal.lines()
             heading = heading_of(lines)
-            terminal.click(name, lines[heading].index("PID"), heading)
-            lines = terminal.wait("rows by number, the lowest or the highest first", lambda lines: (
-                found := pids(lines)) and found in (sorted(found), sorted(found, reverse=True)))
-            is_up = pids(lines) == sorted(pids(lines))
-            terminal.click(name, lines[heading].index("PID"), heading)
-            lines = terminal.wait("the other way", lambda lines: (
-                found := pids(lines)) and found == sorted(found, reverse=is_up))
-            if not is_up:
-                view.press("N")
-            else:
-                terminal.click(name, lines[heading].index("PID"), heading)
-            lines = terminal.wait("the lowest first", lambda lines: pids(lines)[:1] == [1])
+            number = lines[heading].index("PID")
+            for is_down in (False, True, False):
+                lines = terminal.click_until(
+                    f"rows by number, the {'highest' if is_down else 'lowest'} first", name, number, heading,
+                    lambda lines: (found := pids(lines)) and found == sorted(found, reverse=is_down))
             # The fourth row by a click, the fifth by the wheel.
             wanted = pids(lines)[4]
             terminal.click(name, 3, heading + 4)
@@ -247,8 +240,8 @@ def check_mouse(agent, work, busy):
             terminal.wait_text(rf"PID {wanted}\b(.|\n)*Workgroup and rule")
             terminal.key("Escape")
             lines = view.wait_rows()
-            terminal.click(name, lines[heading - 1].index("5"), heading - 1)
-            terminal.wait("the pane that was clicked", lambda lines: lines[-1].startswith("FSL"))
+            terminal.click_until("the pane that was clicked", name, lines[heading - 1].index("5"), heading - 1,
+                                 lambda lines: lines[-1].startswith("FSL"))
             view.end()
 
 
