@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdlib>
 #include <string_view>
 
 #include "json/RowText.h"
@@ -98,6 +97,5 @@ std::vector<std::string> Settings::Listen() const {
       return WordsOf(*listen);
     }
   }
-  const char* variable = std::getenv("QMT_HTTP_LISTEN");
-  return WordsOf(variable == nullptr ? kDefaultListen : variable);
+  return WordsOf(kDefaultListen);
 }

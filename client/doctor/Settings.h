@@ -21,7 +21,7 @@ class Settings {
 
   /// As the workgroup file is named; empty for none.
   [[nodiscard]] std::string HistoryFile() const;
-  /// Where the gate is to listen, also by QMT_HTTP_LISTEN of this program; nothing for no gate.
+  /// Where the gate is to listen; nothing for no gate.
   [[nodiscard]] std::vector<std::string> Listen() const;
 
  private:
