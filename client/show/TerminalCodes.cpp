@@ -37,6 +37,16 @@ TerminalCodes CodesOfTerminal(const char* kind) {
   return codes;
 }
 
+bool IsKnownTerminal(const char* kind) {
+  TERMINAL* const before = ::set_curterm(nullptr);
+  const bool isKnown = OpenKind(kind);
+  TERMINAL* const opened = ::set_curterm(before);
+  if (isKnown) {
+    ::del_curterm(opened);
+  }
+  return isKnown;
+}
+
 const TerminalCodes& OutputCodes() {
   static const TerminalCodes codes = CodesOfTerminal(std::getenv("TERM"));
   return codes;

@@ -14,5 +14,8 @@ struct TerminalCodes {
 /// empty one those that nearly all understand.
 [[nodiscard]] TerminalCodes CodesOfTerminal(const char* kind);
 
+/// Whether the data base knows that kind.
+[[nodiscard]] bool IsKnownTerminal(const char* kind);
+
 /// Those of $TERM, read once.
 [[nodiscard]] const TerminalCodes& OutputCodes();

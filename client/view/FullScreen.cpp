@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "client/ask/Errors.h"
+#include "client/show/TerminalCodes.h"
 
 namespace {
 
@@ -242,8 +243,9 @@ FullScreen::FullScreen(ColorMode color) {
   m_hasUtf8 = std::string_view(::nl_langinfo(CODESET)) == "UTF-8";
   static_cast<void>(::tcgetattr(STDIN_FILENO, &m_before));
   g_terminalBefore = m_before;
-  if (::newterm(nullptr, stdout, stdin) == nullptr) {
-    const char* kind = std::getenv("TERM");
+  // The library loses memory where it finds that out itself.
+  const char* kind = std::getenv("TERM");
+  if (!IsKnownTerminal(kind) || ::newterm(nullptr, stdout, stdin) == nullptr) {
     throw ClientError("the terminal's kind, TERM=" + std::string(kind == nullptr ? "" : kind) +
                       ", is not one that is known");
   }

@@ -92,8 +92,11 @@ TEST(Terminal, TheCodesAreThoseOfItsKind) {
   EXPECT_EQ(xterm.clear, "\x1b[H\x1b[J");
   EXPECT_FALSE(xterm.plain.empty());
   EXPECT_EQ(CodesOfTerminal("dumb").bold, "");
+  EXPECT_TRUE(IsKnownTerminal("xterm"));
+  EXPECT_FALSE(IsKnownTerminal(nullptr));
   for (const char* unknown : {"no-such-kind", "", "../../etc/passwd"}) {
     EXPECT_EQ(CodesOfTerminal(unknown).bold, "\x1b[1m") << unknown;
+    EXPECT_FALSE(IsKnownTerminal(unknown)) << unknown;
   }
 }
 
