@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::int64_t kPlotSeconds = 3600;
 constexpr std::size_t kPlotLines = 10;
+/// Of a command line, before what else there is.
+constexpr std::size_t kFirstLines = 3;
 /// Columns of a label and its value, side by side where the screen has room for two.
 constexpr std::size_t kPairWidth = 52;
 constexpr std::size_t kPairLabelRoom = 30;
@@ -169,7 +171,7 @@ void DetailPage::AddRow(const std::string& record, const std::string& heading, c
   AddFields(*row, *seen->second->schema, width);
 }
 
-void DetailPage::AddCommandLine(const Sight& sight, std::size_t width) {
+void DetailPage::AddCommandLine(const Sight& sight, std::size_t width, bool isWhole) {
   for (const auto& [record, label] :
        {std::pair("PDX", "Command Line"), std::pair("PDI", "Argument List")}) {
     const Json* row = RowOf(sight, record);
@@ -177,9 +179,19 @@ void DetailPage::AddCommandLine(const Sight& sight, std::size_t width) {
     if (words == nullptr || !words->IsString() || words->Text().empty()) {
       continue;
     }
-    m_lines.push_back({"Command line", Tone::kTitle});
-    for (std::string& line : Wrapped(SafeText(words->Text()), width > 4 ? width - 2 : width)) {
+    std::vector<std::string> lines =
+        Wrapped(SafeText(words->Text()), width > 4 ? width - 2 : width);
+    const bool isCut = !isWhole && lines.size() > kFirstLines;
+    if (isWhole && lines.size() <= kFirstLines) {
+      return;
+    }
+    m_lines.push_back({isWhole ? "Command line, whole" : "Command line", Tone::kTitle});
+    lines.resize(isCut ? kFirstLines : lines.size());
+    for (std::string& line : lines) {
       m_lines.push_back({"  " + std::move(line)});
+    }
+    if (isCut) {
+      m_lines.push_back({"  ... (the whole of it is at the end of this page)", Tone::kDim});
     }
     return;
   }
@@ -306,7 +318,7 @@ void DetailPage::Draw(Canvas& canvas, const Area& area, const Sight& sight) {
     m_title = "Alarm " + std::to_string(*m_alarm);
     AddAlarm(sight, canvas.Width());
   } else {
-    AddCommandLine(sight, canvas.Width());
+    AddCommandLine(sight, canvas.Width(), false);
     AddPlot(sight, canvas.Width(), area.height);
     AddWorkgroup(sight);
     AddRow(m_record, m_record, sight, canvas.Width());
@@ -316,6 +328,7 @@ void DetailPage::Draw(Canvas& canvas, const Area& area, const Sight& sight) {
           AddRow(record, record, sight, canvas.Width());
         }
       }
+      AddCommandLine(sight, canvas.Width(), true);
     }
   }
   canvas.Put(area.line, 0, m_title + "   (Esc closes)", Tone::kBold);

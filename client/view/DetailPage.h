@@ -36,7 +36,8 @@ class DetailPage {
               std::size_t width);
   void AddFields(const Json& row, const Schema& schema, std::size_t width);
   void AddPairs(const std::vector<std::pair<std::string, std::string>>& pairs, std::size_t width);
-  void AddCommandLine(const Sight& sight, std::size_t width);
+  /// Its beginning, or `isWhole` at the end of the page where that is more.
+  void AddCommandLine(const Sight& sight, std::size_t width, bool isWhole);
   void AddWorkgroup(const Sight& sight);
   void AddPlot(const Sight& sight, std::size_t width, std::size_t height);
   void AddAlarm(const Sight& sight, std::size_t width);
