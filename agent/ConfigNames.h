@@ -23,6 +23,12 @@ inline constexpr const char* kProfileLabel = "Profile";
 /// Levels of control groups that are rows; beyond 64 none are looked at.
 inline constexpr const char* kGroupDepthLabel = "Control Group Depth";
 inline constexpr long kMostGroupDepth = 64;
+/// "auto", "proc" or "iterator".
+inline constexpr const char* kProcessSourceLabel = "Process Source";
+/// One in so many processes is read anew in a batch where the iterator tells the rest.
+inline constexpr const char* kProcessRefreshLabel = "Process Refresh";
+inline constexpr long kUsualProcessRefresh = 10;
+inline constexpr long kMostProcessRefresh = 1000;
 
 /// Of the node's section this one alone is the agent's: seconds, 0 for no limit.
 inline constexpr const char* kNodeSection = "Node";

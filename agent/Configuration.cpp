@@ -105,6 +105,7 @@ int UnixAgent::ReadConfiguration() {
   ChooseHostProfile(*GetIniFile());
   PublishMountTimeout();
   PublishGroupDepth();
+  PublishProcessSource();
   PublishGuardMode();
   return 0;
 }
@@ -125,6 +126,22 @@ void UnixAgent::PublishGroupDepth() {
     depth = usual;
   }
   ProductOptions::Instance().Set(kHostSection, kGroupDepthLabel, std::to_string(depth).c_str());
+}
+
+void UnixAgent::PublishProcessSource() {
+  // The check of the settings tells of others than these.
+  std::array<char, kShortText> source{};
+  GetIniFile()->ReadString(source.data(), static_cast<int>(source.size()), kProcessSourceLabel,
+                           kHostSection, nullptr, nullptr, 0);
+  ProductOptions::Instance().Set(kHostSection, kProcessSourceLabel,
+                                 IsProcessSource(source.data()) ? source.data() : "auto");
+  long refresh = kUsualProcessRefresh;
+  GetIniFile()->ReadLong(&refresh, kProcessRefreshLabel, kHostSection, nullptr, nullptr);
+  if (refresh < 1 || refresh > kMostProcessRefresh) {
+    refresh = kUsualProcessRefresh;
+  }
+  ProductOptions::Instance().Set(kHostSection, kProcessRefreshLabel,
+                                 std::to_string(refresh).c_str());
 }
 
 void UnixAgent::PublishMountTimeout() {

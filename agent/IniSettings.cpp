@@ -76,14 +76,30 @@ std::string CountProblem(const IniSetting& setting) {
                    std::to_string(kDefaultDataMaxCount);
 }
 
-std::string DepthProblem(const std::string& value) {
-  long depth = 0;
-  const auto [end, status] = std::from_chars(value.data(), value.data() + value.size(), depth);
+std::string RangeProblem(const std::string& value, long least, long most) {
+  long number = 0;
+  const auto [end, status] = std::from_chars(value.data(), value.data() + value.size(), number);
   const bool isWhole = status == std::errc{} && end == value.data() + value.size();
-  return isWhole && depth >= 0 && depth <= kMostGroupDepth
+  return isWhole && number >= least && number <= most
              ? ""
-             : Quoted(value) + " is no whole number from 0 to " + std::to_string(kMostGroupDepth) +
-                   ", so the default holds";
+             : Quoted(value) + " is no whole number from " + std::to_string(least) + " to " +
+                   std::to_string(most) + ", so the default holds";
+}
+
+std::string HostProblem(const IniSetting& setting) {
+  if (IsSame(setting.key, kGroupDepthLabel)) {
+    return RangeProblem(setting.value, 0, kMostGroupDepth);
+  }
+  if (IsSame(setting.key, kProcessRefreshLabel)) {
+    return RangeProblem(setting.value, 1, kMostProcessRefresh);
+  }
+  if (IsSame(setting.key, kProcessSourceLabel)) {
+    return IsProcessSource(setting.value)
+               ? ""
+               : Quoted(setting.value) +
+                     " is none of \"auto\", \"proc\" and \"iterator\", so it means \"auto\"";
+  }
+  return UnknownKey(setting);
 }
 
 std::string AgentProblem(const IniSetting& setting) {
@@ -111,8 +127,7 @@ std::string Problem(const IniSetting& setting) {
     return ProfileProblem(setting.value);
   }
   if (IsSame(setting.section, kHostSection) && setting.subSection.empty()) {
-    return IsSame(setting.key, kGroupDepthLabel) ? DepthProblem(setting.value)
-                                                 : UnknownKey(setting);
+    return HostProblem(setting);
   }
   for (const RecordSection& record : kRecordSections) {
     if (IsSame(setting.section, record.section) &&
@@ -128,6 +143,10 @@ std::string Problem(const IniSetting& setting) {
 bool IsHostProfile(const IniSetting& setting) {
   return IsSame(setting.section, kHostSection) && setting.subSection.empty() &&
          IsSame(setting.key, kProfileLabel);
+}
+
+bool IsProcessSource(const std::string& value) {
+  return value == "auto" || value == "proc" || value == "iterator";
 }
 
 std::string ProfileProblem(const std::string& value) {

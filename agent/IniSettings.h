@@ -36,6 +36,9 @@ inline constexpr long kDefaultDataMaxCount = 1440;
 /// What is wrong with a profile's name; empty for a good one.
 [[nodiscard]] std::string ProfileProblem(const std::string& value);
 
+/// Whether that is a value of the setting "Process Source"; case matters.
+[[nodiscard]] bool IsProcessSource(const std::string& value);
+
 /// What the agent makes of settings otherwise than they stand: names that it doesn't know, and
 /// values that it cuts, or replaces by their defaults.
 [[nodiscard]] std::vector<IniProblem> AgentSettingProblems(std::span<const IniSetting> settings);

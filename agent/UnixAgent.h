@@ -109,6 +109,7 @@ class UnixAgent : public CMBAgent,
   void PublishConfiguration() const;
   void PublishMountTimeout();
   void PublishGroupDepth();
+  void PublishProcessSource();
   void PublishGuardMode();
   /// Whether the record of the daily scan of the file systems is switched on.
   [[nodiscard]] bool HasUFSS() const {

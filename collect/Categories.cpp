@@ -28,6 +28,8 @@
 #include "collect/modern/network/ProtocolCounters.h"
 #include "collect/modern/nfs/NFSTotals.h"
 #include "collect/modern/process/ProcessSource.h"
+#include "collect/modern/process/TaskIterator.h"
+#include "collect/modern/process/TaskSource.h"
 #include "collect/modern/system/SystemSource.h"
 #include "collect/network/InterfaceSourceLINUX.h"
 #include "collect/network/ProtocolSourceLINUX.h"
@@ -95,6 +97,18 @@ void ReadChosenGroups(std::vector<ControlGroup>& groups) {
   ReadControlGroups(groups, walk);
 }
 
+/// By the kernel's task iterator where it is in use, else by a walk.
+UtlError* ReadPresentProcesses(Collector& collector, CategoryStep& step) {
+  std::vector<TaskGroup>* const groups = TaskIterator::Instance().Read();
+  if (groups == nullptr) {
+    KeptParts::Instance().Clear();
+    return ReadAll<ModernProcessSource, &Collector::GetProcess>(collector, step);
+  }
+  TaskSource source(*groups);
+  UtlError* error = source.readAll(&collector, *collector.GetProcess());
+  return step.Finish(error, collector.GetProcess()->size(), true);
+}
+
 /// Of the processes that the run has walked, where it has.
 UtlError* ReadDetails(Collector& collector, CategoryStep& step) {
   std::vector<ProcessDetail>& details = collector.GetModern()->processes;
@@ -110,8 +124,7 @@ constexpr std::array kCategories{
     Category{COLLECT_CPU, "CPU", "cpu", ReadAll<CPUSourceUser, &Collector::GetCPU>,
              ReadAll<ModernCpuSource, &Collector::GetCPU>},
     Category{COLLECT_PROCESS, "Process", "process",
-             ReadAll<ProcessSourceUser, &Collector::GetProcess>,
-             ReadAll<ModernProcessSource, &Collector::GetProcess>},
+             ReadAll<ProcessSourceUser, &Collector::GetProcess>, ReadPresentProcesses},
     Category{COLLECT_PROTOCOL, "Protocol", "protocol",
              ReadOne<ProtocolSourceUser, &Collector::GetProtocol>,
              ReadOne<ModernProtocolSource, &Collector::GetProtocol>},

@@ -7,6 +7,7 @@
 #include "collect/LineReader.h"
 #include "collect/ProcessStatus.h"
 #include "collect/ProcessWalk.h"
+#include "collect/modern/process/TaskIterator.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "support/Descriptor.h"
 
@@ -40,6 +41,20 @@ ProcessCount CountRows(const std::vector<Process>& rows) {
     users.push_back(static_cast<std::uint32_t>(process.ruid));
   }
   return {static_cast<std::uint32_t>(rows.size()), CountDistinct(users)};
+}
+
+ProcessCount CountTasks(const std::vector<TaskGroup>& groups) {
+  UserIds users;
+  users.reserve(groups.size());
+  for (const TaskGroup& group : groups) {
+    users.push_back(group.task.uid);
+  }
+  return {static_cast<std::uint32_t>(groups.size()), CountDistinct(users)};
+}
+
+ProcessCount CountPresent() {
+  const std::vector<TaskGroup>* const groups = TaskIterator::Instance().Read();
+  return groups == nullptr ? CountInProc() : CountTasks(*groups);
 }
 
 ProcessCount CountInProc() {

@@ -1,9 +1,7 @@
 #include "collect/modern/process/ProcessSource.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -11,104 +9,21 @@
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
-#include "collect/ProcLib.h"
 #include "collect/TextScanner.h"
 #include "collect/modern/HostText.h"
 #include "collect/modern/ToldOnce.h"
+#include "collect/modern/process/ProcessFiles.h"
+#include "collect/modern/process/ProcessRow.h"
 #include "collect/modern/process/ProcessText.h"
-#include "collect/modern/system/KernelStat.h"
 #include "node/FigureRegistry.h"
-#include "support/HostPaths.h"
-#include "support/LowWord.h"
 #include "support/OsCalls.h"
 
 namespace {
 
-constexpr std::uint32_t kModernProcessSize = 1132;
-constexpr std::int32_t kModernPriorityBase = 60;
 /// A thread group whose leader has ended is rare, and the first of its other threads lives.
 constexpr int kMostThreadsTried = 16;
 /// Digits of a process or thread; what has more is none.
 constexpr std::size_t kLongestNumber = 10;
-
-/// States that classic figures have no code for count as the one that they are most like.
-constexpr std::uint32_t ModernStateOf(char letter) {
-  return letter == 'I' ? +kStateSleeping : letter == 't' ? +kStateStopped : ProcessStateOf(letter);
-}
-
-/// Seconds since 1970; 0, which is told once, where the host does not tell it. It moves when the
-/// clock is set.
-std::int32_t PresentBootTime() {
-  std::string text;
-  if (!ReadHostText(kKernelStatPath, text)) {
-    return 0;
-  }
-  const KernelStatFigures figures = ParseKernelStat(text);
-  TellMissingBootTime(figures);
-  return static_cast<std::int32_t>(LowWord(figures.bootTime));
-}
-
-/// A process has no start time without a boot time.
-void TakeStat(const ProcessStat& stat, std::int32_t bootTime, Process& record) {
-  record.ppid = stat.ppid;
-  record.pgrp = stat.pgrp;
-  record.session = stat.session;
-  record.tty = stat.tty == 0 ? kNoTerminal : static_cast<std::uint32_t>(stat.tty);
-  record.minorFaults = LowWord(stat.minorFaults);
-  record.majorFaults = LowWord(stat.majorFaults);
-  record.userTime = TicksToNTIME(stat.userTicks);
-  record.systemTime = TicksToNTIME(stat.systemTicks);
-  record.cpuTime = {WrappedSum(record.userTime.seconds, record.systemTime.seconds),
-                    WrappedSum(record.userTime.nanoseconds, record.systemTime.nanoseconds)};
-  record.priority = WrappedSum(stat.priority, kModernPriorityBase);
-  record.nice = stat.nice;
-  if (bootTime != 0) {
-    record.startTime = TicksToNTIME(stat.startTicks);
-    record.startTime.seconds = WrappedSum(record.startTime.seconds, bootTime);
-  }
-  record.modern.kernelFlags = stat.kernelFlags;
-  record.modern.policy = stat.policy;
-  record.modern.startTicks = stat.startTicks;
-  stat.name.copy(record.x_proc::name.data(), record.x_proc::name.size() - 1);
-  if (ProcLib::IsNumberedName(record.GetName(), "kswapd") == 0) {
-    record.flags |= kProcessMemMgmt;
-  }
-}
-
-void TakeResident(std::uint64_t pages, std::uint64_t pageBytes, Process& record) {
-  record.residentBytes = LowWord(pages * pageBytes);
-  record.modern.residentKB = pages * (pageBytes >> 10U);
-}
-
-/// What the stat of a live thread tells as well as that of its leader.
-void TakeThreadStat(const ProcessStat& stat, std::uint64_t pageBytes, Process& record) {
-  record.modern.state = stat.state;
-  record.state = ModernStateOf(stat.state);
-  record.flags |= record.state == kStateUninterruptible ? 0U : +kProcessInCore;
-  TakeResident(stat.residentPages, pageBytes, record);
-  record.virtualSize = LowWord(stat.virtualBytes);
-  record.modern.virtualKB = stat.virtualBytes >> 10U;
-}
-
-void TakeSwitches(const ProcessStatus& status, Process& record) {
-  record.contextSwitches = LowWord(status.voluntarySwitches + status.otherSwitches);
-}
-
-void TakeStatus(const ProcessStatus& status, Process& record) {
-  record.ruid = status.user.real;
-  record.euid = status.user.effective;
-  record.suid = status.user.saved;
-  record.rgid = status.group.real;
-  record.egid = status.group.effective;
-  record.sgid = status.group.saved;
-  record.dataKB = status.dataKB;
-  record.stackKB = status.stackKB;
-  record.codeKB = status.codeKB;
-  record.modern.heapKB = status.dataKB;
-  record.modern.sharedLibKB = status.sharedLibKB;
-  record.modern.swapKB = status.swapKB;
-  TakeSwitches(status, record);
-}
 
 /// A process that has ended meanwhile.
 bool HasEnded(int code) { return code == ENOENT || code == ESRCH; }
@@ -159,16 +74,23 @@ void PublishWalkFigures() {
 
 ModernProcessSource::ModernProcessSource()
     : m_walk(20), m_pageBytes(static_cast<std::uint64_t>(Os().getpagesize())) {
-  if (s_statistics.constructed++ == 0) {
-    PublishWalkFigures();
-  }
-  s_skipped = 0;
-  s_ioDenied = 0;
+  ++s_statistics.constructed;
+  BeginFigures();
   if (!m_walk.IsOpen()) {
     m_pendingError = std::make_unique<UtlError>("Unable to open /proc", __FILE__, __LINE__);
     return;
   }
   m_bootTime = PresentBootTime();
+}
+
+void ModernProcessSource::BeginFigures() {
+  static const bool isPublished = [] {
+    PublishWalkFigures();
+    return true;
+  }();
+  static_cast<void>(isPublished);
+  s_skipped = 0;
+  s_ioDenied = 0;
 }
 
 ModernProcessSource::~ModernProcessSource() { ++s_statistics.destroyed; }
@@ -225,22 +147,10 @@ void ModernProcessSource::End() {
   g_skippedTold = g_skippedTold && s_skipped != 0;
 }
 
-ssize_t ModernProcessSource::ReadOnce(const char* path, std::span<char> buffer) const {
-  const int descriptor = m_walk.Open(path);
-  if (descriptor < 0) {
-    return -1;
-  }
-  const ssize_t length = ::read(descriptor, buffer.data(), buffer.size());
-  const int code = errno;
-  ::close(descriptor);
-  errno = code;
-  return length;
-}
-
 std::string_view ModernProcessSource::ReadFile(ProcessFolder& folder, FileOfProcess file) {
   const FileRule& rule = kFileRules[file];
   const char* const path = folder.PathOf(rule.leaf);
-  const ssize_t length = ReadOnce(path, std::span(m_text).first(rule.limit));
+  const ssize_t length = ReadOnce(m_walk, path, std::span(m_text).first(rule.limit));
   if (length > 0) {
     m_seen[file].there = true;
     return {m_text.data(), static_cast<std::size_t>(length)};
@@ -275,8 +185,7 @@ bool ModernProcessSource::ReadProcess(const char* pid, Process& record) {
       number > std::numeric_limits<std::int32_t>::max()) {
     return false;
   }
-  record.size = kModernProcessSize;
-  record.pid = static_cast<std::int32_t>(number);
+  BeginProcessRow(static_cast<std::int32_t>(number), record);
   ProcessFolder folder(pid);
   const std::string_view line = ReadFile(folder, kStat);
   ProcessStat stat;
@@ -285,10 +194,10 @@ bool ModernProcessSource::ReadProcess(const char* pid, Process& record) {
     return false;
   }
   m_seen[kStat].entries |= stat.hasPolicy ? 1U : 0U;
-  TakeStat(stat, m_bootTime, record);
+  FillFromStat(stat, m_bootTime, record);
   ProcessPath live;
   const bool isLed = stat.state != 'Z' || stat.threads < 2 || !FindLiveThread(pid, stat, live);
-  TakeThreadStat(stat, m_pageBytes, record);
+  FillFromThread(stat, m_pageBytes, record);
   ProcessFolder thread(isLed ? "" : live.data());
   if ((isLed || !ReadMemory(thread, record)) && !ReadMemory(folder, record)) {
     Skip(pid, kStatus, errno);
@@ -311,20 +220,18 @@ bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
   }
   ProcessStatus status;
   m_seen[kStatus].entries |= ParseProcessStatus(text, status);
-  TakeStatus(status, record);
+  FillFromStatus(status, record);
   ProcessPages pages;
   if (ParseProcessStatm(ReadFile(folder, kStatm), pages)) {
     // The kernel sums its parts for this file; for stat it makes do with an estimate.
-    TakeResident(pages.resident, m_pageBytes, record);
+    FillResident(pages.resident, m_pageBytes, record);
   } else {
     pages = {};
   }
-  record.totalBytes = LowWord(pages.size * m_pageBytes);
-  record.sharedKB = static_cast<double>(pages.shared * (m_pageBytes >> 10U));
-  record.modern.totalKB = pages.size * (m_pageBytes >> 10U) + status.swapKB;
-  ReadArguments(folder, record);
+  FillPages(pages, m_pageBytes, record);
+  ReadArguments(m_walk, folder, record.cmdline);
   if (m_wantsFolder) {
-    record.cwdInode = LinkInode(folder, "cwd");
+    record.cwdInode = ReadFolderInode(m_walk, folder);
   }
   return true;
 }
@@ -332,7 +239,7 @@ bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
 void ModernProcessSource::ReadSwitches(ProcessFolder& folder, Process& record) {
   ProcessStatus status;
   m_seen[kStatus].entries |= ParseProcessStatus(ReadFile(folder, kStatus), status);
-  TakeSwitches(status, record);
+  FillSwitches(status, record);
 }
 
 void ModernProcessSource::ReadIo(ProcessFolder& folder, Process& record) {
@@ -344,11 +251,7 @@ void ModernProcessSource::ReadIo(ProcessFolder& folder, Process& record) {
   }
   ProcessIo io;
   m_seen[kIo].entries |= ParseProcessIo(text, io);
-  record.reads = LowWord(io.reads);
-  record.writes = LowWord(io.writes);
-  record.blockOps = LowWord(io.reads + io.writes);
-  record.modern.ioBytes = io.bytesRead + io.bytesWritten;
-  record.ioKbytes = LowWord(record.modern.ioBytes >> 10U);
+  FillIo(io, record);
 }
 
 ProcessLimits ModernProcessSource::ReadLimits(ProcessFolder& folder) {
@@ -357,25 +260,6 @@ ProcessLimits ModernProcessSource::ReadLimits(ProcessFolder& folder) {
     m_seen[kLimits].entries |= ParseProcessLimits(text, limits);
   }
   return limits;
-}
-
-void ModernProcessSource::ReadArguments(ProcessFolder& folder, Process& record) {
-  const std::span<char> field(record.cmdline);
-  const ssize_t length = ReadOnce(folder.PathOf("cmdline"), field);
-  const std::size_t used =
-      length > 0 ? TidyArguments(field.first(static_cast<std::size_t>(length))) : 0;
-  std::fill(field.begin() + static_cast<std::ptrdiff_t>(used), field.end(), '\0');
-}
-
-std::uint64_t ModernProcessSource::LinkInode(ProcessFolder& folder, std::string_view leaf) const {
-  std::array<char, 256> target;
-  const ssize_t length = m_walk.ReadLink(folder.PathOf(leaf), target.data(), target.size());
-  if (length <= 0 || static_cast<std::size_t>(length) == target.size()) {
-    return 0;
-  }
-  target[static_cast<std::size_t>(length)] = '\0';
-  struct ::stat status {};
-  return StatHost(AT_FDCWD, HostPath(target.data()).c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 bool ModernProcessSource::FindLiveThread(const char* pid, ProcessStat& stat, ProcessPath& name) {

@@ -1,11 +1,8 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <span>
 #include <string_view>
 #include <vector>
 
@@ -28,6 +25,9 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
 
   [[nodiscard]] SourceStatistics& statistics() override { return s_statistics; }
   void read(Process* record) override;
+  /// Publishes the two figures below if they aren't yet, and has them begin anew; of a collection
+  /// without a walk they are 0.
+  static void BeginFigures();
   /// Processes of the last walk that are there but have no row, as they cannot be read.
   [[nodiscard]] static std::uint32_t Skipped() { return s_skipped; }
   /// Processes of the last walk whose io may not be read; its figures are 0.
@@ -55,18 +55,13 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   /// Those of the leader alone, which a difference may be made of whichever thread lives.
   void ReadSwitches(ProcessFolder& folder, Process& record);
   void ReadIo(ProcessFolder& folder, Process& record);
-  void ReadArguments(ProcessFolder& folder, Process& record);
   [[nodiscard]] ProcessLimits ReadLimits(ProcessFolder& folder);
   /// Makes `name` the folder below /proc of a live thread, and takes from its stat what the ended
   /// leader's lacks. False if there is none.
   [[nodiscard]] bool FindLiveThread(const char* pid, ProcessStat& stat, ProcessPath& name);
-  /// The inode of what a link of a process leads to; 0 if it cannot be told.
-  [[nodiscard]] std::uint64_t LinkInode(ProcessFolder& folder, std::string_view leaf) const;
   /// The text of a file of a process, valid until the next one is read; `errno` tells of an empty
   /// one why it is (0: the file is so).
   [[nodiscard]] std::string_view ReadFile(ProcessFolder& folder, FileOfProcess file);
-  /// Bytes read, -1 with `errno` on failure. One read: the kernel gives such a file in one piece.
-  [[nodiscard]] ssize_t ReadOnce(const char* path, std::span<char> buffer) const;
   /// Counts a process without a row, unless it has ended meanwhile.
   void Skip(const char* pid, FileOfProcess file, int code);
 

@@ -118,7 +118,7 @@ void ModernSystemSource::ReadDisks(x_system& record) const {
 
 void ModernSystemSource::CountProcesses(x_system& record) const {
   const bool isWalked = m_pCollector != nullptr && m_pCollector->HasCollected(COLLECT_PROCESS);
-  const ProcessCount count = isWalked ? CountRows(*m_pCollector->GetProcess()) : CountInProc();
+  const ProcessCount count = isWalked ? CountRows(*m_pCollector->GetProcess()) : CountPresent();
   record.numProcesses = count.processes;
   record.numUsers = count.users;
 }

@@ -1,0 +1,186 @@
+#include "collect/modern/process/KeptParts.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "collect/modern/process/ProcessFiles.h"
+#include "collect/modern/process/ProcessText.h"
+#include "collect/process/ProcessSourceLINUX.h"
+#include "support/ProductOptions.h"
+
+namespace {
+
+constexpr std::uint64_t kUsualPace = 10;
+constexpr std::size_t kMostKeptArguments = 1023;
+using PartText = std::array<char, 8192>;
+
+std::uint64_t ChosenPace() {
+  std::uint64_t pace = 0;
+  if (const char* chosen = ProductOptions::Instance().Get("Host", "Process Refresh")) {
+    std::from_chars(chosen, chosen + std::strlen(chosen), pace);
+  }
+  return pace == 0 ? kUsualPace : pace;
+}
+
+/// Makes the part that of the process's present image.
+void FitPart(const TaskFigures& task, KeptPart& part) {
+  if (part.execId == task.selfExecId && part.startTime == task.startTime) {
+    return;
+  }
+  if (part.startTime != task.startTime) {
+    part.times = {};
+    part.grown = {};
+  }
+  part.pid = task.tgid;
+  part.startTime = task.startTime;
+  part.execId = task.selfExecId;
+  part.isRead = false;
+  part.folderInode.reset();
+  part.limits.reset();
+}
+
+/// Threads come and go while the kernel is asked, so that a sum of them may lack one that is in the
+/// next one again.
+void HoldGrown(TaskFigures& task, KeptPart& part) {
+  for (std::size_t index = 0; index < kGrowingTaskFigures.size(); ++index) {
+    part.grown[index] = std::max(part.grown[index], task.*kGrowingTaskFigures[index]);
+    task.*kGrowingTaskFigures[index] = part.grown[index];
+  }
+  ScaleTaskTimes(task.utime, task.stime, task.runTime, part.times);
+  task.utime = part.times.user;
+  task.stime = part.times.system;
+}
+
+/// The folder that tells the program of a process: of a live thread where its leader is none.
+void FormFolder(const TaskGroup& group, ProcessPath& name) {
+  const std::string process = std::to_string(group.task.tgid);
+  if (group.live == 0) {
+    FormPath(name, {process});
+  } else {
+    FormPath(name, {process, "/task/", std::to_string(group.live)});
+  }
+}
+
+/// The text of a file of a process; empty, with `errno`, if it can't be read.
+std::string_view ReadPart(const ProcessWalk& walk, const char* path, PartText& text) {
+  const ssize_t length = ReadOnce(walk, path, text);
+  return {text.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
+}
+
+void ReadCommandLine(const ProcessWalk& walk, ProcessFolder& folder, KeptPart& part) {
+  std::array<char, kMostKeptArguments> text;
+  ReadArguments(walk, folder, text);
+  part.commandLine.assign(text.data(), ::strnlen(text.data(), text.size()));
+  part.commandLine.shrink_to_fit();
+}
+
+void ReadPartLimits(const ProcessWalk& walk, ProcessFolder& folder, KeptPart& part) {
+  if (part.limits == nullptr) {
+    part.limits = std::make_unique<ProcessLimits>();
+  }
+  PartText text;
+  static_cast<void>(
+      ParseProcessLimits(ReadPart(walk, folder.PathOf("limits"), text), *part.limits));
+}
+
+std::size_t HeapOf(const std::string& text) {
+  const bool isWithin = text.capacity() <= std::string().capacity();
+  return isWithin ? 0 : text.capacity() + 1;
+}
+
+}  // namespace
+
+KeptPart::KeptPart() = default;
+KeptPart::~KeptPart() = default;
+
+KeptParts& KeptParts::Instance() {
+  static KeptParts parts;
+  return parts;
+}
+
+void KeptParts::Match(std::vector<TaskGroup>& groups) {
+  ++m_batch;
+  m_pace = ChosenPace();
+  std::vector<std::unique_ptr<KeptPart>> parts;
+  parts.reserve(groups.size());
+  auto old = m_parts.begin();
+  for (TaskGroup& group : groups) {
+    while (old != m_parts.end() && (*old)->pid < group.task.tgid) {
+      old->reset();
+      ++old;
+    }
+    const bool isKnown = old != m_parts.end() && (*old)->pid == group.task.tgid;
+    parts.push_back(isKnown ? std::move(*old++) : std::make_unique<KeptPart>());
+    FitPart(group.task, *parts.back());
+    parts.back()->pid = group.task.tgid;
+    HoldGrown(group.task, *parts.back());
+  }
+  m_parts = std::move(parts);
+}
+
+bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
+                     PartWishes wishes) {
+  KeptPart& part = *m_parts[index];
+  const bool isDue = !part.isRead || (static_cast<std::uint64_t>(part.pid) + m_batch) % m_pace == 0;
+  const bool wantsFolder = wishes.folder && (isDue || !part.folderInode);
+  const bool wantsLimits = wishes.limits && (isDue || part.limits == nullptr);
+  if (!isDue && !wantsFolder && !wantsLimits) {
+    return true;
+  }
+  // The name of a thread of the kernel changes with its work.
+  if ((!part.isRead || (isDue && group.task.isKernel != 0)) && !ReadImage(walk, group, part)) {
+    return false;
+  }
+  ProcessPath name;
+  FormFolder(group, name);
+  ProcessFolder folder(name.data());
+  if (isDue && group.task.virtualPages != 0) {
+    ReadCommandLine(walk, folder, part);
+  }
+  if (wantsFolder) {
+    part.folderInode = ReadFolderInode(walk, folder);
+  }
+  if (wantsLimits) {
+    ReadPartLimits(walk, folder, part);
+  }
+  return true;
+}
+
+bool KeptParts::ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part) {
+  PartText text;
+  ProcessFolder process(std::to_string(part.pid).c_str());
+  const std::string_view line = ReadPart(walk, process.PathOf("stat"), text);
+  ProcessStat stat;
+  if (line.empty() ? errno == ENOENT || errno == ESRCH
+                   : !ParseProcessStat(line, stat) ||
+                         stat.startTicks != part.startTime / kNanosecondsPerTick) {
+    return false;
+  }
+  part.isRead = true;
+  part.codeKB = 0;
+  part.commandLine.clear();
+  if (group.task.isKernel != 0) {
+    part.kernelName = stat.name;
+    return true;
+  }
+  ProcessPath name;
+  FormFolder(group, name);
+  ProcessStatus status;
+  static_cast<void>(ParseProcessStatus(
+      ReadPart(walk, ProcessFolder(name.data()).PathOf("status"), text), status));
+  part.codeKB = status.codeKB;
+  return true;
+}
+
+std::size_t KeptParts::Bytes() const {
+  std::size_t bytes = m_parts.capacity() * sizeof m_parts.front();
+  for (const auto& part : m_parts) {
+    bytes += sizeof *part + HeapOf(part->commandLine) + HeapOf(part->kernelName) +
+             (part->limits == nullptr ? 0 : sizeof *part->limits);
+  }
+  return bytes;
+}

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "collect/ProcessWalk.h"
+#include "collect/modern/process/TaskStream.h"
+#include "collect/modern/process/TaskTimes.h"
+
+struct ProcessLimits;
+
+/// The figures of a process that only grow.
+inline constexpr std::array kGrowingTaskFigures{
+    &TaskFigures::minorFaults, &TaskFigures::majorFaults, &TaskFigures::readChars,
+    &TaskFigures::writeChars,  &TaskFigures::readCalls,   &TaskFigures::writeCalls,
+    &TaskFigures::readBytes,   &TaskFigures::writeBytes,  &TaskFigures::cancelledBytes};
+
+/// What is kept of one process while it lives, since the task iterator lacks it.
+struct KeptPart {
+  KeptPart();
+  ~KeptPart();
+  KeptPart(const KeptPart&) = delete;
+  KeptPart& operator=(const KeptPart&) = delete;
+
+  // The process and its image.
+  std::int32_t pid = 0;
+  std::uint64_t startTime = 0;  ///< nanoseconds since the start of the host
+  std::uint64_t execId = 0;
+
+  // Of its files in /proc.
+  bool isRead = false;       ///< the first two are of this image
+  std::uint64_t codeKB = 0;  ///< of its program, libraries left out
+  std::string commandLine;   ///< fit to be shown, 1,023 bytes at most
+  std::string kernelName;    ///< of a thread of the kernel, which may be longer than that of a task
+  std::optional<std::uint64_t> folderInode;  ///< see ReadFolderInode(); where it was wished for
+  std::unique_ptr<ProcessLimits> limits;     ///< where they were wished for
+
+  // What it has been told with: figures that never fall.
+  TaskTimes times;
+  std::array<std::uint64_t, kGrowingTaskFigures.size()> grown{};
+};
+
+/// What a batch wishes for of each process.
+struct PartWishes {
+  bool folder = false;
+  bool limits = false;
+};
+
+/// The kept parts of all processes. One is read with the first batch that sees the image of a
+/// process, that is its number, start time and program; what changes without another program is
+/// read anew for one in so many processes in each batch, as the option "Process Refresh" of "Host"
+/// says (10). It is freed when its process has ended. A part takes some 500 bytes and its texts.
+class KeptParts {
+ public:
+  static KeptParts& Instance();
+
+  /// A new batch: makes the parts those of these processes, which are in the order of their
+  /// numbers, and puts the figures that never fall, times among them, into the processes.
+  void Match(std::vector<TaskGroup>& groups);
+  /// Of the process of that place in the last Match().
+  [[nodiscard]] const KeptPart& At(std::size_t index) const { return *m_parts[index]; }
+  /// Reads what is due of a process; false if it has ended before its part could be read.
+  [[nodiscard]] bool Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
+                          PartWishes wishes);
+  void Clear() { m_parts.clear(); }
+  [[nodiscard]] std::size_t Count() const { return m_parts.size(); }
+  /// Memory of all parts.
+  [[nodiscard]] std::size_t Bytes() const;
+
+ private:
+  [[nodiscard]] bool ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part);
+
+  std::vector<std::unique_ptr<KeptPart>> m_parts;  ///< in the order of their numbers
+  std::uint64_t m_batch = 0;
+  std::uint64_t m_pace = 1;
+};

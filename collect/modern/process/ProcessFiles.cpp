@@ -1,0 +1,44 @@
+#include "collect/modern/process/ProcessFiles.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+
+#include "collect/modern/process/ProcessText.h"
+#include "support/HostPaths.h"
+#include "support/HostReads.h"
+
+ssize_t ReadOnce(const ProcessWalk& walk, const char* path, std::span<char> buffer) {
+  const int descriptor = walk.Open(path);
+  if (descriptor < 0) {
+    return -1;
+  }
+  const ssize_t length = ::read(descriptor, buffer.data(), buffer.size());
+  const int code = errno;
+  ::close(descriptor);
+  errno = code;
+  return length;
+}
+
+void ReadArguments(const ProcessWalk& walk, ProcessFolder& folder, std::span<char> field) {
+  const ssize_t length = ReadOnce(walk, folder.PathOf("cmdline"), field);
+  const std::size_t used =
+      length > 0 ? TidyArguments(field.first(static_cast<std::size_t>(length))) : 0;
+  std::fill(field.begin() + static_cast<std::ptrdiff_t>(used), field.end(), '\0');
+}
+
+std::uint64_t ReadFolderInode(const ProcessWalk& walk, ProcessFolder& folder) {
+  std::array<char, 256> target;
+  const ssize_t length = walk.ReadLink(folder.PathOf("cwd"), target.data(), target.size());
+  if (length <= 0 || static_cast<std::size_t>(length) == target.size()) {
+    return 0;
+  }
+  target[static_cast<std::size_t>(length)] = '\0';
+  struct ::stat status {};
+  return StatHost(AT_FDCWD, HostPath(target.data()).c_str(), &status) == 0 ? status.st_ino : 0;
+}

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "collect/modern/process/TaskStream.h"
+#include "support/Descriptor.h"
+
+/// Where a helper has pinned the kernel's task iterator; the environment variable
+/// QMT_TASK_ITERATOR names another file.
+inline constexpr const char* kTaskIteratorPath = "/sys/fs/bpf/qmtdmon/tasks";
+
+/// The kernel's task iterator of the host that runs the agent: all processes by one stream, which
+/// costs a small part of a walk over /proc. Which of the two is in use, and why, is published as
+/// the facts "process_source" and "process_source_reason", and told where it changes.
+class TaskIterator {
+ public:
+  static TaskIterator& Instance();
+
+  /// The processes of this moment in the order of their numbers, valid until the next call and the
+  /// caller's to change; null where /proc is to be walked: the option "Process Source" of "Host"
+  /// says so, the iterator is not there or may not be read, the host is a tree of files, or numbers
+  /// and times would be other ones than /proc's. A stream with a fault is not asked for again until
+  /// its file is another one.
+  [[nodiscard]] std::vector<TaskGroup>* Read();
+  /// As at the start of the agent, for tests.
+  void Reset() { *this = TaskIterator(); }
+
+ private:
+  /// What tells one pinned file from the next.
+  struct Identity {
+    ::dev_t device = 0;
+    ::ino_t inode = 0;
+    ::time_t seconds = 0;
+    long nanoseconds = 0;
+    bool operator==(const Identity&) const = default;
+  };
+
+  /// Reads the stream; else why not, in words.
+  [[nodiscard]] std::string TryToRead();
+  [[nodiscard]] std::string ReadFile(const std::string& path);
+  [[nodiscard]] std::string ReadStream(const Descriptor& file);
+  void Tell(const std::string& reason);
+
+  std::vector<TaskGroup> m_groups;
+  bool m_isFaulty = false;  ///< the file of m_refused is
+  Identity m_refused;
+  std::string m_fault;
+  bool m_hasTold = false;
+  std::string m_told;
+};
