@@ -110,6 +110,7 @@ function drawStatus(told, parts) {
     ['Node', told.node],
     ['Up for', duration(told.uptime_seconds)],
     ['Host profile', told.facts?.host_profile],
+    ['Process source', [told.facts?.process_source, told.facts?.process_source_reason].filter(Boolean).join(': ')],
     ['Last batch', batch ? `${duration(batch.age_seconds)} ago, took ${duration(batch.duration_seconds)}, ${number(batch.records)} records, ${number(batch.errors)} errors` : 'none yet'],
   ]);
   const { file, size_bytes: size, lost_batches: lost } = told.history;

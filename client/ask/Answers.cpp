@@ -48,6 +48,13 @@ std::vector<ConfigNode> ConfigNodes(const Json& parent) {
   return nodes;
 }
 
+/// What the agent says of itself in words; empty where it doesn't.
+std::string FactOf(const Json& part, const char* name) {
+  const Json* facts = part.Find("facts");
+  const Json* fact = facts != nullptr && facts->IsObject() ? facts->Find(name) : nullptr;
+  return fact != nullptr && fact->IsString() ? fact->Text() : "";
+}
+
 /// A figure of the agent's that is a count; empty if it does not say.
 std::string CountFigure(const Json& status, std::string_view name) {
   constexpr double kLargest = 4294967295.0;
@@ -185,6 +192,8 @@ Status ReadStatus(const Json& answer) {
   out.host = TextMember(status, "host");
   out.http = status.Find("http") != nullptr ? TextMember(status, "http") : "";
   out.hostProfile = ReadHostProfile(status);
+  out.processSource = FactOf(status, "process_source");
+  out.processSourceReason = FactOf(status, "process_source_reason");
   out.kernelVariant = CountFigure(status, "kernel_variant");
   out.skippedProcesses = CountFigure(status, "collect_process_skipped");
   for (const Json& schedule : ObjectsMember(status, "schedules").Elements()) {
@@ -204,12 +213,7 @@ Status ReadStatus(const Json& answer) {
   return out;
 }
 
-std::string ReadHostProfile(const Json& part) {
-  const Json* facts = part.Find("facts");
-  const Json* profile =
-      facts != nullptr && facts->IsObject() ? facts->Find("host_profile") : nullptr;
-  return profile != nullptr && profile->IsString() ? profile->Text() : "";
-}
+std::string ReadHostProfile(const Json& part) { return FactOf(part, "host_profile"); }
 
 std::vector<ConfigNode> ReadConfig(const Json& answer) {
   return ConfigNodes(ObjectMember(answer, "config"));

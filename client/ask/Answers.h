@@ -97,7 +97,9 @@ struct Status {
   std::string http;         ///< the address of the metrics; empty if there is none
   std::string hostProfile;  ///< empty if the agent does not say, as the next two
   std::string kernelVariant;
-  std::string skippedProcesses;  ///< that the last collection has no row for
+  std::string processSource;        ///< "iterator" or "proc"; empty if the agent does not say
+  std::string processSourceReason;  ///< why it is no iterator
+  std::string skippedProcesses;     ///< that the last collection has no row for
   std::vector<Schedule> schedules;
   LastBatch lastBatch;
 };

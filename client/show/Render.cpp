@@ -57,6 +57,15 @@ std::string MetricsText(std::string_view addresses) {
   return text.empty() ? "none" : text;
 }
 
+/// Where processes are read from, and why.
+std::string ProcessSourceText(const Status& status) {
+  if (status.processSource.empty()) {
+    return "unknown";
+  }
+  const std::string reason = SafeText(status.processSourceReason);
+  return SafeText(status.processSource) + (reason.empty() ? "" : ": " + reason);
+}
+
 }  // namespace
 
 std::string DurationText(double seconds) {
@@ -176,7 +185,7 @@ std::string ListingText(const std::vector<Listing>& records, const Screen& scree
 }
 
 std::string StatusText(const Status& status, const Screen& screen) {
-  const std::array<std::pair<const char*, std::string>, 10> lines{{
+  const std::array<std::pair<const char*, std::string>, 11> lines{{
       {"Process", std::to_string(status.pid)},
       {"Version", SafeText(status.version)},
       {"Node", SafeText(status.node)},
@@ -184,6 +193,7 @@ std::string StatusText(const Status& status, const Screen& screen) {
       {"Metrics", MetricsText(status.http)},
       {"Up time", DurationText(status.uptimeSeconds)},
       {"Host profile", status.hostProfile.empty() ? "unknown" : SafeText(status.hostProfile)},
+      {"Process source", ProcessSourceText(status)},
       {"Kernel variant", status.kernelVariant.empty() ? "unknown" : status.kernelVariant},
       {"Skipped",
        status.skippedProcesses.empty() ? "unknown" : status.skippedProcesses + " processes"},

@@ -205,6 +205,37 @@ TEST_F(ConfigurationTest, ADepthOfGroupsOutOfRangeLeavesTheUsualOne) {
   }
 }
 
+TEST_F(ConfigurationTest, AProcessSourceOrRefreshThatIsNoneLeavesTheUsualOne) {
+  struct Row {
+    const char* key;
+    const char* setting;
+    const char* option;
+    const char* problem;  ///< empty for none
+  };
+  const Row rows[] = {
+      {kProcessSourceLabel, "proc", "proc", ""},
+      {kProcessSourceLabel, "iterator", "iterator", ""},
+      {kProcessSourceLabel, "auto", "auto", ""},
+      {kProcessSourceLabel, "Proc", "auto", "so it means \"auto\""},
+      {kProcessSourceLabel, "", "auto", "so it means \"auto\""},
+      {kProcessRefreshLabel, "1", "1", ""},
+      {kProcessRefreshLabel, "1000", "1000", ""},
+      {kProcessRefreshLabel, "0", "10", "no whole number from 1 to 1000"},
+      {kProcessRefreshLabel, "1001", "10", "no whole number from 1 to 1000"},
+  };
+  for (const Row& row : rows) {
+    ScriptedNode::Reset();
+    Node().ini[{kHostSection, "", row.key}] = row.setting;
+    MakeAgent(0);
+    EXPECT_EQ(0, Init());
+    EXPECT_EQ(row.option, Option(kHostSection, row.key)) << row.setting;
+    const std::vector<IniProblem> problems =
+        AgentSettingProblems(std::vector{IniSetting{7, kHostSection, "", row.key, row.setting}});
+    ASSERT_EQ(problems.size(), *row.problem == '\0' ? 0U : 1U) << row.setting;
+    EXPECT_TRUE(problems.empty() || problems[0].text.find(row.problem) != std::string::npos);
+  }
+}
+
 TEST_F(ConfigurationTest, AFailedWriteEndsTheStartAtThatKey) {
   SwitchUFSSOn();
   for (std::size_t i = 0; i < kDefaults.size(); ++i) {

@@ -41,7 +41,8 @@ Json StatusAnswer() {
     "node": "n1", "http": "127.0.0.1:9964", "host": "h\u001b1", "schedules": [{"record": "CPUP", "category": "4",
     "seconds": 60, "runs": 3, "rows": 2, "last_time": 1700000000, "skipped": 1}],
     "last_batch": {"age_seconds": 1.5, "duration_seconds": 0.25, "records": 8, "errors": 2},
-    "facts": {"host_profile": "modern"},
+    "facts": {"host_profile": "modern", "process_source": "proc",
+      "process_source_reason": "/x: \u001bgone"},
     "figures": [{"name": "kernel_variant", "help": "", "kind": "gauge", "value": 3.0},
       {"name": "collect_process_skipped", "help": "", "kind": "gauge", "value": 2.0}]}})");
 }
@@ -310,6 +311,7 @@ TEST_F(Qmtctl, OtherCommandsShowWhatTheDaemonSays) {
             "Metrics         http://127.0.0.1:9964/metrics\n"
             "Up time         1d 02:03:04\n"
             "Host profile    modern\n"
+            "Process source  proc: /x: ?gone\n"
             "Kernel variant  3\n"
             "Skipped         2 processes\n"
             "Last batch      1.500 s ago, took 0.250 s, records 8, errors 2\n"

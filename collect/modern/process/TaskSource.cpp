@@ -127,6 +127,7 @@ void TaskSource::Fill(const TaskGroup& group, const KeptPart& part, Process& rec
   FillFromThread(stat, m_pageBytes, record);
   FillMemory(task, part, record);
   FillIo({task.readChars, task.writeChars, task.readCalls, task.writeCalls}, record);
+  record.modern.isIoUnknown = (task.present & kTaskHasCharacters) == 0;
   if (m_limits != nullptr) {
     m_limits->push_back(part.limits != nullptr ? *part.limits : ProcessLimits{});
   }

@@ -127,6 +127,10 @@ bool TaskStream::TakeTask(std::span<const std::byte> bytes) {
     return Fail("its structures have " + std::to_string(task.size) + " bytes instead of " +
                 std::to_string(sizeof task) + ", so the helper is of another version");
   }
+  if (task.version != QMT_TASK_FIGURES_VERSION) {
+    return Fail("its structures are of version " + std::to_string(task.version) + " instead of " +
+                std::to_string(QMT_TASK_FIGURES_VERSION) + ", so the helper is of another version");
+  }
   if (task.pid <= 0 || task.tgid <= 0) {
     return Fail("it has a task of the number " + std::to_string(task.pid) + " in the process " +
                 std::to_string(task.tgid));

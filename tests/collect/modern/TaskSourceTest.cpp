@@ -1,0 +1,412 @@
+#include "collect/modern/process/TaskSource.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <sstream>
+
+#include "collect/CategoryFlags.h"
+#include "collect/Collector.h"
+#include "collect/modern/process/KeptParts.h"
+#include "collect/modern/process/ProcessCount.h"
+#include "collect/modern/process/TaskIterator.h"
+#include "node/FigureRegistry.h"
+#include "support/HostProfile.h"
+#include "support/ProductOptions.h"
+#include "tests/collect/CollectFixture.h"
+#include "tests/collect/modern/TaskFile.h"
+
+namespace {
+
+constexpr const char* kIterator = "/iterator";
+
+/// A tree whose /proc and whose iterator a test writes; both are read as those of a host.
+class TaskSourceTest : public CollectFixture {
+ protected:
+  void SetUp() override {
+    CollectFixture::SetUp();
+    g_hostProfile = HostProfile::kModern;
+    m_host = std::make_unique<process_tree::HostTree>();
+    m_host->Write("/proc/stat", "btime 1700000000\n");
+    ::setenv("QMT_TASK_ITERATOR", m_host->Path(kIterator).c_str(), 1);
+    TaskIterator::Instance().Reset();
+    KeptParts::Instance().Clear();
+    Choose("auto", "1000");
+  }
+  void TearDown() override {
+    ::unsetenv("QMT_TASK_ITERATOR");
+    Choose("auto", "10");
+    KeptParts::Instance().Clear();
+    g_hostProfile = HostProfile::kClassic;
+    CollectFixture::TearDown();
+  }
+  static void Choose(const char* source, const char* refresh) {
+    ProductOptions::Instance().Set("Host", "Process Source", source);
+    ProductOptions::Instance().Set("Host", "Process Refresh", refresh);
+  }
+  void WriteTasks(const std::vector<TaskFigures>& tasks) const {
+    m_host->Write(kIterator, StreamOf(tasks));
+  }
+  /// A file of another identity, as a helper makes that has loaded again.
+  void ReplaceTasks(const std::vector<TaskFigures>& tasks) const {
+    m_host->Write("/iterator.new", StreamOf(tasks));
+    std::filesystem::rename(m_host->Path("/iterator.new"), m_host->Path(kIterator));
+  }
+  /// What the iterator lacks of a process, and a name of its stat that tells its source.
+  void WriteParts(int pid, const std::string& arguments, int startTicks = 100,
+                  const std::string& name = "of-proc") const {
+    const std::string folder = "/proc/" + std::to_string(pid);
+    m_host->Write(folder + "/stat", std::to_string(pid) + " (" + name +
+                                        ") S 1 1 1 0 -1 0 0 0 0 0 0 0 0 0 20 0 1 0 " +
+                                        std::to_string(startTicks) + " 0 0\n");
+    m_host->Write(folder + "/status", "Name:\tx\nUid:\t7\t7\t7\t7\nVmExe:\t 12 kB\n");
+    m_host->Write(folder + "/cmdline", arguments);
+  }
+  std::vector<Process> Collect(CollectionMask more = 0) {
+    EXPECT_EQ(m_collector.collect(COLLECT_PROCESS | more), nullptr);
+    return *m_collector.GetProcess();
+  }
+  /// "NUMBER<NAME>[ARGUMENTS]" of each row.
+  std::string Names() {
+    std::string text;
+    for (const Process& row : Collect()) {
+      text += std::to_string(row.pid) + '<' + row.GetName() + ">[" + std::string(row.GetCmdline()) +
+              ']';
+    }
+    return text;
+  }
+  static std::string Fact(const std::string& name) {
+    for (const ::Fact& fact : FigureRegistry::Instance().Facts()) {
+      if (fact.name == name) {
+        return fact.text;
+      }
+    }
+    return "none";
+  }
+
+  std::unique_ptr<process_tree::HostTree> m_host;
+  Collector m_collector;
+};
+
+/// A program with something in all that a row has of it.
+TaskFigures Program(int pid) {
+  TaskFigures task = MakeTask(pid, pid);
+  task.ppid = 3;
+  task.pgrp = 4;
+  task.session = 5;
+  task.ttyNumber = 34816;
+  task.uid = 1;
+  task.euid = 2;
+  task.suid = 3;
+  task.gid = 5;
+  task.egid = 6;
+  task.sgid = 7;
+  task.flags = 4194560;
+  task.priority = 15;
+  task.nice = -5;
+  task.policy = 1;
+  task.startTime = 123'459'999'999;
+  task.utime = 1'000;
+  task.stime = 1'000;
+  task.runTime = 5'039'999'999;
+  task.minorFaults = 10;
+  task.majorFaults = 20;
+  task.voluntarySwitches = 4294967300;
+  task.otherSwitches = 7;
+  task.readChars = 6442450944;
+  task.writeChars = 1048576;
+  task.readCalls = 4294967301;
+  task.writeCalls = 20;
+  task.virtualPages = 2097152;
+  task.anonymousPages = 1309720;
+  task.filePages = 900;
+  task.sharedPages = 100;
+  task.swapPages = 512;
+  task.dataPages = 1572864;
+  task.stackPages = 33;
+  task.execPages = 616;
+  return task;
+}
+
+TEST_F(TaskSourceTest, GivesTheRowsOfAWalk) {
+  m_host->Write("/srv/data", "x");
+  WriteTasks({Program(20), MakeTask(21, 21)});
+  WriteParts(20, std::string("worker\0-x\t1\0   \0", 16), 12345);
+  WriteParts(21, "");
+  m_host->Write("/proc/20/limits", "Max open files            65                   75\n");
+  m_host->Link("/proc/20/cwd", "/srv");
+  const std::vector<Process> rows = Collect(COLLECT_PROCESS_FOLDER | COLLECT_PROCESS_LIMITS);
+  ASSERT_EQ(rows.size(), 2U);
+  const Process& row = rows[0];
+  const ModernProcessFigures& modern = row.modern;
+  std::ostringstream out;
+  out << row.size << ' ' << row.pid << ' ' << row.ppid << ' ' << row.pgrp << ' ' << row.session
+      << " <" << row.GetName() << "> [" << row.GetCmdline() << "] " << modern.state << row.state
+      << " flags=" << row.flags << '/' << modern.kernelFlags << " policy=" << modern.policy << ' '
+      << row.priority << ' ' << row.nice << " tty=" << row.tty << " start=" << row.startTime.seconds
+      << '.' << row.startTime.nanoseconds << '/' << modern.startTicks
+      << " faults=" << row.minorFaults << ',' << row.majorFaults
+      << " times=" << row.userTime.seconds << '.' << row.userTime.nanoseconds << ','
+      << row.systemTime.seconds << '.' << row.systemTime.nanoseconds << " rss=" << modern.residentKB
+      << '/' << row.residentBytes << " virtual=" << modern.virtualKB << '/' << row.virtualSize
+      << " total=" << modern.totalKB << '/' << row.totalBytes << " heap=" << modern.heapKB
+      << " data=" << row.dataKB << " lib=" << modern.sharedLibKB << " stack=" << row.stackKB
+      << " code=" << row.codeKB << " swap=" << modern.swapKB << " shared=" << row.sharedKB
+      << " switches=" << row.contextSwitches << " io=" << row.reads << ',' << row.writes << ','
+      << row.blockOps << ',' << row.ioKbytes << ',' << modern.ioBytes << ' ' << modern.isIoUnknown
+      << " ids=" << row.ruid << row.euid << row.suid << row.rgid << row.egid << row.sgid;
+  EXPECT_EQ(out.str(),
+            "1132 20 3 4 5 <task> [worker -x 1] S1 flags=1/4194560 policy=1 75 -5 tty=34816 "
+            "start=1700000123.450000000/12345 faults=10,20 times=2.520000000,2.510000000 "
+            "rss=5242880/1073741824 virtual=8388608/0 total=8390656/0 heap=6291456 data=6291456 "
+            "lib=2452 stack=132 code=12 swap=2048 shared=4000 switches=11 "
+            "io=5,20,25,6292480,6443499520 0 ids=123567");
+  struct ::stat folder {};
+  ASSERT_EQ(::stat(m_host->Path("/srv").c_str(), &folder), 0);
+  EXPECT_EQ(row.cwdInode, folder.st_ino);
+  EXPECT_EQ(rows[1].cwdInode, 0U);
+  const std::vector<ProcessLimits>& limits = *m_collector.GetProcessLimits();
+  ASSERT_EQ(limits.size(), 2U);
+  EXPECT_EQ(limits[0].openFiles.hard, 75);
+  EXPECT_EQ(limits[1].openFiles.hard, 0);
+  EXPECT_EQ(Fact("process_source"), "iterator");
+  EXPECT_EQ(Fact("process_source_reason"), "");
+  EXPECT_EQ(Lines("from the kernel's task iterator."), 1U);
+  // Neither is read where nobody asks for it any more.
+  EXPECT_EQ(Collect().at(0).cwdInode, 0U);
+  EXPECT_TRUE(limits.empty());
+}
+
+TEST_F(TaskSourceTest, APartIsReadOnceForEachImage) {
+  TaskFigures task = MakeTask(20, 20);
+  task.virtualPages = 1;
+  WriteTasks({task});
+  WriteParts(20, "first");
+  EXPECT_EQ(Names(), "20<task>[first]");
+  WriteParts(20, "title");
+  EXPECT_EQ(Names(), "20<task>[first]") << "kept";
+
+  task.selfExecId = 1;
+  WriteTasks({task});
+  EXPECT_EQ(Names(), "20<task>[title]") << "another program";
+
+  task.startTime = 2'000'000'000;
+  WriteTasks({task});
+  EXPECT_EQ(Names(), "") << "another process, which has ended by now: /proc has a third one";
+  WriteParts(20, "other", 200);
+  EXPECT_EQ(Names(), "20<task>[other]");
+
+  m_host->Remove("/proc/20");
+  EXPECT_EQ(Names(), "20<task>[other]") << "it was whole when its figures were told";
+  task.virtualPages = 0;
+  WriteTasks({task});
+  EXPECT_EQ(Names(), "20<task>[]") << "a zombie has no arguments";
+  WriteTasks({});
+  EXPECT_EQ(Names(), "");
+  EXPECT_EQ(KeptParts::Instance().Count(), 0U);
+}
+
+TEST_F(TaskSourceTest, ThePaceReadsPartsAnew) {
+  std::vector<TaskFigures> tasks;
+  for (int pid = 1; pid <= 20; ++pid) {
+    tasks.push_back(MakeTask(pid, pid));
+    tasks.back().virtualPages = 1;
+    WriteParts(pid, "old");
+  }
+  WriteTasks(tasks);
+  for (const auto& [pace, afterOne] : {std::pair{"1", 20U}, {"4", 5U}, {"1000", 0U}}) {
+    for (int pid = 1; pid <= 20; ++pid) {
+      WriteParts(pid, "old");
+    }
+    KeptParts::Instance().Clear();
+    Choose("auto", pace);
+    Collect();
+    for (int pid = 1; pid <= 20; ++pid) {
+      WriteParts(pid, "new");
+    }
+    const auto anew = [&] {
+      std::size_t count = 0;
+      for (const Process& row : Collect()) {
+        count += row.GetCmdline() == "new" ? 1 : 0;
+      }
+      return count;
+    };
+    EXPECT_EQ(anew(), afterOne) << pace;
+    if (std::string_view(pace) == "4") {
+      anew();
+      anew();
+      EXPECT_EQ(anew(), 20U) << "none is left out for longer than its turn";
+    }
+  }
+}
+
+TEST_F(TaskSourceTest, KeptMemoryIsBoundedAndFreed) {
+  std::vector<TaskFigures> tasks;
+  for (int pid = 1; pid <= 100; ++pid) {
+    tasks.push_back(MakeTask(pid, pid));
+    tasks.back().virtualPages = 1;
+    WriteParts(pid, std::string(100'000, 'x'));
+  }
+  WriteTasks(tasks);
+  EXPECT_EQ(Collect(COLLECT_PROCESS_LIMITS).at(99).GetCmdline(), std::string(120, 'x'));
+  const auto figure = [] {
+    for (const Figure& one : FigureRegistry::Instance().Figures()) {
+      if (one.name == "collect_process_kept_bytes") {
+        return one.read();
+      }
+    }
+    return -1.0;
+  };
+  EXPECT_GT(figure(), 100 * 1023.0);
+  EXPECT_LT(figure(), 100 * 6144.0);
+  Choose("proc", "10");
+  Collect();
+  EXPECT_LT(figure(), 100 * sizeof(void*) + 1.0) << "not in use, nothing kept";
+}
+
+TEST_F(TaskSourceTest, ThreadsOfTheKernelHaveTheNameOfTheirStat) {
+  TaskFigures worker = MakeTask(20, 20);
+  worker.isKernel = 1;
+  worker.state = 0x402;
+  std::strcpy(worker.name, "kworker/0:1");
+  TaskFigures renamed = worker;
+  renamed.pid = renamed.tgid = 21;
+  TaskFigures program = MakeTask(22, 22);
+  WriteTasks({worker, renamed, program});
+  WriteParts(20, "", 100, "kworker/0:1-events");
+  WriteParts(21, "", 100, "kworker/1:1-events");
+  WriteParts(22, "", 100, "taskset");
+  EXPECT_EQ(Names(), "20<kworker/0:1-events>[]21<kworker/0:1>[]22<task>[]");
+  EXPECT_EQ(Collect().at(0).modern.state, 'I');
+}
+
+TEST_F(TaskSourceTest, AGroupWithoutLeaderIsToldByItsFirstLiveThread) {
+  TaskFigures leader = MakeTask(20, 20);
+  leader.state = 32;
+  TaskFigures thread = MakeTask(21, 20);
+  thread.virtualPages = 100;
+  thread.execPages = 10;
+  WriteTasks({leader, thread});
+  WriteParts(20, "");
+  m_host->Write("/proc/20/status", "Name:\tx\n");
+  m_host->Write("/proc/20/task/21/status", "VmExe:\t 8 kB\n");
+  m_host->Write("/proc/20/task/21/cmdline", "of thread");
+  EXPECT_EQ(Names(), "20<task>[of thread]");
+  EXPECT_EQ(Collect().at(0).codeKB, 8U);
+  EXPECT_EQ(Collect().at(0).modern.sharedLibKB, 32U);
+}
+
+TEST_F(TaskSourceTest, SumsDoNotFallWhenAThreadIsMissed) {
+  TaskFigures leader = Program(20);
+  WriteParts(20, "x", 12345);
+  TaskFigures thread = MakeTask(21, 20);
+  thread.minorFaults = thread.writeCalls = thread.readChars = 5;
+  thread.runTime = 1'000'000'000;
+  WriteTasks({leader, thread});
+  for (const bool isMissed : {false, true}) {
+    const Process row = Collect().at(0);
+    EXPECT_EQ(row.minorFaults, 15U) << isMissed;
+    EXPECT_EQ(row.writes, 25U) << isMissed;
+    EXPECT_EQ(row.modern.ioBytes, 6443499525U) << isMissed;
+    EXPECT_EQ(row.GetUserTime(), (tagUTIME{3, 20000})) << isMissed;
+    WriteTasks({leader});
+  }
+  leader.startTime += 1'000'000'000;  // a process of the same number
+  WriteParts(20, "x", 12445);
+  WriteTasks({leader});
+  EXPECT_EQ(Collect().at(0).minorFaults, 10U);
+}
+
+TEST_F(TaskSourceTest, AFaultyStreamFallsBackOnceUntilItsFileIsAnother) {
+  WriteParts(20, "arguments");
+  const std::vector<TaskFigures> good{MakeTask(20, 20)};
+  std::string cut = StreamOf(good);
+  cut.pop_back();
+  m_host->Write(kIterator, cut);
+  for (int batch = 0; batch < 3; ++batch) {
+    EXPECT_EQ(Names(), "20<of-proc>[arguments]");
+  }
+  const char* const told = "from /proc and not from the kernel's task iterator.";
+  EXPECT_EQ(Lines(told), 1U);
+  EXPECT_EQ(Level(told), 10);
+  EXPECT_EQ(Lines("/iterator: it ends within a structure)"), 1U);
+  EXPECT_EQ(Fact("process_source"), "proc");
+  EXPECT_EQ(Fact("process_source_reason"),
+            m_host->Path(kIterator).string() + ": it ends within a structure");
+  ReplaceTasks(good);
+  EXPECT_EQ(Names(), "20<task>[]");
+  EXPECT_EQ(Fact("process_source"), "iterator");
+  std::vector<TaskFigures> other = good;
+  other[0].size = 12;
+  ReplaceTasks(other);
+  EXPECT_EQ(Names(), "20<of-proc>[arguments]");
+  EXPECT_EQ(Lines(told), 2U);
+  EXPECT_EQ(Lines("its structures have 12 bytes"), 1U);
+}
+
+TEST_F(TaskSourceTest, TheReasonForProcIsToldOnce) {
+  WriteParts(20, "x");
+  const std::string file = m_host->Path(kIterator).string();
+  struct Case {
+    const char* source;
+    std::function<void()> prepare;
+    std::string reason;
+    int level;
+  };
+  const Case cases[] = {
+      {"auto", [] {}, file + ": No such file or directory", 20},
+      {"iterator", [] {}, file + ": No such file or directory", 10},
+      {"iterator", [&] { std::filesystem::create_directory(file); }, file + ": is no regular file",
+       10},
+      {"iterator",
+       [&] {
+         std::filesystem::remove(file);
+         ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+       },
+       file + ": is no regular file", 10},
+      {"auto", [] { ::unsetenv("QMT_TASK_ITERATOR"); }, "the host is a tree of files", 20},
+      {"iterator", [] {}, "the host is a tree of files", 10},
+      {"proc", [] {}, "the setting Process Source is proc", 20},
+  };
+  for (const Case& test : cases) {
+    ScriptedNode::Reset();
+    g_msgLogLevel = 40;
+    TaskIterator::Instance().Reset();
+    Choose(test.source, "10");
+    test.prepare();
+    EXPECT_EQ(Collect().size(), 1U);
+    EXPECT_EQ(Collect().size(), 1U);
+    EXPECT_EQ(Lines("(" + test.reason + ")"), 1U) << test.reason;
+    EXPECT_EQ(Level("(" + test.reason + ")"), test.level) << test.source << ' ' << test.reason;
+    EXPECT_EQ(Fact("process_source_reason"), test.reason);
+  }
+}
+
+TEST_F(TaskSourceTest, AnEndlessFileEnds) {
+  std::filesystem::create_symlink("/dev/zero", m_host->Path(kIterator));
+  EXPECT_EQ(TaskIterator::Instance().Read(), nullptr);
+  EXPECT_EQ(Lines("is no regular file"), 1U);
+}
+
+TEST_F(TaskSourceTest, ProcessesAndUsersAreCountedByTheStream) {
+  std::vector<TaskFigures> tasks{MakeTask(20, 20), MakeTask(21, 20), MakeTask(22, 22),
+                                 MakeTask(23, 23)};
+  tasks[0].uid = tasks[3].uid = 5;
+  tasks[1].uid = 99;  // a thread is no process
+  WriteTasks(tasks);
+  WriteParts(20, "x");
+  ProcessCount count = CountPresent();
+  EXPECT_EQ(count.processes, 3U);
+  EXPECT_EQ(count.users, 2U);
+  Choose("proc", "10");
+  count = CountPresent();
+  EXPECT_EQ(count.processes, 1U);
+  EXPECT_EQ(count.users, 1U);
+}
+
+}  // namespace
