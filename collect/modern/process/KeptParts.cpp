@@ -33,6 +33,7 @@ void FitPart(const TaskFigures& task, KeptPart& part) {
   }
   if (part.startTime != task.startTime) {
     part.times = {};
+    part.hasTimes = false;
     part.grown = {};
   }
   part.pid = task.tgid;
@@ -51,8 +52,12 @@ void HoldGrown(TaskFigures& task, KeptPart& part) {
     task.*kGrowingTaskFigures[index] = part.grown[index];
   }
   ScaleTaskTimes(task.utime, task.stime, task.runTime, part.times);
-  task.utime = part.times.user;
-  task.stime = part.times.system;
+}
+
+/// The kernel scales times by what it has told before, to whomever, which its stat alone shows.
+void BeginTimes(const ProcessStat& stat, KeptPart& part) {
+  part.times = {stat.userTicks * kNanosecondsPerTick, stat.systemTicks * kNanosecondsPerTick};
+  part.hasTimes = true;
 }
 
 /// The folder that tells the program of a process: of a live thread where its leader is none.
@@ -159,6 +164,9 @@ bool KeptParts::ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptP
                    : !ParseProcessStat(line, stat) ||
                          stat.startTicks != part.startTime / kNanosecondsPerTick) {
     return false;
+  }
+  if (!part.hasTimes && !line.empty()) {
+    BeginTimes(stat, part);
   }
   part.isRead = true;
   part.codeKB = 0;

@@ -42,6 +42,7 @@ struct KeptPart {
 
   // What it has been told with: figures that never fall.
   TaskTimes times;
+  bool hasTimes = false;  ///< `times` go on from those of its stat
   std::array<std::uint64_t, kGrowingTaskFigures.size()> grown{};
 };
 
@@ -60,7 +61,7 @@ class KeptParts {
   static KeptParts& Instance();
 
   /// A new batch: makes the parts those of these processes, which are in the order of their
-  /// numbers, and puts the figures that never fall, times among them, into the processes.
+  /// numbers, and puts the figures that never fall into the processes; times stay in the parts.
   void Match(std::vector<TaskGroup>& groups);
   /// Of the process of that place in the last Match().
   [[nodiscard]] const KeptPart& At(std::size_t index) const { return *m_parts[index]; }

@@ -41,8 +41,8 @@ ProcessStat StatOf(const TaskGroup& group, const KeptPart& part, std::uint64_t p
   stat.kernelFlags = task.flags;
   stat.minorFaults = task.minorFaults;
   stat.majorFaults = task.majorFaults;
-  stat.userTicks = task.utime / kNanosecondsPerTick;
-  stat.systemTicks = task.stime / kNanosecondsPerTick;
+  stat.userTicks = part.times.user / kNanosecondsPerTick;
+  stat.systemTicks = part.times.system / kNanosecondsPerTick;
   stat.priority = task.priority;
   stat.nice = task.nice;
   stat.threads = static_cast<std::int32_t>(task.threads);

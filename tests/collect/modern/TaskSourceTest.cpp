@@ -59,10 +59,10 @@ class TaskSourceTest : public CollectFixture {
   }
   /// What the iterator lacks of a process, and a name of its stat that tells its source.
   void WriteParts(int pid, const std::string& arguments, int startTicks = 100,
-                  const std::string& name = "of-proc") const {
+                  const std::string& name = "of-proc", const std::string& ticks = "0 0") const {
     const std::string folder = "/proc/" + std::to_string(pid);
     m_host->Write(folder + "/stat", std::to_string(pid) + " (" + name +
-                                        ") S 1 1 1 0 -1 0 0 0 0 0 0 0 0 0 20 0 1 0 " +
+                                        ") S 1 1 1 0 -1 0 0 0 0 0 " + ticks + " 0 0 20 0 1 0 " +
                                         std::to_string(startTicks) + " 0 0\n");
     m_host->Write(folder + "/status", "Name:\tx\nUid:\t7\t7\t7\t7\nVmExe:\t 12 kB\n");
     m_host->Write(folder + "/cmdline", arguments);
@@ -136,7 +136,7 @@ TaskFigures Program(int pid) {
 TEST_F(TaskSourceTest, GivesTheRowsOfAWalk) {
   m_host->Write("/srv/data", "x");
   WriteTasks({Program(20), MakeTask(21, 21)});
-  WriteParts(20, std::string("worker\0-x\t1\0   \0", 16), 12345);
+  WriteParts(20, std::string("worker\0-x\t1\0   \0", 16), 12345, "x", "252 251");
   WriteParts(21, "");
   m_host->Write("/proc/20/limits", "Max open files            65                   75\n");
   m_host->Link("/proc/20/cwd", "/srv");
@@ -303,7 +303,7 @@ TEST_F(TaskSourceTest, AGroupWithoutLeaderIsToldByItsFirstLiveThread) {
 
 TEST_F(TaskSourceTest, SumsDoNotFallWhenAThreadIsMissed) {
   TaskFigures leader = Program(20);
-  WriteParts(20, "x", 12345);
+  WriteParts(20, "x", 12345, "x", "302 301");
   TaskFigures thread = MakeTask(21, 20);
   thread.minorFaults = thread.writeCalls = thread.readChars = 5;
   thread.runTime = 1'000'000'000;
@@ -320,6 +320,22 @@ TEST_F(TaskSourceTest, SumsDoNotFallWhenAThreadIsMissed) {
   WriteParts(20, "x", 12445);
   WriteTasks({leader});
   EXPECT_EQ(Collect().at(0).minorFaults, 10U);
+}
+
+TEST_F(TaskSourceTest, TimesGoOnFromThoseThatTheKernelHasTold) {
+  TaskFigures task = MakeTask(20, 20);
+  WriteParts(20, "", 100, "x", "150 50");
+  // All was counted as the system's since the kernel told a part of it as the user's.
+  task.stime = 1'000;
+  for (const auto& [runTime, system] : {std::pair{2'000, 500'000}, {3'000, 1'500'000}}) {
+    task.runTime = std::uint64_t{1'000'000} * static_cast<std::uint64_t>(runTime);
+    WriteTasks({task});
+    const Process row = Collect().at(0);
+    EXPECT_EQ(row.GetUserTime(), (tagUTIME{1, 500000})) << runTime;
+    EXPECT_EQ(row.GetSystemTime(), (tagUTIME{system / 1'000'000, system % 1'000'000})) << runTime;
+    WriteParts(20, "", 100, "x", "900 900");  // read but once
+    task.selfExecId = 1;
+  }
 }
 
 TEST_F(TaskSourceTest, AFaultyStreamFallsBackOnceUntilItsFileIsAnother) {
