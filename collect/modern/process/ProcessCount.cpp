@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <optional>
+#include <string>
 
 #include "collect/LineReader.h"
 #include "collect/ProcessStatus.h"
@@ -32,6 +33,17 @@ std::optional<std::uint32_t> RealUser(LineReader& reader, int descriptor) {
   return std::nullopt;
 }
 
+void CountOne(const ProcessWalk& walk, const char* pid, LineReader& reader, ProcessCount& count,
+              UserIds& users) {
+  const Descriptor status(walk.IsOpen() ? walk.Open(ProcessFolder(pid).PathOf("status")) : -1);
+  if (!status.IsOpen()) {
+    count.processes += errno == ENOENT || errno == ESRCH ? 0 : 1;
+  } else if (const std::optional<std::uint32_t> user = RealUser(reader, status.Get())) {
+    ++count.processes;
+    users.push_back(*user);
+  }
+}
+
 }  // namespace
 
 ProcessCount CountRows(const std::vector<Process>& rows) {
@@ -43,18 +55,27 @@ ProcessCount CountRows(const std::vector<Process>& rows) {
   return {static_cast<std::uint32_t>(rows.size()), CountDistinct(users)};
 }
 
-ProcessCount CountTasks(const std::vector<TaskGroup>& groups) {
-  UserIds users;
-  users.reserve(groups.size());
-  for (const TaskGroup& group : groups) {
-    users.push_back(group.task.uid);
-  }
-  return {static_cast<std::uint32_t>(groups.size()), CountDistinct(users)};
-}
-
 ProcessCount CountPresent() {
   const std::vector<TaskGroup>* const groups = TaskIterator::Instance().Read();
-  return groups == nullptr ? CountInProc() : CountTasks(*groups);
+  if (groups == nullptr) {
+    return CountInProc();
+  }
+  ProcessCount count{static_cast<std::uint32_t>(groups->size()), 0};
+  UserIds users;
+  users.reserve(groups->size());
+  for (const TaskGroup& group : *groups) {
+    users.push_back(group.task.uid);
+  }
+  const std::vector<std::int32_t>& missing = TaskIterator::Instance().Missing();
+  if (!missing.empty()) {
+    const ProcessWalk walk(20);
+    LineReader reader;
+    for (const std::int32_t pid : missing) {
+      CountOne(walk, std::to_string(pid).c_str(), reader, count, users);
+    }
+  }
+  count.users = CountDistinct(users);
+  return count;
 }
 
 ProcessCount CountInProc() {
@@ -66,13 +87,7 @@ ProcessCount CountInProc() {
   UserIds users;
   LineReader reader;
   while (const char* pid = walk.Next()) {
-    const Descriptor status(walk.Open(ProcessFolder(pid).PathOf("status")));
-    if (!status.IsOpen()) {
-      count.processes += errno == ENOENT || errno == ESRCH ? 0 : 1;
-    } else if (const std::optional<std::uint32_t> user = RealUser(reader, status.Get())) {
-      ++count.processes;
-      users.push_back(*user);
-    }
+    CountOne(walk, pid, reader, count, users);
   }
   count.users = CountDistinct(users);
   return count;

@@ -4,7 +4,6 @@
 #include <vector>
 
 class Process;
-struct TaskGroup;
 
 /// How many processes there are, and distinct real user ids among them.
 struct ProcessCount {
@@ -14,8 +13,6 @@ struct ProcessCount {
 
 /// Those of rows that a walk has filled.
 [[nodiscard]] ProcessCount CountRows(const std::vector<Process>& rows);
-/// Those of the stream of the task iterator.
-[[nodiscard]] ProcessCount CountTasks(const std::vector<TaskGroup>& groups);
 /// Those of this moment: of the task iterator where it is in use, else of /proc.
 [[nodiscard]] ProcessCount CountPresent();
 /// Those of /proc. A process that has ended by the time that its status is read, which then

@@ -119,6 +119,18 @@ void ModernProcessSource::Begin() {
     return;
   }
   m_pCollector->GetProcessLimits()->clear();
+  TakeWishes();
+}
+
+bool ModernProcessSource::ReadSingle(Collector* collector, std::int32_t pid, Process& record) {
+  m_pCollector = collector;
+  if (m_pCollector != nullptr) {
+    TakeWishes();
+  }
+  return m_walk.IsOpen() && ReadProcess(std::to_string(pid).c_str(), record);
+}
+
+void ModernProcessSource::TakeWishes() {
   if (m_pCollector->Wants(COLLECT_PROCESS_LIMITS)) {
     m_limits = m_pCollector->GetProcessLimits();
   }

@@ -25,6 +25,9 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
 
   [[nodiscard]] SourceStatistics& statistics() override { return s_statistics; }
   void read(Process* record) override;
+  /// Reads one process without a walk, for a source that has the others from elsewhere; its limits
+  /// go behind those that the collector has. False if it has no row.
+  [[nodiscard]] bool ReadSingle(Collector* collector, std::int32_t pid, Process& record);
   /// Publishes the two figures below if they aren't yet, and has them begin anew; of a collection
   /// without a walk they are 0.
   static void BeginFigures();
@@ -48,6 +51,7 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   static constexpr std::size_t kMostText = 8192;
 
   void Begin();
+  void TakeWishes();
   void End();
   [[nodiscard]] bool ReadProcess(const char* pid, Process& record);
   /// All but the figures of the calls, which a group has as a whole; false if there is no status.

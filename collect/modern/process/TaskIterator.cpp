@@ -4,13 +4,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
+#include "collect/ProcessWalk.h"
 #include "collect/TextScanner.h"
 #include "collect/modern/HostFolder.h"
 #include "node/FigureRegistry.h"
@@ -24,6 +26,7 @@ namespace {
 constexpr const char* kIteratorVariable = "QMT_TASK_ITERATOR";
 constexpr const char* kOwnProcess = "/proc/self";
 constexpr std::size_t kPieceOfStream = 64 * 1024;
+constexpr int kReadsOfAList = 10;
 /// The kernel asks for a further read after so many tasks without a word.
 constexpr int kMostEmptyReads = 100;
 
@@ -79,6 +82,22 @@ std::string ReasonOfHost() {
   return HasClockOfHost() ? "" : "the agent has a time name space of its own";
 }
 
+/// The processes that /proc lists, in the order of their numbers.
+std::vector<std::int32_t> NumbersInProc() {
+  std::vector<std::int32_t> numbers;
+  ProcessWalk walk(20);
+  while (const char* name = walk.IsOpen() ? walk.Next() : nullptr) {
+    std::int32_t number = 0;
+    const char* const end = name + std::strlen(name);
+    if (const auto [stop, code] = std::from_chars(name, end, number);
+        code == std::errc{} && stop == end && number > 0) {
+      numbers.push_back(number);
+    }
+  }
+  std::ranges::sort(numbers);
+  return numbers;
+}
+
 }  // namespace
 
 TaskIterator& TaskIterator::Instance() {
@@ -89,6 +108,9 @@ TaskIterator& TaskIterator::Instance() {
 std::vector<TaskGroup>* TaskIterator::Read() {
   const std::string reason = TryToRead();
   Tell(reason);
+  if (reason.empty()) {
+    FindMissing();
+  }
   return reason.empty() ? &m_groups : nullptr;
 }
 
@@ -117,12 +139,13 @@ std::string TaskIterator::ReadFile(const std::string& path) {
   }
   const Identity identity{status.st_dev, status.st_ino, status.st_ctim.tv_sec,
                           status.st_ctim.tv_nsec};
-  if (m_isFaulty && identity == m_refused) {
+  if (m_isFaulty && identity == m_file) {
     return m_fault;
   }
   const std::string fault = ReadStream(file);
   m_isFaulty = !fault.empty();
-  m_refused = identity;
+  m_readsToList = identity == m_file ? m_readsToList : 0;
+  m_file = identity;
   m_fault = m_isFaulty ? path + ": " + fault : "";
   return m_fault;
 }
@@ -143,6 +166,17 @@ std::string TaskIterator::ReadStream(const Descriptor& file) {
     }
   }
   return "it does not end";
+}
+
+void TaskIterator::FindMissing() {
+  if (m_readsToList-- == 0) {
+    m_readsToList = kReadsOfAList - 1;
+    m_missing = NumbersInProc();
+  }
+  std::erase_if(m_missing, [&](std::int32_t pid) {
+    return std::ranges::binary_search(m_groups, pid, {},
+                                      [](const TaskGroup& group) { return group.task.tgid; });
+  });
 }
 
 void TaskIterator::Tell(const std::string& reason) {

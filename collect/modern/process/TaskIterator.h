@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -26,6 +27,10 @@ class TaskIterator {
   /// and times would be other ones than /proc's. A stream with a fault is not asked for again until
   /// its file is another one.
   [[nodiscard]] std::vector<TaskGroup>* Read();
+  /// Processes that the last Read() lacks but /proc has, in the order of their numbers: a host may
+  /// hide some from the iterator. /proc is listed for them at the first read of a file and at every
+  /// tenth after it; some may have ended.
+  [[nodiscard]] const std::vector<std::int32_t>& Missing() const { return m_missing; }
   /// As at the start of the agent, for tests.
   void Reset() { *this = TaskIterator(); }
 
@@ -43,11 +48,14 @@ class TaskIterator {
   [[nodiscard]] std::string TryToRead();
   [[nodiscard]] std::string ReadFile(const std::string& path);
   [[nodiscard]] std::string ReadStream(const Descriptor& file);
+  void FindMissing();
   void Tell(const std::string& reason);
 
   std::vector<TaskGroup> m_groups;
-  bool m_isFaulty = false;  ///< the file of m_refused is
-  Identity m_refused;
+  std::vector<std::int32_t> m_missing;
+  int m_readsToList = 0;    ///< until /proc is listed
+  bool m_isFaulty = false;  ///< the file of m_file is
+  Identity m_file;
   std::string m_fault;
   bool m_hasTold = false;
   std::string m_told;

@@ -7,7 +7,6 @@
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/process/ProcessRow.h"
-#include "collect/modern/process/ProcessSource.h"
 #include "collect/modern/process/ProcessText.h"
 #include "node/FigureRegistry.h"
 #include "support/OsCalls.h"
@@ -73,12 +72,14 @@ ProcessStatus StatusOf(const TaskFigures& task, const KeptPart& part, std::uint6
 
 }  // namespace
 
-TaskSource::TaskSource(std::vector<TaskGroup>& groups)
-    : m_groups(groups), m_walk(20), m_pageBytes(static_cast<std::uint64_t>(Os().getpagesize())) {
+TaskSource::TaskSource(std::vector<TaskGroup>& groups, std::span<const std::int32_t> missing)
+    : m_groups(groups),
+      m_missing(missing),
+      m_walk(20),
+      m_pageBytes(static_cast<std::uint64_t>(Os().getpagesize())) {
   if (s_statistics.constructed++ == 0) {
     PublishKeptFigure();
   }
-  ModernProcessSource::BeginFigures();
   if (!m_walk.IsOpen()) {
     m_pendingError = std::make_unique<UtlError>("Unable to open /proc", __FILE__, __LINE__);
     return;
@@ -94,15 +95,31 @@ void TaskSource::read(Process* record) {
   if (!m_hasBegun) {
     Begin();
   }
-  KeptParts& parts = KeptParts::Instance();
-  while (m_next < m_groups.size()) {
-    const std::size_t index = m_next++;
-    if (parts.Read(m_walk, m_groups[index], index, m_wishes)) {
-      Fill(m_groups[index], parts.At(index), *record);
-      m_more = true;
-      return;
-    }
+  while (!m_more && (m_next < m_groups.size() || !m_missing.empty())) {
+    const bool isMissing = !m_missing.empty() && (m_next == m_groups.size() ||
+                                                  m_missing.front() < m_groups[m_next].task.tgid);
+    m_more = isMissing ? ReadNextMissing(*record) : ReadNextGroup(*record);
   }
+}
+
+bool TaskSource::ReadNextGroup(Process& record) {
+  KeptParts& parts = KeptParts::Instance();
+  const std::size_t index = m_next++;
+  if (!parts.Read(m_walk, m_groups[index], index, m_wishes)) {
+    return false;
+  }
+  Fill(m_groups[index], parts.At(index), record);
+  return true;
+}
+
+bool TaskSource::ReadNextMissing(Process& record) {
+  const std::int32_t pid = m_missing.front();
+  m_missing = m_missing.subspan(1);
+  if (m_single.ReadSingle(m_pCollector, pid, record)) {
+    return true;
+  }
+  record = Process{};
+  return false;
 }
 
 void TaskSource::Begin() {

@@ -2,11 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "collect/ProcessWalk.h"
 #include "collect/Source.h"
 #include "collect/modern/process/KeptParts.h"
+#include "collect/modern/process/ProcessSource.h"
 #include "collect/modern/process/TaskStream.h"
 #include "collect/process/ProcessSourceLINUX.h"
 
@@ -15,9 +17,9 @@
 /// goes beyond its limit.
 class TaskSource : public PtrSource<Process, Process, std::vector<Process>> {
  public:
-  /// The processes of this moment, which outlive it; the source changes them as
-  /// KeptParts::Match() does.
-  explicit TaskSource(std::vector<TaskGroup>& groups);
+  /// The processes of this moment, and the numbers of those that are to be read from /proc besides;
+  /// both outlive it. The source changes the former as KeptParts::Match() does.
+  TaskSource(std::vector<TaskGroup>& groups, std::span<const std::int32_t> missing);
   ~TaskSource() override { ++s_statistics.destroyed; }
 
   [[nodiscard]] SourceStatistics& statistics() override { return s_statistics; }
@@ -25,6 +27,8 @@ class TaskSource : public PtrSource<Process, Process, std::vector<Process>> {
 
  private:
   void Begin();
+  [[nodiscard]] bool ReadNextGroup(Process& record);
+  [[nodiscard]] bool ReadNextMissing(Process& record);
   void Fill(const TaskGroup& group, const KeptPart& part, Process& record) const;
   void FillMemory(const TaskFigures& task, const KeptPart& part, Process& record) const;
 
@@ -32,6 +36,8 @@ class TaskSource : public PtrSource<Process, Process, std::vector<Process>> {
 
   std::vector<TaskGroup>& m_groups;
   std::size_t m_next = 0;
+  std::span<const std::int32_t> m_missing;
+  ModernProcessSource m_single;
   ProcessWalk m_walk;
   std::int32_t m_bootTime = 0;  ///< 0 if unknown
   std::uint64_t m_pageBytes = 0;

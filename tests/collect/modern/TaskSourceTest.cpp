@@ -338,6 +338,36 @@ TEST_F(TaskSourceTest, TimesGoOnFromThoseThatTheKernelHasTold) {
   }
 }
 
+TEST_F(TaskSourceTest, AProcessThatTheIteratorLacksIsReadFromProc) {
+  for (const int pid : {1, 20, 21, 30}) {
+    WriteParts(pid, std::to_string(pid));
+    m_host->Write("/proc/" + std::to_string(pid) + "/limits",
+                  "Max open files  " + std::to_string(pid) + "  75\n");
+  }
+  m_host->Remove("/proc/21");  // it comes later
+  const std::vector<TaskFigures> tasks{MakeTask(20, 20), MakeTask(25, 25)};
+  WriteTasks(tasks);
+  EXPECT_EQ(CountPresent().processes, 4U) << "25 has ended since";
+  EXPECT_EQ(CountPresent().users, 2U);
+  const std::string both = "1<of-proc>[1]20<task>[]30<of-proc>[30]";
+  EXPECT_EQ(Names(), both);
+  Collect(COLLECT_PROCESS_LIMITS);
+  const std::vector<ProcessLimits>& limits = *m_collector.GetProcessLimits();
+  ASSERT_EQ(limits.size(), 3U);
+  EXPECT_EQ(
+      limits[0].openFiles.soft + 100 * limits[1].openFiles.soft + 10'000 * limits[2].openFiles.soft,
+      302001);
+  m_host->Remove("/proc/30");
+  WriteParts(21, "21");
+  EXPECT_EQ(Names(), "1<of-proc>[1]20<task>[]") << "/proc is not listed each time";
+  for (int read = 5; read < 10; ++read) {
+    Collect();
+  }
+  EXPECT_EQ(Names(), "1<of-proc>[1]20<task>[]21<of-proc>[21]");
+  WriteTasks({MakeTask(1, 1), MakeTask(20, 20), MakeTask(21, 21)});
+  EXPECT_EQ(Names(), "1<task>[]20<task>[]21<task>[]");
+}
+
 TEST_F(TaskSourceTest, AFaultyStreamFallsBackOnceUntilItsFileIsAnother) {
   WriteParts(20, "arguments");
   const std::vector<TaskFigures> good{MakeTask(20, 20)};
