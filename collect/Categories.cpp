@@ -109,10 +109,17 @@ UtlError* ReadPresentProcesses(Collector& collector, CategoryStep& step) {
   return step.Finish(error, collector.GetProcess()->size(), true);
 }
 
-/// Of the processes that the run has walked, where it has.
+/// Of the processes that the run has walked or had from the iterator, where it has.
 UtlError* ReadDetails(Collector& collector, CategoryStep& step) {
   std::vector<ProcessDetail>& details = collector.GetModern()->processes;
-  if (collector.HasCollected(COLLECT_PROCESS)) {
+  TaskIterator& iterator = TaskIterator::Instance();
+  const bool isCollected = collector.HasCollected(COLLECT_PROCESS);
+  if (std::vector<TaskGroup>* const groups = isCollected ? iterator.Groups() : iterator.Read()) {
+    if (!isCollected) {
+      KeptParts::Instance().Match(*groups);
+    }
+    ReadTaskDetails(*groups, iterator.Missing(), isCollected, details);
+  } else if (isCollected) {
     ReadProcessDetails(*collector.GetProcess(), details);
   } else {
     ReadProcessDetails(details);

@@ -1,13 +1,18 @@
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "collect/modern/process/ProcessDetail.h"
 #include "collect/modern/process/ProcessDetailText.h"
 #include "collect/modern/process/ProcessText.h"
+#include "collect/modern/process/TaskStream.h"
 #include "collect/process/ProcessSourceLINUX.h"
 
 namespace {
@@ -66,6 +71,30 @@ void TakeDetail(std::string_view text) {
   Require(group.empty() || group.front() == '/');
 }
 
+/// Structures that a byte in front cuts into pieces; their size and version are put right, which no
+/// input would find.
+void TakeTasks(std::string_view text) {
+  const std::size_t piece = text.empty() ? 1 : static_cast<unsigned char>(text[0]) + std::size_t{1};
+  std::string bytes(text.substr(std::min<std::size_t>(text.size(), 1)));
+  for (std::size_t at = 0; at + sizeof(TaskFigures) <= bytes.size(); at += sizeof(TaskFigures)) {
+    constexpr std::uint32_t kHead[]{sizeof(TaskFigures), QMT_TASK_FIGURES_VERSION};
+    std::memcpy(bytes.data() + at, kHead, sizeof kHead);
+  }
+  std::vector<TaskGroup> groups;
+  TaskStream stream(groups);
+  for (std::size_t at = 0; at < bytes.size(); at += piece) {
+    if (!stream.Take(
+            std::as_bytes(std::span(bytes).subspan(at, std::min(piece, bytes.size() - at))))) {
+      Require(groups.empty() && !stream.Fault().empty());
+      return;
+    }
+  }
+  Require(stream.Finish() == stream.Fault().empty());
+  for (std::size_t index = 1; index < groups.size(); ++index) {
+    Require(groups[index - 1].task.tgid < groups[index].task.tgid);
+  }
+}
+
 }  // namespace
 
 /// The first byte, a digit in the seeds, chooses the file, the others are its text.
@@ -83,7 +112,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         ProcessPages pages;
         static_cast<void>(ParseProcessStatm(text, pages));
       },
-      TakeDetail};
+      TakeDetail,
+      TakeTasks};
   const auto file = static_cast<std::uint8_t>(data[0] - '0');
   kFiles[file % std::size(kFiles)]({reinterpret_cast<const char*>(data) + 1, size - 1});
   return 0;

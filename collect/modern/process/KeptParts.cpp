@@ -102,6 +102,11 @@ std::size_t HeapOf(const std::string& text) {
 KeptPart::KeptPart() = default;
 KeptPart::~KeptPart() = default;
 
+std::string_view NameOfTask(const TaskFigures& task, const KeptPart& part) {
+  const std::string_view own(task.name);
+  return task.isKernel != 0 && part.kernelName.starts_with(own) ? part.kernelName : own;
+}
+
 KeptParts& KeptParts::Instance() {
   static KeptParts parts;
   return parts;

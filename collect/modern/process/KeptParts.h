@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "collect/ProcessWalk.h"
@@ -45,6 +46,10 @@ struct KeptPart {
   bool hasTimes = false;  ///< `times` go on from those of its stat
   std::array<std::uint64_t, kGrowingTaskFigures.size()> grown{};
 };
+
+/// The name in the stat line of a process, which goes on behind the task's for a thread of the
+/// kernel; it lives as long as the two.
+[[nodiscard]] std::string_view NameOfTask(const TaskFigures& task, const KeptPart& part);
 
 /// What a batch wishes for of each process.
 struct PartWishes {

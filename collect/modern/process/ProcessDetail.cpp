@@ -9,13 +9,17 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <limits>
+#include <string>
 #include <string_view>
 
 #include "collect/ProcessWalk.h"
 #include "collect/modern/HostFolder.h"
 #include "collect/modern/HostText.h"
+#include "collect/modern/process/KeptParts.h"
 #include "collect/modern/process/ProcessDetailText.h"
 #include "collect/modern/process/ProcessText.h"
+#include "collect/modern/process/TaskDetail.h"
 #include "collect/modern/system/KernelStat.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "support/Descriptor.h"
@@ -72,12 +76,15 @@ class DetailReader {
 
   /// Fills the detail of the process whose folder is open; false for one that has ended.
   [[nodiscard]] bool Read(Descriptor folder, ProcessDetail& detail);
+  /// The same where the figures and the command line are there already.
+  [[nodiscard]] bool ReadRest(Descriptor folder, ProcessDetail& detail);
 
  private:
   /// The text of one of its files, as far as there is room, valid until the next call; empty if it
   /// can't be read. One read: the kernel gives such a file in one piece.
   [[nodiscard]] std::string_view ReadFile(const char* name, std::size_t limit = kRoom);
-  void ReadProgram(ProcessDetail& detail);
+  void ReadSurroundings(ProcessDetail& detail);
+  void ReadExecutable(ProcessDetail& detail);
   [[nodiscard]] double ReadNumber(const char* name);
   [[nodiscard]] double CountFiles();
   [[nodiscard]] double ListFiles();
@@ -102,6 +109,25 @@ bool DetailReader::Read(Descriptor folder, ProcessDetail& detail) {
   }
   TakeIoDetail(ReadFile("io"), detail);
   TakeSchedDetail(ReadFile("schedstat"), detail);
+  ReadSurroundings(detail);
+  if (!detail.isOfKernel) {
+    detail.commandLine = Tidied(ReadFile("cmdline", kMostCommandLine));
+  }
+  // The last: one that has ended while it was read is found by it.
+  const std::string_view status = ReadFile("status");
+  TakeStatusDetail(status, detail);
+  struct ::stat ignored {};
+  return !status.empty() || StatHost(m_folder.Get(), "stat", &ignored, 0) == 0;
+}
+
+bool DetailReader::ReadRest(Descriptor folder, ProcessDetail& detail) {
+  m_folder = std::move(folder);
+  ReadSurroundings(detail);
+  struct ::stat ignored {};
+  return StatHost(m_folder.Get(), "stat", &ignored, 0) == 0;
+}
+
+void DetailReader::ReadSurroundings(ProcessDetail& detail) {
   detail.openFiles = CountFiles();
   detail.oomScore = ReadNumber("oom_score");
   detail.oomScoreAdjust = ReadNumber("oom_score_adj");
@@ -111,13 +137,8 @@ bool DetailReader::Read(Descriptor folder, ProcessDetail& detail) {
   }
   detail.controlGroup = Tidied(ControlGroupOf(ReadFile("cgroup")));
   if (!detail.isOfKernel) {
-    ReadProgram(detail);
+    ReadExecutable(detail);
   }
-  // The last: one that has ended while it was read is found by it.
-  const std::string_view status = ReadFile("status");
-  TakeStatusDetail(status, detail);
-  struct ::stat ignored {};
-  return !status.empty() || StatHost(m_folder.Get(), "stat", &ignored, 0) == 0;
 }
 
 std::string_view DetailReader::ReadFile(const char* name, std::size_t limit) {
@@ -127,12 +148,11 @@ std::string_view DetailReader::ReadFile(const char* name, std::size_t limit) {
   return {m_text.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
 }
 
-void DetailReader::ReadProgram(ProcessDetail& detail) {
+void DetailReader::ReadExecutable(ProcessDetail& detail) {
   const ssize_t length = ReadHostLink(m_folder.Get(), "exe", m_text.data(), m_text.size());
   if (length > 0) {
     detail.executable = Tidied({m_text.data(), static_cast<std::size_t>(length)});
   }
-  detail.commandLine = Tidied(ReadFile("cmdline", kMostCommandLine));
 }
 
 double DetailReader::ReadNumber(const char* name) {
@@ -219,4 +239,36 @@ void ReadProcessDetails(std::span<const Process> walked, std::vector<ProcessDeta
       rows.pop_back();
     }
   }
+}
+
+void ReadTaskDetails(const std::vector<TaskGroup>& groups, std::span<const std::int32_t> missing,
+                     bool isRead, std::vector<ProcessDetail>& rows) {
+  rows.clear();
+  const ProcessWalk walk(20);
+  if (!walk.IsOpen()) {
+    return;
+  }
+  rows.reserve(groups.size() + missing.size());
+  const double boot = PresentBoot();
+  DetailReader reader(boot);
+  KeptParts& parts = KeptParts::Instance();
+  const auto addMissing = [&](std::int32_t below) {
+    for (; !missing.empty() && missing.front() < below; missing = missing.subspan(1)) {
+      AddDetail(walk, std::to_string(missing.front()).c_str(), reader, rows);
+    }
+  };
+  for (std::size_t index = 0; index < groups.size(); ++index) {
+    const TaskGroup& group = groups[index];
+    addMissing(group.task.tgid);
+    if (isRead ? !parts.At(index).isRead : !parts.Read(walk, group, index, {})) {
+      continue;
+    }
+    ProcessDetail detail;
+    TakeTaskDetail(group, parts.At(index), boot, detail);
+    Descriptor folder(walk.Open(ProcessFolder(std::to_string(group.task.tgid).c_str()).PathOf({})));
+    if (folder.IsOpen() && reader.ReadRest(std::move(folder), detail)) {
+      rows.push_back(std::move(detail));
+    }
+  }
+  addMissing(std::numeric_limits<std::int32_t>::max());
 }

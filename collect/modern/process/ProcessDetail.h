@@ -8,6 +8,7 @@
 #include "support/NotTold.h"
 
 class Process;
+struct TaskGroup;
 
 /// One process, more closely than a walk over all of them tells it. A number that the kernel or a
 /// right does not give is kNotTold, a text empty: a process of the kernel has neither memory nor a
@@ -66,3 +67,8 @@ void ReadProcessDetails(std::vector<ProcessDetail>& rows);
 /// The same for the processes of a walk in the same run, in its order, without a walk of its own. A
 /// process whose number has been taken by another one since has no row.
 void ReadProcessDetails(std::span<const Process> walked, std::vector<ProcessDetail>& rows);
+/// The same for the processes of the task iterator and those that it lacks, both in the order of
+/// their numbers. KeptParts are those of the former; what the iterator and they tell is taken from
+/// them, the rest from /proc. With `isRead` they have been read in the same batch.
+void ReadTaskDetails(const std::vector<TaskGroup>& groups, std::span<const std::int32_t> missing,
+                     bool isRead, std::vector<ProcessDetail>& rows);

@@ -98,6 +98,15 @@ std::vector<std::int32_t> NumbersInProc() {
   return numbers;
 }
 
+void PublishFaults() {
+  FigureRegistry::Instance().Add(
+      {"collect_process_iterator_faults",
+       "Streams of the kernel's task iterator that had a fault, so that /proc was walked.",
+       FigureKind::kCounter,
+       [] { return static_cast<double>(TaskIterator::Instance().Faults()); },
+       {}});
+}
+
 }  // namespace
 
 TaskIterator& TaskIterator::Instance() {
@@ -108,10 +117,11 @@ TaskIterator& TaskIterator::Instance() {
 std::vector<TaskGroup>* TaskIterator::Read() {
   const std::string reason = TryToRead();
   Tell(reason);
-  if (reason.empty()) {
+  m_isInUse = reason.empty();
+  if (m_isInUse) {
     FindMissing();
   }
-  return reason.empty() ? &m_groups : nullptr;
+  return Groups();
 }
 
 std::string TaskIterator::TryToRead() {
@@ -144,6 +154,7 @@ std::string TaskIterator::ReadFile(const std::string& path) {
   }
   const std::string fault = ReadStream(file);
   m_isFaulty = !fault.empty();
+  m_faults += m_isFaulty ? 1 : 0;
   m_readsToList = identity == m_file ? m_readsToList : 0;
   m_file = identity;
   m_fault = m_isFaulty ? path + ": " + fault : "";
@@ -182,6 +193,9 @@ void TaskIterator::FindMissing() {
 void TaskIterator::Tell(const std::string& reason) {
   if (m_hasTold && reason == m_told) {
     return;
+  }
+  if (!m_hasTold) {
+    PublishFaults();
   }
   const bool wasThere = m_hasTold && m_told.empty();
   m_hasTold = true;

@@ -27,6 +27,10 @@ class TaskIterator {
   /// and times would be other ones than /proc's. A stream with a fault is not asked for again until
   /// its file is another one.
   [[nodiscard]] std::vector<TaskGroup>* Read();
+  /// What the last Read() has given.
+  [[nodiscard]] std::vector<TaskGroup>* Groups() { return m_isInUse ? &m_groups : nullptr; }
+  /// Streams that had a fault, since the start.
+  [[nodiscard]] std::uint64_t Faults() const { return m_faults; }
   /// Processes that the last Read() lacks but /proc has, in the order of their numbers: a host may
   /// hide some from the iterator. /proc is listed for them at the first read of a file and at every
   /// tenth after it; some may have ended.
@@ -53,7 +57,9 @@ class TaskIterator {
 
   std::vector<TaskGroup> m_groups;
   std::vector<std::int32_t> m_missing;
-  int m_readsToList = 0;    ///< until /proc is listed
+  int m_readsToList = 0;  ///< until /proc is listed
+  bool m_isInUse = false;
+  std::uint64_t m_faults = 0;
   bool m_isFaulty = false;  ///< the file of m_file is
   Identity m_file;
   std::string m_fault;

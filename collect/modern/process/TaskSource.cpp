@@ -22,16 +22,10 @@ void PublishKeptFigure() {
        {}});
 }
 
-/// The name in its stat line. That of a thread of the kernel may go on behind the task's.
-std::string_view NameOf(const TaskFigures& task, const KeptPart& part) {
-  const std::string_view own(task.name);
-  return task.isKernel != 0 && part.kernelName.starts_with(own) ? part.kernelName : own;
-}
-
 ProcessStat StatOf(const TaskGroup& group, const KeptPart& part, std::uint64_t pageBytes) {
   const TaskFigures& task = group.task;
   ProcessStat stat;
-  stat.name = NameOf(task, part);
+  stat.name = NameOfTask(task, part);
   stat.state = TaskStateLetter(task.state);
   stat.ppid = task.ppid;
   stat.pgrp = task.pgrp;

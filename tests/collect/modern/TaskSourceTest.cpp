@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -12,6 +13,7 @@
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
+#include "collect/modern/ModernFigures.h"
 #include "collect/modern/process/KeptParts.h"
 #include "collect/modern/process/ProcessCount.h"
 #include "collect/modern/process/TaskIterator.h"
@@ -368,6 +370,74 @@ TEST_F(TaskSourceTest, AProcessThatTheIteratorLacksIsReadFromProc) {
   EXPECT_EQ(Names(), "1<task>[]20<task>[]21<task>[]");
 }
 
+TEST_F(TaskSourceTest, DetailsTakeTheIteratorsFigures) {
+  TaskFigures program = Program(20);
+  program.threads = 4;
+  program.lastCpu = 3;
+  program.peakPages = 10;  // the kernel notes the most when it falls
+  program.readBytes = 4096;
+  program.writeBytes = 8192;
+  program.runDelay = 2'500'000'000;
+  TaskFigures zombie = MakeTask(21, 21);
+  zombie.state = 32;
+  zombie.present = 0;
+  WriteTasks({program, zombie});
+  WriteParts(20, std::string(2000, 'y'), 12345, "x", "252 251");
+  WriteParts(21, "");
+  WriteParts(30, "thirty");
+  m_host->Write("/proc/20/oom_score", "77\n");
+  m_host->Link("/proc/20/exe", "/usr/bin/tool");
+  const auto dump = [](const ProcessDetail& row) {
+    std::ostringstream out;
+    out.precision(15);
+    out << row.pid << ' ' << row.name << ' ' << row.state << ' ' << row.startTicks << ' '
+        << row.startTime;
+    for (const double figure : {row.threads,
+                                row.userSeconds,
+                                row.systemSeconds,
+                                row.lastCpu,
+                                row.uid,
+                                row.voluntarySwitches,
+                                row.otherSwitches,
+                                row.anonBytes,
+                                row.fileBytes,
+                                row.sharedBytes,
+                                row.swapBytes,
+                                row.peakBytes,
+                                row.storageReadBytes,
+                                row.storageWriteBytes,
+                                row.callReadBytes,
+                                row.callWriteBytes,
+                                row.readCalls,
+                                row.writeCalls,
+                                row.runDelaySeconds,
+                                row.oomScore}) {
+      out << ' ' << (IsTold(figure) ? figure : -1);
+    }
+    out << ' ' << row.commandLine.size();
+    return out.str();
+  };
+  for (const CollectionMask walked : {CollectionMask{COLLECT_PROCESS}, CollectionMask{0}}) {
+    ASSERT_EQ(m_collector.collect(walked | COLLECT_PROCESS_DETAIL), nullptr);
+    const std::vector<ProcessDetail>& rows = m_collector.GetModern()->processes;
+    ASSERT_EQ(rows.size(), 3U);
+    EXPECT_EQ(dump(rows[0]),
+              "20 task S 12345 1700000123.45 4 2.52 2.51 3 1 4294967300 7 5364613120 3686400 "
+              "409600 2097152 5368709120 4096 8192 6442450944 1048576 4294967301 20 2.5 77 1023");
+    EXPECT_EQ(rows[0].executable, "/usr/bin/tool");
+    EXPECT_EQ(dump(rows[1]),
+              "21 task Z 100 1700000001 0 0 0 0 0 0 0 -1 -1 -1 -1 -1 -1 -1 -1 -1 -1 -1 -1 -1 0");
+    EXPECT_EQ(rows[2].name, "of-proc") << "the iterator lacks it";
+    KeptParts::Instance().Clear();
+    TaskIterator::Instance().Reset();
+  }
+  Choose("proc", "10");
+  ASSERT_EQ(m_collector.collect(CollectionMask{COLLECT_PROCESS_DETAIL}), nullptr);
+  EXPECT_EQ(std::ranges::count(m_collector.GetModern()->processes, std::string("task"),
+                               &ProcessDetail::name),
+            0);
+}
+
 TEST_F(TaskSourceTest, AFaultyStreamFallsBackOnceUntilItsFileIsAnother) {
   WriteParts(20, "arguments");
   const std::vector<TaskFigures> good{MakeTask(20, 20)};
@@ -380,6 +450,7 @@ TEST_F(TaskSourceTest, AFaultyStreamFallsBackOnceUntilItsFileIsAnother) {
   const char* const told = "from /proc and not from the kernel's task iterator.";
   EXPECT_EQ(Lines(told), 1U);
   EXPECT_EQ(Level(told), 10);
+  EXPECT_EQ(TaskIterator::Instance().Faults(), 1U) << "it stays faulty, so it is not asked for";
   EXPECT_EQ(Lines("/iterator: it ends within a structure)"), 1U);
   EXPECT_EQ(Fact("process_source"), "proc");
   EXPECT_EQ(Fact("process_source_reason"),
