@@ -311,7 +311,7 @@ TEST_F(Qmtctl, OtherCommandsShowWhatTheDaemonSays) {
             "Metrics         http://127.0.0.1:9964/metrics\n"
             "Up time         1d 02:03:04\n"
             "Host profile    modern\n"
-            "Process source  proc: /x: ?gone\n"
+            "Process source  proc: /x: \\x1Bgone\n"
             "Kernel variant  3\n"
             "Skipped         2 processes\n"
             "Last batch      1.500 s ago, took 0.250 s, records 8, errors 2\n"
