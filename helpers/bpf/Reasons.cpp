@@ -49,7 +49,8 @@ std::string WhyNoRights() {
 }  // namespace
 
 std::string WhyNotLoaded(int error) {
-  const bool isRefused = error == EPERM || error == EACCES;
+  // EACCES is the word of the check of the program itself.
+  const bool isRefused = error == EPERM;
   if (::access(HostPath("/sys/kernel/btf/vmlinux").c_str(), F_OK) != 0) {
     return "the kernel does not tell how its structures lie: there is no /sys/kernel/btf/vmlinux "
            "(CONFIG_DEBUG_INFO_BTF)";

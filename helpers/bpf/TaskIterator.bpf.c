@@ -16,7 +16,7 @@ typedef int32_t __s32;
 typedef __u16 __be16;
 typedef __u32 __be32;
 typedef __u32 __wsum;
-enum bpf_map_type { BPF_MAP_TYPE_UNSPEC };
+enum bpf_map_type { BPF_MAP_TYPE_PERCPU_ARRAY = 6 };
 #include <bpf/bpf_core_read.h>
 #include <bpf/bpf_helpers.h>
 
@@ -24,13 +24,31 @@ char kLicense[] SEC("license") = "GPL";
 
 /// How many processors there can be, numbered without a gap; 0 where that is not known.
 const volatile uint32_t kProcessors = 0;
-/// Where each processor keeps what is its own, added to an address that is of all.
-extern const void __per_cpu_offset __ksym __weak;
+/// A value for each processor: how far they lie apart tells how far all does that is a processor's
+/// own. In each stands where it is, which a program may know as a number in this way alone, and the
+/// head of this map as the kernel has it, which tells the first place.
+enum { kHeadSize = 1024 };
+struct OfProcessor {
+  volatile uint64_t self;
+  uint64_t head[kHeadSize / sizeof(uint64_t)];
+};
+struct {
+  __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+  __uint(max_entries, 1);
+  __type(key, uint32_t);
+  __type(value, struct OfProcessor);
+} g_ofProcessors SEC(".maps");
 
 enum { kProcess = 0, kGroup = 1, kProcessGroup = 2, kSession = 3 };  // the kernel's pid_type
 enum { kFilePages = 0, kAnonymousPages = 1, kSwapPages = 2, kSharedPages = 3 };
 enum { kKernelThread = 0x00200000, kNormalPriority = 120, kRealTimePriorities = 100 };
 enum { kMostNamespaces = 32 };
+/// A whole structure does not fit onto the program's stack: what a thread shares with its group, from
+/// deadUtime on, is made and written apart.
+enum {
+  kThreadPart = __builtin_offsetof(struct TaskFigures, deadUtime),
+  kGroupPart = sizeof(struct TaskFigures) - kThreadPart
+};
 
 /// The place in the kernel's tree of PID namespaces whose numbers are told.
 struct Reader {
@@ -127,8 +145,10 @@ static __always_inline void TellState(struct TaskFigures* figures, struct task_s
   figures->policy = task->policy;
   figures->threads = (uint32_t)task->signal->nr_threads;
   figures->startTime = task->start_boottime;
+}
+
+static __always_inline void TellProgram(struct TaskFigures* figures, struct task_struct* task) {
   figures->selfExecId = task->self_exec_id;
-  figures->controlGroup = 0;
   if (bpf_core_type_exists(struct css_set)) {
     figures->controlGroup = task->cgroups->dfl_cgrp->kn->id;
   }
@@ -136,7 +156,6 @@ static __always_inline void TellState(struct TaskFigures* figures, struct task_s
 }
 
 static __always_inline void TellTimes(struct TaskFigures* figures, struct task_struct* task) {
-  struct signal_struct* group = task->signal;
   figures->utime = task->utime;
   figures->stime = task->stime;
   figures->runTime = task->se.sum_exec_runtime;
@@ -144,6 +163,30 @@ static __always_inline void TellTimes(struct TaskFigures* figures, struct task_s
   figures->majorFaults = task->maj_flt;
   figures->voluntarySwitches = task->nvcsw;
   figures->otherSwitches = task->nivcsw;
+  if (bpf_core_field_exists(task->sched_info.run_delay)) {
+    figures->present |= kTaskHasRunDelay;
+    figures->runDelay = task->sched_info.run_delay;
+  }
+}
+
+static __always_inline void TellTransfers(struct TaskFigures* figures, struct task_struct* task) {
+  if (bpf_core_field_exists(task->ioac.rchar)) {
+    figures->present |= kTaskHasCharacters;
+    figures->readChars = task->ioac.rchar;
+    figures->writeChars = task->ioac.wchar;
+    figures->readCalls = task->ioac.syscr;
+    figures->writeCalls = task->ioac.syscw;
+  }
+  if (bpf_core_field_exists(task->ioac.read_bytes)) {
+    figures->present |= kTaskHasBytes;
+    figures->readBytes = task->ioac.read_bytes;
+    figures->writeBytes = task->ioac.write_bytes;
+    figures->cancelledBytes = task->ioac.cancelled_write_bytes;
+  }
+}
+
+static __always_inline void TellEnded(struct TaskFigures* figures, struct task_struct* task) {
+  struct signal_struct* group = task->signal;
   figures->deadUtime = group->utime;
   figures->deadStime = group->stime;
   figures->deadRunTime = group->sum_sched_runtime;
@@ -153,87 +196,136 @@ static __always_inline void TellTimes(struct TaskFigures* figures, struct task_s
   figures->deadOtherSwitches = group->nivcsw;
   figures->childUtime = group->cutime;
   figures->childStime = group->cstime;
-  if (bpf_core_field_exists(task->sched_info.run_delay)) {
-    figures->present |= kTaskHasRunDelay;
-    figures->runDelay = task->sched_info.run_delay;
-  }
-}
-
-static __always_inline void TellTransfers(struct TaskFigures* figures, struct task_struct* task) {
-  struct signal_struct* group = task->signal;
-  if (bpf_core_field_exists(task->ioac.rchar)) {
-    figures->present |= kTaskHasCharacters;
-    figures->readChars = task->ioac.rchar;
-    figures->writeChars = task->ioac.wchar;
-    figures->readCalls = task->ioac.syscr;
-    figures->writeCalls = task->ioac.syscw;
+  if (bpf_core_field_exists(group->ioac.rchar)) {
     figures->deadReadChars = group->ioac.rchar;
     figures->deadWriteChars = group->ioac.wchar;
     figures->deadReadCalls = group->ioac.syscr;
     figures->deadWriteCalls = group->ioac.syscw;
   }
-  if (bpf_core_field_exists(task->ioac.read_bytes)) {
-    figures->present |= kTaskHasBytes;
-    figures->readBytes = task->ioac.read_bytes;
-    figures->writeBytes = task->ioac.write_bytes;
-    figures->cancelledBytes = task->ioac.cancelled_write_bytes;
+  if (bpf_core_field_exists(group->ioac.read_bytes)) {
     figures->deadReadBytes = group->ioac.read_bytes;
     figures->deadWriteBytes = group->ioac.write_bytes;
     figures->deadCancelledBytes = group->ioac.cancelled_write_bytes;
   }
 }
 
-/// The sum of what stands at the counter and at each processor; not below 0.
-static __noinline uint64_t Sum(int64_t sum, const char* counters) {
-  const uint64_t* offsets = &__per_cpu_offset;
-  if (counters != 0 && offsets != 0) {
-    for (uint32_t processor = 0; processor < kProcessors; ++processor) {
-      uint64_t offset = 0;
-      int32_t part = 0;
-      bpf_probe_read_kernel(&offset, sizeof offset, offsets + processor);
-      bpf_probe_read_kernel(&part, sizeof part, counters + offset);
-      sum += part;
-    }
-  }
-  return sum < 0 ? 0 : (uint64_t)sum;
+static __always_inline uint64_t NotBelowZero(int64_t count) {
+  return count < 0 ? 0 : (uint64_t)count;
 }
 
-#define PAGES(memory, kind) \
-  Sum((memory)->rss_stat[kind].count, (const char*)(memory)->rss_stat[kind].counters)
+static __always_inline int PartAt(const int32_t* counters, uint64_t distance) {
+  int32_t part = 0;
+  bpf_probe_read_kernel(&part, sizeof part, (const char*)counters + distance);
+  return part;
+}
+
+/// The address of all processors' values, to which each adds its distance; 0 if it is not found.
+static __always_inline uint64_t FirstOfProcessors(void) {
+  const struct bpf_array* none = 0;
+  const uint64_t place = bpf_core_field_offset(none->pptrs);
+  const uint32_t key = 0;
+  struct OfProcessor* own = bpf_map_lookup_elem(&g_ofProcessors, &key);
+  if (own == 0 || place > kHeadSize - sizeof(uint64_t)) {
+    return 0;
+  }
+  const uint64_t* first = (const uint64_t*)((const char*)own->head + place);
+  // Whoever comes in between writes the same.
+  if (*first == 0) {
+    bpf_probe_read_kernel(own->head, place + sizeof *first, &g_ofProcessors);
+  }
+  return *first;
+}
+
+/// Adds what the processors have counted and not yet put into the common count.
+static __always_inline void AddParts(int64_t* counts, struct mm_struct* memory) {
+  const uint64_t first = FirstOfProcessors();
+  for (uint32_t processor = 0; processor < kProcessors; ++processor) {
+    const uint32_t key = 0;
+    struct OfProcessor* value = bpf_map_lookup_percpu_elem(&g_ofProcessors, &key, processor);
+    if (value == 0 || first == 0) {
+      continue;
+    }
+    if (value->self == 0) {
+      value->self = (uint64_t)value;
+    }
+    const uint64_t distance = value->self - first;
+    counts[kFilePages] += PartAt(memory->rss_stat[kFilePages].counters, distance);
+    counts[kAnonymousPages] += PartAt(memory->rss_stat[kAnonymousPages].counters, distance);
+    counts[kSwapPages] += PartAt(memory->rss_stat[kSwapPages].counters, distance);
+    counts[kSharedPages] += PartAt(memory->rss_stat[kSharedPages].counters, distance);
+  }
+}
 
 static __always_inline void TellResident(struct TaskFigures* figures, struct mm_struct* memory) {
+  int64_t counts[4];
   if (bpf_core_type_exists(struct mm_rss_stat)) {
     struct mm_struct___atomics* older = (struct mm_struct___atomics*)memory;
-    figures->filePages = Sum(older->rss_stat.count[kFilePages].counter, 0);
-    figures->anonymousPages = Sum(older->rss_stat.count[kAnonymousPages].counter, 0);
-    figures->swapPages = Sum(older->rss_stat.count[kSwapPages].counter, 0);
-    figures->sharedPages = Sum(older->rss_stat.count[kSharedPages].counter, 0);
+    counts[kFilePages] = older->rss_stat.count[kFilePages].counter;
+    counts[kAnonymousPages] = older->rss_stat.count[kAnonymousPages].counter;
+    counts[kSwapPages] = older->rss_stat.count[kSwapPages].counter;
+    counts[kSharedPages] = older->rss_stat.count[kSharedPages].counter;
   } else {
-    figures->filePages = PAGES(memory, kFilePages);
-    figures->anonymousPages = PAGES(memory, kAnonymousPages);
-    figures->swapPages = PAGES(memory, kSwapPages);
-    figures->sharedPages = PAGES(memory, kSharedPages);
+    counts[kFilePages] = memory->rss_stat[kFilePages].count;
+    counts[kAnonymousPages] = memory->rss_stat[kAnonymousPages].count;
+    counts[kSwapPages] = memory->rss_stat[kSwapPages].count;
+    counts[kSharedPages] = memory->rss_stat[kSharedPages].count;
+    AddParts(counts, memory);
   }
+  figures->filePages = NotBelowZero(counts[kFilePages]);
+  figures->anonymousPages = NotBelowZero(counts[kAnonymousPages]);
+  figures->swapPages = NotBelowZero(counts[kSwapPages]);
+  figures->sharedPages = NotBelowZero(counts[kSharedPages]);
   const uint64_t now = figures->filePages + figures->anonymousPages + figures->sharedPages;
   figures->peakPages = memory->hiwater_rss > now ? memory->hiwater_rss : now;
 }
 
+/// Whether the memory of a thread is told with it: all threads of a group have the same, and a thread
+/// of the kernel has some for the while alone in which it works for a process.
+static __always_inline int HasOwnMemory(struct task_struct* task) {
+  return task->mm != 0 && (task->flags & kKernelThread) == 0 &&
+         (task->pid == task->tgid || task->group_leader->mm == 0);
+}
+
 static __always_inline void TellMemory(struct TaskFigures* figures, struct task_struct* task) {
   struct mm_struct* memory = task->mm;
-  // A thread of the kernel has some for the while in which it works for a process.
-  if (memory == 0 || figures->isKernel != 0) {
-    return;
-  }
-  // All threads have the same.
-  if (task->pid != task->tgid && task->group_leader->mm != 0) {
-    return;
-  }
-  figures->present |= kTaskHasMemory;
   figures->virtualPages = memory->total_vm;
   figures->dataPages = memory->data_vm;
   figures->stackPages = memory->stack_vm;
   figures->execPages = memory->exec_vm;
   TellResident(figures, memory);
+}
+
+static __noinline int WriteThread(struct seq_file* file, struct task_struct* task,
+                                  struct pid_namespace* ns, uint32_t level) {
+  const struct Reader reader = {ns, level};
+  uint64_t words[kThreadPart / sizeof(uint64_t)];
+  __builtin_memset(words, 0, sizeof words);
+  struct TaskFigures* figures = (struct TaskFigures*)words;
+  figures->size = sizeof(struct TaskFigures);
+  figures->version = QMT_TASK_FIGURES_VERSION;
+  TellNumbers(figures, task, &reader);
+  TellTerminal(figures, task, &reader);
+  TellOwner(figures, task);
+  TellState(figures, task);
+  TellTimes(figures, task);
+  TellTransfers(figures, task);
+  if (HasOwnMemory(task)) {
+    figures->present |= kTaskHasMemory;
+  }
+  return (int)bpf_seq_write(file, words, sizeof words);
+}
+
+static __noinline int WriteGroup(struct seq_file* file, struct task_struct* task) {
+  uint64_t words[kGroupPart / sizeof(uint64_t)];
+  __builtin_memset(words, 0, sizeof words);
+  // Where the whole structure would begin.
+  struct TaskFigures* figures = (struct TaskFigures*)((uint64_t)words - kThreadPart);
+  TellEnded(figures, task);
+  if (HasOwnMemory(task)) {
+    TellMemory(figures, task);
+  }
+  TellProgram(figures, task);
+  return (int)bpf_seq_write(file, words, sizeof words);
 }
 
 SEC("iter/task")
@@ -242,21 +334,12 @@ int QmtTasks(struct bpf_iter__task* context) {
   if (task == 0) {
     return 0;
   }
-  struct bpf_iter_seq_task_common* walk = context->meta->seq->private;
+  struct seq_file* file = context->meta->seq;
+  struct bpf_iter_seq_task_common* walk = file->private;
   struct pid_namespace* ns = BPF_CORE_READ(walk, ns);
-  const struct Reader reader = {ns, BPF_CORE_READ(ns, level)};
-  struct TaskFigures figures;
-  __builtin_memset(&figures, 0, sizeof figures);
-  figures.size = sizeof figures;
-  figures.version = QMT_TASK_FIGURES_VERSION;
-  TellNumbers(&figures, task, &reader);
-  TellTerminal(&figures, task, &reader);
-  TellOwner(&figures, task);
-  TellState(&figures, task);
-  TellTimes(&figures, task);
-  TellTransfers(&figures, task);
-  TellMemory(&figures, task);
-  // What does not fit into the kernel's buffer any more is written again by the next read.
-  bpf_seq_write(context->meta->seq, &figures, sizeof figures);
+  // Where one of the two does not fit into the kernel's buffer any more, both are written again by
+  // the next read.
+  WriteThread(file, task, ns, BPF_CORE_READ(ns, level));
+  WriteGroup(file, task);
   return 0;
 }
