@@ -94,6 +94,7 @@ struct percpu_counter {
   int64_t count;
   int32_t* counters;
 };
+
 /// Of a map that has a value for each processor: where the first is, as an address of all of them.
 struct bpf_array {
   void* pptrs[1];

@@ -213,11 +213,12 @@ static __always_inline uint64_t NotBelowZero(int64_t count) {
   return count < 0 ? 0 : (uint64_t)count;
 }
 
-static __always_inline int PartAt(const int32_t* counters, uint64_t distance) {
-  int32_t part = 0;
-  bpf_probe_read_kernel(&part, sizeof part, (const char*)counters + distance);
-  return part;
-}
+/// The counts of resident pages by kind: what is common, and where each processor has its part.
+struct Resident {
+  int64_t counts[4];
+  const char* parts[4];  ///< null before 6.2
+  uint64_t first;
+};
 
 /// The address of all processors' values, to which each adds its distance; 0 if it is not found.
 static __always_inline uint64_t FirstOfProcessors(void) {
@@ -236,47 +237,63 @@ static __always_inline uint64_t FirstOfProcessors(void) {
   return *first;
 }
 
-/// Adds what the processors have counted and not yet put into the common count.
-static __always_inline void AddParts(int64_t* counts, struct mm_struct* memory) {
-  const uint64_t first = FirstOfProcessors();
-  for (uint32_t processor = 0; processor < kProcessors; ++processor) {
-    const uint32_t key = 0;
-    struct OfProcessor* value = bpf_map_lookup_percpu_elem(&g_ofProcessors, &key, processor);
-    if (value == 0 || first == 0) {
-      continue;
-    }
-    if (value->self == 0) {
-      value->self = (uint64_t)value;
-    }
-    const uint64_t distance = value->self - first;
-    counts[kFilePages] += PartAt(memory->rss_stat[kFilePages].counters, distance);
-    counts[kAnonymousPages] += PartAt(memory->rss_stat[kAnonymousPages].counters, distance);
-    counts[kSwapPages] += PartAt(memory->rss_stat[kSwapPages].counters, distance);
-    counts[kSharedPages] += PartAt(memory->rss_stat[kSharedPages].counters, distance);
-  }
+static __always_inline int PartAt(const char* parts, uint64_t distance) {
+  int32_t part = 0;
+  bpf_probe_read_kernel(&part, sizeof part, parts + distance);
+  return part;
 }
 
-static __always_inline void TellResident(struct TaskFigures* figures, struct mm_struct* memory) {
-  int64_t counts[4];
-  if (bpf_core_type_exists(struct mm_rss_stat)) {
-    struct mm_struct___atomics* older = (struct mm_struct___atomics*)memory;
-    counts[kFilePages] = older->rss_stat.count[kFilePages].counter;
-    counts[kAnonymousPages] = older->rss_stat.count[kAnonymousPages].counter;
-    counts[kSwapPages] = older->rss_stat.count[kSwapPages].counter;
-    counts[kSharedPages] = older->rss_stat.count[kSharedPages].counter;
-  } else {
-    counts[kFilePages] = memory->rss_stat[kFilePages].count;
-    counts[kAnonymousPages] = memory->rss_stat[kAnonymousPages].count;
-    counts[kSwapPages] = memory->rss_stat[kSwapPages].count;
-    counts[kSharedPages] = memory->rss_stat[kSharedPages].count;
-    AddParts(counts, memory);
+/// Adds what one processor has counted and not yet put into the common counts.
+static long AddParts(uint32_t processor, struct Resident* resident) {
+  const uint32_t key = 0;
+  struct OfProcessor* value = bpf_map_lookup_percpu_elem(&g_ofProcessors, &key, processor);
+  if (value == 0) {
+    return 0;
   }
-  figures->filePages = NotBelowZero(counts[kFilePages]);
-  figures->anonymousPages = NotBelowZero(counts[kAnonymousPages]);
-  figures->swapPages = NotBelowZero(counts[kSwapPages]);
-  figures->sharedPages = NotBelowZero(counts[kSharedPages]);
+  if (value->self == 0) {
+    value->self = (uint64_t)value;
+  }
+  const uint64_t distance = value->self - resident->first;
+  resident->counts[kFilePages] += PartAt(resident->parts[kFilePages], distance);
+  resident->counts[kAnonymousPages] += PartAt(resident->parts[kAnonymousPages], distance);
+  resident->counts[kSwapPages] += PartAt(resident->parts[kSwapPages], distance);
+  resident->counts[kSharedPages] += PartAt(resident->parts[kSharedPages], distance);
+  return 0;
+}
+
+static __noinline int CountPages(struct Resident* resident, struct mm_struct* memory) {
+  resident->counts[kFilePages] = memory->rss_stat[kFilePages].count;
+  resident->counts[kAnonymousPages] = memory->rss_stat[kAnonymousPages].count;
+  resident->counts[kSwapPages] = memory->rss_stat[kSwapPages].count;
+  resident->counts[kSharedPages] = memory->rss_stat[kSharedPages].count;
+  resident->parts[kFilePages] = (const char*)memory->rss_stat[kFilePages].counters;
+  resident->parts[kAnonymousPages] = (const char*)memory->rss_stat[kAnonymousPages].counters;
+  resident->parts[kSwapPages] = (const char*)memory->rss_stat[kSwapPages].counters;
+  resident->parts[kSharedPages] = (const char*)memory->rss_stat[kSharedPages].counters;
+  resident->first = FirstOfProcessors();
+  if (kProcessors != 0 && resident->first != 0) {
+    bpf_loop(kProcessors, AddParts, resident, 0);
+  }
+  return 0;
+}
+
+static __noinline int CountOlderPages(struct Resident* resident, struct mm_struct* memory) {
+  struct mm_struct___atomics* older = (struct mm_struct___atomics*)memory;
+  resident->counts[kFilePages] = older->rss_stat.count[kFilePages].counter;
+  resident->counts[kAnonymousPages] = older->rss_stat.count[kAnonymousPages].counter;
+  resident->counts[kSwapPages] = older->rss_stat.count[kSwapPages].counter;
+  resident->counts[kSharedPages] = older->rss_stat.count[kSharedPages].counter;
+  return 0;
+}
+
+static __always_inline void TellResident(struct TaskFigures* figures,
+                                         const struct Resident* resident, uint64_t peak) {
+  figures->filePages = NotBelowZero(resident->counts[kFilePages]);
+  figures->anonymousPages = NotBelowZero(resident->counts[kAnonymousPages]);
+  figures->swapPages = NotBelowZero(resident->counts[kSwapPages]);
+  figures->sharedPages = NotBelowZero(resident->counts[kSharedPages]);
   const uint64_t now = figures->filePages + figures->anonymousPages + figures->sharedPages;
-  figures->peakPages = memory->hiwater_rss > now ? memory->hiwater_rss : now;
+  figures->peakPages = peak > now ? peak : now;
 }
 
 /// Whether the memory of a thread is told with it: all threads of a group have the same, and a thread
@@ -286,13 +303,19 @@ static __always_inline int HasOwnMemory(struct task_struct* task) {
          (task->pid == task->tgid || task->group_leader->mm == 0);
 }
 
-static __always_inline void TellMemory(struct TaskFigures* figures, struct task_struct* task) {
+typedef int (*Counting)(struct Resident* resident, struct mm_struct* memory);
+
+static __always_inline void TellMemory(struct TaskFigures* figures, struct task_struct* task,
+                                       Counting count) {
   struct mm_struct* memory = task->mm;
+  struct Resident resident;
+  __builtin_memset(&resident, 0, sizeof resident);
   figures->virtualPages = memory->total_vm;
   figures->dataPages = memory->data_vm;
   figures->stackPages = memory->stack_vm;
   figures->execPages = memory->exec_vm;
-  TellResident(figures, memory);
+  count(&resident, memory);
+  TellResident(figures, &resident, memory->hiwater_rss);
 }
 
 static __noinline int WriteThread(struct seq_file* file, struct task_struct* task,
@@ -315,24 +338,33 @@ static __noinline int WriteThread(struct seq_file* file, struct task_struct* tas
   return (int)bpf_seq_write(file, words, sizeof words);
 }
 
-static __noinline int WriteGroup(struct seq_file* file, struct task_struct* task) {
+static __always_inline int WriteGroup(struct seq_file* file, struct task_struct* task,
+                                      Counting count) {
   uint64_t words[kGroupPart / sizeof(uint64_t)];
   __builtin_memset(words, 0, sizeof words);
   // Where the whole structure would begin.
-  struct TaskFigures* figures = (struct TaskFigures*)((uint64_t)words - kThreadPart);
+  struct TaskFigures* figures = (struct TaskFigures*)((char*)words - kThreadPart);
   TellEnded(figures, task);
   if (HasOwnMemory(task)) {
-    TellMemory(figures, task);
+    TellMemory(figures, task, count);
   }
   TellProgram(figures, task);
   return (int)bpf_seq_write(file, words, sizeof words);
 }
 
-SEC("iter/task")
-int QmtTasks(struct bpf_iter__task* context) {
+static __noinline int WriteGroupOfNow(struct seq_file* file, struct task_struct* task) {
+  return WriteGroup(file, task, CountPages);
+}
+
+static __noinline int WriteOlderGroup(struct seq_file* file, struct task_struct* task) {
+  return WriteGroup(file, task, CountOlderPages);
+}
+
+static __always_inline void WriteTask(struct bpf_iter__task* context,
+                                      int (*writeGroup)(struct seq_file*, struct task_struct*)) {
   struct task_struct* task = context->task;
   if (task == 0) {
-    return 0;
+    return;
   }
   struct seq_file* file = context->meta->seq;
   struct bpf_iter_seq_task_common* walk = file->private;
@@ -340,6 +372,20 @@ int QmtTasks(struct bpf_iter__task* context) {
   // Where one of the two does not fit into the kernel's buffer any more, both are written again by
   // the next read.
   WriteThread(file, task, ns, BPF_CORE_READ(ns, level));
-  WriteGroup(file, task);
+  writeGroup(file, task);
+}
+
+// One of the two is loaded: the loop over the processors is nothing that kernels before 5.17 know.
+
+SEC("iter/task")
+int QmtTasks(struct bpf_iter__task* context) {
+  WriteTask(context, WriteGroupOfNow);
+  return 0;
+}
+
+/// Before 6.2.
+SEC("iter/task")
+int QmtTasksOlder(struct bpf_iter__task* context) {
+  WriteTask(context, WriteOlderGroup);
   return 0;
 }

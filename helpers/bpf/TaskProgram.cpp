@@ -2,6 +2,7 @@
 
 #include <TaskIterator.skel.h>
 #include <bpf/bpf.h>
+#include <bpf/btf.h>
 #include <bpf/libbpf.h>
 #include <fcntl.h>
 
@@ -13,9 +14,6 @@
 #include "helpers/bpf/Reasons.h"
 
 namespace {
-
-/// More, and the kernel's check of the program, which walks the sum for each, takes too long.
-constexpr unsigned kMostProcessors = 1024;
 
 struct ProgramDeleter {
   void operator()(TaskIterator_bpf* program) const { TaskIterator_bpf__destroy(program); }
@@ -30,9 +28,21 @@ int Tell(::libbpf_print_level /*level*/, const char* format, std::va_list values
   return std::vfprintf(stderr, format, values);
 }
 
-Descriptor BindTaskProgram(TaskIterator_bpf& program, std::string& reason) {
+struct BtfDeleter {
+  void operator()(::btf* types) const { ::btf__free(types); }
+};
+
+/// Whether this kernel counts resident pages as those before 6.2 do. Without its description, which
+/// the loader then misses too, any answer is right.
+bool HasOlderCounts() {
+  const std::unique_ptr<::btf, BtfDeleter> types(::btf__load_vmlinux_btf());
+  return types != nullptr &&
+         ::btf__find_by_name_kind(types.get(), "mm_rss_stat", BTF_KIND_STRUCT) > 0;
+}
+
+Descriptor BindTaskProgram(const ::bpf_program& program, std::string& reason) {
   const std::unique_ptr<::bpf_link, LinkDeleter> link(
-      ::bpf_program__attach_iter(program.progs.QmtTasks, nullptr));
+      ::bpf_program__attach_iter(&program, nullptr));
   if (link == nullptr) {
     reason = WhyNotLoaded(errno);
     return {};
@@ -54,11 +64,15 @@ Descriptor LoadTaskProgram(bool isTelling, std::string& reason) {
     reason = WhyNotLoaded(errno);
     return {};
   }
-  const unsigned processors = ProcessorsWithoutGap();
-  program->rodata->kProcessors = processors <= kMostProcessors ? processors : 0;
+  program->rodata->kProcessors = ProcessorsWithoutGap();
+  ::bpf_program* const chosen =
+      HasOlderCounts() ? program->progs.QmtTasksOlder : program->progs.QmtTasks;
+  for (::bpf_program* other : {program->progs.QmtTasks, program->progs.QmtTasksOlder}) {
+    ::bpf_program__set_autoload(other, other == chosen);
+  }
   if (const int failed = TaskIterator_bpf__load(program.get()); failed != 0) {
     reason = WhyNotLoaded(-failed);
     return {};
   }
-  return BindTaskProgram(*program, reason);
+  return BindTaskProgram(*chosen, reason);
 }
