@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-only
+// SPDX-License-Identifier: GPL-2.0-only OR BSD-2-Clause
 #pragma once
 
 // Of the kernel's structures the members that the program reads, by their names alone: where they

@@ -1,8 +1,8 @@
-// SPDX-License-Identifier: GPL-2.0-only
+// SPDX-License-Identifier: GPL-2.0-only OR BSD-2-Clause
 //
 // The kernel's part of the helper: writes a TaskFigures for each thread into the file that the
 // iterator is pinned at. The kernel lends what this program calls to programs under the GPL alone;
-// so this file and KernelTypes.h are under it, and nothing else is.
+// so this file and KernelTypes.h are under it as well, and nothing else is.
 
 #include "helpers/bpf/KernelTypes.h"
 #include "support/TaskFigures.h"
@@ -20,7 +20,7 @@ enum bpf_map_type { BPF_MAP_TYPE_PERCPU_ARRAY = 6 };
 #include <bpf/bpf_core_read.h>
 #include <bpf/bpf_helpers.h>
 
-char kLicense[] SEC("license") = "GPL";
+char kLicense[] SEC("license") = "Dual BSD/GPL";
 
 /// How many processors there can be, numbered without a gap; 0 where that is not known.
 const volatile uint32_t kProcessors = 0;

@@ -128,6 +128,11 @@ bool TaskPin::Replace(int link, ::gid_t group, ::mode_t mode, std::string& reaso
 }
 
 bool TaskPin::Remove(std::string& reason) {
+  struct ::stat status {};
+  // There may be no file system either that it could stand on.
+  if (::lstat(m_folder.c_str(), &status) != 0 && errno == ENOENT) {
+    return true;
+  }
   const Descriptor folder = OpenFolder(reason);
   if (!folder.IsOpen()) {
     return reason.empty();
