@@ -81,8 +81,10 @@ class Agent(Process):
     """The daemon below a product root of its own, and its gate on a free port."""
 
     def __init__(self, build, folder, profile="classic", schedule="", node="", gate="child",
-                 port=0):
+                 port=0, before=()):
+        """before: words that the daemon is started by, such as those of setpriv."""
         self.build = build
+        self.before = before
         self.folder = folder
         self.home = folder / "opt/qmtrx/mond/agent"
         self.settings = (f"[Node]\n{node}\n[Host]\nProfile = {profile}\n[Schedule]\n{schedule}\n"
@@ -96,7 +98,7 @@ class Agent(Process):
 
     def start(self, http, has_gate=True):
         (self.home / "qmtagt.ini").write_text(self.settings + http)
-        super().__init__([self.build / "agent/qmtdmon"], self.home,
+        super().__init__([*self.before, self.build / "agent/qmtdmon"], self.home,
                          QMT_PRODUCT_ROOT=str(self.folder))
         wait_for("the agent", lambda: self.ask("status")["pid"])
         if has_gate:

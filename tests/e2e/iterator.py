@@ -1,0 +1,439 @@
+#!/usr/bin/env python3
+"""The kernel's task iterator against /proc: two daemons, which read the same live processes from one and
+from the other; a churn of short processes; streams that are none; and what a batch costs by each.
+
+  iterator.py BUILD_DIRECTORY [--churn SECONDS] [--cost SECONDS] [--only figures|churn|bad|cost]...
+"""
+
+import argparse
+import json
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+from gate_load import MORE_MEGABYTES, is_strict, is_timed, memory
+from harness import Agent, client, fail, wait_for
+from iterator_kinds import KEEP_SECONDS, Kinds
+
+VARIABLE = "QMT_TASK_ITERATOR"
+RECORDS = ("PDI", "PD", "PDX")
+OF_PROCESSES = ("PD", "PDI", "PDS", "PGM", "TERM", "USER", "WGRP")
+SLEEPERS = 2000
+LEAST_SLEEPERS = 300
+TRIES = 6
+CHURN_RATE = 1000
+COST_RATE = 500
+# Of the asking, or of what each daemon has seen before, or a quotient of two that are compared.
+NOT_COMPARED = {"Record Type", "Record Time", "Interval", "Snapshot Time", "Start Time", "CPU %", "CPU % Each",
+                "Run Delay %", "Avg I/O Kbytes"}
+# The kernel tells a list as it is at that moment.
+LISTS = {"Parent Process List", "Child Process List", "Blocked In"}
+NAMES = {"Program", "Program/PID", "Name"}
+# The two parts of a process's times may be a tick apart, shown in hundredths.
+UNITS = {"User CPU": 0.0101, "System CPU": 0.0101, "User Seconds": 0.0101, "System Seconds": 0.0101}
+FROM_PROC = "Processes are read from /proc"
+KERNEL_PARENT = 2
+
+
+class Place:
+    """A BPF file system with the iterator in it. The daemons are given a link, which a test turns elsewhere."""
+
+    def __init__(self, build, work):
+        self.helper = build / "helpers/qmt_bpf"
+        self.mount = work / "bpf"
+        self.pin = self.mount / "agent/tasks"
+        self.link = work / "tasks"
+        self.mount.mkdir()
+        self.turn(self.pin)
+        os.environ[VARIABLE] = str(self.link)
+
+    def turn(self, target):
+        self.link.unlink(missing_ok=True)
+        self.link.symlink_to(target)
+
+    def __enter__(self):
+        done = subprocess.run(["mount", "-t", "bpf", "bpf", self.mount], capture_output=True, text=True, check=False)
+        if done.returncode != 0:
+            skip(f"no BPF file system can be mounted: {done.stderr.strip()}")
+        return self
+
+    def load(self):
+        done = subprocess.run([self.helper, "load", "--pin", self.pin.parent], capture_output=True, text=True,
+                              check=False)
+        if done.returncode != 0:
+            # That the kernel refuses the program is the program's fault; all else is the machine's.
+            (fail if "does not take the program" in done.stderr else skip)(done.stderr.strip())
+
+    def unload(self):
+        subprocess.run([self.helper, "unload", "--pin", self.pin.parent], check=True)
+
+    def __exit__(self, *_):
+        subprocess.run(["umount", "--lazy", self.mount], check=False)
+
+
+def skip(reason):
+    print(f"skipped: {reason}")
+    sys.exit(0)
+
+
+def daemon(build, folder, source, schedule=""):
+    folder.mkdir()
+    return Agent(build, folder, f"modern\nProcess Source = {source}", schedule, gate="none")
+
+
+def source(agent):
+    """What the daemon reads processes from now, and why."""
+    agent.ask("get", "PDI", "--raw")
+    facts = agent.ask("status")["facts"]
+    return facts["process_source"], facts["process_source_reason"]
+
+
+def expect_source(agent, wanted, reason=""):
+    told = source(agent)
+    if told[0] != wanted or not re.search(reason, told[1]) or (wanted == "iterator" and told[1]):
+        fail(f"the source is {told}, not {wanted!r} for {reason!r}")
+
+
+# --- comparison ---
+
+
+class Look:
+    """The rows of one moment by one source: for each record, by process."""
+
+    def __init__(self, agent, lists):
+        self.rows = {}
+        for answer in agent.ask("get", *RECORDS, "--raw"):
+            rows = {}
+            for row in answer["rows"]:
+                if row["PID"] in rows:
+                    lists.append(f"{answer['record']} {row['PID']}: is there twice")
+                rows[row["PID"]] = row
+            self.rows[answer["record"]] = rows
+
+
+def is_same_process(rows):
+    return all(row is not None and abs(row["Start Time"] - rows[0]["Start Time"]) <= 1 for row in rows)
+
+
+def tidied(label, row, value):
+    """What stands behind the name of a worker of the kernel may be that of an earlier work."""
+    is_of_kernel = row.get("Parent PID") == KERNEL_PARENT or row.get("Anonymous Bytes", 0) is None
+    return re.sub(r"(kworker/[^-+(]*)[-+][^(]*", r"\1", value) if is_of_kernel and label in NAMES else value
+
+
+def is_between(label, value, before, after):
+    if isinstance(value, (int, float)) and isinstance(before, (int, float)) and isinstance(after, (int, float)):
+        unit = UNITS.get(label, 1e-6 * max(1.0, abs(value)) if isinstance(value, float) else 0)
+        return min(before, after) - unit <= value <= max(before, after) + unit
+    return value in (before, after) or (label in LISTS and before != after)
+
+
+def compare_looks(problems, daemons, before, look, after):
+    """Counts the figures of `look`, each of which is to lie between those of the other source. The daemons, which
+    work while they are asked, need not be compared."""
+    compared = 0
+    for record in RECORDS:
+        rows = look.rows[record]
+        lasting = [pid for pid, row in before.rows[record].items()
+                   if pid not in daemons and is_same_process([row, after.rows[record].get(pid)])]
+        for pid in lasting:
+            old, new, row = before.rows[record][pid], after.rows[record][pid], rows.get(pid)
+            if row is None or not is_same_process([old, row]):
+                problems[f"{record} {pid}: no row"] = old
+                continue
+            for label, value in row.items():
+                if label in NOT_COMPARED:
+                    continue
+                compared += 1
+                three = [tidied(label, row, each) for each in (old[label], value, new[label])]
+                if not is_between(label, three[1], three[0], three[2]):
+                    problems[f"{record} {pid} {label}"] = three
+    return compared
+
+
+def compare(walking, iterating):
+    """The faults that are there in each of some tries: others are due to what happens meanwhile."""
+    lasting = None
+    compared = 0
+    daemons = {walking.process.pid, iterating.process.pid}
+    for _ in range(TRIES):
+        twice = []
+        looks = [Look(agent, twice) for agent in (walking, iterating, walking, iterating)]
+        problems = {each: None for each in twice}
+        compared = compare_looks(problems, daemons, *looks[:3]) + compare_looks(problems, daemons, *looks[1:])
+        lasting = problems if lasting is None else {name: problems[name] for name in lasting if name in problems}
+        if not lasting:
+            break
+    return compared, lasting, looks[3]
+
+
+def check_figures(build, work, _):
+    with daemon(build, work / "proc", "proc") as walking, daemon(build, work / "iterator", "iterator") as iterating:
+        expect_source(walking, "proc", "Process Source")
+        expect_source(iterating, "iterator")
+        if not re.search(r"Process source +iterator", client(iterating, "status")):
+            fail("qmtctl status does not tell the source")
+        with Kinds(work, SLEEPERS) as kinds:
+            if len(kinds.sleepers) < LEAST_SLEEPERS:
+                skip(f"no more than {len(kinds.sleepers)} processes can be made: {kinds.error}")
+            time.sleep(1)  # until each is what it is to be
+            for part in ("as they began", "changed"):
+                compared, lasting, look = compare(walking, iterating)
+                rows = look.rows["PDI"]
+                gone = {pid for pid in kinds.sleepers + kinds.pids if pid not in rows}
+                if lasting or gone:
+                    fail(f"{part}: {len(lasting)} of {compared} figures differ in each try, {len(gone)} processes "
+                         "have no row:\n  " + "\n  ".join(f"{name} {told}" for name, told in
+                                                          list(lasting.items())[:60]))
+                print(f"{part}: {compared} figures of {len(rows)} processes agree"
+                      f"{', without ' + ', '.join(kinds.missing) if kinds.missing else ''}", flush=True)
+                kinds.change()
+        for agent, count in ((walking, 0), (iterating, 0)):
+            expect_messages(agent, count, "the comparison")
+
+
+# --- churn ---
+
+
+class Churn:
+    """So many processes a second that end at once, one in ten of them another program."""
+
+    SCRIPT = 'while read n; do while [ $n -gt 0 ]; do (:); n=$((n-1)); done; /bin/true; done'
+    PIECES = 20
+
+    def __init__(self, rate):
+        self.rate = rate
+        self.shells = [subprocess.Popen(["/bin/sh", "-c", self.SCRIPT], stdin=subprocess.PIPE) for _ in range(2)]
+        self.stop = threading.Event()
+        self.begun = forks(), time.monotonic()
+        self.thread = threading.Thread(target=self.run)
+
+    def run(self):
+        piece = max(1, self.rate // self.PIECES // len(self.shells) - 1)
+        due = time.monotonic()
+        while not self.stop.is_set():
+            for shell in self.shells:
+                shell.stdin.write(f"{piece}\n".encode())
+                shell.stdin.flush()
+            due += 1 / self.PIECES
+            time.sleep(max(0, due - time.monotonic()))
+
+    def reached(self):
+        count, begin = self.begun
+        return (forks() - count) / (time.monotonic() - begin)
+
+    def __enter__(self):
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.stop.set()
+        self.thread.join()
+        for shell in self.shells:
+            shell.kill()
+            shell.stdin.close()
+            shell.wait()
+
+
+def forks():
+    return int(re.search(r"^processes (\d+)", pathlib.Path("/proc/stat").read_text(), re.M).group(1))
+
+
+def descriptors(agent):
+    return len(os.listdir(f"/proc/{agent.process.pid}/fd"))
+
+
+def threads_of_host():
+    """The numbers of all threads that lead no process."""
+    found = set()
+    for process in pathlib.Path("/proc").glob("[0-9]*"):
+        try:
+            found.update(int(each) for each in os.listdir(process / "task") if each != process.name)
+        except OSError:
+            pass
+    return found
+
+
+def batches(agent, seconds):
+    """The rows of each batch of the schedule."""
+    words = [agent.build / "client/qmtctl", "--socket", "run/control.sock", "watch", "PDI", "--scheduled", "--json",
+             "--count", str(seconds)]
+    with subprocess.Popen(words, cwd=agent.home, stdout=subprocess.PIPE, text=True) as watch:
+        for line in watch.stdout:
+            yield json.loads(line)[0]["rows"]
+
+
+def check_batch(rows, kept, threads):
+    pids = [row["PID"] for row in rows]
+    known = set(pids)
+    if len(known) != len(pids):
+        fail(f"churn: a batch of {len(pids)} rows has {len(known)} processes")
+    if missing := kept - known:
+        fail(f"churn: {len(missing)} processes that live have no row, such as {min(missing)}")
+    if extra := threads & known:
+        fail(f"churn: {len(extra)} rows are threads, such as {min(extra)}")
+
+
+def check_churn(build, work, options):
+    with Kinds(work, LEAST_SLEEPERS) as kinds, \
+            daemon(build, work / "churn", "iterator", "PDI = 1\n") as agent, Churn(CHURN_RATE) as churn:
+        kept = set(kinds.sleepers + kinds.pids)
+        threads = threads_of_host()
+        count = 0
+        start = None
+        for rows in batches(agent, options.churn):
+            check_batch(rows, kept, threads & threads_of_host() if count % 10 == 0 else set())
+            count += 1
+            if count == 5:
+                start = memory(agent.process.pid), descriptors(agent)
+        end = memory(agent.process.pid), descriptors(agent)
+        expect_source(agent, "iterator")
+        faults = [each["value"] for each in agent.ask("status")["figures"]
+                  if each["name"] == "collect_process_iterator_faults"]
+        if faults != [0]:
+            fail(f"churn: {faults} streams had a fault")
+        print(f"churn: {churn.reached():.0f} processes a second, {count} batches, each with all that live; memory "
+              f"{start[0] / 2**20:.1f} to {end[0] / 2**20:.1f} MB, descriptors {start[1]} to {end[1]}", flush=True)
+        if end[1] > start[1]:
+            fail("churn: the daemon keeps descriptors")
+        if is_timed(build) and (end[0] - start[0]) / 2**20 > MORE_MEGABYTES[is_strict(build)]:
+            fail("churn: the daemon keeps memory")
+
+
+# --- streams that are none ---
+
+
+def expect_messages(agent, count, what):
+    found = agent.log.read_text(errors="replace").count(FROM_PROC)
+    if found != count:
+        fail(f"{what}: the log tells {found} times of /proc, not {count}\n{agent.log.read_text(errors='replace')}")
+
+
+def bad_files(place, work):
+    """By name a file that is no stream, and what is told of it."""
+    stream = place.pin.read_bytes()
+    size = int.from_bytes(stream[:4], sys.byteorder)
+    changed = {
+        "other size": (size + 8).to_bytes(4, sys.byteorder) + stream[4:],
+        "other version": stream[:4] + (99).to_bytes(4, sys.byteorder) + stream[8:],
+        "cut": stream[:-10], "twice": stream + stream[:size],
+    }
+    for name, content in changed.items():
+        (work / name).write_bytes(content)
+    (work / "folder").mkdir()
+    os.mkfifo(work / "fifo")
+    return {"other size": "another version", "other version": "another version", "cut": "within a structure",
+            "twice": "twice", "folder": "", "fifo": "regular", "/dev/zero": "regular", "nowhere": "No such file"}
+
+
+def check_bad(build, work, options):
+    place = options.place
+    expected = 0
+    with daemon(build, work / "bad", "iterator") as agent:
+        for name, reason in bad_files(place, work).items():
+            place.turn(place.pin)
+            expect_source(agent, "iterator")
+            place.turn(work / name)
+            expected += 1
+            for _ in range(3):
+                expect_source(agent, "proc", reason)
+            agent.row("PDI", PID=os.getpid())
+            expect_messages(agent, expected, name)
+        place.turn(place.pin)
+        expect_source(agent, "iterator")
+        place.unload()
+        for _ in range(3):
+            expect_source(agent, "proc", "No such file")
+        expect_messages(agent, expected + 1, "a pin that was removed")
+        place.load()
+        expect_source(agent, "iterator")
+        expect_messages(agent, expected + 1, "a pin that is there again")
+    print(f"{expected + 1} streams that are none: each is told once, and /proc is read", flush=True)
+    check_rights(build, work, place)
+
+
+def check_rights(build, work, place):
+    """The file is there, but the daemon lacks the right to read it."""
+    place.pin.chmod(0)
+    with daemon(build, work / "rights", "iterator") as agent:
+        expect_source(agent, "iterator")
+    without = ["setpriv", "--bounding-set", "-dac_override,-dac_read_search"]
+    folder = work / "denied"
+    folder.mkdir()
+    with Agent(build, folder, "modern\nProcess Source = iterator", gate="none", before=without) as agent:
+        for _ in range(3):
+            expect_source(agent, "proc", "Permission denied")
+        expect_messages(agent, 1, "no right")
+        place.pin.chmod(0o440)
+        expect_source(agent, "iterator")
+    print("without the right to the stream: told once, and /proc is read until the right is there", flush=True)
+
+
+# --- cost ---
+
+
+def processor_seconds(pid):
+    """What a process has used, with its threads that have ended, to the nanosecond."""
+    return time.clock_gettime((~pid << 3) | 2)
+
+
+def check_cost(build, work, options):
+    schedule = "".join(f"{record} = 1\n" for record in OF_PROCESSES)
+    with Kinds(work, LEAST_SLEEPERS) as kinds:
+        for name in ("iterator", "proc"):
+            with daemon(build, work / f"cost {name}", name, schedule) as agent, Churn(COST_RATE) as churn:
+                wait_for("a batch", lambda: agent.ask("status")["last_batch"]["records"] >= len(OF_PROCESSES))
+                time.sleep(2)
+                begin = processor_seconds(agent.process.pid), time.monotonic()
+                time.sleep(options.cost)
+                used = processor_seconds(agent.process.pid) - begin[0]
+                seconds = time.monotonic() - begin[1]
+                rows = len(agent.ask("get", "PDI", "--raw")[0]["rows"])
+                print(f"cost, {name}: {1000 * used / seconds:.2f} ms of a processor a second, for a batch of "
+                      f"{len(OF_PROCESSES)} records of {rows} processes, {churn.reached():.0f} new ones a second",
+                      flush=True)
+        assert kinds.sleepers
+
+
+CHECKS = {"figures": check_figures, "churn": check_churn, "bad": check_bad, "cost": check_cost}
+
+
+def run(options):
+    for name in options.only or CHECKS:
+        check = CHECKS[name]
+        with tempfile.TemporaryDirectory(prefix="qmt-iterator-") as work:
+            work = pathlib.Path(work)
+            with Place(options.build, work) as options.place:
+                options.place.load()
+                check(options.build, work, options)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("build", type=lambda path: pathlib.Path(path).resolve())
+    parser.add_argument("--churn", type=int, default=60, metavar="SECONDS")
+    parser.add_argument("--cost", type=int, default=30, metavar="SECONDS")
+    parser.add_argument("--only", action="append", choices=CHECKS)
+    parser.add_argument("--within", action="store_true", help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    if os.geteuid() != 0:
+        skip("root alone may load a BPF program")
+    if not (options.build / "helpers/qmt_bpf").exists():
+        skip("qmt_bpf is not built here")
+    if not options.within:
+        # What is mounted is gone with these processes, whatever their end.
+        if subprocess.run(["unshare", "--mount", "true"], check=False, stderr=subprocess.DEVNULL).returncode != 0:
+            skip("there is no right to a mount name space of its own")
+        os.execvp("unshare", ["unshare", "--mount", sys.executable, *sys.argv, "--within"])
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended"))
+    run(options)
+
+
+if __name__ == "__main__":
+    main()
