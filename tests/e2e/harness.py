@@ -100,11 +100,16 @@ class Agent(Process):
         (self.home / "qmtagt.ini").write_text(self.settings + http)
         super().__init__([*self.before, self.build / "agent/qmtdmon"], self.home,
                          QMT_PRODUCT_ROOT=str(self.folder))
-        wait_for("the agent", lambda: self.ask("status")["pid"])
-        if has_gate:
-            self.address = wait_for("the gate", lambda: self.ask("status")["http"])
-            self.bare = self.address.removeprefix("https://")
-            self.port = int(self.bare.rpartition(":")[2])
+        try:
+            wait_for("the agent", lambda: self.ask("status")["pid"])
+            if has_gate:
+                self.address = wait_for("the gate", lambda: self.ask("status")["http"])
+                self.bare = self.address.removeprefix("https://")
+                self.port = int(self.bare.rpartition(":")[2])
+        except BaseException:
+            # Nobody else would end it, as there is no object yet.
+            self.__exit__(*sys.exc_info())
+            raise
 
     def restart(self, http):
         """The same with other lines of section Http."""

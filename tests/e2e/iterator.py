@@ -2,7 +2,8 @@
 """The kernel's task iterator against /proc: two daemons, which read the same live processes from one and
 from the other; a churn of short processes; streams that are none; and what a batch costs by each.
 
-  iterator.py BUILD_DIRECTORY [--churn SECONDS] [--cost SECONDS] [--only figures|churn|bad|cost]...
+  iterator.py BUILD_DIRECTORY [--processes NUMBER] [--churn SECONDS] [--cost SECONDS]
+              [--only figures|churn|bad|cost]...
 """
 
 import argparse
@@ -19,13 +20,12 @@ import time
 
 from gate_load import MORE_MEGABYTES, is_strict, is_timed, memory
 from harness import Agent, client, fail, wait_for
-from iterator_kinds import KEEP_SECONDS, Kinds
+from iterator_kinds import Kinds, kill
 
 VARIABLE = "QMT_TASK_ITERATOR"
 RECORDS = ("PDI", "PD", "PDX")
 OF_PROCESSES = ("PD", "PDI", "PDS", "PGM", "TERM", "USER", "WGRP")
-SLEEPERS = 2000
-LEAST_SLEEPERS = 300
+LEAST_SLEEPERS = 300  # enough where the machine allows no more
 TRIES = 6
 CHURN_RATE = 1000
 COST_RATE = 500
@@ -147,12 +147,11 @@ def compare_looks(problems, daemons, before, look, after):
             if row is None or not is_same_process([old, row]):
                 problems[f"{record} {pid}: no row"] = old
                 continue
-            for label, value in row.items():
-                if label in NOT_COMPARED:
-                    continue
-                compared += 1
-                three = [tidied(label, row, each) for each in (old[label], value, new[label])]
-                if not is_between(label, three[1], three[0], three[2]):
+            compared += len(row.keys() - NOT_COMPARED)
+            # Most are equal, which is found out at once.
+            for label in (label for label, value in row.items() if value != old[label]):
+                three = [tidied(label, row, each[label]) for each in (old, row, new)]
+                if label not in NOT_COMPARED and not is_between(label, three[1], three[0], three[2]):
                     problems[f"{record} {pid} {label}"] = three
     return compared
 
@@ -162,7 +161,7 @@ def compare(walking, iterating):
     lasting = None
     compared = 0
     daemons = {walking.process.pid, iterating.process.pid}
-    for _ in range(TRIES):
+    for tries in range(1, TRIES + 1):
         twice = []
         looks = [Look(agent, twice) for agent in (walking, iterating, walking, iterating)]
         problems = {each: None for each in twice}
@@ -170,28 +169,28 @@ def compare(walking, iterating):
         lasting = problems if lasting is None else {name: problems[name] for name in lasting if name in problems}
         if not lasting:
             break
-    return compared, lasting, looks[3]
+    return compared, lasting, looks[3], tries
 
 
-def check_figures(build, work, _):
+def check_figures(build, work, options):
     with daemon(build, work / "proc", "proc") as walking, daemon(build, work / "iterator", "iterator") as iterating:
         expect_source(walking, "proc", "Process Source")
         expect_source(iterating, "iterator")
         if not re.search(r"Process source +iterator", client(iterating, "status")):
             fail("qmtctl status does not tell the source")
-        with Kinds(work, SLEEPERS) as kinds:
+        with Kinds(work, options.processes) as kinds:
             if len(kinds.sleepers) < LEAST_SLEEPERS:
                 skip(f"no more than {len(kinds.sleepers)} processes can be made: {kinds.error}")
             time.sleep(1)  # until each is what it is to be
             for part in ("as they began", "changed"):
-                compared, lasting, look = compare(walking, iterating)
+                compared, lasting, look, tries = compare(walking, iterating)
                 rows = look.rows["PDI"]
                 gone = {pid for pid in kinds.sleepers + kinds.pids if pid not in rows}
                 if lasting or gone:
                     fail(f"{part}: {len(lasting)} of {compared} figures differ in each try, {len(gone)} processes "
                          "have no row:\n  " + "\n  ".join(f"{name} {told}" for name, told in
                                                           list(lasting.items())[:60]))
-                print(f"{part}: {compared} figures of {len(rows)} processes agree"
+                print(f"{part}: {compared} figures of {len(rows)} processes agree in {tries} tries"
                       f"{', without ' + ', '.join(kinds.missing) if kinds.missing else ''}", flush=True)
                 kinds.change()
         for agent, count in ((walking, 0), (iterating, 0)):
@@ -241,6 +240,38 @@ class Churn:
             shell.wait()
 
 
+class Short:
+    """Processes that live for some batches, begun one after the other."""
+
+    SECONDS = 5
+    EACH = 0.05
+
+    def __init__(self):
+        self.begun = []  # when, and the number
+        self.stop = threading.Event()
+        self.thread = threading.Thread(target=self.run)
+
+    def run(self):
+        while not self.stop.wait(self.EACH):
+            pid = os.posix_spawn("/bin/sleep", ["sleep", str(self.SECONDS)], os.environ)
+            self.begun.append((time.time(), pid))
+
+    def whole(self, second):
+        """Those that have lived from before this second to after the next one."""
+        return {pid for time_, pid in list(self.begun) if second + 2 - self.SECONDS < time_ < second - 0.1}
+
+    def __enter__(self):
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.stop.set()
+        self.thread.join()
+        for _, pid in self.begun:
+            kill(pid)
+            os.waitpid(pid, 0)
+
+
 def forks():
     return int(re.search(r"^processes (\d+)", pathlib.Path("/proc/stat").read_text(), re.M).group(1))
 
@@ -282,13 +313,17 @@ def check_batch(rows, kept, threads):
 
 def check_churn(build, work, options):
     with Kinds(work, LEAST_SLEEPERS) as kinds, \
-            daemon(build, work / "churn", "iterator", "PDI = 1\n") as agent, Churn(CHURN_RATE) as churn:
+            daemon(build, work / "churn", "iterator", "PDI = 1\n") as agent, Churn(CHURN_RATE) as churn, \
+            Short() as short:
         kept = set(kinds.sleepers + kinds.pids)
         threads = threads_of_host()
         count = 0
+        lived = 0
         start = None
         for rows in batches(agent, options.churn):
-            check_batch(rows, kept, threads & threads_of_host() if count % 10 == 0 else set())
+            whole = short.whole(rows[0]["Snapshot Time"])
+            lived += len(whole)
+            check_batch(rows, kept | whole, threads & threads_of_host() if count % 10 == 0 else set())
             count += 1
             if count == 5:
                 start = memory(agent.process.pid), descriptors(agent)
@@ -298,7 +333,8 @@ def check_churn(build, work, options):
                   if each["name"] == "collect_process_iterator_faults"]
         if faults != [0]:
             fail(f"churn: {faults} streams had a fault")
-        print(f"churn: {churn.reached():.0f} processes a second, {count} batches, each with all that live; memory "
+        print(f"churn: {churn.reached():.0f} processes a second, {count} batches, each with all of {len(kept)} "
+              f"processes that live and in all with {lived} times one that lived through some; memory "
               f"{start[0] / 2**20:.1f} to {end[0] / 2**20:.1f} MB, descriptors {start[1]} to {end[1]}", flush=True)
         if end[1] > start[1]:
             fail("churn: the daemon keeps descriptors")
@@ -417,6 +453,7 @@ def run(options):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("build", type=lambda path: pathlib.Path(path).resolve())
+    parser.add_argument("--processes", type=int, default=2000, metavar="NUMBER")
     parser.add_argument("--churn", type=int, default=60, metavar="SECONDS")
     parser.add_argument("--cost", type=int, default=30, metavar="SECONDS")
     parser.add_argument("--only", action="append", choices=CHECKS)
