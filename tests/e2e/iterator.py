@@ -60,7 +60,7 @@ class Place:
     def __enter__(self):
         done = subprocess.run(["mount", "-t", "bpf", "bpf", self.mount], capture_output=True, text=True, check=False)
         if done.returncode != 0:
-            skip(f"no BPF file system can be mounted: {done.stderr.strip()}")
+            skip(f"no BPF file system can be mounted: {done.stderr.partition(chr(10))[0]}")
         return self
 
     def load(self):
