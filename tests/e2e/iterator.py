@@ -424,7 +424,7 @@ def check_cost(build, work, options):
     with Kinds(work, LEAST_SLEEPERS) as kinds:
         for name in ("iterator", "proc"):
             with daemon(build, work / f"cost {name}", name, schedule) as agent, Churn(COST_RATE) as churn:
-                wait_for("a batch", lambda: agent.ask("status")["last_batch"]["records"] >= len(OF_PROCESSES))
+                wait_for("a batch", lambda: (agent.ask("status")["last_batch"] or {}).get("records", 0) >= len(OF_PROCESSES))
                 time.sleep(2)
                 begin = processor_seconds(agent.process.pid), time.monotonic()
                 time.sleep(options.cost)
