@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "collect/HostFile.h"
 #include "support/HostPaths.h"
 #include "support/Switches.h"
-#include "support/TextFile.h"
 
 namespace {
 
@@ -19,6 +19,8 @@ constexpr const char* kUsage =
     "Runs the agent in the working directory, whose qmtagt.ini it reads.\n"
     "  -n NAME       the instance's name; default: the host's\n"
     "  -d DIRECTORY  where log/version.log is written; default: the working directory\n"
+    "  --capture DIR [--every S] [--count N] [--profile P]\n"
+    "                keeps what is read of the host in the new folder DIR, and starts no daemon\n"
     "  --check ...   names the faults of a definition, application or ini file\n"
     "  --help        shows this text\n"
     "  --version     shows the version\n"
@@ -66,11 +68,11 @@ void ReadEnvironment() {
 }
 
 std::string HostRelease(const std::string& own) {
-  if (HostPath("/") == "/") {
+  if (IsRunningHost()) {
     return own;
   }
   std::array<char, 256> line{};
-  const TextFilePtr file = OpenTextFile(HostPath("/proc/sys/kernel/osrelease"));
+  const TextFilePtr file = OpenHostFile("/proc/sys/kernel/osrelease");
   return file != nullptr && std::fgets(line.data(), line.size(), file.get()) != nullptr
              ? line.data()
              : own;

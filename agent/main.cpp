@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "agent/CaptureMode.h"
 #include "agent/CheckFile.h"
 #include "agent/Service.h"
 #include "agent/StartOptions.h"
@@ -31,6 +32,9 @@ int main(int argc, char** argv) {
   HoldStandardDescriptors();
   if (argc > 1 && std::strcmp(argv[1], "--check") == 0) {
     return CheckFile(argc, argv);
+  }
+  if (argc > 1 && std::strcmp(argv[1], "--capture") == 0) {
+    return RunCapture(argc, argv);
   }
   if (const std::string answer = AnswerToWords(argc, argv); !answer.empty()) {
     return std::fputs(answer.c_str(), stdout) < 0 || std::fflush(stdout) != 0 ? 1 : 0;

@@ -21,25 +21,13 @@ void AddLooks(CLI::App* command, CommandLine& line) {
       ->excludes(sinceBoot);
 }
 
-/// Options that say which rows and columns to show; each may be given again.
-void AddChoice(CLI::App* command, CommandLine& line) {
-  ChoiceOptions& choice = line.records.choice;
-  const auto add = [command](const char* name, std::vector<std::string>& texts, const char* help) {
-    command->add_option(name, texts, help)->allow_extra_args(false);
-  };
-  add("--where", choice.where,
-      "Rows with LABEL=VALUE, or != < <= > >= and ~ or !~ for a shell pattern");
-  add("--sort", choice.sort, "Sort by LABEL, +LABEL ascending, -LABEL descending");
-  add("--columns", choice.columns, "The columns LABEL,LABEL,... alone, in this order; * for all");
-}
-
 void AddRowCommands(CLI::App& app, CommandLine& line) {
   CLI::App* get = app.add_subcommand("get", "Collect records now, all in one snapshot");
   CLI::App* last = app.add_subcommand("last", "Show the rows that the schedule made last");
   for (CLI::App* command : {get, last}) {
     AddRecords(command, line);
     AddFormats(command, line);
-    AddChoice(command, line);
+    AddChoice(command, line.records.choice);
   }
   AddLooks(get, line);
   get->add_option("--over", line.overSeconds, "Seconds from look to look, 1 if not given")
@@ -65,7 +53,7 @@ void AddHistory(CLI::App& app, CommandLine& line) {
   for (CLI::App* command : {history, show}) {
     AddRecords(command, line)->expected(1);
     AddFormats(command, line);
-    AddChoice(command, line);
+    AddChoice(command, line.records.choice);
     command->callback([&line] {
       line.run = [&line] {
         line.history.what = line.records;
@@ -92,7 +80,7 @@ void AddWatch(CLI::App& app, CommandLine& line) {
   CLI::App* watch = app.add_subcommand("watch", "Collect records again and again");
   AddRecords(watch, line);
   AddLooks(watch, line);
-  AddChoice(watch, line);
+  AddChoice(watch, line.records.choice);
   AddJson(watch, line)->description("Print one JSON array a line");
   CLI::Option* every = watch->add_option("--every", line.watch.everySeconds,
                                          "Seconds from sample to sample, 0.1 or more");
@@ -213,6 +201,16 @@ CLI::Option* AddJson(CLI::App* command, CommandLine& line) {
   return command->add_flag("--json", line.json, "Print JSON");
 }
 
+void AddChoice(CLI::App* command, ChoiceOptions& choice) {
+  const auto add = [command](const char* name, std::vector<std::string>& texts, const char* help) {
+    command->add_option(name, texts, help)->allow_extra_args(false);
+  };
+  add("--where", choice.where,
+      "Rows with LABEL=VALUE, or != < <= > >= and ~ or !~ for a shell pattern");
+  add("--sort", choice.sort, "Sort by LABEL, +LABEL ascending, -LABEL descending");
+  add("--columns", choice.columns, "The columns LABEL,LABEL,... alone, in this order; * for all");
+}
+
 void AddFormats(CLI::App* command, CommandLine& line) {
   CLI::Option* json = AddJson(command, line);
   command->add_flag("--csv", line.csv, "Print comma-separated values")->excludes(json);
@@ -228,12 +226,16 @@ void BuildCommands(CLI::App& app, CommandLine& line) {
   AddCommonOptions(app, line);
   AddRowCommands(app, line);
   AddHistory(app, line);
+  AddReportCommand(app, line);
   AddWatch(app, line);
   AddTop(app, line);
+  AddViewCommands(app, line);
   AddControlGroups(app, line);
   AddOtherCommands(app, line);
   AddChangingCommands(app, line);
   AddFleetCommands(app, line);
+  AddCaptureCommands(app, line);
   AddGateCommands(app, line);
+  AddFirstCommands(app, line);
   AddHiddenCommands(app, line);
 }

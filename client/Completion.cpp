@@ -29,6 +29,31 @@ std::vector<Place> PlacesOf(const CommandView& tree) {
   return places;
 }
 
+/// The commands below one by name, without what may stand behind them.
+std::vector<CommandView> NamesBelow(const CommandView& command) {
+  std::vector<CommandView> names;
+  for (const CommandView& subcommand : command.subcommands) {
+    CommandView& name = names.emplace_back();
+    name.name = subcommand.name;
+    name.description = subcommand.description;
+    name.subcommands = NamesBelow(subcommand);
+  }
+  return names;
+}
+
+/// The tree with the names of commands behind the command that takes one.
+CommandView WithCommandNames(const CommandView& given) {
+  CommandView tree = given;
+  for (CommandView& command : tree.subcommands) {
+    if (std::ranges::any_of(command.arguments, [](const OptionView& argument) {
+          return argument.name == "COMMAND";
+        })) {
+      command.subcommands = NamesBelow(given);
+    }
+  }
+  return tree;
+}
+
 std::string Joined(const std::vector<std::string>& words, const char* between) {
   std::string text;
   for (const std::string& word : words) {
@@ -129,7 +154,8 @@ std::string Extras(const Place& place) {
 
 }  // namespace
 
-std::string BashCompletion(const CommandView& tree) {
+std::string BashCompletion(const CommandView& given) {
+  const CommandView tree = WithCommandNames(given);
   const std::vector<Place> places = PlacesOf(tree);
   const ValueForms forms{[](const std::vector<std::string>& values) {
                            return "COMPREPLY=($(compgen -W " + Quoted(Joined(values, " ")) +
@@ -180,7 +206,8 @@ std::string BashCompletion(const CommandView& tree) {
          "complete -F _qmtctl qmtctl\n";
 }
 
-std::string ZshCompletion(const CommandView& tree) {
+std::string ZshCompletion(const CommandView& given) {
+  const CommandView tree = WithCommandNames(given);
   const std::vector<Place> places = PlacesOf(tree);
   // A colon parts a word from its description.
   const auto entry = [](const std::string& word, std::string description) {
@@ -224,7 +251,8 @@ std::string ZshCompletion(const CommandView& tree) {
          "_qmtctl \"$@\"\n";
 }
 
-std::string FishCompletion(const CommandView& tree) {
+std::string FishCompletion(const CommandView& given) {
+  const CommandView tree = WithCommandNames(given);
   std::string text =
       "# Fish completion of qmtctl, made from its commands.\n"
       "complete -c qmtctl -f\n";

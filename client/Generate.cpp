@@ -13,6 +13,7 @@
 #include "client/commands/Applications.h"
 #include "client/looks/RecordReader.h"
 #include "client/show/Terminal.h"
+#include "json/RowText.h"
 
 int RunGenerate(const std::string& kind) {
   const CommandView tree = ProgramView();
@@ -59,8 +60,10 @@ int RunCompleteLabels(const CommonOptions& common, const std::vector<std::string
     std::string labels;
     for (const Listing& listing : ReadListing(connection.Ask({{"op", "records"}}))) {
       const RecordName name{listing.record, listing.category};
+      const std::string lower = LowerCase(name.name);
       const bool isMeant = std::any_of(words.begin(), words.end(), [&](const std::string& word) {
-        return word == name.name || word == name.Text() ||
+        const std::string typed = LowerCase(word);
+        return typed == lower || typed == name.category + ':' + lower ||
                (word == "cgroups" && name.name == "CGRP");
       });
       if (isMeant && listing.served) {

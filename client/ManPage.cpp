@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "client/ask/Errors.h"
+#include "client/view/KeyHelp.h"
 
 namespace {
 
@@ -79,6 +80,17 @@ std::string CommandSections(const CommandView& command, const std::string& path)
   return text;
 }
 
+/// The keys of the full-screen view, under their headings.
+std::string KeySections() {
+  std::string text;
+  for (const KeyHelp& help : AllKeyHelp()) {
+    const std::string keys = help.keys;
+    text += keys.empty() ? ".SS " + Escaped(help.text) + '\n'
+                         : ".TP\n" + Bold(keys) + '\n' + Escaped(help.text) + ".\n";
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string ManPage(const CommandView& tree) {
@@ -86,10 +98,13 @@ std::string ManPage(const CommandView& tree) {
   std::string text = ".TH " + name + " 1 \"\" \"" + name + " " QMT_VERSION "\" \"User Commands\"\n";
   text += ".SH NAME\n" + name + " \\- operator's client of the monitoring daemon qmtdmon\n";
   text += ".SH SYNOPSIS\n" + Synopsis(tree, name) + ' ' + Italic("COMMAND") + " ...\n";
-  text += ".SH DESCRIPTION\n" + Escaped(tree.description) +
-          ". Data goes to standard output, words for the operator to standard error.\n";
+  text +=
+      ".SH DESCRIPTION\n" + Escaped(tree.description) +
+      ". Data goes to standard output, words for the operator to standard error. Without any word "
+      "it prints what one wants first.\n";
   text += ".SH OPTIONS\nThese may also stand behind a command.\n" + Descriptions(tree);
   text += ".SH COMMANDS\n" + CommandSections(tree, name);
+  text += ".SH KEYS OF VIEW\n" + KeySections();
   text += ".SH EXIT STATUS\n";
   for (const auto& [value, meaning] : kExitTexts) {
     text += ".TP\n.B " + std::to_string(value) + '\n' + Escaped(meaning) + '\n';

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "support/HostPaths.h"
+#include "support/HostReads.h"
 #include "support/UtlError.h"
 
 namespace {
@@ -114,7 +115,8 @@ const cookie_io_functions_t kFunctions{
 TextFilePtr OpenHostFile(const char* path) { return OpenHostFileAt(HostPath(path), path); }
 
 TextFilePtr OpenHostFileAt(const std::string& place, const char* path) {
-  const int descriptor = ::open(place.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  const int descriptor =
+      OpenHost(AT_FDCWD, place.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (descriptor < 0) {
     return nullptr;
   }

@@ -7,6 +7,7 @@
 
 #include "collect/ProcLib.h"
 #include "support/HostPaths.h"
+#include "support/HostReads.h"
 #include "support/TraceLog.h"
 
 namespace {
@@ -18,22 +19,22 @@ const char* BelowProc(const char* path) { return path + sizeof(kProcFolder); }
 
 }  // namespace
 
-void ProcessWalk::Close::operator()(DIR* directory) const {
-  if (::closedir(directory) != 0) {
+ProcessWalk::~ProcessWalk() {
+  if (IsOpen() && m_entries.Close() != 0) {
     Trace(20, kError, "The error occurred by OS API(closedir). (en=%1, arg1=%2)", errno,
           kProcFolder);
   }
 }
 
-ProcessWalk::ProcessWalk(int level) : m_directory(::opendir(HostPath(kProcFolder).c_str())) {
-  if (m_directory == nullptr) {
+ProcessWalk::ProcessWalk(int level) : m_entries(HostPath(kProcFolder)) {
+  if (!IsOpen()) {
     Trace(level, kError, "The error occurred by OS API(opendir). (en=%1, arg1=%2)", errno,
           kProcFolder);
   }
 }
 
 const char* ProcessWalk::Next() {
-  while (const dirent* entry = ::readdir(m_directory.get())) {
+  while (const dirent* entry = m_entries.Next()) {
     if (ProcLib::IsNumeric(entry->d_name) == 0) {
       return entry->d_name;
     }
@@ -43,21 +44,18 @@ const char* ProcessWalk::Next() {
 
 int ProcessWalk::Open(const char* path) const {
   // A pipe in a captured tree must not block the agent.
-  return ::openat(::dirfd(m_directory.get()), BelowProc(path),
+  return OpenHost(m_entries.Folder(), BelowProc(path),
                   O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
 }
 
 ssize_t ProcessWalk::ReadLink(const char* path, char* target, std::size_t size) const {
-  return ::readlinkat(::dirfd(m_directory.get()), BelowProc(path), target, size);
+  return ReadHostLink(m_entries.Folder(), BelowProc(path), target, size);
 }
 
 ProcessWalk ProcessWalk::Below(const char* path) const {
   ProcessWalk walk;
   if (const int descriptor = Open(path); descriptor >= 0) {
-    walk.m_directory.reset(::fdopendir(descriptor));
-    if (!walk.IsOpen()) {
-      ::close(descriptor);
-    }
+    walk.m_entries = HostEntries(descriptor);
   }
   return walk;
 }

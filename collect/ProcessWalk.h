@@ -1,13 +1,14 @@
 #pragma once
 
-#include <dirent.h>
 #include <sys/types.h>
 
 #include <array>
 #include <cstddef>
 #include <initializer_list>
-#include <memory>
 #include <string_view>
+#include <utility>
+
+#include "support/HostReads.h"
 
 /// "/proc/", a directory name of the longest kind, 255 bytes, a slash and the file's name.
 using ProcessPath = std::array<char, 288>;
@@ -46,12 +47,18 @@ class ProcessWalk {
   ProcessWalk() = default;
   /// Opens /proc. A failure is traced at `level`, and one to close it at 20.
   explicit ProcessWalk(int level);
+  ProcessWalk(ProcessWalk&&) = default;
+  ProcessWalk& operator=(ProcessWalk&& other) noexcept {
+    std::swap(m_entries, other.m_entries);
+    return *this;
+  }
+  ~ProcessWalk();
 
   /// Whether /proc is open; all the rest wants that.
-  [[nodiscard]] bool IsOpen() const { return m_directory != nullptr; }
+  [[nodiscard]] bool IsOpen() const { return m_entries.IsOpen(); }
   /// The number of the next process, as text that lives until the next call; null at the end.
   [[nodiscard]] const char* Next();
-  void Rewind() { ::rewinddir(m_directory.get()); }
+  void Rewind() { m_entries.Rewind(); }
 
   // These take paths that begin with "/proc/".
 
@@ -64,9 +71,5 @@ class ProcessWalk {
   [[nodiscard]] ProcessWalk Below(const char* path) const;
 
  private:
-  struct Close {
-    void operator()(DIR* directory) const;
-  };
-
-  std::unique_ptr<DIR, Close> m_directory;
+  HostEntries m_entries;
 };

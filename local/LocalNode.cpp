@@ -108,7 +108,7 @@ int LocalNode::DebugInit(const ServiceRegistration&) {
       Report(PlaceText(kIniName, problem));
     }
   }
-  return 0;
+  return PlayCapture() ? 0 : -1;
 }
 
 int LocalNode::MsgLogLevel(int* level) {
@@ -197,7 +197,7 @@ int LocalNode::Connect(CMBAgent&, const AgentIdentity& identity) {
   facts.host = ReadHostName();
   Parts().operations.SetFacts(std::move(facts));
   std::string error;
-  if (!Parts().server.Open(error)) {
+  if (m_capture == nullptr && !Parts().server.Open(error)) {
     Report(error);
     return -1;
   }
@@ -385,6 +385,10 @@ void LocalNode::StartGate(const HttpSettings& settings, const LocalIniFile& ini)
 }
 
 int LocalNode::Run(CMBRunnableNode& node) {
+  if (m_capture != nullptr) {
+    MakeCapture(node);
+    return m_capture->problem.empty() ? 0 : 1;
+  }
   LoadSettings();
   Parts().schedule.Start();
   Parts().manager.Ready();

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "local/CaptureRun.h"
 #include "local/GateRun.h"
 #include "local/HttpSettings.h"
 #include "local/NodeSettings.h"
@@ -74,6 +75,8 @@ class LocalNode : public NodeLayer {
   int ScheduleEvent(CMBEvent* event, long period, int repeat, long firstTime) override;
   int CancelEvent(CMBEvent* event, bool destroy) override;
   void RequestStop(int signal) noexcept override;
+  std::string BeginCapture(const CaptureOrder& order) override;
+  std::string EndCapture() override;
 
  private:
   /// All that hangs on the event loop.
@@ -95,7 +98,19 @@ class LocalNode : public NodeLayer {
     ServiceManager manager;
   };
 
+  /// A capture in the making.
+  struct Capture {
+    CaptureOrder order;
+    CaptureRoom room;
+    CaptureFacts facts;
+    std::string problem = "the capture was broken off";
+  };
+
   [[nodiscard]] LoopParts& Parts();
+  /// Takes a capture for the host if the host's root is one. False, told to the operator, for one
+  /// that is no good.
+  [[nodiscard]] bool PlayCapture();
+  void MakeCapture(CMBRunnableNode& node);
   void Report(const std::string& problem);
   void LoadSettings();
   void ConfigureMetrics(const HttpSettings& settings);
@@ -110,6 +125,7 @@ class LocalNode : public NodeLayer {
   std::unique_ptr<MessageLog> m_log;
   std::unique_ptr<ServiceStatus> m_status;
   std::unique_ptr<LoopParts> m_parts;
+  std::unique_ptr<Capture> m_capture;  ///< null but in a capture
   std::string m_iniDirectory;
   std::string m_iniName;
   std::string m_nodeId;

@@ -45,6 +45,14 @@ struct ServiceRegistration {
   std::array<char, 3> letters{};
 };
 
+/// What `qmtdmon --capture` is asked for.
+struct CaptureOrder {
+  std::string folder;
+  long everySeconds = 10;
+  long count = 1;
+  std::string profile;  ///< empty for the usual one
+};
+
 /// What stands behind the contract: every operation of the contract that does something outside the
 /// agent is one call here. The daemon links the local layer, tests link a scripted one.
 class NodeLayer {
@@ -88,6 +96,11 @@ class NodeLayer {
   virtual int UnwatchDescriptor(int descriptor) = 0;
   virtual int ScheduleEvent(CMBEvent* event, long period, int repeat, long firstTime) = 0;
   virtual int CancelEvent(CMBEvent* event, bool destroy) = 0;
+  /// Has what follows, a start and Run(), be a capture instead of a service. To be called before
+  /// all else. Gives what is wrong, or nothing.
+  virtual std::string BeginCapture(const CaptureOrder&) { return "this node makes no captures"; }
+  /// Completes the capture when the agent is gone. Gives why there is none, or nothing.
+  virtual std::string EndCapture() { return "this node makes no captures"; }
   /// Async-signal-safe. Signal 0 asks for a stop without a signal.
   virtual void RequestStop(int signal) noexcept = 0;
 };

@@ -30,7 +30,8 @@ constexpr RecordMapping kACCT{kDetail, "ACCT", COLLECT_ACCT, 0, &RecordBuilder::
 constexpr RecordMapping kFSL{kDetail, "FSL", COLLECT_FILE_SYSTEM, 0, &RecordBuilder::BuildPD_FSL};
 constexpr RecordMapping kFSR{kDetail, "FSR", COLLECT_FILE_SYSTEM, 0, &RecordBuilder::BuildPD_FSR};
 constexpr RecordMapping kPDI{kDetail, "PDI", kProcesses, 0, &RecordBuilder::BuildPD_PDI};
-constexpr RecordMapping kPDS{kDetail, "PDS", kProcesses, 1, &RecordBuilder::BuildPD_PDS};
+constexpr RecordMapping kPDS{
+    kDetail, "PDS", kProcesses, 1, &RecordBuilder::BuildPD_PDS, COLLECT_PROCESS_FOLDER};
 constexpr RecordMapping kPGM{kDetail, "PGM", kProcesses, 0, &RecordBuilder::BuildPD_PGM};
 constexpr RecordMapping kTERM{kDetail, "TERM", kProcesses, 0, &RecordBuilder::BuildPD_TERM};
 constexpr RecordMapping kUFSS{kDetail, "UFSS", COLLECT_STORAGE | COLLECT_FILE_SYSTEM, 0,

@@ -5,6 +5,9 @@
 
 #include <cstdlib>
 
+#include "support/Descriptor.h"
+#include "support/HostReads.h"
+
 namespace {
 
 std::string WithoutTrailingSlash(std::string root) {
@@ -45,13 +48,18 @@ std::string ProductPath(std::string_view absolute) { return Below(ProductRoot(),
 void SetHostRoot(std::string root) { HostRoot() = WithoutTrailingSlash(std::move(root)); }
 void SetProductRoot(std::string root) { ProductRoot() = WithoutTrailingSlash(std::move(root)); }
 
+bool IsRunningHost() {
+  return g_hostReads == nullptr ? HostRoot().empty() : g_hostReads->IsRunningHost();
+}
+
 std::string HostMountTable() {
   struct ::stat own {};
   struct ::stat first {};
   const std::string ofFirst = HostPath("/proc/1/mounts");
-  const bool isElsewhere = ::stat(HostPath("/proc/self/ns/mnt").c_str(), &own) == 0 &&
-                           ::stat(HostPath("/proc/1/ns/mnt").c_str(), &first) == 0 &&
-                           (own.st_ino != first.st_ino || own.st_dev != first.st_dev) &&
-                           ::access(ofFirst.c_str(), R_OK) == 0;
+  const bool isElsewhere =
+      StatHost(AT_FDCWD, HostPath("/proc/self/ns/mnt").c_str(), &own) == 0 &&
+      StatHost(AT_FDCWD, HostPath("/proc/1/ns/mnt").c_str(), &first) == 0 &&
+      (own.st_ino != first.st_ino || own.st_dev != first.st_dev) &&
+      Descriptor(OpenHost(AT_FDCWD, ofFirst.c_str(), O_RDONLY | O_CLOEXEC)).IsOpen();
   return isElsewhere ? ofFirst : HostPath("/etc/mtab");
 }

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "support/HostReads.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
 #include "utility/SASocket.h"
@@ -52,6 +53,11 @@ int HostNameRequestManager::connection_init(SASocket* socket) {
 
 bool HostNameRequestManager::spawn_process() {
   TraceEntry("HostNameRequestManager::spawn_process");
+  if (g_hostReads != nullptr) {
+    // The names of a captured host's networks are not to be asked of another one.
+    TraceExit("HostNameRequestManager::spawn_process");
+    return false;
+  }
   std::string error;
   const int started = m_helper.Spawn(error);
   if (started < 0) {

@@ -15,7 +15,7 @@ constexpr std::uint64_t kLastItem = 65535;
 std::string ErrorText(const Json& error) {
   std::string message = TextMember(error, "message");
   const std::string code = TextMember(error, "code");
-  return message.empty() ? code : message + " (" + code + ")" + HintOf(code);
+  return message.empty() ? code : message + " (" + code + ")";
 }
 
 /// Deep trees don't come this far: the parser bounds how deep an answer is nested.
@@ -128,8 +128,11 @@ HistoryPage ReadHistory(Json& answer, const RecordName& asked) {
   CheckRows(ObjectsMember(history, "rows"));
   page.answer.rows = std::move(history["rows"]);
   Json* next = history.Find("next");
-  if (next == nullptr || !(next->IsNull() || next->IsArray())) {
-    FailMember("next", "null or an array");
+  const auto isPlace = [](const Json& value) {
+    return value.IsArray() && value.Size() == 2 && value[0].IsWhole() && value[1].IsWhole();
+  };
+  if (next == nullptr || !(next->IsNull() || isPlace(*next))) {
+    FailMember("next", "null or a time and a row");
   }
   page.next = std::move(*next);
   return page;

@@ -6,6 +6,7 @@
 #include <sys/time.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -57,7 +58,7 @@ void ThrowRefusal(const Json& answer) {
       words += std::string(" (") + name + " " + value + ")";
     }
   }
-  throw RefusedError(words + HintOf(text("code")));
+  throw RefusedError(words);
 }
 
 std::string RequestLine(const Json& request) {
@@ -153,9 +154,11 @@ Json Connection::Ask(Json request) {
   }
   const Json id = request["id"];
   const std::string line = RequestLine(request);
-  const TimePoint deadline = std::chrono::steady_clock::now() + m_limits.answer;
+  const TimePoint begin = std::chrono::steady_clock::now();
+  const TimePoint end = begin + m_limits.whole;
+  const TimePoint deadline = std::min(begin + m_limits.answer, end);
   Send(line, deadline);
-  Json answer = ParseAnswer(ReceiveLine(deadline));
+  Json answer = ParseAnswer(ReceiveLine(deadline, end));
   if (!answer.IsObject()) {
     throw ClientError("broken answer: not an object");
   }
@@ -176,6 +179,10 @@ Json Connection::Ask(Json request) {
   return answer;
 }
 
+void Connection::FailLate() const {
+  throw ClientError("the daemon at " + Where() + " gave no answer in time");
+}
+
 void Connection::Await(short events, TimePoint deadline) const {
   std::array<pollfd, 2> wanted{{{m_socket.Get(), events, 0}, {m_stop, POLLIN, 0}}};
   while (true) {
@@ -190,7 +197,7 @@ void Connection::Await(short events, TimePoint deadline) const {
       return;
     }
     if (ready == 0) {
-      throw ClientError("the daemon at " + Where() + " gave no answer in time");
+      FailLate();
     }
   }
 }
@@ -211,14 +218,14 @@ void Connection::Send(std::string_view line, TimePoint deadline) {
   }
 }
 
-std::string Connection::ReceiveLine(TimePoint deadline) {
+std::string Connection::ReceiveLine(TimePoint deadline, TimePoint end) {
   std::array<char, 65536> chunk;
   std::size_t searched = 0;
   while (true) {
-    const std::size_t end = m_received.find('\n', searched);
-    if (end != std::string::npos) {
-      std::string line = m_received.substr(0, end);
-      m_received.erase(0, end + 1);
+    const std::size_t newline = m_received.find('\n', searched);
+    if (newline != std::string::npos) {
+      std::string line = m_received.substr(0, newline);
+      m_received.erase(0, newline + 1);
       return line;
     }
     searched = m_received.size();
@@ -226,11 +233,15 @@ std::string Connection::ReceiveLine(TimePoint deadline) {
       throw ClientError("broken answer: longer than " + std::to_string(m_limits.answerBytes) +
                         " bytes");
     }
+    // Where bytes always wait, no waiting would end.
+    if (std::chrono::steady_clock::now() >= end) {
+      FailLate();
+    }
     Await(POLLIN, deadline);
     const ssize_t count = ::recv(m_socket.Get(), chunk.data(), chunk.size(), MSG_DONTWAIT);
     if (count > 0) {
       m_received.append(chunk.data(), static_cast<std::size_t>(count));
-      deadline = std::chrono::steady_clock::now() + m_limits.answer;
+      deadline = std::min(std::chrono::steady_clock::now() + m_limits.answer, end);
     } else if (count == 0) {
       throw ClientError("the daemon at " + Where() + " closed the connection " +
                         (m_received.empty() ? "without an answer" : "in the middle of an answer"));

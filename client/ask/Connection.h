@@ -14,6 +14,8 @@ struct ConnectionLimits {
   std::chrono::milliseconds connect = std::chrono::seconds(5);
   std::chrono::milliseconds answer =
       std::chrono::seconds(30);  ///< silence of the daemon; sending the request included
+  /// From sending a request to the end of its answer, however lively the daemon is.
+  std::chrono::milliseconds whole = std::chrono::hours(24);
   std::size_t answerBytes = std::size_t{128} << 20;  ///< without the newline
 };
 
@@ -38,8 +40,10 @@ class Connection {
 
   void Connect();
   void Send(std::string_view line, TimePoint deadline);
-  [[nodiscard]] std::string ReceiveLine(TimePoint deadline);
+  /// Waits until `deadline` for the first bytes, and until `end` for all of them.
+  [[nodiscard]] std::string ReceiveLine(TimePoint deadline, TimePoint end);
   void Await(short events, TimePoint deadline) const;
+  [[noreturn]] void FailLate() const;
   [[noreturn]] void FailConnect(int error) const;
   [[nodiscard]] std::string Where() const;
 

@@ -24,11 +24,6 @@ class RefusedError : public ClientError {
   using ClientError::ClientError;
 };
 
-/// What to do about a refusal of this code, to stand behind its words; empty where they say it all.
-[[nodiscard]] inline std::string HintOf(const std::string& code) {
-  return code == "unknown-record" ? "; \"qmtctl records\" shows those there are" : "";
-}
-
 /// The command line asks for something that cannot be meant. Ends with kExitUsage.
 class UsageError : public std::runtime_error {
  public:

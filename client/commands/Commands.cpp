@@ -12,6 +12,7 @@
 #include "client/ask/SafeText.h"
 #include "client/commands/ConfigText.h"
 #include "client/looks/Pace.h"
+#include "client/looks/RecordNames.h"
 #include "client/show/RowValues.h"
 #include "json/JsonText.h"
 
@@ -206,8 +207,9 @@ int RunWatch(const CommonOptions& common, const WatchOptions& options) {
 }
 
 int RunSchema(const CommonOptions& common, const std::string& record, bool json) {
-  const RecordName name = ParseRecordName(record);
+  const RecordName typed = ParseRecordName(record);
   Connection connection(common.socket);
+  const RecordName name = RecordNames(connection).Need(typed);
   const Json answer = connection.Ask(SchemaRequest(name));
   const Schema schema = ReadSchema(answer);
   WriteOutput(json ? Indented(Part(answer, "schema"))

@@ -10,6 +10,7 @@
 #include "client/ask/Errors.h"
 #include "client/ask/SafeText.h"
 #include "client/commands/Schedules.h"
+#include "client/looks/RecordNames.h"
 #include "client/show/Labels.h"
 #include "client/show/Plot.h"
 #include "client/show/RowValues.h"
@@ -161,8 +162,9 @@ void WriteRows(RecordAnswer answer, Schema schema, const HistoryOptions& options
 }  // namespace
 
 int RunHistory(const CommonOptions& common, const HistoryOptions& options) {
-  const RecordName name = ParseRecordName(options.what.records.front());
+  const RecordName typed = ParseRecordName(options.what.records.front());
   Connection connection(common.socket);
+  const RecordName name = RecordNames(connection).Need(typed);
   PageReader reader(connection, name, options);
   const Json answer = connection.Ask(SchemaRequest(name));
   Schema schema = ReadSchema(answer);

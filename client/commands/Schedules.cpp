@@ -7,6 +7,7 @@
 #include "client/ask/Connection.h"
 #include "client/ask/Errors.h"
 #include "client/ask/SafeText.h"
+#include "client/looks/RecordNames.h"
 #include "client/show/Render.h"
 #include "client/show/RowValues.h"
 #include "client/show/Terminal.h"
@@ -41,8 +42,9 @@ int RunScheduleList(const CommonOptions& common, bool json) {
 }
 
 int RunScheduleAdd(const CommonOptions& common, const std::string& record, long seconds) {
-  const RecordName name = ParseRecordName(record);
+  const RecordName typed = ParseRecordName(record);
   Connection connection(common.socket);
+  const RecordName name = RecordNames(connection).Need(typed);
   const Status status = ReadStatus(connection.Ask({{"op", "status"}}));
   static_cast<void>(
       connection.Ask({{"op", "schedule_set"}, {"record", name.name}, {"seconds", seconds}}));
@@ -60,8 +62,9 @@ int RunScheduleAdd(const CommonOptions& common, const std::string& record, long 
 }
 
 int RunScheduleRemove(const CommonOptions& common, const std::string& record) {
-  const RecordName name = ParseRecordName(record);
+  const RecordName typed = ParseRecordName(record);
   Connection connection(common.socket);
+  const RecordName name = RecordNames(connection).Need(typed);
   static_cast<void>(connection.Ask({{"op", "schedule_remove"}, {"record", name.name}}));
   WriteOutput(SafeText(name.name + " is collected no more, from now on") +
               "; rows that are kept stay until they are too old\n");

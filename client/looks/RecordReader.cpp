@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "client/ask/Errors.h"
+#include "client/looks/RecordNames.h"
 
 namespace {
 
@@ -45,6 +46,7 @@ RecordReader::RecordReader(const std::string& socket, const RecordOptions& optio
       m_compares(options.Compares() && operation == std::string_view("get")),
       m_looks(m_names.size()),
       m_connection(socket, stop) {
+  ResolveNames();
   Json names = Json::Array();
   for (const RecordName& name : m_names) {
     names.PushBack(name.ToJson());
@@ -55,6 +57,13 @@ RecordReader::RecordReader(const std::string& socket, const RecordOptions& optio
   }
   if (options.choice.Any()) {
     MakeChoices(options.choice);
+  }
+}
+
+void RecordReader::ResolveNames() {
+  const RecordNames known(m_connection);
+  for (RecordName& name : m_names) {
+    m_missing.push_back(known.Resolve(name) ? "" : known.Missing(name));
   }
 }
 
@@ -71,7 +80,8 @@ Sample RecordReader::Read() {
     }
     if (!error.empty()) {
       m_anyFailed = true;
-      sample.notes.push_back(m_names[i].Text() + ": " + error);
+      sample.notes.push_back(m_missing[i].empty() ? m_names[i].Text() + ": " + error
+                                                  : m_missing[i]);
       continue;
     }
     ShownRecord record{std::move(answers[i]), {}};

@@ -49,12 +49,15 @@ class RecordReader {
   [[nodiscard]] bool AnyFailed() const { return m_anyFailed; }
 
  private:
+  void ResolveNames();
   const Schema& SchemaOf(const RecordName& record);
   void MakeChoices(const ChoiceOptions& options);
   void Compare(ShownRecord& record, std::size_t place, TwoLooks::TimePoint at);
 
   Format m_format;
   std::vector<RecordName> m_names;
+  /// One for each name: what to say of a record that there is not; empty for the others.
+  std::vector<std::string> m_missing;
   /// One for each name if there is anything to choose; none in it for a record without a layout.
   std::vector<std::optional<RowChoice>> m_choices;
   bool m_compares;

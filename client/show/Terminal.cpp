@@ -16,12 +16,9 @@
 
 #include "client/ask/Errors.h"
 #include "client/ask/SafeText.h"
+#include "client/show/TerminalCodes.h"
 
 namespace {
-
-constexpr std::string_view kBold = "\x1b[1m";
-constexpr std::string_view kDim = "\x1b[2m";
-constexpr std::string_view kPlain = "\x1b[0m";
 
 sigset_t StopSet() {
   sigset_t set;
@@ -29,6 +26,17 @@ sigset_t StopSet() {
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
   return set;
+}
+
+/// Bytes of the code of emphasis that the text begins with; 0 for none.
+std::size_t CodeSize(std::string_view text) {
+  const TerminalCodes& codes = OutputCodes();
+  for (const std::string* code : {&codes.bold, &codes.dim, &codes.plain}) {
+    if (!code->empty() && text.starts_with(*code)) {
+      return code->size();
+    }
+  }
+  return 0;
 }
 
 }  // namespace
@@ -56,11 +64,11 @@ Screen ReadScreen(ColorMode mode) {
 }
 
 std::string Emphasize(const std::string& text, const Screen& screen) {
-  return screen.color ? std::string(kBold) + text + std::string(kPlain) : text;
+  return screen.color ? OutputCodes().bold + text + OutputCodes().plain : text;
 }
 
 std::string Dim(const std::string& text, const Screen& screen) {
-  return screen.color ? std::string(kDim) + text + std::string(kPlain) : text;
+  return screen.color ? OutputCodes().dim + text + OutputCodes().plain : text;
 }
 
 std::string_view CutText(std::string_view text, std::size_t width) {
@@ -68,8 +76,8 @@ std::string_view CutText(std::string_view text, std::size_t width) {
   std::size_t i = 0;
   while (i < text.size()) {
     const std::string_view rest = text.substr(i);
-    if (rest.starts_with(kBold) || rest.starts_with(kDim) || rest.starts_with(kPlain)) {
-      i += kBold.size();
+    if (const std::size_t code = CodeSize(rest); code != 0) {
+      i += code;
       continue;
     }
     const TextStep step = FirstCharacter(rest);
@@ -83,7 +91,7 @@ std::string_view CutText(std::string_view text, std::size_t width) {
 }
 
 std::string Frame(std::string_view text, const Screen& screen) {
-  std::string out = "\x1b[H\x1b[J";
+  std::string out = OutputCodes().clear;
   for (std::size_t lines = 1; !text.empty(); ++lines) {
     const std::size_t end = std::min(text.find('\n'), text.size());
     const std::string_view line = text.substr(0, end);
@@ -93,7 +101,7 @@ std::string Frame(std::string_view text, const Screen& screen) {
     }
     out += CutText(line, screen.width);
     if (screen.color) {
-      out += kPlain;
+      out += OutputCodes().plain;
     }
     if (!text.empty()) {
       out += '\n';

@@ -16,6 +16,7 @@
 #include "collect/AccountingCount.h"
 #include "support/CollectorLog.h"
 #include "support/HostPaths.h"
+#include "support/HostReads.h"
 #include "support/OsCalls.h"
 #include "support/ProductOptions.h"
 #include "support/TraceLog.h"
@@ -207,6 +208,9 @@ bool AcctSourceUser::CreateFile() const {
 bool AcctSourceUser::checkacct() {
   AcctState& state = RememberedAcct();
   state.opened = false;
+  if (g_hostReads != nullptr) {
+    return false;  // neither a capture nor its replay turns anything on
+  }
   struct ::stat status {};
   if (::stat(HostPath(state.fileName.c_str()).c_str(), &status) != 0 && !CreateFile()) {
     return false;

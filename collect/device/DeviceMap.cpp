@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "support/Directory.h"
 #include "support/HostPaths.h"
+#include "support/HostReads.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
 
@@ -54,12 +54,12 @@ void DeviceMap::Fill() {
 }
 
 void DeviceMap::ScanDirectory(const char* directory) {
-  const DirectoryPtr stream(::opendir(HostPath(directory).c_str()));
-  if (stream == nullptr) {
+  HostEntries entries(HostPath(directory));
+  if (!entries.IsOpen()) {
     return;
   }
   std::string path;
-  while (const ::dirent* entry = ::readdir(stream.get())) {
+  while (const ::dirent* entry = entries.Next()) {
     path.assign(directory).append("/").append(entry->d_name);
     struct ::stat status {};
     if (Os().stat(HostPath(path).c_str(), &status) != 0) {

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "support/HostPaths.h"
+#include "support/HostReads.h"
 
 namespace {
 
@@ -175,7 +176,8 @@ bool QuotaSourceUser::OpenNextFileSystem() {
 bool QuotaSourceUser::OpenFile(const char* name) {
   m_path += name;
   // A captured tree may hold a pipe in its place, which must not block.
-  m_quotaFd = ::open(HostPath(m_path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  m_quotaFd =
+      OpenHost(AT_FDCWD, HostPath(m_path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (m_quotaFd < 0) {
     m_quotaFd = -1;
     Trace(20, kError, "The error occurred by OS API(open). (en=%1,arg1=%2, arg2=%3)", errno, m_path,

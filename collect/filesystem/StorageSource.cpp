@@ -56,8 +56,8 @@ StorageSourceUser::StorageSourceUser() {
 
 UtlError* StorageSourceUser::initialize(const char* dir) {
   TraceEntry("StorageSourceUser::initialize", dir);
-  m_dir.reset(::opendir(dir));
-  if (m_dir == nullptr) {
+  m_dir = HostEntries(std::string(dir));
+  if (!m_dir.IsOpen()) {
     const int code = errno;
     auto error = std::make_unique<UtlError>(__FILE__, __LINE__);
     error->GetStream() << "StorageSourceUser::initialize): fopen(" << dir
@@ -73,7 +73,7 @@ UtlError* StorageSourceUser::initialize(const char* dir) {
 
 void StorageSourceUser::getdirentry(char* path) {
   path[0] = '\0';
-  while (const ::dirent* entry = ::readdir(m_dir.get())) {
+  while (const ::dirent* entry = m_dir.Next()) {
     const std::string_view name = entry->d_name;
     const std::string candidate = m_directory + entry->d_name;
     if (name == "." || name == ".." || candidate.size() >= kPathSize) {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "collect/Source.h"
-#include "support/Directory.h"
+#include "support/HostReads.h"
 #include "support/TextFile.h"
 
 /// One owner's share of a file system as the source reads it.
@@ -61,7 +61,7 @@ class StorageSourceUser : public PtrSource<x_storage, Storage, std::vector<Stora
 
   TextFilePtr m_file;
   std::string m_path;  ///< of the file being read
-  DirectoryPtr m_dir;
+  HostEntries m_dir;
   std::string m_directory;  ///< with a "/" at its end
   tagUTIME m_fileTime;
 };

@@ -10,8 +10,8 @@
 #include <charconv>
 #include <cstring>
 
-#include "support/Directory.h"
 #include "support/HostPaths.h"
+#include "support/HostReads.h"
 #include "support/NotTold.h"
 #include "support/TrimmedText.h"
 
@@ -54,18 +54,19 @@ bool ReadToEnd(int descriptor, std::string& text, std::size_t limit) {
 }  // namespace
 
 HostFolder::HostFolder(const std::string& path)
-    : m_descriptor(::open(HostPath(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+    : m_descriptor(OpenHost(AT_FDCWD, HostPath(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+}
 
 HostFolder HostFolder::Below(const char* name, bool follow) const {
   HostFolder below;
-  below.m_descriptor = Descriptor(::openat(
+  below.m_descriptor = Descriptor(OpenHost(
       m_descriptor.Get(), name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW)));
   return below;
 }
 
 bool HostFolder::Read(const char* name, std::string& text, std::size_t limit) const {
   const Descriptor file(
-      ::openat(m_descriptor.Get(), name, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+      OpenHost(m_descriptor.Get(), name, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   if (file.IsOpen() && IsRegular(file.Get()) && ReadToEnd(file.Get(), text, limit)) {
     return true;
   }
@@ -90,14 +91,14 @@ double HostFolder::Number(const char* name) const { return HostNumber(Line(name)
 
 double HostFolder::ChangeTime(const char* name) const {
   struct ::stat status {};
-  return ::fstatat(m_descriptor.Get(), name, &status, 0) == 0
+  return StatHost(m_descriptor.Get(), name, &status, 0) == 0
              ? static_cast<double>(status.st_mtim.tv_sec)
              : kNotTold;
 }
 
 std::string HostFolder::LinkName(const char* name) const {
   std::array<char, 4096> target;
-  const ssize_t length = ::readlinkat(m_descriptor.Get(), name, target.data(), target.size());
+  const ssize_t length = ReadHostLink(m_descriptor.Get(), name, target.data(), target.size());
   if (length <= 0) {
     return {};
   }
@@ -111,21 +112,17 @@ bool HostFolder::IsFolder(const dirent& entry) const {
   }
   // Some file systems, as a captured tree may lie on, don't say it.
   struct ::stat status {};
-  return ::fstatat(m_descriptor.Get(), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+  return StatHost(m_descriptor.Get(), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
          S_ISDIR(status.st_mode);
 }
 
 bool HostFolder::ForEach(const std::function<bool(const char* name, bool isFolder)>& visit) const {
-  const int own = ::openat(m_descriptor.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const DirectoryPtr directory(own < 0 ? nullptr : ::fdopendir(own));
-  if (directory == nullptr) {
-    if (own >= 0) {
-      ::close(own);
-    }
+  HostEntries entries(OpenHost(m_descriptor.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!entries.IsOpen()) {
     return false;
   }
   errno = 0;
-  while (const dirent* entry = ::readdir(directory.get())) {
+  while (const dirent* entry = entries.Next()) {
     const char* const name = entry->d_name;
     if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0 &&
         !visit(name, IsFolder(*entry))) {

@@ -49,6 +49,8 @@ void MissingInHost(std::string_view path, std::string_view name) {
   }
 }
 
+void ForgetTold() { Told().clear(); }
+
 void FoundInHost(std::string_view path, std::string_view name) {
   if (!Told().empty()) {
     Told().erase(Place(path, name));

@@ -9,3 +9,5 @@
 void MissingInHost(std::string_view path, std::string_view name = {});
 /// It is there; costs nothing while nothing has been told.
 void FoundInHost(std::string_view path, std::string_view name = {});
+/// Nothing has been told yet, as of a host that is not the one before.
+void ForgetTold();

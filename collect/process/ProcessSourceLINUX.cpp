@@ -193,7 +193,7 @@ std::uint64_t ProcessSourceUser::ReadLink(const char* format, const char* pid) c
   const ssize_t length =
       head.starts_with("/proc/")
           ? m_walk.ReadLink(path.data(), target.data(), target.size())
-          : ::readlink(HostPath(path.data()).c_str(), target.data(), target.size());
+          : ReadHostLink(AT_FDCWD, HostPath(path.data()).c_str(), target.data(), target.size());
   if (length < 0 || static_cast<std::size_t>(length) == target.size()) {
     Trace(30, kError, "The error occurred by OS API(readlink). (en=%1, arg1=%2, arg2=%3, arg3=%4)",
           length < 0 ? errno : ENAMETOOLONG, path.data(), length, target.size());
@@ -201,7 +201,7 @@ std::uint64_t ProcessSourceUser::ReadLink(const char* format, const char* pid) c
   }
   target[static_cast<std::size_t>(length)] = '\0';
   struct ::stat status {};
-  if (::stat(HostPath(target.data()).c_str(), &status) != 0) {
+  if (StatHost(AT_FDCWD, HostPath(target.data()).c_str(), &status) != 0) {
     Trace(30, kError, "The error occurred by OS API(stat). (en=%1, arg1=%2, arg2=%3)", errno,
           target.data(), path.data());
     return 0;

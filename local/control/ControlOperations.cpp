@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <span>
 
+#include "local/control/AskedRecords.h"
 #include "local/control/FactsJson.h"
 #include "local/history/FieldValue.h"
 #include "node/FigureRegistry.h"

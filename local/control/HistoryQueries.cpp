@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "json/RowText.h"
+#include "local/control/AskedRecords.h"
 #include "local/control/HistoryPoints.h"
 #include "local/control/HistoryScan.h"
 #include "local/control/HistoryTurns.h"
-#include "local/control/RecordQueries.h"
 #include "local/control/RowChoices.h"
 #include "local/history/HistoryTables.h"
 #include "node/LayoutRegistry.h"

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <variant>
-#include <vector>
 
 #include "local/control/ControlRequest.h"
 #include "local/control/RequestTurns.h"
@@ -10,24 +8,11 @@
 #include "local/schedule/BatchDesk.h"
 #include "local/schedule/RecordSink.h"
 #include "local/schedule/ScheduleBook.h"
-#include "node/LayoutRegistry.h"
-
-/// A record that a client names: its category letter is 0 if the client leaves it open.
-struct WantedRecord {
-  std::string record;
-  unsigned char category = 0;
-};
-
-/// The category that a member "category" names, 0 where there is none, or what is wrong with it.
-[[nodiscard]] std::variant<unsigned char, ControlError> ReadCategory(const Json& object);
 
 /// The operations that answer with rows: `get`, one batch for all the records of a request, and
 /// `last`, what the schedules have left.
 class RecordQueries {
  public:
-  /// Names in one request.
-  static constexpr std::size_t kMaxRecords = 1024;
-
   RecordQueries(EventLoop& loop, RequestTurns& turns, BatchDesk& desk, const ScheduleBook& schedule,
                 const LastRows& lastRows)
       : m_loop(loop), m_turns(turns), m_desk(desk), m_schedule(schedule), m_lastRows(lastRows) {}

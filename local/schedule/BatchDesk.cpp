@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "node/LayoutRegistry.h"
+#include "support/HostReads.h"
 
 namespace {
 
@@ -36,6 +37,7 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
   std::set<std::string> outerFailures = std::exchange(m_failedBuilds, {});
   const auto start = std::chrono::steady_clock::now();
   int status = kNotifyNotValid;
+  const HostBatch oneSample;
   try {
     status = node.Dispatch(&batch);
   } catch (const std::bad_alloc&) {

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "support/OsCalls.h"
+
 namespace {
 
 void FreeRows(std::list<CMBRecord*>& rows) {
@@ -45,7 +47,7 @@ void RecordAsker::TakeAnswer() {
   CountRows();
   m_answerTime = m_rows.empty() ? 0 : m_rows.front()->GetRecTime();
   if (m_answerTime == 0) {
-    m_answerTime = std::time(nullptr);
+    m_answerTime = Os().time(nullptr);
   }
 }
 

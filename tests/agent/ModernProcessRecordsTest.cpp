@@ -117,6 +117,22 @@ TEST_F(ModernProcessRecordsTest, TwoScheduledSamplesAreTheRowsWorkedOutByHand) {
   EXPECT_TRUE(ScriptedNode::Instance().LinesWith("lacks an entry").empty());
 }
 
+TEST_F(ModernProcessRecordsTest, AProcessThatGoesToAnotherFolderIsActive) {
+  Batch batch;
+  batch.Add("PDS", '3', {.realtime = 0, .calcRates = 1});
+  const auto active = [&] {
+    EXPECT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+    const auto row = batch.entries[0]->Rows<recordPD_PDS>().at(0);
+    batch.entries[0]->NextAnswer();
+    return row.activeUserProcesses + row.activeSystemProcesses;
+  };
+  active();
+  EXPECT_EQ(active(), 0U);
+  m_host.Link("/proc/310/cwd", "/dev");
+  EXPECT_EQ(active(), 1U);
+  EXPECT_EQ(active(), 0U);
+}
+
 TEST_F(ModernProcessRecordsTest, LooksKnowAProcessAgainAfterTheClockWasSet) {
   Batch batch;
   batch.Add("PD", '3', {.realtime = 1, .calcRates = 0});

@@ -98,12 +98,17 @@ void ScriptedServer::Talk(int client) {
     if (reply == kHangUp) {
       return;
     }
-    for (std::size_t sent = 0; sent < reply.size();) {
-      const ssize_t part = ::send(client, &reply[sent], reply.size() - sent, MSG_NOSIGNAL);
+    const bool isSlow = reply.starts_with(kSlowly);
+    for (std::size_t sent = isSlow ? kSlowly.size() : 0; sent < reply.size();) {
+      const std::size_t wanted = isSlow ? 1 : reply.size() - sent;
+      const ssize_t part = ::send(client, &reply[sent], wanted, MSG_NOSIGNAL);
       if (part <= 0) {
         return;
       }
       sent += static_cast<std::size_t>(part);
+      if (isSlow) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      }
     }
   }
 }

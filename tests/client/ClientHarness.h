@@ -30,6 +30,8 @@ class ScriptedServer {
   /// Bytes to send for a request; an empty text keeps silent, kHangUp ends the connection.
   using Script = std::function<std::string(const Json& request)>;
   inline static const std::string kHangUp{"\0hang up", 8};
+  /// Before bytes of which one is to be sent each 10 ms.
+  inline static const std::string kSlowly{"\0slowly", 7};
 
   /// Listens at `folder`/`name`, which may be longer than a socket address holds.
   ScriptedServer(const std::string& folder, const std::string& name, Script script);

@@ -8,6 +8,7 @@
 #include "client/CommandView.h"
 #include "client/Completion.h"
 #include "client/ManPage.h"
+#include "client/view/KeyHelp.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
@@ -57,6 +58,11 @@ TEST_F(GeneratedFilesTest, TellOfEveryCommandAndOption) {
   EXPECT_NE(page.find("schedule add\\fR \\fIRECORD\\fR"), std::string::npos) << "must be given";
   EXPECT_NE(page.find(" [\\fB--color\\fR \\fIWHEN\\fR]"), std::string::npos) << "may be given";
   EXPECT_EQ(page.find("complete-records"), std::string::npos) << "hidden";
+  for (const KeyHelp& help : AllKeyHelp()) {
+    EXPECT_NE(page.find(std::string(help.keys) + (*help.keys == '\0' ? "" : "\\fR\n") + help.text),
+              std::string::npos)
+        << help.text;
+  }
 }
 
 TEST_F(GeneratedFilesTest, BashOffersWhatMayStandThere) {
@@ -78,6 +84,8 @@ TEST_F(GeneratedFilesTest, BashOffersWhatMayStandThere) {
                {"qmtctl app delete we", "web\\ one\n"},
                {"qmtctl app set '$'", "\\$\\(touch\\ hit\\)\n"},
                {"qmtctl app add we", "\n"},
+               {"qmtctl help wat", "watch\n"},
+               {"qmtctl help alarms ru", "rules\n"},
                {"qmtctl check scr", "script\n"},
                {"qmtctl history CPUP --since \"\"", "\n"}};
   for (const auto& row : cases) {

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "client/ask/Errors.h"
+#include "client/show/TerminalCodes.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/json/JsonOf.h"
 
@@ -65,7 +66,7 @@ Json ConfigSetAnswer(const Json& request) {
 /// One processor a row, the percentages moving from request to request.
 Json ResultOf(const std::string& record, int turn) {
   Json result{{"record", record}};
-  if (record == "GONE") {
+  if (record == "GONE" || record == "cpuq") {
     result["error"] = {{"code", "unknown-record"}, {"message", "no such record\x1b"}};
     return result;
   }
@@ -135,6 +136,7 @@ std::string Daemon(const Json& request, int turn) {
   if (op == "records") {
     return Answer(request, JsonOf(R"({"records": [
         {"record": "CPUP", "category": "4", "served": true, "layout": true},
+        {"record": "OPS", "category": "4", "served": false, "layout": true},
         {"record": "PD", "category": "3", "served": false, "layout": false}]})"));
   }
   Json results = Json::Array();
@@ -169,7 +171,7 @@ TEST_F(Qmtctl, GetShowsATableOfOneSnapshot) {
             "2023-11-14 22:13:20  0               1.0  A, \"B\"\\x0A\n"
             "2023-11-14 22:13:20  1              11.5  A, \"B\"\\x0A\n");
   EXPECT_EQ(run.err, "");
-  EXPECT_EQ(JsonText(m_server.Requests().at(0)), R"({"op":"get","records":["CPUP"],"rates":true})");
+  EXPECT_EQ(JsonText(m_server.Requests().at(1)), R"({"op":"get","records":["CPUP"],"rates":true})");
 }
 
 TEST_F(Qmtctl, GetPrintsJsonInTheOrderAsked) {
@@ -237,7 +239,7 @@ TEST_F(Qmtctl, LastPrintsCsv) {
             "Record Time,Processor ID,CPU %,Type\n"
             "1700000000,0,0.0,\"A, \"\"B\"\"\n\"\n"
             "1700000000,1,10.5,\"A, \"\"B\"\"\n\"\n");
-  EXPECT_EQ(m_server.Requests().at(0)["op"], "last");
+  EXPECT_EQ(m_server.Requests().at(1)["op"], "last");
 }
 
 TEST_F(Qmtctl, GoodRecordsAreShownAndBadOnesNamed) {
@@ -245,18 +247,56 @@ TEST_F(Qmtctl, GoodRecordsAreShownAndBadOnesNamed) {
   EXPECT_EQ(table.exit, kExitFailed);
   EXPECT_THAT(table.out, HasSubstr("4:CPUP  2023-11-14 22:13:20\nRecord Time"));
   EXPECT_EQ(table.err,
-            "qmtctl: GONE: no such record\\x1B (unknown-record); \"qmtctl records\" shows those "
-            "there are\n"
+            "qmtctl: no record \"GONE\"; \"qmtctl records\" shows those there are\n"
             "qmtctl: NONE: no rows\n");
   const Outcome json = Run({"get", "GONE", "--json"});
   EXPECT_EQ(json.exit, kExitFailed);
   EXPECT_EQ(json.out, "[]\n");
 }
 
+TEST_F(Qmtctl, NamesOfRecordsAreThoseThatAreMeant) {
+  // Each command that takes a record, and the request that it comes to.
+  const struct {
+    std::vector<std::string> words;
+    const char* asked;
+  } good[] = {{{"get", "cpup", "--raw"}, R"("op":"get","records":["CPUP"])"},
+              {{"last", "4:cpup"}, R"({"record":"CPUP","category":"4"})"},
+              {{"watch", "Cpup", "--raw", "--every", "1", "--count", "1"}, R"("records":["CPUP"])"},
+              {{"history", "cpup", "--csv"}, R"("op":"history","record":"CPUP")"},
+              {{"schema", "cpup"}, R"("op":"schema","record":"CPUP")"},
+              {{"schedule", "add", "cpup", "9"}, R"("op":"schedule_set","record":"CPUP")"},
+              {{"schedule", "remove", "cpup"}, R"("op":"schedule_remove","record":"CPUP")"}};
+  for (const auto& entry : good) {
+    const std::size_t before = m_server.Requests().size();
+    static_cast<void>(Run(entry.words));
+    std::string asked;
+    const std::vector<Json> requests = m_server.Requests();
+    for (std::size_t i = before; i < requests.size(); ++i) {
+      asked += JsonText(requests[i]);
+    }
+    EXPECT_THAT(asked, HasSubstr(entry.asked)) << entry.words.front();
+    EXPECT_THAT(asked, Not(HasSubstr("cpup")));
+  }
+  const std::vector<std::string> wrong[] = {{"get", "cpuq"},
+                                            {"last", "cpuq"},
+                                            {"watch", "cpuq", "--every", "1"},
+                                            {"history", "cpuq"},
+                                            {"schema", "cpuq"},
+                                            {"show", "cpuq", "--at", "1h"},
+                                            {"schedule", "add", "cpuq", "9"},
+                                            {"schedule", "remove", "cpuq"}};
+  for (const auto& words : wrong) {
+    const Outcome run = Run(words);
+    EXPECT_EQ(run.exit, kExitFailed) << words.front();
+    EXPECT_EQ(run.err, "qmtctl: no record \"cpuq\"; did you mean \"CPUP\"?\n") << words.front();
+  }
+}
+
 TEST_F(Qmtctl, OtherCommandsShowWhatTheDaemonSays) {
   EXPECT_EQ(Run({"records"}).out,
             "Record  Category  Served\n"
             "CPUP    4         yes\n"
+            "OPS     4         no\n"
             "PD      3         no\n");
   EXPECT_THAT(Run({"schema", "4:CPUP"}).out,
               HasSubstr("Offset  Width  Type      Label         Meaning\n"
@@ -333,7 +373,7 @@ TEST_F(Qmtctl, ChangesAndEmptyAnswersSayWhatIsSo) {
     int exit;
     const char* said;
   } cases[] = {
-      {{"schedule", "add", "PI", "1"}, kExitDone, "PI is collected every second, from now on\n"},
+      {{"schedule", "add", "OPS", "1"}, kExitDone, "OPS is collected every second, from now on\n"},
       {{"schedule", "add", "CPUP", "10"},
        kExitDone,
        "CPUP is collected every 10 s, no longer every 60 s; next in 10 s\n"},
@@ -342,9 +382,9 @@ TEST_F(Qmtctl, ChangesAndEmptyAnswersSayWhatIsSo) {
       {{"history", "CPUP"}, kExitFailed, "kept; the record is collected every 60 s\n"},
       {{"history", "OPS"}, kExitFailed, "kept, and no schedule collects the record; \"qmtctl sch"},
       {{"get", "CPUP", "--sort", "xyz"}, kExitUsage, "\"qmtctl schema CPUP\" shows those it has"},
-      {{"getCPUP"}, kExitUsage, "qmtctl: no command \"getCPUP\"\n"},
-      {{"app", "ad", "x"}, kExitUsage, "qmtctl: no command \"ad\"\n"},
-      {{"app", "--ad"}, kExitUsage, "qmtctl: A subcommand is required\n"},
+      {{"getCPUP"}, kExitUsage, "qmtctl: no command \"getCPUP\"; \"qmtctl help\" tells more\n"},
+      {{"app", "ad", "x"}, kExitUsage, "qmtctl: no command \"ad\"; did you mean \"add\"?\n"},
+      {{"app", "--ad"}, kExitUsage, "qmtctl: no option \"--ad\"; \"qmtctl help app\" tells more\n"},
       {{"complete-labels", "--", "qmtctl", "last", "4:CPUP", "--sort"},
        kExitDone,
        "Record Time\nProcessor ID\nCPU %\n"},
@@ -385,17 +425,17 @@ TEST_F(Qmtctl, WatchCountsItsSamples) {
   EXPECT_EQ(run.exit, kExitFailed);
   EXPECT_THAT(run.out, HasSubstr("0               2.0"));
   EXPECT_THAT(run.out, HasSubstr("\n\n4:CPUP"));
-  EXPECT_EQ(run.err,
-            "qmtctl: GONE: no such record\\x1B (unknown-record); \"qmtctl records\" shows those "
-            "there are\n");
+  EXPECT_EQ(run.err, "qmtctl: no record \"GONE\"; \"qmtctl records\" shows those there are\n");
   EXPECT_EQ(Run({"watch", "GONE", "--every", "1"}).exit, kExitFailed);
 }
 
 TEST_F(Qmtctl, ATerminalGetsColourWidthAndRedrawing) {
   RunOptions terminal;
   terminal.terminal = true;
+  const TerminalCodes codes = CodesOfTerminal("xterm");
   const Outcome get = Run({"get", "CPUP"}, terminal);
-  EXPECT_THAT(get.out, HasSubstr("\x1b[1mRecord Time          Processor ID  CPU %\x1b[0m\r\n"));
+  EXPECT_THAT(get.out, HasSubstr(codes.bold + "Record Time          Processor ID  CPU %" +
+                                 codes.plain + "\r\n"));
   EXPECT_THAT(get.out, HasSubstr("\r\n\r\n\x1b[1mProcessor ID  Type"));
   const Outcome watch = Run({"watch", "CPUP", "--every", "0.1", "--count", "2"}, terminal);
   EXPECT_THAT(watch.out, testing::StartsWith("\x1b[H\x1b[J\x1b[1m4:CPUP"));
@@ -419,7 +459,7 @@ TEST_F(Qmtctl, ChoicesHoldForEachFormAndNeedNoRows) {
   const Outcome unknown = Run({"get", "NONE", "--where", "Procesor ID=0"});
   EXPECT_EQ(unknown.exit, kExitUsage);
   EXPECT_THAT(unknown.err, HasSubstr("\"Procesor ID\"; did you mean \"Processor ID\"?"));
-  EXPECT_EQ(m_server.Requests().size(), before + 1) << "nothing is collected for a wrong choice";
+  EXPECT_EQ(m_server.Requests().size(), before + 2) << "nothing is collected for a wrong choice";
 }
 
 TEST_F(Qmtctl, TopComparesItsLooks) {
@@ -450,7 +490,6 @@ TEST_F(Qmtctl, AReaderThatLeftEndsItQuietly) {
 
 TEST(QmtctlAlone, WrongUsageExitsWith2) {
   const std::vector<std::string> cases[] = {
-      {},
       {"bogus"},
       {"get"},
       {"get", "CPUP", "--json", "--csv"},

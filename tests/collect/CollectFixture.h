@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "collect/ProcLib.h"
+#include "collect/modern/ToldOnce.h"
 #include "collect/process/NameCache.h"
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
@@ -22,6 +23,8 @@ class CollectFixture : public testing::Test {
     g_msgLogLevel = 40;
     g_kernelVariant = 3;
     ProcLib::ResetCaches();
+    // A test before may have had told as much as is ever told.
+    ForgetTold();
     Os().getpagesize = [] { return 4096; };
   }
   void TearDown() override {

@@ -8,8 +8,8 @@
 #include "collect/TextScanner.h"
 #include "collect/modern/HostText.h"
 #include "collect/modern/ToldOnce.h"
-#include "support/Directory.h"
 #include "support/HostPaths.h"
+#include "support/HostReads.h"
 
 namespace {
 
@@ -51,13 +51,13 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) {
 /// The names in /sys/block, ascending; none without the folder.
 std::vector<std::string> ReadSysBlock() {
   std::vector<std::string> names;
-  const DirectoryPtr folder(::opendir(HostPath(kSysBlock).c_str()));
-  if (folder == nullptr) {
+  HostEntries folder(HostPath(kSysBlock));
+  if (!folder.IsOpen()) {
     MissingInHost(kSysBlock);
     return names;
   }
   FoundInHost(kSysBlock);
-  while (const ::dirent* entry = ::readdir(folder.get())) {
+  while (const ::dirent* entry = folder.Next()) {
     if (names.size() == kMostWholeDevices) {
       break;
     }

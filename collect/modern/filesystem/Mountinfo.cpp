@@ -263,7 +263,7 @@ std::vector<MountEntry> ReachableMounts(std::vector<MountEntry> entries) {
 }
 
 MountView ViewOfMounts() {
-  const bool isCaptured = HostPath("/") != "/";
+  const bool isCaptured = !IsRunningHost();
   if (isCaptured) {
     return {kMountinfoOfFirst, ""};
   }

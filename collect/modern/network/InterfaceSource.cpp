@@ -101,7 +101,7 @@ void TellAnswer(int error) {
   isTold = error != 0;
 }
 
-bool IsOtherHost() { return HostPath("/") != "/"; }
+bool IsOtherHost() { return !IsRunningHost(); }
 
 }  // namespace
 

@@ -275,7 +275,7 @@ std::string HardwareText(const unsigned char* bytes, std::size_t count) {
 
 void ReadLinks(std::vector<LinkFigures>& links) {
   links.clear();
-  const bool isAsked = HostPath("/") == "/" && AskForLinkRows(links);
+  const bool isAsked = IsRunningHost() && AskForLinkRows(links);
   if (!isAsked) {
     ReadLinkFolders(links);
   }

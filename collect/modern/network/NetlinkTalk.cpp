@@ -57,6 +57,7 @@ bool ParseNetlinkDatagram(NetlinkBytes datagram, std::uint32_t sequence, Netlink
 
 NetlinkTalk::NetlinkTalk(int protocol, std::size_t mostBytes, NetlinkOutcome& outcome)
     : m_outcome(outcome),
+      m_protocol(protocol),
       m_socket(Os().socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, protocol)),
       m_buffer(kDatagramBytes),
       m_mostBytes(mostBytes) {
@@ -68,16 +69,43 @@ NetlinkTalk::NetlinkTalk(int protocol, std::size_t mostBytes, NetlinkOutcome& ou
 }
 
 void NetlinkTalk::Ask(const void* question, std::size_t size, const TakeNetlinkMessage& take) {
+  if (g_hostReads == nullptr) {
+    AskKernel(question, size, take, nullptr);
+    return;
+  }
+  const std::string_view text(static_cast<const char*>(question), size);
+  HeardTalk heard;
+  if (g_hostReads->FindTalk(m_protocol, text, heard)) {
+    TakeHeard(heard, take);
+    return;
+  }
+  AskKernel(question, size, take, &heard);
+  heard.error = m_outcome.error;
+  g_hostReads->KeepTalk(m_protocol, text, heard);
+}
+
+void NetlinkTalk::TakeHeard(const HeardTalk& heard, const TakeNetlinkMessage& take) {
+  for (const std::string& datagram : heard.datagrams) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(datagram.data());
+    if (!ParseNetlinkDatagram({bytes, datagram.size()}, m_sequence, m_outcome, take)) {
+      break;
+    }
+  }
+  m_outcome.error = heard.error;
+}
+
+void NetlinkTalk::AskKernel(const void* question, std::size_t size, const TakeNetlinkMessage& take,
+                            HeardTalk* heard) {
   if (::send(m_socket.Get(), question, size, MSG_NOSIGNAL) < 0) {
     m_outcome.error = errno;
     return;
   }
   m_taken = 0;
-  while (TakeDatagram(take)) {
+  while (TakeDatagram(take, heard)) {
   }
 }
 
-bool NetlinkTalk::TakeDatagram(const TakeNetlinkMessage& take) {
+bool NetlinkTalk::TakeDatagram(const TakeNetlinkMessage& take, HeardTalk* heard) {
   ::sockaddr_nl sender{};
   ::iovec part{m_buffer.data(), m_buffer.size()};
   ::msghdr message{};
@@ -102,6 +130,10 @@ bool NetlinkTalk::TakeDatagram(const TakeNetlinkMessage& take) {
   if (!IsInTime()) {
     m_outcome.error = ETIMEDOUT;
     return false;
+  }
+  if (heard != nullptr && sender.nl_pid == 0) {
+    heard->datagrams.emplace_back(reinterpret_cast<const char*>(m_buffer.data()),
+                                  static_cast<std::size_t>(count));
   }
   // A process of root may write to the socket too; the kernel is number 0.
   return sender.nl_pid != 0 ||

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "support/Descriptor.h"
+#include "support/HostReads.h"
 
 /// What the kernel sent, or a part of it.
 using NetlinkBytes = std::span<const unsigned char>;
@@ -88,13 +89,19 @@ class NetlinkTalk {
  private:
   static constexpr int kMostTries = 3;
 
-  /// Sends a question and takes all of its answer.
+  /// Has a question answered: by the kernel, or by what it said in a capture.
   void Ask(const void* question, std::size_t size, const TakeNetlinkMessage& take);
-  /// False at the answer's end.
-  bool TakeDatagram(const TakeNetlinkMessage& take);
+  /// Sends a question to the kernel and takes all of its answer.
+  void AskKernel(const void* question, std::size_t size, const TakeNetlinkMessage& take,
+                 HeardTalk* heard);
+  /// False at the answer's end. What came from the kernel is added to `heard`, if not null.
+  bool TakeDatagram(const TakeNetlinkMessage& take, HeardTalk* heard);
+  /// Takes an answer that was heard before.
+  void TakeHeard(const HeardTalk& heard, const TakeNetlinkMessage& take);
   [[nodiscard]] bool IsInTime() const;
 
   NetlinkOutcome& m_outcome;
+  int m_protocol;
   Descriptor m_socket;
   std::vector<unsigned char> m_buffer;
   std::size_t m_mostBytes;

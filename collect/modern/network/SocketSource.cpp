@@ -75,7 +75,7 @@ bool IsTooMuch(int error) { return error == EMSGSIZE || error == ETIMEDOUT || er
 /// The states, but for that of TIME_WAIT if the kernel has been asked; what it answered is `asked`.
 void ReadTcpStates(SockDiagAnswer& asked, SocketFigures& figures) {
   asked.error = ENOTCONN;
-  if (HostPath("/") == "/") {
+  if (IsRunningHost()) {
     asked = AskForTcpStates();
   }
   if (asked.error == 0) {

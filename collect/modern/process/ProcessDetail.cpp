@@ -19,8 +19,8 @@
 #include "collect/modern/system/KernelStat.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "support/Descriptor.h"
-#include "support/Directory.h"
 #include "support/HostPaths.h"
+#include "support/HostReads.h"
 #include "support/OsCalls.h"
 
 namespace {
@@ -117,18 +117,18 @@ bool DetailReader::Read(Descriptor folder, ProcessDetail& detail) {
   const std::string_view status = ReadFile("status");
   TakeStatusDetail(status, detail);
   struct ::stat ignored {};
-  return !status.empty() || ::fstatat(m_folder.Get(), "stat", &ignored, 0) == 0;
+  return !status.empty() || StatHost(m_folder.Get(), "stat", &ignored, 0) == 0;
 }
 
 std::string_view DetailReader::ReadFile(const char* name, std::size_t limit) {
   const Descriptor file(
-      ::openat(m_folder.Get(), name, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+      OpenHost(m_folder.Get(), name, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   const ssize_t length = file.IsOpen() ? ::read(file.Get(), m_text.data(), limit) : 0;
   return {m_text.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
 }
 
 void DetailReader::ReadProgram(ProcessDetail& detail) {
-  const ssize_t length = ::readlinkat(m_folder.Get(), "exe", m_text.data(), m_text.size());
+  const ssize_t length = ReadHostLink(m_folder.Get(), "exe", m_text.data(), m_text.size());
   if (length > 0) {
     detail.executable = Tidied({m_text.data(), static_cast<std::size_t>(length)});
   }
@@ -142,7 +142,7 @@ double DetailReader::ReadNumber(const char* name) {
 
 double DetailReader::CountFiles() {
   struct ::stat status {};
-  if (m_isKernels && ::fstatat(m_folder.Get(), "fd", &status, 0) == 0) {
+  if (m_isKernels && StatHost(m_folder.Get(), "fd", &status, 0) == 0) {
     m_sizesTell = m_sizesTell || status.st_size > 0;
     if (m_sizesTell) {
       return static_cast<double>(status.st_size);
@@ -155,16 +155,14 @@ double DetailReader::ListFiles() {
   if (m_listed >= kMostFilesListedInAll) {
     return kNotTold;
   }
-  Descriptor list(::openat(m_folder.Get(), "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  const DirectoryPtr directory(list.IsOpen() ? ::fdopendir(list.Get()) : nullptr);
-  if (directory == nullptr) {
+  HostEntries entries(OpenHost(m_folder.Get(), "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!entries.IsOpen()) {
     return kNotTold;
   }
-  static_cast<void>(list.Release());
   double count = 0;
   errno = 0;
   while (count < kMostFilesListed) {
-    const dirent* const entry = ::readdir(directory.get());
+    const dirent* const entry = entries.Next();
     if (entry == nullptr) {
       break;
     }

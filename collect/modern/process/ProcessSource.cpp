@@ -200,6 +200,7 @@ void ModernProcessSource::Begin() {
   if (m_pCollector->Wants(COLLECT_PROCESS_LIMITS)) {
     m_limits = m_pCollector->GetProcessLimits();
   }
+  m_wantsFolder = m_pCollector->Wants(COLLECT_PROCESS_FOLDER);
 }
 
 void ModernProcessSource::End() {
@@ -322,8 +323,9 @@ bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
   record.sharedKB = static_cast<double>(pages.shared * (m_pageBytes >> 10U));
   record.modern.totalKB = pages.size * (m_pageBytes >> 10U) + status.swapKB;
   ReadArguments(folder, record);
-  record.cwdInode = LinkInode(folder, "cwd");
-  record.rootInode = LinkInode(folder, "root");
+  if (m_wantsFolder) {
+    record.cwdInode = LinkInode(folder, "cwd");
+  }
   return true;
 }
 
@@ -373,7 +375,7 @@ std::uint64_t ModernProcessSource::LinkInode(ProcessFolder& folder, std::string_
   }
   target[static_cast<std::size_t>(length)] = '\0';
   struct ::stat status {};
-  return ::stat(HostPath(target.data()).c_str(), &status) == 0 ? status.st_ino : 0;
+  return StatHost(AT_FDCWD, HostPath(target.data()).c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 bool ModernProcessSource::FindLiveThread(const char* pid, ProcessStat& stat, ProcessPath& name) {

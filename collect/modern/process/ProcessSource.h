@@ -16,11 +16,11 @@
 struct ProcessStat;
 
 /// Walks /proc as the kernels of today fill it and gives one row per process, from its stat, statm,
-/// status, io, cmdline, cwd and root, and its limits where they are asked for; these go into
-/// Collector::GetProcessLimits(). A process that has ended has no row and costs nothing else. A
-/// thread group whose leader has ended is told by its first live thread. The boot time is that of
-/// /proc/stat at the walk; without it no process has a start time. The category fails only if /proc
-/// cannot be opened, or /proc/stat goes beyond its limit.
+/// status, io and cmdline, and its limits and cwd where they are asked for; the limits go into
+/// Collector::GetProcessLimits(). Nothing asks for its root. A process that has ended has no row
+/// and costs nothing else. A thread group whose leader has ended is told by its first live thread.
+/// The boot time is that of /proc/stat at the walk; without it no process has a start time. The
+/// category fails only if /proc cannot be opened, or /proc/stat goes beyond its limit.
 class ModernProcessSource : public PtrSource<Process, Process, std::vector<Process>> {
  public:
   ModernProcessSource();
@@ -78,6 +78,7 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   std::int32_t m_bootTime = 0;  ///< 0 if unknown
   std::uint64_t m_pageBytes = 0;
   std::vector<ProcessLimits>* m_limits = nullptr;  ///< null where they are not asked for
+  bool m_wantsFolder = false;
   bool m_hasBegun = false;
   std::array<Seen, kFiles> m_seen{};
   std::array<char, kMostText> m_text{};

@@ -174,7 +174,7 @@ void ReadHostFacts(HostFacts& facts) {
   if (!root.IsOpen()) {
     return;
   }
-  const bool isRunning = HostPath("/") == "/";
+  const bool isRunning = IsRunningHost();
   TakeNames(root, isRunning, facts);
   TakeDistribution(root, facts);
   const bool hasHypervisorFlag = TakeFirstProcessor(facts);

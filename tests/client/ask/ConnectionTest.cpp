@@ -69,6 +69,13 @@ TEST(Connection, TimeAndLengthOfAnAnswerAreLimited) {
   limits.answer = milliseconds(50);
   EXPECT_THAT(AskFailure("", limits), HasSubstr("no answer in time"));
   EXPECT_THAT(AskFailure("{\"id\":", limits), HasSubstr("no answer in time"));
+  const std::string slow = ScriptedServer::kSlowly + std::string(3000, ' ');
+  limits.answer = std::chrono::seconds(20);
+  limits.whole = milliseconds(50);
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_THAT(AskFailure(slow, limits), HasSubstr("no answer in time")) << "but never silent";
+  EXPECT_THAT(AskFailure("", limits), HasSubstr("no answer in time"));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
   limits = {};
   limits.answerBytes = 1000;
   EXPECT_THAT(AskFailure(std::string(200'000, ' '), limits), HasSubstr("longer than 1000"));

@@ -1,5 +1,6 @@
 #include "client/ask/SafeText.h"
 #include "client/commands/ConfigText.h"
+#include "client/show/TerminalCodes.h"
 #include "tests/json/JsonOf.h"
 
 #include <gtest/gtest.h>
@@ -48,8 +49,11 @@ TEST(ConfigText, WrapsToTheWidth) {
             std::string::npos)
       << ConfigText(SampleTree(), screen);
   screen.color = true;
-  EXPECT_NE(ConfigText(SampleTree(), screen).find("\x1b[2mcount\x1b[0m \x1b[2mthat\x1b[0m\n"),
-            std::string::npos)
+  const TerminalCodes& codes = OutputCodes();
+  EXPECT_NE(
+      ConfigText(SampleTree(), screen)
+          .find(codes.dim + "count" + codes.plain + " " + codes.dim + "that" + codes.plain + "\n"),
+      std::string::npos)
       << ConfigText(SampleTree(), screen);
 
   // However long and deep, no line is wider than the screen and nothing is lost.

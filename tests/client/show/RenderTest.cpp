@@ -1,5 +1,7 @@
 #include "client/show/Render.h"
 
+#include "client/show/TerminalCodes.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -136,16 +138,19 @@ TEST(Rows, StandUnderTheHeadingsOfTheSchema) {
   Screen narrow;
   narrow.width = 40;
   narrow.color = true;
+  const TerminalCodes& codes = OutputCodes();
   EXPECT_EQ(RowsText(record, narrow),
             "  Record Time  2023-11-14 22:13:20\n"
             "  New                        x\\x1B\n"
-            "\n"
-            "\x1b[1mLoad\x1b[0m\n"
-            "  Run Queue  0.25    Users         3\n"
-            "\n"
-            "\x1b[1mMemory\x1b[0m\n"
-            "  Free Mem %  12.5    Used           -\n"
-            "  Total       1024\n");
+            "\n" +
+                codes.bold + "Load" + codes.plain +
+                "\n"
+                "  Run Queue  0.25    Users         3\n"
+                "\n" +
+                codes.bold + "Memory" + codes.plain +
+                "\n"
+                "  Free Mem %  12.5    Used           -\n"
+                "  Total       1024\n");
 
   // A second row follows below; a third column where there is room for it.
   record.answer.rows.PushBack(record.answer.rows[0]);

@@ -1,4 +1,5 @@
 #include "client/show/Table.h"
+#include "client/show/TerminalCodes.h"
 
 #include <gtest/gtest.h>
 
@@ -75,16 +76,28 @@ TEST(Terminal, WritesOutWhatCouldSteerATerminal) {
 }
 
 TEST(Terminal, AFrameStaysOnTheScreen) {
+  const TerminalCodes& codes = OutputCodes();
   Screen screen = Wide(4);
   screen.height = 2;
-  EXPECT_EQ(Frame("abcdef\nxy\n", screen),
-            "\x1b[H\x1b[J"
-            "abcd\nxy");
-  EXPECT_EQ(Frame("a\nb\nc\n", screen),
-            "\x1b[H\x1b[J"
-            "a\n...");
+  EXPECT_EQ(Frame("abcdef\nxy\n", screen), codes.clear + "abcd\nxy");
+  EXPECT_EQ(Frame("a\nb\nc\n", screen), codes.clear + "a\n...");
   screen.color = true;
-  EXPECT_EQ(Frame("\x1b[1mabcdef\x1b[0m\n", screen), "\x1b[H\x1b[J\x1b[1mabcd\x1b[0m");
+  EXPECT_EQ(Frame(codes.bold + "abcdef" + codes.plain + "\n", screen),
+            codes.clear + codes.bold + "abcd" + codes.plain);
+}
+
+TEST(Terminal, TheCodesAreThoseOfItsKind) {
+  const TerminalCodes xterm = CodesOfTerminal("xterm");
+  EXPECT_EQ(xterm.bold, "\x1b[1m");
+  EXPECT_EQ(xterm.clear, "\x1b[H\x1b[J");
+  EXPECT_FALSE(xterm.plain.empty());
+  EXPECT_EQ(CodesOfTerminal("dumb").bold, "");
+  EXPECT_TRUE(IsKnownTerminal("xterm"));
+  EXPECT_FALSE(IsKnownTerminal(nullptr));
+  for (const char* unknown : {"no-such-kind", "", "../../etc/passwd"}) {
+    EXPECT_EQ(CodesOfTerminal(unknown).bold, "\x1b[1m") << unknown;
+    EXPECT_FALSE(IsKnownTerminal(unknown)) << unknown;
+  }
 }
 
 }  // namespace

@@ -252,6 +252,29 @@ TEST_F(ModernProcessSourceTest, ReadsLimitsWhereTheyAreAskedFor) {
   EXPECT_TRUE(limits.empty());
 }
 
+TEST_F(ModernProcessSourceTest, FollowsTheLinkToTheFolderWhereItIsAskedFor) {
+  g_hostProfile = HostProfile::kModern;
+  m_host->Write("/srv/data", "x");
+  for (const int pid : {20, 21, 22}) {
+    WriteProcess(*m_host, "/proc/" + std::to_string(pid), Worker(pid));
+  }
+  m_host->Link("/proc/20/cwd", "/srv");
+  m_host->Write("/proc/21/cwd", "no link");
+  m_host->Link("/proc/22/cwd", "/srv/gone");
+  Collector collector;
+  for (const bool isAsked : {true, false}) {
+    const std::uint32_t folder = isAsked ? COLLECT_PROCESS_FOLDER : 0U;
+    ASSERT_EQ(collector.collect(COLLECT_PROCESS | folder, 0), nullptr);
+    ASSERT_EQ(collector.GetProcess()->size(), 3U);
+    struct ::stat status {};
+    ASSERT_EQ(::stat(m_host->Path("/srv").c_str(), &status), 0);
+    for (const Process& process : *collector.GetProcess()) {
+      EXPECT_EQ(process.GetCwdInode(), isAsked && process.GetPid() == 20 ? status.st_ino : 0U)
+          << process.GetPid();
+    }
+  }
+}
+
 TEST_F(ModernProcessSourceTest, TellsOnceWhatTheHostLacks) {
   WriteProcess(*m_host, "/proc/20", Worker(20));
   m_host->Remove("/proc/20/io");
@@ -320,7 +343,6 @@ TEST_F(ModernProcessSourceTest, SkipsWhatCannotBeReadAndForgetsWhatHasEnded) {
       {"io", write(huge), 2, 0},
       {"cmdline", endless, 2, 0},
       {"cmdline", write(huge), 2, 0},
-      {"cwd", write("no link"), 2, 0},
       {"", nullptr, 1, 0},
   };
   for (const Case& test : cases) {

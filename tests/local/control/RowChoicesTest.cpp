@@ -17,6 +17,7 @@
 
 namespace {
 
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
 struct ChoiceRow {
@@ -214,12 +215,62 @@ TEST_F(ChosenRowsTest, OperationsTakeTheChoices) {
   EXPECT_THAT(ask(R"("last","records":["NONE"],"where":["x"])"), HasSubstr("unknown-record"));
 }
 
+TEST_F(ChosenRowsTest, EachRecordOfARequestHasItsOwnChoices) {
+  const FakeRecord few(1);
+  const FakeRecord many(5);
+  const CMBRecord* const records[] = {&few, &many};
+  lastRows.Take({"FAKE", '4', 9, records});
+  FakeAgent agent;
+  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+    for (auto* event : batch.m_events) {
+      event->m_records.push_back(new FakeRecord(1));
+      event->m_records.push_back(new FakeRecord(5));
+    }
+    return kNotifyDone;
+  };
+  const std::pair<std::string, std::vector<const char*>> cases[] = {
+      {R"([{"record":"FAKE","columns":["Count"],"sort":["Count"]},"NONE",)"
+       R"({"record":"FAKE","category":"4","columns":["count","CPU"],"where":["Count<5"]},"FAKE"])",
+       {R"("rows_total":2,"rows":[{"Count":5},{"Count":1}]},{"record":"NONE","error")",
+        R"("rows_total":1,"rows":[{"Count":1,"CPU":12.5}]},{"record":"FAKE")",
+        R"(,"rows":[{"Record Type":"FAKE")"}},
+      {R"([{"record":"FAKE","limit":1},{"record":"NONE","columns":["x"]}],"arguments":false)",
+       {R"("rows_total":2,"rows":[{"Record Type")", "unknown-record"}},
+      {R"([{"record":"FAKE","columns":["Count"]}],"limit":1)",
+       {R"("rows_total":2,"rows":[{"Count":1}]}]})"}},
+      {R"(["FAKE",{"record":"FAKE","sort":["None"]}])",
+       {R"("message":"choices of FAKE: FAKE has no label)", R"("field":"sort")"}},
+      {R"(["FAKE",{"record":"FAKE","limit":0}])",
+       {R"("message":"choices of FAKE: limit must be)", R"("field":"limit")"}},
+      {R"(["FAKE",{"record":"FAKE","limits":1}])", {R"(unknown member \"limits\")"}},
+      {R"([{"record":"FAKE","limit":1}],"limit":1)", {R"(both in records and beside it)"}},
+      {R"([{"record":"FAKE"},{"record":"FAKE","limit":2}],"limit":1)", {"with one record only"}},
+      {R"([{"record":"FAKE"},{"record":"FAKE","arguments":true}],"arguments":false)",
+       {R"(both in records and beside it)", R"("field":"arguments")"}},
+      {R"([{"record":"NONE","limit":1}],"limit":1)", {R"("field":"limit")"}}};
+  for (const auto& [text, parts] : cases) {
+    for (const std::string op : {"last", "get"}) {
+      const auto peer = std::make_shared<FakePeer>(Rights::kRead);
+      operations.Handle("{\"op\":\"" + op + "\",\"records\":" + text + "}", peer);
+      if (peer->answers.empty()) {
+        RunATurn(loop, agent);
+      }
+      ASSERT_EQ(peer->answers.size(), 1U) << op << text;
+      for (const char* part : parts) {
+        EXPECT_THAT(peer->answers[0], HasSubstr(part)) << op << text;
+      }
+    }
+  }
+}
+
 TEST_F(ChosenRowsTest, OthersAreServedWhileManyRowsAreChosen) {
   constexpr std::uint32_t kRows = 10000;
   FakeAgent agent;
   agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
-    for (std::uint32_t count = 0; count < kRows; ++count) {
-      batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
+    for (auto* event : batch.m_events) {
+      for (std::uint32_t count = 0; count < kRows; ++count) {
+        event->m_records.push_back(new FakeRecord(count));
+      }
     }
     return kNotifyDone;
   };
@@ -229,11 +280,12 @@ TEST_F(ChosenRowsTest, OthersAreServedWhileManyRowsAreChosen) {
     records.push_back(&made.emplace_back(count));
   }
   const std::vector<const CMBRecord*> others(kRows, records[0]);
-  Json message{{"records", Json::Array({"FAKE"})},
-               {"where", std::vector<std::string>(16, "Label!~*b*b*[c-d]*")},
-               {"columns", Json::Array({"Count"})},
-               {"sort", Json::Array({"Count"})},
-               {"limit", 2}};
+  const Json wanted{{"record", "FAKE"},
+                    {"where", std::vector<std::string>(16, "Label!~*b*b*[c-d]*")},
+                    {"columns", Json::Array({"Count"})},
+                    {"sort", Json::Array({"Count"})},
+                    {"limit", 2}};
+  Json message{{"records", Json::Array({wanted, wanted})}};
   for (const std::string op : {"last", "get"}) {
     for (const std::string end : {"answer", "gone", "stop"}) {
       lastRows.Take({"FAKE", '4', 9, records});
@@ -256,8 +308,9 @@ TEST_F(ChosenRowsTest, OthersAreServedWhileManyRowsAreChosen) {
       loop.Run(agent);
       ASSERT_EQ(peer->answers.size(), 1U) << op << end;
       if (end == "answer") {
-        EXPECT_THAT(peer->answers[0],
-                    HasSubstr(R"("rows_total":10000,"rows":[{"Count":9999},{"Count":9998}])"));
+        const std::string rows = R"("rows_total":10000,"rows":[{"Count":9999},{"Count":9998}])";
+        EXPECT_THAT(peer->answers[0], HasSubstr(rows + "},{\"record\":\"FAKE\""));
+        EXPECT_THAT(peer->answers[0], EndsWith(rows + "}]}"));
         EXPECT_GT(between, 0) << op;
       } else {
         EXPECT_THAT(peer->answers[0], HasSubstr(end == "stop" ? "stopping" : "")) << op;

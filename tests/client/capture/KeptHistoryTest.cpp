@@ -1,0 +1,75 @@
+#include "client/capture/KeptHistory.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "client/ask/Errors.h"
+#include "tests/client/ClientHarness.h"
+#include "tests/support/TempFolder.h"
+
+namespace {
+
+/// A daemon with PI on its schedule, PD taken off it, PX that it no longer serves, and no history
+/// of PN.
+Json AnswerOf(const Json& request, bool repeats) {
+  const std::string operation = request["op"].Text();
+  if (operation == "records") {
+    Json records = Json::Array();
+    for (const char* name : {"PI", "PD", "PX", "PN"}) {
+      records.PushBack({{"record", name}, {"category", "4"}, {"served", name[1] != 'X'}});
+    }
+    records.PushBack({{"record", "PI"}, {"category", "3"}, {"served", true}});
+    return {{"records", records}};
+  }
+  if (operation == "status") {
+    return {{"schedules", Json::Array({Json{{"record", "PI"}, {"category", "4"}}})}};
+  }
+  const Json* after = request.Find("after");
+  const bool isSecond = after != nullptr && !after->IsNull();
+  const Json next = isSecond && !repeats ? Json() : Json(Json::Array({7, 1}));
+  return {{"history",
+           {{"record", request["record"]},
+            {"category", request["category"]},
+            {"rows", Json::Array({Json{{"Record Time", isSecond ? 8 : 7}}})},
+            {"next", next}}}};
+}
+
+std::string AnswerLine(const Json& request, bool repeats) {
+  if (const Json* record = request.Find("record"); record != nullptr && record->Text() == "PN") {
+    return R"({"ok":false,"error":{"code":"no-history","message":"no"},"id":)" +
+           std::to_string(request["id"].Whole()) + "}\n";
+  }
+  return Answer(request, AnswerOf(request, repeats));
+}
+
+TEST(KeptHistoryTest, EachServedRecordIsAskedForPageByPage) {
+  const TempFolder folder;
+  const ScriptedServer server(folder.Path(), "s",
+                              [](const Json& request) { return AnswerLine(request, false); });
+  Connection connection(server.Path());
+  EXPECT_EQ(WriteKeptHistory(connection, folder.Path(), 1, 9), 6U);
+  const std::string rows = "{\"Record Time\":7}\n{\"Record Time\":8}\n";
+  for (const char* name : {"history/PI.jsonl", "history/PD.jsonl", "history/PI.3.jsonl"}) {
+    EXPECT_EQ(folder.Read(name), rows) << name;
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder.Path() / "history/PX.jsonl"));
+  EXPECT_FALSE(std::filesystem::exists(folder.Path() / "history/PN.jsonl"));
+}
+
+TEST(KeptHistoryTest, APageThatComesAgainIsNoEndlessHistory) {
+  const TempFolder folder;
+  const ScriptedServer server(folder.Path(), "s",
+                              [](const Json& request) { return AnswerLine(request, true); });
+  Connection connection(server.Path());
+  try {
+    WriteKeptHistory(connection, folder.Path(), 1, 9);
+    ADD_FAILURE() << "no failure";
+  } catch (const ClientError& error) {
+    EXPECT_STREQ(error.what(), "broken answer: the daemon gives the same page of PI again");
+  }
+  EXPECT_LE(server.Requests().size(), 4U);
+}
+
+}  // namespace
