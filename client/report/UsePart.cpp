@@ -8,6 +8,9 @@
 
 namespace {
 
+/// How far back the batch before is looked for, where no schedule tells.
+constexpr double kUsualSeconds = 300;
+
 constexpr std::size_t kMostNames = 20000;
 constexpr std::size_t kShownNames = 10;
 constexpr double kFullPercent = 100;
@@ -76,8 +79,15 @@ void FillUses(SummaryPart& part, const PartInput& input, const UseColumns& colum
   KeptRows& rows = input.rows;
   std::optional<std::int64_t> first;
   std::int64_t last = 0;
-  rows.Each(columns.record, columns.Labels(), rows.Since(), rows.Until(), [&](const Json& row) {
-    const Use use = UseOf(row, columns);
+  UseBatches batches;
+  const double every = rows.Every(columns.record) > 0 ? rows.Every(columns.record) : kUsualSeconds;
+  const std::int64_t before = rows.Since() - static_cast<std::int64_t>(2 * every);
+  rows.Each(columns.record, columns.Labels(), before, rows.Until(), [&](const Json& row) {
+    Use use = UseOf(row, columns);
+    batches.Judge(use);
+    if (use.time < rows.Since()) {
+      return;
+    }
     first = first ? *first : use.time;
     last = use.time;
     if (use.name != leftOut || leftOut.empty()) {

@@ -13,7 +13,7 @@ constexpr const char* kInterval = "Interval";
 constexpr double kUseKbyte = 1024;
 constexpr std::size_t kNamedAtOnce = 3;
 /// How far a look may be that speaks for a time, where no schedule tells.
-constexpr double kUsualSeconds = 300;
+constexpr double kUsualLookSeconds = 300;
 
 struct Taker {
   std::string name;
@@ -87,6 +87,7 @@ Use UseOf(const Json& row, const UseColumns& columns) {
   use.more = columns.more.empty() ? "" : TextOf(row, columns.more);
   const auto percent = NumberOf(row, columns.cpu);
   const auto seconds = NumberOf(row, kInterval);
+  use.seconds = seconds;
   if (percent && seconds) {
     use.cpuSeconds = *percent / 100 * *seconds;
   }
@@ -112,7 +113,7 @@ std::optional<std::string> WhoAt(KeptRows& rows, UseMeasure measure, std::int64_
     }
     const double every = rows.Every(columns.record);
     const std::int64_t distance = UseOf(found.Elements().front(), columns).time - time;
-    if (IsGap(std::abs(distance), every > 0 ? every : kUsualSeconds)) {
+    if (IsGap(std::abs(distance), every > 0 ? every : kUsualLookSeconds)) {
       continue;
     }
     std::string text;

@@ -1,6 +1,7 @@
 #include "client/report/Uses.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -16,6 +17,19 @@ std::optional<double> FigureOf(const UseTotal& total, UseMeasure measure) {
   return measure == UseMeasure::kCpu      ? total.cpuSeconds
          : measure == UseMeasure::kMemory ? total.mostMemory
                                           : total.ioBytes;
+}
+
+void UseBatches::Judge(Use& use) {
+  if (use.time != m_batch) {
+    m_before = m_batch;
+    m_batch = use.time;
+  }
+  const double between = static_cast<double>(m_batch - m_before);
+  const double seconds = use.seconds.value_or(0);
+  if (m_before == 0 || std::abs(between - seconds) > std::max(1.0, seconds / 10)) {
+    use.cpuSeconds.reset();
+    use.ioBytes.reset();
+  }
 }
 
 void UseSums::Add(const Use& use) {

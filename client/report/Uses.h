@@ -8,7 +8,8 @@
 
 /// What a process or a group took in the time of one row. What has no source is nothing.
 struct Use {
-  std::int64_t time = 0;  ///< of the row, in seconds since the epoch
+  std::int64_t time = 0;          ///< of the row, in seconds since the epoch
+  std::optional<double> seconds;  ///< that the row covers
   std::string name;
   std::string more;  ///< what is shown besides, as its user
   std::optional<double> cpuSeconds;
@@ -31,6 +32,19 @@ enum class UseMeasure { kCpu, kMemory, kIo };
 
 /// The figure of that measure.
 [[nodiscard]] std::optional<double> FigureOf(const UseTotal& total, UseMeasure measure);
+
+/// Tells rows of the time since the batch before from those of an agent that has just begun, which
+/// hold all that a process has taken since it was started.
+class UseBatches {
+ public:
+  /// Takes away what was taken over time, unless the row covers just the time since the batch
+  /// before. Times may not descend.
+  void Judge(Use& use);
+
+ private:
+  std::int64_t m_before = 0;  ///< the time of the batch before; 0 for none
+  std::int64_t m_batch = 0;   ///< of the batch that is judged
+};
 
 /// Sums uses by name and by what is shown besides. Holds no more than so many names.
 class UseSums {

@@ -132,7 +132,7 @@ TEST(ReportAnalysisTest, GapsThatRecordsShareAreOne) {
 
 Use UseAt(std::int64_t time, const std::string& name, double cpu, double memory,
           std::optional<double> io) {
-  return {time, name, "root", cpu, memory, io};
+  return {time, std::nullopt, name, "root", cpu, memory, io};
 }
 
 std::vector<std::string> NamesOf(const std::vector<UseTotal>& totals) {
@@ -162,6 +162,30 @@ TEST(ReportUsesTest, UsesOfANameAreSummedAndMemoryIsThatOfOneTime) {
   EXPECT_EQ(cc.mostAtOnce, 2U);
   EXPECT_FALSE(cc.ioBytes) << "without a source it is not 0";
   EXPECT_EQ(sums.Omitted(), 1U);
+}
+
+TEST(UseBatchesTest, WhatIsNotOfTheTimeBetweenBatchesIsLeftOut) {
+  const struct {
+    std::int64_t time;
+    double seconds;
+    bool isKept;
+    const char* why;
+  } cases[] = {{100, 10, false, "nothing tells what came before"},
+               {100, 10, false, "another row of that batch"},
+               {110, 10, true, "the time since the batch before"},
+               {110, 10, true, "another row of that batch"},
+               {122, 12, true, "a batch that was late"},
+               {172, 10, false, "the agent was away"},
+               {175, 10, false, "an agent that was started anew at once"},
+               {185, 10, true, "and goes on"}};
+  UseBatches batches;
+  for (const auto& row : cases) {
+    Use use{row.time, row.seconds, "cc", "", 5.0, 7.0, 9.0};
+    batches.Judge(use);
+    EXPECT_EQ(use.cpuSeconds.has_value(), row.isKept) << row.why;
+    EXPECT_EQ(use.ioBytes.has_value(), row.isKept) << row.why;
+    EXPECT_TRUE(use.memoryBytes) << "memory is of the moment";
+  }
 }
 
 }  // namespace

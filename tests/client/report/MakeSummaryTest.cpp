@@ -118,21 +118,23 @@ TEST(MakeSummaryTest, AMeanIsThatOfAllRowsHoweverBucketsHoldThem) {
 
 TEST(MakeSummaryTest, BytesOfCallsAreNotGivenOutForTrafficOfDisks) {
   const auto summaryOf = [](double kbytes) {
-    const KeptServer server({{"DISK",
-                              {{{"Record Time", kSummaryStart},
-                                {"Interval", 1},
-                                {"Device", "sda"},
-                                {"In Use %", 90.0}}}},
-                             {"PDI",
-                              {{{"Record Time", kSummaryStart},
-                                {"Interval", 1},
-                                {"Program", "cat"},
-                                {"User", "ann"},
-                                {"PID", 7},
-                                {"CPU % Each", 1.0},
-                                {"Start Time", kSummaryStart},
-                                {"Total I/O Kbytes", kbytes}}}}},
-                            1);
+    const KeptServer server(
+        {{"DISK",
+          {{{"Record Time", kSummaryStart},
+            {"Interval", 1},
+            {"Device", "sda"},
+            {"In Use %", 90.0}}}},
+         {"PDI",
+          {{{"Record Time", kSummaryStart - 1}, {"Interval", 1}, {"Program", "cat"}, {"PID", 7}},
+           {{"Record Time", kSummaryStart},
+            {"Interval", 1},
+            {"Program", "cat"},
+            {"User", "ann"},
+            {"PID", 7},
+            {"CPU % Each", 1.0},
+            {"Start Time", kSummaryStart},
+            {"Total I/O Kbytes", kbytes}}}}},
+        1);
     return SummaryOf(server);
   };
   const Summary busy = summaryOf(3);
