@@ -54,9 +54,11 @@ void ReadHost(const Json& row, HeadFigures& figures) {
 /// bridges, bonds, VLANs, containers, machines and tunnels.
 bool PassesAnother(const std::string& interface) {
   static constexpr std::array kBeginnings{
-      "bond", "team",  "br-",  "br0", "docker",  "virbr", "veth", "vnet", "tap", "tun",
-      "wg",   "dummy", "cali", "cni", "flannel", "vxlan", "kube", "lxc",  "lxd", "vmnet"};
-  return interface == "lo" || interface.find('.') != std::string::npos ||
+      "bond",  "team", "br-", "docker",  "virbr", "veth", "vnet", "tap", "tun",  "wg",
+      "dummy", "cali", "cni", "flannel", "vxlan", "kube", "lxc",  "lxd", "vmnet"};
+  const bool isNumberedBridge = interface.size() > 2 && interface.starts_with("br") &&
+                                interface[2] >= '0' && interface[2] <= '9';
+  return interface == "lo" || isNumberedBridge || interface.find('.') != std::string::npos ||
          std::any_of(kBeginnings.begin(), kBeginnings.end(),
                      [&](const char* beginning) { return interface.starts_with(beginning); });
 }

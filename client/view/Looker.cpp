@@ -1,10 +1,7 @@
 #include "client/view/Looker.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
 #include <ctime>
-#include <limits>
 #include <optional>
 
 #include "client/ask/Errors.h"

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 #include "client/CommandView.h"
@@ -58,7 +59,13 @@ TEST_F(GeneratedFilesTest, TellOfEveryCommandAndOption) {
   EXPECT_NE(page.find("schedule add\\fR \\fIRECORD\\fR"), std::string::npos) << "must be given";
   EXPECT_NE(page.find(" [\\fB--color\\fR \\fIWHEN\\fR]"), std::string::npos) << "may be given";
   EXPECT_EQ(page.find("complete-records"), std::string::npos) << "hidden";
+  std::ifstream file(std::string(QMT_TEST_DIR) + "/../docs/qmtctl.md");
+  const std::string docs{std::istreambuf_iterator<char>(file), {}};
   for (const KeyHelp& help : AllKeyHelp()) {
+    const std::string keys = help.keys;
+    const std::string row = keys.empty() ? "| **" + std::string(help.text) + "** | |\n"
+                                         : "| `" + keys + "` | " + help.text + " |\n";
+    EXPECT_NE(docs.find(row), std::string::npos) << row;
     EXPECT_NE(page.find(std::string(help.keys) + (*help.keys == '\0' ? "" : "\\fR\n") + help.text),
               std::string::npos)
         << help.text;

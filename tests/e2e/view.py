@@ -168,7 +168,12 @@ def check_keys(agent, work, busy):
         terminal.key("Enter")
         lines = terminal.wait_text("Command line\n.*while :; do :; done")
         check("the title of what is open", f"PID {busy}" in "\n".join(lines), lines)
-        terminal.wait_text("Workgroup and rule")
+        lines = terminal.wait_text("Workgroup and rule")
+        # What is asked for once stays while looks go on.
+        terminal.wait("a later look", lambda later: later[0] != lines[0])
+        time.sleep(5)
+        later = terminal.lines()
+        check("what is open stays", any(line.startswith("Workgroup and rule") for line in later), later)
         terminal.key("Escape")
         terminal.wait("the rows again", lambda lines: heading_of(lines) is not None and pids(lines) == [busy])
         view.press("t")

@@ -42,6 +42,9 @@ Sight ModernSight() {
                     {"Resource": "irq", "Some Stalled %": 99}])"},
        {"NETD", R"([{"Interface": "lo", "Bytes In/sec": 1000000, "Bytes Out/sec": 1000000},
                     {"Interface": "eth0", "Bytes In/sec": 100, "Bytes Out/sec": 20},
+                    {"Interface": "eth0.10", "Bytes In/sec": 70, "Bytes Out/sec": 7},
+                    {"Interface": "br1", "Bytes In/sec": 80, "Bytes Out/sec": 8},
+                    {"Interface": "veth9", "Bytes In/sec": 90, "Bytes Out/sec": 9},
                     {"Interface": "eth1", "Bytes In/sec": 50, "Bytes Out/sec": null}])"}});
 }
 
