@@ -57,6 +57,7 @@ void RecordQueries::Get(const std::shared_ptr<ControlRequest>& request) {
       const std::size_t ordinal = ordinals[{asked.name, category}]++;
       plan.askers.push_back(
           request->Peer().Requests().Find(asked.name, category, isRates, ordinal));
+      plan.askers.back()->NameRows(asked.choices.NamedRows(*asked.layout));
     }
     plan.items.push_back({std::move(asked), asker});
   }

@@ -4,6 +4,8 @@
 #include <ctime>
 #include <list>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "node/RecordRequest.h"
 
@@ -21,6 +23,8 @@ class RecordAsker {
   [[nodiscard]] const char* Record() const { return m_request.GetRecordType(); }
   [[nodiscard]] unsigned char Category() const { return m_request.GetStructType(); }
   [[nodiscard]] CMBRecordRequestEvent& Event() { return m_event; }
+  /// See CMBRecordRequest::NamedRows().
+  void NameRows(std::vector<std::string> values) { m_request.NameRows(std::move(values)); }
   /// The rows of the last answer; owned here, until the next answer. None is null.
   [[nodiscard]] const std::list<CMBRecord*>& Rows() const { return m_rows; }
   /// Bytes of these rows.

@@ -112,8 +112,9 @@ KeptParts& KeptParts::Instance() {
   return parts;
 }
 
-void KeptParts::Match(std::vector<TaskGroup>& groups) {
+void KeptParts::Match(std::vector<TaskGroup>& groups, std::span<const std::string> named) {
   ++m_batch;
+  m_named.assign(named.begin(), named.end());
   m_pace = ChosenPace();
   std::vector<std::unique_ptr<KeptPart>> parts;
   parts.reserve(groups.size());
@@ -135,7 +136,9 @@ void KeptParts::Match(std::vector<TaskGroup>& groups) {
 bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
                      PartWishes wishes) {
   KeptPart& part = *m_parts[index];
-  const bool isDue = !part.isRead || (static_cast<std::uint64_t>(part.pid) + m_batch) % m_pace == 0;
+  const bool isDue = !part.isRead ||
+                     (static_cast<std::uint64_t>(part.pid) + m_batch) % m_pace == 0 ||
+                     IsNamed(group.task, part);
   const bool wantsFolder = wishes.folder && (isDue || !part.folderInode);
   const bool wantsLimits = wishes.limits && (isDue || part.limits == nullptr);
   if (!isDue && !wantsFolder && !wantsLimits) {
@@ -158,6 +161,16 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
     ReadPartLimits(walk, folder, part);
   }
   return true;
+}
+
+bool KeptParts::IsNamed(const TaskFigures& task, const KeptPart& part) const {
+  if (m_named.empty()) {
+    return false;
+  }
+  const std::string pid = std::to_string(part.pid);
+  return std::ranges::any_of(m_named, [&](const std::string& name) {
+    return name == pid || name == NameOfTask(task, part);
+  });
 }
 
 bool KeptParts::ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part) {

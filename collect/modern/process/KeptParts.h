@@ -66,8 +66,9 @@ class KeptParts {
   static KeptParts& Instance();
 
   /// A new batch: makes the parts those of these processes, which are in the order of their
-  /// numbers, and puts the figures that never fall into the processes; times stay in the parts.
-  void Match(std::vector<TaskGroup>& groups);
+  /// numbers, and puts the figures that never fall into the processes; times stay in the parts. Of
+  /// processes whose number or name is one of `named` everything is read anew in this batch.
+  void Match(std::vector<TaskGroup>& groups, std::span<const std::string> named = {});
   /// Of the process of that place in the last Match().
   [[nodiscard]] const KeptPart& At(std::size_t index) const { return *m_parts[index]; }
   /// Reads what is due of a process; false if it has ended before its part could be read.
@@ -80,8 +81,10 @@ class KeptParts {
 
  private:
   [[nodiscard]] bool ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part);
+  [[nodiscard]] bool IsNamed(const TaskFigures& task, const KeptPart& part) const;
 
   std::vector<std::unique_ptr<KeptPart>> m_parts;  ///< in the order of their numbers
+  std::vector<std::string> m_named;
   std::uint64_t m_batch = 0;
   std::uint64_t m_pace = 1;
 };

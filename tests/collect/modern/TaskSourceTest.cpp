@@ -247,6 +247,26 @@ TEST_F(TaskSourceTest, ThePaceReadsPartsAnew) {
   }
 }
 
+TEST_F(TaskSourceTest, APartThatIsAskedForByNameIsReadAnew) {
+  TaskFigures task = MakeTask(20, 20);
+  task.virtualPages = 1;
+  WriteTasks({task});
+  WriteParts(20, "old");
+  EXPECT_EQ(Names(), "20<task>[old]");
+  WriteParts(20, "new");
+  for (const char* other : {"2", "200", "tas", ""}) {
+    m_collector.NameRows({other});
+    EXPECT_EQ(Names(), "20<task>[old]") << other;
+  }
+  m_collector.NameRows({"other", "task"});
+  EXPECT_EQ(Names(), "20<task>[new]");
+  WriteParts(20, "newer");
+  m_collector.NameRows({});
+  EXPECT_EQ(Names(), "20<task>[new]");
+  m_collector.NameRows({"20"});
+  EXPECT_EQ(Names(), "20<task>[newer]");
+}
+
 TEST_F(TaskSourceTest, KeptMemoryIsBoundedAndFreed) {
   std::vector<TaskFigures> tasks;
   for (int pid = 1; pid <= 100; ++pid) {
