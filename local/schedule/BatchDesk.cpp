@@ -11,7 +11,7 @@
 
 namespace {
 
-/// The rows of a batch that are worth the allocator's walk.
+/// Rows that are worth the allocator's walk.
 constexpr std::size_t kManyRows = 1000;
 
 }  // namespace
@@ -69,14 +69,17 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
   const auto failed = static_cast<std::size_t>(
       std::count_if(outcomes.begin(), outcomes.end(),
                     [](RequestOutcome outcome) { return outcome != RequestOutcome::kDone; }));
-  if (rows > kManyRows) {
-    // What the answers before held would else stay with the allocator, beside the present ones.
-    ::malloc_trim(0);
-  }
+  m_rowsSinceRelease += rows;
   ++m_batches;
   m_rowsMade += rows;
   m_last = {end, end - start, askers.size() + refused, failed + refused};
   return outcomes;
+}
+
+void BatchDesk::ReleaseMemory() {
+  if (std::exchange(m_rowsSinceRelease, 0) > kManyRows) {
+    ::malloc_trim(0);
+  }
 }
 
 bool BatchDesk::MayHold(std::span<const std::shared_ptr<RecordAsker>> askers) const {

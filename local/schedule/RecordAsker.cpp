@@ -13,6 +13,15 @@ void FreeRows(std::list<CMBRecord*>& rows) {
   rows.clear();
 }
 
+std::shared_ptr<const void> OwnerOf(const std::list<CMBRecord*>& rows) {
+  const auto owner = std::make_shared<std::vector<std::unique_ptr<const CMBRecord>>>();
+  owner->reserve(rows.size());
+  for (const CMBRecord* row : rows) {
+    owner->emplace_back(row);
+  }
+  return owner;
+}
+
 }  // namespace
 
 RecordAsker::RecordAsker(std::string record, unsigned char category, Look look, bool calcRates)
@@ -25,7 +34,7 @@ RecordAsker::RecordAsker(std::string record, unsigned char category, Look look, 
 
 RecordAsker::~RecordAsker() {
   FreeRows(m_event.m_records);
-  FreeRows(m_rows);
+  m_rows.clear();
   CountRows();
 }
 
@@ -42,8 +51,8 @@ void RecordAsker::CountRows() {
 
 void RecordAsker::TakeAnswer() {
   m_event.m_records.remove(nullptr);
-  FreeRows(m_rows);
-  m_rows.swap(m_event.m_records);
+  m_owner = OwnerOf(m_event.m_records);
+  m_rows = std::exchange(m_event.m_records, {});
   CountRows();
   m_answerTime = m_rows.empty() ? 0 : m_rows.front()->GetRecTime();
   if (m_answerTime == 0) {

@@ -233,12 +233,14 @@ void ScheduleBook::Collect(CMBNode& node, const EntryList& due) {
     const std::vector<const CMBRecord*> rows = LoggedRows(node, *entry.asker);
     entry.rows = rows.size();
     entry.lastTime = entry.asker->AnswerTime();
-    m_sink.Take({entry.asker->Record(), entry.asker->Category(), entry.lastTime, rows});
+    m_sink.Take({entry.asker->Record(), entry.asker->Category(), entry.lastTime, rows,
+                 entry.asker->Owner()});
     // A first look, which has nothing to compare with, is no row of either.
     if (hasTotals && !rows.empty()) {
       m_sink.TakeTotals({entry.totals->Record(), entry.totals->Category(), entry.lastTime,
-                         LoggedRows(node, *entry.totals)});
+                         LoggedRows(node, *entry.totals), entry.totals->Owner()});
     }
   }
   m_sink.EndBatch();
+  m_desk.ReleaseMemory();
 }
