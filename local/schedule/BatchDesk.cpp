@@ -13,6 +13,8 @@ namespace {
 
 /// Rows that are worth the allocator's walk.
 constexpr std::size_t kManyRows = 1000;
+/// Pages that the next batch needs at once are better kept.
+constexpr std::chrono::seconds kReleasePause{10};
 
 }  // namespace
 
@@ -77,8 +79,11 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
 }
 
 void BatchDesk::ReleaseMemory() {
-  if (std::exchange(m_rowsSinceRelease, 0) > kManyRows) {
+  const auto now = std::chrono::steady_clock::now();
+  if (m_rowsSinceRelease > kManyRows && now >= m_nextRelease) {
     ::malloc_trim(0);
+    m_rowsSinceRelease = 0;
+    m_nextRelease = now + kReleasePause;
   }
 }
 
