@@ -18,7 +18,8 @@ SETTINGS = "/etc/qmtdmon"
 PIN = "/sys/fs/bpf/qmtdmon/tasks"
 USERS = {"qmtmond": 64331, "qmtgate": 64332, "reader": 64333, "stranger": 64334}
 NETWORK = "10.213.0"
-HOST_ADDRESS, PEER_ADDRESS = f"{NETWORK}.1", f"{NETWORK}.2"
+HOST_ADDRESS = f"{NETWORK}.1"
+PEER_ADDRESSES = [f"{NETWORK}.{number}" for number in range(2, 12)]
 LOOPBACK_PORT, TLS_PORT, PLAIN_PORT = 9964, 9965, 9966
 PASSWORD = "two words: here"
 START_SECONDS = 30
@@ -187,7 +188,8 @@ class House:
         run("ip", "addr", "add", f"{HOST_ADDRESS}/24", "dev", "doors0")
         run("ip", "link", "set", "doors0", "up")
         there = ("nsenter", "-t", self.peer.pid, "-n", "ip")
-        run(*there, "addr", "add", f"{PEER_ADDRESS}/24", "dev", "doors1")
+        for address in PEER_ADDRESSES:
+            run(*there, "addr", "add", f"{address}/24", "dev", "doors1")
         run(*there, "link", "set", "doors1", "up")
         run(*there, "link", "set", "lo", "up")
 
@@ -202,6 +204,7 @@ class House:
     def _launch(self, unit, program, words, writable, folder):
         """A program as its unit starts it: user, groups, capabilities, umask, what it may write to."""
         settings = unit_settings(unit)
+        self.path(writable).chmod(int(settings["StateDirectoryMode"], 8))
         script = (f'mount --bind "{self.root}{writable}" "{self.root}{writable}" &&'
                   f' mount -o remount,bind,ro "{self.root}" &&'
                   f' mount -t tmpfs -o mode=1777 private "{self.root}/tmp" &&'

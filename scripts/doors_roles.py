@@ -17,7 +17,8 @@ from doors_house import USERS
 ATTEMPT_SECONDS = 25
 PR_SET_KEEPCAPS = 8
 PTRACE_ATTACH, PTRACE_DETACH = 16, 17
-GETVAL, IPC_RMID, SEM_UNDO = 12, 0, 0x1000
+GETVAL, IPC_RMID = 12, 0
+GUARD_SECONDS = 5
 CAPABILITY_VERSION = 0x20080522
 CAPABILITIES = {"CAP_DAC_READ_SEARCH": 2, "CAP_SYS_PTRACE": 19}
 LIBC = ctypes.CDLL(None, use_errno=True)
@@ -64,6 +65,10 @@ class Role:
 
     def play(self, root, attempt):
         """What a process of the role gets by an attempt."""
+        return end(self.begin(root, attempt))
+
+    def begin(self, root, attempt):
+        """Starts a process of the role that makes an attempt, for `end`."""
         reading, writing = os.pipe()
         child = os.fork()
         if child == 0:
@@ -81,10 +86,16 @@ class Role:
                 os.write(writing, word.encode()[:4000])
                 os._exit(0)
         os.close(writing)
-        with os.fdopen(reading, "rb") as pipe:
-            word = pipe.read().decode(errors="replace")
-        os.waitpid(child, 0)
-        return word or f"nothing within {ATTEMPT_SECONDS} s"
+        return child, reading
+
+
+def end(handle):
+    """What came of an attempt that was begun."""
+    child, reading = handle
+    with os.fdopen(reading, "rb") as pipe:
+        word = pipe.read().decode(errors="replace")
+    os.waitpid(child, 0)
+    return word or f"nothing within {ATTEMPT_SECONDS} s"
 
 
 # --- attempts on files ---
@@ -187,21 +198,40 @@ def raw_socket():
     socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_ICMP).close()
 
 
-def look_at_guard(key):
-    """Reads the state of the guard of a kind of user data."""
-    return lambda: checked(LIBC.semctl(checked(LIBC.semget(key, 0, 0)), 0, GETVAL, 0)) and None
-
-
-def take_guard(key):
-    """Changes a value of the guard, which the system takes back at the end of the process."""
+def at_guard(key, act):
+    """An attempt on the guard of a kind of user data, which is there only while somebody reads or writes."""
     def attempt():
-        number = checked(LIBC.semget(key, 0, 0))
-        checked(LIBC.semop(number, struct.pack("=Hhh", 0, 1, SEM_UNDO | os.O_NONBLOCK), 1))
+        finish = time.monotonic() + GUARD_SECONDS
+        while True:
+            try:
+                act(checked(LIBC.semget(key, 0, 0)))
+                return
+            except OSError as error:
+                if error.errno not in (errno.ENOENT, errno.EINVAL, errno.EIDRM) or time.monotonic() > finish:
+                    raise
     return attempt
 
 
+def look_at_guard(key):
+    return at_guard(key, lambda number: checked(LIBC.semctl(number, 0, GETVAL, 0)))
+
+
 def remove_guard(key):
-    return lambda: checked(LIBC.semctl(checked(LIBC.semget(key, 0, 0)), 0, IPC_RMID, 0)) and None
+    return at_guard(key, lambda number: checked(LIBC.semctl(number, 0, IPC_RMID, 0)))
+
+
+def keep_asking(path, question):
+    """Asks the same until the process is ended."""
+    def attempt():
+        signal.alarm(0)
+        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
+            client.connect(path)
+            lines = client.makefile("rb")
+            while True:
+                client.sendall(json.dumps(question).encode() + b"\n")
+                if not lines.readline():
+                    return "closed"
+    return attempt
 
 
 # --- attempts on the control socket ---
@@ -237,9 +267,9 @@ def ask(path, question):
 # --- attempts over the network ---
 
 
-def send(address, port, data, tls):
-    """Sends bytes and gives the status of the answer, or what came of it."""
-    with socket.create_connection((address, port), timeout=10) as plain:
+def send(address, port, data, tls, source=""):
+    """Sends bytes from an address and gives the status of the answer, or what came of it."""
+    with socket.create_connection((address, port), timeout=15, source_address=(source, 0)) as plain:
         client = plain
         if tls:
             context = ssl.create_default_context()
@@ -255,10 +285,10 @@ def send(address, port, data, tls):
         return words[1].decode() if line.startswith(b"HTTP/") and len(words) > 1 else "closed"
 
 
-def http(address, port, page, tls=False, method="GET", headers=(), host=None):
+def http(address, port, page, tls=False, method="GET", headers=(), host=None, source=""):
     def attempt():
         lines = [f"{method} {page} HTTP/1.1", f"Host: {host or f'{address}:{port}'}", "Connection: close", *headers]
-        return send(address, port, ("\r\n".join(lines) + "\r\n\r\n").encode("latin-1"), tls)
+        return send(address, port, ("\r\n".join(lines) + "\r\n\r\n").encode("latin-1"), tls, source)
     return attempt
 
 
