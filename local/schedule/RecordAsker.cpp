@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "support/OsCalls.h"
+#include "support/WholeTime.h"
 
 namespace {
 
@@ -54,10 +55,9 @@ void RecordAsker::TakeAnswer() {
   m_owner = OwnerOf(m_event.m_records);
   m_rows = std::exchange(m_event.m_records, {});
   CountRows();
-  m_answerTime = m_rows.empty() ? 0 : m_rows.front()->GetRecTime();
-  if (m_answerTime == 0) {
-    m_answerTime = Os().time(nullptr);
-  }
+  const std::time_t now = Os().time(nullptr);
+  const std::time_t told = m_rows.empty() ? 0 : m_rows.front()->GetRecTime();
+  m_answerTime = told == 0 ? now : WholeTime(static_cast<std::int32_t>(told), now);
 }
 
 void RecordAsker::DropAnswer() { FreeRows(m_event.m_records); }
