@@ -72,7 +72,8 @@ struct FollowQueries::Batch {
 
   void Add(Rows rows) {
     for (const std::span<const unsigned char> row : rows.kept->rows) {
-      const std::size_t size = row.size() + sizeof row;
+      // Its place among the rows, and its record's among those of the owner.
+      const std::size_t size = row.size() + sizeof row + sizeof(const CMBRecord*);
       bytes += size;
       *waiting += size;
     }
