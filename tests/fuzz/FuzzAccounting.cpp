@@ -1,6 +1,7 @@
 // The accounting file, which is read while it grows, is cut and is replaced.
-#include <cstring>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "collect/accounting/AcctSourceLINUX.h"
 #include "support/HostPaths.h"
@@ -16,19 +17,13 @@ constexpr std::size_t kRecordBytes = 64;
 /// Reads all rows that are there; how many.
 std::size_t ReadRows() {
   AcctSourceUser source;
-  std::size_t rows = 0;
-  for (x_acct record; rows < 1000; ++rows) {
-    source.read(&record);
-    if (!source.more()) {
-      break;
-    }
-    Require(record.comm.back() == '\0');
-    Acct row;
-    static_cast<x_acct&>(row) = record;
-    Require(row.GetComm().size() <= 8);
+  std::vector<Acct> rows;
+  const UtlErrorPtr error(source.readAll(nullptr, rows));
+  for (const Acct& row : rows) {
+    Require(row.comm.back() == '\0' && row.GetComm().size() <= 8);
     static_cast<void>(row.GetEndTime());
   }
-  return rows;
+  return rows.size();
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "json/JsonText.h"
 #include "local/control/ControlOperations.h"
@@ -26,7 +27,8 @@ class Daemon {
     for (std::int32_t batch = 3; batch > 0; --batch) {
       const FakeRecord first(1, now - batch);
       const FakeRecord second(4000000000U, now - batch);
-      m_sinks.Take({"FAKE", '4', now - batch, {&first, &second}});
+      const std::vector<const CMBRecord*> rows{&first, &second};
+      m_sinks.Take({"FAKE", '4', now - batch, rows});
       m_sinks.EndBatch();
     }
   }

@@ -22,8 +22,9 @@ constexpr const char* kWaitingFile = "records.db-waiting";
 
 void TakeBatch(HistoryStore& store, std::int32_t time) {
   const FakeRecord row(4000000000U, time);
-  store.Take({"FAKE", '4', time, {&row}});
-  store.TakeTotals({"FAKE", '4', time, {&row}});
+  const std::vector<const CMBRecord*> rows{&row};
+  store.Take({"FAKE", '4', time, rows});
+  store.TakeTotals({"FAKE", '4', time, rows});
   store.EndBatch();
 }
 

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "local/HttpSettings.h"
 #include "local/IniCheck.h"
@@ -45,7 +46,7 @@ void TakeFile(std::string_view text, const FuzzFolder& folder) {
   }
   EventLoop loop;
   BatchDesk desk;
-  RecordSinks sinks{{}};
+  RecordSinks sinks{std::vector<RecordSink*>()};
   ScheduleBook book(loop, desk, sinks);
   const IniListing listing = ListIni(*ini, folder.Path(), book);
   const auto lines = static_cast<std::size_t>(std::ranges::count(text, '\n')) + 1;
