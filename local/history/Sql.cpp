@@ -108,6 +108,11 @@ SqlDatabase::SqlDatabase(const std::string& path, int busyMilliseconds) {
     Throw(database, code);
   }
   ::sqlite3_busy_timeout(database, busyMilliseconds);
+  // Nothing that a file brings along is run: a trigger or a view may have no end.
+  for (const int option : {SQLITE_DBCONFIG_ENABLE_TRIGGER, SQLITE_DBCONFIG_ENABLE_VIEW,
+                           SQLITE_DBCONFIG_TRUSTED_SCHEMA}) {
+    ::sqlite3_db_config(database, option, 0, nullptr);
+  }
 }
 
 std::int64_t SqlDatabase::Number(const std::string& text) {

@@ -232,6 +232,18 @@ TEST_F(HistoryStoreTest, ABrokenFileIsSetAside) {
   EXPECT_THAT(m_told.front(), HasSubstr("It is set aside"));
 }
 
+TEST_F(HistoryStoreTest, WhatAFileBringsAlongIsNotRun) {
+  Keep();
+  Batch(m_now);
+  Keep();
+  SqlDatabase stranger("records.db", 1000);
+  stranger.Execute("CREATE TRIGGER t AFTER INSERT ON FAKE BEGIN DELETE FROM FAKE; END");
+  stranger.Execute("CREATE VIEW v AS SELECT 1");
+  Batch(m_now + 1);
+  EXPECT_EQ(Rows(), 2);
+  EXPECT_THROW(static_cast<void>(Number("SELECT * FROM v")), SqlError);
+}
+
 TEST_F(HistoryStoreTest, ABrokenFileOfWaitingRowsIsSetAsideAlone) {
   Keep();
   Batch(m_now);
