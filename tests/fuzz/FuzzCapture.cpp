@@ -65,8 +65,14 @@ void TakeReplay(std::string_view text, const FuzzFolder& folder) {
   folder.Write("capture.json", CaptureText(facts));
   folder.Write("outside", kSecret);
   std::string problem;
-  const std::unique_ptr<HostReplay> replay = HostReplay::Open(folder.Path(), 1, problem);
+  std::unique_ptr<HostReplay> replay = HostReplay::Open(folder.Path(), 1, problem);
   Require((replay == nullptr) == !problem.empty());
+  if (replay == nullptr && hasLink) {
+    // Whoever owns a capture may also put the link there once it has been looked through.
+    ::unlink(link.c_str());
+    replay = HostReplay::Open(folder.Path(), 1, problem);
+    Require(::symlink(target.c_str(), link.c_str()) == 0);
+  }
   if (replay != nullptr) {
     const std::string asked(input.Rest());
     replay->BeginBatch();
