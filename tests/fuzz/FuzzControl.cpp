@@ -87,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Input input(data, size);
   const Rights rights = input.Byte() % 2 == 0 ? Rights::kRead : Rights::kChange;
   const std::size_t piece = input.Byte() + std::size_t{1};
-  constexpr std::size_t kLimit = 4096;
+  constexpr std::size_t kLimit = 512;
   LineBuffer buffer(kLimit);
   while (!input.IsEmpty()) {
     buffer.Append(input.Bytes(piece));
