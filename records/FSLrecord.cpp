@@ -1,4 +1,4 @@
-#include <ranges>
+#include <vector>
 
 #include "records/DetailRows.h"
 #include "records/FileSystemSizes.h"
@@ -33,9 +33,9 @@ recordPD_FSL LocalRow(const FileSystem& source, std::int32_t now) {
 
 UtlError* RecordBuilder::BuildPD_FSL(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_FSL", AddressOf(pEvent), AddressOf(pRequest));
-  const auto isLocal = [](const FileSystem& source) { return !source.IsRemote(); };
-  BuildDetailRows<recordPD_FSL>(*m_pCollector->GetFileSystem() | std::views::filter(isLocal),
-                                *pEvent, LocalRow);
+  std::vector<FileSystem> sources = *m_pCollector->GetFileSystem();
+  std::erase_if(sources, [](const FileSystem& source) { return source.IsRemote(); });
+  BuildDetailRows<recordPD_FSL>(sources, *pEvent, LocalRow);
   TraceExit("RecordBuilder::BuildPD_FSL", 0);
   return nullptr;
 }

@@ -1,6 +1,6 @@
 #include <arpa/inet.h>
 
-#include <ranges>
+#include <vector>
 
 #include "records/DetailRows.h"
 #include "records/FileSystemSizes.h"
@@ -31,9 +31,9 @@ recordPD_FSR RemoteRow(const FileSystem& source, std::int32_t now) {
 
 UtlError* RecordBuilder::BuildPD_FSR(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_FSR", AddressOf(pEvent), AddressOf(pRequest));
-  const auto isRemote = [](const FileSystem& source) { return source.IsRemote(); };
-  BuildDetailRows<recordPD_FSR>(*m_pCollector->GetFileSystem() | std::views::filter(isRemote),
-                                *pEvent, RemoteRow);
+  std::vector<FileSystem> sources = *m_pCollector->GetFileSystem();
+  std::erase_if(sources, [](const FileSystem& source) { return !source.IsRemote(); });
+  BuildDetailRows<recordPD_FSR>(sources, *pEvent, RemoteRow);
   TraceExit("RecordBuilder::BuildPD_FSR", 0);
   return nullptr;
 }

@@ -5,6 +5,8 @@
 namespace {
 
 constexpr int kPrimaryCode = 0xff;
+/// The most of a text, of a blob and of a row.
+constexpr int kMostValueBytes = 1 << 20;
 
 [[noreturn]] void Throw(sqlite3* database, int code) {
   const int primary = code & kPrimaryCode;
@@ -108,6 +110,14 @@ SqlDatabase::SqlDatabase(const std::string& path, int busyMilliseconds) {
     Throw(database, code);
   }
   ::sqlite3_busy_timeout(database, busyMilliseconds);
+  // Nothing that a file brings along is run: a trigger or a view may have no end, and what is left
+  // (a column or an index that is computed) makes no large values.
+  for (const int option : {SQLITE_DBCONFIG_ENABLE_TRIGGER, SQLITE_DBCONFIG_ENABLE_VIEW,
+                           SQLITE_DBCONFIG_TRUSTED_SCHEMA}) {
+    ::sqlite3_db_config(database, option, 0, nullptr);
+  }
+  Execute("PRAGMA ignore_check_constraints = ON");
+  ::sqlite3_limit(database, SQLITE_LIMIT_LENGTH, kMostValueBytes);
 }
 
 std::int64_t SqlDatabase::Number(const std::string& text) {

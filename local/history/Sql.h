@@ -60,7 +60,8 @@ class SqlStatement {
   std::unique_ptr<sqlite3_stmt, Finalize> m_statement;
 };
 
-/// One database file. Everything that fails throws SqlError.
+/// One database file. Triggers, views and CHECK constraints that it brings along are not run, and a
+/// value or a row is at most 1 Mbyte. Everything that fails throws SqlError.
 class SqlDatabase {
  public:
   /// Opens the file or makes it; a statement waits `busyMilliseconds` for others.

@@ -245,6 +245,31 @@ TEST_F(HistoryStoreTest, ABrokenFileIsSetAside) {
   EXPECT_THAT(m_told.front(), HasSubstr("It is set aside"));
 }
 
+TEST_F(HistoryStoreTest, WhatAFileBringsAlongIsNotRun) {
+  Keep();
+  Batch(m_now);
+  Keep();
+  SqlDatabase stranger("records.db", 1000);
+  stranger.Execute("CREATE TRIGGER t AFTER INSERT ON FAKE BEGIN DELETE FROM FAKE; END");
+  stranger.Execute("CREATE VIEW v AS SELECT 1");
+  stranger.Execute("ALTER TABLE FAKE ADD COLUMN extra CHECK (Count < 0)");
+  Batch(m_now + 1);
+  EXPECT_EQ(Rows(), 2);
+  EXPECT_THROW(static_cast<void>(Number("SELECT * FROM v")), SqlError);
+}
+
+TEST_F(HistoryStoreTest, WhatAFileHasComputedIsBounded) {
+  Keep();
+  Batch(m_now);
+  Keep();
+  SqlDatabase stranger("records.db", 1000);
+  stranger.Execute("DELETE FROM FAKE");
+  stranger.Execute("CREATE INDEX i ON FAKE (length(zeroblob(2000000)))");
+  Batch(m_now + 1);
+  EXPECT_EQ(Rows(), 0);
+  EXPECT_THAT(m_told.back(), HasSubstr("can't be written: string or blob too big"));
+}
+
 TEST_F(HistoryStoreTest, ABrokenFileOfWaitingRowsIsSetAsideAlone) {
   Keep();
   Batch(m_now);

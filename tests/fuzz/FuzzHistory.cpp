@@ -1,0 +1,138 @@
+// A file of history that is damaged, of another layout or made by somebody else, and the file of
+// what waits beside it: batches go into it, and it is asked.
+#include <sqlite3.h>
+
+#include <ctime>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "json/JsonText.h"
+#include "local/control/HistoryQueries.h"
+#include "local/history/HistoryStore.h"
+#include "tests/fuzz/FuzzHelp.h"
+#include "tests/local/FakeAgent.h"
+#include "tests/local/control/FakePeer.h"
+
+namespace {
+
+constexpr const char* kFile = "records.db";
+constexpr const char* kWaitingFile = "records.db-waiting";
+
+void TakeBatch(HistoryStore& store, std::int32_t time) {
+  const FakeRecord row(4000000000U, time);
+  const std::vector<const CMBRecord*> rows{&row};
+  store.Take({"FAKE", '4', time, rows});
+  store.TakeTotals({"FAKE", '4', time, rows});
+  store.EndBatch();
+}
+
+/// The bytes of a good file with some rows.
+const std::string& GoodFile() {
+  static const std::string bytes = [] {
+    HistoryStore store([](const std::string&) {});
+    store.Configure({});
+    const auto now = static_cast<std::int32_t>(std::time(nullptr));
+    for (std::int32_t batch = 50; batch > 0; --batch) {
+      TakeBatch(store, now - batch);
+    }
+    store.Configure({});
+    std::ifstream file(kFile, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  }();
+  return bytes;
+}
+
+/// A good file with bytes put in at some places: there is no sum over it that would tell.
+std::string PatchedFile(Input& input) {
+  std::string bytes = GoodFile();
+  while (!input.IsEmpty()) {
+    const std::size_t place = input.Word() % bytes.size();
+    const std::string_view patch = input.Bytes(input.Byte() % 8U + 1U);
+    bytes.replace(place, std::min(patch.size(), bytes.size() - place),
+                  patch.substr(0, bytes.size() - place));
+  }
+  return bytes;
+}
+
+/// Runs what a stranger may have made the file by; statements stand between zero bytes.
+void MakeFile(const char* name, Input& input) {
+  sqlite3* handle = nullptr;
+  Require(::sqlite3_open(name, &handle) == SQLITE_OK);
+  const std::unique_ptr<sqlite3, int (*)(sqlite3*)> database(handle, ::sqlite3_close);
+  int steps = 0;
+  constexpr int kOften = 1000;
+  ::sqlite3_progress_handler(
+      handle, kOften, [](void* count) { return ++*static_cast<int*>(count) > 50 ? 1 : 0; }, &steps);
+  ::sqlite3_limit(handle, SQLITE_LIMIT_LENGTH, 1 << 16);
+  ::sqlite3_set_authorizer(
+      handle,
+      [](void*, int action, const char*, const char*, const char*, const char*) {
+        const bool isElsewhere = action == SQLITE_ATTACH || action == SQLITE_PRAGMA;
+        return isElsewhere ? SQLITE_DENY : SQLITE_OK;
+      },
+      nullptr);
+  while (!input.IsEmpty()) {
+    const std::string statement(input.Until('\0'));
+    ::sqlite3_exec(handle, statement.c_str(), nullptr, nullptr, nullptr);
+  }
+}
+
+/// Asks for the record's rows; the answer comes once and says how it went.
+void Ask(HistoryStore& store, EventLoop& loop, FakeAgent& agent, const char* members) {
+  RequestTurns turns(loop);
+  HistoryQueries queries(turns, store);
+  const auto peer = std::make_shared<FakePeer>(Rights::kRead);
+  queries.History(std::make_shared<ControlRequest>(ParseJson(members).value, peer));
+  for (int turn = 0; turn < 3; ++turn) {
+    RunATurn(loop, agent);
+  }
+  Require(peer->answers.size() == 1);
+  const ParsedJson answer = ParseJson(peer->answers.front());
+  Require(answer.fault == JsonFault::kNone && answer.value.Find("ok") != nullptr);
+}
+
+void UseFile() {
+  static EventLoop loop;
+  static FakeAgent agent;
+  HistoryStore store([](const std::string& text) { Require(!text.empty()); });
+  store.Configure({.megabytes = 1, .waitingMegabytes = 1});
+  const auto now = static_cast<std::int32_t>(std::time(nullptr));
+  for (int batch = 0; batch < 3; ++batch) {
+    TakeBatch(store, now + batch);
+    Ask(store, loop, agent, R"({"id":1,"record":"FAKE","since":0,"where":["Count>1"]})");
+  }
+  Ask(store, loop, agent, R"({"id":1,"record":"FAKE","since":0,"points":10,"columns":["Rate"]})");
+  Ask(store, loop, agent, R"({"id":1,"record":"FAKE","at":1700000000})");
+  store.EndBatch();
+}
+
+void EmptyFolder() {
+  for (const auto& entry : std::filesystem::directory_iterator(".")) {
+    std::filesystem::remove_all(entry.path());
+  }
+}
+
+}  // namespace
+
+/// The first byte chooses how the file is made, and whether it is the one that waits.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const ScratchDirectory folder;
+  static const bool isPublished = (PublishFakeRecords(), true);
+  static_cast<void>(isPublished);
+  static_cast<void>(GoodFile());
+  EmptyFolder();
+  Input input(data, size);
+  const std::uint8_t kind = input.Byte();
+  const char* name = kind % 8 < 6 ? kFile : kWaitingFile;
+  if (kind % 3 == 0) {
+    std::ofstream(name, std::ios::binary) << PatchedFile(input);
+  } else if (kind % 3 == 1) {
+    MakeFile(name, input);
+  } else {
+    std::ofstream(name, std::ios::binary) << input.Rest();
+  }
+  UseFile();
+  return 0;
+}
