@@ -116,4 +116,18 @@ TEST_F(OneFaultTest, ACallOfTheTable) {
   EXPECT_GE(failed, 20U);
 }
 
+TEST_F(OneFaultTest, AnAllocation) {
+  for (std::size_t place = 1; place <= s_calm->calls; place += Step(s_calm->calls, 60)) {
+    SCOPED_TRACE("allocation " + std::to_string(place) + " of " + std::to_string(s_calm->calls));
+    const WalkResult walk = s_walks->Run(faults::kAllocation, place);
+    ExpectSound(walk);
+    EXPECT_TRUE(walk.hasFailed);
+    EXPECT_TRUE(IsUnseen(walk) || IsTold(walk, "emory") || IsTold(walk, "bad_alloc") ||
+                IsTold(walk, " 10300 ") || IsAnsweredByError(walk));
+    if (Found(walk)) {
+      return;
+    }
+  }
+}
+
 }  // namespace
