@@ -26,7 +26,7 @@ class Client {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strcpy(address.sun_path, "run/control.sock");
-    const timeval limit{5, 0};
+    const timeval limit{20, 0};
     while (!m_isOver()) {
       m_socket = Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
       ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);

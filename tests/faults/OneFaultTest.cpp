@@ -102,32 +102,28 @@ TEST_F(OneFaultTest, ACallOfTheTable) {
   std::size_t failed = 0;
   for (const std::string& name : faults::OsCallNames()) {
     const std::size_t calls = s_walks->Run(name, 0).calls;
-    for (std::size_t place = 1; place <= calls; place += Step(calls, 5)) {
+    s_walks->RunEach(name, calls, Step(calls, 4), [&](std::size_t place, const WalkResult& walk) {
       SCOPED_TRACE(name + ", call " + std::to_string(place) + " of " + std::to_string(calls));
-      const WalkResult walk = s_walks->Run(name, place);
       ExpectSound(walk);
       EXPECT_TRUE(walk.hasFailed);
       ++failed;
-      if (Found(walk)) {
-        return;
-      }
-    }
+      return !Found(walk);
+    });
   }
   EXPECT_GE(failed, 20U);
 }
 
 TEST_F(OneFaultTest, AnAllocation) {
-  for (std::size_t place = 1; place <= s_calm->calls; place += Step(s_calm->calls, 60)) {
-    SCOPED_TRACE("allocation " + std::to_string(place) + " of " + std::to_string(s_calm->calls));
-    const WalkResult walk = s_walks->Run(faults::kAllocation, place);
+  const std::size_t calls = s_calm->calls;
+  const auto look = [&](std::size_t place, const WalkResult& walk) {
+    SCOPED_TRACE("allocation " + std::to_string(place) + " of " + std::to_string(calls));
     ExpectSound(walk);
     EXPECT_TRUE(walk.hasFailed);
     EXPECT_TRUE(IsUnseen(walk) || IsTold(walk, "emory") || IsTold(walk, "bad_alloc") ||
                 IsTold(walk, " 10300 ") || IsAnsweredByError(walk));
-    if (Found(walk)) {
-      return;
-    }
-  }
+    return !Found(walk);
+  };
+  s_walks->RunEach(faults::kAllocation, calls, Step(calls, 80), look);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <deque>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -20,6 +21,7 @@
 #include <map>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include "agent/Service.h"
 #include "support/HostPaths.h"
@@ -36,7 +38,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr unsigned kLimitSeconds = 30;
+constexpr unsigned kLimitSeconds = 90;
+// A walk waits more than it works.
+constexpr std::size_t kWalksAtATime = 8;
 constexpr std::time_t kFirstBatch = 1'700'000'000;
 constexpr std::time_t kBetweenBatches = 60;
 constexpr const char* kSettings =
@@ -218,6 +222,42 @@ void FillFrom(const fs::path& table, const process_tree::HostTree& host) {
   }
 }
 
+/// A walk that is under way in a process and a folder of its own.
+class RunningWalk {
+ public:
+  RunningWalk(const std::string& kind, std::size_t place) {
+    fs::create_directories(m_folder.Path() / "opt/qmtrx/mond");
+    std::ofstream(m_folder.Path() / "qmtagt.ini") << kSettings;
+    std::ofstream(m_folder.Path() / "wgfile") << "workgroup = root\nusers = root\n";
+    m_child = ::fork();
+    if (m_child == 0) {
+      fs::current_path(m_folder.Path());
+      SetProductRoot(m_folder.Path().string());
+      Walk(kind, place);
+    }
+  }
+  ~RunningWalk() { Wait(); }
+  RunningWalk(const RunningWalk&) = delete;
+  RunningWalk& operator=(const RunningWalk&) = delete;
+
+  WalkResult End() {
+    Wait();
+    return ReadResult(m_folder.Path(), m_status);
+  }
+
+ private:
+  void Wait() {
+    if (std::exchange(m_isRunning, false)) {
+      ::waitpid(m_child, &m_status, 0);
+    }
+  }
+
+  TempFolder m_folder;
+  pid_t m_child = -1;
+  int m_status = 0;
+  bool m_isRunning = true;
+};
+
 }  // namespace
 
 bool WalkResult::HasEnded() const { return WIFEXITED(status) && exitValue >= 0; }
@@ -228,17 +268,22 @@ Walks::Walks() {
 }
 
 WalkResult Walks::Run(const std::string& kind, std::size_t place) const {
-  const TempFolder folder;
-  fs::create_directories(folder.Path() / "opt/qmtrx/mond");
-  std::ofstream(folder.Path() / "qmtagt.ini") << kSettings;
-  std::ofstream(folder.Path() / "wgfile") << "workgroup = root\nusers = root\n";
-  const pid_t child = ::fork();
-  if (child == 0) {
-    fs::current_path(folder.Path());
-    SetProductRoot(folder.Path().string());
-    Walk(kind, place);
+  return RunningWalk(kind, place).End();
+}
+
+void Walks::RunEach(
+    const std::string& kind, std::size_t last, std::size_t step,
+    const std::function<bool(std::size_t place, const WalkResult& walk)>& look) const {
+  std::deque<std::unique_ptr<RunningWalk>> running;
+  std::size_t next = 1;
+  for (std::size_t place = 1; place <= last; place += step) {
+    for (; next <= last && running.size() < kWalksAtATime; next += step) {
+      running.push_back(std::make_unique<RunningWalk>(kind, next));
+    }
+    const WalkResult walk = running.front()->End();
+    running.pop_front();
+    if (!look(place, walk)) {
+      return;
+    }
   }
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  return ReadResult(folder.Path(), status);
 }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -39,6 +40,10 @@ class Walks {
   Walks();
   /// Has the `place`-th call of that kind (Faults.h) fail; 0 for none.
   [[nodiscard]] WalkResult Run(const std::string& kind, std::size_t place) const;
+  /// The same of each `step`-th place from 1 to `last`, several at a time; `look` gets them in
+  /// turn, and ends them by false.
+  void RunEach(const std::string& kind, std::size_t last, std::size_t step,
+               const std::function<bool(std::size_t place, const WalkResult& walk)>& look) const;
 
  private:
   process_tree::HostTree m_host;
