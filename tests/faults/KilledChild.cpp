@@ -48,6 +48,7 @@ faults::KilledRun faults::RunKilled(const std::function<void()>& prepare,
     });
   }
   KilledRun run;
+  std::size_t stops = 0;
   int status = Wait(child);
   if (!HasStoppedBy(status, SIGSTOP)) {
     return run;
@@ -56,7 +57,7 @@ faults::KilledRun faults::RunKilled(const std::function<void()>& prepare,
   ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
   ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
   for (status = Wait(child); HasStoppedBy(status, kAtSystemCall); status = Wait(child)) {
-    if (++run.stops == place) {
+    if (++stops == place) {
       ::kill(child, SIGKILL);
       run.wasKilled = WIFSIGNALED(Wait(child));
       return run;

@@ -7,8 +7,7 @@ namespace faults {
 
 /// What has become of a child that was to be killed.
 struct KilledRun {
-  std::size_t stops = 0;   ///< at the begin and the end of each system call of the work
-  bool wasKilled = false;  ///< else it went on to its end
+  bool wasKilled = false;  ///< false where it made fewer calls
   bool wasTraced = false;  ///< false where this process may trace none
   bool wasUnhurt = false;  ///< it came to its end by itself and without a fault
 };

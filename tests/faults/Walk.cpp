@@ -225,7 +225,7 @@ void FillFrom(const fs::path& table, const process_tree::HostTree& host) {
 /// A walk that is under way in a process and a folder of its own.
 class RunningWalk {
  public:
-  RunningWalk(const std::string& kind, std::size_t place) {
+  explicit RunningWalk(const Fault& fault) {
     fs::create_directories(m_folder.Path() / "opt/qmtrx/mond");
     std::ofstream(m_folder.Path() / "qmtagt.ini") << kSettings;
     std::ofstream(m_folder.Path() / "wgfile") << "workgroup = root\nusers = root\n";
@@ -233,7 +233,7 @@ class RunningWalk {
     if (m_child == 0) {
       fs::current_path(m_folder.Path());
       SetProductRoot(m_folder.Path().string());
-      Walk(kind, place);
+      Walk(fault.kind, fault.place);
     }
   }
   ~RunningWalk() { Wait(); }
@@ -267,22 +267,20 @@ Walks::Walks() {
   FillFrom(fs::path(QMT_TEST_DIR) / "fixtures/modern-rows/host.tsv", m_host);
 }
 
-WalkResult Walks::Run(const std::string& kind, std::size_t place) const {
-  return RunningWalk(kind, place).End();
-}
+WalkResult Walks::Run(const Fault& fault) const { return RunningWalk(fault).End(); }
 
 void Walks::RunEach(
-    const std::string& kind, std::size_t last, std::size_t step,
-    const std::function<bool(std::size_t place, const WalkResult& walk)>& look) const {
+    const std::vector<Fault>& faults,
+    const std::function<bool(const Fault& fault, const WalkResult& walk)>& look) const {
   std::deque<std::unique_ptr<RunningWalk>> running;
-  std::size_t next = 1;
-  for (std::size_t place = 1; place <= last; place += step) {
-    for (; next <= last && running.size() < kWalksAtATime; next += step) {
-      running.push_back(std::make_unique<RunningWalk>(kind, next));
+  auto next = faults.begin();
+  for (const Fault& fault : faults) {
+    for (; next != faults.end() && running.size() < kWalksAtATime; ++next) {
+      running.push_back(std::make_unique<RunningWalk>(*next));
     }
     const WalkResult walk = running.front()->End();
     running.pop_front();
-    if (!look(place, walk)) {
+    if (!look(fault, walk)) {
       return;
     }
   }

@@ -33,17 +33,22 @@ struct WalkResult {
   [[nodiscard]] bool HasEnded() const;
 };
 
+/// The `place`-th call of that kind, as Faults.h has them.
+struct Fault {
+  std::string kind;
+  std::size_t place;
+};
+
 /// A host whose figures stand still, and walks on it, each in a process and a folder of its own, so
 /// that none sees what another has left in the program.
 class Walks {
  public:
   Walks();
-  /// Has the `place`-th call of that kind (Faults.h) fail; 0 for none.
-  [[nodiscard]] WalkResult Run(const std::string& kind, std::size_t place) const;
-  /// The same of each `step`-th place from 1 to `last`, several at a time; `look` gets them in
-  /// turn, and ends them by false.
-  void RunEach(const std::string& kind, std::size_t last, std::size_t step,
-               const std::function<bool(std::size_t place, const WalkResult& walk)>& look) const;
+  /// Has that call fail.
+  [[nodiscard]] WalkResult Run(const Fault& fault) const;
+  /// The same of each, several at a time; `look` gets them in turn, and ends them by false.
+  void RunEach(const std::vector<Fault>& faults,
+               const std::function<bool(const Fault& fault, const WalkResult& walk)>& look) const;
 
  private:
   process_tree::HostTree m_host;
