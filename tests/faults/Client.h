@@ -26,7 +26,7 @@ class Client {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strcpy(address.sun_path, "run/control.sock");
-    const timeval limit{20, 0};
+    const timeval limit{1, 0};
     while (!m_isOver()) {
       m_socket = Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
       ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
@@ -56,13 +56,19 @@ class Client {
 
  private:
   void ReceiveUntil(const std::function<bool()>& isDone) {
+    constexpr int kMostSeconds = 20;
     char chunk[65536];
-    ssize_t count = 1;
-    while (!isDone() && count > 0) {
-      count = ::recv(m_socket.Get(), chunk, sizeof chunk, 0);
-      m_input.append(chunk, count > 0 ? static_cast<std::size_t>(count) : 0);
-      if (count < 0 && errno == EAGAIN) {
+    int seconds = 0;
+    while (!isDone()) {
+      const ssize_t count = ::recv(m_socket.Get(), chunk, sizeof chunk, 0);
+      if (count > 0) {
+        m_input.append(chunk, static_cast<std::size_t>(count));
+      } else if (count == 0 || errno != EAGAIN || m_isOver()) {
+        // A service that is over would end its connections with its process.
+        return;
+      } else if (++seconds == kMostSeconds) {
         m_input = kLeftWaiting;
+        return;
       }
     }
   }

@@ -52,6 +52,7 @@ class OneFaultTest : public ::testing::Test {
       EXPECT_EQ(walk.descriptorsAfter, walk.descriptorsBefore);
     }
     EXPECT_FALSE(walk.hasLeak) << walk.errors;
+    EXPECT_NE(walk.firstAnswer, faults::kLeftWaiting);
     for (const std::string& answer : walk.answers) {
       EXPECT_NE(answer, faults::kLeftWaiting);
     }

@@ -17,6 +17,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -78,13 +79,13 @@ bool IsInterrupted() {
   return isTurn;
 }
 
-/// Whether what is read or written in two parts is the same as in one.
-bool IsStream(int descriptor) {
+/// Whether so much may come or go in two parts: a pipe takes what it has room for as a whole.
+bool MayBeParted(int descriptor, std::size_t bytes) {
   struct ::stat status {};
   int type = 0;
   socklen_t size = sizeof type;
   return ::fstat(descriptor, &status) == 0 &&
-         (S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode) ||
+         (S_ISREG(status.st_mode) || (S_ISFIFO(status.st_mode) && bytes > PIPE_BUF) ||
           (S_ISSOCK(status.st_mode) &&
            ::getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &size) == 0 &&
            type == SOCK_STREAM));
@@ -93,7 +94,7 @@ bool IsStream(int descriptor) {
 std::size_t Shortened(int descriptor, std::size_t size) {
   const int code = errno;
   const bool isHalved =
-      TheOrders().isShort && size > 1 && IsTimeForFaults() && IsStream(descriptor);
+      TheOrders().isShort && size > 1 && IsTimeForFaults() && MayBeParted(descriptor, size);
   errno = code;
   return isHalved ? size / 2 : size;
 }

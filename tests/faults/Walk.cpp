@@ -117,9 +117,11 @@ void AskAll() {
   const std::string ask[] = {kAllRecords, kAllRecords, kAllRecords,
                              R"({"op":"metrics","format":"openmetrics"})", R"({"op":"shutdown"})"};
   // The socket is there before the start is over.
-  while (!g_isServiceOver &&
-         faults::Client([] { return g_isServiceOver.load(); }).Ask(R"({"op":"status"})").empty()) {
+  std::string status;
+  while (!g_isServiceOver && status.empty()) {
+    status = faults::Client([] { return g_isServiceOver.load(); }).Ask(R"({"op":"status"})");
   }
+  Write("status", status);
   for (std::size_t place = 0; place < WalkResult::kQuestions; ++place) {
     faults::Client client([] { return g_isServiceOver.load(); });
     g_question = place + 1;
@@ -189,6 +191,7 @@ WalkResult ReadResult(const fs::path& folder, int status) {
   figures >> result.exitValue >> result.calls >> result.hasFailed >> result.failedAt >>
       result.descriptorsBefore >> result.descriptorsAfter >> result.hasLeak;
   result.failedPlace = Read(folder / "place");
+  result.firstAnswer = Read(folder / "status");
   for (std::size_t place = 0; place < WalkResult::kQuestions; ++place) {
     result.answers.at(place) = Read(folder / ("answer-" + std::to_string(place)));
   }

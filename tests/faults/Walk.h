@@ -22,6 +22,7 @@ struct WalkResult {
   bool hasFailed = false;
   /// The question that was under way at the failure, counted from 1; 0 for the start.
   std::size_t failedAt = 0;
+  std::string firstAnswer;                      ///< that of the first client, whenever it comes
   std::array<std::string, kQuestions> answers;  ///< empty for none
   int descriptorsBefore = 0;
   int descriptorsAfter = 0;

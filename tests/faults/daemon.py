@@ -135,7 +135,7 @@ def check_unseen(build):
                          if batch.get(key) != value}:
                 fail(f"{faults}: {wrong}")
         if families != calm_families or said != calm_problems:
-            fail(f"{faults}: {families} families, not {calm_families}; {said}")
+            fail(f"{faults}: {families} families, not {calm_families}; {said}, not {calm_problems}")
     return len(same)
 
 
