@@ -215,6 +215,29 @@ int RunAgent(Surroundings& around) {
   return Stop(g_pAgent->Run());
 }
 
+/// The whole service but for what it throws.
+int Serve(int argc, char** argv) {
+  if (!BringUpTracing()) {
+    return kFailure;
+  }
+  TraceCommandLine(argc, argv);
+  if (!RegisterService()) {
+    return kFailure;
+  }
+  ProductLock productLock;
+  if (!TakeProductRoot(productLock)) {
+    return Terminate(kFailure);
+  }
+  Surroundings around{ReadStartOptions(argc, argv), {}};
+  if (Os().uname(&around.system) != 0) {
+    Message(10100, "uname", errno, "", "", "");
+    ReportFailedStart(__LINE__);
+    return Terminate(kFailure);
+  }
+  Prepare(around);
+  return RunAgent(around);
+}
+
 /// The parent of the process sees the low 8 bits only: none of them set must not read as success.
 int VisibleExitValue(int rc) { return rc != 0 && (rc & 0xff) == 0 ? kFailure : rc; }
 
@@ -247,26 +270,8 @@ void GetServiceNameForMessage(char* buffer, std::size_t size) {
 }
 
 int RunService(int argc, char** argv) {
-  if (!BringUpTracing()) {
-    return kFailure;
-  }
-  TraceCommandLine(argc, argv);
-  if (!RegisterService()) {
-    return kFailure;
-  }
-  ProductLock productLock;
-  if (!TakeProductRoot(productLock)) {
-    return Terminate(kFailure);
-  }
-  Surroundings around{ReadStartOptions(argc, argv), {}};
-  if (Os().uname(&around.system) != 0) {
-    Message(10100, "uname", errno, "", "", "");
-    ReportFailedStart(__LINE__);
-    return Terminate(kFailure);
-  }
-  Prepare(around);
   try {
-    return VisibleExitValue(RunAgent(around));
+    return VisibleExitValue(Serve(argc, argv));
   } catch (const std::exception& exception) {
     Message(10103, exception.what());
     Message(10004);

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/HostReads.h"
 #include "support/UtlError.h"
@@ -115,23 +116,24 @@ const cookie_io_functions_t kFunctions{
 TextFilePtr OpenHostFile(const char* path) { return OpenHostFileAt(HostPath(path), path); }
 
 TextFilePtr OpenHostFileAt(const std::string& place, const char* path) {
-  const int descriptor =
-      OpenHost(AT_FDCWD, place.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-  if (descriptor < 0) {
+  Descriptor descriptor(
+      OpenHost(AT_FDCWD, place.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+  if (!descriptor.IsOpen()) {
     return nullptr;
   }
-  auto file = std::make_unique<BoundedFile>(descriptor, path);
+  auto file = std::make_unique<BoundedFile>(descriptor.Get(), path);
   struct ::stat status {};
-  if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+  if (::fstat(descriptor.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     errno = EINVAL;
   } else if (file->IsWithin(static_cast<std::uint64_t>(status.st_size))) {
     if (TextFilePtr stream{::fopencookie(file.get(), "r", kFunctions)}) {
       static_cast<void>(file.release());
+      static_cast<void>(descriptor.Release());
       return stream;
     }
   }
   const int code = errno;
-  ::close(descriptor);
+  descriptor.Close();
   errno = code;
   return nullptr;
 }

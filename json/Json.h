@@ -22,6 +22,11 @@ class Json {
   using MemberList = std::vector<JsonMember>;
 
   Json();
+  Json(const Json& other);
+  Json(Json&& other) noexcept = default;
+  Json& operator=(const Json& other);
+  Json& operator=(Json&& other) noexcept = default;
+  ~Json() = default;
   Json(std::nullptr_t);
   template <std::same_as<bool> T>
   Json(T value);
@@ -139,6 +144,15 @@ struct JsonMember {
 
 // A list of members wants their type, which is known from here on.
 inline Json::Json() = default;
+// The library takes a variant of these types for one that always holds a value, and destroys one
+// whose own copying has thrown by an index beyond all: what is copied comes in when it stands.
+inline Json::Json(const Json& other) {
+  other.Visit([this]<class T>(const T& value) {
+    T copy = value;
+    m_value.template emplace<T>(std::move(copy));
+  });
+}
+inline Json& Json::operator=(const Json& other) { return *this = Json(other); }
 inline Json::Json(std::nullptr_t) {}
 template <std::same_as<bool> T>
 Json::Json(T value) : m_value(value) {}

@@ -109,7 +109,7 @@ void AlarmBook::EndBatch() {
 }
 
 void AlarmBook::Post() {
-  if (std::exchange(m_isPosted, true)) {
+  if (m_isPosted) {
     return;
   }
   LoopTask task;
@@ -125,6 +125,7 @@ void AlarmBook::Post() {
     }
   };
   m_loop.Post(std::move(task));
+  m_isPosted = true;
 }
 
 void AlarmBook::Work() {

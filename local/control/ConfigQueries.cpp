@@ -114,6 +114,7 @@ void ConfigQueries::Config(const std::shared_ptr<ControlRequest>& request) {
     }
   };
   task.drop = [request] { request->Fail(StoppingError()); };
+  task.fail = [request] { request->FailForMemory(); };
   m_loop.Post(std::move(task));
 }
 
@@ -128,5 +129,6 @@ void ConfigQueries::ConfigSet(const std::shared_ptr<ControlRequest>& request) {
     RunConfigSet(node, *request, wanted);
   };
   task.drop = [request] { request->Fail(StoppingError()); };
+  task.fail = [request] { request->FailForMemory(); };
   m_loop.Post(std::move(task));
 }

@@ -54,6 +54,18 @@ void ControlConnection::Close() {
   m_around.loop.Retire(std::move(m_requests));
 }
 
+template <class Action>
+void ControlConnection::Guarded(Action action) {
+  try {
+    action();
+  } catch (const std::bad_alloc&) {
+    // A client whose socket nobody reads or writes any more would wait without end.
+    Close();
+    m_around.report("A control client (process " + std::to_string(m_peer.process) + ", user " +
+                    std::to_string(m_peer.user) + ") is dropped: no memory.");
+  }
+}
+
 void ControlConnection::WatchHangUp() {
   // Completes when both directions are shut. A client that has only ended its requests still gets
   // its answers.
@@ -66,7 +78,7 @@ void ControlConnection::WatchHangUp() {
                                 // one of the same number.
                                 self->m_isGone = IsHungUp(self->m_socket->stream.native_handle());
                                 if (!self->m_isGone) {
-                                  self->WatchHangUp();
+                                  self->Guarded([&] { self->WatchHangUp(); });
                                 } else if (self->m_isWithoutEnd) {
                                   // At rest it would never find out by a write.
                                   self->Close();
@@ -77,16 +89,18 @@ void ControlConnection::WatchHangUp() {
 void ControlConnection::Read() {
   m_socket->stream.async_read_some(
       asio::buffer(m_chunk), [self = shared_from_this()](asio::error_code error, std::size_t size) {
-        if (self->m_isClosed) {
-          return;
+        if (!self->m_isClosed) {
+          self->m_isEnded = bool(error);
+          self->Guarded([&] { self->OnRead(size); });
         }
-        if (error) {
-          self->m_isEnded = true;
-        } else {
-          self->m_input.Append({self->m_chunk.data(), size});
-        }
-        self->ServeNextLine();
       });
+}
+
+void ControlConnection::OnRead(std::size_t size) {
+  if (!m_isEnded) {
+    m_input.Append({m_chunk.data(), size});
+  }
+  ServeNextLine();
 }
 
 void ControlConnection::ServeNextLine() {
@@ -165,28 +179,35 @@ void ControlConnection::AnswerInPieces(AnswerPieces pieces) {
     return;
   }
   m_pieces = std::move(pieces);
-  SendPiece();
+  try {
+    SendPiece();
+  } catch (const std::bad_alloc&) {
+    // Nothing has gone out yet.
+    m_pieces = nullptr;
+    m_isWithoutEnd = false;
+    throw;
+  }
 }
 
 void ControlConnection::SendPiece() {
   std::string piece;
-  try {
-    const bool isMore = m_pieces(piece);
-    if (m_isWithoutEnd) {
-      m_isAtRest = !isMore;
-      if (m_isAtRest && piece.empty()) {
-        return;
-      }
-    } else if (!isMore) {
-      m_pieces = nullptr;
-      m_isServing = false;
-      piece += '\n';
+  const bool isMore = m_pieces(piece);
+  if (m_isWithoutEnd) {
+    m_isAtRest = !isMore;
+    if (m_isAtRest && piece.empty()) {
+      return;
     }
-    Put(std::move(piece));
-  } catch (const std::bad_alloc&) {
-    // Half of an answer can't be taken back.
-    Close();
+  } else if (!isMore) {
+    piece += '\n';
+    m_pieces = nullptr;
+    m_isServing = false;
   }
+  Put(std::move(piece));
+}
+
+void ControlConnection::SendFurtherPiece() {
+  // Half of an answer can't be taken back.
+  Guarded([this] { SendPiece(); });
 }
 
 void ControlConnection::AnswerWithoutEnd(AnswerPieces pieces) {
@@ -210,7 +231,7 @@ void ControlConnection::Continue() {
 void ControlConnection::SendRest() {
   // What goes out now asks for the next piece when it is gone.
   if (!m_isClosed && m_inFlight.empty()) {
-    SendPiece();
+    SendFurtherPiece();
   }
 }
 
@@ -249,19 +270,22 @@ void ControlConnection::BeginWrite() {
   asio::async_write(m_socket->stream, asio::buffer(m_inFlight),
                     [self = shared_from_this()](asio::error_code error, std::size_t) {
                       self->OnWritten();
-                      if (self->m_isClosed) {
-                        return;
-                      }
-                      if (error) {
-                        self->Close();
-                      } else if (self->m_pieces) {
-                        if (!self->m_isAtRest) {
-                          self->SendPiece();
-                        }
-                      } else if (!self->m_isServing) {
-                        self->ServeNextLine();
+                      if (!self->m_isClosed) {
+                        self->OnWriteEnd(bool(error));
                       }
                     });
+}
+
+void ControlConnection::OnWriteEnd(bool isFailed) {
+  if (isFailed) {
+    Close();
+  } else if (m_pieces) {
+    if (!m_isAtRest) {
+      SendFurtherPiece();
+    }
+  } else if (!m_isServing) {
+    Guarded([this] { ServeNextLine(); });
+  }
 }
 
 void ControlConnection::OnWritten() {

@@ -66,6 +66,12 @@ class ControlConnection : public ControlPeer,
   void ServeLine(const std::string& line);
   void Serve(const std::string& line);
   void SendPiece();
+  void SendFurtherPiece();
+  /// Runs what the library or the loop has called; the connection ends where memory does.
+  template <class Action>
+  void Guarded(Action action);
+  void OnRead(std::size_t size);
+  void OnWriteEnd(bool isFailed);
   /// Ends the request under way.
   void End(std::string answer);
   /// The turn of the loop after a Continue.

@@ -28,7 +28,8 @@ class ControlPeer {
   [[nodiscard]] virtual RequestBook& Requests() = 0;
   /// Ends the request under way with one line, given without its newline.
   virtual void Answer(std::string line) = 0;
-  /// The same in pieces, the last of which ends without the newline.
+  /// The same in pieces, the last of which ends without the newline. Throws std::bad_alloc where
+  /// there is no memory for the first one: the request is then under way still.
   virtual void AnswerInPieces(AnswerPieces pieces) = 0;
   /// Ends the request under way with a line, given without its newline, and bytes behind it.
   virtual void AnswerRaw(std::string line, std::string bytes) = 0;

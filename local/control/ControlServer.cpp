@@ -9,6 +9,7 @@
 #include <asio/error.hpp>
 #include <cerrno>
 #include <chrono>
+#include <new>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -133,12 +134,25 @@ void ControlServer::GiveAway() const {
 }
 
 void ControlServer::Accept() {
+  try {
+    AcceptNext();
+  } catch (const std::bad_alloc&) {
+    m_pause.After(kAcceptPause, [this] { Accept(); });
+  }
+}
+
+void ControlServer::AcceptNext() {
   m_listener->acceptor.async_accept([this](asio::error_code error, Protocol::socket socket) {
     if (error == asio::error::operation_aborted || !m_listener->acceptor.is_open()) {
       return;
     }
     if (!error) {
-      OnAccepted(std::make_unique<ControlConnection::Socket>(std::move(socket)));
+      try {
+        OnAccepted(std::make_unique<ControlConnection::Socket>(std::move(socket)));
+      } catch (const std::bad_alloc&) {
+        Accept();
+        throw;
+      }
       Accept();
       return;
     }
@@ -167,7 +181,12 @@ void ControlServer::OnAccepted(std::unique_ptr<ControlConnection::Socket> socket
   const auto connection = std::make_shared<ControlConnection>(m_surroundings, std::move(socket),
                                                               std::move(peer), rights);
   m_connections.insert(connection);
-  connection->Start();
+  try {
+    connection->Start();
+  } catch (const std::bad_alloc&) {
+    connection->Close();
+    throw;
+  }
 }
 
 void ControlServer::Refuse(int descriptor) const {

@@ -53,6 +53,7 @@ class ControlServer {
   void Listen();
   void GiveAway() const;
   void Accept();
+  void AcceptNext();
   void OnAccepted(std::unique_ptr<ControlConnection::Socket> socket);
   void Refuse(int descriptor) const;
   [[nodiscard]] gid_t SocketGroup() const;

@@ -60,6 +60,9 @@ void AnswerScrape(const ControlRequest& request, MetricFormat format, MetricsAns
       case MetricsAnswer::Outcome::kStopping:
         request.Fail(StoppingError());
         break;
+      case MetricsAnswer::Outcome::kNoMemory:
+        request.Fail(MemoryError());
+        break;
     }
   } catch (const std::bad_alloc&) {
     request.FailForMemory();

@@ -75,5 +75,6 @@ void ReportQueries::Report(const std::shared_ptr<ControlRequest>& request) {
     }
   };
   task.drop = [request] { request->Fail(StoppingError()); };
+  task.fail = [request] { request->FailForMemory(); };
   m_loop.Post(std::move(task));
 }

@@ -5,7 +5,13 @@
 
 void RequestTurns::Add(std::shared_ptr<ControlRequest> request, RequestTurn turn) {
   m_waiting.push_back({std::move(request), std::move(turn)});
-  Post();
+  try {
+    Post();
+  } catch (const std::bad_alloc&) {
+    // The caller answers it.
+    m_waiting.pop_back();
+    throw;
+  }
 }
 
 void RequestTurns::Post() {
@@ -36,7 +42,18 @@ void RequestTurns::TakeNext() {
     m_inARow = 0;
     next.request->FailForMemory();
   }
-  Post();
+  PostOrFail();
+}
+
+void RequestTurns::PostOrFail() {
+  try {
+    Post();
+  } catch (const std::bad_alloc&) {
+    // Nothing else would take their turns.
+    for (const Waiting& waiting : std::exchange(m_waiting, {})) {
+      waiting.request->FailForMemory();
+    }
+  }
 }
 
 bool RequestTurns::TakeTurn(const Waiting& waiting) {

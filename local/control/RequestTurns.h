@@ -38,6 +38,7 @@ class RequestTurns {
   };
 
   void Post();
+  void PostOrFail();
   void TakeNext();
   /// Whether it needs another turn.
   [[nodiscard]] static bool TakeTurn(const Waiting& waiting);

@@ -5,6 +5,7 @@
 
 #include <asio/posix/stream_descriptor.hpp>
 #include <cerrno>
+#include <new>
 
 namespace {
 
@@ -94,6 +95,16 @@ void DescriptorWatches::OnReadable(const std::shared_ptr<Entry>& entry,
     Arm(entry);
     return;
   }
+  try {
+    PostEvent(entry);
+  } catch (const std::bad_alloc&) {
+    // What is to be read is there still.
+    Arm(entry);
+    throw;
+  }
+}
+
+void DescriptorWatches::PostEvent(const std::shared_ptr<Entry>& entry) {
   LoopTask task;
   task.run = [this, weak = std::weak_ptr<Entry>(entry)](CMBNode& node) {
     const std::shared_ptr<Entry> watched = weak.lock();

@@ -26,6 +26,7 @@ class DescriptorWatches {
   struct Entry;
   void Arm(const std::shared_ptr<Entry>& entry);
   void OnReadable(const std::shared_ptr<Entry>& entry, const std::error_code& error);
+  void PostEvent(const std::shared_ptr<Entry>& entry);
 
   EventLoop& m_loop;
   ProblemReport m_report;

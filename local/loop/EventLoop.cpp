@@ -202,6 +202,9 @@ void EventLoop::Deliver(LoopTask task) {
         task.run(*m_node);
       } catch (const std::bad_alloc&) {
         m_onNoMemory();
+        if (task.fail) {
+          task.fail();
+        }
       }
     }
   }

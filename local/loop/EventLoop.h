@@ -10,11 +10,13 @@
 #include "io/IoLoop.h"
 #include "node/Node.h"
 
-/// What waits for its turn. Both functions may be empty.
+/// What waits for its turn. Any of the functions may be empty.
 struct LoopTask {
   std::function<void(CMBNode&)> run;
   std::function<void()> drop;  ///< called instead of `run` where the loop ends before its turn
   bool isBatch = false;
+  /// Called after a `run` that has ended for want of memory, to answer whoever waits for it.
+  std::function<void()> fail = {};
 };
 
 /// The event loop of one thread. Callbacks of the I/O library only put tasks into a queue; Run

@@ -66,7 +66,6 @@ int EventTimers::Schedule(CMBEvent* event, long period, int repeat, long firstTi
 
 void EventTimers::OnDue(const std::shared_ptr<Entry>& entry) {
   if (!entry->isWaiting) {
-    entry->isWaiting = true;
     LoopTask task;
     task.isBatch = IsBatch(*entry->event);
     task.run = [weak = std::weak_ptr<Entry>(entry)](CMBNode& node) {
@@ -77,6 +76,7 @@ void EventTimers::OnDue(const std::shared_ptr<Entry>& entry) {
       }
     };
     m_loop.Post(std::move(task));
+    entry->isWaiting = true;
   }
   WaitForNext(entry);
 }

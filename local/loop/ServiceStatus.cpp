@@ -36,8 +36,19 @@ std::string ReadHolder(int fd) {
 
 bool WriteHolder(int fd) {
   const std::string text = std::to_string(::getpid()) + '\n';
-  return ::ftruncate(fd, 0) == 0 &&
-         ::pwrite(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+  std::size_t done = 0;
+  if (::ftruncate(fd, 0) != 0) {
+    return false;
+  }
+  while (done < text.size()) {
+    const ssize_t written =
+        ::pwrite(fd, text.data() + done, text.size() - done, static_cast<off_t>(done));
+    if (written == 0 || (written < 0 && errno != EINTR)) {
+      return false;
+    }
+    done += written > 0 ? static_cast<std::size_t>(written) : 0;
+  }
+  return true;
 }
 
 }  // namespace

@@ -42,6 +42,16 @@ std::vector<const CMBRecord*> RowsOf(const RecordAsker& asker) {
   return {asker.Rows().begin(), asker.Rows().end()};
 }
 
+/// What `describe` makes of each layout: all of them or, where memory ends, none.
+template <class Description>
+std::vector<Description> OfEach(const std::vector<const RecordLayout*>& layouts,
+                                Description (*describe)(const RecordLayout&)) {
+  std::vector<Description> descriptions;
+  std::ranges::transform(layouts, std::back_inserter(descriptions),
+                         [describe](const RecordLayout* layout) { return describe(*layout); });
+  return descriptions;
+}
+
 }  // namespace
 
 struct MetricsDesk::Look {
@@ -60,6 +70,14 @@ struct MetricsDesk::Look {
   bool isDone = false;
   bool isPosted = false;
   std::vector<Waiting> waiting;
+
+  /// Answers all that wait, without metrics.
+  void End(MetricsAnswer::Outcome outcome) {
+    isPosted = false;
+    for (const Waiting& one : std::exchange(waiting, {})) {
+      one.done({outcome, ""});
+    }
+  }
 };
 
 MetricsDesk::MetricsDesk(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
@@ -106,10 +124,11 @@ void MetricsDesk::Answer(const std::shared_ptr<Look>& look, MetricFormat format,
     done(Render(*look, format, names));
     return;
   }
-  look->waiting.push_back({std::move(done), format, names});
-  if (!std::exchange(look->isPosted, true)) {
+  if (!look->isPosted) {
     Post(look);
+    look->isPosted = true;
   }
+  look->waiting.push_back({std::move(done), format, names});
 }
 
 MetricsDesk::Names MetricsDesk::RecordsWithRows() const {
@@ -148,22 +167,25 @@ void MetricsDesk::Post(const std::shared_ptr<Look>& look) {
   LoopTask task;
   task.isBatch = true;
   task.run = [this, look](CMBNode& node) { Run(node, look); };
-  task.drop = [look] {
-    for (const Look::Waiting& waiting : std::exchange(look->waiting, {})) {
-      waiting.done({MetricsAnswer::Outcome::kStopping, ""});
-    }
-  };
+  task.drop = [look] { look->End(MetricsAnswer::Outcome::kStopping); };
+  task.fail = [look] { look->End(MetricsAnswer::Outcome::kNoMemory); };
   m_loop.Post(std::move(task));
 }
 
 void MetricsDesk::Run(CMBNode& node, const std::shared_ptr<Look>& look) {
+  look->isDone = false;
   look->outcomes = m_desk.Send(node, look->askers, 0);
   m_desk.ReleaseMemory();
   look->time = Clock::now();
   look->isDone = true;
   look->isPosted = false;
-  for (const Look::Waiting& waiting : std::exchange(look->waiting, {})) {
-    waiting.done(Render(*look, waiting.format, waiting.names));
+  // One that has no memory ends the turn; it waits still, like those behind it.
+  while (!look->waiting.empty()) {
+    const Look::Waiting& first = look->waiting.front();
+    MetricsAnswer answer = Render(*look, first.format, first.names);
+    const Done done = std::move(look->waiting.front().done);
+    look->waiting.erase(look->waiting.begin());
+    done(std::move(answer));
   }
 }
 
@@ -187,8 +209,7 @@ MetricsAnswer MetricsDesk::Render(Look& look, MetricFormat format, MetricNames n
 
 void MetricsDesk::AddAgentNames(MetricText& text, Look& look) {
   if (look.metrics.empty()) {
-    std::ranges::transform(look.layouts, std::back_inserter(look.metrics),
-                           [](const RecordLayout* layout) { return MetricsOf(*layout); });
+    look.metrics = OfEach(look.layouts, MetricsOf);
   }
   std::vector<std::pair<std::string, std::size_t>> beyondBound;
   for (std::size_t place = 0; place < look.askers.size(); ++place) {
@@ -213,8 +234,7 @@ void MetricsDesk::AddAgentNames(MetricText& text, Look& look) {
 
 void MetricsDesk::AddNodeNames(MetricText& text, Look& look) {
   if (look.nodeMetrics.empty()) {
-    std::ranges::transform(look.layouts, std::back_inserter(look.nodeMetrics),
-                           [](const RecordLayout* layout) { return NodeMetricsOf(*layout); });
+    look.nodeMetrics = OfEach(look.layouts, NodeMetricsOf);
   }
   NodeText node;
   for (std::size_t place = 0; place < look.askers.size(); ++place) {

@@ -22,7 +22,7 @@
 
 /// What a scrape comes to: the metrics, or why there are none.
 struct MetricsAnswer {
-  enum class Outcome { kDone, kBadRecord, kBadNames, kStopping };
+  enum class Outcome { kDone, kBadRecord, kBadNames, kStopping, kNoMemory };
 
   Outcome outcome = Outcome::kDone;
   /// The metrics, in lines that all end; else, of a record that is unknown, is not served or can't

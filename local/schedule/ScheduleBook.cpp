@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <new>
 
 #include "node/LayoutRegistry.h"
 #include "node/RecordCategory.h"
@@ -181,7 +182,13 @@ void ScheduleBook::WaitForNext() {
     return;
   }
   m_timer.At((*next)->due, [this] {
-    AskForDue();
+    try {
+      AskForDue();
+    } catch (const std::bad_alloc&) {
+      // The next batch is due all the same.
+      WaitForNext();
+      throw;
+    }
     WaitForNext();
   });
 }
@@ -205,17 +212,23 @@ void ScheduleBook::AskForDue() {
   PostBatch(std::move(due));
 }
 
+void ScheduleBook::SetWaiting(const EntryList& entries, bool isWaiting) {
+  for (const std::shared_ptr<Entry>& entry : entries) {
+    entry->isWaiting = isWaiting;
+  }
+}
+
 void ScheduleBook::PostBatch(EntryList due) {
   if (due.empty()) {
     return;
   }
-  for (const std::shared_ptr<Entry>& entry : due) {
-    entry->isWaiting = true;
-  }
+  const auto entries = std::make_shared<const EntryList>(std::move(due));
   LoopTask task;
   task.isBatch = true;
-  task.run = [this, entries = std::move(due)](CMBNode& node) { Collect(node, entries); };
+  task.run = [this, entries](CMBNode& node) { Collect(node, *entries); };
+  task.fail = [entries] { SetWaiting(*entries, false); };
   m_loop.Post(std::move(task));
+  SetWaiting(*entries, true);
 }
 
 std::vector<const CMBRecord*> ScheduleBook::LoggedRows(CMBNode& node, const RecordAsker& asker) {

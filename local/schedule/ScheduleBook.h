@@ -81,6 +81,7 @@ class ScheduleBook {
   void WaitForNext();
   void AskForDue();
   void PostBatch(EntryList due);
+  static void SetWaiting(const EntryList& entries, bool isWaiting);
   void Collect(CMBNode& node, const EntryList& due);
   /// The rows of an answer that are to be logged.
   [[nodiscard]] static std::vector<const CMBRecord*> LoggedRows(CMBNode& node,

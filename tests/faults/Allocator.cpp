@@ -1,0 +1,70 @@
+#include "tests/faults/Allocator.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+// Plain values, so that the operators need no constructor and no allocation of their own.
+thread_local bool t_isCounting = false;
+thread_local std::size_t t_count = 0;
+thread_local std::size_t t_failing = 0;
+
+bool IsToFail() noexcept {
+  if (!t_isCounting || ++t_count != t_failing) {
+    return false;
+  }
+  faults::NoteFailure();
+  return true;
+}
+
+void* Allocate(std::size_t size) noexcept {
+  return IsToFail() ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
+
+void* AllocateAligned(std::size_t size, std::size_t alignment) noexcept {
+  // The size is to be a multiple of the alignment.
+  return IsToFail() ? nullptr
+                    : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+}
+
+void* OrThrow(void* memory) {
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+
+}  // namespace
+
+void faults::CountAllocations(std::size_t place) {
+  t_count = 0;
+  t_failing = place;
+  t_isCounting = true;
+}
+
+std::size_t faults::StopCountingAllocations() {
+  t_isCounting = false;
+  return t_count;
+}
+
+void* operator new(std::size_t size) { return OrThrow(Allocate(size)); }
+void* operator new[](std::size_t size) { return OrThrow(Allocate(size)); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  return OrThrow(AllocateAligned(size, static_cast<std::size_t>(alignment)));
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+  return OrThrow(AllocateAligned(size, static_cast<std::size_t>(alignment)));
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+/// Failures on command of the thread that arms them: the n-th of the calls of one kind fails, all
+/// others are the real ones. For one armed thread at a time; other threads are left alone.
+namespace faults {
+
+inline constexpr const char* kAllocation = "operator new";
+
+/// The calls of the table that can fail, by their names there.
+[[nodiscard]] std::vector<std::string> OsCallNames();
+
+/// Counts the calls of that kind from now on and has the `place`-th fail once, counted from 1; 0
+/// for none. The calls of the table are counted on top of the table in force.
+void Arm(const std::string& kind, std::size_t place);
+/// The calls of the armed kind until now; nothing fails from now on.
+std::size_t Disarm();
+/// Whether the armed failure has come.
+[[nodiscard]] bool HasFailed();
+/// What to do at the failure, on the armed thread; it must not allocate.
+void OnFailure(void (*action)());
+
+}  // namespace faults

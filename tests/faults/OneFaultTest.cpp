@@ -1,0 +1,139 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "tests/faults/Client.h"
+#include "tests/faults/Faults.h"
+#include "tests/faults/Walk.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+
+/// Walks with one failure each, held against one without any.
+class OneFaultTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    s_walks = new Walks;
+    s_calm = new WalkResult(s_walks->Run({faults::kAllocation, 0}));
+  }
+  static void TearDownTestSuite() {
+    delete s_calm;
+    delete s_walks;
+  }
+
+  /// Each call in turn where the long dose is wanted, else some that lie evenly.
+  static void AddEvenly(std::vector<Fault>& faults, const std::string& kind, std::size_t calls,
+                        std::size_t few) {
+    const bool isAll = std::getenv("QMT_FAULTS_ALL") != nullptr;
+    const std::size_t step = isAll || calls <= few ? 1 : calls / few;
+    for (std::size_t place = 1; place <= calls; place += step) {
+      faults.push_back({kind, place});
+    }
+  }
+
+  static bool IsTold(const WalkResult& walk, const std::string& word) {
+    return walk.log.find(word) != std::string::npos || walk.errors.find(word) != std::string::npos;
+  }
+
+  /// Whether the question at the failure was answered by an error.
+  static bool IsAnsweredByError(const WalkResult& walk) {
+    return walk.failedAt != 0 &&
+           walk.answers.at(walk.failedAt - 1).find("\"error\"") != std::string::npos;
+  }
+
+  /// What must hold whatever fails.
+  static void ExpectSound(const WalkResult& walk) {
+    ASSERT_TRUE(walk.HasEnded()) << "status " << walk.status << '\n' << walk.errors;
+    if (walk.exitValue == 0) {  // else the end of the process closes them
+      EXPECT_EQ(walk.descriptorsAfter, walk.descriptorsBefore);
+    }
+    EXPECT_FALSE(walk.hasLeak) << walk.errors;
+    EXPECT_NE(walk.firstAnswer, faults::kLeftWaiting);
+    for (const std::string& answer : walk.answers) {
+      EXPECT_NE(answer, faults::kLeftWaiting);
+    }
+    if (walk.exitValue != 0) {
+      EXPECT_EQ(walk.failedAt, 0U) << "a daemon that runs goes on";
+    }
+    for (std::size_t place = walk.failedAt; walk.exitValue == 0 && place < WalkResult::kBatches;
+         ++place) {
+      EXPECT_EQ(walk.answers.at(place), s_calm->answers.at(place)) << "batch " << place + 1;
+    }
+  }
+
+  /// Tells more of a walk with findings; whether there were so many that the test should end.
+  bool Found(const WalkResult& walk) {
+    if (::testing::Test::HasFailure() && m_toldParts != CountFailures()) {
+      ADD_FAILURE() << "question " << walk.failedAt << '\n' << walk.errors << walk.failedPlace;
+      m_toldParts = CountFailures();
+    }
+    return m_toldParts > 60;
+  }
+  static int CountFailures() {
+    return ::testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
+  }
+
+  /// Whether each answer is the undisturbed one.
+  static bool IsUnseen(const WalkResult& walk) {
+    for (std::size_t place = 0; place < WalkResult::kBatches; ++place) {
+      if (walk.answers.at(place) != s_calm->answers.at(place)) {
+        return false;
+      }
+    }
+    return walk.exitValue == 0;
+  }
+
+  int m_toldParts = 0;
+  inline static const Walks* s_walks = nullptr;
+  inline static const WalkResult* s_calm = nullptr;
+};
+
+TEST_F(OneFaultTest, UndisturbedWalksAreAlike) {
+  ASSERT_TRUE(s_calm->HasEnded()) << s_calm->errors;
+  ExpectSound(*s_calm);
+  EXPECT_EQ(s_calm->exitValue, 0);
+  for (std::size_t place = 0; place < WalkResult::kBatches; ++place) {
+    EXPECT_THAT(s_calm->answers.at(place), HasSubstr(R"("Interface":"eth0")"));
+    EXPECT_EQ(s_calm->answers.at(place).find("\"error\""), std::string::npos);
+  }
+  EXPECT_THAT(s_calm->answers[3], HasSubstr("# EOF"));
+  ExpectSound(s_walks->Run({"stat", 0}));
+}
+
+TEST_F(OneFaultTest, ACallOfTheTable) {
+  std::vector<Fault> none;
+  for (const std::string& name : faults::OsCallNames()) {
+    none.push_back({name, 0});
+  }
+  std::vector<Fault> each;
+  s_walks->RunEach(none, [&](const Fault& fault, const WalkResult& walk) {
+    AddEvenly(each, fault.kind, walk.calls, 4);
+    return true;
+  });
+  EXPECT_GE(each.size(), 20U);
+  s_walks->RunEach(each, [&](const Fault& fault, const WalkResult& walk) {
+    SCOPED_TRACE(fault.kind + ", call " + std::to_string(fault.place));
+    ExpectSound(walk);
+    EXPECT_TRUE(walk.hasFailed);
+    return !Found(walk);
+  });
+}
+
+TEST_F(OneFaultTest, AnAllocation) {
+  std::vector<Fault> each;
+  AddEvenly(each, faults::kAllocation, s_calm->calls, 80);
+  s_walks->RunEach(each, [&](const Fault& fault, const WalkResult& walk) {
+    SCOPED_TRACE("allocation " + std::to_string(fault.place));
+    ExpectSound(walk);
+    EXPECT_TRUE(walk.hasFailed);
+    EXPECT_TRUE(IsUnseen(walk) || IsTold(walk, "emory") || IsTold(walk, "bad_alloc") ||
+                IsTold(walk, " 10300 ") || IsAnsweredByError(walk));
+    return !Found(walk);
+  });
+}
+
+}  // namespace

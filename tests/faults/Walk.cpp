@@ -1,0 +1,290 @@
+#include "tests/faults/Walk.h"
+
+#include <execinfo.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <deque>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+#include "agent/Service.h"
+#include "support/HostPaths.h"
+#include "support/OsCalls.h"
+#include "tests/faults/Client.h"
+#include "tests/faults/Faults.h"
+#include "tests/support/TempFolder.h"
+
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr unsigned kLimitSeconds = 90;
+// A walk waits more than it works.
+constexpr std::size_t kWalksAtATime = 8;
+constexpr std::time_t kFirstBatch = 1'700'000'000;
+constexpr std::time_t kBetweenBatches = 60;
+constexpr const char* kSettings =
+    "[Host]\nProfile = modern\n[Http]\nGate = none\n[Schedule]\nPI = 3600\n";
+constexpr const char* kAllRecords =
+    R"({"op":"get","rates":false,"records":["PI","CPUP","DEVD","DEVS","NIND","NINS","WGRP","PD",)"
+    R"("FSL","FSR","PDI","PDS","PGM","TERM","USER","PRES","CGRP","NETD","SOCK","DISK","MEMD",)"
+    R"("CPUX","SENS","PDX","HOST"]})";
+
+std::atomic<std::time_t> g_now = kFirstBatch;
+std::atomic<std::size_t> g_question = 0;
+std::atomic<bool> g_isServiceOver = false;
+std::size_t g_failedAt = 0;
+int g_placeFile = -1;
+
+/// At once, since what comes of it may end the process.
+void NotePlaceOfFailure() {
+  g_failedAt = g_question;
+  std::array<void*, 40> callers{};
+  const int depth = ::backtrace(callers.data(), static_cast<int>(callers.size()));
+  ::backtrace_symbols_fd(callers.data(), depth, g_placeFile);
+}
+
+/// Calls whose answers would differ from one walk to the next.
+void SetStillCalls() {
+  Os().time = [](std::time_t* out) -> std::time_t {
+    if (out != nullptr) {
+      *out = g_now;
+    }
+    return g_now;
+  };
+  Os().gettimeofday = [](timeval* now) {
+    *now = {g_now, 0};
+    return 0;
+  };
+  Os().sysinfo = [](struct ::sysinfo* facts) {
+    *facts = {};
+    facts->uptime = 1000;
+    facts->totalram = 1U << 20U;
+    facts->mem_unit = 4096;
+    return 0;
+  };
+  Os().adjtimex = [](struct ::timex* state) {
+    *state = {};
+    return 0;
+  };
+  Os().statfs64 = [](const char*, struct ::statfs64* state) {
+    *state = {};
+    state->f_bsize = 4096;
+    state->f_blocks = 1000;
+    state->f_bfree = 400;
+    return 0;
+  };
+  Os().get_nprocs = [] { return 2; };
+  Os().get_nprocs_conf = [] { return 2; };
+}
+
+int OpenDescriptors() {
+  return static_cast<int>(
+      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+}
+
+void Write(const std::string& name, const std::string& text) {
+  std::ofstream(name, std::ios::binary) << text;
+}
+
+std::string Read(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// The operator's part: each question on a connection of its own, so that a lost one costs one.
+void AskAll() {
+  const std::string ask[] = {kAllRecords, kAllRecords, kAllRecords,
+                             R"({"op":"metrics","format":"openmetrics"})", R"({"op":"shutdown"})"};
+  // The socket is there before the start is over.
+  std::string status;
+  while (!g_isServiceOver && status.empty()) {
+    status = faults::Client([] { return g_isServiceOver.load(); }).Ask(R"({"op":"status"})");
+  }
+  Write("status", status);
+  for (std::size_t place = 0; place < WalkResult::kQuestions; ++place) {
+    faults::Client client([] { return g_isServiceOver.load(); });
+    g_question = place + 1;
+    g_now = kFirstBatch + static_cast<std::time_t>(place) * kBetweenBatches;
+    Write("answer-" + std::to_string(place), client.Ask(ask[place]));
+  }
+  // Every second one for a shutdown that has not been heard.
+  for (int turn = 1; !g_isServiceOver; ++turn) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (turn % 1000 == 0) {
+      ::kill(::getpid(), SIGTERM);
+    }
+  }
+}
+
+/// The daemon's exit value; a negative one for an exception that would end it.
+int RunDaemon() {
+  std::string name = "qmtdmon";
+  std::array<char*, 2> words{name.data(), nullptr};
+  try {
+    return RunService(1, words.data());
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "thrown: %s\n", exception.what());
+    return -1;
+  }
+}
+
+bool HasLeak() {
+#ifdef __SANITIZE_ADDRESS__
+  return __lsan_do_recoverable_leak_check() != 0;
+#else
+  return false;
+#endif
+}
+
+/// The child's whole life; its findings are files of the working directory.
+[[noreturn]] void Walk(const std::string& kind, std::size_t place) {
+  ::alarm(kLimitSeconds);
+  const int errors = ::open("stderr.txt", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  ::dup2(errors, STDERR_FILENO);
+  ::close(errors);
+  SetStillCalls();
+  // The first use loads a library.
+  void* caller = nullptr;
+  (void)::backtrace(&caller, 1);
+  g_placeFile = ::open("place", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const int before = OpenDescriptors();
+  std::thread asker(AskAll);
+  faults::OnFailure(NotePlaceOfFailure);
+  faults::Arm(kind, place);
+  const int exitValue = RunDaemon();
+  const std::size_t calls = faults::Disarm();
+  g_isServiceOver = true;
+  asker.join();
+  std::ostringstream figures;
+  const int after = OpenDescriptors();
+  figures << exitValue << ' ' << calls << ' ' << faults::HasFailed() << ' ' << g_failedAt << ' '
+          << before << ' ' << after << ' ' << HasLeak();
+  Write("figures", figures.str());
+  ::_exit(0);
+}
+
+WalkResult ReadResult(const fs::path& folder, int status) {
+  WalkResult result;
+  result.status = status;
+  std::istringstream figures(Read(folder / "figures"));
+  figures >> result.exitValue >> result.calls >> result.hasFailed >> result.failedAt >>
+      result.descriptorsBefore >> result.descriptorsAfter >> result.hasLeak;
+  result.failedPlace = Read(folder / "place");
+  result.firstAnswer = Read(folder / "status");
+  for (std::size_t place = 0; place < WalkResult::kQuestions; ++place) {
+    result.answers.at(place) = Read(folder / ("answer-" + std::to_string(place)));
+  }
+  result.log = Read(folder / "log/qmtdmon.log");
+  result.errors = Read(folder / "stderr.txt");
+  return result;
+}
+
+/// Writes the first state of a table of tests/fixtures/modern-rows, whose README.md tells its form.
+void FillFrom(const fs::path& table, const process_tree::HostTree& host) {
+  std::map<std::string, std::string> texts;
+  std::ifstream in(table);
+  for (std::string line; std::getline(in, line);) {
+    std::istringstream cells(line);
+    std::string path;
+    std::string text;
+    std::getline(cells, path, '\t');
+    std::getline(cells, text, '\t');
+    for (std::size_t at = 0; (at = text.find("\\t", at)) != std::string::npos; ++at) {
+      text.replace(at, 2, "\t");
+    }
+    if (path.ends_with('@')) {
+      path.pop_back();
+      host.Link(path, text);
+    } else {
+      texts[path] += text + '\n';
+    }
+  }
+  for (const auto& [path, text] : texts) {
+    host.Write(path, text);
+  }
+}
+
+/// A walk that is under way in a process and a folder of its own.
+class RunningWalk {
+ public:
+  explicit RunningWalk(const Fault& fault) {
+    fs::create_directories(m_folder.Path() / "opt/qmtrx/mond");
+    std::ofstream(m_folder.Path() / "qmtagt.ini") << kSettings;
+    std::ofstream(m_folder.Path() / "wgfile") << "workgroup = root\nusers = root\n";
+    m_child = ::fork();
+    if (m_child == 0) {
+      fs::current_path(m_folder.Path());
+      SetProductRoot(m_folder.Path().string());
+      Walk(fault.kind, fault.place);
+    }
+  }
+  ~RunningWalk() { Wait(); }
+  RunningWalk(const RunningWalk&) = delete;
+  RunningWalk& operator=(const RunningWalk&) = delete;
+
+  WalkResult End() {
+    Wait();
+    return ReadResult(m_folder.Path(), m_status);
+  }
+
+ private:
+  void Wait() {
+    if (std::exchange(m_isRunning, false)) {
+      ::waitpid(m_child, &m_status, 0);
+    }
+  }
+
+  TempFolder m_folder;
+  pid_t m_child = -1;
+  int m_status = 0;
+  bool m_isRunning = true;
+};
+
+}  // namespace
+
+bool WalkResult::HasEnded() const { return WIFEXITED(status) && exitValue >= 0; }
+
+Walks::Walks() {
+  m_host.CopyFrom(fs::path(QMT_TEST_DIR) / "fixtures/2.6.9");
+  FillFrom(fs::path(QMT_TEST_DIR) / "fixtures/modern-rows/host.tsv", m_host);
+}
+
+WalkResult Walks::Run(const Fault& fault) const { return RunningWalk(fault).End(); }
+
+void Walks::RunEach(
+    const std::vector<Fault>& faults,
+    const std::function<bool(const Fault& fault, const WalkResult& walk)>& look) const {
+  std::deque<std::unique_ptr<RunningWalk>> running;
+  auto next = faults.begin();
+  for (const Fault& fault : faults) {
+    for (; next != faults.end() && running.size() < kWalksAtATime; ++next) {
+      running.push_back(std::make_unique<RunningWalk>(*next));
+    }
+    const WalkResult walk = running.front()->End();
+    running.pop_front();
+    if (!look(fault, walk)) {
+      return;
+    }
+  }
+}

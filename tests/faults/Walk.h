@@ -1,0 +1,56 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/scripted/ProcessTree.h"
+
+/// What a walk came to. A walk is the daemon's whole life on its own node: a start, three batches
+/// with all records, a scrape of metrics, and a stop.
+struct WalkResult {
+  /// The batches, the scrape, and the stop, as far as it is asked by a client.
+  static constexpr std::size_t kQuestions = 5;
+  static constexpr std::size_t kBatches = 3;
+
+  int status = 0;         ///< as waitpid(2) tells it
+  int exitValue = -1;     ///< the daemon's; -1 where it did not come to its end
+  std::size_t calls = 0;  ///< of the kind that was armed
+  bool hasFailed = false;
+  /// The question that was under way at the failure, counted from 1; 0 for the start.
+  std::size_t failedAt = 0;
+  std::string firstAnswer;                      ///< that of the first client, whenever it comes
+  std::array<std::string, kQuestions> answers;  ///< empty for none
+  int descriptorsBefore = 0;
+  int descriptorsAfter = 0;
+  bool hasLeak = false;     ///< as the sanitizer tells it; false without one
+  std::string log;          ///< the message log
+  std::string errors;       ///< what came to standard error
+  std::string failedPlace;  ///< the callers, as addresses in this program
+
+  [[nodiscard]] bool HasEnded() const;
+};
+
+/// The `place`-th call of that kind, as Faults.h has them.
+struct Fault {
+  std::string kind;
+  std::size_t place;
+};
+
+/// A host whose figures stand still, and walks on it, each in a process and a folder of its own, so
+/// that none sees what another has left in the program.
+class Walks {
+ public:
+  Walks();
+  /// Has that call fail.
+  [[nodiscard]] WalkResult Run(const Fault& fault) const;
+  /// The same of each, several at a time; `look` gets them in turn, and ends them by false.
+  void RunEach(const std::vector<Fault>& faults,
+               const std::function<bool(const Fault& fault, const WalkResult& walk)>& look) const;
+
+ private:
+  process_tree::HostTree m_host;
+};
