@@ -63,8 +63,8 @@ class Collector {
   /// Whether the run has already refreshed a category, whose figures are then of this moment.
   [[nodiscard]] bool HasCollected(CollectionMask flag) const { return (m_collected & flag) != 0; }
 
-  /// Values by which a person names rows of the run's records: keys or texts. What a source keeps of
-  /// these from run to run it reads anew.
+  /// Values by which a person names rows of the run's records: keys or texts. What a source keeps
+  /// of these from run to run it reads anew.
   [[nodiscard]] const std::vector<std::string>& NamedRows() const { return m_namedRows; }
   /// For the runs from now on.
   void NameRows(std::vector<std::string> values) { m_namedRows = std::move(values); }

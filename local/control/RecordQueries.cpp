@@ -130,8 +130,7 @@ void RecordQueries::Last(const std::shared_ptr<ControlRequest>& request) {
       continue;
     }
     const std::shared_ptr<const KeptRows> kept = m_lastRows.Find(asked.name, layout.category);
-    answer->AddRows(layout, std::move(asked.choices), kept->time, kept,
-                    kept->rows);
+    answer->AddRows(layout, std::move(asked.choices), kept->time, kept, kept->rows);
   }
   ResultsAnswer::Send(answer, m_turns, request);
 }

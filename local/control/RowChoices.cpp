@@ -139,7 +139,8 @@ std::vector<std::string> RowChoices::NamedRows(const RecordLayout& layout) const
   std::vector<std::string> values;
   for (const RowCondition& condition : m_where) {
     const FieldMeaning meaning = layout.fields[condition.Field().place].meaning;
-    if (condition.Sign() == "=" && (meaning == FieldMeaning::key || meaning == FieldMeaning::text)) {
+    if (condition.Sign() == "=" &&
+        (meaning == FieldMeaning::key || meaning == FieldMeaning::text)) {
       values.push_back(condition.Operand());
     }
   }

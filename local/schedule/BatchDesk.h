@@ -36,8 +36,9 @@ class BatchDesk {
   std::vector<RequestOutcome> Send(CMBNode& node,
                                    std::span<const std::shared_ptr<RecordAsker>> askers,
                                    std::size_t refused);
-  /// Gives back to the system what the answers before the last ones held, which would else stay with
-  /// the allocator: for when nobody keeps their rows any more. Does so at most once in ten seconds.
+  /// Gives back to the system what the answers before the last ones held, which would else stay
+  /// with the allocator: for when nobody keeps their rows any more. Does so at most once in ten
+  /// seconds.
   void ReleaseMemory();
   /// What the rows of answers on demand may hold, of all clients together. One large answer may
   /// exceed it, but neither many copies of it in one request nor those of many clients.

@@ -23,7 +23,7 @@
 
 // Each target of the wing, as DOSE(name).
 #define DOSE(name) extern "C" int FuzzDose_##name(const std::uint8_t* data, std::size_t size);
-#include "fuzz_doses.inc"
+#include <fuzz_doses.inc>
 #undef DOSE
 
 namespace {
@@ -41,7 +41,7 @@ struct DoseTarget {
 
 constexpr DoseTarget kDoseTargets[] = {
 #define DOSE(name) {#name, FuzzDose_##name},
-#include "fuzz_doses.inc"
+#include <fuzz_doses.inc>
 #undef DOSE
 };
 

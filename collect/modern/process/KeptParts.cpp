@@ -210,7 +210,7 @@ const ProcessSurroundings* KeptParts::Surroundings(const TaskGroup& group,
   const KeptPart& part = *m_parts[index];
   const KeptSurroundings* const kept = part.surroundings.get();
   return kept == nullptr || kept->of != MomentOf(group) || IsItsTurn(group.task, part) ? nullptr
-                                                                                      : kept;
+                                                                                       : kept;
 }
 
 void KeptParts::KeepSurroundings(const TaskGroup& group, std::size_t index,

@@ -77,9 +77,9 @@ class KeptParts {
   /// Reads what is due of a process; false if it has ended before its part could be read.
   [[nodiscard]] bool Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
                           PartWishes wishes);
-  /// What is kept of the surroundings of that process: null where they are to be read, as it has run
-  /// since or stands in another control group, or as its turn has come. Who does not run opens no
-  /// file and waits where it waited.
+  /// What is kept of the surroundings of that process: null where they are to be read, as it has
+  /// run since or stands in another control group, or as its turn has come. Who does not run opens
+  /// no file and waits where it waited.
   [[nodiscard]] const ProcessSurroundings* Surroundings(const TaskGroup& group,
                                                         std::size_t index) const;
   /// Keeps them, as they were read in this batch.
