@@ -35,7 +35,7 @@ constexpr FileLimit kLimits[] = {
 
 std::unique_ptr<UtlError> g_error;
 
-const FileLimit& LimitOf(std::string_view path) {
+const FileLimit& LimitOfFile(std::string_view path) {
   const auto* const found =
       std::find_if(std::begin(kLimits), std::end(kLimits),
                    [&](const FileLimit& limit) { return limit.path == path; });
@@ -53,7 +53,7 @@ void Fail(const char* path, std::uint64_t limit, const char* unit) {
 class BoundedFile {
  public:
   BoundedFile(int descriptor, const char* path)
-      : m_descriptor(descriptor), m_path(path), m_limit(LimitOf(path)) {}
+      : m_descriptor(descriptor), m_path(path), m_limit(LimitOfFile(path)) {}
   BoundedFile(const BoundedFile&) = delete;
   BoundedFile& operator=(const BoundedFile&) = delete;
   ~BoundedFile() = default;
