@@ -135,4 +135,8 @@ void RecordReader::MakeChoices(const ChoiceOptions& options) {
     m_choices.push_back(schema.fields.empty() ? std::nullopt
                                               : std::optional(RowChoice(options, schema)));
   }
+  const auto& first = m_choices.front();
+  if (m_request["op"] == "get" && first && !first->NamedRows().empty()) {
+    m_request["named"] = Json(first->NamedRows());
+  }
 }

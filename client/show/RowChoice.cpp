@@ -10,6 +10,10 @@
 
 namespace {
 
+// What the daemon takes.
+constexpr std::size_t kMostNames = 16;
+constexpr std::size_t kMostNameBytes = 256;
+
 RowField NeedRowField(const Schema& schema, std::string_view label) {
   const Field& field = NeedField(schema, label);
   return {field.label, static_cast<std::size_t>(&field - schema.fields.data()), IsNumeric(field),
@@ -79,6 +83,17 @@ Json RowChoice::Narrowed(const Json& row) const {
     out[column.label] = ValueOf(row, column.place, column.label);
   }
   return out;
+}
+
+std::vector<std::string> RowChoice::NamedRows() const {
+  std::vector<std::string> names;
+  for (const RowCondition& condition : m_where) {
+    if (condition.Sign() == "=" && names.size() < kMostNames &&
+        condition.Operand().size() <= kMostNameBytes) {
+      names.push_back(condition.Operand());
+    }
+  }
+  return names;
 }
 
 void RowChoice::Apply(Json& rows) const {

@@ -23,6 +23,9 @@ class RowChoice {
   /// The languages are those of RowCondition and RowOrder. Throws UsageError, naming what is wrong.
   RowChoice(const ChoiceOptions& options, const Schema& schema);
 
+  /// What the conditions ask a value to be: names of rows, perhaps.
+  [[nodiscard]] std::vector<std::string> NamedRows() const;
+
   /// Leaves of the rows, and of each row, what was chosen. Rows that are equal keep their order;
   /// one without the value comes last.
   void Apply(Json& rows) const;

@@ -130,7 +130,7 @@ const ControlOperations::Operation* ControlOperations::FindOperation(const std::
       {"schema", Rights::kRead, {"op", "id", "record", "category"}, &ControlOperations::Schema},
       {"get",
        Rights::kRead,
-       {"op", "id", "records", "rates", "columns", "where", "sort", "limit", "arguments"},
+       {"op", "id", "records", "rates", "named", "columns", "where", "sort", "limit", "arguments"},
        &ControlOperations::Get},
       {"last",
        Rights::kRead,

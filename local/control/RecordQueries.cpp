@@ -22,6 +22,9 @@ ControlError OutcomeError(RequestOutcome outcome, const std::string& record) {
   }
 }
 
+/// Of the member "named".
+constexpr TextBounds kNameBounds{16, 256, 256};
+
 }  // namespace
 
 /// One `get` on its way: what was asked for, and the requests of those that can be asked for.
@@ -47,6 +50,12 @@ void RecordQueries::Get(const std::shared_ptr<ControlRequest>& request) {
     return;
   }
 
+  const auto named = ReadTexts(request->Message(), "named", kNameBounds);
+  if (const auto* error = std::get_if<ControlError>(&named)) {
+    request->Fail(*error);
+    return;
+  }
+
   const bool isRates = rates != nullptr && rates->Bool();
   GetPlan plan{request, {}, {}};
   std::map<std::pair<std::string, unsigned char>, std::size_t> ordinals;
@@ -57,7 +66,9 @@ void RecordQueries::Get(const std::shared_ptr<ControlRequest>& request) {
       const std::size_t ordinal = ordinals[{asked.name, category}]++;
       plan.askers.push_back(
           request->Peer().Requests().Find(asked.name, category, isRates, ordinal));
-      plan.askers.back()->NameRows(asked.choices.NamedRows(*asked.layout));
+      std::vector<std::string> names = asked.choices.NamedRows(*asked.layout);
+      names.insert(names.end(), std::get<0>(named).begin(), std::get<0>(named).end());
+      plan.askers.back()->NameRows(std::move(names));
     }
     plan.items.push_back({std::move(asked), asker});
   }

@@ -180,7 +180,6 @@ def check_named(agent):
 
     with Titled() as titled:
         choices = [("--where", f"PID={titled.pid}"), ("--where", "Program=named")]
-        pathlib.Path(f"/proc/{titled.pid}/comm").write_text("named", encoding="utf-8")
         for number in range(40):
             title = f"title {number}"
             titled.write(title)

@@ -202,10 +202,11 @@ CHANGERS = (
 
 
 class Titled:
-    """A process that writes a title over its arguments, as often as it is told to."""
+    """A process of the name "named" that writes a title over its arguments, as often as it is told to."""
 
     SCRIPT = """
 import ctypes, sys
+ctypes.CDLL(None).prctl(15, b"named", 0, 0, 0)
 start, end = (int(word) for word in open("/proc/self/stat").read().rpartition(")")[2].split()[45:47])
 for line in sys.stdin:
     ctypes.memmove(start, line.strip().encode().ljust(end - start, bytes(1)), end - start)

@@ -205,6 +205,8 @@ TEST_F(ChosenRowsTest, OperationsTakeTheChoices) {
             R"({"ok":true,"results":[{"record":"FAKE","category":"4","time":9,"rows_total":2,)"
             R"("rows":[{"Count":1}]}]})");
   EXPECT_EQ(ask(R"("get","records":["FAKE"])" + all), "later");
+  EXPECT_EQ(ask(R"("get","records":["FAKE"],"named":["a","7"])"), "later");
+  EXPECT_THAT(ask(R"("get","records":["FAKE"],"named":[7])"), HasSubstr(R"("field":"named")"));
   EXPECT_THAT(ask(R"("history","record":"FAKE")" + all), HasSubstr("no-history"));
   EXPECT_THAT(ask(R"("history","record":"FAKE","columns":["Count"],"points":5,"by":[])"),
               HasSubstr("no-history"));
