@@ -271,6 +271,7 @@ class Short:
 
     def __init__(self):
         self.begun = []  # when, and the number
+        self.fetched = 0  # of these, from the front
         self.stop = threading.Event()
         self.thread = threading.Thread(target=self.run)
 
@@ -278,6 +279,9 @@ class Short:
         while not self.stop.wait(self.EACH):
             pid = os.posix_spawn("/bin/sleep", ["sleep", str(self.SECONDS)], os.environ)
             self.begun.append((time.time(), pid))
+            # As many as there are at a time stay as many.
+            while os.waitpid(self.begun[self.fetched][1], os.WNOHANG)[0] != 0:
+                self.fetched += 1
 
     def whole(self, second):
         """Those that have lived from before this second to after the next one."""
@@ -290,7 +294,7 @@ class Short:
     def __exit__(self, *_):
         self.stop.set()
         self.thread.join()
-        for _, pid in self.begun:
+        for _, pid in self.begun[self.fetched:]:
             kill(pid)
             os.waitpid(pid, 0)
 
