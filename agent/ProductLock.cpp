@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "support/HostPaths.h"
+#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -18,7 +19,8 @@ constexpr mode_t kFileMode = 0600;
 
 std::string HolderOf(int descriptor) {
   std::array<char, 20> buffer{};
-  const ssize_t size = ::pread(descriptor, buffer.data(), buffer.size(), 0);
+  const ssize_t size =
+      Uninterrupted([&] { return ::pread(descriptor, buffer.data(), buffer.size(), 0); });
   const std::string text(buffer.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
   const std::string digits = text.substr(0, text.find_first_not_of("0123456789"));
   return digits.empty() ? "another process" : "process " + digits;

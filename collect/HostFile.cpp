@@ -13,6 +13,7 @@
 #include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/HostReads.h"
+#include "support/Uninterrupted.h"
 #include "support/UtlError.h"
 
 namespace {
@@ -65,7 +66,7 @@ class BoundedFile {
     return size <= m_limit.bytes;
   }
   ssize_t Read(char* buffer, std::size_t size) {
-    const ssize_t count = ::read(m_descriptor, buffer, size);
+    const ssize_t count = Uninterrupted([&] { return ::read(m_descriptor, buffer, size); });
     if (count <= 0) {
       return count;
     }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "support/Uninterrupted.h"
+
 namespace {
 
 constexpr std::size_t kLimit = 128U << 10;
@@ -39,7 +41,9 @@ bool LineReader::Next(ProcLine& line) {
 
 bool LineReader::Fill() {
   const ssize_t length =
-      m_taken < kLimit ? ::read(m_descriptor, m_buffer.data(), m_buffer.size()) : 0;
+      m_taken < kLimit
+          ? Uninterrupted([&] { return ::read(m_descriptor, m_buffer.data(), m_buffer.size()); })
+          : 0;
   m_begin = 0;
   m_end = length > 0 ? static_cast<std::size_t>(length) : 0;
   m_taken += m_end;

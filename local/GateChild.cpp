@@ -17,6 +17,7 @@
 
 #include "support/ChildProcess.h"
 #include "support/Descriptor.h"
+#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ GateChild::~GateChild() {
   Terminate();
   if (IsRunning()) {
     Signal(SIGKILL);
-    ::waitpid(m_pid, nullptr, 0);
+    Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
   }
 }
 
@@ -110,7 +111,8 @@ bool GateChild::Spawn(std::string& error) {
     error = problem.code().message();
     Descriptor(m_process.Release()).Close();
     ::kill(pid, SIGKILL);
-    ::waitpid(std::exchange(m_pid, 0), nullptr, 0);
+    Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
+    m_pid = 0;
     return false;
   }
   return true;
@@ -262,6 +264,7 @@ void GateChild::Wait() {
               [this] { return !IsRunning(); });
   if (IsRunning()) {
     Signal(SIGKILL);
-    ::waitpid(std::exchange(m_pid, 0), nullptr, 0);
+    Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
+    m_pid = 0;
   }
 }

@@ -10,6 +10,8 @@
 #include <csignal>
 #include <limits>
 
+#include "support/Uninterrupted.h"
+
 namespace {
 
 /// Calls `each` for every descriptor from `first` on that may be open.
@@ -71,13 +73,11 @@ bool FailurePipe::Open() {
 }
 
 void FailurePipe::Write(const void* failure, std::size_t size) const {
-  [[maybe_unused]] const ssize_t ignored = ::write(m_child.Get(), failure, size);
+  [[maybe_unused]] const ssize_t ignored =
+      Uninterrupted([&] { return ::write(m_child.Get(), failure, size); });
 }
 
 bool FailurePipe::Read(void* failure, std::size_t size) const {
-  ssize_t got = 0;
-  do {
-    got = ::read(m_parent.Get(), failure, size);
-  } while (got < 0 && errno == EINTR);
+  const ssize_t got = Uninterrupted([&] { return ::read(m_parent.Get(), failure, size); });
   return got == static_cast<ssize_t>(size);
 }

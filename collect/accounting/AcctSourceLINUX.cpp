@@ -20,6 +20,7 @@
 #include "support/OsCalls.h"
 #include "support/ProductOptions.h"
 #include "support/TraceLog.h"
+#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -273,7 +274,7 @@ void AcctSourceUser::ReadRecord(x_acct& record) {
   AcctBytes bytes;
   ssize_t got = 0;
   if (state.currentStat.st_size != state.offset) {
-    got = ::read(m_fd, bytes.data(), bytes.size());
+    got = Uninterrupted([&] { return ::read(m_fd, bytes.data(), bytes.size()); });
     if (got < 0) {
       Trace(20, kError, "An error occurred in OS API read. (%1) (err=%2)", state.fileName, errno);
     }
@@ -334,7 +335,8 @@ int AcctSourceUser::acctchanged() {
   int changed = 0;
   AcctBytes bytes;
   if (Seek(last, true)) {
-    if (::read(m_fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+    if (Uninterrupted([&] { return ::read(m_fd, bytes.data(), bytes.size()); }) !=
+        static_cast<ssize_t>(bytes.size())) {
       CollectorLog::Instance().Log("Error reading acct file\n");
     } else if (CommOf(bytes) != state.prevComm || BeginOf(bytes) != state.prevBtime) {
       const Comm comm = CommOf(bytes);

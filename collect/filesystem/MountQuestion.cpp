@@ -27,6 +27,7 @@
 #include "support/OsCalls.h"
 #include "support/ProductOptions.h"
 #include "support/TraceLog.h"
+#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -63,7 +64,8 @@ std::map<std::string, pid_t>& Waiting() {
 bool HasEnded(pid_t child) { return ::waitpid(child, nullptr, WNOHANG) != 0; }
 
 void Send(int words, const Word& word) {
-  [[maybe_unused]] const ssize_t written = ::write(words, &word, sizeof word);
+  [[maybe_unused]] const ssize_t written =
+      Uninterrupted([&] { return ::write(words, &word, sizeof word); });
 }
 
 [[noreturn]] void AskAsChild(const std::vector<std::string>& paths, NextPlace& next, int words) {
@@ -84,8 +86,7 @@ void Send(int words, const Word& word) {
 /// Takes the end of a child that has nothing left to ask, even of one that somebody has stopped.
 void Reap(pid_t child) {
   ::kill(child, SIGKILL);
-  while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  Uninterrupted([&] { return ::waitpid(child, nullptr, 0); });
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "collect/TextScanner.h"
 #include "support/HostPaths.h"
 #include "support/Switches.h"
+#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -105,7 +106,7 @@ int ProcessSourceUser::ReadFile(ProcessFolder& folder, const FileOfProcess& file
     return -1;
   }
   // The kernel gives such a file in one piece.
-  const ssize_t length = ::read(descriptor, buffer, file.limit);
+  const ssize_t length = Uninterrupted([&] { return ::read(descriptor, buffer, file.limit); });
   const int code = errno;
   ::close(descriptor);
   if (length < 0 || (length == 0 && file.needsText)) {

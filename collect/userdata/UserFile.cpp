@@ -16,6 +16,7 @@
 #include "support/HostPaths.h"
 #include "support/ProductOptions.h"
 #include "support/TraceLog.h"
+#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -31,13 +32,8 @@ constexpr std::size_t kStringKeyOffset = 20;
 constexpr std::size_t kDataKeyOffset = 40;
 constexpr std::size_t kDataKeySize = 4;
 
-/// read(2), again after a signal.
 ssize_t ReadFile(int descriptor, void* buffer, std::size_t size) {
-  ssize_t got = 0;
-  do {
-    got = ::read(descriptor, buffer, size);
-  } while (got < 0 && errno == EINTR);
-  return got;
+  return Uninterrupted([&] { return ::read(descriptor, buffer, size); });
 }
 
 /// The guard of that key as the settings have it.

@@ -25,6 +25,7 @@
 #include "support/Capabilities.h"
 #include "support/ChildProcess.h"
 #include "support/Descriptor.h"
+#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -144,7 +145,8 @@ class AlarmCommand::Child {
       m_output.Take(std::move(reader));
     } catch (const std::system_error& problem) {
       ::kill(pid, SIGKILL);
-      ::waitpid(std::exchange(m_pid, 0), nullptr, 0);
+      Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
+      m_pid = 0;
       return problem.code().message();
     }
     WatchOutput();

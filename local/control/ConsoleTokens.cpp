@@ -15,6 +15,7 @@
 
 #include "support/Descriptor.h"
 #include "support/RegularFile.h"
+#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -82,7 +83,8 @@ bool ReplaceTokenFile(const std::string& path, std::string_view text) {
   if (!file.IsOpen()) {
     return false;
   }
-  const ssize_t written = ::write(file.Get(), text.data(), text.size());
+  const ssize_t written =
+      Uninterrupted([&] { return ::write(file.Get(), text.data(), text.size()); });
   if (written >= 0 && written != static_cast<ssize_t>(text.size())) {
     errno = ENOSPC;
   }
@@ -151,7 +153,8 @@ bool ConsoleTokens::Read(std::string& problem) {
     return false;
   }
   std::array<char, kMostTokenFile + 1> buffer{};
-  const ssize_t size = ::read(file.Get(), buffer.data(), buffer.size());
+  const ssize_t size =
+      Uninterrupted([&] { return ::read(file.Get(), buffer.data(), buffer.size()); });
   if (size < 0 || size > static_cast<ssize_t>(kMostTokenFile)) {
     problem = size < 0 ? std::strerror(errno) : "longer than it ever is";
     return false;

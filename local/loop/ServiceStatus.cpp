@@ -9,6 +9,8 @@
 #include <cstring>
 #include <utility>
 
+#include "support/Uninterrupted.h"
+
 namespace {
 
 constexpr mode_t kFolderMode = 0755;
@@ -29,7 +31,7 @@ bool LockNow(int fd) {
 /// The process number that a lock file holds; empty if it holds none.
 std::string ReadHolder(int fd) {
   std::array<char, 20> buffer{};
-  const ssize_t got = ::pread(fd, buffer.data(), buffer.size(), 0);
+  const ssize_t got = Uninterrupted([&] { return ::pread(fd, buffer.data(), buffer.size(), 0); });
   const std::string text(buffer.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
   return text.substr(0, text.find_first_not_of("0123456789"));
 }

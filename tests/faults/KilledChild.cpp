@@ -48,7 +48,6 @@ faults::KilledRun faults::RunKilled(const std::function<void()>& prepare,
     });
   }
   KilledRun run;
-  std::size_t stops = 0;
   int status = Wait(child);
   if (!HasStoppedBy(status, SIGSTOP)) {
     return run;
@@ -57,7 +56,7 @@ faults::KilledRun faults::RunKilled(const std::function<void()>& prepare,
   ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
   ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
   for (status = Wait(child); HasStoppedBy(status, kAtSystemCall); status = Wait(child)) {
-    if (++stops == place) {
+    if (++run.stops == place) {
       ::kill(child, SIGKILL);
       run.wasKilled = WIFSIGNALED(Wait(child));
       return run;

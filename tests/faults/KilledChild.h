@@ -10,6 +10,7 @@ struct KilledRun {
   bool wasKilled = false;  ///< false where it made fewer calls
   bool wasTraced = false;  ///< false where this process may trace none
   bool wasUnhurt = false;  ///< it came to its end by itself and without a fault
+  std::size_t stops = 0;   ///< begins and ends of system calls until its end
 };
 
 /// Runs both functions in a child process that is traced, and kills it by SIGKILL where the second

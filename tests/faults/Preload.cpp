@@ -1,7 +1,7 @@
 // Stands before the library's calls of a program that is started with LD_PRELOAD, and does what
 // QMT_FAULTS says, words parted by blanks:
 //   short        what is read and written comes and goes in halves
-//   eintr        every second call that may wait is interrupted
+//   eintr        of each call that may wait, every second time is interrupted
 //   full=PART    there is no room for what is written to files whose paths have PART in them
 //   full=PART:N  the same of the N-th such write alone
 // QMT_FAULTS_WHILE names a file without which nothing is done.
@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -67,8 +68,9 @@ bool IsTimeForFaults() {
   return isTime;
 }
 
-bool IsInterrupted() {
-  static thread_local bool isTurn = false;
+/// Whether this time is interrupted, of a call whose turns these are: with turns that calls share,
+/// a loop of two calls would meet the same one for ever.
+bool IsInterrupted(bool& isTurn) {
   if (!TheOrders().isInterrupted || !IsTimeForFaults()) {
     return false;
   }
@@ -121,7 +123,9 @@ bool IsFull(int descriptor) {
   return isFull;
 }
 
-bool IsWriteFailing(int descriptor) { return IsFull(descriptor) || IsInterrupted(); }
+bool IsWriteFailing(int descriptor, bool& isTurn) {
+  return IsFull(descriptor) || IsInterrupted(isTurn);
+}
 
 }  // namespace
 
@@ -129,12 +133,14 @@ extern "C" {
 
 ssize_t read(int descriptor, void* bytes, std::size_t size) {
   static const auto real = Real("read", &read);
-  return IsInterrupted() ? -1 : real(descriptor, bytes, Shortened(descriptor, size));
+  static thread_local bool isTurn = false;
+  return IsInterrupted(isTurn) ? -1 : real(descriptor, bytes, Shortened(descriptor, size));
 }
 
 ssize_t pread64(int descriptor, void* bytes, std::size_t size, off64_t place) {
   static const auto real = Real("pread64", &pread64);
-  return IsInterrupted() ? -1 : real(descriptor, bytes, Shortened(descriptor, size), place);
+  static thread_local bool isTurn = false;
+  return IsInterrupted(isTurn) ? -1 : real(descriptor, bytes, Shortened(descriptor, size), place);
 }
 
 ssize_t pread(int descriptor, void* bytes, std::size_t size, off_t place) {
@@ -143,13 +149,17 @@ ssize_t pread(int descriptor, void* bytes, std::size_t size, off_t place) {
 
 ssize_t write(int descriptor, const void* bytes, std::size_t size) {
   static const auto real = Real("write", &write);
-  return IsWriteFailing(descriptor) ? -1 : real(descriptor, bytes, Shortened(descriptor, size));
+  static thread_local bool isTurn = false;
+  return IsWriteFailing(descriptor, isTurn) ? -1
+                                            : real(descriptor, bytes, Shortened(descriptor, size));
 }
 
 ssize_t pwrite64(int descriptor, const void* bytes, std::size_t size, off64_t place) {
   static const auto real = Real("pwrite64", &pwrite64);
-  return IsWriteFailing(descriptor) ? -1
-                                    : real(descriptor, bytes, Shortened(descriptor, size), place);
+  static thread_local bool isTurn = false;
+  return IsWriteFailing(descriptor, isTurn)
+             ? -1
+             : real(descriptor, bytes, Shortened(descriptor, size), place);
 }
 
 ssize_t pwrite(int descriptor, const void* bytes, std::size_t size, off_t place) {
@@ -158,7 +168,8 @@ ssize_t pwrite(int descriptor, const void* bytes, std::size_t size, off_t place)
 
 ssize_t readv(int descriptor, const iovec* parts, int count) {
   static const auto real = Real("readv", &readv);
-  if (IsInterrupted()) {
+  static thread_local bool isTurn = false;
+  if (IsInterrupted(isTurn)) {
     return -1;
   }
   if (!TheOrders().isShort || count < 1) {
@@ -170,7 +181,8 @@ ssize_t readv(int descriptor, const iovec* parts, int count) {
 
 ssize_t writev(int descriptor, const iovec* parts, int count) {
   static const auto real = Real("writev", &writev);
-  if (IsWriteFailing(descriptor)) {
+  static thread_local bool isTurn = false;
+  if (IsWriteFailing(descriptor, isTurn)) {
     return -1;
   }
   if (!TheOrders().isShort || count < 1 || parts[0].iov_len == 0) {
@@ -182,22 +194,26 @@ ssize_t writev(int descriptor, const iovec* parts, int count) {
 
 ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags) {
   static const auto real = Real("recv", &recv);
-  return IsInterrupted() ? -1 : real(descriptor, bytes, Shortened(descriptor, size), flags);
+  static thread_local bool isTurn = false;
+  return IsInterrupted(isTurn) ? -1 : real(descriptor, bytes, Shortened(descriptor, size), flags);
 }
 
 ssize_t send(int descriptor, const void* bytes, std::size_t size, int flags) {
   static const auto real = Real("send", &send);
-  return IsInterrupted() ? -1 : real(descriptor, bytes, Shortened(descriptor, size), flags);
+  static thread_local bool isTurn = false;
+  return IsInterrupted(isTurn) ? -1 : real(descriptor, bytes, Shortened(descriptor, size), flags);
 }
 
 ssize_t recvmsg(int descriptor, msghdr* message, int flags) {
   static const auto real = Real("recvmsg", &recvmsg);
-  return IsInterrupted() ? -1 : real(descriptor, message, flags);
+  static thread_local bool isTurn = false;
+  return IsInterrupted(isTurn) ? -1 : real(descriptor, message, flags);
 }
 
 ssize_t sendmsg(int descriptor, const msghdr* message, int flags) {
   static const auto real = Real("sendmsg", &sendmsg);
-  if (IsInterrupted()) {
+  static thread_local bool isTurn = false;
+  if (IsInterrupted(isTurn)) {
     return -1;
   }
   if (message->msg_iovlen != 1) {
@@ -211,21 +227,25 @@ ssize_t sendmsg(int descriptor, const msghdr* message, int flags) {
 
 int accept(int descriptor, sockaddr* address, socklen_t* size) {
   static const auto real = Real("accept", &accept);
-  return IsInterrupted() ? -1 : real(descriptor, address, size);
+  static thread_local bool isTurn = false;
+  return IsInterrupted(isTurn) ? -1 : real(descriptor, address, size);
 }
 
 int poll(pollfd* states, nfds_t count, int limit) {
   static const auto real = Real("poll", &poll);
-  return IsInterrupted() ? -1 : real(states, count, limit);
+  static thread_local bool isTurn = false;
+  return limit != 0 && IsInterrupted(isTurn) ? -1 : real(states, count, limit);
 }
 
 int epoll_wait(int descriptor, epoll_event* events, int count, int limit) {
   static const auto real = Real("epoll_wait", &epoll_wait);
-  return IsInterrupted() ? -1 : real(descriptor, events, count, limit);
+  static thread_local bool isTurn = false;
+  return limit != 0 && IsInterrupted(isTurn) ? -1 : real(descriptor, events, count, limit);
 }
 
 pid_t waitpid(pid_t child, int* status, int options) {
   static const auto real = Real("waitpid", &waitpid);
-  return IsInterrupted() ? -1 : real(child, status, options);
+  static thread_local bool isTurn = false;
+  return (options & WNOHANG) == 0 && IsInterrupted(isTurn) ? -1 : real(child, status, options);
 }
 }

@@ -43,8 +43,10 @@ constexpr unsigned kLimitSeconds = 90;
 constexpr std::size_t kWalksAtATime = 8;
 constexpr std::time_t kFirstBatch = 1'700'000'000;
 constexpr std::time_t kBetweenBatches = 60;
+// Level 30 has the traces that tell of a step without memory.
 constexpr const char* kSettings =
-    "[Host]\nProfile = modern\n[Http]\nGate = none\n[Schedule]\nPI = 3600\n";
+    "[Node]\nMessage Log Level = 30\n[Host]\nProfile = modern\n[Http]\nGate = none\n"
+    "[Schedule]\nPI = 3600\n";
 constexpr const char* kAllRecords =
     R"({"op":"get","rates":false,"records":["PI","CPUP","DEVD","DEVS","NIND","NINS","WGRP","PD",)"
     R"("FSL","FSR","PDI","PDS","PGM","TERM","USER","PRES","CGRP","NETD","SOCK","DISK","MEMD",)"

@@ -162,11 +162,13 @@ void CpuRows::ReadTemperatures() {
   }
   static KnownCpuTopology known;
   if (std::string root = HostPath("/"); known.root != root || known.numbers != m_numbers) {
-    known = {std::move(root), m_numbers, {}};
+    // Whole or not at all, as memory may end on the way.
+    KnownCpuTopology found{std::move(root), m_numbers, {}};
     for (std::size_t place = 0; place < m_numbers.size(); ++place) {
-      known.places.emplace_back(Number(place, "topology/physical_package_id"),
+      found.places.emplace_back(Number(place, "topology/physical_package_id"),
                                 Number(place, "topology/core_id"));
     }
+    known = std::move(found);
   }
   for (std::size_t place = 0; place < m_numbers.size(); ++place) {
     const auto [package, core] = known.places[place];

@@ -17,6 +17,7 @@
 #include "support/Descriptor.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
+#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -203,8 +204,7 @@ void ReadSensorsWithin(std::chrono::milliseconds limit, const SensorReader& read
   SensorAnswer answer(sensors);
   const SensorAnswer::End end = answer.Listen(listening.Get(), limit);
   if (end == SensorAnswer::End::kWhole) {
-    while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    Uninterrupted([&] { return ::waitpid(child, nullptr, 0); });
     return;
   }
   ::kill(child, SIGKILL);

@@ -26,6 +26,7 @@
 #include "support/HostPaths.h"
 #include "support/HostReads.h"
 #include "support/OsCalls.h"
+#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -144,7 +145,8 @@ void DetailReader::ReadSurroundings(ProcessDetail& detail) {
 std::string_view DetailReader::ReadFile(const char* name, std::size_t limit) {
   const Descriptor file(
       OpenHost(m_folder.Get(), name, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-  const ssize_t length = file.IsOpen() ? ::read(file.Get(), m_text.data(), limit) : 0;
+  const ssize_t length =
+      file.IsOpen() ? Uninterrupted([&] { return ::read(file.Get(), m_text.data(), limit); }) : 0;
   return {m_text.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
 }
 

@@ -12,13 +12,15 @@
 #include "collect/modern/process/ProcessText.h"
 #include "support/HostPaths.h"
 #include "support/HostReads.h"
+#include "support/Uninterrupted.h"
 
 ssize_t ReadOnce(const ProcessWalk& walk, const char* path, std::span<char> buffer) {
   const int descriptor = walk.Open(path);
   if (descriptor < 0) {
     return -1;
   }
-  const ssize_t length = ::read(descriptor, buffer.data(), buffer.size());
+  const ssize_t length =
+      Uninterrupted([&] { return ::read(descriptor, buffer.data(), buffer.size()); });
   const int code = errno;
   ::close(descriptor);
   errno = code;
