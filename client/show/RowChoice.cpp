@@ -80,9 +80,8 @@ bool RowChoice::Holds(const Json& row) const {
 }
 
 void RowChoice::Sort(Json& rows) const {
-  std::ranges::stable_sort(rows.Elements(), [this](const Json& a, const Json& b) {
-    return ComesBefore(a, b);
-  });
+  std::ranges::stable_sort(rows.Elements(),
+                           [this](const Json& a, const Json& b) { return ComesBefore(a, b); });
 }
 
 Json RowChoice::Narrowed(Json row) const {
