@@ -8,6 +8,7 @@
 #include "node/FigureRegistry.h"
 #include "records/RecordLayouts.h"
 #include "support/HostPaths.h"
+#include "support/NarrowUmask.h"
 #include "support/ProductOptions.h"
 #include "support/TraceLog.h"
 
@@ -90,6 +91,10 @@ int UnixAgent::Connect(char* instanceName, char* version, char* release) {
 int UnixAgent::InitConnection() {
   TraceEntry("UnixAgent::InitConnection");
   constexpr int kSchedule = 1;
+  // The helper is of the agent's own user. Who else could read would take answers away that a batch
+  // waits for.
+  constexpr mode_t kOwnersAlone = 0600;
+  const NarrowUmask narrow(kOwnersAlone);
   const bool isConnected = m_pSocket->Connect(kSchedule) == 0;
   if (UtlError* error = isConnected ? nullptr : m_pSocket->GetLastError()) {
     Trace(10, kError, "The pipes to the helper (%1) can't be made: %2.",

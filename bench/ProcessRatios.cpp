@@ -1,7 +1,8 @@
-// qmt_process_ratios PROFILE ROUNDS RECORD...
+// qmt_process_ratios classic|modern|iterator ROUNDS RECORD...
 //
-// Measures what a look at the live processes costs under a host profile, by turns with the system
-// calls that it cannot do without, and prints one line a contender: its name, the median of its CPU
+// Measures what a look at the live processes costs under a host profile, `iterator` being `modern`
+// by the kernel's task iterator, by turns with the system calls that a walk over /proc cannot do
+// without, and prints one line a contender: its name, the median of its CPU
 // time in microseconds a process, the median of its ratio to the floor. The contenders are the
 // floor, the same calls with the paths of the agent, the collection alone, PD with PDS, and all the
 // RECORDs together.
@@ -24,9 +25,11 @@
 #include "bench/ProcessFloor.h"
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
+#include "collect/modern/process/TaskIterator.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "support/HostPaths.h"
 #include "support/HostProfile.h"
+#include "support/ProductOptions.h"
 #include "support/Switches.h"
 #include "support/UtlError.h"
 #include "tests/scripted/Batch.h"
@@ -133,16 +136,31 @@ std::string Joined(const std::vector<std::string>& words) {
   return text;
 }
 
-void Measure(HostProfile profile, int rounds, const std::vector<std::string>& records) {
+/// How the processes are looked at.
+struct Way {
+  HostProfile profile;
+  bool isByIterator;
+};
+
+std::optional<Way> WayOf(const std::string& word) {
+  if (word == "iterator") {
+    return Way{HostProfile::kModern, true};
+  }
+  const std::optional<HostProfile> profile = HostProfileOf(word);
+  return profile ? std::optional(Way{*profile, false}) : std::nullopt;
+}
+
+void Measure(Way way, int rounds, const std::vector<std::string>& records) {
   const ProductFolder product;
   // The agent takes its profile from here.
-  ::setenv("QMT_HOST_PROFILE", HostProfileName(profile), 1);
+  ::setenv("QMT_HOST_PROFILE", HostProfileName(way.profile), 1);
   g_msgLogLevel = 10;
   UnixAgent agent("/opt/qmtrx/mond/qmt_hostutil_", "bench");
   std::string text = "bench";
   if (agent.Init(text.data(), text.data(), text.data()) != 0) {
     throw std::runtime_error("the agent does not start");
   }
+  ProductOptions::Instance().Set("Host", "Process Source", way.isByIterator ? "iterator" : "proc");
   Collector collector;
   Schedule pair(agent, {"PD", "PDS"});
   Schedule all(agent, records);
@@ -166,6 +184,9 @@ void Measure(HostProfile profile, int rounds, const std::vector<std::string>& re
   for (Contender& contender : contenders) {
     contender.look();
   }
+  if (way.isByIterator && TaskIterator::Instance().Groups() == nullptr) {
+    throw std::runtime_error("the task iterator is not in use");
+  }
   const std::size_t processes = WalkFloor(FloorPaths::kAbsolute, g_hostProfile);
   if (collector.GetProcess()->size() * 2 < processes || pair.Rows() * 2 < processes) {
     throw std::runtime_error("the agent sees less than half of the processes");
@@ -183,18 +204,17 @@ void Measure(HostProfile profile, int rounds, const std::vector<std::string>& re
 
 int main(int argc, char** argv) {
   const std::vector<std::string> words(argv + 1, argv + argc);
-  const std::optional<HostProfile> profile =
-      words.empty() ? std::nullopt : HostProfileOf(words.front());
+  const std::optional<Way> way = words.empty() ? std::nullopt : WayOf(words.front());
   int rounds = 0;
-  if (words.size() < 3 || !profile ||
+  if (words.size() < 3 || !way ||
       std::from_chars(words[1].data(), words[1].data() + words[1].size(), rounds).ec !=
           std::errc{} ||
       rounds < 1) {
-    std::fputs("usage: qmt_process_ratios classic|modern ROUNDS RECORD...\n", stderr);
+    std::fputs("usage: qmt_process_ratios classic|modern|iterator ROUNDS RECORD...\n", stderr);
     return 2;
   }
   try {
-    Measure(*profile, rounds, {words.begin() + 2, words.end()});
+    Measure(*way, rounds, {words.begin() + 2, words.end()});
   } catch (const std::exception& problem) {
     std::fprintf(stderr, "qmt_process_ratios: %s\n", problem.what());
     return 1;

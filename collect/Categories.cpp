@@ -116,7 +116,7 @@ UtlError* ReadDetails(Collector& collector, CategoryStep& step) {
   const bool isCollected = collector.HasCollected(COLLECT_PROCESS);
   if (std::vector<TaskGroup>* const groups = isCollected ? iterator.Groups() : iterator.Read()) {
     if (!isCollected) {
-      KeptParts::Instance().Match(*groups);
+      KeptParts::Instance().Match(*groups, collector.NamedRows());
     }
     ReadTaskDetails(*groups, iterator.Missing(), isCollected, details);
   } else if (isCollected) {

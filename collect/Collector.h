@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "collect/CategoryFlags.h"
@@ -60,6 +62,12 @@ class Collector {
   [[nodiscard]] bool Wants(CollectionMask flag) const { return (m_flags & flag) != 0; }
   /// Whether the run has already refreshed a category, whose figures are then of this moment.
   [[nodiscard]] bool HasCollected(CollectionMask flag) const { return (m_collected & flag) != 0; }
+
+  /// Values by which a person names rows of the run's records: keys or texts. What a source keeps of
+  /// these from run to run it reads anew.
+  [[nodiscard]] const std::vector<std::string>& NamedRows() const { return m_namedRows; }
+  /// For the runs from now on.
+  void NameRows(std::vector<std::string> values) { m_namedRows = std::move(values); }
 
   /// The categories' figures: never null, owned by the collector, valid for its life.
   [[nodiscard]] std::vector<CPU>* GetCPU() const { return m_pCPU.get(); }
@@ -126,6 +134,7 @@ class Collector {
   std::unique_ptr<UserRecords<3>> m_pUPDB;
   std::unique_ptr<ModernFigures> m_pModern;
   void* m_opaque = nullptr;
+  std::vector<std::string> m_namedRows;
   CollectionMask m_flags = 0;
   CollectionMask m_collected = 0;
   /// Shared with the registry of figures, which may read them after the collector has gone.

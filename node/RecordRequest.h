@@ -39,8 +39,13 @@ class CMBRecordRequest : public CMBProductRecordEvent {
   [[nodiscard]] CMBUserObject* GetUserObject() const { return m_userObject.get(); }
   /// Takes ownership; the former object is destroyed.
   void SetUserObject(CMBUserObject* object) { m_userObject.reset(object); }
+  /// Values by which a person names rows of the record, such as a process number: what is known of
+  /// these is to be of this moment, whatever else is kept from one batch to the next.
+  [[nodiscard]] const std::vector<std::string>& NamedRows() const { return m_namedRows; }
+  void NameRows(std::vector<std::string> values) { m_namedRows = std::move(values); }
 
  private:
+  std::vector<std::string> m_namedRows;
   std::unique_ptr<CMBUserObject> m_userObject;
 };
 

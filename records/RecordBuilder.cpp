@@ -194,15 +194,18 @@ UtlError* RecordBuilder::Build(CMBMultipleRecordRequestEvent* pEvent) {
 
 bool RecordBuilder::QueueRequests(const CMBMultipleRecordRequestEvent& batch) {
   bool anyScheduled = false;
+  std::vector<std::string> named;
   for (CMBRecordRequestEvent* event : batch.m_events) {
     anyScheduled = anyScheduled || event->IsRealtime() == 0;
     for (CMBRecordRequest* request : event->m_requests) {
+      named.insert(named.end(), request->NamedRows().begin(), request->NamedRows().end());
       if (const UtlErrorPtr refusal{Add(event, request)}) {
         Trace(20, kWarning, "Unable to process event request: %1 - %2", request->GetRecordType(),
               refusal->GetMessage());
       }
     }
   }
+  m_pCollector->NameRows(std::move(named));
   return anyScheduled;
 }
 

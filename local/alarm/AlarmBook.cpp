@@ -88,7 +88,9 @@ void AlarmBook::EndBatch() {
     if (!row.empty()) {
       const auto kept = std::make_shared<KeptRows>();
       kept->time = now;
-      kept->rows.push_back(std::move(row));
+      const auto bytes = std::make_shared<const std::vector<unsigned char>>(std::move(row));
+      kept->rows.emplace_back(*bytes);
+      kept->owner = bytes;
       if (m_taken == nullptr) {
         m_taken = std::make_unique<Batch>();
       }

@@ -170,18 +170,17 @@ void AlarmCapture::Ask(CMBNode& node) {
     return;
   }
   const std::vector<RequestOutcome> outcomes = m_desk.Send(node, askers, 0);
+  m_desk.ReleaseMemory();
   for (std::size_t i = 0; i < askers.size(); ++i) {
     const std::vector<std::int64_t>& ids = demands.at(askers[i]->Record());
     if (outcomes[i] != RequestOutcome::kDone) {
       m_lost += ids.size();
       continue;
     }
-    const auto kept = std::make_shared<KeptRows>();
-    kept->time = askers[i]->AnswerTime();
-    for (const CMBRecord* row : askers[i]->Rows()) {
-      const auto bytes = RecordBytes(*row);
-      kept->rows.emplace_back(bytes.begin(), bytes.end());
-    }
+    const std::vector<const CMBRecord*> rows(askers[i]->Rows().begin(), askers[i]->Rows().end());
+    const auto kept = std::make_shared<KeptRows>(
+        KeptRows::Of({askers[i]->Record(), askers[i]->Category(), askers[i]->AnswerTime(), rows,
+                      askers[i]->Owner()}));
     for (const std::int64_t id : ids) {
       if (Add(id, askers[i]->Record(), kept)) {
         m_onKept(id, askers[i]->Record());
@@ -209,7 +208,7 @@ void AlarmCapture::Step() {
     m_jobs.pop_front();
     return;
   }
-  const std::vector<unsigned char>& row = job.rows->rows[job.chosen[job.next++]];
+  const std::span<const unsigned char> row = job.rows->rows[job.chosen[job.next++]];
   m_history.PutRow(
       {job.id, job.layout->name, job.rows->time, JsonText(RowToJson(*job.layout, row))});
 }

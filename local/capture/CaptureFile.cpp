@@ -113,10 +113,6 @@ std::string SampleFolder(long number) {
 
 std::string CaptureText(const CaptureFacts& facts) {
   Json samples = Json::Array();
-  Json records = Json::Array();
-  for (const std::string& record : facts.records) {
-    records.PushBack(record);
-  }
   for (const CaptureSample& sample : facts.samples) {
     samples.PushBack(Json{{"folder", sample.folder}, {"time", sample.time}});
   }
@@ -128,7 +124,7 @@ std::string CaptureText(const CaptureFacts& facts) {
                        {"machine", facts.machine},
                        {"running", facts.isRunning},
                        {"private", facts.isPrivate},
-                       {"records", records},
+                       {"records", facts.records},
                        {"samples", samples}},
                   2) +
          '\n';

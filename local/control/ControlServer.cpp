@@ -16,6 +16,7 @@
 #include "json/JsonText.h"
 #include "local/control/ControlSocket.h"
 #include "support/Descriptor.h"
+#include "support/NarrowUmask.h"
 
 namespace {
 
@@ -35,18 +36,6 @@ bool IsOwnFolder(const struct stat& status) {
   return S_ISDIR(status.st_mode) && status.st_uid == ::geteuid() &&
          (status.st_mode & kOthersWrite) == 0;
 }
-
-/// Keeps others out between the making of the socket and its mode.
-class NarrowUmask {
- public:
-  explicit NarrowUmask(mode_t mode) : m_former(::umask(0777 & ~mode)) {}
-  ~NarrowUmask() { ::umask(m_former); }
-  NarrowUmask(const NarrowUmask&) = delete;
-  NarrowUmask& operator=(const NarrowUmask&) = delete;
-
- private:
-  mode_t m_former;
-};
 
 }  // namespace
 

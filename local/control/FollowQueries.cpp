@@ -71,7 +71,7 @@ struct FollowQueries::Batch {
   Batch& operator=(const Batch&) = delete;
 
   void Add(Rows rows) {
-    for (const std::vector<unsigned char>& row : rows.kept->rows) {
+    for (const std::span<const unsigned char> row : rows.kept->rows) {
       const std::size_t size = row.size() + sizeof row;
       bytes += size;
       *waiting += size;

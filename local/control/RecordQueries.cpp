@@ -57,6 +57,7 @@ void RecordQueries::Get(const std::shared_ptr<ControlRequest>& request) {
       const std::size_t ordinal = ordinals[{asked.name, category}]++;
       plan.askers.push_back(
           request->Peer().Requests().Find(asked.name, category, isRates, ordinal));
+      plan.askers.back()->NameRows(asked.choices.NamedRows(*asked.layout));
     }
     plan.items.push_back({std::move(asked), asker});
   }
@@ -89,6 +90,7 @@ void RecordQueries::AnswerGet(CMBNode& node, const GetPlan& plan) {
   }
   if (!plan.askers.empty()) {
     outcomes = m_desk.Send(node, plan.askers, plan.items.size() - plan.askers.size());
+    m_desk.ReleaseMemory();
   }
   const auto answer = std::make_shared<ResultsAnswer>(*plan.request);
   for (const auto& [asked, place] : plan.items) {
@@ -129,7 +131,7 @@ void RecordQueries::Last(const std::shared_ptr<ControlRequest>& request) {
     }
     const std::shared_ptr<const KeptRows> kept = m_lastRows.Find(asked.name, layout.category);
     answer->AddRows(layout, std::move(asked.choices), kept->time, kept,
-                    {kept->rows.begin(), kept->rows.end()});
+                    kept->rows);
   }
   ResultsAnswer::Send(answer, m_turns, request);
 }

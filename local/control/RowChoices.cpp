@@ -135,6 +135,17 @@ RowField RowChoices::Find(const RecordLayout& layout, std::string_view label) co
   return found;
 }
 
+std::vector<std::string> RowChoices::NamedRows(const RecordLayout& layout) const {
+  std::vector<std::string> values;
+  for (const RowCondition& condition : m_where) {
+    const FieldMeaning meaning = layout.fields[condition.Field().place].meaning;
+    if (condition.Sign() == "=" && (meaning == FieldMeaning::key || meaning == FieldMeaning::text)) {
+      values.push_back(condition.Operand());
+    }
+  }
+  return values;
+}
+
 bool RowChoices::Holds(const std::function<Json(std::size_t)>& valueAt) const {
   for (std::size_t i = 0; i < m_where.size(); ++i) {
     if (!Holds(i, valueAt)) {

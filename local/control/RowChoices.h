@@ -59,6 +59,9 @@ class RowChoices {
   /// does not have and for one that may not be compared.
   [[nodiscard]] RowField Find(const RecordLayout& layout, std::string_view label) const;
 
+  /// What the conditions ask a key or a text to be: names of rows.
+  [[nodiscard]] std::vector<std::string> NamedRows(const RecordLayout& layout) const;
+
   /// Whether the row is wanted; `valueAt` gives the value of the field at a place of the layout.
   [[nodiscard]] bool Holds(const std::function<Json(std::size_t)>& valueAt) const;
   /// The same of one condition of Where alone, by its index.

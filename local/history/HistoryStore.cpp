@@ -11,6 +11,7 @@
 #include "local/history/FieldValue.h"
 #include "local/history/HistoryTables.h"
 #include "node/LayoutRegistry.h"
+#include "support/WholeTime.h"
 
 namespace {
 
@@ -287,6 +288,11 @@ bool HistoryStore::MoveTable(const std::string& table) {
   return database.Number("SELECT EXISTS (SELECT 1 FROM " + waiting + ")") != 0;
 }
 
+/// Records tell their time in 32 bits, which age could not be told by in the long run.
+std::int64_t HistoryStore::TimeOf(const CMBRecord& row, std::time_t near) {
+  return WholeTime(static_cast<std::int32_t>(row.GetRecTime()), near);
+}
+
 HistoryStore::Table* HistoryStore::FindTable(const ScheduledRows& rows, bool areTotals) {
   const std::string name = areTotals ? TotalsTable(rows.record) : rows.record;
   const auto [place, isNew] = m_target->tables.try_emplace({name, rows.category});
@@ -311,15 +317,14 @@ void HistoryStore::Insert(const ScheduledRows& rows, bool areTotals) {
   if (!table->insert) {
     return;
   }
+  const int timePlace = TimePlace(*table->layout) + 1;
   for (const CMBRecord* row : rows.rows) {
     const std::span<const unsigned char> bytes = RecordBytes(*row);
     int place = 0;
     for (const FieldLayout& field : table->layout->fields) {
       VisitField(field, bytes, [&](auto value) { table->insert->Bind(++place, value); });
     }
-    if (areTotals) {
-      table->insert->Bind(TimePlace(*table->layout) + 1, std::int64_t{rows.time});
-    }
+    table->insert->Bind(timePlace, areTotals ? std::int64_t{rows.time} : TimeOf(*row, rows.time));
     table->insert->Run();
   }
 }

@@ -81,6 +81,7 @@ class HistoryStore : public RecordSink {
   void Keep(const ScheduledRows& rows, bool areTotals);
   void Insert(const ScheduledRows& rows, bool areTotals);
   [[nodiscard]] Table* FindTable(const ScheduledRows& rows, bool areTotals);
+  [[nodiscard]] static std::int64_t TimeOf(const CMBRecord& row, std::time_t near);
   void Commit();
   void RemoveOld();
   void RemoveExcess();

@@ -158,6 +158,7 @@ void MetricsDesk::Post(const std::shared_ptr<Look>& look) {
 
 void MetricsDesk::Run(CMBNode& node, const std::shared_ptr<Look>& look) {
   look->outcomes = m_desk.Send(node, look->askers, 0);
+  m_desk.ReleaseMemory();
   look->time = Clock::now();
   look->isDone = true;
   look->isPosted = false;

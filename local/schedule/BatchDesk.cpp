@@ -11,8 +11,10 @@
 
 namespace {
 
-/// The rows of a batch that are worth the allocator's walk.
+/// Rows that are worth the allocator's walk.
 constexpr std::size_t kManyRows = 1000;
+/// Pages that the next batch needs at once are better kept.
+constexpr std::chrono::seconds kReleasePause{10};
 
 }  // namespace
 
@@ -69,14 +71,20 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
   const auto failed = static_cast<std::size_t>(
       std::count_if(outcomes.begin(), outcomes.end(),
                     [](RequestOutcome outcome) { return outcome != RequestOutcome::kDone; }));
-  if (rows > kManyRows) {
-    // What the answers before held would else stay with the allocator, beside the present ones.
-    ::malloc_trim(0);
-  }
+  m_rowsSinceRelease += rows;
   ++m_batches;
   m_rowsMade += rows;
   m_last = {end, end - start, askers.size() + refused, failed + refused};
   return outcomes;
+}
+
+void BatchDesk::ReleaseMemory() {
+  const auto now = std::chrono::steady_clock::now();
+  if (m_rowsSinceRelease > kManyRows && now >= m_nextRelease) {
+    ::malloc_trim(0);
+    m_rowsSinceRelease = 0;
+    m_nextRelease = now + kReleasePause;
+  }
 }
 
 bool BatchDesk::MayHold(std::span<const std::shared_ptr<RecordAsker>> askers) const {

@@ -36,6 +36,9 @@ class BatchDesk {
   std::vector<RequestOutcome> Send(CMBNode& node,
                                    std::span<const std::shared_ptr<RecordAsker>> askers,
                                    std::size_t refused);
+  /// Gives back to the system what the answers before the last ones held, which would else stay with
+  /// the allocator: for when nobody keeps their rows any more. Does so at most once in ten seconds.
+  void ReleaseMemory();
   /// What the rows of answers on demand may hold, of all clients together. One large answer may
   /// exceed it, but neither many copies of it in one request nor those of many clients.
   void SetMaxHeldBytes(std::size_t bytes) { m_maxHeldBytes = bytes; }
@@ -55,6 +58,8 @@ class BatchDesk {
   std::uint64_t m_rowsMade = 0;
   std::size_t m_maxHeldBytes = std::size_t{128} << 20;
   std::map<std::string, std::size_t> m_bytes;  ///< of each record's rows, when it was last built
+  std::size_t m_rowsSinceRelease = 0;
+  std::chrono::steady_clock::time_point m_nextRelease{};
   bool m_isSending = false;
   std::set<std::string> m_failedBuilds;
 };

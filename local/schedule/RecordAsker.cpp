@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "support/OsCalls.h"
+#include "support/WholeTime.h"
 
 namespace {
 
@@ -11,6 +12,15 @@ void FreeRows(std::list<CMBRecord*>& rows) {
     delete row;
   }
   rows.clear();
+}
+
+std::shared_ptr<const void> OwnerOf(const std::list<CMBRecord*>& rows) {
+  const auto owner = std::make_shared<std::vector<std::unique_ptr<const CMBRecord>>>();
+  owner->reserve(rows.size());
+  for (const CMBRecord* row : rows) {
+    owner->emplace_back(row);
+  }
+  return owner;
 }
 
 }  // namespace
@@ -25,7 +35,7 @@ RecordAsker::RecordAsker(std::string record, unsigned char category, Look look, 
 
 RecordAsker::~RecordAsker() {
   FreeRows(m_event.m_records);
-  FreeRows(m_rows);
+  m_rows.clear();
   CountRows();
 }
 
@@ -42,13 +52,12 @@ void RecordAsker::CountRows() {
 
 void RecordAsker::TakeAnswer() {
   m_event.m_records.remove(nullptr);
-  FreeRows(m_rows);
-  m_rows.swap(m_event.m_records);
+  m_owner = OwnerOf(m_event.m_records);
+  m_rows = std::exchange(m_event.m_records, {});
   CountRows();
-  m_answerTime = m_rows.empty() ? 0 : m_rows.front()->GetRecTime();
-  if (m_answerTime == 0) {
-    m_answerTime = Os().time(nullptr);
-  }
+  const std::time_t now = Os().time(nullptr);
+  const std::time_t told = m_rows.empty() ? 0 : m_rows.front()->GetRecTime();
+  m_answerTime = told == 0 ? now : WholeTime(static_cast<std::int32_t>(told), now);
 }
 
 void RecordAsker::DropAnswer() { FreeRows(m_event.m_records); }

@@ -3,7 +3,10 @@
 #include <cstddef>
 #include <ctime>
 #include <list>
+#include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "node/RecordRequest.h"
 
@@ -21,8 +24,12 @@ class RecordAsker {
   [[nodiscard]] const char* Record() const { return m_request.GetRecordType(); }
   [[nodiscard]] unsigned char Category() const { return m_request.GetStructType(); }
   [[nodiscard]] CMBRecordRequestEvent& Event() { return m_event; }
-  /// The rows of the last answer; owned here, until the next answer. None is null.
+  /// See CMBRecordRequest::NamedRows().
+  void NameRows(std::vector<std::string> values) { m_request.NameRows(std::move(values)); }
+  /// The rows of the last answer, until the next answer. None is null.
   [[nodiscard]] const std::list<CMBRecord*>& Rows() const { return m_rows; }
+  /// Keeps the records of Rows() for as long as it is held.
+  [[nodiscard]] const std::shared_ptr<const void>& Owner() const { return m_owner; }
   /// Bytes of these rows.
   [[nodiscard]] std::size_t Bytes() const { return m_bytes; }
   /// Bytes of the rows that all askers on demand hold.
@@ -41,7 +48,8 @@ class RecordAsker {
 
   static inline std::size_t s_heldBytes = 0;
 
-  std::list<CMBRecord*> m_rows;
+  std::list<CMBRecord*> m_rows;  ///< of m_owner; the event knows its address
+  std::shared_ptr<const void> m_owner;
   std::size_t m_bytes = 0;
   bool m_isOnDemand;
   std::time_t m_answerTime = 0;

@@ -18,15 +18,29 @@ void RecordSinks::EndBatch() {
   }
 }
 
-void LastRows::Take(const ScheduledRows& rows) {
-  const auto kept = std::make_shared<KeptRows>();
-  kept->time = rows.time;
-  kept->rows.reserve(rows.rows.size());
+KeptRows KeptRows::Of(const ScheduledRows& rows) {
+  KeptRows kept{rows.time, {}, rows.owner};
+  kept.rows.reserve(rows.rows.size());
+  std::size_t bytes = 0;
   for (const CMBRecord* row : rows.rows) {
-    const auto* start = static_cast<const unsigned char*>(row->GetRecStart());
-    kept->rows.emplace_back(start, start + row->GetRecSize());
+    kept.rows.emplace_back(static_cast<const unsigned char*>(row->GetRecStart()),
+                           static_cast<std::size_t>(row->GetRecSize()));
+    bytes += kept.rows.back().size();
   }
-  m_kept[{rows.record, rows.category}] = kept;
+  if (kept.owner == nullptr) {
+    const auto copy = std::make_shared<std::vector<unsigned char>>();
+    copy->reserve(bytes);
+    for (std::span<const unsigned char>& row : kept.rows) {
+      copy->insert(copy->end(), row.begin(), row.end());
+      row = std::span(*copy).last(row.size());
+    }
+    kept.owner = copy;
+  }
+  return kept;
+}
+
+void LastRows::Take(const ScheduledRows& rows) {
+  m_kept[{rows.record, rows.category}] = std::make_shared<KeptRows>(KeptRows::Of(rows));
 }
 
 std::shared_ptr<const KeptRows> LastRows::Find(const std::string& record,

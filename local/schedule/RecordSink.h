@@ -11,19 +11,20 @@
 
 #include "node/Record.h"
 
-/// What one schedule's batch has made of one record. Valid for the call only.
+/// What one schedule's batch has made of one record.
 struct ScheduledRows {
   const char* record;
   unsigned char category;
   std::time_t time;  ///< seconds since the epoch at which the rows were built
   std::span<const CMBRecord* const> rows;
+  std::shared_ptr<const void> owner{};  ///< of the rows; without one they live for the call only
 };
 
 /// Takes the finished rows of the schedules, on the loop's thread.
 class RecordSink {
  public:
   virtual ~RecordSink() = default;
-  /// Keeps no pointer. An empty set of rows is given too.
+  /// An empty set of rows is given too.
   virtual void Take(const ScheduledRows& rows) = 0;
   /// The same look's rows without rates, where somebody wants them: counters are totals there. The
   /// time is that of the rows with rates, though a second may have begun between the two.
@@ -46,10 +47,14 @@ class RecordSinks : public RecordSink {
   std::vector<RecordSink*> m_sinks;
 };
 
-/// The bytes of the rows that a schedule made last.
+/// Rows of one record, as they were at one time.
 struct KeptRows {
   std::time_t time = 0;  ///< 0 until there are any
-  std::vector<std::vector<unsigned char>> rows;
+  std::vector<std::span<const unsigned char>> rows;
+  std::shared_ptr<const void> owner;  ///< of their bytes
+
+  /// Those of records; without an owner of theirs they are copied.
+  [[nodiscard]] static KeptRows Of(const ScheduledRows& rows);
 };
 
 /// Keeps the last rows of each record in memory.

@@ -35,16 +35,34 @@ std::string Suggestion(const std::string& record) {
   return "";
 }
 
-/// The next time that lies in the middle of a second of the wall clock. The agent counts intervals
-/// in whole seconds of that clock: a time near the turn of a second would make some intervals of
-/// one second 0 seconds long.
+constexpr std::chrono::milliseconds kSecond{1000};
+constexpr std::chrono::milliseconds kMiddle{500};
+/// So far from the middle of a second a schedule's time may lie.
+constexpr std::chrono::milliseconds kOffMiddle{100};
+
+/// How long after `time` the next middle of a second of the wall clock is. The agent counts
+/// intervals in whole seconds of that clock: a time near the turn of a second would make some
+/// intervals of one second 0 seconds long.
+Clock::duration UntilMiddleOfSecond(Clock::time_point time) {
+  const auto wall = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::system_clock::now().time_since_epoch() + (time - Clock::now()));
+  return (kSecond + kMiddle - wall % kSecond) % kSecond;
+}
+
 Clock::time_point NextMiddleOfSecond() {
-  using std::chrono::milliseconds;
-  constexpr milliseconds kSecond{1000};
-  constexpr milliseconds kMiddle{500};
-  const auto wall =
-      std::chrono::duration_cast<milliseconds>(std::chrono::system_clock::now().time_since_epoch());
-  return Clock::now() + (kSecond + kMiddle - wall % kSecond) % kSecond;
+  const Clock::time_point now = Clock::now();
+  return now + UntilMiddleOfSecond(now);
+}
+
+/// The same time, or the nearest middle of a second that is to come, where the wall clock has been
+/// set meanwhile.
+Clock::time_point NearMiddleOfSecond(Clock::time_point time) {
+  const Clock::duration ahead = UntilMiddleOfSecond(time);
+  const Clock::time_point before = time + ahead - kSecond;
+  if (ahead <= kOffMiddle || kSecond - ahead <= kOffMiddle) {
+    return time;
+  }
+  return ahead > kMiddle && before > Clock::now() ? before : time + ahead;
 }
 
 }  // namespace
@@ -177,7 +195,7 @@ void ScheduleBook::AskForDue() {
     }
     const auto passed = (now - entry->due) / entry->period;
     entry->skipped += static_cast<std::uint64_t>(passed);
-    entry->due += entry->period * (passed + 1);
+    entry->due = NearMiddleOfSecond(entry->due + entry->period * (passed + 1));
     if (entry->isWaiting) {
       ++entry->skipped;
     } else {
@@ -233,12 +251,14 @@ void ScheduleBook::Collect(CMBNode& node, const EntryList& due) {
     const std::vector<const CMBRecord*> rows = LoggedRows(node, *entry.asker);
     entry.rows = rows.size();
     entry.lastTime = entry.asker->AnswerTime();
-    m_sink.Take({entry.asker->Record(), entry.asker->Category(), entry.lastTime, rows});
+    m_sink.Take({entry.asker->Record(), entry.asker->Category(), entry.lastTime, rows,
+                 entry.asker->Owner()});
     // A first look, which has nothing to compare with, is no row of either.
     if (hasTotals && !rows.empty()) {
       m_sink.TakeTotals({entry.totals->Record(), entry.totals->Category(), entry.lastTime,
-                         LoggedRows(node, *entry.totals)});
+                         LoggedRows(node, *entry.totals), entry.totals->Owner()});
     }
   }
   m_sink.EndBatch();
+  m_desk.ReleaseMemory();
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -95,6 +96,17 @@ TEST_F(UnixAgentTest, ALostHelpersPipesAreMadeAnew) {
       Node().lines[2].text);
   EXPECT_EQ(std::vector<int>{m_agent->GetSocket()->GetListenFd()}, Node().watched);
   LoseHelper();  // The new pipe has a reader.
+}
+
+TEST_F(UnixAgentTest, NobodyElseMayTakeAnswersOutOfTheHelpersPipes) {
+  const mode_t mask = ::umask(0);
+  ASSERT_EQ(1, m_agent->InitConnection());
+  EXPECT_EQ(0U, ::umask(mask)) << "what is made later has other rights";
+  for (const char* pipe : {"qmt_hostutil_.pipe", "qmt_hostutil_.pipeOut"}) {
+    struct stat status {};
+    ASSERT_EQ(0, ::stat((std::string("opt/qmtrx/mond/") + pipe).c_str(), &status)) << pipe;
+    EXPECT_EQ(static_cast<mode_t>(S_IFIFO | 0600), status.st_mode) << pipe;
+  }
 }
 
 TEST_F(UnixAgentTest, PipesThatCannotBeMadeAnewLoseTheHelperAndNothingElse) {

@@ -20,7 +20,7 @@ import time
 
 from gate_load import MORE_MEGABYTES, is_strict, is_timed, memory
 from harness import Agent, client, fail, wait_for
-from iterator_kinds import Kinds, kill
+from iterator_kinds import Kinds, Titled, kill
 
 VARIABLE = "QMT_TASK_ITERATOR"
 RECORDS = ("PDI", "PD", "PDX")
@@ -172,12 +172,36 @@ def compare(walking, iterating):
     return compared, lasting, looks[3], tries
 
 
+def check_named(agent):
+    """What is kept of a process is read anew for who names it."""
+    def seen(*choice):
+        rows = agent.ask("get", "PDI", "--raw", *choice)[0]["rows"]
+        return next(row["Argument List"] for row in rows if row["PID"] == titled.pid)
+
+    with Titled() as titled:
+        choices = [("--where", f"PID={titled.pid}"), ("--where", "Program=named")]
+        pathlib.Path(f"/proc/{titled.pid}/comm").write_text("named", encoding="utf-8")
+        for number in range(40):
+            title = f"title {number}"
+            titled.write(title)
+            if seen(*choices[number % 2]) != title:
+                fail(f"the row of a process that was asked for by {choices[number % 2]} has not the title {title}")
+        older = 0
+        for number in range(20):
+            titled.write(f"later {number}")
+            older += seen() != f"later {number}"
+        if older == 0:
+            fail("the titles of all processes are read anew in each batch")
+    print(f"titles asked for by name are those of the moment; of others {older} of 20 are older", flush=True)
+
+
 def check_figures(build, work, options):
     with daemon(build, work / "proc", "proc") as walking, daemon(build, work / "iterator", "iterator") as iterating:
         expect_source(walking, "proc", "Process Source")
         expect_source(iterating, "iterator")
         if not re.search(r"Process source +iterator", client(iterating, "status")):
             fail("qmtctl status does not tell the source")
+        check_named(iterating)
         with Kinds(work, options.processes) as kinds:
             if len(kinds.sleepers) < LEAST_SLEEPERS:
                 skip(f"no more than {len(kinds.sleepers)} processes can be made: {kinds.error}")

@@ -201,6 +201,33 @@ CHANGERS = (
 )
 
 
+class Titled:
+    """A process that writes a title over its arguments, as often as it is told to."""
+
+    SCRIPT = """
+import ctypes, sys
+start, end = (int(word) for word in open("/proc/self/stat").read().rpartition(")")[2].split()[45:47])
+for line in sys.stdin:
+    ctypes.memmove(start, line.strip().encode().ljust(end - start, bytes(1)), end - start)
+    print(flush=True)
+"""
+
+    def __enter__(self):
+        self.process = subprocess.Popen([sys.executable, "-c", self.SCRIPT], stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE, text=True)
+        self.pid = self.process.pid
+        return self
+
+    def write(self, title):
+        self.process.stdin.write(f"{title}\n")
+        self.process.stdin.flush()
+        self.process.stdout.readline()
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.communicate()
+
+
 class Kinds:
     """They are there with the object; `sleepers` are alike and do nothing but be there."""
 

@@ -7,12 +7,36 @@
 #include <string_view>
 #include <utility>
 
+#include "collect/modern/process/ProcessDetail.h"
 #include "collect/modern/process/ProcessFiles.h"
 #include "collect/modern/process/ProcessText.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "support/ProductOptions.h"
 
+/// Tells whether a process has run between two looks, or has been moved.
+struct TaskMoment {
+  std::uint64_t runTime;
+  std::uint64_t switches;
+  std::uint64_t controlGroup;
+  std::uint32_t state;
+  std::uint32_t threads;
+  bool operator==(const TaskMoment&) const = default;
+};
+
+/// See KeptParts::Surroundings().
+struct KeptSurroundings : ProcessSurroundings {
+  KeptSurroundings(ProcessSurroundings read, const TaskMoment& moment)
+      : ProcessSurroundings(std::move(read)), of(moment) {}
+  TaskMoment of;
+};
+
 namespace {
+
+TaskMoment MomentOf(const TaskGroup& group) {
+  const TaskFigures& task = group.task;
+  return {task.runTime, task.voluntarySwitches + task.otherSwitches, task.controlGroup, task.state,
+          task.threads};
+}
 
 constexpr std::uint64_t kUsualPace = 10;
 constexpr std::size_t kMostKeptArguments = 1023;
@@ -42,6 +66,7 @@ void FitPart(const TaskFigures& task, KeptPart& part) {
   part.isRead = false;
   part.folderInode.reset();
   part.limits.reset();
+  part.surroundings.reset();
 }
 
 /// Threads come and go while the kernel is asked, so that a sum of them may lack one that is in the
@@ -97,6 +122,12 @@ std::size_t HeapOf(const std::string& text) {
   return isWithin ? 0 : text.capacity() + 1;
 }
 
+std::size_t BytesOf(const std::unique_ptr<KeptSurroundings>& kept) {
+  return kept == nullptr ? 0
+                         : sizeof *kept + HeapOf(kept->blockedIn) + HeapOf(kept->controlGroup) +
+                               HeapOf(kept->executable);
+}
+
 }  // namespace
 
 KeptPart::KeptPart() = default;
@@ -112,8 +143,9 @@ KeptParts& KeptParts::Instance() {
   return parts;
 }
 
-void KeptParts::Match(std::vector<TaskGroup>& groups) {
+void KeptParts::Match(std::vector<TaskGroup>& groups, std::span<const std::string> named) {
   ++m_batch;
+  m_named.assign(named.begin(), named.end());
   m_pace = ChosenPace();
   std::vector<std::unique_ptr<KeptPart>> parts;
   parts.reserve(groups.size());
@@ -135,7 +167,7 @@ void KeptParts::Match(std::vector<TaskGroup>& groups) {
 bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
                      PartWishes wishes) {
   KeptPart& part = *m_parts[index];
-  const bool isDue = !part.isRead || (static_cast<std::uint64_t>(part.pid) + m_batch) % m_pace == 0;
+  const bool isDue = !part.isRead || IsItsTurn(group.task, part);
   const bool wantsFolder = wishes.folder && (isDue || !part.folderInode);
   const bool wantsLimits = wishes.limits && (isDue || part.limits == nullptr);
   if (!isDue && !wantsFolder && !wantsLimits) {
@@ -158,6 +190,33 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
     ReadPartLimits(walk, folder, part);
   }
   return true;
+}
+
+bool KeptParts::IsItsTurn(const TaskFigures& task, const KeptPart& part) const {
+  if ((static_cast<std::uint64_t>(part.pid) + m_batch) % m_pace == 0) {
+    return true;
+  }
+  if (m_named.empty()) {
+    return false;
+  }
+  const std::string pid = std::to_string(part.pid);
+  return std::ranges::any_of(m_named, [&](const std::string& name) {
+    return name == pid || name == NameOfTask(task, part);
+  });
+}
+
+const ProcessSurroundings* KeptParts::Surroundings(const TaskGroup& group,
+                                                   std::size_t index) const {
+  const KeptPart& part = *m_parts[index];
+  const KeptSurroundings* const kept = part.surroundings.get();
+  return kept == nullptr || kept->of != MomentOf(group) || IsItsTurn(group.task, part) ? nullptr
+                                                                                      : kept;
+}
+
+void KeptParts::KeepSurroundings(const TaskGroup& group, std::size_t index,
+                                 ProcessSurroundings read) {
+  m_parts[index]->surroundings =
+      std::make_unique<KeptSurroundings>(std::move(read), MomentOf(group));
 }
 
 bool KeptParts::ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part) {
@@ -193,7 +252,7 @@ std::size_t KeptParts::Bytes() const {
   std::size_t bytes = m_parts.capacity() * sizeof m_parts.front();
   for (const auto& part : m_parts) {
     bytes += sizeof *part + HeapOf(part->commandLine) + HeapOf(part->kernelName) +
-             (part->limits == nullptr ? 0 : sizeof *part->limits);
+             (part->limits == nullptr ? 0 : sizeof *part->limits) + BytesOf(part->surroundings);
   }
   return bytes;
 }

@@ -14,6 +14,8 @@
 #include "collect/modern/process/TaskTimes.h"
 
 struct ProcessLimits;
+struct ProcessSurroundings;
+struct KeptSurroundings;
 
 /// The figures of a process that only grow.
 inline constexpr std::array kGrowingTaskFigures{
@@ -40,6 +42,7 @@ struct KeptPart {
   std::string kernelName;    ///< of a thread of the kernel, which may be longer than that of a task
   std::optional<std::uint64_t> folderInode;  ///< see ReadFolderInode(); where it was wished for
   std::unique_ptr<ProcessLimits> limits;     ///< where they were wished for
+  std::unique_ptr<KeptSurroundings> surroundings;  ///< the same
 
   // What it has been told with: figures that never fall.
   TaskTimes times;
@@ -66,13 +69,21 @@ class KeptParts {
   static KeptParts& Instance();
 
   /// A new batch: makes the parts those of these processes, which are in the order of their
-  /// numbers, and puts the figures that never fall into the processes; times stay in the parts.
-  void Match(std::vector<TaskGroup>& groups);
+  /// numbers, and puts the figures that never fall into the processes; times stay in the parts. Of
+  /// processes whose number or name is one of `named` everything is read anew in this batch.
+  void Match(std::vector<TaskGroup>& groups, std::span<const std::string> named = {});
   /// Of the process of that place in the last Match().
   [[nodiscard]] const KeptPart& At(std::size_t index) const { return *m_parts[index]; }
   /// Reads what is due of a process; false if it has ended before its part could be read.
   [[nodiscard]] bool Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
                           PartWishes wishes);
+  /// What is kept of the surroundings of that process: null where they are to be read, as it has run
+  /// since or stands in another control group, or as its turn has come. Who does not run opens no
+  /// file and waits where it waited.
+  [[nodiscard]] const ProcessSurroundings* Surroundings(const TaskGroup& group,
+                                                        std::size_t index) const;
+  /// Keeps them, as they were read in this batch.
+  void KeepSurroundings(const TaskGroup& group, std::size_t index, ProcessSurroundings read);
   void Clear() { m_parts.clear(); }
   [[nodiscard]] std::size_t Count() const { return m_parts.size(); }
   /// Memory of all parts.
@@ -80,8 +91,11 @@ class KeptParts {
 
  private:
   [[nodiscard]] bool ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part);
+  /// Whether the pace or a name wants the process read anew in this batch.
+  [[nodiscard]] bool IsItsTurn(const TaskFigures& task, const KeptPart& part) const;
 
   std::vector<std::unique_ptr<KeptPart>> m_parts;  ///< in the order of their numbers
+  std::vector<std::string> m_named;
   std::uint64_t m_batch = 0;
   std::uint64_t m_pace = 1;
 };

@@ -265,8 +265,14 @@ void ReadTaskDetails(const std::vector<TaskGroup>& groups, std::span<const std::
     }
     ProcessDetail detail;
     TakeTaskDetail(group, parts.At(index), boot, detail);
+    if (const ProcessSurroundings* const kept = parts.Surroundings(group, index)) {
+      static_cast<ProcessSurroundings&>(detail) = *kept;
+      rows.push_back(std::move(detail));
+      continue;
+    }
     Descriptor folder(walk.Open(ProcessFolder(std::to_string(group.task.tgid).c_str()).PathOf({})));
     if (folder.IsOpen() && reader.ReadRest(std::move(folder), detail)) {
+      parts.KeepSurroundings(group, index, detail);
       rows.push_back(std::move(detail));
     }
   }

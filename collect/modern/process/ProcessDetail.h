@@ -10,11 +10,26 @@
 class Process;
 struct TaskGroup;
 
+/// What a process holds and where it stands, as its files in /proc tell. What is not told is as in
+/// ProcessDetail.
+struct ProcessSurroundings {
+  /// Entries of fd. Kernels before 6.2 want the rights of who may trace it for that; 100,000 there
+  /// stand for more too.
+  double openFiles = kNotTold;
+  double oomScore = kNotTold;
+  double oomScoreAdjust = kNotTold;  ///< with its sign
+  /// The kernel's function that its first thread waits in; empty for none, for a thread that runs,
+  /// and without the rights of who may trace it.
+  std::string blockedIn;
+  std::string controlGroup;  ///< see ControlGroupOf()
+  std::string executable;    ///< with " (deleted)" behind it if its file has gone
+};
+
 /// One process, more closely than a walk over all of them tells it. A number that the kernel or a
 /// right does not give is kNotTold, a text empty: a process of the kernel has neither memory nor a
 /// program, one that has ended and is not fetched yet has lost them. Texts have blanks in the place
 /// of control characters, and none at the end.
-struct ProcessDetail {
+struct ProcessDetail : ProcessSurroundings {
   // Of stat.
   std::int32_t pid = 0;
   std::uint64_t startTicks = 0;  ///< since the start of the host; tells a number used again
@@ -48,17 +63,7 @@ struct ProcessDetail {
   // Of schedstat, which is that of the first thread alone: no sum over the process.
   double runDelaySeconds = kNotTold;  ///< ready, but waiting for a processor
 
-  /// Entries of fd. Kernels before 6.2 want the rights of who may trace it for that; 100,000 there
-  /// stand for more too.
-  double openFiles = kNotTold;
-  double oomScore = kNotTold;
-  double oomScoreAdjust = kNotTold;  ///< with its sign
-  /// The kernel's function that its first thread waits in; empty for none, for a thread that runs,
-  /// and without the rights of who may trace it.
-  std::string blockedIn;
-  std::string controlGroup;  ///< see ControlGroupOf()
-  std::string executable;    ///< with " (deleted)" behind it if its file has gone
-  std::string commandLine;   ///< 1,023 bytes at most
+  std::string commandLine;  ///< 1,023 bytes at most
 };
 
 /// Fills the rows anew with all processes of /proc, in its order. A process that has ended

@@ -118,10 +118,11 @@ bool TaskSource::ReadNextMissing(Process& record) {
 
 void TaskSource::Begin() {
   m_hasBegun = true;
-  KeptParts::Instance().Match(m_groups);
   if (m_pCollector == nullptr) {
+    KeptParts::Instance().Match(m_groups);
     return;
   }
+  KeptParts::Instance().Match(m_groups, m_pCollector->NamedRows());
   m_pCollector->GetProcessLimits()->clear();
   m_wishes = {m_pCollector->Wants(COLLECT_PROCESS_FOLDER),
               m_pCollector->Wants(COLLECT_PROCESS_LIMITS)};

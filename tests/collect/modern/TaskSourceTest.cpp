@@ -247,6 +247,65 @@ TEST_F(TaskSourceTest, ThePaceReadsPartsAnew) {
   }
 }
 
+TEST_F(TaskSourceTest, SurroundingsAreReadAnewOfWhoHasRunOrWasMoved) {
+  TaskFigures task = MakeTask(20, 20);
+  task.virtualPages = 1;
+  WriteParts(20, "x");
+  int scores = 100;
+  const auto isReadAnew = [&] {
+    WriteTasks({task});
+    m_host->Write("/proc/20/oom_score", std::to_string(++scores) + "\n");
+    EXPECT_EQ(m_collector.collect(CollectionMask{COLLECT_PROCESS_DETAIL}), nullptr);
+    const std::vector<ProcessDetail>& rows = m_collector.GetModern()->processes;
+    EXPECT_EQ(rows.size(), 1U);
+    return !rows.empty() && rows[0].oomScore == scores;
+  };
+  EXPECT_TRUE(isReadAnew());
+  EXPECT_FALSE(isReadAnew()) << "it has not run since";
+  const std::pair<const char*, std::function<void()>> changes[] = {
+      {"it has run", [&] { ++task.runTime; }},
+      {"it has waited", [&] { ++task.voluntarySwitches; }},
+      {"it had to give way", [&] { ++task.otherSwitches; }},
+      {"it was moved", [&] { ++task.controlGroup; }},
+      {"it was stopped", [&] { task.state = 4; }},
+      {"it has a thread more", [&] { ++task.threads; }},
+      {"it is another program", [&] { ++task.selfExecId; }},
+      {"it is another process",
+       [&] {
+         task.startTime += 1'000'000'000;
+         WriteParts(20, "x", static_cast<int>(task.startTime / 10'000'000));
+       }},
+      {"it is named", [&] { m_collector.NameRows({"20"}); }}};
+  for (const auto& [what, change] : changes) {
+    change();
+    EXPECT_TRUE(isReadAnew()) << what;
+    m_collector.NameRows({});
+    EXPECT_FALSE(isReadAnew()) << "after that " << what;
+  }
+  Choose("auto", "1");
+  EXPECT_TRUE(isReadAnew()) << "its turn";
+}
+
+TEST_F(TaskSourceTest, APartThatIsAskedForByNameIsReadAnew) {
+  TaskFigures task = MakeTask(20, 20);
+  task.virtualPages = 1;
+  WriteTasks({task});
+  WriteParts(20, "old");
+  EXPECT_EQ(Names(), "20<task>[old]");
+  WriteParts(20, "new");
+  for (const char* other : {"2", "200", "tas", ""}) {
+    m_collector.NameRows({other});
+    EXPECT_EQ(Names(), "20<task>[old]") << other;
+  }
+  m_collector.NameRows({"other", "task"});
+  EXPECT_EQ(Names(), "20<task>[new]");
+  WriteParts(20, "newer");
+  m_collector.NameRows({});
+  EXPECT_EQ(Names(), "20<task>[new]");
+  m_collector.NameRows({"20"});
+  EXPECT_EQ(Names(), "20<task>[newer]");
+}
+
 TEST_F(TaskSourceTest, KeptMemoryIsBoundedAndFreed) {
   std::vector<TaskFigures> tasks;
   for (int pid = 1; pid <= 100; ++pid) {

@@ -451,8 +451,10 @@ TEST(AlarmCaptureTest, TheGreatestRowsOfARecordWithoutAnEndAreKept) {
       FieldLayout{"Memory Bytes", FieldType::kUlong, 20, 4, FieldMeaning::gauge}};
   static constexpr RecordLayout kGroups{"CGRP", "recordFake", '4', sizeof(recordFake), kFields};
   KeptRows rows;
+  std::vector<std::vector<unsigned char>> bytes;
   for (std::uint32_t i = 0; i < 1500; ++i) {
-    rows.rows.push_back(AlarmRow("x", i * 7 % 1500));
+    bytes.push_back(AlarmRow("x", i * 7 % 1500));
+    rows.rows.emplace_back(bytes.back());
   }
   const std::vector<std::size_t> chosen = ChosenRows(kGroups, rows);
   ASSERT_EQ(chosen.size(), AlarmCapture::kMostRows);

@@ -69,6 +69,19 @@ TEST_F(HistoryStoreTest, KeepsEachFieldInAColumnOfItsTypeAndItsLabel) {
   EXPECT_THAT(m_told, ElementsAre(HasSubstr("rows of BARE are not kept")));
 }
 
+// The record tells the low 32 bits of its time alone.
+TEST_F(HistoryStoreTest, KeepsTheWholeTimeOfARow) {
+  constexpr std::int64_t kTurn = std::int64_t{1} << 31;
+  Keep();
+  for (const std::int64_t time : {kTurn - 1, kTurn, kTurn + 1, 2 * kTurn - 1, 2 * kTurn}) {
+    const FakeRecord record(1, static_cast<std::int32_t>(static_cast<std::uint32_t>(time)));
+    const std::vector<const CMBRecord*> rows{&record};
+    m_store.Take({"FAKE", '4', time, rows});
+    m_store.EndBatch();
+    EXPECT_EQ(Number("SELECT \"Record Time\" FROM FAKE ORDER BY rowid DESC LIMIT 1"), time);
+  }
+}
+
 TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
   Keep();
   for (const std::int32_t time : {100, 110, 120}) {
