@@ -227,8 +227,10 @@ std::vector<std::string> RecordReader::Read(RecordSink& sink) {
     if (error.empty()) {
       continue;
     }
-    m_anyFailed = m_anyFailed || error != kNoRows;
-    notes.push_back(m_missing[i].empty() ? m_names[i].Text() + ": " + error : m_missing[i]);
+    const bool isFailed = error != kNoRows;
+    m_anyFailed = m_anyFailed || isFailed;
+    const bool isUnknown = isFailed && !m_missing[i].empty();
+    notes.push_back(isUnknown ? m_missing[i] : m_names[i].Text() + ": " + error);
   }
   return notes;
 }
