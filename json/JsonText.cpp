@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <istream>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -115,7 +116,9 @@ class JsonWriter {
 /// on two stacks, so that each gets a list of its size at its end.
 class JsonReader : public nlohmann::json_sax<Library> {
  public:
-  explicit JsonReader(const JsonLimits& limits) : m_limits(limits) {}
+  /// `taker`, not owned, may be null.
+  explicit JsonReader(const JsonLimits& limits, const JsonRowTaker* taker = nullptr)
+      : m_limits(limits), m_taker(taker) {}
 
   [[nodiscard]] ParsedJson Take() { return std::move(m_parsed); }
 
@@ -128,7 +131,11 @@ class JsonReader : public nlohmann::json_sax<Library> {
   bool binary(binary_t&) override { return false; }
   bool start_object(std::size_t) override { return Open({.begin = m_members.size()}); }
   bool start_array(std::size_t) override {
-    return Open({.isArray = true, .begin = m_elements.size()});
+    const bool isOfRows = m_taker != nullptr && IsAtRows();
+    if (isOfRows) {
+      m_taker->begin(SoFar(m_levels[0]), m_elements.size() - m_levels[1].begin, SoFar(m_levels[2]));
+    }
+    return Open({.isArray = true, .isOfRows = isOfRows, .begin = m_elements.size()});
   }
   bool end_object() override { return Close(m_members); }
   bool end_array() override { return Close(m_elements); }
@@ -156,6 +163,7 @@ class JsonReader : public nlohmann::json_sax<Library> {
   /// An object or array that has not ended.
   struct Level {
     bool isArray = false;
+    bool isOfRows = false;
     std::size_t begin = 0;    ///< of its entries on their stack
     std::size_t members = 0;  ///< of an object, those of the same name counted too
     std::size_t member = 0;   ///< on the stack, whose value comes next
@@ -164,12 +172,33 @@ class JsonReader : public nlohmann::json_sax<Library> {
   bool Add(Json value) {
     if (m_levels.empty()) {
       m_parsed.value = std::move(value);
+    } else if (m_levels.back().isOfRows) {
+      m_taker->row(std::move(value));
     } else if (m_levels.back().isArray) {
       m_elements.push_back(std::move(value));
     } else {
       m_members[m_levels.back().member].value = std::move(value);
     }
     return true;
+  }
+
+  /// Whether the array that begins is that of a result's rows.
+  [[nodiscard]] bool IsAtRows() const {
+    return m_levels.size() == 3 && IsMember(m_levels[0], "results") && m_levels[1].isArray &&
+           IsMember(m_levels[2], "rows");
+  }
+
+  /// Whether the level is an object whose member of that name has come last.
+  [[nodiscard]] bool IsMember(const Level& level, std::string_view name) const {
+    return !level.isArray && m_members[level.member].name == name;
+  }
+
+  /// The members that an object which has not ended has before the one that came last.
+  [[nodiscard]] Json SoFar(const Level& object) const {
+    const auto at = [this](std::size_t place) {
+      return m_members.begin() + static_cast<std::ptrdiff_t>(place);
+    };
+    return Json::MemberList(at(object.begin), at(object.member));
   }
 
   bool Open(const Level& level) {
@@ -196,6 +225,7 @@ class JsonReader : public nlohmann::json_sax<Library> {
   }
 
   JsonLimits m_limits;
+  const JsonRowTaker* m_taker;
   ParsedJson m_parsed;
   std::vector<Level> m_levels;
   Json::ElementList m_elements;
@@ -207,6 +237,14 @@ class JsonReader : public nlohmann::json_sax<Library> {
 ParsedJson ParseJson(std::string_view text, const JsonLimits& limits) {
   JsonReader reader(limits);
   Library::sax_parse(text, &reader);
+  return reader.Take();
+}
+
+ParsedJson ParseJsonRows(std::streambuf& bytes, const JsonLimits& limits,
+                         const JsonRowTaker& taker) {
+  std::istream stream(&bytes);
+  JsonReader reader(limits, &taker);
+  Library::sax_parse(stream, &reader);
   return reader.Take();
 }
 

@@ -72,8 +72,8 @@ void WorkGroup::CopyLists(const WorkGroup& other) {
 }
 
 const RegExp* WorkGroup::AddItem(WorkgroupList list, const char* text, bool isRegexp) {
-  auto& [items, texts] = m_lists[static_cast<std::size_t>(list)];
-  if (texts.count(text) != 0) {
+  auto& [items, places, expressions] = m_lists[static_cast<std::size_t>(list)];
+  if (places.contains(text)) {
     Trace(20, kWarning, "Duplicate Item %1 found in the workgroup file. Ignored", text);
     if (isRegexp) {
       Trace(30, kWarning, "Item is a regular expression");
@@ -84,22 +84,26 @@ const RegExp* WorkGroup::AddItem(WorkgroupList list, const char* text, bool isRe
   item.text = text;
   if (isRegexp) {
     item.expression = std::make_unique<RegExp>(text);
+    expressions.push_back(items.size() - 1);
   }
-  texts.insert(item.text);
+  places.emplace(item.text, items.size() - 1);
   return item.expression.get();
 }
 
-bool WorkGroup::Item::Matches(const char* subject) const {
-  return expression ? expression->match(subject) != 0 : text == subject;
-}
-
 const WorkGroup::Item* WorkGroup::FindItem(WorkgroupList list, const char* subject) const {
-  for (const Item& item : At(list).items) {
-    if (item.Matches(subject)) {
-      return &item;
+  const auto& [items, places, expressions] = At(list);
+  const auto same = items.empty() ? places.end() : places.find(subject);
+  const bool isLiteral = same != places.end() && items[same->second].expression == nullptr;
+  const std::size_t literal = isLiteral ? same->second : items.size();
+  for (const std::size_t place : expressions) {
+    if (place > literal) {
+      break;
+    }
+    if (items[place].expression->match(subject) != 0) {
+      return &items[place];
     }
   }
-  return nullptr;
+  return isLiteral ? &items[literal] : nullptr;
 }
 
 bool WorkGroup::MatchItem(WorkgroupList list, const char* subject) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -8,7 +9,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
+#include <unordered_map>
+#include <vector>
 
 #include "support/RegExp.h"
 
@@ -140,11 +142,11 @@ class WorkGroup {
   struct Item {
     std::string text;
     std::unique_ptr<RegExp> expression;  ///< null for a literal
-    [[nodiscard]] bool Matches(const char* subject) const;
   };
   struct List {
-    std::deque<Item> items;  // a deque, since `texts` refers into it
-    std::unordered_set<std::string_view> texts;
+    std::deque<Item> items;  // a deque, since `places` refers into it
+    std::unordered_map<std::string_view, std::size_t> places;
+    std::vector<std::size_t> expressions;  ///< places of those, in order
   };
   struct Found {
     WorkgroupList list;
@@ -154,6 +156,7 @@ class WorkGroup {
   [[nodiscard]] const List& At(WorkgroupList list) const {
     return m_lists[static_cast<std::size_t>(list)];
   }
+  /// The first one that matches; costs no more for many literals than for one.
   [[nodiscard]] const Item* FindItem(WorkgroupList list, const char* subject) const;
   [[nodiscard]] Found FindFirst(const char* user, const char* group, const char* program,
                                 const char* arguments) const;

@@ -71,15 +71,14 @@ const Json& ObjectsMember(const Json& object, const char* name) {
   return value;
 }
 
-void CheckRows(const Json& rows) {
-  for (const Json& row : rows.Elements()) {
-    for (const JsonMember& member : row.Members()) {
-      if (member.value.IsStructured()) {
-        FailMember("rows", "an array of objects of plain values");
-      }
-    }
+void CheckRow(const Json& row) {
+  const auto isPlain = [](const JsonMember& member) { return !member.value.IsStructured(); };
+  if (!row.IsObject() || !std::ranges::all_of(row.Members(), isPlain)) {
+    FailMember("rows", "an array of objects of plain values");
   }
 }
+
+void CheckRows(const Json& rows) { std::ranges::for_each(rows.Elements(), CheckRow); }
 
 bool IsTexts(const Json& value) {
   const auto isText = [](const Json& element) { return element.IsString(); };

@@ -27,5 +27,7 @@
 [[nodiscard]] bool IsTexts(const Json& value);
 /// The texts of such an array.
 [[nodiscard]] std::vector<std::string> TextsOf(const Json& value);
+/// Throws unless it is an object of plain values.
+void CheckRow(const Json& row);
 /// Throws unless the values of the rows, objects of an array, are plain ones.
 void CheckRows(const Json& rows);

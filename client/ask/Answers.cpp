@@ -95,6 +95,24 @@ RecordName ParseRecordName(std::string_view text) {
   return record;
 }
 
+RecordAnswer ReadResult(const Json& result, const RecordName& asked) {
+  RecordAnswer record;
+  record.record = TextMember(result, "record");
+  if (record.record != asked.name) {
+    FailMember("record", "the record that was asked");
+  }
+  if (result.Find("error") != nullptr) {
+    record.error = ErrorText(ObjectMember(result, "error"));
+    return record;
+  }
+  record.category = TextMember(result, "category");
+  if (!asked.category.empty() && record.category != asked.category) {
+    FailMember("category", "the category that was asked");
+  }
+  record.time = WholeMember(result, "time");
+  return record;
+}
+
 std::vector<RecordAnswer> ReadResults(Json& answer, const std::vector<RecordName>& asked) {
   const Json& results = ObjectsMember(answer, "results");
   if (results.Size() != asked.size()) {
@@ -103,22 +121,11 @@ std::vector<RecordAnswer> ReadResults(Json& answer, const std::vector<RecordName
   std::vector<RecordAnswer> records;
   for (std::size_t i = 0; i < asked.size(); ++i) {
     Json& result = answer["results"][i];
-    RecordAnswer& record = records.emplace_back();
-    record.record = TextMember(result, "record");
-    if (record.record != asked[i].name) {
-      FailMember("record", "the record that was asked");
+    RecordAnswer& record = records.emplace_back(ReadResult(result, asked[i]));
+    if (record.error.empty()) {
+      CheckRows(ObjectsMember(result, "rows"));
+      record.rows = std::move(result["rows"]);
     }
-    if (result.Find("error") != nullptr) {
-      record.error = ErrorText(ObjectMember(result, "error"));
-      continue;
-    }
-    record.category = TextMember(result, "category");
-    if (!asked[i].category.empty() && record.category != asked[i].category) {
-      FailMember("category", "the category that was asked");
-    }
-    record.time = WholeMember(result, "time");
-    CheckRows(ObjectsMember(result, "rows"));
-    record.rows = std::move(result["rows"]);
   }
   return records;
 }

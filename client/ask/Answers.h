@@ -136,6 +136,8 @@ struct ReportTable {
 // What the daemon answered, checked member by member. Each throws ClientError, naming the member,
 // for an answer that is not what the control protocol promises.
 
+/// What a result of "get" or "last" says beside its rows, which must be that of `asked`.
+[[nodiscard]] RecordAnswer ReadResult(const Json& result, const RecordName& asked);
 /// The results of "get" and "last", which must be those of `asked`. Takes the rows out of `answer`.
 [[nodiscard]] std::vector<RecordAnswer> ReadResults(Json& answer,
                                                     const std::vector<RecordName>& asked);

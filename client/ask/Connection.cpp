@@ -10,10 +10,12 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <streambuf>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "client/ask/AnswerMembers.h"
 #include "client/ask/Errors.h"
 #include "client/ask/SafeText.h"
 #include "json/JsonText.h"
@@ -72,10 +74,8 @@ std::string RequestLine(const Json& request) {
   return line;
 }
 
-}  // namespace
-
-Json ParseAnswer(std::string_view line) {
-  ParsedJson parsed = ParseJson(line, kAnswerLimits);
+/// The value. Throws ClientError for a fault.
+Json Parsed(ParsedJson parsed) {
   switch (parsed.fault) {
     case JsonFault::kNone:
       break;
@@ -88,6 +88,56 @@ Json ParseAnswer(std::string_view line) {
   }
   return std::move(parsed.value);
 }
+
+}  // namespace
+
+/// The bytes of the next answer up to its newline, taken as they come.
+class Connection::LineStream : public std::streambuf {
+ public:
+  LineStream(Connection& connection, Waiting& waiting)
+      : m_connection(connection), m_waiting(waiting) {}
+
+  /// What was read since the row before is let go, or goes on to count.
+  void EndRow(bool isLetGo) {
+    const std::size_t place = m_shownBefore + static_cast<std::size_t>(gptr() - eback());
+    m_kept += isLetGo ? 0 : place - m_rowEnd;
+    m_rowEnd = place;
+  }
+
+  /// Takes the newline, once all before it was read.
+  void TakeNewline() { m_connection.m_received.erase(0, 1); }
+
+ protected:
+  int_type underflow() override {
+    std::string& received = m_connection.m_received;
+    const auto read = static_cast<std::size_t>(egptr() - eback());
+    m_shownBefore += read;
+    received.erase(0, read);
+    setg(nullptr, nullptr, nullptr);
+    if (received.empty()) {
+      if (m_kept + m_shownBefore - m_rowEnd > m_connection.m_limits.answerBytes) {
+        m_connection.FailLong();
+      }
+      if (m_waiting.hasBegun) {
+        // What the rows took that have come is no silence of the daemon's.
+        m_waiting.deadline = m_connection.SilenceEnd(m_waiting);
+      }
+      m_connection.ReceiveMore(m_waiting);
+    }
+    const std::size_t size = std::min(received.find('\n'), received.size());
+    setg(received.data(), received.data(), received.data() + size);
+    return size == 0 ? traits_type::eof() : traits_type::to_int_type(received.front());
+  }
+
+ private:
+  Connection& m_connection;
+  Waiting& m_waiting;
+  std::size_t m_shownBefore = 0;  ///< bytes before those that can be read now
+  std::size_t m_rowEnd = 0;       ///< bytes up to the end of the row that came last
+  std::size_t m_kept = 0;         ///< of them, those of rows that are kept
+};
+
+Json ParseAnswer(std::string_view line) { return Parsed(ParseJson(line, kAnswerLimits)); }
 
 Connection::Connection(std::string path, int stop, ConnectionLimits limits)
     : m_path(std::move(path)), m_stop(stop), m_limits(limits) {
@@ -148,17 +198,48 @@ void Connection::FailConnect(int error) const {
   }
 }
 
-Json Connection::Ask(Json request) {
+Connection::Waiting Connection::SendRequest(Json request) {
   if (request.Find("id") == nullptr) {
     request["id"] = ++m_lastId;
   }
-  const Json id = request["id"];
   const std::string line = RequestLine(request);
   const TimePoint begin = std::chrono::steady_clock::now();
   const TimePoint end = begin + m_limits.whole;
   const TimePoint deadline = std::min(begin + m_limits.answer, end);
   Send(line, deadline);
-  Json answer = ParseAnswer(ReceiveLine(deadline, end));
+  return {std::move(request["id"]), deadline, end, false};
+}
+
+Json Connection::Ask(Json request) {
+  Waiting waiting = SendRequest(std::move(request));
+  Json answer = ParseAnswer(ReceiveLine(waiting));
+  CheckAnswer(answer, waiting.id);
+  return answer;
+}
+
+Json Connection::AskRows(Json request, const RowTaker& taker) {
+  Waiting waiting = SendRequest(std::move(request));
+  LineStream line(*this, waiting);
+  std::size_t next = 0;
+  const JsonRowTaker checked{[&](const Json& answer, std::size_t place, const Json& result) {
+                               CheckAnswer(answer, waiting.id);
+                               if (place < next) {
+                                 throw ClientError("broken answer: a result with its rows twice");
+                               }
+                               next = place + 1;
+                               taker.begin(place, result);
+                             },
+                             [&](Json row) {
+                               CheckRow(row);
+                               line.EndRow(taker.row(std::move(row)));
+                             }};
+  Json answer = Parsed(ParseJsonRows(line, kAnswerLimits, checked));
+  line.TakeNewline();
+  CheckAnswer(answer, waiting.id);
+  return answer;
+}
+
+void Connection::CheckAnswer(const Json& answer, const Json& id) const {
   if (!answer.IsObject()) {
     throw ClientError("broken answer: not an object");
   }
@@ -176,7 +257,6 @@ Json Connection::Ask(Json request) {
   if (!ok->Bool()) {
     ThrowRefusal(answer);
   }
-  return answer;
 }
 
 void Connection::FailLate() const {
@@ -218,8 +298,7 @@ void Connection::Send(std::string_view line, TimePoint deadline) {
   }
 }
 
-std::string Connection::ReceiveLine(TimePoint deadline, TimePoint end) {
-  std::array<char, 65536> chunk;
+std::string Connection::ReceiveLine(Waiting& waiting) {
   std::size_t searched = 0;
   while (true) {
     const std::size_t newline = m_received.find('\n', searched);
@@ -230,23 +309,42 @@ std::string Connection::ReceiveLine(TimePoint deadline, TimePoint end) {
     }
     searched = m_received.size();
     if (searched > m_limits.answerBytes) {
-      throw ClientError("broken answer: longer than " + std::to_string(m_limits.answerBytes) +
-                        " bytes");
+      FailLong();
     }
+    ReceiveMore(waiting);
+  }
+}
+
+Connection::TimePoint Connection::SilenceEnd(const Waiting& waiting) const {
+  return std::min(std::chrono::steady_clock::now() + m_limits.answer, waiting.end);
+}
+
+void Connection::ReceiveMore(Waiting& waiting) {
+  std::array<char, 65536> chunk;
+  while (true) {
     // Where bytes always wait, no waiting would end.
-    if (std::chrono::steady_clock::now() >= end) {
+    if (std::chrono::steady_clock::now() >= waiting.end) {
       FailLate();
     }
-    Await(POLLIN, deadline);
+    Await(POLLIN, waiting.deadline);
     const ssize_t count = ::recv(m_socket.Get(), chunk.data(), chunk.size(), MSG_DONTWAIT);
     if (count > 0) {
+      waiting.hasBegun = true;
       m_received.append(chunk.data(), static_cast<std::size_t>(count));
-      deadline = std::min(std::chrono::steady_clock::now() + m_limits.answer, end);
-    } else if (count == 0) {
+      waiting.deadline = SilenceEnd(waiting);
+      return;
+    }
+    if (count == 0) {
       throw ClientError("the daemon at " + Where() + " closed the connection " +
-                        (m_received.empty() ? "without an answer" : "in the middle of an answer"));
-    } else if (errno != EAGAIN && errno != EINTR) {
+                        (waiting.hasBegun ? "in the middle of an answer" : "without an answer"));
+    }
+    if (errno != EAGAIN && errno != EINTR) {
       throw ClientError("cannot read from " + Where() + ": " + ErrnoText(errno));
     }
   }
+}
+
+void Connection::FailLong() const {
+  throw ClientError("broken answer: longer than " + std::to_string(m_limits.answerBytes) +
+                    " bytes");
 }

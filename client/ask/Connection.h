@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -16,7 +17,17 @@ struct ConnectionLimits {
       std::chrono::seconds(30);  ///< silence of the daemon; sending the request included
   /// From sending a request to the end of its answer, however lively the daemon is.
   std::chrono::milliseconds whole = std::chrono::hours(24);
-  std::size_t answerBytes = std::size_t{128} << 20;  ///< without the newline
+  /// Of an answer, or of what is held of it at a time. Without the newline.
+  std::size_t answerBytes = std::size_t{128} << 20;
+};
+
+/// Takes the rows of an answer as they come.
+struct RowTaker {
+  /// The rows of the result at `place` begin, whose members so far `result` has.
+  std::function<void(std::size_t place, const Json& result)> begin;
+  /// The next row, an object of plain values. Returns whether it was let go: one that is kept goes
+  /// on to count.
+  std::function<bool(Json row)> row;
 };
 
 /// The longest request that the daemon takes, in bytes with its newline.
@@ -35,13 +46,34 @@ class Connection {
   /// else.
   [[nodiscard]] Json Ask(Json request);
 
+  /// As Ask, of an answer with results, which may have any length: its rows go to `taker` as they
+  /// come, and the answer returned has none. After an exception, that of `taker` included, the
+  /// connection is of no more use, but for RefusedError.
+  [[nodiscard]] Json AskRows(Json request, const RowTaker& taker);
+
  private:
   using TimePoint = std::chrono::steady_clock::time_point;
+  class LineStream;
+
+  struct Waiting {
+    Json id;             ///< of the request
+    TimePoint deadline;  ///< for the next bytes
+    TimePoint end;       ///< for all of them
+    bool hasBegun;       ///< some have come
+  };
 
   void Connect();
   void Send(std::string_view line, TimePoint deadline);
-  /// Waits until `deadline` for the first bytes, and until `end` for all of them.
-  [[nodiscard]] std::string ReceiveLine(TimePoint deadline, TimePoint end);
+  /// Sends the request, under an id.
+  [[nodiscard]] Waiting SendRequest(Json request);
+  [[nodiscard]] std::string ReceiveLine(Waiting& waiting);
+  /// Until when bytes must come from now on.
+  [[nodiscard]] TimePoint SilenceEnd(const Waiting& waiting) const;
+  /// Appends the next bytes to m_received.
+  void ReceiveMore(Waiting& waiting);
+  /// Whether an answer, or what has come of it, is one of that id, and good.
+  void CheckAnswer(const Json& answer, const Json& id) const;
+  [[noreturn]] void FailLong() const;
   void Await(short events, TimePoint deadline) const;
   [[noreturn]] void FailLate() const;
   [[noreturn]] void FailConnect(int error) const;

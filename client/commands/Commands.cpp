@@ -13,6 +13,7 @@
 #include "client/commands/ConfigText.h"
 #include "client/looks/Pace.h"
 #include "client/looks/RecordNames.h"
+#include "client/show/RecordWriters.h"
 #include "client/show/RowValues.h"
 #include "json/JsonText.h"
 
@@ -27,33 +28,13 @@ std::string Indented(const Json& value) { return JsonText(value, 2) + '\n'; }
 /// The member `name` of an answer, once it is known to be there.
 const Json& Part(const Json& answer, const char* name) { return *answer.Find(name); }
 
-std::string RecordsText(std::vector<ShownRecord>& records, Format format, bool titles,
-                        const Screen& screen) {
-  if (format == Format::kJson || format == Format::kJsonLine) {
-    return RecordsJson(records, format == Format::kJson ? 2 : -1);
-  }
-  std::string text;
-  for (const ShownRecord& record : records) {
-    std::string part =
-        format == Format::kCsv ? CsvText(record.answer.rows) : RowsText(record, screen);
-    if (titles && format == Format::kTable) {
-      const RecordName name{record.answer.record, record.answer.category};
-      const std::string title = SafeText(name.Text()) + "  " + DateText(record.answer.time);
-      part = Emphasize(title, screen) + '\n' + part;
-    }
-    if (!text.empty() && !part.empty()) {
-      text += '\n';
-    }
-    text += part;
-  }
-  return text;
-}
-
-int ShowOnce(const CommonOptions& common, const RecordOptions& options, const RecordReader& reader,
-             Sample sample) {
-  std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
-  const Screen screen = ReadScreen(common.color);
-  WriteOutput(RecordsText(sample.records, options.format, options.records.size() > 1, screen));
+int ShowOnce(const CommonOptions& common, const RecordOptions& options, RecordReader& reader) {
+  const auto writer =
+      MakeRecordWriter(options.format, options.records.size() > 1, ReadScreen(common.color),
+                       [](std::string_view text) { WriteOutput(text); });
+  const std::vector<std::string> notes = reader.Read(*writer);
+  writer->Finish();
+  std::for_each(notes.begin(), notes.end(), Complain);
   return reader.AnyFailed() ? kExitFailed : kExitDone;
 }
 
@@ -164,18 +145,15 @@ int RunGet(const CommonOptions& common, const RecordOptions& options, double ove
   const Pace pace(overSeconds, "--over");
   RecordReader reader(common.socket, options, "get");
   const auto first = std::chrono::steady_clock::now();
-  Sample sample = reader.Read();
-  if (reader.NeedsAnother()) {
+  if (reader.LookFirst()) {
     std::this_thread::sleep_until(first + pace.Length());
-    sample = reader.Read();
   }
-  return ShowOnce(common, options, reader, std::move(sample));
+  return ShowOnce(common, options, reader);
 }
 
 int RunLast(const CommonOptions& common, const RecordOptions& options) {
   RecordReader reader(common.socket, options, "last");
-  Sample sample = reader.Read();
-  return ShowOnce(common, options, reader, std::move(sample));
+  return ShowOnce(common, options, reader);
 }
 
 int RunWatch(const CommonOptions& common, const WatchOptions& options) {

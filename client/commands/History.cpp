@@ -13,6 +13,7 @@
 #include "client/looks/RecordNames.h"
 #include "client/show/Labels.h"
 #include "client/show/Plot.h"
+#include "client/show/RecordWriters.h"
 #include "client/show/RowValues.h"
 #include "client/show/TimeText.h"
 #include "json/JsonText.h"
@@ -155,8 +156,7 @@ void WriteRows(RecordAnswer answer, Schema schema, const HistoryOptions& options
   for (Field& field : records[0].schema.fields) {
     field.group.clear();
   }
-  WriteOutput(options.what.format == Format::kJson ? RecordsJson(records, 2)
-                                                   : RowsText(records[0], screen));
+  WriteOutput(RecordsText(records, options.what.format, false, screen));
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 #include "client/ask/Connection.h"
 #include "client/looks/TwoLooks.h"
-#include "client/show/Render.h"
+#include "client/show/RecordWriters.h"
 #include "client/show/RowChoice.h"
 
 struct RecordOptions {
@@ -39,20 +39,25 @@ class RecordReader {
                int stop = -1);
 
   /// With "get", figures are those since the reading before, unless `options` want others. Throws
-  /// ClientError, or Interrupted.
+  /// ClientError, or Interrupted. What it holds is bounded, and so is how much can be had.
   [[nodiscard]] Sample Read();
 
-  /// Whether a record was read that only a comparison with another reading says all of.
-  [[nodiscard]] bool NeedsAnother() const;
+  /// The same of any length: rows go to `sink` as they come, those that are to be sorted apart.
+  /// Returns what the operator has to know of the other records.
+  [[nodiscard]] std::vector<std::string> Read(RecordSink& sink);
+
+  /// Takes a reading that the next one is compared with. False if there is nothing to compare.
+  [[nodiscard]] bool LookFirst();
 
   /// Whether a record failed in any reading.
   [[nodiscard]] bool AnyFailed() const { return m_anyFailed; }
 
  private:
+  class Reading;
+
   void ResolveNames();
   const Schema& SchemaOf(const RecordName& record);
   void MakeChoices(const ChoiceOptions& options);
-  void Compare(ShownRecord& record, std::size_t place, TwoLooks::TimePoint at);
 
   Format m_format;
   std::vector<RecordName> m_names;
@@ -60,10 +65,10 @@ class RecordReader {
   std::vector<std::string> m_missing;
   /// One for each name if there is anything to choose; none in it for a record without a layout.
   std::vector<std::optional<RowChoice>> m_choices;
-  bool m_compares;
-  std::vector<std::optional<TwoLooks>> m_looks;  ///< one for each name, from its first rows on
+  std::vector<std::optional<TwoLooks>> m_looks;  ///< one for each name that is compared
   Json m_request;
   Connection m_connection;
-  std::map<std::string, Schema> m_schemas;
+  std::map<std::string, Schema> m_known;
+  std::vector<Schema> m_schemas;  ///< one for each name, without fields where none is wanted
   bool m_anyFailed = false;
 };

@@ -119,38 +119,48 @@ TwoLooks::Totals TwoLooks::GrowthOf(const Totals& now, const Totals* before) con
 }
 
 void TwoLooks::Compare(Json& rows, TimePoint at) {
+  Begin(at);
+  for (Json& row : rows.Elements()) {
+    CompareRow(row);
+  }
+  End();
+}
+
+void TwoLooks::Begin(TimePoint at) {
+  m_seconds = m_hasLast ? std::chrono::duration<double>(at - m_at).count() : kNothing;
+  m_at = at;
+}
+
+void TwoLooks::CompareRow(Json& row) {
   if (!m_areNeeded) {
     return;
   }
-  const double seconds =
-      m_hasLast ? std::chrono::duration<double>(at - m_lastAt).count() : kNothing;
-  std::unordered_map<std::string, Totals> now;
-  for (Json& row : rows.Elements()) {
-    std::string key = KeyOf(row);
-    Totals totals = TotalsOf(row);
-    // Of two rows with the same key the second is new: each is compared once.
-    const auto last = m_last.extract(key);
-    const Totals growth = GrowthOf(totals, last.empty() ? nullptr : &last.mapped());
-    for (const Column& column : m_columns) {
-      Json* value = FindMember(row, column.place, column.label);
-      if (value == nullptr || column.kind == Kind::kKey) {
-        continue;
-      }
-      if (column.kind == Kind::kInterval) {
-        *value = Figure(seconds);
-      } else if (column.kind == Kind::kRate) {
-        *value = Figure(growth[column.total] / seconds);
-      } else if (column.kind == Kind::kShare) {
-        *value = last.empty() ? Json() : std::move(*value);
-      } else if (value->IsWhole() && std::isfinite(growth[column.total])) {
-        *value = static_cast<std::uint64_t>(growth[column.total]);
-      } else {
-        *value = Figure(growth[column.total]);
-      }
+  std::string key = KeyOf(row);
+  Totals totals = TotalsOf(row);
+  // Of two rows with the same key the second is new: each is compared once.
+  const auto last = m_last.extract(key);
+  const Totals growth = GrowthOf(totals, last.empty() ? nullptr : &last.mapped());
+  for (const Column& column : m_columns) {
+    Json* value = FindMember(row, column.place, column.label);
+    if (value == nullptr || column.kind == Kind::kKey) {
+      continue;
     }
-    now.try_emplace(std::move(key), std::move(totals));
+    if (column.kind == Kind::kInterval) {
+      *value = Figure(m_seconds);
+    } else if (column.kind == Kind::kRate) {
+      *value = Figure(growth[column.total] / m_seconds);
+    } else if (column.kind == Kind::kShare) {
+      *value = last.empty() ? Json() : std::move(*value);
+    } else if (value->IsWhole() && std::isfinite(growth[column.total])) {
+      *value = static_cast<std::uint64_t>(growth[column.total]);
+    } else {
+      *value = Figure(growth[column.total]);
+    }
   }
-  m_last = std::move(now);
-  m_lastAt = at;
+  m_now.try_emplace(std::move(key), std::move(totals));
+}
+
+void TwoLooks::End() {
+  m_last = std::exchange(m_now, {});
   m_hasLast = true;
 }

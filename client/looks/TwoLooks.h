@@ -20,11 +20,19 @@ class TwoLooks {
   /// Whether the record has fields that only two looks give a meaning.
   [[nodiscard]] bool AreNeeded() const { return m_areNeeded; }
 
+  /// Whether there was a look that another can be compared with.
+  [[nodiscard]] bool HasLast() const { return m_hasLast; }
+
   /// Makes of `rows`, which hold totals and were collected at `at`, what happened since the rows
   /// before: counters are differences, rates these by the second, `Interval` is the seconds between
   /// the looks. Null where nothing can be derived: in the first look, of a new instance, of a
   /// counter that went backwards. Leaves the rows of a record alone that needs no two looks.
   void Compare(Json& rows, TimePoint at);
+
+  // The same row by row, between the begin of a look and its end.
+  void Begin(TimePoint at);
+  void CompareRow(Json& row);
+  void End();
 
  private:
   enum class Kind { kKey, kCounter, kRate, kShare, kInterval };
@@ -36,6 +44,7 @@ class TwoLooks {
     std::size_t total = 0;  ///< where a counter's or a rate's total stands in Totals
   };
   using Totals = std::vector<double>;  ///< not a number where there is none
+  using TotalsByKey = std::unordered_map<std::string, Totals>;
 
   std::size_t TotalOf(const Column& counter);
   [[nodiscard]] std::string KeyOf(const Json& row) const;
@@ -45,7 +54,9 @@ class TwoLooks {
   std::vector<Column> m_columns;  ///< those that are part of a comparison
   std::vector<Column> m_counters;
   bool m_areNeeded = false;
-  std::unordered_map<std::string, Totals> m_last;
-  TimePoint m_lastAt;
+  TotalsByKey m_last;  ///< those that this look has not had yet
+  TotalsByKey m_now;
+  TimePoint m_at;        ///< of the look that began last
+  double m_seconds = 0;  ///< since the one before, not a number if it was the first
   bool m_hasLast = false;
 };

@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "client/ask/Errors.h"
 #include "client/ask/SafeText.h"
 #include "client/show/FileSystemText.h"
 #include "client/show/GroupedText.h"
@@ -33,6 +34,25 @@ std::string CsvValue(const Json& value, bool isForTerminal) {
     return "";
   }
   return value.IsString() ? CsvQuoted(value.Text(), isForTerminal) : JsonText(value);
+}
+
+/// Throws ClientError for a label of `found` that is none of `known`.
+void NeedKnown(const std::vector<std::string>& found, const std::vector<std::string>& known) {
+  if (!std::ranges::all_of(found, [&](const std::string& label) {
+        return std::ranges::find(known, label) != known.end();
+      })) {
+    throw ClientError("broken answer: rows of one record with different labels");
+  }
+}
+
+Table TableOf(const std::vector<ColumnStyle>& styles) {
+  std::vector<std::string> headings;
+  std::vector<bool> keys;
+  for (const ColumnStyle& style : styles) {
+    headings.push_back(SafeText(style.heading));
+    keys.push_back(style.key);
+  }
+  return Table(std::move(headings), std::move(keys));
 }
 
 std::string BatchText(const LastBatch& batch) {
@@ -82,59 +102,66 @@ std::string DurationText(double seconds) {
          two(whole / 60 % 60) + ":" + two(whole % 60);
 }
 
-std::string RecordsJson(std::vector<ShownRecord>& records, int indent) {
-  Json array = Json::Array();
-  for (ShownRecord& shown : records) {
-    RecordAnswer& answer = shown.answer;
-    Json object{{"record", answer.record}, {"category", answer.category}, {"time", answer.time}};
-    object["rows"] = std::move(answer.rows);
-    array.PushBack(std::move(object));
-  }
-  return JsonText(array, indent) + '\n';
+std::string CsvText(const Json& rows, bool isForTerminal) {
+  return CsvRows().Text(rows, isForTerminal);
 }
 
-std::string CsvText(const Json& rows, bool isForTerminal) {
-  const std::vector<std::string> labels = LabelsOf(rows);
+std::string CsvRows::Text(const Json& rows, bool isForTerminal) {
+  if (rows.Elements().empty()) {
+    return "";
+  }
+  std::vector<std::string> found = LabelsOf(rows);
   std::string text;
-  const auto separator = [&](std::size_t i) { return i + 1 < labels.size() ? ',' : '\n'; };
-  for (std::size_t i = 0; i < labels.size(); ++i) {
-    text += CsvQuoted(labels[i], isForTerminal) + separator(i);
+  const auto separator = [&](std::size_t i) { return i + 1 < m_labels->size() ? ',' : '\n'; };
+  if (!m_labels) {
+    m_labels = std::move(found);
+    for (std::size_t i = 0; i < m_labels->size(); ++i) {
+      text += CsvQuoted((*m_labels)[i], isForTerminal) + separator(i);
+    }
+  } else {
+    NeedKnown(found, *m_labels);
   }
   for (const Json& row : rows.Elements()) {
-    for (std::size_t i = 0; i < labels.size(); ++i) {
-      text += CsvValue(ValueOf(row, i, labels[i]), isForTerminal) + separator(i);
+    for (std::size_t i = 0; i < m_labels->size(); ++i) {
+      text += CsvValue(ValueOf(row, i, (*m_labels)[i]), isForTerminal) + separator(i);
     }
   }
   return text;
 }
 
 std::string RowsText(const ShownRecord& record, const Screen& screen) {
+  return RowsTable().Text(record, screen);
+}
+
+std::string RowsTable::Text(const ShownRecord& record, const Screen& screen) {
+  const Json& rows = record.answer.rows;
+  const std::string between = std::exchange(m_isBegun, true) ? "\n" : "";
   if (AreFileSystems(record.answer)) {
-    return FileSystemText(record.answer, screen);
+    return between + FileSystemText(record.answer, screen);
   }
-  const std::vector<ColumnStyle> styles = StylesOf(record.answer.rows, record.schema);
-  if (styles.empty()) {
+  if (m_styles.empty()) {
+    m_styles = StylesOf(rows, record.schema);
+  } else {
+    RaiseDecimals(m_styles, rows);
+  }
+  if (m_styles.empty() || rows.Elements().empty()) {
     return "";
   }
-  if (HasGroups(styles)) {
-    return GroupedText(record.answer.rows, styles, screen);
+  if (HasGroups(m_styles)) {
+    return between + GroupedText(rows, m_styles, screen);
   }
-  std::vector<std::string> headings;
-  std::vector<bool> keys;
-  for (const ColumnStyle& style : styles) {
-    headings.push_back(SafeText(style.heading));
-    keys.push_back(style.key);
+  if (!m_table) {
+    m_table = TableOf(m_styles);
   }
-  Table table(std::move(headings), std::move(keys));
-  for (const Json& row : record.answer.rows.Elements()) {
+  for (const Json& row : rows.Elements()) {
     std::vector<Cell> cells;
-    cells.reserve(styles.size());
-    for (const ColumnStyle& style : styles) {
+    cells.reserve(m_styles.size());
+    for (const ColumnStyle& style : m_styles) {
       cells.push_back(CellOf(ValueOf(row, style.place, style.label), style));
     }
-    table.AddRow(std::move(cells));
+    m_table->AddRow(std::move(cells));
   }
-  return table.Text(screen);
+  return m_table->TakeText(screen);
 }
 
 std::string SchemaText(const Schema& schema, const Screen& screen) {

@@ -77,7 +77,21 @@ bool RowChoice::ComesBefore(const Json& a, const Json& b) const {
   return false;
 }
 
-Json RowChoice::Narrowed(const Json& row) const {
+bool RowChoice::Holds(const Json& row) const {
+  return std::ranges::all_of(m_where, [&](const RowCondition& condition) {
+    return condition.Holds(ValueOf(row, condition.Field()));
+  });
+}
+
+void RowChoice::Sort(Json& rows) const {
+  std::ranges::stable_sort(rows.Elements(),
+                           [this](const Json& a, const Json& b) { return ComesBefore(a, b); });
+}
+
+Json RowChoice::Narrowed(Json row) const {
+  if (!HasColumns()) {
+    return row;
+  }
   Json out = Json::Object();
   for (const Column& column : m_columns) {
     out[column.label] = ValueOf(row, column.place, column.label);
@@ -97,19 +111,9 @@ std::vector<std::string> RowChoice::NamedRows() const {
 }
 
 void RowChoice::Apply(Json& rows) const {
-  std::vector<Json*> chosen;
+  std::erase_if(rows.Elements(), [this](const Json& row) { return !Holds(row); });
+  Sort(rows);
   for (Json& row : rows.Elements()) {
-    if (std::all_of(m_where.begin(), m_where.end(), [&](const RowCondition& condition) {
-          return condition.Holds(ValueOf(row, condition.Field()));
-        })) {
-      chosen.push_back(&row);
-    }
+    row = Narrowed(std::move(row));
   }
-  std::stable_sort(chosen.begin(), chosen.end(),
-                   [this](const Json* a, const Json* b) { return ComesBefore(*a, *b); });
-  Json out = Json::Array();
-  for (Json* row : chosen) {
-    out.PushBack(HasColumns() ? Narrowed(*row) : std::move(*row));
-  }
-  rows = std::move(out);
 }

@@ -30,6 +30,12 @@ class RowChoice {
   /// one without the value comes last.
   void Apply(Json& rows) const;
 
+  // The same in parts: which rows, in which order, and which of their columns.
+  [[nodiscard]] bool Holds(const Json& row) const;
+  void Sort(Json& rows) const;
+  [[nodiscard]] Json Narrowed(Json row) const;
+  [[nodiscard]] bool HasOrder() const { return !m_sort.empty(); }
+
   /// Whether one of two rows is sorted before the other.
   [[nodiscard]] bool ComesBefore(const Json& a, const Json& b) const;
 
@@ -44,7 +50,6 @@ class RowChoice {
 
   static Column ColumnOf(const Field& field, const Schema& schema);
   void ParseColumns(std::string_view text, const Schema& schema);
-  [[nodiscard]] Json Narrowed(const Json& row) const;
 
   std::vector<RowCondition> m_where;
   std::vector<RowOrder> m_sort;

@@ -112,6 +112,11 @@ const Json& ValueOf(const Json& row, std::size_t place, const std::string& label
 std::vector<ColumnStyle> StylesOf(const Json& rows, const Schema& schema) {
   std::vector<ColumnStyle> styles =
       schema.shown.empty() ? StylesOfLabels(LabelsOf(rows), schema) : StylesOfShown(schema);
+  RaiseDecimals(styles, rows);
+  return styles;
+}
+
+void RaiseDecimals(std::vector<ColumnStyle>& styles, const Json& rows) {
   for (const Json& row : rows.Elements()) {
     for (ColumnStyle& style : styles) {
       const Json& value = ValueOf(row, style.place, style.label);
@@ -120,7 +125,6 @@ std::vector<ColumnStyle> StylesOf(const Json& rows, const Schema& schema) {
       }
     }
   }
-  return styles;
 }
 
 Cell CellOf(const Json& value, const ColumnStyle& style) {

@@ -32,6 +32,9 @@ struct ColumnStyle {
 /// LabelsOf. A schema without fields is fine.
 [[nodiscard]] std::vector<ColumnStyle> StylesOf(const Json& rows, const Schema& schema);
 
+/// Gives the columns the decimals that these rows want, where those are more.
+void RaiseDecimals(std::vector<ColumnStyle>& styles, const Json& rows);
+
 /// The value as people read it.
 [[nodiscard]] Cell CellOf(const Json& value, const ColumnStyle& style);
 

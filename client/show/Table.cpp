@@ -28,14 +28,21 @@ void Table::AddRow(std::vector<Cell> cells) {
 
 std::string Table::Text(const Screen& screen) const {
   const auto groups = Groups(screen.width);
-  if (groups.size() > 1 && m_rows.size() == 1) {
+  if (groups.size() > 1 && m_rows.size() == 1 && !m_isBegun) {
     return ListText(screen);
   }
   std::string text;
   for (const auto& group : groups) {
-    text += text.empty() ? "" : "\n";
-    text += GroupText(group, screen);
+    text += text.empty() && !(m_isBegun && groups.size() > 1) ? "" : "\n";
+    text += GroupText(group, m_isBegun && groups.size() == 1, screen);
   }
+  return text;
+}
+
+std::string Table::TakeText(const Screen& screen) {
+  std::string text = Text(screen);
+  m_rows.clear();
+  m_isBegun = true;
   return text;
 }
 
@@ -75,12 +82,13 @@ std::vector<std::vector<std::size_t>> Table::Groups(std::size_t width) const {
   return groups;
 }
 
-std::string Table::GroupText(const std::vector<std::size_t>& group, const Screen& screen) const {
+std::string Table::GroupText(const std::vector<std::size_t>& group, bool goesOn,
+                             const Screen& screen) const {
   std::string heading;
   for (const std::size_t i : group) {
     AppendCell(heading, m_columns[i].heading, m_columns[i], i == group.back());
   }
-  std::string text = Emphasize(heading, screen) + '\n';
+  std::string text = goesOn ? "" : Emphasize(heading, screen) + '\n';
   for (const auto& row : m_rows) {
     for (const std::size_t i : group) {
       AppendCell(text, row[i].text, m_columns[i], i == group.back());

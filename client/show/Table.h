@@ -31,6 +31,9 @@ class Table {
   /// into groups of columns one below the other, and into lines of heading and value if it has one
   /// row only.
   [[nodiscard]] std::string Text(const Screen& screen) const;
+  /// The same of the rows that were added since it was called before, which go. The lines go on
+  /// below those before, without headings, unless they are cut.
+  [[nodiscard]] std::string TakeText(const Screen& screen);
 
  private:
   struct Column {
@@ -41,7 +44,7 @@ class Table {
   };
 
   [[nodiscard]] std::vector<std::vector<std::size_t>> Groups(std::size_t width) const;
-  [[nodiscard]] std::string GroupText(const std::vector<std::size_t>& group,
+  [[nodiscard]] std::string GroupText(const std::vector<std::size_t>& group, bool goesOn,
                                       const Screen& screen) const;
   [[nodiscard]] std::string ListText(const Screen& screen) const;
   void AppendCell(std::string& line, const std::string& text, const Column& column,
@@ -49,4 +52,5 @@ class Table {
 
   std::vector<Column> m_columns;
   std::vector<std::vector<Cell>> m_rows;
+  bool m_isBegun = false;  ///< headings stand above
 };

@@ -14,6 +14,9 @@ using ToldClock = std::chrono::steady_clock;
 /// again: so many are told in so long a time.
 constexpr std::size_t kMostTold = 1000;
 constexpr std::chrono::hours kRemembered{1};
+/// Between two searches for what is too old: a host of thousands of interfaces lacks more than is
+/// told, and each of them would search.
+constexpr std::chrono::minutes kSearchPause{1};
 
 /// When it was told, by place.
 std::map<std::string, ToldClock::time_point, std::less<>>& Told() {
@@ -22,10 +25,10 @@ std::map<std::string, ToldClock::time_point, std::less<>>& Told() {
 }
 
 bool HasRoom() {
-  if (Told().size() >= kMostTold) {
-    std::erase_if(Told(), [now = ToldClock::now()](const auto& entry) {
-      return now - entry.second > kRemembered;
-    });
+  static ToldClock::time_point nextSearch;
+  if (const auto now = ToldClock::now(); Told().size() >= kMostTold && now >= nextSearch) {
+    nextSearch = now + kSearchPause;
+    std::erase_if(Told(), [now](const auto& entry) { return now - entry.second > kRemembered; });
   }
   return Told().size() < kMostTold;
 }

@@ -28,7 +28,8 @@ ControlConnection::ControlConnection(const Surroundings& surroundings,
     : m_around(surroundings),
       m_socket(std::move(socket)),
       m_peer(std::move(peer)),
-      m_rights(rights) {}
+      m_rights(rights),
+      m_patience(m_around.loop) {}
 
 ControlConnection::~ControlConnection() = default;
 
@@ -41,6 +42,7 @@ void ControlConnection::Close() {
   if (std::exchange(m_isClosed, true)) {
     return;
   }
+  m_patience.Cancel();
   asio::error_code ignored;
   m_socket->stream.close(ignored);
   const auto self = shared_from_this();
@@ -238,10 +240,7 @@ void ControlConnection::SendRest() {
 void ControlConnection::Put(std::string text) {
   OutputBudget& budget = m_around.budget;
   if (text.size() > budget.limit - budget.used) {
-    m_around.report("A control client (process " + std::to_string(m_peer.process) + ", user " +
-                    std::to_string(m_peer.user) + ") is dropped: more than " +
-                    std::to_string(budget.limit) + " bytes of answers wait for clients.");
-    Close();
+    Drop("more than " + std::to_string(budget.limit) + " bytes of answers wait for clients");
     return;
   }
   budget.used += text.size();
@@ -256,6 +255,12 @@ void ControlConnection::Put(std::string text) {
   }
 }
 
+void ControlConnection::Drop(const std::string& why) {
+  m_around.report("A control client (process " + std::to_string(m_peer.process) + ", user " +
+                  std::to_string(m_peer.user) + ") is dropped: " + why + ".");
+  Close();
+}
+
 void ControlConnection::Write() {
   m_inFlight.swap(m_pending);
   try {
@@ -267,6 +272,10 @@ void ControlConnection::Write() {
 }
 
 void ControlConnection::BeginWrite() {
+  m_patience.After(m_around.patience, [this] {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(m_around.patience);
+    Drop("it has not read on for " + std::to_string(seconds.count()) + " seconds");
+  });
   asio::async_write(m_socket->stream, asio::buffer(m_inFlight),
                     [self = shared_from_this()](asio::error_code error, std::size_t) {
                       self->OnWritten();
@@ -289,6 +298,7 @@ void ControlConnection::OnWriteEnd(bool isFailed) {
 }
 
 void ControlConnection::OnWritten() {
+  m_patience.Cancel();
   m_around.budget.used -= m_inFlight.size();
   if (m_inFlight.capacity() > kKeptCapacity) {
     std::string().swap(m_inFlight);

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
 
+#include "io/LoopTimer.h"
 #include "local/control/ControlOperations.h"
 #include "local/control/LineBuffer.h"
 #include "local/log/ProblemReport.h"
@@ -30,6 +32,7 @@ class ControlConnection : public ControlPeer,
     ControlOperations& operations;
     OutputBudget& budget;
     ProblemReport report;
+    std::chrono::milliseconds patience;  ///< with a client that takes none of what it is sent
     std::function<void(ControlConnection&)> onClosed;
     bool isStopping = false;  ///< the loop runs no task any more
   };
@@ -80,6 +83,8 @@ class ControlConnection : public ControlPeer,
   void Write();
   void BeginWrite();
   void OnWritten();
+  /// Ends the connection, with words for the log on why.
+  void Drop(const std::string& why);
   [[nodiscard]] std::size_t OutputSize() const { return m_pending.size() + m_inFlight.size(); }
 
   const Surroundings& m_around;
@@ -87,6 +92,7 @@ class ControlConnection : public ControlPeer,
   PeerIdentity m_peer;
   Rights m_rights;
   std::shared_ptr<RequestBook> m_requests = std::make_shared<RequestBook>();
+  LoopTimer m_patience;  ///< runs while something is being written
   std::array<char, 16384> m_chunk{};
   LineBuffer m_input{kMaxLine};
   std::string m_pending;   ///< answers that wait for the write under way

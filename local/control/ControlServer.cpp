@@ -52,7 +52,11 @@ ControlServer::ControlServer(EventLoop& loop, ControlOperations& operations,
       m_path(m_settings.directory + "/" + m_settings.name),
       m_loop(loop),
       m_budget{m_settings.maxOutput},
-      m_surroundings{loop, operations, m_budget, std::move(report),
+      m_surroundings{loop,
+                     operations,
+                     m_budget,
+                     std::move(report),
+                     m_settings.patience,
                      [this](ControlConnection& connection) {
                        m_connections.erase(connection.shared_from_this());
                      }},

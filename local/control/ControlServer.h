@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -27,6 +28,8 @@ struct ControlSettings {
   std::function<bool(const PeerIdentity& peer)> isGate = [](const PeerIdentity&) { return false; };
   std::size_t maxOutput = std::size_t{64} << 20;  ///< bytes that may wait for all clients together
   std::size_t maxConnections = 64;
+  /// A client that takes less than a piece of what it is sent in this time is dropped.
+  std::chrono::milliseconds patience = std::chrono::minutes(5);
 };
 
 /// A Unix socket through which others talk to the daemon. Who may connect at all is decided by the

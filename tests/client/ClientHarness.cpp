@@ -114,9 +114,13 @@ void ScriptedServer::Talk(int client) {
 }
 
 std::string Answer(const Json& request, Json members) {
-  members["id"] = request["id"];
-  members["ok"] = true;
-  return JsonText(members) + "\n";
+  Json answer{{"id", request["id"]}, {"ok", true}};
+  for (JsonMember& member : members.Members()) {
+    if (answer.Find(member.name) == nullptr) {
+      answer[member.name] = std::move(member.value);
+    }
+  }
+  return JsonText(answer) + "\n";
 }
 
 namespace {

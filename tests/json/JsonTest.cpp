@@ -6,6 +6,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <streambuf>
 #include <string>
 #include <vector>
 
@@ -213,6 +214,52 @@ TEST(ParseJsonTest, StopsAtItsLimits) {
   }
   // No stack is deep enough for what a line can open.
   EXPECT_EQ(ParseJson(std::string(1'000'000, '[')).fault, JsonFault::kTooDeep);
+}
+
+/// Gives one byte at a time.
+class ByteStream : public std::streambuf {
+ public:
+  explicit ByteStream(std::string text) : m_text(std::move(text)) {}
+
+ protected:
+  int_type underflow() override {
+    if (m_next == m_text.size()) {
+      return traits_type::eof();
+    }
+    setg(&m_text[m_next], &m_text[m_next], &m_text[m_next] + 1);
+    return traits_type::to_int_type(m_text[m_next++]);
+  }
+
+ private:
+  std::string m_text;
+  std::size_t m_next = 0;
+};
+
+TEST(ParseJsonRowsTest, RowsComeOutOfTheResultsAlone) {
+  const struct {
+    const char* text;
+    const char* left;
+    const char* taken;  ///< place and members of each result, and its rows
+  } rows[] = {
+      {R"({"ok":true,"results":[{"r":1,"rows":[{"a":"é"},{"a":2}],"n":1},{"e":{}},{"rows":[]}],"z":1})",
+       R"({"ok":true,"results":[{"r":1,"rows":[],"n":1},{"e":{}},{"rows":[]}],"z":1})",
+       R"(0{"ok":true}{"r":1}{"a":"é"}{"a":2}2{"ok":true}{})"},
+      {R"({"rows":[1],"results":{"rows":[1]},"x":[{"rows":[1]}]})",
+       R"({"rows":[1],"results":{"rows":[1]},"x":[{"rows":[1]}]})", ""},
+      {R"({"results":[{"rows":[{"rows":[1]},[2]]}]})", R"({"results":[{"rows":[]}]})",
+       R"(0{}{}{"rows":[1]}[2])"},
+      {R"({"results":[{"rows":[{"a":1},{)", "null", R"(0{}{}{"a":1})"},
+  };
+  for (const auto& row : rows) {
+    std::string taken;
+    const JsonRowTaker taker{[&](const Json& answer, std::size_t place, const Json& result) {
+                               taken += std::to_string(place) + JsonText(answer) + JsonText(result);
+                             },
+                             [&](const Json& value) { taken += JsonText(value); }};
+    ByteStream bytes(row.text);
+    EXPECT_EQ(JsonText(ParseJsonRows(bytes, {}, taker).value), row.left) << row.text;
+    EXPECT_EQ(taken, row.taken) << row.text;
+  }
 }
 
 }  // namespace

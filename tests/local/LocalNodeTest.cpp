@@ -598,6 +598,46 @@ TEST_F(ControlServerTest, AnAnswerMayBeLongerThanWhatMayWait) {
   EXPECT_THAT(m_problems, ElementsAre());
 }
 
+TEST_F(ControlServerTest, WhoReadsNoMoreOrIsGoneHoldsNoRows) {
+  m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+    for (std::uint32_t count = 0; count < 40000; ++count) {
+      batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
+    }
+    return kNotifyDone;
+  };
+  ControlSettings settings;
+  settings.patience = std::chrono::milliseconds(300);
+  // Rows are refused while anybody else holds some.
+  m_desk.SetMaxHeldBytes(20000 * sizeof(recordFake));
+  Serve(settings, [] {
+    const auto refusals = [](TestClient& client) {
+      int count = 0;
+      for (; count < 100'000 && client.Ask(kGetFake)["ok"] != true; ++count) {
+      }
+      return count;
+    };
+    TestClient idle;
+    EXPECT_EQ(idle.Ask(kAskStatus)["ok"], true);
+    {
+      TestClient gone;
+      EXPECT_TRUE(gone.Send(kGetFake));
+      EXPECT_EQ(gone.ReceiveBytes(100).size(), 100U);
+    }
+    TestClient slow;
+    EXPECT_LT(refusals(slow), 100'000);
+    EXPECT_TRUE(slow.Send(kGetFake));
+    EXPECT_EQ(slow.ReceiveBytes(100).size(), 100U);
+    TestClient other;
+    const int count = refusals(other);
+    EXPECT_GT(count, 0);
+    EXPECT_LT(count, 100'000);
+    EXPECT_TRUE(slow.Receive().IsNull()) << "half an answer and the end";
+    EXPECT_EQ(idle.Ask(kAskStatus)["ok"], true) << "at rest for as long";
+  });
+  ASSERT_EQ(m_problems.size(), 1U);
+  EXPECT_THAT(m_problems[0], HasSubstr("has not read on"));
+}
+
 TEST_F(ControlServerTest, RowsThatAnswersHoldAreBounded) {
   m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
     for (CMBRecordRequestEvent* event : batch.m_events) {

@@ -70,6 +70,28 @@ TEST(WorkGroup, TakesProcessesByTheFirstItemInTheOrderOfTheTests) {
   EXPECT_EQ("g", copy.Name());
 }
 
+TEST(WorkGroup, TheFirstOfLiteralsAndExpressionsTakesAProcess) {
+  WorkGroup filled("g");
+  const struct {
+    const char* text;
+    bool isRegexp;
+  } items[] = {{"zz", false}, {"^a", true}, {"ab", false}, {"cb", false}, {"b$", true}};
+  for (const auto& item : items) {
+    filled.AddPrograms(item.text, item.isRegexp);
+  }
+  const WorkGroup copy(filled);
+  const struct {
+    const char* program;
+    const char* item;  ///< null for none
+  } cases[] = {{"zz", "zz"}, {"ab", "^a"},    {"cb", "cb"},
+               {"xb", "b$"}, {"b$", nullptr}, {"", nullptr}};
+  for (const auto& c : cases) {
+    const auto rule = copy.FindRule("u", "g", c.program, "");
+    EXPECT_EQ(c.item != nullptr, rule.has_value()) << c.program;
+    EXPECT_STREQ(c.item == nullptr ? "" : c.item, rule ? rule->text.c_str() : "") << c.program;
+  }
+}
+
 TEST(WorkGroup, DuplicatesAreDroppedWhateverTheirKind) {
   ScriptedNode::Reset();
   g_msgLogLevel = 30;

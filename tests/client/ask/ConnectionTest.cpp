@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "client/ask/Errors.h"
+#include "json/JsonText.h"
 #include "tests/client/ClientHarness.h"
 
 namespace {
@@ -94,6 +95,71 @@ TEST(Connection, ALongAnswerAndALongPathAreNoTrouble) {
   }
   EXPECT_THROW(static_cast<void>(connection.Ask({{"op", std::string(70'000, 'x')}})), UsageError);
   EXPECT_THAT(FailureOf([&] { Connection(deep + "/none.sock"); }), HasSubstr("seems not to run"));
+}
+
+/// Results of so many rows of ten bytes.
+std::string RowsLine(const Json& request, int rows) {
+  std::string line = R"({"id":)" + JsonText(request["id"]) + R"(,"ok":true,"results":[{"rows":[)";
+  for (int row = 0; row < rows; ++row) {
+    line += std::string(row == 0 ? "" : ",") + "{\"a\":10000}";
+  }
+  return line + "]}]}\n";
+}
+
+TEST(Connection, RowsMayBeAsManyAsWantedButNotHeldToAnyLength) {
+  const ScratchFolder folder;
+  const ScriptedServer server(folder.Path(), "s", [](const Json& request) {
+    return RowsLine(request, request["op"].Text() == "many" ? 100'000 : 1);
+  });
+  ConnectionLimits limits;
+  limits.answerBytes = 300'000;
+  Connection connection(server.Path(), -1, limits);
+  for (const auto& [op, count] : {std::pair("many", 100'000U), std::pair("one", 1U)}) {
+    std::size_t rows = 0;
+    const Json answer = connection.AskRows({{"op", op}}, {[](std::size_t, const Json&) {},
+                                                          [&](const Json& row) {
+                                                            rows += row["a"] == 10000 ? 1 : 0;
+                                                            return true;
+                                                          }});
+    EXPECT_EQ(rows, count);
+    EXPECT_EQ(answer["results"][0]["rows"].Size(), 0U);
+  }
+  EXPECT_THAT(FailureOf([&] {
+                static_cast<void>(connection.AskRows(
+                    {{"op", "many"}},
+                    {[](std::size_t, const Json&) {}, [](const Json&) { return false; }}));
+              }),
+              HasSubstr("longer than 300000"));
+}
+
+TEST(Connection, RowsOfABrokenAnswerAreNotShown) {
+  const struct {
+    const char* reply;
+    const char* words;
+    int rows;  ///< that were shown before
+  } cases[] = {
+      {R"({"id":7,"ok":true,"results":[{"rows":[{}]}]})", "another request", 0},
+      {R"({"results":[{"rows":[{}]}]})", "no \"ok\"", 0},
+      {R"({"id":1,"ok":true,"results":[{"rows":[{"a":1},{"a":[]}]}]})", "plain values", 1},
+      {R"({"id":1,"ok":true,"results":[{"rows":[7]}]})", "plain values", 0},
+      {R"({"id":1,"ok":true,"results":[{"rows":[{}],"rows":[{}]}]})", "twice", 1},
+      {R"({"id":1,"ok":true,"results":[{"rows":[{},)", "not JSON", 1},
+      {R"({"id":1,"ok":false,"error":{"code":"busy","message":"later"}})", "later", 0},
+  };
+  for (const auto& row : cases) {
+    const ScratchFolder folder;
+    const ScriptedServer server(folder.Path(), "s",
+                                [&](const Json&) { return std::string(row.reply) + '\n'; });
+    Connection connection(server.Path());
+    int rows = 0;
+    EXPECT_THAT(FailureOf([&] {
+                  static_cast<void>(connection.AskRows(
+                      {{"op", "get"}},
+                      {[](std::size_t, const Json&) {}, [&](const Json&) { return ++rows > 0; }}));
+                }),
+                HasSubstr(row.words));
+    EXPECT_EQ(rows, row.rows) << row.reply;
+  }
 }
 
 TEST(Connection, AFullQueueOfConnectionsEndsInTime) {

@@ -6,6 +6,8 @@
 
 #include <cstdlib>
 
+#include "client/ask/Errors.h"
+#include "client/show/RecordWriters.h"
 #include "tests/json/JsonOf.h"
 
 namespace {
@@ -166,9 +168,59 @@ TEST(Rows, StandUnderTheHeadingsOfTheSchema) {
 TEST(Rows, JsonKeepsTheOrderAndTheTexts) {
   std::vector<ShownRecord> records(1);
   records[0].answer = {"CPUP", "4", 17, JsonOf(R"([{"z": "\u0001é", "a": 0.25}])"), ""};
-  EXPECT_EQ(RecordsJson(records, -1),
+  EXPECT_EQ(RecordsText(records, Format::kJsonLine, false, {}),
             "[{\"record\":\"CPUP\",\"category\":\"4\",\"time\":17,"
             "\"rows\":[{\"z\":\"\\u0001é\",\"a\":0.25}]}]\n");
+}
+
+/// More rows than are shown at a time, of which one of the last is wider and finer.
+ShownRecord LongRecord() {
+  ShownRecord record;
+  record.answer = {"LONG", "4", 17, Json::Array(), ""};
+  for (std::size_t i = 0; i <= 2 * kRowsAtATime; ++i) {
+    record.answer.rows.PushBack({{"Name", i == 2 * kRowsAtATime ? "wide" : "n"}, {"Figure", 1.5}});
+  }
+  return record;
+}
+
+TEST(RecordWriters, ManyRowsComeInPartsThatGoOn) {
+  const auto printed = [](Format format, std::size_t& pieces) {
+    std::string text;
+    const auto writer = MakeRecordWriter(format, false, {}, [&](std::string_view piece) {
+      text += piece;
+      pieces += piece.empty() ? 0 : 1;
+    });
+    ShownRecord record = LongRecord();
+    writer->Begin(record);
+    for (Json& row : record.answer.rows.Elements()) {
+      EXPECT_TRUE(writer->Row(std::move(row)));
+    }
+    writer->End();
+    writer->Finish();
+    return text;
+  };
+  std::string table = "Name  Figure\n";
+  std::string csv = "Name,Figure\n";
+  for (std::size_t i = 0; i < 2 * kRowsAtATime; ++i) {
+    table += "n        1.5\n";
+    csv += "n,1.5\n";
+  }
+  std::size_t pieces = 0;
+  EXPECT_EQ(printed(Format::kTable, pieces), table + "wide     1.5\n");
+  EXPECT_EQ(printed(Format::kCsv, pieces), csv + "wide,1.5\n");
+  EXPECT_EQ(pieces, 6U);
+  const ShownRecord record = LongRecord();
+  const Json whole = Json::Array(
+      {{{"record", "LONG"}, {"category", "4"}, {"time", 17}, {"rows", record.answer.rows}}});
+  EXPECT_EQ(printed(Format::kJson, pieces), JsonText(whole, 2) + '\n');
+  EXPECT_GT(pieces, 10U);
+}
+
+TEST(RecordWriters, RowsOfOtherLabelsAreNoPartOfATable) {
+  CsvRows rows;
+  EXPECT_EQ(rows.Text(JsonOf(R"([{"a": 1}])"), false), "a\n1\n");
+  EXPECT_EQ(rows.Text(JsonOf(R"([{"a": 2}])"), false), "2\n");
+  EXPECT_THROW(static_cast<void>(rows.Text(JsonOf(R"([{"b": 1}])"), false)), ClientError);
 }
 
 }  // namespace
