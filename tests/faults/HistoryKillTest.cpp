@@ -177,7 +177,7 @@ class HistoryKillTest : public ::testing::Test {
 
 TEST_F(HistoryKillTest, LosesNoMoreThanTheBatchAtWork) {
   // Each system call has two stops.
-  const std::size_t step = std::getenv("QMT_FAULTS_ALL") != nullptr ? 1 : 20;
+  const std::size_t step = std::getenv("QMT_FAULTS_ALL") != nullptr ? 1 : 40;
   for (const Scene& scene : kScenes) {
     SCOPED_TRACE(scene.name);
     m_lost = 0;

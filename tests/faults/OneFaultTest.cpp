@@ -156,7 +156,7 @@ TEST_F(OneFaultTest, ACallOfTheTable) {
 
 TEST_F(OneFaultTest, AnAllocation) {
   std::vector<Fault> each;
-  AddEvenly(each, faults::kAllocation, s_calm->calls, 80);
+  AddEvenly(each, faults::kAllocation, s_calm->calls, 48);
   std::printf("%zu of %zu allocations fail\n", each.size(), s_calm->calls);
   s_walks->RunEach(each, [&](const Fault& fault, const WalkResult& walk) {
     SCOPED_TRACE("allocation " + std::to_string(fault.place));
