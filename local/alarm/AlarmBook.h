@@ -58,6 +58,7 @@ class AlarmBook : public RecordSink {
   /// `lastRows` takes each batch's rows before this one does.
   void Take(const ScheduledRows& rows) override;
   void EndBatch() override;
+  void AbandonBatch() override { m_taken.reset(); }
   /// Writes what a restart should find.
   void Stop();
 

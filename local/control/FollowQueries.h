@@ -31,6 +31,7 @@ class FollowQueries : public RecordSink {
   void Follow(const std::shared_ptr<ControlRequest>& request);
   void Take(const ScheduledRows& rows) override;
   void EndBatch() override;
+  void AbandonBatch() override { m_batch.reset(); }
 
  private:
   struct Rows;

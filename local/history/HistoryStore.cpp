@@ -329,6 +329,16 @@ void HistoryStore::Insert(const ScheduledRows& rows, bool areTotals) {
   }
 }
 
+void HistoryStore::AbandonBatch() {
+  if (std::exchange(m_isBatchLost, false) || m_target == nullptr) {
+    return;
+  }
+  ++m_lostBatches;
+  m_notices.clear();
+  // What has been written of it goes with the connection.
+  Close();
+}
+
 void HistoryStore::EndBatch() {
   if (m_settings.file.empty()) {
     return;

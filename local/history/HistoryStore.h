@@ -45,6 +45,7 @@ class HistoryStore : public RecordSink {
   void Take(const ScheduledRows& rows) override { Keep(rows, false); }
   void TakeTotals(const ScheduledRows& rows) override { Keep(rows, true); }
   void EndBatch() override;
+  void AbandonBatch() override;
 
   /// How often a file was opened: another number tells that what was known of it is out of date.
   [[nodiscard]] std::uint64_t Openings() const { return m_openings; }

@@ -33,6 +33,8 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
   for (const std::shared_ptr<RecordAsker>& asker : askers) {
     batch.m_events.push_back(&asker->Event());
   }
+  std::vector<RequestOutcome> outcomes;
+  outcomes.reserve(askers.size());
 
   // A batch that is held back has others sent inside it, whose failures are theirs alone.
   const bool wasSending = std::exchange(m_isSending, true);
@@ -48,30 +50,17 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
   const auto end = std::chrono::steady_clock::now();
   m_isSending = wasSending;
 
-  std::vector<RequestOutcome> outcomes;
-  outcomes.reserve(askers.size());
   std::size_t rows = 0;
   for (const std::shared_ptr<RecordAsker>& asker : askers) {
-    RequestOutcome outcome = CheckRecord(asker->Record(), asker->Category());
-    if (outcome == RequestOutcome::kDone &&
-        (status != 0 || m_failedBuilds.contains(asker->Record()))) {
-      outcome = RequestOutcome::kBuildFailed;
-    }
-    if (outcome == RequestOutcome::kDone) {
-      asker->TakeAnswer();
-      m_bytes[asker->Record()] = asker->Bytes();
-      rows += asker->Rows().size();
-    } else {
-      asker->DropAnswer();
-    }
-    outcomes.push_back(outcome);
+    outcomes.push_back(Settle(*asker, status == 0));
+    rows += outcomes.back() == RequestOutcome::kDone ? asker->Rows().size() : 0;
   }
 
   m_failedBuilds = std::move(outerFailures);
   const auto failed = static_cast<std::size_t>(
       std::count_if(outcomes.begin(), outcomes.end(),
                     [](RequestOutcome outcome) { return outcome != RequestOutcome::kDone; }));
-  m_rowsSinceRelease += rows;
+  m_largestSinceRelease = std::max(m_largestSinceRelease, rows);
   ++m_batches;
   m_rowsMade += rows;
   m_last = {end, end - start, askers.size() + refused, failed + refused};
@@ -80,11 +69,31 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
 
 void BatchDesk::ReleaseMemory() {
   const auto now = std::chrono::steady_clock::now();
-  if (m_rowsSinceRelease > kManyRows && now >= m_nextRelease) {
+  if (m_largestSinceRelease > kManyRows && now >= m_nextRelease) {
     ::malloc_trim(0);
-    m_rowsSinceRelease = 0;
+    m_largestSinceRelease = 0;
     m_nextRelease = now + kReleasePause;
   }
+}
+
+RequestOutcome BatchDesk::Settle(RecordAsker& asker, bool isBatchDone) {
+  RequestOutcome outcome = CheckRecord(asker.Record(), asker.Category());
+  if (outcome == RequestOutcome::kDone) {
+    outcome = RequestOutcome::kBuildFailed;
+    try {
+      if (isBatchDone && !m_failedBuilds.contains(asker.Record())) {
+        asker.TakeAnswer();
+        m_bytes[asker.Record()] = asker.Bytes();
+        outcome = RequestOutcome::kDone;
+      }
+    } catch (const std::bad_alloc&) {
+      // Nothing of it may be left for the next answer.
+    }
+  }
+  if (outcome != RequestOutcome::kDone) {
+    asker.DropAnswer();
+  }
+  return outcome;
 }
 
 bool BatchDesk::MayHold(std::span<const std::shared_ptr<RecordAsker>> askers) const {

@@ -54,12 +54,15 @@ class BatchDesk {
   [[nodiscard]] std::uint64_t RowsMade() const { return m_rowsMade; }
 
  private:
+  /// Takes what a batch has put into the event of the asker, or drops it; how that ended.
+  [[nodiscard]] RequestOutcome Settle(RecordAsker& asker, bool isBatchDone);
+
   std::optional<BatchReport> m_last;
   std::uint64_t m_batches = 0;
   std::uint64_t m_rowsMade = 0;
   std::size_t m_maxHeldBytes = std::size_t{128} << 20;
   std::map<std::string, std::size_t> m_bytes;  ///< of each record's rows, when it was last built
-  std::size_t m_rowsSinceRelease = 0;
+  std::size_t m_largestSinceRelease = 0;  ///< rows of a batch
   std::chrono::steady_clock::time_point m_nextRelease{};
   bool m_isSending = false;
   std::set<std::string> m_failedBuilds;

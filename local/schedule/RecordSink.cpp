@@ -18,6 +18,12 @@ void RecordSinks::EndBatch() {
   }
 }
 
+void RecordSinks::AbandonBatch() {
+  for (RecordSink* sink : m_sinks) {
+    sink->AbandonBatch();
+  }
+}
+
 KeptRows KeptRows::Of(const ScheduledRows& rows) {
   KeptRows kept{rows.time, {}, rows.owner};
   kept.rows.reserve(rows.rows.size());

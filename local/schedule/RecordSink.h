@@ -31,6 +31,9 @@ class RecordSink {
   virtual void TakeTotals(const ScheduledRows&) {}
   /// All records of the batch have been given.
   virtual void EndBatch() {}
+  /// No more of the batch comes, as memory has ended: what has been given of it is no batch. Does
+  /// not throw.
+  virtual void AbandonBatch() {}
 };
 
 /// Hands the rows on to several sinks, which it does not own.
@@ -42,6 +45,7 @@ class RecordSinks : public RecordSink {
   void Take(const ScheduledRows& rows) override;
   void TakeTotals(const ScheduledRows& rows) override;
   void EndBatch() override;
+  void AbandonBatch() override;
 
  private:
   std::vector<RecordSink*> m_sinks;

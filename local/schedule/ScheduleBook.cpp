@@ -252,6 +252,18 @@ void ScheduleBook::Collect(CMBNode& node, const EntryList& due) {
     }
   }
   const std::vector<RequestOutcome> outcomes = m_desk.Send(node, askers, 0);
+  try {
+    GiveRows(node, due, outcomes);
+    m_sink.EndBatch();
+  } catch (const std::bad_alloc&) {
+    m_sink.AbandonBatch();
+    throw;
+  }
+  m_desk.ReleaseMemory();
+}
+
+void ScheduleBook::GiveRows(CMBNode& node, const EntryList& due,
+                            std::span<const RequestOutcome> outcomes) {
   std::size_t totals = due.size();
   for (std::size_t i = 0; i < due.size(); ++i) {
     Entry& entry = *due[i];
@@ -272,6 +284,4 @@ void ScheduleBook::Collect(CMBNode& node, const EntryList& due) {
                          LoggedRows(node, *entry.totals), entry.totals->Owner()});
     }
   }
-  m_sink.EndBatch();
-  m_desk.ReleaseMemory();
 }

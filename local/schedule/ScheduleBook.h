@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <set>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -83,6 +84,8 @@ class ScheduleBook {
   void PostBatch(EntryList due);
   static void SetWaiting(const EntryList& entries, bool isWaiting);
   void Collect(CMBNode& node, const EntryList& due);
+  /// Gives the sink what the batch has made.
+  void GiveRows(CMBNode& node, const EntryList& due, std::span<const RequestOutcome> outcomes);
   /// The rows of an answer that are to be logged.
   [[nodiscard]] static std::vector<const CMBRecord*> LoggedRows(CMBNode& node,
                                                                 const RecordAsker& asker);

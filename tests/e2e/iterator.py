@@ -363,6 +363,8 @@ def check_churn(build, work, options):
         print(f"churn: {churn.reached():.0f} processes a second, {count} batches, each with all of {len(kept)} "
               f"processes that live and in all with {lived} times one that lived through some; memory "
               f"{start[0] / 2**20:.1f} to {end[0] / 2**20:.1f} MB, descriptors {start[1]} to {end[1]}", flush=True)
+        if is_timed(build) and churn.reached() < 0.9 * CHURN_RATE:
+            fail(f"churn: this machine makes no {CHURN_RATE} processes a second")
         if end[1] > start[1]:
             fail("churn: the daemon keeps descriptors")
         if is_timed(build) and (end[0] - start[0]) / 2**20 > MORE_MEGABYTES[is_strict(build)]:

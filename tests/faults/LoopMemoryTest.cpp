@@ -45,7 +45,11 @@ struct PoorSink : RecordSink {
     }
     EventLoop::RequestStop();
   }
+  void EndBatch() override { ++ended; }
+  void AbandonBatch() override { ++abandoned; }
   int batches = 0;
+  int ended = 0;
+  int abandoned = 0;
 };
 
 TEST(LoopMemoryTest, AScheduleGoesOnAfterABatchWithoutMemory) {
@@ -59,8 +63,8 @@ TEST(LoopMemoryTest, AScheduleGoesOnAfterABatchWithoutMemory) {
     book.Load("./qmtagt.ini", {{"FAKE", "1", 1}}, [](const std::string&) {});
     book.Start();
     RunLoop(loop);
-    if (sink.batches != 2) {
-      throw std::runtime_error("no second batch");
+    if (sink.batches != 2 || sink.abandoned != 1 || sink.ended != 1) {
+      throw std::runtime_error("no second batch, or the first one has not been abandoned");
     }
   }));
 }

@@ -145,21 +145,31 @@ KeptParts& KeptParts::Instance() {
 
 void KeptParts::Match(std::vector<TaskGroup>& groups, std::span<const std::string> named) {
   ++m_batch;
-  m_named.assign(named.begin(), named.end());
   m_pace = ChosenPace();
-  std::vector<std::unique_ptr<KeptPart>> parts;
-  parts.reserve(groups.size());
+  // What can fail for want of memory comes before anything is moved.
+  m_named.assign(named.begin(), named.end());
+  std::vector<std::unique_ptr<KeptPart>> parts(groups.size());
   auto old = m_parts.begin();
-  for (TaskGroup& group : groups) {
+  const auto isKnown = [&](const TaskGroup& group) {
     while (old != m_parts.end() && (*old)->pid < group.task.tgid) {
-      old->reset();
       ++old;
     }
-    const bool isKnown = old != m_parts.end() && (*old)->pid == group.task.tgid;
-    parts.push_back(isKnown ? std::move(*old++) : std::make_unique<KeptPart>());
-    FitPart(group.task, *parts.back());
-    parts.back()->pid = group.task.tgid;
-    HoldGrown(group.task, *parts.back());
+    return old != m_parts.end() && (*old)->pid == group.task.tgid;
+  };
+  for (std::size_t index = 0; index < groups.size(); ++index) {
+    if (!isKnown(groups[index])) {
+      parts[index] = std::make_unique<KeptPart>();
+    }
+  }
+  old = m_parts.begin();
+  for (std::size_t index = 0; index < groups.size(); ++index) {
+    TaskGroup& group = groups[index];
+    if (parts[index] == nullptr && isKnown(group)) {
+      parts[index] = std::move(*old++);
+    }
+    FitPart(group.task, *parts[index]);
+    parts[index]->pid = group.task.tgid;
+    HoldGrown(group.task, *parts[index]);
   }
   m_parts = std::move(parts);
 }
@@ -167,9 +177,9 @@ void KeptParts::Match(std::vector<TaskGroup>& groups, std::span<const std::strin
 bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
                      PartWishes wishes) {
   KeptPart& part = *m_parts[index];
-  const bool isDue = !part.isRead || IsItsTurn(group.task, part);
-  const bool wantsFolder = wishes.folder && (isDue || !part.folderInode);
-  const bool wantsLimits = wishes.limits && (isDue || part.limits == nullptr);
+  const bool isDue = IsItsTurn(kArguments, group.task, part) || !part.isRead;
+  const bool wantsFolder = wishes.folder && (IsItsTurn(kFolder, group.task, part) || !part.folderInode);
+  const bool wantsLimits = wishes.limits && (IsItsTurn(kLimits, group.task, part) || part.limits == nullptr);
   if (!isDue && !wantsFolder && !wantsLimits) {
     return true;
   }
@@ -192,8 +202,12 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
   return true;
 }
 
-bool KeptParts::IsItsTurn(const TaskFigures& task, const KeptPart& part) const {
-  if ((static_cast<std::uint64_t>(part.pid) + m_batch) % m_pace == 0) {
+bool KeptParts::IsItsTurn(Kind kind, const TaskFigures& task, const KeptPart& part) {
+  Turns& turns = m_turns[kind];
+  if (std::exchange(turns.last, m_batch) != m_batch) {
+    ++turns.batches;
+  }
+  if ((static_cast<std::uint64_t>(part.pid) + turns.batches) % m_pace == 0) {
     return true;
   }
   if (m_named.empty()) {
@@ -205,12 +219,14 @@ bool KeptParts::IsItsTurn(const TaskFigures& task, const KeptPart& part) const {
   });
 }
 
-const ProcessSurroundings* KeptParts::Surroundings(const TaskGroup& group,
-                                                   std::size_t index) const {
+const ProcessSurroundings* KeptParts::Surroundings(const TaskGroup& group, std::size_t index) {
   const KeptPart& part = *m_parts[index];
+  // First of all, as it counts the batch.
+  if (IsItsTurn(kSurroundings, group.task, part)) {
+    return nullptr;
+  }
   const KeptSurroundings* const kept = part.surroundings.get();
-  return kept == nullptr || kept->of != MomentOf(group) || IsItsTurn(group.task, part) ? nullptr
-                                                                                       : kept;
+  return kept == nullptr || kept->of != MomentOf(group) ? nullptr : kept;
 }
 
 void KeptParts::KeepSurroundings(const TaskGroup& group, std::size_t index,

@@ -80,8 +80,7 @@ class KeptParts {
   /// What is kept of the surroundings of that process: null where they are to be read, as it has
   /// run since or stands in another control group, or as its turn has come. Who does not run opens
   /// no file and waits where it waited.
-  [[nodiscard]] const ProcessSurroundings* Surroundings(const TaskGroup& group,
-                                                        std::size_t index) const;
+  [[nodiscard]] const ProcessSurroundings* Surroundings(const TaskGroup& group, std::size_t index);
   /// Keeps them, as they were read in this batch.
   void KeepSurroundings(const TaskGroup& group, std::size_t index, ProcessSurroundings read);
   void Clear() { m_parts.clear(); }
@@ -91,11 +90,19 @@ class KeptParts {
 
  private:
   [[nodiscard]] bool ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part);
-  /// Whether the pace or a name wants the process read anew in this batch.
-  [[nodiscard]] bool IsItsTurn(const TaskFigures& task, const KeptPart& part) const;
+  /// What is read anew at the pace, each in so many of the batches that ask for it.
+  enum Kind { kArguments, kFolder, kLimits, kSurroundings, kKinds };
+
+  /// Whether the pace or a name wants that of the process read anew in this batch.
+  [[nodiscard]] bool IsItsTurn(Kind kind, const TaskFigures& task, const KeptPart& part);
 
   std::vector<std::unique_ptr<KeptPart>> m_parts;  ///< in the order of their numbers
   std::vector<std::string> m_named;
   std::uint64_t m_batch = 0;
+  struct Turns {
+    std::uint64_t batches = 0;  ///< that have asked for it
+    std::uint64_t last = 0;     ///< of these
+  };
+  std::array<Turns, kKinds> m_turns;
   std::uint64_t m_pace = 1;
 };

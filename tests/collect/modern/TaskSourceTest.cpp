@@ -286,6 +286,34 @@ TEST_F(TaskSourceTest, SurroundingsAreReadAnewOfWhoHasRunOrWasMoved) {
   EXPECT_TRUE(isReadAnew()) << "its turn";
 }
 
+TEST_F(TaskSourceTest, WhatFewBatchesAskForHasItsTurnsAmongThese) {
+  std::vector<TaskFigures> tasks;
+  for (int pid = 1; pid <= 20; ++pid) {
+    tasks.push_back(MakeTask(pid, pid));
+    WriteParts(pid, "x");
+  }
+  WriteTasks(tasks);
+  Choose("auto", "10");
+  const auto score = [&](const char* text) {
+    for (int pid = 1; pid <= 20; ++pid) {
+      m_host->Write("/proc/" + std::to_string(pid) + "/oom_score", text);
+    }
+  };
+  const auto newScores = [&] {
+    EXPECT_EQ(m_collector.collect(CollectionMask{COLLECT_PROCESS_DETAIL}), nullptr);
+    return std::ranges::count(m_collector.GetModern()->processes, 2, &ProcessDetail::oomScore);
+  };
+  score("1\n");
+  EXPECT_EQ(newScores(), 0);
+  score("2\n");
+  for (int batch = 1; batch <= 10; ++batch) {
+    for (int other = 0; other < 4; ++other) {
+      Collect();
+    }
+    EXPECT_EQ(newScores(), 2 * batch);
+  }
+}
+
 TEST_F(TaskSourceTest, APartThatIsAskedForByNameIsReadAnew) {
   TaskFigures task = MakeTask(20, 20);
   task.virtualPages = 1;

@@ -82,6 +82,20 @@ TEST_F(HistoryStoreTest, KeepsTheWholeTimeOfARow) {
   }
 }
 
+TEST_F(HistoryStoreTest, AnAbandonedBatchLeavesNoRowAndNoLock) {
+  Keep();
+  Batch(m_now);
+  const FakeRecord record(1, m_now + 1);
+  const std::vector<const CMBRecord*> rows{&record};
+  m_store.Take({"FAKE", '4', m_now + 1, rows});
+  m_store.AbandonBatch();
+  EXPECT_EQ(Rows(), 1);
+  Batch(m_now + 2);
+  EXPECT_EQ(Rows(), 2);
+  m_store.AbandonBatch();
+  EXPECT_EQ(Rows(), 2) << "there was none";
+}
+
 TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
   Keep();
   for (const std::int32_t time : {100, 110, 120}) {
