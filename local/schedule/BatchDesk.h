@@ -62,7 +62,7 @@ class BatchDesk {
   std::uint64_t m_rowsMade = 0;
   std::size_t m_maxHeldBytes = std::size_t{128} << 20;
   std::map<std::string, std::size_t> m_bytes;  ///< of each record's rows, when it was last built
-  std::size_t m_largestSinceRelease = 0;  ///< rows of a batch
+  std::size_t m_largestSinceRelease = 0;       ///< rows of a batch
   std::chrono::steady_clock::time_point m_nextRelease{};
   bool m_isSending = false;
   std::set<std::string> m_failedBuilds;

@@ -178,8 +178,10 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
                      PartWishes wishes) {
   KeptPart& part = *m_parts[index];
   const bool isDue = IsItsTurn(kArguments, group.task, part) || !part.isRead;
-  const bool wantsFolder = wishes.folder && (IsItsTurn(kFolder, group.task, part) || !part.folderInode);
-  const bool wantsLimits = wishes.limits && (IsItsTurn(kLimits, group.task, part) || part.limits == nullptr);
+  const bool wantsFolder =
+      wishes.folder && (IsItsTurn(kFolder, group.task, part) || !part.folderInode);
+  const bool wantsLimits =
+      wishes.limits && (IsItsTurn(kLimits, group.task, part) || part.limits == nullptr);
   if (!isDue && !wantsFolder && !wantsLimits) {
     return true;
   }
