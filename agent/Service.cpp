@@ -215,8 +215,8 @@ int RunAgent(Surroundings& around) {
   return Stop(g_pAgent->Run());
 }
 
-/// The whole service but for what it throws.
-int Serve(int argc, char** argv) {
+/// The whole service but for what it throws. The lock is the caller's, so that it outlives that.
+int Serve(int argc, char** argv, ProductLock& productLock) {
   if (!BringUpTracing()) {
     return kFailure;
   }
@@ -224,7 +224,6 @@ int Serve(int argc, char** argv) {
   if (!RegisterService()) {
     return kFailure;
   }
-  ProductLock productLock;
   if (!TakeProductRoot(productLock)) {
     return Terminate(kFailure);
   }
@@ -270,8 +269,10 @@ void GetServiceNameForMessage(char* buffer, std::size_t size) {
 }
 
 int RunService(int argc, char** argv) {
+  // The last words are said before another daemon may begin.
+  ProductLock productLock;
   try {
-    return VisibleExitValue(Serve(argc, argv));
+    return VisibleExitValue(Serve(argc, argv, productLock));
   } catch (const std::exception& exception) {
     Message(10103, exception.what());
     Message(10004);

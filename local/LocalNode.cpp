@@ -74,7 +74,11 @@ LocalNode::LoopParts::LoopParts(const ProblemReport& report)
   operations.ServeAlarms(alarms);
   operations.Followers().OnProblem(report);
   operations.TheGate().OnProblem(report);
-  loop.OnNoMemory([report] { report("Out of memory: what was under way has been given up."); });
+  // The words are made while there is memory for them.
+  loop.OnNoMemory(
+      [report, words = std::string("Out of memory: what was under way has been given up.")] {
+        report(words);
+      });
 }
 
 LocalNode::LoopParts& LocalNode::Parts() {

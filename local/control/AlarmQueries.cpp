@@ -347,9 +347,11 @@ void AlarmQueries::Follow(const std::shared_ptr<ControlRequest>& request) {
   }
   const auto follower = std::make_shared<Follower>(
       *request, m_book == nullptr ? std::vector<Json>{} : m_book->Active());
-  m_followers.push_back(follower);
+  m_followers.reserve(kMostFollowers);
   request->Peer().AnswerWithoutEnd(
       [follower](std::string& piece) { return follower->Next(piece); });
+  // Whose answer has not begun holds no place.
+  m_followers.push_back(follower);
 }
 
 void AlarmQueries::Tell(const Json& alarm) {
@@ -357,14 +359,11 @@ void AlarmQueries::Tell(const Json& alarm) {
     return;
   }
   const std::string line = JsonText(Json{{"event", "alarm"}, {"alarm", alarm}}) + '\n';
-  std::erase_if(m_followers, [&](const auto& follower) {
-    if (follower->IsGone()) {
-      return true;
+  // Memory may end in this loop, so it leaves the list as it is.
+  for (const std::shared_ptr<Follower>& follower : m_followers) {
+    if (!follower->IsGone() && !follower->Take(line)) {
+      follower->Drop();
     }
-    if (follower->Take(line)) {
-      return false;
-    }
-    follower->Drop();
-    return true;
-  });
+  }
+  std::erase_if(m_followers, [](const auto& one) { return one->IsGone(); });
 }

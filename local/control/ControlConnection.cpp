@@ -5,6 +5,7 @@
 #include <asio/buffer.hpp>
 #include <asio/write.hpp>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "json/JsonText.h"
@@ -14,6 +15,8 @@ namespace {
 
 /// A buffer that held more gives its memory back.
 constexpr std::size_t kKeptCapacity = std::size_t{256} << 10;
+/// A client's patience lasts for so many bytes of what it is sent.
+constexpr std::size_t kSliceSize = std::size_t{64} << 10;
 
 bool IsHungUp(int descriptor) {
   ::pollfd state{descriptor, 0, 0};
@@ -63,8 +66,7 @@ void ControlConnection::Guarded(Action action) {
   } catch (const std::bad_alloc&) {
     // A client whose socket nobody reads or writes any more would wait without end.
     Close();
-    m_around.report("A control client (process " + std::to_string(m_peer.process) + ", user " +
-                    std::to_string(m_peer.user) + ") is dropped: no memory.");
+    TellDropped("no memory");
   }
 }
 
@@ -222,12 +224,14 @@ void ControlConnection::AnswerWithoutEnd(AnswerPieces pieces) {
 }
 
 void ControlConnection::Continue() {
-  if (m_isClosed || !std::exchange(m_isAtRest, false)) {
+  if (m_isClosed || !m_isAtRest) {
     return;
   }
   LoopTask task;
   task.run = [self = shared_from_this()](CMBNode&) { self->SendRest(); };
   m_around.loop.Post(std::move(task));
+  // Without memory for the task it rests on, and the next call tries again.
+  m_isAtRest = false;
 }
 
 void ControlConnection::SendRest() {
@@ -240,49 +244,69 @@ void ControlConnection::SendRest() {
 void ControlConnection::Put(std::string text) {
   OutputBudget& budget = m_around.budget;
   if (text.size() > budget.limit - budget.used) {
-    Drop("more than " + std::to_string(budget.limit) + " bytes of answers wait for clients");
+    Close();
+    TellDropped("more than " + std::to_string(budget.limit) + " bytes of answers wait for clients");
     return;
   }
-  budget.used += text.size();
-  m_around.operations.Memory().NoteBytes(text.size());
+  const std::size_t size = text.size();
+  m_around.operations.Memory().NoteBytes(size);
   if (m_pending.empty()) {
     m_pending = std::move(text);
   } else {
     m_pending += text;
   }
+  // What could not be added is not counted.
+  budget.used += size;
   if (m_inFlight.empty()) {
     Write();
   }
 }
 
-void ControlConnection::Drop(const std::string& why) {
+void ControlConnection::TellDropped(const std::string& why) {
   m_around.report("A control client (process " + std::to_string(m_peer.process) + ", user " +
                   std::to_string(m_peer.user) + ") is dropped: " + why + ".");
-  Close();
 }
 
 void ControlConnection::Write() {
   m_inFlight.swap(m_pending);
+  WriteSlice();
+}
+
+void ControlConnection::WriteSlice() {
   try {
-    BeginWrite();
+    BeginSlice();
   } catch (const std::bad_alloc&) {
     OnWritten();
     Close();
   }
 }
 
-void ControlConnection::BeginWrite() {
-  m_patience.After(m_around.patience, [this] {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(m_around.patience);
-    Drop("it has not read on for " + std::to_string(seconds.count()) + " seconds");
-  });
-  asio::async_write(m_socket->stream, asio::buffer(m_inFlight),
-                    [self = shared_from_this()](asio::error_code error, std::size_t) {
-                      self->OnWritten();
-                      if (!self->m_isClosed) {
-                        self->OnWriteEnd(bool(error));
-                      }
+void ControlConnection::BeginSlice() {
+  m_patience.After(m_around.patience, [this] { OnImpatience(); });
+  const std::string_view slice = std::string_view(m_inFlight).substr(m_written, kSliceSize);
+  asio::async_write(m_socket->stream, asio::buffer(slice),
+                    [self = shared_from_this()](asio::error_code error, std::size_t size) {
+                      self->OnSliceEnd(bool(error), size);
                     });
+}
+
+void ControlConnection::OnImpatience() {
+  const auto self = shared_from_this();
+  Close();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(m_around.patience);
+  TellDropped("it has not read on for " + std::to_string(seconds.count()) + " seconds");
+}
+
+void ControlConnection::OnSliceEnd(bool isFailed, std::size_t size) {
+  m_written += size;
+  if (!isFailed && !m_isClosed && m_written < m_inFlight.size()) {
+    WriteSlice();
+    return;
+  }
+  OnWritten();
+  if (!m_isClosed) {
+    OnWriteEnd(isFailed);
+  }
 }
 
 void ControlConnection::OnWriteEnd(bool isFailed) {
@@ -300,6 +324,7 @@ void ControlConnection::OnWriteEnd(bool isFailed) {
 void ControlConnection::OnWritten() {
   m_patience.Cancel();
   m_around.budget.used -= m_inFlight.size();
+  m_written = 0;
   if (m_inFlight.capacity() > kKeptCapacity) {
     std::string().swap(m_inFlight);
   } else {

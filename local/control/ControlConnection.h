@@ -81,10 +81,14 @@ class ControlConnection : public ControlPeer,
   void SendRest();
   void Put(std::string text);
   void Write();
-  void BeginWrite();
+  void WriteSlice();
+  void BeginSlice();
+  void OnSliceEnd(bool isFailed, std::size_t size);
+  void OnImpatience();
   void OnWritten();
-  /// Ends the connection, with words for the log on why.
-  void Drop(const std::string& why);
+  /// Says in the log why the connection has been ended. The end comes first: there may be no memory
+  /// for words.
+  void TellDropped(const std::string& why);
   [[nodiscard]] std::size_t OutputSize() const { return m_pending.size() + m_inFlight.size(); }
 
   const Surroundings& m_around;
@@ -92,12 +96,13 @@ class ControlConnection : public ControlPeer,
   PeerIdentity m_peer;
   Rights m_rights;
   std::shared_ptr<RequestBook> m_requests = std::make_shared<RequestBook>();
-  LoopTimer m_patience;  ///< runs while something is being written
+  LoopTimer m_patience;  ///< runs while a slice is being written
   std::array<char, 16384> m_chunk{};
   LineBuffer m_input{kMaxLine};
-  std::string m_pending;   ///< answers that wait for the write under way
-  std::string m_inFlight;  ///< what is being written
-  AnswerPieces m_pieces;   ///< the rest of an answer, if it comes in pieces
+  std::string m_pending;      ///< answers that wait for the write under way
+  std::string m_inFlight;     ///< what is being written
+  std::size_t m_written = 0;  ///< bytes of it that are
+  AnswerPieces m_pieces;      ///< the rest of an answer, if it comes in pieces
   bool m_isServing = false;
   bool m_isWithoutEnd = false;  ///< `m_pieces` may be asked again when they have ended
   bool m_isAtRest = false;      ///< they have ended, and Continue has not been called since

@@ -151,18 +151,14 @@ void ControlServer::AcceptNext() {
       return;
     }
     if (!error) {
-      try {
-        OnAccepted(std::make_unique<ControlConnection::Socket>(std::move(socket)));
-      } catch (const std::bad_alloc&) {
-        Accept();
-        throw;
-      }
+      // First of all: the library has the memory of the wait that has ended for the next one.
       Accept();
+      OnAccepted(std::make_unique<ControlConnection::Socket>(std::move(socket)));
       return;
     }
     // Out of descriptors, most likely: asking again at once would only spin.
-    m_surroundings.report(m_path + ": no client can be accepted: " + error.message());
     m_pause.After(kAcceptPause, [this] { Accept(); });
+    m_surroundings.report(m_path + ": no client can be accepted: " + error.message());
   });
 }
 

@@ -71,6 +71,8 @@ struct FollowQueries::Batch {
   Batch& operator=(const Batch&) = delete;
 
   void Add(Rows rows) {
+    // Rows that are not logged are not here and not counted, though the owner keeps the answer
+    // whole.
     for (const std::span<const unsigned char> row : rows.kept->rows) {
       // Its place among the rows, and its record's among those of the owner.
       const std::size_t size = row.size() + sizeof row + sizeof(const CMBRecord*);
@@ -206,9 +208,11 @@ void FollowQueries::Follow(const std::shared_ptr<ControlRequest>& request) {
   }
   const auto follower =
       std::make_shared<Follower>(*request, std::get<FollowChoice>(std::move(choice)));
-  m_followers.push_back(follower);
+  m_followers.reserve(kMostFollowers);
   request->Peer().AnswerWithoutEnd(
       [follower](std::string& piece) { return follower->Next(piece); });
+  // Whose answer has not begun holds no place.
+  m_followers.push_back(follower);
 }
 
 void FollowQueries::Take(const ScheduledRows& rows) {
@@ -230,18 +234,15 @@ void FollowQueries::EndBatch() {
   if (batch == nullptr) {
     return;
   }
-  std::erase_if(m_followers, [&](const auto& follower) {
-    if (follower->IsGone()) {
-      return true;
+  // Memory may end in this loop, so it leaves the list as it is.
+  for (const std::shared_ptr<Follower>& follower : m_followers) {
+    if (!follower->IsGone() && !follower->Take(batch)) {
+      follower->Drop();
+      m_report("A client that follows the schedules is dropped: it is more than " +
+               std::to_string(kMostBehind) + " batches behind");
     }
-    if (follower->Take(batch)) {
-      return false;
-    }
-    follower->Drop();
-    m_report("A client that follows the schedules is dropped: it is more than " +
-             std::to_string(kMostBehind) + " batches behind");
-    return true;
-  });
+  }
+  std::erase_if(m_followers, [](const auto& one) { return one->IsGone(); });
   BoundBytes();
 }
 

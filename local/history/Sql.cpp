@@ -114,7 +114,12 @@ SqlDatabase::SqlDatabase(const std::string& path, int busyMilliseconds) {
   // (a column or an index that is computed) makes no large values.
   for (const int option : {SQLITE_DBCONFIG_ENABLE_TRIGGER, SQLITE_DBCONFIG_ENABLE_VIEW,
                            SQLITE_DBCONFIG_TRUSTED_SCHEMA}) {
-    ::sqlite3_db_config(database, option, 0, nullptr);
+    int state = -1;
+    const int refused = ::sqlite3_db_config(database, option, 0, &state);
+    if (refused != SQLITE_OK || state != 0) {
+      throw SqlError(refused & kPrimaryCode,
+                     "the library does not take option " + std::to_string(option));
+    }
   }
   Execute("PRAGMA ignore_check_constraints = ON");
   ::sqlite3_limit(database, SQLITE_LIMIT_LENGTH, kMostValueBytes);

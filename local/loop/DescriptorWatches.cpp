@@ -117,5 +117,10 @@ void DescriptorWatches::PostEvent(const std::shared_ptr<Entry>& entry) {
       Arm(watched);
     }
   };
+  task.fail = [this, weak = std::weak_ptr<Entry>(entry)] {
+    if (const std::shared_ptr<Entry> watched = weak.lock(); watched && watched->isWatched) {
+      Arm(watched);
+    }
+  };
   m_loop.Post(std::move(task));
 }

@@ -34,6 +34,16 @@ int MakeWakeDescriptor() {
   return descriptor;
 }
 
+/// What is done for want of memory may want some itself, and then ends there.
+void DoWithoutMemory(const std::function<void()>& action) {
+  if (action) {
+    try {
+      action();
+    } catch (const std::bad_alloc&) {
+    }
+  }
+}
+
 /// Restores a value at the end of a scope, also when an exception passes.
 template <class T>
 class Restore {
@@ -121,7 +131,7 @@ void EventLoop::WaitForIo() {
   try {
     Io().run_one();
   } catch (const std::bad_alloc&) {
-    m_onNoMemory();
+    DoWithoutMemory(m_onNoMemory);
   }
 }
 
@@ -129,7 +139,7 @@ void EventLoop::WaitForIoUntil(Clock::time_point deadline) {
   try {
     Io().run_one_until(deadline);
   } catch (const std::bad_alloc&) {
-    m_onNoMemory();
+    DoWithoutMemory(m_onNoMemory);
   }
 }
 
@@ -173,7 +183,7 @@ bool EventLoop::PollOne() {
   try {
     return Io().poll_one() != 0;
   } catch (const std::bad_alloc&) {
-    m_onNoMemory();
+    DoWithoutMemory(m_onNoMemory);
     return true;
   }
 }
@@ -201,10 +211,9 @@ void EventLoop::Deliver(LoopTask task) {
       try {
         task.run(*m_node);
       } catch (const std::bad_alloc&) {
-        m_onNoMemory();
-        if (task.fail) {
-          task.fail();
-        }
+        // Who waits comes before the words on it.
+        DoWithoutMemory(task.fail);
+        DoWithoutMemory(m_onNoMemory);
       }
     }
   }

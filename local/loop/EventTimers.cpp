@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -65,20 +66,31 @@ int EventTimers::Schedule(CMBEvent* event, long period, int repeat, long firstTi
 }
 
 void EventTimers::OnDue(const std::shared_ptr<Entry>& entry) {
-  if (!entry->isWaiting) {
-    LoopTask task;
-    task.isBatch = IsBatch(*entry->event);
-    task.run = [weak = std::weak_ptr<Entry>(entry)](CMBNode& node) {
-      const std::shared_ptr<Entry> due = weak.lock();
-      if (due && !due->isCancelled) {
-        due->isWaiting = false;
-        node.Dispatch(due->event.get());
-      }
-    };
-    m_loop.Post(std::move(task));
-    entry->isWaiting = true;
+  try {
+    PostEvent(entry);
+  } catch (const std::bad_alloc&) {
+    // The next delivery is due all the same.
+    WaitForNext(entry);
+    throw;
   }
   WaitForNext(entry);
+}
+
+void EventTimers::PostEvent(const std::shared_ptr<Entry>& entry) {
+  if (entry->isWaiting) {
+    return;
+  }
+  LoopTask task;
+  task.isBatch = IsBatch(*entry->event);
+  task.run = [weak = std::weak_ptr<Entry>(entry)](CMBNode& node) {
+    const std::shared_ptr<Entry> due = weak.lock();
+    if (due && !due->isCancelled) {
+      due->isWaiting = false;
+      node.Dispatch(due->event.get());
+    }
+  };
+  m_loop.Post(std::move(task));
+  entry->isWaiting = true;
 }
 
 void EventTimers::WaitForNext(const std::shared_ptr<Entry>& entry) {

@@ -26,6 +26,7 @@ class EventTimers {
  private:
   struct Entry;
   void OnDue(const std::shared_ptr<Entry>& entry);
+  void PostEvent(const std::shared_ptr<Entry>& entry);
   void WaitForNext(const std::shared_ptr<Entry>& entry);
   [[nodiscard]] std::vector<std::shared_ptr<Entry>>::iterator Find(const CMBEvent* event);
 

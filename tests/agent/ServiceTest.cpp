@@ -5,13 +5,14 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "agent/ProductLock.h"
 #include "agent/UnixAgent.h"
 #include "collect/ProcLib.h"
 #include "support/HostPaths.h"
@@ -50,6 +51,19 @@ std::time_t TimeThatMayRaise(std::time_t*) {
   }
   return 1'700'000'000;
 }
+
+/// Looks, when it is asked for its text, whether another daemon could begin.
+class LookingError : public std::exception {
+ public:
+  explicit LookingError(bool& isFree) : m_isFree(isFree) {}
+  [[nodiscard]] const char* what() const noexcept override {
+    m_isFree = ProductLock().Take();
+    return "out of luck";
+  }
+
+ private:
+  bool& m_isFree;
+};
 
 /// The service on a product root of its own, with the scripted node.
 class ServiceTest : public ::testing::Test {
@@ -195,8 +209,10 @@ TEST_F(ServiceTest, TheSignalAndTheRunsResultDecideTheExit) {
 }
 
 TEST_F(ServiceTest, AnExceptionEndsTheProcessWithoutTeardown) {
-  Node().onRun = [](CMBRunnableNode&) { throw std::runtime_error("out of luck"); };
+  bool isFree = true;
+  Node().onRun = [&](CMBRunnableNode&) { throw LookingError(isFree); };
   EXPECT_EQ(1, Start());
+  EXPECT_FALSE(isFree) << "another daemon could begin before the last words";
   EXPECT_EQ((Numbers{10003, 10103, 10004}), Messages());
   EXPECT_EQ(1U, Node().LinesWith("QMTX10103-E An exception occurred. (msg=out of luck)").size());
   EXPECT_EQ("Run", Node().calls.back());

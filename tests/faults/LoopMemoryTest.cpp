@@ -1,23 +1,35 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <ctime>
 #include <new>
 #include <stdexcept>
+#include <string>
 
 #include "io/LoopTimer.h"
+#include "local/loop/DescriptorWatches.h"
 #include "local/loop/EventLoop.h"
+#include "local/loop/EventTimers.h"
 #include "local/schedule/ScheduleBook.h"
+#include "support/Descriptor.h"
+#include "tests/faults/Allocator.h"
 #include "tests/faults/KilledChild.h"
 #include "tests/local/FakeAgent.h"
 
 namespace {
 
 /// Runs the loop until a stop is asked for, or for ten seconds.
-void RunLoop(EventLoop& loop) {
+void RunLoop(EventLoop& loop, FakeAgent& agent) {
   LoopTimer limit(loop);
   limit.After(std::chrono::seconds(10), [] { EventLoop::RequestStop(); });
-  FakeAgent agent;
   loop.Run(agent);
+}
+
+void RunLoop(EventLoop& loop) {
+  FakeAgent agent;
+  RunLoop(loop, agent);
 }
 
 TEST(LoopMemoryTest, ATaskThatEndsForWantOfMemoryFailsThoseWhoWait) {
@@ -35,6 +47,70 @@ TEST(LoopMemoryTest, ATaskThatEndsForWantOfMemoryFailsThoseWhoWait) {
   RunLoop(loop);
   EXPECT_EQ(told, 1);
   EXPECT_EQ(failed, 1);
+}
+
+TEST(LoopMemoryTest, WhatIsDoneForWantOfMemoryMayWantSomeItself) {
+  EventLoop loop;
+  std::string order;
+  loop.OnNoMemory([&] {
+    order += "t";
+    throw std::bad_alloc();
+  });
+  LoopTask poor;
+  poor.run = [](CMBNode&) { throw std::bad_alloc(); };
+  poor.fail = [&] {
+    order += "f";
+    throw std::bad_alloc();
+  };
+  loop.Post(std::move(poor));
+  LoopTask last;
+  last.run = [](CMBNode&) { EventLoop::RequestStop(); };
+  loop.Post(std::move(last));
+  EXPECT_NO_THROW(RunLoop(loop));
+  EXPECT_EQ(order, "ft");
+}
+
+TEST(LoopMemoryTest, ATimerGoesOnAfterADeliveryWithoutMemory) {
+  EventLoop loop;
+  int told = 0;
+  loop.OnNoMemory([&] { ++told; });
+  EventTimers timers(loop);
+  FakeAgent agent;
+  int delivered = 0;
+  agent.onSocket = [&](int) {
+    ++delivered;
+    EventLoop::RequestStop();
+  };
+  auto* event = new CMBSocketEvent(7);
+  ASSERT_EQ(timers.Schedule(event, 1, -1, std::time(nullptr) + 1), 0);
+  LoopTask arm;
+  arm.run = [](CMBNode&) { faults::CountAllocations(1); };
+  loop.Post(std::move(arm));
+  RunLoop(loop, agent);
+  faults::StopCountingAllocations();
+  EXPECT_EQ(told, 1);
+  EXPECT_EQ(delivered, 1);
+}
+
+TEST(LoopMemoryTest, ADescriptorIsWatchedOnAfterAHandlerWithoutMemory) {
+  EventLoop loop;
+  DescriptorWatches watches(loop, [](const std::string& text) { ADD_FAILURE() << text; });
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const Descriptor reader(ends[0]);
+  const Descriptor writer(ends[1]);
+  ASSERT_EQ(::write(writer.Get(), "a", 1), 1);
+  ASSERT_EQ(watches.Watch(reader.Get()), 0);
+  FakeAgent agent;
+  int delivered = 0;
+  agent.onSocket = [&](int) {
+    if (++delivered == 1) {
+      throw std::bad_alloc();
+    }
+    EventLoop::RequestStop();
+  };
+  RunLoop(loop, agent);
+  EXPECT_EQ(delivered, 2);
 }
 
 /// A sink whose memory ends at the first batch.

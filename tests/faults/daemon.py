@@ -156,7 +156,8 @@ def check_full(build, what, is_told):
             wait_for(f"a word about {what}", lambda: is_told(daemon))
             daemon.scrape()
             daemon.switch.unlink()
-            if lost := [key for key in expected if key not in daemon.batches()[0]]:
+            batch = daemon.batches()[0]
+            if lost := [key for key in expected if key not in batch]:
                 fail(f"full {what}: {lost}")
             before = daemon.kept() if what.startswith("log") else 0
             wait_for("the history", lambda: daemon.kept() >= before + 2)

@@ -638,6 +638,29 @@ TEST_F(ControlServerTest, WhoReadsNoMoreOrIsGoneHoldsNoRows) {
   EXPECT_THAT(m_problems[0], HasSubstr("has not read on"));
 }
 
+TEST_F(ControlServerTest, WhoReadsOnSlowlyGetsALongAnswerWhole) {
+  constexpr std::size_t kStep = 65536;
+  LayoutRegistry::Instance().PublishListing(
+      std::vector<RecordListing>(50000, RecordListing{"FAKE", '4', true}));
+  ControlSettings settings;
+  settings.patience = std::chrono::seconds(1);
+  std::string answer;
+  const auto begin = std::chrono::steady_clock::now();
+  Serve(settings, [&] {
+    TestClient slow;
+    EXPECT_TRUE(slow.Send(R"({"op":"records"})"));
+    slow.EndRequests();
+    for (std::string part; part = slow.ReceiveBytes(kStep), !part.empty();) {
+      answer += part;
+      std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    }
+  });
+  PublishFakeRecords();
+  EXPECT_THAT(m_problems, ElementsAre());
+  EXPECT_TRUE(answer.ends_with("]}\n")) << answer.size() << " bytes";
+  EXPECT_GT(std::chrono::steady_clock::now() - begin, 2 * settings.patience);
+}
+
 TEST_F(ControlServerTest, RowsThatAnswersHoldAreBounded) {
   m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
     for (CMBRecordRequestEvent* event : batch.m_events) {

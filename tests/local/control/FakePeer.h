@@ -1,5 +1,6 @@
 #pragma once
 
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,8 +19,14 @@ class FakePeer : public ControlPeer {
     answers.push_back(line + '\n' + bytes);
   }
   /// Takes nothing by itself: a test asks `endless`.
-  void AnswerWithoutEnd(AnswerPieces answer) override { endless = std::move(answer); }
-  void Continue() override { ++continues; }
+  void AnswerWithoutEnd(AnswerPieces answer) override {
+    EndWhenPoor();
+    endless = std::move(answer);
+  }
+  void Continue() override {
+    EndWhenPoor();
+    ++continues;
+  }
   void Abandon() override { isGone = true; }
   void AnswerInPieces(AnswerPieces pieces) override {
     std::string line;
@@ -35,10 +42,17 @@ class FakePeer : public ControlPeer {
 
   std::vector<std::string> answers;
   bool isGone = false;
+  bool isPoor = false;   ///< has no memory for an answer without end
   AnswerPieces endless;  ///< of an answer without end
   int continues = 0;
 
  private:
+  void EndWhenPoor() const {
+    if (isPoor) {
+      throw std::bad_alloc();
+    }
+  }
+
   Rights m_rights;
   RequestBook m_requests;
 };

@@ -29,8 +29,9 @@ class FollowQueriesTest : public ::testing::Test {
     LayoutRegistry::Instance().Publish(kSecretLayout);
   }
   /// A follower with these further members of its request.
-  std::shared_ptr<FakePeer> Follow(const std::string& members) {
-    auto peer = std::make_shared<FakePeer>(Rights::kRead);
+  std::shared_ptr<FakePeer> Follow(
+      const std::string& members,
+      const std::shared_ptr<FakePeer>& peer = std::make_shared<FakePeer>(Rights::kRead)) {
     m_follow.Follow(std::make_shared<ControlRequest>(JsonOf("{\"id\":1" + members + "}"), peer));
     return peer;
   }
@@ -165,6 +166,28 @@ TEST_F(FollowQueriesTest, FollowersAndWhatWaitsForThemAreBounded) {
   others[0]->isGone = true;
   others[1].reset();
   EXPECT_THAT(Follow("")->answers, IsEmpty()) << "who has gone holds no place";
+}
+
+TEST_F(FollowQueriesTest, WantOfMemoryLeavesNoFollowerBehind) {
+  std::vector<std::shared_ptr<FakePeer>> refused(FollowQueries::kMostFollowers);
+  for (std::shared_ptr<FakePeer>& peer : refused) {
+    peer = std::make_shared<FakePeer>(Rights::kRead);
+    peer->isPoor = true;
+    EXPECT_THROW(Follow("", peer), std::bad_alloc);
+  }
+  const auto gone = Follow("");
+  const auto steady = Follow("");
+  const auto poor = Follow("");
+  EXPECT_THAT(gone->answers, IsEmpty()) << "who was told an error holds no place";
+  gone->isGone = true;
+  poor->isPoor = true;
+  EXPECT_THROW(Batch({"FAKE"}, 10), std::bad_alloc);
+  poor->isPoor = false;
+  Batch({"FAKE"}, 20);
+  for (const auto& peer : {steady, poor}) {
+    EXPECT_THAT(Told(*peer), ElementsAre(R"({"id":1,"ok":true})", "FAKE4 10 1", "batch 10",
+                                         "FAKE4 20 1", "batch 20"));
+  }
 }
 
 class FollowedControlTest : public ::testing::Test, protected ServedControl {};
