@@ -44,19 +44,12 @@ class SampleSink : public RecordSink {
   std::vector<ShownRecord>& m_records;
 };
 
-class NoSink : public RecordSink {
- public:
-  void Begin(const ShownRecord&) override {}
-  bool Row(Json) override { return true; }
-  void End() override {}
-};
-
 }  // namespace
 
-/// What comes of one request, on its way to the sink.
+/// What comes of one request, on its way to the sink; without one it is compared alone.
 class RecordReader::Reading {
  public:
-  Reading(RecordReader& reader, RecordSink& sink)
+  Reading(RecordReader& reader, RecordSink* sink)
       : m_reader(reader), m_sink(sink), m_errors(reader.m_names.size()) {}
 
   void Begin(std::size_t place, const Json& result) {
@@ -89,6 +82,10 @@ class RecordReader::Reading {
     }
     if (std::optional<TwoLooks>& looks = m_reader.m_looks[m_place]) {
       looks->CompareRow(row);
+      m_reader.CheckHeld();
+    }
+    if (m_sink == nullptr) {
+      return true;
     }
     if (m_choice == nullptr) {
       return Show(std::move(row));
@@ -112,12 +109,12 @@ class RecordReader::Reading {
     if (std::optional<TwoLooks>& looks = m_reader.m_looks[m_place]) {
       looks->End();
     }
-    if (!m_errors[m_place].empty()) {
+    if (m_sink == nullptr || !m_errors[m_place].empty()) {
       return;
     }
     ShowHeld();
     BeginShown();
-    m_sink.End();
+    m_sink->End();
     // In JSON an empty array says as much.
     const Format format = m_reader.m_format;
     if (m_rows == 0 && format != Format::kJson && format != Format::kJsonLine) {
@@ -141,18 +138,18 @@ class RecordReader::Reading {
 
   void BeginShown() {
     if (!std::exchange(m_isBegun, true)) {
-      m_sink.Begin(m_record);
+      m_sink->Begin(m_record);
     }
   }
 
   bool Show(Json row) {
     BeginShown();
     ++m_rows;
-    return m_sink.Row(std::move(row));
+    return m_sink->Row(std::move(row));
   }
 
   RecordReader& m_reader;
-  RecordSink& m_sink;
+  RecordSink* m_sink;
   std::vector<std::string> m_errors;  ///< of each name, what there is to say of it
   ShownRecord m_record;               ///< the one at hand
   std::size_t m_place = 0;
@@ -172,11 +169,12 @@ Json SchemaRequest(const RecordName& record) {
 }
 
 RecordReader::RecordReader(const std::string& socket, const RecordOptions& options,
-                           const char* operation, int stop)
+                           const char* operation, int stop, const ConnectionLimits& limits)
     : m_format(options.format),
       m_names(ParseRecordNames(options.records)),
       m_looks(m_names.size()),
-      m_connection(socket, stop) {
+      m_mostHeld(limits.answerBytes),
+      m_connection(socket, stop, limits) {
   ResolveNames();
   Json names = Json::Array();
   for (const RecordName& name : m_names) {
@@ -214,7 +212,9 @@ Sample RecordReader::Read() {
   return sample;
 }
 
-std::vector<std::string> RecordReader::Read(RecordSink& sink) {
+std::vector<std::string> RecordReader::Read(RecordSink& sink) { return ReadTo(&sink); }
+
+std::vector<std::string> RecordReader::ReadTo(RecordSink* sink) {
   Reading reading(*this, sink);
   const RowTaker taker{[&](std::size_t place, const Json& result) { reading.Begin(place, result); },
                        [&](Json row) { return reading.Row(std::move(row)); }};
@@ -240,10 +240,20 @@ bool RecordReader::LookFirst() {
   if (std::ranges::none_of(m_looks, isNeeded)) {
     return false;
   }
-  NoSink sink;
-  static_cast<void>(Read(sink));
+  static_cast<void>(ReadTo(nullptr));
   return std::ranges::any_of(
       m_looks, [&](const auto& looks) { return isNeeded(looks) && looks->HasLast(); });
+}
+
+void RecordReader::CheckHeld() const {
+  std::size_t held = 0;
+  for (const std::optional<TwoLooks>& looks : m_looks) {
+    held += looks ? looks->HeldBytes() : 0;
+  }
+  if (held > m_mostHeld) {
+    throw ClientError("the answer has more rows than can be compared within " +
+                      std::to_string(m_mostHeld) + " bytes; --raw shows them as they are");
+  }
 }
 
 const Schema& RecordReader::SchemaOf(const RecordName& record) {
@@ -264,8 +274,9 @@ void RecordReader::MakeChoices(const ChoiceOptions& options) {
     m_choices.push_back(schema.fields.empty() ? std::nullopt
                                               : std::optional(RowChoice(options, schema)));
   }
-  const auto& first = m_choices.front();
-  if (m_request["op"] == "get" && first && !first->NamedRows().empty()) {
-    m_request["named"] = Json(first->NamedRows());
+  const auto first =
+      std::ranges::find_if(m_choices, [](const auto& choice) { return choice.has_value(); });
+  if (m_request["op"] == "get" && first != m_choices.end() && !(*first)->NamedRows().empty()) {
+    m_request["named"] = Json((*first)->NamedRows());
   }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
@@ -34,9 +35,10 @@ struct Sample {
 class RecordReader {
  public:
   /// `operation` is "get" or "last". Throws UsageError for names and choices that can't be meant,
-  /// before anything is collected; ClientError.
+  /// before anything is collected; ClientError. `limits.answerBytes` bounds also what is held to
+  /// compare readings.
   RecordReader(const std::string& socket, const RecordOptions& options, const char* operation,
-               int stop = -1);
+               int stop = -1, const ConnectionLimits& limits = {});
 
   /// With "get", figures are those since the reading before, unless `options` want others. Throws
   /// ClientError, or Interrupted. What it holds is bounded, and so is how much can be had.
@@ -46,7 +48,8 @@ class RecordReader {
   /// Returns what the operator has to know of the other records.
   [[nodiscard]] std::vector<std::string> Read(RecordSink& sink);
 
-  /// Takes a reading that the next one is compared with. False if there is nothing to compare.
+  /// Takes a reading that the next one is compared with, and holds no more of it. False if there is
+  /// nothing to compare.
   [[nodiscard]] bool LookFirst();
 
   /// Whether a record failed in any reading.
@@ -55,6 +58,10 @@ class RecordReader {
  private:
   class Reading;
 
+  /// Without a sink the rows are compared alone.
+  std::vector<std::string> ReadTo(RecordSink* sink);
+  /// Throws ClientError where more is held to compare readings than may be.
+  void CheckHeld() const;
   void ResolveNames();
   const Schema& SchemaOf(const RecordName& record);
   void MakeChoices(const ChoiceOptions& options);
@@ -67,6 +74,7 @@ class RecordReader {
   std::vector<std::optional<RowChoice>> m_choices;
   std::vector<std::optional<TwoLooks>> m_looks;  ///< one for each name that is compared
   Json m_request;
+  std::size_t m_mostHeld;  ///< bytes
   Connection m_connection;
   std::map<std::string, Schema> m_known;
   std::vector<Schema> m_schemas;  ///< one for each name, without fields where none is wanted

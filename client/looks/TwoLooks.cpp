@@ -25,6 +25,13 @@ double GrowthOfCounter(double now, double before, bool wraps) {
   return growth + kRange < kRange / 2 ? growth + kRange : kNothing;
 }
 
+/// Of an entry in a table of totals, with what the table and the heap take for it.
+std::size_t BytesOf(const std::string& key, const std::vector<double>& totals) {
+  constexpr std::size_t kPointers = 6;
+  return sizeof(key) + sizeof(totals) + key.size() + totals.size() * sizeof(double) +
+         kPointers * sizeof(void*);
+}
+
 /// A figure without the digits that a difference of fractions brings; null for none.
 Json Figure(double value) {
   constexpr double kDigits = 1e6;
@@ -138,7 +145,8 @@ void TwoLooks::CompareRow(Json& row) {
   std::string key = KeyOf(row);
   Totals totals = TotalsOf(row);
   // Of two rows with the same key the second is new: each is compared once.
-  const auto last = m_last.extract(key);
+  const auto last = m_last.totals.extract(key);
+  m_last.bytes -= last.empty() ? 0 : BytesOf(last.key(), last.mapped());
   const Totals growth = GrowthOf(totals, last.empty() ? nullptr : &last.mapped());
   for (const Column& column : m_columns) {
     Json* value = FindMember(row, column.place, column.label);
@@ -157,7 +165,9 @@ void TwoLooks::CompareRow(Json& row) {
       *value = Figure(growth[column.total]);
     }
   }
-  m_now.try_emplace(std::move(key), std::move(totals));
+  const std::size_t bytes = BytesOf(key, totals);
+  const bool isNew = m_now.totals.try_emplace(std::move(key), std::move(totals)).second;
+  m_now.bytes += isNew ? bytes : 0;
 }
 
 void TwoLooks::End() {

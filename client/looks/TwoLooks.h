@@ -34,6 +34,9 @@ class TwoLooks {
   void CompareRow(Json& row);
   void End();
 
+  /// About as many as are held of the looks, however long their rows were.
+  [[nodiscard]] std::size_t HeldBytes() const { return m_last.bytes + m_now.bytes; }
+
  private:
   enum class Kind { kKey, kCounter, kRate, kShare, kInterval };
   struct Column {
@@ -44,7 +47,10 @@ class TwoLooks {
     std::size_t total = 0;  ///< where a counter's or a rate's total stands in Totals
   };
   using Totals = std::vector<double>;  ///< not a number where there is none
-  using TotalsByKey = std::unordered_map<std::string, Totals>;
+  struct Look {
+    std::unordered_map<std::string, Totals> totals;  ///< by the key
+    std::size_t bytes = 0;
+  };
 
   std::size_t TotalOf(const Column& counter);
   [[nodiscard]] std::string KeyOf(const Json& row) const;
@@ -54,8 +60,8 @@ class TwoLooks {
   std::vector<Column> m_columns;  ///< those that are part of a comparison
   std::vector<Column> m_counters;
   bool m_areNeeded = false;
-  TotalsByKey m_last;  ///< those that this look has not had yet
-  TotalsByKey m_now;
+  Look m_last;  ///< those that this look has not had yet
+  Look m_now;
   TimePoint m_at;        ///< of the look that began last
   double m_seconds = 0;  ///< since the one before, not a number if it was the first
   bool m_hasLast = false;

@@ -36,6 +36,7 @@ RowChoice::RowChoice(const ChoiceOptions& options, const Schema& schema) {
   } catch (const std::invalid_argument& error) {
     throw UsageError(error.what());
   }
+  NameRows(schema);
   for (const std::string& text : options.sort) {
     m_sort.emplace_back(text, find, has);
   }
@@ -99,15 +100,14 @@ Json RowChoice::Narrowed(Json row) const {
   return out;
 }
 
-std::vector<std::string> RowChoice::NamedRows() const {
-  std::vector<std::string> names;
+void RowChoice::NameRows(const Schema& schema) {
   for (const RowCondition& condition : m_where) {
-    if (condition.Sign() == "=" && names.size() < kMostNames &&
-        condition.Operand().size() <= kMostNameBytes) {
-      names.push_back(condition.Operand());
+    const std::string& meaning = schema.fields[condition.Field().place].meaning;
+    if (condition.Sign() == "=" && (meaning == "key" || meaning == "text") &&
+        m_namedRows.size() < kMostNames && condition.Operand().size() <= kMostNameBytes) {
+      m_namedRows.push_back(condition.Operand());
     }
   }
-  return names;
 }
 
 void RowChoice::Apply(Json& rows) const {

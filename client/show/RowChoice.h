@@ -23,8 +23,8 @@ class RowChoice {
   /// The languages are those of RowCondition and RowOrder. Throws UsageError, naming what is wrong.
   RowChoice(const ChoiceOptions& options, const Schema& schema);
 
-  /// What the conditions ask a value to be: names of rows, perhaps.
-  [[nodiscard]] std::vector<std::string> NamedRows() const;
+  /// What the conditions ask keys and texts to be, as the daemon takes names of rows.
+  [[nodiscard]] const std::vector<std::string>& NamedRows() const { return m_namedRows; }
 
   /// Leaves of the rows, and of each row, what was chosen. Rows that are equal keep their order;
   /// one without the value comes last.
@@ -50,8 +50,10 @@ class RowChoice {
 
   static Column ColumnOf(const Field& field, const Schema& schema);
   void ParseColumns(std::string_view text, const Schema& schema);
+  void NameRows(const Schema& schema);
 
   std::vector<RowCondition> m_where;
+  std::vector<std::string> m_namedRows;
   std::vector<RowOrder> m_sort;
   std::vector<Column> m_columns;
 };

@@ -92,7 +92,7 @@ void Changer::ChangeOnce(Bytes& bytes, const std::vector<Bytes>& inputs) {
                                                     "4294967296",
                                                     "18446744073709551616",
                                                     "\n",
-                                                    "\0",
+                                                    {"\0", 1},
                                                     "\xff\xff\xff\xff",
                                                     "\x7f\xff\xff\xff",
                                                     "1e999",
@@ -103,6 +103,7 @@ void Changer::ChangeOnce(Bytes& bytes, const std::vector<Bytes>& inputs) {
                                                     "{",
                                                     "]",
                                                     "%n"};
+  static_assert(std::ranges::none_of(kOddPieces, &std::string_view::empty));
   if (bytes.empty()) {
     bytes.push_back(static_cast<std::uint8_t>(m_random()));
     return;

@@ -92,6 +92,24 @@ TEST(RowChoice, ColumnsStandInTheOrderWanted) {
   EXPECT_EQ(JsonText(rows), R"([{"A, B":2}])");
 }
 
+TEST(RowChoice, NamesRowsByKeysAndTextsAlone) {
+  const std::string longest(256, 'x');
+  const struct {
+    std::vector<std::string> where;
+    std::vector<std::string> names;
+  } cases[] = {
+      {{"PID=9", "Program = bash "}, {"9", "bash"}},
+      {{"CPU %=1", "Snapshot Time=1700000000"}, {}},
+      {{"PID!=9", "PID>9", "Program~bash"}, {}},
+      {{"Program=" + longest, "Program=" + longest + "x"}, {longest}},
+      {std::vector<std::string>(17, "PID=9"), std::vector<std::string>(16, "9")},
+  };
+  for (const auto& entry : cases) {
+    EXPECT_EQ(RowChoice({entry.where, {}, {}}, Processes()).NamedRows(), entry.names)
+        << testing::PrintToString(entry.where);
+  }
+}
+
 TEST(RowChoice, SaysWhatCannotBeMeant) {
   const struct {
     ChoiceOptions options;
