@@ -318,6 +318,7 @@ static __always_inline void TellMemory(struct TaskFigures* figures, struct task_
   TellResident(figures, &resident, memory->hiwater_rss);
 }
 
+/// 0 where it is written.
 static __noinline int WriteThread(struct seq_file* file, struct task_struct* task,
                                   struct pid_namespace* ns, uint32_t level) {
   const struct Reader reader = {ns, level};
@@ -327,6 +328,10 @@ static __noinline int WriteThread(struct seq_file* file, struct task_struct* tas
   figures->size = sizeof(struct TaskFigures);
   figures->version = QMT_TASK_FIGURES_VERSION;
   TellNumbers(figures, task, &reader);
+  // A task that was reaped since the kernel took it up has no number any more.
+  if (figures->pid == 0 || figures->tgid == 0) {
+    return -1;
+  }
   TellTerminal(figures, task, &reader);
   TellOwner(figures, task);
   TellState(figures, task);
@@ -371,8 +376,9 @@ static __always_inline void WriteTask(struct bpf_iter__task* context,
   struct pid_namespace* ns = BPF_CORE_READ(walk, ns);
   // Where one of the two does not fit into the kernel's buffer any more, both are written again by
   // the next read.
-  WriteThread(file, task, ns, BPF_CORE_READ(ns, level));
-  writeGroup(file, task);
+  if (WriteThread(file, task, ns, BPF_CORE_READ(ns, level)) == 0) {
+    writeGroup(file, task);
+  }
 }
 
 // One of the two is loaded: the loop over the processors is nothing that kernels before 5.17 know.

@@ -112,6 +112,9 @@ bool TaskPin::Replace(int link, ::gid_t group, ::mode_t mode, std::string& reaso
     return false;
   }
   const Descriptor folder = OpenFolder(reason);
+  if (!folder.IsOpen() && reason.empty()) {
+    reason = Failure(m_folder, ENOENT);  // somebody has taken it away meanwhile
+  }
   if (folder.IsOpen() && !IsOwnFolder(folder.Get())) {
     reason = m_folder + " is another user's, or others may write there";
   } else if (folder.IsOpen() && (::flock(folder.Get(), LOCK_EX) != 0 ||

@@ -105,7 +105,8 @@ bool FindGroup(const std::string& name, ::gid_t& group) {
     return true;
   }
   constexpr int kDecimal = 10;
-  return ReadNumber(name, kDecimal, group);
+  // The last number of all leaves a file's group as it is.
+  return ReadNumber(name, kDecimal, group) && group != static_cast<::gid_t>(-1);
 }
 
 std::string GroupName(::gid_t group) {

@@ -29,6 +29,9 @@ constexpr std::size_t kPieceOfStream = 64 * 1024;
 constexpr int kReadsOfAList = 10;
 /// The kernel asks for a further read after so many tasks without a word.
 constexpr int kMostEmptyReads = 100;
+/// Processes that change their numbers meanwhile, or memory that is short, spoil one stream and not
+/// the next.
+constexpr int kMostFaultsInRow = 3;
 
 std::string_view ChosenSource() {
   const char* const chosen = ProductOptions::Instance().Get("Host", "Process Source");
@@ -68,12 +71,18 @@ bool HasClockOfHost() {
   return seconds == 0 && nanoseconds == 0;
 }
 
+/// Another file that the environment names instead of the pinned one; empty if it does not.
+std::string OtherFile() {
+  const char* const other = std::getenv(kIteratorVariable);
+  return other == nullptr ? "" : other;
+}
+
 /// Why the iterator of this host is not that of the monitored one; empty if it is.
-std::string ReasonOfHost() {
+std::string ReasonOfHost(bool hasOtherFile) {
   if (g_hostReads != nullptr) {
     return "a capture is made or replayed";
   }
-  if (!IsRunningHost()) {
+  if (!IsRunningHost() && !hasOtherFile) {
     return "the host is a tree of files";
   }
   if (!HasUsersOfHost()) {
@@ -116,6 +125,7 @@ TaskIterator& TaskIterator::Instance() {
 
 std::vector<TaskGroup>* TaskIterator::Read() {
   const std::string reason = TryToRead();
+  PublishReason(reason);
   Tell(reason);
   m_isInUse = reason.empty();
   if (m_isInUse) {
@@ -128,11 +138,20 @@ std::string TaskIterator::TryToRead() {
   if (ChosenSource() == "proc") {
     return "the setting Process Source is proc";
   }
-  if (const char* other = std::getenv(kIteratorVariable); other != nullptr && *other != '\0') {
-    return ReadFile(other);
+  const std::string other = OtherFile();
+  if (std::string reason = ReasonOfHost(!other.empty()); !reason.empty()) {
+    return reason;
   }
-  const std::string reason = ReasonOfHost();
-  return reason.empty() ? ReadFile(HostPath(kTaskIteratorPath)) : reason;
+  return ReadFile(other.empty() ? HostPath(kTaskIteratorPath) : other);
+}
+
+void TaskIterator::TakeFile(const Identity& identity) {
+  if (identity != m_file) {
+    m_file = identity;
+    m_faultsInRow = 0;
+    m_hasToldFault = false;
+    m_readsToList = 0;
+  }
 }
 
 std::string TaskIterator::ReadFile(const std::string& path) {
@@ -140,29 +159,30 @@ std::string TaskIterator::ReadFile(const std::string& path) {
       OpenHost(AT_FDCWD, path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   struct ::stat status {};
   if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0) {
-    m_isFaulty = false;
+    m_faultsInRow = 0;
     return path + ": " + std::strerror(errno);
   }
   if (!S_ISREG(status.st_mode)) {
-    m_isFaulty = false;
+    m_faultsInRow = 0;
     return path + ": is no regular file";
   }
-  const Identity identity{status.st_dev, status.st_ino, status.st_ctim.tv_sec,
-                          status.st_ctim.tv_nsec};
-  if (m_isFaulty && identity == m_file) {
+  TakeFile({status.st_dev, status.st_ino, status.st_ctim.tv_sec, status.st_ctim.tv_nsec});
+  if (m_faultsInRow == kMostFaultsInRow) {
     return m_fault;
   }
-  const std::string fault = ReadStream(file);
-  m_isFaulty = !fault.empty();
-  m_faults += m_isFaulty ? 1 : 0;
-  m_readsToList = identity == m_file ? m_readsToList : 0;
-  m_file = identity;
-  m_fault = m_isFaulty ? path + ": " + fault : "";
+  TaskStream stream(m_groups);
+  const std::string fault = ReadStream(file, stream);
+  m_fault = fault.empty() ? "" : path + ": " + fault;
+  if (fault.empty()) {
+    m_faultsInRow = 0;
+  } else {
+    ++m_faults;
+    m_faultsInRow = stream.IsOfOtherVersion() ? kMostFaultsInRow : m_faultsInRow + 1;
+  }
   return m_fault;
 }
 
-std::string TaskIterator::ReadStream(const Descriptor& file) {
-  TaskStream stream(m_groups);
+std::string TaskIterator::ReadStream(const Descriptor& file, TaskStream& stream) {
   std::vector<std::byte> piece(kPieceOfStream);
   for (int empty = 0; empty < kMostEmptyReads;) {
     const ssize_t count = ::read(file.Get(), piece.data(), piece.size());
@@ -190,25 +210,35 @@ void TaskIterator::FindMissing() {
   });
 }
 
-void TaskIterator::Tell(const std::string& reason) {
-  if (m_hasTold && reason == m_told) {
+void TaskIterator::PublishReason(const std::string& reason) {
+  if (m_reason == reason) {
     return;
   }
-  if (!m_hasTold) {
+  if (!m_reason.has_value()) {
     PublishFaults();
   }
-  const bool wasThere = m_hasTold && m_told.empty();
-  m_hasTold = true;
-  m_told = reason;
+  m_reason = reason;
   FigureRegistry& registry = FigureRegistry::Instance();
   registry.SetFact("process_source", reason.empty() ? "iterator" : "proc");
   registry.SetFact("process_source_reason", reason);
+}
+
+void TaskIterator::Tell(const std::string& reason) {
+  const bool isFault = !reason.empty() && reason == m_fault;
+  // One that comes and goes would fill the log.
+  const bool isToldAlready = isFault && m_hasToldFault && m_faultsInRow < kMostFaultsInRow;
+  if (m_told == reason || isToldAlready) {
+    return;
+  }
+  const bool wasThere = m_told.has_value() && m_told->empty();
+  m_hasToldFault = m_hasToldFault || isFault;
+  m_told = reason;
   if (reason.empty()) {
     Trace(20, kInformation, "Processes are read from the kernel's task iterator.");
     return;
   }
   // That there is none is news where it was asked for, or was there.
-  const bool isNews = m_isFaulty || wasThere || ChosenSource() == "iterator";
+  const bool isNews = isFault || wasThere || ChosenSource() == "iterator";
   Trace(isNews ? 10 : 20, isNews ? kWarning : kInformation,
         "Processes are read from /proc and not from the kernel's task iterator. (%1)", reason);
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,7 @@
 #include "support/Descriptor.h"
 
 /// Where a helper has pinned the kernel's task iterator; the environment variable
-/// QMT_TASK_ITERATOR names another file.
+/// QMT_TASK_ITERATOR names another file, which may tell of a tree of files too.
 inline constexpr const char* kTaskIteratorPath = "/sys/fs/bpf/qmtdmon/tasks";
 
 /// The kernel's task iterator of the host that runs the agent: all processes by one stream, which
@@ -24,8 +25,8 @@ class TaskIterator {
   /// The processes of this moment in the order of their numbers, valid until the next call and the
   /// caller's to change; null where /proc is to be walked: the option "Process Source" of "Host"
   /// says so, the iterator is not there or may not be read, the host is a tree of files, or numbers
-  /// and times would be other ones than /proc's. A stream with a fault is not asked for again until
-  /// its file is another one.
+  /// and times would be other ones than /proc's. A stream of another version, or with the third
+  /// fault in a row, is not asked for again until its file is another one.
   [[nodiscard]] std::vector<TaskGroup>* Read();
   /// What the last Read() has given.
   [[nodiscard]] std::vector<TaskGroup>* Groups() { return m_isInUse ? &m_groups : nullptr; }
@@ -51,8 +52,10 @@ class TaskIterator {
   /// Reads the stream; else why not, in words.
   [[nodiscard]] std::string TryToRead();
   [[nodiscard]] std::string ReadFile(const std::string& path);
-  [[nodiscard]] std::string ReadStream(const Descriptor& file);
+  [[nodiscard]] static std::string ReadStream(const Descriptor& file, TaskStream& stream);
+  void TakeFile(const Identity& identity);
   void FindMissing();
+  void PublishReason(const std::string& reason);
   void Tell(const std::string& reason);
 
   std::vector<TaskGroup> m_groups;
@@ -60,9 +63,10 @@ class TaskIterator {
   int m_readsToList = 0;  ///< until /proc is listed
   bool m_isInUse = false;
   std::uint64_t m_faults = 0;
-  bool m_isFaulty = false;  ///< the file of m_file is
+  int m_faultsInRow = 0;  ///< of the file of m_file
   Identity m_file;
-  std::string m_fault;
-  bool m_hasTold = false;
-  std::string m_told;
+  std::string m_fault;          ///< the last, with the file's path; empty after a stream without
+  bool m_hasToldFault = false;  ///< of the file of m_file
+  std::optional<std::string> m_reason;
+  std::optional<std::string> m_told;
 };

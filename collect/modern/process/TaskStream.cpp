@@ -50,12 +50,12 @@ constexpr std::uint64_t TaskFigures::*kTaskMemory[]{
     &TaskFigures::sharedPages,  &TaskFigures::swapPages,      &TaskFigures::peakPages,
     &TaskFigures::dataPages,    &TaskFigures::stackPages,     &TaskFigures::execPages};
 
-/// The sums are of the moment at which the leader was seen: a thread that ends between two looks
-/// must not be in them twice.
-TaskGroup GroupOfLeader(const TaskFigures& leader) {
+/// The threads that have ended are those of the moment at which the first of the group was seen:
+/// one that ends between two looks must not be in the sums twice.
+TaskGroup GroupOfLeader(const TaskFigures& leader, const TaskFigures& first) {
   TaskGroup group{leader, 0};
   for (const SummedFigure& figure : kSummedFigures) {
-    group.task.*figure.own += leader.*figure.dead;
+    group.task.*figure.own += first.*figure.dead;
   }
   return group;
 }
@@ -120,9 +120,8 @@ bool TaskStream::Take(std::span<const std::byte> piece) {
   return true;
 }
 
-bool TaskStream::TakeTask(std::span<const std::byte> bytes) {
-  TaskFigures task;
-  std::memcpy(&task, bytes.data(), sizeof task);
+bool TaskStream::CheckVersion(const TaskFigures& task) {
+  m_isOfOtherVersion = task.size != sizeof task || task.version != QMT_TASK_FIGURES_VERSION;
   if (task.size != sizeof task) {
     return Fail("its structures have " + std::to_string(task.size) + " bytes instead of " +
                 std::to_string(sizeof task) + ", so the helper is of another version");
@@ -131,7 +130,26 @@ bool TaskStream::TakeTask(std::span<const std::byte> bytes) {
     return Fail("its structures are of version " + std::to_string(task.version) + " instead of " +
                 std::to_string(QMT_TASK_FIGURES_VERSION) + ", so the helper is of another version");
   }
-  if (task.pid <= 0 || task.tgid <= 0) {
+  return true;
+}
+
+void TaskStream::TakeLeader(const TaskFigures& leader) {
+  m_isSorted = m_isSorted && (m_groups.empty() || NumberOfGroup(m_groups.back()) < leader.tgid);
+  const auto first = m_firstWaiting.find(leader.tgid);
+  m_groups.push_back(
+      GroupOfLeader(leader, first == m_firstWaiting.end() ? leader : m_waiting[first->second]));
+}
+
+bool TaskStream::TakeTask(std::span<const std::byte> bytes) {
+  TaskFigures task;
+  std::memcpy(&task, bytes.data(), sizeof task);
+  if (!CheckVersion(task)) {
+    return false;
+  }
+  if (task.pid == 0 || task.tgid == 0) {
+    return true;
+  }
+  if (task.pid < 0 || task.tgid < 0) {
     return Fail("it has a task of the number " + std::to_string(task.pid) + " in the process " +
                 std::to_string(task.tgid));
   }
@@ -140,12 +158,12 @@ bool TaskStream::TakeTask(std::span<const std::byte> bytes) {
   }
   task.name[sizeof task.name - 1] = '\0';
   if (task.pid == task.tgid) {
-    m_isSorted = m_isSorted && (m_groups.empty() || NumberOfGroup(m_groups.back()) < task.tgid);
-    m_groups.push_back(GroupOfLeader(task));
+    TakeLeader(task);
     return true;
   }
   m_threads.push_back(task.pid);
   if (!m_isSorted || !AddThread(task)) {
+    m_firstWaiting.try_emplace(task.tgid, m_waiting.size());
     m_waiting.push_back(task);
   }
   return true;

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <vector>
@@ -26,7 +27,8 @@ struct TaskGroup {
 
 /// Makes processes of the stream of the kernel's task iterator, which comes in pieces that may cut
 /// a structure. The threads may come in any order: the kernel goes by their numbers, so that those
-/// of a process stand among others. The stream holds as a whole or not at all.
+/// of a process stand among others. A thread without a number was reaped while it was looked at and
+/// is left out. The stream holds as a whole or not at all.
 class TaskStream {
  public:
   /// Fills `groups` anew; it outlives the stream.
@@ -39,19 +41,25 @@ class TaskStream {
   [[nodiscard]] bool Finish();
   /// What is wrong with the stream, in words.
   [[nodiscard]] const std::string& Fault() const { return m_fault; }
+  /// Whether that is its version, which stays as long as the file does.
+  [[nodiscard]] bool IsOfOtherVersion() const { return m_isOfOtherVersion; }
 
  private:
   [[nodiscard]] bool TakeTask(std::span<const std::byte> bytes);
+  [[nodiscard]] bool CheckVersion(const TaskFigures& task);
   [[nodiscard]] bool Fail(std::string fault);
+  void TakeLeader(const TaskFigures& leader);
   /// Adds a thread to its group; false where that is not known.
   bool AddThread(const TaskFigures& thread);
   [[nodiscard]] bool HasRepeatedTask();
 
   std::vector<TaskGroup>& m_groups;
-  bool m_isSorted = true;               ///< m_groups, so far
-  std::vector<std::int32_t> m_threads;  ///< the numbers of those that are no leaders
-  std::vector<TaskFigures> m_waiting;   ///< those whose group is not known yet
+  bool m_isSorted = true;                              ///< m_groups, so far
+  std::vector<std::int32_t> m_threads;                 ///< the numbers of those that are no leaders
+  std::vector<TaskFigures> m_waiting;                  ///< those whose group is not known yet
+  std::map<std::int32_t, std::size_t> m_firstWaiting;  ///< by group its first one's place there
   std::array<std::byte, sizeof(TaskFigures)> m_rest{};
   std::size_t m_restSize = 0;
   std::string m_fault;
+  bool m_isOfOtherVersion = false;
 };

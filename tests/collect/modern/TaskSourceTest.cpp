@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -18,6 +20,7 @@
 #include "collect/modern/process/ProcessCount.h"
 #include "collect/modern/process/TaskIterator.h"
 #include "node/FigureRegistry.h"
+#include "support/Descriptor.h"
 #include "support/HostProfile.h"
 #include "support/ProductOptions.h"
 #include "tests/collect/CollectFixture.h"
@@ -525,19 +528,19 @@ TEST_F(TaskSourceTest, DetailsTakeTheIteratorsFigures) {
             0);
 }
 
-TEST_F(TaskSourceTest, AFaultyStreamFallsBackOnceUntilItsFileIsAnother) {
+TEST_F(TaskSourceTest, AFaultyStreamFallsBackUntilItsFileIsAnother) {
   WriteParts(20, "arguments");
   const std::vector<TaskFigures> good{MakeTask(20, 20)};
   std::string cut = StreamOf(good);
   cut.pop_back();
   m_host->Write(kIterator, cut);
-  for (int batch = 0; batch < 3; ++batch) {
+  for (int batch = 0; batch < 5; ++batch) {
     EXPECT_EQ(Names(), "20<of-proc>[arguments]");
   }
   const char* const told = "from /proc and not from the kernel's task iterator.";
   EXPECT_EQ(Lines(told), 1U);
   EXPECT_EQ(Level(told), 10);
-  EXPECT_EQ(TaskIterator::Instance().Faults(), 1U) << "it stays faulty, so it is not asked for";
+  EXPECT_EQ(TaskIterator::Instance().Faults(), 3U) << "it stays faulty, so it is not asked for";
   EXPECT_EQ(Lines("/iterator: it ends within a structure)"), 1U);
   EXPECT_EQ(Fact("process_source"), "proc");
   EXPECT_EQ(Fact("process_source_reason"),
@@ -549,8 +552,39 @@ TEST_F(TaskSourceTest, AFaultyStreamFallsBackOnceUntilItsFileIsAnother) {
   other[0].size = 12;
   ReplaceTasks(other);
   EXPECT_EQ(Names(), "20<of-proc>[arguments]");
+  EXPECT_EQ(Names(), "20<of-proc>[arguments]");
   EXPECT_EQ(Lines(told), 2U);
   EXPECT_EQ(Lines("its structures have 12 bytes"), 1U);
+  EXPECT_EQ(TaskIterator::Instance().Faults(), 4U) << "another version is no fault that passes";
+}
+
+TEST_F(TaskSourceTest, AFaultThatPassesCostsItsBatchAlone) {
+  WriteParts(20, "");
+  WriteParts(21, "");
+  const Descriptor file(::memfd_create("tasks", MFD_CLOEXEC));
+  constexpr std::size_t kBytes = 2 * sizeof(TaskFigures);
+  ASSERT_EQ(::ftruncate(file.Get(), kBytes), 0);
+  // What is written into its memory leaves it the same file.
+  void* const memory = ::mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
+  ASSERT_NE(memory, MAP_FAILED);
+  auto* const tasks = static_cast<TaskFigures*>(memory);
+  tasks[0] = MakeTask(20, 20);
+  ::setenv("QMT_TASK_ITERATOR", ("/proc/self/fd/" + std::to_string(file.Get())).c_str(), 1);
+  // Of each batch whether a task is there twice, and where its rows are from.
+  const std::pair<bool, const char*> batches[] = {
+      {false, "task"},   {true, "of-proc"}, {true, "of-proc"}, {false, "task"},
+      {true, "of-proc"}, {true, "of-proc"}, {false, "task"},   {true, "of-proc"},
+      {true, "of-proc"}, {true, "of-proc"}, {false, "of-proc"}};
+  for (const auto& [isTwice, from] : batches) {
+    tasks[1] = isTwice ? MakeTask(20, 20) : MakeTask(21, 21);
+    const std::string name = '<' + std::string(from) + ">[]";
+    EXPECT_EQ(Names(), "20" + name + "21" + name);
+    EXPECT_EQ(Fact("process_source"), std::string_view(from) == "task" ? "iterator" : "proc");
+  }
+  ::munmap(memory, kBytes);
+  EXPECT_EQ(TaskIterator::Instance().Faults(), 7U);
+  EXPECT_EQ(Lines("it has a task twice"), 2U) << "the first one, and the last one for good";
+  EXPECT_EQ(Lines("Processes are read from the kernel's task iterator."), 2U);
 }
 
 TEST_F(TaskSourceTest, TheReasonForProcIsToldOnce) {
@@ -563,7 +597,15 @@ TEST_F(TaskSourceTest, TheReasonForProcIsToldOnce) {
     int level;
   };
   const Case cases[] = {
-      {"auto", [] {}, file + ": No such file or directory", 20},
+      {"auto", [&] { m_host->Write("/proc/self/uid_map", "0 1000 1\n"); },
+       "the agent has a user name space of its own", 20},
+      {"auto",
+       [&] {
+         m_host->Remove("/proc/self/uid_map");
+         m_host->Write("/proc/self/timens_offsets", "monotonic 0 0\nboottime 5 0\n");
+       },
+       "the agent has a time name space of its own", 20},
+      {"auto", [&] { m_host->Remove("/proc/self"); }, file + ": No such file or directory", 20},
       {"iterator", [] {}, file + ": No such file or directory", 10},
       {"iterator", [&] { std::filesystem::create_directory(file); }, file + ": is no regular file",
        10},

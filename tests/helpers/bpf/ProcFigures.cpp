@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <bit>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
-#include <string_view>
+
+#include "collect/modern/process/TaskStream.h"
 
 namespace {
 
@@ -171,7 +171,7 @@ void TellLeader(const TaskFigures& task, ProcessFigures& figures) {
   figures.name = task.name;
   Numbers& numbers = figures.numbers;
   const std::vector<std::pair<const char*, std::int64_t>> told{
-      {"state", StateLetter(task.state)},
+      {"state", TaskStateLetter(task.state)},
       {"parent", task.ppid},
       {"group", task.pgrp},
       {"session", task.session},
@@ -300,16 +300,6 @@ ProcessFigures FiguresFromStream(const std::vector<TaskFigures>& tasks, pid_t pr
   }
   TellSums(sums, leader->present, figures.numbers);
   return figures;
-}
-
-char StateLetter(std::uint32_t state) {
-  constexpr std::string_view kLetters = "RSDTtXZP";
-  constexpr std::uint32_t kIdle = 0x402;
-  constexpr std::uint32_t kReported = 0x7f;
-  if ((state & kIdle) == kIdle) {
-    return 'I';
-  }
-  return kLetters.at(static_cast<std::size_t>(std::bit_width(state & kReported)));
 }
 
 std::string Differences(const ProcessFigures& before, const ProcessFigures& now,

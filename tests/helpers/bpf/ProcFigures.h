@@ -21,9 +21,6 @@ ProcessFigures FiguresFromProc(pid_t process);
 /// As the stream does.
 ProcessFigures FiguresFromStream(const std::vector<TaskFigures>& tasks, pid_t process);
 
-/// The letter of /proc/PID/stat for TaskFigures::state.
-char StateLetter(std::uint32_t state);
-
 /// What of `now` lies outside `before` and `after`, a line each; empty if it agrees.
 std::string Differences(const ProcessFigures& before, const ProcessFigures& now,
                         const ProcessFigures& after);
