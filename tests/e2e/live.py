@@ -22,7 +22,7 @@ from live_load import load
 from live_network import (compare_link_rates, compare_links_closely, compare_socket_rates,
                           compare_sockets)
 from live_peers import EXPORTER_OPTIONS, PROGRAMS, Look, Rates, exporter_counters
-from live_resources import (compare_disk_rates, compare_disks_closely, compare_memory,
+from live_resources import (allow_for_program, compare_disk_rates, compare_disks_closely, compare_memory,
                             compare_memory_rates, compare_pressure, compare_pressure_rates,
                             compare_processor_rates, compare_processors)
 
@@ -61,6 +61,7 @@ def run(build, work):
             Process(exporter, folders["exporter"]), Group(folders["load"]) as group, \
             load(folders["load"]):
         wait_for("prometheus-node-exporter", lambda: exporter_counters(address))
+        allow_for_program(agent.process.pid)
         # Other programs of this machine jump in between two looks: a figure that is wrong differs
         # in each try.
         lasting = None
