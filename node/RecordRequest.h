@@ -70,6 +70,11 @@ class CMBRecordRequestEvent : public CMBEvent {
   [[nodiscard]] int ShouldCalcRates() const { return m_asker.calcRates; }
   /// The rows of this request's last answer; empty if there was none. Owned by the framework.
   [[nodiscard]] const std::list<CMBRecord*>& PreviousRecords() const;
+  /// Adds a finished record, which is freed if there is no memory for its place.
+  void AddRecord(std::unique_ptr<CMBRecord> record) {
+    m_records.push_back(record.get());
+    static_cast<void>(record.release());
+  }
   /// Gives the framework a turn between two builds: other events may be handled inside.
   void yield();
 

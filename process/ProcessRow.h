@@ -146,7 +146,7 @@ template <class Row>
 void DeliverRow(const Row& row, CMBRecordRequestEvent& event, int index) {
   DumpRecord(row, index);
   PrintProcessTrace("record %s %d built", RecordTraits<Row>::kName, index);
-  event.m_records.push_back(new typename RecordTraits<Row>::Class(&row));
+  event.AddRecord(std::make_unique<typename RecordTraits<Row>::Class>(&row));
 }
 
 /// Seconds from one point in time to another.

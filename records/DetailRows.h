@@ -17,7 +17,7 @@ void BuildDetailRows(Sources&& sources, CMBRecordRequestEvent& event, const RowO
   for (const auto& source : sources) {
     const Record row = rowOf(source, now);
     DumpRecord(row, count++);
-    event.m_records.push_back(new typename RecordTraits<Record>::Class(&row));
+    event.AddRecord(std::make_unique<typename RecordTraits<Record>::Class>(&row));
   }
   RecordBuilder::TraceCreated(file, line, RecordTraits<Record>::kName, count);
 }

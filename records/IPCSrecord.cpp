@@ -72,7 +72,7 @@ UtlError* RecordBuilder::BuildPD_IPCS(CMBRecordRequestEvent* pEvent, CMBRecordRe
                                                     100.0 / static_cast<double>(limits.totalSwap));
   }
   DumpRecord(row, 0);
-  pEvent->m_records.push_back(new cmbClassPD_IPCS(&row));
+  pEvent->AddRecord(std::make_unique<cmbClassPD_IPCS>(&row));
   TraceCreated(__FILE__, __LINE__, RecordTraits<recordPD_IPCS>::kName, 1);
   TraceExit("RecordBuilder::BuildPD_IPCS", 0);
   return nullptr;

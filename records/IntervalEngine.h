@@ -293,7 +293,7 @@ class IntervalBuild {
     if (m_realtime || !m_first) {
       DumpRecord(row, m_rows);
       if (!IsWithheld(row, predecessor)) {
-        m_event.m_records.push_back(new typename RecordTraits<Published>::Class(&row));
+        m_event.AddRecord(std::make_unique<typename RecordTraits<Published>::Class>(&row));
         ++m_output;
       }
     }

@@ -61,7 +61,7 @@ class Delivery {
   void Add(const Messages& message) {
     m_row.messageText = message.GetText();
     DumpRecord(m_row, m_count++);
-    m_event.m_records.push_back(new cmbClassPL_MESS(&m_row));
+    m_event.AddRecord(std::make_unique<cmbClassPL_MESS>(&m_row));
     m_lastSerial = message.id;
   }
   [[nodiscard]] int Count() const { return m_count; }

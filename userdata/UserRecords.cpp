@@ -78,7 +78,7 @@ int BuildRows(CMBRecordRequestEvent& event, const std::vector<UserRecord<kind>>&
       CopyField(copy, record.bytes.data(), reinterpret_cast<char*>(&row));
     }
     DumpRecord(row, count++);
-    event.m_records.push_back(new typename RecordTraits<Row>::Class(&row));
+    event.AddRecord(std::make_unique<typename RecordTraits<Row>::Class>(&row));
   }
   return count;
 }
