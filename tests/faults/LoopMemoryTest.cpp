@@ -82,7 +82,7 @@ TEST(LoopMemoryTest, ATimerGoesOnAfterADeliveryWithoutMemory) {
     EventLoop::RequestStop();
   };
   auto* event = new CMBSocketEvent(7);
-  ASSERT_EQ(timers.Schedule(event, 1, -1, std::time(nullptr) + 1), 0);
+  ASSERT_EQ(timers.Schedule(event, 1, -1, std::time(nullptr) + 2), 0);
   LoopTask arm;
   arm.run = [](CMBNode&) { faults::CountAllocations(1); };
   loop.Post(std::move(arm));
