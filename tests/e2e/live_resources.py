@@ -173,12 +173,12 @@ MEMD_OF_FREE = {
 def allow_for_program(pid):
     """Of its own program, which it gives back at rest, the daemon maps up to a half while it looks."""
     program = os.readlink(f"/proc/{pid}/exe")
-    code = 0
+    size = 0
     for line in pathlib.Path(f"/proc/{pid}/maps").read_text(encoding="utf-8", errors="replace").splitlines():
-        if line.endswith(program) and " r-xp " in line:
+        if line.endswith(program):
             begin, end = (int(word, 16) for word in line.split(" ", 1)[0].split("-"))
-            code += end - begin
-    MEMD_UNITS["Mapped"] = max(4, code / 2**20 / 2)
+            size += end - begin
+    MEMD_UNITS["Mapped"] = max(4, size / 2**20 / 2)
 
 
 def compare_memory(found, first, second):
