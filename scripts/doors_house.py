@@ -228,7 +228,7 @@ class House:
         done = subprocess.run(["mount", "-t", "bpf", "-o", "mode=777", "bpf", self.path("sys/fs/bpf")],
                               capture_output=True, text=True, check=False)
         if done.returncode == 0:
-            done = subprocess.run(["chroot", self.root, f"{PROGRAMS}/qmt_bpf", "load"],
+            done = subprocess.run(["chroot", self.root, f"{PROGRAMS}/qmt_bpf", "load", "--group", "root"],
                                   capture_output=True, text=True, check=False)
         if done.returncode != 0 or not self.path(PIN).exists():
             self.iterator = done.stderr.strip().partition("\n")[0]
