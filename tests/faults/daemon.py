@@ -105,9 +105,9 @@ def started(build, faults):
 
 
 def is_timeless(key):
-    """Whether a field has nothing of the clock, which may stand still from batch to batch, nor of a name that
-    a helper looks up by and by."""
-    return not any(word in key[2] for word in ("Time", "Interval", "/sec", "%", "Network Name"))
+    """Whether a field has nothing of the clock, which may stand still from batch to batch, of the disk that
+    others write to, nor of a name that a helper looks up by and by."""
+    return key[0] != "FSL" and not any(word in key[2] for word in ("Time", "Interval", "/sec", "%", "Network Name"))
 
 
 def steady(batches):
