@@ -245,8 +245,8 @@ class HttpServer::Library {
                                              MHD_RESPMEM_PERSISTENT);
     }
     auto reader = std::make_unique<Reader>(Reader{self, connection, exchange.Stream()});
-    MHD_Response* response =
-        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kAnswerBlock, Read, reader.get(), FreeReader);
+    MHD_Response* response = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kAnswerBlock, Read,
+                                                               reader.get(), FreeReader);
     if (response != nullptr) {
       static_cast<void>(reader.release());
     }
