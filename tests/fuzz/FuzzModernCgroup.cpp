@@ -1,6 +1,5 @@
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <iterator>
 #include <string_view>
 
@@ -8,14 +7,9 @@
 #include "collect/modern/cgroup/ControlGroupMounts.h"
 #include "collect/modern/cgroup/ControlGroupName.h"
 #include "collect/modern/system/Pressure.h"
+#include "tests/fuzz/FuzzHelp.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 void TakeCpu(std::string_view text) {
   ControlGroupCpu cpu;

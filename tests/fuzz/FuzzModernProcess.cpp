@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <span>
@@ -14,14 +13,9 @@
 #include "collect/modern/process/ProcessText.h"
 #include "collect/modern/process/TaskStream.h"
 #include "collect/process/ProcessSourceLINUX.h"
+#include "tests/fuzz/FuzzHelp.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 /// Whether no bit stands beyond those of the keys.
 bool IsWithin(std::uint32_t found, std::size_t keys) { return std::uint64_t{found} >> keys == 0; }

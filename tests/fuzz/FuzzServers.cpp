@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <thread>
 #include <vector>
 
@@ -168,7 +169,10 @@ void TakeResult(const SendResult& result) {
 void TakeSent(Far& far, GateLoop& loop) {
   HttpSender sender(loop);
   int results = 0;
-  const auto sending = sender.Send({.url = far.Url(), .body = "x"}, [&](const SendResult& result) {
+  SendRequest request;
+  request.url = far.Url();
+  request.body = "x";
+  const auto sending = sender.Send(std::move(request), [&](const SendResult& result) {
     ++results;
     TakeResult(result);
     loop.Stop();
