@@ -11,8 +11,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "gate/GateLoop.h"
@@ -194,7 +194,7 @@ void TakeAlarms(Far& far, GateLoop& loop, Pace pace) {
   Receiver receiver(loop, sender, far.Url(), settings, pace);
   constexpr int kAlarms = 3;
   for (int id = 1; id <= kAlarms; ++id) {
-    receiver.Take(ReadAlarm(Json{{"id", id}, {"name", "full"}, {"since", 1}}), true);
+    receiver.Take(ReadAlarm(Json{{"id", id}, {"alarm", "full"}, {"since", 1}}), true);
   }
   RunUntilSaid(loop);
   Require(receiver.Figures().sent + receiver.Figures().dropped <= kAlarms);
