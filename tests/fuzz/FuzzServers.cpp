@@ -192,9 +192,10 @@ void TakeAlarms(Far& far, GateLoop& loop, Pace pace) {
     }
   };
   Receiver receiver(loop, sender, far.Url(), settings, pace);
-  constexpr int kAlarms = 3;
-  for (int id = 1; id <= kAlarms; ++id) {
-    receiver.Take(ReadAlarm(Json{{"id", id}, {"alarm", "full"}, {"since", 1}}), true);
+  constexpr std::uint64_t kAlarms = 3;
+  for (std::uint64_t id = 1; id <= kAlarms; ++id) {
+    receiver.Take(ReadAlarm(Json{{"id", id}, {"alarm", "full"}, {"since", std::uint64_t{1}}}),
+                  true);
   }
   RunUntilSaid(loop);
   Require(receiver.Figures().sent + receiver.Figures().dropped <= kAlarms);
