@@ -15,7 +15,7 @@ def socket(context):
     ps = programs.ps()
     try:
         for source in sources:
-            agents[source] = Agent(context.build, context.folder / source, settings((), source=source))
+            agents[source] = Agent(context.build, context.folder / source, settings({}, source=source))
         for one in agents.values():
             answer(one, ["PD"])
         for _ in range(context.turns):
@@ -23,7 +23,7 @@ def socket(context):
             for source, one in agents.items():
                 raw = f"`qmtctl get PD --raw`, {source}"
                 before = one.cpu()
-                spent, took[raw], _ = Once([one.control, "--socket", "run/control.sock", "get", "PD", "--raw"],
+                spent, took[raw] = Once([one.control, "--socket", "run/control.sock", "get", "PD", "--raw"],
                                            one.folder).sample()
                 used[raw] = (one.cpu() - before, spent)
                 bare = f"a bare client, {source}"
@@ -32,7 +32,7 @@ def socket(context):
                 sizes[bare] = answer(one, ["PD"])
                 took[bare] = time.perf_counter() - begin
                 used[bare] = (one.cpu() - before, time.process_time() - own)
-            spent, took["ps"], _ = ps.sample()
+            spent, took["ps"] = ps.sample()
             used["ps"] = (0.0, spent)
             turns.append(took)
             cpu.append(used)

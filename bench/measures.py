@@ -27,7 +27,7 @@ LIBC = ctypes.CDLL(None)
 TICKS = os.sysconf("SC_CLK_TCK")
 
 PROCESS_RECORDS = ("PD", "PDI", "PDS", "PGM", "TERM", "USER", "WGRP")
-# The schedules of the packaged settings; as many runs of each are made. They take PDX and PDI less often than the rest.
+# Those of the packaged settings.
 HOST_RECORDS = ("PI", "CPUP", "CPUX", "DISK", "NETD", "SOCK", "MEMD", "PRES", "CGRP", "FSL")
 MODERN = (*HOST_RECORDS, "WGRP", "PDS", "PDX", "PDI")
 CLASSIC = ("PI", "CPUP", "DEVD", "NIND", "WGRP", "PDS", "FSL", "PDI")
@@ -105,12 +105,14 @@ def megabytes(pid, *wanted):
 class Program:
     """A program that goes on by itself; it ends with this one at the latest."""
 
-    def __init__(self, words, folder, env=None):
+    def __init__(self, words, folder, env=None, stdin=subprocess.DEVNULL):
         self.folder = folder
         folder.mkdir(parents=True, exist_ok=True)
-        self.process = subprocess.Popen(words, cwd=folder, env=env, stdin=subprocess.DEVNULL,
+        self.process = subprocess.Popen(words, cwd=folder, env=env, stdin=stdin,
                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                         preexec_fn=dies_with_parent)
+        # It returns once the program has taken the place of this one.
+        self.started = time.perf_counter()
         self.pid = self.process.pid
 
     def stop(self):
@@ -148,11 +150,14 @@ class Once:
         self.words = words
         self.folder = folder
 
+    def start(self):
+        return subprocess.Popen(self.words, cwd=self.folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                stderr=subprocess.DEVNULL)
+
     def sample(self):
-        """Seconds of CPU and of time, and memory."""
+        """Seconds of CPU and of time."""
         begin = time.perf_counter()
-        process = subprocess.Popen(self.words, cwd=self.folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.DEVNULL, preexec_fn=dies_with_parent)
+        process = self.start()
         try:
             _, status, usage = os.wait4(process.pid, 0)
             process.returncode = os.waitstatus_to_exitcode(status)
@@ -161,12 +166,26 @@ class Once:
                 process.kill()
         if process.returncode != 0:
             raise RuntimeError(f"{self.words[0]} ends with {process.returncode}")
-        return usage.ru_utime + usage.ru_stime, time.perf_counter() - begin, usage.ru_maxrss / 1024
+        return usage.ru_utime + usage.ru_stime, time.perf_counter() - begin
+
+    def memory(self):
+        """The most that is seen while it runs; what wait4 tells has the memory of its parent in it."""
+        process = self.start()
+        most = (0.0, 0.0)
+        try:
+            while process.poll() is None:
+                most = max(most, megabytes(process.pid, "Rss", "Pss"))
+                time.sleep(0.001)
+        finally:
+            process.kill()
+            process.wait(STOP_SECONDS)
+        return most
 
 
-def settings(records, *, every=1, source="proc", history="", node="Http Listen =", more=""):
+def settings(schedule, *, source="proc", history="", node="Http Listen =", more=""):
+    """The lines of settings; the schedule has the seconds by record."""
     return (f"[Node]\n{node}\nHistory File = {history}\n{more}[Host]\nProcess Source = {source}\n[Schedule]\n"
-            + "".join(f"{record} = {every}\n" for record in records))
+            + "".join(f"{record} = {seconds}\n" for record, seconds in schedule.items()))
 
 
 class Agent(Program):
@@ -209,8 +228,8 @@ class Agent(Program):
         return json.loads(done.stdout)
 
     def runs(self):
-        """How often all of the schedule has run."""
-        return min(entry["runs"] for entry in self.status()["schedules"])
+        """How often that of its schedules has run which runs most often."""
+        return max(entry["runs"] for entry in self.status()["schedules"])
 
 
 def process_count():

@@ -62,7 +62,8 @@ def pidstat(folder, every):
 
 
 def apps(folder, every):
-    return Program([APPS, str(every)], folder)
+    # It ends with its standard input.
+    return Program([APPS, str(every)], folder, stdin=subprocess.PIPE)
 
 
 def ps():
@@ -118,6 +119,7 @@ def netdata(folder, every):
     bind to = 127.0.0.1:{port}
     web files owner = root
 [plugins]
+    apps = yes
 """ + "".join(f"    {name} = no\n" for name in off))
     made = Program([NETDATA, "-D", "-c", folder / "netdata.conf"], folder)
     made.address = f"127.0.0.1:{port}"

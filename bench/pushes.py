@@ -63,13 +63,14 @@ def rests(gates, seconds):
 def start_agents(context, url, running):
     """Two that push and two that do not, as a difference of a few per cent is looked for; and two with a batch so
     seldom that the gate rests between two pushes."""
+    fast, slow = dict.fromkeys(MODERN, 1), dict.fromkeys(MODERN, SLOW_SECONDS)
     for index in range(2):
         for kind, more in (("plain", ""), ("pushing", f"[Push]\nUrl = {url}/pushing{index}\n")):
             running[f"{kind}{index}"] = Agent(context.build, context.folder / f"{kind}{index}",
-                                              settings(MODERN, history="kept.db", node=LISTEN, more=more))
+                                              settings(fast, history="kept.db", node=LISTEN, more=more))
     for kind, more in (("plain", ""), ("pushing", f"[Push]\nUrl = {url}/slow\n")):
         running[f"slow {kind}"] = Agent(context.build, context.folder / f"slow-{kind}",
-                                        settings(MODERN, every=SLOW_SECONDS, history="kept.db", node=LISTEN, more=more))
+                                        settings(slow, history="kept.db", node=LISTEN, more=more))
 
 
 def turn(running, sink, gates):

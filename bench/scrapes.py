@@ -36,7 +36,7 @@ def scrape(context):
             if collectors not in exporters:
                 exporters[collectors] = programs.Exporter(context.folder / f"exporter{number}", collectors)
             agent = Agent(context.build, context.folder / f"agent{number}",
-                          settings((), source=source, node="Http Listen = 127.0.0.1:0"))
+                          settings({}, source=source, node="Http Listen = 127.0.0.1:0"))
             targets[name] = (agent, path, exporters[collectors])
         for agent, path, exporter in targets.values():
             wait_for(lambda: fetch(exporter.address))
@@ -112,7 +112,7 @@ def start(context):
     """Seconds from the start of a program to its first figures."""
     def agent(folder):
         address = f"127.0.0.1:{free_port()}"
-        made = Agent(context.build, folder, settings(MODERN, every=60, source=source, history="kept.db",
+        made = Agent(context.build, folder, settings(dict.fromkeys(MODERN, 60), source=source, history="kept.db",
                                                      node=f"Http Listen = {address}"), waits=False)
         made.address = address
         return made
@@ -133,11 +133,10 @@ def start(context):
     for number in range(context.turns):
         took = {}
         for index, (name, (maker, condition)) in enumerate(going.items()):
-            begin = time.perf_counter()
             one = maker(context.folder / f"going{number}.{index}")
             try:
                 wait_for(lambda: condition(one), pause=POLL)
-                took[name] = time.perf_counter() - begin
+                took[name] = time.perf_counter() - one.started
             finally:
                 one.stop()
         for index, (name, words) in enumerate(ending.items()):
