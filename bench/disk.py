@@ -60,7 +60,7 @@ def rows(context):
 
     try:
         time.sleep(3 * context.every)
-        align(context.every, 0.5)
+        align(1, 0)
         values, made, states = [], 0, [state()]
         before, _ = parts_of(one.folder)
         for _ in range(context.turns):

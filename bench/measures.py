@@ -190,8 +190,9 @@ def settings(schedule, *, source="proc", history="", node="Http Listen =", more=
 
 class Agent(Program):
     def __init__(self, build, folder, ini, profile="modern", waits=True):
-        """`ini` are the lines of its settings."""
+        """`ini` are the lines of its settings. Who does not wait calls `ready` later."""
         self.control = build / "client/qmtctl"
+        self.ini = ini
         home = folder / "opt/qmtrx/mond/agent"
         (home / "log").mkdir(parents=True)
         (home / "wgfile").write_text("workgroup = root\nusers = root\n")
@@ -200,13 +201,16 @@ class Agent(Program):
             (home / helper).symlink_to(build / "helpers" / helper)
         super().__init__([build / "agent/qmtdmon"], home,
                          {**os.environ, "QMT_PRODUCT_ROOT": str(folder), "QMT_HOST_PROFILE": profile})
-        if not waits:
-            return
+        if waits:
+            self.ready()
+
+    def ready(self):
+        """Waits until it answers as it is asked to; ends it where it does not."""
         try:
             facts = wait_for(self.status)["facts"]
-            if "Process Source = iterator" in ini and facts["process_source"] != "iterator":
+            if "Process Source = iterator" in self.ini and facts["process_source"] != "iterator":
                 raise RuntimeError(f"the agent goes without the task iterator: {facts['process_source_reason']}")
-            if "Listen = 1" in ini:
+            if "Listen = 1" in self.ini:
                 self.address = wait_for(self.listening)
         except BaseException:
             self.stop()
@@ -263,7 +267,10 @@ class Load:
 
 
 def align(interval, part):
-    """Waits until this part of an interval of the wall clock has passed, by which schedules go."""
+    """Waits until this part of an interval of the wall clock has passed.
+
+    The agent takes its samples in the middle of a second, others at times that go by their start, netdata's when a
+    second begins."""
     time.sleep((part * interval - time.time()) % interval)
 
 

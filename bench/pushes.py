@@ -12,6 +12,7 @@ SLOW_SECONDS = 20
 # A request holds several batches, so a turn has to hold several requests.
 TURN_SECONDS = 20
 SHIPPERS = ("prometheus", "vmagent")
+FAST = ("plain0", "plain1", "pushing0", "pushing1")
 
 
 class Sink:
@@ -74,14 +75,13 @@ def start_agents(context, url, running):
 
 
 def turn(running, sink, gates):
-    fast = ("plain0", "plain1", "pushing0", "pushing1")
-    align(1, 0.5)
+    align(1, 0.9)
     pushed = sink.got["/pushing0"][1]
-    runs = {name: running[name].runs() for name in fast}
+    runs = {name: running[name].runs() for name in FAST}
     used = {name: one.cpu() for name, one in running.items()}
     least = rests(gates, TURN_SECONDS)
     used = {name: one.cpu() - used[name] for name, one in running.items()}
-    cost = {name: used[name] / (running[name].runs() - runs[name]) * 1000 for name in fast}
+    cost = {name: used[name] / (running[name].runs() - runs[name]) * 1000 for name in FAST}
     # Both shippers scrape the one exporter.
     exporter = used["exporter"] / len(SHIPPERS)
     return {"not pushed": (cost["plain0"] + cost["plain1"]) / 2, "pushed": (cost["pushing0"] + cost["pushing1"]) / 2,

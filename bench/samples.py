@@ -11,6 +11,8 @@ DAY_IN_MINUTES = 1440
 # Of the packaged settings.
 OF_EACH_PROCESS = ("PDX", "PDI")
 SELDOM = 5
+# Parts of an interval: where programs are started, and where turns begin.
+AT_START, AT_TURN = 0.2, 0.85
 BLOCK = 4096
 WARM_INTERVALS = 3
 # What netdata does once, some seconds after its start, is done by then.
@@ -56,7 +58,7 @@ def turn(seconds, every, running, starting):
     multiple of the interval.
 
     The agent tells how many samples it has taken; the others take one in each interval."""
-    align(every, 0.5)
+    align(every, AT_TURN)
     used, runs, kept = state(running)
     started = {name: [] for name in starting}
     begin = time.monotonic()
@@ -104,12 +106,14 @@ def measure(context, agents, makers, starting, intervals):
     short = Netdata(context.folder / "short", every) if "netdata" in makers else None
     begin = time.monotonic()
     try:
-        # Their intervals go from their start, those of the agent by the wall clock.
-        align(every, 0)
+        # All within a moment, so that no sample lies where turns begin and end.
+        align(every, AT_START)
         for name, maker in makers.items():
             running[name] = maker(context.folder / name, every)
         for number, (name, (profile, ini)) in enumerate(agents.items()):
-            running[name] = Agent(context.build, context.folder / f"agent{number}", ini, profile)
+            running[name] = Agent(context.build, context.folder / f"agent{number}", ini, profile, waits=False)
+        for name in agents:
+            running[name].ready()
         time.sleep(max(WARM_SECONDS, WARM_INTERVALS * every))
         if short:
             short.stop()
