@@ -186,6 +186,8 @@ constexpr std::array kCategories{
     Category{COLLECT_PROCESS_DETAIL, "Process Detail", "process_detail", nullptr, ReadDetails},
     Category{COLLECT_HOST, "Host", "host", nullptr,
              ReadModern<&ModernFigures::host, ReadHostFacts>},
+    Category{COLLECT_KERNEL, "Kernel", "kernel", nullptr,
+             ReadModern<&ModernFigures::kernel, ReadKernel>},
 };
 
 }  // namespace

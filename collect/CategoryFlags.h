@@ -49,3 +49,4 @@ inline constexpr CollectionMask COLLECT_CPU_TIME = CollectionMask{1} << 38U;
 inline constexpr CollectionMask COLLECT_SENSOR = CollectionMask{1} << 39U;
 inline constexpr CollectionMask COLLECT_PROCESS_DETAIL = CollectionMask{1} << 40U;
 inline constexpr CollectionMask COLLECT_HOST = CollectionMask{1} << 41U;
+inline constexpr CollectionMask COLLECT_KERNEL = CollectionMask{1} << 42U;

@@ -52,6 +52,7 @@ constexpr std::array kModernTable{
     RecordMapping{kInterval, "SOCK", 0, 0, &RecordBuilder::Build_SOCK, COLLECT_SOCKET},
     RecordMapping{kInterval, "DISK", 0, 0, &RecordBuilder::Build_DISK, COLLECT_DISK},
     RecordMapping{kInterval, "MEMD", 0, 0, &RecordBuilder::Build_MEMD, COLLECT_MEMORY},
+    RecordMapping{kInterval, "KERN", 0, 0, &RecordBuilder::Build_KERN, COLLECT_KERNEL},
     RecordMapping{kInterval, "CPUX", 0, 0, &RecordBuilder::Build_CPUX, COLLECT_CPU_TIME},
     RecordMapping{kDetail, "SENS", 0, 0, &RecordBuilder::BuildPD_SENS, COLLECT_SENSOR},
     RecordMapping{kDetail, "PDX", 0, 0, &RecordBuilder::BuildPD_PDX, COLLECT_PROCESS_DETAIL},

@@ -105,6 +105,7 @@ class RecordBuilder {
   UtlError* Build_SOCK(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* Build_DISK(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* Build_MEMD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
+  UtlError* Build_KERN(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* Build_CPUX(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_SENS(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);
   UtlError* BuildPD_PDX(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest);

@@ -16,13 +16,13 @@ def counts(scale):
     return {name: max(1, round(number * scale)) for name, number in FULL.items()}
 
 
-NEW_RECORDS = {"CGRP", "NETD", "DISK", "CPUX", "PDX", "HOST", "PRES", "MEMD"}
+NEW_RECORDS = {"CGRP", "NETD", "DISK", "CPUX", "PDX", "HOST", "PRES", "MEMD", "KERN"}
 
 
 def expected_rows(count, profile):
     """The least rows of each record that such a host is made for."""
     remote = len(range(0, count["mounts"], REMOTE_EVERY))
-    rows = dict.fromkeys(("PI", "DEVS", "NINS", "PDS", "TERM", "USER", "HOST", "PRES", "MEMD"), 1)
+    rows = dict.fromkeys(("PI", "DEVS", "NINS", "PDS", "TERM", "USER", "HOST", "PRES", "MEMD", "KERN"), 1)
     rows.update(dict.fromkeys(("PD", "PDI", "PDX"), count["processes"]))
     rows.update(dict.fromkeys(("CPUP", "CPUX"), count["processors"]))
     rows.update(dict.fromkeys(("DEVD", "DISK"), count["disks"]))

@@ -10,6 +10,7 @@
 #include "collect/modern/network/SocketSource.h"
 #include "collect/modern/process/ProcessDetail.h"
 #include "collect/modern/system/HostFacts.h"
+#include "collect/modern/system/KernelSource.h"
 #include "collect/modern/system/MemorySource.h"
 #include "collect/modern/system/Pressure.h"
 
@@ -25,4 +26,5 @@ struct ModernFigures {
   std::vector<SensorFigures> sensors;
   std::vector<ProcessDetail> processes;
   HostFacts host;
+  KernelFigures kernel;
 };

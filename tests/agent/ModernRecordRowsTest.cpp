@@ -23,8 +23,8 @@ constexpr tagPQLAUI kRowIntervals{.realtime = 0, .calcRates = 1};
 constexpr tagPQLAUI kRowLooks{.realtime = 1, .calcRates = 0};
 constexpr tagPQLAUI kSinceBoot{.realtime = 1, .calcRates = 1};
 constexpr std::pair<const char*, unsigned char> kModernRecords[] = {
-    {"PRES", '4'}, {"CGRP", '4'}, {"NETD", '4'}, {"SOCK", '4'}, {"DISK", '4'},
-    {"MEMD", '4'}, {"CPUX", '4'}, {"SENS", '3'}, {"PDX", '3'},  {"HOST", '3'}};
+    {"PRES", '4'}, {"CGRP", '4'}, {"NETD", '4'}, {"SOCK", '4'}, {"DISK", '4'}, {"MEMD", '4'},
+    {"KERN", '4'}, {"CPUX", '4'}, {"SENS", '3'}, {"PDX", '3'},  {"HOST", '3'}};
 
 /// The agent on a host in two states, 12.5 seconds apart.
 class ModernRecordRowsTest : public AgentOnHost {
@@ -163,7 +163,7 @@ TEST_F(ModernRecordRowsTest, TheProfileClassicHasNoneOfThem) {
   for (const auto& entry : batch.entries) {
     EXPECT_TRUE(entry->event.m_records.empty()) << entry->request.GetRecordType();
   }
-  EXPECT_EQ(ScriptedNode::Instance().CountMessages(10600), 10) << "one a record";
+  EXPECT_EQ(ScriptedNode::Instance().CountMessages(10600), 11) << "one a record";
 }
 
 }  // namespace

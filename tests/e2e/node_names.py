@@ -36,7 +36,6 @@ SAME_AS_EMPTY = [("address", "00:00:00:00:00:00"), ("duplex", "unknown")]
 OPENED = 16
 OF_OPENED = re.compile(r"node_(sockstat_(sockets_used|TCP_(inuse|alloc))|netstat_Tcp_CurrEstab|filefd_allocated)$")
 ROUNDS = 25
-WRAP = 2**32
 
 
 class Page:
@@ -76,8 +75,6 @@ class Documented:
                 else:
                     self.absent.append(name)
         self.rows = [word for row in rows if len(row) == 2 for word in re.findall(r"`(node_[^`]+)`", row[0])]
-        wrapped = re.search(r"\n- ([^-]*?) are\s+counted in\s+32 bits", part)
-        self.wrapped = set(re.findall(r"`(node_\w+)`", wrapped[1]))
 
     def is_absent(self, name):
         return any(fnmatch.fnmatchcase(name, pattern) for pattern in self.absent)
@@ -129,9 +126,7 @@ def compare_shapes(documented, theirs, ours):
     return problems, common
 
 
-def lies_between(documented, name, first, value, last):
-    if name in documented.wrapped and last >= WRAP:
-        first, last = first % WRAP, last % WRAP
+def lies_between(name, first, value, last):
     low, high = min(first, last), max(first, last)
     # The last digits of a float, and times of a second each.
     room = 1 if name == "node_time_seconds" else OPENED if OF_OPENED.match(name) else 1e-9 * abs(high)
@@ -148,7 +143,7 @@ def compare_values(documented, exporter, page):
         if left is None:
             left, count = set(common), len(common)
         left -= {(name, their, our) for name, their, our in common
-                 if lies_between(documented, name, first.samples[name][their], ours.samples[name][our],
+                 if lies_between(name, first.samples[name][their], ours.samples[name][our],
                                  last.samples.get(name, {}).get(their, float("nan")))}
         if not problems and not left:
             return count, len(first.families() & ours.families())

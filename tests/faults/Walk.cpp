@@ -49,7 +49,7 @@ constexpr const char* kSettings =
     "[Schedule]\nPI = 3600\n";
 constexpr const char* kAllRecords =
     R"({"op":"get","rates":false,"records":["PI","CPUP","DEVD","DEVS","NIND","NINS","WGRP","PD",)"
-    R"("FSL","FSR","PDI","PDS","PGM","TERM","USER","PRES","CGRP","NETD","SOCK","DISK","MEMD",)"
+    R"("FSL","FSR","PDI","PDS","PGM","TERM","USER","PRES","CGRP","NETD","SOCK","DISK","MEMD","KERN",)"
     R"("CPUX","SENS","PDX","HOST"]})";
 
 std::atomic<std::time_t> g_now = kFirstBatch;

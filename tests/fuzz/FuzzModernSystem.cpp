@@ -8,6 +8,7 @@
 #include "collect/modern/network/ProtocolCounters.h"
 #include "collect/modern/nfs/NFSTotals.h"
 #include "collect/modern/system/HostFactsText.h"
+#include "collect/modern/system/KernelSource.h"
 #include "collect/modern/system/KernelStat.h"
 #include "collect/modern/system/Loadavg.h"
 #include "collect/modern/system/Meminfo.h"
@@ -39,6 +40,15 @@ void TakeMemory(std::string_view text) {
   Require(!(figures.freeBytes < 0));
 }
 
+void TakeKernelFile(std::string_view text) {
+  static_cast<void>(ParseKernelStat(text));
+  KernelFigures figures;
+  TakeKernelLoad(text, figures);
+  TakeKernelStat(text, figures);
+  TakeKernelDisks(text, figures);
+  Require(!(figures.contextSwitches < 0));
+}
+
 void TakeHostFacts(std::string_view text) {
   const OsRelease release = ParseOsRelease(text);
   Require(release.prettyName.size() < 256 && release.id.size() < 256);
@@ -61,7 +71,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   constexpr void (*kFiles[])(std::string_view) = {
       TakeDiskstats,
       TakeNFS,
-      [](std::string_view text) { static_cast<void>(ParseKernelStat(text)); },
+      TakeKernelFile,
       [](std::string_view text) { static_cast<void>(ParseLoadavg(text)); },
       [](std::string_view text) { static_cast<void>(ParseMeminfo(text)); },
       [](std::string_view text) { static_cast<void>(ParseVmstat(text)); },

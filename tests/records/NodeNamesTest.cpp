@@ -146,9 +146,13 @@ TEST_F(NodeFigures, HaveTheirUnitsLabelsAndConditions) {
   (*memory).activeAnonMbytes = 0.5;
   (*memory).hugePagesTotal = 7.0;
   (*memory).majorFaults = 5e9;
-  GivenRow<recordPI> overview;
-  (*overview).runQueue = 2.0F;
-  (*overview).oneMinuteRunQueueAvg = 0.07F;
+  GivenRow<recordPI_KERN> kernel;
+  (*kernel).load1 = 0.07F;
+  (*kernel).runnable = 3.0;
+  (*kernel).blocked = 2.0;
+  (*kernel).forks = 5e9;
+  (*kernel).contextSwitches = kNobodyTells;
+  (*kernel).diskWrittenKbytes = 6e9;
   GivenRow<recordPD_HOST> host;
   (*host).name = "ada";
   (*host).kernel = "6.1";
@@ -192,9 +196,11 @@ TEST_F(NodeFigures, HaveTheirUnitsLabelsAndConditions) {
        {"\nnode_memory_Active_anon_bytes 524288\n", "\nnode_memory_HugePages_Total 7\n",
         "# TYPE node_vmstat_pgmajfault untyped\n", "\nnode_vmstat_pgmajfault 5e+09\n"},
        "HugePages_Total_bytes"},
-      {overview,
-       {"\nnode_procs_running 3\n", "\nnode_load1 0.07\n", "\nnode_time_seconds 1.7e+09\n"},
-       "forks"},
+      {kernel,
+       {"\nnode_procs_running 3\n", "\nnode_procs_blocked 2\n", "\nnode_load1 0.07\n",
+        "\nnode_time_seconds 1.7e+09\n", "# TYPE node_forks_total counter\n",
+        "\nnode_forks_total 5e+09\n", "\nnode_vmstat_pgpgout 6e+09\n"},
+       "context_switches"},
       {host,
        {R"(node_uname_info{machine="",nodename="ada",release="6.1",version="",sysname="Linux"} 1)",
         "\nnode_filefd_maximum 9223372036854775808\n", "\nnode_os_version{id=\"\"} 12.5\n"},

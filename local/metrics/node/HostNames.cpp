@@ -9,37 +9,28 @@ constexpr NodeEntry HostGauge(const char* name, const char* help, const char* fi
   return {name, help, MetricKind::kGauge, {field}};
 }
 
-/// What the record leaves out: the agent, which runs while it looks.
-std::optional<double> RunningWithAgent(const NodeFields& row) {
-  const std::optional<double> others = row.Number(0);
-  return others ? std::optional(*others + 1) : std::nullopt;
+constexpr NodeEntry KernelEvents(const char* name, const char* help, const char* field) {
+  return {name, help, MetricKind::kCounter, {field}};
 }
 
-constexpr std::array kOverviewEntries{
+constexpr std::array kKernelEntries{
     HostGauge("node_boot_time_seconds", "When the host was started, since 1970", "Boot Time"),
     HostGauge("node_time_seconds", "The host's time, since 1970", "Record Time"),
-    HostGauge("node_load1", "Load average of the last minute", "1-Minute Run Queue Avg"),
-    HostGauge("node_load5", "Load average of the last five minutes", "5-Minute Run Queue Avg"),
-    HostGauge("node_load15", "Load average of the last fifteen minutes", "15-Minute Run Queue Avg"),
-    NodeEntry{"node_procs_running",
-              "Tasks that run or are ready to",
-              MetricKind::kGauge,
-              {"Run Queue"},
-              1,
-              "",
-              RunningWithAgent},
-    NodeEntry{"node_context_switches_total",
-              "How often the processors went from one task to another",
-              MetricKind::kCounter,
-              {"Context Switches"}},
-    NodeEntry{"node_intr_total",
-              "Interrupts that the processors served",
-              MetricKind::kCounter,
-              {"Interrupts"}},
+    HostGauge("node_load1", "Load average of the last minute", "1-Minute Load"),
+    HostGauge("node_load5", "Load average of the last five minutes", "5-Minute Load"),
+    HostGauge("node_load15", "Load average of the last fifteen minutes", "15-Minute Load"),
+    HostGauge("node_procs_running", "Tasks that run or are ready to", "Runnable"),
+    HostGauge("node_procs_blocked", "Tasks that wait for I/O", "Blocked"),
+    KernelEvents("node_context_switches_total",
+                 "How often the processors went from one task to another", "Context Switches"),
+    KernelEvents("node_intr_total", "Interrupts that the processors served", "Interrupts"),
+    KernelEvents("node_forks_total", "Processes and threads that were started", "Forks"),
     NodeEntry{
-        "node_vmstat_pgpgin", "Kbytes read from disks", MetricKind::kUnknown, {"Block Reads"}},
-    NodeEntry{
-        "node_vmstat_pgpgout", "Kbytes written to disks", MetricKind::kUnknown, {"Block Writes"}}};
+        "node_vmstat_pgpgin", "Kbytes read from disks", MetricKind::kUnknown, {"Disk Read Kbytes"}},
+    NodeEntry{"node_vmstat_pgpgout",
+              "Kbytes written to disks",
+              MetricKind::kUnknown,
+              {"Disk Written Kbytes"}}};
 
 /// The kernel's own word for no bound, which the record leaves out.
 std::optional<double> MostOpenFiles(const NodeFields& row) {
@@ -112,7 +103,7 @@ constexpr std::array kClockEntries{NodeEntry{"node_time_clocksource_current_info
 bool HasFirstText(const NodeFields& row) { return !row.Text(0).empty(); }
 
 constexpr std::array kHostGroups{
-    NodeGroup{"PI", {}, kOverviewEntries},
+    NodeGroup{"KERN", {}, kKernelEntries},
     NodeGroup{"HOST", {}, kHostEntries},
     NodeGroup{"HOST", kUnameLabels, kUnameEntries, {"Kernel"}, HasFirstText},
     NodeGroup{"HOST", kOsLabels, kOsEntries, {"Distribution ID"}, HasFirstText},
