@@ -664,13 +664,13 @@ TEST_F(ControlServerTest, WhoReadsOnSlowlyGetsALongAnswerWhole) {
 TEST_F(ControlServerTest, RowsThatAnswersHoldAreBounded) {
   m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
     for (CMBRecordRequestEvent* event : batch.m_events) {
-      for (std::uint32_t count = 0; count < 40000; ++count) {
+      for (std::uint32_t count = 0; count < 10000; ++count) {
         event->m_records.push_back(new FakeRecord(count));
       }
     }
     return kNotifyDone;
   };
-  m_desk.SetMaxHeldBytes(4 * 40000 * sizeof(recordFake));
+  m_desk.SetMaxHeldBytes(4 * 10000 * sizeof(recordFake));
   Serve({}, [] {
     const auto codeOf = [](const Json& answer) {
       return answer["ok"] == true ? "" : answer["error"]["code"].Text();
@@ -701,7 +701,7 @@ TEST_F(ControlServerTest, AfterClientsThatVanishEveryLaterOneIsAnswered) {
     return kNotifyDone;
   };
   Serve({}, [] {
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; i < 500; ++i) {
       TestClient gone;
       switch (i % 5) {
         case 0:

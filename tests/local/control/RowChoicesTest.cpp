@@ -266,7 +266,7 @@ TEST_F(ChosenRowsTest, EachRecordOfARequestHasItsOwnChoices) {
 }
 
 TEST_F(ChosenRowsTest, OthersAreServedWhileManyRowsAreChosen) {
-  constexpr std::uint32_t kRows = 10000;
+  constexpr std::uint32_t kRows = 4000;
   FakeAgent agent;
   agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
     for (auto* event : batch.m_events) {
@@ -310,7 +310,7 @@ TEST_F(ChosenRowsTest, OthersAreServedWhileManyRowsAreChosen) {
       loop.Run(agent);
       ASSERT_EQ(peer->answers.size(), 1U) << op << end;
       if (end == "answer") {
-        const std::string rows = R"("rows_total":10000,"rows":[{"Count":9999},{"Count":9998}])";
+        const std::string rows = R"("rows_total":4000,"rows":[{"Count":3999},{"Count":3998}])";
         EXPECT_THAT(peer->answers[0], HasSubstr(rows + "},{\"record\":\"FAKE\""));
         EXPECT_THAT(peer->answers[0], EndsWith(rows + "}]}"));
         EXPECT_GT(between, 0) << op;

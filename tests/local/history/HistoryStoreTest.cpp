@@ -378,7 +378,7 @@ TEST_F(HistoryStoreTest, WhatWaitsIsBoundedAndMovedInSmallSteps) {
 }
 
 TEST_F(HistoryStoreTest, AKillLosesAtMostTheBatchAtWork) {
-  constexpr int kKills = 200;
+  constexpr int kKills = 60;
   std::int64_t before = 0;
   for (int kill = 0; kill < kKills; ++kill) {
     int done[2];
