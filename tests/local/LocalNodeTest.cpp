@@ -664,13 +664,13 @@ TEST_F(ControlServerTest, WhoReadsOnSlowlyGetsALongAnswerWhole) {
 TEST_F(ControlServerTest, RowsThatAnswersHoldAreBounded) {
   m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
     for (CMBRecordRequestEvent* event : batch.m_events) {
-      for (std::uint32_t count = 0; count < 10000; ++count) {
+      for (std::uint32_t count = 0; count < 40000; ++count) {
         event->m_records.push_back(new FakeRecord(count));
       }
     }
     return kNotifyDone;
   };
-  m_desk.SetMaxHeldBytes(4 * 10000 * sizeof(recordFake));
+  m_desk.SetMaxHeldBytes(4 * 40000 * sizeof(recordFake));
   Serve({}, [] {
     const auto codeOf = [](const Json& answer) {
       return answer["ok"] == true ? "" : answer["error"]["code"].Text();
