@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <filesystem>
@@ -148,6 +149,51 @@ TEST_F(AlarmBookTest, AnAlarmIsToldKeptWithItsRowsAndAnswered) {
   EXPECT_EQ(alarm["rows"][0]["rows"][0]["Count"].Number(), 95);
   EXPECT_EQ(Ask(R"({"op":"alarm","id":9})")["error"]["code"].Text(), "unknown-alarm");
   EXPECT_THAT(Ask(R"({"op":"alarm_rules"})")["rules"].Text(), HasSubstr("- alert: \"full\""));
+}
+
+TEST_F(AlarmBookTest, RowsOfAFileThatHoldsAnythingAreToldWithoutArgumentsWhereTheyAreNotWanted) {
+  static constexpr std::array kFields{
+      FieldLayout{"Label", FieldType::kText, 12, 8, FieldMeaning::key},
+      FieldLayout{"Argument List", FieldType::kText, 16, 8, FieldMeaning::text}};
+  static constexpr RecordLayout kTold{"TOLD", "recordFake", '4', sizeof(recordFake), kFields};
+  LayoutRegistry::Instance().Publish(kTold);
+  Start();
+  Batch(95);
+  Batch(5);
+  const struct {
+    const char* record;
+    const char* row;
+    const char* all;
+    const char* some;
+  } cases[] = {{"TOLD", R"({"Label":"a","Argument List":"-p x"})",
+                R"({"Label":"a","Argument List":"-p x"})", R"({"Label":"a","Argument List":null})"},
+               {"TOLD", R"({"Old":"-p x"})", R"({"Old":"-p x"})", R"({"Old":null})"},
+               {"GONE", R"({"Label":"a"})", R"({"Label":"a"})", "{}"},
+               {"TOLD", "{}]}]}}\n{\"ok\":true}", "{}", "{}"},
+               {"TOLD", "{\n}", "{}", "{}"},
+               {"", "{}", "{}", "{}"},
+               {"TOLD", "[1]", "{}", "{}"},
+               {"TOLD", "{\"Label\":\"\xff\"}", "{}", "{}"}};
+  const std::string question = R"({"op":"alarm","id":1,"arguments":)";
+  for (const auto& row : cases) {
+    life->history.Database()->Execute("DELETE FROM \"qmt alarm rows\"");
+    SqlStatement insert = life->history.Database()->Prepare(
+        "INSERT INTO \"qmt alarm rows\" (id, record, time, row) VALUES (1, ?1, 5, ?2)");
+    insert.Bind(1, std::string_view(row.record));
+    insert.Bind(2, std::string_view(row.row));
+    insert.Run();
+    const auto told = [&](const char* arguments) {
+      return JsonText(Ask(question + arguments + "}")["alarm"]["rows"][0]["rows"]);
+    };
+    EXPECT_EQ(told("true"), '[' + std::string(row.all) + ']') << row.row;
+    EXPECT_EQ(told("false"), '[' + std::string(row.some) + ']') << row.row;
+  }
+  for (const char* asked :
+       {"{\"op\":\"alarm\",\"id\":-1}", "{\"op\":\"alarm\"}",
+        "{\"op\":\"alarm\",\"id\":1,\"arguments\":1}", "{\"op\":\"alarms\",\"state\":\"ended\"}",
+        "{\"op\":\"alarms\",\"limit\":0}", "{\"op\":\"alarms\",\"since\":1e300}"}) {
+    EXPECT_EQ(Ask(asked)["error"]["code"].Text(), "bad-field") << asked;
+  }
 }
 
 TEST_F(AlarmBookTest, StatesAndNumbersSurviveAKill) {
@@ -381,7 +427,12 @@ TEST_F(AlarmBookTest, CommandsBeyondTheBoundsWaitOrAreCountedAndGoAsAGroup) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   EXPECT_EQ(command.Failures(), 2U);
-  EXPECT_LT(told.size(), 100U);  // of what `yes` says
+  // Of what `yes` says, 20 lines, how many more and why it has ended, of each command.
+  EXPECT_EQ(std::ranges::count_if(told, [](const auto& text) { return text.ends_with(": y"); }),
+            40);
+  EXPECT_EQ(
+      std::ranges::count_if(told, [](const auto& t) { return t.ends_with("lines were left out"); }),
+      2);
   int pid = 0;
   for (const auto& entry : std::filesystem::directory_iterator(".")) {
     if (entry.path().string().starts_with("./pid.")) {
@@ -398,6 +449,29 @@ TEST_F(AlarmBookTest, CommandsBeyondTheBoundsWaitOrAreCountedAndGoAsAGroup) {
   stat >> state >> state >> state;
   EXPECT_NE(pid, 0);
   EXPECT_TRUE(state.empty() || state == "Z") << state;
+}
+
+TEST(AlarmEnvironmentTest, NamesAreThoseOfAShellAndValuesAreBounded) {
+  const std::vector<std::string> all =
+      AlarmEnvironment(Json{{"alarm", std::string("a\0b", 3)},
+                            {"text", std::string(5000, 'x')},
+                            {"until", nullptr},
+                            {"key", Json{{"Mount Point", "/a"}, {"mount-point", "/b"}}},
+                            {"values", Json{{"Free %", 1.5}}}});
+  EXPECT_THAT(all, ElementsAre("QMT_ALARM_NAME=ab", "QMT_ALARM_STATE=", "QMT_ALARM_SEVERITY=",
+                               "QMT_ALARM_TEXT=" + std::string(4096, 'x'), "QMT_ALARM_RECORD=",
+                               "QMT_ALARM_ID=", "QMT_ALARM_SINCE=", "QMT_ALARM_UNTIL=",
+                               "QMT_ALARM_KEY_MOUNT_POINT=/a", "QMT_ALARM_VALUE_FREE__=1.5"));
+}
+
+TEST(AlarmTextTest, ALongOneIsCutAndStaysUtf8) {
+  const AlarmText text("{Label}: {Count}", kFakeLayout);
+  const auto expand = [&](const Json& label) {
+    return text.Expand([&](std::size_t place) { return place == 2 ? label : Json(nullptr); });
+  };
+  EXPECT_EQ(expand("a"), "a: ?");
+  EXPECT_EQ(expand(std::string(2000, 'x')), std::string(1024, 'x'));
+  EXPECT_EQ(expand(std::string(1023, 'x') + "\u00e4"), std::string(1023, 'x') + "\uFFFD");
 }
 
 TEST(CommandFileTest, NobodyElseMayBeAbleToReplaceTheCommand) {
