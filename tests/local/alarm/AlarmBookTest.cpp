@@ -224,6 +224,54 @@ TEST_F(AlarmBookTest, StatesAndNumbersSurviveAKill) {
   EXPECT_EQ(Ask(R"({"op":"alarms","state":"active"})")["alarms"]["list"].Size(), 0U);
 }
 
+TEST_F(AlarmBookTest, AFileOfStatesThatIsNoneIsToldAndAlarmsBeginAnew) {
+  std::ofstream("alarms") << "alarm = full\nrecord = FAKE\ncondition = Count > 90\n";
+  const auto write = [](const char* text) { std::ofstream("alarms.state") << text; };
+  const struct {
+    std::function<void()> make;
+    std::string problem;
+    double id;  ///< of the next alarm
+  } cases[] = {
+      {[] { ::mkfifo("alarms.state", 0600); }, "alarms.state can't be read: ", 1},
+      {[&] { write("x"); }, "alarms.state is none of the agent's; all alarms begin anew", 1},
+      {[&] { write("{\"next\":5,\"alarms\":5}"); }, "alarms.state is none of the agent's", 1},
+      {[&] { write("{\"next\":5,\"alarms\":[5,{},{\"alarm\":\"full\",\"record\":\"X\"}]}"); }, "",
+       5},
+      {[&] { write("{\"next\":18446744073709551615,\"alarms\":[]}"); }, "", 0x1p62},
+      {[] { std::filesystem::create_directory("alarms.state"); },
+       "alarms.state can't be written: ", 1},
+  };
+  for (const auto& row : cases) {
+    life.reset();
+    std::filesystem::remove("alarms.state");
+    kept.file.clear();
+    told.clear();
+    row.make();
+    Start();
+    Batch(95);
+    EXPECT_EQ(Ask(R"({"op":"alarms"})")["alarms"]["list"][0]["id"].Number(), row.id);
+    life->book.Stop();
+    Turns();
+    EXPECT_EQ(told.empty(), row.problem.empty());
+    if (!row.problem.empty()) {
+      EXPECT_THAT(told, ::testing::Contains(HasSubstr(row.problem)));
+    }
+  }
+}
+
+TEST_F(AlarmBookTest, ManyFaultsOfTheFileAreCounted) {
+  std::ofstream file("alarms");
+  for (int i = 0; i < 200; ++i) {
+    file << "alarm = a" << i << "\nrecord = NONE\n";
+  }
+  file.close();
+  Start();
+  ASSERT_EQ(told.size(), 101U);
+  EXPECT_EQ(told[99], "alarms:200: no record \"NONE\"");
+  EXPECT_EQ(told[100], "alarms: and 100 more faults, which qmtctl check alarms lists");
+  EXPECT_EQ(off.size(), 200U);
+}
+
 TEST_F(AlarmBookTest, AfterAKillEachEndIsToldOnce) {
   const struct {
     const char* alarms;
