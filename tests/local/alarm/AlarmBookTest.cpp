@@ -259,6 +259,44 @@ TEST_F(AlarmBookTest, AFileOfStatesThatIsNoneIsToldAndAlarmsBeginAnew) {
   }
 }
 
+TEST_F(AlarmBookTest, WhatTheAgentLosesBetweenTwoBatchesIsARow) {
+  std::ofstream("alarms") << "alarm = lost\nrecord = AGENT\ncondition = Skipped Times > 2\n";
+  Start();
+  life->schedule.Entries().front()->skipped = 5;
+  Batch(5);  // before it is nothing to compare with
+  EXPECT_THAT(changes, ElementsAre());
+  life->schedule.Entries().front()->skipped = 8;
+  Batch(5);
+  EXPECT_THAT(changes, ElementsAre("Skipped Times 3 active"));
+  Batch(5);
+  EXPECT_THAT(changes, ElementsAre("Skipped Times 3 active", "Skipped Times 3 ended"));
+}
+
+TEST_F(AlarmBookTest, AHistoryThatTakesNoAlarmsIsToldOnceAndAlarmsGoOn) {
+  Start();
+  told.clear();
+  for (const char* table : {"qmt alarms", "qmt alarm rows"}) {
+    life->history.Database()->Execute("CREATE TABLE \"" + std::string(table) + "\" (x)");
+  }
+  for (int i = 0; i < 3; ++i) {
+    Batch(95);
+    Batch(5);
+  }
+  EXPECT_EQ(changes.size(), 6U);
+  ASSERT_EQ(told.size(), 1U);
+  EXPECT_THAT(told[0], HasSubstr("can't be written: "));
+  for (const char* asked : {R"({"op":"alarms"})", R"({"op":"alarm","id":1})"}) {
+    EXPECT_EQ(Ask(asked)["error"]["code"].Text(), "no-history") << asked;
+  }
+  // It is kept as soon as that can be done.
+  for (const char* table : {"qmt alarms", "qmt alarm rows"}) {
+    life->history.Database()->Execute("DROP TABLE \"" + std::string(table) + "\"");
+  }
+  Batch(5);
+  EXPECT_EQ(life->history.Database()->Number("SELECT count(*) FROM \"qmt alarms\""), 3);
+  EXPECT_EQ(told.size(), 1U);
+}
+
 TEST_F(AlarmBookTest, ManyFaultsOfTheFileAreCounted) {
   std::ofstream file("alarms");
   for (int i = 0; i < 200; ++i) {
@@ -390,6 +428,16 @@ TEST_F(AlarmBookTest, WithoutAHistoryThereAreAlarmsAllTheSame) {
   EXPECT_FALSE(life->book.Figures().alarms.empty());
 }
 
+TEST_F(AlarmBookTest, AHistoryThatCannotBeOpenedIsNamedInAnswers) {
+  kept.file = "none/records.db";
+  Start();
+  Batch(95);
+  EXPECT_EQ(changes.size(), 1U);
+  const Json error = Ask(R"({"op":"history","record":"FAKE","since":0})")["error"];
+  EXPECT_EQ(error["code"].Text(), "no-history");
+  EXPECT_EQ(error["message"].Text(), "the history can't be read: unable to open database file");
+}
+
 TEST_F(AlarmBookTest, RowsThatNoScheduleHasAreAskedForOnce) {
   std::ofstream("alarms") << "alarm = full\nrecord = FAKE\ncondition = Count > 90\n"
                              "capture = MORE\n";
@@ -497,6 +545,39 @@ TEST_F(AlarmBookTest, CommandsBeyondTheBoundsWaitOrAreCountedAndGoAsAGroup) {
   stat >> state >> state >> state;
   EXPECT_NE(pid, 0);
   EXPECT_TRUE(state.empty() || state == "Z") << state;
+}
+
+TEST_F(AlarmBookTest, ACommandThatFailsSaysWhy) {
+  const struct {
+    const char* script;             ///< null for a program that there is not
+    std::vector<std::string> told;  ///< behind the program's name
+  } cases[] = {
+      {nullptr,
+       {"No such file or directory, so it is not started for alarms",
+        "can't be started: No such file or directory", "has ended with status 127"}},
+      {"exit 3\n", {"has ended with status 3"}},
+      {"echo x; kill -9 $$\n", {"x", "has ended by signal 9"}},
+  };
+  for (const auto& row : cases) {
+    told.clear();
+    const std::string program = row.script == nullptr ? "/none" : AlarmScript(row.script);
+    EventLoop loop;
+    FakeAgent agent;
+    AlarmCommand command(loop, [this](const std::string& text) { told.push_back(text); });
+    command.Configure({program, std::chrono::seconds(20), 1});
+    command.Run({"A=b"});
+    const auto begin = std::chrono::steady_clock::now();
+    while (command.Failures() == 0 &&
+           std::chrono::steady_clock::now() - begin < std::chrono::seconds(20)) {
+      RunATurn(loop, agent);
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    std::vector<std::string> expected;
+    for (const std::string& text : row.told) {
+      expected.push_back(program + ": " + text);
+    }
+    EXPECT_EQ(told, expected);
+  }
 }
 
 TEST(AlarmEnvironmentTest, NamesAreThoseOfAShellAndValuesAreBounded) {
