@@ -130,6 +130,8 @@ TEST_F(WorkgroupFile, FaultsSayWhatIsWrong) {
       {w + "regexp = {workgroup=x}\n", "2: this keyword takes no names" + dropped},
       {w + "regexp = {users_02=}\n", "2: nothing stands behind the '='" + dropped},
       {w + "regexp = {users=(}\n", "2: the expression \"(\" does not compile: "},
+      {"workgroup = " + alike + "1\nworkgroup = " + alike + "\n",
+       "2: the names \"" + alike + "1\" and"},
       {w + w, "2: a second workgroup of the name \"w\" replaces the first\n"},
       {"workgroup = " + alike + "1\nworkgroup = " + alike + "2\n",
        "2: the names \"" + alike + "1\" and \"" + alike + "2\" agree in 29 characters"},
