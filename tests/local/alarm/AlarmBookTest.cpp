@@ -215,13 +215,20 @@ TEST_F(AlarmBookTest, StatesAndNumbersSurviveAKill) {
   EXPECT_EQ(changes.size(), 4U);
   Batch(95);
   EXPECT_EQ(Ask(R"({"op":"alarms"})")["alarms"]["list"][0]["id"].Number(), 3);
-  // A definition that has gone takes its alarm with it.
+  // A definition that has gone takes its alarm with it, and no clock that is set back ends it
+  // before it began.
+  life->history.Database()->Execute(
+      "UPDATE \"qmt alarms\" SET since = since + 100000 WHERE id = 3");
   life.reset();
+  std::filesystem::remove("alarms.state");
   std::ofstream("alarms") << "# none\n";
   Start();
   EXPECT_EQ(changes.size(), 6U);
   Turns();
   EXPECT_EQ(Ask(R"({"op":"alarms","state":"active"})")["alarms"]["list"].Size(), 0U);
+  const Json last = Ask(R"({"op":"alarms"})")["alarms"]["list"][0];
+  EXPECT_EQ(last["id"].Number(), 3);
+  EXPECT_EQ(last["until"].Number(), last["since"].Number());
 }
 
 TEST_F(AlarmBookTest, AFileOfStatesThatIsNoneIsToldAndAlarmsBeginAnew) {
@@ -235,8 +242,12 @@ TEST_F(AlarmBookTest, AFileOfStatesThatIsNoneIsToldAndAlarmsBeginAnew) {
       {[] { ::mkfifo("alarms.state", 0600); }, "alarms.state can't be read: ", 1},
       {[&] { write("x"); }, "alarms.state is none of the agent's; all alarms begin anew", 1},
       {[&] { write("{\"next\":5,\"alarms\":5}"); }, "alarms.state is none of the agent's", 1},
-      {[&] { write("{\"next\":5,\"alarms\":[5,{},{\"alarm\":\"full\",\"record\":\"X\"}]}"); }, "",
-       5},
+      {[&] {
+         // Of an alarm of that name which looked at another record.
+         write(R"({"next":5,"alarms":[5,{},{"alarm":"full","record":"X","time":1,"states":)"
+               R"([{"phase":"active","id":2,"key":{"Label":"a\ufffd"}}]}]})");
+       },
+       "", 5},
       {[&] { write("{\"next\":18446744073709551615,\"alarms\":[]}"); }, "", 0x1p62},
       {[] { std::filesystem::create_directory("alarms.state"); },
        "alarms.state can't be written: ", 1},
@@ -461,6 +472,31 @@ TEST_F(AlarmBookTest, RowsThatNoScheduleHasAreAskedForOnce) {
   Batch(5);
   Batch(95);
   EXPECT_EQ(Ask(R"({"op":"alarm","id":2})")["alarm"]["captured"].Size(), 0U);
+}
+
+TEST_F(AlarmBookTest, RowsOlderThanTheirScheduleAreAskedForAnew) {
+  std::ofstream("alarms") << "alarm = full\nrecord = FAKE\ncondition = Count > 90\n"
+                             "capture = MORE\n";
+  Start();
+  life->schedule.Set("MORE", 60);
+  Turns();
+  int batches = 0;
+  life->agent.onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    ++batches;
+    batch.m_events.at(0)->m_records.push_back(new FakeRecord(1));
+    return kNotifyDone;
+  };
+  const FakeRecord row(1);
+  for (const auto& [age, asked] : {std::pair{30, 0}, std::pair{90, 1}}) {
+    batches = 0;
+    life->sinks.Take({"MORE", '4', static_cast<std::int32_t>(std::time(nullptr)) - age, {{&row}}});
+    life->sinks.EndBatch();
+    Turns();
+    Batch(95);
+    EXPECT_EQ(batches, asked) << age;
+    EXPECT_EQ(Ask(R"({"op":"alarms"})")["alarms"]["list"][0]["captured"][0].Text(), "MORE") << age;
+    Batch(5);
+  }
 }
 
 TEST_F(AlarmBookTest, AScheduleThatGoesEndsWhatItsRowsHaveBegun) {
