@@ -76,6 +76,14 @@ std::variant<AlarmRange, ControlError> ReadAlarmRange(const Json& message) {
   return range;
 }
 
+/// The row of an alarm as it was kept. The file may hold anything at all, which must not end the
+/// line.
+std::string WholeRow(const std::string& row) {
+  const ParsedJson parsed = ParseJson(row);
+  const bool isRow = parsed.value.IsObject() && row.find('\n') == std::string::npos;
+  return isRow ? row : "{}";
+}
+
 /// The row of an alarm without what programs were started with.
 std::string WithoutArguments(const std::string& row, const std::string& record) {
   const RecordLayout* layout = LayoutRegistry::Instance().Find(record);
@@ -109,7 +117,7 @@ class AlarmAnswer {
       // What has been read is told.
     }
     if (!isMore) {
-      m_text += m_record.empty() ? "]}}" : "]}]}}";
+      m_text += m_record ? "]}]}}" : "]}}";
     }
     piece = std::exchange(m_text, {});
     return isMore;
@@ -128,7 +136,7 @@ class AlarmAnswer {
 
   void Add(const CapturedRow& row) {
     if (m_record != row.record) {
-      m_text += m_record.empty() ? "" : "]},";
+      m_text += m_record ? "]}," : "";
       m_text += JsonText(Json{{"record", row.record}, {"time", row.time}});
       m_text.back() = ',';
       m_text += "\"rows\":[";
@@ -136,7 +144,7 @@ class AlarmAnswer {
     } else {
       m_text += ',';
     }
-    m_text += m_hasArguments ? row.row : WithoutArguments(row.row, row.record);
+    m_text += m_hasArguments ? WholeRow(row.row) : WithoutArguments(row.row, row.record);
   }
 
   HistoryStore& m_history;
@@ -144,7 +152,7 @@ class AlarmAnswer {
   std::int64_t m_id;
   bool m_hasArguments;
   std::int64_t m_after = 0;
-  std::string m_record;  ///< the one whose rows are at work
+  std::optional<std::string> m_record;  ///< the one whose rows are at work
 };
 
 std::optional<bool> ReadArguments(const Json& message) {

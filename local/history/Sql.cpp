@@ -73,7 +73,6 @@ void SqlStatement::Run() {
 
 void SqlStatement::Reset() { ::sqlite3_reset(m_statement.get()); }
 
-int SqlStatement::ColumnCount() const { return ::sqlite3_column_count(m_statement.get()); }
 bool SqlStatement::IsNull(int column) const {
   return ::sqlite3_column_type(m_statement.get(), column) == SQLITE_NULL;
 }

@@ -43,7 +43,6 @@ class SqlStatement {
   void Reset();
 
   /// Columns count from 0. A view is valid until the next step.
-  [[nodiscard]] int ColumnCount() const;
   [[nodiscard]] bool IsNull(int column) const;
   [[nodiscard]] bool IsWhole(int column) const;
   [[nodiscard]] bool IsReal(int column) const;

@@ -171,17 +171,6 @@ std::vector<std::pair<std::string, std::string>> IniText::Section(
   return pairs;
 }
 
-std::vector<std::size_t> IniText::SectionLines(std::string_view section,
-                                               std::string_view subSection) const {
-  std::vector<std::size_t> numbers;
-  for (const IniSetting& setting : Settings()) {
-    if (IsSameName(setting.section, section) && IsSameName(setting.subSection, subSection)) {
-      numbers.push_back(setting.line);
-    }
-  }
-  return numbers;
-}
-
 std::vector<IniSetting> IniText::Settings() const {
   std::vector<IniSetting> settings;
   std::size_t number = 1;

@@ -59,9 +59,6 @@ class IniText {
   /// The keys and values of a section in their order, repeated keys included.
   [[nodiscard]] std::vector<std::pair<std::string, std::string>> Section(
       std::string_view section, std::string_view subSection = {}) const;
-  /// The line numbers, from 1, of what Section() gives, in the same order.
-  [[nodiscard]] std::vector<std::size_t> SectionLines(std::string_view section,
-                                                      std::string_view subSection = {}) const;
 
   /// All keys in file order, repeated ones included.
   [[nodiscard]] std::vector<IniSetting> Settings() const;

@@ -59,10 +59,6 @@ class LocalIniFile : public CMBIniFile {
   }
   /// All keys in file order.
   [[nodiscard]] std::vector<IniSetting> Settings() const { return m_ini.Settings(); }
-  /// The line numbers, from 1, of what Section() gives, in the same order.
-  [[nodiscard]] std::vector<std::size_t> SectionLines(const std::string& name) const {
-    return m_ini.SectionLines(name);
-  }
 
  private:
   LocalIniFile(std::string path, IniText ini) : m_path(std::move(path)), m_ini(std::move(ini)) {}

@@ -232,7 +232,7 @@ TEST_F(ModernCPUPrecordTest, IntervalsHoldNoStepBackAndNoReturn) {
     recordPI_CPUP off = CommonRow(1'700'000'010, id, "", "0002:46:50");
     off.interval = 10;
     off.status = "Off Line";
-    EXPECT_EQ(std::memcmp(&rows[id[0] - '0'], &off, sizeof off), 0) << id;
+    EXPECT_EQ(std::memcmp(&rows[static_cast<std::size_t>(id[0] - '0')], &off, sizeof off), 0) << id;
   }
 
   // Back again, one goes on from where it stood and one, never seen before, begins.

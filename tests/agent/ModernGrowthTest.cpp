@@ -382,7 +382,8 @@ TEST_P(CostOfRowsTest, GrowsWithTheNumberOfRows) {
       }
       std::reverse(instances.begin(), instances.end());
     }
-    EXPECT_EQ(FieldText(*look.event.m_records.back(), record.rate), record.rateOfOne ? "0" : "-");
+    EXPECT_EQ(FieldText(*look.event.m_records.back(), record.rate),
+              record.rateOfOne != 0 ? "0" : "-");
     return static_cast<double>(spent);
   };
   constexpr int kMany = 10'000;

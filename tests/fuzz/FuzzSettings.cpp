@@ -31,7 +31,6 @@ void TakeChange(Input& input) {
   }
   Require(ini.Find(section, "", key) == value);
   Require(IniText(ini.Text()).Find(section, "", key) == value);
-  Require(ini.Section(section).size() == ini.SectionLines(section).size());
   Require(ini.Remove(section, "", key) && !ini.Find(section, "", key));
 }
 

@@ -71,7 +71,8 @@ TEST_F(ManyIntervalsTest, NothingGrowsAsProcessesComeAndGo) {
 
     const std::size_t processes = 7U + static_cast<unsigned>(std::min(interval + 1, kAtATime));
     for (int asker = 0; asker < 4; ++asker) {
-      ASSERT_EQ(batch.entries[asker]->event.m_records.size(), processes) << interval;
+      ASSERT_EQ(batch.entries[static_cast<std::size_t>(asker)]->event.m_records.size(), processes)
+          << interval;
     }
     const auto row = RowOf<recordPD_PDI>(*batch.entries[2], 10);
     ASSERT_EQ(row.interval, static_cast<std::uint32_t>(row.recordTime - row.startTime));

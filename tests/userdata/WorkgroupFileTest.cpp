@@ -109,6 +109,42 @@ TEST_F(WorkgroupFile, Grammar) {
   }
 }
 
+TEST_F(WorkgroupFile, FaultsSayWhatIsWrong) {
+  const std::string w = "workgroup = w\n";
+  const std::string dropped = "; the workgroup \"w\" is dropped\n";
+  const std::string alike(29, 'n');
+  const struct {
+    std::string text;
+    std::string faults;  ///< the begin of them
+  } cases[] = {
+      {w + "users_02 = \"a\n", "2: the quote is not closed" + dropped},
+      {w + "users_02 = \"\"\n", "2: there is no name in the list" + dropped},
+      {w + "users_02 = \" \",a\n", "2: an item is blank\n"},
+      {w + "regexp = x\n", "2: a clause does not begin with '{'" + dropped},
+      {w + "regexp = {users=a},\nx\n",
+       "3: the line that begins at 2: a clause does not begin with '{'" + dropped},
+      {w + "regexp = {users}\n", "2: no '=' in a clause" + dropped},
+      {w + "regexp = {color=x}\n", "2: unknown keyword \"color\" in a clause" + dropped},
+      {w + "regexp = {users=x\n", "2: a clause is not closed by '}'" + dropped},
+      {w + "regexp = {users=x}y\n", "2: something other than ',' stands behind a clause" + dropped},
+      {w + "regexp = {workgroup=x}\n", "2: this keyword takes no names" + dropped},
+      {w + "regexp = {users_02=}\n", "2: nothing stands behind the '='" + dropped},
+      {w + "regexp = {users=(}\n", "2: the expression \"(\" does not compile: "},
+      {"workgroup = " + alike + "1\nworkgroup = " + alike + "\n",
+       "2: the names \"" + alike + "1\" and"},
+      {w + w, "2: a second workgroup of the name \"w\" replaces the first\n"},
+      {"workgroup = " + alike + "1\nworkgroup = " + alike + "2\n",
+       "2: the names \"" + alike + "1\" and \"" + alike + "2\" agree in 29 characters"},
+  };
+  for (const auto& row : cases) {
+    const DefinitionText text(row.text);
+    mondWgFile file;
+    ASSERT_EQ(0, file.mondInitFileAnalyze(text.Path().c_str()));
+    Groups(file);
+    EXPECT_EQ(row.faults, FaultText(file.Faults()).substr(0, row.faults.size())) << row.text;
+  }
+}
+
 TEST_F(WorkgroupFile, Reports) {
   struct Case {
     std::string text;
@@ -172,7 +208,8 @@ TEST_F(WorkgroupFile, MemoryAndFaultsStayBounded) {
   mondWgFile file;
   ASSERT_EQ(0, file.mondInitFileAnalyze(text.Path().c_str()));
   EXPECT_EQ("first ", Groups(file));
-  EXPECT_EQ(mondFile::kMaxFaults + 1, file.Faults().size());
+  ASSERT_EQ(mondFile::kMaxFaults + 1, file.Faults().size());
+  EXPECT_EQ("there are further faults, which are not listed", file.Faults().back().text);
 }
 
 TEST_F(WorkgroupFile, LengthIsTracedOnceForTheFirstItemOfAKind) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "collect/AccountingCount.h"
@@ -148,6 +149,35 @@ TEST_F(AcctSourceTest, AFileThatOutgrewItsLimitStartsAnew) {
   EXPECT_EQ(std::filesystem::file_size(m_host.Path(kFile)), 0U);
   m_host.Write(kFile, Record("c", 3, 1));
   EXPECT_EQ(Run(), "c ");
+}
+
+TEST_F(AcctSourceTest, AFileThatCannotBeStartedAnewIsTold) {
+  static std::function<void()> onOff;
+  const struct {
+    std::function<void()> onOff;
+    const char* trace;
+  } cases[] = {{[] { s_error = EPERM; }, "Failed to enable accounting"},
+               {[this] {
+                  std::filesystem::remove_all(m_host.Path("/var"));
+                  m_host.Write("/var", "");
+                },
+                "Failed to access the file or directory (/var/pacct)."}};
+  for (const auto& row : cases) {
+    SetUp();
+    SetOptions("", "", "y");
+    m_host.Write(kFile, Record("a", 1, 1) + Record("b", 2, 1));
+    onOff = row.onOff;
+    Os().acct = [](const char* file) {
+      if (file == nullptr) {
+        onOff();
+      }
+      errno = s_error;
+      return s_error == 0 ? 0 : -1;
+    };
+    EXPECT_EQ(Run(), "a b ");
+    EXPECT_EQ(ScriptedNode::Instance().LinesWith(row.trace).size(), 1U) << row.trace;
+    EXPECT_EQ(Run(), "") << row.trace;
+  }
 }
 
 TEST_F(AcctSourceTest, SwitchesAccountingOnlyWhereItMay) {

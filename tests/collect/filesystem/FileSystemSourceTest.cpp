@@ -11,6 +11,8 @@
 #include <cstring>
 #include <filesystem>
 #include <sstream>
+#include <thread>
+#include <vector>
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
@@ -147,6 +149,14 @@ TEST_F(FileSystemSourceTest, AHundredThousandMountsAreReadToTheLast) {
 TEST_F(FileSystemSourceTest, WithALimitAMountThatHangsIsLeftOutOnceAndForAll) {
   m_host.Write("/etc/mtab", "a /hung t\nb /gone t\nc /dying t\nd /good t\nd /good t\n");
   SetLimit("1");
+  static std::vector<pid_t> children;
+  Os().fork = [] {
+    const pid_t child = ::fork();
+    if (child > 0) {
+      children.push_back(child);
+    }
+    return child;
+  };
   const std::string good = "/good t here d 0\n/good t here d 0\n";
   EXPECT_EQ(Read(), good);
   EXPECT_EQ(Lines("OS API(statfs). (en=116, arg1=/gone"), 1U);
@@ -154,6 +164,19 @@ TEST_F(FileSystemSourceTest, WithALimitAMountThatHangsIsLeftOutOnceAndForAll) {
   const auto lines = ScriptedNode::Instance().LinesWith("no answer within 1 seconds");
   ASSERT_EQ(lines.size(), 1U);
   EXPECT_EQ(lines[0].kind, kWarning);
+  // None hangs on behind the agent's back.
+  const auto hasEnded = [](pid_t child) {
+    siginfo_t end{};
+    const int rc = ::waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOHANG | WNOWAIT);
+    return rc != 0 || end.si_pid != 0;
+  };
+  const auto begin = std::chrono::steady_clock::now();
+  while (!std::ranges::all_of(children, hasEnded) &&
+         std::chrono::steady_clock::now() - begin < std::chrono::seconds(5)) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_FALSE(children.empty());
+  EXPECT_TRUE(std::ranges::all_of(children, hasEnded));
   // Where the system itself takes ended children there is none to wait for.
   ::signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(Read(), good);

@@ -192,11 +192,13 @@ TEST_F(QuotaSourceTest, PassesOverFileSystemsWithoutQuotas) {
 
   Mount(
       "a /none ext3 usrquota\nb /q ext4 usrquota\nc /q ext3 rw\nd /folder ext2 usrquota\n"
-      "e /unreadable ext3 usrquota\nf /x xfs usrquota\ng /last xext3 rw,usrquota=x\n");
+      "e /unreadable ext3 usrquota\nf /x xfs usrquota\ng /last xext3 rw,usrquota=x\n"
+      "h /tree ext3 usrquota\n");
   const std::string file(std::string(7 * sizeof kV1, '\0') + Bytes(kV1));
   m_host.Write("/q/quota.user", file);
   m_host.Write("/last/quota.user", file);
   std::filesystem::create_directories(m_host.Path("/folder/quota.user"));
+  std::filesystem::create_directories(m_host.Path("/tree/aquota.user"));
   m_host.Write("/unreadable/quota.user", "");
   Os().stat = [](const char* path, struct ::stat* status) {
     return std::strstr(path, "unreadable") != nullptr ? 0 : ::stat(path, status);
@@ -204,6 +206,8 @@ TEST_F(QuotaSourceTest, PassesOverFileSystemsWithoutQuotas) {
   std::filesystem::remove(m_host.Path("/unreadable/quota.user"));
   EXPECT_EQ(Read(), "/last/quota.user 7 off" + kFigures);
   EXPECT_EQ(Lines("An error occurred in OS API read. (/folder/quota.user) (err=21)"), 3U);
+  EXPECT_EQ(Lines("OS API(read). (en=21, arg1="), 3U);
+  EXPECT_EQ(Lines("(QuotaSourceUser::ReadBlock).(rc=-1, "), 3U);
   EXPECT_EQ(Lines("OS API(open). (en=2,arg1=/unreadable/aquota.user, arg2="), 1U);
 }
 

@@ -234,6 +234,50 @@ TEST_F(ModernInterfaceSourceTest, AnInterruptedAnswerIsAskedForAnew) {
   EXPECT_EQ(LinksText(AskForLinks()), "lo 10049 0 127.0.0.1/255.0.0.0 0.0.0.0;");
 }
 
+TEST_F(ModernInterfaceSourceTest, WhatIsNoAnswerOfTheKernelEndsTheTalk) {
+  enum class Peer { kKernel, kOtherProcess, kGone };
+  static Peer peer;
+  const std::string links = LinksAnswer().Bytes();
+  const std::string end = Answer().End(NLMSG_DONE, 1, 0).Bytes();
+  const struct {
+    Peer peer;
+    std::vector<std::string> datagrams;
+    int error;
+    bool hasLinks;
+  } cases[] = {{Peer::kKernel, {links, ""}, EPROTO, true},
+               {Peer::kKernel, {std::string(65537, '\0'), end}, EMSGSIZE, false},
+               {Peer::kKernel, {links, Answer().End(NLMSG_ERROR, 1, -EPERM).Bytes()}, EPERM, true},
+               {Peer::kOtherProcess, {links, end, ""}, EPROTO, false},
+               {Peer::kGone, {}, ECONNREFUSED, false}};
+  Os().socket = [](int domain, int type, int protocol) {
+    const std::vector<std::string> datagrams = std::exchange(g_datagrams, {});
+    const int own = KernelSocket(domain, type, protocol);
+    if (peer == Peer::kOtherProcess) {
+      // The system gives it a name, which stands where the number of a process does.
+      const sockaddr name{AF_UNIX, {}};
+      EXPECT_EQ(::bind(g_kernelEnd, &name, sizeof name.sa_family), 0);
+    }
+    for (const std::string& datagram : datagrams) {
+      EXPECT_EQ(::send(g_kernelEnd, datagram.data(), datagram.size(), 0),
+                static_cast<ssize_t>(datagram.size()));
+    }
+    if (peer == Peer::kGone) {
+      CloseKernelEnd();
+    }
+    return own;
+  };
+  for (const auto& row : cases) {
+    peer = row.peer;
+    g_datagrams = row.datagrams;
+    const NetlinkTables tables = AskForLinks();
+    EXPECT_EQ(tables.error, row.error);
+    EXPECT_EQ(LinksText(tables).empty(), !row.hasLinks) << row.error;
+    if (g_kernelEnd >= 0) {
+      CloseKernelEnd();
+    }
+  }
+}
+
 TEST_F(ModernInterfaceSourceTest, RowsComeWithoutNetlinkToo) {
   const bool hasFile = ::access("/proc/net/dev", R_OK) == 0;
   if (!hasFile || ::access("/sys/class/net/lo/flags", R_OK) != 0) {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <filesystem>
@@ -150,6 +151,51 @@ TEST_F(AlarmBookTest, AnAlarmIsToldKeptWithItsRowsAndAnswered) {
   EXPECT_THAT(Ask(R"({"op":"alarm_rules"})")["rules"].Text(), HasSubstr("- alert: \"full\""));
 }
 
+TEST_F(AlarmBookTest, RowsOfAFileThatHoldsAnythingAreToldWithoutArgumentsWhereTheyAreNotWanted) {
+  static constexpr std::array kFields{
+      FieldLayout{"Label", FieldType::kText, 12, 8, FieldMeaning::key},
+      FieldLayout{"Argument List", FieldType::kText, 16, 8, FieldMeaning::text}};
+  static constexpr RecordLayout kTold{"TOLD", "recordFake", '4', sizeof(recordFake), kFields};
+  LayoutRegistry::Instance().Publish(kTold);
+  Start();
+  Batch(95);
+  Batch(5);
+  const struct {
+    const char* record;
+    const char* row;
+    const char* all;
+    const char* some;
+  } cases[] = {{"TOLD", R"({"Label":"a","Argument List":"-p x"})",
+                R"({"Label":"a","Argument List":"-p x"})", R"({"Label":"a","Argument List":null})"},
+               {"TOLD", R"({"Old":"-p x"})", R"({"Old":"-p x"})", R"({"Old":null})"},
+               {"GONE", R"({"Label":"a"})", R"({"Label":"a"})", "{}"},
+               {"TOLD", "{}]}]}}\n{\"ok\":true}", "{}", "{}"},
+               {"TOLD", "{\n}", "{}", "{}"},
+               {"", "{}", "{}", "{}"},
+               {"TOLD", "[1]", "{}", "{}"},
+               {"TOLD", "{\"Label\":\"\xff\"}", "{}", "{}"}};
+  const std::string question = R"({"op":"alarm","id":1,"arguments":)";
+  for (const auto& row : cases) {
+    life->history.Database()->Execute("DELETE FROM \"qmt alarm rows\"");
+    SqlStatement insert = life->history.Database()->Prepare(
+        "INSERT INTO \"qmt alarm rows\" (id, record, time, row) VALUES (1, ?1, 5, ?2)");
+    insert.Bind(1, std::string_view(row.record));
+    insert.Bind(2, std::string_view(row.row));
+    insert.Run();
+    const auto told = [&](const char* arguments) {
+      return JsonText(Ask(question + arguments + "}")["alarm"]["rows"][0]["rows"]);
+    };
+    EXPECT_EQ(told("true"), '[' + std::string(row.all) + ']') << row.row;
+    EXPECT_EQ(told("false"), '[' + std::string(row.some) + ']') << row.row;
+  }
+  for (const char* asked :
+       {"{\"op\":\"alarm\",\"id\":-1}", "{\"op\":\"alarm\"}",
+        "{\"op\":\"alarm\",\"id\":1,\"arguments\":1}", "{\"op\":\"alarms\",\"state\":\"ended\"}",
+        "{\"op\":\"alarms\",\"limit\":0}", "{\"op\":\"alarms\",\"since\":1e300}"}) {
+    EXPECT_EQ(Ask(asked)["error"]["code"].Text(), "bad-field") << asked;
+  }
+}
+
 TEST_F(AlarmBookTest, StatesAndNumbersSurviveAKill) {
   Start();
   Batch(95);
@@ -169,13 +215,110 @@ TEST_F(AlarmBookTest, StatesAndNumbersSurviveAKill) {
   EXPECT_EQ(changes.size(), 4U);
   Batch(95);
   EXPECT_EQ(Ask(R"({"op":"alarms"})")["alarms"]["list"][0]["id"].Number(), 3);
-  // A definition that has gone takes its alarm with it.
+  // A definition that has gone takes its alarm with it, and no clock that is set back ends it
+  // before it began.
+  life->history.Database()->Execute(
+      "UPDATE \"qmt alarms\" SET since = since + 100000 WHERE id = 3");
   life.reset();
+  std::filesystem::remove("alarms.state");
   std::ofstream("alarms") << "# none\n";
   Start();
   EXPECT_EQ(changes.size(), 6U);
   Turns();
   EXPECT_EQ(Ask(R"({"op":"alarms","state":"active"})")["alarms"]["list"].Size(), 0U);
+  const Json last = Ask(R"({"op":"alarms"})")["alarms"]["list"][0];
+  EXPECT_EQ(last["id"].Number(), 3);
+  EXPECT_EQ(last["until"].Number(), last["since"].Number());
+}
+
+TEST_F(AlarmBookTest, AFileOfStatesThatIsNoneIsToldAndAlarmsBeginAnew) {
+  std::ofstream("alarms") << "alarm = full\nrecord = FAKE\ncondition = Count > 90\n";
+  const auto write = [](const char* text) { std::ofstream("alarms.state") << text; };
+  const struct {
+    std::function<void()> make;
+    std::string problem;
+    double id;  ///< of the next alarm
+  } cases[] = {
+      {[] { ::mkfifo("alarms.state", 0600); }, "alarms.state can't be read: ", 1},
+      {[&] { write("x"); }, "alarms.state is none of the agent's; all alarms begin anew", 1},
+      {[&] { write("{\"next\":5,\"alarms\":5}"); }, "alarms.state is none of the agent's", 1},
+      {[&] {
+         // Of an alarm of that name which looked at another record.
+         write(R"({"next":5,"alarms":[5,{},{"alarm":"full","record":"X","time":1,"states":)"
+               R"([{"phase":"active","id":2,"key":{"Label":"a\ufffd"}}]}]})");
+       },
+       "", 5},
+      {[&] { write("{\"next\":18446744073709551615,\"alarms\":[]}"); }, "", 0x1p62},
+      {[] { std::filesystem::create_directory("alarms.state"); },
+       "alarms.state can't be written: ", 1},
+  };
+  for (const auto& row : cases) {
+    life.reset();
+    std::filesystem::remove("alarms.state");
+    kept.file.clear();
+    told.clear();
+    row.make();
+    Start();
+    Batch(95);
+    EXPECT_EQ(Ask(R"({"op":"alarms"})")["alarms"]["list"][0]["id"].Number(), row.id);
+    life->book.Stop();
+    Turns();
+    EXPECT_EQ(told.empty(), row.problem.empty());
+    if (!row.problem.empty()) {
+      EXPECT_THAT(told, ::testing::Contains(HasSubstr(row.problem)));
+    }
+  }
+}
+
+TEST_F(AlarmBookTest, WhatTheAgentLosesBetweenTwoBatchesIsARow) {
+  std::ofstream("alarms") << "alarm = lost\nrecord = AGENT\ncondition = Skipped Times > 2\n";
+  Start();
+  life->schedule.Entries().front()->skipped = 5;
+  Batch(5);  // before it is nothing to compare with
+  EXPECT_THAT(changes, ElementsAre());
+  life->schedule.Entries().front()->skipped = 8;
+  Batch(5);
+  EXPECT_THAT(changes, ElementsAre("Skipped Times 3 active"));
+  Batch(5);
+  EXPECT_THAT(changes, ElementsAre("Skipped Times 3 active", "Skipped Times 3 ended"));
+}
+
+TEST_F(AlarmBookTest, AHistoryThatTakesNoAlarmsIsToldOnceAndAlarmsGoOn) {
+  Start();
+  told.clear();
+  for (const char* table : {"qmt alarms", "qmt alarm rows"}) {
+    life->history.Database()->Execute("CREATE TABLE \"" + std::string(table) + "\" (x)");
+  }
+  for (int i = 0; i < 3; ++i) {
+    Batch(95);
+    Batch(5);
+  }
+  EXPECT_EQ(changes.size(), 6U);
+  ASSERT_EQ(told.size(), 1U);
+  EXPECT_THAT(told[0], HasSubstr("can't be written: "));
+  for (const char* asked : {R"({"op":"alarms"})", R"({"op":"alarm","id":1})"}) {
+    EXPECT_EQ(Ask(asked)["error"]["code"].Text(), "no-history") << asked;
+  }
+  // It is kept as soon as that can be done.
+  for (const char* table : {"qmt alarms", "qmt alarm rows"}) {
+    life->history.Database()->Execute("DROP TABLE \"" + std::string(table) + "\"");
+  }
+  Batch(5);
+  EXPECT_EQ(life->history.Database()->Number("SELECT count(*) FROM \"qmt alarms\""), 3);
+  EXPECT_EQ(told.size(), 1U);
+}
+
+TEST_F(AlarmBookTest, ManyFaultsOfTheFileAreCounted) {
+  std::ofstream file("alarms");
+  for (int i = 0; i < 200; ++i) {
+    file << "alarm = a" << i << "\nrecord = NONE\n";
+  }
+  file.close();
+  Start();
+  ASSERT_EQ(told.size(), 101U);
+  EXPECT_EQ(told[99], "alarms:200: no record \"NONE\"");
+  EXPECT_EQ(told[100], "alarms: and 100 more faults, which qmtctl check alarms lists");
+  EXPECT_EQ(off.size(), 200U);
 }
 
 TEST_F(AlarmBookTest, AfterAKillEachEndIsToldOnce) {
@@ -296,6 +439,16 @@ TEST_F(AlarmBookTest, WithoutAHistoryThereAreAlarmsAllTheSame) {
   EXPECT_FALSE(life->book.Figures().alarms.empty());
 }
 
+TEST_F(AlarmBookTest, AHistoryThatCannotBeOpenedIsNamedInAnswers) {
+  kept.file = "none/records.db";
+  Start();
+  Batch(95);
+  EXPECT_EQ(changes.size(), 1U);
+  const Json error = Ask(R"({"op":"history","record":"FAKE","since":0})")["error"];
+  EXPECT_EQ(error["code"].Text(), "no-history");
+  EXPECT_EQ(error["message"].Text(), "the history can't be read: unable to open database file");
+}
+
 TEST_F(AlarmBookTest, RowsThatNoScheduleHasAreAskedForOnce) {
   std::ofstream("alarms") << "alarm = full\nrecord = FAKE\ncondition = Count > 90\n"
                              "capture = MORE\n";
@@ -319,6 +472,31 @@ TEST_F(AlarmBookTest, RowsThatNoScheduleHasAreAskedForOnce) {
   Batch(5);
   Batch(95);
   EXPECT_EQ(Ask(R"({"op":"alarm","id":2})")["alarm"]["captured"].Size(), 0U);
+}
+
+TEST_F(AlarmBookTest, RowsOlderThanTheirScheduleAreAskedForAnew) {
+  std::ofstream("alarms") << "alarm = full\nrecord = FAKE\ncondition = Count > 90\n"
+                             "capture = MORE\n";
+  Start();
+  life->schedule.Set("MORE", 60);
+  Turns();
+  int batches = 0;
+  life->agent.onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    ++batches;
+    batch.m_events.at(0)->m_records.push_back(new FakeRecord(1));
+    return kNotifyDone;
+  };
+  const FakeRecord row(1);
+  for (const auto& [age, asked] : {std::pair{30, 0}, std::pair{90, 1}}) {
+    batches = 0;
+    life->sinks.Take({"MORE", '4', static_cast<std::int32_t>(std::time(nullptr)) - age, {{&row}}});
+    life->sinks.EndBatch();
+    Turns();
+    Batch(95);
+    EXPECT_EQ(batches, asked) << age;
+    EXPECT_EQ(Ask(R"({"op":"alarms"})")["alarms"]["list"][0]["captured"][0].Text(), "MORE") << age;
+    Batch(5);
+  }
 }
 
 TEST_F(AlarmBookTest, AScheduleThatGoesEndsWhatItsRowsHaveBegun) {
@@ -381,7 +559,12 @@ TEST_F(AlarmBookTest, CommandsBeyondTheBoundsWaitOrAreCountedAndGoAsAGroup) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   EXPECT_EQ(command.Failures(), 2U);
-  EXPECT_LT(told.size(), 100U);  // of what `yes` says
+  // Of what `yes` says, 20 lines, how many more and why it has ended, of each command.
+  EXPECT_EQ(std::ranges::count_if(told, [](const auto& text) { return text.ends_with(": y"); }),
+            40);
+  EXPECT_EQ(
+      std::ranges::count_if(told, [](const auto& t) { return t.ends_with("lines were left out"); }),
+      2);
   int pid = 0;
   for (const auto& entry : std::filesystem::directory_iterator(".")) {
     if (entry.path().string().starts_with("./pid.")) {
@@ -398,6 +581,62 @@ TEST_F(AlarmBookTest, CommandsBeyondTheBoundsWaitOrAreCountedAndGoAsAGroup) {
   stat >> state >> state >> state;
   EXPECT_NE(pid, 0);
   EXPECT_TRUE(state.empty() || state == "Z") << state;
+}
+
+TEST_F(AlarmBookTest, ACommandThatFailsSaysWhy) {
+  const struct {
+    const char* script;             ///< null for a program that there is not
+    std::vector<std::string> told;  ///< behind the program's name
+  } cases[] = {
+      {nullptr,
+       {"No such file or directory, so it is not started for alarms",
+        "can't be started: No such file or directory", "has ended with status 127"}},
+      {"exit 3\n", {"has ended with status 3"}},
+      {"echo x; kill -9 $$\n", {"x", "has ended by signal 9"}},
+  };
+  for (const auto& row : cases) {
+    told.clear();
+    const std::string program = row.script == nullptr ? "/none" : AlarmScript(row.script);
+    EventLoop loop;
+    FakeAgent agent;
+    AlarmCommand command(loop, [this](const std::string& text) { told.push_back(text); });
+    command.Configure({program, std::chrono::seconds(20), 1});
+    command.Run({"A=b"});
+    const auto begin = std::chrono::steady_clock::now();
+    while (command.Failures() == 0 &&
+           std::chrono::steady_clock::now() - begin < std::chrono::seconds(20)) {
+      RunATurn(loop, agent);
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    std::vector<std::string> expected;
+    for (const std::string& text : row.told) {
+      expected.push_back(program + ": " + text);
+    }
+    EXPECT_EQ(told, expected);
+  }
+}
+
+TEST(AlarmEnvironmentTest, NamesAreThoseOfAShellAndValuesAreBounded) {
+  const std::vector<std::string> all =
+      AlarmEnvironment(Json{{"alarm", std::string("a\0b", 3)},
+                            {"text", std::string(5000, 'x')},
+                            {"until", nullptr},
+                            {"key", Json{{"Mount Point", "/a"}, {"mount-point", "/b"}}},
+                            {"values", Json{{"Free %", 1.5}}}});
+  EXPECT_THAT(all, ElementsAre("QMT_ALARM_NAME=ab", "QMT_ALARM_STATE=", "QMT_ALARM_SEVERITY=",
+                               "QMT_ALARM_TEXT=" + std::string(4096, 'x'), "QMT_ALARM_RECORD=",
+                               "QMT_ALARM_ID=", "QMT_ALARM_SINCE=", "QMT_ALARM_UNTIL=",
+                               "QMT_ALARM_KEY_MOUNT_POINT=/a", "QMT_ALARM_VALUE_FREE__=1.5"));
+}
+
+TEST(AlarmTextTest, ALongOneIsCutAndStaysUtf8) {
+  const AlarmText text("{Label}: {Count}", kFakeLayout);
+  const auto expand = [&](const Json& label) {
+    return text.Expand([&](std::size_t place) { return place == 2 ? label : Json(nullptr); });
+  };
+  EXPECT_EQ(expand("a"), "a: ?");
+  EXPECT_EQ(expand(std::string(2000, 'x')), std::string(1024, 'x'));
+  EXPECT_EQ(expand(std::string(1023, 'x') + "\u00e4"), std::string(1023, 'x') + "\uFFFD");
 }
 
 TEST(CommandFileTest, NobodyElseMayBeAbleToReplaceTheCommand) {

@@ -116,6 +116,20 @@ TEST_F(ConsoleTokensTest, AHostileFileIsBegunAnew) {
   }
 }
 
+TEST_F(ConsoleTokensTest, ATokenThatCannotBeKeptIsGoodUntilTheDaemonEnds) {
+  const auto tokens = [this] {
+    return ConsoleTokens(
+        "none/tokens", [this](const std::string& text) { m_told.push_back(text); },
+        [this] { return m_now; });
+  };
+  ConsoleTokens first = tokens();
+  const ConsoleToken token = first.Make();
+  EXPECT_EQ(first.Check(token.text), token.expires);
+  EXPECT_EQ(tokens().Check(token.text), 0);
+  EXPECT_THAT(m_told, ElementsAre("none/tokens: No such file or directory; console tokens end "
+                                  "with the daemon"));
+}
+
 TEST(RecentMessagesTest, TheLastAreKeptWithinBounds) {
   RecentMessages recent;
   for (int i = 0; i < 300; ++i) {
