@@ -182,11 +182,11 @@ TEST_F(AlarmBookTest, RowsOfAFileThatHoldsAnythingAreToldWithoutArgumentsWhereTh
     insert.Bind(1, std::string_view(row.record));
     insert.Bind(2, std::string_view(row.row));
     insert.Run();
-    const auto told = [&](const char* arguments) {
+    const auto rowsTold = [&](const char* arguments) {
       return JsonText(Ask(question + arguments + "}")["alarm"]["rows"][0]["rows"]);
     };
-    EXPECT_EQ(told("true"), '[' + std::string(row.all) + ']') << row.row;
-    EXPECT_EQ(told("false"), '[' + std::string(row.some) + ']') << row.row;
+    EXPECT_EQ(rowsTold("true"), '[' + std::string(row.all) + ']') << row.row;
+    EXPECT_EQ(rowsTold("false"), '[' + std::string(row.some) + ']') << row.row;
   }
   for (const char* asked :
        {"{\"op\":\"alarm\",\"id\":-1}", "{\"op\":\"alarm\"}",
