@@ -18,11 +18,14 @@ constexpr std::size_t kTooLarge = 1000000;
 struct Expansion {
   std::size_t nested = 0;
   std::size_t plain = 0;  ///< of single elements with one bound
+  /// Something in it may stand for nothing. Loops over that cost the square of what they say.
+  bool mayBeEmpty = false;
 
   [[nodiscard]] std::size_t All() const { return std::min(nested + plain, kTooLarge); }
   void Add(const Expansion& other) {
     nested = std::min(nested + other.nested, kTooLarge);
     plain = std::min(plain + other.plain, kTooLarge);
+    mayBeEmpty = mayBeEmpty || other.mayBeEmpty;
   }
 };
 
@@ -64,42 +67,47 @@ class ExpansionCounter {
     } else if (isOperator && c == '{') {
       Repeat(ReadBound());
     } else if (isOperator && c == '+') {
-      Repeat({2, false});  // one copy that must be there and one that may repeat
-    } else if (!(isOperator && (c == '?' || c == '|')) && (isEscaped || c != '*')) {
+      Repeat({2, false, true});  // one copy that must be there and one that may repeat
+    } else if ((isOperator && c == '?') || (!isEscaped && c == '*')) {
+      m_last.mayBeEmpty = true;
+    } else if (!(isOperator && c == '|')) {
       Atom(1);
     }
   }
   void Atom(std::size_t size) {
     m_open.back().Add(m_last);
-    m_last = {size, 0};
+    m_last = {size, 0, false};
   }
   struct Bound {
     std::size_t times;
     bool isRange;
+    bool isOpen;
   };
   void Repeat(const Bound& bound) {
     if (bound.times > 1 && !bound.isRange && m_last.nested == 1 && m_last.plain == 0) {
       m_last.plain = bound.times;
     } else if (bound.times != 1) {
-      m_last = {std::min(m_last.All() * bound.times, kTooLarge), 0};
+      const std::size_t copies = bound.times * (bound.isOpen && m_last.mayBeEmpty ? 2 : 1);
+      m_last = {std::min(m_last.All() * copies, kTooLarge), 0, m_last.mayBeEmpty};
     }
   }
   void Close() {
     Expansion size = m_open.back();
     size.Add(m_last);
-    size.Add({1, 0});
+    size.Add({1, 0, false});
     m_open.pop_back();
     m_last = size;
   }
   /// The larger of the two bounds, and 1 more for an open end.
   Bound ReadBound() {
-    Bound bound{1, false};
+    Bound bound{1, false, false};
     std::size_t number = 0;
     bool isSecond = false;
     while (m_at + 1 < m_pattern.size() && std::strchr("0123456789,", m_pattern[m_at + 1])) {
       const char c = m_pattern[++m_at];
       bound.isRange = bound.isRange || (isSecond && c != ',');
       isSecond = isSecond || c == ',';
+      bound.isOpen = c == ',';
       number = c == ',' ? 0 : std::min(number * 10 + static_cast<std::size_t>(c - '0'), kTooLarge);
       bound.times = std::max(bound.times, c == ',' ? bound.times + 1 : number);
     }

@@ -56,6 +56,8 @@ TEST(RegExp, MatchesAsGivenAndReportsEachFailedCompilation) {
            {"x([[:alpha:]]{1,32}){66}", "x", false, 3},
            {"((a{200}[[:alpha:])][[:alpha:])]){200}){200}", "x", false, 3},
            {Repeated("(", 30) + "a" + Repeated("+)", 30), "a", false, 3},
+           {".*" + Repeated("+", 10), "a", false, 3},  // what may be empty costs the square
+           {"((a*b?)+c{2,})+", "acc", true, 0},
            {Repeated("ab?c*|", 300) + "x", "x", true, 0}}) {
     ScriptedNode::Reset();
     g_msgLogLevel = 10;
