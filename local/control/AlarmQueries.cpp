@@ -76,12 +76,11 @@ std::variant<AlarmRange, ControlError> ReadAlarmRange(const Json& message) {
   return range;
 }
 
-/// The row of an alarm as it was kept. The file may hold anything at all, which must not end the
+/// The row of an alarm, written anew: the file may hold anything at all, which must not end the
 /// line.
 std::string WholeRow(const std::string& row) {
   const ParsedJson parsed = ParseJson(row);
-  const bool isRow = parsed.value.IsObject() && row.find('\n') == std::string::npos;
-  return isRow ? row : "{}";
+  return parsed.value.IsObject() ? JsonText(parsed.value) : "{}";
 }
 
 /// The row of an alarm without what programs were started with.

@@ -60,10 +60,11 @@ std::vector<ScheduleLine> DefaultSchedule() {
                                     Row{"CPUX", "60", false, true}, Row{"DEVD", "60", true, false},
                                     Row{"DISK", "60", false, true}, Row{"NIND", "60", true, false},
                                     Row{"NETD", "60", false, true}, Row{"SOCK", "60", false, true},
-                                    Row{"MEMD", "60", false, true}, Row{"PRES", "60", false, true},
-                                    Row{"CGRP", "60", false, true}, Row{"WGRP", "60", true, true},
-                                    Row{"PDS", "60", true, true},   Row{"FSL", "60", true, true},
-                                    Row{"PDX", "300", false, true}, Row{"PDI", "300", true, true}};
+                                    Row{"MEMD", "60", false, true}, Row{"KERN", "60", false, true},
+                                    Row{"PRES", "60", false, true}, Row{"CGRP", "60", false, true},
+                                    Row{"WGRP", "60", true, true},  Row{"PDS", "60", true, true},
+                                    Row{"FSL", "60", true, true},   Row{"PDX", "300", false, true},
+                                    Row{"PDI", "300", true, true}};
   const bool isModern = g_hostProfile == HostProfile::kModern;
   std::vector<ScheduleLine> lines;
   for (const Row& row : kRows) {

@@ -6,7 +6,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <list>
 #include <sstream>
 #include <thread>
@@ -701,6 +703,10 @@ TEST_F(ControlServerTest, AfterClientsThatVanishEveryLaterOneIsAnswered) {
     return kNotifyDone;
   };
   Serve({}, [] {
+    const auto descriptors = [] {
+      return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = descriptors();
     for (int i = 0; i < 500; ++i) {
       TestClient gone;
       switch (i % 5) {
@@ -726,6 +732,11 @@ TEST_F(ControlServerTest, AfterClientsThatVanishEveryLaterOneIsAnswered) {
       TestClient next;
       ASSERT_TRUE(next.Ask(kAskStatus).IsObject()) << "client " << i;
     }
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (descriptors() > before && std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_LE(descriptors(), before);
   });
 }
 

@@ -170,7 +170,7 @@ TEST_F(AlarmBookTest, RowsOfAFileThatHoldsAnythingAreToldWithoutArgumentsWhereTh
                {"TOLD", R"({"Old":"-p x"})", R"({"Old":"-p x"})", R"({"Old":null})"},
                {"GONE", R"({"Label":"a"})", R"({"Label":"a"})", "{}"},
                {"TOLD", "{}]}]}}\n{\"ok\":true}", "{}", "{}"},
-               {"TOLD", "{\n}", "{}", "{}"},
+               {"TOLD", "{\"Label\":\n\"a\"}", R"({"Label":"a"})", R"({"Label":"a"})"},
                {"", "{}", "{}", "{}"},
                {"TOLD", "[1]", "{}", "{}"},
                {"TOLD", "{\"Label\":\"\xff\"}", "{}", "{}"}};

@@ -20,7 +20,8 @@ TEST(DefaultSchedule, GoesByTheProfileAndHasApplicationsWhereSomeAreDefined) {
   };
   const std::string classic = "PI=60 CPUP=60 DEVD=60 NIND=60 WGRP=60 PDS=60 FSL=60 PDI=300 ";
   const std::string modern =
-      "PI=60 CPUP=60 CPUX=60 DISK=60 NETD=60 SOCK=60 MEMD=60 PRES=60 CGRP=60 WGRP=60 PDS=60 FSL=60 "
+      "PI=60 CPUP=60 CPUX=60 DISK=60 NETD=60 SOCK=60 MEMD=60 KERN=60 PRES=60 CGRP=60 WGRP=60 "
+      "PDS=60 FSL=60 "
       "PDX=300 PDI=300 ";
   EXPECT_EQ(words(), classic);
   g_hostProfile = HostProfile::kModern;
