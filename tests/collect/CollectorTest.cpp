@@ -75,7 +75,7 @@ TEST_F(CollectorTest, CategoriesOfTheModernProfileAreRunUnderItAlone) {
     EXPECT_EQ(collector.collect(kAllOfThem | COLLECT_CONTINUE_ON_ERROR), nullptr);
     g_hostProfile = HostProfile::kClassic;
     const bool isModern = profile == HostProfile::kModern;
-    EXPECT_EQ(Lines("Start Processing"), isModern ? 10U : 0U);
+    EXPECT_EQ(Lines("Start Processing"), isModern ? 11U : 0U);
     EXPECT_EQ(collector.GetModern()->processes.empty(), !isModern);
   }
 }
