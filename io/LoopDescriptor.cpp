@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "io/IoLoop.h"
+#include "io/WaitRoom.h"
 
 struct LoopDescriptor::State {
   explicit State(asio::io_context& io) : stream(io) {}
@@ -16,6 +17,7 @@ struct LoopDescriptor::State {
   State& operator=(const State&) = delete;
 
   asio::posix::stream_descriptor stream;
+  std::shared_ptr<WaitRoom> room = std::make_shared<WaitRoom>();
   bool isBorrowed = false;
 };
 
@@ -38,9 +40,9 @@ int LoopDescriptor::Release() {
   if (!m_state->stream.is_open()) {
     return -1;
   }
-  const int descriptor = m_state->stream.release();
   // What the library still has to say of it finds no state.
-  m_state = std::make_shared<State>(m_loop.Io());
+  const auto former = std::exchange(m_state, std::make_shared<State>(m_loop.Io()));
+  const int descriptor = former->stream.release();
   return descriptor;
 }
 
@@ -51,9 +53,10 @@ int LoopDescriptor::Get() const {
 void LoopDescriptor::OnReadable(std::function<void()> action) {
   m_state->stream.async_wait(
       asio::posix::stream_descriptor::wait_read,
-      [weak = std::weak_ptr(m_state), action = std::move(action)](asio::error_code error) {
-        if (!weak.expired() && !error) {
-          action();
-        }
-      });
+      InRoom(m_state->room,
+             [weak = std::weak_ptr(m_state), action = std::move(action)](asio::error_code error) {
+               if (!weak.expired() && !error) {
+                 action();
+               }
+             }));
 }

@@ -61,6 +61,7 @@ ControlSettings SocketSettings(const GateRun& gate) {
 LocalNode::LoopParts::LoopParts(const ProblemReport& report)
     : history(report),
       sinks({&lastRows, &history}),
+      desk(loop),
       schedule(loop, desk, sinks),
       alarms(loop, desk, schedule, lastRows, history, report),
       operations(loop, desk, schedule, lastRows, history),

@@ -6,7 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <system_error>
+#include <exception>
 #include <utility>
 
 namespace {
@@ -45,8 +45,8 @@ bool DaemonAsk::Send(const std::string& line) const {
 void DaemonAsk::Start(const std::string& path, std::string line, OnBytes onBytes, OnEnd onEnd) {
   m_onBytes = std::move(onBytes);
   m_onEnd = std::move(onEnd);
-  line += '\n';
   try {
+    line += '\n';
     if (Descriptor socket = ConnectDaemon(path); socket.IsOpen()) {
       m_socket.Take(std::move(socket));
       if (Send(line)) {
@@ -54,8 +54,8 @@ void DaemonAsk::Start(const std::string& path, std::string line, OnBytes onBytes
         return;
       }
     }
-  } catch (const std::system_error&) {
-    // It can't be watched, so it is as good as none.
+  } catch (const std::exception&) {
+    // It can't be watched, or there is no memory for it, so it is as good as none.
   }
   m_timer.After({}, [this] { Finish(End::kNoDaemon); });
 }
@@ -88,8 +88,16 @@ void DaemonAsk::Read() {
   }
   const std::shared_ptr<bool> isAlive = m_isAlive;
   // A copy: the call may free this object.
-  const OnBytes onBytes = m_onBytes;
-  onBytes({chunk.data(), static_cast<std::size_t>(size)});
+  try {
+    const OnBytes onBytes = m_onBytes;
+    onBytes({chunk.data(), static_cast<std::size_t>(size)});
+  } catch (const std::exception&) {
+    // What has been read is lost, and with it the answer.
+    if (*isAlive) {
+      m_timer.After({}, [this] { Finish(End::kNoDaemon); });
+    }
+    throw;
+  }
   if (*isAlive) {
     WaitForBytes();
   }

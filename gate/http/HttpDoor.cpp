@@ -1,8 +1,8 @@
 #include "gate/http/HttpDoor.h"
 
 #include <cerrno>
+#include <exception>
 #include <string>
-#include <system_error>
 #include <utility>
 
 namespace {
@@ -68,8 +68,8 @@ void HttpDoor::Accept() {
     if (socket.IsOpen()) {
       try {
         Admit(std::move(socket), peer, size);
-      } catch (const std::system_error&) {
-        // It can't be watched, and is closed.
+      } catch (const std::exception&) {
+        // It can't be watched, or there is no memory for it: it is closed. The next one is let in.
       }
       continue;
     }
@@ -115,9 +115,19 @@ void HttpDoor::WaitFor(const VisitorPtr& visitor) {
   visitor->socket.OnReadable([this, weak = std::weak_ptr<Visitor>(visitor)] {
     // Who has been sent away is looked at no more; the door may be gone then, too.
     if (const VisitorPtr present = weak.lock()) {
-      Look(present);
+      LookGuarded(present);
     }
   });
+}
+
+void HttpDoor::LookGuarded(const VisitorPtr& visitor) {
+  try {
+    Look(visitor);
+  } catch (const std::exception&) {
+    // Nobody would look at it any more.
+    m_visitors.remove(visitor);
+    throw;
+  }
 }
 
 void HttpDoor::Look(const VisitorPtr& visitor) {

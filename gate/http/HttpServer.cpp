@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -399,7 +400,12 @@ void HttpServer::Close() {
 
 void HttpServer::WaitForWork() {
   m_ready.OnReadable([this] {
-    Work();
+    try {
+      Work();
+    } catch (const std::exception&) {
+      WaitForWork();
+      throw;
+    }
     WaitForWork();
   });
 }
@@ -430,6 +436,19 @@ void HttpServer::Work() {
     return;
   }
   m_isWorking = true;
+  try {
+    RunLibrary();
+  } catch (const std::exception&) {
+    m_isWorking = false;
+    WorkSoon();
+    throw;
+  }
+  m_isWorking = false;
+  EndLateConnections();
+  WatchTime();
+}
+
+void HttpServer::RunLibrary() {
   std::size_t before = 0;
   do {
     m_hasNew = false;
@@ -438,9 +457,6 @@ void HttpServer::Work() {
     m_door.OnRoom();
     // The library finds out in the turn behind that one of its connections has ended.
   } while (m_hasNew || m_connections.size() < before);
-  m_isWorking = false;
-  EndLateConnections();
-  WatchTime();
 }
 
 void HttpServer::WatchTime() {

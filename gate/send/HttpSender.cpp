@@ -61,6 +61,7 @@ class HttpSender::Library : public std::enable_shared_from_this<HttpSender::Libr
   void Wait(const std::shared_ptr<SenderSocket>& socket);
   void WaitFor(const std::shared_ptr<SenderSocket>& socket, bool isRead);
   void Act(int socket, int events);
+  void End(const std::shared_ptr<Sending>& sending, int code);
 
   IoLoop& m_loop;
   LoopTimer m_timer;
@@ -92,7 +93,7 @@ class HttpSender::Sending : public std::enable_shared_from_this<HttpSender::Send
   }
   [[nodiscard]] CURL* Handle() const { return m_transfer->Handle(); }
   /// What came of it, once; the library has it no more then.
-  [[nodiscard]] SendResult Take(CURLcode code) {
+  [[nodiscard]] SendResult Take(int code) {
     SendResult result = m_transfer->Result(code);
     Leave();
     return result;
@@ -132,11 +133,13 @@ HttpSender::Library::Library(IoLoop& loop) : m_loop(loop), m_timer(loop) {
 HttpSender::Library::~Library() { Curl().multiCleanup(m_multi); }
 
 void HttpSender::Library::Add(Sending& sending) {
+  // First, since what the library has it must be taken off again.
+  m_sendings[sending.Handle()] = &sending;
   const CURLMcode code = Curl().multiAddHandle(m_multi, sending.Handle());
   if (code != CURLM_OK) {
+    m_sendings.erase(sending.Handle());
     throw std::runtime_error(Curl().multiStrerror(code));
   }
-  m_sendings[sending.Handle()] = &sending;
 }
 
 void HttpSender::Library::Remove(const Sending& sending) {
@@ -222,20 +225,33 @@ void HttpSender::Library::Act(int socket, int events) {
   const std::shared_ptr<Library> held = shared_from_this();
   int running = 0;
   Curl().multiSocketAction(m_multi, socket, events, &running);
-  std::vector<std::pair<std::weak_ptr<Sending>, SendResult>> ended;
+  std::exception_ptr fault;
   int left = 0;
   while (const CURLMsg* message = Curl().multiInfoRead(m_multi, &left)) {
     const auto found = m_sendings.find(message->easy_handle);
-    if (found != m_sendings.end()) {
-      Sending& sending = *found->second;
-      const CURLcode code = message->data.result;
-      ended.emplace_back(sending.weak_from_this(), sending.Take(code));
+    if (found == m_sendings.end()) {
+      continue;
+    }
+    try {
+      End(found->second->shared_from_this(), message->data.result);
+    } catch (const std::exception&) {
+      // The others that have ended are to hear of it.
+      fault = std::current_exception();
     }
   }
-  for (auto& [weak, result] : ended) {
-    if (const std::shared_ptr<Sending> sending = weak.lock()) {
-      sending->Finish(std::move(result));
-    }
+  if (fault) {
+    std::rethrow_exception(fault);
+  }
+}
+
+void HttpSender::Library::End(const std::shared_ptr<Sending>& sending, int code) {
+  try {
+    sending->Finish(sending->Take(code));
+  } catch (const std::exception& error) {
+    // The library names it no more.
+    sending->Leave();
+    sending->Finish({0, error.what(), "", {}});
+    throw;
   }
 }
 
