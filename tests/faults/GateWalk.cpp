@@ -8,7 +8,7 @@
 #include <array>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
+#include <cstring>
 #include <deque>
 #include <exception>
 #include <filesystem>

@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstddef>
 #include <ctime>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -27,7 +29,7 @@ int g_trims = 0;
 }  // namespace
 
 /// In the place of the library's.
-extern "C" int malloc_trim(std::size_t) {
+extern "C" int malloc_trim(std::size_t) noexcept {
   ++g_trims;
   return 0;
 }
