@@ -110,7 +110,7 @@ bool FilterCalls() {
     filter.Return(Refuse(EPERM));
   }
 #ifdef SYS_fork
-  for (const std::uint32_t call : {SYS_fork, SYS_vfork}) {
+  for (const auto call : {std::uint32_t{SYS_fork}, std::uint32_t{SYS_vfork}}) {
     filter.IfEqual(call);
     filter.Return(Refuse(EPERM));
   }

@@ -96,8 +96,7 @@ void RecordBuilder::AwaitUserRecords(CMBMultipleRecordRequestEvent& batch) {
   }
   // A thousand requests for one file are one look at its guard.
   std::ranges::sort(kinds);
-  const auto rest = std::ranges::unique(kinds);
-  kinds.erase(rest.begin(), rest.end());
+  kinds.erase(std::unique(kinds.begin(), kinds.end()), kinds.end());
   AwaitUserFiles(kinds, [&batch] { return batch.hold(1); });
 }
 

@@ -354,8 +354,8 @@ void CaptureMask::Check() const {
   words.insert(words.end(), own.texts.begin(), own.texts.end());
   for (const std::string& bytes : own.bytes) {
     // As the kernel's list of addresses has them.
-    constexpr std::size_t kAddress6 = 16;
-    if (bytes.size() == kAddress6) {
+    constexpr std::size_t kHexAddress6 = 16;
+    if (bytes.size() == kHexAddress6) {
       words.push_back(HexOfBytes(bytes));
     }
   }

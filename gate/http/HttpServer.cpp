@@ -238,7 +238,7 @@ class HttpServer::Library {
 
   static MHD_Response* Respond(HttpServer& self, MHD_Connection* connection,
                                const HttpExchange& exchange) {
-    constexpr std::size_t kBlock = 16384;
+    constexpr std::size_t kAnswerBlock = 16384;
     if (exchange.Stream() == nullptr) {
       // The exchange outlives its answer.
       const std::string& body = exchange.TheAnswer().body;
@@ -246,8 +246,8 @@ class HttpServer::Library {
                                              MHD_RESPMEM_PERSISTENT);
     }
     auto reader = std::make_unique<Reader>(Reader{self, connection, exchange.Stream()});
-    MHD_Response* response =
-        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kBlock, Read, reader.get(), FreeReader);
+    MHD_Response* response = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kAnswerBlock, Read,
+                                                               reader.get(), FreeReader);
     if (response != nullptr) {
       static_cast<void>(reader.release());
     }

@@ -24,6 +24,16 @@ struct AverageWord {
   Counter count;
 };
 
+// A compiler that deduces nothing from braces alone is told.
+template <class Counter>
+RateWord(Counter) -> RateWord<Counter>;
+template <class Counter>
+LoadWord(Counter) -> LoadWord<Counter>;
+template <class Counter>
+ShareWord(Counter, Counter) -> ShareWord<Counter>;
+template <class Counter>
+AverageWord(Counter, Counter) -> AverageWord<Counter>;
+
 /// `Visit(visit)` calls `visit(member, word)` for each field of the layout, with the pointer to the
 /// member and one of the words above; of a field that is made of no other the word is its meaning.
 template <class Record>

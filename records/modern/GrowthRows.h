@@ -160,11 +160,12 @@ UtlError* BuildGrowthRows(const GrowthCall& call, GrowthState<Record>& state,
                           const Sources& sources, const Fill& fill, const Derive& derive,
                           const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
   TraceEntry(call.name, AddressOf(call.event), AddressOf(call.request));
-  auto [look, first] = ClaimUserObject<LookObject>(*call.request);
+  const auto claimed = ClaimUserObject<LookObject>(*call.request);
+  LookObject& look = claimed.object;
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
   const double at = ExactTime(now);
   IntervalBuild<TimedRow<Record>> build(kGrowthFamily<Record, newInstance>, state.rawRows,
-                                        *call.event, first, call.upTime);
+                                        *call.event, claimed.first, call.upTime);
   for (const auto& source : sources) {
     TimedRow<Record> row{NewRow<Record>(now), at, state.lastBuild};
     fill(static_cast<Record&>(row), source);

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr const char* kFile = "/pacct";
+constexpr const char* kAccountFile = "/pacct";
 constexpr std::size_t kRecordBytes = 64;
 
 /// Reads all rows that are there; how many.
@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Os().acct = [](const char*) { return 0; };
   AcctSourceUser::ResetState();
   Input input(data, size);
-  ProductOptions::Instance().Set("Acct", "FileName", kFile);
+  ProductOptions::Instance().Set("Acct", "FileName", kAccountFile);
   ProductOptions::Instance().Set("Acct", "Truncate", input.Byte() % 2 == 0 ? "Y" : "N");
   ProductOptions::Instance().Set("Acct", "Size", "256");
   while (!input.IsEmpty()) {

@@ -1,20 +1,12 @@
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "process/ApplicationMonitor.h"
 #include "support/AgentUtil.h"
+#include "tests/fuzz/FuzzHelp.h"
 
 namespace {
-
-void Check(bool holds, const char* what) {
-  if (!holds) {
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-  }
-}
 
 /// The list in the form of its file.
 std::string TextOf(const ApplicationMonitor& monitor) {
@@ -49,17 +41,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string text(reinterpret_cast<const char*>(data), size);
   ApplicationMonitor monitor;
   const bool isClean = monitor.ReadText(text) == 1;
-  Check(isClean || !monitor.Faults().empty(), "a bad line is not named");
+  Require(isClean || !monitor.Faults().empty(), "a bad line is not named");
   const std::string written = TextOf(monitor);
   monitor.begin();
   monitor.countProcess(text.c_str(), text.c_str());
   monitor.end();
-  Check(monitor.ReadText(written) == 1 && TextOf(monitor) == written, "not read back as written");
+  Require(monitor.ReadText(written) == 1 && TextOf(monitor) == written, "not read back as written");
 
   const std::string pattern = text.substr(0, 8).c_str();
   const std::string subject = text.substr(0, 24).substr(pattern.size()).c_str();
-  Check(WildcardMatch(pattern.c_str(), subject.c_str()) ==
-            PlainMatch(pattern.c_str(), subject.c_str()),
-        "the match differs from its rules");
+  Require(WildcardMatch(pattern.c_str(), subject.c_str()) ==
+              PlainMatch(pattern.c_str(), subject.c_str()),
+          "the match differs from its rules");
   return 0;
 }

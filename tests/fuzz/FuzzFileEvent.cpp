@@ -4,24 +4,14 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "collect/log/MessagesSource.h"
 #include "support/ProductOptions.h"
+#include "tests/fuzz/FuzzHelp.h"
 #include "tests/scripted/ScriptedNode.h"
-
-namespace {
-
-void Check(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
-
-}  // namespace
 
 /// The first line, at most 40 bytes, as what follows the path in the option of a followed file; the
 /// rest as what is appended to that file. Each line is one row.
@@ -34,15 +24,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ProductOptions::Instance().Set("Messages", "EventFile1", (path + "*" + tail).c_str());
   ScriptedNode::Reset();
   MessagesSourceUser::ResetState();
-  Check(::ftruncate(descriptor, 0) == 0);
+  Require(::ftruncate(descriptor, 0) == 0);
   MessagesSourceUser source;
-  Check(::pwrite(descriptor, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
+  Require(::pwrite(descriptor, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
   std::vector<Messages> rows;
-  Check(source.readAll(nullptr, rows) == nullptr);
-  Check(static_cast<std::ptrdiff_t>(rows.size()) == std::count(text.begin(), text.end(), '\n'));
+  Require(source.readAll(nullptr, rows) == nullptr);
+  Require(static_cast<std::ptrdiff_t>(rows.size()) == std::count(text.begin(), text.end(), '\n'));
   for (const Messages& row : rows) {
-    Check(row.text.back() == '\0');
-    Check(std::string_view(row.GetText()).starts_with("qmtdmon ") == (row.id != 0));
+    Require(row.text.back() == '\0');
+    Require(std::string_view(row.GetText()).starts_with("qmtdmon ") == (row.id != 0));
   }
   return 0;
 }

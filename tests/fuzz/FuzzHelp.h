@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -14,6 +15,14 @@
 /// Ends the program, which the fuzzer takes for a finding, unless it holds.
 inline void Require(bool holds) {
   if (!holds) {
+    std::abort();
+  }
+}
+
+/// The same, and says on standard error what does not hold.
+inline void Require(bool holds, const char* what) {
+  if (!holds) {
+    std::fprintf(stderr, "does not hold: %s\n", what);
     std::abort();
   }
 }

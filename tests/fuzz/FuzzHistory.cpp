@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr const char* kFile = "records.db";
+constexpr const char* kHistoryFile = "records.db";
 constexpr const char* kWaitingFile = "records.db-waiting";
 
 void TakeBatch(HistoryStore& store, std::int32_t time) {
@@ -38,7 +38,7 @@ const std::string& GoodFile() {
       TakeBatch(store, now - batch);
     }
     store.Configure({});
-    std::ifstream file(kFile, std::ios::binary);
+    std::ifstream file(kHistoryFile, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(file), {});
   }();
   return bytes;
@@ -125,7 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   EmptyFolder();
   Input input(data, size);
   const std::uint8_t kind = input.Byte();
-  const char* name = kind % 8 < 6 ? kFile : kWaitingFile;
+  const char* name = kind % 8 < 6 ? kHistoryFile : kWaitingFile;
   if (kind % 3 == 0) {
     std::ofstream(name, std::ios::binary) << PatchedFile(input);
   } else if (kind % 3 == 1) {

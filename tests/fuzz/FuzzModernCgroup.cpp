@@ -1,6 +1,5 @@
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <iterator>
 #include <string_view>
 
@@ -8,14 +7,9 @@
 #include "collect/modern/cgroup/ControlGroupMounts.h"
 #include "collect/modern/cgroup/ControlGroupName.h"
 #include "collect/modern/system/Pressure.h"
+#include "tests/fuzz/FuzzHelp.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 void TakeCpu(std::string_view text) {
   ControlGroupCpu cpu;
@@ -24,7 +18,7 @@ void TakeCpu(std::string_view text) {
   Require(!(cpu.totalSeconds < 0) && !(cpu.userSeconds < 0));
 }
 
-void TakeMemory(std::string_view text) {
+void TakeGroupMemory(std::string_view text) {
   ControlGroupMemory memory;
   ParseGroupMemoryStat(text, memory);
   ParseGroupMemoryEvents(text, memory);
@@ -34,7 +28,7 @@ void TakeMemory(std::string_view text) {
   Require(!(old.anonymous < 0));
 }
 
-void TakeIo(std::string_view text) {
+void TakeGroupIo(std::string_view text) {
   ControlGroupIo io;
   ParseGroupIoStat(text, io);
   Require(io.bytesRead >= 0 && io.writes >= 0);
@@ -65,8 +59,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   constexpr void (*kFiles[])(std::string_view) = {
-      TakeCpu,  TakeMemory, TakeIo,
-      TakeName, TakeMounts, [](std::string_view text) { static_cast<void>(ParsePressure(text)); }};
+      TakeCpu,     TakeGroupMemory,
+      TakeGroupIo, TakeName,
+      TakeMounts,  [](std::string_view text) { static_cast<void>(ParsePressure(text)); }};
   kFiles[data[0] % std::size(kFiles)]({reinterpret_cast<const char*>(data) + 1, size - 1});
   return 0;
 }

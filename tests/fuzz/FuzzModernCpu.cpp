@@ -1,6 +1,5 @@
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <iterator>
 #include <string_view>
 #include <vector>
@@ -9,14 +8,9 @@
 #include "collect/modern/cpu/Cpuinfo.h"
 #include "collect/modern/cpu/Interrupts.h"
 #include "collect/modern/cpu/KernelCpuStat.h"
+#include "tests/fuzz/FuzzHelp.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 template <class Take>
 void EachLine(std::string_view text, const Take& take) {

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <span>
@@ -14,19 +13,14 @@
 #include "collect/modern/process/ProcessText.h"
 #include "collect/modern/process/TaskStream.h"
 #include "collect/process/ProcessSourceLINUX.h"
+#include "tests/fuzz/FuzzHelp.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 /// Whether no bit stands beyond those of the keys.
 bool IsWithin(std::uint32_t found, std::size_t keys) { return std::uint64_t{found} >> keys == 0; }
 
-void TakeStat(std::string_view text) {
+void TakeProcessStat(std::string_view text) {
   ProcessStat stat;
   if (ParseProcessStat(text, stat)) {
     Require(stat.name.empty() ||
@@ -40,7 +34,7 @@ void TakeStatus(std::string_view text) {
   Require(IsWithin(ParseProcessStatus(text, status), ProcessStatusKeys().size()));
 }
 
-void TakeIo(std::string_view text) {
+void TakeProcessIo(std::string_view text) {
   ProcessIo io;
   Require(IsWithin(ParseProcessIo(text, io), ProcessIoKeys().size()));
 }
@@ -103,9 +97,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   constexpr void (*kFiles[])(std::string_view) = {
-      TakeStat,
+      TakeProcessStat,
       TakeStatus,
-      TakeIo,
+      TakeProcessIo,
       TakeLimits,
       TakeArguments,
       [](std::string_view text) {

@@ -1,6 +1,5 @@
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <string>
@@ -11,14 +10,9 @@
 #include "collect/modern/device/SensorFiles.h"
 #include "collect/modern/device/SensorWords.h"
 #include "collect/modern/system/Pressure.h"
+#include "tests/fuzz/FuzzHelp.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 void RequireTime(const PressureLine& line) {
   for (const double figure :

@@ -1,6 +1,5 @@
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -14,6 +13,7 @@
 #include "collect/modern/system/Meminfo.h"
 #include "collect/modern/system/MemorySource.h"
 #include "collect/modern/system/Vmstat.h"
+#include "tests/fuzz/FuzzHelp.h"
 
 namespace {
 
@@ -30,12 +30,6 @@ void TakeNFS(std::string_view text) {
   static_cast<void>(ParseNFSFile(text, kNFSClientVersion4));
   static_cast<void>(ParseNFSFile(text, kNFSServerVersion4));
   static_cast<void>(ParseNFSBadCalls(text));
-}
-
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
 }
 
 void TakeMemory(std::string_view text) {

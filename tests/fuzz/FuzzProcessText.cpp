@@ -3,23 +3,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "collect/process/ProcessSourceLINUX.h"
 #include "support/TimeValues.h"
+#include "tests/fuzz/FuzzHelp.h"
 
 // The parsers of a process's files against the scanning of the C library, which they must equal.
 
 namespace {
-
-void Check(bool holds, const char* what) {
-  if (!holds) {
-    std::fprintf(stderr, "differs from the C library's scan: %s\n", what);
-    std::abort();
-  }
-}
 
 void CompareStat(const std::string& line, const ProcessSourceUser& source) {
   x_proc expected;
@@ -42,30 +35,30 @@ void CompareStat(const std::string& line, const ProcessSourceUser& source) {
       &user, &system, &expected.priority, &expected.nice, &start, &size, &resident, &swaps);
   x_proc record;
   const int result = source.Get_Stat_Info(line.c_str(), &record);
-  Check((result == 0) == (count == 16), "stat: count");
+  Require((result == 0) == (count == 16), "stat: count");
   if (result != 0) {
     return;
   }
-  Check(record.ppid == expected.ppid && record.pgrp == expected.pgrp &&
-            record.session == expected.session && record.nice == expected.nice &&
-            static_cast<std::uint32_t>(record.priority) ==
-                static_cast<std::uint32_t>(expected.priority) + 60,
-        "stat: whole numbers");
-  Check(record.minorFaults == static_cast<std::uint32_t>(minor) &&
-            record.majorFaults == static_cast<std::uint32_t>(major) &&
-            record.swaps == static_cast<std::uint32_t>(swaps) &&
-            record.virtualSize == static_cast<std::uint32_t>(size),
-        "stat: counters");
-  Check(record.tty == (tty == 0 ? ~std::uint64_t{0} : static_cast<std::uint32_t>(tty)),
-        "stat: tty");
-  Check((record.state == kStateRunning) == (state == 'R'), "stat: state");
+  Require(record.ppid == expected.ppid && record.pgrp == expected.pgrp &&
+              record.session == expected.session && record.nice == expected.nice &&
+              static_cast<std::uint32_t>(record.priority) ==
+                  static_cast<std::uint32_t>(expected.priority) + 60,
+          "stat: whole numbers");
+  Require(record.minorFaults == static_cast<std::uint32_t>(minor) &&
+              record.majorFaults == static_cast<std::uint32_t>(major) &&
+              record.swaps == static_cast<std::uint32_t>(swaps) &&
+              record.virtualSize == static_cast<std::uint32_t>(size),
+          "stat: counters");
+  Require(record.tty == (tty == 0 ? ~std::uint64_t{0} : static_cast<std::uint32_t>(tty)),
+          "stat: tty");
+  Require((record.state == kStateRunning) == (state == 'R'), "stat: state");
   const auto pages = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
-  Check(record.residentBytes == static_cast<std::uint32_t>(resident * pages), "stat: rss");
+  Require(record.residentBytes == static_cast<std::uint32_t>(resident * pages), "stat: rss");
   const tagNTIME times[] = {TicksToNTIME(user), TicksToNTIME(system)};
-  Check(std::memcmp(&record.userTime, &times[0], sizeof times[0]) == 0 &&
-            std::memcmp(&record.systemTime, &times[1], sizeof times[1]) == 0 &&
-            record.startTime.nanoseconds == TicksToNTIME(start).nanoseconds,
-        "stat: times");
+  Require(std::memcmp(&record.userTime, &times[0], sizeof times[0]) == 0 &&
+              std::memcmp(&record.systemTime, &times[1], sizeof times[1]) == 0 &&
+              record.startTime.nanoseconds == TicksToNTIME(start).nanoseconds,
+          "stat: times");
 }
 
 void CompareStatm(const std::string& line, const ProcessSourceUser& source) {
@@ -73,13 +66,14 @@ void CompareStatm(const std::string& line, const ProcessSourceUser& source) {
   long shared = 0;
   const int count = std::sscanf(line.c_str(), "%ld %*d %ld %*d %*d %*d %*d", &total, &shared);
   x_proc record;
-  Check((source.Get_Statm_Info(line.c_str(), &record) == 0) == (count == 2), "statm: count");
+  Require((source.Get_Statm_Info(line.c_str(), &record) == 0) == (count == 2), "statm: count");
   const auto pages = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
-  Check(count != 2 || (record.totalBytes ==
-                           static_cast<std::uint32_t>(static_cast<std::uint64_t>(total) * pages) &&
-                       record.sharedKB ==
-                           static_cast<double>((static_cast<std::uint64_t>(shared) * pages) >> 10)),
-        "statm: sizes");
+  Require(
+      count != 2 || (record.totalBytes ==
+                         static_cast<std::uint32_t>(static_cast<std::uint64_t>(total) * pages) &&
+                     record.sharedKB ==
+                         static_cast<double>((static_cast<std::uint64_t>(shared) * pages) >> 10)),
+      "statm: sizes");
 }
 
 /// The text from the first line on that begins with a key; null without one.
@@ -116,16 +110,16 @@ void CompareStatus(const std::string& text, const ProcessSourceUser& source) {
     }
   }
   x_proc record;
-  Check((source.Get_Status_Info(text.c_str(), &record) == 0) == named, "status: name");
+  Require((source.Get_Status_Info(text.c_str(), &record) == 0) == named, "status: name");
   if (named) {
-    Check(record.name == expected.name, "status: text of the name");
-    Check(record.ruid == expected.ruid && record.euid == expected.euid &&
-              record.suid == expected.suid && record.rgid == expected.rgid &&
-              record.egid == expected.egid && record.sgid == expected.sgid,
-          "status: identities");
-    Check(record.dataKB == expected.dataKB && record.stackKB == expected.stackKB &&
-              record.codeKB == expected.codeKB,
-          "status: sizes");
+    Require(record.name == expected.name, "status: text of the name");
+    Require(record.ruid == expected.ruid && record.euid == expected.euid &&
+                record.suid == expected.suid && record.rgid == expected.rgid &&
+                record.egid == expected.egid && record.sgid == expected.sgid,
+            "status: identities");
+    Require(record.dataKB == expected.dataKB && record.stackKB == expected.stackKB &&
+                record.codeKB == expected.codeKB,
+            "status: sizes");
   }
 }
 
@@ -135,7 +129,7 @@ void CompareCmdline(std::string text) {
     expected[at] = expected[at] == '\0' ? ' ' : expected[at];
   }
   ProcessSourceUser::Get_CmdLine_Info(text.data(), static_cast<int>(text.size()));
-  Check(text == expected, "cmdline");
+  Require(text == expected, "cmdline");
 }
 
 }  // namespace

@@ -1,0 +1,251 @@
+// What servers answer to those who send: to the sender itself, a webhook, an Alertmanager and a
+// server that kept rows are pushed to. They answer on the loopback, each connection one request.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "gate/GateLoop.h"
+#include "gate/alarm/AlertmanagerSender.h"
+#include "gate/alarm/WebhookSender.h"
+#include "gate/push/PushTarget.h"
+#include "json/JsonText.h"
+#include "support/Descriptor.h"
+#include "tests/fuzz/FuzzHelp.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// Gives each connection in turn what a function makes of the head of its request, and ends it.
+class PlainServer {
+ public:
+  using Answer = std::function<std::string(const std::string& head)>;
+
+  /// `end` is what the head ends with.
+  PlainServer(Descriptor listener, std::string end, Answer answer)
+      : m_listener(std::move(listener)), m_end(std::move(end)), m_answer(std::move(answer)) {
+    Require(::listen(m_listener.Get(), 16) == 0);
+    m_thread = std::thread([this] {
+      for (int socket = 0; (socket = ::accept(m_listener.Get(), nullptr, nullptr)) >= 0;) {
+        Serve(Descriptor(socket));
+      }
+    });
+  }
+  ~PlainServer() {
+    ::shutdown(m_listener.Get(), SHUT_RDWR);
+    m_thread.join();
+  }
+  PlainServer(const PlainServer&) = delete;
+  PlainServer& operator=(const PlainServer&) = delete;
+
+ private:
+  void Serve(const Descriptor& socket) {
+    char piece[4096];
+    std::string bytes;
+    ssize_t count = 1;
+    while (count > 0 && bytes.find(m_end) == std::string::npos) {
+      count = ::recv(socket.Get(), piece, sizeof piece, 0);
+      bytes.append(piece, count > 0 ? static_cast<std::size_t>(count) : 0);
+    }
+    if (count > 0) {
+      const std::string text = m_answer(bytes);
+      ::send(socket.Get(), text.data(), text.size(), MSG_NOSIGNAL);
+    }
+    ::shutdown(socket.Get(), SHUT_WR);
+    // What is closed unread would take the answer back.
+    while (::recv(socket.Get(), piece, sizeof piece, 0) > 0) {
+    }
+  }
+
+  Descriptor m_listener;
+  std::string m_end;
+  Answer m_answer;
+  std::thread m_thread;
+};
+
+template <class Address>
+Descriptor Bound(Address address) {
+  Descriptor socket(
+      ::socket(reinterpret_cast<::sockaddr*>(&address)->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  Require(::bind(socket.Get(), reinterpret_cast<::sockaddr*>(&address), sizeof address) == 0);
+  return socket;
+}
+
+Descriptor LoopbackListener() {
+  ::sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return Bound(address);
+}
+
+Descriptor LocalListener(const std::string& path) {
+  ::sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return Bound(address);
+}
+
+/// The server whose answers are the input's, then good ones, and a daemon that keeps two rows.
+class Far {
+ public:
+  /// Up to 4 of them, each up to a zero byte.
+  void SetAnswers(Input& input) {
+    m_answers.clear();
+    m_asked = 0;
+    while (!input.IsEmpty() && m_answers.size() < 4) {
+      m_answers.emplace_back(input.Until('\0'));
+    }
+  }
+  [[nodiscard]] bool HasSaidAll() const { return m_asked >= m_answers.size(); }
+  [[nodiscard]] std::string Url() const {
+    ::sockaddr_in address{};
+    ::socklen_t size = sizeof address;
+    ::getsockname(m_socket, reinterpret_cast<::sockaddr*>(&address), &size);
+    return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
+  }
+  [[nodiscard]] std::string Socket() const { return m_folder.Path("s"); }
+
+ private:
+  std::string Next() {
+    const std::size_t asked = m_asked++;
+    return asked < m_answers.size() ? m_answers[asked] : "HTTP/1.1 204 Done\r\n\r\n";
+  }
+  static std::string Rows() {
+    const std::string text =
+        "PI_a{x=\"1\"} 1 1000\nPI_b 2 1000\nPI_a{x=\"1\"} 3 2000\nPI_b 4 2000\n";
+    return JsonText(Json{{"ok", true},
+                         {"samples", Json{{"wait", 0},
+                                          {"next", Json{{"PI", Json::Array({2, 2})}}},
+                                          {"more", false},
+                                          {"oldest", 1},
+                                          {"rows", 2},
+                                          {"count", 4},
+                                          {"bytes", text.size()}}}}) +
+           '\n' + text;
+  }
+
+  FuzzFolder m_folder;
+  std::vector<std::string> m_answers;
+  std::atomic<std::size_t> m_asked = 0;
+  Descriptor m_listener = LoopbackListener();
+  int m_socket = m_listener.Get();
+  PlainServer m_server{std::move(m_listener), "\r\n\r\n",
+                       [this](const std::string&) { return Next(); }};
+  PlainServer m_daemon{LocalListener(Socket()), "\n", [](const std::string&) { return Rows(); }};
+};
+
+bool IsLine(const std::string& text) {
+  return std::ranges::none_of(
+      text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; });
+}
+
+/// Runs until the server has said all, which `onChange` looks at, or waits for a time it has named.
+void RunUntilSaid(GateLoop& loop) {
+  loop.After(milliseconds(20), [&loop] { loop.Stop(); });
+  loop.Run();
+}
+
+void TakeResult(const SendResult& result) {
+  Require((result.status == 0) == !result.error.empty());
+  Require(result.status == 0 || result.status >= 200);
+  Require(result.body.size() <= HttpSender::kMostKept);
+  Require(IsLine(WordsOf(result)) && WordsOf(result).size() < 600);
+  Require(IsTaken(result) + IsRefused(result) + IsTurnedAway(result) <= 1);
+  const Backoff::Pause pause = Backoff().Next(result.retryAfter);
+  Require(pause.count() > 0 && pause <= Backoff::kLongestRetryAfter * 5 / 4);
+}
+
+void TakeSent(Far& far, GateLoop& loop) {
+  HttpSender sender(loop);
+  int results = 0;
+  SendRequest request;
+  request.url = far.Url();
+  request.body = "x";
+  const auto sending = sender.Send(std::move(request), [&](const SendResult& result) {
+    ++results;
+    TakeResult(result);
+    loop.Stop();
+  });
+  loop.Run();
+  Require(results == 1);
+}
+
+template <class Receiver, class Pace>
+void TakeAlarms(Far& far, GateLoop& loop, Pace pace) {
+  HttpSender sender(loop);
+  AlarmReceiverSettings settings;
+  settings.report = [](const std::string& line) { Require(IsLine(line)); };
+  settings.onChange = [&] {
+    if (far.HasSaidAll()) {
+      loop.Stop();
+    }
+  };
+  Receiver receiver(loop, sender, far.Url(), settings, pace);
+  constexpr std::uint64_t kAlarms = 3;
+  for (std::uint64_t id = 1; id <= kAlarms; ++id) {
+    receiver.Take(ReadAlarm(Json{{"id", id}, {"alarm", "full"}, {"since", std::uint64_t{1}}}),
+                  true);
+  }
+  RunUntilSaid(loop);
+  Require(receiver.Figures().sent + receiver.Figures().dropped <= kAlarms);
+}
+
+void TakePushed(Far& far, GateLoop& loop) {
+  HttpSender sender(loop);
+  DaemonDesk desk(loop, far.Socket());
+  const PushHooks hooks{[](const std::string& line) { Require(IsLine(line)); },
+                        [&] {
+                          if (far.HasSaidAll()) {
+                            loop.Stop();
+                          }
+                        }};
+  TargetSettings settings;
+  settings.name = "far";
+  settings.url = far.Url();
+  settings.records = {"PI"};
+  const PushPace pace{milliseconds(0), milliseconds(0), milliseconds(0), milliseconds(30000),
+                      milliseconds(0)};
+  PushTarget target(desk, sender, settings, "", hooks, pace);
+  target.Start();
+  RunUntilSaid(loop);
+  const Json figures = target.Figures();
+  Require(ParseJson(JsonText(figures)).value.IsObject() && IsLine(figures["error"].Text()));
+  Require(figures["failures"].Unsigned() <= figures["requests"].Unsigned());
+}
+
+}  // namespace
+
+/// The first byte, a digit in the seeds, chooses who sends.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static Far far;
+  Input input(data, size);
+  const std::uint8_t kind = input.Byte() % 4;
+  far.SetAnswers(input);
+  GateLoop loop;
+  switch (kind) {
+    case 0:
+      TakeSent(far, loop);
+      break;
+    case 1:
+      TakeAlarms<WebhookSender>(far, loop, milliseconds(0));
+      break;
+    case 2:
+      TakeAlarms<AlertmanagerSender>(
+          far, loop, AlertmanagerSender::Pace{.gather = milliseconds(0), .first = milliseconds(0)});
+      break;
+    default:
+      TakePushed(far, loop);
+  }
+  return 0;
+}
