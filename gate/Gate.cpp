@@ -42,6 +42,22 @@ int Gate::Run() {
   return 0;
 }
 
+template <class Action>
+void Gate::Guarded(Action action) {
+  try {
+    action();
+  } catch (const std::exception&) {
+    // What has been taken up is not whole: the question is asked anew, and all is taken up.
+    m_hasSettings = false;
+    AskLater();
+    throw;
+  }
+}
+
+void Gate::AskLater() {
+  m_again.After(kAskAgainPause, [this] { Guarded([this] { AskSettings(); }); });
+}
+
 void Gate::AskSettings() {
   m_answer.clear();
   m_areAddressesTold = false;
@@ -50,18 +66,6 @@ void Gate::AskSettings() {
       m_desk.Path(), JsonText(Json{{"op", "gate"}}),
       [this](std::string_view bytes) { Guarded([&] { OnBytes(bytes); }); },
       [this](DaemonAsk::End) { AskAgain(); });
-}
-
-template <class Action>
-void Gate::Guarded(Action action) {
-  try {
-    action();
-  } catch (const std::exception&) {
-    // What has been taken up is not whole: the question is asked anew, and all is taken up.
-    m_hasSettings = false;
-    m_again.After(kAskAgainPause, [this] { Guarded([this] { AskSettings(); }); });
-    throw;
-  }
 }
 
 void Gate::OnBytes(std::string_view bytes) {
@@ -78,7 +82,7 @@ void Gate::OnBytes(std::string_view bytes) {
 }
 
 void Gate::AskAgain() {
-  m_again.After(kAskAgainPause, [this] { Guarded([this] { AskSettings(); }); });
+  AskLater();
   if (!std::exchange(m_isToldGone, true)) {
     GateLog(m_desk.Path() + ": the daemon can't be asked; trying again");
   }

@@ -41,6 +41,7 @@ class Gate {
   void OnBytes(std::string_view bytes);
   void OnAnswer(const Json& answer);
   void AskAgain();
+  void AskLater();
   void TakeUp(const GateSettings& settings);
   /// While a file of accounts or of the certificate is not as it should be.
   void LookAtFaults();

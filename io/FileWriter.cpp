@@ -29,7 +29,7 @@ void StartWithoutSignals(std::function<void()> run) {
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
   try {
     std::thread(std::move(run)).detach();
-  } catch (const std::system_error&) {
+  } catch (...) {
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     throw;
   }

@@ -59,9 +59,9 @@ ControlSettings SocketSettings(const GateRun& gate) {
 }  // namespace
 
 LocalNode::LoopParts::LoopParts(const ProblemReport& report)
-    : history(report),
+    : desk(loop),
+      history(report),
       sinks({&lastRows, &history}),
-      desk(loop),
       schedule(loop, desk, sinks),
       alarms(loop, desk, schedule, lastRows, history, report),
       operations(loop, desk, schedule, lastRows, history),

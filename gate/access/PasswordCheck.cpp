@@ -39,7 +39,12 @@ void RunDetached(std::function<void()> work) {
   sigset_t before;
   ::sigfillset(&all);
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
-  std::thread(std::move(work)).detach();
+  try {
+    std::thread(std::move(work)).detach();
+  } catch (...) {
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    throw;
+  }
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 

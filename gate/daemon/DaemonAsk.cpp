@@ -22,9 +22,11 @@ Descriptor ConnectDaemon(const std::string& path) {
   path.copy(address.sun_path, path.size());
   Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   // A daemon with a full queue of connections is one that does not answer.
-  if (socket.IsOpen() &&
-      ::connect(socket.Get(), reinterpret_cast<::sockaddr*>(&address), sizeof address) != 0) {
-    socket.Close();
+  while (socket.IsOpen() &&
+         ::connect(socket.Get(), reinterpret_cast<::sockaddr*>(&address), sizeof address) != 0) {
+    if (errno != EINTR) {
+      socket.Close();
+    }
   }
   return socket;
 }
@@ -38,8 +40,15 @@ DaemonAsk::~DaemonAsk() { *m_isAlive = false; }
 
 bool DaemonAsk::Send(const std::string& line) const {
   // A new socket has room for the longest request.
-  return ::send(m_socket.Get(), line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL) ==
-         static_cast<ssize_t>(line.size());
+  for (std::string_view left = line; !left.empty();) {
+    const ssize_t sent =
+        ::send(m_socket.Get(), left.data(), left.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent < 0 && errno != EINTR) {
+      return false;
+    }
+    left.remove_prefix(sent < 0 ? 0 : static_cast<std::size_t>(sent));
+  }
+  return true;
 }
 
 void DaemonAsk::Start(const std::string& path, std::string line, OnBytes onBytes, OnEnd onEnd) {

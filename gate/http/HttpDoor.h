@@ -66,7 +66,8 @@ class HttpDoor {
   void Admit(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize);
   void WaitFor(const VisitorPtr& visitor);
   /// Removes the visitor where that throws.
-  void LookGuarded(const VisitorPtr& visitor);
+  template <class Action>
+  void Guarded(const VisitorPtr& visitor, Action action);
   void Look(const VisitorPtr& visitor);
   void Refuse(const VisitorPtr& visitor, const HeadVerdict& verdict, std::string_view head);
   void OfferRoom(const VisitorPtr& visitor);

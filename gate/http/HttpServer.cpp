@@ -339,6 +339,10 @@ bool HttpServer::Open(const std::string& address, std::string& error) {
     return false;
   }
   m_address = BoundAddress(socket.Get());
+  if (m_address.empty()) {
+    error = address + ": can't listen: its port can't be told";
+    return false;
+  }
   m_isLoopback = IsLoopbackAddress(*parsed->Get());
   m_daemon = Start();
   const MHD_DaemonInfo* info =

@@ -36,20 +36,6 @@ PushTarget::PushTarget(DaemonDesk& desk, HttpSender& sender, TargetSettings sett
       m_backoff(pace.firstPause, pace.longestPause),
       m_timer(desk.Loop()) {}
 
-void PushTarget::Start() {
-  std::string error;
-  if (!m_cursor.Load(std::time(nullptr) - m_settings.days * kSecondsOfDay, error)) {
-    Report(error + "; all that the history has is sent, some of it again");
-  }
-  // Where a new target begins is to stand even if nothing can be sent for long.
-  m_cursor.Save([this](const std::string& failure) {
-    Guarded([&] {
-      OnSaved(failure);
-      Ask();
-    });
-  });
-}
-
 template <class Action>
 void PushTarget::Guarded(Action action) {
   try {
@@ -63,6 +49,20 @@ void PushTarget::Guarded(Action action) {
     AskAfter(m_pace.look);
     throw;
   }
+}
+
+void PushTarget::Start() {
+  std::string error;
+  if (!m_cursor.Load(std::time(nullptr) - m_settings.days * kSecondsOfDay, error)) {
+    Report(error + "; all that the history has is sent, some of it again");
+  }
+  // Where a new target begins is to stand even if nothing can be sent for long.
+  m_cursor.Save([this](const std::string& failure) {
+    Guarded([&] {
+      OnSaved(failure);
+      Ask();
+    });
+  });
 }
 
 void PushTarget::AskAfter(Clock::duration pause) {
