@@ -27,30 +27,38 @@ LoopDescriptor::LoopDescriptor(IoLoop& loop)
 LoopDescriptor::~LoopDescriptor() = default;
 
 void LoopDescriptor::Take(Descriptor descriptor) {
+  if (m_state == nullptr) {
+    m_state = std::make_shared<State>(m_loop.Io());
+  }
   m_state->stream.assign(descriptor.Get());
   static_cast<void>(descriptor.Release());
 }
 
 void LoopDescriptor::Borrow(int descriptor) {
+  if (m_state == nullptr) {
+    m_state = std::make_shared<State>(m_loop.Io());
+  }
   m_state->stream.assign(descriptor);
   m_state->isBorrowed = true;
 }
 
 int LoopDescriptor::Release() {
-  if (!m_state->stream.is_open()) {
+  if (Get() < 0) {
     return -1;
   }
-  // What the library still has to say of it finds no state.
-  const auto former = std::exchange(m_state, std::make_shared<State>(m_loop.Io()));
-  const int descriptor = former->stream.release();
-  return descriptor;
+  // What the library still has to say of it finds no state. A new one is made when it is needed:
+  // destructors come here.
+  return std::exchange(m_state, nullptr)->stream.release();
 }
 
 int LoopDescriptor::Get() const {
-  return m_state->stream.is_open() ? m_state->stream.native_handle() : -1;
+  return m_state != nullptr && m_state->stream.is_open() ? m_state->stream.native_handle() : -1;
 }
 
 void LoopDescriptor::OnReadable(std::function<void()> action) {
+  if (m_state == nullptr) {
+    return;
+  }
   m_state->stream.async_wait(
       asio::posix::stream_descriptor::wait_read,
       InRoom(m_state->room,

@@ -33,13 +33,17 @@ class WaitRoom {
   bool m_isTaken = false;
 };
 
-/// The allocator that has the library take such a room; each copy holds it.
+/// The allocator that has the library take such a room; each copy holds it. It is not moved: the
+/// library gives memory back by the handler that it has moved from.
 template <class T>
 class WaitAllocator {
  public:
   using value_type = T;
 
   explicit WaitAllocator(std::shared_ptr<WaitRoom> room) noexcept : m_room(std::move(room)) {}
+  WaitAllocator(const WaitAllocator&) noexcept = default;
+  WaitAllocator& operator=(const WaitAllocator&) noexcept = default;
+  ~WaitAllocator() = default;
   template <class Other>
   explicit(false) WaitAllocator(const WaitAllocator<Other>& other) noexcept
       : m_room(other.Room()) {}

@@ -8,6 +8,7 @@
 // QMT_FAULTS_WHILE names a file without which nothing is done.
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/file.h>
@@ -149,8 +150,22 @@ bool IsFull(int descriptor) {
   return isFull;
 }
 
+/// Whether it is a pipe whose calls never wait: a loop's signals come by such a one.
+bool IsPipeWithoutWaits(int descriptor) {
+  const int code = errno;
+  struct ::stat status {};
+  const bool isPipe = ::fstat(descriptor, &status) == 0 && S_ISFIFO(status.st_mode) &&
+                      (::fcntl(descriptor, F_GETFL) & O_NONBLOCK) != 0;
+  errno = code;
+  return isPipe;
+}
+
+bool IsInterrupted(int descriptor, bool& isTurn) {
+  return TheOrders().isInterrupted && !IsPipeWithoutWaits(descriptor) && IsInterrupted(isTurn);
+}
+
 bool IsWriteFailing(int descriptor, bool& isTurn) {
-  return IsFull(descriptor) || IsInterrupted(isTurn);
+  return IsFull(descriptor) || IsInterrupted(descriptor, isTurn);
 }
 
 }  // namespace
@@ -160,7 +175,8 @@ extern "C" {
 ssize_t read(int descriptor, void* bytes, std::size_t size) {
   static const auto real = Real("read", &read);
   static thread_local bool isTurn = false;
-  return IsInterrupted(isTurn) ? -1 : real(descriptor, bytes, Shortened(descriptor, size));
+  return IsInterrupted(descriptor, isTurn) ? -1
+                                           : real(descriptor, bytes, Shortened(descriptor, size));
 }
 
 ssize_t pread64(int descriptor, void* bytes, std::size_t size, off64_t place) {

@@ -168,7 +168,7 @@ ssize_t read(int descriptor, void* bytes, std::size_t size) {
 
 ssize_t write(int descriptor, const void* bytes, std::size_t size) {
   static const auto real = Behind("write", &write);
-  return IsFailing(kWrite) ? -1 : real(descriptor, bytes, size);
+  return !IsPipe(descriptor) && IsFailing(kWrite) ? -1 : real(descriptor, bytes, size);
 }
 
 int fsync(int) { return IsFailing(kFsync) ? -1 : 0; }
