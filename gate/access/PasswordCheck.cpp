@@ -6,7 +6,7 @@
 
 #include <condition_variable>
 #include <cstring>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <string_view>
 #include <thread>
@@ -72,7 +72,7 @@ class PasswordCheck::Worker {
   const std::size_t m_mostWaiting;
   std::mutex m_mutex;
   std::condition_variable m_wake;
-  std::deque<Job> m_jobs;
+  std::list<Job> m_jobs;
   bool m_isEnding = false;
 };
 
@@ -89,7 +89,8 @@ bool PasswordCheck::Worker::Add(std::string secret, std::string hash, Done done)
 }
 
 void PasswordCheck::Worker::End() {
-  std::deque<Job> dropped;
+  // A list, as that takes no memory while it is empty.
+  std::list<Job> dropped;
   {
     const std::scoped_lock lock(m_mutex);
     m_isEnding = true;

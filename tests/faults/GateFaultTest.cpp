@@ -67,8 +67,8 @@ class GateFaultTest : public ::testing::Test {
     SCOPED_TRACE(fault.kind + ", call " + std::to_string(fault.place));
     const int before = CountParts();
     ExpectSound(walk);
-    // How often it waits is not the same each time.
-    EXPECT_TRUE(walk.hasFailed || fault.kind == "epoll_wait");
+    // Their number is not quite the same each time.
+    EXPECT_TRUE(walk.hasFailed || walk.calls.at(fault.kind) < fault.place);
     EXPECT_TRUE(IsGateUnseen(walk) || !walk.errors.empty() || walk.scrapes.size() > 2);
     if (CountParts() != before) {
       ADD_FAILURE() << walk.errors << walk.told << '\n' << walk.cursor << walk.failedPlace;
