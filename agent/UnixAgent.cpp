@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "agent/ConfigNames.h"
 #include "node/FigureRegistry.h"
@@ -49,7 +50,11 @@ UnixAgent::~UnixAgent() {
   m_pSocket.reset();
   // A list that was never read must not replace the file.
   if (m_areApplicationsRead) {
-    SaveApplications();
+    try {
+      SaveApplications();
+    } catch (const std::bad_alloc&) {
+      Trace(20, kError, "Out of memory: the applications have not been saved.");
+    }
   }
   TraceToggles();
   if (m_toggleSignal->Descriptor() >= 0) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <utility>
 
 #include "gate/GateLog.h"
@@ -20,9 +21,10 @@ constexpr std::chrono::seconds kTellPause{5};
 
 }  // namespace
 
-Gate::Gate(std::string controlPath, bool isChild, std::string state)
+Gate::Gate(std::string controlPath, bool isChild, std::string state, const PushPace& pace)
     : m_isChild(isChild),
       m_state(std::move(state)),
+      m_pace(pace),
       m_desk(m_loop, std::move(controlPath)),
       m_pages(m_desk),
       m_fault(m_loop),
@@ -40,13 +42,30 @@ int Gate::Run() {
   return 0;
 }
 
+template <class Action>
+void Gate::Guarded(Action action) {
+  try {
+    action();
+  } catch (const std::exception&) {
+    // What has been taken up is not whole: the question is asked anew, and all is taken up.
+    m_hasSettings = false;
+    AskLater();
+    throw;
+  }
+}
+
+void Gate::AskLater() {
+  m_again.After(kAskAgainPause, [this] { Guarded([this] { AskSettings(); }); });
+}
+
 void Gate::AskSettings() {
   m_answer.clear();
   m_areAddressesTold = false;
   m_link = std::make_unique<DaemonAsk>(m_loop, std::chrono::milliseconds(0));
   m_link->Start(
       m_desk.Path(), JsonText(Json{{"op", "gate"}}),
-      [this](std::string_view bytes) { OnBytes(bytes); }, [this](DaemonAsk::End) { AskAgain(); });
+      [this](std::string_view bytes) { Guarded([&] { OnBytes(bytes); }); },
+      [this](DaemonAsk::End) { AskAgain(); });
 }
 
 void Gate::OnBytes(std::string_view bytes) {
@@ -63,10 +82,10 @@ void Gate::OnBytes(std::string_view bytes) {
 }
 
 void Gate::AskAgain() {
+  AskLater();
   if (!std::exchange(m_isToldGone, true)) {
     GateLog(m_desk.Path() + ": the daemon can't be asked; trying again");
   }
-  m_again.After(kAskAgainPause, [this] { AskSettings(); });
 }
 
 void Gate::OnAnswer(const Json& answer) {
@@ -128,7 +147,7 @@ void Gate::OpenPush() {
     return;
   }
   m_push = std::make_unique<PushDesk>(m_desk, Sender(), m_settings.push, m_state,
-                                      PushHooks{GateLog, [this] { TellFiguresSoon(); }});
+                                      PushHooks{GateLog, [this] { TellFiguresSoon(); }}, m_pace);
 }
 
 HttpSender& Gate::Sender() {
@@ -142,7 +161,12 @@ void Gate::TellFiguresSoon() {
   if (!std::exchange(m_isTellDue, true)) {
     m_tell.At(m_lastTold + kTellPause, [this] {
       m_isTellDue = false;
-      TellFigures();
+      try {
+        TellFigures();
+      } catch (const std::exception&) {
+        TellFiguresSoon();
+        throw;
+      }
     });
   }
 }
@@ -170,7 +194,7 @@ void Gate::LookAtFaults() {
     TellAddresses();
     return;
   }
-  m_fault.After(kFaultPause, [this] { LookAtFaults(); });
+  m_fault.After(kFaultPause, [this] { Guarded([this] { LookAtFaults(); }); });
 }
 
 void Gate::OpenAccess() {

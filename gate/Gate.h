@@ -21,7 +21,7 @@ class Gate {
  public:
   /// `controlPath`: the daemon's control socket. `isChild`: the daemon has started it. `state`: the
   /// folder that it may write to, empty for none.
-  Gate(std::string controlPath, bool isChild, std::string state = "");
+  Gate(std::string controlPath, bool isChild, std::string state = "", const PushPace& pace = {});
   ~Gate();
   Gate(const Gate&) = delete;
   Gate& operator=(const Gate&) = delete;
@@ -34,9 +34,14 @@ class Gate {
 
  private:
   void AskSettings();
+  /// Does what settings ask for; where that can't be done, for want of memory, they are asked for
+  /// anew.
+  template <class Action>
+  void Guarded(Action action);
   void OnBytes(std::string_view bytes);
   void OnAnswer(const Json& answer);
   void AskAgain();
+  void AskLater();
   void TakeUp(const GateSettings& settings);
   /// While a file of accounts or of the certificate is not as it should be.
   void LookAtFaults();
@@ -56,6 +61,7 @@ class Gate {
 
   bool m_isChild;
   std::string m_state;
+  PushPace m_pace;
   GateLoop m_loop;
   DaemonDesk m_desk;
   GatePages m_pages;

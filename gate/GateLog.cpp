@@ -2,6 +2,9 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <string_view>
+
 #include "json/JsonText.h"
 
 void GateLog(const std::string& text) {
@@ -13,6 +16,12 @@ void GateLog(const std::string& text) {
     }
   }
   line += '\n';
-  // Who reads no more is no reason to stop.
-  [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
+  for (std::string_view left = line; !left.empty();) {
+    const ssize_t written = ::write(STDERR_FILENO, left.data(), left.size());
+    if (written < 0 && errno != EINTR) {
+      // Who reads no more is no reason to stop.
+      return;
+    }
+    left.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+  }
 }

@@ -7,9 +7,23 @@
 #include <asio/steady_timer.hpp>
 #include <csignal>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "gate/GateLog.h"
+
+namespace {
+
+/// The words on it may want some themselves.
+void LogNoMemory() {
+  try {
+    GateLog(
+        "out of memory: what was asked for is left out, and tried again where it is the gate's");
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+}  // namespace
 
 struct GateLoop::Library {
   explicit Library(asio::io_context& io) : work(io.get_executor()), signals(io) {}
@@ -26,6 +40,8 @@ void GateLoop::Run() {
   while (!Io().stopped()) {
     try {
       Io().run();
+    } catch (const std::bad_alloc&) {
+      LogNoMemory();
     } catch (const std::exception& error) {
       // What one reader or question could not be given must not end the others.
       GateLog(error.what());

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -28,7 +29,7 @@ void StartWithoutSignals(std::function<void()> run) {
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
   try {
     std::thread(std::move(run)).detach();
-  } catch (const std::system_error&) {
+  } catch (...) {
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     throw;
   }
@@ -69,7 +70,12 @@ void FileWriter::Work::Run() {
     const std::string content = *std::exchange(waiting, std::nullopt);
     lock.unlock();
     std::string reason;
-    static_cast<void>(ReplaceFile(path, content, reason));
+    try {
+      static_cast<void>(ReplaceFile(path, content, reason));
+    } catch (const std::bad_alloc&) {
+      // Short enough to need none itself.
+      reason = "no memory";
+    }
     lock.lock();
     error = std::move(reason);
   }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "io/IoLoop.h"
+#include "io/WaitRoom.h"
 
 struct LoopDescriptor::State {
   explicit State(asio::io_context& io) : stream(io) {}
@@ -16,6 +17,7 @@ struct LoopDescriptor::State {
   State& operator=(const State&) = delete;
 
   asio::posix::stream_descriptor stream;
+  std::shared_ptr<WaitRoom> room = std::make_shared<WaitRoom>();
   bool isBorrowed = false;
 };
 
@@ -25,35 +27,44 @@ LoopDescriptor::LoopDescriptor(IoLoop& loop)
 LoopDescriptor::~LoopDescriptor() = default;
 
 void LoopDescriptor::Take(Descriptor descriptor) {
+  if (m_state == nullptr) {
+    m_state = std::make_shared<State>(m_loop.Io());
+  }
   m_state->stream.assign(descriptor.Get());
   static_cast<void>(descriptor.Release());
 }
 
 void LoopDescriptor::Borrow(int descriptor) {
+  if (m_state == nullptr) {
+    m_state = std::make_shared<State>(m_loop.Io());
+  }
   m_state->stream.assign(descriptor);
   m_state->isBorrowed = true;
 }
 
 int LoopDescriptor::Release() {
-  if (!m_state->stream.is_open()) {
+  if (Get() < 0) {
     return -1;
   }
-  const int descriptor = m_state->stream.release();
-  // What the library still has to say of it finds no state.
-  m_state = std::make_shared<State>(m_loop.Io());
-  return descriptor;
+  // What the library still has to say of it finds no state. A new one is made when it is needed:
+  // destructors come here.
+  return std::exchange(m_state, nullptr)->stream.release();
 }
 
 int LoopDescriptor::Get() const {
-  return m_state->stream.is_open() ? m_state->stream.native_handle() : -1;
+  return m_state != nullptr && m_state->stream.is_open() ? m_state->stream.native_handle() : -1;
 }
 
 void LoopDescriptor::OnReadable(std::function<void()> action) {
+  if (m_state == nullptr) {
+    return;
+  }
   m_state->stream.async_wait(
       asio::posix::stream_descriptor::wait_read,
-      [weak = std::weak_ptr(m_state), action = std::move(action)](asio::error_code error) {
-        if (!weak.expired() && !error) {
-          action();
-        }
-      });
+      InRoom(m_state->room,
+             [weak = std::weak_ptr(m_state), action = std::move(action)](asio::error_code error) {
+               if (!weak.expired() && !error) {
+                 action();
+               }
+             }));
 }

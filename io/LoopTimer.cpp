@@ -5,11 +5,13 @@
 #include <utility>
 
 #include "io/IoLoop.h"
+#include "io/WaitRoom.h"
 
 struct LoopTimer::State {
   explicit State(asio::io_context& io) : timer(io) {}
 
   asio::steady_timer timer;
+  std::shared_ptr<WaitRoom> room = std::make_shared<WaitRoom>();
   /// The library may have the end of an earlier wait ready when the next one begins.
   std::uint64_t wait = 0;
   std::function<void()> action;
@@ -22,14 +24,15 @@ LoopTimer::~LoopTimer() { Cancel(); }
 void LoopTimer::At(Clock::time_point time, std::function<void()> action) {
   m_state->timer.expires_at(time);
   m_state->action = std::move(action);
-  m_state->timer.async_wait([weak = std::weak_ptr(m_state), wait = ++m_state->wait](auto error) {
-    const std::shared_ptr<State> state = weak.lock();
-    if (state != nullptr && state->wait == wait && !error) {
-      // It may wait anew, or free the timer.
-      const std::function<void()> due = std::exchange(state->action, nullptr);
-      due();
-    }
-  });
+  m_state->timer.async_wait(
+      InRoom(m_state->room, [weak = std::weak_ptr(m_state), wait = ++m_state->wait](auto error) {
+        const std::shared_ptr<State> state = weak.lock();
+        if (state != nullptr && state->wait == wait && !error) {
+          // It may wait anew, or free the timer.
+          const std::function<void()> due = std::exchange(state->action, nullptr);
+          due();
+        }
+      }));
 }
 
 void LoopTimer::Cancel() {

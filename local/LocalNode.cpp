@@ -59,7 +59,8 @@ ControlSettings SocketSettings(const GateRun& gate) {
 }  // namespace
 
 LocalNode::LoopParts::LoopParts(const ProblemReport& report)
-    : history(report),
+    : desk(loop),
+      history(report),
       sinks({&lastRows, &history}),
       schedule(loop, desk, sinks),
       alarms(loop, desk, schedule, lastRows, history, report),

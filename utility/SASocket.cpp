@@ -30,6 +30,8 @@ void CloseDescriptor(int& descriptor) {
 SASocket::SASocket(CMBRunnableNode* node, const std::string& name)
     : m_talkName(name.substr(0, kMaxName)),
       m_listenName((m_talkName + "Out").substr(0, kMaxName)),
+      m_talkPath(ProductPath(m_talkName)),
+      m_listenPath(ProductPath(m_listenName)),
       m_pNode(node) {
   RemovePipes();
 }
@@ -89,8 +91,8 @@ int SASocket::Close() {
 }
 
 void SASocket::RemovePipes() const {
-  ::unlink(ProductPath(m_talkName).c_str());
-  ::unlink(ProductPath(m_listenName).c_str());
+  ::unlink(m_talkPath.c_str());
+  ::unlink(m_listenPath.c_str());
 }
 
 bool SASocket::MakePipe(const std::string& name, const char* side) {

@@ -58,6 +58,9 @@ class SASocket {
 
   const std::string m_talkName;
   const std::string m_listenName;
+  // Made beforehand: the destructor may find no memory.
+  const std::string m_talkPath;
+  const std::string m_listenPath;
   int m_talkFd = -1;
   int m_listenFd = -1;
   int m_readLength = 0;

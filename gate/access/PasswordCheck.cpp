@@ -6,7 +6,7 @@
 
 #include <condition_variable>
 #include <cstring>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <string_view>
 #include <thread>
@@ -39,7 +39,12 @@ void RunDetached(std::function<void()> work) {
   sigset_t before;
   ::sigfillset(&all);
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
-  std::thread(std::move(work)).detach();
+  try {
+    std::thread(std::move(work)).detach();
+  } catch (...) {
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    throw;
+  }
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
@@ -67,7 +72,7 @@ class PasswordCheck::Worker {
   const std::size_t m_mostWaiting;
   std::mutex m_mutex;
   std::condition_variable m_wake;
-  std::deque<Job> m_jobs;
+  std::list<Job> m_jobs;
   bool m_isEnding = false;
 };
 
@@ -84,7 +89,8 @@ bool PasswordCheck::Worker::Add(std::string secret, std::string hash, Done done)
 }
 
 void PasswordCheck::Worker::End() {
-  std::deque<Job> dropped;
+  // A list, as that takes no memory while it is empty.
+  std::list<Job> dropped;
   {
     const std::scoped_lock lock(m_mutex);
     m_isEnding = true;

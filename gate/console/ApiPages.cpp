@@ -6,6 +6,7 @@
 
 #include "gate/console/ApiRequest.h"
 #include "gate/daemon/AnswerErrors.h"
+#include "gate/daemon/FinishGuarded.h"
 #include "gate/http/BodyText.h"
 #include "json/JsonText.h"
 
@@ -104,5 +105,5 @@ void ApiPages::Serve(std::string_view name, const std::shared_ptr<HttpExchange>&
       exchange, records != nullptr && records->IsArray() && records->Size() == 1);
   exchange->Hold(m_desk.Ask(
       request, [answer](std::string_view bytes) { return answer->Take(bytes); },
-      [answer](DaemonDesk::End end) { answer->Finish(end); }));
+      [answer](DaemonDesk::End end) { FinishGuarded(*answer, end); }));
 }

@@ -6,7 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <system_error>
+#include <exception>
 #include <utility>
 
 namespace {
@@ -22,9 +22,11 @@ Descriptor ConnectDaemon(const std::string& path) {
   path.copy(address.sun_path, path.size());
   Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   // A daemon with a full queue of connections is one that does not answer.
-  if (socket.IsOpen() &&
-      ::connect(socket.Get(), reinterpret_cast<::sockaddr*>(&address), sizeof address) != 0) {
-    socket.Close();
+  while (socket.IsOpen() &&
+         ::connect(socket.Get(), reinterpret_cast<::sockaddr*>(&address), sizeof address) != 0) {
+    if (errno != EINTR) {
+      socket.Close();
+    }
   }
   return socket;
 }
@@ -38,15 +40,22 @@ DaemonAsk::~DaemonAsk() { *m_isAlive = false; }
 
 bool DaemonAsk::Send(const std::string& line) const {
   // A new socket has room for the longest request.
-  return ::send(m_socket.Get(), line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL) ==
-         static_cast<ssize_t>(line.size());
+  for (std::string_view left = line; !left.empty();) {
+    const ssize_t sent =
+        ::send(m_socket.Get(), left.data(), left.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent < 0 && errno != EINTR) {
+      return false;
+    }
+    left.remove_prefix(sent < 0 ? 0 : static_cast<std::size_t>(sent));
+  }
+  return true;
 }
 
 void DaemonAsk::Start(const std::string& path, std::string line, OnBytes onBytes, OnEnd onEnd) {
   m_onBytes = std::move(onBytes);
   m_onEnd = std::move(onEnd);
-  line += '\n';
   try {
+    line += '\n';
     if (Descriptor socket = ConnectDaemon(path); socket.IsOpen()) {
       m_socket.Take(std::move(socket));
       if (Send(line)) {
@@ -54,8 +63,8 @@ void DaemonAsk::Start(const std::string& path, std::string line, OnBytes onBytes
         return;
       }
     }
-  } catch (const std::system_error&) {
-    // It can't be watched, so it is as good as none.
+  } catch (const std::exception&) {
+    // It can't be watched, or there is no memory for it, so it is as good as none.
   }
   m_timer.After({}, [this] { Finish(End::kNoDaemon); });
 }
@@ -88,8 +97,16 @@ void DaemonAsk::Read() {
   }
   const std::shared_ptr<bool> isAlive = m_isAlive;
   // A copy: the call may free this object.
-  const OnBytes onBytes = m_onBytes;
-  onBytes({chunk.data(), static_cast<std::size_t>(size)});
+  try {
+    const OnBytes onBytes = m_onBytes;
+    onBytes({chunk.data(), static_cast<std::size_t>(size)});
+  } catch (const std::exception&) {
+    // What has been read is lost, and with it the answer.
+    if (*isAlive) {
+      m_timer.After({}, [this] { Finish(End::kNoDaemon); });
+    }
+    throw;
+  }
   if (*isAlive) {
     WaitForBytes();
   }

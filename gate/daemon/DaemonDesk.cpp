@@ -37,6 +37,8 @@ class DaemonDesk::Question {
   std::string line;
   Take take;
   Done done;
+  DaemonAsk::OnBytes onBytes;
+  DaemonAsk::OnEnd onEnd;
   std::unique_ptr<DaemonAsk> ask;
   bool isAtWork = false;
 
@@ -50,6 +52,7 @@ DaemonDesk::~DaemonDesk() { *m_isAlive = false; }
 DaemonDesk::QuestionPtr DaemonDesk::Ask(const Json& request, Take take, Done done) {
   const auto question =
       std::make_shared<Question>(*this, JsonText(request), std::move(take), std::move(done));
+  Prepare(question);
   std::erase_if(m_waiting, [](const auto& waiting) { return waiting.expired(); });
   if (m_waiting.size() >= kMostWaiting) {
     m_refused.push_back(std::move(question->done));
@@ -75,9 +78,7 @@ void DaemonDesk::StartNext() {
   }
 }
 
-void DaemonDesk::Begin(const QuestionPtr& question) {
-  ++m_atWork;
-  question->isAtWork = true;
+void DaemonDesk::Prepare(const QuestionPtr& question) {
   // Who asked holds the question; what it does may free it.
   const auto finish = [](const std::weak_ptr<Question>& weak, End end) {
     if (const QuestionPtr present = weak.lock()) {
@@ -87,18 +88,24 @@ void DaemonDesk::Begin(const QuestionPtr& question) {
       }
     }
   };
-  question->ask->Start(
-      m_path, std::move(question->line),
-      [this, finish, weak = std::weak_ptr(question)](std::string_view bytes) {
-        m_memory.NoteBytes(bytes.size());
-        const QuestionPtr present = weak.lock();
-        if (present != nullptr && present->done && !present->take(bytes)) {
-          finish(weak, End::kDone);
-        }
-      },
-      [finish, weak = std::weak_ptr(question)](DaemonAsk::End end) {
-        finish(weak, end == DaemonAsk::End::kTimeOut ? End::kTimeOut : End::kNoDaemon);
-      });
+  question->onBytes = [this, finish, weak = std::weak_ptr(question)](std::string_view bytes) {
+    m_memory.NoteBytes(bytes.size());
+    const QuestionPtr present = weak.lock();
+    if (present != nullptr && present->done && !present->take(bytes)) {
+      finish(weak, End::kDone);
+    }
+  };
+  question->onEnd = [finish, weak = std::weak_ptr(question)](DaemonAsk::End end) {
+    finish(weak, end == DaemonAsk::End::kTimeOut ? End::kTimeOut : End::kNoDaemon);
+  };
+}
+
+void DaemonDesk::Begin(const QuestionPtr& question) {
+  ++m_atWork;
+  question->isAtWork = true;
+  // The end of another question begins it, out of which nothing may be thrown.
+  question->ask->Start(m_path, std::move(question->line), std::move(question->onBytes),
+                       std::move(question->onEnd));
 }
 
 DaemonDesk::QuestionPtr DaemonDesk::AskJson(const Json& request, DoneJson done) {

@@ -53,6 +53,8 @@ class DaemonDesk {
 
  private:
   void StartNext();
+  /// Makes all that it needs when its turn comes.
+  void Prepare(const QuestionPtr& question);
   void Begin(const QuestionPtr& question);
 
   IoLoop& m_loop;

@@ -1,8 +1,8 @@
 #include "gate/http/HttpDoor.h"
 
 #include <cerrno>
+#include <exception>
 #include <string>
-#include <system_error>
 #include <utility>
 
 namespace {
@@ -68,8 +68,8 @@ void HttpDoor::Accept() {
     if (socket.IsOpen()) {
       try {
         Admit(std::move(socket), peer, size);
-      } catch (const std::system_error&) {
-        // It can't be watched, and is closed.
+      } catch (const std::exception&) {
+        // It can't be watched, or there is no memory for it: it is closed. The next one is let in.
       }
       continue;
     }
@@ -98,24 +98,37 @@ bool HttpDoor::MakePlace() {
   return false;
 }
 
+template <class Action>
+void HttpDoor::Guarded(const VisitorPtr& visitor, Action action) {
+  try {
+    action();
+  } catch (const std::exception&) {
+    // Nobody would look at it any more.
+    m_visitors.remove(visitor);
+    throw;
+  }
+}
+
 void HttpDoor::Admit(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize) {
   const auto visitor = std::make_shared<Visitor>(m_loop, std::move(socket));
   visitor->peer = peer;
   visitor->peerSize = peerSize;
   m_visitors.push_back(visitor);
-  WatchTime();
-  if (m_settings.looks) {
-    Look(visitor);
-  } else {
-    OfferRoom(visitor);
-  }
+  Guarded(visitor, [&] {
+    WatchTime();
+    if (m_settings.looks) {
+      Look(visitor);
+    } else {
+      OfferRoom(visitor);
+    }
+  });
 }
 
 void HttpDoor::WaitFor(const VisitorPtr& visitor) {
   visitor->socket.OnReadable([this, weak = std::weak_ptr<Visitor>(visitor)] {
     // Who has been sent away is looked at no more; the door may be gone then, too.
     if (const VisitorPtr present = weak.lock()) {
-      Look(present);
+      Guarded(present, [&] { Look(present); });
     }
   });
 }
@@ -194,13 +207,14 @@ void HttpDoor::OnRoom() {
 }
 
 void HttpDoor::WatchTime() {
-  if (std::exchange(m_isTimed, true)) {
+  if (m_isTimed) {
     return;
   }
   m_timer.After(kSweepPause, [this] {
     m_isTimed = false;
     Sweep();
   });
+  m_isTimed = true;
 }
 
 void HttpDoor::Sweep() {

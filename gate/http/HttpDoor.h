@@ -65,6 +65,9 @@ class HttpDoor {
   [[nodiscard]] bool MakePlace();
   void Admit(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize);
   void WaitFor(const VisitorPtr& visitor);
+  /// Removes the visitor where that throws.
+  template <class Action>
+  void Guarded(const VisitorPtr& visitor, Action action);
   void Look(const VisitorPtr& visitor);
   void Refuse(const VisitorPtr& visitor, const HeadVerdict& verdict, std::string_view head);
   void OfferRoom(const VisitorPtr& visitor);

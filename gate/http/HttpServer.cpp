@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -338,6 +339,10 @@ bool HttpServer::Open(const std::string& address, std::string& error) {
     return false;
   }
   m_address = BoundAddress(socket.Get());
+  if (m_address.empty()) {
+    error = address + ": can't listen: its port can't be told";
+    return false;
+  }
   m_isLoopback = IsLoopbackAddress(*parsed->Get());
   m_daemon = Start();
   const MHD_DaemonInfo* info =
@@ -399,7 +404,12 @@ void HttpServer::Close() {
 
 void HttpServer::WaitForWork() {
   m_ready.OnReadable([this] {
-    Work();
+    try {
+      Work();
+    } catch (const std::exception&) {
+      WaitForWork();
+      throw;
+    }
     WaitForWork();
   });
 }
@@ -430,6 +440,19 @@ void HttpServer::Work() {
     return;
   }
   m_isWorking = true;
+  try {
+    RunLibrary();
+  } catch (const std::exception&) {
+    m_isWorking = false;
+    WorkSoon();
+    throw;
+  }
+  m_isWorking = false;
+  EndLateConnections();
+  WatchTime();
+}
+
+void HttpServer::RunLibrary() {
   std::size_t before = 0;
   do {
     m_hasNew = false;
@@ -438,9 +461,6 @@ void HttpServer::Work() {
     m_door.OnRoom();
     // The library finds out in the turn behind that one of its connections has ended.
   } while (m_hasNew || m_connections.size() < before);
-  m_isWorking = false;
-  EndLateConnections();
-  WatchTime();
 }
 
 void HttpServer::WatchTime() {

@@ -79,6 +79,7 @@ class HttpServer {
   void Enter(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize);
   void WaitForWork();
   void Work();
+  void RunLibrary();
   /// Has the library work in the loop's next turn.
   void WorkSoon();
   void WatchTime();

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "gate/daemon/AnswerErrors.h"
+#include "gate/daemon/FinishGuarded.h"
 #include "gate/http/BodyText.h"
 #include "gate/metrics/MetricFormat.h"
 #include "json/JsonText.h"
@@ -127,6 +128,6 @@ void MetricsPage::Ask(const std::shared_ptr<HttpExchange>& exchange, const Json&
   const auto answer = std::make_shared<MetricsAnswer>(exchange);
   const auto question = m_desk.Ask(
       request, [answer](std::string_view bytes) { return answer->Take(bytes); },
-      [answer](DaemonDesk::End end) { answer->Finish(end); });
+      [answer](DaemonDesk::End end) { FinishGuarded(*answer, end); });
   exchange->Hold(question);
 }

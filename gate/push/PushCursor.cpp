@@ -74,9 +74,11 @@ bool PushCursor::Read(std::int64_t since, std::string& error) {
 bool PushCursor::Advance(const Json& next) {
   bool isNew = false;
   for (const JsonMember& member : next.Members()) {
+    // First, so that without memory for it the record stands where it stood.
+    Json copy = member.value;
     Json& place = m_after[member.name];
-    isNew = isNew || !(place == member.value);
-    place = member.value;
+    isNew = isNew || !(place == copy);
+    place = std::move(copy);
   }
   return isNew;
 }

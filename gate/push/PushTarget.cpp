@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <exception>
 #include <utility>
 
 namespace {
@@ -35,6 +36,21 @@ PushTarget::PushTarget(DaemonDesk& desk, HttpSender& sender, TargetSettings sett
       m_backoff(pace.firstPause, pace.longestPause),
       m_timer(desk.Loop()) {}
 
+template <class Action>
+void PushTarget::Guarded(Action action) {
+  try {
+    action();
+  } catch (const std::exception&) {
+    // Nothing else would go on. What the server has taken without the cursor's knowing of it is
+    // sent again, as the same samples.
+    m_question.reset();
+    m_sending.reset();
+    m_batch.reset();
+    AskAfter(m_pace.look);
+    throw;
+  }
+}
+
 void PushTarget::Start() {
   std::string error;
   if (!m_cursor.Load(std::time(nullptr) - m_settings.days * kSecondsOfDay, error)) {
@@ -42,13 +58,15 @@ void PushTarget::Start() {
   }
   // Where a new target begins is to stand even if nothing can be sent for long.
   m_cursor.Save([this](const std::string& failure) {
-    OnSaved(failure);
-    Ask();
+    Guarded([&] {
+      OnSaved(failure);
+      Ask();
+    });
   });
 }
 
 void PushTarget::AskAfter(Clock::duration pause) {
-  m_timer.After(pause, [this] { Ask(); });
+  m_timer.After(pause, [this] { Guarded([this] { Ask(); }); });
 }
 
 void PushTarget::AskForNew() {
@@ -76,7 +94,7 @@ void PushTarget::Ask() {
   m_answer = {};
   m_question = m_desk.Ask(
       request, [this](std::string_view bytes) { return m_answer.Take(bytes); },
-      [this](DaemonDesk::End end) { OnAsked(end); });
+      [this](DaemonDesk::End end) { Guarded([=, this] { OnAsked(end); }); });
 }
 
 void PushTarget::OnAsked(DaemonDesk::End end) {
@@ -106,7 +124,7 @@ void PushTarget::SendNext() {
     return;
   }
   const Clock::time_point now = Clock::now();
-  m_timer.At(std::max(now, m_freeAt), [this] { Send(); });
+  m_timer.At(std::max(now, m_freeAt), [this] { Guarded([this] { Send(); }); });
 }
 
 void PushTarget::Send() {
@@ -128,7 +146,7 @@ void PushTarget::Send() {
   body.bytes.clear();
   m_sending = m_sender.Send(std::move(request), [this, body](const SendResult& result) {
     m_sending.reset();
-    OnSent(result, body);
+    Guarded([&] { OnSent(result, body); });
   });
 }
 
@@ -219,14 +237,16 @@ void PushTarget::OnBatchDone() {
     return;
   }
   m_cursor.Save([this](const std::string& error) {
-    OnSaved(error);
-    if (m_answer.HasMore()) {
-      Ask();
-    } else {
-      m_oldest = 0;
-      AskForNew();
-    }
-    m_hooks.onChange();
+    Guarded([&] {
+      OnSaved(error);
+      if (m_answer.HasMore()) {
+        Ask();
+      } else {
+        m_oldest = 0;
+        AskForNew();
+      }
+      m_hooks.onChange();
+    });
   });
 }
 

@@ -64,6 +64,9 @@ class PushTarget {
   static constexpr int kHalvesOfOneTime = 32;
   using Clock = std::chrono::steady_clock;
 
+  /// Does a step of what goes on by itself; one that has no memory is tried again from the cursor.
+  template <class Action>
+  void Guarded(Action action);
   void Ask();
   void AskAfter(Clock::duration pause);
   /// Asks again when there can be new rows.

@@ -16,6 +16,7 @@
 #include "gate/send/Transfer.h"
 #include "io/IoLoop.h"
 #include "io/LoopTimer.h"
+#include "io/WaitRoom.h"
 
 namespace {
 
@@ -34,6 +35,8 @@ struct SenderSocket {
   SenderSocket& operator=(const SenderSocket&) = delete;
 
   asio::posix::stream_descriptor stream;
+  std::shared_ptr<WaitRoom> readRoom = std::make_shared<WaitRoom>();
+  std::shared_ptr<WaitRoom> writeRoom = std::make_shared<WaitRoom>();
   int wanted = CURL_POLL_NONE;
   bool isReadWaitedFor = false;
   bool isWriteWaitedFor = false;
@@ -60,7 +63,12 @@ class HttpSender::Library : public std::enable_shared_from_this<HttpSender::Libr
   void Watch(int socket, int wanted);
   void Wait(const std::shared_ptr<SenderSocket>& socket);
   void WaitFor(const std::shared_ptr<SenderSocket>& socket, bool isRead);
+  /// `weak`: of the socket, which may be gone by that.
+  void ActAndWaitOn(const std::weak_ptr<SenderSocket>& weak, int socket, int events);
   void Act(int socket, int events);
+  void EndFinished();
+  void EndAll();
+  void End(const std::shared_ptr<Sending>& sending, int code);
 
   IoLoop& m_loop;
   LoopTimer m_timer;
@@ -92,7 +100,7 @@ class HttpSender::Sending : public std::enable_shared_from_this<HttpSender::Send
   }
   [[nodiscard]] CURL* Handle() const { return m_transfer->Handle(); }
   /// What came of it, once; the library has it no more then.
-  [[nodiscard]] SendResult Take(CURLcode code) {
+  [[nodiscard]] SendResult Take(int code) {
     SendResult result = m_transfer->Result(code);
     Leave();
     return result;
@@ -132,11 +140,13 @@ HttpSender::Library::Library(IoLoop& loop) : m_loop(loop), m_timer(loop) {
 HttpSender::Library::~Library() { Curl().multiCleanup(m_multi); }
 
 void HttpSender::Library::Add(Sending& sending) {
+  // First, since what the library has it must be taken off again.
+  m_sendings[sending.Handle()] = &sending;
   const CURLMcode code = Curl().multiAddHandle(m_multi, sending.Handle());
   if (code != CURLM_OK) {
+    m_sendings.erase(sending.Handle());
     throw std::runtime_error(Curl().multiStrerror(code));
   }
-  m_sendings[sending.Handle()] = &sending;
 }
 
 void HttpSender::Library::Remove(const Sending& sending) {
@@ -162,13 +172,17 @@ int HttpSender::Library::OnSocket(CURL*, curl_socket_t socket, int wanted, void*
 
 int HttpSender::Library::OnTimer(CURLM*, long milliseconds, void* self) {
   auto& library = *static_cast<Library*>(self);
-  if (milliseconds < 0) {
-    library.m_timer.Cancel();
-  } else {
-    library.m_timer.After(std::chrono::milliseconds(milliseconds),
-                          [&library] { library.Act(CURL_SOCKET_TIMEOUT, 0); });
+  try {
+    if (milliseconds < 0) {
+      library.m_timer.Cancel();
+    } else {
+      library.m_timer.After(std::chrono::milliseconds(milliseconds),
+                            [&library] { library.Act(CURL_SOCKET_TIMEOUT, 0); });
+    }
+    return 0;
+  } catch (const std::exception&) {
+    return -1;
   }
-  return 0;
 }
 
 void HttpSender::Library::Watch(int socket, int wanted) {
@@ -198,44 +212,94 @@ void HttpSender::Library::WaitFor(const std::shared_ptr<SenderSocket>& socket, b
   using Stream = asio::posix::stream_descriptor;
   socket->stream.async_wait(
       isRead ? Stream::wait_read : Stream::wait_write,
-      [this, weak = std::weak_ptr(socket), isRead](asio::error_code error) {
-        std::shared_ptr<SenderSocket> present = weak.lock();
-        if (present == nullptr || error) {
-          return;
-        }
-        (isRead ? present->isReadWaitedFor : present->isWriteWaitedFor) = false;
-        if ((present->wanted & (isRead ? CURL_POLL_IN : CURL_POLL_OUT)) == 0) {
-          return;
-        }
-        const std::shared_ptr<Library> held = shared_from_this();
-        const int number = present->stream.native_handle();
-        present.reset();
-        Act(number, isRead ? CURL_CSELECT_IN : CURL_CSELECT_OUT);
-        // The library names only what it wants anew.
-        if (const std::shared_ptr<SenderSocket> same = weak.lock()) {
-          Wait(same);
-        }
-      });
+      InRoom(isRead ? socket->readRoom : socket->writeRoom,
+             [this, weak = std::weak_ptr(socket), isRead](asio::error_code error) {
+               std::shared_ptr<SenderSocket> present = weak.lock();
+               if (present == nullptr || error) {
+                 return;
+               }
+               (isRead ? present->isReadWaitedFor : present->isWriteWaitedFor) = false;
+               if ((present->wanted & (isRead ? CURL_POLL_IN : CURL_POLL_OUT)) == 0) {
+                 return;
+               }
+               const std::shared_ptr<Library> held = shared_from_this();
+               const int number = present->stream.native_handle();
+               present.reset();
+               ActAndWaitOn(weak, number, isRead ? CURL_CSELECT_IN : CURL_CSELECT_OUT);
+             }));
+}
+
+void HttpSender::Library::ActAndWaitOn(const std::weak_ptr<SenderSocket>& weak, int socket,
+                                       int events) {
+  std::exception_ptr fault;
+  try {
+    Act(socket, events);
+  } catch (const std::exception&) {
+    // Others may wait for that connection.
+    fault = std::current_exception();
+  }
+  // The library names only what it wants anew.
+  if (const std::shared_ptr<SenderSocket> same = weak.lock()) {
+    Wait(same);
+  }
+  if (fault) {
+    std::rethrow_exception(fault);
+  }
 }
 
 void HttpSender::Library::Act(int socket, int events) {
   const std::shared_ptr<Library> held = shared_from_this();
   int running = 0;
-  Curl().multiSocketAction(m_multi, socket, events, &running);
-  std::vector<std::pair<std::weak_ptr<Sending>, SendResult>> ended;
+  if (Curl().multiSocketAction(m_multi, socket, events, &running) == CURLM_OK) {
+    EndFinished();
+  } else {
+    EndAll();
+  }
+}
+
+void HttpSender::Library::EndAll() {
+  // A socket could not be waited for: the library does nothing more until it has no transfer left.
+  std::exception_ptr fault;
+  for (std::size_t left = m_sendings.size(); left != 0 && !m_sendings.empty(); --left) {
+    try {
+      End(m_sendings.begin()->second->shared_from_this(), CURLE_ABORTED_BY_CALLBACK);
+    } catch (const std::exception&) {
+      fault = std::current_exception();
+    }
+  }
+  if (fault) {
+    std::rethrow_exception(fault);
+  }
+}
+
+void HttpSender::Library::EndFinished() {
+  std::exception_ptr fault;
   int left = 0;
   while (const CURLMsg* message = Curl().multiInfoRead(m_multi, &left)) {
     const auto found = m_sendings.find(message->easy_handle);
-    if (found != m_sendings.end()) {
-      Sending& sending = *found->second;
-      const CURLcode code = message->data.result;
-      ended.emplace_back(sending.weak_from_this(), sending.Take(code));
+    if (found == m_sendings.end()) {
+      continue;
+    }
+    try {
+      End(found->second->shared_from_this(), message->data.result);
+    } catch (const std::exception&) {
+      // The others that have ended are to hear of it.
+      fault = std::current_exception();
     }
   }
-  for (auto& [weak, result] : ended) {
-    if (const std::shared_ptr<Sending> sending = weak.lock()) {
-      sending->Finish(std::move(result));
-    }
+  if (fault) {
+    std::rethrow_exception(fault);
+  }
+}
+
+void HttpSender::Library::End(const std::shared_ptr<Sending>& sending, int code) {
+  try {
+    sending->Finish(sending->Take(code));
+  } catch (const std::exception& error) {
+    // The library names it no more.
+    sending->Leave();
+    sending->Finish({0, error.what(), "", {}});
+    throw;
   }
 }
 

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <new>
 
+#include "io/WaitRoom.h"
+
 namespace {
 
 /// Whether a read would not block: there are bytes, or it is the end.
@@ -31,6 +33,7 @@ struct DescriptorWatches::Entry {
   }
 
   asio::posix::stream_descriptor stream;
+  std::shared_ptr<WaitRoom> room = std::make_shared<WaitRoom>();
   int number = -1;
   bool isWatched = true;
 };
@@ -73,13 +76,13 @@ int DescriptorWatches::Unwatch(int descriptor) {
 }
 
 void DescriptorWatches::Arm(const std::shared_ptr<Entry>& entry) {
-  entry->stream.async_wait(asio::posix::stream_descriptor::wait_read,
-                           [this, weak = std::weak_ptr<Entry>(entry)](asio::error_code error) {
-                             if (const std::shared_ptr<Entry> watched = weak.lock();
-                                 watched && watched->isWatched) {
-                               OnReadable(watched, error);
-                             }
-                           });
+  entry->stream.async_wait(
+      asio::posix::stream_descriptor::wait_read,
+      InRoom(entry->room, [this, weak = std::weak_ptr<Entry>(entry)](asio::error_code error) {
+        if (const std::shared_ptr<Entry> watched = weak.lock(); watched && watched->isWatched) {
+          OnReadable(watched, error);
+        }
+      }));
 }
 
 void DescriptorWatches::OnReadable(const std::shared_ptr<Entry>& entry,

@@ -14,6 +14,8 @@
 #include <system_error>
 #include <utility>
 
+#include "io/WaitRoom.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -80,6 +82,7 @@ struct EventLoop::Library {
 
   asio::executor_work_guard<asio::io_context::executor_type> work;
   asio::posix::stream_descriptor wakeUp;
+  std::shared_ptr<WaitRoom> room = std::make_shared<WaitRoom>();
 };
 
 EventLoop::EventLoop() : m_library(std::make_unique<Library>(Io())) {
@@ -97,15 +100,16 @@ EventLoop::~EventLoop() {
 }
 
 void EventLoop::WatchWakeUps() {
-  m_library->wakeUp.async_wait(asio::posix::stream_descriptor::wait_read, [this](auto error) {
-    if (error) {
-      return;
-    }
-    std::uint64_t count = 0;
-    [[maybe_unused]] const ssize_t got =
-        ::read(m_library->wakeUp.native_handle(), &count, sizeof count);
-    WatchWakeUps();
-  });
+  m_library->wakeUp.async_wait(
+      asio::posix::stream_descriptor::wait_read, InRoom(m_library->room, [this](auto error) {
+        if (error) {
+          return;
+        }
+        std::uint64_t count = 0;
+        [[maybe_unused]] const ssize_t got =
+            ::read(m_library->wakeUp.native_handle(), &count, sizeof count);
+        WatchWakeUps();
+      }));
 }
 
 void EventLoop::Run(CMBNode& node) {

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <new>
 
+#include "io/WaitRoom.h"
+
 namespace {
 
 // Longer times would overflow the clocks' nanoseconds.
@@ -28,6 +30,7 @@ struct EventTimers::Entry {
   int left = 0;  ///< deliveries after the next; -1 = without end
   asio::system_timer first;
   asio::steady_timer next;
+  std::shared_ptr<WaitRoom> room = std::make_shared<WaitRoom>();
   bool isWaiting = false;  ///< a delivery stands in the queue
   bool isCancelled = false;
 };
@@ -103,12 +106,13 @@ void EventTimers::WaitForNext(const std::shared_ptr<Entry>& entry) {
   // Times that have passed meanwhile are left out.
   const auto late = std::chrono::steady_clock::now() - entry->next.expiry();
   entry->next.expires_at(entry->next.expiry() + entry->period * (late / entry->period + 1));
-  entry->next.async_wait([this, weak = std::weak_ptr<Entry>(entry)](asio::error_code error) {
-    const std::shared_ptr<Entry> due = weak.lock();
-    if (due && !due->isCancelled && !error) {
-      OnDue(due);
-    }
-  });
+  entry->next.async_wait(
+      InRoom(entry->room, [this, weak = std::weak_ptr<Entry>(entry)](asio::error_code error) {
+        const std::shared_ptr<Entry> due = weak.lock();
+        if (due && !due->isCancelled && !error) {
+          OnDue(due);
+        }
+      }));
 }
 
 int EventTimers::Cancel(const CMBEvent* event, bool destroy) {

@@ -13,8 +13,6 @@ namespace {
 
 /// Rows that are worth the allocator's walk.
 constexpr std::size_t kManyRows = 1000;
-/// Pages that the next batch needs at once are better kept.
-constexpr std::chrono::seconds kReleasePause{10};
 
 }  // namespace
 
@@ -24,6 +22,11 @@ RequestOutcome CheckRecord(const std::string& record, unsigned char category) {
     return RequestOutcome::kUnknownRecord;
   }
   return listing->served ? RequestOutcome::kDone : RequestOutcome::kNotServed;
+}
+
+BatchDesk::BatchDesk(IoLoop& loop, std::chrono::steady_clock::duration releasePause)
+    : m_releasePause(releasePause) {
+  m_releaseTimer.emplace(loop);
 }
 
 std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
@@ -69,10 +72,15 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
 
 void BatchDesk::ReleaseMemory() {
   const auto now = std::chrono::steady_clock::now();
-  if (m_largestSinceRelease > kManyRows && now >= m_nextRelease) {
+  if (m_largestSinceRelease <= kManyRows) {
+    return;
+  }
+  if (now >= m_nextRelease) {
     ::malloc_trim(0);
     m_largestSinceRelease = 0;
-    m_nextRelease = now + kReleasePause;
+    m_nextRelease = now + m_releasePause;
+  } else if (m_releaseTimer) {
+    m_releaseTimer->At(m_nextRelease, [this] { ReleaseMemory(); });
   }
 }
 

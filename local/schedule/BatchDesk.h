@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "io/LoopTimer.h"
 #include "local/schedule/RecordAsker.h"
 #include "node/Node.h"
 
@@ -31,6 +32,11 @@ struct BatchReport {
 /// Sends batches to the agent, one at a time, but for those that are sent while one is held back.
 class BatchDesk {
  public:
+  /// Without a loop, memory is given back with the batches alone.
+  BatchDesk() = default;
+  /// `loop` outlives it. `releasePause`: the least time between two releases of memory.
+  explicit BatchDesk(IoLoop& loop,
+                     std::chrono::steady_clock::duration releasePause = kReleasePause);
   /// Delivers one batch with the request of each asker, takes the answers over and returns the
   /// outcomes in the same order. `refused` requests were refused beforehand and only count.
   std::vector<RequestOutcome> Send(CMBNode& node,
@@ -38,7 +44,7 @@ class BatchDesk {
                                    std::size_t refused);
   /// Gives back to the system what the answers before the last ones held, which would else stay
   /// with the allocator: for when nobody keeps their rows any more. Does so at most once in ten
-  /// seconds.
+  /// seconds; what comes in between is given back at their end.
   void ReleaseMemory();
   /// What the rows of answers on demand may hold, of all clients together. One large answer may
   /// exceed it, but neither many copies of it in one request nor those of many clients.
@@ -54,6 +60,9 @@ class BatchDesk {
   [[nodiscard]] std::uint64_t RowsMade() const { return m_rowsMade; }
 
  private:
+  /// Pages that the next batch needs at once are better kept.
+  static constexpr std::chrono::seconds kReleasePause{10};
+
   /// Takes what a batch has put into the event of the asker, or drops it; how that ended.
   [[nodiscard]] RequestOutcome Settle(RecordAsker& asker, bool isBatchDone);
 
@@ -63,6 +72,8 @@ class BatchDesk {
   std::size_t m_maxHeldBytes = std::size_t{128} << 20;
   std::map<std::string, std::size_t> m_bytes;  ///< of each record's rows, when it was last built
   std::size_t m_largestSinceRelease = 0;       ///< rows of a batch
+  std::chrono::steady_clock::duration m_releasePause = kReleasePause;
+  std::optional<LoopTimer> m_releaseTimer;
   std::chrono::steady_clock::time_point m_nextRelease{};
   bool m_isSending = false;
   std::set<std::string> m_failedBuilds;

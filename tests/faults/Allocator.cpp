@@ -1,5 +1,6 @@
 #include "tests/faults/Allocator.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -9,9 +10,20 @@ namespace {
 thread_local bool t_isCounting = false;
 thread_local std::size_t t_count = 0;
 thread_local std::size_t t_failing = 0;
+thread_local std::size_t t_failingInARow = 0;
+std::atomic<bool> g_isCountingAll = false;
+std::atomic<std::size_t> g_countOfAll = 0;
+std::size_t g_failingOfAll = 0;
+
+bool IsTurn() noexcept {
+  if (g_isCountingAll) {
+    return ++g_countOfAll == g_failingOfAll;
+  }
+  return t_isCounting && ++t_count >= t_failing && t_count < t_failing + t_failingInARow;
+}
 
 bool IsToFail() noexcept {
-  if (!t_isCounting || ++t_count != t_failing) {
+  if (!IsTurn()) {
     return false;
   }
   faults::NoteFailure();
@@ -37,10 +49,22 @@ void* OrThrow(void* memory) {
 
 }  // namespace
 
-void faults::CountAllocations(std::size_t place) {
+void faults::CountAllocations(std::size_t place, std::size_t inARow) {
   t_count = 0;
   t_failing = place;
+  t_failingInARow = place == 0 ? 0 : inARow;
   t_isCounting = true;
+}
+
+void faults::CountAllocationsOfAll(std::size_t place) {
+  g_countOfAll = 0;
+  g_failingOfAll = place;
+  g_isCountingAll = true;
+}
+
+std::size_t faults::StopCountingAllocationsOfAll() {
+  g_isCountingAll = false;
+  return g_countOfAll;
 }
 
 std::size_t faults::StopCountingAllocations() {

@@ -10,14 +10,17 @@
 namespace {
 
 OsCalls g_counted{};  // what the counting ones call
-std::size_t g_counts = 0;
 std::size_t g_failingPlace = 0;
 std::atomic<bool> g_hasFailed = false;
 void (*g_onFailure)() = nullptr;
 std::string g_kind;
 
-bool IsCallToFail(int code) {
-  if (++g_counts != g_failingPlace) {
+/// The calls of a member of the table since it was armed.
+template <auto kMember>
+std::size_t g_counts = 0;
+
+bool IsCallToFail(std::size_t count, int code) {
+  if (count != g_failingPlace) {
     return false;
   }
   faults::NoteFailure();
@@ -28,7 +31,8 @@ bool IsCallToFail(int code) {
 /// A call of the table that counts itself and fails at its turn by `kResult` and errno `kCode`.
 template <auto kMember, auto kResult, int kCode, class Result, class... Arguments>
 Result Counting(Arguments... arguments) {
-  return IsCallToFail(kCode) ? static_cast<Result>(kResult) : (g_counted.*kMember)(arguments...);
+  return IsCallToFail(++g_counts<kMember>, kCode) ? static_cast<Result>(kResult)
+                                                  : (g_counted.*kMember)(arguments...);
 }
 
 template <auto kMember, auto kResult, int kCode, class Result, class... Arguments>
@@ -38,39 +42,46 @@ void Install(Result (*OsCalls::*)(Arguments...)) {
 
 template <auto kMember, auto kResult, int kCode>
 void InstallCall() {
+  g_counts<kMember> = 0;
   Install<kMember, kResult, kCode>(kMember);
 }
 
 struct FailingCall {
   const char* name;
   void (*install)();
+  const std::size_t* counts;
 };
+
+template <auto kMember, auto kResult, int kCode>
+constexpr FailingCall FailingBy(const char* name) {
+  return {name, InstallCall<kMember, kResult, kCode>, &g_counts<kMember>};
+}
 
 // Those without a way to fail are left out: getpagesize, time without an address, setpwent and
 // endpwent. The counts of processors fall back to 1, as the library's own do.
 constexpr std::array kFailingCalls{
-    FailingCall{"sysinfo", InstallCall<&OsCalls::sysinfo, -1, EFAULT>},
-    FailingCall{"uname", InstallCall<&OsCalls::uname, -1, EFAULT>},
-    FailingCall{"getrlimit", InstallCall<&OsCalls::getrlimit, -1, EINVAL>},
-    FailingCall{"setrlimit", InstallCall<&OsCalls::setrlimit, -1, EPERM>},
-    FailingCall{"get_nprocs", InstallCall<&OsCalls::get_nprocs, 1, EMFILE>},
-    FailingCall{"get_nprocs_conf", InstallCall<&OsCalls::get_nprocs_conf, 1, EMFILE>},
-    FailingCall{"getpwuid", InstallCall<&OsCalls::getpwuid, nullptr, EIO>},
-    FailingCall{"getgrgid", InstallCall<&OsCalls::getgrgid, nullptr, EIO>},
-    FailingCall{"socket", InstallCall<&OsCalls::socket, -1, EMFILE>},
-    FailingCall{"ioctl", InstallCall<&OsCalls::ioctl, -1, ENODEV>},
-    FailingCall{"acct", InstallCall<&OsCalls::acct, -1, EPERM>},
-    FailingCall{"stat", InstallCall<&OsCalls::stat, -1, EACCES>},
-    FailingCall{"statfs64", InstallCall<&OsCalls::statfs64, -1, EIO>},
-    FailingCall{"quotactl", InstallCall<&OsCalls::quotactl, -1, ESRCH>},
-    FailingCall{"semctl", InstallCall<&OsCalls::semctl, -1, ENOSYS>},
-    FailingCall{"shmctl", InstallCall<&OsCalls::shmctl, -1, ENOSYS>},
-    FailingCall{"msgctl", InstallCall<&OsCalls::msgctl, -1, ENOSYS>},
-    FailingCall{"getpwent", InstallCall<&OsCalls::getpwent, nullptr, EIO>},
-    FailingCall{"fork", InstallCall<&OsCalls::fork, -1, EAGAIN>},
-    FailingCall{"gettimeofday", InstallCall<&OsCalls::gettimeofday, -1, EINVAL>},
-    FailingCall{"adjtimex", InstallCall<&OsCalls::adjtimex, -1, EPERM>},
-    FailingCall{"sleep", InstallCall<&OsCalls::sleep, 1U, EINTR>}};
+    FailingBy<&OsCalls::sysinfo, -1, EFAULT>("sysinfo"),
+    FailingBy<&OsCalls::uname, -1, EFAULT>("uname"),
+    FailingBy<&OsCalls::getrlimit, -1, EINVAL>("getrlimit"),
+    FailingBy<&OsCalls::setrlimit, -1, EPERM>("setrlimit"),
+    FailingBy<&OsCalls::get_nprocs, 1, EMFILE>("get_nprocs"),
+    FailingBy<&OsCalls::get_nprocs_conf, 1, EMFILE>("get_nprocs_conf"),
+    FailingBy<&OsCalls::getpwuid, nullptr, EIO>("getpwuid"),
+    FailingBy<&OsCalls::getgrgid, nullptr, EIO>("getgrgid"),
+    FailingBy<&OsCalls::socket, -1, EMFILE>("socket"),
+    FailingBy<&OsCalls::ioctl, -1, ENODEV>("ioctl"),
+    FailingBy<&OsCalls::acct, -1, EPERM>("acct"),
+    FailingBy<&OsCalls::stat, -1, EACCES>("stat"),
+    FailingBy<&OsCalls::statfs64, -1, EIO>("statfs64"),
+    FailingBy<&OsCalls::quotactl, -1, ESRCH>("quotactl"),
+    FailingBy<&OsCalls::semctl, -1, ENOSYS>("semctl"),
+    FailingBy<&OsCalls::shmctl, -1, ENOSYS>("shmctl"),
+    FailingBy<&OsCalls::msgctl, -1, ENOSYS>("msgctl"),
+    FailingBy<&OsCalls::getpwent, nullptr, EIO>("getpwent"),
+    FailingBy<&OsCalls::fork, -1, EAGAIN>("fork"),
+    FailingBy<&OsCalls::gettimeofday, -1, EINVAL>("gettimeofday"),
+    FailingBy<&OsCalls::adjtimex, -1, EPERM>("adjtimex"),
+    FailingBy<&OsCalls::sleep, 1U, EINTR>("sleep")};
 
 }  // namespace
 
@@ -97,10 +108,9 @@ void faults::Arm(const std::string& kind, std::size_t place) {
     return;
   }
   g_counted = Os();
-  g_counts = 0;
   g_failingPlace = place;
   for (const FailingCall& call : kFailingCalls) {
-    if (kind == call.name) {
+    if (kind == call.name || kind == kEachCall) {
       call.install();
     }
   }
@@ -111,8 +121,18 @@ std::size_t faults::Disarm() {
     return StopCountingAllocations();
   }
   Os() = g_counted;
-  return g_counts;
+  return CallsOf(g_kind);
+}
+
+std::size_t faults::CallsOf(const std::string& kind) {
+  for (const FailingCall& call : kFailingCalls) {
+    if (kind == call.name) {
+      return *call.counts;
+    }
+  }
+  return 0;
 }
 
 bool faults::HasFailed() { return g_hasFailed; }
+void faults::ForgetFailure() { g_hasFailed = false; }
 void faults::OnFailure(void (*action)()) { g_onFailure = action; }

@@ -9,6 +9,8 @@
 namespace faults {
 
 inline constexpr const char* kAllocation = "operator new";
+/// To count the calls of each kind; none fails.
+inline constexpr const char* kEachCall = "each call";
 
 /// The calls of the table that can fail, by their names there.
 [[nodiscard]] std::vector<std::string> OsCallNames();
@@ -18,8 +20,12 @@ inline constexpr const char* kAllocation = "operator new";
 void Arm(const std::string& kind, std::size_t place);
 /// The calls of the armed kind until now; nothing fails from now on.
 std::size_t Disarm();
+/// The calls of that kind until then.
+[[nodiscard]] std::size_t CallsOf(const std::string& kind);
 /// Whether the armed failure has come.
 [[nodiscard]] bool HasFailed();
+/// Nothing has failed yet.
+void ForgetFailure();
 /// What to do at the failure, on the armed thread; it must not allocate.
 void OnFailure(void (*action)());
 

@@ -3,15 +3,19 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstddef>
 #include <ctime>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "io/LoopTimer.h"
 #include "local/loop/DescriptorWatches.h"
 #include "local/loop/EventLoop.h"
 #include "local/loop/EventTimers.h"
+#include "local/schedule/BatchDesk.h"
 #include "local/schedule/ScheduleBook.h"
 #include "support/Descriptor.h"
 #include "tests/faults/Allocator.h"
@@ -19,6 +23,21 @@
 #include "tests/local/FakeAgent.h"
 
 namespace {
+
+int g_trims = 0;
+
+}  // namespace
+
+/// In the place of the library's.
+extern "C" int malloc_trim(std::size_t) noexcept {
+  ++g_trims;
+  return 0;
+}
+
+namespace {
+
+/// More allocations than a test makes.
+constexpr std::size_t kForLong = 1'000'000;
 
 /// Runs the loop until a stop is asked for, or for ten seconds.
 void RunLoop(EventLoop& loop, FakeAgent& agent) {
@@ -127,6 +146,123 @@ struct PoorSink : RecordSink {
   int ended = 0;
   int abandoned = 0;
 };
+
+struct RichSink : RecordSink {
+  void Take(const ScheduledRows&) override {}
+};
+
+/// Has the loop's thread get no memory from now on, until the want has been told so often.
+void StarveUntilTold(EventLoop& loop, int& told, int times) {
+  loop.OnNoMemory([&told, times] {
+    if (++told == times) {
+      faults::StopCountingAllocations();
+    }
+  });
+  faults::CountAllocations(1, kForLong);
+}
+
+TEST(LoopMemoryTest, ADescriptorIsWatchedOnThroughALongWantOfMemory) {
+  EventLoop loop;
+  DescriptorWatches watches(loop, [](const std::string& text) { ADD_FAILURE() << text; });
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const Descriptor reader(ends[0]);
+  const Descriptor writer(ends[1]);
+  FakeAgent agent;
+  int delivered = 0;
+  agent.onSocket = [&](int) {
+    ++delivered;
+    EventLoop::RequestStop();
+  };
+  ASSERT_EQ(watches.Watch(reader.Get()), 0);
+  int told = 0;
+  LoopTask starve;
+  starve.run = [&](CMBNode&) {
+    StarveUntilTold(loop, told, 5);
+    EXPECT_EQ(::write(writer.Get(), "a", 1), 1);
+  };
+  loop.Post(std::move(starve));
+  RunLoop(loop, agent);
+  faults::StopCountingAllocations();
+  EXPECT_EQ(told, 5);
+  EXPECT_EQ(delivered, 1);
+}
+
+TEST(LoopMemoryTest, TimesComeThroughALongWantOfMemory) {
+  // The records are those of the child alone.
+  EXPECT_TRUE(faults::RunInChild([] {
+    PublishFakeRecords();
+    EventLoop loop;
+    FakeAgent agent;
+    int batches = 0;
+    int delivered = 0;
+    const auto stopOnceBothCame = [&] {
+      if (batches > 0 && delivered > 0) {
+        EventLoop::RequestStop();
+      }
+    };
+    agent.onSocket = [&](int) {
+      ++delivered;
+      stopOnceBothCame();
+    };
+    agent.onBatch = [&](CMBMultipleRecordRequestEvent&) {
+      ++batches;
+      stopOnceBothCame();
+      return kNotifyDone;
+    };
+    BatchDesk desk;
+    RichSink sink;
+    ScheduleBook book(loop, desk, sink);
+    book.Load("./qmtagt.ini", {{"FAKE", "1", 1}}, [](const std::string&) {});
+    EventTimers timers(loop);
+    if (timers.Schedule(new CMBSocketEvent(7), 1, -1, std::time(nullptr) + 2) != 0) {
+      throw std::runtime_error("no timer");
+    }
+    LoopTask begin;
+    begin.run = [&](CMBNode&) { book.Start(); };
+    loop.Post(std::move(begin));
+    int told = 0;
+    // The first batch stands in the queue then.
+    LoopTimer later(loop);
+    later.After(std::chrono::milliseconds(10), [&] {
+      batches = 0;
+      StarveUntilTold(loop, told, 4);
+    });
+    RunLoop(loop, agent);
+    faults::StopCountingAllocations();
+    if (told != 4 || batches == 0 || delivered == 0) {
+      throw std::runtime_error("a time that was waited for has not come");
+    }
+  }));
+}
+
+TEST(LoopMemoryTest, ALargeAnswerSoonAfterAnotherIsGivenBackWithoutAThird) {
+  EXPECT_TRUE(faults::RunInChild([] {
+    PublishFakeRecords();
+    EventLoop loop;
+    FakeAgent agent;
+    agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+      for (int row = 0; row < 2000; ++row) {
+        batch.m_events.at(0)->m_records.push_back(new FakeRecord(1));
+      }
+      return kNotifyDone;
+    };
+    BatchDesk desk(loop, std::chrono::milliseconds(100));
+    const std::vector askers{
+        std::make_shared<RecordAsker>("FAKE", '4', RecordAsker::Look::kOnDemand, false)};
+    for (int answer = 0; answer < 2; ++answer) {
+      desk.Send(agent, askers, 0);
+      desk.ReleaseMemory();
+    }
+    const int atOnce = g_trims;
+    LoopTimer end(loop);
+    end.After(std::chrono::milliseconds(300), [] { EventLoop::RequestStop(); });
+    loop.Run(agent);
+    if (atOnce != 1 || g_trims != 2) {
+      throw std::runtime_error("the second answer is kept");
+    }
+  }));
+}
 
 TEST(LoopMemoryTest, AScheduleGoesOnAfterABatchWithoutMemory) {
   // The records are those of the child alone.

@@ -4,10 +4,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "tests/faults/Client.h"
+#include "tests/faults/DoneNotes.h"
 #include "tests/faults/Faults.h"
 #include "tests/faults/Walk.h"
 
@@ -17,6 +19,7 @@ using ::testing::HasSubstr;
 
 constexpr const char* kNoWorkgroups = "wgmap not built.";
 constexpr const char* kUnreadWorkgroups = "WorkGroup::GetIniFile failed.";
+constexpr std::size_t kSecondScrape = 5;
 
 // What the log or standard error says of memory that has run out.
 constexpr const char* kWordsOfMemory[] = {
@@ -71,6 +74,10 @@ class OneFaultTest : public ::testing::Test {
 
   /// What must hold whatever fails.
   static void ExpectSound(const WalkResult& walk) {
+    ExpectWhole(walk);
+    ExpectSameBatches(walk);
+  }
+  static void ExpectWhole(const WalkResult& walk) {
     ASSERT_TRUE(walk.HasEnded()) << "status " << walk.status << '\n' << walk.errors;
     if (walk.exitValue == 0) {  // else the end of the process closes them
       EXPECT_EQ(walk.descriptorsAfter, walk.descriptorsBefore);
@@ -83,6 +90,12 @@ class OneFaultTest : public ::testing::Test {
     if (walk.exitValue != 0) {
       EXPECT_EQ(walk.failedAt, 0U) << "a daemon that runs goes on";
     }
+    if (walk.exitValue == 0 && walk.failedAt < kSecondScrape) {
+      EXPECT_THAT(walk.answers.at(kSecondScrape - 1), HasSubstr("\n# EOF\n"));
+    }
+  }
+  /// The batches behind the failure are as in an undisturbed walk.
+  static void ExpectSameBatches(const WalkResult& walk) {
     for (std::size_t place = walk.failedAt; walk.exitValue == 0 && place < WalkResult::kBatches;
          ++place) {
       const std::string& answer = walk.answers.at(place);
@@ -117,6 +130,23 @@ class OneFaultTest : public ::testing::Test {
     return walk.exitValue == 0;
   }
 
+  /// `expectMore`: what must hold besides.
+  void TryEach(const std::vector<Fault>& each,
+               const std::function<void(const WalkResult&)>& expectMore) {
+    faults::DoneNotes notes;
+    s_walks->RunEach(notes.Left(each), [&](const Fault& fault, const WalkResult& walk) {
+      SCOPED_TRACE(fault.kind + ", call " + std::to_string(fault.place));
+      const int before = CountFailures();
+      ExpectSound(walk);
+      EXPECT_TRUE(walk.hasFailed);
+      expectMore(walk);
+      if (CountFailures() == before) {
+        notes.Note(fault);
+      }
+      return !Found(walk);
+    });
+  }
+
   int m_toldParts = 0;
   inline static const Walks* s_walks = nullptr;
   inline static const WalkResult* s_calm = nullptr;
@@ -132,25 +162,41 @@ TEST_F(OneFaultTest, UndisturbedWalksAreAlike) {
     EXPECT_EQ(s_calm->answers.at(place).find("\"error\""), std::string::npos);
   }
   EXPECT_THAT(s_calm->answers[3], HasSubstr("# EOF"));
-  ExpectSound(s_walks->Run({"stat", 0}));
 }
 
 TEST_F(OneFaultTest, ACallOfTheTable) {
-  std::vector<Fault> none;
-  for (const std::string& name : faults::OsCallNames()) {
-    none.push_back({name, 0});
-  }
+  const WalkResult counted = s_walks->Run({faults::kEachCall, 0});
+  ExpectSound(counted);
   std::vector<Fault> each;
-  s_walks->RunEach(none, [&](const Fault& fault, const WalkResult& walk) {
-    AddEvenly(each, fault.kind, walk.calls, 4);
-    return true;
-  });
+  for (const auto& [kind, calls] : counted.callsOf) {
+    AddEvenly(each, kind, calls, 4);
+  }
   EXPECT_GE(each.size(), 20U);
   std::printf("%zu calls of the table fail\n", each.size());
-  s_walks->RunEach(each, [&](const Fault& fault, const WalkResult& walk) {
-    SCOPED_TRACE(fault.kind + ", call " + std::to_string(fault.place));
-    ExpectSound(walk);
-    EXPECT_TRUE(walk.hasFailed);
+  TryEach(each, [](const WalkResult&) {});
+}
+
+/// A schedule of each second and one who follows it: neither ends by the failure.
+TEST_F(OneFaultTest, AnAllocationOfAFollowedSchedule) {
+  const WalkResult counted = s_walks->Run({faults::kAllocation, 0, true});
+  ExpectWhole(counted);
+  EXPECT_GE(counted.followed, WalkResult::kFollowed);
+  std::vector<Fault> each;
+  AddEvenly(each, faults::kAllocation, counted.calls, 7);
+  for (Fault& fault : each) {
+    fault.isFollowed = true;
+  }
+  faults::DoneNotes notes;
+  s_walks->RunEach(notes.Left(each), [&](const Fault& fault, const WalkResult& walk) {
+    SCOPED_TRACE("allocation " + std::to_string(fault.place));
+    const int before = CountFailures();
+    ExpectWhole(walk);
+    if (walk.exitValue == 0) {
+      EXPECT_GE(walk.followed, WalkResult::kFollowed);
+    }
+    if (CountFailures() == before) {
+      notes.Note(fault);
+    }
     return !Found(walk);
   });
 }
@@ -159,12 +205,8 @@ TEST_F(OneFaultTest, AnAllocation) {
   std::vector<Fault> each;
   AddEvenly(each, faults::kAllocation, s_calm->calls, 48);
   std::printf("%zu of %zu allocations fail\n", each.size(), s_calm->calls);
-  s_walks->RunEach(each, [&](const Fault& fault, const WalkResult& walk) {
-    SCOPED_TRACE("allocation " + std::to_string(fault.place));
-    ExpectSound(walk);
-    EXPECT_TRUE(walk.hasFailed);
+  TryEach(each, [](const WalkResult& walk) {
     EXPECT_TRUE(IsUnseen(walk) || IsMemoryTold(walk) || IsAnsweredByError(walk));
-    return !Found(walk);
   });
 }
 

@@ -4,11 +4,15 @@
 //   eintr        of each call that may wait, every second time is interrupted
 //   full=PART    there is no room for what is written to files whose paths have PART in them
 //   full=PART:N  the same of the N-th such write alone
+//   eio=CALL@PART  fsync, ftruncate or rename of files whose paths have PART in them fails
 // QMT_FAULTS_WHILE names a file without which nothing is done.
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/file.h>
+#include <sys/sem.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -22,6 +26,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 namespace {
 
@@ -31,6 +36,8 @@ struct Orders {
   bool isInterrupted = false;
   std::array<char, 64> full{};  ///< empty: nothing is
   long fullWrite = 0;           ///< 0: all of them
+  std::array<char, 16> failingCall{};
+  std::array<char, 64> failingPath{};
   const char* whileFile = nullptr;
 };
 
@@ -45,6 +52,10 @@ Orders ReadOrders() {
   orders.isInterrupted = std::strstr(text, "eintr") != nullptr;
   if (const char* full = std::strstr(text, "full="); full != nullptr) {
     std::sscanf(full, "full=%63[^: ]:%ld", orders.full.data(), &orders.fullWrite);
+  }
+  if (const char* failing = std::strstr(text, "eio="); failing != nullptr) {
+    std::sscanf(failing, "eio=%15[^@]@%63[^ ]", orders.failingCall.data(),
+                orders.failingPath.data());
   }
   return orders;
 }
@@ -106,25 +117,55 @@ iovec Shortened(int descriptor, const iovec& part) {
   return {part.iov_base, Shortened(descriptor, part.iov_len)};
 }
 
-bool IsPathFull(int descriptor) {
+bool HasPathPart(int descriptor, const char* part) {
   std::array<char, 32> link{};
   std::array<char, 4096> path{};
   std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", descriptor);
   return ::readlink(link.data(), path.data(), path.size() - 1) > 0 &&
-         std::strstr(path.data(), TheOrders().full.data()) != nullptr;
+         std::strstr(path.data(), part) != nullptr;
+}
+
+/// Whether this call fails, of a file whose path `hasPart` looks at.
+template <class HasPart>
+bool IsBroken(const char* call, HasPart hasPart) {
+  const Orders& orders = TheOrders();
+  const int code = errno;
+  const bool isBroken = std::strcmp(orders.failingCall.data(), call) == 0 && IsTimeForFaults() &&
+                        hasPart(orders.failingPath.data());
+  errno = isBroken ? EIO : code;
+  return isBroken;
+}
+
+bool IsSyncBroken(int descriptor) {
+  return IsBroken("fsync", [&](const char* part) { return HasPathPart(descriptor, part); });
 }
 
 bool IsFull(int descriptor) {
   static std::atomic<long> writes = 0;
   const int code = errno;
-  const bool isFull = TheOrders().full[0] != '\0' && IsTimeForFaults() && IsPathFull(descriptor) &&
+  const bool isFull = TheOrders().full[0] != '\0' && IsTimeForFaults() &&
+                      HasPathPart(descriptor, TheOrders().full.data()) &&
                       (TheOrders().fullWrite == 0 || ++writes == TheOrders().fullWrite);
   errno = isFull ? ENOSPC : code;
   return isFull;
 }
 
+/// Whether it is a pipe whose calls never wait: a loop's signals come by such a one.
+bool IsPipeWithoutWaits(int descriptor) {
+  const int code = errno;
+  struct ::stat status {};
+  const bool isPipe = ::fstat(descriptor, &status) == 0 && S_ISFIFO(status.st_mode) &&
+                      (::fcntl(descriptor, F_GETFL) & O_NONBLOCK) != 0;
+  errno = code;
+  return isPipe;
+}
+
+bool IsInterrupted(int descriptor, bool& isTurn) {
+  return TheOrders().isInterrupted && !IsPipeWithoutWaits(descriptor) && IsInterrupted(isTurn);
+}
+
 bool IsWriteFailing(int descriptor, bool& isTurn) {
-  return IsFull(descriptor) || IsInterrupted(isTurn);
+  return IsFull(descriptor) || IsInterrupted(descriptor, isTurn);
 }
 
 }  // namespace
@@ -134,7 +175,8 @@ extern "C" {
 ssize_t read(int descriptor, void* bytes, std::size_t size) {
   static const auto real = Real("read", &read);
   static thread_local bool isTurn = false;
-  return IsInterrupted(isTurn) ? -1 : real(descriptor, bytes, Shortened(descriptor, size));
+  return IsInterrupted(descriptor, isTurn) ? -1
+                                           : real(descriptor, bytes, Shortened(descriptor, size));
 }
 
 ssize_t pread64(int descriptor, void* bytes, std::size_t size, off64_t place) {
@@ -229,6 +271,95 @@ int accept(int descriptor, sockaddr* address, socklen_t* size) {
   static const auto real = Real("accept", &accept);
   static thread_local bool isTurn = false;
   return IsInterrupted(isTurn) ? -1 : real(descriptor, address, size);
+}
+
+int accept4(int descriptor, sockaddr* address, socklen_t* size, int flags) {
+  static const auto real = Real("accept4", &accept4);
+  static thread_local bool isTurn = false;
+  return IsInterrupted(isTurn) ? -1 : real(descriptor, address, size, flags);
+}
+
+int connect(int descriptor, const sockaddr* address, socklen_t size) {
+  static const auto real = Real("connect", &connect);
+  static thread_local bool isTurn = false;
+  // One to the network goes on all the same, so that a second call is another matter.
+  return address->sa_family == AF_UNIX && IsInterrupted(isTurn) ? -1
+                                                                : real(descriptor, address, size);
+}
+
+ssize_t recvfrom(int descriptor, void* bytes, std::size_t size, int flags, sockaddr* address,
+                 socklen_t* addressSize) {
+  static const auto real = Real("recvfrom", &recvfrom);
+  static thread_local bool isTurn = false;
+  return IsInterrupted(isTurn)
+             ? -1
+             : real(descriptor, bytes, Shortened(descriptor, size), flags, address, addressSize);
+}
+
+int flock(int descriptor, int operation) noexcept {
+  static const auto real = Real("flock", &flock);
+  static thread_local bool isTurn = false;
+  return (operation & LOCK_NB) == 0 && IsInterrupted(isTurn) ? -1 : real(descriptor, operation);
+}
+
+int semop(int set, sembuf* operations, std::size_t count) noexcept {
+  static const auto real = Real("semop", &semop);
+  static thread_local bool isTurn = false;
+  return IsInterrupted(isTurn) ? -1 : real(set, operations, count);
+}
+
+int semtimedop(int set, sembuf* operations, std::size_t count, const timespec* limit) noexcept {
+  static const auto real = Real("semtimedop", &semtimedop);
+  static thread_local bool isTurn = false;
+  return IsInterrupted(isTurn) ? -1 : real(set, operations, count, limit);
+}
+
+int nanosleep(const timespec* time, timespec* left) {
+  static const auto real = Real("nanosleep", &nanosleep);
+  static thread_local bool isTurn = false;
+  if (!IsInterrupted(isTurn)) {
+    return real(time, left);
+  }
+  if (left != nullptr) {
+    *left = *time;
+  }
+  return -1;
+}
+
+int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* left) {
+  static const auto real = Real("clock_nanosleep", &clock_nanosleep);
+  static thread_local bool isTurn = false;
+  if (!IsInterrupted(isTurn)) {
+    return real(clock, flags, time, left);
+  }
+  if (left != nullptr && (flags & TIMER_ABSTIME) == 0) {
+    *left = *time;
+  }
+  return EINTR;
+}
+
+int fsync(int descriptor) {
+  static const auto real = Real("fsync", &fsync);
+  return IsSyncBroken(descriptor) ? -1 : real(descriptor);
+}
+
+int fdatasync(int descriptor) {
+  static const auto real = Real("fdatasync", &fdatasync);
+  return IsSyncBroken(descriptor) ? -1 : real(descriptor);
+}
+
+int ftruncate64(int descriptor, off64_t size) noexcept {
+  static const auto real = Real("ftruncate64", &ftruncate64);
+  const auto hasPart = [&](const char* part) { return HasPathPart(descriptor, part); };
+  return IsBroken("ftruncate", hasPart) ? -1 : real(descriptor, size);
+}
+
+int ftruncate(int descriptor, off_t size) noexcept { return ftruncate64(descriptor, size); }
+
+int rename(const char* from, const char* to) noexcept {
+  static const auto real = Real("rename", &rename);
+  const auto hasPart = [&](const char* part) { return std::strstr(to, part) != nullptr; };
+  return IsBroken("rename", hasPart) ? -1 : real(from, to);
 }
 
 int poll(pollfd* states, nfds_t count, int limit) {

@@ -46,7 +46,9 @@ constexpr std::time_t kBetweenBatches = 60;
 // Level 30 has the traces that tell of a step without memory.
 constexpr const char* kSettings =
     "[Node]\nMessage Log Level = 30\n[Host]\nProfile = modern\n[Http]\nGate = none\n"
-    "[Schedule]\nPI = 3600\n";
+    "[Schedule]\n";
+constexpr const char* kRareSchedule = "PI = 3600\n";
+constexpr const char* kOftenSchedule = "PI = 1\nCPUP = 1\n";
 constexpr const char* kAllRecords =
     R"({"op":"get","rates":false,"records":["PI","CPUP","DEVD","DEVS","NIND","NINS","WGRP","PD",)"
     R"("FSL","FSR","PDI","PDS","PGM","TERM","USER","PRES","CGRP","NETD","SOCK","DISK","MEMD","KERN",)"
@@ -114,10 +116,36 @@ std::string Read(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+std::atomic<std::size_t> g_followed = 0;
+
+/// Follows the schedule, again after each lost connection.
+void Follow() {
+  while (!g_isServiceOver) {
+    faults::Client client([] { return g_isServiceOver.load(); });
+    client.Follow(R"({"op":"follow","records":["PI"]})", [](const std::string& line) {
+      g_followed += line.find(R"("event":"batch")") != std::string::npos ? 1 : 0;
+    });
+  }
+}
+
+void WaitForFollowed() {
+  constexpr int kLongest = 15'000;
+  for (int turn = 0; turn < kLongest && g_followed < WalkResult::kFollowed && !g_isServiceOver;
+       ++turn) {
+    // A batch of the time of the one before would be none.
+    g_now += turn % 500 == 0 ? 1 : 0;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
 /// The operator's part: each question on a connection of its own, so that a lost one costs one.
-void AskAll() {
-  const std::string ask[] = {kAllRecords, kAllRecords, kAllRecords,
-                             R"({"op":"metrics","format":"openmetrics"})", R"({"op":"shutdown"})"};
+void AskAll(bool isFollowed) {
+  const std::string ask[] = {kAllRecords,
+                             kAllRecords,
+                             kAllRecords,
+                             R"({"op":"metrics","format":"openmetrics"})",
+                             R"({"op":"metrics","format":"openmetrics"})",
+                             R"({"op":"shutdown"})"};
   // The socket is there before the start is over.
   std::string status;
   while (!g_isServiceOver && status.empty()) {
@@ -125,6 +153,9 @@ void AskAll() {
   }
   Write("status", status);
   for (std::size_t place = 0; place < WalkResult::kQuestions; ++place) {
+    if (isFollowed && place + 1 == WalkResult::kQuestions) {
+      WaitForFollowed();
+    }
     faults::Client client([] { return g_isServiceOver.load(); });
     g_question = place + 1;
     g_now = kFirstBatch + static_cast<std::time_t>(place) * kBetweenBatches;
@@ -160,7 +191,7 @@ bool HasLeak() {
 }
 
 /// The child's whole life; its findings are files of the working directory.
-[[noreturn]] void Walk(const std::string& kind, std::size_t place) {
+[[noreturn]] void Walk(const Fault& fault) {
   ::alarm(kLimitSeconds);
   const int errors = ::open("stderr.txt", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
   ::dup2(errors, STDERR_FILENO);
@@ -171,17 +202,26 @@ bool HasLeak() {
   (void)::backtrace(&caller, 1);
   g_placeFile = ::open("place", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   const int before = OpenDescriptors();
-  std::thread asker(AskAll);
+  std::thread asker(AskAll, fault.isFollowed);
+  std::thread follower([isFollowed = fault.isFollowed] {
+    if (isFollowed) {
+      Follow();
+    }
+  });
   faults::OnFailure(NotePlaceOfFailure);
-  faults::Arm(kind, place);
+  faults::Arm(fault.kind, fault.place);
   const int exitValue = RunDaemon();
   const std::size_t calls = faults::Disarm();
   g_isServiceOver = true;
   asker.join();
+  follower.join();
   std::ostringstream figures;
   const int after = OpenDescriptors();
   figures << exitValue << ' ' << calls << ' ' << faults::HasFailed() << ' ' << g_failedAt << ' '
-          << before << ' ' << after << ' ' << HasLeak();
+          << before << ' ' << after << ' ' << HasLeak() << ' ' << g_followed;
+  for (const std::string& name : faults::OsCallNames()) {
+    figures << ' ' << faults::CallsOf(name);
+  }
   Write("figures", figures.str());
   ::_exit(0);
 }
@@ -191,7 +231,10 @@ WalkResult ReadResult(const fs::path& folder, int status) {
   result.status = status;
   std::istringstream figures(Read(folder / "figures"));
   figures >> result.exitValue >> result.calls >> result.hasFailed >> result.failedAt >>
-      result.descriptorsBefore >> result.descriptorsAfter >> result.hasLeak;
+      result.descriptorsBefore >> result.descriptorsAfter >> result.hasLeak >> result.followed;
+  for (const std::string& name : faults::OsCallNames()) {
+    figures >> result.callsOf[name];
+  }
   result.failedPlace = Read(folder / "place");
   result.firstAnswer = Read(folder / "status");
   for (std::size_t place = 0; place < WalkResult::kQuestions; ++place) {
@@ -232,13 +275,14 @@ class RunningWalk {
  public:
   explicit RunningWalk(const Fault& fault) {
     fs::create_directories(m_folder.Path() / "opt/qmtrx/mond");
-    std::ofstream(m_folder.Path() / "qmtagt.ini") << kSettings;
+    std::ofstream(m_folder.Path() / "qmtagt.ini")
+        << kSettings << (fault.isFollowed ? kOftenSchedule : kRareSchedule);
     std::ofstream(m_folder.Path() / "wgfile") << "workgroup = root\nusers = root\n";
     m_child = ::fork();
     if (m_child == 0) {
       fs::current_path(m_folder.Path());
       SetProductRoot(m_folder.Path().string());
-      Walk(fault.kind, fault.place);
+      Walk(fault);
     }
   }
   ~RunningWalk() { Wait(); }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,15 +11,19 @@
 #include "tests/scripted/ProcessTree.h"
 
 /// What a walk came to. A walk is the daemon's whole life on its own node: a start, three batches
-/// with all records, a scrape of metrics, and a stop.
+/// with all records, two scrapes of metrics, and a stop. Where it is followed, two records are
+/// scheduled each second, and it stops once a follower has heard of kFollowed of their batches.
 struct WalkResult {
-  /// The batches, the scrape, and the stop, as far as it is asked by a client.
-  static constexpr std::size_t kQuestions = 5;
+  /// The batches, the scrapes, and the stop, as far as it is asked by a client.
+  static constexpr std::size_t kQuestions = 6;
   static constexpr std::size_t kBatches = 3;
+  static constexpr std::size_t kFollowed = 3;
 
   int status = 0;         ///< as waitpid(2) tells it
   int exitValue = -1;     ///< the daemon's; -1 where it did not come to its end
   std::size_t calls = 0;  ///< of the kind that was armed
+  /// By kind, where each call was armed.
+  std::map<std::string, std::size_t> callsOf;
   bool hasFailed = false;
   /// The question that was under way at the failure, counted from 1; 0 for the start.
   std::size_t failedAt = 0;
@@ -26,10 +31,11 @@ struct WalkResult {
   std::array<std::string, kQuestions> answers;  ///< empty for none
   int descriptorsBefore = 0;
   int descriptorsAfter = 0;
-  bool hasLeak = false;     ///< as the sanitizer tells it; false without one
-  std::string log;          ///< the message log
-  std::string errors;       ///< what came to standard error
-  std::string failedPlace;  ///< the callers, as addresses in this program
+  std::size_t followed = 0;  ///< batches of the schedule that a follower has heard of
+  bool hasLeak = false;      ///< as the sanitizer tells it; false without one
+  std::string log;           ///< the message log
+  std::string errors;        ///< what came to standard error
+  std::string failedPlace;   ///< the callers, as addresses in this program
 
   [[nodiscard]] bool HasEnded() const;
 };
@@ -38,6 +44,7 @@ struct WalkResult {
 struct Fault {
   std::string kind;
   std::size_t place;
+  bool isFollowed = false;
 };
 
 /// A host whose figures stand still, and walks on it, each in a process and a folder of its own, so

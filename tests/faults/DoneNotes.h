@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/faults/Walk.h"
+
+namespace faults {
+
+/// Which faults have been tried without a finding, in the file that the variable QMT_FAULTS_DONE
+/// names, so that hours of them can go on where they were interrupted. Without the variable nothing
+/// is noted.
+class DoneNotes {
+ public:
+  DoneNotes() {
+    const char* path = std::getenv("QMT_FAULTS_DONE");
+    if (path == nullptr) {
+      return;
+    }
+    std::ifstream before(path);
+    for (std::string line; std::getline(before, line);) {
+      m_done.insert(line);
+    }
+    m_file.open(path, std::ios::app);
+  }
+  [[nodiscard]] std::vector<Fault> Left(const std::vector<Fault>& faults) const {
+    std::vector<Fault> left;
+    for (const Fault& fault : faults) {
+      if (!m_done.contains(LineOf(fault))) {
+        left.push_back(fault);
+      }
+    }
+    return left;
+  }
+  void Note(const Fault& fault) {
+    if (m_file.is_open()) {
+      m_file << LineOf(fault) << std::endl;
+    }
+  }
+
+ private:
+  static std::string LineOf(const Fault& fault) {
+    return fault.kind + ' ' + std::to_string(fault.place) + (fault.isFollowed ? " followed" : "");
+  }
+
+  std::set<std::string> m_done;
+  std::ofstream m_file;
+};
+
+}  // namespace faults

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/faults/Walk.h"
+
+/// What a walk of the gate came to: it starts, is scraped by HTTP, pushes kRows rows of two records
+/// to a server, is scraped again, pushes one row more, and is stopped.
+struct GateWalkResult {
+  static constexpr int kRows = 8;
+
+  int status = 0;        ///< as waitpid(2) tells it
+  bool hasHung = false;  ///< it did not stop by its signal
+  int exitValue = -1;    ///< of the gate; -1 where it did not come to its end
+  bool hasFailed = false;
+  std::map<std::string, std::size_t> calls;  ///< by kind; of allocations where they were counted
+  int descriptorsBefore = 0;
+  int descriptorsAfter = 0;
+  bool hasLeak = false;     ///< as the sanitizer tells it; false without one
+  std::string errors;       ///< what came to standard error
+  std::string failedPlace;  ///< the callers, as addresses in this program
+
+  bool hasAddress = false;
+  std::vector<std::string> scrapes;  ///< status lines in turn, "right" for a right answer
+  std::vector<std::string> samples;  ///< what the server has, each once
+  std::string told;                  ///< the last figures of the push that the daemon was told
+  std::string cursor;                ///< the file of the push's state
+};
+
+/// Walks of the gate alone, against a daemon and a server of the test's: each in processes and a
+/// folder of its own, several at a time. A fault's kind is kAllocation or a name of SystemCalls.h.
+void RunGateWalks(const std::vector<Fault>& faults,
+                  const std::function<void(const Fault& fault, const GateWalkResult& walk)>& look);
