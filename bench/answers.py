@@ -24,7 +24,7 @@ def socket(context):
                 raw = f"`qmtctl get PD --raw`, {source}"
                 before = one.cpu()
                 spent, took[raw] = Once([one.control, "--socket", "run/control.sock", "get", "PD", "--raw"],
-                                           one.folder).sample()
+                                        one.folder).sample()
                 used[raw] = (one.cpu() - before, spent)
                 bare = f"a bare client, {source}"
                 before = one.cpu()
@@ -33,17 +33,24 @@ def socket(context):
                 took[bare] = time.perf_counter() - begin
                 used[bare] = (one.cpu() - before, time.process_time() - own)
             spent, took["ps"] = ps.sample()
-            used["ps"] = (0.0, spent)
+            # It has no daemon.
+            used["ps"] = (None, spent)
             turns.append(took)
             cpu.append(used)
     finally:
         stop_all(agents.values())
     print(f"\n### `PD` over the socket, {context.population} processes, {len(turns)} turns")
+
+    def milliseconds(name, side):
+        values = [each[name][side] for each in cpu]
+        return "-" if None in values else spread([value * 1000 for value in values], 0)
+
     table(("", "elapsed, ms", "to `ps -eF`", "CPU of the daemon, ms", "CPU of the client, ms"),
           [(name, spread([each[name] * 1000 for each in turns], 0), ratio(turns, name, "ps") if name != "ps" else "",
-            *(spread([each[name][side] * 1000 for each in cpu], 0) for side in (0, 1))) for name in turns[0]])
+            *(milliseconds(name, side) for side in (0, 1))) for name in turns[0]])
     print(f"An answer has {max(sizes.values())} bytes.\n")
-    work({"agent": "PD of all processes, collected for this question, as JSON; the bare client reads it and does no more",
+    work({"agent": "PD of all processes, collected for this question, as JSON; the bare client reads it and does no "
+                   "more",
           "ps": programs.WORK["ps"]})
     for name in (name for name in turns[0] if name != "ps"):
         context.aims.add(f"PD, {name}, elapsed, to `ps -eF`, {context.population} processes", 1.5,

@@ -2,8 +2,8 @@
 used of processor and memory, and tables of ratios.
 
 CPU time is that of a program with all processes that it started, user and system: of the living by their clocks, of
-those that have ended from /proc/PID/stat, in steps of 10 ms. Memory is that of the same
-processes, from smaps_rollup: resident, and as a share (PSS), where a page that n processes map counts 1/n.
+those that have ended from /proc/PID/stat, in steps of 10 ms. Memory is that of the same processes, from smaps_rollup:
+resident, and as a share (PSS), where a page that n processes map counts 1/n.
 """
 
 import ctypes
@@ -61,8 +61,14 @@ def fetch(address, path="/metrics"):
         return len(answer.read())
 
 
+def knows_children():
+    """Whether the kernel tells what a process has started; without that, `tree` has the process alone."""
+    pid = os.getpid()
+    return pathlib.Path(f"/proc/{pid}/task/{pid}/children").exists()
+
+
 def tree(pid):
-    """The process and all that it started, as far as they live."""
+    """The process and all that it started, as far as they live. Needs a kernel that tells them (`knows_children`)."""
     found = [pid]
     for one in found:
         try:
@@ -146,13 +152,14 @@ def stop_all(programs):
 class Once:
     """A program that is started for each sample."""
 
-    def __init__(self, words, folder=None):
+    def __init__(self, words, folder=None, env=None):
         self.words = words
         self.folder = folder
+        self.env = env
 
     def start(self):
-        return subprocess.Popen(self.words, cwd=self.folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                stderr=subprocess.DEVNULL)
+        return subprocess.Popen(self.words, cwd=self.folder, env=self.env, stdin=subprocess.DEVNULL,
+                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
     def sample(self):
         """Seconds of CPU and of time."""
@@ -223,8 +230,10 @@ class Agent(Program):
 
     def gate(self):
         """The number of the gate's process."""
-        return next(one for one in tree(self.pid)
-                    if pathlib.Path(f"/proc/{one}/comm").read_text().strip() == "qmt_gate")
+        for one in tree(self.pid):
+            if pathlib.Path(f"/proc/{one}/comm").read_text().strip() == "qmt_gate":
+                return one
+        raise RuntimeError("the daemon has no gate")
 
     def status(self):
         done = subprocess.run([self.control, "--socket", "run/control.sock", "status", "--json"], cwd=self.folder,

@@ -125,10 +125,10 @@ def start(context):
         "collectd, first row kept": (lambda folder: programs.collectd(folder, 1), first_row),
         "netdata, first figure by HTTP": (lambda folder: programs.netdata(folder, 1), first_chart),
     }
-    ending = {"sadc, one sample": lambda folder: [programs.SADC, "-S", "ALL", "1", "1", folder / "sa"],
-              "atop, one sample": lambda folder: ["atop", "-w", folder / "atop.raw", "1", "1"],
-              "pidstat, one answer": lambda _: ["pidstat", "-u", "-r", "-d", "-w", "-l"],
-              "ps, one answer": lambda _: ["ps", "-eF"]}
+    ending = {"sadc, one sample": lambda folder: Once([programs.SADC, "-S", "ALL", "1", "1", folder / "sa"], folder),
+              "atop, one sample": programs.atop_once,
+              "pidstat, one answer": lambda folder: Once(["pidstat", "-u", "-r", "-d", "-w", "-l"], folder),
+              "ps, one answer": lambda _: programs.ps()}
     turns = []
     for number in range(context.turns):
         took = {}
@@ -139,10 +139,10 @@ def start(context):
                 took[name] = time.perf_counter() - one.started
             finally:
                 one.stop()
-        for index, (name, words) in enumerate(ending.items()):
+        for index, (name, maker) in enumerate(ending.items()):
             folder = context.folder / f"ending{number}.{index}"
             folder.mkdir()
-            took[name] = Once(words(folder), folder).sample()[1]
+            took[name] = maker(folder).sample()[1]
         turns.append(took)
     print(f"\n### From the start of a program to its first figures, {context.population} processes, {len(turns)} turns")
     own = list(going)[:2]
