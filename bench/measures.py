@@ -119,12 +119,22 @@ class Program:
                                         preexec_fn=dies_with_parent)
         # It returns once the program has taken the place of this one.
         self.started = time.perf_counter()
+        self.asked_to_end = None
         self.pid = self.process.pid
 
     def stop(self):
         """Asks it to end, and makes it."""
-        self.process.terminate()
+        self.terminate()
         self.wait()
+
+    def terminate(self):
+        if self.asked_to_end is None:
+            self.asked_to_end = time.perf_counter()
+        self.process.terminate()
+
+    def ran(self):
+        """Seconds from its start until it was asked to end."""
+        return self.asked_to_end - self.started
 
     def wait(self):
         try:
@@ -144,7 +154,7 @@ class Program:
 def stop_all(programs):
     programs = list(programs)
     for one in programs:
-        one.process.terminate()
+        one.terminate()
     for one in programs:
         one.wait()
 
@@ -293,12 +303,18 @@ def spread(values, digits=2):
 
 
 def ratios(turns, name, peer):
+    """Of the turns in which the peer has something."""
     return [each[name] / each[peer] for each in turns if each[peer] > 0]
 
 
 def ratio(turns, name, peer):
     values = ratios(turns, name, peer)
-    return spread(values) if values else "-"
+    return spread(values) + of_turns(values, len(turns)) if values else "-"
+
+
+def of_turns(values, turns):
+    """How many turns there is a value of, where that is not all of them."""
+    return f", {len(values)} of {turns} turns" if len(values) < turns else ""
 
 
 def table(head, rows):
@@ -314,15 +330,18 @@ def work(lines):
 
 
 class Aims:
-    """What was wanted, beside what was measured."""
+    """What was wanted, beside what was measured in so many turns."""
 
-    def __init__(self):
+    def __init__(self, turns):
+        self.turns = turns
         self.rows = []
 
     def add(self, what, aim, values):
         if values:
             met = "met" if median(values) <= aim else "missed"
-            self.rows.append((what, f"{aim:g}", spread(values), met))
+            self.rows.append((what, f"{aim:g}", spread(values) + of_turns(values, self.turns), met))
+        else:
+            self.rows.append((what, f"{aim:g}", "-", "not measured"))
 
     def tell(self):
         if self.rows:

@@ -14,11 +14,9 @@ NETDATA = "/usr/sbin/netdata"
 APPS = "/usr/lib/netdata/plugins.d/apps.plugin"
 PACKAGES = ("prometheus-node-exporter", "sysstat", "atop", "procps", "collectd-core", "netdata-core", "prometheus",
             "victoria-metrics")
-# What the exporter has of the agent's records of the host: CPUX, DISK, NETD, SOCK, MEMD, PRES, FSL.
+# What the exporter has of the agent's records of the host: CPUX, DISK, NETD, SOCK, MEMD, PRES, FSL, KERN.
 COLLECTORS = ("cpu", "diskstats", "netdev", "netclass", "netstat", "sockstat", "meminfo", "vmstat", "pressure",
-              "filesystem")
-# And of PI, which besides counts processes and users.
-COLLECTORS_OF_PI = ("loadavg", "stat")
+              "filesystem", "loadavg", "stat")
 
 WORK = {
     "prometheus-node-exporter": "collects the host at each scrape and answers as text",

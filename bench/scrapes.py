@@ -11,7 +11,7 @@ from measures import (MODERN, Agent, Once, fetch, free_port, ratio, ratios, sett
 
 # Longer than the agent shares a batch between scrapes.
 EVERY = 1.1
-ALIKE = ("CPUX", "DISK", "NETD", "SOCK", "MEMD", "PRES", "FSL")
+ALIKE = ("CPUX", "DISK", "NETD", "SOCK", "MEMD", "PRES", "FSL", "KERN")
 POLL = 0.002
 
 
@@ -21,15 +21,15 @@ def page(records):
 
 def scrape(context):
     seconds = max(3, context.seconds)
-    alike = "the same collectors"
-    both = page((*ALIKE, "PI")), (*programs.COLLECTORS, *programs.COLLECTORS_OF_PI)
-    # What is asked for, of the agent and of the exporter, how the agent looks at processes, and the ratio that is wanted.
-    pairs = {"like records, without `PI`": (page(ALIKE), programs.COLLECTORS, "proc", 0.4),
-             "like records, and `PI`": (*both, "proc", 0.4)}
+    both = page((*ALIKE, "PI")), programs.COLLECTORS
+    # What is asked for, of the agent and of the exporter, how the agent looks at processes, and the ratio that is
+    # wanted where both do the same.
+    pairs = {"like records": (page(ALIKE), programs.COLLECTORS, "proc", 0.4),
+             "`/metrics/node`": ("/metrics/node", (), "proc", 0.4),
+             "like records, and `PI`": (*both, "proc", None)}
     if context.has_iterator:
-        pairs["like records, and `PI`, iterator"] = (*both, "iterator", 0.4)
+        pairs["like records, and `PI`, iterator"] = (*both, "iterator", None)
     pairs["all of `/metrics`"] = ("/metrics", (), "proc", None)
-    pairs["`/metrics/node`"] = ("/metrics/node", (), "proc", None)
     targets, exporters = {}, {}
     try:
         for number, (name, (path, collectors, source, _)) in enumerate(pairs.items()):
@@ -68,14 +68,17 @@ def scrape(context):
                      f"{sizes[keys[0]]}, {sizes[collectors]}",
                      *(f"{memory[id(agent)][kind]:.1f}, {memory[id(exporter)][kind]:.1f}" for kind in (0, 1))))
         if aim is not None:
-            context.aims.add(f"scrape, {name}, to {alike}, {context.population} processes", aim, ratios(turns, *keys))
+            peer = "the same collectors" if collectors else "the exporter's defaults"
+            context.aims.add(f"scrape, {name}, to {peer}, {context.population} processes", aim, ratios(turns, *keys))
     table(("asked for", "CPU of the agent, ms", "of the exporter, ms", "ratio", "bytes", "RSS, MB", "PSS, MB"), rows)
     work({"like records": f"{page(ALIKE)} beside an exporter with {', '.join(programs.COLLECTORS)}; the agent's has "
                           "besides the places and models of disks, states of sockets and addresses of interfaces",
-          "and `PI`": f"beside {', '.join(programs.COLLECTORS_OF_PI)} too; `PI` counts processes and users besides, "
-                      "for which all processes are looked at",
-          "the others": "beside an exporter with all that it has by default; `/metrics` has control groups, "
-                        "workgroups and sums over the processes besides",
+          "`/metrics/node`": "the exporter's names and labels, beside one with all that it has by default; "
+                             "docs/metrics.md has what of that is not given",
+          "and `PI`": "beside the exporter of the like records; `PI` counts processes and users, for which all "
+                      "processes are looked at, and the exporter does not",
+          "all of `/metrics`": "beside an exporter with all that it has by default; has control groups, workgroups and "
+                               "sums over the processes besides",
           "memory": "daemon and gate together"})
 
 
