@@ -4,7 +4,6 @@ import time
 
 import programs
 from measures import Agent, Once, ratio, ratios, settings, spread, stop_all, table, work
-from scrapes import answer
 
 
 def socket(context):
@@ -17,7 +16,7 @@ def socket(context):
         for source in sources:
             agents[source] = Agent(context.build, context.folder / source, settings({}, source=source))
         for one in agents.values():
-            answer(one, ["PD"])
+            one.rows(["PD"])
         for _ in range(context.turns):
             took, used = {}, {}
             for source, one in agents.items():
@@ -29,7 +28,7 @@ def socket(context):
                 bare = f"a bare client, {source}"
                 before = one.cpu()
                 begin, own = time.perf_counter(), time.process_time()
-                sizes[bare] = answer(one, ["PD"])
+                sizes[bare] = one.rows(["PD"])
                 took[bare] = time.perf_counter() - begin
                 used[bare] = (one.cpu() - before, time.process_time() - own)
             spent, took["ps"] = ps.sample()

@@ -1,7 +1,6 @@
 """The parts `scrape` and `start` of bench/compare: what an answer by HTTP costs, and how soon the first one comes."""
 
 import json
-import socket
 import time
 import urllib.request
 
@@ -94,23 +93,6 @@ def first_chart(one):
             raise ValueError("no figure yet")
 
 
-def answer(one, records):
-    """What the control socket says to a question for rows: all bytes of it."""
-    with socket.socket(socket.AF_UNIX) as peer:
-        peer.settimeout(30)
-        peer.connect(str(one.folder / "run/control.sock"))
-        peer.sendall(json.dumps({"op": "get", "records": records}).encode() + b"\n")
-        parts = bytearray()
-        while not parts.endswith(b"\n"):
-            part = peer.recv(1 << 20)
-            if not part:
-                raise OSError("the daemon hangs up")
-            parts += part
-        if not parts.startswith(b'{"ok":true') and not json.loads(parts)["ok"]:
-            raise OSError("the daemon refuses")
-        return len(parts)
-
-
 def start(context):
     """Seconds from the start of a program to its first figures."""
     def agent(folder):
@@ -122,7 +104,7 @@ def start(context):
 
     source = "iterator" if context.has_iterator else "proc"
     going = {
-        "agent, rows of `PI` by its socket": (agent, lambda one: answer(one, ["PI"])),
+        "agent, rows of `PI` by its socket": (agent, lambda one: one.rows(["PI"])),
         "agent, `/metrics`": (agent, lambda one: fetch(one.address)),
         "prometheus-node-exporter, `/metrics`": (programs.Exporter, lambda one: fetch(one.address)),
         "collectd, first row kept": (lambda folder: programs.collectd(folder, 1), first_row),
