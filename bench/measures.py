@@ -6,6 +6,7 @@ those that have ended from /proc/PID/stat, in steps of 10 ms. Memory is that of 
 resident, and as a share (PSS), where a page that n processes map counts 1/n.
 """
 
+import configparser
 import ctypes
 import json
 import os
@@ -27,9 +28,18 @@ LIBC = ctypes.CDLL(None)
 TICKS = os.sysconf("SC_CLK_TCK")
 
 PROCESS_RECORDS = ("PD", "PDI", "PDS", "PGM", "TERM", "USER", "WGRP")
-# Those of the packaged settings.
-HOST_RECORDS = ("PI", "CPUP", "CPUX", "DISK", "NETD", "SOCK", "MEMD", "PRES", "CGRP", "FSL")
-MODERN = (*HOST_RECORDS, "WGRP", "PDS", "PDX", "PDI")
+
+
+def packaged_records():
+    """Those that the packaged settings schedule under the host profile `modern`."""
+    ini = configparser.ConfigParser(interpolation=None)
+    ini.optionxform = str
+    ini.read_string((SOURCE / "packaging/qmtagt.ini").read_text())
+    return tuple(ini["Schedule"])
+
+
+MODERN = packaged_records()
+HOST_RECORDS = tuple(record for record in MODERN if record not in ("WGRP", "PDS", "PDX", "PDI"))
 CLASSIC = ("PI", "CPUP", "DEVD", "NIND", "WGRP", "PDS", "FSL", "PDI")
 
 
