@@ -4,7 +4,6 @@ import time
 
 import programs
 from measures import Agent, Once, ratio, ratios, settings, spread, stop_all, table, work
-from scrapes import answer
 
 
 def socket(context):
@@ -17,33 +16,40 @@ def socket(context):
         for source in sources:
             agents[source] = Agent(context.build, context.folder / source, settings({}, source=source))
         for one in agents.values():
-            answer(one, ["PD"])
+            one.rows(["PD"])
         for _ in range(context.turns):
             took, used = {}, {}
             for source, one in agents.items():
                 raw = f"`qmtctl get PD --raw`, {source}"
                 before = one.cpu()
                 spent, took[raw] = Once([one.control, "--socket", "run/control.sock", "get", "PD", "--raw"],
-                                           one.folder).sample()
+                                        one.folder).sample()
                 used[raw] = (one.cpu() - before, spent)
                 bare = f"a bare client, {source}"
                 before = one.cpu()
                 begin, own = time.perf_counter(), time.process_time()
-                sizes[bare] = answer(one, ["PD"])
+                sizes[bare] = one.rows(["PD"])
                 took[bare] = time.perf_counter() - begin
                 used[bare] = (one.cpu() - before, time.process_time() - own)
             spent, took["ps"] = ps.sample()
-            used["ps"] = (0.0, spent)
+            # It has no daemon.
+            used["ps"] = (None, spent)
             turns.append(took)
             cpu.append(used)
     finally:
         stop_all(agents.values())
     print(f"\n### `PD` over the socket, {context.population} processes, {len(turns)} turns")
+
+    def milliseconds(name, side):
+        values = [each[name][side] for each in cpu]
+        return "-" if None in values else spread([value * 1000 for value in values], 0)
+
     table(("", "elapsed, ms", "to `ps -eF`", "CPU of the daemon, ms", "CPU of the client, ms"),
           [(name, spread([each[name] * 1000 for each in turns], 0), ratio(turns, name, "ps") if name != "ps" else "",
-            *(spread([each[name][side] * 1000 for each in cpu], 0) for side in (0, 1))) for name in turns[0]])
+            *(milliseconds(name, side) for side in (0, 1))) for name in turns[0]])
     print(f"An answer has {max(sizes.values())} bytes.\n")
-    work({"agent": "PD of all processes, collected for this question, as JSON; the bare client reads it and does no more",
+    work({"agent": "PD of all processes, collected for this question, as JSON; the bare client reads it and does no "
+                   "more",
           "ps": programs.WORK["ps"]})
     for name in (name for name in turns[0] if name != "ps"):
         context.aims.add(f"PD, {name}, elapsed, to `ps -eF`, {context.population} processes", 1.5,

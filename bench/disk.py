@@ -28,8 +28,16 @@ def ask_history(folder, question):
 
 
 def history_bytes(folder):
-    """Of all pages, whether they stand in the file by now or in a log before it."""
-    return ask_history(folder, "SELECT page_count * page_size FROM pragma_page_count, pragma_page_size")[0][0]
+    """Of all pages, and of the file in which rows wait that came while somebody read, with the pages of its own tables.
+    The journal is not counted: it is there while a batch is written."""
+    pages = ask_history(folder, "SELECT page_count * page_size FROM pragma_page_count, pragma_page_size")[0][0]
+    return pages + files(folder, f"{HISTORY}-waiting")
+
+
+def history_error(folder):
+    """By how much its growth may be wrong: the last page of each table and index may be full or have room."""
+    return ask_history(folder, "SELECT page_size * (SELECT count(*) FROM sqlite_master WHERE rootpage > 0) "
+                               "FROM pragma_page_size")[0][0]
 
 
 def kept_bytes(name, program):
@@ -41,7 +49,8 @@ def kept_bytes(name, program):
 
 def parts_of(folder):
     """Bytes by table and index, where SQLite tells them, and what nothing uses."""
-    unused = ask_history(folder, "SELECT freelist_count * page_size FROM pragma_freelist_count, pragma_page_size")[0][0]
+    unused = ask_history(folder, "SELECT freelist_count * page_size "
+                                 "FROM pragma_freelist_count, pragma_page_size")[0][0]
     try:
         return dict(ask_history(folder, "SELECT name, sum(pgsize) FROM dbstat GROUP BY name")), unused
     except RuntimeError:
@@ -64,7 +73,9 @@ def rows(context):
         values, made, states = [], 0, [state()]
         before, _ = parts_of(one.folder)
         for _ in range(context.turns):
-            time.sleep(context.every * context.intervals())
+            time.sleep(context.every * context.intervals() - 0.5)
+            # Batches come in the middle of a second.
+            align(1, 0)
             states.append(state())
             (size, runs, _), (later, more, count) = states[-2:]
             values.append((later - size) / max(1, (more - runs) * count))
@@ -75,10 +86,10 @@ def rows(context):
     print(f"\n### A row of `PDI` in the history, {context.population} processes, {len(values)} turns")
     grown = {name: (size - before.get(name, 0)) / max(1, made) for name, size in after.items()}
     table(("", "bytes a row"),
-          [("the file", spread(values, 1)),
-           *((f"of these `{name}`", f"{value:.1f}") for name, value in sorted(grown.items(), key=lambda part: -part[1])
-             if value >= 0.05)])
-    print(f"What all pages of the file grow by, {made} rows; nothing has grown old yet, {unused} bytes are in pages that "
-          "nothing uses. The processes sleep, so that their figures are small and stay the same; those of busy ones "
-          "take more.\n")
+          [("the history", spread(values, 1)),
+           *((f"of these `{name}`", f"{value:.1f}")
+             for name, value in sorted(grown.items(), key=lambda part: -part[1]) if value >= 0.05)])
+    print(f"What all pages of the history grow by, {made} rows; nothing has grown old yet, {unused} bytes are in pages "
+          "that nothing uses. The processes sleep, so that their figures are small and stay the same; those of busy "
+          "ones take more.\n")
     context.aims.add(f"bytes a row of PDI on disk, {context.population} processes", 60, values)

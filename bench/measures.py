@@ -2,10 +2,11 @@
 used of processor and memory, and tables of ratios.
 
 CPU time is that of a program with all processes that it started, user and system: of the living by their clocks, of
-those that have ended from /proc/PID/stat, in steps of 10 ms. Memory is that of the same
-processes, from smaps_rollup: resident, and as a share (PSS), where a page that n processes map counts 1/n.
+those that have ended from /proc/PID/stat, in steps of 10 ms. Memory is that of the same processes, from smaps_rollup:
+resident, and as a share (PSS), where a page that n processes map counts 1/n.
 """
 
+import configparser
 import ctypes
 import json
 import os
@@ -27,9 +28,18 @@ LIBC = ctypes.CDLL(None)
 TICKS = os.sysconf("SC_CLK_TCK")
 
 PROCESS_RECORDS = ("PD", "PDI", "PDS", "PGM", "TERM", "USER", "WGRP")
-# Those of the packaged settings.
-HOST_RECORDS = ("PI", "CPUP", "CPUX", "DISK", "NETD", "SOCK", "MEMD", "PRES", "CGRP", "FSL")
-MODERN = (*HOST_RECORDS, "WGRP", "PDS", "PDX", "PDI")
+
+
+def packaged_records():
+    """Those that the packaged settings schedule under the host profile `modern`."""
+    ini = configparser.ConfigParser(interpolation=None)
+    ini.optionxform = str
+    ini.read_string((SOURCE / "packaging/qmtagt.ini").read_text())
+    return tuple(ini["Schedule"])
+
+
+MODERN = packaged_records()
+HOST_RECORDS = tuple(record for record in MODERN if record not in ("WGRP", "PDS", "PDX", "PDI"))
 CLASSIC = ("PI", "CPUP", "DEVD", "NIND", "WGRP", "PDS", "FSL", "PDI")
 
 
@@ -61,8 +71,14 @@ def fetch(address, path="/metrics"):
         return len(answer.read())
 
 
+def knows_children():
+    """Whether the kernel tells what a process has started; without that, `tree` has the process alone."""
+    pid = os.getpid()
+    return pathlib.Path(f"/proc/{pid}/task/{pid}/children").exists()
+
+
 def tree(pid):
-    """The process and all that it started, as far as they live."""
+    """The process and all that it started, as far as they live. Needs a kernel that tells them (`knows_children`)."""
     found = [pid]
     for one in found:
         try:
@@ -113,12 +129,22 @@ class Program:
                                         preexec_fn=dies_with_parent)
         # It returns once the program has taken the place of this one.
         self.started = time.perf_counter()
+        self.asked_to_end = None
         self.pid = self.process.pid
 
     def stop(self):
         """Asks it to end, and makes it."""
-        self.process.terminate()
+        self.terminate()
         self.wait()
+
+    def terminate(self):
+        if self.asked_to_end is None:
+            self.asked_to_end = time.perf_counter()
+        self.process.terminate()
+
+    def ran(self):
+        """Seconds from its start until it was asked to end."""
+        return self.asked_to_end - self.started
 
     def wait(self):
         try:
@@ -138,7 +164,7 @@ class Program:
 def stop_all(programs):
     programs = list(programs)
     for one in programs:
-        one.process.terminate()
+        one.terminate()
     for one in programs:
         one.wait()
 
@@ -146,13 +172,14 @@ def stop_all(programs):
 class Once:
     """A program that is started for each sample."""
 
-    def __init__(self, words, folder=None):
+    def __init__(self, words, folder=None, env=None):
         self.words = words
         self.folder = folder
+        self.env = env
 
     def start(self):
-        return subprocess.Popen(self.words, cwd=self.folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                stderr=subprocess.DEVNULL)
+        return subprocess.Popen(self.words, cwd=self.folder, env=self.env, stdin=subprocess.DEVNULL,
+                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
     def sample(self):
         """Seconds of CPU and of time."""
@@ -223,13 +250,34 @@ class Agent(Program):
 
     def gate(self):
         """The number of the gate's process."""
-        return next(one for one in tree(self.pid)
-                    if pathlib.Path(f"/proc/{one}/comm").read_text().strip() == "qmt_gate")
+        for one in tree(self.pid):
+            if pathlib.Path(f"/proc/{one}/comm").read_text().strip() == "qmt_gate":
+                return one
+        raise RuntimeError("the daemon has no gate")
+
+    def ask(self, question):
+        """All bytes that the control socket answers to the question. No client is started for it, so that many agents
+        are asked in some milliseconds."""
+        with socket.socket(socket.AF_UNIX) as peer:
+            peer.settimeout(ANSWER_SECONDS)
+            peer.connect(str(self.folder / "run/control.sock"))
+            peer.sendall(json.dumps(question).encode() + b"\n")
+            parts = bytearray()
+            while not parts.endswith(b"\n"):
+                part = peer.recv(1 << 20)
+                if not part:
+                    raise OSError("the daemon hangs up")
+                parts += part
+        if not parts.startswith(b'{"ok":true') and not json.loads(parts)["ok"]:
+            raise OSError("the daemon refuses")
+        return parts
+
+    def rows(self, records):
+        """How many bytes the answer to a question for rows has."""
+        return len(self.ask({"op": "get", "records": records}))
 
     def status(self):
-        done = subprocess.run([self.control, "--socket", "run/control.sock", "status", "--json"], cwd=self.folder,
-                              capture_output=True, text=True, check=False, timeout=ANSWER_SECONDS)
-        return json.loads(done.stdout)
+        return json.loads(self.ask({"op": "status"}))["status"]
 
     def runs(self):
         """How often that of its schedules has run which runs most often."""
@@ -284,12 +332,18 @@ def spread(values, digits=2):
 
 
 def ratios(turns, name, peer):
+    """Of the turns in which the peer has something."""
     return [each[name] / each[peer] for each in turns if each[peer] > 0]
 
 
 def ratio(turns, name, peer):
     values = ratios(turns, name, peer)
-    return spread(values) if values else "-"
+    return spread(values) + of_turns(values, len(turns)) if values else "-"
+
+
+def of_turns(values, turns):
+    """How many turns there is a value of, where that is not all of them."""
+    return f", {len(values)} of {turns} turns" if len(values) < turns else ""
 
 
 def table(head, rows):
@@ -305,15 +359,18 @@ def work(lines):
 
 
 class Aims:
-    """What was wanted, beside what was measured."""
+    """What was wanted, beside what was measured in so many turns."""
 
-    def __init__(self):
+    def __init__(self, turns):
+        self.turns = turns
         self.rows = []
 
     def add(self, what, aim, values):
         if values:
             met = "met" if median(values) <= aim else "missed"
-            self.rows.append((what, f"{aim:g}", spread(values), met))
+            self.rows.append((what, f"{aim:g}", spread(values) + of_turns(values, self.turns), met))
+        else:
+            self.rows.append((what, f"{aim:g}", "-", "not measured"))
 
     def tell(self):
         if self.rows:

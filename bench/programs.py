@@ -1,8 +1,10 @@
 """The programs that bench/compare sets beside the agent: how each is started, and on what.
 
-All of them listen on 127.0.0.1 at most and write below the folder that they are given.
+All of them listen on 127.0.0.1 at most, write below the folder that they are given, tell nobody outside anything
+and leave the machine's settings as they are.
 """
 
+import os
 import subprocess
 
 from measures import Once, Program, free_port
@@ -12,16 +14,14 @@ NETDATA = "/usr/sbin/netdata"
 APPS = "/usr/lib/netdata/plugins.d/apps.plugin"
 PACKAGES = ("prometheus-node-exporter", "sysstat", "atop", "procps", "collectd-core", "netdata-core", "prometheus",
             "victoria-metrics")
-# What the exporter has of the agent's records of the host: CPUX, DISK, NETD, SOCK, MEMD, PRES, FSL.
+# What the exporter has of the agent's records of the host: CPUX, DISK, NETD, SOCK, MEMD, PRES, FSL, KERN.
 COLLECTORS = ("cpu", "diskstats", "netdev", "netclass", "netstat", "sockstat", "meminfo", "vmstat", "pressure",
-              "filesystem")
-# And of PI, which besides counts processes and users.
-COLLECTORS_OF_PI = ("loadavg", "stat")
+              "filesystem", "loadavg", "stat")
 
 WORK = {
     "prometheus-node-exporter": "collects the host at each scrape and answers as text",
     "sadc": "the host's counters, all of them (-S ALL), appended to its file; no processes",
-    "atop": "the host and all processes, packed, into its own file (-w)",
+    "atop": "the host and all processes, packed, into its own file (-w), without the accounting of processes that end",
     "pidstat": "processor, memory, input and output and switches of the processes that did something, as text",
     "ps": "all processes as text (ps -eF), a program started for each sample",
     "collectd": "the host by plugins (cpu, memory, swap, vmem, disk, interface, df, load, protocols, tcpconns, "
@@ -53,8 +53,16 @@ def sadc(folder, every):
     return Program([SADC, "-S", "ALL", str(every), folder / "sa"], folder)
 
 
+# As root atop else switches on the accounting of processes, of the whole machine.
+WITHOUT_ACCOUNTING = {**os.environ, "ATOPACCT": ""}
+
+
 def atop(folder, every):
-    return Program(["atop", "-w", folder / "atop.raw", str(every)], folder)
+    return Program(["atop", "-w", folder / "atop.raw", str(every)], folder, env=WITHOUT_ACCOUNTING)
+
+
+def atop_once(folder):
+    return Once(["atop", "-w", folder / "atop.raw", "1", "1"], folder, env=WITHOUT_ACCOUNTING)
 
 
 def pidstat(folder, every):
@@ -84,6 +92,8 @@ def collectd(folder, every):
 def netdata(folder, every):
     for name in ("kept", "lib", "log"):
         (folder / name).mkdir(parents=True)
+    # Without this file in the folder of its settings it reports to its makers.
+    (folder / ".opt-out-from-anonymous-statistics").touch()
     port = free_port()
     off = ("timex", "tc", "idlejitter", "checks", "enable running new plugins", "netdata monitoring", "slabinfo",
            "nfacct", "perf", "statsd", "charts.d", "python.d", "go.d", "ebpf", "ioping", "freeipmi", "fping")
@@ -121,7 +131,8 @@ def netdata(folder, every):
 [plugins]
     apps = yes
 """ + "".join(f"    {name} = no\n" for name in off))
-    made = Program([NETDATA, "-D", "-c", folder / "netdata.conf"], folder)
+    made = Program([NETDATA, "-D", "-c", folder / "netdata.conf"], folder,
+                   env={**os.environ, "DISABLE_TELEMETRY": "1", "DO_NOT_TRACK": "1"})
     made.address = f"127.0.0.1:{port}"
     return made
 

@@ -1,7 +1,6 @@
 """The parts `scrape` and `start` of bench/compare: what an answer by HTTP costs, and how soon the first one comes."""
 
 import json
-import socket
 import time
 import urllib.request
 
@@ -11,7 +10,7 @@ from measures import (MODERN, Agent, Once, fetch, free_port, ratio, ratios, sett
 
 # Longer than the agent shares a batch between scrapes.
 EVERY = 1.1
-ALIKE = ("CPUX", "DISK", "NETD", "SOCK", "MEMD", "PRES", "FSL")
+ALIKE = ("CPUX", "DISK", "NETD", "SOCK", "MEMD", "PRES", "FSL", "KERN")
 POLL = 0.002
 
 
@@ -21,15 +20,15 @@ def page(records):
 
 def scrape(context):
     seconds = max(3, context.seconds)
-    alike = "the same collectors"
-    both = page((*ALIKE, "PI")), (*programs.COLLECTORS, *programs.COLLECTORS_OF_PI)
-    # What is asked for, of the agent and of the exporter, how the agent looks at processes, and the ratio that is wanted.
-    pairs = {"like records, without `PI`": (page(ALIKE), programs.COLLECTORS, "proc", 0.4),
-             "like records, and `PI`": (*both, "proc", 0.4)}
+    both = page((*ALIKE, "PI")), programs.COLLECTORS
+    # What is asked for, of the agent and of the exporter, how the agent looks at processes, and the ratio that is
+    # wanted where both do the same.
+    pairs = {"like records": (page(ALIKE), programs.COLLECTORS, "proc", 0.4),
+             "`/metrics/node`": ("/metrics/node", (), "proc", 0.4),
+             "like records, and `PI`": (*both, "proc", None)}
     if context.has_iterator:
-        pairs["like records, and `PI`, iterator"] = (*both, "iterator", 0.4)
+        pairs["like records, and `PI`, iterator"] = (*both, "iterator", None)
     pairs["all of `/metrics`"] = ("/metrics", (), "proc", None)
-    pairs["`/metrics/node`"] = ("/metrics/node", (), "proc", None)
     targets, exporters = {}, {}
     try:
         for number, (name, (path, collectors, source, _)) in enumerate(pairs.items()):
@@ -68,14 +67,17 @@ def scrape(context):
                      f"{sizes[keys[0]]}, {sizes[collectors]}",
                      *(f"{memory[id(agent)][kind]:.1f}, {memory[id(exporter)][kind]:.1f}" for kind in (0, 1))))
         if aim is not None:
-            context.aims.add(f"scrape, {name}, to {alike}, {context.population} processes", aim, ratios(turns, *keys))
+            peer = "the same collectors" if collectors else "the exporter's defaults"
+            context.aims.add(f"scrape, {name}, to {peer}, {context.population} processes", aim, ratios(turns, *keys))
     table(("asked for", "CPU of the agent, ms", "of the exporter, ms", "ratio", "bytes", "RSS, MB", "PSS, MB"), rows)
     work({"like records": f"{page(ALIKE)} beside an exporter with {', '.join(programs.COLLECTORS)}; the agent's has "
                           "besides the places and models of disks, states of sockets and addresses of interfaces",
-          "and `PI`": f"beside {', '.join(programs.COLLECTORS_OF_PI)} too; `PI` counts processes and users besides, "
-                      "for which all processes are looked at",
-          "the others": "beside an exporter with all that it has by default; `/metrics` has control groups, "
-                        "workgroups and sums over the processes besides",
+          "`/metrics/node`": "the exporter's names and labels, beside one with all that it has by default; "
+                             "docs/metrics.md has what of that is not given",
+          "and `PI`": "beside the exporter of the like records; `PI` counts processes and users, for which all "
+                      "processes are looked at, and the exporter does not",
+          "all of `/metrics`": "beside an exporter with all that it has by default; has control groups, workgroups and "
+                               "sums over the processes besides",
           "memory": "daemon and gate together"})
 
 
@@ -91,23 +93,6 @@ def first_chart(one):
             raise ValueError("no figure yet")
 
 
-def answer(one, records):
-    """What the control socket says to a question for rows: all bytes of it."""
-    with socket.socket(socket.AF_UNIX) as peer:
-        peer.settimeout(30)
-        peer.connect(str(one.folder / "run/control.sock"))
-        peer.sendall(json.dumps({"op": "get", "records": records}).encode() + b"\n")
-        parts = bytearray()
-        while not parts.endswith(b"\n"):
-            part = peer.recv(1 << 20)
-            if not part:
-                raise OSError("the daemon hangs up")
-            parts += part
-        if not parts.startswith(b'{"ok":true') and not json.loads(parts)["ok"]:
-            raise OSError("the daemon refuses")
-        return len(parts)
-
-
 def start(context):
     """Seconds from the start of a program to its first figures."""
     def agent(folder):
@@ -119,16 +104,16 @@ def start(context):
 
     source = "iterator" if context.has_iterator else "proc"
     going = {
-        "agent, rows of `PI` by its socket": (agent, lambda one: answer(one, ["PI"])),
+        "agent, rows of `PI` by its socket": (agent, lambda one: one.rows(["PI"])),
         "agent, `/metrics`": (agent, lambda one: fetch(one.address)),
         "prometheus-node-exporter, `/metrics`": (programs.Exporter, lambda one: fetch(one.address)),
         "collectd, first row kept": (lambda folder: programs.collectd(folder, 1), first_row),
         "netdata, first figure by HTTP": (lambda folder: programs.netdata(folder, 1), first_chart),
     }
-    ending = {"sadc, one sample": lambda folder: [programs.SADC, "-S", "ALL", "1", "1", folder / "sa"],
-              "atop, one sample": lambda folder: ["atop", "-w", folder / "atop.raw", "1", "1"],
-              "pidstat, one answer": lambda _: ["pidstat", "-u", "-r", "-d", "-w", "-l"],
-              "ps, one answer": lambda _: ["ps", "-eF"]}
+    ending = {"sadc, one sample": lambda folder: Once([programs.SADC, "-S", "ALL", "1", "1", folder / "sa"], folder),
+              "atop, one sample": programs.atop_once,
+              "pidstat, one answer": lambda folder: Once(["pidstat", "-u", "-r", "-d", "-w", "-l"], folder),
+              "ps, one answer": lambda _: programs.ps()}
     turns = []
     for number in range(context.turns):
         took = {}
@@ -139,10 +124,10 @@ def start(context):
                 took[name] = time.perf_counter() - one.started
             finally:
                 one.stop()
-        for index, (name, words) in enumerate(ending.items()):
+        for index, (name, maker) in enumerate(ending.items()):
             folder = context.folder / f"ending{number}.{index}"
             folder.mkdir()
-            took[name] = Once(words(folder), folder).sample()[1]
+            took[name] = maker(folder).sample()[1]
         turns.append(took)
     print(f"\n### From the start of a program to its first figures, {context.population} processes, {len(turns)} turns")
     own = list(going)[:2]
