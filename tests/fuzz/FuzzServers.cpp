@@ -6,9 +6,9 @@
 #include <sys/un.h>
 
 #include <algorithm>
-#include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -96,28 +96,54 @@ Descriptor LocalListener(const std::string& path) {
   return Bound(address);
 }
 
+bool HasPause(std::string answer) {
+  std::ranges::transform(answer, answer.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+  });
+  return answer.find("retry-after") != std::string::npos;
+}
+
 /// The server whose answers are the input's, then good ones, and a daemon that keeps two rows.
 class Far {
  public:
-  /// Up to 4 of them, each up to a zero byte.
+  /// Up to 4 of them, each up to a zero byte. Requests to the URL of before have no answer.
   void SetAnswers(Input& input) {
+    const std::lock_guard lock(m_mutex);
+    ++m_number;
     m_answers.clear();
     m_asked = 0;
     while (!input.IsEmpty() && m_answers.size() < 4) {
       m_answers.emplace_back(input.Until('\0'));
     }
   }
-  [[nodiscard]] bool HasSaidAll() const { return m_asked >= m_answers.size(); }
+  [[nodiscard]] bool HasSaidAll() const {
+    const std::lock_guard lock(m_mutex);
+    return m_asked >= m_answers.size();
+  }
+  /// Whether its last words may name a time that the sender is to wait for.
+  [[nodiscard]] bool HasAskedToWait() const {
+    const std::lock_guard lock(m_mutex);
+    return m_asked > 0 && m_asked <= m_answers.size() && HasPause(m_answers[m_asked - 1]);
+  }
+  /// Of these answers.
   [[nodiscard]] std::string Url() const {
     ::sockaddr_in address{};
     ::socklen_t size = sizeof address;
     ::getsockname(m_socket, reinterpret_cast<::sockaddr*>(&address), &size);
-    return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
+    const std::lock_guard lock(m_mutex);
+    return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + Path();
   }
   [[nodiscard]] std::string Socket() const { return m_folder.Path("s"); }
 
  private:
-  std::string Next() {
+  /// With the lock.
+  [[nodiscard]] std::string Path() const { return '/' + std::to_string(m_number) + '/'; }
+  /// On the thread of the server, which may come to a request when the next input is under way.
+  std::string Next(std::string_view head) {
+    const std::lock_guard lock(m_mutex);
+    if (head.substr(0, head.find('\r')).find(' ' + Path()) == std::string_view::npos) {
+      return "";
+    }
     const std::size_t asked = m_asked++;
     return asked < m_answers.size() ? m_answers[asked] : "HTTP/1.1 204 Done\r\n\r\n";
   }
@@ -136,12 +162,14 @@ class Far {
   }
 
   FuzzFolder m_folder;
+  mutable std::mutex m_mutex;  ///< of the next three
+  std::uint64_t m_number = 0;
   std::vector<std::string> m_answers;
-  std::atomic<std::size_t> m_asked = 0;
+  std::size_t m_asked = 0;
   Descriptor m_listener = LoopbackListener();
   int m_socket = m_listener.Get();
   PlainServer m_server{std::move(m_listener), "\r\n\r\n",
-                       [this](const std::string&) { return Next(); }};
+                       [this](const std::string& head) { return Next(head); }};
   PlainServer m_daemon{LocalListener(Socket()), "\n", [](const std::string&) { return Rows(); }};
 };
 
@@ -150,9 +178,20 @@ bool IsLine(const std::string& text) {
       text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; });
 }
 
-/// Runs until the server has said all, which `onChange` looks at, or waits for a time it has named.
+/// For `onChange`: stops if the server has said all or nobody is left to ask it; soon, if whoever
+/// asks may wait for as long as it was told.
+void StopIfSaid(const Far& far, GateLoop& loop, bool isDone) {
+  if (isDone || far.HasSaidAll()) {
+    loop.Stop();
+  } else if (far.HasAskedToWait()) {
+    loop.After(milliseconds(20), [&loop] { loop.Stop(); });
+  }
+}
+
+/// Runs until StopIfSaid() stops it.
 void RunUntilSaid(GateLoop& loop) {
-  loop.After(milliseconds(20), [&loop] { loop.Stop(); });
+  // There are no other pauses: longer takes only what is kept from running.
+  loop.After(milliseconds(2000), [&loop] { loop.Stop(); });
   loop.Run();
 }
 
@@ -184,15 +223,16 @@ void TakeSent(Far& far, GateLoop& loop) {
 template <class Receiver, class Pace>
 void TakeAlarms(Far& far, GateLoop& loop, Pace pace) {
   HttpSender sender(loop);
+  constexpr std::uint64_t kAlarms = 3;
+  const AlarmReceiver* told = nullptr;
   AlarmReceiverSettings settings;
   settings.report = [](const std::string& line) { Require(IsLine(line)); };
   settings.onChange = [&] {
-    if (far.HasSaidAll()) {
-      loop.Stop();
-    }
+    const ReceiverFigures& figures = told->Figures();
+    StopIfSaid(far, loop, figures.sent + figures.dropped == kAlarms);
   };
   Receiver receiver(loop, sender, far.Url(), settings, pace);
-  constexpr std::uint64_t kAlarms = 3;
+  told = &receiver;
   for (std::uint64_t id = 1; id <= kAlarms; ++id) {
     receiver.Take(ReadAlarm(Json{{"id", id}, {"alarm", "full"}, {"since", std::uint64_t{1}}}),
                   true);
@@ -205,11 +245,7 @@ void TakePushed(Far& far, GateLoop& loop) {
   HttpSender sender(loop);
   DaemonDesk desk(loop, far.Socket());
   const PushHooks hooks{[](const std::string& line) { Require(IsLine(line)); },
-                        [&] {
-                          if (far.HasSaidAll()) {
-                            loop.Stop();
-                          }
-                        }};
+                        [&] { StopIfSaid(far, loop, false); }};
   TargetSettings settings;
   settings.name = "far";
   settings.url = far.Url();
