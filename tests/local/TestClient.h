@@ -48,20 +48,28 @@ class TestClient {
            static_cast<ssize_t>(text.size());
   }
 
-  /// The next answer; null at the end of the connection.
-  Json Receive() {
+  /// The text of the next answer, which is long where there are many rows; empty at the end of the
+  /// connection.
+  std::string ReceiveText() {
+    std::size_t seen = 0;
     std::size_t end = 0;
-    while ((end = m_input.find('\n')) == std::string::npos) {
+    while ((end = m_input.find('\n', seen)) == std::string::npos) {
+      seen = m_input.size();
       char chunk[65536];
       const ssize_t count = ::recv(m_socket.Get(), chunk, sizeof chunk, 0);
       if (count <= 0) {
-        return nullptr;
+        return {};
       }
       m_input.append(chunk, static_cast<std::size_t>(count));
     }
-    const std::string line = m_input.substr(0, end);
+    std::string line = m_input.substr(0, end);
     m_input.erase(0, end + 1);
-    return JsonOf(line);
+    return line;
+  }
+  /// The next answer; null at the end of the connection.
+  Json Receive() {
+    const std::string line = ReceiveText();
+    return line.empty() ? Json(nullptr) : JsonOf(line);
   }
 
   /// So many bytes as they come; fewer at the end of the connection.
@@ -82,6 +90,11 @@ class TestClient {
   Json Ask(std::string_view line) {
     EXPECT_TRUE(Send(line));
     return Receive();
+  }
+
+  std::string AskForText(std::string_view line) {
+    EXPECT_TRUE(Send(line));
+    return ReceiveText();
   }
 
   void Hangup() { m_socket.Close(); }
