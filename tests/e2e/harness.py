@@ -1,5 +1,6 @@
 """What the end-to-end tests share: programs of their own folders, and a daemon to ask."""
 
+import contextlib
 import json
 import os
 import pathlib
@@ -135,6 +136,17 @@ class Agent(Process):
         if done.returncode != 0:
             raise ValueError(done.stderr)
         return json.loads(done.stdout)
+
+    @contextlib.contextmanager
+    def watch(self, records, seconds):
+        """The samples of two looks as the client tells them, each as soon as it has it."""
+        words = [self.build / "client/qmtctl", "--socket", "run/control.sock", "watch", *records, "--every",
+                 str(seconds), "--count", "2", "--json"]
+        with subprocess.Popen(words, cwd=self.home, stdout=subprocess.PIPE, text=True) as program:
+            try:
+                yield (json.loads(line) for line in program.stdout)
+            finally:
+                program.kill()
 
     def row(self, record, **key):
         rows = self.ask("get", record, "--raw")[0]["rows"]

@@ -69,15 +69,16 @@ class Findings:
         for label, read in readers.items():
             if f"{label}/sec" not in row:
                 continue
-            first, second = read(rates.before), read(rates.after)
-            if first is None or second is None:
+            first, within, second = (read(look) for look in (rates.before, rates.within, rates.after))
+            if first is None or within is None or second is None:
                 self.expect_same(f"{what} {label}/sec", row[f"{label}/sec"], None)
             else:
                 # The peers' seconds begin sooner and end later, but what comes at once comes in
-                # the agent's too.
-                self.expect(f"{what} {label}/sec", row[f"{label}/sec"],
-                            (second - first) / seconds, (second - first) / row["Interval"],
-                            unit)
+                # the agent's too, unless it came while the first looks were taken.
+                low = min((second - first) / seconds,
+                          (second - within) / max(rates.seconds_within, row["Interval"]))
+                self.expect(f"{what} {label}/sec", row[f"{label}/sec"], low,
+                            (second - first) / row["Interval"], unit)
 
 
 def pairs(first, second, row_of):

@@ -248,12 +248,13 @@ def pressure_mean(text, kind, seconds):
 def compare_pressure_rates(found, rates):
     for resource, row in rates.keyed("PRES", "Resource").items():
         for label, read in pressure_readers(resource).items():
-            first, second = read(rates.before), read(rates.after)
-            percent = None
-            if first is not None:
-                percent = min(100 * (second - first) / rates.exporter_seconds, 100)
+            percents = [None, None]
+            if read(rates.before) is not None:
+                percents = [min(100 * (read(rates.after) - read(look)) / seconds, 100)
+                            for look, seconds in ((rates.before, rates.exporter_seconds),
+                                                  (rates.within, rates.seconds_within))]
             label = label.replace("Seconds", "%")
-            found.between(f"PRES {resource} {label}", row[label], percent, percent, 1, 0.03)
+            found.between(f"PRES {resource} {label}", row[label], *percents, 1, 0.03)
 
 
 # Field of CPUX: mode of the exporter, and column of mpstat.
