@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
@@ -21,6 +22,8 @@ constexpr std::int64_t kSecondsPerDay = 86400;
 constexpr std::int64_t kBytesPerMegabyte = std::int64_t{1} << 20;
 /// The most that one batch removes of one table.
 constexpr int kRemovedRows = 500;
+/// How long a row may be too old: looking for some in each table costs as much as a small batch.
+constexpr std::int64_t kRemovalSeconds = 600;
 constexpr int kFreedPages = 256;
 constexpr int kKeptPages = 512 << 10;
 /// The most that one batch moves of one table out of the file of waiting rows.
@@ -40,13 +43,14 @@ std::string InsertText(const RecordLayout& layout, const std::string& table) {
   return "INSERT INTO " + QuotedName(table) + " (" + names + ") VALUES (" + places + ")";
 }
 
-/// Removes at most kRemovedRows of the oldest rows of a table that are older than `end`.
+/// Removes those of the kRemovedRows oldest rows of a table that are older than `end`, as one is
+/// whose time somebody has made none.
 int RemoveOldest(SqlDatabase& database, const std::string& table, std::int64_t end) {
   const std::string name = QuotedName(table);
   const std::string time = QuotedName(kTimeLabel);
-  SqlStatement statement =
-      database.Prepare("DELETE FROM " + name + " WHERE rowid IN (SELECT rowid FROM " + name +
-                       " WHERE " + time + " < ?1 ORDER BY " + time + " LIMIT ?2)");
+  SqlStatement statement = database.Prepare(
+      "DELETE FROM " + name + " WHERE rowid IN (SELECT rowid FROM " + name + " ORDER BY " +
+      AgeOrder(table) + " LIMIT ?2) AND (" + time + " < ?1 OR typeof(" + time + ") <> 'integer')");
   statement.Bind(1, end);
   statement.Bind(2, std::int64_t{kRemovedRows});
   statement.Run();
@@ -59,9 +63,9 @@ std::string OldestTable(SqlDatabase& database) {
   std::int64_t least = 0;
   for (const std::string& table : RecordTables(database)) {
     SqlStatement statement =
-        database.Prepare("SELECT min(" + QuotedName(kTimeLabel) + ") FROM " + QuotedName(table));
-    if (statement.Step() && !statement.IsNull(0) &&
-        (oldest.empty() || statement.Whole(0) < least)) {
+        database.Prepare("SELECT " + QuotedName(kTimeLabel) + " FROM " + QuotedName(table) +
+                         " ORDER BY " + AgeOrder(table) + " LIMIT 1");
+    if (statement.Step() && (oldest.empty() || statement.Whole(0) < least)) {
       least = statement.Whole(0);
       oldest = table;
     }
@@ -131,13 +135,15 @@ void HistoryStore::Close() {
   m_main = {};
   m_waiting = {};
   m_sizeBytes = 0;
+  m_removedUntil.reset();
 }
 
 void HistoryStore::Open() {
   ++m_openings;
   m_main.database = OpenFile(m_settings.file);
   // Reads the file's head.
-  m_sizeBytes = PageBytes(*m_main.database, m_main.database->Number("PRAGMA page_count"));
+  m_pageBytes = m_main.database->Number("PRAGMA page_size");
+  MeasureFile();
   std::error_code ignored;
   m_hasWaiting = std::filesystem::exists(WaitingFile(), ignored);
 }
@@ -349,6 +355,10 @@ void HistoryStore::EndBatch() {
   }
   const bool isMain = m_target == &m_main;
   try {
+    if (isMain) {
+      // Within the batch, where the file needs no locks of its own for that.
+      MeasureFile();
+    }
     Commit();
     if (isMain) {
       RemoveOld();
@@ -378,30 +388,43 @@ void HistoryStore::Commit() {
   }
 }
 
+void HistoryStore::MeasureFile() {
+  m_sizeBytes = m_main.database->Number("PRAGMA page_count") * m_pageBytes;
+  m_freeBytes = m_main.database->Number("PRAGMA freelist_count") * m_pageBytes;
+}
+
 void HistoryStore::RemoveOld() {
   const std::int64_t end = std::time(nullptr) - m_settings.days * kSecondsPerDay;
+  // A clock that was set back has left a time that would not come for long.
+  if (m_removedUntil && std::abs(end - *m_removedUntil) < kRemovalSeconds) {
+    return;
+  }
+  bool isMore = false;
   m_main.database->Execute("BEGIN IMMEDIATE");
   for (const std::string& table : RecordTables(*m_main.database)) {
-    RemoveOldest(*m_main.database, table, end);
+    isMore = RemoveOldest(*m_main.database, table, end) == kRemovedRows || isMore;
   }
+  MeasureFile();
   m_main.database->Execute("COMMIT");
+  if (!isMore) {
+    m_removedUntil = end;
+  }
 }
 
 void HistoryStore::RemoveExcess() {
   const std::int64_t limit = m_settings.megabytes * kBytesPerMegabyte;
   const auto end = std::chrono::steady_clock::now() + kRemovalTime;
-  const auto usedBytes = [this] {
-    return PageBytes(*m_main.database, m_main.database->Number("PRAGMA page_count") -
-                                           m_main.database->Number("PRAGMA freelist_count"));
-  };
-  while (usedBytes() > limit && std::chrono::steady_clock::now() < end) {
+  while (m_sizeBytes - m_freeBytes > limit && std::chrono::steady_clock::now() < end) {
     const std::string table = OldestTable(*m_main.database);
     if (table.empty() || RemoveOldest(*m_main.database, table, INT64_MAX) == 0) {
       break;
     }
+    MeasureFile();
   }
-  m_main.database->Execute("PRAGMA incremental_vacuum(" + std::to_string(kFreedPages) + ")");
-  m_sizeBytes = PageBytes(*m_main.database, m_main.database->Number("PRAGMA page_count"));
+  if (m_freeBytes > 0) {
+    m_main.database->Execute("PRAGMA incremental_vacuum(" + std::to_string(kFreedPages) + ")");
+    MeasureFile();
+  }
 }
 
 void HistoryStore::Fail(const SqlError& error) {

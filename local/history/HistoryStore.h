@@ -23,7 +23,8 @@ struct HistorySettings {
 
 /// Keeps the rows of the schedules in an SQL database, a table per record (HistoryTables.h). Each
 /// batch is one transaction: a kill at any moment loses the batch at work and no more. Rows that
-/// are too old, and the oldest ones while the file is too large, go in small steps after a batch.
+/// are too old, which is looked for every 10 minutes, and the oldest ones while the file is too
+/// large, go in small steps after a batch.
 ///
 /// While somebody reads the file nobody can write it. Batches then go into a second one beside it,
 /// FILE-waiting, from where they are moved in small steps as soon as the readers have gone; it goes
@@ -84,6 +85,7 @@ class HistoryStore : public RecordSink {
   [[nodiscard]] Table* FindTable(const ScheduledRows& rows, bool areTotals);
   [[nodiscard]] static std::int64_t TimeOf(const CMBRecord& row, std::time_t near);
   void Commit();
+  void MeasureFile();
   void RemoveOld();
   void RemoveExcess();
   void Fail(const SqlError& error);
@@ -98,7 +100,10 @@ class HistoryStore : public RecordSink {
   bool m_isBatchLost = false;  ///< nothing more of the batch at work is taken
   std::string m_problem;
   std::vector<std::string> m_notices;  ///< told once the batch at work is written
+  std::int64_t m_pageBytes = 0;
   std::int64_t m_sizeBytes = 0;
+  std::int64_t m_freeBytes = 0;                ///< those of m_sizeBytes that no row needs
+  std::optional<std::int64_t> m_removedUntil;  ///< what was older has gone; not known at first
   std::uint64_t m_lostBatches = 0;
   std::uint64_t m_openings = 0;
   std::size_t m_nextMoved = 0;  ///< the table that the next step of moving begins with

@@ -32,7 +32,7 @@ class HistoryStoreTest : public ::testing::Test {
   HistoryStoreTest() { PublishFakeRecords(); }
 
   void Keep(const HistorySettings& settings = {}) { m_store.Configure(settings); }
-  void Batch(std::int32_t time, std::size_t count = 1) {
+  void Batch(std::int32_t time, std::size_t count = 1, std::size_t totals = 0) {
     const std::vector<FakeRecord> records(count, FakeRecord(4000000000U, time));
     std::vector<const CMBRecord*> rows;
     for (const FakeRecord& record : records) {
@@ -40,6 +40,10 @@ class HistoryStoreTest : public ::testing::Test {
     }
     m_store.Take({"FAKE", '4', time, rows});
     m_store.Take({"BARE", '4', time, rows});
+    rows.resize(totals);
+    if (!rows.empty()) {
+      m_store.TakeTotals({"FAKE", '4', time, rows});
+    }
     m_store.EndBatch();
   }
   static std::int64_t Number(const std::string& text, const char* file = "records.db") {
@@ -175,16 +179,25 @@ TEST_F(HistoryStoreTest, AChangedLayoutAddsColumnsOrBeginsANewTable) {
 
 TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
   Keep({"records.db", 2, 1});
-  Batch(m_now - 3 * 86400, 1200);
+  const auto totals = [] { return Number("SELECT count(*) FROM \"FAKE totals\""); };
+  Batch(m_now - 3 * 86400, 1200, 800);
   EXPECT_EQ(Rows(), 700);
+  EXPECT_EQ(totals(), 300);
   Batch(m_now);
   Batch(m_now);
   EXPECT_EQ(Rows(), 2);
-  Batch(m_now - 5, 30000);
+  EXPECT_EQ(totals(), 0);
+  SqlDatabase("records.db", 1000).Execute("UPDATE FAKE SET \"Record Time\" = NULL");
+  Batch(m_now - 6, 1, 1);
+  Batch(m_now - 5, 30000, 10000);
   for (int i = 0; i < 300 && m_store.SizeBytes() > 1 << 20; ++i) {
     Batch(m_now);
   }
   EXPECT_LE(m_store.SizeBytes(), 1 << 20);
+  EXPECT_EQ(Number("SELECT count(*) FROM FAKE WHERE \"Record Time\" IS NULL"), 0);
+  EXPECT_EQ(Number("SELECT count(*) FROM \"FAKE totals\" WHERE \"Record Time\" < " +
+                   std::to_string(m_now - 5)),
+            0);
   EXPECT_GT(Rows(), 5000);
   EXPECT_GE(Number("SELECT count(*) FROM FAKE WHERE \"Record Time\" = " + std::to_string(m_now)),
             3);
