@@ -252,7 +252,7 @@ void ControlOperations::Records(const RequestPtr& request) {
                        {"served", row.served},
                        {"layout", registry.Find(row.name, row.category) != nullptr}});
   }
-  request->Succeed("records", list);
+  request->Succeed("records", std::move(list));
 }
 
 void ControlOperations::Schema(const RequestPtr& request) {

@@ -35,10 +35,10 @@ Json ControlRequest::Head(bool isOk) const {
   return answer;
 }
 
-void ControlRequest::Succeed(const char* name, const Json& value) const {
+void ControlRequest::Succeed(const char* name, Json value) const {
   Json answer = Head(true);
   if (name != nullptr) {
-    answer[name] = value;
+    answer[name] = std::move(value);
   }
   m_peer->Answer(JsonText(answer));
 }

@@ -69,7 +69,7 @@ class ControlRequest {
   [[nodiscard]] const std::shared_ptr<ControlPeer>& SharedPeer() const { return m_peer; }
 
   /// Answers that all went well, with one member besides; a null name adds none.
-  void Succeed(const char* name = nullptr, const Json& value = nullptr) const;
+  void Succeed(const char* name = nullptr, Json value = nullptr) const;
   void Fail(const ControlError& error) const;
   /// Answers that all went well, with one member and raw bytes behind the line.
   void SucceedRaw(const char* name, const Json& value, std::string bytes) const;

@@ -167,5 +167,5 @@ void GateQueries::Log(const ControlRequest& request) const {
                        {"level", KindName(message.kind)},
                        {"text", std::move(message.text)}});
   }
-  request.Succeed("log", list);
+  request.Succeed("log", std::move(list));
 }

@@ -12,6 +12,7 @@
 #include <variant>
 #include <vector>
 
+#include "json/JsonText.h"
 #include "json/RowText.h"
 #include "local/control/AskedRecords.h"
 #include "local/control/HistoryPoints.h"
@@ -143,9 +144,22 @@ std::function<Json(std::size_t)> ValuesOf(const HistoryRow& row) {
 }
 
 /// One page of rows, and where the next one begins.
-struct Page {
-  Json rows = Json::Array();
+class Page {
+ public:
+  void Add(const Json& row) {
+    m_rows += m_count++ == 0 ? "" : ",";
+    m_rows += JsonText(row);
+  }
+  [[nodiscard]] std::size_t Count() const { return m_count; }
+  /// The rows with a comma between two.
+  [[nodiscard]] std::string TakeRows() { return std::move(m_rows); }
+
   Json next = nullptr;
+
+ private:
+  /// Put into words at once: a tree of a page's rows takes several times the memory.
+  std::string m_rows;
+  std::size_t m_count = 0;
 };
 
 std::size_t PageRows(const WantedHistory& wanted) {
@@ -166,9 +180,9 @@ Page ReadPage(SqlDatabase& database, const WantedHistory& wanted, const HistoryR
       database, std::chrono::milliseconds(HistoryQueries::kPageMilliseconds),
       [&](const HistoryRow& row) {
         if (wanted.choices.Holds(ValuesOf(row))) {
-          page.rows.PushBack(wanted.choices.MakeRow(*wanted.layout, ValuesOf(row)));
+          page.Add(wanted.choices.MakeRow(*wanted.layout, ValuesOf(row)));
         }
-        return page.rows.Size() == most ? HistoryScan::Then::kStop : HistoryScan::Then::kGoOn;
+        return page.Count() == most ? HistoryScan::Then::kStop : HistoryScan::Then::kGoOn;
       });
   if (isMore) {
     page.next = NextOf(*scan.Last());
@@ -177,11 +191,14 @@ Page ReadPage(SqlDatabase& database, const WantedHistory& wanted, const HistoryR
 }
 
 void AnswerPage(const ControlRequest& request, const WantedHistory& wanted, Page page) {
-  request.Succeed("history",
-                  Json{{"record", wanted.layout->name},
-                       {"category", std::string(1, static_cast<char>(wanted.layout->category))},
-                       {"rows", std::move(page.rows)},
-                       {"next", std::move(page.next)}});
+  std::string head = request.AnswerHead() + ",\"history\":";
+  head += JsonText(Json{{"record", wanted.layout->name},
+                        {"category", std::string(1, static_cast<char>(wanted.layout->category))}});
+  head.back() = ',';
+  std::string text = page.TakeRows();
+  text.insert(0, head + "\"rows\":[");
+  text += "],\"next\":" + JsonText(page.next) + "}}";
+  request.Peer().Answer(std::move(text));
 }
 
 /// A page of the rows of one time, sorted: all of them are looked at, those of the page are read.
@@ -241,9 +258,9 @@ class SortedPage {
     const auto end = std::chrono::steady_clock::now() + kRequestTurn;
     const std::size_t most = PageRows(m_wanted);
     Page page;
-    while (next != m_found.end() && page.rows.Size() < most) {
+    while (next != m_found.end() && page.Count() < most) {
       m_rows.Fetch(database, next->place.row, [&](const HistoryRow& row) {
-        page.rows.PushBack(m_wanted.choices.MakeRow(*m_wanted.layout, ValuesOf(row)));
+        page.Add(m_wanted.choices.MakeRow(*m_wanted.layout, ValuesOf(row)));
       });
       ++next;
       if (std::chrono::steady_clock::now() >= end) {

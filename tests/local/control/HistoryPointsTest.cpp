@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <cmath>
@@ -19,6 +20,24 @@ namespace {
 using ::testing::HasSubstr;
 
 constexpr std::int64_t kBegin = 1000000;
+
+/// Bytes that the allocator has given out.
+std::size_t UsedBytes() {
+  const struct ::mallinfo2 info = ::mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+/// Looks how much memory is in use when its answer is there.
+class MeasuringPeer : public FakePeer {
+ public:
+  using FakePeer::FakePeer;
+  void Answer(std::string line) override {
+    used = UsedBytes();
+    FakePeer::Answer(std::move(line));
+  }
+
+  std::size_t used = 0;
+};
 
 /// A history with rows of FAKE, put there by SQL.
 class HistoryPointsTest : public ::testing::Test {
@@ -56,13 +75,16 @@ class HistoryPointsTest : public ::testing::Test {
   /// What is answered, in as many turns as it takes.
   Json Ask(const std::string& members) {
     const auto peer = std::make_shared<FakePeer>(Rights::kRead);
+    Ask(members, peer);
+    return JsonOf(peer->answers.at(0));
+  }
+  void Ask(const std::string& members, const std::shared_ptr<FakePeer>& peer) {
     m_queries.History(
         std::make_shared<ControlRequest>(JsonOf(R"({"record":"FAKE",)" + members + "}"), peer));
     if (peer->answers.empty()) {
       LookAgain(peer);
       m_loop.Run(m_agent);
     }
-    return JsonOf(peer->answers.at(0));
   }
   /// Others have their turns while rows are read.
   void LookAgain(const std::shared_ptr<FakePeer>& peer) {
@@ -256,6 +278,26 @@ TEST_F(HistoryPointsTest, PagesGoOnInAnyOrder) {
                    JsonText(answer["history"]["next"]));
     }
     EXPECT_EQ(told, expected) << members;
+  }
+}
+
+TEST_F(HistoryPointsTest, APageTakesLittleMoreMemoryThanItsText) {
+  [[maybe_unused]] constexpr std::size_t kLittle = std::size_t{64} << 10U;
+  std::vector<KeptRow> rows;
+  for (int i = 0; i < 1000; ++i) {
+    rows.push_back({kBegin, "a label of some length", i});
+  }
+  Keep(rows);
+  for (const char* members : {R"("limit":1000)", R"("at":1000000,"sort":["-Rate"])"}) {
+    // The database has its pages after the first one. A slow host's answer may have fewer rows.
+    ASSERT_NE(Ask(members)["history"]["rows"].Size(), 0U);
+    const auto peer = std::make_shared<MeasuringPeer>(Rights::kRead);
+    [[maybe_unused]] const std::size_t before = UsedBytes();
+    Ask(members, peer);
+    ASSERT_EQ(peer->answers.size(), 1U);
+#if !defined(__SANITIZE_ADDRESS__)
+    EXPECT_LT(peer->used, before + kLittle + 3 * peer->answers[0].size()) << members;
+#endif
   }
 }
 
