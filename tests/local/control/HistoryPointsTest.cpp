@@ -1,9 +1,4 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cmath>
-#include <map>
 #include <numeric>
 #include <random>
 
@@ -13,10 +8,9 @@
 #include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::HasSubstr;
 
 constexpr std::int64_t kBegin = 1000000;
 
