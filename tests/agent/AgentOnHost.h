@@ -1,11 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <memory>
-#include <string>
-
 #include "agent/UnixAgent.h"
 #include "collect/ProcLib.h"
 #include "support/HostPaths.h"

@@ -1,7 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-
 #include "records/RecordClasses.h"
 #include "support/HostProfile.h"
 #include "tests/agent/AgentOnHost.h"

@@ -1,15 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "agent/UnixAgent.h"
 #include "collect/ProcLib.h"
 #include "support/HostPaths.h"

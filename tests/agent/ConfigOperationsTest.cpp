@@ -1,5 +1,3 @@
-#include <cerrno>
-
 #include "agent/ConfigNames.h"
 #include "tests/agent/ConfigFixture.h"
 

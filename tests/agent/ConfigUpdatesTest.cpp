@@ -1,6 +1,3 @@
-#include <map>
-#include <utility>
-
 #include "agent/ConfigNames.h"
 #include "tests/agent/ConfigFixture.h"
 

@@ -191,21 +191,7 @@ TEST_F(ConfigurationTest, AMountTimeoutOutOfRangeLeavesTheProfilesOwn) {
   g_hostProfile = HostProfile::kClassic;
 }
 
-TEST_F(ConfigurationTest, ADepthOfGroupsOutOfRangeLeavesTheUsualOne) {
-  for (const auto& [setting, depth] :
-       {std::pair{"0", "0"}, {"64", "64"}, {"65", "3"}, {"-1", "3"}}) {
-    ScriptedNode::Reset();
-    Node().ini[{kHostSection, "", kGroupDepthLabel}] = setting;
-    MakeAgent(0);
-    EXPECT_EQ(0, Init());
-    EXPECT_EQ(depth, Option("Host", "Control Group Depth")) << setting;
-    const std::vector<IniProblem> problems = AgentSettingProblems(
-        std::vector{IniSetting{7, kHostSection, "", kGroupDepthLabel, setting}});
-    EXPECT_EQ(problems.size(), depth == std::string(setting) ? 0U : 1U) << setting;
-  }
-}
-
-TEST_F(ConfigurationTest, AProcessSourceOrRefreshThatIsNoneLeavesTheUsualOne) {
+TEST_F(ConfigurationTest, AHostSettingThatIsNoneLeavesTheUsualOne) {
   struct Row {
     const char* key;
     const char* setting;
@@ -222,6 +208,10 @@ TEST_F(ConfigurationTest, AProcessSourceOrRefreshThatIsNoneLeavesTheUsualOne) {
       {kProcessRefreshLabel, "1000", "1000", ""},
       {kProcessRefreshLabel, "0", "10", "no whole number from 1 to 1000"},
       {kProcessRefreshLabel, "1001", "10", "no whole number from 1 to 1000"},
+      {kGroupDepthLabel, "0", "0", ""},
+      {kGroupDepthLabel, "64", "64", ""},
+      {kGroupDepthLabel, "65", "3", "no whole number from 0 to 64"},
+      {kGroupDepthLabel, "-1", "3", "no whole number from 0 to 64"},
   };
   for (const Row& row : rows) {
     ScriptedNode::Reset();

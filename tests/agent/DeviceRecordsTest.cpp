@@ -1,20 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "collect/CategoryFlags.h"
-#include "collect/Collector.h"
 #include "collect/device/DeviceSourceLINUX.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
-#include "support/OsCalls.h"
-#include "support/Switches.h"
-#include "tests/scripted/Batch.h"
+#include "tests/scripted/BuilderFixture.h"
 #include "tests/scripted/Golden.h"
 #include "tests/scripted/ProcessTree.h"
-#include "tests/scripted/ScriptedNode.h"
 
 namespace {
 
@@ -22,7 +10,6 @@ constexpr tagPQLAUI kSchedule{.realtime = 0, .calcRates = 1};
 constexpr tagPQLAUI kLook{.realtime = 1, .calcRates = 0};
 constexpr tagPQLAUI kLookWithRates{.realtime = 1, .calcRates = 1};
 
-std::time_t g_now = 1'700'000'000;
 long g_upTime = 0;
 
 /// Figures that grow with `factor`: at 1 it has 60 reads and 40 writes, and was busy for 50 s.
@@ -43,19 +30,12 @@ DeviceIO Device(const std::string& name, const std::string& type = "disk", unsig
   return device;
 }
 
-class DeviceRecordsTest : public ::testing::Test {
+class DeviceRecordsTest : public BuilderFixture {
  protected:
   void SetUp() override {
-    ScriptedNode::Reset();
-    g_msgLogLevel = 30;
-    g_kernelVariant = kNewestKernel;
-    m_realCalls = Os();
-    Os().time = [](std::time_t*) { return g_now; };
-    g_now += 100'000;  // so that no test meets another one's trace of the last hour
-  }
-  void TearDown() override {
-    Os() = m_realCalls;
-    g_kernelVariant = kNewestKernel;
+    // So that no test meets another one's trace of the last hour.
+    static std::time_t later = 0;
+    s_now += later += 100'000;
   }
 
   template <class Row>
@@ -68,18 +48,8 @@ class DeviceRecordsTest : public ::testing::Test {
     const auto builder = std::is_same_v<Row, recordPI_DEVD>   ? &RecordBuilder::Build_DEVD
                          : std::is_same_v<Row, recordPI_DEVS> ? &RecordBuilder::Build_DEVS
                                                               : &RecordBuilder::Build_TAPS;
-    EXPECT_EQ((m_builder.*builder)(&asker.event, asker.event.m_requests.front()), nullptr);
-    std::vector<Row> rows = asker.Rows<Row>();
-    asker.NextAnswer();
-    return rows;
+    return BuildBy<Row>(builder, asker);
   }
-  static std::size_t Lines(const std::string& part) {
-    return ScriptedNode::Instance().LinesWith(part).size();
-  }
-
-  OsCalls m_realCalls{};
-  Collector m_collector;
-  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
 };
 
 TEST_F(DeviceRecordsTest, SecondScheduledRowsAreTheOnesWorkedOutByHand) {
@@ -91,7 +61,7 @@ TEST_F(DeviceRecordsTest, SecondScheduledRowsAreTheOnesWorkedOutByHand) {
   };
   Asker each("DEVD", '4', kSchedule);
   Asker sum("DEVS", '4', kSchedule);
-  g_now = 1'700'000'000;
+  s_now = 1'700'000'000;
   g_upTime = 1000;
   host.CopyFrom(fixture / "first");
   ASSERT_EQ(m_collector.collect(COLLECT_DEVICE, 0), nullptr);
@@ -100,7 +70,7 @@ TEST_F(DeviceRecordsTest, SecondScheduledRowsAreTheOnesWorkedOutByHand) {
   EXPECT_EQ(Lines("Created 0 DEVD record(s)."), 1U) << "only what is output counts";
   EXPECT_EQ(Lines("Created 1 DEVS record(s)."), 1U);
 
-  g_now += 10;
+  s_now += 10;
   g_upTime += 10;
   host.CopyFrom(fixture / "second");
   ASSERT_EQ(m_collector.collect(COLLECT_DEVICE, 0), nullptr);
@@ -152,7 +122,7 @@ TEST_F(DeviceRecordsTest, WhatGoesBackwardsIsZeroAndIsNotShown) {
     sumLook.NextAnswer();
     EXPECT_EQ(Build<recordPI_DEVD>(eachLook, before).size(), 1U);
     EXPECT_EQ(Build<recordPI_DEVS>(sumLook, before).size(), 1U);
-    g_now += 100;
+    s_now += 100;
     const auto row = Build<recordPI_DEVD>(each, after).at(0);
     EXPECT_EQ(row.seekOps, one.countsZero ? 0U : 9U);
     EXPECT_FLOAT_EQ(row.ioMbytes, one.mbytesZero ? 0.0F : 50.0F);
@@ -162,11 +132,11 @@ TEST_F(DeviceRecordsTest, WhatGoesBackwardsIsZeroAndIsNotShown) {
     EXPECT_EQ(total.ioMbytes, one.sumZero ? 0.0 : 50.0);
     EXPECT_EQ(Build<recordPI_DEVD>(eachLook, after).empty(), one.withheld);
     EXPECT_EQ(Build<recordPI_DEVS>(sumLook, after).empty(), one.sumWithheld);
-    g_now += 100;
+    s_now += 100;
   }
   const std::string fell = "field (io_mbytes) is less than that during previous interval";
   EXPECT_EQ(Lines(fell), 1U) << "once an hour";
-  g_now += 3600;
+  s_now += 3600;
   (void)Build<recordPI_DEVD>(each, {Device("dev8-0 sda", "disk", 0)});
   EXPECT_EQ(Lines(fell + "current Interval Data = 0, Previous interval Data = 100)"), 1U);
 }
@@ -193,13 +163,13 @@ TEST_F(DeviceRecordsTest, TapesThatGoBackwardsCountNothing) {
     Asker look("TAPS", '4', kLook);
     (void)Build<recordPI_TAPS>(asker, before);
     (void)Build<recordPI_TAPS>(look, before);
-    g_now += 100;
+    s_now += 100;
     const auto row = Build<recordPI_TAPS>(asker, after).at(0);
     EXPECT_EQ(row.reads, one.isBackwards ? 0U : 60U);
     EXPECT_EQ(row.totalIoOps, one.isBackwards ? 0U : 100U);
     EXPECT_EQ(row.ioMbytes, one.isBackwards ? 0U : 50U);
     EXPECT_EQ(Build<recordPI_TAPS>(look, after).empty(), one.isBackwards);
-    g_now += 100;
+    s_now += 100;
   }
   EXPECT_EQ(Lines("field (io_mbytes) is less than that during previous interval"), 1U);
 }
@@ -209,12 +179,12 @@ TEST_F(DeviceRecordsTest, LooksWithoutRatesCompareWithTheirLastAnswer) {
   Asker sum("DEVS", '4', kLook);
   const auto alone = Build<recordPI_DEVD>(each, {Device("dev8-1 sdb"), Device("dev3-0 hda")}).at(0);
   EXPECT_STREQ(alone.deviceName.c_str(), "hda") << "sorted by the name with its numbers";
-  EXPECT_EQ(alone.interval, static_cast<std::uint32_t>(g_now));
+  EXPECT_EQ(alone.interval, static_cast<std::uint32_t>(s_now));
   EXPECT_FLOAT_EQ(alone.readsPerSec, 60.0F);
   EXPECT_FLOAT_EQ(alone.readPercent + alone.busyPercent, 0.0F);
   EXPECT_EQ(Build<recordPI_DEVS>(sum).at(0).waitTime, tagUTIME{});
 
-  g_now += 200;
+  s_now += 200;
   const std::vector later{Device("dev8-1 sdb", "disk", 2), Device("dev3-0 hda", "disk", 2)};
   const auto row = Build<recordPI_DEVD>(each, later).at(0);
   EXPECT_FLOAT_EQ(row.readPercent, 60.0F);
@@ -271,7 +241,7 @@ TEST_F(DeviceRecordsTest, TapesWithHugeFigures) {
   std::vector tapes(3, Device("dev9-0 st", "tape"));
   Asker asker("TAPS", '4', kSchedule);
   (void)Build<recordPI_TAPS>(asker, tapes);
-  g_now += 10;
+  s_now += 10;
   tapes[0] = Device("dev9-0 st", "tape", 2);
   tapes[0].queueLength = 4;
   tapes[1].serviceSeconds = std::uint64_t{1} << 63U;  // has no low 32 bits

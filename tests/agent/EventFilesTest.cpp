@@ -1,5 +1,3 @@
-#include <fstream>
-
 #include "collect/log/MessagesSource.h"
 #include "support/ProductOptions.h"
 #include "tests/agent/AgentOnHost.h"

@@ -1,28 +1,15 @@
-#include <gtest/gtest.h>
 #include <sys/vfs.h>
 
-#include <cerrno>
-#include <filesystem>
 #include <limits>
-#include <string>
-#include <vector>
 
 #include "collect/CategoryFlags.h"
-#include "collect/Collector.h"
 #include "collect/filesystem/FileSystemSource.h"
 #include "collect/filesystem/QuotaSource.h"
 #include "collect/filesystem/StorageSource.h"
-#include "collect/process/NameCache.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
-#include "support/HostProfile.h"
-#include "support/OsCalls.h"
-#include "support/Switches.h"
-#include "tests/scripted/Batch.h"
+#include "tests/scripted/BuilderFixture.h"
 #include "tests/scripted/DumpedLines.h"
 #include "tests/scripted/Golden.h"
 #include "tests/scripted/ProcessTree.h"
-#include "tests/scripted/ScriptedNode.h"
 
 namespace {
 
@@ -34,19 +21,9 @@ Storage Stored(const char* path, std::int32_t owner, double mbytes) {
   return row;
 }
 
-class FileSystemRecordsTest : public ::testing::Test {
+class FileSystemRecordsTest : public BuilderFixture {
  protected:
-  void SetUp() override {
-    ScriptedNode::Reset();
-    g_msgLogLevel = 20;
-    m_realCalls = Os();
-    Os().time = [](std::time_t*) { return std::time_t{1'700'000'000}; };
-  }
-  void TearDown() override {
-    Os() = m_realCalls;
-    ClearUserNames();
-    g_hostProfile = HostProfile::kClassic;
-  }
+  void SetUp() override { g_msgLogLevel = 20; }
   template <class Row>
   std::vector<Row> Build(RecordBuilderFunction builder) {
     Asker asker(RecordTraits<Row>::kName, '3', {.realtime = 1, .calcRates = 0});
@@ -66,10 +43,6 @@ class FileSystemRecordsTest : public ::testing::Test {
     *m_collector.GetFileSystem() = {source};
     return Build<recordPD_FSL>(&RecordBuilder::BuildPD_FSL).at(0);
   }
-
-  OsCalls m_realCalls{};
-  Collector m_collector;
-  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
 };
 
 TEST_F(FileSystemRecordsTest, RowsAreTheOnesWorkedOutByHand) {

@@ -1,23 +1,10 @@
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include "collect/Collector.h"
 #include "collect/ipc/IPCSource.h"
 #include "collect/ipc/MsgSource.h"
 #include "collect/ipc/SHMSource.h"
 #include "collect/ipc/SemSource.h"
-#include "collect/process/NameCache.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
-#include "support/OsCalls.h"
-#include "support/Switches.h"
-#include "tests/scripted/Batch.h"
+#include "tests/scripted/BuilderFixture.h"
 #include "tests/scripted/DumpedLines.h"
 #include "tests/scripted/Golden.h"
-#include "tests/scripted/ScriptedNode.h"
 
 namespace {
 
@@ -48,22 +35,11 @@ Row Owned(std::int32_t key, std::uint32_t mode) {
   return row;
 }
 
-class IPCRecordsTest : public ::testing::Test {
+class IPCRecordsTest : public BuilderFixture {
  protected:
   void SetUp() override {
-    ScriptedNode::Reset();
-    g_msgLogLevel = 30;
-    m_realCalls = Os();
-    Os().time = [](std::time_t*) { return std::time_t{1'700'000'000}; };
     Os().getpwuid = AskUser;
     Os().getgrgid = AskGroup;
-    ClearUserNames();
-    ClearGroupNames();
-  }
-  void TearDown() override {
-    Os() = m_realCalls;
-    ClearUserNames();
-    ClearGroupNames();
   }
   template <class Row>
   void ExpectRow(RecordBuilderFunction builder, const std::string& golden, int rows = 1) {
@@ -81,13 +57,6 @@ class IPCRecordsTest : public ::testing::Test {
     ASSERT_EQ(told.size(), 1U);
     EXPECT_TRUE(told[0].sourceFile.starts_with("IPC")) << told[0].sourceFile;
   }
-  static std::size_t Lines(const std::string& part) {
-    return ScriptedNode::Instance().LinesWith(part).size();
-  }
-
-  OsCalls m_realCalls{};
-  Collector m_collector;
-  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
 };
 
 TEST_F(IPCRecordsTest, RowsAreTheOnesWorkedOutByHand) {

@@ -1,20 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "collect/CategoryFlags.h"
-#include "collect/Collector.h"
 #include "collect/device/DeviceSourceLINUX.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
-#include "support/HostProfile.h"
-#include "support/OsCalls.h"
-#include "tests/scripted/Batch.h"
+#include "tests/scripted/BuilderFixture.h"
 #include "tests/scripted/Golden.h"
 #include "tests/scripted/ProcessTree.h"
-#include "tests/scripted/ScriptedNode.h"
 
 namespace {
 
@@ -22,30 +10,16 @@ constexpr tagPQLAUI kIntervals{.realtime = 0, .calcRates = 1};
 constexpr tagPQLAUI kLooks{.realtime = 1, .calcRates = 0};
 constexpr tagPQLAUI kAverages{.realtime = 1, .calcRates = 1};
 
-std::time_t g_clock = 1'700'000'000;
-
-class ModernDeviceRecordsTest : public ::testing::Test {
+class ModernDeviceRecordsTest : public BuilderFixture {
  protected:
-  void SetUp() override {
-    ScriptedNode::Reset();
-    g_hostProfile = HostProfile::kModern;
-    g_clock = 1'700'000'000;
-    Os().time = [](std::time_t*) { return g_clock; };
-  }
-  void TearDown() override {
-    Os() = m_realCalls;
-    g_hostProfile = HostProfile::kClassic;
-  }
+  void SetUp() override { g_hostProfile = HostProfile::kModern; }
 
   void Collect() { ASSERT_EQ(m_collector.collect(COLLECT_DEVICE, 0), nullptr); }
   template <class Row>
   std::vector<Row> Build(Asker& asker) {
     const auto builder = std::is_same_v<Row, recordPI_DEVD> ? &RecordBuilder::Build_DEVD
                                                             : &RecordBuilder::Build_DEVS;
-    EXPECT_EQ((m_builder.*builder)(&asker.event, asker.event.m_requests.front()), nullptr);
-    std::vector<Row> rows = asker.Rows<Row>();
-    asker.NextAnswer();
-    return rows;
+    return BuildBy<Row>(builder, asker);
   }
 
   /// Collects at the given time disks of so many reads, which were of 1 Mbyte and took 1 ms each.
@@ -54,7 +28,7 @@ class ModernDeviceRecordsTest : public ::testing::Test {
     std::uint64_t reads;
   };
   void CollectReads(std::time_t when, const std::vector<DiskReads>& disks) {
-    g_clock = when;
+    s_now = when;
     std::string text;
     for (const auto& [name, reads] : disks) {
       const std::string count = std::to_string(reads);
@@ -74,10 +48,7 @@ class ModernDeviceRecordsTest : public ::testing::Test {
     Collect();
   }
 
-  const OsCalls m_realCalls = Os();
   const process_tree::HostTree m_host;
-  Collector m_collector;
-  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
   Asker m_each{"DEVD", '4', kIntervals};
   Asker m_sum{"DEVS", '4', kIntervals};
 };
@@ -89,7 +60,7 @@ TEST_F(ModernDeviceRecordsTest, TenSecondsOfManyDisks) {
   Collect();
   EXPECT_TRUE(Build<recordPI_DEVD>(m_each).empty());
   EXPECT_TRUE(Build<recordPI_DEVS>(m_sum).empty());
-  g_clock += 10;
+  s_now += 10;
   m_host.CopyFrom(fixture / "second");
   Collect();
   const auto rows = Build<recordPI_DEVD>(m_each);
@@ -145,7 +116,7 @@ TEST_F(ModernDeviceRecordsTest, CountersThatWrapGoOnAndOnesThatRestartCountNothi
     (void)Build<recordPI_DEVS>(m_sum);
     (void)Build<recordPI_DEVD>(look);
     (void)Build<recordPI_DEVS>(sumLook);
-    g_clock += 10;
+    s_now += 10;
     CollectDisk(one.readsAfter, one.sectorsAfter, one.millisecondsAfter);
     const auto row = Build<recordPI_DEVD>(m_each).at(0);
     EXPECT_EQ(row.readOps, one.growth);
@@ -165,7 +136,7 @@ TEST_F(ModernDeviceRecordsTest, CountersThatWrapGoOnAndOnesThatRestartCountNothi
       EXPECT_EQ(sumLooks[0].avgServiceTimePerOp, looks[0].avgServiceTime);
       EXPECT_FLOAT_EQ(sumLooks[0].readOpsPercent, 100);
     }
-    g_clock += 10;
+    s_now += 10;
   }
 }
 
@@ -179,14 +150,14 @@ TEST_F(ModernDeviceRecordsTest, NoTimeOrCountIsTooLongForAnAverage) {
   (void)Build<recordPI_DEVD>(m_each);
   (void)Build<recordPI_DEVS>(m_sum);
   (void)Build<recordPI_DEVS>(look);
-  g_clock += 4'000'000;
+  s_now += 4'000'000;
   collect("7200000000 0 8 3000000000 2400000000 0 8 3000000000 0 3000000000 4000000000\n");
   constexpr tagUTIME kBusy{3'000'000, 0};
   constexpr tagUTIME kWait{6'000'000, 0};
   constexpr tagUTIME kWeighted{4'000'000, 0};
   Asker sinceBoot("DEVD", '4', kAverages);
   Asker sumSinceBoot("DEVS", '4', kAverages);
-  g_clock = 4'000'000;
+  s_now = 4'000'000;
   const auto whole = Build<recordPI_DEVD>(sinceBoot).at(1);
   EXPECT_FLOAT_EQ(whole.busyPercent, 75);
   EXPECT_FLOAT_EQ(whole.readPercent, 75);
@@ -198,7 +169,7 @@ TEST_F(ModernDeviceRecordsTest, NoTimeOrCountIsTooLongForAnAverage) {
   EXPECT_FLOAT_EQ(wholeSum.readOpsPercent, 75);
   EXPECT_EQ(wholeSum.avgServiceTimePerOp, (tagUTIME{0, 312}));
   EXPECT_EQ(wholeSum.avgServiceTimePerDevice, kBusy);
-  g_clock = 1'704'000'000;
+  s_now = 1'704'000'000;
   const auto row = Build<recordPI_DEVD>(m_each).at(1);
   EXPECT_EQ(row.totalWaitTime, kWait);
   EXPECT_EQ(row.waitLengthTime, kWeighted);
@@ -224,7 +195,7 @@ TEST_F(ModernDeviceRecordsTest, ADiskThatGoesOrStartsAgainTakesNothingFromTheOth
   };
   for (const auto& interval : intervals) {
     SCOPED_TRACE(&interval - intervals);
-    CollectReads(g_clock + 10, interval.disks);
+    CollectReads(s_now + 10, interval.disks);
     const auto rows = Build<recordPI_DEVD>(m_each);
     std::vector<std::uint32_t> growths;
     for (const recordPI_DEVD& row : rows) {
@@ -245,7 +216,7 @@ TEST_F(ModernDeviceRecordsTest, LooksCompareMilliseconds) {
   CollectDisk(1000, 2048, 4'294'967'200);
   EXPECT_FLOAT_EQ(Build<recordPI_DEVD>(look).at(0).busyPercent, 0);
   (void)Build<recordPI_DEVS>(sumLook);
-  g_clock += 1;
+  s_now += 1;
   CollectDisk(1008, 2048, 304);  // 400 ms later
   const auto row = Build<recordPI_DEVD>(look).at(0);
   EXPECT_FLOAT_EQ(row.busyPercent, 40);
@@ -270,11 +241,11 @@ TEST_F(ModernDeviceRecordsTest, NamesAreCutAndMayChange) {
   Collect();
   (void)Build<recordPI_DEVD>(m_each);
   EXPECT_TRUE(Build<recordPI_DEVS>(m_sum).empty()) << "no physical device";
-  g_clock += 10;
+  s_now += 10;
   Collect();
   EXPECT_EQ(Build<recordPI_DEVD>(m_each).at(0).deviceName.view(), "dm-1 " + own.substr(0, 34));
   m_host.Write("/sys/block/dm-1/dm/name", "new\tname\n");
-  g_clock += 10;
+  s_now += 10;
   Collect();
   const auto row = Build<recordPI_DEVD>(m_each).at(0);
   EXPECT_STREQ(row.deviceName.c_str(), "dm-1 new");

@@ -1,12 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <ctime>
-#include <iterator>
 #include <limits>
 #include <list>
-#include <string>
-#include <vector>
 
 #include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
@@ -31,12 +24,11 @@ struct Instance {
 using Instances = std::vector<Instance>;
 
 /// Puts an instance into a table of figures as a collection would.
-template <class Figures>
-void Put(std::vector<Figures>& table, std::string Figures::*name, const Instance& instance,
-         double& (*counter)(Figures&)) {
-  Figures& figures = table.emplace_back();
-  figures.*name = instance.name;
-  counter(figures) = instance.count;
+template <auto kTable, auto kName, auto kCounter>
+void Put(ModernFigures& all, const Instance& instance) {
+  auto& figures = (all.*kTable).emplace_back();
+  figures.*kName = instance.name;
+  std::invoke(kCounter, figures) = instance.count;
 }
 
 /// A record of many rows, by one of its counters and what is made of its growth.
@@ -52,86 +44,57 @@ struct CountedRecord {
   void (*put)(ModernFigures&, const Instance&);
 };
 
-const CountedRecord kGroups{"CGRP",
-                            '4',
-                            &RecordBuilder::Build_CGRP,
-                            "Path",
-                            "CPU Seconds",
-                            "CPU %",
-                            100,
-                            true,
-                            [](ModernFigures& all, const Instance& one) {
-                              Put<ControlGroup>(
-                                  all.groups, &ControlGroup::path, one,
-                                  [](auto& group) -> auto& { return group.cpu.totalSeconds; });
-                            }};
-const CountedRecord kLinks{"NETD",
-                           '4',
-                           &RecordBuilder::Build_NETD,
-                           "Interface",
-                           "Bytes In",
-                           "Bytes In/sec",
-                           1,
-                           true,
-                           [](ModernFigures& all, const Instance& one) {
-                             Put<LinkFigures>(
-                                 all.links, &LinkFigures::name, one,
-                                 [](auto& link) -> auto& { return link.bytesIn; });
-                           }};
-const CountedRecord kDisks{"DISK",
-                           '4',
-                           &RecordBuilder::Build_DISK,
-                           "Device",
-                           "Reads",
-                           "Reads/sec",
-                           1,
-                           true,
-                           [](ModernFigures& all, const Instance& one) {
-                             Put<DiskFigures>(
-                                 all.disks, &DiskFigures::name, one,
-                                 [](auto& disk) -> auto& { return disk.reads; });
-                           }};
+double& CpuSecondsOf(ControlGroup& group) { return group.cpu.totalSeconds; }
+double& StalledSecondsOf(PressureFigures& row) { return row.text.some.stalledSeconds; }
+
+using Building = RecordBuilder;
+using All = ModernFigures;
+using Cpu = CpuTimeFigures;
+using Press = PressureFigures;
+const CountedRecord kGroups{
+    "CGRP", '4',           &Building::Build_CGRP,
+    "Path", "CPU Seconds", "CPU %",
+    100,    true,          Put<&All::groups, &ControlGroup::path, CpuSecondsOf>};
+const CountedRecord kLinks{
+    "NETD",      '4',        &Building::Build_NETD,
+    "Interface", "Bytes In", "Bytes In/sec",
+    1,           true,       Put<&All::links, &LinkFigures::name, &LinkFigures::bytesIn>};
+const CountedRecord kDisks{
+    "DISK",   '4',     &Building::Build_DISK,
+    "Device", "Reads", "Reads/sec",
+    1,        true,    Put<&All::disks, &DiskFigures::name, &DiskFigures::reads>};
 const CountedRecord kPressure{"PRES",
                               '4',
-                              &RecordBuilder::Build_PRES,
+                              &Building::Build_PRES,
                               "Resource",
                               "Some Stalled Seconds",
                               "Some Stalled %",
                               100,
                               false,
-                              [](ModernFigures& all, const Instance& one) {
-                                Put<PressureFigures>(
-                                    all.pressure, &PressureFigures::resource, one, [
-                                    ](auto& row) -> auto& { return row.text.some.stalledSeconds; });
-                              }};
+                              Put<&All::pressure, &Press::resource, StalledSecondsOf>};
 /// Percentages of processors are of their own time.
 const CountedRecord kCpus{"CPUX",
                           '4',
-                          &RecordBuilder::Build_CPUX,
+                          &Building::Build_CPUX,
                           "Processor",
                           "User Seconds",
                           "User %",
                           0,
                           false,
-                          [](ModernFigures& all, const Instance& one) {
-                            Put<CpuTimeFigures>(
-                                all.cpuTimes, &CpuTimeFigures::name, one,
-                                [](auto& cpu) -> auto& { return cpu.user; });
-                          }};
-const CountedRecord kProcesses{"PDX",
-                               '3',
-                               &RecordBuilder::BuildPD_PDX,
-                               "Name",
-                               "Run Delay Seconds",
-                               "Run Delay %",
-                               100,
-                               false,
-                               [](ModernFigures& all, const Instance& one) {
-                                 Put<ProcessDetail>(
-                                     all.processes, &ProcessDetail::name, one,
-                                     [](auto& row) -> auto& { return row.runDelaySeconds; });
-                                 all.processes.back().pid = std::stoi(one.name);
-                               }};
+                          Put<&All::cpuTimes, &Cpu::name, &Cpu::user>};
+const CountedRecord kProcesses{
+    "PDX",
+    '3',
+    &Building::BuildPD_PDX,
+    "Name",
+    "Run Delay Seconds",
+    "Run Delay %",
+    100,
+    false,
+    [](ModernFigures& all, const Instance& one) {
+      Put<&All::processes, &ProcessDetail::name, &ProcessDetail::runDelaySeconds>(all, one);
+      all.processes.back().pid = std::stoi(one.name);
+    }};
 
 std::string PrintedName(const ::testing::TestParamInfo<CountedRecord>& info) {
   return info.param.name;

@@ -1,10 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <string>
-
 #include "records/RecordClasses.h"
 #include "support/HostProfile.h"
 #include "tests/agent/AgentOnHost.h"
@@ -47,9 +40,6 @@ class ModernPIrecordTest : public AgentOnHost {
     const recordPI row = entry.Rows<recordPI>().front();
     entry.NextAnswer();
     return row;
-  }
-  static std::size_t Lines(const std::string& part) {
-    return ScriptedNode::Instance().LinesWith(part).size();
   }
 };
 

@@ -1,11 +1,4 @@
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/sysmacros.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include "collect/device/DeviceMap.h"
 #include "collect/process/NameCache.h"

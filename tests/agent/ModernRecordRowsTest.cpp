@@ -1,13 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <list>
-#include <map>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "agent/ConfigNames.h"
 #include "node/LayoutRegistry.h"

@@ -1,28 +1,14 @@
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "collect/CategoryFlags.h"
-#include "collect/Collector.h"
 #include "collect/nfs/NFSSource.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
-#include "support/OsCalls.h"
-#include "support/Switches.h"
-#include "tests/scripted/Batch.h"
+#include "tests/scripted/BuilderFixture.h"
 #include "tests/scripted/Golden.h"
 #include "tests/scripted/ProcessTree.h"
-#include "tests/scripted/ScriptedNode.h"
 
 namespace {
 
 constexpr tagPQLAUI kScheduleWithRates{.realtime = 0, .calcRates = 1};
 constexpr tagPQLAUI kScheduleWithoutRates{.realtime = 0, .calcRates = 0};
 constexpr tagPQLAUI kLookWithoutRates{.realtime = 1, .calcRates = 0};
-
-std::time_t g_passTime = 0;
 
 /// The file of a pass: each counter has grown by `step` times its place since the one before.
 std::string Line(const char* key, int count, int start, int step) {
@@ -33,19 +19,11 @@ std::string Line(const char* key, int count, int start, int step) {
   return text + '\n';
 }
 
-class NFSRecordsTest : public ::testing::Test {
+class NFSRecordsTest : public BuilderFixture {
  protected:
-  void SetUp() override {
-    ScriptedNode::Reset();
-    g_msgLogLevel = 30;
-    m_realCalls = Os();
-    Os().time = [](std::time_t*) { return g_passTime; };
-  }
-  void TearDown() override { Os() = m_realCalls; }
-
   /// The host after `pass` steps, at `seconds`.
   void Pass(unsigned pass, std::time_t seconds) {
-    g_passTime = seconds;
+    s_now = seconds;
     const int steps = static_cast<int>(pass);
     const std::string text =
         Line("proc2", 18, 1000, 10 * steps) + Line("proc3", 22, 2000, 5 * steps);
@@ -67,32 +45,19 @@ class NFSRecordsTest : public ::testing::Test {
     }
   }
   template <class Row>
-  std::vector<Row> Build(Asker& asker, RecordBuilderFunction builder) {
-    EXPECT_EQ((m_builder.*builder)(&asker.event, asker.event.m_requests.front()), nullptr);
-    std::vector<Row> rows = asker.Rows<Row>();
-    asker.NextAnswer();
-    return rows;
-  }
-  template <class Row>
   void ExpectSecondPass(RecordBuilderFunction builder, const std::string& golden) {
     Asker asker(RecordTraits<Row>::kName, '4', kScheduleWithRates);
     Pass(1, 1'700'000'000);
-    EXPECT_TRUE(Build<Row>(asker, builder).empty()) << "the first pass only primes";
+    EXPECT_TRUE(BuildBy<Row>(builder, asker).empty()) << "the first pass only primes";
     Pass(2, 1'700'000'010);
-    const auto rows = Build<Row>(asker, builder);
+    const auto rows = BuildBy<Row>(builder, asker);
     ASSERT_EQ(rows.size(), 1U);
     ExpectGolden(&rows[0], sizeof rows[0],
                  std::filesystem::path(QMT_TEST_DIR) / "fixtures/nfs" / golden);
     EXPECT_EQ(Lines("Created 1 " + std::string(RecordTraits<Row>::kName) + " record(s)."), 2U);
   }
-  static std::size_t Lines(const std::string& part) {
-    return ScriptedNode::Instance().LinesWith(part).size();
-  }
 
   const process_tree::HostTree m_host;
-  OsCalls m_realCalls{};
-  Collector m_collector;
-  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
 };
 
 TEST_F(NFSRecordsTest, RowsAreTheOnesWorkedOutByHand) {
@@ -105,22 +70,22 @@ TEST_F(NFSRecordsTest, RowsAreTheOnesWorkedOutByHand) {
 TEST_F(NFSRecordsTest, WithoutRatesSharesAreThoseOfTheChange) {
   Asker asker("NCO", '4', kScheduleWithoutRates);
   Pass(1, 1'000);
-  EXPECT_TRUE(Build<recordPI_NCO>(asker, &RecordBuilder::Build_NCO).empty());
+  EXPECT_TRUE(BuildBy<recordPI_NCO>(&RecordBuilder::Build_NCO, asker).empty());
   Pass(2, 1'010);
-  const auto second = Build<recordPI_NCO>(asker, &RecordBuilder::Build_NCO).at(0);
+  const auto second = BuildBy<recordPI_NCO>(&RecordBuilder::Build_NCO, asker).at(0);
   EXPECT_EQ(second.readOps, 70U);
   EXPECT_EQ(second.readOpsPercent, 0.0F) << "no predecessor";
   EXPECT_EQ(second.rpcCallsPerSec, 100.0F);
   EXPECT_EQ(second.rpcBadCallsPerSec, 1.0F) << "19 in 10 s, cut to whole calls";
   EXPECT_EQ(second.interval, 1'010U) << "the record's time";
   Pass(4, 1'020);
-  const auto third = Build<recordPI_NCO>(asker, &RecordBuilder::Build_NCO).at(0);
+  const auto third = BuildBy<recordPI_NCO>(&RecordBuilder::Build_NCO, asker).at(0);
   EXPECT_EQ(third.readOps, 140U);
   EXPECT_FLOAT_EQ(third.readOpsPercent, 100.0F * 70 / 2975) << "140 - 70 of 5950 - 2975";
   EXPECT_FLOAT_EQ(third.rpcBadCallPercent, 1.9F);
   Pass(5, 1'030);
   Pass(6, 1'030);
-  const auto fourth = Build<recordPI_NCO>(asker, &RecordBuilder::Build_NCO).at(0);
+  const auto fourth = BuildBy<recordPI_NCO>(&RecordBuilder::Build_NCO, asker).at(0);
   EXPECT_EQ(fourth.readOpsPercent, 0.0F) << "as many operations as in the last interval";
 }
 
@@ -130,8 +95,8 @@ TEST_F(NFSRecordsTest, SharesOfNoRemoteCallsAreZero) {
   m_collector.GetNFSServerTotal()->reservedV2 = {};
   Asker client("NCO", '4', {.realtime = 1, .calcRates = 1});
   Asker server("NSO", '4', {.realtime = 1, .calcRates = 1});
-  const auto sent = Build<recordPI_NCO>(client, &RecordBuilder::Build_NCO).at(0);
-  const auto served = Build<recordPI_NSO>(server, &RecordBuilder::Build_NSO).at(0);
+  const auto sent = BuildBy<recordPI_NCO>(&RecordBuilder::Build_NCO, client).at(0);
+  const auto served = BuildBy<recordPI_NSO>(&RecordBuilder::Build_NSO, server).at(0);
   EXPECT_GT(sent.readOpsPercent, 0.0F) << "there were operations";
   EXPECT_EQ(sent.rpcBadCallPercent, 0.0F);
   EXPECT_EQ(served.rpcBadCallPercent, 0.0F);
@@ -142,8 +107,8 @@ TEST_F(NFSRecordsTest, AZeroIntervalSkipsAnOverviewAlone) {
   Asker detail("NSD", '4', kScheduleWithRates);
   for (int turn = 0; turn < 2; ++turn) {
     Pass(7, 2'000);
-    EXPECT_TRUE(Build<recordPI_NSO>(overview, &RecordBuilder::Build_NSO).empty());
-    EXPECT_EQ(Build<recordPI_NSD>(detail, &RecordBuilder::Build_NSD).size(),
+    EXPECT_TRUE(BuildBy<recordPI_NSO>(&RecordBuilder::Build_NSO, overview).empty());
+    EXPECT_EQ(BuildBy<recordPI_NSD>(&RecordBuilder::Build_NSD, detail).size(),
               static_cast<std::size_t>(turn));
   }
   EXPECT_EQ(Lines("Unable to process NSO record: RecordBuilder::BuildRates_NSO: Attempt to "
@@ -153,13 +118,13 @@ TEST_F(NFSRecordsTest, AZeroIntervalSkipsAnOverviewAlone) {
 
   // A counter that fell wraps, and nothing says so.
   Pass(6, 2'001);
-  EXPECT_EQ(Build<recordPI_NSD>(detail, &RecordBuilder::Build_NSD).at(0).nullOpsV2,
+  EXPECT_EQ(BuildBy<recordPI_NSD>(&RecordBuilder::Build_NSD, detail).at(0).nullOpsV2,
             static_cast<std::uint32_t>(-10));
   EXPECT_EQ(Lines("is less than that during previous"), 0U);
 
   *m_collector.GetNFSServerTotal() = {};
   Asker look("NSO", '4', kLookWithoutRates);
-  const auto empty = Build<recordPI_NSO>(look, &RecordBuilder::Build_NSO).at(0);
+  const auto empty = BuildBy<recordPI_NSO>(&RecordBuilder::Build_NSO, look).at(0);
   EXPECT_EQ(empty.readOpsPercent, 0.0F);
   EXPECT_EQ(empty.rpcBadCallPercent, 0.0F);
   EXPECT_EQ(empty.interval, 2'001U);

@@ -1,13 +1,5 @@
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
-
-#include <array>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <vector>
 
 #include "records/RecordClasses.h"
 #include "support/Descriptor.h"

@@ -1,11 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "node/LayoutRegistry.h"
 #include "records/RecordClasses.h"
 #include "tests/agent/AgentOnHost.h"
@@ -57,9 +49,6 @@ class PIrecordTest : public AgentOnHost {
     const auto row = *static_cast<const recordPI*>(entry.event.m_records.front()->GetRecStart());
     entry.NextAnswer();
     return row;
-  }
-  static std::size_t Lines(const std::string& part) {
-    return ScriptedNode::Instance().LinesWith(part).size();
   }
 };
 

@@ -1,8 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-
 #include "support/Switches.h"
 #include "tests/agent/AgentOnHost.h"
 #include "tests/scripted/Batch.h"

@@ -1,24 +1,15 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <list>
-#include <map>
-#include <sstream>
 #include <stdexcept>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "node/LayoutRegistry.h"
 #include "node/Record.h"
+#include "tests/support/Testing.h"
 
 // Rows as clients see them: the bytes of a record through its published layout.
 

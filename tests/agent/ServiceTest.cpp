@@ -1,16 +1,6 @@
 #include "agent/Service.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <csignal>
-#include <cstring>
 #include <exception>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "agent/ProductLock.h"
 #include "agent/UnixAgent.h"

@@ -1,10 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "agent/FilePaths.h"
 #include "agent/OpenFilesLimit.h"
 #include "agent/StartOptions.h"

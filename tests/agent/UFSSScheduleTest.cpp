@@ -1,14 +1,3 @@
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <ctime>
-#include <thread>
-
 #include "agent/ConfigNames.h"
 #include "tests/agent/ConfigFixture.h"
 
@@ -47,9 +36,7 @@ class UFSSScheduleTest : public ConfigFixture {
   }
   /// Waits until the scan, a script, has written `name` whole.
   std::string Written(const std::string& name) const {
-    for (int turn = 0; turn < 3000 && !fs::exists(m_root.Path() / name); ++turn) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    WaitUntil([&] { return fs::exists(m_root.Path() / name); });
     return m_root.Read(name);
   }
 };
@@ -126,10 +113,7 @@ TEST_F(UFSSScheduleTest, TheScanGetsItsLockAndNothingElseOfTheAgent) {
   EXPECT_EQ(0, m_agent->NotifyEvent(&event));
   EXPECT_EQ(Node().LinesWith("Failed to access the file or directory (" + LockPath()).size(), 1U);
   std::ofstream("pipe") << "end\n";
-  for (int turn = 0; turn < 3000 && !fs::exists("out."); ++turn) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    m_agent->NotifyEvent(&event);
-  }
+  WaitUntil([&] { return fs::exists("out.") || m_agent->NotifyEvent(&event) < 0; });
   EXPECT_EQ(Written("out.").substr(0, LockPath().size() + 1), LockPath() + "\n")
       << "no further argument";
   std::ofstream("pipe") << "end\n";

@@ -1,15 +1,6 @@
 #include "agent/UnixAgent.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <memory>
 #include <new>
-#include <string>
 
 #include "node/FigureRegistry.h"
 #include "support/HostPaths.h"

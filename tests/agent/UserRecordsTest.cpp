@@ -1,12 +1,6 @@
 #include <sys/ipc.h>
-#include <sys/stat.h>
 
-#include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <fstream>
-#include <string>
-#include <vector>
 
 #include "node/LayoutRegistry.h"
 #include "records/RecordLayouts.h"
@@ -48,9 +42,6 @@ class UserRecordsTest : public AgentOnHost {
       rows.emplace_back(static_cast<const char*>(record->GetRecStart()), record->GetRecSize());
     }
     return rows;
-  }
-  static std::size_t Lines(const std::string& part) {
-    return ScriptedNode::Instance().LinesWith(part).size();
   }
 };
 

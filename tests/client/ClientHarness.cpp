@@ -1,36 +1,15 @@
 #include "tests/client/ClientHarness.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <spawn.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <stdexcept>
-#include <utility>
 
 #include "tests/json/JsonOf.h"
-
-ScratchFolder::ScratchFolder() {
-  m_path = (std::filesystem::temp_directory_path() / "qmtctl-test-XXXXXX").string();
-  if (::mkdtemp(m_path.data()) == nullptr) {
-    throw std::runtime_error("mkdtemp failed");
-  }
-}
-
-ScratchFolder::~ScratchFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(m_path, ignored);
-}
 
 ScriptedServer::ScriptedServer(const std::string& folder, const std::string& name, Script script)
     : m_path(folder + "/" + name),
@@ -111,6 +90,11 @@ void ScriptedServer::Talk(int client) {
       }
     }
   }
+}
+
+std::vector<std::string> WordsOf(const std::string& text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), {}};
 }
 
 std::string Answer(const Json& request, Json members) {

@@ -1,27 +1,19 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 #include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "client/ask/Connection.h"
 #include "support/Descriptor.h"
+#include "tests/support/TempFolder.h"
 
-/// A folder of its own below the temporary folder, removed with all its content.
+/// A folder of its own, whose path is told as a text.
 class ScratchFolder {
  public:
-  ScratchFolder();
-  ~ScratchFolder();
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-  [[nodiscard]] const std::string& Path() const { return m_path; }
+  [[nodiscard]] std::string Path() const { return m_folder.Path(); }
 
  private:
-  std::string m_path;
+  TempFolder m_folder;
 };
 
 /// A daemon of the tests: takes request lines on a Unix socket and sends what the script says.
@@ -61,6 +53,9 @@ class ScriptedServer {
 
 /// `members` as a good answer to `request`, with its newline.
 [[nodiscard]] std::string Answer(const Json& request, Json members);
+
+/// The words of a command line without quotes.
+[[nodiscard]] std::vector<std::string> WordsOf(const std::string& text);
 
 /// How a program ended and what it wrote.
 struct Outcome {

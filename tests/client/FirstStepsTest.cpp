@@ -1,10 +1,6 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <sstream>
-
 #include "client/ask/Errors.h"
 #include "tests/client/ClientHarness.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,11 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-
 #include "client/CommandView.h"
 #include "client/Completion.h"
 #include "client/ManPage.h"
@@ -59,8 +51,7 @@ TEST_F(GeneratedFilesTest, TellOfEveryCommandAndOption) {
   EXPECT_NE(page.find("schedule add\\fR \\fIRECORD\\fR"), std::string::npos) << "must be given";
   EXPECT_NE(page.find(" [\\fB--color\\fR \\fIWHEN\\fR]"), std::string::npos) << "may be given";
   EXPECT_EQ(page.find("complete-records"), std::string::npos) << "hidden";
-  std::ifstream file(std::string(QMT_TEST_DIR) + "/../docs/qmtctl.md");
-  const std::string docs{std::istreambuf_iterator<char>(file), {}};
+  const std::string docs = FileText(std::string(QMT_TEST_DIR) + "/../docs/qmtctl.md");
   for (const KeyHelp& help : AllKeyHelp()) {
     const std::string keys = help.keys;
     const std::string row = keys.empty() ? "| **" + std::string(help.text) + "** | |\n"

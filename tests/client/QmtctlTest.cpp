@@ -1,21 +1,10 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <sstream>
-
 #include "client/ask/Errors.h"
 #include "client/show/TerminalCodes.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using testing::HasSubstr;
-using testing::Not;
 
 Json SchemaAnswer() {
   return JsonOf(R"({"schema": {"record": "CPUP", "structure": "recordPI_CPUP",
@@ -279,18 +268,12 @@ TEST_F(Qmtctl, NamesOfRecordsAreThoseThatAreMeant) {
     EXPECT_THAT(asked, HasSubstr(entry.asked)) << entry.words.front();
     EXPECT_THAT(asked, Not(HasSubstr("cpup")));
   }
-  const std::vector<std::string> wrong[] = {{"get", "cpuq"},
-                                            {"last", "cpuq"},
-                                            {"watch", "cpuq", "--every", "1"},
-                                            {"history", "cpuq"},
-                                            {"schema", "cpuq"},
-                                            {"show", "cpuq", "--at", "1h"},
-                                            {"schedule", "add", "cpuq", "9"},
-                                            {"schedule", "remove", "cpuq"}};
-  for (const auto& words : wrong) {
-    const Outcome run = Run(words);
-    EXPECT_EQ(run.exit, kExitFailed) << words.front();
-    EXPECT_EQ(run.err, "qmtctl: no record \"cpuq\"; did you mean \"CPUP\"?\n") << words.front();
+  for (const char* words :
+       {"get cpuq", "last cpuq", "watch cpuq --every 1", "history cpuq", "schema cpuq",
+        "show cpuq --at 1h", "schedule add cpuq 9", "schedule remove cpuq"}) {
+    const Outcome run = Run(WordsOf(words));
+    EXPECT_EQ(run.exit, kExitFailed) << words;
+    EXPECT_EQ(run.err, "qmtctl: no record \"cpuq\"; did you mean \"CPUP\"?\n") << words;
   }
 }
 
@@ -492,46 +475,20 @@ TEST_F(Qmtctl, AReaderThatLeftEndsItQuietly) {
 }
 
 TEST(QmtctlAlone, WrongUsageExitsWith2) {
-  const std::vector<std::string> cases[] = {
-      {"bogus"},
-      {"get"},
-      {"get", "CPUP", "--json", "--csv"},
-      {"get", "5:CPUP"},
-      {"get", "CPUP", "--color", "pink"},
-      {"records", "CPUP"},
-      {"schema", "CPUP", "PI"},
-      {"status", "--socket", ""},
-      {"config", "CPUP"},
-      {"config", "set"},
-      {"config", "set", "3"},
-      {"config", "set", "3", "x", "y"},
-      {"config", "set", "x", "y"},
-      {"config", "set", "-3", "y"},
-      {"config", "set", "65536", "y"},
-      {"config", "set", "3", "y", "--json"},
-      {"watch", "CPUP"},
-      {"watch", "CPUP", "--every", "0.05"},
-      {"watch", "CPUP", "--every", "nan"},
-      {"watch", "CPUP", "--every", "1", "--count", "0"},
-      {"watch", "CPUP", "--every", "1", "--csv"},
-      {"top", "--by", "name"},
-      {"top", "--every", "0"},
-      {"top", "--count", "0"},
-      {"get", "CPUP", "--where"},
-      {"get", "CPUP", "--over", "0"},
-      {"get", "CPUP", "--raw", "--over", "1"},
-      {"get", "CPUP", "--raw", "--since-boot"},
-      {"watch", "CPUP", "--scheduled", "--raw"},
-      {"alarms", "--since", "soon"},
-      {"alarms", "show"},
-      {"alarms", "show", "x"},
-      {"alarms", "show", "1", "--active"},
-      {"alarms", "rules", "--json"},
-      {"push"},
-      {"push", "test", "a", "b"},
-      {"check"},
-      {"check", "x", "alarms"},
-  };
+  std::vector<std::vector<std::string>> cases{{"status", "--socket", ""}};
+  std::istringstream lines(
+      "bogus, get, get CPUP --json --csv, get 5:CPUP, get CPUP --color pink, records CPUP, "
+      "schema CPUP PI, config CPUP, config set, config set 3, config set 3 x y, "
+      "config set x y, config set -3 y, config set 65536 y, config set 3 y --json, watch CPUP, "
+      "watch CPUP --every 0.05, watch CPUP --every nan, watch CPUP --every 1 --count 0, "
+      "watch CPUP --every 1 --csv, top --by name, top --every 0, top --count 0, "
+      "get CPUP --where, get CPUP --over 0, get CPUP --raw --over 1, "
+      "get CPUP --raw --since-boot, watch CPUP --scheduled --raw, alarms --since soon, "
+      "alarms show, alarms show x, alarms show 1 --active, alarms rules --json, push, "
+      "push test a b, check, check x alarms");
+  for (std::string line; std::getline(lines, line, ',');) {
+    cases.push_back(WordsOf(line));
+  }
   for (const auto& words : cases) {
     const Outcome run = RunProgram(QMTCTL_PATH, words);
     EXPECT_EQ(run.exit, kExitUsage) << testing::PrintToString(words);
@@ -565,19 +522,10 @@ TEST(QmtctlAlone, AForeignServerIsAFailureOfEveryCommand) {
                             {"config", {}},
                             {"result", {}}});
   });
-  const std::vector<std::string> cases[] = {{"get", "CPUP"},
-                                            {"last", "CPUP"},
-                                            {"watch", "CPUP", "--every", "1"},
-                                            {"schema", "CPUP"},
-                                            {"status"},
-                                            {"records"},
-                                            {"config"},
-                                            {"top"},
-                                            {"config", "set", "3", "x"},
-                                            {"alarms"},
-                                            {"alarms", "show", "1"},
-                                            {"alarms", "rules"}};
-  for (std::vector<std::string> words : cases) {
+  for (const char* text :
+       {"get CPUP", "last CPUP", "watch CPUP --every 1", "schema CPUP", "status", "records",
+        "config", "top", "config set 3 x", "alarms", "alarms show 1", "alarms rules"}) {
+    std::vector<std::string> words = WordsOf(text);
     words.insert(words.end(), {"--socket", server.Path()});
     const Outcome run = RunProgram(QMTCTL_PATH, words);
     EXPECT_EQ(run.exit, kExitFailed) << words.front();

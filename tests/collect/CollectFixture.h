@@ -1,10 +1,6 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <initializer_list>
-#include <string>
-#include <vector>
 
 #include "collect/ProcLib.h"
 #include "collect/modern/ToldOnce.h"
@@ -14,6 +10,7 @@
 #include "support/Switches.h"
 #include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 /// A fresh node, fresh caches and the real system calls around each test. All traces are on.
 class CollectFixture : public testing::Test {
@@ -39,9 +36,6 @@ class CollectFixture : public testing::Test {
 
   static std::string FixturePath(const std::string& kernel) {
     return std::string(QMT_TEST_DIR) + "/fixtures/" + kernel;
-  }
-  static std::size_t Lines(const std::string& part) {
-    return ScriptedNode::Instance().LinesWith(part).size();
   }
 
   /// The level of the first line that holds the part; -1 without one.

@@ -1,9 +1,6 @@
 #include "collect/Collector.h"
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
-
-#include <set>
 
 #include "collect/Categories.h"
 #include "collect/CategoryFlags.h"

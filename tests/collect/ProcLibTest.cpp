@@ -1,8 +1,5 @@
 #include "collect/ProcLib.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include <cstdio>
 
 #include "collect/process/ProcessSourceLINUX.h"

@@ -1,12 +1,7 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <vector>
-
 #include "collect/process/ProcessSourceLINUX.h"
+#include "tests/support/Testing.h"
 
 /// All processes that the source reads without an error, by number.
 template <class Source>

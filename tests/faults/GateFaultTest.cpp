@@ -1,22 +1,13 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "tests/faults/DoneNotes.h"
 #include "tests/faults/Faults.h"
 #include "tests/faults/GateWalk.h"
 #include "tests/faults/SystemCalls.h"
 #include "tests/gate/push/PushHistory.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::HasSubstr;
 
 /// Walks of the gate with one failure each.
 class GateFaultTest : public ::testing::Test {

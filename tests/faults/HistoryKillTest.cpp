@@ -1,13 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstdio>
-#include <cstdlib>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "local/history/HistoryStore.h"
 #include "local/history/HistoryTables.h"
@@ -116,8 +108,7 @@ class HistoryKillTest : public ::testing::Test {
       kept.Batch(second);
       std::ofstream("told") << kept.Told();
     }));
-    std::ifstream told("told");
-    return {std::istreambuf_iterator<char>(told), {}};
+    return FileText("told");
   }
 
   /// The rows of a batch in both files.

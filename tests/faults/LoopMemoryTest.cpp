@@ -1,15 +1,6 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <chrono>
 #include <cstddef>
-#include <ctime>
-#include <memory>
 #include <new>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "io/LoopTimer.h"
 #include "local/loop/DescriptorWatches.h"
@@ -21,6 +12,7 @@
 #include "tests/faults/Allocator.h"
 #include "tests/faults/KilledChild.h"
 #include "tests/local/FakeAgent.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -46,46 +38,69 @@ void RunLoop(EventLoop& loop, FakeAgent& agent) {
   loop.Run(agent);
 }
 
-void RunLoop(EventLoop& loop) {
-  FakeAgent agent;
-  RunLoop(loop, agent);
+void Post(EventLoop& loop, std::function<void(CMBNode&)> run, std::function<void()> fail = {}) {
+  LoopTask task;
+  task.run = std::move(run);
+  task.fail = std::move(fail);
+  loop.Post(std::move(task));
 }
+
+/// A pipe whose reader is watched, and an agent that counts what it is told of.
+struct WatchedPipe {
+  explicit WatchedPipe(EventLoop& loop)
+      : watches(loop, [](const std::string& text) { ADD_FAILURE() << text; }) {
+    int ends[2];
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    reader = Descriptor(ends[0]);
+    writer = Descriptor(ends[1]);
+    EXPECT_EQ(watches.Watch(reader.Get()), 0);
+    agent.onSocket = [this](int) {
+      if (++delivered <= failures) {
+        throw std::bad_alloc();
+      }
+      EventLoop::RequestStop();
+    };
+  }
+  void Write() const { EXPECT_EQ(::write(writer.Get(), "a", 1), 1); }
+
+  DescriptorWatches watches;
+  Descriptor reader;
+  Descriptor writer;
+  FakeAgent agent;
+  int failures = 0;  ///< for want of memory, before one that asks for a stop
+  int delivered = 0;
+};
 
 TEST(LoopMemoryTest, ATaskThatEndsForWantOfMemoryFailsThoseWhoWait) {
   EventLoop loop;
+  FakeAgent agent;
   int told = 0;
   int failed = 0;
   loop.OnNoMemory([&] { ++told; });
-  LoopTask task;
-  task.run = [](CMBNode&) { throw std::bad_alloc(); };
-  task.fail = [&] {
+  const auto fail = [&] {
     ++failed;
     EventLoop::RequestStop();
   };
-  loop.Post(std::move(task));
-  RunLoop(loop);
+  Post(
+      loop, [](CMBNode&) { throw std::bad_alloc(); }, fail);
+  RunLoop(loop, agent);
   EXPECT_EQ(told, 1);
   EXPECT_EQ(failed, 1);
 }
 
 TEST(LoopMemoryTest, WhatIsDoneForWantOfMemoryMayWantSomeItself) {
   EventLoop loop;
+  FakeAgent agent;
   std::string order;
-  loop.OnNoMemory([&] {
-    order += "t";
-    throw std::bad_alloc();
-  });
-  LoopTask poor;
-  poor.run = [](CMBNode&) { throw std::bad_alloc(); };
-  poor.fail = [&] {
-    order += "f";
+  const auto fail = [&order](const char* what) {
+    order += what;
     throw std::bad_alloc();
   };
-  loop.Post(std::move(poor));
-  LoopTask last;
-  last.run = [](CMBNode&) { EventLoop::RequestStop(); };
-  loop.Post(std::move(last));
-  EXPECT_NO_THROW(RunLoop(loop));
+  loop.OnNoMemory([&] { fail("t"); });
+  Post(
+      loop, [](CMBNode&) { throw std::bad_alloc(); }, [&] { fail("f"); });
+  Post(loop, [](CMBNode&) { EventLoop::RequestStop(); });
+  EXPECT_NO_THROW(RunLoop(loop, agent));
   EXPECT_EQ(order, "ft");
 }
 
@@ -102,9 +117,7 @@ TEST(LoopMemoryTest, ATimerGoesOnAfterADeliveryWithoutMemory) {
   };
   auto* event = new CMBSocketEvent(7);
   ASSERT_EQ(timers.Schedule(event, 1, -1, std::time(nullptr) + 2), 0);
-  LoopTask arm;
-  arm.run = [](CMBNode&) { faults::CountAllocations(1); };
-  loop.Post(std::move(arm));
+  Post(loop, [](CMBNode&) { faults::CountAllocations(1); });
   RunLoop(loop, agent);
   faults::StopCountingAllocations();
   EXPECT_EQ(told, 1);
@@ -113,23 +126,11 @@ TEST(LoopMemoryTest, ATimerGoesOnAfterADeliveryWithoutMemory) {
 
 TEST(LoopMemoryTest, ADescriptorIsWatchedOnAfterAHandlerWithoutMemory) {
   EventLoop loop;
-  DescriptorWatches watches(loop, [](const std::string& text) { ADD_FAILURE() << text; });
-  int ends[2];
-  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const Descriptor reader(ends[0]);
-  const Descriptor writer(ends[1]);
-  ASSERT_EQ(::write(writer.Get(), "a", 1), 1);
-  ASSERT_EQ(watches.Watch(reader.Get()), 0);
-  FakeAgent agent;
-  int delivered = 0;
-  agent.onSocket = [&](int) {
-    if (++delivered == 1) {
-      throw std::bad_alloc();
-    }
-    EventLoop::RequestStop();
-  };
-  RunLoop(loop, agent);
-  EXPECT_EQ(delivered, 2);
+  WatchedPipe pipe(loop);
+  pipe.failures = 1;
+  pipe.Write();
+  RunLoop(loop, pipe.agent);
+  EXPECT_EQ(pipe.delivered, 2);
 }
 
 /// A sink whose memory ends at the first batch.
@@ -163,29 +164,16 @@ void StarveUntilTold(EventLoop& loop, int& told, int times) {
 
 TEST(LoopMemoryTest, ADescriptorIsWatchedOnThroughALongWantOfMemory) {
   EventLoop loop;
-  DescriptorWatches watches(loop, [](const std::string& text) { ADD_FAILURE() << text; });
-  int ends[2];
-  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const Descriptor reader(ends[0]);
-  const Descriptor writer(ends[1]);
-  FakeAgent agent;
-  int delivered = 0;
-  agent.onSocket = [&](int) {
-    ++delivered;
-    EventLoop::RequestStop();
-  };
-  ASSERT_EQ(watches.Watch(reader.Get()), 0);
+  WatchedPipe pipe(loop);
   int told = 0;
-  LoopTask starve;
-  starve.run = [&](CMBNode&) {
+  Post(loop, [&](CMBNode&) {
     StarveUntilTold(loop, told, 5);
-    EXPECT_EQ(::write(writer.Get(), "a", 1), 1);
-  };
-  loop.Post(std::move(starve));
-  RunLoop(loop, agent);
+    pipe.Write();
+  });
+  RunLoop(loop, pipe.agent);
   faults::StopCountingAllocations();
   EXPECT_EQ(told, 5);
-  EXPECT_EQ(delivered, 1);
+  EXPECT_EQ(pipe.delivered, 1);
 }
 
 TEST(LoopMemoryTest, TimesComeThroughALongWantOfMemory) {
@@ -218,9 +206,7 @@ TEST(LoopMemoryTest, TimesComeThroughALongWantOfMemory) {
     if (timers.Schedule(new CMBSocketEvent(7), 1, -1, std::time(nullptr) + 2) != 0) {
       throw std::runtime_error("no timer");
     }
-    LoopTask begin;
-    begin.run = [&](CMBNode&) { book.Start(); };
-    loop.Post(std::move(begin));
+    Post(loop, [&](CMBNode&) { book.Start(); });
     int told = 0;
     // The first batch stands in the queue then.
     LoopTimer later(loop);
@@ -269,12 +255,13 @@ TEST(LoopMemoryTest, AScheduleGoesOnAfterABatchWithoutMemory) {
   EXPECT_TRUE(faults::RunInChild([] {
     PublishFakeRecords();
     EventLoop loop;
+    FakeAgent agent;
     BatchDesk desk;
     PoorSink sink;
     ScheduleBook book(loop, desk, sink);
     book.Load("./qmtagt.ini", {{"FAKE", "1", 1}}, [](const std::string&) {});
     book.Start();
-    RunLoop(loop);
+    RunLoop(loop, agent);
     if (sink.batches != 2 || sink.abandoned != 1 || sink.ended != 1) {
       throw std::runtime_error("no second batch, or the first one has not been abandoned");
     }

@@ -1,10 +1,3 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <string>
-
 #include "support/AtomicFile.h"
 #include "tests/faults/Faults.h"
 #include "tests/faults/SystemCalls.h"

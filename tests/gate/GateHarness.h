@@ -1,20 +1,12 @@
 #pragma once
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <algorithm>
 #include <atomic>
-#include <functional>
-#include <map>
 #include <mutex>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #include "gate/Gate.h"
 #include "json/JsonText.h"
@@ -187,9 +179,7 @@ class GateFixture : public ::testing::Test {
           return answer(request);
         });
     runner = std::thread([this] { EXPECT_EQ(gate.Run(), 0); });
-    while (Address().empty()) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    WaitUntil([this] { return !Address().empty(); });
   }
   std::string Ask(const std::string& path, const std::string& headers = kToken,
                   const std::string& method = "GET") {

@@ -1,18 +1,9 @@
-#include <gmock/gmock.h>
-
-#include <string>
-
 #include "gate/console/ApiRequest.h"
 #include "gate/http/BodyText.h"
 #include "gate/metrics/MetricFormat.h"
 #include "tests/gate/GateHarness.h"
 
 namespace {
-
-using testing::AnyOf;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 /// The body of an answer.
 std::string BodyOf(const std::string& answer) {

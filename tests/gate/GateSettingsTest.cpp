@@ -1,8 +1,7 @@
 #include "gate/GateSettings.h"
 
-#include <gtest/gtest.h>
-
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,13 +1,3 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <string>
-
 #include "helpers/ufss/Mounts.h"
 #include "helpers/ufss/OwnerWalk.h"
 #include "helpers/ufss/Results.h"

@@ -1,17 +1,14 @@
 #include "json/Json.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <streambuf>
-#include <string>
-#include <vector>
 
 #include "json/JsonText.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

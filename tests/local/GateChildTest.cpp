@@ -1,25 +1,13 @@
 #include "local/GateChild.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
 #include "local/GateRun.h"
 #include "support/ProgramBeside.h"
 #include "tests/local/FakeAgent.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
 using std::chrono::milliseconds;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using Steady = std::chrono::steady_clock;
 
 /// The loop runs until a condition holds, for at most ten seconds.

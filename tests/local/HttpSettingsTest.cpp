@@ -1,20 +1,12 @@
 #include "local/HttpSettings.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <stdlib.h>
-
-#include <fstream>
-
 #include "local/IniCheck.h"
 #include "local/NodeSettings.h"
 #include "support/ListenAddress.h"
 #include "tests/local/FakeAgent.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 TEST(ListenAddressTest, NumbersAloneAreAnAddress) {
   for (const char* good : {"127.0.0.1:9964", "[::1]:0", "0.0.0.0:65535", "[fe80::1]:80"}) {

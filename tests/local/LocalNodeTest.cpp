@@ -1,28 +1,14 @@
 #include "local/LocalNode.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include <atomic>
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <list>
-#include <sstream>
-#include <thread>
 
 #include "node/FigureRegistry.h"
 #include "node/MessageCatalog.h"
 #include "tests/json/JsonOf.h"
-#include "tests/local/FakeAgent.h"
-#include "tests/local/TestClient.h"
+#include "tests/local/ServedControl.h"
 
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 /// Counts the objects that live.
 class CountedObject : public CMBUserObject {
@@ -46,11 +32,7 @@ class LocalNodeTest : public ::testing::Test {
   }
 
   void WriteIni(const std::string& text) { std::ofstream("qmtagt.ini") << text; }
-  std::string Log() {
-    std::ostringstream text;
-    text << std::ifstream("log/qmtdmon.log").rdbuf();
-    return text.str();
-  }
+  static std::string Log() { return FileText("log/qmtdmon.log"); }
 
   /// Runs the node while `script` plays the clients on another thread, and stops it afterwards
   /// where the script doesn't.
@@ -74,9 +56,7 @@ class LocalNodeTest : public ::testing::Test {
 };
 
 void WaitFor(const std::atomic<bool>& flag) {
-  while (!flag) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  WaitUntil([&] { return flag.load(); });
 }
 
 TEST_F(LocalNodeTest, AGetIsOneBatchWithEachNameInItsOrder) {
@@ -327,9 +307,7 @@ TEST_F(LocalNodeTest, ABatchThatIsHeldBackLetsOthersBeAnsweredAndFailsForItself)
     const char* get = R"({"op":"get","records":["FAKE"]})";
     TestClient held;
     EXPECT_TRUE(held.Send(get));
-    while (batches == 0) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    WaitUntil([&] { return batches != 0; });
     TestClient other;
     EXPECT_EQ(other.Ask(get)["results"][0]["rows"].Size(), 1U);
     isServed = true;
@@ -439,11 +417,7 @@ TEST_F(LocalNodeTest, AGateIsToldWholePathsAndAChildOfAServiceIsWarnedOf) {
 
 TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {
   WriteIni("[Schedule]\nBARE = 60\nBARE = 7\n# note\n[Node]\nHttp Listen =\n");
-  const auto ini = [] {
-    std::ostringstream text;
-    text << std::ifstream("qmtagt.ini").rdbuf();
-    return text.str();
-  };
+  const auto ini = [] { return FileText("qmtagt.ini"); };
   std::atomic<int> fakes = 0;
   agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
     for (CMBRecordRequestEvent* event : batch.m_events) {
@@ -471,9 +445,7 @@ TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {
     }
     ASSERT_TRUE(client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":1})")["ok"].Bool());
     EXPECT_EQ(ini(), "[Schedule]\nBARE = 60\nBARE = 7\nFAKE = 1\n# note\n[Node]\nHttp Listen =\n");
-    while (fakes < 3) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    WaitUntil([&] { return fakes >= 3; });
     ASSERT_TRUE(
         client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":86400})")["ok"].Bool());
     ASSERT_TRUE(client.Ask(R"({"op":"schedule_remove","record":"BARE"})")["ok"].Bool());
@@ -512,42 +484,14 @@ TEST_F(LocalNodeTest, TheSocketReplacesAStaleOneAndNothingElse) {
 }
 
 /// A control server on a loop of its own, with clients on another thread.
-class ControlServerTest : public ::testing::Test {
- protected:
-  ControlServerTest() { PublishFakeRecords(); }
-
-  void Serve(const ControlSettings& settings, const std::function<void()>& script) {
-    ControlServer server(m_loop, m_operations, settings,
-                         [&](const std::string& text) { m_problems.push_back(text); });
-    std::string error;
-    ASSERT_TRUE(server.Open(error)) << error;
-    std::thread clients([&] {
-      script();
-      EventLoop::RequestStop();
-    });
-    m_loop.Run(m_agent);
-    clients.join();
-    server.Close();
-  }
-
-  const ScratchDirectory m_directory;
-  EventLoop m_loop;
-  BatchDesk m_desk;
-  LastRows m_lastRows;
-  ScheduleBook m_schedule{m_loop, m_desk, m_lastRows};
-  HistoryStore m_history{[](const std::string&) {}};
-  ControlOperations m_operations{m_loop, m_desk, m_schedule, m_lastRows, m_history};
-  FakeAgent m_agent;
-  std::vector<std::string> m_problems;
-};
+class ControlServerTest : public ::testing::Test, protected ServedControl {};
 
 constexpr const char* kAskStatus = R"({"op":"status"})";
 constexpr const char* kGetFake = R"({"op":"get","records":["FAKE"]})";
 
 TEST_F(ControlServerTest, AClientTooManyIsTurnedAway) {
-  ControlSettings settings;
   settings.maxConnections = 1;
-  Serve(settings, [] {
+  Serve([] {
     TestClient first;
     EXPECT_TRUE(first.Ask(kAskStatus)["ok"].Bool());
     TestClient excess;
@@ -557,10 +501,9 @@ TEST_F(ControlServerTest, AClientTooManyIsTurnedAway) {
 }
 
 TEST_F(ControlServerTest, SlowReadersHoldNoMoreThanTheSumOfAllAllows) {
-  ControlSettings settings;
   settings.maxOutput = 100000;
   const std::string line = R"({"op":"status","id":")" + std::string(60000, 'x') + "\"}";
-  Serve(settings, [&] {
+  Serve([&] {
     TestClient slow[2];
     std::size_t sent[2]{};
     for (std::size_t i = 0; i < 2; ++i) {
@@ -570,48 +513,46 @@ TEST_F(ControlServerTest, SlowReadersHoldNoMoreThanTheSumOfAllAllows) {
       }
       EXPECT_LT(sent[i], 100U);
     }
-    for (TestClient other; m_problems.empty();) {
+    for (TestClient other; problems.empty();) {
       EXPECT_TRUE(other.Ask(kAskStatus)["ok"].Bool());
     }
     for (std::size_t i = 0; i < sent[0]; ++i) {
       EXPECT_TRUE(slow[0].Receive()["ok"].Bool());
     }
   });
-  ASSERT_EQ(m_problems.size(), 1U);
-  EXPECT_THAT(m_problems[0], HasSubstr("is dropped"));
+  ASSERT_EQ(problems.size(), 1U);
+  EXPECT_THAT(problems[0], HasSubstr("is dropped"));
 }
 
 TEST_F(ControlServerTest, AnAnswerMayBeLongerThanWhatMayWait) {
-  m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
     for (std::uint32_t count = 0; count < 20000; ++count) {
       batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
     }
     return kNotifyDone;
   };
-  ControlSettings settings;
   settings.maxOutput = 300000;
-  Serve(settings, [] {
+  Serve([] {
     TestClient slow;
     EXPECT_TRUE(slow.Send(kGetFake));
     TestClient client;
     EXPECT_EQ(client.Ask(kGetFake)["results"][0]["rows"].Size(), 20000U);
     EXPECT_EQ(slow.Receive()["results"][0]["rows"][19999]["Count"], 19999);
   });
-  EXPECT_THAT(m_problems, ElementsAre());
+  EXPECT_THAT(problems, ElementsAre());
 }
 
 TEST_F(ControlServerTest, WhoReadsNoMoreOrIsGoneHoldsNoRows) {
-  m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
     for (std::uint32_t count = 0; count < 40000; ++count) {
       batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
     }
     return kNotifyDone;
   };
-  ControlSettings settings;
   settings.patience = std::chrono::milliseconds(300);
   // Rows are refused while anybody else holds some.
-  m_desk.SetMaxHeldBytes(20000 * sizeof(recordFake));
-  Serve(settings, [] {
+  desk.SetMaxHeldBytes(20000 * sizeof(recordFake));
+  Serve([] {
     const auto refusals = [](TestClient& client) {
       int count = 0;
       for (; count < 100'000 && !client.AskForText(kGetFake).starts_with(R"({"ok":true,)");
@@ -637,19 +578,18 @@ TEST_F(ControlServerTest, WhoReadsNoMoreOrIsGoneHoldsNoRows) {
     EXPECT_TRUE(slow.Receive().IsNull()) << "half an answer and the end";
     EXPECT_EQ(idle.Ask(kAskStatus)["ok"], true) << "at rest for as long";
   });
-  ASSERT_EQ(m_problems.size(), 1U);
-  EXPECT_THAT(m_problems[0], HasSubstr("has not read on"));
+  ASSERT_EQ(problems.size(), 1U);
+  EXPECT_THAT(problems[0], HasSubstr("has not read on"));
 }
 
 TEST_F(ControlServerTest, WhoReadsOnSlowlyGetsALongAnswerWhole) {
   constexpr std::size_t kStep = 65536;
   LayoutRegistry::Instance().PublishListing(
       std::vector<RecordListing>(50000, RecordListing{"FAKE", '4', true}));
-  ControlSettings settings;
   settings.patience = std::chrono::seconds(1);
   std::string answer;
   const auto begin = std::chrono::steady_clock::now();
-  Serve(settings, [&] {
+  Serve([&] {
     TestClient slow;
     EXPECT_TRUE(slow.Send(R"({"op":"records"})"));
     slow.EndRequests();
@@ -659,13 +599,13 @@ TEST_F(ControlServerTest, WhoReadsOnSlowlyGetsALongAnswerWhole) {
     }
   });
   PublishFakeRecords();
-  EXPECT_THAT(m_problems, ElementsAre());
+  EXPECT_THAT(problems, ElementsAre());
   EXPECT_TRUE(answer.ends_with("]}\n")) << answer.size() << " bytes";
   EXPECT_GT(std::chrono::steady_clock::now() - begin, 2 * settings.patience);
 }
 
 TEST_F(ControlServerTest, RowsThatAnswersHoldAreBounded) {
-  m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
     for (CMBRecordRequestEvent* event : batch.m_events) {
       for (std::uint32_t count = 0; count < 40000; ++count) {
         event->m_records.push_back(new FakeRecord(count));
@@ -673,8 +613,8 @@ TEST_F(ControlServerTest, RowsThatAnswersHoldAreBounded) {
     }
     return kNotifyDone;
   };
-  m_desk.SetMaxHeldBytes(4 * 40000 * sizeof(recordFake));
-  Serve({}, [] {
+  desk.SetMaxHeldBytes(4 * 40000 * sizeof(recordFake));
+  Serve([] {
     const auto codeOf = [](const std::string& answer) {
       return answer.starts_with(R"({"ok":true,)") ? "" : JsonOf(answer)["error"]["code"].Text();
     };
@@ -689,21 +629,19 @@ TEST_F(ControlServerTest, RowsThatAnswersHoldAreBounded) {
     EXPECT_EQ(codeOf(late.AskForText(sixTimes)), "no-memory");
     EXPECT_EQ(codeOf(late.AskForText(kAskStatus)), "");
     holders.clear();
-    while (codeOf(late.AskForText(kGetFake)) != "") {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    EXPECT_TRUE(WaitUntil([&] { return codeOf(late.AskForText(kGetFake)).empty(); }));
     EXPECT_EQ(codeOf(late.AskForText(sixTimes)), "no-memory");
   });
 }
 
 TEST_F(ControlServerTest, AfterClientsThatVanishEveryLaterOneIsAnswered) {
-  m_agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
+  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
     for (std::uint32_t count = 0; count < 2000; ++count) {
       batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
     }
     return kNotifyDone;
   };
-  Serve({}, [] {
+  Serve([] {
     const auto descriptors = [] {
       return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     };
@@ -733,20 +671,16 @@ TEST_F(ControlServerTest, AfterClientsThatVanishEveryLaterOneIsAnswered) {
       TestClient next;
       ASSERT_TRUE(next.Ask(kAskStatus).IsObject()) << "client " << i;
     }
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (descriptors() > before && std::chrono::steady_clock::now() < end) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    EXPECT_LE(descriptors(), before);
+    EXPECT_TRUE(WaitUntil([&] { return descriptors() <= before; }));
   });
 }
 
 TEST_F(ControlServerTest, WantOfMemoryEndsTheRequestAlone) {
   bool isScarce = true;
-  m_agent.onBatch = [&](CMBMultipleRecordRequestEvent&) -> int {
+  agent.onBatch = [&](CMBMultipleRecordRequestEvent&) -> int {
     return isScarce ? throw std::bad_alloc() : kNotifyDone;
   };
-  Serve({}, [&] {
+  Serve([&] {
     TestClient client;
     EXPECT_EQ(client.Ask(kGetFake)["results"][0]["error"]["code"], "build-failed");
     isScarce = false;

@@ -1,9 +1,3 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <fstream>
-
 #include "json/JsonText.h"
 #include "local/AlarmSettings.h"
 #include "local/IniCheck.h"
@@ -12,11 +6,9 @@
 #include "support/HostProfile.h"
 #include "support/KeyFileLimit.h"
 #include "tests/local/FakeAgent.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 TEST(HttpUrlTest, AWholeAddressOfAServerIsOne) {
   for (const char* good : {"http://a", "HTTPS://h.example:443/api/v1/write?x=1", "http://[::1]:9/",

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <functional>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "local/control/ControlServer.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/TestClient.h"
@@ -17,7 +12,7 @@ class ServedControl {
     operations.TheGate().OnProblem([this](const std::string& text) { problems.push_back(text); });
   }
 
-  void Serve(const std::function<void()>& script, const ControlSettings& settings = {}) {
+  void Serve(const std::function<void()>& script) {
     ControlServer server(loop, operations, settings,
                          [this](const std::string& text) { problems.push_back(text); });
     std::string error;
@@ -40,5 +35,6 @@ class ServedControl {
   HistoryStore history{[](const std::string&) {}};
   ControlOperations operations{loop, desk, schedule, lastRows, history};
   FakeAgent agent;
+  ControlSettings settings;
   std::vector<std::string> problems;
 };

@@ -1,17 +1,14 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <cstring>
-#include <string>
 #include <string_view>
 
 #include "support/Descriptor.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 /// A client of run/control.sock that blocks, for at most ten seconds a call.
 class TestClient {

@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,10 +1,8 @@
 #include "node/MessageCatalog.h"
 
-#include <gtest/gtest.h>
-
 #include <cstddef>
-#include <iterator>
-#include <string>
+
+#include "tests/support/Testing.h"
 
 namespace {
 

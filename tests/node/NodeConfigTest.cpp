@@ -1,9 +1,8 @@
 #include "node/NodeConfig.h"
 
-#include <gtest/gtest.h>
-
 #include "node/FigureRegistry.h"
 #include "node/LayoutRegistry.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

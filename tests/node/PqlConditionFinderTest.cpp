@@ -1,8 +1,7 @@
 #include "node/PqlConditionFinder.h"
 
-#include <gtest/gtest.h>
-
 #include "node/PqlStatement.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,8 +1,6 @@
 #include "node/ProductRecord.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -38,7 +38,7 @@ TEST_F(APPrecordTest, ARowPerApplicationByteForByte) {
   EXPECT_STREQ(idle->applicationName.c_str(), "idle");
   EXPECT_STREQ(idle->applicationStatus.c_str(), "NORMAL");
   EXPECT_STREQ(idle->applicationExist.c_str(), "ABNORMAL");
-  EXPECT_EQ(Traced("Created 2 APP record(s)."), 1U);
+  EXPECT_EQ(Lines("Created 2 APP record(s)."), 1U);
 
   m_collector.GetProcess()->clear();
   look.NextAnswer();

@@ -1,15 +1,7 @@
 #include "process/ApplicationMonitor.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <filesystem>
-#include <fstream>
-
 #include "support/HostPaths.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
@@ -234,6 +226,11 @@ TEST_F(ApplicationFilesTest, TheListComesBackAndAFaultyFileIsKept) {
   const std::string text =
       "A\tone\nP\t0\t0\t0\t\nP\t2\t3\t4\ta b\n" + Repeated("P\t0\t0\t0\t\n", 13);
   EXPECT_EQ(m_folder.Read("qmtapp"), text);
+  {
+    const FileSizeLimit limit(2);
+    EXPECT_EQ(m_monitor.write("/qmtapp"), 0);
+  }
+  EXPECT_EQ(m_folder.Read("qmtapp"), text) << "it is the old one or the new one";
   fs::permissions(m_file, fs::perms{0640});
   EXPECT_EQ(m_monitor.read("/qmtapp"), 1);
   EXPECT_EQ(m_monitor.write("/qmtapp"), 1);

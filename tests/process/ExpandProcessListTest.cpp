@@ -1,12 +1,10 @@
 #include "process/ExpandProcessList.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <random>
 
 #include "support/Switches.h"
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,5 +1,3 @@
-#include <array>
-
 #include "collect/accounting/AcctRecord.h"
 #include "collect/device/DeviceMap.h"
 #include "support/ProductOptions.h"
@@ -84,7 +82,7 @@ class GroupedRecordsTest : public ProcessRecordFixture {
     ASSERT_EQ(rows.size(), 1U);
     Put(expected, 2, {11, 0}, {4, 0}, (100 * 13.0F / 1010 + 40) / 2, 2);
     ExpectSameBytes(rows.back(), expected);
-    EXPECT_EQ(Traced(std::string("Created 1 ") + RecordTraits<Row>::kName), apart ? 2U : 4U);
+    EXPECT_EQ(Lines(std::string("Created 1 ") + RecordTraits<Row>::kName), apart ? 2U : 4U);
   }
 };
 

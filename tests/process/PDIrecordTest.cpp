@@ -1,7 +1,5 @@
 #include "process/PDIrecord.h"
 
-#include <gtest/gtest.h>
-
 #include "tests/process/ProcessRecordFixture.h"
 
 namespace {
@@ -118,8 +116,8 @@ TEST_F(PDIrecordTest, TwoIntervalsByteForByte) {
   expected.cpuPercentEach = 30.0F;
   expected.cpuPercent = 15.0F;
   ExpectSameBytes(RowOf<recordPD_PDI>(schedule, 20), expected);
-  EXPECT_EQ(Traced("process 300 of start time 1699999000"), 3U) << "new, at the look, and old";
-  EXPECT_EQ(Traced("BuildPD_PDI: oldProcessList"), 3U);
+  EXPECT_EQ(Lines("process 300 of start time 1699999000"), 3U) << "new, at the look, and old";
+  EXPECT_EQ(Lines("BuildPD_PDI: oldProcessList"), 3U);
 
   AddProcess(Server(300, 1, 1000, 500));
   Build(schedule);

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <new>
 
 #include "tests/process/ProcessRecordFixture.h"
@@ -127,7 +125,7 @@ TEST_F(PDSrecordTest, ARowThatCannotBeFilledLosesNothing) {
     EXPECT_EQ(m_builder.BuildPD_PDS(&asker.event, &asker.request), nullptr);
     Os().time = time;
     EXPECT_EQ(asker.event.m_records.size(), 1U) << "that of the build before";
-    EXPECT_GE(Traced("Unable to get process summary information: std::bad_alloc."), 1U);
+    EXPECT_GE(Lines("Unable to get process summary information: std::bad_alloc."), 1U);
     SetProcesses(12);
     EXPECT_EQ(Build(asker).newProcesses, 2U);
   }

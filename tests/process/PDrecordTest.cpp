@@ -1,6 +1,3 @@
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include <new>
 
 #include "collect/accounting/AcctRecord.h"
@@ -25,7 +22,7 @@ TEST_F(PDrecordTest, TwoLooksByteForByte) {
   Asker look("PD", '3', {.realtime = 1, .calcRates = 0});
   Build(look);
   ASSERT_EQ(look.event.m_records.size(), 4U);
-  EXPECT_EQ(Traced("Created 4 PD record(s)."), 1U);
+  EXPECT_EQ(Lines("Created 4 PD record(s)."), 1U);
 
   recordPD expected = ServerRow<recordPD>(1'700'000'000, 50, 1);
   expected.programPid = "httpd(50)";
@@ -266,7 +263,7 @@ TEST_F(PDrecordTest, NamesThatCannotBeTold) {
   Os().getpwuid = [](uid_t) -> ::passwd* { throw std::bad_alloc(); };
   Build(look);
   EXPECT_EQ(look.event.m_records.size(), 7U) << "a row that cannot be filled is delivered";
-  EXPECT_EQ(Traced("Unable to construct data for process id: 5."), 1U);
+  EXPECT_EQ(Lines("Unable to construct data for process id: 5."), 1U);
 }
 
 }  // namespace

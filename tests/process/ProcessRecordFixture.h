@@ -1,11 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cstring>
-#include <string>
-
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/ProcLib.h"
@@ -18,6 +12,7 @@
 #include "tests/scripted/Batch.h"
 #include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 /// A host of two processors, up since 1,699,990,000, that knows one user, 33; and a
 /// record builder on it.
@@ -139,9 +134,6 @@ class ProcessRecordFixture : public ::testing::Test {
           std::memcmp(&value, reinterpret_cast<const char*>(&expected) + offset, sizeof value), 0)
           << label;
     });
-  }
-  static std::size_t Traced(const std::string& text) {
-    return ScriptedNode::Instance().LinesWith(text).size();
   }
 
   static inline std::time_t s_now = 0;

@@ -1,15 +1,13 @@
 #include "process/ProcessSummary.h"
 
-#include <gtest/gtest.h>
 #include <sys/sysmacros.h>
-
-#include <functional>
 
 #include "collect/Collector.h"
 #include "collect/device/DeviceMap.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "support/Switches.h"
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

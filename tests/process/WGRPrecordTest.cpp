@@ -1,8 +1,4 @@
-#include <ctime>
 #include <iomanip>
-#include <map>
-#include <set>
-#include <sstream>
 #include <stdexcept>
 
 #include "collect/accounting/AcctRecord.h"
@@ -72,7 +68,7 @@ TEST_F(WGRPrecordTest, ThreePassesByteForByte) {
   AddProcess(Server(11, 1, 100, 50));
   AddShell(20, 100);
   EXPECT_TRUE(Build(m_schedule, 10, 5, 100, 1, 7).empty()) << "the first pass only lays the base";
-  EXPECT_EQ(Traced("Created 2 WGRP record(s)."), 1U);
+  EXPECT_EQ(Lines("Created 2 WGRP record(s)."), 1U);
 
   s_now += 10;
   AddProcess(Server(10, 1, 900, 400));

@@ -1,13 +1,9 @@
 #include "records/IntervalEngine.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cstring>
-
 #include "support/Switches.h"
 #include "tests/scripted/Batch.h"
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

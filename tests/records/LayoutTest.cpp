@@ -1,15 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <fstream>
-#include <map>
-#include <memory>
-#include <set>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "records/RecordClasses.h"
 #include "records/RecordDump.h"
 #include "support/Switches.h"
@@ -66,6 +54,7 @@ std::vector<DeclaredRecord> DeclaredRecords() {
                        std::make_unique<RecordTraits<structure>::Class>(&row)});  \
   }
 #include "records/layout/All.def"
+#include "tests/support/Testing.h"
   return records;
 }
 

@@ -1,15 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cctype>
-#include <fstream>
-#include <iterator>
-#include <set>
-#include <sstream>
-#include <string>
 
 #include "local/metrics/MetricFamily.h"
 #include "records/RecordLayouts.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -50,8 +43,7 @@ TEST(MetricNames, AreTheOnesThatReadersKnow) {
   if (std::getenv("QMT_WRITE_METRICS") != nullptr) {
     std::ofstream(kNames) << now;
   }
-  std::ifstream file(kNames);
-  const std::string pinned{std::istreambuf_iterator<char>(file), {}};
+  const std::string pinned = FileText(kNames);
   EXPECT_EQ(pinned, now)
       << "a dashboard somewhere goes by these names; if the change is meant, set "
          "QMT_WRITE_METRICS=1";

@@ -1,25 +1,12 @@
-#include <gmock/gmock.h>
-
-#include <algorithm>
 #include <cctype>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <limits>
-#include <set>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "local/metrics/node/NodeText.h"
 #include "node/ProductRecord.h"
 #include "records/RecordLayouts.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
 
 constexpr const char* kNodeNames = QMT_TEST_DIR "/fixtures/metrics/node_names.txt";
 constexpr double kNobodyTells = std::numeric_limits<double>::quiet_NaN();
@@ -58,8 +45,7 @@ TEST(NodeNames, AreTheOnesThatReadersKnow) {
   if (std::getenv("QMT_WRITE_METRICS") != nullptr) {
     std::ofstream(kNodeNames) << now;
   }
-  std::ifstream file(kNodeNames);
-  const std::string pinned{std::istreambuf_iterator<char>(file), {}};
+  const std::string pinned = FileText(kNodeNames);
   EXPECT_EQ(pinned, now) << "if the change is meant, set QMT_WRITE_METRICS=1";
 }
 

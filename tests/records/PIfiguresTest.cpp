@@ -1,15 +1,8 @@
 #include "records/PIfigures.h"
 
-#include <gtest/gtest.h>
-
-#include "collect/Collector.h"
 #include "collect/network/ProtocolSourceLINUX.h"
 #include "collect/system/SystemSourceLINUX.h"
-#include "records/RecordBuilder.h"
-#include "support/OsCalls.h"
-#include "support/Switches.h"
-#include "tests/scripted/Batch.h"
-#include "tests/scripted/ScriptedNode.h"
+#include "tests/scripted/BuilderFixture.h"
 
 namespace {
 
@@ -150,16 +143,12 @@ TEST(PIfiguresTest, CacheHits) {
 }
 
 /// The agent's builder on figures that a test sets itself.
-class PIpacketsTest : public ::testing::Test {
+class PIpacketsTest : public BuilderFixture {
  protected:
   void SetUp() override {
-    ScriptedNode::Reset();
     g_msgLogLevel = 20;
-    m_realCalls = Os();
-    Os().time = [](std::time_t*) { return s_now; };
     s_now = 1000;
   }
-  void TearDown() override { Os() = m_realCalls; }
   void SetPackets(std::uint32_t tcpIn, std::uint32_t otherIn, std::uint32_t otherOut) {
     Protocol& protocol = *m_collector.GetProtocol();
     protocol.tcpIn = tcpIn;
@@ -174,11 +163,6 @@ class PIpacketsTest : public ::testing::Test {
     return records.empty() ? recordPI{}
                            : *static_cast<const recordPI*>(records.back()->GetRecStart());
   }
-
-  static inline std::time_t s_now = 0;
-  OsCalls m_realCalls{};
-  Collector m_collector;
-  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
 };
 
 TEST_F(PIpacketsTest, AFallOfOtherPacketsIsMadeUpForInRowAndRawRow) {

@@ -1,13 +1,5 @@
 #include "records/RecordBuilder.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
-
 #include "collect/ProcLib.h"
 #include "collect/cpu/CPUSourceLINUX.h"
 #include "node/LayoutRegistry.h"

@@ -1,14 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
-#include <sstream>
-#include <string>
-
 #include "records/RecordLayouts.h"
 #include "records/RecordMapping.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -101,8 +93,7 @@ TEST(RecordsManual, ListsEveryFieldOfEveryRecord) {
   if (std::getenv("QMT_WRITE_MANUAL") != nullptr) {
     std::ofstream(kManual) << manual;
   }
-  std::ifstream file(kManual);
-  const std::string written(std::istreambuf_iterator<char>(file), {});
+  const std::string written = FileText(kManual);
   EXPECT_TRUE(written == manual)
       << "docs/records.md is out of date; its head tells how to renew it";
 }

@@ -1,12 +1,8 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstddef>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
+
+#include "tests/support/Testing.h"
 
 inline std::string HexOf(const unsigned char* bytes, std::size_t count) {
   constexpr const char* kDigits = "0123456789abcdef";

@@ -130,3 +130,8 @@ class ScriptedNode : public NodeLayer {
  private:
   std::string m_nodeId = "scripted-node";
 };
+
+/// How many lines have the part.
+inline std::size_t Lines(const std::string& part) {
+  return ScriptedNode::Instance().LinesWith(part).size();
+}

@@ -1,13 +1,8 @@
 #include "support/AgentUtil.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "support/HostPaths.h"
 #include "support/ProductOptions.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,13 +1,5 @@
 #include "support/AtomicFile.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <filesystem>
-#include <fstream>
-
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/TempFolder.h"
 

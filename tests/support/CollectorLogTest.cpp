@@ -1,10 +1,5 @@
 #include "support/CollectorLog.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include "support/TraceLog.h"
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/support/FileSizeLimit.h"

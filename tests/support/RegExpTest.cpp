@@ -1,9 +1,8 @@
 #include "support/RegExp.h"
 
-#include <gtest/gtest.h>
-
 #include "support/Switches.h"
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,12 +1,6 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
+#include "tests/support/Testing.h"
 
 /// A folder of its own for one test, gone with the object. With kEnter it is the working directory
 /// meanwhile.
@@ -29,10 +23,7 @@ class TempFolder {
   TempFolder& operator=(const TempFolder&) = delete;
 
   [[nodiscard]] const std::filesystem::path& Path() const { return m_path; }
-  [[nodiscard]] std::string Read(const std::string& name) const {
-    std::ifstream file(m_path / name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  [[nodiscard]] std::string Read(const std::string& name) const { return FileText(m_path / name); }
 
  private:
   std::filesystem::path m_before;

@@ -1,15 +1,12 @@
 #include "support/TimeValues.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
-#include <cstdlib>
-#include <ctime>
 #include <limits>
 
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,8 +1,7 @@
 #include "support/TraceLog.h"
 
-#include <gtest/gtest.h>
-
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

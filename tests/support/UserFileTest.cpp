@@ -1,15 +1,6 @@
 #include <grp.h>
-#include <gtest/gtest.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <thread>
 
 #include "support/OsCalls.h"
 #include "support/UserFileFormat.h"
@@ -138,9 +129,7 @@ TEST_F(UserFileSemaphoreTest, ASetThatIsRemovedWhileItsLockIsWaitedForIsMadeAnew
   sembuf take{2, 1, 0};
   ASSERT_EQ(::semop(former, &take, 1), 0);
   std::thread remover([former] {
-    while (::semctl(former, 2, GETZCNT) == 0) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    WaitUntil([&] { return ::semctl(former, 2, GETZCNT) != 0; });
     ::semctl(former, 0, IPC_RMID);
   });
   UserFileSemaphore semaphore(m_key, 1);

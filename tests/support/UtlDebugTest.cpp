@@ -1,11 +1,8 @@
 #include "support/UtlDebug.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 #include "support/TraceLog.h"
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

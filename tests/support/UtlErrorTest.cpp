@@ -1,8 +1,5 @@
 #include "support/UtlError.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
 #include "support/UtlTextLog.h"

@@ -1,13 +1,4 @@
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <functional>
-#include <iterator>
 #include <nlohmann/json.hpp>
-#include <set>
-#include <string>
-#include <vector>
 
 #include "tests/system/Daemon.h"
 
@@ -78,8 +69,7 @@ void ExpectReplayed(const fs::path& capture) {
   ASSERT_TRUE(kept.is_array() && kept.size() >= 20) << kept.size();
   const Variable host("QMT_HOST_ROOT", capture.string());
   const ProductRoot root("[Schedule]\n");
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  RunningDaemon daemon(root);
   ExpectSameRecords(kept, AskForThose(root, kept));
 }
 
@@ -165,13 +155,11 @@ TEST(CaptureTest, AReplayOfAFixtureHostGivesWhatADaemonOnItGives) {
       const Variable host("QMT_HOST_ROOT", std::string(QMT_TEST_DIR "/fixtures/") + one.host);
       ASSERT_EQ(MakeCapture(capture, std::string("--profile ") + one.profile), "");
       kept = RecordsOf(capture);
-      Daemon daemon(root, "errors");
-      ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+      RunningDaemon daemon(root);
       live = AskForThose(root, kept);
     }
     const Variable host("QMT_HOST_ROOT", capture.string());
-    Daemon daemon(other, "errors");
-    ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+    RunningDaemon daemon(other);
     const json played = AskForThose(other, kept);
     ASSERT_EQ(live.size(), played.size());
     ASSERT_GE(live.size(), 15U);
@@ -196,16 +184,12 @@ TEST(CaptureTest, ACaptureKeepsTheBytesThatWereReadAndNothingElsewhere) {
   const fs::path capture = folder.Path() / "capture";
   const Variable host("QMT_HOST_ROOT", QMT_TEST_DIR "/fixtures/6.1");
   ASSERT_EQ(MakeCapture(capture, ""), "");
-  const auto textOf = [](const fs::path& path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  };
   for (const char* path : {"proc/stat", "proc/meminfo", "proc/1/stat"}) {
-    EXPECT_EQ(textOf(fs::path(QMT_TEST_DIR "/fixtures/6.1") / path),
-              textOf(capture / "samples/0001/host" / path))
+    EXPECT_EQ(FileText(fs::path(QMT_TEST_DIR "/fixtures/6.1") / path),
+              FileText(capture / "samples/0001/host" / path))
         << path;
   }
-  const json facts = json::parse(textOf(capture / "capture.json"));
+  const json facts = json::parse(FileText(capture / "capture.json"));
   EXPECT_EQ(facts.at("format"), 1);
   EXPECT_EQ(facts.at("profile"), "classic");
   EXPECT_EQ(facts.at("running"), false);
@@ -238,8 +222,7 @@ TEST(CaptureTest, SeveralSamplesArePlayedInTheirTime) {
   const Variable host("QMT_HOST_ROOT", capture.string());
   const Variable speed("QMT_HOST_SPEED", "1000");
   const ProductRoot root("[Schedule]\n");
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  RunningDaemon daemon(root);
   const json one = json::array({{{"record", "CPUP"}}});
   EXPECT_EQ(timeOf(AskForThose(root, one)), timeOf(first));
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -256,8 +239,7 @@ TEST(CaptureTest, AHostileCaptureIsToldInOneLine) {
     ASSERT_EQ(MakeCapture(good, ""), "");
   }
   const auto edit = [](const fs::path& path, const std::string& from, const std::string& to) {
-    std::ifstream in(path);
-    std::string text(std::istreambuf_iterator<char>(in), {});
+    std::string text = FileText(path);
     const std::size_t place = text.find(from);
     ASSERT_NE(place, std::string::npos) << from;
     std::ofstream(path) << text.replace(place, from.size(), to);

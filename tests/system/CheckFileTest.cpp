@@ -1,24 +1,10 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-
-#include <algorithm>
-#include <array>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <regex>
-#include <string>
-#include <vector>
 
 #include "tests/support/TempFolder.h"
 #include "tests/system/Daemon.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 /// What the client makes of a file in `folder`, which is the working directory.
 Outcome Check(const TempFolder& folder, const std::string& words) {
@@ -107,8 +93,7 @@ TEST(CheckFileTest, TheManualsExamplesAreRightAndTheFaultyOneIsNot) {
                {"alarms.md", "alarms", {0}},
                {"applications.md", "application", {0}}};
   for (const auto& row : cases) {
-    std::ifstream file(std::string(QMT_TEST_DIR "/../docs/") + row.manual);
-    const std::string text(std::istreambuf_iterator<char>(file), {});
+    const std::string text = FileText(std::string(QMT_TEST_DIR "/../docs/") + row.manual);
     const std::string fence = "```\n";
     std::vector<int> exitValues;
     for (std::size_t at = text.find(fence); at < text.size();) {
@@ -135,8 +120,7 @@ TEST(CheckFileTest, TheShippedExampleIsSilent) {
 }
 
 TEST(CheckFileTest, TheShippedAlarmsAreRightOnceTheyAreSwitchedOnAndScheduled) {
-  std::ifstream file(QMT_TEST_DIR "/../packaging/alarms");
-  const std::string text(std::istreambuf_iterator<char>(file), {});
+  const std::string text = FileText(QMT_TEST_DIR "/../packaging/alarms");
   const std::regex line("(^|\n)# ([a-z]+ +=)");
   const std::string on = std::regex_replace(text, line, "$1$2");
   ASSERT_THAT(on, HasSubstr("\nalarm     = swap"));

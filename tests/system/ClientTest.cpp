@@ -1,24 +1,5 @@
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <array>
 #include <atomic>
-#include <csignal>
-#include <cstdio>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <memory>
 #include <nlohmann/json.hpp>
-#include <set>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "tests/system/Daemon.h"
 
@@ -36,8 +17,7 @@ std::size_t CountOf(const std::string& text, const std::string& part) {
 
 TEST(ClientTest, AThousandLooksInOneMessageAreOneCollection) {
   const ProductRoot root("[Node]\nMessage Log Level=30\n[Schedule]\n");
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  RunningDaemon daemon(root);
   const std::size_t before = CountOf(daemon.Errors(), "Starting the collect routine");
   std::string words = "get --raw --json";
   for (int i = 0; i < 1000; ++i) {
@@ -55,8 +35,7 @@ TEST(ClientTest, AThousandLooksInOneMessageAreOneCollection) {
 
 TEST(ClientTest, AScheduleIsAddedWatchedAndRemoved) {
   const ProductRoot root("[Schedule]\nPI=60\n");
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  RunningDaemon daemon(root);
   EXPECT_EQ(ShownBy(root, "schedule add CPUP 1"), "CPUP is collected every second, from now on\n");
   EXPECT_NE(ShownBy(root, "schedule add NONE 1").find("no record"), std::string::npos);
   EXPECT_NE(ShownBy(root, "schedule add CPUP 0").find("failed"), std::string::npos);
@@ -78,8 +57,7 @@ TEST(ClientTest, AScheduleIsAddedWatchedAndRemoved) {
 
 TEST(ClientTest, WatchShowsABusyProcessorAndAScheduleKeepsItsRows) {
   const ProductRoot root("[Schedule]\nCPUP=1\n");
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  RunningDaemon daemon(root);
   std::atomic<bool> stop{false};
   std::thread busy([&stop] {
     while (!stop) {
@@ -90,12 +68,12 @@ TEST(ClientTest, WatchShowsABusyProcessorAndAScheduleKeepsItsRows) {
   busy.join();
   ASSERT_EQ(watch.exitValue, 0);
   double most = 0;
-  std::size_t start = 0;
-  for (std::size_t end = watch.output.find('\n'); end != std::string::npos;
-       start = end + 1, end = watch.output.find('\n', start)) {
-    const json answer = json::parse(watch.output.substr(start, end - start));
+  std::istringstream lines(watch.output);
+  int sample = 0;
+  for (std::string line; std::getline(lines, line); ++sample) {
+    const json answer = json::parse(line);
     for (const json& row : answer.at(0).at("rows")) {
-      if (start == 0) {
+      if (sample == 0) {
         EXPECT_TRUE(row.at("CPU %").is_null()) << "nothing to compare with";
         continue;
       }
@@ -128,8 +106,7 @@ std::string ValueOf(const json& folder, int item) {
 TEST(ClientTest, ASettingIsShownChangedAndKept) {
   const ProductRoot root("[Node]\nMessage Log Level=20\n");
   const std::string ini = "opt/qmtrx/mond/agent/qmtagt.ini";
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  RunningDaemon daemon(root);
   const auto shown = [&root](int item) {
     return ValueOf(json::parse(AskDaemon(root, "config --json").output), item);
   };
@@ -166,105 +143,6 @@ TEST(ClientTest, ASettingIsShownChangedAndKept) {
   std::filesystem::permissions(root.Path() / ini, std::filesystem::perms{0444});
   EXPECT_EQ(AskDaemon(root, "config set 15 7 2>&1").exitValue, 4);
   EXPECT_EQ(shown(15), "99");
-}
-
-/// Sleeping children of this process, gone with the object.
-class Children {
- public:
-  explicit Children(int count) {
-    for (int i = 0; i < count; ++i) {
-      const pid_t pid = ::fork();
-      if (pid == 0) {
-        [[maybe_unused]] const int nice = ::nice(i);
-        ::execlp("sleep", "sleep", "120", nullptr);
-        ::_exit(127);
-      }
-      m_pids.push_back(pid);
-    }
-  }
-  ~Children() {
-    for (const pid_t pid : m_pids) {
-      ::kill(pid, SIGKILL);
-      ::waitpid(pid, nullptr, 0);
-    }
-  }
-  Children(const Children&) = delete;
-  Children& operator=(const Children&) = delete;
-  [[nodiscard]] const std::vector<pid_t>& Pids() const { return m_pids; }
-
- private:
-  std::vector<pid_t> m_pids;
-};
-
-/// The words of a process's stat line behind its name, from its state on; empty if it has ended.
-std::vector<std::string> StatOf(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::string line;
-  std::getline(file, line);
-  std::istringstream words(line.substr(line.rfind(')') + 1));
-  return {std::istream_iterator<std::string>(words), {}};
-}
-
-std::set<pid_t> LiveProcesses() {
-  std::set<pid_t> pids;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-    const std::string name = entry.path().filename().string();
-    if (std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; })) {
-      pids.insert(std::stoi(name));
-    }
-  }
-  return pids;
-}
-
-TEST(ClientTest, TheProcessListIsTheSystems) {
-  const ProductRoot root("[Node]\nMessage Log Level=20\n");
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
-  const std::time_t begin = std::time(nullptr);
-  const Children children(5);
-  const std::set<pid_t> before = LiveProcesses();
-  const Outcome outcome = AskDaemon(root, "get PD --raw --json");
-  const std::set<pid_t> after = LiveProcesses();
-  ASSERT_EQ(outcome.exitValue, 0);
-  std::map<pid_t, json> rows;
-  const json answer = json::parse(outcome.output);
-  for (const json& row : answer.at(0).at("rows")) {
-    rows[row.at("PID")] = row;
-    // All but those that came and went in between stand in /proc.
-    const pid_t pid = row.at("PID");
-    EXPECT_TRUE(before.contains(pid) || after.contains(pid) || row.at("Start Time") >= begin - 2)
-        << row;
-  }
-  std::size_t missing = 0;
-  for (const pid_t pid : before) {
-    missing += after.contains(pid) && !rows.contains(pid) ? 1 : 0;
-  }
-  // A process whose name holds a blank is skipped.
-  std::size_t blankNames = 0;
-  for (const pid_t pid : before) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/comm");
-    std::string name;
-    std::getline(file, name);
-    blankNames += name.find(' ') != std::string::npos ? 1 : 0;
-  }
-  EXPECT_LE(missing, blankNames);
-
-  std::ifstream uptime("/proc/uptime");
-  double seconds = 0;
-  uptime >> seconds;
-  const double boot = static_cast<double>(std::time(nullptr)) - seconds;
-  for (const pid_t pid : children.Pids()) {
-    SCOPED_TRACE(pid);
-    ASSERT_TRUE(rows.contains(pid));
-    const json& row = rows.at(pid);
-    const std::vector<std::string> stat = StatOf(pid);
-    ASSERT_GT(stat.size(), 19U);
-    EXPECT_EQ(row.at("Parent PID"), ::getpid());
-    EXPECT_EQ(row.at("User ID"), ::geteuid());
-    EXPECT_EQ(row.at("Priority"), std::stoi(stat[15]) + 60);
-    EXPECT_EQ(row.at("Niceness"), std::stoi(stat[16]));
-    EXPECT_NEAR(row.at("Start Time").get<double>(), boot + std::stod(stat[19]) / 100, 2);
-  }
 }
 
 }  // namespace

@@ -1,19 +1,6 @@
 #pragma once
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <thread>
 
 #include "tests/support/TempFolder.h"
 
@@ -57,30 +44,16 @@ class Daemon {
   [[nodiscard]] std::string Errors() const { return m_root.Read(m_errorName); }
   /// Waits until its standard error holds `text`; false after too long.
   [[nodiscard]] bool Says(const std::string& text) const {
-    return Within([&] { return Errors().find(text) != std::string::npos; });
+    return WaitUntil([&] { return Errors().find(text) != std::string::npos; });
   }
   [[nodiscard]] bool IsRunning() { return !HasEnded(); }
   /// Waits for its end: the exit value, -1 after too long or after a killing signal.
   [[nodiscard]] int ExitValue() {
-    if (!Within([&] { return HasEnded(); }) || !WIFEXITED(m_status)) {
-      return -1;
-    }
-    return WEXITSTATUS(m_status);
+    return WaitUntil([&] { return HasEnded(); }) && WIFEXITED(m_status) ? WEXITSTATUS(m_status)
+                                                                        : -1;
   }
 
  private:
-  template <class Condition>
-  static bool Within(const Condition& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition()) {
-      if (std::chrono::steady_clock::now() > end) {
-        return false;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
-  }
-
   bool HasEnded() {
     if (m_pid > 0 && ::waitpid(m_pid, &m_status, WNOHANG) == m_pid) {
       m_pid = -1;
@@ -111,6 +84,15 @@ class Daemon {
   int m_status = 0;
 };
 
+/// One that has told that it runs.
+class RunningDaemon : public Daemon {
+ public:
+  explicit RunningDaemon(const ProductRoot& root, std::string errorName = "errors")
+      : Daemon(root, std::move(errorName)) {
+    EXPECT_TRUE(Says("QMTX10003-I")) << Errors();
+  }
+};
+
 /// How a command ended.
 struct Outcome {
   int exitValue;
@@ -119,14 +101,13 @@ struct Outcome {
 
 /// What a command of the shell prints.
 inline Outcome RunCommand(const std::string& command) {
-  const auto close = [](std::FILE* pipe) { ::pclose(pipe); };
-  std::unique_ptr<std::FILE, decltype(close)> pipe(::popen(command.c_str(), "r"), close);
+  std::FILE* const pipe = ::popen(command.c_str(), "r");
   Outcome outcome{-1, ""};
   std::array<char, 4096> piece{};
-  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), pipe.get())) {
+  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), pipe)) {
     outcome.output.append(piece.data(), count);
   }
-  outcome.exitValue = WEXITSTATUS(::pclose(pipe.release()));
+  outcome.exitValue = WEXITSTATUS(::pclose(pipe));
   return outcome;
 }
 

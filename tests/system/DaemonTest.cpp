@@ -1,18 +1,8 @@
-#include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
 #include <regex>
-#include <string>
-#include <vector>
 
 #include "tests/system/Daemon.h"
 
@@ -46,8 +36,7 @@ TEST(DaemonTest, EachStopSignalHasItsMessagesAndExitValue) {
   for (const auto& row : cases) {
     SCOPED_TRACE(row.signal);
     const ProductRoot root("[Schedule]\n");
-    Daemon daemon(root, "errors");
-    ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+    RunningDaemon daemon(root);
     EXPECT_TRUE(fs::is_fifo(root.PipeFolder() / "qmt_hostutil_.pipe"));
     EXPECT_TRUE(fs::is_fifo(root.PipeFolder() / "qmt_hostutil_.pipeOut"));
     EXPECT_TRUE(fs::exists(root.AgentFolder() / "log/version.log"));
@@ -75,8 +64,7 @@ TEST(DaemonTest, WordsOfHelpAreAnsweredAndStartNothing) {
 
 TEST(DaemonTest, OtherSignalsDoNotStopItAndUserSignalIsTracedByTheLoop) {
   const ProductRoot root(kMainFlow);
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  RunningDaemon daemon(root);
   const std::size_t before = daemon.Errors().size();
   for (const int signal : {SIGHUP, SIGQUIT, SIGALRM, SIGPIPE, SIGCHLD}) {
     daemon.Signal(signal);
@@ -164,11 +152,10 @@ TEST(DaemonTest, NobodyWhoReadsItsErrorsCanHoldItUp) {
   ASSERT_EQ(::mkfifo((root.AgentFolder() / "log/version.log").c_str(), 0600), 0);
   Daemon daemon(root, "stderr");
   Outcome outcome{-1, ""};
-  for (int i = 0; i < 300 && outcome.exitValue != 0; ++i) {
+  EXPECT_TRUE(WaitUntil([&] {
     outcome = AskDaemon(root, "status 2>&1");
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  EXPECT_EQ(outcome.exitValue, 0) << outcome.output;
+    return outcome.exitValue == 0;
+  })) << outcome.output;
   // Neither stops it.
   daemon.Signal(SIGUSR1);
   daemon.Signal(SIGXFSZ);

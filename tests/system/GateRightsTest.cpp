@@ -1,18 +1,9 @@
-#include <fcntl.h>
-#include <gmock/gmock.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <pwd.h>
 #include <sys/ptrace.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-#include <functional>
-#include <string>
 
 #include "gate/GateRights.h"
 #include "support/AtomicFile.h"
@@ -20,8 +11,6 @@
 #include "tests/system/Daemon.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 /// "" for what succeeds, else why not.
 std::string Reason(bool isDone) { return isDone ? "" : std::strerror(errno); }
@@ -79,10 +68,7 @@ TEST(GateRightsTest, WhoTakesTheGateOverReadsWhatAReaderMayAndNothingElse) {
     const std::string status = ShownBy(root, "status");
     return status.find("http://127.0.0.1:") != std::string::npos;
   };
-  for (int tries = 0; tries < 300 && !answers(); ++tries) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
-  ASSERT_TRUE(answers()) << daemon.Errors();
+  ASSERT_TRUE(WaitUntil(answers)) << daemon.Errors();
   EXPECT_THAT(ShownBy(root, "console --print"), HasSubstr("#token="));
   const std::string user = ::getpwnam("qmtgate") != nullptr ? "qmtgate" : "nobody";
   struct ::stat control {};

@@ -1,18 +1,8 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <chrono>
-#include <csignal>
-#include <fstream>
-#include <map>
-#include <string>
-#include <thread>
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -74,14 +64,11 @@ TEST_P(HelperRightsTest, FewerThanTheDaemons) {
   }
   ASSERT_GT(helper, 0);
   std::map<std::string, std::string> status;
-  for (int i = 0; i < 1000; ++i) {
+  WaitUntil([&] {
     status = StatusOf(helper);
-    if ((status["Name:"] == GetParam().name && status["State:"].starts_with('S')) ||
-        status["State:"].starts_with('Z')) {
-      break;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+    return (status["Name:"] == GetParam().name && status["State:"].starts_with('S')) ||
+           status["State:"].starts_with('Z');
+  });
   ::kill(helper, SIGKILL);
   ::waitpid(helper, nullptr, 0);
   ::close(ends[0]);

@@ -1,9 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <csignal>
-#include <filesystem>
-#include <string>
-
 #include "tests/system/Daemon.h"
 
 namespace {

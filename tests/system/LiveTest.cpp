@@ -1,22 +1,10 @@
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdint>
-#include <cstring>
-#include <fstream>
-#include <map>
 #include <nlohmann/json.hpp>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #include "tests/system/Daemon.h"
 

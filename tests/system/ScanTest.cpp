@@ -1,18 +1,5 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <csignal>
 #include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <string>
-#include <thread>
 
 #include "support/Descriptor.h"
 #include "tests/system/Daemon.h"
@@ -40,13 +27,6 @@ class ScanTest : public ::testing::Test {
 
   [[nodiscard]] fs::path Results() const { return m_root.AgentFolder() / "storage.d"; }
   [[nodiscard]] std::string LockPath() const { return m_root.PipeFolder() / "qmt_ufss_.lock"; }
-  template <class Condition>
-  static bool Within(const Condition& condition) {
-    for (int turn = 0; turn < 3000 && !condition(); ++turn) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return condition();
-  }
   /// Whether no scan holds the lock.
   [[nodiscard]] bool IsScanOver() const {
     const Descriptor lock(::open(LockPath().c_str(), O_RDWR | O_CLOEXEC));
@@ -91,7 +71,7 @@ class ScanTest : public ::testing::Test {
 
 TEST_F(ScanTest, TheFirstRunsAtTheStartAndIsAnswered) {
   Daemon daemon(m_root, "errors");
-  ASSERT_TRUE(Within([&] { return fs::exists(Results() / ":data:one"); })) << daemon.Errors();
+  ASSERT_TRUE(WaitUntil([&] { return fs::exists(Results() / ":data:one"); })) << daemon.Errors();
   const json row = json::parse(AskDaemon(m_root, "get --json UFSS").output).at(0).at("rows").at(0);
   EXPECT_EQ(row.at("File System"), "/data/one");
   EXPECT_EQ(row.at("User ID"), ::geteuid());
@@ -100,11 +80,11 @@ TEST_F(ScanTest, TheFirstRunsAtTheStartAndIsAnswered) {
   EXPECT_EQ(row.at("File System Size Mbytes"), mount.at("Total Size Mbytes"));
 
   EXPECT_FALSE(ShownBy(m_root, "config set 3 Never").starts_with("failed"));
-  EXPECT_TRUE(Within([&] { return !fs::exists(Results()); }));
+  EXPECT_TRUE(WaitUntil([&] { return !fs::exists(Results()); }));
   // The first scan has shown its result, but may hold off the next one until it has ended.
-  EXPECT_TRUE(Within([&] { return IsScanOver(); }));
+  EXPECT_TRUE(WaitUntil([&] { return IsScanOver(); }));
   EXPECT_FALSE(ShownBy(m_root, "config set 3 03:30").starts_with("failed"));
-  EXPECT_TRUE(Within([&] { return fs::exists(Results() / ":data:one"); })) << "made anew";
+  EXPECT_TRUE(WaitUntil([&] { return fs::exists(Results() / ":data:one"); })) << "made anew";
   daemon.Signal(SIGTERM);
   EXPECT_EQ(daemon.ExitValue(), 0);
 }

@@ -1,18 +1,8 @@
-#include <gtest/gtest.h>
 #include <sys/ipc.h>
 
-#include <algorithm>
-#include <array>
-#include <chrono>
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "support/UserFileFormat.h"
 #include "support/UserFileSemaphore.h"
@@ -82,8 +72,7 @@ TEST(UserDataTest, RandomRowsComeBackFromTheAgent) {
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);
   const ProductRoot root;
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  RunningDaemon daemon(root);
   for (const UserFileKind& kind : UserFileKinds()) {
     std::vector<json> rows;
     for (std::uint32_t number = 0; number < 50; ++number) {
@@ -120,8 +109,7 @@ TEST(UserDataTest, RandomRowsComeBackFromTheAgent) {
 
 TEST(UserDataTest, TwoWritersAndACollectingDaemonLoseNothing) {
   const ProductRoot root("[Schedule]\nUPD = 1\n");
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  RunningDaemon daemon(root);
   const bool isLong = std::getenv("QMT_LONG_TESTS") != nullptr;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(isLong ? 60 : 2);
   std::array<int, 2> written{};
@@ -165,8 +153,7 @@ TEST(UserDataTest, AStrangerDelaysOnlyTheBatchThatNeedsTheFilesAndThatOnce) {
     ASSERT_GE(strangers.back()->create(), 0);
     ASSERT_EQ(strangers.back()->lock(false, 0), 0);
   }
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  RunningDaemon daemon(root);
   const auto begin = Clock::now();
   std::thread needy([&] {
     const json answer = json::parse(AskDaemon(root, "get --raw --json UPI UPIB UPD UPDB").output);

@@ -1,11 +1,4 @@
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <map>
-#include <string>
 
 #include "tests/scripted/ProcessTree.h"
 #include "tests/support/TempFolder.h"

@@ -1,10 +1,6 @@
 #include <grp.h>
-#include <gtest/gtest.h>
 #include <pwd.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "tests/system/Daemon.h"
@@ -57,8 +53,7 @@ TEST(WorkgroupTest, StartedProcessesFallWhereTheyShould) {
       << "workgroup = mine\nusers = " << user << "\n"
       << "workgroup = ours\ngroups_02 = \"" << group << "\"\n"
       << "workgroup = nobody's\nusers = qmt-no-such-user\n";
-  Daemon daemon(root, "errors");
-  ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
+  RunningDaemon daemon(root);
   const Sleeper night(root, "qmtnight", "98765");
   json counts;
   const auto look = [&] {

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <fstream>
-#include <string>
-#include <vector>
-
 #include "tests/support/TempFolder.h"
 #include "userdata/FileFault.h"
 

@@ -1,9 +1,5 @@
 #include "userdata/EventFile.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/userdata/DefinitionText.h"
 

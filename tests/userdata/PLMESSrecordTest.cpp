@@ -1,9 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <numeric>
-#include <string>
-#include <vector>
 
 #include "collect/log/MessagesSource.h"
 #include "records/RecordBuilder.h"
@@ -13,6 +9,7 @@
 #include "tests/scripted/Batch.h"
 #include "tests/scripted/DumpedLines.h"
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,9 +1,5 @@
 #include "userdata/WorkGroup.h"
 
-#include <gtest/gtest.h>
-
-#include <ctime>
-
 #include "support/OsCalls.h"
 #include "support/Switches.h"
 #include "tests/scripted/ScriptedNode.h"

@@ -1,11 +1,5 @@
 #include "userdata/WorkgroupFile.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <array>
-#include <memory>
-
 #include "support/Switches.h"
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/userdata/DefinitionText.h"
@@ -233,14 +227,10 @@ TEST_F(WorkgroupFile, LengthIsTracedOnceForTheFirstItemOfAKind) {
 
 TEST_F(WorkgroupFile, ExamplesOfTheDocumentation) {
   const std::string fixtures = QMT_TEST_DIR "/fixtures/definitions/";
-  const auto read = [](const std::string& path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  };
-  const std::string doc = read(QMT_TEST_DIR "/../docs/workgroups.md");
+  const std::string doc = FileText(QMT_TEST_DIR "/../docs/workgroups.md");
   for (const std::string name : {"services", "patterns", "faulty"}) {
     const std::string path = fixtures + name + "/wgfile";
-    const std::string example = read(path);
+    const std::string example = FileText(path);
     ASSERT_FALSE(example.empty());
     EXPECT_NE(std::string::npos, doc.find("```\n" + example + "```\n")) << name;
     mondWgFile file;

@@ -1,18 +1,3 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <thread>
-
 #include "node/Node.h"
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
@@ -95,9 +80,6 @@ class HostNamesTest : public testing::Test {
   }
   int Handle(const HostNameWire& wire) {
     return m_manager->handle_request(reinterpret_cast<const char*>(&wire));
-  }
-  static std::size_t Lines(const std::string& part) {
-    return ScriptedNode::Instance().LinesWith(part).size();
   }
 
   const OsCalls m_calls = Os();
@@ -183,23 +165,16 @@ TEST_F(HostNamesTest, AKilledHelperIsBackWithTheFirstQuestionBehindItsPause) {
     pid_t helper = 0;
     ASSERT_TRUE(std::ifstream(m_root.Path() / "pid") >> helper);
     ASSERT_EQ(::kill(helper, SIGKILL), 0);
-    while (m_manager->IsHelperRunning()) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    WaitUntil([this] { return !m_manager->IsHelperRunning(); });
   };
   killHelper();
   EXPECT_EQ(Ask("127.0.0.1"), 1) << "started at once";
   EXPECT_STREQ(m_request.resultName.data(), "localhost");
   EXPECT_EQ(Lines("has been respawned"), 1U);
   killHelper();
-  int answer = Ask("127.0.0.2");
-  EXPECT_EQ(answer, 0) << "it has lived for less than the pause";
+  EXPECT_EQ(Ask("127.0.0.2"), 0) << "it has lived for less than the pause";
   EXPECT_EQ(Lines("has been respawned"), 1U);
-  for (int i = 0; i < 100 && answer != 1; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    answer = Ask("127.0.0.2");
-  }
-  EXPECT_EQ(answer, 1);
+  EXPECT_TRUE(WaitUntil([this] { return Ask("127.0.0.2") == 1; }));
   EXPECT_EQ(Lines("has been respawned"), 2U);
   EXPECT_EQ(Lines("Request <127.0.0.2> has been sent successfully."), 1U);
 }

@@ -1,16 +1,4 @@
 #include <arpa/inet.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "collect/Collector.h"
 #include "collect/network/InterfaceSourceLINUX.h"
@@ -180,9 +168,7 @@ TEST_F(InterfaceRecordsTest, ANetworkHasTheNameOfTheAddressUnderItsMask) {
   EXPECT_STREQ(question.query.data(), "192.168.7.0");
   EXPECT_EQ(::read(questions.Get(), &question, sizeof question), -1);
   pid_t helper = 0;
-  while (!(std::ifstream(root.Path() / "pid") >> helper)) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  WaitUntil([&] { return bool(std::ifstream(root.Path() / "pid") >> helper); });
   ::kill(helper, SIGKILL);
   ::waitpid(helper, nullptr, 0);
   SetProductRoot("");

@@ -1,38 +1,16 @@
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include "collect/Collector.h"
 #include "collect/modern/network/InterfaceSource.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
 #include "support/HostPaths.h"
-#include "support/HostProfile.h"
-#include "support/OsCalls.h"
-#include "tests/scripted/Batch.h"
+#include "tests/scripted/BuilderFixture.h"
 #include "tests/scripted/Golden.h"
-#include "tests/scripted/ScriptedNode.h"
 
 namespace {
 
-std::time_t g_modernNow = 0;
-
-class ModernInterfacesTest : public testing::Test {
+class ModernInterfacesTest : public BuilderFixture {
  protected:
-  void SetUp() override {
-    ScriptedNode::Reset();
-    g_hostProfile = HostProfile::kModern;
-    g_modernNow = 1'700'000'000;
-    Os().time = [](std::time_t*) { return g_modernNow; };
-  }
-  void TearDown() override {
-    SetHostRoot("");
-    Os() = m_calls;
-    g_hostProfile = HostProfile::kClassic;
-  }
+  void SetUp() override { g_hostProfile = HostProfile::kModern; }
+  void TearDown() override { SetHostRoot(""); }
   void Collect(const char* tree) {
     SetHostRoot((m_fixture / tree).string());
     ModernInterfaceSource source;
@@ -51,18 +29,11 @@ class ModernInterfacesTest : public testing::Test {
   std::vector<Row> Build(Asker& asker) {
     const auto builder = std::is_same_v<Row, recordPI_NIND> ? &RecordBuilder::Build_NIND
                                                             : &RecordBuilder::Build_NINS;
-    const UtlErrorPtr error((m_builder.*builder)(&asker.event, asker.event.m_requests.front()));
-    EXPECT_EQ(error, nullptr);
-    std::vector<Row> rows = asker.Rows<Row>();
-    asker.NextAnswer();
-    return rows;
+    return BuildBy<Row>(builder, asker);
   }
 
   const std::filesystem::path m_fixture =
       std::filesystem::path(QMT_TEST_DIR) / "fixtures/interfaces/modern";
-  const OsCalls m_calls = Os();
-  Collector m_collector;
-  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
   Asker m_each{"NIND", '4', {.realtime = 0, .calcRates = 1}};
   Asker m_sum{"NINS", '4', {.realtime = 0, .calcRates = 1}};
 };
@@ -76,7 +47,7 @@ TEST_F(ModernInterfacesTest, TwoLooksAtAHostAreTheRowsWorkedOutByHand) {
     wired.broadcast = ::inet_addr("192.0.3.255");
     const auto rows = Build<recordPI_NIND>(m_each);
     const auto sums = Build<recordPI_NINS>(m_sum);
-    g_modernNow += 10;
+    s_now += 10;
     if (*tree == '1') {
       continue;
     }
@@ -110,7 +81,7 @@ TEST_F(ModernInterfacesTest, AnInterfaceGoesOnWithAnotherAddressAndNeverCountsDo
                 {12, "10.0.0.2", "veth0"}};
   std::string told;
   for (const auto& [received, address, other] : passes) {
-    g_modernNow += 10;
+    s_now += 10;
     m_collector.GetInterface()->clear();
     Add("eth0", received, address);
     if (other != nullptr) {
@@ -128,7 +99,7 @@ TEST_F(ModernInterfacesTest, AnInterfaceGoesOnWithAnotherAddressAndNeverCountsDo
   EXPECT_EQ(told, "10/10 sum 10; 0/0 7/7 sum 7; 7/7 0/0 sum 7; ");
   // A look of which the file could not be read costs no difference.
   for (const std::uint64_t received : {0, 20}) {
-    g_modernNow += 10;
+    s_now += 10;
     m_collector.GetInterface()->clear();
     if (received != 0) {
       Add("eth0", received, "10.0.0.2");

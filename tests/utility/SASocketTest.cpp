@@ -1,14 +1,5 @@
 #include "utility/SASocket.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <array>
-#include <filesystem>
-#include <string>
-
 #include "node/Node.h"
 #include "support/HostPaths.h"
 #include "support/Switches.h"

@@ -1,9 +1,8 @@
 #include "client/ask/Answers.h"
 
-#include <gtest/gtest.h>
-
 #include "client/ask/Errors.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

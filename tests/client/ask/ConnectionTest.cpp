@@ -1,21 +1,17 @@
 #include "client/ask/Connection.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <filesystem>
-
 #include "client/ask/Errors.h"
 #include "json/JsonText.h"
 #include "tests/client/ClientHarness.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
 using std::chrono::milliseconds;
-using testing::HasSubstr;
 
 /// The words that `act` fails with.
 template <class Act>

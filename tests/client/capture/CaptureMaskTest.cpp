@@ -1,11 +1,5 @@
 #include "client/capture/CaptureMask.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <string>
-
 #include "client/ask/Errors.h"
 #include "client/capture/BinaryMask.h"
 #include "json/JsonText.h"

@@ -1,10 +1,5 @@
 #include "client/capture/KeptHistory.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-
 #include "client/ask/Errors.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/support/TempFolder.h"

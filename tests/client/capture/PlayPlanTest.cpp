@@ -1,13 +1,5 @@
 #include "client/capture/PlayPlan.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <string>
-
 #include "client/ask/Errors.h"
 #include "tests/support/TempFolder.h"
 

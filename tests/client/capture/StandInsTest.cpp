@@ -1,11 +1,8 @@
 #include "client/capture/StandIns.h"
 
-#include <gtest/gtest.h>
-
-#include <set>
-
 #include "client/capture/BinaryMask.h"
 #include "client/capture/TextMask.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,13 +1,5 @@
 #include <archive.h>
 #include <archive_entry.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <string>
-#include <vector>
 
 #include "client/ask/Errors.h"
 #include "client/capture/Archive.h"

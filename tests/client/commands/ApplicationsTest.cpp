@@ -1,17 +1,9 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "client/ask/Errors.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 Json Item(const char* kind, int id, const std::string& label, const std::string& value,
           int current = 0) {

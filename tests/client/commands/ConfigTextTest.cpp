@@ -2,10 +2,7 @@
 #include "client/commands/ConfigText.h"
 #include "client/show/TerminalCodes.h"
 #include "tests/json/JsonOf.h"
-
-#include <gtest/gtest.h>
-
-#include <sstream>
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,15 +1,11 @@
 #include "client/commands/ControlGroups.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "client/ask/Errors.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 Json GroupSchemaAnswer() {
   return JsonOf(R"({"schema": {"record": "CGRP", "structure": "recordPI_CGRP",

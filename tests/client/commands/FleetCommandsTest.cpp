@@ -1,13 +1,3 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
-
 #include "client/ask/AlarmAnswers.h"
 #include "client/ask/Errors.h"
 #include "client/ask/PushAnswers.h"
@@ -17,8 +7,6 @@
 #include "tests/support/TempFolder.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 constexpr const char* kEndedAlarm = R"({"id": 17, "alarm": "disk-full", "record": "FSL",
   "key": {"Mount Point": "/a\u001b"}, "severity": "warning", "state": "ended",

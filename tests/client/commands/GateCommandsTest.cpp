@@ -1,16 +1,4 @@
 #include <crypt.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "client/ask/Errors.h"
 #include "client/commands/Console.h"
@@ -20,9 +8,7 @@
 
 namespace {
 
-using testing::HasSubstr;
 using testing::MatchesRegex;
-using testing::StartsWith;
 
 class GateCommandsTest : public ::testing::Test {
  protected:
@@ -185,9 +171,7 @@ TEST_F(GateCommandsTest, OpenTheConsole) {
   EXPECT_FALSE(std::filesystem::exists(Path("qmtctl-console.html")));
   const Outcome opened = Run({"--socket", server.Path(), "console"}, path, desktop);
   EXPECT_EQ(opened.out + opened.err, link);
-  for (int i = 0; i < 500 && !std::filesystem::exists(Path("seen")); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
+  WaitUntil([&] { return std::filesystem::exists(Path("seen")); });
   EXPECT_EQ(m_folder.Read("seen"), Path("qmtctl-console.html") + "\n") << "no secret";
   EXPECT_EQ(ModeOf("qmtctl-console.html"), 0600U);
   EXPECT_THAT(m_folder.Read("qmtctl-console.html"),

@@ -1,15 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <cstdlib>
-#include <ctime>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "client/ask/Errors.h"
 #include "client/show/Plot.h"
 #include "client/show/TimeText.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

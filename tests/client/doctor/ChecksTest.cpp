@@ -1,10 +1,5 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <functional>
-
 #include "client/doctor/Doctor.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

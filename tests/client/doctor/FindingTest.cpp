@@ -1,16 +1,6 @@
 #include <arpa/inet.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <thread>
 
 #include "client/ask/Errors.h"
 #include "client/doctor/FindFacts.h"
@@ -21,10 +11,10 @@
 #include "support/Descriptor.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
-using testing::HasSubstr;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 

@@ -1,12 +1,7 @@
 #include "client/files/UserStore.h"
 
-#include <gtest/gtest.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
-
-#include <filesystem>
-#include <fstream>
-#include <string>
 
 #include "support/HostPaths.h"
 #include "tests/support/TempFolder.h"

@@ -1,8 +1,7 @@
 #include "client/looks/RecordNames.h"
 
-#include <gtest/gtest.h>
-
 #include "client/ask/Errors.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,15 +1,12 @@
 #include "client/looks/RecordReader.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "client/ask/Errors.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
-using testing::HasSubstr;
 using testing::ThrowsMessage;
 
 constexpr std::size_t kLongBytes = 20'000;

@@ -1,14 +1,11 @@
 #include "client/report/Analysis.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "client/report/EventParts.h"
 #include "client/report/Uses.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

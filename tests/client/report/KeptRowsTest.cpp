@@ -1,16 +1,12 @@
 #include "client/report/KeptRows.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "client/ask/Errors.h"
 #include "client/report/Gaps.h"
 #include "tests/client/report/KeptServer.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 /// A row each `step` seconds.
 std::vector<Json> RowsFrom(std::int64_t first, std::int64_t last, std::int64_t step) {

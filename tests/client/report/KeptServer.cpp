@@ -1,9 +1,6 @@
 #include "tests/client/report/KeptServer.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <limits>
-#include <utility>
 
 namespace {
 

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <map>
-#include <string>
-#include <vector>
-
 #include "tests/client/ClientHarness.h"
 
 /// A daemon of the tests that has kept rows, each of which holds its "Record Time", and gives them

@@ -1,19 +1,12 @@
 #include "client/report/MakeSummary.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <stdexcept>
 
 #include "client/ask/Errors.h"
 #include "tests/client/report/KeptServer.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 constexpr std::int64_t kSummaryStart = 1'700'000'000;
 constexpr std::int64_t kSummaryDay = 86400;

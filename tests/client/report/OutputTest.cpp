@@ -1,24 +1,10 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
-
 #include "tests/client/report/KeptServer.h"
 #include "tests/support/FileSizeLimit.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
-
-std::string ReportTextOf(const fs::path& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 class ReportOutputTest : public testing::Test {
  protected:
@@ -41,14 +27,14 @@ TEST_F(ReportOutputTest, AFileIsReplacedAndALinkToOneByAFile) {
   std::ofstream(m_out) << "old";
   ASSERT_EQ(::chmod(m_out.c_str(), 0600), 0);
   ASSERT_EQ(Report(m_out).exit, 0);
-  EXPECT_THAT(ReportTextOf(m_out), HasSubstr("# Report on h\\<1"));
+  EXPECT_THAT(FileText(m_out), HasSubstr("# Report on h\\<1"));
   EXPECT_EQ(fs::status(m_out).permissions(), fs::perms::owner_read | fs::perms::owner_write);
   const fs::path kept = m_out.parent_path() / "kept";
   std::ofstream(kept) << "kept";
   fs::remove(m_out);
   fs::create_symlink(kept, m_out);
   ASSERT_EQ(Report(m_out).exit, 0);
-  EXPECT_EQ(ReportTextOf(kept), "kept");
+  EXPECT_EQ(FileText(kept), "kept");
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(m_out)));
   EXPECT_EQ(Entries(), 2U);
 }
@@ -88,7 +74,7 @@ TEST_F(ReportOutputTest, AFileThatCannotBeWrittenKeepsWhatItHeld) {
     EXPECT_EQ(outcome.exit, 1);
     EXPECT_THAT(outcome.err, HasSubstr("can't be written"));
   }
-  EXPECT_EQ(ReportTextOf(m_out), "old");
+  EXPECT_EQ(FileText(m_out), "old");
   EXPECT_EQ(Entries(), 1U) << "nothing is left behind";
 }
 

@@ -1,13 +1,10 @@
 #include "client/report/Renderers.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "client/ask/Errors.h"
 #include "client/report/PageParts.h"
 #include "client/report/Points.h"
 #include "json/JsonText.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,11 +1,8 @@
 #include "client/show/GroupTree.h"
 
-#include <gtest/gtest.h>
-
-#include <ctime>
-
 #include "client/ask/Errors.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

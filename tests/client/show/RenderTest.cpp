@@ -2,13 +2,10 @@
 
 #include "client/show/TerminalCodes.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-
 #include "client/ask/Errors.h"
 #include "client/show/RecordWriters.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,12 +1,8 @@
 #include "client/show/RowChoice.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-
 #include "client/ask/Errors.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

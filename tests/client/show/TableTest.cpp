@@ -1,9 +1,8 @@
 #include "client/show/Table.h"
 #include "client/show/TerminalCodes.h"
 
-#include <gtest/gtest.h>
-
 #include "client/ask/SafeText.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

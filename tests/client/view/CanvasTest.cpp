@@ -1,8 +1,7 @@
 #include "client/view/Canvas.h"
 
-#include <gtest/gtest.h>
-
 #include "tests/client/view/ViewRows.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,19 +1,12 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "client/ask/Errors.h"
 #include "client/ask/SafeText.h"
 #include "client/view/ColumnChooser.h"
 #include "client/view/HelpPage.h"
 #include "client/view/Prompt.h"
 #include "tests/client/view/ViewRows.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 std::string PromptText(const Prompt& prompt, std::size_t width = 60) {
   Canvas canvas(width, 1);

@@ -1,11 +1,10 @@
 #include "client/view/FineShares.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "tests/client/view/ViewRows.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

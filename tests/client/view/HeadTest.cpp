@@ -1,17 +1,13 @@
 #include "client/view/Head.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "client/ask/SafeText.h"
 #include "client/view/HeadFigures.h"
 #include "tests/client/view/ViewRows.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
-using testing::HasSubstr;
-using testing::Not;
 using testing::Optional;
 
 constexpr double kMegabyte = 1024 * 1024;

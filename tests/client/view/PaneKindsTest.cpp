@@ -1,18 +1,10 @@
 #include "client/view/PaneKinds.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <fstream>
-#include <map>
-#include <set>
-#include <sstream>
-#include <vector>
-
 #include "client/view/HeadFigures.h"
 #include "client/view/KeyHelp.h"
 #include "client/view/RowView.h"
 #include "tests/client/view/ViewRows.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,10 +1,9 @@
 #include "client/view/RowLines.h"
 
-#include <gtest/gtest.h>
-
 #include "client/ask/Errors.h"
 #include "tests/client/view/ViewRows.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,18 +1,12 @@
 #include "client/view/RowView.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "client/ask/Errors.h"
 #include "client/ask/SafeText.h"
 #include "tests/client/view/ViewRows.h"
 #include "tests/json/JsonOf.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
 
 const PaneRecord& ProcessKind() {
   static const PaneRecord kind{"PDI",

@@ -1,8 +1,8 @@
 #include "client/view/Sparkline.h"
 
-#include <gtest/gtest.h>
-
 #include <limits>
+
+#include "tests/support/Testing.h"
 
 namespace {
 

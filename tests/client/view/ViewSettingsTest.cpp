@@ -1,19 +1,8 @@
 #include "client/view/ViewSettings.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
-
 #include "tests/support/TempFolder.h"
 
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr const char* kFile = "qmtctl/view.ini";
 

@@ -1,20 +1,12 @@
 #include "collect/accounting/AcctSourceLINUX.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-#include <string>
-
 #include "collect/AccountingCount.h"
 #include "support/OsCalls.h"
 #include "support/ProductOptions.h"
 #include "support/Switches.h"
 #include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

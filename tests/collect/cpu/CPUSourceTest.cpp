@@ -1,9 +1,5 @@
 #include "collect/cpu/CPUSourceLINUX.h"
 
-#include <gtest/gtest.h>
-
-#include <sstream>
-
 #include "tests/collect/CollectFixture.h"
 
 namespace {

@@ -1,11 +1,8 @@
 #include "collect/device/DeviceMap.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 #include <cstdio>
-#include <fstream>
 
 #include "tests/collect/CollectFixture.h"
 

@@ -1,11 +1,5 @@
 #include "collect/device/DeviceSourceLINUX.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <sstream>
-
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "tests/collect/CollectFixture.h"

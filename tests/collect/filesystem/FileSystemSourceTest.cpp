@@ -2,17 +2,6 @@
 
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <cstring>
-#include <filesystem>
-#include <sstream>
-#include <thread>
-#include <vector>
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
@@ -170,13 +159,8 @@ TEST_F(FileSystemSourceTest, WithALimitAMountThatHangsIsLeftOutOnceAndForAll) {
     const int rc = ::waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOHANG | WNOWAIT);
     return rc != 0 || end.si_pid != 0;
   };
-  const auto begin = std::chrono::steady_clock::now();
-  while (!std::ranges::all_of(children, hasEnded) &&
-         std::chrono::steady_clock::now() - begin < std::chrono::seconds(5)) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
   EXPECT_FALSE(children.empty());
-  EXPECT_TRUE(std::ranges::all_of(children, hasEnded));
+  EXPECT_TRUE(WaitUntil([&] { return std::ranges::all_of(children, hasEnded); }));
   // Where the system itself takes ended children there is none to wait for.
   ::signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(Read(), good);

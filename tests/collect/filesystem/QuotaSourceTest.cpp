@@ -1,16 +1,7 @@
 #include "collect/filesystem/QuotaSource.h"
 
-#include <fcntl.h>
 #include <linux/dqblk_xfs.h>
 #include <sys/quota.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <map>
-#include <sstream>
-#include <utility>
 
 #include "tests/collect/CollectFixture.h"
 

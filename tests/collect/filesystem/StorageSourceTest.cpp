@@ -1,11 +1,5 @@
 #include "collect/filesystem/StorageSource.h"
 
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <sstream>
-
 #include "support/ProductOptions.h"
 #include "tests/collect/CollectFixture.h"
 

@@ -2,11 +2,6 @@
 #include <sys/msg.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <vector>
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"

@@ -1,12 +1,5 @@
 #include "collect/log/MessagesSource.h"
 
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
-
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "support/ProductOptions.h"

@@ -1,9 +1,5 @@
 #include "collect/modern/cpu/CpuSource.h"
 
-#include <gtest/gtest.h>
-
-#include <sstream>
-
 #include "collect/modern/cpu/Cpuinfo.h"
 #include "collect/modern/cpu/Interrupts.h"
 #include "tests/collect/CollectFixture.h"

@@ -1,7 +1,5 @@
 #include "collect/modern/cpu/CpuTimes.h"
 
-#include <sstream>
-
 #include "tests/collect/CollectFixture.h"
 
 namespace {

@@ -1,7 +1,5 @@
 #include "collect/modern/device/DiskSource.h"
 
-#include <sstream>
-
 #include "collect/modern/device/BlockDevices.h"
 #include "tests/collect/CollectFixture.h"
 

@@ -1,9 +1,6 @@
 #include "collect/modern/system/HostFacts.h"
 
-#include <gtest/gtest.h>
 #include <sys/timex.h>
-
-#include <cstring>
 
 #include "collect/modern/system/HostFactsText.h"
 #include "tests/collect/CollectFixture.h"

@@ -5,13 +5,6 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <sstream>
-#include <string>
 
 #include "collect/modern/network/NetDev.h"
 #include "tests/collect/CollectFixture.h"

@@ -1,9 +1,5 @@
 #include "collect/modern/system/KernelSource.h"
 
-#include <gtest/gtest.h>
-
-#include <vector>
-
 #include "tests/collect/CollectFixture.h"
 
 namespace {

@@ -3,9 +3,6 @@
 #include <arpa/inet.h>
 #include <net/if.h>
 
-#include <cerrno>
-#include <sstream>
-
 #include "tests/collect/CollectFixture.h"
 #include "tests/collect/modern/NetlinkAnswer.h"
 

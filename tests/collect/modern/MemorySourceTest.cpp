@@ -1,7 +1,5 @@
 #include "collect/modern/system/MemorySource.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "tests/collect/CollectFixture.h"

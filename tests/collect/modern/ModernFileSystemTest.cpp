@@ -1,11 +1,3 @@
-#include <unistd.h>
-
-#include <cerrno>
-#include <chrono>
-#include <filesystem>
-#include <map>
-#include <sstream>
-
 #include "collect/modern/filesystem/FileSystemSource.h"
 #include "collect/modern/filesystem/Mountinfo.h"
 #include "collect/modern/filesystem/RemoteMount.h"

@@ -1,18 +1,13 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <linux/inet_diag.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <array>
 #include <cstdint>
-#include <cstring>
 #include <span>
-#include <string>
-#include <utility>
-#include <vector>
+
+#include "tests/support/Testing.h"
 
 // What the kernel sends by netlink, made by hand, and a socket that stands for its own.
 

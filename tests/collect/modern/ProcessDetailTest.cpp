@@ -1,14 +1,5 @@
 #include "collect/modern/process/ProcessDetail.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <fstream>
-#include <sstream>
-
 #include "collect/modern/process/ProcessDetailText.h"
 #include "collect/modern/process/ProcessSource.h"
 #include "support/Descriptor.h"

@@ -1,14 +1,5 @@
 #include "collect/modern/process/ProcessSource.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <functional>
-#include <memory>
-#include <sstream>
-
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/process/ProcessText.h"

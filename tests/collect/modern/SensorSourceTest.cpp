@@ -1,9 +1,5 @@
 #include "collect/modern/device/SensorSource.h"
 
-#include <unistd.h>
-
-#include <sstream>
-
 #include "collect/modern/device/SensorFiles.h"
 #include "collect/modern/device/SensorQuestion.h"
 #include "collect/modern/device/SensorWords.h"

@@ -1,5 +1,3 @@
-#include <filesystem>
-
 #include "collect/modern/HostText.h"
 #include "collect/modern/network/ProtocolCounters.h"
 #include "collect/modern/nfs/NFSTotals.h"

@@ -1,18 +1,6 @@
 #include "collect/modern/process/TaskSource.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <memory>
-#include <sstream>
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"

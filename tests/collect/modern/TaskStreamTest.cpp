@@ -1,12 +1,10 @@
 #include "collect/modern/process/TaskStream.h"
 
-#include <gtest/gtest.h>
-
 #include <limits>
-#include <sstream>
 
 #include "collect/modern/process/TaskTimes.h"
 #include "tests/collect/modern/TaskFile.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -5,11 +5,6 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <sstream>
 #include <tuple>
 
 #include "tests/collect/CollectFixture.h"

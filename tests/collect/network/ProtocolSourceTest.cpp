@@ -1,7 +1,5 @@
 #include "collect/network/ProtocolSourceLINUX.h"
 
-#include <sstream>
-
 #include "tests/collect/CollectFixture.h"
 
 namespace {

@@ -1,7 +1,5 @@
 #include "collect/nfs/NFSSource.h"
 
-#include <sstream>
-
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "tests/collect/CollectFixture.h"

@@ -1,12 +1,7 @@
 #include "collect/process/ProcessSourceLINUX.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <algorithm>
 #include <cstdio>
 #include <random>
-#include <sstream>
 
 #include "tests/collect/CollectFixture.h"
 #include "tests/collect/ProcessRows.h"
@@ -50,58 +45,15 @@ class ProcessSourceTest : public CollectFixture {
   }
 };
 
+/// The table has for each kernel its name and two lines for each process.
 TEST_F(ProcessSourceTest, ReadsTheProcessesOfEachKernel) {
-  SetHostRoot(FixturePath("2.4.21"));
-  g_kernelVariant = 2;
-  EXPECT_EQ(DumpAll(),
-            "1132 pid=1 ppid=0 pgrp=0 session=0 flags=1 state=1 faults=59/83 swaps=2 nice=0 pri=69 "
-            "tty=-1 ids=0,0,0/0,0,0\n"
-            "  init [init [3]] rss=532480 stack=8 code=28 data=32 shared=392 total=1413120 "
-            "virtual=1413120 user=0+60000 system=4+170000 cpu=4+230000 start=1058918400+370000\n"
-            "1132 pid=5 ppid=1 pgrp=1 session=1 flags=16 state=8 faults=0/0 swaps=0 nice=0 pri=69 "
-            "tty=-1 ids=0,0,0/0,0,0\n"
-            "  kswapd [] rss=0 stack=0 code=0 data=0 shared=0 total=0 virtual=0 user=0+0 "
-            "system=19+330000 cpu=19+330000 start=1058918400+410000\n"
-            "1132 pid=812 ppid=640 pgrp=812 session=640 flags=1 state=5 faults=241/305 swaps=0 "
-            "nice=5 pri=69 tty=1025 ids=500,500,500/100,100,100\n"
-            "  vi [vi notes.txt] rss=4276224 stack=20 code=372 data=512 shared=3280 total=3121152 "
-            "virtual=3121152 user=1+20000 system=0+310000 cpu=1+330000 start=1058930800+220000\n");
-  SetHostRoot(FixturePath("2.6.9"));
-  g_kernelVariant = 3;
-  EXPECT_EQ(DumpAll(),
-            "1132 pid=1 ppid=0 pgrp=0 session=0 flags=1 state=1 faults=1012/14 swaps=0 nice=0 "
-            "pri=76 tty=-1 ids=0,0,0/0,0,0\n"
-            "  init [init [5]] rss=577536 stack=20 code=0 data=0 shared=472 total=4919296 "
-            "virtual=4919296 user=0+410000 system=3+20000 cpu=3+430000 start=1104537600+120000\n"
-            "1132 pid=46 ppid=1 pgrp=0 session=0 flags=17 state=1 faults=0/0 swaps=0 nice=0 pri=75 "
-            "tty=-1 ids=0,0,0/0,0,0\n"
-            "  kswapd0 [] rss=0 stack=0 code=0 data=0 shared=0 total=0 virtual=0 user=0+0 "
-            "system=91+200000 cpu=91+200000 start=1104537604+120000\n"
-            "1132 pid=20144 ppid=1980 pgrp=1980 session=1980 flags=1 state=2 faults=880/2 swaps=5 "
-            "nice=0 pri=75 tty=-1 ids=0,48,48/0,49,50\n"
-            "  httpd [/usr/sbin/httpd -k start] rss=9052160 stack=152 code=0 data=0 shared=7216 "
-            "total=21405696 virtual=21405696 user=201+500000 system=50+750000 cpu=251+1250000 "
-            "start=1105027601+120000\n");
-  SetHostRoot(FixturePath("6.1"));
-  EXPECT_EQ(DumpAll(),
-            "1132 pid=1 ppid=0 pgrp=1 session=1 flags=1 state=1 faults=20112/112 swaps=0 nice=0 "
-            "pri=80 tty=-1 ids=0,0,0/0,0,0\n"
-            "  systemd [/sbin/init splash] rss=13557760 stack=132 code=0 data=0 shared=9240 "
-            "total=171843584 virtual=171843584 user=5+120000 system=10+330000 cpu=15+450000 "
-            "start=1714521600+40000\n"
-            "1132 pid=92 ppid=2 pgrp=0 session=0 flags=17 state=1 faults=0/0 swaps=0 nice=0 pri=80 "
-            "tty=-1 ids=0,0,0/0,0,0\n"
-            "  kswapd0 [] rss=0 stack=0 code=0 data=0 shared=0 total=0 virtual=0 user=0+0 "
-            "system=1+200000 cpu=1+200000 start=1714521600+310000\n"
-            "1132 pid=4021 ppid=1 pgrp=4021 session=4021 flags=0 state=8 faults=901/17 swaps=0 "
-            "nice=-5 pri=80 tty=34816 ids=112,112,112/118,118,118\n"
-            "  postgres [postgres: writer process   ] rss=2147483648 stack=144 code=0 data=0 "
-            "shared=4194304 total=1073741824 virtual=1073741824 user=901+500000 system=302+750000 "
-            "cpu=1203+1250000 start=1714722720+330000\n"
-            "1132 pid=4099 ppid=4021 pgrp=4021 session=4021 flags=1 state=4 faults=0/0 swaps=0 "
-            "nice=0 pri=80 tty=34816 ids=112,112,112/118,118,118\n"
-            "  sh [] rss=0 stack=0 code=0 data=0 shared=0 total=0 virtual=0 user=0+0 "
-            "system=0+10000 cpu=0+10000 start=1714742644+0\n");
+  std::string text;
+  for (const auto& [kernel, variant] : {std::pair{"2.4.21", 2}, {"2.6.9", 3}, {"6.1", 3}}) {
+    SetHostRoot(FixturePath(kernel));
+    g_kernelVariant = variant;
+    text += std::string(kernel) + '\n' + DumpAll();
+  }
+  EXPECT_EQ(text, FileText(QMT_TEST_DIR "/collect/process/processes.txt"));
 }
 
 TEST_F(ProcessSourceTest, TellsWhereAProcessStands) {

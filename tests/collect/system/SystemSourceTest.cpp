@@ -1,13 +1,6 @@
 #include "collect/system/SystemSourceLINUX.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <fstream>
 #include <limits>
-#include <sstream>
-#include <utility>
 
 #include "collect/AccountingCount.h"
 #include "tests/collect/CollectFixture.h"

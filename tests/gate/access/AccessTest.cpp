@@ -1,16 +1,10 @@
 #include "gate/access/Access.h"
 
 #include <crypt.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <atomic>
 #include <condition_variable>
-#include <ctime>
 #include <deque>
-#include <fstream>
-#include <thread>
 
 #include "gate/access/AccessError.h"
 #include "gate/access/Authorization.h"
@@ -19,9 +13,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 std::string CryptHash(const std::string& secret, const char* prefix, unsigned long cost) {
@@ -402,10 +393,7 @@ TEST(PasswordCheckTest, EndsWithoutWaiting) {
   const auto end = clock();
   check.reset();
   EXPECT_LT(clock() - end, duration / 2);
-  for (int i = 0; i < 200 && posted.use_count() > 1; ++i) {
-    std::this_thread::sleep_for(50ms);
-  }
-  EXPECT_EQ(posted.use_count(), 1) << "the thread has ended";
+  EXPECT_TRUE(WaitUntil([&] { return posted.use_count() == 1; })) << "the thread has ended";
   EXPECT_EQ(*posted, 0);
 }
 

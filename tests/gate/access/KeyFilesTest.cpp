@@ -1,21 +1,11 @@
 #include "gate/access/KeyFiles.h"
 
-#include <gmock/gmock.h>
 #include <gnutls/x509.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <array>
-#include <ctime>
-#include <fstream>
 
 #include "gate/access/AccessError.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 class KeyFilesTest : public ::testing::Test {
  protected:

@@ -1,10 +1,5 @@
-#include <gmock/gmock.h>
-
-#include <ctime>
 #include <mutex>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "gate/GateLoop.h"
 #include "gate/alarm/AlarmDesk.h"
@@ -12,11 +7,6 @@
 #include "tests/gate/GateHarness.h"
 
 namespace {
-
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 Json ToldAlarm(int id, std::int64_t since, std::int64_t until = 0) {
   return Json{{"id", id},
@@ -77,33 +67,22 @@ class AlarmDeskTest : public ::testing::Test {
     session.emplace(Path(), targets);
   }
   void TellEvent(const Json& alarm) {
-    while (daemon.Followers("alarm_follow") == 0) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
+    WaitUntil([&] { return daemon.Followers("alarm_follow") != 0; });
     daemon.Tell(JsonText(Json{{"event", "alarm"}, {"alarm", alarm}}), "alarm_follow");
   }
   /// What the webhook was told since the last call, once it is so much, as "ID STATE".
   std::vector<std::string> Told(std::size_t count) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    for (;;) {
-      {
-        const std::lock_guard lock(mutex);
-        if (told.size() >= count || std::chrono::steady_clock::now() > end) {
-          break;
-        }
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
+    WaitUntil([&] {
+      const std::lock_guard lock(mutex);
+      return told.size() >= count;
+    });
     // More than is expected has time to come, too.
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     const std::lock_guard lock(mutex);
     return std::exchange(told, {});
   }
   [[nodiscard]] std::string Path() const { return (folder.Path() / "control.sock").string(); }
-  [[nodiscard]] std::string Kept() const {
-    std::ifstream file(folder.Path() / "alarms.json");
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  [[nodiscard]] std::string Kept() const { return folder.Read("alarms.json"); }
 
   TempFolder folder;
   std::mutex mutex;
@@ -160,10 +139,7 @@ TEST_F(AlarmDeskTest, AGateThatComesBackTellsWhatItHasMissedOrStillOwes) {
   const auto isKept = [&] {
     return Kept().find(R"("owed":[{"id":3,"since":1002}])") != std::string::npos;
   };
-  for (int tries = 0; tries < 500 && !isKept(); ++tries) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  EXPECT_TRUE(isKept()) << Kept();
+  EXPECT_TRUE(WaitUntil(isKept)) << Kept();
   session.reset();
   Told(0);
   status = "200 OK";
@@ -201,11 +177,7 @@ TEST_F(GateFixture, ReceiversOfTheSettingsAreToldAndTheDaemonHearsHowItWent) {
                  {"link", "http://l"}}}});
   const std::string wanted =
       R"([{"url":")" + server.Url("") + R"(","sent":1,"failures":0,"dropped":0}])";
-  const auto isTold = [&] { return Told("notices") == wanted; };
-  for (int tries = 0; tries < 1000 && !isTold(); ++tries) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  EXPECT_TRUE(isTold()) << Told("notices");
+  EXPECT_TRUE(WaitUntil([&] { return Told("notices") == wanted; })) << Told("notices");
   const std::lock_guard lock(guard);
   EXPECT_THAT(body, HasSubstr(R"("instance":"own.example")"));
   EXPECT_THAT(body, HasSubstr(R"("generatorURL":"http://l")"));

@@ -1,26 +1,13 @@
-#include <gmock/gmock.h>
-
-#include <ctime>
-#include <functional>
 #include <mutex>
-#include <set>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "gate/GateLoop.h"
 #include "gate/alarm/AlertmanagerSender.h"
 #include "gate/alarm/WebhookSender.h"
 #include "json/JsonText.h"
 #include "tests/gate/FakeServer.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using testing::AnyOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 AlarmPtr MakeAlarm(std::int64_t id, std::int64_t until = 0) {
   return ReadAlarm(Json{{"id", std::uint64_t(id)},
@@ -88,16 +75,12 @@ class SendersTest : public ::testing::Test {
   }
   /// What has come, once it is so many requests.
   std::vector<std::string> Bodies(std::size_t count) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    for (;;) {
-      {
-        const std::lock_guard lock(mutex);
-        if (bodies.size() >= count || std::chrono::steady_clock::now() > end) {
-          return bodies;
-        }
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
+    WaitUntil([&] {
+      const std::lock_guard lock(mutex);
+      return bodies.size() >= count;
+    });
+    const std::lock_guard lock(mutex);
+    return bodies;
   }
   AlarmReceiverSettings Settings() {
     return {"web-07", "", {}, [this](const std::string& text) { log.push_back(text); }, [] {}};

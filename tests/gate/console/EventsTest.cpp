@@ -1,14 +1,6 @@
-#include <gmock/gmock.h>
-
-#include <ctime>
-#include <string>
-
 #include "tests/gate/GateHarness.h"
 
 namespace {
-
-using testing::HasSubstr;
-using testing::Not;
 
 constexpr const char* kRowsOfPi =
     R"({"event":"rows","record":"PI","category":"4","time":7,"rows":[]})";
@@ -40,9 +32,7 @@ class EventsTest : public GateFixture {
     client.Receive(": events\n");
   }
   void Follow(std::size_t count = 1, const std::string& operation = "follow") {
-    while (daemon->Followers(operation) != count) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    WaitUntil([&] { return daemon->Followers(operation) == count; });
   }
   FakeDaemon::Answer Answers() {
     return [this](const Json& request) {

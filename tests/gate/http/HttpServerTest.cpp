@@ -1,9 +1,4 @@
-#include <gmock/gmock.h>
-
-#include <chrono>
 #include <list>
-#include <string>
-#include <thread>
 
 #include "gate/http/HttpServer.h"
 #include "tests/gate/GateHarness.h"
@@ -11,8 +6,6 @@
 namespace {
 
 using std::chrono::milliseconds;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 class HttpServerTest : public GateFixture {
  protected:

@@ -1,8 +1,3 @@
-#include <gmock/gmock.h>
-#include <sys/stat.h>
-
-#include <ctime>
-#include <fstream>
 #include <mutex>
 
 #include "gate/push/PushDesk.h"
@@ -14,10 +9,6 @@
 namespace {
 
 using std::chrono::milliseconds;
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::UnorderedElementsAreArray;
 
 constexpr PushPace kQuickPace{milliseconds(10), milliseconds(10), milliseconds(40),
@@ -315,9 +306,7 @@ TEST_F(PushingGateTest, TheGatePushesWhatItIsToldAndTellsHowItGoes) {
       {"name", "far"}, {"url", server.Url()}, {"records", Json::Array({"PI"})}, {"days", 36500U}};
   Begin([&](const Json& request) { return history.Answer(request); },
         Json{{"push", Json::Array({target, Json{{"name", "../x"}}})}});
-  for (int tries = 0; tries < 2000 && (samples < 6 || Told("push").empty()); ++tries) {
-    std::this_thread::sleep_for(milliseconds(5));
-  }
+  WaitUntil([&] { return samples >= 6 && !Told("push").empty(); });
   EXPECT_EQ(samples, 6U);
   EXPECT_THAT(Told("push"), AllOf(testing::StartsWith(R"([{"name":"far","url":"http://127.)"),
                                   testing::Not(HasSubstr("../x"))));

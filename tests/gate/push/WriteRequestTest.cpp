@@ -1,17 +1,13 @@
 #include "gate/push/WriteRequest.h"
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
 #include <bit>
 
 #include "gate/push/PushBatch.h"
 #include "gate/push/SampleAnswer.h"
 #include "tests/gate/push/WriteText.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using testing::ElementsAre;
 
 std::vector<std::string> WrittenOf(const std::string& text, const TargetLabels& labels = {}) {
   const SampleLines lines = ReadSampleLines(text);

@@ -1,10 +1,10 @@
 #include "tests/gate/push/WriteText.h"
 
-#include <gtest/gtest.h>
 #include <snappy.h>
 
 #include <protozero/pbf_reader.hpp>
-#include <sstream>
+
+#include "tests/support/Testing.h"
 
 std::vector<std::string> WriteText(const std::string& body) {
   std::string message;

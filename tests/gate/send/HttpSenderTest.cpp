@@ -1,9 +1,5 @@
 #include "gate/send/HttpSender.h"
 
-#include <gmock/gmock.h>
-#include <sys/stat.h>
-
-#include <fstream>
 #include <optional>
 
 #include "gate/GateLoop.h"
@@ -15,8 +11,6 @@
 namespace {
 
 using std::chrono::milliseconds;
-using testing::HasSubstr;
-using testing::StartsWith;
 using Request = FakeServer::Request;
 
 class HttpSenderTest : public ::testing::Test {

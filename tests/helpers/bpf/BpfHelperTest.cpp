@@ -1,15 +1,4 @@
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <functional>
 #include <ostream>
-#include <string>
-#include <vector>
 
 #include "tests/helpers/bpf/TaskFixture.h"
 
@@ -94,11 +83,11 @@ TEST_F(BpfHelperTest, ReplacesWhatReadersMayGoOnWith) {
 
 struct RefusedCase {
   const char* name;
-  std::vector<std::string> words;  ///< MOUNT stands for where the file system is
+  const char* words;  ///< MOUNT stands for where the file system is, a comma for a blank
   int value;
   const char* reason;
   unsigned user = 0;
-  std::function<void(const std::string& mounted)> prepare = [](const std::string&) {};
+  std::function<void(const std::string& theirs)> prepare = [](const std::string&) {};
 };
 
 void PrintTo(const RefusedCase& refused, std::ostream* out) { *out << refused.name; }
@@ -106,13 +95,13 @@ void PrintTo(const RefusedCase& refused, std::ostream* out) { *out << refused.na
 class BpfRefusalTest : public BpfTest, public ::testing::WithParamInterface<RefusedCase> {};
 
 TEST_P(BpfRefusalTest, SaysWhyAndLeavesNothing) {
-  GetParam().prepare(Mounted());
+  GetParam().prepare(Mounted() + "/theirs");
   const std::vector<std::string> before = NamesBelow(Mounted());
-  std::vector<std::string> words = GetParam().words;
-  for (std::string& word : words) {
-    if (word.starts_with("MOUNT")) {
-      word.replace(0, 5, Mounted());
-    }
+  std::vector<std::string> words;
+  std::istringstream line(GetParam().words);
+  for (std::string word; line >> word;) {
+    std::ranges::replace(word, ',', ' ');
+    words.push_back(word.starts_with("MOUNT") ? Mounted() + word.substr(5) : word);
   }
   const HelperEnd end = RunHelper(words, GetParam().user);
   EXPECT_EQ(end.value, GetParam().value);
@@ -125,53 +114,36 @@ TEST_P(BpfRefusalTest, SaysWhyAndLeavesNothing) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, BpfRefusalTest,
     ::testing::Values(
-        RefusedCase{"Nothing", {}, 2, "usage: qmt_bpf load"},
-        RefusedCase{"Command", {"reload"}, 2, "usage:"},
-        RefusedCase{"TwoCommands", {"status", "load"}, 2, "usage:"},
-        RefusedCase{"NoValue", {"load", "--pin"}, 2, "usage:"},
-        RefusedCase{"OptionOfLoad", {"status", "--mode", "0440"}, 2, "usage:"},
-        RefusedCase{"Octal", {"load", "--mode", "0480"}, 2, "--mode \"0480\""},
-        RefusedCase{"Mode", {"load", "--mode", "4440"}, 2, "--mode \"4440\""},
-        RefusedCase{"Relative", {"load", "--pin", "tasks"}, 2, "an absolute path"},
-        RefusedCase{"Group",
-                    {"load", "--group", "no such group", "--pin", "MOUNT/agent"},
-                    2,
+        RefusedCase{"Nothing", "", 2, "usage: qmt_bpf load"},
+        RefusedCase{"Command", "reload", 2, "usage:"},
+        RefusedCase{"TwoCommands", "status load", 2, "usage:"},
+        RefusedCase{"NoValue", "load --pin", 2, "usage:"},
+        RefusedCase{"OptionOfLoad", "status --mode 0440", 2, "usage:"},
+        RefusedCase{"Octal", "load --mode 0480", 2, "--mode \"0480\""},
+        RefusedCase{"Mode", "load --mode 4440", 2, "--mode \"4440\""},
+        RefusedCase{"Relative", "load --pin tasks", 2, "an absolute path"},
+        RefusedCase{"Group", "load --group no,such,group --pin MOUNT/agent", 2,
                     "no group \"no such group\""},
-        RefusedCase{"NumberOfNoGroup",
-                    {"load", "--group", "4294967295", "--pin", "MOUNT/agent"},
-                    2,
+        RefusedCase{"NumberOfNoGroup", "load --group 4294967295 --pin MOUNT/agent", 2,
                     "no group \"4294967295\""},
-        RefusedCase{"OtherFileSystem", {"load", "--pin", "/proc/agent"}, 1, "no BPF file system"},
-        RefusedCase{"NoParent", {"load", "--pin", "MOUNT/a/b"}, 1, "No such file"},
-        RefusedCase{"Dot", {"load", "--pin", "MOUNT/a.b"}, 1, "a.b: "},
-        RefusedCase{"User", {"load", "--pin", "MOUNT/agent"}, 1, "only root", kSomeUser},
-        RefusedCase{"NothingPinned", {"status", "--pin", "MOUNT/agent"}, 1, "nothing is pinned"},
-        RefusedCase{"FolderOfOthers",
-                    {"load", "--pin", "MOUNT/theirs"},
-                    1,
-                    "another user's",
-                    0,
-                    [](const std::string& mounted) {
-                      ::mkdir((mounted + "/theirs").c_str(), 0755);
-                      EXPECT_EQ(::chown((mounted + "/theirs").c_str(), kSomeUser, kSomeUser), 0);
+        RefusedCase{"OtherFileSystem", "load --pin /proc/agent", 1, "no BPF file system"},
+        RefusedCase{"NoParent", "load --pin MOUNT/a/b", 1, "No such file"},
+        RefusedCase{"Dot", "load --pin MOUNT/a.b", 1, "a.b: "},
+        RefusedCase{"User", "load --pin MOUNT/agent", 1, "only root", kSomeUser},
+        RefusedCase{"NothingPinned", "status --pin MOUNT/agent", 1, "nothing is pinned"},
+        RefusedCase{"FolderOfOthers", "load --pin MOUNT/theirs", 1, "another user's", 0,
+                    [](const std::string& theirs) {
+                      ::mkdir(theirs.c_str(), 0755);
+                      EXPECT_EQ(::chown(theirs.c_str(), kSomeUser, kSomeUser), 0);
                     }},
-        RefusedCase{"FolderForAll",
-                    {"load", "--pin", "MOUNT/theirs"},
-                    1,
-                    "others may write",
-                    0,
-                    [](const std::string& mounted) {
-                      ::mkdir((mounted + "/theirs").c_str(), 0755);
-                      EXPECT_EQ(::chmod((mounted + "/theirs").c_str(), 0777), 0);
+        RefusedCase{"FolderForAll", "load --pin MOUNT/theirs", 1, "others may write", 0,
+                    [](const std::string& theirs) {
+                      ::mkdir(theirs.c_str(), 0755);
+                      EXPECT_EQ(::chmod(theirs.c_str(), 0777), 0);
                     }},
-        RefusedCase{"Link",
-                    {"load", "--pin", "MOUNT/theirs"},
-                    1,
-                    "theirs: ",
-                    0,
-                    [](const std::string& mounted) {
-                      EXPECT_EQ(::symlink("/", (mounted + "/theirs").c_str()), 0);
-                    }}),
+        RefusedCase{
+            "Link", "load --pin MOUNT/theirs", 1, "theirs: ", 0,
+            [](const std::string& theirs) { EXPECT_EQ(::symlink("/", theirs.c_str()), 0); }}),
     [](const auto& one) { return std::string(one.param.name); });
 
 }  // namespace

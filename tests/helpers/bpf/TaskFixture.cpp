@@ -1,18 +1,10 @@
 #include "tests/helpers/bpf/TaskFixture.h"
 
-#include <fcntl.h>
 #include <linux/bpf.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <string_view>
 
 #include "support/Descriptor.h"

@@ -1,11 +1,7 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "support/TaskFigures.h"
+#include "tests/support/Testing.h"
 
 /// How a run of the helper has ended and what it has said, on both streams.
 struct HelperEnd {

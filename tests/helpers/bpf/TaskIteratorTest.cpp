@@ -1,23 +1,16 @@
-#include <gtest/gtest.h>
 #include <sched.h>
-#include <sys/mount.h>
+#include <sys/fsuid.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/syscall.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <filesystem>
-#include <set>
-#include <string>
 #include <system_error>
-#include <thread>
-#include <vector>
 
-#include "tests/helpers/bpf/ProcFigures.h"
+#include "collect/modern/process/TaskStream.h"
 #include "tests/helpers/bpf/TaskFixture.h"
-#include "tests/helpers/bpf/TaskKinds.h"
+
+// What a record shows of each kind of process is compared with /proc by tests/e2e/iterator.py.
 
 namespace {
 
@@ -33,19 +26,58 @@ class TaskIteratorTest : public BpfTest {
   static std::string Pin() { return Mounted() + "/agent/tasks"; }
 };
 
+/// A child that has prepared itself and stopped; ended and reaped with the object.
+class StoppedChild {
+ public:
+  explicit StoppedChild(const std::function<void()>& prepare = [] {}) : m_pid(::fork()) {
+    if (m_pid == 0) {
+      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+      prepare();
+      ::kill(::getpid(), SIGSTOP);
+      ::_exit(0);
+    }
+    int status = 0;
+    EXPECT_EQ(::waitpid(m_pid, &status, WUNTRACED), m_pid);
+    EXPECT_TRUE(WIFSTOPPED(status));
+  }
+  ~StoppedChild() { End(); }
+  StoppedChild(const StoppedChild&) = delete;
+  StoppedChild& operator=(const StoppedChild&) = delete;
+
+  [[nodiscard]] pid_t Pid() const { return m_pid; }
+  /// What the kernel tells of it at its end.
+  struct ::rusage End() {
+    struct ::rusage usage {};
+    if (m_pid > 0) {
+      ::kill(m_pid, SIGKILL);
+      EXPECT_EQ(::wait4(m_pid, nullptr, 0, &usage), m_pid);
+    }
+    m_pid = -1;
+    return usage;
+  }
+
+ private:
+  pid_t m_pid;
+};
+
+void StartThreads() {
+  for (int count = 0; count < 5; ++count) {
+    std::thread([] { ::pause(); }).detach();
+  }
+}
+
+TaskFigures LeaderOf(const std::vector<TaskFigures>& tasks, pid_t process) {
+  const auto found = std::ranges::find(tasks, process, &TaskFigures::pid);
+  EXPECT_NE(found, tasks.end()) << process;
+  return found == tasks.end() ? TaskFigures{} : *found;
+}
+
 /// Whether a guard of the machine keeps even root from the process: it may keep the stream from it.
 bool IsGuarded(pid_t process) {
   std::error_code failed;
   [[maybe_unused]] const auto target =
       std::filesystem::read_symlink("/proc/" + std::to_string(process) + "/ns/pid", failed);
   return failed == std::errc::permission_denied;
-}
-
-/// What is different in the stream from /proc read before and after it.
-std::string DifferencesOf(const std::string& pin, pid_t process) {
-  const ProcessFigures before = FiguresFromProc(process);
-  const ProcessFigures now = FiguresFromStream(ReadTasks(pin), process);
-  return Differences(before, now, FiguresFromProc(process));
 }
 
 std::vector<pid_t> ProcessesOfProc() {
@@ -59,20 +91,10 @@ std::vector<pid_t> ProcessesOfProc() {
   return processes;
 }
 
-class TaskKindTest : public TaskIteratorTest, public ::testing::WithParamInterface<TaskKind> {};
-
-TEST_P(TaskKindTest, TellsWhatProcTells) {
-  const KindProcess process(GetParam());
-  EXPECT_EQ(DifferencesOf(Pin(), process.Pid()), "");
-}
-
-INSTANTIATE_TEST_SUITE_P(Kinds, TaskKindTest, ::testing::ValuesIn(kTaskKinds),
-                         [](const auto& one) { return std::string(one.param.name); });
-
-TEST_F(TaskIteratorTest, TellsOfThreadsOfTheKernel) {
-  constexpr pid_t kThreadOfThreads = 2;
-  EXPECT_EQ(DifferencesOf(Pin(), kThreadOfThreads), "");
-  for (const TaskFigures& task : ReadTasks(Pin())) {
+TEST_F(TaskIteratorTest, ThreadsOfTheKernelHaveNoMemory) {
+  const std::vector<TaskFigures> tasks = ReadTasks(Pin());
+  EXPECT_GT(std::ranges::count_if(tasks, &TaskFigures::isKernel), 0);
+  for (const TaskFigures& task : tasks) {
     if (task.isKernel != 0) {
       EXPECT_EQ(task.present & kTaskHasMemory, 0U) << task.name;
       EXPECT_EQ(task.anonymousPages + task.virtualPages, 0U) << task.name;
@@ -80,8 +102,62 @@ TEST_F(TaskIteratorTest, TellsOfThreadsOfTheKernel) {
   }
 }
 
+/// Becomes a process of other figures than its parent's in all that no record shows.
+void BecomeSpecial() {
+  ::setsid();
+  const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
+  ::grantpt(master);
+  ::unlockpt(master);
+  // The first terminal that the leader of a session opens becomes its own.
+  [[maybe_unused]] const int terminal = ::open(::ptsname(master), O_RDWR);
+  if (const pid_t child = ::fork(); child == 0) {
+    for (const std::clock_t begin = std::clock(); std::clock() - begin < CLOCKS_PER_SEC / 10;) {
+      [[maybe_unused]] const int file = ::open("/none", O_RDONLY);
+    }
+    ::_exit(0);
+  } else {
+    ::waitpid(child, nullptr, 0);
+  }
+  // What is written and never reaches the disk.
+  std::string name = "/tmp/qmt-task-XXXXXX";
+  const int file = ::mkstemp(name.data());
+  ::unlink(name.c_str());
+  [[maybe_unused]] const ssize_t written = ::write(file, std::string(5000, 'x').data(), 5000);
+  [[maybe_unused]] const int cut = ::ftruncate(file, 0);
+  ::setfsgid(8);
+  ::setfsuid(4);
+}
+
+TEST_F(TaskIteratorTest, TellsWhatNoRecordShows) {
+  const StoppedChild child(BecomeSpecial);
+  const TaskFigures task = LeaderOf(ReadTasks(Pin()), child.Pid());
+  const std::string folder = "/proc/" + std::to_string(child.Pid());
+  std::string word;
+  std::vector<std::uint64_t> stat;  // from the number of the parent on, which is field 4
+  std::ifstream file(folder + "/stat");
+  for (file >> word >> word >> word; file >> word;) {
+    stat.push_back(word[0] == '-' ? 0 : std::stoull(word));
+  }
+  ASSERT_GT(stat.size(), 13U);
+  EXPECT_EQ(static_cast<std::uint64_t>(task.ttyGroup), stat[8 - 4]);
+  constexpr std::uint64_t kTick = 10'000'000;
+  EXPECT_EQ(task.childUtime / kTick, stat[16 - 4]);
+  EXPECT_EQ(task.childStime / kTick, stat[17 - 4]);
+  EXPECT_GT(task.childUtime + task.childStime, 0U);
+  EXPECT_EQ(task.fsuid, 4U);
+  EXPECT_EQ(task.fsgid, 8U);
+  if ((task.present & kTaskHasBytes) != 0) {
+    std::ifstream io(folder + "/io");
+    std::uint64_t cancelled = 0;
+    while (io >> word >> cancelled) {
+    }
+    EXPECT_EQ(word, "cancelled_write_bytes:");
+    EXPECT_EQ(task.cancelledBytes + task.deadCancelledBytes, cancelled);
+  }
+}
+
 TEST_F(TaskIteratorTest, HasEachThreadOnceAndUpwards) {
-  const KindProcess threads(kTaskKinds[2]);
+  const StoppedChild threads(StartThreads);
   const std::vector<pid_t> before = ProcessesOfProc();
   const std::vector<TaskFigures> tasks = ReadTasks(Pin());
   const std::vector<pid_t> after = ProcessesOfProc();
@@ -101,39 +177,53 @@ TEST_F(TaskIteratorTest, HasEachThreadOnceAndUpwards) {
       EXPECT_TRUE(told.contains(process)) << process;
     }
   }
-  EXPECT_EQ(std::count_if(tasks.begin(), tasks.end(),
-                          [&](const TaskFigures& task) { return task.tgid == threads.Pid(); }),
-            6);
+  EXPECT_EQ(std::ranges::count(tasks, threads.Pid(), &TaskFigures::tgid), 6);
 }
 
 TEST_F(TaskIteratorTest, GivesWholeStructuresByReadsOfAnySize) {
-  const KindProcess process(kTaskKinds[0]);
+  const StoppedChild child;
+  const TaskFigures expected = LeaderOf(ReadTasks(Pin()), child.Pid());
   for (const std::size_t step : {std::size_t{1}, sizeof(TaskFigures) - 1, sizeof(TaskFigures) + 1,
                                  std::size_t{4096}, std::size_t{1} << 20}) {
-    const ProcessFigures figures = FiguresFromStream(ReadTasks(Pin(), step), process.Pid());
-    EXPECT_EQ(Differences(FiguresFromProc(process.Pid()), figures, FiguresFromProc(process.Pid())),
-              "")
-        << step;
+    const TaskFigures task = LeaderOf(ReadTasks(Pin(), step), child.Pid());
+    EXPECT_EQ(std::memcmp(&task, &expected, sizeof task), 0) << step;
   }
 }
 
 TEST_F(TaskIteratorTest, MemoryOfAnEndedLeaderStandsWithTheOthers) {
-  const KindProcess process(kTaskKinds[3]);
-  for (const TaskFigures& task : ReadTasks(Pin())) {
-    if (task.tgid == process.Pid()) {
-      const bool isLeader = task.pid == task.tgid;
-      EXPECT_EQ((task.present & kTaskHasMemory) != 0, !isLeader) << task.pid;
-      EXPECT_EQ(task.virtualPages != 0, !isLeader) << task.pid;
+  const StoppedChild child([] {
+    std::thread([] {
+      while (::kill(::getpid(), SIGSTOP) == 0) {
+      }
+    }).detach();
+    ::syscall(SYS_exit, 0);
+  });
+  std::set<pid_t> told;
+  // A stop may come before the leader's end.
+  for (int tries = 0; tries < 1000; ++tries) {
+    const std::vector<TaskFigures> tasks = ReadTasks(Pin());
+    if (TaskStateLetter(LeaderOf(tasks, child.Pid()).state) != 'Z') {
+      ::kill(child.Pid(), SIGCONT);
+      continue;
     }
+    for (const TaskFigures& task : tasks) {
+      if (task.tgid == child.Pid()) {
+        const bool isLeader = task.pid == task.tgid;
+        EXPECT_EQ((task.present & kTaskHasMemory) != 0, !isLeader) << task.pid;
+        EXPECT_EQ(task.virtualPages != 0, !isLeader) << task.pid;
+        told.insert(task.pid);
+      }
+    }
+    break;
   }
+  EXPECT_EQ(told.size(), 2U);
 }
 
 // /proc has no sum of them; the kernel gives it to who reaps the process.
 TEST_F(TaskIteratorTest, KeepsTheSwitchesOfEndedThreads) {
   constexpr std::uint64_t kThreads = 3;
   constexpr std::uint64_t kWaits = 40;
-  const pid_t child = ::fork();
-  if (child == 0) {
+  StoppedChild child([] {
     for (std::uint64_t count = 0; count < kThreads; ++count) {
       std::thread([] {
         for (std::uint64_t wait = 0; wait < kWaits; ++wait) {
@@ -141,21 +231,12 @@ TEST_F(TaskIteratorTest, KeepsTheSwitchesOfEndedThreads) {
         }
       }).join();
     }
-    ::raise(SIGSTOP);
-    ::_exit(0);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
-  const std::vector<TaskFigures> tasks = ReadTasks(Pin());
-  ::kill(child, SIGKILL);
-  struct ::rusage usage {};
-  ASSERT_EQ(::wait4(child, &status, 0, &usage), child);
-  const auto task = std::find_if(tasks.begin(), tasks.end(),
-                                 [child](const TaskFigures& one) { return one.pid == child; });
-  ASSERT_NE(task, tasks.end());
-  EXPECT_GE(task->deadVoluntarySwitches, kThreads * kWaits);
+  });
+  const TaskFigures task = LeaderOf(ReadTasks(Pin()), child.Pid());
+  const struct ::rusage usage = child.End();
+  EXPECT_GE(task.deadVoluntarySwitches, kThreads * kWaits);
   constexpr std::uint64_t kOfItsEnd = 3;
-  const std::uint64_t told = task->voluntarySwitches + task->deadVoluntarySwitches;
+  const std::uint64_t told = task.voluntarySwitches + task.deadVoluntarySwitches;
   EXPECT_LE(told, static_cast<std::uint64_t>(usage.ru_nvcsw));
   EXPECT_GE(told + kOfItsEnd, static_cast<std::uint64_t>(usage.ru_nvcsw));
 }
@@ -163,45 +244,23 @@ TEST_F(TaskIteratorTest, KeepsTheSwitchesOfEndedThreads) {
 TEST_F(TaskIteratorTest, CountsTheProgramsThatAProcessBecomes) {
   std::vector<std::uint64_t> ids;
   for (const char* command : {"kill -STOP $$", "exec sh -c 'kill -STOP $$'"}) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-      ::execl("/bin/sh", "sh", "-c", command, nullptr);
-      ::_exit(127);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
-    for (const TaskFigures& task : ReadTasks(Pin())) {
-      if (task.pid == child) {
-        ids.push_back(task.selfExecId);
-      }
-    }
-    ::kill(child, SIGKILL);
-    ::waitpid(child, &status, 0);
+    const StoppedChild child(
+        [command] { ::execl("/bin/sh", "sh", "-c", command, static_cast<char*>(nullptr)); });
+    ids.push_back(LeaderOf(ReadTasks(Pin()), child.Pid()).selfExecId);
   }
-  ASSERT_EQ(ids.size(), 2U);
   EXPECT_EQ(ids[1], ids[0] + 1);
 }
 
-/// Compares all processes in a PID namespace of its own with the /proc of that place. The exit
-/// value.
-int LookFromBelow(const std::string& pin) {
-  if (::unshare(CLONE_NEWNS) != 0 || ::mount("proc", "/proc", "proc", 0, nullptr) != 0) {
-    return 2;
-  }
-  const KindProcess plain(kTaskKinds[0]);
-  const KindProcess threads(kTaskKinds[2]);
-  const KindProcess terminal(kTaskKinds[14]);
-  std::string told;
-  for (const pid_t process : {plain.Pid(), threads.Pid(), terminal.Pid()}) {
-    told += DifferencesOf(pin, process);
-  }
+/// Reads the processes of a PID namespace of its own; whether all numbers are those of that place.
+bool IsToldFromBelow(const std::string& pin) {
+  const StoppedChild leader([] { ::setsid(); });
+  const StoppedChild threads(StartThreads);
   const std::vector<TaskFigures> tasks = ReadTasks(pin);
-  // Itself and the three, one of which has six threads.
-  if (tasks.size() != 9 || tasks.front().pid != 1 || tasks.front().ppid != 0) {
-    told += std::to_string(tasks.size()) + " threads\n";
-  }
-  std::fputs(told.c_str(), stderr);
-  return told.empty() ? 0 : 1;
+  const TaskFigures task = LeaderOf(tasks, leader.Pid());
+  // Itself and the two, one of which has six threads.
+  return tasks.size() == 8 && tasks.front().pid == 1 && tasks.front().ppid == 0 &&
+         task.tgid == leader.Pid() && task.pgrp == leader.Pid() && task.session == leader.Pid() &&
+         task.ppid == 1;
 }
 
 TEST_F(TaskIteratorTest, TellsTheNumbersOfTheReadersNamespace) {
@@ -212,7 +271,7 @@ TEST_F(TaskIteratorTest, TellsTheNumbersOfTheReadersNamespace) {
     }
     const pid_t inner = ::fork();
     if (inner == 0) {
-      ::_exit(LookFromBelow(Pin()));
+      ::_exit(IsToldFromBelow(Pin()) ? 0 : 1);
     }
     int status = 0;
     ::waitpid(inner, &status, 0);

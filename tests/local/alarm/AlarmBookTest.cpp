@@ -1,30 +1,13 @@
 #include "local/alarm/AlarmBook.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <memory>
-#include <sstream>
-#include <thread>
-
 #include "local/alarm/CommandFile.h"
 #include "local/control/ControlOperations.h"
 #include "tests/json/JsonOf.h"
 #include "tests/local/alarm/AlarmHarness.h"
 #include "tests/local/control/FakePeer.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 constexpr const char* kBookAlarms =
     "alarm = full\nrecord = FAKE\ncondition = Count > 90\ncapture = FAKE\n"
@@ -399,10 +382,10 @@ TEST_F(AlarmBookTest, ManyAlarmsAreReadInTurns) {
                                          std::chrono::steady_clock::time_point::max()));
     return all.found.size();
   };
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (written() < 50 && std::chrono::steady_clock::now() < deadline) {
+  WaitUntil([&] {
     Turns();
-  }
+    return written() >= 50;
+  });
   AlarmHistory::Look look;
   look.limit = 40;
   int turns = 1;
@@ -525,18 +508,14 @@ TEST_F(AlarmBookTest, TheCommandGetsItsFiguresAndNeverStaysForLong) {
   Start();
   Batch(95);
   Batch(5);
-  const auto begin = std::chrono::steady_clock::now();
-  const auto failures = [&] { return life->book.Figures().commandFailures; };
-  while (failures() == 0 && std::chrono::steady_clock::now() - begin < std::chrono::seconds(20)) {
+  WaitUntil([&] {
     Turns(5);
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  std::ostringstream text;
-  text << std::ifstream("env.txt").rdbuf();
-  EXPECT_THAT(text.str(), HasSubstr("QMT_ALARM_KEY_LABEL=a\uFFFD\nQMT_ALARM_NAME=full\n"));
-  EXPECT_THAT(text.str(), HasSubstr("QMT_ALARM_STATE=ended"));
-  EXPECT_THAT(text.str(), HasSubstr("CapEff:\t0000000000000000\n"));
-  EXPECT_THAT(text.str(), HasSubstr("QMT_ALARM_VALUE_COUNT=95"));
+    return life->book.Figures().commandFailures != 0;
+  });
+  EXPECT_THAT(FileText("env.txt"),
+              AllOf(HasSubstr("QMT_ALARM_KEY_LABEL=a\uFFFD\nQMT_ALARM_NAME=full\n"),
+                    HasSubstr("QMT_ALARM_STATE=ended"), HasSubstr("CapEff:\t0000000000000000\n"),
+                    HasSubstr("QMT_ALARM_VALUE_COUNT=95")));
   EXPECT_THAT(told, ::testing::Contains(HasSubstr("/command: hangs")));
   EXPECT_THAT(told.back(), HasSubstr("took longer than 1 seconds and has been ended"));
 }
@@ -552,13 +531,10 @@ TEST_F(AlarmBookTest, CommandsBeyondTheBoundsWaitOrAreCountedAndGoAsAGroup) {
   }
   EXPECT_EQ(command.Runs(), 2U);
   EXPECT_EQ(command.Dropped(), 3U);
-  const auto begin = std::chrono::steady_clock::now();
-  while (command.Failures() < 2 &&
-         std::chrono::steady_clock::now() - begin < std::chrono::seconds(20)) {
+  EXPECT_TRUE(WaitUntil([&] {
     RunATurn(loop, agent);
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  EXPECT_EQ(command.Failures(), 2U);
+    return command.Failures() == 2;
+  }));
   // Of what `yes` says, 20 lines, how many more and why it has ended, of each command.
   EXPECT_EQ(std::ranges::count_if(told, [](const auto& text) { return text.ends_with(": y"); }),
             40);
@@ -602,12 +578,10 @@ TEST_F(AlarmBookTest, ACommandThatFailsSaysWhy) {
     AlarmCommand command(loop, [this](const std::string& text) { told.push_back(text); });
     command.Configure({program, std::chrono::seconds(20), 1});
     command.Run({"A=b"});
-    const auto begin = std::chrono::steady_clock::now();
-    while (command.Failures() == 0 &&
-           std::chrono::steady_clock::now() - begin < std::chrono::seconds(20)) {
+    WaitUntil([&] {
       RunATurn(loop, agent);
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+      return command.Failures() != 0;
+    });
     std::vector<std::string> expected;
     for (const std::string& text : row.told) {
       expected.push_back(program + ": " + text);

@@ -1,20 +1,12 @@
 #include "local/alarm/AlarmFile.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <span>
 
 #include "local/alarm/AlarmRules.h"
 #include "tests/local/alarm/AlarmHarness.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::HasSubstr;
 
 /// Publishes TOLD, whose rows tell what a program was started with, and BARE without a time.
 void PublishMoreRecords() {

@@ -1,16 +1,10 @@
 #include "local/alarm/AlarmWatch.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <memory>
-
 #include "json/JsonText.h"
 #include "tests/local/alarm/AlarmHarness.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::ElementsAre;
 
 /// One definition with batches 60 seconds apart; what changes is noted as "KEY begins TIME".
 class AlarmWatchTest : public ::testing::Test {

@@ -1,9 +1,8 @@
 #include "local/capture/CallAnswer.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <climits>
+
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,18 +1,11 @@
 #include "local/capture/CaptureFile.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/utsname.h>
-
-#include <fstream>
 
 #include "json/JsonText.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 /// What a good capture's file tells, of so many samples.
 CaptureFacts GoodFacts(long samples) {

@@ -1,11 +1,5 @@
 #include "local/capture/HostRecorder.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <fstream>
-
 #include "support/Descriptor.h"
 #include "tests/support/TempFolder.h"
 

@@ -1,14 +1,8 @@
 #include "local/capture/HostReplay.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/utsname.h>
-
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 
 #include "local/capture/CapturedCalls.h"
 #include "support/Descriptor.h"
@@ -18,7 +12,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 template <class T>
 std::string BytesOfAnswer(const T& value) {

@@ -1,17 +1,11 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <utility>
-
 #include "local/control/ControlOperations.h"
 #include "node/NodeConfig.h"
 #include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::ElementsAre;
 
 /// Tables first, a folder in a folder, and a choice whose table doesn't exist.
 void FillFakeTree(CMBNodeConfigRequest& root) {

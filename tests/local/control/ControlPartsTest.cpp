@@ -1,6 +1,3 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <limits>
 
 #include "local/control/AccessRule.h"
@@ -11,10 +8,9 @@
 #include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::ElementsAre;
 
 TEST(AccessRuleTest, RootAndOwnUserChangeGroupReads) {
   struct Case {

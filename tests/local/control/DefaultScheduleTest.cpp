@@ -1,10 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "local/control/ScheduleQueries.h"
 #include "node/LayoutRegistry.h"
 #include "support/HostProfile.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

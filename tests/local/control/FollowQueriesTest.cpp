@@ -1,20 +1,12 @@
 #include "local/control/FollowQueries.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <chrono>
-#include <sstream>
 
 #include "tests/json/JsonOf.h"
 #include "tests/local/ServedControl.h"
 #include "tests/local/control/FakePeer.h"
 
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr std::array kSecretFields{
     FieldLayout{"Label", FieldType::kText, 12, 8, FieldMeaning::key},
@@ -202,31 +194,28 @@ TEST_F(FollowedControlTest, AFollowerAtRestHearsOnAndItsEndIsSeen) {
   };
   schedule.Start();
   std::chrono::steady_clock::time_point end;
-  ControlSettings settings;
   settings.maxConnections = 2;
   settings.rights = Rights::kRead;
-  Serve(
-      [&] {
-        TestClient follower;
-        EXPECT_EQ(follower.Ask(R"({"op":"follow","records":["FAKE"]})"), Json({{"ok", true}}));
-        for (int i = 0; i < 2; ++i) {
-          EXPECT_EQ(follower.Receive()["rows"][0]["Label"], "a\xEF\xBF\xBD");
-          EXPECT_EQ(follower.Receive()["time"], 1700000000);
-        }
-        {
-          TestClient second;
-          EXPECT_EQ(second.Ask(R"({"op":"follow"})")["ok"], true);
-          TestClient excess;
-          EXPECT_EQ(excess.Receive()["error"]["code"], "busy");
-        }
-        // The place of who has hung up at rest is free before the next batch.
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        TestClient next;
-        EXPECT_EQ(next.Ask(R"({"op":"status"})")["ok"], true);
-        EXPECT_EQ(next.Ask(R"({"op":"shutdown"})")["error"]["code"], "permission-denied");
-        end = std::chrono::steady_clock::now();
-      },
-      settings);
+  Serve([&] {
+    TestClient follower;
+    EXPECT_EQ(follower.Ask(R"({"op":"follow","records":["FAKE"]})"), Json({{"ok", true}}));
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_EQ(follower.Receive()["rows"][0]["Label"], "a\xEF\xBF\xBD");
+      EXPECT_EQ(follower.Receive()["time"], 1700000000);
+    }
+    {
+      TestClient second;
+      EXPECT_EQ(second.Ask(R"({"op":"follow"})")["ok"], true);
+      TestClient excess;
+      EXPECT_EQ(excess.Receive()["error"]["code"], "busy");
+    }
+    // The place of who has hung up at rest is free before the next batch.
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    TestClient next;
+    EXPECT_EQ(next.Ask(R"({"op":"status"})")["ok"], true);
+    EXPECT_EQ(next.Ask(R"({"op":"shutdown"})")["error"]["code"], "permission-denied");
+    end = std::chrono::steady_clock::now();
+  });
   EXPECT_LT(std::chrono::steady_clock::now() - end, std::chrono::milliseconds(700))
       << "a stop doesn't wait for followers";
 }

@@ -1,23 +1,9 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <sstream>
-
 #include "local/control/ConsoleTokens.h"
 #include "local/log/RecentMessages.h"
 #include "node/MessageCatalog.h"
 #include "tests/local/ServedControl.h"
 
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 class ConsoleTokensTest : public ::testing::Test {
  protected:
@@ -185,10 +171,7 @@ TEST_F(GateOperationsTest, AGateLearnsItsSettingsAndTellsWhereItListens) {
                 "{\"ok\":true,\"valid\":true,\"expires\":" + JsonText(console["expires"]) + "}");
       EXPECT_EQ(check("x"), R"({"ok":true,"valid":false,"expires":0})");
     }
-    for (int i = 0; i < 200 && !shown().empty(); ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    EXPECT_EQ(shown(), "");
+    EXPECT_TRUE(WaitUntil([&] { return shown().empty(); })) << shown();
     EXPECT_EQ(JsonText(client.Ask(R"({"op":"log","lines":1})")),
               R"({"ok":true,"log":[{"time":7,"level":"error","text":"text"}]})");
     EXPECT_EQ(client.Ask(R"({"op":"log"})")["log"].Size(), 3U);
@@ -257,10 +240,7 @@ TEST_F(GateOperationsTest, WhatAGateSendsIsShownForAsLongAsItIsThere) {
       }
       EXPECT_THAT(text, Not(HasSubstr("secret")));
     }
-    for (int i = 0; i < 200 && shown() != "[][]"; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    EXPECT_EQ(shown(), "[][]");
+    EXPECT_TRUE(WaitUntil([&] { return shown() == "[][]"; })) << shown();
     client.Ask(R"({"op":"gate","notices":[]})");
     EXPECT_EQ(shown(), "[][]") << "what the gate before has told is not its own";
     EXPECT_THAT(metrics(), Not(HasSubstr("qmt_agent_push_")));
@@ -282,27 +262,24 @@ TEST_F(GateOperationsTest, WhatAGateSendsIsShownForAsLongAsItIsThere) {
 }
 
 TEST_F(GateOperationsTest, AGateReadsAtTheMostWhoseverItIs) {
-  ControlSettings settings;
   bool isGate = false;
   settings.isGate = [&](const PeerIdentity& peer) { return isGate && peer.process == ::getpid(); };
   const std::pair<const char*, bool> rows[] = {{R"({"op":"status"})", true},
                                                {R"({"op":"console_token"})", false},
                                                {R"({"op":"schedule_remove","record":"X"})", false},
                                                {R"({"op":"shutdown"})", false}};
-  Serve(
-      [&] {
-        TestClient own;
-        EXPECT_EQ(own.Ask(R"({"op":"schedule_remove","record":"X"})")["error"]["code"],
-                  "not-scheduled");
-        isGate = true;
-        TestClient gate;
-        for (const auto& [line, isAllowed] : rows) {
-          const Json answer = gate.Ask(line);
-          EXPECT_EQ(answer["ok"], isAllowed) << line;
-          EXPECT_TRUE(isAllowed || answer["error"]["code"] == "permission-denied") << line;
-        }
-      },
-      settings);
+  Serve([&] {
+    TestClient own;
+    EXPECT_EQ(own.Ask(R"({"op":"schedule_remove","record":"X"})")["error"]["code"],
+              "not-scheduled");
+    isGate = true;
+    TestClient gate;
+    for (const auto& [line, isAllowed] : rows) {
+      const Json answer = gate.Ask(line);
+      EXPECT_EQ(answer["ok"], isAllowed) << line;
+      EXPECT_TRUE(isAllowed || answer["error"]["code"] == "permission-denied") << line;
+    }
+  });
 }
 
 }  // namespace

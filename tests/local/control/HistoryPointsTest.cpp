@@ -1,10 +1,6 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <algorithm>
 #include <cmath>
-#include <map>
 #include <numeric>
 #include <random>
 
@@ -14,10 +10,9 @@
 #include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::HasSubstr;
 
 constexpr std::int64_t kBegin = 1000000;
 

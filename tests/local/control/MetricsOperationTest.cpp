@@ -1,18 +1,9 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <chrono>
 
 #include "node/FigureRegistry.h"
 #include "tests/local/ServedControl.h"
 
 namespace {
-
-using ::testing::AllOf;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 class MetricsOperationTest : public ::testing::Test, protected ServedControl {
  protected:

@@ -1,13 +1,11 @@
-#include <gtest/gtest.h>
-
 #include <stdexcept>
-#include <utility>
 
 #include "local/control/ControlOperations.h"
 #include "node/ReportRegistry.h"
 #include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,10 +1,5 @@
 #include "local/control/RowChoices.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <array>
-#include <chrono>
 #include <deque>
 #include <limits>
 
@@ -14,11 +9,9 @@
 #include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
 
 struct ChoiceRow {
   char label[8];

@@ -1,14 +1,8 @@
 #include "local/control/SampleQueries.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <cstring>
 #include <limits>
-#include <memory>
 #include <random>
-#include <sstream>
 
 #include "local/history/HistoryTables.h"
 #include "local/metrics/MetricText.h"
@@ -17,10 +11,9 @@
 #include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::HasSubstr;
 
 /// A record of any layout that holds anything.
 class AnyRecord : public CMBRecord {

@@ -1,31 +1,16 @@
 #include "local/history/HistoryStore.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
-
-#include <algorithm>
-#include <chrono>
-#include <csignal>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <thread>
 
 #include "local/control/HistoryQueries.h"
 #include "local/history/HistoryTables.h"
 #include "tests/json/JsonOf.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 class HistoryStoreTest : public ::testing::Test {
  protected:
@@ -388,45 +373,6 @@ TEST_F(HistoryStoreTest, WhatWaitsIsBoundedAndMovedInSmallSteps) {
             0);
   EXPECT_EQ(m_store.LostBatches(), lost);
   EXPECT_FALSE(std::filesystem::exists("records.db-waiting"));
-}
-
-TEST_F(HistoryStoreTest, AKillLosesAtMostTheBatchAtWork) {
-  constexpr int kKills = 60;
-  std::int64_t before = 0;
-  for (int kill = 0; kill < kKills; ++kill) {
-    int done[2];
-    ASSERT_EQ(::pipe(done), 0);
-    const pid_t child = ::fork();
-    if (child == 0) {
-      Keep();
-      for (;;) {
-        Batch(m_now, 10);
-        if (::write(done[1], "x", 1) != 1) {
-          ::_exit(1);
-        }
-      }
-    }
-    ::close(done[1]);
-    std::this_thread::sleep_for(std::chrono::milliseconds(5 + 3 * (kill % 20)));
-    ::kill(child, SIGKILL);
-    ::waitpid(child, nullptr, 0);
-    std::int64_t batches = 0;
-    for (char c = 0; ::read(done[0], &c, 1) == 1;) {
-      ++batches;
-    }
-    ::close(done[0]);
-    SqlDatabase database("records.db", 1000);
-    SqlStatement check = database.Prepare("PRAGMA integrity_check");
-    ASSERT_TRUE(check.Step());
-    EXPECT_EQ(check.Text(0), "ok");
-    if (HasTable(database, "FAKE")) {
-      const std::int64_t rows = database.Number("SELECT count(*) FROM FAKE");
-      EXPECT_GE(rows - before, 10 * batches);
-      EXPECT_LE(rows - before, 10 * (batches + 1));
-      before = rows;
-    }
-  }
-  EXPECT_GT(before, 0);
 }
 
 }  // namespace

@@ -1,20 +1,10 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-
-#include <array>
 #include <climits>
-#include <csignal>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "local/ini/LocalIniFile.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/TempFolder.h"
 
-using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::Pair;
 
 namespace {
@@ -58,24 +48,6 @@ std::size_t CountFiles(const TempFolder& folder) {
   return static_cast<std::size_t>(
       std::distance(fs::directory_iterator(folder.Path()), fs::directory_iterator{}));
 }
-
-/// While it lives, no file can grow beyond `bytes`.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &m_before);
-    const rlimit limit{bytes, m_before.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &m_before);
-    std::signal(SIGXFSZ, m_handler);
-  }
-
- private:
-  void (*m_handler)(int);
-  rlimit m_before{};
-};
 
 }  // namespace
 

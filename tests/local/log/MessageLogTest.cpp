@@ -1,23 +1,10 @@
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <array>
-#include <string>
-#include <vector>
-
 #include "local/ini/LocalIniFile.h"
 #include "local/log/MessageLog.h"
 #include "support/Descriptor.h"
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/TempFolder.h"
 
-using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::MatchesRegex;
-using testing::StartsWith;
 
 namespace {
 

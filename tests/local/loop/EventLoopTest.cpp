@@ -1,18 +1,6 @@
 #include "local/loop/EventLoop.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <array>
 #include <atomic>
-#include <cerrno>
-#include <ctime>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "io/LoopDescriptor.h"
 #include "io/LoopTimer.h"
@@ -23,6 +11,7 @@
 #include "support/Descriptor.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/control/FakePeer.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

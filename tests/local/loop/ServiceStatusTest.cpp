@@ -1,17 +1,6 @@
 #include "local/loop/ServiceStatus.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <csignal>
-
 #include "tests/support/TempFolder.h"
-
-using testing::HasSubstr;
 
 namespace {
 

@@ -1,21 +1,14 @@
 #include "local/metrics/RowBound.h"
 
-#include <gmock/gmock.h>
-
 #include <cstdint>
 #include <limits>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "local/metrics/MetricFamily.h"
 #include "local/metrics/MetricText.h"
 #include "node/ProductRecord.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using testing::HasSubstr;
-using testing::Not;
 
 /// Control groups as metrics see them.
 struct recordGroup {

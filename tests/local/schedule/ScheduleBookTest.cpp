@@ -1,15 +1,9 @@
 #include "local/schedule/ScheduleBook.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <thread>
-
 #include "tests/local/FakeAgent.h"
+#include "tests/support/Testing.h"
 
 namespace {
-
-using ::testing::ElementsAre;
 
 class ScheduleBookTest : public ::testing::Test {
  protected:
