@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "io/WaitRoom.h"
 #include "json/JsonText.h"
 #include "local/control/ControlSocket.h"
 #include "support/Descriptor.h"
@@ -44,6 +45,7 @@ struct ControlServer::Listener {
   explicit Listener(asio::io_context& io) : acceptor(io) {}
 
   Protocol::acceptor acceptor;
+  std::shared_ptr<WaitRoom> room = std::make_shared<WaitRoom>();
 };
 
 ControlServer::ControlServer(EventLoop& loop, ControlOperations& operations,
@@ -118,6 +120,8 @@ void ControlServer::Listen() {
     GiveAway();
   }
   acceptor.listen();
+  // A client that has gone is not waited for.
+  acceptor.non_blocking(true);
 }
 
 void ControlServer::GiveAway() const {
@@ -146,20 +150,34 @@ void ControlServer::Accept() {
 }
 
 void ControlServer::AcceptNext() {
-  m_listener->acceptor.async_accept([this](asio::error_code error, Protocol::socket socket) {
-    if (error == asio::error::operation_aborted || !m_listener->acceptor.is_open()) {
-      return;
-    }
-    if (!error) {
-      // First of all: the library has the memory of the wait that has ended for the next one.
-      Accept();
-      OnAccepted(std::make_unique<ControlConnection::Socket>(std::move(socket)));
-      return;
-    }
+  m_listener->acceptor.async_wait(
+      Protocol::acceptor::wait_read, InRoom(m_listener->room, [this](asio::error_code error) {
+        if (error != asio::error::operation_aborted && m_listener->acceptor.is_open()) {
+          AcceptOne();
+        }
+      }));
+}
+
+void ControlServer::AcceptOne() {
+  Protocol::socket socket(m_loop.Io());
+  asio::error_code error;
+  try {
+    m_listener->acceptor.accept(socket, error);
+  } catch (const std::bad_alloc&) {
+    // This client has been let go of; the next one is to be heard.
+    Accept();
+    throw;
+  }
+  if (error && error != asio::error::would_block && error != asio::error::connection_aborted) {
     // Out of descriptors, most likely: asking again at once would only spin.
     m_pause.After(kAcceptPause, [this] { Accept(); });
     m_surroundings.report(m_path + ": no client can be accepted: " + error.message());
-  });
+    return;
+  }
+  Accept();
+  if (!error) {
+    OnAccepted(std::make_unique<ControlConnection::Socket>(std::move(socket)));
+  }
 }
 
 void ControlServer::OnAccepted(std::unique_ptr<ControlConnection::Socket> socket) {

@@ -57,6 +57,7 @@ class ControlServer {
   void GiveAway() const;
   void Accept();
   void AcceptNext();
+  void AcceptOne();
   void OnAccepted(std::unique_ptr<ControlConnection::Socket> socket);
   void Refuse(int descriptor) const;
   [[nodiscard]] gid_t SocketGroup() const;

@@ -159,7 +159,7 @@ void RowReader::Prepare(SqlDatabase& database) {
     }
     m_rows.emplace(database.Prepare(text + " FROM " + table + " WHERE rowid >= ?1 ORDER BY rowid"));
     m_first.emplace(database.Prepare("SELECT rowid FROM " + table + " WHERE " + time +
-                                     " > ?1 ORDER BY " + AgeOrder(m_table) + " LIMIT 1"));
+                                     " > ?1 ORDER BY " + time + ", rowid LIMIT 1"));
   }
   m_isPrepared = true;
 }

@@ -22,7 +22,8 @@ constexpr std::int64_t kSecondsPerDay = 86400;
 constexpr std::int64_t kBytesPerMegabyte = std::int64_t{1} << 20;
 /// The most that one batch removes of one table.
 constexpr int kRemovedRows = 500;
-/// How long a row may be too old: looking for some in each table costs as much as a small batch.
+/// How often rows that are too old are looked for, unless there were more than one batch removes:
+/// it costs as much as a small batch.
 constexpr std::int64_t kRemovalSeconds = 600;
 constexpr int kFreedPages = 256;
 constexpr int kKeptPages = 512 << 10;
@@ -43,14 +44,13 @@ std::string InsertText(const RecordLayout& layout, const std::string& table) {
   return "INSERT INTO " + QuotedName(table) + " (" + names + ") VALUES (" + places + ")";
 }
 
-/// Removes those of the kRemovedRows oldest rows of a table that are older than `end`, as one is
-/// whose time somebody has made none.
+/// Removes at most kRemovedRows of the oldest rows of a table that are older than `end`.
 int RemoveOldest(SqlDatabase& database, const std::string& table, std::int64_t end) {
   const std::string name = QuotedName(table);
   const std::string time = QuotedName(kTimeLabel);
-  SqlStatement statement = database.Prepare(
-      "DELETE FROM " + name + " WHERE rowid IN (SELECT rowid FROM " + name + " ORDER BY " +
-      AgeOrder(table) + " LIMIT ?2) AND (" + time + " < ?1 OR typeof(" + time + ") <> 'integer')");
+  SqlStatement statement =
+      database.Prepare("DELETE FROM " + name + " WHERE rowid IN (SELECT rowid FROM " + name +
+                       " WHERE " + time + " < ?1 ORDER BY " + time + " LIMIT ?2)");
   statement.Bind(1, end);
   statement.Bind(2, std::int64_t{kRemovedRows});
   statement.Run();
@@ -63,9 +63,9 @@ std::string OldestTable(SqlDatabase& database) {
   std::int64_t least = 0;
   for (const std::string& table : RecordTables(database)) {
     SqlStatement statement =
-        database.Prepare("SELECT " + QuotedName(kTimeLabel) + " FROM " + QuotedName(table) +
-                         " ORDER BY " + AgeOrder(table) + " LIMIT 1");
-    if (statement.Step() && (oldest.empty() || statement.Whole(0) < least)) {
+        database.Prepare("SELECT min(" + QuotedName(kTimeLabel) + ") FROM " + QuotedName(table));
+    if (statement.Step() && !statement.IsNull(0) &&
+        (oldest.empty() || statement.Whole(0) < least)) {
       least = statement.Whole(0);
       oldest = table;
     }
@@ -135,14 +135,13 @@ void HistoryStore::Close() {
   m_main = {};
   m_waiting = {};
   m_sizeBytes = 0;
+  m_freeBytes = 0;
   m_removedUntil.reset();
 }
 
 void HistoryStore::Open() {
   ++m_openings;
   m_main.database = OpenFile(m_settings.file);
-  // Reads the file's head.
-  m_pageBytes = m_main.database->Number("PRAGMA page_size");
   MeasureFile();
   std::error_code ignored;
   m_hasWaiting = std::filesystem::exists(WaitingFile(), ignored);
@@ -389,13 +388,14 @@ void HistoryStore::Commit() {
 }
 
 void HistoryStore::MeasureFile() {
-  m_sizeBytes = m_main.database->Number("PRAGMA page_count") * m_pageBytes;
-  m_freeBytes = m_main.database->Number("PRAGMA freelist_count") * m_pageBytes;
+  SqlDatabase& database = *m_main.database;
+  m_sizeBytes = PageBytes(database, database.Number("PRAGMA page_count"));
+  m_freeBytes = PageBytes(database, database.Number("PRAGMA freelist_count"));
 }
 
 void HistoryStore::RemoveOld() {
   const std::int64_t end = std::time(nullptr) - m_settings.days * kSecondsPerDay;
-  // A clock that was set back has left a time that would not come for long.
+  // Either way: behind a clock that was set back the time of the last look lies ahead.
   if (m_removedUntil && std::abs(end - *m_removedUntil) < kRemovalSeconds) {
     return;
   }

@@ -85,6 +85,7 @@ class HistoryStore : public RecordSink {
   [[nodiscard]] Table* FindTable(const ScheduledRows& rows, bool areTotals);
   [[nodiscard]] static std::int64_t TimeOf(const CMBRecord& row, std::time_t near);
   void Commit();
+  /// Sets the sizes of the main file.
   void MeasureFile();
   void RemoveOld();
   void RemoveExcess();
@@ -100,7 +101,6 @@ class HistoryStore : public RecordSink {
   bool m_isBatchLost = false;  ///< nothing more of the batch at work is taken
   std::string m_problem;
   std::vector<std::string> m_notices;  ///< told once the batch at work is written
-  std::int64_t m_pageBytes = 0;
   std::int64_t m_sizeBytes = 0;
   std::int64_t m_freeBytes = 0;                ///< those of m_sizeBytes that no row needs
   std::optional<std::int64_t> m_removedUntil;  ///< what was older has gone; not known at first

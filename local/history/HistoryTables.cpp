@@ -11,7 +11,7 @@
 namespace {
 
 constexpr const char* kLayoutTable = "qmt layouts";
-constexpr std::string_view kTotalsEnding = " totals";
+constexpr const char* kTotalsEnding = " totals";
 
 const char* ColumnType(FieldType type) {
   switch (type) {
@@ -72,10 +72,8 @@ void MakeTable(SqlDatabase& database, const RecordLayout& layout, const std::str
     columns += (columns.empty() ? "" : ", ") + ColumnText(field);
   }
   database.Execute("CREATE TABLE " + QuotedName(name) + " (" + columns + ")");
-  if (!IsTotalsTable(name)) {
-    database.Execute("CREATE INDEX IF NOT EXISTS " + QuotedName(name + ' ' + hash) + " ON " +
-                     QuotedName(name) + " (" + QuotedName(kTimeLabel) + ")");
-  }
+  database.Execute("CREATE INDEX IF NOT EXISTS " + QuotedName(name + ' ' + hash) + " ON " +
+                   QuotedName(name) + " (" + QuotedName(kTimeLabel) + ")");
 }
 
 std::string NameForOldRows(SqlDatabase& database, const std::string& record) {
@@ -105,17 +103,12 @@ int TimePlace(const RecordLayout& layout) {
   return static_cast<int>(found - layout.fields.begin());
 }
 
-std::string TotalsTable(const std::string& record) { return record + std::string(kTotalsEnding); }
-
-bool IsTotalsTable(std::string_view table) { return table.ends_with(kTotalsEnding); }
-
-std::string AgeOrder(std::string_view table) {
-  return IsTotalsTable(table) ? "rowid" : QuotedName(kTimeLabel) + ", rowid";
-}
+std::string TotalsTable(const std::string& record) { return record + kTotalsEnding; }
 
 const RecordLayout* LayoutOfTable(const std::string& table) {
-  const std::size_t ending = IsTotalsTable(table) ? kTotalsEnding.size() : 0;
-  return LayoutRegistry::Instance().Find(table.substr(0, table.size() - ending), 0);
+  const std::string_view ending = kTotalsEnding;
+  return LayoutRegistry::Instance().Find(
+      table.ends_with(ending) ? table.substr(0, table.size() - ending.size()) : table, 0);
 }
 
 std::string FitTable(SqlDatabase& database, const RecordLayout& layout, const std::string& table) {

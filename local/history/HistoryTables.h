@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "local/history/Sql.h"
@@ -28,11 +27,6 @@ inline constexpr const char* kTimeLabel = "Record Time";
 /// The table of a record's totals: the same rows as a look without rates makes them, where those of
 /// the record's own table hold what was added since the row before.
 [[nodiscard]] std::string TotalsTable(const std::string& record);
-[[nodiscard]] bool IsTotalsTable(std::string_view table);
-/// By what the rows of a table come from the oldest to the newest, at the cost of those that are
-/// read. A table of totals, which is read as a queue, has no index by time: writing one would cost
-/// as much as its rows do.
-[[nodiscard]] std::string AgeOrder(std::string_view table);
 /// The layout that the rows of a table have, by its name; null for a table of a former layout.
 [[nodiscard]] const RecordLayout* LayoutOfTable(const std::string& table);
 

@@ -6,6 +6,7 @@ import os
 import pathlib
 import pwd
 import re
+import select
 import signal
 import socket
 import subprocess
@@ -139,12 +140,16 @@ class Agent(Process):
 
     @contextlib.contextmanager
     def watch(self, records, seconds):
-        """The samples of two looks as the client tells them, each as soon as it has it."""
+        """What gives the next sample of two looks of the client's, as soon as it is there."""
         words = [self.build / "client/qmtctl", "--socket", "run/control.sock", "watch", *records, "--every",
                  str(seconds), "--count", "2", "--json"]
         with subprocess.Popen(words, cwd=self.home, stdout=subprocess.PIPE, text=True) as program:
+            def sample():
+                if not select.select([program.stdout], [], [], seconds + LIMIT_SECONDS)[0]:
+                    raise ValueError(f"{words}: nothing within {seconds + LIMIT_SECONDS} s")
+                return json.loads(program.stdout.readline())
             try:
-                yield (json.loads(line) for line in program.stdout)
+                yield sample
             finally:
                 program.kill()
 

@@ -210,6 +210,16 @@ class Look:
         return {row[label]: row for row in self.rows[record]}
 
 
+@contextlib.contextmanager
+def watcher(words):
+    """A program whose output is read; it ends with the block."""
+    with subprocess.Popen(words, stdout=subprocess.PIPE, text=True, env=PLAIN) as program:
+        try:
+            yield program
+        finally:
+            program.kill()
+
+
 class Rates:
     """What the agent and the peers say of the same seconds as rates."""
 
@@ -224,23 +234,22 @@ class Rates:
         for program, *_ in self.WATCHERS:
             output(program, "-V")
         self.before = Counters(exporter, group)
-        # What it takes to start the client, and one look of the agent, is not in its seconds; nor is
-        # it in those of peers that start when it has looked, and one look is in theirs.
-        with agent.watch(self.RECORDS, SECONDS) as looks:
-            next(looks)
-            watchers = [subprocess.Popen(words, stdout=subprocess.PIPE, text=True, env=PLAIN)
-                        for words in self.WATCHERS]
+        # The client's start is in nobody's seconds, as the peers begin when the agent has looked; one
+        # look of the agent is in its own and one in theirs.
+        with agent.watch(self.RECORDS, SECONDS) as sample, contextlib.ExitStack() as watching:
+            sample()
+            watchers = [watching.enter_context(watcher(words)) for words in self.WATCHERS]
             time.sleep(START_SECONDS)
             self.within = Counters(exporter, group, is_end=True)
-            results = next(looks)
+            results = sample()
             self.after = Counters(exporter, group, is_end=True)
+            texts = [each.communicate()[0] for each in watchers]
         self.seconds = self.after.at - self.before.at
         time_of = "node_time_seconds"
         self.exporter_seconds = self.after.exporter[time_of] - self.before.exporter[time_of]
         self.seconds_within = self.after.at - self.within.at
         self.forks_per_second = (self.after.forks - self.before.forks) / self.seconds
         self.rows = {result["record"]: result["rows"] for result in results}
-        texts = [watcher.communicate()[0] for watcher in watchers]
         lines = [line.split() for line in texts[0].splitlines()]
         self.vmstat = dict(zip(lines[1], map(float, lines[3])))
         disks, processors = (json.loads(text)["sysstat"]["hosts"][0]["statistics"][0]

@@ -1,4 +1,5 @@
 #include <cstddef>
+#include <future>
 #include <new>
 #include <stdexcept>
 
@@ -12,6 +13,7 @@
 #include "tests/faults/Allocator.h"
 #include "tests/faults/KilledChild.h"
 #include "tests/local/FakeAgent.h"
+#include "tests/local/ServedControl.h"
 #include "tests/support/Testing.h"
 
 namespace {
@@ -174,6 +176,34 @@ TEST(LoopMemoryTest, ADescriptorIsWatchedOnThroughALongWantOfMemory) {
   faults::StopCountingAllocations();
   EXPECT_EQ(told, 5);
   EXPECT_EQ(pipe.delivered, 1);
+}
+
+TEST(LoopMemoryTest, AClientIsHeardWhateverAnEarlierOneHadNoMemoryFor) {
+  // The records are those of the child alone.
+  EXPECT_TRUE(faults::RunInChild([] {
+    constexpr std::size_t kOfAnAcceptance = 40;
+    ServedControl control;
+    const auto inLoop = [&control](const std::function<void()>& work) {
+      std::promise<void> done;
+      Post(control.loop, [&](CMBNode&) {
+        work();
+        done.set_value();
+      });
+      done.get_future().wait();
+    };
+    control.Serve([&] {
+      for (std::size_t place = 1; place <= kOfAnAcceptance; ++place) {
+        inLoop([place] { faults::CountAllocations(place); });
+        TestClient unlucky;
+        unlucky.Send(R"({"op":"nothing"})");
+        static_cast<void>(unlucky.ReceiveText());
+        inLoop([] { faults::StopCountingAllocations(); });
+        if (TestClient().AskForText(R"({"op":"nothing"})").empty()) {
+          throw std::runtime_error("no answer after allocation " + std::to_string(place));
+        }
+      }
+    });
+  }));
 }
 
 TEST(LoopMemoryTest, TimesComeThroughALongWantOfMemory) {
