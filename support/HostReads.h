@@ -35,7 +35,7 @@ class HostReads {
   /// The entries of an open folder but "." and "..", in the kernel's order: of each the name and
   /// the type.
   virtual bool List(int folder, std::vector<::dirent>& entries) = 0;
-  /// Whether the answer to this question is known; fills `heard` then.
+  /// Whether the kernel need not be asked this question; fills `heard` then.
   virtual bool FindTalk(int protocol, std::string_view question, HeardTalk& heard) = 0;
   virtual void KeepTalk(int protocol, std::string_view question, const HeardTalk& heard) = 0;
 

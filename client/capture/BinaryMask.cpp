@@ -71,7 +71,7 @@ void MaskSocket(std::string& bytes, std::size_t place, StandIns& standIns) {
 
 void MaskMessage(int protocol, int type, std::string& bytes, std::size_t place, std::size_t end,
                  StandIns& standIns) {
-  if (protocol == NETLINK_SOCK_DIAG && type == SOCK_DIAG_BY_FAMILY) {
+  if (protocol == NETLINK_SOCK_DIAG && (type == SOCK_DIAG_BY_FAMILY || type == TCPDIAG_GETSOCK)) {
     MaskSocket(bytes, place, standIns);
   } else if (protocol == NETLINK_ROUTE && type == RTM_NEWLINK) {
     MaskAttributes(bytes, place + NLMSG_ALIGN(sizeof(::ifinfomsg)), end, IsLinkAddress, standIns);

@@ -113,6 +113,13 @@ CallAnswer HostReplay::Ask(const std::string& question, const RealCall& /*real*/
   return known == nullptr ? CallAnswer{-1, ENOENT, {}} : *known;
 }
 
+bool HostReplay::FindTalk(int protocol, std::string_view question, HeardTalk& heard) {
+  if (!CapturedHost::FindTalk(protocol, question, heard)) {
+    heard.error = ENOENT;
+  }
+  return true;
+}
+
 void HostReplay::BeginBatch() {
   if (!IsInBatch()) {
     if (!m_isBegun) {

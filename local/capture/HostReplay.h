@@ -22,6 +22,8 @@ class HostReplay : public CapturedHost {
   int Open(int folder, const char* name, int flags) override;
   [[nodiscard]] bool IsRunningHost() const override { return m_facts.isRunning; }
   CallAnswer Ask(const std::string& question, const RealCall& real) override;
+  /// True: what the capture lacks fails by ENOENT, as this machine's kernel is not the host's.
+  bool FindTalk(int protocol, std::string_view question, HeardTalk& heard) override;
   /// Moves on to the sample whose time has come.
   void BeginBatch() override;
 

@@ -6,8 +6,11 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <cerrno>
+
 namespace {
 
+/// Of one version of IP.
 constexpr std::size_t kMostSockDiagBytes = std::size_t{128} << 20U;
 /// What the timer of a socket is that the kernel has cut down to a remainder.
 constexpr std::uint8_t kBriefTimer = 3;
@@ -19,9 +22,21 @@ struct SockDiagQuestion {
   ::inet_diag_req_v2 request;
 };
 
+/// The older one, for both versions of IP.
+struct TcpDiagQuestion {
+  ::nlmsghdr header;
+  ::inet_diag_req request;
+};
+
+/// The kernel answers with the type that it is asked by, and with the same structure.
+bool IsSocketOfIp(std::uint16_t type, const ::inet_diag_msg& socket) {
+  return (type == SOCK_DIAG_BY_FAMILY || type == TCPDIAG_GETSOCK) &&
+         (socket.idiag_family == AF_INET || socket.idiag_family == AF_INET6);
+}
+
 void TakeSocket(std::uint16_t type, NetlinkBytes payload, TcpStates& states) {
   ::inet_diag_msg socket{};
-  if (type != SOCK_DIAG_BY_FAMILY || !LoadNetlink(payload, socket) ||
+  if (!LoadNetlink(payload, socket) || !IsSocketOfIp(type, socket) ||
       socket.idiag_state >= states.sockets.size()) {
     return;
   }
@@ -29,6 +44,42 @@ void TakeSocket(std::uint16_t type, NetlinkBytes payload, TcpStates& states) {
   if (socket.idiag_state == TCP_FIN_WAIT2 && socket.idiag_timer == kBriefTimer) {
     ++states.brief;
   }
+}
+
+template <class Question>
+void AddAnswer(NetlinkTalk& talk, const Question& question, SockDiagAnswer& answer) {
+  TcpStates states;
+  talk.AskWhole(
+      question, [&states] { states = {}; },
+      [&states](std::uint16_t type, NetlinkBytes payload) { TakeSocket(type, payload, states); });
+  answer.states.Add(states);
+}
+
+/// `isRefused` tells whether the kernel was asked and had no good answer.
+SockDiagAnswer AskForBothAtOnce(bool& isRefused) {
+  SockDiagAnswer answer;
+  NetlinkTalk talk(NETLINK_SOCK_DIAG, 2 * kMostSockDiagBytes, answer);
+  const bool isOpen = answer.error == 0;
+  TcpDiagQuestion question{.header = NetlinkQuestion(sizeof(TcpDiagQuestion), TCPDIAG_GETSOCK),
+                           .request = {}};
+  question.request.idiag_states = kAskedStates;
+  AddAnswer(talk, question, answer);
+  isRefused = isOpen && answer.error != 0 && !IsTooManySockets(answer.error);
+  return answer;
+}
+
+SockDiagAnswer AskForEachVersion() {
+  SockDiagAnswer answer;
+  NetlinkTalk talk(NETLINK_SOCK_DIAG, kMostSockDiagBytes, answer);
+  for (const int family : {AF_INET, AF_INET6}) {
+    SockDiagQuestion question{
+        .header = NetlinkQuestion(sizeof(SockDiagQuestion), SOCK_DIAG_BY_FAMILY), .request = {}};
+    question.request.sdiag_family = static_cast<std::uint8_t>(family);
+    question.request.sdiag_protocol = IPPROTO_TCP;
+    question.request.idiag_states = kAskedStates;
+    AddAnswer(talk, question, answer);
+  }
+  return answer;
 }
 
 }  // namespace
@@ -47,20 +98,20 @@ bool ParseSockDiag(NetlinkBytes datagram, std::uint32_t sequence, SockDiagAnswer
                               });
 }
 
-SockDiagAnswer AskForTcpStates() {
-  SockDiagAnswer answer;
-  NetlinkTalk talk(NETLINK_SOCK_DIAG, kMostSockDiagBytes, answer);
-  for (const int family : {AF_INET, AF_INET6}) {
-    SockDiagQuestion question{
-        .header = NetlinkQuestion(sizeof(SockDiagQuestion), SOCK_DIAG_BY_FAMILY), .request = {}};
-    question.request.sdiag_family = static_cast<std::uint8_t>(family);
-    question.request.sdiag_protocol = IPPROTO_TCP;
-    question.request.idiag_states = kAskedStates;
-    TcpStates states;
-    talk.AskWhole(
-        question, [&states] { states = {}; },
-        [&states](std::uint16_t type, NetlinkBytes payload) { TakeSocket(type, payload, states); });
-    answer.states.Add(states);
+SockDiagAnswer AskForTcpStates(SockDiagMemory& memory) {
+  if (!memory.isOneAnswerRefused) {
+    bool isRefused = false;
+    const SockDiagAnswer answer = AskForBothAtOnce(isRefused);
+    if (!isRefused) {
+      return answer;
+    }
   }
+  // By a talk of its own: captures have these questions under the first numbers.
+  const SockDiagAnswer answer = AskForEachVersion();
+  memory.isOneAnswerRefused |= answer.error == 0;
   return answer;
+}
+
+bool IsTooManySockets(int error) {
+  return error == EMSGSIZE || error == ETIMEDOUT || error == EAGAIN;
 }

@@ -69,19 +69,19 @@ void ReadTcpFiles(SocketFigures& figures) {
   }
 }
 
-/// Whether the kernel has more sockets than it can tell in time; its files would take still longer.
-bool IsTooMuch(int error) { return error == EMSGSIZE || error == ETIMEDOUT || error == EAGAIN; }
+SockDiagMemory g_sockDiagMemory;
 
 /// The states, but for that of TIME_WAIT if the kernel has been asked; what it answered is `asked`.
 void ReadTcpStates(SockDiagAnswer& asked, SocketFigures& figures) {
   asked.error = ENOTCONN;
   if (IsRunningHost()) {
-    asked = AskForTcpStates();
+    asked = AskForTcpStates(g_sockDiagMemory);
   }
   if (asked.error == 0) {
     PutTcpStates(asked.states, figures);
     figures.timeWait = kNotTold;
-  } else if (!IsTooMuch(asked.error)) {
+  } else if (!IsTooManySockets(asked.error)) {
+    // What is too much for the kernel to tell in time would take still longer from its files.
     ReadTcpFiles(figures);
   }
 }

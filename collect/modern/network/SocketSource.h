@@ -6,8 +6,8 @@
 /// namespace of the reader is told, but orphaned and allocated sockets and memory are those of all.
 /// kNotTold stands for what the kernel does not tell.
 struct SocketFigures {
-  // Sockets of TCP by state, over both versions of IP: asked of the kernel by sock_diag(7), else
-  // from /proc/net/tcp and /proc/net/tcp6.
+  // Sockets of TCP by state, over both versions of IP: asked of the kernel by sock_diag(7), for
+  // both at once or for each, else from /proc/net/tcp and /proc/net/tcp6.
   double established = kNotTold;
   double synSent = kNotTold;
   double synReceived = kNotTold;

@@ -1,5 +1,18 @@
 #include "client/capture/StandIns.h"
 
+<<<<<<< HEAD
+=======
+#include <gtest/gtest.h>
+#include <linux/inet_diag.h>
+#include <linux/netlink.h>
+#include <linux/sock_diag.h>
+#include <sys/socket.h>
+
+#include <cstddef>
+#include <cstring>
+#include <set>
+
+>>>>>>> tcp
 #include "client/capture/BinaryMask.h"
 #include "client/capture/TextMask.h"
 #include "tests/support/Testing.h"
@@ -146,6 +159,33 @@ TEST(StandInsTest, AddressesInColumnsAndStructuresAreThoseOfTexts) {
     std::string cut = datagram.substr(0, size);
     MaskNetlink(0, cut, standIns);
     EXPECT_EQ(cut, datagram.substr(0, size));
+  }
+}
+
+TEST(StandInsTest, AddressesOfSocketsAreMaskedInEachKindOfAnswer) {
+  StandIns standIns(kKey);
+  for (const int type : {SOCK_DIAG_BY_FAMILY, TCPDIAG_GETSOCK}) {
+    for (const int family : {AF_INET, AF_INET6}) {
+      const std::size_t size = family == AF_INET ? 4 : 16;
+      const std::string address = BytesOfHex("20010db8000000000000000000000007").substr(0, size);
+      ::inet_diag_msg socket{};
+      socket.idiag_family = static_cast<std::uint8_t>(family);
+      std::memcpy(socket.id.idiag_src, address.data(), size);
+      std::memcpy(socket.id.idiag_dst, address.data(), size);
+      ::nlmsghdr head{};
+      head.nlmsg_len = sizeof(head) + sizeof(socket);
+      head.nlmsg_type = static_cast<std::uint16_t>(type);
+      std::string datagram(reinterpret_cast<const char*>(&head), sizeof(head));
+      datagram.append(reinterpret_cast<const char*>(&socket), sizeof(socket));
+      const std::string before = datagram;
+      MaskNetlink(NETLINK_ROUTE, datagram, standIns);
+      EXPECT_EQ(datagram, before) << type;
+      MaskNetlink(NETLINK_SOCK_DIAG, datagram, standIns);
+      const std::size_t source = sizeof(head) + offsetof(::inet_diag_msg, id.idiag_src);
+      EXPECT_EQ(datagram.substr(source, size), standIns.Address(address)) << type;
+      EXPECT_EQ(datagram.substr(source + 16, size), standIns.Address(address)) << type;
+      EXPECT_EQ(datagram.find(address), datagram.npos) << type;
+    }
   }
 }
 

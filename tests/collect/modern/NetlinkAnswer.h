@@ -28,9 +28,10 @@ class Answer {
                   std::uint8_t flags = 0, std::uint8_t family = AF_INET) {
     return Begin(RTM_NEWADDR, 2).Raw(ifaddrmsg{family, prefix, flags, scope, index});
   }
-  Answer& Socket(std::uint8_t state, std::uint8_t timer = 0, std::uint16_t type = 20) {
+  Answer& Socket(std::uint8_t state, std::uint8_t timer = 0, std::uint16_t type = 20,
+                 std::uint8_t family = AF_INET) {
     inet_diag_msg socket{};
-    socket.idiag_family = AF_INET;
+    socket.idiag_family = family;
     socket.idiag_state = state;
     socket.idiag_timer = timer;
     return Begin(type, 1).Raw(socket);

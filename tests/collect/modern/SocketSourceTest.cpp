@@ -4,6 +4,17 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 
+<<<<<<< HEAD
+=======
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+#include <vector>
+
+>>>>>>> tcp
 #include "collect/modern/network/SocketFiles.h"
 #include "tests/collect/CollectFixture.h"
 #include "tests/collect/modern/NetlinkAnswer.h"
@@ -28,10 +39,62 @@ void ExpectFigures(const SocketFigures& figures, const ExpectedFigure (&rows)[N]
   }
 }
 
+/// What each socket that is opened finds written, and what was asked by it; none are left to open
+/// where these have come to an end.
+std::vector<std::vector<std::string>> g_talks;
+std::vector<Descriptor> g_askedEnds;
+
+int NextKernelSocket(int domain, int type, int protocol) {
+  EXPECT_EQ(protocol, NETLINK_SOCK_DIAG);
+  if (g_talks.empty()) {
+    ADD_FAILURE() << "a socket too many";
+    return -1;
+  }
+  g_datagrams = g_talks.front();
+  g_talks.erase(g_talks.begin());
+  const int end = KernelSocket(domain, type, protocol);
+  g_askedEnds.emplace_back(std::exchange(g_kernelEnd, -1));
+  return end;
+}
+
+struct BothQuestion {
+  nlmsghdr header;
+  inet_diag_req request;
+};
+struct VersionQuestion {
+  nlmsghdr header;
+  inet_diag_req_v2 request;
+};
+
+void ExpectQuestionForBoth(int end) {
+  BothQuestion question{};
+  ASSERT_EQ(::recv(end, &question, sizeof question, MSG_DONTWAIT), 76);
+  EXPECT_EQ(question.header.nlmsg_len, 76U);
+  EXPECT_EQ(question.header.nlmsg_type, 18);
+  EXPECT_EQ(question.header.nlmsg_seq, 1U);
+  EXPECT_EQ(question.header.nlmsg_flags & NLM_F_DUMP, NLM_F_DUMP);
+  EXPECT_EQ(question.request.idiag_states, 0xF3EU);
+}
+
+void ExpectQuestionsForEach(int end) {
+  VersionQuestion question{};
+  for (const int family : {AF_INET, AF_INET6}) {
+    ASSERT_EQ(::recv(end, &question, sizeof question, MSG_DONTWAIT), 72);
+    EXPECT_EQ(question.header.nlmsg_type, 20);
+    // Captures have them under these numbers.
+    EXPECT_EQ(question.header.nlmsg_seq, family == AF_INET ? 1U : 2U);
+    EXPECT_EQ(question.request.sdiag_family, family);
+    EXPECT_EQ(question.request.sdiag_protocol, IPPROTO_TCP);
+    EXPECT_EQ(question.request.idiag_states, 0xF3EU);
+  }
+}
+
 class SocketSourceTest : public CollectFixture {
  protected:
   void TearDown() override {
     CloseKernelEnd();
+    g_talks.clear();
+    g_askedEnds.clear();
     CollectFixture::TearDown();
   }
   static SocketFigures Read() {
@@ -181,30 +244,97 @@ TEST(SockDiagAnswer, CountsSocketsByState) {
   }
 }
 
-TEST_F(SocketSourceTest, AsksForBothVersionsOfIpAndForgetsAnInterruptedAnswer) {
-  const std::string listening = Answer().Socket(TCP_LISTEN).Socket(TCP_ESTABLISHED).Bytes();
-  g_datagrams = {listening,
-                 Answer().End(NLMSG_DONE, 1, 0).Bytes(),
-                 Renumbered(listening, 2, NLM_F_DUMP_INTR),
-                 Answer().End(NLMSG_DONE, 2, 0).Bytes(),
-                 Renumbered(listening, 3),
-                 Renumbered(listening, 3),
-                 Answer().End(NLMSG_DONE, 3, 0).Bytes()};
-  Os().socket = KernelSocket;
-  const SockDiagAnswer answer = AskForTcpStates();
+/// A message of 88 bytes about a socket over one version of IP, as the older question has it.
+std::string SocketOf(std::uint8_t state, std::uint8_t family) {
+  return Answer().Socket(state, 0, TCPDIAG_GETSOCK, family).Bytes();
+}
+std::string EndOfAnswer(std::uint32_t sequence, std::int32_t result = 0) {
+  return Answer().End(NLMSG_DONE, sequence, result).Bytes();
+}
+
+TEST_F(SocketSourceTest, OneAnswerHasBothVersionsOfIpAndIsForgottenWhereInterrupted) {
+  const std::string sockets = SocketOf(TCP_LISTEN, AF_INET) + SocketOf(TCP_LISTEN, AF_INET6) +
+                              SocketOf(TCP_ESTABLISHED, AF_INET6) +
+                              SocketOf(TCP_ESTABLISHED, AF_UNIX);
+  g_talks = {{Renumbered(sockets, 1, NLM_F_DUMP_INTR), EndOfAnswer(1), Renumbered(sockets, 2),
+              EndOfAnswer(2)}};
+  Os().socket = NextKernelSocket;
+  SockDiagMemory memory;
+  const SockDiagAnswer answer = AskForTcpStates(memory);
   EXPECT_EQ(answer.error, 0);
-  EXPECT_EQ(answer.states.sockets[TCP_LISTEN], 3U);
-  struct {
-    nlmsghdr header;
-    inet_diag_req_v2 request;
-  } question{};
-  for (const int family : {AF_INET, AF_INET6}) {
-    ASSERT_EQ(::recv(g_kernelEnd, &question, sizeof question, MSG_DONTWAIT), 72);
-    EXPECT_EQ(question.header.nlmsg_type, 20);
-    EXPECT_EQ(question.request.sdiag_family, family);
-    EXPECT_EQ(question.request.sdiag_protocol, IPPROTO_TCP);
-    EXPECT_EQ(question.request.idiag_states, 0xF3EU);
+  EXPECT_EQ(answer.states.sockets[TCP_LISTEN], 2U);
+  EXPECT_EQ(answer.states.sockets[TCP_ESTABLISHED], 1U);
+  EXPECT_FALSE(memory.isOneAnswerRefused);
+  ExpectQuestionForBoth(g_askedEnds[0].Get());
+}
+
+TEST_F(SocketSourceTest, EachVersionIsAskedForWhereBothAtOnceAreRefused) {
+  std::string longer = SocketOf(TCP_LISTEN, AF_INET);
+  longer[0] = 89;
+  std::string shorter = longer;
+  shorter[0] = 15;
+  const std::string listening = Answer().Socket(TCP_LISTEN).Socket(TCP_ESTABLISHED).Bytes();
+  const std::vector<std::string> each{listening, EndOfAnswer(1), Renumbered(listening, 2),
+                                      EndOfAnswer(2)};
+  const std::string counted = SocketOf(TCP_LISTEN, AF_INET);
+  const std::vector<std::vector<std::string>> refusals{
+      {Answer().End(NLMSG_ERROR, 1, -EOPNOTSUPP).Bytes()},
+      {Answer().End(NLMSG_ERROR, 1, -EINVAL).Bytes()},
+      // What came before a failure doesn't count.
+      {counted, EndOfAnswer(1, -ENOENT)},
+      {counted, longer},
+      {counted, shorter},
+      {counted, counted.substr(0, 15)}};
+  Os().socket = NextKernelSocket;
+  for (std::size_t row = 0; row < refusals.size(); ++row) {
+    g_askedEnds.clear();
+    // The third socket is that of a second call.
+    g_talks = {refusals[row], each, each};
+    SockDiagMemory memory;
+    for (const bool isFirst : {true, false}) {
+      const SockDiagAnswer answer = AskForTcpStates(memory);
+      EXPECT_EQ(answer.error, 0) << row;
+      EXPECT_EQ(answer.states.sockets[TCP_LISTEN], 2U) << row;
+      EXPECT_EQ(answer.states.sockets[TCP_ESTABLISHED], 2U) << row;
+      EXPECT_EQ(g_talks.size(), isFirst ? 1U : 0U) << row;
+    }
+    ASSERT_EQ(g_askedEnds.size(), 3U) << row;
+    ExpectQuestionForBoth(g_askedEnds[0].Get());
+    ExpectQuestionsForEach(g_askedEnds[1].Get());
+    ExpectQuestionsForEach(g_askedEnds[2].Get());
   }
+}
+
+TEST_F(SocketSourceTest, OnlyARefusalIsRemembered) {
+  Os().socket = NextKernelSocket;
+  SockDiagMemory memory;
+  // Each version is refused as well, by a kernel that can't load the module as yet.
+  const std::vector<std::string> refusal{EndOfAnswer(1, -ENOENT)};
+  g_talks = {refusal, refusal};
+  EXPECT_EQ(AskForTcpStates(memory).error, ENOENT);
+  EXPECT_FALSE(memory.isOneAnswerRefused);
+  // What is too much at once is too much in two parts.
+  g_talks = {{EndOfAnswer(1, -EMSGSIZE)}};
+  EXPECT_EQ(AskForTcpStates(memory).error, EMSGSIZE);
+  EXPECT_FALSE(memory.isOneAnswerRefused);
+  // A socket too short to be one is none, and no reason to ask again.
+  g_talks = {
+      {SocketOf(TCP_LISTEN, AF_INET) + Answer().Begin(TCPDIAG_GETSOCK, 1).Bytes(), EndOfAnswer(1)}};
+  const SockDiagAnswer answer = AskForTcpStates(memory);
+  EXPECT_EQ(answer.error, 0);
+  EXPECT_EQ(answer.states.sockets[TCP_LISTEN], 1U);
+  EXPECT_FALSE(memory.isOneAnswerRefused);
+  // No socket is to be had: the kernel has said nothing, and no other is tried.
+  static int tries;
+  tries = 0;
+  Os().socket = [](int, int, int) {
+    ++tries;
+    errno = EMFILE;
+    return -1;
+  };
+  EXPECT_EQ(AskForTcpStates(memory).error, EMFILE);
+  EXPECT_EQ(tries, 1);
+  EXPECT_FALSE(memory.isOneAnswerRefused);
 }
 
 /// Listens on the loopback, and is connected to itself.
@@ -228,10 +358,35 @@ class LoopbackConnection {
   bool m_isMade = false;
 };
 
-TEST_F(SocketSourceTest, BothWaysTellTheSocketsOfThisHost) {
+/// Listens on the loopback of the other version of IP, where this host has it.
+class Listener6 {
+ public:
+  Listener6() {
+    sockaddr_in6 place{};
+    place.sin6_family = AF_INET6;
+    place.sin6_addr = in6addr_loopback;
+    m_isMade = ::bind(m_server.Get(), reinterpret_cast<sockaddr*>(&place), sizeof place) == 0 &&
+               ::listen(m_server.Get(), 1) == 0;
+  }
+  [[nodiscard]] bool IsMade() const { return m_isMade; }
+
+ private:
+  Descriptor m_server{::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+  bool m_isMade = false;
+};
+
+TEST_F(SocketSourceTest, AllWaysTellTheSocketsOfThisHost) {
   const LoopbackConnection connection;
   if (!connection.IsMade()) {
     GTEST_SKIP() << "this host has no loopback";
+  }
+  const Listener6 listener;
+  for (const bool isRefused : {false, true}) {
+    SockDiagMemory memory{isRefused};
+    const SockDiagAnswer answer = AskForTcpStates(memory);
+    EXPECT_EQ(memory.isOneAnswerRefused, isRefused) << "this kernel knows both questions";
+    EXPECT_GE(answer.states.sockets[TCP_LISTEN], listener.IsMade() ? 2U : 1U) << isRefused;
+    EXPECT_GE(answer.states.sockets[TCP_ESTABLISHED], 2U) << isRefused;
   }
   for (const bool isAsked : {true, false}) {
     if (!isAsked) {

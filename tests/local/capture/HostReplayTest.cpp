@@ -1,9 +1,15 @@
 #include "local/capture/HostReplay.h"
 
+#include <linux/inet_diag.h>
+#include <linux/netlink.h>
+#include <linux/sock_diag.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/utsname.h>
 
+#include "collect/modern/network/SockDiag.h"
 #include "local/capture/CapturedCalls.h"
 #include "support/Descriptor.h"
 #include "support/OsCalls.h"
@@ -152,7 +158,52 @@ TEST_F(HostReplayTest, AnswersOfAnotherSizeOrKindAreFailures) {
   HeardTalk few;
   ASSERT_TRUE(replay->FindTalk(0, "few", few));
   EXPECT_EQ(few.datagrams.size(), 0U);
-  EXPECT_FALSE(replay->FindTalk(0, "none", few));
+  HeardTalk none;
+  EXPECT_TRUE(replay->FindTalk(0, "none", none)) << "this machine's kernel would be asked";
+  EXPECT_EQ(none.error, ENOENT);
+}
+
+/// A question for the sockets of TCP over one version of IP, and an answer of two that listen.
+std::string LinesOfSockets(std::uint32_t sequence, std::uint8_t family) {
+  struct {
+    ::nlmsghdr header;
+    ::inet_diag_req_v2 request;
+  } question{};
+  question.header = {sizeof(question), SOCK_DIAG_BY_FAMILY, NLM_F_REQUEST | NLM_F_DUMP, sequence,
+                     0};
+  question.request.sdiag_family = family;
+  question.request.sdiag_protocol = IPPROTO_TCP;
+  question.request.idiag_states = 0xF3E;
+  struct {
+    ::nlmsghdr header;
+    ::inet_diag_msg socket;
+  } listening{};
+  listening.header = {sizeof(listening), SOCK_DIAG_BY_FAMILY, NLM_F_MULTI, sequence, 0};
+  listening.socket.idiag_family = family;
+  listening.socket.idiag_state = TCP_LISTEN;
+  struct {
+    ::nlmsghdr header;
+    int result;
+  } const end{{sizeof(end), NLMSG_DONE, NLM_F_MULTI, sequence, 0}, 0};
+  const std::string text = "netlink 4 " + BytesOfAnswer(question);
+  const std::string socket = BytesOfAnswer(listening);
+  return CallLine(text + "#0", {0, 0, socket + socket + BytesOfAnswer(end)}) +
+         CallLine(text, {1, 0, {}});
+}
+
+TEST_F(HostReplayTest, SocketsThatWereAskedForByVersionOfIpAreThoseOfTheCapture) {
+  AddSample(1, LinesOfSockets(1, AF_INET) + LinesOfSockets(2, AF_INET6) +
+                   CallLine("socket 16 4", {0, 0, {}}));
+  static std::vector<std::unique_ptr<HostReplay>> lasting;
+  g_hostReads = lasting.emplace_back(Play()).get();
+  CaptureOsCalls(*lasting.back());
+  SockDiagMemory memory;
+  const SockDiagAnswer answer = AskForTcpStates(memory);
+  g_hostReads = nullptr;
+  EXPECT_EQ(answer.error, 0);
+  EXPECT_TRUE(memory.isOneAnswerRefused);
+  EXPECT_EQ(answer.states.sockets[TCP_LISTEN], 4U);
+  EXPECT_EQ(answer.states.sockets[TCP_ESTABLISHED], 0U);
 }
 
 TEST_F(HostReplayTest, NumbersOfACaptureAreBoundedWhereTheyAreWalked) {
