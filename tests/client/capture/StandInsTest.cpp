@@ -1,18 +1,10 @@
 #include "client/capture/StandIns.h"
 
-<<<<<<< HEAD
-=======
-#include <gtest/gtest.h>
 #include <linux/inet_diag.h>
 #include <linux/netlink.h>
 #include <linux/sock_diag.h>
 #include <sys/socket.h>
 
-#include <cstddef>
-#include <cstring>
-#include <set>
-
->>>>>>> tcp
 #include "client/capture/BinaryMask.h"
 #include "client/capture/TextMask.h"
 #include "tests/support/Testing.h"

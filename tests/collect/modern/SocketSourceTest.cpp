@@ -4,17 +4,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 
-<<<<<<< HEAD
-=======
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <utility>
-#include <vector>
-
->>>>>>> tcp
 #include "collect/modern/network/SocketFiles.h"
 #include "tests/collect/CollectFixture.h"
 #include "tests/collect/modern/NetlinkAnswer.h"
