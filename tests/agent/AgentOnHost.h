@@ -8,6 +8,7 @@
 #include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 
 /// The agent on a host of two processors that a test fills: first the host, then StartAgent().
 class AgentOnHost : public ::testing::Test {

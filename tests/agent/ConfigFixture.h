@@ -8,6 +8,7 @@
 #include "support/Switches.h"
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 
 /// The agent with a scripted ini file, on the host tree of a kernel that knows the optional record
 /// UFSS, in a working directory of its own.

@@ -36,7 +36,7 @@ class UFSSScheduleTest : public ConfigFixture {
   }
   /// Waits until the scan, a script, has written `name` whole.
   std::string Written(const std::string& name) const {
-    WaitUntil([&] { return fs::exists(m_root.Path() / name); });
+    EXPECT_TRUE(WaitUntil([&] { return fs::exists(m_root.Path() / name); }));
     return m_root.Read(name);
   }
 };
@@ -113,7 +113,7 @@ TEST_F(UFSSScheduleTest, TheScanGetsItsLockAndNothingElseOfTheAgent) {
   EXPECT_EQ(0, m_agent->NotifyEvent(&event));
   EXPECT_EQ(Node().LinesWith("Failed to access the file or directory (" + LockPath()).size(), 1U);
   std::ofstream("pipe") << "end\n";
-  WaitUntil([&] { return fs::exists("out.") || m_agent->NotifyEvent(&event) < 0; });
+  EXPECT_TRUE(WaitUntil([&] { return fs::exists("out.") || m_agent->NotifyEvent(&event) < 0; }));
   EXPECT_EQ(Written("out.").substr(0, LockPath().size() + 1), LockPath() + "\n")
       << "no further argument";
   std::ofstream("pipe") << "end\n";

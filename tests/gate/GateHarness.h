@@ -12,6 +12,7 @@
 #include "json/JsonText.h"
 #include "support/Descriptor.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 
 /// A client's connection, which waits ten seconds at most.
 class HttpClient {
@@ -179,7 +180,7 @@ class GateFixture : public ::testing::Test {
           return answer(request);
         });
     runner = std::thread([this] { EXPECT_EQ(gate.Run(), 0); });
-    WaitUntil([this] { return !Address().empty(); });
+    EXPECT_TRUE(WaitUntil([this] { return !Address().empty(); }));
   }
   std::string Ask(const std::string& path, const std::string& headers = kToken,
                   const std::string& method = "GET") {

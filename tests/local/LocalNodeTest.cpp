@@ -56,7 +56,7 @@ class LocalNodeTest : public ::testing::Test {
 };
 
 void WaitFor(const std::atomic<bool>& flag) {
-  WaitUntil([&] { return flag.load(); });
+  EXPECT_TRUE(WaitUntil([&] { return flag.load(); }));
 }
 
 TEST_F(LocalNodeTest, AGetIsOneBatchWithEachNameInItsOrder) {
@@ -307,7 +307,7 @@ TEST_F(LocalNodeTest, ABatchThatIsHeldBackLetsOthersBeAnsweredAndFailsForItself)
     const char* get = R"({"op":"get","records":["FAKE"]})";
     TestClient held;
     EXPECT_TRUE(held.Send(get));
-    WaitUntil([&] { return batches != 0; });
+    EXPECT_TRUE(WaitUntil([&] { return batches != 0; }));
     TestClient other;
     EXPECT_EQ(other.Ask(get)["results"][0]["rows"].Size(), 1U);
     isServed = true;
@@ -445,7 +445,7 @@ TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {
     }
     ASSERT_TRUE(client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":1})")["ok"].Bool());
     EXPECT_EQ(ini(), "[Schedule]\nBARE = 60\nBARE = 7\nFAKE = 1\n# note\n[Node]\nHttp Listen =\n");
-    WaitUntil([&] { return fakes >= 3; });
+    EXPECT_TRUE(WaitUntil([&] { return fakes >= 3; }));
     ASSERT_TRUE(
         client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":86400})")["ok"].Bool());
     ASSERT_TRUE(client.Ask(R"({"op":"schedule_remove","record":"BARE"})")["ok"].Bool());

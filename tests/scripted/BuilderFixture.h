@@ -25,6 +25,7 @@ class BuilderFixture : public ::testing::Test {
   }
   ~BuilderFixture() override {
     Os() = m_realCalls;
+    g_msgLogLevel = m_realLevel;
     ClearUserNames();
     ClearGroupNames();
     g_hostProfile = HostProfile::kClassic;
@@ -42,6 +43,7 @@ class BuilderFixture : public ::testing::Test {
 
   inline static std::time_t s_now = 0;
   const OsCalls m_realCalls = Os();
+  const int m_realLevel = g_msgLogLevel;
   Collector m_collector;
   RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
 };

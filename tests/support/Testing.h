@@ -50,8 +50,8 @@ inline std::string FileText(const std::filesystem::path& path) {
 
 /// Asks every few milliseconds until the condition holds; whether it does in the end.
 template <class Condition>
-bool WaitUntil(const Condition& condition,
-               std::chrono::seconds longest = std::chrono::seconds(30)) {
+[[nodiscard]] bool WaitUntil(const Condition& condition,
+                             std::chrono::seconds longest = std::chrono::seconds(30)) {
   const auto end = std::chrono::steady_clock::now() + longest;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) {

@@ -129,7 +129,7 @@ TEST_F(UserFileSemaphoreTest, ASetThatIsRemovedWhileItsLockIsWaitedForIsMadeAnew
   sembuf take{2, 1, 0};
   ASSERT_EQ(::semop(former, &take, 1), 0);
   std::thread remover([former] {
-    WaitUntil([&] { return ::semctl(former, 2, GETZCNT) != 0; });
+    EXPECT_TRUE(WaitUntil([&] { return ::semctl(former, 2, GETZCNT) != 0; }));
     ::semctl(former, 0, IPC_RMID);
   });
   UserFileSemaphore semaphore(m_key, 1);

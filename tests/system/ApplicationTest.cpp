@@ -35,10 +35,10 @@ class NamedChild {
 /// Status and existence of the first application once `count` processes match its first condition.
 std::string VerdictAt(const ProductRoot& root, int count) {
   json row;
-  WaitUntil([&] {
+  EXPECT_TRUE(WaitUntil([&] {
     row = json::parse(ShownBy(root, "get APP --json")).at(0).at("rows").at(0);
     return row.at("Monitor 1 Count") == count;
-  });
+  }));
   return std::to_string(row.at("Monitor 1 Count").get<int>()) + " " +
          row.at("Application Status").get<std::string>() + " " +
          row.at("Application Exist").get<std::string>() + " " +

@@ -55,6 +55,27 @@ TEST(ClientTest, AScheduleIsAddedWatchedAndRemoved) {
   EXPECT_NE(ShownBy(root, "watch PI").find("--every or --scheduled"), std::string::npos);
 }
 
+/// What the last screen of `top` has of this process under CPU %; -1 if it has nothing there.
+double ShareOfThisProcess(const std::string& top) {
+  std::istringstream lines(top.substr(std::min(top.rfind("Program"), top.size())));
+  std::string line;
+  std::getline(lines, line);
+  // Numbers end where their heading does.
+  const std::size_t end = line.find("CPU % ") + std::string_view("CPU %").size();
+  while (std::getline(lines, line)) {
+    std::istringstream words(line);
+    std::string program;
+    pid_t pid = 0;
+    if (words >> program >> pid && pid == ::getpid()) {
+      const std::string before = line.substr(0, end);
+      std::istringstream cell(before.substr(before.rfind(' ') + 1));
+      double share = -1;
+      return cell >> share ? share : -1;
+    }
+  }
+  return -1;
+}
+
 TEST(ClientTest, WatchShowsABusyProcessorAndAScheduleKeepsItsRows) {
   const ProductRoot root("[Schedule]\nCPUP=1\n");
   RunningDaemon daemon(root);
@@ -64,6 +85,7 @@ TEST(ClientTest, WatchShowsABusyProcessorAndAScheduleKeepsItsRows) {
     }
   });
   const Outcome watch = AskDaemon(root, "watch CPUP --every 1 --count 3 --json");
+  const std::string top = ShownBy(root, "top --by cpu --count 2 --every 1 --rows 1000");
   stop = true;
   busy.join();
   ASSERT_EQ(watch.exitValue, 0);
@@ -82,6 +104,7 @@ TEST(ClientTest, WatchShowsABusyProcessorAndAScheduleKeepsItsRows) {
     }
   }
   EXPECT_GT(most, 20.0);
+  EXPECT_GT(ShareOfThisProcess(top), 0) << top;
   const Outcome last = AskDaemon(root, "last CPUP --json");
   ASSERT_EQ(last.exitValue, 0);
   const json rows = json::parse(last.output).at(0).at("rows");

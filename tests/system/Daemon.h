@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "tests/support/TempFolder.h"
+#include "tests/support/Testing.h"
 
 /// A product root as an installation leaves it, with the ini file's text.
 class ProductRoot {

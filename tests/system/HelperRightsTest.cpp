@@ -64,11 +64,11 @@ TEST_P(HelperRightsTest, FewerThanTheDaemons) {
   }
   ASSERT_GT(helper, 0);
   std::map<std::string, std::string> status;
-  WaitUntil([&] {
+  EXPECT_TRUE(WaitUntil([&] {
     status = StatusOf(helper);
     return (status["Name:"] == GetParam().name && status["State:"].starts_with('S')) ||
            status["State:"].starts_with('Z');
-  });
+  }));
   ::kill(helper, SIGKILL);
   ::waitpid(helper, nullptr, 0);
   ::close(ends[0]);

@@ -54,7 +54,8 @@ TEST_F(HostUtilTest, LocalhostResolvesBothWaysAndNothingElseStopsIt) {
   HostNameWire unending;
   unending.query.fill('q');
   ASSERT_EQ(::write(m_questions, piece.data(), piece.size()), 100);
-  WaitUntil([this] { return m_folder.Read("errors").find("100 bytes") != std::string::npos; });
+  ASSERT_TRUE(
+      WaitUntil([this] { return m_folder.Read("errors").find("100 bytes") != std::string::npos; }));
   // These wait in the pipe together.
   Ask("localhost", 1);
   ASSERT_EQ(::write(m_questions, &unending, sizeof unending), 3096);

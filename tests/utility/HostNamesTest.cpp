@@ -165,7 +165,7 @@ TEST_F(HostNamesTest, AKilledHelperIsBackWithTheFirstQuestionBehindItsPause) {
     pid_t helper = 0;
     ASSERT_TRUE(std::ifstream(m_root.Path() / "pid") >> helper);
     ASSERT_EQ(::kill(helper, SIGKILL), 0);
-    WaitUntil([this] { return !m_manager->IsHelperRunning(); });
+    ASSERT_TRUE(WaitUntil([this] { return !m_manager->IsHelperRunning(); }));
   };
   killHelper();
   EXPECT_EQ(Ask("127.0.0.1"), 1) << "started at once";
@@ -174,7 +174,7 @@ TEST_F(HostNamesTest, AKilledHelperIsBackWithTheFirstQuestionBehindItsPause) {
   killHelper();
   EXPECT_EQ(Ask("127.0.0.2"), 0) << "it has lived for less than the pause";
   EXPECT_EQ(Lines("has been respawned"), 1U);
-  EXPECT_TRUE(WaitUntil([this] { return Ask("127.0.0.2") == 1; }));
+  EXPECT_TRUE(WaitUntil([this] { return Ask("127.0.0.2") == 1; }, std::chrono::seconds(5)));
   EXPECT_EQ(Lines("has been respawned"), 2U);
   EXPECT_EQ(Lines("Request <127.0.0.2> has been sent successfully."), 1U);
 }

@@ -168,7 +168,8 @@ TEST_F(InterfaceRecordsTest, ANetworkHasTheNameOfTheAddressUnderItsMask) {
   EXPECT_STREQ(question.query.data(), "192.168.7.0");
   EXPECT_EQ(::read(questions.Get(), &question, sizeof question), -1);
   pid_t helper = 0;
-  WaitUntil([&] { return bool(std::ifstream(root.Path() / "pid") >> helper); });
+  ASSERT_TRUE(WaitUntil([&] { return bool(std::ifstream(root.Path() / "pid") >> helper); }));
+  ASSERT_GT(helper, 0);
   ::kill(helper, SIGKILL);
   ::waitpid(helper, nullptr, 0);
   SetProductRoot("");

@@ -171,7 +171,7 @@ TEST_F(GateCommandsTest, OpenTheConsole) {
   EXPECT_FALSE(std::filesystem::exists(Path("qmtctl-console.html")));
   const Outcome opened = Run({"--socket", server.Path(), "console"}, path, desktop);
   EXPECT_EQ(opened.out + opened.err, link);
-  WaitUntil([&] { return std::filesystem::exists(Path("seen")); });
+  EXPECT_TRUE(WaitUntil([&] { return std::filesystem::exists(Path("seen")); }));
   EXPECT_EQ(m_folder.Read("seen"), Path("qmtctl-console.html") + "\n") << "no secret";
   EXPECT_EQ(ModeOf("qmtctl-console.html"), 0600U);
   EXPECT_THAT(m_folder.Read("qmtctl-console.html"),

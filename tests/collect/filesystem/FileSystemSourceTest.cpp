@@ -160,7 +160,8 @@ TEST_F(FileSystemSourceTest, WithALimitAMountThatHangsIsLeftOutOnceAndForAll) {
     return rc != 0 || end.si_pid != 0;
   };
   EXPECT_FALSE(children.empty());
-  EXPECT_TRUE(WaitUntil([&] { return std::ranges::all_of(children, hasEnded); }));
+  EXPECT_TRUE(
+      WaitUntil([&] { return std::ranges::all_of(children, hasEnded); }, std::chrono::seconds(5)));
   // Where the system itself takes ended children there is none to wait for.
   ::signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(Read(), good);
@@ -266,12 +267,28 @@ TEST_F(FileSystemSourceTest, AMountNamespaceOfItsOwnHidesNothingOfTheHost) {
     }
     SetHostRoot("");
     Os().statfs64 = ::statfs64;
+    const bool isRootListed = FileText("/etc/mtab").find(" / ") != std::string::npos;
+    struct ::statfs64 before {};
+    if (::statfs64("/", &before) != 0) {
+      ::_exit(4);
+    }
     std::vector<FileSystem> rows;
     FileSystemSourceUser source;
     const UtlErrorPtr error(source.readAll(nullptr, rows));
     const bool isSeen = std::any_of(rows.begin(), rows.end(), [&](const FileSystem& row) {
       return row.GetMountPoint() == mounted;
     });
+    struct ::statfs64 after {};
+    const auto row = std::ranges::find(rows, "/", &FileSystem::GetMountPoint);
+    if (::statfs64("/", &after) != 0 || (row == rows.end() && isRootListed)) {
+      ::_exit(4);
+    }
+    // Some file systems make room for files out of their free space.
+    if (row != rows.end() &&
+        (row->blocks != after.f_blocks || row->files < std::min(before.f_files, after.f_files) ||
+         row->files > std::max(before.f_files, after.f_files))) {
+      ::_exit(5);
+    }
     ::_exit(error != nullptr || rows.empty() ? 3 : isSeen ? 1 : 0);
   }
   int status = 0;

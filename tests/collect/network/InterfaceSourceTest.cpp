@@ -1,6 +1,7 @@
 #include "collect/network/InterfaceSourceLINUX.h"
 
 #include <arpa/inet.h>
+#include <ifaddrs.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -252,9 +253,19 @@ TEST_F(InterfaceSourceTest, FailsOnlyWithoutFileOrSocket) {
   EXPECT_EQ(Lines("The error occurred by OS API(close). (en=9, arg1=1073741824)"), 1U);
 }
 
+std::uint32_t AddressIn(const ::sockaddr* address) {
+  ::sockaddr_in internet{};
+  if (address != nullptr) {
+    std::memcpy(&internet, address, sizeof internet);
+  }
+  return internet.sin_addr.s_addr;
+}
+
 TEST_F(InterfaceSourceTest, ReadsThisHost) {
   Os().ioctl = m_realIoctl;
-  for (const Interface& row : Read()) {
+  const std::vector<Interface> rows = Read();
+  EXPECT_FALSE(rows.empty());
+  for (const Interface& row : rows) {
     const std::string name = row.GetName();
     std::ifstream file("/sys/class/net/" + name + "/mtu");
     if (int mtu = 0; file >> mtu) {
@@ -262,6 +273,29 @@ TEST_F(InterfaceSourceTest, ReadsThisHost) {
       EXPECT_EQ(std::string(row.type.data()) == "Loopback", name == "lo");
     }
   }
+  std::set<std::string> told;
+  ::ifaddrs* first = nullptr;
+  ASSERT_EQ(::getifaddrs(&first), 0);
+  for (const ::ifaddrs* each = first; each != nullptr; each = each->ifa_next) {
+    if (each->ifa_addr == nullptr || each->ifa_addr->sa_family != AF_INET) {
+      continue;
+    }
+    const auto row = std::ranges::find_if(rows, [&](const Interface& candidate) {
+      return candidate.GetName() == std::string_view(each->ifa_name) &&
+             candidate.address == AddressIn(each->ifa_addr);
+    });
+    // An interface has further addresses, which are not told; the first of each is.
+    if (row != rows.end()) {
+      told.insert(row->GetName());
+      EXPECT_EQ(row->netmask, AddressIn(each->ifa_netmask)) << each->ifa_name;
+      if ((each->ifa_flags & IFF_BROADCAST) != 0) {
+        EXPECT_EQ(row->broadcast, AddressIn(each->ifa_broadaddr)) << each->ifa_name;
+      }
+    }
+  }
+  ::freeifaddrs(first);
+  const auto hasAddress = [](const Interface& row) { return row.addressFamily != 0; };
+  EXPECT_EQ(static_cast<std::ptrdiff_t>(told.size()), std::ranges::count_if(rows, hasAddress));
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "collect/process/ProcessSourceLINUX.h"
 
+#include <sys/resource.h>
+
 #include <cstdio>
 #include <random>
 
@@ -54,6 +56,26 @@ TEST_F(ProcessSourceTest, ReadsTheProcessesOfEachKernel) {
     text += std::string(kernel) + '\n' + DumpAll();
   }
   EXPECT_EQ(text, FileText(QMT_TEST_DIR "/collect/process/processes.txt"));
+}
+
+TEST_F(ProcessSourceTest, ReadsThisHost) {
+  const std::time_t begin = std::time(nullptr);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::pause();
+    ::_exit(0);
+  }
+  EXPECT_EQ(::setpriority(PRIO_PROCESS, static_cast<id_t>(child), 19), 0);
+  const std::vector<Process> rows = Read();
+  const auto row = std::ranges::find(rows, child, &Process::GetPid);
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+  ASSERT_NE(row, rows.end());
+  EXPECT_EQ(row->GetPpid(), ::getpid());
+  EXPECT_EQ(row->GetNice(), 19);
+  EXPECT_EQ(static_cast<uid_t>(row->GetEuid()), ::geteuid());
+  EXPECT_EQ(row->GetPgrp(), ::getpgrp());
+  EXPECT_NEAR(static_cast<double>(row->GetStartTime().seconds), static_cast<double>(begin), 2);
 }
 
 TEST_F(ProcessSourceTest, TellsWhereAProcessStands) {

@@ -393,7 +393,8 @@ TEST(PasswordCheckTest, EndsWithoutWaiting) {
   const auto end = clock();
   check.reset();
   EXPECT_LT(clock() - end, duration / 2);
-  EXPECT_TRUE(WaitUntil([&] { return posted.use_count() == 1; })) << "the thread has ended";
+  EXPECT_TRUE(WaitUntil([&] { return posted.use_count() == 1; }, std::chrono::seconds(10)))
+      << "the thread has ended";
   EXPECT_EQ(*posted, 0);
 }
 

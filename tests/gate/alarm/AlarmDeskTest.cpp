@@ -67,15 +67,15 @@ class AlarmDeskTest : public ::testing::Test {
     session.emplace(Path(), targets);
   }
   void TellEvent(const Json& alarm) {
-    WaitUntil([&] { return daemon.Followers("alarm_follow") != 0; });
+    EXPECT_TRUE(WaitUntil([&] { return daemon.Followers("alarm_follow") != 0; }));
     daemon.Tell(JsonText(Json{{"event", "alarm"}, {"alarm", alarm}}), "alarm_follow");
   }
   /// What the webhook was told since the last call, once it is so much, as "ID STATE".
   std::vector<std::string> Told(std::size_t count) {
-    WaitUntil([&] {
+    EXPECT_TRUE(WaitUntil([&] {
       const std::lock_guard lock(mutex);
       return told.size() >= count;
-    });
+    }));
     // More than is expected has time to come, too.
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     const std::lock_guard lock(mutex);

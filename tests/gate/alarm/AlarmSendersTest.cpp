@@ -75,10 +75,10 @@ class SendersTest : public ::testing::Test {
   }
   /// What has come, once it is so many requests.
   std::vector<std::string> Bodies(std::size_t count) {
-    WaitUntil([&] {
+    EXPECT_TRUE(WaitUntil([&] {
       const std::lock_guard lock(mutex);
       return bodies.size() >= count;
-    });
+    }));
     const std::lock_guard lock(mutex);
     return bodies;
   }

@@ -32,7 +32,8 @@ class EventsTest : public GateFixture {
     client.Receive(": events\n");
   }
   void Follow(std::size_t count = 1, const std::string& operation = "follow") {
-    WaitUntil([&] { return daemon->Followers(operation) == count; });
+    EXPECT_TRUE(WaitUntil([&] { return daemon->Followers(operation) == count; }))
+        << daemon->Followers(operation);
   }
   FakeDaemon::Answer Answers() {
     return [this](const Json& request) {

@@ -306,7 +306,7 @@ TEST_F(PushingGateTest, TheGatePushesWhatItIsToldAndTellsHowItGoes) {
       {"name", "far"}, {"url", server.Url()}, {"records", Json::Array({"PI"})}, {"days", 36500U}};
   Begin([&](const Json& request) { return history.Answer(request); },
         Json{{"push", Json::Array({target, Json{{"name", "../x"}}})}});
-  WaitUntil([&] { return samples >= 6 && !Told("push").empty(); });
+  EXPECT_TRUE(WaitUntil([&] { return samples >= 6 && !Told("push").empty(); }));
   EXPECT_EQ(samples, 6U);
   EXPECT_THAT(Told("push"), AllOf(testing::StartsWith(R"([{"name":"far","url":"http://127.)"),
                                   testing::Not(HasSubstr("../x"))));

@@ -382,10 +382,12 @@ TEST_F(AlarmBookTest, ManyAlarmsAreReadInTurns) {
                                          std::chrono::steady_clock::time_point::max()));
     return all.found.size();
   };
-  WaitUntil([&] {
-    Turns();
-    return written() >= 50;
-  });
+  EXPECT_TRUE(WaitUntil(
+      [&] {
+        Turns();
+        return written() >= 50;
+      },
+      std::chrono::seconds(60)));
   AlarmHistory::Look look;
   look.limit = 40;
   int turns = 1;
@@ -508,10 +510,10 @@ TEST_F(AlarmBookTest, TheCommandGetsItsFiguresAndNeverStaysForLong) {
   Start();
   Batch(95);
   Batch(5);
-  WaitUntil([&] {
+  EXPECT_TRUE(WaitUntil([&] {
     Turns(5);
     return life->book.Figures().commandFailures != 0;
-  });
+  }));
   EXPECT_THAT(FileText("env.txt"),
               AllOf(HasSubstr("QMT_ALARM_KEY_LABEL=a\uFFFD\nQMT_ALARM_NAME=full\n"),
                     HasSubstr("QMT_ALARM_STATE=ended"), HasSubstr("CapEff:\t0000000000000000\n"),
@@ -578,10 +580,10 @@ TEST_F(AlarmBookTest, ACommandThatFailsSaysWhy) {
     AlarmCommand command(loop, [this](const std::string& text) { told.push_back(text); });
     command.Configure({program, std::chrono::seconds(20), 1});
     command.Run({"A=b"});
-    WaitUntil([&] {
+    EXPECT_TRUE(WaitUntil([&] {
       RunATurn(loop, agent);
       return command.Failures() != 0;
-    });
+    }));
     std::vector<std::string> expected;
     for (const std::string& text : row.told) {
       expected.push_back(program + ": " + text);

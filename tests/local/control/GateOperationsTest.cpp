@@ -171,7 +171,7 @@ TEST_F(GateOperationsTest, AGateLearnsItsSettingsAndTellsWhereItListens) {
                 "{\"ok\":true,\"valid\":true,\"expires\":" + JsonText(console["expires"]) + "}");
       EXPECT_EQ(check("x"), R"({"ok":true,"valid":false,"expires":0})");
     }
-    EXPECT_TRUE(WaitUntil([&] { return shown().empty(); })) << shown();
+    EXPECT_TRUE(WaitUntil([&] { return shown().empty(); }, std::chrono::seconds(5))) << shown();
     EXPECT_EQ(JsonText(client.Ask(R"({"op":"log","lines":1})")),
               R"({"ok":true,"log":[{"time":7,"level":"error","text":"text"}]})");
     EXPECT_EQ(client.Ask(R"({"op":"log"})")["log"].Size(), 3U);
@@ -240,7 +240,7 @@ TEST_F(GateOperationsTest, WhatAGateSendsIsShownForAsLongAsItIsThere) {
       }
       EXPECT_THAT(text, Not(HasSubstr("secret")));
     }
-    EXPECT_TRUE(WaitUntil([&] { return shown() == "[][]"; })) << shown();
+    EXPECT_TRUE(WaitUntil([&] { return shown() == "[][]"; }, std::chrono::seconds(5))) << shown();
     client.Ask(R"({"op":"gate","notices":[]})");
     EXPECT_EQ(shown(), "[][]") << "what the gate before has told is not its own";
     EXPECT_THAT(metrics(), Not(HasSubstr("qmt_agent_push_")));
