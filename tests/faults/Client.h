@@ -54,8 +54,8 @@ class Client {
     return m_input;
   }
 
-  /// Hands each line that comes on, until the connection or the service ends.
-  void Follow(const std::string& line, const std::function<void(const std::string&)>& take) {
+  /// Hands each line that comes on, until that says no or the connection or the service ends.
+  void Follow(const std::string& line, const std::function<bool(const std::string&)>& take) {
     const std::string text = line + "\n";
     bool isOpen = !m_isOver() && ::send(m_socket.Get(), text.data(), text.size(), MSG_NOSIGNAL) > 0;
     char chunk[65536];
@@ -64,7 +64,7 @@ class Client {
       isOpen = count > 0 || (count < 0 && errno == EAGAIN && !m_isOver());
       m_input.append(chunk, count > 0 ? static_cast<std::size_t>(count) : 0);
       for (std::size_t end = 0; (end = m_input.find('\n')) != std::string::npos;) {
-        take(m_input.substr(0, end));
+        isOpen = take(m_input.substr(0, end)) && isOpen;
         m_input.erase(0, end + 1);
       }
     }

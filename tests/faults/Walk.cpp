@@ -118,12 +118,13 @@ std::string Read(const fs::path& path) {
 
 std::atomic<std::size_t> g_followed = 0;
 
-/// Follows the schedule, again after each lost connection.
+/// Follows the schedule, again after each lost connection and after a refusal.
 void Follow() {
   while (!g_isServiceOver) {
     faults::Client client([] { return g_isServiceOver.load(); });
     client.Follow(R"({"op":"follow","records":["PI"]})", [](const std::string& line) {
       g_followed += line.find(R"("event":"batch")") != std::string::npos ? 1 : 0;
+      return line.find(R"("ok":false)") == std::string::npos;
     });
   }
 }
