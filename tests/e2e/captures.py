@@ -311,6 +311,8 @@ def check_stay(client, work):
 
 
 def main():
+    # Also where this is started by nohup: who ignores the signal hands that on.
+    signal.signal(signal.SIGHUP, signal.SIG_DFL)
     build = pathlib.Path(sys.argv[1]).resolve()
     with tempfile.TemporaryDirectory() as folder:
         work = pathlib.Path(folder).resolve()
