@@ -168,7 +168,9 @@ void ControlServer::AcceptOne() {
     Accept();
     throw;
   }
-  if (error && error != asio::error::would_block && error != asio::error::connection_aborted) {
+  const bool isPassing = error == asio::error::would_block || error == asio::error::interrupted ||
+                         error == asio::error::connection_aborted;
+  if (error && !isPassing) {
     // Out of descriptors, most likely: asking again at once would only spin.
     m_pause.After(kAcceptPause, [this] { Accept(); });
     m_surroundings.report(m_path + ": no client can be accepted: " + error.message());
