@@ -56,6 +56,15 @@ TEST(RegExp, MatchesAsGivenAndReportsEachFailedCompilation) {
            {"((a{200}[[:alpha:])][[:alpha:])]){200}){200}", "x", false, 3},
            {Repeated("(", 30) + "a" + Repeated("+)", 30), "a", false, 3},
            {".*" + Repeated("+", 10), "a", false, 3},  // what may be empty costs the square
+           {Repeated("(", 8) + "a{0,3}" + Repeated(")+", 8), "a", false, 3},
+           {Repeated("(", 8) + "(|a)" + Repeated(")+", 8), "a", false, 3},
+           {"(((){10,}){10,}){10,}", "a", false, 3},
+           // Each way from one anchor to another is written out: nobody saw the end of compiling
+           // these two.
+           {"(\\b\\b){400,}", "a", false, 3},
+           {Repeated("(", 6) + "^" + Repeated(")+", 6), "a", false, 3},
+           {"(\\bword\\b ?)+$", "word word", true, 0},
+           {"(^|,)x(,|$)", "a,x", true, 0},
            {"((a*b?)+c{2,})+", "acc", true, 0},
            {Repeated("ab?c*|", 300) + "x", "x", true, 0}}) {
     ScriptedNode::Reset();
