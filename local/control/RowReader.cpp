@@ -15,9 +15,6 @@ namespace {
 constexpr int kRowColumn = 0;
 constexpr int kTimeColumn = 1;
 constexpr int kFirstField = 2;
-constexpr std::size_t kMostShapes = 16;
-/// A reader at rest holds the memory of no more rows.
-constexpr std::size_t kKeptRecords = 256;
 
 template <class Number>
 void Store(Number number, unsigned char* bytes) {
@@ -98,68 +95,29 @@ bool StoreField(const SqlStatement& row, int column, const FieldLayout& field,
 
 }  // namespace
 
-/// A row's bytes as a record.
-class RowReader::StoredRecord : public CMBRecord {
- public:
-  explicit StoredRecord(const RecordLayout& layout) : m_layout(layout) {}
-
-  int operator==(const CMBRecord& other) const override { return this == &other ? 1 : 0; }
-  int operator<(const CMBRecord& other) const override { return this < &other ? 1 : 0; }
-  [[nodiscard]] const char* IsA() const override { return m_layout.structure; }
-  [[nodiscard]] unsigned char GetDataType() const override { return m_layout.category; }
-  [[nodiscard]] int GetRecSize() const override { return static_cast<int>(m_bytes.size()); }
-  [[nodiscard]] const void* GetRecStart() const override { return m_bytes.data(); }
-  [[nodiscard]] const char* GetRecType() const override { return m_layout.name; }
-  [[nodiscard]] const FieldDescriptor* GetFieldTypeArray() const override { return nullptr; }
-  [[nodiscard]] int GetFieldTypeCount() const override { return 0; }
-
-  /// All zero.
-  [[nodiscard]] std::vector<unsigned char>& Clear() {
-    m_bytes.assign(m_layout.size, 0);
-    return m_bytes;
-  }
-
- private:
-  const RecordLayout& m_layout;
-  std::vector<unsigned char> m_bytes;
-};
-
-struct RowReader::Shape {
-  std::vector<bool> lacking;
-  std::vector<FieldLayout> fields;
-  RecordLayout layout;
-  RecordMetrics metrics;
-  std::optional<NodeMetrics> nodeMetrics;  ///< made when they are first asked for
-};
-
-RowReader::RowReader(const RecordLayout& layout, std::string table)
-    : m_layout(layout),
-      m_table(std::move(table)),
-      m_columns(layout.fields.size(), -1),
-      m_lacking(layout.fields.size()) {}
-
-RowReader::~RowReader() = default;
+RowReader::RowReader(const RecordLayout& layout)
+    : m_columns(layout.fields.size(), -1), m_taken(layout) {}
 
 void RowReader::Prepare(SqlDatabase& database) {
   if (m_isPrepared) {
     return;
   }
-  const auto columns = ColumnsOf(database, m_table);
+  const RecordLayout& layout = m_taken.Layout();
+  const auto columns = ColumnsOf(database, layout.name);
   if (columns.contains(kTimeLabel)) {
-    const std::string table = QuotedName(m_table);
+    const std::string table = QuotedName(layout.name);
     const std::string time = QuotedName(kTimeLabel);
     std::string text = "SELECT rowid, " + time;
     int column = kFirstField;
     for (std::size_t place = 0; place < m_columns.size(); ++place) {
-      const FieldLayout& field = m_layout.fields[place];
+      const FieldLayout& field = layout.fields[place];
       const bool isRead = field.hasSource && columns.contains(field.label) &&
-                          std::size_t{field.offset} + field.width <= m_layout.size;
+                          std::size_t{field.offset} + field.width <= layout.size;
       m_columns[place] = isRead ? column++ : -1;
       text += isRead ? ", " + QuotedName(field.label) : std::string();
     }
     m_rows.emplace(database.Prepare(text + " FROM " + table + " WHERE rowid >= ?1 ORDER BY rowid"));
-    m_first.emplace(database.Prepare("SELECT rowid FROM " + table + " WHERE " + time +
-                                     " > ?1 ORDER BY " + time + ", rowid LIMIT 1"));
+    m_finder.emplace(database, table, time);
   }
   m_isPrepared = true;
 }
@@ -171,95 +129,40 @@ void RowReader::Step() {
   }
 }
 
-std::optional<std::int64_t> RowReader::FirstBehind(const RowPlace& after, std::int64_t now) {
-  if (after.row != 0 && after.time > now) {
-    return std::numeric_limits<std::int64_t>::min();
-  }
-  m_first->Bind(1, after.time);
-  const auto first = m_first->Step() ? std::optional(m_first->Whole(0)) : std::nullopt;
-  m_first->Reset();
-  return first;
-}
-
 void RowReader::Seek(SqlDatabase& database, const RowPlace& after, std::int64_t now) {
   Prepare(database);
   Rest();
   if (!m_rows) {
     return;
   }
-  if (after.row != 0) {
-    m_rows->Bind(1, after.row);
-    Step();
-    if (m_hasRow && m_at.row == after.row && m_at.time == after.time) {
-      Step();
-      return;
-    }
-    Rest();
-  }
-  if (const auto first = FirstBehind(after, now)) {
+  if (const auto first = m_finder->FirstBehind(after, now)) {
     m_rows->Bind(1, *first);
     Step();
   }
 }
 
-void RowReader::ReadRow(StoredRecord& record) {
-  std::vector<unsigned char>& bytes = record.Clear();
+void RowReader::ReadRow() {
+  const std::span<unsigned char> bytes = m_taken.Add();
   for (std::size_t place = 0; place < m_columns.size(); ++place) {
-    const FieldLayout& field = m_layout.fields[place];
+    const FieldLayout& field = m_taken.Layout().fields[place];
     const int column = m_columns[place];
-    if (column < 0 || !StoreField(*m_rows, column, field, bytes.data() + field.offset)) {
-      m_lacking[place] = m_lacking[place] || field.hasSource;
+    const bool isStored =
+        column >= 0 && StoreField(*m_rows, column, field, bytes.data() + field.offset);
+    if (!isStored && field.hasSource) {
+      m_taken.NoteLacking(place);
     }
   }
 }
 
-std::span<const CMBRecord* const> RowReader::Take() {
-  m_taken.clear();
-  std::fill(m_lacking.begin(), m_lacking.end(), false);
+TakenRows& RowReader::Take() {
+  m_taken.Clear();
   const std::int64_t time = m_at.time;
-  while (m_hasRow && m_at.time == time && m_taken.size() < kMostOfOneTime) {
-    if (m_records.size() == m_taken.size()) {
-      m_records.push_back(std::make_unique<StoredRecord>(m_layout));
-    }
-    StoredRecord& record = *m_records[m_taken.size()];
-    ReadRow(record);
-    m_taken.push_back(&record);
+  while (m_hasRow && m_at.time == time && m_taken.Size() < kMostOfOneTime) {
+    ReadRow();
     m_last = m_at;
     Step();
   }
-  m_shape = &ShapeOf(m_lacking);
   return m_taken;
-}
-
-const RecordMetrics& RowReader::Metrics() const { return m_shape->metrics; }
-
-const NodeMetrics& RowReader::NodeNames() {
-  if (!m_shape->nodeMetrics) {
-    m_shape->nodeMetrics = NodeMetricsOf(m_shape->layout);
-  }
-  return *m_shape->nodeMetrics;
-}
-
-RowReader::Shape& RowReader::ShapeOf(const std::vector<bool>& lacking) {
-  const auto found =
-      std::ranges::find_if(m_shapes, [&](const auto& shape) { return shape->lacking == lacking; });
-  if (found != m_shapes.end()) {
-    return **found;
-  }
-  if (m_shapes.size() == kMostShapes) {
-    m_shapes.clear();
-  }
-  Shape& shape = *m_shapes.emplace_back(std::make_unique<Shape>());
-  shape.lacking = lacking;
-  for (std::size_t place = 0; place < lacking.size(); ++place) {
-    if (!lacking[place]) {
-      shape.fields.push_back(m_layout.fields[place]);
-    }
-  }
-  shape.layout = m_layout;
-  shape.layout.fields = shape.fields;
-  shape.metrics = MetricsOf(shape.layout);
-  return shape;
 }
 
 void RowReader::Rest() {
@@ -267,8 +170,5 @@ void RowReader::Rest() {
   if (m_rows) {
     m_rows->Reset();
   }
-  if (m_records.size() > kKeptRecords) {
-    m_taken.clear();
-    m_records.resize(kKeptRecords);
-  }
+  m_taken.Rest();
 }

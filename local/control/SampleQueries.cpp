@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -27,8 +28,9 @@ constexpr std::size_t kMostReserved = std::size_t{1} << 19;
 struct WantedRecord {
   std::string name;
   const RecordLayout* layout;
-  RowPlace place;  ///< the last row that was given
-  RowReader* reader = nullptr;
+  RowPlace place;               ///< the last row that was given
+  RowReader* reader = nullptr;  ///< null for totals
+  bool isGiven = false;         ///< rows were given in this turn
 };
 
 ControlError BadSamplesField(const char* name, const std::string& wanted) {
@@ -116,21 +118,18 @@ std::optional<ControlError> ReadSampleNames(const Json& message, MetricNames& na
   return found ? std::nullopt : std::optional(BadSamplesField("names", "\"agent\" or \"node\""));
 }
 
-/// One look at the file for all records, which it is let go of at the end, whatever happens.
+/// One look at the file for all records, which is let go of at the end, whatever happens. `rest`:
+/// has what reads rest, and does not throw.
 class ReadingTurn {
  public:
-  ReadingTurn(SqlDatabase& database, std::vector<WantedRecord>& records)
-      : m_database(database), m_records(records), m_isOwn(!database.IsInTransaction()) {
+  ReadingTurn(SqlDatabase& database, std::function<void()> rest)
+      : m_database(database), m_rest(std::move(rest)), m_isOwn(!database.IsInTransaction()) {
     if (m_isOwn) {
       m_database.Execute("BEGIN");
     }
   }
   ~ReadingTurn() {
-    for (WantedRecord& record : m_records) {
-      if (record.reader != nullptr) {
-        record.reader->Rest();
-      }
-    }
+    m_rest();
     try {
       if (m_isOwn && m_database.IsInTransaction()) {
         m_database.Execute("ROLLBACK");
@@ -144,21 +143,9 @@ class ReadingTurn {
 
  private:
   SqlDatabase& m_database;
-  std::vector<WantedRecord>& m_records;
+  std::function<void()> m_rest;
   bool m_isOwn;
 };
-
-/// The record whose row at hand is the oldest; null if there is none.
-WantedRecord* OldestOf(std::vector<WantedRecord>& records) {
-  WantedRecord* oldest = nullptr;
-  for (WantedRecord& record : records) {
-    if (record.reader->HasRow() &&
-        (oldest == nullptr || record.reader->Time() < oldest->reader->Time())) {
-      oldest = &record;
-    }
-  }
-  return oldest;
-}
 
 }  // namespace
 
@@ -178,34 +165,68 @@ struct SampleQueries::Work {
   std::size_t rows = 0;
   std::int64_t oldest = 0;
 
+  /// A record, and what has its rows.
+  struct Source {
+    WantedRecord* record;
+    RowSource* rows;
+  };
+  /// That whose row at hand is the oldest; none where there is no row.
+  std::optional<Source> Oldest(TotalsReader& totals) {
+    std::optional<Source> found;
+    for (WantedRecord& record : records) {
+      if (record.reader != nullptr && record.reader->HasRow() &&
+          (!found || record.reader->Time() < found->rows->Time())) {
+        found = Source{&record, record.reader};
+      }
+    }
+    if (totals.HasRow() && (!found || totals.Time() < found->rows->Time())) {
+      found =
+          Source{&*std::ranges::find(records, &totals.Layout(), &WantedRecord::layout), &totals};
+    }
+    return found;
+  }
   /// Adds all rows of the time that is at hand. False, with nothing added, if they are too many.
-  bool Add(WantedRecord& record) {
-    RowReader& reader = *record.reader;
+  bool Add(const Source& source) {
+    WantedRecord& record = *source.record;
     const MetricText::Mark before = text.End();
-    const std::int64_t time = reader.Time();
+    const std::int64_t time = source.rows->Time();
     // Of a series a server takes one sample a time, and may refuse others with it.
     const bool isGiven = record.place.row != 0 && record.place.time == time;
-    const auto taken = reader.Take();
+    TakenRows& taken = source.rows->Take();
     if (isGiven) {
-      record.place = reader.Last();
+      NoteGiven(source);
       return true;
     }
     text.SetTime(time);
     if (names == MetricNames::kNode) {
       NodeText node;
-      node.AddRows(reader.NodeNames(), taken);
+      node.AddRows(taken.NodeNames(), taken.Rows());
       node.WriteTo(text);
     } else {
-      text.AddRows(reader.Metrics(), taken);
+      text.AddRows(taken.Metrics(), taken.Rows());
     }
     if (rows != 0 && text.End().samples > most) {
       text.CutTo(before);
       return false;
     }
     oldest = rows == 0 ? time : oldest;
-    rows += taken.size();
-    record.place = reader.Last();
+    rows += taken.Size();
+    NoteGiven(source);
     return true;
+  }
+  static void NoteGiven(const Source& source) {
+    source.record->place = source.rows->Last();
+    source.record->isGiven = true;
+  }
+  /// A record without rows up to where totals have been read need not be looked for there again.
+  void PassTotals(const TotalsReader& totals, const std::optional<RowPlace>& passed) {
+    for (WantedRecord& record : records) {
+      const auto begin = totals.BeginOf(*record.layout);
+      if (passed && begin && passed->row >= *begin &&
+          (!record.isGiven || record.place.row < passed->row)) {
+        record.place = *passed;
+      }
+    }
   }
   [[nodiscard]] bool IsFull() const {
     return text.End().samples >= most || text.End().bytes >= kMostBytes;
@@ -242,8 +263,9 @@ void SampleQueries::Samples(const std::shared_ptr<ControlRequest>& request) {
 
 void SampleQueries::DropOldReaders(SqlDatabase& database) {
   const std::int64_t schema = database.Number("PRAGMA schema_version");
-  if (m_opening != m_store.Openings() || m_schema != schema) {
+  if (m_opening != m_store.Openings() || m_schema != schema || !m_totals) {
     m_readers.clear();
+    m_totals.emplace();
     m_opening = m_store.Openings();
     m_schema = schema;
   }
@@ -251,15 +273,31 @@ void SampleQueries::DropOldReaders(SqlDatabase& database) {
 
 void SampleQueries::SeekAll(SqlDatabase& database, Work& work) {
   const std::int64_t now = std::time(nullptr);
+  std::vector<TotalsReader::Wanted> totals;
   for (WantedRecord& record : work.records) {
+    record.isGiven = false;
+    if (HoldsGrowth(*record.layout)) {
+      totals.push_back({record.layout, record.place});
+      continue;
+    }
     std::unique_ptr<RowReader>& reader = m_readers[record.layout];
     if (reader == nullptr) {
-      reader = std::make_unique<RowReader>(*record.layout, HoldsGrowth(*record.layout)
-                                                               ? TotalsTable(record.layout->name)
-                                                               : record.layout->name);
+      reader = std::make_unique<RowReader>(*record.layout);
     }
     record.reader = reader.get();
     reader->Seek(database, record.place, now);
+  }
+  m_totals->Seek(database, totals, now);
+}
+
+void SampleQueries::RestAll(Work& work) {
+  if (m_totals) {
+    m_totals->Rest();
+  }
+  for (WantedRecord& record : work.records) {
+    if (record.reader != nullptr) {
+      std::exchange(record.reader, nullptr)->Rest();
+    }
   }
 }
 
@@ -282,26 +320,31 @@ void SampleQueries::Answer(Work& work, bool isMore) {
 }
 
 bool SampleQueries::TakeTurn(SqlDatabase& database, Work& work) {
-  const auto end = TurnClock::now() + kRequestTurn;
-  for (WantedRecord& record : work.records) {
-    record.reader = nullptr;
-  }
-  const ReadingTurn turn(database, work.records);
+  const ReadingTurn turn(database, [&] { RestAll(work); });
   DropOldReaders(database);
   SeekAll(database, work);
-  while (WantedRecord* record = OldestOf(work.records)) {
-    if (!work.Add(*record)) {
-      Answer(work, true);
-      return false;
+  const Reading reading = ReadOn(work);
+  if (reading != Reading::kWaits) {
+    Answer(work, reading == Reading::kHasMore);
+  }
+  return reading == Reading::kWaits;
+}
+
+SampleQueries::Reading SampleQueries::ReadOn(Work& work) {
+  const auto end = TurnClock::now() + kRequestTurn;
+  while (const auto source = work.Oldest(*m_totals)) {
+    const auto passed = m_totals->Passed();
+    if (!work.Add(*source)) {
+      work.PassTotals(*m_totals, passed);
+      return Reading::kHasMore;
     }
-    if (work.IsFull()) {
-      Answer(work, OldestOf(work.records) != nullptr);
-      return false;
-    }
-    if (TurnClock::now() >= end) {
-      return true;
+    if (work.IsFull() || TurnClock::now() >= end) {
+      work.PassTotals(*m_totals, m_totals->Passed());
+      return !work.IsFull()           ? Reading::kWaits
+             : work.Oldest(*m_totals) ? Reading::kHasMore
+                                      : Reading::kDone;
     }
   }
-  Answer(work, false);
-  return false;
+  work.PassTotals(*m_totals, m_totals->Passed());
+  return Reading::kDone;
 }

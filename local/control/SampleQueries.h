@@ -5,11 +5,13 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "local/control/ControlRequest.h"
 #include "local/control/HistoryTurns.h"
 #include "local/control/RowReader.h"
+#include "local/control/TotalsReader.h"
 #include "local/history/HistoryStore.h"
 #include "local/schedule/ScheduleBook.h"
 
@@ -41,8 +43,12 @@ class SampleQueries {
 
   /// Whether it needs another turn.
   bool TakeTurn(SqlDatabase& database, Work& work);
+  /// How a turn has ended: all is read, there is more than one answer takes, or time was up.
+  enum class Reading { kDone, kHasMore, kWaits };
+  [[nodiscard]] Reading ReadOn(Work& work);
   void DropOldReaders(SqlDatabase& database);
   void SeekAll(SqlDatabase& database, Work& work);
+  void RestAll(Work& work);
   void Answer(Work& work, bool isMore);
   /// Whole seconds until a schedule makes the next row of a record that is asked for; one that runs
   /// late is due now.
@@ -52,6 +58,7 @@ class SampleQueries {
   const ScheduleBook& m_schedule;
   HistoryTurns m_turns;
   std::map<const RecordLayout*, std::unique_ptr<RowReader>> m_readers;
+  std::optional<TotalsReader> m_totals;
   /// Of the file that the readers are made for.
   std::uint64_t m_opening = 0;
   std::int64_t m_schema = 0;

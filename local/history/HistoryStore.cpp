@@ -11,6 +11,7 @@
 
 #include "local/history/FieldValue.h"
 #include "local/history/HistoryTables.h"
+#include "local/history/TotalsTable.h"
 #include "node/LayoutRegistry.h"
 #include "support/WholeTime.h"
 
@@ -20,8 +21,9 @@ namespace {
 constexpr int kBusyMilliseconds = 20;
 constexpr std::int64_t kSecondsPerDay = 86400;
 constexpr std::int64_t kBytesPerMegabyte = std::int64_t{1} << 20;
-/// The most that one batch removes of one table.
+/// The most that one batch removes of one table; a row of totals has those of many records.
 constexpr int kRemovedRows = 500;
+constexpr int kRemovedTotals = 50;
 /// How often rows that are too old are looked for, unless there were more than one batch removes:
 /// it costs as much as a small batch.
 constexpr std::int64_t kRemovalSeconds = 600;
@@ -29,6 +31,7 @@ constexpr int kFreedPages = 256;
 constexpr int kKeptPages = 512 << 10;
 /// The most that one batch moves of one table out of the file of waiting rows.
 constexpr int kMovedRows = 2000;
+constexpr int kMovedTotals = 100;
 constexpr int kMovedOfOneTime = 10000;
 constexpr std::chrono::milliseconds kMovingTime{20};
 constexpr std::chrono::milliseconds kRemovalTime{20};
@@ -44,7 +47,11 @@ std::string InsertText(const RecordLayout& layout, const std::string& table) {
   return "INSERT INTO " + QuotedName(table) + " (" + names + ") VALUES (" + places + ")";
 }
 
-/// Removes at most kRemovedRows of the oldest rows of a table that are older than `end`.
+int MostRemoved(const std::string& table) {
+  return table == kTotalsTable ? kRemovedTotals : kRemovedRows;
+}
+
+/// Removes at most MostRemoved() of the oldest rows of a table that are older than `end`.
 int RemoveOldest(SqlDatabase& database, const std::string& table, std::int64_t end) {
   const std::string name = QuotedName(table);
   const std::string time = QuotedName(kTimeLabel);
@@ -52,7 +59,7 @@ int RemoveOldest(SqlDatabase& database, const std::string& table, std::int64_t e
       database.Prepare("DELETE FROM " + name + " WHERE rowid IN (SELECT rowid FROM " + name +
                        " WHERE " + time + " < ?1 ORDER BY " + time + " LIMIT ?2)");
   statement.Bind(1, end);
-  statement.Bind(2, std::int64_t{kRemovedRows});
+  statement.Bind(2, std::int64_t{MostRemoved(table)});
   statement.Run();
   return database.Changes();
 }
@@ -280,10 +287,13 @@ bool HistoryStore::MoveTables() {
 bool HistoryStore::MoveTable(const std::string& table) {
   SqlDatabase& database = *m_main.database;
   const std::string waiting = "waiting." + QuotedName(table);
-  const std::string moved =
-      " WHERE rowid <= " +
-      std::to_string(LastOfTime(database, waiting, kMovedRows, kMovedOfOneTime));
-  if (const RecordLayout* layout = LayoutOfTable(table); layout != nullptr) {
+  const int most = table == kTotalsTable ? kMovedTotals : kMovedRows;
+  const std::int64_t last = LastOfTime(database, waiting, most, kMovedOfOneTime);
+  const std::string moved = " WHERE rowid <= " + std::to_string(last);
+  const RecordLayout* const layout = LayoutRegistry::Instance().Find(table);
+  if (table == kTotalsTable) {
+    MoveTotals(database, "waiting", last);
+  } else if (layout != nullptr) {
     NoteFit(FitTable(database, *layout, table));
     const std::string columns = CommonColumns(database, "waiting", table);
     database.Execute("INSERT INTO main." + QuotedName(table) + " (" + columns + ") SELECT " +
@@ -298,8 +308,8 @@ std::int64_t HistoryStore::TimeOf(const CMBRecord& row, std::time_t near) {
   return WholeTime(static_cast<std::int32_t>(row.GetRecTime()), near);
 }
 
-HistoryStore::Table* HistoryStore::FindTable(const ScheduledRows& rows, bool areTotals) {
-  const std::string name = areTotals ? TotalsTable(rows.record) : rows.record;
+HistoryStore::Table* HistoryStore::FindTable(const ScheduledRows& rows) {
+  const std::string name = rows.record;
   const auto [place, isNew] = m_target->tables.try_emplace({name, rows.category});
   if (!isNew && place->second != nullptr) {
     return place->second.get();
@@ -318,8 +328,15 @@ HistoryStore::Table* HistoryStore::FindTable(const ScheduledRows& rows, bool are
 }
 
 void HistoryStore::Insert(const ScheduledRows& rows, bool areTotals) {
-  Table* table = FindTable(rows, areTotals);
+  Table* table = FindTable(rows);
   if (!table->insert) {
+    return;
+  }
+  if (areTotals) {
+    if (m_target->totals == nullptr) {
+      m_target->totals = std::make_unique<TotalsTable>(*m_target->database);
+    }
+    m_target->totals->Add(*table->layout, rows.time, rows.rows);
     return;
   }
   const int timePlace = TimePlace(*table->layout) + 1;
@@ -329,7 +346,7 @@ void HistoryStore::Insert(const ScheduledRows& rows, bool areTotals) {
     for (const FieldLayout& field : table->layout->fields) {
       VisitField(field, bytes, [&](auto value) { table->insert->Bind(++place, value); });
     }
-    table->insert->Bind(timePlace, areTotals ? std::int64_t{rows.time} : TimeOf(*row, rows.time));
+    table->insert->Bind(timePlace, TimeOf(*row, rows.time));
     table->insert->Run();
   }
 }
@@ -354,6 +371,9 @@ void HistoryStore::EndBatch() {
   }
   const bool isMain = m_target == &m_main;
   try {
+    if (m_target->totals != nullptr) {
+      m_target->totals->Flush();
+    }
     if (isMain) {
       // Within the batch, where the file needs no locks of its own for that.
       MeasureFile();
@@ -402,7 +422,7 @@ void HistoryStore::RemoveOld() {
   bool isMore = false;
   m_main.database->Execute("BEGIN IMMEDIATE");
   for (const std::string& table : RecordTables(*m_main.database)) {
-    isMore = RemoveOldest(*m_main.database, table, end) == kRemovedRows || isMore;
+    isMore = RemoveOldest(*m_main.database, table, end) == MostRemoved(table) || isMore;
   }
   MeasureFile();
   m_main.database->Execute("COMMIT");

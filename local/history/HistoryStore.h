@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "local/history/Sql.h"
+#include "local/history/TotalsTable.h"
 #include "local/log/ProblemReport.h"
 #include "local/schedule/RecordSink.h"
 
@@ -21,10 +22,10 @@ struct HistorySettings {
   int waitingMegabytes = 64;  ///< what may wait beside the file while somebody reads it
 };
 
-/// Keeps the rows of the schedules in an SQL database, a table per record (HistoryTables.h). Each
-/// batch is one transaction: a kill at any moment loses the batch at work and no more. Rows that
-/// are too old, which is looked for every 10 minutes, and the oldest ones while the file is too
-/// large, go in small steps after a batch.
+/// Keeps the rows of the schedules in an SQL database, a table per record (HistoryTables.h), and
+/// one for the totals of all (TotalsTable.h). Each batch is one transaction: a kill at any moment
+/// loses the batch at work and no more. Rows that are too old, which is looked for every 10
+/// minutes, and the oldest ones while the file is too large, go in small steps after a batch.
 ///
 /// While somebody reads the file nobody can write it. Batches then go into a second one beside it,
 /// FILE-waiting, from where they are moved in small steps as soon as the readers have gone; it goes
@@ -66,6 +67,7 @@ class HistoryStore : public RecordSink {
   struct Book {
     std::unique_ptr<SqlDatabase> database;
     std::map<std::pair<std::string, unsigned char>, std::unique_ptr<Table>> tables;
+    std::unique_ptr<TotalsTable> totals;  ///< null until there are some
   };
 
   [[nodiscard]] std::string WaitingFile() const { return m_settings.file + "-waiting"; }
@@ -82,7 +84,7 @@ class HistoryStore : public RecordSink {
   void NoteFit(const std::string& done);
   void Keep(const ScheduledRows& rows, bool areTotals);
   void Insert(const ScheduledRows& rows, bool areTotals);
-  [[nodiscard]] Table* FindTable(const ScheduledRows& rows, bool areTotals);
+  [[nodiscard]] Table* FindTable(const ScheduledRows& rows);
   [[nodiscard]] static std::int64_t TimeOf(const CMBRecord& row, std::time_t near);
   void Commit();
   /// Sets the sizes of the main file.

@@ -7,11 +7,12 @@
 #include <ctime>
 
 #include "local/history/FieldValue.h"
+#include "local/history/TotalsTable.h"
+#include "support/TextHash.h"
 
 namespace {
 
 constexpr const char* kLayoutTable = "qmt layouts";
-constexpr const char* kTotalsEnding = " totals";
 
 const char* ColumnType(FieldType type) {
   switch (type) {
@@ -33,17 +34,11 @@ std::string ColumnText(const FieldLayout& field) {
   return QuotedName(field.label) + ' ' + ColumnType(field.type);
 }
 
-/// The same for the same fields only (FNV-1a, 64 bits).
+/// The same for the same fields only.
 std::string HashOf(const RecordLayout& layout) {
-  std::uint64_t hash = 0xcbf29ce484222325U;
-  const auto add = [&hash](const std::string& text) {
-    for (const char c : text + '\n') {
-      hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
-    }
-  };
+  std::uint64_t hash = kTextHashStart;
   for (const FieldLayout& field : layout.fields) {
-    add(field.label);
-    add(FieldTypeText(field));
+    hash = TextHash(field.label + ('\n' + FieldTypeText(field)) + '\n', hash);
   }
   std::array<char, 17> text{};
   std::snprintf(text.data(), text.size(), "%016llx", static_cast<unsigned long long>(hash));
@@ -101,14 +96,6 @@ int TimePlace(const RecordLayout& layout) {
     return std::string_view(field.label) == kTimeLabel && field.type == FieldType::kLong;
   });
   return static_cast<int>(found - layout.fields.begin());
-}
-
-std::string TotalsTable(const std::string& record) { return record + kTotalsEnding; }
-
-const RecordLayout* LayoutOfTable(const std::string& table) {
-  const std::string_view ending = kTotalsEnding;
-  return LayoutRegistry::Instance().Find(
-      table.ends_with(ending) ? table.substr(0, table.size() - ending.size()) : table, 0);
 }
 
 std::string FitTable(SqlDatabase& database, const RecordLayout& layout, const std::string& table) {
@@ -181,9 +168,10 @@ std::string CommonColumns(SqlDatabase& database, const std::string& schema,
 std::vector<std::string> RecordTables(SqlDatabase& database, const std::string& schema) {
   SqlStatement statement =
       database.Prepare("SELECT name FROM " + QuotedName(schema) +
-                       ".sqlite_master WHERE type = 'table' AND name <> ?1 AND name NOT LIKE "
-                       "'sqlite_%' ORDER BY name");
+                       ".sqlite_master WHERE type = 'table' AND name NOT IN (?1, ?2) AND name "
+                       "NOT LIKE 'sqlite_%' ORDER BY name");
   statement.Bind(1, std::string_view(kLayoutTable));
+  statement.Bind(2, std::string_view(kTotalsLayoutTable));
   std::vector<std::string> names;
   while (statement.Step()) {
     names.emplace_back(statement.Text(0));

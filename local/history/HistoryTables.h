@@ -24,19 +24,13 @@ inline constexpr const char* kTimeLabel = "Record Time";
 [[nodiscard]] std::string FitTable(SqlDatabase& database, const RecordLayout& layout,
                                    const std::string& table);
 
-/// The table of a record's totals: the same rows as a look without rates makes them, where those of
-/// the record's own table hold what was added since the row before.
-[[nodiscard]] std::string TotalsTable(const std::string& record);
-/// The layout that the rows of a table have, by its name; null for a table of a former layout.
-[[nodiscard]] const RecordLayout* LayoutOfTable(const std::string& table);
-
 /// Whether the file holds a table of that name.
 [[nodiscard]] bool HasTable(SqlDatabase& database, const std::string& name);
 /// Name and type of each column of a table; none for no such table.
 [[nodiscard]] std::map<std::string, std::string> ColumnsOf(SqlDatabase& database,
                                                            const std::string& table);
-/// All tables with rows of records, those of former layouts included; `schema` is the name of an
-/// attached file.
+/// All tables with rows that age, those of former layouts and of totals included; `schema` is the
+/// name of an attached file.
 [[nodiscard]] std::vector<std::string> RecordTables(SqlDatabase& database,
                                                     const std::string& schema = "main");
 /// The columns that a table of the attached file shares with the one of its name, each quoted,

@@ -49,6 +49,10 @@ void SqlStatement::Bind(int place, std::string_view text) {
   Check(::sqlite3_bind_text(m_statement.get(), place, text.data(), static_cast<int>(text.size()),
                             SQLITE_STATIC));
 }
+void SqlStatement::Bind(int place, std::span<const unsigned char> bytes) {
+  Check(::sqlite3_bind_blob(m_statement.get(), place, bytes.data(), static_cast<int>(bytes.size()),
+                            SQLITE_STATIC));
+}
 void SqlStatement::Bind(int place, std::nullptr_t) {
   Check(::sqlite3_bind_null(m_statement.get(), place));
 }
@@ -94,6 +98,14 @@ std::string_view SqlStatement::Text(int column) const {
   const int size = ::sqlite3_column_bytes(m_statement.get(), column);
   return text == nullptr ? std::string_view()
                          : std::string_view(text, static_cast<std::size_t>(size));
+}
+
+std::span<const unsigned char> SqlStatement::Bytes(int column) const {
+  const auto* bytes =
+      static_cast<const unsigned char*>(::sqlite3_column_blob(m_statement.get(), column));
+  const int size = ::sqlite3_column_bytes(m_statement.get(), column);
+  return bytes == nullptr ? std::span<const unsigned char>()
+                          : std::span(bytes, static_cast<std::size_t>(size));
 }
 
 void SqlDatabase::Close::operator()(sqlite3* database) const { ::sqlite3_close_v2(database); }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -34,6 +35,7 @@ class SqlStatement {
   void Bind(int place, std::int64_t value);
   void Bind(int place, double value);
   void Bind(int place, std::string_view text);
+  void Bind(int place, std::span<const unsigned char> bytes);
   void Bind(int place, std::nullptr_t);
   /// True for a row, false at the end; the statement is then ready to be bound and run anew.
   bool Step();
@@ -49,6 +51,7 @@ class SqlStatement {
   [[nodiscard]] std::int64_t Whole(int column) const;
   [[nodiscard]] double Real(int column) const;
   [[nodiscard]] std::string_view Text(int column) const;
+  [[nodiscard]] std::span<const unsigned char> Bytes(int column) const;
 
  private:
   struct Finalize {

@@ -6,12 +6,14 @@ disk is full, and compares what they hold then with the agent's history, row by 
 """
 
 import json
+import math
 import os
 import pathlib
 import resource
 import shutil
 import signal
 import sqlite3
+import struct
 import subprocess
 import sys
 import tempfile
@@ -87,7 +89,7 @@ def behind(agent):
     return [one["name"] for one in agent.ask("status")["push"] if one["oldest"] or one["error"]]
 
 
-# Kept rows of these hold what was added since the row before; their totals have a table of their own.
+# Kept rows of these hold what was added since the row before; their totals stand packed in a table of their own.
 GROWING = ("PI", "CPUX", "MEMD", "NETD", "DISK", "PRES")
 
 
@@ -97,12 +99,42 @@ def kept(agent, record, since, until):
     return [row for row in rows if since <= row["Record Time"] <= until]
 
 
+def field_value(kind, data):
+    if kind == "char":
+        return data.split(b"\0")[0].decode(errors="replace")
+    if kind == "utime":
+        seconds, microseconds = struct.unpack("=ii", data)
+        return seconds + microseconds / 1e6
+    if kind == "float":
+        # As the agent tells it: with the digits of its own precision.
+        shortest = (float(f"{struct.unpack('=f', data)[0]:.{digits}g}") for digits in range(1, 10))
+        return next((value for value in shortest if struct.pack("=f", value) == data), None)
+    value = struct.unpack({"ushort": "=H", "long": "=i", "ulong": "=I", "double": "=d"}[kind], data)[0]
+    return value if math.isfinite(value) else None
+
+
+def unpacked(pack, layouts, record):
+    """The rows of the record in a pack of totals."""
+    while pack:
+        number, size = struct.unpack("=qQ", pack[:16])
+        rows, pack = pack[16:16 + size], pack[16 + size:]
+        layout = layouts[number]
+        if layout["record"] == record:
+            for begin in range(0, size, layout["size"]):
+                yield {label: field_value(kind, rows[begin + offset:begin + offset + width])
+                       for label, kind, offset, width in layout["fields"]}
+
+
 def totals(agent, record, since, until):
-    """The rows of the table that is pushed."""
-    table = f"{record} totals" if record in GROWING else record
+    """The rows that are pushed."""
+    span = 'WHERE "Record Time" BETWEEN ? AND ? ORDER BY rowid', [since, until]
     with sqlite3.connect(f"file:{agent.home}/records.db?mode=ro", uri=True, timeout=10) as database:
-        database.row_factory = sqlite3.Row
-        return database.execute(f'SELECT * FROM "{table}" WHERE "Record Time" BETWEEN ? AND ? ORDER BY rowid', [since, until]).fetchall()
+        if record not in GROWING:
+            database.row_factory = sqlite3.Row
+            return database.execute(f'SELECT * FROM "{record}" {span[0]}', span[1]).fetchall()
+        layouts = {number: json.loads(text) for number, text in database.execute('SELECT Layout, Description FROM "qmt totals layouts"')}
+        packs = database.execute(f'SELECT Rows FROM "qmt totals" {span[0]}', span[1]).fetchall()
+    return [row for pack, in packs for row in unpacked(pack, layouts, record)]
 
 
 def by_labels(rows, field, scale, keys):

@@ -78,6 +78,15 @@ class AnyRecord : public CMBRecord {
   std::vector<unsigned char> m_bytes;
 };
 
+/// FAKE with the number as its count and its label.
+class LabelledRecord : public FakeRecord {
+ public:
+  LabelledRecord(std::size_t number, std::int32_t time)
+      : FakeRecord(static_cast<std::uint32_t>(number), time) {
+    m_record.label = std::to_string(number).c_str();
+  }
+};
+
 /// The lines of a scrape that are samples, each with a time behind it.
 std::string Timed(const std::string& text, std::int64_t time) {
   std::istringstream lines(text);
@@ -291,9 +300,25 @@ TEST_F(SampleQueriesTest, AnAnswerIsAStretchOfTimeOfWholeTimes) {
     former = time;
   }
   LayoutRegistry::Instance().Publish(kIdleLayout);
-  // One time of one record is given whole, however little is asked for.
-  m_store.Database()->Execute("UPDATE \"FAKE totals\" SET Label = rowid");
-  EXPECT_EQ(Counts(Ask(R"(,"samples":1)")), "1 2 ");
+}
+
+TEST_F(SampleQueriesTest, OneTimeOfOneRecordIsGivenWholeHoweverLittleIsAskedFor) {
+  constexpr std::size_t kRows = 5000;
+  std::vector<LabelledRecord> records;
+  std::vector<const CMBRecord*> rows;
+  for (std::size_t i = 0; i < kRows; ++i) {
+    records.emplace_back(i, m_now);
+  }
+  for (const LabelledRecord& record : records) {
+    rows.push_back(&record);
+  }
+  m_store.TakeTotals({"FAKE", '4', m_now, rows});
+  m_store.EndBatch();
+  EXPECT_EQ(m_store.Database()->Number("SELECT count(*) FROM \"qmt totals\""), 3);
+  const Given all = Ask(R"(,"samples":1)");
+  EXPECT_EQ(all.head["rows"], kRows);
+  EXPECT_THAT(Counts(all), HasSubstr(" 4998 4999 "));
+  EXPECT_EQ(all.head["more"], false);
 }
 
 TEST_F(SampleQueriesTest, APlaceThatIsGoneOrAheadIsNotWaitedFor) {
@@ -302,10 +327,10 @@ TEST_F(SampleQueriesTest, APlaceThatIsGoneOrAheadIsNotWaitedFor) {
   Batch(m_now - 20, {2});
   const Given first = Ask(R"(,"samples":1)");
   EXPECT_EQ(Counts(first), "1 ");
-  database->Execute("DELETE FROM \"FAKE totals\" WHERE Count = 1");
+  database->Execute("DELETE FROM \"qmt totals\" WHERE rowid = 1");
   EXPECT_EQ(Counts(Ask(first.After())), "2 ") << "the row has aged, its followers stand";
   const Given second = Ask("");
-  database->Execute("DELETE FROM \"FAKE totals\"");
+  database->Execute("DELETE FROM \"qmt totals\"");
   EXPECT_EQ(Ask(second.After()).After(), second.After());
   Batch(m_now - 10, {3});
   Batch(m_now - 9, {4});
@@ -321,23 +346,164 @@ TEST_F(SampleQueriesTest, APlaceThatIsGoneOrAheadIsNotWaitedFor) {
 }
 
 TEST_F(SampleQueriesTest, WhatAFileCanHoldIsToldAsFarAsAFieldCanHoldIt) {
-  Batch(m_now - 9, {1});
+  LayoutRegistry::Instance().PublishListing({{"IDLE", '3', true, {}}});
+  const FakeRecord idle(1, m_now - 9);
+  const CMBRecord* const row = &idle;
+  m_store.Take({"IDLE", '3', m_now - 9, {&row, 1}});
+  m_store.EndBatch();
   SqlDatabase* database = m_store.Database();
   const auto count = [&](const char* value) {
-    database->Execute(std::string("UPDATE \"FAKE totals\" SET Count = ") + value);
-    return Counts(Ask(""));
+    database->Execute(std::string("UPDATE IDLE SET Count = ") + value);
+    const std::string counts = Counts(Ask("", "IDLE"));
+    return counts.substr(0, counts.find(' '));
   };
-  EXPECT_EQ(count("4294967295"), "4294967295 ");
+  EXPECT_EQ(count("4294967295"), "4294967295");
   for (const char* none : {"NULL", "-1", "4294967296", "'x'", "1.5", "9e99"}) {
-    EXPECT_EQ(count(none), "") << none;
+    EXPECT_EQ(count(none), count("NULL")) << none;
+    EXPECT_THAT(m_text, Not(HasSubstr("qmt_idle_count"))) << none;
   }
-  database->Execute("UPDATE \"FAKE totals\" SET Count = 2, Label = NULL");
-  EXPECT_THAT(Ask("").text, HasSubstr("{label=\"\"} 2 "));
-  database->Execute("ALTER TABLE \"FAKE totals\" DROP COLUMN Count");
-  EXPECT_EQ(Ask("").text, "") << "no layout had that field then";
-  EXPECT_EQ(Ask("").head["rows"], 1);
-  database->Execute("DROP TABLE \"FAKE totals\"");
-  EXPECT_EQ(Ask("").head["rows"], 0);
+  database->Execute("UPDATE IDLE SET Count = 2, Label = NULL");
+  EXPECT_THAT(Ask("", "IDLE").text, HasSubstr("{label=\"\"} 2 "));
+  database->Execute("ALTER TABLE IDLE DROP COLUMN Count");
+  EXPECT_THAT(Ask("", "IDLE").text, Not(HasSubstr("qmt_idle_count"))) << "no layout had it then";
+  EXPECT_EQ(Ask("", "IDLE").head["rows"], 1);
+  database->Execute("DROP TABLE IDLE");
+  EXPECT_EQ(Ask("", "IDLE").head["rows"], 0);
+}
+
+TEST_F(SampleQueriesTest, TotalsThatAnotherVersionHasKeptAreToldAsFarAsTheirFieldsAreTheSame) {
+  static constexpr std::array kFormerFields{
+      FieldLayout{"Count", FieldType::kUlong, 0, 4, FieldMeaning::counter},
+      FieldLayout{"Rate", FieldType::kDouble, 4, 8, FieldMeaning::rate},
+      FieldLayout{"Gone", FieldType::kUlong, 12, 4, FieldMeaning::gauge},
+      FieldLayout{"Label", FieldType::kText, 16, 8, FieldMeaning::key},
+      FieldLayout{"Record Time", FieldType::kLong, 24, 4, FieldMeaning::time}};
+  static constexpr RecordLayout kFormer{"FAKE", "recordFormer", '4', 28, kFormerFields};
+  std::mt19937 random(7);
+  LayoutRegistry::Instance().Publish(kFormer);
+  std::vector<std::unique_ptr<AnyRecord>> former;
+  std::vector<const CMBRecord*> rows;
+  for (int i = 0; i < 20; ++i) {
+    rows.push_back(former.emplace_back(std::make_unique<AnyRecord>(kFormer, m_now, random)).get());
+  }
+  m_store.TakeTotals({"FAKE", '4', m_now, rows});
+  m_store.EndBatch();
+  MetricText scrape(MetricFormat::kText);
+  static constexpr std::array kCommonFields{kFormerFields[0], kFormerFields[3]};
+  static constexpr RecordLayout kCommon{"FAKE", "recordFormer", '4', 28, kCommonFields};
+  scrape.AddRows(MetricsOf(kCommon), rows);
+  PublishFakeRecords();
+  m_store.Configure({});
+  Batch(m_now + 1, {5});
+  const Given given = Ask("");
+  const std::string old = Timed(scrape.Finish(), m_now);
+  EXPECT_THAT(old, HasSubstr("qmt_fake_count_total{"));
+  EXPECT_EQ(given.text.substr(0, old.size()), old);
+  EXPECT_THAT(given.text.substr(old.size()), HasSubstr("count_total{label=\"a\xEF\xBF\xBD\"} 5 "));
+  EXPECT_EQ(given.head["rows"], 21);
+}
+
+TEST_F(SampleQueriesTest, OfDamagedTotalsTheOthersAreGiven) {
+  const std::string head = "(SELECT substr(Rows, 1, 8) FROM \"qmt totals\" WHERE rowid = 2)";
+  const std::string rows = "(SELECT substr(Rows, 17) FROM \"qmt totals\" WHERE rowid = 2)";
+  const std::string pack = "UPDATE \"qmt totals\" SET Rows = ";
+  const std::string size = "CAST(" + head + " || x'2500000000000000' || " + rows + " AS BLOB)";
+  const std::string text = "UPDATE \"qmt totals layouts\" SET Description = ";
+  const auto replaced = [&](const char* from, const char* to) {
+    return text + "replace(Description, '" + from + "', '" + to + "')";
+  };
+  Batch(m_now - 3, {1});
+  Batch(m_now - 2, {2});
+  Batch(m_now - 1, {3});
+  m_store.Configure({});
+  std::filesystem::copy("records.db", "whole.db");
+  const std::pair<std::string, const char*> cases[] = {
+      {pack + "NULL WHERE rowid = 2", "1 3 "},
+      {pack + "5 WHERE rowid = 2", "1 3 "},
+      {pack + "x'00' WHERE rowid = 2", "1 3 "},
+      {pack + "zeroblob(100) WHERE rowid = 2", "1 3 "},
+      {pack + "substr(Rows, 1, 51) WHERE rowid = 2", "1 3 "},
+      {pack + "substr(Rows, 1, 16) WHERE rowid = 2", "1 3 "},
+      {pack + size + " WHERE rowid = 2", "1 3 "},
+      {pack + "CAST(Rows || Rows AS BLOB) WHERE rowid = 2", "1 2 3 "},
+      {pack + "CAST(Rows || x'ffffffffffffffffffffffffffffffff' AS BLOB) WHERE rowid = 2",
+       "1 2 3 "},
+      {text + "NULL", ""},
+      {text + "'{'", ""},
+      {text + "'[]'", ""},
+      {replaced("FAKE", "NONE"), ""},
+      {replaced("\"size\":36", "\"size\":0"), ""},
+      {replaced("\"size\":36", "\"size\":35"), ""},
+      {replaced("\"size\":36", "\"size\":65536"), ""},
+      {replaced("20,4]", "20]"), ""},
+      {replaced("20,4]", "33,4]"), ""},
+      {replaced("20,4]", "4294967295,4]"), ""},
+      {replaced("20,4]", "18446744073709551615,4]"), ""},
+      {replaced("20,4]", "-1,4]"), ""},
+      {"DROP TABLE \"qmt totals layouts\"", ""},
+      {"DROP TABLE \"qmt totals\"", ""},
+      {"ALTER TABLE \"qmt totals\" DROP COLUMN Rows", ""},
+  };
+  for (const auto& [damage, counts] : cases) {
+    std::filesystem::copy("whole.db", "records.db",
+                          std::filesystem::copy_options::overwrite_existing);
+    m_store.Database()->Execute(damage);
+    EXPECT_EQ(Counts(Ask("")), counts) << damage;
+    m_store.Configure({});
+  }
+}
+
+/// Batches of two records, of which one comes but seldom, with questions in between.
+TEST_F(SampleQueriesTest, EachRecordsTotalsComeOnceWhateverTheOthersDo) {
+  static constexpr RecordLayout kSeldom{"SELD", "recordFake", '4', sizeof(recordFake), kFakeFields};
+  LayoutRegistry::Instance().Publish(kSeldom);
+  LayoutRegistry::Instance().PublishListing({{"FAKE", '4', true, {}}, {"SELD", '4', true, {}}});
+  std::mt19937 random(11);
+  const std::string names[] = {"fake", "seld"};
+  std::string expected[2];
+  std::string given[2];
+  std::int32_t lastTimes[2]{};
+  std::string after;
+  std::int64_t places[2]{};
+  std::int32_t time = m_now - 5000;
+  const auto ask = [&] {
+    const auto count = std::to_string(1 + random() % 5);
+    const Given answer = Ask(R"(,"samples":)" + count + after, "SELD\",\"FAKE");
+    after = answer.After();
+    std::istringstream lines(answer.text);
+    for (std::string line; std::getline(lines, line);) {
+      for (std::size_t record = 0; record < 2; ++record) {
+        if (line.starts_with("qmt_" + names[record] + "_count")) {
+          given[record] += line.substr(line.find("} ") + 2) + '\n';
+        }
+      }
+    }
+    places[0] = answer.head["next"]["FAKE"][1].Whole();
+    places[1] = answer.head["next"]["SELD"][1].Whole();
+    return answer.head["more"].Bool();
+  };
+  for (std::uint32_t batch = 1; batch <= 200; ++batch) {
+    time += static_cast<std::int32_t>(random() % 3);
+    for (std::size_t record = 0; record < 2; ++record) {
+      if (random() % (record == 0 ? 2 : 20) == 0) {
+        const FakeRecord row(batch, time);
+        const CMBRecord* const one = &row;
+        m_store.TakeTotals({record == 0 ? "FAKE" : "SELD", '4', time, {&one, 1}});
+        if (std::exchange(lastTimes[record], time) != time) {
+          expected[record] += std::to_string(batch) + ' ' + std::to_string(time) + "000\n";
+        }
+      }
+    }
+    m_store.EndBatch();
+    if (random() % 4 == 0) {
+      ask();
+    }
+  }
+  while (ask()) {
+  }
+  EXPECT_EQ(given[0], expected[0]);
+  EXPECT_EQ(given[1], expected[1]);
+  EXPECT_LE(places[0] - places[1], 20) << "the seldom one is looked for from far behind";
 }
 
 TEST_F(SampleQueriesTest, WhatIsAskedWronglyIsRefused) {

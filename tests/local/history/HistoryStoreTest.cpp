@@ -35,6 +35,7 @@ class HistoryStoreTest : public ::testing::Test {
     return SqlDatabase(file, 1000).Number(text);
   }
   static std::int64_t Rows() { return Number("SELECT count(*) FROM FAKE"); }
+  static std::int64_t Totals() { return Number("SELECT count(*) FROM \"qmt totals\""); }
 
   ScratchDirectory m_folder;
   std::vector<std::string> m_told;
@@ -164,23 +165,29 @@ TEST_F(HistoryStoreTest, AChangedLayoutAddsColumnsOrBeginsANewTable) {
 
 TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
   Keep({"records.db", 2, 1});
-  const auto totals = [] { return Number("SELECT count(*) FROM \"FAKE totals\""); };
-  Batch(m_now - 3 * 86400, 1200, 800);
+  Batch(m_now - 3 * 86400, 1200);
   EXPECT_EQ(Rows(), 700);
-  EXPECT_EQ(totals(), 300);
   Batch(m_now);
   Batch(m_now);
   EXPECT_EQ(Rows(), 2);
-  EXPECT_EQ(totals(), 0);
-  Batch(m_now - 3 * 86400);
-  EXPECT_EQ(Rows(), 3) << "what is old is not looked for after each batch";
+  for (int i = 0; i < 60; ++i) {
+    Batch(m_now - 3 * 86400, 1, 1);
+  }
+  EXPECT_EQ(Rows(), 62) << "what is old is not looked for after each batch";
+  EXPECT_EQ(Totals(), 60);
+  Keep({"records.db", 2, 1});
+  Batch(m_now);
+  EXPECT_EQ(Totals(), 10);
+  Batch(m_now);
+  EXPECT_EQ(Totals(), 0);
+  EXPECT_EQ(Rows(), 4);
   Batch(m_now - 6, 1, 1);
   Batch(m_now - 5, 30000, 10000);
   for (int i = 0; i < 300 && m_store.SizeBytes() > 1 << 20; ++i) {
     Batch(m_now);
   }
   EXPECT_LE(m_store.SizeBytes(), 1 << 20);
-  EXPECT_EQ(Number("SELECT count(*) FROM \"FAKE totals\" WHERE \"Record Time\" < " +
+  EXPECT_EQ(Number("SELECT count(*) FROM \"qmt totals\" WHERE \"Record Time\" < " +
                    std::to_string(m_now - 5)),
             0);
   EXPECT_GT(Rows(), 5000);
@@ -339,6 +346,30 @@ TEST_F(HistoryStoreTest, WhileSomebodyReadsAKillLosesAtMostTheBatchAtWork) {
   EXPECT_EQ(Rows(), 52);
   EXPECT_FALSE(std::filesystem::exists("records.db-waiting"));
   EXPECT_EQ(m_store.LostBatches(), 0U);
+}
+
+TEST_F(HistoryStoreTest, TotalsThatWaitAreMovedWithWhatTellsTheirLayout) {
+  Keep();
+  Batch(m_now);
+  SqlDatabase other("records.db", 0);
+  SqlStatement reading = other.Prepare("SELECT * FROM FAKE");
+  ASSERT_TRUE(reading.Step());
+  for (int batch = 0; batch < 150; ++batch) {
+    Batch(m_now + batch, 1, 1);
+  }
+  reading.Reset();
+  EXPECT_FALSE(HasTable(other, kTotalsTable));
+  for (int batch = 150; batch < 155; ++batch) {
+    Batch(m_now + batch, 1, 1);
+  }
+  EXPECT_FALSE(std::filesystem::exists("records.db-waiting"));
+  EXPECT_EQ(Totals(), 155);
+  EXPECT_EQ(Number("SELECT count(*) FROM \"qmt totals\" AS a JOIN \"qmt totals\" AS b ON b.rowid = "
+                   "a.rowid + 1 WHERE b.\"Record Time\" <> a.\"Record Time\" + 1"),
+            0);
+  EXPECT_EQ(Number("SELECT count(*) FROM \"qmt totals layouts\" WHERE Description = '" +
+                   TotalsLayoutOf(kFakeLayout).description + "'"),
+            1);
 }
 
 TEST_F(HistoryStoreTest, WhatWaitsIsBoundedAndMovedInSmallSteps) {

@@ -1,0 +1,176 @@
+#include "local/control/TotalsReader.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "local/history/HistoryTables.h"
+
+namespace {
+
+constexpr int kPackRow = 0;
+constexpr int kPackTime = 1;
+constexpr int kPackBytes = 2;
+/// Layouts that are known at rest, whatever a file holds.
+constexpr std::size_t kMostLayouts = 512;
+
+}  // namespace
+
+void TotalsReader::Prepare(SqlDatabase& database) {
+  if (m_isPrepared) {
+    return;
+  }
+  const auto columns = ColumnsOf(database, kTotalsTable);
+  const auto layouts = ColumnsOf(database, kTotalsLayoutTable);
+  if (columns.contains(kTimeLabel) && columns.contains(kPackColumn) &&
+      layouts.contains(kLayoutColumn) && layouts.contains(kDescriptionColumn)) {
+    const std::string table = QuotedName(kTotalsTable);
+    const std::string time = QuotedName(kTimeLabel);
+    m_finder.emplace(database, table, time);
+    m_packs.emplace(database.Prepare("SELECT rowid, " + time + ", " + QuotedName(kPackColumn) +
+                                     " FROM " + table + " WHERE rowid >= ?1 ORDER BY rowid"));
+    m_description.emplace(database.Prepare("SELECT " + QuotedName(kDescriptionColumn) + " FROM " +
+                                           QuotedName(kTotalsLayoutTable) + " WHERE " +
+                                           QuotedName(kLayoutColumn) + " = ?1"));
+  }
+  m_isPrepared = true;
+}
+
+void TotalsReader::Seek(SqlDatabase& database, std::span<const Wanted> wanted, std::int64_t now) {
+  Prepare(database);
+  Rest();
+  if (!m_packs) {
+    return;
+  }
+  const RowPlace* former = nullptr;
+  std::optional<std::int64_t> begin;
+  for (const Wanted& one : wanted) {
+    // Most have been given up to the same row.
+    if (former == nullptr || former->row != one.after.row || former->time != one.after.time) {
+      begin = m_finder->FirstBehind(one.after, now);
+      former = &one.after;
+    }
+    if (begin) {
+      m_begins.push_back({one.layout, *begin});
+    }
+  }
+  if (!m_begins.empty()) {
+    m_packs->Bind(1, std::ranges::min(m_begins, {}, &Begin::row).row);
+    if (NextPack()) {
+      NextChunk();
+    }
+  }
+}
+
+bool TotalsReader::NextPack() {
+  if (!m_packs->Step()) {
+    return false;
+  }
+  const RowPlace next{m_packs->Whole(kPackTime), m_packs->Whole(kPackRow)};
+  if (m_at.row != 0 && m_at.time != next.time) {
+    m_passed = m_at;
+  }
+  m_at = next;
+  m_pack = m_packs->Bytes(kPackBytes);
+  return true;
+}
+
+void TotalsReader::NextChunk() {
+  do {
+    while (TakeChunk(m_chunk)) {
+      if (IsWanted(m_chunk)) {
+        return;
+      }
+    }
+  } while (NextPack());
+  m_chunk = {};
+}
+
+bool TotalsReader::TakeChunk(Chunk& chunk) {
+  TotalsHead head;
+  if (m_pack.size() < sizeof head) {
+    return false;
+  }
+  std::memcpy(&head, m_pack.data(), sizeof head);
+  m_pack = m_pack.subspan(sizeof head);
+  if (head.bytes > m_pack.size()) {
+    return false;
+  }
+  chunk.bytes = m_pack.first(head.bytes);
+  m_pack = m_pack.subspan(head.bytes);
+  chunk.layout = LayoutOf(head.layout);
+  return true;
+}
+
+bool TotalsReader::IsWanted(const Chunk& chunk) const {
+  return chunk.layout != nullptr && chunk.bytes.size() >= chunk.layout->size &&
+         std::ranges::any_of(m_begins, [&](const Begin& begin) {
+           return begin.layout == chunk.layout->layout && begin.row <= m_at.row;
+         });
+}
+
+const DescribedLayout* TotalsReader::LayoutOf(std::int64_t number) {
+  auto place = m_layouts.find(number);
+  if (place == m_layouts.end()) {
+    m_description->Bind(1, number);
+    auto described = m_description->Step() ? ReadTotalsLayout(m_description->Text(0))
+                                           : std::optional<DescribedLayout>();
+    m_description->Reset();
+    place = m_layouts.emplace(number, std::move(described)).first;
+  }
+  return place->second ? &*place->second : nullptr;
+}
+
+TakenRows& TotalsReader::Take() {
+  const DescribedLayout* const layout = m_chunk.layout;
+  const std::int64_t time = m_at.time;
+  TakenRows& taken = m_taken.try_emplace(layout->layout, *layout->layout).first->second;
+  taken.Clear();
+  while (m_chunk.layout == layout && m_at.time == time && taken.Size() < kMostOfOneTime) {
+    AddRows(taken);
+    m_last = m_at;
+    NextChunk();
+  }
+  return taken;
+}
+
+void TotalsReader::AddRows(TakenRows& taken) const {
+  const DescribedLayout& from = *m_chunk.layout;
+  const std::span<const FieldLayout> fields = from.layout->fields;
+  for (auto rest = m_chunk.bytes; rest.size() >= from.size; rest = rest.subspan(from.size)) {
+    const std::span<unsigned char> row = taken.Add();
+    if (from.isSame) {
+      std::copy_n(rest.begin(), from.size, row.begin());
+      continue;
+    }
+    for (std::size_t place = 0; place < fields.size(); ++place) {
+      const FieldLayout& field = fields[place];
+      if (from.places[place] != DescribedLayout::kNoPlace) {
+        std::copy_n(rest.begin() + from.places[place], field.width, row.begin() + field.offset);
+      } else if (field.hasSource) {
+        taken.NoteLacking(place);
+      }
+    }
+  }
+}
+
+std::optional<std::int64_t> TotalsReader::BeginOf(const RecordLayout& layout) const {
+  const auto begin = std::ranges::find(m_begins, &layout, &Begin::layout);
+  return begin == m_begins.end() ? std::nullopt : std::optional(begin->row);
+}
+
+void TotalsReader::Rest() {
+  m_begins.clear();
+  m_pack = {};
+  m_chunk = {};
+  m_at = {};
+  m_passed.reset();
+  if (m_packs) {
+    m_packs->Reset();
+  }
+  if (m_layouts.size() > kMostLayouts) {
+    m_layouts.clear();
+  }
+  for (auto& [layout, taken] : m_taken) {
+    taken.Rest();
+  }
+}

@@ -1,0 +1,192 @@
+#include "local/history/TotalsTable.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <limits>
+#include <optional>
+
+#include "json/Json.h"
+#include "json/JsonText.h"
+#include "local/history/FieldValue.h"
+#include "local/history/HistoryTables.h"
+#include "support/TextHash.h"
+
+namespace {
+
+constexpr JsonLimits kDescriptionLimits{.depth = 4};
+constexpr std::uint64_t kMostRowBytes = std::numeric_limits<std::uint16_t>::max();
+constexpr const char* kRecordMember = "record";
+constexpr const char* kSizeMember = "size";
+constexpr const char* kFieldsMember = "fields";
+/// Of a field: label, type, offset, width.
+constexpr std::size_t kFieldParts = 4;
+
+void MakeTables(SqlDatabase& database) {
+  const std::string totals = QuotedName(kTotalsTable);
+  const std::string time = QuotedName(kTimeLabel);
+  database.Execute("CREATE TABLE IF NOT EXISTS " + QuotedName(kTotalsLayoutTable) + " (" +
+                   QuotedName(kLayoutColumn) + " INTEGER PRIMARY KEY, " +
+                   QuotedName(kDescriptionColumn) + " TEXT)");
+  database.Execute("CREATE TABLE IF NOT EXISTS " + totals + " (" + time + " INTEGER, " +
+                   QuotedName(kPackColumn) + " BLOB)");
+  database.Execute("CREATE INDEX IF NOT EXISTS " +
+                   QuotedName(std::string(kTotalsTable) + " by time") + " ON " + totals + " (" +
+                   time + ")");
+}
+
+SqlDatabase& WithTables(SqlDatabase& database) {
+  MakeTables(database);
+  return database;
+}
+
+struct DescribedField {
+  std::string_view label;
+  std::string_view type;
+  std::uint64_t offset;
+  std::uint64_t width;
+};
+
+std::optional<DescribedField> FieldOf(const Json& parts) {
+  if (!parts.IsArray() || parts.Size() != kFieldParts || !parts[0].IsString() ||
+      !parts[1].IsString() || !parts[2].IsUnsigned() || !parts[3].IsUnsigned()) {
+    return std::nullopt;
+  }
+  return DescribedField{parts[0].Text(), parts[1].Text(), parts[2].Unsigned(), parts[3].Unsigned()};
+}
+
+bool IsSame(const DescribedField& field, const FieldLayout& other) {
+  return field.label == std::string_view(other.label) && field.type == FieldTypeName(other.type) &&
+         field.width == other.width;
+}
+
+}  // namespace
+
+TotalsLayout TotalsLayoutOf(const RecordLayout& layout) {
+  Json fields = Json::Array();
+  for (const FieldLayout& field : layout.fields) {
+    fields.PushBack(
+        Json::Array({field.label, FieldTypeName(field.type), field.offset, field.width}));
+  }
+  TotalsLayout described;
+  described.description = JsonText(
+      Json{{kRecordMember, layout.name}, {kSizeMember, layout.size}, {kFieldsMember, fields}});
+  described.number = static_cast<std::int64_t>(TextHash(described.description));
+  return described;
+}
+
+std::optional<DescribedLayout> ReadTotalsLayout(std::string_view description) {
+  const Json text = ParseJson(description, kDescriptionLimits).value;
+  const Json* const record = text.Find(kRecordMember);
+  const Json* const size = text.Find(kSizeMember);
+  const Json* const fields = text.Find(kFieldsMember);
+  if (record == nullptr || !record->IsString() || size == nullptr || !size->IsUnsigned() ||
+      size->Unsigned() == 0 || size->Unsigned() > kMostRowBytes || fields == nullptr ||
+      !fields->IsArray()) {
+    return std::nullopt;
+  }
+  const RecordLayout* const layout = LayoutRegistry::Instance().Find(record->Text());
+  if (layout == nullptr) {
+    return std::nullopt;
+  }
+  DescribedLayout described{layout, size->Unsigned(), {}};
+  described.places.assign(layout->fields.size(), DescribedLayout::kNoPlace);
+  for (const Json& parts : fields->Elements()) {
+    const std::optional<DescribedField> field = FieldOf(parts);
+    if (!field || field->offset > described.size || field->width > described.size - field->offset) {
+      return std::nullopt;
+    }
+    const auto place = std::ranges::find_if(layout->fields, [&](const FieldLayout& other) {
+      return IsSame(*field, other) && std::size_t{other.offset} + other.width <= layout->size;
+    });
+    if (place != layout->fields.end()) {
+      described.places[static_cast<std::size_t>(place - layout->fields.begin())] =
+          static_cast<std::uint32_t>(field->offset);
+    }
+  }
+  described.isSame =
+      described.size == layout->size &&
+      std::ranges::equal(described.places, layout->fields, {}, {},
+                         [](const FieldLayout& field) { return std::uint32_t{field.offset}; });
+  return described;
+}
+
+TotalsTable::TotalsTable(SqlDatabase& database)
+    : m_database(WithTables(database)),
+      m_insert(database.Prepare("INSERT INTO " + QuotedName(kTotalsTable) + " (" +
+                                QuotedName(kTimeLabel) + ", " + QuotedName(kPackColumn) +
+                                ") VALUES (?1, ?2)")) {}
+
+void TotalsTable::Append(const void* bytes, std::size_t size) {
+  const auto* const begin = static_cast<const unsigned char*>(bytes);
+  m_pack.insert(m_pack.end(), begin, begin + size);
+}
+
+std::size_t TotalsTable::BeginChunk(const RecordLayout& layout) {
+  const auto [place, isNew] = m_numbers.try_emplace(&layout, 0);
+  if (isNew) {
+    const TotalsLayout described = TotalsLayoutOf(layout);
+    SqlStatement insert = m_database.Prepare(
+        "INSERT OR IGNORE INTO " + QuotedName(kTotalsLayoutTable) + " (" +
+        QuotedName(kLayoutColumn) + ", " + QuotedName(kDescriptionColumn) + ") VALUES (?1, ?2)");
+    insert.Bind(1, described.number);
+    insert.Bind(2, std::string_view(described.description));
+    insert.Run();
+    place->second = described.number;
+  }
+  const std::size_t begin = m_pack.size();
+  const TotalsHead head{place->second, 0};
+  Append(&head, sizeof head);
+  return begin;
+}
+
+void TotalsTable::Add(const RecordLayout& layout, std::int64_t time,
+                      std::span<const CMBRecord* const> rows) {
+  if (time != m_time) {
+    Flush();
+    m_time = time;
+  }
+  const FieldLayout& timeField = layout.fields[static_cast<std::size_t>(TimePlace(layout))];
+  const auto seconds = static_cast<std::int32_t>(time);
+  while (!rows.empty()) {
+    const std::size_t begin = BeginChunk(layout);
+    do {
+      const std::size_t row = m_pack.size();
+      m_pack.resize(row + layout.size);
+      const std::span<const unsigned char> bytes = RecordBytes(*rows.front());
+      std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), layout.size),
+                  m_pack.begin() + static_cast<std::ptrdiff_t>(row));
+      std::memcpy(m_pack.data() + row + timeField.offset, &seconds, sizeof seconds);
+      rows = rows.subspan(1);
+    } while (!rows.empty() && m_pack.size() + layout.size <= kMostPackBytes);
+    const std::uint64_t bytes = m_pack.size() - begin - sizeof(TotalsHead);
+    std::memcpy(m_pack.data() + begin + offsetof(TotalsHead, bytes), &bytes, sizeof bytes);
+    if (!rows.empty()) {
+      Flush();
+    }
+  }
+}
+
+void TotalsTable::Flush() {
+  if (m_pack.empty()) {
+    return;
+  }
+  m_insert.Bind(1, m_time);
+  m_insert.Bind(2, std::span<const unsigned char>(m_pack));
+  m_insert.Run();
+  m_pack.clear();
+}
+
+void MoveTotals(SqlDatabase& database, const std::string& schema, std::int64_t last) {
+  MakeTables(database);
+  const auto move = [&](const char* table, const std::string& which) {
+    const std::string columns = CommonColumns(database, schema, table);
+    if (!columns.empty()) {
+      database.Execute("INSERT OR IGNORE INTO main." + QuotedName(table) + " (" + columns +
+                       ") SELECT " + columns + " FROM " + QuotedName(schema) + '.' +
+                       QuotedName(table) + which);
+    }
+  };
+  move(kTotalsLayoutTable, "");
+  move(kTotalsTable, " WHERE rowid <= " + std::to_string(last) + " ORDER BY rowid");
+}

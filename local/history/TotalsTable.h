@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "local/history/Sql.h"
+#include "node/LayoutRegistry.h"
+#include "node/Record.h"
+
+/// The table of totals: the same rows as a look without rates makes them, where those of a record's
+/// own table hold what was added since the row before. One row holds those of many records, packed,
+/// as they are read only all together, and what a batch costs is the number of pages it changes:
+/// the column kPackColumn is a run of chunks, each of a TotalsHead and the records' bytes. The time
+/// (kTimeLabel) is that of all rows in it.
+inline constexpr const char* kTotalsTable = "qmt totals";
+/// What the bytes in it mean: by the number in a chunk's head the description of a layout.
+inline constexpr const char* kTotalsLayoutTable = "qmt totals layouts";
+inline constexpr const char* kPackColumn = "Rows";
+inline constexpr const char* kLayoutColumn = "Layout";
+inline constexpr const char* kDescriptionColumn = "Description";
+
+/// The begin of a chunk, in the byte order of the host.
+struct TotalsHead {
+  std::int64_t layout;  ///< TotalsLayout::number
+  std::uint64_t bytes;  ///< of the rows that follow
+};
+
+/// What a file that outlives this version has to know of a layout.
+struct TotalsLayout {
+  std::int64_t number = 0;  ///< the same for the same description only
+  std::string description;  ///< JSON
+};
+[[nodiscard]] TotalsLayout TotalsLayoutOf(const RecordLayout& layout);
+
+/// A described layout as rows of the record's layout of now are made from it.
+struct DescribedLayout {
+  static constexpr std::uint32_t kNoPlace = UINT32_MAX;
+  const RecordLayout* layout = nullptr;  ///< of the record that is published under that name
+  std::size_t size = 0;                  ///< bytes of a row
+  /// Of each field of `layout` its offset here; one that lacks, or has another type, has no place.
+  std::vector<std::uint32_t> places;
+  bool isSame = false;  ///< a row is one of `layout`
+};
+/// None if the description is none, or the record is published no more.
+[[nodiscard]] std::optional<DescribedLayout> ReadTotalsLayout(std::string_view description);
+
+/// Writes totals into an open file, for as long as it is open. All throw SqlError.
+class TotalsTable {
+ public:
+  /// A larger pack is written as several.
+  static constexpr std::size_t kMostPackBytes = std::size_t{64} << 10;
+
+  /// Makes the tables where they lack.
+  explicit TotalsTable(SqlDatabase& database);
+
+  /// Takes rows of a layout with a time, which becomes `time` in each of them.
+  void Add(const RecordLayout& layout, std::int64_t time, std::span<const CMBRecord* const> rows);
+  /// Writes what was taken. Without it, it is lost with this object.
+  void Flush();
+
+ private:
+  void Append(const void* bytes, std::size_t size);
+  [[nodiscard]] std::size_t BeginChunk(const RecordLayout& layout);
+
+  SqlDatabase& m_database;
+  SqlStatement m_insert;
+  std::map<const RecordLayout*, std::int64_t> m_numbers;  ///< of layouts that the file has
+  std::int64_t m_time = 0;
+  std::vector<unsigned char> m_pack;
+};
+
+/// Moves the totals up to that row number out of the attached file of that name.
+void MoveTotals(SqlDatabase& database, const std::string& schema, std::int64_t last);
