@@ -146,8 +146,6 @@ void TotalsTable::Add(const RecordLayout& layout, std::int64_t time,
     Flush();
     m_time = time;
   }
-  const FieldLayout& timeField = layout.fields[static_cast<std::size_t>(TimePlace(layout))];
-  const auto seconds = static_cast<std::int32_t>(time);
   while (!rows.empty()) {
     const std::size_t begin = BeginChunk(layout);
     do {
@@ -156,7 +154,6 @@ void TotalsTable::Add(const RecordLayout& layout, std::int64_t time,
       const std::span<const unsigned char> bytes = RecordBytes(*rows.front());
       std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), layout.size),
                   m_pack.begin() + static_cast<std::ptrdiff_t>(row));
-      std::memcpy(m_pack.data() + row + timeField.offset, &seconds, sizeof seconds);
       rows = rows.subspan(1);
     } while (!rows.empty() && m_pack.size() + layout.size <= kMostPackBytes);
     const std::uint64_t bytes = m_pack.size() - begin - sizeof(TotalsHead);

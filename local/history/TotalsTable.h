@@ -58,7 +58,7 @@ class TotalsTable {
   /// Makes the tables where they lack.
   explicit TotalsTable(SqlDatabase& database);
 
-  /// Takes rows of a layout with a time, which becomes `time` in each of them.
+  /// Takes rows whose time is that one, seconds since the epoch, whatever they themselves tell.
   void Add(const RecordLayout& layout, std::int64_t time, std::span<const CMBRecord* const> rows);
   /// Writes what was taken. Without it, it is lost with this object.
   void Flush();

@@ -113,8 +113,8 @@ def field_value(kind, data):
     return value if math.isfinite(value) else None
 
 
-def unpacked(pack, layouts, record):
-    """The rows of the record in a pack of totals."""
+def unpacked(when, pack, layouts, record):
+    """The rows of the record in a pack of totals of that time."""
     while pack:
         number, size = struct.unpack("=qQ", pack[:16])
         rows, pack = pack[16:16 + size], pack[16 + size:]
@@ -122,7 +122,7 @@ def unpacked(pack, layouts, record):
         if layout["record"] == record:
             for begin in range(0, size, layout["size"]):
                 yield {label: field_value(kind, rows[begin + offset:begin + offset + width])
-                       for label, kind, offset, width in layout["fields"]}
+                       for label, kind, offset, width in layout["fields"]} | {"Record Time": when}
 
 
 def totals(agent, record, since, until):
@@ -133,8 +133,8 @@ def totals(agent, record, since, until):
             database.row_factory = sqlite3.Row
             return database.execute(f'SELECT * FROM "{record}" {span[0]}', span[1]).fetchall()
         layouts = {number: json.loads(text) for number, text in database.execute('SELECT Layout, Description FROM "qmt totals layouts"')}
-        packs = database.execute(f'SELECT Rows FROM "qmt totals" {span[0]}', span[1]).fetchall()
-    return [row for pack, in packs for row in unpacked(pack, layouts, record)]
+        packs = database.execute(f'SELECT "Record Time", Rows FROM "qmt totals" {span[0]}', span[1]).fetchall()
+    return [row for when, pack in packs for row in unpacked(when, pack, layouts, record)]
 
 
 def by_labels(rows, field, scale, keys):

@@ -4,12 +4,14 @@
 
 #include <ctime>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "json/JsonText.h"
 #include "local/control/HistoryQueries.h"
+#include "local/control/SampleQueries.h"
 #include "local/history/HistoryStore.h"
 #include "tests/fuzz/FuzzHelp.h"
 #include "tests/local/FakeAgent.h"
@@ -19,6 +21,7 @@ namespace {
 
 constexpr const char* kHistoryFile = "records.db";
 constexpr const char* kWaitingFile = "records.db-waiting";
+constexpr std::uint8_t kTotals = 240;
 
 void TakeBatch(HistoryStore& store, std::int32_t time) {
   const FakeRecord row(4000000000U, time);
@@ -79,32 +82,59 @@ void MakeFile(const char* name, Input& input) {
   }
 }
 
-/// Asks for the record's rows; the answer comes once and says how it went.
-void Ask(HistoryStore& store, EventLoop& loop, FakeAgent& agent, const char* members) {
-  RequestTurns turns(loop);
-  HistoryQueries queries(turns, store);
+/// A good file whose totals are other bytes, behind what tells their layout, unless that is empty.
+void MakeTotals(const char* name, Input& input) {
+  std::ofstream(name, std::ios::binary) << GoodFile();
+  SqlDatabase database(name, 0);
+  const auto put = [&](const char* text, std::string_view bytes) {
+    SqlStatement statement = database.Prepare(text);
+    statement.Bind(1,
+                   std::span(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()));
+    statement.Run();
+  };
+  if (const std::string_view description = input.Until('\0'); !description.empty()) {
+    put("UPDATE \"qmt totals layouts\" SET Description = ?1", description);
+  }
+  put("UPDATE \"qmt totals\" SET Rows = substr(Rows, 1, 8) || ?1 WHERE rowid % 2", input.Rest());
+}
+
+/// Asks; the answer comes once and says how it went.
+template <class Queries>
+void Ask(Queries& queries, void (Queries::*operation)(const std::shared_ptr<ControlRequest>&),
+         EventLoop& loop, FakeAgent& agent, const char* members) {
   const auto peer = std::make_shared<FakePeer>(Rights::kRead);
-  queries.History(std::make_shared<ControlRequest>(ParseJson(members).value, peer));
+  (queries.*operation)(std::make_shared<ControlRequest>(ParseJson(members).value, peer));
   for (int turn = 0; turn < 3; ++turn) {
     RunATurn(loop, agent);
   }
   Require(peer->answers.size() == 1);
-  const ParsedJson answer = ParseJson(peer->answers.front());
+  const std::string& text = peer->answers.front();
+  const ParsedJson answer = ParseJson(std::string_view(text).substr(0, text.find('\n')));
   Require(answer.fault == JsonFault::kNone && answer.value.Find("ok") != nullptr);
 }
 
 void UseFile() {
   static EventLoop loop;
   static FakeAgent agent;
+  static BatchDesk desk;
+  static LastRows rows;
+  static const ScheduleBook schedule(loop, desk, rows);
   HistoryStore store([](const std::string& text) { Require(!text.empty()); });
   store.Configure({.megabytes = 1, .waitingMegabytes = 1});
+  RequestTurns turns(loop);
+  HistoryQueries queries(turns, store);
+  SampleQueries samples(turns, store, schedule);
+  const auto history = [&](const char* members) {
+    Ask(queries, &HistoryQueries::History, loop, agent, members);
+  };
   const auto now = static_cast<std::int32_t>(std::time(nullptr));
   for (int batch = 0; batch < 3; ++batch) {
     TakeBatch(store, now + batch);
-    Ask(store, loop, agent, R"({"id":1,"record":"FAKE","since":0,"where":["Count>1"]})");
+    history(R"({"id":1,"record":"FAKE","since":0,"where":["Count>1"]})");
+    Ask(samples, &SampleQueries::Samples, loop, agent, R"({"records":["FAKE"],"samples":50})");
   }
-  Ask(store, loop, agent, R"({"id":1,"record":"FAKE","since":0,"points":10,"columns":["Rate"]})");
-  Ask(store, loop, agent, R"({"id":1,"record":"FAKE","at":1700000000})");
+  history(R"({"id":1,"record":"FAKE","since":0,"points":10,"columns":["Rate"]})");
+  history(R"({"id":1,"record":"FAKE","at":1700000000})");
   store.EndBatch();
 }
 
@@ -126,7 +156,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Input input(data, size);
   const std::uint8_t kind = input.Byte();
   const char* name = kind % 8 < 6 ? kHistoryFile : kWaitingFile;
-  if (kind % 3 == 0) {
+  if (kind >= kTotals) {
+    MakeTotals(name, input);
+  } else if (kind % 3 == 0) {
     std::ofstream(name, std::ios::binary) << PatchedFile(input);
   } else if (kind % 3 == 1) {
     MakeFile(name, input);
