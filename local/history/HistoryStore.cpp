@@ -1,39 +1,27 @@
 #include "local/history/HistoryStore.h"
 
-#include <array>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 
 #include "local/history/FieldValue.h"
+#include "local/history/HistoryFile.h"
 #include "local/history/HistoryTables.h"
-#include "local/history/TotalsTable.h"
+#include "local/history/OldRows.h"
 #include "node/LayoutRegistry.h"
 #include "support/WholeTime.h"
 
 namespace {
 
-/// The loop waits no longer for a reader of the file.
-constexpr int kBusyMilliseconds = 20;
 constexpr std::int64_t kSecondsPerDay = 86400;
 constexpr std::int64_t kBytesPerMegabyte = std::int64_t{1} << 20;
-/// The most that one batch removes of one table; a row of totals has those of many records.
-constexpr int kRemovedRows = 500;
-constexpr int kRemovedTotals = 50;
 /// How often rows that are too old are looked for, unless there were more than one batch removes:
 /// it costs as much as a small batch.
 constexpr std::int64_t kRemovalSeconds = 600;
 constexpr int kFreedPages = 256;
 constexpr int kKeptPages = 512 << 10;
-/// The most that one batch moves of one table out of the file of waiting rows.
-constexpr int kMovedRows = 2000;
-constexpr int kMovedTotals = 100;
-constexpr int kMovedOfOneTime = 10000;
-constexpr std::chrono::milliseconds kMovingTime{20};
 constexpr std::chrono::milliseconds kRemovalTime{20};
 
 std::string InsertText(const RecordLayout& layout, const std::string& table) {
@@ -45,73 +33,6 @@ std::string InsertText(const RecordLayout& layout, const std::string& table) {
     places += separator + ("?" + std::to_string(i + 1));
   }
   return "INSERT INTO " + QuotedName(table) + " (" + names + ") VALUES (" + places + ")";
-}
-
-int MostRemoved(const std::string& table) {
-  return table == kTotalsTable ? kRemovedTotals : kRemovedRows;
-}
-
-/// Removes at most MostRemoved() of the oldest rows of a table that are older than `end`.
-int RemoveOldest(SqlDatabase& database, const std::string& table, std::int64_t end) {
-  const std::string name = QuotedName(table);
-  const std::string time = QuotedName(kTimeLabel);
-  SqlStatement statement =
-      database.Prepare("DELETE FROM " + name + " WHERE rowid IN (SELECT rowid FROM " + name +
-                       " WHERE " + time + " < ?1 ORDER BY " + time + " LIMIT ?2)");
-  statement.Bind(1, end);
-  statement.Bind(2, std::int64_t{MostRemoved(table)});
-  statement.Run();
-  return database.Changes();
-}
-
-/// The table whose oldest row is the oldest of all; empty if there is no row.
-std::string OldestTable(SqlDatabase& database) {
-  std::string oldest;
-  std::int64_t least = 0;
-  for (const std::string& table : RecordTables(database)) {
-    SqlStatement statement =
-        database.Prepare("SELECT min(" + QuotedName(kTimeLabel) + ") FROM " + QuotedName(table));
-    if (statement.Step() && !statement.IsNull(0) &&
-        (oldest.empty() || statement.Whole(0) < least)) {
-      least = statement.Whole(0);
-      oldest = table;
-    }
-  }
-  return oldest;
-}
-
-std::unique_ptr<SqlDatabase> OpenFile(const std::string& file) {
-  constexpr std::int64_t kIncremental = 2;
-  std::error_code ignored;
-  const auto kind = std::filesystem::status(file, ignored).type();
-  if (kind != std::filesystem::file_type::not_found &&
-      kind != std::filesystem::file_type::regular) {
-    // A library that opens a pipe would wait for its other end.
-    throw SqlError(0, "it is no regular file");
-  }
-  auto database = std::make_unique<SqlDatabase>(file, kBusyMilliseconds);
-  // Where it is set already setting it would write, which nobody can while somebody reads.
-  if (database->Number("PRAGMA auto_vacuum") != kIncremental) {
-    database->Execute("PRAGMA auto_vacuum = INCREMENTAL");
-  }
-  database->Execute("PRAGMA journal_mode = DELETE");
-  database->Execute("PRAGMA synchronous = NORMAL");
-  return database;
-}
-
-/// Whether the file is a database without damage, or can't be judged for the moment.
-bool IsWhole(const std::string& file) {
-  try {
-    SqlDatabase database(file, kBusyMilliseconds);
-    SqlStatement check = database.Prepare("PRAGMA quick_check(1)");
-    return check.Step() && check.Text(0) == "ok";
-  } catch (const SqlError& error) {
-    return !error.IsBroken();
-  }
-}
-
-std::int64_t PageBytes(SqlDatabase& database, std::int64_t pages) {
-  return pages * database.Number("PRAGMA page_size");
 }
 
 }  // namespace
@@ -148,7 +69,7 @@ void HistoryStore::Close() {
 
 void HistoryStore::Open() {
   ++m_openings;
-  m_main.database = OpenFile(m_settings.file);
+  m_main.database = OpenHistoryFile(m_settings.file);
   MeasureFile();
   std::error_code ignored;
   m_hasWaiting = std::filesystem::exists(WaitingFile(), ignored);
@@ -203,7 +124,7 @@ void HistoryStore::Begin() {
 
 void HistoryStore::BeginWaiting() {
   if (m_waiting.database == nullptr) {
-    m_waiting.database = OpenFile(WaitingFile());
+    m_waiting.database = OpenHistoryFile(WaitingFile());
   }
   m_hasWaiting = true;
   m_target = &m_waiting;
@@ -224,10 +145,14 @@ void HistoryStore::MoveWaiting() {
   }
   m_waiting = {};
   const std::string file = WaitingFile();
+  std::vector<std::string> fits;
   try {
-    MoveFrom(file);
+    m_hasWaiting = m_mover.Move(*m_main.database, file, fits);
+    for (const std::string& done : fits) {
+      NoteFit(done);
+    }
   } catch (const SqlError& error) {
-    if (!error.IsBroken() || IsWhole(file)) {
+    if (!error.IsBroken() || IsWholeHistory(file)) {
       throw;
     }
     Close();
@@ -240,67 +165,10 @@ void HistoryStore::MoveWaiting() {
   }
 }
 
-void HistoryStore::MoveFrom(const std::string& file) {
-  SqlDatabase& database = *m_main.database;
-  {
-    SqlStatement attach = database.Prepare("ATTACH ?1 AS waiting");
-    attach.Bind(1, std::string_view(file));
-    attach.Run();
-  }
-  try {
-    // Both files change together, whatever happens meanwhile.
-    database.Execute("BEGIN EXCLUSIVE");
-    m_hasWaiting = MoveTables();
-    database.Execute("COMMIT");
-  } catch (const SqlError& error) {
-    if (database.IsInTransaction()) {
-      database.Execute("ROLLBACK");
-    }
-    m_hasWaiting = true;
-    if (!error.IsBroken()) {
-      database.Execute("DETACH waiting");
-    }
-    throw;
-  }
-  database.Execute("DETACH waiting");
-}
-
 void HistoryStore::NoteFit(const std::string& done) {
   if (!done.empty()) {
     m_notices.push_back("History: " + done + ".");
   }
-}
-
-bool HistoryStore::MoveTables() {
-  const std::vector<std::string> tables = RecordTables(*m_main.database, "waiting");
-  const auto end = std::chrono::steady_clock::now() + kMovingTime;
-  bool isMore = false;
-  for (std::size_t i = 0; i < tables.size(); ++i) {
-    if (std::chrono::steady_clock::now() >= end) {
-      return true;
-    }
-    isMore = MoveTable(tables[m_nextMoved++ % tables.size()]) || isMore;
-  }
-  return isMore;
-}
-
-bool HistoryStore::MoveTable(const std::string& table) {
-  SqlDatabase& database = *m_main.database;
-  const std::string waiting = "waiting." + QuotedName(table);
-  const int most = table == kTotalsTable ? kMovedTotals : kMovedRows;
-  const std::int64_t last = LastOfTime(database, waiting, most, kMovedOfOneTime);
-  const std::string moved = " WHERE rowid <= " + std::to_string(last);
-  const RecordLayout* const layout = LayoutRegistry::Instance().Find(table);
-  if (table == kTotalsTable) {
-    MoveTotals(database, "waiting", last);
-  } else if (layout != nullptr) {
-    NoteFit(FitTable(database, *layout, table));
-    const std::string columns = CommonColumns(database, "waiting", table);
-    database.Execute("INSERT INTO main." + QuotedName(table) + " (" + columns + ") SELECT " +
-                     columns + " FROM " + waiting + moved + " ORDER BY rowid");
-  }
-  database.Execute("DELETE FROM " + waiting + moved);
-  return database.Number("SELECT EXISTS (SELECT 1 FROM " + waiting + ")") != 0;
 }
 
 /// Records tell their time in 32 bits, which age could not be told by in the long run.
@@ -419,11 +287,8 @@ void HistoryStore::RemoveOld() {
   if (m_removedUntil && std::abs(end - *m_removedUntil) < kRemovalSeconds) {
     return;
   }
-  bool isMore = false;
   m_main.database->Execute("BEGIN IMMEDIATE");
-  for (const std::string& table : RecordTables(*m_main.database)) {
-    isMore = RemoveOldest(*m_main.database, table, end) == MostRemoved(table) || isMore;
-  }
+  const bool isMore = RemoveRowsBefore(*m_main.database, end);
   MeasureFile();
   m_main.database->Execute("COMMIT");
   if (!isMore) {
@@ -435,8 +300,7 @@ void HistoryStore::RemoveExcess() {
   const std::int64_t limit = m_settings.megabytes * kBytesPerMegabyte;
   const auto end = std::chrono::steady_clock::now() + kRemovalTime;
   while (m_sizeBytes - m_freeBytes > limit && std::chrono::steady_clock::now() < end) {
-    const std::string table = OldestTable(*m_main.database);
-    if (table.empty() || RemoveOldest(*m_main.database, table, INT64_MAX) == 0) {
+    if (!RemoveOldestRows(*m_main.database)) {
       break;
     }
     MeasureFile();
@@ -465,21 +329,7 @@ void HistoryStore::Fail(const SqlError& error) {
 }
 
 void HistoryStore::SetAside(const std::string& file) {
-  std::array<char, 32> stamp{};
-  const std::time_t now = std::time(nullptr);
-  std::tm parts{};
-  ::localtime_r(&now, &parts);
-  std::strftime(stamp.data(), stamp.size(), ".broken-%Y%m%d-%H%M%S", &parts);
-  const std::string place = file + stamp.data();
-  std::string free = place;
-  std::error_code ignored;
-  for (int number = 2; std::filesystem::exists(free, ignored); ++number) {
-    free = place + "-" + std::to_string(number);
+  if (const std::string reason = SetHistoryAside(file); !reason.empty()) {
+    m_report("History: " + file + " can't be renamed: " + reason);
   }
-  if (std::rename(file.c_str(), free.c_str()) != 0) {
-    m_report("History: " + file + " can't be renamed: " + std::strerror(errno));
-    return;
-  }
-  // A journal belongs to the file that it was made for.
-  std::rename((file + "-journal").c_str(), (free + "-journal").c_str());
 }

@@ -11,6 +11,7 @@
 
 #include "local/history/Sql.h"
 #include "local/history/TotalsTable.h"
+#include "local/history/WaitingRows.h"
 #include "local/log/ProblemReport.h"
 #include "local/schedule/RecordSink.h"
 
@@ -76,11 +77,6 @@ class HistoryStore : public RecordSink {
   void Begin();
   void BeginWaiting();
   void MoveWaiting();
-  void MoveFrom(const std::string& file);
-  /// Whether there is more.
-  [[nodiscard]] bool MoveTables();
-  /// The same of one table.
-  [[nodiscard]] bool MoveTable(const std::string& table);
   void NoteFit(const std::string& done);
   void Keep(const ScheduledRows& rows, bool areTotals);
   void Insert(const ScheduledRows& rows, bool areTotals);
@@ -108,5 +104,5 @@ class HistoryStore : public RecordSink {
   std::optional<std::int64_t> m_removedUntil;  ///< what was older has gone; not known at first
   std::uint64_t m_lostBatches = 0;
   std::uint64_t m_openings = 0;
-  std::size_t m_nextMoved = 0;  ///< the table that the next step of moving begins with
+  WaitingRows m_mover;
 };
