@@ -7,8 +7,8 @@
 #include "io/FileWriter.h"
 #include "json/Json.h"
 
-/// How far a target has got: by record the place of the last row that it has taken, in the file
-/// push-NAME.json of the gate's state. For the loop's thread.
+/// How far a target has got: by record the place of the last row that it has taken, or up to which
+/// the daemon had none, in the file push-NAME.json of the gate's state. For the loop's thread.
 class PushCursor {
  public:
   /// `folder`: of the state; empty for none, so that nothing outlasts the gate. `loop` outlives it.

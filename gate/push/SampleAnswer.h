@@ -24,7 +24,8 @@ class SampleAnswer {
   // Of a whole one:
   /// The samples' lines, once.
   [[nodiscard]] std::string TakeText() { return std::move(m_text); }
-  /// By record the place of the last row given: [time, row].
+  /// By record the place of the last row given, [time, row], or [time, -row] of the one up to which
+  /// there was none.
   [[nodiscard]] const Json& Next() const { return m_next; }
   [[nodiscard]] bool HasMore() const { return m_hasMore; }
   /// The first row's time in seconds since the epoch; 0 without a row.

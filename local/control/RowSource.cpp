@@ -8,12 +8,12 @@ RowFinder::RowFinder(SqlDatabase& database, const std::string& table, const std:
                                time + ", rowid LIMIT 1")) {}
 
 std::optional<std::int64_t> RowFinder::FirstBehind(const RowPlace& after, std::int64_t now) {
-  if (after.row != 0) {
-    m_time.Bind(1, after.row);
+  if (const std::int64_t row = RowOf(after); row != 0) {
+    m_time.Bind(1, row);
     const bool isThere = m_time.Step() && m_time.Whole(0) == after.time;
     m_time.Reset();
-    if (isThere && after.row < std::numeric_limits<std::int64_t>::max()) {
-      return after.row + 1;
+    if (isThere && row < std::numeric_limits<std::int64_t>::max()) {
+      return row + 1;
     }
     if (after.time > now) {
       return std::numeric_limits<std::int64_t>::min();

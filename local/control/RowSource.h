@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <limits>
 #include <optional>
 
 #include "local/control/HistoryScan.h"
@@ -13,7 +15,7 @@
 /// back between two of them. All throw SqlError.
 class RowSource {
  public:
-  /// Rows of one time that are given together; more come as if they were of another one.
+  /// Rows of one record and time that are given; those beyond are passed over.
   static constexpr std::size_t kMostOfOneTime = 10000;
 
   virtual ~RowSource() = default;
@@ -30,6 +32,16 @@ class RowSource {
   virtual void Rest() = 0;
 };
 
+/// How far a record was looked for where it had no row: at that row, which bears another sign, as a
+/// row of the record's own is not there.
+[[nodiscard]] inline RowPlace PassedPlace(const RowPlace& place) {
+  return {place.time, -std::abs(place.row)};
+}
+/// The row at which somebody has looked last.
+[[nodiscard]] inline std::int64_t RowOf(const RowPlace& place) {
+  return place.row == std::numeric_limits<std::int64_t>::min() ? 0 : std::abs(place.row);
+}
+
 /// What finds rows of a table by their numbers and times. Its statements are kept for the next
 /// look: it is good for one open file, as long as no table changes.
 class RowFinder {
@@ -40,7 +52,7 @@ class RowFinder {
   /// The number of the first row that can stand behind `after`, none for no such row. Where that
   /// row is not there any more, or is another one now as the numbers have begun again, it is the
   /// first with a later time; the least number where `after` lies in the future, seen from `now`.
-  /// Row 0 never is there, and stands for a time alone.
+  /// Row 0 never is there, and stands for a time alone; -N stands for N, see PassedPlace().
   [[nodiscard]] std::optional<std::int64_t> FirstBehind(const RowPlace& after, std::int64_t now);
 
  private:

@@ -18,8 +18,6 @@
 
 namespace {
 
-using TurnClock = std::chrono::steady_clock;
-
 /// Of a line of samples and its share of the head, somewhat more than usual.
 constexpr std::size_t kUsualLine = 64;
 constexpr std::size_t kMostReserved = std::size_t{1} << 19;
@@ -28,9 +26,8 @@ constexpr std::size_t kMostReserved = std::size_t{1} << 19;
 struct WantedRecord {
   std::string name;
   const RecordLayout* layout;
-  RowPlace place;               ///< the last row that was given
+  RowPlace place;               ///< the last row that was given, or PassedPlace()
   RowReader* reader = nullptr;  ///< null for totals
-  bool isGiven = false;         ///< rows were given in this turn
 };
 
 ControlError BadSamplesField(const char* name, const std::string& wanted) {
@@ -164,6 +161,7 @@ struct SampleQueries::Work {
   MetricText text{MetricFormat::kSamples};
   std::size_t rows = 0;
   std::int64_t oldest = 0;
+  std::int64_t totalsRead = 0;  ///< the row up to which all totals that are wanted are given
 
   /// A record, and what has its rows.
   struct Source {
@@ -191,10 +189,10 @@ struct SampleQueries::Work {
     const MetricText::Mark before = text.End();
     const std::int64_t time = source.rows->Time();
     // Of a series a server takes one sample a time, and may refuse others with it.
-    const bool isGiven = record.place.row != 0 && record.place.time == time;
+    const bool isGiven = record.place.row > 0 && record.place.time == time;
     TakenRows& taken = source.rows->Take();
     if (isGiven) {
-      NoteGiven(source);
+      record.place = source.rows->Last();
       return true;
     }
     text.SetTime(time);
@@ -211,20 +209,18 @@ struct SampleQueries::Work {
     }
     oldest = rows == 0 ? time : oldest;
     rows += taken.Size();
-    NoteGiven(source);
+    record.place = source.rows->Last();
     return true;
   }
-  static void NoteGiven(const Source& source) {
-    source.record->place = source.rows->Last();
-    source.record->isGiven = true;
-  }
   /// A record without rows up to where totals have been read need not be looked for there again.
-  void PassTotals(const TotalsReader& totals, const std::optional<RowPlace>& passed) {
+  void PassTotals(const TotalsReader& totals, const RowPlace& passed) {
+    totalsRead = std::max(totalsRead, passed.row);
     for (WantedRecord& record : records) {
       const auto begin = totals.BeginOf(*record.layout);
-      if (passed && begin && passed->row >= *begin &&
-          (!record.isGiven || record.place.row < passed->row)) {
-        record.place = *passed;
+      // A second batch of the second that was given last may still come.
+      const bool isOfThatTime = record.place.row > 0 && record.place.time == passed.time;
+      if (begin && passed.row >= *begin && passed.row > RowOf(record.place) && !isOfThatTime) {
+        record.place = PassedPlace(passed);
       }
     }
   }
@@ -271,11 +267,10 @@ void SampleQueries::DropOldReaders(SqlDatabase& database) {
   }
 }
 
-void SampleQueries::SeekAll(SqlDatabase& database, Work& work) {
+void SampleQueries::SeekAll(SqlDatabase& database, Work& work, TurnClock::time_point end) {
   const std::int64_t now = std::time(nullptr);
   std::vector<TotalsReader::Wanted> totals;
   for (WantedRecord& record : work.records) {
-    record.isGiven = false;
     if (HoldsGrowth(*record.layout)) {
       totals.push_back({record.layout, record.place});
       continue;
@@ -287,7 +282,7 @@ void SampleQueries::SeekAll(SqlDatabase& database, Work& work) {
     record.reader = reader.get();
     reader->Seek(database, record.place, now);
   }
-  m_totals->Seek(database, totals, now);
+  m_totals->Seek(database, totals, work.totalsRead, now, end);
 }
 
 void SampleQueries::RestAll(Work& work) {
@@ -321,30 +316,37 @@ void SampleQueries::Answer(Work& work, bool isMore) {
 
 bool SampleQueries::TakeTurn(SqlDatabase& database, Work& work) {
   const ReadingTurn turn(database, [&] { RestAll(work); });
+  const auto end = TurnClock::now() + kRequestTurn;
   DropOldReaders(database);
-  SeekAll(database, work);
-  const Reading reading = ReadOn(work);
+  SeekAll(database, work, end);
+  const Reading reading = ReadOn(work, end);
   if (reading != Reading::kWaits) {
     Answer(work, reading == Reading::kHasMore);
   }
   return reading == Reading::kWaits;
 }
 
-SampleQueries::Reading SampleQueries::ReadOn(Work& work) {
-  const auto end = TurnClock::now() + kRequestTurn;
-  while (const auto source = work.Oldest(*m_totals)) {
-    const auto passed = m_totals->Passed();
+SampleQueries::Reading SampleQueries::ReadOn(Work& work, TurnClock::time_point end) {
+  while (!m_totals->IsInterrupted()) {
+    const auto source = work.Oldest(*m_totals);
+    if (!source) {
+      work.PassTotals(*m_totals, m_totals->Passed());
+      return Reading::kDone;
+    }
+    const RowPlace passed = m_totals->Passed();
     if (!work.Add(*source)) {
       work.PassTotals(*m_totals, passed);
       return Reading::kHasMore;
     }
-    if (work.IsFull() || TurnClock::now() >= end) {
+    if (work.IsFull()) {
       work.PassTotals(*m_totals, m_totals->Passed());
-      return !work.IsFull()           ? Reading::kWaits
-             : work.Oldest(*m_totals) ? Reading::kHasMore
-                                      : Reading::kDone;
+      const bool isMore = m_totals->IsInterrupted() || work.Oldest(*m_totals);
+      return isMore ? Reading::kHasMore : Reading::kDone;
+    }
+    if (TurnClock::now() >= end) {
+      break;
     }
   }
   work.PassTotals(*m_totals, m_totals->Passed());
-  return Reading::kDone;
+  return Reading::kWaits;
 }

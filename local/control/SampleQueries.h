@@ -45,9 +45,10 @@ class SampleQueries {
   bool TakeTurn(SqlDatabase& database, Work& work);
   /// How a turn has ended: all is read, there is more than one answer takes, or time was up.
   enum class Reading { kDone, kHasMore, kWaits };
-  [[nodiscard]] Reading ReadOn(Work& work);
+  using TurnClock = TotalsReader::Clock;
+  [[nodiscard]] Reading ReadOn(Work& work, TurnClock::time_point end);
   void DropOldReaders(SqlDatabase& database);
-  void SeekAll(SqlDatabase& database, Work& work);
+  void SeekAll(SqlDatabase& database, Work& work, TurnClock::time_point end);
   void RestAll(Work& work);
   void Answer(Work& work, bool isMore);
   /// Whole seconds until a schedule makes the next row of a record that is asked for; one that runs

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
+#include <string>
 
 #include "local/history/HistoryTables.h"
 
@@ -10,7 +12,7 @@ namespace {
 constexpr int kPackRow = 0;
 constexpr int kPackTime = 1;
 constexpr int kPackBytes = 2;
-/// Layouts that are known at rest, whatever a file holds.
+/// Layouts that are looked up, whatever a file holds.
 constexpr std::size_t kMostLayouts = 512;
 
 }  // namespace
@@ -26,8 +28,11 @@ void TotalsReader::Prepare(SqlDatabase& database) {
     const std::string table = QuotedName(kTotalsTable);
     const std::string time = QuotedName(kTimeLabel);
     m_finder.emplace(database, table, time);
-    m_packs.emplace(database.Prepare("SELECT rowid, " + time + ", " + QuotedName(kPackColumn) +
-                                     " FROM " + table + " WHERE rowid >= ?1 ORDER BY rowid"));
+    const std::string pack = QuotedName(kPackColumn);
+    m_packs.emplace(database.Prepare("SELECT rowid, " + time + ", CASE WHEN length(" + pack +
+                                     ") <= " + std::to_string(TotalsTable::kMostReadBytes) +
+                                     " THEN " + pack + " END FROM " + table +
+                                     " WHERE rowid >= ?1 ORDER BY rowid"));
     m_description.emplace(database.Prepare("SELECT " + QuotedName(kDescriptionColumn) + " FROM " +
                                            QuotedName(kTotalsLayoutTable) + " WHERE " +
                                            QuotedName(kLayoutColumn) + " = ?1"));
@@ -35,9 +40,11 @@ void TotalsReader::Prepare(SqlDatabase& database) {
   m_isPrepared = true;
 }
 
-void TotalsReader::Seek(SqlDatabase& database, std::span<const Wanted> wanted, std::int64_t now) {
+void TotalsReader::Seek(SqlDatabase& database, std::span<const Wanted> wanted, std::int64_t from,
+                        std::int64_t now, Clock::time_point end) {
   Prepare(database);
   Rest();
+  m_end = end;
   if (!m_packs) {
     return;
   }
@@ -54,7 +61,9 @@ void TotalsReader::Seek(SqlDatabase& database, std::span<const Wanted> wanted, s
     }
   }
   if (!m_begins.empty()) {
-    m_packs->Bind(1, std::ranges::min(m_begins, {}, &Begin::row).row);
+    const std::int64_t first = std::ranges::min(m_begins, {}, &Begin::row).row;
+    m_packs->Bind(
+        1, first > from || from == std::numeric_limits<std::int64_t>::max() ? first : from + 1);
     if (NextPack()) {
       NextChunk();
     }
@@ -62,14 +71,15 @@ void TotalsReader::Seek(SqlDatabase& database, std::span<const Wanted> wanted, s
 }
 
 bool TotalsReader::NextPack() {
+  m_passed = m_at;
+  if (m_at.row != 0 && Clock::now() >= m_end) {
+    m_isInterrupted = true;
+    return false;
+  }
   if (!m_packs->Step()) {
     return false;
   }
-  const RowPlace next{m_packs->Whole(kPackTime), m_packs->Whole(kPackRow)};
-  if (m_at.row != 0 && m_at.time != next.time) {
-    m_passed = m_at;
-  }
-  m_at = next;
+  m_at = {m_packs->Whole(kPackTime), m_packs->Whole(kPackRow)};
   m_pack = m_packs->Bytes(kPackBytes);
   return true;
 }
@@ -96,8 +106,9 @@ bool TotalsReader::TakeChunk(Chunk& chunk) {
     return false;
   }
   chunk.bytes = m_pack.first(head.bytes);
+  chunk.isGoingOn = head.isGoingOn != 0;
   m_pack = m_pack.subspan(head.bytes);
-  chunk.layout = LayoutOf(head.layout);
+  chunk.layout = head.bytes == 0 ? nullptr : LayoutOf(head.layout);
   return true;
 }
 
@@ -111,11 +122,17 @@ bool TotalsReader::IsWanted(const Chunk& chunk) const {
 const DescribedLayout* TotalsReader::LayoutOf(std::int64_t number) {
   auto place = m_layouts.find(number);
   if (place == m_layouts.end()) {
+    if (m_layouts.size() == kMostLayouts) {
+      return nullptr;
+    }
     m_description->Bind(1, number);
-    auto described = m_description->Step() ? ReadTotalsLayout(m_description->Text(0))
-                                           : std::optional<DescribedLayout>();
+    const std::string text(m_description->Step() ? m_description->Text(0) : "");
     m_description->Reset();
-    place = m_layouts.emplace(number, std::move(described)).first;
+    const bool isWhole = TotalsLayoutNumber(text) == number;
+    place =
+        m_layouts
+            .emplace(number, isWhole ? ReadTotalsLayout(text) : std::optional<DescribedLayout>())
+            .first;
   }
   return place->second ? &*place->second : nullptr;
 }
@@ -125,18 +142,19 @@ TakenRows& TotalsReader::Take() {
   const std::int64_t time = m_at.time;
   TakenRows& taken = m_taken.try_emplace(layout->layout, *layout->layout).first->second;
   taken.Clear();
-  while (m_chunk.layout == layout && m_at.time == time && taken.Size() < kMostOfOneTime) {
+  do {
     AddRows(taken);
     m_last = m_at;
     NextChunk();
-  }
+  } while (m_chunk.isGoingOn && m_chunk.layout == layout && m_at.time == time);
   return taken;
 }
 
 void TotalsReader::AddRows(TakenRows& taken) const {
   const DescribedLayout& from = *m_chunk.layout;
   const std::span<const FieldLayout> fields = from.layout->fields;
-  for (auto rest = m_chunk.bytes; rest.size() >= from.size; rest = rest.subspan(from.size)) {
+  for (auto rest = m_chunk.bytes; rest.size() >= from.size && taken.Size() < kMostOfOneTime;
+       rest = rest.subspan(from.size)) {
     const std::span<unsigned char> row = taken.Add();
     if (from.isSame) {
       std::copy_n(rest.begin(), from.size, row.begin());
@@ -163,13 +181,14 @@ void TotalsReader::Rest() {
   m_pack = {};
   m_chunk = {};
   m_at = {};
-  m_passed.reset();
+  m_passed = {};
+  m_isInterrupted = false;
   if (m_packs) {
     m_packs->Reset();
+    m_description->Reset();
   }
-  if (m_layouts.size() > kMostLayouts) {
-    m_layouts.clear();
-  }
+  // What could not be read may be put right.
+  std::erase_if(m_layouts, [](const auto& known) { return !known.second; });
   for (auto& [layout, taken] : m_taken) {
     taken.Rest();
   }

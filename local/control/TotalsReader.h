@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <optional>
 #include <span>
@@ -12,6 +13,7 @@
 /// open file, as long as no table changes. All throw SqlError.
 class TotalsReader : public RowSource {
  public:
+  using Clock = std::chrono::steady_clock;
   struct Wanted {
     const RecordLayout* layout;
     RowPlace after;  ///< its own rows behind this row are given, see RowFinder::FirstBehind()
@@ -21,17 +23,21 @@ class TotalsReader : public RowSource {
   TotalsReader(const TotalsReader&) = delete;
   TotalsReader& operator=(const TotalsReader&) = delete;
 
-  void Seek(SqlDatabase& database, std::span<const Wanted> wanted, std::int64_t now);
+  /// Goes to the first rows that are wanted, no earlier than behind the row `from`. At `end` it
+  /// rests with nothing at hand, but not before it has looked at one row of the table more.
+  void Seek(SqlDatabase& database, std::span<const Wanted> wanted, std::int64_t from,
+            std::int64_t now, Clock::time_point end);
+  /// Whether there may be more though nothing is at hand, as time was up.
+  [[nodiscard]] bool IsInterrupted() const { return m_isInterrupted; }
   [[nodiscard]] bool HasRow() const override { return m_chunk.layout != nullptr; }
   [[nodiscard]] std::int64_t Time() const override { return m_at.time; }
   /// The record of the row at hand.
   [[nodiscard]] const RecordLayout& Layout() const { return *m_chunk.layout->layout; }
   [[nodiscard]] TakenRows& Take() override;
   [[nodiscard]] const RowPlace& Last() const override { return m_last; }
-  /// Behind this row stands all that is at hand, and all of the row's time is before it; none if
-  /// not even that is known. So a record that has rows but seldom is not looked for from its last
-  /// one on each time.
-  [[nodiscard]] const std::optional<RowPlace>& Passed() const { return m_passed; }
+  /// The last row of the table behind which stands all that was not taken; its number is 0 for
+  /// none.
+  [[nodiscard]] const RowPlace& Passed() const { return m_passed; }
   /// The first row at which the record is looked for; none if there is none.
   [[nodiscard]] std::optional<std::int64_t> BeginOf(const RecordLayout& layout) const;
   void Rest() override;
@@ -41,6 +47,7 @@ class TotalsReader : public RowSource {
   struct Chunk {
     const DescribedLayout* layout = nullptr;  ///< null: there is none
     std::span<const unsigned char> bytes;
+    bool isGoingOn = false;  ///< with the rows of the chunk before
   };
   struct Begin {
     const RecordLayout* layout;
@@ -68,5 +75,7 @@ class TotalsReader : public RowSource {
   Chunk m_chunk;
   RowPlace m_at;
   RowPlace m_last;
-  std::optional<RowPlace> m_passed;
+  RowPlace m_passed;
+  Clock::time_point m_end;
+  bool m_isInterrupted = false;
 };

@@ -96,16 +96,29 @@ std::string_view SqlStatement::Text(int column) const {
   const auto* text =
       reinterpret_cast<const char*>(::sqlite3_column_text(m_statement.get(), column));
   const int size = ::sqlite3_column_bytes(m_statement.get(), column);
-  return text == nullptr ? std::string_view()
-                         : std::string_view(text, static_cast<std::size_t>(size));
+  if (text == nullptr) {
+    CheckMemory();
+    return {};
+  }
+  return {text, static_cast<std::size_t>(size)};
 }
-
 std::span<const unsigned char> SqlStatement::Bytes(int column) const {
   const auto* bytes =
       static_cast<const unsigned char*>(::sqlite3_column_blob(m_statement.get(), column));
   const int size = ::sqlite3_column_bytes(m_statement.get(), column);
-  return bytes == nullptr ? std::span<const unsigned char>()
-                          : std::span(bytes, static_cast<std::size_t>(size));
+  if (bytes == nullptr) {
+    CheckMemory();
+    return {};
+  }
+  return {bytes, static_cast<std::size_t>(size)};
+}
+
+void SqlStatement::CheckMemory() const {
+  // Nothing else tells it from a value that is null or empty.
+  sqlite3* const database = ::sqlite3_db_handle(m_statement.get());
+  if (::sqlite3_errcode(database) == SQLITE_NOMEM) {
+    Throw(database, SQLITE_NOMEM);
+  }
 }
 
 void SqlDatabase::Close::operator()(sqlite3* database) const { ::sqlite3_close_v2(database); }

@@ -58,6 +58,8 @@ class SqlStatement {
     void operator()(sqlite3_stmt* statement) const;
   };
   void Check(int code) const;
+  /// Throws if there was no memory for the value that was asked for.
+  void CheckMemory() const;
 
   std::unique_ptr<sqlite3_stmt, Finalize> m_statement;
 };

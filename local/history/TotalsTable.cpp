@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 #include <optional>
 
@@ -22,17 +23,45 @@ constexpr const char* kFieldsMember = "fields";
 /// Of a field: label, type, offset, width.
 constexpr std::size_t kFieldParts = 4;
 
+bool HasColumns(SqlDatabase& database, const char* table,
+                std::initializer_list<const char*> wanted) {
+  const auto columns = ColumnsOf(database, table);
+  return std::ranges::all_of(wanted, [&](const char* name) { return columns.contains(name); });
+}
+
+void MakeLayoutTable(SqlDatabase& database) {
+  const std::string table = QuotedName(kTotalsLayoutTable);
+  if (!HasColumns(database, kTotalsLayoutTable, {kLayoutColumn, kDescriptionColumn})) {
+    // One that was made otherwise describes nothing.
+    database.Execute("DROP TABLE IF EXISTS " + table);
+    database.Execute("CREATE TABLE " + table + " (" + QuotedName(kLayoutColumn) +
+                     " INTEGER PRIMARY KEY, " + QuotedName(kDescriptionColumn) + " TEXT)");
+  }
+}
+
 void MakeTables(SqlDatabase& database) {
-  const std::string totals = QuotedName(kTotalsTable);
+  MakeLayoutTable(database);
+  const std::string table = QuotedName(kTotalsTable);
   const std::string time = QuotedName(kTimeLabel);
-  database.Execute("CREATE TABLE IF NOT EXISTS " + QuotedName(kTotalsLayoutTable) + " (" +
-                   QuotedName(kLayoutColumn) + " INTEGER PRIMARY KEY, " +
-                   QuotedName(kDescriptionColumn) + " TEXT)");
-  database.Execute("CREATE TABLE IF NOT EXISTS " + totals + " (" + time + " INTEGER, " +
+  database.Execute("CREATE TABLE IF NOT EXISTS " + table + " (" + time + " INTEGER, " +
                    QuotedName(kPackColumn) + " BLOB)");
+  for (const char* column : {kTimeLabel, kPackColumn}) {
+    if (!HasColumns(database, kTotalsTable, {column})) {
+      database.Execute("ALTER TABLE " + table + " ADD COLUMN " + QuotedName(column));
+    }
+  }
   database.Execute("CREATE INDEX IF NOT EXISTS " +
-                   QuotedName(std::string(kTotalsTable) + " by time") + " ON " + totals + " (" +
+                   QuotedName(std::string(kTotalsTable) + " by time") + " ON " + table + " (" +
                    time + ")");
+}
+
+void KeepDescription(SqlDatabase& database, std::int64_t number, std::string_view description) {
+  SqlStatement insert = database.Prepare(
+      "INSERT OR REPLACE INTO main." + QuotedName(kTotalsLayoutTable) + " (" +
+      QuotedName(kLayoutColumn) + ", " + QuotedName(kDescriptionColumn) + ") VALUES (?1, ?2)");
+  insert.Bind(1, number);
+  insert.Bind(2, description);
+  insert.Run();
 }
 
 SqlDatabase& WithTables(SqlDatabase& database) {
@@ -71,8 +100,12 @@ TotalsLayout TotalsLayoutOf(const RecordLayout& layout) {
   TotalsLayout described;
   described.description = JsonText(
       Json{{kRecordMember, layout.name}, {kSizeMember, layout.size}, {kFieldsMember, fields}});
-  described.number = static_cast<std::int64_t>(TextHash(described.description));
+  described.number = TotalsLayoutNumber(described.description);
   return described;
+}
+
+std::int64_t TotalsLayoutNumber(std::string_view description) {
+  return static_cast<std::int64_t>(TextHash(description));
 }
 
 std::optional<DescribedLayout> ReadTotalsLayout(std::string_view description) {
@@ -122,22 +155,15 @@ void TotalsTable::Append(const void* bytes, std::size_t size) {
   m_pack.insert(m_pack.end(), begin, begin + size);
 }
 
-std::size_t TotalsTable::BeginChunk(const RecordLayout& layout) {
-  const auto [place, isNew] = m_numbers.try_emplace(&layout, 0);
-  if (isNew) {
-    const TotalsLayout described = TotalsLayoutOf(layout);
-    SqlStatement insert = m_database.Prepare(
-        "INSERT OR IGNORE INTO " + QuotedName(kTotalsLayoutTable) + " (" +
-        QuotedName(kLayoutColumn) + ", " + QuotedName(kDescriptionColumn) + ") VALUES (?1, ?2)");
-    insert.Bind(1, described.number);
-    insert.Bind(2, std::string_view(described.description));
-    insert.Run();
-    place->second = described.number;
+std::int64_t TotalsTable::NumberOf(const RecordLayout& layout) {
+  const auto known = m_numbers.find(&layout);
+  if (known != m_numbers.end()) {
+    return known->second;
   }
-  const std::size_t begin = m_pack.size();
-  const TotalsHead head{place->second, 0};
-  Append(&head, sizeof head);
-  return begin;
+  const TotalsLayout described = TotalsLayoutOf(layout);
+  KeepDescription(m_database, described.number, described.description);
+  m_numbers.emplace(&layout, described.number);
+  return described.number;
 }
 
 void TotalsTable::Add(const RecordLayout& layout, std::int64_t time,
@@ -146,21 +172,24 @@ void TotalsTable::Add(const RecordLayout& layout, std::int64_t time,
     Flush();
     m_time = time;
   }
+  TotalsHead head{NumberOf(layout), 0, 0};
   while (!rows.empty()) {
-    const std::size_t begin = BeginChunk(layout);
+    if (m_pack.size() >= kMostPackBytes) {
+      Flush();
+    }
+    const std::size_t begin = m_pack.size();
+    Append(&head, sizeof head);
     do {
+      const std::span<const unsigned char> bytes = RecordBytes(*rows.front());
       const std::size_t row = m_pack.size();
       m_pack.resize(row + layout.size);
-      const std::span<const unsigned char> bytes = RecordBytes(*rows.front());
       std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), layout.size),
                   m_pack.begin() + static_cast<std::ptrdiff_t>(row));
       rows = rows.subspan(1);
-    } while (!rows.empty() && m_pack.size() + layout.size <= kMostPackBytes);
-    const std::uint64_t bytes = m_pack.size() - begin - sizeof(TotalsHead);
-    std::memcpy(m_pack.data() + begin + offsetof(TotalsHead, bytes), &bytes, sizeof bytes);
-    if (!rows.empty()) {
-      Flush();
-    }
+    } while (!rows.empty() && m_pack.size() < kMostPackBytes);
+    head.bytes = static_cast<std::uint32_t>(m_pack.size() - begin - sizeof head);
+    std::memcpy(m_pack.data() + begin, &head, sizeof head);
+    head.isGoingOn = 1;
   }
 }
 
@@ -176,14 +205,24 @@ void TotalsTable::Flush() {
 
 void MoveTotals(SqlDatabase& database, const std::string& schema, std::int64_t last) {
   MakeTables(database);
-  const auto move = [&](const char* table, const std::string& which) {
-    const std::string columns = CommonColumns(database, schema, table);
-    if (!columns.empty()) {
-      database.Execute("INSERT OR IGNORE INTO main." + QuotedName(table) + " (" + columns +
-                       ") SELECT " + columns + " FROM " + QuotedName(schema) + '.' +
-                       QuotedName(table) + which);
+  const auto columns = [&](const char* table) { return CommonColumns(database, schema, table); };
+  const std::string layout = QuotedName(kLayoutColumn) + ", " + QuotedName(kDescriptionColumn);
+  if (columns(kTotalsLayoutTable) == layout) {
+    SqlStatement described = database.Prepare("SELECT " + layout + " FROM " + schema + '.' +
+                                              QuotedName(kTotalsLayoutTable));
+    while (described.Step()) {
+      // A file that somebody else has made may describe what stands here already.
+      if (TotalsLayoutNumber(described.Text(1)) == described.Whole(0)) {
+        KeepDescription(database, described.Whole(0), described.Text(1));
+      }
     }
-  };
-  move(kTotalsLayoutTable, "");
-  move(kTotalsTable, " WHERE rowid <= " + std::to_string(last) + " ORDER BY rowid");
+  }
+  const std::string totals = QuotedName(kTimeLabel) + ", " + QuotedName(kPackColumn);
+  if (columns(kTotalsTable) == totals) {
+    database.Execute("INSERT INTO main." + QuotedName(kTotalsTable) + " (" + totals + ") SELECT " +
+                     totals + " FROM " + schema + '.' + QuotedName(kTotalsTable) +
+                     " WHERE rowid <= " + std::to_string(last) + " AND length(" +
+                     QuotedName(kPackColumn) +
+                     ") <= " + std::to_string(TotalsTable::kMostReadBytes) + " ORDER BY rowid");
+  }
 }

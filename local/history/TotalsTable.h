@@ -26,16 +26,19 @@ inline constexpr const char* kDescriptionColumn = "Description";
 
 /// The begin of a chunk, in the byte order of the host.
 struct TotalsHead {
-  std::int64_t layout;  ///< TotalsLayout::number
-  std::uint64_t bytes;  ///< of the rows that follow
+  std::int64_t layout;      ///< TotalsLayout::number
+  std::uint32_t bytes;      ///< of the rows that follow
+  std::uint32_t isGoingOn;  ///< 1: more rows of the chunk before, of the same look; else 0
 };
 
 /// What a file that outlives this version has to know of a layout.
 struct TotalsLayout {
-  std::int64_t number = 0;  ///< the same for the same description only
+  std::int64_t number = 0;
   std::string description;  ///< JSON
 };
 [[nodiscard]] TotalsLayout TotalsLayoutOf(const RecordLayout& layout);
+/// The number that a description has; another one has not been meant for it.
+[[nodiscard]] std::int64_t TotalsLayoutNumber(std::string_view description);
 
 /// A described layout as rows of the record's layout of now are made from it.
 struct DescribedLayout {
@@ -52,10 +55,12 @@ struct DescribedLayout {
 /// Writes totals into an open file, for as long as it is open. All throw SqlError.
 class TotalsTable {
  public:
-  /// A larger pack is written as several.
+  /// A pack that has so many bytes is written, and another one begun.
   static constexpr std::size_t kMostPackBytes = std::size_t{64} << 10;
+  /// A larger one is of somebody else, and neither read nor moved.
+  static constexpr std::size_t kMostReadBytes = std::size_t{512} << 10;
 
-  /// Makes the tables where they lack.
+  /// Makes the tables and the columns that lack.
   explicit TotalsTable(SqlDatabase& database);
 
   /// Takes rows whose time is that one, seconds since the epoch, whatever they themselves tell.
@@ -65,7 +70,7 @@ class TotalsTable {
 
  private:
   void Append(const void* bytes, std::size_t size);
-  [[nodiscard]] std::size_t BeginChunk(const RecordLayout& layout);
+  [[nodiscard]] std::int64_t NumberOf(const RecordLayout& layout);
 
   SqlDatabase& m_database;
   SqlStatement m_insert;
@@ -74,5 +79,6 @@ class TotalsTable {
   std::vector<unsigned char> m_pack;
 };
 
-/// Moves the totals up to that row number out of the attached file of that name.
+/// Moves the totals up to that row number into the main file, with the descriptions of layouts,
+/// from the attached file of that name, from which the rows are still to be deleted.
 void MoveTotals(SqlDatabase& database, const std::string& schema, std::int64_t last);

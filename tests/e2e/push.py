@@ -116,7 +116,7 @@ def field_value(kind, data):
 def unpacked(when, pack, layouts, record):
     """The rows of the record in a pack of totals of that time."""
     while pack:
-        number, size = struct.unpack("=qQ", pack[:16])
+        number, size, _ = struct.unpack("=qII", pack[:16])
         rows, pack = pack[16:16 + size], pack[16 + size:]
         layout = layouts[number]
         if layout["record"] == record:

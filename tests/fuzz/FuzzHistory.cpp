@@ -4,7 +4,6 @@
 
 #include <ctime>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -82,20 +81,23 @@ void MakeFile(const char* name, Input& input) {
   }
 }
 
-/// A good file whose totals are other bytes, behind what tells their layout, unless that is empty.
+/// A good file whose totals are other bytes, behind what tells their layout.
 void MakeTotals(const char* name, Input& input) {
   std::ofstream(name, std::ios::binary) << GoodFile();
   SqlDatabase database(name, 0);
-  const auto put = [&](const char* text, std::string_view bytes) {
-    SqlStatement statement = database.Prepare(text);
-    statement.Bind(1,
-                   std::span(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()));
-    statement.Run();
-  };
-  if (const std::string_view description = input.Until('\0'); !description.empty()) {
-    put("UPDATE \"qmt totals layouts\" SET Description = ?1", description);
-  }
-  put("UPDATE \"qmt totals\" SET Rows = substr(Rows, 1, 8) || ?1 WHERE rowid % 2", input.Rest());
+  const std::string_view description = input.Until('\0');
+  const std::int64_t number = TotalsLayoutNumber(description);
+  SqlStatement layout =
+      database.Prepare("INSERT OR REPLACE INTO \"qmt totals layouts\" VALUES (?1, ?2)");
+  layout.Bind(1, number);
+  layout.Bind(2, description);
+  layout.Run();
+  std::string pack(reinterpret_cast<const char*>(&number), sizeof number);
+  pack += input.Rest();
+  SqlStatement totals =
+      database.Prepare("UPDATE \"qmt totals\" SET Rows = CAST(?1 AS BLOB) WHERE rowid % 2");
+  totals.Bind(1, std::string_view(pack));
+  totals.Run();
 }
 
 /// Asks; the answer comes once and says how it went.
