@@ -29,8 +29,9 @@ bool HasColumns(SqlDatabase& database, const char* table,
   return std::ranges::all_of(wanted, [&](const char* name) { return columns.contains(name); });
 }
 
+// Each name is one of the main file: where that has none, it would stand for an attached one's.
 void MakeLayoutTable(SqlDatabase& database) {
-  const std::string table = QuotedName(kTotalsLayoutTable);
+  const std::string table = "main." + QuotedName(kTotalsLayoutTable);
   if (!HasColumns(database, kTotalsLayoutTable, {kLayoutColumn, kDescriptionColumn})) {
     // One that was made otherwise describes nothing.
     database.Execute("DROP TABLE IF EXISTS " + table);
@@ -41,7 +42,7 @@ void MakeLayoutTable(SqlDatabase& database) {
 
 void MakeTables(SqlDatabase& database) {
   MakeLayoutTable(database);
-  const std::string table = QuotedName(kTotalsTable);
+  const std::string table = "main." + QuotedName(kTotalsTable);
   const std::string time = QuotedName(kTimeLabel);
   database.Execute("CREATE TABLE IF NOT EXISTS " + table + " (" + time + " INTEGER, " +
                    QuotedName(kPackColumn) + " BLOB)");
@@ -50,9 +51,9 @@ void MakeTables(SqlDatabase& database) {
       database.Execute("ALTER TABLE " + table + " ADD COLUMN " + QuotedName(column));
     }
   }
-  database.Execute("CREATE INDEX IF NOT EXISTS " +
-                   QuotedName(std::string(kTotalsTable) + " by time") + " ON " + table + " (" +
-                   time + ")");
+  database.Execute("CREATE INDEX IF NOT EXISTS main." +
+                   QuotedName(std::string(kTotalsTable) + " by time") + " ON " +
+                   QuotedName(kTotalsTable) + " (" + time + ")");
 }
 
 void KeepDescription(SqlDatabase& database, std::int64_t number, std::string_view description) {

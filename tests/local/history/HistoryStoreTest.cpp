@@ -360,10 +360,10 @@ TEST_F(HistoryStoreTest, TotalsThatWaitAreMovedWithWhatTellsTheirLayout) {
   reading.Reset();
   EXPECT_FALSE(HasTable(other, kTotalsTable));
   for (int batch = 150; batch < 155; ++batch) {
-    Batch(m_now + batch, 1, 1);
+    Batch(m_now + batch);
   }
   EXPECT_FALSE(std::filesystem::exists("records.db-waiting"));
-  EXPECT_EQ(Totals(), 155);
+  EXPECT_EQ(Totals(), 150);
   EXPECT_EQ(Number("SELECT count(*) FROM \"qmt totals\" AS a JOIN \"qmt totals\" AS b ON b.rowid = "
                    "a.rowid + 1 WHERE b.\"Record Time\" <> a.\"Record Time\" + 1"),
             0);
