@@ -566,6 +566,13 @@ TEST_F(SampleQueriesTest, OfASecondBatchOfOneSecondNothingIsGiven) {
   m_store.TakeTotals({"FAKE", '4', m_now, {&row, 1}});
   m_store.EndBatch();
   EXPECT_EQ(Counts(Ask("")), "1 ");
+  PublishSeldom();
+  TakeOne(SELD, 5, m_now);
+  m_store.EndBatch();
+  const Given both = Ask("", "FAKE\",\"SELD");
+  EXPECT_EQ(Counts(both), "1 5 ");
+  Batch(m_now, {3});
+  EXPECT_EQ(Counts(Ask(both.After(), "FAKE\",\"SELD")), "") << "nor behind a row of another record";
 }
 
 TEST_F(SampleQueriesTest, TotalsAreLookedThroughInSmallTurns) {
