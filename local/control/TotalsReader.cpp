@@ -70,18 +70,24 @@ void TotalsReader::Seek(SqlDatabase& database, std::span<const Wanted> wanted, s
   }
 }
 
-bool TotalsReader::NextPack() {
+bool TotalsReader::StepPack() {
   m_passed = m_at;
-  if (m_at.row != 0 && Clock::now() >= m_end) {
-    m_isInterrupted = true;
-    return false;
-  }
-  if (!m_packs->Step()) {
+  m_isAtEnd = m_isAtEnd || !m_packs->Step();
+  if (m_isAtEnd) {
     return false;
   }
   m_at = {m_packs->Whole(kPackTime), m_packs->Whole(kPackRow)};
   m_pack = m_packs->Bytes(kPackBytes);
   return true;
+}
+
+bool TotalsReader::NextPack() {
+  if (m_at.row != 0 && Clock::now() >= m_end) {
+    m_passed = m_at;
+    m_isInterrupted = !m_isAtEnd;
+    return false;
+  }
+  return StepPack();
 }
 
 void TotalsReader::NextChunk() {
@@ -142,11 +148,20 @@ TakenRows& TotalsReader::Take() {
   const std::int64_t time = m_at.time;
   TakenRows& taken = m_taken.try_emplace(layout->layout, *layout->layout).first->second;
   taken.Clear();
-  do {
+  AddRows(taken);
+  m_last = m_at;
+  // Rows of one time are never parted: what goes on does so at the begin of the next pack.
+  while (m_pack.empty() && StepPack()) {
+    const std::span<const unsigned char> pack = m_pack;
+    if (!TakeChunk(m_chunk) || !m_chunk.isGoingOn || m_chunk.layout != layout ||
+        m_at.time != time) {
+      m_pack = pack;
+      break;
+    }
     AddRows(taken);
     m_last = m_at;
-    NextChunk();
-  } while (m_chunk.isGoingOn && m_chunk.layout == layout && m_at.time == time);
+  }
+  NextChunk();
   return taken;
 }
 
@@ -183,6 +198,7 @@ void TotalsReader::Rest() {
   m_at = {};
   m_passed = {};
   m_isInterrupted = false;
+  m_isAtEnd = false;
   if (m_packs) {
     m_packs->Reset();
     m_description->Reset();

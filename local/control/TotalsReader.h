@@ -55,6 +55,9 @@ class TotalsReader : public RowSource {
   };
 
   void Prepare(SqlDatabase& database);
+  /// False at the end.
+  [[nodiscard]] bool StepPack();
+  /// The same; false also if time is up.
   [[nodiscard]] bool NextPack();
   /// Goes to the next rows that are wanted.
   void NextChunk();
@@ -78,4 +81,5 @@ class TotalsReader : public RowSource {
   RowPlace m_passed;
   Clock::time_point m_end;
   bool m_isInterrupted = false;
+  bool m_isAtEnd = false;
 };

@@ -347,6 +347,18 @@ TEST_F(SampleQueriesTest, OneTimeOfOneRecordIsGivenWholeHoweverLittleIsAskedFor)
   EXPECT_EQ(all.head["rows"], kRows);
   EXPECT_THAT(Counts(all), HasSubstr(" 4998 4999 "));
   EXPECT_EQ(all.head["more"], false);
+  // Also where time is up at once.
+  TotalsReader reader;
+  const TotalsReader::Wanted wanted[] = {{&kFakeLayout, {}}};
+  Batch(m_now + 1, {1});
+  reader.Seek(*m_store.Database(), wanted, 0, m_now, {});
+  ASSERT_TRUE(reader.HasRow());
+  EXPECT_EQ(reader.Take().Size(), kRows);
+  EXPECT_EQ(reader.Last().row, 3);
+  EXPECT_TRUE(reader.HasRow());
+  EXPECT_EQ(reader.Take().Size(), 1U);
+  EXPECT_FALSE(reader.HasRow());
+  EXPECT_EQ(reader.Passed().row, 4);
 }
 
 TEST_F(SampleQueriesTest, APlaceThatIsGoneOrAheadIsNotWaitedFor) {
