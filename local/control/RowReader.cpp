@@ -136,7 +136,7 @@ void RowReader::Seek(SqlDatabase& database, const RowPlace& after, std::int64_t 
     return;
   }
   if (const auto first = m_finder->FirstBehind(after, now)) {
-    m_rows->Bind(1, *first);
+    m_rows->Bind(1, std::max<std::int64_t>(*first, 1));
     Step();
   }
 }

@@ -32,6 +32,8 @@ class RowSource {
   virtual void Rest() = 0;
 };
 
+/// Numbers of rows begin at 1; what a stranger has numbered otherwise is not read.
+///
 /// How far a record was looked for where it had no row: at that row, which bears another sign, as a
 /// row of the record's own is not there.
 [[nodiscard]] inline RowPlace PassedPlace(const RowPlace& place) {

@@ -28,6 +28,12 @@ struct WantedRecord {
   const RecordLayout* layout;
   RowPlace place;               ///< the last row that was given, or PassedPlace()
   RowReader* reader = nullptr;  ///< null for totals
+  std::int64_t taken = 0;       ///< the last row that was given in this turn
+
+  void NoteTaken(const RowPlace& last) {
+    place = last;
+    taken = last.row;
+  }
 };
 
 ControlError BadSamplesField(const char* name, const std::string& wanted) {
@@ -192,7 +198,7 @@ struct SampleQueries::Work {
     const bool isGiven = record.place.row > 0 && record.place.time == time;
     TakenRows& taken = source.rows->Take();
     if (isGiven) {
-      record.place = source.rows->Last();
+      record.NoteTaken(source.rows->Last());
       return true;
     }
     text.SetTime(time);
@@ -209,7 +215,7 @@ struct SampleQueries::Work {
     }
     oldest = rows == 0 ? time : oldest;
     rows += taken.Size();
-    record.place = source.rows->Last();
+    record.NoteTaken(source.rows->Last());
     return true;
   }
   /// A record without rows up to where totals have been read need not be looked for there again.
@@ -219,7 +225,7 @@ struct SampleQueries::Work {
       const auto begin = totals.BeginOf(*record.layout);
       // A second batch of the second that was given last may still come.
       const bool isOfThatTime = record.place.row > 0 && record.place.time == passed.time;
-      if (begin && passed.row >= *begin && passed.row > RowOf(record.place) && !isOfThatTime) {
+      if (begin && passed.row >= *begin && passed.row > record.taken && !isOfThatTime) {
         record.place = PassedPlace(passed);
       }
     }
@@ -271,6 +277,7 @@ void SampleQueries::SeekAll(SqlDatabase& database, Work& work, TurnClock::time_p
   const std::int64_t now = std::time(nullptr);
   std::vector<TotalsReader::Wanted> totals;
   for (WantedRecord& record : work.records) {
+    record.taken = 0;
     if (HoldsGrowth(*record.layout)) {
       totals.push_back({record.layout, record.place});
       continue;

@@ -29,10 +29,10 @@ void TotalsReader::Prepare(SqlDatabase& database) {
     const std::string time = QuotedName(kTimeLabel);
     m_finder.emplace(database, table, time);
     const std::string pack = QuotedName(kPackColumn);
-    m_packs.emplace(database.Prepare("SELECT rowid, " + time + ", CASE WHEN length(" + pack +
-                                     ") <= " + std::to_string(TotalsTable::kMostReadBytes) +
-                                     " THEN " + pack + " END FROM " + table +
-                                     " WHERE rowid >= ?1 ORDER BY rowid"));
+    m_packs.emplace(database.Prepare(
+        "SELECT rowid, " + time + ", CASE WHEN typeof(" + pack + ") = 'blob' AND length(" + pack +
+        ") <= " + std::to_string(TotalsTable::kMostReadBytes) + " THEN " + pack + " END FROM " +
+        table + " WHERE rowid >= ?1 ORDER BY rowid"));
     m_description.emplace(database.Prepare("SELECT " + QuotedName(kDescriptionColumn) + " FROM " +
                                            QuotedName(kTotalsLayoutTable) + " WHERE " +
                                            QuotedName(kLayoutColumn) + " = ?1"));
@@ -45,7 +45,7 @@ void TotalsReader::Seek(SqlDatabase& database, std::span<const Wanted> wanted, s
   Prepare(database);
   Rest();
   m_end = end;
-  if (!m_packs) {
+  if (!m_packs || from == std::numeric_limits<std::int64_t>::max()) {
     return;
   }
   const RowPlace* former = nullptr;
@@ -129,6 +129,9 @@ const DescribedLayout* TotalsReader::LayoutOf(std::int64_t number) {
   auto place = m_layouts.find(number);
   if (place == m_layouts.end()) {
     if (m_layouts.size() == kMostLayouts) {
+      DropUnread();
+    }
+    if (m_layouts.size() == kMostLayouts) {
       return nullptr;
     }
     m_description->Bind(1, number);
@@ -151,7 +154,7 @@ TakenRows& TotalsReader::Take() {
   AddRows(taken);
   m_last = m_at;
   // Rows of one time are never parted: what goes on does so at the begin of the next pack.
-  while (m_pack.empty() && StepPack()) {
+  while (taken.Size() < kMostOfOneTime && m_pack.empty() && StepPack()) {
     const std::span<const unsigned char> pack = m_pack;
     if (!TakeChunk(m_chunk) || !m_chunk.isGoingOn || m_chunk.layout != layout ||
         m_at.time != time) {
@@ -186,6 +189,10 @@ void TotalsReader::AddRows(TakenRows& taken) const {
   }
 }
 
+void TotalsReader::DropUnread() {
+  std::erase_if(m_layouts, [](const auto& known) { return !known.second; });
+}
+
 std::optional<std::int64_t> TotalsReader::BeginOf(const RecordLayout& layout) const {
   const auto begin = std::ranges::find(m_begins, &layout, &Begin::layout);
   return begin == m_begins.end() ? std::nullopt : std::optional(begin->row);
@@ -204,7 +211,7 @@ void TotalsReader::Rest() {
     m_description->Reset();
   }
   // What could not be read may be put right.
-  std::erase_if(m_layouts, [](const auto& known) { return !known.second; });
+  DropUnread();
   for (auto& [layout, taken] : m_taken) {
     taken.Rest();
   }

@@ -66,6 +66,8 @@ class TotalsReader : public RowSource {
   [[nodiscard]] bool IsWanted(const Chunk& chunk) const;
   [[nodiscard]] const DescribedLayout* LayoutOf(std::int64_t number);
   void AddRows(TakenRows& taken) const;
+  /// Forgets the layouts that could not be read.
+  void DropUnread();
 
   bool m_isPrepared = false;  ///< without statements: there is no table
   std::optional<RowFinder> m_finder;

@@ -222,8 +222,8 @@ void MoveTotals(SqlDatabase& database, const std::string& schema, std::int64_t l
   if (columns(kTotalsTable) == totals) {
     database.Execute("INSERT INTO main." + QuotedName(kTotalsTable) + " (" + totals + ") SELECT " +
                      totals + " FROM " + schema + '.' + QuotedName(kTotalsTable) +
-                     " WHERE rowid <= " + std::to_string(last) + " AND length(" +
-                     QuotedName(kPackColumn) +
+                     " WHERE rowid <= " + std::to_string(last) + " AND typeof(" +
+                     QuotedName(kPackColumn) + ") = 'blob' AND length(" + QuotedName(kPackColumn) +
                      ") <= " + std::to_string(TotalsTable::kMostReadBytes) + " ORDER BY rowid");
   }
 }

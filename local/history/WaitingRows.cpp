@@ -1,6 +1,7 @@
 #include "local/history/WaitingRows.h"
 
 #include <chrono>
+#include <exception>
 
 #include "local/history/HistoryTables.h"
 #include "local/history/TotalsTable.h"
@@ -31,6 +32,18 @@ bool MoveTable(SqlDatabase& database, const std::string& table, std::vector<std:
   return database.Number("SELECT EXISTS (SELECT 1 FROM " + waiting + ")") != 0;
 }
 
+/// For want of memory, so that the next step finds nothing of this one.
+void Abandon(SqlDatabase& database, const std::string& detach) {
+  try {
+    if (database.IsInTransaction()) {
+      database.Execute("ROLLBACK");
+    }
+    database.Execute(detach);
+  } catch (const std::exception&) {
+    // The next step fails by it, which closes the file.
+  }
+}
+
 }  // namespace
 
 bool WaitingRows::Move(SqlDatabase& database, const std::string& file,
@@ -53,6 +66,9 @@ bool WaitingRows::Move(SqlDatabase& database, const std::string& file,
     if (!error.IsBroken()) {
       database.Execute(detach);
     }
+    throw;
+  } catch (...) {
+    Abandon(database, detach);
     throw;
   }
   database.Execute(detach);

@@ -16,9 +16,8 @@ class WaitingRows {
   static constexpr int kMovedTotals = 100;
 
   /// One step: both files change together, whatever happens meanwhile. Whether rows are left. What
-  /// was done to tables whose layout has changed is added to `fits`, a sentence each, see
-  /// FitTable(). After a failure that is not one of a broken file it may be called again. Throws
-  /// SqlError.
+  /// was done to tables whose layout has changed is added to `fits`, see FitTable(). After a
+  /// failure that is not one of a broken file it may be called again. Throws SqlError.
   [[nodiscard]] bool Move(SqlDatabase& database, const std::string& file,
                           std::vector<std::string>& fits);
 

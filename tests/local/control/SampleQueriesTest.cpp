@@ -379,6 +379,11 @@ TEST_F(SampleQueriesTest, APlaceThatIsGoneOrAheadIsNotWaitedFor) {
   EXPECT_EQ(Counts(Ask(R"(,"after":{"FAKE":[)" + far + ",99]}")), "3 4 ") << "it was the clock";
   EXPECT_EQ(Counts(Ask(R"(,"after":{"FAKE":[)" + far + ",1]}")), "3 4 ") << "another row";
   EXPECT_EQ(Counts(Ask(R"(,"since":)" + far)), "");
+  PublishSeldom();
+  const std::string former = R"(,"after":{"FAKE":[1,1],"SELD":[)" + std::to_string(m_now - 99);
+  for (const char* row : {",1000]}", ",-1000]}", ",1]}"}) {
+    EXPECT_EQ(Ask(former + row, "FAKE\",\"SELD").head["next"]["SELD"][1], -2) << row;
+  }
   m_store.Configure({});
   std::filesystem::rename("records.db", "aside.db");
   Batch(m_now - 5, {5});
@@ -459,6 +464,7 @@ TEST_F(SampleQueriesTest, OfDamagedTotalsTheOthersAreGiven) {
       {pack + "NULL WHERE rowid = 2", "1 3 "},
       {pack + "5 WHERE rowid = 2", "1 3 "},
       {pack + "x'00' WHERE rowid = 2", "1 3 "},
+      {pack + "printf('%.2000000c', 'x') WHERE rowid = 2", "1 3 "},
       {pack + "zeroblob(100) WHERE rowid = 2", "1 3 "},
       {pack + "zeroblob(2000000) WHERE rowid = 2", "1 3 "},
       {pack + "substr(Rows, 1, 51) WHERE rowid = 2", "1 3 "},
