@@ -62,8 +62,7 @@ void TotalsReader::Seek(SqlDatabase& database, std::span<const Wanted> wanted, s
   }
   if (!m_begins.empty()) {
     const std::int64_t first = std::ranges::min(m_begins, {}, &Begin::row).row;
-    m_packs->Bind(
-        1, first > from || from == std::numeric_limits<std::int64_t>::max() ? first : from + 1);
+    m_packs->Bind(1, std::max(first, from + 1));
     if (NextPack()) {
       NextChunk();
     }

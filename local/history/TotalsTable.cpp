@@ -206,9 +206,14 @@ void TotalsTable::Flush() {
 
 void MoveTotals(SqlDatabase& database, const std::string& schema, std::int64_t last) {
   MakeTables(database);
-  const auto columns = [&](const char* table) { return CommonColumns(database, schema, table); };
+  const auto shares = [&](const char* table, std::initializer_list<const char*> wanted) {
+    const std::string columns = CommonColumns(database, schema, table);
+    return std::ranges::all_of(wanted, [&](const char* name) {
+      return columns.find(QuotedName(name)) != std::string::npos;
+    });
+  };
   const std::string layout = QuotedName(kLayoutColumn) + ", " + QuotedName(kDescriptionColumn);
-  if (columns(kTotalsLayoutTable) == layout) {
+  if (shares(kTotalsLayoutTable, {kLayoutColumn, kDescriptionColumn})) {
     SqlStatement described = database.Prepare("SELECT " + layout + " FROM " + schema + '.' +
                                               QuotedName(kTotalsLayoutTable));
     while (described.Step()) {
@@ -219,7 +224,7 @@ void MoveTotals(SqlDatabase& database, const std::string& schema, std::int64_t l
     }
   }
   const std::string totals = QuotedName(kTimeLabel) + ", " + QuotedName(kPackColumn);
-  if (columns(kTotalsTable) == totals) {
+  if (shares(kTotalsTable, {kTimeLabel, kPackColumn})) {
     database.Execute("INSERT INTO main." + QuotedName(kTotalsTable) + " (" + totals + ") SELECT " +
                      totals + " FROM " + schema + '.' + QuotedName(kTotalsTable) +
                      " WHERE rowid <= " + std::to_string(last) + " AND typeof(" +
