@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "gate/GateLog.h"
-#include "gate/access/AccessError.h"
 #include "json/JsonText.h"
 #include "support/ListenAddress.h"
 
@@ -127,6 +126,7 @@ void Gate::TakeUp(const GateSettings& settings) {
   m_servers.clear();
   m_tls.reset();
   m_hasFault = false;
+  m_isFaultPassing = false;
   m_pages.ShowArguments(settings.showsArguments);
   OpenAccess();
   OpenTls();
@@ -188,8 +188,13 @@ void Gate::LookAtFaults() {
   }
   const std::vector<FileStamp> stamps{StampOf(m_settings.certificate), StampOf(m_settings.key),
                                       StampOf(m_settings.users), StampOf(m_settings.tokens)};
-  if (stamps != m_faultStamps && !std::exchange(m_faultStamps, stamps).empty()) {
+  const bool isFirstLook = m_faultStamps.empty();
+  const bool isPassing = m_isFaultPassing && !isFirstLook;
+  if (isPassing || (stamps != std::exchange(m_faultStamps, stamps) && !isFirstLook)) {
     m_faultStamps.clear();
+    if (!isPassing) {
+      m_toldFaults.clear();
+    }
     TakeUp(m_settings);
     TellAddresses();
     return;
@@ -204,9 +209,8 @@ void Gate::OpenAccess() {
     access =
         std::make_unique<Access>(m_settings.users, m_settings.tokens, Hooks(), m_pages.Failures());
   } catch (const AccessError& error) {
-    GateLog(std::string(error.what()) + "; addresses with TLS are left out");
+    NoteFault(error);
     access = std::make_unique<Access>("", "", Hooks(), m_pages.Failures());
-    m_hasFault = true;
   }
   m_pages.SetAccess(std::move(access), hasAccounts);
 }
@@ -223,8 +227,15 @@ void Gate::OpenTls() {
   try {
     m_tls = std::make_unique<TlsFiles>(m_settings.certificate, m_settings.key);
   } catch (const AccessError& error) {
+    NoteFault(error);
+  }
+}
+
+void Gate::NoteFault(const AccessError& error) {
+  m_hasFault = true;
+  m_isFaultPassing = m_isFaultPassing || dynamic_cast<const PassingAccessError*>(&error) != nullptr;
+  if (m_toldFaults.insert(error.what()).second) {
     GateLog(std::string(error.what()) + "; addresses with TLS are left out");
-    m_hasFault = true;
   }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include "gate/GatePages.h"
 #include "gate/GateSettings.h"
 #include "gate/TlsFiles.h"
+#include "gate/access/AccessError.h"
 #include "gate/alarm/AlarmDesk.h"
 #include "gate/daemon/DaemonDesk.h"
 #include "gate/http/HttpServer.h"
@@ -47,6 +49,7 @@ class Gate {
   void LookAtFaults();
   void OpenAccess();
   void OpenTls();
+  void NoteFault(const AccessError& error);
   void OpenListener(const std::string& text);
   void OpenAlarms();
   void TellAddresses();
@@ -73,7 +76,9 @@ class Gate {
   std::string m_answer;
   bool m_hasSettings = false;
   bool m_hasFault = false;  ///< a file of accounts or of the certificate is not as it should be
-  bool m_areAddressesTold = false;  ///< on the present connection
+  bool m_isFaultPassing = false;       ///< it may be as it should when it is read again
+  std::set<std::string> m_toldFaults;  ///< of these files as they are
+  bool m_areAddressesTold = false;     ///< on the present connection
   bool m_isToldGone = false;
   std::vector<FileStamp> m_faultStamps;
   LoopTimer m_fault;

@@ -389,6 +389,15 @@ void LocalNode::StartGate(const HttpSettings& settings, const LocalIniFile& ini)
   Parts().gate.Start(program);
 }
 
+void LocalNode::Leave(LoopParts& parts) {
+  parts.loop.Try([&parts] { parts.manager.Stopping(); });
+  parts.schedule.Stop();
+  parts.alarms.Stop();
+  parts.gate.Terminate();
+  parts.server.Close();
+  parts.loop.Try([&parts] { parts.gate.Wait(); });
+}
+
 int LocalNode::Run(CMBRunnableNode& node) {
   if (m_capture != nullptr) {
     MakeCapture(node);
@@ -399,12 +408,7 @@ int LocalNode::Run(CMBRunnableNode& node) {
   Parts().manager.Ready();
   Parts().operations.Memory().NoteRareWork();
   Parts().loop.Run(node);
-  Parts().manager.Stopping();
-  Parts().schedule.Stop();
-  Parts().alarms.Stop();
-  Parts().gate.Terminate();
-  Parts().server.Close();
-  Parts().gate.Wait();
+  Leave(Parts());
   return 0;
 }
 

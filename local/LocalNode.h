@@ -79,6 +79,10 @@ class LocalNode : public NodeLayer {
   std::string EndCapture() override;
 
  private:
+  struct LoopParts;
+  /// The steps of the stop, each also where one before it has lacked memory.
+  static void Leave(LoopParts& parts);
+
   /// All that hangs on the event loop.
   struct LoopParts {
     explicit LoopParts(const ProblemReport& report);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <ctime>
+#include <new>
 #include <utility>
 
 #include "gate/access/Authorization.h"
@@ -19,6 +20,16 @@ constexpr std::chrono::milliseconds kTellAfter{60'000};
 constexpr std::size_t kMaxSharing = 64;
 
 Verdict Denied(Verdict::Kind kind, const char* reason) { return {kind, Role::kNone, {}, reason}; }
+
+Verdict NoMemory() { return Denied(Verdict::Kind::kUnavailable, "out of memory"); }
+
+/// Those behind it are to be answered whatever comes of it.
+void AnswerNoMemory(const Access::Callback& callback) {
+  try {
+    callback(NoMemory());
+  } catch (const std::bad_alloc&) {
+  }
+}
 
 Verdict TooMany() { return Denied(Verdict::Kind::kTooMany, "too many logins wait to be checked"); }
 
@@ -72,6 +83,7 @@ void Access::Judge(const AccessRequest& request, Callback callback) {
   }
   login.isPassword = isBasic;
   login.address = FailureTable::KeyOf(request.peerAddress);
+  login.place = login.key + login.address;
   Prove(std::move(login), std::move(callback));
 }
 
@@ -100,11 +112,9 @@ Access::Login Access::ConsoleLogin(std::string token) const {
   return login;
 }
 
-std::string Access::PlaceOf(const Login& login) { return login.key + login.address; }
-
 void Access::Prove(Login login, Callback callback) {
   // A page asks for several things at once: one proof is enough for all of them.
-  const auto found = m_waiting.find(PlaceOf(login));
+  const auto found = m_waiting.find(login.place);
   if (found != m_waiting.end()) {
     if (found->second.size() < kMaxSharing) {
       found->second.push_back(std::move(callback));
@@ -126,15 +136,18 @@ void Access::ProvePassword(Login login, Callback callback) {
     callback(TooMany());
     return;
   }
-  m_waiting[PlaceOf(login)].push_back(std::move(callback));
-  if (wait->count() == 0) {
-    StartCheck(std::move(login), m_passwordCheck);
-    return;
-  }
-  m_hooks.after(*wait, [self = std::weak_ptr(m_self), login = std::move(login)] {
-    if (const auto access = self.lock()) {
-      (*access)->StartCheck(login, (*access)->m_passwordCheck);
+  Wait(login, std::move(callback));
+  OrGiveUp(login, [&] {
+    if (wait->count() == 0) {
+      StartCheck(login, m_passwordCheck);
+      return;
     }
+    m_hooks.after(*wait, [self = std::weak_ptr(m_self), login] {
+      if (const auto access = self.lock()) {
+        (*access)->OrGiveUp(login,
+                            [&] { (*access)->StartCheck(login, (*access)->m_passwordCheck); });
+      }
+    });
   });
 }
 
@@ -144,24 +157,46 @@ void Access::ProveToken(Login login, Callback callback) {
     return;
   }
   ++m_tokenChecks;
-  m_waiting[PlaceOf(login)].push_back(std::move(callback));
-  if (login.hash.empty()) {
-    AskConsole(login);
-  } else {
-    StartCheck(std::move(login), m_tokenCheck);
+  Wait(login, std::move(callback));
+  OrGiveUp(login, [&] {
+    if (login.hash.empty()) {
+      AskConsole(login);
+    } else {
+      StartCheck(login, m_tokenCheck);
+    }
+  });
+}
+
+void Access::Wait(const Login& login, Callback callback) {
+  try {
+    std::vector<Callback> callbacks;
+    callbacks.push_back(std::move(callback));
+    m_waiting.emplace(login.place, std::move(callbacks));
+  } catch (const std::bad_alloc&) {
+    EndCheck(login);
+    throw;
   }
 }
 
-void Access::StartCheck(Login login, PasswordCheck& check) {
-  std::string secret = std::exchange(login.secret, {});
-  std::string hash = login.hash;
-  const auto done = [self = std::weak_ptr(m_self), login](bool isRight) {
+template <class Step>
+void Access::OrGiveUp(const Login& login, Step step) {
+  try {
+    step();
+  } catch (const std::bad_alloc&) {
+    Answer(login, NoMemory());
+    throw;
+  }
+}
+
+void Access::StartCheck(const Login& login, PasswordCheck& check) {
+  Login kept = login;
+  kept.secret.clear();
+  const auto done = [self = std::weak_ptr(m_self), kept](bool isRight) {
     if (const auto access = self.lock()) {
-      (*access)->Finish(login, isRight && login.isKnown, kGoodFor);
+      (*access)->Finish(kept, isRight && kept.isKnown, kGoodFor);
     }
   };
-  if (!check.Check(std::move(secret), std::move(hash), done)) {
-    EndCheck(login);
+  if (!check.Check(login.secret, login.hash, done)) {
     Answer(login, TooMany());
   }
 }
@@ -174,7 +209,6 @@ void Access::AskConsole(const Login& login) {
       return;
     }
     if (!isValid) {
-      (*access)->EndCheck(login);
       (*access)->Answer(login, Denied(Verdict::Kind::kUnavailable, "the daemon does not answer"));
       return;
     }
@@ -184,18 +218,28 @@ void Access::AskConsole(const Login& login) {
 }
 
 void Access::Finish(const Login& login, bool isRight, std::chrono::seconds good) {
-  EndCheck(login);
-  if (isRight) {
-    m_good.Add(login.key, m_hooks.now() + good);
-    Answer(login, {Verdict::Kind::kGranted, login.role, login.name, {}});
-    return;
-  }
-  const Verdict refusal = Denied(Verdict::Kind::kRefused, "the login is not right");
-  if (login.isPassword) {
-    CountFailure(login.address);
-    Answer(login, refusal);
-  } else {
-    FailLate(login.address, TakeWaiting(login), refusal);
+  OrGiveUp(login, [&] {
+    if (isRight) {
+      const Verdict granted{Verdict::Kind::kGranted, login.role, login.name, {}};
+      NoteGood(login, m_hooks.now() + good);
+      Answer(login, granted);
+      return;
+    }
+    const Verdict refusal = Denied(Verdict::Kind::kRefused, "the login is not right");
+    if (login.isPassword) {
+      CountFailure(login.address);
+      Answer(login, refusal);
+    } else {
+      FailLate(login.address, TakeWaiting(login), refusal);
+    }
+  });
+}
+
+void Access::NoteGood(const Login& login, std::chrono::steady_clock::time_point until) {
+  try {
+    m_good.Add(login.key, until);
+  } catch (const std::bad_alloc&) {
+    // It has to be proved again next time.
   }
 }
 
@@ -210,14 +254,22 @@ void Access::EndCheck(const Login& login) {
 void Access::Answer(const Login& login, const Verdict& verdict) {
   // A callback may ask again, or be the end of this object.
   for (const Callback& callback : TakeWaiting(login)) {
-    callback(verdict);
+    try {
+      callback(verdict);
+    } catch (const std::bad_alloc&) {
+      AnswerNoMemory(callback);
+    }
   }
 }
 
 std::vector<Access::Callback> Access::TakeWaiting(const Login& login) {
-  const auto found = m_waiting.find(PlaceOf(login));
+  const auto found = m_waiting.find(login.place);
+  if (found == m_waiting.end()) {
+    return {};
+  }
   std::vector<Callback> callbacks = std::move(found->second);
   m_waiting.erase(found);
+  EndCheck(login);
   return callbacks;
 }
 

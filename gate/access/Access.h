@@ -31,7 +31,7 @@ struct Verdict {
     kGranted,     ///< `role` and `name` tell who asks
     kRefused,     ///< what it says is not right
     kTooMany,     ///< too many wait to be checked
-    kUnavailable  ///< the daemon can't be asked about the token
+    kUnavailable  ///< the daemon can't be asked about the token, or memory lacks
   };
 
   Kind kind = Kind::kNone;
@@ -70,7 +70,8 @@ class Access {
   Access(const Access&) = delete;
   Access& operator=(const Access&) = delete;
 
-  /// Calls `callback` once, at once or later on the loop; not after this object is gone.
+  /// Calls `callback` once, at once or later on the loop; not after this object is gone. One that
+  /// ends for want of memory is called once more, by kUnavailable.
   ///
   /// Over TLS users are let in by Basic, tokens of the file and console tokens by Bearer; without
   /// it, console tokens on the loopback and nothing elsewhere. Who has proved right need not again
@@ -94,6 +95,7 @@ class Access {
     bool isPassword = false;
     std::string key;      ///< of m_good
     std::string address;  ///< of m_failures
+    std::string place;    ///< of m_waiting: both of them
   };
   /// All that wait for the proof of one login from one address.
   using Waiting = std::unordered_map<std::string, std::vector<Callback>>;
@@ -101,16 +103,22 @@ class Access {
   [[nodiscard]] Login LoginOf(std::string name, std::string secret, AccountFile& file,
                               const char* kind);
   [[nodiscard]] Login ConsoleLogin(std::string token) const;
-  /// What m_waiting knows it by.
-  [[nodiscard]] static std::string PlaceOf(const Login& login);
   void Prove(Login login, Callback callback);
   void ProvePassword(Login login, Callback callback);
   void ProveToken(Login login, Callback callback);
-  void StartCheck(Login login, PasswordCheck& check);
+  /// The check has begun, and who asked waits for it.
+  void Wait(const Login& login, Callback callback);
+  /// A step of a check that is under way: where memory lacks the check is over.
+  template <class Step>
+  void OrGiveUp(const Login& login, Step step);
+  void StartCheck(const Login& login, PasswordCheck& check);
   void AskConsole(const Login& login);
   void Finish(const Login& login, bool isRight, std::chrono::seconds good);
+  void NoteGood(const Login& login, std::chrono::steady_clock::time_point until);
   void EndCheck(const Login& login);
+  /// Nothing once it was answered.
   void Answer(const Login& login, const Verdict& verdict);
+  /// Ends the check; none once they were taken.
   [[nodiscard]] std::vector<Callback> TakeWaiting(const Login& login);
   void CountFailure(const std::string& address);
   void FailLate(const std::string& address, std::vector<Callback> callbacks,

@@ -31,8 +31,13 @@ CheckedFile ReadCheckedFile(const std::string& path) {
   const TextFilePtr stream = OpenTextFile(path);
   struct stat status {};
   if (stream == nullptr || ::fstat(::fileno(stream.get()), &status) != 0) {
-    throw AccessError(path + ": " +
-                      (errno == EINVAL ? "it is no regular file" : std::strerror(errno)));
+    const int code = errno;
+    const std::string why =
+        path + ": " + (code == EINVAL ? "it is no regular file" : std::strerror(code));
+    if (code == EMFILE || code == ENFILE || code == ENOMEM || code == EINTR) {
+      throw PassingAccessError(why);
+    }
+    throw AccessError(why);
   }
   CheckedFile file{{}, status.st_mode, status.st_uid, status.st_gid};
   // One byte more tells a file that is too long, whatever its size was said to be.

@@ -4,15 +4,20 @@
 #include <gnutls/gnutls.h>
 #include <signal.h>
 
+#include <cerrno>
 #include <condition_variable>
 #include <cstring>
 #include <list>
 #include <mutex>
+#include <new>
 #include <string_view>
 #include <thread>
 #include <utility>
 
 namespace {
+
+/// Before what lacked memory is tried again.
+constexpr std::chrono::milliseconds kMemoryPause{100};
 
 struct WipeCrypt {
   void operator()(crypt_data* data) const {
@@ -23,14 +28,26 @@ struct WipeCrypt {
 
 bool IsRightSecret(const std::string& secret, const std::string& hash) {
   const std::unique_ptr<crypt_data, WipeCrypt> data(new crypt_data{});
+  errno = 0;
   const char* made = ::crypt_r(secret.c_str(), hash.c_str(), data.get());
-  if (made == nullptr) {
-    return false;
-  }
-  const std::string_view text(made);
+  const std::string_view text(made == nullptr ? "*" : made);
   // "*" begins what crypt(3) tells a failure by.
+  if (text.starts_with('*') && errno == ENOMEM) {
+    throw std::bad_alloc();
+  }
   return !text.starts_with('*') && text.size() == hash.size() &&
          gnutls_memcmp(text.data(), hash.data(), hash.size()) == 0;
+}
+
+/// The same once there is memory for it.
+bool IsRightSecretAtLast(const std::string& secret, const std::string& hash) {
+  for (;;) {
+    try {
+      return IsRightSecret(secret, hash);
+    } catch (const std::bad_alloc&) {
+      std::this_thread::sleep_for(kMemoryPause);
+    }
+  }
 }
 
 /// Runs on a thread that nobody waits for and that takes no signal: those are the loop's.
@@ -64,8 +81,10 @@ class PasswordCheck::Worker {
   struct Job {
     std::string secret;
     std::string hash;
-    Done done;
+    std::shared_ptr<Done> done;
   };
+
+  void Tell(std::unique_lock<std::mutex>& lock, const std::shared_ptr<Done>& done, bool isRight);
 
   const Poster m_post;
   const std::chrono::milliseconds m_pause;
@@ -77,12 +96,13 @@ class PasswordCheck::Worker {
 };
 
 bool PasswordCheck::Worker::Add(std::string secret, std::string hash, Done done) {
+  auto shared = std::make_shared<Done>(std::move(done));
   {
     const std::scoped_lock lock(m_mutex);
     if (m_jobs.size() >= m_mostWaiting) {
       return false;
     }
-    m_jobs.push_back({std::move(secret), std::move(hash), std::move(done)});
+    m_jobs.push_back({std::move(secret), std::move(hash), std::move(shared)});
   }
   m_wake.notify_one();
   return true;
@@ -112,12 +132,22 @@ void PasswordCheck::Worker::Work() {
     m_jobs.pop_front();
     lock.unlock();
     next = std::chrono::steady_clock::now() + m_pause;
-    const bool isRight = IsRightSecret(job.secret, job.hash);
+    const bool isRight = IsRightSecretAtLast(job.secret, job.hash);
     ::explicit_bzero(job.secret.data(), job.secret.size());
     lock.lock();
-    // Under the lock: behind End() the loop may be gone.
-    if (!m_isEnding) {
-      m_post([done = std::move(job.done), isRight] { done(isRight); });
+    Tell(lock, job.done, isRight);
+  }
+}
+
+void PasswordCheck::Worker::Tell(std::unique_lock<std::mutex>& lock,
+                                 const std::shared_ptr<Done>& done, bool isRight) {
+  // Under the lock: behind End() the loop may be gone.
+  for (bool isTold = false; !isTold && !m_isEnding;) {
+    try {
+      m_post([done, isRight] { (*done)(isRight); });
+      isTold = true;
+    } catch (const std::bad_alloc&) {
+      m_wake.wait_for(lock, kMemoryPause, [this] { return m_isEnding; });
     }
   }
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <new>
 #include <utility>
 
 #include "gate/alarm/AlertmanagerSender.h"
@@ -55,8 +56,12 @@ AlarmDesk::AlarmDesk(DaemonDesk& desk, HttpSender& sender, AlarmTargets targets,
 
 AlarmDesk::~AlarmDesk() {
   // The end of the file's writer waits for it.
-  if (!m_receivers.empty()) {
-    Save();
+  try {
+    if (!m_receivers.empty()) {
+      Save();
+    }
+  } catch (const std::bad_alloc&) {
+    // The file stays as it is: what it lacks is told once more.
   }
 }
 
@@ -100,7 +105,14 @@ void AlarmDesk::FollowAgain(std::chrono::milliseconds pause) {
   }
   m_isLive = false;
   m_question.reset();
-  m_again.After(pause, [this] { Follow(); });
+  m_again.After(pause, [this] {
+    try {
+      Follow();
+    } catch (const std::bad_alloc&) {
+      FollowAgain(kFollowPause);
+      throw;
+    }
+  });
 }
 
 void AlarmDesk::OnAnswer(bool isGood, std::string_view line) {
@@ -115,6 +127,8 @@ void AlarmDesk::OnAnswer(bool isGood, std::string_view line) {
   const Json told = ParseJson(line, kAlarmJson).value;
   const Json* list = told.Find("alarms");
   m_before = m_memory;
+  // What ends from now on is news, also where the first answer can't be taken.
+  m_memory.contact = m_memory.contact == 0 ? std::time(nullptr) : m_memory.contact;
   TakeActive(list == nullptr ? Json::Array() : *list);
   if (m_before.contact == 0) {
     GoLive();
@@ -212,22 +226,30 @@ void AlarmDesk::TakeEvent(const AlarmPtr& alarm) {
 }
 
 void AlarmDesk::Tell(const AlarmPtr& alarm, bool isNews) {
-  m_memory.Note(*alarm);
+  // Before it counts as told: where memory lacks it is told once more rather than never.
+  for (const auto& receiver : m_receivers) {
+    receiver->Take(alarm, isNews);
+  }
   if (alarm->IsActive()) {
     m_active[alarm->Key()] = alarm;
   } else {
     m_active.erase(alarm->Key());
   }
-  for (const auto& receiver : m_receivers) {
-    receiver->Take(alarm, isNews);
-  }
+  m_memory.Note(*alarm);
   m_desk.Memory().NoteWork();
   PlanSave();
 }
 
 void AlarmDesk::PlanSave() {
   if (!m_targets.folder.empty() && !std::exchange(m_isSavePlanned, true)) {
-    m_save.After(kSavePause, [this] { Save(); });
+    m_save.After(kSavePause, [this] {
+      try {
+        Save();
+      } catch (const std::bad_alloc&) {
+        PlanSave();
+        throw;
+      }
+    });
   }
 }
 

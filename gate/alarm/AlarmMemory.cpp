@@ -34,14 +34,15 @@ Json KeysJson(const std::set<AlarmKey>& keys) {
 }  // namespace
 
 void AlarmMemory::Note(const Alarm& alarm) {
-  newest = alarm.since > newestSince ? alarm.id : std::max(newest, alarm.id);
-  newestSince = std::max(newestSince, alarm.since);
-  owed.erase(alarm.Key());
+  // First, as it may lack memory: the alarm is as new as before then.
   if (alarm.IsActive()) {
     active.insert(alarm.Key());
   } else {
     active.erase(alarm.Key());
   }
+  newest = alarm.since > newestSince ? alarm.id : std::max(newest, alarm.id);
+  newestSince = std::max(newestSince, alarm.since);
+  owed.erase(alarm.Key());
 }
 
 AlarmMemory ReadAlarmMemory(const std::string& path) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <new>
 #include <utility>
 
 #include "json/JsonText.h"
@@ -105,15 +106,29 @@ void AlertmanagerSender::Take(const AlarmPtr& alarm, bool isNews) {
     m_settings.onChange();
     return;
   }
-  m_alarms[key] = std::make_shared<Notice>(Notice{alarm, isNews});
   m_news.insert(key);
+  m_alarms[key] = std::make_shared<Notice>(Notice{alarm, isNews});
   if (!m_isSending && !m_isWaiting) {
     Plan(m_pace.gather);
   }
 }
 
 void AlertmanagerSender::Plan(std::chrono::milliseconds pause) {
-  m_timer.After(pause, [this] { BeginRound(); });
+  m_timer.After(pause, [this] { Try(&AlertmanagerSender::BeginRound); });
+}
+
+template <class... Arguments>
+void AlertmanagerSender::Try(void (AlertmanagerSender::*step)(Arguments...),
+                             Arguments... arguments) {
+  try {
+    (this->*step)(arguments...);
+  } catch (const std::bad_alloc&) {
+    m_isSending = false;
+    m_isWaiting = true;
+    m_fullRound = {};
+    Plan(m_pace.first);
+    throw;
+  }
 }
 
 void AlertmanagerSender::BeginRound() {
@@ -127,7 +142,9 @@ void AlertmanagerSender::BeginRound() {
     }
   } else {
     for (const AlarmKey& key : m_news) {
-      m_round.push_back(m_alarms.at(key));
+      if (const auto known = m_alarms.find(key); known != m_alarms.end()) {
+        m_round.push_back(known->second);
+      }
     }
   }
   m_news.clear();
@@ -142,7 +159,7 @@ void AlertmanagerSender::EndRound() {
   if (!m_news.empty()) {
     Plan(m_pace.gather);
   } else if (!m_alarms.empty()) {
-    m_timer.At(m_fullRound, [this] { BeginRound(); });
+    m_timer.At(m_fullRound, [this] { Try(&AlertmanagerSender::BeginRound); });
   }
 }
 
@@ -168,7 +185,9 @@ void AlertmanagerSender::SendNext() {
                              .body = JsonText(alerts),
                              .identity = m_settings.identity,
                              .timeout = kAlertTimeout},
-                            [this](const SendResult& result) { OnResult(result); });
+                            [this](const SendResult& result) {
+                              Try<const SendResult&>(&AlertmanagerSender::OnResult, result);
+                            });
 }
 
 void AlertmanagerSender::OnResult(const SendResult& result) {
@@ -186,7 +205,7 @@ void AlertmanagerSender::OnResult(const SendResult& result) {
     Drop(false);
   }
   // The request that has just ended is freed by the next one, out of its own turn.
-  m_timer.After({}, [this] { SendNext(); });
+  m_timer.After({}, [this] { Try(&AlertmanagerSender::SendNext); });
   m_settings.onChange();
 }
 
@@ -218,7 +237,7 @@ void AlertmanagerSender::OnRefusal(const SendResult& result) {
     // One that refuses all is not asked alarm by alarm in no time.
     pause = m_backoff.Next(result.retryAfter);
   }
-  m_timer.After(pause, [this] { SendNext(); });
+  m_timer.After(pause, [this] { Try(&AlertmanagerSender::SendNext); });
 }
 
 void AlertmanagerSender::Drop(bool isGivenUp) {

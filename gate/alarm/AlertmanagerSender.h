@@ -50,6 +50,9 @@ class AlertmanagerSender : public AlarmReceiver {
   using NoticePtr = std::shared_ptr<Notice>;
 
   void Plan(std::chrono::milliseconds pause);
+  /// Where the step lacks memory all that is to be told is sent anew, later.
+  template <class... Arguments>
+  void Try(void (AlertmanagerSender::*step)(Arguments...), Arguments... arguments);
   void BeginRound();
   void EndRound();
   void SendNext();

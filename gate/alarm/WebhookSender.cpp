@@ -1,5 +1,6 @@
 #include "gate/alarm/WebhookSender.h"
 
+#include <new>
 #include <utility>
 
 #include "json/JsonText.h"
@@ -8,6 +9,8 @@ namespace {
 
 constexpr std::chrono::seconds kWebhookTimeout{10};
 constexpr std::chrono::seconds kLongestPause{60};
+/// Before what lacked memory is tried again.
+constexpr Backoff::Pause kMemoryPause{1000};
 
 }  // namespace
 
@@ -31,8 +34,20 @@ void WebhookSender::Take(const AlarmPtr& alarm, bool isNews) {
     ++m_figures.dropped;
   }
   if (!m_isAtWork) {
-    SendNext();
+    Plan(Backoff::Pause(0));
+    m_isAtWork = true;
   }
+}
+
+void WebhookSender::Plan(Backoff::Pause pause) {
+  m_pause.After(pause, [this] {
+    try {
+      SendNext();
+    } catch (const std::bad_alloc&) {
+      Plan(kMemoryPause);
+      throw;
+    }
+  });
 }
 
 void WebhookSender::SendNext() {
@@ -55,20 +70,22 @@ void WebhookSender::OnResult(const SendResult& result) {
   const bool isTaken = IsTaken(result);
   m_figures.sent += isTaken ? 1 : 0;
   m_figures.failures += isTaken ? 0 : 1;
-  ++m_tries;
-  if (isTaken) {
-    m_note.Work();
-    m_backoff.Reset();
-  } else {
-    m_note.Fail(result);
-    m_figures.dropped += m_tries == kMostTries ? 1 : 0;
-  }
-  if (isTaken || m_tries == kMostTries) {
+  const bool isOver = ++m_tries == kMostTries || isTaken;
+  if (isOver) {
+    m_figures.dropped += isTaken ? 0 : 1;
     m_waiting.pop_front();
     m_tries = 0;
   }
-  m_pause.After(isTaken ? Backoff::Pause(0) : m_backoff.Next(result.retryAfter),
-                [this] { SendNext(); });
+  if (isTaken) {
+    m_backoff.Reset();
+  }
+  // First, since the words on it may lack memory.
+  Plan(isTaken ? Backoff::Pause(0) : m_backoff.Next(result.retryAfter));
+  if (isTaken) {
+    m_note.Work();
+  } else {
+    m_note.Fail(result);
+  }
   m_settings.onChange();
 }
 

@@ -25,6 +25,8 @@ class WebhookSender : public AlarmReceiver {
   void AddOwed(std::set<AlarmKey>& keys) const override;
 
  private:
+  /// Sends the next one after so long, and where memory lacks, once more later.
+  void Plan(Backoff::Pause pause);
   void SendNext();
   void OnResult(const SendResult& result);
 

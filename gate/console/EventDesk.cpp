@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <new>
 #include <set>
 #include <utility>
 #include <vector>
@@ -72,6 +73,19 @@ void EventDesk::Begin(const std::shared_ptr<HttpExchange>& exchange, EventQuery 
   const auto listener =
       std::make_shared<EventListener>(m_desk, std::move(query), stream, m_showsArguments);
   m_listeners.push_back(listener);
+  try {
+    Admit(exchange, listener, stream);
+  } catch (const std::bad_alloc&) {
+    // Its reader comes again.
+    listener->End();
+    m_listeners.remove(listener);
+    throw;
+  }
+}
+
+void EventDesk::Admit(const std::shared_ptr<HttpExchange>& exchange,
+                      const std::shared_ptr<EventListener>& listener,
+                      const std::shared_ptr<HttpStream>& stream) {
   // Who leaves is forgotten in the loop's own turn, as this is called within the server's.
   stream->OnGone([this] { m_keepAlive.After({}, [this] { KeepAlive(); }); });
   exchange->AnswerStream({200, "text/event-stream", "", false, {{"Cache-Control", "no-store"}}},
@@ -139,8 +153,14 @@ void EventDesk::OnDaemonGone() {
     RemoveGone();
     m_follow.reset();
     m_alarms.reset();
-    if (!m_listeners.empty()) {
+    if (m_listeners.empty()) {
+      return;
+    }
+    try {
       Follow();
+    } catch (const std::bad_alloc&) {
+      OnDaemonGone();
+      throw;
     }
   });
   if (!std::exchange(m_isDaemonGone, true)) {

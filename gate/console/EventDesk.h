@@ -26,6 +26,9 @@ class EventDesk {
 
  private:
   void Begin(const std::shared_ptr<HttpExchange>& exchange, EventQuery query);
+  void Admit(const std::shared_ptr<HttpExchange>& exchange,
+             const std::shared_ptr<EventListener>& listener,
+             const std::shared_ptr<HttpStream>& stream);
   void Follow();
   void FollowAlarms();
   void OnAnswer(bool isGood);

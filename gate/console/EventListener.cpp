@@ -1,6 +1,7 @@
 #include "gate/console/EventListener.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "json/JsonText.h"
@@ -57,10 +58,20 @@ void EventListener::Start(std::int64_t now) {
   }
 }
 
+template <class Step>
+void EventListener::OrEnd(Step step) {
+  try {
+    step();
+  } catch (const std::bad_alloc&) {
+    End();
+    throw;
+  }
+}
+
 void EventListener::BeginStretch() {
   // All come back at once when the daemon does, and each may hold the rows of one time.
   if (!m_isReading && s_reading >= kMostReading) {
-    m_pause.After(kReaderPause, [this] { BeginStretch(); });
+    m_pause.After(kReaderPause, [this] { OrEnd([this] { BeginStretch(); }); });
     return;
   }
   s_reading += std::exchange(m_isReading, true) ? 0 : 1;
@@ -76,7 +87,7 @@ void EventListener::EndStretch() {
   }
   m_query.since = m_stretchEnd;
   m_stream->Put(FrameOfLine(JsonText(Json{{"event", "batch"}, {"time", m_stretchEnd}})).text);
-  m_pause.After({}, [this] { BeginStretch(); });
+  m_pause.After({}, [this] { OrEnd([this] { BeginStretch(); }); });
 }
 
 EventListener::~EventListener() { StopReading(); }
@@ -157,7 +168,8 @@ void EventListener::WaitForReader(const Json& after, int patience) {
   } else if (patience == 0) {
     End();
   } else {
-    m_pause.After(kReaderPause, [this, after, patience] { WaitForReader(after, patience - 1); });
+    m_pause.After(kReaderPause,
+                  [this, after, patience] { OrEnd([&] { WaitForReader(after, patience - 1); }); });
   }
 }
 

@@ -39,6 +39,9 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
 
  private:
   [[nodiscard]] bool Wants(const EventFrame& frame) const;
+  /// A step of reading back: where memory lacks the stream ends, and its reader comes again.
+  template <class Step>
+  void OrEnd(Step step);
   void Put(const EventFrame& frame);
   void AskSchedules();
   void StopReading();

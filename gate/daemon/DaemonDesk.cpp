@@ -1,5 +1,6 @@
 #include "gate/daemon/DaemonDesk.h"
 
+#include <new>
 #include <utility>
 
 #include "json/JsonText.h"
@@ -117,7 +118,12 @@ DaemonDesk::QuestionPtr DaemonDesk::AskJson(const Json& request, DoneJson done) 
         return bytes.find('\n') == std::string_view::npos && text->size() <= kMaxParsed;
       },
       [text, done = std::move(done)](End end) {
-        done(end == End::kDone && text->ends_with('\n') ? ParseJson(*text, kAnswerLimits).value
-                                                        : Json(nullptr));
+        try {
+          done(end == End::kDone && text->ends_with('\n') ? ParseJson(*text, kAnswerLimits).value
+                                                          : Json(nullptr));
+        } catch (const std::bad_alloc&) {
+          done(Json(nullptr));
+          throw;
+        }
       });
 }

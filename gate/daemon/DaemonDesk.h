@@ -42,7 +42,8 @@ class DaemonDesk {
 
   /// Asks; `done` is called from the loop, once, unless the question is freed before.
   [[nodiscard]] QuestionPtr Ask(const Json& request, Take take, Done done);
-  /// The same for an answer of one line, which is parsed: null where there is none.
+  /// The same for an answer of one line, which is parsed: null where there is none. A `done` that
+  /// ends for want of memory is called once more, with null.
   using DoneJson = std::function<void(const Json& answer)>;
   [[nodiscard]] QuestionPtr AskJson(const Json& request, DoneJson done);
 

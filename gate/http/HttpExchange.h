@@ -55,8 +55,8 @@ class HttpStream {
 
   void Put(Piece piece) {
     if (!m_isGone) {
-      m_waiting += piece->size();
       m_pieces.push_back(std::move(piece));
+      m_waiting += m_pieces.back()->size();
       Tell(m_onMore);
     }
   }
@@ -119,18 +119,22 @@ class HttpExchange {
   bool isTls = false;       ///< it came by a listener with a certificate
   bool isLoopback = false;  ///< it came by a listener on a loopback address
 
-  /// To be called once, as an alternative to AnswerStream.
+  /// The first one counts, as does that of AnswerStream.
   void Answer(HttpAnswer answer) {
+    if (std::exchange(m_isAnswered, true)) {
+      return;
+    }
     m_answer = std::move(answer);
-    m_isAnswered = true;
     if (m_onAnswer) {
       m_onAnswer();
     }
   }
   /// The same with a body that comes by and by; `head` has none.
   void AnswerStream(HttpAnswer head, std::shared_ptr<HttpStream> stream) {
-    m_stream = std::move(stream);
-    Answer(std::move(head));
+    if (!m_isAnswered) {
+      m_stream = std::move(stream);
+      Answer(std::move(head));
+    }
   }
   [[nodiscard]] bool IsAnswered() const { return m_isAnswered; }
   [[nodiscard]] const HttpAnswer& TheAnswer() const { return m_answer; }

@@ -311,8 +311,8 @@ void AlarmBook::Stop() {
   if (m_states == nullptr) {
     return;
   }
-  m_command.Stop();
-  static_cast<void>(Evaluate(AlarmClock::now() + kTurn));
-  static_cast<void>(m_history.Flush());
-  m_states->SaveLast(m_watches);
+  m_loop.Try([this] { m_command.Stop(); });
+  m_loop.Try([this] { static_cast<void>(Evaluate(AlarmClock::now() + kTurn)); });
+  m_loop.Try([this] { static_cast<void>(m_history.Flush()); });
+  m_loop.Try([this] { m_states->SaveLast(m_watches); });
 }

@@ -332,11 +332,9 @@ void AlarmCommand::Stop() {
     return;
   }
   m_isStopped = true;
-  if (!m_children.empty() || !m_waiting.empty()) {
-    m_report(m_settings.program + ": the daemon stops: " + std::to_string(m_children.size()) +
-             " commands are ended, " + std::to_string(m_waiting.size()) + " are not started");
-  }
-  m_dropped += m_waiting.size();
+  const std::size_t ended = m_children.size();
+  const std::size_t left = m_waiting.size();
+  m_dropped += left;
   m_waiting.clear();
   for (const auto& child : m_children) {
     child->Kill();
@@ -346,6 +344,11 @@ void AlarmCommand::Stop() {
     child->Reap(until);
   }
   m_children.clear();
+  // Last, since the words may lack memory.
+  if (ended != 0 || left != 0) {
+    m_report(m_settings.program + ": the daemon stops: " + std::to_string(ended) +
+             " commands are ended, " + std::to_string(left) + " are not started");
+  }
 }
 
 void AlarmCommand::Run(std::vector<std::string> environment) {

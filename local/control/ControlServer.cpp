@@ -12,7 +12,6 @@
 #include <new>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 #include "io/WaitRoom.h"
 #include "json/JsonText.h"
@@ -238,10 +237,9 @@ void ControlServer::Close() {
     return std::none_of(m_connections.begin(), m_connections.end(),
                         [](const auto& connection) { return connection->HasOutput(); });
   });
-  const std::vector<std::shared_ptr<ControlConnection>> connections(m_connections.begin(),
-                                                                    m_connections.end());
-  for (const std::shared_ptr<ControlConnection>& connection : connections) {
-    connection->Close();
+  while (!m_connections.empty()) {
+    const auto connection = std::move(m_connections.extract(m_connections.begin()).value());
+    m_loop.Try([&connection] { connection->Close(); });
   }
   ::unlink(m_path.c_str());
 }

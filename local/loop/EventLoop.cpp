@@ -131,20 +131,20 @@ void EventLoop::Run(CMBNode& node) {
   g_stopRequested.store(false);
 }
 
-void EventLoop::WaitForIo() {
+void EventLoop::Try(const std::function<void()>& step) {
   try {
-    Io().run_one();
+    step();
   } catch (const std::bad_alloc&) {
     DoWithoutMemory(m_onNoMemory);
   }
 }
 
+void EventLoop::WaitForIo() {
+  Try([this] { Io().run_one(); });
+}
+
 void EventLoop::WaitForIoUntil(Clock::time_point deadline) {
-  try {
-    Io().run_one_until(deadline);
-  } catch (const std::bad_alloc&) {
-    DoWithoutMemory(m_onNoMemory);
-  }
+  Try([this, &deadline] { Io().run_one_until(deadline); });
 }
 
 void EventLoop::Yield(long seconds) {

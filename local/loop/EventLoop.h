@@ -40,6 +40,9 @@ class EventLoop : public IoLoop {
   void Yield(long seconds);
   /// What to do when a task or a callback has ended for want of memory.
   void OnNoMemory(std::function<void()> action) { m_onNoMemory = std::move(action); }
+  /// Does `step` here and now. Want of memory ends that step alone, as it ends a task of Run, so
+  /// that the steps behind it are taken.
+  void Try(const std::function<void()>& step);
   /// Runs tasks for so long, batches included, and waits where there are none: for a batch that has
   /// not begun its work. False, at once, in a task of a Yield or of another Hold and outside a task
   /// of Run; false as soon as a stop is asked for.

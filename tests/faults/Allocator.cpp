@@ -1,8 +1,15 @@
 #include "tests/faults/Allocator.h"
 
+#include <execinfo.h>
+
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <new>
+
+// The linker's, around the program's code.
+extern const char __executable_start;
+extern const char etext;
 
 namespace {
 
@@ -15,7 +22,40 @@ std::atomic<bool> g_isCountingAll = false;
 std::atomic<std::size_t> g_countOfAll = 0;
 std::size_t g_failingOfAll = 0;
 
+thread_local bool t_isWatching = false;
+std::size_t g_watchedPlace = 0;
+std::size_t g_turnsLeft = 0;
+std::array<std::size_t, std::size_t{1} << 17U> g_seenPlaces;
+std::size_t g_seenCount = 0;
+
+/// The hash of those callers that are in this program (FNV-1a), the same in each of its processes;
+/// never 0.
+std::size_t PlaceOfCallers() noexcept {
+  constexpr int kCallers = 24;
+  std::array<void*, kCallers> callers;
+  const int depth = ::backtrace(callers.data(), kCallers);
+  std::size_t place = 14695981039346656037U;
+  for (int at = 0; at < depth; ++at) {
+    const char* caller = static_cast<const char*>(callers[static_cast<std::size_t>(at)]);
+    if (caller >= &__executable_start && caller < &etext) {
+      place = (place ^ static_cast<std::size_t>(caller - &__executable_start)) * 1099511628211U;
+    }
+  }
+  return place | 1U;
+}
+
+bool IsFailingPlace() noexcept {
+  const std::size_t place = PlaceOfCallers();
+  if (g_seenCount < g_seenPlaces.size()) {
+    g_seenPlaces[g_seenCount++] = place;
+  }
+  return place == g_watchedPlace && g_turnsLeft != 0 && --g_turnsLeft == 0;
+}
+
 bool IsTurn() noexcept {
+  if (t_isWatching) {
+    return IsFailingPlace();
+  }
   if (g_isCountingAll) {
     return ++g_countOfAll == g_failingOfAll;
   }
@@ -70,6 +110,18 @@ std::size_t faults::StopCountingAllocationsOfAll() {
 std::size_t faults::StopCountingAllocations() {
   t_isCounting = false;
   return t_count;
+}
+
+void faults::WatchPlaces(std::size_t place, std::size_t turn) {
+  g_watchedPlace = place;
+  g_turnsLeft = turn;
+  g_seenCount = 0;
+  t_isWatching = true;
+}
+
+std::vector<std::size_t> faults::StopWatchingPlaces() {
+  t_isWatching = false;
+  return {g_seenPlaces.data(), g_seenPlaces.data() + g_seenCount};
 }
 
 void* operator new(std::size_t size) { return OrThrow(Allocate(size)); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <vector>
 
 /// The allocator of this test program, all of whose operators end here.
 namespace faults {
@@ -14,6 +15,13 @@ std::size_t StopCountingAllocations();
 /// The same of the allocations of all threads together.
 void CountAllocationsOfAll(std::size_t place);
 std::size_t StopCountingAllocationsOfAll();
+
+/// From now on an allocation of the calling thread is known by its callers, a hash of which is its
+/// place: the `turn`-th one of `place`, counted from 1, throws; 0 for none. Costs a walk of the
+/// stack each.
+void WatchPlaces(std::size_t place, std::size_t turn);
+/// The place of each allocation since then.
+std::vector<std::size_t> StopWatchingPlaces();
 
 /// Told by whatever fails.
 void NoteFailure();

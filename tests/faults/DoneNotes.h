@@ -15,7 +15,8 @@ namespace faults {
 /// is noted.
 class DoneNotes {
  public:
-  DoneNotes() {
+  /// Notes of one scene tell nothing of another.
+  explicit DoneNotes(const std::string& scene = "") : m_scene(scene.empty() ? "" : scene + ' ') {
     const char* path = std::getenv("QMT_FAULTS_DONE");
     if (path == nullptr) {
       return;
@@ -42,10 +43,13 @@ class DoneNotes {
   }
 
  private:
-  static std::string LineOf(const Fault& fault) {
-    return fault.kind + ' ' + std::to_string(fault.place) + (fault.isFollowed ? " followed" : "");
+  [[nodiscard]] std::string LineOf(const Fault& fault) const {
+    return m_scene + fault.kind + ' ' + std::to_string(fault.place) +
+           (fault.isFollowed ? " followed" : "") +
+           (fault.turn == 1 ? "" : " turn " + std::to_string(fault.turn));
   }
 
+  std::string m_scene;
   std::set<std::string> m_done;
   std::ofstream m_file;
 };

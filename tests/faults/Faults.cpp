@@ -14,6 +14,7 @@ std::size_t g_failingPlace = 0;
 std::atomic<bool> g_hasFailed = false;
 void (*g_onFailure)() = nullptr;
 std::string g_kind;
+std::vector<std::size_t> g_places;
 
 /// The calls of a member of the table since it was armed.
 template <auto kMember>
@@ -100,11 +101,15 @@ std::vector<std::string> faults::OsCallNames() {
   return names;
 }
 
-void faults::Arm(const std::string& kind, std::size_t place) {
+void faults::Arm(const std::string& kind, std::size_t place, std::size_t turn) {
   g_kind = kind;
   g_hasFailed = false;
   if (kind == kAllocation) {
     CountAllocations(place);
+    return;
+  }
+  if (kind == kPlace) {
+    WatchPlaces(place, turn);
     return;
   }
   g_counted = Os();
@@ -120,6 +125,10 @@ std::size_t faults::Disarm() {
   if (g_kind == kAllocation) {
     return StopCountingAllocations();
   }
+  if (g_kind == kPlace) {
+    g_places = StopWatchingPlaces();
+    return g_places.size();
+  }
   Os() = g_counted;
   return CallsOf(g_kind);
 }
@@ -133,6 +142,7 @@ std::size_t faults::CallsOf(const std::string& kind) {
   return 0;
 }
 
+const std::vector<std::size_t>& faults::Places() { return g_places; }
 bool faults::HasFailed() { return g_hasFailed; }
 void faults::ForgetFailure() { g_hasFailed = false; }
 void faults::OnFailure(void (*action)()) { g_onFailure = action; }

@@ -6,13 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "tests/faults/GateSurroundings.h"
 #include "tests/faults/Walk.h"
 
-/// What a walk of the gate came to: it starts, is scraped by HTTP, pushes kRows rows of two records
-/// to a server, is scraped again, pushes one row more, and is stopped.
+/// What a walk of the gate came to: it starts, a scene is played around it, and it is stopped.
 struct GateWalkResult {
-  static constexpr int kRows = 8;
-
   int status = 0;        ///< as waitpid(2) tells it
   bool hasHung = false;  ///< it did not stop by its signal
   int exitValue = -1;    ///< of the gate; -1 where it did not come to its end
@@ -25,13 +23,12 @@ struct GateWalkResult {
   std::string failedPlace;  ///< the callers, as addresses in this program
 
   bool hasAddress = false;
-  std::vector<std::string> scrapes;  ///< status lines in turn, "right" for a right answer
-  std::vector<std::string> samples;  ///< what the server has, each once
-  std::string told;                  ///< the last figures of the push that the daemon was told
-  std::string cursor;                ///< the file of the push's state
+  std::vector<std::string> pages;  ///< each that was read in turn, and "right" for a right answer
+  std::vector<std::string> sent;   ///< what has come to the servers, each once
+  std::string told;                ///< what the daemon was told last
 };
 
-/// Walks of the gate alone, against a daemon and a server of the test's: each in processes and a
+/// Walks of the gate alone, in that scene: each in processes and a
 /// folder of its own, several at a time. A fault's kind is kAllocation or a name of SystemCalls.h.
-void RunGateWalks(const std::vector<Fault>& faults,
+void RunGateWalks(GateScene scene, const std::vector<Fault>& faults,
                   const std::function<void(const Fault& fault, const GateWalkResult& walk)>& look);

@@ -48,7 +48,10 @@ constexpr const char* kSettings =
     "[Node]\nMessage Log Level = 30\n[Host]\nProfile = modern\n[Http]\nGate = none\n"
     "[Schedule]\n";
 constexpr const char* kRareSchedule = "PI = 3600\n";
-constexpr const char* kOftenSchedule = "PI = 1\nCPUP = 1\n";
+constexpr const char* kOftenSchedule = "PI = 1\nCPUP = 1\n[Alarms]\nCommand = /bin/true\n";
+// Begins at the first batch, with rows of a record that is asked for.
+constexpr const char* kAlarm =
+    "alarm = up\nrecord = CPUP\ncondition = Interrupts >= 0\ncapture = CGRP\n";
 constexpr const char* kAllRecords =
     R"({"op":"get","rates":false,"records":["PI","CPUP","DEVD","DEVS","NIND","NINS","WGRP","PD",)"
     R"("FSL","FSR","PDI","PDS","PGM","TERM","USER","PRES","CGRP","NETD","SOCK","DISK","MEMD","KERN",)"
@@ -210,7 +213,7 @@ bool HasLeak() {
     }
   });
   faults::OnFailure(NotePlaceOfFailure);
-  faults::Arm(fault.kind, fault.place);
+  faults::Arm(fault.kind, fault.place, fault.turn);
   const int exitValue = RunDaemon();
   const std::size_t calls = faults::Disarm();
   g_isServiceOver = true;
@@ -224,6 +227,11 @@ bool HasLeak() {
     figures << ' ' << faults::CallsOf(name);
   }
   Write("figures", figures.str());
+  std::ostringstream places;
+  for (const std::size_t place : faults::Places()) {
+    places << place << ' ';
+  }
+  Write("places", places.str());
   ::_exit(0);
 }
 
@@ -236,6 +244,8 @@ WalkResult ReadResult(const fs::path& folder, int status) {
   for (const std::string& name : faults::OsCallNames()) {
     figures >> result.callsOf[name];
   }
+  std::istringstream places(Read(folder / "places"));
+  result.places.assign(std::istream_iterator<std::size_t>(places), {});
   result.failedPlace = Read(folder / "place");
   result.firstAnswer = Read(folder / "status");
   for (std::size_t place = 0; place < WalkResult::kQuestions; ++place) {
@@ -278,6 +288,9 @@ class RunningWalk {
     fs::create_directories(m_folder.Path() / "opt/qmtrx/mond");
     std::ofstream(m_folder.Path() / "qmtagt.ini")
         << kSettings << (fault.isFollowed ? kOftenSchedule : kRareSchedule);
+    if (fault.isFollowed) {
+      std::ofstream(m_folder.Path() / "alarms") << kAlarm;
+    }
     std::ofstream(m_folder.Path() / "wgfile") << "workgroup = root\nusers = root\n";
     m_child = ::fork();
     if (m_child == 0) {

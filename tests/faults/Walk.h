@@ -24,6 +24,7 @@ struct WalkResult {
   std::size_t calls = 0;  ///< of the kind that was armed
   /// By kind, where each call was armed.
   std::map<std::string, std::size_t> callsOf;
+  std::vector<std::size_t> places;  ///< of its allocations, where faults::kPlace was armed
   bool hasFailed = false;
   /// The question that was under way at the failure, counted from 1; 0 for the start.
   std::size_t failedAt = 0;
@@ -40,11 +41,12 @@ struct WalkResult {
   [[nodiscard]] bool HasEnded() const;
 };
 
-/// The `place`-th call of that kind, as Faults.h has them.
+/// The `place`-th call of that kind, or the `turn`-th of that place, as Faults.h has them.
 struct Fault {
   std::string kind;
   std::size_t place;
   bool isFollowed = false;
+  std::size_t turn = 1;
 };
 
 /// A host whose figures stand still, and walks on it, each in a process and a folder of its own, so

@@ -1,8 +1,7 @@
 #include "gate/access/KeyFiles.h"
 
-#include <gnutls/x509.h>
-
 #include "gate/access/AccessError.h"
+#include "tests/gate/KeyPair.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
@@ -10,8 +9,8 @@ namespace {
 class KeyFilesTest : public ::testing::Test {
  protected:
   KeyFilesTest() {
-    MakePair("one");
-    MakePair("two");
+    MakeKeyPair(m_folder.Path() / "one", m_expires);
+    MakeKeyPair(m_folder.Path() / "two", m_expires);
   }
 
   [[nodiscard]] std::string Path(const std::string& name) const { return m_folder.Path() / name; }
@@ -30,31 +29,6 @@ class KeyFilesTest : public ::testing::Test {
 
   const std::int64_t m_expires = std::time(nullptr) + 1000;
   TempFolder m_folder;
-
- private:
-  void MakePair(const std::string& name) const {
-    gnutls_x509_privkey_t key = nullptr;
-    gnutls_x509_crt_t certificate = nullptr;
-    gnutls_x509_privkey_init(&key);
-    gnutls_x509_privkey_generate(key, GNUTLS_PK_ECDSA,
-                                 GNUTLS_CURVE_TO_BITS(GNUTLS_ECC_CURVE_SECP256R1), 0);
-    gnutls_x509_crt_init(&certificate);
-    gnutls_x509_crt_set_version(certificate, 3);
-    gnutls_x509_crt_set_serial(certificate, "1", 1);
-    gnutls_x509_crt_set_activation_time(certificate, m_expires - 2000);
-    gnutls_x509_crt_set_expiration_time(certificate, m_expires);
-    gnutls_x509_crt_set_key(certificate, key);
-    gnutls_x509_crt_sign2(certificate, certificate, key, GNUTLS_DIG_SHA256, 0);
-    std::array<char, 8192> text{};
-    std::size_t size = text.size();
-    gnutls_x509_privkey_export(key, GNUTLS_X509_FMT_PEM, text.data(), &size);
-    Write(name + ".key", {text.data(), size});
-    size = text.size();
-    gnutls_x509_crt_export(certificate, GNUTLS_X509_FMT_PEM, text.data(), &size);
-    Write(name + ".crt", {text.data(), size});
-    gnutls_x509_privkey_deinit(key);
-    gnutls_x509_crt_deinit(certificate);
-  }
 };
 
 TEST_F(KeyFilesTest, ACertificateAndItsKey) {

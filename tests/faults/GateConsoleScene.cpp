@@ -1,0 +1,222 @@
+#include <arpa/inet.h>
+#include <crypt.h>
+#include <gnutls/gnutls.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/faults/GateSurroundings.h"
+#include "tests/gate/FakeServer.h"
+#include "tests/gate/GateHarness.h"
+#include "tests/gate/KeyPair.h"
+
+namespace {
+
+constexpr const char* kNoSuch =
+    "{\"ok\":false,\"error\":{\"code\":\"bad-field\",\"message\":\"no\"}}\n";
+constexpr const char* kPage = "a 1\n";
+
+Json AlarmOf(int id, bool isActive) {
+  constexpr std::int64_t kSince = 1'700'000'000;
+  return Json{{"id", id},
+              {"alarm", "swap"},
+              {"record", "PI"},
+              {"state", isActive ? "active" : "ended"},
+              {"since", kSince + id},
+              {"until", isActive ? Json(nullptr) : Json(kSince + id + 1)}};
+}
+
+/// A reader by TLS, which takes whoever answers and waits ten seconds at most.
+class TlsClient {
+ public:
+  explicit TlsClient(const std::string& address)
+      : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    ::sockaddr_in peer{};
+    peer.sin_family = AF_INET;
+    peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    peer.sin_port =
+        htons(static_cast<std::uint16_t>(std::stoi(address.substr(address.rfind(':') + 1))));
+    const ::timeval limit{10, 0};
+    ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    static_cast<void>(::connect(m_socket.Get(), reinterpret_cast<::sockaddr*>(&peer), sizeof peer));
+    ::gnutls_certificate_allocate_credentials(&m_credentials);
+    ::gnutls_init(&m_session, GNUTLS_CLIENT | GNUTLS_NO_SIGNAL);
+    ::gnutls_set_default_priority(m_session);
+    ::gnutls_credentials_set(m_session, GNUTLS_CRD_CERTIFICATE, m_credentials);
+    ::gnutls_transport_set_int(m_session, m_socket.Get());
+  }
+  ~TlsClient() {
+    ::gnutls_deinit(m_session);
+    ::gnutls_certificate_free_credentials(m_credentials);
+  }
+  TlsClient(const TlsClient&) = delete;
+  TlsClient& operator=(const TlsClient&) = delete;
+
+  /// What comes, up to `mark` if it comes.
+  std::string Ask(const std::string& path, const std::string& mark) {
+    std::string text;
+    const std::string question = "GET " + path +
+                                 " HTTP/1.1\r\nHost: localhost\r\n"
+                                 "Authorization: Basic YTpvcGVu\r\n\r\n";
+    if (::gnutls_handshake(m_session) == GNUTLS_E_SUCCESS &&
+        ::gnutls_record_send(m_session, question.data(), question.size()) > 0) {
+      char piece[16384];
+      ssize_t count = 0;
+      while (text.find(mark) == std::string::npos &&
+             ((count = ::gnutls_record_recv(m_session, piece, sizeof piece)) > 0 ||
+              count == GNUTLS_E_INTERRUPTED)) {
+        text.append(piece, count > 0 ? static_cast<std::size_t>(count) : 0);
+      }
+    }
+    return text;
+  }
+
+ private:
+  Descriptor m_socket;
+  ::gnutls_certificate_credentials_t m_credentials = nullptr;
+  ::gnutls_session_t m_session = nullptr;
+};
+
+class ConsoleScene : public GateSurroundings {
+ public:
+  explicit ConsoleScene(pid_t gate)
+      : GateSurroundings(gate),
+        m_server([this](const auto& request) { return Take(request); }),
+        m_daemon("control.sock", [this](const Json& request) { return AnswerGate(request); }) {
+    MakeKeyPair("own", std::time(nullptr) + 100'000);
+    char salt[CRYPT_GENSALT_OUTPUT_SIZE];
+    ::crypt_data data{};
+    const char* hash =
+        ::crypt_r("open", ::crypt_gensalt_rn("$2b$", 4, nullptr, 0, salt, sizeof salt), &data);
+    std::ofstream("users") << "a:" << hash << '\n';
+    std::filesystem::permissions("users", std::filesystem::perms::owner_read);
+  }
+
+  void Walk() override {
+    if (HasListener()) {
+      Read("/", "<html");
+      Read("/api/1/status", "\"asked\"");
+      Read("/metrics", kPage);
+    }
+    // One that is there before the gate is, one that begins and ends, and one that begins.
+    WaitFor([this] { return CountSent() >= 2; });
+    WaitFor([this] { return m_daemon.Followers("alarm_follow") != 0; });
+    Change(2, true);
+    // One that has ended before it was told is told as ended alone.
+    WaitFor([this] { return CountSent() >= 4; });
+    Change(2, false);
+    Change(3, true);
+    WaitFor([this] { return CountSent() >= 7; });
+    if (!Address().empty()) {
+      std::atomic<bool> isOver = false;
+      std::thread teller([&] {
+        while (!isOver) {
+          m_daemon.Tell(R"({"event":"batch","time":7})");
+          std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+      });
+      Read("/api/1/events", "event: batch");
+      // What a reader lacks is read back from the history, in two stretches.
+      Read("/api/1/events?records=PI&since=" + std::to_string(std::time(nullptr) - 70),
+           "event: batch\ndata: {\"event\":\"batch\",\"time\":7}");
+      isOver = true;
+      teller.join();
+    }
+  }
+
+ private:
+  void Read(const std::string& path, const std::string& mark) {
+    ReadUntilRight(path, [&] {
+      const std::string answer = TlsClient(Address()).Ask(path, mark);
+      return answer.starts_with("HTTP/1.1 200") && answer.find(mark) != std::string::npos
+                 ? "right"
+                 : answer.substr(0, answer.find("\r\n"));
+    });
+  }
+  /// The daemon's alarm begins or ends: who follows is told, who asks later finds it.
+  void Change(int id, bool isActive) {
+    {
+      const std::lock_guard lock(m_alarmsMutex);
+      m_isActive[id] = isActive;
+    }
+    m_daemon.Tell(JsonText(Json{{"event", "alarm"}, {"alarm", AlarmOf(id, isActive)}}),
+                  "alarm_follow");
+  }
+  Json Alarms(bool withEnded) {
+    const std::lock_guard lock(m_alarmsMutex);
+    Json list = Json::Array();
+    for (const auto& [id, isActive] : m_isActive) {
+      if (withEnded || isActive) {
+        list.PushBack(AlarmOf(id, isActive));
+      }
+    }
+    return list;
+  }
+  bool Take(const FakeServer::Request& request) {
+    const Json told = ParseJson(request.body).value;
+    if (told.IsArray()) {
+      for (const Json& alert : told.Elements()) {
+        NoteSent("alert " + alert["startsAt"].Text());
+      }
+    } else {
+      const Json& alarm = told["alarm"];
+      NoteSent("webhook " + JsonText(alarm["id"]) + ' ' + alarm["state"].Text());
+    }
+    return request.Answer("200 OK");
+  }
+  std::string AnswerGate(const Json& request) {
+    const std::string& op = request["op"].Text();
+    if (op == "alarm_follow") {
+      return JsonText(Json{{"ok", true}, {"alarms", Alarms(false)}}) + '\n';
+    }
+    if (op == "alarms") {
+      return JsonText(Json{{"ok", true}, {"alarms", Json{{"list", Alarms(true)}}}}) + '\n';
+    }
+    if (op == "metrics") {
+      return JsonText(Json{{"ok", true},
+                           {"metrics",
+                            Json{{"bytes", std::strlen(kPage)}, {"content_type", "text/plain"}}}}) +
+             '\n' + kPage;
+    }
+    if (op == "history") {
+      const Json row{{"Record Time", request["since"]}};
+      return JsonText(Json{{"ok", true},
+                           {"history", Json{{"record", "PI"},
+                                            {"category", "4"},
+                                            {"rows", Json::Array({row})},
+                                            {"next", nullptr}}}}) +
+             '\n';
+    }
+    if (op == "records") {
+      return "{\"ok\":true,\"records\":[{\"record\":\"PI\"}]}\n";
+    }
+    if (op == "status" || op == "follow") {
+      return JsonText(Json{{"ok", true}, {"asked", op}}) + '\n';
+    }
+    if (op != "gate") {
+      return kNoSuch;
+    }
+    const std::string here = std::filesystem::current_path().string();
+    return AnswerSettings(request,
+                          Json{{"certificate", here + "/own.crt"},
+                               {"key", here + "/own.key"},
+                               {"users", here + "/users"},
+                               {"state", here + "/state"},
+                               {"alarms", Json{{"alertmanager", Json::Array({m_server.Url()})},
+                                               {"webhook", Json::Array({m_server.Url()})}}}});
+  }
+
+  std::mutex m_alarmsMutex;
+  std::map<int, bool> m_isActive{{1, true}};
+  FakeServer m_server;
+  FakeDaemon m_daemon;
+};
+
+}  // namespace
+
+std::unique_ptr<GateSurroundings> MakeConsoleScene(pid_t gate) {
+  return std::make_unique<ConsoleScene>(gate);
+}

@@ -1,0 +1,112 @@
+#include "tests/faults/GateSurroundings.h"
+
+#include <sys/wait.h>
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include "json/JsonText.h"
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{20};
+constexpr int kTurns = 4;
+
+bool IsDoneInTime(const std::function<bool()>& isDone) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!isDone()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+bool IsListenerLeftOut() {
+  std::ifstream file("stderr.txt", std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  return text.find("Listen: ") != std::string::npos;
+}
+
+}  // namespace
+
+void GateSurroundings::Write(const std::string& name, const std::string& text) {
+  std::ofstream(name, std::ios::binary) << text;
+}
+
+void GateSurroundings::Stop() {
+  ::kill(m_gate, SIGTERM);
+  if (!m_isOver && !IsDoneInTime([this] { return IsOver(); })) {
+    Write("hung", "yes");
+    ::kill(m_gate, SIGKILL);
+    ::waitpid(m_gate, &m_status, 0);
+  }
+  Write("status", std::to_string(m_status));
+  const std::lock_guard lock(m_mutex);
+  std::string sent;
+  for (const std::string& line : m_sent) {
+    sent += line + '\n';
+  }
+  Write("sent", sent);
+  Write("pages", m_pages);
+  Write("told", m_told);
+}
+
+bool GateSurroundings::IsOver() {
+  m_isOver = m_isOver || ::waitpid(m_gate, &m_status, WNOHANG) == m_gate;
+  return m_isOver;
+}
+
+bool GateSurroundings::WaitFor(const std::function<bool()>& isDone) {
+  return IsDoneInTime([&] { return isDone() || IsOver(); }) && !IsOver();
+}
+
+bool GateSurroundings::HasListener() {
+  if (!WaitFor([this] { return !Address().empty() || IsListenerLeftOut(); }) || Address().empty()) {
+    return false;
+  }
+  Write("address", Address());
+  return true;
+}
+
+std::string GateSurroundings::Address() {
+  const std::lock_guard lock(m_mutex);
+  return m_address;
+}
+
+std::string GateSurroundings::AnswerSettings(const Json& request, const Json& settings) {
+  const std::lock_guard lock(m_mutex);
+  if (const Json* addresses = request.Find("addresses")) {
+    m_address = addresses->Size() == 0 ? "" : (*addresses)[0].Text();
+  }
+  m_told = JsonText(request);
+  Json gate{{"mode", "unit"}, {"listen", Json::Array({"127.0.0.1:0"})}, {"host", "own.example"}};
+  for (const auto& [name, value] : settings.Members()) {
+    gate[name] = value;
+  }
+  return JsonText(Json{{"ok", true}, {"gate", gate}}) + '\n';
+}
+
+void GateSurroundings::ReadUntilRight(const std::string& name,
+                                      const std::function<std::string()>& ask) {
+  bool isRight = false;
+  for (int turn = 0; turn < kTurns && !isRight && !IsOver(); ++turn) {
+    const std::string outcome = ask();
+    isRight = outcome == "right";
+    m_pages += name + ' ' + outcome + '\n';
+  }
+}
+
+void GateSurroundings::NoteSent(const std::string& line) {
+  const std::lock_guard lock(m_mutex);
+  m_sent.insert(line);
+}
+
+std::size_t GateSurroundings::CountSent() {
+  const std::lock_guard lock(m_mutex);
+  return m_sent.size();
+}
