@@ -55,6 +55,14 @@ int CharacterWidth(char32_t code) {
   return utf8 ? ::wcwidth(static_cast<wchar_t>(code)) : 1;
 }
 
+/// How many characters the text begins with that are a byte and a column each and shown as they
+/// are, as nearly all are.
+std::size_t CountPlain(std::string_view text) {
+  const auto* const end =
+      std::ranges::find_if_not(text, [](char letter) { return letter >= 0x20 && letter < 0x7F; });
+  return static_cast<std::size_t>(end - text.begin());
+}
+
 void AppendEscaped(std::string& out, const Character& character) {
   std::array<char, 16> text;
   const auto code = static_cast<unsigned>(character.code);
@@ -69,7 +77,13 @@ void AppendEscaped(std::string& out, const Character& character) {
 std::string SafeText(std::string_view text) {
   std::string out;
   out.reserve(text.size());
-  while (!text.empty()) {
+  for (;;) {
+    const std::size_t plain = CountPlain(text);
+    out += text.substr(0, plain);
+    text.remove_prefix(plain);
+    if (text.empty()) {
+      return out;
+    }
     const Character character = Decode(text);
     if (character.valid && CharacterWidth(character.code) >= 0) {
       out += text.substr(0, character.bytes);
@@ -78,7 +92,6 @@ std::string SafeText(std::string_view text) {
     }
     text.remove_prefix(character.bytes);
   }
-  return out;
 }
 
 TextStep FirstCharacter(std::string_view text) {
@@ -88,10 +101,15 @@ TextStep FirstCharacter(std::string_view text) {
 
 std::size_t TextWidth(std::string_view text) {
   std::size_t width = 0;
-  while (!text.empty()) {
+  for (;;) {
+    const std::size_t plain = CountPlain(text);
+    width += plain;
+    text.remove_prefix(plain);
+    if (text.empty()) {
+      return width;
+    }
     const TextStep step = FirstCharacter(text);
     width += step.columns;
     text.remove_prefix(step.bytes);
   }
-  return width;
 }

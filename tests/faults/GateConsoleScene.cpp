@@ -1,8 +1,5 @@
-#include <arpa/inet.h>
 #include <crypt.h>
 #include <gnutls/gnutls.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
 #include <ctime>
 #include <filesystem>
@@ -29,19 +26,10 @@ Json AlarmOf(int id, bool isActive) {
               {"until", isActive ? Json(nullptr) : Json(kSince + id + 1)}};
 }
 
-/// A reader by TLS, which takes whoever answers and waits ten seconds at most.
+/// A reader by TLS, which takes whoever answers.
 class TlsClient {
  public:
-  explicit TlsClient(const std::string& address)
-      : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    ::sockaddr_in peer{};
-    peer.sin_family = AF_INET;
-    peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    peer.sin_port =
-        htons(static_cast<std::uint16_t>(std::stoi(address.substr(address.rfind(':') + 1))));
-    const ::timeval limit{10, 0};
-    ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    static_cast<void>(::connect(m_socket.Get(), reinterpret_cast<::sockaddr*>(&peer), sizeof peer));
+  explicit TlsClient(const std::string& address) : m_socket(ConnectLoopback(address)) {
     ::gnutls_certificate_allocate_credentials(&m_credentials);
     ::gnutls_init(&m_session, GNUTLS_CLIENT | GNUTLS_NO_SIGNAL);
     ::gnutls_set_default_priority(m_session);

@@ -14,20 +14,25 @@
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
 
-/// A client's connection, which waits ten seconds at most.
+/// A connection to that address's port on the loopback, which waits ten seconds at most; one that
+/// is not there is a failure of the test.
+inline Descriptor ConnectLoopback(const std::string& address) {
+  Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  ::sockaddr_in peer{};
+  peer.sin_family = AF_INET;
+  peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  peer.sin_port =
+      htons(static_cast<std::uint16_t>(std::stoi(address.substr(address.rfind(':') + 1))));
+  const ::timeval limit{10, 0};
+  ::setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  EXPECT_EQ(::connect(socket.Get(), reinterpret_cast<::sockaddr*>(&peer), sizeof peer), 0);
+  return socket;
+}
+
+/// A client's connection.
 class HttpClient {
  public:
-  explicit HttpClient(const std::string& address)
-      : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    ::sockaddr_in peer{};
-    peer.sin_family = AF_INET;
-    peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    peer.sin_port =
-        htons(static_cast<std::uint16_t>(std::stoi(address.substr(address.rfind(':') + 1))));
-    const ::timeval limit{10, 0};
-    ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    EXPECT_EQ(::connect(m_socket.Get(), reinterpret_cast<::sockaddr*>(&peer), sizeof peer), 0);
-  }
+  explicit HttpClient(const std::string& address) : m_socket(ConnectLoopback(address)) {}
   bool Send(const std::string& text) {
     return ::send(m_socket.Get(), text.data(), text.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(text.size());
