@@ -31,9 +31,8 @@ constexpr int kSecondFlag = 1;
 template <class Child, class... Args>
 Child& Add(CMBNodeConfigBase& parent, Args&&... args) {
   auto child = std::make_unique<Child>(std::forward<Args>(args)...);
-  Child& added = *child;
-  parent.push_back(child.release());
-  return added;
+  parent.push_back(child.get());
+  return *child.release();
 }
 
 void AddText(CMBNodeConfigBase& folder, int id, const char* label, const char* help,

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "gate/GateLog.h"
+#include "gate/access/CheckedFile.h"
 #include "json/JsonText.h"
 #include "support/ListenAddress.h"
 
@@ -17,6 +18,23 @@ constexpr std::size_t kMaxSettings = std::size_t{2} << 20;
 constexpr std::chrono::seconds kFaultPause{2};
 /// So often the daemon is told what is sent.
 constexpr std::chrono::seconds kTellPause{5};
+
+/// Whether the system has what it takes to read the files; what they hold is another matter.
+bool AreReadable(const GateSettings& settings) {
+  for (const std::string* path :
+       {&settings.users, &settings.tokens, &settings.certificate, &settings.key}) {
+    try {
+      if (!path->empty()) {
+        static_cast<void>(ReadCheckedFile(*path));
+      }
+    } catch (const PassingAccessError&) {
+      return false;
+    } catch (const AccessError&) {
+      // As it is told when it is taken up.
+    }
+  }
+  return true;
+}
 
 }  // namespace
 
@@ -189,12 +207,10 @@ void Gate::LookAtFaults() {
   const std::vector<FileStamp> stamps{StampOf(m_settings.certificate), StampOf(m_settings.key),
                                       StampOf(m_settings.users), StampOf(m_settings.tokens)};
   const bool isFirstLook = m_faultStamps.empty();
-  const bool isPassing = m_isFaultPassing && !isFirstLook;
+  const bool isPassing = m_isFaultPassing && !isFirstLook && AreReadable(m_settings);
   if (isPassing || (stamps != std::exchange(m_faultStamps, stamps) && !isFirstLook)) {
     m_faultStamps.clear();
-    if (!isPassing) {
-      m_toldFaults.clear();
-    }
+    m_toldFaults.clear();
     TakeUp(m_settings);
     TellAddresses();
     return;

@@ -26,6 +26,7 @@ void AddChallenge(HttpAnswer& answer, const HttpExchange& exchange) {
 HttpAnswer RefusalOf(const Verdict& verdict) {
   switch (verdict.kind) {
     case Verdict::Kind::kTooMany:
+    case Verdict::Kind::kNoMemory:
       return ErrorAnswer(503, "busy", verdict.reason);
     case Verdict::Kind::kUnavailable:
       return ErrorAnswer(503, "no-daemon", verdict.reason);

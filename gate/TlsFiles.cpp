@@ -1,5 +1,6 @@
 #include "gate/TlsFiles.h"
 
+#include <new>
 #include <utility>
 
 #include "gate/GateLog.h"
@@ -34,6 +35,12 @@ void TlsFiles::Look() {
   try {
     Load();
     GateLog(m_certificate + ": the certificate has changed and is in use");
+  } catch (const std::bad_alloc&) {
+    m_keyStamp = {};
+    throw;
+  } catch (const PassingAccessError& error) {
+    m_keyStamp = {};
+    GateLog(std::string(error.what()) + "; the former certificate stays in use for now");
   } catch (const AccessError& error) {
     // Of two files that change one after the other the first alone fits nothing; the stamps are
     // those of now, so the second is another change.

@@ -8,9 +8,9 @@
 namespace {
 
 /// The library's table of waits for a time grows with the greatest number of them: it is made for
-/// more than there are, so that none fails for want of memory.
+/// as many as there can be, so that none fails for want of memory.
 void MakeRoomForTimes(asio::io_context& io) {
-  constexpr std::size_t kTimes = 256;
+  constexpr std::size_t kTimes = 1024;
   {
     std::vector<asio::steady_timer> timers;
     timers.reserve(kTimes);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <ctime>
 #include <new>
 #include <utility>
@@ -21,13 +22,21 @@ constexpr std::size_t kMaxSharing = 64;
 
 Verdict Denied(Verdict::Kind kind, const char* reason) { return {kind, Role::kNone, {}, reason}; }
 
-Verdict NoMemory() { return Denied(Verdict::Kind::kUnavailable, "out of memory"); }
+Verdict NoMemory() { return Denied(Verdict::Kind::kNoMemory, "out of memory"); }
 
 /// Those behind it are to be answered whatever comes of it.
 void AnswerNoMemory(const Access::Callback& callback) {
   try {
     callback(NoMemory());
   } catch (const std::bad_alloc&) {
+  }
+}
+
+void AnswerOne(const Access::Callback& callback, const Verdict& verdict) {
+  try {
+    callback(verdict);
+  } catch (const std::bad_alloc&) {
+    AnswerNoMemory(callback);
   }
 }
 
@@ -142,12 +151,13 @@ void Access::ProvePassword(Login login, Callback callback) {
       StartCheck(login, m_passwordCheck);
       return;
     }
-    m_hooks.after(*wait, [self = std::weak_ptr(m_self), login] {
+    m_hooks.after(*wait, [self = std::weak_ptr(m_self), login]() mutable {
       if (const auto access = self.lock()) {
         (*access)->OrGiveUp(login,
                             [&] { (*access)->StartCheck(login, (*access)->m_passwordCheck); });
       }
     });
+    ::explicit_bzero(login.secret.data(), login.secret.size());
   });
 }
 
@@ -188,15 +198,18 @@ void Access::OrGiveUp(const Login& login, Step step) {
   }
 }
 
-void Access::StartCheck(const Login& login, PasswordCheck& check) {
-  Login kept = login;
-  kept.secret.clear();
-  const auto done = [self = std::weak_ptr(m_self), kept](bool isRight) {
+void Access::StartCheck(Login& login, PasswordCheck& check) {
+  std::string secret = std::exchange(login.secret, {});
+  const auto done = [self = std::weak_ptr(m_self), login](std::optional<bool> isRight) {
     if (const auto access = self.lock()) {
-      (*access)->Finish(kept, isRight && kept.isKnown, kGoodFor);
+      if (isRight) {
+        (*access)->Finish(login, *isRight && login.isKnown, kGoodFor);
+      } else {
+        (*access)->Answer(login, NoMemory());
+      }
     }
   };
-  if (!check.Check(login.secret, login.hash, done)) {
+  if (!check.Check(std::move(secret), login.hash, done)) {
     Answer(login, TooMany());
   }
 }
@@ -254,11 +267,7 @@ void Access::EndCheck(const Login& login) {
 void Access::Answer(const Login& login, const Verdict& verdict) {
   // A callback may ask again, or be the end of this object.
   for (const Callback& callback : TakeWaiting(login)) {
-    try {
-      callback(verdict);
-    } catch (const std::bad_alloc&) {
-      AnswerNoMemory(callback);
-    }
+    AnswerOne(callback, verdict);
   }
 }
 
@@ -282,38 +291,67 @@ void Access::CountFailure(const std::string& address) {
 /// Counts a failure; its answers wait as long as those before it demand.
 void Access::FailLate(const std::string& address, std::vector<Callback> callbacks,
                       const Verdict& verdict) {
-  std::vector<Callback> atOnce;
   for (Callback& callback : callbacks) {
-    // Each has its own place, as each keeps a connection.
-    const std::chrono::milliseconds wait = m_failures.EnterLate(address, m_hooks.now());
-    if (wait.count() == 0) {
-      atOnce.push_back(std::move(callback));
-      continue;
+    if (AnswerLater(address, callback, verdict)) {
+      callback = nullptr;
     }
-    m_hooks.after(wait,
-                  [self = std::weak_ptr(m_self), address, callback = std::move(callback), verdict] {
-                    if (const auto access = self.lock()) {
-                      (*access)->m_failures.LeaveLate(address);
-                      callback(verdict);
-                    }
-                  });
   }
-  CountFailure(address);
-  for (const Callback& callback : atOnce) {
-    callback(verdict);
+  try {
+    CountFailure(address);
+  } catch (const std::bad_alloc&) {
+    // Who asked is to be answered all the same.
+  }
+  for (const Callback& callback : callbacks) {
+    if (callback) {
+      AnswerOne(callback, verdict);
+    }
+  }
+}
+
+bool Access::AnswerLater(const std::string& address, const Callback& callback,
+                         const Verdict& verdict) {
+  std::chrono::milliseconds wait{0};
+  try {
+    // Each has its own place, as each keeps a connection.
+    wait = m_failures.EnterLate(address, m_hooks.now());
+    if (wait.count() != 0) {
+      m_hooks.after(wait, [self = std::weak_ptr(m_self), address, callback, verdict] {
+        if (const auto access = self.lock()) {
+          (*access)->m_failures.LeaveLate(address);
+          AnswerOne(callback, verdict);
+        }
+      });
+    }
+    return wait.count() != 0;
+  } catch (const std::bad_alloc&) {
+    if (wait.count() != 0) {
+      m_failures.LeaveLate(address);
+    }
+    AnswerNoMemory(callback);
+    return true;
   }
 }
 
 void Access::TellLater() {
-  if (std::exchange(m_isTellingLater, true)) {
+  if (m_isTellingLater) {
     return;
   }
   m_hooks.after(kTellAfter, [self = std::weak_ptr(m_self)] {
     if (const auto access = self.lock()) {
       (*access)->m_isTellingLater = false;
-      if ((*access)->m_failures.TellRest((*access)->m_hooks.now())) {
-        (*access)->TellLater();
-      }
+      (*access)->TellRest();
     }
   });
+  m_isTellingLater = true;
+}
+
+void Access::TellRest() {
+  try {
+    if (m_failures.TellRest(m_hooks.now())) {
+      TellLater();
+    }
+  } catch (const std::bad_alloc&) {
+    TellLater();
+    throw;
+  }
 }

@@ -27,11 +27,12 @@ struct AccessRequest {
 /// What comes of it.
 struct Verdict {
   enum class Kind {
-    kNone,        ///< it says nothing of who asks
-    kGranted,     ///< `role` and `name` tell who asks
-    kRefused,     ///< what it says is not right
-    kTooMany,     ///< too many wait to be checked
-    kUnavailable  ///< the daemon can't be asked about the token, or memory lacks
+    kNone,         ///< it says nothing of who asks
+    kGranted,      ///< `role` and `name` tell who asks
+    kRefused,      ///< what it says is not right
+    kTooMany,      ///< too many wait to be checked
+    kUnavailable,  ///< the daemon can't be asked about the token
+    kNoMemory      ///< it can't be checked for want of memory
   };
 
   Kind kind = Kind::kNone;
@@ -71,7 +72,7 @@ class Access {
   Access& operator=(const Access&) = delete;
 
   /// Calls `callback` once, at once or later on the loop; not after this object is gone. One that
-  /// ends for want of memory is called once more, by kUnavailable.
+  /// ends for want of memory is called once more, by kNoMemory.
   ///
   /// Over TLS users are let in by Basic, tokens of the file and console tokens by Bearer; without
   /// it, console tokens on the loopback and nothing elsewhere. Who has proved right need not again
@@ -111,7 +112,8 @@ class Access {
   /// A step of a check that is under way: where memory lacks the check is over.
   template <class Step>
   void OrGiveUp(const Login& login, Step step);
-  void StartCheck(const Login& login, PasswordCheck& check);
+  /// Takes the secret.
+  void StartCheck(Login& login, PasswordCheck& check);
   void AskConsole(const Login& login);
   void Finish(const Login& login, bool isRight, std::chrono::seconds good);
   void NoteGood(const Login& login, std::chrono::steady_clock::time_point until);
@@ -123,7 +125,10 @@ class Access {
   void CountFailure(const std::string& address);
   void FailLate(const std::string& address, std::vector<Callback> callbacks,
                 const Verdict& verdict);
+  /// Whether the callback waits, or has been answered for want of memory.
+  bool AnswerLater(const std::string& address, const Callback& callback, const Verdict& verdict);
   void TellLater();
+  void TellRest();
 
   AccessHooks m_hooks;
   AccountFile m_users;

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <new>
 #include <utility>
 
 #include "gate/access/AccessError.h"
@@ -44,7 +45,14 @@ const AccountTable& AccountFile::Look(std::chrono::steady_clock::time_point now)
   try {
     m_table = Load();
     m_told.clear();
+  } catch (const std::bad_alloc&) {
+    m_stamp = {};
+    throw;
   } catch (const AccessError& error) {
+    if (dynamic_cast<const PassingAccessError*>(&error) != nullptr) {
+      // What it says now comes into force a little later.
+      m_stamp = {};
+    }
     if (m_told != error.what()) {
       m_told = error.what();
       m_report(m_told + "; the accounts that were read before stay in force");

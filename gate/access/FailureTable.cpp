@@ -123,7 +123,9 @@ bool FailureTable::Fail(const std::string& key, TimePoint now) {
 
 bool FailureTable::TellRest(TimePoint now) {
   if (m_untoldOthers > 0 && MayTell(now)) {
-    m_report(Logins(std::exchange(m_untoldOthers, 0)) + " from further addresses failed");
+    const std::string text = Logins(m_untoldOthers) + " from further addresses failed";
+    m_untoldOthers = 0;
+    m_report(text);
   }
   bool isLeft = m_untoldOthers > 0;
   for (auto& [key, entry] : m_entries) {
@@ -165,8 +167,10 @@ void FailureTable::Forget(Entries::iterator entry) {
 
 void FailureTable::Tell(const std::string& key, Entry& entry, TimePoint now) {
   if (entry.untold > 0 && now >= entry.nextLine && MayTell(now)) {
+    const std::string text = Logins(entry.untold) + " from " + key + " failed";
     entry.nextLine = now + kTellEvery;
-    m_report(Logins(std::exchange(entry.untold, 0)) + " from " + key + " failed");
+    entry.untold = 0;
+    m_report(text);
   }
 }
 

@@ -31,23 +31,26 @@ bool IsRightSecret(const std::string& secret, const std::string& hash) {
   errno = 0;
   const char* made = ::crypt_r(secret.c_str(), hash.c_str(), data.get());
   const std::string_view text(made == nullptr ? "*" : made);
-  // "*" begins what crypt(3) tells a failure by.
-  if (text.starts_with('*') && errno == ENOMEM) {
+  // "*" begins what crypt(3) tells a failure by. The form of the hash was looked at when it was
+  // read, so that EINVAL, too, is what a method says that has no memory.
+  if (text.starts_with('*') && (errno == ENOMEM || errno == EINVAL)) {
     throw std::bad_alloc();
   }
   return !text.starts_with('*') && text.size() == hash.size() &&
          gnutls_memcmp(text.data(), hash.data(), hash.size()) == 0;
 }
 
-/// The same once there is memory for it.
-bool IsRightSecretAtLast(const std::string& secret, const std::string& hash) {
-  for (;;) {
+/// The same, tried again where memory lacks; nothing if it goes on lacking.
+std::optional<bool> TryIsRightSecret(const std::string& secret, const std::string& hash) {
+  constexpr int kTries = 3;
+  for (int count = 1; count <= kTries; ++count) {
     try {
       return IsRightSecret(secret, hash);
     } catch (const std::bad_alloc&) {
       std::this_thread::sleep_for(kMemoryPause);
     }
   }
+  return std::nullopt;
 }
 
 /// Runs on a thread that nobody waits for and that takes no signal: those are the loop's.
@@ -84,7 +87,8 @@ class PasswordCheck::Worker {
     std::shared_ptr<Done> done;
   };
 
-  void Tell(std::unique_lock<std::mutex>& lock, const std::shared_ptr<Done>& done, bool isRight);
+  void Tell(std::unique_lock<std::mutex>& lock, const std::shared_ptr<Done>& done,
+            std::optional<bool> isRight);
 
   const Poster m_post;
   const std::chrono::milliseconds m_pause;
@@ -132,7 +136,7 @@ void PasswordCheck::Worker::Work() {
     m_jobs.pop_front();
     lock.unlock();
     next = std::chrono::steady_clock::now() + m_pause;
-    const bool isRight = IsRightSecretAtLast(job.secret, job.hash);
+    const std::optional<bool> isRight = TryIsRightSecret(job.secret, job.hash);
     ::explicit_bzero(job.secret.data(), job.secret.size());
     lock.lock();
     Tell(lock, job.done, isRight);
@@ -140,7 +144,7 @@ void PasswordCheck::Worker::Work() {
 }
 
 void PasswordCheck::Worker::Tell(std::unique_lock<std::mutex>& lock,
-                                 const std::shared_ptr<Done>& done, bool isRight) {
+                                 const std::shared_ptr<Done>& done, std::optional<bool> isRight) {
   // Under the lock: behind End() the loop may be gone.
   for (bool isTold = false; !isTold && !m_isEnding;) {
     try {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 /// Checks passwords by crypt(3), which takes a while on purpose, on a thread of its own.
@@ -12,7 +13,8 @@ class PasswordCheck {
   /// Has the loop run an action soon; called on the thread of the checks, which waits for nothing
   /// else meanwhile: it must not wait for the loop.
   using Poster = std::function<void(std::function<void()> action)>;
-  using Done = std::function<void(bool isRight)>;
+  /// Nothing where memory lacked for the check.
+  using Done = std::function<void(std::optional<bool> isRight)>;
 
   /// From the begin of one check to that of the next `pause` passes at least; `mostWaiting` wait.
   PasswordCheck(Poster post, std::chrono::milliseconds pause, std::size_t mostWaiting);

@@ -117,10 +117,11 @@ void AlarmDesk::FollowAgain(std::chrono::milliseconds pause) {
 
 void AlarmDesk::OnAnswer(bool isGood, std::string_view line) {
   if (!isGood) {
+    // First, as the words on it may lack memory.
+    FollowAgain(kRefusedPause);
     if (!std::exchange(m_isRefusalTold, true)) {
       m_hooks.report("the daemon tells no alarms; it is asked again each minute");
     }
-    FollowAgain(kRefusedPause);
     return;
   }
   m_isRefusalTold = false;

@@ -54,6 +54,9 @@ AlarmMemory ReadAlarmMemory(const std::string& path) {
     memory.newestSince = MemoryNumber(told.Find("newest_since"));
     memory.active = KeysOf(told.Find("active"));
     memory.owed = KeysOf(told.Find("owed"));
+  } catch (const PassingAccessError&) {
+    // It is not as none, and would be written anew.
+    throw;
   } catch (const AccessError&) {
     return {};
   }

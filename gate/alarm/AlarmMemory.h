@@ -7,7 +7,7 @@
 #include "gate/alarm/Alarm.h"
 
 /// What was told of alarms, so that a gate that was away tells what it has missed
-/// and nothing twice.
+/// and, but for want of memory, nothing twice.
 struct AlarmMemory {
   std::int64_t contact = 0;      ///< until when all is known, in seconds since the epoch; 0: never
   std::int64_t newest = 0;       ///< the greatest number
@@ -25,7 +25,7 @@ struct AlarmMemory {
   friend bool operator==(const AlarmMemory&, const AlarmMemory&) = default;
 };
 
-/// What the file holds; nothing if it is none, or another's.
+/// What the file holds; nothing if it is none, or another's. Throws PassingAccessError.
 [[nodiscard]] AlarmMemory ReadAlarmMemory(const std::string& path);
 /// What such a file holds.
 [[nodiscard]] std::string AlarmMemoryText(const AlarmMemory& memory);

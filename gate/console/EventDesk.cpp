@@ -63,6 +63,9 @@ void EventDesk::Serve(const std::shared_ptr<HttpExchange>& exchange) {
 }
 
 void EventDesk::Begin(const std::shared_ptr<HttpExchange>& exchange, EventQuery query) {
+  if (exchange->IsAnswered()) {
+    return;
+  }
   RemoveGone();
   if (m_listeners.size() >= kMostListeners) {
     exchange->Answer(
@@ -188,6 +191,6 @@ void EventDesk::KeepAlive() {
     return;
   }
   static const auto comment = std::make_shared<const std::string>(": alive\n\n");
-  GiveAll({comment, ""});
   m_keepAlive.After(kKeepAlivePause, [this] { KeepAlive(); });
+  GiveAll({comment, ""});
 }

@@ -98,21 +98,24 @@ void EventListener::AskSchedules() {
   m_question =
       m_desk.AskJson(Json{{"op", "status"}}, [weak = weak_from_this()](const Json& answer) {
         const auto self = weak.lock();
-        if (self == nullptr) {
-          return;
+        if (self != nullptr && !self->IsGone()) {
+          self->OrEnd([&] { self->TakeSchedules(answer); });
         }
-        const Json* status = answer.Find("status");
-        const Json* schedules = status == nullptr ? nullptr : status->Find("schedules");
-        if (schedules == nullptr || !schedules->IsArray()) {
-          self->Lose("the daemon can't be asked");
-          self->GoLive();
-          return;
-        }
-        for (const Json& schedule : schedules->Elements()) {
-          self->m_records.push_back(TextOf(schedule, "record"));
-        }
-        self->BeginStretch();
       });
+}
+
+void EventListener::TakeSchedules(const Json& answer) {
+  const Json* status = answer.Find("status");
+  const Json* schedules = status == nullptr ? nullptr : status->Find("schedules");
+  if (schedules == nullptr || !schedules->IsArray()) {
+    Lose("the daemon can't be asked");
+    GoLive();
+    return;
+  }
+  for (const Json& schedule : schedules->Elements()) {
+    m_records.push_back(TextOf(schedule, "record"));
+  }
+  BeginStretch();
 }
 
 void EventListener::ReadBackNext(const Json& after) {
@@ -138,8 +141,8 @@ void EventListener::ReadBackNext(const Json& after) {
     request["arguments"] = false;
   }
   m_question = m_desk.AskJson(request, [weak = weak_from_this()](const Json& answer) {
-    if (const auto self = weak.lock()) {
-      self->TakePage(answer);
+    if (const auto self = weak.lock(); self != nullptr && !self->IsGone()) {
+      self->OrEnd([&] { self->TakePage(answer); });
     }
   });
 }

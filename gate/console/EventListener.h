@@ -44,6 +44,7 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
   void OrEnd(Step step);
   void Put(const EventFrame& frame);
   void AskSchedules();
+  void TakeSchedules(const Json& answer);
   void StopReading();
   void BeginStretch();
   void EndStretch();

@@ -100,15 +100,15 @@ void DaemonAsk::Read() {
   try {
     const OnBytes onBytes = m_onBytes;
     onBytes({chunk.data(), static_cast<std::size_t>(size)});
+    if (*isAlive) {
+      WaitForBytes();
+    }
   } catch (const std::exception&) {
     // What has been read is lost, and with it the answer.
     if (*isAlive) {
       m_timer.After({}, [this] { Finish(End::kNoDaemon); });
     }
     throw;
-  }
-  if (*isAlive) {
-    WaitForBytes();
   }
 }
 

@@ -1,5 +1,6 @@
 #include "gate/daemon/DaemonDesk.h"
 
+#include <exception>
 #include <new>
 #include <utility>
 
@@ -58,8 +59,17 @@ DaemonDesk::QuestionPtr DaemonDesk::Ask(const Json& request, Take take, Done don
   if (m_waiting.size() >= kMostWaiting) {
     m_refused.push_back(std::move(question->done));
     m_end.After({}, [this] {
+      std::exception_ptr fault;
       for (const Done& refused : std::exchange(m_refused, {})) {
-        refused(End::kBusy);
+        try {
+          refused(End::kBusy);
+        } catch (const std::exception&) {
+          // Those behind it are to hear of it.
+          fault = std::current_exception();
+        }
+      }
+      if (fault) {
+        std::rethrow_exception(fault);
       }
     });
   } else {

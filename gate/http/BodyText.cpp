@@ -86,6 +86,7 @@ std::string Gunzip(std::string_view text) {
   if (::inflateInit2(&stream, kGzipWindow) != Z_OK) {
     return "";
   }
+  const std::unique_ptr<::z_stream, int (*)(::z_stream*)> end(&stream, &::inflateEnd);
   stream.next_in = BytesOf(text);
   stream.avail_in = static_cast<uInt>(text.size());
   std::string expanded;
@@ -97,6 +98,5 @@ std::string Gunzip(std::string_view text) {
     code = ::inflate(&stream, Z_NO_FLUSH);
     expanded.append(block.data(), block.size() - stream.avail_out);
   }
-  ::inflateEnd(&stream);
   return code == Z_STREAM_END ? expanded : "";
 }

@@ -65,6 +65,9 @@ bool PushCursor::Read(std::int64_t since, std::string& error) {
       m_after = std::move(file[kAfterMember]);
     }
     return true;
+  } catch (const PassingAccessError&) {
+    // The file is as good as before.
+    throw;
   } catch (const AccessError& fault) {
     error = fault.what();
     return false;

@@ -92,9 +92,9 @@ class HttpSender::Sending : public std::enable_shared_from_this<HttpSender::Send
       library->Add(*this);
     } catch (const std::exception& error) {
       m_transfer.reset();
-      m_soon.After({}, [this, text = std::string(error.what())] {
+      m_soon.After({}, [this, text = std::string(error.what())]() mutable {
         const std::shared_ptr<Sending> held = shared_from_this();
-        Finish({0, text, "", {}});
+        Finish({0, std::move(text), "", {}});
       });
     }
   }

@@ -248,7 +248,7 @@ void EventLoop::DropWaiting() {
     const LoopTask task = std::move(m_queue.front());
     m_queue.pop_front();
     if (task.drop) {
-      task.drop();
+      Try(task.drop);
     }
   }
 }

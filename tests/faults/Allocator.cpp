@@ -26,7 +26,7 @@ thread_local bool t_isWatching = false;
 std::size_t g_watchedPlace = 0;
 std::size_t g_turnsLeft = 0;
 std::array<std::size_t, std::size_t{1} << 17U> g_seenPlaces;
-std::size_t g_seenCount = 0;
+std::atomic<std::size_t> g_seenCount = 0;
 
 /// The hash of those callers that are in this program (FNV-1a), the same in each of its processes;
 /// never 0.
@@ -118,6 +118,8 @@ void faults::WatchPlaces(std::size_t place, std::size_t turn) {
   g_seenCount = 0;
   t_isWatching = true;
 }
+
+std::size_t faults::CountWatched() { return g_seenCount; }
 
 std::vector<std::size_t> faults::StopWatchingPlaces() {
   t_isWatching = false;

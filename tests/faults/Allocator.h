@@ -20,6 +20,8 @@ std::size_t StopCountingAllocationsOfAll();
 /// place: the `turn`-th one of `place`, counted from 1, throws; 0 for none. Costs a walk of the
 /// stack each.
 void WatchPlaces(std::size_t place, std::size_t turn);
+/// How many allocations there have been since then, from any thread.
+[[nodiscard]] std::size_t CountWatched();
 /// The place of each allocation since then.
 std::vector<std::size_t> StopWatchingPlaces();
 

@@ -43,9 +43,11 @@ class DoneNotes {
   }
 
  private:
+  static constexpr const char* kScenes[] = {"", " followed", " operations"};
+
   [[nodiscard]] std::string LineOf(const Fault& fault) const {
     return m_scene + fault.kind + ' ' + std::to_string(fault.place) +
-           (fault.isFollowed ? " followed" : "") +
+           kScenes[static_cast<std::size_t>(fault.scene)] +
            (fault.turn == 1 ? "" : " turn " + std::to_string(fault.turn));
   }
 

@@ -71,13 +71,16 @@ class PushScene : public GateSurroundings {
   }
   void Scrape() {
     ReadUntilRight("/metrics", [this] {
+      if (!ConnectLoopback(Address()).IsOpen()) {
+        return std::string();
+      }
       HttpClient client(Address());
       client.Ask("/metrics");
       const std::string answer = client.Receive();
       return answer.starts_with("HTTP/1.1 200") &&
                      answer.ends_with(std::string("\r\n\r\n") + kMetrics)
                  ? "right"
-                 : answer.substr(0, answer.find("\r\n"));
+                 : "-" + answer.substr(0, answer.find("\r\n"));
     });
   }
 

@@ -95,7 +95,8 @@ void GateSurroundings::ReadUntilRight(const std::string& name,
                                       const std::function<std::string()>& ask) {
   bool isRight = false;
   for (int turn = 0; turn < kTurns && !isRight && !IsOver(); ++turn) {
-    const std::string outcome = ask();
+    std::string outcome;
+    WaitFor([&] { return !(outcome = ask()).empty(); });
     isRight = outcome == "right";
     m_pages += name + ' ' + outcome + '\n';
   }

@@ -36,7 +36,8 @@ class GateSurroundings {
   [[nodiscard]] bool IsOver();
   /// The daemon's answer to `gate`, whose questions tell how it goes.
   std::string AnswerSettings(const Json& request, const Json& settings);
-  /// Asks up to four times for what `ask` gives "right" for, else how it went; notes each.
+  /// Asks up to four times for what `ask` gives "right" for, else how it went; notes each. Nothing
+  /// is for a connection that could not be made, as to a listener that is just made anew.
   void ReadUntilRight(const std::string& name, const std::function<std::string()>& ask);
   /// Notes what has come to a server.
   void NoteSent(const std::string& line);

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -78,6 +79,7 @@ class OneFaultTest : public ::testing::Test {
   /// What must hold whatever fails.
   static void ExpectSound(const WalkResult& walk) {
     ExpectWhole(walk);
+    ExpectScrape(walk);
     ExpectSameBatches(walk);
   }
   static void ExpectWhole(const WalkResult& walk) {
@@ -93,6 +95,8 @@ class OneFaultTest : public ::testing::Test {
     if (walk.exitValue != 0) {
       EXPECT_EQ(walk.failedAt, 0U) << "a daemon that runs goes on";
     }
+  }
+  static void ExpectScrape(const WalkResult& walk) {
     if (walk.exitValue == 0 && walk.failedAt < kSecondScrape) {
       EXPECT_THAT(walk.answers.at(kSecondScrape - 1), HasSubstr("\n# EOF\n"));
     }
@@ -112,19 +116,25 @@ class OneFaultTest : public ::testing::Test {
   }
 
   /// Of each place where memory was asked for the first turn and the last one, which has others
-  /// before it in the same snapshot and an earlier one; else some that lie evenly.
-  static std::vector<Fault> EachPlace(const WalkResult& counted, std::size_t few) {
+  /// before it in the same snapshot and an earlier one, of those behind the first `begin`
+  /// allocations; else some that lie evenly.
+  static std::vector<Fault> EachPlace(WalkScene scene, const WalkResult& counted, std::size_t few,
+                                      std::size_t begin = 0) {
     std::map<std::size_t, std::size_t> turns;
     for (const std::size_t place : counted.places) {
       ++turns[place];
     }
+    std::set<std::size_t> known(counted.places.begin(),
+                                counted.places.begin() + static_cast<std::ptrdiff_t>(begin));
     std::vector<Fault> all;
-    for (const std::size_t place : counted.places) {
-      if (const std::size_t last = std::exchange(turns[place], 0); last != 0) {
-        all.push_back({faults::kPlace, place});
-        if (last > 1) {
-          all.push_back({faults::kPlace, place, false, last});
-        }
+    for (std::size_t at = begin; at < counted.places.size(); ++at) {
+      const std::size_t place = counted.places[at];
+      const std::size_t last = std::exchange(turns[place], 0);
+      if (last != 0 && !known.contains(place)) {
+        all.push_back({faults::kPlace, place, scene});
+      }
+      if (last > 1) {
+        all.push_back({faults::kPlace, place, scene, last});
       }
     }
     std::vector<Fault> some;
@@ -213,16 +223,13 @@ TEST_F(OneFaultTest, ACallOfTheTable) {
 
 /// A schedule of each second, one who follows it, and an alarm: neither ends by the failure.
 TEST_F(OneFaultTest, AnAllocationOfAFollowedSchedule) {
-  const WalkResult counted = s_walks->Run({faults::kPlace, 0, true});
+  const WalkResult counted = s_walks->Run({faults::kPlace, 0, WalkScene::kFollowed});
   ExpectWhole(counted);
   EXPECT_GE(counted.followed, WalkResult::kFollowed);
   EXPECT_NE(counted.log.find("QMTX10700-W"), std::string::npos);
-  std::vector<Fault> each = EachPlace(counted, 7);
-  for (Fault& fault : each) {
-    fault.isFollowed = true;
-  }
-  TryEach(each, [](const WalkResult& walk) {
+  TryEach(EachPlace(WalkScene::kFollowed, counted, 10), [](const WalkResult& walk) {
     ExpectWhole(walk);
+    ExpectScrape(walk);
     if (walk.exitValue == 0) {
       EXPECT_GE(walk.followed, WalkResult::kFollowed);
     }
@@ -231,23 +238,47 @@ TEST_F(OneFaultTest, AnAllocationOfAFollowedSchedule) {
 
 TEST_F(OneFaultTest, AnAllocation) {
   const WalkResult counted = s_walks->Run({faults::kPlace, 0});
-  TryEach(EachPlace(counted, 24), [](const WalkResult& walk) {
+  TryEach(EachPlace(WalkScene::kBatches, counted, 24), [](const WalkResult& walk) {
     ExpectSound(walk);
     EXPECT_TRUE(IsUnseen(walk) || IsMemoryTold(walk) || IsAnsweredByError(walk));
   });
 }
 
-/// The last ones of a walk: whichever fails, the daemon leaves by its exit value 0.
-TEST_F(OneFaultTest, AnAllocationOfTheStop) {
-  constexpr std::size_t kOfTheStop = 36;
-  std::vector<Fault> each;
-  for (std::size_t place = s_calm->calls - kOfTheStop; place <= s_calm->calls; ++place) {
-    each.push_back({faults::kAllocation, place});
+/// Each question is answered, and those behind the failure as in an undisturbed walk.
+TEST_F(OneFaultTest, AnAllocationOfAnOperation) {
+  const WalkResult counted = s_walks->Run({faults::kPlace, 0, WalkScene::kOperations});
+  ExpectWhole(counted);
+  const std::vector<std::string>& questions = QuestionsOf(WalkScene::kOperations);
+  const auto isGood = [](const std::string& answer) {
+    return answer.find(R"("ok":true)") < 40;  // behind an "id" at most
+  };
+  for (std::size_t at = 0; at < questions.size(); ++at) {
+    EXPECT_EQ(isGood(counted.answers[at]), questions[at].find("nothing") == std::string::npos)
+        << questions[at] << counted.answers[at].substr(0, 200);
   }
-  TryEach(each, [](const WalkResult& walk) {
-    ExpectSound(walk);
-    EXPECT_EQ(walk.exitValue, 0);
-  });
+  TryEach(EachPlace(WalkScene::kOperations, counted, 12, counted.placesBefore),
+          [&](const WalkResult& walk) {
+            ExpectWhole(walk);
+            EXPECT_EQ(walk.exitValue, 0);
+            for (std::size_t at = walk.failedAt; at < questions.size() && walk.failedAt != 0;
+                 ++at) {
+              EXPECT_EQ(isGood(walk.answers[at]), isGood(counted.answers[at]))
+                  << questions[at] << walk.answers[at].substr(0, 200);
+            }
+          });
+}
+
+/// Whichever of them fails, the daemon leaves by its exit value 0.
+TEST_F(OneFaultTest, AnAllocationOfTheStop) {
+  for (const WalkScene scene : {WalkScene::kBatches, WalkScene::kFollowed}) {
+    const WalkResult counted = s_walks->Run({faults::kPlace, 0, scene});
+    const std::vector<Fault> each = EachPlace(scene, counted, 10, counted.placesToStop);
+    EXPECT_GE(each.size(), 10U);
+    TryEach(each, [](const WalkResult& walk) {
+      ExpectWhole(walk);
+      EXPECT_EQ(walk.exitValue, 0);
+    });
+  }
 }
 
 }  // namespace

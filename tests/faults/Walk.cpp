@@ -26,6 +26,7 @@
 #include "agent/Service.h"
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
+#include "tests/faults/Allocator.h"
 #include "tests/faults/Client.h"
 #include "tests/faults/Faults.h"
 #include "tests/support/TempFolder.h"
@@ -40,7 +41,7 @@ namespace fs = std::filesystem;
 
 constexpr unsigned kLimitSeconds = 90;
 // A walk waits more than it works.
-constexpr std::size_t kWalksAtATime = 8;
+constexpr std::size_t kWalksAtATime = 12;
 constexpr std::time_t kFirstBatch = 1'700'000'000;
 constexpr std::time_t kBetweenBatches = 60;
 // Level 30 has the traces that tell of a step without memory.
@@ -142,27 +143,55 @@ void WaitForFollowed() {
   }
 }
 
+constexpr const char* kOperations[] = {
+    R"({"op":"records"})",
+    R"({"op":"schema","record":"PI"})",
+    R"({"op":"get","records":["PD",{"record":"CPUP","where":["Processor ID = 0"],"limit":1}]})",
+    R"({"op":"last","records":["PI","CPUP"]})",
+    R"({"op":"config"})",
+    R"({"op":"config_set","item":65535,"value":"x"})",
+    R"({"op":"report","report":"workgroups","arguments":{"name":"root","pid":"1"}})",
+    R"({"op":"history","record":"CPUP","since":0})",
+    R"({"op":"history","record":"CPUP","since":0,"points":4,"columns":["User %"]})",
+    R"({"op":"schedule_set","record":"SOCK","seconds":60})",
+    R"({"op":"schedule_remove","record":"SOCK"})",
+    R"({"op":"metrics","names":"node"})",
+    R"({"op":"samples","records":["PI","CPUP"],"since":0})",
+    R"({"op":"gate","addresses":["127.0.0.1:1"],"push":[],"notices":[]})",
+    R"({"op":"alarms"})",
+    R"({"op":"alarm","id":1})",
+    R"({"op":"alarm_rules"})",
+    R"({"op":"alarm_follow"})",
+    R"({"op":"console_token"})",
+    R"({"op":"token_check","token":"x"})",
+    R"({"op":"log","lines":5})",
+    R"({"op":"nothing"})",
+    R"({"op":"status"})",
+    R"({"op":"shutdown"})"};
+
 /// The operator's part: each question on a connection of its own, so that a lost one costs one.
-void AskAll(bool isFollowed) {
-  const std::string ask[] = {kAllRecords,
-                             kAllRecords,
-                             kAllRecords,
-                             R"({"op":"metrics","format":"openmetrics"})",
-                             R"({"op":"metrics","format":"openmetrics"})",
-                             R"({"op":"shutdown"})"};
+void AskAll(WalkScene scene) {
   // The socket is there before the start is over.
   std::string status;
   while (!g_isServiceOver && status.empty()) {
     status = faults::Client([] { return g_isServiceOver.load(); }).Ask(R"({"op":"status"})");
   }
   Write("status", status);
-  for (std::size_t place = 0; place < WalkResult::kQuestions; ++place) {
-    if (isFollowed && place + 1 == WalkResult::kQuestions) {
+  const std::vector<std::string>& ask = QuestionsOf(scene);
+  for (std::size_t place = 0; place < ask.size(); ++place) {
+    if (place == (scene == WalkScene::kOperations ? 0 : ask.size() - 1) &&
+        scene != WalkScene::kBatches) {
       WaitForFollowed();
+    }
+    if (place == 0 || place + 1 == ask.size()) {
+      Write(place == 0 ? "places-before" : "places-to-stop",
+            std::to_string(faults::CountWatched()));
     }
     faults::Client client([] { return g_isServiceOver.load(); });
     g_question = place + 1;
-    g_now = kFirstBatch + static_cast<std::time_t>(place) * kBetweenBatches;
+    if (scene != WalkScene::kOperations) {
+      g_now = kFirstBatch + static_cast<std::time_t>(place) * kBetweenBatches;
+    }
     Write("answer-" + std::to_string(place), client.Ask(ask[place]));
   }
   // Every second one for a shutdown that has not been heard.
@@ -206,9 +235,9 @@ bool HasLeak() {
   (void)::backtrace(&caller, 1);
   g_placeFile = ::open("place", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   const int before = OpenDescriptors();
-  std::thread asker(AskAll, fault.isFollowed);
-  std::thread follower([isFollowed = fault.isFollowed] {
-    if (isFollowed) {
+  std::thread asker(AskAll, fault.scene);
+  std::thread follower([scene = fault.scene] {
+    if (scene != WalkScene::kBatches) {
       Follow();
     }
   });
@@ -235,7 +264,7 @@ bool HasLeak() {
   ::_exit(0);
 }
 
-WalkResult ReadResult(const fs::path& folder, int status) {
+WalkResult ReadResult(const fs::path& folder, WalkScene scene, int status) {
   WalkResult result;
   result.status = status;
   std::istringstream figures(Read(folder / "figures"));
@@ -248,8 +277,10 @@ WalkResult ReadResult(const fs::path& folder, int status) {
   result.places.assign(std::istream_iterator<std::size_t>(places), {});
   result.failedPlace = Read(folder / "place");
   result.firstAnswer = Read(folder / "status");
-  for (std::size_t place = 0; place < WalkResult::kQuestions; ++place) {
-    result.answers.at(place) = Read(folder / ("answer-" + std::to_string(place)));
+  std::istringstream(Read(folder / "places-before")) >> result.placesBefore;
+  std::istringstream(Read(folder / "places-to-stop")) >> result.placesToStop;
+  for (std::size_t place = 0; place < QuestionsOf(scene).size(); ++place) {
+    result.answers.push_back(Read(folder / ("answer-" + std::to_string(place))));
   }
   result.log = Read(folder / "log/qmtdmon.log");
   result.errors = Read(folder / "stderr.txt");
@@ -284,11 +315,11 @@ void FillFrom(const fs::path& table, const process_tree::HostTree& host) {
 /// A walk that is under way in a process and a folder of its own.
 class RunningWalk {
  public:
-  explicit RunningWalk(const Fault& fault) {
+  explicit RunningWalk(const Fault& fault) : m_scene(fault.scene) {
     fs::create_directories(m_folder.Path() / "opt/qmtrx/mond");
     std::ofstream(m_folder.Path() / "qmtagt.ini")
-        << kSettings << (fault.isFollowed ? kOftenSchedule : kRareSchedule);
-    if (fault.isFollowed) {
+        << kSettings << (m_scene == WalkScene::kBatches ? kRareSchedule : kOftenSchedule);
+    if (m_scene != WalkScene::kBatches) {
       std::ofstream(m_folder.Path() / "alarms") << kAlarm;
     }
     std::ofstream(m_folder.Path() / "wgfile") << "workgroup = root\nusers = root\n";
@@ -305,7 +336,7 @@ class RunningWalk {
 
   WalkResult End() {
     Wait();
-    return ReadResult(m_folder.Path(), m_status);
+    return ReadResult(m_folder.Path(), m_scene, m_status);
   }
 
  private:
@@ -315,6 +346,7 @@ class RunningWalk {
     }
   }
 
+  WalkScene m_scene;
   TempFolder m_folder;
   pid_t m_child = -1;
   int m_status = 0;
@@ -322,6 +354,14 @@ class RunningWalk {
 };
 
 }  // namespace
+
+const std::vector<std::string>& QuestionsOf(WalkScene scene) {
+  constexpr const char* kScrape = R"({"op":"metrics","format":"openmetrics"})";
+  static const std::vector<std::string> batches{kAllRecords, kAllRecords, kAllRecords,
+                                                kScrape,     kScrape,     R"({"op":"shutdown"})"};
+  static const std::vector<std::string> operations(std::begin(kOperations), std::end(kOperations));
+  return scene == WalkScene::kOperations ? operations : batches;
+}
 
 bool WalkResult::HasEnded() const { return WIFEXITED(status) && exitValue >= 0; }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -10,12 +9,22 @@
 
 #include "tests/scripted/ProcessTree.h"
 
-/// What a walk came to. A walk is the daemon's whole life on its own node: a start, three batches
-/// with all records, two scrapes of metrics, and a stop. Where it is followed, two records are
-/// scheduled each second, and it stops once a follower has heard of kFollowed of their batches.
+/// A walk is the daemon's whole life on its own node.
+enum class WalkScene {
+  /// A start, three batches with all records, two scrapes of metrics, and a stop.
+  kBatches,
+  /// The same with two records that are scheduled each second, and an alarm; it stops once a
+  /// follower has heard of kFollowed of their batches.
+  kFollowed,
+  /// A start, such batches that are followed, each operation of the control socket, and a stop.
+  kOperations
+};
+
+/// The lines that a client asks in that scene, the last of which stops the daemon.
+[[nodiscard]] const std::vector<std::string>& QuestionsOf(WalkScene scene);
+
+/// What a walk came to.
 struct WalkResult {
-  /// The batches, the scrapes, and the stop, as far as it is asked by a client.
-  static constexpr std::size_t kQuestions = 6;
   static constexpr std::size_t kBatches = 3;
   static constexpr std::size_t kFollowed = 3;
 
@@ -25,11 +34,13 @@ struct WalkResult {
   /// By kind, where each call was armed.
   std::map<std::string, std::size_t> callsOf;
   std::vector<std::size_t> places;  ///< of its allocations, where faults::kPlace was armed
+  std::size_t placesBefore = 0;     ///< how many of them came before the first question
+  std::size_t placesToStop = 0;     ///< and before the last one
   bool hasFailed = false;
   /// The question that was under way at the failure, counted from 1; 0 for the start.
   std::size_t failedAt = 0;
-  std::string firstAnswer;                      ///< that of the first client, whenever it comes
-  std::array<std::string, kQuestions> answers;  ///< empty for none
+  std::string firstAnswer;           ///< that of the first client, whenever it comes
+  std::vector<std::string> answers;  ///< to each question of the scene; empty for none
   int descriptorsBefore = 0;
   int descriptorsAfter = 0;
   std::size_t followed = 0;  ///< batches of the schedule that a follower has heard of
@@ -45,7 +56,7 @@ struct WalkResult {
 struct Fault {
   std::string kind;
   std::size_t place;
-  bool isFollowed = false;
+  WalkScene scene = WalkScene::kBatches;
   std::size_t turn = 1;
 };
 

@@ -14,8 +14,8 @@
 #include "tests/support/TempFolder.h"
 #include "tests/support/Testing.h"
 
-/// A connection to that address's port on the loopback, which waits ten seconds at most; one that
-/// is not there is a failure of the test.
+/// A connection to that address's port on the loopback, which waits ten seconds at most; closed
+/// where there is none.
 inline Descriptor ConnectLoopback(const std::string& address) {
   Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   ::sockaddr_in peer{};
@@ -25,14 +25,18 @@ inline Descriptor ConnectLoopback(const std::string& address) {
       htons(static_cast<std::uint16_t>(std::stoi(address.substr(address.rfind(':') + 1))));
   const ::timeval limit{10, 0};
   ::setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  EXPECT_EQ(::connect(socket.Get(), reinterpret_cast<::sockaddr*>(&peer), sizeof peer), 0);
+  if (::connect(socket.Get(), reinterpret_cast<::sockaddr*>(&peer), sizeof peer) != 0) {
+    socket.Close();
+  }
   return socket;
 }
 
 /// A client's connection.
 class HttpClient {
  public:
-  explicit HttpClient(const std::string& address) : m_socket(ConnectLoopback(address)) {}
+  explicit HttpClient(const std::string& address) : m_socket(ConnectLoopback(address)) {
+    EXPECT_TRUE(m_socket.IsOpen()) << address;
+  }
   bool Send(const std::string& text) {
     return ::send(m_socket.Get(), text.data(), text.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(text.size());

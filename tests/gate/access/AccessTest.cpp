@@ -385,11 +385,11 @@ TEST(PasswordCheckTest, EndsWithoutWaiting) {
   const auto duration = clock() - start;
   const auto posted = std::make_shared<std::atomic<int>>(0);
   auto check = std::make_unique<PasswordCheck>([posted](const auto&) { ++*posted; }, 0ms, 2);
-  EXPECT_TRUE(check->Check("open", hash, [](bool) {}));
+  EXPECT_TRUE(check->Check("open", hash, [](std::optional<bool>) {}));
   std::this_thread::sleep_for(duration / 4);
-  EXPECT_TRUE(check->Check("open", hash, [](bool) {}));
-  EXPECT_TRUE(check->Check("open", hash, [](bool) {}));
-  EXPECT_FALSE(check->Check("open", hash, [](bool) {})) << "two wait";
+  EXPECT_TRUE(check->Check("open", hash, [](std::optional<bool>) {}));
+  EXPECT_TRUE(check->Check("open", hash, [](std::optional<bool>) {}));
+  EXPECT_FALSE(check->Check("open", hash, [](std::optional<bool>) {})) << "two wait";
   const auto end = clock();
   check.reset();
   EXPECT_LT(clock() - end, duration / 2);
