@@ -49,7 +49,8 @@ constexpr const char* kSettings =
     "[Node]\nMessage Log Level = 30\n[Host]\nProfile = modern\n[Http]\nGate = none\n"
     "[Schedule]\n";
 constexpr const char* kRareSchedule = "PI = 3600\n";
-constexpr const char* kOftenSchedule = "PI = 1\nCPUP = 1\n[Alarms]\nCommand = /bin/true\n";
+constexpr const char* kOftenSchedule =
+    "PI = 1\nCPUP = 1\nMEMD = 3600\n[Alarms]\nCommand = /bin/true\n";
 // Begins at the first batch, with rows of a record that is asked for.
 constexpr const char* kAlarm =
     "alarm = up\nrecord = CPUP\ncondition = Interrupts >= 0\ncapture = CGRP\n";
@@ -154,7 +155,7 @@ constexpr const char* kOperations[] = {
     R"({"op":"history","record":"CPUP","since":0})",
     R"({"op":"history","record":"CPUP","since":0,"points":4,"columns":["User %"]})",
     R"({"op":"schedule_set","record":"SOCK","seconds":60})",
-    R"({"op":"schedule_remove","record":"SOCK"})",
+    R"({"op":"schedule_remove","record":"MEMD"})",
     R"({"op":"metrics","names":"node"})",
     R"({"op":"samples","records":["PI","CPUP"],"since":0})",
     R"({"op":"gate","addresses":["127.0.0.1:1"],"push":[],"notices":[]})",
