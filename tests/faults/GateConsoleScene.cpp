@@ -171,10 +171,7 @@ class ConsoleScene : public GateSurroundings {
       return JsonText(Json{{"ok", true}, {"alarms", Json{{"list", Alarms(true)}}}}) + '\n';
     }
     if (op == "metrics") {
-      return JsonText(Json{{"ok", true},
-                           {"metrics",
-                            Json{{"bytes", std::strlen(kPage)}, {"content_type", "text/plain"}}}}) +
-             '\n' + kPage;
+      return AnswerMetrics(kPage);
     }
     if (op == "history") {
       const Json row{{"Record Time", request["since"]}};

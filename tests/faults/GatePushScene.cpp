@@ -1,4 +1,3 @@
-#include <cstring>
 #include <fstream>
 #include <iterator>
 
@@ -54,10 +53,7 @@ class PushScene : public GateSurroundings {
       return m_history.Answer(request);
     }
     if (op == "metrics") {
-      return JsonText(Json{{"ok", true},
-                           {"metrics", Json{{"bytes", std::strlen(kMetrics)},
-                                            {"content_type", "text/plain"}}}}) +
-             '\n' + kMetrics;
+      return AnswerMetrics(kMetrics);
     }
     if (op != "gate") {
       return "{\"ok\":false,\"error\":{\"code\":\"bad-field\",\"message\":\"no\"}}\n";

@@ -78,6 +78,12 @@ std::string GateSurroundings::Address() {
   return m_address;
 }
 
+std::string GateSurroundings::AnswerMetrics(const std::string& page) {
+  return JsonText(Json{{"ok", true},
+                       {"metrics", Json{{"bytes", page.size()}, {"content_type", "text/plain"}}}}) +
+         '\n' + page;
+}
+
 std::string GateSurroundings::AnswerSettings(const Json& request, const Json& settings) {
   const std::lock_guard lock(m_mutex);
   if (const Json* addresses = request.Find("addresses")) {

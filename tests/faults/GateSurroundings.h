@@ -34,6 +34,8 @@ class GateSurroundings {
   bool HasListener();
   [[nodiscard]] std::string Address();
   [[nodiscard]] bool IsOver();
+  /// The daemon's answer to `metrics`.
+  static std::string AnswerMetrics(const std::string& page);
   /// The daemon's answer to `gate`, whose questions tell how it goes.
   std::string AnswerSettings(const Json& request, const Json& settings);
   /// Asks up to four times for what `ask` gives "right" for, else how it went; notes each. Nothing
