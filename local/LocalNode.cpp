@@ -327,6 +327,7 @@ void LocalNode::TellAlarm(const Json& alarm) {
 void LocalNode::TellNumbered(int number, const std::vector<std::string>& arguments) {
   const auto entry = std::ranges::find(kMessageCatalog, number, &CatalogMessage::number);
   std::vector<const char*> texts;
+  texts.reserve(arguments.size());
   for (const std::string& argument : arguments) {
     texts.push_back(argument.c_str());
   }

@@ -52,7 +52,7 @@ class DaemonDesk::Question {
 DaemonDesk::~DaemonDesk() { *m_isAlive = false; }
 
 DaemonDesk::QuestionPtr DaemonDesk::Ask(const Json& request, Take take, Done done) {
-  const auto question =
+  auto question =
       std::make_shared<Question>(*this, JsonText(request), std::move(take), std::move(done));
   Prepare(question);
   std::erase_if(m_waiting, [](const auto& waiting) { return waiting.expired(); });

@@ -85,6 +85,7 @@ std::vector<std::string> AlarmEnvironment(const Json& alarm) {
        {"QMT_ALARM_ID", "id"},
        {"QMT_ALARM_SINCE", "since"},
        {"QMT_ALARM_UNTIL", "until"}}};
+  environment.reserve(environment.size() + kPlain.size());
   for (const auto& [name, member] : kPlain) {
     environment.push_back(Variable(name, PlainText(alarm.Find(member))));
   }
@@ -123,6 +124,7 @@ class AlarmCommand::Child {
     environment.push_back(std::string("PATH=") +
                           (path == nullptr ? "/usr/sbin:/usr/bin:/sbin:/bin" : path));
     std::vector<char*> variables;
+    variables.reserve(environment.size() + 1);
     for (std::string& variable : environment) {
       variables.push_back(variable.data());
     }
