@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "gate/access/Authorization.h"
+#include "io/OrIfNoMemory.h"
 #include "support/AccountText.h"
 
 namespace {
@@ -178,24 +179,18 @@ void Access::ProveToken(Login login, Callback callback) {
 }
 
 void Access::Wait(const Login& login, Callback callback) {
-  try {
-    std::vector<Callback> callbacks;
-    callbacks.push_back(std::move(callback));
-    m_waiting.emplace(login.place, std::move(callbacks));
-  } catch (const std::bad_alloc&) {
-    EndCheck(login);
-    throw;
-  }
+  OrIfNoMemory(
+      [&] {
+        std::vector<Callback> callbacks;
+        callbacks.push_back(std::move(callback));
+        m_waiting.emplace(login.place, std::move(callbacks));
+      },
+      [&] { EndCheck(login); });
 }
 
 template <class Step>
 void Access::OrGiveUp(const Login& login, Step step) {
-  try {
-    step();
-  } catch (const std::bad_alloc&) {
-    Answer(login, NoMemory());
-    throw;
-  }
+  OrIfNoMemory(step, [&] { Answer(login, NoMemory()); });
 }
 
 void Access::StartCheck(Login& login, PasswordCheck& check) {
@@ -346,12 +341,11 @@ void Access::TellLater() {
 }
 
 void Access::TellRest() {
-  try {
-    if (m_failures.TellRest(m_hooks.now())) {
-      TellLater();
-    }
-  } catch (const std::bad_alloc&) {
-    TellLater();
-    throw;
-  }
+  OrIfNoMemory(
+      [&] {
+        if (m_failures.TellRest(m_hooks.now())) {
+          TellLater();
+        }
+      },
+      [&] { TellLater(); });
 }

@@ -8,6 +8,7 @@
 
 #include "gate/alarm/AlertmanagerSender.h"
 #include "gate/alarm/WebhookSender.h"
+#include "io/OrIfNoMemory.h"
 #include "json/JsonText.h"
 
 namespace {
@@ -105,14 +106,8 @@ void AlarmDesk::FollowAgain(std::chrono::milliseconds pause) {
   }
   m_isLive = false;
   m_question.reset();
-  m_again.After(pause, [this] {
-    try {
-      Follow();
-    } catch (const std::bad_alloc&) {
-      FollowAgain(kFollowPause);
-      throw;
-    }
-  });
+  m_again.After(pause,
+                [this] { OrIfNoMemory([&] { Follow(); }, [&] { FollowAgain(kFollowPause); }); });
 }
 
 void AlarmDesk::OnAnswer(bool isGood, std::string_view line) {
@@ -243,14 +238,7 @@ void AlarmDesk::Tell(const AlarmPtr& alarm, bool isNews) {
 
 void AlarmDesk::PlanSave() {
   if (!m_targets.folder.empty() && !std::exchange(m_isSavePlanned, true)) {
-    m_save.After(kSavePause, [this] {
-      try {
-        Save();
-      } catch (const std::bad_alloc&) {
-        PlanSave();
-        throw;
-      }
-    });
+    m_save.After(kSavePause, [this] { OrIfNoMemory([&] { Save(); }, [&] { PlanSave(); }); });
   }
 }
 

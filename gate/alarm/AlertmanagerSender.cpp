@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
-#include <new>
 #include <utility>
 
+#include "io/OrIfNoMemory.h"
 #include "json/JsonText.h"
 
 namespace {
@@ -120,15 +120,13 @@ void AlertmanagerSender::Plan(std::chrono::milliseconds pause) {
 template <class... Arguments>
 void AlertmanagerSender::Try(void (AlertmanagerSender::*step)(Arguments...),
                              Arguments... arguments) {
-  try {
-    (this->*step)(arguments...);
-  } catch (const std::bad_alloc&) {
-    m_isSending = false;
-    m_isWaiting = true;
-    m_fullRound = {};
-    Plan(m_pace.first);
-    throw;
-  }
+  OrIfNoMemory([&] { (this->*step)(arguments...); },
+               [&] {
+                 m_isSending = false;
+                 m_isWaiting = true;
+                 m_fullRound = {};
+                 Plan(m_pace.first);
+               });
 }
 
 void AlertmanagerSender::BeginRound() {

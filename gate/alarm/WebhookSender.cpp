@@ -1,8 +1,8 @@
 #include "gate/alarm/WebhookSender.h"
 
-#include <new>
 #include <utility>
 
+#include "io/OrIfNoMemory.h"
 #include "json/JsonText.h"
 
 namespace {
@@ -40,14 +40,7 @@ void WebhookSender::Take(const AlarmPtr& alarm, bool isNews) {
 }
 
 void WebhookSender::Plan(Backoff::Pause pause) {
-  m_pause.After(pause, [this] {
-    try {
-      SendNext();
-    } catch (const std::bad_alloc&) {
-      Plan(kMemoryPause);
-      throw;
-    }
-  });
+  m_pause.After(pause, [this] { OrIfNoMemory([&] { SendNext(); }, [&] { Plan(kMemoryPause); }); });
 }
 
 void WebhookSender::SendNext() {

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <ctime>
-#include <new>
 #include <set>
 #include <utility>
 #include <vector>
 
 #include "gate/daemon/AnswerErrors.h"
+#include "io/OrIfNoMemory.h"
 #include "json/JsonText.h"
 
 namespace {
@@ -76,14 +76,12 @@ void EventDesk::Begin(const std::shared_ptr<HttpExchange>& exchange, EventQuery 
   const auto listener =
       std::make_shared<EventListener>(m_desk, std::move(query), stream, m_showsArguments);
   m_listeners.push_back(listener);
-  try {
-    Admit(exchange, listener, stream);
-  } catch (const std::bad_alloc&) {
-    // Its reader comes again.
-    listener->End();
-    m_listeners.remove(listener);
-    throw;
-  }
+  OrIfNoMemory([&] { Admit(exchange, listener, stream); },
+               [&] {
+                 // Its reader comes again.
+                 listener->End();
+                 m_listeners.remove(listener);
+               });
 }
 
 void EventDesk::Admit(const std::shared_ptr<HttpExchange>& exchange,
@@ -156,14 +154,8 @@ void EventDesk::OnDaemonGone() {
     RemoveGone();
     m_follow.reset();
     m_alarms.reset();
-    if (m_listeners.empty()) {
-      return;
-    }
-    try {
-      Follow();
-    } catch (const std::bad_alloc&) {
-      OnDaemonGone();
-      throw;
+    if (!m_listeners.empty()) {
+      OrIfNoMemory([&] { Follow(); }, [&] { OnDaemonGone(); });
     }
   });
   if (!std::exchange(m_isDaemonGone, true)) {

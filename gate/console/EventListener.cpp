@@ -1,9 +1,9 @@
 #include "gate/console/EventListener.h"
 
 #include <algorithm>
-#include <new>
 #include <utility>
 
+#include "io/OrIfNoMemory.h"
 #include "json/JsonText.h"
 
 namespace {
@@ -60,12 +60,7 @@ void EventListener::Start(std::int64_t now) {
 
 template <class Step>
 void EventListener::OrEnd(Step step) {
-  try {
-    step();
-  } catch (const std::bad_alloc&) {
-    End();
-    throw;
-  }
+  OrIfNoMemory(step, [this] { End(); });
 }
 
 void EventListener::BeginStretch() {
