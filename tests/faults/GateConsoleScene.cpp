@@ -16,14 +16,23 @@ constexpr const char* kNoSuch =
     "{\"ok\":false,\"error\":{\"code\":\"bad-field\",\"message\":\"no\"}}\n";
 constexpr const char* kPage = "a 1\n";
 
-Json AlarmOf(int id, bool isActive) {
-  constexpr std::int64_t kSince = 1'700'000'000;
+/// As an Alertmanager is told it.
+std::string TimeText(std::time_t time) {
+  std::tm parts{};
+  char text[40];
+  ::gmtime_r(&time, &parts);
+  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
+/// Alarms of `before` and the seconds behind it, which is not so long ago that an end counts as
+/// late.
+Json AlarmOf(std::time_t before, int id, bool isActive) {
   return Json{{"id", id},
               {"alarm", "swap"},
               {"record", "PI"},
               {"state", isActive ? "active" : "ended"},
-              {"since", kSince + id},
-              {"until", isActive ? Json(nullptr) : Json(kSince + id + 1)}};
+              {"since", before + id},
+              {"until", isActive ? Json(nullptr) : Json(before + id + 1)}};
 }
 
 /// A reader by TLS, which takes whoever answers.
@@ -136,7 +145,7 @@ class ConsoleScene : public GateSurroundings {
       const std::lock_guard lock(m_alarmsMutex);
       m_isActive[id] = isActive;
     }
-    m_daemon.Tell(JsonText(Json{{"event", "alarm"}, {"alarm", AlarmOf(id, isActive)}}),
+    m_daemon.Tell(JsonText(Json{{"event", "alarm"}, {"alarm", AlarmOf(m_before, id, isActive)}}),
                   "alarm_follow");
   }
   Json Alarms(bool withEnded) {
@@ -144,7 +153,7 @@ class ConsoleScene : public GateSurroundings {
     Json list = Json::Array();
     for (const auto& [id, isActive] : m_isActive) {
       if (withEnded || isActive) {
-        list.PushBack(AlarmOf(id, isActive));
+        list.PushBack(AlarmOf(m_before, id, isActive));
       }
     }
     return list;
@@ -153,8 +162,12 @@ class ConsoleScene : public GateSurroundings {
     const Json told = ParseJson(request.body).value;
     if (told.IsArray()) {
       for (const Json& alert : told.Elements()) {
-        const bool isEnded = alert["endsAt"].Text() < "2024";
-        NoteSent("alert " + alert["startsAt"].Text() + (isEnded ? " ended" : ""));
+        for (const int id : {1, 2, 3}) {
+          if (alert["startsAt"].Text() == TimeText(m_before + id)) {
+            const bool isEnded = alert["endsAt"].Text() == TimeText(m_before + id + 1);
+            NoteSent("alert " + std::to_string(id) + (isEnded ? " ended" : " active"));
+          }
+        }
       }
     } else {
       const Json& alarm = told["alarm"];
@@ -204,6 +217,7 @@ class ConsoleScene : public GateSurroundings {
                                                {"webhook", Json::Array({m_server.Url()})}}}});
   }
 
+  const std::time_t m_before = std::time(nullptr) - 100;
   std::mutex m_alarmsMutex;
   std::map<int, bool> m_isActive{{1, true}};
   FakeServer m_server;

@@ -108,11 +108,9 @@ TEST_P(GateFaultTest, AnUndisturbedWalk) {
     EXPECT_EQ(Calm().errors, "");
     EXPECT_EQ(Calm().sent.size(), PushHistory::Samples(1, kPushedRows + 1).size());
   } else {
-    EXPECT_THAT(
-        Calm().sent,
-        ElementsAre("alert 2023-11-14T22:13:21Z", "alert 2023-11-14T22:13:22Z",
-                    "alert 2023-11-14T22:13:22Z ended", "alert 2023-11-14T22:13:23Z",
-                    "webhook 1 active", "webhook 2 active", "webhook 2 ended", "webhook 3 active"));
+    EXPECT_THAT(Calm().sent, ElementsAre("alert 1 active", "alert 2 active", "alert 2 ended",
+                                         "alert 3 active", "webhook 1 active", "webhook 2 active",
+                                         "webhook 2 ended", "webhook 3 active"));
   }
 }
 
