@@ -18,6 +18,9 @@ class ClientError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// Throws a ClientError that names the path and why, by errno, it can't be used.
+[[noreturn]] void FailErrno(const std::string& path);
+
 /// The daemon understood the request and answered it with an error object.
 class RefusedError : public ClientError {
  public:

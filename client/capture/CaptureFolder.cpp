@@ -20,13 +20,6 @@ namespace {
 
 constexpr std::size_t kMostBytes = std::size_t{256} << 20U;
 
-[[noreturn]] void FailErrno(const std::string& path) {
-  const int code = errno;
-  throw ClientError(path + ": " +
-                    (code == ELOOP || code == ENXIO ? "this is no regular file"
-                                                    : std::generic_category().message(code)));
-}
-
 /// What is left to read of the file at `path`.
 std::string ReadRest(const Descriptor& file, const std::string& path, std::size_t limit) {
   std::string text;

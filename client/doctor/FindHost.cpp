@@ -14,9 +14,9 @@
 #include "client/doctor/FindFacts.h"
 #include "client/doctor/PortProbe.h"
 #include "client/doctor/QuickProgram.h"
-#include "client/doctor/Settings.h"
 #include "client/doctor/UnitText.h"
 #include "client/files/Programs.h"
+#include "client/files/Settings.h"
 #include "support/HostPaths.h"
 #include "support/OsCalls.h"
 

@@ -1,9 +1,7 @@
 #include "client/files/UserStore.h"
 
 #include <fcntl.h>
-#include <strings.h>
 #include <sys/ipc.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -13,11 +11,11 @@
 #include <system_error>
 
 #include "client/ask/Errors.h"
+#include "client/files/Settings.h"
 #include "support/AtomicFile.h"
 #include "support/Descriptor.h"
 #include "support/HostPaths.h"
-#include "support/TextFile.h"
-#include "support/TrimmedText.h"
+#include "support/RegularFile.h"
 #include "support/UserFileSemaphore.h"
 
 namespace {
@@ -27,7 +25,6 @@ constexpr std::size_t kMaxBytes = std::size_t{256} << 20;
 [[noreturn]] void Fail(const std::string& path, const std::string& reason) {
   throw ClientError(path + ": " + reason);
 }
-[[noreturn]] void FailErrno(const std::string& path) { Fail(path, std::strerror(errno)); }
 
 std::string ReadAll(int descriptor, const std::string& path) {
   std::string text;
@@ -45,29 +42,6 @@ std::string ReadAll(int descriptor, const std::string& path) {
       Fail(path, "longer than " + std::to_string(kMaxBytes) + " bytes");
     }
   }
-}
-
-std::string WithoutBlanks(std::string_view text) { return std::string(Trimmed(text, " \t\r\n")); }
-
-/// What the daemon's settings say of the guards; empty if they don't, or not to this user.
-std::string GuardModeSetting() {
-  constexpr int kMaxLines = 100'000;
-  const TextFilePtr file = OpenTextFile(ProductPath("/opt/qmtrx/mond/agent/qmtagt.ini"));
-  std::array<char, 8192> line{};
-  bool isAgent = false;
-  for (int number = 0; file != nullptr && number < kMaxLines &&
-                       std::fgets(line.data(), line.size(), file.get()) != nullptr;
-       ++number) {
-    const std::string text = WithoutBlanks(line.data());
-    const std::size_t equals = text.find('=');
-    if (text.starts_with('[')) {
-      isAgent = ::strcasecmp(text.c_str(), "[Agent]") == 0;
-    } else if (isAgent && equals != std::string::npos &&
-               ::strcasecmp(WithoutBlanks(text.substr(0, equals)).c_str(), "Guard Mode") == 0) {
-      return WithoutBlanks(text.substr(equals + 1));
-    }
-  }
-  return {};
 }
 
 }  // namespace
@@ -104,9 +78,10 @@ void UserStore::Guarded(const std::function<void()>& work) const {
   if (error) {
     Fail(ProductPath(kUserDataDirectory), error.message());
   }
+  const std::string guardMode =
+      Settings(ProductPath("/opt/qmtrx/mond/agent/qmtagt.ini")).GuardMode();
   UserFileSemaphore guard(::ftok(ProductPath(kUserFileKeyPath).c_str(), m_kind.projectId),
-                          UserFileSemaphore::kUnlocked,
-                          UserFileGuardRights(GuardModeSetting().c_str()));
+                          UserFileSemaphore::kUnlocked, UserFileGuardRights(guardMode.c_str()));
   if (guard.create() < 0) {
     Fail(m_path, std::string("its guard can't be made: ") + std::strerror(errno));
   }
@@ -119,16 +94,12 @@ void UserStore::Guarded(const std::function<void()>& work) const {
 }
 
 std::string UserStore::Load() const {
-  const Descriptor file(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const Descriptor file(OpenRegularFile(m_path, O_RDONLY, 0));
   if (!file.IsOpen()) {
     if (errno == ENOENT) {
       return {};
     }
     FailErrno(m_path);
-  }
-  struct ::stat status {};
-  if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    Fail(m_path, "no regular file");
   }
   std::string text = ReadAll(file.Get(), m_path);
   if (text.empty()) {
@@ -151,7 +122,7 @@ void UserStore::Replace(const std::string& records) const {
   std::string content(header.data(), header.size());
   content += records;
   std::string error;
-  if (!ReplaceFile(BehindLinks(m_path), content, error)) {
+  if (!ReplaceFile(m_path, content, error)) {
     throw ClientError(error);
   }
 }

@@ -15,7 +15,8 @@ class UserStore {
   /// The records in the file, without its header; empty if there is no file.
   [[nodiscard]] std::string Read() const;
   /// Replaces the records by what `make` makes of the present ones, all under one guard. The file
-  /// is the old or the new one at any moment. What `make` throws leaves the file as it is.
+  /// is the old or the new one at any moment, and no link: the group may write to its folder. What
+  /// `make` throws leaves the file as it is.
   void Change(const std::function<std::string(const std::string& records)>& make) const;
 
   [[nodiscard]] const std::string& Path() const { return m_path; }

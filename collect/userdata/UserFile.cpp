@@ -32,8 +32,21 @@ constexpr std::size_t kStringKeyOffset = 20;
 constexpr std::size_t kDataKeyOffset = 40;
 constexpr std::size_t kDataKeySize = 4;
 
-ssize_t ReadFile(int descriptor, void* buffer, std::size_t size) {
-  return Uninterrupted([&] { return ::read(descriptor, buffer, size); });
+/// How much has come until the end of the file, or -1.
+ssize_t ReadFile(int descriptor, char* buffer, std::size_t size) {
+  std::size_t got = 0;
+  while (got < size) {
+    const ssize_t piece =
+        Uninterrupted([&] { return ::read(descriptor, buffer + got, size - got); });
+    if (piece < 0) {
+      return -1;
+    }
+    if (piece == 0) {
+      break;
+    }
+    got += static_cast<std::size_t>(piece);
+  }
+  return static_cast<ssize_t>(got);
 }
 
 /// The guard of that key as the settings have it.
@@ -116,8 +129,9 @@ bool UserFile::Lock() {
 }
 
 int UserFile::Open() {
-  // A pipe in its place must not be waited for.
-  const int descriptor = ::open(ProductPath(m_path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  // The group may write to the folder: a pipe must not be waited for, nor a link lead elsewhere.
+  const int descriptor =
+      ::open(ProductPath(m_path).c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
   if (descriptor < 0) {
     Trace(20, kError, "Cannot open %1 file", m_kind.fileName);
   }
@@ -175,7 +189,9 @@ void UserFile::Read(int descriptor, std::vector<char>& records) const {
   for (std::size_t count = 0; count < limit; ++count) {
     const std::size_t place = records.size();
     records.resize(place + m_kind.recordSize);
-    if (ReadFile(descriptor, records.data() + place, m_kind.recordSize) <= 0) {
+    // A part of one is left of a file that is being cut.
+    if (ReadFile(descriptor, records.data() + place, m_kind.recordSize) !=
+        static_cast<ssize_t>(m_kind.recordSize)) {
       records.resize(place);
       return;
     }

@@ -15,6 +15,7 @@
 
 namespace {
 
+constexpr std::size_t kAskedAfter = 1000;
 constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_MNT_ID;
 
 /// A directory as reading finds it: without a mark of having been read where that is allowed, which
@@ -36,9 +37,12 @@ bool IsSame(const struct ::statx& a, const struct ::statx& b) {
 
 class Walk {
  public:
-  Walk(OwnerBlocks& owners, WalkProgress& progress) : m_owners(owners), m_progress(progress) {}
+  using GoOn = std::function<bool(const WalkProgress&)>;
 
-  bool Run(const std::string& root, const std::function<bool(const WalkProgress&)>& goOn) {
+  Walk(OwnerBlocks& owners, WalkProgress& progress, const GoOn& goOn)
+      : m_owners(owners), m_progress(progress), m_goOn(goOn) {}
+
+  bool Run(const std::string& root) {
     m_root = root;
     // The root itself may be reached by a link.
     m_current = Descriptor(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -53,7 +57,7 @@ class Walk {
       return false;
     }
     while (!m_levels.empty()) {
-      if (!goOn(m_progress)) {
+      if (m_isEnded || !m_goOn(m_progress)) {
         return false;
       }
       Step();
@@ -148,7 +152,12 @@ class Walk {
       }
       return false;
     }
-    for (;;) {
+    for (std::size_t entries = 1;; ++entries) {
+      // A user may have made any number of them.
+      m_isEnded = entries % kAskedAfter == 0 && !m_goOn(m_progress);
+      if (m_isEnded) {
+        return false;
+      }
       errno = 0;
       const ::dirent* entry = ::readdir(directory.get());
       if (entry == nullptr) {
@@ -192,6 +201,8 @@ class Walk {
 
   OwnerBlocks& m_owners;
   WalkProgress& m_progress;
+  const GoOn& m_goOn;
+  bool m_isEnded = false;
   std::string m_root;
   struct ::statx m_mount {};
   Descriptor m_current;
@@ -203,5 +214,5 @@ class Walk {
 
 bool SumByOwner(const std::string& root, OwnerBlocks& owners, WalkProgress& progress,
                 const std::function<bool(const WalkProgress&)>& goOn) {
-  return Walk(owners, progress).Run(root, goOn);
+  return Walk(owners, progress, goOn).Run(root);
 }

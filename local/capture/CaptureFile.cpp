@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -54,6 +55,8 @@ bool IsSampleFolder(std::string_view folder) {
 }
 
 std::string TakeSamples(const Json& samples, CaptureFacts& facts) {
+  // One that is named often would be looked through as often.
+  std::set<std::string> folders;
   for (const Json& element : samples.Elements()) {
     CaptureSample sample;
     const Json* time = element.Find("time");
@@ -63,6 +66,9 @@ std::string TakeSamples(const Json& samples, CaptureFacts& facts) {
     }
     if (!IsSampleFolder(sample.folder)) {
       return "the folder of a sample is not samples/ and a number: " + sample.folder;
+    }
+    if (!folders.insert(sample.folder).second) {
+      return "two samples have the folder " + sample.folder;
     }
     sample.time = time->Number();
     if (!facts.samples.empty() && sample.time < facts.samples.back().time) {

@@ -178,6 +178,26 @@ TEST(LoopMemoryTest, ADescriptorIsWatchedOnThroughALongWantOfMemory) {
   EXPECT_EQ(pipe.delivered, 1);
 }
 
+TEST(LoopMemoryTest, ATimerThatIsArmedAnewInOneTurnNeedsNoMemory) {
+  EventLoop loop;
+  FakeAgent agent;
+  LoopTimer timer(loop);
+  bool isDue = false;
+  timer.After(std::chrono::hours(1), [] {});
+  Post(loop, [&](CMBNode&) {
+    faults::CountAllocations(1, kForLong);
+    timer.Cancel();
+    timer.After({}, [&isDue] {
+      isDue = true;
+      EventLoop::RequestStop();
+    });
+    faults::StopCountingAllocations();
+  });
+  RunLoop(loop, agent);
+  faults::StopCountingAllocations();
+  EXPECT_TRUE(isDue);
+}
+
 TEST(LoopMemoryTest, AClientIsHeardWhateverAnEarlierOneHadNoMemoryFor) {
   // The records are those of the child alone.
   EXPECT_TRUE(faults::RunInChild([] {

@@ -67,4 +67,45 @@ TEST(KeptHistoryTest, APageThatComesAgainIsNoEndlessHistory) {
   EXPECT_LE(server.Requests().size(), 4U);
 }
 
+TEST(KeptHistoryTest, NamesThatLeadElsewhereAreNoRecords) {
+  const TempFolder folder;
+  std::filesystem::create_directory(folder.Path() / "a");
+  Json named;
+  const ScriptedServer server(folder.Path(), "s", [&](const Json& request) {
+    return request["op"].Text() == "records" ? Answer(request, {{"records", Json::Array({named})}})
+                                             : AnswerLine(request, false);
+  });
+  const std::string longName(65, 'A');
+  const std::vector<std::pair<std::string, std::string>> names{
+      {"../../outside", "4"},
+      {std::string("../../outside\0", 14), "4"},
+      {"", "4"},
+      {"A/B", "4"},
+      {longName, "4"},
+      {"PI", "../../outside"},
+      {"PI", ""},
+      {"PI.4", "4"}};
+  for (const auto& [record, category] : names) {
+    SCOPED_TRACE(record + ' ' + category);
+    named = {{"record", record}, {"category", category}, {"served", true}};
+    Connection connection(server.Path());
+    EXPECT_THROW(WriteKeptHistory(connection, folder.Path() / "a", 1, 9), ClientError);
+    EXPECT_TRUE(std::filesystem::is_empty(folder.Path() / "a/history"));
+    std::filesystem::remove(folder.Path() / "a/history");
+  }
+}
+
+TEST(KeptHistoryTest, ARecordThatIsNamedAgainWritesToNoFileOfAnother) {
+  const TempFolder folder;
+  const Json one{{"record", "PI"}, {"category", "4"}, {"served", true}};
+  const ScriptedServer server(folder.Path(), "s", [&](const Json& request) {
+    return request["op"].Text() == "records"
+               ? Answer(request, {{"records", Json::Array({one, one, one})}})
+               : AnswerLine(request, false);
+  });
+  Connection connection(server.Path());
+  EXPECT_THROW(WriteKeptHistory(connection, folder.Path(), 1, 9), ClientError);
+  EXPECT_EQ(folder.Read("history/PI.jsonl"), "{\"Record Time\":7}\n{\"Record Time\":8}\n");
+}
+
 }  // namespace

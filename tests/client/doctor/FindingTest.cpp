@@ -6,8 +6,8 @@
 #include "client/doctor/FindFacts.h"
 #include "client/doctor/PortProbe.h"
 #include "client/doctor/QuickProgram.h"
-#include "client/doctor/Settings.h"
 #include "client/doctor/UnitText.h"
+#include "client/files/Settings.h"
 #include "support/Descriptor.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/json/JsonOf.h"
@@ -104,6 +104,10 @@ TEST(DoctorSettingsTest, AreThoseOfTheFileOrTheDefaults) {
   EXPECT_EQ(Settings(path).EventFile(), "events");
   std::ofstream(path) << "[Node]\nHistory Megabytes = x\n";
   EXPECT_EQ(Settings(path).HistoryBytes(), std::uint64_t{512} << 20);
+  EXPECT_EQ(Settings(path).WorkgroupFile(), "wgfile");
+  // Zeros count as well.
+  std::ofstream(path) << std::string(std::size_t{2} << 20, '\0')
+                      << "\n[Agent]\nWorkgroup File = x\n";
   EXPECT_EQ(Settings(path).WorkgroupFile(), "wgfile");
 }
 

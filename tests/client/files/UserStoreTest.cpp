@@ -3,6 +3,7 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
+#include "client/ask/Errors.h"
 #include "support/HostPaths.h"
 #include "tests/support/TempFolder.h"
 
@@ -38,24 +39,36 @@ TEST(UserStoreTest, TheGuardIsMadeWithTheModeOfTheDaemonsSettings) {
   }
 }
 
-TEST(UserStoreTest, AChangeGoesToTheFileBehindALinkAndKeepsItsMode) {
+TEST(UserStoreTest, AChangeKeepsTheModeAndNoLinkIsFollowed) {
   namespace fs = std::filesystem;
   const TempFolder root;
   SetProductRoot(root.Path().string());
   fs::create_directories(root.Path() / "opt/qmtrx/mond/agent");
-  std::ofstream(root.Path() / "elsewhere");
-  fs::permissions(root.Path() / "elsewhere", fs::perms{0640});
   const UserFileKind& kind = UserFileKinds()[kUPD];
   const UserStore store(kind, 0);
   EXPECT_EQ(store.Read(), "");
   const fs::path file = ProductPath(std::string(kUserDataDirectory) + '/' + kind.fileName);
-  fs::create_symlink(root.Path() / "elsewhere", file);
   const std::string record(kind.recordSize, 'x');
-  store.Change([&](const std::string& records) { return records + record; });
-  EXPECT_EQ(store.Read(), record);
-  EXPECT_TRUE(fs::is_symlink(file));
+  const auto append = [&](const std::string& records) { return records + record; };
+  std::ofstream(file.string());
+  fs::permissions(file, fs::perms{0640});
+  store.Change(append);
+  store.Change(append);
+  EXPECT_EQ(store.Read(), record + record);
   EXPECT_EQ(fs::status(file).permissions(), fs::perms{0640});
-  EXPECT_EQ(fs::file_size(root.Path() / "elsewhere"), kUserFileHeaderSize + record.size());
+  // It is swapped while the change is made.
+  std::ofstream(root.Path() / "elsewhere");
+  store.Change([&](const std::string& records) {
+    fs::remove(file);
+    fs::create_symlink(root.Path() / "elsewhere", file);
+    return append(records);
+  });
+  EXPECT_TRUE(fs::is_empty(root.Path() / "elsewhere"));
+  fs::remove(file);
+  fs::create_symlink(root.Path() / "elsewhere", file);
+  EXPECT_THROW(static_cast<void>(store.Read()), ClientError);
+  EXPECT_THROW(store.Change(append), ClientError);
+  EXPECT_TRUE(fs::is_empty(root.Path() / "elsewhere"));
   SetProductRoot("");
 }
 

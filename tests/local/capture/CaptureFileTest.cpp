@@ -75,6 +75,7 @@ TEST(CaptureFileTest, WhatIsWrongIsTold) {
       {"samples", SamplesJson("samples/0001", "now"), "a sample has no folder or no time"},
       {"samples", SamplesJson("samples/0001", 21), "not in the order of their times"},
       {"samples", SamplesJson("samples/0001", 20), ""},
+      {"samples", SamplesJson("samples/0002", 20), "two samples have the folder samples/0002"},
       {"samples", SamplesJson("samples/..", 1), "not samples/ and a number: samples/.."},
       {"samples", SamplesJson("samples/1/../../..", 1), "not samples/ and a number"},
       {"samples", SamplesJson("samples/", 1), "not samples/ and a number"},

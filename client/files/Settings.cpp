@@ -1,7 +1,6 @@
-#include "client/doctor/Settings.h"
+#include "client/files/Settings.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <string_view>
 
@@ -38,13 +37,13 @@ Settings::Settings(const std::string& path) {
     return;
   }
   m_isRead = true;
+  std::string text(kMostBytes, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), file.get()));
   std::string section;
-  std::array<char, 8192> buffer;
-  std::size_t bytes = 0;
-  while (bytes < kMostBytes &&
-         std::fgets(buffer.data(), static_cast<int>(buffer.size()), file.get()) != nullptr) {
-    const std::string_view line = Trimmed(buffer.data(), kWhiteSpace);
-    bytes += std::string_view(buffer.data()).size() + 1;
+  for (std::string_view rest = text; !rest.empty();) {
+    const std::size_t end = std::min(rest.find('\n'), rest.size());
+    const std::string_view line = Trimmed(rest.substr(0, end), kWhiteSpace);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
     if (line.starts_with('[') && line.ends_with(']')) {
       section = LowerCase(line.substr(1, line.size() - 2));
     } else if (const std::size_t equals = line.find('='); equals != line.npos) {
@@ -86,6 +85,8 @@ std::string Settings::HistoryFile() const {
   const std::string* file = Find("node/history file");
   return file == nullptr ? "records.db" : *file;
 }
+
+std::string Settings::GuardMode() const { return Value("agent/guard mode", ""); }
 
 std::vector<std::string> Settings::Listen() const {
   const std::string mode = LowerCase(Value("http/gate", "child"));

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// What the doctor needs of the agent's settings, of at most 1 Mbyte; where they can't be read, the
+/// What the client needs of the agent's settings, of at most 1 Mbyte; where they can't be read, the
 /// defaults.
 class Settings {
  public:
@@ -23,6 +23,8 @@ class Settings {
   [[nodiscard]] std::string HistoryFile() const;
   /// Where the gate is to listen; nothing for no gate.
   [[nodiscard]] std::vector<std::string> Listen() const;
+  /// Of the guards of user records, as it is written there; empty for none.
+  [[nodiscard]] std::string GuardMode() const;
 
  private:
   /// The value under the key, which may be empty; null where there is none.
