@@ -372,6 +372,9 @@ class Aims:
         else:
             self.rows.append((what, f"{aim:g}", "-", "not measured"))
 
+    def are_measured(self):
+        return bool(self.rows) and all(row[-1] != "not measured" for row in self.rows)
+
     def tell(self):
         if self.rows:
             print("\n### Aims")

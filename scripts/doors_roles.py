@@ -19,6 +19,7 @@ PR_SET_KEEPCAPS = 8
 PTRACE_ATTACH, PTRACE_DETACH = 16, 17
 GETVAL, IPC_RMID = 12, 0
 GUARD_SECONDS = 5
+SOON_SECONDS = 2
 CAPABILITY_VERSION = 0x20080522
 CAPABILITIES = {"CAP_DAC_READ_SEARCH": 2, "CAP_SYS_PTRACE": 19}
 LIBC = ctypes.CDLL(None, use_errno=True)
@@ -154,16 +155,20 @@ def lock(path, how):
 
 
 def plant(path, kind):
-    """Puts something that is no file of figures where the agent reads."""
+    """Puts something that is no file of figures where the agent reads; one that is stands beside it then."""
+    rows = f"{path}.rows"
+
     def attempt():
-        if os.path.lexists(path):
+        if os.path.isfile(path) and not os.path.islink(path):
+            os.rename(path, rows)
+        elif os.path.lexists(path):
             os.unlink(path)
         if kind == "fifo":
             os.mkfifo(path)
         elif kind == "folder":
             os.mkdir(path)
         else:
-            os.symlink(kind, path)
+            os.symlink(rows if kind == "rows" else kind, path)
     return attempt
 
 
@@ -244,23 +249,38 @@ def connect(path):
     return attempt
 
 
-def ask(path, question):
-    """Asks one question, again where the daemon is busy: "yes" or the code of the error."""
-    def attempt():
-        for _ in range(5):
-            word = once()
-            if word != "busy":
-                break
-            time.sleep(0.5)
-        return word
-
-    def once():
+def answer_to(path, question):
+    """The answer to one question, which is asked again where the daemon is busy."""
+    for _ in range(5):
         with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
             client.settimeout(20)
             client.connect(path)
             client.sendall((question if isinstance(question, bytes) else json.dumps(question).encode()) + b"\n")
             answer = json.loads(client.makefile("rb").readline())
-            return "yes" if answer["ok"] else answer["error"]["code"]
+        if answer["ok"] or answer["error"]["code"] != "busy":
+            break
+        time.sleep(0.5)
+    return answer
+
+
+def ask(path, question):
+    """Asks one question: "yes" or the code of the error."""
+    def attempt():
+        answer = answer_to(path, question)
+        return "yes" if answer["ok"] else answer["error"]["code"]
+    return attempt
+
+
+def ask_for_no_rows(path, record, other):
+    """The record has none, and the other one beside it has some, in no time."""
+    def attempt():
+        begin = time.monotonic()
+        answer = answer_to(path, {"op": "get", "records": [record, other]})
+        if not answer["ok"]:
+            return answer["error"]["code"]
+        rows = {result["record"]: len(result.get("rows", ())) for result in answer["results"]}
+        seconds = time.monotonic() - begin
+        return "yes" if rows[record] == 0 < rows[other] and seconds < SOON_SECONDS else f"{rows} in {seconds:.1f} s"
     return attempt
 
 
