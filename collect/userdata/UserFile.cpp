@@ -15,8 +15,8 @@
 #include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/ProductOptions.h"
+#include "support/ReadWhole.h"
 #include "support/TraceLog.h"
-#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -31,23 +31,6 @@ constexpr std::size_t kTransTypeOffset = 0;
 constexpr std::size_t kStringKeyOffset = 20;
 constexpr std::size_t kDataKeyOffset = 40;
 constexpr std::size_t kDataKeySize = 4;
-
-/// How much has come until the end of the file, or -1.
-ssize_t ReadFile(int descriptor, char* buffer, std::size_t size) {
-  std::size_t got = 0;
-  while (got < size) {
-    const ssize_t piece =
-        Uninterrupted([&] { return ::read(descriptor, buffer + got, size - got); });
-    if (piece < 0) {
-      return -1;
-    }
-    if (piece == 0) {
-      break;
-    }
-    got += static_cast<std::size_t>(piece);
-  }
-  return static_cast<ssize_t>(got);
-}
 
 /// The guard of that key as the settings have it.
 std::unique_ptr<UserFileSemaphore> MakeGuard(key_t key) {
@@ -160,7 +143,7 @@ bool UserFile::CheckSize(int descriptor) const {
 
 bool UserFile::ValidateHeader(int descriptor) const {
   std::array<char, kUserFileHeaderSize> header{};
-  const ssize_t got = ReadFile(descriptor, header.data(), header.size());
+  const ssize_t got = ReadWhole(descriptor, header);
   if (got < 0) {
     Trace(20, kError, "Error reading file %1.", m_kind.fileName);
     return false;
@@ -190,7 +173,7 @@ void UserFile::Read(int descriptor, std::vector<char>& records) const {
     const std::size_t place = records.size();
     records.resize(place + m_kind.recordSize);
     // A part of one is left of a file that is being cut.
-    if (ReadFile(descriptor, records.data() + place, m_kind.recordSize) !=
+    if (ReadWhole(descriptor, std::span(records).subspan(place)) !=
         static_cast<ssize_t>(m_kind.recordSize)) {
       records.resize(place);
       return;

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "support/Descriptor.h"
+#include "support/ReadWhole.h"
 #include "support/RegularFile.h"
 #include "support/Uninterrupted.h"
 
@@ -153,8 +154,7 @@ bool ConsoleTokens::Read(std::string& problem) {
     return false;
   }
   std::array<char, kMostTokenFile + 1> buffer{};
-  const ssize_t size =
-      Uninterrupted([&] { return ::read(file.Get(), buffer.data(), buffer.size()); });
+  const ssize_t size = ReadWhole(file.Get(), buffer);
   if (size < 0 || size > static_cast<ssize_t>(kMostTokenFile)) {
     problem = size < 0 ? std::strerror(errno) : "longer than it ever is";
     return false;
