@@ -123,7 +123,8 @@ void AlarmBook::ResumeOne(const Json& kept) {
       AlarmState state;
       state.phase = AlarmState::Phase::kActive;
       state.id = id;
-      state.since = kept["since"].Whole();
+      // The file may hold anything at all, and times are reckoned with it.
+      state.since = std::max<std::time_t>(kept["since"].Whole(), 0);
       state.begins.push_back(state.since);
       state.key = kept["key"];
       state.values = kept["values"];

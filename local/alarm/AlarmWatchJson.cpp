@@ -17,11 +17,16 @@ const char* PhaseName(AlarmState::Phase phase) {
   return "ended";
 }
 
+/// 0 for what is no number that times can be reckoned with.
+std::int64_t WholeIn(const Json& value) {
+  return value.IsWhole() && value.Number() >= 0 && value.Number() < 9e18
+             ? static_cast<std::int64_t>(value.Number())
+             : 0;
+}
+
 std::int64_t WholeOf(const Json& object, const char* name) {
   const Json* value = object.Find(name);
-  return value != nullptr && value->IsWhole() && value->Number() >= 0 && value->Number() < 9e18
-             ? static_cast<std::int64_t>(value->Number())
-             : 0;
+  return value == nullptr ? 0 : WholeIn(*value);
 }
 
 Json ObjectOf(const Json& object, const char* name) {
@@ -103,7 +108,7 @@ void AlarmWatch::FromJson(const Json& kept) {
     if (const Json* begins = each.Find("begins"); begins != nullptr && begins->IsArray()) {
       for (const Json& begin : begins->Elements()) {
         if (begin.IsWhole() && state.begins.size() < kFlaps) {
-          state.begins.push_back(static_cast<std::time_t>(begin.Number()));
+          state.begins.push_back(WholeIn(begin));
         }
       }
     }

@@ -214,6 +214,23 @@ TEST_F(AlarmBookTest, StatesAndNumbersSurviveAKill) {
   EXPECT_EQ(last["until"].Number(), last["since"].Number());
 }
 
+TEST_F(AlarmBookTest, TimesOfFilesThatHoldAnythingCanBeReckonedWith) {
+  Start();
+  Batch(95);
+  life->history.Database()->Execute("UPDATE \"qmt alarms\" SET since = -9223372036854775808");
+  life.reset();
+  std::filesystem::remove("alarms.state");
+  Start();
+  EXPECT_EQ(life->book.Active().at(0)["since"].Whole(), 0);
+  life.reset();
+  std::ofstream("alarms.state")
+      << R"({"alarms":[{"alarm":"full","record":"FAKE","time":4000000000000000000,"states":)"
+      << R"([{"phase":"active","begins":[-9223372036854775808,18446744073709551615,5]}]}]})";
+  Start();
+  EXPECT_EQ(JsonText(life->book.Watches().at(0)->ToJson()["states"][1]["begins"]), "[0,0,5]");
+  Batch(5);
+}
+
 TEST_F(AlarmBookTest, AFileOfStatesThatIsNoneIsToldAndAlarmsBeginAnew) {
   std::ofstream("alarms") << "alarm = full\nrecord = FAKE\ncondition = Count > 90\n";
   const auto write = [](const char* text) { std::ofstream("alarms.state") << text; };
