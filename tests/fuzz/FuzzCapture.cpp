@@ -1,14 +1,19 @@
 // A capture as the daemon replays it, which anybody may have made.
 #include <fcntl.h>
+#include <linux/dqblk_xfs.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/ipc.h>
+#include <sys/msg.h>
+#include <sys/quota.h>
 #include <sys/sem.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
 #include <sys/timex.h>
 #include <sys/utsname.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +23,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "local/capture/CapturedCalls.h"
 #include "local/capture/HostReplay.h"
@@ -28,6 +35,7 @@
 namespace {
 
 constexpr std::string_view kSecret = "secret";
+constexpr int kQuota = QCMD(Q_GETQUOTA, USRQUOTA);
 
 /// What is read is written so that it is read again.
 void TakeFacts(std::string_view text) {
@@ -81,6 +89,9 @@ std::string SizedCalls(Input& input) {
     std::optional<std::size_t> size;  ///< none: a text
   };
   const std::string info = std::to_string(SEM_INFO);
+  const auto slot = [](const char* call, int command) {
+    return std::string(call) + " 0 0 " + std::to_string(command);
+  };
   static const std::array kCalls{
       Call{"sysinfo", sizeof(struct ::sysinfo)},
       Call{"uname", sizeof(struct ::utsname)},
@@ -93,7 +104,18 @@ std::string SizedCalls(Input& input) {
       Call{"semctl 0 0 " + info, sizeof(struct ::seminfo)},
       Call{"semctl 0 0 " + std::to_string(SEM_STAT), sizeof(struct ::semid_ds)},
       Call{"gettimeofday", sizeof(struct ::timeval)},
-      Call{"adjtimex", sizeof(struct ::timex)}};
+      Call{"adjtimex", sizeof(struct ::timex)},
+      Call{"list /proc", {}},
+      Call{"readlink /proc/link", {}},
+      Call{"stat /proc/link", sizeof(struct ::stat)},
+      Call{"netlink 0 q", 0},
+      Call{"netlink 0 q#0", {}},
+      Call{"statfs /proc", sizeof(struct ::statfs64)},
+      Call{"quotactl " + std::to_string(kQuota) + " 7 /proc", sizeof(struct ::fs_disk_quota)},
+      Call{slot("shmctl", SHM_INFO), sizeof(struct ::shm_info)},
+      Call{slot("shmctl", SHM_STAT), sizeof(struct ::shmid_ds)},
+      Call{slot("msgctl", MSG_INFO), sizeof(struct ::msginfo)},
+      Call{slot("msgctl", MSG_STAT), sizeof(struct ::msqid_ds)}};
   std::string lines;
   while (!input.IsEmpty()) {
     const Call& call = kCalls[input.Byte() % kCalls.size()];
@@ -106,6 +128,40 @@ std::string SizedCalls(Input& input) {
     lines += CallLine(call.question, {result, 5, bytes});
   }
   return lines;
+}
+
+/// What the sources ask of the host's tree, and over netlink.
+void ReadHost(HostReplay& replay, const FuzzFolder& folder) {
+  const std::string proc = folder.Path("proc");
+  const std::string link = folder.Path("proc/link");
+  struct ::stat status {};
+  for (const int flags : {0, AT_SYMLINK_NOFOLLOW}) {
+    const int found = replay.Stat(AT_FDCWD, link.c_str(), &status, flags);
+    Require(found == 0 || found == -1);
+  }
+  char target[8] = {};
+  Require(replay.ReadLink(AT_FDCWD, link.c_str(), target, sizeof target - 1) < 8);
+  const Descriptor opened(replay.Open(AT_FDCWD, proc.c_str(), O_RDONLY | O_DIRECTORY));
+  if (opened.IsOpen()) {
+    std::vector<::dirent> entries;
+    static_cast<void>(replay.List(opened.Get(), entries));
+    for (const ::dirent& entry : entries) {
+      const std::string_view name = entry.d_name;
+      Require(!name.empty() && name != "." && name != ".." && name.find('/') == name.npos);
+      static_cast<void>(replay.Stat(opened.Get(), entry.d_name, &status, 0));
+    }
+  }
+  HeardTalk heard;
+  Require(replay.FindTalk(0, "q", heard));
+}
+
+/// Asks for the slots of shared memory or of queues of messages.
+template <class Info, class Set>
+void AskSlots(int (*call)(int, int, Set*), int infoCommand, int setCommand) {
+  Info info{};
+  Set set{};
+  Require(call(0, infoCommand, reinterpret_cast<Set*>(&info)) <= 65536);
+  static_cast<void>(call(0, setCommand, &set));
 }
 
 /// What the daemon makes of what a capture answers its calls by.
@@ -136,6 +192,14 @@ void TakeSizedCalls(Input& input, const FuzzFolder& folder) {
   struct ::semid_ds set {};
   Require(Os().semctl(0, 0, SEM_INFO, &info) <= 65536);
   Require(Os().semctl(0, 0, SEM_STAT, &set) < 0 || set.sem_nsems <= 65536);
+  AskSlots<struct ::shm_info>(Os().shmctl, SHM_INFO, SHM_STAT);
+  AskSlots<struct ::msginfo>(Os().msgctl, MSG_INFO, MSG_STAT);
+  const std::string proc = folder.Path("proc");
+  struct ::statfs64 fileSystem {};
+  struct ::fs_disk_quota quota {};
+  static_cast<void>(Os().statfs64(proc.c_str(), &fileSystem));
+  static_cast<void>(Os().quotactl(kQuota, proc.c_str(), 7, reinterpret_cast<char*>(&quota)));
+  ReadHost(*replay, folder);
   struct ::timex clock {};
   struct ::sysinfo host {};
   static_cast<void>(Os().adjtimex(&clock));
@@ -174,6 +238,7 @@ void TakeReplay(std::string_view text, const FuzzFolder& folder) {
     const std::string name = folder.Path("proc/link");
     const Descriptor file(replay->Open(AT_FDCWD, name.c_str(), O_RDONLY | O_NONBLOCK));
     char bytes[8] = {};
+    ReadHost(*replay, folder);
     if (file.IsOpen() && ::read(file.Get(), bytes, sizeof bytes) > 0) {
       Require(!std::string_view(bytes).starts_with(kSecret));
     }
