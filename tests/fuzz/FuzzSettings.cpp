@@ -1,5 +1,5 @@
 // The file of settings, which an operator or a tool writes: its text, changes in it, and what the
-// daemon makes of its sections.
+// daemon makes of its sections. And the daemon's own file of console tokens.
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,6 +9,7 @@
 #include "local/IniCheck.h"
 #include "local/NodeSettings.h"
 #include "local/PushTargets.h"
+#include "local/control/ConsoleTokens.h"
 #include "local/ini/IniText.h"
 #include "local/ini/LocalIniFile.h"
 #include "tests/fuzz/FuzzHelp.h"
@@ -58,19 +59,39 @@ void TakeFile(std::string_view text, const FuzzFolder& folder) {
   static_cast<void>(ReadPushTargets(*ini));
 }
 
+/// Whatever the file holds, no token lives too long, and a new one is found by the next start.
+void TakeTokens(std::string_view text, const FuzzFolder& folder) {
+  constexpr std::time_t kNow = 1700000000;
+  folder.Write("tokens", text);
+  std::filesystem::permissions(folder.Path("tokens"), std::filesystem::perms{0600});
+  const auto report = [](const std::string& line) { Require(!line.empty()); };
+  const auto clock = [] { return kNow; };
+  ConsoleTokens tokens(folder.Path("tokens"), report, clock);
+  const std::time_t expires = tokens.Check(text.substr(0, text.find(' ')));
+  Require(expires == 0 || (expires > kNow && expires <= kNow + ConsoleTokens::kLifeSeconds));
+  const ConsoleToken made = tokens.Make();
+  ConsoleTokens again(folder.Path("tokens"), report, clock);
+  Require(again.Check(made.text) == made.expires);
+}
+
 }  // namespace
 
-/// The first byte, a digit in the seeds, chooses between a change, which comes before its text, and
-/// a file.
+/// The first byte, a digit in the seeds, chooses between a change, which comes before its text, a
+/// file, and a file of tokens.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const FuzzFolder folder;
   static const bool isPublished = (PublishFakeRecords(), true);
   static_cast<void>(isPublished);
   Input input(data, size);
-  if (input.Byte() % 2 == 0) {
-    TakeChange(input);
-  } else {
-    TakeFile(input.Rest(), folder);
+  switch (input.Byte() % 3) {
+    case 0:
+      TakeChange(input);
+      break;
+    case 1:
+      TakeFile(input.Rest(), folder);
+      break;
+    default:
+      TakeTokens(input.Rest(), folder);
   }
   return 0;
 }
