@@ -8,9 +8,8 @@
 #include <cstring>
 #include <string>
 
-#include "helpers/hostutil/Resolver.h"
+#include "helpers/hostutil/Questions.h"
 #include "support/Capabilities.h"
-#include "support/HostNameWire.h"
 
 // The host name helper of the agent: takes questions from PREFIX.pipe one after the other, looks
 // them up, and puts the answers into PREFIX.pipeOut. Further questions wait in the pipe meanwhile.
@@ -26,50 +25,6 @@ int Open(const std::string& path, int flags) {
     std::fprintf(stderr, "qmt_hostutil: %s: %s\n", path.c_str(), std::strerror(errno));
   }
   return descriptor;
-}
-
-/// One record, or less: what was written with another size. 0 at the end.
-ssize_t ReadRecord(int descriptor, HostNameWire& record) {
-  ssize_t size = 0;
-  do {
-    size = ::read(descriptor, &record, sizeof record);
-  } while (size < 0 && errno == EINTR);
-  return size;
-}
-
-bool WriteRecord(int descriptor, const HostNameWire& record) {
-  ssize_t size = 0;
-  do {
-    size = ::write(descriptor, &record, sizeof record);
-  } while (size < 0 && errno == EINTR);
-  return size == sizeof record;
-}
-
-/// Answers questions until the agent has gone. The exit value.
-int Serve(int questions, int answers, bool isTelling) {
-  for (;;) {
-    HostNameWire record;
-    const ssize_t size = ReadRecord(questions, record);
-    if (size == 0) {
-      return 0;
-    }
-    if (size < 0) {
-      std::fprintf(stderr, "qmt_hostutil: the pipe can't be read: %s\n", std::strerror(errno));
-      return 1;
-    }
-    if (size != sizeof record || !record.IsTerminated()) {
-      std::fprintf(stderr, "qmt_hostutil: a malformed record of %zd bytes is refused\n", size);
-      continue;
-    }
-    Resolve(record);
-    if (isTelling) {
-      std::fprintf(stderr, "qmt_hostutil: \"%s\" is \"%s\" at \"%s\"\n", record.query.data(),
-                   record.resultName.data(), record.resultAddress.data());
-    }
-    if (!WriteRecord(answers, record)) {
-      return errno == EPIPE ? 0 : 1;
-    }
-  }
 }
 
 }  // namespace
@@ -95,5 +50,6 @@ int main(int argc, char** argv) {
   const std::string prefix = argv[1];
   const int questions = Open(prefix + ".pipe", O_RDONLY);
   const int answers = questions < 0 ? -1 : Open(prefix + ".pipeOut", O_WRONLY);
-  return answers < 0 ? 1 : Serve(questions, answers, std::strcmp(argv[2], "on") == 0);
+  return answers < 0 ? 1
+                     : ServeQuestions(questions, answers, std::strcmp(argv[2], "on") == 0, stderr);
 }
