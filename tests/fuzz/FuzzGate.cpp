@@ -48,7 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static_cast<void>(FrameOfLine(text));
   ReadAccounts(text);
   const HttpExchange::Arguments arguments = ArgumentsOf(text);
-  for (const char* name : {"get", "history", "cgroups", "workgroups"}) {
+  for (const char* name : {"records", "schema", "get", "last", "history", "status", "workgroups",
+                           "cgroups", "log", "alarms", "alarm"}) {
     const auto read = ReadApiRequest(name, arguments);
     if (const Json* request = std::get_if<Json>(&read)) {
       static_cast<void>(JsonText(*request));

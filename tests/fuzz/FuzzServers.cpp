@@ -1,11 +1,13 @@
 // What servers answer to those who send: to the sender itself, a webhook, an Alertmanager and a
 // server that kept rows are pushed to. They answer on the loopback, each connection one request.
+// And what the daemon tells the gate, of alarms and for readers of events.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
 #include <algorithm>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -16,8 +18,10 @@
 #include <vector>
 
 #include "gate/GateLoop.h"
+#include "gate/alarm/AlarmDesk.h"
 #include "gate/alarm/AlertmanagerSender.h"
 #include "gate/alarm/WebhookSender.h"
+#include "gate/console/EventDesk.h"
 #include "gate/push/PushTarget.h"
 #include "json/JsonText.h"
 #include "support/Descriptor.h"
@@ -27,7 +31,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// Gives each connection in turn what a function makes of the head of its request, and ends it.
+bool IsFollow(std::string_view request) { return request.find("follow\"") != request.npos; }
+
+/// Gives each connection in turn what a function makes of the head of its request, and ends it. Who
+/// asks to follow is kept waiting for more.
 class PlainServer {
  public:
   using Answer = std::function<std::string(const std::string& head)>;
@@ -50,7 +57,7 @@ class PlainServer {
   PlainServer& operator=(const PlainServer&) = delete;
 
  private:
-  void Serve(const Descriptor& socket) {
+  void Serve(Descriptor socket) {
     char piece[4096];
     std::string bytes;
     ssize_t count = 1;
@@ -62,6 +69,12 @@ class PlainServer {
       const std::string text = m_answer(bytes);
       ::send(socket.Get(), text.data(), text.size(), MSG_NOSIGNAL);
     }
+    if (IsFollow(bytes)) {
+      m_followers.push_back(std::move(socket));
+      m_followers.erase(m_followers.begin(),
+                        m_followers.end() - std::min<std::ptrdiff_t>(2, std::ssize(m_followers)));
+      return;
+    }
     ::shutdown(socket.Get(), SHUT_WR);
     // What is closed unread would take the answer back.
     while (::recv(socket.Get(), piece, sizeof piece, 0) > 0) {
@@ -71,6 +84,7 @@ class PlainServer {
   Descriptor m_listener;
   std::string m_end;
   Answer m_answer;
+  std::vector<Descriptor> m_followers;
   std::thread m_thread;
 };
 
@@ -111,6 +125,7 @@ class Far {
     const std::lock_guard lock(m_mutex);
     ++m_number;
     m_answers.clear();
+    m_said.clear();
     m_asked = 0;
     while (!input.IsEmpty() && m_answers.size() < 4) {
       m_answers.emplace_back(input.Until('\0'));
@@ -124,6 +139,26 @@ class Far {
   [[nodiscard]] bool HasAskedToWait() const {
     const std::lock_guard lock(m_mutex);
     return m_asked > 0 && m_asked <= m_answers.size() && HasPause(m_answers[m_asked - 1]);
+  }
+  /// What the daemon says in place of its rows: to those who follow, to those who follow alarms,
+  /// and to all others in turn.
+  void SetDaemon(Input& input) {
+    const std::lock_guard lock(m_mutex);
+    ++m_number;
+    m_answers.clear();
+    m_follow = input.Until('\0');
+    m_alarms = input.Until('\0');
+    m_said.clear();
+    while (!input.IsEmpty() && m_said.size() < 6) {
+      m_said.emplace_back(input.Until('\0'));
+    }
+    m_said.emplace_back();
+    std::ranges::reverse(m_said);
+    m_questions = 0;
+  }
+  [[nodiscard]] std::size_t Questions() const {
+    const std::lock_guard lock(m_mutex);
+    return m_questions;
   }
   /// Of these answers.
   [[nodiscard]] std::string Url() const {
@@ -147,6 +182,20 @@ class Far {
     const std::size_t asked = m_asked++;
     return asked < m_answers.size() ? m_answers[asked] : "HTTP/1.1 204 Done\r\n\r\n";
   }
+  /// On the thread of the daemon.
+  std::string Say(std::string_view request) {
+    const std::lock_guard lock(m_mutex);
+    ++m_questions;
+    if (m_said.empty()) {
+      return Rows();
+    }
+    if (IsFollow(request)) {
+      return request.find("alarm_follow") != request.npos ? m_alarms : m_follow;
+    }
+    const std::string said = m_said.back();
+    m_said.resize(std::max<std::size_t>(m_said.size() - 1, 1));
+    return said;
+  }
   static std::string Rows() {
     const std::string text =
         "PI_a{x=\"1\"} 1 1000\nPI_b 2 1000\nPI_a{x=\"1\"} 3 2000\nPI_b 4 2000\n";
@@ -162,15 +211,20 @@ class Far {
   }
 
   FuzzFolder m_folder;
-  mutable std::mutex m_mutex;  ///< of the next three
+  mutable std::mutex m_mutex;  ///< of the next seven
   std::uint64_t m_number = 0;
   std::vector<std::string> m_answers;
   std::size_t m_asked = 0;
+  std::string m_follow;
+  std::string m_alarms;
+  std::vector<std::string> m_said;  ///< the next one last
+  std::size_t m_questions = 0;
   Descriptor m_listener = LoopbackListener();
   int m_socket = m_listener.Get();
   PlainServer m_server{std::move(m_listener), "\r\n\r\n",
                        [this](const std::string& head) { return Next(head); }};
-  PlainServer m_daemon{LocalListener(Socket()), "\n", [](const std::string&) { return Rows(); }};
+  PlainServer m_daemon{LocalListener(Socket()), "\n",
+                       [this](const std::string& request) { return Say(request); }};
 };
 
 bool IsLine(const std::string& text) {
@@ -260,15 +314,66 @@ void TakePushed(Far& far, GateLoop& loop) {
   Require(figures["failures"].Unsigned() <= figures["requests"].Unsigned());
 }
 
+/// Runs until the daemon has been left alone for a while.
+void RunUntilQuiet(const Far& far, GateLoop& loop) {
+  constexpr int kQuiet = 4;
+  std::function<void(std::size_t, int)> look = [&](std::size_t questions, int quiet) {
+    if (quiet == kQuiet) {
+      loop.Stop();
+      return;
+    }
+    loop.After(milliseconds(1), [&, questions, quiet] {
+      const std::size_t now = far.Questions();
+      look(now, now == questions && now != 0 ? quiet + 1 : 0);
+    });
+  };
+  look(0, 0);
+  RunUntilSaid(loop);
+}
+
+/// A gate that has told of alarms before.
+void TakeToldAlarms(Far& far, GateLoop& loop, std::string_view memory) {
+  static const FuzzFolder folder;
+  folder.Write("alarms.json", memory);
+  HttpSender sender(loop);
+  DaemonDesk desk(loop, far.Socket());
+  AlarmTargets targets;
+  targets.webhooks = {far.Url()};
+  targets.folder = folder.Path();
+  AlarmDesk alarms(desk, sender, targets,
+                   {[](const std::string& line) { Require(IsLine(line)); }, [] {}});
+  RunUntilQuiet(far, loop);
+  Require(alarms.Figures().size() == 1);
+}
+
+/// A reader of events who comes back after some seconds.
+void TakeEvents(Far& far, GateLoop& loop, std::string_view records) {
+  DaemonDesk desk(loop, far.Socket());
+  EventDesk events(desk);
+  const auto exchange = std::make_shared<HttpExchange>();
+  exchange->lastEventId = std::to_string(std::time(nullptr) - 100);
+  exchange->arguments = {{"records", std::string(records)}};
+  events.Serve(exchange);
+  RunUntilQuiet(far, loop);
+  if (const auto& stream = exchange->Stream(); stream != nullptr) {
+    std::string text(stream->Waiting(), '\0');
+    Require(stream->Take(text.data(), text.size()) == text.size());
+    Require(text.starts_with(": events\n") && text.ends_with("\n\n"));
+  }
+  exchange->Leave();
+}
+
 }  // namespace
 
 /// The first byte, a digit in the seeds, chooses who sends.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static Far far;
   Input input(data, size);
-  const std::uint8_t kind = input.Byte() % 4;
-  far.SetAnswers(input);
+  const std::uint8_t kind = input.Byte() % 6;
   GateLoop loop;
+  const bool isOfDaemon = kind == 4 || kind == 5;
+  const std::string_view before = isOfDaemon ? input.Until('\0') : "";
+  isOfDaemon ? far.SetDaemon(input) : far.SetAnswers(input);
   switch (kind) {
     case 0:
       TakeSent(far, loop);
@@ -280,8 +385,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       TakeAlarms<AlertmanagerSender>(
           far, loop, AlertmanagerSender::Pace{.gather = milliseconds(0), .first = milliseconds(0)});
       break;
-    default:
+    case 3:
       TakePushed(far, loop);
+      break;
+    case 4:
+      TakeToldAlarms(far, loop, before);
+      break;
+    default:
+      TakeEvents(far, loop, before);
   }
   return 0;
 }
