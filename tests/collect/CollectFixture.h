@@ -1,16 +1,30 @@
 #pragma once
 
+#include <cmath>
 #include <initializer_list>
 
 #include "collect/ProcLib.h"
 #include "collect/modern/ToldOnce.h"
 #include "collect/process/NameCache.h"
 #include "support/HostPaths.h"
+#include "support/NotTold.h"
 #include "support/OsCalls.h"
 #include "support/Switches.h"
 #include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/support/Testing.h"
+
+/// The figures in their order, whole numbers to their last digit, "-" for one that is not told.
+template <class Figures = std::initializer_list<double>>
+[[nodiscard]] std::string Told(const Figures& figures) {
+  std::ostringstream text;
+  for (const double figure : figures) {
+    text.precision(figure == std::trunc(figure) ? 17 : 15);
+    text << (text.tellp() == 0 ? "" : " ");
+    IsTold(figure) ? text << figure : text << '-';
+  }
+  return text.str();
+}
 
 /// A fresh node, fresh caches and the real system calls around each test. All traces are on.
 class CollectFixture : public testing::Test {
