@@ -7,32 +7,6 @@ namespace {
 
 using nlohmann::json;
 
-std::size_t CountOf(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-    ++count;
-  }
-  return count;
-}
-
-TEST(ClientTest, AThousandLooksInOneMessageAreOneCollection) {
-  const ProductRoot root("[Node]\nMessage Log Level=30\n[Schedule]\n");
-  RunningDaemon daemon(root);
-  const std::size_t before = CountOf(daemon.Errors(), "Starting the collect routine");
-  std::string words = "get --raw --json";
-  for (int i = 0; i < 1000; ++i) {
-    words += " CPUP";
-  }
-  const Outcome outcome = AskDaemon(root, words);
-  ASSERT_EQ(outcome.exitValue, 0);
-  const json answer = json::parse(outcome.output);
-  ASSERT_EQ(answer.size(), 1000U);
-  EXPECT_EQ(answer.front().at("rows").size(), std::thread::hardware_concurrency());
-  EXPECT_EQ(CountOf(daemon.Errors(), "Starting the collect routine"), before + 1);
-  const json status = json::parse(AskDaemon(root, "status --json").output);
-  EXPECT_EQ(status.at("last_batch").at("records"), 1000);
-}
-
 TEST(ClientTest, AScheduleIsAddedWatchedAndRemoved) {
   const ProductRoot root("[Schedule]\nPI=60\n");
   RunningDaemon daemon(root);
