@@ -126,32 +126,4 @@ TEST_F(ModernProcessRecordsTest, AProcessThatGoesToAnotherFolderIsActive) {
   EXPECT_EQ(active(), 0U);
 }
 
-TEST_F(ModernProcessRecordsTest, LooksKnowAProcessAgainAfterTheClockWasSet) {
-  Batch batch;
-  batch.Add("PD", '3', {.realtime = 1, .calcRates = 0});
-  batch.Add("PDI", '3', {.realtime = 1, .calcRates = 1});
-  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
-  for (const auto& entry : batch.entries) {
-    entry->NextAnswer();
-  }
-  TakeSecondSample();
-  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
-  const auto whole = Sorted<recordPD>(*batch.entries[0]);
-  const auto delta = Sorted<recordPD_PDI>(*batch.entries[1]);
-  ASSERT_EQ(whole.size(), 4U);
-  ASSERT_EQ(delta.size(), 4U);
-  const struct {
-    float cpu;
-    std::uint32_t seconds;
-    float reads;
-  } expected[] = {{1, 10, 0}, {80, 10, 3}, {60, 1, 100}, {0, 10, 0}};
-  for (std::size_t at = 0; at < whole.size(); ++at) {
-    SCOPED_TRACE(whole[at].pid);
-    EXPECT_FLOAT_EQ(whole[at].cpuPercentEach, expected[at].cpu);
-    EXPECT_FLOAT_EQ(delta[at].cpuPercentEach, expected[at].cpu);
-    EXPECT_EQ(delta[at].interval, expected[at].seconds);
-    EXPECT_EQ(delta[at].readsPerSec, expected[at].reads);
-  }
-}
-
 }  // namespace
