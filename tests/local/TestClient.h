@@ -10,13 +10,14 @@
 #include "tests/json/JsonOf.h"
 #include "tests/support/Testing.h"
 
-/// A client of run/control.sock that blocks, for at most ten seconds a call.
+/// A client of the control socket that blocks, for at most ten seconds a call.
 class TestClient {
  public:
-  TestClient() : m_socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  explicit TestClient(const std::string& path = "run/control.sock")
+      : m_socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, "run/control.sock");
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
     EXPECT_EQ(::connect(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     const timeval limit{10, 0};
     ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);

@@ -1,69 +1,19 @@
 #include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <sys/un.h>
 
-#include <cstdint>
 #include <nlohmann/json.hpp>
 
+#include "tests/local/TestClient.h"
 #include "tests/system/Daemon.h"
 
 namespace {
 
 using nlohmann::json;
 
-/// A descriptor of a socket, closed with the object.
-class Socket {
- public:
-  Socket(int family, int type) : m_descriptor(::socket(family, type | SOCK_CLOEXEC, 0)) {
-    const timeval limit{10, 0};
-    ::setsockopt(m_descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  }
-  ~Socket() { ::close(m_descriptor); }
-  Socket(const Socket&) = delete;
-  Socket& operator=(const Socket&) = delete;
-  [[nodiscard]] int Get() const { return m_descriptor; }
-
- private:
-  int m_descriptor;
-};
-
-/// A client of the daemon's control socket.
-class Client {
- public:
-  explicit Client(const ProductRoot& root) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string path = root.AgentFolder() / "run/control.sock";
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(0, ::connect(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address));
-  }
-
-  /// The rows that the schedule of PI made last.
-  json LastRows() {
-    static constexpr std::string_view kRequest = "{\"op\":\"last\",\"records\":[\"PI\"]}\n";
-    EXPECT_EQ(static_cast<ssize_t>(kRequest.size()),
-              ::send(m_socket.Get(), kRequest.data(), kRequest.size(), MSG_NOSIGNAL));
-    std::string answer;
-    char piece[65536];
-    while (!answer.ends_with('\n')) {
-      const ssize_t count = ::recv(m_socket.Get(), piece, sizeof piece, 0);
-      if (count <= 0) {
-        ADD_FAILURE() << "no answer after " << answer;
-        return json::array();
-      }
-      answer.append(piece, static_cast<std::size_t>(count));
-    }
-    return json::parse(answer).at("results").at(0).at("rows");
-  }
-
- private:
-  Socket m_socket{AF_UNIX, SOCK_STREAM};
-};
-
 /// Sends itself packets, so that the host's counters move.
 void SendPackets(int count) {
-  const Socket socket(AF_INET, SOCK_DGRAM);
+  const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const timeval limit{10, 0};
+  ASSERT_EQ(0, ::setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit));
   sockaddr_in address{};
   socklen_t size = sizeof address;
   address.sin_family = AF_INET;
@@ -116,14 +66,17 @@ struct Row {
 
 /// Waits for the row that follows the one of `lastTime`. `before` is a reading from before its
 /// sample.
-Row WaitForRow(Client& client, std::int64_t lastTime, Reading before) {
+Row WaitForRow(TestClient& client, std::int64_t lastTime, Reading before) {
   Row row;
   row.before = std::move(before);
   Reading older = row.before;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (std::chrono::steady_clock::now() < end) {
     Reading newer = ReadHost();
-    const json rows = client.LastRows();
+    const json rows = json::parse(client.AskForText(R"({"op":"last","records":["PI"]})"))
+                          .at("results")
+                          .at(0)
+                          .at("rows");
     if (!rows.empty() && rows.at(0).at("Record Time").get<std::int64_t>() != lastTime) {
       row.fields = rows.at(0);
       row.after = ReadHost();
@@ -201,7 +154,7 @@ TEST(LiveTest, TwoScheduledRowsAgreeWithTheHostsOwnFiles) {
   const ProductRoot root("[Schedule]\nPI=2\n");
   Daemon daemon(root, "errors");
   ASSERT_TRUE(daemon.Says("QMTX10003-I")) << daemon.Errors();
-  Client client(root);
+  TestClient client(root.AgentFolder() / "run/control.sock");
   Row previous = WaitForRow(client, 0, start);
   for (int packets : {200, 300}) {
     ASSERT_FALSE(previous.fields.is_null()) << daemon.Errors();
