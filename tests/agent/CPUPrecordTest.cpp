@@ -148,21 +148,6 @@ TEST_F(CPUPrecordTest, ProcessorsOfOneTypeAreToldByTheirIdAndTheirLastTotalByEac
   }
 }
 
-TEST_F(CPUPrecordTest, ASecondIntervalInTheSameSecondFailsThatRequestAlone) {
-  Batch batch;
-  batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});
-  batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});
-  batch.Add("CPUP", '4', {.realtime = 1, .calcRates = 1});
-  EXPECT_EQ(m_agent->NotifyEvent(&batch.event), 0);
-  EXPECT_EQ(ScriptedNode::Instance().CountMessages(10300), 1);
-  EXPECT_EQ(ScriptedNode::Instance()
-                .LinesWith("(record=CPUP, detail=RecordBuilder::BuildRates_CPUP: Attempt to "
-                           "calculate rates for a zero second interval.)")
-                .size(),
-            1U);
-  EXPECT_EQ(batch.entries[2]->event.m_records.size(), 2U);
-}
-
 /// A host of three processors of which one is off line at first, read as a host of today.
 class ModernCPUPrecordTest : public AgentOnHost {
  protected:

@@ -223,16 +223,6 @@ TEST_F(Qmtctl, WatchComparesFromItsSecondSampleOn) {
               HasSubstr(R"("Ops/sec":25000)"));
 }
 
-TEST_F(Qmtctl, LastPrintsCsv) {
-  const Outcome run = Run({"last", "CPUP", "--csv"});
-  EXPECT_EQ(run.exit, kExitDone);
-  EXPECT_EQ(run.out,
-            "Record Time,Processor ID,CPU %,Type\n"
-            "1700000000,0,0.0,\"A, \"\"B\"\"\n\"\n"
-            "1700000000,1,10.5,\"A, \"\"B\"\"\n\"\n");
-  EXPECT_EQ(m_server.Requests().at(1)["op"], "last");
-}
-
 TEST_F(Qmtctl, GoodRecordsAreShownAndBadOnesNamed) {
   const Outcome table = Run({"get", "CPUP", "GONE", "NONE"});
   EXPECT_EQ(table.exit, kExitFailed);
