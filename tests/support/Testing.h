@@ -48,6 +48,16 @@ inline std::string FileText(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+/// The parts of a text up to each mark; the last one may lack it.
+[[nodiscard]] inline std::vector<std::string> CutAt(char mark, const std::string& text) {
+  std::vector<std::string> parts;
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, mark);) {
+    parts.push_back(part);
+  }
+  return parts;
+}
+
 /// Asks every few milliseconds until the condition holds; whether it does in the end.
 template <class Condition>
 [[nodiscard]] bool WaitUntil(const Condition& condition,

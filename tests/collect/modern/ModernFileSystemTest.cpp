@@ -63,25 +63,14 @@ class ModernFileSystemTest : public CollectFixture {
 
 TEST_F(ModernFileSystemTest, ADesktopHasOneRowForEachFileSystemThatCanBeReached) {
   SetHostRoot(FixturePath("mounts/desktop"));
-  BlocksByPath() = {{"/dev", 9},
-                    {"/run", 9},
-                    {"/", 9},
-                    {"/boot", 9},
-                    {"/boot/efi", 9},
-                    {"/snap/core22/1122", 9},
-                    {"/net/data", 9},
-                    {"/direct", 9},
-                    {"/home/ann/shell", 9},
-                    {"/mnt/win", 9},
-                    {"/data/with blank,\\\t\n#", 9},
-                    {"/short", 9},
-                    {"/cover", 9},
-                    {"/a", 9},
-                    {"/a.b", 9},
-                    {"/mnt/part-a", 9},
-                    {"/mnt/part-b", 9},
-                    {"/m/s", 9},
-                    {"/nameless", 0}};
+  for (const std::string& path :
+       CutAt('|',
+             "/dev|/run|/|/boot|/boot/efi|/snap/core22/1122|/net/data|/direct|"
+             "/home/ann/shell|/mnt/win|/data/with blank,\\\t\n#|/short|/cover|/a|/a.b|"
+             "/mnt/part-a|/mnt/part-b|/m/s")) {
+    BlocksByPath()[path] = 9;
+  }
+  BlocksByPath()["/nameless"] = 0;
   EXPECT_EQ(Read(),
             "/dev|devtmpfs|local|udev|4096\n"
             "/run|tmpfs|local|tmpfs|4096\n"
