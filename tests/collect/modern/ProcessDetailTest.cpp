@@ -8,31 +8,6 @@
 
 namespace {
 
-/// A process as text; what is not told is "-".
-std::string DumpDetail(const ProcessDetail& row) {
-  std::ostringstream out;
-  out.precision(15);
-  out << row.pid << " <" << row.name << "> " << row.state << ' ' << row.startTicks;
-  for (const double figure : {row.startTime,         row.threads,          row.userSeconds,
-                              row.systemSeconds,     row.lastCpu,          row.uid,
-                              row.voluntarySwitches, row.otherSwitches,    row.anonBytes,
-                              row.fileBytes,         row.sharedBytes,      row.swapBytes,
-                              row.peakBytes,         row.storageReadBytes, row.storageWriteBytes,
-                              row.callReadBytes,     row.callWriteBytes,   row.readCalls,
-                              row.writeCalls,        row.runDelaySeconds,  row.openFiles,
-                              row.oomScore,          row.oomScoreAdjust}) {
-    out << ' ';
-    if (IsTold(figure)) {
-      out << figure;
-    } else {
-      out << '-';
-    }
-  }
-  out << " [" << row.blockedIn << "] [" << row.controlGroup << "] [" << row.executable << "] ["
-      << row.commandLine << "]\n";
-  return out.str();
-}
-
 class ProcessDetailTest : public CollectFixture {
  protected:
   static std::string Dump() {

@@ -13,6 +13,7 @@
 #include "support/HostProfile.h"
 #include "support/ProductOptions.h"
 #include "tests/collect/CollectFixture.h"
+#include "tests/collect/ProcessRows.h"
 #include "tests/collect/modern/TaskFile.h"
 
 namespace {
@@ -136,33 +137,15 @@ TEST_F(TaskSourceTest, GivesTheRowsOfAWalk) {
   m_host->Link("/proc/20/cwd", "/srv");
   const std::vector<Process> rows = Collect(COLLECT_PROCESS_FOLDER | COLLECT_PROCESS_LIMITS);
   ASSERT_EQ(rows.size(), 2U);
-  const Process& row = rows[0];
-  const ModernProcessFigures& modern = row.modern;
-  std::ostringstream out;
-  out << row.size << ' ' << row.pid << ' ' << row.ppid << ' ' << row.pgrp << ' ' << row.session
-      << " <" << row.GetName() << "> [" << row.GetCmdline() << "] " << modern.state << row.state
-      << " flags=" << row.flags << '/' << modern.kernelFlags << " policy=" << modern.policy << ' '
-      << row.priority << ' ' << row.nice << " tty=" << row.tty << " start=" << row.startTime.seconds
-      << '.' << row.startTime.nanoseconds << '/' << modern.startTicks
-      << " faults=" << row.minorFaults << ',' << row.majorFaults
-      << " times=" << row.userTime.seconds << '.' << row.userTime.nanoseconds << ','
-      << row.systemTime.seconds << '.' << row.systemTime.nanoseconds << " rss=" << modern.residentKB
-      << '/' << row.residentBytes << " virtual=" << modern.virtualKB << '/' << row.virtualSize
-      << " total=" << modern.totalKB << '/' << row.totalBytes << " heap=" << modern.heapKB
-      << " data=" << row.dataKB << " lib=" << modern.sharedLibKB << " stack=" << row.stackKB
-      << " code=" << row.codeKB << " swap=" << modern.swapKB << " shared=" << row.sharedKB
-      << " switches=" << row.contextSwitches << " io=" << row.reads << ',' << row.writes << ','
-      << row.blockOps << ',' << row.ioKbytes << ',' << modern.ioBytes << ' ' << modern.isIoUnknown
-      << " ids=" << row.ruid << row.euid << row.suid << row.rgid << row.egid << row.sgid;
-  EXPECT_EQ(out.str(),
+  EXPECT_EQ(DumpModern(rows[0]),
             "1132 20 3 4 5 <task> [worker -x 1] S1 flags=1/4194560 policy=1 75 -5 tty=34816 "
             "start=1700000123.450000000/12345 faults=10,20 times=2.520000000,2.510000000 "
             "rss=5242880/1073741824 virtual=8388608/0 total=8390656/0 heap=6291456 data=6291456 "
             "lib=2452 stack=132 code=12 swap=2048 shared=4000 switches=11 "
-            "io=5,20,25,6292480,6443499520 0 ids=123567");
+            "io=5,20,25,6292480,6443499520 0 ids=123567\n");
   struct ::stat folder {};
   ASSERT_EQ(::stat(m_host->Path("/srv").c_str(), &folder), 0);
-  EXPECT_EQ(row.cwdInode, folder.st_ino);
+  EXPECT_EQ(rows[0].cwdInode, folder.st_ino);
   EXPECT_EQ(rows[1].cwdInode, 0U);
   const std::vector<ProcessLimits>& limits = *m_collector.GetProcessLimits();
   ASSERT_EQ(limits.size(), 2U);
@@ -466,46 +449,18 @@ TEST_F(TaskSourceTest, DetailsTakeTheIteratorsFigures) {
   WriteParts(30, "thirty");
   m_host->Write("/proc/20/oom_score", "77\n");
   m_host->Link("/proc/20/exe", "/usr/bin/tool");
-  const auto dump = [](const ProcessDetail& row) {
-    std::ostringstream out;
-    out.precision(15);
-    out << row.pid << ' ' << row.name << ' ' << row.state << ' ' << row.startTicks << ' '
-        << row.startTime;
-    for (const double figure : {row.threads,
-                                row.userSeconds,
-                                row.systemSeconds,
-                                row.lastCpu,
-                                row.uid,
-                                row.voluntarySwitches,
-                                row.otherSwitches,
-                                row.anonBytes,
-                                row.fileBytes,
-                                row.sharedBytes,
-                                row.swapBytes,
-                                row.peakBytes,
-                                row.storageReadBytes,
-                                row.storageWriteBytes,
-                                row.callReadBytes,
-                                row.callWriteBytes,
-                                row.readCalls,
-                                row.writeCalls,
-                                row.runDelaySeconds,
-                                row.oomScore}) {
-      out << ' ' << (IsTold(figure) ? figure : -1);
-    }
-    out << ' ' << row.commandLine.size();
-    return out.str();
-  };
   for (const CollectionMask walked : {CollectionMask{COLLECT_PROCESS}, CollectionMask{0}}) {
     ASSERT_EQ(m_collector.collect(walked | COLLECT_PROCESS_DETAIL), nullptr);
     const std::vector<ProcessDetail>& rows = m_collector.GetModern()->processes;
     ASSERT_EQ(rows.size(), 3U);
-    EXPECT_EQ(dump(rows[0]),
-              "20 task S 12345 1700000123.45 4 2.52 2.51 3 1 4294967300 7 5364613120 3686400 "
-              "409600 2097152 5368709120 4096 8192 6442450944 1048576 4294967301 20 2.5 77 1023");
-    EXPECT_EQ(rows[0].executable, "/usr/bin/tool");
-    EXPECT_EQ(dump(rows[1]),
-              "21 task Z 100 1700000001 0 0 0 0 0 0 0 -1 -1 -1 -1 -1 -1 -1 -1 -1 -1 -1 -1 -1 0");
+    EXPECT_EQ(DumpDetail(rows[0]),
+              "20 <task> S 12345 1700000123.45 4 2.52 2.51 3 1 4294967300 7 5364613120 3686400 "
+              "409600 2097152 5368709120 4096 8192 6442450944 1048576 4294967301 20 2.5 - 77 - "
+              "[] [] [/usr/bin/tool] [" +
+                  std::string(1023, 'y') + "]\n");
+    EXPECT_EQ(DumpDetail(rows[1]),
+              "21 <task> Z 100 1700000001 0 0 0 0 0 0 0 - - - - - - - - - - - - - - - "
+              "[] [] [] []\n");
     EXPECT_EQ(rows[2].name, "of-proc") << "the iterator lacks it";
     KeptParts::Instance().Clear();
     TaskIterator::Instance().Reset();
