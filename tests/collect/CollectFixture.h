@@ -26,6 +26,24 @@ template <class Figures = std::initializer_list<double>>
   return text.str();
 }
 
+/// All rows of a source, which reads them without an error.
+template <class Source, class Row>
+[[nodiscard]] std::vector<Row> ReadAll() {
+  std::vector<Row> rows;
+  const UtlErrorPtr error(Source().readAll(nullptr, rows));
+  EXPECT_EQ(error, nullptr) << error->GetMessage();
+  return rows;
+}
+
+/// What the error of a source says, which has no rows then; empty without one.
+template <class Source, class Row>
+[[nodiscard]] std::string FailureOf() {
+  std::vector<Row> rows(1);
+  const UtlErrorPtr error(Source().readAll(nullptr, rows));
+  EXPECT_TRUE(error == nullptr || rows.empty());
+  return error == nullptr ? "" : error->GetMessage();
+}
+
 /// A fresh node, fresh caches and the real system calls around each test. All traces are on.
 class CollectFixture : public testing::Test {
  protected:

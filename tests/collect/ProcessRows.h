@@ -7,10 +7,7 @@
 /// All processes that the source reads without an error, by number.
 template <class Source>
 [[nodiscard]] std::vector<Process> ReadProcesses() {
-  std::vector<Process> rows;
-  Source source;
-  const UtlErrorPtr error(source.readAll(nullptr, rows));
-  EXPECT_EQ(error, nullptr);
+  std::vector<Process> rows = ReadAll<Source, Process>();
   std::sort(rows.begin(), rows.end(),
             [](const Process& a, const Process& b) { return a.GetPid() < b.GetPid(); });
   return rows;

@@ -1,26 +1,8 @@
 #include "collect/cpu/CPUSourceLINUX.h"
 
-#include "tests/collect/CollectFixture.h"
+#include "tests/collect/CpuRows.h"
 
 namespace {
-
-/// One line a row: id, on-line word, times in seconds, interrupts, type.
-std::string Dump(const std::vector<CPU>& rows) {
-  std::ostringstream out;
-  const auto put = [&out](const tagUTIME& time) {
-    out << ' ' << time.seconds << '+' << time.microseconds;
-  };
-  for (const CPU& row : rows) {
-    out << row.size << ' ' << row.GetCpuId() << ' ' << row.GetOnline();
-    put(row.GetUserTime());
-    put(row.GetSystemTime());
-    put(row.GetIdleTime());
-    put(row.GetWaitTime());
-    out << ' ' << row.GetInterrupts() << ' ' << row.GetContextSwitches() + row.GetTraps() << " ["
-        << row.GetType() << "]\n";
-  }
-  return out.str();
-}
 
 class CPUSourceTest : public CollectFixture {
  protected:
@@ -29,34 +11,22 @@ class CPUSourceTest : public CollectFixture {
     Os().get_nprocs = online;
     Os().get_nprocs_conf = configured;
   }
-  static std::vector<CPU> Read() {
-    std::vector<CPU> rows;
-    CPUSourceUser source;
-    const UtlErrorPtr error(source.readAll(nullptr, rows));
-    EXPECT_EQ(error, nullptr) << error->GetMessage();
-    return rows;
-  }
-  static std::string Failure() {
-    std::vector<CPU> rows(1);
-    CPUSourceUser source;
-    const UtlErrorPtr error(source.readAll(nullptr, rows));
-    EXPECT_TRUE(rows.empty());
-    return error == nullptr ? "" : error->GetMessage();
-  }
+  static std::vector<CPU> Read() { return ReadAll<CPUSourceUser, CPU>(); }
+  static std::string Failure() { return FailureOf<CPUSourceUser, CPU>(); }
 };
 
 TEST_F(CPUSourceTest, ReadsTheProcessorsOfEachKernel) {
   // Without a wait column the times of the oldest kernel stay 0.
   SetHostRoot(FixturePath("2.4.21"));
   SetProcessors([] { return 1; }, [] { return 1; });
-  EXPECT_EQ(Dump(Read()), "140 0 0 0+0 0+0 0+0 0+0 4012342 0 [Pentium III (Coppermine)]\n");
+  EXPECT_EQ(DumpCpus(Read()), "140 0 0 0+0 0+0 0+0 0+0 4012342 0 [Pentium III (Coppermine)]\n");
   EXPECT_EQ(Lines("An error occurred in a function (sscanf). (rc=4, arg1=94236 1203 23801 3562719, "
                   "arg2=%lu %lu %lu %lu %lu)"),
             1U);
 
   SetHostRoot(FixturePath("2.6.9"));
   SetProcessors([] { return 2; }, [] { return 2; });
-  EXPECT_EQ(Dump(Read()),
+  EXPECT_EQ(DumpCpus(Read()),
             "140 0 0 2061+440000 602+270000 495601+720000 151+50000 251602200 0 "
             "[              Intel(R) Xeon(TM) CPU 3.00]\n"
             "140 1 0 2060+340000 602+280000 495601+720000 151+60000 251602211 0 "
@@ -64,7 +34,7 @@ TEST_F(CPUSourceTest, ReadsTheProcessorsOfEachKernel) {
 
   SetHostRoot(FixturePath("6.1"));
   SetProcessors([] { return 4; }, [] { return 4; });
-  EXPECT_EQ(Dump(Read()),
+  EXPECT_EQ(DumpCpus(Read()),
             "140 0 0 3011+50000 1050+200000 220300+10000 127+550000 32011 0 "
             "[Intel(R) Core(TM) i5-8265U CPU @ 1.60GHz]\n"
             "140 1 0 3012+60000 1050+300000 220301+20000 127+560000 10004 0 "
@@ -111,13 +81,13 @@ TEST_F(CPUSourceTest, GoesByPositionWhereProcessorsAreOffLine) {
   host.Write("/proc/cpuinfo", "processor\t: 0\nmodel name\t: A\n\nprocessor\t: 2\n\n");
   host.Write("/proc/interrupts", " CPU0 CPU2\n 1: 10 20\n");
   SetProcessors([] { return 2; }, [] { return 4; });
-  EXPECT_EQ(Dump(Read()),
+  EXPECT_EQ(DumpCpus(Read()),
             "140 0 0 1+0 0+0 0+0 0+0 10 0 [A]\n"
             "140 2 0 2+0 0+0 0+0 0+0 20 0 []\n");
 
   // Listed processors are never more than configured ones, nor reported ones more than listed.
   SetProcessors([] { return 3; }, [] { return 1; });
-  EXPECT_EQ(Dump(Read()), "140 0 0 1+0 0+0 0+0 0+0 10 0 [A]\n");
+  EXPECT_EQ(DumpCpus(Read()), "140 0 0 1+0 0+0 0+0 0+0 10 0 [A]\n");
   // A processor that /proc/cpuinfo does not list has the word 1.
   SetProcessors([] { return 3; }, [] { return 3; });
   EXPECT_EQ(Read().at(2).GetOnline(), 1U);
@@ -131,7 +101,7 @@ TEST_F(CPUSourceTest, OnlyAKeyMakesAProcessor) {
              "processor\t: 1\nvendor\t: the model name: x\nmodel name\t: B processor : 1\n\n");
   host.Write("/proc/interrupts", " CPU0 CPU1\n 1: 10 20\n");
   SetProcessors([] { return 2; }, [] { return 2; });
-  EXPECT_EQ(Dump(Read()),
+  EXPECT_EQ(DumpCpus(Read()),
             "140 0 0 1+0 0+0 0+0 0+0 10 0 [AMX processor 5]\n"
             "140 1 0 2+0 0+0 0+0 0+0 20 0 [B processor : 1]\n");
   EXPECT_EQ(Lines("sscanf"), 0U);
@@ -152,7 +122,7 @@ TEST_F(CPUSourceTest, FailsOnlyWithoutTheListOfProcessors) {
                   "fopen(/proc/stat) failed! errno: 2)"),
             1U);
   host.Write("/proc/cpuinfo", "processor\t: 0\nprocessor\t: 1\n");
-  EXPECT_EQ(Dump(Read()),
+  EXPECT_EQ(DumpCpus(Read()),
             "140 0 0 0+0 0+0 0+0 0+0 0 0 []\n"
             "140 1 0 0+0 0+0 0+0 0+0 0 0 []\n");
   // Tried, and told, once for each processor.

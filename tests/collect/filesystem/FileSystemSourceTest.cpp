@@ -99,10 +99,7 @@ TEST_F(FileSystemSourceTest, FillsTheFigures) {
   m_host.Write("/etc/mtab", "/dev/sda1 / ext3 rw 0 0\n");
   for (const char* limit : {"0", "20"}) {  // asks itself, has a child ask
     SetLimit(limit);
-    std::vector<FileSystem> rows;
-    FileSystemSourceUser source;
-    ASSERT_EQ(source.readAll(nullptr, rows), nullptr);
-    const FileSystem& row = rows.at(0);
+    const FileSystem row = ReadAll<FileSystemSourceUser, FileSystem>().at(0);
     const std::array<std::uint64_t, 8> figures{row.blockSize,  row.fragmentSize, row.blocks,
                                                row.blocksFree, row.blocksAvail,  row.files,
                                                row.filesFree,  row.filesAvail};

@@ -2,57 +2,28 @@
 
 #include "collect/modern/cpu/Cpuinfo.h"
 #include "collect/modern/cpu/Interrupts.h"
-#include "tests/collect/CollectFixture.h"
+#include "tests/collect/CpuRows.h"
 
 namespace {
 
-void PutTime(std::ostream& out, const tagUTIME& time) {
-  out << ' ' << time.seconds << '+' << time.microseconds;
-}
-
-/// One line a row: id, on-line word, times in seconds, interrupts, type.
-std::string RowsText(const std::vector<CPU>& rows) {
-  std::ostringstream out;
-  for (const CPU& row : rows) {
-    out << row.size << ' ' << row.GetCpuId() << ' ' << row.GetOnline();
-    PutTime(out, row.GetUserTime());
-    PutTime(out, row.GetSystemTime());
-    PutTime(out, row.GetIdleTime());
-    PutTime(out, row.GetWaitTime());
-    out << ' ' << row.GetInterrupts() << " [" << row.GetType() << "]\n";
-  }
-  return out.str();
-}
-
 class ModernCpuSourceTest : public CollectFixture {
  protected:
-  static std::vector<CPU> Read() {
-    std::vector<CPU> rows;
-    ModernCpuSource source;
-    const UtlErrorPtr error(source.readAll(nullptr, rows));
-    EXPECT_EQ(error, nullptr) << error->GetMessage();
-    return rows;
-  }
-  static std::string Failure() {
-    std::vector<CPU> rows;
-    ModernCpuSource source;
-    const UtlErrorPtr error(source.readAll(nullptr, rows));
-    return error == nullptr ? "" : error->GetMessage();
-  }
+  static std::vector<CPU> Read() { return ReadAll<ModernCpuSource, CPU>(); }
+  static std::string Failure() { return FailureOf<ModernCpuSource, CPU>(); }
 };
 
 TEST_F(ModernCpuSourceTest, ReadsTheProcessorsOfEachHost) {
   // Guests are users already, stolen time is nobody's; the second's interrupts went round.
   SetHostRoot(FixturePath("vm-offline"));
-  EXPECT_EQ(RowsText(Read()),
-            "140 0 0 10+500000 3+650000 200+0 2+0 1031 [Example(R) Virtual processor : 7]\n"
-            "140 1 0 21+0 4+400000 300+0 3+0 2029 [Example(R) Virtual processor : 7]\n"
-            "140 2 1 0+0 0+0 0+0 0+0 0 []\n"
-            "140 3 0 21+500000 5+530000 400+0 2+0 3055 [Example(R) Virtual processor : 7]\n");
+  EXPECT_EQ(DumpCpus(Read()),
+            "140 0 0 10+500000 3+650000 200+0 2+0 1031 0 [Example(R) Virtual processor : 7]\n"
+            "140 1 0 21+0 4+400000 300+0 3+0 2029 0 [Example(R) Virtual processor : 7]\n"
+            "140 2 1 0+0 0+0 0+0 0+0 0 0 []\n"
+            "140 3 0 21+500000 5+530000 400+0 2+0 3055 0 [Example(R) Virtual processor : 7]\n");
   SetHostRoot(FixturePath("arm64"));
-  EXPECT_EQ(RowsText(Read()),
-            "140 0 0 10+0 4+500000 250+0 0+500000 500362 [ARM Neoverse-N1]\n"
-            "140 1 0 20+0 5+500000 250+0 0+500000 600460 [0x41 part 0xfff]\n");
+  EXPECT_EQ(DumpCpus(Read()),
+            "140 0 0 10+0 4+500000 250+0 0+500000 500362 0 [ARM Neoverse-N1]\n"
+            "140 1 0 20+0 5+500000 250+0 0+500000 600460 0 [0x41 part 0xfff]\n");
   EXPECT_EQ(Lines("The host"), 0U);
 }
 
@@ -105,9 +76,10 @@ TEST_F(ModernCpuSourceTest, TellsOnceWhatTheHostLacks) {
   EXPECT_EQ(Failure(), "Error in calculating number of CPUs");
   // Without lists the lines of processors make them; a short line has what it has.
   host.Write("/proc/stat", "cpu  1 1 1 1\ncpu0 100 20 30 400\ncpu7 x\ncpu99999 1 1\ncpu 5\n");
-  const std::string rows = "140 0 0 1+200000 0+300000 4+0 0+0 0 []\n140 7 0 0+0 0+0 0+0 0+0 0 []\n";
-  EXPECT_EQ(RowsText(Read()), rows);
-  EXPECT_EQ(RowsText(Read()), rows);
+  const std::string rows =
+      "140 0 0 1+200000 0+300000 4+0 0+0 0 0 []\n140 7 0 0+0 0+0 0+0 0+0 0 0 []\n";
+  EXPECT_EQ(DumpCpus(Read()), rows);
+  EXPECT_EQ(DumpCpus(Read()), rows);
   for (const char* part :
        {"/sys/devices/system/cpu/present", "/sys/devices/system/cpu/online", "/proc/interrupts",
         "/proc/cpuinfo", "/proc/stat: all times of each processor"}) {
@@ -118,12 +90,12 @@ TEST_F(ModernCpuSourceTest, TellsOnceWhatTheHostLacks) {
   host.Write("/sys/devices/system/cpu/present", "3-0\n");
   host.Write("/sys/devices/system/cpu/online", "0-7-9\n");
   host.Write("/proc/interrupts", "NMI: 5\n");
-  EXPECT_EQ(RowsText(Read()), rows);
+  EXPECT_EQ(DumpCpus(Read()), rows);
   EXPECT_EQ(Lines("list of processors"), 2U);
   EXPECT_EQ(Lines("(/proc/interrupts: a column of each processor)"), 1U);
   host.Write("/sys/devices/system/cpu/present", "0-1\n");
   host.Write("/sys/devices/system/cpu/online", "1\n");
-  EXPECT_EQ(RowsText(Read()), "140 0 1 0+0 0+0 0+0 0+0 0 []\n140 1 0 0+0 0+0 0+0 0+0 0 []\n");
+  EXPECT_EQ(DumpCpus(Read()), "140 0 1 0+0 0+0 0+0 0+0 0 0 []\n140 1 0 0+0 0+0 0+0 0+0 0 0 []\n");
   EXPECT_EQ(Lines("a line of each processor that is on line"), 1U);
 
   host.Write("/proc/stat", std::string((4U << 20U) + 1, '7'));

@@ -186,13 +186,7 @@ class ModernInterfaceSourceTest : public CollectFixture {
     CloseKernelEnd();
     CollectFixture::TearDown();
   }
-  static std::vector<Interface> Read() {
-    std::vector<Interface> rows;
-    ModernInterfaceSource source;
-    const UtlErrorPtr error(source.readAll(nullptr, rows));
-    EXPECT_EQ(error, nullptr);
-    return rows;
-  }
+  static std::vector<Interface> Read() { return ReadAll<ModernInterfaceSource, Interface>(); }
 };
 
 TEST_F(ModernInterfaceSourceTest, AsksTheKernelForBothTables) {

@@ -71,13 +71,7 @@ class InterfaceSourceTest : public CollectFixture {
     m_realIoctl = Os().ioctl;
     Os().ioctl = AnswerIoctl;
   }
-  static std::vector<Interface> Read() {
-    std::vector<Interface> rows;
-    InterfaceSourceUser source;
-    const UtlErrorPtr error(source.readAll(nullptr, rows));
-    EXPECT_EQ(error, nullptr) << error->GetMessage();
-    return rows;
-  }
+  static std::vector<Interface> Read() { return ReadAll<InterfaceSourceUser, Interface>(); }
   static std::string Counters() {
     std::string text;
     for (const Interface& row : Read()) {
@@ -85,13 +79,7 @@ class InterfaceSourceTest : public CollectFixture {
     }
     return text;
   }
-  static std::string Failure() {
-    std::vector<Interface> rows(1);
-    InterfaceSourceUser source;
-    const UtlErrorPtr error(source.readAll(nullptr, rows));
-    EXPECT_TRUE(rows.empty());
-    return error == nullptr ? "" : error->GetMessage();
-  }
+  static std::string Failure() { return FailureOf<InterfaceSourceUser, Interface>(); }
 
   decltype(OsCalls::ioctl) m_realIoctl = nullptr;
 };

@@ -143,10 +143,7 @@ TEST_F(ProcessSourceTest, FailsOnlyWithoutProcOrBootTime) {
   const process_tree::HostTree host;
   const auto failure = [] {
     ProcLib::ResetCaches();
-    std::vector<Process> rows;
-    ProcessSourceUser source;
-    const UtlErrorPtr error(source.readAll(nullptr, rows));
-    return error == nullptr ? std::string() : std::string(error->GetMessage());
+    return FailureOf<ProcessSourceUser, Process>();
   };
   EXPECT_EQ(failure(), "Unable to get Boot Time");
   EXPECT_EQ(Lines("(ProcLib::GetBootTime). (rc=MOND_FAILURE)"), 1U);
