@@ -3,8 +3,10 @@
 #include "agent/UnixAgent.h"
 #include "collect/ProcLib.h"
 #include "support/HostPaths.h"
+#include "support/HostProfile.h"
 #include "support/OsCalls.h"
 #include "support/Switches.h"
+#include "tests/scripted/Batch.h"
 #include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/support/TempFolder.h"
@@ -27,6 +29,7 @@ class AgentOnHost : public ::testing::Test {
   void TearDown() override {
     m_agent.reset();
     Os() = m_realCalls;
+    g_hostProfile = HostProfile::kClassic;
     ProcLib::ResetCaches();
     SetProductRoot("");
   }
@@ -34,6 +37,22 @@ class AgentOnHost : public ::testing::Test {
     m_agent = std::make_unique<UnixAgent>("/opt/qmtrx/mond/qmt_hostutil_", "test");
     std::string text = "test";
     ASSERT_EQ(m_agent->Init(text.data(), text.data(), text.data()), 0);
+  }
+
+  /// Answers; what an asker was answered before is its previous answer.
+  void Answer(Batch& batch) const {
+    for (const auto& entry : batch.entries) {
+      entry->NextAnswer();
+    }
+    ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  }
+  /// The only row that the batch's first asker is answered.
+  template <class Row>
+  Row Look(Batch& batch) const {
+    Answer(batch);
+    const std::vector<Row> rows = batch.entries.front()->Rows<Row>();
+    EXPECT_EQ(rows.size(), 1U);
+    return rows.empty() ? Row{} : rows.front();
   }
 
   inline static std::time_t s_now = 0;

@@ -1,7 +1,6 @@
 #include "records/RecordClasses.h"
 #include "support/HostProfile.h"
 #include "tests/agent/AgentOnHost.h"
-#include "tests/scripted/Batch.h"
 
 namespace {
 
@@ -102,11 +101,8 @@ TEST_F(CPUPrecordTest, LooksOnDemandCompareWithTheirOwnLastAnswer) {
   EXPECT_FLOAT_EQ(row(1).interruptsPerSec, 0.1F);
   EXPECT_NEAR(row(1).cpuPercent, 100.0 * 1.5 / 5.55, 1e-4);
 
-  for (const auto& entry : batch.entries) {
-    entry->NextAnswer();
-  }
   SetSample(1'700'000'001, "150 20 30 450 5 6 7 8 0 0", "10 0 50 900 0 0 0 0 0 0", 1000, 10);
-  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  Answer(batch);
   EXPECT_FLOAT_EQ(row(0).cpuPercent, 50.0F);
   EXPECT_STREQ(row(0).status.c_str(), "On Line");
   const auto* second =
@@ -161,10 +157,6 @@ class ModernCPUPrecordTest : public AgentOnHost {
     // The start chose what the settings say.
     g_hostProfile = HostProfile::kModern;
   }
-  void TearDown() override {
-    g_hostProfile = HostProfile::kClassic;
-    AgentOnHost::TearDown();
-  }
   void SetLook(int seconds, const std::string& online, const std::string& processors,
                const std::string& interrupts) const {
     s_now = 1'700'000'000 + seconds;
@@ -218,8 +210,7 @@ TEST_F(ModernCPUPrecordTest, IntervalsHoldNoStepBackAndNoReturn) {
 
   // Back again, one goes on from where it stood and one, never seen before, begins.
   SetAllOn(20, "8000");
-  asker.NextAnswer();
-  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  Answer(batch);
   const auto back = asker.Rows<recordPI_CPUP>();
   EXPECT_EQ(back[0].interrupts, 0U);
   EXPECT_EQ(tagUTIME(back[1].userTime), (tagUTIME{0, 500000}));
@@ -230,8 +221,7 @@ TEST_F(ModernCPUPrecordTest, IntervalsHoldNoStepBackAndNoReturn) {
   EXPECT_STREQ(back[2].status.c_str(), "On Line");
 
   SetAllOn(30, "8100");
-  asker.NextAnswer();
-  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  Answer(batch);
   EXPECT_EQ(tagUTIME(asker.Rows<recordPI_CPUP>()[2].userTime), (tagUTIME{1, 0}));
 }
 
@@ -261,9 +251,7 @@ TEST_F(ModernCPUPrecordTest, LooksTellTheStatusAtOnceAndCompareWhatRan) {
     } else if (look > 1) {
       SetAllOn(20, look == 2 ? "8000" : "8100");
     }
-    asker.NextAnswer();
-    sinceBoot.NextAnswer();
-    ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+    Answer(batch);
     const auto rows = asker.Rows<recordPI_CPUP>();
     const auto rowsSinceBoot = sinceBoot.Rows<recordPI_CPUP>();
     ASSERT_EQ(rows.size(), 3U);
@@ -281,13 +269,7 @@ TEST_F(ModernCPUPrecordTest, LooksTellTheStatusAtOnceAndCompareWhatRan) {
 TEST_F(ModernCPUPrecordTest, TheOverviewKeepsWhatAProcessorThatWentOffHasDone) {
   Batch batch;
   batch.Add("PI", '4', {.realtime = 1, .calcRates = 0});
-  Asker& asker = *batch.entries[0];
-  const auto userTime = [&] {
-    asker.NextAnswer();
-    EXPECT_EQ(m_agent->NotifyEvent(&batch.event), 0);
-    const auto rows = asker.Rows<recordPI>();
-    return rows.empty() ? tagUTIME{} : tagUTIME(rows[0].totalUserModeTime);
-  };
+  const auto userTime = [&] { return tagUTIME(Look<recordPI>(batch).totalUserModeTime); };
   EXPECT_EQ(userTime(), (tagUTIME{91, 200000}));
   SetSecondOff();
   EXPECT_EQ(userTime(), (tagUTIME{93, 200000}));

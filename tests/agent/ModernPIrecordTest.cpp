@@ -1,7 +1,6 @@
 #include "records/RecordClasses.h"
 #include "support/HostProfile.h"
 #include "tests/agent/AgentOnHost.h"
-#include "tests/scripted/Batch.h"
 #include "tests/scripted/Golden.h"
 
 namespace {
@@ -21,25 +20,10 @@ class ModernPIrecordTest : public AgentOnHost {
     StartAgent();
     g_hostProfile = HostProfile::kModern;
   }
-  void TearDown() override {
-    g_hostProfile = HostProfile::kClassic;
-    AgentOnHost::TearDown();
-  }
   void TakeSecondSample() const {
     m_host.CopyFrom(kModernHost / "second");
     m_host.Remove("/proc/412");
     s_now = kModernStart + 10;
-  }
-  recordPI Look(Batch& batch) const {
-    Asker& entry = *batch.entries.front();
-    EXPECT_EQ(m_agent->NotifyEvent(&batch.event), 0);
-    if (entry.event.m_records.size() != 1) {
-      ADD_FAILURE() << entry.event.m_records.size() << " rows";
-      return {};
-    }
-    const recordPI row = entry.Rows<recordPI>().front();
-    entry.NextAnswer();
-    return row;
   }
 };
 
@@ -48,7 +32,7 @@ TEST_F(ModernPIrecordTest, ASecondScheduledRowIsTheOneWorkedOutByHand) {
   batch.Add("PI", '4', {.realtime = 0, .calcRates = 1});
   ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
   TakeSecondSample();
-  const recordPI row = Look(batch);
+  const recordPI row = Look<recordPI>(batch);
   ExpectGolden(&row, sizeof(row), kModernHost / "PI.tsv");
   EXPECT_EQ(Lines("overflow occurred"), 0U) << "the time of waiting stepped back";
   EXPECT_EQ(Lines("The host"), 0U) << "nothing is missing";
@@ -57,22 +41,22 @@ TEST_F(ModernPIrecordTest, ASecondScheduledRowIsTheOneWorkedOutByHand) {
 TEST_F(ModernPIrecordTest, ProcessesOfTheBatchsOwnWalkAreCounted) {
   Batch batch;
   batch.Add("PI", '4', {.realtime = 1, .calcRates = 0});
-  const recordPI alone = Look(batch);
+  const recordPI alone = Look<recordPI>(batch);
   EXPECT_EQ(alone.processes, 5U);
   EXPECT_EQ(alone.users, 3U);
   // The folders have no stat, so a walk of the processes' own records has none of them.
   batch.Add("PD", '3', {.realtime = 1, .calcRates = 0});
-  EXPECT_EQ(Look(batch).processes, 0U);
+  EXPECT_EQ(Look<recordPI>(batch).processes, 0U);
 }
 
 TEST_F(ModernPIrecordTest, LooksCompareWithTheirOwnLastAnswer) {
   Batch batch;
   batch.Add("PI", '4', {.realtime = 1, .calcRates = 0});
-  const recordPI alone = Look(batch);
+  const recordPI alone = Look<recordPI>(batch);
   EXPECT_EQ(alone.processesStarted, 0U);
   EXPECT_EQ(alone.runQueue, 3.0F);
   TakeSecondSample();
-  const recordPI second = Look(batch);
+  const recordPI second = Look<recordPI>(batch);
   EXPECT_EQ(second.processesStarted, 37U);
   EXPECT_EQ(second.processesEnded, 35U);
   EXPECT_EQ(second.waitPercent, 0.0F);
@@ -81,7 +65,7 @@ TEST_F(ModernPIrecordTest, LooksCompareWithTheirOwnLastAnswer) {
   m_host.Write("/proc/stat", "btime 1699500000\nprocesses 272310\nprocs_running 0\n");
   m_host.Write("/proc/600/status", "Uid:\t0\t0\t0\t0\n");
   m_host.Write("/proc/601/status", "Uid:\t0\t0\t0\t0\n");
-  const recordPI third = Look(batch);
+  const recordPI third = Look<recordPI>(batch);
   EXPECT_EQ(third.processesStarted, 1U);
   EXPECT_EQ(third.processesEnded, 0U);
   EXPECT_EQ(third.runQueue, 0.0F);
@@ -134,7 +118,7 @@ TEST_F(ModernPIrecordTest, IntervalsHoldNoFallOfACounterAndNoReturn) {
       ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
       continue;
     }
-    const recordPI row = Look(batch);
+    const recordPI row = Look<recordPI>(batch);
     EXPECT_EQ(row.physicalReads, sample.reads);
     EXPECT_EQ(row.physicalWrites, sample.writes);
     EXPECT_EQ(row.totalPageOps, sample.pageOps);
@@ -153,7 +137,7 @@ TEST_F(ModernPIrecordTest, PercentagesSinceBootTakeAllBitsOfTheSums) {
                "cpu0" + processor + "cpu1" + processor + "cpu2" + processor + "btime 1699500000\n");
   Batch batch;
   batch.Add("PI", '4', {.realtime = 1, .calcRates = 1});
-  const recordPI row = Look(batch);
+  const recordPI row = Look<recordPI>(batch);
   EXPECT_NEAR(row.idlePercent, 75.0, 1e-3);
   EXPECT_NEAR(row.userCpuPercent, 25.0, 1e-3);
   EXPECT_NEAR(row.cpuPercent, 25.0, 1e-3);
@@ -166,7 +150,7 @@ TEST_F(ModernPIrecordTest, AHostThatIsNotThereHasNoRowAndMissingFilesAreToldOnce
   m_host.Remove("/proc/meminfo");
   m_host.Remove("/proc/net");
   for (int time = 0; time < 2; ++time) {
-    const recordPI row = Look(batch);
+    const recordPI row = Look<recordPI>(batch);
     EXPECT_EQ(row.faults + row.totalPktsIn + row.nfsClientTotalOps, 0U);
     EXPECT_EQ(row.allocMemPercent, 0.0F);
     EXPECT_EQ(row.contextSwitches, 14'786'161U);
@@ -176,7 +160,7 @@ TEST_F(ModernPIrecordTest, AHostThatIsNotThereHasNoRowAndMissingFilesAreToldOnce
   }
   EXPECT_EQ(Lines("Error occured in"), 0U);
   m_host.Remove("/proc");
-  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  Answer(batch);
   EXPECT_TRUE(batch.entries[0]->event.m_records.empty());
   EXPECT_EQ(Lines("There is no host to be read"), 2U) << "by the source once and by the record";
 }

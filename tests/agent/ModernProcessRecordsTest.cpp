@@ -5,7 +5,6 @@
 #include "records/RecordClasses.h"
 #include "support/HostProfile.h"
 #include "tests/agent/AgentOnHost.h"
-#include "tests/scripted/Batch.h"
 #include "tests/scripted/Golden.h"
 
 namespace {
@@ -63,7 +62,6 @@ class ModernProcessRecordsTest : public AgentOnHost {
     g_hostProfile = HostProfile::kModern;
   }
   void TearDown() override {
-    g_hostProfile = HostProfile::kClassic;
     Forget();
     AgentOnHost::TearDown();
   }
@@ -98,11 +96,8 @@ TEST_F(ModernProcessRecordsTest, TwoScheduledSamplesAreTheRowsWorkedOutByHand) {
   const Asker& summary = *batch.entries[2];
   ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
   std::vector<recordPD_PDS> summaries = summary.Rows<recordPD_PDS>();
-  for (const auto& entry : batch.entries) {
-    entry->NextAnswer();
-  }
   TakeSecondSample();
-  ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
+  Answer(batch);
   ExpectTable(Sorted<recordPD>(*batch.entries[0]), "PD.tsv");
   ExpectTable(Sorted<recordPD_PDI>(*batch.entries[1]), "PDI.tsv");
   summaries.push_back(summary.Rows<recordPD_PDS>().at(0));
@@ -114,9 +109,7 @@ TEST_F(ModernProcessRecordsTest, AProcessThatGoesToAnotherFolderIsActive) {
   Batch batch;
   batch.Add("PDS", '3', {.realtime = 0, .calcRates = 1});
   const auto active = [&] {
-    EXPECT_EQ(m_agent->NotifyEvent(&batch.event), 0);
-    const auto row = batch.entries[0]->Rows<recordPD_PDS>().at(0);
-    batch.entries[0]->NextAnswer();
+    const auto row = Look<recordPD_PDS>(batch);
     return row.activeUserProcesses + row.activeSystemProcesses;
   };
   active();

@@ -5,7 +5,6 @@
 #include "support/HostProfile.h"
 #include "tests/agent/AgentOnHost.h"
 #include "tests/agent/RecordRows.h"
-#include "tests/scripted/Batch.h"
 
 namespace {
 
@@ -31,10 +30,6 @@ class ModernRecordRowsTest : public AgentOnHost {
     };
     // Other tests of this program may have published some.
     LayoutRegistry::Instance() = LayoutRegistry();
-  }
-  void TearDown() override {
-    AgentOnHost::TearDown();
-    g_hostProfile = HostProfile::kClassic;
   }
 
   void Start(const char* profile, const char* host) {
@@ -73,14 +68,6 @@ class ModernRecordRowsTest : public AgentOnHost {
       line.replace(at, 2, "\t");
     }
     return line;
-  }
-
-  /// Answers, of which each asker keeps its own.
-  void Answer(Batch& batch) {
-    for (const auto& entry : batch.entries) {
-      entry->NextAnswer();
-    }
-    ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
   }
 
   inline static suseconds_t s_microseconds = 0;

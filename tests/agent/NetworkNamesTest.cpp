@@ -5,7 +5,6 @@
 #include "support/Descriptor.h"
 #include "support/HostNameWire.h"
 #include "tests/agent/AgentOnHost.h"
-#include "tests/scripted/Batch.h"
 
 namespace {
 

@@ -1,7 +1,6 @@
 #include "node/LayoutRegistry.h"
 #include "records/RecordClasses.h"
 #include "tests/agent/AgentOnHost.h"
-#include "tests/scripted/Batch.h"
 #include "tests/scripted/Golden.h"
 
 namespace {
@@ -38,18 +37,6 @@ class PIrecordTest : public AgentOnHost {
     s_now = kFirstTime + 10;
     g_freePages = 200'003;
   }
-  /// The row of the batch's only asker, which becomes the previous one of its next answer.
-  recordPI Look(Batch& batch) const {
-    EXPECT_EQ(m_agent->NotifyEvent(&batch.event), 0);
-    Asker& entry = *batch.entries.front();
-    EXPECT_EQ(entry.event.m_records.size(), 1U);
-    if (entry.event.m_records.empty()) {
-      return {};
-    }
-    const auto row = *static_cast<const recordPI*>(entry.event.m_records.front()->GetRecStart());
-    entry.NextAnswer();
-    return row;
-  }
 };
 
 TEST_F(PIrecordTest, AHostThatIsNotThereHasNoRow) {
@@ -75,7 +62,7 @@ TEST_F(PIrecordTest, ASecondScheduledRowIsTheOneWorkedOutByHand) {
   s_now = kFirstTime + 4;
   Batch look;
   look.Add("PI", '4', {.realtime = 1, .calcRates = 1});
-  EXPECT_EQ(Look(look).contextSwitches, 834'567U);
+  EXPECT_EQ(Look<recordPI>(look).contextSwitches, 834'567U);
   s_now = kFirstTime + 10;
   ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
   ASSERT_EQ(batch.entries[0]->event.m_records.size(), 1U);
@@ -98,11 +85,11 @@ TEST_F(PIrecordTest, LooksOnDemandShowTotalsAndCompareWithTheirOwnLastAnswer) {
   plain.Add("PI", '4', {.realtime = 1, .calcRates = 0});
   Batch withRates;
   withRates.Add("PI", '4', {.realtime = 1, .calcRates = 1});
-  const recordPI alone = Look(plain);
-  (void)Look(withRates);
+  const recordPI alone = Look<recordPI>(plain);
+  Look<recordPI>(withRates);
   TakeSecondSample();
-  const recordPI compared = Look(plain);
-  const recordPI sinceBoot = Look(withRates);
+  const recordPI compared = Look<recordPI>(plain);
+  const recordPI sinceBoot = Look<recordPI>(withRates);
 
   // Ticks since boot: user 3421, kernel 909, idle 16353, wait 553.
   const struct {
@@ -154,7 +141,7 @@ TEST_F(PIrecordTest, StartsAndEndsOfProcessesFollowTheirCount) {
     for (const std::string& pid : step.go) {
       m_host.Remove("/proc/" + pid);
     }
-    const recordPI row = Look(batch);
+    const recordPI row = Look<recordPI>(batch);
     EXPECT_EQ(row.processes, step.processes);
     EXPECT_EQ(row.processesStarted, step.started) << "of " << step.processes;
     EXPECT_EQ(row.processesEnded, step.ended) << "of " << step.processes;
@@ -181,7 +168,7 @@ TEST_F(PIrecordTest, ASecondIntervalInTheSameSecondFailsThatRequestAlone) {
 TEST_F(PIrecordTest, WhatCannotBeReadIsZeroAndTheRestIsFilled) {
   Batch batch;
   batch.Add("PI", '4', {.realtime = 1, .calcRates = 1});
-  const recordPI whole = Look(batch);
+  const recordPI whole = Look<recordPI>(batch);
   const RecordLayout* layout = LayoutRegistry::Instance().Find("PI");
   ASSERT_NE(layout, nullptr);
   const struct {
@@ -200,7 +187,7 @@ TEST_F(PIrecordTest, WhatCannotBeReadIsZeroAndTheRestIsFilled) {
   for (const auto& one : cases) {
     SCOPED_TRACE(one.file);
     m_host.Remove(one.file);
-    const recordPI row = Look(batch);
+    const recordPI row = Look<recordPI>(batch);
     std::size_t fed = 0;
     for (const FieldLayout& field : layout->fields) {
       const auto has = [&](const std::string& part) {

@@ -1,6 +1,5 @@
 #include "support/Switches.h"
 #include "tests/agent/AgentOnHost.h"
-#include "tests/scripted/Batch.h"
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include "support/UserFileFormat.h"
 #include "support/UserFileSemaphore.h"
 #include "tests/agent/AgentOnHost.h"
-#include "tests/scripted/Batch.h"
 #include "tests/scripted/DumpedLines.h"
 
 namespace {

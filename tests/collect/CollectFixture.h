@@ -7,6 +7,7 @@
 #include "collect/modern/ToldOnce.h"
 #include "collect/process/NameCache.h"
 #include "support/HostPaths.h"
+#include "support/HostProfile.h"
 #include "support/NotTold.h"
 #include "support/OsCalls.h"
 #include "support/Switches.h"
@@ -58,6 +59,7 @@ class CollectFixture : public testing::Test {
   }
   void TearDown() override {
     Os() = m_calls;
+    g_hostProfile = HostProfile::kClassic;
     SetHostRoot("");
     ProcLib::ResetCaches();
     ClearUserNames();

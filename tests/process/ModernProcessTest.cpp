@@ -16,10 +16,6 @@ class ModernProcessTest : public ProcessRecordFixture {
     ProcessRecordFixture::SetUp();
     g_hostProfile = HostProfile::kModern;
   }
-  void TearDown() override {
-    g_hostProfile = HostProfile::kClassic;
-    ProcessRecordFixture::TearDown();
-  }
   /// A process that was started at kStartSecond.
   Process& Add(std::int32_t pid, std::uint64_t startTicks, char state = 'S') {
     Process& process = AddToList(pid, kStartSecond);

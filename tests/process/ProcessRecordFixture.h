@@ -7,6 +7,7 @@
 #include "collect/process/ProcessSourceLINUX.h"
 #include "records/RecordBuilder.h"
 #include "records/RecordClasses.h"
+#include "support/HostProfile.h"
 #include "support/OsCalls.h"
 #include "support/Switches.h"
 #include "tests/scripted/Batch.h"
@@ -46,6 +47,7 @@ class ProcessRecordFixture : public ::testing::Test {
   void TearDown() override {
     g_kernelVariant = kNewestKernel;
     Os() = m_realCalls;
+    g_hostProfile = HostProfile::kClassic;
     ClearUserNames();
     ProcLib::ResetCaches();
   }

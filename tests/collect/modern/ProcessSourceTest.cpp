@@ -56,10 +56,6 @@ class ModernProcessSourceTest : public CollectFixture {
     m_host = std::make_unique<process_tree::HostTree>();
     m_host->Write("/proc/stat", "btime 1700000000\n");
   }
-  void TearDown() override {
-    g_hostProfile = HostProfile::kClassic;
-    CollectFixture::TearDown();
-  }
   static std::vector<Process> Read() { return ReadProcesses<ModernProcessSource>(); }
   static std::string DumpAll() { return DumpEach(Read(), DumpModern); }
   /// One that lacks nothing: 5 GiB in memory, 8 GiB of addresses.

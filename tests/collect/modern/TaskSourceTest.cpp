@@ -37,7 +37,6 @@ class TaskSourceTest : public CollectFixture {
     ::unsetenv("QMT_TASK_ITERATOR");
     Choose("auto", "10");
     KeptParts::Instance().Clear();
-    g_hostProfile = HostProfile::kClassic;
     CollectFixture::TearDown();
   }
   static void Choose(const char* source, const char* refresh) {
