@@ -72,58 +72,38 @@ TEST_F(ModernPIrecordTest, LooksCompareWithTheirOwnLastAnswer) {
 }
 
 TEST_F(ModernPIrecordTest, IntervalsHoldNoFallOfACounterAndNoReturn) {
-  const std::string disk = "254 0 vda ";
-  const std::string otherDisk = "8 0 sda 5000 0 80 9 4000 0 80 9 0 9 9\n";
-  const std::string processor = "cpu0 100 0 100 ";
-  struct Sample {
-    std::string diskstats;
-    std::string stat;
-    std::uint32_t reads, writes, pageOps, contextSwitches;
-    tagUTIME idle;
-  };
-  const Sample samples[] = {{disk + "1000 0 80 9 500 0 80 9 0 9 9\n" + otherDisk,
-                             processor + "1000\nctxt 4294967290\n",
-                             0,
-                             0,
-                             0,
-                             0,
-                             {}},
-                            // The second disk has gone; the counter has passed 32 bits.
-                            {disk + "1010 0 80 9 505 0 80 9 0 9 9\n",
-                             processor + "1100\nctxt 4294967306\n",
-                             0,
-                             0,
-                             0,
-                             16,
-                             {1, 0}},
-                            // Neither file can be read.
-                            {"", "", 0, 0, 0, 0, {}},
-                            {disk + "1030 0 80 9 512 0 80 9 0 9 9\n",
-                             processor + "1400\nctxt 4294967406\n",
-                             20,
-                             7,
-                             27,
-                             100,
-                             {3, 0}}};
+  const struct {
+    std::string reads, writes, idle, switches, differences;
+  } samples[] = {{"1000", "500", "1000", "4294967290", ""},
+                 // The second disk has gone; the counter has passed 32 bits.
+                 {"1010", "505", "1100", "4294967306", "0 0 0 16 1+0"},
+                 // Neither file can be read.
+                 {"", "", "", "", "0 0 0 0 0+0"},
+                 {"1030", "512", "1400", "4294967406", "20 7 27 100 3+0"}};
   m_host.Write("/sys/block/sda/queue/rotational", "0\n");
   Batch batch;
   batch.Add("PI", '4', {.realtime = 0, .calcRates = 1});
-  for (std::size_t time = 0; time < std::size(samples); ++time) {
-    SCOPED_TRACE(time);
-    const Sample& sample = samples[time];
-    s_now = kModernStart + 10 * static_cast<std::time_t>(time);
-    m_host.Write("/proc/diskstats", sample.diskstats);
-    m_host.Write("/proc/stat", sample.stat);
-    if (time == 0) {
-      ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
-      continue;
+  s_now = kModernStart;
+  for (const auto& sample : samples) {
+    const bool isFirst = s_now == kModernStart;
+    const bool isRead = !sample.reads.empty();
+    const std::string disks = "254 0 vda " + sample.reads + " 0 80 9 " + sample.writes +
+                              " 0 80 9 0 9 9\n" +
+                              (isFirst ? "8 0 sda 5000 0 80 9 4000 0 80 9 0 9 9\n" : "");
+    const std::string stat = "cpu0 100 0 100 " + sample.idle + "\nctxt " + sample.switches + "\n";
+    m_host.Write("/proc/diskstats", isRead ? disks : "");
+    m_host.Write("/proc/stat", isRead ? stat : "");
+    if (isFirst) {
+      Answer(batch);
+    } else {
+      const auto row = Look<recordPI>(batch);
+      const tagUTIME idle = row.totalIdleTime;
+      std::ostringstream text;
+      text << row.physicalReads << ' ' << row.physicalWrites << ' ' << row.totalPageOps << ' '
+           << row.contextSwitches << ' ' << idle.seconds << '+' << idle.microseconds;
+      EXPECT_EQ(text.str(), sample.differences);
     }
-    const recordPI row = Look<recordPI>(batch);
-    EXPECT_EQ(row.physicalReads, sample.reads);
-    EXPECT_EQ(row.physicalWrites, sample.writes);
-    EXPECT_EQ(row.totalPageOps, sample.pageOps);
-    EXPECT_EQ(row.contextSwitches, sample.contextSwitches);
-    EXPECT_EQ(tagUTIME(row.totalIdleTime), sample.idle);
+    s_now += 10;
   }
 }
 
