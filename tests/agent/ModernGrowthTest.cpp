@@ -1,15 +1,10 @@
 #include <limits>
 #include <list>
 
-#include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
-#include "records/RecordBuilder.h"
 #include "records/RecordLayouts.h"
-#include "support/HostProfile.h"
-#include "support/OsCalls.h"
 #include "tests/agent/RecordRows.h"
-#include "tests/scripted/Batch.h"
-#include "tests/scripted/ScriptedNode.h"
+#include "tests/scripted/BuilderFixture.h"
 
 namespace {
 
@@ -100,26 +95,19 @@ std::string PrintedName(const ::testing::TestParamInfo<CountedRecord>& info) {
   return info.param.name;
 }
 
-/// A collector that a test fills, its builders, and a clock.
-class ModernGrowthTest : public ::testing::TestWithParam<CountedRecord> {
+class ModernGrowthTest : public BuilderFixture,
+                         public ::testing::WithParamInterface<CountedRecord> {
  protected:
   void SetUp() override {
-    ScriptedNode::Reset();
     g_hostProfile = HostProfile::kModern;
     PublishLayouts();
     SetClock(1000);
-    Os().time = [](std::time_t*) { return s_now; };
     Os().gettimeofday = [](timeval* now) {
       *now = s_exact;
       return 0;
     };
     Os().get_nprocs = [] { return 2; };
   }
-  void TearDown() override {
-    Os() = m_realCalls;
-    g_hostProfile = HostProfile::kClassic;
-  }
-
   static void SetClock(std::time_t now, suseconds_t microseconds = 0) {
     s_now = now;
     s_exact = {now, microseconds};
@@ -143,11 +131,7 @@ class ModernGrowthTest : public ::testing::TestWithParam<CountedRecord> {
     return growth + ' ' + FigureText(rate, FieldType::kFloat);
   }
 
-  inline static std::time_t s_now = 0;
   inline static timeval s_exact{};
-  const OsCalls m_realCalls = Os();
-  Collector m_collector;
-  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
 };
 
 using GrowthOfInstancesTest = ModernGrowthTest;

@@ -1,35 +1,18 @@
 #include <arpa/inet.h>
 
-#include "collect/Collector.h"
 #include "collect/network/InterfaceSourceLINUX.h"
-#include "records/RecordBuilder.h"
-#include "records/RecordClasses.h"
 #include "support/Descriptor.h"
 #include "support/HostPaths.h"
-#include "support/OsCalls.h"
-#include "support/Switches.h"
-#include "tests/scripted/Batch.h"
+#include "tests/scripted/BuilderFixture.h"
 #include "tests/scripted/Golden.h"
-#include "tests/scripted/ScriptedNode.h"
 #include "tests/support/TempFolder.h"
 #include "utility/HostNameRequestManager.h"
 #include "utility/SASocket.h"
 
 namespace {
 
-std::time_t g_now = 0;
-
-class InterfaceRecordsTest : public testing::Test {
+class InterfaceRecordsTest : public BuilderFixture {
  protected:
-  void SetUp() override {
-    ScriptedNode::Reset();
-    g_msgLogLevel = 30;
-    Os().time = [](std::time_t*) { return g_now; };
-  }
-  void TearDown() override {
-    Os() = m_calls;
-    g_msgLogLevel = 0;
-  }
   Interface& Add(const std::string& name, const char* address, const char* mask) {
     Interface& added = m_collector.GetInterface()->emplace_back();
     name.copy(added.x_interface::name.data(), 39);
@@ -51,9 +34,6 @@ class InterfaceRecordsTest : public testing::Test {
     return rows;
   }
 
-  const OsCalls m_calls = Os();
-  Collector m_collector;
-  RecordBuilder m_builder{nullptr, &m_collector, "pipe"};
   UtlErrorPtr m_error;
 };
 
@@ -69,7 +49,7 @@ TEST_F(InterfaceRecordsTest, ThreePassesAreTheRowsWorkedOutByHand) {
                 {1'700'000'015, 1200, 399, 5, 9, 4, 170}};
   int number = 0;
   for (const auto& pass : passes) {
-    g_now = pass.time;
+    s_now = pass.time;
     m_collector.GetInterface()->clear();
     Interface& lo = Add("lo", "127.0.0.1", "255.0.0.0");
     lo.rxPackets = lo.txPackets = pass.loopback;
@@ -117,7 +97,7 @@ TEST_F(InterfaceRecordsTest, AnInterfaceIsMatchedByItsNameAndAddress) {
   Asker each("NIND", '4', {.realtime = 0, .calcRates = 0});
   std::string told;
   for (const auto& pass : passes) {
-    g_now += 10;
+    s_now += 10;
     m_collector.GetInterface()->clear();
     for (const auto& source : pass) {
       Add(source.name, source.address, "255.255.255.0").rxPackets = source.received;
