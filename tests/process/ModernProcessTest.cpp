@@ -1,6 +1,7 @@
 #include "process/ApplicationMonitor.h"
 #include "process/ProcessRules.h"
 #include "tests/process/ProcessRecordFixture.h"
+#include "tests/scripted/Golden.h"
 
 // The records of processes under the profile `modern`. Figures are worked out by hand.
 
@@ -22,6 +23,11 @@ class ModernProcessTest : public ProcessRecordFixture {
     process.modern.state = state;
     process.modern.startTicks = startTicks;
     return process;
+  }
+  template <class Row>
+  static void ExpectTable(const Row& row, const char* table) {
+    ExpectGolden(&row, sizeof row,
+                 std::filesystem::path(QMT_TEST_DIR) / "fixtures/modern-processes" / table);
   }
   void NewList() {
     NewBatch();
@@ -63,57 +69,7 @@ TEST_F(ModernProcessTest, ARowOfPDByteForByte) {
   Asker look("PD", '3', {.realtime = 1, .calcRates = 1});
   ASSERT_EQ(m_builder.BuildPD(&look.event, &look.request), nullptr);
 
-  recordPD expected = NewRow<recordPD>(1'700'000'000);
-  expected.pid = 4242;
-  expected.program = "a b (c)";
-  expected.programPid = "a b (c)(4242)";
-  expected.terminal = "??";
-  expected.parentPid = 1;
-  expected.parentProcessList = "<1";
-  expected.userId = expected.realUserId = expected.groupId = expected.realGroupId = 33;
-  expected.user = expected.realUser = "www";
-  expected.group = expected.realGroup = "N/A gid = 33";
-  expected.startTime = kStartSecond;
-  expected.elapsedTime = tagUTIME{999, 750'000};
-  expected.userCpu = tagUTIME{10, 0};
-  expected.cpuPercentEach = 1.0F;
-  expected.cpuPercent = 0.5F;
-  expected.contextSwitches = 77;
-  expected.realMemKbytes = 6'291'456;
-  expected.virtualMemKbytes = 4'294'967'295;
-  expected.totalProcessKbytes = 8'388'608;
-  expected.stackKbytes = 136;
-  expected.heapKbytes = expected.executableDataKbytes = 6'000'000;
-  expected.sharedMemKbytes = 30'000;
-  expected.sharedLibKbytes = 12'000;
-  expected.executableTextKbytes = 900;
-  expected.state = "DISK";
-  expected.schedulerClass = "B";
-  expected.flags = "PF_FORKNOEXEC,PF_SUPERPRIV,PF_RANDOMIZE";
-  expected.reads = 2997;
-  expected.writes = 999;
-  expected.totalIoOps = 3996;
-  expected.totalIoKbytes = 5'368'709'120.0F;
-  expected.avgIoKbytes = 1'343'520.8008F;
-  expected.readsPerSec = 3.0F;  // of 999 seconds
-  expected.writesPerSec = 1.0F;
-  expected.totalIoOpsPerSec = 4.0F;
-  expected.throughputPerSec = 5'374'083.2032F;
-  expected.dataSizeLimit = 1;
-  expected.hardDataSizeLimit = kUnlimited;
-  expected.fileSizeLimit = 2;
-  expected.hardFileSizeLimit = 3;
-  expected.openFilesLimit = 1024;
-  expected.hardOpenFilesLimit = 524'288;
-  expected.virtualMemSizeLimit = 4;
-  expected.hardVirtualMemSizeLimit = 5;
-  expected.stackSizeLimit = 8'388'608;
-  expected.hardStackSizeLimit = 6;
-  expected.hardCoreSizeLimit = 7;
-  expected.cpuLimit = kUnlimited;
-  expected.hardCpuLimit = 8;
-  expected.snapshotTime = 1'700'000'000;
-  ExpectSameBytes(RowOf<recordPD>(look, 4242), expected);
+  ExpectTable(RowOf<recordPD>(look, 4242), "PD-look.tsv");
 
   Add(4243, 1).startTime.seconds = 1'700'000'005;
   look.NextAnswer();
