@@ -264,19 +264,7 @@ TEST_F(ModernProcessTest, TheSummaryOfTwoLooks) {
       return asker.Rows<recordPD_PDS>().at(0);
     };
     takeFirst();
-    recordPD_PDS expected = NewRow<recordPD_PDS>(1'700'000'000);
-    expected.processes = 9;
-    expected.users = 3;
-    expected.memProcesses = 1;
-    expected.runnableProcesses = 1;
-    expected.sleepingProcesses = 4;  // S, D, I and P
-    expected.swappedProcesses = 2;
-    expected.zombieProcesses = 2;  // Z and X
-    expected.stoppedProcesses = 2;
-    expected.daemonProcesses = 5;
-    expected.terminals = 2;
-    expected.activeUsers = 2;  // 0 and 1000, though this is the first look
-    ExpectSameBytes(rowOf(), expected);
+    ExpectTable(rowOf(), "PDS-first-look.tsv");
 
     takeFirst();
     std::vector<Process>& list = *m_collector.GetProcess();
@@ -290,17 +278,7 @@ TEST_F(ModernProcessTest, TheSummaryOfTwoLooks) {
     list[6].tty = kNoTerminal;
     list.erase(list.begin() + 4, list.begin() + 6);
     Add(20, 9000);
-    expected.processes = 8;
-    expected.daemonProcesses = 6;
-    expected.terminals = 1;  // that of 1 and 2, which do nothing
-    expected.activeUsers = 1;
-    expected.activeUserProcesses = 3;  // 7, 8 and 20
-    expected.activeSystemProcesses = 1;
-    expected.sleepingProcesses = 5;
-    expected.zombieProcesses = 0;
-    expected.newProcesses = 2;
-    expected.terminatedProcesses = 3;
-    ExpectSameBytes(rowOf(), expected);
+    ExpectTable(rowOf(), "PDS-second-look.tsv");
   }
 }
 
