@@ -1,7 +1,6 @@
 #include "process/ApplicationMonitor.h"
 #include "process/ProcessRules.h"
 #include "tests/process/ProcessRecordFixture.h"
-#include "tests/scripted/Golden.h"
 
 // The records of processes under the profile `modern`. Figures are worked out by hand.
 
@@ -23,11 +22,6 @@ class ModernProcessTest : public ProcessRecordFixture {
     process.modern.state = state;
     process.modern.startTicks = startTicks;
     return process;
-  }
-  template <class Row>
-  static void ExpectTable(const Row& row, const char* table) {
-    ExpectGolden(&row, sizeof row,
-                 std::filesystem::path(QMT_TEST_DIR) / "fixtures/modern-processes" / table);
   }
   void NewList() {
     NewBatch();
@@ -69,7 +63,7 @@ TEST_F(ModernProcessTest, ARowOfPDByteForByte) {
   Asker look("PD", '3', {.realtime = 1, .calcRates = 1});
   ASSERT_EQ(m_builder.BuildPD(&look.event, &look.request), nullptr);
 
-  ExpectTable(RowOf<recordPD>(look, 4242), "PD-look.tsv");
+  ExpectTable(RowOf<recordPD>(look, 4242), "modern-processes/PD-look.tsv");
 
   Add(4243, 1).startTime.seconds = 1'700'000'005;
   look.NextAnswer();
@@ -264,7 +258,7 @@ TEST_F(ModernProcessTest, TheSummaryOfTwoLooks) {
       return asker.Rows<recordPD_PDS>().at(0);
     };
     takeFirst();
-    ExpectTable(rowOf(), "PDS-first-look.tsv");
+    ExpectTable(rowOf(), "modern-processes/PDS-first-look.tsv");
 
     takeFirst();
     std::vector<Process>& list = *m_collector.GetProcess();
@@ -278,7 +272,7 @@ TEST_F(ModernProcessTest, TheSummaryOfTwoLooks) {
     list[6].tty = kNoTerminal;
     list.erase(list.begin() + 4, list.begin() + 6);
     Add(20, 9000);
-    ExpectTable(rowOf(), "PDS-second-look.tsv");
+    ExpectTable(rowOf(), "modern-processes/PDS-second-look.tsv");
   }
 }
 

@@ -24,19 +24,7 @@ TEST_F(PDrecordTest, TwoLooksByteForByte) {
   ASSERT_EQ(look.event.m_records.size(), 4U);
   EXPECT_EQ(Lines("Created 4 PD record(s)."), 1U);
 
-  recordPD expected = ServerRow<recordPD>(1'700'000'000, 50, 1);
-  expected.programPid = "httpd(50)";
-  expected.realGroupId = 33;
-  expected.realGroup = "N/A gid = 33";
-  expected.processGroupId = 50;
-  expected.schedulerClass = "Unavailable";
-  expected.parentProcessList = "<1<0";
-  expected.childProcessList = "100 101 ";
-  expected.userCpu = tagUTIME{10, 0};
-  expected.systemCpu = tagUTIME{5, 0};
-  expected.cpuPercentEach = 1.5F;  // 15 of 1,000 seconds
-  expected.cpuPercent = 0.75F;
-  ExpectSameBytes(RowOf<recordPD>(look, 50), expected);
+  ExpectTable(RowOf<recordPD>(look, 50), "PD/first.tsv");
 
   // Ten seconds on it has used 3 more; process 101 gave way to another one of its number.
   look.NextAnswer();
@@ -47,12 +35,7 @@ TEST_F(PDrecordTest, TwoLooksByteForByte) {
   AddProcess(reused);
   Collect();
   Build(look);
-  expected.recordTime = expected.snapshotTime = 1'700'000'010;
-  expected.userCpu = tagUTIME{12, 0};
-  expected.systemCpu = tagUTIME{6, 0};
-  expected.cpuPercentEach = 30.0F;
-  expected.cpuPercent = 15.0F;
-  ExpectSameBytes(RowOf<recordPD>(look, 50), expected);
+  ExpectTable(RowOf<recordPD>(look, 50), "PD/second.tsv");
   EXPECT_FLOAT_EQ(RowOf<recordPD>(look, 101).cpuPercentEach, 100.0F) << "5 seconds since its start";
 
   Asker schedule("PD", '3', {.realtime = 0, .calcRates = 1});

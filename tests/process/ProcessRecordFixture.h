@@ -11,6 +11,7 @@
 #include "support/OsCalls.h"
 #include "support/Switches.h"
 #include "tests/scripted/Batch.h"
+#include "tests/scripted/Golden.h"
 #include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/support/Testing.h"
@@ -89,32 +90,6 @@ class ProcessRecordFixture : public ::testing::Test {
     return process;
   }
 
-  /// What both records say of a Server.
-  template <class Row>
-  static Row ServerRow(std::int32_t now, std::int32_t pid, std::int32_t ppid) {
-    Row row = NewRow<Row>(now);
-    row.pid = pid;
-    row.program = "httpd";
-    row.terminal = "??";
-    row.userId = row.groupId = row.realUserId = 33;
-    row.parentPid = ppid;
-    row.realUser = row.user = "www";
-    row.group = "N/A gid = 33";
-    row.startTime = 1'699'999'000;
-    row.priority = 80;
-    row.majorFaults = 14;
-    row.minorFaults = 1012;
-    row.realMemKbytes = 2000;
-    row.virtualMemKbytes = row.totalProcessKbytes = 4000;
-    row.state = "SLEEP";
-    row.argumentList = "/usr/sbin/httpd -k start";
-    row.stackKbytes = 132;
-    row.sharedMemKbytes = 1000;
-    row.executableTextKbytes = 936;
-    row.executableDataKbytes = 18712;
-    row.snapshotTime = now;
-    return row;
-  }
   /// The row of one process in an answer; a zero row, and a failure, if it is not there.
   template <class Row>
   static Row RowOf(const Asker& asker, std::int32_t pid) {
@@ -126,6 +101,10 @@ class ProcessRecordFixture : public ::testing::Test {
     }
     ADD_FAILURE() << "no process " << pid;
     return {};
+  }
+  template <class Row>
+  static void ExpectTable(const Row& row, const char* table) {
+    ExpectGolden(&row, sizeof row, std::filesystem::path(QMT_TEST_DIR) / "fixtures" / table);
   }
   template <class Row>
   static void ExpectSameBytes(const Row& row, const Row& expected) {
