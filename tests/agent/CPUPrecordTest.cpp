@@ -1,6 +1,7 @@
 #include "records/RecordClasses.h"
 #include "support/HostProfile.h"
 #include "tests/agent/AgentOnHost.h"
+#include "tests/scripted/Golden.h"
 
 namespace {
 
@@ -30,14 +31,9 @@ class CPUPrecordTest : public AgentOnHost {
   }
 };
 
-/// What every row of the host at `now` has.
-recordPI_CPUP CommonRow(std::int32_t now, const char* id, const char* type, const char* upTime) {
-  recordPI_CPUP row = NewRow<recordPI_CPUP>(now);
-  row.processorId = id;
-  row.type = type;
-  row.bootTime = 1'699'990'000;
-  row.upTime = upTime;
-  return row;
+void ExpectRows(const std::vector<recordPI_CPUP>& rows, const char* table) {
+  ExpectGolden(rows.data(), rows.size() * sizeof(recordPI_CPUP),
+               std::filesystem::path(QMT_TEST_DIR) / "fixtures/CPUP" / table);
 }
 
 TEST_F(CPUPrecordTest, ASecondScheduledIntervalHoldsDifferences) {
@@ -53,28 +49,8 @@ TEST_F(CPUPrecordTest, ASecondScheduledIntervalHoldsDifferences) {
   ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
   ASSERT_EQ(asker.event.m_records.size(), 2U);
 
-  recordPI_CPUP first = CommonRow(1'700'000'010, "0", "Example CPU A", "0002:46:50");
-  first.interval = 10;
-  first.userTime = tagUTIME{2, 0};
-  first.systemTime = tagUTIME{1, 0};
-  first.idleTime = tagUTIME{6, 0};
-  first.waitTime = tagUTIME{1, 0};
-  first.interrupts = 250;
-  first.userPercent = 20.0F;
-  first.systemPercent = 10.0F;
-  first.idlePercent = 60.0F;
-  first.waitPercent = 10.0F;
-  first.cpuPercent = 30.0F;
-  first.interruptsPerSec = 25.0F;
-  first.status = "On Line";
-  recordPI_CPUP second = CommonRow(1'700'000'010, "1", "Example CPU B", "0002:46:50");
-  second.interval = 10;
-  second.status = "Off Line";
-
-  const CMBRecord& answer = *asker.event.m_records.front();
-  EXPECT_EQ(answer.GetRecSize(), 188);
-  EXPECT_EQ(std::memcmp(answer.GetRecStart(), &first, sizeof first), 0);
-  EXPECT_EQ(std::memcmp(asker.event.m_records.back()->GetRecStart(), &second, sizeof second), 0);
+  EXPECT_EQ(asker.event.m_records.front()->GetRecSize(), 188);
+  ExpectRows(asker.Rows<recordPI_CPUP>(), "interval.tsv");
 }
 
 TEST_F(CPUPrecordTest, LooksOnDemandCompareWithTheirOwnLastAnswer) {
@@ -86,17 +62,7 @@ TEST_F(CPUPrecordTest, LooksOnDemandCompareWithTheirOwnLastAnswer) {
     return *static_cast<const recordPI_CPUP*>(
         batch.entries[asker]->event.m_records.front()->GetRecStart());
   };
-  recordPI_CPUP look = CommonRow(1'700'000'000, "0", "Example CPU A", "0002:46:40");
-  look.interval = 1'700'000'000;
-  look.userTime = tagUTIME{1, 200000};
-  look.systemTime = tagUTIME{0, 300000};
-  look.idleTime = tagUTIME{4, 0};
-  look.waitTime = tagUTIME{0, 50000};
-  look.interrupts = 1000;
-  look.interruptsPerSec = 1000.0F;
-  look.status = "Unknown";
-  const recordPI_CPUP seen = row(0);
-  EXPECT_EQ(std::memcmp(&seen, &look, sizeof look), 0);
+  ExpectRows({row(0)}, "look.tsv");
   EXPECT_EQ(row(1).interval, 10000U);
   EXPECT_FLOAT_EQ(row(1).interruptsPerSec, 0.1F);
   EXPECT_NEAR(row(1).cpuPercent, 100.0 * 1.5 / 5.55, 1e-4);
@@ -186,27 +152,7 @@ TEST_F(ModernCPUPrecordTest, IntervalsHoldNoStepBackAndNoReturn) {
   ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
   SetSecondOff();
   ASSERT_EQ(m_agent->NotifyEvent(&batch.event), 0);
-  const auto rows = asker.Rows<recordPI_CPUP>();
-  ASSERT_EQ(rows.size(), 3U);
-  recordPI_CPUP first = CommonRow(1'700'000'010, "0", "Example CPU A", "0002:46:50");
-  first.interval = 10;
-  first.userTime = tagUTIME{2, 0};
-  first.systemTime = tagUTIME{1, 0};
-  first.idleTime = tagUTIME{7, 0};
-  first.interrupts = 300;
-  first.userPercent = 20.0F;
-  first.systemPercent = 10.0F;
-  first.idlePercent = 70.0F;
-  first.cpuPercent = 30.0F;
-  first.interruptsPerSec = 30.0F;
-  first.status = "On Line";
-  EXPECT_EQ(std::memcmp(&rows[0], &first, sizeof first), 0);
-  for (const char* id : {"1", "2"}) {
-    recordPI_CPUP off = CommonRow(1'700'000'010, id, "", "0002:46:50");
-    off.interval = 10;
-    off.status = "Off Line";
-    EXPECT_EQ(std::memcmp(&rows[static_cast<std::size_t>(id[0] - '0')], &off, sizeof off), 0) << id;
-  }
+  ExpectRows(asker.Rows<recordPI_CPUP>(), "modern-interval.tsv");
 
   // Back again, one goes on from where it stood and one, never seen before, begins.
   SetAllOn(20, "8000");
