@@ -57,6 +57,14 @@ class HostTree {
     std::filesystem::create_directories(Path(absolute).parent_path());
     std::ofstream(Path(absolute), std::ios::binary) << text;
   }
+  /// Writes files below a folder, one line each: "NAME=TEXT|NAME=TEXT".
+  void WriteAll(const std::string& folder, const std::string& files) const {
+    std::istringstream in(files);
+    for (std::string file; std::getline(in, file, '|');) {
+      const std::size_t mark = file.find('=');
+      Write(folder + '/' + file.substr(0, mark), file.substr(mark + 1) + '\n');
+    }
+  }
   void Link(std::string_view absolute, const std::string& target) const {
     std::filesystem::create_directories(Path(absolute).parent_path());
     std::filesystem::create_symlink(target, Path(absolute));

@@ -11,37 +11,23 @@ const std::string kId(64, 'a');
 const std::string kUid = "0f3c8a1e-9b2d-4c5e-8f7a-123456789abc";
 const std::string kUidWithUnderscores = "0f3c8a1e_9b2d_4c5e_8f7a_123456789abc";
 
-/// The figures in their order, a hyphen for one that is not told.
-std::string Text(std::initializer_list<double> figures) {
-  std::ostringstream text;
-  text.precision(15);
-  for (const double figure : figures) {
-    text << (text.tellp() == 0 ? "" : " ");
-    if (IsTold(figure)) {
-      text << figure;
-    } else {
-      text << '-';
-    }
-  }
-  return text.str();
-}
 std::string Text(const ControlGroupCpu& cpu) {
-  return Text({cpu.userSeconds, cpu.systemSeconds, cpu.totalSeconds, cpu.periods,
+  return Told({cpu.userSeconds, cpu.systemSeconds, cpu.totalSeconds, cpu.periods,
                cpu.throttledPeriods, cpu.throttledSeconds});
 }
 std::string Text(const ControlGroupMemory& memory) {
-  return Text({memory.current, memory.anonymous, memory.file, memory.kernel, memory.swap,
+  return Told({memory.current, memory.anonymous, memory.file, memory.kernel, memory.swap,
                memory.limit, memory.outOfMemoryKills, memory.highEvents, memory.maxEvents});
 }
 std::string Text(const ControlGroupIo& io) {
-  return Text({io.bytesRead, io.bytesWritten, io.reads, io.writes});
+  return Told({io.bytesRead, io.bytesWritten, io.reads, io.writes});
 }
 std::string Text(const ControlGroupPressure& pressure) {
-  return Text({pressure.cpuSome, pressure.cpuFull, pressure.memorySome, pressure.memoryFull,
+  return Told({pressure.cpuSome, pressure.cpuFull, pressure.memorySome, pressure.memoryFull,
                pressure.ioSome, pressure.ioFull});
 }
 std::string Text(const ControlGroup& group) {
-  return group.path + ": " + Text({group.processes, group.threads}) + " | " + Text(group.cpu) +
+  return group.path + ": " + Told({group.processes, group.threads}) + " | " + Text(group.cpu) +
          " | " + Text(group.memory) + " | " + Text(group.io) + " | " + Text(group.pressure);
 }
 std::string Text(const ControlGroupName& name) {
@@ -85,7 +71,7 @@ class ControlGroupTest : public CollectFixture {
   static std::string Counts(const ControlGroupWalk& walk = {}) {
     std::string text;
     for (const ControlGroup& group : Read(walk)) {
-      text += group.path + "=" + Text({group.processes}) + " ";
+      text += group.path + "=" + Told({group.processes}) + " ";
     }
     return text;
   }
@@ -175,18 +161,18 @@ TEST_F(ControlGroupTest, FilesGiveWhatTheyTell) {
   EXPECT_FALSE(IsTold(memory.kernel));
   memory = {};
   ParseGroupMemoryStatV1("cache 1\nrss 2\ntotal_cache 30\n", memory);
-  EXPECT_EQ(Text({memory.anonymous, memory.file, memory.swap}), "2 30 -");
+  EXPECT_EQ(Told({memory.anonymous, memory.file, memory.swap}), "2 30 -");
   ControlGroupIo io;
   ParseGroupIoStat(
       "8:0\n8:16 rbytes=1 wbytes= rios=x wios=4 dbytes=9\nrbytes=2 wios=18446744073709551615", io);
-  EXPECT_EQ(Text(io), "3 0 0 1.84467440737096e+19");
+  EXPECT_EQ(Text(io), "3 0 0 1.8446744073709552e+19");
   const BlkioSums sums =
       ParseBlkio("8:0 Read 1\n8:16 Read 2\n8:0 Write 4\n8:0 Total 7\nTotal 7\nRead");
-  EXPECT_EQ(Text({sums.read, sums.write}), "3 4");
+  EXPECT_EQ(Told({sums.read, sums.write}), "3 4");
   const PressureText pressure = ParsePressure(
       "some avg10=0.22 avg60=nan avg300=9.04 total=10304578721\nfull avg10=1e9 avg60 "
       "total=\nfuller avg10=1");
-  EXPECT_EQ(Text({pressure.some.average10, pressure.some.average60, pressure.some.average300,
+  EXPECT_EQ(Told({pressure.some.average10, pressure.some.average60, pressure.some.average300,
                   pressure.some.stalledSeconds, pressure.full.average10, pressure.full.average60}),
             "0.22 - 9.04 10304.578721 - -");
 }

@@ -15,13 +15,10 @@ class CpuTimesTest : public CollectFixture {
   static std::string Attributes() {
     std::ostringstream out;
     for (const CpuTimeFigures& row : Read()) {
-      out << row.name;
-      for (const double figure : {row.frequencyMHz, row.lowestMHz, row.highestMHz,
-                                  row.coreThrottled, row.packageThrottled, row.temperature}) {
-        out << ' ';
-        IsTold(figure) ? out << figure : out << '-';
-      }
-      out << '\n';
+      out << row.name << ' '
+          << Told({row.frequencyMHz, row.lowestMHz, row.highestMHz, row.coreThrottled,
+                   row.packageThrottled, row.temperature})
+          << '\n';
     }
     return out.str();
   }
@@ -80,29 +77,22 @@ TEST_F(CpuTimesTest, UnlikeCoresOfTwoPackages) {
   WritePlace(0, "0\n", "8\n");
   WritePlace(1, "1\n", "8\n");
   WritePlace(12, "-1\n", "36\n");
-  const std::string hwmon = "/sys/class/hwmon/";
-  m_host.Write(hwmon + "hwmon2/name", "coretemp\n");
-  m_host.Write(hwmon + "hwmon2/temp1_label", "Package id 1\n");
-  m_host.Write(hwmon + "hwmon2/temp1_input", "99000\n");
-  m_host.Write(hwmon + "hwmon2/temp10_label", "Core 8\n");
-  m_host.Write(hwmon + "hwmon2/temp10_input", "48500\n");
-  m_host.Write(hwmon + "hwmon10/name", "coretemp\n");
-  m_host.Link(hwmon + "hwmon10/device", "../../coretemp.0");
-  m_host.Write(hwmon + "hwmon10/temp2_label", "Core 8\n");
-  m_host.Write(hwmon + "hwmon10/temp2_input", "51000\n");
-  m_host.Write(hwmon + "hwmon11/name", "k10temp\n");
-  m_host.Write(hwmon + "hwmon11/temp2_label", "Core 8\n");
-  m_host.Write(hwmon + "hwmon11/temp2_input", "1000\n");
+  m_host.Link("/sys/class/hwmon/hwmon10/device", "../../coretemp.0");
+  m_host.WriteAll("/sys/class/hwmon",
+                  "hwmon2/name=coretemp|hwmon2/temp1_label=Package id 1|"
+                  "hwmon2/temp1_input=99000|hwmon2/temp10_label=Core 8|"
+                  "hwmon2/temp10_input=48500|hwmon10/name=coretemp|hwmon10/temp2_label=Core 8|"
+                  "hwmon10/temp2_input=51000|hwmon11/name=k10temp|hwmon11/temp2_label=Core 8|"
+                  "hwmon11/temp2_input=1000");
   EXPECT_EQ(Attributes(),
             "all - - - - - -\n"
             "cpu0 3400.5 800 5200 3 5 51\ncpu1 - 800 5200 - - 48.5\n"
             "cpu12 2100 800 3900 0 - -\n");
   // Two dies of one package; a processor goes.
-  m_host.Write(hwmon + "hwmon12/name", "coretemp\n");
-  m_host.Write(hwmon + "hwmon12/temp1_label", "Package id 1\n");
-  m_host.Write(hwmon + "hwmon12/temp1_input", "99000\n");
-  m_host.Write(hwmon + "hwmon12/temp2_label", "Core 8\n");
-  m_host.Write(hwmon + "hwmon12/temp2_input", "1000\n");
+  m_host.WriteAll("/sys/class/hwmon",
+                  "hwmon12/name=coretemp|hwmon12/temp1_label=Package id 1|"
+                  "hwmon12/temp1_input=99000|hwmon12/temp2_label=Core 8|"
+                  "hwmon12/temp2_input=1000");
   m_host.Write("/proc/stat", "cpu  1\ncpu1 1\n");
   EXPECT_EQ(Attributes(), "all - - - - - -\ncpu1 - 800 5200 - - -\n");
 }

@@ -7,14 +7,6 @@ namespace {
 
 constexpr const char* kUsualFigures = " 11 12 13 1400 15 16 17 1800 19 2000 21000";
 
-/// "-" for what is not told.
-void PutFigures(std::ostream& out, std::initializer_list<double> figures) {
-  for (const double figure : figures) {
-    out << ' ';
-    IsTold(figure) ? out << figure : out << '-';
-  }
-}
-
 class DiskSourceTest : public CollectFixture {
  protected:
   static std::vector<DiskFigures> Read() {
@@ -27,16 +19,13 @@ class DiskSourceTest : public CollectFixture {
     std::ostringstream out;
     for (const DiskFigures& disk : Read()) {
       out << disk.name << '|' << disk.label << '|' << disk.kind << '|' << disk.model << '|'
-          << disk.serial << '|' << disk.scheduler;
-      PutFigures(out, {disk.sizeBytes, disk.errors});
-      out << '\n';
+          << disk.serial << '|' << disk.scheduler << ' ' << Told({disk.sizeBytes, disk.errors})
+          << '\n';
     }
     return out.str();
   }
-  void WriteDisk(const std::string& name, std::initializer_list<std::array<const char*, 2>> files) {
-    for (const auto& [file, text] : files) {
-      m_host.Write("/sys/block/" + name + '/' + file, text);
-    }
+  void WriteDisk(const std::string& name, const std::string& files) {
+    m_host.WriteAll("/sys/block/" + name, files);
   }
 
   process_tree::HostTree m_host;
@@ -46,26 +35,25 @@ TEST_F(DiskSourceTest, FiguresOfEachAgeOfTheKernel) {
   const struct {
     const char* more;
     const char* discardsAndFlushes;
-  } cases[] = {{"", " - - - - - -"},
-               {" 22 23", " - - - - - -"},
-               {" 22 23 24 2500", " 22 23 12288 2.5 - -"},
-               {" 22 23 24 2500 26", " 22 23 12288 2.5 - -"},
-               {" 22 23 24 2500 26 2700", " 22 23 12288 2.5 26 2.7"},
-               {" 22 23 24 2500 26 2700 28 29", " 22 23 12288 2.5 26 2.7"}};
+  } cases[] = {{"", "- - - - - -"},
+               {" 22 23", "- - - - - -"},
+               {" 22 23 24 2500", "22 23 12288 2.5 - -"},
+               {" 22 23 24 2500 26", "22 23 12288 2.5 - -"},
+               {" 22 23 24 2500 26 2700", "22 23 12288 2.5 26 2.7"},
+               {" 22 23 24 2500 26 2700 28 29", "22 23 12288 2.5 26 2.7"}};
   for (const auto& one : cases) {
     m_host.Write("/proc/diskstats", std::string("8 0 sda") + kUsualFigures + one.more + '\n');
     const auto disks = Read();
     ASSERT_EQ(disks.size(), 1U);
     const DiskFigures& disk = disks[0];
-    std::ostringstream out;
-    PutFigures(out, {disk.reads, disk.readsMerged, disk.readBytes, disk.readSeconds, disk.writes,
-                     disk.writesMerged, disk.writeBytes, disk.writeSeconds, disk.inFlight,
-                     disk.inUseSeconds, disk.weightedSeconds});
-    EXPECT_EQ(out.str(), " 11 12 6656 1.4 15 16 8704 1.8 19 2 21");
-    out.str("");
-    PutFigures(out, {disk.discards, disk.discardsMerged, disk.discardBytes, disk.discardSeconds,
-                     disk.flushes, disk.flushSeconds});
-    EXPECT_EQ(out.str(), one.discardsAndFlushes) << one.more;
+    EXPECT_EQ(Told({disk.reads, disk.readsMerged, disk.readBytes, disk.readSeconds, disk.writes,
+                    disk.writesMerged, disk.writeBytes, disk.writeSeconds, disk.inFlight,
+                    disk.inUseSeconds, disk.weightedSeconds}),
+              "11 12 6656 1.4 15 16 8704 1.8 19 2 21");
+    EXPECT_EQ(Told({disk.discards, disk.discardsMerged, disk.discardBytes, disk.discardSeconds,
+                    disk.flushes, disk.flushSeconds}),
+              one.discardsAndFlushes)
+        << one.more;
     EXPECT_EQ(ReadBlockDevices().at(0).counters.weightedMilliseconds, 21000U);
   }
   m_host.Write("/proc/diskstats", "8 0 sda 1 2 x 4\n");
@@ -82,28 +70,25 @@ TEST_F(DiskSourceTest, AttributesOfEachKind) {
   }
   m_host.Write("/proc/diskstats", lines);
   using namespace std::string_literals;
-  WriteDisk("sda", {{"size", "16\n"},
-                    {"queue/rotational", "1\n"},
-                    {"queue/scheduler", "none [mq-deadline] bfq\n"},
-                    {"device/model", "WONDER  DISK    \n"},
-                    {"device/ioerr_cnt", "0x1f\n"}});
+  WriteDisk("sda",
+            "size=16|queue/rotational=1|queue/scheduler=none [mq-deadline] bfq|"
+            "device/model=WONDER  DISK    |device/ioerr_cnt=0x1f");
   m_host.Write("/sys/block/sda/device/vpd_pg80", "\0\x80\0\x08  S1\0Z7  junk"s);
-  WriteDisk("sdb", {{"size", "2\n"}, {"queue/rotational", "0\n"}, {"device/ioerr_cnt", "31\n"}});
+  WriteDisk("sdb", "size=2|queue/rotational=0|device/ioerr_cnt=31");
   m_host.Write("/sys/block/sdb/device/vpd_pg80", "\0\x83\0\x02S1"s);
-  WriteDisk("nvme0n1", {{"size", "2\n"},
-                        {"queue/scheduler", "[none] mq-deadline\n"},
-                        {"device/model", "Fast One   \n"},
-                        {"device/serial", "  N77\n"}});
-  WriteDisk("vda",
-            {{"size", "2\n"}, {"queue/rotational", "1\n"}, {"serial", "v1"}, {"diskseq", "9\n"}});
-  WriteDisk("sr0", {{"size", "0\n"}});
-  WriteDisk("nbd0", {{"size", "garbage\n"}});
-  WriteDisk("dm-0", {{"size", "2\n"}, {"queue/scheduler", "none\n"}, {"dm/name", "vg-root\n"}});
-  WriteDisk("md0", {{"size", "2\n"}, {"queue/scheduler", "[none\n"}});
-  WriteDisk("loop0", {{"size", "2\n"}});
-  WriteDisk("zram0", {{"size", "2\n"}});
-  WriteDisk("mmcblk0", {{"size", "2\n"}, {"device/name", "SD16G\n"}, {"device/serial", "0xab\n"}});
-  WriteDisk("cciss!c0d0", {{"size", "2\n"}, {"queue/rotational", "7\n"}});
+  WriteDisk("nvme0n1",
+            "size=2|queue/scheduler=[none] mq-deadline|device/model=Fast One   |"
+            "device/serial=  N77");
+  WriteDisk("vda", "size=2|queue/rotational=1|diskseq=9");
+  m_host.Write("/sys/block/vda/serial", "v1");
+  WriteDisk("sr0", "size=0");
+  WriteDisk("nbd0", "size=garbage");
+  WriteDisk("dm-0", "size=2|queue/scheduler=none|dm/name=vg-root");
+  WriteDisk("md0", "size=2|queue/scheduler=[none");
+  WriteDisk("loop0", "size=2");
+  WriteDisk("zram0", "size=2");
+  WriteDisk("mmcblk0", "size=2|device/name=SD16G|device/serial=0xab");
+  WriteDisk("cciss!c0d0", "size=2|queue/rotational=7");
   EXPECT_EQ(Attributes(),
             "sda||hdd|WONDER  DISK|S1 Z7|mq-deadline 8192 31\n"
             "sdb||ssd||| 1024 -\n"

@@ -111,33 +111,14 @@ TEST_F(LinkSourceTest, ACapturedHostIsReadFromItsFiles) {
   const process_tree::HostTree host;
   EXPECT_TRUE(Read().empty());
   EXPECT_EQ(Lines("(/sys/class/net)"), 1U);
-  const struct {
-    const char* file;
-    const char* text;
-  } files[] = {{"bonding_masters", "bond0\n"},
-               {"eth10/ifindex", "10\n"},
-               {"eth10/address", "02:fc:00:00:00:01\n"},
-               {"eth10/operstate", "up\n"},
-               {"eth10/carrier_changes", "2\n"},
-               {"eth10/mtu", "1500\n"},
-               {"eth10/speed", "25000\n"},
-               {"eth10/duplex", "full\n"},
-               {"eth10/statistics/rx_bytes", "123456789012345\n"},
-               {"eth10/statistics/rx_missed_errors", "4\n"},
-               {"eth10/statistics/tx_carrier_errors", "many\n"},
-               {"eth10/statistics/tx_errors", "-1\n"},
-               {"lo/ifindex", "1\n"},
-               {"lo/address", "00:00:00:00:00:00\n"},
-               {"lo/operstate", "unknown\n"},
-               {"lo/mtu", "65536\n"},
-               {"bond0/ifindex", "3\n"},
-               {"bond0/address", "\x1b[2J\n"},
-               {"bond0/mtu", "-3\n"},
-               {"bond0/speed", "-1\n"},
-               {"bond0/duplex", "unknown\n"}};
-  for (const auto& [file, text] : files) {
-    host.Write(std::string("/sys/class/net/") + file, text);
-  }
+  host.WriteAll("/sys/class/net",
+                "bonding_masters=bond0|eth10/ifindex=10|eth10/address=02:fc:00:00:00:01|"
+                "eth10/operstate=up|eth10/carrier_changes=2|eth10/mtu=1500|eth10/speed=25000|"
+                "eth10/duplex=full|eth10/statistics/rx_bytes=123456789012345|"
+                "eth10/statistics/rx_missed_errors=4|eth10/statistics/tx_carrier_errors=many|"
+                "eth10/statistics/tx_errors=-1|lo/ifindex=1|lo/address=00:00:00:00:00:00|"
+                "lo/operstate=unknown|lo/mtu=65536|bond0/ifindex=3|bond0/address=\x1b[2J|"
+                "bond0/mtu=-3|bond0/speed=-1|bond0/duplex=unknown");
   host.Write("/sys/class/net/bond0/operstate", std::string(500, 'u'));
   host.Link("/sys/class/net/eth10/master", "../../devices/virtual/net/bond0");
   host.Write("/proc/net/if_inet6",

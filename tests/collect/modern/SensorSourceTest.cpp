@@ -14,12 +14,8 @@ using std::chrono::milliseconds;
 std::string TextOf(const std::vector<SensorFigures>& rows) {
   std::ostringstream out;
   for (const SensorFigures& row : rows) {
-    out << row.chip << '|' << row.sensor << '|' << row.label << '|' << row.kind << '|' << row.unit;
-    for (const double figure : {row.value, row.high, row.critical, row.alarm}) {
-      out << ' ';
-      IsTold(figure) ? out << figure : out << '-';
-    }
-    out << '\n';
+    out << row.chip << '|' << row.sensor << '|' << row.label << '|' << row.kind << '|' << row.unit
+        << ' ' << Told({row.value, row.high, row.critical, row.alarm}) << '\n';
   }
   return out.str();
 }
@@ -35,10 +31,8 @@ class SensorSourceTest : public CollectFixture {
     ReadSensors(rows);
     return TextOf(rows);
   }
-  void WriteChip(const std::string& chip, std::initializer_list<std::array<const char*, 2>> files) {
-    for (const auto& [file, text] : files) {
-      m_host.Write("/sys/class/hwmon/" + chip + '/' + file, text);
-    }
+  void WriteChip(const std::string& chip, const std::string& files) {
+    m_host.WriteAll("/sys/class/hwmon/" + chip, files);
   }
   static SensorFigures Row(const char* sensor) {
     SensorFigures row;
@@ -50,31 +44,14 @@ class SensorSourceTest : public CollectFixture {
 };
 
 TEST_F(SensorSourceTest, ReadsChipsAndSensorsByTheirNumbers) {
-  WriteChip("hwmon10", {{"name", "board\n"},
-                        {"temp10_input", "41500\n"},
-                        {"temp10_label", "Outlet\n"},
-                        {"temp2_input", "-5250\n"},
-                        {"temp2_max", "80000\n"},
-                        {"temp2_crit", "95000\n"},
-                        {"temp2_max_alarm", "0\n"},
-                        {"temp2_crit_alarm", "1\n"},
-                        {"temp3_input", "127500\n"},
-                        {"temp3_fault", "1\n"},
-                        {"temp3_alarm", "0\n"},
-                        {"temp3_max_alarm", "1\n"},
-                        {"temp4_label", "no value\n"},
-                        {"fan1_input", "garbage\n"},
-                        {"fan2_input", "1200\n"},
-                        {"in0_input", "1032\n"},
-                        {"intrusion0_alarm", "1\n"},
-                        {"curr1_input", "1500\n"},
-                        {"power1_average", "15000000\n"},
-                        {"power1_max", "20000000\n"},
-                        {"energy1_input", "123456789\n"},
-                        {"humidity1_input", "45300\n"},
-                        {"temp01_input", "1\n"},
-                        {"temp_input", "1\n"}});
-  WriteChip("hwmon9", {{"name", "zeal\n"}, {"temp1_input", "1000\n"}});
+  WriteChip("hwmon10",
+            "name=board|temp10_input=41500|temp10_label=Outlet|temp2_input=-5250|"
+            "temp2_max=80000|temp2_crit=95000|temp2_max_alarm=0|temp2_crit_alarm=1|"
+            "temp3_input=127500|temp3_fault=1|temp3_alarm=0|temp3_max_alarm=1|"
+            "temp4_label=no value|fan1_input=garbage|fan2_input=1200|in0_input=1032|"
+            "intrusion0_alarm=1|curr1_input=1500|power1_average=15000000|power1_max=20000000|"
+            "energy1_input=123456789|humidity1_input=45300|temp01_input=1|temp_input=1");
+  WriteChip("hwmon9", "name=zeal|temp1_input=1000");
   const std::string expected =
       "zeal|temp1|temp1|temperature|celsius 1 - - -\n"
       "board|temp2|temp2|temperature|celsius -5.25 80 95 1\n"
@@ -85,7 +62,7 @@ TEST_F(SensorSourceTest, ReadsChipsAndSensorsByTheirNumbers) {
       "board|in0|in0|voltage|volts 1.032 - - -\n"
       "board|curr1|curr1|current|amperes 1.5 - - -\n"
       "board|power1|power1|power|watts 15 20 - -\n"
-      "board|energy1|energy1|energy|joules 123.457 - - -\n"
+      "board|energy1|energy1|energy|joules 123.456789 - - -\n"
       "board|humidity1|humidity1|humidity|percent 45.3 - - -\n";
   // Zones are of no use where a chip tells temperatures.
   m_host.Write("/sys/class/thermal/thermal_zone0/temp", "1\n");
@@ -97,12 +74,12 @@ TEST_F(SensorSourceTest, ReadsChipsAndSensorsByTheirNumbers) {
 
 TEST_F(SensorSourceTest, ChipsOfOneNameAreToldApart) {
   for (const char* chip : {"hwmon1", "hwmon2", "hwmon3", "hwmon4"}) {
-    WriteChip(chip, {{"name", "nvme\n"}, {"fan1_input", "1\n"}});
+    WriteChip(chip, "name=nvme|fan1_input=1");
   }
   m_host.Link("/sys/class/hwmon/hwmon1/device", "../../nvme0");
   m_host.Link("/sys/class/hwmon/hwmon2/device", "../../nvme1");
-  WriteChip("hwmon5", {{"device/name", "old\n"}, {"device/fan1_input", "2\n"}});
-  WriteChip("hwmon6", {{"fan1_input", "3\n"}});
+  WriteChip("hwmon5", "device/name=old|device/fan1_input=2");
+  WriteChip("hwmon6", "fan1_input=3");
   EXPECT_EQ(Read(),
             "nvme-nvme0|fan1|fan1|fan|rpm 1 - - -\nnvme-nvme1|fan1|fan1|fan|rpm 1 - - -\n"
             "nvme-hwmon3|fan1|fan1|fan|rpm 1 - - -\nnvme-hwmon4|fan1|fan1|fan|rpm 1 - - -\n"
@@ -111,20 +88,17 @@ TEST_F(SensorSourceTest, ChipsOfOneNameAreToldApart) {
 
 TEST_F(SensorSourceTest, ThermalZonesStandForChips) {
   EXPECT_EQ(Read(), "");
-  const std::string thermal = "/sys/class/thermal/thermal_zone";
-  m_host.Write(thermal + "0/type", "cpu-thermal\n");
-  m_host.Write(thermal + "0/temp", "45312\n");
-  m_host.Write(thermal + "0/trip_point_0_type", "passive\n");
-  m_host.Write(thermal + "0/trip_point_0_temp", "60000\n");
-  m_host.Write(thermal + "0/trip_point_1_type", "critical\n");
-  m_host.Write(thermal + "0/trip_point_1_temp", "110000\n");
-  m_host.Write(thermal + "0/trip_point_2_type", "critical\n");
-  m_host.Write(thermal + "0/trip_point_2_temp", "105000\n");
-  m_host.Write(thermal + "0/trip_point_3_type", "hot\n");
-  m_host.Write(thermal + "0/trip_point_3_temp", "90000\n");
-  m_host.Write(thermal + "11/temp", "x\n");
-  m_host.Write(thermal + "2/type", "acpitz\n");
-  WriteChip("hwmon0", {{"name", "fans\n"}, {"fan1_input", "7\n"}});
+  m_host.WriteAll("/sys/class/thermal",
+                  "thermal_zone0/type=cpu-thermal|thermal_zone0/temp=45312|"
+                  "thermal_zone0/trip_point_0_type=passive|"
+                  "thermal_zone0/trip_point_0_temp=60000|"
+                  "thermal_zone0/trip_point_1_type=critical|"
+                  "thermal_zone0/trip_point_1_temp=110000|"
+                  "thermal_zone0/trip_point_2_type=critical|"
+                  "thermal_zone0/trip_point_2_temp=105000|thermal_zone0/trip_point_3_type=hot|"
+                  "thermal_zone0/trip_point_3_temp=90000|thermal_zone11/temp=x|"
+                  "thermal_zone2/type=acpitz");
+  WriteChip("hwmon0", "name=fans|fan1_input=7");
   EXPECT_EQ(Read(),
             "fans|fan1|fan1|fan|rpm 7 - - -\n"
             "thermal|thermal_zone0|cpu-thermal|temperature|celsius 45.312 90 105 -\n"
