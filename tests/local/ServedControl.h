@@ -3,6 +3,7 @@
 #include "local/control/ControlServer.h"
 #include "tests/local/FakeAgent.h"
 #include "tests/local/TestClient.h"
+#include "tests/local/control/FakePeer.h"
 
 /// A control socket in a folder of its own, served while a script plays the clients.
 class ServedControl {
@@ -24,6 +25,15 @@ class ServedControl {
     loop.Run(agent);
     clients.join();
     server.Close();
+  }
+
+  /// The only answer to one line, served to its end without a socket.
+  Json Ask(const std::string& line, const std::shared_ptr<FakePeer>& peer) {
+    operations.Handle(line, peer);
+    loop.Post({[](CMBNode&) { EventLoop::RequestStop(); }, {}, false});
+    loop.Run(agent);
+    EXPECT_EQ(peer->answers.size(), 1U) << line;
+    return peer->answers.empty() ? Json() : JsonOf(std::exchange(peer->answers, {}).front());
   }
 
   const ScratchDirectory directory;

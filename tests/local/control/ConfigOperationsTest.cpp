@@ -1,9 +1,5 @@
-#include "local/control/ControlOperations.h"
 #include "node/NodeConfig.h"
-#include "tests/json/JsonOf.h"
-#include "tests/local/FakeAgent.h"
-#include "tests/local/control/FakePeer.h"
-#include "tests/support/Testing.h"
+#include "tests/local/ServedControl.h"
 
 namespace {
 
@@ -27,7 +23,7 @@ void FillFakeTree(CMBNodeConfigRequest& root) {
   root.push_back(new CMBNodeConfigRequest("Empty"));
 }
 
-class ConfigOperationsTest : public ::testing::Test {
+class ConfigOperationsTest : public ::testing::Test, protected ServedControl {
  protected:
   ConfigOperationsTest() {
     agent.onConfig = [this](CMBNodeConfigRequest& root) {
@@ -42,23 +38,9 @@ class ConfigOperationsTest : public ::testing::Test {
     };
   }
 
-  /// The only answer to one line, served to its end.
-  Json Ask(const std::string& line) {
-    operations.Handle(line, peer);
-    loop.Post({[](CMBNode&) { EventLoop::RequestStop(); }, {}, false});
-    loop.Run(agent);
-    EXPECT_EQ(peer->answers.size(), 1U) << line;
-    return peer->answers.empty() ? Json() : JsonOf(std::exchange(peer->answers, {}).front());
-  }
+  Json Ask(const std::string& line) { return ServedControl::Ask(line, peer); }
 
-  EventLoop loop;
-  BatchDesk desk;
-  LastRows lastRows;
-  ScheduleBook schedule{loop, desk, lastRows};
-  HistoryStore history{[](const std::string&) {}};
-  ControlOperations operations{loop, desk, schedule, lastRows, history};
   std::shared_ptr<FakePeer> peer = std::make_shared<FakePeer>(Rights::kChange);
-  FakeAgent agent;
   int treeStatus = kNotifyDone;
   int updateResult = 0;
   std::vector<std::string> updates;

@@ -84,15 +84,10 @@ TEST(RecordJsonTest, ValuesAreShownWithTheirOwnPrecisionAndWithinBounds) {
 }
 
 TEST(ControlOperationsTest, EachOperationNeedsItsRight) {
-  EventLoop loop;
-  BatchDesk desk;
-  LastRows lastRows;
-  ScheduleBook schedule(loop, desk, lastRows);
-  HistoryStore history{[](const std::string&) {}};
-  ControlOperations operations(loop, desk, schedule, lastRows, history);
+  ServedControl control;
   const auto isDenied = [&](Rights rights, const std::string& line) {
     const auto peer = std::make_shared<FakePeer>(rights);
-    operations.Handle(line, peer);
+    control.operations.Handle(line, peer);
     const Json answer = JsonOf(peer->answers.at(0));
     EXPECT_EQ(answer["id"], 7);
     return answer.Find("error") != nullptr && answer["error"]["code"] == "permission-denied" &&

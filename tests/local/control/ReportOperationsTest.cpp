@@ -1,11 +1,7 @@
 #include <stdexcept>
 
-#include "local/control/ControlOperations.h"
 #include "node/ReportRegistry.h"
-#include "tests/json/JsonOf.h"
-#include "tests/local/FakeAgent.h"
-#include "tests/local/control/FakePeer.h"
-#include "tests/support/Testing.h"
+#include "tests/local/ServedControl.h"
 
 namespace {
 
@@ -19,14 +15,8 @@ TEST(ReportOperationsTest, AReportComesAsATableOrFailsInWords) {
     }
     return Report{{"PID"}, {{"7\xff"}}, {std::to_string(arguments.size())}};
   });
-  EventLoop loop;
-  BatchDesk desk;
-  LastRows lastRows;
-  ScheduleBook schedule(loop, desk, lastRows);
-  HistoryStore history{[](const std::string&) {}};
-  ControlOperations operations(loop, desk, schedule, lastRows, history);
+  ServedControl control;
   const auto peer = std::make_shared<FakePeer>(Rights::kRead);
-  FakeAgent agent;
   const std::pair<const char*, const char*> cases[] = {
       {R"("report":"groups")",
        R"({"ok":true,"report":{"columns":["PID"],"rows":[["7\ufffd"]],"notes":["0"]}})"},
@@ -48,11 +38,7 @@ TEST(ReportOperationsTest, AReportComesAsATableOrFailsInWords) {
        R"("field":"arguments"}})"},
   };
   for (const auto& [members, answer] : cases) {
-    operations.Handle(std::string(R"({"op":"report",)") + members + "}", peer);
-    loop.Post({[](CMBNode&) { EventLoop::RequestStop(); }, {}, false});
-    loop.Run(agent);
-    ASSERT_EQ(peer->answers.size(), 1U) << members;
-    EXPECT_EQ(JsonOf(std::exchange(peer->answers, {}).front()), JsonOf(answer));
+    EXPECT_EQ(control.Ask(std::string(R"({"op":"report",)") + members + "}", peer), JsonOf(answer));
   }
   ReportRegistry::Instance().Remove("groups");
 }

@@ -3,13 +3,9 @@
 #include <deque>
 #include <limits>
 
-#include "local/control/ControlOperations.h"
 #include "local/control/RowSelection.h"
 #include "local/history/FieldValue.h"
-#include "tests/json/JsonOf.h"
-#include "tests/local/FakeAgent.h"
-#include "tests/local/control/FakePeer.h"
-#include "tests/support/Testing.h"
+#include "tests/local/ServedControl.h"
 
 namespace {
 
@@ -167,19 +163,9 @@ TEST(RowChoicesTest, ValuesToSortByAreBoundedForAllSelectionsTogether) {
   EXPECT_THROW((void)third.GoOn(std::chrono::hours(1)), std::bad_alloc);
 }
 
-class ChosenRowsTest : public ::testing::Test {
+class ChosenRowsTest : public ::testing::Test, protected ServedControl {
  protected:
-  ChosenRowsTest() {
-    PublishFakeRecords();
-    schedule.Set("FAKE", 3600);
-  }
-
-  EventLoop loop;
-  BatchDesk desk;
-  LastRows lastRows;
-  ScheduleBook schedule{loop, desk, lastRows};
-  HistoryStore history{[](const std::string&) {}};
-  ControlOperations operations{loop, desk, schedule, lastRows, history};
+  ChosenRowsTest() { schedule.Set("FAKE", 3600); }
 };
 
 TEST_F(ChosenRowsTest, OperationsTakeTheChoices) {
@@ -215,7 +201,6 @@ TEST_F(ChosenRowsTest, EachRecordOfARequestHasItsOwnChoices) {
   const FakeRecord many(5);
   const CMBRecord* const records[] = {&few, &many};
   lastRows.Take({"FAKE", '4', 9, records});
-  FakeAgent agent;
   agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
     for (auto* event : batch.m_events) {
       event->m_records.push_back(new FakeRecord(1));
@@ -269,7 +254,6 @@ TEST_F(ChosenRowsTest, EachRecordOfARequestHasItsOwnChoices) {
 
 TEST_F(ChosenRowsTest, OthersAreServedWhileManyRowsAreChosen) {
   constexpr std::uint32_t kRows = 4000;
-  FakeAgent agent;
   agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
     for (auto* event : batch.m_events) {
       for (std::uint32_t count = 0; count < kRows; ++count) {
