@@ -89,6 +89,28 @@ class FakeRecord : public CMBProductRecord<recordFake> {
   [[nodiscard]] const void* GetRecStart() const override { return &m_record; }
 };
 
+/// Answers each event of a batch with so many rows, counted from 0.
+[[nodiscard]] inline auto RowsForEach(std::uint32_t rows) {
+  return [rows](CMBMultipleRecordRequestEvent& batch) {
+    for (CMBRecordRequestEvent* event : batch.m_events) {
+      for (std::uint32_t count = 0; count < rows; ++count) {
+        event->m_records.push_back(new FakeRecord(count));
+      }
+    }
+    return kNotifyDone;
+  };
+}
+
+/// Records as an answer has them.
+template <class Record>
+[[nodiscard]] std::vector<const CMBRecord*> PointersTo(const std::vector<Record>& records) {
+  std::vector<const CMBRecord*> pointers;
+  for (const Record& record : records) {
+    pointers.push_back(&record);
+  }
+  return pointers;
+}
+
 /// Publishes FAKE (category 4, served), IDLE (3, not served) and BARE (4, served, no layout).
 inline void PublishFakeRecords() {
   LayoutRegistry::Instance().Publish(kFakeLayout);

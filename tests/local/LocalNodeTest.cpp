@@ -525,12 +525,7 @@ TEST_F(ControlServerTest, SlowReadersHoldNoMoreThanTheSumOfAllAllows) {
 }
 
 TEST_F(ControlServerTest, AnAnswerMayBeLongerThanWhatMayWait) {
-  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
-    for (std::uint32_t count = 0; count < 20000; ++count) {
-      batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
-    }
-    return kNotifyDone;
-  };
+  agent.onBatch = RowsForEach(20000);
   settings.maxOutput = 300000;
   Serve([] {
     TestClient slow;
@@ -543,12 +538,7 @@ TEST_F(ControlServerTest, AnAnswerMayBeLongerThanWhatMayWait) {
 }
 
 TEST_F(ControlServerTest, WhoReadsNoMoreOrIsGoneHoldsNoRows) {
-  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
-    for (std::uint32_t count = 0; count < 40000; ++count) {
-      batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
-    }
-    return kNotifyDone;
-  };
+  agent.onBatch = RowsForEach(40000);
   settings.patience = std::chrono::milliseconds(300);
   // Rows are refused while anybody else holds some.
   desk.SetMaxHeldBytes(20000 * sizeof(recordFake));
@@ -605,14 +595,7 @@ TEST_F(ControlServerTest, WhoReadsOnSlowlyGetsALongAnswerWhole) {
 }
 
 TEST_F(ControlServerTest, RowsThatAnswersHoldAreBounded) {
-  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
-    for (CMBRecordRequestEvent* event : batch.m_events) {
-      for (std::uint32_t count = 0; count < 40000; ++count) {
-        event->m_records.push_back(new FakeRecord(count));
-      }
-    }
-    return kNotifyDone;
-  };
+  agent.onBatch = RowsForEach(40000);
   desk.SetMaxHeldBytes(4 * 40000 * sizeof(recordFake));
   Serve([] {
     const auto codeOf = [](const std::string& answer) {
@@ -635,12 +618,7 @@ TEST_F(ControlServerTest, RowsThatAnswersHoldAreBounded) {
 }
 
 TEST_F(ControlServerTest, AfterClientsThatVanishEveryLaterOneIsAnswered) {
-  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
-    for (std::uint32_t count = 0; count < 2000; ++count) {
-      batch.m_events.at(0)->m_records.push_back(new FakeRecord(count));
-    }
-    return kNotifyDone;
-  };
+  agent.onBatch = RowsForEach(2000);
   Serve([] {
     const auto descriptors = [] {
       return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});

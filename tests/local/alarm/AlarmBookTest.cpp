@@ -67,11 +67,7 @@ class AlarmBookTest : public ::testing::Test {
   }
   template <class Record>
   void Batch(const std::vector<Record>& records) {
-    std::vector<const CMBRecord*> list;
-    for (const Record& record : records) {
-      list.push_back(&record);
-    }
-    life->sinks.Take({"FAKE", '4', now, list});
+    life->sinks.Take({"FAKE", '4', now, PointersTo(records)});
     life->sinks.EndBatch();
     Turns();
   }

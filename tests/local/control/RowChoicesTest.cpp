@@ -254,14 +254,7 @@ TEST_F(ChosenRowsTest, EachRecordOfARequestHasItsOwnChoices) {
 
 TEST_F(ChosenRowsTest, OthersAreServedWhileManyRowsAreChosen) {
   constexpr std::uint32_t kRows = 4000;
-  agent.onBatch = [](CMBMultipleRecordRequestEvent& batch) {
-    for (auto* event : batch.m_events) {
-      for (std::uint32_t count = 0; count < kRows; ++count) {
-        event->m_records.push_back(new FakeRecord(count));
-      }
-    }
-    return kNotifyDone;
-  };
+  agent.onBatch = RowsForEach(kRows);
   std::deque<FakeRecord> made;
   std::vector<const CMBRecord*> records;
   for (std::uint32_t count = 0; count < kRows; ++count) {

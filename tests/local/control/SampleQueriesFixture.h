@@ -48,14 +48,10 @@ class SampleQueriesTest : public ::testing::Test {
   }
   void Batch(std::int32_t time, std::initializer_list<std::uint32_t> counts) {
     std::vector<FakeRecord> records;
-    std::vector<const CMBRecord*> rows;
     for (const std::uint32_t count : counts) {
       records.emplace_back(count, time);
     }
-    for (const FakeRecord& record : records) {
-      rows.push_back(&record);
-    }
-    m_store.TakeTotals({"FAKE", '4', time, rows});
+    m_store.TakeTotals({"FAKE", '4', time, PointersTo(records)});
     m_store.EndBatch();
   }
   enum Record { FAKE, SELD };

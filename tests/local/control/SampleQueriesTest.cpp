@@ -134,14 +134,10 @@ TEST_F(SampleQueriesTest, AnAnswerIsAStretchOfTimeOfWholeTimes) {
 TEST_F(SampleQueriesTest, OneTimeOfOneRecordIsGivenWholeHoweverLittleIsAskedFor) {
   constexpr std::size_t kRows = 5000;
   std::vector<LabelledRecord> records;
-  std::vector<const CMBRecord*> rows;
   for (std::size_t i = 0; i < kRows; ++i) {
     records.emplace_back(i, m_now);
   }
-  for (const LabelledRecord& record : records) {
-    rows.push_back(&record);
-  }
-  m_store.TakeTotals({"FAKE", '4', m_now, rows});
+  m_store.TakeTotals({"FAKE", '4', m_now, PointersTo(records)});
   m_store.EndBatch();
   EXPECT_EQ(m_store.Database()->Number("SELECT count(*) FROM \"qmt totals\""), 3);
   const Given all = Ask(R"(,"samples":1)");

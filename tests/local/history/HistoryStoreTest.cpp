@@ -19,10 +19,7 @@ class HistoryStoreTest : public ::testing::Test {
   void Keep(const HistorySettings& settings = {}) { m_store.Configure(settings); }
   void Batch(std::int32_t time, std::size_t count = 1, std::size_t totals = 0) {
     const std::vector<FakeRecord> records(count, FakeRecord(4000000000U, time));
-    std::vector<const CMBRecord*> rows;
-    for (const FakeRecord& record : records) {
-      rows.push_back(&record);
-    }
+    std::vector<const CMBRecord*> rows = PointersTo(records);
     m_store.Take({"FAKE", '4', time, rows});
     m_store.Take({"BARE", '4', time, rows});
     rows.resize(totals);
