@@ -68,15 +68,6 @@ inline std::string FieldText(const CMBRecord& record, std::string_view label) {
   return "no such field";
 }
 
-inline std::vector<std::string> CellsOf(const std::string& line) {
-  std::vector<std::string> cells;
-  std::istringstream in(line);
-  for (std::string cell; std::getline(in, cell, '\t');) {
-    cells.push_back(cell);
-  }
-  return cells;
-}
-
 /// The rows that a record is to have in each way to ask for it, from a table of
 /// tests/fixtures/modern-rows, whose README.md tells the form.
 class RowTable {
@@ -85,14 +76,14 @@ class RowTable {
     std::ifstream in(path);
     std::string line;
     std::getline(in, line);
-    m_columns = CellsOf(line);
+    m_columns = CutAt('\t', line);
     Row common;
     while (std::getline(in, line)) {
       if (line == "row") {
         m_rows.push_back(common);
         continue;
       }
-      std::vector<std::string> cells = CellsOf(line);
+      std::vector<std::string> cells = CutAt('\t', line);
       const std::string last = cells.back();
       cells.resize(m_columns.size(), last);
       (m_rows.empty() ? common : m_rows.back())[cells.front()] = cells;

@@ -19,11 +19,7 @@ void ReadGoldenTable(const char* path, GoldenTable& table) {
   std::string line;
   std::getline(file, line);  // the names of the columns
   while (std::getline(file, line)) {
-    std::vector<std::string> cells;
-    std::istringstream text(line);
-    for (std::string cell; std::getline(text, cell, '\t');) {
-      cells.push_back(cell);
-    }
+    const std::vector<std::string> cells = CutAt('\t', line);
     table[cells.at(0)].push_back({cells.at(1), cells.at(2), cells.at(3), std::stoi(cells.at(4)),
                                   std::stoi(cells.at(5)), std::stoi(cells.at(6)),
                                   std::stoi(cells.at(7)), std::stoi(cells.at(10)), cells.at(8),

@@ -16,11 +16,7 @@ std::map<std::string, std::set<std::string>> LabelsOfRecords() {
   for (const char* path : {"/records/records.tsv", "/records/modern_records.tsv"}) {
     std::ifstream file(std::string(QMT_TEST_DIR) + path);
     for (std::string line; std::getline(file, line);) {
-      std::vector<std::string> cells;
-      std::istringstream text(line);
-      for (std::string cell; std::getline(text, cell, '\t');) {
-        cells.push_back(cell);
-      }
+      const std::vector<std::string> cells = CutAt('\t', line);
       labels[cells.at(kRecord)].insert(cells.at(kLabel));
     }
   }
