@@ -10,6 +10,7 @@
 #include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/ProductOptions.h"
+#include "support/RegularFile.h"
 #include "support/TraceLog.h"
 #include "support/UserFileFormat.h"
 #include "support/UserFileSemaphore.h"
@@ -21,8 +22,7 @@ constexpr int kMissing = -2;
 
 /// Under the guard of the file. 0 or -1.
 int Truncate(const std::string& path, const char* fileName) {
-  // A pipe in its place must not be waited for.
-  const Descriptor file(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  const Descriptor file(OpenRegularFile(path, O_RDWR, 0));
   if (!file.IsOpen()) {
     Trace(20, kError, "Cannot open %1 file", fileName);
     return -1;
@@ -40,7 +40,7 @@ int UnixAgent::truncateUserFile(int id, const char* fileName) {
   const std::string path =
       ProductPath((std::string(kUserDataDirectory) + '/' + fileName).substr(0, kMaxPath));
   struct ::stat status {};
-  if (::stat(path.c_str(), &status) != 0 && errno == ENOENT) {
+  if (::lstat(path.c_str(), &status) != 0 && errno == ENOENT) {
     return kMissing;
   }
   const key_t key = ::ftok(ProductPath(kUserFileKeyPath).c_str(), id);

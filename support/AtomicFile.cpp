@@ -58,8 +58,14 @@ bool WriteAll(int fd, std::string_view content) {
 /// owner, who then can't give the new one away: that is no failure.
 bool TakeOver(const std::string& model, int fd) {
   struct stat old {};
-  if (::stat(model.c_str(), &old) != 0) {
+  struct stat target {};
+  if (::lstat(model.c_str(), &old) != 0) {
     return errno == ENOENT && ::fchmod(fd, kNewFileMode) == 0;
+  }
+  if (S_ISLNK(old.st_mode)) {
+    // Somebody else may have put it there: what is behind it lends no owner and no set-id bit.
+    return ::fchmod(
+               fd, ::stat(model.c_str(), &target) == 0 ? target.st_mode & 0666 : kNewFileMode) == 0;
   }
   const bool isOwner = ::fchown(fd, old.st_uid, old.st_gid) == 0;
   // Set-id bits meant for another owner are not taken over.

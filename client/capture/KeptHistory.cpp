@@ -3,11 +3,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <set>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "client/ask/Answers.h"

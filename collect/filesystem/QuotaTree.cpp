@@ -7,27 +7,9 @@
 #include <cstring>
 
 #include "collect/filesystem/QuotaSource.h"
+#include "support/ReadFully.h"
 
 namespace {
-
-/// Up to `size` bytes; fewer at the end of the file. Negative for failure.
-ssize_t ReadFully(int fd, char* buf, std::size_t size) {
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t count = ::read(fd, buf + done, size - done);
-    if (count < 0 && errno == EINTR) {
-      continue;
-    }
-    if (count < 0) {
-      return count;
-    }
-    if (count == 0) {
-      break;
-    }
-    done += static_cast<std::size_t>(count);
-  }
-  return static_cast<ssize_t>(done);
-}
 
 std::int64_t OffsetOf(std::uint32_t block) {
   return std::int64_t{block} * static_cast<std::int64_t>(kQuotaBlock);
@@ -60,7 +42,7 @@ int QuotaSourceUser::ReadBlock(int fd, std::uint32_t block, char* buf) {
           errno, fd, offset, "SEEK_SET");
     return -1;
   }
-  const ssize_t count = ReadFully(fd, buf, kQuotaBlock);
+  const ssize_t count = ReadFully(fd, {buf, kQuotaBlock});
   if (count < 0) {
     Trace(20, kError, "The error occurred by OS API(read). (en=%1, arg1=%2, arg2=%3, arg3=%4)",
           errno, fd, AddressOf(buf), kQuotaBlock);

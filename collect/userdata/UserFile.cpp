@@ -15,7 +15,7 @@
 #include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/ProductOptions.h"
-#include "support/ReadWhole.h"
+#include "support/ReadFully.h"
 #include "support/TraceLog.h"
 
 namespace {
@@ -143,7 +143,7 @@ bool UserFile::CheckSize(int descriptor) const {
 
 bool UserFile::ValidateHeader(int descriptor) const {
   std::array<char, kUserFileHeaderSize> header{};
-  const ssize_t got = ReadWhole(descriptor, header);
+  const ssize_t got = ReadFully(descriptor, header);
   if (got < 0) {
     Trace(20, kError, "Error reading file %1.", m_kind.fileName);
     return false;
@@ -173,7 +173,7 @@ void UserFile::Read(int descriptor, std::vector<char>& records) const {
     const std::size_t place = records.size();
     records.resize(place + m_kind.recordSize);
     // A part of one is left of a file that is being cut.
-    if (ReadWhole(descriptor, std::span(records).subspan(place)) !=
+    if (ReadFully(descriptor, std::span(records).subspan(place)) !=
         static_cast<ssize_t>(m_kind.recordSize)) {
       records.resize(place);
       return;

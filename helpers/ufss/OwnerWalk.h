@@ -21,7 +21,7 @@ struct WalkProgress {
 /// Sums what each owner has in the directory `root` and below, by openat(2) and statx(2). Links are
 /// not followed, other mounts not entered, and a file with several names counts once. However
 /// deep the tree is, three descriptors do. What vanishes meanwhile is passed over.
-/// `goOn(progress)` is asked after each directory and some thousand entries of one. False if it
+/// `goOn(progress)` is asked after each directory and each thousand entries of one. False if it
 /// said no or the root can't be read.
 [[nodiscard]] bool SumByOwner(const std::string& root, OwnerBlocks& owners, WalkProgress& progress,
                               const std::function<bool(const WalkProgress&)>& goOn);

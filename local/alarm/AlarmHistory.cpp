@@ -2,6 +2,7 @@
 
 #include <array>
 #include <chrono>
+#include <new>
 #include <utility>
 
 #include "json/JsonText.h"
@@ -13,6 +14,16 @@ constexpr const char* kAlarmTable = "qmt alarms";
 constexpr const char* kRowTable = "qmt alarm rows";
 constexpr std::size_t kMostActive = 10000;  ///< that a start finds
 constexpr std::size_t kAlarmBytes = 1024;   ///< of one that waits, about
+
+void RollBack(SqlDatabase& database) {
+  try {
+    if (database.IsInTransaction()) {
+      database.Execute("ROLLBACK");
+    }
+  } catch (const SqlError&) {
+    // The history finds out by itself what its file is good for.
+  }
+}
 
 void MakeAlarmTables(SqlDatabase& database) {
   if (HasTable(database, kAlarmTable) && HasTable(database, kRowTable)) {
@@ -138,14 +149,11 @@ bool AlarmHistory::Flush() {
     database->Execute("BEGIN IMMEDIATE");
     MakeAlarmTables(*database);
     Write(*database);
+  } catch (const std::bad_alloc&) {
+    RollBack(*database);
+    throw;
   } catch (const SqlError& error) {
-    try {
-      if (database->IsInTransaction()) {
-        database->Execute("ROLLBACK");
-      }
-    } catch (const SqlError&) {
-      // The history finds out by itself what its file is good for.
-    }
+    RollBack(*database);
     if (!error.IsBusy() && m_problem != error.what()) {
       m_problem = error.what();
       m_report("Alarms: " + m_store.Settings().file + " can't be written: " + m_problem);

@@ -28,13 +28,15 @@ class NoRule : public std::runtime_error {
 struct AgentMetric {
   std::string_view label;
   std::string_view metric;
+  std::string_view other{};  ///< a counter that counts as well
 };
 constexpr std::array kAgentMetrics{
     AgentMetric{"History Lost Batches", "qmt_agent_history_lost_batches_total"},
     AgentMetric{"Skipped Times", "qmt_agent_schedule_skipped_total"},
     AgentMetric{"Failed Records", "qmt_agent_batch_failed_records"},
     AgentMetric{"Collect Errors", "qmt_agent_collect_errors_total"},
-    AgentMetric{"Failed Commands", "qmt_agent_alarm_command_failures_total"},
+    AgentMetric{"Failed Commands", "qmt_agent_alarm_command_failures_total",
+                "qmt_agent_alarm_dropped_commands_total"},
     AgentMetric{"Batch Seconds", "qmt_agent_batch_duration_seconds"}};
 
 std::string NumberText(double value) {
@@ -263,11 +265,14 @@ class RuleMaker {
     if (found == kAgentMetrics.end()) {
       throw NoRule(std::string("no metric tells \"") + field.label + '"');
     }
-    const std::string metric(found->metric);
-    return field.meaning == FieldMeaning::counter
-               ? "sum by (instance, job) (increase(" + metric + std::string(kRange) + "))" + sign +
-                     NumberText(bound)
-               : metric + sign + NumberText(bound);
+    if (field.meaning != FieldMeaning::counter) {
+      return std::string(found->metric) + sign + NumberText(bound);
+    }
+    const auto growth = [](std::string_view metric) {
+      return "sum by (instance, job) (increase(" + std::string(metric) + std::string(kRange) + "))";
+    };
+    return growth(found->metric) + (found->other.empty() ? "" : " + " + growth(found->other)) +
+           sign + NumberText(bound);
   }
 
   const AlarmDefinition& m_alarm;

@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "support/Descriptor.h"
-#include "support/ReadWhole.h"
+#include "support/ReadFully.h"
 #include "support/RegularFile.h"
 #include "support/Uninterrupted.h"
 
@@ -154,7 +154,7 @@ bool ConsoleTokens::Read(std::string& problem) {
     return false;
   }
   std::array<char, kMostTokenFile + 1> buffer{};
-  const ssize_t size = ReadWhole(file.Get(), buffer);
+  const ssize_t size = ReadFully(file.Get(), buffer);
   if (size < 0 || size > static_cast<ssize_t>(kMostTokenFile)) {
     problem = size < 0 ? std::strerror(errno) : "longer than it ever is";
     return false;

@@ -168,6 +168,13 @@ TEST_F(UserRecordsTest, ABadFileGivesItsTraceAndNoRows) {
   EXPECT_EQ(m_agent->truncateUserFile(kind.projectId, kind.fileName), 0);
   EXPECT_EQ(fs::file_size(Folder() / kind.fileName), 0U);
   EXPECT_EQ(m_agent->truncateUserFile(kind.projectId, "none"), -2);
+  Write(kind, Header() + FullRecord(kind));
+  fs::create_symlink(kind.fileName, Folder() / "link");
+  EXPECT_EQ(m_agent->truncateUserFile(kind.projectId, "link"), -1);
+  EXPECT_EQ(Rows(kind).size(), 1U);
+  fs::rename(Folder() / kind.fileName, Folder() / "rows");
+  fs::create_symlink("rows", Folder() / kind.fileName);
+  EXPECT_TRUE(Rows(kind).empty());
 }
 
 TEST_F(UserRecordsTest, NeighboursOfTheSameKeysCountOnceUpToTheLimit) {

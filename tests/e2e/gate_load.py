@@ -74,12 +74,17 @@ class Ticks:
             if line.startswith(b'{"event":"batch"'):
                 self.times.append(time.time())
 
+    def end(self):
+        """When each batch was told."""
+        self.socket.shutdown(socket.SHUT_RDWR)
+        self.reader.join(10)
+        return self.times
+
     def close(self):
         """The greatest lateness in seconds. Batches begin in the middle of each second; the first one's second is
         taken as it is told, and each further one is due a second behind the one before."""
         end = time.time()
-        self.socket.shutdown(socket.SHUT_RDWR)
-        self.reader.join(10)
+        self.end()
         lost = skipped(self.agent) - self.skipped
         if is_timed(self.agent.build) and (lost or len(self.times) < end - self.begin - 2):
             fail(f"{lost} batches were left out, {len(self.times)} were told in {end - self.begin:.1f} s")

@@ -104,17 +104,18 @@ TEST_F(RecordBuilderTest, FailuresOfABatchStayWithTheirRequests) {
   batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});
   batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});  // an interval of no seconds
   batch.Add("FSL", '3', {.realtime = 1});
+  batch.Add("CPUP", '4', {.realtime = 0, .calcRates = 1});
   Os().time = [](std::time_t*) { return std::time_t{1'700'000'000}; };
-  EXPECT_EQ(m_builder.Build(&batch.event), nullptr) << "though two requests failed";
-  EXPECT_EQ(ScriptedNode::Instance().CountMessages(10300), 1);
+  EXPECT_EQ(m_builder.Build(&batch.event), nullptr) << "though the last request failed";
+  EXPECT_EQ(ScriptedNode::Instance().CountMessages(10300), 2);
   EXPECT_EQ(ScriptedNode::Instance().LinesWith("in Device category collection").size(), 1U);
   EXPECT_EQ(ScriptedNode::Instance()
                 .LinesWith("(record=CPUP, detail=RecordBuilder::BuildRates_CPUP: Attempt to "
                            "calculate rates for a zero second interval.)")
                 .size(),
-            1U);
+            2U);
   EXPECT_FALSE(batch.entries[3]->event.m_records.empty()) << "served behind both failures";
-  EXPECT_EQ(builtBefore, (std::vector<std::size_t>{0, 1, 2, 3})) << "others have their turn";
+  EXPECT_EQ(builtBefore, (std::vector<std::size_t>{0, 1, 2, 3, 4})) << "others have their turn";
 }
 
 TEST_F(RecordBuilderTest, AnOptionalRecordIsServedWhereItIsListed) {

@@ -47,8 +47,10 @@ TEST_F(AtomicFileTest, TheNewFileHasWhatItsModelHasAndWhatStandsInTheWayGoes) {
   const std::string link = (m_folder.Path() / "link").string();
   EXPECT_TRUE(ReplaceFile(BehindLinks(link), "fourth", error));
   EXPECT_TRUE(S_ISLNK(StatusOf("link").st_mode));
+  fs::permissions(m_folder.Path() / "file", fs::perms{04604});
   EXPECT_TRUE(ReplaceFile(link, "fifth", error));
-  EXPECT_TRUE(S_ISREG(StatusOf("link").st_mode));
+  EXPECT_EQ(StatusOf("link").st_mode, S_IFREG | mode_t{0604});
+  EXPECT_EQ(StatusOf("link").st_uid, ::geteuid());
   EXPECT_EQ(m_folder.Read("file") + m_folder.Read("link"), "fourthfifth");
 }
 

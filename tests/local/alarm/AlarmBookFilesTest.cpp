@@ -97,6 +97,7 @@ TEST_F(AlarmBookTest, TimesOfFilesThatHoldAnythingCanBeReckonedWith) {
   Start();
   EXPECT_EQ(JsonText(life->book.Watches().at(0)->ToJson()["states"][1]["begins"]), "[0,0,5]");
   Batch(5);
+  EXPECT_TRUE(life->book.Active().empty());
 }
 
 TEST_F(AlarmBookTest, AFileOfStatesThatIsNoneIsToldAndAlarmsBeginAnew) {

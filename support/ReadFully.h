@@ -10,7 +10,7 @@
 
 /// Reads until `bytes` are full or the file ends, however little comes at a time: how many have
 /// come, or -1 with errno set.
-[[nodiscard]] inline ssize_t ReadWhole(int descriptor, std::span<char> bytes) {
+[[nodiscard]] inline ssize_t ReadFully(int descriptor, std::span<char> bytes) {
   std::size_t got = 0;
   while (got < bytes.size()) {
     const ssize_t piece =
