@@ -181,6 +181,9 @@ TEST(AlarmFileTest, RulesSayTheSameOrWhyNot) {
       {"condition = Count > 1\nwhere = Label < x", "\"Label\" is a text, which rules don't sort"},
       {"record = AGENT\ncondition = Skipped Times > 5",
        "sum by (instance, job) (increase(qmt_agent_schedule_skipped_total[5m])) > 5"},
+      {"record = AGENT\ncondition = Failed Commands > 5",
+       "sum by (instance, job) (increase(qmt_agent_alarm_command_failures_total[5m])) + sum by "
+       "(instance, job) (increase(qmt_agent_alarm_dropped_commands_total[5m])) > 5"},
       {"record = AGENT\ncondition = Batch Seconds >= 0.5",
        "expr: \"qmt_agent_batch_duration_seconds >= 0.5\""},
       {"record = FAKE", "# a: no rule, since it is off, line 1: the alarm has no \"condition\""},
