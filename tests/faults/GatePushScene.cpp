@@ -1,11 +1,9 @@
-#include <fstream>
-#include <iterator>
-
 #include "tests/faults/GateSurroundings.h"
 #include "tests/gate/FakeServer.h"
 #include "tests/gate/GateHarness.h"
 #include "tests/gate/push/PushHistory.h"
 #include "tests/gate/push/WriteText.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -36,10 +34,8 @@ class PushScene : public GateSurroundings {
  private:
   bool HasAll(int rows) { return CountSent() == PushHistory::Samples(1, rows).size(); }
   static bool IsCursorAtEnd() {
-    std::ifstream file("state/push-far.json", std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
     const std::string end = std::to_string(kPushedRows + 1);
-    return text.find("[" + end + "," + end + "]") != std::string::npos;
+    return FileText("state/push-far.json").find("[" + end + "," + end + "]") != std::string::npos;
   }
   bool Store(const FakeServer::Request& request) {
     for (const std::string& sample : WriteText(request.body)) {

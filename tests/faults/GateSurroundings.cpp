@@ -1,36 +1,14 @@
 #include "tests/faults/GateSurroundings.h"
 
-#include <sys/wait.h>
-
-#include <chrono>
-#include <csignal>
-#include <fstream>
-#include <iterator>
-#include <thread>
-
 #include "json/JsonText.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
 constexpr std::chrono::seconds kPatience{20};
 constexpr int kTurns = 4;
 
-bool IsDoneInTime(const std::function<bool()>& isDone) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!isDone()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
-}
-
-bool IsListenerLeftOut() {
-  std::ifstream file("stderr.txt", std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(file), {}};
-  return text.find("Listen: ") != std::string::npos;
-}
+bool IsListenerLeftOut() { return FileText("stderr.txt").find("Listen: ") != std::string::npos; }
 
 }  // namespace
 
@@ -40,7 +18,7 @@ void GateSurroundings::Write(const std::string& name, const std::string& text) {
 
 void GateSurroundings::Stop() {
   ::kill(m_gate, SIGTERM);
-  if (!m_isOver && !IsDoneInTime([this] { return IsOver(); })) {
+  if (!m_isOver && !WaitUntil([this] { return IsOver(); }, kPatience)) {
     Write("hung", "yes");
     ::kill(m_gate, SIGKILL);
     ::waitpid(m_gate, &m_status, 0);
@@ -62,7 +40,7 @@ bool GateSurroundings::IsOver() {
 }
 
 bool GateSurroundings::WaitFor(const std::function<bool()>& isDone) {
-  return IsDoneInTime([&] { return isDone() || IsOver(); }) && !IsOver();
+  return WaitUntil([&] { return isDone() || IsOver(); }, kPatience) && !IsOver();
 }
 
 bool GateSurroundings::HasListener() {

@@ -1,27 +1,10 @@
 #include "tests/faults/Walk.h"
 
-#include <execinfo.h>
-#include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
-#include <deque>
 #include <exception>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <sstream>
-#include <thread>
-#include <utility>
 
 #include "agent/Service.h"
 #include "support/HostPaths.h"
@@ -29,19 +12,13 @@
 #include "tests/faults/Allocator.h"
 #include "tests/faults/Client.h"
 #include "tests/faults/Faults.h"
-#include "tests/support/TempFolder.h"
-
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/lsan_interface.h>
-#endif
+#include "tests/faults/WalkProcess.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
 constexpr unsigned kLimitSeconds = 90;
-// A walk waits more than it works.
-constexpr std::size_t kWalksAtATime = 12;
 constexpr std::time_t kFirstBatch = 1'700'000'000;
 constexpr std::time_t kBetweenBatches = 60;
 // Level 30 has the traces that tell of a step without memory.
@@ -63,15 +40,6 @@ std::atomic<std::time_t> g_now = kFirstBatch;
 std::atomic<std::size_t> g_question = 0;
 std::atomic<bool> g_isServiceOver = false;
 std::size_t g_failedAt = 0;
-int g_placeFile = -1;
-
-/// At once, since what comes of it may end the process.
-void NotePlaceOfFailure() {
-  g_failedAt = g_question;
-  std::array<void*, 40> callers{};
-  const int depth = ::backtrace(callers.data(), static_cast<int>(callers.size()));
-  ::backtrace_symbols_fd(callers.data(), depth, g_placeFile);
-}
 
 /// Calls whose answers would differ from one walk to the next.
 void SetStillCalls() {
@@ -107,18 +75,8 @@ void SetStillCalls() {
   Os().get_nprocs_conf = [] { return 2; };
 }
 
-int OpenDescriptors() {
-  return static_cast<int>(
-      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
-
 void Write(const std::string& name, const std::string& text) {
   std::ofstream(name, std::ios::binary) << text;
-}
-
-std::string Read(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::atomic<std::size_t> g_followed = 0;
@@ -216,33 +174,29 @@ int RunDaemon() {
   }
 }
 
-bool HasLeak() {
-#ifdef __SANITIZE_ADDRESS__
-  return __lsan_do_recoverable_leak_check() != 0;
-#else
-  return false;
-#endif
-}
-
 /// The child's whole life; its findings are files of the working directory.
-[[noreturn]] void Walk(const Fault& fault) {
-  ::alarm(kLimitSeconds);
-  const int errors = ::open("stderr.txt", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-  ::dup2(errors, STDERR_FILENO);
-  ::close(errors);
+void Walk(const Fault& fault) {
+  fs::create_directories("opt/qmtrx/mond");
+  const bool isRare = fault.scene == WalkScene::kBatches;
+  Write("qmtagt.ini", std::string(kSettings) + (isRare ? kRareSchedule : kOftenSchedule));
+  if (!isRare) {
+    Write("alarms", kAlarm);
+  }
+  Write("wgfile", "workgroup = root\nusers = root\n");
+  SetProductRoot(fs::current_path().string());
+  faults::BeginProcessOfWalk(kLimitSeconds);
   SetStillCalls();
-  // The first use loads a library.
-  void* caller = nullptr;
-  (void)::backtrace(&caller, 1);
-  g_placeFile = ::open("place", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-  const int before = OpenDescriptors();
+  const int before = faults::CountDescriptors();
   std::thread asker(AskAll, fault.scene);
-  std::thread follower([scene = fault.scene] {
-    if (scene != WalkScene::kBatches) {
+  std::thread follower([isRare] {
+    if (!isRare) {
       Follow();
     }
   });
-  faults::OnFailure(NotePlaceOfFailure);
+  faults::OnFailure([] {
+    g_failedAt = g_question;
+    faults::NotePlaceOfFailure();
+  });
   faults::Arm(fault.kind, fault.place, fault.turn);
   const int exitValue = RunDaemon();
   const std::size_t calls = faults::Disarm();
@@ -250,9 +204,9 @@ bool HasLeak() {
   asker.join();
   follower.join();
   std::ostringstream figures;
-  const int after = OpenDescriptors();
+  const int after = faults::CountDescriptors();
   figures << exitValue << ' ' << calls << ' ' << faults::HasFailed() << ' ' << g_failedAt << ' '
-          << before << ' ' << after << ' ' << HasLeak() << ' ' << g_followed;
+          << before << ' ' << after << ' ' << faults::HasLeak() << ' ' << g_followed;
   for (const std::string& name : faults::OsCallNames()) {
     figures << ' ' << faults::CallsOf(name);
   }
@@ -262,29 +216,28 @@ bool HasLeak() {
     places << place << ' ';
   }
   Write("places", places.str());
-  ::_exit(0);
 }
 
 WalkResult ReadResult(const fs::path& folder, WalkScene scene, int status) {
   WalkResult result;
   result.status = status;
-  std::istringstream figures(Read(folder / "figures"));
+  std::istringstream figures(FileText(folder / "figures"));
   figures >> result.exitValue >> result.calls >> result.hasFailed >> result.failedAt >>
       result.descriptorsBefore >> result.descriptorsAfter >> result.hasLeak >> result.followed;
   for (const std::string& name : faults::OsCallNames()) {
     figures >> result.callsOf[name];
   }
-  std::istringstream places(Read(folder / "places"));
+  std::istringstream places(FileText(folder / "places"));
   result.places.assign(std::istream_iterator<std::size_t>(places), {});
-  result.failedPlace = Read(folder / "place");
-  result.firstAnswer = Read(folder / "status");
-  std::istringstream(Read(folder / "places-before")) >> result.placesBefore;
-  std::istringstream(Read(folder / "places-to-stop")) >> result.placesToStop;
+  result.failedPlace = FileText(folder / "place");
+  result.firstAnswer = FileText(folder / "status");
+  std::istringstream(FileText(folder / "places-before")) >> result.placesBefore;
+  std::istringstream(FileText(folder / "places-to-stop")) >> result.placesToStop;
   for (std::size_t place = 0; place < QuestionsOf(scene).size(); ++place) {
-    result.answers.push_back(Read(folder / ("answer-" + std::to_string(place))));
+    result.answers.push_back(FileText(folder / ("answer-" + std::to_string(place))));
   }
-  result.log = Read(folder / "log/qmtdmon.log");
-  result.errors = Read(folder / "stderr.txt");
+  result.log = FileText(folder / "log/qmtdmon.log");
+  result.errors = FileText(folder / "stderr.txt");
   return result;
 }
 
@@ -313,47 +266,6 @@ void FillFrom(const fs::path& table, const process_tree::HostTree& host) {
   }
 }
 
-/// A walk that is under way in a process and a folder of its own.
-class RunningWalk {
- public:
-  explicit RunningWalk(const Fault& fault) : m_scene(fault.scene) {
-    fs::create_directories(m_folder.Path() / "opt/qmtrx/mond");
-    std::ofstream(m_folder.Path() / "qmtagt.ini")
-        << kSettings << (m_scene == WalkScene::kBatches ? kRareSchedule : kOftenSchedule);
-    if (m_scene != WalkScene::kBatches) {
-      std::ofstream(m_folder.Path() / "alarms") << kAlarm;
-    }
-    std::ofstream(m_folder.Path() / "wgfile") << "workgroup = root\nusers = root\n";
-    m_child = ::fork();
-    if (m_child == 0) {
-      fs::current_path(m_folder.Path());
-      SetProductRoot(m_folder.Path().string());
-      Walk(fault);
-    }
-  }
-  ~RunningWalk() { Wait(); }
-  RunningWalk(const RunningWalk&) = delete;
-  RunningWalk& operator=(const RunningWalk&) = delete;
-
-  WalkResult End() {
-    Wait();
-    return ReadResult(m_folder.Path(), m_scene, m_status);
-  }
-
- private:
-  void Wait() {
-    if (std::exchange(m_isRunning, false)) {
-      ::waitpid(m_child, &m_status, 0);
-    }
-  }
-
-  WalkScene m_scene;
-  TempFolder m_folder;
-  pid_t m_child = -1;
-  int m_status = 0;
-  bool m_isRunning = true;
-};
-
 }  // namespace
 
 const std::vector<std::string>& QuestionsOf(WalkScene scene) {
@@ -371,21 +283,19 @@ Walks::Walks() {
   FillFrom(fs::path(QMT_TEST_DIR) / "fixtures/modern-rows/host.tsv", m_host);
 }
 
-WalkResult Walks::Run(const Fault& fault) const { return RunningWalk(fault).End(); }
+WalkResult Walks::Run(const Fault& fault) const {
+  WalkResult result;
+  RunEach({fault}, [&](const Fault&, const WalkResult& walk) {
+    result = walk;
+    return true;
+  });
+  return result;
+}
 
 void Walks::RunEach(
     const std::vector<Fault>& faults,
     const std::function<bool(const Fault& fault, const WalkResult& walk)>& look) const {
-  std::deque<std::unique_ptr<RunningWalk>> running;
-  auto next = faults.begin();
-  for (const Fault& fault : faults) {
-    for (; next != faults.end() && running.size() < kWalksAtATime; ++next) {
-      running.push_back(std::make_unique<RunningWalk>(*next));
-    }
-    const WalkResult walk = running.front()->End();
-    running.pop_front();
-    if (!look(fault, walk)) {
-      return;
-    }
-  }
+  faults::RunWalks(faults, Walk, [&](const Fault& fault, const fs::path& folder, int status) {
+    return look(fault, ReadResult(folder, fault.scene, status));
+  });
 }
