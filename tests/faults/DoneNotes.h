@@ -1,14 +1,18 @@
 #pragma once
 
-#include <cstdlib>
-#include <fstream>
-#include <set>
-#include <string>
-#include <vector>
-
 #include "tests/faults/Walk.h"
+#include "tests/support/Testing.h"
 
 namespace faults {
+
+/// All where the long dose is wanted, else some that lie evenly.
+inline void AddSome(std::vector<Fault>& some, const std::vector<Fault>& all, std::size_t few) {
+  const bool isAll = std::getenv("QMT_FAULTS_ALL") != nullptr;
+  const std::size_t step = isAll || all.size() <= few ? 1 : all.size() / few;
+  for (std::size_t at = 0; at < all.size(); at += step) {
+    some.push_back(all[at]);
+  }
+}
 
 /// Which faults have been tried without a finding, in the file that the variable QMT_FAULTS_DONE
 /// names, so that hours of them can go on where they were interrupted. Without the variable nothing
@@ -36,10 +40,20 @@ class DoneNotes {
     }
     return left;
   }
-  void Note(const Fault& fault) {
-    if (m_file.is_open()) {
+  /// Notes the fault if `expect` finds nothing wrong with its walk, else tells `more` of it.
+  void Expect(const Fault& fault, const std::string& more, const std::function<void()>& expect) {
+    SCOPED_TRACE(LineOf(fault));
+    const int before = CountFindings();
+    expect();
+    if (CountFindings() != before) {
+      ADD_FAILURE() << more;
+    } else if (m_file.is_open()) {
       m_file << LineOf(fault) << std::endl;
     }
+  }
+  /// Those of the test that runs.
+  static int CountFindings() {
+    return ::testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
   }
 
  private:

@@ -1,15 +1,4 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <functional>
-#include <map>
-#include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "tests/faults/Client.h"
 #include "tests/faults/DoneNotes.h"
@@ -17,8 +6,6 @@
 #include "tests/faults/Walk.h"
 
 namespace {
-
-using ::testing::HasSubstr;
 
 constexpr const char* kNoWorkgroups = "wgmap not built.";
 constexpr const char* kUnreadWorkgroups = "WorkGroup::GetIniFile failed.";
@@ -49,15 +36,6 @@ class OneFaultTest : public ::testing::Test {
   static void TearDownTestSuite() {
     delete s_calm;
     delete s_walks;
-  }
-
-  /// All where the long dose is wanted, else some that lie evenly.
-  static void AddSome(std::vector<Fault>& some, const std::vector<Fault>& all, std::size_t few) {
-    const bool isAll = std::getenv("QMT_FAULTS_ALL") != nullptr;
-    const std::size_t step = isAll || all.size() <= few ? 1 : all.size() / few;
-    for (std::size_t at = 0; at < all.size(); at += step) {
-      some.push_back(all[at]);
-    }
   }
 
   static bool IsTold(const WalkResult& walk, const std::string& word) {
@@ -136,7 +114,7 @@ class OneFaultTest : public ::testing::Test {
       }
     }
     std::vector<Fault> some;
-    AddSome(some, all, few);
+    faults::AddSome(some, all, few);
     std::printf("%zu of %zu fail\n", some.size(), all.size());
     return some;
   }
@@ -147,18 +125,6 @@ class OneFaultTest : public ::testing::Test {
                ? static_cast<std::size_t>(std::ranges::count(walk.places, fault.place)) >=
                      fault.turn
                : walk.calls >= fault.place;
-  }
-
-  /// Tells more of a walk with findings; whether there were so many that the test should end.
-  bool Found(const WalkResult& walk) {
-    if (::testing::Test::HasFailure() && m_toldParts != CountFailures()) {
-      ADD_FAILURE() << "question " << walk.failedAt << '\n' << walk.errors << walk.failedPlace;
-      m_toldParts = CountFailures();
-    }
-    return m_toldParts > 60;
-  }
-  static int CountFailures() {
-    return ::testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
   }
 
   /// Whether each answer is the undisturbed one.
@@ -183,19 +149,16 @@ class OneFaultTest : public ::testing::Test {
                const std::function<void(const WalkResult&)>& expect) {
     faults::DoneNotes notes;
     s_walks->RunEach(notes.Left(each), [&](const Fault& fault, const WalkResult& walk) {
-      SCOPED_TRACE(fault.kind + ' ' + std::to_string(fault.place) + ", turn " +
-                   std::to_string(fault.turn));
-      const int before = CountFailures();
-      EXPECT_EQ(walk.hasFailed, HasCome(fault, walk));
-      expect(walk);
-      if (CountFailures() == before) {
-        notes.Note(fault);
-      }
-      return !Found(walk);
+      notes.Expect(
+          fault,
+          "question " + std::to_string(walk.failedAt) + '\n' + walk.errors + walk.failedPlace, [&] {
+            EXPECT_EQ(walk.hasFailed, HasCome(fault, walk));
+            expect(walk);
+          });
+      return notes.CountFindings() <= 60;
     });
   }
 
-  int m_toldParts = 0;
   inline static const Walks* s_walks = nullptr;
   inline static const WalkResult* s_calm = nullptr;
 };
@@ -223,7 +186,7 @@ TEST_F(OneFaultTest, ACallOfTheTable) {
       all.push_back({kind, place});
     }
     // Who has no name is told by his number.
-    AddSome(kind == "getpwuid" || kind == "getgrgid" ? names : each, all, 4);
+    faults::AddSome(kind == "getpwuid" || kind == "getgrgid" ? names : each, all, 4);
   }
   EXPECT_GE(each.size(), 20U);
   std::printf("%zu calls of the table fail\n", each.size() + names.size());
