@@ -66,9 +66,10 @@ const Orders& TheOrders() {
 }
 
 /// The library's own one.
-template <class Function>
-Function Real(const char* name, Function) {
-  return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
+template <auto kCall>
+auto Real(const char* name) {
+  static const auto real = reinterpret_cast<decltype(kCall)>(::dlsym(RTLD_NEXT, name));
+  return real;
 }
 
 bool IsTimeForFaults() {
@@ -79,9 +80,11 @@ bool IsTimeForFaults() {
   return isTime;
 }
 
-/// Whether this time is interrupted, of a call whose turns these are: with turns that calls share,
-/// a loop of two calls would meet the same one for ever.
-bool IsInterrupted(bool& isTurn) {
+/// Whether this time of the call is interrupted. Each has its own turns: with turns that calls
+/// share, a loop of two calls would meet the same one for ever.
+template <auto kCall>
+bool IsInterrupted() {
+  static thread_local bool isTurn = false;
   if (!TheOrders().isInterrupted || !IsTimeForFaults()) {
     return false;
   }
@@ -160,12 +163,21 @@ bool IsPipeWithoutWaits(int descriptor) {
   return isPipe;
 }
 
-bool IsInterrupted(int descriptor, bool& isTurn) {
-  return TheOrders().isInterrupted && !IsPipeWithoutWaits(descriptor) && IsInterrupted(isTurn);
+template <auto kCall>
+bool IsInterrupted(int descriptor) {
+  return TheOrders().isInterrupted && !IsPipeWithoutWaits(descriptor) && IsInterrupted<kCall>();
 }
 
-bool IsWriteFailing(int descriptor, bool& isTurn) {
-  return IsFull(descriptor) || IsInterrupted(descriptor, isTurn);
+template <auto kCall>
+bool IsWriteFailing(int descriptor) {
+  return IsFull(descriptor) || IsInterrupted<kCall>(descriptor);
+}
+
+/// One of those that may wait whatever they are asked for.
+template <auto kCall, class... Arguments>
+auto CallInTurns(const char* name, Arguments... arguments) {
+  const auto real = Real<kCall>(name);
+  return IsInterrupted<kCall>() ? decltype(real(arguments...)){-1} : real(arguments...);
 }
 
 }  // namespace
@@ -173,16 +185,13 @@ bool IsWriteFailing(int descriptor, bool& isTurn) {
 extern "C" {
 
 ssize_t read(int descriptor, void* bytes, std::size_t size) {
-  static const auto real = Real("read", &read);
-  static thread_local bool isTurn = false;
-  return IsInterrupted(descriptor, isTurn) ? -1
-                                           : real(descriptor, bytes, Shortened(descriptor, size));
+  return IsInterrupted<&read>(descriptor)
+             ? -1
+             : Real<&read>("read")(descriptor, bytes, Shortened(descriptor, size));
 }
 
 ssize_t pread64(int descriptor, void* bytes, std::size_t size, off64_t place) {
-  static const auto real = Real("pread64", &pread64);
-  static thread_local bool isTurn = false;
-  return IsInterrupted(isTurn) ? -1 : real(descriptor, bytes, Shortened(descriptor, size), place);
+  return CallInTurns<&pread64>("pread64", descriptor, bytes, Shortened(descriptor, size), place);
 }
 
 ssize_t pread(int descriptor, void* bytes, std::size_t size, off_t place) {
@@ -190,18 +199,15 @@ ssize_t pread(int descriptor, void* bytes, std::size_t size, off_t place) {
 }
 
 ssize_t write(int descriptor, const void* bytes, std::size_t size) {
-  static const auto real = Real("write", &write);
-  static thread_local bool isTurn = false;
-  return IsWriteFailing(descriptor, isTurn) ? -1
-                                            : real(descriptor, bytes, Shortened(descriptor, size));
+  return IsWriteFailing<&write>(descriptor)
+             ? -1
+             : Real<&write>("write")(descriptor, bytes, Shortened(descriptor, size));
 }
 
 ssize_t pwrite64(int descriptor, const void* bytes, std::size_t size, off64_t place) {
-  static const auto real = Real("pwrite64", &pwrite64);
-  static thread_local bool isTurn = false;
-  return IsWriteFailing(descriptor, isTurn)
+  return IsWriteFailing<&pwrite64>(descriptor)
              ? -1
-             : real(descriptor, bytes, Shortened(descriptor, size), place);
+             : Real<&pwrite64>("pwrite64")(descriptor, bytes, Shortened(descriptor, size), place);
 }
 
 ssize_t pwrite(int descriptor, const void* bytes, std::size_t size, off_t place) {
@@ -209,9 +215,8 @@ ssize_t pwrite(int descriptor, const void* bytes, std::size_t size, off_t place)
 }
 
 ssize_t readv(int descriptor, const iovec* parts, int count) {
-  static const auto real = Real("readv", &readv);
-  static thread_local bool isTurn = false;
-  if (IsInterrupted(isTurn)) {
+  const auto real = Real<&readv>("readv");
+  if (IsInterrupted<&readv>()) {
     return -1;
   }
   if (!TheOrders().isShort || count < 1) {
@@ -222,9 +227,8 @@ ssize_t readv(int descriptor, const iovec* parts, int count) {
 }
 
 ssize_t writev(int descriptor, const iovec* parts, int count) {
-  static const auto real = Real("writev", &writev);
-  static thread_local bool isTurn = false;
-  if (IsWriteFailing(descriptor, isTurn)) {
+  const auto real = Real<&writev>("writev");
+  if (IsWriteFailing<&writev>(descriptor)) {
     return -1;
   }
   if (!TheOrders().isShort || count < 1 || parts[0].iov_len == 0) {
@@ -235,27 +239,20 @@ ssize_t writev(int descriptor, const iovec* parts, int count) {
 }
 
 ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags) {
-  static const auto real = Real("recv", &recv);
-  static thread_local bool isTurn = false;
-  return IsInterrupted(isTurn) ? -1 : real(descriptor, bytes, Shortened(descriptor, size), flags);
+  return CallInTurns<&recv>("recv", descriptor, bytes, Shortened(descriptor, size), flags);
 }
 
 ssize_t send(int descriptor, const void* bytes, std::size_t size, int flags) {
-  static const auto real = Real("send", &send);
-  static thread_local bool isTurn = false;
-  return IsInterrupted(isTurn) ? -1 : real(descriptor, bytes, Shortened(descriptor, size), flags);
+  return CallInTurns<&send>("send", descriptor, bytes, Shortened(descriptor, size), flags);
 }
 
 ssize_t recvmsg(int descriptor, msghdr* message, int flags) {
-  static const auto real = Real("recvmsg", &recvmsg);
-  static thread_local bool isTurn = false;
-  return IsInterrupted(isTurn) ? -1 : real(descriptor, message, flags);
+  return CallInTurns<&recvmsg>("recvmsg", descriptor, message, flags);
 }
 
 ssize_t sendmsg(int descriptor, const msghdr* message, int flags) {
-  static const auto real = Real("sendmsg", &sendmsg);
-  static thread_local bool isTurn = false;
-  if (IsInterrupted(isTurn)) {
+  const auto real = Real<&sendmsg>("sendmsg");
+  if (IsInterrupted<&sendmsg>()) {
     return -1;
   }
   if (message->msg_iovlen != 1) {
@@ -268,57 +265,43 @@ ssize_t sendmsg(int descriptor, const msghdr* message, int flags) {
 }
 
 int accept(int descriptor, sockaddr* address, socklen_t* size) {
-  static const auto real = Real("accept", &accept);
-  static thread_local bool isTurn = false;
-  return IsInterrupted(isTurn) ? -1 : real(descriptor, address, size);
+  return CallInTurns<&accept>("accept", descriptor, address, size);
 }
 
 int accept4(int descriptor, sockaddr* address, socklen_t* size, int flags) {
-  static const auto real = Real("accept4", &accept4);
-  static thread_local bool isTurn = false;
-  return IsInterrupted(isTurn) ? -1 : real(descriptor, address, size, flags);
+  return CallInTurns<&accept4>("accept4", descriptor, address, size, flags);
 }
 
 int connect(int descriptor, const sockaddr* address, socklen_t size) {
-  static const auto real = Real("connect", &connect);
-  static thread_local bool isTurn = false;
   // One to the network goes on all the same, so that a second call is another matter.
-  return address->sa_family == AF_UNIX && IsInterrupted(isTurn) ? -1
-                                                                : real(descriptor, address, size);
+  return address->sa_family == AF_UNIX && IsInterrupted<&connect>()
+             ? -1
+             : Real<&connect>("connect")(descriptor, address, size);
 }
 
 ssize_t recvfrom(int descriptor, void* bytes, std::size_t size, int flags, sockaddr* address,
                  socklen_t* addressSize) {
-  static const auto real = Real("recvfrom", &recvfrom);
-  static thread_local bool isTurn = false;
-  return IsInterrupted(isTurn)
-             ? -1
-             : real(descriptor, bytes, Shortened(descriptor, size), flags, address, addressSize);
+  return CallInTurns<&recvfrom>("recvfrom", descriptor, bytes, Shortened(descriptor, size), flags,
+                                address, addressSize);
 }
 
 int flock(int descriptor, int operation) noexcept {
-  static const auto real = Real("flock", &flock);
-  static thread_local bool isTurn = false;
-  return (operation & LOCK_NB) == 0 && IsInterrupted(isTurn) ? -1 : real(descriptor, operation);
+  return (operation & LOCK_NB) == 0 && IsInterrupted<&flock>()
+             ? -1
+             : Real<&flock>("flock")(descriptor, operation);
 }
 
 int semop(int set, sembuf* operations, std::size_t count) noexcept {
-  static const auto real = Real("semop", &semop);
-  static thread_local bool isTurn = false;
-  return IsInterrupted(isTurn) ? -1 : real(set, operations, count);
+  return CallInTurns<&semop>("semop", set, operations, count);
 }
 
 int semtimedop(int set, sembuf* operations, std::size_t count, const timespec* limit) noexcept {
-  static const auto real = Real("semtimedop", &semtimedop);
-  static thread_local bool isTurn = false;
-  return IsInterrupted(isTurn) ? -1 : real(set, operations, count, limit);
+  return CallInTurns<&semtimedop>("semtimedop", set, operations, count, limit);
 }
 
 int nanosleep(const timespec* time, timespec* left) {
-  static const auto real = Real("nanosleep", &nanosleep);
-  static thread_local bool isTurn = false;
-  if (!IsInterrupted(isTurn)) {
-    return real(time, left);
+  if (!IsInterrupted<&nanosleep>()) {
+    return Real<&nanosleep>("nanosleep")(time, left);
   }
   if (left != nullptr) {
     *left = *time;
@@ -327,10 +310,8 @@ int nanosleep(const timespec* time, timespec* left) {
 }
 
 int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* left) {
-  static const auto real = Real("clock_nanosleep", &clock_nanosleep);
-  static thread_local bool isTurn = false;
-  if (!IsInterrupted(isTurn)) {
-    return real(clock, flags, time, left);
+  if (!IsInterrupted<&clock_nanosleep>()) {
+    return Real<&clock_nanosleep>("clock_nanosleep")(clock, flags, time, left);
   }
   if (left != nullptr && (flags & TIMER_ABSTIME) == 0) {
     *left = *time;
@@ -339,44 +320,38 @@ int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* 
 }
 
 int fsync(int descriptor) {
-  static const auto real = Real("fsync", &fsync);
-  return IsSyncBroken(descriptor) ? -1 : real(descriptor);
+  return IsSyncBroken(descriptor) ? -1 : Real<&fsync>("fsync")(descriptor);
 }
 
 int fdatasync(int descriptor) {
-  static const auto real = Real("fdatasync", &fdatasync);
-  return IsSyncBroken(descriptor) ? -1 : real(descriptor);
+  return IsSyncBroken(descriptor) ? -1 : Real<&fdatasync>("fdatasync")(descriptor);
 }
 
 int ftruncate64(int descriptor, off64_t size) noexcept {
-  static const auto real = Real("ftruncate64", &ftruncate64);
   const auto hasPart = [&](const char* part) { return HasPathPart(descriptor, part); };
-  return IsBroken("ftruncate", hasPart) ? -1 : real(descriptor, size);
+  return IsBroken("ftruncate", hasPart) ? -1 : Real<&ftruncate64>("ftruncate64")(descriptor, size);
 }
 
 int ftruncate(int descriptor, off_t size) noexcept { return ftruncate64(descriptor, size); }
 
 int rename(const char* from, const char* to) noexcept {
-  static const auto real = Real("rename", &rename);
   const auto hasPart = [&](const char* part) { return std::strstr(to, part) != nullptr; };
-  return IsBroken("rename", hasPart) ? -1 : real(from, to);
+  return IsBroken("rename", hasPart) ? -1 : Real<&rename>("rename")(from, to);
 }
 
 int poll(pollfd* states, nfds_t count, int limit) {
-  static const auto real = Real("poll", &poll);
-  static thread_local bool isTurn = false;
-  return limit != 0 && IsInterrupted(isTurn) ? -1 : real(states, count, limit);
+  return limit != 0 && IsInterrupted<&poll>() ? -1 : Real<&poll>("poll")(states, count, limit);
 }
 
 int epoll_wait(int descriptor, epoll_event* events, int count, int limit) {
-  static const auto real = Real("epoll_wait", &epoll_wait);
-  static thread_local bool isTurn = false;
-  return limit != 0 && IsInterrupted(isTurn) ? -1 : real(descriptor, events, count, limit);
+  return limit != 0 && IsInterrupted<&epoll_wait>()
+             ? -1
+             : Real<&epoll_wait>("epoll_wait")(descriptor, events, count, limit);
 }
 
 pid_t waitpid(pid_t child, int* status, int options) {
-  static const auto real = Real("waitpid", &waitpid);
-  static thread_local bool isTurn = false;
-  return (options & WNOHANG) == 0 && IsInterrupted(isTurn) ? -1 : real(child, status, options);
+  return (options & WNOHANG) == 0 && IsInterrupted<&waitpid>()
+             ? -1
+             : Real<&waitpid>("waitpid")(child, status, options);
 }
 }

@@ -12,78 +12,62 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
+#include <string_view>
 
 #include "tests/faults/Allocator.h"
 
 namespace {
-
-enum Call {
-  kOpen,
-  kRead,
-  kWrite,
-  kFsync,
-  kRename,
-  kSocket,
-  kBind,
-  kListen,
-  kGetsockname,
-  kSetsockopt,
-  kAccept4,
-  kConnect,
-  kRecv,
-  kSend,
-  kSendmsg,
-  kSendfile,
-  kPoll,
-  kEpollCreate1,
-  kEpollAdd,
-  kEpollWait,
-  kTimerfdCreate,
-  kEventfd,
-  kPthreadCreate,
-  kCalls
-};
 
 struct FailingSystemCall {
   const char* name;
   int code;
 };
 
-constexpr std::array<FailingSystemCall, kCalls> kFailingSystemCalls{{{"open", EMFILE},
-                                                                     {"read", EIO},
-                                                                     {"write", ENOSPC},
-                                                                     {"fsync", EIO},
-                                                                     {"rename", EIO},
-                                                                     {"socket", EMFILE},
-                                                                     {"bind", EADDRINUSE},
-                                                                     {"listen", EADDRINUSE},
-                                                                     {"getsockname", ENOBUFS},
-                                                                     {"setsockopt", ENOMEM},
-                                                                     {"accept4", EMFILE},
-                                                                     {"connect", ECONNREFUSED},
-                                                                     {"recv", ECONNRESET},
-                                                                     {"send", EPIPE},
-                                                                     {"sendmsg", EPIPE},
-                                                                     {"sendfile", EIO},
-                                                                     {"poll", ENOMEM},
-                                                                     {"epoll_create1", EMFILE},
-                                                                     {"epoll_ctl (add)", ENOSPC},
-                                                                     {"epoll_wait", EINTR},
-                                                                     {"timerfd_create", EMFILE},
-                                                                     {"eventfd", EMFILE},
-                                                                     {"pthread_create", EAGAIN}}};
+constexpr FailingSystemCall kFailingSystemCalls[] = {{"open", EMFILE},
+                                                     {"read", EIO},
+                                                     {"write", ENOSPC},
+                                                     {"fsync", EIO},
+                                                     {"rename", EIO},
+                                                     {"socket", EMFILE},
+                                                     {"bind", EADDRINUSE},
+                                                     {"listen", EADDRINUSE},
+                                                     {"getsockname", ENOBUFS},
+                                                     {"setsockopt", ENOMEM},
+                                                     {"accept4", EMFILE},
+                                                     {"connect", ECONNREFUSED},
+                                                     {"recv", ECONNRESET},
+                                                     {"send", EPIPE},
+                                                     {"sendmsg", EPIPE},
+                                                     {"sendfile", EIO},
+                                                     {"poll", ENOMEM},
+                                                     {"epoll_create1", EMFILE},
+                                                     {"epoll_ctl (add)", ENOSPC},
+                                                     {"epoll_wait", EINTR},
+                                                     {"timerfd_create", EMFILE},
+                                                     {"eventfd", EMFILE},
+                                                     {"pthread_create", EAGAIN}};
+constexpr std::size_t kCalls = std::size(kFailingSystemCalls);
 
 std::atomic<bool> g_isArmed = false;
 std::atomic<int> g_failingCall = -1;
 std::atomic<std::size_t> g_failingSystemPlace = 0;
-std::array<std::atomic<std::size_t>, kCalls> g_systemCounts{};
+std::atomic<std::size_t> g_systemCounts[kCalls];
 
-bool IsFailing(Call call) {
+/// The place in the table.
+consteval int CallOf(std::string_view name) {
+  int call = 0;
+  while (kFailingSystemCalls[call].name != name) {
+    ++call;
+  }
+  return call;
+}
+
+bool IsFailing(int call) {
   if (!g_isArmed || (++g_systemCounts[call] != g_failingSystemPlace) || g_failingCall != call) {
     return false;
   }
@@ -92,10 +76,18 @@ bool IsFailing(Call call) {
   return true;
 }
 
-/// The next one behind this program's.
-template <class Function>
-Function Behind(const char* name, Function) {
-  return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
+/// The next one of that name behind this program's.
+template <auto kOwn>
+auto Behind(const char* name) {
+  static const auto behind = reinterpret_cast<decltype(kOwn)>(::dlsym(RTLD_NEXT, name));
+  return behind;
+}
+
+/// The same for those that fail by -1.
+template <auto kOwn, class... Arguments>
+auto CallOrFail(int call, Arguments... arguments) {
+  const auto behind = Behind<kOwn>(kFailingSystemCalls[call].name);
+  return IsFailing(call) ? decltype(behind(arguments...)){-1} : behind(arguments...);
 }
 
 bool IsPipe(int descriptor) {
@@ -143,133 +135,117 @@ std::size_t faults::SystemCallsOf(const std::string& name) {
 extern "C" {
 
 int open(const char* path, int flags, ...) {
-  static const auto real = Behind("open", &open);
   va_list more;
   va_start(more, flags);
   const mode_t mode = ModeOf(flags, more);
   va_end(more);
-  return IsFailing(kOpen) ? -1 : real(path, flags, mode);
+  return IsFailing(CallOf("open")) ? -1 : Behind<&open>("open")(path, flags, mode);
 }
 
 int openat(int folder, const char* path, int flags, ...) {
-  static const auto real = Behind("openat", &openat);
   va_list more;
   va_start(more, flags);
   const mode_t mode = ModeOf(flags, more);
   va_end(more);
-  return IsFailing(kOpen) ? -1 : real(folder, path, flags, mode);
+  return IsFailing(CallOf("open")) ? -1 : Behind<&openat>("openat")(folder, path, flags, mode);
 }
 
 // An open pipe's has no way to fail; the signals of a loop come by one.
 ssize_t read(int descriptor, void* bytes, std::size_t size) {
-  static const auto real = Behind("read", &read);
-  return !IsPipe(descriptor) && IsFailing(kRead) ? -1 : real(descriptor, bytes, size);
+  return !IsPipe(descriptor) && IsFailing(CallOf("read"))
+             ? -1
+             : Behind<&read>("read")(descriptor, bytes, size);
 }
 
 ssize_t write(int descriptor, const void* bytes, std::size_t size) {
-  static const auto real = Behind("write", &write);
-  return !IsPipe(descriptor) && IsFailing(kWrite) ? -1 : real(descriptor, bytes, size);
+  return !IsPipe(descriptor) && IsFailing(CallOf("write"))
+             ? -1
+             : Behind<&write>("write")(descriptor, bytes, size);
 }
 
-int fsync(int) { return IsFailing(kFsync) ? -1 : 0; }
-int fdatasync(int) { return IsFailing(kFsync) ? -1 : 0; }
+int fsync(int) { return IsFailing(CallOf("fsync")) ? -1 : 0; }
+int fdatasync(int) { return IsFailing(CallOf("fsync")) ? -1 : 0; }
 
 int rename(const char* from, const char* to) noexcept {
-  static const auto real = Behind("rename", &rename);
-  return IsFailing(kRename) ? -1 : real(from, to);
+  return CallOrFail<&rename>(CallOf("rename"), from, to);
 }
 
 int socket(int domain, int type, int protocol) noexcept {
-  static const auto real = Behind("socket", &socket);
-  return IsFailing(kSocket) ? -1 : real(domain, type, protocol);
+  return CallOrFail<&socket>(CallOf("socket"), domain, type, protocol);
 }
 
 int bind(int descriptor, const sockaddr* address, socklen_t size) noexcept {
-  static const auto real = Behind("bind", &bind);
-  return IsFailing(kBind) ? -1 : real(descriptor, address, size);
+  return CallOrFail<&bind>(CallOf("bind"), descriptor, address, size);
 }
 
 int listen(int descriptor, int backlog) noexcept {
-  static const auto real = Behind("listen", &listen);
-  return IsFailing(kListen) ? -1 : real(descriptor, backlog);
+  return CallOrFail<&listen>(CallOf("listen"), descriptor, backlog);
 }
 
 int getsockname(int descriptor, sockaddr* address, socklen_t* size) noexcept {
-  static const auto real = Behind("getsockname", &getsockname);
-  return IsFailing(kGetsockname) ? -1 : real(descriptor, address, size);
+  return CallOrFail<&getsockname>(CallOf("getsockname"), descriptor, address, size);
 }
 
 int setsockopt(int descriptor, int level, int name, const void* value, socklen_t size) noexcept {
-  static const auto real = Behind("setsockopt", &setsockopt);
-  return IsFailing(kSetsockopt) ? -1 : real(descriptor, level, name, value, size);
+  return CallOrFail<&setsockopt>(CallOf("setsockopt"), descriptor, level, name, value, size);
 }
 
 int accept4(int descriptor, sockaddr* address, socklen_t* size, int flags) {
-  static const auto real = Behind("accept4", &accept4);
-  return IsFailing(kAccept4) ? -1 : real(descriptor, address, size, flags);
+  return CallOrFail<&accept4>(CallOf("accept4"), descriptor, address, size, flags);
 }
 
 int connect(int descriptor, const sockaddr* address, socklen_t size) {
-  static const auto real = Behind("connect", &connect);
-  return IsFailing(kConnect) ? -1 : real(descriptor, address, size);
+  return CallOrFail<&connect>(CallOf("connect"), descriptor, address, size);
 }
 
 ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags) {
-  static const auto real = Behind("recv", &recv);
-  return IsFailing(kRecv) ? -1 : real(descriptor, bytes, size, flags);
+  return CallOrFail<&recv>(CallOf("recv"), descriptor, bytes, size, flags);
 }
 
 ssize_t send(int descriptor, const void* bytes, std::size_t size, int flags) {
-  static const auto real = Behind("send", &send);
-  return IsFailing(kSend) ? -1 : real(descriptor, bytes, size, flags);
+  return CallOrFail<&send>(CallOf("send"), descriptor, bytes, size, flags);
 }
 
 ssize_t sendmsg(int descriptor, const msghdr* message, int flags) {
-  static const auto real = Behind("sendmsg", &sendmsg);
-  return IsFailing(kSendmsg) ? -1 : real(descriptor, message, flags);
+  return CallOrFail<&sendmsg>(CallOf("sendmsg"), descriptor, message, flags);
 }
 
 ssize_t sendfile64(int to, int from, off64_t* place, std::size_t size) noexcept {
-  static const auto real = Behind("sendfile64", &sendfile64);
-  return IsFailing(kSendfile) ? -1 : real(to, from, place, size);
+  return IsFailing(CallOf("sendfile")) ? -1
+                                       : Behind<&sendfile64>("sendfile64")(to, from, place, size);
 }
 
 int poll(pollfd* states, nfds_t count, int limit) {
-  static const auto real = Behind("poll", &poll);
-  return IsFailing(kPoll) ? -1 : real(states, count, limit);
+  return CallOrFail<&poll>(CallOf("poll"), states, count, limit);
 }
 
 int epoll_create1(int flags) noexcept {
-  static const auto real = Behind("epoll_create1", &epoll_create1);
-  return IsFailing(kEpollCreate1) ? -1 : real(flags);
+  return CallOrFail<&epoll_create1>(CallOf("epoll_create1"), flags);
 }
 
 // A change or a removal has no way to fail that a program can meet.
 int epoll_ctl(int descriptor, int operation, int watched, epoll_event* event) noexcept {
-  static const auto real = Behind("epoll_ctl", &epoll_ctl);
-  return operation == EPOLL_CTL_ADD && IsFailing(kEpollAdd)
+  return operation == EPOLL_CTL_ADD && IsFailing(CallOf("epoll_ctl (add)"))
              ? -1
-             : real(descriptor, operation, watched, event);
+             : Behind<&epoll_ctl>("epoll_ctl")(descriptor, operation, watched, event);
 }
 
 int epoll_wait(int descriptor, epoll_event* events, int count, int limit) {
-  static const auto real = Behind("epoll_wait", &epoll_wait);
-  return IsFailing(kEpollWait) ? -1 : real(descriptor, events, count, limit);
+  return CallOrFail<&epoll_wait>(CallOf("epoll_wait"), descriptor, events, count, limit);
 }
 
 int timerfd_create(int clock, int flags) noexcept {
-  static const auto real = Behind("timerfd_create", &timerfd_create);
-  return IsFailing(kTimerfdCreate) ? -1 : real(clock, flags);
+  return CallOrFail<&timerfd_create>(CallOf("timerfd_create"), clock, flags);
 }
 
 int eventfd(unsigned count, int flags) noexcept {
-  static const auto real = Behind("eventfd", &eventfd);
-  return IsFailing(kEventfd) ? -1 : real(count, flags);
+  return CallOrFail<&eventfd>(CallOf("eventfd"), count, flags);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
                    void* argument) {
-  static const auto real = Behind("pthread_create", &pthread_create);
-  return IsFailing(kPthreadCreate) ? EAGAIN : real(thread, attributes, run, argument);
+  return IsFailing(CallOf("pthread_create"))
+             ? EAGAIN
+             : Behind<&pthread_create>("pthread_create")(thread, attributes, run, argument);
 }
 }
