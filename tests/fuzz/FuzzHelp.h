@@ -59,6 +59,17 @@ class Input {
   std::string_view m_rest;
 };
 
+/// Has the parser that the first byte chooses, counted from `base`, take the others.
+template <std::size_t N>
+int TakeChosen(const std::uint8_t* data, std::size_t size,
+               void (*const (&parsers)[N])(std::string_view), char base = 0) {
+  if (size != 0) {
+    parsers[static_cast<std::uint8_t>(data[0] - base) % N](
+        {reinterpret_cast<const char*>(data) + 1, size - 1});
+  }
+  return 0;
+}
+
 /// A folder below $TMPDIR for the life of the program, removed at its end.
 class FuzzFolder {
  public:

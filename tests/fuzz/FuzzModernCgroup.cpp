@@ -1,6 +1,5 @@
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <string_view>
 
 #include "collect/modern/cgroup/ControlGroupFiles.h"
@@ -55,13 +54,9 @@ void TakeMounts(std::string_view text) {
 
 /// The first byte chooses the file, the others are its text.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size == 0) {
-    return 0;
-  }
   constexpr void (*kFiles[])(std::string_view) = {
       TakeCpu,     TakeGroupMemory,
       TakeGroupIo, TakeName,
       TakeMounts,  [](std::string_view text) { static_cast<void>(ParsePressure(text)); }};
-  kFiles[data[0] % std::size(kFiles)]({reinterpret_cast<const char*>(data) + 1, size - 1});
-  return 0;
+  return TakeChosen(data, size, kFiles);
 }

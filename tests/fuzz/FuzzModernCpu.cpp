@@ -1,9 +1,9 @@
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <string_view>
 #include <vector>
 
+#include "collect/modern/HostText.h"
 #include "collect/modern/cpu/CpuList.h"
 #include "collect/modern/cpu/Cpuinfo.h"
 #include "collect/modern/cpu/Interrupts.h"
@@ -11,15 +11,6 @@
 #include "tests/fuzz/FuzzHelp.h"
 
 namespace {
-
-template <class Take>
-void EachLine(std::string_view text, const Take& take) {
-  while (!text.empty()) {
-    const std::string_view line = text.substr(0, text.find('\n'));
-    take(line);
-    text.remove_prefix(line.size() < text.size() ? line.size() + 1 : line.size());
-  }
-}
 
 void TakeList(std::string_view text) {
   CpuSet processors;
@@ -29,7 +20,7 @@ void TakeList(std::string_view text) {
 }
 
 void TakeStat(std::string_view text) {
-  EachLine(text, [](std::string_view line) {
+  for (std::string_view line; NextTextLine(text, line);) {
     CpuTicks figures;
     if (ParseCpuStatLine(line, figures)) {
       Require(IsCpuLine(line) && figures.columns <= CpuTicks::kColumns);
@@ -37,7 +28,7 @@ void TakeStat(std::string_view text) {
     } else if (ParseCpuStatSum(line, figures)) {
       Require(IsCpuLine(line) && figures.columns <= CpuTicks::kColumns);
     }
-  });
+  }
 }
 
 void TakeInterrupts(std::string_view text) {
@@ -48,13 +39,15 @@ void TakeInterrupts(std::string_view text) {
   Require(processors.size() <= kMostProcessors);
   std::vector<std::uint64_t> sums(processors.size());
   std::vector<std::uint64_t> counts(processors.size());
-  EachLine(text, [&](std::string_view line) { AddInterruptLine(line, sums, counts); });
+  for (std::string_view line; NextTextLine(text, line);) {
+    AddInterruptLine(line, sums, counts);
+  }
 }
 
 void TakeCpuinfo(std::string_view text) {
   CpuinfoBlock block;
   CpuinfoClock clock;
-  EachLine(text, [&block, &clock](std::string_view line) {
+  for (std::string_view line; NextTextLine(text, line);) {
     TakeCpuinfoClock(line, clock);
     Require(!IsTold(clock.megahertz) || clock.megahertz >= 0);
     if (IsProcessorLine(line)) {
@@ -63,7 +56,7 @@ void TakeCpuinfo(std::string_view text) {
     }
     TakeCpuinfoLine(line, block);
     Require(block.type.back() == '\0');
-  });
+  }
   NameByPart(block);
   Require(block.type.back() == '\0');
 }
@@ -72,10 +65,6 @@ void TakeCpuinfo(std::string_view text) {
 
 /// The first byte chooses the file, the others are its text.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size == 0) {
-    return 0;
-  }
   constexpr void (*kFiles[])(std::string_view) = {TakeList, TakeStat, TakeInterrupts, TakeCpuinfo};
-  kFiles[data[0] % std::size(kFiles)]({reinterpret_cast<const char*>(data) + 1, size - 1});
-  return 0;
+  return TakeChosen(data, size, kFiles);
 }

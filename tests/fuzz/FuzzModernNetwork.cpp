@@ -1,6 +1,5 @@
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -11,18 +10,15 @@
 #include "collect/modern/network/NetDev.h"
 #include "collect/modern/network/NetlinkAddresses.h"
 #include "collect/modern/network/SocketFiles.h"
+#include "tests/fuzz/FuzzHelp.h"
 
 namespace {
 
 void TakeNetDev(std::string_view text) {
   static_cast<void>(LinkFlagsOf({text, text, text, text}));
-  while (!text.empty()) {
-    const std::string_view line = text.substr(0, text.find('\n'));
+  for (std::string_view line; NextTextLine(text, line);) {
     NetDevRow row;
-    if (ParseNetDevLine(line, row) && (row.name.empty() || row.name.size() > 39)) {
-      std::abort();
-    }
-    text.remove_prefix(line.size() < text.size() ? line.size() + 1 : line.size());
+    Require(!ParseNetDevLine(line, row) || (!row.name.empty() && row.name.size() <= 39));
   }
 }
 
@@ -44,21 +40,15 @@ void TakeNetlink(std::string_view bytes) {
   VisitDatagrams(bytes, [&tables](const std::vector<unsigned char>& room) {
     static_cast<void>(ParseNetlinkAnswer(room, 1, tables));
   });
-  if (tables.details.size() != tables.links.size()) {
-    std::abort();
-  }
+  Require(tables.details.size() == tables.links.size());
   for (const NetlinkDetails& details : tables.details) {
     static_cast<void>(HardwareText(details.hardware.data(), details.hardwareBytes));
-    if (details.toldStatistics > details.statistics.size()) {
-      std::abort();
-    }
+    Require(details.toldStatistics <= details.statistics.size());
   }
   JoinAddresses(tables);
   for (const NetlinkLink& link : tables.links) {
-    if (FindLink(tables, link.name.data()) == nullptr &&
-        std::memchr(link.name.data(), '\0', link.name.size()) != nullptr) {
-      std::abort();
-    }
+    Require(FindLink(tables, link.name.data()) != nullptr ||
+            std::memchr(link.name.data(), '\0', link.name.size()) == nullptr);
   }
 }
 
@@ -67,9 +57,7 @@ void TakeSockDiag(std::string_view bytes) {
   VisitDatagrams(bytes, [&answer](const std::vector<unsigned char>& room) {
     static_cast<void>(ParseSockDiag(room, 1, answer));
   });
-  if (answer.states.brief > answer.states.sockets[5]) {
-    std::abort();
-  }
+  Require(answer.states.brief <= answer.states.sockets[5]);
 }
 
 void TakeSocketFiles(std::string_view text) {
@@ -77,16 +65,13 @@ void TakeSocketFiles(std::string_view text) {
   ParseSocketCounters(text, figures);
   AddUdp6Counters(text, figures);
   ParseSockstat(text, 4096, figures);
-  if (figures.tcp4InUse < 0 || figures.activeOpens < 0 || figures.datagramsIn < 0) {
-    std::abort();
-  }
+  Require(!(figures.tcp4InUse < 0 || figures.activeOpens < 0 || figures.datagramsIn < 0));
   TcpStates states;
   Inet6Address address;
   for (std::string_view line; NextTextLine(text, line);) {
     CountTcpLine(line, states);
-    if (ParseInet6Line(line, address) && (address.address.empty() || address.interface.empty())) {
-      std::abort();
-    }
+    Require(!ParseInet6Line(line, address) ||
+            !(address.address.empty() || address.interface.empty()));
   }
 }
 
@@ -95,23 +80,7 @@ void TakeSocketFiles(std::string_view text) {
 /// The first byte chooses text of /proc/net/dev and of /sys/class/net, datagrams that tell links
 /// and addresses, datagrams that tell sockets, or text of the other files of /proc/net.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size == 0) {
-    return 0;
-  }
-  const std::string_view rest(reinterpret_cast<const char*>(data) + 1, size - 1);
-  switch (data[0] % 4) {
-    case 0:
-      TakeNetDev(rest);
-      break;
-    case 1:
-      TakeNetlink(rest);
-      break;
-    case 2:
-      TakeSockDiag(rest);
-      break;
-    default:
-      TakeSocketFiles(rest);
-      break;
-  }
-  return 0;
+  constexpr void (*kParsers[])(std::string_view) = {TakeNetDev, TakeNetlink, TakeSockDiag,
+                                                    TakeSocketFiles};
+  return TakeChosen(data, size, kParsers);
 }

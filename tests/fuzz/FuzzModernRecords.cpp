@@ -1,7 +1,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -61,11 +60,7 @@ void TakeSensorWords(std::string_view text) {
 
 /// The first byte chooses the parser, the others are its text.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size == 0) {
-    return 0;
-  }
   constexpr void (*kFiles[])(std::string_view) = {TakePressure, TakeDiskTexts, TakeSensorFiles,
                                                   TakeSensorWords};
-  kFiles[data[0] % std::size(kFiles)]({reinterpret_cast<const char*>(data) + 1, size - 1});
-  return 0;
+  return TakeChosen(data, size, kFiles);
 }

@@ -1,6 +1,5 @@
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -65,9 +64,6 @@ void TakeHostFacts(std::string_view text) {
 
 /// The first byte, a digit in the seeds, chooses the file, the others are its text.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size == 0) {
-    return 0;
-  }
   constexpr void (*kFiles[])(std::string_view) = {
       TakeDiskstats,
       TakeNFS,
@@ -79,7 +75,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       [](std::string_view text) { static_cast<void>(ParseSnmp6(text)); },
       TakeMemory,
       TakeHostFacts};
-  const auto file = static_cast<std::uint8_t>(data[0] - '0');
-  kFiles[file % std::size(kFiles)]({reinterpret_cast<const char*>(data) + 1, size - 1});
-  return 0;
+  return TakeChosen(data, size, kFiles, '0');
 }
