@@ -42,63 +42,39 @@ class GroupedRecordsTest : public ProcessRecordFixture {
                 .commandLine = ""});
     Collect();
   }
+  /// The servers' rows of both samples of one record, with a look between them that must not count.
+  /// `apart` tells that the shell has a row of its own, the first.
   template <class Row>
-  static void Put(Row& row, std::uint32_t count, tagUTIME user, tagUTIME system, float cpu,
-                  std::uint32_t faulty) {
-    row.processCount = count;
-    row.userCpu = user;
-    row.systemCpu = system;
-    row.cpuPercent = cpu;
-    row.majorFaults = 14 * faulty;
-    row.minorFaults = 1012 * faulty;
-  }
-  /// Both samples of one record, with a look between them that must not count. `key` puts the key
-  /// of the servers' row; `apart` tells that the shell has a row of its own, the first.
-  template <class Row, class PutKey>
-  void ExpectBothSamples(Builder builder, bool apart, PutKey key) {
+  void ExpectBothSamples(Builder builder, bool apart) {
+    const std::string name = RecordTraits<Row>::kName;
+    Asker schedule(name, '3', {.realtime = 0, .calcRates = 1});
+    Asker look(name, '3', {.realtime = 1, .calcRates = 0});
+    const auto expectLast = [&](Asker& asker, std::size_t count, const char* sample) {
+      const std::vector<Row> rows = Rows<Row>(builder, asker);
+      ASSERT_EQ(rows.size(), count);
+      ExpectTable(rows.back(), ("grouped/" + name + sample).c_str());
+    };
+    const std::size_t both = apart ? 2 : 1;
     TakeFirstSample();
-    Asker schedule(RecordTraits<Row>::kName, '3', {.realtime = 0, .calcRates = 1});
-    Asker look(RecordTraits<Row>::kName, '3', {.realtime = 1, .calcRates = 0});
-    std::vector<Row> rows = Rows<Row>(builder, schedule);
-    ASSERT_EQ(rows.size(), apart ? 2U : 1U);
-    Row expected = NewRow<Row>(1'700'000'000);
-    key(expected);
-    Put(expected, apart ? 2 : 3, {apart ? 6 : 7, 0}, {3, 500000}, apart ? 0.475F : 0.525F,
-        apart ? 2 : 3);
-    expected.realMemKbytes = 4000;
-    expected.virtualMemKbytes = 8000;
-    ExpectSameBytes(rows.back(), expected);
+    expectLast(schedule, both, "-first.tsv");
     s_now += 5;
-    EXPECT_EQ(Rows<Row>(builder, look).size(), rows.size());
+    EXPECT_EQ(Rows<Row>(builder, look).size(), both);
     s_now -= 5;
-
     TakeSecondSample();
-    rows = Rows<Row>(builder, schedule);
-    ASSERT_EQ(rows.size(), 1U);
-    expected.recordTime = 1'700'000'010;
-    Put(expected, 2, {6, 0}, {1, 0}, 45, 1);
-    ExpectSameBytes(rows.back(), expected);
-    rows = Rows<Row>(builder, look);
-    ASSERT_EQ(rows.size(), 1U);
-    Put(expected, 2, {11, 0}, {4, 0}, (100 * 13.0F / 1010 + 40) / 2, 2);
-    ExpectSameBytes(rows.back(), expected);
-    EXPECT_EQ(Lines(std::string("Created 1 ") + RecordTraits<Row>::kName), apart ? 2U : 4U);
+    expectLast(schedule, 1, "-second.tsv");
+    expectLast(look, 1, "-look.tsv");
+    EXPECT_EQ(Lines("Created 1 " + name), apart ? 2U : 4U);
   }
 };
 
 TEST_F(GroupedRecordsTest, ProgramsOfTwoSamples) {
-  ExpectBothSamples<recordPD_PGM>(&RecordBuilder::BuildPD_PGM, true,
-                                  [](auto& row) { row.program = "httpd"; });
+  ExpectBothSamples<recordPD_PGM>(&RecordBuilder::BuildPD_PGM, true);
 }
 TEST_F(GroupedRecordsTest, TerminalsOfTwoSamples) {
-  ExpectBothSamples<recordPD_TERM>(&RecordBuilder::BuildPD_TERM, false,
-                                   [](auto& row) { row.terminal = "??"; });
+  ExpectBothSamples<recordPD_TERM>(&RecordBuilder::BuildPD_TERM, false);
 }
 TEST_F(GroupedRecordsTest, UsersOfTwoSamples) {
-  ExpectBothSamples<recordPD_USER>(&RecordBuilder::BuildPD_USER, true, [](auto& row) {
-    row.userId = 33;
-    row.user = "www";
-  });
+  ExpectBothSamples<recordPD_USER>(&RecordBuilder::BuildPD_USER, true);
 }
 
 TEST_F(GroupedRecordsTest, RowsComeInTheOrderOfTheirKeys) {
@@ -169,7 +145,9 @@ TEST_F(GroupedRecordsTest, AnEndedProcessCountsOnceAndOnlyWhereItIsWanted) {
     if (wanted) {
       recordPD_PGM expected = NewRow<recordPD_PGM>(static_cast<std::int32_t>(s_now));
       expected.program = "job";
-      Put(expected, 1, {0, 0}, {0, 500000}, 2.5F, 0);
+      expected.processCount = 1;
+      expected.systemCpu = tagUTIME{0, 500000};
+      expected.cpuPercent = 2.5F;
       expected.totalIoOps = 2;
       expected.totalIoKbytes = 10;
       ExpectSameBytes(rows.front(), expected);
