@@ -21,21 +21,11 @@
 #include "collect/nfs/NFSSource.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "collect/system/SystemSourceLINUX.h"
-#include "node/FigureRegistry.h"
 #include "support/HostProfile.h"
 #include "tests/collect/CollectFixture.h"
+#include "tests/scripted/Figures.h"
 
 namespace {
-
-double FigureOf(const std::string& name) {
-  for (const Figure& figure : FigureRegistry::Instance().Figures()) {
-    if (figure.name == name) {
-      return figure.read();
-    }
-  }
-  ADD_FAILURE() << "no figure " << name;
-  return -1.0;
-}
 
 class CollectorTest : public CollectFixture {
  protected:

@@ -24,14 +24,6 @@ namespace {
 namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
-std::string Repeated(const std::string& text, int count) {
-  std::string all;
-  for (int i = 0; i < count; ++i) {
-    all += text;
-  }
-  return all;
-}
-
 TEST(ApplicationMonitorTest, ARangeIsOneNumberOrTwo) {
   const struct {
     const char* text;

@@ -6,14 +6,6 @@
 
 namespace {
 
-std::string Repeated(const std::string& text, int times) {
-  std::string all;
-  for (int i = 0; i < times; ++i) {
-    all += text;
-  }
-  return all;
-}
-
 TEST(RegExp, MatchesAsGivenAndReportsEachFailedCompilation) {
   struct Case {
     std::string pattern;

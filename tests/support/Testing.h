@@ -58,6 +58,14 @@ inline std::string FileText(const std::filesystem::path& path) {
   return parts;
 }
 
+[[nodiscard]] inline std::string Repeated(const std::string& text, int times) {
+  std::string all;
+  for (int i = 0; i < times; ++i) {
+    all += text;
+  }
+  return all;
+}
+
 /// Asks every few milliseconds until the condition holds; whether it does in the end.
 template <class Condition>
 [[nodiscard]] bool WaitUntil(const Condition& condition,

@@ -3,10 +3,10 @@
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/process/ProcessText.h"
-#include "node/FigureRegistry.h"
 #include "support/HostProfile.h"
 #include "tests/collect/CollectFixture.h"
 #include "tests/collect/ProcessRows.h"
+#include "tests/scripted/Figures.h"
 
 namespace {
 
@@ -348,14 +348,6 @@ TEST_F(ModernProcessSourceTest, AnIoThatMayNotBeReadIsCounted) {
   WriteProcess(*m_host, "/proc/21", Worker(21));
   std::filesystem::permissions(m_host->Path("/"), std::filesystem::perms{0755});
   std::filesystem::permissions(m_host->Path("/proc/20/io"), std::filesystem::perms{0});
-  const auto figure = [](const std::string& name) {
-    for (const Figure& one : FigureRegistry::Instance().Figures()) {
-      if (one.name == name) {
-        return one.read();
-      }
-    }
-    return -1.0;
-  };
   std::vector<Process> rows;
   {
     const WithoutRights unprivileged;
@@ -367,7 +359,7 @@ TEST_F(ModernProcessSourceTest, AnIoThatMayNotBeReadIsCounted) {
   EXPECT_FALSE(rows[1].modern.isIoUnknown);
   EXPECT_EQ(rows[0].modern.heapKB, 6291456U);
   EXPECT_EQ(rows[1].writes, 20U);
-  EXPECT_EQ(figure("collect_process_io_denied"), 1);
+  EXPECT_EQ(FigureOf("collect_process_io_denied"), 1);
   // A process that hides its files is there all the same.
   std::filesystem::permissions(m_host->Path("/proc/20/stat"), std::filesystem::perms{0});
   {
@@ -375,7 +367,7 @@ TEST_F(ModernProcessSourceTest, AnIoThatMayNotBeReadIsCounted) {
     EXPECT_EQ(Read().size(), 1U);
   }
   EXPECT_EQ(ModernProcessSource::Skipped(), 1U);
-  EXPECT_EQ(figure("collect_process_io_denied"), 0);
+  EXPECT_EQ(FigureOf("collect_process_io_denied"), 0);
   EXPECT_EQ(Lines("A process has no row"), 1U);
 }
 

@@ -8,13 +8,13 @@
 #include "collect/modern/process/KeptParts.h"
 #include "collect/modern/process/ProcessCount.h"
 #include "collect/modern/process/TaskIterator.h"
-#include "node/FigureRegistry.h"
 #include "support/Descriptor.h"
 #include "support/HostProfile.h"
 #include "support/ProductOptions.h"
 #include "tests/collect/CollectFixture.h"
 #include "tests/collect/ProcessRows.h"
 #include "tests/collect/modern/TaskFile.h"
+#include "tests/scripted/Figures.h"
 
 namespace {
 
@@ -317,14 +317,7 @@ TEST_F(TaskSourceTest, KeptMemoryIsBoundedAndFreed) {
   }
   WriteTasks(tasks);
   EXPECT_EQ(Collect(COLLECT_PROCESS_LIMITS).at(99).GetCmdline(), std::string(120, 'x'));
-  const auto figure = [] {
-    for (const Figure& one : FigureRegistry::Instance().Figures()) {
-      if (one.name == "collect_process_kept_bytes") {
-        return one.read();
-      }
-    }
-    return -1.0;
-  };
+  const auto figure = [] { return FigureOf("collect_process_kept_bytes"); };
   EXPECT_GT(figure(), 100 * 1023.0);
   EXPECT_LT(figure(), 100 * 6144.0);
   Choose("proc", "10");

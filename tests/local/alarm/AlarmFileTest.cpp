@@ -46,14 +46,6 @@ std::string FaultsOf(const std::string& text) {
   return all;
 }
 
-std::string Repeated(int count, const std::string& line) {
-  std::string text;
-  for (int i = 0; i < count; ++i) {
-    text += line;
-  }
-  return text;
-}
-
 TEST(AlarmFileTest, EachFaultIsToldWithItsLine) {
   const std::string good = "alarm = a\nrecord = FAKE\ncondition = Count > 1\n";
   const struct {
@@ -101,8 +93,8 @@ TEST(AlarmFileTest, EachFaultIsToldWithItsLine) {
       {good + "where = Label ~ *********\n", "4: a condition has"},
       {"alarm = a\nrecord = AGENT\ncondition = Skipped Times > 0\n", ""},
       {good + "record = IDLE\n", "4: the alarm has a record already, in line 2"},
-      {good + Repeated(15, "condition = Count > 1\n"), ""},
-      {good + Repeated(16, "condition = Count > 1\n"), "19: there are more than 16 lines \"cond"},
+      {good + Repeated("condition = Count > 1\n", 15), ""},
+      {good + Repeated("condition = Count > 1\n", 16), "19: there are more than 16 lines \"cond"},
       {good + "where = Label = " + std::string(249, 'x') + "\n", "4: a condition has 256 bytes"},
       {good + "text = a } b\n", "4: a \"}\" has no \"{\""},
       {good + std::string("for = 5m\0\n", 10), "4: the line holds a NUL byte"},
