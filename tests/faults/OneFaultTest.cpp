@@ -210,6 +210,7 @@ TEST_F(OneFaultTest, AnAllocationOfAFollowedSchedule) {
     if (walk.exitValue == 0) {
       EXPECT_GE(walk.followed, WalkResult::kFollowed);
     }
+    EXPECT_FALSE(IsTold(walk, "within a transaction"));
   });
 }
 
