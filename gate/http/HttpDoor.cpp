@@ -1,5 +1,7 @@
 #include "gate/http/HttpDoor.h"
 
+#include <poll.h>
+
 #include <cerrno>
 #include <exception>
 #include <string>
@@ -11,6 +13,12 @@ constexpr int kAcceptsAtOnce = 32;
 constexpr std::chrono::milliseconds kSweepPause{100};
 /// So long a refused visitor has for taking the answer.
 constexpr std::chrono::milliseconds kLeaveTime{1000};
+
+/// Whether the peer sends nothing more than what is in the socket.
+bool HasPeerEnded(int descriptor) {
+  ::pollfd wait{descriptor, POLLRDHUP, 0};
+  return ::poll(&wait, 1, 0) > 0;
+}
 
 }  // namespace
 
@@ -136,6 +144,8 @@ void HttpDoor::WaitFor(const VisitorPtr& visitor) {
 void HttpDoor::Look(const VisitorPtr& visitor) {
   std::string bytes(m_settings.head.maxBytes, '\0');
   const int descriptor = visitor->socket.Get();
+  // Before the bytes are read, so that they are all that came.
+  const bool isAll = HasPeerEnded(descriptor);
   const ssize_t size = ::recv(descriptor, bytes.data(), bytes.size(),
                               MSG_DONTWAIT | (visitor->isLeaving ? 0 : MSG_PEEK));
   if (size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR)) {
@@ -148,7 +158,10 @@ void HttpDoor::Look(const VisitorPtr& visitor) {
   }
   const std::string_view head(bytes.data(), static_cast<std::size_t>(size));
   const HeadVerdict verdict = JudgeHead(head, m_settings.head);
-  if (verdict.status == HeadVerdict::kIncomplete) {
+  if (verdict.status == HeadVerdict::kIncomplete && isAll) {
+    // Its socket is readable for good: a wait would end at once, again and again.
+    m_visitors.remove(visitor);
+  } else if (verdict.status == HeadVerdict::kIncomplete) {
     // What has been looked at stays in the socket: only more than that is worth another look.
     const int more = static_cast<int>(size) + 1;
     ::setsockopt(descriptor, SOL_SOCKET, SO_RCVLOWAT, &more, sizeof more);

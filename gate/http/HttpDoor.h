@@ -28,8 +28,8 @@ struct HttpDoorSettings {
 };
 
 /// Where the HTTP server's connections wait until the head of their request is there: it is looked
-/// at and left in the socket. Who sends what is no request is told so at once. Who sends nothing
-/// gives way to newer ones. For one thread.
+/// at and left in the socket. Who sends what is no request is told so at once, and who ends before
+/// the head does is gone at once. Who sends nothing gives way to newer ones. For one thread.
 class HttpDoor {
  public:
   /// Takes a connection whose request may be served.

@@ -45,6 +45,8 @@ class HttpClient {
            const std::string& method = "GET") {
     return Send(method + ' ' + path + " HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n");
   }
+  /// Nothing more is sent; an answer can still be received.
+  void EndSending() { ::shutdown(m_socket.Get(), SHUT_WR); }
   /// All up to the end of the connection, or up to `mark`.
   std::string Receive(const std::string& mark = "") {
     char piece[65536];

@@ -139,6 +139,28 @@ TEST_F(HttpServerTest, WhoSendsNothingGivesWayAndWhatIsNoRequestIsToldAtOnce) {
   EXPECT_TRUE(isSoon());
 }
 
+TEST_F(HttpServerTest, WhoEndsWithinItsHeadIsGoneAtOnce) {
+  const auto begin = std::chrono::steady_clock::now();
+  Serve([&] {
+    const auto lastWords = [&](const std::string& text, milliseconds pause) {
+      HttpClient client(address);
+      client.Send(text);
+      std::this_thread::sleep_for(pause);
+      client.EndSending();
+      return client.Receive();
+    };
+    const std::string whole = "GET / HTTP/1.1\r\nHost: localhost\r\n\r\n";
+    // The end comes with the bytes, or while more of them are waited for.
+    for (const milliseconds pause : {milliseconds(0), milliseconds(50)}) {
+      EXPECT_EQ(lastWords("", pause), "");
+      EXPECT_EQ(lastWords("G", pause), "");
+      EXPECT_EQ(lastWords(whole.substr(0, whole.size() - 1), pause), "");
+      EXPECT_THAT(lastWords(whole, pause), HasSubstr("healthy"));
+    }
+  });
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(4500));
+}
+
 TEST_F(HttpServerTest, AnAddressThatCannotBeHadIsTold) {
   GateLoop loop;
   HttpServer first(loop, [](const auto&) {});
