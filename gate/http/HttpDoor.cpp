@@ -2,7 +2,9 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <exception>
 #include <string>
 #include <utility>
@@ -10,6 +12,8 @@
 namespace {
 
 constexpr int kAcceptsAtOnce = 32;
+/// So many shares the places have.
+constexpr std::size_t kDoorShares = 4;
 constexpr std::chrono::milliseconds kSweepPause{100};
 /// So long a refused visitor has for taking the answer.
 constexpr std::chrono::milliseconds kLeaveTime{1000};
@@ -30,6 +34,7 @@ struct HttpDoor::Visitor {
   LoopDescriptor socket;
   ::sockaddr_storage peer{};
   ::socklen_t peerSize = 0;
+  std::string key;  ///< of the share that it takes a part of
   Clock::time_point since = Clock::now();
   bool isReady = false;    ///< waits for room only
   bool isLeaving = false;  ///< has been refused
@@ -98,12 +103,19 @@ bool HttpDoor::MakePlace() {
   }
   const Clock::time_point latest = Clock::now() - m_settings.patience;
   for (auto place = m_visitors.begin(); place != m_visitors.end(); ++place) {
-    if (!(*place)->isReady && (*place)->since <= latest) {
+    const Visitor& visitor = **place;
+    if (visitor.since <= latest && (!visitor.isReady || HasItsShare(visitor.key))) {
       m_visitors.erase(place);
       return true;
     }
   }
   return false;
+}
+
+bool HttpDoor::HasItsShare(const std::string& key) const {
+  const auto count = std::ranges::count_if(
+      m_visitors, [&](const VisitorPtr& visitor) { return visitor->key == key; });
+  return !key.empty() && count >= static_cast<std::ptrdiff_t>(m_settings.maxVisitors / kDoorShares);
 }
 
 template <class Action>
@@ -121,6 +133,7 @@ void HttpDoor::Admit(Descriptor socket, const ::sockaddr_storage& peer, ::sockle
   const auto visitor = std::make_shared<Visitor>(m_loop, std::move(socket));
   visitor->peer = peer;
   visitor->peerSize = peerSize;
+  visitor->key = m_settings.shareKey(reinterpret_cast<const ::sockaddr&>(peer));
   m_visitors.push_back(visitor);
   Guarded(visitor, [&] {
     WatchTime();
@@ -219,6 +232,15 @@ void HttpDoor::OnRoom() {
   }
 }
 
+void HttpDoor::OfferRoomAgain() {
+  const auto waiting =
+      std::ranges::find_if(m_visitors, [](const VisitorPtr& visitor) { return visitor->isReady; });
+  if (waiting != m_visitors.end()) {
+    const VisitorPtr visitor = *waiting;
+    OfferRoom(visitor);
+  }
+}
+
 void HttpDoor::WatchTime() {
   if (m_isTimed) {
     return;
@@ -237,6 +259,8 @@ void HttpDoor::Sweep() {
   });
   if (!m_visitors.empty()) {
     WatchTime();
+    // Who is inside and says nothing gives way by that alone, as nothing else happens there.
+    OfferRoomAgain();
   }
   if (std::exchange(m_isPaused, false)) {
     Accept();

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "gate/http/HttpHead.h"
+#include "gate/http/ListenSocket.h"
 #include "io/LoopDescriptor.h"
 #include "io/LoopTimer.h"
 #include "support/Descriptor.h"
@@ -25,11 +26,14 @@ struct HttpDoorSettings {
   std::chrono::milliseconds patience{1000};
   /// A visitor whose request is not there by then is sent away.
   std::chrono::milliseconds deadline{10000};
+  /// Whose share of the places, a quarter, a visitor takes; empty for nobody's.
+  std::function<std::string(const ::sockaddr& peer)> shareKey = ShareKey;
 };
 
 /// Where the HTTP server's connections wait until the head of their request is there: it is looked
 /// at and left in the socket. Who sends what is no request is told so at once, and who ends before
-/// the head does is gone at once. Who sends nothing gives way to newer ones. For one thread.
+/// the head does is gone at once. Who sends nothing gives way to newer ones, and so does who has
+/// more than a share of the places. For one thread.
 class HttpDoor {
  public:
   /// Takes a connection whose request may be served.
@@ -63,6 +67,10 @@ class HttpDoor {
   void Accept();
   /// False while all places are held by those who are to be patient with.
   [[nodiscard]] bool MakePlace();
+  /// Whether one is at the door as often as it may be while others wait.
+  [[nodiscard]] bool HasItsShare(const std::string& key) const;
+  /// Asks for room for who waits for it longest.
+  void OfferRoomAgain();
   void Admit(Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t peerSize);
   void WaitFor(const VisitorPtr& visitor);
   /// Removes the visitor where that throws.

@@ -114,7 +114,7 @@ class HttpServer::Library {
       const Clock::time_point now = Clock::now();
       const ::sockaddr* peer = PeerOf(connection);
       self.m_connections[connection] = {now, now + self.m_settings.deadline, descriptor,
-                                        peer == nullptr ? "" : PeerKey(*peer)};
+                                        peer == nullptr ? "" : self.m_settings.shareKey(*peer)};
     } catch (...) {
       // Without its deadline it may not stay.
       ::shutdown(descriptor, SHUT_RDWR);
@@ -284,7 +284,8 @@ HttpServer::HttpServer(IoLoop& loop, Handler handler, HttpSettings settings)
           HttpDoorSettings{.head = m_settings.head,
                            .looks = !m_settings.isTls,
                            .maxVisitors = m_settings.maxConnections,
-                           .deadline = m_settings.deadline},
+                           .deadline = m_settings.deadline,
+                           .shareKey = m_settings.shareKey},
           [this](const ::sockaddr_storage& peer) { return HasRoom(peer); },
           [this](Descriptor socket, const ::sockaddr_storage& peer, ::socklen_t size) {
             Enter(std::move(socket), peer, size);
@@ -300,13 +301,10 @@ void HttpServer::SetHostNames(std::vector<std::string> names) {
 bool HttpServer::HasRoom(const ::sockaddr_storage& peer) {
   constexpr unsigned kShareOfOne = 4;
   if (m_connections.size() < m_settings.maxConnections) {
-    const auto& address = reinterpret_cast<const ::sockaddr&>(peer);
-    const std::string key = PeerKey(address);
-    // Behind the loopback a proxy may stand for many.
-    return IsLoopbackAddress(address) ||
-           std::ranges::count_if(m_connections, [&](const auto& entry) {
-             return entry.second.peer == key;
-           }) < static_cast<std::ptrdiff_t>(m_settings.maxConnections / kShareOfOne);
+    const std::string key = m_settings.shareKey(reinterpret_cast<const ::sockaddr&>(peer));
+    return key.empty() || std::ranges::count_if(m_connections, [&](const auto& entry) {
+                            return entry.second.peer == key;
+                          }) < static_cast<std::ptrdiff_t>(m_settings.maxConnections / kShareOfOne);
   }
   if (m_settings.isTls) {
     EndSilentConnection();

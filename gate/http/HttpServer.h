@@ -11,6 +11,7 @@
 
 #include "gate/http/HttpDoor.h"
 #include "gate/http/HttpExchange.h"
+#include "gate/http/ListenSocket.h"
 #include "io/IoLoop.h"
 #include "io/LoopDescriptor.h"
 #include "io/LoopTimer.h"
@@ -30,6 +31,8 @@ struct HttpSettings {
   std::chrono::milliseconds answerTime{30000};
   /// Called before each connection, where it is set.
   std::function<void()> onConnection;
+  /// Whose share of the connections a peer takes: a quarter, and no more; empty for nobody's.
+  std::function<std::string(const ::sockaddr& peer)> shareKey = ShareKey;
   bool isTls = false;  ///< with the certificate that TlsCertificate has in use
 };
 
@@ -66,7 +69,7 @@ class HttpServer {
     std::chrono::steady_clock::time_point since;
     std::chrono::steady_clock::time_point end;
     int descriptor = -1;
-    std::string peer;  ///< as PeerKey has it
+    std::string peer;  ///< the key of its share
     bool hasRequest = false;
     bool isSuspended = false;  ///< until its answer, or more of it, is there
   };

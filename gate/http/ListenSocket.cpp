@@ -64,6 +64,10 @@ std::string PeerKey(const ::sockaddr& address) {
   return {reinterpret_cast<const char*>(&inet6.sin6_addr), kNetworkBytes};
 }
 
+std::string ShareKey(const ::sockaddr& address) {
+  return IsLoopbackAddress(address) ? "" : PeerKey(address);
+}
+
 std::string AddressText(const ::sockaddr& address) {
   std::array<char, NI_MAXHOST> host{};
   const ::socklen_t size =

@@ -19,5 +19,9 @@
 /// What tells one host from another: of IPv6 the network.
 [[nodiscard]] std::string PeerKey(const ::sockaddr& address);
 
+/// The same of who may have but a share of a server's places; empty for the loopback, behind which
+/// a proxy may stand for many.
+[[nodiscard]] std::string ShareKey(const ::sockaddr& address);
+
 /// An address of IPv4 or IPv6 as text, without the port; empty if it can't be told.
 [[nodiscard]] std::string AddressText(const ::sockaddr& address);

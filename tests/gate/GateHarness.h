@@ -15,9 +15,15 @@
 #include "tests/support/Testing.h"
 
 /// A connection to that address's port on the loopback, which waits ten seconds at most; closed
-/// where there is none.
-inline Descriptor ConnectLoopback(const std::string& address) {
+/// where there is none. `from`: the address that it comes from, another one of the loopback's.
+inline Descriptor ConnectLoopback(const std::string& address, ::in_addr_t from = INADDR_LOOPBACK) {
   Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  ::sockaddr_in own{};
+  own.sin_family = AF_INET;
+  own.sin_addr.s_addr = htonl(from);
+  if (from != INADDR_LOOPBACK) {
+    EXPECT_EQ(::bind(socket.Get(), reinterpret_cast<::sockaddr*>(&own), sizeof own), 0);
+  }
   ::sockaddr_in peer{};
   peer.sin_family = AF_INET;
   peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -34,7 +40,8 @@ inline Descriptor ConnectLoopback(const std::string& address) {
 /// A client's connection.
 class HttpClient {
  public:
-  explicit HttpClient(const std::string& address) : m_socket(ConnectLoopback(address)) {
+  explicit HttpClient(const std::string& address, ::in_addr_t from = INADDR_LOOPBACK)
+      : m_socket(ConnectLoopback(address, from)) {
     EXPECT_TRUE(m_socket.IsOpen()) << address;
   }
   bool Send(const std::string& text) {

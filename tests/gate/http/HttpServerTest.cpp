@@ -1,6 +1,8 @@
+#include <atomic>
 #include <list>
 
 #include "gate/http/HttpServer.h"
+#include "gate/http/ListenSocket.h"
 #include "tests/gate/GateHarness.h"
 
 namespace {
@@ -159,6 +161,43 @@ TEST_F(HttpServerTest, WhoEndsWithinItsHeadIsGoneAtOnce) {
     }
   });
   EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(4500));
+}
+
+TEST_F(HttpServerTest, WhoIsThereOftenAndSaysNothingKeepsNobodyOut) {
+  constexpr unsigned kMost = 8;
+  constexpr ::in_addr_t kOther = INADDR_LOOPBACK + 1;
+  struct Case {
+    const char* what;
+    HttpSettings settings;
+    unsigned inside;    ///< how many of one address are served
+    unsigned expected;  ///< and all that were, once another one is
+  };
+  HttpSettings remote;
+  remote.maxConnections = kMost;
+  remote.isTls = true;
+  remote.shareKey = PeerKey;
+  HttpSettings loopback = remote;
+  loopback.shareKey = ShareKey;
+  for (Case& one :
+       std::vector<Case>{{"an address with its share", remote, kMost / 4, kMost / 4 + 1},
+                         {"the loopback", loopback, kMost, 2 * kMost + 1}}) {
+    SCOPED_TRACE(one.what);
+    std::atomic<unsigned> entered = 0;
+    one.settings.onConnection = [&] { ++entered; };
+    Serve(
+        [&] {
+          std::list<HttpClient> silent;
+          for (unsigned i = 0; i < one.inside + kMost; ++i) {
+            silent.emplace_back(address);
+          }
+          EXPECT_TRUE(WaitUntil([&] { return entered == one.inside; }));
+          const auto begin = std::chrono::steady_clock::now();
+          const HttpClient other(address, kOther);
+          EXPECT_TRUE(WaitUntil([&] { return entered == one.expected; })) << entered;
+          EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(6000));
+        },
+        one.settings);
+  }
 }
 
 TEST_F(HttpServerTest, AnAddressThatCannotBeHadIsTold) {
