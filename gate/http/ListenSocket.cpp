@@ -7,10 +7,27 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
+#include <optional>
 
 namespace {
 
 constexpr int kBacklog = 128;
+
+/// The address of IPv4, also where it comes by a socket of IPv6; nothing for another one.
+std::optional<::in_addr> Inet4Of(const ::sockaddr& address) {
+  ::in_addr inet{};
+  if (address.sa_family == AF_INET) {
+    return reinterpret_cast<const ::sockaddr_in&>(address).sin_addr;
+  }
+  const auto& inet6 = reinterpret_cast<const ::sockaddr_in6&>(address).sin6_addr;
+  if (address.sa_family != AF_INET6 || IN6_IS_ADDR_V4MAPPED(&inet6) == 0) {
+    return std::nullopt;
+  }
+  constexpr std::size_t kMappedAt = 12;
+  std::memcpy(&inet, &inet6.s6_addr[kMappedAt], sizeof inet);
+  return inet;
+}
 
 }  // namespace
 
@@ -46,18 +63,16 @@ std::string BoundAddress(int socket) {
 }
 
 bool IsLoopbackAddress(const ::sockaddr& address) {
-  if (address.sa_family == AF_INET) {
-    const auto& inet = reinterpret_cast<const ::sockaddr_in&>(address);
-    return (ntohl(inet.sin_addr.s_addr) >> 24) == IN_LOOPBACKNET;
+  if (const std::optional<::in_addr> inet = Inet4Of(address)) {
+    return (ntohl(inet->s_addr) >> 24) == IN_LOOPBACKNET;
   }
   const auto& inet6 = reinterpret_cast<const ::sockaddr_in6&>(address);
   return address.sa_family == AF_INET6 && IN6_IS_ADDR_LOOPBACK(&inet6.sin6_addr) != 0;
 }
 
 std::string PeerKey(const ::sockaddr& address) {
-  if (address.sa_family == AF_INET) {
-    const auto& inet = reinterpret_cast<const ::sockaddr_in&>(address);
-    return {reinterpret_cast<const char*>(&inet.sin_addr), sizeof inet.sin_addr};
+  if (const std::optional<::in_addr> inet = Inet4Of(address)) {
+    return {reinterpret_cast<const char*>(&inet->s_addr), sizeof inet->s_addr};
   }
   constexpr std::size_t kNetworkBytes = 8;
   const auto& inet6 = reinterpret_cast<const ::sockaddr_in6&>(address);

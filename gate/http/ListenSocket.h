@@ -16,7 +16,8 @@
 
 [[nodiscard]] bool IsLoopbackAddress(const ::sockaddr& address);
 
-/// What tells one host from another: of IPv6 the network.
+/// What tells one host from another: of IPv6 the network. One of IPv4 has the same by either
+/// family of sockets.
 [[nodiscard]] std::string PeerKey(const ::sockaddr& address);
 
 /// The same of who may have but a share of a server's places; empty for the loopback, behind which

@@ -200,6 +200,19 @@ TEST_F(HttpServerTest, WhoIsThereOftenAndSaysNothingKeepsNobodyOut) {
   }
 }
 
+TEST(ListenSocketTest, WhoTakesPartInWhoseShare) {
+  const auto share = [](const std::string& address) {
+    return ShareKey(*ParseListenAddress(address + ":1")->Get());
+  };
+  for (const char* none : {"127.0.0.2", "[::1]", "[::ffff:127.0.0.1]"}) {
+    EXPECT_EQ(share(none), "") << none;
+  }
+  EXPECT_EQ(share("[::ffff:192.0.2.1]"), share("192.0.2.1"));
+  EXPECT_NE(share("[::ffff:192.0.2.1]"), share("[::ffff:192.0.2.2]"));
+  EXPECT_EQ(share("[2001:db8::1]"), share("[2001:db8::2]"));
+  EXPECT_NE(share("[2001:db8::1]"), share("[2001:db8:0:1::1]"));
+}
+
 TEST_F(HttpServerTest, AnAddressThatCannotBeHadIsTold) {
   GateLoop loop;
   HttpServer first(loop, [](const auto&) {});
