@@ -1,6 +1,7 @@
 #include "gate/alarm/Alarm.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -36,6 +37,19 @@ AlarmPtr ReadAlarm(const Json& told) {
   }
   alarm->told = told;
   return alarm;
+}
+
+std::vector<AlarmPtr> ReadAlarms(const Json& list) {
+  std::vector<AlarmPtr> alarms;
+  if (list.IsArray()) {
+    for (const Json& told : list.Elements()) {
+      if (AlarmPtr alarm = ReadAlarm(told)) {
+        alarms.push_back(std::move(alarm));
+      }
+    }
+  }
+  std::ranges::sort(alarms, AlarmOrder{});
+  return alarms;
 }
 
 AlarmPtr EndedAlarm(const Alarm& alarm, std::int64_t until) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "json/Json.h"
 
@@ -32,8 +33,16 @@ struct Alarm {
   [[nodiscard]] AlarmKey Key() const { return {since, id}; }
 };
 using AlarmPtr = std::shared_ptr<const Alarm>;
+/// By their keys.
+struct AlarmOrder {
+  bool operator()(const AlarmPtr& left, const AlarmPtr& right) const {
+    return left->Key() < right->Key();
+  }
+};
 
 /// Null if it is none: without a number, a name or a begin.
 [[nodiscard]] AlarmPtr ReadAlarm(const Json& told);
+/// Those of a list, oldest first; what is none is left out.
+[[nodiscard]] std::vector<AlarmPtr> ReadAlarms(const Json& list);
 /// The same alarm as one that ended at `until`.
 [[nodiscard]] AlarmPtr EndedAlarm(const Alarm& alarm, std::int64_t until);

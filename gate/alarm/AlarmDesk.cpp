@@ -1,9 +1,10 @@
 #include "gate/alarm/AlarmDesk.h"
 
-#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <ctime>
 #include <new>
+#include <string>
 #include <utility>
 
 #include "gate/alarm/AlertmanagerSender.h"
@@ -17,25 +18,8 @@ constexpr std::chrono::seconds kFollowPause{1};
 /// A daemon that tells no alarms may be another one by then.
 constexpr std::chrono::seconds kRefusedPause{60};
 constexpr std::chrono::seconds kSavePause{1};
-/// Asked for so much before the last contact, as clocks are set.
-constexpr std::int64_t kOverlap = 60;
-constexpr std::int64_t kMostMissed = 1000;
 constexpr std::size_t kMostEarlyLines = 10000;
 constexpr JsonLimits kAlarmJson{.depth = 32};
-
-/// Alarms of a list, oldest first.
-std::vector<AlarmPtr> AlarmsOf(const Json& list) {
-  std::vector<AlarmPtr> alarms;
-  if (list.IsArray()) {
-    for (const Json& told : list.Elements()) {
-      if (AlarmPtr alarm = ReadAlarm(told)) {
-        alarms.push_back(std::move(alarm));
-      }
-    }
-  }
-  std::ranges::sort(alarms, {}, [](const AlarmPtr& alarm) { return alarm->Key(); });
-  return alarms;
-}
 
 }  // namespace
 
@@ -106,6 +90,7 @@ void AlarmDesk::FollowAgain(std::chrono::milliseconds pause) {
   }
   m_isLive = false;
   m_question.reset();
+  m_missed.reset();
   m_again.After(pause,
                 [this] { OrIfNoMemory([&] { Follow(); }, [&] { FollowAgain(kFollowPause); }); });
 }
@@ -129,46 +114,52 @@ void AlarmDesk::OnAnswer(bool isGood, std::string_view line) {
   if (m_before.contact == 0) {
     GoLive();
   } else {
+    m_missed.emplace(m_before, m_memory, m_listed, MissedAlarms::Bounds{});
     AskMissed();
   }
 }
 
 void AlarmDesk::TakeActive(const Json& list) {
   m_listed.clear();
-  for (const AlarmPtr& alarm : AlarmsOf(list)) {
+  for (const AlarmPtr& alarm : ReadAlarms(list)) {
     m_listed.insert(alarm->Key());
     Tell(alarm, !m_before.active.contains(alarm->Key()) || m_before.owed.contains(alarm->Key()));
   }
 }
 
 void AlarmDesk::AskMissed() {
-  std::int64_t since = m_before.contact - kOverlap;
-  for (const auto* keys : {&m_before.active, &m_before.owed}) {
-    for (const AlarmKey& key : *keys) {
-      since = m_listed.contains(key) ? since : std::min(since, key.since);
+  m_question = m_desk.AskJson(m_missed->Question(), [this](const Json& answer) {
+    if (answer.IsNull()) {
+      FollowAgain(kFollowPause);
+      return;
     }
-  }
-  m_question = m_desk.AskJson(
-      Json{{"op", "alarms"}, {"since", std::max<std::int64_t>(since, 0)}, {"limit", kMostMissed}},
-      [this](const Json& answer) {
-        if (answer.IsNull()) {
-          FollowAgain(kFollowPause);
-          return;
-        }
-        const Json* alarms = answer.Find("alarms");
-        const Json* list = alarms == nullptr ? nullptr : alarms->Find("list");
-        // A daemon that keeps none has none to tell.
-        TakeMissed(list == nullptr ? Json::Array() : *list);
-        GoLive();
-      });
+    const Json* alarms = answer.Find("alarms");
+    const Json* list = alarms == nullptr ? nullptr : alarms->Find("list");
+    // A daemon that keeps none has none to tell.
+    if (m_missed->Take(list == nullptr ? Json::Array() : *list)) {
+      AskMissed();
+    } else {
+      TellMissed();
+    }
+  });
 }
 
-void AlarmDesk::TakeMissed(const Json& list) {
-  for (const AlarmPtr& alarm : AlarmsOf(list)) {
-    if (!alarm->IsActive() &&
-        (m_memory.active.contains(alarm->Key()) || m_before.IsNew(alarm->Key()))) {
-      Tell(alarm, true);
-    }
+void AlarmDesk::TellMissed() {
+  const std::uint64_t lost = m_missed->Lost();
+  // First, as those lost are older: what memory lacks for is asked for anew, and they are not.
+  for (const auto& receiver : m_receivers) {
+    receiver->Miss(lost);
+  }
+  for (const AlarmPtr& alarm : m_missed->Ended()) {
+    Tell(alarm, true);
+  }
+  GoLive();
+  m_missed.reset();
+  if (lost != 0) {
+    m_hooks.onFigures();
+    m_hooks.report(std::to_string(lost) +
+                   " alarms began and ended while the daemon was not followed that the receivers "
+                   "are not told of: there were too many");
   }
 }
 

@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -10,6 +11,7 @@
 
 #include "gate/alarm/AlarmMemory.h"
 #include "gate/alarm/AlarmReceiver.h"
+#include "gate/alarm/MissedAlarms.h"
 #include "gate/daemon/DaemonFollow.h"
 #include "gate/send/HttpSender.h"
 #include "io/FileWriter.h"
@@ -58,7 +60,7 @@ class AlarmDesk {
   void OnLine(std::string_view line);
   void TakeActive(const Json& list);
   void AskMissed();
-  void TakeMissed(const Json& list);
+  void TellMissed();
   void GoLive();
   void EndForgotten();
   void TakeEvent(const AlarmPtr& alarm);
@@ -77,6 +79,7 @@ class AlarmDesk {
   AlarmMemory m_saved;                    ///< what the file was given last
   std::map<AlarmKey, AlarmPtr> m_active;  ///< as they were told last
   std::set<AlarmKey> m_listed;            ///< what the daemon has told to be active at first
+  std::optional<MissedAlarms> m_missed;   ///< while it is asked for them
   std::unique_ptr<DaemonFollow> m_follow;
   bool m_isLive = false;             ///< what was missed is told
   std::vector<std::string> m_lines;  ///< that came before it was

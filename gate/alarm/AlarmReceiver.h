@@ -37,6 +37,8 @@ class AlarmReceiver {
 
   /// An alarm has begun or ended; without `isNews` it was told so before, and is active.
   virtual void Take(const AlarmPtr& alarm, bool isNews) = 0;
+  /// So many alarms have begun and ended of which nobody can tell it.
+  virtual void Miss(std::uint64_t count) = 0;
   [[nodiscard]] virtual const ReceiverFigures& Figures() const = 0;
   /// Adds alarms whose news is still to be told.
   virtual void AddOwed(std::set<AlarmKey>& keys) const = 0;

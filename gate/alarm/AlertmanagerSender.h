@@ -39,6 +39,7 @@ class AlertmanagerSender : public AlarmReceiver {
                      AlarmReceiverSettings settings, Pace pace);
 
   void Take(const AlarmPtr& alarm, bool isNews) override;
+  void Miss(std::uint64_t count) override { m_figures.dropped += count; }
   [[nodiscard]] const ReceiverFigures& Figures() const override { return m_figures; }
   void AddOwed(std::set<AlarmKey>& keys) const override;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <string>
 
@@ -21,6 +22,7 @@ class WebhookSender : public AlarmReceiver {
                 AlarmReceiverSettings settings, Backoff::Pause pause = std::chrono::seconds(1));
 
   void Take(const AlarmPtr& alarm, bool isNews) override;
+  void Miss(std::uint64_t count) override { m_figures.dropped += count; }
   [[nodiscard]] const ReceiverFigures& Figures() const override { return m_figures; }
   void AddOwed(std::set<AlarmKey>& keys) const override;
 

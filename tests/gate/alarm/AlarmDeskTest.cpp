@@ -21,15 +21,19 @@ class AlarmDeskTest : public ::testing::Test {
  protected:
   /// What a gate is for as long as it runs.
   struct Session {
-    Session(const std::string& path, const AlarmTargets& targets)
+    Session(const std::string& path, const AlarmTargets& targets,
+            std::function<void(const std::string&)> report)
         : desk(loop, path),
           sender(loop),
           alarms(std::make_unique<AlarmDesk>(desk, sender, targets,
-                                             AlarmDesk::Hooks{[](const std::string&) {}, [] {}})),
+                                             AlarmDesk::Hooks{std::move(report), [] {}})),
           runner([this] { loop.Run(); }) {}
-    ~Session() {
+    ~Session() { Stop(); }
+    void Stop() {
       loop.Stop();
-      runner.join();
+      if (runner.joinable()) {
+        runner.join();
+      }
     }
     GateLoop loop;
     DaemonDesk desk;
@@ -54,7 +58,15 @@ class AlarmDeskTest : public ::testing::Test {
       return JsonText(Json{{"ok", true}, {"alarms", active}}) + '\n';
     }
     asked.push_back(JsonText(request));
-    return JsonText(Json{{"ok", true}, {"alarms", Json{{"list", alarms}}}}) + '\n';
+    Json list = Json::Array();
+    const Json* until = request.Find("until");
+    for (const Json& alarm : alarms.Elements()) {
+      if (list.Size() < request["limit"].Unsigned() &&
+          (until == nullptr || alarm["since"].Whole() <= until->Whole())) {
+        list.PushBack(alarm);
+      }
+    }
+    return JsonText(Json{{"ok", true}, {"alarms", Json{{"list", list}}}}) + '\n';
   }
   void Set(const Json& list) {
     const std::lock_guard lock(mutex);
@@ -64,7 +76,10 @@ class AlarmDeskTest : public ::testing::Test {
     AlarmTargets targets;
     targets.webhooks = {server.Url()};
     targets.folder = folder.Path().string();
-    session.emplace(Path(), targets);
+    session.emplace(Path(), targets, [this](const std::string& line) {
+      const std::lock_guard lock(mutex);
+      log.push_back(line);
+    });
   }
   void TellEvent(const Json& alarm) {
     EXPECT_TRUE(WaitUntil([&] { return daemon.Followers("alarm_follow") != 0; }));
@@ -89,6 +104,7 @@ class AlarmDeskTest : public ::testing::Test {
   Json alarms = Json::Array();
   std::vector<std::string> asked;
   std::vector<std::string> told;
+  std::vector<std::string> log;
   std::string status = "200 OK";
   FakeServer server{[this](const FakeServer::Request& request) {
     const std::lock_guard lock(mutex);
@@ -127,6 +143,98 @@ TEST_F(AlarmDeskTest, WhatBeganAndEndedWhileTheDaemonWasAwayIsToldOnce) {
   TellEvent(ToldAlarm(7, 2001, 2002));
   TellEvent(ToldAlarm(3, 2000, 2002));
   EXPECT_THAT(Told(2), ElementsAre("7 ended", "3 ended"));
+}
+
+TEST_F(AlarmDeskTest, WhatEndedIsFoundBehindAsManyAsAnAnswerHolds) {
+  Set(Json::Array({ToldAlarm(2000, 9000), ToldAlarm(1, 1000)}));
+  Begin();
+  EXPECT_THAT(Told(2), ElementsAre("1 active", "2000 active"));
+  daemon.Stop();
+  Json list = Json::Array({ToldAlarm(2000, 9000)});
+  for (int id = 1500; id > 1; --id) {
+    list.PushBack(ToldAlarm(id, 1000 + id, 1001 + id));
+  }
+  list.PushBack(ToldAlarm(1, 1000, 1001));
+  Set(list);
+  daemon.Start();
+  EXPECT_THAT(Told(1), ElementsAre("1 ended"));
+  EXPECT_THAT(asked, ElementsAre(R"({"op":"alarms","since":1000,"limit":1000})",
+                                 R"({"op":"alarms","since":1000,"limit":1000,"until":1502})"));
+}
+
+TEST_F(AlarmDeskTest, WhatCannotBeToldIsCountedAndLogged) {
+  Set(Json::Array({ToldAlarm(1, 1000)}));
+  Begin();
+  EXPECT_THAT(Told(1), ElementsAre("1 active"));
+  daemon.Stop();
+  // As full as an answer may be, and its second asked for twice.
+  Json list = Json::Array();
+  for (int count = 0; count < 1000; ++count) {
+    list.PushBack(ToldAlarm(500, 2000, 2001));
+  }
+  Set(list);
+  daemon.Start();
+  EXPECT_THAT(Told(2), ElementsAre("500 ended", "1 ended"));
+  session->Stop();
+  EXPECT_THAT(log, ElementsAre(HasSubstr("498 alarms began and ended")));
+  EXPECT_EQ(session->alarms->Figures().at(0).dropped, 498U);
+}
+
+/// Alarms `newest` to 1 that have ended; so many of them began in each second.
+Json EndedAlarms(int newest, int inSecond) {
+  Json list = Json::Array();
+  for (int id = newest; id > 0; --id) {
+    list.PushBack(ToldAlarm(id, 10000 + id / inSecond, 90000));
+  }
+  return list;
+}
+
+TEST(MissedAlarmsTest, WhatIsBeyondTheBoundsIsCounted) {
+  constexpr int kListed = 10;
+  constexpr int kAnswers = 3;
+  // The alarms of the oldest second are asked for once more.
+  constexpr int kAll = kListed * kAnswers - (kAnswers - 1);
+  struct Case {
+    int newest;    ///< number
+    int inSecond;  ///< alarms
+    std::int64_t told;
+    std::size_t found;
+    std::uint64_t lost;
+  };
+  const Case cases[] = {
+      {kListed - 1, 1, 0, kListed - 1, 0},
+      {kAll - 1, 1, 0, kAll - 1, 0},
+      {2 * kAll, 1, 0, kAll, kAll},
+      {2 * kAll, 1, 5, kAll, kAll - 5},
+      // A history that has begun anew.
+      {2 * kAll, 1, 5 * kAll, kAll, kAll},
+      // A second with three times what an answer holds.
+      {6 * kListed - 1, 3 * kListed, 0, 2 * kListed, 4 * kListed - 1},
+  };
+  for (const Case& one : cases) {
+    SCOPED_TRACE(testing::Message() << one.newest << ' ' << one.inSecond << ' ' << one.told);
+    AlarmMemory before;
+    before.contact = 10000;
+    before.newest = one.told;
+    before.newestSince = 1;
+    MissedAlarms missed(before, before, {}, {kListed, kAnswers});
+    // As it is read, which tells numbers without a sign.
+    const Json all = ParseJson(JsonText(EndedAlarms(one.newest, one.inSecond))).value;
+    Json list;
+    do {
+      list = Json::Array();
+      const Json question = missed.Question();
+      const Json* until = question.Find("until");
+      for (const Json& alarm : all.Elements()) {
+        if (list.Size() < kListed &&
+            (until == nullptr || alarm["since"].Whole() <= until->Whole())) {
+          list.PushBack(alarm);
+        }
+      }
+    } while (missed.Take(list));
+    EXPECT_EQ(missed.Ended().size(), one.found);
+    EXPECT_EQ(missed.Lost(), one.lost);
+  }
 }
 
 TEST_F(AlarmDeskTest, AGateThatComesBackTellsWhatItHasMissedOrStillOwes) {

@@ -1,0 +1,66 @@
+#include "gate/alarm/MissedAlarms.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+/// Asked for so much before the last contact, as clocks are set.
+constexpr std::int64_t kOverlap = 60;
+
+}  // namespace
+
+MissedAlarms::MissedAlarms(const AlarmMemory& before, const AlarmMemory& now,
+                           const std::set<AlarmKey>& listed, Bounds bounds)
+    : m_before(before), m_now(now), m_bounds(bounds), m_since(before.contact - kOverlap) {
+  for (const auto* keys : {&before.active, &before.owed}) {
+    for (const AlarmKey& key : *keys) {
+      m_since = listed.contains(key) ? m_since : std::min(m_since, key.since);
+    }
+  }
+  m_since = std::max<std::int64_t>(m_since, 0);
+  for (const AlarmKey& key : listed) {
+    m_known.insert(key.id);
+  }
+}
+
+Json MissedAlarms::Question() const {
+  Json question{{"op", "alarms"}, {"since", m_since}, {"limit", m_bounds.listed}};
+  if (m_until) {
+    question["until"] = *m_until;
+  }
+  return question;
+}
+
+bool MissedAlarms::Take(const Json& list) {
+  const std::vector<AlarmPtr> alarms = ReadAlarms(list);
+  for (const AlarmPtr& alarm : alarms) {
+    m_known.insert(alarm->id);
+    if (!alarm->IsActive() &&
+        (m_now.active.contains(alarm->Key()) || m_before.IsNew(alarm->Key()))) {
+      m_ended.insert(alarm);
+    }
+  }
+  if (alarms.empty() || list.Size() < m_bounds.listed) {
+    return false;
+  }
+  // The rest of those that began in the same second is asked for too; a second that has more of
+  // them than an answer is left as it is.
+  const std::int64_t oldest = alarms.front()->since;
+  const bool isNoOlder = m_until && oldest >= *m_until;
+  m_until = isNoOlder ? *m_until - 1 : oldest;
+  const bool isLast = ++m_answers == m_bounds.answers;
+  m_isCut = m_isCut || isNoOlder || isLast;
+  return !isLast;
+}
+
+std::uint64_t MissedAlarms::Lost() const {
+  if (!m_isCut || m_known.empty()) {
+    return 0;
+  }
+  // A history that has begun anew counts from 1.
+  const std::int64_t newest = *m_known.rbegin();
+  const std::int64_t before = m_before.newest < newest ? m_before.newest : 0;
+  const auto told = std::distance(m_known.upper_bound(before), m_known.end());
+  return static_cast<std::uint64_t>(newest - before - told);
+}
