@@ -2,8 +2,11 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+
+#include "support/KeyFileLimit.h"
 
 /// What changes when a file is written or replaced, or when its rights are.
 struct FileStamp {
@@ -27,6 +30,7 @@ struct CheckedFile {
 /// The stamp of what stands at a path now; that of nothing if there is none.
 [[nodiscard]] FileStamp StampOf(const std::string& path);
 
-/// A whole regular file of at most kMostKeyFileBytes; neither a pipe nor an endless file holds it
-/// up. Throws AccessError.
-[[nodiscard]] CheckedFile ReadCheckedFile(const std::string& path);
+/// A whole regular file of at most so many bytes; neither a pipe nor an endless file holds it up.
+/// Throws AccessError.
+[[nodiscard]] CheckedFile ReadCheckedFile(const std::string& path,
+                                          std::size_t most = kMostKeyFileBytes);

@@ -34,7 +34,7 @@ AlarmDesk::AlarmDesk(DaemonDesk& desk, HttpSender& sender, AlarmTargets targets,
              [this](const std::string& error) { OnSaved(error); }) {
   MakeReceivers();
   if (!m_receivers.empty()) {
-    m_memory = m_saved = m_targets.folder.empty() ? AlarmMemory{} : ReadAlarmMemory(m_file.Path());
+    Remember();
     Follow();
   }
 }
@@ -47,6 +47,17 @@ AlarmDesk::~AlarmDesk() {
     }
   } catch (const std::bad_alloc&) {
     // The file stays as it is: what it lacks is told once more.
+  }
+}
+
+void AlarmDesk::Remember() {
+  if (m_targets.folder.empty()) {
+    return;
+  }
+  std::string error;
+  m_memory = m_saved = ReadAlarmMemory(m_file.Path(), error);
+  if (!error.empty()) {
+    m_hooks.report(error + "; all alarms that are active are told anew");
   }
 }
 

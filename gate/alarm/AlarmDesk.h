@@ -54,6 +54,7 @@ class AlarmDesk {
 
  private:
   void MakeReceivers();
+  void Remember();
   void Follow();
   void FollowAgain(std::chrono::milliseconds pause);
   void OnAnswer(bool isGood, std::string_view line);

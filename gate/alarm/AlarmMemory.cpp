@@ -45,10 +45,17 @@ void AlarmMemory::Note(const Alarm& alarm) {
   owed.erase(alarm.Key());
 }
 
-AlarmMemory ReadAlarmMemory(const std::string& path) {
+AlarmMemory ReadAlarmMemory(const std::string& path, std::string& error) {
   AlarmMemory memory;
+  if (StampOf(path) == FileStamp{}) {
+    return memory;
+  }
   try {
-    const Json told = ParseJson(ReadCheckedFile(path).text, {.depth = 8}).value;
+    const Json told = ParseJson(ReadCheckedFile(path, kMostMemoryBytes).text, {.depth = 8}).value;
+    if (!told.IsObject()) {
+      error = path + ": it is no file of this program's";
+      return memory;
+    }
     memory.contact = MemoryNumber(told.Find("contact"));
     memory.newest = MemoryNumber(told.Find("newest"));
     memory.newestSince = MemoryNumber(told.Find("newest_since"));
@@ -57,8 +64,8 @@ AlarmMemory ReadAlarmMemory(const std::string& path) {
   } catch (const PassingAccessError&) {
     // It is not as none, and would be written anew.
     throw;
-  } catch (const AccessError&) {
-    return {};
+  } catch (const AccessError& fault) {
+    error = fault.what();
   }
   return memory;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <set>
 #include <string>
@@ -25,7 +26,12 @@ struct AlarmMemory {
   friend bool operator==(const AlarmMemory&, const AlarmMemory&) = default;
 };
 
-/// What the file holds; nothing if it is none, or another's. Throws PassingAccessError.
-[[nodiscard]] AlarmMemory ReadAlarmMemory(const std::string& path);
+/// Bytes of the file of a memory. The daemon has at most 500 definitions with 1000 alarms each that
+/// are active, and a key takes 56 bytes at most: there is room for the owed ends of receivers, too.
+inline constexpr std::size_t kMostMemoryBytes = std::size_t{32} << 20;
+
+/// What the file holds; nothing if there is none, and nothing with the reason in `error` if it
+/// can't be used. Throws PassingAccessError.
+[[nodiscard]] AlarmMemory ReadAlarmMemory(const std::string& path, std::string& error);
 /// What such a file holds.
 [[nodiscard]] std::string AlarmMemoryText(const AlarmMemory& memory);

@@ -61,13 +61,14 @@ TEST_F(PassingFaultTest, WhatHasBeenToldAndSentIsNotTakenForNone) {
   PushCursor cursor(loop, m_folder.Path().string(), "far", "u");
   {
     const NextOpenFails fails;
-    EXPECT_THROW(static_cast<void>(ReadAlarmMemory(Path("alarms.json"))), PassingAccessError);
+    EXPECT_THROW(static_cast<void>(ReadAlarmMemory(Path("alarms.json"), error)),
+                 PassingAccessError);
   }
   {
     const NextOpenFails fails;
     EXPECT_THROW(static_cast<void>(cursor.Load(0, error)), PassingAccessError);
   }
-  EXPECT_EQ(ReadAlarmMemory(Path("alarms.json")).contact, 5);
+  EXPECT_EQ(ReadAlarmMemory(Path("alarms.json"), error).contact, 5);
   EXPECT_TRUE(cursor.Load(0, error)) << error;
   EXPECT_FALSE(std::filesystem::exists(Path("push-far.json.bad")));
 }

@@ -73,9 +73,11 @@ void TakeFiles(std::string_view text, const FuzzFolder& folder) {
     static_cast<void>(cursor.Advance(Json{{"PI", Json::Array({1, 2})}}));
   }
   folder.Write("alarms.json", text);
-  const AlarmMemory memory = ReadAlarmMemory(folder.Path("alarms.json"));
+  std::string error;
+  const AlarmMemory memory = ReadAlarmMemory(folder.Path("alarms.json"), error);
   folder.Write("alarms.json", AlarmMemoryText(memory));
-  Require(ReadAlarmMemory(folder.Path("alarms.json")) == memory);
+  error.clear();
+  Require(ReadAlarmMemory(folder.Path("alarms.json"), error) == memory && error.empty());
 }
 
 void TakeAnswers(std::string_view text) {

@@ -1,3 +1,5 @@
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <optional>
 
@@ -258,11 +260,35 @@ TEST_F(AlarmDeskTest, AGateThatComesBackTellsWhatItHasMissedOrStillOwes) {
   session.reset();
   Begin();
   EXPECT_THAT(Told(0), IsEmpty());
-  // What can't be read is as none.
+  EXPECT_THAT(log, Not(Contains(HasSubstr("alarms.json"))));
+  // What can't be read is as none, and told.
   session.reset();
   std::ofstream(folder.Path() / "alarms.json") << "{\"contact\":\"x\",\"active\":[5";
   Begin();
   EXPECT_THAT(Told(1), ElementsAre("2 active"));
+  EXPECT_THAT(log, Contains(HasSubstr("alarms.json: it is no file of this program's; all alarms")));
+}
+
+TEST(AlarmMemoryTest, AllThatTheDaemonMayHaveActiveIsKept) {
+  const TempFolder folder;
+  const std::string path = folder.Path() / "alarms.json";
+  AlarmMemory memory;
+  constexpr std::int64_t kMost = std::int64_t{1} << 62;
+  constexpr int kShare = 20;  // of 500 definitions with 1000 rows each
+  for (int count = 0; count < 500 * 1000 / kShare; ++count) {
+    memory.active.insert({kMost, kMost - count});
+  }
+  std::string error;
+  EXPECT_EQ(ReadAlarmMemory(path, error), AlarmMemory{});
+  EXPECT_EQ(error, "") << "there is none yet";
+  const std::string text = AlarmMemoryText(memory);
+  EXPECT_LT(text.size() * kShare, kMostMemoryBytes);
+  std::ofstream(path) << text;
+  EXPECT_TRUE(ReadAlarmMemory(path, error) == memory);
+  EXPECT_EQ(error, "");
+  std::filesystem::resize_file(path, kMostMemoryBytes + 1);
+  EXPECT_EQ(ReadAlarmMemory(path, error), AlarmMemory{});
+  EXPECT_THAT(error, HasSubstr("longer than " + std::to_string(kMostMemoryBytes)));
 }
 
 TEST_F(GateFixture, ReceiversOfTheSettingsAreToldAndTheDaemonHearsHowItWent) {
