@@ -17,6 +17,7 @@
 #include "client/capture/Archive.h"
 #include "client/capture/CaptureFolder.h"
 #include "client/capture/CaptureMask.h"
+#include "client/capture/GrowingFolder.h"
 #include "client/capture/KeptHistory.h"
 #include "client/capture/OwnChild.h"
 #include "client/files/Programs.h"
@@ -28,47 +29,6 @@ constexpr std::string_view kArchiveEnd = ".tar.zst";
 /// Names of archives that are not written, each with a blank behind it.
 constexpr std::string_view kOtherEnds = ".tar .zst .tzst .gz .tgz .xz .txz .bz2 .zip .7z ";
 constexpr std::int64_t kDefaultStretch = 3600;
-
-/// Where the capture grows: removed with the object unless it is kept.
-class GrowingFolder {
- public:
-  /// `path` is a new folder or an empty one. Throws ClientError.
-  explicit GrowingFolder(const std::string& path)
-      : m_path(std::filesystem::absolute(path).lexically_normal().string()),
-        m_isOwn(::mkdir(m_path.c_str(), S_IRWXU) == 0) {
-    const int code = errno;
-    std::error_code error;
-    if (!m_isOwn && code != EEXIST) {
-      m_path.clear();
-      throw ClientError(path + ": " + std::generic_category().message(code));
-    }
-    if (!m_isOwn &&
-        (!std::filesystem::is_directory(path, error) || !std::filesystem::is_empty(path, error))) {
-      throw ClientError(path + (error ? ": " + error.message() : ": it exists and is not empty"));
-    }
-  }
-  GrowingFolder(const GrowingFolder&) = delete;
-  GrowingFolder& operator=(const GrowingFolder&) = delete;
-  ~GrowingFolder() {
-    std::error_code error;
-    if (m_isKept) {
-      return;
-    }
-    for (const auto& entry : std::filesystem::directory_iterator(m_path, error)) {
-      std::filesystem::remove_all(entry.path(), error);
-    }
-    if (m_isOwn) {
-      ::rmdir(m_path.c_str());
-    }
-  }
-  [[nodiscard]] const std::string& Path() const { return m_path; }
-  void Keep() { m_isKept = true; }
-
- private:
-  std::string m_path;
-  bool m_isOwn;
-  bool m_isKept = false;
-};
 
 /// Packs under a name that goes if it fails, and takes the file's own name once all of it is there.
 void PackTo(const std::string& folder, const std::string& file, int stop) {
@@ -105,15 +65,14 @@ std::string ProfileOf(const std::string& socket, const std::string& chosen, int 
 }
 
 /// Gives how many rows there were; says so where there is no daemon to ask.
-std::uint64_t TakeHistory(const std::string& socket, const std::string& folder, std::int64_t since,
-                          int stop) {
+std::uint64_t TakeHistory(const std::string& socket, const GrowingFolder& folder,
+                          std::int64_t since, int stop) {
   try {
     Connection daemon(socket, stop);
-    return WriteKeptHistory(daemon, folder, since, std::time(nullptr));
+    return WriteKeptHistory(daemon, folder.Path(), since, std::time(nullptr));
   } catch (const ClientError& error) {
     Complain(std::string("there is no history in the capture: ") + error.what());
-    std::error_code ignored;
-    std::filesystem::remove_all(folder + '/' + kHistoryName, ignored);
+    folder.Remove(kHistoryName);
     return 0;
   }
 }
@@ -221,7 +180,7 @@ void Capture(const CommonOptions& common, const CaptureOptions& options, int sto
   }
   GrowingFolder folder(isFile ? work->Path() + "/capture" : options.target);
   ReadHost(options, ProfileOf(common.socket, options.profile, stop), folder.Path(), stop);
-  const std::uint64_t rows = TakeHistory(common.socket, folder.Path(), since, stop);
+  const std::uint64_t rows = TakeHistory(common.socket, folder, since, stop);
   if (options.isPrivate) {
     MakePrivate(folder.Path());
   }
