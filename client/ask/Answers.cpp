@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <limits>
 #include <utility>
 
 #include "client/ask/AnswerMembers.h"
@@ -142,8 +143,12 @@ HistoryPage ReadHistory(Json& answer, const RecordName& asked) {
   CheckRows(ObjectsMember(history, "rows"));
   page.answer.rows = std::move(history["rows"]);
   Json* next = history.Find("next");
-  const auto isPlace = [](const Json& value) {
-    return value.IsArray() && value.Size() == 2 && value[0].IsWhole() && value[1].IsWhole();
+  const auto isNumber = [](const Json& value) {
+    constexpr std::uint64_t kMost = std::numeric_limits<std::int64_t>::max();
+    return value.IsWhole() && (!value.IsUnsigned() || value.Unsigned() <= kMost);
+  };
+  const auto isPlace = [&](const Json& value) {
+    return value.IsArray() && value.Size() == 2 && isNumber(value[0]) && isNumber(value[1]);
   };
   if (next == nullptr || !(next->IsNull() || isPlace(*next))) {
     FailMember("next", "null or a time and a row");

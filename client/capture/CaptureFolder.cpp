@@ -18,8 +18,6 @@
 
 namespace {
 
-constexpr std::size_t kMostBytes = std::size_t{256} << 20U;
-
 /// What is left to read of the file at `path`.
 std::string ReadRest(const Descriptor& file, const std::string& path, std::size_t limit) {
   std::string text;
@@ -65,7 +63,7 @@ std::string ReadWhole(const std::string& path) {
   if (!file.IsOpen()) {
     FailErrno(path);
   }
-  return ReadRest(file, path, kMostBytes);
+  return ReadRest(file, path, kMostFileBytes);
 }
 
 std::optional<std::string> ReadBelow(const std::string& folder, const std::string& path,

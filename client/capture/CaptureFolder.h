@@ -11,6 +11,8 @@
 
 inline constexpr const char* kCaptureName = "capture.json";
 inline constexpr const char* kHistoryName = "history";
+/// What is read of one file.
+inline constexpr std::size_t kMostFileBytes = std::size_t{256} << 20U;
 
 /// A folder of one's own (0700) below $TMPDIR or /tmp, removed with the object.
 class TemporaryFolder {
@@ -27,7 +29,7 @@ class TemporaryFolder {
   std::string m_path;
 };
 
-/// The bytes of a regular file that is no link, of 256 MiB at most. Throws ClientError.
+/// The bytes of a regular file that is no link, of kMostFileBytes at most. Throws ClientError.
 [[nodiscard]] std::string ReadWhole(const std::string& path);
 /// The bytes of a regular file at `path` below a folder of anybody's, which no link leads to; none
 /// if there is nothing. Throws ClientError, also for more than `limit` bytes.
