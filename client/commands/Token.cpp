@@ -20,12 +20,12 @@
 #include "support/AccountText.h"
 #include "support/AtomicFile.h"
 #include "support/Descriptor.h"
+#include "support/KeyFileLimit.h"
 #include "support/RegularFile.h"
 
 namespace {
 
 constexpr std::size_t kSecretBytes = 32;
-constexpr std::size_t kMaxTokenFile = 1'000'000;  ///< a gate reads no more
 constexpr mode_t kTokenFileMode = 0640;
 constexpr std::chrono::seconds kLockPatience{20};
 constexpr std::chrono::milliseconds kLockPause{20};
@@ -105,9 +105,9 @@ TextFilePtr OpenLocked(const std::string& path) {
 }
 
 std::string ReadTokenFile(const std::string& path, std::FILE* file) {
-  std::string text(kMaxTokenFile + 1, '\0');
+  std::string text(kMostKeyFileBytes + 1, '\0');
   text.resize(std::fread(text.data(), 1, text.size(), file));
-  if (std::ferror(file) != 0 || text.size() > kMaxTokenFile) {
+  if (std::ferror(file) != 0 || text.size() > kMostKeyFileBytes) {
     FailTokenFile(path, "it can't be read, or is too long");
   }
   return text;
@@ -132,8 +132,14 @@ void AppendLine(const std::string& given, const std::string& name, const std::st
   if (!text.empty() && text.back() != '\n') {
     text += '\n';
   }
+  text += line;
+  // A gate would take none of it.
+  if (text.size() > kMostKeyFileBytes) {
+    FailTokenFile(path, "with another token it is longer than " +
+                            std::to_string(kMostKeyFileBytes) + " bytes");
+  }
   std::string error;
-  if (!ReplaceFile(path, text + line, error)) {
+  if (!ReplaceFile(path, text, error)) {
     throw ClientError(error);
   }
 }

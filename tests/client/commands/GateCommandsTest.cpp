@@ -55,6 +55,16 @@ TEST_F(GateCommandsTest, MakeATokenAndItsLine) {
   const std::string before = m_folder.Read("fresh");
   EXPECT_THAT(Run({"token", "new", "a", "--file", Path("fresh")}).err, HasSubstr("a already"));
   EXPECT_EQ(m_folder.Read("fresh"), before);
+  // A gate takes a whole file of 1,000,000 bytes.
+  const std::size_t line = Run({"token", "new", "b"}).out.size() - std::string("b.\n").size() - 43;
+  const std::string most(1'000'000 - line - 1, '#');
+  for (const bool isTooLong : {true, false}) {
+    Write("long", most + (isTooLong ? "#" : "") + '\n', 0600);
+    const Outcome added = Run({"token", "new", "b", "--file", Path("long")});
+    EXPECT_EQ(added.exit, isTooLong ? kExitFailed : kExitDone) << added.err;
+    EXPECT_EQ(added.out.empty(), isTooLong);
+    EXPECT_EQ(m_folder.Read("long").size(), isTooLong ? most.size() + 2 : 1'000'000) << isTooLong;
+  }
   ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
   EXPECT_EQ(Run({"token", "new", "a", "--file", Path("pipe")}).exit, kExitFailed);
   EXPECT_EQ(Run({"token", "new", "a:b"}).exit, kExitUsage);
