@@ -14,50 +14,122 @@
 #include <climits>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string_view>
-#include <system_error>
 
 #include "client/ask/Errors.h"
+#include "client/files/RemoveBelow.h"
 #include "client/show/Terminal.h"
 #include "support/AtomicFile.h"
+#include "support/Descriptor.h"
 
 namespace {
 
 using Words = std::vector<std::string>;
 
-/// A folder of the user's own beside the files, gone at the end with what was left in it.
+/// Where the files are to stand. Throws ClientError, for root also if others could put something
+/// else in their place.
+Descriptor OpenPlace(const std::string& path) {
+  Descriptor place(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  struct ::stat status {};
+  if (!place.IsOpen() || ::fstat(place.Get(), &status) != 0) {
+    FailErrno(path);
+  }
+  // Of one that is sticky, as /tmp is, nobody takes what is root's.
+  const bool isOpen =
+      (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (status.st_mode & S_ISVTX) == 0;
+  if (::geteuid() == 0 && (status.st_uid != 0 || isOpen)) {
+    throw ClientError(path + ": others than root may write to this folder; name another one");
+  }
+  return place;
+}
+
+/// A folder of the user's own beside the files, gone at the end with what was left in it. It is
+/// reached by its descriptor alone: who may rename it could have another one under its name.
 class WorkFolder {
  public:
-  explicit WorkFolder(const std::string& beside) : m_path(beside + ".XXXXXX") {
-    if (::mkdtemp(m_path.data()) == nullptr) {
+  explicit WorkFolder(const std::string& beside)
+      : m_parent(std::filesystem::absolute(beside).parent_path().string()),
+        m_place(OpenPlace(m_parent)) {
+    std::string path = beside + ".XXXXXX";
+    if (::mkdtemp(path.data()) == nullptr) {
       throw ClientError(beside + ": no folder can be made beside it: " + std::strerror(errno));
+    }
+    m_name = NameOf(path);
+    m_folder = Descriptor(
+        ::openat(m_place.Get(), m_name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct ::stat status {};
+    if (!m_folder.IsOpen() || ::fstat(m_folder.Get(), &status) != 0) {
+      FailErrno(path);
+    }
+    if (status.st_uid != ::geteuid() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+      throw ClientError(path + ": somebody has put another folder in its place");
     }
   }
   ~WorkFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
+    EmptyFolder(m_folder.Get());
+    ::unlinkat(m_place.Get(), m_name.c_str(), AT_REMOVEDIR);
   }
   WorkFolder(const WorkFolder&) = delete;
   WorkFolder& operator=(const WorkFolder&) = delete;
 
-  [[nodiscard]] std::string File(const char* name) const { return m_path + '/' + name; }
+  [[nodiscard]] int Get() const { return m_folder.Get(); }
   /// The beginning of what a program wrote.
   [[nodiscard]] std::string Read(const char* name) const {
     constexpr std::size_t kMaxText = 4096;
-    std::ifstream file(File(name), std::ios::binary);
     std::string text(kMaxText, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(file.gcount()));
+    const Descriptor file = Open(name, O_RDONLY);
+    const ssize_t count = ::read(file.Get(), text.data(), text.size());
+    text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
     return text;
+  }
+  void Write(const char* name, const std::string& text) const {
+    const Descriptor file = Open(name, O_WRONLY | O_CREAT | O_TRUNC);
+    if (::write(file.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+      Fail(name);
+    }
+  }
+  void LetAllRead(const char* name) const {
+    const Descriptor file = Open(name, O_RDONLY);
+    if (::fchmod(file.Get(), S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH) != 0) {
+      Fail(name);
+    }
+  }
+  /// Gives a finished file its name beside the folder, which nothing may have yet.
+  void PutInPlace(const char* made, const std::string& path) const {
+    if (::linkat(m_folder.Get(), made, m_place.Get(), NameOf(path).c_str(), 0) != 0) {
+      throw ClientError(path + ": " +
+                        (errno == EEXIST ? "it is there already" : std::strerror(errno)));
+    }
+  }
+  void TakeBack(const std::string& path) const {
+    ::unlinkat(m_place.Get(), NameOf(path).c_str(), 0);
   }
 
  private:
-  std::string m_path;
+  [[nodiscard]] static std::string NameOf(const std::string& path) {
+    return std::filesystem::path(path).filename().string();
+  }
+  [[noreturn]] void Fail(const char* name) const {
+    FailErrno(m_parent + '/' + m_name + '/' + name);
+  }
+  [[nodiscard]] Descriptor Open(const char* name, int flags) const {
+    Descriptor file(
+        ::openat(m_folder.Get(), name, flags | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file.IsOpen()) {
+      Fail(name);
+    }
+    return file;
+  }
+
+  std::string m_parent;
+  Descriptor m_place;
+  std::string m_name;
+  Descriptor m_folder;
 };
 
-/// Runs a program with its output in the folder. False if none that may be run is in PATH.
+/// Runs a program in the folder, with its output there. False if none that may be run is in PATH.
 bool RunTool(const WorkFolder& folder, Words words) {
   std::vector<char*> pointers;
   std::transform(words.begin(), words.end(), std::back_inserter(pointers),
@@ -67,10 +139,9 @@ bool RunTool(const WorkFolder& folder, Words words) {
   posix_spawn_file_actions_init(&actions);
   constexpr int kFresh = O_WRONLY | O_CREAT | O_TRUNC;
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, folder.File("out").c_str(), kFresh,
-                                   S_IRUSR | S_IWUSR);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, folder.File("err").c_str(), kFresh,
-                                   S_IRUSR | S_IWUSR);
+  posix_spawn_file_actions_addfchdir_np(&actions, folder.Get());
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "out", kFresh, S_IRUSR | S_IWUSR);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "err", kFresh, S_IRUSR | S_IWUSR);
   pid_t child = -1;
   const int error =
       ::posix_spawnp(&child, pointers[0], &actions, nullptr, pointers.data(), environ);
@@ -134,7 +205,7 @@ std::string SubjectOf(const Words& hosts) {
 
 bool MakeByOpenssl(const WorkFolder& folder, const Words& hosts, const std::string& days) {
   // The system's own settings would make an authority of it, which some browsers refuse.
-  std::ofstream settings(folder.File("settings"));
+  std::ostringstream settings;
   settings << "[req]\nprompt = no\ndistinguished_name = subject\nx509_extensions = uses\n"
            << "[subject]\nCN = " << SubjectOf(hosts)
            << "\n[uses]\nbasicConstraints = critical,CA:FALSE\n"
@@ -145,30 +216,26 @@ bool MakeByOpenssl(const WorkFolder& folder, const Words& hosts, const std::stri
              << host;
   }
   settings << '\n';
-  settings.close();
-  return RunTool(folder,
-                 {"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
-                  "-sha256", "-nodes", "-days", days, "-config", folder.File("settings"), "-keyout",
-                  folder.File("key"), "-out", folder.File("crt")}) &&
-         RunTool(folder, {"openssl", "x509", "-in", folder.File("crt"), "-noout", "-sha256",
-                          "-fingerprint"});
+  folder.Write("settings", settings.str());
+  return RunTool(folder, {"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                          "ec_paramgen_curve:P-256", "-sha256", "-nodes", "-days", days, "-config",
+                          "settings", "-keyout", "key", "-out", "crt"}) &&
+         RunTool(folder, {"openssl", "x509", "-in", "crt", "-noout", "-sha256", "-fingerprint"});
 }
 
 bool MakeByCerttool(const WorkFolder& folder, const Words& hosts, const std::string& days) {
-  std::ofstream settings(folder.File("settings"));
+  std::ostringstream settings;
   settings << "cn = \"" << SubjectOf(hosts) << "\"\nexpiration_days = " << days
            << "\ntls_www_server\nsigning_key\n";
   for (const std::string& host : hosts) {
     settings << (IsAddressText(host) ? "ip_address" : "dns_name") << " = \"" << host << "\"\n";
   }
-  settings.close();
+  folder.Write("settings", settings.str());
   return RunTool(folder, {"certtool", "--generate-privkey", "--key-type", "ecdsa", "--curve",
-                          "secp256r1", "--no-text", "--outfile", folder.File("key")}) &&
-         RunTool(folder, {"certtool", "--generate-self-signed", "--load-privkey",
-                          folder.File("key"), "--template", folder.File("settings"), "--no-text",
-                          "--outfile", folder.File("crt")}) &&
-         RunTool(folder,
-                 {"certtool", "--fingerprint", "--hash", "sha256", "--infile", folder.File("crt")});
+                          "secp256r1", "--no-text", "--outfile", "key"}) &&
+         RunTool(folder, {"certtool", "--generate-self-signed", "--load-privkey", "key",
+                          "--template", "settings", "--no-text", "--outfile", "crt"}) &&
+         RunTool(folder, {"certtool", "--fingerprint", "--hash", "sha256", "--infile", "crt"});
 }
 
 /// The 32 bytes in pairs of digits, from the words of either program.
@@ -185,14 +252,6 @@ std::string FingerprintOf(const std::string& told) {
     throw ClientError("the certificate's fingerprint can't be told");
   }
   return digits;
-}
-
-/// Gives a finished file its name, which nothing may have yet.
-void PutInPlace(const std::string& made, const std::string& path) {
-  if (::link(made.c_str(), path.c_str()) != 0) {
-    throw ClientError(path + ": " +
-                      (errno == EEXIST ? "it is there already" : std::strerror(errno)));
-  }
 }
 
 }  // namespace
@@ -214,12 +273,12 @@ int RunCertificateNew(const CertificateOptions& options) {
         "neither openssl nor certtool is installed: the package openssl or gnutls-bin has one");
   }
   const std::string fingerprint = FingerprintOf(folder.Read("out"));
-  ::chmod(folder.File("crt").c_str(), S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH);
-  PutInPlace(folder.File("crt"), certificate);
+  folder.LetAllRead("crt");
+  folder.PutInPlace("crt", certificate);
   try {
-    PutInPlace(folder.File("key"), key);
+    folder.PutInPlace("key", key);
   } catch (const ClientError&) {
-    ::unlink(certificate.c_str());
+    folder.TakeBack(certificate);
     throw;
   }
   static_cast<void>(SyncFolderOf(key));

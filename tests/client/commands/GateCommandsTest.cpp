@@ -134,6 +134,48 @@ TEST_F(GateCommandsTest, MakeACertificateByWhatIsInstalled) {
   }
 }
 
+TEST_F(GateCommandsTest, WhoRenamesTheFolderThatACertificateIsMadeInGetsNothingOfIt) {
+  if (!std::filesystem::exists("/usr/bin/openssl")) {
+    GTEST_SKIP() << "no openssl";
+  }
+  for (const char* folder : {"bin", "other", "place"}) {
+    std::filesystem::create_directory(Path(folder));
+  }
+  Write("bin/openssl",
+        "#!/bin/sh\nfor folder in " + Path("place") +
+            "/pair.??????; do\n  [ -L $folder ] || { /bin/mv $folder $folder.away && /bin/ln -s " +
+            Path("other") + " $folder; }\ndone\nexec /usr/bin/openssl \"$@\"\n",
+        0700);
+  const Outcome outcome = Run({"cert", "new", "--out", Path("place/pair")}, Path("bin"));
+  EXPECT_EQ(outcome.exit, kExitDone) << outcome.err;
+  EXPECT_THAT(outcome.out, StartsWith("SHA-256 "));
+  EXPECT_EQ(ModeOf("place/pair.key"), 0600U);
+  EXPECT_EQ(ModeOf("place/pair.crt"), 0644U);
+  EXPECT_TRUE(std::filesystem::is_empty(Path("other")));
+  for (const auto& entry : std::filesystem::directory_iterator(Path("place"))) {
+    EXPECT_TRUE(!std::filesystem::is_directory(entry) || std::filesystem::is_empty(entry))
+        << "a key is left in " << entry.path();
+  }
+}
+
+TEST_F(GateCommandsTest, RootMakesNoCertificateWhereOthersMayWrite) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "of root alone";
+  }
+  const auto made = [this] { return Run({"cert", "new", "--out", Path("place/pair")}); };
+  std::filesystem::create_directory(Path("place"));
+  for (const mode_t mode : {0775, 0757}) {
+    ASSERT_EQ(::chmod(Path("place").c_str(), mode), 0);
+    EXPECT_THAT(made().err, HasSubstr(Path("place") + ": others than root may write"));
+  }
+  ASSERT_EQ(::chmod(Path("place").c_str(), 01777), 0);
+  ASSERT_EQ(::chown(Path("place").c_str(), 65534, 0), 0);
+  EXPECT_THAT(made().err, HasSubstr(Path("place") + ": others than root may write"));
+  EXPECT_TRUE(std::filesystem::is_empty(Path("place")));
+  ASSERT_EQ(::chown(Path("place").c_str(), 0, 0), 0);
+  EXPECT_EQ(made().exit, kExitDone) << "sticky";
+}
+
 TEST_F(GateCommandsTest, LinkToTheConsole) {
   const struct {
     const char* token;
