@@ -31,6 +31,17 @@ std::string TextOf(const Json& object, std::string_view name) {
   return member != nullptr && member->IsString() ? member->Text() : "";
 }
 
+/// The bytes of an answer, which stand in one of two members.
+std::string AnswerOf(const Json& call) {
+  const std::string text = TextOf(call, "text");
+  return text.empty() ? BytesOfHex(TextOf(call, "hex")) : text;
+}
+
+/// What is left of a text in the JSON of records: one that is no UTF-8 is changed there.
+std::string AsJsonHasIt(const std::string& text) {
+  return ParseJson(JsonText(Json(text))).value.Text();
+}
+
 /// The path below a sample's tree; empty for what is not of it.
 std::string_view BelowHost(std::string_view path) {
   const std::size_t place = path.starts_with("samples/") ? path.find(kHostBehindSample) : path.npos;
@@ -98,7 +109,7 @@ void CaptureMask::Collect() {
     } else if (entry.path.ends_with(kCalls)) {
       ForLines(ReadWhole(PlaceOf(entry.path)), [&](std::string_view line) {
         const Json call = ParsedOf(entry.path, line);
-        collector.TakeCall(TextOf(call, "call"), TextOf(call, "text"));
+        collector.TakeCall(TextOf(call, "call"), AnswerOf(call));
       });
     } else if (entry.path.ends_with(".jsonl")) {
       ForLines(ReadWhole(PlaceOf(entry.path)),
@@ -106,14 +117,24 @@ void CaptureMask::Collect() {
     }
   }
   const PrivateWords& words = collector.Words();
-  m_names.assign(words.names.begin(), words.names.end());
-  std::for_each(m_names.begin(), m_names.end(),
-                [this](const std::string& word) { m_standIns.Avoid(word); });
-  for (const std::string& word : m_names) {
-    m_mask.Replace(word, m_standIns.Name(word));
-  }
+  TakeNames(words.names);
   for (const std::string& word : words.serials) {
     m_mask.Replace(word, SerialOf(word));
+  }
+}
+
+void CaptureMask::TakeNames(const std::set<std::string>& names) {
+  std::for_each(names.begin(), names.end(),
+                [this](const std::string& name) { m_standIns.Avoid(name); });
+  for (const std::string& name : names) {
+    const std::string standIn = m_standIns.Name(name);
+    const std::string inJson = AsJsonHasIt(name);
+    m_names.push_back(name);
+    m_mask.Replace(name, standIn);
+    if (inJson != name) {
+      m_names.push_back(inJson);
+      m_mask.Replace(inJson, standIn);
+    }
   }
 }
 

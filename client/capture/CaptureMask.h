@@ -1,6 +1,6 @@
 #pragma once
 
-#include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +24,7 @@ class CaptureMask {
  private:
   [[nodiscard]] std::string PlaceOf(const std::string& path) const { return m_folder + '/' + path; }
   void Collect();
+  void TakeNames(const std::set<std::string>& names);
   void RefuseKernelWords() const;
   void ReplaceFile(const std::string& path);
   void ReplaceNames();

@@ -115,6 +115,31 @@ TEST_F(CaptureMaskTest, OneTextHasOneStandInWhereverItStands) {
             std::string::npos);
 }
 
+TEST_F(CaptureMaskTest, NamesBeyondAsciiAreCollectedFromAnswersInHex) {
+  // One in UTF-8, one that is none and stands in records with a mark in the place of its letter.
+  std::string calls;
+  for (const char* name : {"ren\xc3\xa9", "bj\xf6rn"}) {
+    const std::string answer = std::string(name) + "\n1002\n1002\n/home/" + name + '\n';
+    calls += R"({"call":"getpwuid 1002","result":0,"hex":")" + HexOfBytes(answer) + "\"}\n";
+  }
+  Write("samples/0001/calls.jsonl", calls + R"({"call":"getgrgid 1003","result":0,"hex":")" +
+                                        HexOfBytes("\xc3\xa9quipe") + "\"}\n");
+  Write(
+      "samples/0001/records.json",
+      R"([{"record":"PDX","rows":[{"User":"ren\u00e9","Group":"\u00e9quipe","Owner":"bj\ufffdrn",)"
+      R"("Path":"/home/ren\u00e9/x"}]}])");
+  Host("proc/9/comm", "bj\xf6rn ren\xc3\xa9 \xc3\xa9quipe\n");
+  CaptureMask mask(Folder());
+  mask.Replace();
+  mask.Check();
+  const std::string masked = m_folder.Read("samples/0001/calls.jsonl");
+  const std::string all = m_folder.Read("samples/0001/records.json") + ReadHost("proc/9/comm");
+  for (const char* word : {"ren\xc3\xa9", "\xc3\xa9quipe", "bj\xf6rn", "bj\xef\xbf\xbdrn"}) {
+    EXPECT_EQ(all.find(word), std::string::npos) << all;
+    EXPECT_EQ(masked.find(HexOfBytes(word)), std::string::npos) << masked;
+  }
+}
+
 TEST_F(CaptureMaskTest, AStandInThatIsANameByChanceIsReplacedToo) {
   std::string arguments = "sh";
   for (char first = 'a'; first <= 'z'; ++first) {
