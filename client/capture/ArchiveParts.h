@@ -17,6 +17,3 @@ using ArchiveEntry = std::unique_ptr<::archive_entry, void (*)(::archive_entry*)
   const char* words = ::archive_error_string(archive);
   return words == nullptr ? "unknown failure" : words;
 }
-
-/// Throws Interrupted if `stop`, which may be -1, is readable.
-void EndIfStopped(int stop);

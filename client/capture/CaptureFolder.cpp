@@ -1,6 +1,7 @@
 #include "client/capture/CaptureFolder.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -113,4 +114,11 @@ std::vector<FolderEntry> ListFolder(const std::string& folder) {
     return left.path < right.path;
   });
   return entries;
+}
+
+void EndIfStopped(int stop) {
+  ::pollfd ready{stop, POLLIN, 0};
+  if (stop >= 0 && ::poll(&ready, 1, 0) > 0) {
+    throw Interrupted();
+  }
 }

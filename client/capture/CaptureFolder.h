@@ -45,3 +45,6 @@ struct FolderEntry {
   bool isFolder = false;
 };
 [[nodiscard]] std::vector<FolderEntry> ListFolder(const std::string& folder);
+
+/// Throws Interrupted if `stop`, which may be -1, is readable.
+void EndIfStopped(int stop);

@@ -64,15 +64,6 @@ void ForTexts(const Json& value, const Take& take) {
   }
 }
 
-template <class Take>
-void ForLines(std::string_view text, const Take& take) {
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find('\n'), text.size());
-    take(text.substr(0, end));
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
-}
-
 bool IsJson(std::string_view path) { return path.ends_with(".json") || path.ends_with(".jsonl"); }
 
 /// Tables whose words are the kernel's own, or names of devices.
@@ -86,11 +77,22 @@ bool IsKernelTable(std::string_view path) {
 
 }  // namespace
 
-CaptureMask::CaptureMask(std::string folder)
+CaptureMask::CaptureMask(std::string folder, int stop)
     : m_folder(std::move(folder)),
+      m_stop(stop),
       m_entries(ListFolder(m_folder)),
       m_standIns(StandIns::Fresh()),
       m_mask(m_standIns) {}
+
+template <class Take>
+void CaptureMask::ForLines(std::string_view text, const Take& take) const {
+  while (!text.empty()) {
+    EndIfStopped(m_stop);
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    take(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+}
 
 void CaptureMask::Collect() {
   WordCollector collector;
@@ -103,6 +105,7 @@ void CaptureMask::Collect() {
     collector.TakeSystem();
   }
   for (const FolderEntry& entry : m_entries) {
+    EndIfStopped(m_stop);
     const std::string_view below = BelowHost(entry.path);
     if (!entry.isFolder && !below.empty()) {
       collector.TakeFile(below, ReadWhole(PlaceOf(entry.path)));
@@ -140,10 +143,12 @@ void CaptureMask::TakeNames(const std::set<std::string>& names) {
 
 void CaptureMask::RefuseKernelWords() const {
   for (const FolderEntry& entry : m_entries) {
+    EndIfStopped(m_stop);
     if (!IsKernelTable(BelowHost(entry.path))) {
       continue;
     }
-    if (const std::string word = FindWord(ReadWhole(PlaceOf(entry.path)), m_names); !word.empty()) {
+    if (const std::string word = FindWord(ReadWhole(PlaceOf(entry.path)), m_names, m_stop);
+        !word.empty()) {
       throw ClientError("the name \"" + word + "\" can't be replaced: it is a word of " +
                         entry.path + " as well");
     }
@@ -154,6 +159,7 @@ void CaptureMask::Replace() {
   Collect();
   RefuseKernelWords();
   for (const FolderEntry& entry : m_entries) {
+    EndIfStopped(m_stop);
     if (!entry.isFolder) {
       ReplaceFile(entry.path);
     }
@@ -186,6 +192,7 @@ void CaptureMask::ReplaceFile(const std::string& path) {
 void CaptureMask::ReplaceNames() {
   // The deepest first, so that the others are still where they were.
   for (auto entry = m_entries.rbegin(); entry != m_entries.rend(); ++entry) {
+    EndIfStopped(m_stop);
     const std::string_view below = BelowHost(entry->path);
     const std::size_t slash = entry->path.rfind('/') + 1;
     if (below.empty() || IsKernelPath(below)) {
@@ -326,6 +333,7 @@ void CaptureMask::ReplaceRecords(Json& results) {
   for (Json& result : results.Elements()) {
     if (Json* rows = result.Find("rows"); rows != nullptr && rows->IsArray()) {
       for (Json& row : rows->Elements()) {
+        EndIfStopped(m_stop);
         ReplaceRow(row);
       }
     }
@@ -342,14 +350,14 @@ void CaptureMask::FailCheck(const std::string& path, const std::string& what) {
 }
 
 void CaptureMask::CheckText(const std::string& path, std::string_view text,
-                            const std::vector<std::string>& words) {
-  if (const std::string word = FindWord(text, words); !word.empty()) {
+                            const std::vector<std::string>& words) const {
+  if (const std::string word = FindWord(text, words, m_stop); !word.empty()) {
     FailCheck(path, word);
   }
 }
 
 void CaptureMask::CheckCall(const std::string& path, const Json& call,
-                            const std::vector<std::string>& words, const OwnAddresses& own) {
+                            const std::vector<std::string>& words, const OwnAddresses& own) const {
   const std::string question = PlainQuestion(TextOf(call, "call"));
   const std::string asked = PathOfQuestion(question);
   const bool isKernel = !asked.empty() && IsKernelPath(std::string_view(asked).substr(1));
@@ -381,6 +389,7 @@ void CaptureMask::Check() const {
     }
   }
   for (const FolderEntry& entry : ListFolder(m_folder)) {
+    EndIfStopped(m_stop);
     const std::string_view below = BelowHost(entry.path);
     if (below.empty() || !IsKernelPath(below)) {
       CheckText(entry.path, entry.path, words);

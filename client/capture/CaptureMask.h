@@ -13,8 +13,9 @@
 /// Makes a capture private: see "Private captures" of docs/captures.md for what is replaced.
 class CaptureMask {
  public:
-  /// Of the capture in this folder. Throws ClientError, as all of it does.
-  explicit CaptureMask(std::string folder);
+  /// Of the capture in this folder. Throws ClientError, as all of it does; Interrupted once `stop`,
+  /// which may be -1, is readable: some of it is masked then, some not.
+  explicit CaptureMask(std::string folder, int stop = -1);
 
   /// Replaces what is private in all files and in their names, and says so in capture.json.
   void Replace();
@@ -40,12 +41,15 @@ class CaptureMask {
   void ReplaceRecords(Json& results);
   void ReplaceFacts(Json& facts);
   [[noreturn]] static void FailCheck(const std::string& path, const std::string& what);
-  static void CheckText(const std::string& path, std::string_view text,
-                        const std::vector<std::string>& words);
-  static void CheckCall(const std::string& path, const Json& call,
-                        const std::vector<std::string>& words, const OwnAddresses& own);
+  void CheckText(const std::string& path, std::string_view text,
+                 const std::vector<std::string>& words) const;
+  void CheckCall(const std::string& path, const Json& call, const std::vector<std::string>& words,
+                 const OwnAddresses& own) const;
+  template <class Take>
+  void ForLines(std::string_view text, const Take& take) const;
 
   std::string m_folder;
+  int m_stop;
   std::vector<FolderEntry> m_entries;
   bool m_isRunning = false;
   StandIns m_standIns;

@@ -1,7 +1,6 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -44,13 +43,6 @@ void PackEntry(::archive* archive, const std::string& folder, const FolderEntry&
 }
 
 }  // namespace
-
-void EndIfStopped(int stop) {
-  ::pollfd ready{stop, POLLIN, 0};
-  if (stop >= 0 && ::poll(&ready, 1, 0) > 0) {
-    throw Interrupted();
-  }
-}
 
 void PackFolder(const std::string& folder, const std::string& file, int stop) {
   const Descriptor out(OpenRegularFile(file, O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR));

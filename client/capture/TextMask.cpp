@@ -6,6 +6,7 @@
 #include <array>
 
 #include "client/capture/BinaryMask.h"
+#include "client/capture/CaptureFolder.h"
 
 namespace {
 
@@ -151,8 +152,12 @@ std::string TextMask::Go(std::string_view text, bool withAddresses) const {
 std::string TextMask::Text(std::string_view text) const { return Go(text, true); }
 std::string TextMask::Bytes(std::string_view bytes) const { return Go(bytes, false); }
 
-std::string FindWord(std::string_view text, const std::vector<std::string>& words) {
+std::string FindWord(std::string_view text, const std::vector<std::string>& words, int stop) {
+  constexpr std::size_t kLong = 65536;
   for (const std::string& word : words) {
+    if (text.size() > kLong) {
+      EndIfStopped(stop);
+    }
     for (std::size_t place = text.find(word); place != text.npos;
          place = text.find(word, place + 1)) {
       if ((place == 0 || !IsWordLetter(text[place - 1])) && EndsWord(text, place + word.size())) {

@@ -37,5 +37,8 @@ class TextMask {
 };
 
 [[nodiscard]] bool IsWordLetter(char letter);
-/// The first of these words that stands in the text as a whole word; empty if none does.
-[[nodiscard]] std::string FindWord(std::string_view text, const std::vector<std::string>& words);
+/// The first of these words that stands in the text as a whole word; empty if none does. In a long
+/// text each word takes its time: `stop`, which may be -1, ends it with Interrupted once it is
+/// readable.
+[[nodiscard]] std::string FindWord(std::string_view text, const std::vector<std::string>& words,
+                                   int stop = -1);

@@ -14,6 +14,7 @@
 #include "client/ask/Errors.h"
 #include "client/capture/Archive.h"
 #include "client/capture/ArchiveParts.h"
+#include "client/capture/CaptureFolder.h"
 #include "support/Descriptor.h"
 #include "support/OpenBelow.h"
 #include "support/RegularFile.h"

@@ -78,8 +78,8 @@ std::uint64_t TakeHistory(const std::string& socket, const GrowingFolder& folder
 }
 
 /// Replaces what is private, and looks that nothing of it is left.
-void MakePrivate(const std::string& folder) {
-  CaptureMask mask(folder);
+void MakePrivate(const std::string& folder, int stop) {
+  CaptureMask mask(folder, stop);
   mask.Replace();
   mask.Check();
 }
@@ -129,9 +129,10 @@ std::uint64_t CountText(const std::string& text, std::string_view word) {
   return count;
 }
 
-CaptureSize SizeOf(const std::string& folder) {
+CaptureSize SizeOf(const std::string& folder, int stop) {
   CaptureSize size;
   for (const FolderEntry& entry : ListFolder(folder)) {
+    EndIfStopped(stop);
     const std::string path = folder + '/' + entry.path;
     std::error_code error;
     size.bytes += entry.isFolder ? 0 : std::filesystem::file_size(path, error);
@@ -182,9 +183,9 @@ void Capture(const CommonOptions& common, const CaptureOptions& options, int sto
   ReadHost(options, ProfileOf(common.socket, options.profile, stop), folder.Path(), stop);
   const std::uint64_t rows = TakeHistory(common.socket, folder, since, stop);
   if (options.isPrivate) {
-    MakePrivate(folder.Path());
+    MakePrivate(folder.Path(), stop);
   }
-  const CaptureSize size = SizeOf(folder.Path());
+  const CaptureSize size = SizeOf(folder.Path(), stop);
   std::uint64_t bytes = size.bytes;
   if (isFile) {
     PackTo(folder.Path(), options.target, stop);

@@ -1,8 +1,12 @@
 #include "client/capture/CaptureMask.h"
 
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+
 #include "client/ask/Errors.h"
 #include "client/capture/BinaryMask.h"
 #include "json/JsonText.h"
+#include "support/Descriptor.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
@@ -155,6 +159,51 @@ TEST_F(CaptureMaskTest, AStandInThatIsANameByChanceIsReplacedToo) {
   mask.Replace();
   mask.Check();
   EXPECT_EQ(ReadHost("proc/9/cmdline").size(), arguments.size());
+}
+
+TEST_F(CaptureMaskTest, AStopEndsItWhereverItIs) {
+  const Descriptor stop(::eventfd(0, EFD_CLOEXEC));
+  const auto setStop = [&stop](bool isSet) {
+    std::uint64_t value = 1;
+    const auto done = isSet ? ::write(stop.Get(), &value, sizeof(value))
+                            : ::read(stop.Get(), &value, sizeof(value));
+    ASSERT_EQ(done, static_cast<ssize_t>(sizeof(value)));
+  };
+  CaptureMask mask(Folder(), stop.Get());
+  setStop(true);
+  EXPECT_THROW(mask.Replace(), Interrupted);
+  EXPECT_NE(m_folder.Read("capture.json").find("\"private\":false"), std::string::npos);
+  setStop(false);
+  mask.Replace();
+  mask.Check();
+  setStop(true);
+  EXPECT_THROW(mask.Check(), Interrupted);
+  const std::string text(100'000, ' ');
+  EXPECT_THROW(static_cast<void>(FindWord(text, {"alice"}, stop.Get())), Interrupted);
+}
+
+/// It becomes readable while a file is read whose lines take far longer than that.
+TEST_F(CaptureMaskTest, AStopEndsAFileOfManyLines) {
+  constexpr int kLines = 2000;
+  std::string lines;
+  for (int line = 0; line < kLines; ++line) {
+    lines += R"({"User":"dora","Record Time":)" + std::to_string(line) + "}\n";
+  }
+  Write("history/PI.jsonl", lines);
+  const auto secondsOf = [this](int stop) {
+    const auto begin = std::chrono::steady_clock::now();
+    try {
+      CaptureMask(Folder(), stop).Replace();
+    } catch (const Interrupted&) {
+    }
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  };
+  const Descriptor soon(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC));
+  const ::itimerspec time{{}, {0, 20'000'000}};
+  ASSERT_EQ(::timerfd_settime(soon.Get(), 0, &time, nullptr), 0);
+  const double stopped = secondsOf(soon.Get());
+  EXPECT_NE(m_folder.Read("history/PI.jsonl").find("dora"), std::string::npos);
+  EXPECT_LT(stopped, secondsOf(-1) / 2);
 }
 
 TEST_F(CaptureMaskTest, WhatCannotBeReplacedOrIsFoundAfterwardsFails) {
