@@ -52,4 +52,16 @@ std::string GrowingFolder::Open() {
   return IsEmptyFolder(m_folder.Get()) ? "" : "it exists and is not empty";
 }
 
+std::string GrowingFolder::Place() const {
+  return "/proc/self/fd/" + std::to_string(m_folder.Get());
+}
+
+std::string GrowingFolder::Named(std::string words) const {
+  const std::string place = Place() + '/';
+  for (std::size_t at = 0; (at = words.find(place, at)) != words.npos; at += m_path.size()) {
+    words.replace(at, place.size(), m_path + '/');
+  }
+  return words;
+}
+
 void GrowingFolder::Remove(const char* name) const { RemoveBelow(m_folder.Get(), name); }

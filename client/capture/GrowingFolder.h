@@ -18,6 +18,11 @@ class GrowingFolder {
 
   /// Absolute, without "/" at its end.
   [[nodiscard]] const std::string& Path() const { return m_path; }
+  /// A path by way of the descriptor, for this process alone, that leads into the folder whatever
+  /// has its name by now.
+  [[nodiscard]] std::string Place() const;
+  /// Words for the operator with the folder's name where they have Place().
+  [[nodiscard]] std::string Named(std::string words) const;
   /// What stands in it under this name, with all that is below.
   void Remove(const char* name) const;
   void Keep() { m_isKept = true; }

@@ -69,13 +69,15 @@ std::uint64_t TakeHistory(const std::string& socket, const GrowingFolder& folder
                           std::int64_t since, int stop) {
   try {
     Connection daemon(socket, stop);
-    return WriteKeptHistory(daemon, folder.Path(), since, std::time(nullptr));
+    return WriteKeptHistory(daemon, folder.Place(), since, std::time(nullptr));
   } catch (const ClientError& error) {
-    Complain(std::string("there is no history in the capture: ") + error.what());
+    Complain("there is no history in the capture: " + folder.Named(error.what()));
     folder.Remove(kHistoryName);
     return 0;
   }
 }
+
+bool IsPacked(const CaptureOptions& options) { return options.target.ends_with(kArchiveEnd); }
 
 /// Replaces what is private, and looks that nothing of it is left.
 void MakePrivate(const std::string& folder, int stop) {
@@ -161,12 +163,30 @@ std::string ClosingLine(const CaptureOptions& options, const CaptureSize& size, 
   return text + '\n';
 }
 
+/// All that comes behind the host and its history.
+CaptureSize Finish(const CaptureOptions& options, GrowingFolder& folder, int stop) {
+  try {
+    if (options.isPrivate) {
+      MakePrivate(folder.Place(), stop);
+    }
+    const CaptureSize size = SizeOf(folder.Place(), stop);
+    if (IsPacked(options)) {
+      PackTo(folder.Place(), options.target, stop);
+    } else {
+      folder.Keep();
+    }
+    return size;
+  } catch (const ClientError& error) {
+    throw ClientError(folder.Named(error.what()));
+  }
+}
+
 void Capture(const CommonOptions& common, const CaptureOptions& options, int stop) {
   const auto begin = std::chrono::steady_clock::now();
   const std::int64_t now = std::time(nullptr);
   const std::int64_t since =
       options.since.empty() ? now - kDefaultStretch : ParseTime(options.since, now);
-  const bool isFile = options.target.ends_with(kArchiveEnd);
+  const bool isFile = IsPacked(options);
   const std::string end = std::filesystem::path(options.target).extension().string();
   if (!isFile && kOtherEnds.find(end + ' ') != kOtherEnds.npos && !end.empty()) {
     throw UsageError(options.target + ": a packed capture has a name that ends in .tar.zst");
@@ -182,17 +202,8 @@ void Capture(const CommonOptions& common, const CaptureOptions& options, int sto
   GrowingFolder folder(isFile ? work->Path() + "/capture" : options.target);
   ReadHost(options, ProfileOf(common.socket, options.profile, stop), folder.Path(), stop);
   const std::uint64_t rows = TakeHistory(common.socket, folder, since, stop);
-  if (options.isPrivate) {
-    MakePrivate(folder.Path(), stop);
-  }
-  const CaptureSize size = SizeOf(folder.Path(), stop);
-  std::uint64_t bytes = size.bytes;
-  if (isFile) {
-    PackTo(folder.Path(), options.target, stop);
-    bytes = std::filesystem::file_size(options.target);
-  } else {
-    folder.Keep();
-  }
+  const CaptureSize size = Finish(options, folder, stop);
+  const std::uint64_t bytes = isFile ? std::filesystem::file_size(options.target) : size.bytes;
   const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - begin;
   WriteOutput(ClosingLine(options, size, bytes, rows, passed.count()));
 }

@@ -43,7 +43,7 @@ TEST(GrowingFolderTest, WhatOthersMayWriteToOrALinkLeadsToIsLeftAlone) {
   EXPECT_EQ(FileText(place / "history/inner/file"), "kept");
 }
 
-TEST(GrowingFolderTest, NothingIsRemovedBehindALinkThatTakesItsPlace) {
+TEST(GrowingFolderTest, NothingIsWrittenOrRemovedBehindALinkThatTakesItsPlace) {
   const TempFolder top;
   const fs::path other = top.Path() / "other";
   const fs::path moved = top.Path() / "moved";
@@ -57,6 +57,9 @@ TEST(GrowingFolderTest, NothingIsRemovedBehindALinkThatTakesItsPlace) {
     fs::rename(folder.Path(), moved);
     fs::create_directory_symlink(other, folder.Path());
     folder.Remove("history");
+    std::ofstream(folder.Place() + "/late") << "x";
+    EXPECT_EQ(folder.Named("no " + folder.Place() + "/late"), "no " + folder.Path() + "/late");
+    EXPECT_TRUE(fs::exists(moved / "late"));
     EXPECT_TRUE(fs::exists(moved / "file"));
     EXPECT_FALSE(fs::exists(moved / "history"));
   }
