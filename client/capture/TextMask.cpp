@@ -79,7 +79,7 @@ std::string TextMask::AddressAt(std::string_view text, std::size_t place, std::s
   std::size_t end = place;
   bool isFour = true;
   while (end < text.size() && (IsHexDigit(text[end]) || text[end] == ':' || text[end] == '.')) {
-    isFour = isFour && text[end] != ':' && (text[end] == '.' || text[end] <= '9');
+    isFour = isFour && text[end] <= '9';  // a full stop comes before the digits
     ++end;
   }
   // A full stop or a colon behind it ends a sentence, or comes before a port.

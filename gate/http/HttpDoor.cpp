@@ -216,8 +216,12 @@ void HttpDoor::Refuse(const VisitorPtr& visitor, const HeadVerdict& verdict,
 }
 
 void HttpDoor::LetIn(const VisitorPtr& visitor) {
-  const VisitorPtr kept = visitor;
-  m_visitors.remove(kept);
+  const auto place = std::ranges::find(m_visitors, visitor);
+  if (place == m_visitors.end()) {
+    return;
+  }
+  const VisitorPtr kept = std::move(*place);
+  m_visitors.erase(place);
   const int any = 1;
   ::setsockopt(kept->socket.Get(), SOL_SOCKET, SO_RCVLOWAT, &any, sizeof any);
   m_enter(Descriptor(kept->socket.Release()), kept->peer, kept->peerSize);
