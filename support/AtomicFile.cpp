@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "support/Descriptor.h"
+#include "support/WholeTransfer.h"
 
 namespace {
 
@@ -38,20 +39,6 @@ void RemoveFailed(const std::string& path) {
   const int reason = errno;
   ::unlink(path.c_str());
   errno = reason;
-}
-
-bool WriteAll(int fd, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t written = ::write(fd, content.data(), content.size());
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written <= 0) {
-      return false;
-    }
-    content.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
 }
 
 /// Gives the new file what the model has. Another owner's file may be replaced by the folder's
@@ -83,7 +70,7 @@ bool WriteFresh(const std::string& model, const std::string& fresh, std::string_
     error = Because(fresh + ": can't be made");
     return false;
   }
-  if (TakeOver(model, file.Get()) && WriteAll(file.Get(), content) && ::fsync(file.Get()) == 0) {
+  if (TakeOver(model, file.Get()) && WriteFully(file.Get(), content) && ::fsync(file.Get()) == 0) {
     return true;
   }
   error = Because(fresh + ": can't be written");

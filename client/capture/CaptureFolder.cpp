@@ -16,6 +16,7 @@
 #include "support/Descriptor.h"
 #include "support/OpenBelow.h"
 #include "support/RegularFile.h"
+#include "support/WholeTransfer.h"
 
 namespace {
 
@@ -86,15 +87,8 @@ std::optional<std::string> ReadBelow(const std::string& folder, const std::strin
 
 void WriteWhole(const std::string& path, std::string_view text) {
   const Descriptor file(OpenRegularFile(path, O_WRONLY | O_CREAT | O_TRUNC, S_IRUSR | S_IWUSR));
-  if (!file.IsOpen()) {
+  if (!file.IsOpen() || !WriteFully(file.Get(), text)) {
     FailErrno(path);
-  }
-  while (!text.empty()) {
-    const ssize_t count = ::write(file.Get(), text.data(), text.size());
-    if (count < 0 && errno != EINTR) {
-      FailErrno(path);
-    }
-    text.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
   }
 }
 

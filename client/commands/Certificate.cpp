@@ -23,6 +23,7 @@
 #include "client/show/Terminal.h"
 #include "support/AtomicFile.h"
 #include "support/Descriptor.h"
+#include "support/WholeTransfer.h"
 
 namespace {
 
@@ -80,13 +81,13 @@ class WorkFolder {
     constexpr std::size_t kMaxText = 4096;
     std::string text(kMaxText, '\0');
     const Descriptor file = Open(name, O_RDONLY);
-    const ssize_t count = ::read(file.Get(), text.data(), text.size());
+    const ssize_t count = ReadFully(file.Get(), text);
     text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
     return text;
   }
   void Write(const char* name, const std::string& text) const {
     const Descriptor file = Open(name, O_WRONLY | O_CREAT | O_TRUNC);
-    if (::write(file.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+    if (!WriteFully(file.Get(), text)) {
       Fail(name);
     }
   }

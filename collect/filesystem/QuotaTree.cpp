@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "collect/filesystem/QuotaSource.h"
-#include "support/ReadFully.h"
+#include "support/WholeTransfer.h"
 
 namespace {
 

@@ -15,8 +15,8 @@
 #include "support/Descriptor.h"
 #include "support/HostPaths.h"
 #include "support/ProductOptions.h"
-#include "support/ReadFully.h"
 #include "support/TraceLog.h"
+#include "support/WholeTransfer.h"
 
 namespace {
 
@@ -172,9 +172,8 @@ void UserFile::Read(int descriptor, std::vector<char>& records) const {
   for (std::size_t count = 0; count < limit; ++count) {
     const std::size_t place = records.size();
     records.resize(place + m_kind.recordSize);
-    // A part of one is left of a file that is being cut.
-    if (ReadFully(descriptor, std::span(records).subspan(place)) !=
-        static_cast<ssize_t>(m_kind.recordSize)) {
+    // What a file that is being cut still has of a record is one, with zeros behind it.
+    if (ReadFully(descriptor, std::span(records).subspan(place)) <= 0) {
       records.resize(place);
       return;
     }

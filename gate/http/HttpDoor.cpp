@@ -12,8 +12,6 @@
 namespace {
 
 constexpr int kAcceptsAtOnce = 32;
-/// So many shares the places have.
-constexpr std::size_t kDoorShares = 4;
 constexpr std::chrono::milliseconds kSweepPause{100};
 /// So long a refused visitor has for taking the answer.
 constexpr std::chrono::milliseconds kLeaveTime{1000};
@@ -115,7 +113,7 @@ bool HttpDoor::MakePlace() {
 bool HttpDoor::HasItsShare(const std::string& key) const {
   const auto count = std::ranges::count_if(
       m_visitors, [&](const VisitorPtr& visitor) { return visitor->key == key; });
-  return !key.empty() && count >= static_cast<std::ptrdiff_t>(m_settings.maxVisitors / kDoorShares);
+  return !key.empty() && count >= static_cast<std::ptrdiff_t>(m_settings.maxVisitors / kShares);
 }
 
 template <class Action>

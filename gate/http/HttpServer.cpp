@@ -299,12 +299,11 @@ void HttpServer::SetHostNames(std::vector<std::string> names) {
 }
 
 bool HttpServer::HasRoom(const ::sockaddr_storage& peer) {
-  constexpr unsigned kShareOfOne = 4;
   if (m_connections.size() < m_settings.maxConnections) {
     const std::string key = m_settings.shareKey(reinterpret_cast<const ::sockaddr&>(peer));
     return key.empty() || std::ranges::count_if(m_connections, [&](const auto& entry) {
                             return entry.second.peer == key;
-                          }) < static_cast<std::ptrdiff_t>(m_settings.maxConnections / kShareOfOne);
+                          }) < static_cast<std::ptrdiff_t>(m_settings.maxConnections / kShares);
   }
   if (m_settings.isTls) {
     EndSilentConnection();

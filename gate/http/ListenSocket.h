@@ -23,6 +23,8 @@
 /// The same of who may have but a share of a server's places; empty for the loopback, behind which
 /// a proxy may stand for many.
 [[nodiscard]] std::string ShareKey(const ::sockaddr& address);
+/// So many shares the places of a server, and those at its door, have.
+inline constexpr std::size_t kShares = 4;
 
 /// An address of IPv4 or IPv6 as text, without the port; empty if it can't be told.
 [[nodiscard]] std::string AddressText(const ::sockaddr& address);

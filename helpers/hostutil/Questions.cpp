@@ -7,24 +7,18 @@
 
 #include "helpers/hostutil/Resolver.h"
 #include "support/HostNameWire.h"
+#include "support/Uninterrupted.h"
 
 namespace {
 
 /// One record, or less: what was written with another size. 0 at the end.
 ssize_t ReadRecord(int descriptor, HostNameWire& record) {
-  ssize_t size = 0;
-  do {
-    size = ::read(descriptor, &record, sizeof record);
-  } while (size < 0 && errno == EINTR);
-  return size;
+  return Uninterrupted([&] { return ::read(descriptor, &record, sizeof record); });
 }
 
 bool WriteRecord(int descriptor, const HostNameWire& record) {
-  ssize_t size = 0;
-  do {
-    size = ::write(descriptor, &record, sizeof record);
-  } while (size < 0 && errno == EINTR);
-  return size == sizeof record;
+  return Uninterrupted([&] { return ::write(descriptor, &record, sizeof record); }) ==
+         sizeof record;
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "support/Descriptor.h"
+#include "support/WholeTransfer.h"
 
 namespace {
 
@@ -15,17 +16,6 @@ constexpr std::size_t kMostCopied = std::size_t{64} << 20U;
 /// With "/." behind it.
 constexpr std::size_t kLongestCopy = PATH_MAX - 3;
 constexpr mode_t kCopyMode = S_IRUSR | S_IWUSR;
-
-bool WriteWhole(int to, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t count = ::write(to, text.data(), text.size());
-    if (count < 0 && errno != EINTR) {
-      return false;
-    }
-    text.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -83,7 +73,7 @@ int HostRecorder::Copy(int from, const std::string& path) {
       break;
     }
     copied += static_cast<std::size_t>(count);
-    if (!WriteWhole(to.Get(), {piece.data(), static_cast<std::size_t>(count)})) {
+    if (!WriteFully(to.Get(), {piece.data(), static_cast<std::size_t>(count)})) {
       Fail(path, errno);
       return EIO;
     }
@@ -155,7 +145,7 @@ CallAnswer HostRecorder::Ask(const std::string& question, const RealCall& real) 
   // Not kept open: children close what they don't know.
   const Descriptor file(
       ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, kCopyMode));
-  if (!file.IsOpen() || !WriteWhole(file.Get(), CallLine(question, answer))) {
+  if (!file.IsOpen() || !WriteFully(file.Get(), CallLine(question, answer))) {
     Fail(path, errno);
   }
   return answer;

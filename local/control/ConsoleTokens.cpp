@@ -14,9 +14,9 @@
 #include <utility>
 
 #include "support/Descriptor.h"
-#include "support/ReadFully.h"
 #include "support/RegularFile.h"
 #include "support/Uninterrupted.h"
+#include "support/WholeTransfer.h"
 
 namespace {
 

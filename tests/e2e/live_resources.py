@@ -6,7 +6,7 @@ import re
 
 from live_findings import ROUNDING
 from live_network import of_exporter
-from live_peers import PROCESSORS, SECONDS, TICKS
+from live_peers import PROCESSORS, TICKS
 
 # Of node_disk_, and how much of that one unit of the field is.
 DISK_OF_EXPORTER = {
@@ -33,7 +33,6 @@ DISK_OF_IOSTAT = {
     "f_await": ("Avg Flush Seconds", 1000, 0.05), "aqu-sz": ("Avg Queue Length", 1, 0.02),
     "util": ("In Use %", 1, 0.5),
 }
-MEANS_OF_IOSTAT = ("rareq-sz", "wareq-sz", "dareq-sz", "r_await", "w_await", "d_await", "f_await")
 NO_DISK = re.compile(r"(loop|ram|zram|fd)\d")
 
 
@@ -93,11 +92,7 @@ def compare_disk_rates(found, rates):
             value = row[label] if row[label] is None else row[label] * scale
             if value is None and label.startswith("Avg") and peer[column] == 0:
                 continue
-            slack = 0.02
-            if column in MEANS_OF_IOSTAT:
-                # An operation in the seconds of one of both alone changes a mean of few by that.
-                slack += 1 / max(1, peer[f"{column[0]}/s"] * SECONDS)
-            found.expect(f"DISK {name} {label}", value, peer[column] * (1 - slack), peer[column] * (1 + slack),
+            found.expect(f"DISK {name} {label}", value, peer[column] * 0.98, peer[column] * 1.02,
                          unit)
 
 

@@ -9,7 +9,26 @@ import time
 from iterator_kinds import kill
 
 
-class Churn:
+class Background:
+    """What `run` does until `stop`, on a thread of its own, within a block."""
+
+    def __init__(self):
+        self.stop = threading.Event()
+        self.thread = threading.Thread(target=self.run)
+
+    def run(self):
+        raise NotImplementedError
+
+    def __enter__(self):
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.stop.set()
+        self.thread.join()
+
+
+class Churn(Background):
     """So many processes a second that end at once, one in ten of them another program."""
 
     # A byte tells that a piece is done.
@@ -21,9 +40,8 @@ class Churn:
         self.shells = [subprocess.Popen(["/bin/sh", "-c", self.SCRIPT], stdin=subprocess.PIPE, stdout=self.done)
                        for _ in range(2)]
         self.piece = max(1, rate // self.PIECES // len(self.shells) - 1)
-        self.stop = threading.Event()
+        super().__init__()
         self.begun = time.monotonic()
-        self.thread = threading.Thread(target=self.run)
 
     def run(self):
         due = time.monotonic()
@@ -38,13 +56,8 @@ class Churn:
         """How many of its own there were a second."""
         return os.fstat(self.done.fileno()).st_size * (self.piece + 1) / (time.monotonic() - self.begun)
 
-    def __enter__(self):
-        self.thread.start()
-        return self
-
     def __exit__(self, *_):
-        self.stop.set()
-        self.thread.join()
+        super().__exit__()
         for shell in self.shells:
             shell.kill()
             shell.stdin.close()
@@ -52,7 +65,7 @@ class Churn:
         self.done.close()
 
 
-class Short:
+class Short(Background):
     """Processes that live for some batches, begun one after the other."""
 
     SECONDS = 5
@@ -61,8 +74,7 @@ class Short:
     def __init__(self):
         self.begun = []  # when, and the number
         self.fetched = 0  # of these, from the front
-        self.stop = threading.Event()
-        self.thread = threading.Thread(target=self.run)
+        super().__init__()
 
     def run(self):
         while not self.stop.wait(self.EACH):
@@ -76,13 +88,8 @@ class Short:
         """Those that have lived from before this second to after the next one."""
         return {pid for time_, pid in list(self.begun) if second + 2 - self.SECONDS < time_ < second - 0.1}
 
-    def __enter__(self):
-        self.thread.start()
-        return self
-
     def __exit__(self, *_):
-        self.stop.set()
-        self.thread.join()
+        super().__exit__()
         for _, pid in self.begun[self.fetched:]:
             kill(pid)
             os.waitpid(pid, 0)

@@ -92,7 +92,7 @@ TEST(CaptureFileTest, WhatIsWrongIsTold) {
   EXPECT_THAT(ProblemWith("samples", std::vector<Json>(100'001)), HasSubstr("one to 100000"));
   CaptureFacts facts;
   for (const char* text : {"", "[]", "{\"format\":1", "7"}) {
-    EXPECT_FALSE(ReadCaptureText(text, facts).empty()) << text;
+    EXPECT_EQ(ReadCaptureText(text, facts), "this is no object of JSON") << text;
   }
 }
 

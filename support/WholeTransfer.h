@@ -3,8 +3,10 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <span>
+#include <string_view>
 
 #include "support/Uninterrupted.h"
 
@@ -24,4 +26,18 @@
     got += static_cast<std::size_t>(piece);
   }
   return static_cast<ssize_t>(got);
+}
+
+/// Writes all of the text, however little is taken at a time. False with errno set.
+[[nodiscard]] inline bool WriteFully(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t piece =
+        Uninterrupted([&] { return ::write(descriptor, text.data(), text.size()); });
+    if (piece <= 0) {
+      errno = piece == 0 ? EIO : errno;
+      return false;
+    }
+    text.remove_prefix(static_cast<std::size_t>(piece));
+  }
+  return true;
 }
