@@ -1,6 +1,5 @@
 #include "local/CaptureRun.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,22 +21,6 @@ namespace {
 constexpr const char* kRoomFolder = "/work";
 constexpr const char* kRoomHome = "/opt/qmtrx/mond/agent";
 constexpr const char* kRoomIni = "qmtagt.ini";
-
-std::string ErrnoText(const std::string& path) { return path + ": " + std::strerror(errno); }
-
-/// Nobody else may put a link into the folder that would have the capture written elsewhere.
-std::string CheckOwnFolder(const std::string& path) {
-  struct ::stat status {};
-  if (::lstat(path.c_str(), &status) != 0) {
-    return ErrnoText(path);
-  }
-  if (!S_ISDIR(status.st_mode)) {
-    return path + ": this is no folder";
-  }
-  return status.st_uid == ::geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0
-             ? ""
-             : path + ": others may write to this folder; name one that is not there yet";
-}
 
 /// Takes one answer whole.
 class CapturePeer : public ControlPeer {
@@ -96,32 +79,18 @@ std::vector<std::string> NamesWithRows(const Json& results) {
 }  // namespace
 
 std::string CaptureRoom::Make(const CaptureOrder& order) {
-  std::error_code error;
-  m_folder = std::filesystem::absolute(order.folder, error).lexically_normal().string();
-  while (m_folder.size() > 1 && m_folder.ends_with('/')) {
-    m_folder.pop_back();
-  }
-  if (::mkdir(m_folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-    return ErrnoText(m_folder);
-  }
-  if (std::string problem = CheckOwnFolder(m_folder); !problem.empty()) {
+  if (std::string problem = m_folder.Open(order.folder); !problem.empty()) {
     return problem;
-  }
-  const bool isEmpty = std::filesystem::is_empty(m_folder, error);
-  if (error) {
-    return m_folder + ": " + error.message();
-  }
-  if (!isEmpty) {
-    return m_folder + ": the folder is not empty";
   }
   // It holds command lines and names of users.
   ::umask(S_IRWXG | S_IRWXO);
-  const std::string home = m_folder + kRoomFolder + kRoomHome;
+  const std::string home = m_folder.Place() + kRoomFolder + kRoomHome;
+  std::error_code error;
   std::filesystem::create_directories(home, error);
   if (error || ::chdir(home.c_str()) != 0) {
-    return home + ": " + (error ? error.message() : std::strerror(errno));
+    return m_folder.Named(home + ": " + (error ? error.message() : std::strerror(errno)));
   }
-  SetProductRoot(m_folder + kRoomFolder);
+  SetProductRoot(m_folder.Place() + kRoomFolder);
   std::string problem;
   const std::string profile = order.profile.empty() ? "" : "Profile = " + order.profile + '\n';
   return ReplaceFile(kRoomIni, "[Host]\n" + profile + "[Schedule]\n", problem) ? "" : problem;
@@ -129,7 +98,7 @@ std::string CaptureRoom::Make(const CaptureOrder& order) {
 
 void CaptureRoom::Remove() const {
   std::error_code error;
-  std::filesystem::remove_all(m_folder + kRoomFolder, error);
+  std::filesystem::remove_all(m_folder.Place() + kRoomFolder, error);
 }
 
 CaptureRun::CaptureRun(EventLoop& loop, ControlOperations& operations, HostRecorder& recorder,

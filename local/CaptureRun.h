@@ -10,20 +10,21 @@
 #include "local/control/ControlOperations.h"
 #include "local/loop/EventLoop.h"
 #include "node/NodeLayer.h"
+#include "support/OwnFolder.h"
 
 /// A folder in which the agent, which has none of its own then, finds what it wants of its product.
 /// It is below the capture's and goes with the object.
 class CaptureRoom {
  public:
   /// Makes the capture's folder, which must not be there or be empty, and its own in it; the
-  /// working directory and the product's root are there from now on.
+  /// working directory and the product's root are there from now on. Gives what is wrong.
   [[nodiscard]] std::string Make(const CaptureOrder& order);
-  /// The capture's folder, an absolute path.
-  [[nodiscard]] const std::string& Folder() const { return m_folder; }
+  /// The capture's folder.
+  [[nodiscard]] const OwnFolder& Folder() const { return m_folder; }
   void Remove() const;
 
  private:
-  std::string m_folder;
+  OwnFolder m_folder;
 };
 
 /// Takes the samples of a capture, one batch of all served records each, then stops the loop.

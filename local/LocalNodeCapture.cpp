@@ -97,10 +97,10 @@ std::string LocalNode::BeginCapture(const CaptureOrder& order) {
   if (!order.profile.empty()) {
     ::setenv(kProfileVariable, order.profile.c_str(), 1);
   }
-  auto recorder = std::make_unique<HostRecorder>(m_capture->room.Folder(), root);
+  auto recorder = std::make_unique<HostRecorder>(m_capture->room.Folder().Place(), root);
   g_recorder = recorder.get();
   if (!recorder->BeginSample(1)) {
-    return recorder->Problem();
+    return m_capture->room.Folder().Named(recorder->Problem());
   }
   Install(std::move(recorder));
   return "";
@@ -108,7 +108,7 @@ std::string LocalNode::BeginCapture(const CaptureOrder& order) {
 
 void LocalNode::MakeCapture(CMBRunnableNode& node) {
   CaptureRun run(Parts().loop, Parts().operations, *g_recorder, m_capture->order,
-                 m_capture->room.Folder());
+                 m_capture->room.Folder().Place());
   run.Start();
   Parts().loop.Run(node);
   m_capture->facts = run.Facts();
@@ -123,8 +123,9 @@ std::string LocalNode::EndCapture() {
   }
   DebugTerm();
   m_capture->room.Remove();
+  const OwnFolder& folder = m_capture->room.Folder();
   if (!m_capture->problem.empty()) {
-    return m_capture->problem;
+    return folder.Named(m_capture->problem);
   }
   CaptureFacts& facts = m_capture->facts;
   struct ::utsname names {};
@@ -136,7 +137,7 @@ std::string LocalNode::EndCapture() {
   facts.profile = HostProfileName(g_hostProfile);
   facts.isRunning = g_recorder->IsRunningHost();
   std::string problem;
-  return ReplaceFile(m_capture->room.Folder() + '/' + kCaptureFile, CaptureText(facts), problem)
+  return ReplaceFile(folder.Place() + '/' + kCaptureFile, CaptureText(facts), problem)
              ? ""
-             : problem;
+             : folder.Named(problem);
 }

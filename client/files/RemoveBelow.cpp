@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,14 +12,14 @@
 
 namespace {
 
-/// None if the folder can't be read.
-std::optional<std::vector<std::string>> NamesIn(int folder) {
+/// None, too, if the folder can't be read.
+std::vector<std::string> NamesIn(int folder) {
   Descriptor copy(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const DirectoryPtr entries(copy.IsOpen() ? ::fdopendir(copy.Get()) : nullptr);
-  if (entries == nullptr) {
-    return std::nullopt;
-  }
   std::vector<std::string> names;
+  if (entries == nullptr) {
+    return names;
+  }
   static_cast<void>(copy.Release());
   while (const ::dirent* entry = ::readdir(entries.get())) {
     const std::string_view name = entry->d_name;
@@ -45,12 +44,7 @@ void RemoveBelow(int folder, const char* name) {
 }
 
 void EmptyFolder(int folder) {
-  for (const std::string& name : NamesIn(folder).value_or(std::vector<std::string>())) {
+  for (const std::string& name : NamesIn(folder)) {
     RemoveBelow(folder, name.c_str());
   }
-}
-
-bool IsEmptyFolder(int folder) {
-  const std::optional<std::vector<std::string>> names = NamesIn(folder);
-  return names && names->empty();
 }

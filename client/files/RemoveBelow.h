@@ -7,5 +7,3 @@
 void RemoveBelow(int folder, const char* name);
 /// All that stands in the folder, which itself stays.
 void EmptyFolder(int folder);
-/// Whether nothing stands in it; false if that can't be told.
-[[nodiscard]] bool IsEmptyFolder(int folder);

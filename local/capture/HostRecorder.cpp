@@ -140,7 +140,7 @@ CallAnswer HostRecorder::Ask(const std::string& question, const RealCall& real) 
   if (const CallAnswer* known = Find(question)) {
     return *known;
   }
-  const CallAnswer answer = m_answers.try_emplace(question, real()).first->second;
+  CallAnswer answer = m_answers.try_emplace(question, real()).first->second;
   const std::string path = m_sample + '/' + kCallsFile;
   // Not kept open: children close what they don't know.
   const Descriptor file(
