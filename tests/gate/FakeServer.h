@@ -106,7 +106,7 @@ class FakeServer {
   void Accept() {
     for (int socket = 0;
          (socket = ::accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
-      m_connections.emplace_back(Descriptor(socket));
+      m_connections.push_back({.socket = Descriptor(socket), .thread = {}});
       m_connections.back().thread =
           std::thread([this, socket, number = static_cast<int>(m_connections.size())] {
             ServeConnection(socket, number);
