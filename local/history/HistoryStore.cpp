@@ -59,6 +59,9 @@ void HistoryStore::Configure(HistorySettings settings) {
 }
 
 void HistoryStore::Close() {
+  if (m_onClosing) {
+    m_onClosing();
+  }
   m_target = nullptr;
   m_main = {};
   m_waiting = {};
@@ -68,7 +71,6 @@ void HistoryStore::Close() {
 }
 
 void HistoryStore::Open() {
-  ++m_openings;
   m_main.database = OpenHistoryFile(m_settings.file);
   MeasureFile();
   std::error_code ignored;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -50,8 +51,10 @@ class HistoryStore : public RecordSink {
   void EndBatch() override;
   void AbandonBatch() override;
 
-  /// How often a file was opened: another number tells that what was known of it is out of date.
-  [[nodiscard]] std::uint64_t Openings() const { return m_openings; }
+  /// Calls `closing` each time before the open file is closed, when its statements have to go: one
+  /// that is left keeps the file open. In place of the one before; null: nobody.
+  void OnClosing(std::function<void()> closing) { m_onClosing = std::move(closing); }
+
   [[nodiscard]] const HistorySettings& Settings() const { return m_settings; }
   /// The open file; made or opened if need be. Null if there is none, or if that fails.
   [[nodiscard]] SqlDatabase* Database();
@@ -92,6 +95,7 @@ class HistoryStore : public RecordSink {
 
   HistorySettings m_settings;
   ProblemReport m_report;
+  std::function<void()> m_onClosing;
   Book m_main;
   Book m_waiting;
   Book* m_target = nullptr;    ///< that of the batch at work; null outside one
@@ -103,6 +107,5 @@ class HistoryStore : public RecordSink {
   std::int64_t m_freeBytes = 0;                ///< those of m_sizeBytes that no row needs
   std::optional<std::int64_t> m_removedUntil;  ///< what was older has gone; not known at first
   std::uint64_t m_lostBatches = 0;
-  std::uint64_t m_openings = 0;
   WaitingRows m_mover;
 };

@@ -83,6 +83,16 @@ TEST_F(HistoryStoreTest, AnAbandonedBatchLeavesNoRowAndNoLock) {
   EXPECT_EQ(Rows(), 2) << "there was none";
 }
 
+TEST_F(HistoryStoreTest, AStatementThatIsLeftKeepsNoLockOfAFileThatWasClosed) {
+  auto file = std::make_unique<SqlDatabase>("records.db", 0);
+  const SqlStatement left = file->Prepare("SELECT 1");
+  file->Execute("BEGIN EXCLUSIVE");
+  file.reset();
+  Keep();
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 1);
+}
+
 TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
   Keep();
   for (const std::int32_t time : {100, 110, 120}) {
