@@ -72,9 +72,9 @@ void HistoryStore::Close() {
 
 void HistoryStore::Open() {
   m_main.database = OpenHistoryFile(m_settings.file);
-  MeasureFile();
   std::error_code ignored;
   m_hasWaiting = std::filesystem::exists(WaitingFile(), ignored);
+  MeasureFile();
 }
 
 SqlDatabase* HistoryStore::Database() {
@@ -82,7 +82,8 @@ SqlDatabase* HistoryStore::Database() {
     try {
       Open();
     } catch (const SqlError& error) {
-      Fail(error);
+      // No batch is lost by it: one at work waits in the other file.
+      Tell(error, m_settings.file);
     }
   }
   return m_main.database.get();
@@ -104,10 +105,10 @@ void HistoryStore::Keep(const ScheduledRows& rows, bool areTotals) {
 }
 
 void HistoryStore::Begin() {
-  if (m_main.database == nullptr) {
-    Open();
-  }
   try {
+    if (m_main.database == nullptr) {
+      Open();
+    }
     MoveWaiting();
     if (m_hasWaiting) {
       BeginWaiting();
@@ -256,7 +257,7 @@ void HistoryStore::EndBatch() {
   } catch (const SqlError& error) {
     if (!error.IsBusy()) {
       Fail(error);
-    } else if (m_main.database->IsInTransaction()) {
+    } else if (m_main.database != nullptr && m_main.database->IsInTransaction()) {
       // Somebody has begun to read: what is old goes after a later batch.
       m_main.database->Execute("ROLLBACK");
     }
@@ -271,7 +272,7 @@ void HistoryStore::Commit() {
   for (const std::string& notice : std::exchange(m_notices, {})) {
     m_report(notice);
   }
-  if (!std::exchange(m_problem, {}).empty()) {
+  if (m_main.database != nullptr && !std::exchange(m_problem, {}).empty()) {
     m_report("History: " + m_settings.file + " is written again; " + std::to_string(m_lostBatches) +
              " batches since the start are missing.");
   }
@@ -316,9 +317,13 @@ void HistoryStore::RemoveExcess() {
 void HistoryStore::Fail(const SqlError& error) {
   ++m_lostBatches;
   m_notices.clear();
-  const bool isBroken = error.IsBroken();
   const std::string file = m_target == &m_waiting ? WaitingFile() : m_settings.file;
   Close();
+  Tell(error, file);
+}
+
+void HistoryStore::Tell(const SqlError& error, const std::string& file) {
+  const bool isBroken = error.IsBroken();
   if (isBroken) {
     SetAside(file);
   }

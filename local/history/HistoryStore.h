@@ -56,7 +56,8 @@ class HistoryStore : public RecordSink {
   void OnClosing(std::function<void()> closing) { m_onClosing = std::move(closing); }
 
   [[nodiscard]] const HistorySettings& Settings() const { return m_settings; }
-  /// The open file; made or opened if need be. Null if there is none, or if that fails.
+  /// The open file; made or opened if need be. Null if there is none, or if that fails, which costs
+  /// no batch.
   [[nodiscard]] SqlDatabase* Database();
   /// What is wrong at the moment; empty if nothing.
   [[nodiscard]] const std::string& Problem() const { return m_problem; }
@@ -90,7 +91,10 @@ class HistoryStore : public RecordSink {
   void MeasureFile();
   void RemoveOld();
   void RemoveExcess();
+  /// Gives up the batch at work, and what is open.
   void Fail(const SqlError& error);
+  /// Sets the file aside if it is broken.
+  void Tell(const SqlError& error, const std::string& file);
   void SetAside(const std::string& file);
 
   HistorySettings m_settings;

@@ -202,8 +202,25 @@ TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
             3);
 }
 
+TEST_F(HistoryStoreTest, ALockAtTheStartLosesNoBatch) {
+  SqlDatabase stranger("records.db", 0);
+  stranger.Execute("BEGIN EXCLUSIVE");
+  Keep();
+  const FakeRecord record(1, m_now);
+  const CMBRecord* const row = &record;
+  m_store.Take({"FAKE", '4', m_now, {&row, 1}});
+  EXPECT_EQ(m_store.Database(), nullptr);
+  Batch(m_now);
+  EXPECT_EQ(Number("SELECT count(*) FROM FAKE", "records.db-waiting"), 2);
+  stranger.Execute("ROLLBACK");
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 3);
+  EXPECT_EQ(m_store.LostBatches(), 0U);
+}
+
 TEST_F(HistoryStoreTest, AFailureIsToldOnceAndHistoryResumesByItself) {
   Keep({"missing/records.db", 14, 512});
+  EXPECT_EQ(m_store.Database(), nullptr) << "which loses no batch";
   Batch(m_now);
   Batch(m_now);
   EXPECT_THAT(m_told, ElementsAre(StartsWith("History: missing/records.db can't be written: ")));
