@@ -168,6 +168,21 @@ TEST_F(HistoryStoreTest, AChangedLayoutAddsColumnsOrBeginsANewTable) {
               ElementsAre("History: the layout of FAKE has changed: 1 columns were added to its "
                           "table.",
                           HasSubstr("its old rows stand in the table \"FAKE until ")));
+  fields.assign(kFakeFields.begin(), kFakeFields.end());
+  changed.fields = fields;
+  for (const bool isLeftWithout : {false, true}) {
+    SqlDatabase file("records.db", 1000);
+    if (isLeftWithout) {
+      SqlStatement index = file.Prepare("SELECT name FROM pragma_index_list('FAKE')");
+      ASSERT_TRUE(index.Step());
+      const std::string name(index.Text(0));
+      index.Reset();
+      file.Execute("DROP INDEX " + QuotedName(name));
+    }
+    Keep();
+    Batch(m_now);
+    EXPECT_EQ(file.Number("SELECT count(*) FROM pragma_index_list('FAKE')"), 1);
+  }
 }
 
 TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
