@@ -9,7 +9,6 @@
 #include "local/history/FieldValue.h"
 #include "local/history/HistoryFile.h"
 #include "local/history/HistoryTables.h"
-#include "local/history/OldRows.h"
 #include "node/LayoutRegistry.h"
 #include "support/WholeTime.h"
 
@@ -117,6 +116,9 @@ void HistoryStore::Begin() {
     // Whoever reads is found out now, when the batch can still go elsewhere.
     m_main.database->Execute("BEGIN EXCLUSIVE");
     m_target = &m_main;
+    MeasureFile();
+    m_usedBefore = UsedBytes();
+    m_inserted.clear();
   } catch (const SqlError& error) {
     if (!error.IsBusy()) {
       throw;
@@ -210,6 +212,7 @@ void HistoryStore::Insert(const ScheduledRows& rows, bool areTotals) {
     m_target->totals->Add(*table->layout, rows.time, rows.rows);
     return;
   }
+  m_inserted[rows.record] += std::ssize(rows.rows);
   const int timePlace = TimePlace(*table->layout) + 1;
   for (const CMBRecord* row : rows.rows) {
     const std::span<const unsigned char> bytes = RecordBytes(*row);
@@ -241,18 +244,22 @@ void HistoryStore::EndBatch() {
     return;
   }
   const bool isMain = m_target == &m_main;
+  std::int64_t goal = 0;
   try {
     if (m_target->totals != nullptr) {
       m_target->totals->Flush();
+      m_inserted[kTotalsTable] = m_target->totals->TakeInserted();
     }
     if (isMain) {
       // Within the batch, where the file needs no locks of its own for that.
       MeasureFile();
+      // Twice what was added goes: else the file would grow for ever.
+      goal = 2 * m_usedBefore - UsedBytes();
     }
     Commit();
     if (isMain) {
       RemoveOld();
-      RemoveExcess();
+      RemoveExcess(goal);
     }
   } catch (const SqlError& error) {
     if (!error.IsBusy()) {
@@ -291,7 +298,7 @@ void HistoryStore::RemoveOld() {
     return;
   }
   m_main.database->Execute("BEGIN IMMEDIATE");
-  const bool isMore = RemoveRowsBefore(*m_main.database, end);
+  const bool isMore = RemoveRowsBefore(*m_main.database, end, m_inserted);
   MeasureFile();
   m_main.database->Execute("COMMIT");
   if (!isMore) {
@@ -299,14 +306,19 @@ void HistoryStore::RemoveOld() {
   }
 }
 
-void HistoryStore::RemoveExcess() {
+void HistoryStore::RemoveExcess(std::int64_t goal) {
   const std::int64_t limit = m_settings.megabytes * kBytesPerMegabyte;
   const auto end = std::chrono::steady_clock::now() + kRemovalTime;
-  while (m_sizeBytes - m_freeBytes > limit && std::chrono::steady_clock::now() < end) {
-    if (!RemoveOldestRows(*m_main.database)) {
-      break;
+  const auto isDue = [&] {
+    return UsedBytes() > limit && (UsedBytes() > goal || std::chrono::steady_clock::now() < end);
+  };
+  if (isDue()) {
+    // All at once, as the disk is waited for at the end of each transaction.
+    m_main.database->Execute("BEGIN IMMEDIATE");
+    while (isDue() && RemoveOldestRows(*m_main.database)) {
+      MeasureFile();
     }
-    MeasureFile();
+    m_main.database->Execute("COMMIT");
   }
   if (m_freeBytes > 0) {
     m_main.database->Execute("PRAGMA incremental_vacuum(" + std::to_string(kFreedPages) + ")");

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "local/history/OldRows.h"
 #include "local/history/Sql.h"
 #include "local/history/TotalsTable.h"
 #include "local/history/WaitingRows.h"
@@ -89,8 +90,10 @@ class HistoryStore : public RecordSink {
   void Commit();
   /// Sets the sizes of the main file.
   void MeasureFile();
+  [[nodiscard]] std::int64_t UsedBytes() const { return m_sizeBytes - m_freeBytes; }
   void RemoveOld();
-  void RemoveExcess();
+  /// Down to the limit, or as far as `goal` and the time for it allow.
+  void RemoveExcess(std::int64_t goal);
   /// Gives up the batch at work, and what is open.
   void Fail(const SqlError& error);
   /// Sets the file aside if it is broken.
@@ -109,6 +112,8 @@ class HistoryStore : public RecordSink {
   std::vector<std::string> m_notices;  ///< told once the batch at work is written
   std::int64_t m_sizeBytes = 0;
   std::int64_t m_freeBytes = 0;                ///< those of m_sizeBytes that no row needs
+  std::int64_t m_usedBefore = 0;               ///< UsedBytes() before the batch at work
+  InsertedRows m_inserted;                     ///< by the batch at work
   std::optional<std::int64_t> m_removedUntil;  ///< what was older has gone; not known at first
   std::uint64_t m_lostBatches = 0;
   WaitingRows m_mover;

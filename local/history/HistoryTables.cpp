@@ -70,7 +70,8 @@ void MakeTable(SqlDatabase& database, const RecordLayout& layout, const std::str
 
 /// The name, with a number behind it where something bears it already.
 std::string FreeName(SqlDatabase& database, const std::string& name) {
-  SqlStatement bearer = database.Prepare("SELECT 1 FROM main.sqlite_master WHERE name = ?1");
+  SqlStatement bearer =
+      database.Prepare("SELECT 1 FROM main.sqlite_master WHERE name = ?1 COLLATE NOCASE");
   std::string free = name;
   for (int number = 2;; ++number) {
     bearer.Bind(1, std::string_view(free));
@@ -193,11 +194,15 @@ std::string CommonColumns(SqlDatabase& database, const std::string& schema,
 
 std::vector<std::string> RecordTables(SqlDatabase& database, const std::string& schema) {
   SqlStatement statement =
+      // Asked for its index, a table without row numbers gives its key. A virtual one is not asked
+      // anything, as what it is made by may be missing.
       database.Prepare("SELECT name FROM " + QuotedName(schema) +
-                       ".sqlite_master WHERE type = 'table' AND name NOT IN (?1, ?2) AND name "
-                       "NOT LIKE 'sqlite_%' ORDER BY name");
-  statement.Bind(1, std::string_view(kLayoutTable));
-  statement.Bind(2, std::string_view(kTotalsLayoutTable));
+                       ".sqlite_master AS t WHERE type = 'table' AND CASE WHEN rootpage > 0 THEN "
+                       "EXISTS (SELECT 1 FROM pragma_table_info(t.name, ?1) WHERE name = ?2 AND "
+                       "type = 'INTEGER' COLLATE NOCASE) AND NOT EXISTS (SELECT 1 FROM "
+                       "pragma_index_info(t.name, ?1)) END ORDER BY name");
+  statement.Bind(1, std::string_view(schema));
+  statement.Bind(2, std::string_view(kTimeLabel));
   std::vector<std::string> names;
   while (statement.Step()) {
     names.emplace_back(statement.Text(0));

@@ -186,25 +186,34 @@ TEST_F(HistoryStoreTest, AChangedLayoutAddsColumnsOrBeginsANewTable) {
 }
 
 TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
-  Keep({"records.db", 2, 1});
+  Keep();
   Batch(m_now - 3 * 86400, 1200);
-  EXPECT_EQ(Rows(), 700);
+  Keep({"records.db", 2, 1});
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 701);
   Batch(m_now);
   Batch(m_now);
-  EXPECT_EQ(Rows(), 2);
+  EXPECT_EQ(Rows(), 3);
   for (int i = 0; i < 60; ++i) {
     Batch(m_now - 3 * 86400, 1, 1);
   }
-  EXPECT_EQ(Rows(), 62) << "what is old is not looked for after each batch";
+  EXPECT_EQ(Rows(), 63) << "what is old is not looked for after each batch";
   EXPECT_EQ(Totals(), 60);
   Keep({"records.db", 2, 1});
   Batch(m_now);
   EXPECT_EQ(Totals(), 10);
   Batch(m_now);
   EXPECT_EQ(Totals(), 0);
-  EXPECT_EQ(Rows(), 4);
+  EXPECT_EQ(Rows(), 5);
+  for (const char* strange : {"a (x)", "b (\"Record Time\" INTEGER)",
+                              "c (\"Record Time\" INTEGER PRIMARY KEY) WITHOUT ROWID"}) {
+    SqlDatabase("records.db", 1000).Execute(std::string("CREATE TABLE ") + strange);
+  }
+  SqlDatabase("records.db", 1000).Execute("INSERT INTO a VALUES (1)");
+  SqlDatabase("records.db", 1000).Execute("INSERT INTO b VALUES ('x')");
   Batch(m_now - 6, 1, 1);
   Batch(m_now - 5, 30000, 10000);
+  EXPECT_LE(Number("PRAGMA page_count") - Number("PRAGMA freelist_count"), 256);
   for (int i = 0; i < 300 && m_store.SizeBytes() > 1 << 20; ++i) {
     Batch(m_now);
   }
@@ -215,6 +224,23 @@ TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
   EXPECT_GT(Rows(), 5000);
   EXPECT_GE(Number("SELECT count(*) FROM FAKE WHERE \"Record Time\" = " + std::to_string(m_now)),
             3);
+}
+
+TEST_F(HistoryStoreTest, MoreGoesThanALargeBatchBrings) {
+  const std::int32_t old = m_now - 100 * 86400;
+  for (int batch = 0; batch < 10; ++batch) {
+    Keep({"records.db", 1, 512});
+    Batch(old + batch * 2 * 86400, 1200);
+  }
+  EXPECT_EQ(Rows(), 0);
+  Keep({"records.db", 1, 512});
+  const FakeRecord record(1, old);
+  const CMBRecord* const row = &record;
+  for (int time = 0; time < 200; ++time) {
+    m_store.TakeTotals({"FAKE", '4', old + time, {&row, 1}});
+  }
+  m_store.EndBatch();
+  EXPECT_EQ(Totals(), 0);
 }
 
 TEST_F(HistoryStoreTest, ALockAtTheStartLosesNoBatch) {
