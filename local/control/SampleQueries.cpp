@@ -246,6 +246,13 @@ struct SampleQueries::Work {
   }
 };
 
+SampleQueries::SampleQueries(RequestTurns& turns, HistoryStore& store, const ScheduleBook& schedule)
+    : m_store(store), m_schedule(schedule), m_turns(turns, store) {
+  m_store.OnClosing([this] { DropReaders(); });
+}
+
+SampleQueries::~SampleQueries() { m_store.OnClosing(nullptr); }
+
 void SampleQueries::Samples(const std::shared_ptr<ControlRequest>& request) {
   const Json& message = request->Message();
   const auto work = std::make_shared<Work>();
@@ -263,12 +270,16 @@ void SampleQueries::Samples(const std::shared_ptr<ControlRequest>& request) {
   m_turns.Add(request, [this, work](SqlDatabase& database) { return TakeTurn(database, *work); });
 }
 
+void SampleQueries::DropReaders() {
+  m_readers.clear();
+  m_totals.reset();
+}
+
 void SampleQueries::DropOldReaders(SqlDatabase& database) {
   const std::int64_t schema = database.Number("PRAGMA schema_version");
-  if (m_opening != m_store.Openings() || m_schema != schema || !m_totals) {
-    m_readers.clear();
+  if (m_schema != schema || !m_totals) {
+    DropReaders();
     m_totals.emplace();
-    m_opening = m_store.Openings();
     m_schema = schema;
   }
 }

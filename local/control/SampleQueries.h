@@ -31,9 +31,11 @@ class SampleQueries {
   /// An answer that is longer ends.
   static constexpr std::size_t kMostBytes = std::size_t{16} << 20;
 
-  /// All outlive the requests.
-  SampleQueries(RequestTurns& turns, HistoryStore& store, const ScheduleBook& schedule)
-      : m_store(store), m_schedule(schedule), m_turns(turns, store) {}
+  /// All outlive it and the requests.
+  SampleQueries(RequestTurns& turns, HistoryStore& store, const ScheduleBook& schedule);
+  ~SampleQueries();
+  SampleQueries(const SampleQueries&) = delete;
+  SampleQueries& operator=(const SampleQueries&) = delete;
 
   void Samples(const std::shared_ptr<ControlRequest>& request);
 
@@ -47,6 +49,8 @@ class SampleQueries {
   enum class Reading { kDone, kHasMore, kWaits };
   using TurnClock = TotalsReader::Clock;
   [[nodiscard]] Reading ReadOn(Work& work, TurnClock::time_point end);
+  void DropReaders();
+  /// Those of before a table has changed.
   void DropOldReaders(SqlDatabase& database);
   void SeekAll(SqlDatabase& database, Work& work, TurnClock::time_point end);
   void RestAll(Work& work);
@@ -60,7 +64,5 @@ class SampleQueries {
   HistoryTurns m_turns;
   std::map<const RecordLayout*, std::unique_ptr<RowReader>> m_readers;
   std::optional<TotalsReader> m_totals;
-  /// Of the file that the readers are made for.
-  std::uint64_t m_opening = 0;
-  std::int64_t m_schema = 0;
+  std::int64_t m_schema = 0;  ///< of the file as the readers are made for it
 };

@@ -9,7 +9,6 @@
 #include "local/history/FieldValue.h"
 #include "local/history/HistoryFile.h"
 #include "local/history/HistoryTables.h"
-#include "local/history/OldRows.h"
 #include "node/LayoutRegistry.h"
 #include "support/WholeTime.h"
 
@@ -59,6 +58,9 @@ void HistoryStore::Configure(HistorySettings settings) {
 }
 
 void HistoryStore::Close() {
+  if (m_onClosing) {
+    m_onClosing();
+  }
   m_target = nullptr;
   m_main = {};
   m_waiting = {};
@@ -68,11 +70,10 @@ void HistoryStore::Close() {
 }
 
 void HistoryStore::Open() {
-  ++m_openings;
   m_main.database = OpenHistoryFile(m_settings.file);
-  MeasureFile();
   std::error_code ignored;
   m_hasWaiting = std::filesystem::exists(WaitingFile(), ignored);
+  MeasureFile();
 }
 
 SqlDatabase* HistoryStore::Database() {
@@ -80,7 +81,8 @@ SqlDatabase* HistoryStore::Database() {
     try {
       Open();
     } catch (const SqlError& error) {
-      Fail(error);
+      // No batch is lost by it: one at work waits in the other file.
+      Tell(error, m_settings.file);
     }
   }
   return m_main.database.get();
@@ -102,10 +104,10 @@ void HistoryStore::Keep(const ScheduledRows& rows, bool areTotals) {
 }
 
 void HistoryStore::Begin() {
-  if (m_main.database == nullptr) {
-    Open();
-  }
   try {
+    if (m_main.database == nullptr) {
+      Open();
+    }
     MoveWaiting();
     if (m_hasWaiting) {
       BeginWaiting();
@@ -114,6 +116,9 @@ void HistoryStore::Begin() {
     // Whoever reads is found out now, when the batch can still go elsewhere.
     m_main.database->Execute("BEGIN EXCLUSIVE");
     m_target = &m_main;
+    MeasureFile();
+    m_usedBefore = UsedBytes();
+    m_inserted.clear();
   } catch (const SqlError& error) {
     if (!error.IsBusy()) {
       throw;
@@ -207,6 +212,7 @@ void HistoryStore::Insert(const ScheduledRows& rows, bool areTotals) {
     m_target->totals->Add(*table->layout, rows.time, rows.rows);
     return;
   }
+  m_inserted[rows.record] += std::ssize(rows.rows);
   const int timePlace = TimePlace(*table->layout) + 1;
   for (const CMBRecord* row : rows.rows) {
     const std::span<const unsigned char> bytes = RecordBytes(*row);
@@ -238,23 +244,27 @@ void HistoryStore::EndBatch() {
     return;
   }
   const bool isMain = m_target == &m_main;
+  std::int64_t goal = 0;
   try {
     if (m_target->totals != nullptr) {
       m_target->totals->Flush();
+      m_inserted[kTotalsTable] = m_target->totals->TakeInserted();
     }
     if (isMain) {
       // Within the batch, where the file needs no locks of its own for that.
       MeasureFile();
+      // Twice what was added goes: else the file would grow for ever.
+      goal = 2 * m_usedBefore - UsedBytes();
     }
     Commit();
     if (isMain) {
       RemoveOld();
-      RemoveExcess();
+      RemoveExcess(goal);
     }
   } catch (const SqlError& error) {
     if (!error.IsBusy()) {
       Fail(error);
-    } else if (m_main.database->IsInTransaction()) {
+    } else if (m_main.database != nullptr && m_main.database->IsInTransaction()) {
       // Somebody has begun to read: what is old goes after a later batch.
       m_main.database->Execute("ROLLBACK");
     }
@@ -269,7 +279,7 @@ void HistoryStore::Commit() {
   for (const std::string& notice : std::exchange(m_notices, {})) {
     m_report(notice);
   }
-  if (!std::exchange(m_problem, {}).empty()) {
+  if (m_main.database != nullptr && !std::exchange(m_problem, {}).empty()) {
     m_report("History: " + m_settings.file + " is written again; " + std::to_string(m_lostBatches) +
              " batches since the start are missing.");
   }
@@ -288,7 +298,7 @@ void HistoryStore::RemoveOld() {
     return;
   }
   m_main.database->Execute("BEGIN IMMEDIATE");
-  const bool isMore = RemoveRowsBefore(*m_main.database, end);
+  const bool isMore = RemoveRowsBefore(*m_main.database, end, m_inserted);
   MeasureFile();
   m_main.database->Execute("COMMIT");
   if (!isMore) {
@@ -296,14 +306,19 @@ void HistoryStore::RemoveOld() {
   }
 }
 
-void HistoryStore::RemoveExcess() {
+void HistoryStore::RemoveExcess(std::int64_t goal) {
   const std::int64_t limit = m_settings.megabytes * kBytesPerMegabyte;
   const auto end = std::chrono::steady_clock::now() + kRemovalTime;
-  while (m_sizeBytes - m_freeBytes > limit && std::chrono::steady_clock::now() < end) {
-    if (!RemoveOldestRows(*m_main.database)) {
-      break;
+  const auto isDue = [&] {
+    return UsedBytes() > limit && (UsedBytes() > goal || std::chrono::steady_clock::now() < end);
+  };
+  if (isDue()) {
+    // All at once, as the disk is waited for at the end of each transaction.
+    m_main.database->Execute("BEGIN IMMEDIATE");
+    while (isDue() && RemoveOldestRows(*m_main.database)) {
+      MeasureFile();
     }
-    MeasureFile();
+    m_main.database->Execute("COMMIT");
   }
   if (m_freeBytes > 0) {
     m_main.database->Execute("PRAGMA incremental_vacuum(" + std::to_string(kFreedPages) + ")");
@@ -314,9 +329,13 @@ void HistoryStore::RemoveExcess() {
 void HistoryStore::Fail(const SqlError& error) {
   ++m_lostBatches;
   m_notices.clear();
-  const bool isBroken = error.IsBroken();
   const std::string file = m_target == &m_waiting ? WaitingFile() : m_settings.file;
   Close();
+  Tell(error, file);
+}
+
+void HistoryStore::Tell(const SqlError& error, const std::string& file) {
+  const bool isBroken = error.IsBroken();
   if (isBroken) {
     SetAside(file);
   }

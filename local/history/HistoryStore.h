@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -9,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "local/history/OldRows.h"
 #include "local/history/Sql.h"
 #include "local/history/TotalsTable.h"
 #include "local/history/WaitingRows.h"
@@ -50,10 +52,13 @@ class HistoryStore : public RecordSink {
   void EndBatch() override;
   void AbandonBatch() override;
 
-  /// How often a file was opened: another number tells that what was known of it is out of date.
-  [[nodiscard]] std::uint64_t Openings() const { return m_openings; }
+  /// Calls `closing` each time before the open file is closed, when its statements have to go: one
+  /// that is left keeps the file open. In place of the one before; null: nobody.
+  void OnClosing(std::function<void()> closing) { m_onClosing = std::move(closing); }
+
   [[nodiscard]] const HistorySettings& Settings() const { return m_settings; }
-  /// The open file; made or opened if need be. Null if there is none, or if that fails.
+  /// The open file; made or opened if need be. Null if there is none, or if that fails, which costs
+  /// no batch.
   [[nodiscard]] SqlDatabase* Database();
   /// What is wrong at the moment; empty if nothing.
   [[nodiscard]] const std::string& Problem() const { return m_problem; }
@@ -85,13 +90,19 @@ class HistoryStore : public RecordSink {
   void Commit();
   /// Sets the sizes of the main file.
   void MeasureFile();
+  [[nodiscard]] std::int64_t UsedBytes() const { return m_sizeBytes - m_freeBytes; }
   void RemoveOld();
-  void RemoveExcess();
+  /// Down to the limit, or as far as `goal` and the time for it allow.
+  void RemoveExcess(std::int64_t goal);
+  /// Gives up the batch at work, and what is open.
   void Fail(const SqlError& error);
+  /// Sets the file aside if it is broken.
+  void Tell(const SqlError& error, const std::string& file);
   void SetAside(const std::string& file);
 
   HistorySettings m_settings;
   ProblemReport m_report;
+  std::function<void()> m_onClosing;
   Book m_main;
   Book m_waiting;
   Book* m_target = nullptr;    ///< that of the batch at work; null outside one
@@ -101,8 +112,9 @@ class HistoryStore : public RecordSink {
   std::vector<std::string> m_notices;  ///< told once the batch at work is written
   std::int64_t m_sizeBytes = 0;
   std::int64_t m_freeBytes = 0;                ///< those of m_sizeBytes that no row needs
+  std::int64_t m_usedBefore = 0;               ///< UsedBytes() before the batch at work
+  InsertedRows m_inserted;                     ///< by the batch at work
   std::optional<std::int64_t> m_removedUntil;  ///< what was older has gone; not known at first
   std::uint64_t m_lostBatches = 0;
-  std::uint64_t m_openings = 0;
   WaitingRows m_mover;
 };

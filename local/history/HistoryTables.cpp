@@ -60,15 +60,40 @@ void StoreHash(SqlDatabase& database, const std::string& record, const std::stri
   statement.Run();
 }
 
-void MakeTable(SqlDatabase& database, const RecordLayout& layout, const std::string& name,
-               const std::string& hash) {
+void MakeTable(SqlDatabase& database, const RecordLayout& layout, const std::string& name) {
   std::string columns;
   for (const FieldLayout& field : layout.fields) {
     columns += (columns.empty() ? "" : ", ") + ColumnText(field);
   }
   database.Execute("CREATE TABLE " + QuotedName(name) + " (" + columns + ")");
-  database.Execute("CREATE INDEX IF NOT EXISTS " + QuotedName(name + ' ' + hash) + " ON " +
-                   QuotedName(name) + " (" + QuotedName(kTimeLabel) + ")");
+}
+
+/// The name, with a number behind it where something bears it already.
+std::string FreeName(SqlDatabase& database, const std::string& name) {
+  SqlStatement bearer =
+      database.Prepare("SELECT 1 FROM main.sqlite_master WHERE name = ?1 COLLATE NOCASE");
+  std::string free = name;
+  for (int number = 2;; ++number) {
+    bearer.Bind(1, std::string_view(free));
+    if (!bearer.Step()) {
+      return free;
+    }
+    bearer.Reset();
+    free = name + " (" + std::to_string(number) + ")";
+  }
+}
+
+/// A renamed table keeps its index, whose name the new table's may want.
+void FitIndex(SqlDatabase& database, const std::string& table, const std::string& hash) {
+  SqlStatement found = database.Prepare(
+      "SELECT 1 FROM pragma_index_list(?1, 'main') AS listed, pragma_index_info(listed.name, "
+      "'main') AS indexed WHERE NOT listed.partial AND indexed.seqno = 0 AND indexed.name = ?2");
+  found.Bind(1, std::string_view(table));
+  found.Bind(2, std::string_view(kTimeLabel));
+  if (!found.Step()) {
+    database.Execute("CREATE INDEX " + QuotedName(FreeName(database, table + ' ' + hash)) + " ON " +
+                     QuotedName(table) + " (" + QuotedName(kTimeLabel) + ")");
+  }
 }
 
 std::string NameForOldRows(SqlDatabase& database, const std::string& record) {
@@ -77,12 +102,41 @@ std::string NameForOldRows(SqlDatabase& database, const std::string& record) {
   std::tm parts{};
   ::localtime_r(&now, &parts);
   std::strftime(day.data(), day.size(), " until %Y-%m-%d", &parts);
-  const std::string name = record + day.data();
-  std::string free = name;
-  for (int number = 2; HasTable(database, free); ++number) {
-    free = name + " (" + std::to_string(number) + ")";
+  return FreeName(database, record + day.data());
+}
+
+std::string FitColumns(SqlDatabase& database, const RecordLayout& layout, const std::string& table,
+                       const std::string& hash) {
+  const auto columns = ColumnsOf(database, table);
+  if (columns.empty()) {
+    MakeTable(database, layout, table);
+    StoreHash(database, table, hash);
+    return "";
   }
-  return free;
+  if (StoredHash(database, table) == hash) {
+    return "";
+  }
+  StoreHash(database, table, hash);
+  const bool isOtherType = std::ranges::any_of(layout.fields, [&](const FieldLayout& field) {
+    const auto column = columns.find(field.label);
+    return column != columns.end() && column->second != ColumnType(field.type);
+  });
+  if (isOtherType) {
+    const std::string old = NameForOldRows(database, table);
+    database.Execute("ALTER TABLE " + QuotedName(table) + " RENAME TO " + QuotedName(old));
+    MakeTable(database, layout, table);
+    return "the layout of " + table + " has changed: its old rows stand in the table \"" + old +
+           "\" now";
+  }
+  std::size_t added = 0;
+  for (const FieldLayout& field : layout.fields) {
+    if (!columns.contains(field.label)) {
+      database.Execute("ALTER TABLE " + QuotedName(table) + " ADD COLUMN " + ColumnText(field));
+      ++added;
+    }
+  }
+  return "the layout of " + table + " has changed: " + std::to_string(added) +
+         " columns were added to its table";
 }
 
 }  // namespace
@@ -102,36 +156,9 @@ std::string FitTable(SqlDatabase& database, const RecordLayout& layout, const st
   database.Execute("CREATE TABLE IF NOT EXISTS " + QuotedName(kLayoutTable) +
                    " (record TEXT PRIMARY KEY, hash TEXT NOT NULL)");
   const std::string hash = HashOf(layout);
-  const auto columns = ColumnsOf(database, table);
-  if (columns.empty()) {
-    MakeTable(database, layout, table, hash);
-    StoreHash(database, table, hash);
-    return "";
-  }
-  if (StoredHash(database, table) == hash) {
-    return "";
-  }
-  StoreHash(database, table, hash);
-  const bool isOtherType = std::ranges::any_of(layout.fields, [&](const FieldLayout& field) {
-    const auto column = columns.find(field.label);
-    return column != columns.end() && column->second != ColumnType(field.type);
-  });
-  if (isOtherType) {
-    const std::string old = NameForOldRows(database, table);
-    database.Execute("ALTER TABLE " + QuotedName(table) + " RENAME TO " + QuotedName(old));
-    MakeTable(database, layout, table, hash);
-    return "the layout of " + table + " has changed: its old rows stand in the table \"" + old +
-           "\" now";
-  }
-  std::size_t added = 0;
-  for (const FieldLayout& field : layout.fields) {
-    if (!columns.contains(field.label)) {
-      database.Execute("ALTER TABLE " + QuotedName(table) + " ADD COLUMN " + ColumnText(field));
-      ++added;
-    }
-  }
-  return "the layout of " + table + " has changed: " + std::to_string(added) +
-         " columns were added to its table";
+  std::string done = FitColumns(database, layout, table, hash);
+  FitIndex(database, table, hash);
+  return done;
 }
 
 std::map<std::string, std::string> ColumnsOf(SqlDatabase& database, const std::string& table) {
@@ -167,11 +194,15 @@ std::string CommonColumns(SqlDatabase& database, const std::string& schema,
 
 std::vector<std::string> RecordTables(SqlDatabase& database, const std::string& schema) {
   SqlStatement statement =
+      // Asked for its index, a table without row numbers gives its key. A virtual one is not asked
+      // anything, as what it is made by may be missing.
       database.Prepare("SELECT name FROM " + QuotedName(schema) +
-                       ".sqlite_master WHERE type = 'table' AND name NOT IN (?1, ?2) AND name "
-                       "NOT LIKE 'sqlite_%' ORDER BY name");
-  statement.Bind(1, std::string_view(kLayoutTable));
-  statement.Bind(2, std::string_view(kTotalsLayoutTable));
+                       ".sqlite_master AS t WHERE type = 'table' AND CASE WHEN rootpage > 0 THEN "
+                       "EXISTS (SELECT 1 FROM pragma_table_info(t.name, ?1) WHERE name = ?2 AND "
+                       "type = 'INTEGER' COLLATE NOCASE) AND NOT EXISTS (SELECT 1 FROM "
+                       "pragma_index_info(t.name, ?1)) END ORDER BY name");
+  statement.Bind(1, std::string_view(schema));
+  statement.Bind(2, std::string_view(kTimeLabel));
   std::vector<std::string> names;
   while (statement.Step()) {
     names.emplace_back(statement.Text(0));

@@ -19,8 +19,8 @@ inline constexpr const char* kTimeLabel = "Record Time";
 /// Has the file hold a table of that name for the record, with a column per field, named by its
 /// label and typed by its layout (TEXT, INTEGER, REAL), and an index on the time. Where the layout
 /// is not the one that the table was made by, new fields are added; if a field has another type the
-/// table gets another name and a new one is made. What was done to an existing table, in a
-/// sentence; empty if nothing.
+/// table gets another name, and a new one is made. An index that lacks is made. What was done to an
+/// existing table, in a sentence; empty if nothing.
 [[nodiscard]] std::string FitTable(SqlDatabase& database, const RecordLayout& layout,
                                    const std::string& table);
 
@@ -29,8 +29,8 @@ inline constexpr const char* kTimeLabel = "Record Time";
 /// Name and type of each column of a table; none for no such table.
 [[nodiscard]] std::map<std::string, std::string> ColumnsOf(SqlDatabase& database,
                                                            const std::string& table);
-/// All tables with rows that age, those of former layouts and of totals included; `schema` is the
-/// name of an attached file.
+/// All tables with rows that age, those of former layouts, of totals and of others included: they
+/// have an INTEGER time and row numbers. `schema` is the name of an attached file.
 [[nodiscard]] std::vector<std::string> RecordTables(SqlDatabase& database,
                                                     const std::string& schema = "main");
 /// The columns that a table of the attached file shares with the one of its name, each quoted,

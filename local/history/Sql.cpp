@@ -121,7 +121,13 @@ void SqlStatement::CheckMemory() const {
   }
 }
 
-void SqlDatabase::Close::operator()(sqlite3* database) const { ::sqlite3_close_v2(database); }
+void SqlDatabase::Close::operator()(sqlite3* database) const {
+  if (::sqlite3_get_autocommit(database) == 0) {
+    // The library closes it behind its last statement only, and would keep the lock until then.
+    ::sqlite3_exec(database, "ROLLBACK", nullptr, nullptr, nullptr);
+  }
+  ::sqlite3_close_v2(database);
+}
 
 SqlDatabase::SqlDatabase(const std::string& path, int busyMilliseconds) {
   sqlite3* database = nullptr;

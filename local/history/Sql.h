@@ -65,7 +65,8 @@ class SqlStatement {
 };
 
 /// One database file. Triggers, views and CHECK constraints that it brings along are not run, and a
-/// value or a row is at most 1 Mbyte. Everything that fails throws SqlError.
+/// value or a row is at most 1 Mbyte. Everything that fails throws SqlError. Its end rolls back
+/// what is not committed, also while somebody has a statement of it.
 class SqlDatabase {
  public:
   /// Opens the file or makes it; a statement waits `busyMilliseconds` for others.

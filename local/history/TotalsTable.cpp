@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <limits>
 #include <optional>
+#include <utility>
 
 #include "json/Json.h"
 #include "json/JsonText.h"
@@ -46,9 +47,9 @@ void MakeTables(SqlDatabase& database) {
   const std::string time = QuotedName(kTimeLabel);
   database.Execute("CREATE TABLE IF NOT EXISTS " + table + " (" + time + " INTEGER, " +
                    QuotedName(kPackColumn) + " BLOB)");
-  for (const char* column : {kTimeLabel, kPackColumn}) {
+  for (const auto& [column, type] : {std::pair(kTimeLabel, " INTEGER"), {kPackColumn, " BLOB"}}) {
     if (!HasColumns(database, kTotalsTable, {column})) {
-      database.Execute("ALTER TABLE " + table + " ADD COLUMN " + QuotedName(column));
+      database.Execute("ALTER TABLE " + table + " ADD COLUMN " + QuotedName(column) + type);
     }
   }
   database.Execute("CREATE INDEX IF NOT EXISTS main." +
@@ -201,6 +202,7 @@ void TotalsTable::Flush() {
   m_insert.Bind(1, m_time);
   m_insert.Bind(2, std::span<const unsigned char>(m_pack));
   m_insert.Run();
+  ++m_inserted;
   m_pack.clear();
 }
 

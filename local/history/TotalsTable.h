@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "local/history/Sql.h"
@@ -67,6 +68,8 @@ class TotalsTable {
   void Add(const RecordLayout& layout, std::int64_t time, std::span<const CMBRecord* const> rows);
   /// Writes what was taken. Without it, it is lost with this object.
   void Flush();
+  /// Rows of the table that were written since the call before.
+  [[nodiscard]] std::int64_t TakeInserted() { return std::exchange(m_inserted, 0); }
 
  private:
   void Append(const void* bytes, std::size_t size);
@@ -76,6 +79,7 @@ class TotalsTable {
   SqlStatement m_insert;
   std::map<const RecordLayout*, std::int64_t> m_numbers;  ///< of layouts that the file has
   std::int64_t m_time = 0;
+  std::int64_t m_inserted = 0;
   std::vector<unsigned char> m_pack;
 };
 

@@ -52,6 +52,20 @@ TEST_F(SampleQueriesTest, TheSamplesOfKeptRowsAreThoseOfAScrapeOfTheSameRows) {
   EXPECT_GT(records, 80U);
 }
 
+TEST_F(SampleQueriesTest, AFailedBatchCostsNoOther) {
+  Batch(m_now - 50, {1});
+  Ask("");
+  TakeOne(FAKE, 2, m_now - 40);
+  m_store.AbandonBatch();
+  Batch(m_now - 30, {3});
+  SqlDatabase("records.db", 1000).Execute("CREATE UNIQUE INDEX u ON 'qmt totals' ('Record Time')");
+  EXPECT_EQ(Counts(Ask("")), "1 3 ");
+  Batch(m_now - 30, {4});
+  Batch(m_now - 20, {5});
+  EXPECT_EQ(Counts(Ask("")), "1 3 5 ");
+  EXPECT_EQ(m_store.LostBatches(), 2U);
+}
+
 TEST_F(SampleQueriesTest, AnAnswerTellsWhenTheScheduleMakesTheNextRow) {
   EXPECT_EQ(Ask("").head["wait"], SampleQueries::kLongestWait.count());
   m_schedule.Set("OTHER", 5);

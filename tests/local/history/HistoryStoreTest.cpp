@@ -83,6 +83,16 @@ TEST_F(HistoryStoreTest, AnAbandonedBatchLeavesNoRowAndNoLock) {
   EXPECT_EQ(Rows(), 2) << "there was none";
 }
 
+TEST_F(HistoryStoreTest, AStatementThatIsLeftKeepsNoLockOfAFileThatWasClosed) {
+  auto file = std::make_unique<SqlDatabase>("records.db", 0);
+  const SqlStatement left = file->Prepare("SELECT 1");
+  file->Execute("BEGIN EXCLUSIVE");
+  file.reset();
+  Keep();
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 1);
+}
+
 TEST_F(HistoryStoreTest, AQuestionIsAnsweredPageByPage) {
   Keep();
   for (const std::int32_t time : {100, 110, 120}) {
@@ -158,28 +168,52 @@ TEST_F(HistoryStoreTest, AChangedLayoutAddsColumnsOrBeginsANewTable) {
               ElementsAre("History: the layout of FAKE has changed: 1 columns were added to its "
                           "table.",
                           HasSubstr("its old rows stand in the table \"FAKE until ")));
+  fields.assign(kFakeFields.begin(), kFakeFields.end());
+  changed.fields = fields;
+  for (const bool isLeftWithout : {false, true}) {
+    SqlDatabase file("records.db", 1000);
+    if (isLeftWithout) {
+      SqlStatement index = file.Prepare("SELECT name FROM pragma_index_list('FAKE')");
+      ASSERT_TRUE(index.Step());
+      const std::string name(index.Text(0));
+      index.Reset();
+      file.Execute("DROP INDEX " + QuotedName(name));
+    }
+    Keep();
+    Batch(m_now);
+    EXPECT_EQ(file.Number("SELECT count(*) FROM pragma_index_list('FAKE')"), 1);
+  }
 }
 
 TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
-  Keep({"records.db", 2, 1});
+  Keep();
   Batch(m_now - 3 * 86400, 1200);
-  EXPECT_EQ(Rows(), 700);
+  Keep({"records.db", 2, 1});
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 701);
   Batch(m_now);
   Batch(m_now);
-  EXPECT_EQ(Rows(), 2);
+  EXPECT_EQ(Rows(), 3);
   for (int i = 0; i < 60; ++i) {
     Batch(m_now - 3 * 86400, 1, 1);
   }
-  EXPECT_EQ(Rows(), 62) << "what is old is not looked for after each batch";
+  EXPECT_EQ(Rows(), 63) << "what is old is not looked for after each batch";
   EXPECT_EQ(Totals(), 60);
   Keep({"records.db", 2, 1});
   Batch(m_now);
   EXPECT_EQ(Totals(), 10);
   Batch(m_now);
   EXPECT_EQ(Totals(), 0);
-  EXPECT_EQ(Rows(), 4);
+  EXPECT_EQ(Rows(), 5);
+  for (const char* strange : {"a (x)", "b (\"Record Time\" INTEGER)",
+                              "c (\"Record Time\" INTEGER PRIMARY KEY) WITHOUT ROWID"}) {
+    SqlDatabase("records.db", 1000).Execute(std::string("CREATE TABLE ") + strange);
+  }
+  SqlDatabase("records.db", 1000).Execute("INSERT INTO a VALUES (1)");
+  SqlDatabase("records.db", 1000).Execute("INSERT INTO b VALUES ('x')");
   Batch(m_now - 6, 1, 1);
   Batch(m_now - 5, 30000, 10000);
+  EXPECT_LE(Number("PRAGMA page_count") - Number("PRAGMA freelist_count"), 256);
   for (int i = 0; i < 300 && m_store.SizeBytes() > 1 << 20; ++i) {
     Batch(m_now);
   }
@@ -192,8 +226,42 @@ TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
             3);
 }
 
+TEST_F(HistoryStoreTest, MoreGoesThanALargeBatchBrings) {
+  const std::int32_t old = m_now - 100 * 86400;
+  for (int batch = 0; batch < 10; ++batch) {
+    Keep({"records.db", 1, 512});
+    Batch(old + batch * 2 * 86400, 1200);
+  }
+  EXPECT_EQ(Rows(), 0);
+  Keep({"records.db", 1, 512});
+  const FakeRecord record(1, old);
+  const CMBRecord* const row = &record;
+  for (int time = 0; time < 200; ++time) {
+    m_store.TakeTotals({"FAKE", '4', old + time, {&row, 1}});
+  }
+  m_store.EndBatch();
+  EXPECT_EQ(Totals(), 0);
+}
+
+TEST_F(HistoryStoreTest, ALockAtTheStartLosesNoBatch) {
+  SqlDatabase stranger("records.db", 0);
+  stranger.Execute("BEGIN EXCLUSIVE");
+  Keep();
+  const FakeRecord record(1, m_now);
+  const CMBRecord* const row = &record;
+  m_store.Take({"FAKE", '4', m_now, {&row, 1}});
+  EXPECT_EQ(m_store.Database(), nullptr);
+  Batch(m_now);
+  EXPECT_EQ(Number("SELECT count(*) FROM FAKE", "records.db-waiting"), 2);
+  stranger.Execute("ROLLBACK");
+  Batch(m_now);
+  EXPECT_EQ(Rows(), 3);
+  EXPECT_EQ(m_store.LostBatches(), 0U);
+}
+
 TEST_F(HistoryStoreTest, AFailureIsToldOnceAndHistoryResumesByItself) {
   Keep({"missing/records.db", 14, 512});
+  EXPECT_EQ(m_store.Database(), nullptr) << "which loses no batch";
   Batch(m_now);
   Batch(m_now);
   EXPECT_THAT(m_told, ElementsAre(StartsWith("History: missing/records.db can't be written: ")));
