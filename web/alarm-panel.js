@@ -2,6 +2,7 @@
 import { graveness } from './alarms.js';
 import { ask, records, schema as askSchema } from './api.js';
 import { element, reason } from './card.js';
+import { now } from './clock.js';
 import { csvButton } from './csv.js';
 import { duration, timeNode } from './format.js';
 import { figures } from './panel.js';
@@ -63,7 +64,7 @@ class AlarmDetails {
   }
 
   drawFacts(parent, alarm) {
-    const seconds = Math.max(0, Math.floor((alarm.until ?? Date.now() / 1000) - alarm.since));
+    const seconds = Math.max(0, (alarm.until ?? now()) - alarm.since);
     const then = make('a', '', 'The host at its begin');
     then.href = link({ page: 'overview', choice: {}, at: alarm.since });
     const list = element(parent, 'dl', 'pairs');

@@ -12,36 +12,49 @@ const listeners = new Set();
 let active = null;
 let timer = 0;
 let asking = null;
+let untold = [];
 
-/// `fn(list, event)` now and whenever something has changed: the active alarms, newest first, or null where they are not known;
-/// `event` is the alarm that has begun or ended, if that is why. Gives the function that stops it.
+/// `fn(list, events)` now and whenever something has changed: the active alarms, newest first, or null where they are not known;
+/// `events` are the alarms that have begun or ended since. Gives the function that stops it.
 export function onActive(fn) {
   listeners.add(fn);
-  fn(active, null);
+  fn(active, []);
   return () => listeners.delete(fn);
 }
 
-function tell(event = null) {
-  for (const fn of [...listeners]) fn(active, event);
+function tell(events) {
+  for (const fn of [...listeners]) fn(active, events);
 }
 
-function plan(event, pause = kPause) {
+function plan(pause = kPause) {
   clearTimeout(timer);
-  timer = setTimeout(look, pause, event);
+  timer = setTimeout(look, pause);
 }
 
-async function look(event) {
+async function look() {
   asking?.abort();
-  asking = new AbortController();
+  // A tab that is seen again begins a new stream.
+  if (document.hidden) return;
+  const { signal } = (asking = new AbortController());
   try {
-    active = (await ask('alarms', { state: 'active', limit: kMost }, { signal: asking.signal })).alarms.list;
+    active = (await ask('alarms', { state: 'active', limit: kMost }, { signal })).alarms.list;
+    if (!signal.aborted) tell(untold.splice(0));
   } catch (error) {
-    if (error.name === 'AbortError') return;
+    if (signal.aborted) return;
     active = null;
     // The gate may answer before the daemon does. Who signs in begins a new stream.
-    if (error.status !== 401) plan(event, kRetryPause);
+    if (error.status !== 401) plan(kRetryPause);
+    tell([]);
   }
-  tell(event);
+}
+
+/// What one was told is not shown to another.
+function forget() {
+  clearTimeout(timer);
+  asking?.abort();
+  active = null;
+  untold = [];
+  tell([]);
 }
 
 /// How grave a severity is, as the name of a class; the word itself says it too.
@@ -51,16 +64,20 @@ export function graveness(severity) {
 
 /// Draws how many there are into the link `node`, which is hidden while there are none.
 export function tellActive(node) {
-  onAlarm((alarm) => plan(alarm));
+  onAlarm((alarm) => {
+    untold.push(alarm);
+    plan();
+  });
   // What happened between two streams was told by neither.
   onConnection(({ state }) => {
-    if (state === 'live') plan(null);
+    if (state === 'live') plan();
+    else if (state === 'off') forget();
   });
   onActive((list) => {
     const count = list?.length ?? 0;
     node.hidden = count === 0;
     node.className = `alarms-active ${list?.some((one) => graveness(one.severity) === 'bad') ? 'bad' : 'warn'}`;
-    const text = count === 0 ? '' : count === 1 ? '1 alarm' : `${count} alarms`;
+    const text = count === 0 ? '' : count === 1 ? '1 alarm' : `${count}${count < kMost ? '' : ' or more'} alarms`;
     if (node.textContent !== text) node.textContent = text;
     node.title = (list ?? []).slice(0, 5).map((one) => one.text).join('\n');
   });

@@ -1,4 +1,5 @@
 // Asks the gate. Each request carries the token, and a header that keeps the browser's own sign-in dialog away.
+import { learn } from './clock.js';
 import { state } from './state.js';
 
 const kTokenName = 'token';
@@ -69,13 +70,16 @@ export function onRefused(fn) {
   refusedListeners.add(fn);
 }
 
-function sent(where, { own = {}, signal }) {
-  const headers = { 'X-Requested-With': 'qmt-console', Authorization: credentials, ...own };
-  return fetch(where, { headers, signal, cache: 'no-store', credentials: 'omit' });
+async function sent(where, { own, signal }) {
+  const headers = { 'X-Requested-With': 'qmt-console', Authorization: credentials, ...own?.() };
+  const answer = await fetch(where, { headers, signal, cache: 'no-store', credentials: 'omit' });
+  const time = Date.parse(answer.headers.get('Date'));
+  if (time) learn(time / 1000);
+  return answer;
 }
 
 /// Sends a question, whose answer may be any. Without a sign-in nothing is sent. With new credentials the first question
-/// goes alone, so that a page full of them costs one refusal.
+/// goes alone, so that a page full of them costs one refusal. `own()` gives headers of its own, at the moment when it goes.
 export async function send(where, { own, signal } = {}) {
   const mine = credentials;
   while (proving && !isProven) await proving;

@@ -1,7 +1,7 @@
 // Starts the console: signs in, shows the page that the address names, and tells how the connection stands.
 import { tellActive } from './alarms.js';
 import { isSignedIn, onRefused, signInByPassword, signInByToken, signOut, takeToken } from './api.js';
-import { onConnection, resume } from './events.js';
+import { end, onConnection, resume } from './events.js';
 import { current } from './newest.js';
 import { link, onChange, start, state } from './state.js';
 import { timebar } from './timebar.js';
@@ -146,15 +146,19 @@ function changed(now, before) {
   }
 }
 
+function headWith(name, system) {
+  hostName = name;
+  part('host').textContent = name || 'Console';
+  part('system').textContent = system;
+  const page = kPages[state.page] ?? kPages.overview;
+  document.title = name ? `${page} - ${name}` : page;
+}
+
 /// The host's name heads every page, so that two tabs are not mixed up.
 async function tellHost() {
   try {
     const [host] = (await current('HOST', { at: null, columns: ['Name', 'Distribution', 'Kernel'] })).rows;
-    if (!host) return;
-    hostName = host.Name;
-    part('host').textContent = host.Name;
-    part('system').textContent = [host.Distribution, host.Kernel].filter(Boolean).join(', ');
-    document.title = `${kPages[state.page] ?? kPages.overview} - ${hostName}`;
+    if (host && !part('sign-in').open) headWith(host.Name, [host.Distribution, host.Kernel].filter(Boolean).join(', '));
   } catch {
     // The page is of use without its heading.
   }
@@ -174,6 +178,8 @@ function askSignIn(error) {
   part('sign-in-why').textContent = error ? `The gate says: ${error.message}` : '';
   part('by-password').hidden = location.protocol !== 'https:';
   leavePage();
+  end();
+  headWith('', '');
   dialog.showModal();
 }
 

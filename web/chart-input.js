@@ -1,4 +1,5 @@
 // Mouse and keys on a chart: the crosshair, and a zoom that changes the range of all charts.
+import { now } from './clock.js';
 import { go } from './state.js';
 
 const kLeastDrag = 5;
@@ -62,7 +63,7 @@ function zoom(chart, one, other) {
 }
 
 function widen(chart, half) {
-  const to = Math.ceil(Math.min(Date.now() / 1000, chart.until + half));
+  const to = Math.ceil(Math.min(now(), chart.until + half));
   go({ range: { from: Math.floor(chart.since - half), to } }, { isZoom: true });
 }
 

@@ -14,6 +14,9 @@ const kMostSeries = 12;
 const kLeastPoints = 30;
 const kColours = 8;
 const kSummaryPause = 10000;
+// Rows of what no series is of ask the history again, the first time soon.
+const kLeastAskPause = 5000;
+const kMostAskPause = 300000;
 const charts = new Set();
 let isPrepared = false;
 const colourSchemes = matchMedia('(prefers-color-scheme: dark)');
@@ -34,6 +37,8 @@ function element(name, className, parent, text) {
   parent?.append(node);
   return node;
 }
+
+const meetsAll = (line, row) => [].concat(line.where ?? []).every((text) => meets(text, row));
 
 const variable = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 
@@ -116,10 +121,11 @@ class Chart {
     this.stopFollowing();
     this.frame.setAttribute('aria-busy', 'true');
     this.point(null);
-    const { since, until } = state.range;
     try {
       const counts = await runs().catch(() => new Map());
       if (signal.aborted) return;
+      // The first answer of all tells the host's time.
+      const { since, until } = state.range;
       const answers = await Promise.all(this.questions().map(async (lines) => {
         const { record, where, by } = lines[0];
         const columns = [...new Set(lines.map((line) => line.label))];
@@ -137,7 +143,7 @@ class Chart {
       this.tell(error.code === 'no-history' ? 'The agent keeps no history.' : error.message);
       // Rows that come show that it can be asked again.
       const isPassing = error.status === 0 || error.status >= 500;
-      if (state.range.isLive && isPassing) this.stopRows = follow(this.records(), () => this.load(), { onGap: () => this.load() });
+      if (state.range.isLive && isPassing) this.stopRows = follow(this.records(), () => this.load(), { onGap: () => this.load(), isFresh: true });
     } finally {
       if (this.abort.signal === signal) this.frame.removeAttribute('aria-busy');
     }
@@ -154,6 +160,7 @@ class Chart {
 
   take(answers) {
     this.series = [];
+    this.rowTimes = new Map();
     this.omitted = 0;
     for (const { lines, answer } of answers) {
       const isSeveral = answer.series.length > 1;
@@ -161,6 +168,8 @@ class Chart {
       this.omitted = Math.max(this.omitted, (answer.omitted ?? 0) + answer.series.length - drawn.length);
       const found = drawn.length ? drawn : [{ key: {}, points: {} }];
       for (const { key, points: byLabel } of found) for (const line of lines) this.addSeries(line, key, byLabel[line.label] ?? [], answer.seconds, isSeveral);
+      // Which keys there are is told by the history alone, unless one line is of all rows.
+      if (!drawn.length && lines[0].by?.length !== 0) for (const one of this.series.slice(-lines.length)) one.key = null;
     }
   }
 
@@ -173,6 +182,7 @@ class Chart {
     one.name = this.nameOf(line, key, isSeveral);
     one.load(buckets);
     this.series.push(one);
+    this.sawRows(line.record, one.newestTime);
   }
 
   nameOf(line, key, isSeveral) {
@@ -194,7 +204,13 @@ class Chart {
     this.stopRows = null;
   }
 
+  sawRows(record, time) {
+    this.rowTimes.set(record, Math.max(this.rowTimes.get(record) ?? 0, time));
+  }
+
   addRows({ record, time, rows }) {
+    if (this.hasUnknown(record, rows) && this.askAgain()) return;
+    this.sawRows(record, time);
     for (const one of this.series) {
       if (one.line.record !== record) continue;
       const fitting = rows.filter((row) => this.fits(one, row)).map((row) => row[one.line.label]).filter((v) => v !== null && v !== undefined);
@@ -205,8 +221,26 @@ class Chart {
   }
 
   fits(one, row) {
-    const conditions = [].concat(one.line.where ?? []);
-    return Object.entries(one.key).every(([label, value]) => String(row[label]) === String(value)) && conditions.every((text) => meets(text, row));
+    return one.key !== null && Object.entries(one.key).every(([label, value]) => String(row[label]) === String(value)) && meetsAll(one.line, row);
+  }
+
+  /// Whether a row has a figure that no series is of: of a device that is new, or all while the chart began empty.
+  hasUnknown(record, rows) {
+    if (this.omitted) return false;
+    return this.lines.some((line) => {
+      const own = this.series.filter((one) => one.line === line);
+      return line.record === record && rows.some((row) => (row[line.label] ?? null) !== null && meetsAll(line, row) && !own.some((one) => this.fits(one, row)));
+    });
+  }
+
+  /// Asks the history again, each time after a longer pause; tells whether it does.
+  askAgain() {
+    const now = performance.now();
+    if (now < (this.nextAsk ?? 0)) return false;
+    this.askPause = Math.min(2 * (this.askPause ?? kLeastAskPause / 2), kMostAskPause);
+    this.nextAsk = now + this.askPause;
+    this.load();
+    return true;
   }
 
   /// Several records come in one batch, and are drawn once.
@@ -289,11 +323,16 @@ class Chart {
       const item = this.legend.children[place] ?? this.legendItem(place);
       const found = time === null ? -1 : one.nearest(time);
       item.children[1].textContent = one.name;
-      item.children[2].textContent = inUnit(this.unit, time === null ? one.newest : one.values[found]?.[1]);
+      item.children[2].textContent = inUnit(this.unit, time === null ? this.newestOf(one) : one.values[found]?.[1]);
     });
     const more = Math.max(0, this.series.length - kMostSeries) + (this.omitted ?? 0);
     if (time !== null) this.clock.replaceChildren(timeNode(Math.round(time)));
     else this.clock.textContent = more > 0 ? `and ${more} more` : '';
+  }
+
+  /// Nothing where the record's newest rows have none.
+  newestOf(one) {
+    return one.newestAt(this.rowTimes.get(one.line.record));
   }
 
   legendItem(place) {
@@ -308,7 +347,7 @@ class Chart {
   summarize() {
     if (Date.now() - (this.summarized ?? 0) < kSummaryPause) return;
     this.summarized = Date.now();
-    const newest = this.series.slice(0, kMostSeries).map((one) => `${one.name} ${inUnit(this.unit, one.newest)}`);
+    const newest = this.series.slice(0, kMostSeries).map((one) => `${one.name} ${inUnit(this.unit, this.newestOf(one))}`);
     this.frame.setAttribute('aria-label', `${this.title}, newest: ${newest.join(', ')}. Arrow keys move the crosshair, plus and minus zoom.`);
   }
 
@@ -338,7 +377,7 @@ class Chart {
   /// What is drawn: [{time, key, spread: [least, mean, greatest]}], in the chart's unit.
   points() {
     return this.series.flatMap((one) => {
-      const key = Object.values(one.key).join(' ');
+      const key = Object.values(one.key ?? {}).join(' ');
       return one.times.map((time, place) => ({ time, key, spread: one.values[place] }));
     });
   }

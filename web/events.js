@@ -1,6 +1,7 @@
 // One stream of what the schedules make, for all who follow on the page. EventSource can send no token, so the stream is
 // read by fetch. It ends while the tab is hidden and goes on from the last batch that was seen.
 import { address, errorOf, send } from './api.js';
+import { learn, now } from './clock.js';
 
 const kSilence = 40000;
 const kLeastPause = 1000;
@@ -9,6 +10,10 @@ const kMostPause = 15000;
 const kLongSleep = 300000;
 // What a follower asked for just before it followed may lack the newest batch, so this many seconds come again.
 const kOverlap = 15;
+// Who joins a stream that is under way lacks little; several charts of a page do so together.
+const kJoinPause = 500;
+// By so many seconds a batch's time differs from what was expected only if the host's clock was set.
+const kSet = 30;
 
 // While only alarms are wanted, this is followed: few rows that there are on each host.
 const kQuietRecord = 'PI';
@@ -18,7 +23,8 @@ const alarmListeners = new Set();
 const connectionListeners = new Set();
 let connection = { state: 'off', message: '' };
 let current = null;
-let lastId = '';
+// The batch to go on from; 0 for none.
+let lastBatch = 0;
 let pause = kLeastPause;
 let timer = 0;
 let hiddenSince = 0;
@@ -36,13 +42,13 @@ function tellConnection(state, message = '') {
 }
 
 /// Calls `fn({record, time, rows})` for each new run of the records; the same record and time may come twice and then
-/// replaces the first. The rows of the last seconds come first. `onGap` is called when rows were missed for good, so that
-/// the history is to be asked anew.
-export function follow(records, fn, { onGap, onBatch } = {}) {
-  const since = Math.floor(Date.now() / 1000) - kOverlap;
-  const follower = { records: new Set([].concat(records)), fn, onGap, onBatch, since };
+/// replaces the first. The rows of the last seconds come first, also to those who followed before, so rows may be older than
+/// some that were told. `onGap` is called when rows were missed for good, or the host's clock was set, so that the
+/// history is to be asked anew. With `isFresh` what was made before is not asked for.
+export function follow(records, fn, { onGap, onBatch, isFresh = false } = {}) {
+  const follower = { records: new Set([].concat(records)), fn, onGap, onBatch, begin: performance.now(), isServed: isFresh };
   followers.add(follower);
-  plan(50);
+  plan(current?.names === wanted() ? kJoinPause : 50);
   return () => {
     followers.delete(follower);
     plan(50);
@@ -67,6 +73,26 @@ export function resume() {
   plan(50);
 }
 
+/// To be called when nobody is signed in any more: what one was told is not gone on with for another.
+export function end() {
+  stop();
+  lastBatch = 0;
+  isMissing = false;
+  pause = kLeastPause;
+  tellConnection('off');
+}
+
+function stop() {
+  current?.abort.abort();
+  leave();
+}
+
+/// What the stream was to read back and has not told is asked for again.
+function leave() {
+  lastBatch = current?.resume || lastBatch;
+  current = null;
+}
+
 function plan(milliseconds) {
   clearTimeout(timer);
   timer = setTimeout(settle, milliseconds);
@@ -75,14 +101,13 @@ function plan(milliseconds) {
 /// Makes the stream the one that is wanted now.
 function settle() {
   const names = document.hidden ? '' : wanted();
-  if (current && current.names === names) return;
-  current?.abort.abort();
-  current = null;
+  if (current?.names === names && !isBehind()) return;
+  stop();
   if (!names) {
     if (!document.hidden) tellConnection('off');
     return;
   }
-  current = { names, abort: new AbortController() };
+  current = { names, abort: new AbortController(), isAsked: false, time: 0, resume: 0 };
   run(current);
 }
 
@@ -102,27 +127,41 @@ async function run(stream) {
 
 function fail(stream, message) {
   if (stream !== current) return;
-  current = null;
-  isMissing ||= !lastId;
+  leave();
+  isMissing ||= !lastBatch;
   tellConnection('lost', message);
   plan(pause);
   pause = Math.min(pause * 2, kMostPause);
 }
 
+/// The time from which a follower lacks what the stream told before it came; Infinity for one that has had all since.
+function lackedSince(one) {
+  return one.isServed ? Infinity : Math.floor(now() - (performance.now() - one.begin) / 1000) - kOverlap;
+}
+
+/// Whether the stream has told what a new follower lacks.
+function isBehind() {
+  if (!current.isAsked) return false;
+  const isLacking = [...followers].some((one) => lackedSince(one) <= current.time);
+  if (!isLacking) for (const one of followers) one.isServed = true;
+  return isLacking;
+}
+
 /// The batch to go on from: the last one that was seen, or an earlier one that a new follower lacks.
-function resumeFrom() {
-  let from = lastId ? Number(lastId) : Infinity;
+function resumeFrom(stream) {
+  stream.isAsked = true;
+  let from = lastBatch || Infinity;
   for (const one of followers) {
-    from = Math.min(from, one.since);
-    one.since = Infinity;
+    from = Math.min(from, lackedSince(one));
+    one.isServed = true;
   }
-  return from === Infinity ? '' : String(from);
+  if (from === Infinity) return {};
+  stream.time = stream.resume = from;
+  return { 'Last-Event-ID': String(from) };
 }
 
 async function read(stream) {
-  const own = {};
-  const from = resumeFrom();
-  if (from) own['Last-Event-ID'] = from;
+  const own = () => resumeFrom(stream);
   let silence = 0;
   const watch = () => {
     clearTimeout(silence);
@@ -186,9 +225,9 @@ function dispatch({ type, data, id }) {
     return;
   }
   if (type === 'rows') {
-    for (const one of [...followers]) if (one.records.has(told.record)) one.fn(told);
+    giveRows(told);
   } else if (type === 'batch') {
-    if (id) lastId = id;
+    if (id) takeBatch(Number(id));
     for (const one of [...followers]) one.onBatch?.(told);
   } else if (type === 'alarm') {
     for (const fn of alarmListeners) fn(told.alarm);
@@ -197,8 +236,27 @@ function dispatch({ type, data, id }) {
     else tellConnection('live');
   } else if (type === 'lost') {
     tellConnection('missed', told.message);
+    current.time = 0;
+    current.resume = now() - kOverlap;
     tellGap();
   }
+}
+
+/// The history may have rows of a time at which the host's clock was wrong.
+function giveRows(told) {
+  if (told.time > now() + kSet) return;
+  current.time = Math.max(current.time, told.time);
+  for (const one of [...followers]) if (one.records.has(told.record)) one.fn(told);
+}
+
+/// A batch is of no later time than now, and of none before what was told, unless the host's clock was set.
+function takeBatch(time) {
+  const isSet = time < current.time - kSet || time > now() + kSet;
+  current.time = isSet ? time : Math.max(current.time, time);
+  current.resume = time;
+  if (!isSet) return;
+  learn(time);
+  tellGap();
 }
 
 function tellGap() {
@@ -209,7 +267,7 @@ document.addEventListener('visibilitychange', () => {
   if (document.hidden) {
     hiddenSince = Date.now();
   } else if (hiddenSince && Date.now() - hiddenSince > kLongSleep) {
-    lastId = '';
+    lastBatch = 0;
     tellGap();
   }
   plan(0);

@@ -1,6 +1,7 @@
 // Which rows are the newest ones: those of the schedule, or where no schedule collects a record those of now. The latter
 // cost a collection each time, so only pages whose figures are of use without a schedule ask so.
 import { ApiError, ask, rows, schedules } from './api.js';
+import { now } from './clock.js';
 import { follow } from './events.js';
 import { state } from './state.js';
 
@@ -24,7 +25,7 @@ async function applicationsNow(at, { where, signal, ...choice }) {
     return { time, rows: found, total: found.length };
   } catch (error) {
     if (error.code !== 'build-failed') throw error;
-    return { time: Math.floor(Date.now() / 1000), rows: [], total: 0 };
+    return { time: now(), rows: [], total: 0 };
   }
 }
 

@@ -39,8 +39,13 @@ function newest(record, choice, take, fail, askFor = rows) {
     take(time, found);
   };
   const ask = () => askFor(record, { ...choice, signal: abort.signal }).then((told) => show(told.time, told.rows), fail);
+  // After a gap the host's clock may be behind the rows that were seen.
+  const askAnew = () => {
+    seen = 0;
+    ask();
+  };
   ask();
-  const stop = state.at === null ? follow(record, (told) => show(told.time, told.rows), { onGap: ask }) : null;
+  const stop = state.at === null ? follow(record, (told) => show(told.time, told.rows), { onGap: askAnew }) : null;
   return () => {
     abort.abort();
     stop?.();

@@ -12,17 +12,16 @@ const kMost = 5;
 const kNote = 'between two looks, 100 % is one processor';
 const kColumns = ['PID', 'Start Time', 'Name', 'User', 'User Seconds', 'System Seconds', 'Anonymous Bytes', 'File Bytes', 'Shared Bytes'];
 
-const usedBy = (row) => row['User Seconds'] + row['System Seconds'];
+const usedBy = (row) => sum([row['User Seconds'], row['System Seconds']]);
 
 /// Rows of the second look with "CPU %", of one processor; a process that is new counts from its start.
 function compared(before, after, seconds) {
   if (seconds <= 0) return [];
   const known = new Map(before.rows.map((row) => [keyOf(row), usedBy(row)]));
   const all = after.rows.map((row) => {
-    const isNew = !known.has(keyOf(row)) && row['Start Time'] >= before.time;
-    const used = known.has(keyOf(row)) || isNew ? usedBy(row) - (known.get(keyOf(row)) ?? 0) : null;
+    const [now, then] = [usedBy(row), known.get(keyOf(row)) ?? (row['Start Time'] >= before.time ? 0 : null)];
     const size = sum([row['Anonymous Bytes'], row['File Bytes'], row['Shared Bytes']]);
-    return { ...row, cpu: used === null || used < 0 ? null : (used / seconds) * 100, size };
+    return { ...row, cpu: now === null || then === null || now < then ? null : ((now - then) / seconds) * 100, size };
   });
   return all.filter((row) => row.cpu !== null).sort((a, b) => b.cpu - a.cpu).slice(0, kMost);
 }

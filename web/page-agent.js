@@ -176,7 +176,7 @@ export function show(main) {
     ask('gate', {}, { signal }).then((told) => drawGate(told.gate, gate.body), failed(gate.body));
   };
   look();
-  const stop = follow('PI', () => {}, { onBatch: look });
+  const stop = follow('PI', () => {}, { onBatch: look, isFresh: true });
   return () => {
     abort.abort();
     stop();

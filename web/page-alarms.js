@@ -4,6 +4,7 @@ import { graveness, onActive } from './alarms.js';
 import { ask } from './api.js';
 import { card, element, reason } from './card.js';
 import { alarmDetails } from './alarm-panel.js';
+import { now } from './clock.js';
 import { duration, number, timeNode } from './format.js';
 import { panel } from './panel.js';
 import { choose, onChange, state } from './state.js';
@@ -19,7 +20,7 @@ const kOfNow = 'as it is now, not at the time above';
 /// What tells an alarm of a definition from its others.
 const keyText = (row) => Object.values(row.key ?? {}).join(' / ');
 const keyTitle = (row) => Object.entries(row.key ?? {}).map(([label, value]) => `${label} = ${value}`).join('\n');
-const lasted = (row) => (row.until ?? Date.now() / 1000) - row.since;
+const lasted = (row) => (row.until ?? now()) - row.since;
 
 const severityColumn = { label: 'severity', heading: 'Severity', format: (word) => make('span', `severity ${graveness(word)}`, word) };
 
@@ -83,7 +84,7 @@ class AlarmsPage {
 
   start() {
     this.stops = [
-      onActive((list, event) => this.takeActive(list, event)),
+      onActive((list, events) => this.takeActive(list, events)),
       onChange((now, before) => this.changed(now, before)),
     ];
     this.clock = setInterval(() => this.drawActive(), kClock);
@@ -91,14 +92,14 @@ class AlarmsPage {
     this.open(state.choice.alarm);
   }
 
-  takeActive(list, event) {
+  takeActive(list, events) {
     const isFirst = !this.isTold;
     this.isTold = true;
     this.list = list;
     this.drawActive();
     if (isFirst) return;
     this.look();
-    if (event && String(event.id) === this.key) this.details?.renew();
+    if (events.some((one) => String(one.id) === this.key)) this.details?.renew();
   }
 
   drawActive() {

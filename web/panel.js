@@ -91,7 +91,7 @@ export function whenBack(record, error, fn) {
     const stop = follow(record, () => {
       stop();
       fn();
-    });
+    }, { isFresh: true });
     return stop;
   }
   if (error.status !== 0 && error.status !== 503) return () => {};

@@ -74,7 +74,9 @@ async function renew(self) {
     self.ended.hidden = Boolean(near.rows[0]);
     self.ended.textContent = isPast ? 'It is not among the processes kept at this time.' : 'It has ended. The figures are its last ones that were seen here.';
   } catch (error) {
-    if (!self.abort.signal.aborted) self.ended.textContent = error.message;
+    if (self.abort.signal.aborted) return;
+    self.ended.hidden = false;
+    self.ended.textContent = `Its figures can't be asked for: ${error.message}.`;
   }
 }
 
@@ -108,7 +110,7 @@ function tellParent(self, pid) {
   self.parent = pid;
   self.parentCell ??= pair(self, 'Parent');
   if (!pid) {
-    self.parentCell.textContent = 'none';
+    self.parentCell.textContent = pid === 0 ? 'none' : '-';
     return;
   }
   const button = make('button', 'plain', String(pid));

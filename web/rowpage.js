@@ -55,7 +55,7 @@ class RowPart {
       this.schema = schema;
       this.build();
       this.take(answer.time, answer.rows);
-      if (state.at === null) this.stopFollowing = goOn(record, answer, (told) => this.take(told.time, told.rows), { pause: this.options.pause, again: () => this.again() });
+      if (state.at === null) this.stopFollowing = goOn(record, answer, (told) => this.takeNewer(told), { pause: this.options.pause, again: () => this.again() });
     } catch (error) {
       if (!this.abort.signal.aborted) this.fail(error);
     }
@@ -111,6 +111,11 @@ class RowPart {
 
   keyOf(row) {
     return this.options.keys.map((label) => String(row[label] ?? '')).join(' / ');
+  }
+
+  /// A stream that begins anew tells older rows again.
+  takeNewer({ time, rows }) {
+    if (time >= this.timeOf) this.take(time, rows);
   }
 
   take(time, rows) {

@@ -21,6 +21,7 @@ export class Series {
     this.last = new Map();
     this.loaded = null;
     this.newest = null;
+    this.newestTime = 0;
     this.distance = 0;
   }
 
@@ -31,6 +32,7 @@ export class Series {
       this.values.push([this.scale(least), this.scale(mean), this.scale(greatest)]);
     }
     this.newest = this.values.at(-1)?.[1] ?? null;
+    this.newestTime = this.times.at(-1) ?? 0;
     this.distance = Math.max(usualDistance(this.times), this.seconds);
   }
 
@@ -41,6 +43,7 @@ export class Series {
     const end = this.times.length - 1;
     if (end >= 0 && time < this.times[end]) return;
     this.newest = value;
+    this.newestTime = time;
     if (end < 0 || time >= this.times[end] + this.seconds) {
       this.last = new Map([[time, value]]);
       this.loaded = null;
@@ -71,6 +74,17 @@ export class Series {
     while (gone < this.times.length && this.times[gone] < time) gone += 1;
     this.times.splice(0, gone);
     this.values.splice(0, gone);
+    if (!this.times.length) this.newest = null;
+  }
+
+  /// The newest value, if it can still speak for `time`; null for none.
+  newestAt(time) {
+    return time - this.newestTime <= this.reach() ? this.newest : null;
+  }
+
+  /// How far a point speaks for the times around it.
+  reach() {
+    return Math.max(this.distance, 1) * kGap;
   }
 
   /// The place of the point nearest to a time, if one is near enough to speak for it; -1 for none.
@@ -83,7 +97,7 @@ export class Series {
       else high = middle;
     }
     if (low > 0 && (low === this.times.length || time - this.times[low - 1] < this.times[low] - time)) low -= 1;
-    return low < this.times.length && Math.abs(this.times[low] - time) <= Math.max(this.distance, 1) * kGap ? low : -1;
+    return low < this.times.length && Math.abs(this.times[low] - time) <= this.reach() ? low : -1;
   }
 
   /// The times at which the line breaks.

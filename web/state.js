@@ -1,13 +1,12 @@
 // What the page shows, as its address tells it: #/PAGE?range=1h&at=T&from=T&to=T&NAME=TEXT. Anything else in the query is a
 // choice of the page. A change of the page or of `at` shows the page anew (app.js); charts follow a change of the range
 // themselves; a page that has choices listens by onChange.
+import { now } from './clock.js';
 
 export const kRanges = { '15m': 900, '1h': 3600, '6h': 21600, '24h': 86400, '7d': 604800, '14d': 1209600 };
 const kDefaultRange = '1h';
 const kOwnNames = ['range', 'at', 'from', 'to'];
 const listeners = new Set();
-
-const now = () => Math.floor(Date.now() / 1000);
 
 /// The times that are shown, in seconds. A live range moves with the clock.
 class Range {

@@ -1,4 +1,5 @@
 // Which time is shown, on every page: a range up to now, a part of it that was dragged out, or the state at a kept time.
+import { now } from './clock.js';
 import { timeNode } from './format.js';
 import { go, kRanges, onChange, state, zoomDepth } from './state.js';
 
@@ -90,6 +91,6 @@ function drawAt() {
     at.sign.replaceChildren('as of ', timeNode(state.at));
     at.field.value = fieldText(state.at);
   } else if (!at.field.value) {
-    at.field.value = fieldText(Math.floor(Date.now() / 1000) - 600);
+    at.field.value = fieldText(now() - 600);
   }
 }
