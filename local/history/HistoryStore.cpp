@@ -226,7 +226,14 @@ void HistoryStore::Insert(const ScheduledRows& rows, bool areTotals) {
 }
 
 void HistoryStore::AbandonBatch() {
-  if (std::exchange(m_isBatchLost, false) || m_target == nullptr) {
+  if (std::exchange(m_isBatchLost, false)) {
+    return;
+  }
+  if (m_target == nullptr) {
+    // It is kept; memory has lacked while old rows were removed behind it.
+    if (m_main.database != nullptr && m_main.database->IsInTransaction()) {
+      Close();
+    }
     return;
   }
   ++m_lostBatches;
@@ -257,14 +264,25 @@ void HistoryStore::EndBatch() {
       goal = 2 * m_usedBefore - UsedBytes();
     }
     Commit();
-    if (isMain) {
-      RemoveOld();
-      RemoveExcess(goal);
-    }
+  } catch (const SqlError& error) {
+    Fail(error);
+    return;
+  }
+  if (isMain) {
+    RemoveAfterBatch(goal);
+  }
+}
+
+void HistoryStore::RemoveAfterBatch(std::int64_t goal) {
+  try {
+    RemoveOld();
+    RemoveExcess(goal);
   } catch (const SqlError& error) {
     if (!error.IsBusy()) {
-      Fail(error);
-    } else if (m_main.database != nullptr && m_main.database->IsInTransaction()) {
+      // The batch itself is kept.
+      Close();
+      Tell(error, m_settings.file);
+    } else if (m_main.database->IsInTransaction()) {
       // Somebody has begun to read: what is old goes after a later batch.
       m_main.database->Execute("ROLLBACK");
     }

@@ -91,6 +91,8 @@ class HistoryStore : public RecordSink {
   /// Sets the sizes of the main file.
   void MeasureFile();
   [[nodiscard]] std::int64_t UsedBytes() const { return m_sizeBytes - m_freeBytes; }
+  /// What fails here costs no batch.
+  void RemoveAfterBatch(std::int64_t goal);
   void RemoveOld();
   /// Down to the limit, or as far as `goal` and the time for it allow.
   void RemoveExcess(std::int64_t goal);
