@@ -64,7 +64,7 @@ void FitPart(const TaskFigures& task, KeptPart& part) {
   part.startTime = task.startTime;
   part.execId = task.selfExecId;
   part.isRead = false;
-  part.folderInode.reset();
+  part.folderMark.reset();
   part.limits.reset();
   part.surroundings.reset();
 }
@@ -179,7 +179,7 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
   KeptPart& part = *m_parts[index];
   const bool isDue = IsItsTurn(kArguments, group.task, part) || !part.isRead;
   const bool wantsFolder =
-      wishes.folder && (IsItsTurn(kFolder, group.task, part) || !part.folderInode);
+      wishes.folder && (IsItsTurn(kFolder, group.task, part) || !part.folderMark);
   const bool wantsLimits =
       wishes.limits && (IsItsTurn(kLimits, group.task, part) || part.limits == nullptr);
   if (!isDue && !wantsFolder && !wantsLimits) {
@@ -196,7 +196,7 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
     ReadCommandLine(walk, folder, part);
   }
   if (wantsFolder) {
-    part.folderInode = ReadFolderInode(walk, folder);
+    part.folderMark = ReadFolderMark(walk, folder);
   }
   if (wantsLimits) {
     ReadPartLimits(walk, folder, part);

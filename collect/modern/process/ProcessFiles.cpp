@@ -1,17 +1,16 @@
 #include "collect/modern/process/ProcessFiles.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 
 #include "collect/modern/process/ProcessText.h"
-#include "support/HostPaths.h"
-#include "support/HostReads.h"
+#include "support/Descriptor.h"
+#include "support/TextHash.h"
 #include "support/Uninterrupted.h"
 
 ssize_t ReadOnce(const ProcessWalk& walk, const char* path, std::span<char> buffer) {
@@ -34,13 +33,8 @@ void ReadArguments(const ProcessWalk& walk, ProcessFolder& folder, std::span<cha
   std::fill(field.begin() + static_cast<std::ptrdiff_t>(used), field.end(), '\0');
 }
 
-std::uint64_t ReadFolderInode(const ProcessWalk& walk, ProcessFolder& folder) {
-  std::array<char, 256> target;
+std::uint64_t ReadFolderMark(const ProcessWalk& walk, ProcessFolder& folder) {
+  std::array<char, PATH_MAX> target;
   const ssize_t length = walk.ReadLink(folder.PathOf("cwd"), target.data(), target.size());
-  if (length <= 0 || static_cast<std::size_t>(length) == target.size()) {
-    return 0;
-  }
-  target[static_cast<std::size_t>(length)] = '\0';
-  struct ::stat status {};
-  return StatHost(AT_FDCWD, HostPath(target.data()).c_str(), &status) == 0 ? status.st_ino : 0;
+  return length > 0 ? TextHash({target.data(), static_cast<std::size_t>(length)}) : 0;
 }

@@ -14,5 +14,6 @@
 /// Fills all of `field` with the command line fit to be shown, and zeros behind it; all zeros where
 /// it can't be read.
 void ReadArguments(const ProcessWalk& walk, ProcessFolder& folder, std::span<char> field);
-/// The inode of the process's working folder; 0 if it cannot be told.
-[[nodiscard]] std::uint64_t ReadFolderInode(const ProcessWalk& walk, ProcessFolder& folder);
+/// Tells one working folder of a process from another by its path, as the folder itself may lie on
+/// a mount that keeps who looks at it waiting; 0 if it cannot be told.
+[[nodiscard]] std::uint64_t ReadFolderMark(const ProcessWalk& walk, ProcessFolder& folder);

@@ -243,7 +243,7 @@ bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
   FillPages(pages, m_pageBytes, record);
   ReadArguments(m_walk, folder, record.cmdline);
   if (m_wantsFolder) {
-    record.cwdInode = ReadFolderInode(m_walk, folder);
+    record.cwdInode = ReadFolderMark(m_walk, folder);
   }
   return true;
 }
