@@ -95,12 +95,6 @@ void FormFolder(const TaskGroup& group, ProcessPath& name) {
   }
 }
 
-/// The text of a file of a process; empty, with `errno`, if it can't be read.
-std::string_view ReadPart(const ProcessWalk& walk, const char* path, PartText& text) {
-  const ssize_t length = ReadOnce(walk, path, text);
-  return {text.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
-}
-
 void ReadCommandLine(const ProcessWalk& walk, ProcessFolder& folder, KeptPart& part) {
   std::array<char, kMostKeptArguments> text;
   ReadArguments(walk, folder, text);
@@ -114,7 +108,7 @@ void ReadPartLimits(const ProcessWalk& walk, ProcessFolder& folder, KeptPart& pa
   }
   PartText text;
   static_cast<void>(
-      ParseProcessLimits(ReadPart(walk, folder.PathOf("limits"), text), *part.limits));
+      ParseProcessLimits(ReadText(walk, folder.PathOf("limits"), text), *part.limits));
 }
 
 std::size_t HeapOf(const std::string& text) {
@@ -240,7 +234,7 @@ void KeptParts::KeepSurroundings(const TaskGroup& group, std::size_t index,
 bool KeptParts::ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part) {
   PartText text;
   ProcessFolder process(std::to_string(part.pid).c_str());
-  const std::string_view line = ReadPart(walk, process.PathOf("stat"), text);
+  const std::string_view line = ReadText(walk, process.PathOf("stat"), text);
   ProcessStat stat;
   if (line.empty() ? errno == ENOENT || errno == ESRCH
                    : !ParseProcessStat(line, stat) ||
@@ -260,8 +254,9 @@ bool KeptParts::ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptP
   ProcessPath name;
   FormFolder(group, name);
   ProcessStatus status;
+  std::string more;
   static_cast<void>(ParseProcessStatus(
-      ReadPart(walk, ProcessFolder(name.data()).PathOf("status"), text), status));
+      ReadText(walk, ProcessFolder(name.data()).PathOf("status"), text, &more), status));
   part.codeKB = status.codeKB;
   return true;
 }

@@ -3,13 +3,13 @@
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <limits>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -18,6 +18,7 @@
 #include "collect/modern/HostText.h"
 #include "collect/modern/process/KeptParts.h"
 #include "collect/modern/process/ProcessDetailText.h"
+#include "collect/modern/process/ProcessFiles.h"
 #include "collect/modern/process/ProcessText.h"
 #include "collect/modern/process/TaskDetail.h"
 #include "collect/modern/system/KernelStat.h"
@@ -26,7 +27,6 @@
 #include "support/HostPaths.h"
 #include "support/HostReads.h"
 #include "support/OsCalls.h"
-#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -81,8 +81,8 @@ class DetailReader {
   [[nodiscard]] bool ReadRest(Descriptor folder, ProcessDetail& detail);
 
  private:
-  /// The text of one of its files, as far as there is room, valid until the next call; empty if it
-  /// can't be read. One read: the kernel gives such a file in one piece.
+  /// The text of one of its files, up to the limit if there is one, valid until the next call;
+  /// empty if it can't be read.
   [[nodiscard]] std::string_view ReadFile(const char* name, std::size_t limit = kRoom);
   void ReadSurroundings(ProcessDetail& detail);
   void ReadExecutable(ProcessDetail& detail);
@@ -90,7 +90,7 @@ class DetailReader {
   [[nodiscard]] double CountFiles();
   [[nodiscard]] double ListFiles();
 
-  /// A status has some 1,500 bytes, and more for many groups.
+  /// A status has some 1,500 bytes; for many groups it goes on elsewhere.
   static constexpr std::size_t kRoom = 8192;
 
   double m_bootTime;
@@ -99,6 +99,7 @@ class DetailReader {
   double m_listed = 0;       ///< entries of folders that had to be listed
   Descriptor m_folder;
   std::array<char, kRoom> m_text{};
+  std::string m_longText;
 };
 
 constexpr std::string_view kWaitingStates = "SDITt";
@@ -145,9 +146,9 @@ void DetailReader::ReadSurroundings(ProcessDetail& detail) {
 std::string_view DetailReader::ReadFile(const char* name, std::size_t limit) {
   const Descriptor file(
       OpenHost(m_folder.Get(), name, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-  const ssize_t length =
-      file.IsOpen() ? Uninterrupted([&] { return ::read(file.Get(), m_text.data(), limit); }) : 0;
-  return {m_text.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
+  return file.IsOpen() ? ReadText(file.Get(), std::span(m_text).first(limit),
+                                  limit == kRoom ? &m_longText : nullptr)
+                       : std::string_view();
 }
 
 void DetailReader::ReadExecutable(ProcessDetail& detail) {

@@ -162,12 +162,14 @@ void ModernProcessSource::End() {
 std::string_view ModernProcessSource::ReadFile(ProcessFolder& folder, FileOfProcess file) {
   const FileRule& rule = kFileRules[file];
   const char* const path = folder.PathOf(rule.leaf);
-  const ssize_t length = ReadOnce(m_walk, path, std::span(m_text).first(rule.limit));
-  if (length > 0) {
+  const std::span<char> room = std::span(m_text).first(rule.limit);
+  const std::string_view text =
+      ReadText(m_walk, path, room, file == kStatus ? &m_longText : nullptr);
+  if (!text.empty()) {
     m_seen[file].there = true;
-    return {m_text.data(), static_cast<std::size_t>(length)};
+    return text;
   }
-  const int code = length < 0 ? errno : 0;
+  const int code = errno;
   m_seen[file].missing = m_seen[file].missing || !IsDenied(code);
   Trace(30, kWarning, "The file of a process can't be read. (en=%1, arg1=%2)", code, path);
   errno = code;

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -81,4 +82,5 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   bool m_hasBegun = false;
   std::array<Seen, kFiles> m_seen{};
   std::array<char, kMostText> m_text{};
+  std::string m_longText;  ///< of a status that does not fit there
 };

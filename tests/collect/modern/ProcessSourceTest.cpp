@@ -80,7 +80,7 @@ TEST_F(ModernProcessSourceTest, ReadsWhatTheKernelTellsOfEachKindOfProcess) {
   const std::string program = "1 7 7 0 -1 4194304 0 0 0 0 0 9 0 0 -51 0 1";
   HostProcess longStatus = Worker(60);
   longStatus.name = "tab\tand\nline";
-  longStatus.status = "Groups:\t" + std::string(5000, '7') + "\n" + longStatus.status;
+  longStatus.status = "Groups:\t" + std::string(11'000, '7') + "\n" + longStatus.status;
   const HostProcess processes[] = {
       Worker(20),
       {30, "kworker/u8:2-events_unbound", "I " + kernel, "50 0 0", 0, "0 0 0 0 0 0 0", "",

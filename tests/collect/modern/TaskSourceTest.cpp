@@ -59,7 +59,8 @@ class TaskSourceTest : public CollectFixture {
     m_host->Write(folder + "/stat", std::to_string(pid) + " (" + name +
                                         ") S 1 1 1 0 -1 0 0 0 0 0 " + ticks + " 0 0 20 0 1 0 " +
                                         std::to_string(startTicks) + " 0 0\n");
-    m_host->Write(folder + "/status", "Name:\tx\nUid:\t7\t7\t7\t7\nVmExe:\t 12 kB\n");
+    m_host->Write(folder + "/status", "Name:\tx\nUid:\t7\t7\t7\t7\nGroups:\t" +
+                                          std::string(11'000, '7') + "\nVmExe:\t 12 kB\n");
     m_host->Write(folder + "/cmdline", arguments);
   }
   std::vector<Process> Collect(CollectionMask more = 0) {
