@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "collect/modern/process/KeptArguments.h"
 #include "collect/modern/process/ProcessDetail.h"
 #include "collect/modern/process/ProcessFiles.h"
 #include "collect/modern/process/ProcessText.h"
@@ -171,7 +172,8 @@ void KeptParts::Match(std::vector<TaskGroup>& groups, std::span<const std::strin
 bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
                      PartWishes wishes) {
   KeptPart& part = *m_parts[index];
-  const bool isDue = IsItsTurn(kArguments, group.task, part) || !part.isRead;
+  const bool isDue =
+      IsItsTurn(kArguments, group.task, part) || !part.isRead || part.lacksCommandLine;
   const bool wantsFolder =
       wishes.folder && (IsItsTurn(kFolder, group.task, part) || !part.folderMark);
   const bool wantsLimits =
@@ -187,7 +189,10 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
   FormFolder(group, name);
   ProcessFolder folder(name.data());
   if (isDue && group.task.virtualPages != 0) {
-    ReadCommandLine(walk, folder, part);
+    part.lacksCommandLine = MayHoldItsReader(TaskStateLetter(group.task.state));
+    if (!part.lacksCommandLine) {
+      ReadCommandLine(walk, folder, part);
+    }
   }
   if (wantsFolder) {
     part.folderMark = ReadFolderMark(walk, folder);

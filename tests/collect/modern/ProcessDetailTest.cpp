@@ -113,6 +113,16 @@ TEST_F(ProcessDetailTest, GoesByTheRowsOfAWalkAndDropsANumberUsedAgain) {
   EXPECT_TRUE(rows.empty());
 }
 
+TEST_F(ProcessDetailTest, WhoMayHoldItsReaderHasTheArgumentsOfTheLookBefore) {
+  for (const auto& [state, arguments, shown] :
+       {std::tuple{'D', "a", "[]"}, {'S', "b", "[b]"}, {'D', "c", "[b]"}, {'R', "d", "[d]"}}) {
+    WriteStat(20, "x", state, 77);
+    Write(20, "status", "Uid:\t1\t1\t1\t1\n");
+    Write(20, "cmdline", arguments);
+    EXPECT_TRUE(Dump().ends_with(std::string(" ") + shown + '\n')) << arguments;
+  }
+}
+
 TEST_F(ProcessDetailTest, ChoosesTheControlGroupThatTellsMost) {
   const std::pair<const char*, const char*> cases[] = {
       {"0::/a:b/c.scope\n", "/a:b/c.scope"},

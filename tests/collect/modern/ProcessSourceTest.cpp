@@ -152,6 +152,26 @@ TEST_F(ModernProcessSourceTest, TellsAGroupWithoutLeaderByItsFirstLiveThread) {
   EXPECT_EQ(Read().at(0).GetUserTime(), (tagUTIME{1, 500000}));
 }
 
+TEST_F(ModernProcessSourceTest, WhoMayHoldItsReaderHasTheArgumentsOfTheLookBefore) {
+  HostProcess process = Worker(20);
+  const auto shown = [&](char state, const char* start, const char* arguments) {
+    process.state.front() = state;
+    process.stat.replace(0, 5, start);
+    process.arguments = arguments;
+    WriteProcess(*m_host, "/proc/20", process);
+    return std::string(Read().at(0).GetCmdline());
+  };
+  EXPECT_EQ(shown('D', "33333", "a"), "") << "no look before";
+  EXPECT_EQ(shown('S', "33333", "b"), "b");
+  EXPECT_EQ(shown('D', "33333", "c"), "b");
+  EXPECT_EQ(shown('D', "33333", "c"), "b");
+  EXPECT_EQ(shown('D', "44444", "d"), "") << "another process";
+  shown('S', "44444", "e");
+  m_host->Remove("/proc/20");
+  EXPECT_TRUE(Read().empty());
+  EXPECT_EQ(shown('D', "44444", "f"), "") << "nothing is kept of who has gone";
+}
+
 TEST_F(ModernProcessSourceTest, StartTimesGoByTheBootTimeOfTheWalk) {
   WriteProcess(*m_host, "/proc/20", Worker(20));
   const auto start = [] {

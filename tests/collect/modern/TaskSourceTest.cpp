@@ -186,6 +186,23 @@ TEST_F(TaskSourceTest, APartIsReadOnceForEachImage) {
   EXPECT_EQ(KeptParts::Instance().Count(), 0U);
 }
 
+TEST_F(TaskSourceTest, WhoMayHoldItsReaderIsAskedForItsArgumentsLater) {
+  TaskFigures task = MakeTask(20, 20);
+  task.virtualPages = 1;
+  for (const auto& [state, arguments, shown] :
+       {std::tuple{2U, "a", "[]"}, {2U, "b", "[]"}, {1U, "c", "[c]"}, {2U, "d", "[c]"}}) {
+    task.state = state;
+    WriteTasks({task});
+    WriteParts(20, arguments);
+    EXPECT_EQ(Names(), std::string("20<task>") + shown) << arguments;
+  }
+  Choose("auto", "1");
+  EXPECT_EQ(Names(), "20<task>[c]");
+  task.state = 1;
+  WriteTasks({task});
+  EXPECT_EQ(Names(), "20<task>[d]");
+}
+
 TEST_F(TaskSourceTest, ThePaceReadsPartsAnew) {
   std::vector<TaskFigures> tasks;
   for (int pid = 1; pid <= 20; ++pid) {
