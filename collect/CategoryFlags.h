@@ -34,7 +34,7 @@ inline constexpr std::uint32_t COLLECT_UFSS = 0x00000400;
 inline constexpr std::uint32_t COLLECT_ACCT = 0x08000000;
 /// Limits of processes too; of the profile `modern` alone, and a part of the category of processes.
 inline constexpr std::uint32_t COLLECT_PROCESS_LIMITS = 0x00000004;
-/// The folders that processes work in too: the same, each a link to be read and followed.
+/// The folders that processes work in too: the same, each a link to be read.
 inline constexpr std::uint32_t COLLECT_PROCESS_FOLDER = 0x00000008;
 /// A failing category is traced and does not end the run.
 inline constexpr std::uint32_t COLLECT_CONTINUE_ON_ERROR = 0x80000000;

@@ -24,6 +24,7 @@
 #include "collect/network/InterfaceSourceLINUX.h"
 #include "collect/network/ProtocolSourceLINUX.h"
 #include "collect/nfs/NFSSource.h"
+#include "collect/process/NameCache.h"
 #include "collect/process/ProcessSourceLINUX.h"
 #include "collect/system/SystemSourceLINUX.h"
 #include "collect/userdata/UserSource.h"
@@ -46,6 +47,11 @@ bool IsAsked(const Category& category, CollectionMask flags) {
   const bool isServed = category.run != nullptr || g_hostProfile == HostProfile::kModern;
   return isServed && (flags & category.flag) != 0;
 }
+
+/// Categories whose records show names of users or groups.
+constexpr CollectionMask kShownWithNames = COLLECT_PROCESS | COLLECT_PROCESS_DETAIL |
+                                           COLLECT_QUOTA | COLLECT_UFSS | COLLECT_SEMAPHORE |
+                                           COLLECT_SHARED_MEMORY | COLLECT_MESSAGE_QUEUES;
 
 using FigureTable = std::shared_ptr<std::vector<CategoryFigures>>;
 
@@ -181,6 +187,9 @@ UtlError* Collector::collect(CollectionMask flags, std::span<const char* const> 
   UtlError* error = nullptr;
   m_flags = flags;
   m_collected = 0;
+  if (g_hostProfile == HostProfile::kModern && (flags & kShownWithNames) != 0) {
+    ForgetOldNames();
+  }
   for (std::size_t index = 0; index < Categories().size() && error == nullptr; ++index) {
     const Category& category = Categories()[index];
     if (category.flag == COLLECT_FILE_STAT) {

@@ -1,7 +1,11 @@
 #include "collect/process/NameCache.h"
 
+#include <sys/stat.h>
+
 #include <array>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <map>
 #include <string>
 
@@ -51,7 +55,39 @@ const char* FindGroup(group** entry, int gid) {
       [](const group& found) { return found.gr_name; });
 }
 
+/// Tells a file from the one that stood in its place before; all zeros for none.
+struct NameFileMark {
+  ::dev_t device = 0;
+  ::ino_t inode = 0;
+  std::int64_t seconds = 0;
+  std::int64_t nanoseconds = 0;
+  ::off_t size = 0;
+  bool operator==(const NameFileMark&) const = default;
+};
+NameFileMark MarkOf(const char* path) {
+  struct ::stat status {};
+  if (Os().stat(path, &status) != 0) {
+    return {};
+  }
+  return {status.st_dev, status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
+          status.st_size};
+}
+
 }  // namespace
+
+void ForgetOldNames() {
+  constexpr std::time_t kLongestKept = 3600;
+  static std::array<NameFileMark, 2> lastMarks;
+  static std::time_t forgotten = 0;
+  const std::array marks{MarkOf("/etc/passwd"), MarkOf("/etc/group")};
+  const std::time_t now = Os().time(nullptr);
+  if (marks != lastMarks || now < forgotten || now - forgotten >= kLongestKept) {
+    ClearUserNames();
+    ClearGroupNames();
+    lastMarks = marks;
+    forgotten = now;
+  }
+}
 
 const char* UserName(passwd** entry, int uid) {
   static std::array<char, 32> unknown;

@@ -18,6 +18,9 @@ inline constexpr int kNoIdentity = -999;
 [[nodiscard]] const char* KnownUserName(int uid);
 [[nodiscard]] const char* KnownGroupName(int gid);
 
+/// Forgets all names, as below, if the files of users or groups are others than at the last call or
+/// an hour has gone by since: who else may know names tells of no change.
+void ForgetOldNames();
 /// Forget all names; texts handed out are no longer valid.
 void ClearUserNames();
 void ClearGroupNames();

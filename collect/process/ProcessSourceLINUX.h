@@ -39,7 +39,7 @@ struct x_proc {
   std::int32_t nice = 0;
   std::int32_t priority = 0;   ///< the kernel's, 60 added
   std::uint64_t tty = 0;       ///< device number, or kNoTerminal
-  std::uint64_t cwdInode = 0;  ///< 0 if unknown
+  std::uint64_t cwdInode = 0;  ///< 0 if unknown; under `modern` see ReadFolderMark()
   std::uint64_t rootInode = 0;
   tagNTIME userTime;
   tagNTIME systemTime;

@@ -81,23 +81,30 @@ std::string ContainerOf(std::string_view path) {
   return {};
 }
 
+/// The names of a build's users, each looked up once: whom the system does not know costs it most.
+using BuildUsers = std::unordered_map<std::uint32_t, std::string>;
+
 /// The name, or the number of a user without one.
-std::string UserOf(double uid) {
+std::string_view UserOf(double uid, BuildUsers& users) {
   if (!IsTold(uid)) {
     return {};
   }
-  const auto number = static_cast<int>(static_cast<std::uint32_t>(uid));
-  const char* const name = KnownUserName(number);
-  return name != nullptr ? name : std::to_string(static_cast<std::uint32_t>(uid));
+  const auto number = static_cast<std::uint32_t>(uid);
+  const auto [user, isNew] = users.try_emplace(number);
+  if (isNew) {
+    const char* const name = KnownUserName(static_cast<int>(number));
+    user->second = name != nullptr ? name : std::to_string(number);
+  }
+  return user->second;
 }
 
-DetailRecord DetailRow(const ProcessDetail& process, std::int32_t now) {
+DetailRecord DetailRow(const ProcessDetail& process, std::int32_t now, BuildUsers& users) {
   DetailRecord row = NewRow<DetailRecord>(now);
   row.pid = process.pid;
   row.startTime =
       IsTold(process.startTime) ? static_cast<std::int32_t>(std::floor(process.startTime)) : 0;
   row.name = process.name;
-  row.user = UserOf(process.uid);
+  row.user = UserOf(process.uid, users);
   row.state = std::string_view(&process.state, 1);
   row.controlGroup = ShownGroupPath(process.controlGroup, sizeof(row.controlGroup) - 1);
   row.containerId = ContainerOf(process.controlGroup);
@@ -125,11 +132,12 @@ UtlError* RecordBuilder::BuildPD_PDX(CMBRecordRequestEvent* pEvent, CMBRecordReq
   DelayObject& last = ClaimUserObject<DelayObject>(*pRequest).object;
   double at = 0;
   std::unordered_map<std::int32_t, KeptDelay> delays;
+  BuildUsers users;
   BuildDetailRows<DetailRecord>(
       m_pCollector->GetModern()->processes, *pEvent,
       [&](const ProcessDetail& process, std::int32_t now) {
         at = at == 0 ? ExactTime(now) : at;
-        DetailRecord row = DetailRow(process, now);
+        DetailRecord row = DetailRow(process, now, users);
         row.runDelayPercent =
             static_cast<float>(DelayPercent(last, process, SecondsBetween(last.at, at)));
         delays[process.pid] = {process.startTicks, process.runDelaySeconds};

@@ -285,6 +285,18 @@ TEST_F(ModernGrowthTest, RunDelaysAreOfOneProcessAndOneRequest) {
   EXPECT_EQ(delay(other), "-");
 }
 
+TEST_F(ModernGrowthTest, AUserWithoutANameIsAskedForOnceABuild) {
+  static int g_asked = 0;
+  Os().getpwuid = [](uid_t) -> ::passwd* { return ++g_asked, nullptr; };
+  Collect(kProcesses, {{"12", 5}, {"13", 5}});
+  for (ProcessDetail& process : m_collector.GetModern()->processes) {
+    process.uid = 4711;
+  }
+  Asker asker("PDX", '3', kGrowthLooks);
+  EXPECT_EQ(FieldText(*Ask(kProcesses, asker).back(), "User"), "4711");
+  EXPECT_EQ(g_asked, 1);
+}
+
 TEST_F(ModernGrowthTest, OfALongPathTheEndIsKeptAndTwoStayTwo) {
   const std::string end(497, 'e');
   Collect(kGroups, {{std::string(511, 'p'), 1},

@@ -114,9 +114,12 @@ TEST_F(ModernProcessRecordsTest, AProcessThatGoesToAnotherFolderIsActive) {
   };
   active();
   EXPECT_EQ(active(), 0U);
-  m_host.Link("/proc/310/cwd", "/dev");
-  EXPECT_EQ(active(), 1U);
-  EXPECT_EQ(active(), 0U);
+  for (const char* path : {"/dev", "/not/to/be/looked/at", "/nor/this"}) {
+    m_host.Remove("/proc/310/cwd");
+    m_host.Link("/proc/310/cwd", path);
+    EXPECT_EQ(active(), 1U) << path;
+    EXPECT_EQ(active(), 0U) << path;
+  }
 }
 
 }  // namespace

@@ -122,6 +122,46 @@ TEST_F(CollectorTest, BitsThatStartNoCategoryReadNothing) {
   EXPECT_EQ(Lines("Started the function (Collector::collect). (arg1=0x8000000,"), 1U);
 }
 
+TEST_F(CollectorTest, NamesAreForgottenWithTheirFilesAndEachHourUnderModernAlone) {
+  static std::string g_name;
+  static std::time_t g_now = 0;
+  static std::time_t g_changed = 0;
+  g_now = 1'000'000;
+  Os().time = [](std::time_t*) { return g_now; };
+  Os().stat = [](const char* path, struct ::stat* status) {
+    status->st_mtim.tv_sec = std::string_view(path) == "/etc/passwd" ? g_changed : 0;
+    return 0;
+  };
+  Os().getpwuid = [](uid_t) {
+    static ::passwd entry{};
+    entry.pw_name = g_name.data();
+    return &entry;
+  };
+  const struct {
+    HostProfile profile;
+    std::uint32_t flags;
+    std::time_t seconds;  ///< since the look before
+    std::time_t changed;
+    std::string name;
+    const char* shown;
+  } looks[] = {{HostProfile::kClassic, COLLECT_UFSS, 0, 1, "a", "a"},
+               {HostProfile::kClassic, COLLECT_UFSS, 9999, 2, "b", "a"},
+               {HostProfile::kModern, COLLECT_UFSS, 9999, 3, "c", "c"},
+               {HostProfile::kModern, COLLECT_UFSS, 3599, 3, "d", "c"},
+               {HostProfile::kModern, COLLECT_UFSS, 1, 3, "d", "d"},
+               {HostProfile::kModern, COLLECT_ACCT, 1, 4, "e", "d"},
+               {HostProfile::kModern, COLLECT_UFSS, 1, 4, "e", "e"},
+               {HostProfile::kModern, COLLECT_UFSS, -99, 4, "f", "f"}};
+  for (const auto& look : looks) {
+    g_hostProfile = look.profile;
+    g_now += look.seconds;
+    g_changed = look.changed;
+    g_name = look.name;
+    EXPECT_EQ(Collector().collect(look.flags), nullptr);
+    EXPECT_STREQ(UserName(nullptr, 33), look.shown) << &look - looks;
+  }
+}
+
 TEST_F(CollectorTest, ReplacesWhatIsAskedForAndKeepsTheRest) {
   ASSERT_EQ(collector.collect(COLLECT_CPU | COLLECT_PROCESS, 0), nullptr);
   EXPECT_EQ(collector.GetCPU()->size(), 4U);

@@ -235,14 +235,15 @@ def compare_pressure(found, first, second):
             found.table(f"PRES {resource}", rows[resource], look, pressure_readers(resource))
             found.gauges(f"PRES {resource}", rows[resource], look,
                          {f"{kind} {seconds}-Second %": lambda peers, kind=kind, seconds=seconds:
-                          pressure_mean(peers.pressure[resource], kind, seconds)
+                          pressure_mean(resource, peers.pressure[resource], kind, seconds)
                           for kind in ("Some", "Full") for seconds in (10, 60, 300)}, 0.1)
 
 
-def pressure_mean(text, kind, seconds):
-    """No peer shows these but the kernel."""
-    match = re.search(rf"^{kind.lower()} .*avg{seconds}=(\S+)", text, re.M)
-    return None if match is None else float(match[1])
+def pressure_mean(resource, text, kind, seconds):
+    """No peer shows these but the kernel, which measures nothing where its `full` of cpu is 0."""
+    match = re.search(rf"^{kind.lower()} .*avg{seconds}=(\S+).* total=(\d+)", text, re.M)
+    is_told = match and ((resource, kind) != ("cpu", "Full") or int(match[2]) > 0)
+    return float(match[1]) if is_told else None
 
 
 def compare_pressure_rates(found, rates):

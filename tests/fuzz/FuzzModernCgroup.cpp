@@ -29,7 +29,8 @@ void TakeGroupMemory(std::string_view text) {
 
 void TakeGroupIo(std::string_view text) {
   ControlGroupIo io;
-  ParseGroupIoStat(text, io);
+  GroupIoKept kept;
+  ParseGroupIoStat(text, kept, io);
   Require(io.bytesRead >= 0 && io.writes >= 0);
   const BlkioSums sums = ParseBlkio(text);
   Require(sums.read >= 0 && sums.write >= 0);

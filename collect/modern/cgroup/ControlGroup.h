@@ -38,7 +38,8 @@ struct ControlGroupMemory {
 };
 
 /// Counters of block I/O of the group and all below it, summed over devices: what a stacked device
-/// hands on to others counts for each of them.
+/// hands on to others counts for each of them. Version 2: with those that have gone since the agent
+/// has seen the group first.
 /// Version 2: io.stat. Version 1: blkio.throttle.io_service_bytes and .io_serviced, recursive where
 /// the kernel has that, else of the group alone.
 struct ControlGroupIo {

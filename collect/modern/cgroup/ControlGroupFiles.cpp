@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdint>
 #include <system_error>
+#include <utility>
 
 #include "collect/modern/HostText.h"
 #include "support/TrimmedText.h"
@@ -123,6 +124,39 @@ void AddGroupIoWord(std::string_view word, ControlGroupIo& sums) {
   }
 }
 
+/// By their names, so that two looks can be compared in one pass.
+std::vector<GroupIoKept::Device> GroupDevicesOf(std::string_view text) {
+  std::vector<GroupIoKept::Device> devices;
+  for (std::string_view line; NextTextLine(text, line);) {
+    devices.emplace_back();
+    TextScanner scanner(line);
+    for (std::string_view word; scanner.Word(word);) {
+      if (word.find('=') != std::string_view::npos) {
+        AddGroupIoWord(word, devices.back().io);
+        continue;
+      }
+      // Some kernels leave out the end of a line without figures.
+      if (!devices.back().name.empty()) {
+        devices.emplace_back();
+      }
+      devices.back().name = word;
+    }
+  }
+  std::ranges::stable_sort(devices, {}, &GroupIoKept::Device::name);
+  return devices;
+}
+
+void AddGroupIo(const ControlGroupIo& io, ControlGroupIo& sums) {
+  for (const GroupIoKey& one : kGroupIoKeys) {
+    sums.*one.figure += io.*one.figure;
+  }
+}
+
+bool HasFallen(const ControlGroupIo& now, const ControlGroupIo& before) {
+  return std::ranges::any_of(
+      kGroupIoKeys, [&](const GroupIoKey& one) { return now.*one.figure < before.*one.figure; });
+}
+
 }  // namespace
 
 void ParseGroupCpuStat(std::string_view text, ControlGroupCpu& cpu) {
@@ -158,13 +192,23 @@ void ParseGroupMemoryEvents(std::string_view text, ControlGroupMemory& memory) {
   TakeGroupKeys(text, kGroupEventKeys, memory);
 }
 
-void ParseGroupIoStat(std::string_view text, ControlGroupIo& io) {
-  ControlGroupIo sums{0, 0, 0, 0};
-  for (std::string_view line; NextTextLine(text, line);) {
-    TextScanner scanner(line);
-    for (std::string_view word; scanner.Word(word);) {
-      AddGroupIoWord(word, sums);
+void ParseGroupIoStat(std::string_view text, GroupIoKept& kept, ControlGroupIo& io) {
+  std::vector<GroupIoKept::Device> devices = GroupDevicesOf(text);
+  auto now = devices.cbegin();
+  for (const GroupIoKept::Device& before : kept.devices) {
+    while (now != devices.cend() && now->name < before.name) {
+      ++now;
     }
+    const bool isThere = now != devices.cend() && now->name == before.name;
+    if (!isThere || HasFallen(now->io, before.io)) {
+      AddGroupIo(before.io, kept.gone);
+    }
+    now += isThere ? 1 : 0;
+  }
+  kept.devices = std::move(devices);
+  ControlGroupIo sums = kept.gone;
+  for (const GroupIoKept::Device& device : kept.devices) {
+    AddGroupIo(device.io, sums);
   }
   for (const GroupIoKey& one : kGroupIoKeys) {
     FillGroupFigure(io.*one.figure, sums.*one.figure);

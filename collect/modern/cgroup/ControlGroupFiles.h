@@ -1,6 +1,8 @@
 #pragma once
 
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "collect/modern/cgroup/ControlGroup.h"
 
@@ -19,8 +21,18 @@ void ParseGroupMemoryStatV1(std::string_view text, ControlGroupMemory& memory);
 /// Seconds of cpuacct.usage, which has nanoseconds; kNotTold for none.
 [[nodiscard]] double ParseGroupUsage(std::string_view text);
 void ParseGroupMemoryEvents(std::string_view text, ControlGroupMemory& memory);
-/// io.stat of version 2: 0 for an empty one, which has had no I/O.
-void ParseGroupIoStat(std::string_view text, ControlGroupIo& io);
+/// What is kept of a group between two looks, as the kernel forgets devices that have gone.
+struct GroupIoKept {
+  struct Device {
+    std::string name;
+    ControlGroupIo io{0, 0, 0, 0};
+  };
+  std::vector<Device> devices;  ///< of the last look, by their names
+  ControlGroupIo gone{0, 0, 0, 0};
+};
+/// io.stat of version 2, with what devices had counted that have gone or begun anew since `kept`
+/// was kept: 0 for one that has always been empty, which has had no I/O.
+void ParseGroupIoStat(std::string_view text, GroupIoKept& kept, ControlGroupIo& io);
 
 /// What a file of blkio of version 1 counts, summed over devices.
 struct BlkioSums {

@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
+#include <unordered_map>
 
 #include "collect/modern/cgroup/ControlGroupFiles.h"
 #include "collect/modern/cgroup/ControlGroupMounts.h"
@@ -14,7 +16,21 @@ constexpr std::size_t kGroupFileLimit = 4U << 20U;
 /// Room for the highest number of processes that a kernel allows.
 constexpr std::size_t kGroupListLimit = 40U << 20U;
 
+struct KeptGroup {
+  GroupIoKept io;
+  double cpuSeconds = kNotTold;
+  std::uint64_t walk = 0;  ///< that has read it last
+};
+/// By their paths.
+std::unordered_map<std::string, KeptGroup> g_keptGroups;
+std::uint64_t g_groupWalk = 1;
+
 }  // namespace
+
+void ControlGroupFolder::EndWalk() {
+  std::erase_if(g_keptGroups, [](const auto& entry) { return entry.second.walk != g_groupWalk; });
+  ++g_groupWalk;
+}
 
 bool ControlGroupFolder::Read(const HostFolder& folder, const char* name) {
   return folder.Read(name, m_text, kGroupFileLimit);
@@ -70,7 +86,14 @@ void ControlGroupFolder::ReadVersion2(const HostFolder& folder, std::uint32_t co
     ReadMemoryV2(folder, group.memory);
   }
   if ((controllers & kGroupBlockIo) != 0 && Read(folder, "io.stat")) {
-    ParseGroupIoStat(m_text, group.io);
+    KeptGroup& kept = g_keptGroups[group.path];
+    // A group of the same name that began later.
+    if (group.cpu.totalSeconds < kept.cpuSeconds) {
+      kept = {};
+    }
+    kept.cpuSeconds = group.cpu.totalSeconds;
+    kept.walk = g_groupWalk;
+    ParseGroupIoStat(m_text, kept.io, group.io);
   }
   ReadPressure(folder, "cpu.pressure", group.pressure.cpuSome, group.pressure.cpuFull);
   ReadPressure(folder, "memory.pressure", group.pressure.memorySome, group.pressure.memoryFull);

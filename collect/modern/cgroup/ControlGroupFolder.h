@@ -20,6 +20,8 @@ class ControlGroupFolder {
   /// Read what the hierarchy's controllers tell and is not told yet; threads are left aside.
   void ReadVersion1(const HostFolder& folder, std::uint32_t controllers, ControlGroup& group);
   void ReadVersion2(const HostFolder& folder, std::uint32_t controllers, ControlGroup& group);
+  /// Forgets what is kept of groups that no walk has read since the last call.
+  static void EndWalk();
 
  private:
   [[nodiscard]] bool Read(const HostFolder& folder, const char* name);

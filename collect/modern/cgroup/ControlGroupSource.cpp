@@ -83,6 +83,7 @@ class GroupWalk {
         Enter(FoldersBelow(group, child));
       }
     }
+    ControlGroupFolder::EndWalk();
   }
 
  private:

@@ -74,7 +74,8 @@ void JoinAddresses(NetlinkTables& tables);
 enum class LinkDetails { kLeftOut, kKept };
 
 /// Asks the kernel for the interfaces of this network namespace and their IPv4 addresses; joined.
-/// It waits for a second at a time and for two in all, and takes 16 Mbytes at most; an answer that
+/// It waits for a second at a time and for two in all, but for the kernel's lock of interfaces as
+/// long as somebody holds that, and takes 16 Mbytes at most; an answer that
 /// was interrupted is asked for anew, three times at most within these. Where that
 /// fails the tables hold what was told until then and the error's number.
 [[nodiscard]] NetlinkTables AskForLinks(LinkDetails wanted = LinkDetails::kLeftOut);

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "collect/modern/process/KeptArguments.h"
 #include "collect/modern/process/ProcessDetail.h"
 #include "collect/modern/process/ProcessFiles.h"
 #include "collect/modern/process/ProcessText.h"
@@ -64,7 +65,7 @@ void FitPart(const TaskFigures& task, KeptPart& part) {
   part.startTime = task.startTime;
   part.execId = task.selfExecId;
   part.isRead = false;
-  part.folderInode.reset();
+  part.folderMark.reset();
   part.limits.reset();
   part.surroundings.reset();
 }
@@ -95,12 +96,6 @@ void FormFolder(const TaskGroup& group, ProcessPath& name) {
   }
 }
 
-/// The text of a file of a process; empty, with `errno`, if it can't be read.
-std::string_view ReadPart(const ProcessWalk& walk, const char* path, PartText& text) {
-  const ssize_t length = ReadOnce(walk, path, text);
-  return {text.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
-}
-
 void ReadCommandLine(const ProcessWalk& walk, ProcessFolder& folder, KeptPart& part) {
   std::array<char, kMostKeptArguments> text;
   ReadArguments(walk, folder, text);
@@ -114,7 +109,7 @@ void ReadPartLimits(const ProcessWalk& walk, ProcessFolder& folder, KeptPart& pa
   }
   PartText text;
   static_cast<void>(
-      ParseProcessLimits(ReadPart(walk, folder.PathOf("limits"), text), *part.limits));
+      ParseProcessLimits(ReadText(walk, folder.PathOf("limits"), text), *part.limits));
 }
 
 std::size_t HeapOf(const std::string& text) {
@@ -177,9 +172,10 @@ void KeptParts::Match(std::vector<TaskGroup>& groups, std::span<const std::strin
 bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
                      PartWishes wishes) {
   KeptPart& part = *m_parts[index];
-  const bool isDue = IsItsTurn(kArguments, group.task, part) || !part.isRead;
+  const bool isDue =
+      IsItsTurn(kArguments, group.task, part) || !part.isRead || part.lacksCommandLine;
   const bool wantsFolder =
-      wishes.folder && (IsItsTurn(kFolder, group.task, part) || !part.folderInode);
+      wishes.folder && (IsItsTurn(kFolder, group.task, part) || !part.folderMark);
   const bool wantsLimits =
       wishes.limits && (IsItsTurn(kLimits, group.task, part) || part.limits == nullptr);
   if (!isDue && !wantsFolder && !wantsLimits) {
@@ -193,10 +189,13 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
   FormFolder(group, name);
   ProcessFolder folder(name.data());
   if (isDue && group.task.virtualPages != 0) {
-    ReadCommandLine(walk, folder, part);
+    part.lacksCommandLine = MayHoldItsReader(TaskStateLetter(group.task.state));
+    if (!part.lacksCommandLine) {
+      ReadCommandLine(walk, folder, part);
+    }
   }
   if (wantsFolder) {
-    part.folderInode = ReadFolderInode(walk, folder);
+    part.folderMark = ReadFolderMark(walk, folder);
   }
   if (wantsLimits) {
     ReadPartLimits(walk, folder, part);
@@ -240,7 +239,7 @@ void KeptParts::KeepSurroundings(const TaskGroup& group, std::size_t index,
 bool KeptParts::ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part) {
   PartText text;
   ProcessFolder process(std::to_string(part.pid).c_str());
-  const std::string_view line = ReadPart(walk, process.PathOf("stat"), text);
+  const std::string_view line = ReadText(walk, process.PathOf("stat"), text);
   ProcessStat stat;
   if (line.empty() ? errno == ENOENT || errno == ESRCH
                    : !ParseProcessStat(line, stat) ||
@@ -260,8 +259,9 @@ bool KeptParts::ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptP
   ProcessPath name;
   FormFolder(group, name);
   ProcessStatus status;
+  std::string more;
   static_cast<void>(ParseProcessStatus(
-      ReadPart(walk, ProcessFolder(name.data()).PathOf("status"), text), status));
+      ReadText(walk, ProcessFolder(name.data()).PathOf("status"), text, &more), status));
   part.codeKB = status.codeKB;
   return true;
 }

@@ -36,12 +36,13 @@ struct KeptPart {
   std::uint64_t execId = 0;
 
   // Of its files in /proc.
-  bool isRead = false;       ///< the first two are of this image
-  std::uint64_t codeKB = 0;  ///< of its program, libraries left out
-  std::string commandLine;   ///< fit to be shown, 1,023 bytes at most
-  std::string kernelName;    ///< of a thread of the kernel, which may be longer than that of a task
-  std::optional<std::uint64_t> folderInode;  ///< see ReadFolderInode(); where it was wished for
-  std::unique_ptr<ProcessLimits> limits;     ///< where they were wished for
+  bool isRead = false;            ///< the first two are of this image
+  std::uint64_t codeKB = 0;       ///< of its program, libraries left out
+  std::string commandLine;        ///< fit to be shown, 1,023 bytes at most
+  bool lacksCommandLine = false;  ///< it could not be asked for when its turn was
+  std::string kernelName;  ///< of a thread of the kernel, which may be longer than that of a task
+  std::optional<std::uint64_t> folderMark;  ///< see ReadFolderMark(); where it was wished for
+  std::unique_ptr<ProcessLimits> limits;    ///< where they were wished for
   std::unique_ptr<KeptSurroundings> surroundings;  ///< the same
 
   // What it has been told with: figures that never fall.

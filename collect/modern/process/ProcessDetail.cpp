@@ -3,21 +3,23 @@
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <limits>
+#include <span>
 #include <string>
 #include <string_view>
 
 #include "collect/ProcessWalk.h"
 #include "collect/modern/HostFolder.h"
 #include "collect/modern/HostText.h"
+#include "collect/modern/process/KeptArguments.h"
 #include "collect/modern/process/KeptParts.h"
 #include "collect/modern/process/ProcessDetailText.h"
+#include "collect/modern/process/ProcessFiles.h"
 #include "collect/modern/process/ProcessText.h"
 #include "collect/modern/process/TaskDetail.h"
 #include "collect/modern/system/KernelStat.h"
@@ -26,7 +28,6 @@
 #include "support/HostPaths.h"
 #include "support/HostReads.h"
 #include "support/OsCalls.h"
-#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -73,7 +74,9 @@ std::string Tidied(std::string_view text) {
 /// Reads one process after another into one buffer.
 class DetailReader {
  public:
-  explicit DetailReader(double bootTime) : m_bootTime(bootTime) {}
+  /// With what walks keep of command lines; without it where not all processes are read.
+  explicit DetailReader(double bootTime, KeptArguments* kept = nullptr)
+      : m_bootTime(bootTime), m_kept(kept) {}
 
   /// Fills the detail of the process whose folder is open; false for one that has ended.
   [[nodiscard]] bool Read(Descriptor folder, ProcessDetail& detail);
@@ -81,24 +84,27 @@ class DetailReader {
   [[nodiscard]] bool ReadRest(Descriptor folder, ProcessDetail& detail);
 
  private:
-  /// The text of one of its files, as far as there is room, valid until the next call; empty if it
-  /// can't be read. One read: the kernel gives such a file in one piece.
+  /// The text of one of its files, up to the limit if there is one, valid until the next call;
+  /// empty if it can't be read.
   [[nodiscard]] std::string_view ReadFile(const char* name, std::size_t limit = kRoom);
+  void ReadCommandLine(ProcessDetail& detail);
   void ReadSurroundings(ProcessDetail& detail);
   void ReadExecutable(ProcessDetail& detail);
   [[nodiscard]] double ReadNumber(const char* name);
   [[nodiscard]] double CountFiles();
   [[nodiscard]] double ListFiles();
 
-  /// A status has some 1,500 bytes, and more for many groups.
+  /// A status has some 1,500 bytes; for many groups it goes on elsewhere.
   static constexpr std::size_t kRoom = 8192;
 
   double m_bootTime;
+  KeptArguments* m_kept;
   bool m_isKernels = IsKernelsProc();
   bool m_sizesTell = false;  ///< a folder's size has told entries
   double m_listed = 0;       ///< entries of folders that had to be listed
   Descriptor m_folder;
   std::array<char, kRoom> m_text{};
+  std::string m_longText;
 };
 
 constexpr std::string_view kWaitingStates = "SDITt";
@@ -112,7 +118,7 @@ bool DetailReader::Read(Descriptor folder, ProcessDetail& detail) {
   TakeSchedDetail(ReadFile("schedstat"), detail);
   ReadSurroundings(detail);
   if (!detail.isOfKernel) {
-    detail.commandLine = Tidied(ReadFile("cmdline", kMostCommandLine));
+    ReadCommandLine(detail);
   }
   // The last: one that has ended while it was read is found by it.
   const std::string_view status = ReadFile("status");
@@ -126,6 +132,18 @@ bool DetailReader::ReadRest(Descriptor folder, ProcessDetail& detail) {
   ReadSurroundings(detail);
   struct ::stat ignored {};
   return StatHost(m_folder.Get(), "stat", &ignored, 0) == 0;
+}
+
+void DetailReader::ReadCommandLine(ProcessDetail& detail) {
+  const bool mayHold = MayHoldItsReader(detail.state);
+  if (!mayHold) {
+    detail.commandLine = Tidied(ReadFile("cmdline", kMostCommandLine));
+  }
+  if (m_kept != nullptr && mayHold) {
+    detail.commandLine = m_kept->Find(detail.pid, detail.startTicks);
+  } else if (m_kept != nullptr) {
+    m_kept->Keep(detail.pid, detail.startTicks, detail.commandLine);
+  }
 }
 
 void DetailReader::ReadSurroundings(ProcessDetail& detail) {
@@ -145,9 +163,9 @@ void DetailReader::ReadSurroundings(ProcessDetail& detail) {
 std::string_view DetailReader::ReadFile(const char* name, std::size_t limit) {
   const Descriptor file(
       OpenHost(m_folder.Get(), name, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-  const ssize_t length =
-      file.IsOpen() ? Uninterrupted([&] { return ::read(file.Get(), m_text.data(), limit); }) : 0;
-  return {m_text.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
+  return file.IsOpen() ? ReadText(file.Get(), std::span(m_text).first(limit),
+                                  limit == kRoom ? &m_longText : nullptr)
+                       : std::string_view();
 }
 
 void DetailReader::ReadExecutable(ProcessDetail& detail) {
@@ -194,6 +212,11 @@ double DetailReader::ListFiles() {
   return errno == 0 ? count : kNotTold;
 }
 
+KeptArguments& KeptByDetails() {
+  static KeptArguments kept;
+  return kept;
+}
+
 /// Adds a row for the process, unless it has ended; whether there is one.
 bool AddDetail(const ProcessWalk& walk, const char* pid, DetailReader& reader,
                std::vector<ProcessDetail>& rows) {
@@ -219,10 +242,11 @@ void ReadProcessDetails(std::vector<ProcessDetail>& rows) {
   if (!walk.IsOpen()) {
     return;
   }
-  DetailReader reader(PresentBoot());
+  DetailReader reader(PresentBoot(), &KeptByDetails());
   while (const char* pid = walk.Next()) {
     AddDetail(walk, pid, reader, rows);
   }
+  KeptByDetails().EndWalk();
 }
 
 void ReadProcessDetails(std::span<const Process> walked, std::vector<ProcessDetail>& rows) {
@@ -232,7 +256,7 @@ void ReadProcessDetails(std::span<const Process> walked, std::vector<ProcessDeta
     return;
   }
   rows.reserve(walked.size());
-  DetailReader reader(BootOf(walked));
+  DetailReader reader(BootOf(walked), &KeptByDetails());
   for (const Process& process : walked) {
     const std::string pid = std::to_string(process.pid);
     const std::uint64_t startTicks = process.modern.startTicks;
@@ -241,6 +265,7 @@ void ReadProcessDetails(std::span<const Process> walked, std::vector<ProcessDeta
       rows.pop_back();
     }
   }
+  KeptByDetails().EndWalk();
 }
 
 void ReadTaskDetails(const std::vector<TaskGroup>& groups, std::span<const std::int32_t> missing,

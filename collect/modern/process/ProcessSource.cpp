@@ -124,6 +124,7 @@ void ModernProcessSource::Begin() {
 
 bool ModernProcessSource::ReadSingle(Collector* collector, std::int32_t pid, Process& record) {
   m_pCollector = collector;
+  m_isSingle = true;
   if (m_pCollector != nullptr) {
     TakeWishes();
   }
@@ -139,6 +140,7 @@ void ModernProcessSource::TakeWishes() {
 
 void ModernProcessSource::End() {
   m_walk.Rewind();
+  s_arguments.EndWalk();
   // That a single process lacks a file or an entry is no news: it ends, or is one of the kernel.
   for (std::size_t file = 0; file < kFiles; ++file) {
     const FileRule& rule = kFileRules[file];
@@ -162,12 +164,14 @@ void ModernProcessSource::End() {
 std::string_view ModernProcessSource::ReadFile(ProcessFolder& folder, FileOfProcess file) {
   const FileRule& rule = kFileRules[file];
   const char* const path = folder.PathOf(rule.leaf);
-  const ssize_t length = ReadOnce(m_walk, path, std::span(m_text).first(rule.limit));
-  if (length > 0) {
+  const std::span<char> room = std::span(m_text).first(rule.limit);
+  const std::string_view text =
+      ReadText(m_walk, path, room, file == kStatus ? &m_longText : nullptr);
+  if (!text.empty()) {
     m_seen[file].there = true;
-    return {m_text.data(), static_cast<std::size_t>(length)};
+    return text;
   }
-  const int code = length < 0 ? errno : 0;
+  const int code = errno;
   m_seen[file].missing = m_seen[file].missing || !IsDenied(code);
   Trace(30, kWarning, "The file of a process can't be read. (en=%1, arg1=%2)", code, path);
   errno = code;
@@ -241,11 +245,23 @@ bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
     pages = {};
   }
   FillPages(pages, m_pageBytes, record);
-  ReadArguments(m_walk, folder, record.cmdline);
+  TakeArguments(folder, record);
   if (m_wantsFolder) {
-    record.cwdInode = ReadFolderInode(m_walk, folder);
+    record.cwdInode = ReadFolderMark(m_walk, folder);
   }
   return true;
+}
+
+void ModernProcessSource::TakeArguments(ProcessFolder& folder, Process& record) {
+  const std::uint64_t start = record.modern.startTicks;
+  if (MayHoldItsReader(record.modern.state)) {
+    s_arguments.Find(record.pid, start).copy(record.cmdline.data(), record.cmdline.size());
+    return;
+  }
+  ReadArguments(m_walk, folder, record.cmdline);
+  if (!m_isSingle) {
+    s_arguments.Keep(record.pid, start, record.GetCmdline());
+  }
 }
 
 void ModernProcessSource::ReadSwitches(ProcessFolder& folder, Process& record) {

@@ -3,11 +3,13 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "collect/ProcessWalk.h"
 #include "collect/Source.h"
+#include "collect/modern/process/KeptArguments.h"
 #include "collect/process/ProcessSourceLINUX.h"
 
 struct ProcessStat;
@@ -59,6 +61,7 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   /// Those of the leader alone, which a difference may be made of whichever thread lives.
   void ReadSwitches(ProcessFolder& folder, Process& record);
   void ReadIo(ProcessFolder& folder, Process& record);
+  void TakeArguments(ProcessFolder& folder, Process& record);
   [[nodiscard]] ProcessLimits ReadLimits(ProcessFolder& folder);
   /// Makes `name` the folder below /proc of a live thread, and takes from its stat what the ended
   /// leader's lacks. False if there is none.
@@ -72,6 +75,7 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   inline static SourceStatistics s_statistics;
   inline static std::uint32_t s_skipped = 0;
   inline static std::uint32_t s_ioDenied = 0;
+  inline static KeptArguments s_arguments;  ///< of walks, which forget them
 
   ProcessWalk m_walk;
   std::int32_t m_bootTime = 0;  ///< 0 if unknown
@@ -79,6 +83,8 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   std::vector<ProcessLimits>* m_limits = nullptr;  ///< null where they are not asked for
   bool m_wantsFolder = false;
   bool m_hasBegun = false;
+  bool m_isSingle = false;
   std::array<Seen, kFiles> m_seen{};
   std::array<char, kMostText> m_text{};
+  std::string m_longText;  ///< of a status that does not fit there
 };

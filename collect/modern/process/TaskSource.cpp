@@ -155,6 +155,6 @@ void TaskSource::FillMemory(const TaskFigures& task, const KeptPart& part, Proce
     arguments.copy(record.cmdline.data(), record.cmdline.size());
   }
   if (m_wishes.folder) {
-    record.cwdInode = part.folderInode.value_or(0);
+    record.cwdInode = part.folderMark.value_or(0);
   }
 }

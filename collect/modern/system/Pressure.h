@@ -28,7 +28,7 @@ struct PressureText {
 /// What the whole host waited for, from /proc/pressure.
 struct PressureFigures {
   std::string resource;  ///< "cpu", "memory", "io" or "irq"
-  PressureText text;     ///< of "irq" the kernel has `full` alone, of "cpu" before 5.13 `some`
+  PressureText text;  ///< of "irq" the kernel has `full` alone, of "cpu" `some` but in 5.13 to 5.16
 };
 
 /// Reads a row for each resource that the kernel has a file of, in the order of the names above. A

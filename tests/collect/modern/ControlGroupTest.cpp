@@ -1,4 +1,5 @@
 #include "collect/modern/cgroup/ControlGroupFiles.h"
+#include "collect/modern/cgroup/ControlGroupFolder.h"
 #include "collect/modern/cgroup/ControlGroupMounts.h"
 #include "collect/modern/cgroup/ControlGroupName.h"
 #include "collect/modern/cgroup/ControlGroupSource.h"
@@ -43,6 +44,10 @@ std::string Text(const ControlGroupName& name) {
 
 class ControlGroupTest : public CollectFixture {
  protected:
+  void TearDown() override {
+    ControlGroupFolder::EndWalk();
+    CollectFixture::TearDown();
+  }
   void Mount(const std::string& lines) { m_host.Write("/proc/1/mountinfo", lines); }
   void MountUnified() { Mount("25 1 0:23 / /cg rw shared:4 - cgroup2 cgroup2 rw,nsdelegate\n"); }
   /// Makes a group of these processes.
@@ -163,8 +168,10 @@ TEST_F(ControlGroupTest, FilesGiveWhatTheyTell) {
   ParseGroupMemoryStatV1("cache 1\nrss 2\ntotal_cache 30\n", memory);
   EXPECT_EQ(Told({memory.anonymous, memory.file, memory.swap}), "2 30 -");
   ControlGroupIo io;
+  GroupIoKept kept;
   ParseGroupIoStat(
-      "8:0\n8:16 rbytes=1 wbytes= rios=x wios=4 dbytes=9\nrbytes=2 wios=18446744073709551615", io);
+      "8:0\n8:16 rbytes=1 wbytes= rios=x wios=4 dbytes=9\nrbytes=2 wios=18446744073709551615", kept,
+      io);
   EXPECT_EQ(Text(io), "3 0 0 1.8446744073709552e+19");
   const BlkioSums sums =
       ParseBlkio("8:0 Read 1\n8:16 Read 2\n8:0 Write 4\n8:0 Total 7\nTotal 7\nRead");
@@ -175,6 +182,32 @@ TEST_F(ControlGroupTest, FilesGiveWhatTheyTell) {
   EXPECT_EQ(Told({pressure.some.average10, pressure.some.average60, pressure.some.average300,
                   pressure.some.stalledSeconds, pressure.full.average10, pressure.full.average60}),
             "0.22 - 9.04 10304.578721 - -");
+}
+
+TEST_F(ControlGroupTest, WhatADeviceHasCountedStaysWhenItGoes) {
+  MountUnified();
+  Add("/cg", "");
+  Add("/cg/a.slice", "1\n");
+  const struct {
+    const char* cpu;
+    const char* devices;
+    const char* told;
+  } looks[] = {
+      {"usage_usec 10", "8:0 rbytes=100 rios=10\n7:0 8:16 rbytes=50 rios=5\n", "150 0 15 0"},
+      {"usage_usec 11", "8:16 rbytes=60 rios=6\n", "160 0 16 0"},
+      {"usage_usec 11", "8:16 rbytes=60 rios=6\n8:0 rbytes=1 rios=1\n", "161 0 17 0"},
+      {"usage_usec 12", "8:0 rbytes=2 rios=0\n", "163 0 17 0"},
+      {"usage_usec 12", "", "163 0 17 0"},
+      {"usage_usec 9", "8:0 rbytes=3 rios=3\n", "3 0 3 0"}};
+  for (const auto& look : looks) {
+    Fill("/cg/a.slice", {{"cpu.stat", look.cpu}, {"io.stat", look.devices}});
+    EXPECT_EQ(Text(Read().back().io), look.told) << look.devices;
+  }
+  m_host.Remove("/cg/a.slice");
+  Read();
+  Add("/cg/a.slice", "1\n");
+  Fill("/cg/a.slice", {{"io.stat", "8:0 rbytes=4 rios=4\n"}});
+  EXPECT_EQ(Text(Read().back().io), "4 0 4 0") << "another group of that name";
 }
 
 TEST_F(ControlGroupTest, HierarchiesAreTakenOnceWithTheirControllers) {

@@ -37,9 +37,10 @@ class ProcessDetailTest : public CollectFixture {
   void WriteWhole(int pid) const {
     WriteStat(pid, "a) b (c", 'S', 12345);
     Write(pid, "status",
-          "Name:\tVmHWM:\nUid:\t33\t0\t0\t0\nVmHWM:\t  9000 kB\nRssAnon:\t 4 kB\nRssFile:\t 8 kB\n"
-          "RssShmem:\t 0 kB\nVmSwap:\t 16 kB\nvoluntary_ctxt_switches:\t4294967300\n"
-          "nonvoluntary_ctxt_switches:\t7\n");
+          "Name:\tVmHWM:\nUid:\t33\t0\t0\t0\nGroups:\t" + std::string(11'000, '7') +
+              "\nVmHWM:\t  9000 kB\nRssAnon:\t 4 kB\nRssFile:\t 8 kB\n"
+              "RssShmem:\t 0 kB\nVmSwap:\t 16 kB\nvoluntary_ctxt_switches:\t4294967300\n"
+              "nonvoluntary_ctxt_switches:\t7\n");
     Write(pid, "io",
           "rchar: 6442450944\nwchar: 10\nsyscr: 5\nsyscw: 20\nread_bytes: 4096\n"
           "write_bytes: 8192\ncancelled_write_bytes: 9\n");
@@ -110,6 +111,16 @@ TEST_F(ProcessDetailTest, GoesByTheRowsOfAWalkAndDropsANumberUsedAgain) {
   EXPECT_EQ(DumpRows(rows), kWhole);
   ReadProcessDetails(std::span<const Process>(), rows);
   EXPECT_TRUE(rows.empty());
+}
+
+TEST_F(ProcessDetailTest, WhoMayHoldItsReaderHasTheArgumentsOfTheLookBefore) {
+  for (const auto& [state, arguments, shown] :
+       {std::tuple{'D', "a", "[]"}, {'S', "b", "[b]"}, {'D', "c", "[b]"}, {'R', "d", "[d]"}}) {
+    WriteStat(20, "x", state, 77);
+    Write(20, "status", "Uid:\t1\t1\t1\t1\n");
+    Write(20, "cmdline", arguments);
+    EXPECT_TRUE(Dump().ends_with(std::string(" ") + shown + '\n')) << arguments;
+  }
 }
 
 TEST_F(ProcessDetailTest, ChoosesTheControlGroupThatTellsMost) {

@@ -4,6 +4,7 @@
 #include "collect/Collector.h"
 #include "collect/modern/process/ProcessText.h"
 #include "support/HostProfile.h"
+#include "support/TextHash.h"
 #include "tests/collect/CollectFixture.h"
 #include "tests/collect/ProcessRows.h"
 #include "tests/scripted/Figures.h"
@@ -79,7 +80,7 @@ TEST_F(ModernProcessSourceTest, ReadsWhatTheKernelTellsOfEachKindOfProcess) {
   const std::string program = "1 7 7 0 -1 4194304 0 0 0 0 0 9 0 0 -51 0 1";
   HostProcess longStatus = Worker(60);
   longStatus.name = "tab\tand\nline";
-  longStatus.status = "Groups:\t" + std::string(5000, '7') + "\n" + longStatus.status;
+  longStatus.status = "Groups:\t" + std::string(11'000, '7') + "\n" + longStatus.status;
   const HostProcess processes[] = {
       Worker(20),
       {30, "kworker/u8:2-events_unbound", "I " + kernel, "50 0 0", 0, "0 0 0 0 0 0 0", "",
@@ -151,6 +152,26 @@ TEST_F(ModernProcessSourceTest, TellsAGroupWithoutLeaderByItsFirstLiveThread) {
   EXPECT_EQ(Read().at(0).GetUserTime(), (tagUTIME{1, 500000}));
 }
 
+TEST_F(ModernProcessSourceTest, WhoMayHoldItsReaderHasTheArgumentsOfTheLookBefore) {
+  HostProcess process = Worker(20);
+  const auto shown = [&](char state, const char* start, const char* arguments) {
+    process.state.front() = state;
+    process.stat.replace(0, 5, start);
+    process.arguments = arguments;
+    WriteProcess(*m_host, "/proc/20", process);
+    return std::string(Read().at(0).GetCmdline());
+  };
+  EXPECT_EQ(shown('D', "33333", "a"), "") << "no look before";
+  EXPECT_EQ(shown('S', "33333", "b"), "b");
+  EXPECT_EQ(shown('D', "33333", "c"), "b");
+  EXPECT_EQ(shown('D', "33333", "c"), "b");
+  EXPECT_EQ(shown('D', "44444", "d"), "") << "another process";
+  shown('S', "44444", "e");
+  m_host->Remove("/proc/20");
+  EXPECT_TRUE(Read().empty());
+  EXPECT_EQ(shown('D', "44444", "f"), "") << "nothing is kept of who has gone";
+}
+
 TEST_F(ModernProcessSourceTest, StartTimesGoByTheBootTimeOfTheWalk) {
   WriteProcess(*m_host, "/proc/20", Worker(20));
   const auto start = [] {
@@ -214,25 +235,24 @@ TEST_F(ModernProcessSourceTest, ReadsLimitsWhereTheyAreAskedFor) {
   EXPECT_TRUE(limits.empty());
 }
 
-TEST_F(ModernProcessSourceTest, FollowsTheLinkToTheFolderWhereItIsAskedFor) {
+TEST_F(ModernProcessSourceTest, TellsFoldersApartByTheirPathsWhereItIsAsked) {
   g_hostProfile = HostProfile::kModern;
-  m_host->Write("/srv/data", "x");
   for (const int pid : {20, 21, 22}) {
     WriteProcess(*m_host, "/proc/" + std::to_string(pid), Worker(pid));
   }
   m_host->Link("/proc/20/cwd", "/srv");
   m_host->Write("/proc/21/cwd", "no link");
-  m_host->Link("/proc/22/cwd", "/srv/gone");
+  const std::string longPath = "/srv/" + std::string(300, 'x');
+  m_host->Link("/proc/22/cwd", longPath);
   Collector collector;
   for (const bool isAsked : {true, false}) {
     const std::uint32_t folder = isAsked ? COLLECT_PROCESS_FOLDER : 0U;
     ASSERT_EQ(collector.collect(COLLECT_PROCESS | folder, 0), nullptr);
     ASSERT_EQ(collector.GetProcess()->size(), 3U);
-    struct ::stat status {};
-    ASSERT_EQ(::stat(m_host->Path("/srv").c_str(), &status), 0);
     for (const Process& process : *collector.GetProcess()) {
-      EXPECT_EQ(process.GetCwdInode(), isAsked && process.GetPid() == 20 ? status.st_ino : 0U)
-          << process.GetPid();
+      const std::string path = process.GetPid() == 20 ? "/srv" : longPath;
+      const bool isTold = isAsked && process.GetPid() != 21;
+      EXPECT_EQ(process.GetCwdInode(), isTold ? TextHash(path) : 0U) << process.GetPid();
     }
   }
 }

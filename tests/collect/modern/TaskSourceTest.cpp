@@ -11,6 +11,7 @@
 #include "support/Descriptor.h"
 #include "support/HostProfile.h"
 #include "support/ProductOptions.h"
+#include "support/TextHash.h"
 #include "tests/collect/CollectFixture.h"
 #include "tests/collect/ProcessRows.h"
 #include "tests/collect/modern/TaskFile.h"
@@ -58,7 +59,8 @@ class TaskSourceTest : public CollectFixture {
     m_host->Write(folder + "/stat", std::to_string(pid) + " (" + name +
                                         ") S 1 1 1 0 -1 0 0 0 0 0 " + ticks + " 0 0 20 0 1 0 " +
                                         std::to_string(startTicks) + " 0 0\n");
-    m_host->Write(folder + "/status", "Name:\tx\nUid:\t7\t7\t7\t7\nVmExe:\t 12 kB\n");
+    m_host->Write(folder + "/status", "Name:\tx\nUid:\t7\t7\t7\t7\nGroups:\t" +
+                                          std::string(11'000, '7') + "\nVmExe:\t 12 kB\n");
     m_host->Write(folder + "/cmdline", arguments);
   }
   std::vector<Process> Collect(CollectionMask more = 0) {
@@ -128,12 +130,11 @@ TaskFigures Program(int pid) {
 }
 
 TEST_F(TaskSourceTest, GivesTheRowsOfAWalk) {
-  m_host->Write("/srv/data", "x");
   WriteTasks({Program(20), MakeTask(21, 21)});
   WriteParts(20, std::string("worker\0-x\t1\0   \0", 16), 12345, "x", "252 251");
   WriteParts(21, "");
   m_host->Write("/proc/20/limits", "Max open files            65                   75\n");
-  m_host->Link("/proc/20/cwd", "/srv");
+  m_host->Link("/proc/20/cwd", "/nobody/may/look");
   const std::vector<Process> rows = Collect(COLLECT_PROCESS_FOLDER | COLLECT_PROCESS_LIMITS);
   ASSERT_EQ(rows.size(), 2U);
   EXPECT_EQ(DumpModern(rows[0]),
@@ -142,9 +143,7 @@ TEST_F(TaskSourceTest, GivesTheRowsOfAWalk) {
             "rss=5242880/1073741824 virtual=8388608/0 total=8390656/0 heap=6291456 data=6291456 "
             "lib=2452 stack=132 code=12 swap=2048 shared=4000 switches=11 "
             "io=5,20,25,6292480,6443499520 0 ids=123567\n");
-  struct ::stat folder {};
-  ASSERT_EQ(::stat(m_host->Path("/srv").c_str(), &folder), 0);
-  EXPECT_EQ(rows[0].cwdInode, folder.st_ino);
+  EXPECT_EQ(rows[0].cwdInode, TextHash("/nobody/may/look"));
   EXPECT_EQ(rows[1].cwdInode, 0U);
   const std::vector<ProcessLimits>& limits = *m_collector.GetProcessLimits();
   ASSERT_EQ(limits.size(), 2U);
@@ -185,6 +184,23 @@ TEST_F(TaskSourceTest, APartIsReadOnceForEachImage) {
   WriteTasks({});
   EXPECT_EQ(Names(), "");
   EXPECT_EQ(KeptParts::Instance().Count(), 0U);
+}
+
+TEST_F(TaskSourceTest, WhoMayHoldItsReaderIsAskedForItsArgumentsLater) {
+  TaskFigures task = MakeTask(20, 20);
+  task.virtualPages = 1;
+  for (const auto& [state, arguments, shown] :
+       {std::tuple{2U, "a", "[]"}, {2U, "b", "[]"}, {1U, "c", "[c]"}, {2U, "d", "[c]"}}) {
+    task.state = state;
+    WriteTasks({task});
+    WriteParts(20, arguments);
+    EXPECT_EQ(Names(), std::string("20<task>") + shown) << arguments;
+  }
+  Choose("auto", "1");
+  EXPECT_EQ(Names(), "20<task>[c]");
+  task.state = 1;
+  WriteTasks({task});
+  EXPECT_EQ(Names(), "20<task>[d]");
 }
 
 TEST_F(TaskSourceTest, ThePaceReadsPartsAnew) {

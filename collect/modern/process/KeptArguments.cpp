@@ -1,0 +1,28 @@
+#include "collect/modern/process/KeptArguments.h"
+
+void KeptArguments::Keep(std::int32_t pid, std::uint64_t startTicks, std::string_view text) {
+  // Threads of the kernel are many and have none.
+  if (text.empty()) {
+    return;
+  }
+  Kept& kept = m_kept[pid];
+  kept.startTicks = startTicks;
+  kept.walk = m_walk;
+  if (kept.text != text) {
+    kept.text = text;
+  }
+}
+
+std::string_view KeptArguments::Find(std::int32_t pid, std::uint64_t startTicks) {
+  const auto found = m_kept.find(pid);
+  if (found == m_kept.end() || found->second.startTicks != startTicks) {
+    return {};
+  }
+  found->second.walk = m_walk;
+  return found->second.text;
+}
+
+void KeptArguments::EndWalk() {
+  std::erase_if(m_kept, [this](const auto& entry) { return entry.second.walk != m_walk; });
+  ++m_walk;
+}
