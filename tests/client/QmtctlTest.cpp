@@ -487,6 +487,16 @@ TEST(QmtctlAlone, WrongUsageExitsWith2) {
   }
 }
 
+TEST(QmtctlAlone, OffersPlainNamesOfRecordsAlone) {
+  const ScratchFolder folder;
+  const ScriptedServer server(folder.Path(), "s", [](const Json& request) {
+    return Answer(request, JsonOf(R"({"records": [
+        {"record": "`x`", "category": "4", "served": true, "layout": true},
+        {"record": "PI", "category": "4", "served": true, "layout": true}]})"));
+  });
+  EXPECT_EQ(RunProgram(QMTCTL_PATH, {"complete-records", "--socket", server.Path()}).out, "PI\n");
+}
+
 TEST(QmtctlAlone, SaysWhichDaemonIsMissing) {
   const ScratchFolder folder;
   RunOptions options;
