@@ -28,10 +28,11 @@ std::string Indented(const Json& value) { return JsonText(value, 2) + '\n'; }
 /// The member `name` of an answer, once it is known to be there.
 const Json& Part(const Json& answer, const char* name) { return *answer.Find(name); }
 
-int ShowOnce(const CommonOptions& common, const RecordOptions& options, RecordReader& reader) {
+int ShowOnce(const CommonOptions& common, const RecordOptions& options, RecordReader& reader,
+             int stop = -1) {
   const auto writer =
       MakeRecordWriter(options.format, options.records.size() > 1, ReadScreen(common.color),
-                       [](std::string_view text) { WriteOutput(text); });
+                       [stop](std::string_view text) { WriteOutput(text, stop); });
   const std::vector<std::string> notes = reader.Read(*writer);
   writer->Finish();
   std::for_each(notes.begin(), notes.end(), Complain);
@@ -141,14 +142,20 @@ int RunRecords(const CommonOptions& common, bool json) {
   return kExitDone;
 }
 
-int RunGet(const CommonOptions& common, const RecordOptions& options, double overSeconds) {
+int RunGet(const CommonOptions& common, const RecordOptions& options, double overSeconds,
+           const StopSignals* stop) {
   const Pace pace(overSeconds, "--over");
-  RecordReader reader(common.socket, options, "get");
-  const auto first = std::chrono::steady_clock::now();
+  const int descriptor = stop == nullptr ? -1 : stop->Get();
+  RecordReader reader(common.socket, options, "get", descriptor);
+  const auto second = std::chrono::steady_clock::now() + pace.Length();
   if (reader.LookFirst()) {
-    std::this_thread::sleep_until(first + pace.Length());
+    if (stop == nullptr) {
+      std::this_thread::sleep_until(second);
+    } else if (stop->WaitUntil(second)) {
+      throw Interrupted{};
+    }
   }
-  return ShowOnce(common, options, reader);
+  return ShowOnce(common, options, reader, descriptor);
 }
 
 int RunLast(const CommonOptions& common, const RecordOptions& options) {
