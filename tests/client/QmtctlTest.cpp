@@ -6,6 +6,8 @@
 
 namespace {
 
+using testing::MatchesRegex;
+
 Json SchemaAnswer() {
   return JsonOf(R"({"schema": {"record": "CPUP", "structure": "recordPI_CPUP",
     "category": "4", "size": 188, "fields": [
@@ -403,6 +405,25 @@ TEST_F(Qmtctl, WatchCountsItsSamples) {
   EXPECT_THAT(run.out, HasSubstr("\n\n4:CPUP"));
   EXPECT_EQ(run.err, "qmtctl: no record \"GONE\"; \"qmtctl records\" shows those there are\n");
   EXPECT_EQ(Run({"watch", "GONE", "--every", "1"}).exit, kExitFailed);
+  EXPECT_EQ(Run({"watch", "CPUP", "--scheduled", "--count", "1"}).exit, kExitDone);
+  EXPECT_EQ(Run({"watch", "CPUP", "GONE", "--scheduled", "--count", "1"}).exit, kExitFailed);
+}
+
+TEST_F(Qmtctl, ADaemonThatEndsLeavesTheLastFrameWhole) {
+  int looks = 0;
+  const ScriptedServer server(m_folder.Path(), "ends", [&looks](const Json& request) {
+    const bool isLook = request.Find("records") != nullptr;
+    return isLook && ++looks % 2 == 0 ? ScriptedServer::kHangUp : Daemon(request, 1);
+  });
+  RunOptions terminal;
+  terminal.terminal = true;
+  for (const char* how : {"--every=0.1", "--scheduled"}) {
+    const Outcome run = RunProgram(
+        QMTCTL_PATH, {"--socket", server.Path(), "watch", "CPUP", "GONE", how}, terminal);
+    EXPECT_EQ(run.exit, kExitFailed) << how;
+    EXPECT_THAT(run.out, testing::EndsWith("\r\n")) << how;
+    EXPECT_THAT(run.err, MatchesRegex("qmtctl: no record \"GONE\";.*\nqmtctl: .*\n")) << how;
+  }
 }
 
 TEST_F(Qmtctl, ATerminalGetsColourWidthAndRedrawing) {
