@@ -355,6 +355,7 @@ TEST_F(Qmtctl, ChangesAndEmptyAnswersSayWhatIsSo) {
       {{"schedule", "add", "CPUP", "10"},
        kExitDone,
        "CPUP is collected every 10 s, no longer every 60 s; next in 10 s\n"},
+      {{"schedule", "add", "OPS", "010"}, kExitDone, "OPS is collected every 10 s, from now on\n"},
       {{"schedule", "add", "CPUP", "60"}, kExitDone, "every 60 s, as before; next in 60 s\n"},
       {{"schedule", "remove", "CPUP"}, kExitDone, "CPUP is collected no more, from now on"},
       {{"history", "CPUP"}, kExitFailed, "kept; the record is collected every 60 s\n"},
@@ -496,7 +497,11 @@ TEST(QmtctlAlone, WrongUsageExitsWith2) {
       "get CPUP --where, get CPUP --over 0, get CPUP --raw --over 1, "
       "get CPUP --raw --since-boot, watch CPUP --scheduled --raw, alarms --since soon, "
       "alarms show, alarms show x, alarms show 1 --active, alarms rules --json, push, "
-      "push test a b, check, check x alarms");
+      "push test a b, check, check x alarms, watch CPUP --every 1 --count=-1, top --rows=-1, "
+      "top --count 99999999999999999999, cgroups --depth=-1, capture /x/y --every 0x2, "
+      "capture /x/y --count 2.0, userdata check UPI x --limit=-1, userdata clear UPI --wait=-1, "
+      "schedule add PI +5, schedule add PI 0, alarms show 0x1f, app set x 1_0 --name y, "
+      "workgroup explain --pid 1.5, cert new --out /x/y --days 1e2, replay /x/y --speed nan");
   for (std::string line; std::getline(lines, line, ',');) {
     cases.push_back(WordsOf(line));
   }
