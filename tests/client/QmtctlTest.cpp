@@ -484,6 +484,9 @@ TEST_F(Qmtctl, AReaderThatLeftEndsItQuietly) {
   const Outcome run = Run({"watch", "CPUP", "--every", "1"}, options);
   EXPECT_EQ(run.exit, kExitDone);
   EXPECT_EQ(run.err, "");
+  const Outcome help = Run({"--help"}, options);
+  EXPECT_EQ(help.exit, kExitDone);
+  EXPECT_EQ(help.err, "");
 }
 
 TEST(QmtctlAlone, WrongUsageExitsWith2) {
