@@ -1,6 +1,7 @@
 #include "client/CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <utility>
 
 #include "client/Generate.h"
@@ -90,8 +91,7 @@ void AddWatch(CLI::App& app, CommandLine& line) {
       ->excludes(every)
       ->excludes("--since-boot")
       ->excludes("--raw");
-  watch->add_option("--count", line.watch.count, "End after so many samples")
-      ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX));
+  TakeNumber(watch->add_option("--count", line.watch.count, "End after so many samples"), 1);
   watch->callback([&, every] {
     if (every->empty() && !line.watch.isScheduled) {
       throw CLI::RequiredError("--every or --scheduled");
@@ -115,10 +115,9 @@ void AddTop(CLI::App& app, CommandLine& line) {
       top->add_option_function<std::string>("--by", setOrder, "cpu (if not given), memory or io")
           ->option_text("FIGURE"),
       line, {"cpu", "memory", "io"});
-  const CLI::Range positive(std::uint64_t{1}, UINT64_MAX);
   top->add_option("--every", line.top.everySeconds, "Seconds from look to look, 2 if not given");
-  top->add_option("--count", line.top.count, "End after so many looks")->check(positive);
-  top->add_option("--rows", line.top.rows, "Processes to show of each look")->check(positive);
+  TakeNumber(top->add_option("--count", line.top.count, "End after so many looks"), 1);
+  TakeNumber(top->add_option("--rows", line.top.rows, "Processes to show of each look"), 1);
   top->callback([&] { line.run = [&] { return RunTop(line.common, line.top); }; });
 }
 
@@ -131,8 +130,9 @@ void AddControlGroups(CLI::App& app, CommandLine& line) {
                    "LABEL as in get")
       ->allow_extra_args(false)
       ->option_text("FIELD");
-  groups->add_option("--depth", line.groups.levels, "Levels to show below the group, 0 for none")
-      ->check(CLI::NonNegativeNumber.description(""))
+  TakeNumber(groups->add_option("--depth", line.groups.levels,
+                                "Levels to show below the group, 0 for none"),
+             0)
       ->option_text("N");
   groups->add_option("--over", line.groups.overSeconds, "Seconds from look to look, 1 if not given")
       ->option_text("S");
@@ -214,6 +214,22 @@ void AddChoice(CLI::App* command, ChoiceOptions& choice) {
 void AddFormats(CLI::App* command, CommandLine& line) {
   CLI::Option* json = AddJson(command, line);
   command->add_flag("--csv", line.csv, "Print comma-separated values")->excludes(json);
+}
+
+CLI::Option* TakeNumber(CLI::Option* option, std::uint64_t least, std::uint64_t most) {
+  const auto read = [least, most](std::string& text) -> std::string {
+    std::uint64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc{} || end != text.data() + text.size() || number < least ||
+        number > most) {
+      return '"' + text + "\" is no whole number from " + std::to_string(least) + " to " +
+             std::to_string(most);
+    }
+    // The parser takes a number for octal that begins with a zero.
+    text = std::to_string(number);
+    return "";
+  };
+  return option->transform(CLI::Validator(read, ""));
 }
 
 CLI::Option* TakeOneOf(CLI::Option* option, CommandLine& line, std::vector<std::string> values) {

@@ -104,5 +104,7 @@ CLI::Option* AddJson(CLI::App* command, CommandLine& line);
 void AddFormats(CLI::App* command, CommandLine& line);
 /// Adds the options that say which rows and columns to show; each may be given again.
 void AddChoice(CLI::App* command, ChoiceOptions& choice);
+/// Has the option take a whole number of decimal digits in this range.
+CLI::Option* TakeNumber(CLI::Option* option, std::uint64_t least, std::uint64_t most = UINT64_MAX);
 /// Has the option take one of `values`, which its help names itself.
 CLI::Option* TakeOneOf(CLI::Option* option, CommandLine& line, std::vector<std::string> values);

@@ -5,19 +5,18 @@
 namespace {
 
 void AddCapture(CLI::App& app, CommandLine& line) {
-  constexpr long kMostSamples = 100'000;
-  constexpr long kLongestPause = 86'400;
+  constexpr std::uint64_t kMostSamples = 100'000;
+  constexpr std::uint64_t kLongestPause = 86'400;
   CaptureOptions& options = line.capture;
   CLI::App* capture = app.add_subcommand("capture", "Take a host along in a folder or a file");
   capture->add_option("FILE", options.target, "A new file named *.tar.zst, or a new folder")
       ->required();
-  capture
-      ->add_option("--every", options.everySeconds,
-                   "Seconds from sample to sample, 10 if not given")
-      ->check(CLI::Range(1L, kLongestPause).description(""))
+  TakeNumber(capture->add_option("--every", options.everySeconds,
+                                 "Seconds from sample to sample, 10 if not given"),
+             1, kLongestPause)
       ->option_text("S");
-  capture->add_option("--count", options.count, "Samples, 1 if not given")
-      ->check(CLI::Range(1L, kMostSamples).description(""))
+  TakeNumber(capture->add_option("--count", options.count, "Samples, 1 if not given"), 1,
+             kMostSamples)
       ->option_text("N");
   TakeOneOf(capture
                 ->add_option("--profile", options.profile,
@@ -42,7 +41,6 @@ void AddReplay(CLI::App& app, CommandLine& line) {
   replay
       ->add_option("--speed", options.speed,
                    "How many times as fast as it was made samples follow, 1 if not given")
-      ->check(CLI::Range(0.001, 1e6).description(""))
       ->option_text("X");
   replay->add_option("--over", options.overSeconds, "Seconds from look to look, as of get")
       ->option_text("S");

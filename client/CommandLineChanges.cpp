@@ -61,8 +61,8 @@ void AddWorkgroup(CLI::App& app, CommandLine& line) {
   CLI::App* explain =
       workgroup->add_subcommand("explain", "Show which rule puts which process where");
   explain->add_option("NAME", line.explain.name, "A workgroup; all if not given");
-  explain->add_option("--pid", line.explain.pid, "A process; all if not given")
-      ->check(CLI::NonNegativeNumber.description(""))
+  TakeNumber(explain->add_option("--pid", line.explain.pid, "A process; all if not given"), 0,
+             INT32_MAX)
       ->option_text("N");
   explain->add_flag("--json", line.explain.json, "Print JSON");
   explain->callback([&] { line.run = [&] { return RunExplain(line.common, line.explain); }; });
@@ -71,9 +71,8 @@ void AddWorkgroup(CLI::App& app, CommandLine& line) {
 void AddAppSet(CLI::App& app, CommandLine& line) {
   CLI::App* set = app.add_subcommand("set", "Change a condition of an application");
   set->add_option("NAME", line.value, "The application")->required();
-  set->add_option("N", line.condition, "The number of the condition, 1 to 15")
-      ->required()
-      ->check(CLI::Range(1, 15).description(""));
+  TakeNumber(set->add_option("N", line.condition, "The number of the condition, 1 to 15"), 1, 15)
+      ->required();
   TakeOneOf(set->add_option("--kind", line.change.kind, "none, execute or command-line")
                 ->option_text("KIND"),
             line, {"none", "execute", "command-line"});
@@ -113,9 +112,10 @@ void AddSchedule(CLI::App& app, CommandLine& line) {
   for (CLI::App* command : {add, remove}) {
     command->add_option("RECORD", line.item, "Record name, as in CPUP")->required();
   }
-  add->add_option("SECONDS", line.seconds, "From one collection to the next, 1 to 86400")
-      ->required()
-      ->check(CLI::Range(1, 86400).description(""));
+  TakeNumber(
+      add->add_option("SECONDS", line.seconds, "From one collection to the next, 1 to 86400"), 1,
+      86400)
+      ->required();
   add->callback(
       [&] { line.run = [&] { return RunScheduleAdd(line.common, line.item, line.seconds); }; });
   remove->callback([&] { line.run = [&] { return RunScheduleRemove(line.common, line.item); }; });
@@ -132,13 +132,15 @@ void AddUserData(CLI::App& app, CommandLine& line) {
     if (hasFile) {
       command->add_option("FILE", options.file, "Rows as CSV or JSON; - is the standard input")
           ->required();
-      command->add_option("--limit", options.limit, "Rows that the agent takes, 1440 if not given")
+      TakeNumber(command->add_option("--limit", options.limit,
+                                     "Rows that the agent takes, 1440 if not given"),
+                 0)
           ->option_text("N");
     }
-    command
-        ->add_option("--wait", options.waitSeconds, "Seconds to wait for others, 10 if not given")
-        ->option_text("S")
-        ->check(CLI::Range(0, 3600).description(""));
+    TakeNumber(command->add_option("--wait", options.waitSeconds,
+                                   "Seconds to wait for others, 10 if not given"),
+               0, 3600)
+        ->option_text("S");
     command->callback([&line, run] { line.run = run; });
     return command;
   };

@@ -17,7 +17,8 @@ void AddAlarms(CLI::App& app, CommandLine& line) {
   alarms->require_subcommand(0, 1);
   CLI::App* show =
       alarms->add_subcommand("show", "Show an alarm, and the rows that were kept with it");
-  show->add_option("ID", line.alarm, "The alarm's number, as `alarms` shows it")->required();
+  TakeNumber(show->add_option("ID", line.alarm, "The alarm's number, as `alarms` shows it"), 0)
+      ->required();
   AddJson(show, line);
   show->callback(
       [&] { line.run = [&] { return RunAlarmShow(line.common, line.alarm, line.json); }; });

@@ -27,10 +27,9 @@ void AddCertificate(CLI::App& app, CommandLine& line) {
                    "A further name or address of the host; may be given again")
       ->allow_extra_args(false)
       ->option_text("NAME");
-  create
-      ->add_option("--days", line.certificate.days,
-                   "How long it is good for, 1 to 3650, 825 if not given")
-      ->check(CLI::Range(1, 3650).description(""))
+  TakeNumber(create->add_option("--days", line.certificate.days,
+                                "How long it is good for, 1 to 3650, 825 if not given"),
+             1, 3650)
       ->option_text("N");
   create->add_option("--out", line.certificate.out, "Where to: PATH.crt and PATH.key")
       ->required()

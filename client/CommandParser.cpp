@@ -1,7 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
-#include <iostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -92,12 +92,13 @@ int RunCommandLine(int argc, char** argv) {
       Complain(Advised(app, Reason(app, error)));
       return kExitUsage;
     }
-    static_cast<void>(app.exit(error));
-    if (!std::cout.flush()) {
-      Complain("cannot write the output");
-      return kExitFailed;
-    }
-    return kExitDone;
+    std::ostringstream text;
+    static_cast<void>(app.exit(error, text, text));
+    line.run = [&text] {
+      WriteOutput(text.str());
+      return kExitDone;
+    };
+    return RunGuarded(line);
   }
   return RunGuarded(line);
 }

@@ -192,10 +192,10 @@ std::string BashCompletion(const CommandView& given) {
          PathCases(places) + "    esac\n  done\n  case \"$path/$previous\" in\n" +
          ValueCases(tree, places, forms) + "  esac\n  case \"$path\" in\n" + words +
          "  esac\n"
-         "  if [[ $current != -* && -n $records ]]; then\n"
-         "    words+=\" $(qmtctl complete-records 2>/dev/null)\"\n"
-         "  fi\n"
          "  COMPREPLY=($(compgen -W \"$words\" -- \"$current\"))\n"
+         "  if [[ $current != -* && -n $records ]]; then\n"
+         "    _qmtctl_lines complete-records\n"
+         "  fi\n"
          "  if [[ $current != -* && -n $applications ]]; then\n"
          "    _qmtctl_lines complete-applications\n"
          "  fi\n"

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <string_view>
 
 #include "client/CommandView.h"
 #include "client/Completion.h"
@@ -43,13 +44,21 @@ int Print(const CommonOptions& common,
 /// A line of its own, or nothing for a text that would be more or steer a terminal.
 std::string Line(const std::string& text) { return SafeText(text) == text ? text + '\n' : ""; }
 
+/// Whether it is of the letters that names of records have, which no shell takes for more.
+bool IsPlainName(std::string_view text) {
+  return !text.empty() && std::ranges::all_of(text, [](char letter) {
+    return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
+           (letter >= '0' && letter <= '9') || letter == '_';
+  });
+}
+
 }  // namespace
 
 int RunCompleteRecords(const CommonOptions& common) {
   return Print(common, [](Connection& connection) {
     std::string names;
     for (const Listing& listing : ReadListing(connection.Ask({{"op", "records"}}))) {
-      names += listing.served ? Line(listing.record) : "";
+      names += listing.served && IsPlainName(listing.record) ? listing.record + '\n' : "";
     }
     return names;
   });

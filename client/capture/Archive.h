@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 /// What an archive may unpack to.
@@ -15,6 +16,14 @@ struct UnpackLimits {
 /// format compressed by zstd, without owners. `stop`, -1 for none, ends it with Interrupted once it
 /// is readable; what is left of the file is the caller's. Throws ClientError.
 void PackFolder(const std::string& folder, const std::string& file, int stop = -1);
+
+/// renameat2(2) of the C library.
+using RenameCall = int (*)(int, const char*, int, const char*, unsigned);
+
+/// Gives an archive that is complete its name, which nothing has yet. Throws ClientError, which
+/// tells where the archive stays if it can't.
+void NameArchive(const std::string& growing, const std::string& file,
+                 RenameCall rename = ::renameat2);
 
 /// Unpacks an archive of anybody's into an empty folder, named without links. Nothing is written
 /// outside of it, and of kinds other than file, folder and a link that stays inside there is none.

@@ -2,6 +2,7 @@
 #include <archive_entry.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -62,4 +63,22 @@ void PackFolder(const std::string& folder, const std::string& file, int stop) {
   if (::fsync(out.Get()) != 0) {
     throw ClientError(file + ": " + std::generic_category().message(errno));
   }
+}
+
+void NameArchive(const std::string& growing, const std::string& file, RenameCall rename) {
+  if (rename(AT_FDCWD, growing.c_str(), AT_FDCWD, file.c_str(), RENAME_NOREPLACE) == 0) {
+    return;
+  }
+  int code = errno;
+  // Many file systems of networks and of programs know no such rename; a link replaces nothing
+  // either.
+  if (code == EINVAL || code == ENOSYS || code == EOPNOTSUPP) {
+    if (::link(growing.c_str(), file.c_str()) == 0) {
+      ::unlink(growing.c_str());
+      return;
+    }
+    code = errno;
+  }
+  throw ClientError(file + ": " + std::generic_category().message(code) +
+                    "; the capture is kept as " + growing);
 }

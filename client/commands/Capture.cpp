@@ -1,6 +1,5 @@
 #include "client/commands/Capture.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,7 +29,7 @@ constexpr std::string_view kArchiveEnd = ".tar.zst";
 constexpr std::string_view kOtherEnds = ".tar .zst .tzst .gz .tgz .xz .txz .bz2 .zip .7z ";
 constexpr std::int64_t kDefaultStretch = 3600;
 
-/// Packs under a name that goes if it fails, and takes the file's own name once all of it is there.
+/// Packs under a name that goes if that fails; the file gets its own once all of it is there.
 void PackTo(const std::string& folder, const std::string& file, int stop) {
   const std::string growing = file + '.' + std::to_string(::getpid()) + ".new";
   struct ::stat status {};
@@ -43,11 +42,7 @@ void PackTo(const std::string& folder, const std::string& file, int stop) {
     ::unlink(growing.c_str());
     throw;
   }
-  if (::renameat2(AT_FDCWD, growing.c_str(), AT_FDCWD, file.c_str(), RENAME_NOREPLACE) != 0) {
-    const int code = errno;
-    ::unlink(growing.c_str());
-    throw ClientError(file + ": " + std::generic_category().message(code));
-  }
+  NameArchive(growing, file);
 }
 
 /// The profile that was asked for, else that of the daemon, where one answers.

@@ -28,10 +28,11 @@ std::string Indented(const Json& value) { return JsonText(value, 2) + '\n'; }
 /// The member `name` of an answer, once it is known to be there.
 const Json& Part(const Json& answer, const char* name) { return *answer.Find(name); }
 
-int ShowOnce(const CommonOptions& common, const RecordOptions& options, RecordReader& reader) {
+int ShowOnce(const CommonOptions& common, const RecordOptions& options, RecordReader& reader,
+             int stop = -1) {
   const auto writer =
       MakeRecordWriter(options.format, options.records.size() > 1, ReadScreen(common.color),
-                       [](std::string_view text) { WriteOutput(text); });
+                       [stop](std::string_view text) { WriteOutput(text, stop); });
   const std::vector<std::string> notes = reader.Read(*writer);
   writer->Finish();
   std::for_each(notes.begin(), notes.end(), Complain);
@@ -96,33 +97,49 @@ std::vector<std::int64_t> TimesOf(const Sample& sample) {
   return times;
 }
 
-/// Shows the rows of the schedules each time that there are new ones.
-int RunWatchScheduled(const CommonOptions& common, const WatchOptions& options) {
-  const StopSignals stop;
-  SampleWriter writer(common, options.what.format, stop.Get());
-  try {
-    RecordReader reader(common.socket, options.what, "last", stop.Get());
-    std::vector<std::int64_t> shown;
-    std::uint64_t samples = 0;
-    do {
-      Sample sample = reader.Read();
-      if (sample.records.empty()) {
-        std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
-        return kExitFailed;
+/// Shows the rows of the schedules each time that there are new ones; the exit value.
+int ShowScheduled(const CommonOptions& common, const WatchOptions& options, const StopSignals& stop,
+                  SampleWriter& writer) {
+  RecordReader reader(common.socket, options.what, "last", stop.Get());
+  std::vector<std::int64_t> shown;
+  std::uint64_t samples = 0;
+  do {
+    Sample sample = reader.Read();
+    if (sample.records.empty()) {
+      std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
+      return kExitFailed;
+    }
+    std::vector<std::int64_t> times = TimesOf(sample);
+    if (times != shown && *std::max_element(times.begin(), times.end()) != 0) {
+      shown = std::move(times);
+      writer.Write(sample);
+      if (++samples == options.count) {
+        return reader.AnyFailed() ? kExitFailed : kExitDone;
       }
-      std::vector<std::int64_t> times = TimesOf(sample);
-      if (times != shown && *std::max_element(times.begin(), times.end()) != 0) {
-        shown = std::move(times);
-        writer.Write(sample);
-        ++samples;
-      }
-    } while (samples != options.count &&
-             !stop.WaitUntil(std::chrono::steady_clock::now() + kScheduleLook));
-  } catch (const Interrupted&) {
-    // The end that was asked for.
-  }
-  writer.Finish();
+    }
+  } while (!stop.WaitUntil(std::chrono::steady_clock::now() + kScheduleLook));
   return kExitDone;
+}
+
+/// Collects and shows sample after sample; the exit value.
+int ShowSamples(const CommonOptions& common, const WatchOptions& options, const StopSignals& stop,
+                SampleWriter& writer) {
+  const Pace pace(options.everySeconds);
+  RecordReader reader(common.socket, options.what, "get", stop.Get());
+  for (std::uint64_t samples = 1;; ++samples) {
+    Sample sample = reader.Read();
+    if (sample.records.empty() && samples == 1) {
+      std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
+      return kExitFailed;
+    }
+    writer.Write(sample);
+    if (samples == options.count) {
+      return reader.AnyFailed() ? kExitFailed : kExitDone;
+    }
+    if (stop.WaitUntil(pace.Next())) {
+      return kExitDone;
+    }
+  }
 }
 
 }  // namespace
@@ -141,14 +158,20 @@ int RunRecords(const CommonOptions& common, bool json) {
   return kExitDone;
 }
 
-int RunGet(const CommonOptions& common, const RecordOptions& options, double overSeconds) {
+int RunGet(const CommonOptions& common, const RecordOptions& options, double overSeconds,
+           const StopSignals* stop) {
   const Pace pace(overSeconds, "--over");
-  RecordReader reader(common.socket, options, "get");
-  const auto first = std::chrono::steady_clock::now();
+  const int descriptor = stop == nullptr ? -1 : stop->Get();
+  RecordReader reader(common.socket, options, "get", descriptor);
+  const auto second = std::chrono::steady_clock::now() + pace.Length();
   if (reader.LookFirst()) {
-    std::this_thread::sleep_until(first + pace.Length());
+    if (stop == nullptr) {
+      std::this_thread::sleep_until(second);
+    } else if (stop->WaitUntil(second)) {
+      throw Interrupted{};
+    }
   }
-  return ShowOnce(common, options, reader);
+  return ShowOnce(common, options, reader, descriptor);
 }
 
 int RunLast(const CommonOptions& common, const RecordOptions& options) {
@@ -157,31 +180,19 @@ int RunLast(const CommonOptions& common, const RecordOptions& options) {
 }
 
 int RunWatch(const CommonOptions& common, const WatchOptions& options) {
-  if (options.isScheduled) {
-    return RunWatchScheduled(common, options);
-  }
-  const Pace pace(options.everySeconds);
   const StopSignals stop;
   SampleWriter writer(common, options.what.format, stop.Get());
+  int value = kExitDone;
   try {
-    RecordReader reader(common.socket, options.what, "get", stop.Get());
-    for (std::uint64_t samples = 1;; ++samples) {
-      Sample sample = reader.Read();
-      if (sample.records.empty() && samples == 1) {
-        std::for_each(sample.notes.begin(), sample.notes.end(), Complain);
-        return kExitFailed;
-      }
-      writer.Write(sample);
-      if (samples == options.count || stop.WaitUntil(pace.Next())) {
-        const bool counted = samples == options.count;
-        writer.Finish();
-        return counted && reader.AnyFailed() ? kExitFailed : kExitDone;
-      }
-    }
+    value = (options.isScheduled ? ShowScheduled : ShowSamples)(common, options, stop, writer);
   } catch (const Interrupted&) {
+    // The end that was asked for.
+  } catch (const ClientError&) {
     writer.Finish();
-    return kExitDone;
+    throw;
   }
+  writer.Finish();
+  return value;
 }
 
 int RunSchema(const CommonOptions& common, const std::string& record, bool json) {

@@ -29,8 +29,9 @@ struct WatchOptions {
 
 [[nodiscard]] int RunRecords(const CommonOptions& common, bool json);
 /// Shows what happens within `overSeconds`, for which it takes two looks where one is not enough.
+/// A signal of `stop`, where there is one, ends it with Interrupted.
 [[nodiscard]] int RunGet(const CommonOptions& common, const RecordOptions& options,
-                         double overSeconds);
+                         double overSeconds, const StopSignals* stop = nullptr);
 [[nodiscard]] int RunLast(const CommonOptions& common, const RecordOptions& options);
 [[nodiscard]] int RunWatch(const CommonOptions& common, const WatchOptions& options);
 [[nodiscard]] int RunSchema(const CommonOptions& common, const std::string& record, bool json);

@@ -25,6 +25,8 @@ using ReplayClock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kStartLimit{60};
 constexpr std::chrono::milliseconds kStartLook{50};
 constexpr std::string_view kHomeBelowRoot = "/opt/qmtrx/mond/agent";
+constexpr double kSlowest = 0.001;
+constexpr double kFastest = 1e6;
 
 /// The folder of a capture: the one that is named, or that an archive is unpacked to.
 std::string FindCapture(const std::string& source, const std::string& work, int stop) {
@@ -144,7 +146,8 @@ int ShowView(const std::string& socket, int stop) {
   return view.ExitValue();
 }
 
-int Replay(const CommonOptions& common, const ReplayOptions& options, int stop) {
+int Replay(const CommonOptions& common, const ReplayOptions& options, const StopSignals& signals) {
+  const int stop = signals.Get();
   const bool isView = options.what.records.empty() && WritesToTerminal();
   if (isView && !options.hasView) {
     throw UsageError("this version has no view: name records to show");
@@ -156,12 +159,13 @@ int Replay(const CommonOptions& common, const ReplayOptions& options, int stop) 
   ReplayDaemon daemon(folder, work.Path(), options);
   daemon.AwaitStart(socket, stop);
   if (!options.what.records.empty()) {
-    return RunGet({.socket = socket, .color = common.color}, options.what, options.overSeconds);
+    return RunGet({.socket = socket, .color = common.color}, options.what, options.overSeconds,
+                  &signals);
   }
   if (isView) {
     return ShowView(socket, stop);
   }
-  WriteOutput(socket + '\n');
+  WriteOutput(socket + '\n', stop);
   daemon.Stay(stop);
   return kExitDone;
 }
@@ -169,10 +173,13 @@ int Replay(const CommonOptions& common, const ReplayOptions& options, int stop) 
 }  // namespace
 
 int RunReplay(const CommonOptions& common, const ReplayOptions& options) {
+  if (!(options.speed >= kSlowest && options.speed <= kFastest)) {
+    throw UsageError("--speed takes a factor from 0.001 to 1000000");
+  }
   const StopSignals stop;
   EndAtHangUp();
   try {
-    return Replay(common, options, stop.Get());
+    return Replay(common, options, stop);
   } catch (const Interrupted&) {
     return kExitDone;
   }

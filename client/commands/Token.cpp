@@ -121,7 +121,9 @@ void MakeTokenFile(const std::string& path) {
   }
 }
 
-void AppendLine(const std::string& given, const std::string& name, const std::string& line) {
+/// Adds the line, unless `token` can't be shown before: its secret stands nowhere else.
+void AppendLine(const std::string& given, const std::string& name, const std::string& line,
+                const std::string& token) {
   MakeTokenFile(given);
   const std::string path = BehindLinks(given);
   const TextFilePtr file = OpenLocked(path);
@@ -137,6 +139,11 @@ void AppendLine(const std::string& given, const std::string& name, const std::st
   if (text.size() > kMostKeyFileBytes) {
     FailTokenFile(path, "with another token it is longer than " +
                             std::to_string(kMostKeyFileBytes) + " bytes");
+  }
+  try {
+    WriteOutput(token);
+  } catch (const OutputClosed&) {
+    FailTokenFile(path, "nobody reads the token, so that it is not added");
   }
   std::string error;
   if (!ReplaceFile(path, text, error)) {
@@ -157,7 +164,6 @@ int RunTokenNew(const TokenOptions& options) {
     WriteOutput(token + line);
     return kExitDone;
   }
-  AppendLine(options.file, options.name, line);
-  WriteOutput(token);
+  AppendLine(options.file, options.name, line, token);
   return kExitDone;
 }

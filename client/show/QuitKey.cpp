@@ -8,28 +8,33 @@
 #include <cstdint>
 #include <string_view>
 
-namespace {
+#include "client/show/TerminalGuard.h"
 
-/// Whoever touches the terminal from the background is stopped.
-bool IsForeground() { return ::tcgetpgrp(STDIN_FILENO) == ::getpgrp(); }
-
-}  // namespace
-
-QuitKey::QuitKey() {
-  if (::isatty(STDIN_FILENO) != 1 || !IsForeground() || ::tcgetattr(STDIN_FILENO, &m_before) != 0) {
-    return;
-  }
-  termios keys = m_before;
-  keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-  keys.c_cc[VMIN] = 0;
-  keys.c_cc[VTIME] = 0;
-  m_isOn = ::tcsetattr(STDIN_FILENO, TCSANOW, &keys) == 0;
-}
+QuitKey::QuitKey() : m_isOn(::isatty(STDIN_FILENO) == 1) { SetKeys(); }
 
 QuitKey::~QuitKey() {
-  if (m_isOn && IsForeground()) {
-    ::tcsetattr(STDIN_FILENO, TCSANOW, &m_before);
+  if (m_isChanged) {
+    LeaveTerminal();
+    if (IsForeground()) {
+      ::tcsetattr(STDIN_FILENO, TCSANOW, &m_before);
+    }
   }
+}
+
+void QuitKey::SetKeys() {
+  constexpr tcflag_t kLines = ICANON | ECHO;
+  termios keys{};
+  if (!m_isOn || !IsForeground() || ::tcgetattr(STDIN_FILENO, &keys) != 0 ||
+      (keys.c_lflag & kLines) == 0) {
+    return;
+  }
+  m_before = keys;
+  m_isChanged = true;
+  GuardTerminal(m_before, Guarded::kStops);
+  keys.c_lflag &= ~kLines;
+  keys.c_cc[VMIN] = 0;
+  keys.c_cc[VTIME] = 0;
+  ::tcsetattr(STDIN_FILENO, TCSANOW, &keys);
 }
 
 bool QuitKey::TakeKeys() {
@@ -48,6 +53,8 @@ bool QuitKey::WaitUntil(std::chrono::steady_clock::time_point time, const StopSi
   // Short enough to see soon that the command has come back to the foreground.
   constexpr std::int64_t kLongestWait = 1000;
   while (true) {
+    // The terminal was given back where the command has been stopped.
+    SetKeys();
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(time - std::chrono::steady_clock::now());
     const auto wait = std::clamp<std::int64_t>(left.count(), 0, kLongestWait);

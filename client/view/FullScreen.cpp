@@ -4,7 +4,6 @@
 #define NCURSES_NOMACROS 1
 #include <curses.h>
 #include <langinfo.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,68 +11,40 @@
 #include <climits>
 #include <clocale>
 #include <cstdlib>
-#include <cstring>
 #include <cwchar>
 #include <string>
 #include <string_view>
 
 #include "client/ask/Errors.h"
 #include "client/show/TerminalCodes.h"
+#include "client/show/TerminalGuard.h"
 
 namespace {
 
-/// Sequences are far shorter.
-constexpr std::size_t kLongestFarewell = 512;
-/// Those of a crash, and those that end the program where it is without having been asked to stop.
-constexpr std::array kCrashSignals{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGHUP, SIGQUIT};
-
-// What a crash needs is made ready before: its handler may call next to nothing.
-std::array<char, kLongestFarewell> g_farewell{};
-std::size_t g_farewellSize = 0;
-termios g_terminalBefore{};
-
-void AddFarewell(const char* text) {
-  if (text == nullptr || text == reinterpret_cast<const char*>(-1)) {
-    return;
-  }
-  const std::size_t size = std::strlen(text);
-  if (g_farewellSize + size <= g_farewell.size()) {
-    std::memcpy(g_farewell.data() + g_farewellSize, text, size);
-    g_farewellSize += size;
+/// Adds a sequence that the terminal can do.
+void AddSequence(std::string& text, const char* sequence) {
+  if (sequence != nullptr && sequence != reinterpret_cast<const char*>(-1)) {
+    text += sequence;
   }
 }
 
 /// What a terminal of this kind calls that; null for one that can't do it.
 char* Capability(const char* name) { return ::tigetstr(name); }
 
-void PrepareFarewell() {
-  g_farewellSize = 0;
+/// What gives the terminal back.
+std::string Farewell() {
+  std::string text;
   char* mouse = Capability("XM");
   if (mouse != nullptr && mouse != reinterpret_cast<char*>(-1)) {
-    AddFarewell(::tiparm(mouse, 0));
+    AddSequence(text, ::tiparm(mouse, 0));
   } else if (Capability("kmous") != nullptr) {
     // What ncurses switches on where the terminal's entry does not say how.
-    AddFarewell("\x1b[?1006;1000l");
+    AddSequence(text, "\x1b[?1006;1000l");
   }
   for (const char* name : {"sgr0", "rmkx", "rmcup", "cnorm"}) {
-    AddFarewell(Capability(name));
+    AddSequence(text, Capability(name));
   }
-}
-
-/// Leaves the terminal as it was and lets the signal end the program.
-void LeaveAfterCrash(int signal) {
-  static_cast<void>(!::write(STDOUT_FILENO, g_farewell.data(), g_farewellSize));
-  static_cast<void>(::tcsetattr(STDIN_FILENO, TCSADRAIN, &g_terminalBefore));
-  static_cast<void>(::raise(signal));
-}
-
-void SetCrashHandlers(bool isOn) {
-  struct sigaction action {};
-  action.sa_handler = isOn ? LeaveAfterCrash : SIG_DFL;
-  action.sa_flags = static_cast<int>(SA_RESETHAND);
-  for (const int signal : kCrashSignals) {
-    static_cast<void>(::sigaction(signal, &action, nullptr));
-  }
+  return text;
 }
 
 /// The tones as pairs of colours; on the terminal's own background.
@@ -242,7 +213,6 @@ FullScreen::FullScreen(ColorMode color) {
   std::setlocale(LC_CTYPE, "");
   m_hasUtf8 = std::string_view(::nl_langinfo(CODESET)) == "UTF-8";
   static_cast<void>(::tcgetattr(STDIN_FILENO, &m_before));
-  g_terminalBefore = m_before;
   // The library loses memory where it finds that out itself.
   const char* kind = std::getenv("TERM");
   if (!IsKnownTerminal(kind) || ::newterm(nullptr, stdout, stdin) == nullptr) {
@@ -267,12 +237,12 @@ FullScreen::FullScreen(ColorMode color) {
   if (m_hasColor) {
     StartColours();
   }
-  PrepareFarewell();
-  SetCrashHandlers(true);
+  // Ctrl-Z is the library's.
+  GuardTerminal(m_before, Guarded::kEnds, Farewell());
 }
 
 FullScreen::~FullScreen() {
-  SetCrashHandlers(false);
+  LeaveTerminal();
   ::endwin();
   static_cast<void>(::tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before));
 }

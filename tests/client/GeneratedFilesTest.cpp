@@ -20,7 +20,7 @@ class GeneratedFilesTest : public ::testing::Test {
         BashCompletion(m_view) +
         "qmtctl() { case $1 in complete-labels) printf 'CPU %%\\nCPU Time\\n%s\\n' \"$*\";;\n" +
         "complete-applications) printf 'web one\\n$(touch hit)\\n';;\n" +
-        "*) printf 'CPUP\\nPI\\n';; esac; }\n" + "COMP_WORDS=(" + words +
+        "*) printf 'CPUP\\nPI\\n$(touch hit)\\n';; esac; }\n" + "COMP_WORDS=(" + words +
         "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n" + "_qmtctl; echo \"${COMPREPLY[@]}\"\n");
   }
   /// Whether each command and long option of the tree stands in the text, by `form` of the option.
@@ -76,6 +76,7 @@ TEST_F(GeneratedFilesTest, BashOffersWhatMayStandThere) {
                {"qmtctl get --ra", "--raw\n"},
                {"qmtctl get C", "CPUP\n"},
                {"qmtctl --color never schedule add P", "PI\n"},
+               {"qmtctl get '$'", "\\$\\(touch\\ hit\\)\n"},
                {"qmtctl get CPUP --sort CPU\\\\\\ T", "CPU\\ Time\n"},
                {"qmtctl history CPUP --plot complete",
                 "complete-labels\\ --\\ qmtctl\\ history\\ CPUP\\ --plot\\ complete\n"},

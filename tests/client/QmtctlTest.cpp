@@ -6,6 +6,8 @@
 
 namespace {
 
+using testing::MatchesRegex;
+
 Json SchemaAnswer() {
   return JsonOf(R"({"schema": {"record": "CPUP", "structure": "recordPI_CPUP",
     "category": "4", "size": 188, "fields": [
@@ -353,6 +355,7 @@ TEST_F(Qmtctl, ChangesAndEmptyAnswersSayWhatIsSo) {
       {{"schedule", "add", "CPUP", "10"},
        kExitDone,
        "CPUP is collected every 10 s, no longer every 60 s; next in 10 s\n"},
+      {{"schedule", "add", "OPS", "010"}, kExitDone, "OPS is collected every 10 s, from now on\n"},
       {{"schedule", "add", "CPUP", "60"}, kExitDone, "every 60 s, as before; next in 60 s\n"},
       {{"schedule", "remove", "CPUP"}, kExitDone, "CPUP is collected no more, from now on"},
       {{"history", "CPUP"}, kExitFailed, "kept; the record is collected every 60 s\n"},
@@ -403,6 +406,25 @@ TEST_F(Qmtctl, WatchCountsItsSamples) {
   EXPECT_THAT(run.out, HasSubstr("\n\n4:CPUP"));
   EXPECT_EQ(run.err, "qmtctl: no record \"GONE\"; \"qmtctl records\" shows those there are\n");
   EXPECT_EQ(Run({"watch", "GONE", "--every", "1"}).exit, kExitFailed);
+  EXPECT_EQ(Run({"watch", "CPUP", "--scheduled", "--count", "1"}).exit, kExitDone);
+  EXPECT_EQ(Run({"watch", "CPUP", "GONE", "--scheduled", "--count", "1"}).exit, kExitFailed);
+}
+
+TEST_F(Qmtctl, ADaemonThatEndsLeavesTheLastFrameWhole) {
+  int looks = 0;
+  const ScriptedServer server(m_folder.Path(), "ends", [&looks](const Json& request) {
+    const bool isLook = request.Find("records") != nullptr;
+    return isLook && ++looks % 2 == 0 ? ScriptedServer::kHangUp : Daemon(request, 1);
+  });
+  RunOptions terminal;
+  terminal.terminal = true;
+  for (const char* how : {"--every=0.1", "--scheduled"}) {
+    const Outcome run = RunProgram(
+        QMTCTL_PATH, {"--socket", server.Path(), "watch", "CPUP", "GONE", how}, terminal);
+    EXPECT_EQ(run.exit, kExitFailed) << how;
+    EXPECT_THAT(run.out, testing::EndsWith("\r\n")) << how;
+    EXPECT_THAT(run.err, MatchesRegex("qmtctl: no record \"GONE\";.*\nqmtctl: .*\n")) << how;
+  }
 }
 
 TEST_F(Qmtctl, ATerminalGetsColourWidthAndRedrawing) {
@@ -462,6 +484,9 @@ TEST_F(Qmtctl, AReaderThatLeftEndsItQuietly) {
   const Outcome run = Run({"watch", "CPUP", "--every", "1"}, options);
   EXPECT_EQ(run.exit, kExitDone);
   EXPECT_EQ(run.err, "");
+  const Outcome help = Run({"--help"}, options);
+  EXPECT_EQ(help.exit, kExitDone);
+  EXPECT_EQ(help.err, "");
 }
 
 TEST(QmtctlAlone, WrongUsageExitsWith2) {
@@ -475,7 +500,11 @@ TEST(QmtctlAlone, WrongUsageExitsWith2) {
       "get CPUP --where, get CPUP --over 0, get CPUP --raw --over 1, "
       "get CPUP --raw --since-boot, watch CPUP --scheduled --raw, alarms --since soon, "
       "alarms show, alarms show x, alarms show 1 --active, alarms rules --json, push, "
-      "push test a b, check, check x alarms");
+      "push test a b, check, check x alarms, watch CPUP --every 1 --count=-1, top --rows=-1, "
+      "top --count 99999999999999999999, cgroups --depth=-1, capture /x/y --every 0x2, "
+      "capture /x/y --count 2.0, userdata check UPI x --limit=-1, userdata clear UPI --wait=-1, "
+      "schedule add PI +5, schedule add PI 0, alarms show 0x1f, app set x 1_0 --name y, "
+      "workgroup explain --pid 1.5, cert new --out /x/y --days 1e2, replay /x/y --speed nan");
   for (std::string line; std::getline(lines, line, ',');) {
     cases.push_back(WordsOf(line));
   }
@@ -485,6 +514,16 @@ TEST(QmtctlAlone, WrongUsageExitsWith2) {
     EXPECT_EQ(run.out, "");
     EXPECT_THAT(run.err, testing::StartsWith("qmtctl: ")) << testing::PrintToString(words);
   }
+}
+
+TEST(QmtctlAlone, OffersPlainNamesOfRecordsAlone) {
+  const ScratchFolder folder;
+  const ScriptedServer server(folder.Path(), "s", [](const Json& request) {
+    return Answer(request, JsonOf(R"({"records": [
+        {"record": "`x`", "category": "4", "served": true, "layout": true},
+        {"record": "PI", "category": "4", "served": true, "layout": true}]})"));
+  });
+  EXPECT_EQ(RunProgram(QMTCTL_PATH, {"complete-records", "--socket", server.Path()}).out, "PI\n");
 }
 
 TEST(QmtctlAlone, SaysWhichDaemonIsMissing) {

@@ -294,6 +294,15 @@ def check_interruption(client, work):
         code, _, err = client.finish(process)
         if code != 1 or "interrupted" not in err or (work / target).exists():
             fail(f"interrupted: {code} {err!r}")
+    process = client.start("replay", work / "host.tar.zst", "PI", "--over", "600")
+    path = wait_for("a daemon", lambda: list(client.temporary.rglob("control.sock")))[0]
+    status = [client.program, "--socket", path, "status", "--json"]
+    wait_for("the first look", lambda: json.loads(subprocess.check_output(status))["last_batch"])
+    process.send_signal(signal.SIGTERM)
+    begin = time.monotonic()
+    code = client.finish(process)[0]
+    if code != 0 or time.monotonic() - begin > 3:
+        fail(f"a replay between its looks: {code} after {time.monotonic() - begin} s")
 
 
 def check_stay(client, work):

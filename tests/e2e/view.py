@@ -467,6 +467,23 @@ def check_stopping(agent, work):
         terminal.wait_text("(?s)MARK-42.*Stopped.*ready>")
 
 
+def check_top(agent, work):
+    """`top` hears its keys after Ctrl-Z too, and leaves the terminal as it was by Ctrl-\\."""
+    with Terminal(work / "top", 120) as terminal:
+        top = f"{View(agent, terminal).command().removesuffix('view')} top"
+        for key, value in (("C-\\", 131), ("C-z", 148)):
+            terminal.run(f"clear; {top}; echo \"ended=$?\"")
+            terminal.wait_text("by cpu")
+            terminal.key(key)
+            terminal.wait_text(f"ended={value}")
+            terminal.run("stty -a | grep -ow -e -echo; echo \"silent=$?\"")
+            terminal.wait_text("silent=1")
+        terminal.run("clear; fg")
+        terminal.wait_text("by cpu")
+        terminal.key("q")
+        terminal.wait("the end", lambda lines: [line for line in lines if line][-1] == "ready>")
+
+
 def check_no_terminal(agent, work):
     with Terminal(work / "none") as terminal:
         view = View(agent, terminal)
@@ -582,7 +599,7 @@ def run(build, work):
                  lambda: check_panes(agent, work), lambda: check_resizing(agent, work),
                  lambda: check_hostile(agent, work, hostile)],
                 [lambda: check_mouse(agent, work, busy), lambda: check_time(agent, work),
-                 lambda: check_ends(agent, work), lambda: check_stopping(agent, work),
+                 lambda: check_ends(agent, work), lambda: check_stopping(agent, work), lambda: check_top(agent, work),
                  lambda: check_no_terminal(agent, work)])
         took = check_daemon(agent, work)
         check_columns(agent, work)

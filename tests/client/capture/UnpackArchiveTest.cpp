@@ -193,4 +193,20 @@ TEST_F(UnpackArchiveTest, WhatIsCutShortOrNoArchiveIsTold) {
   EXPECT_NE(Unpack().find("no regular file"), std::string::npos);
 }
 
+TEST_F(UnpackArchiveTest, AnArchiveGetsItsNameAndReplacesNothing) {
+  const RenameCall unknown = [](int, const char*, int, const char*, unsigned) {
+    errno = EINVAL;
+    return -1;
+  };
+  for (const RenameCall rename : {RenameCall{::renameat2}, unknown}) {
+    std::ofstream(Path("grown")) << "all";
+    NameArchive(Path("grown"), Path("new"), rename);
+    EXPECT_EQ(FileText(Path("new")), "all");
+    EXPECT_FALSE(std::filesystem::exists(Path("grown")));
+    std::filesystem::rename(Path("new"), Path("grown"));
+    EXPECT_THROW(NameArchive(Path("grown"), Path("outside"), rename), ClientError);
+    EXPECT_EQ(FileText(Path("grown")) + FileText(Path("outside")), "alluntouched");
+  }
+}
+
 }  // namespace

@@ -52,6 +52,15 @@ TEST_F(GateCommandsTest, MakeATokenAndItsLine) {
   EXPECT_THAT(m_folder.Read("tokens"), MatchesRegex("# ours\na:.*:read\n"));
   EXPECT_EQ(ModeOf("tokens"), 0600U) << "as it was";
   EXPECT_EQ(ModeOf("fresh"), 0640U);
+  // What nobody was shown is not added.
+  const std::vector<std::string> full{"-c", "exec \"$0\" token new b --file \"$1\" >/dev/full",
+                                      QMTCTL_PATH, Path("fresh")};
+  EXPECT_EQ(RunProgram("/bin/sh", full).exit, kExitFailed);
+  RunOptions unread;
+  unread.closedReader = true;
+  EXPECT_EQ(RunProgram(QMTCTL_PATH, {"token", "new", "b", "--file", Path("fresh")}, unread).exit,
+            kExitFailed);
+  EXPECT_EQ(m_folder.Read("fresh").find("b:"), std::string::npos);
   const std::string before = m_folder.Read("fresh");
   EXPECT_THAT(Run({"token", "new", "a", "--file", Path("fresh")}).err, HasSubstr("a already"));
   EXPECT_EQ(m_folder.Read("fresh"), before);
