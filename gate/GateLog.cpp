@@ -5,17 +5,11 @@
 #include <cerrno>
 #include <string_view>
 
-#include "json/JsonText.h"
+#include "json/TerminalText.h"
 
 void GateLog(const std::string& text) {
   constexpr std::size_t kLongest = 1000;
-  std::string line = "qmt_gate: " + ValidUtf8(text.substr(0, kLongest));
-  for (char& c : line) {
-    if (static_cast<unsigned char>(c) < ' ' || c == '\x7f') {
-      c = '?';
-    }
-  }
-  line += '\n';
+  const std::string line = "qmt_gate: " + WithoutSteering(text.substr(0, kLongest)) + '\n';
   for (std::string_view left = line; !left.empty();) {
     const ssize_t written = ::write(STDERR_FILENO, left.data(), left.size());
     if (written < 0 && errno != EINTR) {

@@ -11,7 +11,7 @@
 #include "gate/daemon/DaemonDesk.h"
 #include "gate/push/WriteRequest.h"
 #include "gate/send/HttpSender.h"
-#include "json/JsonText.h"
+#include "json/TerminalText.h"
 
 namespace {
 
@@ -73,11 +73,7 @@ class PushTrial {
   }
   /// For a terminal too, whatever the server has said.
   static void Print(const std::string& text) {
-    std::string line = ValidUtf8(text);
-    for (char& c : line) {
-      c = static_cast<unsigned char>(c) < ' ' || c == '\x7f' ? '?' : c;
-    }
-    std::puts(line.c_str());
+    std::puts(WithoutSteering(text).c_str());
     std::fflush(stdout);
   }
 

@@ -31,8 +31,8 @@ std::optional<double> DateOfCell(const std::string& text) {
     std::tm parts{};
     const char* end = ::strptime(text.c_str(), format, &parts);
     if (end != nullptr && *end == '\0') {
-      parts.tm_isdst = -1;
-      return static_cast<double>(std::mktime(&parts));
+      const auto seconds = SecondsOfDate(parts);
+      return seconds ? std::optional(static_cast<double>(*seconds)) : std::nullopt;
     }
   }
   return std::nullopt;

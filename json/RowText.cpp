@@ -59,6 +59,14 @@ int DecimalsOf(double value) {
   return static_cast<int>(last - text.find('.'));
 }
 
+std::optional<std::int64_t> SecondsOfDate(std::tm date, bool isUniversal) {
+  date.tm_isdst = -1;
+  const int day = date.tm_mday;
+  const std::time_t seconds = isUniversal ? ::timegm(&date) : std::mktime(&date);
+  // Such a day would be taken for one of the next month.
+  return date.tm_mday == day ? std::optional<std::int64_t>(seconds) : std::nullopt;
+}
+
 std::string DateText(std::int64_t seconds) {
   const std::time_t time = seconds;
   std::tm parts{};

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <optional>
 #include <string>
@@ -32,5 +33,8 @@ inline constexpr double kLargeFloat = 1e15;
 [[nodiscard]] std::string FixedText(double value, int decimals);
 /// Decimals of a value up to its last one that is not 0, of kDecimals at most.
 [[nodiscard]] int DecimalsOf(double value);
+/// Seconds since the epoch of a local or a universal date; nothing for a day that its month does
+/// not have.
+[[nodiscard]] std::optional<std::int64_t> SecondsOfDate(std::tm date, bool isUniversal = false);
 /// "2023-11-14 23:13:20" in local time; "-" for 0, the figure itself if there is no such date.
 [[nodiscard]] std::string DateText(std::int64_t seconds);

@@ -157,6 +157,26 @@ HistoryPage ReadHistory(Json& answer, const RecordName& asked) {
   return page;
 }
 
+bool GoToNextPage(Json& request, HistoryPage& page) {
+  if (page.next.IsNull()) {
+    return false;
+  }
+  const auto pairOf = [](const Json& place) {
+    return std::pair(place[0].Whole(), place[1].Whole());
+  };
+  if (const Json* before = request.Find("after"); before && pairOf(page.next) <= pairOf(*before)) {
+    throw ClientError("broken answer: the pages of " + page.answer.record +
+                      " that the daemon gives do not go on");
+  }
+  if (request.Find("at") != nullptr) {
+    // Further pages are of the time that was found.
+    request["since"] = request["until"] = Json(page.next[0]);
+    request.Erase("at");
+  }
+  request["after"] = std::move(page.next);
+  return true;
+}
+
 Schema ReadSchema(const Json& answer) {
   const Json& schema = ObjectMember(answer, "schema");
   Schema out{TextMember(schema, "record"),

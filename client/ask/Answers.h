@@ -143,6 +143,10 @@ struct ReportTable {
                                                     const std::vector<RecordName>& asked);
 /// A page of "history" of the record `asked`. Takes the rows out of `answer`.
 [[nodiscard]] HistoryPage ReadHistory(Json& answer, const RecordName& asked);
+/// Makes of `request`, whose answer was `page`, that for the page behind it; false if there is
+/// none. Throws ClientError for a place that is not behind the one before: the pages would have no
+/// end.
+[[nodiscard]] bool GoToNextPage(Json& request, HistoryPage& page);
 [[nodiscard]] Schema ReadSchema(const Json& answer);
 [[nodiscard]] std::vector<Listing> ReadListing(const Json& answer);
 [[nodiscard]] Status ReadStatus(const Json& answer);

@@ -65,11 +65,6 @@ Json HistoryQuestion(const RecordName& name, std::int64_t since, std::int64_t un
           {"until", until}};
 }
 
-bool IsBehind(const Json& place, const Json& before) {
-  const auto pairOf = [](const Json& pair) { return std::pair(pair[0].Whole(), pair[1].Whole()); };
-  return pairOf(place) > pairOf(before);
-}
-
 std::string TimeOfRow(const Json& row) {
   constexpr double kLatest = 1e12;
   const Json* time = row.Find("Record Time");
@@ -150,17 +145,11 @@ void KeptHistory::TakeRecord(const RecordName& name, const std::string& file, st
     if (!TakePage(name, page.answer.rows, rows)) {
       break;
     }
-    isMore = !page.next.IsNull();
-    const Json* before = question.Find("after");
-    if (isMore && before != nullptr && !IsBehind(page.next, *before)) {
-      throw ClientError("broken answer: the pages of " + name.name +
-                        " that the daemon gives do not go on");
-    }
+    isMore = GoToNextPage(question, page);
     if (isMore && !Count(kPageBytes)) {
-      TellRest(name, DateText(page.next[0].Whole()));
+      TellRest(name, DateText(question["after"][0].Whole()));
       break;
     }
-    question["after"] = std::move(page.next);
   }
   rows.Flush();
 }

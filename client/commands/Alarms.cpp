@@ -13,8 +13,8 @@
 #include "client/show/AlarmText.h"
 #include "client/show/Render.h"
 #include "client/show/RowValues.h"
+#include "client/show/Terminal.h"
 #include "client/show/TimeText.h"
-#include "json/JsonText.h"
 
 namespace {
 
@@ -84,7 +84,7 @@ int RunAlarms(const CommonOptions& common, const AlarmOptions& options, bool jso
   const Json answer = connection.Ask(std::move(request));
   const AlarmListing listing = ReadAlarms(answer);
   if (json) {
-    WriteOutput(JsonText(answer["alarms"], 2) + '\n');
+    WriteOutput(ShownJson(answer["alarms"], 2) + '\n');
   } else {
     WriteOutput(AlarmsText(listing.alarms, ReadScreen(common.color)));
     ComplainOfDefinitions(listing, options);
@@ -97,7 +97,7 @@ int RunAlarmShow(const CommonOptions& common, std::uint64_t id, bool json) {
   // The number of the alarm is that of the request as well, which the daemon echoes.
   Json answer = connection.Ask({{"op", "alarm"}, {"id", id}});
   if (json) {
-    const std::string text = JsonText(answer["alarm"], 2) + '\n';
+    const std::string text = ShownJson(answer["alarm"], 2) + '\n';
     static_cast<void>(ReadAlarm(answer, id));
     WriteOutput(text);
     return kExitDone;

@@ -15,7 +15,6 @@
 #include "client/looks/RecordNames.h"
 #include "client/show/RecordWriters.h"
 #include "client/show/RowValues.h"
-#include "json/JsonText.h"
 
 namespace {
 
@@ -23,7 +22,7 @@ namespace {
 constexpr std::chrono::milliseconds kScheduleLook{500};
 constexpr std::string_view kSocketBelowRoot = "/opt/qmtrx/mond/agent/run/control.sock";
 
-std::string Indented(const Json& value) { return JsonText(value, 2) + '\n'; }
+std::string Indented(const Json& value) { return ShownJson(value, 2) + '\n'; }
 
 /// The member `name` of an answer, once it is known to be there.
 const Json& Part(const Json& answer, const char* name) { return *answer.Find(name); }

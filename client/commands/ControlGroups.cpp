@@ -12,7 +12,7 @@
 #include "client/looks/TwoLooks.h"
 #include "client/show/GroupTree.h"
 #include "client/show/Nearest.h"
-#include "json/JsonText.h"
+#include "client/show/Terminal.h"
 
 namespace {
 
@@ -135,7 +135,7 @@ int RunControlGroups(const CommonOptions& common, const ControlGroupOptions& opt
   }
   SortGroups(groups, order);
   if (options.json) {
-    WriteOutput(JsonText(GroupsJson(groups), 2) + '\n');
+    WriteOutput(ShownJson(GroupsJson(groups), 2) + '\n');
   } else if (groups.empty()) {
     Complain("CGRP: no rows");
   } else {

@@ -5,7 +5,7 @@
 #include "client/ask/Connection.h"
 #include "client/ask/Errors.h"
 #include "client/show/ReportText.h"
-#include "json/JsonText.h"
+#include "client/show/Terminal.h"
 
 int RunExplain(const CommonOptions& common, const ExplainOptions& options) {
   Json arguments = Json::Object();
@@ -20,7 +20,7 @@ int RunExplain(const CommonOptions& common, const ExplainOptions& options) {
       {{"op", "report"}, {"report", "workgroups"}, {"arguments", std::move(arguments)}});
   const ReportTable report = ReadReport(answer);
   if (options.json) {
-    WriteOutput(JsonText(answer["report"], 2) + '\n');
+    WriteOutput(ShownJson(answer["report"], 2) + '\n');
   } else {
     WriteOutput(ReportText(report, ReadScreen(common.color)));
   }

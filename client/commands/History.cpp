@@ -46,14 +46,7 @@ class PageReader {
   [[nodiscard]] RecordAnswer Next() {
     Json answer = m_connection.Ask(m_request);
     HistoryPage page = ReadHistory(answer, m_name);
-    m_hasMore = !page.next.IsNull();
-    m_request["after"] = std::move(page.next);
-    if (m_request.Find("at") != nullptr && m_hasMore) {
-      // Further pages are of the time that was found.
-      const Json time = m_request["after"][0];
-      m_request["since"] = m_request["until"] = time;
-      m_request.Erase("at");
-    }
+    m_hasMore = GoToNextPage(m_request, page);
     return std::move(page.answer);
   }
 
@@ -82,14 +75,14 @@ RecordAnswer ReadAll(PageReader& reader, const std::optional<RowChoice>& filter)
 
 /// Prints each page as it comes, under one line of labels.
 bool WriteCsv(PageReader& reader, const std::optional<RowChoice>& choice) {
+  CsvRows rows;
   bool isAny = false;
   while (reader.HasMore()) {
     RecordAnswer page = reader.Next();
     if (choice) {
       choice->Apply(page.rows);
     }
-    const std::string text = CsvText(page.rows);
-    WriteOutput(isAny ? text.substr(text.find('\n') + 1) : text);
+    WriteOutput(rows.Text(page.rows));
     isAny = isAny || !page.rows.Elements().empty();
   }
   return isAny;

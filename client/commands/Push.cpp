@@ -14,7 +14,7 @@
 #include "client/ask/PushAnswers.h"
 #include "client/files/Programs.h"
 #include "client/show/PushText.h"
-#include "json/JsonText.h"
+#include "client/show/Terminal.h"
 #include "support/GateUsers.h"
 
 namespace {
@@ -50,7 +50,7 @@ int RunPushStatus(const CommonOptions& common, bool json) {
       const Json* found = answer["status"].Find(part);
       told[part] = found == nullptr ? Json::Array() : *found;
     }
-    WriteOutput(JsonText(told, 2) + '\n');
+    WriteOutput(ShownJson(told, 2) + '\n');
     return kExitDone;
   }
   WriteOutput(PushText(push, std::time(nullptr), ReadScreen(common.color)));

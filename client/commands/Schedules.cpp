@@ -11,7 +11,6 @@
 #include "client/show/Render.h"
 #include "client/show/RowValues.h"
 #include "client/show/Terminal.h"
-#include "json/JsonText.h"
 
 namespace {
 
@@ -34,7 +33,7 @@ int RunScheduleList(const CommonOptions& common, bool json) {
   const Json answer = connection.Ask({{"op", "status"}});
   const Status status = ReadStatus(answer);
   if (json) {
-    WriteOutput(JsonText(answer["status"]["schedules"], 2) + '\n');
+    WriteOutput(ShownJson(answer["status"]["schedules"], 2) + '\n');
   } else {
     WriteOutput(ScheduleText(status.schedules, ReadScreen(common.color)));
   }

@@ -8,7 +8,7 @@
 #include "client/ask/Errors.h"
 #include "client/files/UserRows.h"
 #include "client/files/UserStore.h"
-#include "json/JsonText.h"
+#include "client/show/Terminal.h"
 
 namespace {
 
@@ -116,7 +116,7 @@ int RunUserShow(const CommonOptions& common, const UserDataOptions& options) {
     return kExitDone;
   }
   if (options.format == Format::kJson) {
-    WriteOutput(JsonText(answer.rows, 2) + '\n');
+    WriteOutput(ShownJson(answer.rows, 2) + '\n');
     return kExitDone;
   }
   if (answer.rows.Elements().empty()) {

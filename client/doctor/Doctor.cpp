@@ -9,7 +9,7 @@
 #include "client/doctor/FindFacts.h"
 #include "client/doctor/HostChecks.h"
 #include "client/doctor/SocketChecks.h"
-#include "json/JsonText.h"
+#include "client/show/Terminal.h"
 
 namespace {
 
@@ -58,7 +58,7 @@ std::string JsonOfAll(const std::vector<Diagnosis>& diagnoses) {
                   {"mark", WordOf(diagnosis.finding.mark)},
                   {"text", diagnosis.finding.text}});
   }
-  return JsonText(all, 2) + '\n';
+  return ShownJson(all, 2) + '\n';
 }
 
 }  // namespace

@@ -140,10 +140,10 @@ void AddObject(const Json& object, std::size_t line, UserTable& table, Faults& f
   table.rows.push_back(std::move(row));
 }
 
-UserTable ReadJson(std::string_view text, Faults& faults) {
+/// `line`: that of the text's begin.
+UserTable ReadJson(std::string_view text, std::size_t line, Faults& faults) {
   UserTable table;
   const bool isArray = text.starts_with('[');
-  std::size_t line = 1;
   while (!text.empty()) {
     const std::size_t end = isArray ? text.size() : std::min(text.find('\n'), text.size());
     const std::string_view part = text.substr(0, end);
@@ -306,7 +306,11 @@ Json FieldJson(const UserField& field, const char* record) {
 UserTable ReadUserTable(std::string_view text, Faults& faults) {
   const std::size_t begin = text.find_first_not_of(" \t\r\n");
   const bool isJson = begin != std::string_view::npos && (text[begin] == '[' || text[begin] == '{');
-  return isJson ? ReadJson(text.substr(begin), faults) : ReadCsv(text, faults);
+  if (!isJson) {
+    return ReadCsv(text, faults);
+  }
+  const auto linesBefore = std::ranges::count(text.substr(0, begin), '\n');
+  return ReadJson(text.substr(begin), 1 + static_cast<std::size_t>(linesBefore), faults);
 }
 
 UserRecords MakeUserRecords(const UserFileKind& kind, const UserTable& table, std::int64_t now) {

@@ -1,6 +1,7 @@
 #include "client/looks/ProcessLooks.h"
 
 #include <algorithm>
+#include <cmath>
 #include <tuple>
 #include <utility>
 
@@ -78,8 +79,11 @@ std::int64_t ProcessId(double number) {
   return static_cast<std::int64_t>(number);
 }
 
+/// 0 for what is not finite: what is no number has no place in an order.
+double FiniteOrNothing(double figure) { return std::isfinite(figure) ? figure : 0; }
+
 /// A total that went backwards tells nothing.
-double Growth(double now, double before) { return std::max(now - before, 0.0); }
+double Growth(double now, double before) { return std::max(FiniteOrNothing(now - before), 0.0); }
 
 }  // namespace
 
@@ -113,8 +117,8 @@ std::vector<ProcessLine> ProcessLooks::Add(const Json& rows, TimePoint at) {
     // one that the look missed is shown by its whole life.
     const double age = columns.recordTime.Number(row) - totals.startTime;
     const double seconds = isKnown ? between : std::max(between, age);
-    line.cpuPercent =
-        seconds > 0 ? 100 * Growth(totals.cpuSeconds, before.cpuSeconds) / seconds : 0;
+    const double cpuSeconds = Growth(totals.cpuSeconds, before.cpuSeconds);
+    line.cpuPercent = seconds > 0 ? FiniteOrNothing(100 * cpuSeconds / seconds) : 0;
     now.insert_or_assign(line.pid, totals);
     lines.push_back(std::move(line));
   }

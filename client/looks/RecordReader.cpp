@@ -69,7 +69,9 @@ class RecordReader::Reading {
       m_record.schema = WithoutHeadings(std::move(m_record.schema));
     }
     if (std::optional<TwoLooks>& looks = m_reader.m_looks[place]) {
-      looks->Begin(std::chrono::steady_clock::now());
+      // How long the rows of other records took to show is not part of what is compared.
+      m_at = m_at.value_or(std::chrono::steady_clock::now());
+      looks->Begin(*m_at);
     }
     m_isBegun = false;
     m_isOpen = true;
@@ -150,8 +152,9 @@ class RecordReader::Reading {
 
   RecordReader& m_reader;
   RecordSink* m_sink;
-  std::vector<std::string> m_errors;  ///< of each name, what there is to say of it
-  ShownRecord m_record;               ///< the one at hand
+  std::vector<std::string> m_errors;        ///< of each name, what there is to say of it
+  ShownRecord m_record;                     ///< the one at hand
+  std::optional<TwoLooks::TimePoint> m_at;  ///< of the answer
   std::size_t m_place = 0;
   std::size_t m_rows = 0;
   Json m_held;  ///< rows that wait to be sorted

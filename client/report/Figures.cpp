@@ -101,12 +101,13 @@ Peak SharpPeak(KeptRows& rows, const FigureWay& way, const std::string& label,
     columns.push_back(way.key);
   }
   Peak sharp{peak.time, -1};
-  rows.Each(way.record, columns, peak.time, peak.time + width - 1, [&](const Json& row) {
+  const auto take = [&](const Json& row) {
     const double value = NumberOf(row, label).value_or(-1);
     if (value > sharp.value && (way.key.empty() || TextOf(row, way.key) == key)) {
       sharp = {static_cast<std::int64_t>(NumberOf(row, kRecordTime).value_or(0)), value};
     }
-  });
+  };
+  rows.Each(way.record, columns, peak.time, peak.time + width - 1, take, way.where);
   return sharp.value < 0 ? peak : sharp;
 }
 

@@ -74,12 +74,15 @@ std::vector<RecordGaps> FindGaps(KeptRows& rows) {
   return all;
 }
 
-std::int64_t MissingSeconds(const std::vector<RecordGaps>& all, const std::string& record) {
+std::int64_t MissingSeconds(const std::vector<RecordGaps>& all, const std::string& record,
+                            const std::optional<Span>& within) {
   std::int64_t seconds = 0;
   for (const RecordGaps& each : all) {
     if (each.record == record) {
       for (const Span& gap : each.gaps) {
-        seconds += gap.Seconds();
+        const Span part =
+            within ? Span{std::max(gap.begin, within->begin), std::min(gap.end, within->end)} : gap;
+        seconds += std::max<std::int64_t>(part.Seconds(), 0);
       }
     }
   }

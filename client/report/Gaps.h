@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@ struct RecordGaps {
 /// half of the schedule's seconds is not missing.
 [[nodiscard]] std::vector<RecordGaps> FindGaps(KeptRows& rows);
 
-/// Seconds of all gaps of the record together, 0 for none.
+/// Seconds of all gaps of the record together, or of what lies of them `within` a stretch; 0 for
+/// none.
 [[nodiscard]] std::int64_t MissingSeconds(const std::vector<RecordGaps>& all,
-                                          const std::string& record);
+                                          const std::string& record,
+                                          const std::optional<Span>& within = std::nullopt);

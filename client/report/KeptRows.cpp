@@ -21,6 +21,12 @@ Json HistoryRequest(const std::string& record, const std::vector<std::string>& c
   return {{"op", "history"}, {"record", record}, {"columns", TextList(columns)}};
 }
 
+void AddConditions(Json& request, const std::vector<std::string>& where) {
+  if (!where.empty()) {
+    request["where"] = TextList(where);
+  }
+}
+
 }  // namespace
 
 KeptRows::KeptRows(Connection& connection, std::int64_t since, std::int64_t until,
@@ -75,9 +81,7 @@ Json KeptRows::AskPoints(const PointsQuestion& question, std::int64_t since, std
   request["since"] = since;
   request["until"] = until;
   request["points"] = question.points;
-  if (!question.where.empty()) {
-    request["where"] = TextList(question.where);
-  }
+  AddConditions(request, question.where);
   if (question.by) {
     request["by"] = TextList(*question.by);
   }
@@ -108,8 +112,10 @@ PointsAnswer KeptRows::PointsWithMeans(PointsQuestion question) {
 
 void KeptRows::Each(const std::string& record, const std::vector<std::string>& columns,
                     std::int64_t since, std::int64_t until,
-                    const std::function<void(const Json&)>& take) {
+                    const std::function<void(const Json&)>& take,
+                    const std::vector<std::string>& where) {
   Json request = HistoryRequest(record, columns);
+  AddConditions(request, where);
   request["since"] = since;
   request["until"] = until;
   bool hasMore = true;
@@ -120,11 +126,7 @@ void KeptRows::Each(const std::string& record, const std::vector<std::string>& c
       take(row);
     }
     m_count += page.answer.rows.Size();
-    hasMore = !page.next.IsNull();
-    if (const Json* before = request.Find("after"); hasMore && before && *before == page.next) {
-      throw ClientError("broken answer: the daemon gives the same page of " + record + " again");
-    }
-    request["after"] = std::move(page.next);
+    hasMore = GoToNextPage(request, page);
   }
 }
 

@@ -49,9 +49,11 @@ class KeptRows {
   /// The same with the means of the series, for which it asks a second time: means of buckets do
   /// not tell it, as a bucket may hold fewer rows than another.
   [[nodiscard]] PointsAnswer PointsWithMeans(PointsQuestion question);
-  /// Calls `take` with each row, the oldest first, one page in memory at a time.
+  /// Calls `take` with each row that fulfils `where`, the oldest first, one page in memory at a
+  /// time.
   void Each(const std::string& record, const std::vector<std::string>& columns, std::int64_t since,
-            std::int64_t until, const std::function<void(const Json&)>& take);
+            std::int64_t until, const std::function<void(const Json&)>& take,
+            const std::vector<std::string>& where = {});
   /// The rows of the time that is nearest to `time`.
   [[nodiscard]] Json At(const std::string& record, const std::vector<std::string>& columns,
                         std::int64_t time);

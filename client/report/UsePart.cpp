@@ -98,7 +98,8 @@ void FillUses(SummaryPart& part, const PartInput& input, const UseColumns& colum
     return;
   }
   // A row tells of the time before it, so one schedule's time belongs to the rows besides.
-  const auto missing = static_cast<double>(MissingSeconds(input.gaps, columns.record));
+  const auto missing =
+      static_cast<double>(MissingSeconds(input.gaps, columns.record, Span{*first, last}));
   const double seconds =
       std::max(1.0, static_cast<double>(last - *first) + rows.Every(columns.record) - missing);
   for (const MeasureWords& each : kMeasures) {

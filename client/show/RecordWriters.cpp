@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "client/ask/SafeText.h"
-#include "json/JsonText.h"
+#include "client/show/Terminal.h"
 
 namespace {
 
@@ -50,7 +50,7 @@ class JsonRecords : public RecordWriter {
 
   void Begin(const ShownRecord& record) override {
     const RecordAnswer& answer = record.answer;
-    const std::string head = JsonText(
+    const std::string head = ShownJson(
         Json{{"record", answer.record}, {"category", answer.category}, {"time", answer.time}},
         m_indent);
     m_out.Add(m_isFirst ? "[" : ",");
@@ -67,7 +67,7 @@ class JsonRecords : public RecordWriter {
   bool Row(Json row) override {
     m_out.Add(std::exchange(m_hasRows, true) ? "," : "");
     BreakLine(3);
-    m_out.Add(Deeper(JsonText(row, m_indent), Blanks(3)));
+    m_out.Add(Deeper(ShownJson(row, m_indent), Blanks(3)));
     return true;
   }
 

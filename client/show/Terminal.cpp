@@ -17,6 +17,8 @@
 #include "client/ask/Errors.h"
 #include "client/ask/SafeText.h"
 #include "client/show/TerminalCodes.h"
+#include "json/JsonText.h"
+#include "json/TerminalText.h"
 
 namespace {
 
@@ -155,6 +157,11 @@ void WriteOutput(std::string_view text, int stop) {
       throw ClientError("cannot write the output: " + std::generic_category().message(errno));
     }
   }
+}
+
+std::string ShownJson(const Json& value, int indent, bool isForTerminal) {
+  std::string text = JsonText(value, indent);
+  return isForTerminal ? JsonWithoutSteering(text) : text;
 }
 
 void Complain(std::string_view words) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "json/Json.h"
 #include "support/Descriptor.h"
 
 enum class ColorMode { kAuto, kAlways, kNever };
@@ -54,6 +55,11 @@ class StopSignals {
 /// Writes all of `text` to the standard output. Throws OutputClosed if nobody reads it, Interrupted
 /// if `stop` (-1 for none) becomes readable while the reader is slow, ClientError otherwise.
 void WriteOutput(std::string_view text, int stop = -1);
+
+/// The value as JsonText has it, for the standard output: for a terminal, with what could steer it
+/// escaped, so that it is JSON of the same value.
+[[nodiscard]] std::string ShownJson(const Json& value, int indent,
+                                    bool isForTerminal = WritesToTerminal());
 
 /// One line for the operator on standard error, made safe, with the program's name in front.
 void Complain(std::string_view words);

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "client/ask/Errors.h"
+#include "json/RowText.h"
 
 namespace {
 
@@ -113,12 +114,8 @@ std::optional<std::int64_t> ParseDate(std::string text) {
     if (end == nullptr || *end != '\0') {
       continue;
     }
-    parts.tm_isdst = -1;
-    const std::tm given = parts;
-    const std::time_t time = zone ? ::timegm(&parts) : std::mktime(&parts);
-    // A day that the month does not have would be taken for one of the next.
-    return parts.tm_mday == given.tm_mday ? std::optional<std::int64_t>(time - zone.value_or(0))
-                                          : std::nullopt;
+    const auto time = SecondsOfDate(parts, zone.has_value());
+    return time ? std::optional(*time - zone.value_or(0)) : std::nullopt;
   }
   return std::nullopt;
 }

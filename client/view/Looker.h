@@ -34,6 +34,8 @@ class Looker {
   [[nodiscard]] std::optional<std::int64_t> StepFrom(const Wish& wish);
   [[nodiscard]] std::optional<std::int64_t> StepAlong(const Wish& wish, const std::string& record);
   void LookOnce(const Wish& wish, Sight& sight);
+  /// Adds the rows of the answer and of the pages behind it to `rows`.
+  void TakePages(Json& request, const std::string& record, Json& rows);
   [[nodiscard]] SeenRows Kept(const WantedRows& wanted, std::int64_t time);
   [[nodiscard]] SeenRows KeptSince(const WantedRows& wanted, std::int64_t since,
                                    std::int64_t until);

@@ -64,6 +64,18 @@ std::optional<std::int64_t> Looker::StepAlong(const Wish& wish, const std::strin
   }
 }
 
+void Looker::TakePages(Json& request, const std::string& record, Json& rows) {
+  bool isMore = true;
+  while (isMore && rows.Size() < kMostKeptRows) {
+    Json answer = m_connection.Ask(request);
+    HistoryPage page = ReadHistory(answer, {record, ""});
+    for (Json& row : page.answer.rows.Elements()) {
+      rows.PushBack(std::move(row));
+    }
+    isMore = GoToNextPage(request, page);
+  }
+}
+
 SeenRows Looker::Kept(const WantedRows& wanted, std::int64_t time) {
   SeenRows seen;
   seen.schema = SchemaOf(wanted.record);
@@ -71,22 +83,7 @@ SeenRows Looker::Kept(const WantedRows& wanted, std::int64_t time) {
   request["op"] = "history";
   request["at"] = time;
   try {
-    while (true) {
-      Json answer = m_connection.Ask(request);
-      HistoryPage page = ReadHistory(answer, {wanted.record, ""});
-      for (Json& row : page.answer.rows.Elements()) {
-        seen.rows.PushBack(std::move(row));
-      }
-      if (page.next.IsNull() || seen.rows.Size() > kMostKeptRows) {
-        break;
-      }
-      // Further pages are of the time that was found.
-      if (request.Find("at") != nullptr) {
-        request["since"] = request["until"] = Json(page.next[0]);
-        request.Erase("at");
-      }
-      request["after"] = std::move(page.next);
-    }
+    TakePages(request, wanted.record, seen.rows);
   } catch (const RefusedError& error) {
     seen.error = error.what();
   }
@@ -102,17 +99,7 @@ SeenRows Looker::KeptSince(const WantedRows& wanted, std::int64_t since, std::in
   request["since"] = since;
   request["until"] = until;
   try {
-    while (seen.rows.Size() < kMostKeptRows) {
-      Json answer = m_connection.Ask(request);
-      HistoryPage page = ReadHistory(answer, {wanted.record, ""});
-      for (Json& row : page.answer.rows.Elements()) {
-        seen.rows.PushBack(std::move(row));
-      }
-      if (page.next.IsNull()) {
-        break;
-      }
-      request["after"] = std::move(page.next);
-    }
+    TakePages(request, wanted.record, seen.rows);
   } catch (const RefusedError& error) {
     seen.error = error.what();
   }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "json/TerminalText.h"
+
 namespace {
 
 /// `url` without its user, up to the first of `ends` behind the host.
@@ -33,10 +35,8 @@ std::string WordsOf(const SendResult& result) {
   if (result.status == 0) {
     return result.error;
   }
-  std::string words =
-      result.body.substr(0, std::min(result.body.find_first_of("\r\n"), kMostWords));
-  std::ranges::replace_if(
-      words, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, ' ');
+  const std::string words = WithoutSteering(
+      result.body.substr(0, std::min(result.body.find_first_of("\r\n"), kMostWords)));
   return "status " + std::to_string(result.status) + (words.empty() ? "" : ": ") + words;
 }
 

@@ -478,6 +478,54 @@ TEST_F(Qmtctl, TopComparesItsLooks) {
   EXPECT_THAT(redrawn.out, testing::EndsWith("\r\n"));
 }
 
+TEST_F(Qmtctl, JsonOnATerminalSteersNothingAndIsOfTheSameValue) {
+  const std::string odd =
+      "\xc2\x9b"
+      "2J\x7f\xe2\x80\xae";
+  const ScriptedServer server(m_folder.Path(), "t", [&](const Json& request) {
+    Json result = ResultOf("CPUP", 1);
+    result["rows"][0]["Type"] = odd;
+    return request["op"] == "get" ? Answer(request, {{"results", Json::Array({result})}})
+                                  : Daemon(request, 1);
+  });
+  const std::vector<std::string> words{"--socket", server.Path(), "get", "CPUP", "--json"};
+  const Outcome piped = RunProgram(QMTCTL_PATH, words);
+  RunOptions options;
+  options.terminal = true;
+  const Outcome shown = RunProgram(QMTCTL_PATH, words, options);
+  EXPECT_THAT(piped.out, HasSubstr(odd));
+  EXPECT_THAT(shown.out, HasSubstr(R"("\u009b2J\u007f\u202e")"));
+  EXPECT_EQ(JsonOf(shown.out), JsonOf(piped.out));
+}
+
+TEST_F(Qmtctl, PagesThatDoNotFollowEachOtherAreFailures) {
+  const struct {
+    const char* second;
+    const char* words;
+  } cases[] = {
+      {R"({"rows": [{"B": 2}], "next": null})", "rows of one record with different labels"},
+      {R"({"rows": [], "next": [1, 1]})", "the pages of CPUP that the daemon gives"}};
+  for (const auto& each : cases) {
+    int pages = 0;
+    const ScriptedServer server(
+        m_folder.Path(), each.words[0] == 'r' ? "r" : "p", [&](const Json& request) {
+          if (request["op"] != "history") {
+            return Daemon(request, 1);
+          }
+          Json page =
+              JsonOf(++pages == 1 ? R"({"rows": [{"A": 1}], "next": [1, 1]})" : each.second);
+          page["record"] = "CPUP";
+          page["category"] = "4";
+          return pages > 9 ? ScriptedServer::kHangUp : Answer(request, {{"history", page}});
+        });
+    const Outcome outcome =
+        RunProgram(QMTCTL_PATH, {"--socket", server.Path(), "history", "CPUP", "--csv"});
+    EXPECT_EQ(outcome.exit, 1);
+    EXPECT_EQ(outcome.out, "A\n1\n");
+    EXPECT_THAT(outcome.err, HasSubstr(each.words));
+  }
+}
+
 TEST_F(Qmtctl, AReaderThatLeftEndsItQuietly) {
   RunOptions options;
   options.closedReader = true;

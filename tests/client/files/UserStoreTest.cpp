@@ -4,6 +4,7 @@
 #include <sys/sem.h>
 
 #include "client/ask/Errors.h"
+#include "client/files/UserRows.h"
 #include "support/HostPaths.h"
 #include "tests/support/TempFolder.h"
 
@@ -37,6 +38,13 @@ TEST(UserStoreTest, TheGuardIsMadeWithTheModeOfTheDaemonsSettings) {
     });
     SetProductRoot("");
   }
+}
+
+TEST(UserRowsTest, LinesOfJsonAreCountedFromTheBeginOfTheFile) {
+  std::vector<UserFault> faults;
+  const UserTable table = ReadUserTable("\n \r\n{\"A\": 1}\nx\n", faults);
+  EXPECT_EQ(table.rows.at(0).line, 3U);
+  EXPECT_EQ(faults.at(0).line, 4U);
 }
 
 TEST(UserStoreTest, AChangeKeepsTheModeAndNoLinkIsFollowed) {

@@ -1,5 +1,7 @@
 #include "client/looks/ProcessLooks.h"
 
+#include <cmath>
+
 #include "client/ask/Errors.h"
 #include "tests/support/Testing.h"
 
@@ -60,6 +62,17 @@ TEST(ProcessLooks, DifferencesRankTheProcesses) {
   lines = looks.Add(Json::Array({Process(1, 900, 40, 10, 1, 0)}), start + 3s);
   EXPECT_DOUBLE_EQ(lines.at(0).cpuPercent + lines.at(0).newIoKbytes + lines.at(0).newMajorFaults,
                    0);
+}
+
+TEST(ProcessLooks, SharesAreFiniteWhateverTheTotals) {
+  ProcessLooks looks;
+  Json row = Process(1, 900, 2e307, 1, 1, 1);
+  for (const double cpu : {1e308, 1e308, 1e306}) {
+    const ProcessLooks::TimePoint at{};
+    row["User CPU"] = row["System CPU"] = cpu;
+    EXPECT_TRUE(std::isfinite(looks.Add(Json::Array({row}), at + 1s).at(0).cpuPercent)) << cpu;
+    EXPECT_TRUE(std::isfinite(looks.Add(Json::Array({row}), at + 2s).at(0).cpuPercent)) << cpu;
+  }
 }
 
 TEST(ProcessLooks, ABrokenRowIsNamed) {

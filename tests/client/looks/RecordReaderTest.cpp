@@ -1,5 +1,8 @@
 #include "client/looks/RecordReader.h"
 
+#include <set>
+#include <thread>
+
 #include "client/ask/Errors.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/json/JsonOf.h"
@@ -29,6 +32,7 @@ std::string ReaderDaemon(const Json& request) {
     }
     return Answer(request, JsonOf(R"({"schema": {"record": "X", "structure": "recordX",
         "category": "4", "size": 100, "fields": [
+          {"label": "Interval", "type": "ulong", "offset": 0, "width": 4, "meaning": "duration"},
           {"label": "Name", "type": "char[9]", "offset": 0, "width": 9, "meaning": "key"},
           {"label": "Note", "type": "char[9]", "offset": 9, "width": 9, "meaning": "text"},
           {"label": "Ops", "type": "ulong", "offset": 20, "width": 4, "meaning": "counter"}]}})"));
@@ -40,8 +44,10 @@ std::string ReaderDaemon(const Json& request) {
       const std::string name = std::to_string(i);
       const std::string text(kLongBytes, 'x');
       const bool hasKeys = record == "KEYS";
-      rows.PushBack(
-          {{"Name", hasKeys ? name + text : name}, {"Note", hasKeys ? name : text}, {"Ops", i}});
+      rows.PushBack({{"Interval", 0},
+                     {"Name", hasKeys ? name + text : name},
+                     {"Note", hasKeys ? name : text},
+                     {"Ops", i}});
     }
     results.PushBack(
         {{"record", record}, {"category", "4"}, {"time", 1700000000}, {"rows", std::move(rows)}});
@@ -62,6 +68,21 @@ class CountingSink : public RecordSink {
 
  private:
   int m_rows = 0;
+};
+
+/// Takes its time at the end of a record.
+class SlowSink : public RecordSink {
+ public:
+  void Begin(const ShownRecord&) override {}
+  bool Row(Json row) override {
+    m_intervals.insert(row["Interval"].Number());
+    return true;
+  }
+  void End() override { std::this_thread::sleep_for(std::chrono::milliseconds(300)); }
+  [[nodiscard]] const std::set<double>& Intervals() const { return m_intervals; }
+
+ private:
+  std::set<double> m_intervals;
 };
 
 class RecordReaderTest : public testing::Test {
@@ -102,6 +123,16 @@ TEST_F(RecordReaderTest, RowsThatAreComparedAgainAndAgainAreHeldOnce) {
     EXPECT_TRUE(reader.Read(sink).empty());
   }
   EXPECT_EQ(sink.Rows(), 3 * kReaderRows);
+}
+
+TEST_F(RecordReaderTest, RecordsOfOneAnswerAreOfOneTimeHoweverSlowlyTheyAreShown) {
+  RecordOptions options;
+  options.records = {"KEYS", "TEXTS"};
+  RecordReader reader = Reader(options, 2 * kReaderRows);
+  EXPECT_TRUE(reader.LookFirst());
+  SlowSink sink;
+  EXPECT_TRUE(reader.Read(sink).empty());
+  EXPECT_EQ(sink.Intervals().size(), 1U);
 }
 
 TEST_F(RecordReaderTest, TheFirstLookHoldsNoRowsToSort) {

@@ -108,7 +108,7 @@ TEST(KeptRowsTest, AnswersThatLeadNowhereAreFailures) {
     const char* words;
   } cases[] = {
       {R"({"history": {"record": "PI", "category": "4", "rows": [], "next": [5, 6]}})",
-       "the same page of PI again"},
+       "the pages of PI that the daemon gives do not go on"},
       {R"({"history": {"record": "PI", "category": "4", "rows": [], "next": []}})", "next"},
       {R"({"history": {"record": "PI", "category": "4", "rows": [], "next": ["a", 6]}})", "next"},
       {R"({"history": {"record": "PI", "category": "4", "rows": []}})", "next"},

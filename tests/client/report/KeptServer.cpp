@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include "json/RowCondition.h"
+
 namespace {
 
 std::int64_t KeptTime(const Json& row) { return row["Record Time"].Whole(); }
@@ -84,6 +86,14 @@ std::vector<Json> KeptServer::Between(const Json& request) const {
   std::vector<Json> rows = m_rows.at(request["record"].Text());
   std::erase_if(rows,
                 [&](const Json& row) { return KeptTime(row) < since || KeptTime(row) > until; });
+  if (const Json* where = request.Find("where")) {
+    for (const Json& text : where->Elements()) {
+      const RowCondition condition(text.Text(),
+                                   [](auto label) { return RowField{std::string(label)}; });
+      std::erase_if(
+          rows, [&](const Json& row) { return !condition.Holds(row[condition.Field().label]); });
+    }
+  }
   if (request.Find("at") != nullptr) {
     rows = NearestTo(std::move(rows), request["at"].Whole());
   }

@@ -109,6 +109,33 @@ TEST(MakeSummaryTest, AMeanIsThatOfAllRowsHoweverBucketsHoldThem) {
               testing::IsSupersetOf({"cpu", "14.0 %", "50.0 %", "-"}));
 }
 
+TEST(MakeSummaryTest, SharesAreThoseOfTheTimeThatHasRows) {
+  std::vector<Json> rows;
+  for (std::int64_t time = kSummaryStart + 1000; time <= kSummaryStart + 1300; time += 10) {
+    rows.push_back({{"Record Time", time},
+                    {"Interval", 10},
+                    {"Program", "busy"},
+                    {"CPU % Each", 100.0},
+                    {"Start Time", kSummaryStart}});
+  }
+  const Summary summary = SummaryOf(KeptServer({{"PDI", rows}}, 10));
+  const SummaryPart& part = PartOf(summary, "Top processes");
+  EXPECT_EQ(part.tables.at(0).rows.at(0).back().text, "96.8 %")
+      << "30 of 31 rows: the first has none before it to be judged by";
+}
+
+TEST(MakeSummaryTest, AMomentIsOneOfTheRowsThatItIsSoughtIn) {
+  std::vector<Json> rows;
+  for (const auto& [processor, percent] : {std::pair("all", 25.0), std::pair("0", 100.0)}) {
+    rows.push_back({{"Record Time", kSummaryStart},
+                    {"Interval", 1},
+                    {"Processor", processor},
+                    {"CPU %", percent}});
+  }
+  const Summary summary = SummaryOf(KeptServer({{"CPUX", rows}}, 1));
+  EXPECT_EQ(PartOf(summary, "Busiest times").tables.at(0).rows.at(0).at(2).text, "25.0 %");
+}
+
 TEST(MakeSummaryTest, BytesOfCallsAreNotGivenOutForTrafficOfDisks) {
   const auto summaryOf = [](double kbytes) {
     const KeptServer server(

@@ -115,6 +115,7 @@ TEST(RowChoice, SaysWhatCannotBeMeant) {
       {{{"Progam=x"}, {}, {}}, "3:PD has no label \"Progam\"; did you mean \"Program\"?"},
       {{{"PID=bash"}, {}, {}}, "\"PID\" is compared with a number, not with \"bash\""},
       {{{"Snapshot Time=soon"}, {}, {}}, "time as in 2023-11-14 23:13:20, not with \"soon\""},
+      {{{"Snapshot Time>=2026-02-30"}, {}, {}}, "13:20, not with \"2026-02-30\""},
       {{{"=5"}, {}, {}}, "no label \"\""},
       {{{}, {"-CPU"}, {}}, "no label \"CPU\"; did you mean \"CPU %\"?"},
       {{{}, {"uSER"}, {}}, "no label \"uSER\"; did you mean \"USER\", \"User\"?"},

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "gate/GateLog.h"
 #include "gate/GateLoop.h"
 #include "gate/send/Backoff.h"
 #include "io/LoopTimer.h"
@@ -231,6 +232,21 @@ TEST(UrlTest, WhatMayBeASecretIsNotShown) {
     EXPECT_EQ(ShownUrl(row.url), row.shown) << row.url;
     EXPECT_EQ(ServerOf(row.url), row.server) << row.url;
   }
+}
+
+TEST(WordsOfTest, WhatAServerSaysSteersNoTerminal) {
+  SendResult said;
+  said.status = 400;
+  said.body =
+      "a\xc2\x9b"
+      "2J\x1b\x7f\xe2\x80\xae\xff\nb";
+  const std::string words = R"(status 400: a\u{009B}2J\x1B\x7F\u{202E}\xFF)";
+  EXPECT_EQ(WordsOf(said), words);
+  testing::internal::CaptureStderr();
+  GateLog(said.body);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            R"(qmt_gate: a\u{009B}2J\x1B\x7F\u{202E}\xFF\x0Ab)"
+            "\n");
 }
 
 TEST(BackoffTest, PausesDoubleWithChanceAndTheServersWordCounts) {
