@@ -118,6 +118,18 @@ TEST_F(GateFixture, EachPageAnswersWhoMayAskAndNothingElse) {
   EXPECT_THAT(Ask("/api/1/status"), HasSubstr("\"asked\""));
 }
 
+TEST(BodyTextTest, WhatFindsNoRoomAtItsEndIsNoBody) {
+  for (const bool isFull : {false, true}) {
+    BodyText body(true);
+    EXPECT_TRUE(body.Add("{}"));
+    BodyRoom others;
+    EXPECT_TRUE(!isFull || others.Grow(BodyRoom::kMaxBytes - 15));
+    HttpAnswer answer;
+    EXPECT_EQ(body.Finish(answer), !isFull);
+    EXPECT_EQ(Gunzip(answer.body), isFull ? "" : "{}");
+  }
+}
+
 TEST(ApiRequestTest, AQueryIsARequestOfTheControlProtocol) {
   const struct {
     const char* name;
