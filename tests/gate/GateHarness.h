@@ -125,6 +125,8 @@ class FakeDaemon {
       }
     }
   }
+  /// Bytes that were taken as answers.
+  [[nodiscard]] std::size_t Sent() const { return m_sent; }
   [[nodiscard]] std::size_t Followers(const std::string& operation = "follow") {
     const std::lock_guard lock(m_mutex);
     return static_cast<std::size_t>(
@@ -149,7 +151,8 @@ class FakeDaemon {
         const Json request = ParseJson(bytes.substr(0, end)).value;
         bytes.erase(0, end + 1);
         const std::string text = m_answer(request);
-        ::send(socket, text.data(), text.size(), MSG_NOSIGNAL);
+        const ssize_t sent = ::send(socket, text.data(), text.size(), MSG_NOSIGNAL);
+        m_sent += sent < 0 ? 0 : static_cast<std::size_t>(sent);
         if (const std::string& op = request["op"].Text(); op.ends_with("follow")) {
           const std::lock_guard lock(m_mutex);
           m_followers.emplace_back(socket, op);
@@ -163,6 +166,7 @@ class FakeDaemon {
 
   std::string m_path;
   Answer m_answer;
+  std::atomic<std::size_t> m_sent = 0;
   Descriptor m_listener;
   std::thread m_acceptor;
   std::mutex m_mutex;
@@ -224,6 +228,8 @@ class GateFixture : public ::testing::Test {
   std::string address;
   std::map<std::string, Json> told;
   std::unique_ptr<FakeDaemon> daemon;
+  std::string flood;  ///< the first answer about the settings, if there is one
+  std::atomic<std::int64_t> tokenEnd = 9999999999;
   Gate gate{Path(), false};
   std::thread runner;
 
@@ -237,6 +243,9 @@ class GateFixture : public ::testing::Test {
     }
     if (const Json* addresses = request.Find("addresses");
         addresses != nullptr && addresses->Size() != 0) {
+      if (!flood.empty()) {
+        return std::exchange(flood, {});
+      }
       const std::lock_guard lock(mutex);
       address = (*addresses)[0].Text();
     }

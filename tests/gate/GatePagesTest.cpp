@@ -217,6 +217,13 @@ TEST(MetricFormatTest, TheFormatGoesByTheAcceptHeader) {
   }
 }
 
+TEST_F(GateFixture, ADaemonThatSaysNoLineIsLeftAndAskedAgain) {
+  flood.assign(std::size_t{64} << 20, 'x');
+  Begin([](const Json&) { return std::string("{\"ok\":true}\n"); });
+  EXPECT_LT(daemon->Sent(), std::size_t{8} << 20);
+  EXPECT_THAT(Ask("/-/ready"), HasSubstr("ready"));
+}
+
 TEST_F(GateFixture, WhatAProcessIsStartedWithIsLeftOutWhereTheSettingsSaySo) {
   Begin(
       [](const Json& request) {
