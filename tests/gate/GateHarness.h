@@ -186,7 +186,8 @@ class GateFixture : public ::testing::Test {
     // What a test answers with is gone before this object is.
     daemon.reset();
   }
-  /// `answer` is not asked about the settings and the tokens, of which "good" is one.
+  /// `answer` is not asked about the settings and the tokens, of which those that begin
+  /// with "good" are some.
   void Begin(FakeDaemon::Answer answer, const Json& settings = Json::Object()) {
     daemon = std::make_unique<FakeDaemon>(
         Path(), [this, answer = std::move(answer), settings](const Json& request) {
@@ -196,8 +197,10 @@ class GateFixture : public ::testing::Test {
           }
           if (op == "token_check") {
             return std::string("{\"ok\":true,\"valid\":") +
-                   (request["token"].Text() == "good" ? "true" : "false") +
-                   ",\"expires\":9999999999}\n";
+                   (request["token"].Text().starts_with("good") && tokenEnd > std::time(nullptr)
+                        ? "true"
+                        : "false") +
+                   ",\"expires\":" + std::to_string(tokenEnd) + "}\n";
           }
           return answer(request);
         });
@@ -225,11 +228,11 @@ class GateFixture : public ::testing::Test {
 
   TempFolder folder;
   std::mutex mutex;
+  std::string flood;  ///< the first answer about the settings, if there is one
+  std::atomic<std::int64_t> tokenEnd = 9999999999;
   std::string address;
   std::map<std::string, Json> told;
   std::unique_ptr<FakeDaemon> daemon;
-  std::string flood;  ///< the first answer about the settings, if there is one
-  std::atomic<std::int64_t> tokenEnd = 9999999999;
   Gate gate{Path(), false};
   std::thread runner;
 
@@ -240,12 +243,12 @@ class GateFixture : public ::testing::Test {
       for (const auto& [name, value] : request.Members()) {
         told[name] = value;
       }
-    }
-    if (const Json* addresses = request.Find("addresses");
-        addresses != nullptr && addresses->Size() != 0) {
       if (!flood.empty()) {
         return std::exchange(flood, {});
       }
+    }
+    if (const Json* addresses = request.Find("addresses");
+        addresses != nullptr && addresses->Size() != 0) {
       const std::lock_guard lock(mutex);
       address = (*addresses)[0].Text();
     }
