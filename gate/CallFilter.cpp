@@ -27,7 +27,7 @@ constexpr std::uint32_t kArchitecture = 0;
 /// Numbers from here on are the calls of x32, which would pass by under other numbers.
 constexpr std::uint32_t kForeignNumbers = 0x40000000;
 
-constexpr std::array<std::uint32_t, 14> kRefusedCalls{SYS_execve,
+constexpr std::array<std::uint32_t, 17> kRefusedCalls{SYS_execve,
                                                       SYS_execveat,
                                                       SYS_ptrace,
                                                       SYS_process_vm_readv,
@@ -37,6 +37,9 @@ constexpr std::array<std::uint32_t, 14> kRefusedCalls{SYS_execve,
                                                       SYS_rt_sigqueueinfo,
                                                       SYS_rt_tgsigqueueinfo,
                                                       SYS_pidfd_open,
+                                                      SYS_pidfd_send_signal,
+                                                      SYS_pidfd_getfd,
+                                                      SYS_process_madvise,
                                                       SYS_kcmp,
                                                       SYS_unshare,
                                                       SYS_setns,
@@ -123,6 +126,9 @@ bool FilterCalls() {
   AllowOnly(filter, SYS_kill, 0, self);
   filter.Load(kNumberOffset);
   AllowOnly(filter, SYS_tgkill, 0, self);
+  filter.Load(kNumberOffset);
+  // A limit of another one's ends it as a signal does.
+  AllowOnly(filter, SYS_prlimit64, 0, 0);
   filter.Load(kNumberOffset);
   filter.IfEqual(SYS_tkill);
   filter.Return(Refuse(EPERM));

@@ -88,6 +88,10 @@ void Gate::AskSettings() {
 void Gate::OnBytes(std::string_view bytes) {
   m_answer += bytes;
   if (m_answer.size() > kMaxSettings) {
+    // It would go on, and put the next question off.
+    std::string().swap(m_answer);
+    m_areAddressesTold = false;
+    m_link.reset();
     AskAgain();
     return;
   }
@@ -332,7 +336,9 @@ void Gate::TellAddresses() {
     addresses.push_back((server->IsTls() ? "https://" : "") + server->Address());
   }
   m_pages.SetAddresses(addresses);
-  m_link->Say(JsonText(Json{{"op", "gate"}, {"addresses", addresses}}));
+  if (m_link != nullptr) {
+    m_link->Say(JsonText(Json{{"op", "gate"}, {"addresses", addresses}}));
+  }
   TellFiguresSoon();
 }
 

@@ -71,7 +71,7 @@ class Gate {
   std::unique_ptr<TlsFiles> m_tls;
   std::vector<std::unique_ptr<HttpServer>> m_servers;
   GateSettings m_settings;
-  /// The connection whose end tells that the daemon has ended.
+  /// The connection whose end tells that the daemon has ended; null between two of them.
   std::unique_ptr<DaemonAsk> m_link;
   std::string m_answer;
   bool m_hasSettings = false;

@@ -141,7 +141,9 @@ void GatePages::ServeApi(const ExchangePtr& exchange) {
   Admit(exchange, Role::kRead,
         [this, exchange, name = std::string(path.substr(kApi.size()))](const Verdict& verdict) {
           if (name == "events") {
-            m_events.Serve(exchange);
+            m_events.Serve(exchange, {verdict.grant.login, [this, grant = verdict.grant] {
+                                        return m_access->Holds(grant, Role::kRead);
+                                      }});
           } else if (name == "gate") {
             ServeGate(*exchange, verdict);
           } else {

@@ -87,11 +87,12 @@ void Access::Judge(const AccessRequest& request, Callback callback) {
                 : isOfFile ? LoginOf(said.secret.substr(0, dot), said.secret.substr(dot + 1),
                                      m_tokens, "token")
                            : ConsoleLogin(std::move(said.secret));
-  if (login.isKnown && m_good.Has(login.key, now)) {
-    callback({Verdict::Kind::kGranted, login.role, login.name, {}});
+  login.isPassword = isBasic;
+  if (const auto end = m_good.EndOf(login.key, now); login.isKnown && end) {
+    login.end = *end;
+    callback(Granted(login));
     return;
   }
-  login.isPassword = isBasic;
   login.address = FailureTable::KeyOf(request.peerAddress);
   login.place = login.key + login.address;
   Prove(std::move(login), std::move(callback));
@@ -120,6 +121,24 @@ Access::Login Access::ConsoleLogin(std::string token) const {
   login.name = "console";
   login.secret = std::move(token);
   return login;
+}
+
+Verdict Access::Granted(const Login& login) {
+  return {Verdict::Kind::kGranted,
+          login.role,
+          login.name,
+          {},
+          {login.key, login.name, login.hash, login.isPassword, login.end}};
+}
+
+bool Access::Holds(const Grant& grant, Role wanted) {
+  if (grant.hash.empty()) {
+    return std::time(nullptr) < grant.end;
+  }
+  const AccountTable& table = (grant.isUser ? m_users : m_tokens).Look(m_hooks.now());
+  const auto found = table.accounts.find(grant.name);
+  return found != table.accounts.end() && found->second.hash == grant.hash &&
+         found->second.role >= wanted;
 }
 
 void Access::Prove(Login login, Callback callback) {
@@ -210,8 +229,8 @@ void Access::StartCheck(Login& login, PasswordCheck& check) {
 }
 
 void Access::AskConsole(const Login& login) {
-  m_hooks.askDaemon(login.secret, [self = std::weak_ptr(m_self), login](std::optional<bool> isValid,
-                                                                        std::int64_t expires) {
+  m_hooks.askDaemon(login.secret, [self = std::weak_ptr(m_self), login = Login(login)](
+                                      std::optional<bool> isValid, std::int64_t expires) mutable {
     const auto access = self.lock();
     if (access == nullptr) {
       return;
@@ -221,6 +240,7 @@ void Access::AskConsole(const Login& login) {
       return;
     }
     const std::int64_t left = std::clamp<std::int64_t>(expires, 0, INT64_MAX) - std::time(nullptr);
+    login.end = expires;
     (*access)->Finish(login, *isValid, std::min(kConsoleGoodFor, std::chrono::seconds(left)));
   });
 }
@@ -228,7 +248,7 @@ void Access::AskConsole(const Login& login) {
 void Access::Finish(const Login& login, bool isRight, std::chrono::seconds good) {
   OrGiveUp(login, [&] {
     if (isRight) {
-      const Verdict granted{Verdict::Kind::kGranted, login.role, login.name, {}};
+      const Verdict granted = Granted(login);
       NoteGood(login, m_hooks.now() + good);
       Answer(login, granted);
       return;
@@ -245,7 +265,7 @@ void Access::Finish(const Login& login, bool isRight, std::chrono::seconds good)
 
 void Access::NoteGood(const Login& login, std::chrono::steady_clock::time_point until) {
   try {
-    m_good.Add(login.key, until);
+    m_good.Add(login.key, until, login.end);
   } catch (const std::bad_alloc&) {
     // It has to be proved again next time.
   }

@@ -24,6 +24,15 @@ struct AccessRequest {
   std::string_view peerAddress;  ///< without a port
 };
 
+/// What somebody was let in by, for who looks later whether it still is so.
+struct Grant {
+  std::string login;  ///< no two logins have the same; without the secret
+  std::string name;
+  std::string hash;  ///< of the account, empty for a console token
+  bool isUser = false;
+  std::int64_t end = INT64_MAX;  ///< of a console token, in seconds since the epoch
+};
+
 /// What comes of it.
 struct Verdict {
   enum class Kind {
@@ -39,6 +48,7 @@ struct Verdict {
   Role role = Role::kNone;
   std::string name;    ///< of a user or a token, or "console"
   std::string reason;  ///< of what is not granted, for who asked; it gives nothing away
+  Grant grant = {};    ///< of what is granted
 };
 
 /// What the room takes from the program around it.
@@ -82,6 +92,10 @@ class Access {
   /// for nobody's failures.
   void Judge(const AccessRequest& request, Callback callback);
 
+  /// Whether who was let in by that would be now, to what wants such a role. Nothing is proved
+  /// anew; what counts is that the account is as it was, or the console token has not ended.
+  [[nodiscard]] bool Holds(const Grant& grant, Role wanted);
+
   /// Failed logins since the start, those before included.
   [[nodiscard]] std::uint64_t Failures() const { return m_failures.Failures(); }
 
@@ -94,9 +108,10 @@ class Access {
     Role role = Role::kNone;
     bool isKnown = false;
     bool isPassword = false;
-    std::string key;      ///< of m_good
-    std::string address;  ///< of m_failures
-    std::string place;    ///< of m_waiting: both of them
+    std::string key;               ///< of m_good
+    std::string address;           ///< of m_failures
+    std::string place;             ///< of m_waiting: both of them
+    std::int64_t end = INT64_MAX;  ///< of a console token, once it is proved
   };
   /// All that wait for the proof of one login from one address.
   using Waiting = std::unordered_map<std::string, std::vector<Callback>>;
@@ -104,6 +119,7 @@ class Access {
   [[nodiscard]] Login LoginOf(std::string name, std::string secret, AccountFile& file,
                               const char* kind);
   [[nodiscard]] Login ConsoleLogin(std::string token) const;
+  [[nodiscard]] static Verdict Granted(const Login& login);
   void Prove(Login login, Callback callback);
   void ProvePassword(Login login, Callback callback);
   void ProveToken(Login login, Callback callback);

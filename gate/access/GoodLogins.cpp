@@ -43,14 +43,15 @@ std::string GoodLogins::KeyOf(std::string_view kind, std::string_view name, std:
   return digest;
 }
 
-bool GoodLogins::Has(const std::string& key, TimePoint now) const {
-  const auto found = m_until.find(key);
-  return found != m_until.end() && now < found->second;
+std::optional<std::int64_t> GoodLogins::EndOf(const std::string& key, TimePoint now) const {
+  const auto found = m_good.find(key);
+  return found != m_good.end() && now < found->second.until ? std::optional(found->second.end)
+                                                            : std::nullopt;
 }
 
-void GoodLogins::Add(const std::string& key, TimePoint until) {
-  if (m_until.size() >= kMaxLogins) {
-    m_until.clear();
+void GoodLogins::Add(const std::string& key, TimePoint until, std::int64_t end) {
+  if (m_good.size() >= kMaxLogins) {
+    m_good.clear();
   }
-  m_until[key] = until;
+  m_good[key] = {until, end};
 }

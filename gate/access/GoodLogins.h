@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -18,11 +20,16 @@ class GoodLogins {
   /// lacks the key can aim at one, so it may be compared in the plain way.
   [[nodiscard]] std::string KeyOf(std::string_view kind, std::string_view name,
                                   std::string_view secret, std::string_view hash) const;
-  [[nodiscard]] bool Has(const std::string& key, TimePoint now) const;
+  /// The `end` that it was kept with; nothing if it has to prove right again.
+  [[nodiscard]] std::optional<std::int64_t> EndOf(const std::string& key, TimePoint now) const;
   /// Keeps 1,024 of them; where there are more, all are forgotten and have to prove right again.
-  void Add(const std::string& key, TimePoint until);
+  void Add(const std::string& key, TimePoint until, std::int64_t end);
 
  private:
   std::string m_secret;
-  std::unordered_map<std::string, TimePoint> m_until;
+  struct Good {
+    TimePoint until;
+    std::int64_t end;
+  };
+  std::unordered_map<std::string, Good> m_good;
 };

@@ -118,6 +118,7 @@ void AlarmDesk::OnAnswer(bool isGood, std::string_view line) {
   m_isRefusalTold = false;
   const Json told = ParseJson(line, kAlarmJson).value;
   const Json* list = told.Find("alarms");
+  m_memory.BoundBy(std::time(nullptr));
   m_before = m_memory;
   // What ends from now on is news, also where the first answer can't be taken.
   m_memory.contact = m_memory.contact == 0 ? std::time(nullptr) : m_memory.contact;
@@ -179,6 +180,8 @@ void AlarmDesk::GoLive() {
   m_isLive = true;
   m_memory.owed.clear();
   m_memory.contact = std::time(nullptr);
+  // What goes on may have begun while the clock was wrong.
+  m_memory.BoundBy(m_memory.contact);
   PlanSave();
   for (const std::string& line : std::exchange(m_lines, {})) {
     OnLine(line);

@@ -33,6 +33,12 @@ Json KeysJson(const std::set<AlarmKey>& keys) {
 
 }  // namespace
 
+void AlarmMemory::BoundBy(std::int64_t now) {
+  contact = std::min(contact, now);
+  // What begins in this second is new.
+  newestSince = newestSince > now ? now - 1 : newestSince;
+}
+
 void AlarmMemory::Note(const Alarm& alarm) {
   // First, as it may lack memory: the alarm is as new as before then.
   if (alarm.IsActive()) {

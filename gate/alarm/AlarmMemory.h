@@ -20,6 +20,9 @@ struct AlarmMemory {
   [[nodiscard]] bool IsNew(const AlarmKey& key) const {
     return key.id > newest || key.since > newestSince || owed.contains(key);
   }
+  /// What is ahead of the clock was told while that was wrong, and would keep alarms of a new
+  /// history, with numbers from 1, from being new: it goes back to now.
+  void BoundBy(std::int64_t now);
   /// An alarm is given to who tells it.
   void Note(const Alarm& alarm);
 

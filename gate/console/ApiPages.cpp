@@ -64,13 +64,12 @@ class LineAnswer {
   }
 
   void Finish(DaemonDesk::End end) {
+    HttpAnswer answer{StatusOf(m_head, m_hasOneResult), "application/json", ""};
     if (end != DaemonDesk::End::kDone) {
       m_exchange->Answer(ErrorAnswer(end));
-    } else if (!m_hasRoom) {
+    } else if (!m_hasRoom || !m_body.Finish(answer)) {
       m_exchange->Answer(ErrorAnswer(503, "busy", "too many answers wait for their readers"));
     } else {
-      HttpAnswer answer{StatusOf(m_head, m_hasOneResult), "application/json", ""};
-      m_body.Finish(answer);
       answer.headers = {{"Cache-Control", "no-store"}};
       m_exchange->Answer(std::move(answer));
     }

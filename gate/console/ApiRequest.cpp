@@ -313,9 +313,13 @@ std::variant<Json, QueryFault> ReadApiRequest(std::string_view name,
 
 namespace {
 
-/// Names, without the category that may stand before them, each once.
+/// Names, without the category that may stand before them, each once; of those beyond the limit,
+/// which are refused, the first.
 void AddEventRecords(EventQuery& query, std::string_view text) {
   for (const std::string& part : Parts(text)) {
+    if (query.records.size() > kMostEventRecords) {
+      return;
+    }
     const std::string name = part.size() > 2 && part[1] == ':' ? part.substr(2) : part;
     if (std::ranges::find(query.records, name) == query.records.end()) {
       query.records.push_back(name);

@@ -40,7 +40,7 @@ EventDesk::EventDesk(DaemonDesk& desk)
 
 EventDesk::~EventDesk() = default;
 
-void EventDesk::Serve(const std::shared_ptr<HttpExchange>& exchange) {
+void EventDesk::Serve(const std::shared_ptr<HttpExchange>& exchange, const EventReader& reader) {
   auto read = ReadEventQuery(exchange->arguments, exchange->lastEventId);
   if (const auto* fault = std::get_if<QueryFault>(&read)) {
     exchange->Answer(ErrorAnswer(fault->status, "bad-field", fault->message, fault->field));
@@ -48,33 +48,44 @@ void EventDesk::Serve(const std::shared_ptr<HttpExchange>& exchange) {
   }
   const EventQuery& query = std::get<EventQuery>(read);
   if (query.records.empty()) {
-    Begin(exchange, query);
+    Begin(exchange, reader, query);
     return;
   }
   exchange->Hold(
-      m_desk.AskJson(Json{{"op", "records"}}, [this, exchange, query](const Json& answer) {
+      m_desk.AskJson(Json{{"op", "records"}}, [this, exchange, reader, query](const Json& answer) {
         if (const std::string unknown = UnknownRecord(answer, query); !unknown.empty()) {
           exchange->Answer(
               ErrorAnswer(404, "unknown-record", "no record \"" + unknown + '"', "records"));
           return;
         }
-        Begin(exchange, query);
+        Begin(exchange, reader, query);
       }));
 }
 
-void EventDesk::Begin(const std::shared_ptr<HttpExchange>& exchange, EventQuery query) {
+std::string EventDesk::WhyFull(const EventReader& reader) const {
+  if (m_listeners.size() >= kMostListeners) {
+    return std::to_string(kMostListeners) + " readers of events are served";
+  }
+  const auto own = std::ranges::count_if(
+      m_listeners, [&](const auto& one) { return one->Reader().login == reader.login; });
+  return own < static_cast<std::ptrdiff_t>(kMostOfOneLogin)
+             ? ""
+             : std::to_string(kMostOfOneLogin) + " readers of events of this login are served";
+}
+
+void EventDesk::Begin(const std::shared_ptr<HttpExchange>& exchange, const EventReader& reader,
+                      EventQuery query) {
   if (exchange->IsAnswered()) {
     return;
   }
   RemoveGone();
-  if (m_listeners.size() >= kMostListeners) {
-    exchange->Answer(
-        ErrorAnswer(503, "busy", std::to_string(kMostListeners) + " readers of events are served"));
+  if (const std::string reason = WhyFull(reader); !reason.empty()) {
+    exchange->Answer(ErrorAnswer(503, "busy", reason));
     return;
   }
   const auto stream = std::make_shared<HttpStream>();
   const auto listener =
-      std::make_shared<EventListener>(m_desk, std::move(query), stream, m_showsArguments);
+      std::make_shared<EventListener>(m_desk, reader, std::move(query), stream, m_showsArguments);
   m_listeners.push_back(listener);
   OrIfNoMemory([&] { Admit(exchange, listener, stream); },
                [&] {
@@ -98,7 +109,10 @@ void EventDesk::Admit(const std::shared_ptr<HttpExchange>& exchange,
   if (m_follow == nullptr) {
     Follow();
   }
-  m_keepAlive.After(kKeepAlivePause, [this] { KeepAlive(); });
+  // Others wait for theirs already, which nobody who comes puts off.
+  if (m_listeners.size() == 1) {
+    m_keepAlive.After(kKeepAlivePause, [this] { KeepAlive(); });
+  }
 }
 
 void EventDesk::Follow() {

@@ -13,6 +13,7 @@
 class EventDesk {
  public:
   static constexpr std::size_t kMostListeners = 32;
+  static constexpr std::size_t kMostOfOneLogin = 8;
 
   explicit EventDesk(DaemonDesk& desk);
   ~EventDesk();
@@ -20,12 +21,16 @@ class EventDesk {
   EventDesk& operator=(const EventDesk&) = delete;
 
   void ShowArguments(bool isShown) { m_showsArguments = isShown; }
-  /// Those who ask for a record that there is not get 404.
-  void Serve(const std::shared_ptr<HttpExchange>& exchange);
+  /// Those who ask for a record that there is not get 404. A stream ends where its reader is let in
+  /// no longer: before it would be given anything, and 15 seconds later at most.
+  void Serve(const std::shared_ptr<HttpExchange>& exchange, const EventReader& reader);
   [[nodiscard]] std::size_t Listeners() const { return m_listeners.size(); }
 
  private:
-  void Begin(const std::shared_ptr<HttpExchange>& exchange, EventQuery query);
+  void Begin(const std::shared_ptr<HttpExchange>& exchange, const EventReader& reader,
+             EventQuery query);
+  /// The reason why one more reader finds no place; empty if it does.
+  [[nodiscard]] std::string WhyFull(const EventReader& reader) const;
   void Admit(const std::shared_ptr<HttpExchange>& exchange,
              const std::shared_ptr<EventListener>& listener,
              const std::shared_ptr<HttpStream>& stream);

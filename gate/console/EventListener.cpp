@@ -28,9 +28,10 @@ std::string TextOf(const Json& object, const char* name) {
 
 }  // namespace
 
-EventListener::EventListener(DaemonDesk& desk, EventQuery query, std::shared_ptr<HttpStream> stream,
-                             bool showsArguments)
+EventListener::EventListener(DaemonDesk& desk, EventReader reader, EventQuery query,
+                             std::shared_ptr<HttpStream> stream, bool showsArguments)
     : m_desk(desk),
+      m_reader(std::move(reader)),
       m_query(std::move(query)),
       m_stream(std::move(stream)),
       m_showsArguments(showsArguments),
@@ -114,7 +115,7 @@ void EventListener::TakeSchedules(const Json& answer) {
 }
 
 void EventListener::ReadBackNext(const Json& after) {
-  if (IsGone()) {
+  if (!IsServed()) {
     StopReading();
     return;
   }
@@ -214,13 +215,20 @@ void EventListener::GoLive() {
   }
 }
 
+bool EventListener::IsServed() {
+  if (!IsGone() && !m_reader.isLetIn()) {
+    End();
+  }
+  return !IsGone();
+}
+
 bool EventListener::Wants(const EventFrame& frame) const {
   return frame.record.empty() || m_query.records.empty() ||
          std::ranges::find(m_query.records, frame.record) != m_query.records.end();
 }
 
 void EventListener::Give(const EventFrame& frame) {
-  if (IsGone() || !Wants(frame)) {
+  if (!IsServed() || !Wants(frame)) {
     return;
   }
   if (m_isLive) {

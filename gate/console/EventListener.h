@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,6 +12,12 @@
 #include "gate/daemon/DaemonDesk.h"
 #include "gate/http/HttpExchange.h"
 #include "io/LoopTimer.h"
+
+/// Who reads events.
+struct EventReader {
+  std::string login;              ///< the same for all readers that log in by the same
+  std::function<bool()> isLetIn;  ///< whether that still lets it in
+};
 
 /// One reader of events. What it has missed is read back from history first, a stretch of time
 /// after the other, each with an id at its end, and as fast as the reader takes it; what is made
@@ -22,8 +29,8 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
   /// The farthest that is read back; beyond it the reader is told that it has lost something.
   static constexpr std::int64_t kMostSecondsBack = 3600;
 
-  EventListener(DaemonDesk& desk, EventQuery query, std::shared_ptr<HttpStream> stream,
-                bool showsArguments);
+  EventListener(DaemonDesk& desk, EventReader reader, EventQuery query,
+                std::shared_ptr<HttpStream> stream, bool showsArguments);
   ~EventListener();
   EventListener(const EventListener&) = delete;
   EventListener& operator=(const EventListener&) = delete;
@@ -31,6 +38,7 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
   /// `now`: seconds since the epoch.
   void Start(std::int64_t now);
   void Give(const EventFrame& frame);
+  [[nodiscard]] const EventReader& Reader() const { return m_reader; }
   [[nodiscard]] bool IsGone() const { return m_stream->IsGone() || m_stream->IsEnded(); }
   void End() {
     StopReading();
@@ -38,6 +46,8 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
   }
 
  private:
+  /// Whether it is to be given more. Who is let in no longer is ended.
+  [[nodiscard]] bool IsServed();
   [[nodiscard]] bool Wants(const EventFrame& frame) const;
   /// A step of reading back: where memory lacks the stream ends, and its reader comes again.
   template <class Step>
@@ -60,6 +70,7 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
   static inline int s_reading = 0;
 
   DaemonDesk& m_desk;
+  EventReader m_reader;
   EventQuery m_query;
   std::shared_ptr<HttpStream> m_stream;
   bool m_showsArguments;

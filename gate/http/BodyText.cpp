@@ -72,13 +72,14 @@ bool BodyText::Deflate(std::string_view bytes, int flush) {
   return true;
 }
 
-void BodyText::Finish(HttpAnswer& answer) {
-  if (m_deflater != nullptr) {
-    static_cast<void>(Deflate({}, Z_FINISH));
+bool BodyText::Finish(HttpAnswer& answer) {
+  if (m_deflater != nullptr && !Deflate({}, Z_FINISH)) {
+    return false;
   }
   answer.isGzip = std::exchange(m_deflater, nullptr) != nullptr;
   answer.body = std::move(m_text);
   answer.room = std::move(m_room);
+  return true;
 }
 
 std::string Gunzip(std::string_view text) {

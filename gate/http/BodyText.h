@@ -17,8 +17,9 @@ class BodyText {
 
   /// False if all answers together would hold too much; see BodyRoom.
   [[nodiscard]] bool Add(std::string_view bytes);
-  /// Makes it the answer's body, once.
-  void Finish(HttpAnswer& answer);
+  /// Makes it the answer's body, once. False, and the answer stays as it is, if all answers
+  /// together would hold too much.
+  [[nodiscard]] bool Finish(HttpAnswer& answer);
 
  private:
   struct Deflater;

@@ -16,6 +16,9 @@ constexpr unsigned kUriTooLong = 414;
 constexpr unsigned kMisdirected = 421;
 constexpr unsigned kHeadTooLarge = 431;
 constexpr std::size_t kMaxMethod = 32;
+constexpr HeadVerdict kLongLine{kUriTooLong, "the request's first line is too long"};
+constexpr HeadVerdict kLongHead{kHeadTooLarge, "the request's head is too long"};
+constexpr HeadVerdict kManyHeaders{kHeadTooLarge, "the request has more than 100 headers"};
 
 bool IsTokenChar(char c) {
   constexpr std::string_view kOthers = "!#$%&'*+-.^_`|~";
@@ -103,7 +106,7 @@ HeadVerdict JudgeFirstLine(std::string_view line, bool isWhole, const HeadRule& 
     return {kBadRequest, "the request begins with no method"};
   }
   if (line.size() > rule.maxBytes / 2) {
-    return {kUriTooLong, "the request's first line is too long"};
+    return kLongLine;
   }
   if (static_cast<std::size_t>(std::ranges::count(line, '&')) >= HeadRule::kMaxArguments) {
     return {kUriTooLong, "the request has more than 100 arguments"};
@@ -130,7 +133,7 @@ HeadVerdict JudgeHeaders(std::string_view rest, bool needsHost, const HeadRule& 
       return JudgeHost(*host, rule);
     }
     if (count == HeadRule::kMaxHeaders) {
-      return {kHeadTooLarge, "the request has more than 100 headers"};
+      return kManyHeaders;
     }
     const std::size_t colon = std::min(line->find(':'), line->size());
     if (IsSame(line->substr(0, colon), "Host")) {
@@ -145,6 +148,17 @@ HeadVerdict JudgeHeaders(std::string_view rest, bool needsHost, const HeadRule& 
 
 }  // namespace
 
+HeadVerdict JudgeSizes(std::size_t firstLine, std::size_t head, std::size_t headers,
+                       const HeadRule& rule) {
+  if (firstLine > rule.maxBytes / 2) {
+    return kLongLine;
+  }
+  if (headers > HeadRule::kMaxHeaders) {
+    return kManyHeaders;
+  }
+  return head > rule.maxBytes ? kLongHead : HeadVerdict{};
+}
+
 HeadVerdict JudgeHead(std::string_view bytes, const HeadRule& rule) {
   const bool isLong = bytes.size() >= rule.maxBytes;
   // Some clients end an earlier request with one line end too many.
@@ -156,7 +170,7 @@ HeadVerdict JudgeHead(std::string_view bytes, const HeadRule& rule) {
     verdict = JudgeHeaders(rest, line->ends_with("HTTP/1.1"), rule);
   }
   if (verdict.status == HeadVerdict::kIncomplete && isLong) {
-    return {kHeadTooLarge, "the request's head is too long"};
+    return kLongHead;
   }
   return verdict;
 }

@@ -27,6 +27,11 @@ struct HeadRule {
 /// name point at this address is kept out by its Host.
 [[nodiscard]] HeadVerdict JudgeHead(std::string_view bytes, const HeadRule& rule);
 
+/// Judges a head that somebody else has read by its sizes: of its first line and as a whole, in
+/// bytes, and the number of its headers.
+[[nodiscard]] HeadVerdict JudgeSizes(std::size_t firstLine, std::size_t head, std::size_t headers,
+                                     const HeadRule& rule);
+
 /// How a request is refused whose head has been judged: in words, or for the interface below
 /// "/api/" as its errors are.
 struct Refusal {

@@ -121,6 +121,15 @@ class HttpServer::Library {
     }
   }
 
+  /// Called before the head is read any further; what it gives is the request's state.
+  static void* OnTarget(void* server, const char* target, MHD_Connection* connection) noexcept {
+    auto& connections = static_cast<HttpServer*>(server)->m_connections;
+    if (const auto found = connections.find(connection); found != connections.end()) {
+      found->second.targetSize = std::strlen(target);
+    }
+    return nullptr;
+  }
+
   static MHD_Result OnArgument(void* exchange, MHD_ValueKind, const char* name,
                                std::size_t nameSize, const char* value,
                                std::size_t valueSize) noexcept {
@@ -201,19 +210,32 @@ class HttpServer::Library {
           {MHD_HTTP_METHOD_NOT_ALLOWED, HttpAnswer{}.contentType, "only GET and HEAD\n"});
       return Send(self, connection, *exchange);
     }
-    // Behind TLS nobody has looked at the head before; without a Host it is one of HTTP/1.0.
-    const char* host =
-        MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_HOST);
     HeadVerdict verdict = JudgeArguments(exchange->arguments);
-    if (verdict.status == 0 && self.m_settings.isTls && host != nullptr) {
-      verdict = JudgeHost(host, self.m_head);
+    if (verdict.status == 0 && self.m_settings.isTls) {
+      verdict = JudgeUnseen(self, connection, method);
     }
     if (verdict.status != 0) {
-      exchange->Answer(
-          {verdict.status, HttpAnswer{}.contentType, verdict.reason + std::string("\n")});
+      Refusal refusal = RefusalOf(verdict, std::string(method) + ' ' + url);
+      exchange->Answer({refusal.status, refusal.contentType, std::move(refusal.body)});
       return Send(self, connection, *exchange);
     }
     return MHD_YES;
+  }
+
+  /// Behind TLS nobody has looked at the head before.
+  static HeadVerdict JudgeUnseen(HttpServer& self, MHD_Connection* connection,
+                                 std::string_view method) {
+    constexpr std::string_view kRest = "  HTTP/1.1";
+    const MHD_ConnectionInfo* info =
+        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_REQUEST_HEADER_SIZE);
+    const int headers = MHD_get_connection_values(connection, MHD_HEADER_KIND, nullptr, nullptr);
+    const HeadVerdict verdict = JudgeSizes(
+        method.size() + self.m_connections[connection].targetSize + kRest.size(),
+        info == nullptr ? 0 : info->header_size, static_cast<std::size_t>(headers), self.m_head);
+    // Without a Host it is one of HTTP/1.0.
+    const char* host =
+        MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_HOST);
+    return verdict.status == 0 && host != nullptr ? JudgeHost(host, self.m_head) : verdict;
   }
 
   static ssize_t Read(void* state, std::uint64_t, char* target, std::size_t size) noexcept {
@@ -366,6 +388,8 @@ MHD_Daemon* HttpServer::Start() {
     options.push_back(
         {MHD_OPTION_HTTPS_PRIORITIES, 0, const_cast<char*>(TlsCertificate::kPriorities)});
     options.push_back({MHD_OPTION_HTTPS_CERT_CALLBACK, 0, TlsCertificate::Callback()});
+    options.push_back(
+        {MHD_OPTION_URI_LOG_CALLBACK, reinterpret_cast<std::intptr_t>(&Library::OnTarget), this});
   }
   options.push_back({MHD_OPTION_END, 0, nullptr});
   return MHD_start_daemon(

@@ -69,7 +69,8 @@ class HttpServer {
     std::chrono::steady_clock::time_point since;
     std::chrono::steady_clock::time_point end;
     int descriptor = -1;
-    std::string peer;  ///< the key of its share
+    std::string peer;            ///< the key of its share
+    std::size_t targetSize = 0;  ///< of its request's first line, with TLS
     bool hasRequest = false;
     bool isSuspended = false;  ///< until its answer, or more of it, is there
   };

@@ -51,10 +51,9 @@ class MetricsAnswer {
       m_exchange->Answer(PlainAnswer(503, "the daemon can't be asked"));
     } else if (!m_isText) {
       m_exchange->Answer(std::move(m_answer));
-    } else if (!m_hasRoom) {
+    } else if (!m_hasRoom || !m_body.Finish(m_answer)) {
       m_exchange->Answer(PlainAnswer(503, "too many answers wait for their readers"));
     } else {
-      m_body.Finish(m_answer);
       m_exchange->Answer(std::move(m_answer));
     }
   }

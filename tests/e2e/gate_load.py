@@ -17,6 +17,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 LATEST_SECONDS = 0.1
 MEGABYTE = 2**20
 LISTENERS = 32
+LISTENERS_OF_A_LOGIN = 8
 SLOW_READERS = 200
 SLEEPERS = 300
 KILLS = 100
@@ -188,9 +189,19 @@ class SlowReader(Reader):
             pass
 
 
+def login_tokens(agent, count):
+    """Tokens come once a second."""
+    tokens = []
+    while len(tokens) < count:
+        time.sleep(1.1)
+        tokens.append(console_token(agent))
+    return tokens
+
+
 def load(agent, token, seconds):
     """Loads the gate; gives what came of it: scrapes, listeners that heard, slow readers that were served."""
-    listeners = [Listener(agent.port, token) for _ in range(LISTENERS)]
+    tokens = login_tokens(agent, LISTENERS // LISTENERS_OF_A_LOGIN)
+    listeners = [Listener(agent.port, tokens[place // LISTENERS_OF_A_LOGIN]) for place in range(LISTENERS)]
     slow = []
     scrapes = 0
     begin = time.monotonic()

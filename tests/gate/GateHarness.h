@@ -125,6 +125,8 @@ class FakeDaemon {
       }
     }
   }
+  /// Bytes that were taken as answers.
+  [[nodiscard]] std::size_t Sent() const { return m_sent; }
   [[nodiscard]] std::size_t Followers(const std::string& operation = "follow") {
     const std::lock_guard lock(m_mutex);
     return static_cast<std::size_t>(
@@ -149,7 +151,8 @@ class FakeDaemon {
         const Json request = ParseJson(bytes.substr(0, end)).value;
         bytes.erase(0, end + 1);
         const std::string text = m_answer(request);
-        ::send(socket, text.data(), text.size(), MSG_NOSIGNAL);
+        const ssize_t sent = ::send(socket, text.data(), text.size(), MSG_NOSIGNAL);
+        m_sent += sent < 0 ? 0 : static_cast<std::size_t>(sent);
         if (const std::string& op = request["op"].Text(); op.ends_with("follow")) {
           const std::lock_guard lock(m_mutex);
           m_followers.emplace_back(socket, op);
@@ -163,6 +166,7 @@ class FakeDaemon {
 
   std::string m_path;
   Answer m_answer;
+  std::atomic<std::size_t> m_sent = 0;
   Descriptor m_listener;
   std::thread m_acceptor;
   std::mutex m_mutex;
@@ -182,7 +186,8 @@ class GateFixture : public ::testing::Test {
     // What a test answers with is gone before this object is.
     daemon.reset();
   }
-  /// `answer` is not asked about the settings and the tokens, of which "good" is one.
+  /// `answer` is not asked about the settings and the tokens, of which those that begin
+  /// with "good" are some.
   void Begin(FakeDaemon::Answer answer, const Json& settings = Json::Object()) {
     daemon = std::make_unique<FakeDaemon>(
         Path(), [this, answer = std::move(answer), settings](const Json& request) {
@@ -192,8 +197,10 @@ class GateFixture : public ::testing::Test {
           }
           if (op == "token_check") {
             return std::string("{\"ok\":true,\"valid\":") +
-                   (request["token"].Text() == "good" ? "true" : "false") +
-                   ",\"expires\":9999999999}\n";
+                   (request["token"].Text().starts_with("good") && tokenEnd > std::time(nullptr)
+                        ? "true"
+                        : "false") +
+                   ",\"expires\":" + std::to_string(tokenEnd) + "}\n";
           }
           return answer(request);
         });
@@ -221,6 +228,8 @@ class GateFixture : public ::testing::Test {
 
   TempFolder folder;
   std::mutex mutex;
+  std::string flood;  ///< the first answer about the settings, if there is one
+  std::atomic<std::int64_t> tokenEnd = 9999999999;
   std::string address;
   std::map<std::string, Json> told;
   std::unique_ptr<FakeDaemon> daemon;
@@ -233,6 +242,9 @@ class GateFixture : public ::testing::Test {
       const std::lock_guard lock(mutex);
       for (const auto& [name, value] : request.Members()) {
         told[name] = value;
+      }
+      if (!flood.empty()) {
+        return std::exchange(flood, {});
       }
     }
     if (const Json* addresses = request.Find("addresses");

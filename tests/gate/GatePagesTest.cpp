@@ -118,6 +118,18 @@ TEST_F(GateFixture, EachPageAnswersWhoMayAskAndNothingElse) {
   EXPECT_THAT(Ask("/api/1/status"), HasSubstr("\"asked\""));
 }
 
+TEST(BodyTextTest, WhatFindsNoRoomAtItsEndIsNoBody) {
+  for (const bool isFull : {false, true}) {
+    BodyText body(true);
+    EXPECT_TRUE(body.Add("{}"));
+    BodyRoom others;
+    EXPECT_TRUE(!isFull || others.Grow(BodyRoom::kMaxBytes - 15));
+    HttpAnswer answer;
+    EXPECT_EQ(body.Finish(answer), !isFull);
+    EXPECT_EQ(Gunzip(answer.body), isFull ? "" : "{}");
+  }
+}
+
 TEST(ApiRequestTest, AQueryIsARequestOfTheControlProtocol) {
   const struct {
     const char* name;
@@ -186,6 +198,17 @@ TEST(ApiRequestTest, AQueryIsARequestOfTheControlProtocol) {
   }
 }
 
+TEST(ApiRequestTest, NamesBeyondTheLimitOfEventsCostNothing) {
+  std::string names;
+  for (int number = 0; number < 40'000; ++number) {
+    names += std::to_string(number) + ',';
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  const auto read = ReadEventQuery({{"records", names}}, "");
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  EXPECT_THAT(std::get<QueryFault>(read).message, HasSubstr("more than 64 names"));
+}
+
 TEST(MetricFormatTest, TheFormatGoesByTheAcceptHeader) {
   const struct {
     const char* accept;
@@ -203,6 +226,13 @@ TEST(MetricFormatTest, TheFormatGoesByTheAcceptHeader) {
   for (const auto& row : cases) {
     EXPECT_STREQ(PreferredFormat(row.accept), row.format) << row.accept;
   }
+}
+
+TEST_F(GateFixture, ADaemonThatSaysNoLineIsLeftAndAskedAgain) {
+  flood.assign(std::size_t{64} << 20, 'x');
+  Begin([](const Json&) { return std::string("{\"ok\":true}\n"); });
+  EXPECT_LT(daemon->Sent(), std::size_t{8} << 20);
+  EXPECT_THAT(Ask("/-/ready"), HasSubstr("ready"));
 }
 
 TEST_F(GateFixture, WhatAProcessIsStartedWithIsLeftOutWhereTheSettingsSaySo) {

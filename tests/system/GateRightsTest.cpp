@@ -2,7 +2,9 @@
 #include <netinet/in.h>
 #include <pwd.h>
 #include <sys/ptrace.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 
 #include "gate/GateRights.h"
@@ -145,6 +147,17 @@ TEST(GateRightsTest, WhoTakesTheGateOverReadsWhatAReaderMayAndNothingElse) {
        "done"},
       {"the passwords", [] { return OpenFile("/etc/shadow", O_RDONLY); }, "Permission denied"},
       {"a signal", [pid] { return Reason(::kill(pid, SIGTERM) == 0); }, "not permitted"},
+      // Where the gate has the daemon's user its identity keeps it from nothing: to itself these
+      // are what they are to the daemon there.
+      {"a signal by a folder of /proc",
+       [] {
+         const Descriptor self(::open("/proc/self", O_DIRECTORY | O_CLOEXEC));
+         return Reason(::syscall(SYS_pidfd_send_signal, self.Get(), 0, nullptr, 0) == 0);
+       },
+       "not permitted"},
+      {"a limit of a process",
+       [] { return Reason(::prlimit(::getpid(), RLIMIT_CPU, nullptr, nullptr) == 0); },
+       "not permitted"},
       {"the daemon's memory",
        [pid] { return Reason(::ptrace(PTRACE_ATTACH, pid, nullptr, nullptr) == 0); },
        "not permitted"},

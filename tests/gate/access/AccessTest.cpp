@@ -360,6 +360,29 @@ TEST_F(AccessRulesTest, ChangedFiles) {
   EXPECT_THAT(ErrorOf([&] { Make(); }), HasSubstr("no regular file"));
 }
 
+TEST_F(AccessRulesTest, WhatLetSomebodyInHoldsAsLongAsItsAccount) {
+  m_tokenLasts = 1;
+  const Grant console = AskOnce("Bearer console").grant;
+  const Grant user = AskOnce(kUserHeader).grant;
+  const Grant again = AskOnce(kUserHeader).grant;
+  EXPECT_EQ(user.login, again.login);
+  EXPECT_NE(user.login, console.login);
+  const auto hold = [&](Role wanted) {
+    m_now += 1s;
+    return std::pair(m_access->Holds(user, wanted), m_access->Holds(again, wanted));
+  };
+  EXPECT_EQ(hold(Role::kRead), std::pair(true, true));
+  EXPECT_TRUE(m_access->Holds(console, Role::kRead));
+  Write("users", "a:" + kBcrypt + ":metrics\n");
+  EXPECT_EQ(hold(Role::kRead), std::pair(false, false));
+  EXPECT_EQ(hold(Role::kMetrics), std::pair(true, true));
+  Write("users", "a:" + kYescrypt + "\n");
+  EXPECT_EQ(hold(Role::kRead), std::pair(false, false)) << "another password";
+  std::this_thread::sleep_for(1100ms);
+  EXPECT_FALSE(m_access->Holds(console, Role::kRead));
+  EXPECT_EQ(m_access->Failures(), 0U);
+}
+
 TEST_F(AccessRulesTest, TooManyAndAnEnd) {
   for (int i = 0; i < 9; ++i) {
     Ask("Basic YTp4" + std::string(static_cast<std::size_t>(i) * 4, 'a'));

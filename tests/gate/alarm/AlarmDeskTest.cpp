@@ -147,6 +147,26 @@ TEST_F(AlarmDeskTest, WhatBeganAndEndedWhileTheDaemonWasAwayIsToldOnce) {
   EXPECT_THAT(Told(2), ElementsAre("7 ended", "3 ended"));
 }
 
+TEST_F(AlarmDeskTest, AClockThatWasAheadKeepsNoAlarmOfANewHistoryBack) {
+  const std::int64_t now = std::time(nullptr);
+  const Json old{{"id", 500}, {"since", now + 100'000}};
+  // That of then has ended with its history, or goes on.
+  for (const Json& active : {Json::Array(), Json::Array({ToldAlarm(500, now + 100'000)})}) {
+    std::ofstream(folder.Path() / "alarms.json")
+        << JsonText(Json{{"contact", now + 100'001},
+                         {"newest", 500},
+                         {"newest_since", now + 100'000},
+                         {"active", active.Size() == 0 ? active : Json::Array({old})}});
+    Set(active);
+    Begin();
+    EXPECT_THAT(Told(0), IsEmpty());
+    TellEvent(ToldAlarm(3, now + 1));
+    TellEvent(ToldAlarm(3, now + 1, now + 2));
+    EXPECT_THAT(Told(2), ElementsAre("3 active", "3 ended"));
+    session.reset();
+  }
+}
+
 TEST_F(AlarmDeskTest, WhatEndedIsFoundBehindAsManyAsAnAnswerHolds) {
   Set(Json::Array({ToldAlarm(2000, 9000), ToldAlarm(1, 1000)}));
   Begin();

@@ -1,4 +1,7 @@
-#include "tests/gate/GateHarness.h"
+#include <crypt.h>
+
+#include "tests/gate/KeyPair.h"
+#include "tests/gate/TlsClient.h"
 
 namespace {
 
@@ -133,12 +136,47 @@ TEST_F(EventsTest, WhatWasMissedIsReadBackBeforeWhatIsNew) {
   EXPECT_THAT(late.Receive("\"N\":3"), HasSubstr("event: lost\ndata: {\"since\":5,"));
 }
 
+TEST_F(EventsTest, WhoIsLetInNoLongerIsGivenNothingMore) {
+  const std::string stem = folder.Path() / "own";
+  const std::string tokens = folder.Path() / "tokens";
+  MakeKeyPair(stem, std::time(nullptr) + 1000);
+  std::ofstream(tokens) << "t:" << ::crypt("secret", "$5$rounds=1000$salt$") << ":read\n";
+  tokenEnd = std::time(nullptr) + 3;
+  Begin(Answers(),
+        Json{{"certificate", stem + ".crt"}, {"key", stem + ".key"}, {"tokens", tokens}});
+  TlsClient ofFile(Address());
+  TlsClient ofConsole(Address());
+  const std::pair<TlsClient*, const char*> all[] = {{&ofFile, "Bearer t.secret"},
+                                                    {&ofConsole, "Bearer good"}};
+  for (const auto& [client, login] : all) {
+    EXPECT_THAT(client->Ask("/api/1/events", login, ": events\n"), HasSubstr("HTTP/1.1 200"));
+  }
+  Follow();
+  daemon->Tell(kBatch);
+  EXPECT_THAT(ofFile.Receive("batch"), HasSubstr("batch"));
+  std::ofstream(tokens) << "# nobody\n";
+  std::this_thread::sleep_for(std::chrono::seconds(1 + tokenEnd - std::time(nullptr)));
+  daemon->Tell(kRowsOfPi);
+  Follow(0);
+  for (const auto& [client, login] : all) {
+    EXPECT_THAT(client->Receive("rows"), Not(HasSubstr("rows"))) << login;
+    EXPECT_THAT(TlsClient(Address()).Ask("/api/1/events", login, "\r\n"), HasSubstr(" 401 "));
+  }
+}
+
 TEST_F(EventsTest, ReadersBeyondTheLimitAndSlowOnesGiveWay) {
   Begin(Answers());
   std::vector<std::unique_ptr<HttpClient>> clients;
   for (std::size_t place = 0; place < EventDesk::kMostListeners; ++place) {
     clients.push_back(std::make_unique<HttpClient>(Address()));
-    Listen(*clients.back(), "");
+    const std::size_t login = place / EventDesk::kMostOfOneLogin;
+    const std::string token = "Authorization: Bearer good" + std::to_string(login) + "\r\n";
+    clients.back()->Ask("/api/1/events", token);
+    EXPECT_THAT(clients.back()->Receive(": events\n"), HasSubstr("HTTP/1.1 200"));
+    if ((place + 1) % EventDesk::kMostOfOneLogin == 0 && login < 3) {
+      EXPECT_THAT(Ask("/api/1/events", token),
+                  AllOf(HasSubstr("HTTP/1.1 503"), HasSubstr("login")));
+    }
   }
   EXPECT_THAT(Ask("/api/1/events"), HasSubstr("HTTP/1.1 503"));
   Follow();

@@ -3,7 +3,8 @@
 
 #include "gate/http/HttpServer.h"
 #include "gate/http/ListenSocket.h"
-#include "tests/gate/GateHarness.h"
+#include "tests/gate/KeyPair.h"
+#include "tests/gate/TlsClient.h"
 
 namespace {
 
@@ -109,6 +110,25 @@ TEST(HttpHeadTest, WhatIsNoRequestOfOursIsRefusedAtOnce) {
   };
   for (const auto& [bytes, status] : cases) {
     EXPECT_EQ(JudgeHead(bytes, rule).status, status) << bytes;
+  }
+}
+
+TEST_F(HttpServerTest, BehindTlsAHeadHasTheSameBounds) {
+  const std::string stem = folder.Path() / "own";
+  MakeKeyPair(stem, std::time(nullptr) + 1000);
+  Begin(nullptr, Json{{"certificate", stem + ".crt"}, {"key", stem + ".key"}});
+  const std::string x(5000, 'x');
+  const struct {
+    std::string path;
+    std::string header;
+    const char* status;
+  } cases[] = {{"/?" + x.substr(2000), x, "200"},
+               {"/?" + x, "", "414"},
+               {"/api/1/events?records=" + x, "", "413"},
+               {"/", x + x, "431"}};
+  for (const auto& row : cases) {
+    EXPECT_THAT(TlsClient(Address()).Ask(row.path, row.header, "\r\n"),
+                StartsWith(std::string("-HTTP/1.1 ") + row.status));
   }
 }
 
