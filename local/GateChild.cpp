@@ -12,11 +12,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <system_error>
 #include <utility>
 
+#include "io/OrIfNoMemory.h"
 #include "support/ChildProcess.h"
-#include "support/Descriptor.h"
 #include "support/Uninterrupted.h"
 
 namespace {
@@ -66,13 +67,11 @@ GateChild::~GateChild() {
 void GateChild::Start() {
   std::string error;
   m_started = Clock::now();
+  m_line.clear();
   if (!Spawn(error)) {
-    m_report(m_command.program + ": can't be started: " + error);
     StartLater();
-    return;
+    m_report(m_command.program + ": can't be started: " + error);
   }
-  WatchErrors();
-  WatchEnd();
 }
 
 bool GateChild::Spawn(std::string& error) {
@@ -99,23 +98,36 @@ bool GateChild::Spawn(std::string& error) {
   }
   m_pid = pid;
   try {
-    // The header of the C library's own function says nothing to C++ programs of how it links.
-    Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0U)));
-    if (!process.IsOpen()) {
-      throw std::system_error(errno, std::generic_category());
-    }
-    m_process.Take(std::move(process));
-    m_errors.Take(std::move(reader));
+    Watch(std::move(reader));
   } catch (const std::system_error& problem) {
-    // Nobody would see its end.
+    GiveUp();
     error = problem.code().message();
-    Descriptor(m_process.Release()).Close();
-    ::kill(pid, SIGKILL);
-    Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
-    m_pid = 0;
     return false;
+  } catch (const std::bad_alloc&) {
+    GiveUp();
+    throw;
   }
   return true;
+}
+
+void GateChild::Watch(Descriptor errors) {
+  // The header of the C library's own function says nothing to C++ programs of how it links.
+  Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0U)));
+  if (!process.IsOpen()) {
+    throw std::system_error(errno, std::generic_category());
+  }
+  m_process.Take(std::move(process));
+  m_errors.Take(std::move(errors));
+  WatchErrors();
+  WatchEnd();
+}
+
+void GateChild::GiveUp() {
+  Descriptor(m_process.Release()).Close();
+  Descriptor(m_errors.Release()).Close();
+  ::kill(m_pid, SIGKILL);
+  Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
+  m_pid = 0;
 }
 
 void GateChild::BecomeGate(int errorPipe, pid_t parent, char* const* arguments) const {
@@ -146,19 +158,27 @@ void GateChild::WatchEnd() {
 
 void GateChild::WatchErrors() {
   m_errors.OnReadable([this] {
-    if (ReadErrors()) {
-      m_linesLeftOut == 0 ? WatchErrors()
-                          : m_readPause.After(kFloodPause, [this] { WatchErrors(); });
-    } else {
-      Descriptor(m_errors.Release()).Close();
-    }
+    // Nobody would read on: the child would wait for room in the pipe.
+    OrIfNoMemory([this] { OnErrors(); }, [this] { WatchErrorsLater(); });
   });
 }
 
-bool GateChild::ReadErrors() {
+void GateChild::WatchErrorsLater() {
+  m_readPause.After(kFloodPause, [this] { WatchErrors(); });
+}
+
+void GateChild::OnErrors() {
+  if (ReadErrors(m_errors.Get())) {
+    m_linesLeftOut == 0 ? WatchErrors() : WatchErrorsLater();
+  } else {
+    Descriptor(m_errors.Release()).Close();
+  }
+}
+
+bool GateChild::ReadErrors(int descriptor) {
   std::array<char, 4096> chunk{};
-  for (int turn = 0; turn < kReadsAtOnce && m_errors.Get() >= 0; ++turn) {
-    const ssize_t size = ::read(m_errors.Get(), chunk.data(), chunk.size());
+  for (int turn = 0; turn < kReadsAtOnce && descriptor >= 0; ++turn) {
+    const ssize_t size = ::read(descriptor, chunk.data(), chunk.size());
     if (size <= 0) {
       return size < 0 && (errno == EAGAIN || errno == EINTR);
     }
@@ -198,14 +218,17 @@ void GateChild::OnEnd() {
     return;
   }
   Descriptor(m_process.Release()).Close();
+  const Descriptor errors(m_errors.Release());
   m_readPause.Cancel();
-  ForgetFormer();
-  m_former.push_back({std::exchange(m_pid, 0), Clock::now()});
-  // What it has said last; a process of its own that still holds the pipe is not waited for.
-  if (m_errors.Get() >= 0) {
-    static_cast<void>(ReadErrors());
-    Descriptor(m_errors.Release()).Close();
+  const pid_t former = std::exchange(m_pid, 0);
+  // First of all: there may be no memory for the rest.
+  if (!m_isStopping) {
+    StartLater();
   }
+  ForgetFormer();
+  m_former.push_back({former, Clock::now()});
+  // What it has said last; a process of its own that still holds the pipe is not waited for.
+  static_cast<void>(ReadErrors(errors.Get()));
   if (!m_line.empty()) {
     TakeLine(std::exchange(m_line, {}));
   }
@@ -213,7 +236,6 @@ void GateChild::OnEnd() {
     // How it ended is lost where the agent has children's ends ignored.
     m_report("qmt_gate has ended" + (result == 0 ? ' ' + EndText(end) : "") +
              " and is started again");
-    StartLater();
   }
 }
 
@@ -233,16 +255,24 @@ void GateChild::StartLater() {
   if (Clock::now() - m_started >= m_command.longestPause) {
     m_pause = m_command.firstPause;
   }
-  m_timer.After(m_pause, [this] {
-    LoopTask task;
-    task.run = [this](CMBNode&) {
-      if (!m_isStopping && !IsRunning()) {
-        Start();
-      }
-    };
-    m_loop.Post(std::move(task));
-  });
+  m_timer.After(m_pause,
+                [this] { OrIfNoMemory([this] { PostStart(); }, [this] { StartLater(); }); });
   m_pause = std::min(m_pause * 2, m_command.longestPause);
+}
+
+void GateChild::PostStart() {
+  LoopTask task;
+  task.run = [this](CMBNode&) {
+    if (!m_isStopping && !IsRunning()) {
+      Start();
+    }
+  };
+  task.fail = [this] {
+    if (!m_isStopping && !IsRunning()) {
+      StartLater();
+    }
+  };
+  m_loop.Post(std::move(task));
 }
 
 void GateChild::Terminate() {

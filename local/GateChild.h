@@ -11,6 +11,7 @@
 #include "io/LoopTimer.h"
 #include "local/log/ProblemReport.h"
 #include "local/loop/EventLoop.h"
+#include "support/Descriptor.h"
 
 /// How the gate is started.
 struct GateCommand {
@@ -57,14 +58,21 @@ class GateChild {
 
   [[nodiscard]] bool Spawn(std::string& error);
   [[noreturn]] void BecomeGate(int errorPipe, pid_t parent, char* const* arguments) const;
+  /// Watches the child that has been forked. Throws where that can't be done.
+  void Watch(Descriptor errors);
+  /// Ends a child whose end nobody would see.
+  void GiveUp();
   void WatchEnd();
   void WatchErrors();
+  void WatchErrorsLater();
+  void OnErrors();
   /// Reads what there is; false at the end of the pipe.
-  bool ReadErrors();
+  bool ReadErrors(int descriptor);
   void TakeLine(std::string line);
   void OnEnd();
   void ForgetFormer();
   void StartLater();
+  void PostStart();
   void Signal(int number) const;
 
   EventLoop& m_loop;

@@ -304,6 +304,11 @@ void LocalNode::StartAlarms(const LocalIniFile& ini) {
   book.statesFile = std::filesystem::path(Parts().history.Settings().file)
                         .replace_filename(kAlarmStates)
                         .string();
+  if (Parts().manager.IsThere() && !settings.command.empty()) {
+    Report(
+        "[Alarms]: Command: the service manager's rules for the daemon's unit may bar it from the "
+        "network, from mailing and from writing files (see docs/alarms.md)");
+  }
   book.command = {settings.command, std::chrono::seconds(settings.commandSeconds),
                   static_cast<std::size_t>(settings.commands)};
   Parts().alarms.OnChange([this](const Json& alarm) { TellAlarm(alarm); });

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -98,10 +99,11 @@ void AlarmBook::Resume() {
       if (state.phase != AlarmState::Phase::kActive || open.contains(state.id)) {
         continue;
       }
-      if (m_history.Has(state.id)) {
-        ended.insert(state.id);
-      } else {
+      const std::optional<bool> hasEnded = m_history.HasEnded(state.id);
+      if (!hasEnded) {
         m_history.Put(AlarmJson(*watch, state));
+      } else if (*hasEnded) {
+        ended.insert(state.id);
       }
     }
     watch->Forget(ended);

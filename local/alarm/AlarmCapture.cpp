@@ -128,7 +128,7 @@ void AlarmCapture::Demand(std::int64_t id, const std::string& record) {
   } else {
     ++m_lost;
   }
-  if (std::exchange(m_isAsked, true)) {
+  if (m_isAsked) {
     return;
   }
   LoopTask task;
@@ -145,6 +145,8 @@ void AlarmCapture::Demand(std::int64_t id, const std::string& record) {
     }
   };
   m_loop.Post(std::move(task));
+  // Without memory for the task the next demand tries again.
+  m_isAsked = true;
 }
 
 void AlarmCapture::Ask(CMBNode& node) {

@@ -13,12 +13,14 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <set>
 #include <string_view>
 #include <system_error>
 
 #include "io/LoopDescriptor.h"
 #include "io/LoopTimer.h"
+#include "io/OrIfNoMemory.h"
 #include "json/JsonText.h"
 #include "json/RowCondition.h"
 #include "local/alarm/CommandFile.h"
@@ -139,23 +141,19 @@ class AlarmCommand::Child {
     }
     m_pid = pid;
     try {
-      Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0U)));
-      if (!process.IsOpen()) {
-        throw std::system_error(errno, std::generic_category());
-      }
-      m_process.Take(std::move(process));
-      m_output.Take(std::move(reader));
+      Watch(std::move(reader));
     } catch (const std::system_error& problem) {
-      ::kill(pid, SIGKILL);
-      Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
-      m_pid = 0;
+      GiveUp();
       return problem.code().message();
+    } catch (const std::bad_alloc&) {
+      GiveUp();
+      throw;
     }
-    WatchOutput();
-    WatchEnd();
-    m_limit.After(m_owner.m_settings.limit, [this] { OnLimit(); });
     return "";
   }
+
+  /// Whether it has been started and has ended.
+  [[nodiscard]] bool IsOver() const { return m_pid <= 0; }
 
   /// The group's number is its own for as long as its first process has not been waited for.
   void Kill() const {
@@ -178,6 +176,26 @@ class AlarmCommand::Child {
   }
 
  private:
+  /// Watches what has been forked. Throws where that can't be done.
+  void Watch(Descriptor output) {
+    Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0U)));
+    if (!process.IsOpen()) {
+      throw std::system_error(errno, std::generic_category());
+    }
+    m_process.Take(std::move(process));
+    m_output.Take(std::move(output));
+    WatchOutput();
+    WatchEnd();
+    m_limit.After(m_owner.m_settings.limit, [this] { OnLimit(); });
+  }
+
+  /// Ends what nobody would see the end of.
+  void GiveUp() {
+    ::kill(m_pid, SIGKILL);
+    Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
+    m_pid = 0;
+  }
+
   static void Say(const char* reason) {
     for (const char* word : {"can't be started: ", reason == nullptr ? "?" : reason, "\n"}) {
       [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, word, std::strlen(word));
@@ -232,20 +250,29 @@ class AlarmCommand::Child {
 
   void WatchOutput() {
     m_output.OnReadable([this] {
-      if (!Read()) {
-        Descriptor(m_output.Release()).Close();
-      } else if (m_lines <= kMostLines && m_bytes <= kMostTold) {
-        WatchOutput();
-      } else {
-        m_pause.After(kCommandFloodPause, [this] { WatchOutput(); });
-      }
+      // Nobody would read on: the command would wait for room in the pipe.
+      OrIfNoMemory([this] { OnOutput(); }, [this] { WatchOutputLater(); });
     });
   }
 
-  bool Read() {
+  void WatchOutputLater() {
+    m_pause.After(kCommandFloodPause, [this] { WatchOutput(); });
+  }
+
+  void OnOutput() {
+    if (!Read(m_output.Get())) {
+      Descriptor(m_output.Release()).Close();
+    } else if (m_lines <= kMostLines && m_bytes <= kMostTold) {
+      WatchOutput();
+    } else {
+      WatchOutputLater();
+    }
+  }
+
+  bool Read(int output) {
     std::array<char, 4096> chunk{};
-    for (int turn = 0; turn < kCommandReads && m_output.Get() >= 0; ++turn) {
-      const ssize_t size = ::read(m_output.Get(), chunk.data(), chunk.size());
+    for (int turn = 0; turn < kCommandReads && output >= 0; ++turn) {
+      const ssize_t size = ::read(output, chunk.data(), chunk.size());
       if (size <= 0) {
         return size < 0 && (errno == EAGAIN || errno == EINTR);
       }
@@ -267,7 +294,7 @@ class AlarmCommand::Child {
       return;
     }
     if (++m_lines <= kMostLines) {
-      m_owner.m_report(m_owner.m_settings.program + ": " + line);
+      Tell(line);
     }
   }
 
@@ -282,24 +309,33 @@ class AlarmCommand::Child {
     m_pause.Cancel();
     m_pid = 0;
     Descriptor(m_process.Release()).Close();
-    if (m_output.Get() >= 0) {
-      static_cast<void>(Read());
-      Descriptor(m_output.Release()).Close();
-    }
+    const Descriptor output(m_output.Release());
+    const bool hasFailed = result == 0 && (end.si_code != CLD_EXITED || end.si_status != 0);
+    m_owner.m_failures += m_isTooLong || hasFailed ? 1 : 0;
+    // Before all words: there may be no memory for them.
+    Leave();
+    static_cast<void>(Read(output.Get()));
     TellLine();
     if (m_lines > kMostLines) {
-      m_owner.m_report(m_owner.m_settings.program + ": " + std::to_string(m_lines - kMostLines) +
-                       " lines were left out");
+      Tell(std::to_string(m_lines - kMostLines) + " lines were left out");
     }
-    std::string failure;
     if (m_isTooLong) {
-      failure = "took longer than " + std::to_string(m_owner.m_settings.limit.count()) +
-                " seconds and has been ended";
-    } else if (result == 0 && (end.si_code != CLD_EXITED || end.si_status != 0)) {
-      failure = (end.si_code == CLD_EXITED ? "has ended with status " : "has ended by signal ") +
-                std::to_string(end.si_status);
+      Tell("took longer than " + std::to_string(m_owner.m_settings.limit.count()) +
+           " seconds and has been ended");
+    } else if (hasFailed) {
+      Tell((end.si_code == CLD_EXITED ? "has ended with status " : "has ended by signal ") +
+           std::to_string(end.si_status));
     }
-    m_owner.OnEnd(*this, failure);
+  }
+
+  /// The next one is started, and this one freed, out of its own callback.
+  void Leave() {
+    OrIfNoMemory([this] { m_owner.PostNext(); },
+                 [this] { m_pause.After(kCommandFloodPause, [this] { Leave(); }); });
+  }
+
+  void Tell(const std::string& words) {
+    m_owner.m_report(m_owner.m_settings.program + ": " + words);
   }
 
   AlarmCommand& m_owner;
@@ -394,15 +430,10 @@ void AlarmCommand::StartNext() {
   }
 }
 
-void AlarmCommand::OnEnd(Child& child, const std::string& failure) {
-  if (!failure.empty()) {
-    ++m_failures;
-    m_report(m_settings.program + ": " + failure);
-  }
-  // Out of the child's own callback; it is freed when that is over.
+void AlarmCommand::PostNext() {
   LoopTask task;
-  task.run = [this, ended = &child](CMBNode&) {
-    m_children.remove_if([&](const auto& each) { return each.get() == ended; });
+  task.run = [this](CMBNode&) {
+    m_children.remove_if([](const auto& child) { return child->IsOver(); });
     StartNext();
   };
   m_loop.Post(std::move(task));

@@ -62,7 +62,8 @@ class AlarmCommand {
   class Child;
 
   void StartNext();
-  void OnEnd(Child& child, const std::string& failure);
+  /// Starts the next ones in the place of those that have ended, in a turn of its own.
+  void PostNext();
 
   EventLoop& m_loop;
   ProblemReport m_report;

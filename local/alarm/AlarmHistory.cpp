@@ -218,12 +218,18 @@ void AlarmHistory::ReadOpen(std::int64_t& lastId, std::vector<Json>& active) {
   }
 }
 
-bool AlarmHistory::Has(std::int64_t id) {
+std::optional<bool> AlarmHistory::HasEnded(std::int64_t id) {
   SqlDatabase* database = m_store.Database();
   try {
-    return database != nullptr && Find(*database, id).has_value();
+    if (database == nullptr || !HasTable(*database, kAlarmTable)) {
+      return std::nullopt;
+    }
+    SqlStatement row =
+        database->Prepare("SELECT until IS NOT NULL FROM \"qmt alarms\" WHERE id = ?1");
+    row.Bind(1, id);
+    return row.Step() ? std::optional(row.Whole(0) != 0) : std::nullopt;
   } catch (const SqlError&) {
-    return false;
+    return std::nullopt;
   }
 }
 

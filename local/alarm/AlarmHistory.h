@@ -43,11 +43,12 @@ class AlarmHistory {
 
   [[nodiscard]] std::size_t WaitingBytes() const { return m_bytes; }
 
-  /// The greatest number that was given, 0 for none, and the alarms that have not ended.
+  /// The greatest number that was given, 0 for none, and the alarms that have not ended: of many
+  /// the newest ones.
   void ReadOpen(std::int64_t& lastId, std::vector<Json>& active);
 
-  /// Whether the alarm of that number is kept; false where that can't be told.
-  [[nodiscard]] bool Has(std::int64_t id);
+  /// Whether the alarm of that number has ended; none where it is not kept or that can't be told.
+  [[nodiscard]] std::optional<bool> HasEnded(std::int64_t id);
 
   /// Which alarms are read, and how far that has got.
   struct Look {

@@ -278,7 +278,7 @@ bool AlarmWatch::EndAll(std::time_t time, const Change& change, const IsOver& is
   }
   m_series.clear();
   m_time = 0;
-  m_hasLooked = false;
+  m_schedule.reset();
   return false;
 }
 

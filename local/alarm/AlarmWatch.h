@@ -80,10 +80,10 @@ class AlarmWatch {
   /// Rows of the record were kept with the alarm of that number; null if it is not known any more.
   AlarmState* NoteCaptured(std::int64_t id, const std::string& record);
 
-  /// Whether a batch says nothing for being the first one, and empty: the first look of a schedule
-  /// makes no rows of an interval. To be asked once of each batch, before Begin.
-  [[nodiscard]] bool IsFirstLook(bool isEmpty) {
-    return !std::exchange(m_hasLooked, true) && isEmpty;
+  /// Whether a batch says nothing for being the first one of its schedule, and empty: the first
+  /// look makes no rows of an interval. To be asked once of each batch, before Begin.
+  [[nodiscard]] bool IsFirstLook(std::uint64_t schedule, bool isEmpty) {
+    return std::exchange(m_schedule, schedule) != schedule && isEmpty;
   }
 
   /// Takes a number of a row of the past.
@@ -132,7 +132,7 @@ class AlarmWatch {
   std::int64_t m_elapsed = 0;  ///< of it: seconds that count
   std::uint64_t m_batch = 1;
   std::uint64_t m_leftOut = 0;
-  bool m_hasLooked = false;
+  std::optional<std::uint64_t> m_schedule;  ///< the number of that which has made the last batch
   bool m_isChanged = false;
   bool m_hasTold = false;
 };

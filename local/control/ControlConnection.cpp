@@ -170,6 +170,11 @@ void ControlConnection::End(std::string answer) {
   if (m_isClosed) {
     return;
   }
+  if (m_isGone && m_around.isStopping) {
+    // Its other lines are served right here, one within the other, and nothing is done for any.
+    Close();
+    return;
+  }
   if (m_isGone) {
     ServeNextLine();
     return;

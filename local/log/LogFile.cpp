@@ -14,6 +14,7 @@
 
 namespace {
 
+constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kFileMode = 0644;
 
 std::string ReasonOf(int code) {
@@ -23,10 +24,19 @@ std::string ReasonOf(int code) {
 
 }  // namespace
 
-LogFile::LogFile(std::string path, std::size_t maxBytes, std::size_t oldFiles)
-    : m_path(std::move(path)), m_maxBytes(maxBytes), m_oldFiles(oldFiles) {}
+LogFile::LogFile(std::string path, std::size_t maxBytes, std::size_t oldFiles,
+                 std::chrono::seconds lookPause)
+    : m_path(std::move(path)), m_maxBytes(maxBytes), m_oldFiles(oldFiles), m_lookPause(lookPause) {
+  MakeFolder();
+}
+
+void LogFile::MakeFolder() const {
+  // If this fails, so does the next open, which says why.
+  ::mkdir(m_path.substr(0, m_path.rfind('/')).c_str(), kFolderMode);
+}
 
 int LogFile::Open() {
+  MakeFolder();
   m_file = Descriptor(OpenRegularFile(m_path, O_WRONLY | O_APPEND | O_CREAT, kFileMode));
   struct ::stat status {};
   if (!m_file.IsOpen() || ::fstat(m_file.Get(), &status) != 0) {
@@ -34,6 +44,19 @@ int LogFile::Open() {
   }
   m_size = static_cast<std::size_t>(status.st_size);
   return 0;
+}
+
+void LogFile::CloseIfGone(std::chrono::steady_clock::time_point now) {
+  if (!m_file.IsOpen() || now < m_lookAt) {
+    return;
+  }
+  m_lookAt = now + m_lookPause;
+  struct ::stat named {};
+  struct ::stat own {};
+  if (::lstat(m_path.c_str(), &named) != 0 || ::fstat(m_file.Get(), &own) != 0 ||
+      named.st_dev != own.st_dev || named.st_ino != own.st_ino) {
+    m_file.Close();
+  }
 }
 
 std::string LogFile::PathOf(std::size_t number) const {
@@ -92,6 +115,7 @@ bool LogFile::Write(std::string_view text, std::string& problem) noexcept {
     return false;
   }
   try {
+    CloseIfGone(now);
     const int code = Append(text);
     if (code == 0) {
       m_failing = false;

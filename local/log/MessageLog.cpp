@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr mode_t kFolderMode = 0755;
 constexpr long kHighestLevel = 999;
 constexpr int kAlwaysLevel = 1;
 
@@ -109,12 +108,9 @@ MessageLog::MessageLog(MessageLogSettings settings)
       m_isJournal(IsJournal(m_settings.errorDescriptor)),
       m_errors(m_settings.errorDescriptor),
       m_messages(m_settings.directory + "/log/qmtdmon.log", m_settings.maxFileBytes,
-                 m_settings.oldFiles),
+                 m_settings.oldFiles, m_settings.lookPause),
       m_data(m_settings.directory + "/log/qmtdmon.dat", m_settings.maxFileBytes,
-             m_settings.oldFiles) {
-  // If this fails, so does the first write, which says why.
-  ::mkdir((m_settings.directory + "/log").c_str(), kFolderMode);
-}
+             m_settings.oldFiles, m_settings.lookPause) {}
 
 bool MessageLog::IsShown(int level) const {
   if (level == kCommonLogLevel) {

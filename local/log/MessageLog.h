@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -21,6 +22,7 @@ struct MessageLogSettings {
   int dataLevel = kDefaultDataLevel;
   std::size_t maxFileBytes = std::size_t{10} << 20;
   std::size_t oldFiles = 4;
+  std::chrono::seconds lookPause = LogFile::kLookPause;
   int errorDescriptor = 2;
 };
 

@@ -9,10 +9,15 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
+#include "io/OrIfNoMemory.h"
 #include "support/Descriptor.h"
 
 namespace {
+
+/// Of a sign that there is no memory for, in the time of one.
+constexpr int kTries = 10;
 
 std::string TakeVariable(const char* name) {
   const char* value = std::getenv(name);
@@ -42,7 +47,7 @@ ServiceManager::ServiceManager(EventLoop& loop)
 void ServiceManager::Ready() {
   Send("READY=1");
   if (m_signPeriod.count() != 0 && !m_socket.empty()) {
-    WaitForNextSign();
+    WaitForNextSign(m_signPeriod);
   }
 }
 
@@ -51,15 +56,20 @@ void ServiceManager::Stopping() {
   Send("STOPPING=1");
 }
 
-void ServiceManager::WaitForNextSign() {
-  m_timer.After(m_signPeriod, [this] {
-    m_loop.Post({[this](CMBNode&) {
-                   Send("WATCHDOG=1");
-                   WaitForNextSign();
-                 },
-                 {},
-                 false});
+void ServiceManager::WaitForNextSign(std::chrono::microseconds time) {
+  m_timer.After(time, [this] {
+    // Where one is left out the next would come too late.
+    OrIfNoMemory([this] { PostSign(); }, [this] { WaitForNextSign(m_signPeriod / kTries); });
   });
+}
+
+void ServiceManager::PostSign() {
+  LoopTask task;
+  task.run = [this](CMBNode&) {
+    WaitForNextSign(m_signPeriod);
+    Send("WATCHDOG=1");
+  };
+  m_loop.Post(std::move(task));
 }
 
 void ServiceManager::Send(const std::string& state) const {

@@ -24,7 +24,8 @@ class ServiceManager {
 
  private:
   void Send(const std::string& state) const;
-  void WaitForNextSign();
+  void WaitForNextSign(std::chrono::microseconds time);
+  void PostSign();
 
   EventLoop& m_loop;
   LoopTimer m_timer;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <map>
 #include <memory>
@@ -18,6 +19,7 @@ struct ScheduledRows {
   std::time_t time;  ///< seconds since the epoch at which the rows were built
   std::span<const CMBRecord* const> rows;
   std::shared_ptr<const void> owner{};  ///< of the rows; without one they live for the call only
+  std::uint64_t schedule = 0;           ///< the number of ScheduleBook::Entry
 };
 
 /// Takes the finished rows of the schedules, on the loop's thread.
@@ -56,6 +58,7 @@ struct KeptRows {
   std::time_t time = 0;  ///< 0 until there are any
   std::vector<std::span<const unsigned char>> rows;
   std::shared_ptr<const void> owner;  ///< of their bytes
+  std::uint64_t schedule = 0;         ///< as in ScheduledRows
 
   /// Those of records; without an owner of theirs they are copied.
   [[nodiscard]] static KeptRows Of(const ScheduledRows& rows);

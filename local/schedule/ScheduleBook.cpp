@@ -122,6 +122,7 @@ std::shared_ptr<ScheduleBook::Entry> ScheduleBook::Add(const std::string& record
   auto entry = std::make_shared<Entry>();
   entry->asker =
       std::make_shared<RecordAsker>(record, category, RecordAsker::Look::kScheduled, true);
+  entry->number = ++m_lastNumber;
   if (m_withTotals.contains(record)) {
     entry->totals =
         std::make_shared<RecordAsker>(record, category, RecordAsker::Look::kOnDemand, false);
@@ -277,11 +278,11 @@ void ScheduleBook::GiveRows(CMBNode& node, const EntryList& due,
     entry.rows = rows.size();
     entry.lastTime = entry.asker->AnswerTime();
     m_sink.Take({entry.asker->Record(), entry.asker->Category(), entry.lastTime, rows,
-                 entry.asker->Owner()});
+                 entry.asker->Owner(), entry.number});
     // A first look, which has nothing to compare with, is no row of either.
     if (hasTotals && !rows.empty()) {
       m_sink.TakeTotals({entry.totals->Record(), entry.totals->Category(), entry.lastTime,
-                         LoggedRows(node, *entry.totals), entry.totals->Owner()});
+                         LoggedRows(node, *entry.totals), entry.totals->Owner(), entry.number});
     }
   }
 }

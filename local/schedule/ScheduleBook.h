@@ -36,6 +36,7 @@ class ScheduleBook {
   /// One record's schedule and how it went.
   struct Entry {
     std::shared_ptr<RecordAsker> asker;
+    std::uint64_t number = 0;             ///< of the book's entries, of all that there ever were
     std::shared_ptr<RecordAsker> totals;  ///< asks for the same without rates; null for nobody
     std::chrono::seconds period{0};
     std::chrono::steady_clock::time_point due;
@@ -95,6 +96,7 @@ class ScheduleBook {
   RecordSink& m_sink;
   LoopTimer m_timer;
   EntryList m_entries;
+  std::uint64_t m_lastNumber = 0;
   std::set<std::string> m_withTotals;
   std::set<std::pair<std::string, unsigned char>> m_held;  ///< record and category of each entry
 };

@@ -3,10 +3,16 @@
 #include <new>
 #include <stdexcept>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include "io/LoopTimer.h"
+#include "local/GateChild.h"
+#include "local/alarm/AlarmCapture.h"
 #include "local/loop/DescriptorWatches.h"
 #include "local/loop/EventLoop.h"
 #include "local/loop/EventTimers.h"
+#include "local/loop/ServiceManager.h"
 #include "local/schedule/BatchDesk.h"
 #include "local/schedule/ScheduleBook.h"
 #include "support/Descriptor.h"
@@ -272,6 +278,110 @@ TEST(LoopMemoryTest, TimesComeThroughALongWantOfMemory) {
     faults::StopCountingAllocations();
     if (told != 4 || batches == 0 || delivered == 0) {
       throw std::runtime_error("a time that was waited for has not come");
+    }
+  }));
+}
+
+TEST(LoopMemoryTest, TheGateIsStartedAgainWhateverThereWasNoMemoryFor) {
+  // The records are those of the child alone.
+  EXPECT_TRUE(faults::RunInChild([] {
+    constexpr std::size_t kOfARun = 40;
+    EventLoop loop;
+    FakeAgent agent;
+    int ended = 0;
+    using std::chrono::milliseconds;
+    GateChild gate(loop, {"/bin/true", {}, milliseconds(1), milliseconds(1), milliseconds(1)},
+                   [&](const std::string& text) {
+                     if (text.find("has ended") != std::string::npos && ++ended == 4) {
+                       EventLoop::RequestStop();
+                     }
+                   });
+    gate.Start();
+    for (std::size_t place = 1; place <= kOfARun; ++place) {
+      ended = 0;
+      Post(loop, [place](CMBNode&) { faults::CountAllocations(place); });
+      RunLoop(loop, agent);
+      faults::StopCountingAllocations();
+      if (ended != 4) {
+        throw std::runtime_error("no gate after allocation " + std::to_string(place));
+      }
+    }
+  }));
+}
+
+TEST(LoopMemoryTest, SignsOfLifeGoOnAfterAWantOfMemory) {
+  const ScratchDirectory directory;
+  const Descriptor manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const std::string path = std::filesystem::absolute("signs");
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(::bind(manager.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ::setenv("NOTIFY_SOCKET", path.c_str(), 1);
+  ::setenv("WATCHDOG_USEC", "4000", 1);
+  EventLoop loop;
+  FakeAgent agent;
+  int told = 0;
+  const auto isTold = [&manager] {
+    char sign = 0;
+    return ::recv(manager.Get(), &sign, 1, 0) > 0;
+  };
+  loop.OnNoMemory([&] {
+    ++told;
+    while (isTold()) {
+    }
+  });
+  ServiceManager service(loop);
+  LoopTimer timer(loop);
+  bool goesOn = false;
+  const std::function<void()> look = [&] {
+    if (told != 0 && isTold()) {
+      goesOn = true;
+      EventLoop::RequestStop();
+    }
+    timer.After(std::chrono::milliseconds(5), [&look] { look(); });
+  };
+  look();
+  Post(loop, [&](CMBNode&) {
+    service.Ready();
+    faults::CountAllocations(1);
+  });
+  RunLoop(loop, agent);
+  faults::StopCountingAllocations();
+  EXPECT_EQ(told, 1);
+  EXPECT_TRUE(goesOn);
+}
+
+TEST(LoopMemoryTest, ACaptureIsAskedForAfterOneThatThereWasNoMemoryFor) {
+  // The records are those of the child alone.
+  EXPECT_TRUE(faults::RunInChild([] {
+    PublishFakeRecords();
+    EventLoop loop;
+    FakeAgent agent;
+    int asked = 0;
+    agent.onBatch = [&](CMBMultipleRecordRequestEvent&) {
+      ++asked;
+      return kNotifyDone;
+    };
+    BatchDesk desk;
+    LastRows rows;
+    ScheduleBook book(loop, desk, rows);
+    HistoryStore store([](const std::string&) {});
+    AlarmHistory history(store, [](const std::string&) {});
+    AlarmCapture capture(loop, desk, book, rows, history);
+    // The queue of the loop takes memory for some tasks at a time.
+    for (int turn = 1; turn <= 40; ++turn) {
+      faults::CountAllocations(static_cast<std::size_t>(1 + turn % 5));
+      try {
+        static_cast<void>(capture.Take(1, {"FAKE"}, {}));
+      } catch (const std::bad_alloc&) {
+      }
+      faults::StopCountingAllocations();
+      static_cast<void>(capture.Take(2, {"FAKE"}, {}));
+      RunATurn(loop, agent);
+      if (asked != turn) {
+        throw std::runtime_error("nothing is asked for in turn " + std::to_string(turn));
+      }
     }
   }));
 }

@@ -71,6 +71,19 @@ TEST_F(GateChildTest, ItsWordsAreToldAndItIsStartedAgainWithLongerPauses) {
   child.Wait();
 }
 
+TEST_F(GateChildTest, ItIsReadOnWhereWordsLackMemory) {
+  int tries = 0;
+  GateChild child(m_loop, Script("while :; do echo more >&2; sleep 0.01; done\n"),
+                  [&](const std::string&) {
+                    ++tries;
+                    throw std::bad_alloc();
+                  });
+  child.Start();
+  RunUntil([&] { return tries >= 2; });
+  child.Terminate();
+  child.Wait();
+}
+
 TEST_F(GateChildTest, AStopAsksThenKillsWithinItsPatience) {
   const struct {
     const char* script;

@@ -388,11 +388,11 @@ TEST_F(LocalNodeTest, TheScheduleOfTheIniFileIsServedAndItsBadLinesAreReported) 
   EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:7: \"message log level\" must be 0 to 999"));
 }
 
-TEST_F(LocalNodeTest, AGateIsToldWholePathsAndAChildOfAServiceIsWarnedOf) {
+TEST_F(LocalNodeTest, AGateIsToldWholePathsAndChildrenOfAServiceAreWarnedOf) {
   WriteIni(
       "[Http]\nListen = 127.0.0.1:0\nGate = child\nCertificate = c\nKey = /k\nUsers = a/u\n"
       "[Push]\nUrl = http://h\nRecords = FAKE NONE\nToken File = t\n[Push.bad]\nUrl = h\n"
-      "[Alarms]\nAlertmanager = http://h\n");
+      "[Alarms]\nAlertmanager = http://h\nCommand = /bin/true\n");
   ::setenv("NOTIFY_SOCKET", "/nowhere", 1);
   Serve([] {
     TestClient client;
@@ -409,6 +409,7 @@ TEST_F(LocalNodeTest, AGateIsToldWholePathsAndAChildOfAServiceIsWarnedOf) {
     EXPECT_EQ(JsonText(gate["alarms"]["alertmanager"]), R"(["http://h"])");
   });
   EXPECT_THAT(Log(), HasSubstr("Gate = child: "));
+  EXPECT_THAT(Log(), HasSubstr("[Alarms]: Command: the service manager's rules "));
   EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:9: [Push]: the record NONE is unknown"));
   EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:10: [Push]: \"Token File\": t is not there; "));
   EXPECT_THAT(Log(), HasSubstr("qmtagt.ini:12: [Push.bad]: \"Url\" must be "));

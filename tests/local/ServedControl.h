@@ -24,6 +24,7 @@ class ServedControl {
     });
     loop.Run(agent);
     clients.join();
+    beforeClose();
     server.Close();
   }
 
@@ -46,5 +47,6 @@ class ServedControl {
   ControlOperations operations{loop, desk, schedule, lastRows, history};
   FakeAgent agent;
   ControlSettings settings;
+  std::function<void()> beforeClose = [] {};  ///< on the loop's thread
   std::vector<std::string> problems;
 };

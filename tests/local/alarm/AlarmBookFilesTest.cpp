@@ -260,6 +260,33 @@ TEST_F(AlarmBookTest, ManyAlarmsAreReadInTurns) {
   EXPECT_EQ(look.found.back()["id"].Whole(), 11);
 }
 
+TEST_F(AlarmBookTest, NoActiveAlarmIsForgottenHoweverManyThereAre) {
+  constexpr int kAlarms = 10001;
+  std::ofstream alarms("alarms");
+  Json states = Json::Array();
+  for (int i = 0; i < kAlarms; ++i) {
+    if (i % 1000 == 0) {
+      const std::string name = std::to_string(i / 1000);
+      alarms << "alarm = " << name << "\nrecord = FAKE\ncondition = Count > 90\n";
+      states.PushBack(
+          Json{{"alarm", name}, {"record", "FAKE"}, {"time", now}, {"states", Json::Array()}});
+    }
+    states[static_cast<std::size_t>(i / 1000)]["states"].PushBack(
+        Json{{"phase", "active"}, {"id", i + 1}, {"key", Json{{"Label", std::to_string(i)}}}});
+  }
+  alarms.close();
+  Start();
+  Batch(95);  // makes the tables
+  life->history.Database()->Execute(
+      "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 10000) "
+      "INSERT OR REPLACE INTO \"qmt alarms\" (id, alarm, record, since, \"key\") "
+      "SELECT i + 1, i / 1000, 'FAKE', 5, '{\"Label\":\"' || i || '\"}' FROM n");
+  life.reset();
+  std::ofstream("alarms.state") << JsonText(Json{{"next", kAlarms + 1}, {"alarms", states}});
+  Start();
+  EXPECT_EQ(life->book.Active().size(), std::size_t{kAlarms});
+}
+
 TEST_F(AlarmBookTest, ALineGoesThroughWhatTheHistoryHas) {
   std::ofstream("alarms") << "# none yet\n";
   Start();

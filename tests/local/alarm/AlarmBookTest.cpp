@@ -122,6 +122,23 @@ TEST_F(AlarmBookTest, AScheduleThatGoesEndsWhatItsRowsHaveBegun) {
   EXPECT_THAT(changes.back(), HasSubstr("ended"));
 }
 
+TEST_F(AlarmBookTest, TheFirstLookOfAScheduleThatIsMadeAnewEndsNothing) {
+  Start();
+  std::uint32_t rows = 1;
+  life->agent.onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
+    for (std::uint32_t i = 0; i < rows; ++i) {
+      batch.m_events.at(0)->m_records.push_back(new FakeRecord(95));
+    }
+    return kNotifyDone;
+  };
+  for (; rows < 2; --rows) {
+    ASSERT_TRUE(life->schedule.Remove("FAKE"));
+    life->schedule.Set("FAKE", 60);
+    Turns();
+  }
+  EXPECT_THAT(changes, ElementsAre("a\uFFFD has 95 active"));
+}
+
 TEST(AlarmTextTest, ALongOneIsCutAndStaysUtf8) {
   const AlarmText text("{Label}: {Count}", kFakeLayout);
   const auto expand = [&](const Json& label) {

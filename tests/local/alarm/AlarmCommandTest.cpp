@@ -106,6 +106,28 @@ TEST_F(AlarmBookTest, ACommandThatFailsSaysWhy) {
   }
 }
 
+TEST_F(AlarmBookTest, CommandsGoOnWhereTheirWordsLackMemory) {
+  EventLoop loop;
+  FakeAgent agent;
+  AlarmCommand command(loop, [&](const std::string&) {
+    if (command.Failures() == 2) {
+      EventLoop::RequestStop();
+    }
+    throw std::bad_alloc();
+  });
+  // More than a pipe holds.
+  command.Configure({AlarmScript("echo x; sleep 0.1; head -c 90000 /dev/zero | tr '\\0' '\\n'\n"
+                                 "exit 3\n"),
+                     std::chrono::seconds(60), 1});
+  command.Run({"A=b"});
+  command.Run({"A=b"});
+  LoopTimer limit(loop);
+  limit.After(std::chrono::seconds(20), [] { EventLoop::RequestStop(); });
+  loop.Run(agent);
+  EXPECT_EQ(command.Failures(), 2U);
+  loop.Try([&] { command.Stop(); });
+}
+
 TEST(AlarmEnvironmentTest, NamesAreThoseOfAShellAndValuesAreBounded) {
   const std::vector<std::string> all =
       AlarmEnvironment(Json{{"alarm", std::string("a\0b", 3)},

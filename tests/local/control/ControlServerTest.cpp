@@ -177,6 +177,23 @@ TEST_F(ControlServerTest, AfterClientsThatVanishEveryLaterOneIsAnswered) {
   });
 }
 
+TEST_F(ControlServerTest, AStopServesNoLinesOfAClientThatIsGone) {
+  agent.onBatch = RowsForEach(40000);
+  std::list<TestClient> clients;
+  LoopTimer later(loop);
+  beforeClose = [&] {
+    later.After(std::chrono::milliseconds(100), [&] {
+      EXPECT_TRUE(clients.back().Send(std::string(16383, '\n')));
+      clients.back().Hangup();
+    });
+  };
+  Serve([&] {
+    EXPECT_TRUE(clients.emplace_back().Send(kGetFake));
+    EXPECT_EQ(clients.back().ReceiveBytes(100).size(), 100U) << "the stop waits for the rest";
+    EXPECT_EQ(clients.emplace_back().Ask(kAskStatus)["ok"], true);
+  });
+}
+
 TEST_F(ControlServerTest, WantOfMemoryEndsTheRequestAlone) {
   bool isScarce = true;
   agent.onBatch = [&](CMBMultipleRecordRequestEvent&) -> int {

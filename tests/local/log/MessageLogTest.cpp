@@ -183,6 +183,18 @@ TEST_F(MessageLogTest, TheFileRotates) {
   EXPECT_EQ(Lines("stderr").size(), 60U);
 }
 
+TEST_F(MessageLogTest, AFileOrAFolderThatIsGoneIsMadeAnew) {
+  m_settings.lookPause = {};
+  MessageLog log(m_settings);
+  for (const char* gone : {"log/qmtdmon.log", "log"}) {
+    log.Note(1, 3, "before");
+    fs::rename(m_folder.Path() / gone, m_folder.Path() / "moved");
+    log.Note(1, 3, "after");
+    EXPECT_THAT(Lines("log/qmtdmon.log"), ElementsAre(testing::EndsWith(" after")));
+    fs::remove_all(m_folder.Path() / "moved");
+  }
+}
+
 TEST_F(MessageLogTest, AFileThatCannotBeWrittenIsToldOnce) {
   const fs::path folder = m_folder.Path() / "log";
   const auto writeThree = [&](const char* name) {
