@@ -1,5 +1,6 @@
 #include "collect/Collector.h"
 
+#include <bit>
 #include <chrono>
 #include <string>
 #include <utility>
@@ -31,6 +32,7 @@
 #include "node/FigureRegistry.h"
 #include "support/CollectorLog.h"
 #include "support/HostProfile.h"
+#include "support/RunningClock.h"
 #include "support/TraceLog.h"
 #include "support/UtlError.h"
 
@@ -39,6 +41,10 @@ namespace {
 /// Whether the system figures are made from those of the processors, so that asking for the former
 /// collects the latter too.
 constexpr bool SystemNeedsCPU() { return false; }
+
+std::size_t PlaceOf(CollectionMask flag) {
+  return static_cast<std::size_t>(std::countr_zero(flag));
+}
 
 bool IsAsked(const Category& category, CollectionMask flags) {
   if (category.flag == COLLECT_CPU && SystemNeedsCPU() && (flags & COLLECT_SYSTEM) != 0) {
@@ -199,6 +205,9 @@ UtlError* Collector::collect(CollectionMask flags, std::span<const char* const> 
       if (!(*m_figures)[index].isPublished) {
         PublishCategory(m_figures, index);
       }
+      if (category.run == nullptr) {
+        m_takenAt[PlaceOf(category.flag)] = RunningSeconds();
+      }
       error = RunCategory(*this, category, flags, (*m_figures)[index]);
       if (error == nullptr && !(*m_figures)[index].isFailed) {
         m_collected |= category.flag;
@@ -213,4 +222,9 @@ UtlError* Collector::collect(CollectionMask flags, std::span<const char* const> 
   TraceExit("Collector::collect");
   Trace(30, kInformation, "Completed the collect routine");
   return nullptr;
+}
+
+double Collector::TakenAt(CollectionMask flag) const {
+  const double taken = m_takenAt[PlaceOf(flag)];
+  return taken == 0 ? RunningSeconds() : taken;
 }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <span>
 #include <string>
@@ -62,6 +64,10 @@ class Collector {
   [[nodiscard]] bool Wants(CollectionMask flag) const { return (m_flags & flag) != 0; }
   /// Whether the run has already refreshed a category, whose figures are then of this moment.
   [[nodiscard]] bool HasCollected(CollectionMask flag) const { return (m_collected & flag) != 0; }
+
+  /// Of what the profile `modern` alone collects: when the category's last run began, by
+  /// RunningSeconds(); now, for figures that no run has taken.
+  [[nodiscard]] double TakenAt(CollectionMask flag) const;
 
   /// Values by which a person names rows of the run's records: keys or texts. What a source keeps
   /// of these from run to run it reads anew.
@@ -137,6 +143,8 @@ class Collector {
   std::vector<std::string> m_namedRows;
   CollectionMask m_flags = 0;
   CollectionMask m_collected = 0;
+  /// By the place of a category's bit; 0 for never.
+  std::array<double, std::numeric_limits<CollectionMask>::digits> m_takenAt{};
   /// Shared with the registry of figures, which may read them after the collector has gone.
   std::shared_ptr<std::vector<CategoryFigures>> m_figures;
 };

@@ -28,15 +28,6 @@ std::uint32_t CountGrown(std::uint32_t current, std::uint32_t previous) {
   return Fell(current, previous) ? 0 : current - previous;
 }
 
-/// The kernel keeps its times in 32 bits of milliseconds, which a busy disk fills in days: what is
-/// less than before has wrapped, alone or in a sum. No rise is too large, since a sum over many
-/// disks and operations grows by more than the time that goes by.
-std::uint64_t MillisecondsGrown(std::uint64_t current, std::uint64_t previous) {
-  return current >= previous ? current - previous
-                             : CountGrown(static_cast<std::uint32_t>(current),
-                                          static_cast<std::uint32_t>(previous));
-}
-
 tagUTIME TimeOf(std::uint64_t milliseconds) {
   return {static_cast<std::int32_t>(static_cast<std::uint32_t>(milliseconds / 1000)),
           static_cast<std::int32_t>(milliseconds % 1000 * 1000)};
@@ -258,6 +249,12 @@ void FillDisks(CountedDisks& row, const DisksRecord* base, std::uint32_t seconds
 }
 
 }  // namespace
+
+std::uint64_t MillisecondsGrown(std::uint64_t current, std::uint64_t previous) {
+  return current >= previous ? current - previous
+                             : CountGrown(static_cast<std::uint32_t>(current),
+                                          static_cast<std::uint32_t>(previous));
+}
 
 const DeviceRules<CountedDevice>& ModernDeviceRules() {
   static constexpr DeviceRules<CountedDevice> kRules{

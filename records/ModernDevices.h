@@ -18,6 +18,12 @@ struct CountedRow : Record {
   DiskCounters counters;
 };
 
+/// What a time of a disk has grown by. The kernel keeps it in 32 bits of milliseconds, which a busy
+/// disk fills in days, in hours where many operations at once add up: what is less than before has
+/// wrapped, alone or in a sum, unless it fell by less than half of that. No rise is too large,
+/// since a sum over many disks and operations grows by more than the time that goes by.
+[[nodiscard]] std::uint64_t MillisecondsGrown(std::uint64_t current, std::uint64_t previous);
+
 [[nodiscard]] const DeviceRules<CountedRow<recordPI_DEVD>>& ModernDeviceRules();
 
 /// What a disk has counted since boot.

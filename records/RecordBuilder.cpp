@@ -9,10 +9,13 @@
 
 #include "collect/CategoryFlags.h"
 #include "collect/log/MessagesSource.h"
+#include "collect/modern/HostText.h"
+#include "collect/modern/system/KernelStat.h"
 #include "collect/system/SystemSourceLINUX.h"
 #include "node/LayoutRegistry.h"
 #include "records/UserObjects.h"
 #include "support/HostProfile.h"
+#include "support/LowWord.h"
 #include "support/OsCalls.h"
 #include "support/ProductOptions.h"
 #include "support/Switches.h"
@@ -21,6 +24,9 @@
 namespace {
 
 constexpr std::size_t kOptionalNameLimit = 4;
+
+/// Records of these tell when the host was started, or divide by the number of its processors.
+constexpr CollectionMask kNeedsHost = COLLECT_CPU | COLLECT_PROCESS | COLLECT_CONTROL_GROUP;
 
 std::int32_t Now() { return static_cast<std::int32_t>(Os().time(nullptr)); }
 
@@ -63,8 +69,7 @@ UtlError* RecordBuilder::Init() {
   }
   Trace(30, kInformation, "RecordBuilder data collection complete.");
   m_startTime = {Now(), 0};
-  m_bootTime = {m_pCollector->GetSystem()->bootTime, 0};
-  m_numCPUs = m_pCollector->GetSystem()->numCPUs;
+  NoteHost(m_pCollector->GetSystem()->bootTime, m_pCollector->GetSystem()->numCPUs);
   InitWorkgroups();
   TraceExit("RecordBuilder::Init", 0);
   return nullptr;
@@ -177,6 +182,9 @@ UtlError* RecordBuilder::Build(CMBMultipleRecordRequestEvent* pEvent) {
   try {
     const bool anyScheduled = QueueRequests(*pEvent);
     CollectSnapshot(anyScheduled, error);
+    if (g_hostProfile == HostProfile::kModern) {
+      LookAtHost(*pEvent);
+    }
   } catch (const std::bad_alloc&) {
     // What is queued belongs to this batch, and must not be met by the next one.
     m_queue.clear();
@@ -223,6 +231,31 @@ void RecordBuilder::CollectSnapshot(bool anyScheduled, UtlErrorPtr& error) {
   Trace(30, kInformation, "Data Collection Complete. (%1 secs).", m_lastCollectTime - start);
 }
 
+void RecordBuilder::NoteHost(std::int32_t bootTime, std::uint32_t processors) {
+  if (bootTime != 0) {
+    m_bootTime = {bootTime, 0};
+  }
+  if (processors != 0) {
+    m_numCPUs = processors;
+  }
+}
+
+void RecordBuilder::LookAtHost(const CMBMultipleRecordRequestEvent& batch) {
+  if (m_pCollector->HasCollected(COLLECT_SYSTEM)) {
+    NoteHost(m_pCollector->GetSystem()->bootTime, m_pCollector->GetSystem()->numCPUs);
+    return;
+  }
+  const bool isUpTimeWanted =
+      std::any_of(batch.m_events.begin(), batch.m_events.end(), [](CMBRecordRequestEvent* event) {
+        return event->IsRealtime() != 0 && event->ShouldCalcRates() != 0;
+      });
+  std::string text;
+  if ((isUpTimeWanted || (m_categories & kNeedsHost) != 0) && ReadHostText(kKernelStatPath, text)) {
+    const KernelStatFigures figures = ParseKernelStat(text);
+    NoteHost(static_cast<std::int32_t>(LowWord(figures.bootTime)), figures.processors);
+  }
+}
+
 void RecordBuilder::BuildEntry(const RecordQueueEntry& entry, UtlErrorPtr& error) {
   entry.event->yield();
   try {
@@ -241,7 +274,11 @@ void RecordBuilder::BuildEntry(const RecordQueueEntry& entry, UtlErrorPtr& error
 }
 
 std::int32_t RecordBuilder::SecondsSinceStart() const { return SecondsFrom(GetStartTime()); }
-std::int32_t RecordBuilder::SecondsSinceBoot() const { return SecondsFrom(GetBootTime()); }
+std::int32_t RecordBuilder::SecondsSinceBoot() const {
+  const std::int32_t seconds = SecondsFrom(GetBootTime());
+  // The clock may be set between the two looks at it.
+  return g_hostProfile == HostProfile::kModern ? std::max(seconds, 0) : seconds;
+}
 
 void RecordBuilder::TraceCreated(const char* file, int line, const char* recordName, int count) {
   Trace(20, kInformation, TraceFormat("Created %1 %2 record(s).", file, line), count, recordName);

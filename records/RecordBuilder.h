@@ -63,9 +63,11 @@ class RecordBuilder {
   /// Seconds since the epoch, and whole seconds since then.
   [[nodiscard]] std::int32_t GetStartTime() const { return m_startTime.GetSeconds(); }
   [[nodiscard]] std::int32_t SecondsSinceStart() const;
+  /// As of the start; under the profile `modern` of the batch, as the boot time moves with the
+  /// clock.
   [[nodiscard]] std::int32_t GetBootTime() const { return m_bootTime.GetSeconds(); }
   [[nodiscard]] std::int32_t SecondsSinceBoot() const;
-  /// On-line processors at the start.
+  /// On-line processors at the start; under the profile `modern` those of the batch.
   [[nodiscard]] std::uint32_t GetNumCPUs() const { return m_numCPUs; }
   /// The interval of a real-time row with rates.
   [[nodiscard]] std::int32_t GetUpTimeSeconds() const { return SecondsSinceBoot(); }
@@ -150,6 +152,10 @@ class RecordBuilder {
   /// Queues what can be served; returns whether one of the events is a scheduled one.
   bool QueueRequests(const CMBMultipleRecordRequestEvent& batch);
   void CollectSnapshot(bool anyScheduled, UtlErrorPtr& error);
+  /// What is 0 is not told, and stays as it was.
+  void NoteHost(std::int32_t bootTime, std::uint32_t processors);
+  /// Notes both anew where records of the batch make something of them.
+  void LookAtHost(const CMBMultipleRecordRequestEvent& batch);
   void BuildEntry(const RecordQueueEntry& entry, UtlErrorPtr& error);
 
   /// What the builders of records of processes work on in this batch.

@@ -51,6 +51,7 @@ OsCalls& Os() {
       .fork = ::fork,
       .time = ::time,
       .gettimeofday = RealGettimeofday,
+      .clock_gettime = ::clock_gettime,
       .adjtimex = ::adjtimex,
       .sleep = ::sleep,
   };

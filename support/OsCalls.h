@@ -44,6 +44,7 @@ struct OsCalls {
   pid_t (*fork)();
   std::time_t (*time)(std::time_t*);
   int (*gettimeofday)(struct ::timeval*);
+  int (*clock_gettime)(clockid_t, struct ::timespec*);
   int (*adjtimex)(struct ::timex*);
   unsigned (*sleep)(unsigned seconds);
 };

@@ -259,7 +259,7 @@ int CapturedMsgctl(int id, int command, struct ::msqid_ds* answer) {
                            [&] { return g_realCalls.msgctl(id, command, answer); }));
 }
 
-/// One clock behind both calls: they tell one moment.
+/// One clock of the day behind both calls: they tell one moment.
 int CapturedGettimeofday(struct ::timeval* now) {
   if (!g_capturedHost->IsInBatch()) {
     return g_realCalls.gettimeofday(now);
@@ -275,6 +275,13 @@ std::time_t CapturedTime(std::time_t* out) {
     *out = now.tv_sec;
   }
   return now.tv_sec;
+}
+int CapturedClockGettime(clockid_t clock, struct ::timespec* now) {
+  if (!g_capturedHost->IsInBatch()) {
+    return g_realCalls.clock_gettime(clock, now);
+  }
+  return AskCall(Numbered("clock_gettime", clock), now,
+                 [&] { return g_realCalls.clock_gettime(clock, now); });
 }
 int CapturedAdjtimex(struct ::timex* clock) {
   return AskCall("adjtimex", clock, [&] { return g_realCalls.adjtimex(clock); });
@@ -306,5 +313,6 @@ void CaptureOsCalls(CapturedHost& host) {
   calls.getpwent = CapturedGetpwent;
   calls.time = CapturedTime;
   calls.gettimeofday = CapturedGettimeofday;
+  calls.clock_gettime = CapturedClockGettime;
   calls.adjtimex = CapturedAdjtimex;
 }

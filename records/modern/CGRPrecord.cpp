@@ -1,3 +1,4 @@
+#include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
 #include "records/modern/FigurePairs.h"
@@ -57,11 +58,11 @@ void FillGroup(GroupRecord& row, const ControlGroup& group) {
 }  // namespace
 
 UtlError* RecordBuilder::Build_CGRP(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  const auto processors = static_cast<float>(Os().get_nprocs());
-  const auto derive = [processors](GroupRecord& row, const GroupRecord&, double) {
-    row.allCpusPercent = row.cpuPercent / processors;
+  const auto derive = [this](GroupRecord& row, const GroupRecord&, double) {
+    row.allCpusPercent = static_cast<float>(Quotient(row.cpuPercent, GetNumCPUs()));
   };
   return BuildGrowthRows<GroupRecord, NewInstance::kAll>(
-      {"RecordBuilder::Build_CGRP", pEvent, pRequest, GetUpTimeSeconds()},
+      {"RecordBuilder::Build_CGRP", pEvent, pRequest, GetUpTimeSeconds(),
+       m_pCollector->TakenAt(COLLECT_CONTROL_GROUP)},
       StateOf<GrowthState<GroupRecord>>(), m_pCollector->GetModern()->groups, FillGroup, derive);
 }

@@ -1,7 +1,11 @@
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <span>
 #include <string_view>
+#include <vector>
 
+#include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
 #include "records/modern/FigurePairs.h"
@@ -70,10 +74,64 @@ void DerivePercentages(CpuRecord& row, const CpuRecord& growth, double /*seconds
   row.cpuPercent = static_cast<float>(100 * Quotient(all - rest, all));
 }
 
+/// All processors, of which the kernel takes the times of one that is idle from another place while
+/// it is off line. The two drift apart, so that its sums jump as one goes or comes; these go on by
+/// what each processor that was there before has counted.
+class AllProcessors {
+ public:
+  /// `figures` has a row of all and one of each; returns that of all, put right.
+  [[nodiscard]] CpuTimeFigures PutRight(const std::vector<CpuTimeFigures>& figures) {
+    CpuTimeFigures all = figures.front();
+    const bool hasJumped = !m_last.empty() && (!HasSameNames(figures) || all.idle < m_last[0].idle);
+    for (std::size_t place = 0; place < kIdleTimes.size(); ++place) {
+      double CpuTimeFigures::*const time = kIdleTimes[place];
+      if (hasJumped) {
+        m_ahead[place] += GrowthOfEach(figures, time) - (all.*time - m_last[0].*time);
+      }
+      all.*time += m_ahead[place];
+    }
+    m_last = figures;
+    return all;
+  }
+
+ private:
+  static constexpr std::array kIdleTimes{&CpuTimeFigures::idle, &CpuTimeFigures::wait};
+
+  [[nodiscard]] bool HasSameNames(const std::vector<CpuTimeFigures>& figures) const {
+    return std::ranges::equal(figures, m_last, {}, &CpuTimeFigures::name, &CpuTimeFigures::name);
+  }
+  [[nodiscard]] double GrowthOfEach(const std::vector<CpuTimeFigures>& figures,
+                                    double CpuTimeFigures::*time) const {
+    double growth = 0;
+    for (const CpuTimeFigures& processor : std::span(figures).subspan(1)) {
+      const auto before = std::ranges::find(m_last, processor.name, &CpuTimeFigures::name);
+      growth += before == m_last.end() ? 0.0 : GrowthOfCounter(processor.*time, (*before).*time);
+    }
+    return growth;
+  }
+
+  std::vector<CpuTimeFigures> m_last;
+  std::array<double, kIdleTimes.size()> m_ahead{};  ///< of the kernel's sums
+};
+
+struct CpuState : GrowthState<CpuRecord> {
+  AllProcessors all;
+};
+
 }  // namespace
 
 UtlError* RecordBuilder::Build_CPUX(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  return BuildGrowthRows({"RecordBuilder::Build_CPUX", pEvent, pRequest, GetUpTimeSeconds()},
-                         StateOf<GrowthState<CpuRecord>>(), m_pCollector->GetModern()->cpuTimes,
-                         FillCpu, DerivePercentages);
+  auto& state = StateOf<CpuState>();
+  const std::vector<CpuTimeFigures>& figures = m_pCollector->GetModern()->cpuTimes;
+  CpuTimeFigures all;
+  if (!figures.empty() && figures.front().name == "all") {
+    all = state.all.PutRight(figures);
+  }
+  const auto fill = [&](CpuRecord& row, const CpuTimeFigures& processor) {
+    FillCpu(row, processor.name == all.name ? all : processor);
+  };
+  return BuildGrowthRows({"RecordBuilder::Build_CPUX", pEvent, pRequest, GetUpTimeSeconds(),
+                          m_pCollector->TakenAt(COLLECT_CPU_TIME)},
+                         static_cast<GrowthState<CpuRecord>&>(state), figures, fill,
+                         DerivePercentages);
 }

@@ -1,7 +1,11 @@
 #include <algorithm>
+#include <array>
+#include <cmath>
 
+#include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
+#include "records/ModernDevices.h"
 #include "records/modern/FigurePairs.h"
 #include "records/modern/GrowthRows.h"
 
@@ -30,6 +34,10 @@ constexpr FigurePair<DiskRecord, DiskFigures> kDiskPairs[] = {
     {&DiskRecord::weightedSeconds, &DiskFigures::weightedSeconds},
     {&DiskRecord::errors, &DiskFigures::errors}};
 
+constexpr std::array kDiskTimes{&DiskRecord::readSeconds,    &DiskRecord::writeSeconds,
+                                &DiskRecord::discardSeconds, &DiskRecord::flushSeconds,
+                                &DiskRecord::inUseSeconds,   &DiskRecord::weightedSeconds};
+
 void FillDisk(DiskRecord& row, const DiskFigures& disk) {
   row.device = disk.name;
   row.name = disk.label;
@@ -48,8 +56,33 @@ void DeriveQueue(DiskRecord& row, const DiskRecord& growth, double seconds) {
 
 }  // namespace
 
+/// A time that fell has wrapped, unless the disk has started again.
+template <>
+struct CounterRule<DiskRecord> {
+  static double Growth(const DiskRecord& now, const DiskRecord& before,
+                       Double DiskRecord::*counter) {
+    const double current = now.*counter;
+    const double previous = before.*counter;
+    const bool isTime =
+        std::find(kDiskTimes.begin(), kDiskTimes.end(), counter) != kDiskTimes.end();
+    const bool hasRestarted = Fell(now.reads, before.reads) || Fell(now.writes, before.writes);
+    if (!isTime || hasRestarted || !Fell(current, previous)) {
+      return GrowthOfCounter(current, previous);
+    }
+    const auto milliseconds = [](double seconds) {
+      return static_cast<std::uint64_t>(std::llround(1000 * seconds));
+    };
+    return static_cast<double>(MillisecondsGrown(milliseconds(current), milliseconds(previous))) /
+           1000;
+  }
+
+ private:
+  static bool Fell(double current, double previous) { return current < previous; }
+};
+
 UtlError* RecordBuilder::Build_DISK(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   return BuildGrowthRows<DiskRecord, NewInstance::kAll>(
-      {"RecordBuilder::Build_DISK", pEvent, pRequest, GetUpTimeSeconds()},
+      {"RecordBuilder::Build_DISK", pEvent, pRequest, GetUpTimeSeconds(),
+       m_pCollector->TakenAt(COLLECT_DISK)},
       StateOf<GrowthState<DiskRecord>>(), m_pCollector->GetModern()->disks, FillDisk, DeriveQueue);
 }

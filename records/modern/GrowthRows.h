@@ -14,8 +14,8 @@
 // which figures grow, and what is a rate, a load, a share or an average of which growth. Counters
 // are Double fields. A figure that is not told stays so through differences and rates.
 
-/// A row on its way: the record, and when its figures were taken. Times are seconds since 1970, 0
-/// for none.
+/// A row on its way: the record, and when its figures were taken. Times are those of
+/// RunningSeconds(), 0 for none.
 template <class Record>
 struct TimedRow : Record {
   using PublishedRecord = Record;
@@ -35,6 +35,14 @@ enum class NewInstance {
   return now < before ? 0.0 : now - before;
 }
 
+/// The growth of one of a record's counters; specialized by a record that has other rules.
+template <class Record>
+struct CounterRule {
+  static double Growth(const Record& now, const Record& before, Double Record::*counter) {
+    return GrowthOfCounter(now.*counter, before.*counter);
+  }
+};
+
 /// What lies between two times; kNotTold if the clock did not go on.
 [[nodiscard]] inline double SecondsBetween(double before, double now) {
   return before != 0 && now > before ? now - before : kNotTold;
@@ -44,9 +52,6 @@ enum class NewInstance {
 [[nodiscard]] inline double Quotient(double part, double whole) {
   return whole > 0 ? part / whole : kNotTold;
 }
-
-/// `now` with its fraction where the clock of microseconds agrees.
-[[nodiscard]] double ExactTime(std::int32_t now);
 
 /// Calls `visit(member)` for each counter of the record.
 template <class Record, class Visitor>
@@ -94,13 +99,14 @@ void AmendGrowth(TimedRow<Record>& row, TimedRow<Record>& raw, const TimedRow<Re
   const bool countsAll = newInstance == NewInstance::kAll && raw.lastBuild != 0;
   VisitCounters<Record>([&](Double Record::*counter) {
     if (!isNew) {
-      row.*counter = GrowthOfCounter(row.*counter, previous.*counter);
+      row.*counter = CounterRule<Record>::Growth(raw, previous, counter);
     } else if (!countsAll) {
       row.*counter = kNotTold;
     }
   });
-  // A clock that was set back has no interval.
-  if (isNew || !IsTold(row.seconds)) {
+  // The row's own clock may have been set.
+  const auto shown = static_cast<double>(static_cast<std::uint32_t>(row.interval));
+  if (const bool isShown = std::abs(row.seconds - shown) <= 1.0; isNew || !isShown) {
     row.interval = IsTold(row.seconds) ? static_cast<std::uint32_t>(std::lround(row.seconds)) : 0U;
   }
 }
@@ -130,6 +136,7 @@ struct GrowthCall {
   CMBRecordRequestEvent* event;
   CMBRecordRequest* request;
   std::int32_t upTime;  ///< seconds since boot
+  double takenAt;       ///< when the figures were, by RunningSeconds()
 };
 
 /// What grew, and in how many seconds: in the interval, since boot for a look with rates, since the
@@ -146,7 +153,7 @@ template <class Record>
   Growth<Record> growth{row, seconds};
   VisitCounters<Record>([&](Double Record::*counter) {
     growth.row.*counter =
-        predecessor == nullptr ? kNotTold : GrowthOfCounter(row.*counter, predecessor->*counter);
+        predecessor == nullptr ? kNotTold : CounterRule<Record>::Growth(row, *predecessor, counter);
   });
   return growth;
 }
@@ -163,7 +170,7 @@ UtlError* BuildGrowthRows(const GrowthCall& call, GrowthState<Record>& state,
   const auto claimed = ClaimUserObject<LookObject>(*call.request);
   LookObject& look = claimed.object;
   const auto now = static_cast<std::int32_t>(Os().time(nullptr));
-  const double at = ExactTime(now);
+  const double at = call.takenAt;
   IntervalBuild<TimedRow<Record>> build(kGrowthFamily<Record, newInstance>, state.rawRows,
                                         *call.event, claimed.first, call.upTime);
   for (const auto& source : sources) {

@@ -1,5 +1,6 @@
 #include <span>
 
+#include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
 #include "records/modern/FigurePairs.h"
@@ -31,7 +32,8 @@ void FillKernel(KernelRecord& row, const KernelFigures& figures) {
 }  // namespace
 
 UtlError* RecordBuilder::Build_KERN(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  return BuildGrowthRows({"RecordBuilder::Build_KERN", pEvent, pRequest, GetUpTimeSeconds()},
+  return BuildGrowthRows({"RecordBuilder::Build_KERN", pEvent, pRequest, GetUpTimeSeconds(),
+                          m_pCollector->TakenAt(COLLECT_KERNEL)},
                          StateOf<GrowthState<KernelRecord>>(),
                          std::span(&m_pCollector->GetModern()->kernel, 1), FillKernel,
                          DeriveNoMore{});

@@ -1,5 +1,6 @@
 #include <span>
 
+#include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
 #include "records/modern/FigurePairs.h"
@@ -134,7 +135,8 @@ void FillMemory(MemoryRecord& row, const MemoryFigures& figures) {
 }  // namespace
 
 UtlError* RecordBuilder::Build_MEMD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  return BuildGrowthRows({"RecordBuilder::Build_MEMD", pEvent, pRequest, GetUpTimeSeconds()},
+  return BuildGrowthRows({"RecordBuilder::Build_MEMD", pEvent, pRequest, GetUpTimeSeconds(),
+                          m_pCollector->TakenAt(COLLECT_MEMORY)},
                          StateOf<GrowthState<MemoryRecord>>(),
                          std::span(&m_pCollector->GetModern()->memory, 1), FillMemory,
                          DeriveNoMore{});

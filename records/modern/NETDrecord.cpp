@@ -1,3 +1,4 @@
+#include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
 #include "records/modern/FigurePairs.h"
@@ -55,7 +56,8 @@ void DeriveUse(InterfaceRecord& row, const InterfaceRecord& growth, double secon
 
 UtlError* RecordBuilder::Build_NETD(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   return BuildGrowthRows<InterfaceRecord, NewInstance::kAll>(
-      {"RecordBuilder::Build_NETD", pEvent, pRequest, GetUpTimeSeconds()},
+      {"RecordBuilder::Build_NETD", pEvent, pRequest, GetUpTimeSeconds(),
+       m_pCollector->TakenAt(COLLECT_LINK)},
       StateOf<GrowthState<InterfaceRecord>>(), m_pCollector->GetModern()->links, FillInterface,
       DeriveUse);
 }

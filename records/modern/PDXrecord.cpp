@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
 #include "collect/modern/cgroup/ControlGroupName.h"
@@ -130,13 +131,12 @@ double DelayPercent(const DelayObject& last, const ProcessDetail& process, doubl
 UtlError* RecordBuilder::BuildPD_PDX(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
   TraceEntry("RecordBuilder::BuildPD_PDX", AddressOf(pEvent), AddressOf(pRequest));
   DelayObject& last = ClaimUserObject<DelayObject>(*pRequest).object;
-  double at = 0;
+  const double at = m_pCollector->TakenAt(COLLECT_PROCESS_DETAIL);
   std::unordered_map<std::int32_t, KeptDelay> delays;
   BuildUsers users;
   BuildDetailRows<DetailRecord>(
       m_pCollector->GetModern()->processes, *pEvent,
       [&](const ProcessDetail& process, std::int32_t now) {
-        at = at == 0 ? ExactTime(now) : at;
         DetailRecord row = DetailRow(process, now, users);
         row.runDelayPercent =
             static_cast<float>(DelayPercent(last, process, SecondsBetween(last.at, at)));

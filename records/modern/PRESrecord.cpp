@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
 #include "records/modern/GrowthRows.h"
@@ -33,7 +34,8 @@ void CapPressure(PressureRecord& row, const PressureRecord& /*growth*/, double /
 }  // namespace
 
 UtlError* RecordBuilder::Build_PRES(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  return BuildGrowthRows({"RecordBuilder::Build_PRES", pEvent, pRequest, GetUpTimeSeconds()},
+  return BuildGrowthRows({"RecordBuilder::Build_PRES", pEvent, pRequest, GetUpTimeSeconds(),
+                          m_pCollector->TakenAt(COLLECT_PRESSURE)},
                          StateOf<GrowthState<PressureRecord>>(),
                          m_pCollector->GetModern()->pressure, FillPressure, CapPressure);
 }

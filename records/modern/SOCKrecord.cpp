@@ -1,5 +1,6 @@
 #include <span>
 
+#include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
 #include "collect/modern/ModernFigures.h"
 #include "records/modern/FigurePairs.h"
@@ -73,7 +74,8 @@ void FillSockets(SocketRecord& row, const SocketFigures& figures) {
 }  // namespace
 
 UtlError* RecordBuilder::Build_SOCK(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pRequest) {
-  return BuildGrowthRows({"RecordBuilder::Build_SOCK", pEvent, pRequest, GetUpTimeSeconds()},
+  return BuildGrowthRows({"RecordBuilder::Build_SOCK", pEvent, pRequest, GetUpTimeSeconds(),
+                          m_pCollector->TakenAt(COLLECT_SOCKET)},
                          StateOf<GrowthState<SocketRecord>>(),
                          std::span(&m_pCollector->GetModern()->sockets, 1), FillSockets,
                          DeriveNoMore{});

@@ -20,6 +20,7 @@ class AgentOnHost : public ::testing::Test {
     g_msgLogLevel = 20;
     m_realCalls = Os();
     Os().time = [](std::time_t*) { return s_now; };
+    Os().clock_gettime = [](clockid_t, timespec*) { return -1; };  // that of the day stands in
     Os().get_nprocs = [] { return 2; };
     Os().get_nprocs_conf = [] { return 2; };
     SetProductRoot(m_product.Path().string());

@@ -260,6 +260,86 @@ TEST_F(ModernGrowthTest, RatesGoByTheClockWithItsFraction) {
   }
 }
 
+// Each row is 60 seconds after the one before, whatever the clock of the day was set by.
+TEST_F(ModernGrowthTest, AClockThatIsSetChangesNoRate) {
+  static int s_running = 0;
+  Os().clock_gettime = [](clockid_t clock, timespec* now) {
+    *now = {s_running, 500'000'000};
+    return clock == CLOCK_BOOTTIME ? 0 : -1;
+  };
+  Asker interval("DISK", '4', kGrowthIntervals);
+  Asker look("PDX", '3', kGrowthLooks);
+  for (const std::time_t step : {0, -30, -3600, 1800}) {
+    SetClock(s_now + 60 + step);
+    s_running += 60;
+    Collect(kDisks, {{"sda", s_running * 2.0}});
+    const auto& disks = Ask(kDisks, interval);
+    Collect(kProcesses, {{"12", static_cast<double>(s_running) / 10}});
+    const std::string delay = FieldText(*Ask(kProcesses, look).front(), "Run Delay %");
+    if (!disks.empty()) {
+      EXPECT_EQ(FieldText(*disks.front(), "Reads/sec"), "2") << step;
+      EXPECT_EQ(FieldText(*disks.front(), "Interval"), "60") << step;
+      EXPECT_EQ(delay, "10") << step;
+    }
+  }
+}
+
+TEST_F(ModernGrowthTest, TimesOfADiskWrapAndThoseOfOneThatStartsAgainDoNot) {
+  const struct {
+    double reads, weighted;
+    const char* queue;
+  } cases[] = {{100, 4294960, "-"},
+               {200, 100, "10.7296"},
+               {210, 4000000, "399990"},
+               {50, 99, "0"},
+               {60, 98, "0"}};
+  Asker interval("DISK", '4', kGrowthIntervals);
+  Asker look("DISK", '4', kGrowthLooks);
+  for (const auto& one : cases) {
+    Collect(kDisks, {{"sda", one.reads}});
+    m_collector.GetModern()->disks.front().weightedSeconds = one.weighted;
+    EXPECT_EQ(FieldText(*Ask(kDisks, look).front(), "Avg Queue Length"), one.queue);
+    for (const CMBRecord* row : Ask(kDisks, interval)) {
+      EXPECT_EQ(FieldText(*row, "Avg Queue Length"), one.queue);
+    }
+    SetClock(s_now + 10);
+  }
+}
+
+// The kernel takes the idle time of a processor that is off line from another place.
+TEST_F(ModernGrowthTest, AllProcessorsGrowByWhatEachHasCounted) {
+  const struct {
+    const char* what;
+    std::vector<double> idle;  // of all, cpu0 and cpu1
+    const char* percent;
+  } cases[] = {{"first", {2000, 1000, 1000}, "-"},
+               {"off line", {1500, 1009}, "10"},
+               {"back", {2010, 1018, 500}, "10"},
+               {"anew meanwhile", {1509, 1027, 1}, "10"},
+               {"as ever", {1525, 1034, 10}, "11.1111"}};
+  Asker interval("CPUX", '4', kGrowthIntervals);
+  Asker look("CPUX", '4', kGrowthLooks);
+  double user = 0;
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.what);
+    const char* const names[] = {"all", "cpu0", "cpu1"};
+    Collect(kCpus, {});
+    for (std::size_t at = 0; at < one.idle.size(); ++at) {
+      auto& figures = m_collector.GetModern()->cpuTimes.emplace_back();
+      figures.name = names[at];
+      figures.user = at == 0 ? user : 0;
+      figures.idle = one.idle[at];
+    }
+    EXPECT_EQ(FieldText(*Ask(kCpus, look).front(), "CPU %"), one.percent);
+    const auto& rows = Ask(kCpus, interval);
+    if (!rows.empty()) {
+      EXPECT_EQ(FieldText(*rows.front(), "CPU %"), one.percent);
+    }
+    user += user == 3 ? 2 : 1;
+    SetClock(s_now + 10);
+  }
+}
+
 TEST_F(ModernGrowthTest, RunDelaysAreOfOneProcessAndOneRequest) {
   Asker asker("PDX", '3', kGrowthLooks);
   Asker other("PDX", '3', kGrowthLooks);

@@ -49,6 +49,24 @@ TEST_F(ModernPIrecordTest, ProcessesOfTheBatchsOwnWalkAreCounted) {
   EXPECT_EQ(Look<recordPI>(batch).processes, 0U);
 }
 
+// The clock has been set since the start, and processors have come.
+TEST_F(ModernPIrecordTest, BootTimeAndProcessorsAreThoseOfTheBatch) {
+  m_host.Write("/proc/stat", "cpu0 1\ncpu1 1\ncpu2 1\ncpu3 1\ncpu4 1\nbtime 1699999000\n");
+  m_host.AddProcess({.pid = 900, .userTicks = 40'000, .name = "busy", .commandLine = "busy"});
+  Batch overview;
+  overview.Add("PI", '4', {.realtime = 1, .calcRates = 1});
+  Batch others;
+  for (const auto& [record, category] : {std::pair{"CPUP", '4'}, {"PDI", '3'}, {"DEVS", '4'}}) {
+    others.Add(record, static_cast<unsigned char>(category), {.realtime = 1, .calcRates = 1});
+  }
+  Answer(others);
+  const auto processor = others.entries[0]->Rows<recordPI_CPUP>().at(0);
+  EXPECT_STREQ(processor.upTime.c_str(), Look<recordPI>(overview).systemUpTime.c_str());
+  EXPECT_EQ(processor.bootTime, 1'699'999'000);
+  EXPECT_EQ(others.entries[1]->Rows<recordPD_PDI>().at(0).cpuPercent, 40.0F / 5);
+  EXPECT_EQ(others.entries[2]->Rows<recordPI_DEVS>().at(0).interval, 1000U);
+}
+
 TEST_F(ModernPIrecordTest, LooksCompareWithTheirOwnLastAnswer) {
   Batch batch;
   batch.Add("PI", '4', {.realtime = 1, .calcRates = 0});

@@ -114,6 +114,29 @@ TEST_F(ModernRecordRowsTest, RowsAreThoseWorkedOutByHand) {
   expect(others, "boot");
 }
 
+// Though the first batch takes seconds more for its processes, behind its figures of pressure.
+TEST_F(ModernRecordRowsTest, AnIntervalEndsWhenItsFiguresAreRead) {
+  static std::int64_t s_milliseconds = 250;
+  Os().clock_gettime = [](clockid_t, timespec* now) {
+    *now = {1000 + s_milliseconds / 1000, s_milliseconds % 1000 * 1'000'000};
+    return 0;
+  };
+  Os().statfs64 = [](const char*, struct ::statfs64*) {
+    s_milliseconds += 5000;
+    return -1;
+  };
+  Start("modern", "host.tsv");
+  Batch batch;
+  batch.Add("PRES", '4', kRowIntervals);
+  batch.Add("PDX", '3', kRowLooks);
+  Answer(batch);
+  Reach(State::kSecond, "host.tsv");
+  s_milliseconds = 12'750;
+  Os().statfs64 = m_realCalls.statfs64;
+  Answer(batch);
+  RowTable(kRows / "PRES.tsv").Expect(batch.entries[0]->event.m_records, "interval");
+}
+
 TEST_F(ModernRecordRowsTest, GroupsOfBothVersionsAreOneRowEach) {
   Start("modern", "host-v1.tsv");
   const RowTable table(kRows / "CGRP-v1.tsv");

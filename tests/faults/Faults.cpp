@@ -81,6 +81,7 @@ constexpr std::array kFailingCalls{
     FailingBy<&OsCalls::getpwent, nullptr, EIO>("getpwent"),
     FailingBy<&OsCalls::fork, -1, EAGAIN>("fork"),
     FailingBy<&OsCalls::gettimeofday, -1, EINVAL>("gettimeofday"),
+    FailingBy<&OsCalls::clock_gettime, -1, EINVAL>("clock_gettime"),
     FailingBy<&OsCalls::adjtimex, -1, EPERM>("adjtimex"),
     FailingBy<&OsCalls::sleep, 1U, EINTR>("sleep")};
 

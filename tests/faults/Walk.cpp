@@ -53,6 +53,10 @@ void SetStillCalls() {
     *now = {g_now, 0};
     return 0;
   };
+  Os().clock_gettime = [](clockid_t, timespec* now) {
+    *now = {g_now, 0};
+    return 0;
+  };
   Os().sysinfo = [](struct ::sysinfo* facts) {
     *facts = {};
     facts->uptime = 1000;

@@ -104,6 +104,7 @@ std::string SizedCalls(Input& input) {
       Call{"semctl 0 0 " + info, sizeof(struct ::seminfo)},
       Call{"semctl 0 0 " + std::to_string(SEM_STAT), sizeof(struct ::semid_ds)},
       Call{"gettimeofday", sizeof(struct ::timeval)},
+      Call{"clock_gettime 7", sizeof(struct ::timespec)},
       Call{"adjtimex", sizeof(struct ::timex)},
       Call{"list /proc", {}},
       Call{"readlink /proc/link", {}},

@@ -353,7 +353,7 @@ void TakeEvents(Far& far, GateLoop& loop, std::string_view records) {
   const auto exchange = std::make_shared<HttpExchange>();
   exchange->lastEventId = std::to_string(std::time(nullptr) - 100);
   exchange->arguments = {{"records", std::string(records)}};
-  events.Serve(exchange);
+  events.Serve(exchange, {"reader", [] { return true; }});
   RunUntilQuiet(far, loop);
   if (const auto& stream = exchange->Stream(); stream != nullptr) {
     std::string text(stream->Waiting(), '\0');

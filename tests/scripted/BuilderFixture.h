@@ -20,6 +20,7 @@ class BuilderFixture : public ::testing::Test {
     g_msgLogLevel = 30;
     s_now = 1'700'000'000;
     Os().time = [](std::time_t*) { return s_now; };
+    Os().clock_gettime = [](clockid_t, timespec*) { return -1; };  // that of the day stands in
     ClearUserNames();
     ClearGroupNames();
   }

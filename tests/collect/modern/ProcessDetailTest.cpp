@@ -121,6 +121,9 @@ TEST_F(ProcessDetailTest, WhoMayHoldItsReaderHasTheArgumentsOfTheLookBefore) {
     Write(20, "cmdline", arguments);
     EXPECT_TRUE(Dump().ends_with(std::string(" ") + shown + '\n')) << arguments;
   }
+  WriteStat(20, "x", 'D', 78);
+  Write(20, "wchan", "folio_wait_bit_common");
+  EXPECT_TRUE(Dump().ends_with(" [d]\n")) << "it waits for a disk";
 }
 
 TEST_F(ProcessDetailTest, ChoosesTheControlGroupThatTellsMost) {

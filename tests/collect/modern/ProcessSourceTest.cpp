@@ -162,6 +162,14 @@ TEST_F(ModernProcessSourceTest, WhoMayHoldItsReaderHasTheArgumentsOfTheLookBefor
     return std::string(Read().at(0).GetCmdline());
   };
   EXPECT_EQ(shown('D', "33333", "a"), "") << "no look before";
+  int start = 33400;
+  for (const auto& [wchan, arguments] : {std::pair{"folio_wait_bit_common", "a"},
+                                         {"0", ""},
+                                         {"rpc_wait_bit_killable", ""},
+                                         {"io_schedule", "a"}}) {
+    m_host->Write("/proc/20/wchan", wchan);
+    EXPECT_EQ(shown('D', std::to_string(++start).c_str(), "a"), arguments) << wchan;
+  }
   EXPECT_EQ(shown('S', "33333", "b"), "b");
   EXPECT_EQ(shown('D', "33333", "c"), "b");
   EXPECT_EQ(shown('D', "33333", "c"), "b");
