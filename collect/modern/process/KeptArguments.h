@@ -28,3 +28,7 @@ class KeptArguments {
 
 /// Whether the state of a process is such a one.
 [[nodiscard]] constexpr bool MayHoldItsReader(char state) { return state == 'D'; }
+/// Whether a process in that state waits for a server, or for the lock that one who does may hold,
+/// by its `wchan`: the kernel's function that it waits in. Also true where that is not told, as to
+/// who has no right to it.
+[[nodiscard]] bool MayWaitForServer(std::string_view wchan);

@@ -189,7 +189,10 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
   FormFolder(group, name);
   ProcessFolder folder(name.data());
   if (isDue && group.task.virtualPages != 0) {
-    part.lacksCommandLine = MayHoldItsReader(TaskStateLetter(group.task.state));
+    std::array<char, 64> wchan;
+    part.lacksCommandLine = MayHoldItsReader(TaskStateLetter(group.task.state)) &&
+                            (!part.commandLine.empty() ||
+                             MayWaitForServer(ReadText(walk, folder.PathOf("wchan"), wchan)));
     if (!part.lacksCommandLine) {
       ReadCommandLine(walk, folder, part);
     }

@@ -135,13 +135,16 @@ bool DetailReader::ReadRest(Descriptor folder, ProcessDetail& detail) {
 }
 
 void DetailReader::ReadCommandLine(ProcessDetail& detail) {
-  const bool mayHold = MayHoldItsReader(detail.state);
-  if (!mayHold) {
-    detail.commandLine = Tidied(ReadFile("cmdline", kMostCommandLine));
+  if (MayHoldItsReader(detail.state)) {
+    if (m_kept != nullptr) {
+      detail.commandLine = m_kept->Find(detail.pid, detail.startTicks);
+    }
+    if (!detail.commandLine.empty() || MayWaitForServer(ReadFile("wchan"))) {
+      return;
+    }
   }
-  if (m_kept != nullptr && mayHold) {
-    detail.commandLine = m_kept->Find(detail.pid, detail.startTicks);
-  } else if (m_kept != nullptr) {
+  detail.commandLine = Tidied(ReadFile("cmdline", kMostCommandLine));
+  if (m_kept != nullptr) {
     m_kept->Keep(detail.pid, detail.startTicks, detail.commandLine);
   }
 }

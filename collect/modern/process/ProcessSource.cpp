@@ -255,8 +255,12 @@ bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
 void ModernProcessSource::TakeArguments(ProcessFolder& folder, Process& record) {
   const std::uint64_t start = record.modern.startTicks;
   if (MayHoldItsReader(record.modern.state)) {
-    s_arguments.Find(record.pid, start).copy(record.cmdline.data(), record.cmdline.size());
-    return;
+    const std::string_view kept = s_arguments.Find(record.pid, start);
+    std::array<char, 64> wchan;
+    if (!kept.empty() || MayWaitForServer(ReadText(m_walk, folder.PathOf("wchan"), wchan))) {
+      kept.copy(record.cmdline.data(), record.cmdline.size());
+      return;
+    }
   }
   ReadArguments(m_walk, folder, record.cmdline);
   if (!m_isSingle) {
