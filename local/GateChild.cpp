@@ -18,6 +18,7 @@
 
 #include "io/OrIfNoMemory.h"
 #include "support/ChildProcess.h"
+#include "support/ProcessDescriptor.h"
 #include "support/Uninterrupted.h"
 
 namespace {
@@ -111,12 +112,7 @@ bool GateChild::Spawn(std::string& error) {
 }
 
 void GateChild::Watch(Descriptor errors) {
-  // The header of the C library's own function says nothing to C++ programs of how it links.
-  Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0U)));
-  if (!process.IsOpen()) {
-    throw std::system_error(errno, std::generic_category());
-  }
-  m_process.Take(std::move(process));
+  m_process.Take(OpenProcess(m_pid));
   m_errors.Take(std::move(errors));
   WatchErrors();
   WatchEnd();

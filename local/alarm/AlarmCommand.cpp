@@ -27,6 +27,7 @@
 #include "support/Capabilities.h"
 #include "support/ChildProcess.h"
 #include "support/Descriptor.h"
+#include "support/ProcessDescriptor.h"
 #include "support/Uninterrupted.h"
 
 namespace {
@@ -178,11 +179,7 @@ class AlarmCommand::Child {
  private:
   /// Watches what has been forked. Throws where that can't be done.
   void Watch(Descriptor output) {
-    Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0U)));
-    if (!process.IsOpen()) {
-      throw std::system_error(errno, std::generic_category());
-    }
-    m_process.Take(std::move(process));
+    m_process.Take(OpenProcess(m_pid));
     m_output.Take(std::move(output));
     WatchOutput();
     WatchEnd();
