@@ -194,7 +194,7 @@ UtlError* Collector::collect(CollectionMask flags, std::span<const char* const> 
   m_flags = flags;
   m_collected = 0;
   if (g_hostProfile == HostProfile::kModern && (flags & kShownWithNames) != 0) {
-    ForgetOldNames();
+    RenewOldNames();
   }
   for (std::size_t index = 0; index < Categories().size() && error == nullptr; ++index) {
     const Category& category = Categories()[index];

@@ -121,9 +121,7 @@ void GateChild::Watch(Descriptor errors) {
 void GateChild::GiveUp() {
   Descriptor(m_process.Release()).Close();
   Descriptor(m_errors.Release()).Close();
-  ::kill(m_pid, SIGKILL);
-  Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
-  m_pid = 0;
+  EndChild(m_pid);
 }
 
 void GateChild::BecomeGate(int errorPipe, pid_t parent, char* const* arguments) const {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,6 +39,12 @@ void ResetSignals() {
   ::sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+void EndChild(::pid_t& pid) {
+  ::kill(pid, SIGKILL);
+  Uninterrupted([&] { return ::waitpid(pid, nullptr, 0); });
+  pid = 0;
 }
 
 void CloseOthers(int kept) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <optional>
 #include <type_traits>
@@ -16,6 +18,10 @@ void CloseOthers(int kept);
 
 /// Leaves a program that the child becomes the three standard descriptors and `kept`.
 void KeepAcrossExec(int kept);
+
+/// In the parent: ends a child that nobody would see the end of, waits for it and forgets its
+/// number.
+void EndChild(::pid_t& pid);
 
 /// Tells a parent what went wrong in its child, until that has become another program or ended.
 class FailurePipe {

@@ -7,14 +7,26 @@
 #include <cstdio>
 #include <ctime>
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "support/OsCalls.h"
 
 namespace {
 
+/// What the system has last told of an identity.
+struct KeptName {
+  std::optional<std::string> name;
+  std::uint64_t generation = 0;  ///< of the names when it was asked
+};
 /// Owned names by identity.
-using Names = std::map<int, std::string>;
+struct Names {
+  std::map<int, KeptName> kept;
+  /// What is kept of another one is asked for anew. Before the first one what the system does not
+  /// know is not kept.
+  std::uint64_t generation = 0;
+};
 
 Names& UserNames() {
   static Names names;
@@ -30,12 +42,21 @@ template <class Entry, class Ask, class NameOf>
 const char* Find(Names& names, Entry** out, int id, Ask ask, NameOf nameOf) {
   Entry* entry = nullptr;
   const char* name = nullptr;
+  const auto known = names.kept.find(id);
   if (id == kNoIdentity) {
     name = "N/S";
-  } else if (const auto known = names.find(id); known != names.end()) {
-    name = known->second.c_str();
-  } else if (entry = ask(); entry != nullptr && nameOf(*entry) != nullptr) {
-    name = names.emplace(id, nameOf(*entry)).first->second.c_str();
+  } else if (known != names.kept.end() && known->second.generation == names.generation) {
+    name = known->second.name ? known->second.name->c_str() : nullptr;
+  } else {
+    entry = ask();
+    const bool isFound = entry != nullptr && nameOf(*entry) != nullptr;
+    if (isFound || names.generation != 0) {
+      KeptName& kept = names.kept[id];
+      kept.generation = names.generation;
+      // Who knew the name may be away.
+      kept.name = isFound ? std::optional<std::string>(nameOf(*entry)) : std::move(kept.name);
+      name = kept.name ? kept.name->c_str() : nullptr;
+    }
   }
   if (out != nullptr) {
     *out = entry;
@@ -59,7 +80,7 @@ const char* FindGroup(group** entry, int gid) {
 struct NameFileMark {
   ::dev_t device = 0;
   ::ino_t inode = 0;
-  std::int64_t seconds = 0;
+  std::int64_t seconds = 0;  ///< of its last change, also of its times
   std::int64_t nanoseconds = 0;
   ::off_t size = 0;
   bool operator==(const NameFileMark&) const = default;
@@ -69,23 +90,23 @@ NameFileMark MarkOf(const char* path) {
   if (Os().stat(path, &status) != 0) {
     return {};
   }
-  return {status.st_dev, status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
+  return {status.st_dev, status.st_ino, status.st_ctim.tv_sec, status.st_ctim.tv_nsec,
           status.st_size};
 }
 
 }  // namespace
 
-void ForgetOldNames() {
+void RenewOldNames() {
   constexpr std::time_t kLongestKept = 3600;
   static std::array<NameFileMark, 2> lastMarks;
-  static std::time_t forgotten = 0;
+  static std::time_t renewed = 0;
   const std::array marks{MarkOf("/etc/passwd"), MarkOf("/etc/group")};
   const std::time_t now = Os().time(nullptr);
-  if (marks != lastMarks || now < forgotten || now - forgotten >= kLongestKept) {
-    ClearUserNames();
-    ClearGroupNames();
+  if (marks != lastMarks || now < renewed || now - renewed >= kLongestKept) {
+    ++UserNames().generation;
+    ++GroupNames().generation;
     lastMarks = marks;
-    forgotten = now;
+    renewed = now;
   }
 }
 
@@ -110,5 +131,5 @@ const char* GroupName(group** entry, int gid) {
 const char* KnownUserName(int uid) { return FindUser(nullptr, uid); }
 const char* KnownGroupName(int gid) { return FindGroup(nullptr, gid); }
 
-void ClearUserNames() { UserNames().clear(); }
-void ClearGroupNames() { GroupNames().clear(); }
+void ClearUserNames() { UserNames() = {}; }
+void ClearGroupNames() { GroupNames() = {}; }

@@ -7,9 +7,9 @@
 inline constexpr int kNoIdentity = -999;
 
 /// The name of a user: "N/S" for kNoIdentity, "N/A uid = 123" if the system knows no such user,
-/// which is asked again at each look-up. A name found once is kept until the caches are cleared.
-/// `entry` gets what the system was asked for, null where it was not asked; it may be null. The
-/// text is owned here; the "N/A" text lives until the next one.
+/// which is asked again at each look-up. A name found once is kept until the caches are cleared;
+/// see also RenewOldNames(). `entry` gets what the system was asked for, null where it was not
+/// asked; it may be null. The text is owned here; the "N/A" text lives until the next one.
 [[nodiscard]] const char* UserName(passwd** entry, int uid);
 /// The same of a group, with "N/A gid = 123".
 [[nodiscard]] const char* GroupName(group** entry, int gid);
@@ -18,9 +18,12 @@ inline constexpr int kNoIdentity = -999;
 [[nodiscard]] const char* KnownUserName(int uid);
 [[nodiscard]] const char* KnownGroupName(int gid);
 
-/// Forgets all names, as below, if the files of users or groups are others than at the last call or
-/// an hour has gone by since: who else may know names tells of no change.
-void ForgetOldNames();
+/// Has all names asked for anew at their next look-up if the files of users or groups are others
+/// than at the last call or an hour has gone by since, as who else may know names tells of no
+/// change. From the first call on an identity is asked for once in that time, also one without a
+/// name; a name that the system can't tell any more stays. Texts handed out before a call are valid
+/// until their identity is looked up.
+void RenewOldNames();
 /// Forget all names; texts handed out are no longer valid.
 void ClearUserNames();
 void ClearGroupNames();

@@ -28,7 +28,6 @@
 #include "support/ChildProcess.h"
 #include "support/Descriptor.h"
 #include "support/ProcessDescriptor.h"
-#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -144,10 +143,10 @@ class AlarmCommand::Child {
     try {
       Watch(std::move(reader));
     } catch (const std::system_error& problem) {
-      GiveUp();
+      EndChild(m_pid);
       return problem.code().message();
     } catch (const std::bad_alloc&) {
-      GiveUp();
+      EndChild(m_pid);
       throw;
     }
     return "";
@@ -184,13 +183,6 @@ class AlarmCommand::Child {
     WatchOutput();
     WatchEnd();
     m_limit.After(m_owner.m_settings.limit, [this] { OnLimit(); });
-  }
-
-  /// Ends what nobody would see the end of.
-  void GiveUp() {
-    ::kill(m_pid, SIGKILL);
-    Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
-    m_pid = 0;
   }
 
   static void Say(const char* reason) {
@@ -348,7 +340,7 @@ class AlarmCommand::Child {
 };
 
 AlarmCommand::AlarmCommand(EventLoop& loop, ProblemReport report)
-    : m_loop(loop), m_report(std::move(report)) {}
+    : m_loop(loop), m_report(std::move(report)), m_again(loop) {}
 
 AlarmCommand::~AlarmCommand() { Stop(); }
 
@@ -407,31 +399,35 @@ void AlarmCommand::Run(std::vector<std::string> environment) {
 }
 
 void AlarmCommand::StartNext() {
-  while (!m_waiting.empty() && m_children.size() < m_settings.atOnce) {
-    std::vector<std::string> environment = std::move(m_waiting.front());
-    m_waiting.pop_front();
-    m_isDropping = m_isDropping && !m_waiting.empty();
-    auto child = std::make_unique<Child>(*this);
-    ++m_runs;
-    std::string error = child->Start(std::move(environment));
-    const bool isNew = error != m_startError;
-    m_startError = std::move(error);
-    if (!m_startError.empty()) {
-      ++m_failures;
-      if (isNew) {
-        m_report(m_settings.program + ": can't be started: " + m_startError);
-      }
-      continue;
-    }
-    m_children.push_back(std::move(child));
+  OrIfNoMemory(
+      [this] {
+        m_children.remove_if([](const auto& child) { return child->IsOver(); });
+        while (!m_waiting.empty() && m_children.size() < m_settings.atOnce) {
+          m_children.push_back(std::make_unique<Child>(*this));
+          TakeStart(m_children.back()->Start(m_waiting.front()));
+        }
+      },
+      [this] { m_again.After(kCommandFloodPause, [this] { StartNext(); }); });
+}
+
+void AlarmCommand::TakeStart(std::string error) {
+  ++m_runs;
+  m_waiting.pop_front();
+  m_isDropping = m_isDropping && !m_waiting.empty();
+  const bool isNew = error != m_startError;
+  m_startError = std::move(error);
+  if (m_startError.empty()) {
+    return;
+  }
+  m_children.pop_back();
+  ++m_failures;
+  if (isNew) {
+    m_report(m_settings.program + ": can't be started: " + m_startError);
   }
 }
 
 void AlarmCommand::PostNext() {
   LoopTask task;
-  task.run = [this](CMBNode&) {
-    m_children.remove_if([](const auto& child) { return child->IsOver(); });
-    StartNext();
-  };
+  task.run = [this](CMBNode&) { StartNext(); };
   m_loop.Post(std::move(task));
 }

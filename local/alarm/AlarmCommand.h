@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "io/LoopTimer.h"
 #include "json/Json.h"
 #include "local/log/ProblemReport.h"
 #include "local/loop/EventLoop.h"
@@ -61,13 +62,17 @@ class AlarmCommand {
  private:
   class Child;
 
+  /// Starts the next ones in the place of those that have ended; later again where memory lacks.
   void StartNext();
-  /// Starts the next ones in the place of those that have ended, in a turn of its own.
+  /// The same in a turn of its own.
   void PostNext();
+  /// The first one that waits has been started by the last child, or has an error.
+  void TakeStart(std::string error);
 
   EventLoop& m_loop;
   ProblemReport m_report;
   AlarmCommandSettings m_settings;
+  LoopTimer m_again;
   std::list<std::unique_ptr<Child>> m_children;
   std::deque<std::vector<std::string>> m_waiting;
   std::uint64_t m_runs = 0;

@@ -122,20 +122,22 @@ TEST_F(CollectorTest, BitsThatStartNoCategoryReadNothing) {
   EXPECT_EQ(Lines("Started the function (Collector::collect). (arg1=0x8000000,"), 1U);
 }
 
-TEST_F(CollectorTest, NamesAreForgottenWithTheirFilesAndEachHourUnderModernAlone) {
+TEST_F(CollectorTest, NamesAreRenewedWithTheirFilesAndEachHourUnderModernAlone) {
   static std::string g_name;
   static std::time_t g_now = 0;
   static std::time_t g_changed = 0;
+  static int g_asked = 0;
   g_now = 1'000'000;
   Os().time = [](std::time_t*) { return g_now; };
   Os().stat = [](const char* path, struct ::stat* status) {
-    status->st_mtim.tv_sec = std::string_view(path) == "/etc/passwd" ? g_changed : 0;
+    status->st_ctim.tv_sec = std::string_view(path) == "/etc/passwd" ? g_changed : 0;
     return 0;
   };
   Os().getpwuid = [](uid_t) {
     static ::passwd entry{};
     entry.pw_name = g_name.data();
-    return &entry;
+    ++g_asked;
+    return g_name.empty() ? nullptr : &entry;
   };
   const struct {
     HostProfile profile;
@@ -151,7 +153,9 @@ TEST_F(CollectorTest, NamesAreForgottenWithTheirFilesAndEachHourUnderModernAlone
                {HostProfile::kModern, COLLECT_UFSS, 1, 3, "d", "d"},
                {HostProfile::kModern, COLLECT_ACCT, 1, 4, "e", "d"},
                {HostProfile::kModern, COLLECT_UFSS, 1, 4, "e", "e"},
-               {HostProfile::kModern, COLLECT_UFSS, -99, 4, "f", "f"}};
+               {HostProfile::kModern, COLLECT_UFSS, -99, 4, "f", "f"},
+               {HostProfile::kModern, COLLECT_UFSS, 3600, 4, "", "f"},
+               {HostProfile::kModern, COLLECT_UFSS, 1, 4, "g", "f"}};
   for (const auto& look : looks) {
     g_hostProfile = look.profile;
     g_now += look.seconds;
@@ -159,6 +163,13 @@ TEST_F(CollectorTest, NamesAreForgottenWithTheirFilesAndEachHourUnderModernAlone
     g_name = look.name;
     EXPECT_EQ(Collector().collect(look.flags), nullptr);
     EXPECT_STREQ(UserName(nullptr, 33), look.shown) << &look - looks;
+  }
+  // One without a name is asked for once until then, too.
+  g_name.clear();
+  for (const int asked : {1, 0, 0}) {
+    g_asked = 0;
+    EXPECT_EQ(KnownUserName(34), nullptr);
+    EXPECT_EQ(g_asked, asked);
   }
 }
 

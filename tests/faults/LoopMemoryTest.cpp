@@ -9,6 +9,7 @@
 #include "io/LoopTimer.h"
 #include "local/GateChild.h"
 #include "local/alarm/AlarmCapture.h"
+#include "local/alarm/AlarmCommand.h"
 #include "local/loop/DescriptorWatches.h"
 #include "local/loop/EventLoop.h"
 #include "local/loop/EventTimers.h"
@@ -304,6 +305,37 @@ TEST(LoopMemoryTest, TheGateIsStartedAgainWhateverThereWasNoMemoryFor) {
       faults::StopCountingAllocations();
       if (ended != 4) {
         throw std::runtime_error("no gate after allocation " + std::to_string(place));
+      }
+    }
+  }));
+}
+
+TEST(LoopMemoryTest, TheNextCommandIsStartedWhateverThereWasNoMemoryFor) {
+  EXPECT_TRUE(faults::RunInChild([] {
+    constexpr std::size_t kOfAnEnd = 15;
+    EventLoop loop;
+    FakeAgent agent;
+    AlarmCommand command(loop, [](const std::string&) {});
+    command.Configure({"/bin/true", std::chrono::seconds(10), 1});
+    for (std::size_t place = 1; place <= kOfAnEnd; ++place) {
+      Post(loop, [&command, place](CMBNode&) {
+        command.Run({"A=first"});
+        command.Run({"A=next"});
+        faults::CountAllocations(place);
+      });
+      LoopTimer look(loop);
+      std::function<void()> stopOnceBothRan = [&] {
+        if (command.Runs() == 2 * place) {
+          EventLoop::RequestStop();
+        } else {
+          look.After(std::chrono::milliseconds(5), [&] { stopOnceBothRan(); });
+        }
+      };
+      stopOnceBothRan();
+      RunLoop(loop, agent);
+      faults::StopCountingAllocations();
+      if (command.Runs() != 2 * place) {
+        throw std::runtime_error("no command after allocation " + std::to_string(place));
       }
     }
   }));
