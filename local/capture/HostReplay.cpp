@@ -86,26 +86,43 @@ int HostReplay::Open(int folder, const char* name, int flags) {
     return Pass(::openat(folder, name, flags));
   }
   const std::string question = OpenQuestion(*path, flags);
-  for (std::size_t sample = m_sample + 1; sample-- > 0;) {
-    if (const auto known = m_answers[sample].find(question); known != m_answers[sample].end()) {
-      errno = known->second.code;
-      return -1;
-    }
-    if (const int opened = OpenIn(sample, *path, flags); opened >= 0 || errno != ENOENT) {
-      return opened < 0 ? -1 : Keep(opened, *path);
+  const auto found = Newest(question, [&](std::size_t sample) {
+    const bool isAnswered = m_answers[sample].contains(question);
+    return isAnswered || Descriptor(OpenIn(sample, *path, flags)).IsOpen() || errno != ENOENT;
+  });
+  if (!found) {
+    errno = ENOENT;
+    return -1;
+  }
+  if (const auto known = m_answers[*found].find(question); known != m_answers[*found].end()) {
+    errno = known->second.code;
+    return -1;
+  }
+  const int opened = OpenIn(*found, *path, flags);
+  return opened < 0 ? -1 : Keep(opened, *path);
+}
+
+template <class Has>
+std::optional<std::size_t> HostReplay::Newest(const std::string& question, const Has& has) const {
+  constexpr std::size_t kMostLooked = 200'000;
+  if (m_looked.size() > kMostLooked) {
+    m_looked.clear();
+  }
+  Looked& looked = m_looked[question];
+  for (std::size_t sample = m_sample + 1; sample-- > looked.until;) {
+    if (has(sample)) {
+      looked.found = sample;
+      break;
     }
   }
-  errno = ENOENT;
-  return -1;
+  looked.until = m_sample + 1;
+  return looked.found;
 }
 
 const CallAnswer* HostReplay::Find(const std::string& question) const {
-  for (std::size_t sample = m_sample + 1; sample-- > 0;) {
-    if (const auto known = m_answers[sample].find(question); known != m_answers[sample].end()) {
-      return &known->second;
-    }
-  }
-  return nullptr;
+  const auto found =
+      Newest(question, [&](std::size_t sample) { return m_answers[sample].contains(question); });
+  return found ? &m_answers[*found].find(question)->second : nullptr;
 }
 
 CallAnswer HostReplay::Ask(const std::string& question, const RealCall& /*real*/) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,12 +37,24 @@ class HostReplay : public CapturedHost {
   HostReplay(const std::string& folder, double speed)
       : CapturedHost(folder, folder + "/samples"), m_folder(folder), m_speed(speed) {}
   [[nodiscard]] int OpenIn(std::size_t sample, const std::string& path, int flags) const;
+  /// The newest sample up to the present one that has what is asked for, by `has`; each is looked
+  /// at once for one question.
+  template <class Has>
+  [[nodiscard]] std::optional<std::size_t> Newest(const std::string& question,
+                                                  const Has& has) const;
 
   std::string m_folder;
   double m_speed;
   CaptureFacts m_facts;
+  /// How far samples have been looked at for a question, and the newest one of these that has it.
+  struct Looked {
+    std::size_t until = 0;
+    std::optional<std::size_t> found;
+  };
+
   std::vector<CallAnswers> m_answers;  ///< of each sample
-  std::size_t m_sample = 0;            ///< the present one
-  Clock::time_point m_begin;           ///< of the first batch
+  mutable std::unordered_map<std::string, Looked> m_looked;
+  std::size_t m_sample = 0;   ///< the present one
+  Clock::time_point m_begin;  ///< of the first batch
   bool m_isBegun = false;
 };

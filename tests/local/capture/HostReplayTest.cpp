@@ -125,6 +125,31 @@ TEST_F(HostReplayTest, AListingOffersNoWayBack) {
   EXPECT_EQ(entries.front().d_type, DT_DIR);
 }
 
+TEST_F(HostReplayTest, WhatOneCaptureMayCostIsBounded) {
+  std::string many;
+  for (int i = 0; i <= 1 << 20; ++i) {
+    many += "e/";
+  }
+  AddSample(1, CallLine("list /proc", {0, 0, many}));
+  constexpr int kSamples = 200;
+  while (m_facts.samples.size() < kSamples) {
+    AddSample(1, "");
+  }
+  const auto replay = Play();
+  replay->BeginBatch();
+  const Descriptor folder(
+      replay->Open(AT_FDCWD, Path("proc").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  std::vector<::dirent> entries;
+  EXPECT_FALSE(replay->List(folder.Get(), entries));
+  EXPECT_TRUE(entries.empty());
+  // Of the samples behind the first each would be asked each time.
+  const std::clock_t begin = std::clock();
+  for (int time = 0; time < 2000; ++time) {
+    EXPECT_EQ(TextOfFile(*replay, "/proc/none"), "errno " + std::to_string(ENOENT));
+  }
+  EXPECT_LT(std::clock() - begin, 2 * CLOCKS_PER_SEC);
+}
+
 TEST_F(HostReplayTest, AnswersOfAnotherSizeOrKindAreFailures) {
   struct ::stat status {};
   status.st_uid = 17;
