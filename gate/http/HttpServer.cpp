@@ -288,6 +288,10 @@ class HttpServer::Library {
     if (exchange.Stream() != nullptr) {
       facts.end = Clock::time_point::max();
       exchange.Stream()->OnMore([&self, connection] { Resume(self, connection); });
+      exchange.Stream()->AskPeerBy([&self, connection] {
+        const auto found = self.m_connections.find(connection);
+        return found != self.m_connections.end() && HasPeerEnded(found->second.descriptor);
+      });
     }
     const MHD_Result result = MHD_queue_response(connection, answer.status, response);
     MHD_destroy_response(response);
