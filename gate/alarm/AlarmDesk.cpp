@@ -220,7 +220,7 @@ void AlarmDesk::OnLine(std::string_view line) {
 
 void AlarmDesk::TakeEvent(const AlarmPtr& alarm) {
   const bool isKnown = m_memory.active.contains(alarm->Key());
-  if (isKnown || m_memory.IsNew(alarm->Key())) {
+  if (isKnown || m_memory.IsNew(alarm->Key(), std::time(nullptr))) {
     Tell(alarm, !isKnown || !alarm->IsActive());
     m_memory.contact = std::time(nullptr);
   }

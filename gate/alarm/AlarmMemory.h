@@ -16,9 +16,10 @@ struct AlarmMemory {
   std::set<AlarmKey> active;
   std::set<AlarmKey> owed;  ///< those whose news was not told yet
 
-  /// Whether an alarm was never told.
-  [[nodiscard]] bool IsNew(const AlarmKey& key) const {
-    return key.id > newest || key.since > newestSince || owed.contains(key);
+  /// Whether an alarm was never told. One with a number of before and a begin ahead of the clock
+  /// was, while that was wrong.
+  [[nodiscard]] bool IsNew(const AlarmKey& key, std::int64_t now) const {
+    return key.id > newest || (key.since > newestSince && key.since <= now) || owed.contains(key);
   }
   /// What is ahead of the clock was told while that was wrong, and would keep alarms of a new
   /// history, with numbers from 1, from being new: it goes back to now.

@@ -1,6 +1,7 @@
 #include "gate/alarm/MissedAlarms.h"
 
 #include <algorithm>
+#include <ctime>
 #include <iterator>
 
 namespace {
@@ -34,10 +35,11 @@ Json MissedAlarms::Question() const {
 
 bool MissedAlarms::Take(const Json& list) {
   const std::vector<AlarmPtr> alarms = ReadAlarms(list);
+  const std::int64_t now = std::time(nullptr);
   for (const AlarmPtr& alarm : alarms) {
     m_known.insert(alarm->id);
     if (!alarm->IsActive() &&
-        (m_now.active.contains(alarm->Key()) || m_before.IsNew(alarm->Key()))) {
+        (m_now.active.contains(alarm->Key()) || m_before.IsNew(alarm->Key(), now))) {
       m_ended.insert(alarm);
     }
   }

@@ -79,6 +79,9 @@ void EventDesk::Begin(const std::shared_ptr<HttpExchange>& exchange, const Event
     return;
   }
   RemoveGone();
+  if (!WhyFull(reader).empty()) {
+    EndLeft();
+  }
   if (const std::string reason = WhyFull(reader); !reason.empty()) {
     exchange->Answer(ErrorAnswer(503, "busy", reason));
     return;
@@ -185,6 +188,13 @@ void EventDesk::GiveAll(const EventFrame& frame) {
 
 void EventDesk::RemoveGone() {
   m_listeners.remove_if([](const auto& listener) { return listener->IsGone(); });
+}
+
+void EventDesk::EndLeft() {
+  for (const auto& listener : m_listeners) {
+    listener->EndIfLeft();
+  }
+  RemoveGone();
 }
 
 void EventDesk::KeepAlive() {

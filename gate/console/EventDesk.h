@@ -21,8 +21,9 @@ class EventDesk {
   EventDesk& operator=(const EventDesk&) = delete;
 
   void ShowArguments(bool isShown) { m_showsArguments = isShown; }
-  /// Those who ask for a record that there is not get 404. A stream ends where its reader is let in
-  /// no longer: before it would be given anything, and 15 seconds later at most.
+  /// Those who ask for a record that there is not get 404. A stream ends where its reader is known
+  /// to be let in no longer: before it would be given anything, without what waits for it, and 15
+  /// seconds later at most.
   void Serve(const std::shared_ptr<HttpExchange>& exchange, const EventReader& reader);
   [[nodiscard]] std::size_t Listeners() const { return m_listeners.size(); }
 
@@ -40,6 +41,8 @@ class EventDesk {
   void OnDaemonGone();
   void GiveAll(const EventFrame& frame);
   void RemoveGone();
+  /// The same with those whose readers have closed the connection, which no event has shown yet.
+  void EndLeft();
   void KeepAlive();
 
   DaemonDesk& m_desk;

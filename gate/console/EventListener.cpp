@@ -217,7 +217,8 @@ void EventListener::GoLive() {
 
 bool EventListener::IsServed() {
   if (!IsGone() && !m_reader.isLetIn()) {
-    End();
+    StopReading();
+    m_stream->Cut();
   }
   return !IsGone();
 }

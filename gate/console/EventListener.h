@@ -44,9 +44,16 @@ class EventListener : public std::enable_shared_from_this<EventListener> {
     StopReading();
     m_stream->End();
   }
+  /// Ends it if its reader has closed the connection.
+  void EndIfLeft() {
+    if (m_stream->HasPeerEnded()) {
+      End();
+    }
+  }
 
  private:
-  /// Whether it is to be given more. Who is let in no longer is ended.
+  /// Whether it is to be given more. Who is let in no longer is ended, and gets nothing
+  /// that waits.
   [[nodiscard]] bool IsServed();
   [[nodiscard]] bool Wants(const EventFrame& frame) const;
   /// A step of reading back: where memory lacks the stream ends, and its reader comes again.

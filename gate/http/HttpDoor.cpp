@@ -1,7 +1,5 @@
 #include "gate/http/HttpDoor.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -15,12 +13,6 @@ constexpr int kAcceptsAtOnce = 32;
 constexpr std::chrono::milliseconds kSweepPause{100};
 /// So long a refused visitor has for taking the answer.
 constexpr std::chrono::milliseconds kLeaveTime{1000};
-
-/// Whether the peer sends nothing more than what is in the socket.
-bool HasPeerEnded(int descriptor) {
-  ::pollfd wait{descriptor, POLLRDHUP, 0};
-  return ::poll(&wait, 1, 0) > 0;
-}
 
 }  // namespace
 

@@ -18,3 +18,22 @@ std::size_t HttpStream::Take(char* target, std::size_t size) {
   m_waiting -= got;
   return got;
 }
+
+void HttpStream::Drop() {
+  m_pieces.clear();
+  m_taken = 0;
+  m_waiting = 0;
+}
+
+void HttpStream::Cut() {
+  Drop();
+  End();
+}
+
+void HttpStream::Leave() {
+  m_isGone = true;
+  m_onMore = nullptr;
+  m_hasPeerEnded = nullptr;
+  Drop();
+  Tell(std::exchange(m_onGone, nullptr));
+}

@@ -65,11 +65,16 @@ class HttpStream {
     m_isEnded = true;
     Tell(m_onMore);
   }
+  /// The same, and what waits is dropped, which may part a piece.
+  void Cut();
   /// Bytes that the reader has not taken.
   [[nodiscard]] std::size_t Waiting() const { return m_waiting; }
   [[nodiscard]] bool IsEnded() const { return m_isEnded; }
   /// Whether the reader has left.
   [[nodiscard]] bool IsGone() const { return m_isGone; }
+  /// Whether the reader's side of the connection is closed, which the server notices only once more
+  /// is sent there.
+  [[nodiscard]] bool HasPeerEnded() const { return m_hasPeerEnded && m_hasPeerEnded(); }
   /// What to do when the reader leaves.
   void OnGone(std::function<void()> action) { m_onGone = std::move(action); }
 
@@ -77,13 +82,9 @@ class HttpStream {
   /// Takes bytes off; 0 if none wait.
   std::size_t Take(char* target, std::size_t size);
   void OnMore(std::function<void()> action) { m_onMore = std::move(action); }
-  void Leave() {
-    m_isGone = true;
-    m_onMore = nullptr;
-    m_pieces.clear();
-    m_waiting = 0;
-    Tell(std::exchange(m_onGone, nullptr));
-  }
+  /// Who tells HasPeerEnded until Leave.
+  void AskPeerBy(std::function<bool()> hasEnded) { m_hasPeerEnded = std::move(hasEnded); }
+  void Leave();
 
  private:
   static void Tell(const std::function<void()>& action) {
@@ -91,6 +92,7 @@ class HttpStream {
       action();
     }
   }
+  void Drop();
 
   std::deque<Piece> m_pieces;
   std::size_t m_taken = 0;  ///< of the first piece
@@ -98,6 +100,7 @@ class HttpStream {
   bool m_isEnded = false;
   bool m_isGone = false;
   std::function<void()> m_onMore;
+  std::function<bool()> m_hasPeerEnded;
   std::function<void()> m_onGone;
 };
 

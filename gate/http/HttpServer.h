@@ -64,7 +64,7 @@ class HttpServer {
   [[nodiscard]] bool IsTls() const { return m_settings.isTls; }
 
  private:
-  class Library;
+  class Callbacks;  ///< what the library calls
   struct Connection {
     std::chrono::steady_clock::time_point since;
     std::chrono::steady_clock::time_point end;

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <poll.h>
 
 #include <array>
 #include <cerrno>
@@ -60,6 +61,11 @@ std::string BoundAddress(int socket) {
   const std::string name = storage.ss_family == AF_INET6 ? '[' + std::string(host.data()) + ']'
                                                          : std::string(host.data());
   return name + ':' + port.data();
+}
+
+bool HasPeerEnded(int socket) {
+  ::pollfd wait{socket, POLLRDHUP, 0};
+  return ::poll(&wait, 1, 0) > 0;
 }
 
 bool IsLoopbackAddress(const ::sockaddr& address) {

@@ -14,6 +14,9 @@
 /// told.
 [[nodiscard]] std::string BoundAddress(int socket);
 
+/// Whether the peer sends nothing more than what is in the socket.
+[[nodiscard]] bool HasPeerEnded(int socket);
+
 [[nodiscard]] bool IsLoopbackAddress(const ::sockaddr& address);
 
 /// What tells one host from another: of IPv6 the network. One of IPv4 has the same by either

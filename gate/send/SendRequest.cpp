@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 #include "json/TerminalText.h"
 
@@ -16,6 +17,22 @@ std::string UrlUpTo(const std::string& url, const char* ends) {
   const std::size_t user = url.substr(0, path).rfind('@');
   const std::size_t host = user == std::string::npos || user < begin ? begin : user + 1;
   return url.substr(0, begin) + url.substr(host, url.find_first_of(ends, path) - host);
+}
+
+/// The begin of `text` with what steers a terminal written out, of at most so many bytes: neither a
+/// character nor what is written for one is parted.
+std::string ShownBegin(std::string_view text, std::size_t most) {
+  std::string shown;
+  while (!text.empty()) {
+    const std::size_t bytes = DecodeFirst(text).bytes;
+    const std::string next = WithoutSteering(text.substr(0, bytes));
+    if (shown.size() + next.size() > most) {
+      break;
+    }
+    shown += next;
+    text.remove_prefix(bytes);
+  }
+  return shown;
 }
 
 }  // namespace
@@ -35,8 +52,8 @@ std::string WordsOf(const SendResult& result) {
   if (result.status == 0) {
     return result.error;
   }
-  const std::string words = WithoutSteering(
-      result.body.substr(0, std::min(result.body.find_first_of("\r\n"), kMostWords)));
+  const std::string words = ShownBegin(
+      std::string_view(result.body).substr(0, result.body.find_first_of("\r\n")), kMostWords);
   return "status " + std::to_string(result.status) + (words.empty() ? "" : ": ") + words;
 }
 

@@ -47,7 +47,7 @@ struct SendResult {
 [[nodiscard]] bool IsTurnedAway(const SendResult& result);
 
 /// What the server has said, for people: its status and the first line of its text, of which 200
-/// bytes are kept; or why there was no answer.
+/// bytes are shown; or why there was no answer.
 [[nodiscard]] std::string WordsOf(const SendResult& result);
 
 /// An address for people and figures: without user, password, query and fragment, which may hold

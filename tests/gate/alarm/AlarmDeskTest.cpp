@@ -150,8 +150,9 @@ TEST_F(AlarmDeskTest, WhatBeganAndEndedWhileTheDaemonWasAwayIsToldOnce) {
 TEST_F(AlarmDeskTest, AClockThatWasAheadKeepsNoAlarmOfANewHistoryBack) {
   const std::int64_t now = std::time(nullptr);
   const Json old{{"id", 500}, {"since", now + 100'000}};
-  // That of then has ended with its history, or goes on.
-  for (const Json& active : {Json::Array(), Json::Array({ToldAlarm(500, now + 100'000)})}) {
+  // That of then has ended with its history, goes on, or another of then is told to have ended.
+  for (const Json& active : {Json::Array(), Json::Array({ToldAlarm(500, now + 100'000)}),
+                             Json::Array({ToldAlarm(499, now + 90'000, now + 90'001)})}) {
     std::ofstream(folder.Path() / "alarms.json")
         << JsonText(Json{{"contact", now + 100'001},
                          {"newest", 500},
@@ -160,8 +161,9 @@ TEST_F(AlarmDeskTest, AClockThatWasAheadKeepsNoAlarmOfANewHistoryBack) {
     Set(active);
     Begin();
     EXPECT_THAT(Told(0), IsEmpty());
-    TellEvent(ToldAlarm(3, now + 1));
-    TellEvent(ToldAlarm(3, now + 1, now + 2));
+    const std::int64_t begin = std::time(nullptr);
+    TellEvent(ToldAlarm(3, begin));
+    TellEvent(ToldAlarm(3, begin, begin + 1));
     EXPECT_THAT(Told(2), ElementsAre("3 active", "3 ended"));
     session.reset();
   }

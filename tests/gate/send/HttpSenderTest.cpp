@@ -242,6 +242,13 @@ TEST(WordsOfTest, WhatAServerSaysSteersNoTerminal) {
       "2J\x1b\x7f\xe2\x80\xae\xff\nb";
   const std::string words = R"(status 400: a\u{009B}2J\x1B\x7F\u{202E}\xFF)";
   EXPECT_EQ(WordsOf(said), words);
+  SendResult longer = said;
+  const std::string room(196, 'a');
+  for (const auto& [end, shown] : {std::pair("\xe2\x82\xac\xe2\x82\xac", "\xe2\x82\xac"),
+                                   std::pair("\xff\xff", R"(\xFF)"), std::pair("b\xff", "b")}) {
+    longer.body = room + end;
+    EXPECT_EQ(WordsOf(longer), "status 400: " + room + shown);
+  }
   testing::internal::CaptureStderr();
   GateLog(said.body);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
