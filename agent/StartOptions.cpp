@@ -18,13 +18,16 @@ constexpr const char* kUsage =
     "Usage: qmtdmon [-n NAME] [-d DIRECTORY]\n"
     "Runs the agent in the working directory, whose qmtagt.ini it reads.\n"
     "  -n NAME       the instance's name; default: the host's\n"
-    "  -d DIRECTORY  where log/version.log is written; default: the working directory\n"
+    "  -d DIRECTORY  where Workgroup File and the event file stand, unless their paths are "
+    "absolute,\n"
+    "                and log/version.log is written; default: the working directory\n"
     "  --capture DIR [--every S] [--count N] [--profile P]\n"
     "                keeps what is read of the host in the new folder DIR, and starts no daemon\n"
-    "  --check ...   names the faults of a definition, application or ini file\n"
+    "  --check FILE [--kind KIND]\n"
+    "                names the faults of a definition, alarms, application or ini file\n"
     "  --help        shows this text\n"
     "  --version     shows the version\n"
-    "Other options are accepted and ignored.\n";
+    "--capture and --check stand first. Other options are accepted and ignored.\n";
 
 }  // namespace
 

@@ -9,6 +9,7 @@
 
 #include "local/SectionReader.h"
 #include "support/KeyFileLimit.h"
+#include "support/SecretFile.h"
 #include "support/TextFile.h"
 
 namespace {
@@ -22,6 +23,7 @@ constexpr const char* kClientKey = "Client Key";
 
 constexpr const char* kCertificateMark = "BEGIN CERTIFICATE";
 constexpr const char* kKeyMark = "PRIVATE KEY";
+constexpr const char* kEncryptedMark = "BEGIN ENCRYPTED PRIVATE KEY";
 
 NamedFile ReadNamedFile(SectionReader& section, const char* key) {
   const IniSetting* const setting = section.Find(key);
@@ -33,13 +35,13 @@ struct FileRule {
   const char* key;
   NamedFile SendingKeys::*file;
   bool isSecret;
-  const char* mark;    ///< in the first line of a block of PEM; null for any text
+  const char* mark;    ///< in the first line of a block of PEM; null for a line of text
   const char* marked;  ///< what it then holds
 };
 
 constexpr std::array kFileRules{
-    FileRule{kPasswordFile, &SendingKeys::passwordFile, true, nullptr, nullptr},
-    FileRule{kTokenFile, &SendingKeys::tokenFile, true, nullptr, nullptr},
+    FileRule{kPasswordFile, &SendingKeys::passwordFile, true, nullptr, "password"},
+    FileRule{kTokenFile, &SendingKeys::tokenFile, true, nullptr, "token"},
     FileRule{kAuthority, &SendingKeys::authority, false, kCertificateMark, "certificate"},
     FileRule{kClientCertificate, &SendingKeys::clientCertificate, false, kCertificateMark,
              "certificate"},
@@ -80,10 +82,29 @@ bool HoldsBlock(std::string_view text, std::string_view word) {
          block.find_first_not_of('=', digits) == std::string::npos;
 }
 
-bool HoldsBlock(std::FILE* file, std::size_t bytes, std::string_view word) {
-  std::string text(bytes, '\0');
-  text.resize(std::fread(text.data(), 1, text.size(), file));
-  return HoldsBlock(std::string_view(text), word);
+std::string FaultOfText(const std::string& text, const FileRule& rule) {
+  if (rule.mark == nullptr) {
+    return SecretLineOf(text).empty() ? std::string("has a first line that is no ") + rule.marked
+                                      : "";
+  }
+  if (!HoldsBlock(text, rule.mark)) {
+    return std::string("holds no ") + rule.marked + " as PEM";
+  }
+  return rule.isSecret && text.find(kEncryptedMark) != std::string::npos
+             ? "holds a private key that needs a password"
+             : "";
+}
+
+std::string FaultOfMode(mode_t mode) {
+  switch (FaultOfSecretMode(mode)) {
+    case SecretModeFault::kOthersReach:
+      return "can be reached by others; \"chmod o=\" ends that";
+    case SecretModeFault::kGroupWrites:
+      return "can be written to by its group; \"chmod g-wx\" ends that";
+    case SecretModeFault::kNone:
+      break;
+  }
+  return "";
 }
 
 /// What is wrong with a file, to be read behind its path; empty for nothing.
@@ -97,13 +118,12 @@ std::string FaultOfFile(const std::string& path, const FileRule& rule) {
   if (bytes > kMostKeyFileBytes) {
     return "is longer than " + std::to_string(kMostKeyFileBytes) + " bytes";
   }
-  if (rule.isSecret && (status.st_mode & S_IRWXO) != 0) {
-    return "can be reached by others; \"chmod o=\" ends that";
+  if (const std::string fault = rule.isSecret ? FaultOfMode(status.st_mode) : ""; !fault.empty()) {
+    return fault;
   }
-  if (rule.mark != nullptr && !HoldsBlock(file.get(), bytes, rule.mark)) {
-    return std::string("holds no ") + rule.marked + " as PEM";
-  }
-  return "";
+  std::string text(bytes, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+  return FaultOfText(text, rule);
 }
 
 }  // namespace

@@ -33,8 +33,9 @@ struct SendingKeys {
 void ReadClientKeys(SectionReader& section, SendingKeys& keys);
 
 /// What is wrong with the files themselves, as they are now: not there, no regular file, too long,
-/// a secret that others may reach, no PEM. Of one that this process may not look at, nothing. A
-/// relative path is meant from `folder`; `section` is named in each.
+/// a secret that others may reach or a group may write to, no line of text, no PEM, a key that
+/// needs a password. Of one that this process may not look at, nothing. A relative path is meant
+/// from `folder`; `section` is named in each.
 [[nodiscard]] std::vector<IniProblem> KeyFileProblems(const SendingKeys& keys,
                                                       std::string_view section,
                                                       const std::filesystem::path& folder);

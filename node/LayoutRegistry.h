@@ -24,6 +24,9 @@ struct FieldLayout {
   bool needsTwoLooks = false;  ///< tells what happened between two looks, and nothing without
   const char* help = "";       ///< one sentence: what it is for, and its unit
   bool hasSource = true;       ///< false: nothing on this host tells it, and its bytes mean nothing
+  // Of a percentage or an average that two looks make of counters; empty for any other.
+  const char* growthOf = "";  ///< the label of the counter whose growth is divided
+  const char* growthBy = "";  ///< that of the counter by whose growth; empty: by the seconds
 };
 
 /// A column of the tables of who has chosen none.

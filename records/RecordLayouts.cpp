@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <span>
 
 namespace {
 
@@ -53,7 +54,10 @@ struct LookFacts {
   /// Implicit, so that a plain meaning can stand among them.
   constexpr LookFacts(FieldMeaning /*meaning*/) {}
 
-  std::size_t counter = 0;  ///< the offset of a rate's counter; 0, the record type's, for none
+  // Offsets of counters; 0, the record type's, for none.
+  std::size_t counter = 0;  ///< a rate's
+  std::size_t growthOf = 0;
+  std::size_t growthBy = 0;
   bool needsTwo = false;
 };
 
@@ -63,8 +67,10 @@ constexpr LookFacts CounterAt(std::size_t counter) {
   return facts;
 }
 
-constexpr LookFacts BetweenLooks() {
+constexpr LookFacts BetweenLooks(std::size_t growthOf = 0, std::size_t growthBy = 0) {
   LookFacts facts;
+  facts.growthOf = growthOf;
+  facts.growthBy = growthBy;
   facts.needsTwo = true;
   return facts;
 }
@@ -81,15 +87,24 @@ struct Looks;
 #define FIELD(type, member, label, meaning, ...) meaning,
 #define rate(counter) CounterAt(offsetof(Row, counter))
 #define percent(looks) BetweenLooks()
-#define share(part, whole) BetweenLooks()
+#define share(part, whole) BetweenLooks(offsetof(Row, part), offsetof(Row, whole))
 #define gauge(looks) BetweenLooks()
 #define duration(looks) BetweenLooks()
-#define load(counter) BetweenLooks()
-#define average(sum, count) BetweenLooks()
+#define load(counter) BetweenLooks(offsetof(Row, counter))
+#define average(sum, count) BetweenLooks(offsetof(Row, sum), offsetof(Row, count))
 // clang-format off
 #define END() }; };
 // clang-format on
 #include "records/layout/All.def"
+
+/// The label of the field at an offset of LookFacts.
+constexpr const char* LabelAt(std::span<const FieldLayout> table, std::size_t offset) {
+  const char* label = "";
+  for (const FieldLayout& field : table) {
+    label = offset != 0 && field.offset == offset ? field.label : label;
+  }
+  return label;
+}
 
 /// Sets of each field what its meaning says of looks; `table` has all fields.
 template <class Record, class Table>
@@ -97,11 +112,9 @@ constexpr void PutLookFacts(Table& table) {
   for (std::size_t i = 0; i < table.size(); ++i) {
     const LookFacts& facts = Looks<Record>::kEntries[i];
     table[i].needsTwoLooks = facts.needsTwo;
-    for (const FieldLayout& field : table) {
-      if (facts.counter != 0 && field.offset == facts.counter) {
-        table[i].rateOf = field.label;
-      }
-    }
+    table[i].rateOf = LabelAt(table, facts.counter);
+    table[i].growthOf = LabelAt(table, facts.growthOf);
+    table[i].growthBy = LabelAt(table, facts.growthBy);
   }
 }
 

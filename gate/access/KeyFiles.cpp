@@ -12,6 +12,7 @@
 
 #include "gate/access/AccessError.h"
 #include "gate/access/CheckedFile.h"
+#include "support/SecretFile.h"
 
 namespace {
 
@@ -77,10 +78,11 @@ std::string ReadSecretFile(const std::string& path, const std::string& what) {
   if (file.owner != 0 && file.owner != ::geteuid()) {
     fail("the " + what + " belongs to another user than root and the own");
   }
-  if ((file.mode & S_IRWXO) != 0) {
+  const SecretModeFault fault = FaultOfSecretMode(file.mode);
+  if (fault == SecretModeFault::kOthersReach) {
     fail("others may reach the " + what + "; \"chmod o= " + path + "\" ends that");
   }
-  if ((file.mode & (S_IWGRP | S_IXGRP)) != 0) {
+  if (fault == SecretModeFault::kGroupWrites) {
     fail("its group may write to the " + what + "; \"chmod g-wx " + path + "\" ends that");
   }
   if ((file.mode & S_IRGRP) != 0 && !IsOwnGroup(file.group)) {

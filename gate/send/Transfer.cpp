@@ -2,7 +2,6 @@
 
 #include <curl/curl.h>
 
-#include <algorithm>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -12,12 +11,12 @@
 #include "gate/access/KeyFiles.h"
 #include "gate/send/CurlCalls.h"
 #include "gate/send/HttpSender.h"
+#include "support/SecretFile.h"
 
 namespace {
 
 /// An answer is short, and what is sent is handed over as it lies.
 constexpr long kReceiveBuffer = 4096;
-constexpr std::size_t kLongestSecret = 4096;
 /// All in one file; the library would read a folder that holds each of them three times.
 constexpr const char* kSystemAuthorities = "/etc/ssl/certs/ca-certificates.crt";
 
@@ -34,14 +33,11 @@ void SetOption(void* handle, CURLoption option, Value value) {
 
 /// The first line of a file that holds a password or a token.
 std::string SecretLine(const std::string& path, const char* what) {
-  std::string text = ReadSecretFile(path, what);
-  text.resize(std::min(text.size(), text.find_first_of("\r\n")));
-  const bool isPrintable = std::ranges::all_of(
-      text, [](char c) { return static_cast<unsigned char>(c) >= ' ' && c != '\x7f'; });
-  if (text.empty() || text.size() > kLongestSecret || !isPrintable) {
+  std::string line = SecretLineOf(ReadSecretFile(path, what));
+  if (line.empty()) {
     throw AccessError(path + ": its first line is no " + what);
   }
-  return text;
+  return line;
 }
 
 }  // namespace

@@ -94,7 +94,7 @@ std::vector<unsigned char> AgentRow::Make(std::time_t now, std::uint64_t failedC
   row.skippedTimes = Growth("skipped", skipped);
   row.collectErrors = Growth("errors", CollectErrors());
   row.failedCommands = Growth("commands", static_cast<double>(failedCommands));
-  if (const auto& last = m_desk.Last()) {
+  if (const auto& last = m_desk.LastOfSchedule()) {
     row.failedRecords = static_cast<double>(last->errors);
     row.batchSeconds = std::chrono::duration<double>(last->duration).count();
   }

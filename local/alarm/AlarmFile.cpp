@@ -39,7 +39,7 @@ class AlarmParser {
     if (stripped.empty() || stripped.front() == '#') {
       return;
     }
-    if (m_logical.empty()) {
+    if (!std::exchange(m_isOpen, true)) {
       m_first = m_line;
     }
     m_isLong = m_isLong || m_logical.size() + stripped.size() > kMostAlarmLineBytes;
@@ -63,7 +63,7 @@ class AlarmParser {
   }
 
   AlarmFileText Finish() {
-    if (!m_logical.empty()) {
+    if (m_isOpen) {
       Fault(m_first, "the file ends where the line should go on");
     }
     return std::move(m_file);
@@ -73,6 +73,7 @@ class AlarmParser {
 
  private:
   void EndLine() {
+    m_isOpen = false;
     const std::string logical = std::exchange(m_logical, {});
     if (std::exchange(m_isLong, false)) {
       Fault(m_first, "the line and those it goes on in have more than " +
@@ -125,6 +126,7 @@ class AlarmParser {
 
   AlarmFileText m_file;
   std::string m_logical;
+  bool m_isOpen = false;  ///< within a line that may go on
   bool m_isLong = false;
   bool m_isOutside = false;  ///< within an alarm that is left out
   std::size_t m_first = 0;

@@ -11,6 +11,7 @@
 #include "json/JsonText.h"
 #include "local/alarm/AgentRow.h"
 #include "local/metrics/MetricFamily.h"
+#include "local/metrics/RowBound.h"
 #include "node/RecordCategory.h"
 
 namespace {
@@ -93,6 +94,7 @@ class RuleMaker {
     if (!IsExposable(*m_alarm.layout)) {
       throw NoRule("its record has a row per process, which is no metric");
     }
+    LeaveOutSum();
     // The first one gives a rule its value.
     SortOut(m_alarm.condition, true);
     SortOut(m_alarm.where, false);
@@ -133,6 +135,15 @@ class RuleMaker {
       literal += c == '{' ? "{{ \"{\" }}" : std::string(1, c);
     }
     return literal;
+  }
+
+  /// The sum of many rows is no row of the agent, and its counters may fall.
+  void LeaveOutSum() {
+    if (IsBounded(*m_alarm.layout)) {
+      for (const std::string& key : m_metrics.keyNames) {
+        m_keyMatchers.push_back(key + "!=" + InQuotationMarks(kSummedKey));
+      }
+    }
   }
 
   void SortOut(const std::vector<RowCondition>& conditions, bool isCondition) {
@@ -191,6 +202,11 @@ class RuleMaker {
     return found == m_metrics.families.end() ? nullptr : &*found;
   }
 
+  [[nodiscard]] const MetricFamily* FindCounter(std::string_view label) const {
+    const MetricFamily* const family = FindFamily(label);
+    return family != nullptr && family->kind == MetricKind::kCounter ? family : nullptr;
+  }
+
   [[nodiscard]] std::string Series(const MetricFamily& family) const {
     return family.name + (family.kind == MetricKind::kCounter ? "_total" : "") + Braces(false);
   }
@@ -230,27 +246,19 @@ class RuleMaker {
                  : Series(*family) + sign + NumberText(base);
     }
     if (*field.rateOf != '\0') {
-      if (const MetricFamily* counter = FindFamily(field.rateOf); counter != nullptr) {
+      if (const MetricFamily* counter = FindCounter(field.rateOf); counter != nullptr) {
         return Rate(*counter) + sign + NumberText(bound * counter->factor / counter->divisor);
       }
     }
-    // A time in percent of the interval has its seconds beside it.
-    const std::string_view label = field.label;
-    if (label.ends_with(" %")) {
-      const std::string seconds = std::string(label.substr(0, label.size() - 1)) + "Seconds";
-      const MetricFamily* counter = FindFamily(seconds);
-      if (counter != nullptr && counter->kind == MetricKind::kCounter) {
-        return Rate(*counter) + sign + NumberText(bound / 100);
+    if (const MetricFamily* part = FindCounter(field.growthOf); part != nullptr) {
+      const bool isPercent = field.meaning == FieldMeaning::percent;
+      const std::string limit =
+          sign + NumberText(isPercent ? bound / 100 : bound * part->factor / part->divisor);
+      if (*field.growthBy == '\0') {
+        return Rate(*part) + limit;
       }
-    }
-    // "Avg Read Seconds" are the "Read Seconds" by the "Reads".
-    if (label.starts_with("Avg ")) {
-      const std::string_view sum = label.substr(4);
-      const MetricFamily* counter = FindFamily(sum);
-      const MetricFamily* count = FindFamily(std::string(sum.substr(0, sum.find(' '))) + 's');
-      if (counter != nullptr && count != nullptr) {
-        return Rate(*counter) + " / " + Rate(*count) + sign +
-               NumberText(bound * counter->factor / counter->divisor);
+      if (const MetricFamily* whole = FindCounter(field.growthBy); whole != nullptr) {
+        return Rate(*part) + " / " + Rate(*whole) + limit;
       }
     }
     throw NoRule(std::string("no metric tells \"") + field.label + '"');
@@ -266,7 +274,9 @@ class RuleMaker {
       throw NoRule(std::string("no metric tells \"") + field.label + '"');
     }
     if (field.meaning != FieldMeaning::counter) {
-      return std::string(found->metric) + sign + NumberText(bound);
+      // Without the further labels of a target, which the sums below have lost.
+      return "max by (instance, job) (" + std::string(found->metric) + ')' + sign +
+             NumberText(bound);
     }
     const auto growth = [](std::string_view metric) {
       return "sum by (instance, job) (increase(" + std::string(metric) + std::string(kRange) + "))";

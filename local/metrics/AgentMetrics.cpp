@@ -49,13 +49,14 @@ void AddBatches(MetricText& text, const BatchDesk& desk) {
          static_cast<double>(desk.RowsMade()));
   AddOne(text, "batches", "Batches that were sent to the agent", MetricKind::kCounter,
          static_cast<double>(desk.Batches()));
-  if (const auto& last = desk.Last()) {
-    AddOne(text, "batch_age_seconds", "Time since the end of the last batch", MetricKind::kGauge,
-           Seconds(std::chrono::steady_clock::now() - last->end), "seconds");
-    AddOne(text, "batch_duration_seconds", "Duration of the last batch", MetricKind::kGauge,
-           Seconds(last->duration), "seconds");
-    AddOne(text, "batch_failed_records", "Records of the last batch that were not built",
-           MetricKind::kGauge, static_cast<double>(last->errors));
+  if (const auto& last = desk.LastOfSchedule()) {
+    AddOne(text, "batch_age_seconds", "Time since the end of the last batch of schedules",
+           MetricKind::kGauge, Seconds(std::chrono::steady_clock::now() - last->end), "seconds");
+    AddOne(text, "batch_duration_seconds", "Duration of the last batch of schedules",
+           MetricKind::kGauge, Seconds(last->duration), "seconds");
+    AddOne(text, "batch_failed_records",
+           "Records of the last batch of schedules that were not built", MetricKind::kGauge,
+           static_cast<double>(last->errors));
   }
 }
 

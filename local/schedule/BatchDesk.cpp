@@ -70,6 +70,13 @@ std::vector<RequestOutcome> BatchDesk::Send(CMBNode& node,
   return outcomes;
 }
 
+std::vector<RequestOutcome> BatchDesk::SendOfSchedule(
+    CMBNode& node, std::span<const std::shared_ptr<RecordAsker>> askers) {
+  std::vector<RequestOutcome> outcomes = Send(node, askers, 0);
+  m_lastOfSchedule = m_last;
+  return outcomes;
+}
+
 void BatchDesk::ReleaseMemory() {
   const auto now = std::chrono::steady_clock::now();
   if (m_largestSinceRelease <= kManyRows) {

@@ -42,6 +42,9 @@ class BatchDesk {
   std::vector<RequestOutcome> Send(CMBNode& node,
                                    std::span<const std::shared_ptr<RecordAsker>> askers,
                                    std::size_t refused);
+  /// The same of a batch that schedules make.
+  std::vector<RequestOutcome> SendOfSchedule(CMBNode& node,
+                                             std::span<const std::shared_ptr<RecordAsker>> askers);
   /// Gives back to the system what the answers before the last ones held, which would else stay
   /// with the allocator: for when nobody keeps their rows any more. Does so at most once in ten
   /// seconds; what comes in between is given back at their end.
@@ -55,6 +58,10 @@ class BatchDesk {
   void NoteFailedBuild(const std::string& record);
   /// Nothing until a batch is done.
   [[nodiscard]] const std::optional<BatchReport>& Last() const { return m_last; }
+  /// The same of the batches of schedules alone: what is asked for in between says nothing of them.
+  [[nodiscard]] const std::optional<BatchReport>& LastOfSchedule() const {
+    return m_lastOfSchedule;
+  }
   /// Since the start: batches, and rows that they made.
   [[nodiscard]] std::uint64_t Batches() const { return m_batches; }
   [[nodiscard]] std::uint64_t RowsMade() const { return m_rowsMade; }
@@ -67,6 +74,7 @@ class BatchDesk {
   [[nodiscard]] RequestOutcome Settle(RecordAsker& asker, bool isBatchDone);
 
   std::optional<BatchReport> m_last;
+  std::optional<BatchReport> m_lastOfSchedule;
   std::uint64_t m_batches = 0;
   std::uint64_t m_rowsMade = 0;
   std::size_t m_maxHeldBytes = std::size_t{128} << 20;

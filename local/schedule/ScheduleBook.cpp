@@ -252,7 +252,7 @@ void ScheduleBook::Collect(CMBNode& node, const EntryList& due) {
       askers.push_back(entry->totals);
     }
   }
-  const std::vector<RequestOutcome> outcomes = m_desk.Send(node, askers, 0);
+  const std::vector<RequestOutcome> outcomes = m_desk.SendOfSchedule(node, askers);
   try {
     GiveRows(node, due, outcomes);
     m_sink.EndBatch();

@@ -150,11 +150,13 @@ TEST(Layouts, AreThoseOfTheGoldenTable) {
 
 TEST(Layouts, TellTheCountersOfTheirRates) {
   std::map<std::string, std::string> counters;
+  std::map<std::string, std::string> growths;
   for (const DeclaredRecord& record : DeclaredRecords()) {
     const std::string name = record.layout.name;
     for (const FieldLayout& field : record.layout.fields) {
       EXPECT_EQ(field.meaning == FieldMeaning::rate, *field.rateOf != '\0') << field.label;
       counters[name + ' ' + field.label] = field.rateOf;
+      growths[name + ' ' + field.label] = std::string(field.growthOf) + '/' + field.growthBy;
       if (name == "NCO" || name == "NSO") {
         EXPECT_EQ(field.needsTwoLooks, field.meaning == FieldMeaning::percent) << field.label;
       }
@@ -168,6 +170,10 @@ TEST(Layouts, TellTheCountersOfTheirRates) {
     EXPECT_EQ(counters.at(record + "Throughput/sec"), "Total I/O Kbytes");
   }
   EXPECT_EQ(counters.at("NSO RPC Bad Calls/sec"), "RPC Bad Calls");
+  EXPECT_EQ(growths.at("CPUX User %"), "/");
+  EXPECT_EQ(growths.at("CGRP CPU %"), "CPU Seconds/");
+  EXPECT_EQ(growths.at("CGRP Throttled %"), "Throttled Periods/Periods");
+  EXPECT_EQ(growths.at("DISK Avg Read Seconds"), "Read Seconds/Reads");
 }
 
 TEST(Layouts, ArePublishedUnderTheirNamesByTheirProfile) {

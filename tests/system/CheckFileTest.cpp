@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <regex>
+#include <sstream>
 
 #include "tests/support/TempFolder.h"
 #include "tests/system/Daemon.h"
@@ -124,6 +125,14 @@ TEST(CheckFileTest, TheShippedAlarmsAreRightOnceTheyAreSwitchedOnAndScheduled) {
   const std::regex line("(^|\n)# ([a-z]+ +=)");
   const std::string on = std::regex_replace(text, line, "$1$2");
   ASSERT_THAT(on, HasSubstr("\nalarm     = swap"));
+  // Its alarm of full file systems leaves out what the alert does.
+  const std::string rules = FileText(QMT_TEST_DIR "/../packaging/prometheus/qmtdmon.rules.yml");
+  std::smatch kinds;
+  ASSERT_TRUE(std::regex_search(rules, kinds, std::regex(R"(file_system_type=~"([^"]+)\")")));
+  std::istringstream names(kinds[1].str());
+  for (std::string name; std::getline(names, name, '|');) {
+    EXPECT_THAT(on, HasSubstr("\nwhere     = File System Type != " + name + '\n'));
+  }
   const TempFolder folder;
   std::ofstream(folder.Path() / "alarms") << on;
   EXPECT_EQ(Check(folder, "alarms").output, "");

@@ -60,6 +60,14 @@ TEST(DaemonTest, WordsOfHelpAreAnsweredAndStartNothing) {
     EXPECT_EQ(0U, outcome.output.find(said)) << outcome.output;
   }
   EXPECT_FALSE(fs::exists(root.AgentFolder() / "run")) << "no service was begun";
+
+  const std::string page = std::regex_replace(FileText(QMT_TEST_DIR "/../packaging/man/qmtdmon.8"),
+                                              std::regex(R"(\\)"), "");
+  const std::string help = RunCommand(start + " --help").output;
+  const std::regex option("--[a-z]+");
+  for (std::sregex_iterator word(help.begin(), help.end(), option), end; word != end; ++word) {
+    EXPECT_THAT(page, HasSubstr(word->str()));
+  }
 }
 
 TEST(DaemonTest, OtherSignalsDoNotStopItAndUserSignalIsTracedByTheLoop) {

@@ -8,7 +8,14 @@
 
 namespace {
 
-/// Publishes TOLD, whose rows tell what a program was started with, and BARE without a time.
+/// A figure of two looks, or a counter.
+constexpr FieldLayout FieldOf(const char* label, FieldMeaning meaning, const char* growthOf = "",
+                              const char* growthBy = "") {
+  return {label, FieldType::kFloat, 24, 4, meaning, "", "", true, "", true, growthOf, growthBy};
+}
+
+/// Publishes TOLD, whose rows tell what a program was started with, BARE without a time and CGRP,
+/// whose rows are bounded.
 void PublishMoreRecords() {
   static constexpr std::array kTold{
       FieldLayout{"Record Time", FieldType::kLong, 8, 4, FieldMeaning::time},
@@ -16,10 +23,27 @@ void PublishMoreRecords() {
   static constexpr RecordLayout kToldLayout{"TOLD", "recordFake", '4', sizeof(recordFake), kTold};
   static constexpr RecordLayout kBareLayout{"BARE", "recordFake", '4', sizeof(recordFake),
                                             std::span(kTold).last<1>()};
+  static constexpr std::array kGroup{
+      kTold[0],
+      FieldLayout{"Path", FieldType::kText, 12, 8, FieldMeaning::key},
+      FieldOf("Read Seconds", FieldMeaning::counter),
+      FieldOf("Reads", FieldMeaning::counter),
+      FieldOf("User Seconds", FieldMeaning::counter),
+      FieldOf("User %", FieldMeaning::percent),
+      FieldOf("Read %", FieldMeaning::percent, "Read Seconds"),
+      FieldOf("User Read %", FieldMeaning::percent, "Read Seconds", "User Seconds"),
+      FieldOf("Avg Read Seconds", FieldMeaning::gauge, "Read Seconds", "Reads"),
+      FieldOf("Lost %", FieldMeaning::percent, "Reads", "Lost")};
+  static constexpr RecordLayout kGroupLayout{"CGRP", "recordFake", '4', sizeof(recordFake),
+                                             kGroup, "",           {},  true};
+  LayoutRegistry::Instance().Publish(kGroupLayout);
   LayoutRegistry::Instance().Publish(kToldLayout);
   LayoutRegistry::Instance().Publish(kBareLayout);
-  std::vector<RecordListing> served{
-      {"FAKE", '4', true}, {"IDLE", '3', false}, {"TOLD", '4', true}, {"BARE", '4', true}};
+  std::vector<RecordListing> served{{"FAKE", '4', true},
+                                    {"IDLE", '3', false},
+                                    {"TOLD", '4', true},
+                                    {"BARE", '4', true},
+                                    {"CGRP", '4', true}};
   static constexpr std::array kNames{"R0", "R1", "R2", "R3", "R4", "R5", "R6", "R7", "R8"};
   static std::array<RecordLayout, kNames.size()> layouts;
   for (std::size_t i = 0; i < kNames.size(); ++i) {
@@ -90,6 +114,8 @@ TEST(AlarmFileTest, EachFaultIsToldWithItsLine) {
       {good + "text = " + std::string(kMostAlarmLineBytes - 6, 'x') + "\n",
        "4: the line and those"},
       {good + "capture = FAKE,\n", "4: the file ends where the line should go on"},
+      {good + "where = " + std::string(2100, 'x') + ",\n", "4: the file ends where the line shou"},
+      {good + "where = " + std::string(2100, 'x') + ",\nx\n", "4: the line and those"},
       {good + "where = Label ~ *********\n", "4: a condition has"},
       {"alarm = a\nrecord = AGENT\ncondition = Skipped Times > 0\n", ""},
       {good + "record = IDLE\n", "4: the alarm has a record already, in line 2"},
@@ -177,16 +203,29 @@ TEST(AlarmFileTest, RulesSayTheSameOrWhyNot) {
        "sum by (instance, job) (increase(qmt_agent_alarm_command_failures_total[5m])) + sum by "
        "(instance, job) (increase(qmt_agent_alarm_dropped_commands_total[5m])) > 5"},
       {"record = AGENT\ncondition = Batch Seconds >= 0.5",
-       "expr: \"qmt_agent_batch_duration_seconds >= 0.5\""},
+       "expr: \"max by (instance, job) (qmt_agent_batch_duration_seconds) >= 0.5\""},
+      {"record = CGRP\ncondition = User % > 90", "# a: no rule, since no metric tells \"User %\"."},
+      {"record = CGRP\ncondition = Lost % > 9", "# a: no rule, since no metric tells \"Lost %\"."},
+      {"record = CGRP\ncondition = Read % > 20\nwhere = Path = /a",
+       R"("rate(qmt_cgrp_read_seconds_total{path!=\"other\",path=\"/a\"}[5m]) > 0.2")"},
+      {"record = CGRP\ncondition = User Read % > 20",
+       R"("rate(qmt_cgrp_read_seconds_total{path!=\"other\"}[5m]) / )"
+       R"(rate(qmt_cgrp_user_seconds_total{path!=\"other\"}[5m]) > 0.2")"},
+      {"record = CGRP\ncondition = Avg Read Seconds > 20",
+       R"( / rate(qmt_cgrp_reads_total{path!=\"other\"}[5m]) > 20")"},
       {"record = FAKE", "# a: no rule, since it is off, line 1: the alarm has no \"condition\""},
   };
   constexpr const char* kFake = "record = FAKE\n";
   const ScratchDirectory folder;
+  PublishFakeRecords();
+  PublishMoreRecords();
   int count = 0;
   for (const auto& row : cases) {
-    const AlarmDefinition definition =
-        DefinitionOf("alarm = a\n" + std::string(row.lines.starts_with("record") ? "" : kFake) +
-                     row.lines + "\n");
+    const AlarmFileText file =
+        ParseAlarmFile("alarm = a\n" + std::string(row.lines.starts_with("record") ? "" : kFake) +
+                       row.lines + "\n");
+    std::vector<IniProblem> faults;
+    const AlarmDefinition definition = MakeAlarmDefinition(file.entries.at(0), faults);
     const std::string rules =
         AlarmRules({&definition}, [](const std::string&) { return std::chrono::seconds(30); });
     EXPECT_THAT(rules, HasSubstr(row.part));

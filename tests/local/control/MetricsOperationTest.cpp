@@ -106,4 +106,21 @@ TEST_F(MetricsOperationTest, ScrapesShareABatchAndIdleRecordsAreAskedForByNameAl
   PublishFakeRecords();
 }
 
+TEST_F(MetricsOperationTest, AScrapeTellsHowTheLastBatchOfSchedulesWent) {
+  schedule.Load("", {{"FAKE", "60", 1}, {"IDLE", "60", 2}}, [](const std::string&) {});
+  agent.onBatch = [](CMBMultipleRecordRequestEvent&) {
+    EventLoop::RequestStop();
+    return kNotifyDone;
+  };
+  schedule.Start();
+  loop.Run(agent);
+  schedule.Stop();
+  agent.onBatch = RowsForEach(1);
+  Serve([] {
+    TestClient client;
+    EXPECT_THAT(Scrape(client, R"(,"records":["FAKE"])"),
+                HasSubstr("\nqmt_agent_batch_failed_records 1\n"));
+  });
+}
+
 }  // namespace
