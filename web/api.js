@@ -83,6 +83,7 @@ async function sent(where, { own, signal }) {
 export async function send(where, { own, signal } = {}) {
   const mine = credentials;
   while (proving && !isProven) await proving;
+  signal?.throwIfAborted();
   if (!mine || isRefused || mine !== credentials) throw new ApiError(401, 'unauthorized', 'the sign-in is over');
   if (isProven) return judged(await sent(where, { own, signal }), mine);
   const asked = sent(where, { own, signal });
