@@ -94,6 +94,40 @@ def check_stream(page):
     page.wait("what followers lack, after a stream that was dropped unasked", "gate.streams[0].from > 0")
 
 
+def check_older(page):
+    """Older rows that come again replace none, and where only the gate can tell which rows fit it is asked once at a time."""
+    known = """gate.answers.records = () => ({ records: [{ record: 'DISK', served: true }] });
+        gate.answers.status = () => ({ status: { figures: [], history: {},
+          schedules: ['DISK', 'SOCK'].map((record) => ({ record, seconds: 60, rows: 2 })) } });"""
+    text = "[...document.querySelectorAll('main .part-head, main .facts')].map((one) => one.textContent).join()"
+    for address, record, shown in (("disks", "DISK", "2 devices"), ("records?record=DISK", "DISK", "2 rows"),
+                                   ("network", "SOCK", "Devicec")):
+        page.show(address, known)
+        page.wait(f"{address} with rows", text)
+        page.do(f"gate.rows = [{{ Device: 'c' }}, gate.rows[0]]; gate.batch(gate.time(), gate.rows, '{record}')")
+        page.wait(f"{address} with new rows", f"{text}.includes('{shown}')")
+        page.do(f"gate.batch(gate.time() - 10, [{{ Device: 'd' }}], '{record}'); return gate.taken()")
+        if shown not in page.get(text):
+            fail(f"{address}: older rows replace newer ones: {page.get(text)}")
+    page.do("gate.put('lost', { message: 'x' })")
+    page.wait("the question after a gap", "gate.of('last').filter((one) => one.query.get('records') === 'SOCK').length === 2")
+    page.show("records?record=DISK&where=Device!%3Dx", known)
+    page.wait("the rows that fit", f"{text}.includes('2 rows')")
+    asked = page.do("""const told = gate.answers.last;
+        gate.answers.last = () => gate.pause(300).then(told);
+        const count = () => gate.of('last').length;
+        const before = count();
+        const tell = async (...aheads) => {
+          for (const ahead of aheads) gate.batch(gate.time() + ahead);
+          await gate.taken();
+          await gate.pause(900);
+          return count() - before;
+        };
+        return tell(-10, -9, -8).then(async (older) => [older, await tell(1, 2, 3)]);""")
+    if asked != [0, 2]:
+        fail(f"older runs, and then three new ones at once, have led to {asked} questions")
+
+
 def check_chart(page):
     """Rows of what a chart does not know ask the history again; a line without figures has no newest one."""
     page.show("disks", "gate.hasHistory = false")
@@ -175,10 +209,10 @@ def main():
     begin = time.monotonic()
     with served() as base, Browser(base, 1) as browser:
         page = Page(browser)
-        for check in (check_stream, check_chart, check_clock, check_alarms, check_processes):
+        for check in (check_stream, check_older, check_chart, check_clock, check_alarms, check_processes):
             check(page)
             browser.check_text(check.__name__)
-    print(f"console page: streams, charts, clocks, alarms and processes, {time.monotonic() - begin:.1f} s")
+    print(f"console page: streams, older rows, charts, clocks, alarms and processes, {time.monotonic() - begin:.1f} s")
 
 
 if __name__ == "__main__":
