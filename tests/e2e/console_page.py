@@ -140,8 +140,17 @@ def check_chart(page):
     page.do("gate.rows.push({ Device: 'c', 'Read Bytes/sec': 5 });" + BATCH)
     page.wait("a line for the new device", "document.querySelector('.legend').children.length === 3")
     page.settle()
-    page.do("gate.rows.pop();" + BATCH)
-    page.wait("no figure of what is gone", LEGEND + " === 'a 10 B/s,b 1,000 B/s,c -'")
+    for times in (1, 2):
+        page.do(f"gate.slept = {times} * 4e5; window.before = gate.of('history').length;"
+                "gate.batch(gate.time(), [{ Device: 'd', 'Read Bytes/sec': 5 }])")
+        page.wait("the question for what the history lacks", "gate.of('history').length > before")
+        page.settle()
+    page.do("gate.slept += 6000; for (const _ of 'xxx') gate.batch(gate.time());"
+            "gate.rows.push({ Device: 'e', 'Read Bytes/sec': 5 });" + BATCH)
+    page.wait("a line for what is new after runs that told nothing new", "document.querySelector('.legend').children.length === 4")
+    page.settle()
+    page.do("gate.rows.splice(2);" + BATCH)
+    page.wait("no figure of what is gone", LEGEND + " === 'a 10 B/s,b 1,000 B/s,c -,e -'")
 
 
 def check_clock(page):
