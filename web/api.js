@@ -1,5 +1,5 @@
 // Asks the gate. Each request carries the token, and a header that keeps the browser's own sign-in dialog away.
-import { learn } from './clock.js';
+import { learnFromDate } from './clock.js';
 import { state } from './state.js';
 
 const kTokenName = 'token';
@@ -74,7 +74,7 @@ async function sent(where, { own, signal }) {
   const headers = { 'X-Requested-With': 'qmt-console', Authorization: credentials, ...own?.() };
   const answer = await fetch(where, { headers, signal, cache: 'no-store', credentials: 'omit' });
   const time = Date.parse(answer.headers.get('Date'));
-  if (time) learn(time / 1000);
+  if (time) learnFromDate(time / 1000);
   return answer;
 }
 

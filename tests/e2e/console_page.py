@@ -167,6 +167,13 @@ def check_clock(page):
         page.do("gate.ahead = -7200; gate.rows.push({ Device: 'c', 'CPU %': 33 }); gate.rows.reverse();"
                 + BATCH + ";gate.batch(gate.time(), gate.rows, 'PI')")
         page.wait(f"{address} after the clock was set back", f"document.querySelector('main').innerText.includes('{told}')")
+    page.show("disks", "gate.dateAhead = -500")
+    for _ in "xx":
+        page.settle()
+        page.do("window.before = gate.of('history').length;" + BATCH + ";return gate.taken()")
+    page.settle()
+    if page.get("gate.of('history').length !== before || gate.of('history').at(-1).query.get('until') < gate.time() - 60"):
+        fail("a Date that is not the host's counts although batches tell the host's time")
 
 
 def check_alarms(page):
