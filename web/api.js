@@ -43,6 +43,8 @@ function signInBy(text) {
   credentials = text;
   isRefused = isProven = false;
   proving = null;
+  // What one was told is not shown to another.
+  lists.clear();
 }
 
 export function signInByToken(token) {

@@ -194,6 +194,21 @@ def check_alarms(page):
     page.do("document.getElementById('sign-out').click()")
     page.wait("the end of what was signed in for", """!gate.streams.at(-1).isOpen && document.getElementById('alarms').hidden &&
         document.getElementById('host').innerText === 'Console' && document.title === 'Alarms'""")
+    page.do("before = gate.of('status').length; document.getElementById('token').value = 'u';"
+            "document.getElementById('by-token').requestSubmit()")
+    page.wait("the status as told to who signs in then", "gate.of('status').length > before")
+    # Ten times as fast.
+    page.show("disks", """gate.answers.last = () => { throw new TypeError(); };
+        for (const name of ['setTimeout', 'setInterval']) {
+          const slow = window[name];
+          window[name] = (fn, pause) => slow(fn, pause / 10);
+        }""")
+    page.wait("the failure", "document.querySelector('main .note')?.innerText.includes('does not answer')")
+    page.do("gate.hide(true); window.before = gate.of('last').length; return gate.pause(5500)")
+    if page.get("gate.of('last').length > before"):
+        fail("a hidden tab asks for rows")
+    page.do("gate.hide(false)")
+    page.wait("the rows asked for again", "gate.of('last').length > before")
 
 
 def check_processes(page):
