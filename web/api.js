@@ -1,5 +1,5 @@
 // Asks the gate. Each request carries the token, and a header that keeps the browser's own sign-in dialog away.
-import { learn } from './clock.js';
+import { learnFromDate } from './clock.js';
 import { state } from './state.js';
 
 const kTokenName = 'token';
@@ -43,6 +43,8 @@ function signInBy(text) {
   credentials = text;
   isRefused = isProven = false;
   proving = null;
+  // What one was told is not shown to another.
+  lists.clear();
 }
 
 export function signInByToken(token) {
@@ -74,7 +76,7 @@ async function sent(where, { own, signal }) {
   const headers = { 'X-Requested-With': 'qmt-console', Authorization: credentials, ...own?.() };
   const answer = await fetch(where, { headers, signal, cache: 'no-store', credentials: 'omit' });
   const time = Date.parse(answer.headers.get('Date'));
-  if (time) learn(time / 1000);
+  if (time) learnFromDate(time / 1000);
   return answer;
 }
 
@@ -83,6 +85,7 @@ async function sent(where, { own, signal }) {
 export async function send(where, { own, signal } = {}) {
   const mine = credentials;
   while (proving && !isProven) await proving;
+  signal?.throwIfAborted();
   if (!mine || isRefused || mine !== credentials) throw new ApiError(401, 'unauthorized', 'the sign-in is over');
   if (isProven) return judged(await sent(where, { own, signal }), mine);
   const asked = sent(where, { own, signal });

@@ -1,6 +1,7 @@
 // A chart: history of the page's range at once, then the rows as they come. All charts of the page have one crosshair and
 // one range. Dygraph draws; it gets names of our own (s0, s1, ...), as text of a host must never become markup.
 import { points, runs, schedules } from './api.js';
+import { AskPause } from './ask-pause.js';
 import { listenToInput } from './chart-input.js';
 import { meets } from './condition.js';
 import { follow } from './events.js';
@@ -14,9 +15,6 @@ const kMostSeries = 12;
 const kLeastPoints = 30;
 const kColours = 8;
 const kSummaryPause = 10000;
-// Rows of what no series is of ask the history again, the first time soon.
-const kLeastAskPause = 5000;
-const kMostAskPause = 300000;
 const charts = new Set();
 let isPrepared = false;
 const colourSchemes = matchMedia('(prefers-color-scheme: dark)');
@@ -58,6 +56,7 @@ class Chart {
     Object.assign(this, { title, unit, lines, stacked, max });
     prepare();
     this.series = [];
+    this.askPauses = new Map(this.records().map((record) => [record, new AskPause()]));
     this.figure = element('figure', 'chart', parent);
     const head = element('figcaption', 'chart-head', this.figure);
     element('span', 'chart-title', head, title);
@@ -209,7 +208,10 @@ class Chart {
   }
 
   addRows({ record, time, rows }) {
-    if (this.hasUnknown(record, rows) && this.askAgain()) return;
+    if (this.askPauses.get(record).isDue(this.hasUnknown(record, rows))) {
+      this.load();
+      return;
+    }
     this.sawRows(record, time);
     for (const one of this.series) {
       if (one.line.record !== record) continue;
@@ -231,16 +233,6 @@ class Chart {
       const own = this.series.filter((one) => one.line === line);
       return line.record === record && rows.some((row) => (row[line.label] ?? null) !== null && meetsAll(line, row) && !own.some((one) => this.fits(one, row)));
     });
-  }
-
-  /// Asks the history again, each time after a longer pause; tells whether it does.
-  askAgain() {
-    const now = performance.now();
-    if (now < (this.nextAsk ?? 0)) return false;
-    this.askPause = Math.min(2 * (this.askPause ?? kLeastAskPause / 2), kMostAskPause);
-    this.nextAsk = now + this.askPause;
-    this.load();
-    return true;
   }
 
   /// Several records come in one batch, and are drawn once.

@@ -1,7 +1,7 @@
 // One stream of what the schedules make, for all who follow on the page. EventSource can send no token, so the stream is
 // read by fetch. It ends while the tab is hidden and goes on from the last batch that was seen.
 import { address, errorOf, send } from './api.js';
-import { learn, now } from './clock.js';
+import { kSet, learn, now, trust } from './clock.js';
 
 const kSilence = 40000;
 const kLeastPause = 1000;
@@ -12,8 +12,6 @@ const kLongSleep = 300000;
 const kOverlap = 15;
 // Who joins a stream that is under way lacks little; several charts of a page do so together.
 const kJoinPause = 500;
-// By so many seconds a batch's time differs from what was expected only if the host's clock was set.
-const kSet = 30;
 
 // While only alarms are wanted, this is followed: few rows that there are on each host.
 const kQuietRecord = 'PI';
@@ -254,9 +252,10 @@ function takeBatch(time) {
   const isSet = time < current.time - kSet || time > now() + kSet;
   current.time = isSet ? time : Math.max(current.time, time);
   current.resume = time;
-  if (!isSet) return;
-  learn(time);
-  tellGap();
+  if (isSet) learn(time);
+  // One that is read back tells nothing of now.
+  if (time > now() - kSet) trust();
+  if (isSet) tellGap();
 }
 
 function tellGap() {

@@ -29,6 +29,20 @@ async function applicationsNow(at, { where, signal, ...choice }) {
   }
 }
 
+/// Gives a function that hands rows {time, ...} to `take` unless they are older than those before or than `seen`, as a stream
+/// that begins anew tells older ones again. After its `forget()` any rows are taken: the host's clock may have been set back.
+export function onlyNewer(take, seen = 0) {
+  const give = (told) => {
+    if (told.time < seen) return;
+    seen = told.time;
+    take(told);
+  };
+  give.forget = () => {
+    seen = 0;
+  };
+  return give;
+}
+
 /// Calls `take({time, rows})` for each run of the schedule after an answer of current(). Where no schedule collects the record,
 /// it is collected each `pause` milliseconds while the page is seen, until a schedule does. Gives the function that ends it.
 export function goOn(record, told, take, { pause, again }) {

@@ -4,7 +4,7 @@ import { rows } from './api.js';
 import { card, element, reason } from './card.js';
 import { follow } from './events.js';
 import { bytes, duration, number, percent, rate, timeNode } from './format.js';
-import { current } from './newest.js';
+import { current, onlyNewer } from './newest.js';
 import { state } from './state.js';
 
 const kMostBars = 8;
@@ -32,20 +32,14 @@ const kFigures = [
 /// current().
 function newest(record, choice, take, fail, askFor = rows) {
   const abort = new AbortController();
-  let seen = 0;
-  const show = (time, found) => {
-    if (time < seen) return;
-    seen = time;
-    take(time, found);
-  };
-  const ask = () => askFor(record, { ...choice, signal: abort.signal }).then((told) => show(told.time, told.rows), fail);
-  // After a gap the host's clock may be behind the rows that were seen.
+  const show = onlyNewer((told) => take(told.time, told.rows));
+  const ask = () => askFor(record, { ...choice, signal: abort.signal }).then(show, fail);
   const askAnew = () => {
-    seen = 0;
+    show.forget();
     ask();
   };
   ask();
-  const stop = state.at === null ? follow(record, (told) => show(told.time, told.rows), { onGap: askAnew }) : null;
+  const stop = state.at === null ? follow(record, show, { onGap: askAnew }) : null;
   return () => {
     abort.abort();
     stop?.();

@@ -2,6 +2,7 @@
 import { rows, schema } from './api.js';
 import { chart } from './chart.js';
 import { follow } from './events.js';
+import { onlyNewer } from './newest.js';
 import { failure, figures, tellTime, whenBack } from './panel.js';
 import { rowPage } from './rowpage.js';
 import { state } from './state.js';
@@ -67,7 +68,8 @@ function sockets(main) {
   const charts = [];
   let stop = null;
   const start = async () => {
-    const [layout, answer] = await Promise.all([schema('SOCK'), rows('SOCK', { signal: abort.signal })]);
+    const ask = () => rows('SOCK', { signal: abort.signal });
+    const [layout, answer] = await Promise.all([schema('SOCK'), ask()]);
     if (abort.signal.aborted) return;
     const grid = make('div', 'charts');
     part.append(grid);
@@ -78,10 +80,16 @@ function sockets(main) {
     const told = figures(all, layout, answer.rows[0] ?? {});
     tellTime(time, answer.time);
     if (state.at !== null) return;
-    stop = follow('SOCK', (next) => {
+    const newer = onlyNewer((next) => {
       tellTime(time, next.time);
       told.update(next.rows[0] ?? {});
-    });
+    }, answer.time);
+    const anew = () => {
+      newer.forget();
+      // The banner tells of a gate that does not answer; the next run brings the figures.
+      ask().then(newer, () => {});
+    };
+    stop = follow('SOCK', newer, { onGap: anew });
   };
   const begin = () => start().catch((error) => {
     if (abort.signal.aborted) return;

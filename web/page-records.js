@@ -5,7 +5,7 @@ import { chart } from './chart.js';
 import { csvButton } from './csv.js';
 import { follow } from './events.js';
 import { number, shownOf, timeNode, unitOf } from './format.js';
-import { current } from './newest.js';
+import { current, onlyNewer } from './newest.js';
 import { keptCsvButton, kMostSaved, pointsCsvButton } from './records-csv.js';
 import { choose, go, onChange, state } from './state.js';
 import { table } from './table.js';
@@ -45,6 +45,25 @@ function keysOf(rows, labels) {
     counts.set(text, count);
     return [row, `${text} ${count}`];
   }));
+}
+
+/// Gives a function that asks, one question at a time: what is wanted meanwhile is asked for once the answer is there.
+function oneByOne(ask) {
+  let isAsking = false;
+  let isWanted = false;
+  return async () => {
+    isWanted = true;
+    if (isAsking) return;
+    isAsking = true;
+    try {
+      while (isWanted) {
+        isWanted = false;
+        await ask();
+      }
+    } finally {
+      isAsking = false;
+    }
+  };
 }
 
 function labelled(parent, text, node) {
@@ -211,10 +230,16 @@ class Records {
     };
     take(first);
     if (state.at !== null) return;
-    // With a condition only the daemon can tell which rows fit, so it is asked again.
-    const again = () => ask().then(take, () => {});
+    const show = onlyNewer(take, first.time);
+    const again = oneByOne(() => ask().then(show, () => {}));
     note?.lastChild.addEventListener('click', again);
-    this.stops.push(follow(this.record, where ? again : take, { onGap: again }));
+    // With a condition only the daemon can tell which rows fit, so it is asked again.
+    const newer = where ? onlyNewer(again, first.time) : show;
+    const anew = () => {
+      for (const one of [show, newer]) one.forget();
+      again();
+    };
+    this.stops.push(follow(this.record, newer, { onGap: anew }));
   }
 
   /// What no schedule brings is collected when it is asked for, and only then.

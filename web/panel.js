@@ -84,7 +84,8 @@ export function tellTime(node, time) {
   else node.replaceChildren(isFar ? 'the nearest kept time is ' : 'as of ', timeNode(time));
 }
 
-/// Calls `fn` once when asking anew is worth it: at the first rows of a record that was not scheduled, else after a while.
+/// Calls `fn` once when asking anew is worth it: at the first rows of a record that was not scheduled, else after a while
+/// if the page is seen then.
 /// Gives the function that stops waiting.
 export function whenBack(record, error, fn) {
   if (error.code === 'not-scheduled') {
@@ -95,8 +96,12 @@ export function whenBack(record, error, fn) {
     return stop;
   }
   if (error.status !== 0 && error.status !== 503) return () => {};
-  const timer = setTimeout(fn, kRetryPause);
-  return () => clearTimeout(timer);
+  const timer = setInterval(() => {
+    if (document.hidden) return;
+    clearInterval(timer);
+    fn();
+  }, kRetryPause);
+  return () => clearInterval(timer);
 }
 
 /// What stands in place of a record's rows when asking for them failed.

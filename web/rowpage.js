@@ -4,7 +4,7 @@ import { rows, schema as askSchema } from './api.js';
 import { chart } from './chart.js';
 import { csvButton } from './csv.js';
 import { shownOf, unitOf } from './format.js';
-import { current, goOn } from './newest.js';
+import { current, goOn, onlyNewer } from './newest.js';
 import { failure, figures, panel, tellTime, whenBack } from './panel.js';
 import { choose, onChange, state } from './state.js';
 import { make, table } from './table.js';
@@ -33,6 +33,7 @@ class RowPart {
     this.abort = new AbortController();
     this.rows = [];
     this.charts = [];
+    this.newer = onlyNewer(({ time, rows: found }) => this.take(time, found));
     this.root = make('section', 'part');
     this.root.setAttribute('aria-label', options.title ?? options.caption ?? options.record);
     this.head = make('div', 'part-head');
@@ -54,8 +55,8 @@ class RowPart {
       if (this.abort.signal.aborted) return;
       this.schema = schema;
       this.build();
-      this.take(answer.time, answer.rows);
-      if (state.at === null) this.stopFollowing = goOn(record, answer, (told) => this.takeNewer(told), { pause: this.options.pause, again: () => this.again() });
+      this.newer(answer);
+      if (state.at === null) this.stopFollowing = goOn(record, answer, this.newer, { pause: this.options.pause, again: () => this.again() });
     } catch (error) {
       if (!this.abort.signal.aborted) this.fail(error);
     }
@@ -101,7 +102,8 @@ class RowPart {
     try {
       const answer = await this.ask();
       if (this.abort.signal.aborted) return false;
-      this.take(answer.time, answer.rows);
+      this.newer.forget();
+      this.newer(answer);
       return answer.isCollected;
     } catch (error) {
       // The banner tells of a gate that does not answer; the next batch brings the rows.
@@ -113,17 +115,12 @@ class RowPart {
     return this.options.keys.map((label) => String(row[label] ?? '')).join(' / ');
   }
 
-  /// A stream that begins anew tells older rows again.
-  takeNewer({ time, rows }) {
-    if (time >= this.timeOf) this.take(time, rows);
-  }
-
-  take(time, rows) {
-    const isFirst = this.timeOf === undefined;
-    this.timeOf = time;
-    this.rows = rows;
+  take(time, found) {
+    const isFirst = !this.isBegun;
+    this.isBegun = true;
+    this.rows = found;
     const { noun } = this.options;
-    this.count.textContent = noun ? `${rows.length} ${rows.length === 1 ? noun : `${noun}s`}` : '';
+    this.count.textContent = noun ? `${found.length} ${found.length === 1 ? noun : `${noun}s`}` : '';
     tellTime(this.time, time);
     this.draw();
     if (isFirst) this.open(state.choice[this.options.choice]);
