@@ -67,3 +67,8 @@ std::string SetHistoryAside(const std::string& file) {
 std::int64_t PageBytes(SqlDatabase& database, std::int64_t pages) {
   return pages * database.Number("PRAGMA page_size");
 }
+
+std::int64_t UsedFileBytes(SqlDatabase& database) {
+  return PageBytes(database,
+                   database.Number("PRAGMA page_count") - database.Number("PRAGMA freelist_count"));
+}

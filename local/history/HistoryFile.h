@@ -20,3 +20,5 @@
 
 /// What so many pages of the file take.
 [[nodiscard]] std::int64_t PageBytes(SqlDatabase& database, std::int64_t pages);
+/// What those of its pages take that hold something.
+[[nodiscard]] std::int64_t UsedFileBytes(SqlDatabase& database);

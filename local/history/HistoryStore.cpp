@@ -8,7 +8,6 @@
 
 #include "local/history/FieldValue.h"
 #include "local/history/HistoryFile.h"
-#include "local/history/HistoryTables.h"
 #include "node/LayoutRegistry.h"
 #include "support/WholeTime.h"
 
@@ -95,6 +94,7 @@ void HistoryStore::Keep(const ScheduledRows& rows, bool areTotals) {
   try {
     if (m_target == nullptr) {
       Begin();
+      m_inserted.clear();
     }
     Insert(rows, areTotals);
   } catch (const SqlError& error) {
@@ -104,6 +104,8 @@ void HistoryStore::Keep(const ScheduledRows& rows, bool areTotals) {
 }
 
 void HistoryStore::Begin() {
+  m_usedBefore.reset();
+  m_mainInserted.clear();
   try {
     if (m_main.database == nullptr) {
       Open();
@@ -116,28 +118,37 @@ void HistoryStore::Begin() {
     // Whoever reads is found out now, when the batch can still go elsewhere.
     m_main.database->Execute("BEGIN EXCLUSIVE");
     m_target = &m_main;
-    MeasureFile();
-    m_usedBefore = UsedBytes();
-    m_inserted.clear();
+    if (!m_usedBefore) {
+      MeasureFile();
+      m_usedBefore = UsedBytes();
+    }
   } catch (const SqlError& error) {
     if (!error.IsBusy()) {
       throw;
     }
+    m_usedBefore.reset();
     BeginWaiting();
   }
 }
 
 void HistoryStore::BeginWaiting() {
+  // Before what may fail: the main file is not the one that is set aside for it.
+  m_target = &m_waiting;
   if (m_waiting.database == nullptr) {
-    m_waiting.database = OpenHistoryFile(WaitingFile());
+    try {
+      m_waiting.database = OpenHistoryFile(WaitingFile());
+    } catch (const SqlError& error) {
+      if (!error.IsBroken()) {
+        throw;
+      }
+      SetWaitingAside(error);
+      m_waiting.database = OpenHistoryFile(WaitingFile());
+    }
   }
   m_hasWaiting = true;
-  m_target = &m_waiting;
   SqlDatabase& database = *m_waiting.database;
   // What was moved has left free pages.
-  const std::int64_t pages =
-      database.Number("PRAGMA page_count") - database.Number("PRAGMA freelist_count");
-  if (PageBytes(database, pages) > m_settings.waitingMegabytes * kBytesPerMegabyte) {
+  if (UsedFileBytes(database) > m_settings.waitingMegabytes * kBytesPerMegabyte) {
     throw SqlError(0, "it has been read for so long that the rows that wait exceed " +
                           std::to_string(m_settings.waitingMegabytes) + " Mbytes");
   }
@@ -149,30 +160,43 @@ void HistoryStore::MoveWaiting() {
     return;
   }
   m_waiting = {};
+  MeasureFile();
+  m_usedBefore = UsedBytes();
   const std::string file = WaitingFile();
-  std::vector<std::string> fits;
   try {
-    m_hasWaiting = m_mover.Move(*m_main.database, file, fits);
-    for (const std::string& done : fits) {
-      NoteFit(done);
+    MovedRows moved = m_mover.Move(*m_main.database, file, m_inserted);
+    m_hasWaiting = moved.isMore;
+    m_mainInserted = std::move(moved.rows);
+    for (const TableFit& fit : moved.fits) {
+      NoteFit(fit);
     }
   } catch (const SqlError& error) {
     if (!error.IsBroken() || IsWholeHistory(file)) {
       throw;
     }
     Close();
-    SetAside(file);
-    m_report("History: " + file + " is damaged (" + error.what() + "); it is set aside.");
+    SetWaitingAside(error);
     Open();
   }
   if (!m_hasWaiting) {
     std::remove(file.c_str());
   }
+  MeasureFile();
 }
 
-void HistoryStore::NoteFit(const std::string& done) {
-  if (!done.empty()) {
-    m_notices.push_back("History: " + done + ".");
+void HistoryStore::SetWaitingAside(const SqlError& error) {
+  const std::string file = WaitingFile();
+  SetAside(file);
+  m_report("History: " + file + " is damaged (" + error.what() + "); it is set aside.");
+}
+
+void HistoryStore::NoteFit(const TableFit& fit) {
+  if (!fit.told.empty()) {
+    m_notices.push_back("History: " + fit.told + ".");
+  }
+  if (m_usedBefore && m_target != &m_waiting) {
+    // No rows go at once for an index: it is made once, and may be as large as many of them.
+    *m_usedBefore += fit.indexBytes;
   }
 }
 
@@ -251,7 +275,6 @@ void HistoryStore::EndBatch() {
     return;
   }
   const bool isMain = m_target == &m_main;
-  std::int64_t goal = 0;
   try {
     if (m_target->totals != nullptr) {
       m_target->totals->Flush();
@@ -260,16 +283,18 @@ void HistoryStore::EndBatch() {
     if (isMain) {
       // Within the batch, where the file needs no locks of its own for that.
       MeasureFile();
-      // Twice what was added goes: else the file would grow for ever.
-      goal = 2 * m_usedBefore - UsedBytes();
+      for (const auto& [table, rows] : m_inserted) {
+        m_mainInserted[table] += rows;
+      }
     }
     Commit();
   } catch (const SqlError& error) {
     Fail(error);
     return;
   }
-  if (isMain) {
-    RemoveAfterBatch(goal);
+  if (m_usedBefore) {
+    // Twice what was added goes: else the file would grow for ever.
+    RemoveAfterBatch(2 * *m_usedBefore - UsedBytes());
   }
 }
 
@@ -316,7 +341,7 @@ void HistoryStore::RemoveOld() {
     return;
   }
   m_main.database->Execute("BEGIN IMMEDIATE");
-  const bool isMore = RemoveRowsBefore(*m_main.database, end, m_inserted);
+  const bool isMore = RemoveRowsBefore(*m_main.database, end, m_mainInserted);
   MeasureFile();
   m_main.database->Execute("COMMIT");
   if (!isMore) {
@@ -360,7 +385,7 @@ void HistoryStore::Tell(const SqlError& error, const std::string& file) {
   // Each reason is told once, until a batch is written again.
   if (m_problem != error.what()) {
     m_problem = error.what();
-    m_report("History: " + m_settings.file + " can't be written: " + m_problem +
+    m_report("History: " + (isBroken ? file : m_settings.file) + " can't be written: " + m_problem +
              (isBroken ? ". It is set aside, a new one is begun." : ". Collection goes on."));
   }
 }

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "local/history/HistoryTables.h"
 #include "local/history/OldRows.h"
 #include "local/history/Sql.h"
 #include "local/history/TotalsTable.h"
@@ -82,7 +83,8 @@ class HistoryStore : public RecordSink {
   void Begin();
   void BeginWaiting();
   void MoveWaiting();
-  void NoteFit(const std::string& done);
+  void SetWaitingAside(const SqlError& error);
+  void NoteFit(const TableFit& fit);
   void Keep(const ScheduledRows& rows, bool areTotals);
   void Insert(const ScheduledRows& rows, bool areTotals);
   [[nodiscard]] Table* FindTable(const ScheduledRows& rows);
@@ -113,9 +115,12 @@ class HistoryStore : public RecordSink {
   std::string m_problem;
   std::vector<std::string> m_notices;  ///< told once the batch at work is written
   std::int64_t m_sizeBytes = 0;
-  std::int64_t m_freeBytes = 0;                ///< those of m_sizeBytes that no row needs
-  std::int64_t m_usedBefore = 0;               ///< UsedBytes() before the batch at work
-  InsertedRows m_inserted;                     ///< by the batch at work
+  std::int64_t m_freeBytes = 0;  ///< those of m_sizeBytes that no row needs
+  /// UsedBytes() before the batch at work, and what was moved before it; with the indexes that were
+  /// made for them. None while the main file can't be written.
+  std::optional<std::int64_t> m_usedBefore;
+  InsertedRows m_inserted;                     ///< by the batch at work, or else the last one
+  InsertedRows m_mainInserted;                 ///< into the main file, by moving too
   std::optional<std::int64_t> m_removedUntil;  ///< what was older has gone; not known at first
   std::uint64_t m_lostBatches = 0;
   WaitingRows m_mover;

@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "local/history/FieldValue.h"
+#include "local/history/HistoryFile.h"
 #include "local/history/TotalsTable.h"
 #include "support/TextHash.h"
 
@@ -83,17 +84,20 @@ std::string FreeName(SqlDatabase& database, const std::string& name) {
   }
 }
 
-/// A renamed table keeps its index, whose name the new table's may want.
-void FitIndex(SqlDatabase& database, const std::string& table, const std::string& hash) {
+/// A renamed table keeps its index, whose name the new table's may want. The bytes of a new one.
+std::int64_t FitIndex(SqlDatabase& database, const std::string& table, const std::string& hash) {
   SqlStatement found = database.Prepare(
       "SELECT 1 FROM pragma_index_list(?1, 'main') AS listed, pragma_index_info(listed.name, "
       "'main') AS indexed WHERE NOT listed.partial AND indexed.seqno = 0 AND indexed.name = ?2");
   found.Bind(1, std::string_view(table));
   found.Bind(2, std::string_view(kTimeLabel));
-  if (!found.Step()) {
-    database.Execute("CREATE INDEX " + QuotedName(FreeName(database, table + ' ' + hash)) + " ON " +
-                     QuotedName(table) + " (" + QuotedName(kTimeLabel) + ")");
+  if (found.Step()) {
+    return 0;
   }
+  const std::int64_t before = UsedFileBytes(database);
+  database.Execute("CREATE INDEX " + QuotedName(FreeName(database, table + ' ' + hash)) + " ON " +
+                   QuotedName(table) + " (" + QuotedName(kTimeLabel) + ")");
+  return UsedFileBytes(database) - before;
 }
 
 std::string NameForOldRows(SqlDatabase& database, const std::string& record) {
@@ -152,13 +156,14 @@ int TimePlace(const RecordLayout& layout) {
   return static_cast<int>(found - layout.fields.begin());
 }
 
-std::string FitTable(SqlDatabase& database, const RecordLayout& layout, const std::string& table) {
+TableFit FitTable(SqlDatabase& database, const RecordLayout& layout, const std::string& table) {
   database.Execute("CREATE TABLE IF NOT EXISTS " + QuotedName(kLayoutTable) +
                    " (record TEXT PRIMARY KEY, hash TEXT NOT NULL)");
   const std::string hash = HashOf(layout);
-  std::string done = FitColumns(database, layout, table, hash);
-  FitIndex(database, table, hash);
-  return done;
+  TableFit fit;
+  fit.told = FitColumns(database, layout, table, hash);
+  fit.indexBytes = FitIndex(database, table, hash);
+  return fit;
 }
 
 std::map<std::string, std::string> ColumnsOf(SqlDatabase& database, const std::string& table) {
@@ -210,7 +215,8 @@ std::vector<std::string> RecordTables(SqlDatabase& database, const std::string& 
   return names;
 }
 
-std::int64_t LastOfTime(SqlDatabase& database, const std::string& table, int rows, int rowsOfTime) {
+std::int64_t LastOfTime(SqlDatabase& database, const std::string& table, std::int64_t rows,
+                        std::int64_t rowsOfTime) {
   const std::string time = QuotedName(kTimeLabel);
   const std::string row =
       std::to_string(database.Number("SELECT max(rowid) FROM (SELECT rowid FROM " + table +

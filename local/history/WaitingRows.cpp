@@ -1,35 +1,40 @@
 #include "local/history/WaitingRows.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 
-#include "local/history/HistoryTables.h"
 #include "local/history/TotalsTable.h"
 #include "node/LayoutRegistry.h"
 
 namespace {
 
 constexpr const char* kSchema = "waiting";
-constexpr int kMovedOfOneTime = 10000;
+constexpr std::int64_t kMovedOfOneTime = 10000;
 constexpr std::chrono::milliseconds kMovingTime{20};
 
-/// Whether the table has more.
-bool MoveTable(SqlDatabase& database, const std::string& table, std::vector<std::string>& fits) {
+/// At most so many rows, and those that have the time of the last of them.
+void MoveTable(SqlDatabase& database, const std::string& table, std::int64_t most,
+               MovedRows& moved) {
   const std::string waiting = kSchema + ('.' + QuotedName(table));
-  const int most = table == kTotalsTable ? WaitingRows::kMovedTotals : WaitingRows::kMovedRows;
-  const std::int64_t last = LastOfTime(database, waiting, most, kMovedOfOneTime);
-  const std::string moved = " WHERE rowid <= " + std::to_string(last);
+  const std::int64_t last = LastOfTime(database, waiting, most, std::max(most, kMovedOfOneTime));
+  const std::string first = " WHERE rowid <= " + std::to_string(last);
   const RecordLayout* const layout = LayoutRegistry::Instance().Find(table);
   if (table == kTotalsTable) {
     MoveTotals(database, kSchema, last);
   } else if (layout != nullptr) {
-    fits.push_back(FitTable(database, *layout, table));
+    moved.fits.push_back(FitTable(database, *layout, table));
     const std::string columns = CommonColumns(database, kSchema, table);
     database.Execute("INSERT INTO main." + QuotedName(table) + " (" + columns + ") SELECT " +
-                     columns + " FROM " + waiting + moved + " ORDER BY rowid");
+                     columns + " FROM " + waiting + first + " ORDER BY rowid");
   }
-  database.Execute("DELETE FROM " + waiting + moved);
-  return database.Number("SELECT EXISTS (SELECT 1 FROM " + waiting + ")") != 0;
+  database.Execute("DELETE FROM " + waiting + first);
+  moved.rows[table] = database.Changes();
+}
+
+bool HasRows(SqlDatabase& database, const std::string& table) {
+  return database.Number(std::string("SELECT EXISTS (SELECT 1 FROM ") + kSchema + '.' +
+                         QuotedName(table) + ")") != 0;
 }
 
 /// For want of memory, so that the next step finds nothing of this one.
@@ -46,10 +51,10 @@ void Abandon(SqlDatabase& database, const std::string& detach) {
 
 }  // namespace
 
-bool WaitingRows::Move(SqlDatabase& database, const std::string& file,
-                       std::vector<std::string>& fits) {
+MovedRows WaitingRows::Move(SqlDatabase& database, const std::string& file,
+                            const InsertedRows& added) {
   const std::string detach = std::string("DETACH ") + kSchema;
-  bool isMore = true;
+  MovedRows moved;
   {
     SqlStatement attach = database.Prepare(std::string("ATTACH ?1 AS ") + kSchema);
     attach.Bind(1, std::string_view(file));
@@ -57,7 +62,7 @@ bool WaitingRows::Move(SqlDatabase& database, const std::string& file,
   }
   try {
     database.Execute("BEGIN EXCLUSIVE");
-    isMore = MoveTables(database, fits);
+    moved = MoveTables(database, added);
     database.Execute("COMMIT");
   } catch (const SqlError& error) {
     if (database.IsInTransaction()) {
@@ -72,18 +77,26 @@ bool WaitingRows::Move(SqlDatabase& database, const std::string& file,
     throw;
   }
   database.Execute(detach);
-  return isMore;
+  return moved;
 }
 
-bool WaitingRows::MoveTables(SqlDatabase& database, std::vector<std::string>& fits) {
+MovedRows WaitingRows::MoveTables(SqlDatabase& database, const InsertedRows& added) {
   const std::vector<std::string> tables = RecordTables(database, kSchema);
   const auto end = std::chrono::steady_clock::now() + kMovingTime;
-  bool isMore = false;
+  const std::size_t first = m_next;
+  MovedRows moved;
   for (std::size_t i = 0; i < tables.size(); ++i) {
-    if (std::chrono::steady_clock::now() >= end) {
-      return true;
+    const std::string& table = tables[(first + i) % tables.size()];
+    const auto found = added.find(table);
+    std::int64_t most = found == added.end() ? 0 : 2 * found->second;
+    if (std::chrono::steady_clock::now() < end) {
+      most = std::max(most, table == kTotalsTable ? kMovedTotals : kMovedRows);
+      ++m_next;
     }
-    isMore = MoveTable(database, tables[m_next++ % tables.size()], fits) || isMore;
+    if (most > 0) {
+      MoveTable(database, table, most, moved);
+    }
+    moved.isMore = moved.isMore || HasRows(database, table);
   }
-  return isMore;
+  return moved;
 }

@@ -32,6 +32,9 @@ class HistoryStoreTest : public ::testing::Test {
     return SqlDatabase(file, 1000).Number(text);
   }
   static std::int64_t Rows() { return Number("SELECT count(*) FROM FAKE"); }
+  static std::int64_t UsedPages() {
+    return Number("PRAGMA page_count") - Number("PRAGMA freelist_count");
+  }
   static std::int64_t Totals() { return Number("SELECT count(*) FROM \"qmt totals\""); }
 
   ScratchDirectory m_folder;
@@ -213,7 +216,7 @@ TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
   SqlDatabase("records.db", 1000).Execute("INSERT INTO b VALUES ('x')");
   Batch(m_now - 6, 1, 1);
   Batch(m_now - 5, 30000, 10000);
-  EXPECT_LE(Number("PRAGMA page_count") - Number("PRAGMA freelist_count"), 256);
+  EXPECT_LE(UsedPages(), 256);
   for (int i = 0; i < 300 && m_store.SizeBytes() > 1 << 20; ++i) {
     Batch(m_now);
   }
@@ -244,6 +247,7 @@ TEST_F(HistoryStoreTest, MoreGoesThanALargeBatchBrings) {
 }
 
 TEST_F(HistoryStoreTest, ALockAtTheStartLosesNoBatch) {
+  std::ofstream("records.db-waiting") << std::string(5000, 'x');
   SqlDatabase stranger("records.db", 0);
   stranger.Execute("BEGIN EXCLUSIVE");
   Keep();
@@ -257,6 +261,7 @@ TEST_F(HistoryStoreTest, ALockAtTheStartLosesNoBatch) {
   Batch(m_now);
   EXPECT_EQ(Rows(), 3);
   EXPECT_EQ(m_store.LostBatches(), 0U);
+  EXPECT_THAT(m_told, testing::Contains(HasSubstr("records.db-waiting is damaged")));
 }
 
 TEST_F(HistoryStoreTest, AFailureIsToldOnceAndHistoryResumesByItself) {
@@ -469,6 +474,54 @@ TEST_F(HistoryStoreTest, WhatWaitsIsBoundedAndMovedInSmallSteps) {
             0);
   EXPECT_EQ(m_store.LostBatches(), lost);
   EXPECT_FALSE(std::filesystem::exists("records.db-waiting"));
+}
+
+// One table takes longer than a step is to take.
+TEST_F(HistoryStoreTest, WhatWaitsOfLargeBatchesEndsAndTheLimitsHold) {
+  for (const auto& [rows, batches] : {std::pair(1900U, 16), {2500U, 8}, {12000U, 8}}) {
+    const std::vector<FakeRecord> records(rows, FakeRecord(1, m_now));
+    const std::vector<const CMBRecord*> pointers = PointersTo(records);
+    std::filesystem::remove("records.db");
+    Keep();
+    Batch(m_now - 3 * 86400, 600);
+    Keep({.days = 2, .megabytes = 1});
+    SqlDatabase other("records.db", 0);
+    SqlStatement reading = other.Prepare("SELECT * FROM FAKE");
+    for (int batch = 0; batch < batches; ++batch) {
+      if (batch % 8 < 4) {
+        ASSERT_TRUE(reading.Step());
+      } else {
+        reading.Reset();
+      }
+      m_store.Take({"IDLE", '3', m_now, pointers});
+      Batch(m_now + batch, rows);
+      EXPECT_EQ(std::filesystem::exists("records.db-waiting"), batch % 8 < 6) << rows << batch;
+      if (batch == 4) {
+        EXPECT_EQ(other.Number("SELECT count(*) FROM FAKE WHERE \"Record Time\" < " +
+                               std::to_string(m_now)),
+                  0);
+      }
+    }
+    EXPECT_LE(UsedPages(), 256);
+    EXPECT_EQ(m_store.LostBatches(), 0U);
+  }
+}
+
+TEST_F(HistoryStoreTest, AnIndexThatIsMadeAnewCostsNoRowsAtOnce) {
+  Keep();
+  Batch(m_now, 20000);
+  Keep({.megabytes = 1});
+  SqlDatabase file("records.db", 1000);
+  SqlStatement index = file.Prepare("SELECT name FROM pragma_index_list('FAKE')");
+  ASSERT_TRUE(index.Step());
+  const std::string drop = "DROP INDEX " + QuotedName(index.Text(0));
+  index.Reset();
+  file.Execute(drop);
+  for (int doubled = 0; doubled < 3; ++doubled) {
+    file.Execute("INSERT INTO FAKE SELECT * FROM FAKE");
+  }
+  Batch(m_now);
+  EXPECT_GT(Rows(), 110000);
 }
 
 }  // namespace
