@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
@@ -37,6 +38,13 @@ Names& GroupNames() {
   return names;
 }
 
+/// Whether a look-up may do better the next time; all else says that there is no such identity, or
+/// that who would know it is away.
+bool IsPassing(int code) {
+  return code == EINTR || code == EIO || code == EMFILE || code == ENFILE || code == ENOMEM ||
+         code == ERANGE;
+}
+
 /// The look-up that both kinds share; `ask` returns the system's entry, `nameOf` its name.
 template <class Entry, class Ask, class NameOf>
 const char* Find(Names& names, Entry** out, int id, Ask ask, NameOf nameOf) {
@@ -48,14 +56,17 @@ const char* Find(Names& names, Entry** out, int id, Ask ask, NameOf nameOf) {
   } else if (known != names.kept.end() && known->second.generation == names.generation) {
     name = known->second.name ? known->second.name->c_str() : nullptr;
   } else {
+    errno = 0;
     entry = ask();
     const bool isFound = entry != nullptr && nameOf(*entry) != nullptr;
-    if (isFound || names.generation != 0) {
+    if (isFound || (names.generation != 0 && !IsPassing(errno))) {
       KeptName& kept = names.kept[id];
       kept.generation = names.generation;
       // Who knew the name may be away.
       kept.name = isFound ? std::optional<std::string>(nameOf(*entry)) : std::move(kept.name);
       name = kept.name ? kept.name->c_str() : nullptr;
+    } else if (known != names.kept.end() && known->second.name) {
+      name = known->second.name->c_str();
     }
   }
   if (out != nullptr) {

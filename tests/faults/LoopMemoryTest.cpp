@@ -289,17 +289,17 @@ TEST(LoopMemoryTest, TheGateIsStartedAgainWhateverThereWasNoMemoryFor) {
     constexpr std::size_t kOfARun = 40;
     EventLoop loop;
     FakeAgent agent;
-    int ended = 0;
     using std::chrono::milliseconds;
-    GateChild gate(loop, {"/bin/true", {}, milliseconds(1), milliseconds(1), milliseconds(1)},
-                   [&](const std::string& text) {
-                     if (text.find("has ended") != std::string::npos && ++ended == 4) {
-                       EventLoop::RequestStop();
-                     }
-                   });
-    gate.Start();
     for (std::size_t place = 1; place <= kOfARun; ++place) {
-      ended = 0;
+      int ended = 0;
+      // One for each place: a stop of the loop drops what is to start the next gate.
+      GateChild gate(loop, {"/bin/true", {}, milliseconds(1), milliseconds(1), milliseconds(1)},
+                     [&](const std::string& text) {
+                       if (text.find("has ended") != std::string::npos && ++ended == 4) {
+                         EventLoop::RequestStop();
+                       }
+                     });
+      gate.Start();
       Post(loop, [place](CMBNode&) { faults::CountAllocations(place); });
       RunLoop(loop, agent);
       faults::StopCountingAllocations();
