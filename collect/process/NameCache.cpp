@@ -20,13 +20,19 @@ namespace {
 struct KeptName {
   std::optional<std::string> name;
   std::uint64_t generation = 0;  ///< of the names when it was asked
+  std::uint64_t turn = 0;        ///< likewise
 };
 /// Owned names by identity.
 struct Names {
   std::map<int, KeptName> kept;
-  /// What is kept of another one is asked for anew. Before the first one what the system does not
-  /// know is not kept.
+  /// A name that is kept of another one is asked for anew. Before the first one what the system
+  /// does not know is not kept.
   std::uint64_t generation = 0;
+  std::uint64_t turn = 0;  ///< the same of identities without a name
+
+  [[nodiscard]] bool IsOld(const KeptName& one) const {
+    return one.name ? one.generation != generation : one.turn != turn;
+  }
 };
 
 Names& UserNames() {
@@ -53,7 +59,7 @@ const char* Find(Names& names, Entry** out, int id, Ask ask, NameOf nameOf) {
   const auto known = names.kept.find(id);
   if (id == kNoIdentity) {
     name = "N/S";
-  } else if (known != names.kept.end() && known->second.generation == names.generation) {
+  } else if (known != names.kept.end() && !names.IsOld(known->second)) {
     name = known->second.name ? known->second.name->c_str() : nullptr;
   } else {
     errno = 0;
@@ -62,6 +68,7 @@ const char* Find(Names& names, Entry** out, int id, Ask ask, NameOf nameOf) {
     if (isFound || (names.generation != 0 && !IsPassing(errno))) {
       KeptName& kept = names.kept[id];
       kept.generation = names.generation;
+      kept.turn = names.turn;
       // Who knew the name may be away.
       kept.name = isFound ? std::optional<std::string>(nameOf(*entry)) : std::move(kept.name);
       name = kept.name ? kept.name->c_str() : nullptr;
@@ -109,15 +116,27 @@ NameFileMark MarkOf(const char* path) {
 
 void RenewOldNames() {
   constexpr std::time_t kLongestKept = 3600;
+  constexpr std::time_t kLongestWithout = 60;
   static std::array<NameFileMark, 2> lastMarks;
   static std::time_t renewed = 0;
+  static std::time_t turned = 0;
   const std::array marks{MarkOf("/etc/passwd"), MarkOf("/etc/group")};
   const std::time_t now = Os().time(nullptr);
-  if (marks != lastMarks || now < renewed || now - renewed >= kLongestKept) {
-    ++UserNames().generation;
-    ++GroupNames().generation;
+  const bool areOld = marks != lastMarks || now < renewed || now - renewed >= kLongestKept;
+  if (areOld) {
     lastMarks = marks;
     renewed = now;
+  }
+  const bool isTurn = areOld || now < turned || now - turned >= kLongestWithout;
+  turned = isTurn ? now : turned;
+  for (Names* const names : {&UserNames(), &GroupNames()}) {
+    names->turn += isTurn ? 1 : 0;
+    names->generation += areOld ? 1 : 0;
+    if (areOld) {
+      std::erase_if(names->kept, [names](const auto& one) {
+        return one.second.generation + 1 < names->generation;
+      });
+    }
   }
 }
 

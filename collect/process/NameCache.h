@@ -20,9 +20,9 @@ inline constexpr int kNoIdentity = -999;
 
 /// Has all names asked for anew at their next look-up if the files of users or groups are others
 /// than at the last call or an hour has gone by since, as who else may know names tells of no
-/// change. From the first call on an identity is asked for once in that time, also one without a
-/// name; a name that the system can't tell any more stays. Texts handed out before a call are valid
-/// until their identity is looked up.
+/// change. From the first call on an identity without a name is kept as well, for a minute, and a
+/// name that the system can't tell any more stays while it is looked up. Texts handed out before
+/// are no longer valid.
 void RenewOldNames();
 /// Forget all names; texts handed out are no longer valid.
 void ClearUserNames();

@@ -359,7 +359,8 @@ void AlarmCommand::Stop() {
     return;
   }
   m_isStopped = true;
-  const std::size_t ended = m_children.size();
+  const auto ended =
+      std::ranges::count_if(m_children, [](const auto& child) { return !child->IsOver(); });
   const std::size_t left = m_waiting.size();
   m_dropped += left;
   m_waiting.clear();

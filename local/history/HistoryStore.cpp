@@ -302,6 +302,8 @@ void HistoryStore::RemoveAfterBatch(std::int64_t goal) {
   try {
     RemoveOld();
     RemoveExcess(goal);
+    // It has moved rows, too, where the batch itself waits.
+    m_main.database->TrimPages(kKeptPages);
   } catch (const SqlError& error) {
     if (!error.IsBusy()) {
       // The batch itself is kept.

@@ -164,12 +164,14 @@ TEST_F(CollectorTest, NamesAreRenewedWithTheirFilesAndEachHourUnderModernAlone) 
     EXPECT_EQ(Collector().collect(look.flags), nullptr);
     EXPECT_STREQ(UserName(nullptr, 33), look.shown) << &look - looks;
   }
-  // One without a name is asked for once until then, too.
+  // One without a name is asked for each minute.
   g_name.clear();
-  for (const int asked : {1, 0, 0}) {
+  for (const auto& [seconds, asked] : {std::pair{0, 1}, {58, 0}, {1, 1}, {59, 0}, {1, 1}}) {
     g_asked = 0;
+    g_now += seconds;
+    EXPECT_EQ(Collector().collect(COLLECT_UFSS), nullptr);
     EXPECT_EQ(KnownUserName(34), nullptr);
-    EXPECT_EQ(g_asked, asked);
+    EXPECT_EQ(g_asked, asked) << seconds;
   }
 }
 
