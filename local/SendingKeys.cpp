@@ -118,7 +118,7 @@ std::string FaultOfFile(const std::string& path, const FileRule& rule) {
   if (bytes > kMostKeyFileBytes) {
     return "is longer than " + std::to_string(kMostKeyFileBytes) + " bytes";
   }
-  if (const std::string fault = rule.isSecret ? FaultOfMode(status.st_mode) : ""; !fault.empty()) {
+  if (std::string fault = rule.isSecret ? FaultOfMode(status.st_mode) : ""; !fault.empty()) {
     return fault;
   }
   std::string text(bytes, '\0');

@@ -158,7 +158,7 @@ class RawRows {
   /// `current` takes that row's place.
   [[nodiscard]] Record Replace(const IntervalFamily<Record>& family, Record current) {
     KeptRow* previous = Find(family, current);
-    const Record row = DeltaPI(family, current, previous == nullptr ? Record{} : previous->row);
+    Record row = DeltaPI(family, current, previous == nullptr ? Record{} : previous->row);
     if (previous == nullptr) {
       if (family.instanceHash != nullptr) {
         m_places.emplace(family.instanceHash(current), m_rows.size());

@@ -134,6 +134,7 @@ void AddPeaks(SummaryTable& table, KeptRows& rows, const BusySubject& subject,
       }
     }
   }
+  moments.reserve(origins.size());
   for (const auto& [time, origin] : origins) {
     moments.push_back({time, origin.first});
   }

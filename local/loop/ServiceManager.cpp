@@ -21,7 +21,7 @@ constexpr int kTries = 10;
 
 std::string TakeVariable(const char* name) {
   const char* value = std::getenv(name);
-  const std::string text = value == nullptr ? "" : value;
+  std::string text = value == nullptr ? "" : value;
   ::unsetenv(name);
   return text;
 }

@@ -77,10 +77,11 @@ void ReadPressure(std::vector<PressureFigures>& rows) {
   std::string text;
   for (const char* resource : {"cpu", "memory", "io", "irq"}) {
     if (folder.IsOpen() && folder.Read(resource, text)) {
-      PressureText& figures = rows.emplace_back(resource, ParsePressure(text)).text;
+      rows.push_back({resource, ParsePressure(text)});
+      PressureFigures& row = rows.back();
       // Kernels since 5.17 write zeros there for the sake of readers, and measure nothing.
-      if (rows.back().resource == "cpu" && figures.full.stalledSeconds == 0) {
-        figures.full = {};
+      if (row.resource == "cpu" && row.text.full.stalledSeconds == 0) {
+        row.text.full = {};
       }
     }
   }
