@@ -222,8 +222,10 @@ CLI::Option* TakeNumber(CLI::Option* option, std::uint64_t least, std::uint64_t 
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc{} || end != text.data() + text.size() || number < least ||
         number > most) {
-      return '"' + text + "\" is no whole number from " + std::to_string(least) + " to " +
-             std::to_string(most);
+      const std::string range =
+          most == UINT64_MAX ? " of " + std::to_string(least) + " or more"
+                             : " from " + std::to_string(least) + " to " + std::to_string(most);
+      return '"' + text + "\" is no whole number" + range;
     }
     // The parser takes a number for octal that begins with a zero.
     text = std::to_string(number);

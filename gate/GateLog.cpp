@@ -9,7 +9,7 @@
 
 void GateLog(const std::string& text) {
   constexpr std::size_t kLongest = 1000;
-  const std::string line = "qmt_gate: " + WithoutSteering(text.substr(0, kLongest)) + '\n';
+  const std::string line = "qmt_gate: " + ShownBegin(text, kLongest) + '\n';
   for (std::string_view left = line; !left.empty();) {
     const ssize_t written = ::write(STDERR_FILENO, left.data(), left.size());
     if (written < 0 && errno != EINTR) {

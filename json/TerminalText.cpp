@@ -77,6 +77,20 @@ std::string EscapedText(std::string_view text, const std::function<bool(char32_t
 
 std::string WithoutSteering(std::string_view text) { return EscapedText(text, SteersTerminal); }
 
+std::string ShownBegin(std::string_view text, std::size_t most) {
+  std::string shown;
+  while (!text.empty()) {
+    const std::size_t bytes = DecodeFirst(text).bytes;
+    const std::string next = WithoutSteering(text.substr(0, bytes));
+    if (shown.size() + next.size() > most) {
+      break;
+    }
+    shown += next;
+    text.remove_prefix(bytes);
+  }
+  return shown;
+}
+
 std::string JsonWithoutSteering(std::string_view json) {
   std::string out;
   out.reserve(json.size());

@@ -30,5 +30,9 @@ struct Character {
 /// The same of what steers a terminal.
 [[nodiscard]] std::string WithoutSteering(std::string_view text);
 
+/// The begin of that, of at most so many bytes: neither a character nor what is written for one is
+/// parted.
+[[nodiscard]] std::string ShownBegin(std::string_view text, std::size_t most);
+
 /// `json`, a text of JsonText, with what steers a terminal as \uNNNN: JSON of the same value.
 [[nodiscard]] std::string JsonWithoutSteering(std::string_view json);

@@ -52,7 +52,7 @@ class JsonRecords : public RecordWriter {
     const RecordAnswer& answer = record.answer;
     const std::string head = ShownJson(
         Json{{"record", answer.record}, {"category", answer.category}, {"time", answer.time}},
-        m_indent);
+        m_indent, m_isForTerminal);
     m_out.Add(m_isFirst ? "[" : ",");
     m_isFirst = false;
     m_hasRows = false;
@@ -67,7 +67,7 @@ class JsonRecords : public RecordWriter {
   bool Row(Json row) override {
     m_out.Add(std::exchange(m_hasRows, true) ? "," : "");
     BreakLine(3);
-    m_out.Add(Deeper(ShownJson(row, m_indent), Blanks(3)));
+    m_out.Add(Deeper(ShownJson(row, m_indent, m_isForTerminal), Blanks(3)));
     return true;
   }
 
@@ -101,6 +101,7 @@ class JsonRecords : public RecordWriter {
   }
 
   int m_indent;
+  bool m_isForTerminal = WritesToTerminal();
   Pieces m_out;
   bool m_isFirst = true;
   bool m_hasRows = false;

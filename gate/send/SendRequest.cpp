@@ -19,22 +19,6 @@ std::string UrlUpTo(const std::string& url, const char* ends) {
   return url.substr(0, begin) + url.substr(host, url.find_first_of(ends, path) - host);
 }
 
-/// The begin of `text` with what steers a terminal written out, of at most so many bytes: neither a
-/// character nor what is written for one is parted.
-std::string ShownBegin(std::string_view text, std::size_t most) {
-  std::string shown;
-  while (!text.empty()) {
-    const std::size_t bytes = DecodeFirst(text).bytes;
-    const std::string next = WithoutSteering(text.substr(0, bytes));
-    if (shown.size() + next.size() > most) {
-      break;
-    }
-    shown += next;
-    text.remove_prefix(bytes);
-  }
-  return shown;
-}
-
 }  // namespace
 
 bool IsTurnedAway(const SendResult& result) {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "local/capture/CaptureFile.h"
@@ -34,6 +35,12 @@ class HostReplay : public CapturedHost {
  private:
   using Clock = std::chrono::steady_clock;
 
+  /// How far samples have been looked at for a question, and the newest one of these that has it.
+  struct Looked {
+    std::size_t until = 0;
+    std::optional<std::size_t> found;
+  };
+
   HostReplay(const std::string& folder, double speed)
       : CapturedHost(folder, folder + "/samples"), m_folder(folder), m_speed(speed) {}
   [[nodiscard]] int OpenIn(std::size_t sample, const std::string& path, int flags) const;
@@ -46,12 +53,6 @@ class HostReplay : public CapturedHost {
   std::string m_folder;
   double m_speed;
   CaptureFacts m_facts;
-  /// How far samples have been looked at for a question, and the newest one of these that has it.
-  struct Looked {
-    std::size_t until = 0;
-    std::optional<std::size_t> found;
-  };
-
   std::vector<CallAnswers> m_answers;  ///< of each sample
   mutable std::unordered_map<std::string, Looked> m_looked;
   std::size_t m_sample = 0;   ///< the present one

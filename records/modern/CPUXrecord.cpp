@@ -103,9 +103,15 @@ class AllProcessors {
   [[nodiscard]] double GrowthOfEach(const std::vector<CpuTimeFigures>& figures,
                                     double CpuTimeFigures::*time) const {
     double growth = 0;
+    // Both are in the kernel's order.
+    auto next = m_last.begin();
     for (const CpuTimeFigures& processor : std::span(figures).subspan(1)) {
-      const auto before = std::ranges::find(m_last, processor.name, &CpuTimeFigures::name);
-      growth += before == m_last.end() ? 0.0 : GrowthOfCounter(processor.*time, (*before).*time);
+      const auto before =
+          std::ranges::find(next, m_last.end(), processor.name, &CpuTimeFigures::name);
+      if (before != m_last.end()) {
+        growth += GrowthOfCounter(processor.*time, (*before).*time);
+        next = before + 1;
+      }
     }
     return growth;
   }

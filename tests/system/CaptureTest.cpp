@@ -318,10 +318,17 @@ TEST(CaptureTest, AHostileCaptureIsToldInOneLine) {
 
 TEST(CaptureTest, AFolderThatOthersMayWriteToIsLeftAlone) {
   const TempFolder folder;
-  ASSERT_EQ(::chmod(folder.Path().c_str(), 0770), 0);
-  EXPECT_NE(MakeCapture(folder.Path(), "").find("others may write to this folder"),
+  const fs::path place = folder.Path() / "place";
+  fs::create_directory(place);
+  fs::create_symlink(place, folder.Path() / "link");
+  EXPECT_NE(MakeCapture(folder.Path() / "link", "").find("/link: this is no folder"),
             std::string::npos);
-  EXPECT_TRUE(fs::is_empty(folder.Path()));
+  for (const ::mode_t mode : {0770U, 0707U, 01777U}) {
+    ASSERT_EQ(::chmod(place.c_str(), mode), 0);
+    EXPECT_NE(MakeCapture(place, "").find("others may write to this folder"), std::string::npos)
+        << mode;
+  }
+  EXPECT_TRUE(fs::is_empty(place));
 }
 
 TEST(CaptureTest, WordsThatAreWrongAreTold) {

@@ -254,6 +254,10 @@ TEST(WordsOfTest, WhatAServerSaysSteersNoTerminal) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             R"(qmt_gate: a\u{009B}2J\x1B\x7F\u{202E}\xFF\x0Ab)"
             "\n");
+  const std::string most(999, 'a');
+  testing::internal::CaptureStderr();
+  GateLog(most + "\xe2\x82\xac");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "qmt_gate: " + most + '\n');
 }
 
 TEST(BackoffTest, PausesDoubleWithChanceAndTheServersWordCounts) {
