@@ -150,8 +150,9 @@ void AskAll(WalkScene scene) {
       Write(place == 0 ? "places-before" : "places-to-stop",
             std::to_string(faults::CountWatched()));
     }
-    faults::Client client([] { return g_isServiceOver.load(); });
+    // What fails as the daemon takes the connection costs this question and not the one before.
     g_question = place + 1;
+    faults::Client client([] { return g_isServiceOver.load(); });
     if (scene != WalkScene::kOperations) {
       g_now = kFirstBatch + static_cast<std::time_t>(place) * kBetweenBatches;
     }
