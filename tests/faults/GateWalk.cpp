@@ -18,16 +18,6 @@ constexpr unsigned kGateSeconds = 60;
 constexpr PushPace kWalkPace{milliseconds(50), milliseconds(50), milliseconds(200),
                              milliseconds(2000), milliseconds(100)};
 
-/// A thread of the gate's that has written a file may still be about to end.
-int CountDescriptorsAtRest(int expected) {
-  int count = faults::CountDescriptors();
-  for (int turn = 0; turn < 100 && count > expected; ++turn) {
-    std::this_thread::sleep_for(milliseconds(10));
-    count = faults::CountDescriptors();
-  }
-  return count;
-}
-
 int RunGate() {
   try {
     return Gate("control.sock", false, "state", kWalkPace).Run();
@@ -55,7 +45,7 @@ int RunGate() {
   const int exitValue = RunGate();
   const std::size_t allocations = faults::StopCountingAllocationsOfAll();
   faults::DisarmSystemCalls();
-  const int after = CountDescriptorsAtRest(before);
+  const int after = faults::CountDescriptorsAtRest(before);
   std::ofstream figures("figures");
   figures << exitValue << ' ' << faults::HasFailed() << ' ' << before << ' ' << after << ' '
           << faults::HasLeak() << ' ' << allocations;

@@ -209,7 +209,7 @@ void Walk(const Fault& fault) {
   asker.join();
   follower.join();
   std::ostringstream figures;
-  const int after = faults::CountDescriptors();
+  const int after = faults::CountDescriptorsAtRest(before);
   figures << exitValue << ' ' << calls << ' ' << faults::HasFailed() << ' ' << g_failedAt << ' '
           << before << ' ' << after << ' ' << faults::HasLeak() << ' ' << g_followed;
   for (const std::string& name : faults::OsCallNames()) {

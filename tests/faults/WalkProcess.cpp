@@ -70,6 +70,15 @@ int faults::CountDescriptors() {
   return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
+int faults::CountDescriptorsAtRest(int expected) {
+  int count = CountDescriptors();
+  for (int turn = 0; turn < 100 && count > expected; ++turn) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    count = CountDescriptors();
+  }
+  return count;
+}
+
 bool faults::HasLeak() {
 #ifdef __SANITIZE_ADDRESS__
   return __lsan_do_recoverable_leak_check() != 0;

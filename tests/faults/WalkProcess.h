@@ -12,6 +12,9 @@ void BeginProcessOfWalk(unsigned seconds);
 /// Writes the callers to the file `place`: at once, since what comes of it may end the process.
 void NotePlaceOfFailure();
 [[nodiscard]] int CountDescriptors();
+/// As soon as no more than `expected` are left, or a second later: a thread that has written a file
+/// may still be about to end.
+[[nodiscard]] int CountDescriptorsAtRest(int expected);
 /// As the sanitizer tells it; false without one.
 [[nodiscard]] bool HasLeak();
 
