@@ -70,6 +70,16 @@ std::string CountFigure(const Json& status, std::string_view name) {
   return "";
 }
 
+/// Of `name`: nothing where that is null.
+LastBatch ReadLastBatch(const Json& status, const char* name) {
+  if (AnyMember(status, name).IsNull()) {
+    return {};
+  }
+  const Json& batch = ObjectMember(status, name);
+  return {true, NumberMember(batch, "age_seconds"), NumberMember(batch, "duration_seconds"),
+          CountMember(batch, "records"), CountMember(batch, "errors")};
+}
+
 }  // namespace
 
 Json RecordName::ToJson() const {
@@ -236,12 +246,10 @@ Status ReadStatus(const Json& answer) {
                              ran ? WholeMember(schedule, "last_time") : 0,
                              CountMember(schedule, "skipped")});
   }
-  if (!AnyMember(status, "last_batch").IsNull()) {
-    const Json& batch = ObjectMember(status, "last_batch");
-    out.lastBatch = {true, NumberMember(batch, "age_seconds"),
-                     NumberMember(batch, "duration_seconds"), CountMember(batch, "records"),
-                     CountMember(batch, "errors")};
-  }
+  out.lastBatch = ReadLastBatch(status, "last_batch");
+  const char* scheduled = "last_scheduled_batch";
+  out.lastScheduledBatch =
+      status.Find(scheduled) != nullptr ? ReadLastBatch(status, scheduled) : out.lastBatch;
   return out;
 }
 

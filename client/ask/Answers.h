@@ -102,6 +102,7 @@ struct Status {
   std::string skippedProcesses;     ///< that the last collection has no row for
   std::vector<Schedule> schedules;
   LastBatch lastBatch;
+  LastBatch lastScheduledBatch;  ///< of an older daemon the last one of any kind
 };
 
 /// A place of the daemon's configuration tree.

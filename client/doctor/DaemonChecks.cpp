@@ -83,21 +83,20 @@ MaybeFinding CheckSchedule(const Facts& facts) {
   }
   const double shortest = ShortestInterval(status.schedules);
   const std::string records = std::to_string(status.schedules.size()) + " records";
-  if (!status.lastBatch.any) {
+  const LastBatch& last = status.lastScheduledBatch;
+  if (!last.any) {
     return status.uptimeSeconds > 3 * shortest + 5
                ? Fail("no batch yet, " + FixedText(status.uptimeSeconds, 0) +
                       " s after the start: log/qmtdmon.log says why")
                : Ok(records + ", the first batch is to come");
   }
-  const std::string age =
-      "the last batch was " + FixedText(status.lastBatch.ageSeconds, 0) + " s ago";
-  if (status.lastBatch.ageSeconds > 3 * shortest + 5) {
+  const std::string age = "the last batch was " + FixedText(last.ageSeconds, 0) + " s ago";
+  if (last.ageSeconds > 3 * shortest + 5) {
     return Fail(age + ", though one is due every " + FixedText(shortest, 0) +
                 " s: log/qmtdmon.log says why");
   }
-  if (status.lastBatch.errors != 0) {
-    return Look(std::to_string(status.lastBatch.errors) + " of " +
-                std::to_string(status.lastBatch.records) +
+  if (last.errors != 0) {
+    return Look(std::to_string(last.errors) + " of " + std::to_string(last.records) +
                 " records failed in the last batch: log/qmtdmon.log says why");
   }
   std::uint64_t skipped = 0;

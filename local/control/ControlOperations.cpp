@@ -286,6 +286,7 @@ void ControlOperations::Status(const RequestPtr& request) {
                                   {"http", Joined(m_gate.Addresses())},
                                   {"schedules", SchedulesJson(m_schedule)},
                                   {"last_batch", BatchJson(m_desk.Last())},
+                                  {"last_scheduled_batch", BatchJson(m_desk.LastOfSchedule())},
                                   {"history", m_history.StateJson()},
                                   {"push", ::FiguresJson(gate.push)},
                                   {"notices", ::FiguresJson(gate.notices)},

@@ -91,6 +91,7 @@ TEST_F(LocalNodeTest, AGetIsOneBatchWithEachNameInItsOrder) {
     const Json status = client.Ask(R"({"op":"status"})")["status"];
     EXPECT_EQ(status["last_batch"]["records"], 6);
     EXPECT_EQ(status["last_batch"]["errors"], 4);
+    EXPECT_TRUE(status["last_scheduled_batch"].IsNull());
 
     Json many{{"op", "get"}, {"records", std::vector<std::string>(1000, "FAKE")}};
     EXPECT_EQ(client.Ask(JsonText(many))["results"].Size(), 1000U);
@@ -450,7 +451,11 @@ TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {
         client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":86400})")["ok"].Bool());
     ASSERT_TRUE(client.Ask(R"({"op":"schedule_remove","record":"BARE"})")["ok"].Bool());
     EXPECT_EQ(ini(), "[Schedule]\nFAKE = 86400\n# note\n[Node]\nHttp Listen =\n");
-    const Json schedules = client.Ask(R"({"op":"status"})")["status"]["schedules"];
+    client.Ask(R"({"op":"get","records":["FAKE","NOPE"]})");
+    const Json status = client.Ask(R"({"op":"status"})")["status"];
+    EXPECT_EQ(status["last_batch"]["errors"], 1);
+    EXPECT_EQ(status["last_scheduled_batch"]["errors"], 0);
+    const Json& schedules = status["schedules"];
     ASSERT_EQ(schedules.Size(), 1U);
     EXPECT_EQ(schedules[0]["seconds"], 86400);
     const int before = fakes;

@@ -109,4 +109,21 @@ TEST(Answers, RecordNamesMayCarryTheirCategory) {
   }
 }
 
+TEST(Answers, TheLastBatchOfSchedulesIsTheLastOneWhereNoOtherIsTold) {
+  const auto records = [](const std::string& scheduled) {
+    const LastBatch batch =
+        ReadStatus(JsonOf(R"({"status":{"pid":1,"uptime_seconds":1.5,"version":"","node":"",)"
+                          R"("host":"","schedules":[],"figures":[],"last_batch":{)"
+                          R"("age_seconds":1.5,"duration_seconds":0.5,"records":8,"errors":2})" +
+                          scheduled + "}}"))
+            .lastScheduledBatch;
+    return std::to_string(batch.any) + std::to_string(batch.records);
+  };
+  EXPECT_EQ(records(""), "18");
+  EXPECT_EQ(records(R"(,"last_scheduled_batch":null)"), "00");
+  EXPECT_EQ(records(R"(,"last_scheduled_batch":{"age_seconds":1.5,"duration_seconds":0.5,)"
+                    R"("records":3,"errors":0})"),
+            "13");
+}
+
 }  // namespace

@@ -24,7 +24,7 @@ Facts GoodFacts() {
   daemon.status.hostProfile = "modern";
   daemon.status.http = "127.0.0.1:9964";
   daemon.status.schedules = {{"PI", "4", 60, 16, 1, 1000000, 0}, {"PDX", "3", 300, 3, 9, 0, 0}};
-  daemon.status.lastBatch = {true, 30, 0.1, 2, 0};
+  daemon.status.lastScheduledBatch = {true, 30, 0.1, 2, 0};
   daemon.historyFile = "records.db";
   daemon.historyBytes = 100 * kMega;
   daemon.process = {true, "mond", false, (std::uint64_t{1} << 19) | (std::uint64_t{1} << 2)};
@@ -89,15 +89,17 @@ const Trouble kDaemonTroubles[] = {
     {[](Facts& f) { f.daemon.status.hostProfile = "classic"; }, "profile", kLook,
      "Profile = modern"},
     {[](Facts& f) { f.daemon.status.schedules.clear(); }, "schedule", kLook, "schedule add PI 60"},
-    {[](Facts& f) { f.daemon.status.lastBatch.any = false; }, "schedule", kFail, "no batch yet"},
+    {[](Facts& f) { f.daemon.status.lastScheduledBatch.any = false; }, "schedule", kFail,
+     "no batch yet"},
     {[](Facts& f) {
-       f.daemon.status.lastBatch.any = false;
+       f.daemon.status.lastScheduledBatch.any = false;
        f.daemon.status.uptimeSeconds = 30;
      },
      "schedule", kOk, "the first batch is to come"},
-    {[](Facts& f) { f.daemon.status.lastBatch.ageSeconds = 186; }, "schedule", kFail,
+    {[](Facts& f) { f.daemon.status.lastScheduledBatch.ageSeconds = 186; }, "schedule", kFail,
      "was 186 s ago, though one is due every 60 s"},
-    {[](Facts& f) { f.daemon.status.lastBatch.errors = 2; }, "schedule", kLook, "2 of 2 records"},
+    {[](Facts& f) { f.daemon.status.lastScheduledBatch.errors = 2; }, "schedule", kLook,
+     "2 of 2 records"},
     {[](Facts& f) { f.daemon.status.schedules[1].skipped = 7; }, "schedule", kLook, "7 times"},
     {[](Facts& f) { f.daemon.historyFile.clear(); }, "history", kLook, "no rows are kept"},
     {[](Facts& f) { f.daemon.lostBatches = 3; }, "history", kLook, "3 batches"},
