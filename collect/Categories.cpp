@@ -104,6 +104,7 @@ UtlError* ReadPresentProcesses(Collector& collector, CategoryStep& step) {
     KeptParts::Instance().Clear();
     return ReadAll<ModernProcessSource, &Collector::GetProcess>(collector, step);
   }
+  ModernProcessSource::ForgetArguments();
   TaskSource source(*groups, TaskIterator::Instance().Missing());
   UtlError* error = source.readAll(&collector, *collector.GetProcess());
   return step.Finish(error, collector.GetProcess()->size(), true);

@@ -5,25 +5,11 @@
 
 namespace {
 
-/// How the functions begin in which the kernel waits for servers, programs that serve files, and
-/// the locks of a process's memory.
-constexpr std::array<std::string_view, 17> kServerWaits{"rpc_",
-                                                        "nfs",
-                                                        "__nfs",
-                                                        "cifs",
-                                                        "smb",
-                                                        "wait_for_response",
-                                                        "request_wait_answer",
-                                                        "fuse",
-                                                        "__fuse",
-                                                        "ceph",
-                                                        "v9fs",
-                                                        "p9_",
-                                                        "afs",
-                                                        "rxrpc",
-                                                        "rwsem_",
-                                                        "down_",
-                                                        "__vma"};
+/// Where the parent of a vfork(2) waits for its child. All other waits without a signal may be ones
+/// of who holds the memory's lock: for a file system's journal, a server, or that lock itself, of
+/// which `wchan` tells the caller alone.
+constexpr std::array<std::string_view, 3> kHarmlessWaits{"kernel_clone", "_do_fork",
+                                                         "wait_for_vfork_done"};
 
 }  // namespace
 
@@ -54,8 +40,6 @@ void KeptArguments::EndWalk() {
   ++m_walk;
 }
 
-bool MayWaitForServer(std::string_view wchan) {
-  return wchan.empty() || wchan.starts_with('0') ||
-         std::ranges::any_of(kServerWaits,
-                             [wchan](std::string_view begin) { return wchan.starts_with(begin); });
+bool IsHarmlessWait(std::string_view wchan) {
+  return std::ranges::find(kHarmlessWaits, wchan) != kHarmlessWaits.end();
 }

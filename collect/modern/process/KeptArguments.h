@@ -15,6 +15,7 @@ class KeptArguments {
   [[nodiscard]] std::string_view Find(std::int32_t pid, std::uint64_t startTicks);
   /// Forgets those that nobody has kept or found since the walk before.
   void EndWalk();
+  void Clear() { m_kept.clear(); }
 
  private:
   struct Kept {
@@ -28,7 +29,7 @@ class KeptArguments {
 
 /// Whether the state of a process is such a one.
 [[nodiscard]] constexpr bool MayHoldItsReader(char state) { return state == 'D'; }
-/// Whether a process in that state waits for a server, or for the lock that one who does may hold,
-/// by its `wchan`: the kernel's function that it waits in. Also true where that is not told, as to
-/// who has no right to it.
-[[nodiscard]] bool MayWaitForServer(std::string_view wchan);
+/// Whether a process in that state waits for what keeps nobody from its arguments, by its `wchan`:
+/// the kernel's function that it waits in. False where that is not told, as to who has no right to
+/// it.
+[[nodiscard]] bool IsHarmlessWait(std::string_view wchan);

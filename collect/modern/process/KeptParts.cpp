@@ -192,7 +192,7 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
     std::array<char, 64> wchan;
     part.lacksCommandLine = MayHoldItsReader(TaskStateLetter(group.task.state)) &&
                             (!part.commandLine.empty() ||
-                             MayWaitForServer(ReadText(walk, folder.PathOf("wchan"), wchan)));
+                             !IsHarmlessWait(ReadText(walk, folder.PathOf("wchan"), wchan)));
     if (!part.lacksCommandLine) {
       ReadCommandLine(walk, folder, part);
     }

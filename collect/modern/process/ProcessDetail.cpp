@@ -139,7 +139,7 @@ void DetailReader::ReadCommandLine(ProcessDetail& detail) {
     if (m_kept != nullptr) {
       detail.commandLine = m_kept->Find(detail.pid, detail.startTicks);
     }
-    if (!detail.commandLine.empty() || MayWaitForServer(ReadFile("wchan"))) {
+    if (!detail.commandLine.empty() || !IsHarmlessWait(ReadFile("wchan"))) {
       return;
     }
   }
@@ -274,6 +274,7 @@ void ReadProcessDetails(std::span<const Process> walked, std::vector<ProcessDeta
 void ReadTaskDetails(const std::vector<TaskGroup>& groups, std::span<const std::int32_t> missing,
                      bool isRead, std::vector<ProcessDetail>& rows) {
   rows.clear();
+  KeptByDetails().Clear();
   const ProcessWalk walk(20);
   if (!walk.IsOpen()) {
     return;

@@ -257,7 +257,7 @@ void ModernProcessSource::TakeArguments(ProcessFolder& folder, Process& record) 
   if (MayHoldItsReader(record.modern.state)) {
     const std::string_view kept = s_arguments.Find(record.pid, start);
     std::array<char, 64> wchan;
-    if (!kept.empty() || MayWaitForServer(ReadText(m_walk, folder.PathOf("wchan"), wchan))) {
+    if (!kept.empty() || !IsHarmlessWait(ReadText(m_walk, folder.PathOf("wchan"), wchan))) {
       kept.copy(record.cmdline.data(), record.cmdline.size());
       return;
     }

@@ -37,6 +37,8 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   [[nodiscard]] static std::uint32_t Skipped() { return s_skipped; }
   /// Processes of the last walk whose io may not be read; its figures are 0.
   [[nodiscard]] static std::uint32_t IoDenied() { return s_ioDenied; }
+  /// What walks keep for the next one: for when there is none.
+  static void ForgetArguments() { s_arguments.Clear(); }
 
  private:
   /// The files of a process that are read, but for that of its arguments.

@@ -122,8 +122,8 @@ TEST_F(ProcessDetailTest, WhoMayHoldItsReaderHasTheArgumentsOfTheLookBefore) {
     EXPECT_TRUE(Dump().ends_with(std::string(" ") + shown + '\n')) << arguments;
   }
   WriteStat(20, "x", 'D', 78);
-  Write(20, "wchan", "folio_wait_bit_common");
-  EXPECT_TRUE(Dump().ends_with(" [d]\n")) << "it waits for a disk";
+  Write(20, "wchan", "kernel_clone");
+  EXPECT_TRUE(Dump().ends_with(" [d]\n")) << "it waits for its child";
 }
 
 TEST_F(ProcessDetailTest, ChoosesTheControlGroupThatTellsMost) {

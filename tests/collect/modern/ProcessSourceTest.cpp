@@ -163,9 +163,10 @@ TEST_F(ModernProcessSourceTest, WhoMayHoldItsReaderHasTheArgumentsOfTheLookBefor
   };
   EXPECT_EQ(shown('D', "33333", "a"), "") << "no look before";
   int start = 33400;
-  for (const auto& [wchan, arguments] : {std::pair{"folio_wait_bit_common", "a"},
-                                         {"io_schedule", "a"},
+  for (const auto& [wchan, arguments] : {std::pair{"kernel_clone", "a"},
                                          {"rpc_wait_bit_killable", ""},
+                                         {"vm_mmap_pgoff", ""},
+                                         {"wait_transaction_locked", ""},
                                          {"0", ""}}) {
     m_host->Write("/proc/20/wchan", wchan);
     EXPECT_EQ(shown('D', std::to_string(++start).c_str(), "a"), arguments) << wchan;
