@@ -56,7 +56,7 @@ bool IsAsked(const Category& category, CollectionMask flags) {
 
 /// Categories whose records show names of users or groups.
 constexpr CollectionMask kShownWithNames = COLLECT_PROCESS | COLLECT_PROCESS_DETAIL |
-                                           COLLECT_QUOTA | COLLECT_UFSS | COLLECT_SEMAPHORE |
+                                           COLLECT_QUOTA | COLLECT_STORAGE | COLLECT_SEMAPHORE |
                                            COLLECT_SHARED_MEMORY | COLLECT_MESSAGE_QUEUES;
 
 using FigureTable = std::shared_ptr<std::vector<CategoryFigures>>;

@@ -146,22 +146,22 @@ TEST_F(CollectorTest, NamesAreRenewedWithTheirFilesAndEachHourUnderModernAlone) 
     std::time_t changed;
     std::string name;
     const char* shown;
-  } looks[] = {{HostProfile::kClassic, COLLECT_UFSS, 0, 1, "a", "a"},
-               {HostProfile::kClassic, COLLECT_UFSS, 9999, 2, "b", "a"},
-               {HostProfile::kModern, COLLECT_UFSS, 9999, 3, "c", "c"},
-               {HostProfile::kModern, COLLECT_UFSS, 3599, 3, "d", "c"},
-               {HostProfile::kModern, COLLECT_UFSS, 1, 3, "d", "d"},
+  } looks[] = {{HostProfile::kClassic, COLLECT_STORAGE, 0, 1, "a", "a"},
+               {HostProfile::kClassic, COLLECT_STORAGE, 9999, 2, "b", "a"},
+               {HostProfile::kModern, COLLECT_STORAGE, 9999, 3, "c", "c"},
+               {HostProfile::kModern, COLLECT_STORAGE, 3599, 3, "d", "c"},
+               {HostProfile::kModern, COLLECT_STORAGE, 1, 3, "d", "d"},
                {HostProfile::kModern, COLLECT_ACCT, 1, 4, "e", "d"},
-               {HostProfile::kModern, COLLECT_UFSS, 1, 4, "e", "e"},
-               {HostProfile::kModern, COLLECT_UFSS, -99, 4, "f", "f"},
-               {HostProfile::kModern, COLLECT_UFSS, 3600, 4, "", "f"},
-               {HostProfile::kModern, COLLECT_UFSS, 1, 4, "g", "f"}};
+               {HostProfile::kModern, COLLECT_STORAGE, 1, 4, "e", "e"},
+               {HostProfile::kModern, COLLECT_STORAGE, -99, 4, "f", "f"},
+               {HostProfile::kModern, COLLECT_STORAGE, 3600, 4, "", "f"},
+               {HostProfile::kModern, COLLECT_STORAGE, 1, 4, "g", "f"}};
   for (const auto& look : looks) {
     g_hostProfile = look.profile;
     g_now += look.seconds;
     g_changed = look.changed;
     g_name = look.name;
-    EXPECT_EQ(Collector().collect(look.flags), nullptr);
+    EXPECT_EQ(Collector().collect(look.flags | COLLECT_CONTINUE_ON_ERROR), nullptr);
     EXPECT_STREQ(UserName(nullptr, 33), look.shown) << &look - looks;
   }
   // One without a name is asked for each minute.
@@ -169,7 +169,7 @@ TEST_F(CollectorTest, NamesAreRenewedWithTheirFilesAndEachHourUnderModernAlone) 
   for (const auto& [seconds, asked] : {std::pair{0, 1}, {58, 0}, {1, 1}, {59, 0}, {1, 1}}) {
     g_asked = 0;
     g_now += seconds;
-    EXPECT_EQ(Collector().collect(COLLECT_UFSS), nullptr);
+    EXPECT_EQ(Collector().collect(COLLECT_STORAGE | COLLECT_CONTINUE_ON_ERROR), nullptr);
     EXPECT_EQ(KnownUserName(34), nullptr);
     EXPECT_EQ(g_asked, asked) << seconds;
   }
