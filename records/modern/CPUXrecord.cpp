@@ -82,7 +82,7 @@ class AllProcessors {
   /// `figures` has a row of all and one of each; returns that of all, put right.
   [[nodiscard]] CpuTimeFigures PutRight(const std::vector<CpuTimeFigures>& figures) {
     CpuTimeFigures all = figures.front();
-    const bool hasJumped = !m_last.empty() && (!HasSameNames(figures) || all.idle < m_last[0].idle);
+    const bool hasJumped = !m_last.empty() && !GoesOn(figures);
     for (std::size_t place = 0; place < kIdleTimes.size(); ++place) {
       double CpuTimeFigures::*const time = kIdleTimes[place];
       if (hasJumped) {
@@ -97,8 +97,12 @@ class AllProcessors {
  private:
   static constexpr std::array kIdleTimes{&CpuTimeFigures::idle, &CpuTimeFigures::wait};
 
-  [[nodiscard]] bool HasSameNames(const std::vector<CpuTimeFigures>& figures) const {
-    return std::ranges::equal(figures, m_last, {}, &CpuTimeFigures::name, &CpuTimeFigures::name);
+  /// Whether it is the same processors, of which none has begun anew.
+  [[nodiscard]] bool GoesOn(const std::vector<CpuTimeFigures>& figures) const {
+    return std::ranges::equal(figures, m_last,
+                              [](const CpuTimeFigures& now, const CpuTimeFigures& before) {
+                                return now.name == before.name && !(now.idle < before.idle);
+                              });
   }
   [[nodiscard]] double GrowthOfEach(const std::vector<CpuTimeFigures>& figures,
                                     double CpuTimeFigures::*time) const {

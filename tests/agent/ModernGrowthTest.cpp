@@ -321,7 +321,8 @@ TEST_F(ModernGrowthTest, AllProcessorsGrowByWhatEachHasCounted) {
                {"off line", {1500, 1009}, "10"},
                {"back", {2010, 1018, 500}, "10"},
                {"anew meanwhile", {1509, 1027, 1}, "10"},
-               {"as ever", {1525, 1034, 10}, "11.1111"}};
+               {"as ever", {1525, 1034, 10}, "11.1111"},
+               {"anew behind a longer one", {1535, 1043, 2}, "10"}};
   Asker interval("CPUX", '4', kGrowthIntervals);
   Asker look("CPUX", '4', kGrowthLooks);
   double user = 0;
