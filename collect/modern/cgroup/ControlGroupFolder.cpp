@@ -7,7 +7,6 @@
 
 #include "collect/modern/cgroup/ControlGroupFiles.h"
 #include "collect/modern/cgroup/ControlGroupMounts.h"
-#include "collect/modern/system/Pressure.h"
 
 namespace {
 
@@ -95,9 +94,11 @@ void ControlGroupFolder::ReadVersion2(const HostFolder& folder, std::uint32_t co
     kept.walk = g_groupWalk;
     ParseGroupIoStat(m_text, kept.io, group.io);
   }
-  ReadPressure(folder, "cpu.pressure", group.pressure.cpuSome, group.pressure.cpuFull);
-  ReadPressure(folder, "memory.pressure", group.pressure.memorySome, group.pressure.memoryFull);
-  ReadPressure(folder, "io.pressure", group.pressure.ioSome, group.pressure.ioFull);
+  ControlGroupPressure& pressure = group.pressure;
+  ReadPressure(folder, "cpu.pressure", pressure.cpuSome, pressure.cpuFull,
+               group.path == "/" ? ParseHostCpuPressure : ParsePressure);
+  ReadPressure(folder, "memory.pressure", pressure.memorySome, pressure.memoryFull);
+  ReadPressure(folder, "io.pressure", pressure.ioSome, pressure.ioFull);
 }
 
 void ControlGroupFolder::ReadCpuAccounting(const HostFolder& folder, ControlGroupCpu& cpu) {
@@ -154,9 +155,9 @@ void ControlGroupFolder::ReadBlkio(const HostFolder& folder, const char* recursi
 }
 
 void ControlGroupFolder::ReadPressure(const HostFolder& folder, const char* name, double& some,
-                                      double& full) {
+                                      double& full, PressureText (*parse)(std::string_view)) {
   if (Read(folder, name)) {
-    const PressureText pressure = ParsePressure(m_text);
+    const PressureText pressure = parse(m_text);
     some = pressure.some.average10;
     full = pressure.full.average10;
   }

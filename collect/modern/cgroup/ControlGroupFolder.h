@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "collect/modern/HostFolder.h"
 #include "collect/modern/cgroup/ControlGroup.h"
+#include "collect/modern/system/Pressure.h"
 
 /// Reads the files of control groups' folders, with one buffer for all.
 class ControlGroupFolder {
@@ -32,7 +34,8 @@ class ControlGroupFolder {
   void ReadBlockIoV1(const HostFolder& folder, ControlGroupIo& io);
   void ReadBlkio(const HostFolder& folder, const char* recursive, const char* own, double& read,
                  double& write);
-  void ReadPressure(const HostFolder& folder, const char* name, double& some, double& full);
+  void ReadPressure(const HostFolder& folder, const char* name, double& some, double& full,
+                    PressureText (*parse)(std::string_view) = ParsePressure);
 
   std::string m_text;
 };

@@ -71,18 +71,22 @@ PressureText ParsePressure(std::string_view text) {
   return figures;
 }
 
+PressureText ParseHostCpuPressure(std::string_view text) {
+  PressureText figures = ParsePressure(text);
+  if (figures.full.stalledSeconds == 0) {
+    figures.full = {};
+  }
+  return figures;
+}
+
 void ReadPressure(std::vector<PressureFigures>& rows) {
   rows.clear();
   const HostFolder folder(kPressureFolder);
   std::string text;
   for (const char* resource : {"cpu", "memory", "io", "irq"}) {
     if (folder.IsOpen() && folder.Read(resource, text)) {
-      rows.push_back({resource, ParsePressure(text)});
-      PressureFigures& row = rows.back();
-      // Kernels since 5.17 write zeros there for the sake of readers, and measure nothing.
-      if (row.resource == "cpu" && row.text.full.stalledSeconds == 0) {
-        row.text.full = {};
-      }
+      const bool isCpu = std::string_view(resource) == "cpu";
+      rows.push_back({resource, isCpu ? ParseHostCpuPressure(text) : ParsePressure(text)});
     }
   }
 }

@@ -24,11 +24,14 @@ struct PressureText {
 /// Takes "some avg10=0.22 avg60=0.59 avg300=9.04 total=10304578721" and the line "full ...", in any
 /// order. The first value of a key counts; what is no decimal number is passed over.
 [[nodiscard]] PressureText ParsePressure(std::string_view text);
+/// The same of the whole host's cpu. Kernels of today write zeros as its `full` for the sake of
+/// readers, and measure nothing: it is not told then.
+[[nodiscard]] PressureText ParseHostCpuPressure(std::string_view text);
 
 /// What the whole host waited for, from /proc/pressure.
 struct PressureFigures {
   std::string resource;  ///< "cpu", "memory", "io" or "irq"
-  PressureText text;  ///< of "irq" the kernel has `full` alone, of "cpu" `some` but in 5.13 to 5.16
+  PressureText text;     ///< of "irq" the kernel has `full` alone, of "cpu" most have `some`
 };
 
 /// Reads a row for each resource that the kernel has a file of, in the order of the names above. A

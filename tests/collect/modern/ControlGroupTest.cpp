@@ -238,7 +238,8 @@ TEST_F(ControlGroupTest, UnifiedTree) {
   const std::string pod = "/cg/kubepods/burstable/pod" + kUid;
   Add("/cg", "1\n2\n");
   Fill("/cg", {{"cpu.stat", "usage_usec 9000000\nuser_usec 5000000\nsystem_usec 4000000\n"},
-               {"cgroup.threads", "1\n2\n3\n"}});
+               {"cgroup.threads", "1\n2\n3\n"},
+               {"cpu.pressure", "some avg10=4.00 total=5\nfull avg10=0.00 total=0\n"}});
   Add("/cg/system.slice", "");
   Fill("/cg/system.slice", {{"pids.current", "7\n"}});
   Add(service, "10\n11\n");
@@ -270,7 +271,7 @@ TEST_F(ControlGroupTest, UnifiedTree) {
   EXPECT_EQ(
       Texts(),
       (std::vector<std::string>{
-          "/: 5 12 | 5 4 9 - - - | - - - - - - - - - | - - - - | - - - - - -",
+          "/: 5 12 | 5 4 9 - - - | - - - - - - - - - | - - - - | 4 - - - - -",
           "/kubepods: 1 2" + none,
           "/kubepods/burstable: 1 2" + none,
           "/kubepods/burstable/pod" + kUid + ": 1 2" + none,
