@@ -19,6 +19,7 @@ constexpr std::int64_t kBytesPerMegabyte = std::int64_t{1} << 20;
 /// it costs as much as a small batch.
 constexpr std::int64_t kRemovalSeconds = 600;
 constexpr int kFreedPages = 256;
+constexpr std::int64_t kBytesOfPage = 4096;
 constexpr int kKeptPages = 512 << 10;
 constexpr std::chrono::milliseconds kRemovalTime{20};
 
@@ -360,8 +361,15 @@ void HistoryStore::RemoveExcess(std::int64_t goal) {
   if (isDue()) {
     // All at once, as the disk is waited for at the end of each transaction.
     m_main.database->Execute("BEGIN IMMEDIATE");
-    while (isDue() && RemoveOldestRows(*m_main.database)) {
+    OldestRows rows(*m_main.database);
+    for (std::int64_t parts = 1; isDue() && rows.Remove(parts);) {
+      const std::int64_t before = UsedBytes();
       MeasureFile();
+      const std::int64_t freed = std::max((before - UsedBytes()) / parts, kBytesOfPage);
+      const std::int64_t due = (UsedBytes() - std::max(goal, limit)) / freed;
+      // Of a table without an index a large part takes little longer than a small one.
+      parts =
+          std::chrono::steady_clock::now() < end ? 1 : std::clamp<std::int64_t>(due, 1, 8 * parts);
     }
     m_main.database->Execute("COMMIT");
   }

@@ -1,9 +1,8 @@
 #include "local/history/OldRows.h"
 
 #include <algorithm>
-#include <string>
+#include <optional>
 #include <utility>
-#include <vector>
 
 #include "local/history/HistoryTables.h"
 #include "local/history/TotalsTable.h"
@@ -32,18 +31,11 @@ std::int64_t RemoveOldest(SqlDatabase& database, const std::string& table, std::
   return database.Changes();
 }
 
-/// The tables that have rows, each behind the time of its oldest one.
-std::vector<std::pair<std::int64_t, std::string>> TablesByAge(SqlDatabase& database) {
-  std::vector<std::pair<std::int64_t, std::string>> tables;
-  for (std::string& table : RecordTables(database)) {
-    SqlStatement statement =
-        database.Prepare("SELECT min(" + QuotedName(kTimeLabel) + ") FROM " + QuotedName(table));
-    if (statement.Step() && !statement.IsNull(0)) {
-      tables.emplace_back(statement.Whole(0), std::move(table));
-    }
-  }
-  std::ranges::sort(tables);
-  return tables;
+std::optional<std::int64_t> OldestTime(SqlDatabase& database, const std::string& table) {
+  SqlStatement statement =
+      database.Prepare("SELECT min(" + QuotedName(kTimeLabel) + ") FROM " + QuotedName(table));
+  return statement.Step() && !statement.IsNull(0) ? std::optional(statement.Whole(0))
+                                                  : std::nullopt;
 }
 
 }  // namespace
@@ -59,9 +51,26 @@ bool RemoveRowsBefore(SqlDatabase& database, std::int64_t end, const InsertedRow
   return isMore;
 }
 
-bool RemoveOldestRows(SqlDatabase& database) {
-  // A stranger's texts in the place of times, say, look oldest and are not removed.
-  return std::ranges::any_of(TablesByAge(database), [&](const auto& aged) {
-    return RemoveOldest(database, aged.second, INT64_MAX, LeastRemoved(aged.second)) != 0;
-  });
+OldestRows::OldestRows(SqlDatabase& database) : m_database(database) {
+  for (std::string& table : RecordTables(database)) {
+    Add(std::move(table));
+  }
+}
+
+void OldestRows::Add(std::string table) {
+  if (const auto time = OldestTime(m_database, table)) {
+    m_tables.emplace(*time, std::move(table));
+  }
+}
+
+bool OldestRows::Remove(std::int64_t parts) {
+  while (!m_tables.empty()) {
+    std::string table = std::move(m_tables.extract(m_tables.begin()).value().second);
+    // A stranger's texts in the place of times, say, look oldest and are not removed.
+    if (RemoveOldest(m_database, table, INT64_MAX, parts * LeastRemoved(table)) != 0) {
+      Add(std::move(table));
+      return true;
+    }
+  }
+  return false;
 }

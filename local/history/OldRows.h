@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
+#include <utility>
 
 #include "local/history/Sql.h"
 
@@ -14,6 +16,20 @@ using InsertedRows = std::map<std::string, std::int64_t>;
 [[nodiscard]] bool RemoveRowsBefore(SqlDatabase& database, std::int64_t end,
                                     const InsertedRows& inserted);
 
-/// Removes some rows of the table that has the oldest one of all, the oldest ones. False if no
-/// table has any that can be removed. Throws SqlError.
-[[nodiscard]] bool RemoveOldestRows(SqlDatabase& database);
+/// The oldest rows of all tables, which go a part at a time. Of a table without an index each look
+/// for its oldest row goes through all of it: at the begin, and after each part that it gave.
+class OldestRows {
+ public:
+  /// `database` outlives it, and is written by nobody else meanwhile. Throws SqlError, as does
+  /// Remove().
+  explicit OldestRows(SqlDatabase& database);
+  /// Removes so many small parts at once of the table that has the oldest row of all, the oldest
+  /// ones. False if no table has any that can be removed.
+  [[nodiscard]] bool Remove(std::int64_t parts);
+
+ private:
+  void Add(std::string table);
+
+  SqlDatabase& m_database;
+  std::set<std::pair<std::int64_t, std::string>> m_tables;  ///< that have rows, by the oldest one
+};

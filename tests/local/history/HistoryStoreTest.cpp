@@ -208,12 +208,14 @@ TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
   Batch(m_now);
   EXPECT_EQ(Totals(), 0);
   EXPECT_EQ(Rows(), 5);
-  for (const char* strange : {"a (x)", "b (\"Record Time\" INTEGER)",
-                              "c (\"Record Time\" INTEGER PRIMARY KEY) WITHOUT ROWID"}) {
+  for (const char* strange :
+       {"a (x)", "b (\"Record Time\" INTEGER)",
+        "c (\"Record Time\" INTEGER PRIMARY KEY) WITHOUT ROWID", "copy AS SELECT * FROM FAKE"}) {
     SqlDatabase("records.db", 1000).Execute(std::string("CREATE TABLE ") + strange);
   }
   SqlDatabase("records.db", 1000).Execute("INSERT INTO a VALUES (1)");
   SqlDatabase("records.db", 1000).Execute("INSERT INTO b VALUES ('x')");
+  SqlDatabase("records.db", 1000).Execute("UPDATE copy SET \"Record Time\" = 5");
   Batch(m_now - 6, 1, 1);
   Batch(m_now - 5, 30000, 10000);
   EXPECT_LE(UsedPages(), 256);
@@ -224,6 +226,7 @@ TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
   EXPECT_EQ(Number("SELECT count(*) FROM \"qmt totals\" WHERE \"Record Time\" < " +
                    std::to_string(m_now - 5)),
             0);
+  EXPECT_EQ(Number("SELECT count(*) FROM copy"), 0);
   EXPECT_GT(Rows(), 5000);
   EXPECT_GE(Number("SELECT count(*) FROM FAKE WHERE \"Record Time\" = " + std::to_string(m_now)),
             3);
