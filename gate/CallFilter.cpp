@@ -1,8 +1,10 @@
 #include "gate/CallFilter.h"
 
+#include <fcntl.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <linux/sockios.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
@@ -13,6 +15,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <vector>
 
 namespace {
@@ -95,6 +98,18 @@ void AllowOnly(FilterText& filter, std::uint32_t call, unsigned argument, std::u
   filter.Return(SECCOMP_RET_ALLOW);
 }
 
+/// A call that is refused if its argument is one of `refused`.
+void RefuseOnly(FilterText& filter, std::uint32_t call, unsigned argument,
+                std::initializer_list<std::uint32_t> refused) {
+  filter.IfEqual(call, static_cast<std::uint8_t>(2 * refused.size() + 2));
+  filter.Load(ArgumentOffset(argument));
+  for (const std::uint32_t value : refused) {
+    filter.IfEqual(value);
+    filter.Return(Refuse(EPERM));
+  }
+  filter.Return(SECCOMP_RET_ALLOW);
+}
+
 }  // namespace
 
 bool FilterCalls() {
@@ -139,11 +154,9 @@ bool FilterCalls() {
   filter.UnlessEqual(CLONE_THREAD);
   filter.Return(Refuse(EPERM));
   filter.Return(SECCOMP_RET_ALLOW);
-  filter.IfEqual(SYS_ioctl, 4);
-  filter.Load(ArgumentOffset(1));
-  filter.IfEqual(TIOCSTI);
-  filter.Return(Refuse(EPERM));
-  filter.Return(SECCOMP_RET_ALLOW);
+  // The owner of a descriptor is sent a signal, of any number, for what comes by it.
+  RefuseOnly(filter, SYS_fcntl, 1, {F_SETOWN, F_SETOWN_EX, F_SETSIG});
+  RefuseOnly(filter, SYS_ioctl, 1, {TIOCSTI, FIOSETOWN, SIOCSPGRP});
   filter.Return(SECCOMP_RET_ALLOW);
   return filter.Install();
 }

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -41,6 +42,12 @@ bool BecomeUser(const std::string& user, std::string& error) {
 // By the numbers of the kernel's interface, which the headers of an older one lack.
 constexpr std::uint64_t kRefer = std::uint64_t{1} << 13;
 constexpr std::uint64_t kTruncate = std::uint64_t{1} << 14;
+constexpr std::uint64_t kScopeSignal = std::uint64_t{1} << 1;
+struct Rules {
+  std::uint64_t fileAccess;
+  std::uint64_t netAccess;
+  std::uint64_t scoped;
+};
 
 /// What the kernel can keep a program from doing with files, by its version of that.
 std::uint64_t RefusedFileAccess(long version) {
@@ -66,22 +73,24 @@ void AllowFilesIn(const std::string& folder, std::uint64_t refused, int rules) {
   }
 }
 
-/// Without it the file's modes still hold.
-void RefuseFileChanges(const std::string& state) {
+/// Has the kernel refuse to change files and, where it can (6.12 and newer), to signal others than
+/// this process. Without it the file's modes and FilterCalls still hold.
+void RestrictByLandlock(const std::string& state) {
   const long version =
       ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
   if (version < 1) {
     return;
   }
-  ::landlock_ruleset_attr rules{};
-  rules.handled_access_fs = RefusedFileAccess(version);
+  const bool canScope = version >= 6;
+  const Rules rules{RefusedFileAccess(version), 0, canScope ? kScopeSignal : 0};
+  const std::size_t size = canScope ? sizeof rules : sizeof rules.fileAccess;
   const Descriptor ruleset(
-      static_cast<int>(::syscall(SYS_landlock_create_ruleset, &rules, sizeof rules, 0)));
+      static_cast<int>(::syscall(SYS_landlock_create_ruleset, &rules, size, 0)));
   if (!ruleset.IsOpen()) {
     return;
   }
   if (!state.empty()) {
-    AllowFilesIn(state, rules.handled_access_fs, ruleset.Get());
+    AllowFilesIn(state, rules.fileAccess, ruleset.Get());
   }
   ::syscall(SYS_landlock_restrict_self, ruleset.Get(), 0);
 }
@@ -98,7 +107,7 @@ bool GiveUpRights(const std::string& user, const std::string& state, std::string
   }
   const ::rlimit none{0, 0};
   ::setrlimit(RLIMIT_CORE, &none);
-  RefuseFileChanges(state);
+  RestrictByLandlock(state);
   // Without it the user, the capabilities and the modes of files still hold.
   static_cast<void>(FilterCalls());
   return true;

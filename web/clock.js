@@ -11,21 +11,25 @@ const kTrust = 600000;
 
 let ahead = 0;
 let trusted = -Infinity;
+let trustedStart = 0;
+
+// When the page was opened by the reader's clock as it is now: it moves as far as that is set.
+const start = () => Date.now() - performance.now();
 
 /// Seconds since the epoch by the host's clock, or by the reader's before the gate has told anything.
 export function now() {
   return Math.floor(Date.now() / 1000 + ahead);
 }
 
-/// To be called when a batch has shown that now() is right.
+/// To be called when a batch has shown that now() is right, which it is until the reader's clock is set.
 export function trust() {
-  trusted = Date.now();
+  trusted = performance.now();
+  trustedStart = start();
 }
 
 /// Takes the host's time of this moment from the Date of an answer.
 export function learnFromDate(seconds) {
-  const age = Date.now() - trusted;
-  const isTrusted = age >= 0 && age < kTrust;
+  const isTrusted = performance.now() - trusted < kTrust && Math.abs(start() - trustedStart) <= kTrifle * 1000;
   if (!isTrusted || Math.abs(seconds - now()) <= kSet) learn(seconds);
 }
 

@@ -99,10 +99,10 @@ class RowPart {
 
   /// Whether it is to be asked again, as no schedule brings the rows.
   async again() {
+    this.newer.forget();
     try {
       const answer = await this.ask();
       if (this.abort.signal.aborted) return false;
-      this.newer.forget();
       this.newer(answer);
       return answer.isCollected;
     } catch (error) {

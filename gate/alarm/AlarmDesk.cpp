@@ -21,6 +21,10 @@ constexpr std::chrono::seconds kSavePause{1};
 constexpr std::size_t kMostEarlyLines = 10000;
 constexpr JsonLimits kAlarmJson{.depth = 32};
 
+std::string Alarms(std::uint64_t count) {
+  return count == 1 ? "an alarm" : std::to_string(count) + " alarms";
+}
+
 }  // namespace
 
 AlarmDesk::AlarmDesk(DaemonDesk& desk, HttpSender& sender, AlarmTargets targets, Hooks hooks)
@@ -118,8 +122,15 @@ void AlarmDesk::OnAnswer(bool isGood, std::string_view line) {
   m_isRefusalTold = false;
   const Json told = ParseJson(line, kAlarmJson).value;
   const Json* list = told.Find("alarms");
+  AlarmMemory before = m_memory;
+  if (m_isCatchingUp) {
+    // What the answers before have told may be newer than what is still missed.
+    before.MeasureAs(m_before);
+  }
   m_memory.BoundBy(std::time(nullptr));
-  m_before = m_memory;
+  before.BoundBy(std::time(nullptr));
+  m_before = std::move(before);
+  m_isCatchingUp = true;
   // What ends from now on is news, also where the first answer can't be taken.
   m_memory.contact = m_memory.contact == 0 ? std::time(nullptr) : m_memory.contact;
   TakeActive(list == nullptr ? Json::Array() : *list);
@@ -158,26 +169,27 @@ void AlarmDesk::AskMissed() {
 
 void AlarmDesk::TellMissed() {
   const std::uint64_t lost = m_missed->Lost();
-  // First, as those lost are older: what memory lacks for is asked for anew, and they are not.
-  for (const auto& receiver : m_receivers) {
-    receiver->Miss(lost);
-  }
   for (const AlarmPtr& alarm : m_missed->Ended()) {
     Tell(alarm, true);
+  }
+  // After them, as what memory lacks for is asked for anew, and those lost are counted anew then.
+  for (const auto& receiver : m_receivers) {
+    receiver->Miss(lost);
   }
   GoLive();
   m_missed.reset();
   if (lost != 0) {
     m_hooks.onFigures();
-    m_hooks.report(std::to_string(lost) +
-                   " alarms began and ended while the daemon was not followed that the receivers "
-                   "are not told of: there were too many");
+    m_hooks.report(Alarms(lost) +
+                   " began and ended while the daemon was not followed that the receivers are not "
+                   "told of: there were too many");
   }
 }
 
 void AlarmDesk::GoLive() {
   EndForgotten();
   m_isLive = true;
+  m_isCatchingUp = false;
   m_memory.owed.clear();
   m_memory.contact = std::time(nullptr);
   // What goes on may have begun while the clock was wrong.
@@ -253,6 +265,10 @@ void AlarmDesk::Save() {
     return;
   }
   AlarmMemory memory = m_memory;
+  if (m_isCatchingUp) {
+    // Who begins with it is to ask for what is still missed.
+    memory.MeasureAs(m_before);
+  }
   for (const auto& receiver : m_receivers) {
     receiver->AddOwed(memory.owed);
   }

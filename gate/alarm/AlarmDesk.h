@@ -76,13 +76,16 @@ class AlarmDesk {
   Hooks m_hooks;
   std::vector<std::unique_ptr<AlarmReceiver>> m_receivers;
   AlarmMemory m_memory;
-  AlarmMemory m_before;                   ///< as it was when the daemon was asked last
+  /// As it was when the daemon was asked last, but that what is new is measured by what was told
+  /// when it was followed last.
+  AlarmMemory m_before;
   AlarmMemory m_saved;                    ///< what the file was given last
   std::map<AlarmKey, AlarmPtr> m_active;  ///< as they were told last
   std::set<AlarmKey> m_listed;            ///< what the daemon has told to be active at first
   std::optional<MissedAlarms> m_missed;   ///< while it is asked for them
   std::unique_ptr<DaemonFollow> m_follow;
   bool m_isLive = false;             ///< what was missed is told
+  bool m_isCatchingUp = false;       ///< from an answer on until it is
   std::vector<std::string> m_lines;  ///< that came before it was
   DaemonDesk::QuestionPtr m_question;
   LoopTimer m_again;

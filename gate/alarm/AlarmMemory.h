@@ -19,7 +19,17 @@ struct AlarmMemory {
   /// Whether an alarm was never told. One with a number of before and a begin ahead of the clock
   /// was, while that was wrong.
   [[nodiscard]] bool IsNew(const AlarmKey& key, std::int64_t now) const {
-    return key.id > newest || (key.since > newestSince && key.since <= now) || owed.contains(key);
+    return key.id > newest || IsLater(key, now) || owed.contains(key);
+  }
+  /// Whether an alarm began after all that were told; with a number of before it is one of a new
+  /// history then.
+  [[nodiscard]] bool IsLater(const AlarmKey& key, std::int64_t now) const {
+    return key.since > newestSince && key.since <= now;
+  }
+  /// Takes over from `other` what is new, but for what is owed.
+  void MeasureAs(const AlarmMemory& other) {
+    newest = other.newest;
+    newestSince = other.newestSince;
   }
   /// What is ahead of the clock was told while that was wrong, and would keep alarms of a new
   /// history, with numbers from 1, from being new: it goes back to now.

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <vector>
@@ -29,7 +30,8 @@ class MissedAlarms {
   [[nodiscard]] bool Take(const Json& list);
   /// Those whose end is news, oldest first.
   [[nodiscard]] const std::set<AlarmPtr, AlarmOrder>& Ended() const { return m_ended; }
-  /// How many began and ended that no answer has told of, as there were too many.
+  /// How many began and ended that no answer has told of, as there were too many: the numbers that
+  /// lack.
   [[nodiscard]] std::uint64_t Lost() const;
 
  private:
@@ -39,7 +41,9 @@ class MissedAlarms {
   std::int64_t m_since;
   std::optional<std::int64_t> m_until;  ///< nothing for the first question
   int m_answers = 0;
-  bool m_isCut = false;            ///< there were more than was asked for
-  std::set<std::int64_t> m_known;  ///< the numbers that were told
+  /// There were more than an answer holds: further ones are asked for by their begins, which need
+  /// not rise with the numbers, so that some may lack.
+  bool m_isCut = false;
+  std::map<std::int64_t, std::int64_t> m_known;  ///< the begins of those told, by number
   std::set<AlarmPtr, AlarmOrder> m_ended;
 };

@@ -126,6 +126,12 @@ def check_older(page):
         return tell(-10, -9, -8).then(async (older) => [older, await tell(1, 2, 3)]);""")
     if asked != [0, 2]:
         fail(f"older runs, and then three new ones at once, have led to {asked} questions")
+    page.show("disks", known)
+    page.wait("disks with rows", text)
+    page.do("""gate.answers.last = () => gate.pause(600).then(() => ({ results: [{ time: gate.time() - 20, rows: [{ Device: 'd' }] }] }));
+        gate.put('lost', { message: 'x' }); gate.batch(gate.time(), [...gate.rows, { Device: 'c' }]); return gate.pause(1000);""")
+    if "3 devices" not in page.get(text):
+        fail(f"an answer that was on its way replaces newer rows: {page.get(text)}")
 
 
 def check_chart(page):
@@ -174,6 +180,18 @@ def check_clock(page):
     page.settle()
     if page.get("gate.of('history').length !== before || gate.of('history').at(-1).query.get('until') < gate.time() - 60"):
         fail("a Date that is not the host's counts although batches tell the host's time")
+    page.show("disks")
+    page.settle()
+    page.do(BATCH + """;return gate.taken().then(() => {
+        const unset = Date.now;
+        Date.now = () => unset() + 3e5;
+        gate.ahead = -300;
+    })""")
+    for address in ("disks?disk=a", "disks"):
+        page.do(f"location.hash = '#/{address}'")
+        page.settle()
+    if abs(off := page.get("gate.of('history').at(-1).query.get('until') - gate.time()")) > 60:
+        fail(f"after the reader's clock was put forward the page asks for a time that is {off} s off the host's")
 
 
 def check_alarms(page):

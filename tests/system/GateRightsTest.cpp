@@ -1,6 +1,9 @@
+#include <fcntl.h>
+#include <linux/sockios.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <pwd.h>
+#include <sys/ioctl.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -155,6 +158,22 @@ TEST(GateRightsTest, WhoTakesTheGateOverReadsWhatAReaderMayAndNothingElse) {
          return Reason(::syscall(SYS_pidfd_send_signal, self.Get(), 0, nullptr, 0) == 0);
        },
        "not permitted"},
+      {"a signal by what comes at a descriptor, which has an owner and a state to ask for",
+       [] {
+         const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+         int self = ::getpid();
+         ::f_owner_ex owner{F_OWNER_PID, self};
+         std::string results;
+         for (const int result :
+              {::fcntl(socket.Get(), F_GETOWN), ::ioctl(socket.Get(), SIOCGPGRP, &owner.pid),
+               ::fcntl(socket.Get(), F_SETOWN, self), ::fcntl(socket.Get(), F_SETSIG, SIGIO),
+               ::fcntl(socket.Get(), F_SETOWN_EX, &owner), ::ioctl(socket.Get(), FIOSETOWN, &self),
+               ::ioctl(socket.Get(), SIOCSPGRP, &self)}) {
+           results += std::to_string(result);
+         }
+         return results + Reason(false);
+       },
+       "00-1-1-1-1-1Operation not permitted"},
       {"a limit of a process",
        [] { return Reason(::prlimit(::getpid(), RLIMIT_CPU, nullptr, nullptr) == 0); },
        "not permitted"},

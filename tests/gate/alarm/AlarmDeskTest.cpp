@@ -59,7 +59,12 @@ class AlarmDeskTest : public ::testing::Test {
       }
       return JsonText(Json{{"ok", true}, {"alarms", active}}) + '\n';
     }
-    asked.push_back(JsonText(request));
+    Json noted = request;
+    noted["since"] = (std::time(nullptr) - request["since"].Whole()) / 60;  // minutes ago
+    asked.push_back(JsonText(noted));
+    if (isRefusing) {
+      return "busy\n";
+    }
     Json list = Json::Array();
     const Json* until = request.Find("until");
     for (const Json& alarm : alarms.Elements()) {
@@ -107,6 +112,7 @@ class AlarmDeskTest : public ::testing::Test {
   std::vector<std::string> asked;
   std::vector<std::string> told;
   std::vector<std::string> log;
+  std::atomic<bool> isRefusing = false;  ///< to list alarms
   std::string status = "200 OK";
   FakeServer server{[this](const FakeServer::Request& request) {
     const std::lock_guard lock(mutex);
@@ -135,7 +141,7 @@ TEST_F(AlarmDeskTest, WhatBeganAndEndedWhileTheDaemonWasAwayIsToldOnce) {
                    ToldAlarm(3, 1003), ToldAlarm(2, 1002, 1006), ToldAlarm(1, 1000, 1001)}));
   daemon.Start();
   EXPECT_THAT(Told(4), ElementsAre("7 active", "2 ended", "6 ended", "5 ended"));
-  EXPECT_THAT(asked, ElementsAre(R"({"op":"alarms","since":1002,"limit":1000})"));
+  EXPECT_THAT(asked, ElementsAre(R"({"op":"alarms","since":1,"limit":1000})"));
   // A history that has begun anew counts from 1 again; 3 and 7 are others then.
   session.reset();
   Set(Json::Array({ToldAlarm(3, 2000), ToldAlarm(1, 2000)}));
@@ -182,26 +188,48 @@ TEST_F(AlarmDeskTest, WhatEndedIsFoundBehindAsManyAsAnAnswerHolds) {
   Set(list);
   daemon.Start();
   EXPECT_THAT(Told(1), ElementsAre("1 ended"));
-  EXPECT_THAT(asked, ElementsAre(R"({"op":"alarms","since":1000,"limit":1000})",
-                                 R"({"op":"alarms","since":1000,"limit":1000,"until":1502})"));
+  EXPECT_THAT(asked, ElementsAre(R"({"op":"alarms","since":1,"limit":1000})",
+                                 R"({"op":"alarms","since":1,"limit":1000,"until":1502})"));
 }
 
 TEST_F(AlarmDeskTest, WhatCannotBeToldIsCountedAndLogged) {
   Set(Json::Array({ToldAlarm(1, 1000)}));
   Begin();
   EXPECT_THAT(Told(1), ElementsAre("1 active"));
-  daemon.Stop();
   // As full as an answer may be, and its second asked for twice.
-  Json list = Json::Array();
-  for (int count = 0; count < 1000; ++count) {
-    list.PushBack(ToldAlarm(500, 2000, 2001));
+  for (const int id : {500, 502}) {
+    daemon.Stop();
+    Json list = Json::Array();
+    for (int count = 0; count < 1000; ++count) {
+      list.PushBack(ToldAlarm(id, 1500 + id, 2002));
+    }
+    Set(list);
+    daemon.Start();
+    EXPECT_THAT(Told(id == 500 ? 2 : 1), Contains(std::to_string(id) + " ended"));
   }
-  Set(list);
-  daemon.Start();
-  EXPECT_THAT(Told(2), ElementsAre("500 ended", "1 ended"));
   session->Stop();
-  EXPECT_THAT(log, ElementsAre(HasSubstr("498 alarms began and ended")));
-  EXPECT_EQ(session->alarms->Figures().at(0).dropped, 498U);
+  EXPECT_THAT(log, ElementsAre(HasSubstr("498 alarms began and ended"),
+                               StartsWith("an alarm began and ended")));
+  EXPECT_EQ(session->alarms->Figures().at(0).dropped, 499U);
+}
+
+TEST_F(AlarmDeskTest, WhatWasMissedIsToldAlsoAfterAnAnswerThatFailedAndARestart) {
+  Set(Json::Array({ToldAlarm(1, 1000)}));
+  Begin();
+  EXPECT_THAT(Told(1), ElementsAre("1 active"));
+  daemon.Stop();
+  isRefusing = true;
+  Set(Json::Array({ToldAlarm(3, 1003), ToldAlarm(2, 1001, 1002), ToldAlarm(1, 1000)}));
+  daemon.Start();
+  EXPECT_TRUE(WaitUntil([&] {
+    const std::lock_guard lock(mutex);
+    return asked.size() > 1;
+  }));
+  EXPECT_THAT(Told(1), ElementsAre("3 active"));
+  session.reset();
+  isRefusing = false;
+  Begin();
+  EXPECT_THAT(Told(1), ElementsAre("2 ended"));
 }
 
 /// Alarms `newest` to 1 that have ended; so many of them began in each second.
@@ -222,25 +250,29 @@ TEST(MissedAlarmsTest, WhatIsBeyondTheBoundsIsCounted) {
     int newest;    ///< number
     int inSecond;  ///< alarms
     std::int64_t told;
+    std::int64_t toldSince;
     std::size_t found;
     std::uint64_t lost;
   };
   const Case cases[] = {
-      {kListed - 1, 1, 0, kListed - 1, 0},
-      {kAll - 1, 1, 0, kAll - 1, 0},
-      {2 * kAll, 1, 0, kAll, kAll},
-      {2 * kAll, 1, 5, kAll, kAll - 5},
-      // A history that has begun anew.
-      {2 * kAll, 1, 5 * kAll, kAll, kAll},
+      {kListed - 1, 1, 0, 1, kListed - 1, 0},
+      {kAll - 1, 1, 0, 1, kAll - 1, 0},
+      {2 * kAll, 1, 0, 1, kAll, kAll},
+      {2 * kAll, 1, 5, 1, kAll, kAll - 5},
+      // A history that has begun anew, and one that tells nothing new.
+      {2 * kAll, 1, 5 * kAll, 1, kAll, kAll},
+      {2 * kAll, 1, 5 * kAll, 20000, 0, 0},
       // A second with three times what an answer holds.
-      {6 * kListed - 1, 3 * kListed, 0, 2 * kListed, 4 * kListed - 1},
+      {6 * kListed - 1, 3 * kListed, 0, 1, 2 * kListed, 4 * kListed - 1},
+      // A clock that was set back each time.
+      {2 * kAll, -1, 0, 1, kListed, 2 * kAll - kListed},
   };
   for (const Case& one : cases) {
     SCOPED_TRACE(testing::Message() << one.newest << ' ' << one.inSecond << ' ' << one.told);
     AlarmMemory before;
     before.contact = 10000;
     before.newest = one.told;
-    before.newestSince = 1;
+    before.newestSince = one.toldSince;
     MissedAlarms missed(before, before, {}, {kListed, kAnswers});
     // As it is read, which tells numbers without a sign.
     const Json all = ParseJson(JsonText(EndedAlarms(one.newest, one.inSecond))).value;
@@ -259,6 +291,15 @@ TEST(MissedAlarmsTest, WhatIsBeyondTheBoundsIsCounted) {
     EXPECT_EQ(missed.Ended().size(), one.found);
     EXPECT_EQ(missed.Lost(), one.lost);
   }
+}
+
+TEST(MissedAlarmsTest, WhatIsOwedIsAskedForSinceItsBegin) {
+  AlarmMemory before;
+  before.contact = 10000;
+  before.active = {{1000, 1}};
+  EXPECT_EQ(MissedAlarms(before, before, {}, {}).Question()["since"], Json(9940));
+  before.owed = {{5000, 2}, {3000, 3}};
+  EXPECT_EQ(MissedAlarms(before, before, {{3000, 3}}, {}).Question()["since"], Json(5000));
 }
 
 TEST_F(AlarmDeskTest, AGateThatComesBackTellsWhatItHasMissedOrStillOwes) {
