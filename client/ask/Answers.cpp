@@ -180,7 +180,8 @@ bool GoToNextPage(Json& request, HistoryPage& page) {
   }
   if (request.Find("at") != nullptr) {
     // Further pages are of the time that was found.
-    request["since"] = request["until"] = Json(page.next[0]);
+    request["since"] = page.next[0];
+    request["until"] = page.next[0];
     request.Erase("at");
   }
   request["after"] = std::move(page.next);
