@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <string_view>
 
 #include "client/CommandView.h"
 #include "client/Completion.h"
@@ -43,14 +42,6 @@ int Print(const CommonOptions& common,
 
 /// A line of its own, or nothing for a text that would be more or steer a terminal.
 std::string Line(const std::string& text) { return SafeText(text) == text ? text + '\n' : ""; }
-
-/// Whether it is of the letters that names of records have, which no shell takes for more.
-bool IsPlainName(std::string_view text) {
-  return !text.empty() && std::ranges::all_of(text, [](char letter) {
-    return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
-           (letter >= '0' && letter <= '9') || letter == '_';
-  });
-}
 
 }  // namespace
 

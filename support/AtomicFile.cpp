@@ -109,6 +109,11 @@ bool SyncFolderOf(const std::string& path) {
 }
 
 std::string BehindLinks(const std::string& path) {
+  // A relative path stays with the working directory, whatever takes the name of that one.
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) {
+    return path;
+  }
   const std::unique_ptr<char, void (*)(void*)> real(::realpath(path.c_str(), nullptr), std::free);
   return real == nullptr ? path : real.get();
 }

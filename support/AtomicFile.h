@@ -20,5 +20,5 @@
 /// systems that have no sync of folders are no failure.
 bool SyncFolderOf(const std::string& path);
 
-/// The file that a path's links lead to; the path as it is if there is none.
+/// The file that a path leads to whose last part is a link; any other path comes back as it is.
 [[nodiscard]] std::string BehindLinks(const std::string& path);

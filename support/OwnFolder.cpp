@@ -34,7 +34,14 @@ std::string OwnFolder::OpenExisting() {
     return isOther ? "this is no folder" : std::generic_category().message(errno);
   }
   if (status.st_uid != ::geteuid() || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-    return "others may write to this folder; name one that is not there yet";
+    return m_isMade
+               ? "others may write to a folder that is made here; name one on another file system"
+               : "others may write to this folder; name one that is not there yet";
+  }
+  struct ::stat placed {};
+  if (::stat(Place().c_str(), &placed) != 0 || placed.st_dev != status.st_dev ||
+      placed.st_ino != status.st_ino) {
+    return "/proc is not that of this process";
   }
   std::error_code error;
   const bool isEmpty = std::filesystem::is_empty(Place(), error);
@@ -47,9 +54,13 @@ std::string OwnFolder::Place() const {
 }
 
 std::string OwnFolder::Named(std::string words) const {
-  const std::string place = Place() + '/';
-  for (std::size_t at = 0; (at = words.find(place, at)) != words.npos; at += m_path.size()) {
-    words.replace(at, place.size(), m_path + '/');
+  const std::string place = Place();
+  for (std::size_t at = 0; (at = words.find(place, at)) != words.npos;) {
+    const std::size_t end = at + place.size();
+    // Another descriptor's number may begin with the same digits.
+    const bool isMeant = end == words.size() || words[end] < '0' || words[end] > '9';
+    words.replace(at, isMeant ? place.size() : 0, isMeant ? m_path : "");
+    at = isMeant ? at + m_path.size() : end;
   }
   return words;
 }

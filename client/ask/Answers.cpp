@@ -106,6 +106,14 @@ RecordName ParseRecordName(std::string_view text) {
   return record;
 }
 
+bool IsPlainName(std::string_view name) {
+  constexpr std::size_t kLongest = 64;
+  return !name.empty() && name.size() <= kLongest && std::ranges::all_of(name, [](char letter) {
+    return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
+           (letter >= '0' && letter <= '9') || letter == '_';
+  });
+}
+
 RecordAnswer ReadResult(const Json& result, const RecordName& asked) {
   RecordAnswer record;
   record.record = TextMember(result, "record");
@@ -180,7 +188,8 @@ bool GoToNextPage(Json& request, HistoryPage& page) {
   }
   if (request.Find("at") != nullptr) {
     // Further pages are of the time that was found.
-    request["since"] = request["until"] = Json(page.next[0]);
+    request["since"] = page.next[0];
+    request["until"] = page.next[0];
     request.Erase("at");
   }
   request["after"] = std::move(page.next);

@@ -20,6 +20,11 @@ struct RecordName {
 /// Throws UsageError for what cannot be the name of a record.
 [[nodiscard]] RecordName ParseRecordName(std::string_view text);
 
+/// Whether it is of the letters that names and categories of records have, and of no more of them
+/// than the name of a file takes: nothing that a shell takes for more or that leads out of a
+/// folder.
+[[nodiscard]] bool IsPlainName(std::string_view name);
+
 /// What one record was answered with: rows, or an error.
 struct RecordAnswer {
   std::string record;

@@ -37,11 +37,6 @@ std::string AnswerOf(const Json& call) {
   return text.empty() ? BytesOfHex(TextOf(call, "hex")) : text;
 }
 
-/// What is left of a text in the JSON of records: one that is no UTF-8 is changed there.
-std::string AsJsonHasIt(const std::string& text) {
-  return ParseJson(JsonText(Json(text))).value.Text();
-}
-
 /// The path below a sample's tree; empty for what is not of it.
 std::string_view BelowHost(std::string_view path) {
   const std::size_t place = path.starts_with("samples/") ? path.find(kHostBehindSample) : path.npos;
@@ -131,7 +126,7 @@ void CaptureMask::TakeNames(const std::set<std::string>& names) {
                 [this](const std::string& name) { m_standIns.Avoid(name); });
   for (const std::string& name : names) {
     const std::string standIn = m_standIns.Name(name);
-    const std::string inJson = AsJsonHasIt(name);
+    const std::string inJson = ValidUtf8(name);
     m_names.push_back(name);
     m_mask.Replace(name, standIn);
     if (inJson != name) {

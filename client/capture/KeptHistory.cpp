@@ -5,7 +5,6 @@
 
 #include <cstdio>
 #include <set>
-#include <string_view>
 #include <utility>
 
 #include "client/ask/Answers.h"
@@ -20,15 +19,6 @@ namespace {
 
 /// What a page counts as by itself, so that those without a row come to an end too.
 constexpr std::uint64_t kPageBytes = 64;
-
-/// Whether it may be a part of a file's name: who answers may be anybody.
-bool IsPlainName(std::string_view name) {
-  constexpr std::size_t kLongest = 64;
-  constexpr std::string_view kLetters =
-      "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz";
-  return !name.empty() && name.size() <= kLongest &&
-         name.find_first_not_of(kLetters) == std::string_view::npos;
-}
 
 /// The file of a record's rows.
 class RowFile {
@@ -170,6 +160,7 @@ std::uint64_t WriteKeptHistory(Connection& connection, const std::string& folder
     if (!listing.served || history.IsFull()) {
       continue;
     }
+    // They become a part of a file's name, and who answers may be anybody.
     if (!IsPlainName(listing.record) || !IsPlainName(listing.category)) {
       throw ClientError("broken answer: what the daemon names can be no record");
     }

@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 
 #include "client/ask/Errors.h"
 #include "support/ChildProcess.h"
+#include "support/ProcessDescriptor.h"
 
 namespace {
 
@@ -101,8 +101,11 @@ OwnChild::OwnChild(const ChildOrder& order) {
   if (m_pid > 0) {
     const std::optional<int> failure = failures.Next<int>();
     code = failure.value_or(0);
-    m_watch = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
-    code = code == 0 && !m_watch.IsOpen() ? errno : code;
+    try {
+      m_watch = OpenProcess(m_pid);
+    } catch (const std::system_error& error) {
+      code = code == 0 ? error.code().value() : code;
+    }
   }
   if (code != 0 || m_pid < 0) {
     End();

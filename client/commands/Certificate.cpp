@@ -46,6 +46,20 @@ Descriptor OpenPlace(const std::string& path) {
   return place;
 }
 
+/// Why no key may be made in a folder; empty if it may.
+std::string ProblemOf(const Descriptor& folder) {
+  struct ::stat status {};
+  if (!folder.IsOpen() || ::fstat(folder.Get(), &status) != 0) {
+    return std::strerror(errno);
+  }
+  if (status.st_uid != ::geteuid()) {
+    return "it belongs to others: the file system has given it away, or somebody has put another "
+           "folder in its place";
+  }
+  return (status.st_mode & (S_IRWXG | S_IRWXO)) != 0 ? "others may enter the folder that was made"
+                                                     : "";
+}
+
 /// A folder of the user's own beside the files, gone at the end with what was left in it. It is
 /// reached by its descriptor alone: who may rename it could have another one under its name.
 class WorkFolder {
@@ -60,12 +74,9 @@ class WorkFolder {
     m_name = NameOf(path);
     m_folder = Descriptor(
         ::openat(m_place.Get(), m_name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct ::stat status {};
-    if (!m_folder.IsOpen() || ::fstat(m_folder.Get(), &status) != 0) {
-      FailErrno(path);
-    }
-    if (status.st_uid != ::geteuid() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-      throw ClientError(path + ": somebody has put another folder in its place");
+    if (const std::string problem = ProblemOf(m_folder); !problem.empty()) {
+      ::unlinkat(m_place.Get(), m_name.c_str(), AT_REMOVEDIR);
+      throw ClientError(path + ": " + problem);
     }
   }
   ~WorkFolder() {

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -113,21 +114,20 @@ std::string ReadTokenFile(const std::string& path, std::FILE* file) {
   return text;
 }
 
-/// Makes the file with its rights, if it is not there: a replaced one keeps them.
-void MakeTokenFile(const std::string& path) {
+/// Makes the file with its rights, if it is not there: a replaced one keeps them. Whether it did.
+bool MakeTokenFile(const std::string& path) {
   const Descriptor made(OpenRegularFile(path, O_WRONLY | O_CREAT | O_EXCL, kTokenFileMode));
   if (made.IsOpen() ? ::fchmod(made.Get(), kTokenFileMode) != 0 : errno != EEXIST) {
     FailTokenFile(path, std::strerror(errno));
   }
+  return made.IsOpen();
 }
 
-/// Adds the line, unless `token` can't be shown before: its secret stands nowhere else.
-void AppendLine(const std::string& given, const std::string& name, const std::string& line,
-                const std::string& token) {
-  MakeTokenFile(given);
-  const std::string path = BehindLinks(given);
-  const TextFilePtr file = OpenLocked(path);
-  std::string text = ReadTokenFile(path, file.get());
+/// Adds the line to a locked file, unless `token` can't be shown before: its secret stands nowhere
+/// else.
+void AppendLine(const std::string& path, std::FILE* file, const std::string& name,
+                const std::string& line, const std::string& token) {
+  std::string text = ReadTokenFile(path, file);
   if (("\n" + text).find("\n" + name + ":") != std::string::npos) {
     FailTokenFile(path, "it has a token " + name + " already");
   }
@@ -151,6 +151,28 @@ void AppendLine(const std::string& given, const std::string& name, const std::st
   }
 }
 
+bool IsEmpty(std::FILE* file) {
+  struct stat status {};
+  return ::fstat(::fileno(file), &status) == 0 && status.st_size == 0;
+}
+
+/// Adds the line as AppendLine() does; a file that would stay empty, which lets nobody in, is not
+/// left behind.
+void AddToken(const std::string& given, const std::string& name, const std::string& line,
+              const std::string& token) {
+  const bool isMade = MakeTokenFile(given);
+  const std::string path = BehindLinks(given);
+  const TextFilePtr file = OpenLocked(path);
+  try {
+    AppendLine(path, file.get(), name, line, token);
+  } catch (...) {
+    if (isMade && IsEmpty(file.get())) {
+      ::unlink(path.c_str());
+    }
+    throw;
+  }
+}
+
 }  // namespace
 
 int RunTokenNew(const TokenOptions& options) {
@@ -164,6 +186,6 @@ int RunTokenNew(const TokenOptions& options) {
     WriteOutput(token + line);
     return kExitDone;
   }
-  AppendLine(options.file, options.name, line, token);
+  AddToken(options.file, options.name, line, token);
   return kExitDone;
 }

@@ -10,8 +10,10 @@
 #include <charconv>
 #include <climits>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 #include <string_view>
+#include <system_error>
 
 #include "local/log/LogText.h"
 #include "support/AtomicFile.h"
@@ -22,6 +24,21 @@ namespace {
 bool Fail(const std::string& path, const std::string& reason, std::string& error) {
   error = path + ": " + reason;
   return false;
+}
+
+/// The path for people, to whom "." tells nothing.
+std::string ShownPath(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path whole =
+      std::filesystem::weakly_canonical(std::filesystem::absolute(path, error), error);
+  return error ? path : whole.string();
+}
+
+/// Has words that begin with a path begin with the one that is shown.
+void ShowPath(const std::string& path, const std::string& shownPath, std::string& words) {
+  if (words.starts_with(path)) {
+    words.replace(0, path.size(), shownPath);
+  }
 }
 
 std::string TooLong(std::size_t limit) { return "longer than " + std::to_string(limit) + " bytes"; }
@@ -123,11 +140,13 @@ std::unique_ptr<LocalIniFile> LocalIniFile::Open(const std::string& directory,
                                                  const std::string& name, std::string& error) {
   // A write replaces the file and not the link.
   const std::string path = BehindLinks(directory + '/' + name);
+  const std::string shownPath = ShownPath(path);
   IniText ini;
   if (!ReadIniText(path, ini, error)) {
+    ShowPath(path, shownPath, error);
     return nullptr;
   }
-  return std::unique_ptr<LocalIniFile>(new LocalIniFile(path, std::move(ini)));
+  return std::unique_ptr<LocalIniFile>(new LocalIniFile(path, shownPath, std::move(ini)));
 }
 
 int LocalIniFile::ReadString(char* out, int size, const char* key, const char* section,
@@ -173,7 +192,7 @@ int LocalIniFile::WriteLong(long value, const char* key, const char* section,
 bool LocalIniFile::Write(const char* value, const char* key, const char* section,
                          const char* subSection, std::string& error) {
   const std::string place =
-      m_path + ": can't set \"" + OrEmpty(key) + "\" of section \"" + OrEmpty(section) + "\"";
+      m_shownPath + ": can't set \"" + OrEmpty(key) + "\" of section \"" + OrEmpty(section) + "\"";
   if (value == nullptr) {
     return Fail(place, "there is no value", error);
   }
@@ -197,6 +216,12 @@ bool LocalIniFile::Remove(const char* key, const char* section, std::string& err
 }
 
 bool LocalIniFile::Change(const std::function<std::string(IniText&)>& edit, std::string& error) {
+  const bool isChanged = Replace(edit, error);
+  ShowPath(m_path, m_shownPath, error);
+  return isChanged;
+}
+
+bool LocalIniFile::Replace(const std::function<std::string(IniText&)>& edit, std::string& error) {
   // Others may have edited the file since it was read.
   IniText edited;
   if (!ReadIniText(m_path, edited, error) || !CheckWritable(m_path, error)) {

@@ -49,7 +49,8 @@ class LocalIniFile : public CMBIniFile {
   void OnWriteProblem(std::function<void(const std::string&)> handler) {
     m_onWriteProblem = std::move(handler);
   }
-  [[nodiscard]] const std::string& Path() const { return m_path; }
+  /// Absolute, for messages.
+  [[nodiscard]] const std::string& Path() const { return m_shownPath; }
   /// What the file held of unusable lines, as it stands in memory now.
   [[nodiscard]] const std::vector<IniFault>& Faults() const { return m_ini.Faults(); }
   /// The keys and values of a section in file order, repeated keys included.
@@ -61,12 +62,15 @@ class LocalIniFile : public CMBIniFile {
   [[nodiscard]] std::vector<IniSetting> Settings() const { return m_ini.Settings(); }
 
  private:
-  LocalIniFile(std::string path, IniText ini) : m_path(std::move(path)), m_ini(std::move(ini)) {}
+  LocalIniFile(std::string path, std::string shownPath, IniText ini)
+      : m_path(std::move(path)), m_shownPath(std::move(shownPath)), m_ini(std::move(ini)) {}
   /// Reads the file anew, has `edit` change it and writes it. `edit` gives the reason of a failure,
   /// or an empty text.
   [[nodiscard]] bool Change(const std::function<std::string(IniText&)>& edit, std::string& error);
+  [[nodiscard]] bool Replace(const std::function<std::string(IniText&)>& edit, std::string& error);
 
   std::string m_path;
+  std::string m_shownPath;
   IniText m_ini;
   std::function<void(const std::string&)> m_onWriteProblem;
 };

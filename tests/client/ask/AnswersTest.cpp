@@ -101,6 +101,18 @@ TEST(Answers, NestingAndMembersAreBounded) {
                   .IsObject());
 }
 
+TEST(Answers, FurtherPagesOfATimeAreOfTheOneThatWasFound) {
+  Json request{{"op", "history"}, {"record", "PDI"}};
+  request["at"] = 50;
+  for (int row = 7; row < 9; ++row) {
+    HistoryPage page{{}, Json::Array({42, row})};
+    EXPECT_TRUE(GoToNextPage(request, page));
+    Json expected = JsonOf(R"({"op":"history","record":"PDI","since":42,"until":42})");
+    expected["after"] = Json::Array({42, row});
+    EXPECT_EQ(request, expected);
+  }
+}
+
 TEST(Answers, RecordNamesMayCarryTheirCategory) {
   EXPECT_EQ(ParseRecordName("CPUP").ToJson(), Json("CPUP"));
   EXPECT_EQ(JsonText(ParseRecordName("3:PD").ToJson()), R"({"record":"PD","category":"3"})");

@@ -1,5 +1,8 @@
 #include "client/capture/GrowingFolder.h"
 
+#include <sched.h>
+#include <sys/fsuid.h>
+
 #include "client/ask/Errors.h"
 #include "tests/support/TempFolder.h"
 
@@ -58,13 +61,56 @@ TEST(GrowingFolderTest, NothingIsWrittenOrRemovedBehindALinkThatTakesItsPlace) {
     fs::create_directory_symlink(other, folder.Path());
     folder.Remove("history");
     std::ofstream(folder.Place() + "/late") << "x";
-    EXPECT_EQ(folder.Named("no " + folder.Place() + "/late"), "no " + folder.Path() + "/late");
+    EXPECT_EQ(folder.Named("no " + folder.Place() + "/late, " + folder.Place() + "0 or " +
+                           folder.Place()),
+              "no " + folder.Path() + "/late, " + folder.Place() + "0 or " + folder.Path());
     EXPECT_TRUE(fs::exists(moved / "late"));
     EXPECT_TRUE(fs::exists(moved / "file"));
     EXPECT_FALSE(fs::exists(moved / "history"));
   }
   EXPECT_TRUE(fs::is_empty(moved));
   EXPECT_EQ(FileText(other / "history/inner/file"), "kept");
+}
+
+TEST(GrowingFolderTest, AFileSystemThatGivesWhatIsMadeToOthersIsNamed) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root can make files of others";
+  }
+  const TempFolder top;
+  const fs::path place = top.Path() / "place";
+  ASSERT_EQ(::chmod(top.Path().c_str(), 0777), 0);
+  ::setfsuid(65534);
+  const std::string problem = ProblemOf(place);
+  ::setfsuid(0);
+  EXPECT_EQ(problem, place.string() +
+                         ": others may write to a folder that is made here; name one "
+                         "on another file system");
+  EXPECT_FALSE(fs::exists(place));
+}
+
+TEST(GrowingFolderTest, AProcOfAnotherNamespaceIsNamed) {
+  const TempFolder top;
+  const fs::path place = top.Path() / "place";
+  fs::create_directory(place);
+  ASSERT_EQ(::chmod(place.c_str(), 0700), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const bool isApart =
+        ::unshare(CLONE_NEWPID) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWPID) == 0;
+    const pid_t first = isApart ? ::fork() : -1;
+    if (first == 0) {
+      // Process 1 of the namespace that /proc is of has other descriptors, if any may be looked at.
+      ::_exit(ProblemOf(place).ends_with(": /proc is not that of this process") ? 0 : 1);
+    }
+    int status = 0;
+    ::_exit(first > 0 && ::waitpid(first, &status, 0) == first ? WEXITSTATUS(status) : 2);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  if (WEXITSTATUS(status) == 2) {
+    GTEST_SKIP() << "may make no namespace";
+  }
+  EXPECT_EQ(status, 0);
 }
 
 TEST(GrowingFolderTest, OneThatWasMadeGoesUnlessItIsKept) {

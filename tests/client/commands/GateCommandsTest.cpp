@@ -1,6 +1,8 @@
 #include <crypt.h>
+#include <sys/fsuid.h>
 
 #include "client/ask/Errors.h"
+#include "client/commands/Certificate.h"
 #include "client/commands/Console.h"
 #include "tests/client/ClientHarness.h"
 #include "tests/json/JsonOf.h"
@@ -53,9 +55,14 @@ TEST_F(GateCommandsTest, MakeATokenAndItsLine) {
   EXPECT_EQ(ModeOf("tokens"), 0600U) << "as it was";
   EXPECT_EQ(ModeOf("fresh"), 0640U);
   // What nobody was shown is not added.
-  const std::vector<std::string> full{"-c", "exec \"$0\" token new b --file \"$1\" >/dev/full",
-                                      QMTCTL_PATH, Path("fresh")};
-  EXPECT_EQ(RunProgram("/bin/sh", full).exit, kExitFailed);
+  Write("empty", "");
+  for (const char* name : {"fresh", "empty", "none"}) {
+    const std::vector<std::string> full{"-c", "exec \"$0\" token new b --file \"$1\" >/dev/full",
+                                        QMTCTL_PATH, Path(name)};
+    EXPECT_EQ(RunProgram("/bin/sh", full).exit, kExitFailed);
+  }
+  EXPECT_EQ(ModeOf("empty"), 0600U);
+  EXPECT_EQ(ModeOf("none"), 0U) << "left behind";
   RunOptions unread;
   unread.closedReader = true;
   EXPECT_EQ(RunProgram(QMTCTL_PATH, {"token", "new", "b", "--file", Path("fresh")}, unread).exit,
@@ -183,6 +190,23 @@ TEST_F(GateCommandsTest, RootMakesNoCertificateWhereOthersMayWrite) {
   EXPECT_TRUE(std::filesystem::is_empty(Path("place")));
   ASSERT_EQ(::chown(Path("place").c_str(), 0, 0), 0);
   EXPECT_EQ(made().exit, kExitDone) << "sticky";
+}
+
+TEST_F(GateCommandsTest, ACertificatesFolderThatIsOfOthersDoesNotStay) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root can make files of others";
+  }
+  std::filesystem::create_directory(Path("place"));
+  ASSERT_EQ(::chmod(m_folder.Path().c_str(), 0711), 0);
+  ASSERT_EQ(::chmod(Path("place").c_str(), 01777), 0);
+  CertificateOptions options;
+  options.out = Path("place/pair");
+  const mode_t mask = ::umask(0);
+  ::setfsuid(65534);
+  EXPECT_THROW(static_cast<void>(RunCertificateNew(options)), ClientError);
+  ::setfsuid(0);
+  ::umask(mask);
+  EXPECT_TRUE(std::filesystem::is_empty(Path("place")));
 }
 
 TEST_F(GateCommandsTest, LinkToTheConsole) {

@@ -196,6 +196,25 @@ TEST(LocalIniFile, WritesThroughALinkAndKeepsTheMode) {
   EXPECT_EQ(CountFiles(folder), 2U);
 }
 
+TEST(LocalIniFile, InTheWorkingFolderItStaysThereWhateverTakesTheNameOfThatFolder) {
+  const TempFolder folder(TempFolder::kEnter);
+  for (const char* name : {"held", "other"}) {
+    fs::create_directory(name);
+  }
+  WriteFile("held/qmtagt.ini", "[A]\nKey=1\n");
+  fs::current_path("held");
+  std::string error;
+  const auto ini = LocalIniFile::Open(".", "qmtagt.ini", error);
+  EXPECT_EQ(ini->Path(), folder.Path() / "held/qmtagt.ini");
+  EXPECT_FALSE(ini->Write("two\nlines", "Key", "A", nullptr, error));
+  EXPECT_THAT(error, StartsWith(ini->Path() + ": "));
+  fs::rename(folder.Path() / "held", folder.Path() / "moved");
+  fs::create_directory_symlink("other", folder.Path() / "held");
+  EXPECT_TRUE(ini->Write("2", "Key", "A", nullptr, error)) << error;
+  EXPECT_EQ(folder.Read("moved/qmtagt.ini"), "[A]\nKey=2\n");
+  EXPECT_TRUE(fs::is_empty(folder.Path() / "other"));
+}
+
 TEST(LocalIniFile, AWriteKeepsWhatOthersHaveEditedMeanwhile) {
   const TempFolder folder;
   WriteFile(folder.Path() / "qmtagt.ini", "[A]\nKey=1\n");
