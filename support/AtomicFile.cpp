@@ -96,8 +96,7 @@ bool ReplaceFileLike(const std::string& model, const std::string& path, std::str
     return false;
   }
   if (!SyncFolderOf(path)) {
-    error = Because(FolderOf(path) + ": can't be synced, so that a crash may undo the write of " +
-                    path);
+    error = Because(path + ": its folder can't be synced, so that a crash may undo the write");
   }
   return true;
 }

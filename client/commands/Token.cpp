@@ -166,7 +166,8 @@ void AddToken(const std::string& given, const std::string& name, const std::stri
   try {
     AppendLine(path, file.get(), name, line, token);
   } catch (...) {
-    if (isMade && IsEmpty(file.get())) {
+    // Who takes no lock may have put another file in its place.
+    if (isMade && IsEmpty(file.get()) && IsSameFile(path, ::fileno(file.get()))) {
       ::unlink(path.c_str());
     }
     throw;

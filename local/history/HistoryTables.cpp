@@ -204,7 +204,7 @@ std::vector<std::string> RecordTables(SqlDatabase& database, const std::string& 
       database.Prepare("SELECT name FROM " + QuotedName(schema) +
                        ".sqlite_master AS t WHERE type = 'table' AND CASE WHEN rootpage > 0 THEN "
                        "EXISTS (SELECT 1 FROM pragma_table_info(t.name, ?1) WHERE name = ?2 AND "
-                       "type LIKE '%INT%') AND NOT EXISTS (SELECT 1 FROM "
+                       "type = 'INTEGER' COLLATE NOCASE) AND NOT EXISTS (SELECT 1 FROM "
                        "pragma_index_info(t.name, ?1)) END ORDER BY name");
   statement.Bind(1, std::string_view(schema));
   statement.Bind(2, std::string_view(kTimeLabel));

@@ -35,8 +35,7 @@ struct TableFit {
 [[nodiscard]] std::map<std::string, std::string> ColumnsOf(SqlDatabase& database,
                                                            const std::string& table);
 /// All tables with rows that age, those of former layouts, of totals and of others included: they
-/// have a whole time, be it by the type INT that a copied table has, and row numbers. `schema` is
-/// the name of an attached file.
+/// have an INTEGER time and row numbers. `schema` is the name of an attached file.
 [[nodiscard]] std::vector<std::string> RecordTables(SqlDatabase& database,
                                                     const std::string& schema = "main");
 /// The columns that a table of the attached file shares with the one of its name, each quoted,

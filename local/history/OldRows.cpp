@@ -66,8 +66,17 @@ void OldestRows::Add(std::string table) {
 bool OldestRows::Remove(std::int64_t parts) {
   while (!m_tables.empty()) {
     std::string table = std::move(m_tables.extract(m_tables.begin()).value().second);
+    const std::int64_t least = LeastRemoved(table);
+    std::int64_t removed = 0;
+    if (parts > 1) {
+      const std::int64_t next = m_tables.empty() ? INT64_MAX : m_tables.begin()->first;
+      removed = RemoveOldest(m_database, table, std::min(next, INT64_MAX - 1) + 1, parts * least);
+    }
+    if (removed < least) {
+      removed += RemoveOldest(m_database, table, INT64_MAX, least - removed);
+    }
     // A stranger's texts in the place of times, say, look oldest and are not removed.
-    if (RemoveOldest(m_database, table, INT64_MAX, parts * LeastRemoved(table)) != 0) {
+    if (removed != 0) {
       Add(std::move(table));
       return true;
     }

@@ -23,8 +23,9 @@ class OldestRows {
   /// `database` outlives it, and is written by nobody else meanwhile. Throws SqlError, as does
   /// Remove().
   explicit OldestRows(SqlDatabase& database);
-  /// Removes so many small parts at once of the table that has the oldest row of all, the oldest
-  /// ones. False if no table has any that can be removed.
+  /// Removes a small part of the table that has the oldest row of all, the oldest ones, or so many
+  /// parts as far as they are no newer than the oldest row of another table: a table of few rows
+  /// would lose all of its past at once. False if no table has any that can be removed.
   [[nodiscard]] bool Remove(std::int64_t parts);
 
  private:

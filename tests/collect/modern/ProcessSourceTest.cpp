@@ -166,6 +166,8 @@ TEST_F(ModernProcessSourceTest, WhoMayHoldItsReaderHasTheArgumentsOfTheLookBefor
   for (const auto& [wchan, arguments] : {std::pair{"kernel_clone", "a"},
                                          {"rpc_wait_bit_killable", ""},
                                          {"vm_mmap_pgoff", ""},
+                                         {"folio_wait_bit_common", ""},
+                                         {"io_schedule", ""},
                                          {"wait_transaction_locked", ""},
                                          {"0", ""}}) {
     m_host->Write("/proc/20/wchan", wchan);

@@ -226,10 +226,31 @@ TEST_F(HistoryStoreTest, OldRowsAndExcessGoInSmallSteps) {
   EXPECT_EQ(Number("SELECT count(*) FROM \"qmt totals\" WHERE \"Record Time\" < " +
                    std::to_string(m_now - 5)),
             0);
-  EXPECT_EQ(Number("SELECT count(*) FROM copy"), 0);
+  EXPECT_EQ(Number("SELECT count(*) FROM copy"), 5) << "who has copied rows wants to keep them";
   EXPECT_GT(Rows(), 5000);
   EXPECT_GE(Number("SELECT count(*) FROM FAKE WHERE \"Record Time\" = " + std::to_string(m_now)),
             3);
+}
+
+TEST_F(HistoryStoreTest, LargePartsOfATableEndAtTheOldestRowOfAnother) {
+  SqlDatabase database("parts.db", 0);
+  const char* const columns = "(\"Record Time\" INTEGER)";
+  const char* const times =
+      "WITH RECURSIVE time(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM time "
+      "WHERE n < 4000) INSERT INTO ";
+  for (const auto& [table, chosen] : {std::pair{"few", "n % 1000 = 0"}, {"many", "n > 0"}}) {
+    database.Execute(std::string("CREATE TABLE ") + table + columns);
+    database.Execute(std::string(times) + table + " SELECT n FROM time WHERE " + chosen);
+  }
+  OldestRows rows(database);
+  std::string left;
+  for (const std::int64_t parts : {8, 8, 1, 1, 8}) {
+    EXPECT_TRUE(rows.Remove(parts));
+    left += std::to_string(database.Number("SELECT count(*) FROM many")) + '+' +
+            std::to_string(database.Number("SELECT count(*) FROM few")) + ' ';
+  }
+  EXPECT_EQ(left, "3000+4 3000+0 2500+0 2000+0 0+0 ");
+  EXPECT_FALSE(rows.Remove(8));
 }
 
 TEST_F(HistoryStoreTest, MoreGoesThanALargeBatchBrings) {
