@@ -20,6 +20,8 @@ class MetricsOperationTest : public ::testing::Test, protected ServedControl {
       return kNotifyDone;
     };
   }
+  ~MetricsOperationTest() override { FigureRegistry::Instance() = figures; }
+
   /// The text of a scrape with these further members.
   static std::string Scrape(TestClient& client, const std::string& members, Json* head = nullptr) {
     const Json answer = client.Ask("{\"op\":\"metrics\",\"id\":1" + members + "}");
@@ -32,6 +34,7 @@ class MetricsOperationTest : public ::testing::Test, protected ServedControl {
     return client.ReceiveBytes(static_cast<std::size_t>(answer["metrics"]["bytes"].Whole()));
   }
 
+  const FigureRegistry figures = FigureRegistry::Instance();  ///< those that other suites see
   std::atomic<int> batches{0};
 };
 
