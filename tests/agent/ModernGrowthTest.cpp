@@ -354,6 +354,33 @@ TEST_F(ModernGrowthTest, AllProcessorsGrowByWhatEachHasCounted) {
   }
 }
 
+// The kernel's own times step back by ticks now and then.
+TEST_F(ModernGrowthTest, ALookShowsNoTimeOfAProcessorThatStepsBack) {
+  Asker look("CPUX", '4', kGrowthLooks);
+  Asker interval("CPUX", '4', kGrowthIntervals);
+  const struct {
+    double user, guest, idle;
+    const char* shown;
+  } cases[] = {{9, 2, 50, "7 2 50"},
+               {9, 2.01, 49.5, "7 2.01 50"},
+               {9.02, 2.01, 51, "7.01 2.01 51"},
+               {9.02, 2.01, kNotTold, "7.01 2.01 -"},
+               {2, 0, 10, "2 2.01 10"}};
+  for (const auto& one : cases) {
+    Collect(kCpus, {{"cpu7", one.user}, {"cpu8", 1}});
+    auto& figures = m_collector.GetModern()->cpuTimes.front();
+    figures.guest = one.guest;
+    figures.idle = one.idle;
+    const CMBRecord& row = *Ask(kCpus, look).front();
+    EXPECT_EQ(FieldText(row, "User Seconds") + ' ' + FieldText(row, "Guest Seconds") + ' ' +
+                  FieldText(row, "Idle Seconds"),
+              one.shown);
+    const auto& rows = Ask(kCpus, interval);
+    EXPECT_TRUE(rows.empty() || one.idle != 51 ||
+                FieldText(*rows.front(), "Idle Seconds") == "1.5");
+  }
+}
+
 TEST_F(ModernGrowthTest, RunDelaysAreOfOneProcessAndOneRequest) {
   Asker asker("PDX", '3', kGrowthLooks);
   Asker other("PDX", '3', kGrowthLooks);
