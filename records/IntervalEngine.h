@@ -87,9 +87,9 @@ struct IntervalFamily {
   /// but not output. Null for never.
   bool (*movedBackwards)(const typename PublishedAs<Record>::Record& row,
                          const typename PublishedAs<Record>::Record& predecessor) = nullptr;
-  /// Whether a scheduled build forgets the instances that it had no row of. One without any row, or
-  /// that an error ended, forgets none.
-  bool forgetsVanished = false;
+  /// After how many scheduled builds in a row without a row of it an instance is forgotten; 0 for
+  /// never. A build without any row, or that an error ended, is none of them.
+  unsigned forgetsAfter = 0;
 };
 
 /// The same for figures that are fractions; the difference may be negative.
@@ -146,9 +146,13 @@ class RawRows {
  public:
   /// Begins a build, from which on rows count as replaced.
   void Begin() { ++m_build; }
-  /// Drops the rows that were not replaced since the last Begin().
-  void Forget() {
-    if (std::erase_if(m_rows, [this](const KeptRow& kept) { return kept.build != m_build; }) != 0) {
+  /// Drops the rows that were not replaced since the last Begin(), as in the calls before, so that
+  /// it is `builds` of them in a row.
+  void Forget(unsigned builds) {
+    for (KeptRow& kept : m_rows) {
+      kept.missed += kept.build == m_build ? 0U : 1U;
+    }
+    if (std::erase_if(m_rows, [=](const KeptRow& kept) { return kept.missed >= builds; }) != 0) {
       m_places.clear();
     }
   }
@@ -177,6 +181,7 @@ class RawRows {
   struct KeptRow {
     Record row;
     std::uint64_t build;  ///< the one that it was last replaced in
+    unsigned missed = 0;  ///< calls of Forget() since then
   };
 
   KeptRow* Find(const IntervalFamily<Record>& family, const Record& current) {
@@ -268,8 +273,8 @@ class IntervalBuild {
   IntervalBuild(const IntervalBuild&) = delete;
   IntervalBuild& operator=(const IntervalBuild&) = delete;
   ~IntervalBuild() {
-    if (m_family.forgetsVanished && !m_realtime && !m_endedByError && m_rows > 0) {
-      m_rawRows.Forget();
+    if (m_family.forgetsAfter > 0 && !m_realtime && !m_endedByError && m_rows > 0) {
+      m_rawRows.Forget(m_family.forgetsAfter);
     }
   }
 

@@ -192,7 +192,7 @@ constexpr IntervalFamily<CountedDevice> kCountedDeviceFamily{
     .ratesOperation = "RecordBuilder::BuildRatesPI_DEVD",
     .rateFailure = RateFailure::kSkipsRow,
     .movedBackwards = FellBehind,
-    .forgetsVanished = true};
+    .forgetsAfter = 1};
 
 void FillDevice(CountedDevice& row, const DeviceRecord* base, std::uint32_t seconds) {
   const Work work = WorkOfRow(row, base);

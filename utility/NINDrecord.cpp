@@ -69,7 +69,7 @@ constexpr IntervalFamily<InterfaceRow> kModernInterfaceFamily{
                        const InterfaceRow& b) { return a.interface == b.interface; },
     .amend = PutGrowth,
     .ratesOperation = "RecordBuilder::BuildRates_NIND",
-    .forgetsVanished = true};
+    .forgetsAfter = 1};
 
 constexpr FlagRules kClassicFlagRules{kFlagWords, [](std::uint32_t flags) { return flags; }};
 

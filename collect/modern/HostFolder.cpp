@@ -74,10 +74,12 @@ bool HostFolder::Read(const char* name, std::string& text, std::size_t limit) co
   return false;
 }
 
-std::string HostFolder::Line(const char* name) const {
+std::string HostFolder::Line(const char* name) const { return FindLine(name).value_or(""); }
+
+std::optional<std::string> HostFolder::FindLine(const char* name) const {
   std::string text;
   if (!Read(name, text)) {
-    return {};
+    return std::nullopt;
   }
   text.resize(std::min(text.find('\n'), text.size()));
   std::replace_if(

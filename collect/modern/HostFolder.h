@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -31,8 +32,9 @@ class HostFolder {
   [[nodiscard]] bool Read(const char* name, std::string& text,
                           std::size_t limit = kUsualLimit) const;
   /// The first line of a file without blanks at its ends, with each control character as a blank;
-  /// empty if it can't be read.
+  /// empty if it can't be read, which the second one tells.
   [[nodiscard]] std::string Line(const char* name) const;
+  [[nodiscard]] std::optional<std::string> FindLine(const char* name) const;
   /// The whole number, with or without a sign, that is all of a file's first line; kNotTold for
   /// none, as for "max" and for one of more than 18 digits.
   [[nodiscard]] double Number(const char* name) const;

@@ -2,7 +2,9 @@
 #include <array>
 #include <cstddef>
 #include <span>
+#include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "collect/CategoryFlags.h"
@@ -124,8 +126,31 @@ class AllProcessors {
   std::array<double, kIdleTimes.size()> m_ahead{};  ///< of the kernel's sums
 };
 
+/// What looks have shown of the times. A time steps back now and then: idle and wait as the kernel
+/// has them, programs because the kernel cuts what they and their guests got to ticks one by one.
+/// Who reads them as counters would take that for a start of the host.
+class ShownTimes {
+ public:
+  /// Holds each time where it last stood if it is but a little less.
+  void Hold(CpuRecord& row) {
+    constexpr double kMostStepBack = 3;
+    auto& shown = m_shown[std::string(row.processor.view())];
+    for (std::size_t place = 0; place < kTimeParts.size(); ++place) {
+      Double& now = row.*kTimeParts[place].seconds;
+      if (now < shown[place] && shown[place] - now <= kMostStepBack) {
+        now = shown[place];
+      }
+      shown[place] = now;
+    }
+  }
+
+ private:
+  std::unordered_map<std::string, std::array<double, kTimeParts.size()>> m_shown;
+};
+
 struct CpuState : GrowthState<CpuRecord> {
   AllProcessors all;
+  ShownTimes shown;
 };
 
 }  // namespace
@@ -139,6 +164,9 @@ UtlError* RecordBuilder::Build_CPUX(CMBRecordRequestEvent* pEvent, CMBRecordRequ
   }
   const auto fill = [&](CpuRecord& row, const CpuTimeFigures& processor) {
     FillCpu(row, processor.name == all.name ? all : processor);
+    if (pEvent->IsRealtime() != 0) {
+      state.shown.Hold(row);
+    }
   };
   return BuildGrowthRows({"RecordBuilder::Build_CPUX", pEvent, pRequest, GetUpTimeSeconds(),
                           m_pCollector->TakenAt(COLLECT_CPU_TIME)},

@@ -91,10 +91,22 @@ void PutDerived(Record& row, const Record& growth, double seconds) {
   });
 }
 
+/// Whether any of its counters fell.
+template <class Record>
+[[nodiscard]] bool HasFallen(const Record& now, const Record& before) {
+  bool hasFallen = false;
+  VisitCounters<Record>(
+      [&](Double Record::*counter) { hasFallen = hasFallen || now.*counter < before.*counter; });
+  return hasFallen;
+}
+
 /// Ends the subtraction of a scheduled row.
 template <class Record, NewInstance newInstance>
 void AmendGrowth(TimedRow<Record>& row, TimedRow<Record>& raw, const TimedRow<Record>& previous) {
-  const bool isNew = previous.at == 0;
+  // One that was away for a build is another of its name if it counts less.
+  const bool isAnother = newInstance == NewInstance::kAll && previous.at != raw.lastBuild &&
+                         HasFallen<Record>(raw, previous);
+  const bool isNew = previous.at == 0 || isAnother;
   row.seconds = SecondsBetween(isNew ? raw.lastBuild : previous.at, raw.at);
   const bool countsAll = newInstance == NewInstance::kAll && raw.lastBuild != 0;
   VisitCounters<Record>([&](Double Record::*counter) {
@@ -117,7 +129,8 @@ inline constexpr IntervalFamily<TimedRow<Record>> kGrowthFamily{
                        const TimedRow<Record>& b) { return SameKeys(a, b); },
     .instanceHash = [](const TimedRow<Record>& row) { return HashOfKeys(row); },
     .amend = AmendGrowth<Record, newInstance>,
-    .forgetsVanished = newInstance == NewInstance::kAll};
+    // A build may lack one that is still there: too many rows, no descriptor, no whole answer.
+    .forgetsAfter = newInstance == NewInstance::kAll ? 2U : 0U};
 
 template <class Record>
 struct GrowthState : FamilyState {

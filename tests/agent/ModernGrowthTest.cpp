@@ -144,21 +144,28 @@ TEST_P(GrowthOfInstancesTest, FollowsWhatComesGoesFallsAndIsNotTold) {
     double seconds;
   };
   // What a row counts that its record can only tell if it begins at 0.
-  const auto ifAll = [&](const char* growth) { return record.newCountsAll ? growth : "-"; };
+  const bool all = record.newCountsAll;
   const struct {
     const char* what;
     Instances instances;
     std::vector<Row> rows;
   } intervals[] = {
       {"the first", {{"a", 1000}}, {}},
-      {"a new one", {{"a", 1002}, {"b", 7}}, {{"a", "2", 10}, {"b", ifAll("7"), 10}}},
+      {"a new one", {{"a", 1002}, {"b", 7}}, {{"a", "2", 10}, {"b", all ? "7" : "-", 10}}},
       {"gone; fallen", {{"a", 3}}, {{"a", "0", 10}}},
-      {"back; no figure",
-       {{"a", kNotTold}, {"b", 9}},
-       {{"a", "-", 10}, {"b", record.newCountsAll ? "9" : "2", record.newCountsAll ? 10.0 : 20.0}}},
+      {"back; no figure", {{"a", kNotTold}, {"b", 9}}, {{"a", "-", 10}, {"b", "2", 20}}},
       {"told again", {{"a", 500}, {"b", 10}}, {{"a", "-", 10}, {"b", "1", 10}}},
       {"no row at all", {}, {}},
       {"after that", {{"a", 504}, {"b", 10}}, {{"a", "4", 20}, {"b", "0", 20}}},
+      {"gone once", {{"a", 505}}, {{"a", "1", 10}}},
+      {"another",
+       {{"a", 505}, {"b", 3}},
+       {{"a", "0", 10}, {"b", all ? "3" : "0", all ? 10. : 20.}}},
+      {"gone again", {{"a", 505}}, {{"a", "0", 10}}},
+      {"gone twice", {{"a", 505}}, {{"a", "0", 10}}},
+      {"forgotten",
+       {{"a", 505}, {"b", 9}},
+       {{"a", "0", 10}, {"b", all ? "9" : "6", all ? 10. : 30.}}},
   };
   Asker asker(record.name, record.category, kGrowthIntervals);
   for (const auto& interval : intervals) {
@@ -344,6 +351,33 @@ TEST_F(ModernGrowthTest, AllProcessorsGrowByWhatEachHasCounted) {
     }
     user += user == 3 ? 2 : 1;
     SetClock(s_now + 10);
+  }
+}
+
+// The kernel's own times step back by ticks now and then.
+TEST_F(ModernGrowthTest, ALookShowsNoTimeOfAProcessorThatStepsBack) {
+  Asker look("CPUX", '4', kGrowthLooks);
+  Asker interval("CPUX", '4', kGrowthIntervals);
+  const struct {
+    double user, guest, idle;
+    const char* shown;
+  } cases[] = {{9, 2, 50, "7 2 50"},
+               {9, 2.01, 49.5, "7 2.01 50"},
+               {9.02, 2.01, 51, "7.01 2.01 51"},
+               {9.02, 2.01, kNotTold, "7.01 2.01 -"},
+               {2, 0, 10, "2 2.01 10"}};
+  for (const auto& one : cases) {
+    Collect(kCpus, {{"cpu7", one.user}, {"cpu8", 1}});
+    auto& figures = m_collector.GetModern()->cpuTimes.front();
+    figures.guest = one.guest;
+    figures.idle = one.idle;
+    const CMBRecord& row = *Ask(kCpus, look).front();
+    EXPECT_EQ(FieldText(row, "User Seconds") + ' ' + FieldText(row, "Guest Seconds") + ' ' +
+                  FieldText(row, "Idle Seconds"),
+              one.shown);
+    const auto& rows = Ask(kCpus, interval);
+    EXPECT_TRUE(rows.empty() || one.idle != 51 ||
+                FieldText(*rows.front(), "Idle Seconds") == "1.5");
   }
 }
 

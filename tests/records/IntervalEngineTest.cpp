@@ -141,7 +141,7 @@ TEST_F(IntervalEngineTest, AZeroIntervalEndsTheBuildOrSkipsTheRow) {
 
 TEST_F(IntervalEngineTest, InstancesThatVanishedAreForgottenWhereTheFamilySaysSo) {
   g_msgLogLevel = 0;
-  m_family.forgetsVanished = true;
+  m_family.forgetsAfter = 1;
   Asker asker("CPUP", '4', {.realtime = 0, .calcRates = 1});
   Asker look("CPUP", '4', {.realtime = 1, .calcRates = 0});
   std::int32_t now = 1000;
@@ -162,9 +162,14 @@ TEST_F(IntervalEngineTest, InstancesThatVanishedAreForgottenWhereTheFamilySaysSo
   EXPECT_EQ(m_rawRows.Count(), 22U);
   EXPECT_EQ(BuildRows(asker, false, {RawRow(now + 10, "stays", 9)}).at(0).interrupts, 4U);
   EXPECT_EQ(m_rawRows.Count(), 1U);
-  m_family.forgetsVanished = false;
-  (void)BuildRows(asker, false, {RawRow(now + 20, "other", 9)});
-  EXPECT_EQ(m_rawRows.Count(), 2U);
+  for (const auto& [after, count] :
+       std::vector<std::pair<unsigned, std::size_t>>{{0, 2}, {2, 2}, {2, 1}}) {
+    m_family.forgetsAfter = after;
+    now += 20;
+    (void)BuildRows(asker, false, {RawRow(now, "other", 9)});
+    (void)BuildRows(look, true, {RawRow(now, "other", 9)});
+    EXPECT_EQ(m_rawRows.Count(), count) << now;
+  }
 }
 
 TEST(PercentOf, IsZeroOfNothing) {

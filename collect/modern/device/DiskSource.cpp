@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <map>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -66,11 +67,13 @@ class VirtioSerials {
       return {};
     }
     const auto known = m_before.find({place, sequence});
-    std::string serial = known == m_before.end() ? folder.Line(kVirtioSerial) : known->second;
-    if (!serial.empty()) {
-      m_now[{place, sequence}] = serial;
+    // A disk without a number answers, too: with an empty text.
+    std::optional<std::string> serial =
+        known == m_before.end() ? folder.FindLine(kVirtioSerial) : known->second;
+    if (serial) {
+      m_now[{place, sequence}] = *serial;
     }
-    return serial;
+    return serial.value_or("");
   }
 
  private:

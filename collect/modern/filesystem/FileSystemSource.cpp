@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 #include <functional>
+#include <set>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -32,15 +33,53 @@ bool IsNeverAsked(std::string_view type) {
 }
 
 /// Types whose figures the kernel holds in memory, in order: no server and no program is asked for
-/// them, and not even a disk.
+/// them, and not even a disk but as CountsAtFirst() says.
 constexpr auto kAnswerAtOnce = std::to_array<std::string_view>(
     {"bcachefs", "btrfs",    "cramfs",    "devtmpfs", "erofs", "exfat", "ext2",   "ext3",
      "ext4",     "f2fs",     "hugetlbfs", "iso9660",  "jfs",   "msdos", "nilfs2", "ntfs3",
-     "ramfs",    "reiserfs", "squashfs",  "tmpfs",    "udf",   "vfat",  "xfs",    "zfs"});
+     "ramfs",    "reiserfs", "squashfs",  "tmpfs",    "vfat",  "xfs",   "zfs"});
 static_assert(std::is_sorted(kAnswerAtOnce.begin(), kAnswerAtOnce.end()));
 
 bool AnswersAtOnce(std::string_view type) {
   return std::binary_search(kAnswerAtOnce.begin(), kAnswerAtOnce.end(), type);
+}
+
+/// Whether the first question after the mount reads a whole table from the disk, to count what is
+/// free; later ones are answered from memory.
+bool CountsAtFirst(std::string_view type) { return type == "vfat" || type == "msdos"; }
+
+/// The mounts of such types that have answered before, by their ids and devices.
+class CountedMounts {
+ public:
+  /// Forgets those that are mounted no more.
+  void Begin(const std::vector<MountEntry>& mounts) {
+    Places still;
+    for (const MountEntry& mount : mounts) {
+      if (Has(mount)) {
+        still.insert(PlaceOf(mount));
+      }
+    }
+    m_places.swap(still);
+  }
+  [[nodiscard]] bool Has(const MountEntry& mount) const {
+    return m_places.contains(PlaceOf(mount));
+  }
+  void Add(const MountEntry& mount) {
+    if (CountsAtFirst(mount.type)) {
+      m_places.insert(PlaceOf(mount));
+    }
+  }
+
+ private:
+  using Places = std::set<std::pair<std::uint64_t, std::uint64_t>>;
+  static Places::value_type PlaceOf(const MountEntry& mount) { return {mount.id, mount.device}; }
+
+  Places m_places;
+};
+
+CountedMounts& KnownCountedMounts() {
+  static CountedMounts mounts;
+  return mounts;
 }
 
 /// Whether a path leads through one of the mount points, which are in order.
@@ -151,6 +190,7 @@ ModernFileSystemSource::ModernFileSystemSource() {
   m_mounts = ReadMounts();
   m_slow = SlowMountPoints(m_mounts.entries);
   m_mounts.entries = MountsToAsk(std::move(m_mounts.entries));
+  KnownCountedMounts().Begin(m_mounts.entries);
   if (MountQuestion::IsLimited()) {
     AskSlowOnes();
   }
@@ -158,7 +198,9 @@ ModernFileSystemSource::ModernFileSystemSource() {
 }
 
 bool ModernFileSystemSource::MayWait(const MountEntry& mount) const {
-  return !AnswersAtOnce(mount.type) || LeadsThrough(mount.mountPoint, m_slow);
+  return !AnswersAtOnce(mount.type) ||
+         (CountsAtFirst(mount.type) && !KnownCountedMounts().Has(mount)) ||
+         LeadsThrough(mount.mountPoint, m_slow);
 }
 
 void ModernFileSystemSource::AskSlowOnes() {
@@ -185,6 +227,9 @@ void ModernFileSystemSource::read(x_free_space* record) {
     const std::string place = PlaceOf(mount);
     const MountReply reply =
         MayWait(mount) ? m_question.Ask(place.c_str()) : MountQuestion::AskDirectly(place.c_str());
+    if (reply.answer == MountAnswer::kAnswered) {
+      KnownCountedMounts().Add(mount);
+    }
     if (reply.answer == MountAnswer::kFailed) {
       Trace(20, kError, "The error occurred by OS API(statfs). (en=%1, arg1=%2, arg2=%3)",
             reply.code, mount.mountPoint, AddressOf(&reply.figures));

@@ -28,7 +28,7 @@ class ModernFileSystemSource : public PtrSource<x_free_space, FileSystem, std::v
   inline static SourceStatistics s_statistics;
 
   [[nodiscard]] std::string PlaceOf(const MountEntry& mount) const;
-  /// Whether a server, or a program, has to answer for the mount or for one on the way to it.
+  /// Whether a server, a program or a slow disk has to answer for the mount or for one on the way.
   [[nodiscard]] bool MayWait(const MountEntry& mount) const;
   /// Has all those asked together, by children: to make them costs more than all other mounts.
   void AskSlowOnes();

@@ -128,7 +128,7 @@ std::string LinkNameOf(const std::vector<NetlinkLink>& links, std::int32_t index
 /// False, without rows, if the kernel does not answer whole.
 bool AskForLinkRows(std::vector<LinkFigures>& rows) {
   NetlinkTables tables = AskForLinks(LinkDetails::kKept);
-  if (tables.error != 0) {
+  if (tables.error != 0 || tables.mayLackLinks) {
     return false;
   }
   std::stable_sort(tables.links.begin(), tables.links.end(),

@@ -188,6 +188,7 @@ NetlinkTables AskForLinks(LinkDetails wanted) {
         tables.details.clear();
       },
       take);
+  tables.mayLackLinks = tables.isInterrupted;
   talk.AskWhole(
       addresses, [&tables] { tables.addresses.clear(); }, take);
   JoinAddresses(tables);

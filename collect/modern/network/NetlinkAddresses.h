@@ -54,6 +54,7 @@ struct NetlinkAddress {
 struct NetlinkTables : NetlinkOutcome {
   std::vector<NetlinkLink> links;
   std::vector<NetlinkAddress> addresses;
+  bool mayLackLinks = false;            ///< each answer was interrupted
   bool keepsDetails = false;            ///< set before an answer is taken
   std::vector<NetlinkDetails> details;  ///< one a link, if they are kept
 };

@@ -1,6 +1,15 @@
+#include <cmath>
+
 #include "local/metrics/node/NodeNames.h"
+#include "support/TimeValues.h"
 
 namespace {
+
+/// The number that the kernel has, which a sum is not: it counts in ticks.
+std::optional<double> SumInTicks(const NodeFields& fields) {
+  const std::optional<double> sum = SumOfTold(fields);
+  return sum ? std::optional(std::round(*sum * TicksPerSecond()) / TicksPerSecond()) : sum;
+}
 
 constexpr std::array kCpuLabels{NodeLabel{"cpu", "Processor"}};
 
@@ -11,7 +20,7 @@ constexpr const char* kGuestHelp =
     "Time that the processor spent in programs of guests, which the modes user and nice hold too";
 
 constexpr NodeEntry CpuMode(const char* labels, const char* field, const char* guest = nullptr) {
-  return {kCpuName, kCpuHelp, MetricKind::kCounter, {field, guest}, 1, labels};
+  return {kCpuName, kCpuHelp, MetricKind::kCounter, {field, guest}, 1, labels, SumInTicks};
 }
 
 // The record takes the time of guests out of that of programs.

@@ -109,6 +109,11 @@ TEST_F(DiskSourceTest, AttributesOfEachKind) {
   EXPECT_EQ(Read().at(3).serial, "");
   m_host.Write("/sys/block/vda/serial", "v3");
   EXPECT_EQ(Read().at(3).serial, "v3") << "what could not be read is asked for again";
+  m_host.Write("/sys/block/vda/diskseq", "12\n");
+  m_host.Write("/sys/block/vda/serial", "");
+  EXPECT_EQ(Read().at(3).serial, "");
+  m_host.Write("/sys/block/vda/serial", "v4");
+  EXPECT_EQ(Read().at(3).serial, "") << "to have none is an answer";
   m_host.Remove("/sys/block/vda/diskseq");
   EXPECT_EQ(Read().at(3).serial, "") << "it would be asked for each time";
 }

@@ -103,6 +103,25 @@ TEST_F(LinkSourceTest, TakesWhatTheKernelTells) {
   EXPECT_EQ(LinkNumbers(rows[2]), expected);
 }
 
+TEST_F(LinkSourceTest, LinksAreReadFromTheirFilesIfEachAnswerIsInterrupted) {
+  const std::string answer = Answer().Link(900, 0).Attribute(IFLA_IFNAME, "qmt-port").Bytes() +
+                             Answer().End(NLMSG_DONE, 1, 0).Bytes();
+  constexpr std::uint16_t kCut = NLM_F_DUMP_INTR;
+  for (const auto& flags : std::vector<std::vector<std::uint16_t>>{
+           {kCut, kCut, kCut, 0}, {kCut, kCut, 0, 0}, {0, kCut, kCut, kCut}}) {
+    g_datagrams.clear();
+    for (std::size_t asked = 0; asked < flags.size(); ++asked) {
+      g_datagrams.push_back(
+          Renumbered(answer, static_cast<std::uint32_t>(asked + 1), flags[asked]));
+    }
+    Os().socket = KernelSocket;
+    const std::vector<LinkFigures> rows = Read();
+    CloseKernelEnd();
+    const bool isTold = std::ranges::find(rows, "qmt-port", &LinkFigures::name) != rows.end();
+    EXPECT_EQ(isTold, flags[2] != kCut || flags[0] == 0);
+  }
+}
+
 TEST_F(LinkSourceTest, ACapturedHostIsReadFromItsFiles) {
   Os().socket = [](int, int, int) -> int {
     ADD_FAILURE() << "this machine's links are another host's";
