@@ -146,7 +146,7 @@ void AlarmDesk::TakeActive(const Json& list) {
   m_listed.clear();
   for (const AlarmPtr& alarm : ReadAlarms(list)) {
     m_listed.insert(alarm->Key());
-    Tell(alarm, !m_before.active.contains(alarm->Key()) || m_before.owed.contains(alarm->Key()));
+    Tell(alarm, !m_before.active.contains(alarm->Key()));
   }
 }
 
@@ -170,7 +170,8 @@ void AlarmDesk::AskMissed() {
 void AlarmDesk::TellMissed() {
   const std::uint64_t lost = m_missed->Lost();
   for (const AlarmPtr& alarm : m_missed->Ended()) {
-    Tell(alarm, true);
+    Tell(alarm, m_memory.active.contains(alarm->Key()) ||
+                    m_before.IsNewToAll(alarm->Key(), std::time(nullptr)));
   }
   // After them, as what memory lacks for is asked for anew, and those lost are counted anew then.
   for (const auto& receiver : m_receivers) {
@@ -241,7 +242,10 @@ void AlarmDesk::TakeEvent(const AlarmPtr& alarm) {
 void AlarmDesk::Tell(const AlarmPtr& alarm, bool isNews) {
   // Before it counts as told: where memory lacks it is told once more rather than never.
   for (const auto& receiver : m_receivers) {
-    receiver->Take(alarm, isNews);
+    const bool isItsNews = isNews || m_memory.IsOwedTo(receiver->Number(), alarm->Key());
+    if (isItsNews || alarm->IsActive()) {
+      receiver->Take(alarm, isItsNews);
+    }
   }
   if (alarm->IsActive()) {
     m_active[alarm->Key()] = alarm;
@@ -270,7 +274,9 @@ void AlarmDesk::Save() {
     memory.MeasureAs(m_before);
   }
   for (const auto& receiver : m_receivers) {
-    receiver->AddOwed(memory.owed);
+    std::set<AlarmKey> keys;
+    receiver->AddOwed(keys);
+    memory.AddOwed(receiver->Number(), keys, m_receivers.size());
   }
   if (!(memory == m_saved)) {
     m_file.Write(AlarmMemoryText(memory));

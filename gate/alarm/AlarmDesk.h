@@ -65,6 +65,7 @@ class AlarmDesk {
   void GoLive();
   void EndForgotten();
   void TakeEvent(const AlarmPtr& alarm);
+  /// `isNews`: to all receivers, else to those alone that it is owed to.
   void Tell(const AlarmPtr& alarm, bool isNews);
   void PlanSave();
   void Save();

@@ -82,6 +82,7 @@ class AlarmDeskTest : public ::testing::Test {
   void Begin() {
     AlarmTargets targets;
     targets.webhooks = {server.Url()};
+    targets.webhooks.insert(targets.webhooks.end(), others.begin(), others.end());
     targets.folder = folder.Path().string();
     session.emplace(Path(), targets, [this](const std::string& line) {
       const std::lock_guard lock(mutex);
@@ -114,6 +115,7 @@ class AlarmDeskTest : public ::testing::Test {
   std::vector<std::string> log;
   std::atomic<bool> isRefusing = false;  ///< to list alarms
   std::string status = "200 OK";
+  std::vector<std::string> others;  ///< further webhooks
   FakeServer server{[this](const FakeServer::Request& request) {
     const std::lock_guard lock(mutex);
     const Json alarm = ParseJson(request.body).value["alarm"];
@@ -300,7 +302,7 @@ TEST(MissedAlarmsTest, WhatIsOwedIsAskedForSinceItsBegin) {
   before.contact = 10000;
   before.active = {{1000, 1}};
   EXPECT_EQ(MissedAlarms(before, before, {}, {}).Question()["since"], Json(9940));
-  before.owed = {{5000, 2}, {3000, 3}};
+  before.owed = {{{5000, 2}, {}}, {{3000, 3}, {}}};
   EXPECT_EQ(MissedAlarms(before, before, {{3000, 3}}, {}).Question()["since"], Json(5000));
 }
 
@@ -332,6 +334,28 @@ TEST_F(AlarmDeskTest, AGateThatComesBackTellsWhatItHasMissedOrStillOwes) {
   Begin();
   EXPECT_THAT(Told(1), ElementsAre("2 active"));
   EXPECT_THAT(log, Contains(HasSubstr("alarms.json: it is no file of this program's; all alarms")));
+}
+
+TEST_F(AlarmDeskTest, WhatOneReceiverIsOwedIsToldToThatOneAlone) {
+  std::atomic<bool> isAway = true;
+  std::atomic<int> taken = 0;
+  FakeServer other([&](const FakeServer::Request& request) {
+    taken += isAway ? 0 : 1;
+    return request.Answer(isAway ? "500 Oops" : "200 OK");
+  });
+  others = {other.Url()};
+  Set(Json::Array({ToldAlarm(7, 1000)}));
+  Begin();
+  EXPECT_THAT(Told(1), ElementsAre("7 active"));
+  const std::string owed = R"("owed":[{"id":7,"since":1000,"to":[)";
+  EXPECT_TRUE(WaitUntil([&] { return Kept().find(owed) != std::string::npos; })) << Kept();
+  session.reset();
+  isAway = false;
+  Begin();
+  EXPECT_TRUE(WaitUntil([&] { return taken == 1; }));
+  EXPECT_THAT(Told(0), IsEmpty());
+  EXPECT_TRUE(WaitUntil([&] { return Kept().find(R"("owed":[])") != std::string::npos; }))
+      << Kept();
 }
 
 TEST(AlarmMemoryTest, AllThatTheDaemonMayHaveActiveIsKept) {
