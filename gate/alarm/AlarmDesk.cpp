@@ -18,6 +18,7 @@ constexpr std::chrono::seconds kFollowPause{1};
 /// A daemon that tells no alarms may be another one by then.
 constexpr std::chrono::seconds kRefusedPause{60};
 constexpr std::chrono::seconds kSavePause{1};
+constexpr std::chrono::seconds kTick{20};
 constexpr std::size_t kMostEarlyLines = 10000;
 constexpr JsonLimits kAlarmJson{.depth = 32};
 
@@ -34,6 +35,7 @@ AlarmDesk::AlarmDesk(DaemonDesk& desk, HttpSender& sender, AlarmTargets targets,
       m_hooks(std::move(hooks)),
       m_again(desk.Loop()),
       m_save(desk.Loop()),
+      m_tick(desk.Loop()),
       m_file(desk.Loop(), m_targets.folder.empty() ? "" : m_targets.folder + "/alarms.json",
              [this](const std::string& error) { OnSaved(error); }) {
   MakeReceivers();
@@ -99,10 +101,6 @@ void AlarmDesk::Follow() {
 }
 
 void AlarmDesk::FollowAgain(std::chrono::milliseconds pause) {
-  if (m_isLive) {
-    m_memory.contact = std::time(nullptr);
-    PlanSave();
-  }
   m_isLive = false;
   m_question.reset();
   m_missed.reset();
@@ -127,12 +125,12 @@ void AlarmDesk::OnAnswer(bool isGood, std::string_view line) {
     // What the answers before have told may be newer than what is still missed.
     before.MeasureAs(m_before);
   }
-  m_memory.BoundBy(std::time(nullptr));
-  before.BoundBy(std::time(nullptr));
+  m_memory.BoundBy(m_hooks.now());
+  before.BoundBy(m_hooks.now());
   m_before = std::move(before);
   m_isCatchingUp = true;
   // What ends from now on is news, also where the first answer can't be taken.
-  m_memory.contact = m_memory.contact == 0 ? std::time(nullptr) : m_memory.contact;
+  m_memory.contact = m_memory.contact == 0 ? m_hooks.now() : m_memory.contact;
   TakeActive(list == nullptr ? Json::Array() : *list);
   if (m_before.contact == 0) {
     GoLive();
@@ -146,7 +144,7 @@ void AlarmDesk::TakeActive(const Json& list) {
   m_listed.clear();
   for (const AlarmPtr& alarm : ReadAlarms(list)) {
     m_listed.insert(alarm->Key());
-    Tell(alarm, !m_before.active.contains(alarm->Key()) || m_before.owed.contains(alarm->Key()));
+    Tell(alarm, !m_before.active.contains(alarm->Key()));
   }
 }
 
@@ -170,7 +168,8 @@ void AlarmDesk::AskMissed() {
 void AlarmDesk::TellMissed() {
   const std::uint64_t lost = m_missed->Lost();
   for (const AlarmPtr& alarm : m_missed->Ended()) {
-    Tell(alarm, true);
+    Tell(alarm, m_memory.active.contains(alarm->Key()) ||
+                    m_before.IsNewToAll(alarm->Key(), m_hooks.now()));
   }
   // After them, as what memory lacks for is asked for anew, and those lost are counted anew then.
   for (const auto& receiver : m_receivers) {
@@ -191,13 +190,25 @@ void AlarmDesk::GoLive() {
   m_isLive = true;
   m_isCatchingUp = false;
   m_memory.owed.clear();
-  m_memory.contact = std::time(nullptr);
+  m_memory.contact = m_hooks.now();
   // What goes on may have begun while the clock was wrong.
   m_memory.BoundBy(m_memory.contact);
+  NoteContact();
   PlanSave();
   for (const std::string& line : std::exchange(m_lines, {})) {
     OnLine(line);
   }
+}
+
+void AlarmDesk::NoteContact() {
+  // What this process has not read while it was stopped may be lost: the time is noted once the
+  // next one shows that the daemon is still followed.
+  m_tick.After(kTick, [this, time = m_hooks.now()] {
+    if (m_isLive) {
+      m_memory.contact = time;
+      NoteContact();
+    }
+  });
 }
 
 void AlarmDesk::EndForgotten() {
@@ -206,7 +217,7 @@ void AlarmDesk::EndForgotten() {
       continue;
     }
     if (const auto known = m_active.find(key); known != m_active.end()) {
-      Tell(EndedAlarm(*known->second, std::time(nullptr)), true);
+      Tell(EndedAlarm(*known->second, m_hooks.now()), true);
     } else {
       m_memory.active.erase(key);
     }
@@ -232,16 +243,18 @@ void AlarmDesk::OnLine(std::string_view line) {
 
 void AlarmDesk::TakeEvent(const AlarmPtr& alarm) {
   const bool isKnown = m_memory.active.contains(alarm->Key());
-  if (isKnown || m_memory.IsNew(alarm->Key(), std::time(nullptr))) {
+  if (isKnown || m_memory.IsNew(alarm->Key(), m_hooks.now())) {
     Tell(alarm, !isKnown || !alarm->IsActive());
-    m_memory.contact = std::time(nullptr);
   }
 }
 
 void AlarmDesk::Tell(const AlarmPtr& alarm, bool isNews) {
   // Before it counts as told: where memory lacks it is told once more rather than never.
   for (const auto& receiver : m_receivers) {
-    receiver->Take(alarm, isNews);
+    const bool isItsNews = isNews || m_memory.IsOwedTo(receiver->Number(), alarm->Key());
+    if (isItsNews || alarm->IsActive()) {
+      receiver->Take(alarm, isItsNews);
+    }
   }
   if (alarm->IsActive()) {
     m_active[alarm->Key()] = alarm;
@@ -270,7 +283,9 @@ void AlarmDesk::Save() {
     memory.MeasureAs(m_before);
   }
   for (const auto& receiver : m_receivers) {
-    receiver->AddOwed(memory.owed);
+    std::set<AlarmKey> keys;
+    receiver->AddOwed(keys);
+    memory.AddOwed(receiver->Number(), keys, m_receivers.size());
   }
   if (!(memory == m_saved)) {
     m_file.Write(AlarmMemoryText(memory));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ctime>
 #include <functional>
 #include <map>
 #include <memory>
@@ -40,6 +41,8 @@ class AlarmDesk {
     std::function<void(const std::string& text)> report;
     /// Figures have changed.
     std::function<void()> onFigures;
+    /// The clock.
+    std::function<std::time_t()> now = [] { return std::time(nullptr); };
   };
 
   /// `desk` and `sender` outlive it.
@@ -63,8 +66,11 @@ class AlarmDesk {
   void AskMissed();
   void TellMissed();
   void GoLive();
+  /// Has it noted now and then until when all is known.
+  void NoteContact();
   void EndForgotten();
   void TakeEvent(const AlarmPtr& alarm);
+  /// `isNews`: to all receivers, else to those alone that it is owed to.
   void Tell(const AlarmPtr& alarm, bool isNews);
   void PlanSave();
   void Save();
@@ -90,6 +96,7 @@ class AlarmDesk {
   DaemonDesk::QuestionPtr m_question;
   LoopTimer m_again;
   LoopTimer m_save;
+  LoopTimer m_tick;
   FileWriter m_file;
   bool m_isSavePlanned = false;
   bool m_isRefusalTold = false;

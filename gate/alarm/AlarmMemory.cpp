@@ -1,6 +1,8 @@
 #include "gate/alarm/AlarmMemory.h"
 
 #include <algorithm>
+#include <span>
+#include <utility>
 
 #include "gate/access/AccessError.h"
 #include "gate/access/CheckedFile.h"
@@ -13,25 +15,64 @@ std::int64_t MemoryNumber(const Json* value) {
   return value != nullptr && value->IsUnsigned() && value->Unsigned() <= kMost ? value->Whole() : 0;
 }
 
-std::set<AlarmKey> KeysOf(const Json* list) {
-  std::set<AlarmKey> keys;
-  if (list != nullptr && list->IsArray()) {
-    for (const Json& alarm : list->Elements()) {
-      keys.insert({MemoryNumber(alarm.Find("since")), MemoryNumber(alarm.Find("id"))});
-    }
-  }
-  return keys;
+AlarmKey KeyOf(const Json& alarm) {
+  return {MemoryNumber(alarm.Find("since")), MemoryNumber(alarm.Find("id"))};
 }
 
-Json KeysJson(const std::set<AlarmKey>& keys) {
+Json KeyJson(const AlarmKey& key) { return Json{{"id", key.id}, {"since", key.since}}; }
+
+std::span<const Json> ElementsOf(const Json* list) {
+  return list != nullptr && list->IsArray() ? std::span(list->Elements()) : std::span<const Json>();
+}
+
+std::set<std::uint64_t> OwedToOf(const Json& alarm) {
+  std::set<std::uint64_t> receivers;
+  for (const Json& receiver : ElementsOf(alarm.Find("to"))) {
+    if (receiver.IsUnsigned()) {
+      receivers.insert(receiver.Unsigned());
+    }
+  }
+  return receivers;
+}
+
+Json ActiveJson(const std::set<AlarmKey>& keys) {
   Json list = Json::Array();
-  for (const auto& [since, id] : keys) {
-    list.PushBack(Json{{"id", id}, {"since", since}});
+  for (const AlarmKey& key : keys) {
+    list.PushBack(KeyJson(key));
+  }
+  return list;
+}
+
+Json OwedJson(const AlarmMemory& memory) {
+  Json list = Json::Array();
+  for (const auto& [key, receivers] : memory.owed) {
+    Json alarm = KeyJson(key);
+    if (!receivers.empty()) {
+      Json numbers = Json::Array();
+      for (const std::uint64_t receiver : receivers) {
+        numbers.PushBack(receiver);
+      }
+      alarm["to"] = std::move(numbers);
+    }
+    list.PushBack(std::move(alarm));
   }
   return list;
 }
 
 }  // namespace
+
+void AlarmMemory::AddOwed(std::uint64_t receiver, const std::set<AlarmKey>& keys,
+                          std::size_t receivers) {
+  for (const AlarmKey& key : keys) {
+    const auto [place, isNew] = owed.try_emplace(key);
+    if (isNew || !place->second.empty()) {
+      place->second.insert(receiver);
+    }
+    if (place->second.size() == receivers) {
+      place->second.clear();
+    }
+  }
+}
 
 void AlarmMemory::BoundBy(std::int64_t now) {
   contact = std::min(contact, now);
@@ -65,8 +106,12 @@ AlarmMemory ReadAlarmMemory(const std::string& path, std::string& error) {
     memory.contact = MemoryNumber(told.Find("contact"));
     memory.newest = MemoryNumber(told.Find("newest"));
     memory.newestSince = MemoryNumber(told.Find("newest_since"));
-    memory.active = KeysOf(told.Find("active"));
-    memory.owed = KeysOf(told.Find("owed"));
+    for (const Json& alarm : ElementsOf(told.Find("active"))) {
+      memory.active.insert(KeyOf(alarm));
+    }
+    for (const Json& alarm : ElementsOf(told.Find("owed"))) {
+      memory.owed.emplace(KeyOf(alarm), OwedToOf(alarm));
+    }
   } catch (const PassingAccessError&) {
     // It is not as none, and would be written anew.
     throw;
@@ -80,7 +125,7 @@ std::string AlarmMemoryText(const AlarmMemory& memory) {
   const Json told{{"contact", memory.contact},
                   {"newest", memory.newest},
                   {"newest_since", memory.newestSince},
-                  {"active", KeysJson(memory.active)},
-                  {"owed", KeysJson(memory.owed)}};
+                  {"active", ActiveJson(memory.active)},
+                  {"owed", OwedJson(memory)}};
   return JsonText(told) + '\n';
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <set>
 #include <string>
 
@@ -14,13 +15,25 @@ struct AlarmMemory {
   std::int64_t newest = 0;       ///< the greatest number
   std::int64_t newestSince = 0;  ///< the latest begin
   std::set<AlarmKey> active;
-  std::set<AlarmKey> owed;  ///< those whose news was not told yet
+  /// Those whose news was not told yet, and the receivers that lack it, as they are numbered by
+  /// AlarmReceiver::Number(); no number stands for all of them.
+  std::map<AlarmKey, std::set<std::uint64_t>> owed;
 
   /// Whether an alarm was never told. One with a number of before and a begin ahead of the clock
   /// was, while that was wrong.
   [[nodiscard]] bool IsNew(const AlarmKey& key, std::int64_t now) const {
-    return key.id > newest || IsLater(key, now) || owed.contains(key);
+    return IsNewToAll(key, now) || owed.contains(key);
   }
+  /// The same, but for what is owed.
+  [[nodiscard]] bool IsNewToAll(const AlarmKey& key, std::int64_t now) const {
+    return key.id > newest || IsLater(key, now);
+  }
+  [[nodiscard]] bool IsOwedTo(std::uint64_t receiver, const AlarmKey& key) const {
+    const auto place = owed.find(key);
+    return place != owed.end() && (place->second.empty() || place->second.contains(receiver));
+  }
+  /// Notes that one of `receivers` lacks the news of some alarms.
+  void AddOwed(std::uint64_t receiver, const std::set<AlarmKey>& keys, std::size_t receivers);
   /// Whether an alarm began after all that were told; with a number of before it is one of a new
   /// history then.
   [[nodiscard]] bool IsLater(const AlarmKey& key, std::int64_t now) const {

@@ -7,6 +7,7 @@
 
 #include "gate/alarm/Alarm.h"
 #include "gate/send/SendRequest.h"
+#include "support/TextHash.h"
 
 /// What a receiver has been sent since it was made.
 struct ReceiverFigures {
@@ -40,6 +41,8 @@ class AlarmReceiver {
   /// So many alarms have begun and ended of which nobody can tell it.
   virtual void Miss(std::uint64_t count) = 0;
   [[nodiscard]] virtual const ReceiverFigures& Figures() const = 0;
+  /// What stands for its address where that may hold secrets; the same after a restart.
+  [[nodiscard]] std::uint64_t Number() const { return TextHash(Figures().url); }
   /// Adds alarms whose news is still to be told.
   virtual void AddOwed(std::set<AlarmKey>& keys) const = 0;
 };

@@ -15,7 +15,7 @@ MissedAlarms::MissedAlarms(const AlarmMemory& before, const AlarmMemory& now,
                            const std::set<AlarmKey>& listed, Bounds bounds)
     : m_before(before), m_now(now), m_bounds(bounds), m_since(before.contact - kOverlap) {
   // What was active has ended since that contact; what is owed may have ended before it.
-  for (const AlarmKey& key : before.owed) {
+  for (const auto& [key, receivers] : before.owed) {
     m_since = listed.contains(key) ? m_since : std::min(m_since, key.since);
   }
   m_since = std::max<std::int64_t>(m_since, 0);

@@ -11,6 +11,8 @@ namespace {
 constexpr std::int64_t kSecondsOfDay = 86400;
 constexpr std::chrono::hours kRefusalTold{1};
 constexpr std::chrono::minutes kErrorTold{10};
+/// Samples that are asked for however long they take to send.
+constexpr std::size_t kLeastAsked = 100;
 
 /// Whether the server refuses samples for their age: it has newer ones of their series, or keeps
 /// none that are so old. The protocol has no other word for it.
@@ -34,7 +36,8 @@ PushTarget::PushTarget(DaemonDesk& desk, HttpSender& sender, TargetSettings sett
       m_pace(pace),
       m_cursor(desk.Loop(), state, m_settings.name, m_settings.url),
       m_backoff(pace.firstPause, pace.longestPause),
-      m_timer(desk.Loop()) {}
+      m_timer(desk.Loop()),
+      m_asked(m_settings.batch) {}
 
 template <class Action>
 void PushTarget::Guarded(Action action) {
@@ -90,7 +93,7 @@ void PushTarget::Ask() {
                      {"names", m_settings.hasNodeNames ? "node" : "agent"},
                      {"after", std::move(after)},
                      {"since", m_cursor.Since()},
-                     {"samples", m_settings.batch}};
+                     {"samples", m_asked}};
   m_answer = {};
   m_question = m_desk.Ask(
       request, [this](std::string_view bytes) { return m_answer.Take(bytes); },
@@ -151,7 +154,8 @@ void PushTarget::Send() {
 }
 
 void PushTarget::OnSent(const SendResult& result, const WriteBody& body) {
-  m_counts.seconds += std::chrono::duration<double>(Clock::now() - m_sendingSince).count();
+  const Clock::duration taken = Clock::now() - m_sendingSince;
+  m_counts.seconds += std::chrono::duration<double>(taken).count();
   if (IsTaken(result)) {
     m_counts.sentSamples += body.samples;
     m_batchSent += body.samples;
@@ -159,6 +163,7 @@ void PushTarget::OnSent(const SendResult& result, const WriteBody& body) {
       m_counts.refusedSamples += body.leftOut;
       TellRefused("the daemon's series can't be read", body.leftOut);
     }
+    AskForMore(taken);
     m_halvesLeft = kHalvesOfOneTime;
     m_backoff.Reset();
     m_refusal.clear();
@@ -173,8 +178,27 @@ void PushTarget::OnSent(const SendResult& result, const WriteBody& body) {
   m_hooks.onChange();
 }
 
+void PushTarget::AskForMore(Clock::duration taken) {
+  // Twice as much would else take longer than the timeout.
+  const std::size_t more = 2 * taken < m_pace.timeout ? m_asked : kLeastAsked;
+  m_asked = std::min(m_asked + more, m_settings.batch);
+}
+
+void PushTarget::AskForLess() {
+  if (m_asked > kLeastAsked) {
+    m_asked = std::max(m_asked / 2, kLeastAsked);
+  }
+  if (!m_batch->IsUntouched() && m_batch->Next().size() > kLeastAsked) {
+    static_cast<void>(m_batch->HalveByTime() || m_batch->Halve());
+  }
+}
+
 void PushTarget::OnFailure(const SendResult& result) {
   SetError(WordsOf(result));
+  constexpr int kServerTimeout = 408;
+  if (result.isTimeout || result.status == kServerTimeout) {
+    AskForLess();
+  }
   const Backoff::Pause pause = m_backoff.Next(result.retryAfter);
   if (m_batch->IsUntouched()) {
     // History keeps it better than this process does.

@@ -77,6 +77,10 @@ class PushTarget {
   void Send();
   void OnSent(const SendResult& result, const WriteBody& body);
   void OnFailure(const SendResult& result);
+  /// After what was sent is taken, in so long a time.
+  void AskForMore(Clock::duration taken);
+  /// What takes longer than a request may would be sent in vain for ever.
+  void AskForLess();
   void OnRefusal(const SendResult& result);
   void PassOver(const SendResult& result);
   void OnBatchDone();
@@ -98,6 +102,7 @@ class PushTarget {
   PushCursor m_cursor;
   Backoff m_backoff;
   LoopTimer m_timer;
+  std::size_t m_asked;  ///< samples of the next question, as many as a request may take in time
   SampleAnswer m_answer;
   DaemonDesk::QuestionPtr m_question;
   std::optional<PushBatch> m_batch;

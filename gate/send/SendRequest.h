@@ -33,6 +33,7 @@ struct SendResult {
   std::string error;  ///< why there was none, in words
   std::string body;   ///< the answer's first 64 KB or less, hostile as ever
   std::chrono::seconds retryAfter{0};  ///< how long the server wants to be left alone; 0: untold
+  bool isTimeout = false;              ///< there was no answer within the request's timeout
 };
 
 /// Whether the server has taken what was sent.

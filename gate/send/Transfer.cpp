@@ -173,7 +173,10 @@ SendResult Transfer::Result(int code) {
     result.status = m_status;
     result.retryAfter = std::chrono::seconds(retryAfter);
     result.body = std::move(m_body);
-  } else if (m_headSize > HttpSender::kMostHeads) {
+    return result;
+  }
+  result.isTimeout = known == CURLE_OPERATION_TIMEDOUT;
+  if (m_headSize > HttpSender::kMostHeads) {
     result.error = "the server's answer is too long";
   } else if (m_error[0] != '\0') {
     result.error = m_error.data();

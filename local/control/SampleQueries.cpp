@@ -167,6 +167,8 @@ struct SampleQueries::Work {
   MetricText text{MetricFormat::kSamples};
   std::size_t rows = 0;
   std::int64_t oldest = 0;
+  TurnClock::time_point answerBy;
+  bool hasMoved = false;        ///< some place is another than the one that was asked for
   std::int64_t totalsRead = 0;  ///< the row up to which all totals that are wanted are given
 
   /// A record, and what has its rows.
@@ -198,6 +200,7 @@ struct SampleQueries::Work {
     const bool isGiven = record.place.row > 0 && record.place.time == time;
     TakenRows& taken = source.rows->Take();
     if (isGiven) {
+      hasMoved = true;
       record.NoteTaken(source.rows->Last());
       return true;
     }
@@ -213,6 +216,7 @@ struct SampleQueries::Work {
       text.CutTo(before);
       return false;
     }
+    hasMoved = true;
     oldest = rows == 0 ? time : oldest;
     rows += taken.Size();
     record.NoteTaken(source.rows->Last());
@@ -227,6 +231,7 @@ struct SampleQueries::Work {
       const bool isOfThatTime = record.place.row > 0 && record.place.time == passed.time;
       if (begin && passed.row >= *begin && passed.row > record.taken && !isOfThatTime) {
         record.place = PassedPlace(passed);
+        hasMoved = true;
       }
     }
   }
@@ -246,8 +251,9 @@ struct SampleQueries::Work {
   }
 };
 
-SampleQueries::SampleQueries(RequestTurns& turns, HistoryStore& store, const ScheduleBook& schedule)
-    : m_store(store), m_schedule(schedule), m_turns(turns, store) {
+SampleQueries::SampleQueries(RequestTurns& turns, HistoryStore& store, const ScheduleBook& schedule,
+                             std::chrono::milliseconds longestLook)
+    : m_store(store), m_schedule(schedule), m_turns(turns, store), m_longestLook(longestLook) {
   m_store.OnClosing([this] { DropReaders(); });
 }
 
@@ -257,6 +263,7 @@ void SampleQueries::Samples(const std::shared_ptr<ControlRequest>& request) {
   const Json& message = request->Message();
   const auto work = std::make_shared<Work>();
   work->request = request;
+  work->answerBy = TurnClock::now() + m_longestLook;
   for (auto error :
        {ReadSampleNames(message, work->names), ReadSampledRecords(message, work->records),
         ReadPlaces(message, work->records), ReadSampleCount(message, work->most)}) {
@@ -338,10 +345,12 @@ bool SampleQueries::TakeTurn(SqlDatabase& database, Work& work) {
   DropOldReaders(database);
   SeekAll(database, work, end);
   const Reading reading = ReadOn(work, end);
-  if (reading != Reading::kWaits) {
-    Answer(work, reading == Reading::kHasMore);
+  // Who would be told the place that it asked for would not get on.
+  if (reading == Reading::kWaits && !(work.hasMoved && end >= work.answerBy)) {
+    return true;
   }
-  return reading == Reading::kWaits;
+  Answer(work, reading != Reading::kDone);
+  return false;
 }
 
 SampleQueries::Reading SampleQueries::ReadOn(Work& work, TurnClock::time_point end) {

@@ -28,11 +28,15 @@ class SampleQueries {
   static constexpr std::size_t kUsualSamples = 10000;
   /// The longest time that an answer names until it is of use to ask again.
   static constexpr std::chrono::seconds kLongestWait{60};
+  /// Who has looked for so long answers with what there is, and where to go on from: clients do not
+  /// wait for ever, and would begin anew where they did.
+  static constexpr std::chrono::milliseconds kLongestLook{5000};
   /// An answer that is longer ends.
   static constexpr std::size_t kMostBytes = std::size_t{16} << 20;
 
   /// All outlive it and the requests.
-  SampleQueries(RequestTurns& turns, HistoryStore& store, const ScheduleBook& schedule);
+  SampleQueries(RequestTurns& turns, HistoryStore& store, const ScheduleBook& schedule,
+                std::chrono::milliseconds longestLook = kLongestLook);
   ~SampleQueries();
   SampleQueries(const SampleQueries&) = delete;
   SampleQueries& operator=(const SampleQueries&) = delete;
@@ -62,6 +66,7 @@ class SampleQueries {
   HistoryStore& m_store;
   const ScheduleBook& m_schedule;
   HistoryTurns m_turns;
+  std::chrono::milliseconds m_longestLook;
   std::map<const RecordLayout*, std::unique_ptr<RowReader>> m_readers;
   std::optional<TotalsReader> m_totals;
   std::int64_t m_schema = 0;  ///< of the file as the readers are made for it

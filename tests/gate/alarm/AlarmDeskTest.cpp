@@ -23,12 +23,10 @@ class AlarmDeskTest : public ::testing::Test {
  protected:
   /// What a gate is for as long as it runs.
   struct Session {
-    Session(const std::string& path, const AlarmTargets& targets,
-            std::function<void(const std::string&)> report)
+    Session(const std::string& path, const AlarmTargets& targets, AlarmDesk::Hooks hooks)
         : desk(loop, path),
           sender(loop),
-          alarms(std::make_unique<AlarmDesk>(desk, sender, targets,
-                                             AlarmDesk::Hooks{std::move(report), [] {}})),
+          alarms(std::make_unique<AlarmDesk>(desk, sender, targets, std::move(hooks))),
           runner([this] { loop.Run(); }) {}
     ~Session() { Stop(); }
     void Stop() {
@@ -82,11 +80,14 @@ class AlarmDeskTest : public ::testing::Test {
   void Begin() {
     AlarmTargets targets;
     targets.webhooks = {server.Url()};
+    targets.webhooks.insert(targets.webhooks.end(), others.begin(), others.end());
     targets.folder = folder.Path().string();
-    session.emplace(Path(), targets, [this](const std::string& line) {
+    const auto report = [this](const std::string& line) {
       const std::lock_guard lock(mutex);
       log.push_back(line);
-    });
+    };
+    session.emplace(Path(), targets,
+                    AlarmDesk::Hooks{report, [] {}, [this] { return std::time(nullptr) + ahead; }});
   }
   void TellEvent(const Json& alarm) {
     EXPECT_TRUE(WaitUntil([&] { return daemon.Followers("alarm_follow") != 0; }));
@@ -105,6 +106,10 @@ class AlarmDeskTest : public ::testing::Test {
   }
   [[nodiscard]] std::string Path() const { return (folder.Path() / "control.sock").string(); }
   [[nodiscard]] std::string Kept() const { return folder.Read("alarms.json"); }
+  /// Whether it comes to hold the text.
+  [[nodiscard]] bool Keeps(const std::string& text) const {
+    return WaitUntil([&] { return Kept().find(text) != std::string::npos; });
+  }
 
   TempFolder folder;
   std::mutex mutex;
@@ -114,6 +119,8 @@ class AlarmDeskTest : public ::testing::Test {
   std::vector<std::string> log;
   std::atomic<bool> isRefusing = false;  ///< to list alarms
   std::string status = "200 OK";
+  std::atomic<std::time_t> ahead = 0;  ///< seconds that the gate's clock is
+  std::vector<std::string> others;     ///< further webhooks
   FakeServer server{[this](const FakeServer::Request& request) {
     const std::lock_guard lock(mutex);
     const Json alarm = ParseJson(request.body).value["alarm"];
@@ -300,7 +307,7 @@ TEST(MissedAlarmsTest, WhatIsOwedIsAskedForSinceItsBegin) {
   before.contact = 10000;
   before.active = {{1000, 1}};
   EXPECT_EQ(MissedAlarms(before, before, {}, {}).Question()["since"], Json(9940));
-  before.owed = {{5000, 2}, {3000, 3}};
+  before.owed = {{{5000, 2}, {}}, {{3000, 3}, {}}};
   EXPECT_EQ(MissedAlarms(before, before, {{3000, 3}}, {}).Question()["since"], Json(5000));
 }
 
@@ -311,10 +318,7 @@ TEST_F(AlarmDeskTest, AGateThatComesBackTellsWhatItHasMissedOrStillOwes) {
   status = "500 Oops";
   TellEvent(ToldAlarm(3, 1002));
   EXPECT_THAT(Told(1), Contains("3 active"));
-  const auto isKept = [&] {
-    return Kept().find(R"("owed":[{"id":3,"since":1002}])") != std::string::npos;
-  };
-  EXPECT_TRUE(WaitUntil(isKept)) << Kept();
+  EXPECT_TRUE(Keeps(R"("owed":[{"id":3,"since":1002}])")) << Kept();
   session.reset();
   Told(0);
   status = "200 OK";
@@ -332,6 +336,39 @@ TEST_F(AlarmDeskTest, AGateThatComesBackTellsWhatItHasMissedOrStillOwes) {
   Begin();
   EXPECT_THAT(Told(1), ElementsAre("2 active"));
   EXPECT_THAT(log, Contains(HasSubstr("alarms.json: it is no file of this program's; all alarms")));
+}
+
+TEST_F(AlarmDeskTest, WhatOneReceiverIsOwedIsToldToThatOneAlone) {
+  std::atomic<bool> isAway = true;
+  std::atomic<int> taken = 0;
+  FakeServer other([&](const FakeServer::Request& request) {
+    taken += isAway ? 0 : 1;
+    return request.Answer(isAway ? "500 Oops" : "200 OK");
+  });
+  others = {other.Url()};
+  Set(Json::Array({ToldAlarm(7, 1000)}));
+  Begin();
+  EXPECT_THAT(Told(1), ElementsAre("7 active"));
+  EXPECT_TRUE(Keeps(R"("owed":[{"id":7,"since":1000,"to":[)")) << Kept();
+  session.reset();
+  isAway = false;
+  Begin();
+  EXPECT_TRUE(WaitUntil([&] { return taken == 1; }));
+  EXPECT_THAT(Told(0), IsEmpty());
+  EXPECT_TRUE(Keeps(R"("owed":[])")) << Kept();
+}
+
+TEST_F(AlarmDeskTest, WhatIsReadAfterAStopDoesNotEndTheGapBeforeIt) {
+  Set(Json::Array({ToldAlarm(1, 1000)}));
+  Begin();
+  EXPECT_THAT(Told(1), ElementsAre("1 active"));
+  ahead = 3600;
+  TellEvent(ToldAlarm(2, 1001));
+  EXPECT_THAT(Told(1), ElementsAre("2 active"));
+  daemon.Stop();
+  daemon.Start();
+  EXPECT_THAT(Told(1), ElementsAre("2 ended"));
+  EXPECT_THAT(asked, ElementsAre(R"({"op":"alarms","since":1,"limit":1000})"));
 }
 
 TEST(AlarmMemoryTest, AllThatTheDaemonMayHaveActiveIsKept) {

@@ -137,6 +137,18 @@ TEST_F(PushTargetTest, AnOutageLosesNothing) {
   }
 }
 
+TEST_F(PushTargetTest, WhatTakesTooLongIsSentInSmallerRequestsUntilOneIsTaken) {
+  std::vector<std::size_t> sizes;
+  FakeServer server([&](const FakeServer::Request& request) {
+    sizes.push_back(WriteText(request.body).size());
+    return sizes.back() > 100 && Stored().empty() ? request.StaySilent() : Store(request);
+  });
+  m_settings.batch = 400;
+  m_history.SetEnd(100);
+  PushUntil(server.Url(), Until("sent_samples", 400));
+  EXPECT_THAT(sizes, ElementsAre(400, 200, 100, 200, 100));
+}
+
 TEST_F(PushTargetTest, WhatTheServerRefusesIsPassedOverAloneAndCounted) {
   // All of one time, one series of another; and everything at once is too much.
   FakeServer server([&](const FakeServer::Request& request) {

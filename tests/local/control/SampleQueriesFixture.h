@@ -42,7 +42,8 @@ class SampleQueriesTest : public ::testing::Test {
     [[nodiscard]] std::string After() const { return R"(,"after":)" + JsonText(head["next"]); }
   };
 
-  SampleQueriesTest() {
+  explicit SampleQueriesTest(std::chrono::milliseconds longestLook = SampleQueries::kLongestLook)
+      : m_queries(m_turns, m_store, m_schedule, longestLook) {
     PublishFakeRecords();
     m_store.Configure({});
   }
@@ -117,7 +118,7 @@ class SampleQueriesTest : public ::testing::Test {
   BatchDesk m_desk;
   LastRows m_rows;
   ScheduleBook m_schedule{m_loop, m_desk, m_rows};
-  SampleQueries m_queries{m_turns, m_store, m_schedule};
+  SampleQueries m_queries;
   std::string m_text;
   int m_looks = 0;  ///< turns of the loop until answers came
   const std::int32_t m_now = static_cast<std::int32_t>(std::time(nullptr));

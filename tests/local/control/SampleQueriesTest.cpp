@@ -261,25 +261,54 @@ TEST_F(SampleQueriesTest, OfASecondBatchOfOneSecondNothingIsGiven) {
   EXPECT_EQ(Counts(Ask(both.After(), "FAKE\",\"SELD")), "") << "nor behind a row of another record";
 }
 
-TEST_F(SampleQueriesTest, TotalsAreLookedThroughInSmallTurns) {
-  PublishSeldom();
-  const std::string copies =
-      "INSERT INTO \"qmt totals\" WITH RECURSIVE numbers(i) AS (SELECT 1 UNION ALL SELECT i + 1 "
-      "FROM "
-      "numbers WHERE i < 100000) SELECT \"Record Time\", Rows FROM numbers, \"qmt totals\" WHERE "
-      "rowid = ";
-  Batch(m_now - 100, {1});
-  TakeOne(SELD, 5, m_now - 100);
-  m_store.EndBatch();
-  m_store.Database()->Execute(copies + '2');
-  Batch(m_now, {7});
+/// A row, a second with as many of another record as take some turns, and one more.
+class LongSearchTest : public SampleQueriesTest {
+ protected:
+  explicit LongSearchTest(std::chrono::milliseconds longestLook = SampleQueries::kLongestLook)
+      : SampleQueriesTest(longestLook) {
+    PublishSeldom();
+    Batch(m_now - 100, {1});
+    TakeOne(SELD, 5, m_now - 100);
+    m_store.EndBatch();
+    m_store.Database()->Execute(
+        "INSERT INTO \"qmt totals\" WITH RECURSIVE numbers(i) AS (SELECT 1 UNION ALL SELECT i + 1 "
+        "FROM numbers WHERE i < 100000) SELECT \"Record Time\", Rows FROM numbers, \"qmt totals\" "
+        "WHERE rowid = 2");
+    Batch(m_now, {7});
+  }
+  void SpreadOverTime() {
+    m_store.Database()->Execute(
+        "UPDATE \"qmt totals\" SET \"Record Time\" = \"Record Time\" + rowid "
+        "WHERE rowid BETWEEN 2 AND 100002");
+  }
+};
+
+TEST_F(LongSearchTest, TotalsAreLookedThroughInSmallTurns) {
   EXPECT_EQ(Counts(Ask("")), "1 7 ");
   EXPECT_GT(std::exchange(m_looks, 0), 3) << "behind a row of the same time";
-  m_store.Database()->Execute(
-      "UPDATE \"qmt totals\" SET \"Record Time\" = \"Record Time\" + rowid "
-      "WHERE rowid BETWEEN 2 AND 100002");
+  SpreadOverTime();
   EXPECT_EQ(Counts(Ask(R"(,"since":)" + std::to_string(m_now - 99))), "7 ");
   EXPECT_GT(m_looks, 3) << "from a time on";
+}
+
+class HurriedSearchTest : public LongSearchTest {
+ protected:
+  HurriedSearchTest() : LongSearchTest(std::chrono::milliseconds(0)) {}
+};
+
+TEST_F(HurriedSearchTest, WhatTakesLongIsAnsweredOnTheWayAndGoesOnFromThere) {
+  const Given first = Ask("");
+  EXPECT_EQ(Counts(first), "1 ");
+  EXPECT_EQ(Counts(Ask(first.After())), "7 ") << "of one second no place is told on the way";
+  SpreadOverTime();
+  Given given = Ask(R"(,"since":)" + std::to_string(m_now - 99));
+  int empty = 0;
+  for (; given.head["more"].Bool() && empty < 1000; ++empty) {
+    EXPECT_EQ(given.head["rows"], 0);
+    given = Ask(given.After());
+  }
+  EXPECT_EQ(Counts(given), "7 ");
+  EXPECT_GT(empty, 3);
 }
 
 TEST_F(SampleQueriesTest, WhatIsAskedWronglyIsRefused) {
