@@ -28,6 +28,7 @@ class CapturePeer : public ControlPeer {
   explicit CapturePeer(std::function<void(const std::string&)> take) : m_take(std::move(take)) {}
 
   [[nodiscard]] Rights PeerRights() const override { return Rights::kRead; }
+  [[nodiscard]] bool IsGate() const override { return false; }
   [[nodiscard]] bool IsGone() const override { return false; }
   [[nodiscard]] RequestBook& Requests() override { return m_requests; }
   void Answer(std::string line) override { m_take(line); }

@@ -19,7 +19,6 @@
 #include "io/OrIfNoMemory.h"
 #include "support/ChildProcess.h"
 #include "support/ProcessDescriptor.h"
-#include "support/Uninterrupted.h"
 
 namespace {
 
@@ -59,10 +58,7 @@ GateChild::GateChild(EventLoop& loop, GateCommand command, ProblemReport report)
 
 GateChild::~GateChild() {
   Terminate();
-  if (IsRunning()) {
-    Signal(SIGKILL);
-    Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
-  }
+  Kill();
 }
 
 void GateChild::Start() {
@@ -286,9 +282,12 @@ void GateChild::Signal(int number) const {
 void GateChild::Wait() {
   m_loop.Pump(std::max(m_deadline - Clock::now(), Clock::duration(0)),
               [this] { return !IsRunning(); });
+  Kill();
+}
+
+void GateChild::Kill() {
   if (IsRunning()) {
     Signal(SIGKILL);
-    Uninterrupted([&] { return ::waitpid(m_pid, nullptr, 0); });
-    m_pid = 0;
+    ReapChild(m_pid, m_process.Get(), Clock::now() + kKillWait);
   }
 }

@@ -30,6 +30,8 @@ class GateChild {
  public:
   static constexpr std::size_t kMaxLine = 2048;  ///< bytes of a line; the rest goes into the next
   static constexpr int kMostLines = 60;          ///< in a minute; more are counted
+  /// How long the end of a child that has been killed is waited for.
+  static constexpr std::chrono::milliseconds kKillWait{1000};
 
   GateChild(EventLoop& loop, GateCommand command, ProblemReport report);
   /// Kills a child that still runs.
@@ -41,7 +43,7 @@ class GateChild {
   /// Asks the child to end. It is not started again.
   void Terminate();
   /// Handles I/O, and nothing else, until the child has ended; one that is out of patience, counted
-  /// from Terminate, is killed.
+  /// from Terminate, is killed, and waited for no longer than kKillWait.
   void Wait();
   /// Whether the child runs.
   [[nodiscard]] bool IsRunning() const { return m_pid > 0; }
@@ -74,6 +76,7 @@ class GateChild {
   void StartLater();
   void PostStart();
   void Signal(int number) const;
+  void Kill();
 
   EventLoop& m_loop;
   GateCommand m_command;

@@ -47,6 +47,7 @@ void GateRun::Start(const std::string& program) {
   settings.name = "gate.sock";
   settings.mode = kGateSocketMode;
   settings.rights = Rights::kRead;
+  settings.isGate = [this](const PeerIdentity& peer) { return IsGate(peer); };
   GateCommand command;
   command.program = program;
   command.arguments = {"--child", std::to_string(::getpid()), "--control",

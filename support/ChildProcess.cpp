@@ -1,6 +1,7 @@
 #include "support/ChildProcess.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,7 +10,9 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "support/Uninterrupted.h"
 
@@ -45,6 +48,15 @@ void EndChild(::pid_t& pid) {
   ::kill(pid, SIGKILL);
   Uninterrupted([&] { return ::waitpid(pid, nullptr, 0); });
   pid = 0;
+}
+
+void ReapChild(::pid_t& pid, int process, std::chrono::steady_clock::time_point until) {
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+      until - std::chrono::steady_clock::now());
+  ::pollfd end{process, POLLIN, 0};
+  const int patience = static_cast<int>(std::max<std::int64_t>(left.count(), 0));
+  Uninterrupted([&] { return ::poll(&end, 1, patience); });
+  ::waitpid(std::exchange(pid, 0), nullptr, WNOHANG);
 }
 
 void CloseOthers(int kept) {

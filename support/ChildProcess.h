@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <type_traits>
@@ -18,6 +19,11 @@ void CloseOthers(int kept);
 
 /// Leaves a program that the child becomes the three standard descriptors and `kept`.
 void KeepAcrossExec(int kept);
+
+/// In the parent: waits, until `until` at the most, for a child that has been killed and that
+/// `process` tells the end of, and forgets its number. It may stay for as long as a disk holds it:
+/// what is not over by then is left to whoever takes over orphans.
+void ReapChild(::pid_t& pid, int process, std::chrono::steady_clock::time_point until);
 
 /// In the parent: ends a child that nobody would see the end of, waits for it and forgets its
 /// number.

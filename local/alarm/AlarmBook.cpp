@@ -12,7 +12,7 @@ constexpr std::size_t kRowsBetweenLooks = 16;
 
 }  // namespace
 
-AlarmBook::AlarmBook(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
+AlarmBook::AlarmBook(EventLoop& loop, BatchDesk& desk, ScheduleBook& schedule,
                      const LastRows& lastRows, HistoryStore& history, ProblemReport report)
     : m_loop(loop),
       m_schedule(schedule),
@@ -26,6 +26,12 @@ AlarmBook::AlarmBook(EventLoop& loop, BatchDesk& desk, const ScheduleBook& sched
       m_agentRow(desk, schedule, history) {
   m_capture.OnReady([this] { Post(); });
   m_capture.OnKept([this](std::int64_t id, const std::string& record) { Captured(id, record); });
+  // The last schedule may go, with no batch to come.
+  schedule.OnRemoved([this, isAlive = m_isAlive] {
+    if (*isAlive) {
+      Post();
+    }
+  });
 }
 
 AlarmBook::~AlarmBook() { *m_isAlive = false; }
@@ -80,7 +86,6 @@ void AlarmBook::EndBatch() {
   if (m_watches.empty()) {
     return;
   }
-  CheckSchedules();
   if (m_hasAgentAlarms) {
     const std::time_t now = std::time(nullptr);
     std::vector<unsigned char> row =
@@ -130,6 +135,7 @@ void AlarmBook::Post() {
 
 void AlarmBook::Work() {
   const auto end = AlarmClock::now() + kTurn;
+  CheckSchedules();
   bool isMore = EndOff(end) || ReadPast(end) || Evaluate(end);
   isMore = m_capture.Work(end) || isMore;
   // A turn of its own where this one has been used up.

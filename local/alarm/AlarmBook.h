@@ -40,8 +40,8 @@ class AlarmBook : public RecordSink {
   /// Alarms that are remembered without the history.
   static constexpr std::size_t kMostRecent = 200;
 
-  AlarmBook(EventLoop& loop, BatchDesk& desk, const ScheduleBook& schedule,
-            const LastRows& lastRows, HistoryStore& history, ProblemReport report);
+  AlarmBook(EventLoop& loop, BatchDesk& desk, ScheduleBook& schedule, const LastRows& lastRows,
+            HistoryStore& history, ProblemReport report);
   ~AlarmBook() override;
 
   /// Hears of each alarm that begins or ends.

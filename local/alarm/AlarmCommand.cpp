@@ -1,7 +1,6 @@
 #include "local/alarm/AlarmCommand.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -162,17 +161,11 @@ class AlarmCommand::Child {
     }
   }
 
-  /// One that has been killed may stay for as long as a disk holds it: what is not over by then is
-  /// left to whoever takes over orphans.
+  /// Waits for the end of one that has been killed, until `until` at the most.
   void Reap(std::chrono::steady_clock::time_point until) {
-    if (m_pid <= 0) {
-      return;
+    if (m_pid > 0) {
+      ReapChild(m_pid, m_process.Get(), until);
     }
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        until - std::chrono::steady_clock::now());
-    ::pollfd process{m_process.Get(), POLLIN, 0};
-    ::poll(&process, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
-    ::waitpid(std::exchange(m_pid, 0), nullptr, WNOHANG);
   }
 
  private:

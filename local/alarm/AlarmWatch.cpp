@@ -1,6 +1,7 @@
 #include "local/alarm/AlarmWatch.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "json/JsonText.h"
@@ -39,6 +40,18 @@ Json AlarmWatch::KeyOf(AlarmBytes bytes) const {
   return key;
 }
 
+std::string AlarmWatch::RawKeyOf(AlarmBytes bytes) const {
+  std::string key;
+  for (const std::size_t place : m_definition.keys) {
+    const FieldLayout& field = m_definition.layout->fields[place];
+    const AlarmBytes part = bytes.subspan(field.offset, field.width);
+    // What is behind the end of a text is no part of it.
+    const auto end = field.type == FieldType::kText ? std::ranges::find(part, '\0') : part.end();
+    key.append(part.begin(), end).push_back('\0');
+  }
+  return key;
+}
+
 void AlarmWatch::Begin(std::time_t time, std::chrono::seconds interval) {
   const std::int64_t past = m_time == 0 ? 0 : time - m_time;
   // A clock that was set back says nothing.
@@ -47,6 +60,7 @@ void AlarmWatch::Begin(std::time_t time, std::chrono::seconds interval) {
     SetBack(time, interval);
   }
   m_time = time;
+  m_batchKeys.clear();
   ++m_batch;
 }
 
@@ -108,6 +122,22 @@ void AlarmWatch::Row(AlarmBytes bytes, const Change& change) {
   if (!AllHold(m_definition.where, present)) {
     return;
   }
+  const auto [place, isFirst] = m_batchKeys.insert(RawKeyOf(bytes));
+  if (!isFirst) {
+    return;
+  }
+  try {
+    Judge(bytes, change);
+  } catch (const std::bad_alloc&) {
+    m_batchKeys.erase(place);  // it is given once more
+    throw;
+  }
+}
+
+void AlarmWatch::Judge(AlarmBytes bytes, const Change& change) {
+  const auto present = [&](std::size_t place) {
+    return FieldToJson(m_definition.layout->fields[place], bytes);
+  };
   Json key;
   std::string keyText;
   const bool isForetold = !m_definition.predicted.empty();
@@ -146,7 +176,7 @@ void AlarmWatch::Row(AlarmBytes bytes, const Change& change) {
   }
   AlarmState& state = place->second;
   if (std::exchange(state.seen, m_batch) == m_batch || !isTold) {
-    return;  // of rows of one key the first counts
+    return;
   }
   const bool isOver = !holds && (m_definition.until.empty() || AllHold(m_definition.until, judged));
   Note(state, holds, isOver, bytes, change);
@@ -228,6 +258,7 @@ void AlarmWatch::Fill(AlarmState& state, AlarmBytes bytes) const {
 }
 
 bool AlarmWatch::End(const Change& change, const IsOver& isOver) {
+  m_batchKeys.clear();
   for (auto place = m_states.begin(); place != m_states.end();) {
     AlarmState& state = place->second;
     bool isTold = false;

@@ -11,6 +11,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -113,6 +114,10 @@ class AlarmWatch {
   [[nodiscard]] std::size_t Count(AlarmState::Phase phase) const;
   void SetBack(std::time_t time, std::chrono::seconds interval);
   [[nodiscard]] Json KeyOf(std::span<const unsigned char> bytes) const;
+  /// The bytes of the key's fields: two rows have the same where their keys are one.
+  [[nodiscard]] std::string RawKeyOf(std::span<const unsigned char> bytes) const;
+  /// Holds the first row of its key in the batch, which counts, against the definition.
+  void Judge(std::span<const unsigned char> bytes, const Change& change);
   /// Puts the numbers that are foretold for the row in place; false if they can't be told yet.
   [[nodiscard]] bool Foretell(const std::string& key, std::span<const unsigned char> bytes);
   void Note(AlarmState& state, bool holds, bool isOver, std::span<const unsigned char> bytes,
@@ -128,8 +133,9 @@ class AlarmWatch {
   /// By the key: one for each foretold field.
   std::map<std::string, std::vector<AlarmSeries>> m_series;
   std::vector<double> m_foretold;
-  std::time_t m_time = 0;      ///< of the last batch, or the one at work
-  std::int64_t m_elapsed = 0;  ///< of it: seconds that count
+  std::unordered_set<std::string> m_batchKeys;  ///< of the rows of the batch at work
+  std::time_t m_time = 0;                       ///< of the last batch, or the one at work
+  std::int64_t m_elapsed = 0;                   ///< of it: seconds that count
   std::uint64_t m_batch = 1;
   std::uint64_t m_leftOut = 0;
   std::optional<std::uint64_t> m_schedule;  ///< the number of that which has made the last batch

@@ -348,13 +348,13 @@ void AlarmQueries::Rules(const std::shared_ptr<ControlRequest>& request) const {
 
 void AlarmQueries::Follow(const std::shared_ptr<ControlRequest>& request) {
   std::erase_if(m_followers, [](const auto& one) { return one->IsGone(); });
-  if (m_followers.size() >= kMostFollowers) {
+  if (m_followers.size() >= kMostFollowers && !request->Peer().IsGate()) {
     request->Fail({"busy", std::to_string(kMostFollowers) + " clients follow alarms already", ""});
     return;
   }
   const auto follower = std::make_shared<Follower>(
       *request, m_book == nullptr ? std::vector<Json>{} : m_book->Active());
-  m_followers.reserve(kMostFollowers);
+  m_followers.reserve(std::max(kMostFollowers, m_followers.size() + 1));
   request->Peer().AnswerWithoutEnd(
       [follower](std::string& piece) { return follower->Next(piece); });
   // Whose answer has not begun holds no place.

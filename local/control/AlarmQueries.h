@@ -14,7 +14,8 @@ class AlarmQueries {
  public:
   static constexpr std::size_t kUsualLimit = 100;
   static constexpr std::size_t kMostListed = 1000;
-  /// Followers at a time; one more is told `busy`.
+  /// Followers at a time; one more is told `busy`, but for the gate: without it nobody would be
+  /// told elsewhere.
   static constexpr std::size_t kMostFollowers = 16;
   /// Changes that may wait for a follower; with one more it is dropped.
   static constexpr std::size_t kMostBehind = 1000;

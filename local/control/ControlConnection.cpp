@@ -27,11 +27,12 @@ bool IsHungUp(int descriptor) {
 
 ControlConnection::ControlConnection(const Surroundings& surroundings,
                                      std::unique_ptr<Socket> socket, PeerIdentity peer,
-                                     Rights rights)
+                                     Rights rights, bool isGate)
     : m_around(surroundings),
       m_socket(std::move(socket)),
       m_peer(std::move(peer)),
       m_rights(rights),
+      m_isGate(isGate),
       m_patience(m_around.loop) {}
 
 ControlConnection::~ControlConnection() = default;

@@ -40,7 +40,7 @@ class ControlConnection : public ControlPeer,
   struct Socket;
 
   ControlConnection(const Surroundings& surroundings, std::unique_ptr<Socket> socket,
-                    PeerIdentity peer, Rights rights);
+                    PeerIdentity peer, Rights rights, bool isGate);
   ~ControlConnection() override;
 
   void Start();
@@ -53,6 +53,7 @@ class ControlConnection : public ControlPeer,
   }
 
   [[nodiscard]] Rights PeerRights() const override { return m_rights; }
+  [[nodiscard]] bool IsGate() const override { return m_isGate; }
   [[nodiscard]] bool IsGone() const override { return m_isGone || m_isClosed; }
   [[nodiscard]] RequestBook& Requests() override { return *m_requests; }
   void Answer(std::string line) override;
@@ -95,6 +96,7 @@ class ControlConnection : public ControlPeer,
   std::unique_ptr<Socket> m_socket;
   PeerIdentity m_peer;
   Rights m_rights;
+  bool m_isGate;
   std::shared_ptr<RequestBook> m_requests = std::make_shared<RequestBook>();
   LoopTimer m_patience;  ///< runs while a slice is being written
   std::array<char, 16384> m_chunk{};

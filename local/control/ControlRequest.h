@@ -22,6 +22,8 @@ class ControlPeer {
  public:
   virtual ~ControlPeer() = default;
   [[nodiscard]] virtual Rights PeerRights() const = 0;
+  /// Whether it is the gate, by its process or user.
+  [[nodiscard]] virtual bool IsGate() const = 0;
   /// Whether nobody is left to read an answer.
   [[nodiscard]] virtual bool IsGone() const = 0;
   /// The client's lasting requests. Not to be asked for once the client is gone.

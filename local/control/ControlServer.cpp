@@ -194,11 +194,12 @@ void ControlServer::OnAccepted(std::unique_ptr<ControlConnection::Socket> socket
   }
   Rights rights =
       m_settings.rights ? *m_settings.rights : RightsOf(peer, ::geteuid(), SocketGroup());
-  if (m_settings.isGate(peer)) {
+  const bool isGate = m_settings.isGate(peer);
+  if (isGate) {
     rights = std::min(rights, Rights::kRead);
   }
   const auto connection = std::make_shared<ControlConnection>(m_surroundings, std::move(socket),
-                                                              std::move(peer), rights);
+                                                              std::move(peer), rights, isGate);
   m_connections.insert(connection);
   try {
     connection->Start();

@@ -108,7 +108,8 @@ void ScheduleQueries::Set(const std::shared_ptr<ControlRequest>& request) {
     return;
   }
   std::string error;
-  if (!ini->Write(std::to_string(seconds).c_str(), record->c_str(), kSection, nullptr, error)) {
+  if (!ini->Write(std::to_string(seconds).c_str(), record->c_str(), kSection, nullptr, error,
+                  KeySpelling::kGiven)) {
     request->Fail({"not-written", error, ""});
     return;
   }

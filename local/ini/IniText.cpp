@@ -210,6 +210,12 @@ bool IniText::Set(std::string_view section, std::string_view subSection, std::st
   return true;
 }
 
+void IniText::Respell(std::string_view section, std::string_view subSection, std::string_view key) {
+  if (const Entry* entry = FindEntry(section, subSection, key)) {
+    m_text.replace(entry->key.begin, key.size(), key);
+  }
+}
+
 bool IniText::Remove(std::string_view section, std::string_view subSection, std::string_view key) {
   bool isRemoved = false;
   while (const Entry* entry = FindEntry(section, subSection, key)) {

@@ -19,7 +19,7 @@ struct IniFault {
 /// Whether two names of sections or keys are the same: without regard to (ASCII) case.
 [[nodiscard]] bool IsSameName(std::string_view a, std::string_view b);
 
-/// An ini text in memory, kept byte for byte but for the values that are set.
+/// An ini text in memory, kept byte for byte but for the values that are set and names respelt.
 ///
 ///     # comment, also after a semicolon
 ///     [Section]
@@ -52,6 +52,8 @@ class IniText {
   /// tab, a vertical tab or a form feed) at an end of the value.
   [[nodiscard]] bool Set(std::string_view section, std::string_view subSection,
                          std::string_view key, std::string_view value, std::string& error);
+  /// Spells the key's name, in the line that counts, as it is given here.
+  void Respell(std::string_view section, std::string_view subSection, std::string_view key);
   /// Takes out all lines with the key; whether there were any.
   bool Remove(std::string_view section, std::string_view subSection, std::string_view key);
   /// Whether the section stands in the text, be it empty.

@@ -190,7 +190,7 @@ int LocalIniFile::WriteLong(long value, const char* key, const char* section,
 }
 
 bool LocalIniFile::Write(const char* value, const char* key, const char* section,
-                         const char* subSection, std::string& error) {
+                         const char* subSection, std::string& error, KeySpelling spelling) {
   const std::string place =
       m_shownPath + ": can't set \"" + OrEmpty(key) + "\" of section \"" + OrEmpty(section) + "\"";
   if (value == nullptr) {
@@ -199,9 +199,13 @@ bool LocalIniFile::Write(const char* value, const char* key, const char* section
   return Change(
       [&](IniText& edited) -> std::string {
         std::string reason;
-        return edited.Set(OrEmpty(section), OrEmpty(subSection), OrEmpty(key), value, reason)
-                   ? ""
-                   : place + ": " + reason;
+        if (!edited.Set(OrEmpty(section), OrEmpty(subSection), OrEmpty(key), value, reason)) {
+          return place + ": " + reason;
+        }
+        if (spelling == KeySpelling::kGiven) {
+          edited.Respell(OrEmpty(section), OrEmpty(subSection), OrEmpty(key));
+        }
+        return "";
       },
       error);
 }

@@ -10,6 +10,10 @@
 #include "local/ini/IniText.h"
 #include "node/IniFile.h"
 
+/// What becomes of the name in a line whose value is set: it stays as it is, or is spelt as the
+/// writer does, for readers to whom its case matters.
+enum class KeySpelling { kKept, kGiven };
+
 /// The agent's configuration file on disk. It is read when it is opened and again before each
 /// write: what another program writes into it meanwhile is kept, and seen after the next write.
 class LocalIniFile : public CMBIniFile {
@@ -38,7 +42,8 @@ class LocalIniFile : public CMBIniFile {
 
   /// Sets a value as WriteString does. False, with path and reason in `error`, if that fails.
   [[nodiscard]] bool Write(const char* value, const char* key, const char* section,
-                           const char* subSection, std::string& error);
+                           const char* subSection, std::string& error,
+                           KeySpelling spelling = KeySpelling::kKept);
   /// Takes out all lines with the key. False, with path and reason in `error` and nothing changed,
   /// if the file can't be written.
   [[nodiscard]] bool Remove(const char* key, const char* section, std::string& error);

@@ -113,18 +113,19 @@ RequestOutcome BatchDesk::Settle(RecordAsker& asker, bool isBatchDone) {
 
 bool BatchDesk::MayHold(std::span<const std::shared_ptr<RecordAsker>> askers) const {
   constexpr std::size_t kAlwaysAllowed = std::size_t{1} << 20;
-  const auto largest = std::max_element(
-      m_bytes.begin(), m_bytes.end(),
-      [](const auto& left, const auto& right) { return left.second < right.second; });
+  // A record that was never built may be the largest one of all: a few copies of it, no more.
+  constexpr std::size_t kUnknownCopies = 8;
+  std::size_t unknown = m_maxHeldBytes / kUnknownCopies;
+  for (const auto& [record, bytes] : m_bytes) {
+    unknown = std::max(unknown, bytes);
+  }
   std::set<std::string> seen;
   std::size_t all = 0;
   std::size_t copies = 0;
   std::size_t others = RecordAsker::HeldBytes();
   for (const std::shared_ptr<RecordAsker>& asker : askers) {
     const auto known = m_bytes.find(asker->Record());
-    const std::size_t likely = known != m_bytes.end()     ? known->second
-                               : largest != m_bytes.end() ? largest->second
-                                                          : 0;
+    const std::size_t likely = known != m_bytes.end() ? known->second : unknown;
     all += likely;
     copies += seen.insert(asker->Record()).second ? 0 : likely;
     others -= asker->Bytes();

@@ -52,7 +52,9 @@ class BatchDesk {
   /// What the rows of answers on demand may hold, of all clients together. One large answer may
   /// exceed it, but neither many copies of it in one request nor those of many clients.
   void SetMaxHeldBytes(std::size_t bytes) { m_maxHeldBytes = bytes; }
-  /// Whether these may be asked for, by what their records held when they were last built.
+  /// Whether these may be asked for, by what their records held when they were last built; one
+  /// that never was counts as the largest of them, and an eighth of all that may be held at the
+  /// least.
   [[nodiscard]] bool MayHold(std::span<const std::shared_ptr<RecordAsker>> askers) const;
   /// The agent has reported, by its numbered message, that this record's builder failed.
   void NoteFailedBuild(const std::string& record);

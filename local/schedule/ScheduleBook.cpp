@@ -159,6 +159,7 @@ bool ScheduleBook::Remove(const std::string& record) {
   m_held.erase({record, (*found)->asker->Category()});
   m_entries.erase(found);
   WaitForNext();
+  m_onRemoved();
   return true;
 }
 

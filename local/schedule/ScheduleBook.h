@@ -65,6 +65,8 @@ class ScheduleBook {
   /// The same at run time: a record's schedule is made, and asks for it at once, or changed.
   /// `seconds` lies within the limits.
   void Set(const std::string& record, long seconds);
+  /// Called behind each Remove that has removed a schedule; the batch's end tells of all else.
+  void OnRemoved(std::function<void()> listener) { m_onRemoved = std::move(listener); }
   /// False if the record has no schedule. A batch at work is ended with it.
   [[nodiscard]] bool Remove(const std::string& record);
   /// Reads the seconds of a line; 0 if they are no whole number within the limits.
@@ -96,6 +98,7 @@ class ScheduleBook {
   RecordSink& m_sink;
   LoopTimer m_timer;
   EntryList m_entries;
+  std::function<void()> m_onRemoved = [] {};
   std::uint64_t m_lastNumber = 0;
   std::set<std::string> m_withTotals;
   std::set<std::pair<std::string, unsigned char>> m_held;  ///< record and category of each entry

@@ -1,5 +1,8 @@
 #include "local/GateChild.h"
 
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+
 #include "local/GateRun.h"
 #include "support/ProgramBeside.h"
 #include "tests/local/FakeAgent.h"
@@ -108,6 +111,33 @@ TEST_F(GateChildTest, AStopAsksThenKillsWithinItsPatience) {
     EXPECT_LT(taken, milliseconds(1500));
     EXPECT_THAT(m_told, ElementsAre("qmt_gate: up")) << "it is not started again";
   }
+}
+
+TEST_F(GateChildTest, AStopWaitsNoLongerForOneThatIsNotOver) {
+  GateChild child(m_loop, Script("echo $$ >pid\necho up >&2\nexec sleep 60\n"), Report());
+  child.Start();
+  RunUntil([&] { return IsTold("qmt_gate: up"); });
+  ::pid_t process = 0;
+  std::ifstream("pid") >> process;
+  // Who is traced is over only when the tracer has seen its end.
+  const ::pid_t tracer = ::fork();
+  if (tracer == 0) {
+    const bool isTracing = ::ptrace(PTRACE_SEIZE, process, nullptr, nullptr) == 0;
+    isTracing ? ::raise(SIGSTOP) : 0;
+    ::sleep(4);
+    ::_exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(tracer, &status, WUNTRACED), tracer);
+  const auto begin = Steady::now();
+  ::kill(tracer, SIGCONT);
+  child.Terminate();
+  child.Wait();
+  EXPECT_FALSE(child.IsRunning());
+  EXPECT_LT(Steady::now() - begin, milliseconds(3000));
+  ::kill(tracer, SIGKILL);
+  ::waitpid(tracer, nullptr, 0);
+  ::waitpid(process, nullptr, WNOHANG);
 }
 
 TEST_F(GateChildTest, AFloodOfWordsIsCutAndAProgramThatIsNoneIsTold) {

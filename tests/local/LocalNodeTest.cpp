@@ -417,7 +417,7 @@ TEST_F(LocalNodeTest, AGateIsToldWholePathsAndChildrenOfAServiceAreWarnedOf) {
 }
 
 TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {
-  WriteIni("[Schedule]\nBARE = 60\nBARE = 7\n# note\n[Node]\nHttp Listen =\n");
+  WriteIni("[Schedule]\nbare = 9\nBARE = 7\n# note\n[Node]\nHttp Listen =\n");
   const auto ini = [] { return FileText("qmtagt.ini"); };
   std::atomic<int> fakes = 0;
   agent->onBatch = [&](CMBMultipleRecordRequestEvent& batch) {
@@ -444,6 +444,7 @@ TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {
       EXPECT_EQ(client.Ask(std::string("{\"op\":") + row.members + "}")["error"]["code"], row.code)
           << row.members;
     }
+    ASSERT_TRUE(client.Ask(R"({"op":"schedule_set","record":"BARE","seconds":60})")["ok"].Bool());
     ASSERT_TRUE(client.Ask(R"({"op":"schedule_set","record":"FAKE","seconds":1})")["ok"].Bool());
     EXPECT_EQ(ini(), "[Schedule]\nBARE = 60\nBARE = 7\nFAKE = 1\n# note\n[Node]\nHttp Listen =\n");
     EXPECT_TRUE(WaitUntil([&] { return fakes >= 3; }));

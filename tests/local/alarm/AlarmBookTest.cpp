@@ -116,7 +116,6 @@ TEST_F(AlarmBookTest, AScheduleThatGoesEndsWhatItsRowsHaveBegun) {
   Start();
   Batch(95);
   ASSERT_TRUE(life->schedule.Remove("FAKE"));
-  life->sinks.EndBatch();
   Turns();
   EXPECT_THAT(off.back(), HasSubstr("full: no schedule collects"));
   EXPECT_THAT(changes.back(), HasSubstr("ended"));

@@ -78,7 +78,11 @@ TEST_F(AlarmWatchTest, ARowThatIsGoneEndsIt) {
   Batch(1060, {{"x", 95}, {"x", 1}});
   EXPECT_EQ(watch->Pending(), 0U);
   Batch(1120, {});
+  for (const std::time_t time : {1180, 1240, 1300}) {
+    Batch(time, {{"y", 10}, {"y", 99}});  // of two rows of one key the first counts
+  }
   EXPECT_THAT(changes, ElementsAre("x begins 1060", "x ends 1120"));
+  EXPECT_EQ(watch->Pending(), 0U);
 }
 
 TEST_F(AlarmWatchTest, ABatchThatEndsInSeveralTurnsCountsOnce) {

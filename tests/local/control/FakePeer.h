@@ -12,6 +12,7 @@ class FakePeer : public ControlPeer {
  public:
   explicit FakePeer(Rights rights) : m_rights(rights) {}
   [[nodiscard]] Rights PeerRights() const override { return m_rights; }
+  [[nodiscard]] bool IsGate() const override { return false; }
   [[nodiscard]] bool IsGone() const override { return isGone; }
   [[nodiscard]] RequestBook& Requests() override { return m_requests; }
   void Answer(std::string line) override { answers.push_back(std::move(line)); }

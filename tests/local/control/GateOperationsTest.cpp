@@ -261,17 +261,24 @@ TEST_F(GateOperationsTest, WhatAGateSendsIsShownForAsLongAsItIsThere) {
   });
 }
 
-TEST_F(GateOperationsTest, AGateReadsAtTheMostWhoseverItIs) {
+TEST_F(GateOperationsTest, AGateReadsAtTheMostAndFollowsAlarmsWhoeverElseDoes) {
   bool isGate = false;
   settings.isGate = [&](const PeerIdentity& peer) { return isGate && peer.process == ::getpid(); };
   const std::pair<const char*, bool> rows[] = {{R"({"op":"status"})", true},
                                                {R"({"op":"console_token"})", false},
                                                {R"({"op":"schedule_remove","record":"X"})", false},
-                                               {R"({"op":"shutdown"})", false}};
+                                               {R"({"op":"shutdown"})", false},
+                                               {R"({"op":"alarm_follow"})", true}};
   Serve([&] {
     TestClient own;
     EXPECT_EQ(own.Ask(R"({"op":"schedule_remove","record":"X"})")["error"]["code"],
               "not-scheduled");
+    const std::string follow = R"({"op":"alarm_follow"})";
+    std::list<TestClient> followers(AlarmQueries::kMostFollowers);
+    for (TestClient& follower : followers) {
+      EXPECT_EQ(follower.Ask(follow)["ok"], true);
+    }
+    EXPECT_EQ(own.Ask(follow)["error"]["code"], "busy");
     isGate = true;
     TestClient gate;
     for (const auto& [line, isAllowed] : rows) {

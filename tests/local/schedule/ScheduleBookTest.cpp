@@ -127,4 +127,11 @@ TEST_F(ScheduleBookTest, DueRequestsTravelTogetherAndLateTimesAreSkippedAndCount
   EXPECT_EQ(desk.Last()->records - desk.Last()->errors, 1U);
 }
 
+TEST(BatchDeskTest, OfARecordThatWasNeverBuiltFewCopiesMayBeAskedFor) {
+  const std::vector<std::shared_ptr<RecordAsker>> askers(
+      1024, std::make_shared<RecordAsker>("FAKE", '4', RecordAsker::Look::kOnDemand, false));
+  EXPECT_TRUE(BatchDesk().MayHold({askers.data(), 8}));
+  EXPECT_FALSE(BatchDesk().MayHold(askers));
+}
+
 }  // namespace
