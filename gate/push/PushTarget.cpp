@@ -163,7 +163,7 @@ void PushTarget::OnSent(const SendResult& result, const WriteBody& body) {
       m_counts.refusedSamples += body.leftOut;
       TellRefused("the daemon's series can't be read", body.leftOut);
     }
-    AskForMore(taken);
+    AskForMore(taken, body.samples);
     m_halvesLeft = kHalvesOfOneTime;
     m_backoff.Reset();
     m_refusal.clear();
@@ -178,17 +178,23 @@ void PushTarget::OnSent(const SendResult& result, const WriteBody& body) {
   m_hooks.onChange();
 }
 
-void PushTarget::AskForMore(Clock::duration taken) {
+void PushTarget::AskForMore(Clock::duration taken, std::size_t sent) {
+  // What was much smaller tells nothing of the line.
+  if (2 * sent < m_asked) {
+    return;
+  }
   // Twice as much would else take longer than the timeout.
   const std::size_t more = 2 * taken < m_pace.timeout ? m_asked : kLeastAsked;
   m_asked = std::min(m_asked + more, m_settings.batch);
 }
 
 void PushTarget::AskForLess() {
-  if (m_asked > kLeastAsked) {
+  // The rows of one time are answered together, however few are asked for.
+  const bool isLeast = m_asked <= kLeastAsked;
+  if (!isLeast) {
     m_asked = std::max(m_asked / 2, kLeastAsked);
   }
-  if (!m_batch->IsUntouched() && m_batch->Next().size() > kLeastAsked) {
+  if ((isLeast || !m_batch->IsUntouched()) && m_batch->Next().size() > kLeastAsked) {
     static_cast<void>(m_batch->HalveByTime() || m_batch->Halve());
   }
 }

@@ -77,8 +77,8 @@ class PushTarget {
   void Send();
   void OnSent(const SendResult& result, const WriteBody& body);
   void OnFailure(const SendResult& result);
-  /// After what was sent is taken, in so long a time.
-  void AskForMore(Clock::duration taken);
+  /// After so many samples were sent and taken, in so long a time.
+  void AskForMore(Clock::duration taken, std::size_t sent);
   /// What takes longer than a request may would be sent in vain for ever.
   void AskForLess();
   void OnRefusal(const SendResult& result);

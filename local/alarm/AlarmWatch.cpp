@@ -258,7 +258,7 @@ void AlarmWatch::Fill(AlarmState& state, AlarmBytes bytes) const {
 }
 
 bool AlarmWatch::End(const Change& change, const IsOver& isOver) {
-  m_batchKeys.clear();
+  m_batchKeys = {};
   for (auto place = m_states.begin(); place != m_states.end();) {
     AlarmState& state = place->second;
     bool isTold = false;
@@ -291,6 +291,7 @@ bool AlarmWatch::End(const Change& change, const IsOver& isOver) {
 
 bool AlarmWatch::EndAll(std::time_t time, const Change& change, const IsOver& isOver) {
   m_isChanged = m_isChanged || !m_states.empty();
+  m_batchKeys = {};
   while (!m_states.empty()) {
     AlarmState& state = m_states.begin()->second;
     if (state.phase == AlarmState::Phase::kActive) {

@@ -202,13 +202,13 @@ void FollowQueries::Follow(const std::shared_ptr<ControlRequest>& request) {
     return;
   }
   std::erase_if(m_followers, [](const auto& one) { return one->IsGone(); });
-  if (m_followers.size() >= kMostFollowers) {
+  if (m_followers.size() >= kMostFollowers && !request->Peer().IsGate()) {
     request->Fail({"busy", std::to_string(kMostFollowers) + " clients follow already", ""});
     return;
   }
   const auto follower =
       std::make_shared<Follower>(*request, std::get<FollowChoice>(std::move(choice)));
-  m_followers.reserve(kMostFollowers);
+  m_followers.reserve(std::max(kMostFollowers, m_followers.size() + 1));
   request->Peer().AnswerWithoutEnd(
       [follower](std::string& piece) { return follower->Next(piece); });
   // Whose answer has not begun holds no place.

@@ -362,7 +362,11 @@ void HistoryStore::RemoveExcess(std::int64_t goal) {
     // All at once, as the disk is waited for at the end of each transaction.
     m_main.database->Execute("BEGIN IMMEDIATE");
     OldestRows rows(*m_main.database);
-    for (std::int64_t parts = 1; isDue() && rows.Remove(parts);) {
+    for (std::int64_t parts = 1; isDue();) {
+      parts = rows.Remove(parts);
+      if (parts == 0) {
+        break;
+      }
       const std::int64_t before = UsedBytes();
       MeasureFile();
       const std::int64_t freed = std::max((before - UsedBytes()) / parts, kBytesOfPage);

@@ -63,7 +63,7 @@ void OldestRows::Add(std::string table) {
   }
 }
 
-bool OldestRows::Remove(std::int64_t parts) {
+std::int64_t OldestRows::Remove(std::int64_t parts) {
   while (!m_tables.empty()) {
     std::string table = std::move(m_tables.extract(m_tables.begin()).value().second);
     const std::int64_t least = LeastRemoved(table);
@@ -78,8 +78,8 @@ bool OldestRows::Remove(std::int64_t parts) {
     // A stranger's texts in the place of times, say, look oldest and are not removed.
     if (removed != 0) {
       Add(std::move(table));
-      return true;
+      return (removed + least - 1) / least;
     }
   }
-  return false;
+  return 0;
 }

@@ -25,8 +25,9 @@ class OldestRows {
   explicit OldestRows(SqlDatabase& database);
   /// Removes a small part of the table that has the oldest row of all, the oldest ones, or so many
   /// parts as far as they are no newer than the oldest row of another table: a table of few rows
-  /// would lose all of its past at once. False if no table has any that can be removed.
-  [[nodiscard]] bool Remove(std::int64_t parts);
+  /// would lose all of its past at once. How many parts that were; 0 if no table has any row that
+  /// can be removed.
+  [[nodiscard]] std::int64_t Remove(std::int64_t parts);
 
  private:
   void Add(std::string table);

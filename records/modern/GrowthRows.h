@@ -91,13 +91,17 @@ void PutDerived(Record& row, const Record& growth, double seconds) {
   });
 }
 
-/// Whether any of its counters fell.
+/// Whether some of its counters fell and none rose. A single one falls where it wraps, where a
+/// device of a group has gone, or by a driver's whim.
 template <class Record>
-[[nodiscard]] bool HasFallen(const Record& now, const Record& before) {
+[[nodiscard]] bool CountsAnew(const Record& now, const Record& before) {
   bool hasFallen = false;
-  VisitCounters<Record>(
-      [&](Double Record::*counter) { hasFallen = hasFallen || now.*counter < before.*counter; });
-  return hasFallen;
+  bool hasRisen = false;
+  VisitCounters<Record>([&](Double Record::*counter) {
+    hasFallen = hasFallen || now.*counter < before.*counter;
+    hasRisen = hasRisen || now.*counter > before.*counter;
+  });
+  return hasFallen && !hasRisen;
 }
 
 /// Ends the subtraction of a scheduled row.
@@ -105,7 +109,7 @@ template <class Record, NewInstance newInstance>
 void AmendGrowth(TimedRow<Record>& row, TimedRow<Record>& raw, const TimedRow<Record>& previous) {
   // One that was away for a build is another of its name if it counts less.
   const bool isAnother = newInstance == NewInstance::kAll && previous.at != raw.lastBuild &&
-                         HasFallen<Record>(raw, previous);
+                         CountsAnew<Record>(raw, previous);
   const bool isNew = previous.at == 0 || isAnother;
   row.seconds = SecondsBetween(isNew ? raw.lastBuild : previous.at, raw.at);
   const bool countsAll = newInstance == NewInstance::kAll && raw.lastBuild != 0;

@@ -194,6 +194,20 @@ TEST_P(GrowthOfInstancesTest, FollowsWhatComesGoesFallsAndIsNotTold) {
 INSTANTIATE_TEST_SUITE_P(Each, GrowthOfInstancesTest,
                          ::testing::Values(kGroups, kLinks, kDisks, kPressure, kCpus), PrintedName);
 
+TEST_F(ModernGrowthTest, OneCounterThatFellMakesNoOtherOfAnInstance) {
+  Asker asker("DISK", '4', kGrowthIntervals);
+  std::string growth;
+  for (const Instances& disks :
+       {Instances{{"sda", 100}, {"sdb", 1}}, {{"sdb", 1}}, {{"sda", 110}, {"sdb", 1}}}) {
+    Collect(kDisks, disks);
+    m_collector.GetModern()->disks.front().weightedSeconds = 500 - disks.front().count;
+    const auto& rows = Ask(kDisks, asker);
+    growth = rows.empty() ? "" : FieldText(*rows.front(), kDisks.counter);
+    SetClock(s_now + 10);
+  }
+  EXPECT_EQ(growth, "10");
+}
+
 TEST_F(ModernGrowthTest, WhatIsNewCountsNothingUntilRowsHaveBeenBuiltByTheSchedule) {
   for (const CountedRecord& record : {kGroups, kLinks, kDisks}) {
     SCOPED_TRACE(record.name);
