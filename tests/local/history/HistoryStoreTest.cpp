@@ -245,8 +245,8 @@ TEST_F(HistoryStoreTest, LargePartsOfATableEndAtTheOldestRowOfAnother) {
   OldestRows rows(database);
   std::string left;
   for (const std::int64_t parts : {8, 8, 1, 1, 8}) {
-    left += std::to_string(rows.Remove(parts)) + ':' +
-            std::to_string(database.Number("SELECT count(*) FROM many")) + '+' +
+    left += std::to_string(rows.Remove(parts));
+    left += ':' + std::to_string(database.Number("SELECT count(*) FROM many")) + '+' +
             std::to_string(database.Number("SELECT count(*) FROM few")) + ' ';
   }
   EXPECT_EQ(left, "2:3000+4 1:3000+0 1:2500+0 1:2000+0 4:0+0 ");
