@@ -75,7 +75,8 @@ struct FollowQueries::Batch {
     // whole.
     for (const std::span<const unsigned char> row : rows.kept->rows) {
       // Its place among the rows, and its record's among those of the owner.
-      const std::size_t size = row.size() + sizeof row + sizeof(const CMBRecord*);
+      constexpr std::size_t kPlaces = sizeof(std::span<const unsigned char>) + sizeof(void*);
+      const std::size_t size = row.size() + kPlaces;
       bytes += size;
       *waiting += size;
     }
