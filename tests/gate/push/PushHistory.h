@@ -7,8 +7,8 @@
 
 #include "json/JsonText.h"
 
-/// A history of two records with a row of two samples each at every second, which a fake daemon
-/// tells as the operation `samples` does.
+/// A history of two records with a row of samples each at every second, two unless told, which a
+/// fake daemon tells as the operation `samples` does: those of a row together.
 class PushHistory {
  public:
   std::string Answer(const Json& request) {
@@ -25,16 +25,17 @@ class PushHistory {
         if (after == nullptr ? time < request["since"].Whole() : time <= (*after)[0].Whole()) {
           continue;
         }
-        isMore = samples != 0 && samples + 2 > request["samples"].Whole();
+        isMore = samples != 0 && samples + m_series > request["samples"].Whole();
         if (isMore) {
           break;
         }
-        for (const char* name : {"a", "b"}) {
+        for (int series = 0; series < m_series; ++series) {
+          const std::string name = series == 0 ? "a" : series == 1 ? "b" : std::to_string(series);
           text += record.Text() + '_' + name + "{x=\"1\"} " + std::to_string(time) + ' ' +
                   std::to_string(time * 1000) + '\n';
         }
         oldest = oldest == 0 ? time : oldest;
-        samples += 2;
+        samples += m_series;
         next[record.Text()] = Json::Array({time, time});
       }
     }
@@ -43,7 +44,7 @@ class PushHistory {
                                           {"next", next},
                                           {"more", isMore},
                                           {"oldest", oldest},
-                                          {"rows", samples / 2},
+                                          {"rows", samples / m_series},
                                           {"count", samples},
                                           {"bytes", text.size()}}}}) +
            '\n' + text;
@@ -51,6 +52,10 @@ class PushHistory {
   void SetEnd(std::int64_t end) {
     const std::lock_guard lock(m_mutex);
     m_end = end;
+  }
+  void SetSeries(int series) {
+    const std::lock_guard lock(m_mutex);
+    m_series = series;
   }
   void SetWait(int seconds) {
     const std::lock_guard lock(m_mutex);
@@ -76,5 +81,6 @@ class PushHistory {
   std::mutex m_mutex;
   std::int64_t m_end = 0;
   int m_asked = 0;
+  int m_series = 2;
   int m_wait = 0;  ///< seconds
 };

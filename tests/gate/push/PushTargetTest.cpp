@@ -149,6 +149,19 @@ TEST_F(PushTargetTest, WhatTakesTooLongIsSentInSmallerRequestsUntilOneIsTaken) {
   EXPECT_THAT(sizes, ElementsAre(400, 200, 100, 200, 100));
 }
 
+TEST_F(PushTargetTest, TheRowsOfOneTimeAreSentInPartsWhereTheyTakeTooLong) {
+  std::vector<std::size_t> sizes;
+  FakeServer server([&](const FakeServer::Request& request) {
+    sizes.push_back(WriteText(request.body).size());
+    return sizes.back() > 150 ? request.StaySilent() : Store(request);
+  });
+  m_settings.batch = 100;
+  m_history.SetSeries(300);
+  m_history.SetEnd(1);
+  PushUntil(server.Url(), Until("sent_samples", 600));
+  EXPECT_THAT(sizes, ElementsAre(300, 150, 150, 300, 150, 150));
+}
+
 TEST_F(PushTargetTest, WhatTheServerRefusesIsPassedOverAloneAndCounted) {
   // All of one time, one series of another; and everything at once is too much.
   FakeServer server([&](const FakeServer::Request& request) {
