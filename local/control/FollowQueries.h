@@ -18,7 +18,7 @@ class FollowQueries : public RecordSink {
  public:
   /// Batches that may wait for a follower; with one more it is dropped.
   static constexpr std::size_t kMostBehind = 8;
-  /// Followers at a time; one more is told `busy`.
+  /// Followers at a time; one more is told `busy`, but for the gate, which has those of consoles.
   static constexpr std::size_t kMostFollowers = 16;
 
   /// `lastRows` takes each batch's rows before this one does. Of rows that it has newer ones of, at
