@@ -11,6 +11,7 @@
 #include "support/NotTold.h"
 #include "support/OsCalls.h"
 #include "support/Switches.h"
+#include "support/UtlError.h"
 #include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/support/Testing.h"

@@ -25,8 +25,9 @@ class GateFaultTest : public ::testing::TestWithParam<SceneOfTest> {
     static std::map<std::string, GateWalkResult> calm;
     const auto [place, isNew] = calm.try_emplace(GetParam().name);
     if (isNew) {
-      RunGateWalks(GetParam().make, {{faults::kAllocation, 0}},
-                   [&](const Fault&, const GateWalkResult& walk) { place->second = walk; });
+      RunGateWalks(
+          GetParam().make, {{faults::kAllocation, 0}},
+          [&calmed = place->second](const Fault&, const GateWalkResult& walk) { calmed = walk; });
     }
     return place->second;
   }

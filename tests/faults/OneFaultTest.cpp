@@ -204,7 +204,7 @@ TEST_F(OneFaultTest, AnAllocationOfAFollowedSchedule) {
   ExpectWhole(counted);
   EXPECT_GE(counted.followed, WalkResult::kFollowed);
   EXPECT_NE(counted.log.find("QMTX10700-W"), std::string::npos);
-  TryEach(EachPlace(WalkScene::kFollowed, counted, 10), [](const WalkResult& walk) {
+  TryEach(EachPlace(WalkScene::kFollowed, counted, 6), [](const WalkResult& walk) {
     ExpectWhole(walk);
     ExpectScrape(walk);
     if (walk.exitValue == 0) {
@@ -216,7 +216,7 @@ TEST_F(OneFaultTest, AnAllocationOfAFollowedSchedule) {
 
 TEST_F(OneFaultTest, AnAllocation) {
   const WalkResult counted = s_walks->Run({faults::kPlace, 0});
-  TryEach(EachPlace(WalkScene::kBatches, counted, 24), [](const WalkResult& walk) {
+  TryEach(EachPlace(WalkScene::kBatches, counted, 12), [](const WalkResult& walk) {
     ExpectSound(walk);
     EXPECT_TRUE(IsUnseen(walk) || IsMemoryTold(walk) || IsAnsweredByError(walk));
   });
@@ -234,7 +234,7 @@ TEST_F(OneFaultTest, AnAllocationOfAnOperation) {
     EXPECT_EQ(isGood(counted.answers[at]), questions[at].find("nothing") == std::string::npos)
         << questions[at] << counted.answers[at].substr(0, 200);
   }
-  TryEach(EachPlace(WalkScene::kOperations, counted, 12, counted.placesBefore),
+  TryEach(EachPlace(WalkScene::kOperations, counted, 8, counted.placesBefore),
           [&](const WalkResult& walk) {
             ExpectWhole(walk);
             EXPECT_EQ(walk.exitValue, 0);
@@ -250,8 +250,8 @@ TEST_F(OneFaultTest, AnAllocationOfAnOperation) {
 TEST_F(OneFaultTest, AnAllocationOfTheStop) {
   for (const WalkScene scene : {WalkScene::kBatches, WalkScene::kFollowed}) {
     const WalkResult counted = s_walks->Run({faults::kPlace, 0, scene});
-    const std::vector<Fault> each = EachPlace(scene, counted, 10, counted.placesToStop);
-    EXPECT_GE(each.size(), 10U);
+    const std::vector<Fault> each = EachPlace(scene, counted, 6, counted.placesToStop);
+    EXPECT_GE(each.size(), 6U);
     TryEach(each, [](const WalkResult& walk) {
       ExpectWhole(walk);
       EXPECT_EQ(walk.exitValue, 0);

@@ -116,7 +116,7 @@ TEST_F(OwnerWalkTest, ALargeDirectoryCanBeLeftOnTheWay) {
   for (int i = 0; i < 2500; ++i) {
     std::ofstream(m_folder.Path() / std::to_string(i));
   }
-  const auto files = [this](const WalkProgress& progress) { return progress.files < 1000; };
+  const auto files = [](const WalkProgress& progress) { return progress.files < 1000; };
   EXPECT_FALSE(SumByOwner(m_folder.Path(), m_owners, m_progress, files));
   EXPECT_GE(m_progress.files, 1000U);
   EXPECT_LT(m_progress.files, 2500U);

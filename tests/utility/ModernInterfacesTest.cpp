@@ -98,7 +98,7 @@ TEST_F(ModernInterfacesTest, AnInterfaceGoesOnWithAnotherAddressAndNeverCountsDo
   // veth0 has been forgotten, so that it comes back with all that it has counted.
   EXPECT_EQ(told, "10/10 sum 10; 0/0 7/7 sum 7; 7/7 0/0 sum 7; ");
   // A look of which the file could not be read costs no difference.
-  for (const std::uint64_t received : {0, 20}) {
+  for (const std::uint64_t received : {0U, 20U}) {
     s_now += 10;
     m_collector.GetInterface()->clear();
     if (received != 0) {

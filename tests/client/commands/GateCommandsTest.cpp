@@ -180,7 +180,7 @@ TEST_F(GateCommandsTest, RootMakesNoCertificateWhereOthersMayWrite) {
   }
   const auto made = [this] { return Run({"cert", "new", "--out", Path("place/pair")}); };
   std::filesystem::create_directory(Path("place"));
-  for (const mode_t mode : {0775, 0757}) {
+  for (const mode_t mode : {0775U, 0757U}) {
     ASSERT_EQ(::chmod(Path("place").c_str(), mode), 0);
     EXPECT_THAT(made().err, HasSubstr(Path("place") + ": others than root may write"));
   }
