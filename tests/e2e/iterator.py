@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 """The kernel's task iterator against /proc: two daemons, which read the same live processes from one and
-from the other; a churn of short processes; streams that are none; and what a batch costs by each.
+from the other; a churn of short processes; streams that are none; processes that keep their readers waiting; and what
+a batch costs by each.
 
   iterator.py BUILD_DIRECTORY [--processes NUMBER] [--churn SECONDS] [--cost SECONDS]
-              [--only figures|churn|bad|cost]...
+              [--only figures|churn|bad|exec|cost]...
 """
 
 import argparse
+import contextlib
 import json
 import os
 import pathlib
@@ -21,6 +23,7 @@ from gate_load import MORE_MEGABYTES, is_strict, is_timed, memory
 from harness import Agent, client, fail, wait_for
 from iterator_kinds import Kinds, Titled
 from short_lives import Churn, Short
+from silent_server import SilentServer, waiting_in_exec
 
 VARIABLE = "QMT_TASK_ITERATOR"
 RECORDS = ("PDI", "PD", "PDX")
@@ -30,6 +33,7 @@ LEAST_SLEEPERS = 300  # enough where the machine allows no more
 TRIES = 6
 CHURN_RATE = 1000
 COST_RATE = 500
+EXEC_SECONDS = 5
 # Of the asking, or of what each daemon has seen before, or a quotient of two that are compared.
 NOT_COMPARED = {"Record Type", "Record Time", "Interval", "Snapshot Time", "Start Time", "CPU %", "CPU % Each",
                 "Run Delay %", "Avg I/O Kbytes"}
@@ -387,7 +391,52 @@ def check_cost(build, work, options):
         assert kinds.sleepers
 
 
-CHECKS = {"figures": check_figures, "churn": check_churn, "bad": check_bad, "cost": check_cost}
+# --- processes that keep their readers waiting ---
+
+
+def is_in_exec(pid):
+    """Whether its memory has a stack and no program yet."""
+    size, _, _, text, _, data, _ = map(int, pathlib.Path(f"/proc/{pid}/statm").read_text().split())
+    return size != 0 and text == 0 and size == data
+
+
+def check_source_beside_exec(agent, name, waiting):
+    for record in ("PDX", "PDI"):
+        began = time.monotonic()
+        pids = {row["PID"] for row in agent.ask("get", record, "--raw")[0]["rows"]}
+        if time.monotonic() - began > EXEC_SECONDS or os.getpid() not in pids:
+            fail(f"exec: {record} by {name} has {len(pids)} rows after {time.monotonic() - began:.1f} s")
+        # The iterator's figures need no file of a process whose program was seen before.
+        if name == "proc" and waiting.pid in pids:
+            fail(f"exec: {record} has a row of the process in execve(2)")
+    skipped = next(figure["value"] for figure in agent.ask("status")["figures"]
+                   if figure["name"] == "collect_process_skipped")
+    if name == "proc" and skipped != 1:
+        fail(f"exec: {skipped} processes are told to be skipped")
+
+
+def check_exec(build, work, options):
+    """Who waits in execve(2) for a server that is silent has no row, and nobody waits with it."""
+    signal.signal(signal.SIGALRM, lambda *_: fail("exec: no answer"))
+    for name in ("proc", "iterator"):
+        (work / f"mount {name}").mkdir()
+        with contextlib.ExitStack() as stack:
+            try:
+                server = stack.enter_context(SilentServer(work / f"mount {name}"))
+            except OSError as error:
+                print(f"exec: this machine has no FUSE: {error}", flush=True)
+                return
+            agent = stack.enter_context(daemon(build, work / name, name))
+            waiting = stack.enter_context(waiting_in_exec(server))
+            wait_for("the process in execve(2)", lambda pid=waiting.pid: is_in_exec(pid))
+            signal.alarm(60)
+            expect_source(agent, name)
+            check_source_beside_exec(agent, name, waiting)
+            signal.alarm(0)
+    print("exec: a process that waits in execve(2) keeps no batch waiting", flush=True)
+
+
+CHECKS = {"figures": check_figures, "churn": check_churn, "bad": check_bad, "exec": check_exec, "cost": check_cost}
 
 
 def run(options):

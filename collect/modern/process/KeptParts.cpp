@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "collect/modern/process/ExecWait.h"
 #include "collect/modern/process/KeptArguments.h"
 #include "collect/modern/process/ProcessDetail.h"
 #include "collect/modern/process/ProcessFiles.h"
@@ -94,6 +95,14 @@ void FormFolder(const TaskGroup& group, ProcessPath& name) {
   } else {
     FormPath(name, {process, "/task/", std::to_string(group.live)});
   }
+}
+
+bool StaysInExec(const ProcessWalk& walk, ProcessFolder& folder, std::int32_t pid) {
+  const auto isInExec = [&] {
+    std::array<char, 256> statm;
+    return IsInExec(ReadText(walk, folder.PathOf("statm"), statm));
+  };
+  return isInExec() && !ExecWait::Instance().HasLeft(pid, isInExec);
 }
 
 void ReadCommandLine(const ProcessWalk& walk, ProcessFolder& folder, KeptPart& part) {
@@ -191,7 +200,7 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
   if (isDue && group.task.virtualPages != 0) {
     std::array<char, 64> wchan;
     part.lacksCommandLine = MayHoldItsReader(TaskStateLetter(group.task.state)) &&
-                            (!part.commandLine.empty() ||
+                            (!part.commandLine.empty() || StaysInExec(walk, folder, part.pid) ||
                              !IsHarmlessWait(ReadText(walk, folder.PathOf("wchan"), wchan)));
     if (!part.lacksCommandLine) {
       ReadCommandLine(walk, folder, part);
@@ -242,6 +251,9 @@ void KeptParts::KeepSurroundings(const TaskGroup& group, std::size_t index,
 bool KeptParts::ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part) {
   PartText text;
   ProcessFolder process(std::to_string(part.pid).c_str());
+  if (StaysInExec(walk, process, part.pid)) {
+    return false;
+  }
   const std::string_view line = ReadText(walk, process.PathOf("stat"), text);
   ProcessStat stat;
   if (line.empty() ? errno == ENOENT || errno == ESRCH

@@ -75,7 +75,8 @@ class KeptParts {
   void Match(std::vector<TaskGroup>& groups, std::span<const std::string> named = {});
   /// Of the process of that place in the last Match().
   [[nodiscard]] const KeptPart& At(std::size_t index) const { return *m_parts[index]; }
-  /// Reads what is due of a process; false if it has ended before its part could be read.
+  /// Reads what is due of a process; false if it has ended before its part could be read, or stays
+  /// in the execve(2) of a program that was not seen yet.
   [[nodiscard]] bool Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
                           PartWishes wishes);
   /// What is kept of the surroundings of that process: null where they are to be read, as it has

@@ -16,6 +16,7 @@
 #include "collect/ProcessWalk.h"
 #include "collect/modern/HostFolder.h"
 #include "collect/modern/HostText.h"
+#include "collect/modern/process/ExecWait.h"
 #include "collect/modern/process/KeptArguments.h"
 #include "collect/modern/process/KeptParts.h"
 #include "collect/modern/process/ProcessDetailText.h"
@@ -78,7 +79,8 @@ class DetailReader {
   explicit DetailReader(double bootTime, KeptArguments* kept = nullptr)
       : m_bootTime(bootTime), m_kept(kept) {}
 
-  /// Fills the detail of the process whose folder is open; false for one that has ended.
+  /// Fills the detail of the process whose folder is open and whose number it has; false for one
+  /// that has ended, or stays in execve(2).
   [[nodiscard]] bool Read(Descriptor folder, ProcessDetail& detail);
   /// The same where the figures and the command line are there already.
   [[nodiscard]] bool ReadRest(Descriptor folder, ProcessDetail& detail);
@@ -87,6 +89,8 @@ class DetailReader {
   /// The text of one of its files, up to the limit if there is one, valid until the next call;
   /// empty if it can't be read.
   [[nodiscard]] std::string_view ReadFile(const char* name, std::size_t limit = kRoom);
+  /// Whether the process whose folder is open keeps who reads on waiting, see ExecWait.h.
+  [[nodiscard]] bool StaysInExec(std::int32_t pid);
   void ReadCommandLine(ProcessDetail& detail);
   void ReadSurroundings(ProcessDetail& detail);
   void ReadExecutable(ProcessDetail& detail);
@@ -109,8 +113,16 @@ class DetailReader {
 
 constexpr std::string_view kWaitingStates = "SDITt";
 
+bool DetailReader::StaysInExec(std::int32_t pid) {
+  const auto isInExec = [this] { return IsInExec(ReadFile("statm")); };
+  return isInExec() && !ExecWait::Instance().HasLeft(pid, isInExec);
+}
+
 bool DetailReader::Read(Descriptor folder, ProcessDetail& detail) {
   m_folder = std::move(folder);
+  if (StaysInExec(detail.pid)) {
+    return false;
+  }
   if (!TakeStatDetail(ReadFile("stat"), m_bootTime, detail)) {
     return false;
   }
@@ -129,6 +141,9 @@ bool DetailReader::Read(Descriptor folder, ProcessDetail& detail) {
 
 bool DetailReader::ReadRest(Descriptor folder, ProcessDetail& detail) {
   m_folder = std::move(folder);
+  if (StaysInExec(detail.pid)) {
+    return false;
+  }
   ReadSurroundings(detail);
   struct ::stat ignored {};
   return StatHost(m_folder.Get(), "stat", &ignored, 0) == 0;

@@ -12,6 +12,7 @@
 #include "collect/TextScanner.h"
 #include "collect/modern/HostText.h"
 #include "collect/modern/ToldOnce.h"
+#include "collect/modern/process/ExecWait.h"
 #include "collect/modern/process/ProcessFiles.h"
 #include "collect/modern/process/ProcessRow.h"
 #include "collect/modern/process/ProcessText.h"
@@ -203,6 +204,15 @@ bool ModernProcessSource::ReadProcess(const char* pid, Process& record) {
   }
   BeginProcessRow(static_cast<std::int32_t>(number), record);
   ProcessFolder folder(pid);
+  std::optional<ProcessPages> pages = ReadPages(folder);
+  const auto isInExec = [&] { return pages && IsInExec(*pages); };
+  if (isInExec() && !ExecWait::Instance().HasLeft(record.pid, [&] {
+        pages = ReadPages(folder);
+        return isInExec();
+      })) {
+    Skip(pid, kStat, EBUSY);
+    return false;
+  }
   const std::string_view line = ReadFile(folder, kStat);
   ProcessStat stat;
   if (line.empty() || !ParseProcessStat(line, stat)) {
@@ -215,7 +225,8 @@ bool ModernProcessSource::ReadProcess(const char* pid, Process& record) {
   const bool isLed = stat.state != 'Z' || stat.threads < 2 || !FindLiveThread(pid, stat, live);
   FillFromThread(stat, m_pageBytes, record);
   ProcessFolder thread(isLed ? "" : live.data());
-  if ((isLed || !ReadMemory(thread, record)) && !ReadMemory(folder, record)) {
+  if ((isLed || !ReadMemory(thread, ReadPages(thread), record)) &&
+      !ReadMemory(folder, pages, record)) {
     Skip(pid, kStatus, errno);
     return false;
   }
@@ -229,7 +240,13 @@ bool ModernProcessSource::ReadProcess(const char* pid, Process& record) {
   return true;
 }
 
-bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
+std::optional<ProcessPages> ModernProcessSource::ReadPages(ProcessFolder& folder) {
+  ProcessPages pages;
+  return ParseProcessStatm(ReadFile(folder, kStatm), pages) ? std::optional(pages) : std::nullopt;
+}
+
+bool ModernProcessSource::ReadMemory(ProcessFolder& folder,
+                                     const std::optional<ProcessPages>& pages, Process& record) {
   const std::string_view text = ReadFile(folder, kStatus);
   if (text.empty()) {
     return false;
@@ -237,14 +254,11 @@ bool ModernProcessSource::ReadMemory(ProcessFolder& folder, Process& record) {
   ProcessStatus status;
   m_seen[kStatus].entries |= ParseProcessStatus(text, status);
   FillFromStatus(status, record);
-  ProcessPages pages;
-  if (ParseProcessStatm(ReadFile(folder, kStatm), pages)) {
+  if (pages) {
     // The kernel sums its parts for this file; for stat it makes do with an estimate.
-    FillResident(pages.resident, m_pageBytes, record);
-  } else {
-    pages = {};
+    FillResident(pages->resident, m_pageBytes, record);
   }
-  FillPages(pages, m_pageBytes, record);
+  FillPages(pages.value_or(ProcessPages{}), m_pageBytes, record);
   TakeArguments(folder, record);
   if (m_wantsFolder) {
     record.cwdInode = ReadFolderMark(m_walk, folder);

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,14 +13,16 @@
 #include "collect/modern/process/KeptArguments.h"
 #include "collect/process/ProcessSourceLINUX.h"
 
+struct ProcessPages;
 struct ProcessStat;
 
 /// Walks /proc as the kernels of today fill it and gives one row per process, from its stat, statm,
 /// status, io and cmdline, and its limits and cwd where they are asked for; the limits go into
 /// Collector::GetProcessLimits(). Nothing asks for its root. A process that has ended has no row
-/// and costs nothing else. A thread group whose leader has ended is told by its first live thread.
-/// The boot time is that of /proc/stat at the walk; without it no process has a start time. The
-/// category fails only if /proc cannot be opened, or /proc/stat goes beyond its limit.
+/// and costs nothing else; one that stays in execve(2) has none either, see ExecWait.h. A thread
+/// group whose leader has ended is told by its first live thread. The boot time is that of
+/// /proc/stat at the walk; without it no process has a start time. The category fails only if /proc
+/// cannot be opened, or /proc/stat goes beyond its limit.
 class ModernProcessSource : public PtrSource<Process, Process, std::vector<Process>> {
  public:
   ModernProcessSource();
@@ -58,8 +61,10 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   void TakeWishes();
   void End();
   [[nodiscard]] bool ReadProcess(const char* pid, Process& record);
+  [[nodiscard]] std::optional<ProcessPages> ReadPages(ProcessFolder& folder);
   /// All but the figures of the calls, which a group has as a whole; false if there is no status.
-  [[nodiscard]] bool ReadMemory(ProcessFolder& folder, Process& record);
+  [[nodiscard]] bool ReadMemory(ProcessFolder& folder, const std::optional<ProcessPages>& pages,
+                                Process& record);
   /// Those of the leader alone, which a difference may be made of whichever thread lives.
   void ReadSwitches(ProcessFolder& folder, Process& record);
   void ReadIo(ProcessFolder& folder, Process& record);

@@ -190,8 +190,15 @@ bool ParseProcessStatm(std::string_view text, ProcessPages& pages) {
     return false;
   }
   TextScanner scanner(text.substr(0, end));
-  return scanner.Unsigned(pages.size) && scanner.Unsigned(pages.resident) &&
-         scanner.Unsigned(pages.shared);
+  if (!scanner.Unsigned(pages.size) || !scanner.Unsigned(pages.resident) ||
+      !scanner.Unsigned(pages.shared)) {
+    return false;
+  }
+  if (scanner.Unsigned(pages.text)) {
+    scanner.SkipNumbers(1);  // libraries, always 0
+    scanner.Unsigned(pages.data);
+  }
+  return true;
 }
 
 std::span<const std::string_view> ProcessStatusKeys() { return kProcessStatusKeys; }

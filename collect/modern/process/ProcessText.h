@@ -43,6 +43,8 @@ struct ProcessPages {
   std::uint64_t size = 0;
   std::uint64_t resident = 0;
   std::uint64_t shared = 0;
+  std::uint64_t text = 0;  ///< of the program; 0 too where the line ends before
+  std::uint64_t data = 0;  ///< with the stack; the same
 };
 [[nodiscard]] bool ParseProcessStatm(std::string_view text, ProcessPages& pages);
 
