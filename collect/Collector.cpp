@@ -193,6 +193,7 @@ UtlError* Collector::collect(CollectionMask flags, std::span<const char* const> 
   UtlError* error = nullptr;
   m_flags = flags;
   m_collected = 0;
+  m_failed = 0;
   if (g_hostProfile == HostProfile::kModern && (flags & kShownWithNames) != 0) {
     RenewOldNames();
   }
@@ -209,9 +210,8 @@ UtlError* Collector::collect(CollectionMask flags, std::span<const char* const> 
         m_takenAt[PlaceOf(category.flag)] = RunningSeconds();
       }
       error = RunCategory(*this, category, flags, (*m_figures)[index]);
-      if (error == nullptr && !(*m_figures)[index].isFailed) {
-        m_collected |= category.flag;
-      }
+      const bool isDone = error == nullptr && !(*m_figures)[index].isFailed;
+      (isDone ? m_collected : m_failed) |= category.flag;
     }
   }
   FileStatArgs::Set({});

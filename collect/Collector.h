@@ -64,6 +64,8 @@ class Collector {
   [[nodiscard]] bool Wants(CollectionMask flag) const { return (m_flags & flag) != 0; }
   /// Whether the run has already refreshed a category, whose figures are then of this moment.
   [[nodiscard]] bool HasCollected(CollectionMask flag) const { return (m_collected & flag) != 0; }
+  /// Whether the last run could not refresh one of these categories, which this host has.
+  [[nodiscard]] bool HasFailed(CollectionMask flags) const { return (m_failed & flags) != 0; }
 
   /// Of what the profile `modern` alone collects: when the category's last run began, by
   /// RunningSeconds(); now, for figures that no run has taken.
@@ -143,6 +145,7 @@ class Collector {
   std::vector<std::string> m_namedRows;
   CollectionMask m_flags = 0;
   CollectionMask m_collected = 0;
+  CollectionMask m_failed = 0;
   /// By the place of a category's bit; 0 for never.
   std::array<double, std::numeric_limits<CollectionMask>::digits> m_takenAt{};
   /// Shared with the registry of figures, which may read them after the collector has gone.

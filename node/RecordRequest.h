@@ -81,6 +81,9 @@ class CMBRecordRequestEvent : public CMBEvent {
   std::vector<CMBRecordRequest*> m_requests;
   /// Takes the finished records, which the framework owns from then on.
   std::list<CMBRecord*> m_records;
+  /// Figures that a request needs could not be taken in this batch: that a row is not there tells
+  /// nothing. Set by who builds the records.
+  bool m_lacksFigures = false;
 
  private:
   tagPQLAUI m_asker;

@@ -164,10 +164,11 @@ UtlError* RecordBuilder::Add(CMBRecordRequestEvent* pEvent, CMBRecordRequest* pR
     }
     return new UtlError("Record type not supported.", __FILE__, __LINE__);
   }
-  m_categories |= row->collectionFlags;
-  m_categories |= g_hostProfile == HostProfile::kModern ? row->modernFlags : 0U;
+  const CollectionMask needs =
+      row->collectionFlags | (g_hostProfile == HostProfile::kModern ? row->modernFlags : 0U);
+  m_categories |= needs;
   m_extraFlags |= row->extraFlags;
-  m_queue.push_back({pEvent, pRequest, row->builder});
+  m_queue.push_back({pEvent, pRequest, row->builder, needs});
   return nullptr;
 }
 
@@ -257,6 +258,7 @@ void RecordBuilder::LookAtHost(const CMBMultipleRecordRequestEvent& batch) {
 }
 
 void RecordBuilder::BuildEntry(const RecordQueueEntry& entry, UtlErrorPtr& error) {
+  entry.event->m_lacksFigures = m_pCollector->HasFailed(entry.needs);
   entry.event->yield();
   try {
     error.reset((this->*entry.builder)(entry.event, entry.request));

@@ -132,6 +132,7 @@ class RecordBuilder {
     CMBRecordRequestEvent* event;
     CMBRecordRequest* request;
     RecordBuilderFunction builder;
+    CollectionMask needs;  ///< categories of figures
   };
 
   /// While others hold the guard of a file that the batch needs, holds the batch back, for six

@@ -196,7 +196,7 @@ bool AlarmBook::EvaluateWatch(Batch& batch, AlarmClock::time_point end) {
     Changed(one, state);
   };
   if (!std::exchange(batch.hasBegun, true)) {
-    watch.Begin(rows.time, IntervalOf(definition.record));
+    watch.Begin(rows.time, IntervalOf(definition.record), !rows.lacksFigures);
   }
   while (batch.row < rows.rows.size()) {
     watch.Row(rows.rows[batch.row], change);

@@ -52,7 +52,7 @@ std::string AlarmWatch::RawKeyOf(AlarmBytes bytes) const {
   return key;
 }
 
-void AlarmWatch::Begin(std::time_t time, std::chrono::seconds interval) {
+void AlarmWatch::Begin(std::time_t time, std::chrono::seconds interval, bool isWhole) {
   const std::int64_t past = m_time == 0 ? 0 : time - m_time;
   // A clock that was set back says nothing.
   m_elapsed = std::clamp<std::int64_t>(past, 0, kCountedIntervals * interval.count());
@@ -60,6 +60,7 @@ void AlarmWatch::Begin(std::time_t time, std::chrono::seconds interval) {
     SetBack(time, interval);
   }
   m_time = time;
+  m_isWhole = isWhole;
   m_batchKeys.clear();
   ++m_batch;
 }
@@ -262,7 +263,7 @@ bool AlarmWatch::End(const Change& change, const IsOver& isOver) {
   for (auto place = m_states.begin(); place != m_states.end();) {
     AlarmState& state = place->second;
     bool isTold = false;
-    if (std::exchange(state.seen, m_batch) != m_batch) {
+    if (std::exchange(state.seen, m_batch) != m_batch && m_isWhole) {
       if (state.phase == AlarmState::Phase::kActive) {
         NoteOver(state, change);
         isTold = state.phase == AlarmState::Phase::kEnded;

@@ -71,8 +71,9 @@ class AlarmWatch {
   [[nodiscard]] const std::string& Why() const { return m_why; }
   void SetWhy(std::string why) { m_why = std::move(why); }
 
-  /// A batch of the record made rows at `time`; `interval` is that of its schedule.
-  void Begin(std::time_t time, std::chrono::seconds interval);
+  /// A batch of the record made rows at `time`; `interval` is that of its schedule. Of one that is
+  /// not whole a row that is not there is not gone.
+  void Begin(std::time_t time, std::chrono::seconds interval, bool isWhole = true);
   void Row(std::span<const unsigned char> bytes, const Change& change);
   /// All rows of the batch have been given. True if the turn is over and it is to be called again.
   [[nodiscard]] bool End(const Change& change, const IsOver& isOver);
@@ -137,6 +138,7 @@ class AlarmWatch {
   std::time_t m_time = 0;                       ///< of the last batch, or the one at work
   std::int64_t m_elapsed = 0;                   ///< of it: seconds that count
   std::uint64_t m_batch = 1;
+  bool m_isWhole = true;
   std::uint64_t m_leftOut = 0;
   std::optional<std::uint64_t> m_schedule;  ///< the number of that which has made the last batch
   bool m_isChanged = false;

@@ -7,6 +7,7 @@
 #include "json/JsonText.h"
 #include "local/schedule/BatchDesk.h"
 #include "node/LayoutRegistry.h"
+#include "node/Trace.h"
 #include "support/HostProfile.h"
 
 namespace {
@@ -45,6 +46,17 @@ bool IsServed(const ControlRequest& request, const std::string& record) {
       request.Fail({"not-served", "the record " + record + " is not served", "record"});
       return false;
   }
+}
+
+/// The record that a schedule collects whose name is but for its case; null if there is none.
+const char* OtherCase(const ScheduleBook& book, const std::string& record) {
+  for (const auto& entry : book.Entries()) {
+    const char* const scheduled = entry->asker->Record();
+    if (record != scheduled && xlb_stricmp(record.c_str(), scheduled) == 0) {
+      return scheduled;
+    }
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -120,6 +132,14 @@ void ScheduleQueries::Set(const std::shared_ptr<ControlRequest>& request) {
 void ScheduleQueries::Remove(const std::shared_ptr<ControlRequest>& request) {
   const std::optional<std::string> record = ReadRecord(*request);
   if (!record) {
+    return;
+  }
+  // Its line would be found all the same, and taken out.
+  if (const char* scheduled = OtherCase(m_book, *record)) {
+    request->Fail(
+        {"not-scheduled",
+         "no schedule collects the record " + *record + "; did you mean \"" + scheduled + "\"?",
+         "record"});
     return;
   }
   const std::unique_ptr<LocalIniFile> ini = OpenIni(*request);

@@ -38,6 +38,9 @@ class RecordAsker {
   /// says it, when the answer was taken.
   [[nodiscard]] std::time_t AnswerTime() const { return m_answerTime; }
 
+  /// See CMBRecordRequestEvent::m_lacksFigures; of the last batch.
+  [[nodiscard]] bool LacksFigures() const { return m_event.m_lacksFigures; }
+
   /// Makes what the batch has put into the event the last answer, and frees the answer before.
   void TakeAnswer();
   /// Frees what the batch has put into the event; the last answer stays.

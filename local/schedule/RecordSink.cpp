@@ -25,7 +25,7 @@ void RecordSinks::AbandonBatch() {
 }
 
 KeptRows KeptRows::Of(const ScheduledRows& rows) {
-  KeptRows kept{rows.time, {}, rows.owner, rows.schedule};
+  KeptRows kept{rows.time, {}, rows.owner, rows.schedule, rows.lacksFigures};
   kept.rows.reserve(rows.rows.size());
   std::size_t bytes = 0;
   for (const CMBRecord* row : rows.rows) {

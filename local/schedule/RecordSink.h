@@ -20,6 +20,7 @@ struct ScheduledRows {
   std::span<const CMBRecord* const> rows;
   std::shared_ptr<const void> owner{};  ///< of the rows; without one they live for the call only
   std::uint64_t schedule = 0;           ///< the number of ScheduleBook::Entry
+  bool lacksFigures = false;            ///< that a row is not there tells nothing
 };
 
 /// Takes the finished rows of the schedules, on the loop's thread.
@@ -59,6 +60,7 @@ struct KeptRows {
   std::vector<std::span<const unsigned char>> rows;
   std::shared_ptr<const void> owner;  ///< of their bytes
   std::uint64_t schedule = 0;         ///< as in ScheduledRows
+  bool lacksFigures = false;          ///< the same
 
   /// Those of records; without an owner of theirs they are copied.
   [[nodiscard]] static KeptRows Of(const ScheduledRows& rows);

@@ -279,7 +279,7 @@ void ScheduleBook::GiveRows(CMBNode& node, const EntryList& due,
     entry.rows = rows.size();
     entry.lastTime = entry.asker->AnswerTime();
     m_sink.Take({entry.asker->Record(), entry.asker->Category(), entry.lastTime, rows,
-                 entry.asker->Owner(), entry.number});
+                 entry.asker->Owner(), entry.number, entry.asker->LacksFigures()});
     // A first look, which has nothing to compare with, is no row of either.
     if (hasTotals && !rows.empty()) {
       m_sink.TakeTotals({entry.totals->Record(), entry.totals->Category(), entry.lastTime,

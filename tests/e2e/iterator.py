@@ -400,38 +400,42 @@ def is_in_exec(pid):
     return size != 0 and text == 0 and size == data
 
 
-def check_source_beside_exec(agent, name, waiting):
+def check_beside_exec(agent, pid, has_row):
+    """has_row: whether the process that waits has one; else it is counted."""
     for record in ("PDX", "PDI"):
         began = time.monotonic()
         pids = {row["PID"] for row in agent.ask("get", record, "--raw")[0]["rows"]}
         if time.monotonic() - began > EXEC_SECONDS or os.getpid() not in pids:
-            fail(f"exec: {record} by {name} has {len(pids)} rows after {time.monotonic() - began:.1f} s")
-        # The iterator's figures need no file of a process whose program was seen before.
-        if name == "proc" and waiting.pid in pids:
-            fail(f"exec: {record} has a row of the process in execve(2)")
+            fail(f"exec: {record} has {len(pids)} rows after {time.monotonic() - began:.1f} s")
+        if (pid in pids) != has_row:
+            fail(f"exec: {record} has {'no' if has_row else 'a'} row of the process in execve(2)")
     skipped = next(figure["value"] for figure in agent.ask("status")["figures"]
                    if figure["name"] == "collect_process_skipped")
-    if name == "proc" and skipped != 1:
-        fail(f"exec: {skipped} processes are told to be skipped")
+    if not has_row and skipped < 1:
+        fail("exec: no process is told to be skipped")
 
 
 def check_exec(build, work, options):
-    """Who waits in execve(2) for a server that is silent has no row, and nobody waits with it."""
+    """Nobody waits with who waits in execve(2) for a server that is silent. By the iterator it has its row where its
+    program before was seen."""
     signal.signal(signal.SIGALRM, lambda *_: fail("exec: no answer"))
-    for name in ("proc", "iterator"):
-        (work / f"mount {name}").mkdir()
+    for name, is_seen in (("proc", True), ("iterator", True), ("iterator", False)):
+        folder = work / f"{name} {is_seen}"
+        mount = work / f"mount {name} {is_seen}"
+        mount.mkdir()
         with contextlib.ExitStack() as stack:
             try:
-                server = stack.enter_context(SilentServer(work / f"mount {name}"))
+                server = stack.enter_context(SilentServer(mount))
             except OSError as error:
                 print(f"exec: this machine has no FUSE: {error}", flush=True)
                 return
-            agent = stack.enter_context(daemon(build, work / name, name))
-            waiting = stack.enter_context(waiting_in_exec(server))
+            agent = stack.enter_context(daemon(build, folder, name))
+            expect_source(agent, name)
+            see = (lambda agent=agent: agent.ask("get", "PDI", "PDX", "--raw")) if is_seen else (lambda: None)
+            waiting = stack.enter_context(waiting_in_exec(server, see))
             wait_for("the process in execve(2)", lambda pid=waiting.pid: is_in_exec(pid))
             signal.alarm(60)
-            expect_source(agent, name)
-            check_source_beside_exec(agent, name, waiting)
+            check_beside_exec(agent, waiting.pid, name == "iterator" and is_seen)
             signal.alarm(0)
     print("exec: a process that waits in execve(2) keeps no batch waiting", flush=True)
 

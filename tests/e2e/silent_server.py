@@ -18,6 +18,7 @@ NO_SUCH_CALL = -38
 STARTER = """
 import os, sys
 os.open(sys.argv[1], os.O_RDONLY | os.O_CLOEXEC)
+sys.stdin.readline()
 os.execvp("sleep", ["sleep", "1000"])
 """
 
@@ -73,10 +74,14 @@ class SilentServer:
 
 
 @contextlib.contextmanager
-def waiting_in_exec(server):
-    """A process that waits in execve(2) for the server, so that readers of its stat wait with it."""
-    waiting = subprocess.Popen([sys.executable, "-c", STARTER, f"{server.mount}/file"])
+def waiting_in_exec(server, see):
+    """A process that waits in execve(2) for the server, so that readers of its stat wait with it. see: called while it
+    still is another program."""
+    waiting = subprocess.Popen([sys.executable, "-c", STARTER, f"{server.mount}/file"], stdin=subprocess.PIPE)
     try:
+        see()
+        waiting.stdin.write(b"\n")
+        waiting.stdin.close()
         yield waiting
     finally:
         server.end()

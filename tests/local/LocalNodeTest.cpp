@@ -439,6 +439,7 @@ TEST_F(LocalNodeTest, TheScheduleIsChangedInTheFileFirst) {
                    {R"("schedule_set","record":"FAKE","seconds":1.5)", "bad-field"},
                    {R"("schedule_set","seconds":5)", "bad-field"},
                    {R"("schedule_remove","record":"FAKE")", "not-scheduled"},
+                   {R"("schedule_remove","record":"bare")", "not-scheduled"},
                    {R"("schedule_remove","record":"FAKE","x":1)", "bad-field"}};
     for (const auto& row : refused) {
       EXPECT_EQ(client.Ask(std::string("{\"op\":") + row.members + "}")["error"]["code"], row.code)

@@ -118,6 +118,24 @@ TEST_F(RecordBuilderTest, FailuresOfABatchStayWithTheirRequests) {
   EXPECT_EQ(builtBefore, (std::vector<std::size_t>{0, 1, 2, 3, 4})) << "others have their turn";
 }
 
+TEST_F(RecordBuilderTest, ARequestWhoseFiguresCouldNotBeTakenIsMarked) {
+  const process_tree::HostTree host;
+  host.CopyFrom(std::string(QMT_TEST_DIR) + "/fixtures/6.1");
+  ASSERT_EQ(m_builder.Init(), nullptr);
+  Batch batch;
+  batch.Add("FSL", '3', {.realtime = 1});
+  batch.Add("CPUP", '4', {.realtime = 1});
+  for (const bool isFailing : {true, false}) {
+    host.Remove("/etc/mtab");
+    if (!isFailing) {
+      host.Write("/etc/mtab", "/dev/sda1 /nowhere ext4 rw 0 0\n");
+    }
+    EXPECT_EQ(m_builder.Build(&batch.event), nullptr);
+    EXPECT_EQ(batch.entries[0]->event.m_lacksFigures, isFailing);
+    EXPECT_FALSE(batch.entries[1]->event.m_lacksFigures) << "its own category was refreshed";
+  }
+}
+
 TEST_F(RecordBuilderTest, AnOptionalRecordIsServedWhereItIsListed) {
   WriteOptrecs("UFSS\n");
   for (const int variant : {1, 3}) {

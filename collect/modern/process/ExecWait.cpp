@@ -4,11 +4,25 @@
 #include <thread>
 
 #include "collect/modern/process/ProcessText.h"
+#include "support/HostReads.h"
 
 namespace {
 
 constexpr std::chrono::milliseconds kPause{1};
 constexpr std::size_t kMostHeld = 1024;
+
+bool IsStatmInExec(std::string_view statm) {
+  ProcessPages pages;
+  return ParseProcessStatm(statm, pages) && IsInExec(pages);
+}
+
+/// One that runs gets on.
+bool IsWaiting(std::string_view status) {
+  constexpr std::string_view kKey = "\nState:\t";
+  const std::size_t place = status.find(kKey);
+  const char state = place == std::string_view::npos ? '\0' : status.substr(place + kKey.size())[0];
+  return state == 'S' || state == 'D';
+}
 
 }  // namespace
 
@@ -16,9 +30,9 @@ bool IsInExec(const ProcessPages& pages) {
   return pages.size != 0 && pages.text == 0 && pages.data == pages.size;
 }
 
-bool IsInExec(std::string_view statm) {
-  ProcessPages pages;
-  return ParseProcessStatm(statm, pages) && IsInExec(pages);
+bool StaysInExec(std::int32_t pid, const ProcessFileReader& read) {
+  const auto isStillIn = [&] { return IsStatmInExec(read("statm")); };
+  return isStillIn() && IsWaiting(read("status")) && !ExecWait::Instance().HasLeft(pid, isStillIn);
 }
 
 ExecWait& ExecWait::Instance() {
@@ -27,26 +41,35 @@ ExecWait& ExecWait::Instance() {
 }
 
 bool ExecWait::HasLeft(std::int32_t pid, const std::function<bool()>& isStillIn) {
-  if (m_held.contains(pid)) {
+  const auto held = m_heldUntil.find(pid);
+  // What is copied stays as it was.
+  if (g_hostReads != nullptr || (held != m_heldUntil.end() && Clock::now() < held->second)) {
     return false;
   }
-  if (const auto now = std::chrono::steady_clock::now(); now - m_second > std::chrono::seconds(1)) {
-    m_second = now;
-    m_waited = std::chrono::milliseconds(0);
-  }
   for (auto waited = kPause; waited <= kLongest; waited += kPause) {
-    if (m_waited >= kLongestInAll) {
+    if (!Pause()) {
       return false;
     }
-    std::this_thread::sleep_for(kPause);
-    m_waited += kPause;
     if (!isStillIn()) {
       return true;
     }
   }
-  if (m_held.size() >= kMostHeld) {
-    m_held.clear();
+  if (m_heldUntil.size() >= kMostHeld) {
+    m_heldUntil.clear();
   }
-  m_held.insert(pid);
+  m_heldUntil[pid] = Clock::now() + kHeld;
   return false;
+}
+
+bool ExecWait::Pause() {
+  if (const auto now = Clock::now(); now - m_second > std::chrono::seconds(1)) {
+    m_second = now;
+    m_waited = std::chrono::milliseconds(0);
+  }
+  if (m_waited >= kLongestInAll) {
+    return false;
+  }
+  std::this_thread::sleep_for(kPause);
+  m_waited += kPause;
+  return true;
 }

@@ -97,17 +97,20 @@ void FormFolder(const TaskGroup& group, ProcessPath& name) {
   }
 }
 
-bool StaysInExec(const ProcessWalk& walk, ProcessFolder& folder, std::int32_t pid) {
-  const auto isInExec = [&] {
-    std::array<char, 256> statm;
-    return IsInExec(ReadText(walk, folder.PathOf("statm"), statm));
-  };
-  return isInExec() && !ExecWait::Instance().HasLeft(pid, isInExec);
+bool IsHeld(const ProcessWalk& walk, ProcessFolder& folder, const KeptPart& part) {
+  PartText text;
+  return StaysInExec(part.pid,
+                     [&](const char* name) { return ReadText(walk, folder.PathOf(name), text); });
 }
 
 void ReadCommandLine(const ProcessWalk& walk, ProcessFolder& folder, KeptPart& part) {
   std::array<char, kMostKeptArguments> text;
   ReadArguments(walk, folder, text);
+  // The program before is the one that is told of.
+  if (text.front() == '\0' && !part.commandLine.empty() && IsHeld(walk, folder, part)) {
+    part.lacksCommandLine = true;
+    return;
+  }
   part.commandLine.assign(text.data(), ::strnlen(text.data(), text.size()));
   part.commandLine.shrink_to_fit();
 }
@@ -200,13 +203,13 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
   if (isDue && group.task.virtualPages != 0) {
     std::array<char, 64> wchan;
     part.lacksCommandLine = MayHoldItsReader(TaskStateLetter(group.task.state)) &&
-                            (!part.commandLine.empty() || StaysInExec(walk, folder, part.pid) ||
+                            (!part.commandLine.empty() || IsHeld(walk, folder, part) ||
                              !IsHarmlessWait(ReadText(walk, folder.PathOf("wchan"), wchan)));
     if (!part.lacksCommandLine) {
       ReadCommandLine(walk, folder, part);
     }
   }
-  if (wantsFolder) {
+  if (wantsFolder && !IsHeld(walk, folder, part)) {
     part.folderMark = ReadFolderMark(walk, folder);
   }
   if (wantsLimits) {
@@ -251,7 +254,8 @@ void KeptParts::KeepSurroundings(const TaskGroup& group, std::size_t index,
 bool KeptParts::ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part) {
   PartText text;
   ProcessFolder process(std::to_string(part.pid).c_str());
-  if (StaysInExec(walk, process, part.pid)) {
+  part.staysInExec = IsHeld(walk, process, part);
+  if (part.staysInExec) {
     return false;
   }
   const std::string_view line = ReadText(walk, process.PathOf("stat"), text);

@@ -90,9 +90,12 @@ class DetailReader {
   /// empty if it can't be read.
   [[nodiscard]] std::string_view ReadFile(const char* name, std::size_t limit = kRoom);
   /// Whether the process whose folder is open keeps who reads on waiting, see ExecWait.h.
-  [[nodiscard]] bool StaysInExec(std::int32_t pid);
+  [[nodiscard]] bool IsHeld(std::int32_t pid) {
+    return StaysInExec(pid, [this](const char* name) { return ReadFile(name); });
+  }
   void ReadCommandLine(ProcessDetail& detail);
-  void ReadSurroundings(ProcessDetail& detail);
+  /// isHeld: what it waits in and its program are not asked for.
+  void ReadSurroundings(ProcessDetail& detail, bool isHeld);
   void ReadExecutable(ProcessDetail& detail);
   [[nodiscard]] double ReadNumber(const char* name);
   [[nodiscard]] double CountFiles();
@@ -113,22 +116,17 @@ class DetailReader {
 
 constexpr std::string_view kWaitingStates = "SDITt";
 
-bool DetailReader::StaysInExec(std::int32_t pid) {
-  const auto isInExec = [this] { return IsInExec(ReadFile("statm")); };
-  return isInExec() && !ExecWait::Instance().HasLeft(pid, isInExec);
-}
-
 bool DetailReader::Read(Descriptor folder, ProcessDetail& detail) {
   m_folder = std::move(folder);
-  if (StaysInExec(detail.pid)) {
+  if (IsHeld(detail.pid)) {
     return false;
   }
   if (!TakeStatDetail(ReadFile("stat"), m_bootTime, detail)) {
     return false;
   }
   TakeIoDetail(ReadFile("io"), detail);
+  ReadSurroundings(detail, false);
   TakeSchedDetail(ReadFile("schedstat"), detail);
-  ReadSurroundings(detail);
   if (!detail.isOfKernel) {
     ReadCommandLine(detail);
   }
@@ -141,10 +139,7 @@ bool DetailReader::Read(Descriptor folder, ProcessDetail& detail) {
 
 bool DetailReader::ReadRest(Descriptor folder, ProcessDetail& detail) {
   m_folder = std::move(folder);
-  if (StaysInExec(detail.pid)) {
-    return false;
-  }
-  ReadSurroundings(detail);
+  ReadSurroundings(detail, IsHeld(detail.pid));
   struct ::stat ignored {};
   return StatHost(m_folder.Get(), "stat", &ignored, 0) == 0;
 }
@@ -164,16 +159,16 @@ void DetailReader::ReadCommandLine(ProcessDetail& detail) {
   }
 }
 
-void DetailReader::ReadSurroundings(ProcessDetail& detail) {
+void DetailReader::ReadSurroundings(ProcessDetail& detail, bool isHeld) {
+  // One that runs or has ended waits for nothing.
+  if (kWaitingStates.find(detail.state) != std::string_view::npos && !isHeld) {
+    detail.blockedIn = WaitChannelOf(ReadFile("wchan"));
+  }
   detail.openFiles = CountFiles();
   detail.oomScore = ReadNumber("oom_score");
   detail.oomScoreAdjust = ReadNumber("oom_score_adj");
-  // One that runs or has ended waits for nothing.
-  if (kWaitingStates.find(detail.state) != std::string_view::npos) {
-    detail.blockedIn = WaitChannelOf(ReadFile("wchan"));
-  }
   detail.controlGroup = Tidied(ControlGroupOf(ReadFile("cgroup")));
-  if (!detail.isOfKernel) {
+  if (!detail.isOfKernel && !isHeld) {
     ReadExecutable(detail);
   }
 }

@@ -205,13 +205,14 @@ bool ModernProcessSource::ReadProcess(const char* pid, Process& record) {
   BeginProcessRow(static_cast<std::int32_t>(number), record);
   ProcessFolder folder(pid);
   std::optional<ProcessPages> pages = ReadPages(folder);
-  const auto isInExec = [&] { return pages && IsInExec(*pages); };
-  if (isInExec() && !ExecWait::Instance().HasLeft(record.pid, [&] {
-        pages = ReadPages(folder);
-        return isInExec();
-      })) {
-    Skip(pid, kStat, EBUSY);
-    return false;
+  if (pages && IsInExec(*pages)) {
+    if (StaysInExec(record.pid, [&](const char* name) {
+          return ReadText(m_walk, folder.PathOf(name), m_text);
+        })) {
+      Skip(pid, kStat, EBUSY);
+      return false;
+    }
+    pages = ReadPages(folder);
   }
   const std::string_view line = ReadFile(folder, kStat);
   ProcessStat stat;
@@ -221,6 +222,7 @@ bool ModernProcessSource::ReadProcess(const char* pid, Process& record) {
   }
   m_seen[kStat].entries |= stat.hasPolicy ? 1U : 0U;
   FillFromStat(stat, m_bootTime, record);
+  ReadIo(folder, record);
   ProcessPath live;
   const bool isLed = stat.state != 'Z' || stat.threads < 2 || !FindLiveThread(pid, stat, live);
   FillFromThread(stat, m_pageBytes, record);
@@ -233,7 +235,6 @@ bool ModernProcessSource::ReadProcess(const char* pid, Process& record) {
   if (!isLed) {
     ReadSwitches(folder, record);
   }
-  ReadIo(folder, record);
   if (m_limits != nullptr) {
     m_limits->push_back(ReadLimits(folder));
   }

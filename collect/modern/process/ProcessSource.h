@@ -19,7 +19,7 @@ struct ProcessStat;
 /// Walks /proc as the kernels of today fill it and gives one row per process, from its stat, statm,
 /// status, io and cmdline, and its limits and cwd where they are asked for; the limits go into
 /// Collector::GetProcessLimits(). Nothing asks for its root. A process that has ended has no row
-/// and costs nothing else; one that stays in execve(2) has none either, see ExecWait.h. A thread
+/// and costs two looks; one that stays in execve(2) has none either, see ExecWait.h. A thread
 /// group whose leader has ended is told by its first live thread. The boot time is that of
 /// /proc/stat at the walk; without it no process has a start time. The category fails only if /proc
 /// cannot be opened, or /proc/stat goes beyond its limit.
@@ -38,6 +38,8 @@ class ModernProcessSource : public PtrSource<Process, Process, std::vector<Proce
   static void BeginFigures();
   /// Processes of the last walk that are there but have no row, as they cannot be read.
   [[nodiscard]] static std::uint32_t Skipped() { return s_skipped; }
+  /// Adds one that another source has left out.
+  static void CountSkipped() { ++s_skipped; }
   /// Processes of the last walk whose io may not be read; its figures are 0.
   [[nodiscard]] static std::uint32_t IoDenied() { return s_ioDenied; }
   /// What walks keep for the next one: for when there is none.

@@ -100,6 +100,9 @@ bool TaskSource::ReadNextGroup(Process& record) {
   KeptParts& parts = KeptParts::Instance();
   const std::size_t index = m_next++;
   if (!parts.Read(m_walk, m_groups[index], index, m_wishes)) {
+    if (parts.At(index).staysInExec) {
+      ModernProcessSource::CountSkipped();
+    }
     return false;
   }
   Fill(m_groups[index], parts.At(index), record);

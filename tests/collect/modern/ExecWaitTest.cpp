@@ -12,36 +12,48 @@ class ExecWaitTest : public CollectFixture {
   process_tree::HostTree m_host;
 };
 
-TEST_F(ExecWaitTest, AProcessWithoutProgramIsNotAskedForMore) {
+TEST_F(ExecWaitTest, AProcessThatWaitsWithoutProgramIsNotAskedForMore) {
   m_host.Write("/proc/stat", "btime 1700000000\n");
   struct Case {
     const char* statm;
+    char state;
     bool isRow;
   };
   const Case cases[] = {
-      {"40 1 0 0 0 40 0\n", false},  // a stack alone
-      {"40 1 0 1 0 40 0\n", true},  {"40 1 0 0 0 39 0\n", true}, {"40 1 0 0 0 0 0\n", true},
-      {"0 0 0 0 0 0 0\n", true},    {"40 1 0\n", true},          {"", true},
+      {"40 1 0 0 0 40 0\n", 'S', false},  // a stack alone
+      {"40 1 0 0 0 40 0\n", 'D', false}, {"40 1 0 0 0 40 0\n", 'R', true},
+      {"40 1 0 1 0 40 0\n", 'S', true},  {"40 1 0 0 0 39 0\n", 'S', true},
+      {"40 1 0 0 0 0 0\n", 'S', true},   {"0 0 0 0 0 0 0\n", 'S', true},
   };
   process_tree::ProcessFigures process;
   process.name = "one";
   process.pid = 20;
   for (const Case& test : cases) {
-    SCOPED_TRACE(test.statm);
+    SCOPED_TRACE(std::string(test.statm) + test.state);
     ++process.pid;
     m_host.AddProcess(process);
     const std::string folder = "/proc/" + std::to_string(process.pid);
     m_host.Write(folder + "/statm", test.statm);
-    EXPECT_EQ(ReadProcesses<ModernProcessSource>().size(), test.isRow ? 1U : 0U);
-    EXPECT_EQ(ModernProcessSource::Skipped(), test.isRow ? 0U : 1U);
+    m_host.Write(folder + "/status", std::string("Name:\tone\nState:\t") + test.state + " (x)\n");
     std::vector<ProcessDetail> details;
     ReadProcessDetails(details);
     EXPECT_EQ(details.size(), test.isRow ? 1U : 0U);
+    if (!test.isRow) {
+      m_host.Remove(folder + "/stat");
+    }
+    EXPECT_EQ(ReadProcesses<ModernProcessSource>().size(), test.isRow ? 1U : 0U);
+    EXPECT_EQ(ModernProcessSource::Skipped(), test.isRow ? 0U : 1U);
+    EXPECT_TRUE(
+        ScriptedNode::Instance()
+            .LinesWith("The file of a process can't be read. (en=2, arg1=" + folder + "/stat)")
+            .empty())
+        << "it was looked for";
     m_host.Remove(folder);
   }
 }
 
 TEST_F(ExecWaitTest, WaitsOnceAndNotForLong) {
+  const auto began = std::chrono::steady_clock::now();
   ExecWait wait;
   int asked = 0;
   EXPECT_TRUE(wait.HasLeft(1, [&] { return ++asked < 3; }));
@@ -50,7 +62,6 @@ TEST_F(ExecWaitTest, WaitsOnceAndNotForLong) {
     ++asked;
     return true;
   };
-  const auto began = std::chrono::steady_clock::now();
   EXPECT_FALSE(wait.HasLeft(2, isStillIn));
   EXPECT_EQ(asked, 3 + ExecWait::kLongest.count());
   EXPECT_FALSE(wait.HasLeft(2, isStillIn)) << "it was waited for";

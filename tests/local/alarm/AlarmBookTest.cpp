@@ -11,6 +11,11 @@ TEST_F(AlarmBookTest, AnAlarmIsToldKeptWithItsRowsAndAnswered) {
   life->operations.Handle(R"({"op":"alarm_follow"})", follower);
   Batch(5);
   Batch(95, 3);
+  // The figures of a batch could not be taken, so that it has no rows.
+  life->sinks.Take({"FAKE", '4', now += 60, {}, {}, 0, true});
+  life->sinks.EndBatch();
+  Turns();
+  EXPECT_EQ(changes.size(), 1U);
   Batch(5);
   EXPECT_THAT(changes, ElementsAre("a\uFFFD has 95 active", "a\uFFFD has 95 ended"));
   std::string piece;

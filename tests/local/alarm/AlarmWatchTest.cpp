@@ -15,8 +15,8 @@ class AlarmWatchTest : public ::testing::Test {
     ASSERT_EQ(watch->Why(), "");
   }
   using Rows = std::vector<std::pair<const char*, std::uint32_t>>;
-  void Batch(std::time_t time, const Rows& rows) {
-    watch->Begin(time, std::chrono::seconds(60));
+  void Batch(std::time_t time, const Rows& rows, bool isWhole = true) {
+    watch->Begin(time, std::chrono::seconds(60), isWhole);
     for (const auto& [label, count] : rows) {
       watch->Row(AlarmRow(label, count), change);
     }
@@ -83,6 +83,18 @@ TEST_F(AlarmWatchTest, ARowThatIsGoneEndsIt) {
   }
   EXPECT_THAT(changes, ElementsAre("x begins 1060", "x ends 1120"));
   EXPECT_EQ(watch->Pending(), 0U);
+}
+
+TEST_F(AlarmWatchTest, ABatchThatIsNotWholeEndsWhatItsRowsEnd) {
+  Define("for = 1m\n");
+  Batch(1000, {{"x", 95}, {"y", 95}});
+  Batch(1060, {{"x", 95}, {"y", 95}, {"z", 95}});
+  Batch(1120, {{"y", 5}}, false);
+  EXPECT_EQ(watch->Pending(), 1U);
+  EXPECT_THAT(changes, ElementsAre("x begins 1060", "y begins 1060", "y ends 1120"));
+  Batch(1180, {{"z", 95}});
+  EXPECT_EQ(changes.size(), 5U);
+  EXPECT_THAT(changes, ::testing::IsSupersetOf({"x ends 1180", "z begins 1180"}));
 }
 
 TEST_F(AlarmWatchTest, ABatchThatEndsInSeveralTurnsCountsOnce) {

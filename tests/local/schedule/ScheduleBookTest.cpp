@@ -58,7 +58,10 @@ TEST_F(ScheduleBookTest, UnknownRecordsAreToldByNameTenTimesAndNeverAskedFor) {
 
 TEST_F(ScheduleBookTest, TotalsHaveTheTimeOfTheRowsWithRates) {
   struct TotalsSink : RecordSink {
-    void Take(const ScheduledRows& rows) override { times.push_back(rows.time); }
+    void Take(const ScheduledRows& rows) override {
+      times.push_back(rows.time);
+      EXPECT_TRUE(rows.lacksFigures);
+    }
     void TakeTotals(const ScheduledRows& rows) override { times.push_back(rows.time); }
     std::vector<std::time_t> times;
   } sink;
@@ -70,6 +73,7 @@ TEST_F(ScheduleBookTest, TotalsHaveTheTimeOfTheRowsWithRates) {
     std::int32_t time = 1700000000;
     for (CMBRecordRequestEvent* event : batch.m_events) {
       event->m_records.push_back(new FakeRecord(1, time++));
+      event->m_lacksFigures = true;
     }
     EventLoop::RequestStop();
     return kNotifyDone;
