@@ -85,7 +85,9 @@ UtlError* ReadModern(Collector& collector, CategoryStep& step) {
   auto& figures = collector.GetModern()->*Member;
   read(figures);
   const std::size_t count = CountOf(figures);
-  return step.Finish(TakeHostFileError().release(), count, count != 0);
+  UtlErrorPtr error = TakeHostFileError();
+  const bool isSupported = count != 0 || error != nullptr;
+  return step.Finish(error.release(), count, isSupported);
 }
 
 /// Down to the depth that the site has set.

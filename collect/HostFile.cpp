@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -48,6 +49,14 @@ void Fail(const char* path, std::uint64_t limit, const char* unit) {
   g_error->GetStream() << path << " has more than " << limit << ' ' << unit;
   g_error->CloseStream();
   errno = EFBIG;
+}
+
+/// That a file can't be opened for once tells nothing of the host.
+void FailForDescriptors(const char* path, int code) {
+  g_error = std::make_unique<UtlError>(__FILE__, __LINE__);
+  g_error->GetStream() << path << " can't be opened: " << std::strerror(code);
+  g_error->CloseStream();
+  errno = code;
 }
 
 /// What stands behind a stream.
@@ -120,6 +129,9 @@ TextFilePtr OpenHostFileAt(const std::string& place, const char* path) {
   Descriptor descriptor(
       OpenHost(AT_FDCWD, place.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   if (!descriptor.IsOpen()) {
+    if (errno == EMFILE || errno == ENFILE) {
+      FailForDescriptors(path, errno);
+    }
     return nullptr;
   }
   auto file = std::make_unique<BoundedFile>(descriptor.Get(), path);

@@ -206,6 +206,7 @@ bool RecordBuilder::QueueRequests(const CMBMultipleRecordRequestEvent& batch) {
   std::vector<std::string> named;
   for (CMBRecordRequestEvent* event : batch.m_events) {
     anyScheduled = anyScheduled || event->IsRealtime() == 0;
+    event->m_lacksFigures = false;
     for (CMBRecordRequest* request : event->m_requests) {
       named.insert(named.end(), request->NamedRows().begin(), request->NamedRows().end());
       if (const UtlErrorPtr refusal{Add(event, request)}) {
@@ -258,7 +259,7 @@ void RecordBuilder::LookAtHost(const CMBMultipleRecordRequestEvent& batch) {
 }
 
 void RecordBuilder::BuildEntry(const RecordQueueEntry& entry, UtlErrorPtr& error) {
-  entry.event->m_lacksFigures = m_pCollector->HasFailed(entry.needs);
+  entry.event->m_lacksFigures |= m_pCollector->HasFailed(entry.needs);
   entry.event->yield();
   try {
     error.reset((this->*entry.builder)(entry.event, entry.request));

@@ -189,7 +189,7 @@ bool AlarmBook::EvaluateWatch(Batch& batch, AlarmClock::time_point end) {
     return false;
   }
   const KeptRows& rows = *found->second;
-  if (watch.IsFirstLook(rows.schedule, rows.rows.empty())) {
+  if (!rows.lacksFigures && watch.IsFirstLook(rows.schedule, rows.rows.empty())) {
     return false;
   }
   const AlarmWatch::Change change = [this](AlarmWatch& one, AlarmState& state) {

@@ -48,15 +48,21 @@ bool IsServed(const ControlRequest& request, const std::string& record) {
   }
 }
 
-/// The record that a schedule collects whose name is but for its case; null if there is none.
-const char* OtherCase(const ScheduleBook& book, const std::string& record) {
+/// Whether a schedule collects that record; fails the request if none does.
+bool IsScheduled(const ScheduleBook& book, const ControlRequest& request,
+                 const std::string& record) {
+  std::string hint;
   for (const auto& entry : book.Entries()) {
-    const char* const scheduled = entry->asker->Record();
-    if (record != scheduled && xlb_stricmp(record.c_str(), scheduled) == 0) {
-      return scheduled;
+    const std::string scheduled = entry->asker->Record();
+    if (scheduled == record) {
+      return true;
+    }
+    if (xlb_stricmp(record.c_str(), scheduled.c_str()) == 0) {
+      hint = "; did you mean \"" + scheduled + "\"?";
     }
   }
-  return nullptr;
+  request.Fail({"not-scheduled", "no schedule collects the record " + record + hint, "record"});
+  return false;
 }
 
 }  // namespace
@@ -131,15 +137,8 @@ void ScheduleQueries::Set(const std::shared_ptr<ControlRequest>& request) {
 
 void ScheduleQueries::Remove(const std::shared_ptr<ControlRequest>& request) {
   const std::optional<std::string> record = ReadRecord(*request);
-  if (!record) {
-    return;
-  }
-  // Its line would be found all the same, and taken out.
-  if (const char* scheduled = OtherCase(m_book, *record)) {
-    request->Fail(
-        {"not-scheduled",
-         "no schedule collects the record " + *record + "; did you mean \"" + scheduled + "\"?",
-         "record"});
+  // Its lines would be taken out all the same, in any case of their letters.
+  if (!record || !IsScheduled(m_book, *request, *record)) {
     return;
   }
   const std::unique_ptr<LocalIniFile> ini = OpenIni(*request);
@@ -151,9 +150,6 @@ void ScheduleQueries::Remove(const std::shared_ptr<ControlRequest>& request) {
     request->Fail({"not-written", error, ""});
     return;
   }
-  if (!m_book.Remove(*record)) {
-    request->Fail({"not-scheduled", "no schedule collects the record " + *record, "record"});
-    return;
-  }
+  static_cast<void>(m_book.Remove(*record));
   request->Succeed();
 }

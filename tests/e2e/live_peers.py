@@ -24,7 +24,13 @@ PLAIN = {**os.environ, "LC_ALL": "C", "TZ": "UTC"}
 
 
 def output(*words):
-    return subprocess.run(words, capture_output=True, text=True, check=True, env=PLAIN).stdout
+    """What a program prints. One that a signal ended, as ps now and then when processes end below it, is asked again."""
+    for _ in range(3):
+        done = subprocess.run(words, capture_output=True, text=True, check=False, env=PLAIN)
+        if done.returncode >= 0:
+            break
+    done.check_returncode()
+    return done.stdout
 
 
 # The peers' counters by name.

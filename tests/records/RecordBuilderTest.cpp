@@ -5,6 +5,8 @@
 #include "node/LayoutRegistry.h"
 #include "records/RecordLayouts.h"
 #include "support/HostPaths.h"
+#include "support/HostProfile.h"
+#include "support/HostReads.h"
 #include "support/OsCalls.h"
 #include "support/ProductOptions.h"
 #include "support/Switches.h"
@@ -32,6 +34,7 @@ class RecordBuilderTest : public ::testing::Test {
   }
   void TearDown() override {
     Os() = m_realCalls;
+    g_hostProfile = HostProfile::kClassic;
     ProcLib::ResetCaches();
     SetHostRoot("");
     SetProductRoot("");
@@ -133,6 +136,57 @@ TEST_F(RecordBuilderTest, ARequestWhoseFiguresCouldNotBeTakenIsMarked) {
     EXPECT_EQ(m_builder.Build(&batch.event), nullptr);
     EXPECT_EQ(batch.entries[0]->event.m_lacksFigures, isFailing);
     EXPECT_FALSE(batch.entries[1]->event.m_lacksFigures) << "its own category was refreshed";
+  }
+}
+
+/// No file of the host can be opened while it lives.
+class WithoutDescriptors : public HostReads {
+ public:
+  WithoutDescriptors() { g_hostReads = this; }
+  ~WithoutDescriptors() override { g_hostReads = nullptr; }
+  WithoutDescriptors(const WithoutDescriptors&) = delete;
+  WithoutDescriptors& operator=(const WithoutDescriptors&) = delete;
+
+  int Open(int, const char*, int) override { return Fail(); }
+  ssize_t ReadLink(int, const char*, char*, std::size_t) override { return Fail(); }
+  int Stat(int, const char*, struct ::stat*, int) override { return Fail(); }
+  bool List(int, std::vector<::dirent>&) override { return false; }
+  bool FindTalk(int, std::string_view, HeardTalk& heard) override {
+    heard.error = EMFILE;
+    return true;
+  }
+  void KeepTalk(int, std::string_view, const HeardTalk&) override {}
+  [[nodiscard]] bool IsRunningHost() const override { return false; }
+  void BeginBatch() override {}
+  void EndBatch() override {}
+
+ private:
+  static int Fail() {
+    errno = EMFILE;
+    return -1;
+  }
+};
+
+TEST_F(RecordBuilderTest, WithoutADescriptorNothingIsToldToBeGone) {
+  g_hostProfile = HostProfile::kModern;
+  const process_tree::HostTree host;
+  host.CopyFrom(std::string(QMT_TEST_DIR) + "/fixtures/modern-6.18/second");
+  RecordBuilder builder(nullptr, &m_collector, "pipe");
+  ASSERT_EQ(builder.Init(), nullptr);
+  for (const bool isFailing : {true, false}) {
+    Batch batch;
+    for (const char* record : {"DISK", "NETD", "MEMD"}) {
+      batch.Add(record, '4', {.realtime = 1});
+    }
+    batch.Add("FSL", '3', {.realtime = 1});
+    {
+      const auto lack = isFailing ? std::make_unique<WithoutDescriptors>() : nullptr;
+      EXPECT_EQ(builder.Build(&batch.event), nullptr);
+    }
+    for (const auto& entry : batch.entries) {
+      EXPECT_EQ(entry->event.m_lacksFigures, isFailing)
+          << entry->event.m_requests.front()->GetRecordType();
+    }
   }
 }
 

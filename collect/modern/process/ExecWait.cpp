@@ -16,12 +16,10 @@ bool IsStatmInExec(std::string_view statm) {
   return ParseProcessStatm(statm, pages) && IsInExec(pages);
 }
 
-/// One that runs gets on.
+/// One that still runs gets on.
 bool IsWaiting(std::string_view status) {
-  constexpr std::string_view kKey = "\nState:\t";
-  const std::size_t place = status.find(kKey);
-  const char state = place == std::string_view::npos ? '\0' : status.substr(place + kKey.size())[0];
-  return state == 'S' || state == 'D';
+  return status.find("\nState:\tS") != std::string_view::npos ||
+         status.find("\nState:\tD") != std::string_view::npos;
 }
 
 }  // namespace
@@ -32,7 +30,7 @@ bool IsInExec(const ProcessPages& pages) {
 
 bool StaysInExec(std::int32_t pid, const ProcessFileReader& read) {
   const auto isStillIn = [&] { return IsStatmInExec(read("statm")); };
-  return isStillIn() && IsWaiting(read("status")) && !ExecWait::Instance().HasLeft(pid, isStillIn);
+  return isStillIn() && !ExecWait::Instance().HasLeft(pid, isStillIn) && IsWaiting(read("status"));
 }
 
 ExecWait& ExecWait::Instance() {

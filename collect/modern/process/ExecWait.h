@@ -17,8 +17,8 @@ struct ProcessPages;
 /// The text of a file of a process by its name below the process's folder, until the next one is
 /// read; empty if it can't be read.
 using ProcessFileReader = std::function<std::string_view(const char* name)>;
-/// Whether a process is in that state, waits there (S or D in its `status`), and does not leave it
-/// within some milliseconds, as nearly all do in less than one.
+/// Whether a process is in that state, does not leave it within some milliseconds, as nearly all do
+/// in less than one, and waits there (S or D in its `status`).
 [[nodiscard]] bool StaysInExec(std::int32_t pid, const ProcessFileReader& read);
 
 /// Waits for processes to leave that state.

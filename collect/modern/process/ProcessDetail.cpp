@@ -164,13 +164,13 @@ void DetailReader::ReadSurroundings(ProcessDetail& detail, bool isHeld) {
   if (kWaitingStates.find(detail.state) != std::string_view::npos && !isHeld) {
     detail.blockedIn = WaitChannelOf(ReadFile("wchan"));
   }
+  if (!detail.isOfKernel && !isHeld) {
+    ReadExecutable(detail);
+  }
   detail.openFiles = CountFiles();
   detail.oomScore = ReadNumber("oom_score");
   detail.oomScoreAdjust = ReadNumber("oom_score_adj");
   detail.controlGroup = Tidied(ControlGroupOf(ReadFile("cgroup")));
-  if (!detail.isOfKernel && !isHeld) {
-    ReadExecutable(detail);
-  }
 }
 
 std::string_view DetailReader::ReadFile(const char* name, std::size_t limit) {
