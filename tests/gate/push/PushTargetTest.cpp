@@ -12,7 +12,9 @@ using std::chrono::milliseconds;
 using testing::UnorderedElementsAreArray;
 
 constexpr PushPace kQuickPace{milliseconds(10), milliseconds(10), milliseconds(40),
-                              milliseconds(300), milliseconds(400)};
+                              milliseconds(5000), milliseconds(400)};
+/// For servers that are silent.
+constexpr milliseconds kShortTimeout{300};
 
 class PushTargetTest : public ::testing::Test {
  protected:
@@ -26,7 +28,7 @@ class PushTargetTest : public ::testing::Test {
   Json PushUntil(const std::string& url, const std::function<bool(const Json&)>& isDone) {
     m_settings.url = url;
     const PushHooks hooks{[this](const std::string& line) { m_told.push_back(line); }, [] {}};
-    PushDesk push(m_desk, m_sender, {m_settings}, m_state, hooks, kQuickPace);
+    PushDesk push(m_desk, m_sender, {m_settings}, m_state, hooks, m_pace);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     LoopTimer timer(m_loop);
     std::function<void()> look = [&] {
@@ -79,6 +81,7 @@ class PushTargetTest : public ::testing::Test {
   DaemonDesk m_desk{m_loop, (m_folder.Path() / "s").string()};
   HttpSender m_sender{m_loop};
   TargetSettings m_settings;
+  PushPace m_pace = kQuickPace;
   std::vector<std::string> m_told;
 
  private:
@@ -110,6 +113,7 @@ TEST_F(PushTargetTest, RowsGoOnceInOrderAndOnAfterARestart) {
 }
 
 TEST_F(PushTargetTest, AnOutageLosesNothing) {
+  m_pace.timeout = kShortTimeout;
   const std::pair<const char*, FakeServer::Serve> outages[] = {
       {"503", [](const auto& request) { return request.Answer("503 No", "down\nx"); }},
       {"429", [](const auto& request) { return request.Answer("429 No", "slowly"); }},
@@ -138,6 +142,7 @@ TEST_F(PushTargetTest, AnOutageLosesNothing) {
 }
 
 TEST_F(PushTargetTest, WhatTakesTooLongIsSentInSmallerRequestsUntilOneIsTaken) {
+  m_pace.timeout = kShortTimeout;
   std::vector<std::size_t> sizes;
   FakeServer server([&](const FakeServer::Request& request) {
     sizes.push_back(WriteText(request.body).size());
@@ -150,6 +155,7 @@ TEST_F(PushTargetTest, WhatTakesTooLongIsSentInSmallerRequestsUntilOneIsTaken) {
 }
 
 TEST_F(PushTargetTest, TheRowsOfOneTimeAreSentInPartsWhereTheyTakeTooLong) {
+  m_pace.timeout = kShortTimeout;
   std::vector<std::size_t> sizes;
   FakeServer server([&](const FakeServer::Request& request) {
     sizes.push_back(WriteText(request.body).size());
