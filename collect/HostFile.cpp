@@ -13,6 +13,7 @@
 
 #include "support/Descriptor.h"
 #include "support/HostPaths.h"
+#include "support/HostProfile.h"
 #include "support/HostReads.h"
 #include "support/Uninterrupted.h"
 #include "support/UtlError.h"
@@ -129,7 +130,8 @@ TextFilePtr OpenHostFileAt(const std::string& place, const char* path) {
   Descriptor descriptor(
       OpenHost(AT_FDCWD, place.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   if (!descriptor.IsOpen()) {
-    if (errno == EMFILE || errno == ENFILE) {
+    // For `classic` a file that can't be opened is one that is not there.
+    if (g_hostProfile == HostProfile::kModern && (errno == EMFILE || errno == ENFILE)) {
       FailForDescriptors(path, errno);
     }
     return nullptr;

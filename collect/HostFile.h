@@ -15,6 +15,6 @@ class UtlError;
 /// The same for one that stands elsewhere; `path` tells its limit and names it.
 [[nodiscard]] TextFilePtr OpenHostFileAt(const std::string& place, const char* path);
 
-/// The error of a file that went beyond its limit, or for which there was no descriptor, since the
-/// last call; null if none did.
+/// The error of a file that went beyond its limit, or under `modern` had no descriptor to be opened
+/// with, since the last call; null if none did.
 [[nodiscard]] std::unique_ptr<UtlError> TakeHostFileError();

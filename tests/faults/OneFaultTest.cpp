@@ -250,8 +250,8 @@ TEST_F(OneFaultTest, AnAllocationOfAnOperation) {
 TEST_F(OneFaultTest, AnAllocationOfTheStop) {
   for (const WalkScene scene : {WalkScene::kBatches, WalkScene::kFollowed}) {
     const WalkResult counted = s_walks->Run({faults::kPlace, 0, scene});
-    const std::vector<Fault> each = EachPlace(scene, counted, 6, counted.placesToStop);
-    EXPECT_GE(each.size(), 6U);
+    const std::vector<Fault> each = EachPlace(scene, counted, 10, counted.placesToStop);
+    EXPECT_GE(each.size(), 10U);
     TryEach(each, [](const WalkResult& walk) {
       ExpectWhole(walk);
       EXPECT_EQ(walk.exitValue, 0);

@@ -1,5 +1,6 @@
 #include "records/RecordBuilder.h"
 
+#include "collect/HostFile.h"
 #include "collect/ProcLib.h"
 #include "collect/cpu/CPUSourceLINUX.h"
 #include "node/LayoutRegistry.h"
@@ -168,7 +169,12 @@ class WithoutDescriptors : public HostReads {
 };
 
 TEST_F(RecordBuilderTest, WithoutADescriptorNothingIsToldToBeGone) {
-  g_hostProfile = HostProfile::kModern;
+  for (const HostProfile profile : {HostProfile::kClassic, HostProfile::kModern}) {
+    g_hostProfile = profile;
+    const WithoutDescriptors lack;
+    EXPECT_EQ(OpenHostFile("/proc/stat"), nullptr);
+    EXPECT_EQ(TakeHostFileError() != nullptr, profile == HostProfile::kModern);
+  }
   const process_tree::HostTree host;
   host.CopyFrom(std::string(QMT_TEST_DIR) + "/fixtures/modern-6.18/second");
   RecordBuilder builder(nullptr, &m_collector, "pipe");
