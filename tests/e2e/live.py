@@ -56,11 +56,14 @@ def run(build, work):
     for folder in folders.values():
         folder.mkdir()
     address = f"127.0.0.1:{free_port()}"
+    programs = [*map(shutil.which, PROGRAMS), build / "client/qmtctl",
+                *(build / "helpers").glob("qmt_*")]
     exporter = ["prometheus-node-exporter", f"--web.listen-address={address}", *EXPORTER_OPTIONS]
     with Agent(build, folders["agent"], "modern") as agent, \
             Process(exporter, folders["exporter"]), Group(folders["load"]) as group, \
-            load(folders["load"]):
+            load(folders["load"], programs):
         wait_for("prometheus-node-exporter", lambda: exporter_counters(address))
+        wait_for("files in memory", (folders["load"] / "held").exists)
         allow_for_program(agent.process.pid)
         # Other programs of this machine jump in between two looks: a figure that is wrong differs
         # in each try.

@@ -6,6 +6,8 @@ import ctypes
 import mmap
 import multiprocessing
 import os
+import pathlib
+import re
 import shutil
 import signal
 import socket
@@ -17,6 +19,8 @@ ODD_NAME = "a b (c)"
 LOOPBACK = "127.0.0.1"
 # In no network that is routed.
 BRIDGE_NETWORK = "198.51.100"
+# Of <linux/mman.h>: in memory at once, and until it ends.
+MAP_LOCKED = 0x2000
 
 
 def write_disk(folder):
@@ -71,6 +75,32 @@ def send_packets(_):
                 sender.sendto(b"x", receiver.getsockname())
                 receiver.recv(1)
                 time.sleep(0.01)
+
+
+def files_of(programs):
+    """The files that programs consist of and those that processes have mapped."""
+    paths = {str(program) for program in programs}
+    for program in programs:
+        done = subprocess.run(["ldd", program], capture_output=True, text=True, check=False)
+        paths |= set(re.findall(r"(/\S+) \(0x", done.stdout))
+    for maps in pathlib.Path("/proc").glob("[0-9]*/maps"):
+        with contextlib.suppress(OSError):
+            paths |= set(re.findall(r"\d+ +(/.*)$", maps.read_text(errors="replace"), re.M))
+    return paths
+
+
+def hold_files(folder, programs):
+    """Keeps files in memory: a host that takes pages back while they are in use, as some do, would have
+    a program read its own from the disk, in the peers' seconds or in the agent's."""
+    held = []
+    for path in files_of(programs):
+        # What is deleted, or not for this user.
+        with contextlib.suppress(OSError, ValueError):
+            with open(path, "rb") as file:
+                held.append(mmap.mmap(file.fileno(), 0, mmap.MAP_SHARED | MAP_LOCKED, mmap.PROT_READ))
+    (folder / "held").touch()
+    while True:
+        time.sleep(1000)
 
 
 def tcp_pair(listener):
@@ -221,7 +251,7 @@ def send_through(interface):
 
 
 @contextlib.contextmanager
-def load(folder):
+def load(folder, programs):
     odd = folder / ODD_NAME
     shutil.copy(shutil.which("sleep"), odd)
     sleeper = subprocess.Popen([odd, "1000"])
@@ -232,6 +262,7 @@ def load(folder):
     loads = [multiprocessing.Process(target=work, args=(folder,), daemon=True)
              for work in (write_disk, fork_often, touch_pages, hold_memory, send_packets,
                           hold_sockets, use_sockets)]
+    loads.append(multiprocessing.Process(target=hold_files, args=(folder, programs), daemon=True))
     for each in loads:
         each.start()
     try:
