@@ -18,7 +18,7 @@
 #include "gate/PushTrial.h"
 #include "support/HostPaths.h"
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(QMT_ADDRESS_SANITIZER)
 /// The check for leaks traces its own process, which this one may not.
 extern "C" const char* __lsan_default_options() { return "detect_leaks=0"; }
 #endif

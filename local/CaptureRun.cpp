@@ -104,8 +104,7 @@ void CaptureRoom::Remove() const {
 
 CaptureRun::CaptureRun(EventLoop& loop, ControlOperations& operations, HostRecorder& recorder,
                        CaptureOrder order, std::string folder)
-    : m_loop(loop),
-      m_operations(operations),
+    : m_operations(operations),
       m_recorder(recorder),
       m_order(std::move(order)),
       m_folder(std::move(folder)),

@@ -47,7 +47,6 @@ class CaptureRun {
   void GoOn();
   void End(std::string problem);
 
-  EventLoop& m_loop;
   ControlOperations& m_operations;
   HostRecorder& m_recorder;
   CaptureOrder m_order;

@@ -39,13 +39,13 @@ FailBuild() {
 }
 
 # Configures a preset and builds the named targets, or all of them. A build that was interrupted
-# goes on where it was.
+# goes on where it was. `warnings` makes no program, so that nobody may ask for it.
 BuildPreset() {
   local preset=$1 compiler=${CXX:-c++} package='apt-get install g++, or set CXX to the one to use'
   shift
-  CheckPreset "$preset"
-  if [[ $preset == fuzz ]]; then
-    compiler=clang++ package='scripts/install-deps fuzz'
+  [[ $preset == warnings ]] || CheckPreset "$preset"
+  if [[ $preset == fuzz || $preset == sanitize ]]; then
+    compiler=clang++ package='scripts/install-deps'
   fi
   # CXX may have words behind the program.
   command -v "${compiler%% *}" >/dev/null || Fail "there is no compiler \"$compiler\": $package"

@@ -6,7 +6,7 @@
 
 #include "tests/support/TempFolder.h"
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef QMT_ADDRESS_SANITIZER
 #include <sanitizer/lsan_interface.h>
 #endif
 
@@ -80,7 +80,7 @@ int faults::CountDescriptorsAtRest(int expected) {
 }
 
 bool faults::HasLeak() {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef QMT_ADDRESS_SANITIZER
   return __lsan_do_recoverable_leak_check() != 0;
 #else
   return false;

@@ -4,7 +4,7 @@
 
 #include "tests/process/ProcessRecordFixture.h"
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef QMT_ADDRESS_SANITIZER
 // The compiler comes without the header.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #endif
@@ -12,7 +12,7 @@ extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 namespace {
 
 std::size_t AllocatedBytes() {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef QMT_ADDRESS_SANITIZER
   return __sanitizer_get_current_allocated_bytes();
 #else
   const struct ::mallinfo2 info = ::mallinfo2();

@@ -45,7 +45,9 @@ using testing::StartsWith;
 /// All that a file holds; empty if it can't be opened.
 inline std::string FileText(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::ostringstream text;
+  text << file.rdbuf();
+  return std::move(text).str();
 }
 
 /// The parts of a text up to each mark; the last one may lack it.

@@ -290,7 +290,7 @@ TEST_F(HistoryPointsTest, APageTakesLittleMoreMemoryThanItsText) {
     [[maybe_unused]] const std::size_t before = UsedBytes();
     Ask(members, peer);
     ASSERT_EQ(peer->answers.size(), 1U);
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(QMT_ADDRESS_SANITIZER)
     EXPECT_LT(peer->used, before + kLittle + 3 * peer->answers[0].size()) << members;
 #endif
   }

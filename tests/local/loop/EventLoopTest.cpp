@@ -307,7 +307,7 @@ TEST_F(EventLoopTest, MemoryIsGivenBackSomeTimeAfterARush) {
   memory.NoteBytes(MemoryRest::kRush / 4 + 1);
   rest();
   EXPECT_LT(StatusBytes("RssFile:") + kMegabyte / 4, most);
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(QMT_ADDRESS_SANITIZER)
   EXPECT_LT(StatusBytes("RssAnon:"), quiet + 8 * kMegabyte);
 #endif
   for (const bool isGivenBack : {false, true}) {
