@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <chrono>
+#include <cstring>
 #include <string>
 #include <utility>
 
@@ -32,6 +33,7 @@
 #include "node/FigureRegistry.h"
 #include "support/CollectorLog.h"
 #include "support/HostProfile.h"
+#include "support/HostReads.h"
 #include "support/RunningClock.h"
 #include "support/TraceLog.h"
 #include "support/UtlError.h"
@@ -111,11 +113,30 @@ UtlError* RunCategory(Collector& collector, const Category& category, Collection
   CategoryStep step(category, flags, figures);
   const auto begin = std::chrono::steady_clock::now();
   static_cast<void>(TakeHostFileError());  // what was read outside of a run is nobody's failure
+  g_lackOfDescriptors = 0;
   step.Start();
   const bool isModern = g_hostProfile == HostProfile::kModern && category.runModern != nullptr;
   UtlError* error = (isModern ? category.runModern : category.run)(collector, step);
   figures.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   return error;
+}
+
+/// Whether the run that has just ended had no descriptor for a file: what a process or a control
+/// group could not be opened for is missing, not gone. `classic` has it as not there.
+bool HasLackedDescriptors(const Category& category, CategoryFigures& figures) {
+  if (g_hostProfile != HostProfile::kModern || g_lackOfDescriptors == 0) {
+    return false;
+  }
+  figures.isSupported = true;
+  if (!figures.isFailed) {
+    figures.isFailed = true;
+    ++figures.errors;
+    if (category.name != nullptr) {
+      Trace(20, kError, "Error occured in %2 category collection - %1",
+            std::strerror(g_lackOfDescriptors), category.name);
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -212,6 +233,9 @@ UtlError* Collector::collect(CollectionMask flags, std::span<const char* const> 
       error = RunCategory(*this, category, flags, (*m_figures)[index]);
       const bool isDone = error == nullptr && !(*m_figures)[index].isFailed;
       (isDone ? m_collected : m_failed) |= category.flag;
+      if (HasLackedDescriptors(category, (*m_figures)[index])) {
+        m_failed |= category.flag;
+      }
     }
   }
   FileStatArgs::Set({});

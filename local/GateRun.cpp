@@ -47,6 +47,8 @@ void GateRun::Start(const std::string& program) {
   settings.name = "gate.sock";
   settings.mode = kGateSocketMode;
   settings.rights = Rights::kRead;
+  // Only the gate can connect.
+  settings.areUsersBounded = false;
   settings.isGate = [this](const PeerIdentity& peer) { return IsGate(peer); };
   GateCommand command;
   command.program = program;

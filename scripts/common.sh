@@ -44,14 +44,20 @@ BuildPreset() {
   local preset=$1 compiler=${CXX:-c++} package='apt-get install g++, or set CXX to the one to use'
   shift
   [[ $preset == warnings ]] || CheckPreset "$preset"
-  if [[ $preset == fuzz || $preset == sanitize ]]; then
-    compiler=clang++ package='scripts/install-deps'
-  fi
+  case $preset in
+    fuzz | sanitize) compiler=clang++ package=scripts/install-deps ;;
+    warnings) compiler=g++ package=scripts/install-deps ;;
+  esac
   # CXX may have words behind the program.
   command -v "${compiler%% *}" >/dev/null || Fail "there is no compiler \"$compiler\": $package"
   mkdir -p build || FailBuild "the making of $projectRoot/build"
   if command -v ccache >/dev/null; then
     export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+  fi
+  # CMake would take over that one's cache without the preset's settings.
+  if [[ -f build/$preset/CMakeCache.txt && $preset != dev && $preset != release ]] &&
+    ! grep -q "^CMAKE_CXX_COMPILER:.*[/=]${compiler}\$" "build/$preset/CMakeCache.txt"; then
+    rm -rf "build/$preset/CMakeCache.txt" "build/$preset/CMakeFiles"
   fi
   Say "configure $preset"
   cmake --preset "$preset" -DQMT_ALLOW_UNLISTED=OFF >&2 || FailBuild "the configuring"

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -66,11 +67,27 @@ class HostBatch {
   }
 };
 
+/// The error of what opens the host's files in this thread that was for want of a descriptor
+/// (EMFILE, ENFILE), which tells nothing of the host; 0 for none. Whoever wants to know sets it to
+/// 0 before.
+inline thread_local int g_lackOfDescriptors = 0;
+
+/// Notes an error of a call that makes a descriptor, if it was for want of one.
+inline void NoteLackOfDescriptors(int code) {
+  if (code == EMFILE || code == ENFILE) {
+    g_lackOfDescriptors = code;
+  }
+}
+
 // The calls that sources read the host with.
 
 [[nodiscard]] inline int OpenHost(int folder, const char* name, int flags) {
-  return g_hostReads == nullptr ? ::openat(folder, name, flags)
-                                : g_hostReads->Open(folder, name, flags);
+  const int descriptor = g_hostReads == nullptr ? ::openat(folder, name, flags)
+                                                : g_hostReads->Open(folder, name, flags);
+  if (descriptor < 0) {
+    NoteLackOfDescriptors(errno);
+  }
+  return descriptor;
 }
 [[nodiscard]] inline ssize_t ReadHostLink(int folder, const char* name, char* target,
                                           std::size_t size) {

@@ -52,6 +52,7 @@ class ControlConnection : public ControlPeer,
     return !m_isClosed && (OutputSize() != 0 || (m_pieces && !m_isWithoutEnd));
   }
 
+  [[nodiscard]] const PeerIdentity& Peer() const { return m_peer; }
   [[nodiscard]] Rights PeerRights() const override { return m_rights; }
   [[nodiscard]] bool IsGate() const override { return m_isGate; }
   [[nodiscard]] bool IsGone() const override { return m_isGone || m_isClosed; }

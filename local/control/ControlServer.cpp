@@ -188,8 +188,8 @@ void ControlServer::OnAccepted(std::unique_ptr<ControlConnection::Socket> socket
   if (!ReadPeerIdentity(descriptor, peer)) {
     return;
   }
-  if (m_connections.size() >= m_settings.maxConnections) {
-    Refuse(descriptor);
+  if (const std::string why = WhyFull(peer); !why.empty()) {
+    Refuse(descriptor, why);
     return;
   }
   Rights rights =
@@ -209,11 +209,34 @@ void ControlServer::OnAccepted(std::unique_ptr<ControlConnection::Socket> socket
   }
 }
 
-void ControlServer::Refuse(int descriptor) const {
-  const ControlError error{
-      "busy",
-      "the daemon serves " + std::to_string(m_settings.maxConnections) + " connections already",
-      ""};
+std::string ControlServer::WhyFull(const PeerIdentity& peer) const {
+  const auto serves = [](std::size_t count, const char* whose) {
+    return "the daemon serves " + std::to_string(count) + " connections" + whose + " already";
+  };
+  if (m_connections.size() >= m_settings.maxConnections) {
+    return serves(m_settings.maxConnections, "");
+  }
+  const auto isOwn = [own = ::geteuid()](const PeerIdentity& one) {
+    return one.user == 0 || one.user == own;
+  };
+  if (!m_settings.areUsersBounded || isOwn(peer)) {
+    return {};
+  }
+  std::size_t ofOthers = 0;
+  std::size_t ofThisUser = 0;
+  for (const auto& connection : m_connections) {
+    ofOthers += isOwn(connection->Peer()) ? 0 : 1;
+    ofThisUser += connection->Peer().user == peer.user ? 1 : 0;
+  }
+  if (ofThisUser >= m_settings.maxConnections / 2) {
+    return serves(ofThisUser, " of this user");
+  }
+  return ofOthers >= m_settings.maxConnections * 3 / 4 ? serves(ofOthers, " of users like this one")
+                                                       : std::string();
+}
+
+void ControlServer::Refuse(int descriptor, const std::string& why) const {
+  const ControlError error{"busy", why, ""};
   const std::string line = JsonText(Json{{"ok", false}, {"error", ErrorJson(error)}}) + "\n";
   // A new socket has room for that; if not, the client sees the end of the connection alone.
   [[maybe_unused]] const ssize_t sent =

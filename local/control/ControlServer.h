@@ -28,6 +28,9 @@ struct ControlSettings {
   std::function<bool(const PeerIdentity& peer)> isGate = [](const PeerIdentity&) { return false; };
   std::size_t maxOutput = std::size_t{64} << 20;  ///< bytes that may wait for all clients together
   std::size_t maxConnections = 64;
+  /// Whether others than root and the daemon's own user may have three quarters of these together,
+  /// and each of them a half, so that nobody keeps those two out, nor a user all other ones.
+  bool areUsersBounded = true;
   /// A client that takes less than a piece of what it is sent in this time is dropped.
   std::chrono::milliseconds patience = std::chrono::minutes(5);
 };
@@ -59,7 +62,9 @@ class ControlServer {
   void AcceptNext();
   void AcceptOne();
   void OnAccepted(std::unique_ptr<ControlConnection::Socket> socket);
-  void Refuse(int descriptor) const;
+  /// Why this peer can't be served besides; empty if it can.
+  [[nodiscard]] std::string WhyFull(const PeerIdentity& peer) const;
+  void Refuse(int descriptor, const std::string& why) const;
   [[nodiscard]] gid_t SocketGroup() const;
 
   ControlSettings m_settings;

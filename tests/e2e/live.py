@@ -56,8 +56,10 @@ def run(build, work):
     for folder in folders.values():
         folder.mkdir()
     address = f"127.0.0.1:{free_port()}"
-    programs = [*map(shutil.which, PROGRAMS), build / "client/qmtctl",
-                *(build / "helpers").glob("qmt_*")]
+    programs = [*map(shutil.which, PROGRAMS),
+                *(build / folder / name for folder, name in (
+                    ("agent", "qmtdmon"), ("client", "qmtctl"), ("gate", "qmt_gate"),
+                    ("helpers", "qmt_hostutil"), ("helpers", "qmt_ufss")))]
     exporter = ["prometheus-node-exporter", f"--web.listen-address={address}", *EXPORTER_OPTIONS]
     with Agent(build, folders["agent"], "modern") as agent, \
             Process(exporter, folders["exporter"]), Group(folders["load"]) as group, \

@@ -78,15 +78,13 @@ def send_packets(_):
 
 
 def files_of(programs):
-    """The files that programs consist of and those that processes have mapped."""
+    """The files that programs consist of, this one among them."""
     paths = {str(program) for program in programs}
     for program in programs:
         done = subprocess.run(["ldd", program], capture_output=True, text=True, check=False)
         paths |= set(re.findall(r"(/\S+) \(0x", done.stdout))
-    for maps in pathlib.Path("/proc").glob("[0-9]*/maps"):
-        with contextlib.suppress(OSError):
-            paths |= set(re.findall(r"\d+ +(/.*)$", maps.read_text(errors="replace"), re.M))
-    return paths
+    own = pathlib.Path("/proc/self/maps").read_text()
+    return paths | set(re.findall(r"^\S+ r-x\S+ .* (/.*)$", own, re.M))
 
 
 def hold_files(folder, programs):

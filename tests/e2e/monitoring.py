@@ -18,7 +18,7 @@ import urllib.parse
 from harness import Agent, Process, fail, fetch, free_port, wait_for
 
 SCRAPE_SECONDS = 1
-TRIES = 10
+TRIES = 5
 METRIC = re.compile(r"(?:\w+:)?\bqmt_\w+(?::\w+)?")
 CONDITION = re.compile(r" > 0|unless|ABNORMAL")
 

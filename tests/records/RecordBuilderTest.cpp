@@ -7,7 +7,6 @@
 #include "records/RecordLayouts.h"
 #include "support/HostPaths.h"
 #include "support/HostProfile.h"
-#include "support/HostReads.h"
 #include "support/OsCalls.h"
 #include "support/ProductOptions.h"
 #include "support/Switches.h"
@@ -15,6 +14,7 @@
 #include "tests/scripted/ProcessTree.h"
 #include "tests/scripted/ScriptedNode.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/WithoutDescriptors.h"
 
 namespace {
 
@@ -140,34 +140,6 @@ TEST_F(RecordBuilderTest, ARequestWhoseFiguresCouldNotBeTakenIsMarked) {
   }
 }
 
-/// No file of the host can be opened while it lives.
-class WithoutDescriptors : public HostReads {
- public:
-  WithoutDescriptors() { g_hostReads = this; }
-  ~WithoutDescriptors() override { g_hostReads = nullptr; }
-  WithoutDescriptors(const WithoutDescriptors&) = delete;
-  WithoutDescriptors& operator=(const WithoutDescriptors&) = delete;
-
-  int Open(int, const char*, int) override { return Fail(); }
-  ssize_t ReadLink(int, const char*, char*, std::size_t) override { return Fail(); }
-  int Stat(int, const char*, struct ::stat*, int) override { return Fail(); }
-  bool List(int, std::vector<::dirent>&) override { return false; }
-  bool FindTalk(int, std::string_view, HeardTalk& heard) override {
-    heard.error = EMFILE;
-    return true;
-  }
-  void KeepTalk(int, std::string_view, const HeardTalk&) override {}
-  [[nodiscard]] bool IsRunningHost() const override { return false; }
-  void BeginBatch() override {}
-  void EndBatch() override {}
-
- private:
-  static int Fail() {
-    errno = EMFILE;
-    return -1;
-  }
-};
-
 TEST_F(RecordBuilderTest, WithoutADescriptorNothingIsToldToBeGone) {
   for (const HostProfile profile : {HostProfile::kClassic, HostProfile::kModern}) {
     g_hostProfile = profile;
@@ -181,10 +153,12 @@ TEST_F(RecordBuilderTest, WithoutADescriptorNothingIsToldToBeGone) {
   ASSERT_EQ(builder.Init(), nullptr);
   for (const bool isFailing : {true, false}) {
     Batch batch;
-    for (const char* record : {"DISK", "NETD", "MEMD"}) {
+    for (const char* record : {"DISK", "NETD", "MEMD", "PRES", "CGRP", "CPUX", "SOCK"}) {
       batch.Add(record, '4', {.realtime = 1});
     }
-    batch.Add("FSL", '3', {.realtime = 1});
+    for (const char* record : {"FSL", "SENS", "HOST"}) {
+      batch.Add(record, '3', {.realtime = 1});
+    }
     {
       const auto lack = isFailing ? std::make_unique<WithoutDescriptors>() : nullptr;
       EXPECT_EQ(builder.Build(&batch.event), nullptr);
@@ -193,6 +167,32 @@ TEST_F(RecordBuilderTest, WithoutADescriptorNothingIsToldToBeGone) {
       EXPECT_EQ(entry->event.m_lacksFigures, isFailing)
           << entry->event.m_requests.front()->GetRecordType();
     }
+  }
+}
+
+TEST_F(RecordBuilderTest, AProcessThatLacksADescriptorMarksTheRowsOfTheOthers) {
+  const process_tree::HostTree host;
+  host.CopyFrom(std::string(QMT_TEST_DIR) + "/fixtures/6.1");
+  process_tree::ProcessFigures process;
+  for (const int pid : {3001, 3002}) {
+    process.pid = pid;
+    host.AddProcess(process);
+  }
+  std::size_t whole = 0;
+  for (const auto& [profile, isLacking] :
+       {std::pair(HostProfile::kModern, false), std::pair(HostProfile::kModern, true),
+        std::pair(HostProfile::kClassic, true)}) {
+    g_hostProfile = profile;
+    const auto lack = isLacking ? std::make_unique<WithoutDescriptors>("3001/stat") : nullptr;
+    RecordBuilder builder(nullptr, &m_collector, "pipe");
+    ASSERT_EQ(builder.Init(), nullptr);
+    Batch batch;
+    batch.Add("PD", '3', {.realtime = 1});
+    EXPECT_EQ(builder.Build(&batch.event), nullptr);
+    const auto& answer = batch.entries[0]->event;
+    whole = isLacking ? whole : answer.m_records.size();
+    EXPECT_EQ(answer.m_records.size(), whole - (isLacking ? 1 : 0));
+    EXPECT_EQ(answer.m_lacksFigures, isLacking && profile == HostProfile::kModern);
   }
 }
 

@@ -228,7 +228,7 @@ TEST(CaptureTest, SeveralSamplesArePlayedInTheirTimeWhateverTakesTheNameOfTheirF
     }
     return 0L;
   };
-  ASSERT_GE(timeOf(last) - timeOf(first), 2);
+  ASSERT_GT(timeOf(last), timeOf(first));
   const Variable host("QMT_HOST_ROOT", capture.string());
   const Variable speed("QMT_HOST_SPEED", "1000");
   const ProductRoot root("[Schedule]\n");

@@ -15,6 +15,7 @@
 #include "collect/modern/device/SensorWords.h"
 #include "support/ChildProcess.h"
 #include "support/Descriptor.h"
+#include "support/HostReads.h"
 #include "support/OsCalls.h"
 #include "support/TraceLog.h"
 #include "support/Uninterrupted.h"
@@ -104,7 +105,7 @@ class SendingSensorSink : public SensorSink {
   CloseOthers(pipe);
   SendingSensorSink sink(pipe);
   reader(sink);
-  ::_exit(0);
+  ::_exit(g_lackOfDescriptors);
 }
 
 /// What has come from one child.
@@ -187,6 +188,7 @@ void ReadSensorsWithin(std::chrono::milliseconds limit, const SensorReader& read
   }
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    NoteLackOfDescriptors(errno);
     Trace(20, kWarning, "The sensors are left out: OS API(pipe2). (en=%1)", errno);
     return;
   }
@@ -204,7 +206,9 @@ void ReadSensorsWithin(std::chrono::milliseconds limit, const SensorReader& read
   SensorAnswer answer(sensors);
   const SensorAnswer::End end = answer.Listen(listening.Get(), limit);
   if (end == SensorAnswer::End::kWhole) {
-    Uninterrupted([&] { return ::waitpid(child, nullptr, 0); });
+    int status = 0;
+    Uninterrupted([&] { return ::waitpid(child, &status, 0); });
+    NoteLackOfDescriptors(WIFEXITED(status) ? WEXITSTATUS(status) : 0);
     return;
   }
   ::kill(child, SIGKILL);

@@ -13,6 +13,7 @@
 #include "collect/modern/process/ProcessFiles.h"
 #include "collect/modern/process/ProcessText.h"
 #include "collect/process/ProcessSourceLINUX.h"
+#include "support/HostReads.h"
 #include "support/ProductOptions.h"
 
 /// Tells whether a process has run between two looks, or has been moved.
@@ -215,6 +216,12 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
   if (wantsLimits) {
     ReadPartLimits(walk, folder, part);
   }
+  if (g_lackOfDescriptors != 0) {
+    // What could not be read is not what the process has.
+    part.isRead = false;
+    part.folderMark.reset();
+    part.limits.reset();
+  }
   return true;
 }
 
@@ -247,6 +254,9 @@ const ProcessSurroundings* KeptParts::Surroundings(const TaskGroup& group, std::
 
 void KeptParts::KeepSurroundings(const TaskGroup& group, std::size_t index,
                                  ProcessSurroundings read) {
+  if (g_lackOfDescriptors != 0) {
+    return;
+  }
   m_parts[index]->surroundings =
       std::make_unique<KeptSurroundings>(std::move(read), MomentOf(group));
 }

@@ -144,6 +144,10 @@ TEST_F(SensorSourceTest, AChildThatDiesOrCannotBeMadeCostsRowsOnly) {
       },
       rows);
   EXPECT_EQ(rows.size(), 1U);
+  EXPECT_EQ(g_lackOfDescriptors, 0);
+  ReadSensorsWithin(
+      milliseconds(5000), [](SensorSink&) { NoteLackOfDescriptors(ENFILE); }, rows);
+  EXPECT_EQ(std::exchange(g_lackOfDescriptors, 0), ENFILE) << "known to the child alone";
   // More than a pipe holds.
   ReadSensorsWithin(
       milliseconds(20000),

@@ -1,6 +1,7 @@
 #include "collect/modern/process/TaskSource.h"
 
 #include <sys/mman.h>
+#include <sys/resource.h>
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
@@ -184,6 +185,38 @@ TEST_F(TaskSourceTest, APartIsReadOnceForEachImage) {
   WriteTasks({});
   EXPECT_EQ(Names(), "");
   EXPECT_EQ(KeptParts::Instance().Count(), 0U);
+}
+
+/// One more file can be opened while it lives.
+class OneDescriptor {
+ public:
+  OneDescriptor() {
+    const int next = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ::close(next);
+    EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &m_before), 0);
+    const rlimit less{static_cast<rlim_t>(next) + 1, m_before.rlim_max};
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &less), 0);
+  }
+  OneDescriptor(const OneDescriptor&) = delete;
+  OneDescriptor& operator=(const OneDescriptor&) = delete;
+  ~OneDescriptor() { EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &m_before), 0); }
+
+ private:
+  rlimit m_before{};
+};
+
+TEST_F(TaskSourceTest, WhatLackedADescriptorIsReadAtTheNextBatch) {
+  WriteTasks({Program(7)});
+  WriteParts(7, "a b", 12'345);
+  {
+    const OneDescriptor forTheFolder;
+    EXPECT_THAT(Names(), HasSubstr(">[]"));
+    EXPECT_TRUE(m_collector.HasFailed(COLLECT_PROCESS));
+    EXPECT_TRUE(m_collector.HasCollected(COLLECT_PROCESS)) << "its rows are there";
+  }
+  EXPECT_THAT(Names(), HasSubstr(">[a b]"));
+  EXPECT_FALSE(m_collector.HasFailed(COLLECT_PROCESS));
+  EXPECT_EQ(m_collector.GetProcess()->front().codeKB, 12U);
 }
 
 TEST_F(TaskSourceTest, WhoMayHoldItsReaderIsAskedForItsArgumentsLater) {

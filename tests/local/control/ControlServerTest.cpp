@@ -1,5 +1,9 @@
 #include "local/control/ControlServer.h"
 
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
 #include <list>
 
 #include "tests/json/JsonOf.h"
@@ -21,6 +25,53 @@ TEST_F(ControlServerTest, AClientTooManyIsTurnedAway) {
     TestClient excess;
     EXPECT_EQ(excess.Receive()["error"]["code"], "busy");
     EXPECT_TRUE(excess.Receive().IsNull());
+  });
+}
+
+/// Makes this thread alone that of a user; false where there is none of that number.
+bool Become(uid_t user) {
+  constexpr uid_t kAsIs = static_cast<uid_t>(-1);
+  const bool isDone = ::syscall(SYS_setresuid, kAsIs, user, kAsIs) == 0;
+  // A check for leaks looks into its own process.
+  return ::prctl(PR_SET_DUMPABLE, 1) == 0 && isDone;
+}
+
+TEST_F(ControlServerTest, NoUserKeepsOthersOut) {
+  constexpr uid_t kOne = 65533;
+  constexpr uid_t kOther = 65534;
+  if (::geteuid() != 0 || !Become(kOne) || !Become(0) || !Become(kOther) || !Become(0)) {
+    GTEST_SKIP() << "not root, or of no other users";
+  }
+  ::umask(022);
+  std::filesystem::permissions(".", std::filesystem::perms(0755));
+  settings.maxConnections = 8;
+  settings.mode = 0666;
+  Serve([] {
+    std::list<TestClient> held;
+    const auto answer = [&held](uid_t user) {
+      EXPECT_TRUE(Become(user));
+      held.emplace_back();
+      EXPECT_TRUE(Become(0));
+      // One that is refused may be closed by now.
+      static_cast<void>(held.back().Send(kAskStatus));
+      const Json said = held.back().Receive();
+      const bool isServed = said["ok"].Bool();
+      if (!isServed) {
+        EXPECT_EQ(said["error"]["code"], "busy");
+        held.pop_back();
+      }
+      return isServed ? "" : std::string(said["error"]["message"].Text());
+    };
+    for (int i = 0; i < 4; ++i) {
+      EXPECT_EQ(answer(kOne), "");
+    }
+    EXPECT_EQ(answer(kOne), "the daemon serves 4 connections of this user already");
+    EXPECT_EQ(answer(kOther), "");
+    EXPECT_EQ(answer(kOther), "");
+    EXPECT_EQ(answer(kOther), "the daemon serves 6 connections of users like this one already");
+    EXPECT_EQ(answer(0), "");
+    EXPECT_EQ(answer(0), "");
+    EXPECT_EQ(answer(0), "the daemon serves 8 connections already");
   });
 }
 
