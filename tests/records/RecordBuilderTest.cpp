@@ -1,5 +1,6 @@
 #include "records/RecordBuilder.h"
 
+#include "collect/CategoryFlags.h"
 #include "collect/HostFile.h"
 #include "collect/ProcLib.h"
 #include "collect/cpu/CPUSourceLINUX.h"
@@ -193,6 +194,7 @@ TEST_F(RecordBuilderTest, AProcessThatLacksADescriptorMarksTheRowsOfTheOthers) {
     whole = isLacking ? whole : answer.m_records.size();
     EXPECT_EQ(answer.m_records.size(), whole - (isLacking ? 1 : 0));
     EXPECT_EQ(answer.m_lacksFigures, isLacking && profile == HostProfile::kModern);
+    EXPECT_TRUE(m_collector.HasCollected(COLLECT_PROCESS)) << "what else needs the rows has them";
   }
 }
 

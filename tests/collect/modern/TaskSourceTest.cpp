@@ -1,7 +1,6 @@
 #include "collect/modern/process/TaskSource.h"
 
 #include <sys/mman.h>
-#include <sys/resource.h>
 
 #include "collect/CategoryFlags.h"
 #include "collect/Collector.h"
@@ -17,6 +16,7 @@
 #include "tests/collect/ProcessRows.h"
 #include "tests/collect/modern/TaskFile.h"
 #include "tests/scripted/Figures.h"
+#include "tests/support/WithoutDescriptors.h"
 
 namespace {
 
@@ -187,36 +187,25 @@ TEST_F(TaskSourceTest, APartIsReadOnceForEachImage) {
   EXPECT_EQ(KeptParts::Instance().Count(), 0U);
 }
 
-/// One more file can be opened while it lives.
-class OneDescriptor {
- public:
-  OneDescriptor() {
-    const int next = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-    ::close(next);
-    EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &m_before), 0);
-    const rlimit less{static_cast<rlim_t>(next) + 1, m_before.rlim_max};
-    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &less), 0);
-  }
-  OneDescriptor(const OneDescriptor&) = delete;
-  OneDescriptor& operator=(const OneDescriptor&) = delete;
-  ~OneDescriptor() { EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &m_before), 0); }
-
- private:
-  rlimit m_before{};
-};
-
 TEST_F(TaskSourceTest, WhatLackedADescriptorIsReadAtTheNextBatch) {
   WriteTasks({Program(7)});
   WriteParts(7, "a b", 12'345);
-  {
-    const OneDescriptor forTheFolder;
-    EXPECT_THAT(Names(), HasSubstr(">[]"));
-    EXPECT_TRUE(m_collector.HasFailed(COLLECT_PROCESS));
-    EXPECT_TRUE(m_collector.HasCollected(COLLECT_PROCESS)) << "its rows are there";
+  const std::string whole = Names();
+  ASSERT_THAT(whole, HasSubstr(">[a b]"));
+  for (const char* lacking : {"7/stat", "7/status", "7/cmdline"}) {
+    KeptParts::Instance().Clear();
+    std::vector<TaskGroup>* const groups = TaskIterator::Instance().Read();
+    ASSERT_NE(groups, nullptr);
+    {
+      const WithoutDescriptors lack(lacking);
+      std::vector<Process> rows;
+      EXPECT_EQ(TaskSource(*groups, {}).readAll(&m_collector, rows), nullptr);
+      EXPECT_EQ(rows.size(), 1U);
+      EXPECT_EQ(std::exchange(g_lackOfDescriptors, 0), EMFILE) << lacking;
+    }
+    EXPECT_EQ(Names(), whole) << lacking;
+    EXPECT_EQ(m_collector.GetProcess()->front().codeKB, 12U) << lacking;
   }
-  EXPECT_THAT(Names(), HasSubstr(">[a b]"));
-  EXPECT_FALSE(m_collector.HasFailed(COLLECT_PROCESS));
-  EXPECT_EQ(m_collector.GetProcess()->front().codeKB, 12U);
 }
 
 TEST_F(TaskSourceTest, WhoMayHoldItsReaderIsAskedForItsArgumentsLater) {
