@@ -129,8 +129,18 @@ void KeptHistory::TakeRecord(const RecordName& name, const std::string& file, st
   Json question = HistoryQuestion(name, since, until);
   RowFile rows(m_folder + '/' + file);
   m_leftOfRecord = m_limits.recordBytes;
-  for (bool isMore = true; isMore;) {
-    Json answer = m_connection.Ask(question);
+  bool isBegun = false;
+  for (bool isMore = true; isMore; isBegun = true) {
+    Json answer;
+    try {
+      answer = m_connection.Ask(question);
+    } catch (const RefusedError& error) {
+      if (!isBegun) {
+        throw;
+      }
+      Complain("the rows of " + name.name + " are cut short: " + error.what());
+      break;
+    }
     HistoryPage page = ReadHistory(answer, name);
     if (!TakePage(name, page.answer.rows, rows)) {
       break;

@@ -140,8 +140,10 @@ class ReplayDaemon {
 int ShowView(const std::string& socket, int stop) {
   std::error_code error;
   const std::string self = std::filesystem::read_symlink("/proc/self/exe", error).string();
-  OwnChild view(
-      {.words = {self, "--socket", socket, "view"}, .variables = {}, .folder = {}, .log = {}});
+  OwnChild view({.words = {self, "--socket", socket, "view"},
+                 .variables = {{kPlayedVariable, "1"}},
+                 .folder = {},
+                 .log = {}});
   view.Wait(stop);
   return view.ExitValue();
 }
@@ -159,8 +161,9 @@ int Replay(const CommonOptions& common, const ReplayOptions& options, const Stop
   ReplayDaemon daemon(folder, work.Path(), options);
   daemon.AwaitStart(socket, stop);
   if (!options.what.records.empty()) {
-    return RunGet({.socket = socket, .color = common.color}, options.what, options.overSeconds,
-                  &signals);
+    RecordOptions what = options.what;
+    what.isPlayed = true;
+    return RunGet({.socket = socket, .color = common.color}, what, options.overSeconds, &signals);
   }
   if (isView) {
     return ShowView(socket, stop);

@@ -1,6 +1,7 @@
 #include "client/commands/Top.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 #include <utility>
 
@@ -47,7 +48,9 @@ std::string MachineText(const RecordAnswer& machine, bool isFirst) {
   return text + (cpu.empty() ? "" : "  CPU " + cpu + " %");
 }
 
-Cell NumberCell(double value, int decimals) { return {FixedText(value, decimals), true}; }
+Cell NumberCell(double value, int decimals) {
+  return {std::isfinite(value) ? FixedText(value, decimals) : "-", true};
+}
 
 std::string ProcessTable(const std::vector<ProcessLine>& processes, std::size_t count,
                          const Screen& screen) {

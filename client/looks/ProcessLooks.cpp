@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <tuple>
 #include <utility>
 
@@ -9,6 +10,8 @@
 #include "client/show/RowValues.h"
 
 namespace {
+
+constexpr double kUntold = std::numeric_limits<double>::quiet_NaN();
 
 /// One label of the rows; remembers where it stood.
 class LookColumn {
@@ -23,8 +26,8 @@ class LookColumn {
     return value.Number();
   }
 
-  /// 0 for a field that nothing on the host tells.
-  double NumberIfTold(const Json& row) { return Value(row).IsNull() ? 0 : Number(row); }
+  /// No number for a field that nothing on the host tells.
+  double NumberIfTold(const Json& row) { return Value(row).IsNull() ? kUntold : Number(row); }
 
   std::string Text(const Json& row) {
     const Json& value = Value(row);
@@ -82,8 +85,11 @@ std::int64_t ProcessId(double number) {
 /// 0 for what is not finite: what is no number has no place in an order.
 double FiniteOrNothing(double figure) { return std::isfinite(figure) ? figure : 0; }
 
-/// A total that went backwards tells nothing.
-double Growth(double now, double before) { return std::max(FiniteOrNothing(now - before), 0.0); }
+/// A total that went backwards, or is not told, tells nothing.
+double Growth(double now, double before) {
+  const double growth = now - before;
+  return std::isfinite(growth) && growth >= 0 ? growth : kUntold;
+}
 
 }  // namespace
 
@@ -117,7 +123,7 @@ std::vector<ProcessLine> ProcessLooks::Add(const Json& rows, TimePoint at) {
     // one that the look missed is shown by its whole life.
     const double age = columns.recordTime.Number(row) - totals.startTime;
     const double seconds = isKnown ? between : std::max(between, age);
-    const double cpuSeconds = Growth(totals.cpuSeconds, before.cpuSeconds);
+    const double cpuSeconds = FiniteOrNothing(Growth(totals.cpuSeconds, before.cpuSeconds));
     line.cpuPercent = seconds > 0 ? FiniteOrNothing(100 * cpuSeconds / seconds) : 0;
     now.insert_or_assign(line.pid, totals);
     lines.push_back(std::move(line));
@@ -133,7 +139,8 @@ void Rank(std::vector<ProcessLine>& processes, TopOrder order) {
       case TopOrder::kCpu:
         return std::tuple(line.cpuPercent, 0.0, 0.0);
       case TopOrder::kIo:
-        return std::tuple(line.newIoKbytes, line.newIoOps, line.newMajorFaults);
+        return std::tuple(FiniteOrNothing(line.newIoKbytes), FiniteOrNothing(line.newIoOps),
+                          FiniteOrNothing(line.newMajorFaults));
       case TopOrder::kMemory:
         break;
     }

@@ -12,7 +12,8 @@
 enum class TopOrder { kCpu, kMemory, kIo };
 
 /// One process of a look. `cpuPercent` and the figures with "new" are of the time since the look
-/// before, or since its start if that look did not show it.
+/// before, or since its start if that look did not show it; those of I/O and faults are no number
+/// where the host does not tell them, or a total went backwards.
 struct ProcessLine {
   std::int64_t pid = 0;
   std::string user;

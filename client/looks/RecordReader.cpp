@@ -70,7 +70,8 @@ class RecordReader::Reading {
     }
     if (std::optional<TwoLooks>& looks = m_reader.m_looks[place]) {
       // How long the rows of other records took to show is not part of what is compared.
-      m_at = m_at.value_or(std::chrono::steady_clock::now());
+      m_at = m_at.value_or(m_reader.m_isPlayed ? PlayedTime(m_record.answer.time)
+                                               : std::chrono::steady_clock::now());
       looks->Begin(*m_at);
     }
     m_isBegun = false;
@@ -174,6 +175,7 @@ Json SchemaRequest(const RecordName& record) {
 RecordReader::RecordReader(const std::string& socket, const RecordOptions& options,
                            const char* operation, int stop, const ConnectionLimits& limits)
     : m_format(options.format),
+      m_isPlayed(options.isPlayed),
       m_names(ParseRecordNames(options.records)),
       m_looks(m_names.size()),
       m_mostHeld(limits.answerBytes),

@@ -15,6 +15,7 @@ struct RecordOptions {
   std::vector<std::string> records;  ///< as typed
   bool rates = false;                ///< averages since the machine was started
   bool raw = false;                  ///< the rows as the daemon has them
+  bool isPlayed = false;             ///< looks lie as far apart as the daemon's times tell
   Format format = Format::kTable;
   ChoiceOptions choice;
 
@@ -67,6 +68,7 @@ class RecordReader {
   void MakeChoices(const ChoiceOptions& options);
 
   Format m_format;
+  bool m_isPlayed;
   std::vector<RecordName> m_names;
   /// One for each name: what to say of a record that there is not; empty for the others.
   std::vector<std::string> m_missing;

@@ -136,6 +136,11 @@ void TwoLooks::Compare(Json& rows, TimePoint at) {
 void TwoLooks::Begin(TimePoint at) {
   m_seconds = m_hasLast ? std::chrono::duration<double>(at - m_at).count() : kNothing;
   m_at = at;
+  // A capture that is played gives the same sample again: nothing is known of any time between.
+  if (!(m_seconds > 0)) {
+    m_seconds = kNothing;
+    m_last = {};
+  }
 }
 
 void TwoLooks::CompareRow(Json& row) {

@@ -2,11 +2,21 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "client/ask/Answers.h"
+
+/// The moment of a look at a capture that is played, whose time goes on by samples and as fast as
+/// it is played; `time` is the answer's.
+[[nodiscard]] inline std::chrono::steady_clock::time_point PlayedTime(std::int64_t time) {
+  return std::chrono::steady_clock::time_point(std::chrono::seconds(time));
+}
+
+/// The environment's name for it, by which `replay` starts the view.
+inline constexpr const char* kPlayedVariable = "QMT_VIEW_PLAYED";
 
 /// Compares consecutive looks at one record: says of each instance, which its key fields tell from
 /// the others, what happened since the look before.
@@ -26,7 +36,8 @@ class TwoLooks {
   /// Makes of `rows`, which hold totals and were collected at `at`, what happened since the rows
   /// before: counters are differences, rates these by the second, `Interval` is the seconds between
   /// the looks. Null where nothing can be derived: in the first look, of a new instance, of a
-  /// counter that went backwards. Leaves the rows of a record alone that needs no two looks.
+  /// counter that went backwards, and where the look before was not earlier. Leaves the rows of a
+  /// record alone that needs no two looks.
   void Compare(Json& rows, TimePoint at);
 
   // The same row by row, between the begin of a look and its end.

@@ -60,7 +60,7 @@ DetailPage::DetailPage(std::string record, const SeenRows& seen, const Json& row
     const Json* value = row.Find(field.label);
     if (field.meaning == "key" && value != nullptr && !value->IsNull()) {
       const std::string text = value->IsString() ? value->Text() : JsonText(*value);
-      m_where.push_back(field.label + "=" + text);
+      AddCondition(field.label + "=" + text);
       m_title += IsTime(field) ? "" : "  " + field.label + " " + SafeText(text);
     } else if (IsNumeric(field) && field.hasSource && !IsTime(field) && field.label != "Interval" &&
                field.meaning != "counter") {
@@ -80,6 +80,18 @@ DetailPage::DetailPage(std::string record, const SeenRows& seen, const Json& row
   }
 }
 
+void DetailPage::AddCondition(std::string condition) {
+  // The daemon takes no more of either, and would refuse all that is asked with it.
+  constexpr std::size_t kLongestCondition = 256;
+  constexpr std::ptrdiff_t kMostWildcards = 8;
+  if (condition.size() <= kLongestCondition &&
+      std::count(condition.begin(), condition.end(), '*') <= kMostWildcards) {
+    m_where.push_back(std::move(condition));
+  } else {
+    m_isNamed = false;
+  }
+}
+
 void DetailPage::AddTo(Wish& wish) const {
   if (m_alarm) {
     wish.alarm = m_alarm;
@@ -94,7 +106,8 @@ void DetailPage::AddTo(Wish& wish) const {
     }
     wish.process = m_process;
   }
-  if (m_figure < m_figures.size()) {
+  // One of more rows than this would be no plot of it.
+  if (m_isNamed && m_figure < m_figures.size()) {
     wish.plot = WantedPlot{m_record, m_figures[m_figure], m_where, kPlotSeconds};
   }
 }

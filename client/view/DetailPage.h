@@ -32,6 +32,8 @@ class DetailPage {
     Tone tone = Tone::kPlain;
   };
 
+  /// That a key has its value, where the daemon takes a condition of that length.
+  void AddCondition(std::string condition);
   void AddRow(const std::string& record, const std::string& heading, const Sight& sight,
               std::size_t width);
   void AddFields(const Json& row, const Schema& schema, std::size_t width);
@@ -47,6 +49,7 @@ class DetailPage {
   std::string m_title;
   std::string m_key;  ///< see RowKey()
   std::vector<std::string> m_where;
+  bool m_isNamed = true;               ///< the conditions tell this row from others
   std::vector<std::string> m_figures;  ///< labels of what can be drawn
   std::size_t m_figure = 0;
   std::optional<std::int64_t> m_process;

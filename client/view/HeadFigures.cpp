@@ -54,8 +54,9 @@ void ReadHost(const Json& row, HeadFigures& figures) {
 /// bridges, bonds, VLANs, containers, machines and tunnels.
 bool PassesAnother(const std::string& interface) {
   static constexpr std::array kBeginnings{
-      "bond",  "team", "br-", "docker",  "virbr", "veth", "vnet", "tap", "tun",  "wg",
-      "dummy", "cali", "cni", "flannel", "vxlan", "kube", "lxc",  "lxd", "vmnet"};
+      "bond",  "team",   "br-",    "docker",  "virbr", "veth", "vnet", "tap",  "tun",   "wg",
+      "dummy", "cali",   "cni",    "flannel", "vxlan", "kube", "lxc",  "lxd",  "vmnet", "vlan",
+      "vmbr",  "bridge", "podman", "ovs",     "macv",  "ipvl", "fwbr", "fwln", "fwpr"};
   const bool isNumberedBridge = interface.size() > 2 && interface.starts_with("br") &&
                                 interface[2] >= '0' && interface[2] <= '9';
   return interface == "lo" || isNumberedBridge || interface.find('.') != std::string::npos ||

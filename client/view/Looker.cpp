@@ -1,6 +1,7 @@
 #include "client/view/Looker.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
 #include <optional>
 
@@ -60,7 +61,8 @@ std::vector<std::string> CompleteColumns(const std::vector<std::string>& columns
   return all;
 }
 
-Looker::Looker(const std::string& socket, int stop) : m_connection(socket, stop) {
+Looker::Looker(const std::string& socket, int stop)
+    : m_connection(socket, stop), m_isPlayed(std::getenv(kPlayedVariable) != nullptr) {
   m_listing = ReadListing(m_connection.Ask({{"op", "records"}}));
 }
 
@@ -143,8 +145,9 @@ void Looker::LookNow(const Wish& wish, Sight& sight) {
       return ComparisonName(*wanted) == entry.first;
     });
   });
-  const TimePoint at = std::chrono::steady_clock::now();
+  const TimePoint now = std::chrono::steady_clock::now();
   std::vector<RecordAnswer> answers = ReadResults(answer, names);
+  const TimePoint at = m_isPlayed ? PlayedTime(answers.front().time) : now;
   // The daemon's own clock: that of a capture that is played is another one.
   sight.time = answers.front().time != 0 ? answers.front().time : sight.time;
   for (std::size_t i = 0; i < answers.size(); ++i) {

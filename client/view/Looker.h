@@ -63,6 +63,7 @@ class Looker {
   };
 
   Connection m_connection;
+  bool m_isPlayed;  ///< the daemon's times go on by samples of a capture
   std::uint64_t m_lastWish = 0;
   std::map<std::string, std::shared_ptr<const Schema>> m_schemas;
   std::map<std::string, Comparison> m_comparisons;  ///< by the record and what is chosen of it

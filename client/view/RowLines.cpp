@@ -63,6 +63,9 @@ std::vector<std::size_t> ParentsByNumber(const std::vector<Json>& rows) {
   return parents;
 }
 
+constexpr int kMostLevels = 256;
+constexpr std::size_t kLongestPath = 4096;
+
 /// The nearest group above that has a row.
 std::vector<std::size_t> ParentsByPath(const std::vector<Json>& rows) {
   std::unordered_map<std::string, std::size_t> places;
@@ -72,7 +75,10 @@ std::vector<std::size_t> ParentsByPath(const std::vector<Json>& rows) {
   std::vector<std::size_t> parents(rows.size(), kNoParent);
   for (std::size_t i = 0; i < rows.size(); ++i) {
     std::string path = IdentityText(rows[i], "Path");
-    while (path.size() > 1 && parents[i] == kNoParent) {
+    // What a daemon sends may be of any length.
+    for (int level = 0; level < kMostLevels && path.size() > 1 && path.size() <= kLongestPath &&
+                        parents[i] == kNoParent;
+         ++level) {
       const std::size_t slash = path.rfind('/');
       path.resize(slash == std::string::npos ? 0 : std::max<std::size_t>(slash, 1));
       const auto parent = places.find(path);

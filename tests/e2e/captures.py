@@ -121,6 +121,10 @@ def check_whole(client, agent, work):
         fail(f"records are missing: {sorted(before)}")
     expect_same("the replay", before, replayed(client, file, before))
     expect_same("the replay of a folder", before, replayed(client, folder, before))
+    still = json.loads(client.run("replay", file, "PI", "--json"))[0]["rows"][0]
+    told = [label for label in ("Interval", "Context Switches", "Context Switches/sec") if still[label] is not None]
+    if told:
+        fail(f"between two looks at one sample the replay tells {told}")
     chosen = json.loads(client.run("replay", file, "PDI", "--raw", "--json", "--where", "PID=1", "--columns", "PID"))
     if [row["PID"] for row in chosen[0]["rows"]] != [1]:
         fail(f"the choice gives {chosen}")

@@ -58,10 +58,19 @@ TEST(ProcessLooks, DifferencesRankTheProcesses) {
     }
     EXPECT_EQ(pids, entry.pids);
   }
-  // A total that went backwards is nothing done.
-  lines = looks.Add(Json::Array({Process(1, 900, 40, 10, 1, 0)}), start + 3s);
-  EXPECT_DOUBLE_EQ(lines.at(0).cpuPercent + lines.at(0).newIoKbytes + lines.at(0).newMajorFaults,
-                   0);
+  // Totals that went backwards, and what the host does not tell, tell nothing.
+  Json row = Process(1, 900, 40, 10, 1, 0);
+  row["Total I/O Ops"] = nullptr;
+  lines = looks.Add(Json::Array({row}), start + 3s);
+  EXPECT_DOUBLE_EQ(lines.at(0).cpuPercent, 0);
+  for (const double figure :
+       {lines.at(0).newIoKbytes, lines.at(0).newIoOps, lines.at(0).newMajorFaults}) {
+    EXPECT_TRUE(std::isnan(figure)) << figure;
+  }
+  lines.resize(2);
+  lines[1].newIoOps = 1;
+  Rank(lines, TopOrder::kIo);
+  EXPECT_EQ(lines[0].newIoOps, 1) << "what is not told is the least";
 }
 
 TEST(ProcessLooks, SharesAreFiniteWhateverTheTotals) {

@@ -78,6 +78,13 @@ TEST(TwoLooks, SayWhatHappenedBetweenThem) {
     rows = Json::Array({Row("a", 1, entry.now["Ops"].Whole() + 1, 9.0)});
     looks.Compare(rows, start + 3s);
     EXPECT_EQ(rows[0]["Ops/sec"], 2.0) << "counted from the look before: " << entry.what;
+    for (const auto& [later, shown] :
+         {std::pair(3s, "null null null "), std::pair(2s, "null null null "),
+          std::pair(4s, "2.0 10 5.0 ")}) {
+      rows = Json::Array({Row("a", 1, later == 4s ? 20 : 10, 9.0)});
+      looks.Compare(rows, start + later);
+      EXPECT_THAT(Shown(rows[0]), StartsWith(shown)) << "at " << later.count();
+    }
   }
 }
 

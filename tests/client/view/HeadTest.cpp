@@ -40,6 +40,7 @@ Sight ModernSight() {
                     {"Interface": "eth0", "Bytes In/sec": 100, "Bytes Out/sec": 20},
                     {"Interface": "eth0.10", "Bytes In/sec": 70, "Bytes Out/sec": 7},
                     {"Interface": "br1", "Bytes In/sec": 80, "Bytes Out/sec": 8},
+                    {"Interface": "vlan100", "Bytes In/sec": 80, "Bytes Out/sec": 8},
                     {"Interface": "veth9", "Bytes In/sec": 90, "Bytes Out/sec": 9},
                     {"Interface": "eth1", "Bytes In/sec": 50, "Bytes Out/sec": null}])"}});
 }

@@ -80,6 +80,9 @@ TEST(RowLinesTest, ListsGroupsBelowTheNearestThatHasARow) {
     {"Path": "/"}, {"Path": "/b"}, {"Path": "/b/c/d"}, {"Path": "/a"}, {"Path": "/bc"}, {"Path": "x"}])");
   EXPECT_EQ(Listed(groups, {"Path", false, TreeKind::kPaths}), "/ -/a -/b --/b/c/d -/bc x");
   EXPECT_EQ(Listed(groups, {"Path", false, TreeKind::kPaths}, "/b/c"), "/ -/b --/b/c/d");
+  Json endless = groups;
+  endless.PushBack(Json{{"Path", std::string(std::size_t{1} << 20U, '/') + "b"}});
+  EXPECT_EQ(ArrangeRows(endless, {}, {"Path", false, TreeKind::kPaths}).size(), 7U);
   const Json doubled = JsonOf(R"([{"Path": "/a"}, {"Path": "/a"}, {"Path": ""}, {"Path": "//"}])");
   EXPECT_EQ(ArrangeRows(doubled, {}, {"", true, TreeKind::kPaths}).size(), 4U);
 }

@@ -2,6 +2,7 @@
 
 #include "client/ask/Errors.h"
 #include "client/ask/SafeText.h"
+#include "client/view/DetailPage.h"
 #include "tests/client/view/ViewRows.h"
 #include "tests/json/JsonOf.h"
 #include "tests/support/Testing.h"
@@ -299,6 +300,24 @@ TEST(RowViewStartTest, ShowsWhatTheLayoutShowsFirst) {
   Canvas canvas(40, 2);
   view.Draw(canvas, {0, 2});
   EXPECT_EQ(AllLines(canvas), "NAME NUMBER\ninit      1\n");
+}
+
+TEST(DetailPageTest, AKeyThatIsTooLongForAConditionIsLeftOut) {
+  const Schema schema{
+      "CGRP",
+      "recordCGRP",
+      "4",
+      100,
+      {{"Path", "char[512]", 0, 4, "key", "", ""}, {"CPU %", "float", 0, 4, "percent", "", ""}}};
+  const std::pair<std::string, std::size_t> cases[] = {
+      {"/a", 1}, {std::string(252, 'a'), 0}, {"/*********", 0}};
+  for (const auto& [path, conditions] : cases) {
+    const Json row{{"Path", path}, {"CPU %", 1.5}};
+    Wish wish;
+    DetailPage("CGRP", *SeenOf(Json::Array({row}), schema), row).AddTo(wish);
+    EXPECT_EQ(wish.records.at(0).where.size(), conditions) << path;
+    EXPECT_EQ(wish.plot.has_value(), conditions == 1) << path;
+  }
 }
 
 }  // namespace
