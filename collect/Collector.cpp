@@ -121,6 +121,13 @@ UtlError* RunCategory(Collector& collector, const Category& category, Collection
   return error;
 }
 
+/// Whose rows a category takes where the same run has collected them.
+CollectionMask SourcesOf(CollectionMask flag) {
+  return flag == COLLECT_PROCESS_DETAIL ? CollectionMask{COLLECT_PROCESS}
+         : flag == COLLECT_SYSTEM       ? CollectionMask{COLLECT_PROCESS} | COLLECT_DEVICE
+                                        : CollectionMask{0};
+}
+
 /// Whether the run that has just ended had no descriptor for a file: what a process or a control
 /// group could not be opened for is missing, not gone. `classic` has it as not there.
 bool HasLackedDescriptors(const Category& category, CategoryFigures& figures) {
@@ -233,7 +240,8 @@ UtlError* Collector::collect(CollectionMask flags, std::span<const char* const> 
       error = RunCategory(*this, category, flags, (*m_figures)[index]);
       const bool isDone = error == nullptr && !(*m_figures)[index].isFailed;
       (isDone ? m_collected : m_failed) |= category.flag;
-      if (HasLackedDescriptors(category, (*m_figures)[index])) {
+      const bool hasPartOf = (m_failed & m_collected & SourcesOf(category.flag)) != 0;
+      if (HasLackedDescriptors(category, (*m_figures)[index]) || hasPartOf) {
         m_failed |= category.flag;
       }
     }

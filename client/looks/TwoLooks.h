@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -10,9 +11,11 @@
 #include "client/ask/Answers.h"
 
 /// The moment of a look at a capture that is played, whose time goes on by samples and as fast as
-/// it is played; `time` is the answer's.
+/// it is played; `time` is the answer's, whatever it is.
 [[nodiscard]] inline std::chrono::steady_clock::time_point PlayedTime(std::int64_t time) {
-  return std::chrono::steady_clock::time_point(std::chrono::seconds(time));
+  constexpr std::int64_t kLatest = 9'000'000'000;  // in nanoseconds it has 63 bits
+  return std::chrono::steady_clock::time_point(
+      std::chrono::seconds(std::clamp<std::int64_t>(time, 0, kLatest)));
 }
 
 /// The environment's name for it, by which `replay` starts the view.

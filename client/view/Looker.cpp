@@ -147,9 +147,12 @@ void Looker::LookNow(const Wish& wish, Sight& sight) {
   });
   const TimePoint now = std::chrono::steady_clock::now();
   std::vector<RecordAnswer> answers = ReadResults(answer, names);
-  const TimePoint at = m_isPlayed ? PlayedTime(answers.front().time) : now;
-  // The daemon's own clock: that of a capture that is played is another one.
-  sight.time = answers.front().time != 0 ? answers.front().time : sight.time;
+  // The daemon's own clock, which an error does not tell: that of a capture that is played is
+  // another one.
+  const auto told = std::find_if(answers.begin(), answers.end(),
+                                 [](const RecordAnswer& one) { return one.time != 0; });
+  sight.time = told != answers.end() ? told->time : sight.time;
+  const TimePoint at = m_isPlayed ? PlayedTime(sight.time) : now;
   for (std::size_t i = 0; i < answers.size(); ++i) {
     const WantedRows& wanted = *asked[i];
     SeenRows seen{std::move(answers[i].rows), SchemaOf(wanted.record), answers[i].time,

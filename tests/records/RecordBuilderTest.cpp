@@ -189,12 +189,18 @@ TEST_F(RecordBuilderTest, AProcessThatLacksADescriptorMarksTheRowsOfTheOthers) {
     ASSERT_EQ(builder.Init(), nullptr);
     Batch batch;
     batch.Add("PD", '3', {.realtime = 1});
+    batch.Add("PDX", '3', {.realtime = 1});
+    batch.Add("PI", '4', {.realtime = 1});
     EXPECT_EQ(builder.Build(&batch.event), nullptr);
     const auto& answer = batch.entries[0]->event;
     whole = isLacking ? whole : answer.m_records.size();
     EXPECT_EQ(answer.m_records.size(), whole - (isLacking ? 1 : 0));
     EXPECT_EQ(answer.m_lacksFigures, isLacking && profile == HostProfile::kModern);
     EXPECT_TRUE(m_collector.HasCollected(COLLECT_PROCESS)) << "what else needs the rows has them";
+    for (const std::size_t other : {1U, 2U}) {
+      EXPECT_EQ(batch.entries[other]->event.m_lacksFigures, answer.m_lacksFigures)
+          << "made of the same rows";
+    }
   }
 }
 

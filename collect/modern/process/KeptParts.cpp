@@ -185,8 +185,8 @@ void KeptParts::Match(std::vector<TaskGroup>& groups, std::span<const std::strin
 bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
                      PartWishes wishes) {
   KeptPart& part = *m_parts[index];
-  const bool isDue =
-      IsItsTurn(kArguments, group.task, part) || !part.isRead || part.lacksCommandLine;
+  const bool isNew = !part.isRead || part.lacksParts;
+  const bool isDue = IsItsTurn(kArguments, group.task, part) || isNew || part.lacksCommandLine;
   const bool wantsFolder =
       wishes.folder && (IsItsTurn(kFolder, group.task, part) || !part.folderMark);
   const bool wantsLimits =
@@ -195,7 +195,7 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
     return true;
   }
   // The name of a thread of the kernel changes with its work.
-  if ((!part.isRead || (isDue && group.task.isKernel != 0)) && !ReadImage(walk, group, part)) {
+  if ((isNew || (isDue && group.task.isKernel != 0)) && !ReadImage(walk, group, part)) {
     return false;
   }
   ProcessPath name;
@@ -216,9 +216,9 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
   if (wantsLimits) {
     ReadPartLimits(walk, folder, part);
   }
-  if (g_lackOfDescriptors != 0) {
-    // What could not be read is not what the process has.
-    part.isRead = false;
+  // What could not be read is not what the process has.
+  part.lacksParts = g_lackOfDescriptors != 0;
+  if (part.lacksParts) {
     part.folderMark.reset();
     part.limits.reset();
   }

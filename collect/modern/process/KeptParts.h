@@ -40,6 +40,7 @@ struct KeptPart {
   std::uint64_t codeKB = 0;       ///< of its program, libraries left out
   std::string commandLine;        ///< fit to be shown, 1,023 bytes at most
   bool lacksCommandLine = false;  ///< it could not be asked for when its turn was
+  bool lacksParts = false;        ///< some had no descriptor to be read with
   bool staysInExec = false;       ///< so that nothing could be read, see ExecWait.h
   std::string kernelName;  ///< of a thread of the kernel, which may be longer than that of a task
   std::optional<std::uint64_t> folderMark;  ///< see ReadFolderMark(); where it was wished for
