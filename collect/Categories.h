@@ -14,6 +14,7 @@ struct CategoryFigures {
   double seconds = 0.0;        ///< how long the last run took
   std::uint64_t errors = 0;    ///< failed runs
   bool isFailed = false;       ///< whether the last run failed
+  bool isPartial = false;      ///< for want of a descriptor alone: its rows are those of now
   std::uint64_t entities = 0;  ///< rows after the last run
   /// Whether this host has what the category tells, as of the last run: a failure for want of it is
   /// a state of the host and none of the two above.

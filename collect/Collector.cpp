@@ -128,24 +128,6 @@ CollectionMask SourcesOf(CollectionMask flag) {
                                         : CollectionMask{0};
 }
 
-/// Whether the run that has just ended had no descriptor for a file: what a process or a control
-/// group could not be opened for is missing, not gone. `classic` has it as not there.
-bool HasLackedDescriptors(const Category& category, CategoryFigures& figures) {
-  if (g_hostProfile != HostProfile::kModern || g_lackOfDescriptors == 0) {
-    return false;
-  }
-  figures.isSupported = true;
-  if (!figures.isFailed) {
-    figures.isFailed = true;
-    ++figures.errors;
-    if (category.name != nullptr) {
-      Trace(20, kError, "Error occured in %2 category collection - %1",
-            std::strerror(g_lackOfDescriptors), category.name);
-    }
-  }
-  return true;
-}
-
 }  // namespace
 
 void CategoryStep::Start() const {
@@ -155,21 +137,24 @@ void CategoryStep::Start() const {
 }
 
 UtlError* CategoryStep::Finish(UtlError* error, std::size_t entities, bool isSupported) {
-  m_figures.entities = entities;
-  m_figures.isSupported = isSupported;
-  m_figures.isFailed = error != nullptr && isSupported;
+  // What a process or a control group could not be opened for is missing, not gone; `classic` has
+  // it as not there.
+  const int lack = g_hostProfile == HostProfile::kModern ? g_lackOfDescriptors : 0;
   UtlErrorPtr owned(error);
-  if (owned != nullptr) {
-    m_figures.errors += isSupported ? 1 : 0;
-    if ((m_flags & COLLECT_CONTINUE_ON_ERROR) == 0) {
-      return owned.release();
-    }
-    if (m_category.name != nullptr) {
-      Trace(20, kError, "Error occured in %2 category collection - %1",
-            owned->HasMessage() ? owned->GetMessage() : "", m_category.name);
-    }
+  m_figures.entities = entities;
+  m_figures.isSupported = isSupported || lack != 0;
+  m_figures.isPartial = owned == nullptr && lack != 0;
+  m_figures.isFailed = m_figures.isSupported && (owned != nullptr || lack != 0);
+  m_figures.errors += m_figures.isFailed ? 1 : 0;
+  if (owned != nullptr && (m_flags & COLLECT_CONTINUE_ON_ERROR) == 0) {
+    return owned.release();
   }
   if (m_category.name != nullptr) {
+    if (owned != nullptr || m_figures.isPartial) {
+      const char* const told = owned != nullptr && owned->HasMessage() ? owned->GetMessage() : "";
+      Trace(20, kError, "Error occured in %2 category collection - %1",
+            m_figures.isPartial ? std::strerror(lack) : told, m_category.name);
+    }
     Trace(20, kInformation, "Completed Processing %1 Category.", m_category.name);
   }
   return nullptr;
@@ -238,10 +223,10 @@ UtlError* Collector::collect(CollectionMask flags, std::span<const char* const> 
         m_takenAt[PlaceOf(category.flag)] = RunningSeconds();
       }
       error = RunCategory(*this, category, flags, (*m_figures)[index]);
-      const bool isDone = error == nullptr && !(*m_figures)[index].isFailed;
-      (isDone ? m_collected : m_failed) |= category.flag;
-      const bool hasPartOf = (m_failed & m_collected & SourcesOf(category.flag)) != 0;
-      if (HasLackedDescriptors(category, (*m_figures)[index]) || hasPartOf) {
+      const CategoryFigures& done = (*m_figures)[index];
+      const bool hasRows = error == nullptr && (!done.isFailed || done.isPartial);
+      (hasRows ? m_collected : m_failed) |= category.flag;
+      if (done.isPartial || (m_failed & m_collected & SourcesOf(category.flag)) != 0) {
         m_failed |= category.flag;
       }
     }

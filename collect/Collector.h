@@ -64,7 +64,8 @@ class Collector {
   [[nodiscard]] bool Wants(CollectionMask flag) const { return (m_flags & flag) != 0; }
   /// Whether the run has already refreshed a category, whose figures are then of this moment.
   [[nodiscard]] bool HasCollected(CollectionMask flag) const { return (m_collected & flag) != 0; }
-  /// Whether the last run could not refresh one of these categories, which this host has.
+  /// Whether the last run could not refresh one of these categories, which this host has, or lacks
+  /// some of its figures.
   [[nodiscard]] bool HasFailed(CollectionMask flags) const { return (m_failed & flags) != 0; }
 
   /// Of what the profile `modern` alone collects: when the category's last run began, by

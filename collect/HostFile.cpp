@@ -131,7 +131,7 @@ TextFilePtr OpenHostFileAt(const std::string& place, const char* path) {
       OpenHost(AT_FDCWD, place.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   if (!descriptor.IsOpen()) {
     // For `classic` a file that can't be opened is one that is not there.
-    if (g_hostProfile == HostProfile::kModern && (errno == EMFILE || errno == ENFILE)) {
+    if (g_hostProfile == HostProfile::kModern && IsLackOfDescriptors(errno)) {
       FailForDescriptors(path, errno);
     }
     return nullptr;

@@ -24,6 +24,11 @@ using FieldFinder = std::function<RowField(std::string_view label)>;
 /// What a row must fulfil: one label, an operator and what the value is compared with.
 class RowCondition {
  public:
+  /// Bytes and stars of one that the daemon takes: each is held against every row, and each star
+  /// multiplies what that takes.
+  static constexpr std::size_t kLongest = 256;
+  static constexpr std::size_t kMostStars = 8;
+
   /// Reads "LABEL=VALUE", with != < <= > >= ~ (a shell pattern) or !~ as well; blanks around the
   /// label and the value don't count. Throws std::invalid_argument for no operator and a value that
   /// its field can't have; what `find` throws passes.

@@ -72,9 +72,12 @@ class HostBatch {
 /// 0 before.
 inline thread_local int g_lackOfDescriptors = 0;
 
-/// Notes an error of a call that makes a descriptor, if it was for want of one.
+/// Whether an error of a call that makes a descriptor was for want of one.
+[[nodiscard]] inline bool IsLackOfDescriptors(int code) { return code == EMFILE || code == ENFILE; }
+
+/// Notes such an error, and no other.
 inline void NoteLackOfDescriptors(int code) {
-  if (code == EMFILE || code == ENFILE) {
+  if (IsLackOfDescriptors(code)) {
     g_lackOfDescriptors = code;
   }
 }

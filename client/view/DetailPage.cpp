@@ -10,6 +10,7 @@
 #include "client/show/RowValues.h"
 #include "client/view/RowLines.h"
 #include "json/JsonText.h"
+#include "json/RowCondition.h"
 #include "json/RowText.h"
 
 namespace {
@@ -82,10 +83,9 @@ DetailPage::DetailPage(std::string record, const SeenRows& seen, const Json& row
 
 void DetailPage::AddCondition(std::string condition) {
   // The daemon takes no more of either, and would refuse all that is asked with it.
-  constexpr std::size_t kLongestCondition = 256;
-  constexpr std::ptrdiff_t kMostWildcards = 8;
-  if (condition.size() <= kLongestCondition &&
-      std::count(condition.begin(), condition.end(), '*') <= kMostWildcards) {
+  const auto stars = std::count(condition.begin(), condition.end(), '*');
+  if (condition.size() <= RowCondition::kLongest &&
+      static_cast<std::size_t>(stars) <= RowCondition::kMostStars) {
     m_where.push_back(std::move(condition));
   } else {
     m_isNamed = false;

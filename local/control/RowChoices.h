@@ -31,8 +31,9 @@ struct TextBounds {
 class RowChoices {
  public:
   static constexpr std::int64_t kMaxLimit = 100000;
-  /// Of conditions: each is held against every row, and each star multiplies what that takes.
-  static constexpr TextBounds kConditionBounds{16, 256, 8};
+  /// Of conditions.
+  static constexpr TextBounds kConditionBounds{16, RowCondition::kLongest,
+                                               RowCondition::kMostStars};
 
   /// All rows with all fields in their own order.
   RowChoices() = default;

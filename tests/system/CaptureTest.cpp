@@ -215,7 +215,7 @@ TEST(CaptureTest, SeveralSamplesArePlayedInTheirTimeWhateverTakesTheNameOfTheirF
     fs::rename(named, capture);
     fs::create_directory_symlink(other, named);
   });
-  EXPECT_EQ(MakeCapture(named, "--every 1 --count 3"), "");
+  EXPECT_EQ(MakeCapture(named, "--every 2 --count 3"), "");
   mover.join();
   EXPECT_TRUE(fs::is_empty(other));
   const json first = RecordsOf(capture, "0001");
@@ -228,7 +228,7 @@ TEST(CaptureTest, SeveralSamplesArePlayedInTheirTimeWhateverTakesTheNameOfTheirF
     }
     return 0L;
   };
-  ASSERT_GT(timeOf(last), timeOf(first));
+  ASSERT_GE(timeOf(last) - timeOf(first), 2);
   const Variable host("QMT_HOST_ROOT", capture.string());
   const Variable speed("QMT_HOST_SPEED", "1000");
   const ProductRoot root("[Schedule]\n");

@@ -185,6 +185,21 @@ void KeptParts::Match(std::vector<TaskGroup>& groups, std::span<const std::strin
 bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_t index,
                      PartWishes wishes) {
   KeptPart& part = *m_parts[index];
+  const int lackBefore = std::exchange(g_lackOfDescriptors, 0);
+  const bool isThere = ReadDue(walk, group, part, wishes);
+  // What could not be read is not what the process has.
+  part.lacksParts = g_lackOfDescriptors != 0 || (part.lacksParts && !isThere);
+  if (g_lackOfDescriptors != 0) {
+    part.folderMark.reset();
+    part.limits.reset();
+  } else {
+    g_lackOfDescriptors = lackBefore;
+  }
+  return isThere;
+}
+
+bool KeptParts::ReadDue(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part,
+                        PartWishes wishes) {
   const bool isNew = !part.isRead || part.lacksParts;
   const bool isDue = IsItsTurn(kArguments, group.task, part) || isNew || part.lacksCommandLine;
   const bool wantsFolder =
@@ -215,12 +230,6 @@ bool KeptParts::Read(const ProcessWalk& walk, const TaskGroup& group, std::size_
   }
   if (wantsLimits) {
     ReadPartLimits(walk, folder, part);
-  }
-  // What could not be read is not what the process has.
-  part.lacksParts = g_lackOfDescriptors != 0;
-  if (part.lacksParts) {
-    part.folderMark.reset();
-    part.limits.reset();
   }
   return true;
 }

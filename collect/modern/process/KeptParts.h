@@ -93,6 +93,9 @@ class KeptParts {
   [[nodiscard]] std::size_t Bytes() const;
 
  private:
+  /// What is due of the process; false for one that has ended or stays in execve(2).
+  [[nodiscard]] bool ReadDue(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part,
+                             PartWishes wishes);
   [[nodiscard]] bool ReadImage(const ProcessWalk& walk, const TaskGroup& group, KeptPart& part);
   /// What is read anew at the pace, each in so many of the batches that ask for it.
   enum Kind { kArguments, kFolder, kLimits, kSurroundings, kKinds };
